@@ -1,0 +1,121 @@
+// Ports: the cutting system and its devices, as the library needs them of a real machine.
+//
+// Called by the state thread unless a comment says otherwise. Commands return nothing: a device acknowledges by the
+// state that is read back, and a failed command shows there. Any call may throw (std::exception) when the device
+// cannot be reached; what then happens to the running procedure is decided by its controller. All devices belong to
+// the machine; a null pointer means that the machine has no such device. Never keep a pointer over a tick.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/Installed.h"
+
+namespace ixocamglue {
+
+// Something that the state framework can wait for.
+class INcBusyDevice {
+ public:
+  virtual ~INcBusyDevice() = default;
+  virtual bool IsBusy() = 0;  // false: the last command has been carried out
+};
+
+// The laser source with its shutter ("emission"). The beam is switched by TNcCutSystem::SwitchLaser.
+class TNcLaser {
+ public:
+  virtual ~TNcLaser() = default;
+  virtual bool GetEmission() = 0;  // emission confirmed by the source
+  virtual void EmissionOn() = 0;   // asks for emission; confirmed some time later
+  virtual void EmissionOff() = 0;
+  virtual bool GetLaser() = 0;  // the beam is commanded on
+};
+
+// Assist gas. Branches are numbered by gas type (1 "Air" ... 6 "H-N2"); pressures in bar.
+class TNcGas : public INcBusyDevice {
+ public:
+  virtual bool GetGas() = 0;  // gas is switched on
+  virtual std::int32_t GetBranch() = 0;
+  virtual double GetPressure() = 0;  // the pressure that was set
+  virtual void SelectBranch(std::int32_t branch) = 0;
+  virtual void SetPressure(double bar) = 0;
+  virtual void SwitchOn() = 0;
+  virtual void SwitchOff() = 0;
+};
+
+// Waits for one input at a time. Busy from StartWait until the input has its level, the limit is over, or Cancel.
+class TNcInportCtrl : public INcBusyDevice {
+ public:
+  // What a time-out does: 0 nothing (the wait ends), 3 raises an alarm.
+  virtual void SetTimeOutMode(std::int32_t mode) = 0;
+  // Limit in ms; an input of -1 counts as met at once.
+  virtual void StartWait(std::int32_t inport, std::int32_t limitMs) = 0;
+};
+
+// The cutting head's focus axis; mm.
+class TNcCutHeadCtrl : public INcBusyDevice {
+ public:
+  virtual void MoveFocus(double mm, double mmPerS) = 0;  // speed 0: the axis' default
+  virtual void Stop(std::int32_t mode) = 0;              // 1: stop at once
+  virtual double GetFocus() = 0;
+};
+
+// A height follower with its Z axis; mm, Z 0 is the top and grows downwards.
+class TNcFollower : public INcBusyDevice {
+ public:
+  virtual void MoveZ(double mm, double mmPerS) = 0;  // speed 0: the axis' default
+  virtual void Follow(double heightMm) = 0;          // keep this distance to the plate until stopped
+  virtual void Stop(std::int32_t mode) = 0;          // 1: stop at once, follow mode included
+  virtual double GetZ() = 0;
+  virtual bool IsFollowing() = 0;
+};
+
+class TNcMultiFollower {
+ public:
+  virtual ~TNcMultiFollower() = default;
+  virtual TNcFollower* GetFollower(std::int32_t index) = 0;  // 0 or 1; null when not fitted
+};
+
+// Values of the pallet switch table by name ("DockedTable": 1 or 2, anything else while none is docked).
+class TNcSwitchTable {
+ public:
+  virtual ~TNcSwitchTable() = default;
+  virtual std::int32_t GetValue(const char* name, std::int32_t defValue) = 0;
+};
+
+class TNcCutSystem {
+ public:
+  virtual ~TNcCutSystem() = default;
+  virtual std::int32_t GetState() = 0;  // number of the current machine state; any thread
+  virtual TNcLaser* Laser() = 0;
+  virtual TNcGas* Gas() = 0;
+  virtual TNcInportCtrl* InportCtrl() = 0;
+  virtual TNcCutHeadCtrl* CutHeadCtrl() = 0;
+  virtual TNcMultiFollower* MultiFollower() = 0;
+  virtual TNcSwitchTable* SwitchTable() = 0;
+  // Recursive; held while the laser is switched so that no other user of the laser interleaves. Any thread.
+  virtual void Lock() = 0;
+  virtual void Unlock() = 0;
+  virtual void SwitchLaser(bool on) = 0;  // the beam; held back by the source while emission is missing
+  virtual void KeyDown(std::int32_t command) = 0;
+  virtual void KeyUp(std::int32_t command) = 0;
+};
+
+class TCutSystemGuard {
+ public:
+  explicit TCutSystemGuard(TNcCutSystem& cut) : FCut(cut) { FCut.Lock(); }
+  ~TCutSystemGuard() {
+    try {
+      FCut.Unlock();
+    } catch (...) {  // a guard's end has nobody to tell; the device's own fault record has it
+    }
+  }
+  TCutSystemGuard(const TCutSystemGuard&) = delete;
+  TCutSystemGuard& operator=(const TCutSystemGuard&) = delete;
+
+ private:
+  TNcCutSystem& FCut;
+};
+
+IXO_DECLARE_SERVICE(TNcCutSystem, CutSystem);
+IXO_DECLARE_SERVICE(TNcFollower, GFollower);
+
+}  // namespace ixocamglue

@@ -1,0 +1,334 @@
+// The state framework's loop, with scripted states on a virtual clock.
+#include <map>
+
+#include <gtest/gtest.h>
+
+#include "fixture/Faults.h"
+#include "platform/AppSys.h"
+#include "platform/NcState.h"
+#include "simulator/VirtualClock.h"
+#include "support/Format.h"
+
+namespace ixocamglue::test {
+namespace {
+
+constexpr std::int32_t kState = 204;
+
+TTexts GStory;
+std::map<std::string, std::function<void()>> GDo;  // what a hook does beside telling
+
+void Tell(const std::string& what) {
+  GStory.push_back(what);
+  if (const auto it = GDo.find(what); it != GDo.end()) it->second();
+}
+
+struct TDevice : INcBusyDevice {
+  bool IsBusy() override {
+    if (Throws) throw std::runtime_error("device");
+    return Busy;
+  }
+  bool Busy = true;
+  bool Throws = false;
+};
+
+class TScriptedState : public TNcStateCtrl {
+ public:
+  using TNcStateCtrl::TNcStateCtrl;
+  bool CheckEnterAlarm(std::int32_t param) override {
+    Tell(Format("check enter %d", param));
+    return EnterAlarm;
+  }
+  bool CheckNewAlarm(const TNcAlarmRecord& alarm) override {
+    Tell("new alarm " + alarm.Desc);
+    return TNcStateCtrl::CheckNewAlarm(alarm);
+  }
+  bool CheckStateAlarm() override {
+    if (AlarmThrows) throw std::runtime_error("alarm check");
+    return StateAlarm;
+  }
+  void InitState(std::int32_t param) override { Tell(Format("init %d", param)); }
+  void LeaveState(std::int32_t param) override { Tell(Format("leave to %d", param)); }
+  void StepDone(std::int32_t reason) override {
+    TNcStateCtrl::StepDone(reason);
+    Tell(Format("step %d", reason));
+    if (reason != srDone) ChangeState(nsStandby, 0);
+  }
+  void StopExec() override { Tell("stop exec"); }
+  void UpdateThread(std::uint32_t& loopDelay) override {
+    EXPECT_EQ(loopDelay, kLoopDelayMs);
+    loopDelay = LoopDelay;
+    if (UpdateThrows) throw std::runtime_error("update");
+  }
+  using TNcStateCtrl::ChangeState;
+  using TNcStateCtrl::EnsureBusySet;
+  using TNcStateCtrl::SetBusy;
+  using TNcStateCtrl::SetBusyDelay;
+  using TNcStateCtrl::SetBusyGas;
+  using TNcStateCtrl::SetBusyMotion;
+
+  bool EnterAlarm = false, StateAlarm = false, AlarmThrows = false, UpdateThrows = false;
+  std::uint32_t LoopDelay = kLoopDelayMs;
+};
+
+// A cutting system of laser and gas that may refuse to go off.
+struct TDevices : TNcCutSystem, TNcLaser {
+  struct TGas : TNcGas {
+    bool IsBusy() override { return false; }
+    bool GetGas() override { return On; }
+    std::int32_t GetBranch() override { return 0; }
+    double GetPressure() override { return 0; }
+    void SelectBranch(std::int32_t) override {}
+    void SetPressure(double) override {}
+    void SwitchOn() override { On = true; }
+    void SwitchOff() override { On = false; }
+    bool On = true;
+  } GasDevice;
+  std::int32_t GetState() override { return 0; }
+  TNcLaser* Laser() override { return this; }
+  TNcGas* Gas() override { return &GasDevice; }
+  TNcInportCtrl* InportCtrl() override { return nullptr; }
+  TNcCutHeadCtrl* CutHeadCtrl() override { return nullptr; }
+  TNcMultiFollower* MultiFollower() override { return nullptr; }
+  TNcSwitchTable* SwitchTable() override { return nullptr; }
+  void Lock() override { throw std::runtime_error("somebody hangs in the lock"); }
+  void Unlock() override {}
+  void SwitchLaser(bool on) override {
+    ++OffCommands;
+    if (Refusals > 0) {
+      --Refusals;
+      throw std::runtime_error("laser");
+    }
+    Beam = on;
+  }
+  void KeyDown(std::int32_t) override {}
+  void KeyUp(std::int32_t) override {}
+  bool GetEmission() override { return Emission; }
+  void EmissionOn() override { Emission = true; }
+  void EmissionOff() override { Emission = false; }
+  bool GetLaser() override { return Beam; }
+  bool Beam = true, Emission = true;
+  int Refusals = 0, OffCommands = 0;
+};
+
+class StateFramework : public testing::Test {
+ protected:
+  StateFramework() {
+    GStory.clear();
+    GDo.clear();
+    Registry.RegisterStateCtrl(kState,
+                               [](TNcStateFramework& owner) { return std::make_unique<TScriptedState>(owner); });
+    Framework.emplace();
+    Framework->RunOnce();  // power-up
+  }
+  TScriptedState& State() { return static_cast<TScriptedState&>(*Framework->State(kState)); }
+  void Enter() {
+    Framework->RequestState(kState, 7);
+    Framework->RunOnce();
+    GStory.clear();
+  }
+  void Pass(int n = 1) {
+    while (n-- > 0) Clock.Sleep(Framework->RunOnce());
+  }
+
+  TVirtualClock Clock;
+  TInstalled<IClock> ClockInstalled{Clock};
+  TNcRegistry Registry;
+  TInstalled<TNcRegistry> RegistryInstalled{Registry};
+  TFaultWatch Faults;
+  std::optional<TNcStateFramework> Framework;
+};
+
+TEST_F(StateFramework, TheFirstStepComesOnThePassAfterTheEntryAndOneTickPerPass) {
+  GDo["init 7"] = [&] { State().EnsureBusySet(); };
+  GDo["step 0"] = [&] { State().EnsureBusySet(); };
+  Framework->RequestState(kState, 7);
+  EXPECT_TRUE(Framework->ChangePending());
+  Pass();
+  EXPECT_EQ(GStory, (TTexts{"check enter 7", "init 7"}));
+  Pass(2);
+  EXPECT_EQ(GStory, (TTexts{"check enter 7", "init 7", "step 0", "step 0"}));
+  EXPECT_EQ(Framework->CurrentState(), kState);
+  EXPECT_FALSE(Framework->ChangePending());
+}
+
+TEST_F(StateFramework, AChangeIsCarriedOutAfterTheTickAndTheLastRequestWins) {
+  Enter();
+  State().EnsureBusySet();
+  GDo["step 0"] = [&] {
+    State().ChangeState(999, 0);
+    State().ChangeState(nsStandby, 0);
+    EXPECT_EQ(Framework->CurrentState(), kState);
+  };
+  Pass();
+  EXPECT_EQ(GStory, (TTexts{"step 0", "leave to 0"}));
+  EXPECT_EQ(Framework->CurrentState(), nsStandby);
+}
+
+TEST_F(StateFramework, EachBusyConditionWaitsForItsDevice) {
+  Enter();
+  TDevice device;
+  State().SetBusy(device, -1);
+  Pass(3);
+  EXPECT_EQ(GStory, TTexts{});
+  device.Busy = false;
+  Pass();
+  EXPECT_EQ(GStory, TTexts{"step 0"});
+  Pass(3);  // nothing asked for: waits for events from outside
+  EXPECT_EQ(GStory, TTexts{"step 0"});
+
+  State().Delay(35);
+  State().SetBusyDelay(-1);
+  Pass(4);
+  EXPECT_EQ(GStory.size(), 1u);
+  Pass();
+  EXPECT_EQ(GStory.size(), 2u);
+
+  State().SetBusyMotion(-1);  // no driver, no gas: met at once
+  Pass();
+  State().SetBusyGas(-1);
+  Pass();
+  EXPECT_EQ(GStory.size(), 4u);
+}
+
+TEST_F(StateFramework, EveryEndingHasItsReasonAndStopComesFirst) {
+  TDevice device;
+  struct TCase {
+    const char* Name;
+    std::function<void()> Cause;
+    const char* Step;
+  };
+  const TCase cases[] = {
+      {"stop", [&] { Framework->Stop(); }, "step 1"},
+      {"pause", [&] { Framework->Pause(); }, "step 3"},
+      {"abort", [&] { Framework->Abort(2); }, "step 2"},
+      {"standing alarm", [&] { State().StateAlarm = true; }, "step 4"},
+      {"stop and alarm",
+       [&] {
+         State().StateAlarm = true;
+         Framework->Stop();
+       },
+       "step 1"},
+      {"alarm check throws", [&] { State().AlarmThrows = true; }, "step 5"},
+      {"update throws", [&] { State().UpdateThrows = true; }, "step 5"},
+      {"device throws",
+       [&] {
+         device.Throws = true;
+         State().SetBusy(device, -1);
+       },
+       "step 5"},
+      {"time limit",
+       [&] {
+         State().SetBusy(device, 5);
+         Clock.Sleep(5);
+       },
+       "step 5"},
+  };
+  for (const auto& [name, cause, step] : cases) {
+    device = {};
+    State().StateAlarm = State().AlarmThrows = State().UpdateThrows = false;
+    Enter();
+    State().SetBusy(device, -1);
+    cause();
+    std::erase(GStory, "stop exec");
+    Pass();
+    EXPECT_EQ(GStory, (TTexts{step, "leave to 0"})) << name;
+    EXPECT_EQ(Framework->CurrentState(), nsStandby) << name;
+  }
+}
+
+TEST_F(StateFramework, StopTellsTheStateAtOnceAndWithdrawsAnEntryNotYetMade) {
+  Enter();
+  Framework->Stop();
+  EXPECT_EQ(GStory, TTexts{"stop exec"});
+  Pass();
+  GStory.clear();
+  Framework->RequestState(kState, 1);
+  Framework->Stop();
+  Pass(2);
+  EXPECT_EQ(GStory, TTexts{});
+}
+
+TEST_F(StateFramework, ARefusedEntryLeavesAndGoesToStandby) {
+  struct TCase {
+    std::function<void()> Arrange;
+    TTexts Story;
+  };
+  const TCase cases[] = {
+      {[&] {
+         GDo["init 7"] = [&] {
+           State().ChangeState(5, 0);
+           throw std::runtime_error("no root");
+         };
+       },
+       {"check enter 7", "init 7", "leave to 0"}},
+      {[&] { State().EnterAlarm = true; }, {"check enter 7", "leave to 0"}},
+      {[&] { GDo["check enter 7"] = [] { throw std::runtime_error("alarms"); }; }, {"check enter 7", "leave to 0"}},
+  };
+  for (const auto& [arrange, story] : cases) {
+    GDo.clear();
+    State().EnterAlarm = false;
+    arrange();
+    GStory.clear();
+    Framework->RequestState(kState, 7);
+    Pass(2);
+    EXPECT_EQ(GStory, story);
+    EXPECT_EQ(Framework->CurrentState(), nsStandby);
+  }
+  Framework->RequestState(777, 0);  // nobody registered it
+  Pass();
+  EXPECT_EQ(Framework->CurrentState(), nsStandby);
+}
+
+TEST_F(StateFramework, NothingKillsTheLoop) {
+  GDo["step 0"] = GDo["leave to 0"] = [] { throw std::runtime_error("state"); };
+  Framework->SetObserver([](std::int32_t, std::int32_t) { throw std::runtime_error("observer"); });
+  Enter();
+  State().EnsureBusySet();
+  Pass();
+  EXPECT_EQ(Framework->CurrentState(), nsStandby);
+  State().LoopDelay = 0;
+  Enter();
+  EXPECT_EQ(Framework->RunOnce(), 1u);  // a delay of 0 still lets time pass
+}
+
+TEST_F(StateFramework, TheEndOfTheFrameworkEndsItsState) {
+  Enter();
+  Framework.reset();
+  EXPECT_EQ(GStory, (TTexts{"stop exec", "step 1", "leave to 0"}));
+}
+
+TEST_F(StateFramework, OffIsDemandedEveryPassUntilTheDeviceAcknowledgesWithoutTheLock) {
+  TDevices devices;
+  const TInstalled<TNcCutSystem> installed(devices);
+  Enter();
+  devices.Beam = devices.Emission = devices.GasDevice.On = true;
+  devices.Refusals = 4;
+  Framework->Stop();
+  Pass();
+  EXPECT_TRUE(devices.Beam);
+  EXPECT_FALSE(devices.Emission);  // the other device is told all the same
+  EXPECT_FALSE(devices.GasDevice.On);
+  EXPECT_TRUE(Framework->SafePending());
+  EXPECT_NE(Framework->Watch().DarkDemandedInPass.load(), 0u);
+  Pass(4);
+  EXPECT_FALSE(devices.Beam);
+  EXPECT_FALSE(Framework->SafePending());
+  const int commands = devices.OffCommands;
+  Pass(3);
+  EXPECT_EQ(devices.OffCommands, commands);  // acknowledged: not told again
+}
+
+TEST_F(StateFramework, AProceduresOwnEndSwitchesTheLaserButNotTheGas) {
+  TDevices devices;
+  const TInstalled<TNcCutSystem> installed(devices);
+  Enter();
+  devices.Beam = devices.Emission = devices.GasDevice.On = true;
+  State().EnsureBusySet();
+  GDo["step 0"] = [&] { State().ChangeState(nsStandby, 0); };
+  Pass();
+  EXPECT_FALSE(devices.Beam || devices.Emission);
+  EXPECT_TRUE(devices.GasDevice.On);
+}
+
+}  // namespace
+}  // namespace ixocamglue::test

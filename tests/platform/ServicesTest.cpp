@@ -1,0 +1,171 @@
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+
+#include <gtest/gtest.h>
+
+#include "fixture/Faults.h"
+#include "fixture/TempDir.h"
+#include "platform/AppSys.h"
+#include "platform/Clock.h"
+#include "platform/Locale.h"
+#include "platform/Log.h"
+#include "platform/MachineConfig.h"
+#include "platform/NcParams.h"
+
+namespace ixocamglue::test {
+namespace {
+
+struct TListSink : ILogSink {
+  void Write(const TLogRecord& record) override {
+    if (Throws) throw std::runtime_error("disk full");
+    Lines.push_back(record.Text);
+  }
+  bool Throws = false;
+  TTexts Lines;
+};
+
+class Logging : public testing::Test {
+ protected:
+  Logging() { Service.AddSink(Sink); }
+  ~Logging() override { TLogService::Listen(0); }
+
+  TListSink Sink;
+  TLogService Service{4};
+  TInstalled<TLogService> Installed{Service};
+};
+
+TEST_F(Logging, BothLogsKeepOneOrderAndADisabledLevelEvaluatesNothing) {
+  TLogService::Listen(DiagBit(dlError));
+  int evaluated = 0;
+  const auto costly = [&] { return ++evaluated; };
+  Service.PostMsg(lkInfo, 0, "first", "");
+  if (TDiag d{dlError}) d("second %d", costly());
+  if (TDiag d{dlMessage}) d("never %d", costly());
+  Service.PostMsg(lkInfo, 0, "third", "");
+  Service.DrainOnce();
+  EXPECT_EQ(Sink.Lines, (TTexts{"first", "second 1", "third"}));
+  EXPECT_EQ(evaluated, 1);
+}
+
+TEST_F(Logging, AFullQueueDropsAndCountsAndAThrowingSinkIsSwallowed) {
+  for (int i = 0; i < 7; ++i) Service.PostMsg(lkInfo, 0, std::to_string(i), "");
+  EXPECT_EQ(Service.Dropped(), 3u);
+  Sink.Throws = true;
+  EXPECT_EQ(Service.DrainOnce(), 4u);
+  EXPECT_EQ(Service.Swallowed(), 4u);
+  Sink.Throws = false;
+  Service.PostMsg(lkInfo, 0, std::string(3000, 'x'), "");
+  Service.DrainOnce();
+  EXPECT_EQ(Sink.Lines, TTexts{std::string(3000, 'x')});
+}
+
+TEST(ClockTexts, SpansAndStampsReadAsWritten) {
+  const TDateTime noon{46023.5};  // 2026-01-01 12:00
+  EXPECT_EQ(FormatDateTime(noon), "2026-01-01 12:00:00.000");
+  EXPECT_EQ(FormatSpan(noon, {noon.Days + 500.0 / 86'400'000}), "00:00:00-500");
+  EXPECT_EQ(FormatSpan(noon, {noon.Days + 3'723'004.0 / 86'400'000}), "01:02:03-004");
+}
+
+TEST(Params, AValueNeverSetReadsAsTheDefaultEvenWhenItsSlotIsHeld) {
+  TNcParams params;
+  auto& slot = params.BoolSlot("OK515");
+  EXPECT_TRUE(params.GetBool("OK515", true));
+  EXPECT_FALSE(params.GetBool("OK515", false));
+  slot.Set(true);
+  EXPECT_TRUE(params.GetBool("OK515", false));
+  EXPECT_EQ(params.GetInt("OK515", -3), -3);
+}
+
+struct TGreeter : IAppService {};
+struct TOther : IAppService {};
+
+TEST(Services, AreFoundByIdentifierAndAbsentOnesAreNull) {
+  TAppSys app;
+  const TGuid id{"{11111111-2222-3333-4444-555555555555}"};
+  EXPECT_FALSE(app.Supports<TGreeter>(id));
+  app.Register(id, std::make_shared<TGreeter>());
+  EXPECT_TRUE(app.Supports<TGreeter>(id));
+  EXPECT_FALSE(app.Supports<TOther>(id));
+  app.Unregister(id);
+  EXPECT_FALSE(app.Supports<TGreeter>(id));
+}
+
+class MachineFile : public testing::Test {
+ protected:
+  std::string Load(std::string_view text) {
+    std::ofstream(File, std::ios::binary) << text;
+    return Config.Load(File);
+  }
+  TTempDir Dir;
+  std::filesystem::path File = Dir.Path() / "machine.xml";
+  TMachineConfig Config;
+};
+
+TEST_F(MachineFile, ValuesAreAttributesOrChildTextsInAnyCase) {
+  ASSERT_EQ(Load("<MachineConfig DHMode='2'><laser><EmissionOnDelay> +700 </EmissionOnDelay></laser>"
+                 "<Laser emissiononDELAY='5' On='TRUE' Name=' a ' Nan='nan' Half='.5'/></MachineConfig>"),
+            "");
+  EXPECT_EQ(Config.Root().GetInt("dhmode", 0), 2);
+  EXPECT_EQ(Config.Section("laser").GetInt("EmissionOnDelay", 0), 700);
+  const TConfigSection laser = Config.Section("Laser");  // the exact spelling, although it comes second
+  EXPECT_EQ(laser.GetInt("EmissionOnDelay", 0), 5);
+  EXPECT_TRUE(laser.GetBool("On", false));
+  EXPECT_EQ(laser.GetText("Name", ""), " a ");
+  EXPECT_EQ(laser.GetFloat("Nan", 1.5), 1.5);
+  EXPECT_EQ(laser.GetFloat("Half", 0), 0.5);
+  EXPECT_EQ(Config.Section("Absent").Child("Deeper").GetInt("X", 9), 9);
+}
+
+TEST_F(MachineFile, ATextThatIsNoNumberGivesTheDefaultAndSaysWhere) {
+  TListSink sink;
+  TLogService logs;
+  logs.AddSink(sink);
+  TAppSys app;
+  const TInstalled<TLogService> installedLogs(logs);
+  const TInstalled<TAppSys> installedApp(app);
+  const TInstalled<TMachineConfig> installedConfig(Config);
+  ASSERT_EQ(Load("<MachineConfig><Laser EmissionOnDelay='12ms' Big='99999999999'/></MachineConfig>"), "");
+  EXPECT_EQ(Config.Section("Laser").GetInt("EmissionOnDelay", 5000), 5000);
+  EXPECT_EQ(Config.Section("Laser").GetInt("Big", 1), 1);
+  logs.DrainOnce();
+  ASSERT_EQ(sink.Lines.size(), 2u);
+  EXPECT_EQ(sink.Lines[0], File.string() + ": Laser/EmissionOnDelay: \"12ms\" cannot be read; the default is used");
+}
+
+TEST_F(MachineFile, ABrokenFileIsRefusedWithItsPlace) {
+  const std::string file = File.string();
+  EXPECT_EQ(Load("<MachineConfig>\n  <Laser>\n</MachineConfig>").substr(0, file.size() + 3), file + ":3:");
+  EXPECT_NE(Load(""), "");
+  EXPECT_NE(Load("<Other/>").find("expected \"MachineConfig\""), std::string::npos);
+  std::string deep = "<MachineConfig>";
+  for (int i = 0; i < 5000; ++i) deep += "<a>";
+  for (int i = 0; i < 5000; ++i) deep += "</a>";
+  EXPECT_NE(Load(deep + "</MachineConfig>").find("deeper"), std::string::npos);
+  EXPECT_FALSE(Config.Section("Laser").Exists());
+  EXPECT_NE(Config.Load(Dir.Path() / "absent.xml").find("cannot be read"), std::string::npos);
+  EXPECT_NE(Config.Load(Dir.Path()).find("cannot be read"), std::string::npos);
+}
+
+constinit TText SPlain{"CamGlue", "SPlain", "关"};
+constinit TText SFormatted{"CamGlue", "SFormatted", "%d 毫米"};
+
+TEST(LocaleTexts, ATranslatorCannotCrashTheMachineAndEveryFailureFallsBackToTheDefault) {
+  TTempDir dir;
+  std::ofstream(dir.Path() / "en.json") << R"({"CamGlue": {"SPlain": "off", "SFormatted": "%s mm"}})";
+  std::ofstream(dir.Path() / "xx.json") << "{ broken";
+  TLocaleReader reader(dir.Path());
+  TText* const texts[] = {&SPlain, &SFormatted};
+  EXPECT_EQ(reader.SelectLanguage("en"), "");
+  EXPECT_EQ(reader.Apply(texts).size(), 1u);
+  const char* const held = SPlain.Get();
+  EXPECT_STREQ(held, "off");
+  EXPECT_STREQ(SFormatted.Get(), "%d 毫米");
+  for (const char* bad : {"xx", "absent", "../en"}) EXPECT_NE(reader.SelectLanguage(bad), "") << bad;
+  reader.Apply(texts);
+  EXPECT_STREQ(SPlain.Get(), "关");
+  EXPECT_STREQ(held, "off");  // still valid for whoever shows it
+}
+
+}  // namespace
+}  // namespace ixocamglue::test
