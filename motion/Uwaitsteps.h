@@ -1,0 +1,80 @@
+// Steps for the assist gas, a fixed delay, and an output with the input that answers it. State thread.
+#pragma once
+
+#include <cstdint>
+
+#include "motion/Usteptree.h"
+
+namespace ixocamglue {
+
+// 612: waits.
+class TSmtDelay : public TSmtAtomic {
+ public:
+  static constexpr std::int32_t Cmd = 612;
+  static constexpr std::string_view kClassName = "TSmtDelay";
+  std::int32_t GetID() override { return Cmd; }
+  std::string GetDesc() override;
+  TStepType DoMotion(std::int32_t reason) override;
+  void SetDelay(std::uint32_t ms) { FDelay = ms; }  // survives ResetParams
+
+ protected:
+  using TSmtAtomic::TSmtAtomic;
+
+ private:
+  std::uint32_t FDelay = 0;
+};
+
+// 141: selects a branch, sets its pressure, switches the gas on; -2 without a gas device.
+class TSmtGasOnState : public TSmtAtomic {
+ public:
+  static constexpr std::int32_t Cmd = 141;
+  static constexpr std::string_view kClassName = "TSmtGasOnState";
+  std::int32_t GetID() override { return Cmd; }
+  std::string GetDesc() override;
+  TStepType DoMotion(std::int32_t reason) override;
+  void ResetParams() override;
+
+  std::int32_t FGasBranch = 0;  // a gas type number
+  double FGasPressure = 0.0;    // bar
+
+ protected:
+  using TSmtAtomic::TSmtAtomic;
+};
+
+// 142: switches the gas off.
+class TSmtGasOffState : public TSmtAtomic {
+ public:
+  static constexpr std::int32_t Cmd = 142;
+  static constexpr std::string_view kClassName = "TSmtGasOffState";
+  std::int32_t GetID() override { return Cmd; }
+  std::string GetDesc() override;
+  TStepType DoMotion(std::int32_t reason) override;
+
+ protected:
+  using TSmtAtomic::TSmtAtomic;
+};
+
+// 176: switches an output on if asked to, and waits for an input. A time-out ends the wait; with FTimeOutAlarm the
+// input controller also raises an alarm. However the step is left, an output that it switched on is switched off.
+class TSmtWaitInport : public TSmtAtomic {
+ public:
+  static constexpr std::int32_t Cmd = 176;
+  static constexpr std::string_view kClassName = "TSmtWaitInport";
+  std::int32_t GetID() override { return Cmd; }
+  std::string GetDesc() override;
+  TStepType DoMotion(std::int32_t reason) override;
+  void ResetParams() override;
+  void DoLeaveMotion() override;
+
+  std::int32_t FOutport = -1;     // -1: none, and then nothing is waited for
+  std::int32_t FWaitTime = 1;     // ms
+  std::int32_t FWaitInport = -1;  // -1 counts as met
+  bool FNeedOutport = false;      // the step switches FOutport on, and off when it leaves
+  bool FTimeOutAlarm = false;
+  bool FInportLogic = false;  // the level that counts as reached
+
+ protected:
+  using TSmtAtomic::TSmtAtomic;
+};
+
+}  // namespace ixocamglue
