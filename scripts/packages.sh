@@ -1,0 +1,62 @@
+# Debian packages by purpose, and `need <set>`, which installs what is missing of one. Sourced by ./run, ./test, .ci/run.
+
+packages() {
+  case $1 in
+    run) echo "g++ cmake ninja-build libpugixml-dev nlohmann-json3-dev libfmt-dev libspdlog-dev libcli11-dev" ;;
+    test) echo "$(packages run) libgtest-dev libgmock-dev clang-format" ;;
+    bench) echo "$(packages run) libbenchmark-dev libboost-dev valgrind" ;;
+    ci) echo "$(packages test) clang libclang-rt-14-dev libbenchmark-dev libboost-dev util-linux" ;;
+    *)
+      echo "packages.sh: no set of packages is called '$1'; there are run, test, bench and ci" >&2
+      return 1
+      ;;
+  esac
+}
+
+# Quiet, and without touching the network, when everything is there.
+need() {
+  local wanted missing="" package
+  wanted=$(packages "$1") || return 1
+  if ! command -v dpkg-query >/dev/null; then
+    echo "This system has no Debian packages; going on with what is installed. Needed are the equivalents of: $wanted" >&2
+    return 0
+  fi
+  for package in $wanted; do
+    [ "$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null)" = installed ] || missing+=" $package"
+  done
+  [ -n "$missing" ] || return 0
+
+  local as_root=()
+  if [ "$(id -u)" != 0 ]; then
+    if ! command -v sudo >/dev/null || ! sudo -n true 2>/dev/null; then
+      echo "These Debian packages are missing, and installing them needs root or sudo without a password:$missing" >&2
+      echo "Install them and start again: apt-get install$missing" >&2
+      return 1
+    fi
+    as_root=(sudo -n)
+  fi
+  echo "Installing Debian packages:$missing" >&2
+  local log
+  log=$(mktemp)
+  if ! { "${as_root[@]}" apt-get -o DPkg::Lock::Timeout=300 update -qq &&
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -o DPkg::Lock::Timeout=300 install -y -qq \
+      --no-install-recommends $missing; } >"$log" 2>&1 </dev/null; then
+    cat "$log" >&2
+    rm -f "$log"
+    echo "The packages could not be installed; the messages of apt-get stand above. Missing:$missing" >&2
+    return 1
+  fi
+  rm -f "$log"
+}
+
+# quietly <log file> <command...>: the output goes to the file, and is shown when the command fails.
+quietly() {
+  local log=$1
+  shift
+  mkdir -p "$(dirname "$log")"
+  if ! "$@" >"$log" 2>&1 </dev/null; then
+    cat "$log" >&2
+    echo "Failed: $*" >&2
+    return 1
+  fi
+}
