@@ -4,6 +4,7 @@
 #include <iterator>
 #include <span>
 
+#include "monitor/Umonitortexts.h"
 #include "motion/Umotioncontroller.h"
 #include "motion/Umotiontexts.h"
 #include "platform/AppSys.h"
@@ -31,6 +32,7 @@ void FreeFaultReport() { SetFaultHandler(nullptr); }
 constexpr TUnit kUnits[] = {
     {"Faults", StartFaultReport, FreeFaultReport, nullptr},
     {"Ustatemotionbase", StartMotionController, FreeMotionController, MotionTexts},
+    {"Usystemmonitordef", [] {}, [] {}, MonitorTexts},
 };
 
 }  // namespace

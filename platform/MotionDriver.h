@@ -50,6 +50,7 @@ class TNcDeviceManager {
  public:
   virtual ~TNcDeviceManager() = default;
   virtual TNcInputGroup* InputGroup() = 0;
+  virtual std::int32_t GetAxisCount() { return 0; }  // axes are counted from 1 elsewhere
 };
 
 IXO_DECLARE_SERVICE(TNcMotionDriver, MotionDriver);

@@ -3,7 +3,7 @@
 packages() {
   case $1 in
     run) echo "g++ cmake ninja-build libpugixml-dev nlohmann-json3-dev libfmt-dev libspdlog-dev libcli11-dev" ;;
-    test) echo "$(packages run) libgtest-dev libgmock-dev clang-format" ;;
+    test) echo "$(packages run) libgtest-dev libgmock-dev clang-format locales" ;;
     bench) echo "$(packages run) libbenchmark-dev libboost-dev valgrind" ;;
     ci) echo "$(packages test) clang libclang-rt-14-dev libbenchmark-dev libboost-dev util-linux" ;;
     *)

@@ -1,0 +1,54 @@
+// Where a monitor file's bytes go.
+#pragma once
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+namespace ixocamglue {
+
+// A monitor file that cannot be written; the text names the file and the reason.
+class EMonitorFileError : public std::runtime_error {
+ public:
+  EMonitorFileError(std::string fileName, const std::string& reason)
+      : std::runtime_error(fileName + ": " + reason), FFileName(std::move(fileName)) {}
+  [[nodiscard]] const std::string& FileName() const { return FFileName; }
+
+ private:
+  std::string FFileName;
+};
+
+class IMonitorSink {
+ public:
+  virtual ~IMonitorSink() = default;
+  virtual void Write(std::string_view bytes) = 0;  // throws EMonitorFileError
+};
+
+// Replaces a file as a whole: the bytes go to a temporary file in the same folder, Commit renames it. The owner and the
+// mode of a file that is there are kept; links are followed. Not flushed to disk. A target that is no regular file (a
+// pipe, a device), and one whose owner a new file cannot be given, is written in place.
+// One thread. Without Commit the target stays as it was, unless it is written in place.
+class TMonitorFileSink final : public IMonitorSink {
+ public:
+  explicit TMonitorFileSink(std::string fileName);  // throws EMonitorFileError
+  ~TMonitorFileSink() override;
+  TMonitorFileSink(const TMonitorFileSink&) = delete;
+  TMonitorFileSink& operator=(const TMonitorFileSink&) = delete;
+
+  void Write(std::string_view bytes) override;
+  void Commit();  // once, last; throws EMonitorFileError
+
+ private:
+  void OpenInPlace();
+  [[nodiscard]] bool OpenBeside(bool exists, std::uint32_t mode, std::uint32_t owner, std::uint32_t group);
+  void CloseFile() noexcept;
+  [[noreturn]] void Fail(const char* what, int error);
+
+  const std::string FFileName;
+  std::string FTarget;     // behind links
+  std::string FTemporary;  // empty: in place
+  int FFile = -1;
+};
+
+}  // namespace ixocamglue
