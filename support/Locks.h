@@ -16,6 +16,7 @@
 #define IXO_RELEASE(...) IXO_TSA(release_capability(__VA_ARGS__))
 #define IXO_REQUIRES(...) IXO_TSA(requires_capability(__VA_ARGS__))
 #define IXO_EXCLUDES(...) IXO_TSA(locks_excluded(__VA_ARGS__))
+#define IXO_NO_ANALYSIS IXO_TSA(no_thread_safety_analysis)
 
 namespace ixocamglue {
 
