@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "host/Travel.h"
 #include "motion/Usequence.h"
 #include "simulator/Machine.h"
 
@@ -9,7 +10,15 @@ namespace ixocamglue {
 namespace {
 
 // Ids of the host's own procedures; the commands of the step factory end at 612.
-enum TProcedureId : std::int32_t { pidLaserTest = 901, pidGasPurge, pidGasHold, pidCover, pidPierce, pidPierceInner };
+enum TProcedureId : std::int32_t {
+  pidLaserTest = 901,
+  pidGasPurge,
+  pidGasHold,
+  pidCover,
+  pidPierce,
+  pidPierceInner,
+  pidSquare
+};
 
 constexpr std::int32_t kCoverOutput = 4;
 constexpr std::int32_t kCoverInput = 4;
@@ -88,6 +97,25 @@ TStepPtr MakePierce() {
   });
 }
 
+TSequenceItem Travel(TPoint2 target, double mmPerS) {
+  return {0, "travel", nullptr, [target, mmPerS](TCustomMotionState* ctrl) -> TStepPtr {
+            auto travel = MakeStepOf<TSmtTravel>(ctrl);
+            travel->SetTarget(target, mmPerS);
+            return travel;
+          }};
+}
+
+// A square of 40 mm, cut after the head has travelled there.
+TStepPtr MakeSquare() {
+  return Sequence(nullptr, [](TSmtSequence& s) {
+    s.Define(
+        pidSquare, "square",
+        {Travel({60, 30}, 800), GasOn(kOxygen, 2.5), Plain(518, "open shutter"), Plain(519, "wait for the shutter"),
+         Plain(520, "laser on"), Travel({100, 30}, 200), Travel({100, 70}, 200), Travel({60, 70}, 200),
+         Travel({60, 30}, 200), Plain(517, "laser and shutter off"), Plain(142, "gas off"), Travel({0, 0}, 800)});
+  });
+}
+
 void PrepareCover(TSimMachine& machine) { machine.Ports().FollowOutput(kCoverOutput, kCoverInput, 25); }
 
 constexpr TProcedure kProcedures[] = {
@@ -97,6 +125,7 @@ constexpr TProcedure kProcedures[] = {
     {"gas-hold", "gas on and kept on", MakeGasHold, nullptr, false, true},
     {"cover", "an output and the input that answers it (176)", MakeCover, PrepareCover, false, false},
     {"pierce", "gas around a beam that is built late", MakePierce, nullptr, true, false},
+    {"square", "travel, gas, and a beam around a square of 40 mm", MakeSquare, nullptr, true, false},
 };
 
 }  // namespace

@@ -18,7 +18,7 @@ class TMonitorWriter {
   // the column header. A line break within a name becomes one blank; a comma stays as it is. `sink` is not owned.
   TMonitorWriter(IMonitorSink& sink, std::span<const std::string> motors);
 
-  // Kept: frames of main type 1 with sub type 258 or 260 are not written.
+  // A frame that is not to be saved is passed over, see IsSaved.
   void Write(const TMonitorDataFrame& frame);
   // Hands over what is still buffered. Nothing is lost before it only if it is called.
   void Finish();
@@ -40,9 +40,5 @@ class TMonitorWriter {
 // the end.
 extern const std::size_t kLongestDataLine;
 char* PutDataLine(char* out, const TMonitorDataFrame& frame);
-
-[[nodiscard]] constexpr bool IsSaved(const TMonitorDataFrame& frame) {
-  return !(frame.MainType == 1 && (frame.SubType == 258 || frame.SubType == 260));
-}
 
 }  // namespace ixocamglue

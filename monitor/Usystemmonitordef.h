@@ -50,7 +50,7 @@ struct TMonitorDataFrame {
   std::array<std::uint32_t, kFrameValues> Data{};  // bits of a signed integer or of a float
 
   // Integer frames hold signed 32-bit values, every other frame single-precision floats.
-  [[nodiscard]] bool IsInteger() const {
+  [[nodiscard]] constexpr bool IsInteger() const {
     return MainType == 3 && (SubType == 1 || SubType == 2 || SubType == 5 || SubType == 8);
   }
   [[nodiscard]] std::size_t Count() const { return std::min<std::size_t>(DataCount, kFrameValues); }
@@ -68,6 +68,11 @@ struct TMonitorDataFrame {
   friend bool operator==(const TMonitorDataFrame&, const TMonitorDataFrame&) = default;
 };
 static_assert(sizeof(TMonitorDataFrame) == 156 && std::is_trivially_copyable_v<TMonitorDataFrame>);
+
+// Kept: the writers pass over frames of main type 1 with sub type 258 or 260.
+[[nodiscard]] constexpr bool IsSaved(const TMonitorDataFrame& frame) {
+  return !(frame.MainType == 1 && (frame.SubType == 258 || frame.SubType == 260));
+}
 
 // What a saved frame's eleven header fields are called, in their order; the twelfth heads the values.
 inline constexpr std::array<std::string_view, 12> kMonitorColumns = {

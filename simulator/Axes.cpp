@@ -162,6 +162,11 @@ TPoint2 TSimMotion::Pos() const {
   return FPath.Pos();
 }
 
+TPoint2 TSimMotion::Speed() const {
+  FCore.AssertLocked();
+  return FSpeed;
+}
+
 bool TSimMotion::Moving() const {
   FCore.AssertLocked();
   return FPath.Moving() || !FNextPoints.empty() || std::ranges::any_of(FTurns, &TTrapezoid::Moving);
@@ -180,8 +185,12 @@ const TPoint2* TSimMotion::FlagPos(std::int32_t flag) const {
 
 void TSimMotion::Step(std::uint64_t) {
   FCore.AssertLocked();
+  FSpeed = {};
   if (!FShownMoving) return;
+  const TPoint2 before = FPath.Pos();
   FPath.Step();
+  const TPoint2 after = FPath.Pos();
+  FSpeed = {(after.X - before.X) / TTrapezoid::kStepS, (after.Y - before.Y) / TTrapezoid::kStepS};
   for (TTrapezoid& turn : FTurns) turn.Step();
   if (!FPath.Moving() && !FNextPoints.empty()) {
     FPath = TSimPath(FPath.Pos(), FNextPoints, FNextSpeed, std::min(FX.Acceleration, FY.Acceleration));
@@ -254,6 +263,11 @@ double TSimCutHead::Focus() const {
   return FFocus.Pos();
 }
 
+double TSimCutHead::Speed() const {
+  FCore.AssertLocked();
+  return FFocus.Speed();
+}
+
 bool TSimCutHead::Moving() const {
   FCore.AssertLocked();
   return FFocus.Moving();
@@ -324,6 +338,11 @@ void TSimFollower::SetPlate(double z) {
 double TSimFollower::Z() const {
   FCore.AssertLocked();
   return FZ.Pos();
+}
+
+double TSimFollower::Speed() const {
+  FCore.AssertLocked();
+  return FZ.Speed();
 }
 
 bool TSimFollower::Moving() const {

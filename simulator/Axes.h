@@ -61,6 +61,7 @@ class TSimMotion final : public TNcMotionDriver, public ISimPart {
 
   // --- past the gate; the core's lock is held ---
   [[nodiscard]] TPoint2 Pos() const;
+  [[nodiscard]] TPoint2 Speed() const;  // of each axis, with its sign
   [[nodiscard]] bool Moving() const;
   [[nodiscard]] double PathSpeed() const;
   [[nodiscard]] const TPoint2* FlagPos(std::int32_t flag) const;  // null: never saved
@@ -81,6 +82,7 @@ class TSimMotion final : public TNcMotionDriver, public ISimPart {
   std::array<TTrapezoid, kAxes> FTurns IXO_GUARDED_BY(FCore.Lock);
   std::map<std::int32_t, TPoint2> FFlags IXO_GUARDED_BY(FCore.Lock);
   bool FShownMoving IXO_GUARDED_BY(FCore.Lock) = false;
+  TPoint2 FSpeed IXO_GUARDED_BY(FCore.Lock);  // over the latest step
 };
 
 // One straight axis with limits: the focus axis and each Z. Used with the core's lock held.
@@ -97,6 +99,7 @@ class TSimAxis {
   void Step();
 
   [[nodiscard]] double Pos() const { return FMotion.Pos(); }
+  [[nodiscard]] double Speed() const { return FMotion.Speed(); }
   [[nodiscard]] double Target() const { return FMotion.Target(); }
   [[nodiscard]] bool Moving() const { return FMotion.Moving(); }
   [[nodiscard]] double Clamped(double mm) const;
@@ -122,6 +125,7 @@ class TSimCutHead final : public TNcCutHeadCtrl, public ISimPart {
   double GetFocus() override;
 
   [[nodiscard]] double Focus() const;  // past the gate; the core's lock is held
+  [[nodiscard]] double Speed() const;
   [[nodiscard]] bool Moving() const;
   void Step(std::uint64_t nowMs) override;
 
@@ -146,6 +150,7 @@ class TSimFollower final : public TNcFollower, public ISimPart {
   void SetPlate(double z);  // the plate under the nozzle has changed its height
 
   [[nodiscard]] double Z() const;  // past the gate; the core's lock is held
+  [[nodiscard]] double Speed() const;
   [[nodiscard]] bool Moving() const;
   [[nodiscard]] bool Following() const;
   void Step(std::uint64_t nowMs) override;

@@ -180,6 +180,7 @@ void ReadPhysics(const TReader& reader, const TSimAxisConfig& z, TSimPhysics& ph
   reader.Read("GasTimeConstantMs", physics.GasTimeConstantMs, 1, 60'000);
   reader.Read("SwitchTimeMs", physics.SwitchTimeMs, 0, 60'000);
   reader.Read("SecondFollower", physics.SecondFollower);
+  reader.Read("FollowingErrorMs", physics.FollowingErrorMs, 0.0, 100.0);
   double plateZ = physics.PlateZ;
   reader.Read("PlateZ", plateZ, z.SoftLimitNeg, z.SoftLimitPos);
   physics.PlateZ = std::clamp(plateZ, z.SoftLimitNeg, z.SoftLimitPos);

@@ -54,6 +54,7 @@ struct TSimPhysics {
   std::int32_t EmissionJitterMs = 200;  // 0 to this, by the seed
   std::int32_t GasTimeConstantMs = 150;
   std::int32_t SwitchTimeMs = 60;  // a gas valve's
+  double FollowingErrorMs = 2.0;   // an axis lags behind its set position by its speed times this
   double PlateZ = 80.0;            // Z at which the nozzle would touch the plate
   bool SecondFollower = false;
 };

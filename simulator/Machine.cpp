@@ -115,6 +115,9 @@ TSimSnapshot TSimMachine::Snapshot() {
   now.Following = FFollower.Following() || (FSecondFollower && FSecondFollower->Following());
   now.Focus = FHead.Focus();
   now.FocusMoving = FHead.Moving();
+  const TPoint2 speed = FMotion.Speed();
+  const double lagS = FConfig.Physics.FollowingErrorMs / 1000.0;
+  now.FollowingError = {speed.X * lagS, speed.Y * lagS, FFollower.Speed() * lagS, FHead.Speed() * lagS};
   now.OutputsOn = FPorts.OutputsOn();
   now.State = GetState();
   return now;

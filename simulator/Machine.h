@@ -6,6 +6,7 @@
 // posted. GetState, the pointers to the devices and the alarm package pass no gate.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -53,6 +54,8 @@ struct TSimSnapshot {
   TPoint2 Pos;
   double Z = 0.0;
   double Focus = 0.0;
+  // How far X, Y, Z and Focus lag behind their set positions, mm.
+  std::array<double, 4> FollowingError{};
   bool AxesMoving = false;
   bool ZMoving = false;  // any follower's
   bool FocusMoving = false;

@@ -23,6 +23,7 @@ class TSimPorts final : public TNcMotionCard, public TNcInputGroup, public TNcDe
   void SetInputLogic(std::int32_t inport, bool level) override;
   bool GetInput(std::int32_t inport) override;  // the level itself, whatever counts as reached
   TNcInputGroup* InputGroup() override { return this; }
+  std::int32_t GetAxisCount() override { return 4; }  // X, Y, Z, Focus
 
   // --- scripts ---
   void SetInput(std::int32_t port, bool level);
