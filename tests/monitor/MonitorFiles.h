@@ -73,7 +73,7 @@ inline TMonitorDataFrame RandomFrame(std::mt19937& random) {
   const auto bits = [&] { return static_cast<std::uint32_t>(random()); };
   const bool integer = bits() % 2 != 0;
   frame.MainType = integer ? 3 : static_cast<std::uint16_t>(bits());
-  frame.SubType = integer ? 2 : static_cast<std::uint16_t>(bits() >> bits() % 16);
+  frame.SubType = static_cast<std::uint16_t>(integer ? 2U : bits() >> bits() % 16);
   frame.Param1 = static_cast<std::uint16_t>(bits());
   frame.SampleTime = bits();
   frame.TimeInterval = bits() >> bits() % 32;
