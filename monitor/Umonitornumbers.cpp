@@ -7,50 +7,15 @@
 namespace ixocamglue {
 namespace {
 
-constexpr std::uint32_t kHundredMillion = 100'000'000;
-
-// A number below 10^8 without leading zeros; writes eight characters and keeps the last ones.
-char* PutShort(char* out, std::uint32_t number) {
-  const std::uint64_t values = digits::Spell(number);
-  // The last digit stays, also of 0.
-  const int leading = std::countr_zero(values | (std::uint64_t{1} << 56)) / 8;
-  digits::Store(out, (values | digits::kZeros) >> (8 * leading));
-  return out + 8 - leading;
-}
-
-char* PutEight(char* out, std::uint32_t number) {
-  digits::Store(out, digits::Spell(number) | digits::kZeros);
-  return out + 8;
-}
-
 char* PutUnsigned(char* out, std::uint64_t number) {
-  if (number < kHundredMillion) return PutShort(out, static_cast<std::uint32_t>(number));
-  out = PutUnsigned(out, number / kHundredMillion);
-  return PutEight(out, static_cast<std::uint32_t>(number % kHundredMillion));
+  if (number < digits::kHundredMillion) return digits::PutShort(out, static_cast<std::uint32_t>(number));
+  out = PutUnsigned(out, number / digits::kHundredMillion);
+  return digits::PutEight(out, static_cast<std::uint32_t>(number % digits::kHundredMillion));
 }
 
 char* PutText(char* out, std::string_view text) {
   std::memcpy(out, text.data(), text.size());
   return out + text.size();
-}
-
-// The parts of a single: its value is Mantissa * 2^Exponent.
-struct TParts {
-  std::uint32_t Mantissa = 0;  // below 2^24
-  int Exponent = 0;            // -149 to 104, 105 for what is no number
-};
-
-TParts Split(std::uint32_t bits) {
-  const std::uint32_t fraction = bits & 0x7FFFFF;
-  const int exponent = static_cast<int>((bits >> 23) & 0xFF);
-  return exponent == 0 ? TParts{fraction, -149} : TParts{fraction | 0x800000, exponent - 150};
-}
-
-char* PutLarge(char* out, float magnitude, TParts parts) {
-  if (parts.Exponent == 105) return PutText(out, "inf");
-  if (parts.Exponent <= 40)
-    return PutText(PutUnsigned(out, std::uint64_t{parts.Mantissa} << parts.Exponent), ".00000000");
-  return std::to_chars(out, out + kLongestFloat, static_cast<double>(magnitude), std::chars_format::fixed, 8).ptr;
 }
 
 bool IsBlank(char c) { return c == ' ' || c == '\t'; }
@@ -80,34 +45,11 @@ bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
 }  // namespace
 
-char* PutInt(char* out, std::int32_t value) {
-  const auto bits = static_cast<std::uint32_t>(value);
-  *out = '-';
-  out += bits >> 31;
-  return PutUnsigned(out, value < 0 ? 0 - bits : bits);
-}
-
-char* PutFloat(char* out, float value) {
-  const auto bits = std::bit_cast<std::uint32_t>(value);
-  if (value != value) return PutText(out, "nan");
-  *out = '-';
-  out += bits >> 31;
-  const TParts parts = Split(bits);
-  if (parts.Exponent >= 0) [[unlikely]]
-    return PutLarge(out, std::fabs(value), parts);
-
-  // Hundred-millionths, exact before the shift: below 2^51. What is shifted out decides the rounding.
-  const std::uint64_t exact = std::uint64_t{parts.Mantissa} * kHundredMillion;
-  std::uint64_t rounded = 0;
-  if (const int shift = -parts.Exponent; shift < 64) {
-    const std::uint64_t half = std::uint64_t{1} << (shift - 1);
-    const std::uint64_t rest = exact & (half * 2 - 1);
-    rounded = exact >> shift;
-    rounded += static_cast<std::uint64_t>(rest > half) | (static_cast<std::uint64_t>(rest == half) & rounded & 1);
-  }
-  out = PutShort(out, static_cast<std::uint32_t>(rounded / kHundredMillion));
-  *out++ = '.';
-  return PutEight(out, static_cast<std::uint32_t>(rounded % kHundredMillion));
+char* digits::PutLarge(char* out, float magnitude) {
+  if (std::isnan(magnitude)) return PutText(out, "nan");
+  if (std::isinf(magnitude)) return PutText(out, "inf");
+  if (magnitude < 0x1p64F) return PutText(PutUnsigned(out, static_cast<std::uint64_t>(magnitude)), ".00000000");
+  return std::to_chars(out, out + kLongestFloat, static_cast<double>(magnitude), std::chars_format::fixed, 8).ptr;
 }
 
 std::optional<std::uint32_t> ParseInt(std::string_view field) {

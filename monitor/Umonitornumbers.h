@@ -18,8 +18,8 @@ inline constexpr std::size_t kLongestFloat = 49;  // characters that PutFloat wr
 inline constexpr std::size_t kPutSlack = 8;
 
 // Write at `out` and return the end of what was written.
-char* PutInt(char* out, std::int32_t value);
-char* PutFloat(char* out, float value);
+inline char* PutInt(char* out, std::int32_t value);
+inline char* PutFloat(char* out, float value);
 
 // A field as a whole: blanks or tabs around it, a sign, decimal or "$" or "0x" hexadecimal digits, from -2^31 to
 // 2^32-1, taken modulo 2^32. Nothing else is a number.
@@ -64,6 +64,58 @@ inline void Store(char* p, std::uint64_t word) {
   return tens | ((pairs - 10 * tens) << 8);
 }
 
+inline constexpr std::uint32_t kHundredMillion = 100'000'000;
+
+inline char* PutEight(char* out, std::uint32_t number) {
+  Store(out, Spell(number) | kZeros);
+  return out + 8;
+}
+// A number below 10^8 without leading zeros; writes eight characters and keeps the last ones.
+inline char* PutShort(char* out, std::uint32_t number) {
+  const std::uint64_t values = Spell(number);
+  // The last digit stays, also of 0.
+  const int leading = std::countr_zero(values | (std::uint64_t{1} << 56)) / 8;
+  Store(out, (values | kZeros) >> (8 * leading));
+  return out + 8 - leading;
+}
+// A magnitude from 2^23 on, and what is no number.
+char* PutLarge(char* out, float magnitude);
+
 }  // namespace digits
+
+inline char* PutInt(char* out, std::int32_t value) {
+  const auto bits = static_cast<std::uint32_t>(value);
+  *out = '-';
+  out += bits >> 31;
+  const std::uint32_t number = value < 0 ? 0 - bits : bits;
+  if (number < digits::kHundredMillion) return digits::PutShort(out, number);
+  const std::uint32_t high = number / digits::kHundredMillion;  // 1 to 42
+  *out = static_cast<char>('0' + high / 10);
+  out += high >= 10;
+  *out++ = static_cast<char>('0' + high % 10);
+  return digits::PutEight(out, number % digits::kHundredMillion);
+}
+
+inline char* PutFloat(char* out, float value) {
+  const auto bits = std::bit_cast<std::uint32_t>(value);
+  *out = '-';
+  out += bits >> 31;
+  // The value is mantissa * 2^-shift, subnormal numbers included.
+  const std::uint32_t exponent = (bits >> 23) & 0xFF;
+  const int shift = 150 - static_cast<int>(exponent | static_cast<std::uint32_t>(exponent == 0));
+  if (shift <= 0) [[unlikely]]
+    return value != value ? digits::PutLarge(out - (bits >> 31), value)
+                          : digits::PutLarge(out, value < 0 ? -value : value);
+  const std::uint64_t mantissa = (bits & 0x7FFFFF) | (static_cast<std::uint32_t>(exponent != 0) << 23);
+
+  // Hundred-millionths, exact before the shift: below 2^51. What is shifted out decides the rounding, ties to even.
+  const std::uint64_t exact = mantissa * digits::kHundredMillion;
+  std::uint64_t rounded = 0;
+  if (shift < 64) [[likely]]
+    rounded = (exact + (std::uint64_t{1} << (shift - 1)) - 1 + ((exact >> shift) & 1)) >> shift;
+  out = digits::PutShort(out, static_cast<std::uint32_t>(rounded / digits::kHundredMillion));
+  *out++ = '.';
+  return digits::PutEight(out, static_cast<std::uint32_t>(rounded % digits::kHundredMillion));
+}
 
 }  // namespace ixocamglue

@@ -227,14 +227,17 @@ std::uint64_t ResidentKiB(const char* what) {
 }
 
 int PrintMemory(const std::string& file) {
+  TFrameList frames;
+  // Made in advance, so that no half of a growing list is counted as the loader's; only its touched part is resident.
+  frames.reserve(std::filesystem::file_size(file) / 64);
+  TSystemMonitorFile monitor;
   const std::uint64_t before = ResidentKiB("VmRSS:");
   const std::uint64_t allocations = Allocations();
-  const TFrameList frames = Load(file);
-  const std::uint64_t perFrame = malloc_usable_size(frames.front().get()) + sizeof(std::size_t);
+  if (!monitor.LoadFromFile(file, [&](auto frame) { frames.push_back(std::move(frame)); }) || frames.empty())
+    throw std::runtime_error(file + " cannot be loaded");
   const std::uint64_t made = Allocations() - allocations;
-  // The list doubles: while it moves, both its halves are there.
-  const std::uint64_t list = frames.capacity() * sizeof(frames[0]) * 3 / 2;
-  const std::uint64_t own = (frames.size() * perFrame + list) / 1024;
+  const std::uint64_t perFrame = malloc_usable_size(frames.front().get()) + sizeof(std::size_t);
+  const std::uint64_t own = frames.size() * (perFrame + sizeof(frames[0])) / 1024;
   const std::uint64_t peak = ResidentKiB("VmHWM:") - before;
   std::printf("%.2f %.4f\n", (static_cast<double>(peak) - static_cast<double>(own)) / 1024.0,
               static_cast<double>(made) / static_cast<double>(frames.size()));
