@@ -39,24 +39,23 @@ class TOwnFilter {
 // As the rule is told: the ring's index by modulo, a test for NaN, greater or else less.
 class TPlainRing {
  public:
-  explicit TPlainRing(std::int32_t capacity)
-      : FItems(std::make_unique<double[]>(static_cast<std::size_t>(capacity))), FCapacity(capacity) {}
+  explicit TPlainRing(std::size_t capacity) : FItems(std::make_unique<double[]>(capacity)), FCapacity(capacity) {}
 
   [[gnu::noinline]] void Enqueue(double value) {
     if (FCount == FCapacity) {
       FTail = (FTail + 1) % FCapacity;
       --FCount;
     }
-    FItems[static_cast<std::size_t>((FTail + FCount) % FCapacity)] = value;
+    FItems[(FTail + FCount) % FCapacity] = value;
     ++FCount;
   }
   [[gnu::noinline]] double Average() const {
     if (FCount < 3) return 0.0;
-    double max = FItems[static_cast<std::size_t>(FTail)];
+    double max = FItems[FTail];
     double min = max;
     double sum = 0.0;
-    for (std::int32_t i = 0; i < FCount; ++i) {
-      const double v = FItems[static_cast<std::size_t>((FTail + i) % FCapacity)];
+    for (std::size_t i = 0; i < FCount; ++i) {
+      const double v = FItems[(FTail + i) % FCapacity];
       if (std::isnan(v)) continue;
       sum += v;
       if (v > max)
@@ -64,14 +63,14 @@ class TPlainRing {
       else if (v < min)
         min = v;
     }
-    return (sum - max - min) / (FCount - 2);
+    return (sum - max - min) / (static_cast<double>(FCount) - 2.0);
   }
 
  private:
   std::unique_ptr<double[]> FItems;
-  std::int32_t FCapacity;
-  std::int32_t FTail = 0;
-  std::int32_t FCount = 0;
+  std::size_t FCapacity;
+  std::size_t FTail = 0;
+  std::size_t FCount = 0;
 };
 
 template <int Window>

@@ -10,26 +10,21 @@ double UsableInterval(double interval) { return interval > 0.01 ? interval : 1.0
 
 }  // namespace
 
-double TrimmedMean(const TFixLengthQueue<double>& values) {
-  const auto [older, newer] = values.Runs();
-  const std::size_t count = older.size() + newer.size();
-  if (count < 3) return 0.0;
+double TrimmedMeanWithNaN(std::span<const double> older, std::span<const double> newer) {
   double max = older.front();
   double min = max;
   double sum = 0.0;
-  // No branch per value: the additions, which must stay in order, are the only chain that the processor waits for.
-  // Adding -0.0 changes no number. A value above max is never below min, so that the two need not exclude each other,
-  // and neither comparison is true for NaN.
-  const auto add = [&](std::span<const double> run) {
+  for (const auto run : {older, newer}) {
     for (const double v : run) {
-      sum += v == v ? v : -0.0;
-      max = v > max ? v : max;
-      min = v < min ? v : min;
+      if (std::isnan(v)) continue;
+      sum += v;
+      if (v > max)
+        max = v;
+      else if (v < min)
+        min = v;
     }
-  };
-  add(older);
-  add(newer);
-  return (sum - max - min) / (static_cast<double>(count) - 2.0);
+  }
+  return (sum - max - min) / (static_cast<double>(older.size() + newer.size()) - 2.0);
 }
 
 TMAFileter::TMAFileter(std::int32_t count, double interval)

@@ -83,7 +83,33 @@ class TFixLengthQueue {
 
 // The mean of the values without one largest and one smallest; 0 with fewer than 3. Summed from the oldest to the
 // newest. Kept: a NaN is left out of the sum but counted in the divisor, and a NaN as the oldest value makes it NaN.
-[[nodiscard]] double TrimmedMean(const TFixLengthQueue<double>& values);
+[[nodiscard]] inline double TrimmedMean(const TFixLengthQueue<double>& values);
+
+// The rule as it is told, for values of which one may be NaN. At least 3 of them.
+[[nodiscard]] double TrimmedMeanWithNaN(std::span<const double> older, std::span<const double> newer);
+
+inline double TrimmedMean(const TFixLengthQueue<double>& values) {
+  const auto [older, newer] = values.Runs();
+  const std::size_t count = older.size() + newer.size();
+  if (count < 3) return 0.0;
+  double max = older.front();
+  double min = max;
+  double sum = 0.0;
+  // No branch per value: the additions, which must stay in order, are the only chain that the processor waits for. A
+  // value above max is never below min, so that the two need not exclude each other. A NaN shows in the sum.
+  const auto add = [&](std::span<const double> run) {
+    for (const double v : run) {
+      sum += v;
+      max = v > max ? v : max;
+      min = v < min ? v : min;
+    }
+  };
+  add(older);
+  add(newer);
+  if (sum != sum) [[unlikely]]
+    return TrimmedMeanWithNaN(older, newer);
+  return (sum - max - min) / (static_cast<double>(count) - 2.0);
+}
 
 // Fed from one thread and read from others: AddAndGet and Restart hold the lock, which a caller may hold already.
 class TMAFileter {
