@@ -1,0 +1,121 @@
+// Recordings as a user meets them: the real binary, the files that it leaves.
+#include <cstdlib>
+#include <sys/wait.h>
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include "tests/monitor/MonitorFiles.h"
+
+namespace ixocamglue::test {
+namespace {
+
+using testing::HasSubstr;
+
+struct TRun {
+  int ExitCode;
+  std::string Out, Err;
+};
+
+class MonitorCommands : public testing::Test {
+ protected:
+  TRun Ixocut(const std::string& arguments, const std::string& environment = {}) {
+    const std::string command =
+        "cd '" + FDir.Path().string() + "' && " + environment + " '" IXOCUT_BINARY "' " + arguments + " >out 2>err";
+    const int status = std::system(command.c_str());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Read("out"), Read("err")};
+  }
+  std::string Read(const std::string& name) { return ReadFile(FDir.Path() / name); }
+
+  TTempDir FDir;
+};
+
+TEST_F(MonitorCommands, ARecordingShowsWhatTheProcedureDid) {
+  const TRun record = Ixocut("record --procedure square --state s --out a.csv --lang en");
+  ASSERT_EQ(record.ExitCode, 0) << record.Err;
+  const TRun show = Ixocut("monitor show a.csv --json --lang en");
+  ASSERT_EQ(show.ExitCode, 0) << show.Err;
+  const auto document = nlohmann::json::parse(show.Out);
+  EXPECT_EQ(document.at("motors"), nlohmann::json({"X", "Y", "Z", "Focus"}));
+  EXPECT_EQ(document.at("notes").size(), 0U);
+  std::map<std::string, nlohmann::json> signals;
+  for (const auto& signal : document.at("signals")) signals[signal.at("name")] = signal;
+  EXPECT_EQ(signals.at("position.1").at("max"), 100);
+  EXPECT_EQ(signals.at("position.2").at("max"), 70);
+  EXPECT_NEAR(signals.at("speed.1").at("max").get<double>(), 716, 1);
+  EXPECT_NEAR(signals.at("following-error.1").at("max").get<double>(), 1.43, 0.01);
+  EXPECT_NEAR(signals.at("gas-pressure").at("max").get<double>(), 2.5, 0.01);
+  EXPECT_EQ(signals.at("laser").at("max"), 1);
+  EXPECT_EQ(signals.at("state").at("max"), 204);
+  EXPECT_EQ(signals.at("speed.1").at("caption"), "Speed X (mm/s)");
+
+  // The same seed, the same bytes; another one's emission comes at another time.
+  EXPECT_EQ(Ixocut("record --procedure square --state s --out b.csv").ExitCode, 0);
+  EXPECT_EQ(Read("a.csv"), Read("b.csv"));
+  EXPECT_EQ(Ixocut("monitor diff a.csv b.csv").ExitCode, 0);
+  EXPECT_EQ(Ixocut("record --procedure square --state s --seed 5 --out c.csv").ExitCode, 0);
+  const TRun diff = Ixocut("monitor diff a.csv c.csv");
+  EXPECT_EQ(diff.ExitCode, 1);
+  EXPECT_THAT(diff.Out, HasSubstr("the runs differ"));
+
+  EXPECT_EQ(Ixocut("monitor convert a.csv --to columns --out t.csv --lang en").ExitCode, 0);
+  EXPECT_THAT(Read("t.csv"), testing::StartsWith("time (ms),Position X (mm),Position Y (mm),"));
+  EXPECT_THAT(Read("t.csv"), HasSubstr("\n0,0,0,0,0,"));
+}
+
+TEST_F(MonitorCommands, ADamagedFileIsShownRecoveredAndNeverOverwrittenUnread) {
+  const std::string whole = kHead + "2,1,1,0,4294967290,2,2,0,0,0,0,0.5,x\n3,1,0\n";
+  WriteFile(FDir.Path() / "cut.csv", whole + "2,1,1,0,0,1,2,0,0,0,0,0.5");
+  const TRun show = Ixocut("monitor show cut.csv");
+  EXPECT_EQ(show.ExitCode, 0);
+  for (const char* part : {"line 5, field 13: no number, read as 0: \"x\"", "line 6: skipped", "line 7, field 13",
+                           "the last line has no line end"})
+    EXPECT_THAT(show.Out, HasSubstr(part));
+  EXPECT_THAT(Ixocut("monitor recover cut.csv --out whole.csv").Out, HasSubstr("dropped: 25 bytes"));
+  EXPECT_EQ(Read("whole.csv"), whole);
+  // The sample time wraps: 2,1 goes on where it was.
+  EXPECT_EQ(Ixocut("monitor convert cut.csv --to columns --out t.csv --lang en").ExitCode, 0);
+  EXPECT_EQ(Read("t.csv"), "time (ms),Position 1 (mm)\n0,0.5\n2,0\n6,0.5\n7,0\n");
+
+  WriteFile(FDir.Path() / "keep", "precious");
+  WriteFile(FDir.Path() / "empty", "");
+  WriteFile(FDir.Path() / "old", "Version,1.0.0.0\n");
+  WriteFile(FDir.Path() / "none", kHead);
+  for (const char* command :
+       {"convert absent --to columns --out keep", "recover empty --out keep", "convert old --to columns --out keep",
+        "plot none --out keep.svg", "show .", "diff cut.csv empty", "convert empty --to columns --out keep"}) {
+    const TRun run = Ixocut(std::string("monitor ") + command);
+    EXPECT_EQ(run.ExitCode, 3) << command << run.Out;
+    EXPECT_THAT(run.Err, HasSubstr("ixocut monitor: ")) << command;
+  }
+  EXPECT_EQ(Read("keep"), "precious");
+}
+
+TEST_F(MonitorCommands, APlotIsAPictureAndWithoutGnuplotAMessage) {
+  WriteFile(FDir.Path() / "a.csv", kHead + "2,1,1,0,0,1,3,0,0,0,0,0.5,nan,2.5\n3,1,0,0,0,1,2,0,0,0,0,0,1\n");
+  const TRun missing = Ixocut("monitor plot a.csv --out a.svg", "PATH=/nowhere");
+  EXPECT_EQ(missing.ExitCode, 3);
+  EXPECT_THAT(missing.Err, HasSubstr("gnuplot is not installed"));
+  if (std::system("gnuplot --version >/dev/null 2>&1") != 0) GTEST_SKIP() << "gnuplot is not installed";
+  const TRun plot = Ixocut("monitor plot a.csv --out \"it's.svg\" --lang en");
+  EXPECT_EQ(plot.ExitCode, 0) << plot.Err;
+  EXPECT_THAT(Read("it's.svg"), testing::AllOf(HasSubstr("<svg"), HasSubstr("Position (mm)"), HasSubstr("Laser")));
+}
+
+TEST_F(MonitorCommands, AWrongCommandLineDoesNothing) {
+  for (const char* command :
+       {"record --out a.csv", "record --procedure nothing --out a.csv", "record --procedure cover",
+        "record --procedure cover --out a.csv --signals speed.9", "monitor",
+        "record --procedure cover --out a.csv --signals speed,", "monitor plot x --out a.csv",
+        "monitor convert x --to rows --out a.csv", "monitor show"}) {
+    const TRun run = Ixocut(command);
+    EXPECT_EQ(run.ExitCode, 2) << command << run.Err;
+    EXPECT_FALSE(std::filesystem::exists(FDir.Path() / "a.csv")) << command;
+  }
+  EXPECT_EQ(Ixocut("record --procedure cover --state s --out no/a.csv").ExitCode, 3);
+  for (const char* page : {"record --help", "monitor --help"})
+    EXPECT_THAT(Ixocut(page).Out, HasSubstr("Software is not the emergency stop.")) << page;
+}
+
+}  // namespace
+}  // namespace ixocamglue::test
