@@ -1,0 +1,7 @@
+// Device communication: the way in.
+#pragma once
+
+#include "devcomm/Ucommtrans.h"
+#include "devcomm/Ucommtypes.h"
+#include "devcomm/Udevdatacomm.h"
+#include "devcomm/Uupdatethrd.h"
