@@ -4,4 +4,5 @@
 #include "devcomm/Ucommtrans.h"
 #include "devcomm/Ucommtypes.h"
 #include "devcomm/Udevdatacomm.h"
+#include "devcomm/Umodbuscomm.h"
 #include "devcomm/Uupdatethrd.h"

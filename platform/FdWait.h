@@ -14,8 +14,8 @@ namespace ixocamglue {
 // True when one of `events` (or an error) is there within `ms`.
 inline bool WaitFd(int fd, short events, std::uint32_t ms) {
   pollfd entry{fd, events, 0};
-  const auto limit = static_cast<std::uint32_t>(std::numeric_limits<int>::max());
-  const auto slice = [limit](std::uint64_t left) { return static_cast<int>(left < limit ? left : limit); };
+  constexpr auto limit = static_cast<std::uint32_t>(std::numeric_limits<int>::max());
+  const auto slice = [](std::uint64_t left) { return static_cast<int>(left < limit ? left : limit); };
   int found = ::poll(&entry, 1, slice(ms));
   if (found >= 0 || errno != EINTR) return found > 0;
   const std::uint64_t end = Clock().MonotonicMs() + ms;
