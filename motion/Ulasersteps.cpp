@@ -32,6 +32,7 @@ TLaserAccess FindLaser() {
 
 TLaserTimes& LaserTimes() { return GLaserTimes; }
 
+// Kept: the stamp of the last laser-on stays; it is the machine's, not the procedure's.
 void ClearTimeStamps() {
   const TDateTime laserOn = GLaserTimes.LaserOn;
   GLaserTimes = {};
@@ -49,6 +50,7 @@ void SwitchLaserDark() {
   });
   tryAll([&] { access.Cut->SwitchLaser(false); });
   tryAll([&] {
+    // Kept: emission that was asked for and is not confirmed yet is withdrawn by the platform's safe entry.
     if (access.Laser->GetEmission()) access.Laser->EmissionOff();
   });
   if (locked) tryAll([&] { access.Cut->Unlock(); });
@@ -67,6 +69,7 @@ TStepType TSmtLaserOn::DoMotion(std::int32_t) {
     }
     Clock().Sleep(kEmissionSettleMs);
     PollEmission(*laser, startTick, static_cast<std::uint32_t>(std::max(limitMs, 0)));
+    // Kept: also when emission never came. The device holds the beam back, and the next step decides.
     if (StopAsked()) {
       laser->EmissionOff();
     } else {

@@ -36,6 +36,8 @@ class TRootHolder {
     TGuard guard(FLock);
     return FRoot;
   }
+  // For the thread that runs the procedure, where nobody else replaces the root: without the lock.
+  [[nodiscard]] const std::shared_ptr<IStateMotion>& OwnThread() const IXO_NO_ANALYSIS { return FRoot; }
 
  private:
   mutable TCriticalSection FLock;
@@ -45,6 +47,8 @@ class TRootHolder {
 TRootHolder* FMotion = nullptr;  // between StartMotionController and FreeMotionController
 
 std::shared_ptr<IStateMotion> Root() { return FMotion ? FMotion->Share() : nullptr; }
+// The same on the state thread. A copy all the same: what runs in a tick may release the root.
+std::shared_ptr<IStateMotion> RunningRoot() { return FMotion ? FMotion->OwnThread() : nullptr; }
 
 struct TOutcomeLine {
   TMotionExecType Type;
@@ -117,7 +121,7 @@ void TCustomMotionState::LeaveState(std::int32_t param) {
 }
 
 void TCustomMotionState::StepDone(std::int32_t reason) {
-  const auto root = Root();
+  const auto root = RunningRoot();
   if (root) {
     if (auto* execOK = ExecOK(*root)) execOK->Set(false);
     if (TDiag d{dlMessage}) d("TCustomMotionState.stepdone:   %s", root->GetDesc().c_str());
@@ -126,16 +130,14 @@ void TCustomMotionState::StepDone(std::int32_t reason) {
   TNcStateCtrl::StepDone(reason);
   if (!FStateLoaded) return;
   try {
-    std::exception_ptr fault;
     try {
       Tick(root, reason);
-    } catch (...) {
-      fault = std::current_exception();
+    } catch (...) {  // also after a fault: the framework always knows what to wait for
+      SetCustomStateBusy(FCustomBusyType);
+      throw;
     }
-    const bool named = FCustomBusyType != csbtInit;
-    SetCustomStateBusy(FCustomBusyType);  // also after a fault: the framework always knows what to wait for
-    if (fault) std::rethrow_exception(fault);
-    if (!named) throw EDesignFault(SNoBusyType);
+    SetCustomStateBusy(FCustomBusyType);
+    if (FCustomBusyType == csbtInit) throw EDesignFault(SNoBusyType);
   } catch (...) {
     const std::string fault = DescribeException(std::current_exception());
     if (TDiag d{dlError}) d("%s", SStepDoneFailed);
@@ -180,7 +182,7 @@ void TCustomMotionState::StopExec() {
 
 void TCustomMotionState::UpdateThread(std::uint32_t& loopDelay) {
   TNcStateCtrl::UpdateThread(loopDelay);
-  if (const auto root = Root()) root->UpdateThread(loopDelay);
+  if (const auto root = RunningRoot()) root->UpdateThread(loopDelay);
 }
 
 std::string TCustomMotionState::StateName() {
@@ -201,6 +203,7 @@ void TCustomMotionState::SetCustomBusyType(TCustomBusyType type) {
 }
 
 void TCustomMotionState::SetCustomStateBusy(TCustomBusyType type) {
+  if (type == csbtEnsure) return EnsureBusySet();
   TNcCutSystem* const cut = CutSystem();
   switch (type) {
     case csbtInit:
@@ -288,7 +291,7 @@ bool TCustomMotionState::CheckEnterAlarm(std::int32_t) {
 }
 
 bool TCustomMotionState::CheckStateAlarm() {
-  const auto root = Root();
+  const auto root = RunningRoot();
   if (!root) return FaultOr(false, SNoRoot);
   const bool alarm = root->CheckStateAlarm();
   if (alarm)
@@ -322,12 +325,14 @@ bool TCustomMotionState::GetExecOK(std::int32_t stateId, bool defValue) {
   return params ? params->GetBool(Format(SExecOKName, stateId), defValue) : defValue;
 }
 
+void TCustomMotionState::FindExecOK(IStateMotion& root) {
+  auto* const params = NcParams();
+  FExecOK = params ? &params->BoolSlot(Format(SExecOKName, root.GetID())) : nullptr;
+  FExecOKOf = &root;
+}
+
 TNcParams::TBoolSlot* TCustomMotionState::ExecOK(IStateMotion& root) {
-  if (FExecOKOf != &root) {
-    auto* const params = NcParams();
-    FExecOK = params ? &params->BoolSlot(Format(SExecOKName, root.GetID())) : nullptr;
-    FExecOKOf = &root;
-  }
+  if (FExecOKOf != &root) FindExecOK(root);
   return FExecOK;
 }
 

@@ -67,6 +67,7 @@ class TCustomMotionState : public TNcStateCtrl {
   void Tick(const std::shared_ptr<IStateMotion>& root, std::int32_t reason);
   [[nodiscard]] std::int32_t NextState(TMotionExecType type, const std::shared_ptr<IStateMotion>& root);
   void LogOutcome(TMotionExecType type, IStateMotion& root);
+  void FindExecOK(IStateMotion& root);
   [[nodiscard]] TNcParams::TBoolSlot* ExecOK(IStateMotion& root);
 
   bool FStateLoaded = false;

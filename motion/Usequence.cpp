@@ -13,7 +13,13 @@ namespace {
 
 void SwitchGasOff() {
   TNcCutSystem* const cut = CutSystem();
-  if (TNcGas* gas = cut ? cut->Gas() : nullptr) gas->SwitchOff();
+  TNcGas* const gas = cut ? cut->Gas() : nullptr;
+  if (!gas) return;
+  try {
+    gas->SwitchOff();
+  } catch (...) {  // nobody else closes the gas after a procedure's own failure: told once more
+    gas->SwitchOff();
+  }
 }
 
 }  // namespace
@@ -44,8 +50,21 @@ void TSmtSequence::DoLeaveMotion() {
   TTryAll tryAll;
   tryAll([this] { TSmtComposite::DoLeaveMotion(); });
   if (Has(TSmtLaserOn::Cmd) || Has(TSmtEmissionOn::Cmd) || Has(TSmtLaserOnOnly::Cmd)) tryAll([] { SwitchLaserDark(); });
-  if (!success && Has(TSmtGasOnState::Cmd)) tryAll([] { SwitchGasOff(); });
+  if (!success && MayOpenGas()) tryAll([] { SwitchGasOff(); });
   tryAll.Rethrow();
+}
+
+// An abort between the leave and the end of the procedure comes this way only.
+void TSmtSequence::DoLeaveError() {
+  TTryAll tryAll;
+  tryAll([this] { TSmtComposite::DoLeaveError(); });
+  if (MayOpenGas()) tryAll([] { SwitchGasOff(); });
+  tryAll.Rethrow();
+}
+
+bool TSmtSequence::MayOpenGas() const {
+  return Has(TSmtGasOnState::Cmd) ||
+         std::ranges::any_of(FItems, [](const TSequenceItem& i) { return i.Make != nullptr; });
 }
 
 bool TSmtSequence::Has(std::int32_t command) const {

@@ -28,6 +28,7 @@ class TSmtSequence : public TSmtComposite {
   void ResetParams() override;
   void BuildMotionList() override;
   void DoLeaveMotion() override;
+  void DoLeaveError() override;
 
   // `buildLate`: the children are made when the sequence is entered.
   void Define(std::int32_t id, std::string desc, std::vector<TSequenceItem> items, bool buildLate = false);
@@ -37,6 +38,7 @@ class TSmtSequence : public TSmtComposite {
 
  private:
   [[nodiscard]] bool Has(std::int32_t command) const;
+  [[nodiscard]] bool MayOpenGas() const;
 
   std::int32_t FId = 0;
   std::string FDesc;

@@ -1,5 +1,7 @@
 #include "motion/Usteptree.h"
 
+#include <charconv>
+#include <iterator>
 #include <utility>
 
 #include "motion/Umotioncontroller.h"
@@ -49,17 +51,17 @@ TStepType TStateMotion::Motion(std::int32_t reason) {
     if (TDiag d{dlMessage}) d("%s:将快速设置为mstpError，以执行退出", GetDesc().c_str());
   } else {
     if (TDiag d{dlMessage}) d("FStep = %d", FStep);
-    BeforeMotion();
-    const TStepType type = GetStepType();
+    TStepType type = StepType();
+    if (FStep != FOldStep || type == mstpUnbuilt) type = BeforeMotion(type);
     if (reason == srDone || type == mstpStep) {
       if (type == mstpEnd) {
-        SetStep(mstpExit);
+        FStep = mstpExit;
         if (FLoaded) DoLeaveMotion();
         result = mstpEnd;
       } else if (type == mstpStep) {
         result = DoMotion(reason);
         // A child has finished, its composite has not.
-        if (result == mstpExit && IsMotionStep(FStep)) result = mstpStep;
+        if (result == mstpExit && HasMotion(FStep)) result = mstpStep;
       } else {
         result = type;
       }
@@ -80,45 +82,46 @@ TStepType TStateMotion::Motion(std::int32_t reason) {
   return result;
 }
 
-void TStateMotion::BeforeMotion() {
-  TStepType type = GetStepType();
+// The step's type, after the hooks.
+TStepType TStateMotion::BeforeMotion(TStepType type) {
   if (type == mstpUnbuilt) {
     DoInitMotion();
-    type = GetStepType();
+    type = StepType();
     if (type == mstpUnbuilt) SetStep(type = mstpError);
   }
-  if ((type != mstpStep && type != mstpEnd) || FOldStep == FStep) return;
+  if ((type != mstpStep && type != mstpEnd) || FOldStep == FStep) return type;
   if (FStep == 0) DoEnterMotion();
   DoBeforeStep(FOldStep, FStep);
   FOldStep = FStep;
+  return StepType();
 }
 
 void TStateMotion::AfterMotion() {
-  const TStepType type = GetStepType();
+  const TStepType type = StepType();
   if (type != mstpStep && type != mstpEnd) return;
   const std::int32_t before = FStep;
   DoNext();
   if (FStep == before) return;
-  if (before != FOldStep) ReportFault(GetDesc() + ": FOldStep Error; TStateMotion.AfterMotion");
+  if (before != FOldStep) StepFault(": FOldStep Error; TStateMotion.AfterMotion");
   FOldStep = before;
   DoAfterStep(before, FStep);
 }
 
-TStepType TStateMotion::GetStepType() {
-  if (FStep == mstpUnbuilt) return mstpUnbuilt;
-  if (IsMotionStep(FStep)) return mstpStep;
+TStepType TStateMotion::GetStepType() { return StepType(); }
+
+TStepType TStateMotion::OtherStepType() {
   switch (FStep) {
+    case mstpUnbuilt:
     case mstpError:
-    case mstpEnd:
-    case mstpExit:
     case mstpPolling: return static_cast<TStepType>(FStep);
     default: return FaultOr(mstpError, Format(SBadStepType, GetDesc().c_str(), FStep));
   }
 }
 
+void TStateMotion::StepFault(const char* text) { ReportFault(GetDesc() + text); }
+
 void TStateMotion::SetStep(std::int32_t step) {
-  const bool valid =
-      IsMotionStep(step) || step == mstpEnd || step == mstpExit || step == mstpError || step == mstpUnbuilt;
+  const bool valid = HasMotion(step) || step == mstpEnd || step == mstpExit || step == mstpError || step == mstpUnbuilt;
   FStep = valid ? step : FaultOr<std::int32_t>(mstpError, Format(SStepError, GetDesc().c_str(), step));
 }
 
@@ -158,11 +161,12 @@ void TStateMotion::DoEnterMotion() {
 
 void TStateMotion::DoLeaveMotion() {
   if (!FLoaded) return ReportFault(SCannotLeave);
-  const bool root = !FOwnerMotion;
+  if (!TDiag{dlExit}) return ResetParams();
+  const bool root = !FOwnerMotion;  // gone with the reset
   const std::int32_t level = GetLevel();
   const std::int32_t parentStep = GetParentStep();
   ResetParams();
-  if (TDiag d{dlExit}) LogEnterLeave(dlExit, root, parentStep, GetDesc(), level);
+  LogEnterLeave(dlExit, root, parentStep, GetDesc(), level);
 }
 
 void TStateMotion::DoLeaveError() { StopAllMotion(); }
@@ -195,14 +199,36 @@ bool TStateMotion::DHEnabled() {
   return config && config->Root().GetInt("DHMode", 0) == 2;
 }
 
-std::string TStateMotion::ErrorLine() { return Format("->%s(%d)(FStep = %d)", GetDesc().c_str(), GetID(), FStep); }
+// "->%s(%d)(FStep = %d)"; every procedure's end asks for it, also a good one.
+std::string TStateMotion::ErrorLine() {
+  std::string line;
+  line.reserve(64);
+  line += "->";
+  const auto number = [&line](std::int32_t value) {
+    char digits[12];
+    line.append(digits, std::to_chars(std::begin(digits), std::end(digits), value).ptr);
+  };
+  line += GetDesc();
+  line += '(';
+  number(GetID());
+  line += ")(FStep = ";
+  number(FStep);
+  line += ')';
+  return line;
+}
 
 void TStateMotion::LeaveIfLoaded() noexcept {
   if (!FLoaded) return;
   ReportFault(SForcedLeave);
-  try {
+  TTryAll tryAll;
+  tryAll([this] {
     if (TDiag d{dlError}) d("%s", SForcedLeaveLog);
     Motion(srStop);
+  });
+  // A child that threw kept its composite from leaving; what the composite itself switches off goes off all the same.
+  if (FLoaded) tryAll([this] { DoLeaveMotion(); });
+  try {
+    tryAll.Rethrow();
   } catch (...) {
     if (TDiag d{dlError}) d("%s: %s", SForcedLeaveLog, DescribeException(std::current_exception()).c_str());
   }
@@ -212,9 +238,9 @@ void TStateMotion::LeaveIfLoaded() noexcept {
 
 void TSmtAtomic::DoNext() {
   if (FStep == 0)
-    SetStep(mstpEnd);
+    FStep = mstpEnd;
   else
-    ReportFault(GetDesc() + ": FStep Error; TStateMotion.DoNext");
+    StepFault(": FStep Error; TStateMotion.DoNext");
 }
 
 void TSmtAtomic::BuildData() {
@@ -241,7 +267,7 @@ void TSmtComposite::BuildData() {
     if (child->FStep == mstpError) child->BuildData();
   if (!FTypeList.empty())
     SetStep(0);
-  else if (!IsMotionStep(FStep) && FStep != mstpEnd && FStep != mstpExit && FStep != mstpUnbuilt)
+  else if (!HasMotion(FStep) && FStep != mstpEnd && FStep != mstpExit && FStep != mstpUnbuilt)
     FStep = mstpError;
 }
 
@@ -259,7 +285,8 @@ std::int32_t TSmtComposite::AddMotion(TStepPtr motion) {
   motion->FOwnerMotion = this;
   motion->ShareStop(FStopFlag);
   FMotionList.push_back(std::move(motion));
-  return static_cast<std::int32_t>(FMotionList.size()) - 1;
+  FMotions = static_cast<std::uint32_t>(FMotionList.size());
+  return static_cast<std::int32_t>(FMotions) - 1;
 }
 
 TStateMotion& TSmtComposite::Place(std::int32_t type, std::int32_t command, std::string_view desc) {
@@ -301,6 +328,7 @@ void TSmtComposite::ClearLists() {
   FIDList.clear();
   FTypeList.clear();
   FMotionList.clear();
+  FMotions = 0;
   FDescs.clear();
   FRejected.clear();
   FBuildFailed = false;
@@ -316,7 +344,10 @@ void TSmtComposite::ResetParams() {
 // --- TSmtComposite: walking ---
 
 TStepType TSmtComposite::DoMotion(std::int32_t reason) {
-  if (!IsMotionStep(FStep)) return FaultOr(mstpError, GetDesc() + ": TSmtComposite.DoMotion");
+  if (!HasMotion(FStep)) {
+    StepFault(": TSmtComposite.DoMotion");
+    return mstpError;
+  }
   TStateMotion& child = *FMotionList[static_cast<std::size_t>(FStep)];
   if (TDiag d{dlMessage})
     d("FStep: %d %.*s", FStep, static_cast<int>(child.ClassName().size()), child.ClassName().data());
@@ -325,14 +356,16 @@ TStepType TSmtComposite::DoMotion(std::int32_t reason) {
   return result;
 }
 
+// Kept: the child's type is read in the tick in which it leaves, so the parent advances one tick before the child would
+// report its end.
 void TSmtComposite::DoNext() {
-  if (!IsMotionStep(FStep)) return ReportFault(GetDesc() + ": TSmtComposite.DoNext");
-  if (FMotionList[static_cast<std::size_t>(FStep)]->GetStepType() != mstpExit) return;
-  SetStep(IsMotionStep(FStep + 1) ? FStep + 1 : mstpEnd);
+  if (!HasMotion(FStep)) return StepFault(": TSmtComposite.DoNext");
+  if (FMotionList[static_cast<std::size_t>(FStep)]->StepType() != mstpExit) return;
+  FStep = HasMotion(FStep + 1) ? FStep + 1 : mstpEnd;
 }
 
 void TSmtComposite::DoAfterStep(std::int32_t, std::int32_t newStep) {
-  if (!IsMotionStep(newStep) || static_cast<std::size_t>(newStep) >= FDescs.size()) return;
+  if (!HasMotion(newStep) || static_cast<std::size_t>(newStep) >= FDescs.size()) return;
   if (TDiag d{dlProgress})
     d("%d/%d: %s", newStep + 1, static_cast<int>(FDescs.size()), FDescs[static_cast<std::size_t>(newStep)].c_str());
 }
@@ -342,11 +375,11 @@ void TSmtComposite::UpdateThread(std::uint32_t& loopDelay) {
 }
 
 TStateMotion* TSmtComposite::GetCurMotion() {
-  return IsMotionStep(FStep) ? FMotionList[static_cast<std::size_t>(FStep)].get() : this;
+  return HasMotion(FStep) ? FMotionList[static_cast<std::size_t>(FStep)].get() : this;
 }
 
 TStateMotion* TSmtComposite::GetMotionItem(std::int32_t index) const {
-  if (index < 0 || index >= static_cast<std::int32_t>(FIDList.size()) || !IsMotionStep(index)) return nullptr;
+  if (index < 0 || index >= static_cast<std::int32_t>(FIDList.size()) || !HasMotion(index)) return nullptr;
   return FMotionList[static_cast<std::size_t>(index)].get();
 }
 

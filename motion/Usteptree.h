@@ -142,7 +142,7 @@ class TStateMotion : public IStateMotion {
   [[nodiscard]] TCustomMotionState* StateCtrl() const { return FStateCtrl; }
 
  protected:
-  explicit TStateMotion(TCustomMotionState* ctrl) : FStateCtrl(ctrl) {}
+  explicit TStateMotion(TCustomMotionState* ctrl, std::uint32_t motions = 0) : FStateCtrl(ctrl), FMotions(motions) {}
   ~TStateMotion() override = default;
 
   // The closing words of a leaf's DoMotion.
@@ -152,6 +152,10 @@ class TStateMotion : public IStateMotion {
   // Asked to stop: set for the whole tree, never cleared.
   [[nodiscard]] bool StopAsked() const { return FStopFlag->load(std::memory_order_acquire); }
   [[nodiscard]] std::string ErrorLine();
+  // The description and then `text`; apart from the callers, so that their ticks stay short.
+  [[gnu::cold]] void StepFault(const char* text);
+  // What IsMotionStep answers, without a virtual call: every tick asks it several times on every level.
+  [[nodiscard]] bool HasMotion(std::int32_t step) const { return static_cast<std::uint32_t>(step) < FMotions; }
 
   std::int32_t FStep = mstpError;
   std::int32_t FOldStep = mstpError;  // where the hooks last ran
@@ -162,7 +166,12 @@ class TStateMotion : public IStateMotion {
   friend struct TStepDeleter;
   friend class TSmtComposite;
 
-  void BeforeMotion();
+  TStepType StepType() {
+    if (HasMotion(FStep)) return mstpStep;
+    return FStep == mstpEnd || FStep == mstpExit ? static_cast<TStepType>(FStep) : OtherStepType();
+  }
+  TStepType OtherStepType();
+  TStepType BeforeMotion(TStepType type);
   void AfterMotion();
   void LeaveIfLoaded() noexcept;
   virtual void ShareStop(std::atomic<bool>* flag) { FStopFlag = flag; }
@@ -170,6 +179,7 @@ class TStateMotion : public IStateMotion {
   std::int32_t FNextState = nsStandby;
   std::int32_t FErrorState = nsStandby;
   TSmtComposite* FOwnerMotion = nullptr;  // not owned
+  std::uint32_t FMotions;                 // motion positions are 0 to FMotions - 1
   std::atomic<bool> FStopExec{false};
   std::atomic<bool>* FStopFlag = &FStopExec;  // the root's, once the step is in a tree
 };
@@ -177,7 +187,7 @@ class TStateMotion : public IStateMotion {
 // A leaf: one motion position, 0.
 class TSmtAtomic : public TStateMotion {
  public:
-  [[nodiscard]] bool IsMotionStep(std::int32_t step) const override { return step == 0; }
+  [[nodiscard]] bool IsMotionStep(std::int32_t step) const final { return HasMotion(step); }
   [[nodiscard]] bool IsAtomic() const final { return true; }
   std::string GetErrorDesc() override { return ErrorLine(); }
   void DoNext() override;
@@ -185,15 +195,13 @@ class TSmtAtomic : public TStateMotion {
   TStepType DoMotion(std::int32_t reason) override;
 
  protected:
-  using TStateMotion::TStateMotion;
+  explicit TSmtAtomic(TCustomMotionState* ctrl) : TStateMotion(ctrl, 1) {}
 };
 
 // An inner node. BuildMotionList fills it; the positions are the children's indices.
 class TSmtComposite : public TStateMotion {
  public:
-  [[nodiscard]] bool IsMotionStep(std::int32_t step) const override {
-    return step >= 0 && step < static_cast<std::int32_t>(FMotionList.size());
-  }
+  [[nodiscard]] bool IsMotionStep(std::int32_t step) const final { return HasMotion(step); }
   [[nodiscard]] bool IsAtomic() const final { return false; }
   std::string GetErrorDesc() override;
   void DoNext() override;

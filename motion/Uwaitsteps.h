@@ -16,6 +16,7 @@ class TSmtDelay : public TSmtAtomic {
   std::string GetDesc() override;
   TStepType DoMotion(std::int32_t reason) override;
   void SetDelay(std::uint32_t ms) { FDelay = ms; }  // survives ResetParams
+  [[nodiscard]] std::uint32_t GetDelay() const { return FDelay; }
 
  protected:
   using TSmtAtomic::TSmtAtomic;

@@ -98,7 +98,11 @@ inline constinit std::atomic<TDiagMask> GDiagMask{0};
 class TDiag {
  public:
   explicit TDiag(TDiagLevel level) : FLevel(level) {}
-  explicit operator bool() const { return (GDiagMask.load(std::memory_order_relaxed) & DiagBit(FLevel)) != 0; }
+  explicit operator bool() const {
+    if ((GDiagMask.load(std::memory_order_relaxed) & DiagBit(FLevel)) != 0) [[unlikely]]
+      return true;
+    return false;
+  }
   void operator()(const char* format, ...) const noexcept IXO_PRINTF(2, 3);
 
  private:

@@ -288,6 +288,8 @@ bool TNcStateFramework::Entered(TNcStateCtrl& next, const TChange& change) {
     FCurrent.store(&next, std::memory_order_release);
     FNumber.store(change.State, std::memory_order_release);
     next.InitState(change.Param);
+    // The first tick comes in the next pass, unless the state has named what it waits for.
+    if (change.State != nsStandby && Busy() == bkNone) SetBusyKind(bkEnsure, nullptr, -1);
     return true;
   } catch (...) {
     LogGuarded("InitState", std::current_exception());

@@ -11,4 +11,9 @@ list() {
 }
 mapfile -d '' files < <(list)
 [ ${#files[@]} -gt 0 ] || { echo "no sources found in $1"; exit 1; }
-printf '%s\0' "${files[@]}" | xargs -0 -n 16 -P 2 "$2" --dry-run -Werror
+if ! said=$(printf '%s\0' "${files[@]}" | xargs -0 -n 16 -P 2 "$2" --dry-run -Werror 2>&1); then
+  # One line per place instead of the formatter's three.
+  grep -oE '^[^ :]+:[0-9]+:[0-9]+: error: ' <<<"$said" | cut -d: -f1,2 | sort -u -t: -k1,1 -k2,2n || printf '%s\n' "$said"
+  echo "not formatted; mend with clang-format -i"
+  exit 1
+fi

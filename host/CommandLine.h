@@ -1,0 +1,43 @@
+// The command line of `ixocut`. Each command is a function that adds its sub-command, its options and what it runs; the
+// table in CommandLine.cpp lists them in the order of the help page.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+
+namespace CLI {
+class App;
+class Option;
+}  // namespace CLI
+
+namespace ixocamglue {
+
+// What the chosen command does; returns the exit code, throws THostError.
+using TCommandRun = std::function<int()>;
+
+// Adds one command to the program; when the command line chooses it, it sets `run`.
+using TAddCommand = void (*)(CLI::App& program, TCommandRun& run);
+
+void AddShotCommand(CLI::App& program, TCommandRun& run);
+void AddTreeCommand(CLI::App& program, TCommandRun& run);
+void AddSweepCommand(CLI::App& program, TCommandRun& run);
+
+// The options that commands share; each takes its present value as the default.
+void AddLanguageOption(CLI::App& command, std::string& language);
+void AddSeedOption(CLI::App& command, std::uint64_t& seed);
+void AddMachineOptions(CLI::App& command, std::optional<std::filesystem::path>& machine,
+                       std::optional<std::filesystem::path>& state);
+// Empty when `text` is a whole number from `lowest` to `highest`, else what is wrong with it.
+[[nodiscard]] std::string CheckNumber(const std::string& text, std::uint64_t lowest, std::uint64_t highest,
+                                      const char* unit);
+// An option whose value is a whole number from `lowest` to `highest`.
+CLI::Option* AddNumberOption(CLI::App& command, const std::string& name, std::uint64_t& value, std::uint64_t lowest,
+                             std::uint64_t highest, const char* unit, const std::string& description);
+
+// The whole program: parses, runs, prints one line on the error output for each failure. Returns the exit code.
+int RunCommandLine(int argc, const char* const* argv);
+
+}  // namespace ixocamglue

@@ -1,0 +1,35 @@
+// The machine procedures that the host knows by name: one table, in the order in which people look them up. A row is
+// all that a procedure needs to be shown as a tree and to join the abort sweep.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string_view>
+
+#include "motion/Ustatemotion.h"
+#include "motion/Ustatemotionbase.h"
+
+namespace ixocamglue {
+
+class TSimMachine;
+
+struct TProcedure {
+  const char* Name;
+  const char* Summary;                      // English, for help pages
+  TStepPtr (*Make)();                       // the root, not yet built
+  void (*Prepare)(TSimMachine&) = nullptr;  // what the simulated machine needs for it, may be null
+  bool UsesLaser = false;
+  bool LeavesGasOn = false;  // on success
+};
+
+[[nodiscard]] std::span<const TProcedure> Procedures();
+[[nodiscard]] const TProcedure* FindProcedure(std::string_view name);  // null: unknown
+
+// The timed laser shot, command 515.
+[[nodiscard]] TStepPtr MakeShot(std::uint32_t ms);
+
+// A root as the controller holds it: shared, and leaving through its error path when it dies loaded.
+[[nodiscard]] std::shared_ptr<IStateMotion> ShareRoot(TStepPtr step);
+
+}  // namespace ixocamglue

@@ -1,0 +1,122 @@
+// One controller process in one object: clock, services, state framework, simulated machine, library and supervisor,
+// made in that order and ended in reverse. The shot, the sweep and the tests all run on this.
+//
+// In virtual time everything runs on the caller's thread, pass by pass. In real time the state loop, the log and the
+// supervisor have threads of their own; the caller then only starts, stops and waits.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "host/HostError.h"
+#include "host/Supervisor.h"
+#include "library/Library.h"
+#include "motion/Ustatemotionbase.h"
+#include "platform/AppSys.h"
+#include "platform/Locale.h"
+#include "platform/Log.h"
+#include "platform/MachineConfig.h"
+#include "platform/NcParams.h"
+#include "platform/NcState.h"
+#include "simulator/CallGate.h"
+#include "simulator/Machine.h"
+#include "simulator/VirtualClock.h"
+
+namespace ixocamglue {
+
+struct TSessionOptions {
+  std::filesystem::path MachineFile;  // empty: every value has its default
+  std::filesystem::path LocaleFolder;
+  std::string Language = "zh";
+  std::uint64_t Seed = 1;
+  bool Realtime = false;
+  bool SafeEntry = true;
+  bool Supervisor = true;
+  std::size_t LogCapacity = 1024;  // lines
+  TSimParts Parts;
+  std::function<void(TSimConfig&)> Adjust;  // changes the machine after its file was read; may be empty
+  std::vector<ILogSink*> Sinks;             // not owned, outlive the session
+};
+
+class TSession {
+ public:
+  // Throws THostError, exit code 3, when the machine file cannot be used.
+  explicit TSession(TSessionOptions options);
+  ~TSession();
+  TSession(const TSession&) = delete;
+  TSession& operator=(const TSession&) = delete;
+
+  // Hands the root to the controller and requests its state. False, with the reason, while a procedure runs or a device
+  // has not acknowledged switching off. Any thread but the one that is inside a tick of a running procedure.
+  [[nodiscard]] bool Start(std::shared_ptr<IStateMotion> root, std::string* reason = nullptr);
+  [[nodiscard]] bool Running() const;
+
+  // Virtual time: one pass, the logs drained, the clock moved on by what the pass asked for.
+  void RunPass();
+  // Virtual time: passes until no procedure runs, or `limitMs` of machine time are over (then false).
+  bool RunToEnd(std::uint64_t limitMs);
+  // Virtual time: passes for this long.
+  void RunFor(std::uint64_t ms);
+
+  // Real time: starts the threads.
+  void StartThreads();
+
+  TVirtualClock* VirtualClock() { return FVirtual ? &*FVirtual : nullptr; }
+  TNcStateFramework& Framework() { return *FFramework; }
+  TSimMachine& Machine() { return *FMachine; }
+  TCallGate& Gate() { return FGate; }
+  TCallGate& LogGate() { return FLogGate; }
+  TLogService& Logs() { return FLogs; }
+  TNcParams& Params() { return FParams; }
+  TLibrary& Library() { return *FLibrary; }
+  TSupervisor* Supervisor() { return FSupervisor ? &*FSupervisor : nullptr; }
+  TCustomMotionState& Controller();
+  // Called on the state thread after each change of state. Set before the loop runs.
+  void OnState(TNcStateFramework::TObserver observer) { FOnState = std::move(observer); }
+  // Locale entries that were refused, and why the language could not be selected.
+  [[nodiscard]] const std::vector<std::string>& Notices() const { return FNotices; }
+
+ private:
+  void LoadMachine();
+  void MakeSupervisor();
+
+  const TSessionOptions FOptions;
+  std::vector<std::string> FNotices;
+  TNcStateFramework::TObserver FOnState;
+
+  std::optional<TVirtualClock> FVirtual;
+  TSystemClock FReal;
+  TInstalled<IClock> FClockInstalled;
+  // Before the logs, which write their last lines when they end.
+  TCallGate FLogGate{false};
+  std::vector<std::unique_ptr<TGatedSink>> FGatedSinks;
+  TLogService FLogs{FOptions.LogCapacity};
+  TInstalled<TLogService> FLogsInstalled{FLogs};
+  TAppSys FApp;
+  TInstalled<TAppSys> FAppInstalled{FApp};
+  TNcParams FParams;
+  TInstalled<TNcParams> FParamsInstalled{FParams};
+  TMachineConfig FConfig;
+  TInstalled<TMachineConfig> FConfigInstalled{FConfig};
+  TLocaleReader FLocale;
+  TInstalled<TLocaleReader> FLocaleInstalled{FLocale};
+  TNcRegistry FRegistry;
+  TInstalled<TNcRegistry> FRegistryInstalled{FRegistry};
+  TCallGate FGate;
+
+  TSimConfig FSimConfig;
+  TSupervisorLimits FLimits;
+  std::optional<TLibrary> FLibrary;
+  std::optional<TNcStateFramework> FFramework;
+  std::optional<TSimMachine> FMachine;
+  std::optional<TSupervisor> FSupervisor;
+  std::optional<TRoundThread> FMachineThread;
+  std::optional<TSupervisorThread> FSupervisorThread;
+  std::optional<TNcStateThread> FStateThread;
+};
+
+}  // namespace ixocamglue

@@ -1,0 +1,349 @@
+#include "simulator/Axes.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "support/Format.h"
+
+namespace ixocamglue {
+namespace {
+
+constexpr double kSmoothCorner = 0.94;      // cosine of the angle (20 degrees) up to which a corner is run through
+constexpr double kTurnAcceleration = 20.0;  // turns/s2
+constexpr double kTurnSpeed = 1.0;          // turns/s
+
+double SpeedWithin(double wanted, double most) { return wanted > 0.0 && wanted < most ? wanted : most; }
+
+}  // namespace
+
+// --- TSimPath ---
+
+TSimPath::TSimPath(TPoint2 from, std::span<const TPoint2> points, double speed, double acceleration)
+    : FPoints{from}, FAt{0.0}, FSpeed(speed), FAcceleration(acceleration) {
+  for (const TPoint2& point : points) {
+    const TPoint2 last = FPoints.back();
+    const double length = std::hypot(point.X - last.X, point.Y - last.Y);
+    if (length == 0.0) continue;
+    if (FPoints.size() > 1) {
+      const TPoint2 before = FPoints[FPoints.size() - 2];
+      const double lengthBefore = FAt.back() - FAt[FAt.size() - 2];
+      const double scalar = (last.X - before.X) * (point.X - last.X) + (last.Y - before.Y) * (point.Y - last.Y);
+      if (scalar < kSmoothCorner * length * lengthBefore) FStops.push_back(FAt.back());
+    }
+    FPoints.push_back(point);
+    FAt.push_back(FAt.back() + length);
+  }
+  FStops.push_back(FAt.back());
+  NextStretch();
+}
+
+void TSimPath::NextStretch() {
+  if (FStretch < FStops.size()) FAlong.Start(FStops[FStretch++], FSpeed, FAcceleration);
+}
+
+bool TSimPath::Moving() const { return FAlong.Moving() || FStretch < FStops.size(); }
+
+TPoint2 TSimPath::Pos() const {
+  const double way = FAlong.Pos();
+  const auto it = std::ranges::upper_bound(FAt, way);
+  if (it == FAt.end()) return FPoints.back();
+  if (it == FAt.begin()) return FPoints.front();
+  const auto i = static_cast<std::size_t>(it - FAt.begin());
+  const double share = (way - FAt[i - 1]) / (FAt[i] - FAt[i - 1]);
+  const TPoint2& a = FPoints[i - 1];
+  const TPoint2& b = FPoints[i];
+  return {a.X + (b.X - a.X) * share, a.Y + (b.Y - a.Y) * share};
+}
+
+void TSimPath::Brake() {
+  FStretch = FStops.size();
+  FAlong.Brake();
+}
+
+void TSimPath::Step() {
+  FAlong.Step();
+  if (!FAlong.Moving()) NextStretch();
+}
+
+// --- TSimMotion ---
+
+TSimMotion::TSimMotion(TSimCore& core, const TSimConfig& config)
+    : FCore(core),
+      FX(config.X),
+      FY(config.Y),
+      FPath({std::clamp(0.0, FX.SoftLimitNeg, FX.SoftLimitPos), std::clamp(0.0, FY.SoftLimitNeg, FY.SoftLimitPos)}, {},
+            1.0, 1.0) {}
+
+bool TSimMotion::IsBusy() {
+  if (!FCore.Gate.Enter("axes", "IsBusy", vkRead)) return true;
+  const TSimScope scope(FCore);
+  return Moving();
+}
+
+void TSimMotion::MoveXY(TPoint2 target, double mmPerS) {
+  if (!FCore.Gate.Enter("axes", "MoveXY", vkStart, Format("%.3f %.3f %.1f", target.X, target.Y, mmPerS))) return;
+  const TSimScope scope(FCore);
+  Start({target}, mmPerS);
+}
+
+void TSimMotion::MoveCurve(std::span<const TPoint2> points, double mmPerS) {
+  if (!FCore.Gate.Enter("axes", "MoveCurve", vkStart, Format("%zu points %.1f", points.size(), mmPerS))) return;
+  const TSimScope scope(FCore);
+  Start({points.begin(), points.end()}, mmPerS);
+}
+
+void TSimMotion::Start(std::vector<TPoint2> points, double mmPerS) {
+  for (const TPoint2& point : points)
+    if (!Inside(point)) return FCore.Event("axes", Format("target %.3f %.3f is outside the limits", point.X, point.Y));
+  // Both axes' limits hold along any direction when the path keeps to the smaller one.
+  const double speed = SpeedWithin(mmPerS, std::min(FX.MaxSpeed, FY.MaxSpeed));
+  if (!FPath.Moving()) {
+    FPath = TSimPath(FPath.Pos(), points, speed, std::min(FX.Acceleration, FY.Acceleration));
+  } else {
+    FPath.Brake();
+    FNextPoints = std::move(points);
+    FNextSpeed = speed;
+  }
+  Show();
+}
+
+void TSimMotion::Show() {
+  const bool moving = Moving();
+  if (moving == FShownMoving) return;
+  FShownMoving = moving;
+  FCore.Event("axes", moving ? "moving" : "at rest");
+}
+
+bool TSimMotion::Inside(const TPoint2& point) const {  // false for what is no number
+  return point.X >= FX.SoftLimitNeg && point.X <= FX.SoftLimitPos && point.Y >= FY.SoftLimitNeg &&
+         point.Y <= FY.SoftLimitPos;
+}
+
+void TSimMotion::TurnAxis(std::int32_t axis, double turns, double turnsPerS) {
+  if (!FCore.Gate.Enter("axes", "TurnAxis", vkStart, Format("%d %.3f %.3f", axis, turns, turnsPerS))) return;
+  const TSimScope scope(FCore);
+  if (axis < kFirstTurnAxis || axis >= kAxes || !std::isfinite(turns) || !std::isfinite(turnsPerS))
+    return FCore.Event("axes", Format("axis %d cannot turn by %g", axis, turns));
+  TTrapezoid& turn = FTurns[static_cast<std::size_t>(axis)];
+  turn.Start(turn.Pos() + turns, turnsPerS > 0.0 ? turnsPerS : kTurnSpeed, kTurnAcceleration);
+  Show();
+}
+
+void TSimMotion::StopAll(std::int32_t mode) {
+  if (!FCore.Gate.Enter("axes", "StopAll", vkStop, Format("%d", mode))) return;
+  const TSimScope scope(FCore);
+  FNextPoints.clear();
+  FPath.Brake();
+  for (TTrapezoid& turn : FTurns) turn.Brake();
+  Show();
+}
+
+double TSimMotion::GetPos(std::int32_t axis) {
+  if (!FCore.Gate.Enter("axes", "GetPos", vkRead) || axis < 0 || axis >= kAxes) return 0.0;
+  const TSimScope scope(FCore);
+  return axis == 0 ? Pos().X : axis == 1 ? Pos().Y : FTurns[static_cast<std::size_t>(axis)].Pos();
+}
+
+TAxisLimits TSimMotion::GetLimits(std::int32_t axis) {
+  if (!FCore.Gate.Enter("axes", "GetLimits", vkRead)) return {};
+  if (axis == 0) return {FX.SoftLimitNeg, FX.SoftLimitPos};
+  if (axis == 1) return {FY.SoftLimitNeg, FY.SoftLimitPos};
+  return {};
+}
+
+void TSimMotion::SaveFlagPos(std::int32_t flag) {
+  if (!FCore.Gate.Enter("axes", "SaveFlagPos", vkSet, Format("%d", flag))) return;
+  const TSimScope scope(FCore);
+  FFlags[flag] = Pos();
+}
+
+TPoint2 TSimMotion::Pos() const {
+  FCore.AssertLocked();
+  return FPath.Pos();
+}
+
+bool TSimMotion::Moving() const {
+  FCore.AssertLocked();
+  return FPath.Moving() || !FNextPoints.empty() || std::ranges::any_of(FTurns, &TTrapezoid::Moving);
+}
+
+double TSimMotion::PathSpeed() const {
+  FCore.AssertLocked();
+  return FPath.Speed();
+}
+
+const TPoint2* TSimMotion::FlagPos(std::int32_t flag) const {
+  FCore.AssertLocked();
+  const auto it = FFlags.find(flag);
+  return it == FFlags.end() ? nullptr : &it->second;
+}
+
+void TSimMotion::Step(std::uint64_t) {
+  FCore.AssertLocked();
+  if (!FShownMoving) return;
+  FPath.Step();
+  for (TTrapezoid& turn : FTurns) turn.Step();
+  if (!FPath.Moving() && !FNextPoints.empty()) {
+    FPath = TSimPath(FPath.Pos(), FNextPoints, FNextSpeed, std::min(FX.Acceleration, FY.Acceleration));
+    FNextPoints.clear();
+  }
+  Show();
+}
+
+// --- TSimAxis ---
+
+bool TSimAxis::Start(double mm, double mmPerS) {
+  FCore.AssertLocked();
+  if (!(mm >= FConfig.SoftLimitNeg && mm <= FConfig.SoftLimitPos)) {
+    FCore.Event(FDevice, Format("target %.3f is outside the limits", mm));
+    return false;
+  }
+  FMotion.Start(mm, SpeedWithin(mmPerS, FConfig.MaxSpeed), FConfig.Acceleration);
+  Show();
+  return true;
+}
+
+void TSimAxis::Brake() {
+  FMotion.Brake();
+  Show();
+}
+
+void TSimAxis::Step() {
+  if (!FShownMoving) return;
+  FMotion.Step();
+  Show();
+}
+
+void TSimAxis::Show() {
+  if (Moving() == FShownMoving) return;
+  FShownMoving = Moving();
+  FCore.AssertLocked();
+  FCore.Event(FDevice, FShownMoving ? "moving" : "at rest");
+}
+
+double TSimAxis::Clamped(double mm) const { return std::clamp(mm, FConfig.SoftLimitNeg, FConfig.SoftLimitPos); }
+
+// --- TSimCutHead ---
+
+bool TSimCutHead::IsBusy() {
+  if (!FCore.Gate.Enter("head", "IsBusy", vkRead)) return true;
+  const TSimScope scope(FCore);
+  return FFocus.Moving();
+}
+
+void TSimCutHead::MoveFocus(double mm, double mmPerS) {
+  if (!FCore.Gate.Enter("head", "MoveFocus", vkStart, Format("%.3f %.1f", mm, mmPerS))) return;
+  const TSimScope scope(FCore);
+  FFocus.Start(mm, mmPerS);
+}
+
+void TSimCutHead::Stop(std::int32_t mode) {
+  if (!FCore.Gate.Enter("head", "Stop", vkStop, Format("%d", mode))) return;
+  const TSimScope scope(FCore);
+  FFocus.Brake();
+}
+
+double TSimCutHead::GetFocus() {
+  if (!FCore.Gate.Enter("head", "GetFocus", vkRead)) return 0.0;
+  const TSimScope scope(FCore);
+  return FFocus.Pos();
+}
+
+double TSimCutHead::Focus() const {
+  FCore.AssertLocked();
+  return FFocus.Pos();
+}
+
+bool TSimCutHead::Moving() const {
+  FCore.AssertLocked();
+  return FFocus.Moving();
+}
+
+void TSimCutHead::Step(std::uint64_t) {
+  FCore.AssertLocked();
+  FFocus.Step();
+}
+
+// --- TSimFollower ---
+
+bool TSimFollower::IsBusy() {
+  if (!FCore.Gate.Enter(FDevice, "IsBusy", vkRead)) return true;
+  const TSimScope scope(FCore);
+  return FFollowing ? !FReached : FZ.Moving();
+}
+
+void TSimFollower::MoveZ(double mm, double mmPerS) {
+  if (!FCore.Gate.Enter(FDevice, "MoveZ", vkStart, Format("%.3f %.1f", mm, mmPerS))) return;
+  const TSimScope scope(FCore);
+  if (FZ.Start(mm, mmPerS)) SetFollowing(false);
+}
+
+void TSimFollower::Follow(double heightMm) {
+  if (!FCore.Gate.Enter(FDevice, "Follow", vkStart, Format("%.3f", heightMm))) return;
+  const TSimScope scope(FCore);
+  if (!(heightMm >= 0.0 && heightMm <= FZ.Config().SoftLimitPos))
+    return FCore.Event(FDevice, Format("a height of %.3f cannot be followed", heightMm));
+  FHeight = heightMm;
+  FReached = false;
+  SetFollowing(true);
+}
+
+void TSimFollower::SetFollowing(bool on) {
+  if (FFollowing == on) return;
+  FFollowing = on;
+  FCore.Event(FDevice, on ? "following" : "follow ended");
+}
+
+void TSimFollower::Stop(std::int32_t mode) {
+  if (!FCore.Gate.Enter(FDevice, "Stop", vkStop, Format("%d", mode))) return;
+  const TSimScope scope(FCore);
+  SetFollowing(false);
+  FZ.Brake();
+}
+
+double TSimFollower::GetZ() {
+  if (!FCore.Gate.Enter(FDevice, "GetZ", vkRead)) {
+    const TSimScope scope(FCore);
+    return FZ.Config().SoftLimitPos;
+  }
+  const TSimScope scope(FCore);
+  return FZ.Pos();
+}
+
+bool TSimFollower::IsFollowing() {
+  if (!FCore.Gate.Enter(FDevice, "IsFollowing", vkRead)) return false;
+  const TSimScope scope(FCore);
+  return FFollowing;
+}
+
+void TSimFollower::SetPlate(double z) {
+  const TSimScope scope(FCore);
+  if (std::isfinite(z)) FPlateZ = z;
+}
+
+double TSimFollower::Z() const {
+  FCore.AssertLocked();
+  return FZ.Pos();
+}
+
+bool TSimFollower::Moving() const {
+  FCore.AssertLocked();
+  return FZ.Moving();
+}
+
+bool TSimFollower::Following() const {
+  FCore.AssertLocked();
+  return FFollowing;
+}
+
+void TSimFollower::Step(std::uint64_t) {
+  FCore.AssertLocked();
+  if (FFollowing) {
+    const double target = FZ.Clamped(FPlateZ - FHeight);
+    if (target != FZ.Target()) FZ.Start(target, 0.0);
+    if (!FZ.Moving()) FReached = true;
+  }
+  FZ.Step();
+}
+
+}  // namespace ixocamglue

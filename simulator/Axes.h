@@ -1,0 +1,176 @@
+// The simulated axes: XY with its motion driver and further axes that turn, the cutting head's focus axis, and height
+// followers with their Z axis. mm and mm/s; a speed of 0, negative or above the axis' own means the axis' own.
+//
+// A target outside the limits, or one that is no number, moves nothing and is noted in the journal. A move that comes
+// while another one runs first lets the axis come to rest. Stopping follows the deceleration ramp, whatever the mode.
+// Refused reads answer: busy, position 0, Z at its lowest, not following, no travel.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <span>
+#include <vector>
+
+#include "platform/MotionDriver.h"
+#include "simulator/Config.h"
+#include "simulator/Core.h"
+#include "simulator/Trapezoid.h"
+
+namespace ixocamglue {
+
+// Way points of one move, run through with one trapezoid from corner to corner.
+class TSimPath {
+ public:
+  // From `from` through the points; consecutive equal points count once.
+  TSimPath(TPoint2 from, std::span<const TPoint2> points, double speed, double acceleration);
+
+  [[nodiscard]] bool Moving() const;
+  [[nodiscard]] TPoint2 Pos() const;
+  [[nodiscard]] double Speed() const { return FAlong.Speed(); }
+  void Brake();
+  void Step();
+
+ private:
+  void NextStretch();
+
+  std::vector<TPoint2> FPoints;
+  std::vector<double> FAt;     // way from the start to each point
+  std::vector<double> FStops;  // where the move comes to rest: sharp corners and the end
+  std::size_t FStretch = 0;
+  double FSpeed;
+  double FAcceleration;
+  TTrapezoid FAlong;
+};
+
+class TSimMotion final : public TNcMotionDriver, public ISimPart {
+ public:
+  static constexpr std::int32_t kFirstTurnAxis = 2;
+  static constexpr std::int32_t kAxes = 8;
+
+  TSimMotion(TSimCore& core, const TSimConfig& config);
+
+  bool IsBusy() override;
+  void MoveXY(TPoint2 target, double mmPerS) override;
+  void MoveCurve(std::span<const TPoint2> points, double mmPerS) override;
+  void TurnAxis(std::int32_t axis, double turns, double turnsPerS) override;  // axis 2 to 7, relative; 0: 1 turn/s
+  void StopAll(std::int32_t mode) override;
+  double GetPos(std::int32_t axis) override;  // 2 to 7 in turns
+  TAxisLimits GetLimits(std::int32_t axis) override;
+  void SaveFlagPos(std::int32_t flag) override;
+
+  // --- past the gate; the core's lock is held ---
+  [[nodiscard]] TPoint2 Pos() const;
+  [[nodiscard]] bool Moving() const;
+  [[nodiscard]] double PathSpeed() const;
+  [[nodiscard]] const TPoint2* FlagPos(std::int32_t flag) const;  // null: never saved
+
+  void Step(std::uint64_t nowMs) override;
+
+ private:
+  void Start(std::vector<TPoint2> points, double mmPerS) IXO_REQUIRES(FCore.Lock);
+  void Show() IXO_REQUIRES(FCore.Lock);
+  [[nodiscard]] bool Inside(const TPoint2& point) const;
+
+  TSimCore& FCore;
+  const TSimAxisConfig FX;
+  const TSimAxisConfig FY;
+  TSimPath FPath IXO_GUARDED_BY(FCore.Lock);
+  std::vector<TPoint2> FNextPoints IXO_GUARDED_BY(FCore.Lock);  // after the present path has come to rest
+  double FNextSpeed IXO_GUARDED_BY(FCore.Lock) = 0.0;
+  std::array<TTrapezoid, kAxes> FTurns IXO_GUARDED_BY(FCore.Lock);
+  std::map<std::int32_t, TPoint2> FFlags IXO_GUARDED_BY(FCore.Lock);
+  bool FShownMoving IXO_GUARDED_BY(FCore.Lock) = false;
+};
+
+// One straight axis with limits: the focus axis and each Z. Used with the core's lock held.
+class TSimAxis {
+ public:
+  TSimAxis(TSimCore& core, const char* device, const TSimAxisConfig& config)
+      : FCore(core), FDevice(device), FConfig(config) {
+    FMotion.Place(Clamped(0.0));
+  }
+
+  // False, noted in the journal, when the axis cannot go there.
+  bool Start(double mm, double mmPerS);
+  void Brake();
+  void Step();
+
+  [[nodiscard]] double Pos() const { return FMotion.Pos(); }
+  [[nodiscard]] double Target() const { return FMotion.Target(); }
+  [[nodiscard]] bool Moving() const { return FMotion.Moving(); }
+  [[nodiscard]] double Clamped(double mm) const;
+  [[nodiscard]] const TSimAxisConfig& Config() const { return FConfig; }
+
+ private:
+  void Show();
+
+  TSimCore& FCore;
+  const char* const FDevice;
+  const TSimAxisConfig FConfig;
+  TTrapezoid FMotion;
+  bool FShownMoving = false;
+};
+
+class TSimCutHead final : public TNcCutHeadCtrl, public ISimPart {
+ public:
+  TSimCutHead(TSimCore& core, const TSimConfig& config) : FCore(core), FFocus(core, "head", config.Focus) {}
+
+  bool IsBusy() override;
+  void MoveFocus(double mm, double mmPerS) override;
+  void Stop(std::int32_t mode) override;
+  double GetFocus() override;
+
+  [[nodiscard]] double Focus() const;  // past the gate; the core's lock is held
+  [[nodiscard]] bool Moving() const;
+  void Step(std::uint64_t nowMs) override;
+
+ private:
+  TSimCore& FCore;
+  TSimAxis FFocus IXO_GUARDED_BY(FCore.Lock);
+};
+
+// Follows a level plate. Busy until the move has ended or the height is reached for the first time.
+class TSimFollower final : public TNcFollower, public ISimPart {
+ public:
+  TSimFollower(TSimCore& core, const char* device, const TSimConfig& config)
+      : FCore(core), FDevice(device), FZ(core, device, config.Z), FPlateZ(config.Physics.PlateZ) {}
+
+  bool IsBusy() override;
+  void MoveZ(double mm, double mmPerS) override;
+  void Follow(double heightMm) override;
+  void Stop(std::int32_t mode) override;
+  double GetZ() override;
+  bool IsFollowing() override;
+
+  void SetPlate(double z);  // the plate under the nozzle has changed its height
+
+  [[nodiscard]] double Z() const;  // past the gate; the core's lock is held
+  [[nodiscard]] bool Moving() const;
+  [[nodiscard]] bool Following() const;
+  void Step(std::uint64_t nowMs) override;
+
+ private:
+  void SetFollowing(bool on) IXO_REQUIRES(FCore.Lock);
+
+  TSimCore& FCore;
+  const char* const FDevice;
+  TSimAxis FZ IXO_GUARDED_BY(FCore.Lock);
+  double FPlateZ IXO_GUARDED_BY(FCore.Lock);
+  double FHeight IXO_GUARDED_BY(FCore.Lock) = 0.0;
+  bool FFollowing IXO_GUARDED_BY(FCore.Lock) = false;
+  bool FReached IXO_GUARDED_BY(FCore.Lock) = true;
+};
+
+class TSimMultiFollower final : public TNcMultiFollower {
+ public:
+  TSimMultiFollower(TNcFollower* first, TNcFollower* second) : FFollowers{first, second} {}
+  TNcFollower* GetFollower(std::int32_t index) override {
+    return index == 0 || index == 1 ? FFollowers[index] : nullptr;
+  }
+
+ private:
+  TNcFollower* const FFollowers[2];
+};
+
+}  // namespace ixocamglue

@@ -1,0 +1,206 @@
+#include "simulator/Config.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <cstdlib>
+#include <limits>
+#include <optional>
+#include <string_view>
+#include <type_traits>
+
+#include "support/Format.h"
+
+namespace ixocamglue {
+namespace {
+
+constexpr std::int32_t kMaxMs = 86'400'000;
+constexpr std::int32_t kMaxPort = 1023;
+
+template <class Number>
+std::optional<Number> Parse(std::string_view text) {
+  const auto first = text.find_first_not_of(" \t\r\n");
+  if (first == std::string_view::npos) return std::nullopt;
+  text = text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
+  Number value{};
+  std::from_chars_result result{};
+  if constexpr (std::is_floating_point_v<Number>) {
+    result = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (!std::isfinite(value)) return std::nullopt;
+  } else {
+    const bool hex = text.starts_with("0x") || text.starts_with("0X");
+    if (hex) text.remove_prefix(2);
+    result = std::from_chars(text.data(), text.data() + text.size(), value, hex ? 16 : 10);
+  }
+  if (result.ec != std::errc{} || result.ptr != text.data() + text.size()) return std::nullopt;
+  return value;
+}
+
+// Reads one section's values and notes what is wrong with them.
+class TReader {
+ public:
+  TReader(TConfigSection section, std::vector<std::string>& problems)
+      : FSection(std::move(section)), FProblems(problems) {}
+
+  [[nodiscard]] TReader Child(const char* name) const { return {FSection.Child(name), FProblems}; }
+  [[nodiscard]] std::vector<TReader> Children(const char* name) const {
+    std::vector<TReader> readers;
+    for (TConfigSection& child : FSection.Children(name)) readers.push_back({std::move(child), FProblems});
+    return readers;
+  }
+
+  template <class Number>
+  void Read(const char* name, Number& value, Number least, Number most) const {
+    const std::string text = FSection.GetText(name, "");
+    if (text.empty()) return;
+    const std::optional<Number> read = Parse<Number>(text);
+    if (!read)
+      Problem(name, text, std::is_floating_point_v<Number> ? "not a number" : "not a whole number in range");
+    else if (*read < least || *read > most)
+      Problem(name, text,
+              Format("outside %.10g to %.10g", static_cast<double>(least), static_cast<double>(most)).c_str());
+    else
+      value = *read;
+  }
+  void Read(const char* name, bool& value) const {
+    const std::string text = FSection.GetText(name, "");
+    if (text == "true" || text == "1")
+      value = true;
+    else if (text == "false" || text == "0")
+      value = false;
+    else if (!text.empty())
+      Problem(name, text, "neither true nor false");
+  }
+  void Read(const char* name, std::string& value) const { value = FSection.GetText(name, value); }
+
+  void Problem(const char* name, const std::string& value, const char* why) const {
+    const std::string& path = FSection.Path();
+    FProblems.push_back(Format("%s%s%s: \"%s\", %s", path.c_str(), path.empty() ? "" : "/", name, value.c_str(), why));
+  }
+
+ private:
+  TConfigSection FSection;
+  std::vector<std::string>& FProblems;
+};
+
+void ReadAxis(const TReader& reader, TSimAxisConfig& axis) {
+  TSimAxisConfig read = axis;
+  reader.Read("SoftLimitNeg", read.SoftLimitNeg, -1e6, 1e6);
+  reader.Read("SoftLimitPos", read.SoftLimitPos, -1e6, 1e6);
+  reader.Read("MaxSpeed", read.MaxSpeed, 0.1, 1e5);
+  reader.Read("Acceleration", read.Acceleration, 1.0, 1e6);
+  if (read.SoftLimitNeg < read.SoftLimitPos)
+    axis = read;
+  else
+    reader.Problem("SoftLimitPos", Format("%g", read.SoftLimitPos),
+                   Format("not above SoftLimitNeg (%g)", read.SoftLimitNeg).c_str());
+}
+
+void ReadAxes(const TReader& axes, TSimConfig& config) {
+  std::vector<std::string> seen;
+  for (const TReader& reader : axes.Children("Axis")) {
+    std::string name;
+    reader.Read("Name", name);
+    TSimAxisConfig* const known[] = {&config.X, &config.Y, &config.Z, &config.Focus};
+    const auto it = std::ranges::find(known, name, [](const TSimAxisConfig* axis) { return axis->Name; });
+    if (it == std::end(known)) {
+      reader.Problem("Name", name, "not one of X, Y, Z, Focus");
+    } else if (std::ranges::find(seen, name) != seen.end()) {
+      reader.Problem("Name", name, "described twice");
+    } else {
+      seen.push_back(name);
+      ReadAxis(reader, **it);
+    }
+  }
+}
+
+// Replaces `items` by the file's elements, when it has any. ReadItem fills one item; `key` names what must be unique.
+template <class Item, class ReadItem>
+void ReadList(const TReader& list, const char* element, std::vector<Item>& items, const char* keyName,
+              std::int32_t Item::*key, ReadItem readItem) {
+  const std::vector<TReader> readers = list.Children(element);
+  if (readers.empty()) return;
+  items.clear();
+  for (const TReader& reader : readers) {
+    Item item;
+    reader.Read("Name", item.Name);
+    readItem(reader, item);
+    if (std::ranges::find(items, item.*key, key) != items.end())
+      reader.Problem(keyName, Format("%d", item.*key), "given twice");
+    else
+      items.push_back(std::move(item));
+  }
+}
+
+void ReadPorts(const TReader& ports, TSimConfig& config) {
+  const auto readPort = [](const TReader& reader, TSimPort& port) {
+    port.Number = -1;
+    reader.Read("Number", port.Number, 0, kMaxPort);
+    if (port.Number < 0) reader.Problem("Number", "", "the port has no valid number");
+  };
+  ReadList(ports, "Inport", config.Inports, "Number", &TSimPort::Number, readPort);
+  ReadList(ports, "Outport", config.Outports, "Number", &TSimPort::Number, readPort);
+}
+
+void ReadGas(const TReader& branches, TSimConfig& config) {
+  ReadList(branches, "GasBranch", config.GasBranches, "GasType", &TSimGasBranch::GasType,
+           [](const TReader& reader, TSimGasBranch& branch) {
+             branch.MaxPressure = 16.0;
+             reader.Read("GasType", branch.GasType, 1, 6);
+             if (branch.GasType == 0) reader.Problem("GasType", "", "the branch has no valid gas type");
+             reader.Read("DAPort", branch.DAPort, 0, kMaxPort);
+             reader.Read("MaxPressure", branch.MaxPressure, 0.1, 100.0);
+           });
+}
+
+void ReadSlaves(const TReader& slaves, TSimConfig& config) {
+  for (const TReader& reader : slaves.Children("Slave")) {
+    TSimSlave& slave = config.Slaves.emplace_back();
+    reader.Read("Name", slave.Name);
+    reader.Read("Identity", slave.Identity, std::uint32_t{0}, std::numeric_limits<std::uint32_t>::max());
+    reader.Read("ProductNo", slave.ProductNo, 0, std::numeric_limits<std::int32_t>::max());
+    reader.Read("DACount", slave.DACount, 0, 31);
+    reader.Read("ADCount", slave.ADCount, 0, 31);
+    reader.Read("ExtIO", slave.ExtIO);
+  }
+}
+
+void ReadSupervisor(const TReader& reader, TSimSupervisorConfig& limits) {
+  reader.Read("BusyLimitMs", limits.BusyLimitMs, 1000, kMaxMs);
+  reader.Read("EmissionExtraMs", limits.EmissionExtraMs, 0, 60'000);
+  reader.Read("LaserOnLimitMs", limits.LaserOnLimitMs, 100, 64'000);
+  reader.Read("GasOnLimitMs", limits.GasOnLimitMs, 1000, kMaxMs);
+  reader.Read("HeartbeatLimitMs", limits.HeartbeatLimitMs, 200, 60'000);
+  reader.Read("StepMs", limits.StepMs, 20, 60'000);
+}
+
+void ReadPhysics(const TReader& reader, const TSimAxisConfig& z, TSimPhysics& physics) {
+  reader.Read("EmissionDelayMs", physics.EmissionDelayMs, 0, 600'000);
+  reader.Read("EmissionJitterMs", physics.EmissionJitterMs, 0, 60'000);
+  reader.Read("GasTimeConstantMs", physics.GasTimeConstantMs, 1, 60'000);
+  reader.Read("SwitchTimeMs", physics.SwitchTimeMs, 0, 60'000);
+  reader.Read("SecondFollower", physics.SecondFollower);
+  double plateZ = physics.PlateZ;
+  reader.Read("PlateZ", plateZ, z.SoftLimitNeg, z.SoftLimitPos);
+  physics.PlateZ = std::clamp(plateZ, z.SoftLimitNeg, z.SoftLimitPos);
+}
+
+}  // namespace
+
+TSimConfig TSimConfig::FromConfig(const TMachineConfig& config, std::vector<std::string>& problems) {
+  TSimConfig sim;
+  const TReader root(config.Root(), problems);
+  root.Read("DHMode", sim.DHMode, 0, 1);
+  root.Child("Laser").Read("EmissionOnDelay", sim.EmissionOnDelay, 0, 600'000);
+  root.Child("Laser").Read("MaxPower", sim.MaxPower, 1.0, 1e6);
+  ReadAxes(root.Child("Axes"), sim);
+  ReadGas(root.Child("GasBranches"), sim);
+  ReadPorts(root.Child("Ports"), sim);
+  ReadSlaves(root.Child("Slaves"), sim);
+  root.Child("SwitchTable").Read("DockedTable", sim.DockedTable, 0, 2);
+  ReadSupervisor(root.Child("Supervisor"), sim.Supervisor);
+  ReadPhysics(root.Child("Simulator"), sim.Z, sim.Physics);
+  return sim;
+}
+
+}  // namespace ixocamglue

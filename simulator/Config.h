@@ -1,0 +1,82 @@
+// What the simulated machine and its supervision read from a machine file. Lengths mm, speeds mm/s, times ms, pressures
+// bar. The defaults are a complete machine.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "platform/MachineConfig.h"
+
+namespace ixocamglue {
+
+struct TSimAxisConfig {
+  std::string Name;
+  double SoftLimitNeg = 0.0;
+  double SoftLimitPos = 0.0;
+  double MaxSpeed = 0.0;
+  double Acceleration = 0.0;  // mm/s2
+};
+
+struct TSimGasBranch {
+  std::int32_t GasType = 0;  // 1 "Air" ... 6 "H-N2"
+  std::string Name;
+  std::int32_t DAPort = 0;
+  double MaxPressure = 0.0;
+};
+
+struct TSimPort {
+  std::int32_t Number = 0;
+  std::string Name;
+};
+
+struct TSimSlave {
+  std::string Name;
+  std::uint32_t Identity = 0;  // decimal or 0x...
+  std::int32_t ProductNo = 0;
+  std::int32_t DACount = 0;
+  std::int32_t ADCount = 0;
+  bool ExtIO = false;
+};
+
+// When the supervisor acts; a limit is how long something may last.
+struct TSimSupervisorConfig {
+  std::int32_t BusyLimitMs = 600'000;    // a state waits for the same thing
+  std::int32_t EmissionExtraMs = 1000;   // emission asked for and absent, beyond EmissionOnDelay
+  std::int32_t LaserOnLimitMs = 62'000;  // below the latch's own 65 s
+  std::int32_t GasOnLimitMs = 1'800'000;
+  std::int32_t HeartbeatLimitMs = 1000;
+  std::int32_t StepMs = 1000;  // from the alarm to the stop, and from there to the latch
+};
+
+struct TSimPhysics {
+  std::int32_t EmissionDelayMs = 800;
+  std::int32_t EmissionJitterMs = 200;  // 0 to this, by the seed
+  std::int32_t GasTimeConstantMs = 150;
+  std::int32_t SwitchTimeMs = 60;  // a gas valve's
+  double PlateZ = 80.0;            // Z at which the nozzle would touch the plate
+  bool SecondFollower = false;
+};
+
+struct TSimConfig {
+  std::int32_t EmissionOnDelay = 5000;  // limit of the steps that wait for emission
+  double MaxPower = 3000.0;             // W
+  TSimAxisConfig X{"X", 0.0, 3000.0, 1500.0, 10'000.0};
+  TSimAxisConfig Y{"Y", 0.0, 1500.0, 1500.0, 10'000.0};
+  TSimAxisConfig Z{"Z", 0.0, 120.0, 300.0, 5000.0};
+  TSimAxisConfig Focus{"Focus", -25.0, 25.0, 100.0, 2000.0};
+  std::vector<TSimGasBranch> GasBranches{{1, "Air", 33, 16.0}, {2, "O2", 34, 10.0}, {3, "N2", 35, 25.0}};
+  std::vector<TSimPort> Inports{{1, "Input 1"}, {2, "Input 2"}, {3, "Input 3"}, {4, "Input 4"}};
+  std::vector<TSimPort> Outports{{1, "Output 1"}, {2, "Output 2"}, {3, "Output 3"}, {4, "Output 4"}, {5, "Output 5"}};
+  std::vector<TSimSlave> Slaves;
+  std::int32_t DockedTable = 1;  // 1 or 2; 0 none
+  std::int32_t DHMode = 0;
+  TSimSupervisorConfig Supervisor;
+  TSimPhysics Physics;
+
+  // What the file does not say keeps its default. Each value that is no number, out of range or named twice adds a line
+  // "path: value, why" to `problems`, and the default stands for it: a machine is built only when there are none.
+  [[nodiscard]] static TSimConfig FromConfig(const TMachineConfig& config, std::vector<std::string>& problems);
+};
+
+}  // namespace ixocamglue

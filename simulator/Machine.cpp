@@ -1,0 +1,123 @@
+#include "simulator/Machine.h"
+
+#include <utility>
+
+#include "platform/Clock.h"
+#include "support/Format.h"
+
+namespace ixocamglue {
+
+TSimMachine::TSimMachine(const TSimConfig& config, std::uint64_t seed, TNcStateFramework& framework, TCallGate& gate,
+                         const TSimParts& parts)
+    : FConfig(config),
+      FParts(parts),
+      FFramework(framework),
+      FCore(gate, framework),
+      FLaser(FCore, FConfig, seed),
+      FGas(FCore, FConfig),
+      FMotion(FCore, FConfig),
+      FHead(FCore, FConfig),
+      FFollower(FCore, "follower", FConfig),
+      FSecondFollower(config.Physics.SecondFollower ? std::make_unique<TSimFollower>(FCore, "follower2", FConfig)
+                                                    : nullptr),
+      FMultiFollower(&FFollower, FSecondFollower.get()),
+      FPorts(FCore, FConfig),
+      FInportCtrl(FCore, FPorts, FAlarms),
+      FTable(FCore, FConfig) {
+  FCore.AddPart(FLaser);
+  FCore.AddPart(FGas);
+  FCore.AddPart(FMotion);
+  FCore.AddPart(FHead);
+  FCore.AddPart(FFollower);
+  if (FSecondFollower) FCore.AddPart(*FSecondFollower);
+  FCore.AddPart(FPorts);
+  FCore.AddPart(FInportCtrl);
+  if (parts.CutSystem) FCutSystemInstalled.emplace(*this);
+  if (parts.Follower) FFollowerInstalled.emplace(FFollower);
+  if (parts.MotionDriver) FMotionInstalled.emplace(FMotion);
+  if (parts.MotionCard) FCardInstalled.emplace(FPorts);
+  if (parts.DeviceManager) FManagerInstalled.emplace(FPorts);
+  if (parts.Alarms) FAlarmsInstalled.emplace(FAlarms);
+}
+
+TSimMachine::~TSimMachine() {
+  if (FClock) FClock->Remove(FClockHandle);
+}
+
+void TSimMachine::Lock() {
+  (void)FCore.Gate.Enter("cut", "Lock", vkLock);
+  FCutLock.lock();
+}
+
+void TSimMachine::Unlock() {
+  FCutLock.unlock();
+  (void)FCore.Gate.Enter("cut", "Unlock", vkLock);
+}
+
+void TSimMachine::SwitchLaser(bool on) {
+  if (FParts.Laser) FLaser.SwitchLaser(on);
+}
+
+void TSimMachine::KeyDown(std::int32_t command) {
+  if (FCore.Gate.Enter("cut", "KeyDown", vkStart, Format("%d", command))) CatchUp(Clock().MonotonicMs());
+}
+
+void TSimMachine::KeyUp(std::int32_t command) {
+  if (FCore.Gate.Enter("cut", "KeyUp", vkStop, Format("%d", command))) CatchUp(Clock().MonotonicMs());
+}
+
+void TSimMachine::Attach(TVirtualClock& clock) {
+  if (FClock) FClock->Remove(FClockHandle);
+  FClock = &clock;
+  FClockHandle = clock.OnStep([this](std::uint64_t nowMs) { CatchUp(nowMs); });
+}
+
+void TSimMachine::CatchUp(std::uint64_t nowMs) { const TSimScope scope(FCore, nowMs); }
+
+void TSimMachine::NoteState(std::int32_t state) {
+  const TSimScope scope(FCore);
+  Journal().State(FCore.Now(), state);
+  if (std::exchange(FState, state) != state) FInportCtrl.Cancel();
+}
+
+void TSimMachine::ClearAlarms() {
+  FAlarms.ClearAll();
+  const TSimScope scope(FCore);
+  FCore.Event("alarm", "all cleared");
+}
+
+void TSimMachine::RaiseAlarm(TNcAlarmRecord record, const TSimForbids& forbids) {
+  FAlarms.Raise(record, forbids);
+  const TSimScope scope(FCore);
+  FCore.Event("alarm", Format("%s %d: %s", record.IdPrefix.c_str(), record.Id, record.Desc.c_str()));
+  FLaser.Settle();
+  FCore.PostAlarm(std::move(record));
+}
+
+TSimSnapshot TSimMachine::Snapshot() {
+  const TSimScope scope(FCore);
+  FLaser.Settle();
+  TSimSnapshot now;
+  now.Ms = FCore.Now();
+  now.Laser = FLaser.Lit();
+  now.Emission = FLaser.Emitting();
+  now.LatchTripped = FLaser.LatchTripped();
+  if (const char* const reason = FLaser.LatchReason()) now.LatchReason = reason;
+  const TSimGas::TFacts gas = FGas.Facts();
+  now.Gas = gas.On;
+  now.GasBranch = gas.Branch;
+  now.GasSetBar = gas.SetBar;
+  now.GasBar = gas.Bar;
+  now.Pos = FMotion.Pos();
+  now.AxesMoving = FMotion.Moving();
+  now.Z = FFollower.Z();
+  now.ZMoving = FFollower.Moving() || (FSecondFollower && FSecondFollower->Moving());
+  now.Following = FFollower.Following() || (FSecondFollower && FSecondFollower->Following());
+  now.Focus = FHead.Focus();
+  now.FocusMoving = FHead.Moving();
+  now.OutputsOn = FPorts.OutputsOn();
+  now.State = GetState();
+  return now;
+}
+
+}  // namespace ixocamglue

@@ -1,0 +1,26 @@
+// The simulator's random numbers: SplitMix64, so that a seed gives the same numbers in every build.
+#pragma once
+
+#include <cstdint>
+
+namespace ixocamglue {
+
+class TSimRandom {
+ public:
+  explicit TSimRandom(std::uint64_t seed) : FState(seed) {}
+
+  std::uint64_t Next() {
+    FState += 0x9E3779B97F4A7C15U;
+    std::uint64_t z = FState;
+    z = (z ^ (z >> 30U)) * 0xBF58476D1CE4E5B9U;
+    z = (z ^ (z >> 27U)) * 0x94D049BB133111EBU;
+    return z ^ (z >> 31U);
+  }
+  // 0 to count - 1; 0 for a count of 0. The bias of the remainder does not matter for counts this far below 2^64.
+  std::uint64_t Below(std::uint64_t count) { return count == 0 ? 0 : Next() % count; }
+
+ private:
+  std::uint64_t FState;
+};
+
+}  // namespace ixocamglue

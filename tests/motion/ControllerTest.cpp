@@ -1,0 +1,278 @@
+// The controller's protocol with its root and with the framework; the root's answers are scripted.
+#include <deque>
+
+#include "fixture/Machine.h"
+#include "support/Format.h"
+
+namespace ixocamglue::test {
+namespace {
+
+// A root that answers what a test says and tells what it was asked.
+class TScriptedRoot : public IStateMotion {
+ public:
+  void SetStateCtrl(TCustomMotionState* ctrl) override { Ctrl = ctrl; }
+  std::int32_t GetID() override { return 77; }
+  std::string GetDesc() override { return "scripted"; }
+  void ResetParams() override {}
+  void BuildData() override { Story.push_back("build"); }
+  void DoLeaveMotion() override {}
+  TStepType Motion(std::int32_t reason) override {
+    Story.push_back(Format("motion %d", reason));
+    return OnMotion(reason);
+  }
+  TStepType GetStepType() override { return mstpStep; }
+  bool CheckStateAlarm() override { return Alarm; }
+  void CheckNewAlarm(const TNcAlarmRecord& alarm, bool& isAlarm) override { isAlarm = alarm.Id == 13; }
+  void DoLeaveError() override {
+    Story.push_back("leave error");
+    if (LeaveErrorThrows) throw std::runtime_error("axes");
+  }
+  void UpdateThread(std::uint32_t&) override {}
+  std::string GetErrorDesc() override { return "path"; }
+  std::int32_t GetNextState() override { return Next; }
+  std::int32_t GetErrorState() override { return Error; }
+  void SetErrorState(std::int32_t state) override { Error = state; }
+  void SetNextState(std::int32_t state) override { Next = state; }
+  void StopExec() override { Story.push_back("stop exec"); }
+
+  TTexts Story;
+  std::function<TStepType(std::int32_t)> OnMotion = [](std::int32_t reason) {
+    return reason == srDone ? mstpStep : mstpError;
+  };
+  TCustomMotionState* Ctrl = nullptr;
+  std::int32_t Next = -1, Error = -1;
+  bool Alarm = false, LeaveErrorThrows = false;
+};
+
+constexpr std::int32_t kOtherState = 60;
+
+class Controlling : public TMachineTest {
+ protected:
+  Controlling() {
+    NcRegistry()->RegisterStateCtrl(kOtherState,
+                                    [](TNcStateFramework& owner) { return std::make_unique<TNcStateCtrl>(owner); });
+  }
+  void StartScripted() {
+    Root = std::make_shared<TScriptedRoot>();
+    std::string reason;
+    ASSERT_TRUE(FSession.Start(Root, &reason)) << reason;
+    FSession.RunPass();
+    ASSERT_EQ(Root->Story, TTexts{"build"});
+    Root->Story.clear();
+  }
+  std::shared_ptr<TScriptedRoot> Root;
+};
+
+TEST_F(Controlling, EachAnswerOfTheRootBecomesItsWaitOrItsEnd) {
+  struct TCase {
+    TStepType Answer;
+    TCustomBusyType Busy;
+    TMotionExecType Type;
+    bool Ends;
+  };
+  for (const auto [answer, busy, type, ends] : {
+           TCase{mstpStep, csbtEnsure, metError, false},
+           TCase{mstpEnd, csbtEnsure, metError, false},
+           TCase{mstpPolling, csbtDelay, metError, false},
+           TCase{mstpExit, csbtChange, metSuccess, true},
+           TCase{mstpError, csbtChange, metError, true},
+       }) {
+    StartScripted();
+    Root->OnMotion = [&, a = answer, b = busy](std::int32_t reason) {
+      if (a == mstpPolling && reason == srDone) Root->Ctrl->SetCustomBusyType(b);
+      return reason == srDone ? a : mstpError;
+    };
+    Controller().StepDone(srDone);
+    EXPECT_EQ(Controller().CustomBusyType(), busy);
+    EXPECT_EQ(Framework().ChangePending(), ends);
+    if (ends) {
+      EXPECT_EQ(Controller().Outcome().Type, type);
+    }
+    EXPECT_EQ(ExecOK(77), type == metSuccess);
+    Stop();
+  }
+}
+
+TEST_F(Controlling, EveryOutcomeHasItsNextState) {
+  struct TCase {
+    std::int32_t Reason;
+    bool RequireStop;
+    TMotionExecType Type;
+    std::int32_t Next;
+  };
+  for (const auto [reason, requireStop, type, next] : {
+           TCase{srStop, false, metStop, nsStandby}, TCase{srPause, false, metPause, kOtherState},
+           TCase{srAlarm, false, metAlarm, kOtherState}, TCase{srAlarm, true, metAlarm, nsStandby},
+           TCase{srError, false, metError, kOtherState},
+           TCase{2, false, metError, kOtherState},  // names no busy type and so ends as an error
+       }) {
+    StartScripted();
+    Root->SetErrorState(kOtherState);
+    if (requireStop) Machine().Alarms().Raise({"TP", "stop", 1}, {.RequireStop = true});
+    Framework().Abort(reason);
+    FSession.RunPass();
+    EXPECT_EQ(Controller().Outcome().Type, type) << reason;
+    EXPECT_EQ(Framework().CurrentState(), next) << reason;
+    EXPECT_FALSE(ExecOK(77));
+    Machine().Alarms().ClearAll();
+    Framework().RequestState(nsStandby, 0);
+    FSession.RunPass();
+  }
+}
+
+TEST_F(Controlling, SuccessReturnsToTheStateTheProcedureStartedFrom) {
+  Framework().RequestState(kOtherState, 0);
+  FSession.RunPass();
+  StartSequence({{142, "gas off"}});
+  EXPECT_EQ(Finish(), metSuccess);
+  EXPECT_EQ(Framework().CurrentState(), kOtherState);
+}
+
+TEST_F(Controlling, EnsureNeverReplacesASpecificWait) {
+  StartScripted();
+  for (const auto& [asked, kept] : std::vector<std::pair<std::vector<TCustomBusyType>, TCustomBusyType>>{
+           {{csbtMotion, csbtEnsure}, csbtMotion},
+           {{csbtEnsure, csbtMotion}, csbtMotion},
+           {{csbtDelay, csbtInput}, csbtInput},  // the last specific one wins
+           {{csbtChange, csbtEnsure}, csbtEnsure},
+       }) {
+    Root->OnMotion = [&, a = asked](std::int32_t reason) {
+      for (const auto type : a) Root->Ctrl->SetCustomBusyType(type);
+      return reason == srDone ? mstpPolling : mstpError;
+    };
+    Controller().StepDone(srDone);
+    EXPECT_EQ(Controller().CustomBusyType(), kept);
+  }
+  Stop();
+}
+
+TEST_F(Controlling, AFaultInATickEndsItOnceAndTheWaitIsSetAllTheSame) {
+  struct TCase {
+    const char* Name;
+    std::function<TStepType(std::int32_t)> Motion;
+    std::int32_t Reason;
+    TMotionExecType Type;
+    const char* Fault;
+  };
+  const auto polling = [](std::int32_t) { return mstpPolling; };
+  const auto throwing = [](std::int32_t) -> TStepType { throw std::runtime_error("device"); };
+  for (const auto& [name, motion, reason, type, fault] : {
+           TCase{"no busy type", polling, srDone, metError, "Error: Motion中没有设置Busy类型"},
+           TCase{"step throws", throwing, srDone, metError, "device"},
+           TCase{"step throws on stop", throwing, srStop, metStop, "device"},
+           TCase{"step throws on alarm", throwing, srAlarm, metError, "device"},
+           TCase{"abort not obeyed", [](std::int32_t) { return mstpExit; }, srStop, metStop,
+                 "TCustomMotionState：AReason <> srDone时返回值需为mstpError"},
+       }) {
+    StartScripted();
+    Root->OnMotion = motion;
+    Controller().StepDone(reason);
+    EXPECT_EQ(Controller().Outcome().Type, type) << name;
+    EXPECT_EQ(Controller().Outcome().Fault, fault) << name;
+    EXPECT_EQ(std::ranges::count(Root->Story, "leave error"), 1) << name;
+    EXPECT_TRUE(Framework().ChangePending()) << name;
+    EXPECT_EQ(Framework().Busy(), bkEnsure) << name;
+    FSession.RunPass();
+    EXPECT_EQ(Framework().CurrentState(), nsStandby) << name;
+  }
+}
+
+TEST_F(Controlling, AFaultWhileEndingFallsBackToStandby) {
+  StartScripted();
+  Root->SetErrorState(kOtherState);
+  Root->LeaveErrorThrows = true;
+  Root->OnMotion = [](std::int32_t) { return mstpError; };
+  FSession.RunPass();
+  EXPECT_EQ(Framework().CurrentState(), nsStandby);
+  StartScripted();
+  Controller().ChangeNext(static_cast<TMotionExecType>(5));
+  EXPECT_EQ(Controller().Outcome().NextState, nsStandby);
+}
+
+TEST_F(Controlling, WithoutARootEverythingIsGuarded) {
+  Controller().StepDone(srDone);  // never initialised: nothing at all
+  EXPECT_FALSE(Framework().ChangePending());
+  EXPECT_EQ(TCustomMotionState::GetStateID(), -1);
+  EXPECT_EQ(Controller().StateName(), "");
+  EXPECT_FALSE(Controller().CheckEnterAlarm(0));
+  EXPECT_FALSE(Controller().CheckNewAlarm({"TP", "alarm", 13}));
+  EXPECT_FALSE(Controller().CheckStateAlarm());
+  std::uint32_t delay = 10;
+  Controller().UpdateThread(delay);
+  Controller().StopExec();
+  Framework().RequestState(nsCustomMotion, 0);
+  FSession.RunPass();
+  EXPECT_EQ(Framework().CurrentState(), nsStandby);  // refused
+  const TTexts noRoot(2, "设计不支持TCustomMotionState.StateMotion = nil");
+  EXPECT_EQ(Faults.Claim(), noRoot);
+  Controller().ChangeNext(metSuccess);
+  EXPECT_EQ(Faults.Claim(), TTexts{noRoot[0]});
+  EXPECT_EQ(Controller().Outcome().NextState, nsStandby);
+}
+
+TEST_F(Controlling, AlarmsAreAskedOfFrameworkAndRoot) {
+  StartScripted();
+  EXPECT_FALSE(Controller().CheckNewAlarm({"TP", "harmless", 1}));
+  EXPECT_TRUE(Controller().CheckNewAlarm({"TP", "the root's own", 13}));
+  Root->Alarm = true;
+  FSession.RunPass();
+  EXPECT_EQ(Controller().Outcome().Type, metAlarm);
+
+  // A tree is stopped by each permission; the devices it concerns are told to stop.
+  for (const TSimForbids forbids : {TSimForbids{.Move = true}, TSimForbids{.Follower = true}}) {
+    StartRoot(MakeShot(300));
+    Machine().Alarms().Raise({"TP", "alarm", 1}, forbids);
+    EXPECT_EQ(Finish(), metAlarm);
+    // While it stands, no procedure enters.
+    ASSERT_TRUE(FSession.Start(ShareRoot(MakeShot(300))));
+    FSession.RunPass();
+    EXPECT_EQ(Framework().CurrentState(), nsStandby);
+    Machine().Alarms().ClearAll();
+  }
+}
+
+class WithoutWaits : public TMachineTest {
+ protected:
+  WithoutWaits() : TMachineTest({.Parts = {.InportCtrl = false, .CutHead = false, .MultiFollower = false}}) {}
+};
+
+TEST_F(WithoutWaits, WaitingForADeviceThatTheMachineLacksIsADesignFault) {
+  for (const auto& [busy, text] : std::vector<std::pair<TCustomBusyType, std::string>>{
+           {csbtInput, "CutSystem.InportCtrl = nil"}, {csbtFocus, "CutSystem.CutHeadCtrl = nil"}}) {
+    auto root = std::make_shared<TScriptedRoot>();
+    root->OnMotion = [&, b = busy](std::int32_t) {
+      root->Ctrl->SetCustomBusyType(b);
+      return mstpPolling;
+    };
+    ASSERT_TRUE(FSession.Start(root));
+    Finish();
+    EXPECT_EQ(Controller().Outcome().Fault, text);
+    root->OnMotion = {};
+  }
+}
+
+TEST(ProcessEnd, EndsARunningProcedureAndTheLibraryCanBeStartedAgain) {
+  for (int life = 0; life < 2; ++life) {
+    TSession session({.Supervisor = false});
+    session.RunPass();
+    ASSERT_TRUE(session.Start(ShareRoot(MakeShot(60'000))));
+    while (!session.Gate().Journal().HasSignal("laser on")) session.RunPass();
+  }
+}
+
+TEST(CurveKeeper, KeepsThePointsAndTheirRangeAndClampsTheCount) {
+  TMcCurveKeeper keeper;
+  EXPECT_TRUE(keeper.Range().Empty());
+  const TPoint2 points[] = {{1, 5}, {-2, 7}, {100, 100}};
+  keeper.SetDynPoints(points, 2);
+  EXPECT_EQ(keeper.Range().Min, (TPoint2{-2, 5}));
+  EXPECT_EQ(keeper.Range().Max, (TPoint2{1, 7}));
+  for (const std::int32_t count : {0, -5}) keeper.SetDynPoints(points, count);
+  keeper.SetDynPoints({}, 3);
+  EXPECT_EQ(keeper.XYCurve().size(), 2u);
+  keeper.SetDynPoints(points, 99);
+  EXPECT_EQ(keeper.XYCurve().size(), 3u);
+}
+
+}  // namespace
+}  // namespace ixocamglue::test

@@ -1,0 +1,163 @@
+// The simulated laser: when emission and beam come, and what the latch does about it.
+#include <functional>
+
+#include "fixture/SimMachine.h"
+
+namespace ixocamglue::test {
+namespace {
+
+using TLines = std::vector<std::string>;
+
+class SimLaser : public TSimTest {
+ protected:
+  TSimLaser& Laser() { return Machine.LaserDevice(); }
+};
+
+TEST_F(SimLaser, ABeamAskedForWithoutEmissionIsHeldBackAndComesWithIt) {
+  Machine.SwitchLaser(true);
+  RunFor(1000);
+  EXPECT_FALSE(Laser().GetLaser());
+  EXPECT_FALSE(Laser().LatchTripped());
+  Laser().EmissionOn();
+  RunFor(99);
+  EXPECT_EQ(Signals(), TLines{});
+  RunFor(1);
+  EXPECT_EQ(Signals(), (TLines{"emission on", "laser on"}));
+  Laser().EmissionOff();
+  EXPECT_FALSE(Laser().GetLaser());
+  Laser().EmissionOn();
+  RunFor(1000);  // the beam has to be asked for again
+  EXPECT_EQ(Gate.Journal().Signals().After("laser on"), (TLines{"laser off", "emission off", "emission on"}));
+}
+
+TEST_F(SimLaser, EmissionFollowsItsScript) {
+  Laser().SetEmissionScript(TEmissionScript::AfterPolls(2));
+  Laser().EmissionOn();
+  RunFor(500);
+  EXPECT_FALSE(Laser().GetEmission());
+  EXPECT_FALSE(Laser().GetEmission());
+  EXPECT_TRUE(Laser().GetEmission());
+  Machine.SwitchLaser(true);
+  Laser().LoseEmission();
+  EXPECT_FALSE(Laser().GetLaser());
+  EXPECT_FALSE(Laser().GetEmission());
+  EXPECT_FALSE(NcWatch()->EmissionAsked.Runs());
+  Laser().SetEmissionScript(TEmissionScript::Never());
+  Laser().EmissionOn();
+  RunFor(20'000);
+  EXPECT_FALSE(Laser().GetEmission());
+  EXPECT_EQ(NcWatch()->EmissionAsked.LastedMs(VirtualClock.MonotonicMs()), 20'000U);
+}
+
+struct TCause {
+  const char* Reason;  // null: nothing must trip
+  std::function<void(TSimRig&)> Do;
+};
+
+TEST(Latch, TripsOnEachCauseStaysUntilResetAndThenLeavesEverythingOff) {
+  const TCause causes[] = {
+      {nullptr, [](TSimRig& rig) { rig.Framework.RunOnce(), rig.VirtualClock.Sleep(200); }},
+      {"the heartbeat is older than 200 ms",
+       [](TSimRig& rig) { rig.Framework.RunOnce(), rig.VirtualClock.Sleep(201); }},
+      {nullptr,
+       [](TSimRig& rig) {
+         rig.Machine.RaiseAlarm({"T", "", 1}, {.Move = true});
+       }},
+      {"an alarm forbids the laser",
+       [](TSimRig& rig) {
+         rig.Machine.RaiseAlarm({"T", "", 1}, {.Laser = true});
+       }},
+      {nullptr, [](TSimRig& rig) { rig.RunFor(64'800); }},
+      {"the laser was on for more than 65 s", [](TSimRig& rig) { rig.RunFor(65'100); }},
+      {nullptr,
+       [](TSimRig& rig) {
+         NcWatch()->DarkDemandedInPass.store(NcWatch()->Pass.load());
+         rig.VirtualClock.Sleep(10);
+       }},
+      {"not dark one pass after a stop",
+       [](TSimRig& rig) {
+         NcWatch()->DarkDemandedInPass.store(NcWatch()->Pass.load());
+         rig.RunFor(20);
+       }},
+      {"by hand", [](TSimRig& rig) { rig.Machine.LaserDevice().Trip("by hand"); }},
+  };
+  for (const TCause& cause : causes) {
+    SCOPED_TRACE(cause.Reason ? cause.Reason : "no trip");
+    TSimRig rig;
+    TSimLaser& laser = rig.Machine.LaserDevice();
+    rig.ShootOn();
+    ASSERT_TRUE(laser.GetLaser());
+    cause.Do(rig);
+    if (!cause.Reason) {
+      EXPECT_TRUE(laser.GetLaser());
+      continue;
+    }
+    EXPECT_FALSE(laser.Lit() || laser.Emitting());
+    EXPECT_EQ(rig.Machine.Snapshot().LatchReason, cause.Reason);
+    EXPECT_EQ(rig.Gate.Journal().Signals().After("laser on"), (TLines{"laser off", "emission off"}));
+
+    rig.Machine.ClearAlarms();
+    NcWatch()->DarkDemandedInPass.store(0);
+    rig.ShootOn();
+    EXPECT_FALSE(laser.GetEmission());
+    laser.ResetLatch();
+    rig.RunFor(500);
+    EXPECT_FALSE(laser.GetEmission()) << "what was asked for while tripped must not come by itself";
+    rig.ShootOn();
+    EXPECT_TRUE(laser.GetLaser());
+  }
+}
+
+TEST(Latch, StopsEmissionThatIsStillOnItsWay) {
+  TSimRig rig;
+  rig.Machine.Laser()->EmissionOn();
+  rig.Machine.RaiseAlarm({"T", "", 1}, {.Laser = true});
+  rig.RunFor(500);
+  EXPECT_TRUE(rig.Machine.Laser()->LatchTripped());
+  EXPECT_EQ(rig.Signals(), TLines{});
+}
+
+TEST(Latch, AnOffThatNeverArrivesIsDarkBecauseOfThePlatformsDemand) {
+  TSimRig rig;
+  rig.ShootOn();
+  rig.Gate.PlanSet({.Call = rig.Gate.Calls() + 2, .Fault = gfThrow, .Sticky = true, .HangMs = 0, .Callback = {}});
+  rig.Framework.Stop();  // standby: switches the beam off, then the emission, which fails on and on
+  rig.RunFor(50);
+  EXPECT_EQ(rig.Gate.Stuck(), std::pair(std::string("laser"), std::string("EmissionOff")));
+  EXPECT_FALSE(rig.Machine.Snapshot().Emission);
+  EXPECT_STREQ(rig.Machine.Laser()->LatchReason(), "not dark one pass after a stop");
+}
+
+TEST(SimMachine, TheSameSeedGivesTheSameJournalAndAnotherSeedAnother) {
+  const auto story = [](std::uint64_t seed) {
+    TSimRig rig(TSimConfig{}, seed);
+    for (int shot = 0; shot < 4; ++shot) {
+      rig.ShootOn();
+      rig.RunFor(1000);
+      rig.Machine.Laser()->EmissionOff();
+    }
+    return rig.Gate.Journal().Lines();
+  };
+  EXPECT_EQ(story(7), story(7));
+  EXPECT_NE(story(7), story(8));
+}
+
+TEST(SimMachine, WhatIsLeftOutReadsAsMissing) {
+  EXPECT_EQ(CutSystem(), nullptr);
+  {
+    TSimRig rig(TSimRig::QuickConfig(), 1, {.Laser = false, .Follower = false, .MotionCard = false});
+    EXPECT_EQ(CutSystem(), &rig.Machine);
+    EXPECT_EQ(CutSystem()->Laser(), nullptr);
+    EXPECT_NE(CutSystem()->Gas(), nullptr);
+    EXPECT_EQ(GFollower(), nullptr);
+    EXPECT_EQ(MotionCard(), nullptr);
+    EXPECT_NO_THROW(CutSystem()->SwitchLaser(true));
+    EXPECT_NE(CutSystem()->MultiFollower()->GetFollower(0), nullptr);
+    EXPECT_EQ(CutSystem()->MultiFollower()->GetFollower(1), nullptr);
+    EXPECT_EQ(CutSystem()->MultiFollower()->GetFollower(2), nullptr);
+  }
+  EXPECT_EQ(CutSystem(), nullptr);
+}
+
+}  // namespace
+}  // namespace ixocamglue::test

@@ -1,0 +1,62 @@
+// A shot with every thread of the real program: state loop, machine, supervisor, log, and the waiting main thread.
+#include <chrono>
+#include <csignal>
+#include <fstream>
+#include <sstream>
+#include <thread>
+#include <unistd.h>
+
+#include <gmock/gmock.h>
+
+#include "fixture/TempDir.h"
+#include "host/Shot.h"
+
+namespace ixocamglue::test {
+namespace {
+
+class RealtimeShot : public testing::Test {
+ protected:
+  RealtimeShot() {
+    const auto file = FDir.Path() / "machine.xml";
+    std::ofstream(file) << "<MachineConfig><Simulator EmissionDelayMs=\"50\" EmissionJitterMs=\"0\"/></MachineConfig>";
+    FOptions.Machine = file;
+    FOptions.Realtime = true;
+    FOptions.Language = "en";
+  }
+
+  TTempDir FDir;
+  TShotOptions FOptions;
+  std::ostringstream FOut;
+};
+
+TEST_F(RealtimeShot, RunsToItsEndWithEveryLineShown) {
+  FOptions.Ms = 100;
+  FOptions.Trace = true;
+  EXPECT_EQ(RunShot(FOptions, FOut), 0) << FOut.str();
+  for (const char* line : {"1/5: ", "5/5: ", "CustomMotionStateExecOK515 = true", "Success after "})
+    EXPECT_THAT(FOut.str(), testing::HasSubstr(line));
+}
+
+TEST_F(RealtimeShot, IsStoppedByAnInterruptAndEndsDark) {
+  FOptions.Ms = 30'000;
+  const auto handled = [] {
+    struct sigaction now {};
+    sigaction(SIGINT, nullptr, &now);
+    return now.sa_handler != SIG_DFL;
+  };
+  std::thread interrupter([&] {
+    while (!handled()) std::this_thread::yield();
+    std::this_thread::sleep_for(std::chrono::milliseconds(150));  // the beam is on by now; earlier is a stop too
+    kill(getpid(), SIGINT);
+  });
+  const int exitCode = RunShot(FOptions, FOut);
+  interrupter.join();
+  EXPECT_FALSE(handled());
+  EXPECT_EQ(exitCode, 1);
+  EXPECT_THAT(FOut.str(), testing::HasSubstr("Interrupted, stopping"));
+  EXPECT_THAT(FOut.str(), testing::HasSubstr("Stopped after "));
+  EXPECT_THAT(FOut.str(), testing::Not(testing::HasSubstr("still on")));
+}
+
+}  // namespace
+}  // namespace ixocamglue::test
