@@ -69,8 +69,11 @@ bool TModbusComm::SendCommand(std::uint8_t cmd, std::uint8_t funcCode, std::uint
     FOutcome = moBadRequest;
     return false;
   }
+  FSendUs = Clock().MonotonicUs();
   const bool sent = transport->SendBuff(frame);
-  FFrames.Add(Clock().MonotonicUs(), true, frame);
+  FWaitUs = Clock().MonotonicUs();
+  FSentBytes = frame.size();
+  FFrames.Add(FWaitUs, true, frame);
   WaitforAckData(cmd, kReplyMs);
   return sent;
 }

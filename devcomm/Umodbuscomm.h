@@ -99,7 +99,10 @@ class TModbusComm : public TDevDataCommBase, public INcAlarmSource20 {
   TModbusStrictOptions FOptions IXO_GUARDED_BY(FLock);
   TModbusOutcome FOutcome IXO_GUARDED_BY(FLock) = moOk;  // of the last wait
   bool FDeliver IXO_GUARDED_BY(FLock) = true;            // replies go to OnAckData
-  TBytes FRequest IXO_GUARDED_BY(FLock);                 // frames keep their capacity
+  std::uint64_t FSendUs IXO_GUARDED_BY(FLock) = 0;       // of the last exact request: when its send began
+  std::uint64_t FWaitUs IXO_GUARDED_BY(FLock) = 0;       // and ended
+  std::size_t FSentBytes IXO_GUARDED_BY(FLock) = 0;
+  TBytes FRequest IXO_GUARDED_BY(FLock);  // frames keep their capacity
   TBytes FReply IXO_GUARDED_BY(FLock);
   std::uint16_t FTransaction IXO_GUARDED_BY(FLock) = 0;
   const void* FBackoffOf IXO_GUARDED_BY(FLock) = nullptr;  // the transport that could not be opened

@@ -209,6 +209,7 @@ bool TModbusComm::StrictRequest(std::uint8_t cmd, TModbusRequest request, TModbu
       ++result.Attempts;
       StrictAttempt(*transport, *stream, request, result, sent);
       const bool final = result.Outcome == moOk || result.Outcome == moException || attempt >= FOptions.Retries ||
+                         (!stream->Linked() && FBackoffOf == stream && Clock().MonotonicMs() < FNextOpenMs) ||
                          (sent && request.Func != kModbusRead && !FOptions.RetryWrites);
       if (final) break;
       ++FStatistics.Retries;
@@ -267,11 +268,21 @@ void TModbusComm::ExactRequest(const TModbusRequest& request, TModbusResult& res
   FReply.clear();
   {
     FDeliver = false;
+    FSentBytes = 0;
     const TKeep keep{FDeliver};
     SendCommand(0, request.Func, request.Addr, request.Count, request.Values);
   }
   result.Attempts = 1;
-  result.ElapsedUs = result.WaitUs = Clock().MonotonicUs() - start;
+  const std::uint64_t end = Clock().MonotonicUs();
+  result.ElapsedUs = end - start;
+  result.BytesSent = FSentBytes;
+  if (FSentBytes != 0) {
+    result.OpenUs = FSendUs - start;
+    result.SendUs = FWaitUs - FSendUs;
+    result.WaitUs = end - FWaitUs;
+  } else {
+    result.OpenUs = result.ElapsedUs;
+  }
   result.BytesReceived = FReply.size();
   Set(result, FOutcome, "");
   const std::size_t func = request.Tcp ? 7 : 1;
