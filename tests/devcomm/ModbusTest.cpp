@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "devcomm/Udevthrdcomm.h"
-#include "fixture/ScriptedComm.h"
+#include "fixture/CommWorld.h"
 #include "platform/Crc.h"
 #include "simulator/LoadingPlc.h"
 

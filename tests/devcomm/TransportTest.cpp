@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "devcomm/Udevthrdcomm.h"
-#include "fixture/ScriptedComm.h"
+#include "fixture/CommWorld.h"
 #include "platform/SerialSettings.h"
 
 namespace ixocamglue::test {
