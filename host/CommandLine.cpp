@@ -31,6 +31,8 @@ constexpr const char* kFooter =
     "  ixocut shot --ms 500\n"
     "  ixocut shot --ms 500 --stop-at 300 --lang en\n"
     "  ixocut tree pierce\n"
+    "  ixocut modbus read --tcp 192.168.0.10 --addr 16 --count 4\n"
+    "  ixocut link doctor --serial /dev/ttyUSB0,19200,e,8,1\n"
     "  ixocut COMMAND --help\n"
     "\n"
     "Software is not the emergency stop.";
