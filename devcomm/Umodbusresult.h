@@ -59,12 +59,16 @@ struct TModbusStatistics {
 class TModbusFrameLog {
  public:
   static constexpr std::size_t kKept = 32;
+  static constexpr std::size_t kFrame = 264;  // the longest frame, and a little
   struct TEntry {
     std::uint64_t TimeUs = 0;  // monotonic
     bool Sent = false;
     TBytes Bytes;
   };
 
+  TModbusFrameLog() {
+    for (TEntry& entry : FRing) entry.Bytes.reserve(kFrame);
+  }
   void Add(std::uint64_t timeUs, bool sent, const TBytes& bytes) {
     TEntry& entry = FRing[FAdded++ % kKept];
     entry.TimeUs = timeUs;

@@ -49,7 +49,9 @@ void AddLinkCommand(CLI::App& program, TCommandRun& run) {
       "\n"
       "Examples:\n"
       "  ixocut link doctor --tcp 192.168.0.10\n"
-      "  ixocut link doctor --serial /dev/ttyUSB0,19200,e,8,1 --unit 3 --addr 100");
+      "  ixocut link doctor --serial /dev/ttyUSB0,19200,e,8,1 --unit 3 --addr 100\n"
+      "\n"
+      "Software is not the emergency stop.");
 }
 
 }  // namespace ixocamglue

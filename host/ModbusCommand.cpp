@@ -217,7 +217,9 @@ void AddModbusCommand(CLI::App& program, TCommandRun& run) {
       "Examples:\n"
       "  ixocut modbus read --tcp 192.168.0.10 --addr 16 --count 4\n"
       "  ixocut modbus write --serial /dev/ttyUSB0,19200,e,8,1 --unit 3 --addr 0 --values 1,0x203 --frames\n"
-      "  ixocut modbus read --tcp plc:1502 --addr 0 --watch 500 --json");
+      "  ixocut modbus read --tcp plc:1502 --addr 0 --watch 500 --json\n"
+      "\n"
+      "Software is not the emergency stop.");
 }
 
 }  // namespace ixocamglue
