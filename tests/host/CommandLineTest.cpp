@@ -240,7 +240,8 @@ TEST_F(CommandLine, ATreeShowsCommandsClassesAndWhatIsBuiltLate) {
 }
 
 TEST_F(CommandLine, EveryHelpPageSaysThatSoftwareIsNotTheEmergencyStop) {
-  for (const char* page : {"--help", "shot --help", "tree --help", "sweep --help", "modbus --help", "link doctor --help"}) {
+  for (const char* page :
+       {"--help", "shot --help", "tree --help", "sweep --help", "modbus --help", "link doctor --help"}) {
     const TRun help = Ixocut(page);
     EXPECT_EQ(help.ExitCode, 0) << page;
     for (const char* part : {"Exit codes:", "Examples:", "Software is not the emergency stop."})
