@@ -141,7 +141,7 @@ TEST_F(CommandLine, AWrongCommandLineIsToldInOneLineAndDoesNothing) {
       {"sweep --procedure nix", "--procedure: \"nix\" is no procedure"},
       {"sweep --budget-ms 0", "--budget-ms: 0 is not in 1.."},
       {"modbus read --addr 0", "one of --tcp HOST[:PORT] and --serial DEVICE is needed"},
-      {"modbus read --tcp h --serial d --addr 0", "--serial excludes --tcp"},
+      {"modbus read --tcp h --serial d --addr 0", "--tcp excludes --serial"},
       {"modbus read --tcp h", "--addr is required"},
       {"modbus read --tcp h:0 --addr 0", "--tcp: \"h:0\": the port is a number from 1 to 65535"},
       {"modbus read --tcp [::1 --addr 0", "the \"]\" is missing"},
