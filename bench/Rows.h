@@ -98,5 +98,6 @@ template <class Item>
 [[nodiscard]] std::vector<TRow> ShotRows();
 [[nodiscard]] std::vector<TRow> LogRows();
 [[nodiscard]] std::vector<TRow> FilterRows();
+[[nodiscard]] std::vector<TRow> DeviceRows();
 
 }  // namespace ixocamglue::bench

@@ -12,8 +12,8 @@
 namespace ixocamglue {
 namespace {
 
-constexpr TAddCommand kCommands[] = {AddShotCommand, AddTreeCommand, AddSweepCommand, AddRecordCommand,
-                                     AddMonitorCommand};
+constexpr TAddCommand kCommands[] = {AddShotCommand,   AddTreeCommand, AddSweepCommand,   AddRecordCommand,
+                                     AddMonitorCommand, AddModbusCommand, AddLinkCommand, AddSimulateCommand};
 
 constexpr const char* kFooter =
     "Exit codes:\n"
@@ -31,6 +31,8 @@ constexpr const char* kFooter =
     "  ixocut shot --ms 500\n"
     "  ixocut shot --ms 500 --stop-at 300 --lang en\n"
     "  ixocut tree pierce\n"
+    "  ixocut modbus read --tcp 192.168.0.10 --addr 16 --count 4\n"
+    "  ixocut link doctor --serial /dev/ttyUSB0,19200,e,8,1\n"
     "  ixocut COMMAND --help\n"
     "\n"
     "Software is not the emergency stop.";
@@ -132,7 +134,12 @@ int RunCommandLine(int argc, const char* const* argv) {
   };
   try {
     program.parse(argc, argv);
-    if (!run) return fail(kExitCommandLine, "a command is needed: shot, tree, sweep, record or monitor");
+    if (!run) {
+      std::string names;
+      for (const CLI::App* known : program.get_subcommands({}))
+        names += (names.empty() ? "" : ", ") + known->get_name();
+      return fail(kExitCommandLine, "a command is needed: " + names);
+    }
     const int exitCode = run();
     std::cout.flush();
     return std::cout ? exitCode : fail(kExitDevice, "the standard output cannot be written");

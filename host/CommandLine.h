@@ -26,6 +26,9 @@ void AddTreeCommand(CLI::App& program, TCommandRun& run);
 void AddSweepCommand(CLI::App& program, TCommandRun& run);
 void AddRecordCommand(CLI::App& program, TCommandRun& run);
 void AddMonitorCommand(CLI::App& program, TCommandRun& run);
+void AddModbusCommand(CLI::App& program, TCommandRun& run);
+void AddLinkCommand(CLI::App& program, TCommandRun& run);
+void AddSimulateCommand(CLI::App& program, TCommandRun& run);
 
 // The options that commands share; each takes its present value as the default.
 void AddLanguageOption(CLI::App& command, std::string& language);

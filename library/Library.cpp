@@ -5,6 +5,7 @@
 #include <span>
 
 #include "monitor/Umonitortexts.h"
+#include "devcomm/Umodbustexts.h"
 #include "motion/Umotioncontroller.h"
 #include "motion/Umotiontexts.h"
 #include "platform/AppSys.h"
@@ -31,19 +32,21 @@ void FreeFaultReport() { SetFaultHandler(nullptr); }
 
 constexpr TUnit kUnits[] = {
     {"Faults", StartFaultReport, FreeFaultReport, nullptr},
+    {"Udevthrdcomm", nullptr, nullptr, ModbusTexts},
     {"Ustatemotionbase", StartMotionController, FreeMotionController, MotionTexts},
-    {"Usystemmonitordef", [] {}, [] {}, MonitorTexts},
+    {"Usystemmonitordef", nullptr, nullptr, MonitorTexts},
 };
 
 }  // namespace
 
 TLibrary::TLibrary() {
-  for (const TUnit& unit : kUnits) unit.Start();
+  for (const TUnit& unit : kUnits)
+    if (unit.Start) unit.Start();
 }
 
 TLibrary::~TLibrary() {
   for (auto unit = std::rbegin(kUnits); unit != std::rend(kUnits); ++unit) {
-    unit->Free();
+    if (unit->Free) unit->Free();
     if (unit->Texts)
       for (TText* text : unit->Texts()) text->Set(nullptr);
   }

@@ -1,6 +1,5 @@
 #include "platform/Clock.h"
 
-#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <ctime>
@@ -13,7 +12,6 @@ namespace {
 
 constexpr std::int64_t kMsPerDay = 86'400'000;
 constexpr std::int64_t kDaysToUnixEpoch = 25'569;  // 1899-12-30 to 1970-01-01
-constexpr std::uint32_t kPauseSliceMs = 20;
 
 std::int64_t ToMs(TDateTime t) { return std::llround(t.Days * static_cast<double>(kMsPerDay)); }
 
@@ -37,11 +35,21 @@ std::string FormatDateTime(TDateTime t) {
                 static_cast<int>(clock.seconds().count()), static_cast<int>(clock.subseconds().count()));
 }
 
+bool TStop::WaitFor(std::uint32_t ms) {
+  std::unique_lock lock(FMutex);
+  return FAsking.wait_for(lock, std::chrono::milliseconds(ms), [this] { return Asked(); });
+}
+
 std::uint32_t TSystemClock::TickMs() { return static_cast<std::uint32_t>(MonotonicMs()); }
 
 std::uint64_t TSystemClock::MonotonicMs() {
   using namespace std::chrono;
   return static_cast<std::uint64_t>(duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count());
+}
+
+std::uint64_t TSystemClock::MonotonicUs() {
+  using namespace std::chrono;
+  return static_cast<std::uint64_t>(duration_cast<microseconds>(steady_clock::now().time_since_epoch()).count());
 }
 
 TDateTime TSystemClock::Now() {
@@ -58,15 +66,7 @@ void TSystemClock::Sleep(std::uint32_t ms) { std::this_thread::sleep_for(std::ch
 
 void TSystemClock::Spin() { std::this_thread::yield(); }
 
-bool TSystemClock::Pause(TStop& stop, std::uint32_t ms) {
-  const std::uint64_t end = MonotonicMs() + ms;
-  while (!stop.Asked()) {
-    const std::uint64_t now = MonotonicMs();
-    if (now >= end) return false;
-    Sleep(static_cast<std::uint32_t>(std::min<std::uint64_t>(end - now, kPauseSliceMs)));
-  }
-  return true;
-}
+bool TSystemClock::Pause(TStop& stop, std::uint32_t ms) { return stop.WaitFor(ms); }
 
 IXO_DEFINE_SERVICE(IClock, InstalledClock)
 

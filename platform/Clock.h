@@ -2,7 +2,9 @@
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
+#include <mutex>
 #include <string>
 
 #include "platform/Installed.h"
@@ -26,24 +28,32 @@ struct TDateTime {
 class TStop {
  public:
   void Ask() {
-    FAsked.store(true, std::memory_order_release);
-    FAsked.notify_all();
+    {
+      const std::lock_guard guard(FMutex);
+      FAsked.store(true, std::memory_order_release);
+    }
+    FAsking.notify_all();
   }
   [[nodiscard]] bool Asked() const { return FAsked.load(std::memory_order_acquire); }
+  // Real time: true at once when it is asked, false after `ms`. Threads wait through the clock's Pause.
+  [[nodiscard]] bool WaitFor(std::uint32_t ms);
 
  private:
   std::atomic<bool> FAsked{false};
+  std::mutex FMutex;  // guards the way from looking at FAsked to waiting
+  std::condition_variable FAsking;
 };
 
 class IClock {
  public:
   virtual ~IClock() = default;
-  virtual std::uint32_t TickMs() = 0;       // wraps at 2^32; use differences only
-  virtual std::uint64_t MonotonicMs() = 0;  // never wraps, never steps
-  virtual TDateTime Now() = 0;              // wall time, for stamps that are stored or shown
+  virtual std::uint32_t TickMs() = 0;                                   // wraps at 2^32; use differences only
+  virtual std::uint64_t MonotonicMs() = 0;                              // never wraps, never steps
+  virtual std::uint64_t MonotonicUs() { return MonotonicMs() * 1000; }  // as fine as the clock is; for measurements
+  virtual TDateTime Now() = 0;  // wall time, for stamps that are stored or shown
   virtual void Sleep(std::uint32_t ms) = 0;
   virtual void Spin() = 0;  // inside a poll loop without sleep; virtual time moves on by 1 ms
-  // A thread's wait. True at once when the stop is asked (noticed within 20 ms), false after `ms`.
+  // A thread's wait. True at once when the stop is asked, false after `ms`.
   virtual bool Pause(TStop& stop, std::uint32_t ms) = 0;
 };
 
@@ -52,6 +62,7 @@ class TSystemClock final : public IClock {
  public:
   std::uint32_t TickMs() override;
   std::uint64_t MonotonicMs() override;
+  std::uint64_t MonotonicUs() override;
   TDateTime Now() override;
   void Sleep(std::uint32_t ms) override;
   void Spin() override;

@@ -30,7 +30,7 @@ using TDiagMask = std::uint32_t;
 inline constexpr TDiagMask kDiagAll = 0x3F;
 
 // Kinds of application log lines.
-enum TLogKind : std::int32_t { lkInfo = 0, lkWarning = 4, lkError = 6, lkException = 8 };
+enum TLogKind : std::int32_t { lkInfo = 0, lkTrace = 3, lkWarning = 4, lkDevice = 5, lkError = 6, lkException = 8 };
 
 struct TLogRecord {
   bool Diagnostic = false;

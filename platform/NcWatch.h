@@ -45,6 +45,8 @@ struct TNcWatch {
   std::atomic<std::uint32_t> DarkDemandedInPass{0};
   std::atomic<TNcBusyKind> Busy{bkNone};
   TNcSince BusySince;
+  // Update threads of device objects that a fault has ended.
+  std::atomic<std::uint32_t> DeadDeviceThreads{0};
   // Kept by the laser's and the gas device's adapter.
   TNcSince LaserOn, EmissionAsked, EmissionOn, GasOn;
 };

@@ -2,9 +2,15 @@
 
 packages() {
   case $1 in
-    run) echo "gnuplot-nox g++ cmake ninja-build libpugixml-dev nlohmann-json3-dev libfmt-dev libspdlog-dev libcli11-dev" ;;
-    test) echo "$(packages run) libgtest-dev libgmock-dev clang-format locales" ;;
-    bench) echo "$(packages run) libbenchmark-dev libboost-dev libfccp-dev valgrind" ;;
+    run)
+      echo "g++ cmake ninja-build libpugixml-dev nlohmann-json3-dev libfmt-dev libspdlog-dev libcli11-dev libasio-dev" \
+        "gnuplot-nox"
+      ;;
+    test)
+      echo "$(packages run) libgtest-dev libgmock-dev clang-format locales libmodbus-dev python3-pymodbus" \
+        "python3-serial python3-serial-asyncio"
+      ;;
+    bench) echo "$(packages run) libbenchmark-dev libboost-dev libfccp-dev libmodbus-dev valgrind" ;;
     ci) echo "$(packages test) clang libclang-rt-14-dev libbenchmark-dev libboost-dev util-linux" ;;
     *)
       echo "packages.sh: no set of packages is called '$1'; there are run, test, bench and ci" >&2

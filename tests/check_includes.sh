@@ -20,7 +20,7 @@ simulator: platform support
 host:      simulator library motion gascal config devcomm monitor alarms panel platform support
 tests:     fixture host simulator library motion gascal config devcomm monitor alarms panel platform support
 bench:     host simulator library motion gascal config devcomm monitor alarms panel platform support
-fuzz:      host simulator library motion gascal config devcomm monitor alarms panel platform support
+fuzz:      fixture host simulator library motion gascal config devcomm monitor alarms panel platform support
 fixture:
 '
 

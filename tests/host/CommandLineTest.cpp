@@ -140,6 +140,17 @@ TEST_F(CommandLine, AWrongCommandLineIsToldInOneLineAndDoesNothing) {
       {"tree nix", "\"nix\" is no procedure; the procedures are: shot, "},
       {"sweep --procedure nix", "--procedure: \"nix\" is no procedure"},
       {"sweep --budget-ms 0", "--budget-ms: 0 is not in 1.."},
+      {"modbus read --addr 0", "one of --tcp HOST[:PORT] and --serial DEVICE is needed"},
+      {"modbus read --tcp h --serial d --addr 0", "--tcp excludes --serial"},
+      {"modbus read --tcp h", "--addr is required"},
+      {"modbus read --tcp h:0 --addr 0", "--tcp: \"h:0\": the port is a number from 1 to 65535"},
+      {"modbus read --tcp [::1 --addr 0", "the \"]\" is missing"},
+      {"modbus read --tcp h --addr 65536", "--addr: 65536 is not in 0..65535"},
+      {"modbus read --tcp h --addr 65535 --count 2", "beyond register 65535"},
+      {"modbus read --serial /dev/null,9600,x,8,1 --addr 0", "the parity is n, o, e, m or s"},
+      {"modbus write --tcp h --addr 0 --values 1,70000", "\"70000\" is not a number from 0 to 65535"},
+      {"link doctor", "one of --tcp HOST[:PORT] and --serial DEVICE is needed"},
+      {"simulate plc", "one of --tcp PORT and --serial DEVICE is needed"},
   };
   for (const auto& c : cases) {
     const TRun run = Ixocut(c.Arguments);
@@ -229,7 +240,8 @@ TEST_F(CommandLine, ATreeShowsCommandsClassesAndWhatIsBuiltLate) {
 }
 
 TEST_F(CommandLine, EveryHelpPageSaysThatSoftwareIsNotTheEmergencyStop) {
-  for (const char* page : {"--help", "shot --help", "tree --help", "sweep --help"}) {
+  for (const char* page :
+       {"--help", "shot --help", "tree --help", "sweep --help", "modbus --help", "link doctor --help"}) {
     const TRun help = Ixocut(page);
     EXPECT_EQ(help.ExitCode, 0) << page;
     for (const char* part : {"Exit codes:", "Examples:", "Software is not the emergency stop."})

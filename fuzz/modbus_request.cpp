@@ -1,0 +1,97 @@
+// A whole request against a device that follows a script of (gap, bytes, event), in virtual time: it ends within its
+// bound and leaves the error state that its outcome demands.
+#include <cstdlib>
+#include <memory>
+
+#include "devcomm/Udevthrdcomm.h"
+#include "fixture/ScriptedComm.h"
+#include "simulator/VirtualClock.h"
+
+namespace ixocamglue::fuzz {
+namespace {
+
+// Two objects, as each has a thread; the gates stay shut.
+TModbusComm& Device(bool tcp) {
+  static TModbusComm rtuDevice("rtu");
+  static TModbusComm tcpDevice("tcp");
+  return tcp ? tcpDevice : rtuDevice;
+}
+
+std::shared_ptr<INcDataTransIntf> Transport(bool tcp) {
+  if (tcp) {
+    auto transport = std::make_shared<TNcTcpIPTrans>();
+    TCommNet net;
+    net.Initialize();
+    SetUtf16(net.Host, "10.0.0.9");
+    net.Port = 502;
+    transport->SetNetParams(net);
+    return transport;
+  }
+  auto transport = std::make_shared<TNcSerialCommTrans>();
+  TCommSerial serial;
+  serial.Initialize();
+  transport->SetTransType(ttBinary);
+  transport->SetCommParams(serial);
+  return transport;
+}
+
+void Request(std::span<const std::uint8_t> input) {
+  TVirtualClock clock;
+  const TInstalled<IClock> installedClock(clock);
+  test::TScript script;
+  const TInstalled<TCommParts> installedParts(script);
+  const std::uint8_t head = input[0];
+  const bool tcp = (head & 1) != 0;
+  const bool strict = (head & 2) != 0;
+  auto& device = Device(tcp);
+  device.IsTCP = tcp;
+  device.PreDelay = (head & 4) != 0 ? 50 : 0;
+  device.ResetAlarm(0);
+  TModbusStrictOptions options;
+  options.Retries = 1;
+  device.SetProfile(strict ? mpStrict : mpExact, options);
+  device.SetDataTransIntf(Transport(tcp));
+  script.PingAnswers = (head & 8) == 0;
+  script.ConnectWorks = (head & 16) == 0;
+
+  std::size_t at = 1;
+  script.Wire.OnSend = [&](const TBytes&) {
+    for (std::uint64_t due = 0; at + 2 <= input.size();) {
+      const std::uint8_t kind = input[at] >> 6;  // 0, 1 bytes; 2 end; 3 the script of this request is over
+      due += input[at] & 0x20u ? (input[at] & 0x1Fu) * 80u : input[at] & 0x1Fu;
+      const std::size_t length = std::min<std::size_t>(input[at + 1], input.size() - at - 2);
+      at += 2;
+      if (kind == 3) return;
+      if (kind == 2) {
+        script.Wire.End(static_cast<std::uint32_t>(due));
+        return;
+      }
+      const auto bytes = input.subspan(at, length);
+      at += length;
+      if (!bytes.empty()) script.Wire.Say(static_cast<std::uint32_t>(due), TBytes(bytes.begin(), bytes.end()));
+    }
+  };
+  const bool write = (head & 32) != 0;
+  const std::uint16_t values[] = {1, 2};
+  const std::uint64_t start = clock.MonotonicMs();
+  const TModbusResult result = write ? device.WriteRegisters(16, values) : device.ReadRegisters(16, 2);
+  const std::uint64_t took = clock.MonotonicMs() - start;
+  // Exact: 2000 ms, and one receive that began before their end (a serial one may take 2000 ms itself).
+  const std::uint64_t bound = strict ? 2 * (2000 + 50 + 200 + 1) : 50 + 2000 + 10 + 2020 + 2020;
+  if (took > bound) std::abort();
+  if (result.Ok() && !write && result.Registers.size() != 2 && strict) std::abort();
+  constexpr std::int32_t kStates[] = {0, 1, 2, 3, 4, 0};
+  if (strict && device.LastError != kStates[result.Outcome == moOk ? 0 : static_cast<int>(result.Outcome)])
+    std::abort();
+  if (!device.TryLockData()) std::abort();
+  device.UnLockData();
+  device.SetDataTransIntf(nullptr);
+}
+
+}  // namespace
+}  // namespace ixocamglue::fuzz
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  if (size != 0) ixocamglue::fuzz::Request({data, size});
+  return 0;
+}

@@ -1,0 +1,11 @@
+// The byte array of every device frame and buffer; empty means that there is no data.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+namespace ixocamglue {
+
+using TBytes = std::vector<std::uint8_t>;
+
+}  // namespace ixocamglue

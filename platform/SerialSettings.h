@@ -1,0 +1,26 @@
+// The settings text of a serial port: "9600,n,8,1" is the baud rate, the parity, the data bits and the stop bits.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace ixocamglue {
+
+struct TSerialSettings {
+  enum TStop : std::uint8_t { sbOne, sbOneAndHalf, sbTwo };
+
+  std::uint32_t Baud = 9600;
+  char Parity = 'n';  // n none, o odd, e even, m mark, s space
+  std::uint8_t DataBits = 8;
+  TStop Stop = sbOne;
+
+  // How long `bytes` take on the wire, rounded up; ms.
+  [[nodiscard]] std::uint32_t WireMs(std::size_t bytes) const;
+};
+
+// Reads four fields separated by commas; blanks and the parity's case are ignored. 1.5 stop bits go with 5 data bits
+// only. Returns an empty text, or what is wrong; `settings` is then as before.
+[[nodiscard]] std::string ParseSerialSettings(std::string_view text, TSerialSettings& settings);
+
+}  // namespace ixocamglue

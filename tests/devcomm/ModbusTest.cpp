@@ -1,0 +1,371 @@
+#include <stdexcept>
+
+#include <gtest/gtest.h>
+
+#include "devcomm/Udevthrdcomm.h"
+#include "fixture/CommWorld.h"
+#include "platform/Crc.h"
+#include "simulator/LoadingPlc.h"
+
+namespace ixocamglue::test {
+namespace {
+
+std::string Hex(const TBytes& bytes) {
+  std::string text;
+  for (const auto byte : bytes) text += (text.empty() ? "" : " ") + BytesToHexStr(TBytes{byte});
+  return text;
+}
+
+TBytes Bytes(const std::string& spaced) {
+  std::string hex;
+  for (const char c : spaced)
+    if (c != ' ') hex += c;
+  TBytes bytes;
+  HexStrToBytes("$" + hex, bytes);
+  return bytes;
+}
+
+TBytes Crc(TBytes bytes) {
+  const auto crc = CalcCRC(bytes.data(), bytes.size(), 0xFFFF);
+  bytes.push_back(static_cast<std::uint8_t>(crc & 0xFF));
+  bytes.push_back(static_cast<std::uint8_t>(crc >> 8));
+  return bytes;
+}
+
+struct TPanel final : INcAlarmTable20, INcAlarmReport20 {
+  void RegisterAlarm(std::int32_t id, TNcAlarmAttrs a) override { Add("table ", id, " " + std::to_string(a)); }
+  void RaiseAlarm(std::int32_t id) override { Add("raise ", id, ""); }
+  void ClearAlarm(std::int32_t id) override { Add("clear ", id, ""); }
+  void Add(const char* what, std::int32_t id, const std::string& more) {
+    Calls.push_back(what + std::to_string(id) + more);
+  }
+  TTexts Calls;
+};
+
+class Modbus : public testing::TestWithParam<bool>, protected TCommWorld {
+ protected:
+  explicit Modbus(bool tcp = GetParam()) {
+    Device.IsTCP = tcp;
+    if (tcp) {
+      auto transport = std::make_shared<TNcTcpIPTrans>();
+      TCommNet net;
+      net.Initialize();
+      SetUtf16(net.Host, "10.0.0.9");
+      net.Port = 502;
+      transport->SetNetParams(net);
+      Device.SetDataTransIntf(transport);
+    } else {
+      auto transport = std::make_shared<TNcSerialCommTrans>();
+      transport->SetTransType(ttBinary);
+      TCommSerial serial;
+      serial.Initialize();
+      transport->SetCommParams(serial);
+      Device.SetDataTransIntf(transport);
+    }
+    Plc = std::make_unique<TLoadingPlc>(Bank, tcp);
+    for (std::size_t i = 0; i < 300; ++i) Bank.Registers[i] = static_cast<std::uint16_t>(i * 7);
+  }
+  void Answer(std::uint32_t gapMs = 5) {
+    Script.Wire.OnSend = [this, gapMs](const TBytes& bytes) {
+      for (auto& answer : Plc->Take(bytes)) Script.Wire.Say(gapMs + answer.DelayMs, std::move(answer.Bytes));
+    };
+  }
+  void Reply(TBytes bytes) {
+    Script.Wire.OnSend = [this, bytes](const TBytes&) {
+      if (!bytes.empty()) Script.Wire.Say(5, bytes);
+    };
+  }
+  void Strict(TModbusStrictOptions options = {}) {
+    Device.PreDelay = 0;
+    Device.SetProfile(mpStrict, options);
+  }
+
+  TPlcBank Bank;
+  std::unique_ptr<TLoadingPlc> Plc;
+  TModbusComm Device{"PLC"};
+};
+INSTANTIATE_TEST_SUITE_P(Framing, Modbus, testing::Bool(), [](const auto& p) { return p.param ? "Tcp" : "Rtu"; });
+
+TEST(ModbusFrames, AreTheBytesThatPeopleWriteDown) {
+  TFaultWatch faults;
+  TModbusComm rtu("");
+  TModbusComm tcp("");
+  tcp.IsTCP = true;
+  const std::vector<std::uint16_t> two{1, 0x0203};
+  EXPECT_EQ(Hex(rtu.GenerateModbusBuf(3, 0x10, 2, {}, 1)), "01 03 00 10 00 02 C5 CE");
+  EXPECT_EQ(Hex(tcp.GenerateModbusBuf(3, 0x10, 2, {}, 1)), "00 00 00 00 00 06 01 03 00 10 00 02");
+  EXPECT_EQ(Hex(rtu.GenerateModbusBuf(16, 0x10, 2, two, 1)), "01 10 00 10 00 02 04 00 01 02 03 E2 02");
+  EXPECT_EQ(Hex(tcp.GenerateModbusBuf(16, 0x10, 2, two, 1)), "00 00 00 00 00 0B 01 10 00 10 00 02 04 00 01 02 03");
+  EXPECT_EQ(Hex(tcp.GenerateModbusBuf(6, 0x10, 9, two, 7)), "00 00 00 00 00 06 07 06 00 10 00 01");
+  // 8-bit counts, every value written
+  const std::vector<std::uint16_t> many(300, 1);
+  const TBytes frame = tcp.GenerateModbusBuf(16, 0, 300, many, 1);
+  EXPECT_EQ(frame.size(), 13u + 600u);
+  EXPECT_EQ(frame[5], (2 * 44 + 7) & 0xFF);
+  EXPECT_EQ(frame[12], 2 * 44);
+  EXPECT_TRUE(faults.Claim().empty());
+  EXPECT_EQ(rtu.GenerateModbusBuf(4, 0, 1, {}, 1), TBytes());
+  EXPECT_EQ(rtu.GenerateModbusBuf(6, 0, 1, {}, 1), TBytes());
+  EXPECT_EQ(faults.Claim().size(), 2u);
+}
+
+TEST_P(Modbus, AnExactRequestWaitsItsTimesAndHandsTheReplyOver) {
+  TTexts seen;
+  Device.OnAckData = [&](std::uint8_t cmd, std::uint8_t func, std::int32_t offset, const TBytes& buf) {
+    seen.push_back(std::to_string(cmd) + " " + std::to_string(func) + " " + std::to_string(offset) + " " +
+                   std::to_string(buf.size()));
+  };
+  Answer();
+  ASSERT_TRUE(Device.CheckConnection());
+  const auto start = Now();
+  EXPECT_TRUE(Device.SendCommand(9, 3, 0x10, 2, {}));
+  // 50 ms, then TCP: the reply is there and 200 ms more; RTU: 20 ms for the chunk, up to the first empty read after 50.
+  EXPECT_EQ(Now() - start, GetParam() ? 250u : 101u);
+  Bank.Fault = pfException;
+  EXPECT_TRUE(Device.SendCommand(9, 3, 0x10, 2, {}));
+  EXPECT_EQ(seen, (GetParam() ? TTexts{"9 3 9 13", "9 131 9 9"} : TTexts{"9 3 3 9"}));
+  EXPECT_EQ(Device.LastError, GetParam() ? 0 : 2);  // an RTU exception is too short to be valid
+  EXPECT_EQ(Device.SendCMD(1, {1}, true), false);
+}
+
+TEST_P(Modbus, AFailureIsLatchedAndLoggedOnce) {
+  Device.PreDelay = -1;
+  EXPECT_TRUE(Device.SendCommand(7, 3, 0, 1, {}));  // silence
+  EXPECT_EQ(Device.LastError, 1);
+  Reply(Bytes("01 03 02 00 01 00"));
+  EXPECT_TRUE(Device.SendCommand(7, 3, 0, 1, {}));  // 6 bytes
+  EXPECT_EQ(Device.LastError, 2);
+  EXPECT_EQ(Log(), TTexts{"5 数据接受超时，CMD7"});
+  Device.ResetAlarm(5);
+  EXPECT_EQ(Device.LastError, 0);
+  EXPECT_TRUE(Device.SendCommand(7, 3, 0, 1, {}));
+  Answer();
+  EXPECT_TRUE(Device.SendCommand(7, 3, 0, 1, {}));
+  EXPECT_EQ(Device.LastError, 2);  // success clears nothing
+  EXPECT_EQ(Log(), TTexts{"5 字符校验失败，CMD7"});
+  Device.SetDataTransIntf(nullptr);
+  EXPECT_FALSE(Device.SendCommand(7, 3, 0, 1, {}));
+  EXPECT_EQ(Device.LastError, 3);
+  Device.ResetAlarm(1);
+  Device.WaitforAckData(7, 0);
+  EXPECT_EQ(Log(), TTexts{"5 无法建立通讯，请检查通讯参数配置"});
+}
+
+TEST_P(Modbus, AnUnknownFunctionIsADesignFaultAndNoError) {
+  EXPECT_FALSE(Device.SendCommand(1, 4, 0, 1, {}));
+  EXPECT_EQ(Device.LastError, 0);
+  EXPECT_TRUE(Script.Wire.Out.empty());
+  EXPECT_EQ(Faults.Claim().size(), 1u);
+}
+
+TEST_P(Modbus, AHandlerMaySendAgainAndWhatItThrowsReachesTheCaller) {
+  Answer();
+  int depth = 0;
+  Device.OnAckData = [&](auto...) {
+    if (++depth == 1) {
+      EXPECT_TRUE(Device.SendCommand(2, 3, 0, 1, {}));
+      throw std::runtime_error("handler");
+    }
+  };
+  EXPECT_THROW(Device.SendCommand(1, 3, 0, 1, {}), std::runtime_error);
+  EXPECT_EQ(depth, 2);
+  ASSERT_TRUE(Device.TryLockData());
+  Device.UnLockData();
+}
+
+TEST(ModbusAlarms, FollowTheErrorStateWithoutTheDataLock) {
+  TModbusComm device("PLC");
+  TPanel panel;
+  EXPECT_EQ(device.GetAlarmIDPrefix(), "TPModbusPLC");
+  device.RegisterAlarms(panel);
+  device.UpdateAlarms(panel);
+  device.LastError = 4;
+  device.UpdateAlarms(panel);
+  EXPECT_EQ(panel.Calls, (TTexts{"table 1 128", "table 2 128", "table 3 128", "table 4 128", "clear 1", "clear 2",
+                                 "clear 3", "clear 4", "raise 4"}));
+  EXPECT_EQ(device.GetAlarmDesc(2), "CRC校验错误");
+  EXPECT_EQ(device.GetAlarmDesc(0) + device.GetAlarmDesc(5), "");
+}
+
+TEST_P(Modbus, StrictTakesTheReplyAsSoonAsItIsWholeHoweverItIsSplit) {
+  Strict();
+  for (std::size_t cut = 1; cut < 9; ++cut)
+    for (const std::uint32_t gap : {1u, 30u, 300u, 1900u}) {
+      Script.Wire.OnSend = [&](const TBytes& bytes) {
+        const TBytes reply = Plc->Take(bytes).front().Bytes;
+        const auto at = reply.begin() + static_cast<std::ptrdiff_t>(cut);
+        Script.Wire.Say(5, TBytes(reply.begin(), at));
+        Script.Wire.Say(5 + gap, TBytes(at, reply.end()));
+      };
+      const auto start = Now();
+      const TModbusResult result = Device.ReadRegisters(16, 2);
+      EXPECT_TRUE(result.Ok()) << cut << " " << gap << " " << result.Reason;
+      EXPECT_EQ(result.Registers, (std::vector<std::uint16_t>{112, 119}));
+      EXPECT_EQ(Now() - start, 5 + gap);
+    }
+  EXPECT_EQ(Device.Statistics().Ok, 32u);
+}
+
+TEST_P(Modbus, StrictTakesNoReplyWithAnyBitFlipped) {
+  TModbusStrictOptions options;
+  options.Retries = 0;
+  Strict(options);
+  TBytes good;
+  Script.Wire.OnSend = [&](const TBytes& bytes) { good = Plc->Take(bytes).front().Bytes; };
+  (void)Device.ReadRegisters(16, 2);
+  const std::size_t data = good.size() - 4;
+  for (std::size_t bit = 0; bit < good.size() * 8; ++bit) {
+    Script.Wire.In.clear();
+    Script.Wire.OnSend = [&](const TBytes& bytes) {
+      TBytes bad = Plc->Take(bytes).front().Bytes;
+      bad[bit / 8] ^= static_cast<std::uint8_t>(1u << bit % 8);
+      Script.Wire.Say(5, bad);
+    };
+    const auto start = Now();
+    const TModbusResult result = Device.ReadRegisters(16, 2);
+    // Over TCP nothing but TCP's own checksum guards the registers themselves.
+    EXPECT_EQ(result.Ok(), GetParam() && bit / 8 >= data) << "bit " << bit;
+    EXPECT_LE(Now() - start, 2005u);
+  }
+}
+
+// Whatever comes in: the request ends within its bound, in the state that its outcome demands, and the next good reply
+// is read again.
+TEST_P(Modbus, EveryReplyOfTheCatalogueEndsWithinItsBound) {
+  std::vector<TBytes> catalogue;
+  for (std::size_t size = 0; size <= 12; ++size) catalogue.emplace_back(size, std::uint8_t{1});
+  for (const unsigned size :
+       {254u, 255u, 256u, 257u, 259u, 260u, 261u, 1023u, 1024u, 1025u, 2047u, 2048u, 2049u, 4096u})
+    catalogue.emplace_back(size, std::uint8_t{3});
+  for (const char* text : {"00 01 00 00 00 00", "00 01 00 00 FF FF 01 03", "00 01 00 00 00 FE 01 03 FB", "01 83 02",
+                           "01 03 FF", "01 03 04", "02 03 02 00 01", "01 06 00 10 00 02", "01 10 00 10 00 02"}) {
+    catalogue.push_back(Bytes(text));
+    catalogue.push_back(Crc(Bytes(text)));
+  }
+  for (const bool strict : {false, true}) {
+    TModbusStrictOptions options;
+    options.Retries = 1;
+    Device.PreDelay = 0;
+    Device.SetProfile(strict ? mpStrict : mpExact, options);
+    for (std::size_t i = 0; i < catalogue.size(); ++i) {
+      Device.ResetAlarm(0);
+      Script.Wire.In.clear();
+      Reply(catalogue[i]);
+      const auto start = Now();
+      const TModbusResult bad = Device.ReadRegisters(16, 2);
+      EXPECT_LE(Now() - start, 2 * 2450u) << i;
+      if (strict) {
+        EXPECT_FALSE(bad.Ok()) << i;
+        EXPECT_EQ(Device.LastError, bad.Outcome == moTimeout ? 1 : bad.Outcome == moInvalid ? 2 : 4) << i;
+      }
+      Script.Wire.In.clear();
+      Device.ResetAlarm(0);
+      if (!strict) continue;
+      Answer();
+      EXPECT_TRUE(Device.ReadRegisters(16, 2).Ok()) << i;
+      EXPECT_EQ(Device.LastError, 0);
+    }
+  }
+}
+
+TEST_P(Modbus, StrictThrowsStaleInputAwayAndStopsAtBabble) {
+  Strict();
+  Answer();
+  Script.Wire.Say(0, Bytes("01 03 04 FF FF FF FF"));
+  TModbusResult result = Device.ReadRegisters(16, 1);
+  EXPECT_TRUE(result.Ok());
+  EXPECT_EQ(result.StaleBytes, 7u);
+  Script.Wire.OnSend = {};
+  for (std::uint32_t ms = 0; ms < 20'000; ms += 2) Script.Wire.Say(ms, Bytes("A5 5A 11"));
+  const auto start = Now();
+  result = Device.ReadRegisters(16, 1);
+  EXPECT_EQ(result.Outcome, moInvalid);
+  EXPECT_LE(Now() - start, 1000u);
+}
+
+TEST_P(Modbus, StrictDecodesExceptionsChecksLimitsAndSplitsLongRanges) {
+  TModbusStrictOptions options;
+  options.ClearOnSuccess = true;
+  Strict(options);
+  Answer();
+  TModbusResult result = Device.ReadRegisters(9999, 2);
+  EXPECT_EQ(result.Outcome, moException);
+  EXPECT_EQ(result.Exception, 2);
+  EXPECT_EQ(Device.LastError, 4);
+  EXPECT_EQ(Log(), TTexts{"5 Modebus功能码异常83"});
+  Script.Wire.Out.clear();
+  result = Device.ReadRegisters(0, 300);
+  EXPECT_TRUE(result.Ok());
+  EXPECT_EQ(Script.Wire.Out.size(), 3u);
+  EXPECT_EQ(result.Registers[299], 299 * 7);
+  EXPECT_EQ(Device.LastError, 0);
+  const std::vector<std::uint16_t> values(200, 42);
+  EXPECT_EQ(Device.WriteRegisters(500, values).Done, 200u);
+  EXPECT_EQ(Bank.Registers[699], 42);
+  EXPECT_EQ(Device.ReadRegisters(65'535, 2).Outcome, moBadRequest);
+  EXPECT_FALSE(Device.SendCommand(1, 3, 0, 126, {}));
+  EXPECT_EQ(Device.LastError, 0);
+}
+
+TEST_P(Modbus, StrictRepeatsReadsButNoWriteThatWentOut) {
+  Strict();
+  const auto requests = [&](auto request) {
+    Script.Wire.Out.clear();
+    Script.Wire.In.clear();
+    EXPECT_EQ(request().Outcome, moTimeout);
+    return Script.Wire.Out.size();
+  };
+  EXPECT_EQ(requests([&] { return Device.ReadRegisters(0, 1); }), 2u);
+  const std::vector<std::uint16_t> one{1};
+  EXPECT_EQ(requests([&] { return Device.WriteRegisters(0, one); }), 1u);
+}
+
+TEST_P(Modbus, StrictReconnectsAndBacksOff) {
+  Strict();
+  Answer();
+  ASSERT_TRUE(Device.ReadRegisters(0, 1).Ok());
+  Script.Wire.End(0);
+  if (!GetParam()) Script.Wire.In.clear(), Script.Wire.SendFails = true;
+  Script.ConnectWorks = Script.OpenWorks = false;
+  Script.Calls.clear();
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(Device.ReadRegisters(0, 1).Outcome, moNoConnection);
+  const auto tries = [&] {
+    return std::ranges::count_if(Script.Calls, [](const auto& c) { return c == "connect" || c.starts_with("open"); });
+  };
+  EXPECT_EQ(tries(), 1);
+  EXPECT_EQ(Device.LastError, 3);
+  Clock.Sleep(200);
+  EXPECT_FALSE(Device.ReadRegisters(0, 1).Ok());
+  EXPECT_EQ(tries(), 2);
+  Script.ConnectWorks = Script.OpenWorks = true;
+  Script.Wire.SendFails = false;
+  Clock.Sleep(400);
+  EXPECT_TRUE(Device.ReadRegisters(0, 1).Ok());
+}
+
+class ModbusTcp : public Modbus {
+ protected:
+  ModbusTcp() : Modbus(true) {}
+};
+
+TEST_F(ModbusTcp, ALateReplyIsDroppedByItsTransactionAndAReplyOfSevenBytesHasFunctionZero) {
+  int func = -1;
+  Device.OnAckData = [&](auto, std::uint8_t f, auto, const auto&) { func = f; };
+  Reply(Bytes("00 00 00 00 00 01 01"));
+  EXPECT_TRUE(Device.SendCommand(1, 3, 0, 1, {}));
+  EXPECT_EQ(func, 0);
+  Reply(Bytes("00 01 00 00 00 05 01 03 02 00 01"));
+  EXPECT_TRUE(Device.SendCommand(1, 3, 0, 1, {}));
+  EXPECT_EQ(Device.LastError, 2);
+  Strict();
+  Script.Wire.OnSend = [this](const TBytes& bytes) {
+    Script.Wire.Say(5, Bytes("F0 01 00 00 00 05 01 03 02 00 63"));
+    Script.Wire.Say(6, Plc->Take(bytes).front().Bytes);
+  };
+  const TModbusResult result = Device.ReadRegisters(16, 1);
+  EXPECT_EQ(result.Foreign, 1u);
+  EXPECT_EQ(result.Registers, std::vector<std::uint16_t>{112});
+}
+
+}  // namespace
+}  // namespace ixocamglue::test

@@ -1,0 +1,431 @@
+// The transports and the master against real sockets and pseudo-terminals, and against slaves that are not ours.
+#include <arpa/inet.h>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <spawn.h>
+#include <stdexcept>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+#include <modbus/modbus.h>
+
+#include "devcomm/Udevthrdcomm.h"
+#include "host/LinkDoctor.h"
+#include "platform/FdWait.h"
+#include "simulator/PlcServer.h"
+
+extern char** environ;
+
+namespace ixocamglue::test {
+namespace {
+
+// A pseudo-terminal; whoever holds the master's side is the other end of the wire.
+class TPty {
+ public:
+  TPty() : Master(::posix_openpt(O_RDWR | O_NOCTTY)) {
+    char name[64] = "";
+    if (Master < 0 || ::grantpt(Master) != 0 || ::unlockpt(Master) != 0 || ::ptsname_r(Master, name, sizeof name) != 0)
+      throw std::runtime_error("no pseudo-terminal");
+    Device = name;
+  }
+  ~TPty() { ::close(Master); }
+  TPty(const TPty&) = delete;
+  TPty& operator=(const TPty&) = delete;
+  const int Master;
+  std::string Device;
+};
+
+// Carries bytes between two pseudo-terminals' masters: a wire with a device at each end.
+class TCable {
+ public:
+  TCable() : FThread([this] { Carry(); }) {}
+  ~TCable() {
+    FStop.Ask();
+    FThread.join();
+  }
+  TPty A, B;
+
+ private:
+  void Carry() {
+    char buffer[512];
+    while (!FStop.Asked()) {
+      pollfd ends[] = {{A.Master, POLLIN, 0}, {B.Master, POLLIN, 0}};
+      if (::poll(ends, 2, 10) <= 0) continue;
+      for (int from = 0; from < 2; ++from) {
+        if ((ends[from].revents & POLLIN) == 0) {
+          if (ends[from].revents != 0) Clock().Sleep(1);  // nobody has that end open yet
+          continue;
+        }
+        const auto got = ::read(ends[from].fd, buffer, sizeof buffer);
+        if (got > 0 && ::write(ends[1 - from].fd, buffer, static_cast<std::size_t>(got)) < 0) return;
+      }
+    }
+  }
+  TStop FStop;
+  std::thread FThread;
+};
+
+class TServing {
+ public:
+  explicit TServing(TPlcFault fault = pfNone) { Plc.Bank.Fault = fault; }
+  ~TServing() {
+    FStop.Ask();
+    if (FThread.joinable()) FThread.join();
+  }
+  std::uint16_t Tcp() {
+    EXPECT_EQ(Plc.ListenTcp(0), "");
+    Start();
+    return Plc.Port();
+  }
+  void Serial(const std::string& device) {
+    EXPECT_EQ(Plc.OpenSerial(device, "9600,n,8,1"), "");
+    Start();
+  }
+  TPlcServer Plc;
+
+ private:
+  void Start() {
+    FThread = std::thread([this] { Plc.Run(FStop); });
+  }
+  TStop FStop;
+  std::thread FThread;
+};
+
+TLinkAddress TcpLink(std::uint16_t port) {
+  TLinkAddress link;
+  link.IsTcp = link.TcpFraming = true;
+  link.Host = "127.0.0.1";
+  link.Port = port;
+  return link;
+}
+TLinkAddress SerialLink(const std::string& device) {
+  TLinkAddress link;
+  link.Device = device;
+  return link;
+}
+
+TDevicePtr<TModbusComm> Master(const TLinkAddress& link, TModbusProfile profile, std::uint32_t timeoutMs = 1000) {
+  auto device = MakeDevice<TModbusComm>("test");
+  device->IsTCP = link.TcpFraming;
+  device->PreDelay = 0;
+  TModbusStrictOptions options;
+  options.TimeoutMs = timeoutMs;
+  device->SetProfile(profile, options);
+  device->SetDataTransIntf(MakeTransport(link));
+  return device;
+}
+
+// Functions 3, 6 and 16, as every slave must answer them.
+void ReadAndWrite(const TLinkAddress& link) {
+  for (const TModbusProfile profile : {mpStrict, mpExact}) {
+    SCOPED_TRACE(link.Text() + (profile == mpStrict ? " strict" : " exact"));
+    const auto device = Master(link, profile);
+    const std::vector<std::uint16_t> three{7, 0xABCD, profile == mpStrict ? std::uint16_t{1} : std::uint16_t{2}};
+    auto result = device->WriteRegisters(20, three);
+    EXPECT_TRUE(result.Ok()) << OutcomeText(result);
+    result = device->WriteRegisters(20, std::vector<std::uint16_t>{0x1234});
+    EXPECT_TRUE(result.Ok()) << OutcomeText(result);
+    result = device->ReadRegisters(20, 3);
+    EXPECT_TRUE(result.Ok()) << OutcomeText(result);
+    EXPECT_EQ(result.Registers, (std::vector<std::uint16_t>{0x1234, three[1], three[2]}));
+    result = device->ReadRegisters(20, 100);  // a frame longer than a FIFO
+    EXPECT_EQ(result.Registers.size(), 100u);
+    EXPECT_EQ(device->LastError, 0);
+  }
+}
+
+TEST(RealLink, TheSimulatedPlcIsReadAndWrittenInBothFramings) {
+  TServing tcp;
+  ReadAndWrite(TcpLink(tcp.Tcp()));
+  TCable cable;
+  TServing serial;
+  serial.Serial(cable.B.Device);
+  ReadAndWrite(SerialLink(cable.A.Device));
+}
+
+// libmodbus as the slave; its end comes with the peer's hang-up or the next poll.
+class TLibmodbusSlave {
+ public:
+  ~TLibmodbusSlave() {
+    FStop.Ask();
+    FThread.join();
+    modbus_mapping_free(FMapping);
+    if (FListener >= 0) ::close(FListener);
+    modbus_close(FContext);
+    modbus_free(FContext);
+  }
+  std::uint16_t Tcp() {
+    FContext = modbus_new_tcp("127.0.0.1", 0);
+    FListener = modbus_tcp_listen(FContext, 1);
+    sockaddr_in own{};
+    socklen_t size = sizeof own;
+    ::getsockname(FListener, reinterpret_cast<sockaddr*>(&own), &size);
+    Start();
+    return ntohs(own.sin_port);
+  }
+  void Serial(const std::string& device) {
+    FContext = modbus_new_rtu(device.c_str(), 9600, 'N', 8, 1);
+    modbus_set_slave(FContext, 1);
+    EXPECT_EQ(modbus_connect(FContext), 0);
+    Start();
+  }
+
+ private:
+  void Start() {
+    FMapping = modbus_mapping_new(0, 0, 200, 0);
+    modbus_set_indication_timeout(FContext, 0, 50'000);
+    FThread = std::thread([this] { Serve(); });
+  }
+  void Serve() {
+    std::uint8_t query[MODBUS_TCP_MAX_ADU_LENGTH];
+    bool open = FListener < 0;
+    while (!FStop.Asked()) {
+      if (!open) {
+        if (!WaitFd(FListener, POLLIN, 20)) continue;
+        modbus_tcp_accept(FContext, &FListener);
+        open = true;
+      }
+      const int got = modbus_receive(FContext, query);
+      if (got > 0) modbus_reply(FContext, query, got, FMapping);
+      if (got == -1 && errno == ECONNRESET && FListener >= 0) open = false;
+    }
+  }
+  modbus_t* FContext = nullptr;
+  modbus_mapping_t* FMapping = nullptr;
+  int FListener = -1;
+  TStop FStop;
+  std::thread FThread;
+};
+
+TEST(RealLink, LibmodbusIsReadAndWrittenInBothFramings) {
+  {
+    TLibmodbusSlave tcp;
+    ReadAndWrite(TcpLink(tcp.Tcp()));
+  }
+  TCable cable;
+  TLibmodbusSlave serial;
+  serial.Serial(cable.B.Device);
+  ReadAndWrite(SerialLink(cable.A.Device));
+}
+
+// pymodbus as the slave, in the system's interpreter.
+class TPymodbusSlave {
+ public:
+  explicit TPymodbusSlave(const std::string& server) {
+    const std::string script =
+        "from pymodbus.datastore import *\n"
+        "from pymodbus.server import StartTcpServer, StartSerialServer\n"
+        "from pymodbus.transaction import ModbusRtuFramer\n"
+        "c = ModbusServerContext(slaves=ModbusSlaveContext(hr=ModbusSequentialDataBlock(1, [0]*200)), single=True)\n" +
+        server;
+    const char* const words[] = {"/usr/bin/python3", "-c", script.c_str(), nullptr};
+    if (::posix_spawn(&FChild, words[0], nullptr, nullptr, const_cast<char* const*>(words), environ) != 0) FChild = 0;
+  }
+  ~TPymodbusSlave() {
+    if (FChild == 0) return;
+    ::kill(FChild, SIGKILL);
+    ::waitpid(FChild, nullptr, 0);
+  }
+  TPymodbusSlave(const TPymodbusSlave&) = delete;
+  TPymodbusSlave& operator=(const TPymodbusSlave&) = delete;
+
+ private:
+  pid_t FChild = 0;
+};
+
+bool HasPymodbus() { return std::system("/usr/bin/python3 -c 'import pymodbus.server, serial' >/dev/null 2>&1") == 0; }
+
+// A slave of another process needs a while to start.
+bool Answers(const TLinkAddress& link) {
+  const auto device = Master(link, mpStrict, 200);
+  for (int i = 0; i < 100; ++i) {
+    if (device->ReadRegisters(0, 1).Ok()) return true;
+    Clock().Sleep(50);
+  }
+  return false;
+}
+
+TEST(RealLink, PymodbusIsReadAndWrittenInBothFramings) {
+  if (!HasPymodbus()) GTEST_SKIP() << "python3-pymodbus is not installed";
+  std::uint16_t port = 0;
+  {
+    TServing unused;
+    port = unused.Tcp();  // a port that is free a moment later
+  }
+  const TPymodbusSlave tcp("StartTcpServer(context=c, address=('127.0.0.1', " + std::to_string(port) + "))\n");
+  TCable cable;
+  const TPymodbusSlave serial("StartSerialServer(context=c, framer=ModbusRtuFramer, port='" + cable.B.Device +
+                              "', baudrate=9600, timeout=0.01)\n");
+  ASSERT_TRUE(Answers(TcpLink(port)));
+  ReadAndWrite(TcpLink(port));
+  ASSERT_TRUE(Answers(SerialLink(cable.A.Device)));
+  ReadAndWrite(SerialLink(cable.A.Device));
+}
+
+TEST(RealLink, TheDoctorNamesTheFault) {
+  const struct {
+    TPlcFault Fault;
+    const char* Finding;  // TCP
+    const char* Serial;   // null: as slow as over TCP, and the same
+  } kRows[] = {{pfNone, "", ""},
+               {pfSilent, "does not answer", nullptr},
+               {pfWrongUnit, "Unit 2 answers instead of unit 1", "Unit 2 answers instead of unit 1"},
+               {pfWrongCrc, "Framing", "CRC is wrong"},
+               {pfException, "exception 4", "exception 4"},
+               {pfLate, "late", nullptr},
+               {pfStale, "stale", nullptr},
+               {pfHalf, "stops after", nullptr},
+               {pfBabble, "babbles", "babbles"},
+               {pfClose, "closes the connection", nullptr}};
+  const auto examine = [](const TLinkAddress& link, const std::string& finding) {
+    TDoctorOptions options;
+    options.Link = link;
+    std::string bad;
+    EXPECT_EQ(ExamineLink(options, [&](const TDoctorStep& s) { bad += s.Mark == dmBad ? s.Finding : ""; }),
+              finding.empty());
+    EXPECT_NE(bad.find(finding), std::string::npos) << bad;
+    EXPECT_EQ(bad.empty(), finding.empty()) << bad;
+  };
+  std::vector<std::thread> patients;
+  for (const auto& row : kRows)
+    patients.emplace_back([&] {
+      TServing serving(row.Fault);
+      examine(TcpLink(serving.Tcp()), row.Finding);
+    });
+  for (const auto& row : kRows) {
+    if (!row.Serial) continue;
+    TCable cable;
+    TServing serving(row.Fault);
+    serving.Serial(cable.B.Device);
+    examine(SerialLink(cable.A.Device), row.Serial);
+  }
+  for (std::thread& patient : patients) patient.join();
+}
+
+TEST(RealLink, AHungUpLineAndAClosedConnectionAreOpenedAgain) {
+  auto first = std::make_unique<TServing>();
+  const auto port = first->Tcp();
+  const auto device = Master(TcpLink(port), mpStrict);
+  ASSERT_TRUE(device->ReadRegisters(0, 1).Ok());
+  first.reset();
+  EXPECT_EQ(device->ReadRegisters(0, 1).Outcome, moNoConnection);
+  TServing second;
+  ASSERT_EQ(second.Plc.ListenTcp(port), "");
+  TStop stop;
+  std::thread serve([&] { second.Plc.Run(stop); });
+  Clock().Sleep(250);  // the back-off
+  const auto result = device->ReadRegisters(0, 1);
+  EXPECT_TRUE(result.Ok()) << OutcomeText(result);
+  stop.Ask();
+  serve.join();
+
+  auto pty = std::make_unique<TPty>();
+  auto transport = std::make_shared<TNcSerialCommTrans>();
+  SetSerialPortPath(1, pty->Device);
+  TCommSerial serial;
+  serial.Initialize();
+  transport->SetTransType(ttBinary);
+  transport->SetCommParams(serial);
+  ASSERT_TRUE(transport->CheckConnection());
+  pty.reset();
+  EXPECT_EQ(transport->GetReceiveBuff(), TBytes());
+  EXPECT_EQ(transport->ReceiveWithin(10), TBytes());
+  EXPECT_FALSE(transport->Linked());
+  SetUtf16(serial.Settings, "9600,e,8,1");  // a pseudo-terminal has no parity
+  const TPty refusing;
+  SetSerialPortPath(1, refusing.Device);
+  transport->SetCommParams(serial);
+  EXPECT_FALSE(transport->CheckConnection());
+}
+
+TEST(RealLink, DatagramsGoThereAndBack) {
+  TNcUDPTrans a;
+  const int peer = ::socket(AF_INET, SOCK_DGRAM, 0);
+  sockaddr_in own{};
+  own.sin_family = AF_INET;
+  own.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  ASSERT_EQ(::bind(peer, reinterpret_cast<const sockaddr*>(&own), sizeof own), 0);
+  socklen_t size = sizeof own;
+  ::getsockname(peer, reinterpret_cast<sockaddr*>(&own), &size);
+  TCommNet net;
+  net.Initialize();
+  SetUtf16(net.Host, "127.0.0.1");
+  net.Port = ntohs(own.sin_port);
+  a.SetNetParams(net);
+  EXPECT_TRUE(a.SendBuff({1, 2, 3}));
+  char buffer[2000];
+  sockaddr_in sender{};
+  ASSERT_EQ(::recvfrom(peer, buffer, sizeof buffer, 0, reinterpret_cast<sockaddr*>(&sender), &size), 3);
+  ::sendto(peer, buffer, sizeof buffer, 0, reinterpret_cast<const sockaddr*>(&sender), sizeof sender);
+  EXPECT_EQ(a.GetReceiveBuff().size(), 1024u);
+  ::close(peer);
+}
+
+struct TCountingDevice final : TModbusComm {
+  explicit TCountingDevice(std::atomic<int>& rounds) : TModbusComm("x"), Rounds(rounds) {}
+  ~TCountingDevice() override { EndUse(); }
+  void UpdateStatus() override {
+    ++Rounds;
+    Clock().Sleep(5);
+  }
+  std::atomic<int>& Rounds;
+};
+
+TEST(DeviceThread, RunsRoundsAndEndsInTheMiddleOfOneAndWithARequestUnderWay) {
+  std::atomic<int> rounds{0};
+  {
+    const TCountingDevice shut(rounds);  // without the factory: no round
+    const auto device = MakeDevice<TCountingDevice>(rounds);
+    device->StartUpdates();
+    while (rounds < 2) Clock().Sleep(1);
+    device->StopUpdates();
+    device->StopUpdates();
+  }
+  TServing silent(pfSilent);
+  const auto port = silent.Tcp();
+  for (int i = 0; i < 5; ++i) {
+    auto device = MakeDevice<TCountingDevice>(rounds);
+    const int before = rounds;
+    while (rounds == before) Clock().Sleep(1);
+    device->IsTCP = true;
+    TModbusStrictOptions options;
+    options.TimeoutMs = 100;
+    options.Retries = 0;
+    device->SetProfile(mpStrict, options);
+    device->SetDataTransIntf(MakeTransport(TcpLink(port)));
+    std::atomic<bool> begun{false};
+    std::thread request([&, raw = device.get()] {
+      begun = true;
+      (void)raw->ReadRegisters(0, 1);
+    });
+    while (!begun || device->Statistics().Connects == 0) Clock().Sleep(1);
+    device.reset();
+    request.join();
+  }
+}
+
+TEST(DeviceThread, TheTransportIsSwappedAndASecondCallerComesInTheMiddleOfAWait) {
+  TServing silent(pfSilent), good;
+  const auto dead = silent.Tcp(), alive = good.Tcp();
+  const auto device = Master(TcpLink(dead), mpStrict, 150);
+  std::thread first([&] { (void)device->ReadRegisters(0, 1); });
+  std::thread second([&] { (void)device->SendCommand(1, 3, 0, 1, {}); });
+  std::thread swap([&] { device->SetDataTransIntf(MakeTransport(TcpLink(alive))); });
+  for (int i = 0; i < 20; ++i) {
+    (void)device->GetAlarmDesc(device->LastError);  // never waits
+    device->ResetAlarm(1);
+  }
+  first.join();
+  second.join();
+  swap.join();
+  EXPECT_TRUE(device->ReadRegisters(0, 1).Ok());
+}
+
+}  // namespace
+}  // namespace ixocamglue::test
