@@ -4,6 +4,8 @@
 #include <iterator>
 #include <span>
 
+#include "config/Libmachinecfg.h"
+#include "config/Uassistconfig.h"
 #include "motion/Umotioncontroller.h"
 #include "motion/Umotiontexts.h"
 #include "platform/AppSys.h"
@@ -30,6 +32,8 @@ void FreeFaultReport() { SetFaultHandler(nullptr); }
 
 constexpr TUnit kUnits[] = {
     {"Faults", StartFaultReport, FreeFaultReport, nullptr},
+    {"Uassistconfig", StartAssistConfig, FreeAssistConfig, nullptr},
+    {"Libmachinecfg", StartMachineQueries, FreeMachineQueries, MachineQueryTexts},
     {"Ustatemotionbase", StartMotionController, FreeMotionController, MotionTexts},
 };
 
@@ -55,6 +59,7 @@ std::vector<std::string> TLibrary::LoadLocaleResources() {
     if (!unit.Texts) continue;
     std::ranges::move(reader->Apply(unit.Texts()), std::back_inserter(refused));
   }
+  if (TGasTypeDic* const gases = GasTypeDic()) gases->LoadLocaleResources();
   return refused;
 }
 
