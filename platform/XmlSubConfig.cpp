@@ -55,6 +55,14 @@ class TDefaultsPublisher final : public TFieldPublisher<TDefaultsPublisher> {
   void Indexed(TPropName, std::map<std::int32_t, std::string>& texts) override { texts.clear(); }
 };
 
+// The number behind `prefix`, when the name is that.
+std::optional<std::int32_t> IndexOf(std::string_view name, std::string_view prefix) {
+  if (name.size() <= prefix.size() || !SameFolded(name.substr(0, prefix.size()), prefix)) return std::nullopt;
+  const auto digits = name.substr(prefix.size());
+  if (digits.find_first_not_of("0123456789") != std::string_view::npos) return std::nullopt;
+  return ParseNumber<std::int32_t>(digits);
+}
+
 // Finds one published property or child by name.
 class TFindPublisher final : public TFieldPublisher<TFindPublisher> {
  public:
@@ -75,6 +83,15 @@ class TFindPublisher final : public TFieldPublisher<TFindPublisher> {
   void Child(TPropName name, TXmlSubConfig& child) override {
     if (!Record && SameFolded(name.Text, FName)) Record = &child;
   }
+  void Indexed(TPropName prefix, std::map<std::int32_t, std::string>& texts) override {
+    const auto index = IndexOf(FName, prefix.Text);
+    if (Found || !index) return;
+    const auto text = texts.find(*index);
+    if (text == texts.end() && !FSet) return;
+    Found = true;
+    if (FSet) texts.insert_or_assign(*index, *FSet);
+    Text = texts[*index];
+  }
 
   bool Found = false;
   bool Refused = false;
@@ -85,14 +102,6 @@ class TFindPublisher final : public TFieldPublisher<TFindPublisher> {
   const std::string_view FName;
   const std::string* const FSet;
 };
-
-// The number behind `prefix`, when the name is that.
-std::optional<std::int32_t> IndexOf(std::string_view name, std::string_view prefix) {
-  if (name.size() <= prefix.size() || !SameFolded(name.substr(0, prefix.size()), prefix)) return std::nullopt;
-  const auto digits = name.substr(prefix.size());
-  if (digits.find_first_not_of("0123456789") != std::string_view::npos) return std::nullopt;
-  return ParseNumber<std::int32_t>(digits);
-}
 
 class TSettlePublisher final : public TFieldPublisher<TSettlePublisher> {
  public:
