@@ -272,10 +272,12 @@ std::int32_t TCustomMotionState::NextState(TMotionExecType type, const std::shar
 }
 
 void TCustomMotionState::LogOutcome(TMotionExecType type, IStateMotion& root) {
-  FOutcome.Path = root.GetErrorDesc();
   const auto* const line = std::ranges::find(kOutcomeLines, type, &TOutcomeLine::Type);
   if (line == std::end(kOutcomeLines)) throw EDesignFault(SBadOutcome);
-  if (TDiag d{type == metSuccess ? dlMessage : dlError}) d(line->Format, FOutcome.Path.c_str(), root.GetNextState());
+  const TDiag d{type == metSuccess ? dlMessage : dlError};
+  if (type == metSuccess && !d) return;  // nobody asks for the path of a success
+  FOutcome.Path = root.GetErrorDesc();
+  if (d) d(line->Format, FOutcome.Path.c_str(), root.GetNextState());
 }
 
 void TCustomMotionState::ErrorLeave() { StopAllMotion(); }
