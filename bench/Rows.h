@@ -99,5 +99,6 @@ template <class Item>
 [[nodiscard]] std::vector<TRow> LogRows();
 [[nodiscard]] std::vector<TRow> FilterRows();
 [[nodiscard]] std::vector<TRow> DeviceRows();
+[[nodiscard]] std::vector<TRow> ConfigRows();
 
 }  // namespace ixocamglue::bench

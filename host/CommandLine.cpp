@@ -12,8 +12,9 @@
 namespace ixocamglue {
 namespace {
 
-constexpr TAddCommand kCommands[] = {AddShotCommand,   AddTreeCommand, AddSweepCommand,   AddRecordCommand,
-                                     AddMonitorCommand, AddModbusCommand, AddLinkCommand, AddSimulateCommand};
+constexpr TAddCommand kCommands[] = {AddShotCommand, AddTreeCommand,    AddSweepCommand,   AddConfigCommand,
+                                     AddInfoCommand, AddRecordCommand,  AddMonitorCommand, AddModbusCommand,
+                                     AddLinkCommand, AddSimulateCommand};
 
 constexpr const char* kFooter =
     "Exit codes:\n"

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <iterator>
 
+#include "config/Uassistconfig.h"
+#include "config/Ucamglue.h"
 #include "host/HostTexts.h"
 #include "support/Faults.h"
 #include "support/Format.h"
@@ -31,6 +33,7 @@ TSession::TSession(TSessionOptions options)
 
   FFramework.emplace(TNcStateOptions{.SafeEntry = FOptions.SafeEntry});
   FMachine.emplace(FSimConfig, FOptions.Seed, *FFramework, FGate, FOptions.Parts);
+  if (!FOptions.MachineFile.empty()) InitFlags();  // the driver has come after the load
   FFramework->SetObserver([this](std::int32_t from, std::int32_t to) {
     FMachine->NoteState(to);
     if (FOnState) FOnState(from, to);
@@ -66,9 +69,14 @@ void TSession::MakeSupervisor() {
 }
 
 void TSession::LoadMachine() {
-  if (!FOptions.MachineFile.empty())
+  if (!FOptions.MachineFile.empty()) InitCamConfigs(FConfig);
+  if (!FOptions.MachineFile.empty()) {
     if (const std::string problem = FConfig.Load(FOptions.MachineFile); !problem.empty())
       throw THostError(kExitDevice, problem);
+    // Once, and only where there is something to move: a run does not write the machine file otherwise.
+    if (!FConfig.Section("SwitchTable").Child("Elvt").GetText("RailStartDelay", "").empty())
+      CheckSwitchTableConfig(FConfig, false);
+  }
   std::vector<std::string> problems;
   FSimConfig = TSimConfig::FromConfig(FConfig, problems);
   if (!problems.empty()) {

@@ -4,8 +4,10 @@
 #include <iterator>
 #include <span>
 
-#include "monitor/Umonitortexts.h"
+#include "config/Libmachinecfg.h"
+#include "config/Uassistconfig.h"
 #include "devcomm/Umodbustexts.h"
+#include "monitor/Umonitortexts.h"
 #include "motion/Umotioncontroller.h"
 #include "motion/Umotiontexts.h"
 #include "platform/AppSys.h"
@@ -32,6 +34,8 @@ void FreeFaultReport() { SetFaultHandler(nullptr); }
 
 constexpr TUnit kUnits[] = {
     {"Faults", StartFaultReport, FreeFaultReport, nullptr},
+    {"Uassistconfig", StartAssistConfig, FreeAssistConfig, nullptr},
+    {"Libmachinecfg", StartMachineQueries, FreeMachineQueries, MachineQueryTexts},
     {"Udevthrdcomm", nullptr, nullptr, ModbusTexts},
     {"Ustatemotionbase", StartMotionController, FreeMotionController, MotionTexts},
     {"Usystemmonitordef", nullptr, nullptr, MonitorTexts},
@@ -60,6 +64,7 @@ std::vector<std::string> TLibrary::LoadLocaleResources() {
     if (!unit.Texts) continue;
     std::ranges::move(reader->Apply(unit.Texts()), std::back_inserter(refused));
   }
+  if (TGasTypeDic* const gases = GasTypeDic()) gases->LoadLocaleResources();
   return refused;
 }
 

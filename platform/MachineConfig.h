@@ -1,9 +1,11 @@
-// The machine configuration: one XML file of sections, read by name.
+// The machine configuration: one XML file of sections.
 //
-// Section, child and value names are found without regard to case, an exact spelling first. A value is an attribute, or
-// else the text of a child element. Reading never fails: a missing value gives the default; a text that is no number
-// gives the default too and is logged with file, place and text. Loaded before any thread starts; reading is then safe
-// from any thread.
+// Two ways in. TConfigSection reads any value of the loaded file by name: section, child and value names are found
+// without regard to case, an exact spelling first; a value is an attribute, or else the text of a child element.
+// Reading never fails: a missing value gives the default; a text that is no number gives the default too and is logged
+// with file, place and text. The records (platform sections below, the assist sections of config/) hold what the
+// program edits and saves. Loaded before any thread starts; reading by TConfigSection is then safe from any thread and
+// gives the values of the load, whatever has been saved since.
 #pragma once
 
 #include <cstdint>
@@ -14,16 +16,16 @@
 #include <vector>
 
 #include "platform/Installed.h"
+#include "platform/MachineSections.h"
+#include "platform/XmlConfig.h"
 
 namespace ixocamglue {
 
-struct TConfigNode;
-
-// A section of the configuration, or a missing one, which has no values. Valid as long as its configuration.
+// A section of the loaded file, or a missing one, which has no values. Valid until the next load.
 class TConfigSection {
  public:
   TConfigSection() = default;
-  TConfigSection(const TConfigNode* node, std::string path) : FNode(node), FPath(std::move(path)) {}
+  TConfigSection(pugi::xml_node_struct* node, std::string path) : FNode(node), FPath(std::move(path)) {}
 
   [[nodiscard]] bool Exists() const { return FNode != nullptr; }
   [[nodiscard]] const std::string& Path() const { return FPath; }                   // "Gas/Branch[2]"
@@ -36,30 +38,49 @@ class TConfigSection {
   [[nodiscard]] std::string GetText(std::string_view name, std::string_view defValue) const;
 
  private:
-  const TConfigNode* FNode = nullptr;
+  pugi::xml_node_struct* FNode = nullptr;
   std::string FPath;
 };
 
-class TMachineConfig {
+class TMachineConfig : public TXmlConfig {
  public:
   TMachineConfig();
-  ~TMachineConfig();
+  ~TMachineConfig() override;
 
-  // Empty on success, else the reason with file, line and column; the configuration is then empty.
-  [[nodiscard]] std::string Load(const std::filesystem::path& file);
-
-  [[nodiscard]] const std::filesystem::path& File() const { return FFile; }
   [[nodiscard]] TConfigSection Root() const;
   [[nodiscard]] TConfigSection Section(std::string_view name) const { return Root().Child(name); }
 
+  // The platform's records; they live as long as the configuration.
+  [[nodiscard]] TAxesConfig& Axes() { return *FAxes; }
+  [[nodiscard]] TGantryConfig& Gantry() { return *FGantry; }
+  [[nodiscard]] TGasListConfig& GasList() { return *FGasList; }
+  [[nodiscard]] TGasBranchesConfig& GasBranches() { return *FGasBranches; }
+  [[nodiscard]] TGasBranchConfig* GetGasBranch(std::int32_t gasType) { return FGasBranches->GetGasBranch(gasType); }
+  [[nodiscard]] TSlavesConfig& Slaves() { return *FSlaves; }
+  [[nodiscard]] TModelConfig& CutHead() { return *FCutHead; }
+  [[nodiscard]] TModelConfig& HeightController() { return *FHeightController; }
+  [[nodiscard]] TNcParamsConfig& NcParams() { return *FNcParams; }
+  [[nodiscard]] TSwitchTableConfig& SwitchTable() { return *FSwitchTable; }
+
  private:
-  std::filesystem::path FFile;
-  std::unique_ptr<TConfigNode> FRoot;
+  TAxesConfig* FAxes = nullptr;
+  TGantryConfig* FGantry = nullptr;
+  TGasListConfig* FGasList = nullptr;
+  TGasBranchesConfig* FGasBranches = nullptr;
+  TSlavesConfig* FSlaves = nullptr;
+  TModelConfig* FCutHead = nullptr;
+  TModelConfig* FHeightController = nullptr;
+  TNcParamsConfig* FNcParams = nullptr;
+  TSwitchTableConfig* FSwitchTable = nullptr;
 };
 
 IXO_DECLARE_SERVICE(TMachineConfig, MachineConfig);
 
 // MachineConfig()->Section(name), or a missing section where there is no configuration.
 [[nodiscard]] TConfigSection ConfigSection(std::string_view name);
+
+// The NC string library's gas list: names and, under the same index, values as texts. The "GasList" section; without
+// one, the gas branches. Empty without a configuration.
+void GetGasStrValues(std::vector<std::string>& names, std::vector<std::string>& values);
 
 }  // namespace ixocamglue

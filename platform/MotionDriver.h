@@ -30,7 +30,8 @@ class TNcMotionDriver : public INcBusyDevice {
   virtual void StopAll(std::int32_t mode) = 0;   // 0: every axis of the driver, along its deceleration ramp
   virtual double GetPos(std::int32_t axis) = 0;  // 0 X, 1 Y
   virtual TAxisLimits GetLimits(std::int32_t axis) = 0;
-  virtual void SaveFlagPos(std::int32_t flag) = 0;  // remembers the present position under a flag number
+  virtual void SaveFlagPos(std::int32_t flag) = 0;               // remembers the present position under a flag number
+  virtual void SaveFlagPos(std::int32_t flag, TPoint2 pos) = 0;  // remembers this one
 };
 
 class TNcMotionCard {

@@ -157,6 +157,12 @@ void TSimMotion::SaveFlagPos(std::int32_t flag) {
   FFlags[flag] = Pos();
 }
 
+void TSimMotion::SaveFlagPos(std::int32_t flag, TPoint2 pos) {
+  if (!FCore.Gate.Enter("axes", "SaveFlagPos", vkSet, Format("%d %.3f %.3f", flag, pos.X, pos.Y))) return;
+  const TSimScope scope(FCore);
+  FFlags[flag] = pos;
+}
+
 TPoint2 TSimMotion::Pos() const {
   FCore.AssertLocked();
   return FPath.Pos();

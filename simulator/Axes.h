@@ -58,6 +58,7 @@ class TSimMotion final : public TNcMotionDriver, public ISimPart {
   double GetPos(std::int32_t axis) override;  // 2 to 7 in turns
   TAxisLimits GetLimits(std::int32_t axis) override;
   void SaveFlagPos(std::int32_t flag) override;
+  void SaveFlagPos(std::int32_t flag, TPoint2 pos) override;
 
   // --- past the gate; the core's lock is held ---
   [[nodiscard]] TPoint2 Pos() const;

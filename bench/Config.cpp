@@ -1,0 +1,215 @@
+// The machine file: loading it into the records, saving it without and with a change, and making the records, beside
+// pugixml alone, pugixml with a scan without regard to case for the same values, and the bare steps of a durable save.
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <strings.h>
+#include <unistd.h>
+
+#include <pugixml.hpp>
+
+#include "bench/Rows.h"
+#include "config/Uassistconfig.h"
+#include "platform/MachineConfig.h"
+
+namespace ixocamglue::bench {
+namespace {
+
+namespace fs = std::filesystem;
+
+void Check(bool done) {
+  if (!done) std::abort();  // nothing was measured
+}
+
+// A copy of the example in a folder of its own.
+class TCopy {
+ public:
+  TCopy() {
+    std::string name = (fs::temp_directory_path() / "ixo-bench-XXXXXX").string();
+    Check(mkdtemp(name.data()) != nullptr);
+    FFolder = name;
+    fs::copy_file(fs::path(IXO_DATA_DIR) / "machine/machine.xml", File());
+  }
+  ~TCopy() { fs::remove_all(FFolder); }
+  TCopy(const TCopy&) = delete;
+  TCopy& operator=(const TCopy&) = delete;
+  [[nodiscard]] fs::path File() const { return FFolder / "machine.xml"; }
+
+ private:
+  fs::path FFolder;
+};
+
+class TRecords {
+ public:
+  TRecords() {
+    InitCamConfigs(Config);
+    Check(Config.Load(Copy.File()).empty());
+  }
+  ~TRecords() { FreeAssistConfig(); }
+  TRecords(const TRecords&) = delete;
+  TRecords& operator=(const TRecords&) = delete;
+
+ protected:
+  TCopy Copy;
+  TMachineConfig Config;
+};
+
+class TLoadRecords : TRecords {
+ public:
+  void Run() { Check(Config.Load(Copy.File()).empty()); }
+};
+
+class TSaveUnchanged : TRecords {
+ public:
+  void Run() { Check(Config.Save()); }
+};
+
+class TSaveChanged : TRecords {
+ public:
+  TSaveChanged() { Check(Config.Save()); }
+  void Run() {
+    ++FNozzleCleanCfg->CleanCount;
+    Check(Config.Save());
+  }
+};
+
+class TMakeRecords {
+ public:
+  void Run() {
+    TMachineConfig config;
+    InitCamConfigs(config);
+  }
+  ~TMakeRecords() { FreeAssistConfig(); }
+};
+
+class TPugiParse {
+ public:
+  void Run() {
+    pugi::xml_document document;
+    Check(document.load_file(Copy.File().c_str(), pugi::parse_full | pugi::parse_ws_pcdata));
+  }
+
+ private:
+  TCopy Copy;
+};
+
+// Finds each property of the records as anybody would write it: every name compared, an exact one first.
+class TScanPublisher final : public TFieldPublisher<TScanPublisher> {
+ public:
+  explicit TScanPublisher(pugi::xml_node node) : FNode(node) {}
+
+  static void Visit(TXmlSubConfig& record, pugi::xml_node node) {
+    TScanPublisher scan(node);
+    record.Publish(scan);
+    for (const auto& [name, sub] : record.SubConfigs()) Visit(*sub, Child(node, std::string(name).c_str()));
+  }
+
+  template <class T, class D>
+  void Value(TPropName name, T& value, const D&, const TFieldRule&) {
+    const char* const text = Find(name.Text.data());
+    if (!text) return;
+    if constexpr (std::is_same_v<T, std::string>)
+      value = text;
+    else if constexpr (std::is_same_v<T, bool>)
+      value = strcasecmp(text, "true") == 0 || std::strtol(text, nullptr, 10) != 0;
+    else if constexpr (std::is_same_v<T, long double>)
+      value = std::strtold(text, nullptr);
+    else if constexpr (std::is_same_v<T, double>)
+      value = std::strtod(text, nullptr);
+    else
+      value = static_cast<T>(std::strtol(text, nullptr, 10));
+  }
+  void Child(TPropName name, TXmlSubConfig& child) override { Visit(child, Child(FNode, name.Text.data())); }
+  void List(TPropName itemName, TXmlListBase& list) override {
+    for (const auto& child : FNode.children())
+      if (strcasecmp(child.name(), itemName.Text.data()) == 0) Visit(*list.MakeItem(), child);
+  }
+
+ private:
+  static pugi::xml_node Child(pugi::xml_node node, const char* name) {
+    if (const auto exact = node.child(name)) return exact;
+    for (const auto& child : node.children())
+      if (strcasecmp(child.name(), name) == 0) return child;
+    return {};
+  }
+  const char* Find(const char* name) const {
+    if (const auto exact = FNode.attribute(name)) return exact.value();
+    for (const auto& attribute : FNode.attributes())
+      if (strcasecmp(attribute.name(), name) == 0) return attribute.value();
+    const auto child = Child(FNode, name);
+    return child ? child.child_value() : nullptr;
+  }
+
+  pugi::xml_node FNode;
+};
+
+class TPugiScan : TRecords {
+ public:
+  void Run() {
+    pugi::xml_document document;
+    Check(document.load_file(Copy.File().c_str(), pugi::parse_full | pugi::parse_ws_pcdata));
+    TScanPublisher::Visit(Config, document.document_element());
+  }
+};
+
+// The same steps without anything around them.
+class TBareSave {
+ public:
+  void Run() {
+    const std::string file = FCopy.File().string();
+    const std::string temporary = file + ".tmp";
+    const std::string backup = file + ".bak";
+    pugi::xml_document document;
+    Check(document.load_file(file.c_str(), pugi::parse_full | pugi::parse_ws_pcdata));
+    struct TText final : pugi::xml_writer {
+      void write(const void* data, std::size_t size) override { Bytes.append(static_cast<const char*>(data), size); }
+      std::string Bytes;
+    } text;
+    document.save(text, "", pugi::format_raw | pugi::format_no_declaration);
+    const int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0644);
+    Check(::write(fd, text.Bytes.data(), text.Bytes.size()) == static_cast<::ssize_t>(text.Bytes.size()));
+    Check(::fsync(fd) == 0);
+    ::close(fd);
+    ::unlink(backup.c_str());
+    Check(::link(file.c_str(), backup.c_str()) == 0);
+    Check(std::rename(temporary.c_str(), file.c_str()) == 0);
+    const int folder = ::open(FCopy.File().parent_path().c_str(), O_RDONLY | O_DIRECTORY);
+    Check(::fsync(folder) == 0);
+    ::close(folder);
+  }
+
+ private:
+  TCopy FCopy;
+};
+
+}  // namespace
+
+std::vector<TRow> ConfigRows() {
+  return {
+      Measure<TLoadRecords>({.Id = "config_load",
+                             .Name = "machine file, load",
+                             .Peer = "pugi_scan",
+                             .PeerName = "pugixml + scan",
+                             .MaxRatio = 0.6}),
+      Measure<TPugiScan>({.Id = "pugi_scan"}),
+      Measure<TPugiParse>({.Id = "pugi_parse", .Name = "machine file, pugixml alone"}),
+      Measure<TSaveUnchanged>({.Id = "config_same",
+                               .Name = "machine file, save unchanged",
+                               .Peer = "pugi_scan",
+                               .PeerName = "pugixml + scan",
+                               .MaxRatio = 0.6}),
+      Measure<TSaveChanged>({.Id = "config_save",
+                             .Name = "machine file, durable save",
+                             .Peer = "bare_save",
+                             .PeerName = "the bare steps",
+                             .MaxRatio = 1.25}),
+      Measure<TBareSave>({.Id = "bare_save"}),
+      Measure<TMakeRecords>({.Id = "config_make", .Name = "assist records, made"}),
+  };
+}
+
+}  // namespace ixocamglue::bench

@@ -1,0 +1,81 @@
+// Values as a configuration file spells them. No locale; a text is a value only as a whole. Any thread.
+#pragma once
+
+#include <cctype>
+#include <charconv>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <type_traits>
+
+namespace ixocamglue {
+
+[[nodiscard]] constexpr char FoldAscii(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
+// ASCII letters without regard to case.
+[[nodiscard]] constexpr bool SameFolded(std::string_view a, std::string_view b) {
+  if (a.size() != b.size()) return false;
+  for (std::size_t i = 0; i < a.size(); ++i)
+    if (FoldAscii(a[i]) != FoldAscii(b[i])) return false;
+  return true;
+}
+
+// Without XML white space at both ends.
+[[nodiscard]] constexpr std::string_view TrimXml(std::string_view text) {
+  constexpr std::string_view blanks = " \t\r\n";
+  while (!text.empty() && blanks.find(text.front()) != std::string_view::npos) text.remove_prefix(1);
+  while (!text.empty() && blanks.find(text.back()) != std::string_view::npos) text.remove_suffix(1);
+  return text;
+}
+
+// The whole trimmed text with at most one leading "+". None: no number, too large for the type, or not finite.
+template <class Number>
+[[nodiscard]] std::optional<Number> ParseNumber(std::string_view text) {
+  text = TrimXml(text);
+  if (text.starts_with('+')) {
+    text.remove_prefix(1);
+    if (text.starts_with('-')) return std::nullopt;
+  }
+  Number value{};
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (error != std::errc{} || end != text.data() + text.size() || text.empty()) return std::nullopt;
+  if constexpr (std::is_floating_point_v<Number>)
+    if (value - value != 0) return std::nullopt;  // "inf", "nan"
+  return value;
+}
+
+// "true" and "false" in any case, or an integer.
+[[nodiscard]] inline std::optional<bool> ParseBool(std::string_view text) {
+  text = TrimXml(text);
+  if (SameFolded(text, "true")) return true;
+  if (SameFolded(text, "false")) return false;
+  if (const auto number = ParseNumber<std::int32_t>(text)) return *number != 0;
+  return std::nullopt;
+}
+
+template <class Value>
+[[nodiscard]] std::optional<Value> ParseValue(std::string_view text) {
+  if constexpr (std::is_same_v<Value, bool>)
+    return ParseBool(text);
+  else if constexpr (std::is_same_v<Value, std::string>)
+    return std::string(text);
+  else
+    return ParseNumber<Value>(text);
+}
+
+// The shortest text that reads back the same value.
+template <class Value>
+[[nodiscard]] std::string ValueText(const Value& value) {
+  if constexpr (std::is_same_v<Value, bool>) {
+    return value ? "True" : "False";
+  } else if constexpr (std::is_same_v<Value, std::string>) {
+    return value;
+  } else {
+    char buffer[64];
+    const auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
+    return {buffer, result.ptr};
+  }
+}
+
+}  // namespace ixocamglue

@@ -1,0 +1,97 @@
+// One XML file in memory, with everything that stands in it: comments, processing instructions, white space and
+// whatever the library does not know. One thread at a time; reading only, any number of threads.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace pugi {  // the XML library's nodes; our sources see its header, users of ours need not
+class xml_document;
+struct xml_node_struct;
+}  // namespace pugi
+
+namespace ixocamglue {
+
+// Where an element belongs, and what a save found out while it wrote into it.
+struct TXmlContext {
+  std::string File;
+  bool Changed = false;
+  std::string Problem;  // a value that no XML file can hold; the save must not go on
+};
+
+// An element, or none. Valid as long as its document and its context.
+class TXmlNode {
+ public:
+  TXmlNode() = default;
+  TXmlNode(pugi::xml_node_struct* node, TXmlContext* context) : FNode(node), FContext(context) {}
+
+  explicit operator bool() const { return FNode != nullptr; }
+  [[nodiscard]] pugi::xml_node_struct* Handle() const { return FNode; }
+  [[nodiscard]] TXmlContext& Context() const { return *FContext; }
+
+  [[nodiscard]] std::string_view Name() const;
+  // From below the document element: "Gas/Branch[2]"; numbered where its parent has several of the name.
+  [[nodiscard]] std::string Path() const;
+  // The child element of this name: the exact spelling, else the first without regard to case.
+  [[nodiscard]] TXmlNode Child(std::string_view name) const;
+  [[nodiscard]] TXmlNode Parent() const;                 // none at the document element
+  [[nodiscard]] std::vector<TXmlNode> Children() const;  // elements, in document order
+  struct TAttribute {
+    std::string_view Name, Value;
+  };
+  [[nodiscard]] std::vector<TAttribute> Attributes() const;
+  [[nodiscard]] std::string Text() const;                    // its own character data, untrimmed
+  [[nodiscard]] bool HasValue(std::string_view name) const;  // an attribute, or a child element, of this name
+  [[nodiscard]] bool HasElements() const;                    // then it is no value
+  [[nodiscard]] std::ptrdiff_t Offset() const;  // of its name in TXmlDocument::Text(); -1 when it is not from there
+
+ private:
+  pugi::xml_node_struct* FNode = nullptr;
+  TXmlContext* FContext = nullptr;
+};
+
+class TXmlDocument {
+ public:
+  static constexpr std::uint64_t kMaxBytes = 64ull * 1024 * 1024;
+  static constexpr int kMaxDepth = 64;
+
+  TXmlDocument();
+  ~TXmlDocument();
+  TXmlDocument(const TXmlDocument&) = delete;
+  TXmlDocument& operator=(const TXmlDocument&) = delete;
+
+  // Takes the content of a file: UTF-8, or UTF-16 with its mark. Empty, or "line:column: reason"; then the document is
+  // empty.
+  [[nodiscard]] std::string Parse(std::string bytes);
+  // Only a document element of this name.
+  void MakeNew(std::string_view rootName);
+  // In the encoding, and with the mark, that it came in.
+  [[nodiscard]] std::string Serialise() const;
+
+  [[nodiscard]] TXmlNode Root(TXmlContext& context) const;
+  [[nodiscard]] pugi::xml_node_struct* RootHandle() const;
+  // As it came, as UTF-8 without a mark.
+  [[nodiscard]] const std::string& Text() const { return FText; }
+  // "line:column" of a place in Text().
+  [[nodiscard]] std::string Place(std::size_t offset) const;
+
+ private:
+  enum class TEncoding : std::uint8_t { xeUtf8, xeUtf16Le, xeUtf16Be };
+
+  [[nodiscard]] std::string Decode(std::string bytes);
+  [[nodiscard]] std::string CheckTree() const;
+
+  std::string FText;
+  TEncoding FEncoding = TEncoding::xeUtf8;
+  bool FMark = false;
+  std::unique_ptr<pugi::xml_document> FDocument;
+};
+
+// Well-formed UTF-8 without a zero character; else the offset of the first wrong byte is in `wrong`.
+[[nodiscard]] bool IsXmlText(std::string_view text, std::size_t& wrong);
+
+}  // namespace ixocamglue

@@ -1,0 +1,129 @@
+#include <fstream>
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+#include "fixture/TempDir.h"
+#include "host/ConfigCommand.h"
+#include "host/HostError.h"
+#include "support/Format.h"
+
+namespace ixocamglue::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+class ConfigCommand : public testing::Test {
+ protected:
+  ConfigCommand() { fs::copy_file(fs::path(IXO_DATA_DIR) / "machine/machine.xml", File); }
+
+  std::string Bytes() const {
+    std::ifstream in(File, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+  }
+  void Replace(std::string_view from, std::string_view to) const {
+    std::string text = Bytes();
+    const auto at = text.find(from);
+    ASSERT_NE(at, std::string::npos) << from;
+    std::ofstream(File, std::ios::binary) << text.replace(at, from.size(), to);
+  }
+  int Check(bool all = false) {
+    Out.str({});
+    return RunConfigCheck(File, all, Out);
+  }
+  template <class Run>
+  static int ExitCode(Run run) {
+    try {
+      return run();
+    } catch (const THostError& e) {
+      return e.ExitCode;
+    }
+  }
+
+  TTempDir Dir;
+  fs::path File = Dir.Path() / "machine.xml";
+  std::ostringstream Out;
+};
+
+TEST_F(ConfigCommand, TheExampleIsCompleteAndASaveOfItWritesNothing) {
+  EXPECT_EQ(Check(), 0) << Out.str();
+  const std::string before = Bytes();
+  EXPECT_EQ(RunConfigSet(File, "autocleanhead/cleancount", "3", Out), 0);
+  EXPECT_EQ(Bytes(), before);
+}
+
+TEST_F(ConfigCommand, CheckNamesEachFaultWithItsPlace) {
+  struct TCase {
+    const char *From, *To, *Text;
+  };
+  const TCase cases[] = {
+      {"<AutoCailEnabled>False</AutoCailEnabled>", "<AutoCalEnabled>False</AutoCalEnabled>",
+       "FloatCalibration/AutoCalEnabled: unknown name; did you mean AutoCailEnabled?"},
+      {"<Blanking ", "<Blankin ", "Blankin: unknown section; did you mean Blanking?"},
+      {"PosX=\"200\"", "PosX=\"200mm\"", "MaintainCutHead/PosX: \"200mm\" is no Double; the default is used"},
+      {"<CaliResults2 MaxCnt=\"20\"", "<CaliResults2 MaxCnt=\"0\"",
+       "Follower/CaliResults2/MaxCnt: 0 is outside 1..1000"},
+      {"<CleanCount>3</CleanCount>", "<CleanCount>3</CleanCount><CleanCount>4</CleanCount>",
+       "AutoCleanHead/CleanCount[2]/CleanCount"},
+      {"<CloudCut ", "<CloudCut/><CloudCut ", "there already"},
+      {"Row=\"0\" Col=\"1\"", "Row=\"0\" Col=\"7\"", "7 is outside the grid (ColCount is 2)"},
+  };
+  const std::string whole = Bytes();
+  for (const TCase& c : cases) {
+    std::ofstream(File, std::ios::binary) << whole;
+    Replace(c.From, c.To);
+    EXPECT_EQ(Check(), 1) << c.To;
+    const std::string expected = std::string(c.Text).find("[2]") == std::string::npos ? c.Text : "is there already";
+    EXPECT_NE(Out.str().find(expected), std::string::npos) << Out.str();
+    // The line is the one that was changed.
+    const std::string text = Bytes();
+    const auto line = std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(text.find(c.To)), '\n') + 1;
+    EXPECT_NE(Out.str().find(File.string() + Format(":%td:", line)), std::string::npos) << Out.str();
+  }
+  std::ofstream(File, std::ios::binary) << whole;
+  Replace("<ScanCode ", "<SomethingElse/><ScanCode ");
+  EXPECT_EQ(Check(), 0);
+  EXPECT_EQ(Out.str().find("SomethingElse"), std::string::npos);
+  EXPECT_EQ(Check(true), 0);
+  EXPECT_NE(Out.str().find("SomethingElse: unknown section"), std::string::npos);
+}
+
+TEST_F(ConfigCommand, WhatCannotBeDoneHasItsExitCodeAndChangesNothing) {
+  const std::string before = Bytes();
+  for (const auto& [path, value] : {std::pair{"AutoCleanHead/CleanCount", "x"},
+                                    {"Follower/CaliResults/MaxCnt", "1001"},
+                                    {"AutoCleanHead/CleanCoun", "3"},
+                                    {"Healths/Health[9]/Key", "k"},
+                                    {"", ""}})
+    EXPECT_EQ(ExitCode([&, p = path, v = value] { return RunConfigSet(File, p, v, Out); }), 2) << path;
+  EXPECT_EQ(ExitCode([&] { return RunConfigGet(File, "Laser/Absent", Out); }), 2);
+  EXPECT_EQ(ExitCode([&] { return RunConfigRestore(File, Out); }), 3);
+  EXPECT_EQ(Bytes(), before);
+  EXPECT_EQ(ExitCode([&] { return RunConfigCheck(Dir.Path() / "absent.xml", false, Out); }), 3);
+  std::ofstream(File) << "<MachineConfig>";
+  EXPECT_EQ(ExitCode([&] { return RunConfigSet(File, "AutoCleanHead/CleanCount", "4", Out); }), 3);
+  EXPECT_EQ(Bytes(), "<MachineConfig>");
+}
+
+TEST_F(ConfigCommand, AValueThatWasSetIsShownDiffersAndComesBack) {
+  const fs::path old = Dir.Path() / "old.xml";
+  fs::copy_file(File, old);
+  EXPECT_EQ(RunConfigSet(File, "UCSOrgName/UCSName7", "a \"b\"", Out), 0);
+  EXPECT_EQ(RunConfigSet(File, "Healths/Health[2]/PromptTime", "1.5", Out), 0);
+  Out.str({});
+  EXPECT_EQ(RunConfigDiff(old, File, Out), 1);
+  EXPECT_EQ(Out.str(), "Healths/Health[2]/PromptTime: 250 -> 1.5\nUCSOrgName/UCSName7: (missing) -> \"a \\\"b\\\"\"\n");
+  Out.str({});
+  EXPECT_EQ(RunConfigGet(File, "laser/maxpower", Out), 0);
+  EXPECT_EQ(RunConfigShow(File, "ucsorgname", true, Out), 0);
+  EXPECT_TRUE(Out.str().starts_with("3000\n{\n"));
+  EXPECT_NE(Out.str().find("\"UCSOrgName/UCSName7\": \"a \\\"b\\\"\""), std::string::npos);
+  EXPECT_EQ(RunConfigRestore(File, Out), 0);
+  EXPECT_EQ(RunConfigRestore(File, Out), 0);
+  Out.str({});
+  EXPECT_EQ(RunInfo(File, "en", false, Out), 0);
+  EXPECT_NE(Out.str().find("6  High-pressure nitrogen  (DA port 36)"), std::string::npos) << Out.str();
+}
+
+}  // namespace
+}  // namespace ixocamglue::test
