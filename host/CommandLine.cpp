@@ -12,8 +12,7 @@
 namespace ixocamglue {
 namespace {
 
-constexpr TAddCommand kCommands[] = {AddShotCommand, AddTreeCommand, AddSweepCommand, AddConfigCommand,
-                                      AddInfoCommand};
+constexpr TAddCommand kCommands[] = {AddShotCommand, AddTreeCommand, AddSweepCommand, AddConfigCommand, AddInfoCommand};
 
 constexpr const char* kFooter =
     "Exit codes:\n"
