@@ -160,6 +160,7 @@ std::uint8_t GetCutHeadType() {
   return head == std::end(kHeadTypes) ? kOtherHead : head->Type;
 }
 
+// Kept: without regard to case, unlike GetCutHeadType.
 bool CutHeadIsProcutter() {
   TMachineConfig* const config = MachineConfig();
   return config && SameFolded(config->CutHead().Model, "Procutter");

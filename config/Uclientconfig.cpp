@@ -70,6 +70,7 @@ void TClientConfig::Publish(TPublisher& p) {
   p.Field("CtrlRemoteActive", CtrlRemoteActive);
   p.Field("SlaveSelected", SlaveSelected);
   p.Child("AutoCleanHeadConfig", AutoCleanHeadConfig);
+  // Kept: misspelt as in every file.
   p.Child("ManualLaserConifg", ManualLaserConfig);
 }
 
@@ -158,6 +159,7 @@ std::optional<std::int32_t> LeadingNumber(std::string_view settings) {
 
 }  // namespace
 
+// Kept: a number without a comma behind it is none.
 std::int32_t TDataTransConfig::GetBaudrate() const { return LeadingNumber(CommSettings).value_or(kBaudrate); }
 
 void TDataTransConfig::SetBaudrate(std::int32_t baudrate) {

@@ -77,6 +77,7 @@ bool TCaliRstCfg::SetMaxCnt(std::int32_t count) {
   return true;
 }
 
+// Kept: "Countdown" before "WarningTime", as the file has them.
 void THealthItem::Publish(TPublisher& p) {
   p.Field("Desc", Desc);
   p.Field("Key", Key);
@@ -101,6 +102,7 @@ const TFlagItem* FindFlag(std::int32_t flagIndex) {
 
 void TMarkPoint::Publish(TPublisher& p) {
   p.Field("FlagIndex", FlagIndex);
+  // Kept: written and never read.
   p.WriteOnly("SystemDesc", SystemDesc());
   p.Field("CustomDesc", CustomDesc);
   p.Field("Enabled", Enabled);

@@ -15,6 +15,7 @@ void TPierceCounter::SetConfig(TAutoCleanHeadConfig* config, TMachineConfig* mac
 
 std::int32_t TPierceCounter::TotalLocked() const { return FMachine ? FMachine->NcParams().PierceTotal.load() : 0; }
 
+// Kept: the stored total is not used; the machine may have been reset, or have pierced without us.
 void TPierceCounter::LoadParam() {
   TGuard guard(FLock);
   FCount = FConfig ? FConfig->LastPierceCount.load() : 0;

@@ -104,6 +104,7 @@ class TNames final : public TFieldPublisher<TNames> {
     Values.push_back(
         {name.Text, kTypeName<T>, RangeText(rule), [rule](std::string_view text) {
            if constexpr (std::is_same_v<T, std::string>) {
+             (void)rule;  // any text will do
              return TVerdict::Good;
            } else {
              if (TrimXml(text).empty()) return TVerdict::Good;

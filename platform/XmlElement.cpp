@@ -1,5 +1,8 @@
 #include "platform/XmlElement.h"
 
+#include <algorithm>
+#include <memory>
+
 #include "support/Format.h"
 
 namespace ixocamglue {
@@ -37,7 +40,7 @@ std::string Outdent(const pugi::xml_node& parent, const std::string& indent) {
 TXmlElement::TXmlElement(TXmlNode node) : FNode(node.Handle()), FContext(node.Context()) {
   const auto add = [&](TEntry entry) {
     if (FCount < kInPlace) {
-      FInPlace[FCount] = entry;
+      std::construct_at(&FInPlace[FCount], entry);
     } else {
       if (FCount == kInPlace) FMore.assign(FInPlace.begin(), FInPlace.end());
       FMore.push_back(entry);

@@ -27,6 +27,7 @@ class TXmlElement {
   };
 
   explicit TXmlElement(TXmlNode node);
+  ~TXmlElement() {}  // NOLINT: entries need no end
   TXmlElement(const TXmlElement&) = delete;
   TXmlElement& operator=(const TXmlElement&) = delete;
 
@@ -63,7 +64,9 @@ class TXmlElement {
   TXmlContext& FContext;
   TEntry* FBegin = nullptr;
   std::size_t FCount = 0;
-  std::array<TEntry, kInPlace> FInPlace;
+  union {  // filled as far as FCount says; most elements have few entries
+    std::array<TEntry, kInPlace> FInPlace;
+  };
   std::vector<TEntry> FMore;
 };
 

@@ -28,10 +28,12 @@ struct TPropName {
   consteval TPropName(const char* text) : Text(text), Hash(HashOf(Text)) {}  // NOLINT: a literal is a name
   static TPropName Of(std::string_view text) { return TPropName(text, HashOf(text)); }
 
+  // Length and three letters: cheap, and enough to tell the names of one record apart.
   static constexpr std::uint32_t HashOf(std::string_view text) {
-    std::uint32_t hash = 2166136261u;
-    for (const char c : text) hash = (hash ^ static_cast<unsigned char>(FoldAscii(c))) * 16777619u;
-    return hash;
+    if (text.empty()) return 0;
+    const auto at = [&](std::size_t i) { return std::uint32_t{static_cast<unsigned char>(FoldAscii(text[i]))}; };
+    return static_cast<std::uint32_t>(text.size() & 0xFF) | at(text.size() / 2) << 8 | at(text.size() - 1) << 16 |
+           at(text.size() / 3) << 24;
   }
 
   std::string_view Text;
