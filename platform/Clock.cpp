@@ -13,11 +13,15 @@ namespace {
 
 constexpr std::int64_t kMsPerDay = 86'400'000;
 constexpr std::int64_t kDaysToUnixEpoch = 25'569;  // 1899-12-30 to 1970-01-01
-constexpr std::uint32_t kPauseSliceMs = 20;
 
 std::int64_t ToMs(TDateTime t) { return std::llround(t.Days * static_cast<double>(kMsPerDay)); }
 
 }  // namespace
+
+bool TStop::WaitMs(std::uint32_t ms) {
+  std::unique_lock lock(FMutex);
+  return FWake.wait_for(lock, std::chrono::milliseconds(ms), [this] { return Asked(); });
+}
 
 std::string FormatSpan(TDateTime a, TDateTime b) {
   const std::int64_t span = ((ToMs(b) - ToMs(a)) % kMsPerDay + kMsPerDay) % kMsPerDay;
@@ -58,15 +62,7 @@ void TSystemClock::Sleep(std::uint32_t ms) { std::this_thread::sleep_for(std::ch
 
 void TSystemClock::Spin() { std::this_thread::yield(); }
 
-bool TSystemClock::Pause(TStop& stop, std::uint32_t ms) {
-  const std::uint64_t end = MonotonicMs() + ms;
-  while (!stop.Asked()) {
-    const std::uint64_t now = MonotonicMs();
-    if (now >= end) return false;
-    Sleep(static_cast<std::uint32_t>(std::min<std::uint64_t>(end - now, kPauseSliceMs)));
-  }
-  return true;
-}
+bool TSystemClock::Pause(TStop& stop, std::uint32_t ms) { return stop.WaitMs(ms); }
 
 IXO_DEFINE_SERVICE(IClock, InstalledClock)
 

@@ -2,7 +2,9 @@
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
+#include <mutex>
 #include <string>
 
 #include "platform/Installed.h"
@@ -26,13 +28,18 @@ struct TDateTime {
 class TStop {
  public:
   void Ask() {
+    std::lock_guard lock(FMutex);
     FAsked.store(true, std::memory_order_release);
-    FAsked.notify_all();
+    FWake.notify_all();
   }
   [[nodiscard]] bool Asked() const { return FAsked.load(std::memory_order_acquire); }
+  // Waits in real time; true at once when the stop is asked. For clocks only: everybody else calls Clock().Pause.
+  bool WaitMs(std::uint32_t ms);
 
  private:
   std::atomic<bool> FAsked{false};
+  std::mutex FMutex;  // around the decision to wait
+  std::condition_variable FWake;
 };
 
 class IClock {
@@ -43,7 +50,7 @@ class IClock {
   virtual TDateTime Now() = 0;              // wall time, for stamps that are stored or shown
   virtual void Sleep(std::uint32_t ms) = 0;
   virtual void Spin() = 0;  // inside a poll loop without sleep; virtual time moves on by 1 ms
-  // A thread's wait. True at once when the stop is asked (noticed within 20 ms), false after `ms`.
+  // A thread's wait. True at once when the stop is asked, false after `ms`.
   virtual bool Pause(TStop& stop, std::uint32_t ms) = 0;
 };
 
