@@ -4,6 +4,9 @@
 #include <iterator>
 #include <span>
 
+#include "alarms/Almintprt.h"
+#include "alarms/Ualarmmanager.h"
+#include "alarms/Ualarmtexts.h"
 #include "motion/Umotioncontroller.h"
 #include "motion/Umotiontexts.h"
 #include "platform/AppSys.h"
@@ -30,6 +33,8 @@ void FreeFaultReport() { SetFaultHandler(nullptr); }
 
 constexpr TUnit kUnits[] = {
     {"Faults", StartFaultReport, FreeFaultReport, nullptr},
+    {"Almintprt", StartAlarmInterpreter, FreeAlarmInterpreter, AlarmTexts},
+    {"Ualarmmanager", StartAlarmManager, FreeAlarmManager, nullptr},
     {"Ustatemotionbase", StartMotionController, FreeMotionController, MotionTexts},
 };
 

@@ -2,10 +2,10 @@
 
 packages() {
   case $1 in
-    run) echo "g++ cmake ninja-build libpugixml-dev nlohmann-json3-dev libfmt-dev libspdlog-dev libcli11-dev" ;;
+    run) echo "g++ cmake ninja-build libpugixml-dev nlohmann-json3-dev libfmt-dev libspdlog-dev libcli11-dev libsqlite3-dev" ;;
     test) echo "$(packages run) libgtest-dev libgmock-dev clang-format" ;;
-    bench) echo "$(packages run) libbenchmark-dev libboost-dev valgrind" ;;
-    ci) echo "$(packages test) clang libclang-rt-14-dev libbenchmark-dev libboost-dev util-linux" ;;
+    bench) echo "$(packages run) libbenchmark-dev libboost-dev libreaderwriterqueue-dev valgrind" ;;
+    ci) echo "$(packages test) clang libclang-rt-14-dev libbenchmark-dev libboost-dev libreaderwriterqueue-dev util-linux" ;;
     *)
       echo "packages.sh: no set of packages is called '$1'; there are run, test, bench and ci" >&2
       return 1
