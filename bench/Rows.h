@@ -97,5 +97,9 @@ template <class Item>
 [[nodiscard]] std::vector<TRow> TreeRows();
 [[nodiscard]] std::vector<TRow> ShotRows();
 [[nodiscard]] std::vector<TRow> LogRows();
+[[nodiscard]] std::vector<TRow> AlarmRows();
+
+// Of the alarm history and one consumer that never pops, after a million events.
+[[nodiscard]] double AlarmBytesPerEvent();
 
 }  // namespace ixocamglue::bench

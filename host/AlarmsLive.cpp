@@ -1,4 +1,5 @@
 // `ixocut alarms live`: the simulated machine with its alarm manager and store, told what happens line by line.
+#include <algorithm>
 #include <charconv>
 #include <csignal>
 #include <fstream>
@@ -8,6 +9,8 @@
 #include <poll.h>
 #include <sstream>
 #include <unistd.h>
+#include <utility>
+#include <vector>
 
 #include "alarms/Almintprt.h"
 #include "alarms/Ualarmmanager.h"
@@ -25,6 +28,7 @@ namespace {
 
 constexpr std::uint32_t kRoundMs = 20;
 constexpr std::uint64_t kSettleMs = 5000;
+constexpr int kStartMs = 2000;
 constexpr std::uint64_t kLongestWaitMs = 86'400'000;
 constexpr double kMsPerDay = 86'400'000.0;
 
@@ -41,8 +45,11 @@ class TLiveView {
 
   void Round() {
     TGuard guard(FLock);
-    TNcAlarmMsg msg;
-    while (AlarmManager()->Pop(this, msg)) Show(msg);
+    std::vector<TNcAlarmMsg> messages;
+    for (TNcAlarmMsg msg; AlarmManager()->Pop(this, msg);) messages.push_back(msg);
+    // Popped by level; shown as it happened, so that the first one is the first one.
+    std::ranges::stable_sort(messages, {}, [](const TNcAlarmMsg& m) { return std::pair(m.Time.Days, m.Word); });
+    for (const TNcAlarmMsg& msg : messages) Show(msg);
     FOut << std::flush;
   }
   // Hides the identifier's lines until then; level 1 stays.
@@ -267,6 +274,8 @@ int RunAlarmsLive(const TAlarmsOptions& options, std::ostream& out) {
     TLiveView view(out);
     const TRoundThread viewing("ixo-alarmview", kRoundMs, [&](std::uint64_t) { view.Round(); });
     session.StartThreads();
+    // The laser's latch trips without a sign of life from the state thread.
+    for (int ms = 0; ms < kStartMs && session.Framework().Watch().Pass.load() == 0; ++ms) Clock().Sleep(1);
     TLive live(session, view);
     TTerminal terminal;
     std::string line, why;
