@@ -2,6 +2,7 @@
 //
 //   ixo_bench [options of Google Benchmark]   the times as Google Benchmark prints them
 //   ixo_bench --list                          the items, one a line
+//   ixo_bench --alarm-bytes                   memory per alarm event
 //   ixo_bench --count ITEM RUNS               runs one item, for callgrind; prints allocations per run
 //   ixo_bench --table FILE [options]          times everything and prints the table; FILE has a line "ITEM COUNT" with
 //                                             the instructions of one run for each item counted
@@ -25,7 +26,8 @@ namespace {
 
 std::vector<TRow> AllRows() {
   std::vector<TRow> rows;
-  for (const auto& topic : {TickRows(), TreeRows(), ShotRows(), LogRows(), ConfigRows(), FilterRows(), DeviceRows()})
+  for (const auto& topic :
+       {TickRows(), TreeRows(), ShotRows(), LogRows(), ConfigRows(), FilterRows(), DeviceRows(), AlarmRows()})
     rows.insert(rows.end(), topic.begin(), topic.end());
   return rows;
 }
@@ -157,6 +159,10 @@ int Main(int argc, char** argv) {
   const std::vector<std::string> words(argv + 1, argv + argc);
   if (words.size() == 1 && words[0] == "--list") {
     for (const TRow& row : rows) std::printf("%s\n", row.Id);
+    return 0;
+  }
+  if (words.size() == 1 && words[0] == "--alarm-bytes") {
+    std::printf("bytes per alarm event, a million events, one consumer: %.0f (target 400)\n", AlarmBytesPerEvent());
     return 0;
   }
   if (!words.empty() && words[0] == "--count") {

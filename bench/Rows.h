@@ -100,5 +100,9 @@ template <class Item>
 [[nodiscard]] std::vector<TRow> FilterRows();
 [[nodiscard]] std::vector<TRow> DeviceRows();
 [[nodiscard]] std::vector<TRow> ConfigRows();
+[[nodiscard]] std::vector<TRow> AlarmRows();
+
+// Of the alarm history and one consumer that never pops, after a million events.
+[[nodiscard]] double AlarmBytesPerEvent();
 
 }  // namespace ixocamglue::bench

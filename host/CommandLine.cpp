@@ -12,9 +12,9 @@
 namespace ixocamglue {
 namespace {
 
-constexpr TAddCommand kCommands[] = {AddShotCommand, AddTreeCommand,    AddSweepCommand,   AddConfigCommand,
-                                     AddInfoCommand, AddRecordCommand,  AddMonitorCommand, AddModbusCommand,
-                                     AddLinkCommand, AddSimulateCommand};
+constexpr TAddCommand kCommands[] = {AddShotCommand, AddTreeCommand,     AddSweepCommand,   AddConfigCommand,
+                                     AddInfoCommand, AddRecordCommand,   AddMonitorCommand, AddModbusCommand,
+                                     AddLinkCommand, AddSimulateCommand, AddAlarmsCommand};
 
 constexpr const char* kFooter =
     "Exit codes:\n"

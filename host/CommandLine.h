@@ -31,6 +31,7 @@ void AddLinkCommand(CLI::App& program, TCommandRun& run);
 void AddSimulateCommand(CLI::App& program, TCommandRun& run);
 void AddConfigCommand(CLI::App& program, TCommandRun& run);
 void AddInfoCommand(CLI::App& program, TCommandRun& run);
+void AddAlarmsCommand(CLI::App& program, TCommandRun& run);
 
 // The options that commands share; each takes its present value as the default.
 void AddLanguageOption(CLI::App& command, std::string& language);

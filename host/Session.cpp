@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <iterator>
 
+#include "alarms/Ualarmdefs.h"
+#include "alarms/Ualarmmanager.h"
 #include "config/Uassistconfig.h"
 #include "config/Ucamglue.h"
 #include "host/HostTexts.h"
@@ -25,8 +27,9 @@ TSession::TSession(TSessionOptions options)
     FLogs.AddSink(*FGatedSinks.emplace_back(std::make_unique<TGatedSink>(*sink, FLogGate)));
   LoadMachine();
 
+  FApp.Register(IID_IAlarmInterpreterSvc, std::make_shared<TAlarmDefinitionFiles>(FOptions.AlarmFolder));
   FLibrary.emplace();
-  if (const std::string problem = FLocale.SelectLanguage(FOptions.Language); !problem.empty())
+  if (const std::string problem = FLocaleManager.ChangeLanguage(FOptions.Language); !problem.empty())
     FNotices.push_back(problem);
   std::ranges::move(FLibrary->LoadLocaleResources(), std::back_inserter(FNotices));
   std::ranges::move(FLocale.Apply(HostTexts()), std::back_inserter(FNotices));
@@ -40,12 +43,18 @@ TSession::TSession(TSessionOptions options)
   });
   if (FVirtual) FMachine->Attach(*FVirtual);
   if (FOptions.Supervisor) MakeSupervisor();
+  if (!FOptions.AlarmDb.empty()) MakeAlarms();
 }
 
 TSession::~TSession() {
   FStateThread.reset();
   FSupervisorThread.reset();
   FMachineThread.reset();
+  FMachine->Alarms().Stop();
+  FreeAlarmManager();
+  FApp.Unregister(IID_IAlarmSvcIntf);
+  FApp.Unregister(IID_IAlarmFactory);
+  FAlarmStore.reset();  // writes what waits, while the alarms can still be looked up
   if (Running()) {
     FFramework->Stop();
     FFramework->RunOnce();
@@ -66,6 +75,34 @@ void TSession::MakeSupervisor() {
       FFramework->Watch(), [this] { return FFramework->CurrentState(); }, FLimits,
       TSupervisorActions{alarm, stop, latch});
   if (FVirtual) FVirtual->Every(kSupervisorRoundMs, [this](std::uint64_t nowMs) { FSupervisor->Round(nowMs); });
+}
+
+void TSession::MakeAlarms() {
+  TAlarmStoreOptions options;
+  options.RetentionDays = FOptions.AlarmRetentionDays;
+  options.Lookup = [](std::string_view id, TAlarmRec& rec) {
+    const TAlarmInterpreter* const interpreter = AlarmInterpreter();
+    return interpreter && interpreter->TryGetAlarmRec(id, rec);
+  };
+  options.OnLost = [this](std::uint64_t) {
+    FMachine->Alarms().Raise({.IdPrefix = "TPAlarmStore",
+                              .Desc = "the alarm store cannot be written; the oldest alarms are lost",
+                              .Id = 1,
+                              .Attrs = naShownOnly});
+  };
+  FAlarmStore = std::make_shared<TAlarmStore>(FOptions.AlarmDb, std::move(options));
+  if (const std::string problem = FAlarmStore->Open(); !problem.empty()) throw THostError(kExitDevice, problem);
+  FApp.Register(IID_IAlarmSvcIntf, std::static_pointer_cast<IAlarmSvcIntf>(FAlarmStore));
+  FApp.Register(IID_IAlarmFactory, std::static_pointer_cast<IAlarmFactory>(FAlarmStore));
+  (void)FMachine->Alarms().AlarmAdded().Subscribe([this](const TNcAlarmRecord& rec) { FFramework->PostAlarm(rec); });
+  (void)AlarmManager();
+}
+
+bool TSession::AlarmsSettled() {
+  TAlarmManager* const manager = FAlarmStore ? AlarmManager() : nullptr;
+  if (!manager) return true;
+  const std::size_t queued = manager->GetAlarmFifos(0).Sizes().Queue + manager->GetAlarmFifos(1).Sizes().Queue;
+  return !FMachine->Alarms().HasPending() && queued == 0 && FAlarmStore->Waiting() == 0;
 }
 
 void TSession::LoadMachine() {
@@ -128,6 +165,7 @@ void TSession::RunFor(std::uint64_t ms) {
 
 void TSession::StartThreads() {
   FLogs.Start();
+  if (FAlarmStore) FMachine->Alarms().Start();
   FMachineThread.emplace("ixo-machine", kMachineRoundMs, [this](std::uint64_t nowMs) { FMachine->CatchUp(nowMs); });
   FStateThread.emplace(*FFramework);
   if (FSupervisor) FSupervisorThread.emplace(*FSupervisor);

@@ -12,12 +12,14 @@
 #include <optional>
 #include <string>
 
+#include "alarms/store/AlarmStore.h"
 #include "host/HostError.h"
 #include "host/Supervisor.h"
 #include "library/Library.h"
 #include "motion/Ustatemotionbase.h"
 #include "platform/AppSys.h"
 #include "platform/Locale.h"
+#include "platform/LocaleManager.h"
 #include "platform/Log.h"
 #include "platform/MachineConfig.h"
 #include "platform/NcParams.h"
@@ -36,7 +38,11 @@ struct TSessionOptions {
   bool Realtime = false;
   bool SafeEntry = true;
   bool Supervisor = true;
-  std::size_t LogCapacity = 1024;  // lines
+  std::size_t LogCapacity = 1024;     // lines
+  std::filesystem::path AlarmFolder;  // holds <language>.json; empty: no alarm is defined
+  // Runs the alarm manager, its client and this store. Real time only. Empty: alarms end in the permissions.
+  std::filesystem::path AlarmDb;
+  int AlarmRetentionDays = 0;  // 0: closed rows stay
   TSimParts Parts;
   std::function<void(TSimConfig&)> Adjust;  // changes the machine after its file was read; may be empty
   std::vector<ILogSink*> Sinks;             // not owned, outlive the session
@@ -73,6 +79,9 @@ class TSession {
   TLogService& Logs() { return FLogs; }
   TNcParams& Params() { return FParams; }
   TLibrary& Library() { return *FLibrary; }
+  TAlarmStore* AlarmStore() { return FAlarmStore.get(); }  // null without AlarmDb
+  // True when no alarm event is on its way to a consumer or to the store.
+  [[nodiscard]] bool AlarmsSettled();
   TSupervisor* Supervisor() { return FSupervisor ? &*FSupervisor : nullptr; }
   TCustomMotionState& Controller();
   // Called on the state thread after each change of state. Set before the loop runs.
@@ -83,6 +92,7 @@ class TSession {
  private:
   void LoadMachine();
   void MakeSupervisor();
+  void MakeAlarms();
 
   const TSessionOptions FOptions;
   std::vector<std::string> FNotices;
@@ -104,12 +114,15 @@ class TSession {
   TInstalled<TMachineConfig> FConfigInstalled{FConfig};
   TLocaleReader FLocale;
   TInstalled<TLocaleReader> FLocaleInstalled{FLocale};
+  TLocaleManager FLocaleManager{FOptions.Language};
+  TInstalled<TLocaleManager> FLocaleManagerInstalled{FLocaleManager};
   TNcRegistry FRegistry;
   TInstalled<TNcRegistry> FRegistryInstalled{FRegistry};
   TCallGate FGate;
 
   TSimConfig FSimConfig;
   TSupervisorLimits FLimits;
+  std::shared_ptr<TAlarmStore> FAlarmStore;
   std::optional<TLibrary> FLibrary;
   std::optional<TNcStateFramework> FFramework;
   std::optional<TSimMachine> FMachine;

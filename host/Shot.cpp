@@ -108,6 +108,7 @@ TSessionOptions TShot::SessionOptions(const TShotOptions& options, TConsole& con
   TSessionOptions session;
   session.MachineFile = MachineFile(options.Machine, options.State);
   session.LocaleFolder = FindDataFolders().Locale;
+  session.AlarmFolder = FindDataFolders().Data / "alarms";
   session.Language = options.Language;
   session.Seed = options.Seed;
   session.Realtime = options.Realtime;

@@ -4,6 +4,9 @@
 #include <iterator>
 #include <span>
 
+#include "alarms/Almintprt.h"
+#include "alarms/Ualarmmanager.h"
+#include "alarms/Ualarmtexts.h"
 #include "config/Libmachinecfg.h"
 #include "config/Uassistconfig.h"
 #include "devcomm/Umodbustexts.h"
@@ -37,6 +40,8 @@ constexpr TUnit kUnits[] = {
     {"Uassistconfig", StartAssistConfig, FreeAssistConfig, nullptr},
     {"Libmachinecfg", StartMachineQueries, FreeMachineQueries, MachineQueryTexts},
     {"Udevthrdcomm", nullptr, nullptr, ModbusTexts},
+    {"Almintprt", StartAlarmInterpreter, FreeAlarmInterpreter, AlarmTexts},
+    {"Ualarmmanager", StartAlarmManager, FreeAlarmManager, nullptr},
     {"Ustatemotionbase", StartMotionController, FreeMotionController, MotionTexts},
     {"Usystemmonitordef", nullptr, nullptr, MonitorTexts},
 };

@@ -4,14 +4,14 @@ packages() {
   case $1 in
     run)
       echo "g++ cmake ninja-build libpugixml-dev nlohmann-json3-dev libfmt-dev libspdlog-dev libcli11-dev libasio-dev" \
-        "gnuplot-nox"
+        "libsqlite3-dev gnuplot-nox"
       ;;
     test)
       echo "$(packages run) libgtest-dev libgmock-dev clang-format locales libmodbus-dev python3-pymodbus" \
         "python3-serial python3-serial-asyncio"
       ;;
-    bench) echo "$(packages run) libbenchmark-dev libboost-dev libfccp-dev libmodbus-dev valgrind" ;;
-    ci) echo "$(packages test) clang libclang-rt-14-dev libbenchmark-dev libboost-dev util-linux" ;;
+    bench) echo "$(packages run) libbenchmark-dev libboost-dev libfccp-dev libmodbus-dev libreaderwriterqueue-dev valgrind" ;;
+    ci) echo "$(packages test) $(packages bench) clang libclang-rt-14-dev util-linux" ;;
     *)
       echo "packages.sh: no set of packages is called '$1'; there are run, test, bench and ci" >&2
       return 1

@@ -5,28 +5,16 @@
 namespace ixocamglue {
 
 void TSimAlarms::Raise(TNcAlarmRecord record, const TSimForbids& forbids) {
-  const std::uint32_t effects = (forbids.Cut ? kCut : 0U) | (forbids.Laser ? kLaser : 0U) |
-                                (forbids.Follower ? kFollower : 0U) | (forbids.Homing ? kHoming : 0U) |
-                                (forbids.Move ? kMove : 0U) | (forbids.RequireStop ? kStop : 0U) |
-                                (forbids.RequireOrg ? kOrg : 0U);
-  TGuard guard(FLock);
-  FEffects.fetch_or(effects, std::memory_order_acq_rel);
-  FStanding.push_back(std::move(record));
+  record.Attrs |= (forbids.Cut ? naForbidCut : 0U) | (forbids.Laser ? naForbidLaser : 0U) |
+                  (forbids.Follower ? naForbidFollower : 0U) | (forbids.Homing ? naForbidHoming : 0U) |
+                  (forbids.Move ? naForbidMove : 0U) | (forbids.RequireStop ? naRequireStop : 0U) |
+                  (forbids.RequireOrg ? naRequireOrg : 0U);
+  Raise(std::move(record));
 }
 
 void TSimAlarms::ForbidAxis(std::int32_t axis, bool positive) {
-  FEffects.fetch_or(AxisBit(axis, positive), std::memory_order_acq_rel);
-}
-
-void TSimAlarms::ClearAll() {
-  TGuard guard(FLock);
-  FEffects.store(0, std::memory_order_release);
-  FStanding.clear();
-}
-
-std::vector<TNcAlarmRecord> TSimAlarms::Standing() const {
-  TGuard guard(FLock);
-  return FStanding;
+  if (const TNcAlarmAttrs attrs = NcAlarmAxis(axis, positive); attrs != 0)
+    Raise({.IdPrefix = "TPSimAxis", .Desc = "axis forbidden", .Id = 2 * axis + (positive ? 1 : 0), .Attrs = attrs});
 }
 
 }  // namespace ixocamglue

@@ -94,7 +94,12 @@ void TSimMotion::MoveCurve(std::span<const TPoint2> points, double mmPerS) {
 
 void TSimMotion::Start(std::vector<TPoint2> points, double mmPerS) {
   for (const TPoint2& point : points)
-    if (!Inside(point)) return FCore.Event("axes", Format("target %.3f %.3f is outside the limits", point.X, point.Y));
+    if (!Inside(point)) {
+      TellLimits(point);
+      return FCore.Event("axes", Format("target %.3f %.3f is outside the limits", point.X, point.Y));
+    }
+  FCore.DeviceAlarms.AxisWithin(TSimDeviceAlarms::axX);
+  FCore.DeviceAlarms.AxisWithin(TSimDeviceAlarms::axY);
   // Both axes' limits hold along any direction when the path keeps to the smaller one.
   const double speed = SpeedWithin(mmPerS, std::min(FX.MaxSpeed, FY.MaxSpeed));
   if (!FPath.Moving()) {
@@ -112,6 +117,15 @@ void TSimMotion::Show() {
   if (moving == FShownMoving) return;
   FShownMoving = moving;
   FCore.Event("axes", moving ? "moving" : "at rest");
+}
+
+void TSimMotion::TellLimits(const TPoint2& point) {
+  const auto tell = [this](TSimDeviceAlarms::TAxis axis, double target, const TSimAxisConfig& limits) {
+    if (target < limits.SoftLimitNeg) FCore.DeviceAlarms.AxisLimit(axis, false);
+    if (target > limits.SoftLimitPos) FCore.DeviceAlarms.AxisLimit(axis, true);
+  };
+  tell(TSimDeviceAlarms::axX, point.X, FX);
+  tell(TSimDeviceAlarms::axY, point.Y, FY);
 }
 
 bool TSimMotion::Inside(const TPoint2& point) const {  // false for what is no number
@@ -211,8 +225,11 @@ bool TSimAxis::Start(double mm, double mmPerS) {
   FCore.AssertLocked();
   if (!(mm >= FConfig.SoftLimitNeg && mm <= FConfig.SoftLimitPos)) {
     FCore.Event(FDevice, Format("target %.3f is outside the limits", mm));
+    if (mm < FConfig.SoftLimitNeg || mm > FConfig.SoftLimitPos)
+      FCore.DeviceAlarms.AxisLimit(FAxis, mm > FConfig.SoftLimitPos);
     return false;
   }
+  FCore.DeviceAlarms.AxisWithin(FAxis);
   FMotion.Start(mm, SpeedWithin(mmPerS, FConfig.MaxSpeed), FConfig.Acceleration);
   Show();
   return true;

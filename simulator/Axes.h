@@ -72,6 +72,7 @@ class TSimMotion final : public TNcMotionDriver, public ISimPart {
  private:
   void Start(std::vector<TPoint2> points, double mmPerS) IXO_REQUIRES(FCore.Lock);
   void Show() IXO_REQUIRES(FCore.Lock);
+  void TellLimits(const TPoint2& point);
   [[nodiscard]] bool Inside(const TPoint2& point) const;
 
   TSimCore& FCore;
@@ -89,8 +90,8 @@ class TSimMotion final : public TNcMotionDriver, public ISimPart {
 // One straight axis with limits: the focus axis and each Z. Used with the core's lock held.
 class TSimAxis {
  public:
-  TSimAxis(TSimCore& core, const char* device, const TSimAxisConfig& config)
-      : FCore(core), FDevice(device), FConfig(config) {
+  TSimAxis(TSimCore& core, const char* device, TSimDeviceAlarms::TAxis axis, const TSimAxisConfig& config)
+      : FCore(core), FDevice(device), FAxis(axis), FConfig(config) {
     FMotion.Place(Clamped(0.0));
   }
 
@@ -111,6 +112,7 @@ class TSimAxis {
 
   TSimCore& FCore;
   const char* const FDevice;
+  const TSimDeviceAlarms::TAxis FAxis;
   const TSimAxisConfig FConfig;
   TTrapezoid FMotion;
   bool FShownMoving = false;
@@ -118,7 +120,8 @@ class TSimAxis {
 
 class TSimCutHead final : public TNcCutHeadCtrl, public ISimPart {
  public:
-  TSimCutHead(TSimCore& core, const TSimConfig& config) : FCore(core), FFocus(core, "head", config.Focus) {}
+  TSimCutHead(TSimCore& core, const TSimConfig& config)
+      : FCore(core), FFocus(core, "head", TSimDeviceAlarms::axFocus, config.Focus) {}
 
   bool IsBusy() override;
   void MoveFocus(double mm, double mmPerS) override;
@@ -139,7 +142,10 @@ class TSimCutHead final : public TNcCutHeadCtrl, public ISimPart {
 class TSimFollower final : public TNcFollower, public ISimPart {
  public:
   TSimFollower(TSimCore& core, const char* device, const TSimConfig& config)
-      : FCore(core), FDevice(device), FZ(core, device, config.Z), FPlateZ(config.Physics.PlateZ) {}
+      : FCore(core),
+        FDevice(device),
+        FZ(core, device, TSimDeviceAlarms::axZ, config.Z),
+        FPlateZ(config.Physics.PlateZ) {}
 
   bool IsBusy() override;
   void MoveZ(double mm, double mmPerS) override;

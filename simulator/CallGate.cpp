@@ -21,6 +21,8 @@ bool TCallGate::Enter(const char* device, const char* verb, TVerbKind kind, std:
     switch (plan.Fault) {
       case gfThrow:
         Write(call, device, verb, kind, std::move(args), toThrew);
+        FFailed.store(true, std::memory_order_relaxed);
+        if (FOnAnswer) FOnAnswer(device, false);
         throw EDeviceFault(Format("%s.%s: the device does not answer", device, verb));
       case gfRefuse: Write(call, device, verb, kind, std::move(args), toRefused); return false;
       case gfHang: Clock().Sleep(plan.HangMs); break;
@@ -29,6 +31,7 @@ bool TCallGate::Enter(const char* device, const char* verb, TVerbKind kind, std:
         break;
     }
   }
+  if (FFailed.load(std::memory_order_relaxed) && FOnAnswer) FOnAnswer(device, true);
   if (kind != vkRead && kind != vkLock) Write(call, device, verb, kind, std::move(args), toDone);
   return true;
 }

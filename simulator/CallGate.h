@@ -47,6 +47,10 @@ class TCallGate {
   // EDeviceFault as planned, and whatever a planned callback throws. `device` and `verb` are literals.
   [[nodiscard]] bool Enter(const char* device, const char* verb, TVerbKind kind, std::string args = {});
 
+  // Told when a device does not answer, and with every later call that passes: `works`. On the calling thread, without
+  // a lock; set before the calls start, empty after they have ended.
+  void OnAnswer(std::function<void(const char* device, bool works)> listener) { FOnAnswer = std::move(listener); }
+
   // Between two passes only. Counts are not reset; a plan for a number that has passed never happens.
   void PlanSet(TGatePlan plan);
   void Reset();  // number 0, no plan, empty journal
@@ -66,6 +70,8 @@ class TCallGate {
   const bool FJournalled;
   TJournal FJournal;
   std::atomic<std::uint64_t> FCalls{0};
+  std::function<void(const char* device, bool works)> FOnAnswer;
+  std::atomic<bool> FFailed{false};  // a call has failed since the listener was set
   std::atomic<bool> FArmed{false};
   std::atomic<bool> FFired{false};
   mutable TCriticalSection FLock;

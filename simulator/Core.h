@@ -12,6 +12,7 @@
 
 #include "platform/NcState.h"
 #include "simulator/CallGate.h"
+#include "simulator/DeviceAlarms.h"
 #include "support/Locks.h"
 
 namespace ixocamglue {
@@ -42,6 +43,7 @@ class TSimCore {
   void PostAlarm(TNcAlarmRecord alarm) IXO_REQUIRES(Lock) { FAlarms.push_back(std::move(alarm)); }
 
   TCallGate& Gate;
+  TSimDeviceAlarms DeviceAlarms;
   mutable TCriticalSection Lock;
 
  private:

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "platform/NcWatch.h"
 #include "support/Format.h"
@@ -10,6 +11,9 @@ namespace ixocamglue {
 namespace {
 
 constexpr double kSettledBar = 1e-4;
+constexpr double kLowShare = 0.8;  // of the set pressure
+constexpr std::uint64_t kLowMs = 1000;
+constexpr std::uint64_t kLowLags = 5;  // time constants, beside kLowMs
 
 }  // namespace
 
@@ -17,6 +21,7 @@ TSimGas::TSimGas(TSimCore& core, const TSimConfig& config)
     : FCore(core),
       FBranches(config.GasBranches),
       FSwitchMs(static_cast<std::uint64_t>(config.Physics.SwitchTimeMs)),
+      FLowAfterMs(kLowMs + kLowLags * static_cast<std::uint64_t>(config.Physics.GasTimeConstantMs)),
       FLag(1.0 / (config.Physics.GasTimeConstantMs + 1.0)),
       FBranch(FBranches.empty() ? 0 : FBranches.front().GasType) {}
 
@@ -88,10 +93,26 @@ TSimGas::TFacts TSimGas::Facts() const {
 
 void TSimGas::Step(std::uint64_t nowMs) {
   FCore.AssertLocked();
-  const double target = FOn && nowMs >= FSwitchedAtMs ? FSetBar : 0.0;
+  WatchPressure(nowMs);
+  const double target = FOn && nowMs >= FSwitchedAtMs ? std::min(FSetBar, FSupplyBar) : 0.0;
   if (FBar == target) return;
   FBar += (target - FBar) * FLag;
   if (std::abs(target - FBar) < kSettledBar) FBar = target;
+}
+
+void TSimGas::WatchPressure(std::uint64_t nowMs) {
+  const bool enough = !FOn || FBar >= kLowShare * FSetBar;
+  if (enough) FEnoughAtMs = nowMs;
+  if (FLowBranch != 0 && (enough || FLowBranch != FBranch))
+    FCore.DeviceAlarms.GasLow(std::exchange(FLowBranch, 0), false);
+  if (enough || FLowBranch != 0 || nowMs - FEnoughAtMs <= FLowAfterMs) return;
+  FLowBranch = FBranch;
+  FCore.DeviceAlarms.GasLow(FLowBranch, true);
+}
+
+void TSimGas::SetSupply(double bar) {
+  const TSimScope scope(FCore);
+  if (std::isfinite(bar) && bar >= 0.0) FSupplyBar = bar;
 }
 
 const TSimGasBranch* TSimGas::Fitted(std::int32_t branch) const {

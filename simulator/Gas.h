@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <vector>
 
 #include "simulator/Config.h"
@@ -27,6 +28,9 @@ class TSimGas final : public TNcGas, public ISimPart {
   void SwitchOn() override;
   void SwitchOff() override;
 
+  // What the supply gives; a branch set higher than this stays below it, which is an alarm. Any thread.
+  void SetSupply(double bar);
+
   struct TFacts {
     bool On = false;
     std::int32_t Branch = 0;
@@ -42,17 +46,22 @@ class TSimGas final : public TNcGas, public ISimPart {
   [[nodiscard]] const TSimGasBranch* Fitted(std::int32_t branch) const;
   void LimitPressure() IXO_REQUIRES(FCore.Lock);
   void Switch(bool on) IXO_REQUIRES(FCore.Lock);
+  void WatchPressure(std::uint64_t nowMs) IXO_REQUIRES(FCore.Lock);
   void ShowOn() IXO_REQUIRES(FCore.Lock);
 
   TSimCore& FCore;
   const std::vector<TSimGasBranch> FBranches;
   const std::uint64_t FSwitchMs;
-  const double FLag;  // share of the way to the set value per ms
+  const std::uint64_t FLowAfterMs;  // a pressure that is low for longer is an alarm
+  const double FLag;                // share of the way to the set value per ms
   bool FOn IXO_GUARDED_BY(FCore.Lock) = false;
   std::int32_t FBranch IXO_GUARDED_BY(FCore.Lock) = 0;
   double FSetBar IXO_GUARDED_BY(FCore.Lock) = 0.0;
   double FBar IXO_GUARDED_BY(FCore.Lock) = 0.0;
   std::uint64_t FSwitchedAtMs IXO_GUARDED_BY(FCore.Lock) = 0;
+  double FSupplyBar IXO_GUARDED_BY(FCore.Lock) = std::numeric_limits<double>::infinity();
+  std::uint64_t FEnoughAtMs IXO_GUARDED_BY(FCore.Lock) = 0;  // when the pressure was last as it should be
+  std::int32_t FLowBranch IXO_GUARDED_BY(FCore.Lock) = 0;    // whose alarm stands; 0: none
 };
 
 }  // namespace ixocamglue

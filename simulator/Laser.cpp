@@ -28,6 +28,7 @@ bool TSimLaser::GetEmission() {
 void TSimLaser::EmissionOn() {
   if (!FCore.Gate.Enter("laser", "EmissionOn", vkStart)) return;
   const TSimScope scope(FCore);
+  FCore.DeviceAlarms.EmissionLost(false);
   if (!FAskEmission) {
     FAskEmission = true;
     FPolls = 0;
@@ -82,6 +83,7 @@ void TSimLaser::LoseEmission() {
   const TSimScope scope(FCore);
   if (!FEmission) return;
   FCore.Event("laser", "emission lost");
+  FCore.DeviceAlarms.EmissionLost(true);
   FAskLaser = FAskEmission = FEmission = false;
   FUpAtMs = kNever;
   Settle();

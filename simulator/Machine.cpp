@@ -38,10 +38,14 @@ TSimMachine::TSimMachine(const TSimConfig& config, std::uint64_t seed, TNcStateF
   if (parts.MotionCard) FCardInstalled.emplace(FPorts);
   if (parts.DeviceManager) FManagerInstalled.emplace(FPorts);
   if (parts.Alarms) FAlarmsInstalled.emplace(FAlarms);
+  FCore.DeviceAlarms.AddTo(FAlarms);
+  gate.OnAnswer([this](const char* device, bool works) { FCore.DeviceAlarms.Communication(device, works); });
 }
 
 TSimMachine::~TSimMachine() {
   if (FClock) FClock->Remove(FClockHandle);
+  FCore.Gate.OnAnswer({});
+  FCore.DeviceAlarms.RemoveFrom(FAlarms);
 }
 
 void TSimMachine::Lock() {

@@ -1,0 +1,66 @@
+// SQLite, as much of it as the alarm store needs. A connection and its statements belong to one thread at a time.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace ixocamglue {
+
+// Thrown by everything here: "FILE: what SQLite says".
+class ESqlite : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+class TSqliteDb {
+ public:
+  enum class TMode { ReadOnly, ReadWrite, Create };
+
+  TSqliteDb(std::filesystem::path file, TMode mode, int busyMs);
+  TSqliteDb(const TSqliteDb&) = delete;
+  TSqliteDb& operator=(const TSqliteDb&) = delete;
+
+  void Exec(const char* sql);
+  [[nodiscard]] std::int64_t Changes() const;  // rows of the last statement
+  [[nodiscard]] sqlite3* Native() const { return FDb.get(); }
+  [[noreturn]] void Fail() const;
+
+ private:
+  struct TCloser {
+    void operator()(sqlite3* db) const;
+  };
+  const std::filesystem::path FFile;
+  std::unique_ptr<sqlite3, TCloser> FDb;
+};
+
+// The connection outlives its statements.
+class TSqliteStmt {
+ public:
+  TSqliteStmt(TSqliteDb& db, std::string_view sql);
+
+  // Parameters are numbered from 1. The text is copied.
+  TSqliteStmt& Bind(int parameter, std::string_view text);
+  TSqliteStmt& Bind(int parameter, std::int64_t number);
+  [[nodiscard]] bool Step();  // true: there is a row
+  // Runs a statement without rows, and makes it ready for the next time.
+  void Run();
+
+  [[nodiscard]] std::string Text(int column) const;  // from 0; empty for NULL
+  [[nodiscard]] std::int64_t Int(int column) const;
+
+ private:
+  struct TFinalizer {
+    void operator()(sqlite3_stmt* stmt) const;
+  };
+  TSqliteDb& FDb;
+  std::unique_ptr<sqlite3_stmt, TFinalizer> FStmt;
+};
+
+}  // namespace ixocamglue
