@@ -6,6 +6,8 @@
 
 #include "motion/Umotioncontroller.h"
 #include "motion/Umotiontexts.h"
+#include "panel/Kbpmngr.h"
+#include "panel/Uknob.h"
 #include "platform/AppSys.h"
 #include "platform/Locale.h"
 #include "platform/Log.h"
@@ -31,6 +33,8 @@ void FreeFaultReport() { SetFaultHandler(nullptr); }
 constexpr TUnit kUnits[] = {
     {"Faults", StartFaultReport, FreeFaultReport, nullptr},
     {"Ustatemotionbase", StartMotionController, FreeMotionController, MotionTexts},
+    {"Kbpmngr", StartKBPManager, FreeKBPManager, KBPTexts},
+    {"Uknob", [] {}, FreeKnob, nullptr},  // made at the first call
 };
 
 }  // namespace
