@@ -43,7 +43,7 @@ TSession::~TSession() {
   FStateThread.reset();
   FSupervisorThread.reset();
   FMachineThread.reset();
-  if (Running()) {
+  if (Running() || FFramework->CurrentState() != nsStandby) {
     FFramework->Stop();
     FFramework->RunOnce();
   }
@@ -79,6 +79,7 @@ void TSession::LoadMachine() {
   }
   if (FOptions.Adjust) FOptions.Adjust(FSimConfig);
   FLimits = TSupervisorLimits::From(FSimConfig);
+  FJog.Load(FConfig);
 }
 
 TCustomMotionState& TSession::Controller() {
@@ -95,6 +96,7 @@ bool TSession::Start(std::shared_ptr<IStateMotion> root, std::string* reason) {
     return false;
   };
   if (Running()) return refuse("a procedure is running");
+  if (FFramework->CurrentState() != nsStandby) return refuse("the machine is not in standby");
   if (FFramework->SafePending()) return refuse("a device has not acknowledged switching off");
   TCustomMotionState::SetStateMotion(std::move(root));
   FFramework->RequestState(nsCustomMotion, 0);

@@ -17,11 +17,14 @@
 #include "library/Library.h"
 #include "motion/Ustatemotionbase.h"
 #include "platform/AppSys.h"
+#include "platform/ForbidTypes.h"
+#include "platform/JogSections.h"
 #include "platform/Locale.h"
 #include "platform/Log.h"
 #include "platform/MachineConfig.h"
 #include "platform/NcParams.h"
 #include "platform/NcState.h"
+#include "platform/PanelPorts.h"
 #include "simulator/CallGate.h"
 #include "simulator/Machine.h"
 #include "simulator/VirtualClock.h"
@@ -72,6 +75,9 @@ class TSession {
   TCallGate& LogGate() { return FLogGate; }
   TLogService& Logs() { return FLogs; }
   TNcParams& Params() { return FParams; }
+  TWindowTable& Windows() { return FWindows; }
+  TNcSysInts& SysInts() { return FSysInts; }
+  TJogSections& Jog() { return FJog; }
   TLibrary& Library() { return *FLibrary; }
   TSupervisor* Supervisor() { return FSupervisor ? &*FSupervisor : nullptr; }
   TCustomMotionState& Controller();
@@ -102,6 +108,14 @@ class TSession {
   TInstalled<TNcParams> FParamsInstalled{FParams};
   TMachineConfig FConfig;
   TInstalled<TMachineConfig> FConfigInstalled{FConfig};
+  TJogSections FJog;
+  TInstalled<TJogSections> FJogInstalled{FJog};
+  TNcForbidTypeRegistry FForbidden;
+  TInstalled<TNcForbidTypeRegistry> FForbiddenInstalled{FForbidden};
+  TWindowTable FWindows;
+  TInstalled<TNcWindows> FWindowsInstalled{FWindows};
+  TNcSysInts FSysInts;
+  TInstalled<TNcSysInts> FSysIntsInstalled{FSysInts};
   TLocaleReader FLocale;
   TInstalled<TLocaleReader> FLocaleInstalled{FLocale};
   TNcRegistry FRegistry;
