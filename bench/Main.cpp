@@ -25,7 +25,7 @@ namespace {
 
 std::vector<TRow> AllRows() {
   std::vector<TRow> rows;
-  for (const auto& topic : {TickRows(), TreeRows(), ShotRows(), LogRows()})
+  for (const auto& topic : {TickRows(), TreeRows(), ShotRows(), LogRows(), PanelRows()})
     rows.insert(rows.end(), topic.begin(), topic.end());
   return rows;
 }

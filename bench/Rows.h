@@ -97,5 +97,6 @@ template <class Item>
 [[nodiscard]] std::vector<TRow> TreeRows();
 [[nodiscard]] std::vector<TRow> ShotRows();
 [[nodiscard]] std::vector<TRow> LogRows();
+[[nodiscard]] std::vector<TRow> PanelRows();
 
 }  // namespace ixocamglue::bench

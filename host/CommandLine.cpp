@@ -12,7 +12,7 @@
 namespace ixocamglue {
 namespace {
 
-constexpr TAddCommand kCommands[] = {AddShotCommand, AddTreeCommand, AddSweepCommand};
+constexpr TAddCommand kCommands[] = {AddShotCommand, AddTreeCommand, AddSweepCommand, AddPanelCommand, AddKnobCommand};
 
 constexpr const char* kFooter =
     "Exit codes:\n"
@@ -131,7 +131,7 @@ int RunCommandLine(int argc, const char* const* argv) {
   };
   try {
     program.parse(argc, argv);
-    if (!run) return fail(kExitCommandLine, "a command is needed: shot, tree or sweep");
+    if (!run) return fail(kExitCommandLine, "a command is needed: shot, tree, sweep, panel or knob");
     const int exitCode = run();
     std::cout.flush();
     return std::cout ? exitCode : fail(kExitDevice, "the standard output cannot be written");

@@ -24,6 +24,8 @@ using TAddCommand = void (*)(CLI::App& program, TCommandRun& run);
 void AddShotCommand(CLI::App& program, TCommandRun& run);
 void AddTreeCommand(CLI::App& program, TCommandRun& run);
 void AddSweepCommand(CLI::App& program, TCommandRun& run);
+void AddPanelCommand(CLI::App& program, TCommandRun& run);
+void AddKnobCommand(CLI::App& program, TCommandRun& run);
 
 // The options that commands share; each takes its present value as the default.
 void AddLanguageOption(CLI::App& command, std::string& language);

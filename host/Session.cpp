@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "host/HostTexts.h"
+#include "host/PanelTexts.h"
 #include "support/Faults.h"
 #include "support/Format.h"
 
@@ -27,7 +28,8 @@ TSession::TSession(TSessionOptions options)
   if (const std::string problem = FLocale.SelectLanguage(FOptions.Language); !problem.empty())
     FNotices.push_back(problem);
   std::ranges::move(FLibrary->LoadLocaleResources(), std::back_inserter(FNotices));
-  std::ranges::move(FLocale.Apply(HostTexts()), std::back_inserter(FNotices));
+  for (const auto& texts : {HostTexts(), PanelTexts()})
+    std::ranges::move(FLocale.Apply(texts), std::back_inserter(FNotices));
 
   FFramework.emplace(TNcStateOptions{.SafeEntry = FOptions.SafeEntry});
   FMachine.emplace(FSimConfig, FOptions.Seed, *FFramework, FGate, FOptions.Parts);
@@ -48,7 +50,9 @@ TSession::~TSession() {
     FFramework->RunOnce();
   }
   TCustomMotionState::SetStateMotion(nullptr);
-  for (TText* text : HostTexts()) text->Set(nullptr);  // the locale reader owns the texts that are installed
+  // The locale reader owns the texts that are installed.
+  for (const auto& texts : {HostTexts(), PanelTexts()})
+    for (TText* text : texts) text->Set(nullptr);
 }
 
 void TSession::MakeSupervisor() {

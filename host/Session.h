@@ -75,6 +75,7 @@ class TSession {
   TCallGate& LogGate() { return FLogGate; }
   TLogService& Logs() { return FLogs; }
   TNcParams& Params() { return FParams; }
+  TNcForbidTypeRegistry& Forbidden() { return FForbidden; }
   TWindowTable& Windows() { return FWindows; }
   TNcSysInts& SysInts() { return FSysInts; }
   TJogSections& Jog() { return FJog; }
