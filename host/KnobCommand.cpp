@@ -76,10 +76,14 @@ void Print(const TKnobOptions& options, TSession& session, std::ostream& out) {
   out << "        low    normal      high  mm/s\n";
   for (const auto& [name, speed] : {std::pair{"XY", &knob.XYSpeed.UsedSpeed}, std::pair{"Z", &knob.ZSpeed.UsedSpeed}})
     out << Format("%-2s %8.6g  %8.6g  %8.6g", name, speed->LowSpeed, speed->NormalSpeed, speed->HighSpeed) << '\n';
-  if (const double jogSpeed = params.GetDouble("JogSpeed", -1.0); jogSpeed >= 0.0)
-    out << Format("applied: JogFast %d, JogSlow %d, JogSpeed %.6g, Z %.6g", params.GetBool("JogFast", false) ? 1 : 0,
-                  params.GetBool("JogSlow", false) ? 1 : 0, jogSpeed, static_cast<double>(session.Jog().Z(0).JogSpeed))
-        << '\n';
+  const double jogSpeed = params.GetDouble("JogSpeed", -1.0);
+  if (jogSpeed < 0.0) return;
+  const bool fast = params.GetBool("JogFast", false);
+  const TJogZSection z = session.Jog().Z(0);
+  out << Format("applied: JogFast %d, JogSlow %d, JogSpeed %.6g, Z %.6g", fast ? 1 : 0,
+                params.GetBool("JogSlow", false) ? 1 : 0, jogSpeed,
+                static_cast<double>(fast ? z.HighJogSpeed : z.JogSpeed))
+      << '\n';
 }
 
 int RunKnob(const TKnobOptions& options, bool setsState, bool setsSpeed, std::ostream& out) {

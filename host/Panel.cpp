@@ -102,9 +102,8 @@ struct TReason {
 std::string FormsWith(TKeyMask key) {
   std::string names;
   for (const TFormGroup& group : FormGroups())
-    if ((group.Mask & key) != 0 && !group.Forms.empty())
-      names += (names.empty() ? "" : ", ") + std::string(group.Forms.front());
-  return names;
+    if ((group.Mask & key) != 0 && group.Mask != kAllKeys) names += ", " + std::string(group.Forms.front());
+  return "Work" + names;
 }
 
 std::string StatesWith(const TKBPManager& manager, TKeyMask key) {
@@ -256,9 +255,9 @@ int RunForms(const TPanelOptions& options, std::ostream& out) {
   return kExitSuccess;
 }
 
-void AddCommon(CLI::App& command, const TOptions& options) {
+void AddCommon(CLI::App& command, const TOptions& options, const char* stateOption = "--state") {
   command.add_flag("--json", options->Json, "Print one JSON document instead of text");
-  AddMachineOptions(command, options->Machine, options->State);
+  AddMachineOptions(command, options->Machine, options->State, stateOption);
   AddLanguageOption(command, options->Language);
 }
 
@@ -302,7 +301,7 @@ void AddPanelCommand(CLI::App& program, TCommandRun& run) {
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
   why->add_flag("--warning", whyOptions->Warning, "A maintenance warning is pending while the origin is required");
   why->add_option("--script", whyOptions->Script, "Run this file first")->type_name("FILE");
-  AddCommon(*why, whyOptions);
+  AddCommon(*why, whyOptions, "--state-folder");
   why->callback([whyOptions, &run] { run = [whyOptions] { return RunWhy(*whyOptions, std::cout); }; });
 
   const auto formOptions = std::make_shared<TPanelOptions>();

@@ -137,6 +137,8 @@ void TPanelScript::Step(const TScriptLine& line) {
     FHost.Guard().Release(*ParseKey(w[1]));
   } else if (w[0] == "tap") {
     if (!FHost.Guard().Press(*ParseKey(w[1]))) Tell("panel", "dropped");
+    if (*ParseKey(w[1]) == CK_KNOB) FHost.TurnKnob();
+    TellMachine();
     RunFor(w.size() > 2 ? std::stoull(w[2]) : kTapMs);
     FHost.Guard().Release(*ParseKey(w[1]));
   } else if (w[0] == "show") {

@@ -187,7 +187,11 @@ bool TJogSections::Save(std::string* problem) {
   }
   if (!changed) return true;
   std::ostringstream bytes;
-  document.save(bytes, "", pugi::format_raw, pugi::encoding_utf8);
+  // The parser keeps no white space outside the document element.
+  for (const pugi::xml_node& node : document.children()) {
+    node.print(bytes, "", pugi::format_raw, pugi::encoding_utf8);
+    bytes << '\n';
+  }
   why = ReplaceFile(file, bytes.str());
   return why.empty();
 }

@@ -265,9 +265,10 @@ TEST_F(Panel, AlarmsBlockTheKeysOfTheirKind) {
   EXPECT_EQ(blocked({.Follower = true}), Keys(3, 23, 27));
   EXPECT_EQ(blocked({.Homing = true}), Keys(5));
   EXPECT_EQ(blocked({.Cut = true}), Keys(13, 15, 24));
-  EXPECT_EQ(blocked({.Move = true}), Keys(5, 6, 25, 26) | Run(7, 12));
+  EXPECT_EQ(blocked({.Move = true}), Keys(5, 6, 25, 26) | ixocamglue::Run(7, 12));
   manager.KeyItem(CK_RETURN0)->SetAlt(true, false);
-  EXPECT_EQ(blocked({.Move = true}), Keys(6, 25, 26) | Run(7, 12)) << "homing in alt mode asks for no motion";
+  EXPECT_EQ(blocked({.Move = true}), Keys(6, 25, 26) | ixocamglue::Run(7, 12))
+      << "homing in alt mode asks for no motion";
   const struct {
     int Axis;
     bool Positive;
@@ -294,7 +295,7 @@ TEST_F(Panel, TheMachineStatePermitsAndLightsKeys) {
       R"(<MachineConfig><KeyDefinition KeyDef13="148" KeyDef14="777" KeyDef15="0" KeyDef22="3"/></MachineConfig>)");
   TKBPManager manager;
   const TKeyMask any = Keys(14, 16, 17, 18);
-  const TKeyMask hand = Run(0, 4) | Run(7, 12) | Keys(24);
+  const TKeyMask hand = ixocamglue::Run(0, 4) | ixocamglue::Run(7, 12) | Keys(24);
   const TKeyMask k34 = Keys(21, 22);  // no command; pause's
   const TKeyMask k12 = Keys(19, 20);  // gas's; nobody's
   const struct {
@@ -324,7 +325,7 @@ TEST_F(Panel, TheMachineStatePermitsAndLightsKeys) {
   Cut.State = 0;
   SysInts.Set(17, -1);  // every key is down
   manager.UpdateRepState();
-  EXPECT_EQ(manager.GetMap(4), Run(7, 12) | Keys(15, 16, 17, 20, 21, 23, 24, 26, 27));
+  EXPECT_EQ(manager.GetMap(4), ixocamglue::Run(7, 12) | Keys(15, 16, 17, 20, 21, 23, 24, 26, 27));
 }
 
 TEST_F(Panel, LedsBlinkAndArePublishedAsTheyShow) {
