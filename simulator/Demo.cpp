@@ -116,6 +116,10 @@ void TSimDemo::KeyDown(std::int32_t command) {
           state == csStandby || state == csPaused || state == csJogging)
         return;
       FFramework.Pause();
+      try {
+        FMachine.SwitchLaser(false);
+      } catch (...) {  // the state's end switches it off again, and the latch stands behind that
+      }
       StopMotion();
       return;
     default: break;

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <memory>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 #include "platform/CutCommands.h"
@@ -102,6 +103,7 @@ class TRunState final : public TDemoState {
   void InitState(std::int32_t param) override {
     FLocate = param == srLocate;
     FPhase = TPhase::Approach;
+    FWasDark = false;
     FTrack = param == srFresh ? TSimDemo::TProgress{FSelf, 0, kSquare[0]} : FDemo.Progress();
     if (!FLocate) FDemo.SetProgress(FTrack);
   }
@@ -114,7 +116,9 @@ class TRunState final : public TDemoState {
   void UpdateThread(std::uint32_t&) override {
     if (FSelf != csWorking || FPhase != TPhase::Finish) return;
     TNcLaser* const laser = FDemo.Machine().Laser();
-    if (!laser || !laser->GetEmission()) throw std::runtime_error("emission was lost while cutting");
+    const bool dark = !laser || !laser->GetEmission();
+    // A stop goes dark one pass before its tick.
+    if (std::exchange(FWasDark, dark) && dark) throw std::runtime_error("emission was lost while cutting");
   }
 
  protected:
@@ -213,6 +217,7 @@ class TRunState final : public TDemoState {
   TPhase FPhase = TPhase::Approach;
   TSimDemo::TProgress FTrack;
   bool FLocate = false;
+  bool FWasDark = false;
   std::uint64_t FSinceMs = 0;
 };
 
