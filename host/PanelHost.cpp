@@ -15,8 +15,8 @@
 namespace ixocamglue {
 namespace {
 
-constexpr std::size_t kColumns = 7;
 constexpr std::size_t kCellWidth = 15;
+constexpr std::size_t kHintWidth = 4;
 
 struct TCell {
   TKeyCode Key;
@@ -120,17 +120,17 @@ std::optional<std::int32_t> ParseState(std::string_view text) {
   return number;
 }
 
-std::vector<std::string> DrawPanel(TKeyMask leds, bool hints) {
+std::vector<std::string> DrawPanel(TKeyMask leds, bool hints, std::size_t columns) {
+  const std::size_t cellWidth = kCellWidth + (hints ? kHintWidth : 0);
   std::vector<std::string> lines;
   for (std::size_t i = 0; i < kPicture.size(); ++i) {
-    if (i % kColumns == 0) lines.emplace_back();
+    if (i % columns == 0) lines.emplace_back();
     const TCell& cell = kPicture[i];
     std::string text = (leds & KeyBit(cell.Key)) != 0 ? "●" : "○";
     text += std::string(" ") + cell.Label;
     if (hints) text += std::string(" ") + TerminalKeyName(cell.Key);
     const std::size_t width = DisplayWidth(text);
-    if (i % kColumns + 1 < kColumns && width < kCellWidth + (hints ? 4 : 0))
-      text.append(kCellWidth + (hints ? 4 : 0) - width, ' ');
+    if (i % columns + 1 < columns && width < cellWidth) text.append(cellWidth - width, ' ');
     lines.back() += text;
   }
   return lines;
@@ -169,20 +169,25 @@ void TPanelHost::SetWarning(bool pending) {
   if (pending) FSession.Machine().Alarms().Raise({"TPHost", SAlarmNotHomed.Get(), 0}, {.RequireOrg = true});
 }
 
+void TPanelHost::SetKnob(TSpeedState level) {
+  if (const std::string problem = CheckKnob(FSession.Machine().Config()); !problem.empty())
+    return LogMsg(lkWarning, 0, problem, "TPHost");
+  try {
+    Knob().SetSpeedState(level);
+  } catch (const EDesignFault& fault) {
+    LogMsg(lkError, 0, fault.what(), fault.Unit());
+  }
+}
+
 void TPanelHost::TurnKnob() {
   const TKBPManager& manager = *KBPManager();
   if (JudgePress(CK_KNOB, manager.GetMap(kMapClientPermit), manager.GetMap(kMapAlarmPermit),
                  manager.GetMap(kMapStatePermit), manager.GetMap(kMapWarningPermit)) != pvSent)
     return;
-  if (const std::string problem = CheckKnob(FSession.Machine().Config()); !problem.empty())
-    return LogMsg(lkWarning, 0, problem, "TPHost");
-  const TSpeedState next = Knob().GetSpeedState() == ssLow      ? ssNormal
-                           : Knob().GetSpeedState() == ssNormal ? ssHigh
-                                                                : ssLow;
-  try {
-    Knob().SetSpeedState(next);
-  } catch (const EDesignFault& fault) {
-    LogMsg(lkError, 0, fault.what(), fault.Unit());
+  switch (Knob().GetSpeedState()) {
+    case ssLow: return SetKnob(ssNormal);
+    case ssNormal: return SetKnob(ssHigh);
+    case ssHigh: return SetKnob(ssLow);
   }
 }
 

@@ -12,6 +12,7 @@
 
 #include "host/PanelGuard.h"
 #include "host/Session.h"
+#include "panel/Uknob.h"
 
 namespace ixocamglue {
 
@@ -32,8 +33,10 @@ struct TDemoAlarm {
 // A state by number or name ("paused").
 [[nodiscard]] std::optional<std::int32_t> ParseState(std::string_view text);
 
-// The panel as the operator sees it: a filled lamp for each lit key. With `hints`, the terminal's key beside it.
-[[nodiscard]] std::vector<std::string> DrawPanel(TKeyMask leds, bool hints);
+inline constexpr std::size_t kPanelColumns = 7;
+// The panel as the operator sees it: a filled lamp for each lit key. With `hints`, the terminal's key beside it; seven
+// columns of 19 characters then, or 15 without. Fewer columns for a narrow terminal.
+[[nodiscard]] std::vector<std::string> DrawPanel(TKeyMask leds, bool hints, std::size_t columns = kPanelColumns);
 
 class TPanelHost {
  public:
@@ -52,8 +55,9 @@ class TPanelHost {
   void SetWarning(bool pending);
   // By hand: the emergency stop and what it latched.
   void ResetEmergencyStop() { FSession.Machine().Demo().SetEmergencyStop(false); }
-  // The next level of the knob, if the panel permits its key; the level is refused with a text for the operator when
-  // the speeds are not right.
+  // Applies a level of the knob; refused with a text for the operator when the speeds are not right.
+  void SetKnob(TSpeedState level);
+  // The next level, if the panel permits the knob's key.
   void TurnKnob();
 
  private:

@@ -7,9 +7,6 @@
 
 #include "host/CommandLine.h"
 #include "host/HostError.h"
-#include "panel/Kbpforms.h"
-#include "panel/Uknob.h"
-#include "support/Faults.h"
 #include "support/Format.h"
 
 namespace ixocamglue {
@@ -146,11 +143,7 @@ void TPanelScript::Step(const TScriptLine& line) {
   } else if (w[0] == "hide") {
     FHost.Forms().Hide(w[1]);
   } else if (w[0] == "knob") {
-    try {
-      Knob().SetSpeedState(LevelOf(w[1]));
-    } catch (const EDesignFault& fault) {
-      Tell("knob", Format("%s: %s", fault.Unit(), fault.what()));
-    }
+    FHost.SetKnob(LevelOf(w[1]));
   } else if (w[0] == "alt") {
     KBPManager()->KeyItem(*ParseKey(w[1]))->SetAlt(on(2), w.size() > 3);
   } else if (w[0] == "window") {

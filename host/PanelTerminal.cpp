@@ -7,12 +7,12 @@
 #include <csignal>
 #include <poll.h>
 #include <string_view>
+#include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include "host/HostError.h"
 #include "host/TerminalKeys.h"
-#include "panel/Kbpforms.h"
 #include "panel/Uknob.h"
 #include "support/Format.h"
 
@@ -22,6 +22,8 @@ namespace {
 constexpr std::uint64_t kDrawEveryMs = 100;
 constexpr int kPollMs = 10;
 constexpr std::uint32_t kStopWithinMs = 2000;
+constexpr unsigned kWideScreen = 133;
+constexpr std::size_t kNarrowColumns = 4;
 constexpr const char* kForms[] = {"Work", "DlgReturnOrg", "DlgLaserTest", "Settings"};  // Tab goes round
 
 // Raw keys, a screen of our own, and release events where the terminal has them; all undone at the end.
@@ -37,10 +39,10 @@ class TRawTerminal {
     struct sigaction action {};
     action.sa_handler = [](int) { GEnd.store(true); };
     for (std::size_t i = 0; i < kSignals.size(); ++i) sigaction(kSignals[i], &action, &FActions[i]);
-    Write("\x1b[?1049h\x1b[?25l\x1b[>11u\x1b[2J");
+    Write("\x1b[?1049h\x1b[?25l\x1b[?7l\x1b[>11u\x1b[2J");
   }
   ~TRawTerminal() {
-    Write("\x1b[<u\x1b[?25h\x1b[?1049l");
+    Write("\x1b[<u\x1b[?7h\x1b[?25h\x1b[?1049l");
     for (std::size_t i = 0; i < kSignals.size(); ++i) sigaction(kSignals[i], &FActions[i], nullptr);
     tcsetattr(STDIN_FILENO, TCSANOW, &FBefore);
   }
@@ -54,6 +56,11 @@ class TRawTerminal {
       if (written <= 0) return;
       text.remove_prefix(static_cast<std::size_t>(written));
     }
+  }
+  static std::size_t Columns() {
+    winsize size{};
+    const bool wide = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0 || size.ws_col >= kWideScreen;
+    return wide ? kPanelColumns : kNarrowColumns;
   }
   // What was typed within kPollMs. False: the terminal has gone, or a signal asks to end.
   static bool Read(std::string& bytes) {
@@ -88,7 +95,7 @@ class TPanelScreen {
     const auto line = [&](const std::string& words) { text += words + "\x1b[K\r\n"; };
     line("ixocut panel      q quit  x reset emergency stop  Tab form  m alt mode");
     line("");
-    for (const std::string& row : DrawPanel(FHost.Guard().Leds(), true)) line(row);
+    for (const std::string& row : DrawPanel(FHost.Guard().Leds(), true, TRawTerminal::Columns())) line(row);
     line("");
     const TSimSnapshot now = FSession.Machine().Snapshot();
     const auto& open = FHost.Forms().Open();

@@ -1,4 +1,5 @@
 // The panel with its threads: refresh and presses side by side, and stop keys while everything else hangs.
+#include <algorithm>
 #include <atomic>
 #include <future>
 #include <thread>
@@ -43,6 +44,10 @@ TEST(PanelThreaded, RefreshAndPressesFromTwoThreads) {
   refresh.join();
   flood.join();
   EXPECT_EQ(KBPManager()->CurKeyBits(), 0U);
+  const auto stops = std::ranges::count_if(session.Gate().Journal().Entries(), [](const TJournalEntry& entry) {
+    return entry.Verb == "KeyDown" && entry.Args == "4 0";
+  });
+  EXPECT_EQ(stops, 200);
 }
 
 TEST(PanelThreaded, StopArrivesWhileTheStateThreadHangs) {
