@@ -75,8 +75,8 @@ class TCellCutSystem final : public TNcCutSystem {
   void Lock() override {}
   void Unlock() override {}
   void SwitchLaser(bool on) override { FLaser.FLaser = on; }
-  void KeyDown(std::int32_t) override {}
-  void KeyUp(std::int32_t) override {}
+  void KeyDown(std::int32_t, std::int32_t, bool) override {}
+  void KeyUp(std::int32_t, std::int32_t) override {}
 
   TCellLaser FLaser;
 

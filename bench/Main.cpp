@@ -26,8 +26,8 @@ namespace {
 
 std::vector<TRow> AllRows() {
   std::vector<TRow> rows;
-  for (const auto& topic :
-       {TickRows(), TreeRows(), ShotRows(), LogRows(), ConfigRows(), FilterRows(), DeviceRows(), AlarmRows()})
+  for (const auto& topic : {TickRows(), TreeRows(), ShotRows(), LogRows(), ConfigRows(), FilterRows(), DeviceRows(),
+                            AlarmRows(), PanelRows()})
     rows.insert(rows.end(), topic.begin(), topic.end());
   return rows;
 }

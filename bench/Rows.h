@@ -104,5 +104,6 @@ template <class Item>
 
 // Of the alarm history and one consumer that never pops, after a million events.
 [[nodiscard]] double AlarmBytesPerEvent();
+[[nodiscard]] std::vector<TRow> PanelRows();
 
 }  // namespace ixocamglue::bench

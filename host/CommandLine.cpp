@@ -12,9 +12,10 @@
 namespace ixocamglue {
 namespace {
 
-constexpr TAddCommand kCommands[] = {AddShotCommand, AddTreeCommand,     AddSweepCommand,   AddConfigCommand,
-                                     AddInfoCommand, AddRecordCommand,   AddMonitorCommand, AddModbusCommand,
-                                     AddLinkCommand, AddSimulateCommand, AddAlarmsCommand};
+constexpr TAddCommand kCommands[] = {AddShotCommand,    AddTreeCommand,   AddSweepCommand, AddPanelCommand,
+                                     AddKnobCommand,    AddConfigCommand, AddInfoCommand,  AddRecordCommand,
+                                     AddMonitorCommand, AddModbusCommand, AddLinkCommand,  AddSimulateCommand,
+                                     AddAlarmsCommand};
 
 constexpr const char* kFooter =
     "Exit codes:\n"
@@ -101,7 +102,7 @@ void AddSeedOption(CLI::App& command, std::uint64_t& seed) {
 }
 
 void AddMachineOptions(CLI::App& command, std::optional<std::filesystem::path>& machine,
-                       std::optional<std::filesystem::path>& state) {
+                       std::optional<std::filesystem::path>& state, const char* stateOption) {
   const auto path = [&](const char* name, std::optional<std::filesystem::path>& value, const char* type,
                         const char* description) {
     command
@@ -113,7 +114,7 @@ void AddMachineOptions(CLI::App& command, std::optional<std::filesystem::path>& 
         ->type_name(type);
   };
   path("--machine", machine, "FILE", "The machine file to use as it is, instead of the copy in the state folder");
-  path("--state", state, "DIR", "The state folder (default $XDG_STATE_HOME/ixocut or ~/.local/state/ixocut)");
+  path(stateOption, state, "DIR", "The state folder (default $XDG_STATE_HOME/ixocut or ~/.local/state/ixocut)");
 }
 
 int RunCommandLine(int argc, const char* const* argv) {

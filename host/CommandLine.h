@@ -32,12 +32,15 @@ void AddSimulateCommand(CLI::App& program, TCommandRun& run);
 void AddConfigCommand(CLI::App& program, TCommandRun& run);
 void AddInfoCommand(CLI::App& program, TCommandRun& run);
 void AddAlarmsCommand(CLI::App& program, TCommandRun& run);
+void AddPanelCommand(CLI::App& program, TCommandRun& run);
+void AddKnobCommand(CLI::App& program, TCommandRun& run);
 
 // The options that commands share; each takes its present value as the default.
 void AddLanguageOption(CLI::App& command, std::string& language);
 void AddSeedOption(CLI::App& command, std::uint64_t& seed);
+// `stateOption`: another name for --state where a command means something else by it.
 void AddMachineOptions(CLI::App& command, std::optional<std::filesystem::path>& machine,
-                       std::optional<std::filesystem::path>& state);
+                       std::optional<std::filesystem::path>& state, const char* stateOption = "--state");
 // Empty when `text` is a whole number from `lowest` to `highest`, else what is wrong with it.
 [[nodiscard]] std::string CheckNumber(const std::string& text, std::uint64_t lowest, std::uint64_t highest,
                                       const char* unit);

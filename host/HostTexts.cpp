@@ -31,6 +31,7 @@ constinit TText SWatchEmission{"IxoCut", "SWatchEmission", "请求开光闸 %d �
 constinit TText SWatchLaser{"IxoCut", "SWatchLaser", "激光已持续打开 %d 毫秒（上限 %d 毫秒）"};
 constinit TText SWatchGas{"IxoCut", "SWatchGas", "气体已持续打开 %d 毫秒（上限 %d 毫秒）"};
 constinit TText SWatchBeat{"IxoCut", "SWatchBeat", "状态线程已 %d 毫秒没有心跳（上限 %d 毫秒）"};
+constinit TText SWatchEmergency{"IxoCut", "SWatchEmergency", "急停"};
 constinit TText SWatchAlarm{"IxoCut", "SWatchAlarm", "监视：%s；报警"};
 constinit TText SWatchStop{"IxoCut", "SWatchStop", "监视：%s；停止执行"};
 constinit TText SWatchLatch{"IxoCut", "SWatchLatch", "监视：%s；锁定激光，需手动复位"};
@@ -39,10 +40,10 @@ constinit TText SLinesDropped{"IxoCut", "SLinesDropped", "日志队列已满，�
 
 std::span<TText* const> HostTexts() {
   static constexpr TText* kTexts[] = {
-      &SRowState,    &SRowEmission, &SRowLaser,   &SRowGas,     &SShotTitle,     &SShotEnded,  &SShotTooEarly,
-      &SShotNotDark, &SEndSuccess,  &SEndStopped, &SEndPaused,  &SEndAlarm,      &SEndError,   &SEndRefused,
-      &SEndNever,    &SAskedAlarm,  &SSignalStop, &SWatchBusy,  &SWatchEmission, &SWatchLaser, &SWatchGas,
-      &SWatchBeat,   &SWatchAlarm,  &SWatchStop,  &SWatchLatch, &SLinesDropped};
+      &SRowState,    &SRowEmission,    &SRowLaser,   &SRowGas,    &SShotTitle,     &SShotEnded,   &SShotTooEarly,
+      &SShotNotDark, &SEndSuccess,     &SEndStopped, &SEndPaused, &SEndAlarm,      &SEndError,    &SEndRefused,
+      &SEndNever,    &SAskedAlarm,     &SSignalStop, &SWatchBusy, &SWatchEmission, &SWatchLaser,  &SWatchGas,
+      &SWatchBeat,   &SWatchEmergency, &SWatchAlarm, &SWatchStop, &SWatchLatch,    &SLinesDropped};
   return kTexts;
 }
 

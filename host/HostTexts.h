@@ -15,7 +15,7 @@ extern constinit TText SRowState, SRowEmission, SRowLaser, SRowGas;  // names of
 extern constinit TText SShotTitle, SShotEnded, SShotTooEarly, SShotNotDark;
 extern constinit TText SEndSuccess, SEndStopped, SEndPaused, SEndAlarm, SEndError, SEndRefused, SEndNever;
 extern constinit TText SAskedAlarm, SSignalStop;
-extern constinit TText SWatchBusy, SWatchEmission, SWatchLaser, SWatchGas, SWatchBeat;
+extern constinit TText SWatchBusy, SWatchEmission, SWatchLaser, SWatchGas, SWatchBeat, SWatchEmergency;
 extern constinit TText SWatchAlarm, SWatchStop, SWatchLatch;
 extern constinit TText SLinesDropped;
 

@@ -8,6 +8,7 @@
 #include "config/Uassistconfig.h"
 #include "config/Ucamglue.h"
 #include "host/HostTexts.h"
+#include "host/PanelTexts.h"
 #include "support/Faults.h"
 #include "support/Format.h"
 
@@ -32,7 +33,8 @@ TSession::TSession(TSessionOptions options)
   if (const std::string problem = FLocaleManager.ChangeLanguage(FOptions.Language); !problem.empty())
     FNotices.push_back(problem);
   std::ranges::move(FLibrary->LoadLocaleResources(), std::back_inserter(FNotices));
-  std::ranges::move(FLocale.Apply(HostTexts()), std::back_inserter(FNotices));
+  for (const auto& texts : {HostTexts(), PanelTexts()})
+    std::ranges::move(FLocale.Apply(texts), std::back_inserter(FNotices));
 
   FFramework.emplace(TNcStateOptions{.SafeEntry = FOptions.SafeEntry});
   FMachine.emplace(FSimConfig, FOptions.Seed, *FFramework, FGate, FOptions.Parts);
@@ -55,12 +57,14 @@ TSession::~TSession() {
   FApp.Unregister(IID_IAlarmSvcIntf);
   FApp.Unregister(IID_IAlarmFactory);
   FAlarmStore.reset();  // writes what waits, while the alarms can still be looked up
-  if (Running()) {
+  if (Running() || FFramework->CurrentState() != nsStandby) {
     FFramework->Stop();
     FFramework->RunOnce();
   }
   TCustomMotionState::SetStateMotion(nullptr);
-  for (TText* text : HostTexts()) text->Set(nullptr);  // the locale reader owns the texts that are installed
+  // The locale reader owns the texts that are installed.
+  for (const auto& texts : {HostTexts(), PanelTexts()})
+    for (TText* text : texts) text->Set(nullptr);
 }
 
 void TSession::MakeSupervisor() {
@@ -124,6 +128,7 @@ void TSession::LoadMachine() {
   }
   if (FOptions.Adjust) FOptions.Adjust(FSimConfig);
   FLimits = TSupervisorLimits::From(FSimConfig);
+  FJog.Load(FConfig);
 }
 
 TCustomMotionState& TSession::Controller() {
@@ -140,6 +145,7 @@ bool TSession::Start(std::shared_ptr<IStateMotion> root, std::string* reason) {
     return false;
   };
   if (Running()) return refuse("a procedure is running");
+  if (FFramework->CurrentState() != nsStandby) return refuse("the machine is not in standby");
   if (FFramework->SafePending()) return refuse("a device has not acknowledged switching off");
   TCustomMotionState::SetStateMotion(std::move(root));
   FFramework->RequestState(nsCustomMotion, 0);

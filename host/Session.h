@@ -18,12 +18,15 @@
 #include "library/Library.h"
 #include "motion/Ustatemotionbase.h"
 #include "platform/AppSys.h"
+#include "platform/ForbidTypes.h"
+#include "platform/JogSections.h"
 #include "platform/Locale.h"
 #include "platform/LocaleManager.h"
 #include "platform/Log.h"
 #include "platform/MachineConfig.h"
 #include "platform/NcParams.h"
 #include "platform/NcState.h"
+#include "platform/PanelPorts.h"
 #include "simulator/CallGate.h"
 #include "simulator/Machine.h"
 #include "simulator/VirtualClock.h"
@@ -78,6 +81,10 @@ class TSession {
   TCallGate& LogGate() { return FLogGate; }
   TLogService& Logs() { return FLogs; }
   TNcParams& Params() { return FParams; }
+  TNcForbidTypeRegistry& Forbidden() { return FForbidden; }
+  TWindowTable& Windows() { return FWindows; }
+  TNcSysInts& SysInts() { return FSysInts; }
+  TJogSections& Jog() { return FJog; }
   TLibrary& Library() { return *FLibrary; }
   TAlarmStore* AlarmStore() { return FAlarmStore.get(); }  // null without AlarmDb
   // True when no alarm event is on its way to a consumer or to the store.
@@ -112,6 +119,14 @@ class TSession {
   TInstalled<TNcParams> FParamsInstalled{FParams};
   TMachineConfig FConfig;
   TInstalled<TMachineConfig> FConfigInstalled{FConfig};
+  TJogSections FJog;
+  TInstalled<TJogSections> FJogInstalled{FJog};
+  TNcForbidTypeRegistry FForbidden;
+  TInstalled<TNcForbidTypeRegistry> FForbiddenInstalled{FForbidden};
+  TWindowTable FWindows;
+  TInstalled<TNcWindows> FWindowsInstalled{FWindows};
+  TNcSysInts FSysInts;
+  TInstalled<TNcSysInts> FSysIntsInstalled{FSysInts};
   TLocaleReader FLocale;
   TInstalled<TLocaleReader> FLocaleInstalled{FLocale};
   TLocaleManager FLocaleManager{FOptions.Language};

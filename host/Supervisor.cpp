@@ -42,6 +42,17 @@ void TSupervisor::Round(std::uint64_t nowMs) {
     Climb(*reason, nowMs);
 }
 
+void TSupervisor::EmergencyStop() {
+  for (const auto* action : {&FActions.Latch, &FActions.Stop}) {
+    try {
+      if (*action) (*action)(SWatchEmergency.Get());
+    } catch (...) {
+      LogFault(kSupervisorAlarmPrefix, std::current_exception());
+    }
+  }
+  LogMsg(lkError, 0, Show(SWatchLatch, SWatchEmergency.Get()), kSupervisorAlarmPrefix);
+}
+
 std::optional<std::string> TSupervisor::Broken(std::uint64_t nowMs) const {
   const auto over = [](const TText& text, std::uint64_t lasted, std::uint64_t limit) -> std::optional<std::string> {
     if (lasted <= limit) return std::nullopt;

@@ -53,6 +53,8 @@ class TSupervisor {
               TSupervisorActions actions);
 
   void Round(std::uint64_t nowMs);
+  // Stop and latch at once, past everything else. Any thread, also during a round.
+  void EmergencyStop();
 
  private:
   enum class TRung : std::uint8_t { Watching, Alarmed, Stopped, Latched };

@@ -13,6 +13,8 @@
 #include "monitor/Umonitortexts.h"
 #include "motion/Umotioncontroller.h"
 #include "motion/Umotiontexts.h"
+#include "panel/Kbpmngr.h"
+#include "panel/Uknob.h"
 #include "platform/AppSys.h"
 #include "platform/Locale.h"
 #include "platform/Log.h"
@@ -43,6 +45,8 @@ constexpr TUnit kUnits[] = {
     {"Almintprt", StartAlarmInterpreter, FreeAlarmInterpreter, AlarmTexts},
     {"Ualarmmanager", StartAlarmManager, FreeAlarmManager, nullptr},
     {"Ustatemotionbase", StartMotionController, FreeMotionController, MotionTexts},
+    {"Kbpmngr", StartKBPManager, FreeKBPManager, KBPTexts},
+    {"Uknob", nullptr, FreeKnob, nullptr},  // made at the first call
     {"Usystemmonitordef", nullptr, nullptr, MonitorTexts},
 };
 

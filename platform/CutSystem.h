@@ -27,6 +27,8 @@ class TNcLaser {
   virtual void EmissionOn() = 0;   // asks for emission; confirmed some time later
   virtual void EmissionOff() = 0;
   virtual bool GetLaser() = 0;  // the beam is commanded on
+  // The pilot light is on; a source without one has it off.
+  virtual bool GetAiming() { return false; }
 };
 
 // Assist gas. Branches are numbered by gas type (1 "Air" ... 6 "H-N2"); pressures in bar.
@@ -66,6 +68,8 @@ class TNcFollower : public INcBusyDevice {
   virtual void Stop(std::int32_t mode) = 0;          // 1: stop at once, follow mode included
   virtual double GetZ() = 0;
   virtual bool IsFollowing() = 0;
+  // Reads its parameters from the machine configuration again; one that keeps none of them has nothing to do.
+  virtual void LoadParams() {}
 };
 
 class TNcMultiFollower {
@@ -95,8 +99,11 @@ class TNcCutSystem {
   virtual void Lock() = 0;
   virtual void Unlock() = 0;
   virtual void SwitchLaser(bool on) = 0;  // the beam; held back by the source while emission is missing
-  virtual void KeyDown(std::int32_t command) = 0;
-  virtual void KeyUp(std::int32_t command) = 0;
+  // A key's command (platform/CutCommands.h), from its press to its release. Any thread, at once: neither waits for the
+  // state thread. The cutting system refuses by its own state and permissions what it cannot do; a release is never
+  // refused. `fromPanel`: pressed by hand on the panel.
+  virtual void KeyDown(std::int32_t command, std::int32_t param, bool fromPanel) = 0;
+  virtual void KeyUp(std::int32_t command, std::int32_t param) = 0;
 };
 
 class TCutSystemGuard {

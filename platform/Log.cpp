@@ -52,14 +52,14 @@ void TLogService::PostMsg(std::int32_t kind, std::int32_t colour, std::string_vi
   }
 }
 
-void TLogService::PostDiag(TDiagLevel level, const char* format, std::va_list args) noexcept {
+void TLogService::PostDiag(TDiagLevel level, const char* category, const char* format, std::va_list args) noexcept {
   try {
     TGuard guard(FLock);
     if (TLogRecord* slot = ClaimLocked()) {
       slot->Diagnostic = true;
       slot->Level = level;
       FormatTo(slot->Text, format, args);
-      slot->Source = "IxoCut";
+      slot->Source = category;
       ++FCount;
     }
   } catch (...) {
@@ -99,7 +99,7 @@ void TDiag::operator()(const char* format, ...) const noexcept {
   if (TLogService* logs = Logs()) {
     std::va_list args;
     va_start(args, format);
-    logs->PostDiag(FLevel, format, args);
+    logs->PostDiag(FLevel, FCategory, format, args);
     va_end(args);
   }
 }

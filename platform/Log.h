@@ -28,6 +28,7 @@ using enum TDiagLevel;
 using TDiagMask = std::uint32_t;
 [[nodiscard]] constexpr TDiagMask DiagBit(TDiagLevel level) { return TDiagMask{1} << static_cast<unsigned>(level); }
 inline constexpr TDiagMask kDiagAll = 0x3F;
+inline constexpr const char* kDiagChannel = "IxoCut";
 
 // Kinds of application log lines.
 enum TLogKind : std::int32_t { lkInfo = 0, lkTrace = 3, lkWarning = 4, lkDevice = 5, lkError = 6, lkException = 8 };
@@ -60,7 +61,8 @@ class TLogService {
   void AddSink(ILogSink& sink) { FSinks.push_back(&sink); }
 
   void PostMsg(std::int32_t kind, std::int32_t colour, std::string_view text, std::string_view source) noexcept;
-  void PostDiag(TDiagLevel level, const char* format, std::va_list args) noexcept IXO_PRINTF(3, 0);
+  void PostDiag(TDiagLevel level, const char* category, const char* format, std::va_list args) noexcept
+      IXO_PRINTF(4, 0);
 
   // Which levels of the diagnostic channel are listened to; process-wide, off at the start.
   static void Listen(TDiagMask mask);
@@ -97,7 +99,8 @@ inline constinit std::atomic<TDiagMask> GDiagMask{0};
 // formatted, when nobody listens to the level.
 class TDiag {
  public:
-  explicit TDiag(TDiagLevel level) : FLevel(level) {}
+  // `category`, a literal, is the line's source.
+  explicit TDiag(TDiagLevel level, const char* category = kDiagChannel) : FLevel(level), FCategory(category) {}
   explicit operator bool() const {
     if ((GDiagMask.load(std::memory_order_relaxed) & DiagBit(FLevel)) != 0) [[unlikely]]
       return true;
@@ -107,6 +110,7 @@ class TDiag {
 
  private:
   const TDiagLevel FLevel;
+  const char* const FCategory;
 };
 
 }  // namespace ixocamglue

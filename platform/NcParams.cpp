@@ -9,6 +9,15 @@ Value Find(const Map& map, std::string_view name, Value defValue) {
   return it == map.end() ? defValue : it->second;
 }
 
+// A known name costs no allocation.
+template <class Map, class Value>
+void Put(Map& map, std::string_view name, Value value) {
+  if (const auto it = map.find(name); it != map.end())
+    it->second = value;
+  else
+    map.emplace(name, value);
+}
+
 }  // namespace
 
 bool TNcParams::GetBool(std::string_view name, bool defValue) const {
@@ -26,7 +35,7 @@ std::int32_t TNcParams::GetInt(std::string_view name, std::int32_t defValue) con
 
 void TNcParams::SetInt(std::string_view name, std::int32_t value) {
   TGuard guard(FLock);
-  FInts.insert_or_assign(std::string(name), value);
+  Put(FInts, name, value);
 }
 
 double TNcParams::GetDouble(std::string_view name, double defValue) const {
@@ -36,7 +45,7 @@ double TNcParams::GetDouble(std::string_view name, double defValue) const {
 
 void TNcParams::SetDouble(std::string_view name, double value) {
   TGuard guard(FLock);
-  FDoubles.insert_or_assign(std::string(name), value);
+  Put(FDoubles, name, value);
 }
 
 TNcParams::TBoolSlot& TNcParams::BoolSlot(std::string_view name) {

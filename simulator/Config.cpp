@@ -191,7 +191,7 @@ void ReadPhysics(const TReader& reader, const TSimAxisConfig& z, TSimPhysics& ph
 TSimConfig TSimConfig::FromConfig(const TMachineConfig& config, std::vector<std::string>& problems) {
   TSimConfig sim;
   const TReader root(config.Root(), problems);
-  root.Read("DHMode", sim.DHMode, 0, 1);
+  root.Read("DHMode", sim.DHMode, 0, 2);
   root.Child("Laser").Read("EmissionOnDelay", sim.EmissionOnDelay, 0, 600'000);
   root.Child("Laser").Read("MaxPower", sim.MaxPower, 1.0, 1e6);
   ReadAxes(root.Child("Axes"), sim);

@@ -55,6 +55,14 @@ bool TSimLaser::GetLaser() {
   return Lit();
 }
 
+bool TSimLaser::GetAiming() { return FCore.Gate.Enter("laser", "GetAiming", vkRead) && FAiming; }
+
+void TSimLaser::SetAiming(bool on) {
+  if (!FCore.Gate.Enter("laser", "SetAiming", vkSet, on ? "on" : "off")) return;
+  const TSimScope scope(FCore);
+  if (FAiming.exchange(on) != on) FCore.Signal(on ? "aiming on" : "aiming off");
+}
+
 void TSimLaser::SwitchLaser(bool on) {
   if (!FCore.Gate.Enter("laser", "SwitchLaser", on ? vkStart : vkOff, on ? "on" : "off")) return;
   const TSimScope scope(FCore);

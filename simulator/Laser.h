@@ -37,6 +37,8 @@ class TSimLaser final : public TNcLaser, public ISimPart {
   void EmissionOn() override;
   void EmissionOff() override;
   bool GetLaser() override;
+  bool GetAiming() override;
+  void SetAiming(bool on);    // the pilot light, by hand; neither latch nor emission matter
   void SwitchLaser(bool on);  // the cutting system's SwitchLaser ends here
 
   // --- the latch: any thread, at once ---
@@ -70,6 +72,7 @@ class TSimLaser final : public TNcLaser, public ISimPart {
   std::atomic<bool> FAskEmission{false};
   std::atomic<bool> FEmission{false};
   std::atomic<bool> FAskLaser{false};
+  std::atomic<bool> FAiming{false};
   TSimRandom FRandom IXO_GUARDED_BY(FCore.Lock);
   TEmissionScript FScript IXO_GUARDED_BY(FCore.Lock);
   std::uint64_t FUpAtMs IXO_GUARDED_BY(FCore.Lock) = kNever;

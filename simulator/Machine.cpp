@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "platform/Clock.h"
+#include "platform/CutCommands.h"
 #include "support/Format.h"
 
 namespace ixocamglue {
@@ -23,7 +24,8 @@ TSimMachine::TSimMachine(const TSimConfig& config, std::uint64_t seed, TNcStateF
       FMultiFollower(&FFollower, FSecondFollower.get()),
       FPorts(FCore, FConfig),
       FInportCtrl(FCore, FPorts, FAlarms),
-      FTable(FCore, FConfig) {
+      FTable(FCore, FConfig),
+      FDemo(*this, framework) {
   FCore.AddPart(FLaser);
   FCore.AddPart(FGas);
   FCore.AddPart(FMotion);
@@ -62,12 +64,20 @@ void TSimMachine::SwitchLaser(bool on) {
   if (FParts.Laser) FLaser.SwitchLaser(on);
 }
 
-void TSimMachine::KeyDown(std::int32_t command) {
-  if (FCore.Gate.Enter("cut", "KeyDown", vkStart, Format("%d", command))) CatchUp(Clock().MonotonicMs());
+void TSimMachine::KeyDown(std::int32_t command, std::int32_t param, bool) {
+  const TVerbKind kind = IsStopCommand(command) ? vkStop : vkStart;
+  if (!FCore.Gate.Enter("cut", "KeyDown", kind, Format("%d %d", command, param))) return;
+  FDemo.KeyDown(command);
 }
 
-void TSimMachine::KeyUp(std::int32_t command) {
-  if (FCore.Gate.Enter("cut", "KeyUp", vkStop, Format("%d", command))) CatchUp(Clock().MonotonicMs());
+void TSimMachine::KeyUp(std::int32_t command, std::int32_t param) {
+  if (!FCore.Gate.Enter("cut", "KeyUp", vkStop, Format("%d %d", command, param))) return;
+  FDemo.KeyUp(command);
+}
+
+void TSimMachine::Note(const char* device, std::string_view text) {
+  const TSimScope scope(FCore);
+  FCore.Event(device, text);
 }
 
 void TSimMachine::Attach(TVirtualClock& clock) {

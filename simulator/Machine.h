@@ -11,12 +11,14 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "simulator/Alarms.h"
 #include "simulator/Axes.h"
 #include "simulator/Config.h"
 #include "simulator/Core.h"
+#include "simulator/Demo.h"
 #include "simulator/Gas.h"
 #include "simulator/Laser.h"
 #include "simulator/Ports.h"
@@ -85,8 +87,8 @@ class TSimMachine final : public TNcCutSystem {
   void Lock() override IXO_ACQUIRE(FCutLock);
   void Unlock() override IXO_RELEASE(FCutLock);
   void SwitchLaser(bool on) override;
-  void KeyDown(std::int32_t command) override;
-  void KeyUp(std::int32_t command) override;
+  void KeyDown(std::int32_t command, std::int32_t param, bool fromPanel) override;
+  void KeyUp(std::int32_t command, std::int32_t param) override;
 
   // Steps the machine with the clock until the machine ends; the clock outlives it.
   void Attach(TVirtualClock& clock);
@@ -97,6 +99,8 @@ class TSimMachine final : public TNcCutSystem {
   // The alarm stands, and the framework hears of it.
   void RaiseAlarm(TNcAlarmRecord record, const TSimForbids& forbids);
   void ClearAlarms();
+  // A line of the journal, past the gate.
+  void Note(const char* device, std::string_view text);
 
   [[nodiscard]] TSimSnapshot Snapshot();
   [[nodiscard]] TCallGate& Gate() { return FCore.Gate; }
@@ -109,6 +113,7 @@ class TSimMachine final : public TNcCutSystem {
   [[nodiscard]] TSimMotion& Motion() { return FMotion; }
   [[nodiscard]] TSimPorts& Ports() { return FPorts; }
   [[nodiscard]] TSimFollower& Follower() { return FFollower; }
+  [[nodiscard]] TSimDemo& Demo() { return FDemo; }
   [[nodiscard]] const TSimConfig& Config() const { return FConfig; }
 
  private:
@@ -129,6 +134,7 @@ class TSimMachine final : public TNcCutSystem {
   TSimPorts FPorts;
   TSimInportCtrl FInportCtrl;
   TSimSwitchTable FTable;
+  TSimDemo FDemo;
 
   TVirtualClock* FClock = nullptr;
   std::size_t FClockHandle = 0;
@@ -140,6 +146,7 @@ class TSimMachine final : public TNcCutSystem {
   std::optional<TInstalled<TNcMotionCard>> FCardInstalled;
   std::optional<TInstalled<TNcDeviceManager>> FManagerInstalled;
   std::optional<TInstalled<TNcAlarms>> FAlarmsInstalled;
+  TInstalled<TNcEmergencyStop> FEmergencyInstalled{FDemo};
 };
 
 }  // namespace ixocamglue

@@ -17,6 +17,12 @@ namespace ixocamglue {
 class EDesignFault : public std::logic_error {
  public:
   using std::logic_error::logic_error;
+  // `unit`, a literal, names the unit whose assertion this is.
+  EDesignFault(const char* text, const char* unit) : std::logic_error(text), FUnit(unit) {}
+  [[nodiscard]] const char* Unit() const { return FUnit; }
+
+ private:
+  const char* FUnit = "";
 };
 
 using TFaultHandler = std::function<void(std::string_view text)>;

@@ -61,8 +61,8 @@ class TBusCutSystem final : public TNcCutSystem {
     FLaser.SwitchBeam(on);
     std::printf("beam %s\n", on ? "on" : "off");
   }
-  void KeyDown(std::int32_t) override {}
-  void KeyUp(std::int32_t) override {}
+  void KeyDown(std::int32_t, std::int32_t, bool) override {}
+  void KeyUp(std::int32_t, std::int32_t) override {}
 
  private:
   TBusLaser& FLaser;

@@ -100,8 +100,8 @@ struct TDevices : TNcCutSystem, TNcLaser {
     }
     Beam = on;
   }
-  void KeyDown(std::int32_t) override {}
-  void KeyUp(std::int32_t) override {}
+  void KeyDown(std::int32_t, std::int32_t, bool) override {}
+  void KeyUp(std::int32_t, std::int32_t) override {}
   bool GetEmission() override { return Emission; }
   void EmissionOn() override { Emission = true; }
   void EmissionOff() override { Emission = false; }

@@ -252,7 +252,7 @@ TEST(SimConfig, TheExampleMachineFileIsReadWithoutComplaint) {
 TEST(SimConfig, WhatIsWrongIsNamedWithItsPlaceAndTheDefaultStands) {
   const TTempDir folder;
   const auto path = folder.Path() / "machine.xml";
-  std::ofstream(path) << R"(<MachineConfig DHMode="2">
+  std::ofstream(path) << R"(<MachineConfig DHMode="3">
     <Laser EmissionOnDelay="soon" MaxPower="nan"/>
     <Axes><Axis Name="X" SoftLimitNeg="10" SoftLimitPos="10"/><Axis Name="W"/><Axis Name="Y" MaxSpeed="-5"/>
       <Axis Name="Y"/></Axes>
@@ -267,7 +267,7 @@ TEST(SimConfig, WhatIsWrongIsNamedWithItsPlaceAndTheDefaultStands) {
   std::vector<std::string> problems;
   const TSimConfig config = TSimConfig::FromConfig(file, problems);
   const std::vector<std::string> expected = {
-      "DHMode: \"2\", outside 0 to 1",
+      "DHMode: \"3\", outside 0 to 2",
       "Laser/EmissionOnDelay: \"soon\", not a whole number in range",
       "Laser/MaxPower: \"nan\", not a number",
       "Axes/Axis[1]/SoftLimitPos: \"10\", not above SoftLimitNeg (10)",

@@ -1,0 +1,86 @@
+// The panel with its threads: refresh and presses side by side, and stop keys while everything else hangs.
+#include <algorithm>
+#include <atomic>
+#include <future>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "host/PanelHost.h"
+#include "platform/CutCommands.h"
+
+namespace ixocamglue::test {
+namespace {
+
+TSessionOptions Realtime() {
+  TSessionOptions options;
+  options.Realtime = true;
+  return options;
+}
+
+TEST(PanelThreaded, RefreshAndPressesFromTwoThreads) {
+  TSession session(Realtime());
+  session.StartThreads();
+  TPanelHost host(session);
+  std::atomic<bool> done{false};
+  std::thread refresh([&] {
+    while (!done) host.Guard().Refresh();
+  });
+  std::thread flood([&] {
+    for (std::int32_t i = 0; !done; ++i) {
+      session.Machine().Alarms().Raise({"TPTest", "flood", i}, {.Cut = true});
+      session.Machine().ClearAlarms();
+    }
+  });
+  for (int i = 0; i < 200; ++i) {
+    host.Forms().Show(i % 2 ? "Work" : "DlgEdgeSeek");
+    for (const TKeyCode key : {CK_RIGHT, CK_GAS, CK_RETURN0, CK_STOP}) {
+      host.Guard().Press(key);
+      host.Guard().Release(key);
+    }
+    KBPManager()->KeyItem(CK_RESUME)->SetAlt(i % 2 == 0, true);
+  }
+  done = true;
+  refresh.join();
+  flood.join();
+  EXPECT_EQ(KBPManager()->CurKeyBits(), 0U);
+  const auto stops = std::ranges::count_if(session.Gate().Journal().Entries(), [](const TJournalEntry& entry) {
+    return entry.Verb == "KeyDown" && entry.Args == "4 0";
+  });
+  EXPECT_EQ(stops, 200);
+}
+
+TEST(PanelThreaded, StopArrivesWhileTheStateThreadHangs) {
+  TSession session(Realtime());
+  session.StartThreads();
+  TPanelHost host(session);
+  host.Forms().Show("Work");
+  const auto waitFor = [](auto condition) {
+    for (int i = 0; i < 2000 && !condition(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    return condition();
+  };
+  ASSERT_TRUE(
+      waitFor([&] { return session.Framework().Watch().Pass.load() > 2 && !session.Framework().SafePending(); }));
+
+  host.Guard().Press(CK_DRY_CUT);
+  ASSERT_TRUE(waitFor([&] { return session.Machine().Snapshot().AxesMoving; }));
+  std::promise<void> release;
+  auto released = release.get_future().share();
+  std::atomic<bool> hangs{false};
+  const auto hang = [&] {
+    if (!OnStateThread()) return;
+    hangs = true;
+    released.wait();
+  };
+  // Which thread makes the planned call is open; it is planned anew until the state thread has made one.
+  ASSERT_TRUE(waitFor([&] {
+    if (!hangs) session.Gate().PlanSet({.Call = session.Gate().Calls() + 2, .Fault = gfCallback, .Callback = hang});
+    return hangs.load();
+  }));
+  host.Guard().Press(CK_STOP);
+  EXPECT_TRUE(waitFor([&] { return !session.Machine().Snapshot().AxesMoving; }));
+  release.set_value();
+}
+
+}  // namespace
+}  // namespace ixocamglue::test
