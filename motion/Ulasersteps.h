@@ -19,84 +19,72 @@ void ClearTimeStamps();  // all but LaserOn
 
 // 516: emission on, wait for it up to the configuration's "EmissionOnDelay" (ms, section "Laser", default 5000), laser
 // on. Emission that never comes is no error here: the laser device holds the beam back, and the next step decides.
-class TSmtLaserOn : public TSmtAtomic {
+class TSmtLaserOn : public TSmtCommand<516> {
  public:
-  static constexpr std::int32_t Cmd = 516;
   static constexpr std::string_view kClassName = "TSmtLaserOn";
-  std::int32_t GetID() override { return Cmd; }
   std::string GetDesc() override;
   TStepType DoMotion(std::int32_t reason) override;
 
  protected:
-  using TSmtAtomic::TSmtAtomic;
+  using TSmtCommand::TSmtCommand;
 
  private:
   void PollEmission(TNcLaser& laser, std::uint32_t startTick, std::uint32_t limitMs);
 };
 
 // 517: laser off, then emission off.
-class TSmtLaserOff : public TSmtAtomic {
+class TSmtLaserOff : public TSmtCommand<517> {
  public:
-  static constexpr std::int32_t Cmd = 517;
   static constexpr std::string_view kClassName = "TSmtLaserOff";
-  std::int32_t GetID() override { return Cmd; }
   std::string GetDesc() override;
   TStepType DoMotion(std::int32_t reason) override;
 
  protected:
-  using TSmtAtomic::TSmtAtomic;
+  using TSmtCommand::TSmtCommand;
 };
 
 // 518: asks for emission; -2 without laser.
-class TSmtEmissionOn : public TSmtAtomic {
+class TSmtEmissionOn : public TSmtCommand<518> {
  public:
-  static constexpr std::int32_t Cmd = 518;
   static constexpr std::string_view kClassName = "TSmtEmissionOn";
-  std::int32_t GetID() override { return Cmd; }
   std::string GetDesc() override;
   TStepType DoMotion(std::int32_t reason) override;
 
  protected:
-  using TSmtAtomic::TSmtAtomic;
+  using TSmtCommand::TSmtCommand;
 };
 
 // 519: polls until emission is on, without a limit; -2 without laser.
-class TSmtWaitForEmissionOn : public TSmtAtomic {
+class TSmtWaitForEmissionOn : public TSmtCommand<519> {
  public:
-  static constexpr std::int32_t Cmd = 519;
   static constexpr std::string_view kClassName = "TSmtWaitForEmissionOn";
-  std::int32_t GetID() override { return Cmd; }
   std::string GetDesc() override;
   TStepType DoMotion(std::int32_t reason) override;
 
  protected:
-  using TSmtAtomic::TSmtAtomic;
+  using TSmtCommand::TSmtCommand;
 };
 
 // 520: laser on, emission untouched; -2 without laser.
-class TSmtLaserOnOnly : public TSmtAtomic {
+class TSmtLaserOnOnly : public TSmtCommand<520> {
  public:
-  static constexpr std::int32_t Cmd = 520;
   static constexpr std::string_view kClassName = "TSmtLaserOnOnly";
-  std::int32_t GetID() override { return Cmd; }
   std::string GetDesc() override;
   TStepType DoMotion(std::int32_t reason) override;
 
  protected:
-  using TSmtAtomic::TSmtAtomic;
+  using TSmtCommand::TSmtCommand;
 };
 
 // 522: laser off, emission untouched.
-class TSmtLaserOffOnly : public TSmtAtomic {
+class TSmtLaserOffOnly : public TSmtCommand<522> {
  public:
-  static constexpr std::int32_t Cmd = 522;
   static constexpr std::string_view kClassName = "TSmtLaserOffOnly";
-  std::int32_t GetID() override { return Cmd; }
   std::string GetDesc() override;
   TStepType DoMotion(std::int32_t reason) override;
 
  protected:
-  using TSmtAtomic::TSmtAtomic;
+  using TSmtCommand::TSmtCommand;
 };
 
 // 515, a root: the timed laser shot. However it ends, its leave switches laser and emission off.

@@ -198,6 +198,17 @@ class TSmtAtomic : public TStateMotion {
   explicit TSmtAtomic(TCustomMotionState* ctrl) : TStateMotion(ctrl, 1) {}
 };
 
+// A leaf of the step factory: its command number is its id.
+template <std::int32_t Command>
+class TSmtCommand : public TSmtAtomic {
+ public:
+  static constexpr std::int32_t Cmd = Command;
+  std::int32_t GetID() override { return Command; }
+
+ protected:
+  using TSmtAtomic::TSmtAtomic;
+};
+
 // An inner node. BuildMotionList fills it; the positions are the children's indices.
 class TSmtComposite : public TStateMotion {
  public:

@@ -33,7 +33,7 @@ TStepType TSmtDelay::DoMotion(std::int32_t) {
 std::string TSmtGasOnState::GetDesc() { return SGasOnDesc.Get(); }
 
 void TSmtGasOnState::ResetParams() {
-  TSmtAtomic::ResetParams();
+  TSmtCommand::ResetParams();
   FGasBranch = 0;
   FGasPressure = 0.0;
 }
@@ -65,7 +65,7 @@ TStepType TSmtGasOffState::DoMotion(std::int32_t) {
 std::string TSmtWaitInport::GetDesc() { return SWaitInportDesc.Get(); }
 
 void TSmtWaitInport::ResetParams() {
-  TSmtAtomic::ResetParams();
+  TSmtCommand::ResetParams();
   FOutport = -1;
   FWaitInport = -1;
   FWaitTime = 1;
@@ -100,7 +100,7 @@ TStepType TSmtWaitInport::DoMotion(std::int32_t) {
 void TSmtWaitInport::DoLeaveMotion() {
   if (FNeedOutport)
     if (TNcMotionCard* card = MotionCard()) card->SwitchOutport(FOutport, false);
-  TSmtAtomic::DoLeaveMotion();
+  TSmtCommand::DoLeaveMotion();
 }
 
 }  // namespace ixocamglue

@@ -8,29 +8,25 @@
 namespace ixocamglue {
 
 // 612: waits.
-class TSmtDelay : public TSmtAtomic {
+class TSmtDelay : public TSmtCommand<612> {
  public:
-  static constexpr std::int32_t Cmd = 612;
   static constexpr std::string_view kClassName = "TSmtDelay";
-  std::int32_t GetID() override { return Cmd; }
   std::string GetDesc() override;
   TStepType DoMotion(std::int32_t reason) override;
   void SetDelay(std::uint32_t ms) { FDelay = ms; }  // survives ResetParams
   [[nodiscard]] std::uint32_t GetDelay() const { return FDelay; }
 
  protected:
-  using TSmtAtomic::TSmtAtomic;
+  using TSmtCommand::TSmtCommand;
 
  private:
   std::uint32_t FDelay = 0;
 };
 
 // 141: selects a branch, sets its pressure, switches the gas on; -2 without a gas device.
-class TSmtGasOnState : public TSmtAtomic {
+class TSmtGasOnState : public TSmtCommand<141> {
  public:
-  static constexpr std::int32_t Cmd = 141;
   static constexpr std::string_view kClassName = "TSmtGasOnState";
-  std::int32_t GetID() override { return Cmd; }
   std::string GetDesc() override;
   TStepType DoMotion(std::int32_t reason) override;
   void ResetParams() override;
@@ -39,29 +35,25 @@ class TSmtGasOnState : public TSmtAtomic {
   double FGasPressure = 0.0;    // bar
 
  protected:
-  using TSmtAtomic::TSmtAtomic;
+  using TSmtCommand::TSmtCommand;
 };
 
 // 142: switches the gas off.
-class TSmtGasOffState : public TSmtAtomic {
+class TSmtGasOffState : public TSmtCommand<142> {
  public:
-  static constexpr std::int32_t Cmd = 142;
   static constexpr std::string_view kClassName = "TSmtGasOffState";
-  std::int32_t GetID() override { return Cmd; }
   std::string GetDesc() override;
   TStepType DoMotion(std::int32_t reason) override;
 
  protected:
-  using TSmtAtomic::TSmtAtomic;
+  using TSmtCommand::TSmtCommand;
 };
 
 // 176: switches an output on if asked to, and waits for an input. A time-out ends the wait; with FTimeOutAlarm the
 // input controller also raises an alarm. However the step is left, an output that it switched on is switched off.
-class TSmtWaitInport : public TSmtAtomic {
+class TSmtWaitInport : public TSmtCommand<176> {
  public:
-  static constexpr std::int32_t Cmd = 176;
   static constexpr std::string_view kClassName = "TSmtWaitInport";
-  std::int32_t GetID() override { return Cmd; }
   std::string GetDesc() override;
   TStepType DoMotion(std::int32_t reason) override;
   void ResetParams() override;
@@ -75,7 +67,7 @@ class TSmtWaitInport : public TSmtAtomic {
   bool FInportLogic = false;  // the level that counts as reached
 
  protected:
-  using TSmtAtomic::TSmtAtomic;
+  using TSmtCommand::TSmtCommand;
 };
 
 }  // namespace ixocamglue

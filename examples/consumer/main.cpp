@@ -1,14 +1,15 @@
-// A machine builder's adapter in one file: a laser source and a cutting system on digital I/O, and one timed shot on it.
+// A machine builder's adapter in one file: a laser source and a cutting system on digital I/O, and one timed shot on
+// it.
 //
 // Only what the machine has is implemented; whatever is not installed reads as null, and the library skips it.
+#include <cstdio>
+#include <mutex>
+
 #include <ixocamglue/library/Library.h>
 #include <ixocamglue/motion/Ustatemotion.h>
 #include <ixocamglue/motion/Ustatemotionbase.h>
 #include <ixocamglue/platform/NcParams.h>
 #include <ixocamglue/platform/NcState.h>
-
-#include <cstdio>
-#include <mutex>
 
 using namespace ixocamglue;
 

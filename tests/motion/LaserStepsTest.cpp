@@ -1,3 +1,4 @@
+#include "fixture/Allocations.h"
 #include "fixture/Machine.h"
 #include "motion/Ulasersteps.h"
 
@@ -48,10 +49,23 @@ TEST_F(LaserSteps, LeavingTheTimedShotEarlySwitchesLaserAndEmissionOff) {
 TEST_F(LaserSteps, TheWaitForEmissionNeverAdvancesAndNeverTimesOut) {
   Machine().Laser()->SetEmissionScript(TEmissionScript::Never());
   StartShot(10);
-  FSession.RunFor(3'600'000);
+  FSession.RunFor(300'000);
   EXPECT_TRUE(FSession.Running());
   EXPECT_EQ(Stop(), metStop);
   EXPECT_FALSE(Signals().Has("laser on"));
+}
+
+TEST_F(LaserSteps, ATickAllocatesNothingWhileNobodyTraces) {
+  Machine().Laser()->SetEmissionScript(TEmissionScript::Never());
+  StartRoot(MakeShot(500));
+  FSession.RunFor(100);
+  const auto ticks = Framework().Watch().Tick.load();
+  const auto before = AllocationsSoFar();
+  FSession.RunFor(1000);  // polls
+  EXPECT_EQ(AllocationsSoFar() - before, 0u);
+  EXPECT_GE(Framework().Watch().Tick.load() - ticks, 99u);
+  Journal().Event(0, "test", std::string(100, 'x'));
+  EXPECT_GT(AllocationsSoFar() - before, 0u);  // the count works
 }
 
 TEST_F(LaserSteps, LaserOnWaitsForEmissionUpToItsLimitAndTheDeviceHoldsTheBeamBack) {

@@ -47,6 +47,7 @@ TEST(SessionThreaded, OtherThreadsStopAskLogAndTranslateWhileProceduresRun) {
 
   int started = 0;
   for (int i = 0; i < 15; ++i) {
+    for (int wait = 0; wait < 400 && session.Framework().SafePending(); ++wait) Clock().Sleep(5);
     if (session.Start(ShareRoot(MakeShot(10)))) ++started;
     for (int wait = 0; wait < 400 && session.Running(); ++wait) Clock().Sleep(5);
     ASSERT_FALSE(session.Running());
