@@ -53,7 +53,7 @@ bool Blank(std::string_view text) {
 TAlarmRec ConfiguredRec(std::int64_t number, const TAlarmConfigItem& item) {
   TAlarmRec rec;
   rec.HelpID = rec.Code = kUserDefPrefix + std::to_string(number);
-  rec.BrifDesc = rec.AlarmDesc = item.Description;
+  rec.BrifDesc = rec.AlarmDesc = item.Desc;
   rec.Alarmtype = SAlarm.Get();
   rec.Reason = item.Reason;
   rec.Solution = item.Solution;

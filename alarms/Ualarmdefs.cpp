@@ -100,9 +100,9 @@ std::vector<std::string> CheckAlarmDefinitions(std::string_view json) {
         report(Format("\"%s\" is %s, expected a string", member, found->type_name()));
     for (const char* const member : kNeeded)
       if (Blank(text(member))) report(Format("\"%s\" is empty or missing", member));
-    for (const auto& [name, value] : entry.items())
-      if (std::ranges::none_of(kMembers, [&](const char* member) { return name == member; }))
-        report("\"" + name + "\" is no member of a definition");
+    for (const auto& item : entry.items())
+      if (std::ranges::none_of(kMembers, [&](const char* member) { return item.key() == member; }))
+        report("\"" + item.key() + "\" is no member of a definition");
     const auto unique = [&](std::map<std::string, std::size_t>& seen, const std::string& value, const char* member) {
       if (value.empty()) return;
       if (const auto [first, isNew] = seen.emplace(value, index); !isNew)

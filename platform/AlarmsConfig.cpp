@@ -4,9 +4,12 @@ namespace ixocamglue {
 namespace {
 
 std::shared_ptr<const TAlarmConfigItem> ReadItem(const TConfigSection& section) {
-  return std::make_shared<const TAlarmConfigItem>(
-      TAlarmConfigItem{section.GetInt("Number", 0), section.GetText("Description", ""), section.GetText("Reason", ""),
-                       section.GetText("Solution", "")});
+  auto item = std::make_shared<TAlarmConfigItem>();
+  item->Number = section.GetInt("Number", 0);
+  item->Desc = section.GetText("Description", "");
+  item->Reason = section.GetText("Reason", "");
+  item->Solution = section.GetText("Solution", "");
+  return item;
 }
 
 }  // namespace

@@ -15,15 +15,9 @@
 
 #include "platform/Installed.h"
 #include "platform/MachineConfig.h"
+#include "platform/MachineSections.h"
 
 namespace ixocamglue {
-
-struct TAlarmConfigItem {
-  std::int32_t Number = 0;  // of a user-defined alarm; not used in a group
-  std::string Description;
-  std::string Reason;
-  std::string Solution;
-};
 
 // A group of inputs that are read as one number; each value may be an alarm.
 struct TMulityAlarmGroup {

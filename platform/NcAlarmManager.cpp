@@ -36,7 +36,7 @@ void TNcAlarmEvent::Unsubscribe(std::uint64_t handle) {
   auto entries = std::make_shared<TEntries>(*FEntries);
   std::erase(*entries, entry);
   FEntries = std::move(entries);
-  FCallEnded.wait(lock, [&] { return FRunning != entry.get() || FRunner == std::this_thread::get_id(); });
+  while (FRunning == entry.get() && FRunner != std::this_thread::get_id()) FCallEnded.wait(lock);
 }
 
 void TNcAlarmEvent::Fire(const TNcAlarmRecord& record) {

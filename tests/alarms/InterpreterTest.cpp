@@ -27,7 +27,12 @@ class TDefinitions final : public IAlarmInterpreterSvc {
 };
 
 std::shared_ptr<const TAlarmConfigItem> Item(int number, const char* desc, const char* reason, const char* solution) {
-  return std::make_shared<TAlarmConfigItem>(TAlarmConfigItem{number, desc, reason, solution});
+  auto item = std::make_shared<TAlarmConfigItem>();
+  item->Number = number;
+  item->Desc = desc;
+  item->Reason = reason;
+  item->Solution = solution;
+  return item;
 }
 
 TNcAlarmMsg Msg(std::string_view id, std::string_view desc) {
