@@ -9,6 +9,7 @@
 #include "config/Ucamglue.h"
 #include "host/HostTexts.h"
 #include "host/PanelTexts.h"
+#include "platform/CutStates.h"
 #include "support/Faults.h"
 #include "support/Format.h"
 
@@ -145,7 +146,9 @@ bool TSession::Start(std::shared_ptr<IStateMotion> root, std::string* reason) {
     return false;
   };
   if (Running()) return refuse("a procedure is running");
-  if (FFramework->CurrentState() != nsStandby) return refuse("the machine is not in standby");
+  // A procedure returns to the state that it started from: none of these goes on where it was left.
+  const TCutState state = ClassifyCutState(FFramework->CurrentState());
+  if (state != csStandby && state != csOther) return refuse("the machine is busy with a key command");
   if (FFramework->SafePending()) return refuse("a device has not acknowledged switching off");
   TCustomMotionState::SetStateMotion(std::move(root));
   FFramework->RequestState(nsCustomMotion, 0);

@@ -59,8 +59,9 @@ class TSession {
   TSession(const TSession&) = delete;
   TSession& operator=(const TSession&) = delete;
 
-  // Hands the root to the controller and requests its state. False, with the reason, while a procedure runs or a device
-  // has not acknowledged switching off. Any thread but the one that is inside a tick of a running procedure.
+  // Hands the root to the controller and requests its state. False, with the reason, while a procedure or a key
+  // command's state runs or a device has not acknowledged switching off. Any thread but the one that is inside a tick
+  // of a running procedure.
   [[nodiscard]] bool Start(std::shared_ptr<IStateMotion> root, std::string* reason = nullptr);
   [[nodiscard]] bool Running() const;
 

@@ -49,26 +49,12 @@ TEST_F(PanelCommand, AScriptTellsCommandsLedsAndMasks) {
   const TRun run = Ixocut("panel --lang en --script " + script);
   EXPECT_EQ(run.ExitCode, 0) << run.Err;
   std::size_t at = 0;
-  for (const char* line : {"show Work",
-                           "machine: KeyDown 88 0",
-                           "machine: KeyUp 88 0",
-                           "● SHUTTER",
-                           "SofteKBPanelRepKeys      0x00000001",
-                           "machine: KeyDown 34 0",
-                           "machine: state 4 (jogging)",
-                           "machine: KeyUp 34 0",
-                           "machine: state 0 (standby)",
-                           "● SHUTTER",
-                           "SofteKBPanelRepKeys      0x00000001",
-                           "tap laser",
-                           "! This key is not available in the current window",
-                           "machine: KeyUp 67 0",
-                           "alarm 101",
-                           "! An alarm is active",
-                           "machine: KeyDown 1 0",
-                           "command 1 refused",
-                           "○ SHUTTER",
-                           "SofteKBPanelAllowKeys    0x0FFFFFFF"}) {
+  for (const char* line :
+       {"show Work", "machine: KeyDown 88 0", "machine: KeyUp 88 0", "● SHUTTER", "SofteKBPanelRepKeys      0x00000001",
+        "machine: KeyDown 34 0", "machine: state 4 (jogging)", "machine: KeyUp 34 0", "machine: state 0 (standby)",
+        "tap laser", "! This key is not available in the current window", "machine: KeyUp 67 0", "alarm 101",
+        "! An alarm is active", "machine: KeyDown 1 0", "command 1 refused", "○ SHUTTER",
+        "SofteKBPanelAllowKeys    0x0FFFFFFF"}) {
     const std::size_t found = run.Out.find(line, at);
     ASSERT_NE(found, std::string::npos) << line << " is missing in:\n" << run.Out;
     at = found;

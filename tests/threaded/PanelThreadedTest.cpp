@@ -1,7 +1,6 @@
 // The panel with its threads: refresh and presses side by side, and stop keys while everything else hangs.
 #include <algorithm>
 #include <atomic>
-#include <future>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -51,6 +50,7 @@ TEST(PanelThreaded, RefreshAndPressesFromTwoThreads) {
 }
 
 TEST(PanelThreaded, StopArrivesWhileTheStateThreadHangs) {
+  std::atomic<bool> hangs{false}, released{false};  // used by the session's threads
   TSession session(Realtime());
   session.StartThreads();
   TPanelHost host(session);
@@ -64,13 +64,10 @@ TEST(PanelThreaded, StopArrivesWhileTheStateThreadHangs) {
 
   host.Guard().Press(CK_DRY_CUT);
   ASSERT_TRUE(waitFor([&] { return session.Machine().Snapshot().AxesMoving; }));
-  std::promise<void> release;
-  auto released = release.get_future().share();
-  std::atomic<bool> hangs{false};
   const auto hang = [&] {
     if (!OnStateThread()) return;
     hangs = true;
-    released.wait();
+    while (!released) std::this_thread::sleep_for(std::chrono::milliseconds(1));
   };
   // Which thread makes the planned call is open; it is planned anew until the state thread has made one.
   ASSERT_TRUE(waitFor([&] {
@@ -79,7 +76,7 @@ TEST(PanelThreaded, StopArrivesWhileTheStateThreadHangs) {
   }));
   host.Guard().Press(CK_STOP);
   EXPECT_TRUE(waitFor([&] { return !session.Machine().Snapshot().AxesMoving; }));
-  release.set_value();
+  released = true;
 }
 
 }  // namespace
