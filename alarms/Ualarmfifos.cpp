@@ -15,12 +15,12 @@ TIxoAlarmFifos::TSizes TIxoAlarmFifos::Push(const TNcAlarmMsg& msg) {
   TGuard guard(FLock);
   TSizes sizes;
   for (const TQueue& queue : FQueues) {
-    queue.Items->Add(msg);
+    queue.Items->TLoopList::Add(msg);  // the queues are this class's own: no need to ask which Add
     sizes.Queue = std::max(sizes.Queue, static_cast<std::size_t>(queue.Items->GetCount()));
   }
   FHistory.push_back(msg);
   WriteLocked(msg);
-  if (FHistoryCap != 0 && FHistory.size() > FHistoryCap + FHistoryCap / 4) TrimLocked();
+  if (FHistoryCap != 0 && FHistory.size() > FTrimAt) TrimLocked();
   sizes.History = FHistory.size();
   return sizes;
 }
@@ -76,6 +76,7 @@ void TIxoAlarmFifos::TrimLocked() {
       --surplus;
   }
   FHistory = std::move(kept);
+  FTrimAt = std::max(FHistory.size(), FHistoryCap) / 4 * 5 + 1;  // many active alarms must not make every push a trim
 }
 
 std::string TIxoAlarmFifos::GetAlarmsDescPreview() {
@@ -91,6 +92,7 @@ std::string TIxoAlarmFifos::GetAlarmsDescPreview() {
 void TIxoAlarmFifos::SetHistoryCap(std::size_t messages) {
   TGuard guard(FLock);
   FHistoryCap = messages;
+  FTrimAt = messages / 4 * 5 + 1;
 }
 
 bool TIxoAlarmFifos::IsActive(std::string_view id) {

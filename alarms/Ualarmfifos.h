@@ -70,6 +70,7 @@ class TIxoAlarmFifos {
   std::vector<TQueue> FQueues IXO_GUARDED_BY(FLock);
   std::deque<TNcAlarmMsg> FHistory IXO_GUARDED_BY(FLock);
   std::size_t FHistoryCap IXO_GUARDED_BY(FLock) = 0;
+  std::size_t FTrimAt IXO_GUARDED_BY(FLock) = 0;
   TAlarmList FActive IXO_GUARDED_BY(FLock);
   TAlarmList FRemoved IXO_GUARDED_BY(FLock);
 };

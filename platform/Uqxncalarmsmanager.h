@@ -32,14 +32,13 @@ class TNcAlarmTexts {
     if (FBlock) FBlock->Count.fetch_add(1, std::memory_order_relaxed);
   }
   TNcAlarmTexts(TNcAlarmTexts&& other) noexcept : FBlock(std::exchange(other.FBlock, nullptr)) {}
-  TNcAlarmTexts& operator=(TNcAlarmTexts other) noexcept {
+  TNcAlarmTexts& operator=(const TNcAlarmTexts& other) noexcept { return *this = TNcAlarmTexts(other); }
+  TNcAlarmTexts& operator=(TNcAlarmTexts&& other) noexcept {
     std::swap(FBlock, other.FBlock);
     return *this;
   }
   ~TNcAlarmTexts() {
-    if (!FBlock || FBlock->Count.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
-    FBlock->~TBlock();
-    ::operator delete(FBlock);
+    if (FBlock) Drop();
   }
 
   [[nodiscard]] std::string_view Id() const {
@@ -51,6 +50,12 @@ class TNcAlarmTexts {
   [[nodiscard]] const void* Block() const { return FBlock; }  // the same for all copies of a message
 
  private:
+  void Drop() noexcept {
+    if (FBlock->Count.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
+    FBlock->~TBlock();
+    ::operator delete(FBlock);
+  }
+
   struct TBlock {
     std::atomic<std::uint32_t> Count{1};
     std::uint32_t IdSize = 0;
