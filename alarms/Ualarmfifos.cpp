@@ -55,17 +55,15 @@ void TIxoAlarmFifos::WriteNewAlarm(const TNcAlarmMsg& msg) {
 
 void TIxoAlarmFifos::WriteLocked(const TNcAlarmMsg& msg) {
   if (msg.Action == naaAdded) {
-    FRemoved.DeleteFirst(msg.Id());
-    FActive.InsertHead(msg);
+    FLists.Move(kRemoved, kActive, msg);
   } else if (msg.Action == naaRemoved) {
-    FActive.DeleteFirst(msg.Id());
-    FRemoved.InsertHead(msg);
+    FLists.Move(kActive, kRemoved, msg);
   }
 }
 
 void TIxoAlarmFifos::TrimLocked() {
   std::unordered_set<const void*> active;
-  FActive.ForEach([&](const TNcAlarmMsg& msg) { active.insert(msg.Texts.Block()); });
+  FLists.ForEach(kActive, [&](const TNcAlarmMsg& msg) { active.insert(msg.Texts.Block()); });
   std::size_t surplus = FHistory.size() - FHistoryCap;
   std::deque<TNcAlarmMsg> kept;
   for (TNcAlarmMsg& msg : FHistory) {
@@ -82,7 +80,7 @@ void TIxoAlarmFifos::TrimLocked() {
 std::string TIxoAlarmFifos::GetAlarmsDescPreview() {
   TGuard guard(FLock);
   std::string text;
-  FActive.ForEach([&, first = true](const TNcAlarmMsg& msg) mutable {
+  FLists.ForEach(kActive, [&, first = true](const TNcAlarmMsg& msg) mutable {
     if (!std::exchange(first, false)) text += ", ";
     text += msg.Desc();
   });
@@ -97,20 +95,20 @@ void TIxoAlarmFifos::SetHistoryCap(std::size_t messages) {
 
 bool TIxoAlarmFifos::IsActive(std::string_view id) {
   TGuard guard(FLock);
-  return FActive.Contains(id);
+  return FLists.Contains(kActive, id);
 }
 
 std::vector<TNcAlarmMsg> TIxoAlarmFifos::Active() {
   TGuard guard(FLock);
   std::vector<TNcAlarmMsg> messages;
-  FActive.ForEach([&](const TNcAlarmMsg& msg) { messages.push_back(msg); });
+  FLists.ForEach(kActive, [&](const TNcAlarmMsg& msg) { messages.push_back(msg); });
   return messages;
 }
 
 std::vector<TNcAlarmMsg> TIxoAlarmFifos::Removed() {
   TGuard guard(FLock);
   std::vector<TNcAlarmMsg> messages;
-  FRemoved.ForEach([&](const TNcAlarmMsg& msg) { messages.push_back(msg); });
+  FLists.ForEach(kRemoved, [&](const TNcAlarmMsg& msg) { messages.push_back(msg); });
   return messages;
 }
 
