@@ -14,11 +14,12 @@ TLoopList<TNcAlarmMsg>* TIxoAlarmFifos::FindLocked(TAlarmConsumer consumer) {
 TIxoAlarmFifos::TSizes TIxoAlarmFifos::Push(const TNcAlarmMsg& msg) {
   TGuard guard(FLock);
   TSizes sizes;
+  TNcAlarmCopies copies(msg, FQueues.size() + 1);
   for (const TQueue& queue : FQueues) {
-    queue.Items->TLoopList::Add(msg);  // the queues are this class's own: no need to ask which Add
+    queue.Items->TLoopList::Add(copies.Take());  // the queues are this class's own: no need to ask which Add
     sizes.Queue = std::max(sizes.Queue, static_cast<std::size_t>(queue.Items->GetCount()));
   }
-  FHistory.push_back(msg);
+  FHistory.push_back(copies.Take());
   WriteLocked(msg);
   if (FHistoryCap != 0 && FHistory.size() > FTrimAt) TrimLocked();
   sizes.History = FHistory.size();
