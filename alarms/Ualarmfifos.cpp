@@ -14,13 +14,14 @@ TLoopList<TNcAlarmMsg>* TIxoAlarmFifos::FindLocked(TAlarmConsumer consumer) {
 TIxoAlarmFifos::TSizes TIxoAlarmFifos::Push(const TNcAlarmMsg& msg) {
   TGuard guard(FLock);
   TSizes sizes;
+  TNcAlarmCopies copies(msg, FQueues.size() + 1);
   for (const TQueue& queue : FQueues) {
-    queue.Items->Add(msg);
+    queue.Items->TLoopList::Add(copies.Take());  // the queues are this class's own: no need to ask which Add
     sizes.Queue = std::max(sizes.Queue, static_cast<std::size_t>(queue.Items->GetCount()));
   }
-  FHistory.push_back(msg);
+  FHistory.push_back(copies.Take());
   WriteLocked(msg);
-  if (FHistoryCap != 0 && FHistory.size() > FHistoryCap + FHistoryCap / 4) TrimLocked();
+  if (FHistoryCap != 0 && FHistory.size() > FTrimAt) TrimLocked();
   sizes.History = FHistory.size();
   return sizes;
 }
@@ -55,17 +56,15 @@ void TIxoAlarmFifos::WriteNewAlarm(const TNcAlarmMsg& msg) {
 
 void TIxoAlarmFifos::WriteLocked(const TNcAlarmMsg& msg) {
   if (msg.Action == naaAdded) {
-    FRemoved.DeleteFirst(msg.Id());
-    FActive.InsertHead(msg);
+    FLists.Move(kRemoved, kActive, msg);
   } else if (msg.Action == naaRemoved) {
-    FActive.DeleteFirst(msg.Id());
-    FRemoved.InsertHead(msg);
+    FLists.Move(kActive, kRemoved, msg);
   }
 }
 
 void TIxoAlarmFifos::TrimLocked() {
   std::unordered_set<const void*> active;
-  FActive.ForEach([&](const TNcAlarmMsg& msg) { active.insert(msg.Texts.Block()); });
+  FLists.ForEach(kActive, [&](const TNcAlarmMsg& msg) { active.insert(msg.Texts.Block()); });
   std::size_t surplus = FHistory.size() - FHistoryCap;
   std::deque<TNcAlarmMsg> kept;
   for (TNcAlarmMsg& msg : FHistory) {
@@ -76,12 +75,13 @@ void TIxoAlarmFifos::TrimLocked() {
       --surplus;
   }
   FHistory = std::move(kept);
+  FTrimAt = std::max(FHistory.size(), FHistoryCap) / 4 * 5 + 1;  // many active alarms must not make every push a trim
 }
 
 std::string TIxoAlarmFifos::GetAlarmsDescPreview() {
   TGuard guard(FLock);
   std::string text;
-  FActive.ForEach([&, first = true](const TNcAlarmMsg& msg) mutable {
+  FLists.ForEach(kActive, [&, first = true](const TNcAlarmMsg& msg) mutable {
     if (!std::exchange(first, false)) text += ", ";
     text += msg.Desc();
   });
@@ -91,24 +91,25 @@ std::string TIxoAlarmFifos::GetAlarmsDescPreview() {
 void TIxoAlarmFifos::SetHistoryCap(std::size_t messages) {
   TGuard guard(FLock);
   FHistoryCap = messages;
+  FTrimAt = messages / 4 * 5 + 1;
 }
 
 bool TIxoAlarmFifos::IsActive(std::string_view id) {
   TGuard guard(FLock);
-  return FActive.Contains(id);
+  return FLists.Contains(kActive, id);
 }
 
 std::vector<TNcAlarmMsg> TIxoAlarmFifos::Active() {
   TGuard guard(FLock);
   std::vector<TNcAlarmMsg> messages;
-  FActive.ForEach([&](const TNcAlarmMsg& msg) { messages.push_back(msg); });
+  FLists.ForEach(kActive, [&](const TNcAlarmMsg& msg) { messages.push_back(msg); });
   return messages;
 }
 
 std::vector<TNcAlarmMsg> TIxoAlarmFifos::Removed() {
   TGuard guard(FLock);
   std::vector<TNcAlarmMsg> messages;
-  FRemoved.ForEach([&](const TNcAlarmMsg& msg) { messages.push_back(msg); });
+  FLists.ForEach(kRemoved, [&](const TNcAlarmMsg& msg) { messages.push_back(msg); });
   return messages;
 }
 

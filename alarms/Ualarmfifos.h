@@ -70,8 +70,9 @@ class TIxoAlarmFifos {
   std::vector<TQueue> FQueues IXO_GUARDED_BY(FLock);
   std::deque<TNcAlarmMsg> FHistory IXO_GUARDED_BY(FLock);
   std::size_t FHistoryCap IXO_GUARDED_BY(FLock) = 0;
-  TAlarmList FActive IXO_GUARDED_BY(FLock);
-  TAlarmList FRemoved IXO_GUARDED_BY(FLock);
+  std::size_t FTrimAt IXO_GUARDED_BY(FLock) = 0;
+  enum : std::size_t { kActive, kRemoved };
+  TAlarmLists<2> FLists IXO_GUARDED_BY(FLock);
 };
 
 }  // namespace ixocamglue

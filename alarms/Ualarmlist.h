@@ -1,7 +1,9 @@
-// A list of alarm messages that finds the first of an identifier without walking: what an event costs does not grow
-// with what is active or past. Not synchronised.
+// Lists of alarm messages that find the first of an identifier without walking: what an event costs does not grow with
+// what is active or past. Several lists share one index, so that a message that leaves one for another is looked up
+// once. Not synchronised.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <list>
 #include <string_view>
@@ -12,55 +14,52 @@
 
 namespace ixocamglue {
 
-class TAlarmList {
+template <std::size_t Lists>
+class TAlarmLists {
  public:
-  TAlarmList() = default;
-  TAlarmList(const TAlarmList&) = delete;
-  TAlarmList& operator=(const TAlarmList&) = delete;
+  TAlarmLists() = default;
+  TAlarmLists(const TAlarmLists&) = delete;
+  TAlarmLists& operator=(const TAlarmLists&) = delete;
 
-  void InsertHead(const TNcAlarmMsg& msg) {
-    TChain& chain = FChains[msg.Texts];
-    FNodes.push_front({msg, chain.First});
-    chain.First = &FNodes.front();
-    chain.First->Self = FNodes.begin();
+  // Deletes the first message of the identifier from one list and puts the message at the head of another.
+  void Move(std::size_t from, std::size_t to, const TNcAlarmMsg& msg) {
+    TChains& chains = FChains[msg.Texts];
+    Delete(from, chains[from]);
+    TChain& chain = chains[to];
+    FNodes[to].push_front({msg, chain.First});
+    chain.First = &FNodes[to].front();
+    chain.First->Self = FNodes[to].begin();
     if (!chain.Last) chain.Last = chain.First;
   }
-  void Append(const TNcAlarmMsg& msg) {
-    TChain& chain = FChains[msg.Texts];
-    FNodes.push_back({msg, nullptr});
-    TNode* const node = &FNodes.back();
-    node->Self = std::prev(FNodes.end());
+  void Append(std::size_t list, const TNcAlarmMsg& msg) {
+    TChain& chain = FChains[msg.Texts][list];
+    FNodes[list].push_back({msg, nullptr});
+    TNode* const node = &FNodes[list].back();
+    node->Self = std::prev(FNodes[list].end());
     (chain.Last ? chain.Last->Next : chain.First) = node;
     chain.Last = node;
   }
-  // Deletes the message of this identifier that is nearest to the head; false when there is none.
-  bool DeleteFirst(std::string_view id) {
+  // Deletes the message of this identifier that is nearest to the head.
+  void DeleteFirst(std::size_t list, std::string_view id) {
     const auto found = FChains.find(id);
-    if (found == FChains.end() || !found->second.First) return false;
-    TChain& chain = found->second;
-    TNode* const node = chain.First;
-    chain.First = node->Next;
-    if (!chain.First) chain.Last = nullptr;  // the chain stays: an identifier that came once comes again
-    FNodes.erase(node->Self);
-    return true;
+    if (found != FChains.end()) Delete(list, found->second[list]);
   }
-  [[nodiscard]] bool Contains(std::string_view id) const {
+  [[nodiscard]] bool Contains(std::size_t list, std::string_view id) const {
     const auto found = FChains.find(id);
-    return found != FChains.end() && found->second.First;
+    return found != FChains.end() && found->second[list].First;
   }
-  [[nodiscard]] std::size_t Size() const { return FNodes.size(); }
 
   // From the head on.
   template <class F>
-  void ForEach(F call) const {
-    for (const TNode& node : FNodes) call(node.Msg);
+  void ForEach(std::size_t list, F call) const {
+    for (const TNode& node : FNodes[list]) call(node.Msg);
   }
 
  private:
   struct TNode {
     TNcAlarmMsg Msg;
     TNode* Next;  // of the same identifier, away from the head
-    std::list<TNode>::iterator Self{};
+    typename std::list<TNode>::iterator Self{};
   };
   struct TChain {
     TNode* First = nullptr;
@@ -81,8 +80,19 @@ class TAlarmList {
     }
   };
 
-  std::list<TNode> FNodes;
-  std::unordered_map<TNcAlarmTexts, TChain, TIdHash, TIdEqual> FChains;
+  using TChains = std::array<TChain, Lists>;
+
+  // The chains stay when they are empty: an identifier that came once comes again.
+  void Delete(std::size_t list, TChain& chain) {
+    TNode* const node = chain.First;
+    if (!node) return;
+    chain.First = node->Next;
+    if (!chain.First) chain.Last = nullptr;
+    FNodes[list].erase(node->Self);
+  }
+
+  std::array<std::list<TNode>, Lists> FNodes;
+  std::unordered_map<TNcAlarmTexts, TChains, TIdHash, TIdEqual> FChains;
 };
 
 }  // namespace ixocamglue

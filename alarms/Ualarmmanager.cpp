@@ -94,7 +94,7 @@ std::string TAlarmManager::GetAllAlarmsDescPreview() {
 std::vector<TNcAlarmMsg> TAlarmManager::GetRemovedAlarms() {
   TGuard guard(FLock);
   std::vector<TNcAlarmMsg> messages;
-  FRemovedAlarms.ForEach([&](const TNcAlarmMsg& msg) { messages.push_back(msg); });
+  FRemovedAlarms.ForEach(0, [&](const TNcAlarmMsg& msg) { messages.push_back(msg); });
   return messages;
 }
 
@@ -109,7 +109,7 @@ void TAlarmManager::NcAlarmAdded(const TNcAlarmRecord& rec) {
   msg.Removed = 0;
   AddToFifo(msg);
   TGuard guard(FLock);
-  FRemovedAlarms.DeleteFirst(msg.Id());  // Kept: the oldest entry here, the newest in the fifos' removed lists
+  FRemovedAlarms.DeleteFirst(0, msg.Id());  // Kept: the oldest entry here, the newest in the fifos' removed lists
 }
 
 void TAlarmManager::NcAlarmRemoved(const TNcAlarmRecord& rec) {
@@ -125,7 +125,7 @@ void TAlarmManager::NcAlarmRemoved(const TNcAlarmRecord& rec) {
   msg.Removed = 1;
   RemoveFromFifo(msg);
   TGuard guard(FLock);
-  FRemovedAlarms.Append(msg);
+  FRemovedAlarms.Append(0, msg);
 }
 
 void TAlarmManager::PushMsg(const TNcAlarmMsg& msg) {

@@ -83,7 +83,7 @@ class TAlarmManager {
   const TGetNcAlarmManager FProvider;
   const TAlarmLimits FLimits;
   TCriticalSection FLock;
-  TAlarmList FRemovedAlarms IXO_GUARDED_BY(FLock);
+  TAlarmLists<1> FRemovedAlarms IXO_GUARDED_BY(FLock);
   std::vector<std::unique_ptr<TIxoAlarmFifos>> FFifos;  // by level; constant until the destructor
   std::array<std::atomic<std::int32_t>, kAlarmLevels> FCounters{};
   std::atomic<TAlarmLv> FHighest{0};

@@ -6,6 +6,7 @@
 #include <malloc.h>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -33,7 +34,7 @@ std::vector<TNcAlarmRecord> Records(int count) {
 }
 
 // The whole manager without its package: events come as the package's thread would bring them.
-template <int Consumers>
+template <std::size_t Consumers>
 class TPush {
  public:
   TPush() { Prepare(); }
@@ -66,7 +67,7 @@ TPlainMsg PlainMsg(const TNcAlarmRecord& record, int action) {
 }
 
 // A copy with texts of its own per consumer and for the history.
-template <int Consumers>
+template <std::size_t Consumers>
 class TPlainDeques {
  public:
   void Prepare() {

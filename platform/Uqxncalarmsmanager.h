@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <new>
@@ -32,14 +33,13 @@ class TNcAlarmTexts {
     if (FBlock) FBlock->Count.fetch_add(1, std::memory_order_relaxed);
   }
   TNcAlarmTexts(TNcAlarmTexts&& other) noexcept : FBlock(std::exchange(other.FBlock, nullptr)) {}
-  TNcAlarmTexts& operator=(TNcAlarmTexts other) noexcept {
+  TNcAlarmTexts& operator=(const TNcAlarmTexts& other) noexcept { return *this = TNcAlarmTexts(other); }
+  TNcAlarmTexts& operator=(TNcAlarmTexts&& other) noexcept {
     std::swap(FBlock, other.FBlock);
     return *this;
   }
   ~TNcAlarmTexts() {
-    if (!FBlock || FBlock->Count.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
-    FBlock->~TBlock();
-    ::operator delete(FBlock);
+    if (FBlock) Drop();
   }
 
   [[nodiscard]] std::string_view Id() const {
@@ -51,6 +51,14 @@ class TNcAlarmTexts {
   [[nodiscard]] const void* Block() const { return FBlock; }  // the same for all copies of a message
 
  private:
+  friend class TNcAlarmCopies;
+
+  void Drop() noexcept {
+    if (FBlock->Count.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
+    FBlock->~TBlock();
+    ::operator delete(FBlock);
+  }
+
   struct TBlock {
     std::atomic<std::uint32_t> Count{1};
     std::uint32_t IdSize = 0;
@@ -76,6 +84,33 @@ struct TNcAlarmMsg {
 
   // Everything but action and removed flag, which stay.
   void InitAlarmMsg(const TNcAlarmRecord& record);
+};
+
+// Copies of one message for many holders, counted in one step; those that are not taken are given back. The message
+// outlives it.
+class TNcAlarmCopies {
+ public:
+  TNcAlarmCopies(const TNcAlarmMsg& msg, std::size_t copies) : FMsg(msg), FLeft(static_cast<std::uint32_t>(copies)) {
+    if (auto* const block = FMsg.Texts.FBlock) block->Count.fetch_add(FLeft, std::memory_order_relaxed);
+  }
+  ~TNcAlarmCopies() {
+    if (auto* const block = FMsg.Texts.FBlock; block && FLeft != 0)
+      block->Count.fetch_sub(FLeft, std::memory_order_relaxed);  // the message itself holds one more
+  }
+  TNcAlarmCopies(const TNcAlarmCopies&) = delete;
+  TNcAlarmCopies& operator=(const TNcAlarmCopies&) = delete;
+
+  // As often as was asked for.
+  [[nodiscard]] TNcAlarmMsg Take() {
+    TNcAlarmMsg copy{FMsg.Action, FMsg.Level, FMsg.Removed, {}, FMsg.Time, FMsg.Attrs, FMsg.Word};
+    copy.Texts.FBlock = FMsg.Texts.FBlock;
+    --FLeft;
+    return copy;
+  }
+
+ private:
+  const TNcAlarmMsg& FMsg;
+  std::uint32_t FLeft;
 };
 
 }  // namespace ixocamglue
