@@ -73,7 +73,7 @@ void AddMonitorCommand(CLI::App& program, TCommandRun& run) {
   CLI::App* const plot = AddOne(*monitor, run, options, "plot", "Draw the signals over time (needs gnuplot)",
                                 [](const TMonitorOptions& o) { return PlotMonitorFile(o.File, o.Out, std::cout); });
   AddFile(*plot, options->File, "FILE");
-  AddOut(*plot, options->Out, "The picture to write: a name that ends in .svg or .png");
+  AddOut(*plot, options->Out, "The picture to write: a name that ends in .svg");
 
   CLI::App* const diff = AddOne(*monitor, run, options, "diff", "Print the largest difference of two runs per signal",
                                 [](const TMonitorOptions& o) { return DiffMonitorFiles(o.File, o.Other, std::cout); });
