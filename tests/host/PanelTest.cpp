@@ -112,7 +112,6 @@ TEST_F(PanelHost, FormsStayNestedWhateverTheOrder) {
 // --- terminal ---
 
 constexpr auto kPress = TTerminalEvent::TKind::Press;
-constexpr auto kRelease = TTerminalEvent::TKind::Release;
 
 std::string Texts(const std::vector<TTerminalEvent>& events) {
   std::string text;
