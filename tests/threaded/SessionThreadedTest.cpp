@@ -11,6 +11,14 @@
 namespace ixocamglue::test {
 namespace {
 
+// The threads run, and the machine has acknowledged standby.
+void StartUp(TSession& session) {
+  session.StartThreads();
+  const auto& framework = session.Framework();
+  for (int wait = 0; wait < 400 && (session.Framework().Watch().Pass == 0 || framework.SafePending()); ++wait)
+    Clock().Sleep(5);
+}
+
 TEST(SessionThreaded, OtherThreadsStopAskLogAndTranslateWhileProceduresRun) {
   TSessionOptions options;
   options.Realtime = true;
@@ -20,7 +28,7 @@ TEST(SessionThreaded, OtherThreadsStopAskLogAndTranslateWhileProceduresRun) {
     config.Physics.EmissionJitterMs = 0;
   };
   TSession session(options);
-  session.StartThreads();
+  StartUp(session);
 
   std::atomic<bool> done{false};
   std::vector<std::thread> others;
@@ -65,7 +73,7 @@ TEST(SessionThreaded, EndsARunningShotInRealTime) {
   options.Realtime = true;
   options.Adjust = [](TSimConfig& config) { config.Physics.EmissionDelayMs = 5; };
   TSession session(options);
-  session.StartThreads();
+  StartUp(session);
   ASSERT_TRUE(session.Start(ShareRoot(MakeShot(60'000))));
   for (int wait = 0; wait < 400 && !session.Gate().Journal().HasSignal("laser on"); ++wait) Clock().Sleep(5);
   EXPECT_TRUE(session.Machine().Snapshot().Laser);
