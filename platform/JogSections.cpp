@@ -1,15 +1,12 @@
 #include "platform/JogSections.h"
 
-#include <cerrno>
 #include <charconv>
-#include <cstring>
-#include <fcntl.h>
 #include <sstream>
 #include <string_view>
-#include <unistd.h>
 
 #include <pugixml.hpp>
 
+#include "platform/FileLayer.h"
 #include "platform/MachineConfig.h"
 #include "support/Format.h"
 
@@ -48,49 +45,6 @@ pugi::xml_node SectionOf(pugi::xml_node root, const char* name, std::size_t head
   pugi::xml_node node = root.append_child(name);
   if (head > 0) node.append_attribute("Head").set_value(static_cast<unsigned>(head + 1));
   return node;
-}
-
-class TFile {
- public:
-  TFile(const std::string& name, int flags) : FHandle(::open(name.c_str(), flags | O_CLOEXEC, 0644)) {}
-  ~TFile() {
-    if (FHandle >= 0) ::close(FHandle);
-  }
-  TFile(const TFile&) = delete;
-  TFile& operator=(const TFile&) = delete;
-
-  [[nodiscard]] bool WriteAll(std::string_view bytes) const {
-    while (!bytes.empty()) {
-      const ssize_t written = FHandle < 0 ? -1 : ::write(FHandle, bytes.data(), bytes.size());
-      if (written < 0 && errno == EINTR) continue;
-      if (written <= 0) return false;
-      bytes.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return Flush();
-  }
-  [[nodiscard]] bool Flush() const { return FHandle >= 0 && ::fsync(FHandle) == 0; }
-
- private:
-  const int FHandle;
-};
-
-// Empty on success.
-std::string ReplaceFile(const std::filesystem::path& file, std::string_view bytes) {
-  const std::string name = file.string();
-  const std::string fresh = name + ".new";
-  const auto fail = [&](const char* what) {
-    const int error = errno;
-    ::unlink(fresh.c_str());
-    return Format("%s: %s: %s", name.c_str(), what, std::strerror(error));
-  };
-  if (!TFile(fresh, O_WRONLY | O_CREAT | O_TRUNC).WriteAll(bytes)) return fail("the new version cannot be written");
-  const std::string backup = name + ".bak";
-  ::unlink(backup.c_str());
-  if (::link(name.c_str(), backup.c_str()) != 0) return fail("the previous version cannot be kept");
-  if (::rename(fresh.c_str(), name.c_str()) != 0) return fail("the file cannot be replaced");
-  const std::filesystem::path folder = file.has_parent_path() ? file.parent_path() : ".";
-  (void)TFile(folder.string(), O_RDONLY | O_DIRECTORY).Flush();
-  return {};
 }
 
 }  // namespace
@@ -192,8 +146,9 @@ bool TJogSections::Save(std::string* problem) {
     node.print(bytes, "", pugi::format_raw, pugi::encoding_utf8);
     bytes << '\n';
   }
-  why = ReplaceFile(file, bytes.str());
-  return why.empty();
+  const TReplaced replaced = ReplaceFile(file.string(), bytes.str(), ".bak");
+  why = replaced.Problem;
+  return replaced.Done;
 }
 
 IXO_DEFINE_SERVICE(TJogSections, JogSections)
