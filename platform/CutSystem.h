@@ -41,6 +41,9 @@ class TNcGas : public INcBusyDevice {
   virtual void SetPressure(double bar) = 0;
   virtual void SwitchOn() = 0;
   virtual void SwitchOff() = 0;
+  // Puts a voltage (0 to 10 V) straight out to the proportional valve of the selected branch, past the pressure path;
+  // it holds until another voltage or pressure is set. A machine without such valves has nothing to do.
+  virtual void OutputDA(double volt) { static_cast<void>(volt); }
 };
 
 // Waits for one input at a time. Busy from StartWait until the input has its level, the limit is over, or Cancel.
@@ -60,6 +63,15 @@ class TNcCutHeadCtrl : public INcBusyDevice {
   virtual double GetFocus() = 0;
 };
 
+// What a height calibration found out.
+struct TNcCaliResult {
+  double Cap = 0.0;            // capacitance at the end of the calibration
+  double CaliCapRange = 0.0;   // from the smallest to the largest capacitance measured
+  std::int32_t SteadyLv = 0;   // level of the signal's steadiness at standstill
+  std::int32_t SmoothLv = 0;   // level of the curve's smoothness
+  std::int32_t ErrorType = 0;  // 0: good
+};
+
 // A height follower with its Z axis; mm, Z 0 is the top and grows downwards.
 class TNcFollower : public INcBusyDevice {
  public:
@@ -68,6 +80,12 @@ class TNcFollower : public INcBusyDevice {
   virtual void Stop(std::int32_t mode) = 0;          // 1: stop at once, follow mode included
   virtual double GetZ() = 0;
   virtual bool IsFollowing() = 0;
+  // At this Z and above (smaller), XY may travel over whatever lies on the table.
+  virtual double GetSafeZ() { return 0.0; }
+  // Learns the capacitance curve over the plate under the nozzle; busy until it has ended, in whatever way. The result
+  // is the latest calibration's; without one its error type is not 0.
+  virtual void StartCalibrate() {}
+  virtual TNcCaliResult GetCaliResult() { return {.Cap = 0.0, .CaliCapRange = 0.0, .ErrorType = 1}; }
   // Reads its parameters from the machine configuration again; one that keeps none of them has nothing to do.
   virtual void LoadParams() {}
 };

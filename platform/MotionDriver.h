@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <span>
 
 #include "platform/CutSystem.h"
@@ -21,7 +22,13 @@ struct TAxisLimits {
   double Pos = 0.0;
 };
 
-// Busy while any XY axis moves.
+// A rectangle with its sides along the axes; nothing lies in one whose maximum is below its minimum.
+struct TNcArea {
+  TPoint2 Min{0.0, 0.0};
+  TPoint2 Max{-1.0, -1.0};
+};
+
+// Busy while any axis of the driver moves.
 class TNcMotionDriver : public INcBusyDevice {
  public:
   virtual void MoveXY(TPoint2 target, double mmPerS) = 0;
@@ -30,6 +37,18 @@ class TNcMotionDriver : public INcBusyDevice {
   virtual void StopAll(std::int32_t mode) = 0;   // 0: every axis of the driver, along its deceleration ramp
   virtual double GetPos(std::int32_t axis) = 0;  // 0 X, 1 Y
   virtual TAxisLimits GetLimits(std::int32_t axis) = 0;
+  // Where the origin of the work coordinates lies; false while none is valid.
+  virtual bool GetWorkOrigin(TPoint2& origin) {
+    static_cast<void>(origin);
+    return false;
+  }
+  // Where the head may travel in work coordinates, as machine coordinates.
+  virtual TNcArea GetWorkArea() { return {}; }
+  // A Z axis of the driver's own, on machines whose head has no follower; Z 0 is the top and grows downwards.
+  virtual bool HasZ() { return false; }
+  virtual void MoveZ(double mm, double mmPerS) { static_cast<void>(mm), static_cast<void>(mmPerS); }
+  virtual double GetZ() { return 0.0; }
+  virtual double GetSafeZ() { return 0.0; }
   virtual void SaveFlagPos(std::int32_t flag) = 0;               // remembers the present position under a flag number
   virtual void SaveFlagPos(std::int32_t flag, TPoint2 pos) = 0;  // remembers this one
 };
@@ -52,6 +71,8 @@ class TNcDeviceManager {
   virtual ~TNcDeviceManager() = default;
   virtual TNcInputGroup* InputGroup() = 0;
   virtual std::int32_t GetAxisCount() { return 0; }  // axes are counted from 1 elsewhere
+  // What the gas pressure sensor reads now, in bar; no number without a sensor that answers.
+  virtual double GetRtGasPressure() { return std::numeric_limits<double>::quiet_NaN(); }
 };
 
 IXO_DECLARE_SERVICE(TNcMotionDriver, MotionDriver);
