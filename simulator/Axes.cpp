@@ -71,8 +71,15 @@ TSimMotion::TSimMotion(TSimCore& core, const TSimConfig& config)
     : FCore(core),
       FX(config.X),
       FY(config.Y),
+      FZAxis(config.Z),
+      FHasZ(!config.Physics.Follower),
+      FSafeZ(config.SafeZ),
+      FWorkArea(config.WorkArea),
+      FWorkOrigin(config.WorkOrigin),
       FPath({std::clamp(0.0, FX.SoftLimitNeg, FX.SoftLimitPos), std::clamp(0.0, FY.SoftLimitNeg, FY.SoftLimitPos)}, {},
-            1.0, 1.0) {}
+            1.0, 1.0) {
+  FZ.Place(std::clamp(0.0, FZAxis.SoftLimitNeg, FZAxis.SoftLimitPos));
+}
 
 bool TSimMotion::IsBusy() {
   if (!FCore.Gate.Enter("axes", "IsBusy", vkRead)) return true;
@@ -120,12 +127,13 @@ void TSimMotion::Show() {
 }
 
 void TSimMotion::TellLimits(const TPoint2& point) {
-  const auto tell = [this](TSimDeviceAlarms::TAxis axis, double target, const TSimAxisConfig& limits) {
-    if (target < limits.SoftLimitNeg) FCore.DeviceAlarms.AxisLimit(axis, false);
-    if (target > limits.SoftLimitPos) FCore.DeviceAlarms.AxisLimit(axis, true);
-  };
-  tell(TSimDeviceAlarms::axX, point.X, FX);
-  tell(TSimDeviceAlarms::axY, point.Y, FY);
+  TellLimit(TSimDeviceAlarms::axX, point.X, FX);
+  TellLimit(TSimDeviceAlarms::axY, point.Y, FY);
+}
+
+void TSimMotion::TellLimit(TSimDeviceAlarms::TAxis axis, double target, const TSimAxisConfig& limits) {
+  if (target < limits.SoftLimitNeg) FCore.DeviceAlarms.AxisLimit(axis, false);
+  if (target > limits.SoftLimitPos) FCore.DeviceAlarms.AxisLimit(axis, true);
 }
 
 bool TSimMotion::Inside(const TPoint2& point) const {  // false for what is no number
@@ -148,6 +156,7 @@ void TSimMotion::StopAll(std::int32_t mode) {
   const TSimScope scope(FCore);
   FNextPoints.clear();
   FPath.Brake();
+  FZ.Brake();
   for (TTrapezoid& turn : FTurns) turn.Brake();
   Show();
 }
@@ -163,6 +172,46 @@ TAxisLimits TSimMotion::GetLimits(std::int32_t axis) {
   if (axis == 0) return {FX.SoftLimitNeg, FX.SoftLimitPos};
   if (axis == 1) return {FY.SoftLimitNeg, FY.SoftLimitPos};
   return {};
+}
+
+bool TSimMotion::GetWorkOrigin(TPoint2& origin) {
+  if (!FCore.Gate.Enter("axes", "GetWorkOrigin", vkRead)) return false;
+  const TSimScope scope(FCore);
+  if (FWorkOrigin) origin = *FWorkOrigin;
+  return FWorkOrigin.has_value();
+}
+
+TNcArea TSimMotion::GetWorkArea() {
+  if (!FCore.Gate.Enter("axes", "GetWorkArea", vkRead)) return {};
+  return FWorkArea;
+}
+
+bool TSimMotion::HasZ() { return FCore.Gate.Enter("axes", "HasZ", vkRead) && FHasZ; }
+
+void TSimMotion::MoveZ(double mm, double mmPerS) {
+  if (!FCore.Gate.Enter("axes", "MoveZ", vkStart, Format("%.3f %.1f", mm, mmPerS))) return;
+  const TSimScope scope(FCore);
+  if (!FHasZ) return FCore.Event("axes", "the driver has no Z axis");
+  if (!(mm >= FZAxis.SoftLimitNeg && mm <= FZAxis.SoftLimitPos)) {
+    TellLimit(TSimDeviceAlarms::axZ, mm, FZAxis);
+    return FCore.Event("axes", Format("Z target %.3f is outside the limits", mm));
+  }
+  FCore.DeviceAlarms.AxisWithin(TSimDeviceAlarms::axZ);
+  FZ.Start(mm, SpeedWithin(mmPerS, FZAxis.MaxSpeed), FZAxis.Acceleration);
+  Show();
+}
+
+double TSimMotion::GetZ() {
+  if (!FCore.Gate.Enter("axes", "GetZ", vkRead)) return FZAxis.SoftLimitPos;
+  const TSimScope scope(FCore);
+  return FZ.Pos();
+}
+
+double TSimMotion::GetSafeZ() { return FCore.Gate.Enter("axes", "GetSafeZ", vkRead) ? FSafeZ : 0.0; }
+
+void TSimMotion::SetWorkOrigin(std::optional<TPoint2> origin) {
+  const TSimScope scope(FCore);
+  FWorkOrigin = origin;
 }
 
 void TSimMotion::SaveFlagPos(std::int32_t flag) {
@@ -189,7 +238,17 @@ TPoint2 TSimMotion::Speed() const {
 
 bool TSimMotion::Moving() const {
   FCore.AssertLocked();
-  return FPath.Moving() || !FNextPoints.empty() || std::ranges::any_of(FTurns, &TTrapezoid::Moving);
+  return FPath.Moving() || !FNextPoints.empty() || FZ.Moving() || std::ranges::any_of(FTurns, &TTrapezoid::Moving);
+}
+
+double TSimMotion::Z() const {
+  FCore.AssertLocked();
+  return FZ.Pos();
+}
+
+double TSimMotion::ZSpeed() const {
+  FCore.AssertLocked();
+  return FZ.Speed();
 }
 
 double TSimMotion::PathSpeed() const {
@@ -211,6 +270,7 @@ void TSimMotion::Step(std::uint64_t) {
   FPath.Step();
   const TPoint2 after = FPath.Pos();
   FSpeed = {(after.X - before.X) / TTrapezoid::kStepS, (after.Y - before.Y) / TTrapezoid::kStepS};
+  FZ.Step();
   for (TTrapezoid& turn : FTurns) turn.Step();
   if (!FPath.Moving() && !FNextPoints.empty()) {
     FPath = TSimPath(FPath.Pos(), FNextPoints, FNextSpeed, std::min(FX.Acceleration, FY.Acceleration));
@@ -352,6 +412,8 @@ bool TSimFollower::IsFollowing() {
   const TSimScope scope(FCore);
   return FFollowing;
 }
+
+double TSimFollower::GetSafeZ() { return FCore.Gate.Enter(FDevice, "GetSafeZ", vkRead) ? FSafeZ : 0.0; }
 
 void TSimFollower::SetPlate(double z) {
   const TSimScope scope(FCore);

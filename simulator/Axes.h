@@ -3,12 +3,14 @@
 //
 // A target outside the limits, or one that is no number, moves nothing and is noted in the journal. A move that comes
 // while another one runs first lets the axis come to rest. Stopping follows the deceleration ramp, whatever the mode.
-// Refused reads answer: busy, position 0, Z at its lowest, not following, no travel.
+// Refused reads answer: busy, position 0, Z at its lowest, not following, no travel, no work origin and an empty work
+// area, no Z axis, and 0 (the top) for the safe Z.
 #pragma once
 
 #include <array>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -57,13 +59,23 @@ class TSimMotion final : public TNcMotionDriver, public ISimPart {
   void StopAll(std::int32_t mode) override;
   double GetPos(std::int32_t axis) override;  // 2 to 7 in turns
   TAxisLimits GetLimits(std::int32_t axis) override;
+  bool GetWorkOrigin(TPoint2& origin) override;
+  TNcArea GetWorkArea() override;
+  bool HasZ() override;  // on a machine without follower
+  void MoveZ(double mm, double mmPerS) override;
+  double GetZ() override;
+  double GetSafeZ() override;
   void SaveFlagPos(std::int32_t flag) override;
   void SaveFlagPos(std::int32_t flag, TPoint2 pos) override;
+
+  void SetWorkOrigin(std::optional<TPoint2> origin);  // any thread
 
   // --- past the gate; the core's lock is held ---
   [[nodiscard]] TPoint2 Pos() const;
   [[nodiscard]] TPoint2 Speed() const;  // of each axis, with its sign
   [[nodiscard]] bool Moving() const;
+  [[nodiscard]] double Z() const;  // of the driver's own axis
+  [[nodiscard]] double ZSpeed() const;
   [[nodiscard]] double PathSpeed() const;
   [[nodiscard]] const TPoint2* FlagPos(std::int32_t flag) const;  // null: never saved
 
@@ -73,14 +85,21 @@ class TSimMotion final : public TNcMotionDriver, public ISimPart {
   void Start(std::vector<TPoint2> points, double mmPerS) IXO_REQUIRES(FCore.Lock);
   void Show() IXO_REQUIRES(FCore.Lock);
   void TellLimits(const TPoint2& point);
+  void TellLimit(TSimDeviceAlarms::TAxis axis, double target, const TSimAxisConfig& limits);
   [[nodiscard]] bool Inside(const TPoint2& point) const;
 
   TSimCore& FCore;
   const TSimAxisConfig FX;
   const TSimAxisConfig FY;
+  const TSimAxisConfig FZAxis;
+  const bool FHasZ;
+  const double FSafeZ;
+  const TNcArea FWorkArea;
+  std::optional<TPoint2> FWorkOrigin IXO_GUARDED_BY(FCore.Lock);
   TSimPath FPath IXO_GUARDED_BY(FCore.Lock);
   std::vector<TPoint2> FNextPoints IXO_GUARDED_BY(FCore.Lock);  // after the present path has come to rest
   double FNextSpeed IXO_GUARDED_BY(FCore.Lock) = 0.0;
+  TTrapezoid FZ IXO_GUARDED_BY(FCore.Lock);
   std::array<TTrapezoid, kAxes> FTurns IXO_GUARDED_BY(FCore.Lock);
   std::map<std::int32_t, TPoint2> FFlags IXO_GUARDED_BY(FCore.Lock);
   bool FShownMoving IXO_GUARDED_BY(FCore.Lock) = false;
@@ -145,6 +164,7 @@ class TSimFollower final : public TNcFollower, public ISimPart {
       : FCore(core),
         FDevice(device),
         FZ(core, device, TSimDeviceAlarms::axZ, config.Z),
+        FSafeZ(config.SafeZ),
         FPlateZ(config.Physics.PlateZ) {}
 
   bool IsBusy() override;
@@ -153,6 +173,7 @@ class TSimFollower final : public TNcFollower, public ISimPart {
   void Stop(std::int32_t mode) override;
   double GetZ() override;
   bool IsFollowing() override;
+  double GetSafeZ() override;
 
   void SetPlate(double z);  // the plate under the nozzle has changed its height
 
@@ -168,6 +189,7 @@ class TSimFollower final : public TNcFollower, public ISimPart {
   TSimCore& FCore;
   const char* const FDevice;
   TSimAxis FZ IXO_GUARDED_BY(FCore.Lock);
+  const double FSafeZ;
   double FPlateZ IXO_GUARDED_BY(FCore.Lock);
   double FHeight IXO_GUARDED_BY(FCore.Lock) = 0.0;
   bool FFollowing IXO_GUARDED_BY(FCore.Lock) = false;

@@ -110,6 +110,7 @@ void ReadAxes(const TReader& axes, TSimConfig& config) {
     } else {
       seen.push_back(name);
       ReadAxis(reader, **it);
+      if (*it == &config.Z) reader.Read("SafeZ", config.SafeZ, config.Z.SoftLimitNeg, config.Z.SoftLimitPos);
     }
   }
 }
@@ -179,11 +180,41 @@ void ReadPhysics(const TReader& reader, const TSimAxisConfig& z, TSimPhysics& ph
   reader.Read("EmissionJitterMs", physics.EmissionJitterMs, 0, 60'000);
   reader.Read("GasTimeConstantMs", physics.GasTimeConstantMs, 1, 60'000);
   reader.Read("SwitchTimeMs", physics.SwitchTimeMs, 0, 60'000);
+  reader.Read("Follower", physics.Follower);
   reader.Read("SecondFollower", physics.SecondFollower);
+  if (physics.SecondFollower && !physics.Follower)
+    reader.Problem("SecondFollower", "true", "a machine without Follower has no second one");
   reader.Read("FollowingErrorMs", physics.FollowingErrorMs, 0.0, 100.0);
   double plateZ = physics.PlateZ;
   reader.Read("PlateZ", plateZ, z.SoftLimitNeg, z.SoftLimitPos);
   physics.PlateZ = std::clamp(plateZ, z.SoftLimitNeg, z.SoftLimitPos);
+}
+
+// Where the head may travel at all, unless the file narrows it; the origin lies within.
+void ReadWork(const TReader& reader, TSimConfig& config) {
+  TNcArea& area = config.WorkArea;
+  area = {{config.X.SoftLimitNeg, config.Y.SoftLimitNeg}, {config.X.SoftLimitPos, config.Y.SoftLimitPos}};
+  const TReader areaReader = reader.Child("WorkArea");
+  areaReader.Read("MinX", area.Min.X, config.X.SoftLimitNeg, config.X.SoftLimitPos);
+  areaReader.Read("MinY", area.Min.Y, config.Y.SoftLimitNeg, config.Y.SoftLimitPos);
+  areaReader.Read("MaxX", area.Max.X, area.Min.X, config.X.SoftLimitPos);
+  areaReader.Read("MaxY", area.Max.Y, area.Min.Y, config.Y.SoftLimitPos);
+
+  const TReader originReader = reader.Child("WorkOrigin");
+  bool valid = true;
+  originReader.Read("Valid", valid);
+  TPoint2 origin{std::clamp(0.0, area.Min.X, area.Max.X), std::clamp(0.0, area.Min.Y, area.Max.Y)};
+  originReader.Read("X", origin.X, area.Min.X, area.Max.X);
+  originReader.Read("Y", origin.Y, area.Min.Y, area.Max.Y);
+  config.WorkOrigin = valid ? std::optional(origin) : std::nullopt;
+}
+
+// The height for travelling lies above the plate, or nothing is safe about it.
+void CheckSafeZ(const TReader& axes, TSimConfig& config) {
+  config.SafeZ = std::clamp(config.SafeZ, config.Z.SoftLimitNeg, config.Z.SoftLimitPos);
+  if (config.SafeZ >= config.Physics.PlateZ && config.SafeZ > config.Z.SoftLimitNeg)
+    axes.Problem("Axis/SafeZ", Format("%g", config.SafeZ),
+                 Format("not above the plate (PlateZ %g)", config.Physics.PlateZ).c_str());
 }
 
 }  // namespace
@@ -201,6 +232,8 @@ TSimConfig TSimConfig::FromConfig(const TMachineConfig& config, std::vector<std:
   root.Child("SwitchTable").Read("DockedTable", sim.DockedTable, 0, 2);
   ReadSupervisor(root.Child("Supervisor"), sim.Supervisor);
   ReadPhysics(root.Child("Simulator"), sim.Z, sim.Physics);
+  ReadWork(root.Child("Simulator"), sim);
+  CheckSafeZ(root.Child("Axes"), sim);
   return sim;
 }
 

@@ -3,10 +3,12 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "platform/MachineConfig.h"
+#include "platform/MotionDriver.h"
 
 namespace ixocamglue {
 
@@ -56,6 +58,7 @@ struct TSimPhysics {
   std::int32_t SwitchTimeMs = 60;  // a gas valve's
   double FollowingErrorMs = 2.0;   // an axis lags behind its set position by its speed times this
   double PlateZ = 80.0;            // Z at which the nozzle would touch the plate
+  bool Follower = true;            // false: the head has none, and Z is an axis of the motion driver
   bool SecondFollower = false;
 };
 
@@ -66,6 +69,9 @@ struct TSimConfig {
   TSimAxisConfig Y{"Y", 0.0, 1500.0, 1500.0, 10'000.0};
   TSimAxisConfig Z{"Z", 0.0, 120.0, 300.0, 5000.0};
   TSimAxisConfig Focus{"Focus", -25.0, 25.0, 100.0, 2000.0};
+  double SafeZ = 10.0;                             // at this Z and above, XY may travel over the table
+  std::optional<TPoint2> WorkOrigin = TPoint2{};   // machine coordinates; none: the machine has no valid one
+  TNcArea WorkArea{{0.0, 0.0}, {3000.0, 1500.0}};  // machine coordinates
   std::vector<TSimGasBranch> GasBranches{{1, "Air", 33, 16.0}, {2, "O2", 34, 10.0}, {3, "N2", 35, 25.0}};
   std::vector<TSimPort> Inports{{1, "Input 1"}, {2, "Input 2"}, {3, "Input 3"}, {4, "Input 4"}};
   std::vector<TSimPort> Outports{{1, "Output 1"}, {2, "Output 2"}, {3, "Output 3"}, {4, "Output 4"}, {5, "Output 5"}};

@@ -21,7 +21,7 @@ TSimMachine::TSimMachine(const TSimConfig& config, std::uint64_t seed, TNcStateF
       FFollower(FCore, "follower", FConfig),
       FSecondFollower(config.Physics.SecondFollower ? std::make_unique<TSimFollower>(FCore, "follower2", FConfig)
                                                     : nullptr),
-      FMultiFollower(&FFollower, FSecondFollower.get()),
+      FMultiFollower(config.Physics.Follower ? &FFollower : nullptr, FSecondFollower.get()),
       FPorts(FCore, FConfig),
       FInportCtrl(FCore, FPorts, FAlarms),
       FTable(FCore, FConfig),
@@ -35,7 +35,7 @@ TSimMachine::TSimMachine(const TSimConfig& config, std::uint64_t seed, TNcStateF
   FCore.AddPart(FPorts);
   FCore.AddPart(FInportCtrl);
   if (parts.CutSystem) FCutSystemInstalled.emplace(*this);
-  if (parts.Follower) FFollowerInstalled.emplace(FFollower);
+  if (parts.Follower && config.Physics.Follower) FFollowerInstalled.emplace(FFollower);
   if (parts.MotionDriver) FMotionInstalled.emplace(FMotion);
   if (parts.MotionCard) FCardInstalled.emplace(FPorts);
   if (parts.DeviceManager) FManagerInstalled.emplace(FPorts);
@@ -124,14 +124,15 @@ TSimSnapshot TSimMachine::Snapshot() {
   now.GasBar = gas.Bar;
   now.Pos = FMotion.Pos();
   now.AxesMoving = FMotion.Moving();
-  now.Z = FFollower.Z();
+  now.Z = FConfig.Physics.Follower ? FFollower.Z() : FMotion.Z();
   now.ZMoving = FFollower.Moving() || (FSecondFollower && FSecondFollower->Moving());
   now.Following = FFollower.Following() || (FSecondFollower && FSecondFollower->Following());
   now.Focus = FHead.Focus();
   now.FocusMoving = FHead.Moving();
   const TPoint2 speed = FMotion.Speed();
   const double lagS = FConfig.Physics.FollowingErrorMs / 1000.0;
-  now.FollowingError = {speed.X * lagS, speed.Y * lagS, FFollower.Speed() * lagS, FHead.Speed() * lagS};
+  const double speedZ = FConfig.Physics.Follower ? FFollower.Speed() : FMotion.ZSpeed();
+  now.FollowingError = {speed.X * lagS, speed.Y * lagS, speedZ * lagS, FHead.Speed() * lagS};
   now.OutputsOn = FPorts.OutputsOn();
   now.State = GetState();
   return now;

@@ -54,7 +54,7 @@ struct TSimSnapshot {
   double GasSetBar = 0.0;
   double GasBar = 0.0;  // at the nozzle
   TPoint2 Pos;
-  double Z = 0.0;
+  double Z = 0.0;  // of the first follower, or of the driver where there is none
   double Focus = 0.0;
   // How far X, Y, Z and Focus lag behind their set positions, mm.
   std::array<double, 4> FollowingError{};
