@@ -12,6 +12,8 @@ constexpr double kSmoothCorner = 0.94;      // cosine of the angle (20 degrees) 
 constexpr double kTurnAcceleration = 20.0;  // turns/s2
 constexpr double kTurnSpeed = 1.0;          // turns/s
 
+constexpr TAxisLimits kNowhere{1.0, -1.0};  // of a device that does not answer
+
 double SpeedWithin(double wanted, double most) { return wanted > 0.0 && wanted < most ? wanted : most; }
 
 }  // namespace
@@ -105,6 +107,10 @@ void TSimMotion::Start(std::vector<TPoint2> points, double mmPerS) {
       TellLimits(point);
       return FCore.Event("axes", Format("target %.3f %.3f is outside the limits", point.X, point.Y));
     }
+  if (FLimitPressed) {
+    FCore.DeviceAlarms.AxisLimit(TSimDeviceAlarms::axX, true);
+    return FCore.Event("axes", "the limit switch X+ is pressed");
+  }
   FCore.DeviceAlarms.AxisWithin(TSimDeviceAlarms::axX);
   FCore.DeviceAlarms.AxisWithin(TSimDeviceAlarms::axY);
   // Both axes' limits hold along any direction when the path keeps to the smaller one.
@@ -207,6 +213,11 @@ double TSimMotion::GetZ() {
   return FZ.Pos();
 }
 
+TAxisLimits TSimMotion::GetZLimits() {
+  if (!FCore.Gate.Enter("axes", "GetZLimits", vkRead)) return kNowhere;
+  return {FZAxis.SoftLimitNeg, FZAxis.SoftLimitPos};
+}
+
 double TSimMotion::GetSafeZ() { return FCore.Gate.Enter("axes", "GetSafeZ", vkRead) ? FSafeZ : 0.0; }
 
 void TSimMotion::SetWorkOrigin(std::optional<TPoint2> origin) {
@@ -224,6 +235,21 @@ void TSimMotion::SaveFlagPos(std::int32_t flag, TPoint2 pos) {
   if (!FCore.Gate.Enter("axes", "SaveFlagPos", vkSet, Format("%d %.3f %.3f", flag, pos.X, pos.Y))) return;
   const TSimScope scope(FCore);
   FFlags[flag] = pos;
+}
+
+void TSimMotion::SetLimitPressed(bool pressed) {
+  const TSimScope scope(FCore);
+  FLimitPressed = pressed;
+}
+
+double TSimMotion::TurnPos(std::int32_t axis) const {
+  FCore.AssertLocked();
+  return axis < kFirstTurnAxis || axis >= kAxes ? 0.0 : FTurns[static_cast<std::size_t>(axis)].Pos();
+}
+
+bool TSimMotion::Turning() const {
+  FCore.AssertLocked();
+  return std::ranges::any_of(FTurns, &TTrapezoid::Moving);
 }
 
 TPoint2 TSimMotion::Pos() const {
@@ -341,6 +367,12 @@ double TSimCutHead::GetFocus() {
   return FFocus.Pos();
 }
 
+TAxisLimits TSimCutHead::GetFocusLimits() {
+  if (!FCore.Gate.Enter("head", "GetFocusLimits", vkRead)) return kNowhere;
+  const TSimScope scope(FCore);
+  return {FFocus.Config().SoftLimitNeg, FFocus.Config().SoftLimitPos};
+}
+
 double TSimCutHead::Focus() const {
   FCore.AssertLocked();
   return FFocus.Pos();
@@ -359,95 +391,6 @@ bool TSimCutHead::Moving() const {
 void TSimCutHead::Step(std::uint64_t) {
   FCore.AssertLocked();
   FFocus.Step();
-}
-
-// --- TSimFollower ---
-
-bool TSimFollower::IsBusy() {
-  if (!FCore.Gate.Enter(FDevice, "IsBusy", vkRead)) return true;
-  const TSimScope scope(FCore);
-  return FFollowing ? !FReached : FZ.Moving();
-}
-
-void TSimFollower::MoveZ(double mm, double mmPerS) {
-  if (!FCore.Gate.Enter(FDevice, "MoveZ", vkStart, Format("%.3f %.1f", mm, mmPerS))) return;
-  const TSimScope scope(FCore);
-  if (FZ.Start(mm, mmPerS)) SetFollowing(false);
-}
-
-void TSimFollower::Follow(double heightMm) {
-  if (!FCore.Gate.Enter(FDevice, "Follow", vkStart, Format("%.3f", heightMm))) return;
-  const TSimScope scope(FCore);
-  if (!(heightMm >= 0.0 && heightMm <= FZ.Config().SoftLimitPos))
-    return FCore.Event(FDevice, Format("a height of %.3f cannot be followed", heightMm));
-  FHeight = heightMm;
-  FReached = false;
-  SetFollowing(true);
-}
-
-void TSimFollower::SetFollowing(bool on) {
-  if (FFollowing == on) return;
-  FFollowing = on;
-  FCore.Event(FDevice, on ? "following" : "follow ended");
-}
-
-void TSimFollower::Stop(std::int32_t mode) {
-  if (!FCore.Gate.Enter(FDevice, "Stop", vkStop, Format("%d", mode))) return;
-  const TSimScope scope(FCore);
-  SetFollowing(false);
-  FZ.Brake();
-}
-
-double TSimFollower::GetZ() {
-  if (!FCore.Gate.Enter(FDevice, "GetZ", vkRead)) {
-    const TSimScope scope(FCore);
-    return FZ.Config().SoftLimitPos;
-  }
-  const TSimScope scope(FCore);
-  return FZ.Pos();
-}
-
-bool TSimFollower::IsFollowing() {
-  if (!FCore.Gate.Enter(FDevice, "IsFollowing", vkRead)) return false;
-  const TSimScope scope(FCore);
-  return FFollowing;
-}
-
-double TSimFollower::GetSafeZ() { return FCore.Gate.Enter(FDevice, "GetSafeZ", vkRead) ? FSafeZ : 0.0; }
-
-void TSimFollower::SetPlate(double z) {
-  const TSimScope scope(FCore);
-  if (std::isfinite(z)) FPlateZ = z;
-}
-
-double TSimFollower::Z() const {
-  FCore.AssertLocked();
-  return FZ.Pos();
-}
-
-double TSimFollower::Speed() const {
-  FCore.AssertLocked();
-  return FZ.Speed();
-}
-
-bool TSimFollower::Moving() const {
-  FCore.AssertLocked();
-  return FZ.Moving();
-}
-
-bool TSimFollower::Following() const {
-  FCore.AssertLocked();
-  return FFollowing;
-}
-
-void TSimFollower::Step(std::uint64_t) {
-  FCore.AssertLocked();
-  if (FFollowing) {
-    const double target = FZ.Clamped(FPlateZ - FHeight);
-    if (target != FZ.Target()) FZ.Start(target, 0.0);
-    if (!FZ.Moving()) FReached = true;
-  }
-  FZ.Step();
 }
 
 }  // namespace ixocamglue

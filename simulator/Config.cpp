@@ -209,6 +209,72 @@ void ReadWork(const TReader& reader, TSimConfig& config) {
   config.WorkOrigin = valid ? std::optional(origin) : std::nullopt;
 }
 
+// The nozzle changer's and the cleaning's own records judge their values; what is no number counts as missing here too.
+TSimSwitch SwitchOf(const TConfigSection& section, const char* name) {
+  const TConfigSection in = section.Child(name);
+  return {in.GetInt("Port", 0), in.GetInt("Level", 0) != 0};
+}
+
+std::vector<TSimSlot> SlotsOf(const TConfigSection& grid) {
+  std::vector<TSimSlot> slots;
+  const std::int32_t rows = grid.GetInt("RowCount", 0);
+  const std::int32_t cols = grid.GetInt("ColCount", 0);
+  std::int32_t place = 0;  // of an item that names none
+  for (const TConfigSection& item : grid.Children("PosItem")) {
+    TSimSlot slot;
+    slot.Row = item.GetInt("Row", cols > 0 ? place / cols : 0);
+    slot.Col = item.GetInt("Col", cols > 0 ? place % cols : 0);
+    ++place;
+    slot.X = item.GetFloat("X", 0.0);
+    slot.Y = item.GetFloat("Y", 0.0);
+    slot.Z = item.GetFloat("Z", 0.0);
+    slot.UninstZ = item.GetBool("UseDiffZ", false) ? item.GetFloat("UninstZ", 0.0) : slot.Z;
+    slot.Ready = SwitchOf(item, "InReady");
+    const bool inside = slot.Row >= 0 && slot.Row < rows && slot.Col >= 0 && slot.Col < cols;
+    if (inside) slots.push_back(slot);
+  }
+  return slots;
+}
+
+// Every nozzle lies in its slot but the one that the head wears.
+void ReadRack(const TConfigSection& section, const TReader& simulator, TSimRackConfig& rack) {
+  rack.OutCapOpen = section.GetInt("OutCapOpen", 0);
+  rack.OutCapClose = section.GetInt("OutCapClose", 0);
+  rack.OutStageUp = section.GetInt("OutStageUp", 0);
+  rack.OutStageDown = section.GetInt("OutStageDown", 0);
+  rack.InCapOpen = SwitchOf(section, "InCapOpenOK");
+  rack.InCapClose = SwitchOf(section, "InCapCloseOK");
+  rack.InStageUp = SwitchOf(section, "InStageUpOK");
+  rack.InStageDown = SwitchOf(section, "InStageDownOK");
+  rack.MotorAxis = section.GetInt("MotorAxis", 0);
+  rack.MotorDir = section.GetBool("MotorDir", false);
+  rack.Slots = SlotsOf(section.Child("NozzlePosItems"));
+  rack.HeadNozzle = section.GetInt("UninstallID", 0);
+  simulator.Read("HeadNozzle", rack.HeadNozzle, 0, std::numeric_limits<std::int32_t>::max());
+  simulator.Read("TravelMs", rack.TravelMs, 1, 60'000);
+  simulator.Read("ThreadTurns", rack.ThreadTurns, 0.1, 100.0);
+  for (const TConfigSection& item : section.Child("NozzleItems").Children("NozzleItem")) {
+    const std::int32_t id = item.GetInt("ID", 0);
+    const auto slot = std::ranges::find_if(rack.Slots, [&](const TSimSlot& s) {
+      return s.Row == item.GetInt("PosRow", 0) && s.Col == item.GetInt("PosCol", 0);
+    });
+    if (slot != rack.Slots.end() && id != rack.HeadNozzle) slot->Nozzle = id;
+  }
+}
+
+void ReadBrushes(const TConfigSection& section, std::vector<TSimBrushPlace>& brushes) {
+  constexpr double kEdge = 5.0;      // beyond the curve that cleans, mm
+  constexpr double kBristles = 1.0;  // above the height to clean at, mm
+  const double half = std::max(section.GetFloat("CleanCurveLength", 0.0), section.GetFloat("CleanCurveWidth", 0.0)) / 2;
+  const auto add = [&](const char* x, const char* y, const char* z) {
+    brushes.push_back(
+        {section.GetFloat(x, 0.0), section.GetFloat(y, 0.0), half + kEdge, section.GetFloat(z, 0.0) - kBristles});
+  };
+  if (!section.GetBool("Initialized", false)) return;
+  add("CleanRefPtX", "CleanRefPtY", "CleanZPos");
+  if (section.GetBool("UseDoubleBrushes", false)) add("CleanRefPtX2", "CleanRefPtY2", "CleanZPos2");
+}
+
 // The height for travelling lies above the plate, or nothing is safe about it.
 void CheckSafeZ(const TReader& axes, TSimConfig& config) {
   config.SafeZ = std::clamp(config.SafeZ, config.Z.SoftLimitNeg, config.Z.SoftLimitPos);
@@ -234,6 +300,8 @@ TSimConfig TSimConfig::FromConfig(const TMachineConfig& config, std::vector<std:
   ReadPhysics(root.Child("Simulator"), sim.Z, sim.Physics);
   ReadWork(root.Child("Simulator"), sim);
   CheckSafeZ(root.Child("Axes"), sim);
+  ReadRack(config.Section("NozzleChange"), root.Child("Simulator").Child("Rack"), sim.Rack);
+  ReadBrushes(config.Section("AutoCleanHead"), sim.Brushes);
   return sim;
 }
 

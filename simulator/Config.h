@@ -62,6 +62,46 @@ struct TSimPhysics {
   bool SecondFollower = false;
 };
 
+// An input and the level that means "true"; a port below 1 is not fitted.
+struct TSimSwitch {
+  std::int32_t Port = 0;
+  bool Level = true;
+};
+
+struct TSimSlot {
+  std::int32_t Row = 0;
+  std::int32_t Col = 0;
+  double X = 0.0;
+  double Y = 0.0;
+  double Z = 0.0;           // of the head that takes the nozzle
+  double UninstZ = 0.0;     // of the head that puts it down
+  TSimSwitch Ready;         // a nozzle is in the slot
+  std::int32_t Nozzle = 0;  // its number; 0: none
+};
+
+// The nozzle changer as "NozzleChange" describes it; without slots there is none. Outputs below 1 are not fitted.
+struct TSimRackConfig {
+  std::int32_t OutCapOpen = 0;
+  std::int32_t OutCapClose = 0;
+  std::int32_t OutStageUp = 0;
+  std::int32_t OutStageDown = 0;
+  TSimSwitch InCapOpen, InCapClose, InStageUp, InStageDown;
+  std::int32_t MotorAxis = 0;
+  bool MotorDir = false;  // false: a nozzle is screwed on by positive turns
+  std::vector<TSimSlot> Slots;
+  std::int32_t HeadNozzle = 0;  // at power-up; 0: none
+  std::int32_t TravelMs = 400;  // of cap and stage, from end to end
+  double ThreadTurns = 2.0;
+};
+
+// A brush: a square around its middle whose bristles begin at TopZ.
+struct TSimBrushPlace {
+  double X = 0.0;
+  double Y = 0.0;
+  double Half = 0.0;
+  double TopZ = 0.0;
+};
+
 struct TSimConfig {
   std::int32_t EmissionOnDelay = 5000;  // limit of the steps that wait for emission
   double MaxPower = 3000.0;             // W
@@ -80,6 +120,8 @@ struct TSimConfig {
   std::int32_t DHMode = 0;
   TSimSupervisorConfig Supervisor;
   TSimPhysics Physics;
+  TSimRackConfig Rack;
+  std::vector<TSimBrushPlace> Brushes;
 
   // What the file does not say keeps its default. Each value that is no number, out of range or named twice adds a line
   // "path: value, why" to `problems`, and the default stands for it: a machine is built only when there are none.

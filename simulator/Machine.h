@@ -19,9 +19,11 @@
 #include "simulator/Config.h"
 #include "simulator/Core.h"
 #include "simulator/Demo.h"
+#include "simulator/Follower.h"
 #include "simulator/Gas.h"
 #include "simulator/Laser.h"
 #include "simulator/Ports.h"
+#include "simulator/Rack.h"
 #include "simulator/VirtualClock.h"
 
 namespace ixocamglue {
@@ -61,7 +63,9 @@ struct TSimSnapshot {
   bool AxesMoving = false;
   bool ZMoving = false;  // any follower's
   bool FocusMoving = false;
+  bool RackMoving = false;  // its cap or stage
   bool Following = false;
+  bool Calibrating = false;  // any follower
   std::vector<std::int32_t> OutputsOn;
   std::int32_t State = 0;
 
@@ -113,6 +117,10 @@ class TSimMachine final : public TNcCutSystem {
   [[nodiscard]] TSimMotion& Motion() { return FMotion; }
   [[nodiscard]] TSimPorts& Ports() { return FPorts; }
   [[nodiscard]] TSimFollower& Follower() { return FFollower; }
+  [[nodiscard]] TSimFollower* SecondFollower() { return FSecondFollower.get(); }  // null: not fitted
+  [[nodiscard]] TSimSwitchTable& Table() { return FTable; }
+  [[nodiscard]] TSimRack& Rack() { return FRack; }
+  [[nodiscard]] TSimBrush& Brush() { return FBrush; }
   [[nodiscard]] TSimDemo& Demo() { return FDemo; }
   [[nodiscard]] const TSimConfig& Config() const { return FConfig; }
 
@@ -134,6 +142,8 @@ class TSimMachine final : public TNcCutSystem {
   TSimPorts FPorts;
   TSimInportCtrl FInportCtrl;
   TSimSwitchTable FTable;
+  TSimRack FRack;
+  TSimBrush FBrush;
   TSimDemo FDemo;
 
   TVirtualClock* FClock = nullptr;
