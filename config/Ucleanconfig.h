@@ -27,6 +27,10 @@ struct TPoint4 {
   friend bool operator==(const TPoint4&, const TPoint4&) = default;
 };
 
+// A position whose coordinates are all 0 was never configured; nothing is sent there.
+[[nodiscard]] constexpr bool IsConfigured(const TPoint3& pos) { return !(pos == TPoint3{}); }
+[[nodiscard]] constexpr bool IsConfigured(const TPoint4& pos) { return !(pos == TPoint4{}); }
+
 // "AutoCleanHead": the brushes and how to clean on them.
 class TAutoCleanConfig : public TXmlSubConfig {
  public:

@@ -5,24 +5,9 @@
 
 #include "motion/Ulasersteps.h"
 #include "motion/Uwaitsteps.h"
-#include "platform/CutSystem.h"
 #include "support/Faults.h"
 
 namespace ixocamglue {
-namespace {
-
-void SwitchGasOff() {
-  TNcCutSystem* const cut = CutSystem();
-  TNcGas* const gas = cut ? cut->Gas() : nullptr;
-  if (!gas) return;
-  try {
-    gas->SwitchOff();
-  } catch (...) {  // nobody else closes the gas after a procedure's own failure: told once more
-    gas->SwitchOff();
-  }
-}
-
-}  // namespace
 
 void TSmtSequence::Define(std::int32_t id, std::string desc, std::vector<TSequenceItem> items, bool buildLate) {
   FId = id;

@@ -8,9 +8,45 @@ namespace {
 template <class Step>
 constexpr TMotionCommand Row{Step::Cmd, &MakeStep<Step>};
 
+// 136 is 134 with a target.
+TStepPtr MakeMoveToZ(TCustomMotionState* ctrl) {
+  auto step = MakeStepOf<TSmtSafeMoveToZ>(ctrl);
+  step->BecomeMoveToZ();
+  return step;
+}
+
 constexpr TMotionCommand kCommands[] = {
-    Row<TSmtGasOnState>, Row<TSmtGasOffState>,       Row<TSmtWaitInport>,  Row<TSmtLaserOn>,      Row<TSmtLaserOff>,
-    Row<TSmtEmissionOn>, Row<TSmtWaitForEmissionOn>, Row<TSmtLaserOnOnly>, Row<TSmtLaserOffOnly>, Row<TSmtDelay>,
+    Row<TSmtMoveToXY>,
+    Row<TSmtCleanHeadCurve>,
+    Row<TSmtSafeMoveToZ>,
+    {TSmtSafeMoveToZ::kMoveToZ, &MakeMoveToZ},
+    Row<TSmtSafeMoveToXY>,
+    Row<TSmtSafeMoveToWorkXY>,
+    Row<TSmtSafeMoveToAssistXY>,
+    Row<TSmtGasOnState>,
+    Row<TSmtGasOffState>,
+    Row<TSmtCapCaliMotion>,
+    Row<TSmtAutoCaliState>,
+    Row<TSmtSimpleAutoCaliState>,
+    Row<TSmtFollow>,
+    Row<TSmtUninstallNozzle>,
+    Row<TSmtInstallNozzle>,
+    Row<TSmtOpenOutport>,
+    Row<TSmtCloseOutport>,
+    Row<TSmtWaitInport>,
+    Row<TSmtSafeMoveToXYZ>,
+    Row<TSmtLubricateCurve>,
+    Row<TSmtMoveToF>,
+    Row<TSmtSafeMoveToXYZF>,
+    Row<TSmtManuCleanState>,
+    Row<TSmtAutoCleanState>,
+    Row<TSmtLaserOn>,
+    Row<TSmtLaserOff>,
+    Row<TSmtEmissionOn>,
+    Row<TSmtWaitForEmissionOn>,
+    Row<TSmtLaserOnOnly>,
+    Row<TSmtLaserOffOnly>,
+    Row<TSmtDelay>,
 };
 static_assert(std::ranges::adjacent_find(kCommands, std::ranges::greater_equal{}, &TMotionCommand::Command) ==
               std::ranges::end(kCommands));

@@ -4,7 +4,12 @@
 #include <cstdint>
 #include <span>
 
+#include "motion/Ucleansteps.h"
+#include "motion/Uheadsteps.h"
 #include "motion/Ulasersteps.h"
+#include "motion/Umovesteps.h"
+#include "motion/Unozzlesteps.h"
+#include "motion/Uoutputsteps.h"
 #include "motion/Uwaitsteps.h"
 
 namespace ixocamglue {

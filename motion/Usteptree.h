@@ -131,6 +131,8 @@ class TStateMotion : public IStateMotion {
   [[nodiscard]] std::int32_t GetLevel() const;       // number of ancestors
   [[nodiscard]] std::int32_t GetParentStep() const;  // 0 for the root
   [[nodiscard]] bool IsLoaded() const { return FLoaded; }
+  // Asked to stop: set for the whole tree, never cleared.
+  [[nodiscard]] bool StopAsked() const { return FStopFlag->load(std::memory_order_acquire); }
   // The machine configuration's "DHMode" is 2.
   [[nodiscard]] static bool DHEnabled();
 
@@ -149,8 +151,6 @@ class TStateMotion : public IStateMotion {
   [[nodiscard]] TStepType Await(TCustomBusyType busy);      // advance when this is met
   [[nodiscard]] TStepType PollAgain(TCustomBusyType busy);  // call again when this is met
   [[nodiscard]] static TStepType Fail() { return mstpError; }
-  // Asked to stop: set for the whole tree, never cleared.
-  [[nodiscard]] bool StopAsked() const { return FStopFlag->load(std::memory_order_acquire); }
   [[nodiscard]] std::string ErrorLine();
   // The description and then `text`; apart from the callers, so that their ticks stay short.
   [[gnu::cold]] void StepFault(const char* text);

@@ -22,6 +22,16 @@ TNcGas* FindGas() {
 
 }  // namespace
 
+void SwitchGasOff() {
+  TNcGas* const gas = FindGas();
+  if (!gas) return;
+  try {
+    gas->SwitchOff();
+  } catch (...) {
+    gas->SwitchOff();
+  }
+}
+
 std::string TSmtDelay::GetDesc() { return SDelay.Get(); }
 
 TStepType TSmtDelay::DoMotion(std::int32_t) {

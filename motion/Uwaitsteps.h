@@ -70,4 +70,8 @@ class TSmtWaitInport : public TSmtCommand<176> {
   using TSmtCommand::TSmtCommand;
 };
 
+// What a composite that opens the gas does on leaving: off, and once more when the first time throws, because nobody
+// else closes the gas after a procedure's own failure.
+void SwitchGasOff();
+
 }  // namespace ixocamglue

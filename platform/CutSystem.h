@@ -7,10 +7,17 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 
 #include "platform/Installed.h"
 
 namespace ixocamglue {
+
+// Where an axis may go.
+struct TAxisLimits {
+  double Neg = 0.0;
+  double Pos = 0.0;
+};
 
 // Something that the state framework can wait for.
 class INcBusyDevice {
@@ -61,6 +68,9 @@ class TNcCutHeadCtrl : public INcBusyDevice {
   virtual void MoveFocus(double mm, double mmPerS) = 0;  // speed 0: the axis' default
   virtual void Stop(std::int32_t mode) = 0;              // 1: stop at once
   virtual double GetFocus() = 0;
+  virtual TAxisLimits GetFocusLimits() {
+    return {-std::numeric_limits<double>::infinity(), std::numeric_limits<double>::infinity()};
+  }
 };
 
 // What a height calibration found out.
@@ -80,6 +90,7 @@ class TNcFollower : public INcBusyDevice {
   virtual void Stop(std::int32_t mode) = 0;          // 1: stop at once, follow mode included
   virtual double GetZ() = 0;
   virtual bool IsFollowing() = 0;
+  virtual TAxisLimits GetZLimits() { return {0.0, std::numeric_limits<double>::infinity()}; }
   // At this Z and above (smaller), XY may travel over whatever lies on the table.
   virtual double GetSafeZ() { return 0.0; }
   // Learns the capacitance curve over the plate under the nozzle; busy until it has ended, in whatever way. The result

@@ -17,11 +17,6 @@ struct TPoint2 {
   friend bool operator==(const TPoint2&, const TPoint2&) = default;
 };
 
-struct TAxisLimits {
-  double Neg = 0.0;
-  double Pos = 0.0;
-};
-
 // A rectangle with its sides along the axes; nothing lies in one whose maximum is below its minimum.
 struct TNcArea {
   TPoint2 Min{0.0, 0.0};
@@ -48,6 +43,7 @@ class TNcMotionDriver : public INcBusyDevice {
   virtual bool HasZ() { return false; }
   virtual void MoveZ(double mm, double mmPerS) { static_cast<void>(mm), static_cast<void>(mmPerS); }
   virtual double GetZ() { return 0.0; }
+  virtual TAxisLimits GetZLimits() { return {0.0, std::numeric_limits<double>::infinity()}; }
   virtual double GetSafeZ() { return 0.0; }
   virtual void SaveFlagPos(std::int32_t flag) = 0;               // remembers the present position under a flag number
   virtual void SaveFlagPos(std::int32_t flag, TPoint2 pos) = 0;  // remembers this one

@@ -12,6 +12,8 @@ constexpr double kSmoothCorner = 0.94;      // cosine of the angle (20 degrees) 
 constexpr double kTurnAcceleration = 20.0;  // turns/s2
 constexpr double kTurnSpeed = 1.0;          // turns/s
 
+constexpr TAxisLimits kNowhere{1.0, -1.0};  // of a device that does not answer
+
 double SpeedWithin(double wanted, double most) { return wanted > 0.0 && wanted < most ? wanted : most; }
 
 }  // namespace
@@ -71,8 +73,15 @@ TSimMotion::TSimMotion(TSimCore& core, const TSimConfig& config)
     : FCore(core),
       FX(config.X),
       FY(config.Y),
+      FZAxis(config.Z),
+      FHasZ(!config.Physics.Follower),
+      FSafeZ(config.SafeZ),
+      FWorkArea(config.WorkArea),
+      FWorkOrigin(config.WorkOrigin),
       FPath({std::clamp(0.0, FX.SoftLimitNeg, FX.SoftLimitPos), std::clamp(0.0, FY.SoftLimitNeg, FY.SoftLimitPos)}, {},
-            1.0, 1.0) {}
+            1.0, 1.0) {
+  FZ.Place(std::clamp(0.0, FZAxis.SoftLimitNeg, FZAxis.SoftLimitPos));
+}
 
 bool TSimMotion::IsBusy() {
   if (!FCore.Gate.Enter("axes", "IsBusy", vkRead)) return true;
@@ -98,6 +107,10 @@ void TSimMotion::Start(std::vector<TPoint2> points, double mmPerS) {
       TellLimits(point);
       return FCore.Event("axes", Format("target %.3f %.3f is outside the limits", point.X, point.Y));
     }
+  if (FLimitPressed) {
+    FCore.DeviceAlarms.AxisLimit(TSimDeviceAlarms::axX, true);
+    return FCore.Event("axes", "the limit switch X+ is pressed");
+  }
   FCore.DeviceAlarms.AxisWithin(TSimDeviceAlarms::axX);
   FCore.DeviceAlarms.AxisWithin(TSimDeviceAlarms::axY);
   // Both axes' limits hold along any direction when the path keeps to the smaller one.
@@ -120,12 +133,13 @@ void TSimMotion::Show() {
 }
 
 void TSimMotion::TellLimits(const TPoint2& point) {
-  const auto tell = [this](TSimDeviceAlarms::TAxis axis, double target, const TSimAxisConfig& limits) {
-    if (target < limits.SoftLimitNeg) FCore.DeviceAlarms.AxisLimit(axis, false);
-    if (target > limits.SoftLimitPos) FCore.DeviceAlarms.AxisLimit(axis, true);
-  };
-  tell(TSimDeviceAlarms::axX, point.X, FX);
-  tell(TSimDeviceAlarms::axY, point.Y, FY);
+  TellLimit(TSimDeviceAlarms::axX, point.X, FX);
+  TellLimit(TSimDeviceAlarms::axY, point.Y, FY);
+}
+
+void TSimMotion::TellLimit(TSimDeviceAlarms::TAxis axis, double target, const TSimAxisConfig& limits) {
+  if (target < limits.SoftLimitNeg) FCore.DeviceAlarms.AxisLimit(axis, false);
+  if (target > limits.SoftLimitPos) FCore.DeviceAlarms.AxisLimit(axis, true);
 }
 
 bool TSimMotion::Inside(const TPoint2& point) const {  // false for what is no number
@@ -148,6 +162,7 @@ void TSimMotion::StopAll(std::int32_t mode) {
   const TSimScope scope(FCore);
   FNextPoints.clear();
   FPath.Brake();
+  FZ.Brake();
   for (TTrapezoid& turn : FTurns) turn.Brake();
   Show();
 }
@@ -165,6 +180,51 @@ TAxisLimits TSimMotion::GetLimits(std::int32_t axis) {
   return {};
 }
 
+bool TSimMotion::GetWorkOrigin(TPoint2& origin) {
+  if (!FCore.Gate.Enter("axes", "GetWorkOrigin", vkRead)) return false;
+  const TSimScope scope(FCore);
+  if (FWorkOrigin) origin = *FWorkOrigin;
+  return FWorkOrigin.has_value();
+}
+
+TNcArea TSimMotion::GetWorkArea() {
+  if (!FCore.Gate.Enter("axes", "GetWorkArea", vkRead)) return {};
+  return FWorkArea;
+}
+
+bool TSimMotion::HasZ() { return FCore.Gate.Enter("axes", "HasZ", vkRead) && FHasZ; }
+
+void TSimMotion::MoveZ(double mm, double mmPerS) {
+  if (!FCore.Gate.Enter("axes", "MoveZ", vkStart, Format("%.3f %.1f", mm, mmPerS))) return;
+  const TSimScope scope(FCore);
+  if (!FHasZ) return FCore.Event("axes", "the driver has no Z axis");
+  if (!(mm >= FZAxis.SoftLimitNeg && mm <= FZAxis.SoftLimitPos)) {
+    TellLimit(TSimDeviceAlarms::axZ, mm, FZAxis);
+    return FCore.Event("axes", Format("Z target %.3f is outside the limits", mm));
+  }
+  FCore.DeviceAlarms.AxisWithin(TSimDeviceAlarms::axZ);
+  FZ.Start(mm, SpeedWithin(mmPerS, FZAxis.MaxSpeed), FZAxis.Acceleration);
+  Show();
+}
+
+double TSimMotion::GetZ() {
+  if (!FCore.Gate.Enter("axes", "GetZ", vkRead)) return FZAxis.SoftLimitPos;
+  const TSimScope scope(FCore);
+  return FZ.Pos();
+}
+
+TAxisLimits TSimMotion::GetZLimits() {
+  if (!FCore.Gate.Enter("axes", "GetZLimits", vkRead)) return kNowhere;
+  return {FZAxis.SoftLimitNeg, FZAxis.SoftLimitPos};
+}
+
+double TSimMotion::GetSafeZ() { return FCore.Gate.Enter("axes", "GetSafeZ", vkRead) ? FSafeZ : 0.0; }
+
+void TSimMotion::SetWorkOrigin(std::optional<TPoint2> origin) {
+  const TSimScope scope(FCore);
+  FWorkOrigin = origin;
+}
+
 void TSimMotion::SaveFlagPos(std::int32_t flag) {
   if (!FCore.Gate.Enter("axes", "SaveFlagPos", vkSet, Format("%d", flag))) return;
   const TSimScope scope(FCore);
@@ -175,6 +235,21 @@ void TSimMotion::SaveFlagPos(std::int32_t flag, TPoint2 pos) {
   if (!FCore.Gate.Enter("axes", "SaveFlagPos", vkSet, Format("%d %.3f %.3f", flag, pos.X, pos.Y))) return;
   const TSimScope scope(FCore);
   FFlags[flag] = pos;
+}
+
+void TSimMotion::SetLimitPressed(bool pressed) {
+  const TSimScope scope(FCore);
+  FLimitPressed = pressed;
+}
+
+double TSimMotion::TurnPos(std::int32_t axis) const {
+  FCore.AssertLocked();
+  return axis < kFirstTurnAxis || axis >= kAxes ? 0.0 : FTurns[static_cast<std::size_t>(axis)].Pos();
+}
+
+bool TSimMotion::Turning() const {
+  FCore.AssertLocked();
+  return std::ranges::any_of(FTurns, &TTrapezoid::Moving);
 }
 
 TPoint2 TSimMotion::Pos() const {
@@ -189,7 +264,17 @@ TPoint2 TSimMotion::Speed() const {
 
 bool TSimMotion::Moving() const {
   FCore.AssertLocked();
-  return FPath.Moving() || !FNextPoints.empty() || std::ranges::any_of(FTurns, &TTrapezoid::Moving);
+  return FPath.Moving() || !FNextPoints.empty() || FZ.Moving() || std::ranges::any_of(FTurns, &TTrapezoid::Moving);
+}
+
+double TSimMotion::Z() const {
+  FCore.AssertLocked();
+  return FZ.Pos();
+}
+
+double TSimMotion::ZSpeed() const {
+  FCore.AssertLocked();
+  return FZ.Speed();
 }
 
 double TSimMotion::PathSpeed() const {
@@ -211,6 +296,7 @@ void TSimMotion::Step(std::uint64_t) {
   FPath.Step();
   const TPoint2 after = FPath.Pos();
   FSpeed = {(after.X - before.X) / TTrapezoid::kStepS, (after.Y - before.Y) / TTrapezoid::kStepS};
+  FZ.Step();
   for (TTrapezoid& turn : FTurns) turn.Step();
   if (!FPath.Moving() && !FNextPoints.empty()) {
     FPath = TSimPath(FPath.Pos(), FNextPoints, FNextSpeed, std::min(FX.Acceleration, FY.Acceleration));
@@ -281,6 +367,12 @@ double TSimCutHead::GetFocus() {
   return FFocus.Pos();
 }
 
+TAxisLimits TSimCutHead::GetFocusLimits() {
+  if (!FCore.Gate.Enter("head", "GetFocusLimits", vkRead)) return kNowhere;
+  const TSimScope scope(FCore);
+  return {FFocus.Config().SoftLimitNeg, FFocus.Config().SoftLimitPos};
+}
+
 double TSimCutHead::Focus() const {
   FCore.AssertLocked();
   return FFocus.Pos();
@@ -299,93 +391,6 @@ bool TSimCutHead::Moving() const {
 void TSimCutHead::Step(std::uint64_t) {
   FCore.AssertLocked();
   FFocus.Step();
-}
-
-// --- TSimFollower ---
-
-bool TSimFollower::IsBusy() {
-  if (!FCore.Gate.Enter(FDevice, "IsBusy", vkRead)) return true;
-  const TSimScope scope(FCore);
-  return FFollowing ? !FReached : FZ.Moving();
-}
-
-void TSimFollower::MoveZ(double mm, double mmPerS) {
-  if (!FCore.Gate.Enter(FDevice, "MoveZ", vkStart, Format("%.3f %.1f", mm, mmPerS))) return;
-  const TSimScope scope(FCore);
-  if (FZ.Start(mm, mmPerS)) SetFollowing(false);
-}
-
-void TSimFollower::Follow(double heightMm) {
-  if (!FCore.Gate.Enter(FDevice, "Follow", vkStart, Format("%.3f", heightMm))) return;
-  const TSimScope scope(FCore);
-  if (!(heightMm >= 0.0 && heightMm <= FZ.Config().SoftLimitPos))
-    return FCore.Event(FDevice, Format("a height of %.3f cannot be followed", heightMm));
-  FHeight = heightMm;
-  FReached = false;
-  SetFollowing(true);
-}
-
-void TSimFollower::SetFollowing(bool on) {
-  if (FFollowing == on) return;
-  FFollowing = on;
-  FCore.Event(FDevice, on ? "following" : "follow ended");
-}
-
-void TSimFollower::Stop(std::int32_t mode) {
-  if (!FCore.Gate.Enter(FDevice, "Stop", vkStop, Format("%d", mode))) return;
-  const TSimScope scope(FCore);
-  SetFollowing(false);
-  FZ.Brake();
-}
-
-double TSimFollower::GetZ() {
-  if (!FCore.Gate.Enter(FDevice, "GetZ", vkRead)) {
-    const TSimScope scope(FCore);
-    return FZ.Config().SoftLimitPos;
-  }
-  const TSimScope scope(FCore);
-  return FZ.Pos();
-}
-
-bool TSimFollower::IsFollowing() {
-  if (!FCore.Gate.Enter(FDevice, "IsFollowing", vkRead)) return false;
-  const TSimScope scope(FCore);
-  return FFollowing;
-}
-
-void TSimFollower::SetPlate(double z) {
-  const TSimScope scope(FCore);
-  if (std::isfinite(z)) FPlateZ = z;
-}
-
-double TSimFollower::Z() const {
-  FCore.AssertLocked();
-  return FZ.Pos();
-}
-
-double TSimFollower::Speed() const {
-  FCore.AssertLocked();
-  return FZ.Speed();
-}
-
-bool TSimFollower::Moving() const {
-  FCore.AssertLocked();
-  return FZ.Moving();
-}
-
-bool TSimFollower::Following() const {
-  FCore.AssertLocked();
-  return FFollowing;
-}
-
-void TSimFollower::Step(std::uint64_t) {
-  FCore.AssertLocked();
-  if (FFollowing) {
-    const double target = FZ.Clamped(FPlateZ - FHeight);
-    if (target != FZ.Target()) FZ.Start(target, 0.0);
-    if (!FZ.Moving()) FReached = true;
-  }
-  FZ.Step();
 }
 
 }  // namespace ixocamglue

@@ -1,14 +1,16 @@
-// The simulated axes: XY with its motion driver and further axes that turn, the cutting head's focus axis, and height
-// followers with their Z axis. mm and mm/s; a speed of 0, negative or above the axis' own means the axis' own.
+// The simulated axes: XY with its motion driver and further axes that turn, the cutting head's focus axis. mm and mm/s;
+// a speed of 0, negative or above the axis' own means the axis' own.
 //
 // A target outside the limits, or one that is no number, moves nothing and is noted in the journal. A move that comes
 // while another one runs first lets the axis come to rest. Stopping follows the deceleration ramp, whatever the mode.
-// Refused reads answer: busy, position 0, Z at its lowest, not following, no travel.
+// Refused reads answer: busy, position 0, Z at its lowest, not following, no travel, no limits to go to, no work origin
+// and an empty work area, no Z axis, and 0 (the top) for the safe Z.
 #pragma once
 
 #include <array>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -57,14 +59,29 @@ class TSimMotion final : public TNcMotionDriver, public ISimPart {
   void StopAll(std::int32_t mode) override;
   double GetPos(std::int32_t axis) override;  // 2 to 7 in turns
   TAxisLimits GetLimits(std::int32_t axis) override;
+  bool GetWorkOrigin(TPoint2& origin) override;
+  TNcArea GetWorkArea() override;
+  bool HasZ() override;  // on a machine without follower
+  void MoveZ(double mm, double mmPerS) override;
+  double GetZ() override;
+  TAxisLimits GetZLimits() override;
+  double GetSafeZ() override;
   void SaveFlagPos(std::int32_t flag) override;
   void SaveFlagPos(std::int32_t flag, TPoint2 pos) override;
+
+  // --- any thread ---
+  void SetWorkOrigin(std::optional<TPoint2> origin);
+  void SetLimitPressed(bool pressed);  // the limit switch of X+: XY moves no more
 
   // --- past the gate; the core's lock is held ---
   [[nodiscard]] TPoint2 Pos() const;
   [[nodiscard]] TPoint2 Speed() const;  // of each axis, with its sign
   [[nodiscard]] bool Moving() const;
+  [[nodiscard]] double Z() const;  // of the driver's own axis
+  [[nodiscard]] double ZSpeed() const;
   [[nodiscard]] double PathSpeed() const;
+  [[nodiscard]] double TurnPos(std::int32_t axis) const;  // turns; 0 for an axis that does not turn
+  [[nodiscard]] bool Turning() const;
   [[nodiscard]] const TPoint2* FlagPos(std::int32_t flag) const;  // null: never saved
 
   void Step(std::uint64_t nowMs) override;
@@ -73,16 +90,24 @@ class TSimMotion final : public TNcMotionDriver, public ISimPart {
   void Start(std::vector<TPoint2> points, double mmPerS) IXO_REQUIRES(FCore.Lock);
   void Show() IXO_REQUIRES(FCore.Lock);
   void TellLimits(const TPoint2& point);
+  void TellLimit(TSimDeviceAlarms::TAxis axis, double target, const TSimAxisConfig& limits);
   [[nodiscard]] bool Inside(const TPoint2& point) const;
 
   TSimCore& FCore;
   const TSimAxisConfig FX;
   const TSimAxisConfig FY;
+  const TSimAxisConfig FZAxis;
+  const bool FHasZ;
+  const double FSafeZ;
+  const TNcArea FWorkArea;
+  std::optional<TPoint2> FWorkOrigin IXO_GUARDED_BY(FCore.Lock);
   TSimPath FPath IXO_GUARDED_BY(FCore.Lock);
   std::vector<TPoint2> FNextPoints IXO_GUARDED_BY(FCore.Lock);  // after the present path has come to rest
   double FNextSpeed IXO_GUARDED_BY(FCore.Lock) = 0.0;
+  TTrapezoid FZ IXO_GUARDED_BY(FCore.Lock);
   std::array<TTrapezoid, kAxes> FTurns IXO_GUARDED_BY(FCore.Lock);
   std::map<std::int32_t, TPoint2> FFlags IXO_GUARDED_BY(FCore.Lock);
+  bool FLimitPressed IXO_GUARDED_BY(FCore.Lock) = false;
   bool FShownMoving IXO_GUARDED_BY(FCore.Lock) = false;
   TPoint2 FSpeed IXO_GUARDED_BY(FCore.Lock);  // over the latest step
 };
@@ -127,6 +152,7 @@ class TSimCutHead final : public TNcCutHeadCtrl, public ISimPart {
   void MoveFocus(double mm, double mmPerS) override;
   void Stop(std::int32_t mode) override;
   double GetFocus() override;
+  TAxisLimits GetFocusLimits() override;
 
   [[nodiscard]] double Focus() const;  // past the gate; the core's lock is held
   [[nodiscard]] double Speed() const;
@@ -136,53 +162,6 @@ class TSimCutHead final : public TNcCutHeadCtrl, public ISimPart {
  private:
   TSimCore& FCore;
   TSimAxis FFocus IXO_GUARDED_BY(FCore.Lock);
-};
-
-// Follows a level plate. Busy until the move has ended or the height is reached for the first time.
-class TSimFollower final : public TNcFollower, public ISimPart {
- public:
-  TSimFollower(TSimCore& core, const char* device, const TSimConfig& config)
-      : FCore(core),
-        FDevice(device),
-        FZ(core, device, TSimDeviceAlarms::axZ, config.Z),
-        FPlateZ(config.Physics.PlateZ) {}
-
-  bool IsBusy() override;
-  void MoveZ(double mm, double mmPerS) override;
-  void Follow(double heightMm) override;
-  void Stop(std::int32_t mode) override;
-  double GetZ() override;
-  bool IsFollowing() override;
-
-  void SetPlate(double z);  // the plate under the nozzle has changed its height
-
-  [[nodiscard]] double Z() const;  // past the gate; the core's lock is held
-  [[nodiscard]] double Speed() const;
-  [[nodiscard]] bool Moving() const;
-  [[nodiscard]] bool Following() const;
-  void Step(std::uint64_t nowMs) override;
-
- private:
-  void SetFollowing(bool on) IXO_REQUIRES(FCore.Lock);
-
-  TSimCore& FCore;
-  const char* const FDevice;
-  TSimAxis FZ IXO_GUARDED_BY(FCore.Lock);
-  double FPlateZ IXO_GUARDED_BY(FCore.Lock);
-  double FHeight IXO_GUARDED_BY(FCore.Lock) = 0.0;
-  bool FFollowing IXO_GUARDED_BY(FCore.Lock) = false;
-  bool FReached IXO_GUARDED_BY(FCore.Lock) = true;
-};
-
-class TSimMultiFollower final : public TNcMultiFollower {
- public:
-  TSimMultiFollower(TNcFollower* first, TNcFollower* second) : FFollowers{first, second} {}
-  TNcFollower* GetFollower(std::int32_t index) override {
-    return index == 0 || index == 1 ? FFollowers[index] : nullptr;
-  }
-
- private:
-  TNcFollower* const FFollowers[2];
 };
 
 }  // namespace ixocamglue

@@ -110,6 +110,7 @@ void ReadAxes(const TReader& axes, TSimConfig& config) {
     } else {
       seen.push_back(name);
       ReadAxis(reader, **it);
+      if (*it == &config.Z) reader.Read("SafeZ", config.SafeZ, config.Z.SoftLimitNeg, config.Z.SoftLimitPos);
     }
   }
 }
@@ -179,11 +180,107 @@ void ReadPhysics(const TReader& reader, const TSimAxisConfig& z, TSimPhysics& ph
   reader.Read("EmissionJitterMs", physics.EmissionJitterMs, 0, 60'000);
   reader.Read("GasTimeConstantMs", physics.GasTimeConstantMs, 1, 60'000);
   reader.Read("SwitchTimeMs", physics.SwitchTimeMs, 0, 60'000);
+  reader.Read("Follower", physics.Follower);
   reader.Read("SecondFollower", physics.SecondFollower);
+  if (physics.SecondFollower && !physics.Follower)
+    reader.Problem("SecondFollower", "true", "a machine without Follower has no second one");
   reader.Read("FollowingErrorMs", physics.FollowingErrorMs, 0.0, 100.0);
   double plateZ = physics.PlateZ;
   reader.Read("PlateZ", plateZ, z.SoftLimitNeg, z.SoftLimitPos);
   physics.PlateZ = std::clamp(plateZ, z.SoftLimitNeg, z.SoftLimitPos);
+}
+
+// Where the head may travel at all, unless the file narrows it; the origin lies within.
+void ReadWork(const TReader& reader, TSimConfig& config) {
+  TNcArea& area = config.WorkArea;
+  area = {{config.X.SoftLimitNeg, config.Y.SoftLimitNeg}, {config.X.SoftLimitPos, config.Y.SoftLimitPos}};
+  const TReader areaReader = reader.Child("WorkArea");
+  areaReader.Read("MinX", area.Min.X, config.X.SoftLimitNeg, config.X.SoftLimitPos);
+  areaReader.Read("MinY", area.Min.Y, config.Y.SoftLimitNeg, config.Y.SoftLimitPos);
+  areaReader.Read("MaxX", area.Max.X, area.Min.X, config.X.SoftLimitPos);
+  areaReader.Read("MaxY", area.Max.Y, area.Min.Y, config.Y.SoftLimitPos);
+
+  const TReader originReader = reader.Child("WorkOrigin");
+  bool valid = true;
+  originReader.Read("Valid", valid);
+  TPoint2 origin{std::clamp(0.0, area.Min.X, area.Max.X), std::clamp(0.0, area.Min.Y, area.Max.Y)};
+  originReader.Read("X", origin.X, area.Min.X, area.Max.X);
+  originReader.Read("Y", origin.Y, area.Min.Y, area.Max.Y);
+  config.WorkOrigin = valid ? std::optional(origin) : std::nullopt;
+}
+
+// The nozzle changer's and the cleaning's own records judge their values; what is no number counts as missing here too.
+TSimSwitch SwitchOf(const TConfigSection& section, const char* name) {
+  const TConfigSection in = section.Child(name);
+  return {in.GetInt("Port", 0), in.GetInt("Level", 0) != 0};
+}
+
+std::vector<TSimSlot> SlotsOf(const TConfigSection& grid) {
+  std::vector<TSimSlot> slots;
+  const std::int32_t rows = grid.GetInt("RowCount", 0);
+  const std::int32_t cols = grid.GetInt("ColCount", 0);
+  std::int32_t place = 0;  // of an item that names none
+  for (const TConfigSection& item : grid.Children("PosItem")) {
+    TSimSlot slot;
+    slot.Row = item.GetInt("Row", cols > 0 ? place / cols : 0);
+    slot.Col = item.GetInt("Col", cols > 0 ? place % cols : 0);
+    ++place;
+    slot.X = item.GetFloat("X", 0.0);
+    slot.Y = item.GetFloat("Y", 0.0);
+    slot.Z = item.GetFloat("Z", 0.0);
+    slot.UninstZ = item.GetBool("UseDiffZ", false) ? item.GetFloat("UninstZ", 0.0) : slot.Z;
+    slot.Ready = SwitchOf(item, "InReady");
+    const bool inside = slot.Row >= 0 && slot.Row < rows && slot.Col >= 0 && slot.Col < cols;
+    if (inside) slots.push_back(slot);
+  }
+  return slots;
+}
+
+// Every nozzle lies in its slot but the one that the head wears.
+void ReadRack(const TConfigSection& section, const TReader& simulator, TSimRackConfig& rack) {
+  rack.OutCapOpen = section.GetInt("OutCapOpen", 0);
+  rack.OutCapClose = section.GetInt("OutCapClose", 0);
+  rack.OutStageUp = section.GetInt("OutStageUp", 0);
+  rack.OutStageDown = section.GetInt("OutStageDown", 0);
+  rack.InCapOpen = SwitchOf(section, "InCapOpenOK");
+  rack.InCapClose = SwitchOf(section, "InCapCloseOK");
+  rack.InStageUp = SwitchOf(section, "InStageUpOK");
+  rack.InStageDown = SwitchOf(section, "InStageDownOK");
+  rack.MotorAxis = section.GetInt("MotorAxis", 0);
+  rack.MotorDir = section.GetBool("MotorDir", false);
+  rack.Slots = SlotsOf(section.Child("NozzlePosItems"));
+  rack.HeadNozzle = section.GetInt("UninstallID", 0);
+  simulator.Read("HeadNozzle", rack.HeadNozzle, 0, std::numeric_limits<std::int32_t>::max());
+  simulator.Read("TravelMs", rack.TravelMs, 1, 60'000);
+  simulator.Read("ThreadTurns", rack.ThreadTurns, 0.1, 100.0);
+  for (const TConfigSection& item : section.Child("NozzleItems").Children("NozzleItem")) {
+    const std::int32_t id = item.GetInt("ID", 0);
+    const auto slot = std::ranges::find_if(rack.Slots, [&](const TSimSlot& s) {
+      return s.Row == item.GetInt("PosRow", 0) && s.Col == item.GetInt("PosCol", 0);
+    });
+    if (slot != rack.Slots.end() && id != rack.HeadNozzle) slot->Nozzle = id;
+  }
+}
+
+void ReadBrushes(const TConfigSection& section, std::vector<TSimBrushPlace>& brushes) {
+  constexpr double kEdge = 5.0;      // beyond the curve that cleans, mm
+  constexpr double kBristles = 1.0;  // above the height to clean at, mm
+  const double half = std::max(section.GetFloat("CleanCurveLength", 0.0), section.GetFloat("CleanCurveWidth", 0.0)) / 2;
+  const auto add = [&](const char* x, const char* y, const char* z) {
+    brushes.push_back(
+        {section.GetFloat(x, 0.0), section.GetFloat(y, 0.0), half + kEdge, section.GetFloat(z, 0.0) - kBristles});
+  };
+  if (!section.GetBool("Initialized", false)) return;
+  add("CleanRefPtX", "CleanRefPtY", "CleanZPos");
+  if (section.GetBool("UseDoubleBrushes", false)) add("CleanRefPtX2", "CleanRefPtY2", "CleanZPos2");
+}
+
+// The height for travelling lies above the plate, or nothing is safe about it.
+void CheckSafeZ(const TReader& axes, TSimConfig& config) {
+  config.SafeZ = std::clamp(config.SafeZ, config.Z.SoftLimitNeg, config.Z.SoftLimitPos);
+  if (config.SafeZ >= config.Physics.PlateZ && config.SafeZ > config.Z.SoftLimitNeg)
+    axes.Problem("Axis/SafeZ", Format("%g", config.SafeZ),
+                 Format("not above the plate (PlateZ %g)", config.Physics.PlateZ).c_str());
 }
 
 }  // namespace
@@ -201,6 +298,10 @@ TSimConfig TSimConfig::FromConfig(const TMachineConfig& config, std::vector<std:
   root.Child("SwitchTable").Read("DockedTable", sim.DockedTable, 0, 2);
   ReadSupervisor(root.Child("Supervisor"), sim.Supervisor);
   ReadPhysics(root.Child("Simulator"), sim.Z, sim.Physics);
+  ReadWork(root.Child("Simulator"), sim);
+  CheckSafeZ(root.Child("Axes"), sim);
+  ReadRack(config.Section("NozzleChange"), root.Child("Simulator").Child("Rack"), sim.Rack);
+  ReadBrushes(config.Section("AutoCleanHead"), sim.Brushes);
   return sim;
 }
 

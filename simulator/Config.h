@@ -3,10 +3,12 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "platform/MachineConfig.h"
+#include "platform/MotionDriver.h"
 
 namespace ixocamglue {
 
@@ -56,7 +58,48 @@ struct TSimPhysics {
   std::int32_t SwitchTimeMs = 60;  // a gas valve's
   double FollowingErrorMs = 2.0;   // an axis lags behind its set position by its speed times this
   double PlateZ = 80.0;            // Z at which the nozzle would touch the plate
+  bool Follower = true;            // false: the head has none, and Z is an axis of the motion driver
   bool SecondFollower = false;
+};
+
+// An input and the level that means "true"; a port below 1 is not fitted.
+struct TSimSwitch {
+  std::int32_t Port = 0;
+  bool Level = true;
+};
+
+struct TSimSlot {
+  std::int32_t Row = 0;
+  std::int32_t Col = 0;
+  double X = 0.0;
+  double Y = 0.0;
+  double Z = 0.0;           // of the head that takes the nozzle
+  double UninstZ = 0.0;     // of the head that puts it down
+  TSimSwitch Ready;         // a nozzle is in the slot
+  std::int32_t Nozzle = 0;  // its number; 0: none
+};
+
+// The nozzle changer as "NozzleChange" describes it; without slots there is none. Outputs below 1 are not fitted.
+struct TSimRackConfig {
+  std::int32_t OutCapOpen = 0;
+  std::int32_t OutCapClose = 0;
+  std::int32_t OutStageUp = 0;
+  std::int32_t OutStageDown = 0;
+  TSimSwitch InCapOpen, InCapClose, InStageUp, InStageDown;
+  std::int32_t MotorAxis = 0;
+  bool MotorDir = false;  // false: a nozzle is screwed on by positive turns
+  std::vector<TSimSlot> Slots;
+  std::int32_t HeadNozzle = 0;  // at power-up; 0: none
+  std::int32_t TravelMs = 400;  // of cap and stage, from end to end
+  double ThreadTurns = 2.0;
+};
+
+// A brush: a square around its middle whose bristles begin at TopZ.
+struct TSimBrushPlace {
+  double X = 0.0;
+  double Y = 0.0;
+  double Half = 0.0;
+  double TopZ = 0.0;
 };
 
 struct TSimConfig {
@@ -66,6 +109,9 @@ struct TSimConfig {
   TSimAxisConfig Y{"Y", 0.0, 1500.0, 1500.0, 10'000.0};
   TSimAxisConfig Z{"Z", 0.0, 120.0, 300.0, 5000.0};
   TSimAxisConfig Focus{"Focus", -25.0, 25.0, 100.0, 2000.0};
+  double SafeZ = 10.0;                             // at this Z and above, XY may travel over the table
+  std::optional<TPoint2> WorkOrigin = TPoint2{};   // machine coordinates; none: the machine has no valid one
+  TNcArea WorkArea{{0.0, 0.0}, {3000.0, 1500.0}};  // machine coordinates
   std::vector<TSimGasBranch> GasBranches{{1, "Air", 33, 16.0}, {2, "O2", 34, 10.0}, {3, "N2", 35, 25.0}};
   std::vector<TSimPort> Inports{{1, "Input 1"}, {2, "Input 2"}, {3, "Input 3"}, {4, "Input 4"}};
   std::vector<TSimPort> Outports{{1, "Output 1"}, {2, "Output 2"}, {3, "Output 3"}, {4, "Output 4"}, {5, "Output 5"}};
@@ -74,6 +120,8 @@ struct TSimConfig {
   std::int32_t DHMode = 0;
   TSimSupervisorConfig Supervisor;
   TSimPhysics Physics;
+  TSimRackConfig Rack;
+  std::vector<TSimBrushPlace> Brushes;
 
   // What the file does not say keeps its default. Each value that is no number, out of range or named twice adds a line
   // "path: value, why" to `problems`, and the default stands for it: a machine is built only when there are none.

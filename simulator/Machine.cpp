@@ -7,6 +7,11 @@
 #include "support/Format.h"
 
 namespace ixocamglue {
+namespace {
+
+constexpr std::uint64_t kFollowerSeed = 0x5F0110;  // the sensors' noise is not the laser's jitter
+
+}  // namespace
 
 TSimMachine::TSimMachine(const TSimConfig& config, std::uint64_t seed, TNcStateFramework& framework, TCallGate& gate,
                          const TSimParts& parts)
@@ -18,13 +23,16 @@ TSimMachine::TSimMachine(const TSimConfig& config, std::uint64_t seed, TNcStateF
       FGas(FCore, FConfig),
       FMotion(FCore, FConfig),
       FHead(FCore, FConfig),
-      FFollower(FCore, "follower", FConfig),
-      FSecondFollower(config.Physics.SecondFollower ? std::make_unique<TSimFollower>(FCore, "follower2", FConfig)
-                                                    : nullptr),
-      FMultiFollower(&FFollower, FSecondFollower.get()),
+      FFollower(FCore, "follower", FConfig, seed ^ kFollowerSeed),
+      FSecondFollower(config.Physics.SecondFollower
+                          ? std::make_unique<TSimFollower>(FCore, "follower2", FConfig, ~seed ^ kFollowerSeed)
+                          : nullptr),
+      FMultiFollower(config.Physics.Follower ? &FFollower : nullptr, FSecondFollower.get()),
       FPorts(FCore, FConfig),
       FInportCtrl(FCore, FPorts, FAlarms),
       FTable(FCore, FConfig),
+      FRack(FCore, FConfig.Rack, FPorts, FMotion, config.Physics.Follower ? &FFollower : nullptr),
+      FBrush(FCore, FConfig.Brushes, FMotion, config.Physics.Follower ? &FFollower : nullptr),
       FDemo(*this, framework) {
   FCore.AddPart(FLaser);
   FCore.AddPart(FGas);
@@ -33,9 +41,12 @@ TSimMachine::TSimMachine(const TSimConfig& config, std::uint64_t seed, TNcStateF
   FCore.AddPart(FFollower);
   if (FSecondFollower) FCore.AddPart(*FSecondFollower);
   FCore.AddPart(FPorts);
+  FCore.AddPart(FTable);
+  FCore.AddPart(FRack);
+  FCore.AddPart(FBrush);
   FCore.AddPart(FInportCtrl);
   if (parts.CutSystem) FCutSystemInstalled.emplace(*this);
-  if (parts.Follower) FFollowerInstalled.emplace(FFollower);
+  if (parts.Follower && config.Physics.Follower) FFollowerInstalled.emplace(FFollower);
   if (parts.MotionDriver) FMotionInstalled.emplace(FMotion);
   if (parts.MotionCard) FCardInstalled.emplace(FPorts);
   if (parts.DeviceManager) FManagerInstalled.emplace(FPorts);
@@ -124,14 +135,17 @@ TSimSnapshot TSimMachine::Snapshot() {
   now.GasBar = gas.Bar;
   now.Pos = FMotion.Pos();
   now.AxesMoving = FMotion.Moving();
-  now.Z = FFollower.Z();
+  now.Z = FConfig.Physics.Follower ? FFollower.Z() : FMotion.Z();
   now.ZMoving = FFollower.Moving() || (FSecondFollower && FSecondFollower->Moving());
   now.Following = FFollower.Following() || (FSecondFollower && FSecondFollower->Following());
+  now.Calibrating = FFollower.Calibrating() || (FSecondFollower && FSecondFollower->Calibrating());
   now.Focus = FHead.Focus();
   now.FocusMoving = FHead.Moving();
   const TPoint2 speed = FMotion.Speed();
   const double lagS = FConfig.Physics.FollowingErrorMs / 1000.0;
-  now.FollowingError = {speed.X * lagS, speed.Y * lagS, FFollower.Speed() * lagS, FHead.Speed() * lagS};
+  const double speedZ = FConfig.Physics.Follower ? FFollower.Speed() : FMotion.ZSpeed();
+  now.FollowingError = {speed.X * lagS, speed.Y * lagS, speedZ * lagS, FHead.Speed() * lagS};
+  now.RackMoving = FRack.Travelling();
   now.OutputsOn = FPorts.OutputsOn();
   now.State = GetState();
   return now;

@@ -19,9 +19,11 @@
 #include "simulator/Config.h"
 #include "simulator/Core.h"
 #include "simulator/Demo.h"
+#include "simulator/Follower.h"
 #include "simulator/Gas.h"
 #include "simulator/Laser.h"
 #include "simulator/Ports.h"
+#include "simulator/Rack.h"
 #include "simulator/VirtualClock.h"
 
 namespace ixocamglue {
@@ -54,14 +56,16 @@ struct TSimSnapshot {
   double GasSetBar = 0.0;
   double GasBar = 0.0;  // at the nozzle
   TPoint2 Pos;
-  double Z = 0.0;
+  double Z = 0.0;  // of the first follower, or of the driver where there is none
   double Focus = 0.0;
   // How far X, Y, Z and Focus lag behind their set positions, mm.
   std::array<double, 4> FollowingError{};
   bool AxesMoving = false;
   bool ZMoving = false;  // any follower's
   bool FocusMoving = false;
+  bool RackMoving = false;  // its cap or stage
   bool Following = false;
+  bool Calibrating = false;  // any follower
   std::vector<std::int32_t> OutputsOn;
   std::int32_t State = 0;
 
@@ -113,6 +117,10 @@ class TSimMachine final : public TNcCutSystem {
   [[nodiscard]] TSimMotion& Motion() { return FMotion; }
   [[nodiscard]] TSimPorts& Ports() { return FPorts; }
   [[nodiscard]] TSimFollower& Follower() { return FFollower; }
+  [[nodiscard]] TSimFollower* SecondFollower() { return FSecondFollower.get(); }  // null: not fitted
+  [[nodiscard]] TSimSwitchTable& Table() { return FTable; }
+  [[nodiscard]] TSimRack& Rack() { return FRack; }
+  [[nodiscard]] TSimBrush& Brush() { return FBrush; }
   [[nodiscard]] TSimDemo& Demo() { return FDemo; }
   [[nodiscard]] const TSimConfig& Config() const { return FConfig; }
 
@@ -134,6 +142,8 @@ class TSimMachine final : public TNcCutSystem {
   TSimPorts FPorts;
   TSimInportCtrl FInportCtrl;
   TSimSwitchTable FTable;
+  TSimRack FRack;
+  TSimBrush FBrush;
   TSimDemo FDemo;
 
   TVirtualClock* FClock = nullptr;

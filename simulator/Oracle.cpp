@@ -55,6 +55,8 @@ class TCheck {
       for (const std::int32_t port : FOracle.OutputsOn()) Require(false, Format("output %d is on at the end", port));
     for (const std::string& device : FOracle.Moving()) Require(Exempt(device), device + " still moves at the end");
     for (const std::string& device : FOracle.Following()) Require(Exempt(device), device + " still follows at the end");
+    for (const std::string& device : FOracle.Calibrating())
+      Require(Exempt(device), device + " still calibrates at the end");
   }
 
   void Snapshot() {
@@ -74,6 +76,7 @@ class TCheck {
     same(moves([](const std::string& device) { return device.starts_with("follower"); }), FSnapshot.ZMoving,
          "Z moving");
     same(!FOracle.Following().empty(), FSnapshot.Following, "following");
+    same(!FOracle.Calibrating().empty(), FSnapshot.Calibrating, "calibrating");
     Require(FOracle.State() == FSnapshot.State,
             Format("the state is %d, the journal tells %d", FSnapshot.State, FOracle.State()));
   }
@@ -105,6 +108,8 @@ class TCheck {
       Require(stopped.contains(device) || Exempt(device), device + " moved at the abort and was not told to stop");
     for (const std::string& device : atAbort.Following())
       Require(stopped.contains(device) || Exempt(device), device + " followed at the abort and was not told to stop");
+    for (const std::string& device : atAbort.Calibrating())
+      Require(stopped.contains(device) || Exempt(device), device + " calibrated at the abort and was not told to stop");
   }
 
   const std::span<const TJournalEntry> FEntries;
@@ -136,11 +141,15 @@ void TOracle::Read(const TJournalEntry& entry) {
     } else if (entry.Verb.starts_with("output ") && entry.Verb.ends_with(" is not fitted")) {
       FOutputs.erase(std::atoi(entry.Verb.c_str() + 7));
     }
+  } else if (entry.Device == "rack") {
+    if (entry.Verb.starts_with("struck")) FContradictions.push_back(entry.Line());
   } else if (!entry.IsCommand()) {
     if (entry.Verb == "moving") FMoving.insert(entry.Device);
     if (entry.Verb == "at rest") FMoving.erase(entry.Device);
     if (entry.Verb == "following") FFollowing.insert(entry.Device);
     if (entry.Verb == "follow ended") FFollowing.erase(entry.Device);
+    if (entry.Verb == "calibrating") FCalibrating.insert(entry.Device);
+    if (entry.Verb.starts_with("calibration ended")) FCalibrating.erase(entry.Device);
   }
 }
 

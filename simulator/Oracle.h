@@ -36,10 +36,12 @@ class TOracle {
   [[nodiscard]] bool Emission() const { return FEmission; }
   [[nodiscard]] bool Gas() const { return FGas; }
   [[nodiscard]] const std::set<std::int32_t>& OutputsOn() const { return FOutputs; }
-  [[nodiscard]] const std::set<std::string>& Moving() const { return FMoving; }        // devices
-  [[nodiscard]] const std::set<std::string>& Following() const { return FFollowing; }  // devices
+  [[nodiscard]] const std::set<std::string>& Moving() const { return FMoving; }            // devices
+  [[nodiscard]] const std::set<std::string>& Following() const { return FFollowing; }      // devices
+  [[nodiscard]] const std::set<std::string>& Calibrating() const { return FCalibrating; }  // devices
   [[nodiscard]] std::int32_t State() const { return FState; }
-  // What cannot be: a beam or emission that nobody asked for, or one that stayed after it was switched off.
+  // What cannot be: a beam or emission that nobody asked for, or one that stayed after it was switched off. What must
+  // not be: a head that struck the nozzle rack.
   [[nodiscard]] const std::vector<std::string>& Contradictions() const { return FContradictions; }
 
  private:
@@ -54,6 +56,7 @@ class TOracle {
   std::set<std::int32_t> FOutputs;
   std::set<std::string> FMoving;
   std::set<std::string> FFollowing;
+  std::set<std::string> FCalibrating;
   std::int32_t FState = 0;
   std::vector<std::string> FContradictions;
 };

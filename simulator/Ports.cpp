@@ -25,6 +25,7 @@ void TSimPorts::SwitchOutport(std::int32_t port, bool on) {
   FCore.Signal(Format("output %d %s", port, on ? "on" : "off"));
   for (const TFollow& follow : FFollows)
     if (follow.Outport == port) Plan({FCore.Now() + follow.DelayMs, follow.Inport, on});
+  if (FOnSwitch) FOnSwitch(port);
 }
 
 void TSimPorts::SetInputLogic(std::int32_t inport, bool level) {
@@ -67,6 +68,17 @@ std::vector<std::int32_t> TSimPorts::OutputsOn() const {
   for (const auto& [port, level] : FOutputs)
     if (level) on.push_back(port);
   return on;
+}
+
+bool TSimPorts::IsOn(std::int32_t outport) const {
+  FCore.AssertLocked();
+  const auto it = FOutputs.find(outport);
+  return it != FOutputs.end() && it->second;
+}
+
+void TSimPorts::Drive(const TSimSwitch& input, bool closed) {
+  FCore.AssertLocked();
+  if (input.Port >= 1) Take(input.Port, closed == input.Level);
 }
 
 void TSimPorts::Step(std::uint64_t nowMs) {
@@ -152,7 +164,31 @@ std::int32_t TSimSwitchTable::GetValue(const char* name, std::int32_t defValue) 
 
 void TSimSwitchTable::SetDocked(std::int32_t table) {
   const TSimScope scope(FCore);
+  FMoving = false;
   FDocked = table;
+}
+
+void TSimSwitchTable::Exchange(std::int32_t table, std::uint32_t ms) {
+  const TSimScope scope(FCore);
+  FDocked = 0;
+  FNext = table;
+  FMoving = true;
+  FArrivesMs = FCore.Now() + ms;
+  FCore.Event("table", Format("pallet %d is coming", table));
+}
+
+void TSimSwitchTable::SetJammed(bool jammed) {
+  if (jammed) Exchange(2, 0);
+  const TSimScope scope(FCore);
+  FJammed = jammed;
+}
+
+void TSimSwitchTable::Step(std::uint64_t nowMs) {
+  FCore.AssertLocked();
+  if (!FMoving || FJammed || nowMs < FArrivesMs) return;
+  FMoving = false;
+  FDocked = FNext;
+  FCore.Event("table", Format("pallet %d docked", FDocked));
 }
 
 }  // namespace ixocamglue

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <vector>
 
@@ -34,6 +35,11 @@ class TSimPorts final : public TNcMotionCard, public TNcInputGroup, public TNcDe
   // --- past the gate; the core's lock is held ---
   [[nodiscard]] bool Reached(std::int32_t inport) const;
   [[nodiscard]] std::vector<std::int32_t> OutputsOn() const;
+  [[nodiscard]] bool IsOn(std::int32_t outport) const;
+  // What a device does to its switch; one that is not fitted has no input.
+  void Drive(const TSimSwitch& input, bool closed);
+  // Told each output that has changed, with the lock held. Set and emptied while nothing runs.
+  void OnSwitch(std::function<void(std::int32_t port)> listener) { FOnSwitch = std::move(listener); }
 
   void Step(std::uint64_t nowMs) override;
 
@@ -61,6 +67,7 @@ class TSimPorts final : public TNcMotionCard, public TNcInputGroup, public TNcDe
   std::map<std::int32_t, TInput> FInputs IXO_GUARDED_BY(FCore.Lock);
   std::vector<TFollow> FFollows IXO_GUARDED_BY(FCore.Lock);
   std::vector<TDue> FDue IXO_GUARDED_BY(FCore.Lock);  // in order of time
+  std::function<void(std::int32_t)> FOnSwitch;
 };
 
 class TSimInportCtrl final : public TNcInportCtrl, public ISimPart {
@@ -90,16 +97,27 @@ class TSimInportCtrl final : public TNcInportCtrl, public ISimPart {
   std::uint64_t FSinceMs IXO_GUARDED_BY(FCore.Lock) = 0;
 };
 
-class TSimSwitchTable final : public TNcSwitchTable {
+// Where the pallets are. Each exchange takes its time, during which none is docked.
+class TSimSwitchTable final : public TNcSwitchTable, public ISimPart {
  public:
   TSimSwitchTable(TSimCore& core, const TSimConfig& config) : FCore(core), FDocked(config.DockedTable) {}
 
-  std::int32_t GetValue(const char* name, std::int32_t defValue) override;
-  void SetDocked(std::int32_t table);
+  std::int32_t GetValue(const char* name, std::int32_t defValue) override;  // "DockedTable": 0 while none is docked
+
+  // --- any thread ---
+  void SetDocked(std::int32_t table);  // 1 or 2, 0 none, at once
+  void Exchange(std::int32_t table, std::uint32_t ms);
+  void SetJammed(bool jammed);  // an exchange never ends, and one is under way
+
+  void Step(std::uint64_t nowMs) override;
 
  private:
   TSimCore& FCore;
   std::int32_t FDocked IXO_GUARDED_BY(FCore.Lock);
+  std::int32_t FNext IXO_GUARDED_BY(FCore.Lock) = 0;
+  bool FMoving IXO_GUARDED_BY(FCore.Lock) = false;
+  bool FJammed IXO_GUARDED_BY(FCore.Lock) = false;
+  std::uint64_t FArrivesMs IXO_GUARDED_BY(FCore.Lock) = 0;
 };
 
 }  // namespace ixocamglue
