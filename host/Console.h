@@ -29,6 +29,8 @@ class TConsole final : public ILogSink {
   void Write(const TLogRecord& record) override;
   // A line of the program itself; not with JSON.
   void Say(std::string_view line);
+  // A person watches.
+  [[nodiscard]] bool OnTerminal() const { return FTerminal; }
   // Where the machine is: on a terminal in one line that the next one replaces, else a line of its own; not with JSON.
   void Status(std::uint64_t ms, std::string_view text);
   // The log so far, as an array; only with JSON.

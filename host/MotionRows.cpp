@@ -68,6 +68,21 @@ constexpr TMotionParam kMoveXY[] = {X(kSetX<&TSmtMoveToXY::FTarget>), Y(kSetY<&T
 constexpr TMotionParam ZSpeed(TSetter set) {
   return {"speed", "mm/s", "speed of Z, 0 is the machine's default", pkNumber, prZSpeed, 0, 0, 0.0, set};
 }
+// The fields of a brush of one's own, used with use-config false.
+constexpr TMotionParam kCleanCurve[] = {
+    {"use-config", "", "the brush of the machine file", pkSwitch, prFixed, 0, 1, 1.0,
+     kSet<&TSmtCleanHeadCurve::FUseConfig>},
+    {"centre-x", "mm", "middle of the brush", pkNumber, prX, 0, 0, 0.0, kSetX<&TSmtCleanHeadCurve::FCentre>},
+    {"centre-y", "mm", "middle of the brush", pkNumber, prY, 0, 0, 0.0, kSetY<&TSmtCleanHeadCurve::FCentre>},
+    {"length", "mm", "of a stroke", pkNumber, prFixed, 0, 1000, 0.0, kSet<&TSmtCleanHeadCurve::FLength>},
+    {"width", "mm", "across the strokes", pkNumber, prFixed, 0, 1000, 0.0, kSet<&TSmtCleanHeadCurve::FWidth>},
+    {"direction", "", "0: strokes along X, else along Y", pkWhole, prFixed, 0, 1, 0.0,
+     kSet<&TSmtCleanHeadCurve::FDirection>},
+    {"style", "", "1: ellipses, else strokes", pkWhole, prFixed, 0, 100, 0.0, kSet<&TSmtCleanHeadCurve::FStyle>},
+    {"count", "", "strokes, or ellipses; needed with use-config false", pkWhole, prFixed, 0,
+     TSmtCleanHeadCurve::kMaxCount, 0.0, kSet<&TSmtCleanHeadCurve::FCount>},
+    XYSpeed(kSet<&TSmtCleanHeadCurve::FSpeed>)};
+
 constexpr TMotionParam kSafeZ[] = {
     {"z", "mm", "target Z, used with use-safe-z false", pkNumber, prZ, 0, 0, 0.0, kSet<&TSmtSafeMoveToZ::FTargetZ>},
     {"use-safe-z", "", "the target is the safe height", pkSwitch, prFixed, 0, 1, 1.0,
@@ -118,6 +133,10 @@ constexpr TMotionParam kFollow[] = {{"height", "mm", "distance of the nozzle to 
                                      1.0, kSet<&TSmtFollow::FHeight>},
                                     Follower(kSet<&TSmtFollow::FFollowerIndex>)};
 
+constexpr TMotionParam kNozzle[] = {
+    {"row", "", "row of the slot", pkWhole, prFixed, 0, 1000, -1.0, kSet<&TSmtNozzleStep::FRow>, Required},
+    {"column", "", "column of the slot", pkWhole, prFixed, 0, 1000, -1.0, kSet<&TSmtNozzleStep::FCol>, Required}};
+
 constexpr TMotionParam kOutputOn[] = {Outport(kSet<&TSmtSwitchOutport::FPort>)};
 
 constexpr TMotionParam kWaitInput[] = {
@@ -148,6 +167,9 @@ constexpr TMotionParam kFocus[] = {Focus(kSet<&TSmtMoveToF::FFocus>),
                                    {"speed", "mm/s", "speed of the focus, 0 is the machine's default", pkNumber,
                                     prFocusSpeed, 0, 0, 0.0, kSet<&TSmtMoveToF::FSpeed>}};
 
+constexpr TMotionParam kClean[] = {{"return", "", "go back afterwards, as the machine file says", pkSwitch, prFixed, 0,
+                                    1, 1.0, kSet<&TSmtCleanState::FReturn>}};
+
 constexpr TMotionParam kShot[] = {
     {"ms", "ms", "how long the beam is on", pkWhole, prFixed, 0, static_cast<double>(kShotLimitMs), 500.0, nullptr}};
 
@@ -165,6 +187,7 @@ constexpr TMotionParam kDelay[] = {{"ms", "ms", "how long", pkWhole, prFixed, 0,
 
 constexpr TMotionRow kRows[] = {
     {131, "move-xy", "", false, "move XY, at the height where the head stands", kMoveXY, nullptr},
+    {133, "clean-curve", "", false, "move over the brush, at the height where the head stands", kCleanCurve, nullptr},
     {134, "safe-z", "", false, "raise the head to the safe height", kSafeZ, nullptr},
     {136, "move-z", "", false, "move Z, up or down", kMoveZ, nullptr},
     {137, "safe-move", "", false, "raise the head (134), then move XY (131)", kSafeMove, nullptr},
@@ -179,6 +202,10 @@ constexpr TMotionRow kRows[] = {
     {153, "calibrate-head", "", false, "calibrate where the head stands (151), then raise it (134)", kSimpleCali,
      nullptr},
     {154, "follow", "", false, "follow the plate at a height; the head goes on following", kFollow, nullptr},
+    {163, "uninstall-nozzle", "", false, "leave the head's nozzle in a slot of the rack; the head stands over it",
+     kNozzle, nullptr},
+    {164, "install-nozzle", "", false, "take a nozzle from a slot of the rack; the head stands over it", kNozzle,
+     nullptr},
     {172, "output", "on", true, "switch an output on", kOutputOn, nullptr},
     {173, "output", "off", true, "switch an output off", kOutputOn, nullptr},
     {176, "wait-input", "", false, "wait for an input that answers an output", kWaitInput, nullptr},
@@ -187,6 +214,9 @@ constexpr TMotionRow kRows[] = {
      kLubricate, nullptr},
     {421, "focus", "", false, "move the focus axis", kFocus, nullptr},
     {422, "safe-move-xyzf", "", false, "raise the head, move XY, then focus, then Z", kSafeMoveXYZF, nullptr},
+    {513, "clean-nozzle", "manual", true, "clean the nozzle on the brush", kClean, nullptr},
+    {514, "clean-nozzle", "auto", true, "clean the nozzle where that is switched on, and calibrate if asked to", kClean,
+     nullptr},
     {515, "shot", "", false, "the timed laser shot", kShot, MakeShotOf},
     {516,
      "laser-on",

@@ -25,6 +25,12 @@ std::optional<double> ParseSwitch(std::string_view text) {
   return std::nullopt;
 }
 
+// Whole numbers without an exponent.
+std::string NumberText(double value) {
+  constexpr double kExact = 1e15;
+  return value == std::floor(value) && std::abs(value) < kExact ? Format("%.0f", value) : ValueText(value);
+}
+
 }  // namespace
 
 std::string TMotionRow::FullName() const { return *Variant ? std::string(Name) + "-" + Variant : Name; }
@@ -46,9 +52,9 @@ const TMotionRow* FindMotionRow(std::int32_t command) {
 }
 
 std::string TParamLimits::Text() const {
-  if (Numbers.empty()) return ValueText(Lowest) + ".." + ValueText(Highest);
+  if (Numbers.empty()) return NumberText(Lowest) + ".." + NumberText(Highest);
   std::string text;
-  for (const double number : Numbers) text += (text.empty() ? "" : ", ") + ValueText(number);
+  for (const double number : Numbers) text += (text.empty() ? "" : ", ") + NumberText(number);
   return text;
 }
 
@@ -87,7 +93,7 @@ TParamLimits TMotionLimits::Of(const TMotionParam& param) const {
 std::string TMotionLimits::Check(const TMotionParam& param, double value) const {
   if (param.Kind == pkSwitch) return {};
   if (!std::isfinite(value)) return "is not a finite number";
-  const std::string text = ValueText(value);
+  const std::string text = NumberText(value);
   if (param.Kind == pkWhole && value != std::floor(value)) return text + " is not a whole number";
   const TParamLimits limits = Of(param);
   const bool inside = limits.Numbers.empty() ? value >= limits.Lowest && value <= limits.Highest
@@ -145,7 +151,7 @@ std::string TMotionCall::Text() const {
 }
 
 std::string ParamText(const TMotionParam& param, double value) {
-  return param.Kind == pkSwitch ? (value != 0.0 ? "true" : "false") : ValueText(value);
+  return param.Kind == pkSwitch ? (value != 0.0 ? "true" : "false") : NumberText(value);
 }
 
 }  // namespace ixocamglue

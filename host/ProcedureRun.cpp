@@ -12,6 +12,7 @@
 #include "host/HostTexts.h"
 #include "host/StateFolder.h"
 #include "host/Timeline.h"
+#include "simulator/Faults.h"
 
 namespace ixocamglue {
 namespace {
@@ -60,7 +61,10 @@ class TProcedureRun::TSignalStop {
 };
 
 TProcedureRun::TProcedureRun(const TRunSettings& settings, TConsole& console)
-    : FSettings(settings), FConsole(console), FSession(SessionOptions(settings, console)) {}
+    : FSettings(settings), FConsole(console), FSession(SessionOptions(settings, console)) {
+  for (const std::string& name : settings.Faults)
+    if (const TSimFault* const fault = FindSimFault(name)) fault->Apply(FSession.Machine());
+}
 
 // --- on the state thread ---
 
@@ -202,6 +206,13 @@ void AddRunSettings(CLI::App& command, TRunSettings& settings, const std::string
   trigger("--stop-at", settings.StopAt, "Stop this long after the procedure was entered, 0 to 600000");
   trigger("--alarm-at", settings.AlarmAt,
           "Raise an alarm that forbids all motion this long after the procedure was entered, 0 to 600000");
+  std::vector<std::string> faults;
+  for (const TSimFault& fault : SimFaults()) faults.emplace_back(fault.Name);
+  command.add_option("--fault", settings.Faults, "Something of the machine that fails; `ixocut procedures --faults`")
+      ->check(CLI::IsMember(faults))
+      ->expected(1)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+      ->type_name("NAME");
   command.add_flag("--realtime", settings.Realtime, "Run on the real clock; Ctrl-C stops the " + what);
   command.add_flag("--json", settings.Json, "Print one JSON document instead of text");
   command.add_flag("--trace", settings.Trace, "Show the whole diagnostic channel");

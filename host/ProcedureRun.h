@@ -26,6 +26,7 @@ namespace ixocamglue {
 struct TRunSettings {
   std::optional<std::uint64_t> StopAt;   // ms after the procedure was entered
   std::optional<std::uint64_t> AlarmAt;  // the same
+  std::vector<std::string> Faults;       // names of SimFaults
   bool Realtime = false;
   bool Json = false;
   bool Trace = false;

@@ -10,6 +10,7 @@
 #include "host/MotionTable.h"
 #include "host/Procedures.h"
 #include "host/StateFolder.h"
+#include "simulator/Faults.h"
 #include "support/Format.h"
 
 namespace ixocamglue {
@@ -18,6 +19,7 @@ namespace {
 struct TProceduresOptions {
   std::string Name;  // empty: all
   bool Json = false;
+  bool Faults = false;
   std::optional<std::filesystem::path> Machine, State;
 };
 
@@ -78,7 +80,21 @@ nlohmann::ordered_json JsonOf(const TMotionRow& row, const TMotionLimits& limits
   return item;
 }
 
+int ListFaults(const TProceduresOptions& options, std::ostream& out) {
+  auto faults = nlohmann::ordered_json::array();
+  for (const TSimFault& fault : SimFaults()) {
+    if (options.Json)
+      faults.push_back({{"name", fault.Name}, {"description", fault.Description}});
+    else
+      out << Format("%-27s %s\n", fault.Name, fault.Description);
+  }
+  if (options.Json)
+    out << nlohmann::ordered_json{{"command", "procedures"}, {"faults", std::move(faults)}}.dump(2) << '\n';
+  return kExitSuccess;
+}
+
 int Run(const TProceduresOptions& options, std::ostream& out) {
+  if (options.Faults) return ListFaults(options, out);
   const TMotionLimits limits = TMotionLimits::OfMachine(MachineFile(options.Machine, options.State));
   auto document = nlohmann::ordered_json::array();
   std::size_t shown = 0;
@@ -116,6 +132,7 @@ void AddProceduresCommand(CLI::App& program, TCommandRun& run) {
       program.add_subcommand("procedures", "List what can be run, with parameters, ranges and units");
   command->add_option("NAME", options->Name, "Only this one");
   command->add_flag("--json", options->Json, "Print one JSON document instead of text");
+  command->add_flag("--faults", options->Faults, "List what --fault of `ixocut run` makes fail instead");
   AddMachineOptions(*command, options->Machine, options->State);
   command->footer(
       "Number, name as `ixocut run` takes it, and what it does; then each parameter with its range on this machine, "

@@ -25,6 +25,7 @@ namespace {
 constexpr std::int32_t kRunId = 990;  // the list that holds what was asked for
 constexpr std::uint64_t kStatusEveryMs = 1000;
 constexpr std::uint64_t kTerminalEveryMs = 100;
+constexpr std::uint64_t kShareOfStep = 10;
 constexpr std::uint64_t kLongestMs = 86'400'000;  // a day
 
 struct TRunOptions : TRunSettings {
@@ -149,8 +150,11 @@ class TObserver {
     const TSimSnapshot now = FRun.Session().Machine().Snapshot();
     FTrace.Sample(now);
     const std::uint64_t begun = FRun.Steps().Begun();
-    if (FQuiet || begun == 0 || (begun == FBegun && nowMs < FShownMs + FEveryMs)) return;
     const bool stepped = begun != FBegun;
+    if (stepped) FSteppedMs = nowMs;
+    // A step of an hour does not fill the screen.
+    const std::uint64_t pause = std::max(FEveryMs, FConsole.OnTerminal() ? 0 : (nowMs - FSteppedMs) / kShareOfStep);
+    if (FQuiet || begun == 0 || (!stepped && nowMs < FShownMs + pause)) return;
     FBegun = begun;
     FShownMs = nowMs;
     std::string text = StatusText(now);
@@ -168,6 +172,7 @@ class TObserver {
   TMotionTrace FTrace;
   std::uint64_t FBegun = 0;
   std::uint64_t FShownMs = 0;
+  std::uint64_t FSteppedMs = 0;
   std::string FShown;
 };
 
@@ -182,6 +187,7 @@ int Run(const TRunOptions& options, std::ostream& out) {
   TConsole console(out, options.Json, options.Trace);
   nlohmann::ordered_json document{{"command", "run"}, {"procedure", job.Name}, {"seed", options.Seed}};
   std::vector<std::string> lines;
+  std::optional<THostError> plotFailed;  // told behind the report
   const bool success = [&] {
     TProcedureRun run(options, console);
     TObserver observer(run, console, options);
@@ -198,8 +204,12 @@ int Run(const TRunOptions& options, std::ostream& out) {
     lines = ReportLines(report, observer.Trace(), last, options.Journal);
     if (options.Json) document.update(ReportJson(report, observer.Trace(), last));
     if (!options.Plot.empty()) {
-      PlotRun(report, observer.Trace(), job.Title, options.Plot);
-      lines.push_back(options.Plot);
+      try {
+        PlotRun(report, observer.Trace(), job.Title, options.Plot);
+        lines.push_back(options.Plot);
+      } catch (const THostError& e) {
+        plotFailed = e;
+      }
     }
     return report.Success();
   }();
@@ -208,6 +218,7 @@ int Run(const TRunOptions& options, std::ostream& out) {
     document["log"] = console.Log();
     console.Print(document);
   }
+  if (plotFailed) throw *plotFailed;
   return success ? kExitSuccess : kExitOtherwise;
 }
 

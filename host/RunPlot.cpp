@@ -124,7 +124,7 @@ void PlotRun(const TRunReport& report, const TMotionTrace& trace, const std::str
 
   script += "set multiplot title " + PlotText(title) + "\nunset key\n";
   script += "set origin 0,0\nset size 0.5,0.94\nset size ratio -1\nset title " + PlotText(SPlotPath.Get()) + "\n";
-  script += Format("set xrange [*<*:*]\nset xlabel 'X'\nset ylabel 'Y'\nset offsets %.1f,%.1f,%.1f,%.1f\n", kRoomMm,
+  script += Format("set xlabel 'X'\nset ylabel 'Y'\nset offsets %.1f,%.1f,%.1f,%.1f\n", kRoomMm,
                    kRoomMm, kRoomMm, kRoomMm);
   script +=
       "plot $xy using 1:2 with lines lw 1.5 lc rgb '#1f77b4', $xy every ::0::0 using 1:2 with points pt 7 ps 0.6 "
