@@ -9,6 +9,7 @@
 #include "config/Ucamglue.h"
 #include "host/HostTexts.h"
 #include "host/PanelTexts.h"
+#include "host/ProcedureTexts.h"
 #include "platform/CutStates.h"
 #include "support/Faults.h"
 #include "support/Format.h"
@@ -34,7 +35,7 @@ TSession::TSession(TSessionOptions options)
   if (const std::string problem = FLocaleManager.ChangeLanguage(FOptions.Language); !problem.empty())
     FNotices.push_back(problem);
   std::ranges::move(FLibrary->LoadLocaleResources(), std::back_inserter(FNotices));
-  for (const auto& texts : {HostTexts(), PanelTexts()})
+  for (const auto& texts : {HostTexts(), PanelTexts(), ProcedureTexts()})
     std::ranges::move(FLocale.Apply(texts), std::back_inserter(FNotices));
 
   FFramework.emplace(TNcStateOptions{.SafeEntry = FOptions.SafeEntry});
@@ -64,7 +65,7 @@ TSession::~TSession() {
   }
   TCustomMotionState::SetStateMotion(nullptr);
   // The locale reader owns the texts that are installed.
-  for (const auto& texts : {HostTexts(), PanelTexts()})
+  for (const auto& texts : {HostTexts(), PanelTexts(), ProcedureTexts()})
     for (TText* text : texts) text->Set(nullptr);
 }
 
