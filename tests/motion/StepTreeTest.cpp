@@ -354,9 +354,37 @@ TEST_F(StepTree, AnAbortAnsweredOtherwiseIsForcedToAnErrorAndStillLeaves) {
 
 TEST_F(StepTree, TheFactoryKnowsItsCommandsAndNoOther) {
   const std::map<std::int32_t, std::string_view> expected{
-      {141, "TSmtGasOnState"},   {142, "TSmtGasOffState"}, {176, "TSmtWaitInport"},        {516, "TSmtLaserOn"},
-      {517, "TSmtLaserOff"},     {518, "TSmtEmissionOn"},  {519, "TSmtWaitForEmissionOn"}, {520, "TSmtLaserOnOnly"},
-      {522, "TSmtLaserOffOnly"}, {612, "TSmtDelay"},
+      {131, "TSmtMoveToXY"},
+      {133, "TSmtCleanHeadCurve"},
+      {134, "TSmtSafeMoveToZ"},
+      {136, "TSmtSafeMoveToZ"},
+      {137, "TSmtSafeMoveToXY"},
+      {138, "TSmtSafeMoveToWorkXY"},
+      {139, "TSmtSafeMoveToAssistXY"},
+      {141, "TSmtGasOnState"},
+      {142, "TSmtGasOffState"},
+      {151, "TSmtCapCaliMotion"},
+      {152, "TSmtAutoCaliState"},
+      {153, "TSmtSimpleAutoCaliState"},
+      {154, "TSmtFollow"},
+      {163, "TSmtUninstallNozzle"},
+      {164, "TSmtInstallNozzle"},
+      {172, "TSmtOpenOutport"},
+      {173, "TSmtCloseOutport"},
+      {176, "TSmtWaitInport"},
+      {181, "TSmtSafeMoveToXYZ"},
+      {350, "TSmtLubricateCurve"},
+      {421, "TSmtMoveToF"},
+      {422, "TSmtSafeMoveToXYZF"},
+      {513, "TSmtManuCleanState"},
+      {514, "TSmtAutoCleanState"},
+      {516, "TSmtLaserOn"},
+      {517, "TSmtLaserOff"},
+      {518, "TSmtEmissionOn"},
+      {519, "TSmtWaitForEmissionOn"},
+      {520, "TSmtLaserOnOnly"},
+      {522, "TSmtLaserOffOnly"},
+      {612, "TSmtDelay"},
   };
   auto tree = MakeStepOf<TTree>(nullptr);
   for (std::int32_t command = -10; command < 1200; ++command) {
@@ -367,7 +395,8 @@ TEST_F(StepTree, TheFactoryKnowsItsCommandsAndNoOther) {
     EXPECT_EQ(step->ClassName(), expected.at(command));
     EXPECT_EQ(step->GetID(), command);
     EXPECT_NE(step->GetDesc(), "");
-    EXPECT_EQ(step->GetStep(), 0);  // built
+    const bool late = command == 152 || command == 513 || command == 514;
+    EXPECT_EQ(step->GetStep(), late ? mstpUnbuilt : 0) << command;
   }
   EXPECT_EQ(tree->IDList().size(), expected.size());
 }
