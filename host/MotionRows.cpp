@@ -1,7 +1,9 @@
 #include <algorithm>
 #include <type_traits>
 
+#include "host/GoProcedures.h"
 #include "host/MotionTable.h"
+#include "host/NozzleChange.h"
 #include "host/Procedures.h"
 #include "host/Shot.h"
 #include "motion/Ustatemotion.h"
@@ -185,6 +187,17 @@ constexpr TMotionParam kDelay[] = {{"ms", "ms", "how long", pkWhole, prFixed, 0,
                                     },
                                     Required}};
 
+constexpr double kMostNozzle = 10'000;
+constexpr TMotionParam kNozzleChange[] = {
+    {"from", "", "number of the nozzle in the head", pkWhole, prFixed, 0, kMostNozzle, kUnset, nullptr, Together},
+    {"to", "", "number of the nozzle to take (default: both as chosen last)", pkWhole, prFixed, 0, kMostNozzle, kUnset,
+     nullptr, Together}};
+
+TStepPtr MakeNozzleChangeOf(TCustomMotionState* ctrl, const TMotionValues& values) {
+  if (!values[0] || !values[1]) return MakeNozzleChange(ctrl);
+  return MakeNozzleChange(ctrl, static_cast<std::int32_t>(*values[0]), static_cast<std::int32_t>(*values[1]));
+}
+
 constexpr TMotionRow kRows[] = {
     {131, "move-xy", "", false, "move XY, at the height where the head stands", kMoveXY, nullptr},
     {133, "clean-curve", "", false, "move over the brush, at the height where the head stands", kCleanCurve, nullptr},
@@ -232,6 +245,22 @@ constexpr TMotionRow kRows[] = {
     {520, "beam-on", "", false, "laser on, emission untouched; dark again when the procedure ends", {}, nullptr, bmOn},
     {522, "beam-off", "", false, "laser off, emission untouched", {}, nullptr, bmOff},
     {612, "delay", "", false, "wait", kDelay, nullptr},
+    {0, "change-nozzle", "", false, "put the head's nozzle into the rack and take another one", kNozzleChange,
+     MakeNozzleChangeOf},
+    {0,
+     "go",
+     "maintenance",
+     false,
+     "to the maintenance position (422)",
+     {},
+     [](TCustomMotionState* ctrl, const TMotionValues&) { return MakeGoMaintenance(ctrl); }},
+    {0,
+     "go",
+     "blanking",
+     false,
+     "to the blanking position (137)",
+     {},
+     [](TCustomMotionState* ctrl, const TMotionValues&) { return MakeGoBlanking(ctrl); }},
 };
 
 }  // namespace

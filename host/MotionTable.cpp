@@ -112,15 +112,15 @@ std::string TMotionLimits::Parse(const TMotionParam& param, std::string_view tex
   return Check(param, value);
 }
 
-std::string TMotionLimits::CheckNeeds(const TMotionRow& row, const TMotionValues& values) {
+std::string TMotionLimits::CheckNeeds(const TMotionRow& row, const TMotionValues& values, const char* prefix) {
   std::string together;
   bool some = false;
   bool all = true;
   for (std::size_t i = 0; i < row.Params.size(); ++i) {
     const TMotionParam& param = row.Params[i];
-    if (param.Need == TMotionParam::Required && !values[i]) return std::string(param.Name) + " is missing";
+    if (param.Need == TMotionParam::Required && !values[i]) return prefix + std::string(param.Name) + " is missing";
     if (param.Need != TMotionParam::Together) continue;
-    together += (together.empty() ? "" : ", ") + std::string(param.Name);
+    together += (together.empty() ? "" : ", ") + std::string(prefix) + param.Name;
     some = some || values[i];
     all = all && values[i];
   }

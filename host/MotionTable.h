@@ -99,8 +99,8 @@ class TMotionLimits {
   [[nodiscard]] std::string Check(const TMotionParam& param, double value) const;
   // The same for a text; fills `value` when there is nothing wrong.
   [[nodiscard]] std::string Parse(const TMotionParam& param, std::string_view text, double& value) const;
-  // Of a whole row: what is missing.
-  [[nodiscard]] static std::string CheckNeeds(const TMotionRow& row, const TMotionValues& values);
+  // Of a whole row: what is missing. `prefix`: what stands before a parameter's name where it was asked for.
+  [[nodiscard]] static std::string CheckNeeds(const TMotionRow& row, const TMotionValues& values, const char* prefix);
 
  private:
   const TSimConfig FConfig;

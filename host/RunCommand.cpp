@@ -89,7 +89,7 @@ TMotionCall CallOf(const TRunOptions& options, const TMotionLimits& limits) {
       throw THostError(kExitCommandLine, "--" + name + ": " + problem);
     call.Values[static_cast<std::size_t>(param - row.Params.begin())] = value;
   }
-  if (const std::string missing = TMotionLimits::CheckNeeds(row, call.Values); !missing.empty())
+  if (const std::string missing = TMotionLimits::CheckNeeds(row, call.Values, "--"); !missing.empty())
     throw THostError(kExitCommandLine, row.Usage() + ": " + missing);
   return call;
 }
@@ -144,7 +144,7 @@ class TObserver {
       : FRun(run),
         FConsole(console),
         FQuiet(options.Json),
-        FEveryMs(options.Realtime ? kTerminalEveryMs : kStatusEveryMs) {}
+        FEveryMs(console.OnTerminal() ? kTerminalEveryMs : kStatusEveryMs) {}
 
   void Look(std::uint64_t nowMs) {
     const TSimSnapshot now = FRun.Session().Machine().Snapshot();
@@ -224,6 +224,23 @@ int Run(const TRunOptions& options, std::ostream& out) {
 
 // --- the command line ---
 
+// What nobody expects on the command line of this procedure or file.
+[[noreturn]] void RefuseExtra(const std::string& name, const std::string& extra) {
+  const auto names = KnownNames();
+  const bool known = std::ranges::find(names, name) != names.end();
+  std::error_code error;
+  if (!known && !name.empty() && !FindProcedure(name) && !std::filesystem::exists(name, error)) RefuseName(name);
+  TNearestName nearest(extra);
+  std::vector<std::string> candidates;
+  for (const TMotionRow& row : MotionRows())
+    if (row.Name == name)
+      for (const TMotionParam& param : row.Params) candidates.push_back(std::string("--") + param.Name);
+  for (const std::string& candidate : candidates) nearest.Consider(candidate);
+  throw THostError(kExitCommandLine,
+                   (known ? name + ": " : "") + extra + " was not expected" +
+                       (nearest.Found().empty() ? "" : "; did you mean " + std::string(nearest.Found()) + "?"));
+}
+
 // The options of one name: those of all its variants.
 void AddRows(CLI::App& run, const std::string& name, const std::shared_ptr<TRunOptions>& options) {
   std::string summary;
@@ -259,7 +276,7 @@ void AddRows(CLI::App& run, const std::string& name, const std::shared_ptr<TRunO
           std::string("--") + row->Variant,
           [options, variant = std::string(row->Variant)] {
             if (!options->Variant.empty() && options->Variant != variant)
-              throw CLI::ValidationError("--" + variant + " excludes --" + options->Variant);
+              throw THostError(kExitCommandLine, "--" + variant + " excludes --" + options->Variant);
             options->Variant = variant;
           },
           row->Summary);
@@ -302,14 +319,21 @@ void AddRunCommand(CLI::App& program, TCommandRun& run) {
       "  ixocut run steps.json --journal\n"
       "\n"
       "Software is not the emergency stop.");
+  command->allow_extras();  // told below, with the name that was probably meant
   command->callback([options, command, &run] {
-    if (const auto chosen = command->get_subcommands(); !chosen.empty()) {
-      if (!options->Name.empty()) throw CLI::ValidationError("run", "\"" + options->Name + "\" was not expected");
+    const auto chosen = command->get_subcommands();
+    auto extras = command->remaining(true);
+    if (!chosen.empty()) {
+      if (!options->Name.empty()) extras.push_back(options->Name);
       options->Name = chosen.front()->get_name();
     }
-    if (options->Name.empty())
-      throw CLI::ValidationError("run", "a procedure or a file is needed; `ixocut procedures` lists the procedures");
-    run = [options] { return Run(*options, std::cout); };
+    if (options->Name.empty() && extras.empty())
+      throw THostError(kExitCommandLine, "a procedure or a file is needed; `ixocut procedures` lists the procedures");
+    run = [options, extras] {
+      const auto option = std::ranges::find_if(extras, [](const std::string& e) { return e.starts_with("--"); });
+      if (!extras.empty()) RefuseExtra(options->Name, option != extras.end() ? *option : extras.front());
+      return Run(*options, std::cout);
+    };
   });
 }
 

@@ -236,7 +236,7 @@ void TReader::ReadCommand(const TJson& item, const std::string& place, TSequence
     else
       Problem(at, "is no text");
   }
-  if (const std::string missing = TMotionLimits::CheckNeeds(*row, call.Values); !missing.empty())
+  if (const std::string missing = TMotionLimits::CheckNeeds(*row, call.Values, ""); !missing.empty())
     Problem(place, row->FullName() + ": " + missing);
   out.Calls.push_back(std::move(call));
 }
@@ -259,6 +259,7 @@ void TReader::ReadValue(const TMotionRow& row, const std::string& name, const TJ
     return Problem(place, "is no parameter of " + row.FullName() + "; " + hint);
   }
   auto& target = call.Values[static_cast<std::size_t>(param - row.Params.begin())];
+  target = 0.0;  // it is there, if wrong
   if (param->Kind == pkSwitch) {
     if (!value.is_boolean()) return Problem(place, "is neither true nor false");
     target = value.get<bool>() ? 1.0 : 0.0;
