@@ -1,6 +1,8 @@
 #include "host/Procedures.h"
 
 #include <algorithm>
+#include <iterator>
+#include <vector>
 
 #include "host/Travel.h"
 #include "motion/Usequence.h"
@@ -118,7 +120,7 @@ TStepPtr MakeSquare() {
 
 void PrepareCover(TSimMachine& machine) { machine.Ports().FollowOutput(kCoverOutput, kCoverInput, 25); }
 
-constexpr TProcedure kProcedures[] = {
+constexpr TProcedure kOwn[] = {
     {"shot", "timed laser shot: shutter, laser, delay, off (515)", MakeShortShot, nullptr, true, false},
     {"laser-test", "laser on with its wait for emission (516), off in two steps", MakeLaserTest, nullptr, true, false},
     {"gas-purge", "gas on, delay, gas off", MakeGasPurge, nullptr, false, false},
@@ -130,12 +132,19 @@ constexpr TProcedure kProcedures[] = {
 
 }  // namespace
 
-std::span<const TProcedure> Procedures() { return kProcedures; }
+std::span<const TProcedure> Procedures() {
+  static const std::vector<TProcedure> all = [] {
+    std::vector<TProcedure> rows(std::begin(kOwn), std::end(kOwn));
+    std::ranges::copy(MachineProcedures(), std::back_inserter(rows));
+    return rows;
+  }();
+  return all;
+}
 
 const TProcedure* FindProcedure(std::string_view name) {
-  const auto* const row =
-      std::ranges::find(kProcedures, name, [](const TProcedure& p) { return std::string_view(p.Name); });
-  return row == std::end(kProcedures) ? nullptr : row;
+  const auto rows = Procedures();
+  const auto row = std::ranges::find(rows, name, [](const TProcedure& p) { return std::string_view(p.Name); });
+  return row == rows.end() ? nullptr : &*row;
 }
 
 TStepPtr MakeShot(std::uint32_t ms) {

@@ -20,11 +20,17 @@ struct TProcedure {
   TStepPtr (*Make)();                       // the root, not yet built
   void (*Prepare)(TSimMachine&) = nullptr;  // what the simulated machine needs for it, may be null
   bool UsesLaser = false;
-  bool LeavesGasOn = false;  // on success
+  bool LeavesGasOn = false;      // on success
+  bool UsesConfig = false;       // its machine is described by a file
+  bool LeavesFollowing = false;  // on success
+  enum TOutputs : std::uint8_t { otOff, otStayAfterAbort, otStay } Outputs = otOff;
 };
 
 [[nodiscard]] std::span<const TProcedure> Procedures();
 [[nodiscard]] const TProcedure* FindProcedure(std::string_view name);  // null: unknown
+
+// Those that move the head, its devices and the rack: every composite and every single command of the step factory.
+[[nodiscard]] std::span<const TProcedure> MachineProcedures();
 
 // The timed laser shot, command 515.
 [[nodiscard]] TStepPtr MakeShot(std::uint32_t ms);

@@ -12,9 +12,8 @@
 #include "host/CommandLine.h"
 #include "host/HostError.h"
 #include "host/Procedures.h"
+#include "host/Session.h"
 #include "host/StateFolder.h"
-#include "library/Library.h"
-#include "platform/Locale.h"
 #include "support/Format.h"
 
 namespace ixocamglue {
@@ -104,12 +103,13 @@ int RunTree(const TTreeOptions& options, std::ostream& out) {
     const std::string why = options.Name.empty() ? "NAME is missing" : "\"" + options.Name + "\" is no procedure";
     throw THostError(kExitCommandLine, why + "; the procedures are: " + Names());
   }
-  TLocaleReader locale(FindDataFolders().Locale);
-  const TInstalled<TLocaleReader> installed(locale);
-  TLibrary library;
-  if (const std::string problem = locale.SelectLanguage(options.Language); !problem.empty())
-    std::cerr << "ixocut tree: " << problem << std::endl;
-  for (const std::string& refused : library.LoadLocaleResources()) std::cerr << "ixocut tree: " << refused << std::endl;
+  // A machine and its configuration: parts that are built late ask both.
+  TSessionOptions settings;
+  settings.MachineFile = options.Machine ? *options.Machine : FindDataFolders().Data / "machine" / "machine.xml";
+  settings.LocaleFolder = FindDataFolders().Locale;
+  settings.Language = options.Language;
+  TSession session(settings);
+  for (const std::string& notice : session.Notices()) std::cerr << "ixocut tree: " << notice << std::endl;
 
   const TStepPtr root = procedure->Make();
   root->BuildData();
@@ -130,6 +130,10 @@ void AddTreeCommand(CLI::App& program, TCommandRun& run) {
   CLI::App* const tree = program.add_subcommand("tree", "Print the step tree of a procedure");
   tree->add_option("NAME", options->Name, "The procedure: " + Names())->type_name("");
   tree->add_flag("--json", options->Json, "Print one JSON document instead of text");
+  tree->add_option_function<std::string>(
+          "--machine", [options](const std::string& file) { options->Machine = file; },
+          "The machine file whose values are shown (default: the example)")
+      ->type_name("FILE");
   AddLanguageOption(*tree, options->Language);
   std::string procedures = "Procedures:\n";
   for (const TProcedure& procedure : Procedures())
@@ -140,7 +144,7 @@ void AddTreeCommand(CLI::App& program, TCommandRun& run) {
       "Each line: command number, class, description, parameters (ms, bar). A part that the machine builds only\n"
       "when it gets there is shown built and marked.\n"
       "\n"
-      "Exit codes: 0 success, 1 the tree cannot be built, 2 wrong command line or unknown name.\n"
+      "Exit codes: 0 success, 1 the tree cannot be built, 2 wrong command line or unknown name, 3 a file problem.\n"
       "\n"
       "Examples:\n"
       "  ixocut tree shot\n"

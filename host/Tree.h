@@ -1,7 +1,9 @@
 // `ixocut tree`: the step tree of a procedure, as it is built before it runs.
 #pragma once
 
+#include <filesystem>
 #include <iosfwd>
+#include <optional>
 #include <string>
 
 namespace ixocamglue {
@@ -9,10 +11,12 @@ namespace ixocamglue {
 struct TTreeOptions {
   std::string Name;
   bool Json = false;
+  std::optional<std::filesystem::path> Machine;  // none: the example, which is only read
   std::string Language = "zh";
 };
 
-// Returns the exit code; throws THostError for a name that no procedure has. Touches no device.
+// Returns the exit code; throws THostError for a name that no procedure has and for a machine
+// file that cannot be used. Moves nothing.
 [[nodiscard]] int RunTree(const TTreeOptions& options, std::ostream& out);
 
 }  // namespace ixocamglue

@@ -324,7 +324,9 @@ void TNcStateFramework::RetrySafe() {
   if (FSafeLaser) {
     if (laser) {
       tryAll([&] { cut->SwitchLaser(false); })([&] { laser->EmissionOff(); });
-      tryAll([&] { dark = !laser->GetLaser() && !laser->GetEmission(); });
+      // Emission that was asked for and has not come yet would come later: a device that missed EmissionOff is not
+      // dark.
+      tryAll([&] { dark = !laser->GetLaser() && !laser->GetEmission() && !FWatch.EmissionAsked.Runs(); });
     } else {
       tryAll([&] { dark = !cut || !cut->Laser(); });
     }

@@ -220,6 +220,15 @@ TAxisLimits TSimMotion::GetZLimits() {
 
 double TSimMotion::GetSafeZ() { return FCore.Gate.Enter("axes", "GetSafeZ", vkRead) ? FSafeZ : 0.0; }
 
+void TSimMotion::Place(TPoint2 pos) {
+  const TSimScope scope(FCore);
+  FNextPoints.clear();
+  FPath = TSimPath(
+      {std::clamp(pos.X, FX.SoftLimitNeg, FX.SoftLimitPos), std::clamp(pos.Y, FY.SoftLimitNeg, FY.SoftLimitPos)}, {},
+      1.0, 1.0);
+  Show();
+}
+
 void TSimMotion::SetWorkOrigin(std::optional<TPoint2> origin) {
   const TSimScope scope(FCore);
   FWorkOrigin = origin;
@@ -323,6 +332,11 @@ bool TSimAxis::Start(double mm, double mmPerS) {
 
 void TSimAxis::Brake() {
   FMotion.Brake();
+  Show();
+}
+
+void TSimAxis::Place(double mm) {
+  FMotion.Place(Clamped(mm));
   Show();
 }
 

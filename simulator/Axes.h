@@ -70,6 +70,7 @@ class TSimMotion final : public TNcMotionDriver, public ISimPart {
   void SaveFlagPos(std::int32_t flag, TPoint2 pos) override;
 
   // --- any thread ---
+  void Place(TPoint2 pos);  // at rest there at once
   void SetWorkOrigin(std::optional<TPoint2> origin);
   void SetLimitPressed(bool pressed);  // the limit switch of X+: XY moves no more
 
@@ -123,6 +124,7 @@ class TSimAxis {
   // False, noted in the journal, when the axis cannot go there.
   bool Start(double mm, double mmPerS);
   void Brake();
+  void Place(double mm);  // at rest there at once, within the limits
   void Step();
 
   [[nodiscard]] double Pos() const { return FMotion.Pos(); }

@@ -96,6 +96,13 @@ TNcCaliResult TSimFollower::GetCaliResult() {
   return FResult;
 }
 
+void TSimFollower::PlaceZ(double mm) {
+  const TSimScope scope(FCore);
+  SetFollowing(false);
+  Interrupt();
+  FZ.Place(mm);
+}
+
 void TSimFollower::SetPlate(double z) {
   const TSimScope scope(FCore);
   if (std::isfinite(z)) FPlateZ = z;

@@ -39,7 +39,8 @@ class TSimFollower final : public TNcFollower, public ISimPart {
   void StartCalibrate() override;
   TNcCaliResult GetCaliResult() override;
 
-  // --- what is under the nozzle and wrong with the sensor; any thread ---
+  // --- by hand; any thread ---
+  void PlaceZ(double mm);   // at rest there at once
   void SetPlate(double z);  // the plate under the nozzle has changed its height
   void RemovePlate();
   void SetNoise(double picofarad);

@@ -51,10 +51,12 @@ class TCheck {
     Require(!FOracle.Emission(), "emission is on at the end");
     const bool mayStayOn = FExpected.Success && FExpected.GasMayStayOn;
     Require(!FOracle.Gas() || mayStayOn || Exempt("gas"), "gas is on at the end");
-    if (!Exempt("ports"))
+    if (!Exempt("ports") && !FExpected.OutputsMayStayOn)
       for (const std::int32_t port : FOracle.OutputsOn()) Require(false, Format("output %d is on at the end", port));
     for (const std::string& device : FOracle.Moving()) Require(Exempt(device), device + " still moves at the end");
-    for (const std::string& device : FOracle.Following()) Require(Exempt(device), device + " still follows at the end");
+    const bool mayFollow = FExpected.Success && FExpected.MayFollow;
+    for (const std::string& device : FOracle.Following())
+      Require(mayFollow || Exempt(device), device + " still follows at the end");
     for (const std::string& device : FOracle.Calibrating())
       Require(Exempt(device), device + " still calibrates at the end");
   }

@@ -20,6 +20,8 @@ namespace ixocamglue {
 struct TExpectations {
   bool Success = false;       // the procedure says that it succeeded
   bool GasMayStayOn = false;  // with success only
+  bool MayFollow = false;     // the same
+  bool OutputsMayStayOn = false;
   // Index of the first entry after which the run was no longer normal.
   std::optional<std::size_t> AbortIndex;
   // A device that failed on and on answers for nothing but a dark laser; empty: none.
@@ -62,7 +64,8 @@ class TOracle {
 };
 
 // Violations, a sentence each; empty when the run ended as it must: laser and emission dark, gas off (unless it may
-// stay on), outputs off, everything at rest, the procedure's state left exactly once, and nothing but reads, locks,
+// stay on), outputs off (unless
+// they may stay on), everything at rest, the procedure's state left exactly once, and nothing but reads, locks,
 // stops and offs after the abort.
 [[nodiscard]] std::vector<std::string> CheckRun(std::span<const TJournalEntry> entries, const TSimSnapshot& snapshot,
                                                 const TExpectations& expected);

@@ -141,6 +141,13 @@ void TSimRack::WatchHead() {
   FStruck = struck;
 }
 
+void TSimRack::Open() {
+  const TSimScope scope(FCore);
+  FCap.Pos = FStage.Pos = 1.0;
+  Show(FCap);
+  Show(FStage);
+}
+
 void TSimRack::SetCapStuck(bool stuck) {
   const TSimScope scope(FCore);
   FCap.Stuck = stuck;

@@ -27,6 +27,7 @@ class TSimRack final : public ISimPart {
   ~TSimRack() override;
 
   // --- by hand and on request; any thread ---
+  void Open();  // cap and stage, at once
   void SetCapStuck(bool stuck);
   void SetStageStuck(bool stuck);
   void SetJammed(bool jammed);                            // the thread does not let go
