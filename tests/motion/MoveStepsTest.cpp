@@ -6,13 +6,6 @@ namespace ixocamglue::test {
 namespace {
 
 using MoveSteps = TConfiguredMachine;
-// A machine of its own within a test.
-struct TRig final : TConfiguredMachine {
-  using TConfiguredMachine::Commands;
-  using TConfiguredMachine::TConfiguredMachine;
-  void TestBody() override {}
-};
-
 template <class Step>
 std::function<void(TStateMotion&)> With(void (*configure)(Step&)) {
   return [configure](TStateMotion& step) { configure(dynamic_cast<Step&>(step)); };
@@ -231,24 +224,6 @@ TEST_F(MoveSteps, TheCompositesWalkInTheirOrder) {
   EXPECT_EQ(Finish(), metError);
   EXPECT_EQ(Controller().Outcome().Path, "->Raise Z, then move XY and Z(181)(FStep = 2)->Move Z(136)(FStep = 0)");
 }
-
-// A driver that is everywhere at once and allocates nothing itself.
-struct TQuietDriver final : TNcMotionDriver {
-  bool IsBusy() override { return false; }
-  void MoveXY(TPoint2 target, double) override { Pos = target; }
-  void MoveCurve(std::span<const TPoint2>, double) override {}
-  void TurnAxis(std::int32_t, double, double) override {}
-  void StopAll(std::int32_t) override {}
-  double GetPos(std::int32_t axis) override { return axis == 0 ? Pos.X : Pos.Y; }
-  TAxisLimits GetLimits(std::int32_t) override { return {0.0, 100.0}; }
-  bool HasZ() override { return true; }
-  void MoveZ(double mm, double) override { Z = mm; }
-  double GetZ() override { return Z; }
-  void SaveFlagPos(std::int32_t) override {}
-  void SaveFlagPos(std::int32_t, TPoint2) override {}
-  TPoint2 Pos;
-  double Z = 50.0;
-};
 
 TEST(MoveStepsWithoutFollower, NoTickOfAMoveAllocates) {
   TRig rig({.MultiFollower = false});
