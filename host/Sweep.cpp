@@ -1,6 +1,7 @@
 #include "host/Sweep.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "host/Procedures.h"
 #include "host/SweepRun.h"
@@ -110,7 +111,7 @@ TPoints PairPoints(const TScope& scope) {
   TPoints aborts;
   const std::uint32_t ticks = scope.Try({}).Ticks;
   for (std::uint32_t tick = 0; tick < ticks; ++tick)
-    for (const std::int32_t reason : {srStop, srAlarm}) aborts.push_back({.AbortTick = tick, .Reason = reason});
+    for (const std::int32_t reason : kReasons) aborts.push_back({.AbortTick = tick, .Reason = reason});
   if (!scope.Full) {
     Shuffle(aborts, scope.Random);
     aborts.resize(std::min(aborts.size(), kDrawnAborts));
@@ -119,11 +120,12 @@ TPoints PairPoints(const TScope& scope) {
   for (const TSweepPoint& abort : aborts) {
     const std::uint64_t calls = scope.Try(abort).CallsAfterAbort;
     for (std::uint64_t call = 1; call <= calls; ++call)
-      for (const bool refused : {false, true}) {
+      for (const auto& [sticky, refused] : {std::pair(false, false), {true, false}, {true, true}}) {
         TSweepPoint& point = points.emplace_back(abort);
         point.DeviceCall = call;
         point.FromAbort = true;
-        point.Sticky = point.Refused = refused;
+        point.Sticky = sticky;
+        point.Refused = refused;
       }
   }
   return points;

@@ -8,8 +8,8 @@
 //   once        an exception at every device call
 //   sticky      the same, and at every later call of the same verb of the same device
 //   refused     the device ignores a call, and every later one of the same verb
-//   pair        a stop or an alarm at every tick x one call after it that throws, or is
-//               ignored from then on
+//   pair        every tick x every reason x an exception at a call after the abort, once or from then on, or such
+//               calls ignored from then on
 //   combined    laser procedures: every tick x every reason x every emission
 //   sink        an exception at every line that a log sink writes
 //   callback    a stop, an alarm, or the start of a second procedure from inside every device call

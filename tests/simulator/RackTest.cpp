@@ -122,7 +122,8 @@ TEST_F(SimRack, ANozzleChangesPlacesWhenItIsTurnedAtItsSlot) {
   GoTo(kFreeSlot, 0.0);
   Turn(-3.0);  // not at the slot
   OpenRack();
-  EXPECT_TRUE(Input(poCapOpen) && !Input(poCapClose) && !Machine.Snapshot().RackMoving);
+  EXPECT_TRUE(Input(poCapOpen) && !Input(poCapClose));
+  EXPECT_FALSE(Machine.Snapshot().RackMoving);
   GoTo(kFreeSlot, 68.0);
   Turn(3.0);  // the wrong way round
   EXPECT_EQ(Machine.Rack().HeadNozzle(), 1);
