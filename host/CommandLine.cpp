@@ -12,10 +12,10 @@
 namespace ixocamglue {
 namespace {
 
-constexpr TAddCommand kCommands[] = {AddShotCommand,    AddTreeCommand,   AddSweepCommand, AddPanelCommand,
-                                     AddKnobCommand,    AddConfigCommand, AddInfoCommand,  AddRecordCommand,
-                                     AddMonitorCommand, AddModbusCommand, AddLinkCommand,  AddSimulateCommand,
-                                     AddAlarmsCommand};
+constexpr TAddCommand kCommands[] = {AddShotCommand,  AddRunCommand,      AddProceduresCommand, AddTreeCommand,
+                                     AddSweepCommand, AddPanelCommand,    AddKnobCommand,       AddConfigCommand,
+                                     AddInfoCommand,  AddRecordCommand,   AddMonitorCommand,    AddModbusCommand,
+                                     AddLinkCommand,  AddSimulateCommand, AddAlarmsCommand};
 
 constexpr const char* kFooter =
     "Exit codes:\n"
@@ -32,6 +32,7 @@ constexpr const char* kFooter =
     "Examples:\n"
     "  ixocut shot --ms 500\n"
     "  ixocut shot --ms 500 --stop-at 300 --lang en\n"
+    "  ixocut run safe-move --x 100 --y 50\n"
     "  ixocut tree pierce\n"
     "  ixocut modbus read --tcp 192.168.0.10 --addr 16 --count 4\n"
     "  ixocut link doctor --serial /dev/ttyUSB0,19200,e,8,1\n"

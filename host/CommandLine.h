@@ -22,6 +22,8 @@ using TCommandRun = std::function<int()>;
 using TAddCommand = void (*)(CLI::App& program, TCommandRun& run);
 
 void AddShotCommand(CLI::App& program, TCommandRun& run);
+void AddRunCommand(CLI::App& program, TCommandRun& run);
+void AddProceduresCommand(CLI::App& program, TCommandRun& run);
 void AddTreeCommand(CLI::App& program, TCommandRun& run);
 void AddSweepCommand(CLI::App& program, TCommandRun& run);
 void AddRecordCommand(CLI::App& program, TCommandRun& run);

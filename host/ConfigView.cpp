@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "host/Nearest.h"
 #include "support/Format.h"
 
 namespace ixocamglue {
@@ -140,23 +141,6 @@ class TNames final : public TFieldPublisher<TNames> {
   std::vector<std::string_view> Ignored;
 };
 
-// How many letters have to be changed, added or left out; at most `limit` + 1.
-std::size_t Distance(std::string_view a, std::string_view b, std::size_t limit) {
-  if (a.size() > b.size() + limit || b.size() > a.size() + limit) return limit + 1;
-  std::vector<std::size_t> row(b.size() + 1);
-  for (std::size_t j = 0; j <= b.size(); ++j) row[j] = j;
-  for (std::size_t i = 1; i <= a.size(); ++i) {
-    std::size_t diagonal = row[0];
-    row[0] = i;
-    for (std::size_t j = 1; j <= b.size(); ++j) {
-      const std::size_t change = diagonal + (FoldAscii(a[i - 1]) == FoldAscii(b[j - 1]) ? 0 : 1);
-      diagonal = row[j];
-      row[j] = std::min({row[j] + 1, row[j - 1] + 1, change});
-    }
-  }
-  return row[b.size()];
-}
-
 class TChecker {
   template <class Items>
   static auto* Find(const Items& items, std::string_view name) {
@@ -277,21 +261,13 @@ class TChecker {
           ParseNumber<std::uint32_t>(name.substr(prefix.size())))
         return;
     if (isOpen) return;  // the section belongs to the interface
-    constexpr std::size_t kNear = 2;
-    std::size_t best = kNear + 1;
-    std::string_view nearest;
-    const auto consider = [&](std::string_view known) {
-      const std::size_t distance = Distance(name, known, kNear);
-      if (distance >= best || distance >= std::min(name.size(), known.size())) return;
-      best = distance;
-      nearest = known;
-    };
-    for (const auto& value : names.Values) consider(value.Name);
-    for (const auto& child : names.Children) consider(child.Name);
-    for (const auto& item : names.Lists) consider(item.Name);
+    TNearestName nearest(name);
+    for (const auto& value : names.Values) nearest.Consider(value.Name);
+    for (const auto& child : names.Children) nearest.Consider(child.Name);
+    for (const auto& item : names.Lists) nearest.Consider(item.Name);
     const char* const what = isRoot ? "unknown section" : "unknown name";
-    if (best <= kNear)
-      Add(at, node, name, Format("%s; did you mean %s?", what, std::string(nearest).c_str()));
+    if (!nearest.Found().empty())
+      Add(at, node, name, Format("%s; did you mean %s?", what, std::string(nearest.Found()).c_str()));
     else
       Add(at, node, name, what, true);
   }

@@ -1,6 +1,7 @@
 #include "host/Console.h"
 
-#include <ostream>
+#include <iostream>
+#include <unistd.h>
 
 #include <nlohmann/json.hpp>
 
@@ -32,6 +33,24 @@ bool IsTrouble(const TLogRecord& record) {
 
 }  // namespace
 
+TConsole::TConsole(std::ostream& out, bool json, bool trace)
+    : FOut(out), FJson(json), FTrace(trace), FTerminal(&out == &std::cout && isatty(STDOUT_FILENO) == 1) {}
+
+void TConsole::EndStatus() {
+  if (FStatusShown) FOut << "\r\033[K";
+  FStatusShown = false;
+}
+
+void TConsole::Status(std::uint64_t ms, std::string_view text) {
+  TGuard guard(FLock);
+  if (FJson) return;
+  EndStatus();
+  FOut << Format("%8llu ms  ", static_cast<unsigned long long>(ms > FStartMs ? ms - FStartMs : 0)) << text;
+  if (!FTerminal) FOut << '\n';
+  FOut << std::flush;
+  FStatusShown = FTerminal;
+}
+
 void TConsole::Write(const TLogRecord& record) {
   if (record.Diagnostic && (Mask() & DiagBit(record.Level)) == 0) return;
   const std::uint64_t ms = record.TimeMs > FStartMs ? record.TimeMs - FStartMs : 0;
@@ -40,6 +59,7 @@ void TConsole::Write(const TLogRecord& record) {
     FLines.push_back({ms, LevelOf(record), record.Text, record.Source});
     return;
   }
+  EndStatus();
   FOut << Format("%8llu ms  ", static_cast<unsigned long long>(ms));
   if (FTrace)
     FOut << Format("%-9s ", LevelOf(record));
@@ -50,7 +70,9 @@ void TConsole::Write(const TLogRecord& record) {
 
 void TConsole::Say(std::string_view line) {
   TGuard guard(FLock);
-  if (!FJson) FOut << line << '\n' << std::flush;
+  if (FJson) return;
+  EndStatus();
+  FOut << line << '\n' << std::flush;
 }
 
 nlohmann::ordered_json TConsole::Log() const {

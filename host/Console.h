@@ -19,7 +19,7 @@ class TConsole final : public ILogSink {
  public:
   // `out` outlives the console. `trace`: every line of the diagnostic channel, with its level; otherwise the progress
   // of procedures and errors only. The application log is shown always.
-  TConsole(std::ostream& out, bool json, bool trace) : FOut(out), FJson(json), FTrace(trace) {}
+  TConsole(std::ostream& out, bool json, bool trace);
 
   // The levels to listen to.
   [[nodiscard]] TDiagMask Mask() const { return FTrace ? kDiagAll : DiagBit(dlProgress) | DiagBit(dlError); }
@@ -29,6 +29,10 @@ class TConsole final : public ILogSink {
   void Write(const TLogRecord& record) override;
   // A line of the program itself; not with JSON.
   void Say(std::string_view line);
+  // A person watches.
+  [[nodiscard]] bool OnTerminal() const { return FTerminal; }
+  // Where the machine is: on a terminal in one line that the next one replaces, else a line of its own; not with JSON.
+  void Status(std::uint64_t ms, std::string_view text);
   // The log so far, as an array; only with JSON.
   [[nodiscard]] nlohmann::ordered_json Log() const;
   // The one document of a command; only with JSON.
@@ -45,8 +49,12 @@ class TConsole final : public ILogSink {
   std::ostream& FOut;
   const bool FJson;
   const bool FTrace;
+  const bool FTerminal;
   std::uint64_t FStartMs = 0;
   mutable TCriticalSection FLock;
+  void EndStatus() IXO_REQUIRES(FLock);
+
+  bool FStatusShown IXO_GUARDED_BY(FLock) = false;  // the cursor stands behind it
   std::vector<TLine> FLines IXO_GUARDED_BY(FLock);  // only with JSON
 };
 

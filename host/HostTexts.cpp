@@ -38,12 +38,25 @@ constinit TText SWatchLatch{"IxoCut", "SWatchLatch", "监视：%s；锁定激光
 
 constinit TText SLinesDropped{"IxoCut", "SLinesDropped", "日志队列已满，丢失 %d 行"};
 
+constinit TText SRunSteps{"IxoCut", "SRunSteps", "步骤（开始、用时，毫秒）："};
+constinit TText SRunPath{"IxoCut", "SRunPath", "路径长度：XY %s 毫米，Z %s 毫米"};
+constinit TText SRunStillOn{"IxoCut", "SRunStillOn", "仍然打开：%s"};
+constinit TText SRunFailed{"IxoCut", "SRunFailed", "执行出错"};
+constinit TText SRunFailedAt{"IxoCut", "SRunFailedAt", "出错的步骤（由外到内）："};
+constinit TText SRowOutput{"IxoCut", "SRowOutput", "输出口"};
+constinit TText SRowFollow{"IxoCut", "SRowFollow", "跟随"};
+constinit TText SPlotPath{"IxoCut", "SPlotPath", "XY 路径（毫米）"};
+constinit TText SPlotZ{"IxoCut", "SPlotZ", "Z（毫米）"};
+constinit TText SPlotSignals{"IxoCut", "SPlotSignals", "信号"};
+
 std::span<TText* const> HostTexts() {
   static constexpr TText* kTexts[] = {
-      &SRowState,    &SRowEmission,    &SRowLaser,   &SRowGas,    &SShotTitle,     &SShotEnded,   &SShotTooEarly,
-      &SShotNotDark, &SEndSuccess,     &SEndStopped, &SEndPaused, &SEndAlarm,      &SEndError,    &SEndRefused,
-      &SEndNever,    &SAskedAlarm,     &SSignalStop, &SWatchBusy, &SWatchEmission, &SWatchLaser,  &SWatchGas,
-      &SWatchBeat,   &SWatchEmergency, &SWatchAlarm, &SWatchStop, &SWatchLatch,    &SLinesDropped};
+      &SRowState,    &SRowEmission,    &SRowLaser,   &SRowGas,      &SShotTitle,     &SShotEnded,    &SShotTooEarly,
+      &SShotNotDark, &SEndSuccess,     &SEndStopped, &SEndPaused,   &SEndAlarm,      &SEndError,     &SEndRefused,
+      &SEndNever,    &SAskedAlarm,     &SSignalStop, &SWatchBusy,   &SWatchEmission, &SWatchLaser,   &SWatchGas,
+      &SWatchBeat,   &SWatchEmergency, &SWatchAlarm, &SWatchStop,   &SWatchLatch,    &SLinesDropped, &SRunSteps,
+      &SRunPath,     &SRunStillOn,     &SRunFailed,  &SRunFailedAt, &SRowOutput,     &SRowFollow,    &SPlotPath,
+      &SPlotZ,       &SPlotSignals};
   return kTexts;
 }
 

@@ -18,6 +18,8 @@ extern constinit TText SAskedAlarm, SSignalStop;
 extern constinit TText SWatchBusy, SWatchEmission, SWatchLaser, SWatchGas, SWatchBeat, SWatchEmergency;
 extern constinit TText SWatchAlarm, SWatchStop, SWatchLatch;
 extern constinit TText SLinesDropped;
+extern constinit TText SRunSteps, SRunPath, SRunStillOn, SRunFailed, SRunFailedAt;
+extern constinit TText SRowOutput, SRowFollow, SPlotPath, SPlotZ, SPlotSignals;
 
 [[nodiscard]] std::span<TText* const> HostTexts();
 

@@ -2,10 +2,9 @@
 #pragma once
 
 #include <cstdint>
-#include <filesystem>
 #include <iosfwd>
-#include <optional>
-#include <string>
+
+#include "host/ProcedureRun.h"
 
 namespace ixocamglue {
 
@@ -13,17 +12,9 @@ inline constexpr std::uint64_t kShotLimitMs = 60'000;
 // The laser's latch ends a beam at 65 s; a shot stays below it.
 inline constexpr std::uint64_t kShotLongestMs = 64'000;
 
-struct TShotOptions {
+struct TShotOptions : TRunSettings {
   std::uint64_t Ms = 500;                // how long the beam is on; up to kShotLongestMs
   std::uint64_t LimitMs = kShotLimitMs;  // what the command line accepts; up to kShotLongestMs
-  std::optional<std::uint64_t> StopAt;   // ms after the procedure was entered
-  std::optional<std::uint64_t> AlarmAt;  // the same
-  bool Realtime = false;
-  bool Json = false;
-  bool Trace = false;
-  std::uint64_t Seed = 1;
-  std::optional<std::filesystem::path> Machine, State;
-  std::string Language = "zh";
 };
 
 // Returns the exit code; throws THostError for a duration out of range and for files that cannot be used. Main thread;

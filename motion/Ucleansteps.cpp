@@ -79,7 +79,7 @@ void TSmtCleanHeadCurve::MakeCurve() {
       const double angle = 2.0 * std::numbers::pi * (i % kChords) / kChords;
       add(end * std::cos(angle), side * std::sin(angle));
     }
-  } else {
+  } else {  // Kept: an unknown style too
     for (std::int32_t i = 0; i < FCount; ++i) {
       const double across = FCount == 1 ? 0.0 : -side + FWidth * i / (FCount - 1);
       const double start = i % 2 == 0 ? -end : end;
@@ -171,6 +171,7 @@ std::string TSmtAutoCleanState::GetDesc() { return SAutoCleanDesc.Get(); }
 
 void TSmtAutoCleanState::BuildMotionList() {
   const TAutoCleanConfig* const clean = FNozzleCleanCfg;
+  // Kept: success, because a job that cleans between its parts must go on where cleaning is switched off.
   if (!clean || !clean->CleanHeadEnabled || !clean->Initialized || !CanCleanHead()) {
     Add<TSmtDelay>(612, SDelay).SetDelay(0);
     return;

@@ -90,6 +90,7 @@ TStepType TSmtCapCaliMotion::Finish(TNcFollower& follower) {
   result.SmoothLv = read.SmoothLv;
   result.CaliCapRange = read.CaliCapRange;
   result.ErrorType = read.ErrorType;
+  // Kept: a bad result as well, before it fails the step.
   if (TCaliRstCfg* const results = FFollowerIndex == 0 ? FCaliRstCfg : FCaliRstCfg2) results->Add(result);
 
   const TNcParams* const params = NcParams();

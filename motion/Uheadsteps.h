@@ -55,7 +55,6 @@ class TSmtCapCaliMotion : public TSmtFollowerStep {
   using TSmtFollowerStep::TSmtFollowerStep;
 
  private:
-  TStepType Start(TNcFollower& follower);
   TStepType Finish(TNcFollower& follower);
 
   enum class TPhase : std::uint8_t { Calibrate, Read };

@@ -50,7 +50,12 @@ class TPreCheck {
   // `args` are those of the text's format.
   template <class... Args>
   TPreCheck& Require(bool condition, const TText& why, Args... args) {
-    if (FPassed && !condition) Refuse(sizeof...(args) == 0 ? why.Get() : Format(why.Get(), args...));
+    if (FPassed && !condition) {
+      if constexpr (sizeof...(args) == 0)
+        Refuse(why.Get());
+      else
+        Refuse(Format(why.Get(), args...));
+    }
     return *this;
   }
   // A number that is not finite is in no range.

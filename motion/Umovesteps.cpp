@@ -6,7 +6,6 @@
 
 #include "motion/Umotiontexts.h"
 #include "motion/Ustatemotion.h"
-#include "support/Faults.h"
 
 namespace ixocamglue {
 
@@ -33,19 +32,6 @@ TStepType TSmtMoveToXY::DoMotion(std::int32_t) {
 void TSmtFollowerStep::ResetParams() {
   TSmtAtomic::ResetParams();
   FFollowerIndex = 0;
-}
-
-void TSmtFollowerStep::DoLeaveMotion() {
-  const bool success = GetStep() == mstpExit;
-  const std::int32_t index = FFollowerIndex;
-  TTryAll tryAll;
-  tryAll([this] { TSmtAtomic::DoLeaveMotion(); });
-  if (!success)
-    tryAll([index] {
-      TNcFollower* const follower = TZAxis(index).Follower();
-      if (follower && follower != GFollower()) follower->Stop(1);
-    });
-  tryAll.Rethrow();
 }
 
 std::string TSmtSafeMoveToZ::GetDesc() { return (FCommand == Cmd ? SSafeMoveToZDesc : SMoveToZDesc).Get(); }

@@ -30,12 +30,10 @@ class TSmtMoveToXY : public TSmtCommand<131> {
   using TSmtCommand::TSmtCommand;
 };
 
-// A leaf that commands the follower of an index. Left in any way but with success, it stops the second follower itself,
-// which the general stop does not know.
+// A leaf that commands the Z axis or the follower of an index.
 class TSmtFollowerStep : public TSmtAtomic {
  public:
   void ResetParams() override;
-  void DoLeaveMotion() override;
 
   std::int32_t FFollowerIndex = 0;  // 0 or 1
 

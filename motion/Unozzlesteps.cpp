@@ -9,6 +9,7 @@
 namespace ixocamglue {
 namespace {
 
+// Kept: an input that is not fitted never stands in the way.
 bool IsFitted(const TInportParamsConfig& input) { return input.Port >= 1; }
 
 bool ReadsTrue(const TInportParamsConfig& input) {

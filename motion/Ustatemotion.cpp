@@ -8,7 +8,7 @@ namespace {
 template <class Step>
 constexpr TMotionCommand Row{Step::Cmd, &MakeStep<Step>};
 
-// 136 is 134 with a target.
+// Kept: two commands are one class; 136 differs by its first parameters.
 TStepPtr MakeMoveToZ(TCustomMotionState* ctrl) {
   auto step = MakeStepOf<TSmtSafeMoveToZ>(ctrl);
   step->BecomeMoveToZ();

@@ -25,6 +25,7 @@ constexpr const char* SForcedLeave = "执行了强制退出操作";
 constexpr const char* SForcedLeaveLog = "被执行了强制退出操作";
 constexpr const char* SRegistered = "该状态动作已被注册！";
 constexpr std::size_t kExpectedChildren = 16;
+constexpr std::int32_t kFollowers = 2;  // that a multi-follower can hold
 
 void LogEnterLeave(TDiagLevel level, bool root, std::int32_t parentStep, const std::string& desc, std::int32_t depth) {
   const TDiag d{level};
@@ -416,7 +417,16 @@ void StopAllMotion() {
   TTryAll tryAll;
   tryAll([] {
     if (auto* follower = GFollower()) follower->Stop(1);
-  })([] {
+  });
+  // Of two followers the service is one.
+  TNcCutSystem* const cut = CutSystem();
+  for (std::int32_t index = 0; index < kFollowers; ++index)
+    tryAll([cut, index] {
+      TNcMultiFollower* const followers = cut ? cut->MultiFollower() : nullptr;
+      TNcFollower* const follower = followers ? followers->GetFollower(index) : nullptr;
+      if (follower && follower != GFollower()) follower->Stop(1);
+    });
+  tryAll([] {
     if (auto* driver = MotionDriver()) driver->StopAll(0);
   })([] { StopFocusMotion(); });
   tryAll.Rethrow();

@@ -321,7 +321,7 @@ class TSmtMotionDic {
 
 // Stops the focus axis of the cutting head, where there is one.
 void StopFocusMotion();
-// Stops follower, XY axes and focus; each is tried, the first failure is thrown at the end.
+// Stops every follower, the XY axes and the focus; each is tried, the first failure is thrown at the end.
 void StopAllMotion();
 // False when the machine has a pallet switch table and no table is docked.
 [[nodiscard]] bool CanCleanHead();

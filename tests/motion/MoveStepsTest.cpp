@@ -195,14 +195,17 @@ TEST_F(MoveSteps, TheLubricationRunGoesRoundTheEdgesAndOverBothDiagonals) {
   EXPECT_TRUE(IsNear(pos, {10, 10}, 0.01)) << pos.X << " " << pos.Y;
 }
 
-TEST(MoveStepsOfASecondHead, ItsFollowerHasItsOwnBusyTypeAndIsStoppedWhenTheStepFails) {
+TEST(MoveStepsOfASecondHead, ItsFollowerHasItsOwnBusyTypeAndStopsWithTheOthers) {
   TRig rig({}, [](TSimConfig& config) { config.Physics.SecondFollower = true; });
-  const auto follow = rig.Make<TSmtFollow>(154, [](auto& s) { s.FFollowerIndex = 1, s.FHeight = 2; });
-  EXPECT_EQ(rig.Story(*follow), Lines("follower2.Follow 2.000 -> 100 follower2"));
-  const auto z = rig.Make<TSmtSafeMoveToZ>(134, [](auto& s) { s.FFollowerIndex = 1; });
-  EXPECT_EQ(rig.Tick(*z), "follower2.MoveZ 10.000 0.0 -> 100 follower2");
-  EXPECT_EQ(z->Motion(srStop), mstpError);
-  EXPECT_EQ(rig.Commands("follower2").back(), "Stop 1");
+  const auto second = [](TStateMotion& s) { dynamic_cast<TSmtFollowerStep&>(s).FFollowerIndex = 1; };
+  EXPECT_EQ(rig.StoryOf<TStateMotion>(154, second), Lines("follower2.Follow 1.000 -> 100 follower2"));
+  EXPECT_EQ(rig.StoryOf<TStateMotion>(134, second), Lines("follower2.MoveZ 10.000 0.0 -> 100 follower2"));
+  rig.StartSequence(
+      {{154, "follow", second}, {612, "delay", [](auto& s) { dynamic_cast<TSmtDelay&>(s).SetDelay(60'000); }}});
+  rig.FSession.RunFor(5000);
+  EXPECT_TRUE(rig.Machine().Snapshot().Following);
+  EXPECT_EQ(rig.Stop(), metStop);
+  EXPECT_FALSE(rig.Machine().Snapshot().Following);
 }
 
 TEST(MoveStepsWithoutFollower, TheDriversOwnZAxisTakesItsPlace) {
