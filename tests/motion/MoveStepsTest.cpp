@@ -18,28 +18,18 @@ TEST_F(MoveSteps, EachCommandsItsDeviceAndNamesWhatItWaitsFor) {
     TTexts Story;
   } cases[] = {
       {131,
-       With<TSmtMoveToXY>([](auto& s) {
-         s.FTarget = {9, 5}, s.FSpeed = 80;
-       }),
-       {"axes.MoveXY 9.000 5.000 80.0 -> 100 motion"}},
-      {131,
-       With<TSmtMoveToXY>([](auto& s) {
-         s.FTarget = {9, 5};
-       }),
-       {"-> 100 ensure"}},           // is there
-      {134, {}, {"-> 100 ensure"}},  // above the safe height
+       With<TSmtMoveToXY>([](auto& s) { s.FTarget.X = 9, s.FSpeed = 80; }),
+       {"axes.MoveXY 9.000 0.000 80.0 -> 100 motion"}},
+      {131, With<TSmtMoveToXY>([](auto& s) { s.FTarget.X = 9; }), {"-> 100 ensure"}},  // is there
+      {134, {}, {"-> 100 ensure"}},                                                    // above the safe height
       {136, With<TSmtSafeMoveToZ>([](auto& s) { s.FTargetZ = 40; }), {"follower.MoveZ 40.000 0.0 -> 100 follower"}},
       {136, With<TSmtSafeMoveToZ>([](auto& s) { s.FTargetZ = 40; }), {"-> 100 ensure"}},
       {138,
-       With<TSmtSafeMoveToWorkXY>([](auto& s) {
-         s.FTarget = {1, 2};
-       }),
-       {"follower.MoveZ 10.000 0.0 -> 20001 follower", "axes.MoveXY 26.000 22.000 0.0 -> 100 motion"}},
+       With<TSmtSafeMoveToWorkXY>([](auto& s) { s.FTarget.X = 1; }),
+       {"follower.MoveZ 10.000 0.0 -> 20001 follower", "axes.MoveXY 26.000 20.000 0.0 -> 100 motion"}},
       {139,
-       With<TSmtSafeMoveToAssistXY>([](auto& s) {
-         s.FTarget = {6, 7};
-       }),
-       {"axes.MoveXY 6.000 7.000 0.0 -> 100 motion"}},
+       With<TSmtSafeMoveToAssistXY>([](auto& s) { s.FTarget.Y = 7; }),
+       {"axes.MoveXY 0.000 7.000 0.0 -> 100 motion"}},
       {421, With<TSmtMoveToF>([](auto& s) { s.FFocus = -3; }), {"head.MoveFocus -3.000 0.0 -> 100 focus"}},
       {421, With<TSmtMoveToF>([](auto& s) { s.FFocus = -3; }), {"-> 100 ensure"}},
       {154, With<TSmtFollow>([](auto& s) { s.FHeight = 2; }), {"follower.Follow 2.000 -> 100 follower"}},

@@ -13,6 +13,7 @@ template <class Step>
 Step& As(TStateMotion& step) {
   return dynamic_cast<Step&>(step);
 }
+constexpr TRange2 kTooWide{{5, 5}, {9000, 90}};
 TNozzlePosItem& Slot() { return *FNozzleChangeCfg->TryGetNozzlePosItem(0, 0); }
 
 // In what is otherwise a machine that could carry the command out.
@@ -23,54 +24,25 @@ TEST(StepRefusals, AreOneLineEachAndNothingIsCommanded) {
     const char* Line;
   };
   const TCase cases[] = {
-      {131,
-       [](M&, S& s) {
-         As<TSmtMoveToXY>(s).FTarget = {4000, 0};
-       },
-       "Move XY(131): X = 4000.000 is outside 0.000 to 3050"},
+      {131, [](M&, S& s) { As<TSmtMoveToXY>(s).FTarget.X = 4000; }, "Move XY(131): X = 4000.000 is outside 0.000"},
       {131, [](M&, S& s) { As<TSmtMoveToXY>(s).FTarget.Y = NAN; }, "Y = nan is outside"},
       {131, [](M&, S& s) { As<TSmtMoveToXY>(s).FSpeed = -1; }, "speed = -1.000"},
       {134, [](M&, S& s) { As<TSmtSafeMoveToZ>(s).FFollowerIndex = 2; }, "safe height(134): no Z axis"},
-      {136, [](M&, S& s) { As<TSmtSafeMoveToZ>(s).FTargetZ = 500; },
-       "Move Z(136): Z = 500.000 is outside 0.000 to 120"},
+      {136, [](M&, S& s) { As<TSmtSafeMoveToZ>(s).FTargetZ = 500; }, "Move Z(136): Z = 500.000 is outside"},
       {136, [](M&, S& s) { As<TSmtSafeMoveToZ>(s).FTargetZ = -0.5; }, "Z = -0.500 is outside"},
-      {138,
-       [](M&, S& s) {
-         As<TSmtSafeMoveToWorkXY>(s).FTarget = {2960, 1};
-       },
-       "X in the work area = 2985.000 is outside"},
+      {138, [](M&, S& s) { As<TSmtSafeMoveToWorkXY>(s).FTarget.X = 2960; }, "X in the work area = 2985.000"},
       {138, [](M& m, S&) { m.Machine().Motion().SetWorkOrigin(std::nullopt); }, "no valid work origin"},
-      {139,
-       [](M&, S& s) {
-         As<TSmtSafeMoveToAssistXY>(s).FTarget = {0, -1};
-       },
-       "Y = -1.000 is outside"},
+      {139, [](M&, S& s) { As<TSmtSafeMoveToAssistXY>(s).FTarget.Y = -1; }, "Y = -1.000 is outside"},
       {139, [](M& m, S&) { m.LaserOn(); }, "the laser is on"},
       {421, [](M&, S& s) { As<TSmtMoveToF>(s).FFocus = 99; }, "focus = 99.000 is outside"},
       {154, [](M&, S& s) { As<TSmtFollow>(s).FHeight = 0; }, "follow height = 0.000"},
       {154, [](M&, S& s) { As<TSmtFollow>(s).FFollowerIndex = 1; }, "no follower"},
-      {154,
-       [](M& m, S&) {
-         m.Machine().Alarms().Raise({"T", "", 1}, {.Follower = true});
-       },
-       "an alarm forbids the follower"},
-      {151,
-       [](M& m, S&) {
-         m.Machine().Alarms().Raise({"T", "", 1}, {.Follower = true});
-       },
-       "an alarm forbids the follower"},
+      {154, [](M& m, S&) { m.ForbidFollower(); }, "an alarm forbids the follower"},
+      {151, [](M& m, S&) { m.ForbidFollower(); }, "an alarm forbids the follower"},
       {151, [](M&, S& s) { As<TSmtCapCaliMotion>(s).FFollowerIndex = 1; }, "no follower"},
       {172, [](M&, S& s) { As<TSmtOpenOutport>(s).FPort = -2; }, "output port = -2.000"},
-      {350,
-       [](M&, S& s) {
-         As<TSmtLubricateCurve>(s).FRange = TRange2{{5, 5}, {5, 90}};
-       },
-       "the range is empty"},
-      {350,
-       [](M&, S& s) {
-         As<TSmtLubricateCurve>(s).FRange = TRange2{{5, 5}, {9000, 90}};
-       },
-       "X = 9000.000"},
+      {350, [](M&, S& s) { As<TSmtLubricateCurve>(s).FRange.emplace(); }, "the range is empty"},
+      {350, [](M&, S& s) { As<TSmtLubricateCurve>(s).FRange = kTooWide; }, "X = 9000.000"},
       {350, [](M&, S& s) { As<TSmtLubricateCurve>(s).FCount = 0; }, "count = 0.000"},
       {350, [](M& m, S&) { m.Lower(30); }, "the head is below the safe height"},
       {133, [](M&, S&) { FNozzleCleanCfg->CleanCurveWidth = -1; }, "width = -1.000"},
