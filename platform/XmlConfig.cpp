@@ -58,19 +58,19 @@ std::string TXmlConfig::Load(const std::filesystem::path& file, TMissingFile mis
   return problem;
 }
 
-bool TXmlConfig::Save(std::string* problem) {
+bool TXmlConfig::SaveAlone(TXmlSubConfig& record, std::string* problem) {
   std::string text;
   bool done = false;
   {
     TGuard saving(FSaving);
-    done = SaveLocked(text);
+    done = SaveLocked(record, text);
   }
   if (!text.empty()) LogMsg(done ? lkWarning : lkError, 0, text);
   if (problem) *problem = std::move(text);
   return done;
 }
 
-bool TXmlConfig::SaveLocked(std::string& problem) {
+bool TXmlConfig::SaveLocked(TXmlSubConfig& record, std::string& problem) {
   if (FFile.empty()) {
     problem = "the configuration has no file";
     return false;
@@ -95,7 +95,7 @@ bool TXmlConfig::SaveLocked(std::string& problem) {
     pugi::xml_node(root.Handle()).set_name(FRootName.c_str());
     context.Changed = true;
   }
-  SaveToXmlNode(root);
+  record.SaveToXmlNode(root);
   if (!context.Problem.empty()) {
     problem = Format("%s: not saved: %s", FFile.c_str(), context.Problem.c_str());
     return false;
@@ -105,7 +105,7 @@ bool TXmlConfig::SaveLocked(std::string& problem) {
     problem = replaced.Problem;
     if (!replaced.Done) return false;
   }
-  Settle();
+  record.Settle();
   return true;
 }
 

@@ -21,6 +21,8 @@ struct TXmlContext {
   std::string File;
   bool Changed = false;
   std::string Problem;  // a value that no XML file can hold; the save must not go on
+  // Where a load tells of the texts that are no value of their property, "path: reason"; null: the application log.
+  std::vector<std::string>* Unread = nullptr;
 };
 
 // An element, or none. Valid as long as its document and its context.
