@@ -115,6 +115,17 @@ TEST_F(ConfigCommand, WhatCannotBeDoneHasItsExitCodeAndChangesNothing) {
   EXPECT_EQ(Bytes(), "<MachineConfig>");
 }
 
+TEST_F(ConfigCommand, ACutFileIsNamedWithItsPlaceAndNeverSaved) {
+  const std::string whole = Bytes();
+  for (std::size_t size = 0; size < whole.size() - 1; size += 97) {
+    std::ofstream(File, std::ios::binary) << whole.substr(0, size);
+    TMachineFile machine;
+    EXPECT_TRUE(machine.Config().Load(File).starts_with(File.string() + ":")) << size;
+    EXPECT_FALSE(machine.Config().Save());
+    EXPECT_EQ(Bytes().size(), size);
+  }
+}
+
 TEST_F(ConfigCommand, AValueThatWasSetIsShownDiffersAndComesBack) {
   const fs::path old = Dir.Path() / "old.xml";
   fs::copy_file(File, old);
