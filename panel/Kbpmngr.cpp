@@ -185,7 +185,7 @@ void TKBPManager::SetClientPermit(std::int32_t i, TKeyMask mask) {
       TKeyDefinitionRecord record;
       config->Section(kKeyDefinitionSection).Load(record);
       for (std::size_t k = 0; k < kKeyDefs.size(); ++k)
-        KeyItem(kKeyDefs[k].Key)->SetNormalCmd(std::max(record.Commands[k], 0));
+        if (TKBPKeyItem* const item = KeyItem(kKeyDefs[k].Key)) item->SetNormalCmd(std::max(record.Commands[k], 0));
     });
     TNcForbidTypeRegistry* const registry = NcForbidTypeRegistry();
     for (const TKeyDef& def : kKeyDefs) {

@@ -22,13 +22,14 @@ void TXmlConfig::Die() {
   DropSubConfigs();
 }
 
-std::string TXmlConfig::Read(const std::string& file, TXmlDocument& document, bool& missing) const {
+std::string TXmlConfig::Read(const std::string& file, TXmlDocument& document, bool& missing, TXmlDetail detail) const {
   std::string bytes;
   const int error = Files().Read(file, TXmlDocument::kMaxBytes, bytes);
   missing = error == ENOENT;
   if (error == EFBIG) return Format("%s: the file is larger than 64 MiB", file.c_str());
   if (error != 0) return Format("%s: the file cannot be read: %s", file.c_str(), std::strerror(error));
-  if (const std::string problem = document.Parse(std::move(bytes)); !problem.empty()) return file + ":" + problem;
+  if (const std::string problem = document.Parse(std::move(bytes), detail); !problem.empty())
+    return file + ":" + problem;
   TXmlContext context{file, false, {}};
   const TXmlNode root = document.Root(context);
   if (SameFolded(root.Name(), FRootName)) return {};
@@ -43,7 +44,7 @@ std::string TXmlConfig::Load(const std::filesystem::path& file, TMissingFile mis
     FFile = file;
     auto document = std::make_unique<TXmlDocument>();
     bool isMissing = false;
-    problem = Read(file.string(), *document, isMissing);
+    problem = Read(file.string(), *document, isMissing, xdValues);
     if (isMissing && missing == mfDefaults) problem.clear();
     FRefused = problem;
     Initialize();

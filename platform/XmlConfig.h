@@ -58,7 +58,8 @@ class TXmlConfig : public TXmlSubConfig {
   void Die();  // the hooks, then the records; for the destructor of an owner whose own members are their globals
 
  private:
-  [[nodiscard]] std::string Read(const std::string& file, TXmlDocument& document, bool& missing) const;
+  [[nodiscard]] std::string Read(const std::string& file, TXmlDocument& document, bool& missing,
+                                 TXmlDetail detail = xdAll) const;
   [[nodiscard]] bool SaveLocked(TXmlSubConfig& record, std::string& problem) IXO_REQUIRES(FSaving);
 
   const std::string FRootName;

@@ -14,6 +14,8 @@ namespace {
 
 // Everything is kept. Line ends stay as they are in the file.
 constexpr unsigned kParse = (pugi::parse_full | pugi::parse_ws_pcdata | pugi::parse_fragment) & ~pugi::parse_eol;
+constexpr unsigned kParseValues =
+    (kParse | pugi::parse_ws_pcdata_single) & ~(pugi::parse_comments | pugi::parse_pi | pugi::parse_ws_pcdata);
 
 pugi::xml_node Node(const TXmlNode& node) { return pugi::xml_node(node.Handle()); }
 
@@ -250,14 +252,15 @@ std::string TXmlDocument::CheckTree() const {
   return {};
 }
 
-std::string TXmlDocument::Parse(std::string bytes) {
+std::string TXmlDocument::Parse(std::string bytes, TXmlDetail detail) {
   std::string problem;
   if (bytes.size() > kMaxBytes)
     problem = "1:1: the file is larger than 64 MiB";
   else
     problem = Decode(std::move(bytes));
   if (problem.empty()) {
-    const auto result = FDocument->load_buffer(FText.data(), FText.size(), kParse, pugi::encoding_utf8);
+    const auto result = FDocument->load_buffer(FText.data(), FText.size(), detail == xdAll ? kParse : kParseValues,
+                                               pugi::encoding_utf8);
     if (!result)
       problem =
           Place(static_cast<std::size_t>(std::max<std::ptrdiff_t>(result.offset, 0))) + ": " + result.description();
