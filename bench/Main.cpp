@@ -3,6 +3,7 @@
 //   ixo_bench [options of Google Benchmark]   the times as Google Benchmark prints them
 //   ixo_bench --list                          the items, one a line
 //   ixo_bench --alarm-bytes                   memory per alarm event
+//   ixo_bench --day                           a mixed day of procedures: ticks per second, virtual by real time
 //   ixo_bench --count ITEM RUNS               runs one item, for callgrind; prints allocations per run
 //   ixo_bench --table FILE [options]          times everything and prints the table; FILE has a line "ITEM COUNT" with
 //                                             the instructions of one run for each item counted
@@ -163,6 +164,10 @@ int Main(int argc, char** argv) {
   }
   if (words.size() == 1 && words[0] == "--alarm-bytes") {
     std::printf("bytes per alarm event, a million events, one consumer: %.0f (target 400)\n", AlarmBytesPerEvent());
+    return 0;
+  }
+  if (words.size() == 1 && words[0] == "--day") {
+    std::printf("%s\n", MixedDay().c_str());
     return 0;
   }
   if (!words.empty() && words[0] == "--count") {

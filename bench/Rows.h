@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdint>
 #include <limits>
+#include <string>
 #include <vector>
 
 #include <benchmark/benchmark.h>
@@ -105,5 +106,8 @@ template <class Item>
 // Of the alarm history and one consumer that never pops, after a million events.
 [[nodiscard]] double AlarmBytesPerEvent();
 [[nodiscard]] std::vector<TRow> PanelRows();
+
+// Runs a day of procedures in virtual time; a line with the figures. Throws when a procedure does not succeed.
+[[nodiscard]] std::string MixedDay();
 
 }  // namespace ixocamglue::bench

@@ -230,7 +230,7 @@ constexpr TMotionRow kRows[] = {
     {513, "clean-nozzle", "manual", true, "clean the nozzle on the brush", kClean, nullptr},
     {514, "clean-nozzle", "auto", true, "clean the nozzle where that is switched on, and calibrate if asked to", kClean,
      nullptr},
-    {515, "shot", "", false, "the timed laser shot", kShot, MakeShotOf},
+    {515, "shot", "", false, "the timed laser shot", kShot, MakeShotOf, bmOff},
     {516,
      "laser-on",
      "",

@@ -186,6 +186,8 @@ int Run(const TRunOptions& options, std::ostream& out) {
   const TJob job = JobOf(options, TMotionLimits::OfMachine(MachineFile(options.Machine, options.State)));
   TConsole console(out, options.Json, options.Trace);
   nlohmann::ordered_json document{{"command", "run"}, {"procedure", job.Name}, {"seed", options.Seed}};
+  document["calls"] = nlohmann::ordered_json::array();
+  for (const TMotionCall& call : job.Calls) document["calls"].push_back(call.Text());
   std::vector<std::string> lines;
   std::optional<THostError> plotFailed;  // told behind the report
   const bool success = [&] {

@@ -1,0 +1,116 @@
+// A mixed day of procedures on the example machine, in virtual time: what a user's day costs the computer.
+#include <chrono>
+#include <filesystem>
+#include <stdexcept>
+#include <stdlib.h>
+#include <string>
+
+#include "bench/Rows.h"
+#include "host/MotionTable.h"
+#include "host/Procedures.h"
+#include "host/Session.h"
+#include "motion/Usequence.h"
+#include "support/Format.h"
+
+namespace ixocamglue::bench {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::uint64_t kDayMs = 86'400'000;
+constexpr std::uint64_t kLongestMs = 600'000;  // a procedure that takes longer has failed
+constexpr std::int32_t kId = 991;
+
+struct TCall {
+  const char* Name;
+  TMotionValues Values;
+};
+
+// About two minutes: a plate is prepared, worked on and left; the head is looked after in between.
+const TCall kRound[] = {
+    {"safe-move", {300.0, 200.0, std::nullopt}},
+    {"auto-calibrate", {std::nullopt}},
+    {"safe-move-xyzf", {300.0, 200.0, 60.0, -2.0, std::nullopt}},
+    {"gas-on", {2.0, 1.5}},
+    {"shot", {400.0}},
+    {"gas-off", {}},
+    {"clean-nozzle-auto", {std::nullopt}},
+    {"move-assist", {1000.0, 700.0, std::nullopt}},
+    {"follow", {1.5, std::nullopt}},
+    {"delay", {5000.0}},
+    {"safe-z", {std::nullopt, std::nullopt, std::nullopt, std::nullopt, std::nullopt}},
+    {"move-work", {50.0, 50.0, std::nullopt}},
+    {"output-on", {5.0}},
+    {"focus", {3.0, std::nullopt}},
+    {"output-off", {5.0}},
+    {"change-nozzle", {1.0, 2.0}},
+    {"change-nozzle", {2.0, 1.0}},
+    {"lubricate", {200.0, 200.0, 600.0, 500.0, 2.0, std::nullopt}},
+    {"go-maintenance", {}},
+    {"go-blanking", {}},
+};
+
+// The machine file's copy, which calibrations and counters are saved in.
+class TFolder {
+ public:
+  TFolder() {
+    std::string name = (fs::temp_directory_path() / "ixo-day-XXXXXX").string();
+    if (!mkdtemp(name.data())) throw std::runtime_error("no temporary folder can be made");
+    Path = name;
+    fs::copy_file(fs::path(IXO_DATA_DIR) / "machine" / "machine.xml", Path / "machine.xml");
+  }
+  ~TFolder() {
+    std::error_code ignored;
+    fs::remove_all(Path, ignored);
+  }
+  TFolder(const TFolder&) = delete;
+  TFolder& operator=(const TFolder&) = delete;
+  fs::path Path;
+};
+
+TStepPtr RootOf(const TCall& call) {
+  const TMotionCall made{FindMotionRow(std::string_view(call.Name)), call.Values, {}};
+  TStepPtr step = made.Make(nullptr);
+  if (!step->IsAtomic()) return step;
+  auto list = MakeStepOf<TSmtSequence>(nullptr);
+  list->Define(kId, call.Name, {{made.Row->Command, call.Name, [made](TStateMotion& s) { made.Configure(s); }}});
+  return list;
+}
+
+}  // namespace
+
+std::string MixedDay() {
+  const TFolder folder;
+  TSessionOptions options;
+  options.MachineFile = folder.Path / "machine.xml";
+  TSession session(std::move(options));
+  session.RunFor(1000);
+
+  TNcWatch& watch = session.Framework().Watch();
+  const std::uint64_t startMs = session.VirtualClock()->MonotonicMs();
+  std::uint64_t procedures = 0;
+  std::uint64_t ticks = 0;
+  const auto start = std::chrono::steady_clock::now();
+  while (session.VirtualClock()->MonotonicMs() - startMs < kDayMs) {
+    for (const TCall& call : kRound) {
+      const std::uint32_t before = watch.Tick.load();
+      if (std::string reason; !session.Start(ShareRoot(RootOf(call)), &reason))
+        throw std::runtime_error(std::string(call.Name) + ": " + reason);
+      if (!session.RunToEnd(kLongestMs) || session.Controller().Outcome().Type != metSuccess)
+        throw std::runtime_error(std::string(call.Name) + " did not succeed: " + session.Controller().Outcome().Path);
+      ticks += watch.Tick.load() - before;
+      ++procedures;
+      session.RunFor(100);
+    }
+    session.Gate().Reset();  // the journal of a day is not what is measured
+  }
+  const double real = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  const double virtualS = static_cast<double>(session.VirtualClock()->MonotonicMs() - startMs) / 1000.0;
+  return Format(
+      "a mixed day of procedures: %llu procedures, %llu ticks, %.0f s of machine time in %.2f s: %.0f ticks/s, "
+      "%.0f times as fast as real time",
+      static_cast<unsigned long long>(procedures), static_cast<unsigned long long>(ticks), virtualS, real,
+      static_cast<double>(ticks) / real, virtualS / real);
+}
+
+}  // namespace ixocamglue::bench
