@@ -75,6 +75,12 @@ TStepPtr MakeLubricate() {
   return Make<TSmtLubricateCurve>([](auto& step) { step.FRange = TRange2{{10.0, 10.0}, {60.0, 40.0}}; });
 }
 
+// The second follower's.
+template <class Step>
+TStepPtr MakeSecond() {
+  return Make<Step>([](auto& step) { step.FFollowerIndex = 1; });
+}
+
 template <class Step>
 TStepPtr MakeSwitch() {
   return Make<Step>([](auto& step) { step.FPort = kOutput; });
@@ -92,7 +98,12 @@ TStepPtr MakeChange() { return MakeNozzleChange(nullptr); }
 TStepPtr MakeMaintenance() { return MakeGoMaintenance(nullptr); }
 TStepPtr MakeBlanking() { return MakeGoBlanking(nullptr); }
 
-void PrepareLow(TSimMachine& machine) { machine.Follower().PlaceZ(kLowZ); }
+// Whatever Z the machine has.
+void PrepareLow(TSimMachine& machine) {
+  machine.Follower().PlaceZ(kLowZ);
+  machine.Motion().PlaceZ(kLowZ);
+  if (TSimFollower* const second = machine.SecondFollower()) second->PlaceZ(kLowZ);
+}
 
 // The rack is open and the head over the slot, with a nozzle to take off or without one.
 template <std::int32_t Col>
@@ -117,6 +128,11 @@ constexpr TProcedure Following(TProcedure row) {
 
 constexpr TProcedure Outputs(TProcedure row, TProcedure::TOutputs outputs) {
   row.Outputs = outputs;
+  return row;
+}
+
+constexpr TProcedure WithDriverZ(TProcedure row) {
+  row.DriverZ = true;
   return row;
 }
 
@@ -148,8 +164,20 @@ constexpr TProcedure kProcedures[] = {
     Row("go-blanking", "to the blanking position (137)", MakeBlanking, PrepareLow),
 };
 
+constexpr TProcedure kVariants[] = {
+    Row("second-raise", "the second follower to the safe height (134)", MakeSecond<TSmtSafeMoveToZ>, PrepareLow),
+    Following(Row("second-follow", "the second follower follows (154)", MakeSecond<TSmtFollow>)),
+    Row("second-calibrate", "calibration of the second follower, then raise (153)", MakeSecond<TSmtSimpleAutoCaliState>,
+        PrepareLow),
+    WithDriverZ(Row("driver-raise", "the driver's Z to the safe height (134)", MakePlain<TSmtSafeMoveToZ>, PrepareLow)),
+    WithDriverZ(Row("driver-xyz", "raise, XY, then the driver's Z (181)", MakeXYZ, PrepareLow)),
+    WithDriverZ(Row("driver-clean", "cleaning on the brush (513)", MakePlain<TSmtManuCleanState>, PrepareLow)),
+};
+
 }  // namespace
 
 std::span<const TProcedure> MachineProcedures() { return kProcedures; }
+
+std::span<const TProcedure> VariantProcedures() { return kVariants; }
 
 }  // namespace ixocamglue

@@ -151,6 +151,7 @@ TStepPtr MakeNozzleChange(TCustomMotionState* ctrl, std::int32_t from, std::int3
     if (port >= 1) items.push_back(Switch(TSmtCloseOutport::Cmd, port, SRackOutputsOff.Get()));
   if (config.CapCaliAfterChange) items.push_back({TSmtAutoCaliState::Cmd, SRackCalibrate.Get(), nullptr});
 
+  // Kept: no leave switches the outputs off. A cap or stage with a spring would move, maybe onto the head.
   auto change = MakeStepOf<TSmtSequence>(ctrl);
   change->Define(kNozzleChangeId, SNozzleChangeDesc.Get(), std::move(items));
   return change;

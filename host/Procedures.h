@@ -23,6 +23,7 @@ struct TProcedure {
   bool LeavesGasOn = false;      // on success
   bool UsesConfig = false;       // its machine is described by a file
   bool LeavesFollowing = false;  // on success
+  bool DriverZ = false;          // its machine has no follower
   enum TOutputs : std::uint8_t { otOff, otStayAfterAbort, otStay } Outputs = otOff;
 };
 
@@ -31,6 +32,8 @@ struct TProcedure {
 
 // Those that move the head, its devices and the rack: every composite and every single command of the step factory.
 [[nodiscard]] std::span<const TProcedure> MachineProcedures();
+// The same on machines that are fitted otherwise, for the abort sweep: a second follower, or none.
+[[nodiscard]] std::span<const TProcedure> VariantProcedures();
 
 // The timed laser shot, command 515.
 [[nodiscard]] TStepPtr MakeShot(std::uint32_t ms);

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "host/Procedures.h"
 #include "host/SweepRun.h"
 #include "platform/Clock.h"
 #include "simulator/Random.h"
@@ -156,6 +155,17 @@ std::uint64_t TSweepResult::Enumerated() const { return Sum(Rows, &TSweepRow::En
 std::uint64_t TSweepResult::Run() const { return Sum(Rows, &TSweepRow::Run); }
 std::uint64_t TSweepResult::Survived() const { return Sum(Rows, &TSweepRow::Survived); }
 
+const std::vector<TProcedure>& SweepProcedures() {
+  static const std::vector<TProcedure> all = [] {
+    const auto own = Procedures();
+    const auto variants = VariantProcedures();
+    std::vector<TProcedure> rows(own.begin(), own.end());
+    rows.insert(rows.end(), variants.begin(), variants.end());
+    return rows;
+  }();
+  return all;
+}
+
 TSweepResult RunSweep(const TSweepOptions& options, const std::function<void(const TSweepRow&)>& progress) {
   TSystemClock wall;  // the budget is the user's time, not the machine's
   const std::uint64_t start = wall.MonotonicMs();
@@ -168,7 +178,7 @@ TSweepResult RunSweep(const TSweepOptions& options, const std::function<void(con
     const TDimension* Dimension;
   };
   std::vector<TTask> tasks;
-  for (const TProcedure& procedure : Procedures())
+  for (const TProcedure& procedure : SweepProcedures())
     if (options.Procedure.empty() || options.Procedure == procedure.Name)
       for (const TDimension& dimension : kDimensions) tasks.push_back({&procedure, &dimension});
   // The largest last, so that what the others leave of the budget is theirs.

@@ -22,6 +22,8 @@
 #include <string>
 #include <vector>
 
+#include "host/Procedures.h"
+
 namespace ixocamglue {
 
 struct TSweepOptions {
@@ -48,6 +50,9 @@ struct TSweepResult {
   [[nodiscard]] std::uint64_t Run() const;
   [[nodiscard]] std::uint64_t Survived() const;
 };
+
+// The host's procedures and their variants.
+[[nodiscard]] const std::vector<TProcedure>& SweepProcedures();
 
 // Runs in virtual time on the calling thread. `progress` (may be empty) is told each finished row.
 [[nodiscard]] TSweepResult RunSweep(const TSweepOptions& options,

@@ -1,4 +1,5 @@
 // `ixocut sweep`: runs the abort sweep and prints what it found.
+#include <algorithm>
 #include <iostream>
 #include <memory>
 
@@ -7,7 +8,6 @@
 
 #include "host/CommandLine.h"
 #include "host/HostError.h"
-#include "host/Procedures.h"
 #include "host/Sweep.h"
 #include "support/Format.h"
 
@@ -24,7 +24,7 @@ struct TSweepCommand {
 void PrintRow(std::ostream& out, const std::string& procedure, const std::string& dimension, std::uint64_t enumerated,
               std::uint64_t run, std::uint64_t survived) {
   const auto number = [](std::uint64_t value) { return static_cast<unsigned long long>(value); };
-  out << Format("%-12s %-10s %12llu %12llu %12llu\n", procedure.c_str(), dimension.c_str(), number(enumerated),
+  out << Format("%-16s %-10s %12llu %12llu %12llu\n", procedure.c_str(), dimension.c_str(), number(enumerated),
                 number(run), number(survived))
       << std::flush;
 }
@@ -48,13 +48,15 @@ nlohmann::ordered_json JsonOf(const TSweepResult& result, std::uint64_t seed) {
 }
 
 int Run(const TSweepCommand& command, std::ostream& out) {
-  if (!command.Sweep.Procedure.empty() && !FindProcedure(command.Sweep.Procedure)) {
+  const auto& procedures = SweepProcedures();
+  const auto named = [&](const TProcedure& procedure) { return command.Sweep.Procedure == procedure.Name; };
+  if (!command.Sweep.Procedure.empty() && std::ranges::none_of(procedures, named)) {
     std::string names;
-    for (const TProcedure& procedure : Procedures()) names += (names.empty() ? "" : ", ") + std::string(procedure.Name);
+    for (const TProcedure& procedure : procedures) names += (names.empty() ? "" : ", ") + std::string(procedure.Name);
     throw THostError(kExitCommandLine,
                      "--procedure: \"" + command.Sweep.Procedure + "\" is no procedure; the procedures are: " + names);
   }
-  if (!command.Json) out << "procedure    dimension    enumerated          run     survived\n" << std::flush;
+  if (!command.Json) out << "procedure        dimension    enumerated          run     survived\n" << std::flush;
   const TSweepResult result = RunSweep(command.Sweep, [&](const TSweepRow& row) {
     if (!command.Json) PrintRow(out, row.Procedure, row.Dimension, row.Enumerated, row.Run, row.Survived);
   });
@@ -84,7 +86,10 @@ void AddSweepCommand(CLI::App& program, TCommandRun& run) {
   AddSeedOption(*sweep, options->Sweep.Seed);
   sweep->add_flag("--json", options->Json, "Print one JSON document instead of text");
   sweep->footer(
-      "Virtual time; no state folder and no machine file is used. A point is one way to disturb one run.\n"
+      "Virtual time, on a copy of the example machine; no state folder and no machine file of yours is used. A point "
+      "is\n"
+      "one way to disturb one run. Points of \"pair\" are counted for a few aborts per procedure unless --full is "
+      "given.\n"
       "\n"
       "Exit codes: 0 no violation, 1 violations, 2 wrong command line or unknown procedure.\n"
       "\n"

@@ -98,10 +98,12 @@ class TSweepRun {
     options.LogCapacity = 64;
     options.Sinks = {&FSink};
     if (FProcedure.UsesConfig) options.MachineFile = FMachine.Fresh();
-    options.Adjust = [uses = FProcedure.UsesConfig](TSimConfig& config) {
+    options.Adjust = [&procedure = FProcedure](TSimConfig& config) {
       config.Physics.EmissionDelayMs = 30;
       config.Physics.EmissionJitterMs = 0;
-      if (uses) Hurry(config);
+      if (procedure.UsesConfig) Hurry(config);
+      config.Physics.Follower = !procedure.DriverZ;
+      config.Physics.SecondFollower = config.Physics.Follower;
     };
     return options;
   }

@@ -229,6 +229,12 @@ void TSimMotion::Place(TPoint2 pos) {
   Show();
 }
 
+void TSimMotion::PlaceZ(double mm) {
+  const TSimScope scope(FCore);
+  FZ.Place(std::clamp(mm, FZAxis.SoftLimitNeg, FZAxis.SoftLimitPos));
+  Show();
+}
+
 void TSimMotion::SetWorkOrigin(std::optional<TPoint2> origin) {
   const TSimScope scope(FCore);
   FWorkOrigin = origin;

@@ -71,6 +71,7 @@ class TSimMotion final : public TNcMotionDriver, public ISimPart {
 
   // --- any thread ---
   void Place(TPoint2 pos);  // at rest there at once
+  void PlaceZ(double mm);   // the driver's own
   void SetWorkOrigin(std::optional<TPoint2> origin);
   void SetLimitPressed(bool pressed);  // the limit switch of X+: XY moves no more
 
@@ -78,6 +79,10 @@ class TSimMotion final : public TNcMotionDriver, public ISimPart {
   [[nodiscard]] TPoint2 Pos() const;
   [[nodiscard]] TPoint2 Speed() const;  // of each axis, with its sign
   [[nodiscard]] bool Moving() const;
+  [[nodiscard]] bool Active() const {  // Moving, as the journal has told it; cheap enough for every ms
+    FCore.AssertLocked();
+    return FShownMoving;
+  }
   [[nodiscard]] double Z() const;  // of the driver's own axis
   [[nodiscard]] double ZSpeed() const;
   [[nodiscard]] double PathSpeed() const;

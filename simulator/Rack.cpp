@@ -93,7 +93,7 @@ void TSimRack::Step(std::uint64_t) {
     Move(FStage);
   }
   if (FSlots.empty()) return;
-  const bool axes = FMotion.Moving();
+  const bool axes = FMotion.Active();
   if (axes) Turn();
   if (axes || (FFollower && FFollower->Moving())) WatchHead();
 }
@@ -213,7 +213,7 @@ const TSimBrushPlace* TSimBrush::UnderNozzle() const {
 
 void TSimBrush::Step(std::uint64_t) {
   FCore.AssertLocked();
-  if (!FInside && !FMotion.Moving() && !(FFollower && FFollower->Moving())) return;
+  if (!FInside && !FMotion.Active() && !(FFollower && FFollower->Moving())) return;
   const bool inside = !FRemoved && UnderNozzle() != nullptr;
   if (inside) FWay += std::abs(FMotion.PathSpeed()) * TTrapezoid::kStepS;
   if (inside == FInside) return;

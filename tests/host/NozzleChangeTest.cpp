@@ -103,6 +103,8 @@ TEST_F(NozzleChange, TheCapThatDoesNotCloseIsNoticedToo) {
   EXPECT_EQ(Finish(120'000), metError);
   EXPECT_THAT(Controller().Outcome().Path, HasSubstr("(922)"));
   EXPECT_FALSE(Told("calibrating"));
+  FSession.RunFor(500);
+  EXPECT_THAT(Machine().Snapshot().OutputsOn, ElementsAre(7, 9));  // as they were: nothing moves by itself
 }
 
 // A rack without cap, stage and switches: nothing is switched, nothing waited for, nothing asked.

@@ -78,21 +78,5 @@ TEST_F(CalibrationSteps, TheProcedureTakesThePlaceConfiguredWhenItIsEnteredAndCo
   EXPECT_EQ(AllCommands().back(), "follower.MoveZ 10.000 0.0");
 }
 
-TEST_F(CalibrationSteps, TheProcedureIsRefusedUntilItsPlaceIsKnown) {
-  const auto refusal = [this] {
-    Journal().Clear();
-    Start<TSmtAutoCaliState>();
-    EXPECT_EQ(Finish(), metError);
-    EXPECT_THAT(AllCommands(), testing::Not(testing::Contains(testing::HasSubstr("Move"))));
-    const TTexts lines = Refusals();
-    return lines.empty() ? std::string() : lines.front();
-  };
-  FFloatCailCfg->FinishFirstCali = false;
-  EXPECT_THAT(refusal(), testing::HasSubstr("(152): the first calibration has not been done"));
-  FFloatCailCfg->FinishFirstCali = true;
-  FFloatCailCfg->SetFloatCaliPos({});
-  EXPECT_THAT(refusal(), testing::HasSubstr("(152): the calibration position was never configured"));
-}
-
 }  // namespace
 }  // namespace ixocamglue::test

@@ -82,25 +82,6 @@ TEST_F(CleanSteps, ACurveThatTheAxesDidNotRunIsNoUseOfTheBrush) {
   EXPECT_TRUE(Untouched());
 }
 
-TEST_F(CleanSteps, ByHandItIsRefusedWhereItMustNotRun) {
-  const auto refusal = [this] {
-    Start<TSmtManuCleanState>();
-    EXPECT_EQ(Finish(), metError);
-    const TTexts lines = Refusals();
-    return lines.size() == 1 ? lines.front() : std::string();
-  };
-  FNozzleCleanCfg->Initialized = false;
-  EXPECT_THAT(refusal(), testing::HasSubstr("(513): the brush has not been set up"));
-  FNozzleCleanCfg->Initialized = true;
-  Machine().Table().SetDocked(0);
-  EXPECT_THAT(refusal(), testing::HasSubstr("(513): no table is docked"));
-  Machine().Table().SetDocked(1);
-  FNozzleCleanCfg->SetCleanPos({});
-  EXPECT_THAT(refusal(), testing::HasSubstr("(513): the brush position was never configured"));
-  EXPECT_EQ(StoryOf(133), Lines("-> -2"));
-  EXPECT_TRUE(Untouched());
-}
-
 TEST_F(CleanSteps, AutomaticItDoesNothingWhereThereIsNothingToDo) {
   struct TCase {
     bool Enabled, Initialized;

@@ -318,6 +318,20 @@ TEST_F(StateFramework, OffIsDemandedEveryPassUntilTheDeviceAcknowledgesWithoutTh
   EXPECT_EQ(devices.OffCommands, commands);  // acknowledged: not told again
 }
 
+TEST_F(StateFramework, EmissionThatIsStillToComeIsNotDark) {
+  TDevices devices;
+  const TInstalled<TNcCutSystem> installed(devices);
+  Enter();
+  devices.Beam = devices.Emission = false;
+  Framework->Watch().EmissionAsked.Begin(Clock.MonotonicMs());  // and the device misses EmissionOff
+  Framework->Stop();
+  Pass(3);
+  EXPECT_TRUE(Framework->SafePending());
+  Framework->Watch().EmissionAsked.End();
+  Pass();
+  EXPECT_FALSE(Framework->SafePending());
+}
+
 TEST_F(StateFramework, AProceduresOwnEndSwitchesTheLaserButNotTheGas) {
   TDevices devices;
   const TInstalled<TNcCutSystem> installed(devices);
