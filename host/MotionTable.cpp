@@ -54,7 +54,12 @@ const TMotionRow* FindMotionRow(std::int32_t command) {
 std::string TParamLimits::Text() const {
   if (Numbers.empty()) return NumberText(Lowest) + ".." + NumberText(Highest);
   std::string text;
-  for (const double number : Numbers) text += (text.empty() ? "" : ", ") + NumberText(number);
+  for (std::size_t i = 0; i < Numbers.size(); ++i) {
+    const std::size_t first = i;
+    while (i + 1 < Numbers.size() && Numbers[i + 1] == Numbers[i] + 1.0) ++i;
+    text += (text.empty() ? "" : ", ") + NumberText(Numbers[first]);
+    if (i > first) text += (i > first + 1 ? ".." : ", ") + NumberText(Numbers[i]);
+  }
   return text;
 }
 
@@ -83,6 +88,12 @@ TParamLimits TMotionLimits::Of(const TMotionParam& param) const {
     case prBranch: {
       TParamLimits limits;
       for (const TSimGasBranch& branch : FConfig.GasBranches) limits.Numbers.push_back(branch.GasType);
+      return limits;
+    }
+    case prPressure: {
+      TParamLimits limits;
+      for (const TSimGasBranch& branch : FConfig.GasBranches)
+        limits.Highest = std::max(limits.Highest, branch.MaxPressure);
       return limits;
     }
     case prFollower: return {0.0, FConfig.Physics.SecondFollower ? 1.0 : 0.0, {}};

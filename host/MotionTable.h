@@ -31,9 +31,10 @@ enum class TParamRange : std::uint8_t {
   prXYSpeed,
   prZSpeed,
   prFocusSpeed,
-  prOutport,  // of the machine's, or -1
-  prInport,   // the same
-  prBranch,   // of the machine's gas branches
+  prOutport,   // of the machine's, or -1
+  prInport,    // the same
+  prBranch,    // of the machine's gas branches
+  prPressure,  // up to the highest of the branches
   prFollower
 };
 using enum TParamRange;
@@ -86,7 +87,7 @@ struct TParamLimits {
   double Highest = 0.0;
   std::vector<double> Numbers;  // not empty: one of these
 
-  [[nodiscard]] std::string Text() const;  // "0..3050", "-1, 1, 2", "true, false"
+  [[nodiscard]] std::string Text() const;  // "0..3050", "-1, 1..4, 7"
 };
 
 class TMotionLimits {

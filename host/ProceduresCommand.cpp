@@ -1,6 +1,7 @@
 // `ixocut procedures`: what `ixocut run` runs, with parameters, ranges and units.
 #include <iostream>
 #include <memory>
+#include <utility>
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
@@ -106,10 +107,12 @@ int Run(const TProceduresOptions& options, std::ostream& out) {
     else
       Print(out, row, limits);
   }
+  bool headed = options.Json || !options.Name.empty();
   for (const TProcedure& procedure : Procedures()) {
     if (FindMotionRow(std::string_view(procedure.Name)) || (!options.Name.empty() && options.Name != procedure.Name))
       continue;
     ++shown;
+    if (!std::exchange(headed, true)) out << "\nThose of `ixocut sweep`, without parameters:\n";
     if (options.Json)
       document.push_back({{"name", procedure.Name},
                           {"usage", procedure.Name},

@@ -1,4 +1,5 @@
 // A shot with every thread of the real program: state loop, machine, supervisor, log, and the waiting main thread.
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <fstream>
@@ -9,6 +10,7 @@
 #include <gmock/gmock.h>
 
 #include "fixture/TempDir.h"
+#include "host/MotionTable.h"
 #include "host/Shot.h"
 
 namespace ixocamglue::test {
@@ -56,6 +58,24 @@ TEST_F(RealtimeShot, IsStoppedByAnInterruptAndEndsDark) {
   EXPECT_THAT(FOut.str(), testing::HasSubstr("Interrupted, stopping"));
   EXPECT_THAT(FOut.str(), testing::HasSubstr("Stopped after "));
   EXPECT_THAT(FOut.str(), testing::Not(testing::HasSubstr("still on")));
+}
+
+TEST_F(RealtimeShot, AMoveIsWatchedFromOutsideWhileItRuns) {
+  TConsole console(FOut, false, false);
+  TProcedureRun run(FOptions, console);
+  double furthest = 0.0;
+  std::size_t steps = 0;
+  run.OnLook([&](std::uint64_t) {
+    furthest = std::max(furthest, run.Session().Machine().Snapshot().Pos.X);
+    steps = std::max(steps, run.Steps().Items().size());
+  });
+  const TMotionCall move{FindMotionRow(137), {30.0, 20.0, 300.0}, {}};
+  const TRunReport report = run.Run(
+      "move", [&] { return move.Make(nullptr); }, 10'000);
+  EXPECT_STREQ(report.End.Name, "success") << FOut.str();
+  EXPECT_EQ(furthest, 30.0);
+  EXPECT_EQ(steps, 2U);
+  EXPECT_EQ(report.Steps.size(), 2U);
 }
 
 }  // namespace
