@@ -147,7 +147,8 @@ void TGasValve::Step() {
   const double target = FOpen ? FStatic : 0.0;
   FFast += (target - FFast) * (!FOpen ? FVent : target > FFast ? FFill : FBleed);
   FSlow += (target - FSlow) * (FOpen ? FCreep : FVent);
-  if (FDue.empty() && std::abs(target - FFast) < kSettledBar && std::abs(target - FSlow) < kSettledBar) {
+  if (FDue.empty() && std::abs(target - FFast) < kSettledBar &&
+      FParams.Creep * std::abs(target - FSlow) < kSettledBar) {
     FFast = FSlow = target;
     FRests = true;
   }

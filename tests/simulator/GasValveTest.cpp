@@ -101,8 +101,8 @@ TEST(GasValve, TheSensorReadsWithOffsetNoiseRippleAndStepsTheSameForTheSameSeed)
   // The same numbers in every build: these are part of the machine.
   const double step = params.Range / 4096.0;
   std::vector<long> first;
-  for (int i = 0; i < 5; ++i) first.push_back(std::lround(slow[static_cast<std::size_t>(i)] / step));
-  EXPECT_EQ(first, (std::vector<long>{0, 0, 0, 0, 0}));
+  for (std::size_t i = 0; i < 5; ++i) first.push_back(std::lround(slow[i] / step));
+  EXPECT_EQ(first, (std::vector<long>{1643, 1637, 1642, 1643, 1633}));
 
   const auto moments = [](const std::vector<double>& read) {
     double mean = 0.0, square = 0.0, neighbour = 0.0;
