@@ -44,6 +44,7 @@ void TGasBranchConfig::Publish(TPublisher& p) {
   p.Field("Name", Name, "", kOptional);
   p.Field("DAPort", DAPort, 0, kOptional);
   p.Field("MaxPressure", MaxPressure, 0, kOptional);
+  p.Field("DAAdjustEnabled", DAAdjustEnabled, false, kOptional);
   p.Child("DAAdjustTable", DAAdjustTable);
 }
 

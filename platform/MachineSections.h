@@ -49,6 +49,7 @@ class TGasBranchConfig : public TXmlSubConfig {
   std::string Name;
   std::int32_t DAPort = 0;
   double MaxPressure = 0.0;
+  bool DAAdjustEnabled = false;  // a pressure is put out as the voltage of the table
   TDAAdjustTable DAAdjustTable;
 };
 
