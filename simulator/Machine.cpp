@@ -15,14 +15,14 @@ TSimMachine::TSimMachine(const TSimConfig& config, std::uint64_t seed, TNcStateF
       FFramework(framework),
       FCore(gate, framework),
       FLaser(FCore, FConfig, seed),
-      FGas(FCore, FConfig),
+      FGas(FCore, FConfig, seed),
       FMotion(FCore, FConfig),
       FHead(FCore, FConfig),
       FFollower(FCore, "follower", FConfig),
       FSecondFollower(config.Physics.SecondFollower ? std::make_unique<TSimFollower>(FCore, "follower2", FConfig)
                                                     : nullptr),
       FMultiFollower(&FFollower, FSecondFollower.get()),
-      FPorts(FCore, FConfig),
+      FPorts(FCore, FConfig, FGas),
       FInportCtrl(FCore, FPorts, FAlarms),
       FTable(FCore, FConfig),
       FDemo(*this, framework) {
@@ -122,6 +122,7 @@ TSimSnapshot TSimMachine::Snapshot() {
   now.GasBranch = gas.Branch;
   now.GasSetBar = gas.SetBar;
   now.GasBar = gas.Bar;
+  now.GasVolt = gas.Volt;
   now.Pos = FMotion.Pos();
   now.AxesMoving = FMotion.Moving();
   now.Z = FFollower.Z();
