@@ -145,7 +145,9 @@ bool TQuickGasDAAdjust::ProposeInBand(double low, double high, double& da) const
 
 void TQuickGasDAAdjust::SampleGasPress() {
   TNcDeviceManager* const devices = DeviceManager();
-  if (devices) AddSample(static_cast<std::int64_t>(Clock().MonotonicMs()), devices->GetRtGasPressure());
+  if (!devices) return;
+  const double press = devices->GetRtGasPressure();
+  AddSample(static_cast<std::int64_t>(Clock().MonotonicMs()), press);
 }
 
 void TQuickGasDAAdjust::AddSample(std::int64_t timeMs, double press) {

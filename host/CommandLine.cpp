@@ -15,7 +15,7 @@ namespace {
 constexpr TAddCommand kCommands[] = {AddShotCommand,    AddTreeCommand,   AddSweepCommand, AddPanelCommand,
                                      AddKnobCommand,    AddConfigCommand, AddInfoCommand,  AddRecordCommand,
                                      AddMonitorCommand, AddModbusCommand, AddLinkCommand,  AddSimulateCommand,
-                                     AddAlarmsCommand};
+                                     AddAlarmsCommand,  AddGasCommand};
 
 constexpr const char* kFooter =
     "Exit codes:\n"

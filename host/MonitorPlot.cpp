@@ -1,18 +1,11 @@
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
-#include <fcntl.h>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <ostream>
-#include <spawn.h>
-#include <stdlib.h>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <vector>
 
+#include "host/Gnuplot.h"
 #include "host/HostError.h"
 #include "host/MonitorCommands.h"
 #include "host/Recording.h"
@@ -27,29 +20,6 @@ namespace fs = std::filesystem;
 constexpr std::size_t kMostPoints = 4000;  // of a curve; more cannot be told apart
 constexpr int kPanelHeight = 170;
 constexpr int kWidth = 1100;
-
-class TScratch {
- public:
-  TScratch() {
-    std::string name = (fs::temp_directory_path() / "ixocut-plot-XXXXXX").string();
-    if (!mkdtemp(name.data())) throw THostError(kExitDevice, "no temporary folder for the plot can be made");
-    Path = name;
-  }
-  ~TScratch() {
-    std::error_code ignored;
-    fs::remove_all(Path, ignored);
-  }
-  TScratch(const TScratch&) = delete;
-  TScratch& operator=(const TScratch&) = delete;
-  fs::path Path;
-};
-
-// A text within gnuplot's single quotes.
-std::string Quoted(std::string_view text) {
-  std::string out = "'";
-  for (const char c : text) out.append(c == '\'' ? 2 : 1, c == '\n' || c == '\r' ? ' ' : c);
-  return out + "'";
-}
 
 void AddPoint(std::string& data, std::int64_t ms, double value) {
   // A break in the curve where there is no number.
@@ -106,7 +76,7 @@ std::string Script(const TRecording& recording, const std::vector<TPanel>& panel
   std::string plots;
   std::size_t number = 0;
   for (const TPanel& panel : panels) {
-    plots += "set title " + Quoted(panel.Title) + "\n";
+    plots += "set title " + GnuplotText(panel.Title) + "\n";
     std::string curves;
     bool legend = false;
     for (const auto& [name, series] : panel.Curves) {
@@ -115,8 +85,8 @@ std::string Script(const TRecording& recording, const std::vector<TPanel>& panel
       last = std::max(last, series->Ms.back());
       data += Format("$d%zu << EOD\n", number) + Points(*series) + "EOD\n";
       curves += curves.empty() ? "plot " : ", ";
-      curves +=
-          Format("$d%zu using 1:2 with %s lw 1.5 title ", number++, panel.Steps ? "steps" : "lines") + Quoted(name);
+      curves += Format("$d%zu using 1:2 with %s lw 1.5 title ", number++, panel.Steps ? "steps" : "lines") +
+                GnuplotText(name);
       legend = legend || !name.empty();
     }
     if (&panel == &panels.back()) plots += "set xlabel 'ms'\n";
@@ -134,39 +104,8 @@ std::string Script(const TRecording& recording, const std::vector<TPanel>& panel
   script += Format("set xrange [%lld:%lld]\n", static_cast<long long>(first),
                    static_cast<long long>(std::max(last, first + 1)));
   script += Format("set multiplot layout %zu,1 title ", panels.size()) +
-            Quoted(fs::path(recording.Report.FileName).filename().string()) + "\n";
+            GnuplotText(fs::path(recording.Report.FileName).filename().string()) + "\n";
   return script + plots + "unset multiplot\nset output\n";
-}
-
-std::string ReadAll(const fs::path& file) {
-  std::ifstream in(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
-
-// Runs gnuplot in the folder; throws what it complained about.
-void RunGnuplot(const fs::path& folder) {
-  const std::string script = (folder / "script").string();
-  const std::string complaints = (folder / "complaints").string();
-  posix_spawn_file_actions_t files;
-  posix_spawn_file_actions_init(&files);
-  posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-  posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-  posix_spawn_file_actions_addopen(&files, STDERR_FILENO, complaints.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-  posix_spawn_file_actions_addchdir_np(&files, folder.c_str());
-  std::string name = "gnuplot";
-  std::string argument = "script";
-  char* const arguments[] = {name.data(), argument.data(), nullptr};
-  pid_t child = 0;
-  const int failed = posix_spawnp(&child, "gnuplot", &files, nullptr, arguments, environ);
-  posix_spawn_file_actions_destroy(&files);
-  if (failed == ENOENT)
-    throw THostError(kExitDevice, "gnuplot is not installed; it draws the plot (Debian package gnuplot-nox)");
-  if (failed != 0)
-    throw THostError(kExitDevice, "gnuplot cannot be started: " + std::system_category().message(failed));
-  int status = 0;
-  while (waitpid(child, &status, 0) < 0 && errno == EINTR) continue;
-  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
-    throw THostError(kExitDevice, "gnuplot failed: " + ReadAll(complaints));
 }
 
 }  // namespace
@@ -178,11 +117,7 @@ int PlotMonitorFile(const std::string& file, const std::string& target, std::ost
   const std::vector<TPanel> panels = Panels(recording);
   if (std::ranges::none_of(recording.Series, [](const auto& item) { return !item.second.Ms.empty(); }))
     throw THostError(kExitDevice, file + ": holds no samples: there is nothing to plot");
-  const TScratch scratch;
-  std::ofstream(scratch.Path / "script", std::ios::binary) << Script(recording, panels);
-  RunGnuplot(scratch.Path);
-  const std::string picture = ReadAll(scratch.Path / "out");
-  if (picture.empty()) throw THostError(kExitDevice, "gnuplot wrote no picture");
+  const std::string picture = DrawWithGnuplot(Script(recording, panels));
   TMonitorFileSink sink(target);
   sink.Write(picture);
   sink.Commit();

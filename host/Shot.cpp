@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <csignal>
 #include <iostream>
 #include <memory>
 #include <utility>
@@ -16,6 +15,7 @@
 #include "host/HostTexts.h"
 #include "host/Procedures.h"
 #include "host/Session.h"
+#include "host/SignalStop.h"
 #include "host/StateFolder.h"
 #include "host/Timeline.h"
 #include "motion/Umotiontexts.h"
@@ -29,30 +29,6 @@ constexpr std::uint64_t kSpareMs = 120'000;      // beyond the beam: emission, t
 constexpr std::uint64_t kTailMs = 50;            // shown after the end
 constexpr std::uint32_t kLookEveryMs = 5;        // real time
 constexpr std::uint64_t kTriggerLimitMs = 600'000;
-
-// SIGINT and SIGTERM as a request; a second one has its usual effect.
-class TSignalStop {
- public:
-  TSignalStop() {
-    GAsked.store(false);
-    struct sigaction action {};
-    action.sa_handler = [](int) { GAsked.store(true); };
-    action.sa_flags = static_cast<int>(SA_RESETHAND);
-    for (std::size_t i = 0; i < std::size(kSignals); ++i) sigaction(kSignals[i], &action, &FBefore[i]);
-  }
-  ~TSignalStop() {
-    for (std::size_t i = 0; i < std::size(kSignals); ++i) sigaction(kSignals[i], &FBefore[i], nullptr);
-  }
-  TSignalStop(const TSignalStop&) = delete;
-  TSignalStop& operator=(const TSignalStop&) = delete;
-  [[nodiscard]] bool Asked() const { return GAsked.load(); }
-
- private:
-  static constexpr int kSignals[] = {SIGINT, SIGTERM};
-  static_assert(std::atomic<bool>::is_always_lock_free);  // the handler writes it
-  static inline std::atomic<bool> GAsked{false};
-  struct sigaction FBefore[2]{};
-};
 
 struct TEnd {
   const char* Name;  // in JSON

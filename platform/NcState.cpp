@@ -369,5 +369,6 @@ TNcStateThread::~TNcStateThread() {
 
 IXO_DEFINE_SERVICE(TNcRegistry, NcRegistry)
 IXO_DEFINE_SERVICE(TNcWatch, NcWatch)
+IXO_DEFINE_SERVICE(TNcStateFramework, NcStates)
 
 }  // namespace ixocamglue

@@ -37,6 +37,11 @@ inline constexpr std::uint32_t kLoopDelayMs = 10;  // between two passes, unless
 
 class TNcStateFramework;
 
+template <>
+TNcStateFramework*& TInstalled<TNcStateFramework>::Slot();
+// The running framework; null while there is none.
+[[nodiscard]] TNcStateFramework* NcStates();
+
 // A machine state. Created by the framework on first entry, kept until the framework ends. State thread, except
 // StopExec. Overrides call the inherited operation.
 class TNcStateCtrl {
@@ -177,6 +182,7 @@ class TNcStateFramework {
   std::atomic<bool> FHasMail{false};
   TNcWatch FWatch;
   TInstalled<TNcWatch> FWatchInstalled{FWatch};
+  TInstalled<TNcStateFramework> FInstalled{*this};
   TCriticalSection FLock;
   TMail FMail IXO_GUARDED_BY(FLock);
 
