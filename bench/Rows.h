@@ -105,5 +105,6 @@ template <class Item>
 // Of the alarm history and one consumer that never pops, after a million events.
 [[nodiscard]] double AlarmBytesPerEvent();
 [[nodiscard]] std::vector<TRow> PanelRows();
+[[nodiscard]] std::vector<TRow> GasRows();
 
 }  // namespace ixocamglue::bench
