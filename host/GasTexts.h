@@ -10,6 +10,7 @@ namespace ixocamglue {
 extern constinit TText SGasTitle, SGasNotFitted, SGasUnsettled, SGasFlatPoints, SGasFewPoints, SGasKeptFile;
 extern constinit TText SGasColGas, SGasColPoints, SGasColTime, SGasColKnee, SGasColMax, SGasColResult;
 extern constinit TText SGasOk, SGasRestored, SGasFailed, SGasSkipped, SGasUnfinished;
+extern constinit TText SGasNoTable, SGasPressure;  // gas pressure
 
 [[nodiscard]] std::span<TText* const> GasTexts();
 
