@@ -64,6 +64,9 @@ class TZemGasAdjustModel {
   bool GetMsg(std::string& text);  // takes the oldest line; false when there is none
   [[nodiscard]] double GetProgess() const { return FProgress.load(std::memory_order_acquire); }  // 0..100
   void SetNozzType(std::string_view nozzType, double nozzSize);
+  // Whether runs that start from now on go on after the exact method (see Refine.h); not unless asked.
+  void SetRefined(bool refined) { FRefinedAsked.store(refined, std::memory_order_release); }
+  [[nodiscard]] bool Refined() const { return FRefinedAsked.load(std::memory_order_acquire); }
 
   // Called on the state thread. Set while no calibration runs; must not throw.
   void SetObserver(std::function<void(const TGasAdjustEvent&)> observer) { FObserver = std::move(observer); }
@@ -80,6 +83,7 @@ class TZemGasAdjustModel {
  private:
   std::function<void(const TGasAdjustEvent&)> FObserver;
   std::atomic<bool> FBusy{false};
+  std::atomic<bool> FRefinedAsked{false};
   std::atomic<double> FProgress{0.0};
   mutable TCriticalSection FLock;
   std::vector<std::int32_t> FGasTypes IXO_GUARDED_BY(FLock);

@@ -21,7 +21,7 @@ constexpr std::uint32_t kPassMs = 5;  // the windows of the shortest branch need
 constexpr double kFlatBar = 0.1;
 constexpr std::size_t kSeparatorDots = 40;
 
-constexpr std::uint64_t SettlePauseMs(std::int32_t gas) { return gas == 2 ? 600 : 300; }
+constexpr std::int64_t SettlePauseMs(std::int32_t gas) { return gas == 2 ? 600 : 300; }
 
 bool RequireStop() {
   TNcAlarms* const alarms = NcAlarms();
@@ -53,6 +53,7 @@ void TZemGasAdjustState::InitState(std::int32_t param) {
   FVolt = 0.0;
   FStartMs = FSettledAtMs = FSampleAtMs = 0;
   FAdjust = {};
+  FRefined = model && model->Refined();
   if (model) model->Begin();
 }
 
@@ -128,6 +129,8 @@ void TZemGasAdjustState::NextGas() {
   if (!model || !model->CheckGasValid(Gas())) return;
   FAdjust.SetBranch(Gas());
   FAdjust.Reset();
+  FRefining = false;
+  FRefine.Reset();
   AddAdjustMsg(SQAdjBegin.Get() + (" " + GasDesc(Gas())));
   gas.SelectBranch(Gas());
   gas.SwitchOn();
@@ -135,9 +138,15 @@ void TZemGasAdjustState::NextGas() {
   FSubState = TGasAdjustSub::GasOnWait;
 }
 
+bool TZemGasAdjustState::ProposeVolt(double& volt) {
+  if (!FRefining && FAdjust.GetNextAdjDA3P(volt)) return true;
+  FRefining = FRefined;
+  return FRefining && FRefine.GetNextDA(volt);
+}
+
 void TZemGasAdjustState::NextVolt() {
   double volt = 0.0;
-  if (!FAdjust.GetNextAdjDA3P(volt)) {
+  if (!ProposeVolt(volt)) {
     FSubState = TGasAdjustSub::FinishGas;
     return;
   }
@@ -147,13 +156,22 @@ void TZemGasAdjustState::NextVolt() {
   gas.OutputDA(FVolt);
   ReportProgress();
   FAdjust.ResetGasPressList();
-  FSettledAtMs = Clock().MonotonicMs() + SettlePauseMs(Gas());
+  const std::int64_t pause = FRefining ? TGasRefine::kPauseMs : SettlePauseMs(Gas());
+  FSettledAtMs = Clock().MonotonicMs() + static_cast<std::uint64_t>(pause);
   FSubState = TGasAdjustSub::Measuring;
   if (TZemGasAdjustModel* const model = GZemGasAdjustModel())
     model->Tell({.Kind = TGasAdjustEvent::TKind::Voltage,
                  .Gas = Gas(),
                  .Volt = FVolt,
                  .TimeMs = static_cast<std::int64_t>(Clock().MonotonicMs())});
+}
+
+bool TZemGasAdjustState::Settled(TGasAdjustEvent& event) const {
+  if (!FRefining) return FAdjust.CheckGasPressStable(event.Press, event.StableMs, event.RiseMs, true);
+  const TIncList& samples = FAdjust.Samples();
+  if (!FRefine.CheckSettled(samples, event.Press)) return false;
+  event.StableMs = event.RiseMs = static_cast<std::int32_t>(samples[samples.Count() - 1].X - samples[0].X);
+  return true;
 }
 
 void TZemGasAdjustState::Measure() {
@@ -168,9 +186,10 @@ void TZemGasAdjustState::Measure() {
   event.TimeMs = static_cast<std::int64_t>(Clock().MonotonicMs());
   event.Press = count > before ? FAdjust.Samples()[count - 1].Y : std::numeric_limits<double>::quiet_NaN();
   if (model) model->Tell(event);
-  if (!FAdjust.CheckGasPressStable(event.Press, event.StableMs, event.RiseMs, true)) return;
+  if (!Settled(event)) return;
   AddAdjustMsg(AdjustPointText(FVolt, event.Press));
   FAdjust.RecordPoint(FVolt, event.Press);
+  if (FRefined) FRefine.Record(FVolt, FAdjust.Samples(), event.Press);
   event.Kind = TGasAdjustEvent::TKind::Settled;
   if (model) model->Tell(event);
   FSubState = TGasAdjustSub::NextVolt;
@@ -180,7 +199,10 @@ void TZemGasAdjustState::FinishGas() {
   FSubState = TGasAdjustSub::NextGas;
   const TIncList measured = FAdjust.CaliList();
   TIncList& curve = FAdjust.CaliList();
-  FAdjust.ReBuildGasAdjList(curve);
+  if (FRefined)
+    FRefine.BuildCurve(curve);
+  else
+    FAdjust.ReBuildGasAdjList(curve);
   TMachineConfig* const config = MachineConfig();
   TGasBranchConfig* const branch = config ? config->GetGasBranch(Gas()) : nullptr;
   if (!branch) return;

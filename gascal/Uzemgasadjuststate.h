@@ -3,19 +3,20 @@
 // State thread only. Raw voltages between 0 and 10 V, never a set pressure; whatever ends the state leaves 0 V and gas
 // off. A gas's table in the machine configuration is replaced as a whole or not at all; the configuration is saved
 // once, after the last gas.
+//
+// With the refined method, further voltages follow when the exact one proposes none, and the curve is built from all.
 #pragma once
 
 #include <cstdint>
 #include <string>
 #include <vector>
 
+#include "gascal/Refine.h"
 #include "gascal/Ugasdaadjust.h"
 #include "gascal/Uzemgasadjustmodel.h"
 #include "platform/NcState.h"
 
 namespace ixocamglue {
-
-inline constexpr std::int32_t nsZemGasAdjust = 205;
 
 // NextGas -> GasOnWait -> NextVolt <-> Measuring, NextVolt -> FinishGas -> NextGas; NextGas -> Finished after the last.
 enum class TGasAdjustSub : std::uint8_t {
@@ -53,6 +54,8 @@ class TZemGasAdjustState : public TNcStateCtrl {
   void Measure();
   void FinishGas();
   void StoreCurve(TGasBranchConfig& branch, const TIncList& curve);
+  [[nodiscard]] bool ProposeVolt(double& volt);
+  [[nodiscard]] bool Settled(TGasAdjustEvent& event) const;
   void ReportProgress();
 
   std::vector<std::int32_t> FGasTypes;
@@ -63,6 +66,9 @@ class TZemGasAdjustState : public TNcStateCtrl {
   std::uint64_t FSettledAtMs = 0;  // end of the pause after a new voltage
   std::uint64_t FSampleAtMs = 0;   // end of the sampling interval
   TQuickGasDAAdjust FAdjust;
+  bool FRefined = false;   // the method of this run
+  bool FRefining = false;  // the exact method has proposed its last voltage
+  TGasRefine FRefine;
 };
 
 }  // namespace ixocamglue

@@ -11,7 +11,9 @@
 #include "host/Console.h"
 #include "host/GasCalibration.h"
 #include "host/GasCommand.h"
+#include "host/GasDescent.h"
 #include "host/GasPlot.h"
+#include "host/GasRecording.h"
 #include "host/GasTable.h"
 #include "host/GasTexts.h"
 #include "host/HostError.h"
@@ -32,7 +34,9 @@ constexpr double kBarLineEvery = 10.0;  // %, where the bar cannot be drawn over
 struct TCalibrateOptions {
   std::string Gases;
   TGasNozzle Nozzle;
-  std::string Plot;
+  std::string Plot, Record;
+  std::string Method = "exact";
+  bool Descend = false;
   bool Realtime = false;
   bool Json = false;
   std::uint64_t Seed = 1;
@@ -139,15 +143,21 @@ class TCalibrate {
         FConsole(console),
         FBar(console, !options.Json),
         FSession(SessionOptions(options, console)),
-        FCalibration(FSession, ParseGases(options.Gases), options.Nozzle) {}
+        FCalibration(FSession, ParseGases(options.Gases), options.Nozzle) {
+    GZemGasAdjustModel()->SetRefined(options.Method == "refined");
+  }
 
   int Run();
 
  private:
   static TSessionOptions SessionOptions(const TCalibrateOptions& options, TConsole& console);
   void Ready();
-  void Wait();
+  template <class Running>
+  void Wait(Running running);
   void Look();
+  void Draw();
+  void Write();
+  void Print();
   void Say(const std::string& text);
 
   const TCalibrateOptions& FOptions;
@@ -156,6 +166,7 @@ class TCalibrate {
   TSession FSession;
   std::uint64_t FStartMs = 0;
   TGasCalibration FCalibration;
+  TGasDescentRun FDescent;
   nlohmann::ordered_json FMessages = nlohmann::ordered_json::array();
 };
 
@@ -196,24 +207,70 @@ void TCalibrate::Ready() {
   } while (framework.SafePending() || FSession.Framework().Watch().Pass.load() == 0);
 }
 
-void TCalibrate::Wait() {
+template <class Running>
+void TCalibrate::Wait(Running running) {
   if (FSession.VirtualClock()) {
-    while (FCalibration.Running()) {
+    while (running()) {
       FSession.RunPass();
       Look();
     }
   } else {
     const TSignalStop signal;
-    while (FCalibration.Running()) {
+    while (running()) {
       Clock().Sleep(kLookEveryMs);
       FCalibration.Watch(Clock().MonotonicMs());
-      if (signal.Asked()) FCalibration.Stop();
+      if (signal.Asked()) FSession.Framework().Stop();
       Look();
     }
-    FSession.StopThreads();  // what was measured is the state thread's until then
   }
   Look();
   FBar.Clear();
+}
+
+void TCalibrate::Draw() {
+  const std::string picture = DrawGasCalibration(FCalibration.Results(), FOptions.Nozzle);
+  TMonitorFileSink sink(FOptions.Plot);
+  sink.Write(picture);
+  sink.Commit();
+  FConsole.Say(FOptions.Plot);
+}
+
+TRecordedGasPoint Recorded(const TGasPoint& point, bool descending) {
+  TRecordedGasPoint recorded{.Volt = point.Volt, .Descending = descending, .Settled = {}, .Samples = point.Samples};
+  if (point.Settled) recorded.Settled = point.Press;
+  return recorded;
+}
+
+void TCalibrate::Write() {
+  TGasRecording recording{.NozzType = FOptions.Nozzle.Type, .NozzSize = FOptions.Nozzle.Size, .Gases = {}};
+  for (const TGasResult& result : FCalibration.Results()) {
+    if (result.Points.empty()) continue;
+    TRecordedGas gas{.GasType = result.Gas, .Name = GasName(result.Gas), .Points = {}, .Table = result.Curve};
+    if (const TGasBranchConfig* const branch = MachineConfig()->GetGasBranch(result.Gas))
+      gas.MaxPressure = branch->MaxPressure;
+    for (const TGasPoint& point : result.Points) gas.Points.push_back(Recorded(point, false));
+    for (const TGasDescent& descent : FDescent.Descents())
+      if (descent.Gas == result.Gas)
+        for (const TGasPoint& point : descent.Points) gas.Points.push_back(Recorded(point, true));
+    recording.Gases.push_back(std::move(gas));
+  }
+  WriteGasRecording(FOptions.Record, recording);
+  FConsole.Say(FOptions.Record);
+}
+
+void TCalibrate::Print() {
+  auto gases = nlohmann::ordered_json::array();
+  for (const TGasResult& result : FCalibration.Results()) gases.push_back(JsonOf(result));
+  FConsole.Print({{"command", "gas calibrate"},
+                  {"nozzle", FOptions.Nozzle.Type},
+                  {"size", FOptions.Nozzle.Size},
+                  {"method", FOptions.Method},
+                  {"seed", FOptions.Seed},
+                  {"completed", FCalibration.Completed()},
+                  {"success", FCalibration.Success()},
+                  {"gases", std::move(gases)},
+                  {"messages", FMessages},
+                  {"log", FConsole.Log()}});
 }
 
 int TCalibrate::Run() {
@@ -228,32 +285,19 @@ int TCalibrate::Run() {
   for (const TGasResult& result : FCalibration.Results())
     if (result.End == TGasEnd::Skipped) Say(result.Why);
   if (std::string reason; !FCalibration.Start(reason)) throw THostError(kExitDevice, reason);
-  Wait();
+  Wait([&] { return FCalibration.Running(); });
+  if (FOptions.Descend && FCalibration.Completed() && FDescent.Start(FSession.Framework(), FCalibration.Results())) {
+    FConsole.Say(SGasDescent.Get());
+    Wait([&] { return FSession.Running(); });
+  }
+  FSession.StopThreads();  // what was measured is the state thread's until then
 
-  const auto& results = FCalibration.Results();
   FConsole.Say("");
-  for (const std::string& line : Table(results)) FConsole.Say(line);
+  for (const std::string& line : Table(FCalibration.Results())) FConsole.Say(line);
   if (!FCalibration.Completed()) FConsole.Say(SGasKeptFile.Get());
-  if (!FOptions.Plot.empty()) {
-    const std::string picture = DrawGasCalibration(results, FOptions.Nozzle);
-    TMonitorFileSink sink(FOptions.Plot);
-    sink.Write(picture);
-    sink.Commit();
-    FConsole.Say(FOptions.Plot);
-  }
-  if (FOptions.Json) {
-    auto gases = nlohmann::ordered_json::array();
-    for (const TGasResult& result : results) gases.push_back(JsonOf(result));
-    FConsole.Print({{"command", "gas calibrate"},
-                    {"nozzle", FOptions.Nozzle.Type},
-                    {"size", FOptions.Nozzle.Size},
-                    {"seed", FOptions.Seed},
-                    {"completed", FCalibration.Completed()},
-                    {"success", FCalibration.Success()},
-                    {"gases", std::move(gases)},
-                    {"messages", FMessages},
-                    {"log", FConsole.Log()}});
-  }
+  if (!FOptions.Plot.empty()) Draw();
+  if (!FOptions.Record.empty()) Write();
+  Print();
   return FCalibration.Success() ? kExitSuccess : kExitOtherwise;
 }
 
@@ -276,6 +320,17 @@ void AddGasCalibrateCommand(CLI::App& gas, TCommandRun& run) {
   AddNozzleOptions(*command, options->Nozzle.Type, options->Nozzle.Size, true);
   command->add_option("--plot", options->Plot, "Draw the points, the curve and the pressures over time (.svg)")
       ->type_name("FILE");
+  command
+      ->add_option("--method", options->Method,
+                   "exact, or refined: more points where the curve bends, the settling extrapolated")
+      ->check(CLI::IsMember({"exact", "refined"}))
+      ->type_name("NAME")
+      ->capture_default_str();
+  CLI::Option* const record =
+      command->add_option("--record", options->Record, "Keep every sample in this file, for \"gas verdict\" (.json)")
+          ->type_name("FILE");
+  command->add_flag("--descend", options->Descend, "Measure the same voltages once more downwards, for the record")
+      ->needs(record);
   command->add_flag("--realtime", options->Realtime, "Run on the real clock; Ctrl-C stops the calibration");
   command->add_flag("--json", options->Json, "Print one JSON document instead of text");
   AddSeedOption(*command, options->Seed);

@@ -122,7 +122,7 @@ void TGasCalibration::Observe(const TGasAdjustEvent& event) {
       FVoltAtMs.store(now, std::memory_order_release);
       break;
     case TGasAdjustEvent::TKind::Sample:
-      FPress.store(event.Press);
+      if (std::isfinite(event.Press)) FPress.store(event.Press);
       result.Points.back().Samples.push_back(
           {static_cast<double>(now - FStartMs - result.Points.back().AtMs), event.Press});
       break;

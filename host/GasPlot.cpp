@@ -1,6 +1,7 @@
 #include "host/GasPlot.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "host/GasCommand.h"
 #include "host/Gnuplot.h"
@@ -18,7 +19,8 @@ constexpr int kRowHeight = 340;
 std::string Block(std::string& data, int& number, const std::vector<TDot>& dots) {
   const std::string name = Format("$d%d", number++);
   data += name + " << EOD\n";
-  for (const TDot& dot : dots) data += Format("%.6g %.6g\n", dot.X, dot.Y);
+  // A break in the curve where there is no number.
+  for (const TDot& dot : dots) data += std::isfinite(dot.Y) ? Format("%.6g %.6g\n", dot.X, dot.Y) : "\n";
   data += "EOD\n";
   return name;
 }
@@ -38,8 +40,8 @@ std::string CurvePanel(const TGasResult& result, std::string& data, int& number)
   const std::string title = Format("%s: %zu points, %.1f s", GasName(result.Gas), measured.size(),
                                    static_cast<double>(result.DurationMs) / 1000);
   return "set title " + GnuplotText(title) +
-         "\nset xlabel 'valve voltage / V'\nset ylabel 'pressure / bar'\nset xrange [0:10]\nset yrange [0:*]\n"
-         "set key bottom right\n" +
+         "\nset xlabel 'valve voltage / V'\nset ylabel 'pressure / bar'\nset xrange [0:10]\n"
+         "set key inside bottom right\n" +
          (plots.empty() ? "plot NaN notitle" : plots) + "\n";
 }
 
@@ -54,7 +56,7 @@ std::string TracePanel(const TGasResult& result, std::string& data, int& number)
              GnuplotText(Format("%.2f V%s", point.Volt, point.Settled ? "" : " (not settled)"));
   }
   return "set title 'pressure after each new voltage'\nset xlabel 'time since the voltage was put out / ms'\n"
-         "set ylabel 'pressure / bar'\nset xrange [0:*]\nset yrange [0:*]\nset key outside right\n" +
+         "set ylabel 'pressure / bar'\nset xrange [0:*]\nset key outside right\n" +
          (plots.empty() ? "plot NaN notitle" : plots) + "\n";
 }
 
@@ -68,7 +70,9 @@ std::string DrawGasCalibration(const std::vector<TGasResult>& results, const TGa
   std::string data;
   std::string plots;
   int number = 0;
-  for (const TGasResult* result : shown) plots += CurvePanel(*result, data, number) + TracePanel(*result, data, number);
+  for (const TGasResult* result : shown)
+    plots += Format("set yrange [0:%.3g]\n", std::max(1.08 * result->MaxBar(), 0.1)) +
+             CurvePanel(*result, data, number) + TracePanel(*result, data, number);
   std::string script = "set encoding utf8\n";
   script += Format("set terminal svg size %d,%zu noenhanced font 'sans,10'\n", kWidth, 40 + kRowHeight * shown.size());
   script += "set output 'out'\nset grid\nunset colorbox\nset palette rgbformulae 33,13,10\nset cbrange [0:1]\n" + data;

@@ -10,6 +10,8 @@ constinit TText SGasFlatPoints{"IxoCut", "SGasFlatPoints",
 constinit TText SGasFewPoints{"IxoCut", "SGasFewPoints", "%s：只测得 %d 点，至少需要 3 点；保留原有标定"};
 constinit TText SGasKeptFile{"IxoCut", "SGasKeptFile", "未全部完成：机器文件保持不变"};
 
+constinit TText SGasDescent{"IxoCut", "SGasDescent", "自上而下再测一遍，仅供记录"};
+
 constinit TText SGasColGas{"IxoCut", "SGasColGas", "气体"};
 constinit TText SGasColPoints{"IxoCut", "SGasColPoints", "测点"};
 constinit TText SGasColTime{"IxoCut", "SGasColTime", "用时 s"};
@@ -31,7 +33,7 @@ std::span<TText* const> GasTexts() {
   static constexpr TText* kTexts[] = {&SGasTitle,    &SGasNotFitted,  &SGasUnsettled, &SGasFlatPoints, &SGasFewPoints,
                                       &SGasKeptFile, &SGasColGas,     &SGasColPoints, &SGasColTime,    &SGasColKnee,
                                       &SGasColMax,   &SGasColResult,  &SGasOk,        &SGasRestored,   &SGasFailed,
-                                      &SGasSkipped,  &SGasUnfinished, &SGasNoTable,   &SGasPressure};
+                                      &SGasSkipped,  &SGasUnfinished, &SGasDescent,   &SGasNoTable,    &SGasPressure};
   return kTexts;
 }
 

@@ -7,7 +7,8 @@
 
 namespace ixocamglue {
 
-extern constinit TText SGasTitle, SGasNotFitted, SGasUnsettled, SGasFlatPoints, SGasFewPoints, SGasKeptFile;
+extern constinit TText SGasTitle, SGasNotFitted, SGasUnsettled, SGasFlatPoints, SGasFewPoints, SGasKeptFile,
+    SGasDescent;
 extern constinit TText SGasColGas, SGasColPoints, SGasColTime, SGasColKnee, SGasColMax, SGasColResult;
 extern constinit TText SGasOk, SGasRestored, SGasFailed, SGasSkipped, SGasUnfinished;
 extern constinit TText SGasNoTable, SGasPressure;  // gas pressure

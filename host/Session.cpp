@@ -8,6 +8,7 @@
 #include "config/Uassistconfig.h"
 #include "config/Ucamglue.h"
 #include "gascal/Uzemgasadjuststate.h"
+#include "host/GasDescent.h"
 #include "host/GasTexts.h"
 #include "host/HostTexts.h"
 #include "host/PanelTexts.h"
@@ -141,7 +142,7 @@ TCustomMotionState& TSession::Controller() {
 bool TSession::Running() const {
   if (!FFramework) return false;
   const std::int32_t state = FFramework->CurrentState();
-  return FFramework->ChangePending() || state == nsCustomMotion || state == nsZemGasAdjust;
+  return FFramework->ChangePending() || state == nsCustomMotion || state == nsZemGasAdjust || state == nsGasDescent;
 }
 
 bool TSession::Start(std::shared_ptr<IStateMotion> root, std::string* reason) {

@@ -1,8 +1,10 @@
 #include "host/Sweep.h"
 
 #include <algorithm>
+#include <iterator>
 #include <optional>
 
+#include "host/GasSweep.h"
 #include "host/Procedures.h"
 #include "host/Session.h"
 #include "motion/Usequence.h"
@@ -316,6 +318,8 @@ std::vector<TPoint> CallbackPoints(const TProcedure& procedure) {
   return points;
 }
 
+constexpr const char* kLargeDimension = "combined";
+
 constexpr TDimension kDimensions[] = {
     {"emission", false, EmissionPoints},
     {"ticks", false, TickPoints},
@@ -325,11 +329,30 @@ constexpr TDimension kDimensions[] = {
     {"refused", false, FaultPoints<true, true>},
     {"callback", false, CallbackPoints},
     {"sink", true, SinkPoints},
-    {"combined", false, CombinedPoints},
+    {kLargeDimension, false, CombinedPoints},
 };
 
-void Shuffle(std::vector<TPoint>& points, TSimRandom& random) {
+void Shuffle(std::vector<TSweepPoint>& points, TSimRandom& random) {
   for (std::size_t i = points.size(); i > 1; --i) std::swap(points[i - 1], points[random.Next() % i]);
+}
+
+std::vector<TSweepTask> ProcedureTasks() {
+  std::vector<TSweepTask> tasks;
+  // The largest dimension last, so that what the others leave of the budget is its.
+  for (const TDimension& dimension : kDimensions) {
+    for (const TProcedure& procedure : Procedures()) {
+      const auto points = [&procedure, &dimension] {
+        std::vector<TSweepPoint> made;
+        for (const TPoint& point : dimension.Points(procedure))
+          made.push_back(
+              {[point] { return point.Text(); },
+               [&procedure, &dimension, point] { return RunPoint(procedure, point, dimension.Tracing).Violations; }});
+        return made;
+      };
+      tasks.push_back({procedure.Name, dimension.Name, points});
+    }
+  }
+  return tasks;
 }
 
 std::uint64_t Sum(const std::vector<TSweepRow>& rows, std::uint64_t TSweepRow::*member) {
@@ -350,36 +373,32 @@ TSweepResult RunSweep(const TSweepOptions& options, const std::function<void(con
   TSweepResult result;
   TSimRandom random(options.Seed);
 
-  struct TTask {
-    const TProcedure* Procedure;
-    const TDimension* Dimension;
-  };
-  std::vector<TTask> tasks;
-  for (const TProcedure& procedure : Procedures())
-    if (options.Procedure.empty() || options.Procedure == procedure.Name)
-      for (const TDimension& dimension : kDimensions) tasks.push_back({&procedure, &dimension});
-  // The largest last, so that what the others leave of the budget is theirs.
-  std::ranges::stable_sort(tasks, {}, [](const TTask& task) { return task.Dimension - kDimensions; });
+  std::vector<TSweepTask> tasks = ProcedureTasks();
+  const auto firstLarge = std::ranges::find(tasks, kLargeDimension, &TSweepTask::Dimension);
+  auto gas = GasSweepTasks(options.Seed);
+  tasks.insert(firstLarge, std::make_move_iterator(gas.begin()), std::make_move_iterator(gas.end()));
+  if (!options.Procedure.empty())
+    std::erase_if(tasks, [&](const TSweepTask& task) { return task.Procedure != options.Procedure; });
 
   for (std::size_t i = 0; i < tasks.size(); ++i) {
-    const auto& [procedure, dimension] = tasks[i];
-    auto points = dimension->Points(*procedure);
+    const TSweepTask& task = tasks[i];
+    auto points = task.Points();
     if (points.empty()) continue;
     Shuffle(points, random);
     const std::uint64_t now = wall.MonotonicMs();
     const std::uint64_t left = options.BudgetMs - std::min(options.BudgetMs, now - start);
     const std::uint64_t until = now + left / (tasks.size() - i);
-    TSweepRow row{procedure->Name, dimension->Name, points.size(), 0, 0};
-    for (const TPoint& point : points) {
+    TSweepRow row{task.Procedure, task.Dimension, points.size(), 0, 0};
+    for (const TSweepPoint& point : points) {
       if (!options.Full && row.Run > 0 && wall.MonotonicMs() > until) break;
-      const TRunFacts facts = RunPoint(*procedure, point, dimension->Tracing);
+      const auto violations = point.Run();
       ++row.Run;
-      if (facts.Violations.empty()) ++row.Survived;
-      result.ViolationCount += facts.Violations.size();
-      for (const std::string& text : facts.Violations)
+      if (violations.empty()) ++row.Survived;
+      result.ViolationCount += violations.size();
+      for (const std::string& text : violations)
         if (result.Violations.size() < kShownViolations)
-          result.Violations.push_back(
-              Format("%s, %s, %s: %s", procedure->Name, dimension->Name, point.Text().c_str(), text.c_str()));
+          result.Violations.push_back(Format("%s, %s, %s: %s", task.Procedure.c_str(), task.Dimension.c_str(),
+                                             point.Text().c_str(), text.c_str()));
     }
     if (progress) progress(row);
     result.Rows.push_back(std::move(row));

@@ -11,6 +11,8 @@
 //   combined    laser procedures: every tick x every reason x every emission
 //   sink        an exception at every line that a log sink writes
 //   callback    a stop, an alarm, or the start of a second procedure from inside every device call
+//
+// The gas calibration has dimensions of its own; see GasSweep.h.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
 // `ixocut sweep`: runs the abort sweep and prints what it found.
+#include <algorithm>
 #include <iostream>
 #include <memory>
 
@@ -6,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "host/CommandLine.h"
+#include "host/GasSweep.h"
 #include "host/HostError.h"
 #include "host/Procedures.h"
 #include "host/Sweep.h"
@@ -24,7 +26,7 @@ struct TSweepCommand {
 void PrintRow(std::ostream& out, const std::string& procedure, const std::string& dimension, std::uint64_t enumerated,
               std::uint64_t run, std::uint64_t survived) {
   const auto number = [](std::uint64_t value) { return static_cast<unsigned long long>(value); };
-  out << Format("%-12s %-10s %12llu %12llu %12llu\n", procedure.c_str(), dimension.c_str(), number(enumerated),
+  out << Format("%-14s %-10s %12llu %12llu %12llu\n", procedure.c_str(), dimension.c_str(), number(enumerated),
                 number(run), number(survived))
       << std::flush;
 }
@@ -48,13 +50,15 @@ nlohmann::ordered_json JsonOf(const TSweepResult& result, std::uint64_t seed) {
 }
 
 int Run(const TSweepCommand& command, std::ostream& out) {
-  if (!command.Sweep.Procedure.empty() && !FindProcedure(command.Sweep.Procedure)) {
+  std::vector<std::string> known = GasSweepNames();
+  for (const TProcedure& procedure : Procedures()) known.emplace_back(procedure.Name);
+  if (!command.Sweep.Procedure.empty() && std::ranges::find(known, command.Sweep.Procedure) == known.end()) {
     std::string names;
-    for (const TProcedure& procedure : Procedures()) names += (names.empty() ? "" : ", ") + std::string(procedure.Name);
+    for (const std::string& name : known) names += (names.empty() ? "" : ", ") + name;
     throw THostError(kExitCommandLine,
                      "--procedure: \"" + command.Sweep.Procedure + "\" is no procedure; the procedures are: " + names);
   }
-  if (!command.Json) out << "procedure    dimension    enumerated          run     survived\n" << std::flush;
+  if (!command.Json) out << "procedure      dimension    enumerated          run     survived\n" << std::flush;
   const TSweepResult result = RunSweep(command.Sweep, [&](const TSweepRow& row) {
     if (!command.Json) PrintRow(out, row.Procedure, row.Dimension, row.Enumerated, row.Run, row.Survived);
   });

@@ -353,6 +353,12 @@ void TNcStateFramework::LogGuarded(const char* where, const std::exception_ptr& 
   }
 }
 
+void NoteGasOff() {
+  if (OnStateThread()) return;
+  TNcStateFramework* const states = NcStates();
+  if (states && states->CurrentState() == nsZemGasAdjust) states->Stop();
+}
+
 // --- TNcStateThread ---
 
 TNcStateThread::TNcStateThread(TNcStateFramework& framework)

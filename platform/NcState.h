@@ -33,7 +33,8 @@ inline constexpr std::int32_t srAlarm = 4;
 inline constexpr std::int32_t srError = 5;  // a fault of a device or of the state itself, or a time limit
 
 inline constexpr std::int32_t nsStandby = 0;
-inline constexpr std::uint32_t kLoopDelayMs = 10;  // between two passes, unless the state asks for another
+inline constexpr std::int32_t nsZemGasAdjust = 205;  // the gas calibration
+inline constexpr std::uint32_t kLoopDelayMs = 10;    // between two passes, unless the state asks for another
 
 class TNcStateFramework;
 
@@ -196,6 +197,10 @@ class TNcStateFramework {
   bool FSafeGas = false;
   bool FSafeReported = false;
 };
+
+// For a gas device's adapter, before it switches gas off. Anybody but the running state who has gas switched off while
+// the gas calibration runs ends it with a stop, so that it does not switch gas on again. Any thread.
+void NoteGasOff();
 
 // Runs the loop on a thread of its own until destroyed; the framework outlives it.
 class TNcStateThread {

@@ -6,6 +6,7 @@
 
 #include "platform/Clock.h"
 #include "platform/MachineConfig.h"
+#include "platform/NcState.h"
 #include "platform/NcWatch.h"
 #include "support/Format.h"
 
@@ -126,6 +127,7 @@ void TSimGas::SwitchOn() {
 }
 
 void TSimGas::SwitchOff() {
+  NoteGasOff();
   if (!FCore.Gate.Enter("gas", "SwitchOff", vkOff)) return;
   const TSimScope scope(FCore);
   Switch(false);
