@@ -11,7 +11,8 @@
 namespace ixocamglue {
 namespace {
 
-constexpr TAddCommand kGasCommands[] = {AddGasCalibrateCommand, AddGasTableCommands};
+constexpr TAddCommand kGasCommands[] = {AddGasCalibrateCommand, AddGasTableCommands, AddGasPressureCommand,
+                                        AddGasVerdictCommand, AddGasStudyCommand};
 
 constexpr const char* kGasNames[] = {"Air", "O2", "N2", "H-Air", "H-O2", "H-N2"};
 constexpr double kLargestNozzleMm = 100.0;
@@ -58,7 +59,8 @@ void AddNozzleOptions(CLI::App& command, std::string& nozzle, double& size, bool
 }
 
 void AddGasCommand(CLI::App& program, TCommandRun& run) {
-  CLI::App* const gas = program.add_subcommand("gas", "Calibrate gas valves; look at, load and compare their tables");
+  CLI::App* const gas =
+      program.add_subcommand("gas", "Calibrate gas valves; look at, load, compare, use and judge what came of it");
   gas->require_subcommand(1);
   gas->footer(
       "Exit codes: 0 success, 1 it ended otherwise or the tables differ, 2 wrong command line, 3 a file or device\n"
@@ -69,6 +71,9 @@ void AddGasCommand(CLI::App& program, TCommandRun& run) {
       "  ixocut gas show\n"
       "  ixocut gas diff --gas O2 --nozzle S --size 1.5\n"
       "  ixocut gas load --gas O2 --nozzle S --size 1.5\n"
+      "  ixocut gas pressure --gas O2 --bar 3.5\n"
+      "  ixocut gas verdict gas.json\n"
+      "  ixocut gas study --valves 40 --seed 1\n"
       "\n"
       "Software is not the emergency stop.");
   for (const TAddCommand add : kGasCommands) add(*gas, run);

@@ -13,6 +13,9 @@ namespace ixocamglue {
 
 void AddGasCalibrateCommand(CLI::App& gas, TCommandRun& run);
 void AddGasTableCommands(CLI::App& gas, TCommandRun& run);  // load, show, diff
+void AddGasPressureCommand(CLI::App& gas, TCommandRun& run);
+void AddGasVerdictCommand(CLI::App& gas, TCommandRun& run);
+void AddGasStudyCommand(CLI::App& gas, TCommandRun& run);
 
 // --- options that the sub-commands share ---
 

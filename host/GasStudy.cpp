@@ -156,7 +156,7 @@ std::vector<TStudyRow> StudyGasMethods(std::int32_t valves, std::uint64_t seed) 
   std::vector<TStudyRow> rows;
   for (const TGasMethod method : {gmExact, gmRefined, gmUniform}) {
     std::vector<TStudyRun> all;
-    for (std::int32_t gas = 1; gas <= 3; ++gas) {
+    for (std::int32_t gas = 1; gas <= kStudyGases; ++gas) {
       TSimRandom random(seed + static_cast<std::uint64_t>(gas));
       std::vector<TStudyRun> runs;
       for (std::int32_t i = 0; i < valves; ++i) {

@@ -12,6 +12,8 @@
 
 namespace ixocamglue {
 
+inline constexpr std::int32_t kStudyGases = 3;  // Air, O2, N2: types 1 to 3
+
 enum class TGasMethod : std::uint8_t { gmExact, gmRefined, gmUniform };
 using enum TGasMethod;
 

@@ -24,11 +24,16 @@ constinit TText SGasFailed{"IxoCut", "SGasFailed", "失败"};
 constinit TText SGasSkipped{"IxoCut", "SGasSkipped", "跳过"};
 constinit TText SGasUnfinished{"IxoCut", "SGasUnfinished", "未完成"};
 
+constinit TText SGasNoTable{"IxoCut", "SGasNoTable",
+                            "%s：机器文件中该气路没有启用的标定表；请先校正（gas calibrate）或读取（gas load）"};
+constinit TText SGasPressure{"IxoCut", "SGasPressure",
+                             "%s %s bar：按标定表为 %s V；实际 %s bar，误差 %s bar（%s），传感器读数 %s bar"};
+
 std::span<TText* const> GasTexts() {
   static constexpr TText* kTexts[] = {&SGasTitle,    &SGasNotFitted,  &SGasUnsettled, &SGasFlatPoints, &SGasFewPoints,
                                       &SGasKeptFile, &SGasColGas,     &SGasColPoints, &SGasColTime,    &SGasColKnee,
                                       &SGasColMax,   &SGasColResult,  &SGasOk,        &SGasRestored,   &SGasFailed,
-                                      &SGasSkipped,  &SGasUnfinished, &SGasDescent};
+                                      &SGasSkipped,  &SGasUnfinished, &SGasDescent,   &SGasNoTable,    &SGasPressure};
   return kTexts;
 }
 

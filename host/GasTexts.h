@@ -11,6 +11,7 @@ extern constinit TText SGasTitle, SGasNotFitted, SGasUnsettled, SGasFlatPoints, 
     SGasDescent;
 extern constinit TText SGasColGas, SGasColPoints, SGasColTime, SGasColKnee, SGasColMax, SGasColResult;
 extern constinit TText SGasOk, SGasRestored, SGasFailed, SGasSkipped, SGasUnfinished;
+extern constinit TText SGasNoTable, SGasPressure;  // gas pressure
 
 [[nodiscard]] std::span<TText* const> GasTexts();
 
