@@ -98,6 +98,7 @@ bool TQuickGasDAAdjust::GetNextAdjDA(double& da) {
     const std::int32_t i = points.FindIndex(points.GetX(middle));
     if (i >= last) return false;
     if (i < 0) return Enter(da, points[0].X / 2);
+    // Kept: beyond 10 V when the last point below full scale stands there; who puts it out limits it.
     return Enter(da, i == last - 1 ? points[i].X + 1.5 * kVoltStep : between(i));
   }
   if (lower < 0) return Enter(da, upper < 1 ? points[0].X / 2 : between(upper - 1));
@@ -191,6 +192,7 @@ bool TQuickGasDAAdjust::CheckGasPressStable(double& press, std::int32_t& stableM
   if (span < 4.0 * FWindowMs + FSettleMs) return false;
   double a[4];
   std::int32_t first = 0;
+  // Kept: comes before the time limit, so that too few samples never settle, however long it takes.
   if (!WindowMeans(a, first)) return false;
 
   double stable = span;

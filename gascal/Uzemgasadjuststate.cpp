@@ -207,6 +207,7 @@ void TZemGasAdjustState::FinishGas() {
   TGasBranchConfig* const branch = config ? config->GetGasBranch(Gas()) : nullptr;
   if (!branch) return;
 
+  // Kept: the curve has its origin, so that one pressure at all voltages is flat only when it is low itself.
   double mean = 0.0;
   const auto flat = [&](const TDot& dot) { return std::abs(dot.Y - mean) <= kFlatBar; };
   const std::int32_t last = curve.Count() - 1;

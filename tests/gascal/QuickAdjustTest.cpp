@@ -206,6 +206,14 @@ TEST_F(QuickAdjust, ProposesByBisectionAndByThreeBands) {
   }
 }
 
+TEST_F(QuickAdjust, BisectionMayPassFullScale) {
+  Reset(1);
+  const auto asked = Run(false, [](double v) { return v > 9.7 ? 8.0 : v > 9 ? 4.0 : 0.02 * v; });
+  ASSERT_GT(asked.size(), 8u);
+  EXPECT_NEAR(asked[7], 9.6, 1e-12);
+  EXPECT_NEAR(asked[8], 11.1, 1e-12);
+}
+
 TEST_F(QuickAdjust, ThreeBandsProposeTheSameUntilThePointIsRecorded) {
   Reset(1);
   double first = 0, second = 0;
