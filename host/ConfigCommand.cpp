@@ -38,6 +38,16 @@ bool Under(const std::string& path, const std::string& section) {
          (path[section.size()] == '/' || path[section.size()] == '[');
 }
 
+// Why the simulated machine would refuse the value; empty: it does not.
+std::string CheckAsked(const std::string& path, const std::string& value) {
+  const TSimProperty* const asked = AskedFor(path);
+  const auto number = ParseNumber<double>(value);
+  if (!asked || !number) return {};  // what is no number is refused by type
+  const std::string range = RangeOf(*asked);
+  if (range.empty() || (*number >= asked->Min && *number <= asked->Max)) return {};
+  return Format("%s is outside %s", value.c_str(), range.c_str());
+}
+
 // A value that no record knows, as the file has it.
 std::optional<std::string> ForeignValue(const TMachineConfig& config, const std::string& path) {
   TConfigSection section = config.Root();
@@ -72,7 +82,10 @@ void TMachineFile::Load(const std::filesystem::path& file) {
 int RunConfigCheck(const std::filesystem::path& file, bool all, std::ostream& out) {
   TMachineFile machine;
   machine.Load(file);
-  const auto findings = CheckDocument(machine.Config().Document(), machine.Config());
+  auto findings = CheckDocument(machine.Config().Document(), machine.Config());
+  std::vector<std::string> problems;
+  (void)TSimConfig::FromConfig(machine.Config(), problems);
+  AddFindings(machine.Config().Document(), problems, findings);
   std::size_t faults = 0;
   std::size_t foreign = 0;
   for (const TConfigFinding& finding : findings) {
@@ -127,9 +140,9 @@ int RunConfigSet(const std::filesystem::path& file, const std::string& path, con
                  std::ostream& out) {
   TMachineFile machine;
   machine.Load(file);
-  if (const std::string problem = SetProperty(machine.Config(), path, value); !problem.empty())
-    throw THostError(kExitCommandLine, problem);
-  std::string problem;
+  std::string problem = CheckAsked(path, value);
+  if (problem.empty()) problem = SetProperty(machine.Config(), path, value);
+  if (!problem.empty()) throw THostError(kExitCommandLine, problem);
   if (!machine.Config().Save(&problem)) throw THostError(kExitDevice, problem);
   if (!problem.empty()) std::cerr << "ixocut config: " << problem << std::endl;
   const auto views = ViewProperties(machine.Config(), false);
@@ -170,7 +183,9 @@ int RunConfigDiff(const std::filesystem::path& a, const std::filesystem::path& b
 int RunConfigSchema(bool json, std::ostream& out) {
   TMachineFile machine;
   auto document = nlohmann::ordered_json::array();
-  for (const auto& view : ViewProperties(machine.Config(), true)) {
+  for (auto& view : ViewProperties(machine.Config(), true)) {
+    if (const TSimProperty* const asked = AskedFor(view.Path); asked && view.Range.empty() && view.Type != "string")
+      view.Range = RangeOf(*asked);
     if (json) {
       nlohmann::ordered_json row{{"path", view.Path}, {"type", view.Type}, {"default", JsonOf(view, view.Default)}};
       if (!view.Range.empty()) row["range"] = view.Range;

@@ -7,11 +7,12 @@
 #include <optional>
 #include <string>
 
+#include "host/ConfigShape.h"
 #include "platform/MachineConfig.h"
 
 namespace ixocamglue {
 
-// A machine configuration with the assist sections, installed while it lives.
+// A machine configuration with every section that the program knows, installed while it lives.
 class TMachineFile {
  public:
   TMachineFile();
@@ -23,7 +24,7 @@ class TMachineFile {
   TMachineConfig& Config() { return FConfig; }
 
  private:
-  TMachineConfig FConfig;
+  TWholeConfig FConfig;
   TInstalled<TMachineConfig> FInstalled{FConfig};
 };
 

@@ -25,7 +25,7 @@ constexpr const char* kTypeName<std::string> = "string";
 
 std::string RangeText(const TFieldRule& rule) {
   if (std::isinf(rule.Min) && std::isinf(rule.Max)) return {};
-  return ValueText(rule.Min) + ".." + ValueText(rule.Max);
+  return Format("%.10g..%.10g", rule.Min, rule.Max);
 }
 
 std::string Joined(const std::string& path, std::string_view name) {
@@ -157,15 +157,35 @@ std::size_t Distance(std::string_view a, std::string_view b, std::size_t limit) 
   return row[b.size()];
 }
 
+std::size_t ElementOffset(const TXmlNode& node) {
+  return static_cast<std::size_t>(std::max<std::ptrdiff_t>(node.Offset(), 0));
+}
+
+// The XML library keeps the places of elements only; within a start tag a name is found by looking for it outside the
+// quotation marks.
+std::size_t AttributeOffset(const TXmlDocument& document, const TXmlNode& node, std::string_view name) {
+  const std::string& text = document.Text();
+  const std::size_t start = ElementOffset(node);
+  char quote = 0;
+  for (std::size_t i = start; i < text.size() && (quote != 0 || text[i] != '>'); ++i) {
+    if (quote != 0) {
+      if (text[i] == quote) quote = 0;
+    } else if (text[i] == '"' || text[i] == '\'') {
+      quote = text[i];
+    } else if (i > start && TrimXml(text.substr(i - 1, 1)).empty() && text.compare(i, name.size(), name) == 0 &&
+               i + name.size() < text.size() &&
+               (text[i + name.size()] == '=' || TrimXml(text.substr(i + name.size(), 1)).empty())) {
+      return i;
+    }
+  }
+  return start;
+}
+
 class TChecker {
   template <class Items>
   static auto* Find(const Items& items, std::string_view name) {
     const auto it = std::ranges::find_if(items, [&](const auto& item) { return SameFolded(item.Name, name); });
     return it == items.end() ? nullptr : &*it;
-  }
-
-  [[nodiscard]] static std::size_t ElementOffset(const TXmlNode& node) {
-    return static_cast<std::size_t>(std::max<std::ptrdiff_t>(node.Offset(), 0));
   }
 
  public:
@@ -178,7 +198,7 @@ class TChecker {
     const bool isOpen = !isRoot && names.Values.empty() && names.Children.empty() && names.Lists.empty();
     std::vector<std::string> seen;
     for (const auto& attribute : node.Attributes()) {
-      const std::size_t at = AttributeOffset(node, attribute.Name);
+      const std::size_t at = AttributeOffset(FDocument, node, attribute.Name);
       if (const auto* const value = Find(names.Values, attribute.Name))
         CheckValue(*value, at, node, attribute.Name, attribute.Value, seen);
       else
@@ -188,28 +208,8 @@ class TChecker {
   }
 
  private:
-  // The XML library keeps the places of elements only; within a start tag a name is found by looking for it outside
-  // the quotation marks.
-  [[nodiscard]] std::size_t AttributeOffset(const TXmlNode& node, std::string_view name) const {
-    const std::string& text = FDocument.Text();
-    const std::size_t start = ElementOffset(node);
-    char quote = 0;
-    for (std::size_t i = start; i < text.size() && (quote != 0 || text[i] != '>'); ++i) {
-      if (quote != 0) {
-        if (text[i] == quote) quote = 0;
-      } else if (text[i] == '"' || text[i] == '\'') {
-        quote = text[i];
-      } else if (i > start && TrimXml(text.substr(i - 1, 1)).empty() && text.compare(i, name.size(), name) == 0 &&
-                 i + name.size() < text.size() &&
-                 (text[i + name.size()] == '=' || TrimXml(text.substr(i + name.size(), 1)).empty())) {
-        return i;
-      }
-    }
-    return start;
-  }
-
   void Add(std::size_t offset, const TXmlNode& node, std::string_view name, std::string text, bool foreign = false) {
-    FOut.push_back({FDocument.Place(offset), Joined(node.Path(), name), std::move(text), foreign});
+    FOut.push_back({offset, FDocument.Place(offset), Joined(node.Path(), name), std::move(text), foreign});
   }
 
   void CheckValue(const TNames::TValue& value, std::size_t at, const TXmlNode& node, std::string_view name,
@@ -300,6 +300,28 @@ class TChecker {
   std::vector<TConfigFinding>& FOut;
 };
 
+// Where the element or attribute of this path stands; what is missing, where it would belong.
+std::size_t OffsetOf(const TXmlDocument& document, std::string_view path) {
+  TXmlContext context;
+  TXmlNode node = document.Root(context);
+  while (true) {
+    const auto slash = path.find('/');
+    std::string_view part = path.substr(0, slash);
+    if (slash == std::string_view::npos) return AttributeOffset(document, node, part);
+    path.remove_prefix(slash + 1);
+    std::uint32_t number = 1;
+    if (const auto bracket = part.find('['); bracket != std::string_view::npos) {
+      number = ParseNumber<std::uint32_t>(part.substr(bracket + 1, part.size() - bracket - 2)).value_or(1);
+      part = part.substr(0, bracket);
+    }
+    const auto children = node.Children();
+    const auto next = std::ranges::find_if(
+        children, [&](const TXmlNode& child) { return SameFolded(child.Name(), part) && --number == 0; });
+    if (next == children.end()) return ElementOffset(node);
+    node = *next;
+  }
+}
+
 }  // namespace
 
 std::vector<TPropertyView> ViewProperties(TXmlSubConfig& root, bool schema) {
@@ -344,6 +366,19 @@ std::vector<TConfigFinding> CheckDocument(const TXmlDocument& document, TXmlSubC
   TXmlContext context;
   TChecker(document, findings).Check(document.Root(context), root, true);
   return findings;
+}
+
+void AddFindings(const TXmlDocument& document, const std::vector<std::string>& problems,
+                 std::vector<TConfigFinding>& findings) {
+  const std::vector<TConfigFinding> known = findings;
+  for (const std::string& problem : problems) {
+    const std::string path = problem.substr(0, problem.find(": "));
+    const std::size_t offset = OffsetOf(document, path);
+    if (std::ranges::find(known, offset, &TConfigFinding::Offset) != known.end()) continue;
+    findings.push_back(
+        {offset, document.Place(offset), path, problem.substr(std::min(path.size() + 2, problem.size()))});
+  }
+  std::ranges::stable_sort(findings, {}, &TConfigFinding::Offset);
 }
 
 }  // namespace ixocamglue

@@ -29,6 +29,7 @@ struct TPropertyView {
 [[nodiscard]] std::string SetProperty(TXmlSubConfig& root, std::string_view path, const std::string& value);
 
 struct TConfigFinding {
+  std::size_t Offset = 0;
   std::string Place;  // "line:column"
   std::string Path;
   std::string Text;
@@ -37,5 +38,9 @@ struct TConfigFinding {
 
 // Everything in the document that the records would not read as it was meant, in document order.
 [[nodiscard]] std::vector<TConfigFinding> CheckDocument(const TXmlDocument& document, TXmlSubConfig& root);
+
+// Adds problems of the form "path: reason" in their places, but not where there is a finding already.
+void AddFindings(const TXmlDocument& document, const std::vector<std::string>& problems,
+                 std::vector<TConfigFinding>& findings);
 
 }  // namespace ixocamglue

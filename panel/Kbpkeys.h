@@ -8,6 +8,8 @@
 #include <initializer_list>
 #include <string_view>
 
+#include "platform/XmlSubConfig.h"
+
 namespace ixocamglue {
 
 // A key's ordinal is its bit in every key mask.
@@ -119,5 +121,14 @@ struct TKeyDef {
 inline constexpr std::array<TKeyDef, 4> kKeyDefs{
     {{CK_K1, "KeyDef13"}, {CK_K2, "KeyDef14"}, {CK_K3, "KeyDef15"}, {CK_K4, "KeyDef22"}}};
 inline constexpr const char* kKeyDefinitionSection = "KeyDefinition";
+// The section as the file holds it.
+class TKeyDefinitionRecord : public TXmlSubConfig {
+ public:
+  void Publish(TPublisher& p) override {
+    for (std::size_t i = 0; i < kKeyDefs.size(); ++i)
+      p.Field(TPropName::Of(kKeyDefs[i].Name), Commands[i], 0, kOptional);
+  }
+  std::array<std::int32_t, kKeyDefs.size()> Commands{};  // in the order of kKeyDefs; 0: none
+};
 
 }  // namespace ixocamglue

@@ -182,8 +182,10 @@ void TKBPManager::SetClientPermit(std::int32_t i, TKeyMask mask) {
   ChangeAllowKeys();
   if (const TMachineConfig* const config = MachineConfig(); config && config->Root().Exists()) {
     Guarded("KeyDef", 0, [&] {
-      const TConfigSection section = config->Section(kKeyDefinitionSection);
-      for (const TKeyDef& def : kKeyDefs) KeyItem(def.Key)->SetNormalCmd(std::max(section.GetInt(def.Name, 0), 0));
+      TKeyDefinitionRecord record;
+      config->Section(kKeyDefinitionSection).Load(record);
+      for (std::size_t k = 0; k < kKeyDefs.size(); ++k)
+        if (TKBPKeyItem* const item = KeyItem(kKeyDefs[k].Key)) item->SetNormalCmd(std::max(record.Commands[k], 0));
     });
     TNcForbidTypeRegistry* const registry = NcForbidTypeRegistry();
     for (const TKeyDef& def : kKeyDefs) {

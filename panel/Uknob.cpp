@@ -33,10 +33,6 @@ TJogSections* LoadedSections() {
   return jog && jog->Loaded() ? jog : nullptr;
 }
 
-void SaveSections(TJogSections& jog) {
-  if (std::string problem; !jog.Save(&problem)) LogMsg(lkError, 0, problem, kUnit);
-}
-
 // The same change in the Z section of each head that there is.
 template <class Change>
 void ForEachHead(TJogSections& jog, bool twoHeads, Change change) {
@@ -80,7 +76,7 @@ void TKnob::SaveConfig() {
     z.NormalJogSpeed = ZSpeed.ShowSpeed.NormalSpeed;
     z.HighJogSpeed = static_cast<float>(ZSpeed.ShowSpeed.HighSpeed);
   });
-  SaveSections(*jog);
+  (void)jog->Save();  // a failure is in the log
   try {
     if (TNcFollower* const follower = GFollower()) follower->LoadParams();
   } catch (...) {
@@ -124,7 +120,7 @@ void TKnob::SetSpeedState(TSpeedState value) {
       break;
   }
   if (params) params->SetDouble("JogSpeed", jogSpeed);
-  SaveSections(*jog);
+  (void)jog->Save();  // a failure is in the log
 
   const TJogXYSection set = jog->XY();
   // Negated, so that what is no number fails too.

@@ -3,26 +3,50 @@
 namespace ixocamglue {
 namespace {
 
-std::shared_ptr<const TAlarmConfigItem> ReadItem(const TConfigSection& section) {
+std::shared_ptr<const TAlarmConfigItem> ItemOf(const TUserAlarmRecord& record) {
   auto item = std::make_shared<TAlarmConfigItem>();
-  item->Number = section.GetInt("Number", 0);
-  item->Desc = section.GetText("Description", "");
-  item->Reason = section.GetText("Reason", "");
-  item->Solution = section.GetText("Solution", "");
+  item->Number = record.Number;
+  item->Desc = record.Description;
+  item->Reason = record.Reason;
+  item->Solution = record.Solution;
   return item;
 }
 
 }  // namespace
 
+void TUserAlarmRecord::Publish(TPublisher& p) {
+  p.Field("Number", Number, 0, kOptional);
+  p.Field("Description", Description, "", kOptional);
+  p.Field("Reason", Reason, "", kOptional);
+  p.Field("Solution", Solution, "", kOptional);
+}
+
+void TGroupAlarmRecord::Publish(TPublisher& p) {
+  p.Field("Value", Value, 0, kOptional);
+  TUserAlarmRecord::Publish(p);
+}
+
+void TAlarmGroupRecord::Publish(TPublisher& p) {
+  p.Field("Name", Name, "", kOptional);
+  p.Field("Bits", Bits, 0, kOptional);
+  p.List("Item", Items);
+}
+
+void TAlarmsRecord::Publish(TPublisher& p) {
+  p.List("UserAlarm", UserAlarms);
+  p.List("MultiBitGroup", Groups);
+}
+
 TAlarmsConfig TAlarmsConfig::FromSection(const TConfigSection& section) {
+  TAlarmsRecord record;
+  section.Load(record);
   TAlarmsConfig config;
-  for (const TConfigSection& item : section.Children("UserAlarm")) config.Items.push_back(ReadItem(item));
-  for (const TConfigSection& group : section.Children("MultiBitGroup")) {
+  for (const auto& alarm : record.UserAlarms) config.Items.push_back(ItemOf(*alarm));
+  for (const auto& group : record.Groups) {
     auto read = std::make_shared<TMulityAlarmGroup>();
-    read->Name = group.GetText("Name", "");
-    read->BitCount = group.GetInt("Bits", 0);
-    for (const TConfigSection& item : group.Children("Item"))
-      read->Items.insert_or_assign(item.GetInt("Value", 0), ReadItem(item));
+    read->Name = group->Name;
+    read->BitCount = group->Bits;
+    for (const auto& item : group->Items) read->Items.insert_or_assign(item->Value, ItemOf(*item));
     config.Groups.push_back(std::move(read));
   }
   return config;

@@ -26,6 +26,35 @@ struct TMulityAlarmGroup {
   std::map<std::int32_t, std::shared_ptr<const TAlarmConfigItem>> Items;  // by value; null items are allowed
 };
 
+// The section's elements as the file holds them.
+class TUserAlarmRecord : public TXmlSubConfig {
+ public:
+  void Publish(TPublisher& p) override;
+  std::int32_t Number = 0;
+  std::string Description, Reason, Solution;
+};
+
+class TGroupAlarmRecord : public TUserAlarmRecord {
+ public:
+  void Publish(TPublisher& p) override;
+  std::int32_t Value = 0;
+};
+
+class TAlarmGroupRecord : public TXmlSubConfig {
+ public:
+  void Publish(TPublisher& p) override;
+  std::string Name;
+  std::int32_t Bits = 0;
+  TXmlList<TGroupAlarmRecord> Items;
+};
+
+class TAlarmsRecord : public TXmlSubConfig {
+ public:
+  void Publish(TPublisher& p) override;
+  TXmlList<TUserAlarmRecord> UserAlarms;
+  TXmlList<TAlarmGroupRecord> Groups;
+};
+
 class TAlarmsConfig {
  public:
   TAlarmsConfig() = default;

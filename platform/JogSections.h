@@ -6,10 +6,10 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <filesystem>
 #include <string>
 
 #include "platform/Installed.h"
+#include "platform/XmlSubConfig.h"
 #include "support/Locks.h"
 
 namespace ixocamglue {
@@ -30,12 +30,34 @@ struct TJogZSection {
   std::int32_t AxisNo = 2;  // the axis' number; never written
 };
 
+// The sections as the file holds them.
+class TJogXYRecord final : public TXmlSubConfig {
+ public:
+  void Publish(TPublisher& p) override;
+  TJogXYSection Values;
+};
+
+class TJogZRecord final : public TXmlSubConfig {
+ public:
+  void Publish(TPublisher& p) override;
+  std::int32_t Head = 1;  // counted from 1
+  TJogZSection Values;
+};
+
+// Both, as they stand under the document element.
+class TJogRecord final : public TXmlSubConfig {
+ public:
+  void Publish(TPublisher& p) override;
+  TJogXYRecord XY;
+  TXmlList<TJogZRecord> Z;
+};
+
 class TJogSections {
  public:
   static constexpr std::size_t kHeads = 2;
 
-  // Takes the values of a loaded configuration; what it does not say keeps its default.
-  void Load(const TMachineConfig& config);
+  // Takes the values of a loaded configuration, which outlives the last Save; what it does not say keeps its default.
+  void Load(TMachineConfig& config);
   // A configuration file was loaded; otherwise there are defaults only, and Save does nothing.
   [[nodiscard]] bool Loaded() const;
 
@@ -45,15 +67,18 @@ class TJogSections {
   void SetZ(std::size_t head, const TJogZSection& section);
   [[nodiscard]] std::int32_t ZAxisNo() const { return Z(0).AxisNo; }
 
-  // Writes what has changed into the configuration's file, and leaves everything else in it as it stands. The previous
-  // version is kept beside it (".bak"); a save that is cut off leaves the old or the new file whole. False, with the
-  // reason, when the file cannot be read or written: then it is as it was.
+  // Writes what has changed into the configuration's file, and leaves everything else in it as it stands (see
+  // TXmlConfig::SaveAlone). False, logged and with the reason, when the file cannot be read or written: then it is as
+  // it was.
   bool Save(std::string* problem = nullptr);
 
  private:
+  TJogZRecord& Record(std::int32_t head) IXO_REQUIRES(FSaving);
+
   mutable TCriticalSection FLock;
   TCriticalSection FSaving;
-  std::filesystem::path FFile IXO_GUARDED_BY(FLock);
+  TJogRecord FRecord IXO_GUARDED_BY(FSaving);  // as last loaded or saved; it knows which texts could not be read
+  TMachineConfig* FConfig IXO_GUARDED_BY(FLock) = nullptr;
   TJogXYSection FXY IXO_GUARDED_BY(FLock);
   std::array<TJogZSection, kHeads> FZ IXO_GUARDED_BY(FLock);
   std::array<bool, kHeads> FZKnown IXO_GUARDED_BY(FLock){};  // the file has the section, or it was set

@@ -76,6 +76,16 @@ std::string TConfigSection::GetText(std::string_view name, std::string_view defV
   return FindValue(FNode, name).value_or(std::string(defValue));
 }
 
+void TConfigSection::Load(TXmlSubConfig& record, std::vector<std::string>* unread) const {
+  record.Initialize();
+  if (!FNode) return;
+  const auto* const config = MachineConfig();
+  TXmlContext context;
+  if (config) context.File = config->File().string();
+  context.Unread = unread;
+  record.LoadFromXmlNode({FNode, &context});
+}
+
 TMachineConfig::TMachineConfig() : TXmlConfig("MachineConfig") {
   AddSubConfig("Axes", FAxes);
   AddSubConfig("Gantry", FGantry);

@@ -145,6 +145,7 @@ void TGantryConfig::Publish(TPublisher& p) {
 
 void TSwitchTableConfig::Publish(TPublisher& p) {
   p.Field("CheckRailDelay", CheckRailDelay, false, kOptional);
+  p.Field("DockedTable", DockedTable, 1, Within(0, 2));
   p.Child("Elvt", Elvt);
 }
 

@@ -160,6 +160,7 @@ class TSwitchTableConfig : public TXmlSubConfig {
  public:
   void Publish(TPublisher& p) override;
   bool CheckRailDelay = false;
+  std::int32_t DockedTable = 1;  // as the machine starts: 1 or 2, 0 none
   TXmlSubConfig Elvt;
 };
 

@@ -23,9 +23,9 @@ namespace ixocamglue {
 
 // Without XML white space at both ends.
 [[nodiscard]] constexpr std::string_view TrimXml(std::string_view text) {
-  constexpr std::string_view blanks = " \t\r\n";
-  while (!text.empty() && blanks.find(text.front()) != std::string_view::npos) text.remove_prefix(1);
-  while (!text.empty() && blanks.find(text.back()) != std::string_view::npos) text.remove_suffix(1);
+  const auto isBlank = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
+  while (!text.empty() && isBlank(text.front())) text.remove_prefix(1);
+  while (!text.empty() && isBlank(text.back())) text.remove_suffix(1);
   return text;
 }
 

@@ -22,13 +22,14 @@ void TXmlConfig::Die() {
   DropSubConfigs();
 }
 
-std::string TXmlConfig::Read(const std::string& file, TXmlDocument& document, bool& missing) const {
+std::string TXmlConfig::Read(const std::string& file, TXmlDocument& document, bool& missing, TXmlDetail detail) const {
   std::string bytes;
   const int error = Files().Read(file, TXmlDocument::kMaxBytes, bytes);
   missing = error == ENOENT;
   if (error == EFBIG) return Format("%s: the file is larger than 64 MiB", file.c_str());
   if (error != 0) return Format("%s: the file cannot be read: %s", file.c_str(), std::strerror(error));
-  if (const std::string problem = document.Parse(std::move(bytes)); !problem.empty()) return file + ":" + problem;
+  if (const std::string problem = document.Parse(std::move(bytes), detail); !problem.empty())
+    return file + ":" + problem;
   TXmlContext context{file, false, {}};
   const TXmlNode root = document.Root(context);
   if (SameFolded(root.Name(), FRootName)) return {};
@@ -43,7 +44,7 @@ std::string TXmlConfig::Load(const std::filesystem::path& file, TMissingFile mis
     FFile = file;
     auto document = std::make_unique<TXmlDocument>();
     bool isMissing = false;
-    problem = Read(file.string(), *document, isMissing);
+    problem = Read(file.string(), *document, isMissing, xdValues);
     if (isMissing && missing == mfDefaults) problem.clear();
     FRefused = problem;
     Initialize();
@@ -58,19 +59,19 @@ std::string TXmlConfig::Load(const std::filesystem::path& file, TMissingFile mis
   return problem;
 }
 
-bool TXmlConfig::Save(std::string* problem) {
+bool TXmlConfig::SaveAlone(TXmlSubConfig& record, std::string* problem) {
   std::string text;
   bool done = false;
   {
     TGuard saving(FSaving);
-    done = SaveLocked(text);
+    done = SaveLocked(record, text);
   }
   if (!text.empty()) LogMsg(done ? lkWarning : lkError, 0, text);
   if (problem) *problem = std::move(text);
   return done;
 }
 
-bool TXmlConfig::SaveLocked(std::string& problem) {
+bool TXmlConfig::SaveLocked(TXmlSubConfig& record, std::string& problem) {
   if (FFile.empty()) {
     problem = "the configuration has no file";
     return false;
@@ -95,7 +96,7 @@ bool TXmlConfig::SaveLocked(std::string& problem) {
     pugi::xml_node(root.Handle()).set_name(FRootName.c_str());
     context.Changed = true;
   }
-  SaveToXmlNode(root);
+  record.SaveToXmlNode(root);
   if (!context.Problem.empty()) {
     problem = Format("%s: not saved: %s", FFile.c_str(), context.Problem.c_str());
     return false;
@@ -105,7 +106,7 @@ bool TXmlConfig::SaveLocked(std::string& problem) {
     problem = replaced.Problem;
     if (!replaced.Done) return false;
   }
-  Settle();
+  record.Settle();
   return true;
 }
 

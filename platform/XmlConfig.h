@@ -36,7 +36,9 @@ class TXmlConfig : public TXmlSubConfig {
 
   // True: the file holds the present values. `problem` says why not; or, with true, what could not be made sure of (the
   // flush of the folder). Any thread; callers take turns.
-  bool Save(std::string* problem = nullptr);
+  bool Save(std::string* problem = nullptr) { return SaveAlone(*this, problem); }
+  // The same for one record whose properties belong to the document element; whatever else stands in the file stays.
+  bool SaveAlone(TXmlSubConfig& record, std::string* problem = nullptr);
 
   // Puts the previous version back in the place of the file, which is kept under `File()` + ".broken", and loads it.
   // The reason when there is no previous version that can be read; then nothing was changed.
@@ -60,8 +62,9 @@ class TXmlConfig : public TXmlSubConfig {
   void Die();  // the hooks, then the records; for the destructor of an owner whose own members are their globals
 
  private:
-  [[nodiscard]] std::string Read(const std::string& file, TXmlDocument& document, bool& missing) const;
-  [[nodiscard]] bool SaveLocked(std::string& problem) IXO_REQUIRES(FSaving);
+  [[nodiscard]] std::string Read(const std::string& file, TXmlDocument& document, bool& missing,
+                                 TXmlDetail detail = xdAll) const;
+  [[nodiscard]] bool SaveLocked(TXmlSubConfig& record, std::string& problem) IXO_REQUIRES(FSaving);
 
   const std::string FRootName;
   std::filesystem::path FFile;

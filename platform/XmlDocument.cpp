@@ -6,6 +6,7 @@
 #include <pugixml.hpp>
 
 #include "platform/ValueText.h"
+#include "platform/XmlWriter.h"
 #include "support/Format.h"
 
 namespace ixocamglue {
@@ -13,23 +14,12 @@ namespace {
 
 // Everything is kept. Line ends stay as they are in the file.
 constexpr unsigned kParse = (pugi::parse_full | pugi::parse_ws_pcdata | pugi::parse_fragment) & ~pugi::parse_eol;
+constexpr unsigned kParseValues =
+    (kParse | pugi::parse_ws_pcdata_single) & ~(pugi::parse_comments | pugi::parse_pi | pugi::parse_ws_pcdata);
 
 pugi::xml_node Node(const TXmlNode& node) { return pugi::xml_node(node.Handle()); }
 
 bool IsText(const pugi::xml_node& node) { return node.type() == pugi::node_pcdata || node.type() == pugi::node_cdata; }
-
-void AppendUtf8(std::string& out, std::uint32_t c) {
-  const auto put = [&](std::uint32_t byte) { out += static_cast<char>(static_cast<unsigned char>(byte)); };
-  if (c < 0x80) {
-    put(c);
-  } else if (c < 0x800) {
-    put(0xC0 | c >> 6), put(0x80 | (c & 0x3F));
-  } else if (c < 0x10000) {
-    put(0xE0 | c >> 12), put(0x80 | (c >> 6 & 0x3F)), put(0x80 | (c & 0x3F));
-  } else {
-    put(0xF0 | c >> 18), put(0x80 | (c >> 12 & 0x3F)), put(0x80 | (c >> 6 & 0x3F)), put(0x80 | (c & 0x3F));
-  }
-}
 
 // False where a unit is half of a character.
 bool FromUtf16(std::string_view bytes, bool bigEndian, std::string& out) {
@@ -51,6 +41,30 @@ bool FromUtf16(std::string_view bytes, bool bigEndian, std::string& out) {
     AppendUtf8(out, c);
   }
   return true;
+}
+
+// Of well-formed UTF-8.
+std::string ToUtf16(std::string_view text, bool bigEndian) {
+  std::string out;
+  out.reserve(text.size() * 2);
+  const auto put = [&](std::uint32_t unit) {
+    const char low = static_cast<char>(unit & 0xFF), high = static_cast<char>(unit >> 8 & 0xFF);
+    out += bigEndian ? high : low;
+    out += bigEndian ? low : high;
+  };
+  for (std::size_t i = 0; i < text.size();) {
+    const auto byte = [&](std::size_t at) { return std::uint32_t{static_cast<unsigned char>(text[at])}; };
+    const std::uint32_t lead = byte(i);
+    const std::size_t length = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+    std::uint32_t c = length == 1 ? lead : lead & (0xFFu >> (length + 1));
+    for (std::size_t k = 1; k < length; ++k) c = c << 6 | (byte(i + k) & 0x3F);
+    i += length;
+    if (c < 0x10000)
+      put(c);
+    else
+      put(0xD800 + ((c - 0x10000) >> 10)), put(0xDC00 + ((c - 0x10000) & 0x3FF));
+  }
+  return out;
 }
 
 // The length of the UTF-8 sequence at `s`, 0 when it is none.
@@ -254,14 +268,15 @@ std::string TXmlDocument::CheckTree() const {
   return {};
 }
 
-std::string TXmlDocument::Parse(std::string bytes) {
+std::string TXmlDocument::Parse(std::string bytes, TXmlDetail detail) {
   std::string problem;
   if (bytes.size() > kMaxBytes)
     problem = "1:1: the file is larger than 64 MiB";
   else
     problem = Decode(std::move(bytes));
   if (problem.empty()) {
-    const auto result = FDocument->load_buffer(FText.data(), FText.size(), kParse, pugi::encoding_utf8);
+    const auto result = FDocument->load_buffer(FText.data(), FText.size(), detail == xdAll ? kParse : kParseValues,
+                                               pugi::encoding_utf8);
     if (!result)
       problem =
           Place(static_cast<std::size_t>(std::max<std::ptrdiff_t>(result.offset, 0))) + ": " + result.description();
@@ -288,18 +303,9 @@ void TXmlDocument::MakeNew(std::string_view rootName) {
 }
 
 std::string TXmlDocument::Serialise() const {
-  struct TText final : pugi::xml_writer {
-    void write(const void* data, std::size_t size) override { Bytes.append(static_cast<const char*>(data), size); }
-    std::string Bytes;
-  } out;
-  out.Bytes.reserve(FText.size() + FText.size() / 8 + 4096);
-  unsigned flags = pugi::format_raw | pugi::format_no_declaration;
-  if (FMark) flags |= pugi::format_write_bom;
-  FDocument->save(out, "", flags,
-                  FEncoding == TEncoding::xeUtf8      ? pugi::encoding_utf8
-                  : FEncoding == TEncoding::xeUtf16Le ? pugi::encoding_utf16_le
-                                                      : pugi::encoding_utf16_be);
-  return std::move(out.Bytes);
+  std::string text = WriteXml(*FDocument, FText);
+  if (FMark) text.insert(0, "\xEF\xBB\xBF");
+  return FEncoding == TEncoding::xeUtf8 ? text : ToUtf16(text, FEncoding == TEncoding::xeUtf16Be);
 }
 
 pugi::xml_node_struct* TXmlDocument::RootHandle() const { return FDocument->document_element().internal_object(); }

@@ -21,6 +21,8 @@ struct TXmlContext {
   std::string File;
   bool Changed = false;
   std::string Problem;  // a value that no XML file can hold; the save must not go on
+  // Where a load tells of the texts that are no value of their property, "path: reason"; null: the application log.
+  std::vector<std::string>* Unread = nullptr;
 };
 
 // An element, or none. Valid as long as its document and its context.
@@ -57,6 +59,13 @@ class TXmlNode {
   TXmlContext* FContext = nullptr;
 };
 
+// How much of a file is taken in.
+enum class TXmlDetail : std::uint8_t {
+  xdAll,     // for a save
+  xdValues,  // to read: without comments, processing instructions and the white space between elements
+};
+using enum TXmlDetail;
+
 class TXmlDocument {
  public:
   static constexpr std::uint64_t kMaxBytes = 64ull * 1024 * 1024;
@@ -69,7 +78,7 @@ class TXmlDocument {
 
   // Takes the content of a file: UTF-8, or UTF-16 with its mark. Empty, or "line:column: reason"; then the document is
   // empty.
-  [[nodiscard]] std::string Parse(std::string bytes);
+  [[nodiscard]] std::string Parse(std::string bytes, TXmlDetail detail = xdAll);
   // Only a document element of this name.
   void MakeNew(std::string_view rootName);
   // In the encoding, and with the mark, that it came in.

@@ -133,9 +133,7 @@ class TLoadPublisher final : public TFieldPublisher<TLoadPublisher> {
         value = *parsed;
         return;
       }
-      LogMsg(lkWarning, 0,
-             Format("%s: %s/%s: \"%s\" cannot be read; the default is used", FNode.Context().File.c_str(),
-                    FNode.Path().c_str(), name.Text.data(), std::string(text).c_str()));
+      Tell(name, std::string(text), ParseValue<T>(text).has_value(), rule);
       FRecord.Extras().Unread.push_back({name.Text, ValueText(value)});
     }
   }
@@ -203,6 +201,16 @@ class TLoadPublisher final : public TFieldPublisher<TLoadPublisher> {
   }
 
  private:
+  void Tell(const TPropName& name, const std::string& text, bool isValue, const TFieldRule& rule) {
+    const std::string path = FNode.Path();
+    std::string line = Format("%s%s%s: \"%s\" ", path.c_str(), path.empty() ? "" : "/", name.Text.data(), text.c_str());
+    line += isValue ? Format("is outside %.10g to %.10g", rule.Min, rule.Max) : "cannot be read";
+    if (auto* const unread = FNode.Context().Unread)
+      unread->push_back(std::move(line));
+    else
+      LogMsg(lkWarning, 0, Format("%s: %s; the default is used", FNode.Context().File.c_str(), line.c_str()));
+  }
+
   TXmlSubConfig& FRecord;
   const TXmlNode FNode;
   TXmlElement FElement;

@@ -52,6 +52,8 @@ struct TFieldRule {
   [[nodiscard]] bool Allows(long double value) const { return value >= Min && value <= Max; }
 };
 inline constexpr TFieldRule kOptional{.Optional = true};
+// Both ends included, and not added by a save.
+[[nodiscard]] constexpr TFieldRule Within(double min, double max) { return {min, max, true}; }
 
 class TXmlSubConfig;
 class TXmlListBase;
@@ -72,6 +74,15 @@ class TPublisher {
   virtual void Indexed(TPropName prefix, std::map<std::int32_t, std::string>& texts) = 0;
   // Written, never read.
   virtual void WriteOnly(TPropName name, const std::string& text) = 0;
+
+  // Single precision; its shortest text is what the file says.
+  void Field(TPropName name, float& value, float def = 0, const TFieldRule& rule = {}) {
+    const auto widened = [](float number) { return ParseNumber<double>(ValueText(number)).value_or(0); };
+    const double before = widened(value);
+    double now = before;
+    Field(name, now, widened(def), rule);
+    if (now != before) value = static_cast<float>(now);
+  }
 
   // A field that a second thread reads meanwhile.
   template <class T>

@@ -37,21 +37,25 @@ std::optional<Number> Parse(std::string_view text) {
   return value;
 }
 
-// Reads one section's values and notes what is wrong with them.
+// Reads one section's values and notes what is wrong with them, and what was asked for where somebody wants to know.
 class TReader {
  public:
-  TReader(TConfigSection section, std::vector<std::string>& problems)
-      : FSection(std::move(section)), FProblems(problems) {}
+  TReader(TConfigSection section, std::vector<std::string>& problems, std::vector<TSimProperty>* asked)
+      : FSection(std::move(section)), FProblems(problems), FAsked(asked) {}
 
-  [[nodiscard]] TReader Child(const char* name) const { return {FSection.Child(name), FProblems}; }
+  [[nodiscard]] TReader Child(const char* name) const { return {FSection.Child(name), FProblems, FAsked}; }
   [[nodiscard]] std::vector<TReader> Children(const char* name) const {
     std::vector<TReader> readers;
-    for (TConfigSection& child : FSection.Children(name)) readers.push_back({std::move(child), FProblems});
+    for (TConfigSection& child : FSection.Children(name)) readers.push_back({std::move(child), FProblems, FAsked});
+    if (FAsked) readers.push_back(Child((std::string(name) + "[]").c_str()));  // one that stands for all
     return readers;
   }
 
+  [[nodiscard]] bool StandsForAll() const { return FAsked != nullptr; }  // an item that no file has
+
   template <class Number>
   void Read(const char* name, Number& value, Number least, Number most) const {
+    Ask(name, value, static_cast<double>(least), static_cast<double>(most));
     const std::string text = FSection.GetText(name, "");
     if (text.empty()) return;
     const std::optional<Number> read = Parse<Number>(text);
@@ -64,6 +68,7 @@ class TReader {
       value = *read;
   }
   void Read(const char* name, bool& value) const {
+    Ask(name, value);
     const std::string text = FSection.GetText(name, "");
     if (text == "true" || text == "1")
       value = true;
@@ -72,7 +77,10 @@ class TReader {
     else if (!text.empty())
       Problem(name, text, "neither true nor false");
   }
-  void Read(const char* name, std::string& value) const { value = FSection.GetText(name, value); }
+  void Read(const char* name, std::string& value) const {
+    Ask(name, value);
+    value = FSection.GetText(name, value);
+  }
 
   void Problem(const char* name, const std::string& value, const char* why) const {
     const std::string& path = FSection.Path();
@@ -80,8 +88,14 @@ class TReader {
   }
 
  private:
+  template <class T>
+  void Ask(const char* name, const T& value, double least = 0.0, double most = 0.0) const {
+    if (FAsked) FAsked->push_back({FSection.Path() + (FSection.Path().empty() ? "" : "/") + name, value, least, most});
+  }
+
   TConfigSection FSection;
   std::vector<std::string>& FProblems;
+  std::vector<TSimProperty>* FAsked;
 };
 
 void ReadAxis(const TReader& reader, TSimAxisConfig& axis) {
@@ -102,6 +116,7 @@ void ReadAxes(const TReader& axes, TSimConfig& config) {
   for (const TReader& reader : axes.Children("Axis")) {
     std::string name;
     reader.Read("Name", name);
+    if (reader.StandsForAll()) ReadAxis(reader, config.X);
     TSimAxisConfig* const known[] = {&config.X, &config.Y, &config.Z, &config.Focus};
     const auto it = std::ranges::find(known, name, [](const TSimAxisConfig* axis) { return axis->Name; });
     if (it == std::end(known)) {
@@ -228,16 +243,8 @@ void ReadPhysics(const TReader& reader, const TSimAxisConfig& z, TSimPhysics& ph
   physics.PlateZ = std::clamp(plateZ, z.SoftLimitNeg, z.SoftLimitPos);
 }
 
-}  // namespace
-
-TSimGasValve TSimConfig::GasValve(std::int32_t gasType) const {
-  const auto it = std::ranges::find(GasValves, gasType, &TSimGasValve::GasType);
-  return it == GasValves.end() ? TSimGasValve{gasType, GasValveParams(gasType), vfNone} : *it;
-}
-
-TSimConfig TSimConfig::FromConfig(const TMachineConfig& config, std::vector<std::string>& problems) {
+TSimConfig ReadConfig(const TReader& root) {
   TSimConfig sim;
-  const TReader root(config.Root(), problems);
   root.Read("DHMode", sim.DHMode, 0, 2);
   root.Child("Laser").Read("EmissionOnDelay", sim.EmissionOnDelay, 0, 600'000);
   root.Child("Laser").Read("MaxPower", sim.MaxPower, 1.0, 1e6);
@@ -250,6 +257,24 @@ TSimConfig TSimConfig::FromConfig(const TMachineConfig& config, std::vector<std:
   ReadPhysics(root.Child("Simulator"), sim.Z, sim.Physics);
   ReadGasValves(root.Child("Simulator"), sim);
   return sim;
+}
+
+}  // namespace
+
+TSimGasValve TSimConfig::GasValve(std::int32_t gasType) const {
+  const auto it = std::ranges::find(GasValves, gasType, &TSimGasValve::GasType);
+  return it == GasValves.end() ? TSimGasValve{gasType, GasValveParams(gasType), vfNone} : *it;
+}
+
+TSimConfig TSimConfig::FromConfig(const TMachineConfig& config, std::vector<std::string>& problems) {
+  return ReadConfig({config.Root(), problems, nullptr});
+}
+
+std::vector<TSimProperty> TSimConfig::Properties() {
+  std::vector<TSimProperty> asked;
+  std::vector<std::string> none;  // of the file that is not there
+  ReadConfig({TConfigSection(), none, &asked});
+  return asked;
 }
 
 }  // namespace ixocamglue

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include "platform/MachineConfig.h"
@@ -67,6 +68,14 @@ struct TSimPhysics {
   bool SecondFollower = false;
 };
 
+// One value that the simulated machine reads from the machine file.
+struct TSimProperty {
+  std::string Path;  // "Ports/Inport[]/Number"
+  std::variant<bool, std::int32_t, std::uint32_t, double, std::string> Default;
+  double Min = 0.0;  // of a number, as far as it does not depend on other values of the file
+  double Max = 0.0;
+};
+
 struct TSimConfig {
   std::int32_t EmissionOnDelay = 5000;  // limit of the steps that wait for emission
   double MaxPower = 3000.0;             // W
@@ -89,6 +98,8 @@ struct TSimConfig {
   // What the file does not say keeps its default. Each value that is no number, out of range or named twice adds a line
   // "path: value, why" to `problems`, and the default stands for it: a machine is built only when there are none.
   [[nodiscard]] static TSimConfig FromConfig(const TMachineConfig& config, std::vector<std::string>& problems);
+  // What FromConfig asks a file for, in its order.
+  [[nodiscard]] static std::vector<TSimProperty> Properties();
 };
 
 }  // namespace ixocamglue

@@ -5,6 +5,7 @@
 
 #include "config/Uassistconfig.h"
 #include "fixture/Faults.h"
+#include "fixture/Quotes.h"
 #include "fixture/TempDir.h"
 #include "host/ConfigView.h"
 #include "platform/MachineConfig.h"
@@ -18,7 +19,8 @@ class AssistConfig : public testing::Test {
   ~AssistConfig() override { FreeAssistConfig(); }
 
   std::string Load(std::string_view sections) {
-    std::ofstream(File, std::ios::binary) << "<MachineConfig>" << sections << "</MachineConfig>";
+    std::ofstream(File, std::ios::binary)
+        << DoubleQuoted("<MachineConfig>" + std::string(sections) + "</MachineConfig>");
     return Config.Load(File);
   }
   std::string SaveAndRead() {

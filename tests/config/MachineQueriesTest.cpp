@@ -4,6 +4,7 @@
 
 #include "config/Libmachinecfg.h"
 #include "config/Ucamglue.h"
+#include "fixture/Quotes.h"
 #include "fixture/TempDir.h"
 
 namespace ixocamglue::test {
@@ -12,7 +13,8 @@ namespace {
 class MachineQueries : public testing::Test {
  protected:
   void Load(std::string_view sections, TMachineConfig& config) {
-    std::ofstream(File, std::ios::binary) << "<MachineConfig>" << sections << "</MachineConfig>";
+    std::ofstream(File, std::ios::binary)
+        << DoubleQuoted("<MachineConfig>" + std::string(sections) + "</MachineConfig>");
     ASSERT_EQ(config.Load(File), "");
   }
   void Load(std::string_view sections) { Load(sections, Config); }

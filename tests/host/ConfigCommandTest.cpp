@@ -67,6 +67,13 @@ TEST_F(ConfigCommand, CheckNamesEachFaultWithItsPlace) {
        "AutoCleanHead/CleanCount[2]/CleanCount"},
       {"<CloudCut ", "<CloudCut/><CloudCut ", "there already"},
       {"Row=\"0\" Col=\"1\"", "Row=\"0\" Col=\"7\"", "7 is outside the grid (ColCount is 2)"},
+      {"StepMs=\"1000\"", "StepMs=\"5\"", "Supervisor/StepMs: 5 is outside 20..60000"},
+      {"EmissionJitterMs=", "EmisionJitterMs=", "unknown name; did you mean EmissionJitterMs?"},
+      {"HighJogSpeed=\"200\"", "HighJogSped=\"200\"", "JogXY/HighJogSped: unknown name; did you mean HighJogSpeed?"},
+      {"KeyDef14=\"5\"", "KeyDef14=\"five\"", "KeyDefinition/KeyDef14: \"five\" is no Integer"},
+      {"MaxSpeed=\"300\"", "MaxSpeed=\"0\"", "Axes/Axis[3]/MaxSpeed: \"0\", outside 0.1 to 100000"},
+      {"GasType=\"6\" Name=\"H-N2\"", "GasType=\"3\" Name=\"H-N2\"",
+       "GasBranches/GasBranch[4]/GasType: \"3\", given twice"},
   };
   const std::string whole = Bytes();
   for (const TCase& c : cases) {
@@ -94,6 +101,9 @@ TEST_F(ConfigCommand, WhatCannotBeDoneHasItsExitCodeAndChangesNothing) {
                                     {"Follower/CaliResults/MaxCnt", "1001"},
                                     {"AutoCleanHead/CleanCoun", "3"},
                                     {"Healths/Health[9]/Key", "k"},
+                                    {"Laser/EmissionOnDelay", "-1"},
+                                    {"Axes/Axis[2]/MaxSpeed", "0"},
+                                    {"DHMode", "3"},
                                     {"", ""}})
     EXPECT_EQ(ExitCode([&, p = path, v = value] { return RunConfigSet(File, p, v, Out); }), 2) << path;
   EXPECT_EQ(ExitCode([&] { return RunConfigGet(File, "Laser/Absent", Out); }), 2);
@@ -105,14 +115,28 @@ TEST_F(ConfigCommand, WhatCannotBeDoneHasItsExitCodeAndChangesNothing) {
   EXPECT_EQ(Bytes(), "<MachineConfig>");
 }
 
+TEST_F(ConfigCommand, ACutFileIsNamedWithItsPlaceAndNeverSaved) {
+  const std::string whole = Bytes();
+  for (std::size_t size = 0; size < whole.size() - 1; size += 97) {
+    std::ofstream(File, std::ios::binary) << whole.substr(0, size);
+    TMachineFile machine;
+    EXPECT_TRUE(machine.Config().Load(File).starts_with(File.string() + ":")) << size;
+    EXPECT_FALSE(machine.Config().Save());
+    EXPECT_EQ(Bytes().size(), size);
+  }
+}
+
 TEST_F(ConfigCommand, AValueThatWasSetIsShownDiffersAndComesBack) {
   const fs::path old = Dir.Path() / "old.xml";
   fs::copy_file(File, old);
   EXPECT_EQ(RunConfigSet(File, "UCSOrgName/UCSName7", "a \"b\"", Out), 0);
   EXPECT_EQ(RunConfigSet(File, "Healths/Health[2]/PromptTime", "1.5", Out), 0);
+  EXPECT_EQ(RunConfigSet(File, "JogZ[1]/HighJogSpeed", "99.9", Out), 0);
   Out.str({});
   EXPECT_EQ(RunConfigDiff(old, File, Out), 1);
-  EXPECT_EQ(Out.str(), "Healths/Health[2]/PromptTime: 250 -> 1.5\nUCSOrgName/UCSName7: (missing) -> \"a \\\"b\\\"\"\n");
+  EXPECT_EQ(Out.str(),
+            "JogZ[1]/HighJogSpeed: 100 -> 99.9\nHealths/Health[2]/PromptTime: 250 -> 1.5\nUCSOrgName/UCSName7: "
+            "(missing) -> \"a \\\"b\\\"\"\n");
   Out.str({});
   EXPECT_EQ(RunConfigGet(File, "laser/maxpower", Out), 0);
   EXPECT_EQ(RunConfigShow(File, "ucsorgname", true, Out), 0);

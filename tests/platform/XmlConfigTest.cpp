@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "fixture/Faults.h"
+#include "fixture/Quotes.h"
 #include "fixture/TempDir.h"
 #include "platform/XmlConfig.h"
 
@@ -58,7 +59,9 @@ class XmlConfig : public testing::Test {
     std::ofstream(File, std::ios::binary) << text;
     return Config.Load(File);
   }
-  std::string Section(std::string_view text) { return Load("<Root>" + std::string(text) + "<Open/></Root>"); }
+  std::string Section(std::string_view text) {
+    return Load(DoubleQuoted("<Root>" + std::string(text) + "<Open/></Root>"));
+  }
   std::string Bytes() {
     std::ifstream in(File, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), {}};
@@ -109,6 +112,26 @@ TEST_F(XmlConfig, WhatTheLibraryDoesNotKnowSurvivesAndOnlyTheChangeIsWritten) {
   replace("<Item Name=\"c\" u=\"3\"/>\n", "<Item Name=\"c\" u=\"3\"/>\n    <Item Name=\"d\"/>\n");
   EXPECT_EQ(Saved(), wanted);
   EXPECT_EQ(Open->GetInt("p", 0) + Open->GetInt("Q", 0), 3);
+}
+
+TEST_F(XmlConfig, ASaveLeavesTheFormOfWhatItDoesNotChange) {
+  std::string text =
+      "\xEF\xBB\xBF<?xml version='1.0'\n  encoding = \"utf-8\" ?>\r\n<!DOCTYPE Root>\r\n<Root  a='x "
+      "\"y\"'\r\n\tb=\"&#x4E2D;&gt;&quot;\" "
+      ">\r\n  &#65; > &amp;&unknown;<![CDATA[a]]b]]><e ></e>\n"
+      "  <Sample Flag=\"True\" count='8'\n          Port=\"1\" Ratio=\"0.5\"\n\n    Wide=\"0.1\" Text=' t ' >\n"
+      "    <Part Size=\"4\"/>\n  </Sample><Open/>\n</Root>";
+  ASSERT_EQ(Load(text), "");
+  Sample->Count = 9;
+  Sample->Text = "'\"\n";
+  const auto replace = [&](std::string_view from, std::string_view to) {
+    text.replace(text.find(from), from.size(), to);
+  };
+  replace("count='8'", "Count='9'");
+  replace("Text=' t '", "Text='&apos;&quot;&#10;'");
+  EXPECT_EQ(Saved(), text);
+  ASSERT_EQ(Config.Load(File), "");
+  EXPECT_EQ(Sample->Text, "'\"\n");
 }
 
 TEST_F(XmlConfig, AFailedSaveKeepsEachItemWithItsElement) {
