@@ -37,6 +37,7 @@ struct TGasAdjustEvent {
   double Press = 0.0;
   std::int32_t StableMs = 0;
   std::int32_t RiseMs = 0;
+  bool Foreseen = false;  // Press is where the pressure will end, not where it rests
   bool Good = false;
   const TIncList* Measured = nullptr;  // valid during the call
   const TIncList* Curve = nullptr;

@@ -191,6 +191,7 @@ void TZemGasAdjustState::Measure() {
   FAdjust.RecordPoint(FVolt, event.Press);
   if (FRefined) FRefine.Record(FVolt, FAdjust.Samples(), event.Press);
   event.Kind = TGasAdjustEvent::TKind::Settled;
+  event.Foreseen = FRefining;
   if (model) model->Tell(event);
   FSubState = TGasAdjustSub::NextVolt;
 }

@@ -236,7 +236,11 @@ void TCalibrate::Draw() {
 }
 
 TRecordedGasPoint Recorded(const TGasPoint& point, bool descending) {
-  TRecordedGasPoint recorded{.Volt = point.Volt, .Descending = descending, .Settled = {}, .Samples = point.Samples};
+  TRecordedGasPoint recorded{.Volt = point.Volt,
+                             .Descending = descending,
+                             .Foreseen = point.Foreseen,
+                             .Settled = {},
+                             .Samples = point.Samples};
   if (point.Settled) recorded.Settled = point.Press;
   return recorded;
 }

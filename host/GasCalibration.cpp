@@ -130,6 +130,7 @@ void TGasCalibration::Observe(const TGasAdjustEvent& event) {
       FVoltAtMs.store(kNever, std::memory_order_release);
       TGasPoint& point = result.Points.back();
       point.Settled = true;
+      point.Foreseen = event.Foreseen;
       point.Press = event.Press;
       point.StableMs = event.StableMs;
       point.RiseMs = event.RiseMs;

@@ -30,6 +30,7 @@ struct TGasPoint {
   double Volt = 0.0;
   std::uint64_t AtMs = 0;  // when it was put out, from the start of the run
   bool Settled = false;
+  bool Foreseen = false;  // Press is where the pressure will end, not where it rests
   double Press = 0.0;
   std::int32_t StableMs = 0, RiseMs = 0;
   std::vector<TDot> Samples;  // ms since the voltage was put out, bar

@@ -32,6 +32,7 @@ TJson JsonOf(const TRecordedGas& gas) {
     for (const TDot& sample : point.Samples) samples.push_back(PairOf(sample));
     points.push_back({{"volt", point.Volt},
                       {"descending", point.Descending},
+                      {"foreseen", point.Foreseen},
                       {"settled", point.Settled ? TJson(*point.Settled) : TJson(nullptr)},
                       {"samples", std::move(samples)}});
   }
@@ -101,6 +102,7 @@ TRecordedGasPoint PointOf(const TReader& reader) {
   TRecordedGasPoint point;
   point.Volt = reader.At("volt").Number(0.0, kHighestVolt);
   point.Descending = reader.At("descending").Flag();
+  point.Foreseen = reader.At("foreseen").Flag();
   if (const TReader settled = reader.At("settled"); !settled.IsNull())
     point.Settled = settled.Number(-TReader::kMost, TReader::kMost);
   for (const TReader& sample : reader.At("samples").Items()) {

@@ -3,7 +3,8 @@
 //
 // {"format": "ixocut gas recording", "version": 1, "nozzle": {"type": "S", "size": 1.5}, "gases": [
 //   {"gas": "O2", "type": 2, "maxPressure": 10, "points": [
-//     {"volt": 1, "descending": false, "settled": 0.93, "samples": [[600, 0.92], [605, null], ...]}, ...],
+//     {"volt": 1, "descending": false, "foreseen": false, "settled": 0.93, "samples": [[600, 0.92], [605, null], ...]},
+//     ...],
 //    "table": [[0, 0], [1, 0.93], ...]}]}
 //
 // Samples are [ms since the voltage was put out, bar], null where the sensor gave no number; "settled" is null for a
@@ -22,6 +23,7 @@ namespace ixocamglue {
 struct TRecordedGasPoint {
   double Volt = 0.0;
   bool Descending = false;        // of the pass downwards
+  bool Foreseen = false;          // settled: where the pressure will end, not where it rests
   std::optional<double> Settled;  // bar
   std::vector<TDot> Samples;      // X rising; Y is no number where the sensor gave none
 };

@@ -44,7 +44,7 @@ namespace {
 constexpr double kTailMs = 400.0;         // what noise and drift are read from
 constexpr std::size_t kTailSamples = 20;  // at least
 constexpr double kFlatBar = 0.1;
-constexpr double kFootShare = 0.02;  // of the highest pressure: the valve is open
+constexpr double kFootShare = 0.01;  // of the highest pressure: the valve is open
 constexpr double kFullShare = 0.98;  // of the highest pressure: saturated
 constexpr double kFullScaleV = 10.0;
 constexpr double kRisingV = 9.9;  // saturation beyond is none
@@ -96,7 +96,8 @@ class TJudge {
  public:
   explicit TJudge(const TRecordedGas& gas) : FGas(gas) {
     for (const TRecordedGasPoint& point : gas.Points)
-      if (point.Settled && !point.Descending) FUp.AddItem({point.Volt, *point.Settled});
+      if (point.Settled && !point.Descending && !FUp.CheckNearBy(kSameVolt, point.Volt))
+        FUp.AddItem({point.Volt, *point.Settled});
     for (const TDot& dot : FUp.Dots()) FHighest = std::max(FHighest, dot.Y);
   }
 
@@ -161,6 +162,7 @@ class TJudge {
       const std::optional<TTail> tail = point.Settled ? TailOf(point) : std::nullopt;
       if (!tail) continue;
       deviations.push_back(tail->Deviation);
+      if (point.Foreseen) continue;  // it was not waited for
       if (std::abs(tail->Rise) <= std::abs(drift)) continue;
       drift = tail->Rise;
       atVolt = point.Volt;
@@ -182,7 +184,7 @@ class TJudge {
     const double foot = FootVolt();
     const bool wide = foot > kWideDeadBandV;
     Add("dead-band", wide, foot, "V", Show(wide ? SVerdictDeadBandBad : SVerdictDeadBand, Figure(foot).c_str()));
-    const double full = FUp.GetX(kFullShare * FHighest);
+    const double full = FullVolt();
     const double usable = full - foot;
     const bool narrow = usable < kNarrowV;
     if (full > kRisingV)
@@ -190,6 +192,13 @@ class TJudge {
     else
       Add("saturation", narrow, full, "V",
           Show(narrow ? SVerdictSaturationBad : SVerdictSaturation, Figure(full).c_str(), Figure(usable).c_str()));
+  }
+
+  // The final curve knows the knee between the points.
+  [[nodiscard]] double FullVolt() const {
+    TIncList curve;
+    for (const TDot& dot : FGas.Table) curve.AddItem(dot);
+    return (curve.Count() > 1 ? curve : FUp).GetX(kFullShare * FHighest);
   }
 
   // Where the line through the first two points with pressure comes from, but not below a point without.
