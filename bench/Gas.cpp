@@ -26,11 +26,16 @@ class TThreeGases {
       TGasBranchConfig& branch = FConfig.GasBranches().Items.AddNew();
       branch.GasType = gas;
       branch.DAPort = 32 + gas;
+      FMachine.GasBranches.push_back({gas, "", branch.DAPort, 25.0});
     }
   }
 
   // A machine of its own for each run, so that all runs are the same. No file is written: the configuration has none.
   void Run() {
+    for (const auto& branch : FConfig.GasBranches().Items) {
+      branch->DAAdjustTable.Clear();
+      branch->DAAdjustEnabled = false;
+    }
     TVirtualClock clock;
     const TInstalled<IClock> clockInstalled(clock);
     TNcRegistry registry;
@@ -38,7 +43,7 @@ class TThreeGases {
     TLibrary library;
     TNcStateFramework framework;
     TCallGate gate;
-    TSimMachine machine(TSimConfig{}, kSeed, framework, gate);
+    TSimMachine machine(FMachine, kSeed, framework, gate);
     machine.Attach(clock);
     clock.Sleep(framework.RunOnce());
     TZemGasAdjustModel& model = *GZemGasAdjustModel();
@@ -50,6 +55,7 @@ class TThreeGases {
   }
 
  private:
+  TSimConfig FMachine;
   TMachineConfig FConfig;
   TInstalled<TMachineConfig> FConfigInstalled{FConfig};
 };
@@ -91,17 +97,16 @@ class TNaiveStable : public TSettled<Count> {
     const auto& samples = this->FAdjust.Samples().Dots();
     const double end = samples.back().X;
     const double width = this->FAdjust.WindowMs();
-    double means[4] = {};
-    for (int window = 0; window < 4; ++window) {
-      double sum = 0.0;
-      int count = 0;
-      for (const TDot& sample : samples) {
-        if (sample.X <= end - (4 - window) * width || sample.X > end - (3 - window) * width) continue;
-        sum += sample.Y;
-        ++count;
-      }
-      means[window] = sum / count;
+    double sums[4] = {};
+    int counts[4] = {};
+    for (const TDot& sample : samples) {
+      if (sample.X <= end - 4 * width) continue;
+      const auto window = static_cast<std::size_t>(3 - std::min(3, static_cast<int>((end - sample.X) / width)));
+      sums[window] += sample.Y;
+      ++counts[window];
     }
+    double means[4];
+    for (std::size_t window = 0; window < 4; ++window) means[window] = sums[window] / counts[window];
     bool agree = true;
     for (int a = 1; a < 4; ++a)
       for (int b = 0; b < a; ++b)

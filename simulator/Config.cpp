@@ -173,7 +173,7 @@ void ReadGasValves(const TReader& simulator, TSimConfig& config) {
   for (const TReader& reader : simulator.Children("GasValve")) {
     TSimGasValve valve;
     reader.Read("GasType", valve.GasType, 1, 6);
-    if (valve.GasType == 0) {
+    if (valve.GasType == 0 && !reader.StandsForAll()) {
       reader.Problem("GasType", "", "the valve has no valid gas type");
       continue;
     }
