@@ -28,7 +28,7 @@ namespace {
 std::vector<TRow> AllRows() {
   std::vector<TRow> rows;
   for (const auto& topic : {TickRows(), TreeRows(), ShotRows(), LogRows(), ConfigRows(), FilterRows(), DeviceRows(),
-                            AlarmRows(), PanelRows()})
+                            AlarmRows(), PanelRows(), GasRows()})
     rows.insert(rows.end(), topic.begin(), topic.end());
   return rows;
 }

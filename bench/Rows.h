@@ -106,6 +106,7 @@ template <class Item>
 // Of the alarm history and one consumer that never pops, after a million events.
 [[nodiscard]] double AlarmBytesPerEvent();
 [[nodiscard]] std::vector<TRow> PanelRows();
+[[nodiscard]] std::vector<TRow> GasRows();
 
 // Runs a day of procedures in virtual time; a line with the figures. Throws when a procedure does not succeed.
 [[nodiscard]] std::string MixedDay();

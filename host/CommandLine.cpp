@@ -15,7 +15,7 @@ namespace {
 constexpr TAddCommand kCommands[] = {AddShotCommand,  AddRunCommand,      AddProceduresCommand, AddTreeCommand,
                                      AddSweepCommand, AddPanelCommand,    AddKnobCommand,       AddConfigCommand,
                                      AddInfoCommand,  AddRecordCommand,   AddMonitorCommand,    AddModbusCommand,
-                                     AddLinkCommand,  AddSimulateCommand, AddAlarmsCommand};
+                                     AddLinkCommand,  AddSimulateCommand, AddAlarmsCommand,     AddGasCommand};
 
 constexpr const char* kFooter =
     "Exit codes:\n"

@@ -36,6 +36,7 @@ void AddInfoCommand(CLI::App& program, TCommandRun& run);
 void AddAlarmsCommand(CLI::App& program, TCommandRun& run);
 void AddPanelCommand(CLI::App& program, TCommandRun& run);
 void AddKnobCommand(CLI::App& program, TCommandRun& run);
+void AddGasCommand(CLI::App& program, TCommandRun& run);
 
 // The options that commands share; each takes its present value as the default.
 void AddLanguageOption(CLI::App& command, std::string& language);

@@ -14,6 +14,7 @@
 
 #include "host/Console.h"
 #include "host/Session.h"
+#include "host/SignalStop.h"
 #include "host/StepWatch.h"
 
 namespace CLI {
@@ -83,7 +84,6 @@ class TProcedureRun {
   struct TListenEnd {
     ~TListenEnd() { TLogService::Listen(0); }
   };
-  class TSignalStop;
   static constexpr std::uint64_t kNever = ~std::uint64_t{0};
 
   void Entered(std::int32_t from, std::int32_t to);

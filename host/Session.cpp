@@ -7,6 +7,9 @@
 #include "alarms/Ualarmmanager.h"
 #include "config/Uassistconfig.h"
 #include "config/Ucamglue.h"
+#include "gascal/Uzemgasadjuststate.h"
+#include "host/GasDescent.h"
+#include "host/GasTexts.h"
 #include "host/HostTexts.h"
 #include "host/PanelTexts.h"
 #include "host/ProcedureTexts.h"
@@ -35,7 +38,7 @@ TSession::TSession(TSessionOptions options)
   if (const std::string problem = FLocaleManager.ChangeLanguage(FOptions.Language); !problem.empty())
     FNotices.push_back(problem);
   std::ranges::move(FLibrary->LoadLocaleResources(), std::back_inserter(FNotices));
-  for (const auto& texts : {HostTexts(), PanelTexts(), ProcedureTexts()})
+  for (const auto& texts : {HostTexts(), PanelTexts(), ProcedureTexts(), GasTexts()})
     std::ranges::move(FLocale.Apply(texts), std::back_inserter(FNotices));
 
   FFramework.emplace(TNcStateOptions{.SafeEntry = FOptions.SafeEntry});
@@ -65,7 +68,7 @@ TSession::~TSession() {
   }
   TCustomMotionState::SetStateMotion(nullptr);
   // The locale reader owns the texts that are installed.
-  for (const auto& texts : {HostTexts(), PanelTexts(), ProcedureTexts()})
+  for (const auto& texts : {HostTexts(), PanelTexts(), ProcedureTexts(), GasTexts()})
     for (TText* text : texts) text->Set(nullptr);
 }
 
@@ -138,7 +141,9 @@ TCustomMotionState& TSession::Controller() {
 }
 
 bool TSession::Running() const {
-  return FFramework && (FFramework->CurrentState() == nsCustomMotion || FFramework->ChangePending());
+  if (!FFramework) return false;
+  const std::int32_t state = FFramework->CurrentState();
+  return FFramework->ChangePending() || state == nsCustomMotion || state == nsZemGasAdjust || state == nsGasDescent;
 }
 
 bool TSession::Start(std::shared_ptr<IStateMotion> root, std::string* reason) {

@@ -74,6 +74,8 @@ class TSession {
 
   // Real time: starts the threads.
   void StartThreads();
+  // Ends the state thread; the others end with the session.
+  void StopThreads() { FStateThread.reset(); }
 
   TVirtualClock* VirtualClock() { return FVirtual ? &*FVirtual : nullptr; }
   TNcStateFramework& Framework() { return *FFramework; }

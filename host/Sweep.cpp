@@ -1,8 +1,11 @@
 #include "host/Sweep.h"
 
 #include <algorithm>
+#include <iterator>
+#include <string_view>
 #include <utility>
 
+#include "host/GasSweep.h"
 #include "host/SweepRun.h"
 #include "platform/Clock.h"
 #include "simulator/Random.h"
@@ -32,8 +35,9 @@ struct TScope {
   }
 };
 
-void Shuffle(TPoints& points, TSimRandom& random) {
-  for (std::size_t i = points.size(); i > 1; --i) std::swap(points[i - 1], points[random.Next() % i]);
+template <class Items>
+void Shuffle(Items& items, TSimRandom& random) {
+  for (std::size_t i = items.size(); i > 1; --i) std::swap(items[i - 1], items[random.Next() % i]);
 }
 
 struct TDimension {
@@ -130,6 +134,8 @@ TPoints PairPoints(const TScope& scope) {
   return points;
 }
 
+constexpr const char* kFirstLarge = "pair";
+
 constexpr TDimension kDimensions[] = {
     {"emission", false, EmissionPoints},
     {"ticks", false, TickPoints},
@@ -139,9 +145,30 @@ constexpr TDimension kDimensions[] = {
     {"refused", false, FaultPoints<true, true>},
     {"callback", false, CallbackPoints},
     {"sink", true, SinkPoints},
-    {"pair", false, PairPoints},
+    {kFirstLarge, false, PairPoints},
     {"combined", false, CombinedPoints},
 };
+
+// The largest dimensions last, so that what the others leave of the budget is theirs.
+std::vector<TSweepTask> Tasks(const TSweepOptions& options, TSweepMachine& machine, TSimRandom& random) {
+  std::vector<TSweepTask> tasks;
+  for (const TDimension& dimension : kDimensions) {
+    if (dimension.Name == std::string_view(kFirstLarge))
+      std::ranges::move(GasSweepTasks(options.Seed), std::back_inserter(tasks));
+    for (const TProcedure& procedure : SweepProcedures())
+      tasks.push_back(
+          {procedure.Name, dimension.Name, [&procedure, &dimension, &machine, &random, full = options.Full] {
+             std::vector<TSweepTrial> trials;
+             for (const TSweepPoint& point : dimension.Points({procedure, machine, full, random}))
+               trials.push_back({[point] { return point.Text(); },
+                                 [&procedure, &dimension, &machine, point] {
+                                   return RunSweepPoint(procedure, point, machine, dimension.Tracing).Violations;
+                                 }});
+             return trials;
+           }});
+  }
+  return tasks;
+}
 
 std::uint64_t Sum(const std::vector<TSweepRow>& rows, std::uint64_t TSweepRow::*member) {
   std::uint64_t sum = 0;
@@ -173,36 +200,29 @@ TSweepResult RunSweep(const TSweepOptions& options, const std::function<void(con
   TSimRandom random(options.Seed);
   TSweepMachine machine;
 
-  struct TTask {
-    const TProcedure* Procedure;
-    const TDimension* Dimension;
-  };
-  std::vector<TTask> tasks;
-  for (const TProcedure& procedure : SweepProcedures())
-    if (options.Procedure.empty() || options.Procedure == procedure.Name)
-      for (const TDimension& dimension : kDimensions) tasks.push_back({&procedure, &dimension});
-  // The largest last, so that what the others leave of the budget is theirs.
-  std::ranges::stable_sort(tasks, {}, [](const TTask& task) { return task.Dimension - kDimensions; });
+  std::vector<TSweepTask> tasks = Tasks(options, machine, random);
+  if (!options.Procedure.empty())
+    std::erase_if(tasks, [&](const TSweepTask& task) { return task.Procedure != options.Procedure; });
 
   for (std::size_t i = 0; i < tasks.size(); ++i) {
-    const auto& [procedure, dimension] = tasks[i];
-    auto points = dimension->Points({*procedure, machine, options.Full, random});
-    if (points.empty()) continue;
-    Shuffle(points, random);
+    const TSweepTask& task = tasks[i];
+    auto trials = task.Trials();
+    if (trials.empty()) continue;
+    Shuffle(trials, random);
     const std::uint64_t now = wall.MonotonicMs();
     const std::uint64_t left = options.BudgetMs - std::min(options.BudgetMs, now - start);
     const std::uint64_t until = now + left / (tasks.size() - i);
-    TSweepRow row{procedure->Name, dimension->Name, points.size(), 0, 0};
-    for (const TSweepPoint& point : points) {
+    TSweepRow row{task.Procedure, task.Dimension, trials.size(), 0, 0};
+    for (const TSweepTrial& trial : trials) {
       if (!options.Full && row.Run > 0 && wall.MonotonicMs() > until) break;
-      const TSweepFacts facts = RunSweepPoint(*procedure, point, machine, dimension->Tracing);
+      const std::vector<std::string> violations = trial.Run();
       ++row.Run;
-      if (facts.Violations.empty()) ++row.Survived;
-      result.ViolationCount += facts.Violations.size();
-      for (const std::string& text : facts.Violations)
+      if (violations.empty()) ++row.Survived;
+      result.ViolationCount += violations.size();
+      for (const std::string& text : violations)
         if (result.Violations.size() < kShownViolations)
-          result.Violations.push_back(
-              Format("%s, %s, %s: %s", procedure->Name, dimension->Name, point.Text().c_str(), text.c_str()));
+          result.Violations.push_back(Format("%s, %s, %s: %s", task.Procedure.c_str(), task.Dimension.c_str(),
+                                             trial.Text().c_str(), text.c_str()));
     }
     if (progress) progress(row);
     result.Rows.push_back(std::move(row));

@@ -15,6 +15,7 @@
 //   callback    a stop, an alarm, or the start of a second procedure from inside every device call
 //
 // With a budget, "pair" looks at a few aborts per procedure, drawn by the seed, and counts only their points.
+// The gas calibration has dimensions of its own; see GasSweep.h.
 #pragma once
 
 #include <cstdint>

@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "host/CommandLine.h"
+#include "host/GasSweep.h"
 #include "host/HostError.h"
 #include "host/Sweep.h"
 #include "support/Format.h"
@@ -48,11 +49,11 @@ nlohmann::ordered_json JsonOf(const TSweepResult& result, std::uint64_t seed) {
 }
 
 int Run(const TSweepCommand& command, std::ostream& out) {
-  const auto& procedures = SweepProcedures();
-  const auto named = [&](const TProcedure& procedure) { return command.Sweep.Procedure == procedure.Name; };
-  if (!command.Sweep.Procedure.empty() && std::ranges::none_of(procedures, named)) {
+  std::vector<std::string> known = GasSweepNames();
+  for (const TProcedure& procedure : SweepProcedures()) known.emplace_back(procedure.Name);
+  if (!command.Sweep.Procedure.empty() && std::ranges::find(known, command.Sweep.Procedure) == known.end()) {
     std::string names;
-    for (const TProcedure& procedure : procedures) names += (names.empty() ? "" : ", ") + std::string(procedure.Name);
+    for (const std::string& name : known) names += (names.empty() ? "" : ", ") + name;
     throw THostError(kExitCommandLine,
                      "--procedure: \"" + command.Sweep.Procedure + "\" is no procedure; the procedures are: " + names);
   }

@@ -10,6 +10,8 @@
 #include "config/Libmachinecfg.h"
 #include "config/Uassistconfig.h"
 #include "devcomm/Umodbustexts.h"
+#include "gascal/Ugasadjusttexts.h"
+#include "gascal/Uzemgasadjustmodel.h"
 #include "monitor/Umonitortexts.h"
 #include "motion/Umotioncontroller.h"
 #include "motion/Umotiontexts.h"
@@ -45,6 +47,7 @@ constexpr TUnit kUnits[] = {
     {"Almintprt", StartAlarmInterpreter, FreeAlarmInterpreter, AlarmTexts},
     {"Ualarmmanager", StartAlarmManager, FreeAlarmManager, nullptr},
     {"Ustatemotionbase", StartMotionController, FreeMotionController, MotionTexts},
+    {"Uzemgasadjustmodel", ZemGasAdjustModel_Create, ZemGasAdjustModel_Destroy, GasAdjustTexts},
     {"Kbpmngr", StartKBPManager, FreeKBPManager, KBPTexts},
     {"Uknob", nullptr, FreeKnob, nullptr},  // made at the first call
     {"Usystemmonitordef", nullptr, nullptr, MonitorTexts},

@@ -1,6 +1,10 @@
 #include "platform/MachineSections.h"
 
 #include <algorithm>
+#include <cmath>
+#include <iterator>
+#include <optional>
+#include <vector>
 
 #include "platform/AppSys.h"
 #include "platform/Log.h"
@@ -39,11 +43,26 @@ std::int32_t TDAAdjustTable::Add(double press, double volt) {
   return FItems.Count() - 1;
 }
 
+std::optional<double> TDAAdjustTable::GetVolt(double press) const {
+  std::vector<const TDAAdjustItem*> items;
+  for (const auto& item : FItems)
+    if (std::isfinite(item->Press) && std::isfinite(item->Volt)) items.push_back(item.get());
+  if (items.empty() || !std::isfinite(press)) return std::nullopt;
+  std::ranges::stable_sort(items, {}, &TDAAdjustItem::Press);
+  if (press < items.front()->Press) return 0.0;
+  const auto above = std::ranges::upper_bound(items, press, {}, &TDAAdjustItem::Press);
+  if (above == items.end()) return items.back()->Volt;
+  const TDAAdjustItem& low = **std::prev(above);
+  const TDAAdjustItem& high = **above;
+  return low.Volt + (high.Volt - low.Volt) * (press - low.Press) / (high.Press - low.Press);
+}
+
 void TGasBranchConfig::Publish(TPublisher& p) {
   p.Field("GasType", GasType, 0, kOptional);
   p.Field("Name", Name, "", kOptional);
   p.Field("DAPort", DAPort, 0, kOptional);
   p.Field("MaxPressure", MaxPressure, 0, kOptional);
+  p.Field("DAAdjustEnabled", DAAdjustEnabled, false, kOptional);
   p.Child("DAAdjustTable", DAAdjustTable);
 }
 

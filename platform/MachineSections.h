@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -35,6 +36,9 @@ class TDAAdjustTable : public TXmlSubConfig {
   [[nodiscard]] std::int32_t GetCount() const { return FItems.Count(); }
   [[nodiscard]] TDAAdjustItem* GetItem(std::int32_t index) const { return FItems.Get(index); }  // null outside
   std::int32_t Add(double press, double volt);
+  // The voltage at which the polyline through the entries reaches this pressure: 0 below the lowest pressure, the
+  // highest entry's voltage above all. None for an empty table, or when the pressure is no number.
+  [[nodiscard]] std::optional<double> GetVolt(double press) const;
 
  private:
   TXmlList<TDAAdjustItem> FItems;
@@ -49,6 +53,7 @@ class TGasBranchConfig : public TXmlSubConfig {
   std::string Name;
   std::int32_t DAPort = 0;
   double MaxPressure = 0.0;
+  bool DAAdjustEnabled = false;  // a pressure is put out as the voltage of the table
   TDAAdjustTable DAAdjustTable;
 };
 

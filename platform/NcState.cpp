@@ -355,6 +355,12 @@ void TNcStateFramework::LogGuarded(const char* where, const std::exception_ptr& 
   }
 }
 
+void NoteGasOff() {
+  if (OnStateThread()) return;
+  TNcStateFramework* const states = NcStates();
+  if (states && states->CurrentState() == nsZemGasAdjust) states->Stop();
+}
+
 // --- TNcStateThread ---
 
 TNcStateThread::TNcStateThread(TNcStateFramework& framework)
@@ -371,5 +377,6 @@ TNcStateThread::~TNcStateThread() {
 
 IXO_DEFINE_SERVICE(TNcRegistry, NcRegistry)
 IXO_DEFINE_SERVICE(TNcWatch, NcWatch)
+IXO_DEFINE_SERVICE(TNcStateFramework, NcStates)
 
 }  // namespace ixocamglue

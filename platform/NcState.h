@@ -33,9 +33,15 @@ inline constexpr std::int32_t srAlarm = 4;
 inline constexpr std::int32_t srError = 5;  // a fault of a device or of the state itself, or a time limit
 
 inline constexpr std::int32_t nsStandby = 0;
-inline constexpr std::uint32_t kLoopDelayMs = 10;  // between two passes, unless the state asks for another
+inline constexpr std::int32_t nsZemGasAdjust = 205;  // the gas calibration
+inline constexpr std::uint32_t kLoopDelayMs = 10;    // between two passes, unless the state asks for another
 
 class TNcStateFramework;
+
+template <>
+TNcStateFramework*& TInstalled<TNcStateFramework>::Slot();
+// The running framework; null while there is none.
+[[nodiscard]] TNcStateFramework* NcStates();
 
 // A machine state. Created by the framework on first entry, kept until the framework ends. State thread, except
 // StopExec. Overrides call the inherited operation.
@@ -177,6 +183,7 @@ class TNcStateFramework {
   std::atomic<bool> FHasMail{false};
   TNcWatch FWatch;
   TInstalled<TNcWatch> FWatchInstalled{FWatch};
+  TInstalled<TNcStateFramework> FInstalled{*this};
   TCriticalSection FLock;
   TMail FMail IXO_GUARDED_BY(FLock);
 
@@ -190,6 +197,10 @@ class TNcStateFramework {
   bool FSafeGas = false;
   bool FSafeReported = false;
 };
+
+// For a gas device's adapter, before it switches gas off. Anybody but the running state who has gas switched off while
+// the gas calibration runs ends it with a stop, so that it does not switch gas on again. Any thread.
+void NoteGasOff();
 
 // Runs the loop on a thread of its own until destroyed; the framework outlives it.
 class TNcStateThread {

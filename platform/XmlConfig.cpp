@@ -129,4 +129,22 @@ std::string TXmlConfig::Restore() {
   return Load(FFile);
 }
 
+std::string TXmlConfig::MoveAside() {
+  constexpr int kNames = 1000;
+  TGuard saving(FSaving);
+  if (FRefused.empty()) return {};
+  const std::string file = FFile.string();
+  int error = EEXIST;
+  std::string aside;
+  for (int i = 1; i <= kNames && error == EEXIST; ++i) {
+    aside = file + ".broken" + (i == 1 ? "" : std::to_string(i));
+    error = Files().Link(file, aside);  // unlike a renaming, never over another file
+  }
+  if (error == 0) error = Files().Remove(file);
+  if (error != 0) return Format("%s: cannot be moved aside: %s", file.c_str(), std::strerror(error));
+  LogMsg(lkWarning, 0, Format("%s: moved to %s (%s)", file.c_str(), aside.c_str(), FRefused.c_str()));
+  FRefused.clear();
+  return {};
+}
+
 }  // namespace ixocamglue

@@ -44,6 +44,10 @@ class TXmlConfig : public TXmlSubConfig {
   // The reason when there is no previous version that can be read; then nothing was changed.
   [[nodiscard]] std::string Restore();
 
+  // Gives a file that Load refused a free name beside it ("<file>.broken", "<file>.broken2" ...), so that a save makes
+  // a new one. The records stay as they are. The reason when it was not possible; then nothing was changed.
+  [[nodiscard]] std::string MoveAside();
+
   // Called at the end of each load, also of one that gave defaults.
   void OnLoaded(std::function<void()> hook) { FHooks.push_back(std::move(hook)); }
 

@@ -176,6 +176,22 @@ bool TXmlNode::HasElements() const {
   return false;
 }
 
+std::string TXmlNode::OuterText() const {
+  struct TWriter final : pugi::xml_writer {
+    void write(const void* data, std::size_t size) override { Text.append(static_cast<const char*>(data), size); }
+    std::string Text;
+  } writer;
+  Node(*this).print(writer, "", pugi::format_raw);
+  return std::move(writer.Text);
+}
+
+void TXmlNode::RemoveChildren() {
+  pugi::xml_node node = Node(*this);
+  if (!node.first_child()) return;
+  node.remove_children();
+  FContext->Changed = true;
+}
+
 std::ptrdiff_t TXmlNode::Offset() const { return Node(*this).offset_debug(); }
 
 TXmlDocument::TXmlDocument() : FDocument(std::make_unique<pugi::xml_document>()) {}

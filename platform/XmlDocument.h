@@ -49,6 +49,9 @@ class TXmlNode {
   [[nodiscard]] std::string Text() const;                    // its own character data, untrimmed
   [[nodiscard]] bool HasValue(std::string_view name) const;  // an attribute, or a child element, of this name
   [[nodiscard]] bool HasElements() const;                    // then it is no value
+  // As it would be written, with all that is in it.
+  [[nodiscard]] std::string OuterText() const;
+  void RemoveChildren();                        // everything inside, texts and comments included; for a save
   [[nodiscard]] std::ptrdiff_t Offset() const;  // of its name in TXmlDocument::Text(); -1 when it is not from there
 
  private:

@@ -8,6 +8,7 @@
 // No locks: records are edited while no procedure runs; the file's save takes turns (see XmlConfig.h).
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <limits>
@@ -261,6 +262,11 @@ class TXmlList final : public TXmlListBase {
   // Keeps the last `count` items.
   void KeepLast(std::int32_t count) {
     if (Count() > count) FItems.erase(FItems.begin(), FItems.end() - count);
+  }
+  // Items of the same rank keep their order; pointers to items stay valid.
+  template <class Before>
+  void StableSort(Before before) {
+    std::stable_sort(FItems.begin(), FItems.end(), [&](const auto& a, const auto& b) { return before(*a, *b); });
   }
   [[nodiscard]] auto begin() const { return FItems.begin(); }
   [[nodiscard]] auto end() const { return FItems.end(); }

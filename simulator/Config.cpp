@@ -16,6 +16,7 @@ namespace {
 
 constexpr std::int32_t kMaxMs = 86'400'000;
 constexpr std::int32_t kMaxPort = 1023;
+constexpr double kLeastRiseV = 0.1;  // from U0 to Uk
 
 template <class Number>
 std::optional<Number> Parse(std::string_view text) {
@@ -177,6 +178,47 @@ void ReadGas(const TReader& branches, TSimConfig& config) {
            });
 }
 
+void ReadGasValves(const TReader& simulator, TSimConfig& config) {
+  for (const TReader& reader : simulator.Children("GasValve")) {
+    TSimGasValve valve;
+    reader.Read("GasType", valve.GasType, 1, 6);
+    if (valve.GasType == 0 && !reader.StandsForAll()) {
+      reader.Problem("GasType", "", "the valve has no valid gas type");
+      continue;
+    }
+    TGasValveParams& p = valve.Params = GasValveParams(valve.GasType);
+    reader.Read("U0", p.U0, 0.0, 9.5);
+    reader.Read("Uk", p.Uk, 0.5, 20.0);
+    reader.Read("Psup", p.Psup, 0.0, 100.0);
+    reader.Read("Gamma", p.Gamma, 0.2, 5.0);
+    reader.Read("M", p.M, 1.0, 100.0);
+    reader.Read("Play", p.Play, 0.0, 1.0);
+    reader.Read("DeadMs", p.DeadMs, 0, 5000);
+    reader.Read("FillMs", p.FillMs, 1.0, 60'000.0);
+    reader.Read("BleedMs", p.BleedMs, 1.0, 60'000.0);
+    reader.Read("VentMs", p.VentMs, 1.0, 60'000.0);
+    reader.Read("Creep", p.Creep, 0.0, 0.5);
+    reader.Read("CreepMs", p.CreepMs, 1.0, 60'000.0);
+    reader.Read("Noise", p.Noise, 0.0, 10.0);
+    reader.Read("Ripple", p.Ripple, 0.0, 10.0);
+    reader.Read("RippleMs", p.RippleMs, 0.1, 60'000.0);
+    reader.Read("Offset", p.Offset, -10.0, 10.0);
+    reader.Read("Range", p.Range, 0.1, 1000.0);
+    if (p.Uk - p.U0 < kLeastRiseV)
+      reader.Problem("Uk", Format("%g", p.Uk), Format("not %g V above U0 (%g)", kLeastRiseV, p.U0).c_str());
+    std::string fault = ValveFaultName(vfNone);
+    reader.Read("Fault", fault);
+    if (const auto known = ValveFaultByName(fault))
+      valve.Fault = *known;
+    else
+      reader.Problem("Fault", fault, ("not one of " + ValveFaultNames()).c_str());
+    if (std::ranges::find(config.GasValves, valve.GasType, &TSimGasValve::GasType) != config.GasValves.end())
+      reader.Problem("GasType", Format("%d", valve.GasType), "given twice");
+    else
+      config.GasValves.push_back(valve);
+  }
+}
+
 void ReadSlaves(const TReader& slaves, TSimConfig& config) {
   for (const TReader& reader : slaves.Children("Slave")) {
     TSimSlave& slave = config.Slaves.emplace_back();
@@ -322,10 +364,16 @@ TSimConfig ReadConfig(const TReader& root) {
   CheckSafeZ(root.Child("Axes"), sim);
   ReadRack(root.Child("NozzleChange").Section(), root.Child("Simulator").Child("Rack"), sim.Rack);
   ReadBrushes(root.Child("AutoCleanHead").Section(), sim.Brushes);
+  ReadGasValves(root.Child("Simulator"), sim);
   return sim;
 }
 
 }  // namespace
+
+TSimGasValve TSimConfig::GasValve(std::int32_t gasType) const {
+  const auto it = std::ranges::find(GasValves, gasType, &TSimGasValve::GasType);
+  return it == GasValves.end() ? TSimGasValve{gasType, GasValveParams(gasType), vfNone} : *it;
+}
 
 TSimConfig TSimConfig::FromConfig(const TMachineConfig& config, std::vector<std::string>& problems) {
   return ReadConfig({config.Root(), problems, nullptr});

@@ -10,6 +10,7 @@
 
 #include "platform/MachineConfig.h"
 #include "platform/MotionDriver.h"
+#include "simulator/GasValve.h"
 
 namespace ixocamglue {
 
@@ -26,6 +27,13 @@ struct TSimGasBranch {
   std::string Name;
   std::int32_t DAPort = 0;
   double MaxPressure = 0.0;
+};
+
+// What a gas branch's valve is like, and how it fails.
+struct TSimGasValve {
+  std::int32_t GasType = 0;
+  TGasValveParams Params;
+  TValveFault Fault = vfNone;
 };
 
 struct TSimPort {
@@ -122,6 +130,7 @@ struct TSimConfig {
   std::optional<TPoint2> WorkOrigin = TPoint2{};   // machine coordinates; none: the machine has no valid one
   TNcArea WorkArea{{0.0, 0.0}, {3000.0, 1500.0}};  // machine coordinates
   std::vector<TSimGasBranch> GasBranches{{1, "Air", 33, 16.0}, {2, "O2", 34, 10.0}, {3, "N2", 35, 25.0}};
+  std::vector<TSimGasValve> GasValves;  // those that differ from GasValveParams
   std::vector<TSimPort> Inports{{1, "Input 1"}, {2, "Input 2"}, {3, "Input 3"}, {4, "Input 4"}};
   std::vector<TSimPort> Outports{{1, "Output 1"}, {2, "Output 2"}, {3, "Output 3"}, {4, "Output 4"}, {5, "Output 5"}};
   std::vector<TSimSlave> Slaves;
@@ -131,6 +140,8 @@ struct TSimConfig {
   TSimPhysics Physics;
   TSimRackConfig Rack;
   std::vector<TSimBrushPlace> Brushes;
+
+  [[nodiscard]] TSimGasValve GasValve(std::int32_t gasType) const;
 
   // What the file does not say keeps its default. Each value that is no number, out of range or named twice adds a line
   // "path: value, why" to `problems`, and the default stands for it: a machine is built only when there are none.

@@ -41,8 +41,8 @@ struct TSignal {
   friend bool operator==(const TSignal&, const TSignal&) = default;
 };
 
-// The changes of what the machine shows outside, in order: "emission on", "laser on", "gas on 2 3.50", "laser off",
-// "emission off", "gas off", "output 5 on", "state 204".
+// The changes of what the machine shows outside, in order: "emission on", "laser on", "gas on 2 3.50", "da 2 4.50",
+// "laser off", "emission off", "gas off", "output 5 on", "state 204".
 class TSignals {
  public:
   explicit TSignals(std::vector<TSignal> items) : FItems(std::move(items)) {}

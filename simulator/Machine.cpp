@@ -20,7 +20,7 @@ TSimMachine::TSimMachine(const TSimConfig& config, std::uint64_t seed, TNcStateF
       FFramework(framework),
       FCore(gate, framework),
       FLaser(FCore, FConfig, seed),
-      FGas(FCore, FConfig),
+      FGas(FCore, FConfig, seed),
       FMotion(FCore, FConfig),
       FHead(FCore, FConfig),
       FFollower(FCore, "follower", FConfig, seed ^ kFollowerSeed),
@@ -28,7 +28,7 @@ TSimMachine::TSimMachine(const TSimConfig& config, std::uint64_t seed, TNcStateF
                           ? std::make_unique<TSimFollower>(FCore, "follower2", FConfig, ~seed ^ kFollowerSeed)
                           : nullptr),
       FMultiFollower(config.Physics.Follower ? &FFollower : nullptr, FSecondFollower.get()),
-      FPorts(FCore, FConfig),
+      FPorts(FCore, FConfig, FGas),
       FInportCtrl(FCore, FPorts, FAlarms),
       FTable(FCore, FConfig),
       FRack(FCore, FConfig.Rack, FPorts, FMotion, config.Physics.Follower ? &FFollower : nullptr),
@@ -133,6 +133,7 @@ TSimSnapshot TSimMachine::Snapshot() {
   now.GasBranch = gas.Branch;
   now.GasSetBar = gas.SetBar;
   now.GasBar = gas.Bar;
+  now.GasVolt = gas.Volt;
   now.Pos = FMotion.Pos();
   now.AxesMoving = FMotion.Moving();
   now.Z = FConfig.Physics.Follower ? FFollower.Z() : FMotion.Z();

@@ -54,7 +54,8 @@ struct TSimSnapshot {
   bool Gas = false;
   std::int32_t GasBranch = 0;
   double GasSetBar = 0.0;
-  double GasBar = 0.0;  // at the nozzle
+  double GasBar = 0.0;   // at the nozzle
+  double GasVolt = 0.0;  // put out to the selected branch's proportional valve
   TPoint2 Pos;
   double Z = 0.0;  // of the first follower, or of the driver where there is none
   double Focus = 0.0;

@@ -51,6 +51,8 @@ class TCheck {
     Require(!FOracle.Emission(), "emission is on at the end");
     const bool mayStayOn = FExpected.Success && FExpected.GasMayStayOn;
     Require(!FOracle.Gas() || mayStayOn || Exempt("gas"), "gas is on at the end");
+    Require(FSnapshot.GasVolt == 0.0 || mayStayOn || Exempt("gas"),
+            Format("the gas valve's voltage is %.2f V at the end", FSnapshot.GasVolt));
     if (!Exempt("ports") && !FExpected.OutputsMayStayOn)
       for (const std::int32_t port : FOracle.OutputsOn()) Require(false, Format("output %d is on at the end", port));
     for (const std::string& device : FOracle.Moving()) Require(Exempt(device), device + " still moves at the end");

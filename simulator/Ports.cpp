@@ -9,7 +9,7 @@ namespace ixocamglue {
 
 // --- TSimPorts ---
 
-TSimPorts::TSimPorts(TSimCore& core, const TSimConfig& config) : FCore(core) {
+TSimPorts::TSimPorts(TSimCore& core, const TSimConfig& config, TSimGas& gas) : FCore(core), FGas(gas) {
   for (const TSimPort& port : config.Outports) FOutputs.emplace(port.Number, false);
   for (const TSimPort& port : config.Inports) FInputs.emplace(port.Number, TInput{});
 }

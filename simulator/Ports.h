@@ -13,18 +13,20 @@
 #include "simulator/Alarms.h"
 #include "simulator/Config.h"
 #include "simulator/Core.h"
+#include "simulator/Gas.h"
 
 namespace ixocamglue {
 
 class TSimPorts final : public TNcMotionCard, public TNcInputGroup, public TNcDeviceManager, public ISimPart {
  public:
-  TSimPorts(TSimCore& core, const TSimConfig& config);
+  TSimPorts(TSimCore& core, const TSimConfig& config, TSimGas& gas);
 
   void SwitchOutport(std::int32_t port, bool on) override;
   void SetInputLogic(std::int32_t inport, bool level) override;
   bool GetInput(std::int32_t inport) override;  // the level itself, whatever counts as reached
   TNcInputGroup* InputGroup() override { return this; }
   std::int32_t GetAxisCount() override { return 4; }  // X, Y, Z, Focus
+  double GetRtGasPressure() override { return FGas.ReadSensor(); }
 
   // --- scripts ---
   void SetInput(std::int32_t port, bool level);
@@ -63,6 +65,7 @@ class TSimPorts final : public TNcMotionCard, public TNcInputGroup, public TNcDe
   void Plan(TDue due) IXO_REQUIRES(FCore.Lock);
 
   TSimCore& FCore;
+  TSimGas& FGas;
   std::map<std::int32_t, bool> FOutputs IXO_GUARDED_BY(FCore.Lock);
   std::map<std::int32_t, TInput> FInputs IXO_GUARDED_BY(FCore.Lock);
   std::vector<TFollow> FFollows IXO_GUARDED_BY(FCore.Lock);

@@ -1,0 +1,279 @@
+// Machine state 205 on a gas supply that is simple enough to foresee, and the model in front of it.
+#include <fstream>
+#include <functional>
+#include <map>
+
+#include <gmock/gmock.h>
+
+#include "config/Libmachinecfg.h"
+#include "fixture/Faults.h"
+#include "fixture/TempDir.h"
+#include "gascal/Uzemgasadjustmodel.h"
+#include "gascal/Uzemgasadjuststate.h"
+#include "platform/MachineConfig.h"
+#include "platform/MotionDriver.h"
+#include "simulator/VirtualClock.h"
+
+namespace ixocamglue::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+// Pressure follows the voltage at once; every command is told.
+struct TPlainGas : TNcCutSystem, TNcGas, TNcDeviceManager {
+  std::int32_t GetState() override { return 0; }
+  TNcLaser* Laser() override { return nullptr; }
+  TNcGas* Gas() override { return this; }
+  TNcInportCtrl* InportCtrl() override { return nullptr; }
+  TNcCutHeadCtrl* CutHeadCtrl() override { return nullptr; }
+  TNcMultiFollower* MultiFollower() override { return nullptr; }
+  TNcSwitchTable* SwitchTable() override { return nullptr; }
+  void Lock() override {}
+  void Unlock() override {}
+  void SwitchLaser(bool) override {}
+  void KeyDown(std::int32_t, std::int32_t, bool) override {}
+  void KeyUp(std::int32_t, std::int32_t) override {}
+
+  bool IsBusy() override { return false; }
+  bool GetGas() override { return On; }
+  std::int32_t GetBranch() override { return Branch; }
+  double GetPressure() override { return 0; }
+  void SelectBranch(std::int32_t branch) override { Tell("select " + std::to_string(Branch = branch)); }
+  void SetPressure(double) override { Tell("pressure"); }
+  void SwitchOn() override { Tell("on"), On = true; }
+  void SwitchOff() override {
+    if (On) Tell("off");
+    On = false;
+  }
+  void OutputDA(double volt) override {
+    if (Throws && volt > 0) throw std::runtime_error("no answer");
+    Tell("da " + ValueText(Volt = volt));
+  }
+  TNcInputGroup* InputGroup() override { return nullptr; }
+  double GetRtGasPressure() override { return On ? Curve(Volt) : 0.0; }
+
+  void Tell(const std::string& what) { Story.push_back(what); }
+  TTexts Story;
+  bool On = false;
+  bool Throws = false;
+  std::int32_t Branch = 0;
+  double Volt = 0.0;
+  std::function<double(double)> Curve = [](double volt) { return volt; };
+};
+
+struct TStopAlarm : TNcAlarms {
+  bool AllowCut() override { return true; }
+  bool AllowLaser() override { return true; }
+  bool AllowFollower() override { return true; }
+  bool AllowHoming() override { return true; }
+  bool AllowMove() override { return true; }
+  bool AllowMoveAxis(std::int32_t, bool) override { return true; }
+  bool RequireStop() override { return Stop; }
+  bool RequireOrg() override { return false; }
+  bool Stop = false;
+};
+
+class GasAdjust : public testing::Test {
+ protected:
+  GasAdjust() {
+    std::ofstream(File()) << "<MachineConfig><GasBranches>"
+                             "<GasBranch GasType='1' Name='Air' DAPort='33'/>"
+                             "<GasBranch GasType='2' Name='O2' DAPort='34'><DAAdjustTable><Item Press='3' Volt='4'/>"
+                             "<Item Press='2' Volt='9'/></DAAdjustTable></GasBranch>"
+                             "<GasBranch GasType='3' Name='N2'/>"
+                             "<GasBranch GasType='6' Name='H-N2' DAPort='36'/></GasBranches></MachineConfig>";
+    EXPECT_EQ(FConfig.Load(File()), "");
+    StartMachineQueries();
+    ZemGasAdjustModel_Create();
+    FFramework.emplace();
+    FFramework->SetObserver([this](std::int32_t from, std::int32_t to) { FChanges.emplace_back(from, to); });
+    FFramework->RunOnce();
+    Model().SetNozzType("S", 1.5);
+  }
+  ~GasAdjust() override {
+    FFramework.reset();
+    ZemGasAdjustModel_Destroy();
+    FreeMachineQueries();
+  }
+
+  std::filesystem::path File() const { return FDir.Path() / "machine.xml"; }
+  static TZemGasAdjustModel& Model() { return *GZemGasAdjustModel(); }
+  TZemGasAdjustState& State() { return dynamic_cast<TZemGasAdjustState&>(*FFramework->State(nsZemGasAdjust)); }
+  void Pass() { FClock.Sleep(FFramework->RunOnce()); }
+  // To the end, at most a minute of machine time; the message log.
+  TTexts Run() {
+    const std::uint64_t end = FClock.MonotonicMs() + 60'000;
+    double progress = 0;
+    while (Model().AjdustIsBusy() && FClock.MonotonicMs() < end) {
+      Pass();
+      EXPECT_GE(Model().GetProgess(), progress);
+      progress = Model().GetProgess();
+    }
+    EXPECT_FALSE(Model().AjdustIsBusy());
+    return Messages();
+  }
+  static TTexts Messages() {
+    TTexts texts;
+    for (std::string text; Model().GetMsg(text);) texts.push_back(text);
+    return texts;
+  }
+  TDAAdjustTable& Table(std::int32_t gas) { return FConfig.GetGasBranch(gas)->DAAdjustTable; }
+  std::string Stored(std::int32_t gas) {
+    TGasCaliConfig stored;
+    stored.Open();
+    const TDAAdjustTable* const table = stored.GetDAAdjustTable(gas, "S", 1.5);
+    return table ? std::to_string(table->GetCount()) : "none";
+  }
+  void ExpectSafe() {
+    EXPECT_FALSE(FGas.On);
+    EXPECT_EQ(FGas.Volt, 0.0);
+    EXPECT_EQ(FFramework->CurrentState(), nsStandby);
+    EXPECT_THAT(FChanges, ElementsAre(std::pair(0, 205), std::pair(205, 0)));
+    EXPECT_THAT(FGas.Story, testing::Not(testing::Contains("pressure")));
+  }
+
+  TTempDir FDir;
+  TVirtualClock FClock;
+  TInstalled<IClock> FClockInstalled{FClock};
+  TNcRegistry FRegistry;
+  TInstalled<TNcRegistry> FRegistryInstalled{FRegistry};
+  TMachineConfig FConfig;
+  TInstalled<TMachineConfig> FConfigInstalled{FConfig};
+  TPlainGas FGas;
+  TInstalled<TNcCutSystem> FCutInstalled{FGas};
+  TInstalled<TNcDeviceManager> FDevicesInstalled{FGas};
+  TStopAlarm FAlarms;
+  TInstalled<TNcAlarms> FAlarmsInstalled{FAlarms};
+  std::optional<TNcStateFramework> FFramework;
+  std::vector<std::pair<std::int32_t, std::int32_t>> FChanges;
+  TFaultWatch Faults;
+};
+
+TEST_F(GasAdjust, CalibratesEachValidGasAndSavesOnce) {
+  std::map<std::int32_t, std::vector<std::int64_t>> pauses;  // from a voltage to its first sample
+  std::int64_t voltageAt = -1;
+  Model().SetObserver([&](const TGasAdjustEvent& event) {
+    if (event.Kind == TGasAdjustEvent::TKind::Voltage) voltageAt = event.TimeMs;
+    if (event.Kind == TGasAdjustEvent::TKind::Sample && voltageAt >= 0)
+      pauses[event.Gas].push_back(event.TimeMs - std::exchange(voltageAt, -1));
+  });
+  EXPECT_FALSE(Model().StartAjdust({}));
+  ASSERT_TRUE(Model().StartAjdust({3, 1, 5, 6, 2}));
+  EXPECT_FALSE(Model().StartAjdust({1})) << "busy from the request on";
+  EXPECT_FALSE(Model().LoadGasData(1, "S", 1.5));
+  TTexts log = Run();
+  ExpectSafe();
+  EXPECT_EQ(Model().GetProgess(), 100.0);
+
+  const auto line = [&](const std::string& text) {
+    const auto it = std::ranges::find(log, text);
+    EXPECT_NE(it, log.end()) << text;
+    return it;
+  };
+  EXPECT_EQ(log.front(), "开始校正 空气");
+  EXPECT_EQ(log.back(), "全部校正结束!");
+  EXPECT_THAT(log, testing::Contains("开始校正 氧气").Times(1));
+  EXPECT_THAT(log, testing::Contains("开始校正 氮气").Times(0)) << "no analogue output";
+  EXPECT_THAT(log, testing::Contains(HasSubstr("开始校正")).Times(3));
+  EXPECT_THAT(log, testing::Contains("BackupCaliInfo").Times(2)) << "none for the high-pressure gas";
+  const auto done = line("校正完成!");
+  EXPECT_EQ(done[1], "0.00(V)---0.0000(Bar)");
+  const auto dots = line(std::string(40, '.'));
+  EXPECT_EQ(dots - done - 1, Table(1).GetCount());
+  EXPECT_EQ(dots[1], "BackupCaliInfo");
+  EXPECT_TRUE(std::equal(done + 1, dots, dots + 2)) << "the backed-up points are the stored ones";
+
+  EXPECT_GE(Table(1).GetCount(), 6);
+  EXPECT_EQ(Table(3).GetCount(), 0);
+  for (const std::int32_t gas : {1, 2, 6}) EXPECT_TRUE(FConfig.GetGasBranch(gas)->DAAdjustEnabled) << gas;
+  TMachineConfig saved;
+  ASSERT_EQ(saved.Load(File()), "");
+  EXPECT_EQ(saved.GetGasBranch(2)->DAAdjustTable.GetCount(), Table(2).GetCount());
+  EXPECT_EQ(Stored(1), std::to_string(Table(1).GetCount()));
+  EXPECT_EQ(Stored(3), "none");
+  EXPECT_GT(Model().GetMaxPress(1), 9.9);
+  EXPECT_EQ(Model().GetMaxPress(3), 0.0);
+
+  for (const auto& [gas, ms] : pauses) EXPECT_THAT(ms, testing::Each(gas == 2 ? 600 : 300)) << gas;
+  EXPECT_EQ(pauses.size(), 3u);
+  EXPECT_THAT(TTexts(FGas.Story.begin(), FGas.Story.begin() + 3), ElementsAre("select 1", "on", "da 1"));
+  EXPECT_THAT(FGas.Story, testing::Contains("off").Times(3));
+}
+
+TEST_F(GasAdjust, AFlatCurveLeavesTheTableAlone) {
+  FGas.Curve = [](double volt) { return 5.0 + volt * 0.005; };
+  FConfig.GetGasBranch(2)->DAAdjustTable.Add(0, 0);
+  ASSERT_TRUE(Model().StartAjdust({2}));
+  // With its origin a rebuilt curve is flat only when it is low as a whole.
+  EXPECT_THAT(Run(), testing::Contains("校正完成!"));
+  FGas.Curve = [](double) { return 0.0; };
+  CopyTable(Table(2), Table(1));
+  const std::int32_t count = Table(1).GetCount();
+  ASSERT_TRUE(Model().StartAjdust({1}));
+  const TTexts log = Run();
+  ASSERT_GE(log.size(), 3u);
+  EXPECT_THAT(TTexts(log.end() - 3, log.end()),
+              ElementsAre("气压校正异常:气压值没有变化!", "校正失败!", "全部校正结束!"));
+  EXPECT_EQ(Table(1).GetCount(), count);
+  EXPECT_EQ(Stored(1), "none");
+}
+
+TEST_F(GasAdjust, WhateverEndsItGasIsOffAndTheTableWhole) {
+  struct TEnding {
+    const char* Name;
+    std::function<void()> Do;
+    const char* Line;
+  };
+  const TEnding endings[] = {
+      {"stop of the model", [] { Model().StopAjdust(); }, "停止校正！"},
+      {"pause", [&] { FFramework->Pause(); }, "校正失败!"},
+      {"error", [&] { FFramework->Abort(srError); }, "校正失败!"},
+      {"alarm", [&] { FAlarms.Stop = true; }, "校正失败!"},
+      {"a device that throws", [&] { FGas.Throws = true; }, "校正失败!"},
+  };
+  for (const TEnding& ending : endings) {
+    for (const auto sub : {TGasAdjustSub::GasOnWait, TGasAdjustSub::NextVolt, TGasAdjustSub::Measuring}) {
+      SCOPED_TRACE(testing::Message() << ending.Name << " in sub-state " << static_cast<int>(sub));
+      FChanges.clear();
+      ASSERT_TRUE(Model().StartAjdust({2}));
+      for (int i = 0; i < 500 && (State().SubState() != sub || !Model().AjdustIsBusy()); ++i) Pass();
+      ASSERT_EQ(State().SubState(), sub);
+      ending.Do();
+      const TTexts log = Run();
+      ExpectSafe();
+      EXPECT_THAT(log, testing::Contains(ending.Line).Times(1));
+      EXPECT_EQ(log.back(), ending.Line);
+      EXPECT_EQ(Table(2).GetCount(), 2);
+      EXPECT_EQ(Table(2).GetItem(0)->Volt, 4);
+      FAlarms.Stop = FGas.Throws = false;
+      Pass();
+    }
+  }
+  FAlarms.Stop = true;
+  ASSERT_TRUE(Model().StartAjdust({2}));
+  Pass();
+  EXPECT_FALSE(Model().AjdustIsBusy()) << "a standing alarm refuses the entry";
+  FAlarms.Stop = false;
+  ASSERT_TRUE(Model().StartAjdust({2}));
+  Model().StopAjdust();
+  EXPECT_FALSE(Model().AjdustIsBusy()) << "withdrawn before it was entered";
+}
+
+TEST_F(GasAdjust, StoredTablesComeBack) {
+  EXPECT_FALSE(Model().LoadGasData(2, "S", 1.5));
+  EXPECT_THAT(Messages(), ElementsAre("开始读取 氧气 标定数据...", "未找到 氧气 (S 1.5) 标定数据!"));
+  Model().BackupCaliInfo(2);
+  Messages();
+  Table(2).Clear();
+  EXPECT_TRUE(Model().LoadGasData(2, "S", 1.5));
+  EXPECT_THAT(Messages(), ElementsAre("开始读取 氧气 标定数据...", "读取 氧气 标定成功!"));
+  EXPECT_EQ(Table(2).GetCount(), 2);
+  EXPECT_EQ(Model().GetMaxPress(2), 3);
+  TMachineConfig saved;
+  ASSERT_EQ(saved.Load(File()), "");
+  EXPECT_TRUE(saved.GetGasBranch(2)->DAAdjustEnabled);
+}
+
+}  // namespace
+}  // namespace ixocamglue::test

@@ -1,0 +1,47 @@
+// A gas calibration with the state loop on its own thread, stopped from another one.
+#include <fstream>
+
+#include <gtest/gtest.h>
+
+#include "fixture/Faults.h"
+#include "fixture/TempDir.h"
+#include "host/GasCalibration.h"
+
+namespace ixocamglue::test {
+namespace {
+
+TEST(GasCalibrationThreaded, ReadersAndAStopMeetTheStateThread) {
+  const TTempDir folder;
+  const auto file = folder.Path() / "machine.xml";
+  std::ofstream(file) << "<MachineConfig><GasBranches><GasBranch GasType='1' DAPort='33' MaxPressure='12'/>"
+                         "</GasBranches></MachineConfig>";
+  const TFaultWatch faults;
+  TSessionOptions options;
+  options.MachineFile = file;
+  options.Realtime = true;
+  TSession session(options);
+  TGasCalibration calibration(session, {1}, {"S", 1.5});
+  session.StartThreads();
+  while (session.Framework().Watch().Pass.load() < 2 || session.Framework().SafePending()) Clock().Sleep(1);
+  std::string reason;
+  ASSERT_TRUE(calibration.Start(reason)) << reason;
+  double highest = 0.0;
+  while (calibration.Now().Volt == 0.0 || calibration.Now().Press == 0.0) {
+    highest = std::max(highest, calibration.Progress());
+    calibration.Watch(Clock().MonotonicMs());
+    Clock().Sleep(1);
+  }
+  calibration.Stop();
+  while (calibration.Running()) Clock().Sleep(1);
+  session.StopThreads();
+  EXPECT_LT(highest, 100.0);
+  EXPECT_FALSE(calibration.Completed());
+  EXPECT_FALSE(calibration.Results().front().Points.empty());
+  EXPECT_FALSE(session.Machine().Snapshot().Gas);
+  std::string last;
+  for (std::string text; calibration.GetMsg(text);) last = text;
+  EXPECT_EQ(last, "停止校正！");
+}
+
+}  // namespace
+}  // namespace ixocamglue::test
