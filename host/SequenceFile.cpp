@@ -17,6 +17,7 @@ namespace ixocamglue {
 namespace {
 
 using TJson = nlohmann::ordered_json;
+using TEvent = TJson::parse_event_t;
 
 constexpr std::size_t kMostShown = 10;
 constexpr std::size_t kMostCommands = 1000;  // a composite holds no more
@@ -51,7 +52,6 @@ class TCountingIterator {
     ++*this;
     return before;
   }
-  friend bool operator==(const TCountingIterator& a, const TCountingIterator& b) { return a.FAt == b.FAt; }
   friend bool operator!=(const TCountingIterator& a, const TCountingIterator& b) { return a.FAt != b.FAt; }
 
  private:
@@ -112,23 +112,22 @@ TJson TReader::Parse(const std::string& text) {
     if (level.IsArray) return Format("%s[%zu]", level.Place.c_str(), level.Items++);
     return level.Place.empty() ? level.Key : level.Place + "." + level.Key;
   };
-  const auto event = [&](int depth, TJson::parse_event_t kind, TJson& parsed) {
-    using enum TJson::parse_event_t;
+  const auto event = [&](int depth, TEvent kind, TJson& parsed) {
     switch (kind) {
-      case object_start:
-      case array_start: {
+      case TEvent::object_start:
+      case TEvent::array_start: {
         if (static_cast<std::size_t>(depth) >= kMostDepth) {
           Problem({}, Format("line %zu: lists within lists are no sequence", read.Line));
           GiveUp();
         }
         const std::string at = place();
         FLines.emplace(at, read.Line);
-        levels.push_back({at, kind == array_start, 0, {}, {}});
+        levels.push_back({at, kind == TEvent::array_start, 0, {}, {}});
         break;
       }
-      case object_end:
-      case array_end: levels.pop_back(); break;
-      case key: {
+      case TEvent::object_end:
+      case TEvent::array_end: levels.pop_back(); break;
+      case TEvent::key: {
         TLevel& level = levels.back();
         level.Key = parsed.get<std::string>();
         const std::string at = level.Place.empty() ? level.Key : level.Place + "." + level.Key;
@@ -137,7 +136,7 @@ TJson TReader::Parse(const std::string& text) {
         level.Keys.push_back(level.Key);
         break;
       }
-      case value: FLines.emplace(place(), read.LineOf(parsed)); break;
+      case TEvent::value: FLines.emplace(place(), read.LineOf(parsed)); break;
     }
     return true;
   };
