@@ -19,7 +19,7 @@ namespace ixocamglue {
 std::string TSmtCleanHeadCurve::GetDesc() { return SCleanCurveDesc.Get(); }
 
 void TSmtCleanHeadCurve::ResetParams() {
-  TSmtCommand::ResetParams();
+  TSmtMoveStep::ResetParams();
   FUseConfig = true;
   FCentre = {};
   FLength = FWidth = FSpeed = 0.0;
@@ -41,11 +41,6 @@ bool TSmtCleanHeadCurve::TakeConfig() {
   return true;
 }
 
-void TSmtCleanHeadCurve::DoEnterMotion() {
-  FCleaned = false;
-  TSmtCommand::DoEnterMotion();
-}
-
 TStepType TSmtCleanHeadCurve::DoMotion(std::int32_t) {
   TNcMotionDriver* const driver = MotionDriver();
   TPreCheck check(*this);
@@ -58,12 +53,6 @@ TStepType TSmtCleanHeadCurve::DoMotion(std::int32_t) {
   if (!check.XY(driver, FCurve.Range().Min).XY(driver, FCurve.Range().Max)) return Fail();
   driver->MoveCurve(FCurve.XYCurve(), FSpeed);
   return Await(csbtMotion);
-}
-
-// In the tick after the motion has ended.
-void TSmtCleanHeadCurve::DoBeforeStep(std::int32_t, std::int32_t newStep) {
-  TNcMotionDriver* const driver = newStep == mstpEnd ? MotionDriver() : nullptr;
-  if (driver) FCleaned = IsNear(GetXY(*driver), FCurve.XYCurve().back(), kArrived);
 }
 
 void TSmtCleanHeadCurve::MakeCurve() {
@@ -136,14 +125,8 @@ void TSmtCleanState::DoBeforeStep(std::int32_t, std::int32_t newStep) {
   if (newStep == GetStepByType(TSmtGasOnState::Cmd)) FGasToClose = true;
 }
 
-bool TSmtCleanState::HasCleaned() const {
-  const auto* const curve =
-      dynamic_cast<const TSmtCleanHeadCurve*>(GetMotionItem(GetStepByType(TSmtCleanHeadCurve::Cmd)));
-  return curve && curve->HasCleaned();
-}
-
 void TSmtCleanState::DoLeaveMotion() {
-  const bool cleaned = GetStep() == mstpExit && HasCleaned();
+  const bool cleaned = GetStep() == mstpExit && GetStepByType(TSmtCleanHeadCurve::Cmd) >= 0;
   TTryAll tryAll;
   tryAll([this] { TSmtComposite::DoLeaveMotion(); })([this] { CloseGas(); });
   tryAll.Rethrow();

@@ -11,23 +11,21 @@ namespace ixocamglue {
 // 133: moves the nozzle over the brush. The height is the caller's business.
 //   style 1        ellipses of 36 chords, `FCount` times round
 //   any other      `FCount` strokes side by side across the width; every second one runs back
-class TSmtCleanHeadCurve : public TSmtCommand<133> {
+class TSmtCleanHeadCurve : public TSmtMoveStep {
  public:
+  static constexpr std::int32_t Cmd = 133;
   static constexpr std::string_view kClassName = "TSmtCleanHeadCurve";
   static constexpr std::int32_t kMaxCount = 1000;
   static constexpr std::int32_t kEllipses = 1;
   static constexpr std::int32_t kChords = 36;
+  std::int32_t GetID() override { return Cmd; }
   std::string GetDesc() override;
   TStepType DoMotion(std::int32_t reason) override;
   void ResetParams() override;
-  void DoEnterMotion() override;
-  void DoBeforeStep(std::int32_t oldStep, std::int32_t newStep) override;
 
   // Fills the fields from FNozzleCleanCfg, for the brush of the docked table; false, and nothing changed, without a
   // configuration or with a brush whose position was never configured.
   bool TakeConfig();
-  // The last run came to the end of its curve. Survives ResetParams, until the step is entered again.
-  [[nodiscard]] bool HasCleaned() const { return FCleaned; }
 
   bool FUseConfig = true;  // as TakeConfig has it, when the step runs
   TPoint2 FCentre;
@@ -39,13 +37,13 @@ class TSmtCleanHeadCurve : public TSmtCommand<133> {
   double FSpeed = 0.0;
 
  protected:
-  using TSmtCommand::TSmtCommand;
+  using TSmtMoveStep::TSmtMoveStep;
 
  private:
+  void CheckArrived(TPreCheck& check) override { check.ArrivedXY(MotionDriver(), FCurve.XYCurve().back()); }
   void MakeCurve();
 
   TMcCurveKeeper FCurve;
-  bool FCleaned = false;
 };
 
 // The procedure: to the brush (139), gas on if configured (141), down (136), the curve (133), gas off (142), up, back.
@@ -67,7 +65,6 @@ class TSmtCleanState : public TSmtComposite {
   void AddCleaning(bool calibrate);
 
  private:
-  [[nodiscard]] bool HasCleaned() const;
   void CloseGas();
 
   bool FGasToClose = false;  // not a parameter: stays until the gas has been told

@@ -17,15 +17,28 @@ namespace ixocamglue {
 
 std::string TSmtMoveToF::GetDesc() { return SMoveToFDesc.Get(); }
 
+namespace {
+
+TNcCutHeadCtrl* FindHead() {
+  TNcCutSystem* const cut = CutSystem();
+  return cut ? cut->CutHeadCtrl() : nullptr;
+}
+
+}  // namespace
+
 void TSmtMoveToF::ResetParams() {
-  TSmtCommand::ResetParams();
+  TSmtMoveStep::ResetParams();
   FFocus = 0.0;
   FSpeed = 0.0;
 }
 
+void TSmtMoveToF::CheckArrived(TPreCheck& check) {
+  TNcCutHeadCtrl* const head = FindHead();
+  if (check.Has(head, SNameCutHead)) check.Arrived(SNameFocus, FFocus, head->GetFocus());
+}
+
 TStepType TSmtMoveToF::DoMotion(std::int32_t) {
-  TNcCutSystem* const cut = CutSystem();
-  TNcCutHeadCtrl* const head = cut ? cut->CutHeadCtrl() : nullptr;
+  TNcCutHeadCtrl* const head = FindHead();
   TPreCheck check(*this);
   if (!check.Has(head, SNameCutHead)) return Fail();
   if (!check.InRange(SNameFocus, FFocus, head->GetFocusLimits()).Speed(FSpeed)) return Fail();
@@ -50,6 +63,11 @@ std::string TSmtFollow::GetDesc() { return SFollowDesc.Get(); }
 void TSmtFollow::ResetParams() {
   TSmtFollowerStep::ResetParams();
   FHeight = 1.0;
+}
+
+void TSmtFollow::CheckArrived(TPreCheck& check) {
+  TNcFollower* const follower = TZAxis(FFollowerIndex).Follower();
+  check.Require(follower && follower->IsFollowing(), SCheckNotFollowing);
 }
 
 TStepType TSmtFollow::DoMotion(std::int32_t) {
@@ -78,6 +96,8 @@ TStepType TSmtCapCaliMotion::DoMotion(std::int32_t) {
   if (FPhase == TPhase::Read) return Finish(*axis.Follower());
   FPhase = TPhase::Read;
   axis.Follower()->StartCalibrate();
+  // Else the result is an earlier one's.
+  if (!check.Require(axis.Follower()->IsBusy(), SCheckCaliNotStarted)) return Fail();
   return PollAgain(axis.Busy());
 }
 

@@ -9,9 +9,11 @@
 namespace ixocamglue {
 
 // 421: moves the focus axis.
-class TSmtMoveToF : public TSmtCommand<421> {
+class TSmtMoveToF : public TSmtMoveStep {
  public:
+  static constexpr std::int32_t Cmd = 421;
   static constexpr std::string_view kClassName = "TSmtMoveToF";
+  std::int32_t GetID() override { return Cmd; }
   std::string GetDesc() override;
   TStepType DoMotion(std::int32_t reason) override;
   void ResetParams() override;
@@ -20,7 +22,10 @@ class TSmtMoveToF : public TSmtCommand<421> {
   double FSpeed = 0.0;
 
  protected:
-  using TSmtCommand::TSmtCommand;
+  using TSmtMoveStep::TSmtMoveStep;
+
+ private:
+  void CheckArrived(TPreCheck& check) override;
 };
 
 // 154: follows the plate at a height, and leaves the head following. Refused while an alarm forbids it.
@@ -37,6 +42,9 @@ class TSmtFollow : public TSmtFollowerStep {
 
  protected:
   using TSmtFollowerStep::TSmtFollowerStep;
+
+ private:
+  void CheckArrived(TPreCheck& check) override;
 };
 
 // 151: calibrates the height sensor over the plate under the nozzle. Every result, a bad one too, is appended to
@@ -55,6 +63,7 @@ class TSmtCapCaliMotion : public TSmtFollowerStep {
   using TSmtFollowerStep::TSmtFollowerStep;
 
  private:
+  void CheckArrived(TPreCheck&) override {}  // the result has told
   TStepType Finish(TNcFollower& follower);
 
   enum class TPhase : std::uint8_t { Calibrate, Read };

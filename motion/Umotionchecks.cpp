@@ -24,8 +24,8 @@ TCustomBusyType TZAxis::Busy() const {
   return FIndex == 0 ? csbtFollower : csbtFollower2;
 }
 
-TPreCheck::TPreCheck(TStateMotion& step) : FStep(step) {
-  if (FStep.StopAsked()) Refuse(SCheckStopped.Get());
+TPreCheck::TPreCheck(TStateMotion& step, TWhen when) : FStep(step) {
+  if (when == BeforeCommand && FStep.StopAsked()) Refuse(SCheckStopped.Get());
 }
 
 void TPreCheck::Refuse(std::string_view why) {
@@ -68,6 +68,18 @@ TPreCheck& TPreCheck::Arrived(const TText& what, double target, double actual) {
   if (FPassed && !(std::abs(actual - target) <= kArrived))
     Refuse(Format(SCheckNotArrived.Get(), what.Get(), actual, target));
   return *this;
+}
+
+TPreCheck& TPreCheck::ArrivedXY(TNcMotionDriver* driver, TPoint2 target) {
+  if (!Has(driver, SNameMotionDriver)) return *this;
+  return Arrived(SNameX, target.X, driver->GetPos(0)).Arrived(SNameY, target.Y, driver->GetPos(1));
+}
+
+void TSmtMoveStep::DoBeforeStep(std::int32_t, std::int32_t newStep) {
+  if (newStep != mstpEnd) return;
+  TPreCheck check(*this, TPreCheck::AfterMove);
+  CheckArrived(check);
+  if (!check) SetStep(mstpError);
 }
 
 bool IsNear(TPoint2 a, TPoint2 b, double tolerance) {

@@ -37,12 +37,13 @@ class TZAxis {
 };
 
 // A chain of conditions: the first one that fails writes one error line, "step(command): what and why", and those after
-// it are not looked at. It begins with the stop flag.
+// it are not looked at. Before a command it begins with the stop flag.
 //
 //   if (!TPreCheck(*this).Has(head, SHead).InRange(SFocus, FFocus, limits).Speed(FSpeed)) return Fail();
 class TPreCheck {
  public:
-  explicit TPreCheck(TStateMotion& step);
+  enum TWhen { BeforeCommand, AfterMove };
+  explicit TPreCheck(TStateMotion& step, TWhen when = BeforeCommand);
 
   explicit operator bool() const { return FPassed; }
   TPreCheck& Has(const void* device, const TText& name);
@@ -66,12 +67,26 @@ class TPreCheck {
   TPreCheck& Z(const TZAxis& axis, double target);
   // A finished move has come to where it was sent.
   TPreCheck& Arrived(const TText& what, double target, double actual);
+  TPreCheck& ArrivedXY(TNcMotionDriver* driver, TPoint2 target);
 
  private:
   [[gnu::cold]] void Refuse(std::string_view why);
 
   TStateMotion& FStep;
   bool FPassed = true;
+};
+
+// A leaf whose move must end where it was sent: what follows relies on it, lowering the head for example. A device that
+// has come to rest elsewhere fails the step.
+class TSmtMoveStep : public TSmtAtomic {
+ public:
+  void DoBeforeStep(std::int32_t oldStep, std::int32_t newStep) override;
+
+ protected:
+  using TSmtAtomic::TSmtAtomic;
+
+ private:
+  virtual void CheckArrived(TPreCheck& check) = 0;  // in the tick after the last command
 };
 
 [[nodiscard]] bool IsNear(TPoint2 a, TPoint2 b, double tolerance);

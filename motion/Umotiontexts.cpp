@@ -71,6 +71,8 @@ constinit TText SCheckLaserOn{"CamGlue", "SCheckLaserOn", "激光已打开"};
 constinit TText SCheckEmptyRange{"CamGlue", "SCheckEmptyRange", "范围为空"};
 constinit TText SCheckFollowerForbidden{"CamGlue", "SCheckFollowerForbidden", "报警禁止随动"};
 constinit TText SCheckCaliFailed{"CamGlue", "SCheckCaliFailed", "标定失败，错误类型 %d"};
+constinit TText SCheckCaliNotStarted{"CamGlue", "SCheckCaliNotStarted", "标定未启动"};
+constinit TText SCheckNotFollowing{"CamGlue", "SCheckNotFollowing", "随动器未跟随"};
 constinit TText SCheckNotSaved{"CamGlue", "SCheckNotSaved", "标定结果未保存：%s"};
 constinit TText SCheckFirstCali{"CamGlue", "SCheckFirstCali", "尚未完成首次标定"};
 constinit TText SCheckNoCaliPos{"CamGlue", "SCheckNoCaliPos", "未设置标定位置"};
@@ -156,6 +158,8 @@ std::span<TText* const> MotionTexts() {
                                       &SCheckEmptyRange,
                                       &SCheckFollowerForbidden,
                                       &SCheckCaliFailed,
+                                      &SCheckCaliNotStarted,
+                                      &SCheckNotFollowing,
                                       &SCheckNotSaved,
                                       &SCheckFirstCali,
                                       &SCheckNoCaliPos,

@@ -24,10 +24,11 @@ extern constinit TText SNameMotionDriver, SNameMotionCard, SNameZAxis, SNameFoll
 
 // Why a command was refused.
 extern constinit TText SCheckStopped, SCheckNoDevice, SCheckOutOfRange, SCheckNotArrived, SCheckNotRaised,
-    SCheckNoWorkOrigin, SCheckLaserOn, SCheckEmptyRange, SCheckFollowerForbidden, SCheckCaliFailed, SCheckNotSaved,
-    SCheckFirstCali, SCheckNoCaliPos, SCheckBrushNotSet, SCheckNoBrushPos, SCheckNoTable, SCheckCounterNotSaved,
-    SCheckRackDisabled, SCheckNoSlot, SCheckNoSlotPos, SCheckCapNotOpen, SCheckStageNotUp, SCheckSlotFree,
-    SCheckSlotOccupied, SCheckStillOccupied, SCheckStillFree, SCheckNotOverSlot;
+    SCheckNoWorkOrigin, SCheckLaserOn, SCheckEmptyRange, SCheckFollowerForbidden, SCheckCaliFailed,
+    SCheckCaliNotStarted, SCheckNotFollowing, SCheckNotSaved, SCheckFirstCali, SCheckNoCaliPos, SCheckBrushNotSet,
+    SCheckNoBrushPos, SCheckNoTable, SCheckCounterNotSaved, SCheckRackDisabled, SCheckNoSlot, SCheckNoSlotPos,
+    SCheckCapNotOpen, SCheckStageNotUp, SCheckSlotFree, SCheckSlotOccupied, SCheckStillOccupied, SCheckStillFree,
+    SCheckNotOverSlot;
 
 [[nodiscard]] std::span<TText* const> MotionTexts();
 

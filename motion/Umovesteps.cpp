@@ -13,8 +13,10 @@ namespace ixocamglue {
 
 std::string TSmtMoveToXY::GetDesc() { return SMoveToXYDesc.Get(); }
 
+void TSmtMoveToXY::CheckArrived(TPreCheck& check) { check.ArrivedXY(MotionDriver(), FTarget); }
+
 void TSmtMoveToXY::ResetParams() {
-  TSmtCommand::ResetParams();
+  TSmtMoveStep::ResetParams();
   FTarget = {};
   FSpeed = 0.0;
 }
@@ -30,7 +32,7 @@ TStepType TSmtMoveToXY::DoMotion(std::int32_t) {
 // --- 134, 136 ---
 
 void TSmtFollowerStep::ResetParams() {
-  TSmtAtomic::ResetParams();
+  TSmtMoveStep::ResetParams();
   FFollowerIndex = 0;
 }
 
@@ -55,7 +57,7 @@ TStepType TSmtSafeMoveToZ::DoMotion(std::int32_t) {
   const TZAxis axis(FFollowerIndex);
   TPreCheck check(*this);
   if (!check.Has(axis)) return Fail();
-  const double target = FUseSafeZ ? axis.GetSafeZ() : FTargetZ;
+  const double target = Target(axis);
   if (!check.Z(axis, target).Speed(FSpeed)) return Fail();
   const double way = target - axis.GetZ();
   if (std::abs(way) <= kAtTarget || (FOnlyUp && way > 0.0)) return Await(csbtEnsure);
@@ -63,10 +65,20 @@ TStepType TSmtSafeMoveToZ::DoMotion(std::int32_t) {
   return Await(axis.Busy());
 }
 
+void TSmtSafeMoveToZ::CheckArrived(TPreCheck& check) {
+  const TZAxis axis(FFollowerIndex);
+  if (!check.Has(axis)) return;
+  const double target = Target(axis);
+  const double z = axis.GetZ();
+  if (!FOnlyUp || z > target) check.Arrived(SNameZ, target, z);
+}
+
 // --- 138, 139 ---
 
+void TSmtRaisedMove::CheckArrived(TPreCheck& check) { check.ArrivedXY(MotionDriver(), FEnd); }
+
 void TSmtRaisedMove::ResetParams() {
-  TSmtAtomic::ResetParams();
+  TSmtMoveStep::ResetParams();
   FTarget = {};
   FSpeed = 0.0;
   FPhase = TPhase::Raise;
@@ -92,6 +104,7 @@ TStepType TSmtRaisedMove::DoMotion(std::int32_t) {
   } else if (!check.Require(!below, SCheckNotRaised)) {
     return Fail();
   }
+  FEnd = target;
   if (IsNear(GetXY(*driver), target, kAtTarget)) return Await(csbtEnsure);
   driver->MoveXY(target, FSpeed);
   return Await(csbtMotion);
@@ -121,8 +134,10 @@ TPoint2 TSmtSafeMoveToAssistXY::Resolve(TPreCheck& check, TNcMotionDriver&) {
 
 std::string TSmtLubricateCurve::GetDesc() { return SLubricateDesc.Get(); }
 
+void TSmtLubricateCurve::CheckArrived(TPreCheck& check) { check.ArrivedXY(MotionDriver(), FEnd); }
+
 void TSmtLubricateCurve::ResetParams() {
-  TSmtCommand::ResetParams();
+  TSmtMoveStep::ResetParams();
   FRange.reset();
   FCount = 1;
   FSpeed = 0.0;
@@ -154,6 +169,7 @@ TStepType TSmtLubricateCurve::DoMotion(std::int32_t) {
   points.reserve(round.size() * static_cast<std::size_t>(FCount) + 1);
   for (std::int32_t i = 0; i < FCount; ++i) points.insert(points.end(), round.begin(), round.end());
   points.push_back(range.Min);
+  FEnd = points.back();
   driver->MoveCurve(points, FSpeed);
   return Await(csbtMotion);
 }

@@ -16,9 +16,11 @@
 namespace ixocamglue {
 
 // 131: moves XY where it is told, whatever the height of the head.
-class TSmtMoveToXY : public TSmtCommand<131> {
+class TSmtMoveToXY : public TSmtMoveStep {
  public:
+  static constexpr std::int32_t Cmd = 131;
   static constexpr std::string_view kClassName = "TSmtMoveToXY";
+  std::int32_t GetID() override { return Cmd; }
   std::string GetDesc() override;
   TStepType DoMotion(std::int32_t reason) override;
   void ResetParams() override;
@@ -27,18 +29,21 @@ class TSmtMoveToXY : public TSmtCommand<131> {
   double FSpeed = 0.0;
 
  protected:
-  using TSmtCommand::TSmtCommand;
+  using TSmtMoveStep::TSmtMoveStep;
+
+ private:
+  void CheckArrived(TPreCheck& check) override;
 };
 
 // A leaf that commands the Z axis or the follower of an index.
-class TSmtFollowerStep : public TSmtAtomic {
+class TSmtFollowerStep : public TSmtMoveStep {
  public:
   void ResetParams() override;
 
   std::int32_t FFollowerIndex = 0;  // 0 or 1
 
  protected:
-  using TSmtAtomic::TSmtAtomic;
+  using TSmtMoveStep::TSmtMoveStep;
 };
 
 // 134: moves Z to the safe height, or to a target. 136 is the same step with a target.
@@ -63,11 +68,14 @@ class TSmtSafeMoveToZ : public TSmtFollowerStep {
   using TSmtFollowerStep::TSmtFollowerStep;
 
  private:
+  void CheckArrived(TPreCheck& check) override;
+  [[nodiscard]] double Target(const TZAxis& axis) const { return FUseSafeZ ? axis.GetSafeZ() : FTargetZ; }
+
   std::int32_t FCommand = Cmd;  // survives ResetParams
 };
 
 // Raises the head to the safe height when it is below, then moves XY.
-class TSmtRaisedMove : public TSmtAtomic {
+class TSmtRaisedMove : public TSmtMoveStep {
  public:
   TStepType DoMotion(std::int32_t reason) override;
   void ResetParams() override;
@@ -76,14 +84,16 @@ class TSmtRaisedMove : public TSmtAtomic {
   double FSpeed = 0.0;  // of XY; Z rises at its default
 
  protected:
-  using TSmtAtomic::TSmtAtomic;
+  using TSmtMoveStep::TSmtMoveStep;
 
  private:
+  void CheckArrived(TPreCheck& check) override;
   // The target in machine coordinates, or a failed check.
   virtual TPoint2 Resolve(TPreCheck& check, TNcMotionDriver& driver) = 0;
 
   enum class TPhase : std::uint8_t { Raise, Travel };
   TPhase FPhase = TPhase::Raise;
+  TPoint2 FEnd;  // machine coordinates
 };
 
 // 138: the target is in work coordinates; refused without a valid origin and outside the work area.
@@ -118,9 +128,11 @@ class TSmtSafeMoveToAssistXY : public TSmtRaisedMove {
 
 // 350: runs along the edges of a rectangle and both its diagonals, so that every part of the rails gets its grease.
 // Refused while the head is below the safe height.
-class TSmtLubricateCurve : public TSmtCommand<350> {
+class TSmtLubricateCurve : public TSmtMoveStep {
  public:
+  static constexpr std::int32_t Cmd = 350;
   static constexpr std::string_view kClassName = "TSmtLubricateCurve";
+  std::int32_t GetID() override { return Cmd; }
   static constexpr std::int32_t kMaxCount = 1000;
   static constexpr double kInset = 10.0;  // mm from the axis limits
   std::string GetDesc() override;
@@ -132,7 +144,12 @@ class TSmtLubricateCurve : public TSmtCommand<350> {
   double FSpeed = 0.0;
 
  protected:
-  using TSmtCommand::TSmtCommand;
+  using TSmtMoveStep::TSmtMoveStep;
+
+ private:
+  void CheckArrived(TPreCheck& check) override;
+
+  TPoint2 FEnd;
 };
 
 // 137: raises the head (134), then XY (131).

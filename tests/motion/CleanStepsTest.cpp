@@ -75,10 +75,11 @@ TEST_F(CleanSteps, HoweverItFailsTheGasIsOffAndTheCounterStays) {
 }
 
 TEST_F(CleanSteps, ACurveThatTheAxesDidNotRunIsNoUseOfTheBrush) {
-  Start<TSmtManuCleanState>([](auto& s) { s.FReturn = false; });
+  Start<TSmtManuCleanState>();
   RunUntil("gas on 1 2.50");
   Machine().Motion().SetLimitPressed(true);
-  EXPECT_EQ(Finish(60'000), metSuccess);
+  EXPECT_EQ(Finish(60'000), metError);
+  EXPECT_THAT(Refusals(), testing::Contains(testing::HasSubstr("(133): X ended at 3010.000, not at 3030.000")));
   EXPECT_TRUE(Untouched());
 }
 

@@ -58,6 +58,34 @@ TEST_F(MoveSteps, AHeadThatDidNotRiseDoesNotTravel) {
   EXPECT_THAT(Refusals(), testing::Contains(testing::HasSubstr("the head is below the safe height")));
 }
 
+// What follows would rely on it: a head that is lowered beside the brush, for example.
+TEST(MoveStepsOfAFaultyDevice, FailWhenItIgnoresTheCommand) {
+  const std::pair<std::int32_t, std::function<void(TStateMotion&)>> cases[] = {
+      {131, With<TSmtMoveToXY>([](auto& s) { s.FTarget.X = 90; })},
+      {133, {}},
+      {136, With<TSmtSafeMoveToZ>([](auto& s) { s.FTargetZ = 40; })},
+      {139, With<TSmtSafeMoveToAssistXY>([](auto& s) { s.FTarget.X = 90; })},
+      {151, {}},
+      {154, {}},
+      {350, {}},
+      {421, With<TSmtMoveToF>([](auto& s) { s.FFocus = 3; })},
+  };
+  for (const auto& [command, configure] : cases) {
+    bool ignored = false;
+    for (std::uint64_t ahead = 1; ahead < 20 && !ignored; ++ahead) {
+      TRig rig;
+      const auto step = rig.Make(command, configure);
+      rig.FSession.Gate().PlanSet({.Call = rig.FSession.Gate().Calls() + ahead, .Fault = gfRefuse});
+      const std::string last = rig.Story(*step).back();
+      ignored = std::ranges::any_of(rig.Journal().Entries(),
+                                    [](const TJournalEntry& e) { return e.Kind == vkStart && e.Outcome == toRefused; });
+      EXPECT_TRUE(!ignored || last.ends_with("-> -2") || last.ends_with("stuck")) << command << " " << last;
+      EXPECT_TRUE(!ignored || rig.Refusals().size() == 1u) << command;
+    }
+    EXPECT_TRUE(ignored) << command;
+  }
+}
+
 TEST(MoveStepsOfASecondHead, ItsFollowerHasItsOwnBusyTypeAndStopsWithTheOthers) {
   TRig rig({}, [](TSimConfig& config) { config.Physics.SecondFollower = true; });
   const auto second = [](TStateMotion& s) { dynamic_cast<TSmtFollowerStep&>(s).FFollowerIndex = 1; };
