@@ -111,8 +111,19 @@ void ReadAxis(const TReader& reader, TSimAxisConfig& axis) {
                    Format("not above SoftLimitNeg (%g)", read.SoftLimitNeg).c_str());
 }
 
+// A place along an axis, whose range the file itself decides; what lies outside keeps the value that it had.
+void ReadPlace(const TReader& reader, const char* name, double& value, double least, double most) {
+  double read = value;
+  reader.Read(name, read, -1e6, 1e6);
+  if (read >= least && read <= most)
+    value = read;
+  else
+    reader.Problem(name, Format("%g", read), Format("outside %g to %g", least, most).c_str());
+}
+
 void ReadSafeZ(const TReader& reader, TSimConfig& config) {
-  reader.Read("SafeZ", config.SafeZ, config.Z.SoftLimitNeg, config.Z.SoftLimitPos);
+  config.SafeZ = std::clamp(config.SafeZ, config.Z.SoftLimitNeg, config.Z.SoftLimitPos);
+  ReadPlace(reader, "SafeZ", config.SafeZ, config.Z.SoftLimitNeg, config.Z.SoftLimitPos);
 }
 
 void ReadAxes(const TReader& axes, TSimConfig& config) {
@@ -218,17 +229,17 @@ void ReadWork(const TReader& reader, TSimConfig& config) {
   TNcArea& area = config.WorkArea;
   area = {{config.X.SoftLimitNeg, config.Y.SoftLimitNeg}, {config.X.SoftLimitPos, config.Y.SoftLimitPos}};
   const TReader areaReader = reader.Child("WorkArea");
-  areaReader.Read("MinX", area.Min.X, config.X.SoftLimitNeg, config.X.SoftLimitPos);
-  areaReader.Read("MinY", area.Min.Y, config.Y.SoftLimitNeg, config.Y.SoftLimitPos);
-  areaReader.Read("MaxX", area.Max.X, area.Min.X, config.X.SoftLimitPos);
-  areaReader.Read("MaxY", area.Max.Y, area.Min.Y, config.Y.SoftLimitPos);
+  ReadPlace(areaReader, "MinX", area.Min.X, area.Min.X, area.Max.X);
+  ReadPlace(areaReader, "MinY", area.Min.Y, area.Min.Y, area.Max.Y);
+  ReadPlace(areaReader, "MaxX", area.Max.X, area.Min.X, area.Max.X);
+  ReadPlace(areaReader, "MaxY", area.Max.Y, area.Min.Y, area.Max.Y);
 
   const TReader originReader = reader.Child("WorkOrigin");
   bool valid = true;
   originReader.Read("Valid", valid);
   TPoint2 origin{std::clamp(0.0, area.Min.X, area.Max.X), std::clamp(0.0, area.Min.Y, area.Max.Y)};
-  originReader.Read("X", origin.X, area.Min.X, area.Max.X);
-  originReader.Read("Y", origin.Y, area.Min.Y, area.Max.Y);
+  ReadPlace(originReader, "X", origin.X, area.Min.X, area.Max.X);
+  ReadPlace(originReader, "Y", origin.Y, area.Min.Y, area.Max.Y);
   config.WorkOrigin = valid ? std::optional(origin) : std::nullopt;
 }
 
