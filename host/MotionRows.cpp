@@ -124,7 +124,7 @@ constexpr TMotionParam kMoveAssist[] = {X(kSetX<&TSmtRaisedMove::FTarget>), Y(kS
 
 constexpr TMotionParam kGasOn[] = {{"branch", "", "gas branch, by gas type", pkWhole, prBranch, 0, 0, 0.0,
                                     kSet<&TSmtGasOnState::FGasBranch>, Required},
-                                   {"pressure", "bar", "pressure to set", pkNumber, prFixed, 0, 40, 0.0,
+                                   {"pressure", "bar", "pressure to set", pkNumber, prPressure, 0, 0, 0.0,
                                     kSet<&TSmtGasOnState::FGasPressure>, Required}};
 
 constexpr TMotionParam kCapCali[] = {Follower(kSet<&TSmtCapCaliMotion::FFollowerIndex>)};

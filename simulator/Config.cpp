@@ -57,16 +57,12 @@ class TReader {
   template <class Number>
   void Read(const char* name, Number& value, Number least, Number most) const {
     Ask(name, value, static_cast<double>(least), static_cast<double>(most));
-    const std::string text = FSection.GetText(name, "");
-    if (text.empty()) return;
-    const std::optional<Number> read = Parse<Number>(text);
-    if (!read)
-      Problem(name, text, std::is_floating_point_v<Number> ? "not a number" : "not a whole number in range");
-    else if (*read < least || *read > most)
-      Problem(name, text,
-              Format("outside %.10g to %.10g", static_cast<double>(least), static_cast<double>(most)).c_str());
-    else
-      value = *read;
+    Judge(name, value, least, most);
+  }
+  // The same with bounds that other values of the file decide.
+  void ReadWithin(const char* name, double& value, double least, double most) const {
+    Ask(name, value, -kFarthest, kFarthest);
+    Judge(name, value, least, most);
   }
   void Read(const char* name, bool& value) const {
     Ask(name, value);
@@ -89,6 +85,22 @@ class TReader {
   }
 
  private:
+  static constexpr double kFarthest = 1e6;  // mm
+
+  template <class Number>
+  void Judge(const char* name, Number& value, Number least, Number most) const {
+    const std::string text = FSection.GetText(name, "");
+    if (text.empty()) return;
+    const std::optional<Number> read = Parse<Number>(text);
+    if (!read)
+      Problem(name, text, std::is_floating_point_v<Number> ? "not a number" : "not a whole number in range");
+    else if (*read < least || *read > most)
+      Problem(name, text,
+              Format("outside %.10g to %.10g", static_cast<double>(least), static_cast<double>(most)).c_str());
+    else
+      value = *read;
+  }
+
   template <class T>
   void Ask(const char* name, const T& value, double least = 0.0, double most = 0.0) const {
     if (FAsked) FAsked->push_back({FSection.Path() + (FSection.Path().empty() ? "" : "/") + name, value, least, most});
@@ -113,7 +125,7 @@ void ReadAxis(const TReader& reader, TSimAxisConfig& axis) {
 }
 
 void ReadSafeZ(const TReader& reader, TSimConfig& config) {
-  reader.Read("SafeZ", config.SafeZ, config.Z.SoftLimitNeg, config.Z.SoftLimitPos);
+  reader.ReadWithin("SafeZ", config.SafeZ, config.Z.SoftLimitNeg, config.Z.SoftLimitPos);
 }
 
 void ReadAxes(const TReader& axes, TSimConfig& config) {
@@ -251,7 +263,7 @@ void ReadPhysics(const TReader& reader, const TSimAxisConfig& z, TSimPhysics& ph
     reader.Problem("SecondFollower", "true", "a machine without Follower has no second one");
   reader.Read("FollowingErrorMs", physics.FollowingErrorMs, 0.0, 100.0);
   double plateZ = physics.PlateZ;
-  reader.Read("PlateZ", plateZ, z.SoftLimitNeg, z.SoftLimitPos);
+  reader.ReadWithin("PlateZ", plateZ, z.SoftLimitNeg, z.SoftLimitPos);
   physics.PlateZ = std::clamp(plateZ, z.SoftLimitNeg, z.SoftLimitPos);
 }
 
@@ -260,17 +272,17 @@ void ReadWork(const TReader& reader, TSimConfig& config) {
   TNcArea& area = config.WorkArea;
   area = {{config.X.SoftLimitNeg, config.Y.SoftLimitNeg}, {config.X.SoftLimitPos, config.Y.SoftLimitPos}};
   const TReader areaReader = reader.Child("WorkArea");
-  areaReader.Read("MinX", area.Min.X, config.X.SoftLimitNeg, config.X.SoftLimitPos);
-  areaReader.Read("MinY", area.Min.Y, config.Y.SoftLimitNeg, config.Y.SoftLimitPos);
-  areaReader.Read("MaxX", area.Max.X, area.Min.X, config.X.SoftLimitPos);
-  areaReader.Read("MaxY", area.Max.Y, area.Min.Y, config.Y.SoftLimitPos);
+  areaReader.ReadWithin("MinX", area.Min.X, config.X.SoftLimitNeg, config.X.SoftLimitPos);
+  areaReader.ReadWithin("MinY", area.Min.Y, config.Y.SoftLimitNeg, config.Y.SoftLimitPos);
+  areaReader.ReadWithin("MaxX", area.Max.X, area.Min.X, config.X.SoftLimitPos);
+  areaReader.ReadWithin("MaxY", area.Max.Y, area.Min.Y, config.Y.SoftLimitPos);
 
   const TReader originReader = reader.Child("WorkOrigin");
   bool valid = true;
   originReader.Read("Valid", valid);
   TPoint2 origin{std::clamp(0.0, area.Min.X, area.Max.X), std::clamp(0.0, area.Min.Y, area.Max.Y)};
-  originReader.Read("X", origin.X, area.Min.X, area.Max.X);
-  originReader.Read("Y", origin.Y, area.Min.Y, area.Max.Y);
+  originReader.ReadWithin("X", origin.X, area.Min.X, area.Max.X);
+  originReader.ReadWithin("Y", origin.Y, area.Min.Y, area.Max.Y);
   config.WorkOrigin = valid ? std::optional(origin) : std::nullopt;
 }
 
