@@ -41,7 +41,7 @@ void TIncList::Clear() {
 
 void TIncList::AddItem(TDot dot) {
   if (!std::isfinite(dot.X) || !std::isfinite(dot.Y)) return;
-  FDots.insert(FDots.begin() + FindIndex(dot.X) + 1, dot);
+  FDots.insert(FDots.begin() + (FindIndex(dot.X) + 1), dot);
   ++FVersion;
 }
 

@@ -1,14 +1,20 @@
 // What recordings of good and faulty valves are judged to be, and recordings that are none.
 #include <cmath>
+#include <cstdlib>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <limits>
+#include <sys/wait.h>
 
 #include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
 
 #include "fixture/TempDir.h"
+#include "host/GasTexts.h"
 #include "host/GasVerdict.h"
 #include "host/HostError.h"
+#include "platform/Locale.h"
 #include "simulator/GasValve.h"
 
 namespace ixocamglue::test {
@@ -68,7 +74,7 @@ TEST(GasVerdict, AGoodValveHasNothingWrongAndTrueFigures) {
   EXPECT_NEAR(FigureOf(gas, "saturation"), full, 0.1);
   TRecordedGas few = gas;  // the curve knows better where the points are far apart
   few.Points = {gas.Points[1], gas.Points[5], gas.Points[19]};
-  few.Table = {{0.0, 0.0}, {0.42, 0.0}, {full, 0.98 * params.Psup}, {10.0, params.Psup}};
+  few.Table = {{0.0, 0.0}, {0.42, 0.0}, {full, 0.99 * params.Psup}, {10.0, params.Psup}};
   EXPECT_NEAR(FigureOf(few, "saturation"), full, 0.1);
   const double rise = StaticBar(params, 3.0 + params.Play) - StaticBar(params, 3.0 - params.Play);
   EXPECT_NEAR(FigureOf(gas, "hysteresis"), rise, 0.3 * rise);
@@ -170,6 +176,47 @@ TEST_F(GasRecordings, WhatIsNoRecordingIsRefusedWithThePlace) {
   EXPECT_EQ(WhyNot(point("[1]")), "gases[1]/points[1]/samples[1]: not a pair of numbers");
   EXPECT_EQ(WhyNot(point("[1,\"a\"]")), "gases[1]/points[1]/samples[1][2]: not a number");
   EXPECT_THROW((void)ReadGasRecording(FDir.Path().string()), THostError);
+}
+
+TEST(GasTexts, EveryTextIsTranslated) {
+  TLocaleReader reader(IXO_LOCALE_DIR);
+  ASSERT_EQ(reader.SelectLanguage("en"), "");
+  for (const auto& texts : {GasTexts(), GasVerdictTexts()}) {
+    EXPECT_THAT(reader.Apply(texts), testing::IsEmpty());
+    for (TText* text : texts) {
+      EXPECT_STRNE(text->Get(), text->Default) << text->Key;
+      text->Set(nullptr);
+    }
+  }
+}
+
+TEST_F(GasRecordings, ACalibratedMachineReachesItsPressuresAndItsRecordingIsJudged) {
+  const auto ixocut = [&](const std::string& arguments) {
+    const int status = std::system(
+        ("cd '" + FDir.Path().string() + "' && '" IXOCUT_BINARY "' gas " + arguments + " >out 2>&1").c_str());
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  };
+  const auto said = [&] {
+    std::ifstream in(FDir.Path() / "out");
+    return std::string(std::istreambuf_iterator<char>(in), {});
+  };
+  EXPECT_EQ(ixocut("pressure --gas O2 --bar 3.5 --state s --lang en"), 1);
+  EXPECT_THAT(said(), testing::HasSubstr("no table in use"));
+  ASSERT_EQ(ixocut("calibrate --gas O2 --nozzle S --size 1.5 --method refined --record gas.json --descend --state s"),
+            0)
+      << said();
+  ASSERT_EQ(ixocut("pressure --gas O2 --bar 3.5 --state s --json"), 0) << said();
+  const auto reached = nlohmann::json::parse(said());
+  EXPECT_NEAR(reached["reachedBar"].get<double>(), 3.5, 0.1);
+  EXPECT_NE(reached["reachedBar"].get<double>(), 3.5);
+  EXPECT_NEAR(reached["sensorBar"].get<double>(), reached["reachedBar"].get<double>() + 0.004, 0.003);
+  EXPECT_EQ(ixocut("pressure --gas O2 --bar 11 --state s"), 2);
+  EXPECT_EQ(ixocut("pressure --gas O2,N2 --bar 1 --state s"), 2);
+  EXPECT_EQ(ixocut("verdict gas.json --lang en"), 0) << said();
+  EXPECT_THAT(said(), testing::HasSubstr("ok hysteresis"));
+  std::ofstream(FFile, std::ios::app) << "}";
+  EXPECT_EQ(ixocut("verdict gas.json"), 3);
+  EXPECT_THAT(said(), testing::HasSubstr("gas.json: no JSON document"));
 }
 
 }  // namespace
