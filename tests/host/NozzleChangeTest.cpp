@@ -74,7 +74,7 @@ const TCase kCases[] = {
     {"ThreadHolds", Fault("rack.jammed"), "(163)", "output 8 off"},
     {"SlotSwitchStuck", Fault("rack.slot-inputs-stuck"), "(163)", "output 8 off"},
     {"OtherSlotEmpty", [](TSimMachine& m) { m.Rack().PutNozzle(1, 0); }, "(164)", "output 8 off"},
-    {"AtTheLimit", Fault("axes.limit"), "(139)", "TurnAxis"},
+    {"AtTheLimit", Fault("axes.limit"), "(139)", "output 6 on"},
     {"NoPlate", Fault("follower.no-plate"), "(151)", "error 0"},
 };
 
