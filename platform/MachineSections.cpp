@@ -129,6 +129,7 @@ void TAxisConfig::Publish(TPublisher& p) {
   p.Field("EncoderDir", EncoderDir, 0, kOptional);
   p.Child("Drive", Drive);
   p.Field("HomeDir", HomeDir, 0, kOptional);
+  p.Field("SafeZ", SafeZ, 10, kOptional);
 }
 
 void TAxesConfig::Publish(TPublisher& p) { p.List("Axis", Items); }

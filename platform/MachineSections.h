@@ -138,6 +138,7 @@ class TAxisConfig : public TXmlSubConfig {
   std::int32_t EncoderDir = 0;
   TAxisDriveConfig Drive;
   std::int32_t HomeDir = 0;
+  double SafeZ = 10.0;  // of Z: there and above, X and Y may travel over the table
 };
 
 class TAxesConfig : public TXmlSubConfig {
