@@ -6,9 +6,9 @@
 #include <string>
 
 #include "bench/Rows.h"
-#include "host/MotionTable.h"
-#include "host/Procedures.h"
 #include "host/Session.h"
+#include "host/procedures/MotionTable.h"
+#include "host/procedures/Procedures.h"
 #include "motion/Usequence.h"
 #include "support/Format.h"
 

@@ -7,7 +7,7 @@
 #include "fixture/Faults.h"
 #include "fixture/Quotes.h"
 #include "fixture/TempDir.h"
-#include "host/ConfigView.h"
+#include "host/config/ConfigView.h"
 #include "platform/MachineConfig.h"
 
 namespace ixocamglue::test {

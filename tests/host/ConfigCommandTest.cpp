@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 
 #include "fixture/TempDir.h"
-#include "host/ConfigCommand.h"
 #include "host/HostError.h"
+#include "host/config/ConfigCommand.h"
 #include "support/Format.h"
 
 namespace ixocamglue::test {

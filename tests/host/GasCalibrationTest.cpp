@@ -10,9 +10,9 @@
 
 #include "fixture/Faults.h"
 #include "fixture/TempDir.h"
-#include "host/GasCalibration.h"
-#include "host/GasTable.h"
-#include "host/Procedures.h"
+#include "host/gas/GasCalibration.h"
+#include "host/gas/GasTable.h"
+#include "host/procedures/Procedures.h"
 
 namespace ixocamglue::test {
 namespace {

@@ -6,7 +6,7 @@
 
 #include "gascal/Refine.h"
 #include "gascal/Ugasdaadjust.h"
-#include "host/GasStudy.h"
+#include "host/gas/GasStudy.h"
 #include "platform/MachineConfig.h"
 #include "simulator/GasFamily.h"
 

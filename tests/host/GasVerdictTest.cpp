@@ -11,9 +11,9 @@
 #include <nlohmann/json.hpp>
 
 #include "fixture/TempDir.h"
-#include "host/GasTexts.h"
-#include "host/GasVerdict.h"
 #include "host/HostError.h"
+#include "host/gas/GasTexts.h"
+#include "host/gas/GasVerdict.h"
 #include "platform/Locale.h"
 #include "simulator/GasValve.h"
 

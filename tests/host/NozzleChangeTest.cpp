@@ -7,9 +7,9 @@
 #include "config/Uassistconfig.h"
 #include "fixture/Machine.h"
 #include "fixture/TempDir.h"
-#include "host/GoProcedures.h"
 #include "host/HostError.h"
-#include "host/NozzleChange.h"
+#include "host/procedures/GoProcedures.h"
+#include "host/procedures/NozzleChange.h"
 #include "simulator/Faults.h"
 
 namespace ixocamglue::test {

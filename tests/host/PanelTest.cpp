@@ -2,8 +2,8 @@
 #include <gmock/gmock.h>
 
 #include "fixture/Machine.h"
-#include "host/PanelHost.h"
-#include "host/TerminalKeys.h"
+#include "host/panel/PanelHost.h"
+#include "host/panel/TerminalKeys.h"
 #include "platform/CutCommands.h"
 
 namespace ixocamglue::test {

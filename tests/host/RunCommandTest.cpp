@@ -11,7 +11,7 @@
 
 #include "fixture/Faults.h"
 #include "fixture/TempDir.h"
-#include "host/MotionTable.h"
+#include "host/procedures/MotionTable.h"
 #include "motion/Ustatemotion.h"
 
 namespace ixocamglue::test {

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "host/Sweep.h"
+#include "host/sweep/Sweep.h"
 #include "support/Format.h"
 
 namespace ixocamglue::test {

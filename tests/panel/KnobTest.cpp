@@ -7,7 +7,7 @@
 #include <gmock/gmock.h>
 
 #include "fixture/TempDir.h"
-#include "host/PanelHost.h"
+#include "host/panel/PanelHost.h"
 #include "panel/Uknob.h"
 #include "platform/JogSections.h"
 #include "platform/MachineConfig.h"

@@ -16,7 +16,7 @@
 #include <modbus/modbus.h>
 
 #include "devcomm/Udevthrdcomm.h"
-#include "host/LinkDoctor.h"
+#include "host/link/LinkDoctor.h"
 #include "platform/FdWait.h"
 #include "simulator/PlcServer.h"
 

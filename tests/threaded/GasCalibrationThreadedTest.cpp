@@ -5,7 +5,7 @@
 
 #include "fixture/Faults.h"
 #include "fixture/TempDir.h"
-#include "host/GasCalibration.h"
+#include "host/gas/GasCalibration.h"
 
 namespace ixocamglue::test {
 namespace {

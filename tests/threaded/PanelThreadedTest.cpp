@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include "host/PanelHost.h"
+#include "host/panel/PanelHost.h"
 #include "platform/CutCommands.h"
 
 namespace ixocamglue::test {

@@ -10,8 +10,8 @@
 #include <gmock/gmock.h>
 
 #include "fixture/TempDir.h"
-#include "host/MotionTable.h"
-#include "host/Shot.h"
+#include "host/procedures/MotionTable.h"
+#include "host/procedures/Shot.h"
 
 namespace ixocamglue::test {
 namespace {

@@ -1,0 +1,12 @@
+#include "host/procedures/Travel.h"
+
+namespace ixocamglue {
+
+TStepType TSmtTravel::DoMotion(std::int32_t) {
+  TNcMotionDriver* const driver = MotionDriver();
+  if (!driver) return Fail();
+  driver->MoveXY(FTarget, FSpeed);
+  return Await(csbtMotion);
+}
+
+}  // namespace ixocamglue
