@@ -9,7 +9,7 @@ namespace ixocamglue {
 // -2 without a motion driver.
 class TSmtTravel : public TSmtAtomic {
  public:
-  static constexpr std::int32_t Cmd = 907;
+  static constexpr std::int32_t Cmd = 911;
   static constexpr std::string_view kClassName = "TSmtTravel";
   std::int32_t GetID() override { return Cmd; }
   std::string GetDesc() override { return "travel"; }
