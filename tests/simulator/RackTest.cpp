@@ -29,7 +29,7 @@ class SimRack : public testing::Test, protected TSimRig {
     FindSimFault(fault)->Apply(Machine);
   }
   void SettleAll() {
-    const auto resting = [this] { return !MotionDriver()->IsBusy() && !GFollower()->IsBusy(); };
+    const auto resting = [] { return !MotionDriver()->IsBusy() && !GFollower()->IsBusy(); };
     for (int i = 0; i < 400 && !resting(); ++i) RunFor(50);
     EXPECT_TRUE(resting());
   }
