@@ -12,11 +12,11 @@
 
 #include <readerwriterqueue/readerwriterqueue.h>
 
-#include "alarms/Almintprt.h"
-#include "alarms/Ualarmdefs.h"
-#include "alarms/Ualarmmanager.h"
 #include "bench/Rows.h"
-#include "platform/Alarmintf.h"
+#include "ixocamglue/alarms/Almintprt.h"
+#include "ixocamglue/alarms/Ualarmdefs.h"
+#include "ixocamglue/alarms/Ualarmmanager.h"
+#include "ixocamglue/platform/ports/Alarmintf.h"
 
 namespace ixocamglue::bench {
 namespace {
@@ -170,7 +170,7 @@ class TReplay {
 class TLookup {
  public:
   TLookup() {
-    FApp.Register(IID_IAlarmInterpreterSvc, std::make_shared<TAlarmDefinitionFiles>(IXO_DATA_DIR "/alarms"));
+    FApp.Register(IID_IAlarmInterpreterSvc, std::make_shared<TAlarmDefinitionFiles>(IXO_SHARE_DIR "/alarms"));
     FInterpreter.emplace();
     FMsg.Texts = TNcAlarmTexts("TPLaser#1", kDesc);
   }

@@ -13,8 +13,8 @@
 #include <pugixml.hpp>
 
 #include "bench/Rows.h"
-#include "config/Uassistconfig.h"
-#include "platform/MachineConfig.h"
+#include "ixocamglue/config/Uassistconfig.h"
+#include "ixocamglue/platform/xml/MachineConfig.h"
 
 namespace ixocamglue::bench {
 namespace {
@@ -32,7 +32,7 @@ class TCopy {
     std::string name = (fs::temp_directory_path() / "ixo-bench-XXXXXX").string();
     Check(mkdtemp(name.data()) != nullptr);
     FFolder = name;
-    fs::copy_file(fs::path(IXO_DATA_DIR) / "machine/machine.xml", File());
+    fs::copy_file(fs::path(IXO_SHARE_DIR) / "machines/machine.xml", File());
   }
   ~TCopy() { fs::remove_all(FFolder); }
   TCopy(const TCopy&) = delete;

@@ -6,13 +6,14 @@
 #include <string>
 
 #include "bench/Rows.h"
-#include "host/Session.h"
-#include "host/procedures/MotionTable.h"
-#include "host/procedures/Procedures.h"
-#include "motion/Usequence.h"
-#include "support/Format.h"
+#include "controller/Session.h"
+#include "controller/procedures/MotionTable.h"
+#include "controller/procedures/Procedures.h"
+#include "ixocamglue/motion/Usequence.h"
+#include "ixocamglue/support/Format.h"
 
 namespace ixocamglue::bench {
+using namespace ixocontroller;
 namespace {
 
 namespace fs = std::filesystem;
@@ -57,7 +58,7 @@ class TFolder {
     std::string name = (fs::temp_directory_path() / "ixo-day-XXXXXX").string();
     if (!mkdtemp(name.data())) throw std::runtime_error("no temporary folder can be made");
     Path = name;
-    fs::copy_file(fs::path(IXO_DATA_DIR) / "machine" / "machine.xml", Path / "machine.xml");
+    fs::copy_file(fs::path(IXO_SHARE_DIR) / "machines" / "machine.xml", Path / "machine.xml");
   }
   ~TFolder() {
     std::error_code ignored;

@@ -20,9 +20,9 @@
 #include <modbus/modbus.h>
 
 #include "bench/Rows.h"
-#include "devcomm/Udevthrdcomm.h"
-#include "platform/Crc.h"
-#include "platform/FdWait.h"
+#include "ixocamglue/devcomm/Udevthrdcomm.h"
+#include "ixocamglue/platform/comm/Crc.h"
+#include "ixocamglue/platform/comm/FdWait.h"
 
 namespace ixocamglue::bench {
 namespace {

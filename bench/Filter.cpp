@@ -5,7 +5,7 @@
 #include <random>
 
 #include "bench/Rows.h"
-#include "monitor/Ucollections.h"
+#include "ixocamglue/monitor/Ucollections.h"
 
 namespace ixocamglue::bench {
 namespace {

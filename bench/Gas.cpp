@@ -5,12 +5,12 @@
 #include <cstdlib>
 
 #include "bench/Rows.h"
-#include "gascal/Ugasdaadjust.h"
-#include "gascal/Uzemgasadjustmodel.h"
-#include "library/Library.h"
-#include "platform/MachineConfig.h"
-#include "platform/NcState.h"
-#include "simulator/Machine.h"
+#include "ixocamglue/Library.h"
+#include "ixocamglue/gascal/Ugasdaadjust.h"
+#include "ixocamglue/gascal/Uzemgasadjustmodel.h"
+#include "ixocamglue/platform/states/NcState.h"
+#include "ixocamglue/platform/xml/MachineConfig.h"
+#include "machines/simulated/Machine.h"
 
 namespace ixocamglue::bench {
 namespace {

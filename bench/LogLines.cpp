@@ -9,7 +9,7 @@
 #include <spdlog/sinks/null_sink.h>
 
 #include "bench/Rows.h"
-#include "platform/Log.h"
+#include "ixocamglue/platform/services/Log.h"
 
 namespace ixocamglue::bench {
 namespace {

@@ -7,12 +7,12 @@
 #include <stdexcept>
 #include <utility>
 
-#include "library/Library.h"
-#include "motion/Ustatemotionbase.h"
-#include "platform/Clock.h"
-#include "platform/CutSystem.h"
-#include "platform/NcParams.h"
-#include "platform/NcState.h"
+#include "ixocamglue/Library.h"
+#include "ixocamglue/motion/Ustatemotionbase.h"
+#include "ixocamglue/platform/ports/CutSystem.h"
+#include "ixocamglue/platform/services/Clock.h"
+#include "ixocamglue/platform/states/NcParams.h"
+#include "ixocamglue/platform/states/NcState.h"
 
 namespace ixocamglue::bench {
 

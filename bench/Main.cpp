@@ -20,7 +20,7 @@
 #include <vector>
 
 #include "bench/Rows.h"
-#include "support/Format.h"
+#include "ixocamglue/support/Format.h"
 
 namespace ixocamglue::bench {
 namespace {

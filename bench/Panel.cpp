@@ -3,10 +3,10 @@
 
 #include "bench/Machine.h"
 #include "bench/Rows.h"
-#include "panel/Kbpmngr.h"
-#include "platform/ForbidTypes.h"
-#include "platform/NcAlarms.h"
-#include "platform/PanelPorts.h"
+#include "ixocamglue/panel/Kbpmngr.h"
+#include "ixocamglue/platform/ports/NcAlarms.h"
+#include "ixocamglue/platform/ports/PanelPorts.h"
+#include "ixocamglue/platform/states/ForbidTypes.h"
 
 namespace ixocamglue::bench {
 namespace {

@@ -3,12 +3,12 @@
 #include <stdexcept>
 
 #include "bench/Rows.h"
-#include "library/Library.h"
-#include "motion/Ustatemotion.h"
-#include "motion/Ustatemotionbase.h"
-#include "platform/NcParams.h"
-#include "platform/NcState.h"
-#include "simulator/Machine.h"
+#include "ixocamglue/Library.h"
+#include "ixocamglue/motion/Ustatemotion.h"
+#include "ixocamglue/motion/Ustatemotionbase.h"
+#include "ixocamglue/platform/states/NcParams.h"
+#include "ixocamglue/platform/states/NcState.h"
+#include "machines/simulated/Machine.h"
 
 namespace ixocamglue::bench {
 namespace {

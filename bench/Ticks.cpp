@@ -10,8 +10,8 @@
 
 #include "bench/Machine.h"
 #include "bench/Rows.h"
-#include "motion/Umotiontexts.h"
-#include "motion/Ustatemotion.h"
+#include "ixocamglue/motion/Umotiontexts.h"
+#include "ixocamglue/motion/Ustatemotion.h"
 
 namespace ixocamglue::bench {
 namespace {

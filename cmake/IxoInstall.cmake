@@ -6,16 +6,14 @@ set_target_properties(ixocamglue PROPERTIES
   VERSION ${PROJECT_VERSION}
   SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}
   VERIFY_INTERFACE_HEADER_SETS ON)
-# Within the headers "support/..." is meant from the folder that holds the floors: the checkout, or include/ixocamglue.
 target_include_directories(ixocamglue PUBLIC
   $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
-  $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>
-  $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/ixocamglue>)
+  $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
 target_compile_features(ixocamglue PUBLIC cxx_std_20)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/IxoCAMGlue)
 install(TARGETS ixocamglue EXPORT IxoCAMGlueTargets
-  FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ixocamglue)
+  FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(EXPORT IxoCAMGlueTargets NAMESPACE IxoCAMGlue:: DESTINATION ${package_dir})
 configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/IxoCAMGlueConfig.cmake.in
   ${PROJECT_BINARY_DIR}/IxoCAMGlueConfig.cmake INSTALL_DESTINATION ${package_dir})
@@ -23,8 +21,4 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/IxoCAMGlueConfigVersion.c
 install(FILES ${PROJECT_BINARY_DIR}/IxoCAMGlueConfig.cmake ${PROJECT_BINARY_DIR}/IxoCAMGlueConfigVersion.cmake
   DESTINATION ${package_dir})
 
-foreach(folder IN ITEMS data locale)
-  if(EXISTS ${PROJECT_SOURCE_DIR}/${folder})
-    install(DIRECTORY ${folder} DESTINATION ${CMAKE_INSTALL_DATADIR}/ixocamglue)
-  endif()
-endforeach()
+install(DIRECTORY share/ DESTINATION ${CMAKE_INSTALL_DATADIR}/ixocamglue)

@@ -6,7 +6,7 @@
 #include <span>
 #include <vector>
 
-#include "devcomm/Umodbuscomm.h"
+#include "ixocamglue/devcomm/Umodbuscomm.h"
 
 namespace ixocamglue::fuzz {
 

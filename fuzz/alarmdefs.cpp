@@ -6,9 +6,9 @@
 #include <memory>
 #include <string>
 
-#include "alarms/Almintprt.h"
-#include "alarms/Ualarmdefs.h"
-#include "platform/Alarmintf.h"
+#include "ixocamglue/alarms/Almintprt.h"
+#include "ixocamglue/alarms/Ualarmdefs.h"
+#include "ixocamglue/platform/ports/Alarmintf.h"
 
 namespace {
 

@@ -8,11 +8,11 @@
 #include <string>
 #include <vector>
 
-#include "alarms/Ualarmfifos.h"
-
-namespace {
+#include "ixocamglue/alarms/Ualarmfifos.h"
 
 using namespace ixocamglue;
+
+namespace {
 
 struct TEvent {
   int Action;

@@ -2,7 +2,7 @@
 #include <stdexcept>
 #include <string_view>
 
-#include "devcomm/Ucommtypes.h"
+#include "ixocamglue/devcomm/Ucommtypes.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace ixocamglue;

@@ -3,9 +3,9 @@
 #include <cstdlib>
 #include <memory>
 
-#include "devcomm/Udevthrdcomm.h"
 #include "fixture/ScriptedComm.h"
-#include "simulator/VirtualClock.h"
+#include "ixocamglue/devcomm/Udevthrdcomm.h"
+#include "ixocamglue/platform/services/VirtualClock.h"
 
 namespace ixocamglue::fuzz {
 namespace {

@@ -9,11 +9,11 @@
 #include <unistd.h>
 #include <vector>
 
-#include "monitor/Usystemmonitorfile.h"
-
-namespace {
+#include "ixocamglue/monitor/Usystemmonitorfile.h"
 
 using namespace ixocamglue;
+
+namespace {
 
 struct TTextSink final : IMonitorSink {
   void Write(std::string_view bytes) override { Text += bytes; }

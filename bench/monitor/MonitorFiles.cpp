@@ -34,7 +34,7 @@
 #pragma GCC diagnostic pop
 
 #include "bench/Allocations.h"
-#include "monitor/Usystemmonitorfile.h"
+#include "ixocamglue/monitor/Usystemmonitorfile.h"
 
 namespace ixocamglue::bench {
 namespace {

@@ -5,11 +5,11 @@
 #include <cstdio>
 #include <mutex>
 
-#include <ixocamglue/library/Library.h>
+#include <ixocamglue/Library.h>
 #include <ixocamglue/motion/Ustatemotion.h>
 #include <ixocamglue/motion/Ustatemotionbase.h>
-#include <ixocamglue/platform/NcParams.h>
-#include <ixocamglue/platform/NcState.h>
+#include <ixocamglue/platform/states/NcParams.h>
+#include <ixocamglue/platform/states/NcState.h>
 
 using namespace ixocamglue;
 

@@ -2,16 +2,16 @@
 
 #include <gtest/gtest.h>
 
-#include "alarms/Almintprt.h"
-#include "alarms/Ualarmdefs.h"
-#include "alarms/Ualarmtexts.h"
 #include "fixture/Faults.h"
 #include "fixture/TempDir.h"
-#include "library/Library.h"
-#include "platform/Alarmintf.h"
-#include "platform/Locale.h"
-#include "platform/LocaleManager.h"
-#include "platform/Log.h"
+#include "ixocamglue/Library.h"
+#include "ixocamglue/alarms/Almintprt.h"
+#include "ixocamglue/alarms/Ualarmdefs.h"
+#include "ixocamglue/alarms/Ualarmtexts.h"
+#include "ixocamglue/platform/ports/Alarmintf.h"
+#include "ixocamglue/platform/services/Locale.h"
+#include "ixocamglue/platform/services/LocaleManager.h"
+#include "ixocamglue/platform/services/Log.h"
 
 namespace ixocamglue::test {
 namespace {
@@ -149,7 +149,7 @@ TEST_F(Interpreter, AMessageIsExplainedOrExplainsItself) {
 }
 
 TEST_F(Interpreter, TheLibraryMakesItOnceAndALanguageRebuildsIt) {
-  TLocaleReader reader(IXO_LOCALE_DIR);
+  TLocaleReader reader(IXO_SHARE_DIR "/locale");
   const TInstalled<TLocaleReader> readerInstalled(reader);
   TLocaleManager manager;
   const TInstalled<TLocaleManager> managerInstalled(manager);
@@ -157,7 +157,7 @@ TEST_F(Interpreter, TheLibraryMakesItOnceAndALanguageRebuildsIt) {
   {
     const TLibrary library;
     EXPECT_THROW(AlarmInterpreter(), std::runtime_error) << "no service: nothing is stored";
-    App.Register(IID_IAlarmInterpreterSvc, std::make_shared<TAlarmDefinitionFiles>(IXO_DATA_DIR "/alarms"));
+    App.Register(IID_IAlarmInterpreterSvc, std::make_shared<TAlarmDefinitionFiles>(IXO_SHARE_DIR "/alarms"));
     TAlarmInterpreter* const made = AlarmInterpreter();
     ASSERT_NE(made, nullptr);
     EXPECT_EQ(AlarmInterpreter(), made);
@@ -176,7 +176,7 @@ TEST_F(Interpreter, TheLibraryMakesItOnceAndALanguageRebuildsIt) {
 TEST(AlarmDefinitions, TheListsAreInOrderAndNameTheSameAlarms) {
   std::vector<std::string> ids[2];
   for (const int language : {0, 1}) {
-    std::ifstream in(std::string(IXO_DATA_DIR) + (language == 0 ? "/alarms/zh.json" : "/alarms/en.json"));
+    std::ifstream in(std::string(IXO_SHARE_DIR) + (language == 0 ? "/alarms/zh.json" : "/alarms/en.json"));
     const std::string json{std::istreambuf_iterator<char>(in), {}};
     EXPECT_EQ(CheckAlarmDefinitions(json), TTexts{});
     for (std::size_t at = 0; (at = json.find("\"HelpID\": ", at)) != std::string::npos; ++at)
@@ -184,7 +184,7 @@ TEST(AlarmDefinitions, TheListsAreInOrderAndNameTheSameAlarms) {
   }
   EXPECT_EQ(ids[0], ids[1]);
   TMachineConfig machine;
-  ASSERT_EQ(machine.Load(IXO_DATA_DIR "/machine/machine.xml"), "");
+  ASSERT_EQ(machine.Load(IXO_SHARE_DIR "/machines/machine.xml"), "");
   EXPECT_EQ(CheckAlarmsSection(machine.Section("Alarms")), TTexts{});
 }
 

@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include "alarms/Xmlist.h"
+#include "ixocamglue/alarms/Xmlist.h"
 
 namespace ixocamglue::test {
 namespace {

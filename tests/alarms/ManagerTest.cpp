@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
 
-#include "alarms/Ualarmmanager.h"
 #include "fixture/Faults.h"
 #include "fixture/TempDir.h"
-#include "platform/Alarmintf.h"
-#include "platform/Log.h"
+#include "ixocamglue/alarms/Ualarmmanager.h"
+#include "ixocamglue/platform/ports/Alarmintf.h"
+#include "ixocamglue/platform/services/Log.h"
 
 namespace ixocamglue::test {
 namespace {

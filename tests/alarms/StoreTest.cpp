@@ -2,11 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include "alarms/store/AlarmHistory.h"
-#include "alarms/store/AlarmStore.h"
 #include "fixture/Faults.h"
 #include "fixture/TempDir.h"
-#include "simulator/VirtualClock.h"
+#include "ixocamglue/alarms/store/AlarmHistory.h"
+#include "ixocamglue/alarms/store/AlarmStore.h"
+#include "ixocamglue/platform/services/VirtualClock.h"
 
 namespace ixocamglue::test {
 namespace {

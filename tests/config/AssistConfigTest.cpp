@@ -3,14 +3,15 @@
 
 #include <gtest/gtest.h>
 
-#include "config/Uassistconfig.h"
+#include "controller/config/ConfigView.h"
 #include "fixture/Faults.h"
 #include "fixture/Quotes.h"
 #include "fixture/TempDir.h"
-#include "host/config/ConfigView.h"
-#include "platform/MachineConfig.h"
+#include "ixocamglue/config/Uassistconfig.h"
+#include "ixocamglue/platform/xml/MachineConfig.h"
 
 namespace ixocamglue::test {
+using namespace ixocontroller;
 namespace {
 
 class AssistConfig : public testing::Test {

@@ -2,10 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include "config/Libmachinecfg.h"
-#include "config/Ucamglue.h"
 #include "fixture/Quotes.h"
 #include "fixture/TempDir.h"
+#include "ixocamglue/config/Libmachinecfg.h"
+#include "ixocamglue/config/Ucamglue.h"
 
 namespace ixocamglue::test {
 namespace {

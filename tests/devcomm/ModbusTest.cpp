@@ -2,10 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include "devcomm/Udevthrdcomm.h"
 #include "fixture/CommWorld.h"
-#include "platform/Crc.h"
-#include "simulator/LoadingPlc.h"
+#include "ixocamglue/devcomm/Udevthrdcomm.h"
+#include "ixocamglue/platform/comm/Crc.h"
+#include "machines/simulated/LoadingPlc.h"
 
 namespace ixocamglue::test {
 namespace {

@@ -2,9 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include "devcomm/Udevthrdcomm.h"
 #include "fixture/CommWorld.h"
-#include "platform/SerialSettings.h"
+#include "ixocamglue/devcomm/Udevthrdcomm.h"
+#include "ixocamglue/platform/comm/SerialSettings.h"
 
 namespace ixocamglue::test {
 namespace {

@@ -5,14 +5,14 @@
 
 #include <gmock/gmock.h>
 
-#include "config/Libmachinecfg.h"
 #include "fixture/Faults.h"
 #include "fixture/TempDir.h"
-#include "gascal/Uzemgasadjustmodel.h"
-#include "gascal/Uzemgasadjuststate.h"
-#include "platform/MachineConfig.h"
-#include "platform/MotionDriver.h"
-#include "simulator/VirtualClock.h"
+#include "ixocamglue/config/Libmachinecfg.h"
+#include "ixocamglue/gascal/Uzemgasadjustmodel.h"
+#include "ixocamglue/gascal/Uzemgasadjuststate.h"
+#include "ixocamglue/platform/ports/MotionDriver.h"
+#include "ixocamglue/platform/services/VirtualClock.h"
+#include "ixocamglue/platform/xml/MachineConfig.h"
 
 namespace ixocamglue::test {
 namespace {

@@ -7,8 +7,8 @@
 
 #include "fixture/Faults.h"
 #include "fixture/TempDir.h"
-#include "gascal/Ugasnozzcaliconfig.h"
-#include "platform/MachineConfig.h"
+#include "ixocamglue/gascal/Ugasnozzcaliconfig.h"
+#include "ixocamglue/platform/xml/MachineConfig.h"
 
 namespace ixocamglue::test {
 namespace {

@@ -6,8 +6,8 @@
 #include <gmock/gmock.h>
 
 #include "fixture/Faults.h"
-#include "gascal/Ugasdaadjust.h"
-#include "platform/MachineConfig.h"
+#include "ixocamglue/gascal/Ugasdaadjust.h"
+#include "ixocamglue/platform/xml/MachineConfig.h"
 
 namespace ixocamglue::test {
 namespace {

@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include "monitor/Ucollections.h"
+#include "ixocamglue/monitor/Ucollections.h"
 
 namespace ixocamglue::test {
 namespace {

@@ -3,11 +3,11 @@
 #include <gtest/gtest.h>
 
 #include "fixture/Faults.h"
-#include "monitor/Umonitortexts.h"
-#include "platform/AppSys.h"
-#include "platform/Log.h"
-#include "platform/MachineConfig.h"
-#include "platform/MotionDriver.h"
+#include "ixocamglue/monitor/Umonitortexts.h"
+#include "ixocamglue/platform/ports/MotionDriver.h"
+#include "ixocamglue/platform/services/AppSys.h"
+#include "ixocamglue/platform/services/Log.h"
+#include "ixocamglue/platform/xml/MachineConfig.h"
 #include "tests/monitor/MonitorFiles.h"
 
 namespace ixocamglue::test {

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "fixture/TempDir.h"
-#include "monitor/Usystemmonitorfile.h"
+#include "ixocamglue/monitor/Usystemmonitorfile.h"
 
 namespace ixocamglue::test {
 

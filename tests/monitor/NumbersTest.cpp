@@ -7,9 +7,9 @@
 
 #include <gtest/gtest.h>
 
-#include "monitor/Umonitordataline.h"
-#include "monitor/Umonitornumbers.h"
-#include "support/Format.h"
+#include "ixocamglue/monitor/Umonitordataline.h"
+#include "ixocamglue/monitor/Umonitornumbers.h"
+#include "ixocamglue/support/Format.h"
 #include "tests/monitor/MonitorFiles.h"
 
 namespace ixocamglue::test {

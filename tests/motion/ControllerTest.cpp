@@ -2,7 +2,7 @@
 #include <deque>
 
 #include "fixture/Machine.h"
-#include "support/Format.h"
+#include "ixocamglue/support/Format.h"
 
 namespace ixocamglue::test {
 namespace {

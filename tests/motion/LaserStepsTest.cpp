@@ -1,6 +1,6 @@
 #include "fixture/Allocations.h"
 #include "fixture/Machine.h"
-#include "motion/Ulasersteps.h"
+#include "ixocamglue/motion/Ulasersteps.h"
 
 namespace ixocamglue::test {
 namespace {

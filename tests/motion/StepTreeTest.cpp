@@ -4,11 +4,11 @@
 #include <gtest/gtest.h>
 
 #include "fixture/Faults.h"
-#include "motion/Usequence.h"
-#include "motion/Ustatemotion.h"
-#include "motion/Ustatemotionbase.h"
-#include "platform/MachineConfig.h"
-#include "support/Format.h"
+#include "ixocamglue/motion/Usequence.h"
+#include "ixocamglue/motion/Ustatemotion.h"
+#include "ixocamglue/motion/Ustatemotionbase.h"
+#include "ixocamglue/platform/xml/MachineConfig.h"
+#include "ixocamglue/support/Format.h"
 
 namespace ixocamglue::test {
 namespace {

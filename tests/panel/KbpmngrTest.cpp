@@ -5,9 +5,9 @@
 #include <gmock/gmock.h>
 
 #include "fixture/TempDir.h"
-#include "panel/Kbpforms.h"
-#include "panel/Kbpmngr.h"
-#include "panel/PanelRig.h"
+#include "ixocamglue/panel/Kbpforms.h"
+#include "ixocamglue/panel/Kbpmngr.h"
+#include "tests/panel/PanelRig.h"
 
 namespace ixocamglue::test {
 namespace {

@@ -7,14 +7,15 @@
 #include <gmock/gmock.h>
 
 #include "fixture/TempDir.h"
-#include "host/panel/PanelHost.h"
-#include "panel/Uknob.h"
-#include "platform/JogSections.h"
-#include "platform/MachineConfig.h"
-#include "platform/NcParams.h"
-#include "support/Faults.h"
+#include "ixocamglue/panel/Uknob.h"
+#include "ixocamglue/platform/states/NcParams.h"
+#include "ixocamglue/platform/xml/JogSections.h"
+#include "ixocamglue/platform/xml/MachineConfig.h"
+#include "ixocamglue/support/Faults.h"
+#include "ixocut/panel/PanelHost.h"
 
 namespace ixocamglue::test {
+using namespace ixocut;
 namespace {
 
 using testing::HasSubstr;

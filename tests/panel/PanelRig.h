@@ -7,18 +7,18 @@
 #include <vector>
 
 #include "fixture/Faults.h"
-#include "panel/Kbpmngr.h"
-#include "platform/AppSys.h"
-#include "platform/Clock.h"
-#include "platform/CutSystem.h"
-#include "platform/ForbidTypes.h"
-#include "platform/Log.h"
-#include "platform/MachineConfig.h"
-#include "platform/NcParams.h"
-#include "platform/PanelPorts.h"
-#include "simulator/Alarms.h"
-#include "simulator/VirtualClock.h"
-#include "support/Format.h"
+#include "ixocamglue/panel/Kbpmngr.h"
+#include "ixocamglue/platform/ports/CutSystem.h"
+#include "ixocamglue/platform/ports/PanelPorts.h"
+#include "ixocamglue/platform/services/AppSys.h"
+#include "ixocamglue/platform/services/Clock.h"
+#include "ixocamglue/platform/services/Log.h"
+#include "ixocamglue/platform/services/VirtualClock.h"
+#include "ixocamglue/platform/states/ForbidTypes.h"
+#include "ixocamglue/platform/states/NcParams.h"
+#include "ixocamglue/platform/xml/MachineConfig.h"
+#include "ixocamglue/support/Format.h"
+#include "machines/simulated/Alarms.h"
 
 namespace ixocamglue::test {
 

@@ -9,8 +9,8 @@
 
 #include "fixture/CrashDisk.h"
 #include "fixture/TempDir.h"
-#include "platform/XmlConfig.h"
-#include "support/Format.h"
+#include "ixocamglue/platform/xml/XmlConfig.h"
+#include "ixocamglue/support/Format.h"
 
 namespace ixocamglue::test {
 namespace {

@@ -4,10 +4,10 @@
 #include <gtest/gtest.h>
 
 #include "fixture/Faults.h"
-#include "platform/AppSys.h"
-#include "platform/NcState.h"
-#include "simulator/VirtualClock.h"
-#include "support/Format.h"
+#include "ixocamglue/platform/services/AppSys.h"
+#include "ixocamglue/platform/services/VirtualClock.h"
+#include "ixocamglue/platform/states/NcState.h"
+#include "ixocamglue/support/Format.h"
 
 namespace ixocamglue::test {
 namespace {

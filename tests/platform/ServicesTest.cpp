@@ -6,12 +6,12 @@
 
 #include "fixture/Faults.h"
 #include "fixture/TempDir.h"
-#include "platform/AppSys.h"
-#include "platform/Clock.h"
-#include "platform/Locale.h"
-#include "platform/Log.h"
-#include "platform/MachineConfig.h"
-#include "platform/NcParams.h"
+#include "ixocamglue/platform/services/AppSys.h"
+#include "ixocamglue/platform/services/Clock.h"
+#include "ixocamglue/platform/services/Locale.h"
+#include "ixocamglue/platform/services/Log.h"
+#include "ixocamglue/platform/states/NcParams.h"
+#include "ixocamglue/platform/xml/MachineConfig.h"
 
 namespace ixocamglue::test {
 namespace {

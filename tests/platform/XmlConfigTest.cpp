@@ -6,7 +6,7 @@
 #include "fixture/Faults.h"
 #include "fixture/Quotes.h"
 #include "fixture/TempDir.h"
-#include "platform/XmlConfig.h"
+#include "ixocamglue/platform/xml/XmlConfig.h"
 
 namespace ixocamglue::test {
 namespace {

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "fixture/Faults.h"
-#include "support/Format.h"
+#include "ixocamglue/support/Format.h"
 
 namespace ixocamglue::test {
 namespace {

@@ -9,13 +9,13 @@
 
 #include <gtest/gtest.h>
 
-#include "alarms/Almintprt.h"
-#include "alarms/Ualarmdefs.h"
-#include "alarms/Ualarmmanager.h"
-#include "library/Library.h"
-#include "platform/Alarmintf.h"
-#include "platform/Locale.h"
-#include "platform/LocaleManager.h"
+#include "ixocamglue/Library.h"
+#include "ixocamglue/alarms/Almintprt.h"
+#include "ixocamglue/alarms/Ualarmdefs.h"
+#include "ixocamglue/alarms/Ualarmmanager.h"
+#include "ixocamglue/platform/ports/Alarmintf.h"
+#include "ixocamglue/platform/services/Locale.h"
+#include "ixocamglue/platform/services/LocaleManager.h"
 
 namespace ixocamglue::test {
 namespace {
@@ -123,11 +123,11 @@ TEST(AlarmThreads, TheManagerMayEndAndConsumersComeAndGoInTheMiddleOfAFlood) {
 TEST(AlarmThreads, LookupsSeeWholeTextsWhileTheLanguageChanges) {
   TAppSys app;
   const TInstalled<TAppSys> appInstalled(app);
-  TLocaleReader reader(IXO_LOCALE_DIR);
+  TLocaleReader reader(IXO_SHARE_DIR "/locale");
   const TInstalled<TLocaleReader> readerInstalled(reader);
   TLocaleManager languages;
   const TInstalled<TLocaleManager> languagesInstalled(languages);
-  app.Register(IID_IAlarmInterpreterSvc, std::make_shared<TAlarmDefinitionFiles>(IXO_DATA_DIR "/alarms"));
+  app.Register(IID_IAlarmInterpreterSvc, std::make_shared<TAlarmDefinitionFiles>(IXO_SHARE_DIR "/alarms"));
   const TLibrary library;
   std::atomic<bool> stop{false};
   std::vector<std::thread> readers;

@@ -15,14 +15,15 @@
 #include <gtest/gtest.h>
 #include <modbus/modbus.h>
 
-#include "devcomm/Udevthrdcomm.h"
-#include "host/link/LinkDoctor.h"
-#include "platform/FdWait.h"
-#include "simulator/PlcServer.h"
+#include "controller/links/LinkDoctor.h"
+#include "ixocamglue/devcomm/Udevthrdcomm.h"
+#include "ixocamglue/platform/comm/FdWait.h"
+#include "machines/simulated/PlcServer.h"
 
 extern char** environ;
 
 namespace ixocamglue::test {
+using namespace ixocontroller;
 namespace {
 
 // A pseudo-terminal; whoever holds the master's side is the other end of the wire.

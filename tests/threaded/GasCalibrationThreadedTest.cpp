@@ -3,11 +3,12 @@
 
 #include <gtest/gtest.h>
 
+#include "controller/gas/GasCalibration.h"
 #include "fixture/Faults.h"
 #include "fixture/TempDir.h"
-#include "host/gas/GasCalibration.h"
 
 namespace ixocamglue::test {
+using namespace ixocontroller;
 namespace {
 
 TEST(GasCalibrationThreaded, ReadersAndAStopMeetTheStateThread) {

@@ -5,10 +5,11 @@
 
 #include <gtest/gtest.h>
 
-#include "host/panel/PanelHost.h"
-#include "platform/CutCommands.h"
+#include "ixocamglue/platform/ports/CutCommands.h"
+#include "ixocut/panel/PanelHost.h"
 
 namespace ixocamglue::test {
+using namespace ixocut;
 namespace {
 
 TSessionOptions Realtime() {

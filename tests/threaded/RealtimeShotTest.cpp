@@ -9,11 +9,13 @@
 
 #include <gmock/gmock.h>
 
+#include "controller/procedures/MotionTable.h"
 #include "fixture/TempDir.h"
-#include "host/procedures/MotionTable.h"
-#include "host/procedures/Shot.h"
+#include "ixocut/procedures/Shot.h"
 
 namespace ixocamglue::test {
+using namespace ixocontroller;
+using namespace ixocut;
 namespace {
 
 class RealtimeShot : public testing::Test {

@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "fixture/Machine.h"
-#include "motion/Umotiontexts.h"
+#include "ixocamglue/motion/Umotiontexts.h"
 
 namespace ixocamglue::test {
 namespace {
@@ -22,7 +22,7 @@ void StartUp(TSession& session) {
 TEST(SessionThreaded, OtherThreadsStopAskLogAndTranslateWhileProceduresRun) {
   TSessionOptions options;
   options.Realtime = true;
-  options.LocaleFolder = IXO_LOCALE_DIR;
+  options.LocaleFolder = IXO_SHARE_DIR "/locale";
   options.Adjust = [](TSimConfig& config) {
     config.Physics.EmissionDelayMs = 5;
     config.Physics.EmissionJitterMs = 0;

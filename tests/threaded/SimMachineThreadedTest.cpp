@@ -5,9 +5,9 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/Clock.h"
-#include "platform/NcState.h"
-#include "simulator/Machine.h"
+#include "ixocamglue/platform/services/Clock.h"
+#include "ixocamglue/platform/states/NcState.h"
+#include "machines/simulated/Machine.h"
 
 namespace ixocamglue::test {
 namespace {

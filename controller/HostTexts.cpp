@@ -1,0 +1,65 @@
+#include "controller/HostTexts.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace ixocontroller {
+
+constinit TText SRowState{"IxoCut", "SRowState", "状态"};
+constinit TText SRowEmission{"IxoCut", "SRowEmission", "光闸"};
+constinit TText SRowLaser{"IxoCut", "SRowLaser", "激光"};
+constinit TText SRowGas{"IxoCut", "SRowGas", "气体"};
+
+constinit TText SShotTitle{"IxoCut", "SShotTitle", "%s：%d 毫秒"};
+constinit TText SShotEnded{"IxoCut", "SShotEnded", "%s，用时 %d 毫秒"};
+constinit TText SShotTooEarly{"IxoCut", "SShotTooEarly", "%s %d：程序在此之前已结束"};
+constinit TText SShotNotDark{"IxoCut", "SShotNotDark", "程序结束后激光或光闸仍未关闭"};
+
+constinit TText SEndSuccess{"IxoCut", "SEndSuccess", "执行成功"};
+constinit TText SEndStopped{"IxoCut", "SEndStopped", "已停止"};
+constinit TText SEndPaused{"IxoCut", "SEndPaused", "已暂停"};
+constinit TText SEndAlarm{"IxoCut", "SEndAlarm", "因报警结束"};
+constinit TText SEndError{"IxoCut", "SEndError", "执行出错：%s"};
+constinit TText SEndRefused{"IxoCut", "SEndRefused", "未能进入执行状态"};
+constinit TText SEndNever{"IxoCut", "SEndNever", "未在时限内结束"};
+
+constinit TText SAskedAlarm{"IxoCut", "SAskedAlarm", "命令行要求的报警：禁止运动"};
+constinit TText SSignalStop{"IxoCut", "SSignalStop", "收到中断信号，停止执行"};
+
+constinit TText SWatchBusy{"IxoCut", "SWatchBusy", "等待条件已持续 %d 毫秒（上限 %d 毫秒）"};
+constinit TText SWatchEmission{"IxoCut", "SWatchEmission", "请求开光闸 %d 毫秒后光闸仍未打开（上限 %d 毫秒）"};
+constinit TText SWatchLaser{"IxoCut", "SWatchLaser", "激光已持续打开 %d 毫秒（上限 %d 毫秒）"};
+constinit TText SWatchGas{"IxoCut", "SWatchGas", "气体已持续打开 %d 毫秒（上限 %d 毫秒）"};
+constinit TText SWatchBeat{"IxoCut", "SWatchBeat", "状态线程已 %d 毫秒没有心跳（上限 %d 毫秒）"};
+constinit TText SWatchEmergency{"IxoCut", "SWatchEmergency", "急停"};
+constinit TText SWatchAlarm{"IxoCut", "SWatchAlarm", "监视：%s；报警"};
+constinit TText SWatchStop{"IxoCut", "SWatchStop", "监视：%s；停止执行"};
+constinit TText SWatchLatch{"IxoCut", "SWatchLatch", "监视：%s；锁定激光，需手动复位"};
+
+constinit TText SLinesDropped{"IxoCut", "SLinesDropped", "日志队列已满，丢失 %d 行"};
+
+constinit TText SRunSteps{"IxoCut", "SRunSteps", "步骤（开始、用时，毫秒）："};
+constinit TText SRunPath{"IxoCut", "SRunPath", "路径长度：XY %s 毫米，Z %s 毫米"};
+constinit TText SRunStillOn{"IxoCut", "SRunStillOn", "仍然打开：%s"};
+constinit TText SRunFailed{"IxoCut", "SRunFailed", "执行出错"};
+constinit TText SRunFailedAt{"IxoCut", "SRunFailedAt", "出错的步骤（由外到内）："};
+constinit TText SRowOutput{"IxoCut", "SRowOutput", "输出口"};
+constinit TText SRowFollow{"IxoCut", "SRowFollow", "跟随"};
+constinit TText SPlotPath{"IxoCut", "SPlotPath", "XY 路径（毫米）"};
+constinit TText SPlotZ{"IxoCut", "SPlotZ", "Z（毫米）"};
+constinit TText SPlotSignals{"IxoCut", "SPlotSignals", "信号"};
+
+std::span<TText* const> HostTexts() {
+  static constexpr TText* kTexts[] = {
+      &SRowState,    &SRowEmission,    &SRowLaser,   &SRowGas,      &SShotTitle,     &SShotEnded,    &SShotTooEarly,
+      &SShotNotDark, &SEndSuccess,     &SEndStopped, &SEndPaused,   &SEndAlarm,      &SEndError,     &SEndRefused,
+      &SEndNever,    &SAskedAlarm,     &SSignalStop, &SWatchBusy,   &SWatchEmission, &SWatchLaser,   &SWatchGas,
+      &SWatchBeat,   &SWatchEmergency, &SWatchAlarm, &SWatchStop,   &SWatchLatch,    &SLinesDropped, &SRunSteps,
+      &SRunPath,     &SRunStillOn,     &SRunFailed,  &SRunFailedAt, &SRowOutput,     &SRowFollow,    &SPlotPath,
+      &SPlotZ,       &SPlotSignals};
+  return kTexts;
+}
+
+int ShownMs(std::uint64_t ms) { return static_cast<int>(std::min<std::uint64_t>(ms, std::numeric_limits<int>::max())); }
+
+}  // namespace ixocontroller

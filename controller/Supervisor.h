@@ -1,0 +1,97 @@
+// The supervisor: watches the running machine from outside the machine logic and steps in when something lasts too
+// long.
+//
+// One round per 20 ms of the clock, on a thread of its own or called by a virtual clock; one caller at a time. Apart
+// from its actions a round reads atomics only, so nothing that hangs can hold it up. Times are monotonic ms.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <thread>
+
+#include "ixocamglue/platform/services/Clock.h"
+#include "ixocamglue/platform/states/NcWatch.h"
+#include "machines/simulated/Config.h"
+
+namespace ixocontroller {
+using namespace ixocamglue;
+
+// ms; see the machine file's sections "Supervisor" and "Laser".
+struct TSupervisorLimits {
+  std::uint64_t BusyLimitMs = 600'000;    // one busy condition
+  std::uint64_t EmissionOnDelay = 5'000;  // emission asked for and absent: this
+  std::uint64_t EmissionExtraMs = 1'000;  // and this
+  std::uint64_t LaserOnLimitMs = 62'000;
+  std::uint64_t GasOnLimitMs = 1'800'000;
+  std::uint64_t HeartbeatLimitMs = 1'000;  // only outside standby
+  std::uint64_t StepMs = 1'000;            // from one action to the next
+
+  [[nodiscard]] static TSupervisorLimits From(const TSimConfig& config);
+};
+
+// Called with the reason, an operator text. What one throws is logged and changes nothing.
+struct TSupervisorActions {
+  std::function<void(const std::string& reason)> Alarm;  // raises an alarm that ends the procedure
+  std::function<void(const std::string& reason)> Stop;   // stops the procedure
+  std::function<void(const std::string& reason)> Latch;  // laser and emission off until reset by hand
+};
+
+inline constexpr std::uint32_t kSupervisorRoundMs = 20;
+inline constexpr const char* kSupervisorAlarmPrefix = "TPSupervisor";
+
+//   something is broken     | since    | action
+//   ------------------------+----------+--------
+//   first seen              | 0        | Alarm
+//   still, or another thing | StepMs   | Stop
+//   still, or another thing | 2 StepMs | Latch
+//   nothing any more        |          | the next time starts with Alarm again
+class TSupervisor {
+ public:
+  // `state` gives the number of the current machine state and reads an atomic. `watch` outlives the supervisor.
+  TSupervisor(const TNcWatch& watch, std::function<std::int32_t()> state, TSupervisorLimits limits,
+              TSupervisorActions actions);
+
+  void Round(std::uint64_t nowMs);
+  // Stop and latch at once, past everything else. Any thread, also during a round.
+  void EmergencyStop();
+
+ private:
+  enum class TRung : std::uint8_t { Watching, Alarmed, Stopped, Latched };
+
+  [[nodiscard]] std::optional<std::string> Broken(std::uint64_t nowMs) const;
+  void Climb(const std::string& reason, std::uint64_t nowMs);
+
+  // constant after construction
+  const TNcWatch& FWatch;
+  const std::function<std::int32_t()> FState;
+  const TSupervisorLimits FLimits;
+  const TSupervisorActions FActions;
+
+  TRung FRung = TRung::Watching;
+  std::uint64_t FNextAt = 0;  // when the next rung is due
+};
+
+// Calls `round` with the monotonic time every `periodMs` until destroyed. What a round throws is logged.
+class TRoundThread {
+ public:
+  // `name`: at most 15 characters.
+  TRoundThread(const char* name, std::uint32_t periodMs, std::function<void(std::uint64_t nowMs)> round);
+  ~TRoundThread();
+  TRoundThread(const TRoundThread&) = delete;
+  TRoundThread& operator=(const TRoundThread&) = delete;
+
+ private:
+  TStop FStop;
+  std::thread FThread;
+};
+
+class TSupervisorThread : public TRoundThread {
+ public:
+  explicit TSupervisorThread(TSupervisor& supervisor)
+      : TRoundThread("ixo-supervisor", kSupervisorRoundMs,
+                     [&supervisor](std::uint64_t now) { supervisor.Round(now); }) {}
+};
+
+}  // namespace ixocontroller

@@ -1,0 +1,360 @@
+#include "controller/config/ConfigView.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Nearest.h"
+
+namespace ixocontroller {
+namespace {
+
+template <class T>
+constexpr const char* kTypeName = nullptr;
+template <>
+constexpr const char* kTypeName<bool> = "Boolean";
+template <>
+constexpr const char* kTypeName<std::int32_t> = "Integer";
+template <>
+constexpr const char* kTypeName<std::uint32_t> = "Cardinal";
+template <>
+constexpr const char* kTypeName<double> = "Double";
+template <>
+constexpr const char* kTypeName<long double> = "Extended";
+template <>
+constexpr const char* kTypeName<std::string> = "string";
+
+std::string RangeText(const TFieldRule& rule) {
+  if (std::isinf(rule.Min) && std::isinf(rule.Max)) return {};
+  return Format("%.10g..%.10g", rule.Min, rule.Max);
+}
+
+std::string Joined(const std::string& path, std::string_view name) {
+  return path.empty() ? std::string(name) : path + "/" + std::string(name);
+}
+
+class TViewer final : public TFieldPublisher<TViewer> {
+ public:
+  TViewer(std::vector<TPropertyView>& out, std::string path, bool schema, bool isItem)
+      : FOut(out), FPath(std::move(path)), FSchema(schema), FIsItem(isItem) {}
+
+  static void Visit(TXmlSubConfig& record, std::vector<TPropertyView>& out, const std::string& path, bool schema,
+                    bool isItem) {
+    TViewer viewer(out, path, schema, isItem);
+    record.Publish(viewer);
+    for (const auto& [name, sub] : record.SubConfigs()) Visit(*sub, out, Joined(path, name), schema, isItem);
+  }
+
+  template <class T, class D>
+  void Value(TPropName name, T& value, const D& def, const TFieldRule& rule) {
+    FOut.push_back(
+        {Joined(FPath, name.Text), kTypeName<T>, ValueText(T(def)), ValueText(value), RangeText(rule), FIsItem});
+  }
+  void Child(TPropName name, TXmlSubConfig& child) override {
+    Visit(child, FOut, Joined(FPath, name.Text), FSchema, FIsItem);
+  }
+  void List(TPropName itemName, TXmlListBase& list) override {
+    if (FSchema) {
+      const auto item = list.MakeItem();
+      return Visit(*item, FOut, Joined(FPath, itemName.Text) + "[]", FSchema, true);
+    }
+    for (std::size_t i = 0; i < list.Size(); ++i)
+      Visit(list.At(i), FOut, Format("%s[%zu]", Joined(FPath, itemName.Text).c_str(), i + 1), FSchema, true);
+  }
+  void Indexed(TPropName prefix, std::map<std::int32_t, std::string>& texts) override {
+    const std::string path = Joined(FPath, prefix.Text);
+    if (FSchema) FOut.push_back({path + "<n>", "string", "", "", "", true});
+    if (FSchema) return;
+    for (const auto& [index, text] : texts) FOut.push_back({path + ValueText(index), "string", "", text, "", true});
+  }
+
+ private:
+  std::vector<TPropertyView>& FOut;
+  const std::string FPath;
+  const bool FSchema;
+  const bool FIsItem;
+};
+
+// The record at the front of `path`, with what is left of it; null with the reason in `problem`.
+class TFinder final : public TFieldPublisher<TFinder> {
+ public:
+  explicit TFinder(std::string_view part) : FPart(part) {}
+  template <class T, class D>
+  void Value(TPropName, T&, const D&, const TFieldRule&) {}
+  void Child(TPropName name, TXmlSubConfig& child) override {
+    if (!Found && SameFolded(name.Text, FPart)) Found = &child;
+  }
+  void List(TPropName itemName, TXmlListBase& list) override {
+    const auto bracket = FPart.find('[');
+    if (Found || bracket == std::string_view::npos || !FPart.ends_with(']')) return;
+    if (!SameFolded(itemName.Text, FPart.substr(0, bracket))) return;
+    const auto number = ParseNumber<std::uint32_t>(FPart.substr(bracket + 1, FPart.size() - bracket - 2));
+    if (number && *number >= 1 && *number <= list.Size()) Found = &list.At(*number - 1);
+  }
+  TXmlSubConfig* Found = nullptr;
+
+ private:
+  const std::string_view FPart;
+};
+
+// The names that a record knows.
+class TNames final : public TFieldPublisher<TNames> {
+ public:
+  template <class T, class D>
+  void Value(TPropName name, T&, const D&, const TFieldRule& rule) {
+    Values.push_back(
+        {name.Text, kTypeName<T>, RangeText(rule), [rule](std::string_view text) {
+           if constexpr (std::is_same_v<T, std::string>) {
+             (void)rule;  // any text will do
+             return TVerdict::Good;
+           } else {
+             if (TrimXml(text).empty()) return TVerdict::Good;
+             const auto value = ParseValue<T>(text);
+             return !value ? TVerdict::Unreadable : rule.Allows(*value) ? TVerdict::Good : TVerdict::Outside;
+           }
+         }});
+  }
+  void Child(TPropName name, TXmlSubConfig& child) override { Children.push_back({name.Text, &child}); }
+  void List(TPropName itemName, TXmlListBase& list) override { Lists.push_back({itemName.Text, list.MakeItem()}); }
+  void Indexed(TPropName prefix, std::map<std::int32_t, std::string>&) override { Prefixes.push_back(prefix.Text); }
+  void WriteOnly(TPropName name, const std::string&) override { Ignored.push_back(name.Text); }
+
+  enum class TVerdict : std::uint8_t { Good, Unreadable, Outside };
+  struct TValue {
+    std::string_view Name;
+    const char* Type;
+    std::string Range;
+    std::function<TVerdict(std::string_view)> Judge;
+  };
+  struct TChild {
+    std::string_view Name;
+    TXmlSubConfig* Record;
+  };
+  struct TItem {
+    std::string_view Name;
+    std::unique_ptr<TXmlSubConfig> Record;
+  };
+  std::vector<TValue> Values;
+  std::vector<TChild> Children;
+  std::vector<TItem> Lists;
+  std::vector<std::string_view> Prefixes;
+  std::vector<std::string_view> Ignored;
+};
+
+std::size_t ElementOffset(const TXmlNode& node) {
+  return static_cast<std::size_t>(std::max<std::ptrdiff_t>(node.Offset(), 0));
+}
+
+// The XML library keeps the places of elements only; within a start tag a name is found by looking for it outside the
+// quotation marks.
+std::size_t AttributeOffset(const TXmlDocument& document, const TXmlNode& node, std::string_view name) {
+  const std::string& text = document.Text();
+  const std::size_t start = ElementOffset(node);
+  char quote = 0;
+  for (std::size_t i = start; i < text.size() && (quote != 0 || text[i] != '>'); ++i) {
+    if (quote != 0) {
+      if (text[i] == quote) quote = 0;
+    } else if (text[i] == '"' || text[i] == '\'') {
+      quote = text[i];
+    } else if (i > start && TrimXml(text.substr(i - 1, 1)).empty() && text.compare(i, name.size(), name) == 0 &&
+               i + name.size() < text.size() &&
+               (text[i + name.size()] == '=' || TrimXml(text.substr(i + name.size(), 1)).empty())) {
+      return i;
+    }
+  }
+  return start;
+}
+
+class TChecker {
+  template <class Items>
+  static auto* Find(const Items& items, std::string_view name) {
+    const auto it = std::ranges::find_if(items, [&](const auto& item) { return SameFolded(item.Name, name); });
+    return it == items.end() ? nullptr : &*it;
+  }
+
+ public:
+  TChecker(const TXmlDocument& document, std::vector<TConfigFinding>& out) : FDocument(document), FOut(out) {}
+
+  void Check(const TXmlNode& node, TXmlSubConfig& record, bool isRoot) {
+    TNames names;
+    record.Publish(names);
+    for (const auto& [name, sub] : record.SubConfigs()) names.Children.push_back({name, sub});
+    const bool isOpen = !isRoot && names.Values.empty() && names.Children.empty() && names.Lists.empty();
+    std::vector<std::string> seen;
+    for (const auto& attribute : node.Attributes()) {
+      const std::size_t at = AttributeOffset(FDocument, node, attribute.Name);
+      if (const auto* const value = Find(names.Values, attribute.Name))
+        CheckValue(*value, at, node, attribute.Name, attribute.Value, seen);
+      else
+        CheckForeign(names, at, node, attribute.Name, isOpen, false);
+    }
+    for (const TXmlNode& child : node.Children()) CheckChild(names, node, child, seen, isOpen, isRoot);
+  }
+
+ private:
+  void Add(std::size_t offset, const TXmlNode& node, std::string_view name, std::string text, bool foreign = false) {
+    FOut.push_back({offset, FDocument.Place(offset), Joined(node.Path(), name), std::move(text), foreign});
+  }
+
+  void CheckValue(const TNames::TValue& value, std::size_t at, const TXmlNode& node, std::string_view name,
+                  const std::string_view text, std::vector<std::string>& seen) {
+    if (std::ranges::find(seen, value.Name) != seen.end()) {
+      Add(at, node, name, "is there already; this one is not read");
+      return;
+    }
+    seen.emplace_back(value.Name);
+    switch (value.Judge(text)) {
+      case TNames::TVerdict::Good: return;
+      case TNames::TVerdict::Unreadable:
+        Add(at, node, name, Format("\"%s\" is no %s; the default is used", std::string(text).c_str(), value.Type));
+        return;
+      case TNames::TVerdict::Outside:
+        Add(at, node, name,
+            Format("%s is outside %s; the default is used", std::string(TrimXml(text)).c_str(), value.Range.c_str()));
+        return;
+    }
+  }
+
+  void CheckChild(TNames& names, const TXmlNode& node, const TXmlNode& child, std::vector<std::string>& seen,
+                  bool isOpen, bool isRoot) {
+    const std::size_t at = ElementOffset(child);
+    const std::string_view name = child.Name();
+    if (const auto* const sub = Find(names.Children, name)) {
+      if (std::ranges::find(seen, sub->Name) != seen.end()) {
+        Add(at, node, name, "a section of this name is there already; this one is not read");
+        return;
+      }
+      seen.emplace_back(sub->Name);
+      Check(child, *sub->Record, false);
+    } else if (const auto* const item = Find(names.Lists, name)) {
+      Check(child, *item->Record, false);
+      if (item->Name == "PosItem") CheckCell(node, child);
+    } else if (const auto* const value = Find(names.Values, name); value && !child.HasElements()) {
+      CheckValue(*value, at, node, name, child.Text(), seen);
+    } else {
+      CheckForeign(names, at, node, name, isOpen, isRoot);
+    }
+  }
+
+  // An item of the nozzle rack that names no cell of it.
+  void CheckCell(const TXmlNode& grid, const TXmlNode& child) {
+    TXmlSubConfig counts;
+    counts.LoadFromXmlNode(grid);
+    TXmlSubConfig cell;
+    cell.LoadFromXmlNode(child);
+    const auto check = [&](const char* name, const char* count) {
+      const std::int32_t at = cell.GetInt(name, 0);
+      const std::int32_t most = counts.GetInt(count, 0);
+      if (at < 0 || at >= most)
+        Add(ElementOffset(child), child, name,
+            Format("%d is outside the grid (%s is %d); the item is not used", at, count, most));
+    };
+    check("Row", "RowCount");
+    check("Col", "ColCount");
+  }
+
+  void CheckForeign(const TNames& names, std::size_t at, const TXmlNode& node, std::string_view name, bool isOpen,
+                    bool isRoot) {
+    if (std::ranges::any_of(names.Ignored, [&](auto ignored) { return SameFolded(ignored, name); })) return;
+    for (const auto prefix : names.Prefixes)
+      if (name.size() > prefix.size() && SameFolded(name.substr(0, prefix.size()), prefix) &&
+          ParseNumber<std::uint32_t>(name.substr(prefix.size())))
+        return;
+    if (isOpen) return;  // the section belongs to the interface
+    TNearestName nearest(name);
+    for (const auto& value : names.Values) nearest.Consider(value.Name);
+    for (const auto& child : names.Children) nearest.Consider(child.Name);
+    for (const auto& item : names.Lists) nearest.Consider(item.Name);
+    const char* const what = isRoot ? "unknown section" : "unknown name";
+    if (!nearest.Found().empty())
+      Add(at, node, name, Format("%s; did you mean %s?", what, std::string(nearest.Found()).c_str()));
+    else
+      Add(at, node, name, what, true);
+  }
+
+  const TXmlDocument& FDocument;
+  std::vector<TConfigFinding>& FOut;
+};
+
+// Where the element or attribute of this path stands; what is missing, where it would belong.
+std::size_t OffsetOf(const TXmlDocument& document, std::string_view path) {
+  TXmlContext context;
+  TXmlNode node = document.Root(context);
+  while (true) {
+    const auto slash = path.find('/');
+    std::string_view part = path.substr(0, slash);
+    if (slash == std::string_view::npos) return AttributeOffset(document, node, part);
+    path.remove_prefix(slash + 1);
+    std::uint32_t number = 1;
+    if (const auto bracket = part.find('['); bracket != std::string_view::npos) {
+      number = ParseNumber<std::uint32_t>(part.substr(bracket + 1, part.size() - bracket - 2)).value_or(1);
+      part = part.substr(0, bracket);
+    }
+    const auto children = node.Children();
+    const auto next = std::ranges::find_if(
+        children, [&](const TXmlNode& child) { return SameFolded(child.Name(), part) && --number == 0; });
+    if (next == children.end()) return ElementOffset(node);
+    node = *next;
+  }
+}
+
+}  // namespace
+
+std::vector<TPropertyView> ViewProperties(TXmlSubConfig& root, bool schema) {
+  std::vector<TPropertyView> views;
+  TViewer::Visit(root, views, {}, schema, false);
+  return views;
+}
+
+std::string SetProperty(TXmlSubConfig& root, std::string_view path, const std::string& value) {
+  TXmlSubConfig* record = &root;
+  std::string_view rest = path;
+  for (auto slash = rest.find('/'); slash != std::string_view::npos; slash = rest.find('/')) {
+    const std::string_view part = rest.substr(0, slash);
+    TXmlSubConfig* next = record->SubConfig(part);
+    if (!next) {
+      TFinder finder(part);
+      record->Publish(finder);
+      next = finder.Found;
+    }
+    if (!next) return Format("\"%s\" is no section of the configuration", std::string(part).c_str());
+    record = next;
+    rest.remove_prefix(slash + 1);
+  }
+  std::size_t wrong = 0;
+  if (!IsXmlText(value, wrong)) return "the value is no UTF-8 text";
+  for (auto& view : ViewProperties(*record, true)) {
+    if (view.Path.ends_with("<n>")) {  // any number
+      view.Path.resize(view.Path.size() - 3);
+      const auto digits = rest.substr(std::min(view.Path.size(), rest.size()));
+      if (ParseNumber<std::uint32_t>(digits)) view.Path += digits;
+    }
+    if (!SameFolded(view.Path, rest)) continue;
+    if (record->SetText(rest, value)) return {};
+    return Format("\"%s\" is no %s%s%s", value.c_str(), view.Type.c_str(), view.Range.empty() ? "" : " in ",
+                  view.Range.c_str());
+  }
+  return Format("\"%s\" is no property of the configuration", std::string(path).c_str());
+}
+
+std::vector<TConfigFinding> CheckDocument(const TXmlDocument& document, TXmlSubConfig& root) {
+  std::vector<TConfigFinding> findings;
+  TXmlContext context;
+  TChecker(document, findings).Check(document.Root(context), root, true);
+  return findings;
+}
+
+void AddFindings(const TXmlDocument& document, const std::vector<std::string>& problems,
+                 std::vector<TConfigFinding>& findings) {
+  const std::vector<TConfigFinding> known = findings;
+  for (const std::string& problem : problems) {
+    const std::string path = problem.substr(0, problem.find(": "));
+    const std::size_t offset = OffsetOf(document, path);
+    if (std::ranges::find(known, offset, &TConfigFinding::Offset) != known.end()) continue;
+    findings.push_back(
+        {offset, document.Place(offset), path, problem.substr(std::min(path.size() + 2, problem.size()))});
+  }
+  std::ranges::stable_sort(findings, {}, &TConfigFinding::Offset);
+}
+
+}  // namespace ixocontroller

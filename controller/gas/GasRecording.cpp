@@ -1,0 +1,169 @@
+#include "controller/gas/GasRecording.h"
+
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <limits>
+
+#include <nlohmann/json.hpp>
+
+#include "ixocamglue/monitor/Umonitorsink.h"
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Problem.h"
+
+namespace ixocontroller {
+namespace {
+
+using TJson = nlohmann::ordered_json;
+
+constexpr const char* kFormat = "ixocut gas recording";
+constexpr int kVersion = 1;
+constexpr double kHighestVolt = 10.0;
+
+TJson PairOf(const TDot& dot) {
+  return {dot.X, std::isfinite(dot.Y) ? TJson(dot.Y) : TJson(nullptr)};  // JSON has no other way to say "no number"
+}
+
+TJson JsonOf(const TRecordedGas& gas) {
+  TJson points = TJson::array();
+  for (const TRecordedGasPoint& point : gas.Points) {
+    TJson samples = TJson::array();
+    for (const TDot& sample : point.Samples) samples.push_back(PairOf(sample));
+    points.push_back({{"volt", point.Volt},
+                      {"descending", point.Descending},
+                      {"foreseen", point.Foreseen},
+                      {"settled", point.Settled ? TJson(*point.Settled) : TJson(nullptr)},
+                      {"samples", std::move(samples)}});
+  }
+  TJson table = TJson::array();
+  for (const TDot& dot : gas.Table) table.push_back(PairOf(dot));
+  return {{"gas", gas.Name},
+          {"type", gas.GasType},
+          {"maxPressure", gas.MaxPressure},
+          {"points", std::move(points)},
+          {"table", std::move(table)}};
+}
+
+// One value of the document with the way to it; whatever is not as it should be is an error that names this way.
+class TReader {
+ public:
+  TReader(const std::string& file, const TJson& value, std::string path = {})
+      : FFile(file), FValue(value), FPath(std::move(path)) {}
+
+  [[noreturn]] void Fail(const std::string& why) const {
+    throw EProblem(pbUnusable, FFile + ": " + (FPath.empty() ? "" : FPath + ": ") + why);
+  }
+  [[nodiscard]] TReader At(const char* name) const {
+    if (!FValue.is_object()) Fail("not an object");
+    const auto it = FValue.find(name);
+    if (it == FValue.end()) Fail(Format("\"%s\" is missing", name));
+    return {FFile, *it, (FPath.empty() ? "" : FPath + "/") + name};
+  }
+  [[nodiscard]] std::vector<TReader> Items() const {
+    if (!FValue.is_array()) Fail("not a list");
+    std::vector<TReader> items;
+    items.reserve(FValue.size());
+    for (const TJson& item : FValue)
+      items.emplace_back(FFile, item, Format("%s[%zu]", FPath.c_str(), items.size() + 1));
+    return items;
+  }
+  [[nodiscard]] double Number(double lowest, double highest) const {
+    if (!FValue.is_number()) Fail("not a number");
+    const double number = FValue.get<double>();
+    if (!(number >= lowest && number <= highest)) Fail(Format("%.10g is not in %.10g..%.10g", number, lowest, highest));
+    return number;
+  }
+  [[nodiscard]] bool Flag() const {
+    if (!FValue.is_boolean()) Fail("neither true nor false");
+    return FValue.get<bool>();
+  }
+  [[nodiscard]] std::string Text() const {
+    if (!FValue.is_string()) Fail("not a text");
+    return FValue.get<std::string>();
+  }
+  [[nodiscard]] bool IsNull() const { return FValue.is_null(); }
+  [[nodiscard]] TDot Pair(double highestX) const {
+    const std::vector<TReader> items = Items();
+    if (items.size() != 2) Fail("not a pair of numbers");
+    return {items[0].Number(0.0, highestX),
+            items[1].IsNull() ? std::numeric_limits<double>::quiet_NaN() : items[1].Number(-kMost, kMost)};
+  }
+
+  static constexpr double kMost = 1e6;  // bar, ms
+
+ private:
+  const std::string& FFile;
+  const TJson& FValue;
+  std::string FPath;
+};
+
+TRecordedGasPoint PointOf(const TReader& reader) {
+  TRecordedGasPoint point;
+  point.Volt = reader.At("volt").Number(0.0, kHighestVolt);
+  point.Descending = reader.At("descending").Flag();
+  point.Foreseen = reader.At("foreseen").Flag();
+  if (const TReader settled = reader.At("settled"); !settled.IsNull())
+    point.Settled = settled.Number(-TReader::kMost, TReader::kMost);
+  for (const TReader& sample : reader.At("samples").Items()) {
+    point.Samples.push_back(sample.Pair(TReader::kMost));
+    const std::size_t n = point.Samples.size();
+    if (n > 1 && point.Samples[n - 1].X <= point.Samples[n - 2].X) sample.Fail("not later than the sample before");
+  }
+  return point;
+}
+
+TRecordedGas GasOf(const TReader& reader) {
+  TRecordedGas gas;
+  gas.Name = reader.At("gas").Text();
+  gas.GasType = static_cast<std::int32_t>(reader.At("type").Number(1, 6));
+  gas.MaxPressure = reader.At("maxPressure").Number(0.0, TReader::kMost);
+  for (const TReader& point : reader.At("points").Items()) gas.Points.push_back(PointOf(point));
+  for (const TReader& dot : reader.At("table").Items()) {
+    gas.Table.push_back(dot.Pair(kHighestVolt));
+    if (!std::isfinite(gas.Table.back().Y)) dot.Fail("not a pair of numbers");
+  }
+  return gas;
+}
+
+}  // namespace
+
+void WriteGasRecording(const std::string& file, const TGasRecording& recording) {
+  TJson gases = TJson::array();
+  for (const TRecordedGas& gas : recording.Gases) gases.push_back(JsonOf(gas));
+  const TJson document{{"format", kFormat},
+                       {"version", kVersion},
+                       {"nozzle", {{"type", recording.NozzType}, {"size", recording.NozzSize}}},
+                       {"gases", std::move(gases)}};
+  try {
+    TMonitorFileSink sink(file);
+    sink.Write(document.dump(-1, ' ', false, TJson::error_handler_t::replace) + "\n");
+    sink.Commit();
+  } catch (const EMonitorFileError& e) {
+    throw EProblem(pbUnusable, e.what());
+  }
+}
+
+TGasRecording ReadGasRecording(const std::string& file) {
+  std::ifstream in(file, std::ios::binary);
+  std::error_code error;
+  if (!in || !std::filesystem::is_regular_file(file, error))
+    throw EProblem(pbUnusable, file + ": the file cannot be read");
+  TJson document;
+  try {
+    document = TJson::parse(in);
+  } catch (const nlohmann::json::exception& e) {
+    throw EProblem(pbUnusable, file + ": no JSON document: " + e.what());
+  }
+  const TReader root(file, document);
+  if (root.At("format").Text() != kFormat) root.At("format").Fail("this is no gas recording");
+  if (root.At("version").Number(0, TReader::kMost) != kVersion) root.At("version").Fail("this version is not known");
+  TGasRecording recording;
+  const TReader nozzle = root.At("nozzle");
+  recording.NozzType = nozzle.At("type").Text();
+  recording.NozzSize = nozzle.At("size").Number(0.0, 1000.0);
+  for (const TReader& gas : root.At("gases").Items()) recording.Gases.push_back(GasOf(gas));
+  return recording;
+}
+
+}  // namespace ixocontroller

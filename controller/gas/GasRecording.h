@@ -1,0 +1,53 @@
+// What a gas calibration measured, kept in a file with every sample: written by `gas calibrate --record`, read by
+// `gas verdict`. One JSON document. V, bar, ms.
+//
+// {"format": "ixocut gas recording", "version": 1, "nozzle": {"type": "S", "size": 1.5}, "gases": [
+//   {"gas": "O2", "type": 2, "maxPressure": 10, "points": [
+//     {"volt": 1, "descending": false, "foreseen": false, "settled": 0.93, "samples": [[600, 0.92], [605, null], ...]},
+//     ...],
+//    "table": [[0, 0], [1, 0.93], ...]}]}
+//
+// Samples are [ms since the voltage was put out, bar], null where the sensor gave no number; "settled" is null for a
+// point that never settled; points stand in the order in which they were measured; the table holds [V, bar].
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "ixocamglue/gascal/Ugasdots.h"
+
+namespace ixocontroller {
+using namespace ixocamglue;
+
+struct TRecordedGasPoint {
+  double Volt = 0.0;
+  bool Descending = false;        // of the pass downwards
+  bool Foreseen = false;          // settled: where the pressure will end, not where it rests
+  std::optional<double> Settled;  // bar
+  std::vector<TDot> Samples;      // X rising; Y is no number where the sensor gave none
+};
+
+struct TRecordedGas {
+  std::int32_t GasType = 0;  // 1 "Air" ... 6 "H-N2"
+  std::string Name;
+  double MaxPressure = 0.0;  // what the branch should reach; 0 unknown
+  std::vector<TRecordedGasPoint> Points;
+  std::vector<TDot> Table;  // the final curve; empty when there is none
+};
+
+struct TGasRecording {
+  std::string NozzType;
+  double NozzSize = 0.0;  // mm
+  std::vector<TRecordedGas> Gases;
+};
+
+// Replaces the file as a whole. Throws EProblem (exit code 3) when it cannot be written.
+void WriteGasRecording(const std::string& file, const TGasRecording& recording);
+
+// Throws EProblem (exit code 3), naming file, place and reason, for anything but a whole recording: unknown names are
+// passed over, missing or impossible values are not.
+[[nodiscard]] TGasRecording ReadGasRecording(const std::string& file);
+
+}  // namespace ixocontroller

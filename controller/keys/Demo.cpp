@@ -1,0 +1,260 @@
+#include "controller/keys/Demo.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include "controller/keys/DemoStates.h"
+#include "ixocamglue/platform/ports/CutCommands.h"
+#include "ixocamglue/platform/ports/NcAlarms.h"
+#include "ixocamglue/platform/states/ForbidTypes.h"
+#include "ixocamglue/platform/xml/JogSections.h"
+#include "ixocamglue/support/Faults.h"
+#include "ixocamglue/support/Format.h"
+#include "machines/simulated/Machine.h"
+
+namespace ixocamglue {
+namespace {
+
+constexpr double kGasBar = 1.0;        // by hand, where no pressure was set
+constexpr double kFollowMm = 1.0;      // by hand
+constexpr std::int32_t kAnyAxis = -1;  // the command moves no single axis
+
+constexpr unsigned StateBit(TCutState state) { return 1U << static_cast<unsigned>(state); }
+constexpr unsigned kByHand = StateBit(csStandby) | StateBit(csPaused) | StateBit(csJogging);
+constexpr unsigned kStandbyOnly = StateBit(csStandby);
+constexpr unsigned kInterrupted = StateBit(csStandby) | StateBit(csPaused);
+
+enum TNeed : unsigned { nNothing = 0, nCut = 1, nLaser = 2, nFollower = 4, nHoming = 8, nMove = 16 };
+
+// What a command asks of the machine. The axes' directions are those of the alarm permissions: Z + is up.
+struct TCommandRow {
+  std::int32_t Command;
+  unsigned States;
+  unsigned Needs;
+  std::int32_t Axis = kAnyAxis;
+  bool Positive = false;
+};
+
+constexpr std::int32_t kZ = 2;  // stands for the Z axis' own number
+
+constexpr TCommandRow kCommands[] = {
+    {kcStart, kStandbyOnly, nCut | nLaser | nMove},
+    {kcWalkAround, kStandbyOnly, nMove},
+    {kcDryCut, kStandbyOnly, nMove},
+    {kcReturnOrg, kStandbyOnly, nHoming | nMove},
+    {kcReturnOrgAlt, kStandbyOnly, nHoming},
+    {kcResume, kInterrupted, nCut | nMove},
+    {kcJogLeft, kByHand, nMove, 0, false},
+    {kcJogRight, kByHand, nMove, 0, true},
+    {kcJogForward, kByHand, nMove, 1, true},
+    {kcJogBack, kByHand, nMove, 1, false},
+    {kcJogLaser, kByHand, nCut | nLaser},
+    {kcLaser, kByHand, nLaser},
+    {kcAiming, kByHand, nNothing},
+    {kcShutter, kByHand, nLaser},
+    {kcFollow, kByHand, nFollower},
+    {kcJogZDown, kByHand, nMove, kZ, false},
+    {kcJogZUp, kByHand, nMove, kZ, true},
+    {kcCalibration, kStandbyOnly, nFollower | nMove},
+    {kcCurPosCalibration, kStandbyOnly, nFollower | nMove},
+    {kcGas, kByHand, nNothing},
+    {kcBreakLocate, kInterrupted, nCut | nMove},
+};
+
+const char* AlarmRefusal(const TCommandRow& row) {
+  TNcAlarms* const alarms = NcAlarms();
+  if (!alarms) return nullptr;
+  if (alarms->RequireStop()) return "an alarm requires a stop";
+  if ((row.Needs & nCut) != 0 && !alarms->AllowCut()) return "an alarm forbids cutting";
+  if ((row.Needs & nLaser) != 0 && !alarms->AllowLaser()) return "an alarm forbids the laser";
+  if ((row.Needs & nFollower) != 0 && !alarms->AllowFollower()) return "an alarm forbids the follower";
+  if ((row.Needs & nHoming) != 0 && !alarms->AllowHoming()) return "an alarm forbids homing";
+  if ((row.Needs & nMove) != 0 && !alarms->AllowMove()) return "an alarm forbids motion";
+  if (row.Axis == kAnyAxis) return nullptr;
+  const TJogSections* const jog = JogSections();
+  const std::int32_t axis = row.Axis == kZ && jog ? jog->ZAxisNo() : row.Axis;
+  return alarms->AllowMoveAxis(axis, row.Positive) ? nullptr : "an alarm forbids the axis to move there";
+}
+
+}  // namespace
+
+TSimDemo::TSimDemo(TSimMachine& machine, TNcStateFramework& framework)
+    : FMachine(machine), FFramework(framework), FRegistry(NcRegistry()) {
+  if (FRegistry) RegisterDemoStates(*FRegistry, *this);
+}
+
+TSimDemo::~TSimDemo() {
+  if (FRegistry) UnregisterDemoStates(*FRegistry);
+}
+
+std::string TSimDemo::Refusal(std::int32_t command) const {
+  const auto row = std::ranges::find(kCommands, command, &TCommandRow::Command);
+  if (row == std::end(kCommands)) return "the machine does not know it";
+  if (FEmergency.load(std::memory_order_acquire)) return "the emergency stop is active";
+  if (const TNcForbidTypeRegistry* const registry = NcForbidTypeRegistry(); registry && registry->IsForbidden(command))
+    return "it is forbidden (" + registry->Current() + ")";
+  const TCutState state = ClassifyCutState(FFramework.CurrentState());
+  if ((row->States & StateBit(state)) == 0) return std::string("the machine is in ") + CutStateName(state);
+  const char* const alarm = AlarmRefusal(*row);
+  return alarm ? alarm : "";
+}
+
+void TSimDemo::Refuse(std::int32_t command, const std::string& why) {
+  FMachine.Note("cut", Format("command %d refused: %s", command, why.c_str()));
+}
+
+// --- keys ---
+
+void TSimDemo::KeyDown(std::int32_t command) {
+  switch (command) {
+    case kcEmergencyStop: return SetEmergencyStop(true);
+    case kcStop: return StopAll();
+    case kcPause:
+      EndHeld();
+      // Standby has nothing to pause, and a pause would wait there for the next procedure.
+      if (const TCutState state = ClassifyCutState(FFramework.CurrentState());
+          state == csStandby || state == csPaused || state == csJogging)
+        return;
+      FFramework.Pause();
+      try {
+        FMachine.SwitchLaser(false);
+      } catch (...) {  // the state's end switches it off again, and the latch stands behind that
+      }
+      StopMotion();
+      return;
+    default: break;
+  }
+  if (const std::string why = Refusal(command); !why.empty()) return Refuse(command, why);
+  switch (command) {
+    case kcStart: return Request(command, csWorking, srFresh);
+    case kcDryCut: return Request(command, csDryRun, srFresh);
+    case kcWalkAround: return Request(command, csWalkAround, srFresh);
+    case kcResume: return Resume(command, srResumed);
+    case kcBreakLocate: return Resume(command, srLocate);
+    case kcReturnOrg:
+    case kcReturnOrgAlt: return Request(command, csReturnOrg, command);
+    case kcCalibration:
+    case kcCurPosCalibration: return Request(command, csCalibration, command);
+    default: break;
+  }
+  if (IsJogCommand(command))
+    StartJog(command);
+  else
+    SwitchDevice(command);
+}
+
+void TSimDemo::KeyUp(std::int32_t command) {
+  if (command == kcJogLaser && FJogLaser.exchange(false)) {
+    FMachine.SwitchLaser(false);
+    if (FMachine.Laser()) FMachine.Laser()->EmissionOff();
+  }
+  std::uint64_t held = Held();
+  if (!IsJogCommand(command) || HeldCommand(held) != command) return;
+  if (FHeld.compare_exchange_strong(held, 0)) StopMotion();
+}
+
+void TSimDemo::Request(std::int32_t command, TCutState state, std::int32_t param) {
+  if (!FRegistry) return Refuse(command, "the machine has no such states");
+  if (FFramework.ChangePending()) return Refuse(command, "the machine's state is changing");
+  if (FFramework.SafePending()) return Refuse(command, "a device has not acknowledged switching off");
+  FFramework.RequestState(StateNumber(state), param);
+}
+
+void TSimDemo::StartJog(std::int32_t command) {
+  const TCutState state = ClassifyCutState(FFramework.CurrentState());
+  const std::uint64_t number = ++FPresses;
+  if (state != csJogging) {
+    if (!FRegistry || FFramework.ChangePending()) return Refuse(command, "the machine's state is changing");
+    FHeld.store(number << 32 | static_cast<std::uint32_t>(command), std::memory_order_release);
+    FFramework.RequestState(StateNumber(csJogging), state == csPaused ? 1 : 0);
+  } else {
+    FHeld.store(number << 32 | static_cast<std::uint32_t>(command), std::memory_order_release);
+  }
+}
+
+void TSimDemo::Resume(std::int32_t command, std::int32_t run) {
+  const TCutState mode = FInterrupted.load(std::memory_order_acquire);
+  if (mode == csStandby) return Refuse(command, "nothing was interrupted");
+  if (run == srLocate) return Request(command, csWalkAround, run);
+  Request(command, mode, run);
+}
+
+void TSimDemo::SwitchDevice(std::int32_t command) {
+  TSimLaser* const laser = FMachine.Laser();
+  TSimGas* const gas = FMachine.Gas();
+  TNcFollower* const follower = GFollower();
+  switch (command) {
+    case kcShutter:
+      if (!laser) break;
+      return laser->GetEmission() ? laser->EmissionOff() : laser->EmissionOn();
+    case kcAiming:
+      if (!laser) break;
+      return laser->SetAiming(!laser->GetAiming());
+    case kcLaser:
+      if (!laser) break;
+      if (laser->GetLaser()) return FMachine.SwitchLaser(false);
+      // A beam that is held back would come by itself with the shutter.
+      if (!laser->GetEmission()) return Refuse(command, "the shutter is closed");
+      return FMachine.SwitchLaser(true);
+    case kcJogLaser:
+      if (!laser) break;
+      FJogLaser.store(true);
+      laser->EmissionOn();
+      return FMachine.SwitchLaser(true);
+    case kcGas:
+      if (!gas) break;
+      if (gas->GetGas()) return gas->SwitchOff();
+      if (gas->GetPressure() <= 0.0) gas->SetPressure(kGasBar);
+      return gas->SwitchOn();
+    case kcFollow:
+      if (!follower) break;
+      return follower->IsFollowing() ? follower->Stop(1) : follower->Follow(kFollowMm);
+    default: break;
+  }
+  Refuse(command, "the machine has no such device");
+}
+
+// --- what stops, at once ---
+
+void TSimDemo::EndHeld() noexcept {
+  TTryAll tryAll;
+  if (FJogLaser.exchange(false))
+    tryAll([&] { FMachine.SwitchLaser(false); })([&] {
+      if (FMachine.Laser()) FMachine.Laser()->EmissionOff();
+    });
+  if (FHeld.exchange(0) != 0) StopMotion();
+}
+
+void TSimDemo::StopMotion() noexcept {
+  TTryAll tryAll;
+  tryAll([] {
+    if (TNcMotionDriver* const driver = MotionDriver()) driver->StopAll(0);
+  })([] {
+    if (TNcFollower* const follower = GFollower()) follower->Stop(1);
+  });
+}
+
+void TSimDemo::StopAll() noexcept {
+  TTryAll tryAll;
+  tryAll([&] { FFramework.Stop(); })([&] { FMachine.SwitchLaser(false); })([&] {
+    if (FMachine.Laser()) FMachine.Laser()->EmissionOff();
+  })([&] { EndHeld(); })([&] { StopMotion(); });
+}
+
+void TSimDemo::SetEmergencyStop(bool active) {
+  const bool was = FEmergency.exchange(active);
+  if (active) {
+    FMachine.LaserDevice().Trip("emergency stop");
+    StopAll();
+  } else if (was) {
+    FMachine.LaserDevice().ResetLatch();
+  }
+  if (was != active) FMachine.Note("cut", active ? "emergency stop" : "emergency stop reset");
+}
+
+void TSimDemo::SetProgress(const TProgress& progress) {
+  FProgress = progress;
+  FInterrupted.store(progress.Mode, std::memory_order_release);
+}
+
+}  // namespace ixocamglue

@@ -1,0 +1,78 @@
+// What the simulated cutting system does with the panel's key commands, and its demonstration part: a square of 200 mm
+// that is cut, run dry or walked around, paused, resumed and stopped.
+//
+// Key commands come from any thread and take effect at once where that is safe: devices are switched, and everything
+// that stops is stopped, on the caller's thread, so that neither needs a state thread that still runs. What moves is a
+// machine state of the framework (DemoStates.h), entered in its next pass. A command is refused, with a line in the
+// journal, by the forbidden-key set in force, the emergency stop, the machine's state, or the standing alarms.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+#include "ixocamglue/platform/ports/CutStates.h"
+#include "ixocamglue/platform/ports/MotionDriver.h"
+#include "ixocamglue/platform/ports/PanelPorts.h"
+#include "ixocamglue/platform/states/NcState.h"
+
+namespace ixocamglue {
+
+class TSimMachine;
+
+// How a run of the part begins; the parameter of its states.
+enum TSimRun : std::int32_t { srFresh = 0, srResumed = 1, srLocate = 2 };
+
+class TSimDemo final : public TNcEmergencyStop {
+ public:
+  TSimDemo(TSimMachine& machine, TNcStateFramework& framework);
+  ~TSimDemo() override;
+  TSimDemo(const TSimDemo&) = delete;
+  TSimDemo& operator=(const TSimDemo&) = delete;
+
+  // --- any thread ---
+  void KeyDown(std::int32_t command);
+  void KeyUp(std::int32_t command);
+  bool IsActive() override { return FEmergency.load(std::memory_order_acquire); }
+  // The emergency-stop input. Active stops everything and trips the laser's latch; it stays so until it is reset by
+  // hand, which resets the latch too.
+  void SetEmergencyStop(bool active);
+
+  // --- state thread, for the states ---
+  // The jog key that is held, with a number that each press changes; 0: none.
+  [[nodiscard]] std::uint64_t Held() const { return FHeld.load(std::memory_order_acquire); }
+  [[nodiscard]] static std::int32_t HeldCommand(std::uint64_t held) { return static_cast<std::int32_t>(held); }
+
+  struct TProgress {
+    TCutState Mode = csStandby;  // csStandby: nothing was interrupted
+    std::size_t Edge = 0;        // of the square, 0 to 3
+    TPoint2 Point;               // where it goes on
+  };
+  [[nodiscard]] const TProgress& Progress() const { return FProgress; }
+  void SetProgress(const TProgress& progress);
+
+  [[nodiscard]] TSimMachine& Machine() { return FMachine; }
+
+ private:
+  [[nodiscard]] std::string Refusal(std::int32_t command) const;
+  void Refuse(std::int32_t command, const std::string& why);
+  void Request(std::int32_t command, TCutState state, std::int32_t param);
+  void StartJog(std::int32_t command);
+  void Resume(std::int32_t command, std::int32_t run);
+  void SwitchDevice(std::int32_t command);
+  void StopMotion() noexcept;
+  void StopAll() noexcept;
+  void EndHeld() noexcept;
+
+  TSimMachine& FMachine;
+  TNcStateFramework& FFramework;
+  std::atomic<bool> FEmergency{false};
+  std::atomic<std::uint64_t> FHeld{0};
+  std::atomic<std::uint32_t> FPresses{0};
+  std::atomic<bool> FJogLaser{false};
+  std::atomic<TCutState> FInterrupted{csStandby};  // FProgress.Mode, for any thread
+  TProgress FProgress;                             // state thread
+  TNcRegistry* FRegistry = nullptr;                // where the states are registered
+};
+
+}  // namespace ixocamglue

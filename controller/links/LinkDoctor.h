@@ -1,0 +1,32 @@
+// Finds out what is wrong with the link to a Modbus device, step by step from the name to the reply.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "controller/links/DeviceLink.h"
+
+namespace ixocontroller {
+
+enum class TDoctorMark : std::uint8_t { dmGood, dmNote, dmBad };
+using enum TDoctorMark;
+
+struct TDoctorStep {
+  TDoctorMark Mark = dmGood;
+  std::string Finding;
+  std::string NextThing;  // to try; empty when there is nothing to do
+};
+
+struct TDoctorOptions {
+  TLinkAddress Link;
+  std::uint8_t Unit = 1;
+  std::uint16_t Addr = 0;
+};
+
+// Runs in real time, up to about 15 s; only reads registers. `tell` gets each step as it is found. Returns whether no
+// step was bad.
+bool ExamineLink(const TDoctorOptions& options, const std::function<void(const TDoctorStep&)>& tell);
+
+}  // namespace ixocontroller

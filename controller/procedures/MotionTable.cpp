@@ -1,0 +1,168 @@
+#include "controller/procedures/MotionTable.h"
+
+#include <algorithm>
+
+#include "ixocamglue/motion/Ustatemotion.h"
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/ValueText.h"
+
+namespace ixocontroller {
+namespace {
+
+std::vector<double> WithNone(const std::vector<TSimPort>& ports) {
+  std::vector<double> numbers{-1.0};
+  for (const TSimPort& port : ports) numbers.push_back(port.Number);
+  std::ranges::sort(numbers);
+  return numbers;
+}
+
+std::optional<double> ParseSwitch(std::string_view text) {
+  for (const std::string_view yes : {"true", "yes", "on", "1"})
+    if (SameFolded(text, yes)) return 1.0;
+  for (const std::string_view no : {"false", "no", "off", "0"})
+    if (SameFolded(text, no)) return 0.0;
+  return std::nullopt;
+}
+
+// Whole numbers without an exponent.
+std::string NumberText(double value) {
+  constexpr double kExact = 1e15;
+  return value == std::floor(value) && std::abs(value) < kExact ? Format("%.0f", value) : ValueText(value);
+}
+
+}  // namespace
+
+std::string TMotionRow::FullName() const { return *Variant ? std::string(Name) + "-" + Variant : Name; }
+
+std::string TMotionRow::Usage() const {
+  return *Variant ? std::string(Name) + (VariantIsFlag ? " --" : " ") + Variant : Name;
+}
+
+const TMotionRow* FindMotionRow(std::string_view fullName) {
+  const auto rows = MotionRows();
+  const auto row = std::ranges::find_if(rows, [&](const TMotionRow& r) { return r.FullName() == fullName; });
+  return row == rows.end() ? nullptr : &*row;
+}
+
+const TMotionRow* FindMotionRow(std::int32_t command) {
+  const auto rows = MotionRows();
+  const auto row = std::ranges::find_if(rows, [&](const TMotionRow& r) { return r.Command == command && command > 0; });
+  return row == rows.end() ? nullptr : &*row;
+}
+
+std::string TParamLimits::Text() const {
+  if (Numbers.empty()) return NumberText(Lowest) + ".." + NumberText(Highest);
+  std::string text;
+  for (std::size_t i = 0; i < Numbers.size(); ++i) {
+    const std::size_t first = i;
+    while (i + 1 < Numbers.size() && Numbers[i + 1] == Numbers[i] + 1.0) ++i;
+    text += (text.empty() ? "" : ", ") + NumberText(Numbers[first]);
+    if (i > first) text += (i > first + 1 ? ".." : ", ") + NumberText(Numbers[i]);
+  }
+  return text;
+}
+
+TMotionLimits TMotionLimits::OfMachine(const std::filesystem::path& machineFile) {
+  TMachineConfig config;
+  if (const std::string problem = config.Load(machineFile); !problem.empty()) throw EProblem(pbUnusable, problem);
+  std::vector<std::string> problems;
+  TSimConfig machine = TSimConfig::FromConfig(config, problems);
+  if (!problems.empty()) throw EProblem(pbUnusable, machineFile.string() + ": " + problems.front());
+  return TMotionLimits(std::move(machine));
+}
+
+TParamLimits TMotionLimits::Of(const TMotionParam& param) const {
+  const auto axis = [](const TSimAxisConfig& a) { return TParamLimits{a.SoftLimitNeg, a.SoftLimitPos, {}}; };
+  switch (param.Range) {
+    case prFixed: break;
+    case prX: return axis(FConfig.X);
+    case prY: return axis(FConfig.Y);
+    case prZ: return axis(FConfig.Z);
+    case prFocus: return axis(FConfig.Focus);
+    case prXYSpeed: return {0.0, std::min(FConfig.X.MaxSpeed, FConfig.Y.MaxSpeed), {}};
+    case prZSpeed: return {0.0, FConfig.Z.MaxSpeed, {}};
+    case prFocusSpeed: return {0.0, FConfig.Focus.MaxSpeed, {}};
+    case prOutport: return {0.0, 0.0, WithNone(FConfig.Outports)};
+    case prInport: return {0.0, 0.0, WithNone(FConfig.Inports)};
+    case prBranch: {
+      TParamLimits limits;
+      for (const TSimGasBranch& branch : FConfig.GasBranches) limits.Numbers.push_back(branch.GasType);
+      return limits;
+    }
+    case prPressure: {
+      TParamLimits limits;
+      for (const TSimGasBranch& branch : FConfig.GasBranches)
+        limits.Highest = std::max(limits.Highest, branch.MaxPressure);
+      return limits;
+    }
+    case prFollower: return {0.0, FConfig.Physics.SecondFollower ? 1.0 : 0.0, {}};
+  }
+  return {param.Lowest, param.Highest, {}};
+}
+
+std::string TMotionLimits::Check(const TMotionParam& param, double value) const {
+  if (param.Kind == pkSwitch) return {};
+  if (!std::isfinite(value)) return "is not a finite number";
+  const std::string text = NumberText(value);
+  if (param.Kind == pkWhole && value != std::floor(value)) return text + " is not a whole number";
+  const TParamLimits limits = Of(param);
+  const bool inside = limits.Numbers.empty() ? value >= limits.Lowest && value <= limits.Highest
+                                             : std::ranges::find(limits.Numbers, value) != limits.Numbers.end();
+  if (inside) return {};
+  return Format("%s is not %s %s%s%s", text.c_str(), limits.Numbers.empty() ? "in" : "one of", limits.Text().c_str(),
+                *param.Unit ? " " : "", param.Unit);
+}
+
+std::string TMotionLimits::Parse(const TMotionParam& param, std::string_view text, double& value) const {
+  const std::optional<double> parsed = param.Kind == pkSwitch ? ParseSwitch(text) : ParseNumber<double>(text);
+  if (!parsed)
+    return Format("\"%s\" is %s", std::string(text).c_str(),
+                  param.Kind == pkSwitch ? "neither true nor false" : "not a number");
+  value = *parsed;
+  return Check(param, value);
+}
+
+std::string TMotionLimits::CheckNeeds(const TMotionRow& row, const TMotionValues& values, const char* prefix) {
+  std::string together;
+  bool some = false;
+  bool all = true;
+  for (std::size_t i = 0; i < row.Params.size(); ++i) {
+    const TMotionParam& param = row.Params[i];
+    if (param.Need == TMotionParam::Required && !values[i]) return prefix + std::string(param.Name) + " is missing";
+    if (param.Need != TMotionParam::Together) continue;
+    together += (together.empty() ? "" : ", ") + std::string(prefix) + param.Name;
+    some = some || values[i];
+    all = all && values[i];
+  }
+  return some && !all ? together + " belong together" : std::string();
+}
+
+TStepPtr TMotionCall::Make(TCustomMotionState* ctrl) const {
+  if (Row->Make) return Row->Make(ctrl, Values);
+  const auto commands = MotionCommands();
+  const auto command = std::ranges::find(commands, Row->Command, &TMotionCommand::Command);
+  TStepPtr step = command->Make(ctrl);
+  Configure(*step);
+  return step;
+}
+
+void TMotionCall::Configure(TStateMotion& step) const {
+  for (std::size_t i = 0; i < Row->Params.size(); ++i) {
+    const TMotionParam& param = Row->Params[i];
+    if (const double value = Values[i].value_or(param.Default); !std::isnan(value)) param.Set(step, value);
+  }
+}
+
+std::string TMotionCall::Text() const {
+  std::string text = Row->Usage();
+  for (std::size_t i = 0; i < Values.size(); ++i)
+    if (Values[i]) text += std::string(" --") + Row->Params[i].Name + " " + ParamText(Row->Params[i], *Values[i]);
+  return text;
+}
+
+std::string ParamText(const TMotionParam& param, double value) {
+  return param.Kind == pkSwitch ? (value != 0.0 ? "true" : "false") : NumberText(value);
+}
+
+}  // namespace ixocontroller

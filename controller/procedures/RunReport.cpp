@@ -1,0 +1,103 @@
+#include "controller/procedures/RunReport.h"
+
+#include "controller/HostTexts.h"
+#include "ixocamglue/support/Format.h"
+
+namespace ixocontroller {
+namespace {
+
+constexpr std::size_t kIndent = 2;
+
+// "->outer(137)(FStep = 1)->inner(131)(FStep = -2)", a line each.
+std::vector<std::string> PathLines(const std::string& path) {
+  std::vector<std::string> lines;
+  for (std::size_t at = path.find("->"); at != std::string::npos;) {
+    const std::size_t next = path.find("->", at + 2);
+    lines.push_back(std::string(kIndent * (lines.size() + 1), ' ') + path.substr(at + 2, next - at - 2));
+    at = next;
+  }
+  return lines;
+}
+
+std::string Mm(double value) { return Format("%.2f", value); }
+
+}  // namespace
+
+std::string WhatIsOn(const TSimSnapshot& now) {
+  std::string on;
+  const auto add = [&](const std::string& what) { on += (on.empty() ? "" : ", ") + what; };
+  if (now.Emission) add(SRowEmission.Get());
+  if (now.Laser) add(SRowLaser.Get());
+  if (now.Gas) add(Format("%s %d %.2f bar", SRowGas.Get(), now.GasBranch, now.GasBar));
+  if (now.Following) add(SRowFollow.Get());
+  for (const std::int32_t port : now.OutputsOn) add(Format("%s %d", SRowOutput.Get(), port));
+  return on;
+}
+
+std::string StatusText(const TSimSnapshot& now) {
+  const std::string on = WhatIsOn(now);
+  return Format("X %.2f Y %.2f Z %.2f F %.2f", now.Pos.X, now.Pos.Y, now.Z, now.Focus) + (on.empty() ? "" : "  ") + on;
+}
+
+std::vector<std::string> ReportLines(const TRunReport& report, const TMotionTrace& trace, const TSimSnapshot& last,
+                                     bool withJournal) {
+  std::vector<std::string> lines = report.Notes;
+  if (withJournal) {
+    lines.emplace_back();
+    lines.insert(lines.end(), report.Journal.begin(), report.Journal.end());
+  }
+  lines.emplace_back();
+  if (!report.Steps.empty()) {
+    lines.emplace_back(SRunSteps.Get());
+    for (const TStepSpan& step : report.Steps)
+      lines.push_back(Format("%8llu %8llu  %s%d/%d: %s (%d)",
+                             static_cast<unsigned long long>(step.From - report.StartMs),
+                             static_cast<unsigned long long>(step.To - step.From),
+                             std::string(kIndent * static_cast<std::size_t>(step.Level), ' ').c_str(), step.Number,
+                             step.Count, step.Desc.c_str(), step.Command));
+    lines.emplace_back();
+  }
+  lines.insert(lines.end(), report.Timeline.begin(), report.Timeline.end());
+  lines.emplace_back();
+  lines.push_back(StatusText(last));
+  lines.push_back(Show(SRunPath, Mm(trace.PathXY()).c_str(), Mm(trace.PathZ()).c_str()));
+  if (const std::string on = WhatIsOn(last); !on.empty()) lines.push_back(Show(SRunStillOn, on.c_str()));
+  const bool failed = std::string_view(report.End.Name) == "error";
+  if (failed) {
+    lines.emplace_back(SRunFailedAt.Get());
+    for (std::string& line : PathLines(report.Path)) lines.push_back(std::move(line));
+    if (!report.Fault.empty()) lines.push_back(report.Fault);
+  }
+  lines.push_back(Show(SShotEnded, failed ? SRunFailed.Get() : report.End.Words.c_str(), ShownMs(report.DurationMs)));
+  return lines;
+}
+
+nlohmann::ordered_json ReportJson(const TRunReport& report, const TMotionTrace& trace, const TSimSnapshot& last) {
+  auto steps = nlohmann::ordered_json::array();
+  for (const TStepSpan& step : report.Steps)
+    steps.push_back({{"level", step.Level},
+                     {"number", step.Number},
+                     {"count", step.Count},
+                     {"command", step.Command},
+                     {"description", step.Desc},
+                     {"startMs", step.From - report.StartMs},
+                     {"durationMs", step.To - step.From}});
+  return {{"outcome", report.End.Name},
+          {"words", report.End.Words},
+          {"durationMs", report.DurationMs},
+          {"dark", report.Dark},
+          {"path", report.Path},
+          {"fault", report.Fault},
+          {"nextState", report.NextState},
+          {"pathMm", {{"xy", trace.PathXY()}, {"z", trace.PathZ()}}},
+          {"position", {{"x", last.Pos.X}, {"y", last.Pos.Y}, {"z", last.Z}, {"focus", last.Focus}}},
+          {"gas", last.Gas},
+          {"following", last.Following},
+          {"outputsOn", last.OutputsOn},
+          {"steps", std::move(steps)},
+          {"notes", report.Notes},
+          {"timeline", report.TimelineJson},
+          {"journal", report.Journal}};
+}
+
+}  // namespace ixocontroller

@@ -1,0 +1,27 @@
+// What `ixocut run` shows: the line of position and signals while it runs, and the report at its end.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "controller/procedures/MotionTrace.h"
+#include "controller/procedures/ProcedureRun.h"
+#include "machines/simulated/Machine.h"
+
+namespace ixocontroller {
+
+// "X 100.00 Y 50.00 Z 10.00 F 0.00  laser, gas 2 1.50 bar, output 4"; what is off is left out.
+[[nodiscard]] std::string StatusText(const TSimSnapshot& now);
+// What is on, as in StatusText; empty: nothing.
+[[nodiscard]] std::string WhatIsOn(const TSimSnapshot& now);
+
+// The lines behind the log, in the language of the session, which still lives: notes, steps, timeline, path, the way
+// to the step that failed, and how it ended.
+[[nodiscard]] std::vector<std::string> ReportLines(const TRunReport& report, const TMotionTrace& trace,
+                                                   const TSimSnapshot& last, bool withJournal);
+[[nodiscard]] nlohmann::ordered_json ReportJson(const TRunReport& report, const TMotionTrace& trace,
+                                                const TSimSnapshot& last);
+
+}  // namespace ixocontroller

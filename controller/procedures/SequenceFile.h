@@ -1,0 +1,32 @@
+// A file of motion commands for `ixocut run FILE.json`:
+//
+//   {
+//     "name": "purge in the corner",
+//     "commands": [
+//       {"command": 137, "x": 100, "y": 50, "speed": 300},
+//       {"command": "gas-on", "branch": 2, "pressure": 1.5, "description": "purge"},
+//       {"command": "delay", "ms": 500},
+//       {"command": 142}
+//     ]
+//   }
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "controller/procedures/MotionTable.h"
+
+namespace ixocontroller {
+
+struct TSequenceFile {
+  std::string Name;  // the file's own without one
+  std::vector<TMotionCall> Calls;
+};
+
+// Everything is checked before anything can move. Throws EProblem that names every problem with its line and place:
+// no JSON, names that are unknown or given twice, values of the wrong type or out of the machine's range, a beam that
+// would be on for longer than a shot may.
+[[nodiscard]] TSequenceFile ReadSequenceFile(const std::filesystem::path& file, const TMotionLimits& limits);
+
+}  // namespace ixocontroller

@@ -1,0 +1,119 @@
+#include "controller/recordings/Recorder.h"
+
+#include <algorithm>
+#include <charconv>
+#include <string_view>
+
+#include "ixocamglue/support/Problem.h"
+
+namespace ixocontroller {
+namespace {
+
+constexpr std::int32_t kWindow = 5;  // values that the filter averages
+constexpr double kIntervalMs = 1.0;
+constexpr std::uint8_t kFrameLayout = 1;
+
+void AddSignal(std::vector<TMonitorSignalKey>& keys, const TMonitorSignal& signal, std::uint16_t axis) {
+  const TMonitorSignalKey key{signal.MainType, signal.SubType, axis, 0};
+  if (std::ranges::find(keys, key) == keys.end()) keys.push_back(key);
+}
+
+void AddAllAxes(std::vector<TMonitorSignalKey>& keys, const TMonitorSignal& signal) {
+  if (!signal.PerAxis) return AddSignal(keys, signal, 0);
+  for (std::uint16_t axis = 1; axis <= kRecordedAxes; ++axis) AddSignal(keys, signal, axis);
+}
+
+std::string SignalNames() {
+  std::string names;
+  for (const TMonitorSignal& signal : MonitorSignals()) names += (names.empty() ? "" : ", ") + std::string(signal.Name);
+  return names;
+}
+
+}  // namespace
+
+std::vector<TMonitorSignalKey> AllSignals() {
+  std::vector<TMonitorSignalKey> keys;
+  for (const TMonitorSignal& signal : MonitorSignals()) AddAllAxes(keys, signal);
+  return keys;
+}
+
+std::vector<TMonitorSignalKey> ParseSignals(const std::string& list) {
+  std::vector<TMonitorSignalKey> keys;
+  for (std::size_t at = 0; at <= list.size();) {
+    const std::size_t end = std::min(list.find(',', at), list.size());
+    const std::string word = list.substr(at, end - at);
+    at = end + 1;
+    const std::size_t dot = word.find('.');
+    const TMonitorSignal* const signal = FindMonitorSignal(std::string_view(word).substr(0, dot));
+    if (!signal)
+      throw EProblem(pbRequest, "--signals: \"" + word + "\" is no signal; the signals are: " + SignalNames());
+    if (dot == std::string::npos) {
+      AddAllAxes(keys, *signal);
+      continue;
+    }
+    std::uint16_t axis = 0;
+    const char* const last = word.data() + word.size();
+    const auto parsed = std::from_chars(word.data() + dot + 1, last, axis);
+    if (!signal->PerAxis || parsed.ec != std::errc() || parsed.ptr != last || axis < 1 || axis > kRecordedAxes)
+      throw EProblem(pbRequest, "--signals: \"" + word +
+                                    "\": " + (signal->PerAxis ? "the axes are 1 to 4" : "this signal has no axes"));
+    AddSignal(keys, *signal, axis);
+  }
+  return keys;
+}
+
+TRecorder::TAxis::TAxis() : Speed(kWindow, kIntervalMs), Acceleration(kWindow, kIntervalMs) {}
+
+TRecorder::TRecorder(TMonitorWriter& writer, const std::vector<TMonitorSignalKey>& signals) : FWriter(writer) {
+  for (const TMonitorSignalKey& key : signals) {
+    TChannel channel{FindMonitorSignal(key.MainType, key.SubType), {}};
+    channel.Frame.MainType = key.MainType;
+    channel.Frame.SubType = key.SubType;
+    channel.Frame.Param1 = key.Param1;
+    channel.Frame.TimeInterval = 1;
+    channel.Frame.Version = kFrameLayout;
+    FChannels.push_back(channel);
+  }
+}
+
+void TRecorder::Sample(const TSimSnapshot& now) {
+  const double positions[kRecordedAxes] = {now.Pos.X, now.Pos.Y, now.Z, now.Focus};
+  for (std::size_t i = 0; i < kRecordedAxes; ++i) {
+    TAxis& axis = FAxes[i];
+    axis.Mm = positions[i];
+    axis.MmPerS = axis.Speed.Add(axis.Mm).Derivative;
+    axis.MmPerS2 = axis.Acceleration.Add(axis.MmPerS).Derivative;
+    axis.Error = now.FollowingError[i];
+  }
+  for (TChannel& channel : FChannels) Put(channel, now);
+  ++FSamples;
+}
+
+void TRecorder::Put(TChannel& channel, const TSimSnapshot& now) {
+  TMonitorDataFrame& frame = channel.Frame;
+  if (frame.DataCount == 0) frame.SampleTime = static_cast<std::uint32_t>(FSamples);
+  const std::size_t i = frame.DataCount++;
+  const TAxis& axis = FAxes[frame.Param1 > 0 ? frame.Param1 - 1 : 0];
+  switch (channel.Signal->Kind) {
+    case skPosition: frame.SetFloat(i, static_cast<float>(axis.Mm)); break;
+    case skSpeed: frame.SetFloat(i, static_cast<float>(axis.MmPerS)); break;
+    case skAcceleration: frame.SetFloat(i, static_cast<float>(axis.MmPerS2)); break;
+    case skFollowingError: frame.SetFloat(i, static_cast<float>(axis.Error)); break;
+    case skGasPressure: frame.SetFloat(i, static_cast<float>(now.GasBar)); break;
+    case skLaser: frame.SetInt(i, now.Laser ? 1 : 0); break;
+    case skEmission: frame.SetInt(i, now.Emission ? 1 : 0); break;
+    case skState: frame.SetInt(i, now.State); break;
+    case skGasBranch: frame.SetInt(i, now.Gas ? now.GasBranch : 0); break;
+  }
+  if (frame.Count() < kFrameValues) return;
+  FWriter.Write(frame);
+  frame.DataCount = 0;
+}
+
+void TRecorder::Finish() {
+  for (TChannel& channel : FChannels)
+    if (channel.Frame.DataCount > 0) FWriter.Write(channel.Frame);
+  FWriter.Finish();
+}
+
+}  // namespace ixocontroller

@@ -1,0 +1,58 @@
+// Samples the simulated machine into monitor frames, one value per ms and 32 values a frame. One thread.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "ixocamglue/monitor/Ucollections.h"
+#include "ixocamglue/monitor/Umonitorsignals.h"
+#include "ixocamglue/monitor/Umonitorwriter.h"
+#include "machines/simulated/Machine.h"
+
+namespace ixocontroller {
+using namespace ixocamglue;
+
+inline constexpr std::uint16_t kRecordedAxes = 4;  // X, Y, Z, Focus
+
+// Every signal that can be recorded.
+[[nodiscard]] std::vector<TMonitorSignalKey> AllSignals();
+// "position,laser,speed.2": a name alone means all axes. Throws EProblem for a name that no signal has.
+[[nodiscard]] std::vector<TMonitorSignalKey> ParseSignals(const std::string& list);
+
+class TRecorder {
+ public:
+  // `writer` is not owned.
+  TRecorder(TMonitorWriter& writer, const std::vector<TMonitorSignalKey>& signals);
+
+  // Once per ms; the first sample's time is 0. Throws what the writer throws.
+  void Sample(const TSimSnapshot& now);
+  // Writes the frames that are not full.
+  void Finish();
+  [[nodiscard]] std::uint64_t Samples() const { return FSamples; }
+
+ private:
+  struct TChannel {
+    const TMonitorSignal* Signal;
+    TMonitorDataFrame Frame;
+  };
+  // Speed from positions, acceleration from speeds.
+  struct TAxis {
+    TAxis();
+    TSteadyFilter Speed;
+    TSteadyFilter Acceleration;
+    double Mm = 0.0;
+    double MmPerS = 0.0;
+    double MmPerS2 = 0.0;
+    double Error = 0.0;
+  };
+
+  void Put(TChannel& channel, const TSimSnapshot& now);
+
+  TMonitorWriter& FWriter;
+  std::vector<TChannel> FChannels;
+  TAxis FAxes[kRecordedAxes];
+  std::uint64_t FSamples = 0;
+};
+
+}  // namespace ixocontroller

@@ -1,0 +1,71 @@
+#include "controller/recordings/Recording.h"
+
+#include <algorithm>
+#include <numeric>
+
+#include "ixocamglue/monitor/Umonitortexts.h"
+#include "ixocamglue/support/Problem.h"
+
+namespace ixocontroller {
+namespace {
+
+// By time, the latest of equal times only.
+void Sort(TSeries& series) {
+  const auto& ms = series.Ms;
+  if (std::ranges::adjacent_find(ms, std::greater_equal<>()) == ms.end()) return;
+  std::vector<std::size_t> order(ms.size());
+  std::iota(order.begin(), order.end(), std::size_t{0});
+  std::ranges::stable_sort(order, {}, [&](std::size_t i) { return ms[i]; });
+  TSeries sorted;
+  sorted.Frames = series.Frames;
+  for (std::size_t i = 0; i < order.size(); ++i) {
+    if (i + 1 < order.size() && ms[order[i]] == ms[order[i + 1]]) continue;
+    sorted.Ms.push_back(ms[order[i]]);
+    sorted.Values.push_back(series.Values[order[i]]);
+  }
+  series = std::move(sorted);
+}
+
+}  // namespace
+
+std::int64_t TSampleClock::At(std::uint32_t sampleTime) {
+  if (FStarted) FMs += static_cast<std::int32_t>(sampleTime - FLast);
+  FStarted = true;
+  FLast = sampleTime;
+  return FMs;
+}
+
+std::string WhyNotReadable(const TMonitorReader& reader) {
+  if (!reader.Report().Problem.empty()) return reader.Report().Problem;
+  if (reader.IsEmpty()) return "the file is empty";
+  if (reader.Is1P0()) return SNotSupportOldVersion.Get();
+  if (reader.Report().Version.empty()) return "line 1: no version: this is no monitor file";
+  if (!reader.Is1P2()) return "line 1: version \"" + reader.Report().Version + "\" is not known";
+  return {};
+}
+
+TRecording LoadRecording(const std::string& file) {
+  TMonitorReader reader;
+  (void)reader.Open(file);
+  const auto check = [&] {
+    if (const std::string why = WhyNotReadable(reader); !why.empty()) throw EProblem(pbUnusable, file + ": " + why);
+  };
+  check();
+  TRecording recording;
+  TSampleClock clock;
+  for (TMonitorDataFrame frame; reader.Next(frame);) {
+    TSeries& series = recording.Series[KeyOf(frame)];
+    ++series.Frames;
+    const std::int64_t start = clock.At(frame.SampleTime);
+    for (std::size_t i = 0; i < frame.Count(); ++i) {
+      series.Ms.push_back(start + static_cast<std::int64_t>(i) * frame.TimeInterval);
+      series.Values.push_back(frame.GetValue(i));
+    }
+  }
+  check();
+  recording.Report = reader.Report();
+  for (auto& [key, series] : recording.Series) Sort(series);
+  return recording;
+}
+
+}  // namespace ixocontroller

@@ -1,3 +1,0 @@
-#include "host/CommandLine.h"
-
-int main(int argc, char** argv) { return ixocamglue::RunCommandLine(argc, argv); }

@@ -1,0 +1,145 @@
+#include "ixocamglue/alarms/Ualarmdefs.h"
+
+#include <algorithm>
+#include <charconv>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <optional>
+#include <stdexcept>
+
+#include <nlohmann/json.hpp>
+
+#include "ixocamglue/platform/services/LocaleManager.h"
+#include "ixocamglue/support/Format.h"
+
+namespace ixocamglue {
+namespace {
+
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+constexpr const char* kMembers[] = {"HelpID",   "BrifDesc",  "Code",   "AlarmDesc",
+                                    "Category", "Alarmtype", "Reason", "Solution"};
+// What an operator needs to see; the others may be empty.
+constexpr const char* kNeeded[] = {"HelpID", "BrifDesc", "Code", "Reason", "Solution"};
+
+bool Blank(std::string_view text) {
+  return std::ranges::all_of(text, [](char c) { return static_cast<unsigned char>(c) <= 0x20; });
+}
+
+std::string LineAndColumn(std::string_view text, std::size_t at) {
+  const std::string_view before = text.substr(0, std::min(at, text.size()));
+  const auto lineStart = before.rfind('\n');
+  return Format("%td:%zu", std::ranges::count(before, '\n') + 1,
+                before.size() - (lineStart == std::string_view::npos ? 0 : lineStart + 1) + 1);
+}
+
+// A text that says what it should: nothing, or the number.
+std::optional<std::int64_t> NumberOf(const TConfigSection& section, const char* name, std::int64_t lowest,
+                                     std::int64_t highest, std::vector<std::string>& problems) {
+  const std::string text = section.GetText(name, "");
+  std::int64_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc{} || end != text.data() + text.size() || text.empty())
+    problems.push_back(Format("%s/%s: \"%s\" is no whole number", section.Path().c_str(), name, text.c_str()));
+  else if (number < lowest || number > highest)
+    problems.push_back(Format("%s/%s: %s is not in %lld..%lld", section.Path().c_str(), name, text.c_str(),
+                              static_cast<long long>(lowest), static_cast<long long>(highest)));
+  else
+    return number;
+  return std::nullopt;
+}
+
+void CheckTexts(const TConfigSection& item, std::vector<std::string>& problems) {
+  for (const char* const name : {"Description", "Reason", "Solution"})
+    if (Blank(item.GetText(name, "")))
+      problems.push_back(Format("%s/%s: the text is empty", item.Path().c_str(), name));
+}
+
+}  // namespace
+
+std::string TAlarmDefinitionFiles::GetAlarmDefinitions() {
+  if (FFolder.empty()) return "[]";
+  const TLocaleManager* const manager = LocaleManager();
+  const std::filesystem::path file = FFolder / ((manager ? manager->Language() : "zh") + ".json");
+  std::ifstream in(file, std::ios::binary);
+  if (!in) throw std::runtime_error(file.string() + ": the file cannot be read");
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+std::vector<std::string> CheckAlarmDefinitions(std::string_view json) {
+  const std::size_t mark = json.starts_with(kByteOrderMark) ? kByteOrderMark.size() : 0;
+  nlohmann::json list;
+  try {
+    list = nlohmann::json::parse(json.substr(mark));
+  } catch (const nlohmann::json::parse_error& e) {
+    std::string why = e.what();
+    if (const auto colon = why.find(": "); colon != std::string::npos) why.erase(0, colon + 2);
+    return {LineAndColumn(json, mark + (e.byte == 0 ? 0 : e.byte - 1)) + ": " + why};
+  }
+  if (!list.is_array()) return {Format("1:1: the list is %s, expected an array", list.type_name())};
+
+  std::vector<std::string> problems;
+  std::map<std::string, std::size_t> ids, codes;
+  for (std::size_t index = 0; index < list.size(); ++index) {
+    const auto& entry = list[index];
+    std::string id;
+    const auto report = [&](const std::string& what) {
+      problems.push_back(Format("[%zu] %s: %s", index, id.c_str(), what.c_str()));
+    };
+    if (!entry.is_object()) {
+      report(std::string("the entry is ") + entry.type_name() + ", expected an object; it is skipped");
+      continue;
+    }
+    const auto text = [&](const char* member) {
+      const auto found = entry.find(member);
+      return found != entry.end() && found->is_string() ? found->get<std::string>() : std::string();
+    };
+    id = text("HelpID");
+    for (const char* const member : kMembers)
+      if (const auto found = entry.find(member); found != entry.end() && !found->is_string())
+        report(Format("\"%s\" is %s, expected a string", member, found->type_name()));
+    for (const char* const member : kNeeded)
+      if (Blank(text(member))) report(Format("\"%s\" is empty or missing", member));
+    for (const auto& item : entry.items())
+      if (std::ranges::none_of(kMembers, [&](const char* member) { return item.key() == member; }))
+        report("\"" + item.key() + "\" is no member of a definition");
+    const auto unique = [&](std::map<std::string, std::size_t>& seen, const std::string& value, const char* member) {
+      if (value.empty()) return;
+      if (const auto [first, isNew] = seen.emplace(value, index); !isNew)
+        report(Format("\"%s\" is \"%s\", as in entry [%zu]", member, value.c_str(), first->second));
+    };
+    unique(ids, id, "HelpID");
+    unique(codes, text("Code"), "Code");
+  }
+  return problems;
+}
+
+std::vector<std::string> CheckAlarmsSection(const TConfigSection& section) {
+  constexpr std::int64_t kUserBase = 1000;
+  constexpr std::int64_t kGroupBase = 2000;
+  std::vector<std::string> problems;
+  std::map<std::int64_t, std::string> taken;  // identifier numbers and who has them
+  const auto take = [&](std::int64_t number, const std::string& path) {
+    if (const auto [first, isNew] = taken.emplace(number, path); !isNew)
+      problems.push_back(Format("%s: its number %lld is that of %s", path.c_str(), static_cast<long long>(number),
+                                first->second.c_str()));
+  };
+  for (const TConfigSection& item : section.Children("UserAlarm")) {
+    CheckTexts(item, problems);
+    if (const auto number = NumberOf(item, "Number", 0, 1'000'000, problems)) take(kUserBase + *number, item.Path());
+  }
+  std::int64_t base = 0;
+  for (const TConfigSection& group : section.Children("MultiBitGroup")) {
+    const auto bits = NumberOf(group, "Bits", 1, 31, problems);
+    const std::int64_t size = std::int64_t{1} << (bits ? *bits : group.GetInt("Bits", 0) & 31);
+    for (const TConfigSection& item : group.Children("Item")) {
+      CheckTexts(item, problems);
+      if (const auto value = NumberOf(item, "Value", 0, size - 1, problems))
+        take(kGroupBase + base + *value, item.Path());
+    }
+    base += size;
+  }
+  return problems;
+}
+
+}  // namespace ixocamglue

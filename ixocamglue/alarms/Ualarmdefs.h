@@ -1,0 +1,33 @@
+// Alarm definition lists on disk: the service that hands them to the interpreter, and the check that says what is wrong
+// with one. The interpreter itself takes what it can and says nothing.
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "ixocamglue/platform/ports/Alarmintf.h"
+#include "ixocamglue/platform/xml/MachineConfig.h"
+
+namespace ixocamglue {
+
+// Reads <language>.json of a folder, the language being the locale manager's. Any thread.
+class TAlarmDefinitionFiles final : public IAlarmInterpreterSvc {
+ public:
+  // An empty folder name: no definitions.
+  explicit TAlarmDefinitionFiles(std::filesystem::path folder) : FFolder(std::move(folder)) {}
+  std::string GetAlarmDefinitions() override;  // throws std::runtime_error for a file that cannot be read
+
+ private:
+  const std::filesystem::path FFolder;
+};
+
+// What is wrong with a definition list, a line each: "LINE:COLUMN: ..." for text that is no JSON, otherwise
+// "[INDEX] HelpID: ..." with the entry's index from 0. Empty: nothing.
+[[nodiscard]] std::vector<std::string> CheckAlarmDefinitions(std::string_view json);
+
+// The same for the alarms section of a machine configuration: "Alarms/UserAlarm[2]/Number: ...".
+[[nodiscard]] std::vector<std::string> CheckAlarmsSection(const TConfigSection& section);
+
+}  // namespace ixocamglue

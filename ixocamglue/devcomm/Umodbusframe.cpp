@@ -1,0 +1,134 @@
+#include "ixocamglue/devcomm/Umodbusframe.h"
+
+#include "ixocamglue/platform/comm/Crc.h"
+
+namespace ixocamglue {
+namespace {
+
+constexpr std::size_t kTcpHeader = 6;
+constexpr std::size_t kException = 3;  // unit, function, code
+
+std::uint8_t High(std::uint16_t word) { return static_cast<std::uint8_t>(word >> 8); }
+std::uint8_t Low(std::uint16_t word) { return static_cast<std::uint8_t>(word & 0xFF); }
+std::uint16_t WordAt(std::span<const std::uint8_t> bytes, std::size_t at) {
+  return static_cast<std::uint16_t>(bytes[at] << 8 | bytes[at + 1]);
+}
+
+TReplyCheck Invalid(const char* reason, bool framed = true) { return {rsInvalid, 0, 0, reason, framed}; }
+
+// Unit, function and what follows, as far as it has come in. `pdu` begins with the unit.
+// Length becomes the bytes that this reply has from its unit on.
+TReplyCheck CheckBody(const TModbusRequest& request, std::span<const std::uint8_t> pdu) {
+  if (!pdu.empty() && pdu[0] != request.Unit) return Invalid("the reply is another unit's");
+  if (pdu.size() < 2) return {};
+  if (pdu[1] == (request.Func | 0x80)) {
+    TReplyCheck check{rsException, kException, 0, "", true};
+    if (pdu.size() < kException) return {rsMore, kException, 0, "", true};
+    check.Exception = pdu[2];
+    return check;
+  }
+  if (pdu[1] != request.Func) return Invalid("the reply is to another function");
+  if (request.Func == kModbusRead) {
+    const std::size_t data = std::size_t{2} * request.Count;
+    if (pdu.size() >= 3 && pdu[2] != data) return Invalid("the reply has another number of bytes");
+    return {pdu.size() < 3 + data ? rsMore : rsWhole, 3 + data, 0, "", true};
+  }
+  constexpr std::size_t kEcho = 6;
+  if (pdu.size() < kEcho) return {rsMore, kEcho, 0, "", true};
+  if (WordAt(pdu, 2) != request.Addr) return Invalid("the reply is to another address");
+  const std::uint16_t wanted = request.Func == kModbusWriteOne ? request.Values[0] : request.Count;
+  if (WordAt(pdu, 4) != wanted)
+    return Invalid(request.Func == kModbusWriteOne ? "the reply has another value" : "the reply has another count");
+  return {rsWhole, kEcho, 0, "", true};
+}
+
+TReplyCheck CheckRtu(const TModbusRequest& request, std::span<const std::uint8_t> bytes) {
+  TReplyCheck check = CheckBody(request, bytes);
+  if (check.State == rsInvalid || check.Length == 0) return check;
+  check.Length += 2;
+  if (bytes.size() < check.Length) return {rsMore, check.Length, 0, "", true};
+  const std::size_t body = check.Length - 2;
+  const std::uint16_t crc = CalcCRC(bytes.data(), body, 0xFFFF);
+  if (bytes[body] != Low(crc) || bytes[body + 1] != High(crc)) return Invalid("the CRC is wrong");
+  return check;
+}
+
+TReplyCheck CheckTcp(const TModbusRequest& request, std::span<const std::uint8_t> bytes) {
+  if (bytes.size() >= 4 && WordAt(bytes, 2) != 0) return Invalid("this is no Modbus TCP header", false);
+  if (bytes.size() < kTcpHeader) return {};
+  const std::size_t length = WordAt(bytes, 4);
+  if (length < kException || length > 254) return Invalid("the header's length is impossible", false);
+  const std::size_t whole = kTcpHeader + length;
+  if (bytes.size() < whole) return {rsMore, whole, 0, "", true};
+  if (WordAt(bytes, 0) != request.Transaction)
+    return {rsForeign, whole, 0, "a reply has another transaction identifier", true};
+  TReplyCheck check = CheckBody(request, bytes.subspan(kTcpHeader, length));
+  if (check.State == rsInvalid) return check;
+  if (check.Length != length) return Invalid("the header's length does not fit the reply");
+  check.Length = whole;
+  return check;
+}
+
+}  // namespace
+
+bool BuildModbusFrame(const TModbusRequest& request, TBytes& frame) {
+  frame.clear();
+  const bool many = request.Func == kModbusWriteMany;
+  const bool one = request.Func == kModbusWriteOne;
+  if (request.Func != kModbusRead && !many && (!one || request.Values.empty())) return false;
+
+  frame.reserve(kTcpHeader + 7 + 2 * request.Values.size() + 2);
+  const auto word = [&](std::uint16_t value) {
+    frame.push_back(High(value));
+    frame.push_back(Low(value));
+  };
+  const auto twice = static_cast<std::uint8_t>(2 * Low(request.Count));
+  if (request.Tcp) {
+    word(request.Transaction);
+    word(0);
+    frame.push_back(0);
+    frame.push_back(many ? static_cast<std::uint8_t>(2 * Low(request.Count) + 7) : std::uint8_t{6});
+  }
+  frame.push_back(request.Unit);
+  frame.push_back(request.Func);
+  word(request.Addr);
+  word(one ? request.Values[0] : request.Count);
+  if (many) {
+    frame.push_back(twice);
+    const std::size_t at = frame.size();
+    frame.resize(at + 2 * request.Values.size());
+    std::uint8_t* out = frame.data() + at;
+    for (const std::uint16_t value : request.Values) {
+      *out++ = High(value);
+      *out++ = Low(value);
+    }
+  }
+  if (!request.Tcp) {
+    const std::uint16_t crc = CalcCRC(frame.data(), frame.size(), 0xFFFF);
+    frame.push_back(Low(crc));
+    frame.push_back(High(crc));
+  }
+  return true;
+}
+
+TReplyCheck CheckModbusReply(const TModbusRequest& request, std::span<const std::uint8_t> bytes) {
+  return request.Tcp ? CheckTcp(request, bytes) : CheckRtu(request, bytes);
+}
+
+const char* ModbusExceptionName(std::uint8_t code) {
+  switch (code) {
+    case 1: return "illegal function";
+    case 2: return "illegal data address";
+    case 3: return "illegal data value";
+    case 4: return "server device failure";
+    case 5: return "acknowledge";
+    case 6: return "server device busy";
+    case 7: return "negative acknowledge";
+    case 8: return "memory parity error";
+    case 10: return "gateway path unavailable";
+    case 11: return "gateway target device failed to respond";
+    default: return "unknown exception";
+  }
+}
+
+}  // namespace ixocamglue

@@ -1,0 +1,57 @@
+// Modbus frames: building a request, and looking at the bytes of a reply while they come in. No state; any thread.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+#include "ixocamglue/platform/comm/Bytes.h"
+
+namespace ixocamglue {
+
+inline constexpr std::uint8_t kModbusRead = 3;
+inline constexpr std::uint8_t kModbusWriteOne = 6;
+inline constexpr std::uint8_t kModbusWriteMany = 16;
+inline constexpr std::size_t kModbusMostRead = 125;   // registers of one request
+inline constexpr std::size_t kModbusMostWrite = 123;  // registers of one request
+
+struct TModbusRequest {
+  bool Tcp = false;               // header instead of CRC
+  std::uint16_t Transaction = 0;  // TCP
+  std::uint8_t Unit = 1;
+  std::uint8_t Func = kModbusRead;
+  std::uint16_t Addr = 0;   // protocol address, 0 to 65535
+  std::uint16_t Count = 0;  // registers; function 6 has none
+  std::span<const std::uint16_t> Values;
+};
+
+// Replaces `frame`. False and empty for another function, and for function 6 without a value.
+// Kept: the byte count of function 16, and the header's length, are 8-bit arithmetic on the low byte of Count, while
+// every element of Values is written.
+[[nodiscard]] bool BuildModbusFrame(const TModbusRequest& request, TBytes& frame);
+
+enum class TReplyState : std::uint8_t {
+  rsMore,       // so far a good reply; more is to come
+  rsWhole,      // the reply to this request
+  rsException,  // its exception reply; Exception is set
+  rsForeign,    // a whole reply to another transaction
+  rsInvalid,    // no reply to this request; Reason says why
+};
+using enum TReplyState;
+
+struct TReplyCheck {
+  TReplyState State = rsMore;
+  std::size_t Length = 0;      // of the frame at the start of the bytes: whole, exception and foreign
+  std::uint8_t Exception = 0;  // the exception code
+  const char* Reason = "";     // a literal; why it is invalid, or what makes it foreign
+  bool Framed = true;          // false: the bytes cannot be cut into frames any more
+};
+
+// Looks at what has come in of the reply to `request`: length from the header or the function code; unit, function,
+// byte count, echo, transaction, protocol and CRC must match. Reads `bytes` only.
+[[nodiscard]] TReplyCheck CheckModbusReply(const TModbusRequest& request, std::span<const std::uint8_t> bytes);
+
+// "illegal data address" for 2; "unknown exception" for a number without a name.
+[[nodiscard]] const char* ModbusExceptionName(std::uint8_t code);
+
+}  // namespace ixocamglue

@@ -1,0 +1,86 @@
+#include <array>
+
+#include "ixocamglue/devcomm/Ucommtrans.h"
+#include "ixocamglue/platform/services/AppSys.h"
+#include "ixocamglue/platform/services/Clock.h"
+#include "ixocamglue/platform/services/Log.h"
+
+namespace ixocamglue {
+namespace {
+
+constexpr std::size_t kChunk = 1024;
+constexpr std::uint32_t kReceiveMs = 100;
+constexpr std::size_t kLocalAddresses = 8;
+
+}  // namespace
+
+TNcUDPTrans::TNcUDPTrans() : FUdp(CommParts().MakeUdp()) { FNet.Initialize(); }
+
+void TNcUDPTrans::SetNetParams(const TCommNet& params) {
+  FUdp = CommParts().MakeUdp();
+  FNet.Initialize();
+  FAddress.clear();
+  if (CommParts().LocalAddresses(kLocalAddresses).empty()) {
+    LogMsg(lkError, 0, "This machine has no local IP address", "TNcUDPTrans");
+    return;
+  }
+  FNet = params;
+  MakeSocket();
+  LogMsg(lkTrace, 0, "UDP LocallIP:" + GetUtf16(FNet.Host));
+}
+
+void TNcUDPTrans::MakeSocket() {
+  const auto addresses = CommParts().Resolve(GetUtf16(FNet.Host), kResolveLimitMs);
+  FAddress = addresses.empty() ? std::string() : addresses.front();
+  if (const std::string problem = FUdp->Bind(FAddress); !problem.empty())
+    LogMsg(lkError, 0, "The UDP socket stays unbound: " + GetUtf16(FNet.Host) + ": " + problem, "TNcUDPTrans");
+}
+
+bool TNcUDPTrans::CheckConnection() { return Linked(); }
+
+bool TNcUDPTrans::SendBuff(const TBytes& buf) {
+  FUdp->SendTo(buf, FAddress, FNet.Port);
+  DebugPcTo3rdDevInfo(buf);
+  return true;
+}
+
+TBytes TNcUDPTrans::GetReceiveBuff() {
+  TBytes received;
+  std::array<std::uint8_t, kChunk> chunk;
+  const std::uint32_t start = Clock().TickMs();
+  while (FUdp->WaitReadable(kReceiveMs) && Clock().TickMs() - start < kReceiveMs) {
+    const std::size_t got = FUdp->Receive(chunk);
+    received.assign(chunk.begin(), chunk.begin() + static_cast<std::ptrdiff_t>(got));
+  }
+  Debug3rdDevToPcInfo(received);
+  return received;
+}
+
+bool TNcUDPTrans::Linked() const { return FUdp && FNet.Port != 0; }
+
+bool TNcUDPTrans::Reopen(std::uint32_t) {
+  if (Linked()) MakeSocket();
+  return Linked();
+}
+
+std::size_t TNcUDPTrans::Drain(std::size_t atMost) {
+  std::array<std::uint8_t, kChunk> chunk;
+  std::size_t drained = 0;
+  while (drained < atMost) {
+    const std::size_t got = FUdp->Receive(chunk);
+    if (got == 0) break;
+    drained += got;
+  }
+  return drained;
+}
+
+TBytes TNcUDPTrans::ReceiveWithin(std::uint32_t ms) {
+  if (!Linked() || !FUdp->WaitReadable(ms)) return {};
+  std::array<std::uint8_t, kChunk> chunk;
+  const std::size_t got = FUdp->Receive(chunk);
+  TBytes received(chunk.begin(), chunk.begin() + static_cast<std::ptrdiff_t>(got));
+  Debug3rdDevToPcInfo(received);
+  return received;
+}
+
+}  // namespace ixocamglue

@@ -1,0 +1,138 @@
+#include "ixocamglue/gascal/Ugasnozzcaliconfig.h"
+
+#include <cmath>
+#include <limits>
+#include <utility>
+#include <vector>
+
+#include "ixocamglue/platform/services/AppSys.h"
+#include "ixocamglue/platform/services/Log.h"
+#include "ixocamglue/platform/xml/MachineConfig.h"
+
+namespace ixocamglue {
+namespace {
+
+constexpr double kSizeTolerance = 1e-12;  // mm
+constexpr const char* kFileName = "GasCalibration.config";
+
+}  // namespace
+
+std::filesystem::path GasCaliConfigFile() {
+  const TMachineConfig* const config = MachineConfig();
+  return config && !config->File().empty() ? config->File().parent_path() / kFileName : std::filesystem::path();
+}
+
+void CopyTable(const TDAAdjustTable& from, TDAAdjustTable& to) {
+  std::vector<std::pair<double, double>> entries;
+  for (std::int32_t i = 0; i < from.GetCount(); ++i)
+    entries.emplace_back(from.GetItem(i)->Press, from.GetItem(i)->Volt);
+  to.Clear();
+  for (const auto& [press, volt] : entries) to.Add(press, volt);
+}
+
+// --- TGasCaliItem ---
+
+void TGasCaliItem::Publish(TPublisher& p) {
+  p.Field("NozzType", NozzType);
+  p.Field("NozzSize", NozzSize);
+  p.Field("RecordData", RecordData);
+  p.Child("DAAdjustTable", DAAdjustTable);
+}
+
+std::int64_t TCaliItemCom::Compare(const TGasCaliItem& a, const TGasCaliItem& b) {
+  if (const int types = a.NozzType.compare(b.NozzType)) return types;
+  constexpr double kHighest = 9.2e18;  // what 64 bits hold
+  const double steps = std::trunc((a.NozzSize - b.NozzSize) * 10000);
+  if (steps >= kHighest) return std::numeric_limits<std::int64_t>::max();
+  if (steps <= -kHighest) return std::numeric_limits<std::int64_t>::min();
+  return static_cast<std::int64_t>(steps);
+}
+
+// --- TGasBraCaliConfig ---
+
+void TGasBraCaliConfig::Publish(TPublisher& p) { p.List("GasCaliItem", FItems); }
+
+void TGasBraCaliConfig::SaveToXmlNode(TXmlNode node) {
+  if (!node) return;
+  const bool changed = node.Context().Changed;
+  const std::string before = node.OuterText();
+  node.RemoveChildren();
+  // By the exact size: sizes that Compare takes for equal would leave no order that sorting needs.
+  FItems.StableSort([](const TGasCaliItem& a, const TGasCaliItem& b) {
+    const int types = a.NozzType.compare(b.NozzType);
+    return types < 0 || (types == 0 && a.NozzSize < b.NozzSize);
+  });
+  TXmlSubConfig::SaveToXmlNode(node);
+  if (node.OuterText() == before) node.Context().Changed = changed;
+}
+
+std::int32_t TGasBraCaliConfig::Find(std::string_view nozzType, double nozzSize) const {
+  for (std::int32_t i = 0; i < FItems.Count(); ++i) {
+    const TGasCaliItem& item = *FItems.Get(i);
+    if (item.NozzType == nozzType && std::abs(item.NozzSize - nozzSize) <= kSizeTolerance) return i;
+  }
+  return -1;
+}
+
+TDAAdjustTable* TGasBraCaliConfig::GetTable(std::string_view nozzType, double nozzSize) const {
+  TGasCaliItem* const item = FItems.Get(Find(nozzType, nozzSize));
+  return item ? &item->DAAdjustTable : nullptr;
+}
+
+void TGasBraCaliConfig::AddOrSetTable(std::string_view nozzType, double nozzSize, const TDAAdjustTable& table) {
+  TDAAdjustTable* stored = GetTable(nozzType, nozzSize);
+  if (!stored) {
+    TGasCaliItem& item = FItems.AddNew();
+    item.NozzType = nozzType;
+    item.NozzSize = nozzSize;
+    stored = &item.DAAdjustTable;
+  }
+  CopyTable(table, *stored);
+}
+
+void TGasBraCaliConfig::DeleteTable(std::string_view nozzType, double nozzSize) {
+  FItems.Delete(Find(nozzType, nozzSize));
+}
+
+// --- TGasCaliConfig ---
+
+void TGasCaliConfig::Publish(TPublisher& p) {
+  p.Child("GasAir", FAir);
+  p.Child("GasO2", FO2);
+  p.Child("GasN2", FN2);
+}
+
+void TGasCaliConfig::Open() {
+  if (const std::string problem = Load(GasCaliConfigFile(), mfDefaults); !problem.empty())
+    LogMsg(lkWarning, 0, problem + "; the stored gas calibrations count as none");
+}
+
+bool TGasCaliConfig::SaveTables(std::string* problem) {
+  if (std::string reason = MoveAside(); !reason.empty()) {
+    LogMsg(lkError, 0, reason);
+    if (problem) *problem = std::move(reason);
+    return false;
+  }
+  return Save(problem);
+}
+
+TGasBraCaliConfig* TGasCaliConfig::GetGasConfig(std::int32_t gasType) {
+  switch (gasType) {
+    case 1: return &FAir;
+    case 2: return &FO2;
+    case 3: return &FN2;
+    default: return nullptr;
+  }
+}
+
+TDAAdjustTable* TGasCaliConfig::GetDAAdjustTable(std::int32_t gasType, std::string_view nozzType, double nozzSize) {
+  const TGasBraCaliConfig* const gas = GetGasConfig(gasType);
+  return gas ? gas->GetTable(nozzType, nozzSize) : nullptr;
+}
+
+void TGasCaliConfig::SetDAAdjustTable(std::int32_t gasType, std::string_view nozzType, double nozzSize,
+                                      const TDAAdjustTable& table) {
+  if (TGasBraCaliConfig* const gas = GetGasConfig(gasType)) gas->AddOrSetTable(nozzType, nozzSize, table);
+}
+
+}  // namespace ixocamglue

@@ -1,0 +1,180 @@
+#include "ixocamglue/gascal/Uzemgasadjustmodel.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "ixocamglue/config/Libmachinecfg.h"
+#include "ixocamglue/gascal/Ugasadjusttexts.h"
+#include "ixocamglue/gascal/Uzemgasadjuststate.h"
+#include "ixocamglue/platform/states/NcState.h"
+#include "ixocamglue/platform/xml/MachineConfig.h"
+#include "ixocamglue/support/Format.h"
+
+namespace ixocamglue {
+namespace {
+
+constexpr const char* SAdjustPoint = "%.2f(V)---%.4f(Bar)";
+constexpr const char* SBackup = "BackupCaliInfo";
+
+std::unique_ptr<TZemGasAdjustModel>& Model() {
+  static std::unique_ptr<TZemGasAdjustModel> model;
+  return model;
+}
+
+TGasBranchConfig* Branch(std::int32_t gasType) {
+  TMachineConfig* const config = MachineConfig();
+  return config ? config->GetGasBranch(gasType) : nullptr;
+}
+
+// The locale reader lets only texts with the default's conversions in.
+template <class... Args>
+std::string Show(const TText& text, Args... args) {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+#pragma GCC diagnostic ignored "-Wformat-security"
+  return Format(text.Get(), args...);
+#pragma GCC diagnostic pop
+}
+
+}  // namespace
+
+std::string AdjustPointText(double volt, double press) { return Format(SAdjustPoint, volt, press); }
+
+std::string GasDesc(std::int32_t gasType) {
+  const TGasTypeDic* const gases = GasTypeDic();
+  const std::int32_t index = gases ? gases->IndexOfValue(gasType) : -1;
+  return index >= 0 ? gases->GetDesc(index) : Format("%d", gasType);
+}
+
+bool TZemGasAdjustModel::StartAjdust(std::vector<std::int32_t> gasTypes) {
+  TNcStateFramework* const states = NcStates();
+  if (!states || gasTypes.empty() || AjdustIsBusy()) return false;
+  {
+    TGuard guard(FLock);
+    FGasTypes = std::move(gasTypes);
+  }
+  Begin();
+  states->RequestState(nsZemGasAdjust, 0);
+  return true;
+}
+
+void TZemGasAdjustModel::StopAjdust() {
+  if (TNcStateFramework* const states = NcStates(); states && AjdustIsBusy()) states->Stop();
+}
+
+// A stop may withdraw the request before the state is entered, so the flag alone does not tell. Pending first: between
+// the two questions the state may be entered, never the other way round.
+bool TZemGasAdjustModel::AjdustIsBusy() const {
+  const TNcStateFramework* const states = NcStates();
+  return states && FBusy.load(std::memory_order_acquire) &&
+         (states->ChangePending() || states->CurrentState() == nsZemGasAdjust);
+}
+
+bool TZemGasAdjustModel::CheckGasValid(std::int32_t gasType) const {
+  const TGasBranchConfig* const branch = Branch(gasType);
+  return branch && branch->GetDAPort() > 0;
+}
+
+bool TZemGasAdjustModel::LoadGasData(std::int32_t gasType, std::string_view nozzType, double nozzSize) {
+  if (AjdustIsBusy()) return false;
+  const std::string gas = GasDesc(gasType);
+  const std::string type(nozzType);
+  AddMsg(Show(SQAdjLoadDataBegin, gas.c_str()));
+  TGasCaliConfig stored;
+  stored.Open();
+  const TDAAdjustTable* const table = stored.GetDAAdjustTable(gasType, nozzType, nozzSize);
+  TGasBranchConfig* const branch = Branch(gasType);
+  if (!table || !branch) {
+    AddMsg(Show(SQAdjNoGasData, gas.c_str(), type.c_str(), nozzSize));
+    return false;
+  }
+  CopyTable(*table, branch->DAAdjustTable);
+  branch->DAAdjustEnabled = true;
+  if (std::string problem; !MachineConfig()->Save(&problem)) {
+    AddMsg(std::move(problem));
+    return false;
+  }
+  AddMsg(Show(SQAdjLoadDataSucc, gas.c_str()));
+  return true;
+}
+
+void TZemGasAdjustModel::BackupCaliInfo(std::int32_t gasType) {
+  TGasCaliConfig stored;
+  const TGasBranchConfig* const branch = Branch(gasType);
+  if (!stored.GetGasConfig(gasType) || !branch || branch->DAAdjustTable.GetCount() == 0) return;
+  std::string nozzType;
+  double nozzSize = 0.0;
+  {
+    TGuard guard(FLock);
+    nozzType = FNozzType;
+    nozzSize = FNozzSize;
+  }
+  stored.Open();
+  stored.SetDAAdjustTable(gasType, nozzType, nozzSize, branch->DAAdjustTable);
+  if (std::string problem; !stored.SaveTables(&problem)) return AddMsg(std::move(problem));
+  AddMsg(SBackup);
+  for (std::int32_t i = 0; i < branch->DAAdjustTable.GetCount(); ++i) {
+    const TDAAdjustItem& item = *branch->DAAdjustTable.GetItem(i);
+    AddMsg(AdjustPointText(item.Volt, item.Press));
+  }
+}
+
+double TZemGasAdjustModel::GetMaxPress(std::int32_t gasType) const {
+  const TGasBranchConfig* const branch = Branch(gasType);
+  double highest = 0.0;
+  for (std::int32_t i = 0; branch && i < branch->DAAdjustTable.GetCount(); ++i)
+    highest = std::max(highest, branch->DAAdjustTable.GetItem(i)->Press);
+  return highest;
+}
+
+void TZemGasAdjustModel::AddMsg(std::string text) {
+  TGuard guard(FLock);
+  FMessages.push_back(std::move(text));
+}
+
+bool TZemGasAdjustModel::GetMsg(std::string& text) {
+  TGuard guard(FLock);
+  if (FMessages.empty()) return false;
+  text = std::move(FMessages.front());
+  FMessages.pop_front();
+  return true;
+}
+
+void TZemGasAdjustModel::SetNozzType(std::string_view nozzType, double nozzSize) {
+  TGuard guard(FLock);
+  FNozzType = nozzType;
+  FNozzSize = nozzSize;
+}
+
+std::vector<std::int32_t> TZemGasAdjustModel::GasTypes() const {
+  TGuard guard(FLock);
+  return FGasTypes;
+}
+
+void TZemGasAdjustModel::Begin() {
+  FProgress.store(0.0, std::memory_order_release);
+  FBusy.store(true, std::memory_order_release);
+}
+
+void TZemGasAdjustModel::Progress(double percent) {
+  FProgress.store(std::max(GetProgess(), percent), std::memory_order_release);  // one writer
+}
+
+TZemGasAdjustModel* GZemGasAdjustModel() { return Model().get(); }
+
+void ZemGasAdjustModel_Create() {
+  if (Model()) return;
+  Model() = std::make_unique<TZemGasAdjustModel>();
+  if (TNcRegistry* const registry = NcRegistry())
+    registry->RegisterStateCtrl(nsZemGasAdjust, [](TNcStateFramework& owner) -> std::unique_ptr<TNcStateCtrl> {
+      return std::make_unique<TZemGasAdjustState>(owner);
+    });
+}
+
+void ZemGasAdjustModel_Destroy() {
+  if (!Model()) return;
+  if (TNcRegistry* const registry = NcRegistry()) registry->UnregisterStateCtrl(nsZemGasAdjust);
+  Model().reset();
+}
+
+}  // namespace ixocamglue

@@ -1,0 +1,90 @@
+#include "ixocamglue/monitor/Umonitorsink.h"
+
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <filesystem>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+
+namespace ixocamglue {
+namespace {
+
+constexpr mode_t kModeBits = 07777;
+
+}  // namespace
+
+TMonitorFileSink::TMonitorFileSink(std::string fileName) : FFileName(std::move(fileName)), FTarget(FFileName) {
+  struct stat there {};
+  const bool exists = ::stat(FTarget.c_str(), &there) == 0;
+  if (!exists && errno != ENOENT) Fail("cannot be opened", errno);
+  // The folder lets a file be replaced that may not be written.
+  if (exists && ::access(FTarget.c_str(), W_OK) != 0) Fail("cannot be opened for writing", errno);
+
+  std::error_code error;
+  const bool isLink = std::filesystem::is_symlink(FTarget, error);
+  if (isLink && exists) FTarget = std::filesystem::canonical(FTarget, error).string();
+  // A link to nothing is written through: what it points to comes into being.
+  const bool inPlace = error || (exists ? !S_ISREG(there.st_mode) : isLink);
+  if (inPlace || !OpenBeside(exists, there.st_mode & kModeBits, there.st_uid, there.st_gid)) OpenInPlace();
+}
+
+TMonitorFileSink::~TMonitorFileSink() { CloseFile(); }
+
+void TMonitorFileSink::OpenInPlace() {
+  FTemporary.clear();
+  FFile = ::open(FFileName.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  if (FFile < 0) Fail("cannot be opened for writing", errno);
+}
+
+bool TMonitorFileSink::OpenBeside(bool exists, std::uint32_t mode, std::uint32_t owner, std::uint32_t group) {
+  static std::atomic<std::uint32_t> number{0};
+  do {
+    FTemporary = FTarget + "." + std::to_string(::getpid()) + "-" + std::to_string(number++) + ".tmp";
+    FFile = ::open(FTemporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+  } while (FFile < 0 && errno == EEXIST);
+  if (FFile < 0) {
+    const int error = errno;
+    FTemporary.clear();
+    if (exists) return false;  // the folder takes no new file, the file itself may still be written
+    Fail("cannot be created", error);
+  }
+  if (!exists) return true;
+  // The mode last: giving a file away takes its set-user bits.
+  if (::fchown(FFile, owner, group) == 0 && ::fchmod(FFile, mode) == 0) return true;
+  CloseFile();
+  return false;
+}
+
+void TMonitorFileSink::Write(std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t written = ::write(FFile, bytes.data(), bytes.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) Fail("cannot be written", errno);
+    bytes.remove_prefix(static_cast<std::size_t>(written));
+  }
+}
+
+void TMonitorFileSink::Commit() {
+  const int file = std::exchange(FFile, -1);
+  if (::close(file) != 0) Fail("cannot be closed", errno);
+  if (FTemporary.empty()) return;
+  if (std::rename(FTemporary.c_str(), FTarget.c_str()) != 0) Fail("cannot be replaced", errno);
+  FTemporary.clear();
+}
+
+void TMonitorFileSink::CloseFile() noexcept {
+  if (FFile >= 0) ::close(std::exchange(FFile, -1));
+  if (!FTemporary.empty()) ::unlink(FTemporary.c_str());
+  FTemporary.clear();
+}
+
+void TMonitorFileSink::Fail(const char* what, int error) {
+  CloseFile();
+  throw EMonitorFileError(FFileName, std::string(what) + ": " + std::system_category().message(error));
+}
+
+}  // namespace ixocamglue

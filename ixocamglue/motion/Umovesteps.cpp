@@ -1,0 +1,219 @@
+#include "ixocamglue/motion/Umovesteps.h"
+
+#include <array>
+#include <cmath>
+#include <vector>
+
+#include "ixocamglue/motion/Umotiontexts.h"
+#include "ixocamglue/motion/Ustatemotion.h"
+
+namespace ixocamglue {
+
+// --- 131 ---
+
+std::string TSmtMoveToXY::GetDesc() { return SMoveToXYDesc.Get(); }
+
+void TSmtMoveToXY::CheckArrived(TPreCheck& check) { check.ArrivedXY(MotionDriver(), FTarget); }
+
+void TSmtMoveToXY::ResetParams() {
+  TSmtMoveStep::ResetParams();
+  FTarget = {};
+  FSpeed = 0.0;
+}
+
+TStepType TSmtMoveToXY::DoMotion(std::int32_t) {
+  TNcMotionDriver* const driver = MotionDriver();
+  if (!TPreCheck(*this).XY(driver, FTarget).Speed(FSpeed)) return Fail();
+  if (IsNear(GetXY(*driver), FTarget, kAtTarget)) return Await(csbtEnsure);
+  driver->MoveXY(FTarget, FSpeed);
+  return Await(csbtMotion);
+}
+
+// --- 134, 136 ---
+
+void TSmtFollowerStep::ResetParams() {
+  TSmtMoveStep::ResetParams();
+  FFollowerIndex = 0;
+}
+
+std::string TSmtSafeMoveToZ::GetDesc() { return (FCommand == Cmd ? SSafeMoveToZDesc : SMoveToZDesc).Get(); }
+
+void TSmtSafeMoveToZ::ResetParams() {
+  TSmtFollowerStep::ResetParams();
+  FTargetZ = 0.0;
+  FUseSafeZ = true;
+  FOnlyUp = true;
+  FSpeed = 0.0;
+}
+
+void TSmtSafeMoveToZ::BecomeMoveToZ() {
+  FCommand = kMoveToZ;
+  FTargetZ = 0.0;
+  FUseSafeZ = false;
+  FOnlyUp = false;
+}
+
+TStepType TSmtSafeMoveToZ::DoMotion(std::int32_t) {
+  const TZAxis axis(FFollowerIndex);
+  TPreCheck check(*this);
+  if (!check.Has(axis)) return Fail();
+  const double target = Target(axis);
+  if (!check.Z(axis, target).Speed(FSpeed)) return Fail();
+  const double way = target - axis.GetZ();
+  if (std::abs(way) <= kAtTarget || (FOnlyUp && way > 0.0)) return Await(csbtEnsure);
+  axis.MoveZ(target, FSpeed);
+  return Await(axis.Busy());
+}
+
+void TSmtSafeMoveToZ::CheckArrived(TPreCheck& check) {
+  const TZAxis axis(FFollowerIndex);
+  if (!check.Has(axis)) return;
+  const double target = Target(axis);
+  const double z = axis.GetZ();
+  if (!FOnlyUp || z > target) check.Arrived(SNameZ, target, z);
+}
+
+// --- 138, 139 ---
+
+void TSmtRaisedMove::CheckArrived(TPreCheck& check) { check.ArrivedXY(MotionDriver(), FEnd); }
+
+void TSmtRaisedMove::ResetParams() {
+  TSmtMoveStep::ResetParams();
+  FTarget = {};
+  FSpeed = 0.0;
+  FPhase = TPhase::Raise;
+}
+
+// Everything is checked before the head rises, and again before it travels.
+TStepType TSmtRaisedMove::DoMotion(std::int32_t) {
+  TNcMotionDriver* const driver = MotionDriver();
+  const TZAxis axis(0);
+  TPreCheck check(*this);
+  if (!check.Has(driver, SNameMotionDriver).Has(axis)) return Fail();
+  const TPoint2 target = Resolve(check, *driver);
+  if (!check.XY(driver, target).Speed(FSpeed)) return Fail();
+  const double safeZ = axis.GetSafeZ();
+  const bool below = axis.GetZ() > safeZ + kAtTarget;
+  if (FPhase == TPhase::Raise) {
+    if (!check.Z(axis, safeZ)) return Fail();
+    FPhase = TPhase::Travel;
+    if (below) {
+      axis.MoveZ(safeZ, 0.0);
+      return PollAgain(axis.Busy());
+    }
+  } else if (!check.Require(!below, SCheckNotRaised)) {
+    return Fail();
+  }
+  FEnd = target;
+  if (IsNear(GetXY(*driver), target, kAtTarget)) return Await(csbtEnsure);
+  driver->MoveXY(target, FSpeed);
+  return Await(csbtMotion);
+}
+
+std::string TSmtSafeMoveToWorkXY::GetDesc() { return SSafeMoveToWorkXYDesc.Get(); }
+
+TPoint2 TSmtSafeMoveToWorkXY::Resolve(TPreCheck& check, TNcMotionDriver& driver) {
+  TPoint2 origin;
+  if (!check.Require(driver.GetWorkOrigin(origin), SCheckNoWorkOrigin)) return {};
+  const TNcArea area = driver.GetWorkArea();
+  const TPoint2 target{origin.X + FTarget.X, origin.Y + FTarget.Y};
+  check.InRange(SNameWorkX, target.X, {area.Min.X, area.Max.X}).InRange(SNameWorkY, target.Y, {area.Min.Y, area.Max.Y});
+  return target;
+}
+
+std::string TSmtSafeMoveToAssistXY::GetDesc() { return SSafeMoveToAssistXYDesc.Get(); }
+
+TPoint2 TSmtSafeMoveToAssistXY::Resolve(TPreCheck& check, TNcMotionDriver&) {
+  TNcCutSystem* const cut = CutSystem();
+  TNcLaser* const laser = cut ? cut->Laser() : nullptr;
+  check.Require(!laser || !laser->GetLaser(), SCheckLaserOn);
+  return FTarget;
+}
+
+// --- 350 ---
+
+std::string TSmtLubricateCurve::GetDesc() { return SLubricateDesc.Get(); }
+
+void TSmtLubricateCurve::CheckArrived(TPreCheck& check) { check.ArrivedXY(MotionDriver(), FEnd); }
+
+void TSmtLubricateCurve::ResetParams() {
+  TSmtMoveStep::ResetParams();
+  FRange.reset();
+  FCount = 1;
+  FSpeed = 0.0;
+}
+
+TStepType TSmtLubricateCurve::DoMotion(std::int32_t) {
+  TNcMotionDriver* const driver = MotionDriver();
+  const TZAxis axis(0);
+  TPreCheck check(*this);
+  if (!check.Has(driver, SNameMotionDriver).Has(axis)) return Fail();
+  TRange2 range;
+  if (FRange) {
+    range = *FRange;
+  } else {
+    const TAxisLimits x = driver->GetLimits(0);
+    const TAxisLimits y = driver->GetLimits(1);
+    range = {{x.Neg + kInset, y.Neg + kInset}, {x.Pos - kInset, y.Pos - kInset}};
+  }
+  check.Require(range.Max.X > range.Min.X && range.Max.Y > range.Min.Y, SCheckEmptyRange);
+  check.XY(driver, range.Min).XY(driver, range.Max).Speed(FSpeed);
+  check.InRange(SNameCount, FCount, {1.0, kMaxCount});
+  if (!check || !check.Require(axis.GetZ() <= axis.GetSafeZ() + kAtTarget, SCheckNotRaised)) return Fail();
+
+  const TPoint2 corner{range.Max.X, range.Min.Y};
+  const TPoint2 opposite{range.Min.X, range.Max.Y};
+  // Round the edges, up one diagonal, along the right edge, up the other and along the left edge back to the start.
+  const std::array round{range.Min, corner, range.Max, opposite, range.Min, range.Max, corner, opposite};
+  std::vector<TPoint2> points;
+  points.reserve(round.size() * static_cast<std::size_t>(FCount) + 1);
+  for (std::int32_t i = 0; i < FCount; ++i) points.insert(points.end(), round.begin(), round.end());
+  points.push_back(range.Min);
+  FEnd = points.back();
+  driver->MoveCurve(points, FSpeed);
+  return Await(csbtMotion);
+}
+
+// --- 137, 181, 422 ---
+
+std::string TSmtSafeMoveToXY::GetDesc() { return SSafeMoveToXYDesc.Get(); }
+
+void TSmtSafeMoveToXY::ResetParams() {
+  TSmtComposite::ResetParams();
+  FTarget = {};
+  FSpeed = 0.0;
+}
+
+void TSmtSafeMoveToXY::BuildMotionList() {
+  Add(134, SSafeMoveToZDesc);
+  auto& xy = Add<TSmtMoveToXY>(131, SMoveToXYDesc);
+  xy.FTarget = FTarget;
+  xy.FSpeed = FSpeed;
+}
+
+std::string TSmtSafeMoveToXYZ::GetDesc() { return SSafeMoveToXYZDesc.Get(); }
+
+void TSmtSafeMoveToXYZ::ResetParams() {
+  TSmtSafeMoveToXY::ResetParams();
+  FTargetZ = 0.0;
+}
+
+void TSmtSafeMoveToXYZ::BuildMotionList() {
+  TSmtSafeMoveToXY::BuildMotionList();
+  Add<TSmtSafeMoveToZ>(136, SMoveToZDesc).FTargetZ = FTargetZ;
+}
+
+std::string TSmtSafeMoveToXYZF::GetDesc() { return SSafeMoveToXYZFDesc.Get(); }
+
+void TSmtSafeMoveToXYZF::ResetParams() {
+  TSmtSafeMoveToXYZ::ResetParams();
+  FFocus = 0.0;
+}
+
+void TSmtSafeMoveToXYZF::BuildMotionList() {
+  TSmtSafeMoveToXY::BuildMotionList();
+  Add<TSmtMoveToF>(421, SMoveToFDesc).FFocus = FFocus;
+  Add<TSmtSafeMoveToZ>(136, SMoveToZDesc).FTargetZ = FTargetZ;
+}
+
+}  // namespace ixocamglue

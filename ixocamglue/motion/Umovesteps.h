@@ -1,0 +1,204 @@
+// Steps that move the head: XY, Z, both in a safe order, and the lubrication run. State thread.
+//
+// Machine coordinates in mm, Z 0 is the top and grows downwards; speeds in mm/s, 0 is the platform's default.
+// Parameters are set after the step is made and go back to the named values when it is left. A command whose device is
+// missing, whose target is no number or out of range, or that is asked to stop, writes one error line and answers -2; a
+// target that is reached already takes no command.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+#include "ixocamglue/motion/Umotionchecks.h"
+#include "ixocamglue/motion/Umotioncontroller.h"
+#include "ixocamglue/motion/Usteptree.h"
+
+namespace ixocamglue {
+
+// 131: moves XY where it is told, whatever the height of the head.
+class TSmtMoveToXY : public TSmtMoveStep {
+ public:
+  static constexpr std::int32_t Cmd = 131;
+  static constexpr std::string_view kClassName = "TSmtMoveToXY";
+  std::int32_t GetID() override { return Cmd; }
+  std::string GetDesc() override;
+  TStepType DoMotion(std::int32_t reason) override;
+  void ResetParams() override;
+
+  TPoint2 FTarget;
+  double FSpeed = 0.0;
+
+ protected:
+  using TSmtMoveStep::TSmtMoveStep;
+
+ private:
+  void CheckArrived(TPreCheck& check) override;
+};
+
+// A leaf that commands the Z axis or the follower of an index.
+class TSmtFollowerStep : public TSmtMoveStep {
+ public:
+  void ResetParams() override;
+
+  std::int32_t FFollowerIndex = 0;  // 0 or 1
+
+ protected:
+  using TSmtMoveStep::TSmtMoveStep;
+};
+
+// 134: moves Z to the safe height, or to a target. 136 is the same step with a target.
+class TSmtSafeMoveToZ : public TSmtFollowerStep {
+ public:
+  static constexpr std::int32_t Cmd = 134;
+  static constexpr std::int32_t kMoveToZ = 136;
+  static constexpr std::string_view kClassName = "TSmtSafeMoveToZ";
+  std::int32_t GetID() override { return FCommand; }
+  std::string GetDesc() override;
+  TStepType DoMotion(std::int32_t reason) override;
+  void ResetParams() override;
+  // What the factory makes of it for 136: to the target 0, up or down.
+  void BecomeMoveToZ();
+
+  double FTargetZ = 0.0;
+  bool FUseSafeZ = true;  // the target is the safe height
+  bool FOnlyUp = true;    // a head that is above the target stays there
+  double FSpeed = 0.0;
+
+ protected:
+  using TSmtFollowerStep::TSmtFollowerStep;
+
+ private:
+  void CheckArrived(TPreCheck& check) override;
+  [[nodiscard]] double Target(const TZAxis& axis) const { return FUseSafeZ ? axis.GetSafeZ() : FTargetZ; }
+
+  std::int32_t FCommand = Cmd;  // survives ResetParams
+};
+
+// Raises the head to the safe height when it is below, then moves XY.
+class TSmtRaisedMove : public TSmtMoveStep {
+ public:
+  TStepType DoMotion(std::int32_t reason) override;
+  void ResetParams() override;
+
+  TPoint2 FTarget;      // in the coordinates of the class
+  double FSpeed = 0.0;  // of XY; Z rises at its default
+
+ protected:
+  using TSmtMoveStep::TSmtMoveStep;
+
+ private:
+  void CheckArrived(TPreCheck& check) override;
+  // The target in machine coordinates, or a failed check.
+  virtual TPoint2 Resolve(TPreCheck& check, TNcMotionDriver& driver) = 0;
+
+  enum class TPhase : std::uint8_t { Raise, Travel };
+  TPhase FPhase = TPhase::Raise;
+  TPoint2 FEnd;  // machine coordinates
+};
+
+// 138: the target is in work coordinates; refused without a valid origin and outside the work area.
+class TSmtSafeMoveToWorkXY : public TSmtRaisedMove {
+ public:
+  static constexpr std::int32_t Cmd = 138;
+  static constexpr std::string_view kClassName = "TSmtSafeMoveToWorkXY";
+  std::int32_t GetID() override { return Cmd; }
+  std::string GetDesc() override;
+
+ protected:
+  using TSmtRaisedMove::TSmtRaisedMove;
+
+ private:
+  TPoint2 Resolve(TPreCheck& check, TNcMotionDriver& driver) override;
+};
+
+// 139: the target is in machine coordinates; refused while the laser is on.
+class TSmtSafeMoveToAssistXY : public TSmtRaisedMove {
+ public:
+  static constexpr std::int32_t Cmd = 139;
+  static constexpr std::string_view kClassName = "TSmtSafeMoveToAssistXY";
+  std::int32_t GetID() override { return Cmd; }
+  std::string GetDesc() override;
+
+ protected:
+  using TSmtRaisedMove::TSmtRaisedMove;
+
+ private:
+  TPoint2 Resolve(TPreCheck& check, TNcMotionDriver& driver) override;
+};
+
+// 350: runs along the edges of a rectangle and both its diagonals, so that every part of the rails gets its grease.
+// Refused while the head is below the safe height.
+class TSmtLubricateCurve : public TSmtMoveStep {
+ public:
+  static constexpr std::int32_t Cmd = 350;
+  static constexpr std::string_view kClassName = "TSmtLubricateCurve";
+  std::int32_t GetID() override { return Cmd; }
+  static constexpr std::int32_t kMaxCount = 1000;
+  static constexpr double kInset = 10.0;  // mm from the axis limits
+  std::string GetDesc() override;
+  TStepType DoMotion(std::int32_t reason) override;
+  void ResetParams() override;
+
+  std::optional<TRange2> FRange;  // none: the axis limits, inset by 10 mm
+  std::int32_t FCount = 1;        // rounds, 1 to 1000
+  double FSpeed = 0.0;
+
+ protected:
+  using TSmtMoveStep::TSmtMoveStep;
+
+ private:
+  void CheckArrived(TPreCheck& check) override;
+
+  TPoint2 FEnd;
+};
+
+// 137: raises the head (134), then XY (131).
+class TSmtSafeMoveToXY : public TSmtComposite {
+ public:
+  static constexpr std::int32_t Cmd = 137;
+  static constexpr std::string_view kClassName = "TSmtSafeMoveToXY";
+  std::int32_t GetID() override { return Cmd; }
+  std::string GetDesc() override;
+  void ResetParams() override;
+  void BuildMotionList() override;
+
+  TPoint2 FTarget;
+  double FSpeed = 0.0;  // of XY; Z and focus move at their defaults
+
+ protected:
+  using TSmtComposite::TSmtComposite;
+};
+
+// 181: 137, then Z to a target (136).
+class TSmtSafeMoveToXYZ : public TSmtSafeMoveToXY {
+ public:
+  static constexpr std::int32_t Cmd = 181;
+  static constexpr std::string_view kClassName = "TSmtSafeMoveToXYZ";
+  std::int32_t GetID() override { return Cmd; }
+  std::string GetDesc() override;
+  void ResetParams() override;
+  void BuildMotionList() override;
+
+  double FTargetZ = 0.0;
+
+ protected:
+  using TSmtSafeMoveToXY::TSmtSafeMoveToXY;
+};
+
+// 422: 137, then the focus (421), then Z (136).
+class TSmtSafeMoveToXYZF : public TSmtSafeMoveToXYZ {
+ public:
+  static constexpr std::int32_t Cmd = 422;
+  static constexpr std::string_view kClassName = "TSmtSafeMoveToXYZF";
+  std::int32_t GetID() override { return Cmd; }
+  std::string GetDesc() override;
+  void ResetParams() override;
+  void BuildMotionList() override;
+
+  double FFocus = 0.0;
+
+ protected:
+  using TSmtSafeMoveToXYZ::TSmtSafeMoveToXYZ;
+};
+
+}  // namespace ixocamglue

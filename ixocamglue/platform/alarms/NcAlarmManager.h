@@ -1,0 +1,203 @@
+// The NC alarm package: which alarms stand, what they permit, and two events that tell of every raise and clear.
+//
+// A raise or clear changes the permissions at once, lock-free for their readers. Its event follows on the package's
+// event thread (or in DrainOnce, where somebody cranks by hand), in the order of the raises and clears, and the records
+// that GetAlarm shows change in the same moment: inside a read bracket of another thread neither happens. Any thread
+// calls unless a line says otherwise.
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <list>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <unordered_map>
+#include <vector>
+
+#include "ixocamglue/platform/ports/NcAlarms.h"
+#include "ixocamglue/support/Locks.h"
+
+namespace ixocamglue {
+
+// Lets maps keyed by text be searched without making a string.
+struct TTextHash {
+  using is_transparent = void;
+  std::size_t operator()(std::string_view text) const { return std::hash<std::string_view>{}(text); }
+};
+
+// An event of the package. Handlers run on the event thread, one at a time, in the order of their subscription; what
+// one throws is logged.
+class TNcAlarmEvent {
+ public:
+  using THandler = std::function<void(const TNcAlarmRecord& record)>;
+
+  // Returns a handle for Unsubscribe, never 0.
+  [[nodiscard]] std::uint64_t Subscribe(THandler handler);
+  // Afterwards the handler does not run and never will again: waits for a call in flight, unless it comes from that
+  // call. The caller holds no lock that a handler takes.
+  void Unsubscribe(std::uint64_t handle) IXO_NO_ANALYSIS;
+  void Fire(const TNcAlarmRecord& record) IXO_NO_ANALYSIS;  // the event thread
+
+ private:
+  struct TEntry {
+    std::uint64_t Handle;
+    THandler Handler;
+    bool Live = true;  // guarded by FLock
+  };
+  using TEntries = std::vector<std::shared_ptr<TEntry>>;
+
+  TCriticalSection FLock;
+  std::condition_variable FCallEnded;
+  std::shared_ptr<const TEntries> FEntries IXO_GUARDED_BY(FLock) = std::make_shared<TEntries>();
+  std::uint64_t FHandles IXO_GUARDED_BY(FLock) = 0;
+  const TEntry* FRunning IXO_GUARDED_BY(FLock) = nullptr;
+  std::thread::id FRunner IXO_GUARDED_BY(FLock);
+};
+
+class TNcAlarmManager : public TNcAlarms {
+ public:
+  static constexpr std::uint32_t kPollMs = 10;  // how often the event thread asks the sources
+
+  TNcAlarmManager();
+  ~TNcAlarmManager() override;
+  TNcAlarmManager(const TNcAlarmManager&) = delete;
+  TNcAlarmManager& operator=(const TNcAlarmManager&) = delete;
+
+  bool AllowCut() override { return !Has(naForbidCut); }
+  bool AllowLaser() override { return !Has(naForbidLaser); }
+  bool AllowFollower() override { return !Has(naForbidFollower); }
+  bool AllowHoming() override { return !Has(naForbidHoming); }
+  bool AllowMove() override { return !Has(naForbidMove); }
+  bool AllowMoveAxis(std::int32_t axis, bool positive) override {
+    return !Has(naForbidMove | NcAlarmAxis(axis, positive));
+  }
+  bool RequireStop() override { return Has(naRequireStop); }
+  bool RequireOrg() override { return Has(naRequireOrg); }
+
+  // The alarm stands from now on; standing already, it stands twice. The package fills in time and serial; returns the
+  // serial.
+  std::uint64_t Raise(TNcAlarmRecord record);
+  // Ends the newest standing alarm of this identifier, or the one with this serial. False when none stands.
+  bool Clear(std::string_view identifier);
+  bool ClearSerial(std::uint64_t serial);
+  void ClearAll();
+  [[nodiscard]] std::vector<TNcAlarmRecord> Standing() const;  // in the order of their raises
+
+  // Sources are asked from the event thread. Not owned; removing waits for a call in flight and clears what the source
+  // raised. The caller holds no lock that the source's operations take.
+  void AddSource(INcAlarmSource20& source);
+  void RemoveSource(INcAlarmSource20& source);
+  // The operator's reset: every source is told to reset each alarm that it has raised. A source clears when its next
+  // report says so.
+  void ResetAlarms();
+
+  // The read bracket; may be nested. Inside it the records stand still.
+  void BeginRead() IXO_NO_ANALYSIS { FReadLock.lock(); }
+  void EndRead() IXO_NO_ANALYSIS { FReadLock.unlock(); }
+  // Inside a bracket only; 0 to GetAlarmCount() - 1, oldest first.
+  [[nodiscard]] std::int32_t GetAlarmCount() IXO_NO_ANALYSIS;
+  [[nodiscard]] const TNcAlarmRecord& GetAlarm(std::int32_t index) IXO_NO_ANALYSIS;
+
+  TNcAlarmEvent& AlarmAdded() { return FAdded; }
+  TNcAlarmEvent& AlarmRemoved() { return FRemoved; }
+
+  // One round of the event thread: asks the sources, then fires what is queued. Returns the number of events. One
+  // caller at a time.
+  std::size_t DrainOnce();
+  // An event is queued or being fired. Conditions that a source has not reported yet do not count.
+  [[nodiscard]] bool HasPending() const;
+  void Start();  // the event thread, until Stop or the package's end
+  void Stop();   // what is queued stays queued
+
+ private:
+  using TRecordPtr = std::shared_ptr<const TNcAlarmRecord>;
+  struct TPending {
+    TRecordPtr Record;
+    bool Removed = false;
+    TDateTime Time;
+  };
+  struct TSource;
+  class TTable;
+  class TReport;
+
+  [[nodiscard]] bool Has(TNcAlarmAttrs bits) const { return (FEffects.load(std::memory_order_acquire) & bits) != 0; }
+  void EndLocked(const TRecordPtr& record) IXO_REQUIRES(FLock);
+  void CountLocked(TNcAlarmAttrs attrs, int change) IXO_REQUIRES(FLock);
+  [[nodiscard]] bool Stands(std::uint64_t serial) const;
+  void AskSources();
+  void Apply(const TPending& pending);
+
+  std::atomic<TNcAlarmAttrs> FEffects{0};
+
+  mutable TCriticalSection FLock;
+  std::array<std::uint32_t, 32> FCounts IXO_GUARDED_BY(FLock){};  // standing alarms per attribute member
+  std::uint64_t FSerials IXO_GUARDED_BY(FLock) = 0;
+  std::map<std::uint64_t, TRecordPtr> FStanding IXO_GUARDED_BY(FLock);
+  std::unordered_map<std::string, std::vector<TRecordPtr>, TTextHash, std::equal_to<>> FByIdentifier
+      IXO_GUARDED_BY(FLock);  // newest last
+  std::deque<TPending> FPending IXO_GUARDED_BY(FLock);
+  bool FFiring IXO_GUARDED_BY(FLock) = false;
+
+  // Held over a bracket, and while an event changes the records and fires.
+  TRecursiveSection FReadLock;
+  std::list<TRecordPtr> FShown IXO_GUARDED_BY(FReadLock);
+  std::unordered_map<std::uint64_t, std::list<TRecordPtr>::iterator> FShownBySerial IXO_GUARDED_BY(FReadLock);
+  std::vector<TRecordPtr> FView IXO_GUARDED_BY(FReadLock);  // FShown by index, made when asked for
+  bool FViewFresh IXO_GUARDED_BY(FReadLock) = false;
+
+  TRecursiveSection FSourcesLock;  // held while a source is asked
+  std::vector<std::unique_ptr<TSource>> FSources IXO_GUARDED_BY(FSourcesLock);
+
+  TNcAlarmEvent FAdded;
+  TNcAlarmEvent FRemoved;
+  std::unique_ptr<TStop> FStop;
+  std::thread FThread;
+};
+
+// A source that its owner only tells what is so: Set from any thread, the package does the rest.
+//
+// The delays keep a condition that flickers from raising or clearing at once. They are refused (counted as 0) for an
+// alarm that forbids something or requires anything: such an alarm never waits.
+class TNcSimpleAlarmSource final : public INcAlarmSource20 {
+ public:
+  struct TRow {
+    std::int32_t Id = 0;
+    TNcAlarmAttrs Attrs = 0;
+    std::string Desc;
+    std::uint32_t OnDelayMs = 0;
+    std::uint32_t OffDelayMs = 0;
+  };
+  TNcSimpleAlarmSource(std::string prefix, std::vector<TRow> rows);
+
+  // `desc` replaces the row's description at the next raise; empty: the row's own. An unknown id is a design fault.
+  void Set(std::int32_t id, bool active, std::string_view desc = {});
+
+  std::string GetAlarmIDPrefix() override { return FPrefix; }
+  void RegisterAlarms(INcAlarmTable20& table) override;
+  void UpdateAlarms(INcAlarmReport20& report) override;
+  void ResetAlarm(std::int32_t id) override;  // as if the condition had ended
+  std::string GetAlarmDesc(std::int32_t id) override;
+
+ private:
+  struct TCondition {
+    TRow Row;
+    std::string Desc;
+    bool Active = false;    // as told
+    bool Reported = false;  // as last reported
+    bool Pulse = false;     // was active since the last report
+    std::uint64_t SinceMs = 0;
+  };
+
+  const std::string FPrefix;
+  TCriticalSection FLock;
+  std::map<std::int32_t, TCondition> FConditions IXO_GUARDED_BY(FLock);
+};
+
+}  // namespace ixocamglue

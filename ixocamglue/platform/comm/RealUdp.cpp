@@ -1,0 +1,63 @@
+#include <cerrno>
+
+#include <asio/io_context.hpp>
+#include <asio/ip/udp.hpp>
+
+#include "ixocamglue/platform/comm/FdWait.h"
+#include "ixocamglue/platform/comm/RealComm.h"
+
+namespace ixocamglue {
+namespace {
+
+class TRealUdp final : public TUDPClient {
+ public:
+  std::string Bind(const std::string& address) override {
+    asio::error_code error;
+    const auto own = asio::ip::make_address(address, error);
+    if (error) return error.message();
+    if (!OpenFor(own)) return "no socket";
+    FSocket.bind({own, 0}, error);
+    return error ? error.message() : std::string();
+  }
+
+  void SendTo(std::span<const std::uint8_t> bytes, const std::string& address, std::int32_t port) override {
+    asio::error_code error;
+    const auto peer = asio::ip::make_address(address, error);
+    if (error || port < 1 || port > 0xFFFF) return;
+    if (!FSocket.is_open() && !OpenFor(peer)) return;
+    FSocket.send_to(asio::buffer(bytes.data(), bytes.size()), {peer, static_cast<std::uint16_t>(port)}, 0, error);
+  }
+
+  bool WaitReadable(std::uint32_t ms) override {
+    if (FSocket.is_open()) return WaitFd(FSocket.native_handle(), POLLIN, ms);
+    Clock().Sleep(ms);  // an absent socket is as silent as an absent peer
+    return false;
+  }
+
+  std::size_t Receive(std::span<std::uint8_t> buffer) override {
+    if (!FSocket.is_open()) return 0;
+    asio::error_code error;
+    asio::ip::udp::endpoint sender;
+    return FSocket.receive_from(asio::buffer(buffer.data(), buffer.size()), sender, 0, error);
+  }
+
+ private:
+  bool OpenFor(const asio::ip::address& address) {
+    asio::error_code error;
+    if (FSocket.is_open()) FSocket.close(error);
+    FSocket.open(address.is_v6() ? asio::ip::udp::v6() : asio::ip::udp::v4(), error);
+    if (error) return false;
+    CloseOnExec(FSocket.native_handle());
+    FSocket.non_blocking(true, error);
+    return true;
+  }
+
+  asio::io_context FContext{1};
+  asio::ip::udp::socket FSocket{FContext};
+};
+
+}  // namespace
+
+std::unique_ptr<TUDPClient> MakeRealUdp() { return std::make_unique<TRealUdp>(); }
+
+}  // namespace ixocamglue

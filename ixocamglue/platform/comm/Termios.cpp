@@ -1,0 +1,60 @@
+#include "ixocamglue/platform/comm/Termios.h"
+
+#include <cerrno>
+#include <cstring>
+#include <sys/ioctl.h>
+
+#include <asm/termbits.h>
+
+#include "ixocamglue/support/Format.h"
+
+namespace ixocamglue {
+namespace {
+
+constexpr tcflag_t kShape = CSIZE | PARENB | PARODD | CMSPAR | CSTOPB | CRTSCTS;
+
+tcflag_t Shape(const TSerialSettings& settings) {
+  constexpr tcflag_t kSizes[] = {CS5, CS6, CS7, CS8};
+  tcflag_t flags = kSizes[settings.DataBits - 5];
+  switch (settings.Parity) {
+    case 'o': flags |= PARENB | PARODD; break;
+    case 'e': flags |= PARENB; break;
+    case 'm': flags |= PARENB | PARODD | CMSPAR; break;
+    case 's': flags |= PARENB | CMSPAR; break;
+    default: break;
+  }
+  if (settings.Stop != TSerialSettings::sbOne) flags |= CSTOPB;  // with 5 data bits the hardware makes 1.5 of it
+  return flags;
+}
+
+// A rate's divider is seldom exact; beyond 3 % characters break.
+bool NearRate(std::uint32_t got, std::uint32_t wanted) {
+  const std::uint32_t apart = got > wanted ? got - wanted : wanted - got;
+  return std::uint64_t{apart} * 100 <= std::uint64_t{wanted} * 3;
+}
+
+}  // namespace
+
+std::string SetUpLine(int fd, const TSerialSettings& settings) {
+  termios2 line{};
+  if (::ioctl(fd, TCGETS2, &line) != 0) return Format("is no serial line: %s", std::strerror(errno));
+  line.c_iflag = IGNPAR | IGNBRK;
+  line.c_oflag = 0;
+  line.c_lflag = 0;
+  line.c_cflag = CREAD | CLOCAL | Shape(settings) | BOTHER | BOTHER << IBSHIFT;
+  line.c_ispeed = line.c_ospeed = settings.Baud;
+  line.c_cc[VMIN] = 1;
+  line.c_cc[VTIME] = 0;
+  if (::ioctl(fd, TCSETS2, &line) != 0) return Format("refuses the settings: %s", std::strerror(errno));
+
+  // A driver may take what it can and say nothing about the rest.
+  termios2 got{};
+  if (::ioctl(fd, TCGETS2, &got) != 0) return Format("does not tell its settings: %s", std::strerror(errno));
+  if ((got.c_cflag & kShape) != Shape(settings)) return "refuses this parity, data bits or stop bits";
+  if (!NearRate(got.c_ospeed, settings.Baud))
+    return Format("refuses the rate %u and takes %u", settings.Baud, static_cast<unsigned>(got.c_ospeed));
+  ::ioctl(fd, TCFLSH, TCIOFLUSH);
+  return {};
+}
+
+}  // namespace ixocamglue

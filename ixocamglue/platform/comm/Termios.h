@@ -1,0 +1,14 @@
+// The line settings of an open serial port, all in one call of the driver: Asio sets one at a time, and neither any
+// rate nor mark and space parity.
+#pragma once
+
+#include <string>
+
+#include "ixocamglue/platform/comm/SerialSettings.h"
+
+namespace ixocamglue {
+
+// Raw mode, no flow control, the settings, both queues flushed. Returns an empty text, or what the driver refused.
+[[nodiscard]] std::string SetUpLine(int fd, const TSerialSettings& settings);
+
+}  // namespace ixocamglue

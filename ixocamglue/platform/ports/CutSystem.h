@@ -1,0 +1,157 @@
+// Ports: the cutting system and its devices, as the library needs them of a real machine.
+//
+// Called by the state thread unless a comment says otherwise. Commands return nothing: a device acknowledges by the
+// state that is read back, and a failed command shows there. Any call may throw (std::exception) when the device
+// cannot be reached; what then happens to the running procedure is decided by its controller. All devices belong to
+// the machine; a null pointer means that the machine has no such device. Never keep a pointer over a tick.
+#pragma once
+
+#include <cstdint>
+#include <limits>
+
+#include "ixocamglue/platform/ports/Installed.h"
+
+namespace ixocamglue {
+
+// Where an axis may go.
+struct TAxisLimits {
+  double Neg = 0.0;
+  double Pos = 0.0;
+};
+
+// Something that the state framework can wait for.
+class INcBusyDevice {
+ public:
+  virtual ~INcBusyDevice() = default;
+  virtual bool IsBusy() = 0;  // false: the last command has been carried out
+};
+
+// The laser source with its shutter ("emission"). The beam is switched by TNcCutSystem::SwitchLaser.
+class TNcLaser {
+ public:
+  virtual ~TNcLaser() = default;
+  virtual bool GetEmission() = 0;  // emission confirmed by the source
+  virtual void EmissionOn() = 0;   // asks for emission; confirmed some time later
+  virtual void EmissionOff() = 0;
+  virtual bool GetLaser() = 0;  // the beam is commanded on
+  // The pilot light is on; a source without one has it off.
+  virtual bool GetAiming() { return false; }
+};
+
+// Assist gas. Branches are numbered by gas type (1 "Air" ... 6 "H-N2"); pressures in bar.
+class TNcGas : public INcBusyDevice {
+ public:
+  virtual bool GetGas() = 0;  // gas is switched on
+  virtual std::int32_t GetBranch() = 0;
+  virtual double GetPressure() = 0;  // the pressure that was set
+  virtual void SelectBranch(std::int32_t branch) = 0;
+  virtual void SetPressure(double bar) = 0;
+  virtual void SwitchOn() = 0;
+  virtual void SwitchOff() = 0;
+  // Puts a voltage (0 to 10 V) straight out to the proportional valve of the selected branch, past the pressure path;
+  // it holds until another voltage or pressure is set. A machine without such valves has nothing to do.
+  virtual void OutputDA(double volt) { static_cast<void>(volt); }
+};
+
+// Waits for one input at a time. Busy from StartWait until the input has its level, the limit is over, or Cancel.
+class TNcInportCtrl : public INcBusyDevice {
+ public:
+  // What a time-out does: 0 nothing (the wait ends), 3 raises an alarm.
+  virtual void SetTimeOutMode(std::int32_t mode) = 0;
+  // Limit in ms; an input of -1 counts as met at once.
+  virtual void StartWait(std::int32_t inport, std::int32_t limitMs) = 0;
+};
+
+// The cutting head's focus axis; mm.
+class TNcCutHeadCtrl : public INcBusyDevice {
+ public:
+  virtual void MoveFocus(double mm, double mmPerS) = 0;  // speed 0: the axis' default
+  virtual void Stop(std::int32_t mode) = 0;              // 1: stop at once
+  virtual double GetFocus() = 0;
+  virtual TAxisLimits GetFocusLimits() {
+    return {-std::numeric_limits<double>::infinity(), std::numeric_limits<double>::infinity()};
+  }
+};
+
+// What a height calibration found out.
+struct TNcCaliResult {
+  double Cap = 0.0;            // capacitance at the end of the calibration
+  double CaliCapRange = 0.0;   // from the smallest to the largest capacitance measured
+  std::int32_t SteadyLv = 0;   // level of the signal's steadiness at standstill
+  std::int32_t SmoothLv = 0;   // level of the curve's smoothness
+  std::int32_t ErrorType = 0;  // 0: good
+};
+
+// A height follower with its Z axis; mm, Z 0 is the top and grows downwards.
+class TNcFollower : public INcBusyDevice {
+ public:
+  virtual void MoveZ(double mm, double mmPerS) = 0;  // speed 0: the axis' default
+  virtual void Follow(double heightMm) = 0;          // keep this distance to the plate until stopped
+  virtual void Stop(std::int32_t mode) = 0;          // 1: stop at once, follow mode included
+  virtual double GetZ() = 0;
+  virtual bool IsFollowing() = 0;
+  virtual TAxisLimits GetZLimits() { return {0.0, std::numeric_limits<double>::infinity()}; }
+  // At this Z and above (smaller), XY may travel over whatever lies on the table.
+  virtual double GetSafeZ() { return 0.0; }
+  // Learns the capacitance curve over the plate under the nozzle; busy until it has ended, in whatever way. The result
+  // is the latest calibration's; without one its error type is not 0.
+  virtual void StartCalibrate() {}
+  virtual TNcCaliResult GetCaliResult() { return {.Cap = 0.0, .CaliCapRange = 0.0, .ErrorType = 1}; }
+  // Reads its parameters from the machine configuration again; one that keeps none of them has nothing to do.
+  virtual void LoadParams() {}
+};
+
+class TNcMultiFollower {
+ public:
+  virtual ~TNcMultiFollower() = default;
+  virtual TNcFollower* GetFollower(std::int32_t index) = 0;  // 0 or 1; null when not fitted
+};
+
+// Values of the pallet switch table by name ("DockedTable": 1 or 2, anything else while none is docked).
+class TNcSwitchTable {
+ public:
+  virtual ~TNcSwitchTable() = default;
+  virtual std::int32_t GetValue(const char* name, std::int32_t defValue) = 0;
+};
+
+class TNcCutSystem {
+ public:
+  virtual ~TNcCutSystem() = default;
+  virtual std::int32_t GetState() = 0;  // number of the current machine state; any thread
+  virtual TNcLaser* Laser() = 0;
+  virtual TNcGas* Gas() = 0;
+  virtual TNcInportCtrl* InportCtrl() = 0;
+  virtual TNcCutHeadCtrl* CutHeadCtrl() = 0;
+  virtual TNcMultiFollower* MultiFollower() = 0;
+  virtual TNcSwitchTable* SwitchTable() = 0;
+  // Recursive; held while the laser is switched so that no other user of the laser interleaves. Any thread.
+  virtual void Lock() = 0;
+  virtual void Unlock() = 0;
+  virtual void SwitchLaser(bool on) = 0;  // the beam; held back by the source while emission is missing
+  // A key's command (platform/CutCommands.h), from its press to its release. Any thread, at once: neither waits for the
+  // state thread. The cutting system refuses by its own state and permissions what it cannot do; a release is never
+  // refused. `fromPanel`: pressed by hand on the panel.
+  virtual void KeyDown(std::int32_t command, std::int32_t param, bool fromPanel) = 0;
+  virtual void KeyUp(std::int32_t command, std::int32_t param) = 0;
+};
+
+class TCutSystemGuard {
+ public:
+  explicit TCutSystemGuard(TNcCutSystem& cut) : FCut(cut) { FCut.Lock(); }
+  ~TCutSystemGuard() {
+    try {
+      FCut.Unlock();
+    } catch (...) {  // a guard's end has nobody to tell; the device's own fault record has it
+    }
+  }
+  TCutSystemGuard(const TCutSystemGuard&) = delete;
+  TCutSystemGuard& operator=(const TCutSystemGuard&) = delete;
+
+ private:
+  TNcCutSystem& FCut;
+};
+
+IXO_DECLARE_SERVICE(TNcCutSystem, CutSystem);
+IXO_DECLARE_SERVICE(TNcFollower, GFollower);
+
+}  // namespace ixocamglue

@@ -1,0 +1,53 @@
+#include "ixocamglue/platform/services/Locale.h"
+
+#include <fstream>
+
+#include <nlohmann/json.hpp>
+
+#include "ixocamglue/support/Format.h"
+
+namespace ixocamglue {
+
+std::string TLocaleReader::SelectLanguage(std::string_view language) {
+  std::map<std::string, std::string> entries;
+  std::string problem;
+  if (language != "zh") {
+    const std::filesystem::path file = FFolder / (std::string(language) + ".json");
+    try {
+      std::ifstream in(file);
+      if (!in) throw std::runtime_error("the file cannot be read");
+      const auto document = nlohmann::json::parse(in);
+      for (const auto& [section, texts] : document.items())
+        for (const auto& [key, text] : texts.items()) entries[section + "/" + key] = text.get<std::string>();
+    } catch (const std::exception& e) {
+      entries.clear();
+      problem = Format("%s: %s; the built-in texts are shown", file.c_str(), e.what());
+    }
+  }
+  TGuard guard(FLock);
+  FLanguage = problem.empty() ? std::string(language) : "zh";
+  FEntries = std::move(entries);
+  return problem;
+}
+
+std::vector<std::string> TLocaleReader::Apply(std::span<TText* const> texts) {
+  std::vector<std::string> refused;
+  TGuard guard(FLock);
+  for (TText* text : texts) {
+    const auto it = FEntries.find(std::string(text->Section) + "/" + text->Key);
+    if (it == FEntries.end()) {
+      text->Set(nullptr);
+    } else if (SameConversions(it->second.c_str(), text->Default)) {
+      text->Set(FKept.insert(it->second).first->c_str());
+    } else {
+      text->Set(nullptr);
+      refused.push_back(Format("%s.json: %s/%s: \"%s\" does not take the arguments of \"%s\"", FLanguage.c_str(),
+                               text->Section, text->Key, it->second.c_str(), text->Default));
+    }
+  }
+  return refused;
+}
+
+IXO_DEFINE_SERVICE(TLocaleReader, LocaleReader)
+
+}  // namespace ixocamglue

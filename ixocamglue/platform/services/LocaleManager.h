@@ -1,0 +1,40 @@
+// Tells the units of a change of language, and makes it.
+//
+// Any thread. Events are called one after the other in the order of their names, on the thread that changes the
+// language; what one throws is logged. A unit's texts are its own business: its event reloads them.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <string>
+#include <string_view>
+
+#include "ixocamglue/platform/ports/Installed.h"
+#include "ixocamglue/support/Locks.h"
+
+namespace ixocamglue {
+
+class TLocaleManager {
+ public:
+  explicit TLocaleManager(std::string language = "zh") : FLanguage(std::move(language)) {}
+
+  // A second event under a name replaces the first.
+  void RegisterEvents(std::string_view name, std::function<void()> event);
+  // Waits for a call in flight, unless it comes from that call; the caller holds no lock that an event takes.
+  void UnRegisterEvents(std::string_view name);
+
+  // Selects the language in the installed locale reader, then calls the events. Empty on success, else the reason; the
+  // language is then the built-in one.
+  std::string ChangeLanguage(std::string_view language);
+  [[nodiscard]] std::string Language() const;
+
+ private:
+  TRecursiveSection FEventsLock;  // held while events run
+  std::map<std::string, std::function<void()>, std::less<>> FEvents IXO_GUARDED_BY(FEventsLock);
+  mutable TCriticalSection FLock;
+  std::string FLanguage IXO_GUARDED_BY(FLock);
+};
+
+IXO_DECLARE_SERVICE(TLocaleManager, LocaleManager);
+
+}  // namespace ixocamglue

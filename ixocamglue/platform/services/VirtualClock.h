@@ -1,0 +1,56 @@
+// A clock for runs that repeat exactly: time moves only when somebody sleeps, in steps of 1 ms.
+//
+// One thread uses the clock and everything that hangs on it. Sleeping from within a listener or timer advances nothing:
+// the step that called it is not over yet. By default the tick count wraps 5 minutes after the start, so that every
+// longer run passes over the wrap.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+#include "ixocamglue/platform/services/Clock.h"
+
+namespace ixocamglue {
+
+class TVirtualClock final : public IClock {
+ public:
+  using TListener = std::function<void(std::uint64_t nowMs)>;
+
+  static constexpr std::uint32_t kFirstTick = 0U - 300'000U;
+
+  explicit TVirtualClock(std::uint32_t firstTick = kFirstTick) : FFirstTick(firstTick) {}
+
+  std::uint32_t TickMs() override { return FFirstTick + static_cast<std::uint32_t>(FNow); }
+  std::uint64_t MonotonicMs() override { return FNow; }  // starts at 0
+  TDateTime Now() override;                              // starts at 2026-01-01 08:00
+  void Sleep(std::uint32_t ms) override;
+  void Spin() override { Sleep(1); }
+  bool Pause(TStop& stop, std::uint32_t ms) override;
+
+  // Called after each step, in the order of registration, before the timers. Returns a handle for Remove; neither is
+  // called from within a listener.
+  std::size_t OnStep(TListener listener);
+  // Called every `periodMs` (at least 1), first one period from now, in the order of registration.
+  std::size_t Every(std::uint32_t periodMs, TListener timer);
+  void Remove(std::size_t handle);
+
+ private:
+  struct TTimer {
+    std::size_t Handle = 0;
+    std::uint64_t PeriodMs = 0;
+    std::uint64_t DueMs = 0;
+    TListener Call;
+  };
+
+  void Step();
+
+  const std::uint32_t FFirstTick;
+  std::uint64_t FNow = 0;
+  bool FStepping = false;
+  std::size_t FHandles = 0;
+  std::vector<TTimer> FListeners;
+  std::vector<TTimer> FTimers;
+};
+
+}  // namespace ixocamglue

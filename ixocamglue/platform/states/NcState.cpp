@@ -1,0 +1,382 @@
+#include "ixocamglue/platform/states/NcState.h"
+
+#include <algorithm>
+#include <pthread.h>
+#include <utility>
+
+#include "ixocamglue/platform/ports/MotionDriver.h"
+#include "ixocamglue/platform/services/AppSys.h"
+#include "ixocamglue/platform/services/Log.h"
+#include "ixocamglue/support/Faults.h"
+#include "ixocamglue/support/Format.h"
+
+namespace ixocamglue {
+namespace {
+
+thread_local bool GOnStateThread = false;
+
+class TStateThreadMark {
+ public:
+  TStateThreadMark() : FBefore(std::exchange(GOnStateThread, true)) {}
+  ~TStateThreadMark() { GOnStateThread = FBefore; }
+  TStateThreadMark(const TStateThreadMark&) = delete;
+  TStateThreadMark& operator=(const TStateThreadMark&) = delete;
+
+ private:
+  const bool FBefore;
+};
+
+class TStandbyState final : public TNcStateCtrl {
+ public:
+  using TNcStateCtrl::TNcStateCtrl;
+  std::string StateName() override { return "nsStandby"; }
+};
+
+}  // namespace
+
+bool OnStateThread() { return GOnStateThread; }
+
+// --- TNcStateCtrl ---
+
+bool TNcStateCtrl::CheckEnterAlarm(std::int32_t) { return false; }
+
+bool TNcStateCtrl::CheckNewAlarm(const TNcAlarmRecord&) {
+  TNcAlarms* const alarms = NcAlarms();
+  return alarms && (!alarms->AllowMove() || alarms->RequireStop());
+}
+
+bool TNcStateCtrl::CheckStateAlarm() { return false; }
+void TNcStateCtrl::InitState(std::int32_t) {}
+void TNcStateCtrl::LeaveState(std::int32_t) {}
+
+void TNcStateCtrl::StepDone(std::int32_t reason) {
+  if (reason != srDone) FOwner.DemandSafe(true);
+}
+
+void TNcStateCtrl::StopExec() {}
+void TNcStateCtrl::UpdateThread(std::uint32_t&) {}
+std::string TNcStateCtrl::StateName() { return {}; }
+
+void TNcStateCtrl::ChangeState(std::int32_t state, std::int32_t param) { FOwner.RequestChange({state, param}); }
+void TNcStateCtrl::EnsureBusySet() { FOwner.SetBusyKind(bkEnsure, nullptr, -1); }
+void TNcStateCtrl::SetBusy(INcBusyDevice& device, std::int32_t limitMs) {
+  FOwner.SetBusyKind(bkDevice, &device, limitMs);
+}
+void TNcStateCtrl::SetBusyMotion(std::int32_t limitMs) { FOwner.SetBusyKind(bkMotion, nullptr, limitMs); }
+void TNcStateCtrl::SetBusyGas(std::int32_t limitMs) { FOwner.SetBusyKind(bkGas, nullptr, limitMs); }
+void TNcStateCtrl::SetBusyDelay(std::int32_t limitMs) { FOwner.SetBusyKind(bkDelay, nullptr, limitMs); }
+void TNcStateCtrl::Delay(std::uint32_t ms) { FOwner.FDelayUntil = Clock().MonotonicMs() + ms; }
+
+// --- TNcRegistry ---
+
+bool TNcRegistry::RegisterStateCtrl(std::int32_t state, TFactory factory) {
+  if (FFactories.emplace(state, std::move(factory)).second) return true;
+  return FaultOr(false, Format("machine state %d is registered already", state));
+}
+
+std::unique_ptr<TNcStateCtrl> TNcRegistry::Create(std::int32_t state, TNcStateFramework& owner) const {
+  const auto it = FFactories.find(state);
+  return it == FFactories.end() ? nullptr : it->second(owner);
+}
+
+// --- TNcStateFramework: requests ---
+
+TNcStateFramework::TNcStateFramework(TNcStateOptions options) : FOptions(options) {
+  FStates.emplace(nsStandby, std::make_unique<TStandbyState>(*this));
+}
+
+TNcStateFramework::~TNcStateFramework() {
+  if (CurrentState() != nsStandby) {
+    Stop();
+    RunOnce();
+  }
+}
+
+void TNcStateFramework::RequestState(std::int32_t state, std::int32_t param) {
+  TGuard guard(FLock);
+  FMail.Change = TChange{state, param};
+  FChangePending.store(true, std::memory_order_release);
+  FHasMail.store(true, std::memory_order_release);
+}
+
+void TNcStateFramework::Stop() {
+  {
+    TGuard guard(FLock);
+    if (FMail.Change) FChangePending.store(false, std::memory_order_release);
+    FMail.Change.reset();
+    FMail.Stop = true;
+    FHasMail.store(true, std::memory_order_release);
+  }
+  if (TNcStateCtrl* current = FCurrent.load(std::memory_order_acquire)) current->StopExec();
+}
+
+void TNcStateFramework::Pause() { Abort(srPause); }
+
+void TNcStateFramework::Abort(std::int32_t reason) {
+  if (reason == srStop) return Stop();
+  TGuard guard(FLock);
+  FMail.Abort = reason;
+  FHasMail.store(true, std::memory_order_release);
+}
+
+void TNcStateFramework::PostAlarm(TNcAlarmRecord alarm) {
+  TGuard guard(FLock);
+  FMail.Alarms.push_back(std::move(alarm));
+  FHasMail.store(true, std::memory_order_release);
+}
+
+TNcStateFramework::TMail TNcStateFramework::TakeMail() {
+  if (!FHasMail.load(std::memory_order_acquire)) return {};
+  TGuard guard(FLock);
+  FHasMail.store(false, std::memory_order_release);
+  return std::exchange(FMail, TMail{});
+}
+
+// --- TNcStateFramework: the pass ---
+
+std::uint32_t TNcStateFramework::RunOnce() {
+  const TStateThreadMark mark;
+  FWatch.Pass.fetch_add(1, std::memory_order_acq_rel);
+  FWatch.BeatMs.store(Clock().MonotonicMs(), std::memory_order_release);
+
+  std::uint32_t loopDelay = kLoopDelayMs;
+  try {
+    if (!FCurrent.load(std::memory_order_relaxed)) {  // power-up: enter standby
+      FCurrent.store(State(nsStandby), std::memory_order_release);
+      DemandSafe(false);
+    }
+    RetrySafe();
+    const TMail mail = TakeMail();
+    if (mail.Change) RequestChange(*mail.Change);
+    std::int32_t reason = AbortReason(mail);
+    try {
+      FCurrent.load(std::memory_order_relaxed)->UpdateThread(loopDelay);
+    } catch (...) {
+      LogGuarded("UpdateThread", std::current_exception());
+      if (reason == srDone) reason = srError;
+    }
+    if (reason != srDone || BusyMet(reason)) Tick(reason);
+    if (FChange) Enter(*std::exchange(FChange, std::nullopt));
+  } catch (...) {  // nothing kills the state thread
+    LogGuarded("RunOnce", std::current_exception());
+  }
+  return std::max<std::uint32_t>(loopDelay, 1);
+}
+
+std::int32_t TNcStateFramework::AbortReason(const TMail& mail) {
+  bool alarm = false;
+  std::int32_t fault = srDone;
+  try {
+    alarm = AlarmStands(mail);
+  } catch (...) {
+    LogGuarded("alarm check", std::current_exception());
+    fault = srError;
+  }
+  if (mail.Stop) return srStop;
+  if (alarm) return srAlarm;
+  return fault != srDone ? fault : mail.Abort;
+}
+
+bool TNcStateFramework::AlarmStands(const TMail& mail) {
+  TNcStateCtrl* const current = FCurrent.load(std::memory_order_relaxed);
+  bool alarm = false;
+  for (const TNcAlarmRecord& record : mail.Alarms) alarm = current->CheckNewAlarm(record) || alarm;
+  return current->CheckStateAlarm() || alarm;
+}
+
+bool TNcStateFramework::BusyMet(std::int32_t& reason) {
+  const auto idle = [](INcBusyDevice* device) { return !device || !device->IsBusy(); };
+  const std::uint64_t now = Clock().MonotonicMs();
+  try {
+    bool met = false;
+    switch (Busy()) {
+      case bkNone: return false;
+      case bkEnsure: return true;
+      case bkDevice: met = idle(FBusyDevice); break;
+      case bkMotion: met = idle(MotionDriver()); break;
+      case bkGas: met = idle(CutSystem() ? CutSystem()->Gas() : nullptr); break;
+      case bkDelay: met = now >= FDelayUntil; break;
+    }
+    if (met) return true;
+  } catch (...) {
+    LogGuarded("busy condition", std::current_exception());
+    reason = srError;
+    return true;
+  }
+  if (now < FBusyLimitAt) return false;
+  if (TDiag d{dlError}) d("busy condition %d: time limit exceeded", static_cast<int>(Busy()));
+  reason = srError;
+  return true;
+}
+
+void TNcStateFramework::Tick(std::int32_t reason) {
+  SetBusyKind(bkNone, nullptr, -1);
+  FWatch.Tick.fetch_add(1, std::memory_order_acq_rel);
+  try {
+    FCurrent.load(std::memory_order_relaxed)->StepDone(reason);
+  } catch (...) {
+    LogGuarded("StepDone", std::current_exception());
+    DemandSafe(true);
+    RequestChange({nsStandby, 0});
+  }
+}
+
+void TNcStateFramework::SetBusyKind(TNcBusyKind kind, INcBusyDevice* device, std::int32_t limitMs) {
+  const std::uint64_t now = Clock().MonotonicMs();
+  FBusyDevice = device;
+  FBusyLimitAt = limitMs < 0 ? TNcSince::kNot : now + static_cast<std::uint64_t>(limitMs);
+  if (kind == bkNone)
+    FWatch.BusySince.End();
+  else
+    FWatch.BusySince.Restart(now);
+  FWatch.Busy.store(kind, std::memory_order_release);
+}
+
+// --- TNcStateFramework: changes of state ---
+
+void TNcStateFramework::RequestChange(TChange change) {
+  FChange = change;
+  FChangePending.store(true, std::memory_order_release);
+}
+
+TNcStateCtrl* TNcStateFramework::State(std::int32_t state) {
+  auto it = FStates.find(state);
+  if (it == FStates.end()) {
+    TNcRegistry* const registry = NcRegistry();
+    auto created = registry ? registry->Create(state, *this) : nullptr;
+    if (!created) return nullptr;
+    it = FStates.emplace(state, std::move(created)).first;
+  }
+  return it->second.get();
+}
+
+void TNcStateFramework::Enter(TChange change) {
+  const std::int32_t from = CurrentState();
+  const auto leave = [&](TNcStateCtrl* state, std::int32_t next) {
+    try {
+      state->LeaveState(next);
+    } catch (...) {
+      LogGuarded("LeaveState", std::current_exception());
+    }
+  };
+  leave(FCurrent.load(std::memory_order_relaxed), change.State);
+  SetBusyKind(bkNone, nullptr, -1);
+
+  TNcStateCtrl* const next = State(change.State);
+  if (!next) LogMsg(lkError, 0, Format("machine state %d is not registered", change.State));
+  if (!next || !Entered(*next, change)) {
+    if (next) leave(next, nsStandby);
+    DemandSafe(true);
+    change.State = nsStandby;
+  }
+  if (change.State == nsStandby) {
+    FCurrent.store(State(nsStandby), std::memory_order_release);
+    FNumber.store(nsStandby, std::memory_order_release);
+    DemandSafe(false);
+  }
+  FChangePending.store(FChange.has_value(), std::memory_order_release);
+  try {
+    if (FObserver) FObserver(from, change.State);
+  } catch (...) {
+    LogGuarded("state observer", std::current_exception());
+  }
+}
+
+bool TNcStateFramework::Entered(TNcStateCtrl& next, const TChange& change) {
+  try {
+    if (next.CheckEnterAlarm(change.Param)) return false;
+    FCurrent.store(&next, std::memory_order_release);
+    FNumber.store(change.State, std::memory_order_release);
+    next.InitState(change.Param);
+    // The first tick comes in the next pass, unless the state has named what it waits for.
+    if (change.State != nsStandby && Busy() == bkNone) SetBusyKind(bkEnsure, nullptr, -1);
+    return true;
+  } catch (...) {
+    LogGuarded("InitState", std::current_exception());
+    FChange.reset();  // what a refused entry asked for is void
+    return false;
+  }
+}
+
+// --- TNcStateFramework: safe entry ---
+
+void TNcStateFramework::DemandSafe(bool gasToo) {
+  if (!FOptions.SafeEntry) return;
+  FSafeLaser = true;
+  FSafeGas = FSafeGas || gasToo;
+  FSafePending.store(true, std::memory_order_release);
+  if (FWatch.DarkDemandedInPass.load(std::memory_order_relaxed) == 0)
+    FWatch.DarkDemandedInPass.store(FWatch.Pass.load(std::memory_order_relaxed), std::memory_order_release);
+  RetrySafe();
+}
+
+// Without the cutting system's lock: whoever holds it may be the one that hangs.
+void TNcStateFramework::RetrySafe() {
+  if (!FSafeLaser && !FSafeGas) return;
+  TTryAll tryAll;
+  bool dark = !FSafeLaser;
+  bool closed = !FSafeGas;
+  TNcCutSystem* const cut = CutSystem();
+  TNcLaser* laser = nullptr;
+  TNcGas* gas = nullptr;
+  tryAll([&] { laser = cut ? cut->Laser() : nullptr; });
+  tryAll([&] { gas = cut ? cut->Gas() : nullptr; });
+  if (FSafeLaser) {
+    if (laser) {
+      tryAll([&] { cut->SwitchLaser(false); })([&] { laser->EmissionOff(); });
+      // Emission that was asked for and has not come yet would come later: a device that missed EmissionOff is not
+      // dark.
+      tryAll([&] { dark = !laser->GetLaser() && !laser->GetEmission() && !FWatch.EmissionAsked.Runs(); });
+    } else {
+      tryAll([&] { dark = !cut || !cut->Laser(); });
+    }
+  }
+  if (FSafeGas) {
+    if (gas)
+      tryAll([&] { gas->SwitchOff(); })([&] { closed = !gas->GetGas(); });
+    else
+      tryAll([&] { closed = !cut || !cut->Gas(); });
+  }
+  if (dark) FWatch.DarkDemandedInPass.store(0, std::memory_order_release);
+  FSafeLaser = !dark;
+  FSafeGas = !closed;
+  const bool pending = FSafeLaser || FSafeGas;
+  if (pending && !std::exchange(FSafeReported, true))
+    LogMsg(lkError, 0,
+           "a device did not acknowledge switching off laser, emission or gas; it is told again every pass");
+  if (!pending) FSafeReported = false;
+  FSafePending.store(pending, std::memory_order_release);
+}
+
+void TNcStateFramework::LogGuarded(const char* where, const std::exception_ptr& error) {
+  try {
+    LogMsg(lkException, 0, Format("state %d, %s: %s", CurrentState(), where, DescribeException(error).c_str()));
+  } catch (...) {  // no memory for the line: the loop goes on all the same
+  }
+}
+
+void NoteGasOff() {
+  if (OnStateThread()) return;
+  TNcStateFramework* const states = NcStates();
+  if (states && states->CurrentState() == nsZemGasAdjust) states->Stop();
+}
+
+// --- TNcStateThread ---
+
+TNcStateThread::TNcStateThread(TNcStateFramework& framework)
+    : FThread([this, &framework] {
+        pthread_setname_np(pthread_self(), "ixo-state");
+        while (!Clock().Pause(FStop, framework.RunOnce())) {
+        }
+      }) {}
+
+TNcStateThread::~TNcStateThread() {
+  FStop.Ask();
+  FThread.join();
+}
+
+IXO_DEFINE_SERVICE(TNcRegistry, NcRegistry)
+IXO_DEFINE_SERVICE(TNcWatch, NcWatch)
+IXO_DEFINE_SERVICE(TNcStateFramework, NcStates)
+
+}  // namespace ixocamglue

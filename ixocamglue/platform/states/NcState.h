@@ -1,0 +1,216 @@
+// The state framework: machine states by number, what they wait for, and the loop that runs them.
+//
+// One state is current. Each pass of the loop (RunOnce) first looks at stop, alarms and pause, then lets the state
+// watch its signals (UpdateThread), then, when what the state waits for has come about, gives it one tick (StepDone);
+// a requested change of state is carried out last. Everything that a state implements runs on the state thread: the
+// thread that calls RunOnce. The requests marked "any thread" are handed over and take effect in the next pass.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ixocamglue/platform/ports/CutSystem.h"
+#include "ixocamglue/platform/ports/Installed.h"
+#include "ixocamglue/platform/ports/NcAlarms.h"
+#include "ixocamglue/platform/services/Clock.h"
+#include "ixocamglue/platform/states/NcWatch.h"
+#include "ixocamglue/support/Locks.h"
+
+namespace ixocamglue {
+
+// Why a state gets a tick.
+inline constexpr std::int32_t srDone = 0;  // what it waited for has come about
+inline constexpr std::int32_t srStop = 1;
+inline constexpr std::int32_t srPause = 3;
+inline constexpr std::int32_t srAlarm = 4;
+inline constexpr std::int32_t srError = 5;  // a fault of a device or of the state itself, or a time limit
+
+inline constexpr std::int32_t nsStandby = 0;
+inline constexpr std::int32_t nsZemGasAdjust = 205;  // the gas calibration
+inline constexpr std::uint32_t kLoopDelayMs = 10;    // between two passes, unless the state asks for another
+
+class TNcStateFramework;
+
+template <>
+TNcStateFramework*& TInstalled<TNcStateFramework>::Slot();
+// The running framework; null while there is none.
+[[nodiscard]] TNcStateFramework* NcStates();
+
+// A machine state. Created by the framework on first entry, kept until the framework ends. State thread, except
+// StopExec. Overrides call the inherited operation.
+class TNcStateCtrl {
+ public:
+  explicit TNcStateCtrl(TNcStateFramework& owner) : FOwner(owner) {}
+  virtual ~TNcStateCtrl() = default;
+  TNcStateCtrl(const TNcStateCtrl&) = delete;
+  TNcStateCtrl& operator=(const TNcStateCtrl&) = delete;
+
+  // True refuses the entry; the machine goes to standby.
+  virtual bool CheckEnterAlarm(std::int32_t param);
+  // True when the new alarm ends the state. Here: it does when it stands against all motion or requires a stop.
+  virtual bool CheckNewAlarm(const TNcAlarmRecord& alarm);
+  // Asked every pass; true when a standing alarm ends the state.
+  virtual bool CheckStateAlarm();
+  // An exception refuses the entry: LeaveState is called and the machine goes to standby.
+  virtual void InitState(std::int32_t param);
+  virtual void LeaveState(std::int32_t param);  // param: the number of the next state
+  // One tick. Here: a reason other than srDone demands laser, emission and gas off.
+  virtual void StepDone(std::int32_t reason);
+  virtual void StopExec();  // any thread; the StepDone(srStop) follows in the next pass
+  // Every pass; loopDelay arrives as kLoopDelayMs, what it holds afterwards (at least 1) is the time to the next pass.
+  virtual void UpdateThread(std::uint32_t& loopDelay);
+  virtual std::string StateName();
+
+ protected:
+  // A request, carried out at the end of the pass; a later one replaces an earlier one.
+  void ChangeState(std::int32_t state, std::int32_t param);
+  // What the next StepDone(srDone) waits for; limits in ms, -1 none; past a limit comes StepDone(srError).
+  void EnsureBusySet();  // nothing: the next pass
+  void SetBusy(INcBusyDevice& device, std::int32_t limitMs);
+  void SetBusyMotion(std::int32_t limitMs);
+  void SetBusyGas(std::int32_t limitMs);
+  void SetBusyDelay(std::int32_t limitMs);
+
+ public:
+  // Starts the delay for which SetBusyDelay waits.
+  void Delay(std::uint32_t ms);
+
+  TNcStateFramework& Owner() const { return FOwner; }
+
+ private:
+  TNcStateFramework& FOwner;
+};
+
+// State classes by number. Filled by the units' start-up, before a framework runs.
+class TNcRegistry {
+ public:
+  using TFactory = std::function<std::unique_ptr<TNcStateCtrl>(TNcStateFramework&)>;
+
+  // False, with a fault reported, when the number is taken; the first stays.
+  bool RegisterStateCtrl(std::int32_t state, TFactory factory);
+  void UnregisterStateCtrl(std::int32_t state) { FFactories.erase(state); }
+  // Null for a number that nobody registered.
+  [[nodiscard]] std::unique_ptr<TNcStateCtrl> Create(std::int32_t state, TNcStateFramework& owner) const;
+
+ private:
+  std::map<std::int32_t, TFactory> FFactories;
+};
+
+IXO_DECLARE_SERVICE(TNcRegistry, NcRegistry);
+
+struct TNcStateOptions {
+  // Laser, emission and, after an abort, gas are demanded off on every abort and on entering standby, until the
+  // devices acknowledge. Only a check of what the procedures do by themselves turns this off.
+  bool SafeEntry = true;
+};
+
+class TNcStateFramework {
+ public:
+  explicit TNcStateFramework(TNcStateOptions options = {});
+  // Ends the current state like a stop. The loop's thread must have ended.
+  ~TNcStateFramework();
+  TNcStateFramework(const TNcStateFramework&) = delete;
+  TNcStateFramework& operator=(const TNcStateFramework&) = delete;
+
+  // --- any thread ---
+  void RequestState(std::int32_t state, std::int32_t param);
+  void Stop();  // also withdraws a state requested before and not yet entered
+  void Pause();
+  void Abort(std::int32_t reason);  // ends the current state with this reason; 0 is ignored
+  void PostAlarm(TNcAlarmRecord alarm);
+  [[nodiscard]] std::int32_t CurrentState() const { return FNumber.load(std::memory_order_acquire); }
+  [[nodiscard]] TNcBusyKind Busy() const { return FWatch.Busy.load(std::memory_order_acquire); }
+  // A change of state is requested and not yet carried out.
+  [[nodiscard]] bool ChangePending() const { return FChangePending.load(std::memory_order_acquire); }
+  // Devices that were told to switch off have not acknowledged it yet.
+  [[nodiscard]] bool SafePending() const { return FSafePending.load(std::memory_order_acquire); }
+  [[nodiscard]] TNcWatch& Watch() { return FWatch; }
+
+  // --- state thread ---
+  // One pass. Returns the time to the next one in ms (at least 1). Never throws.
+  std::uint32_t RunOnce();
+  // Called on the state thread after each change of state, a refused entry included. Set before the loop runs.
+  using TObserver = std::function<void(std::int32_t from, std::int32_t to)>;
+  void SetObserver(TObserver observer) { FObserver = std::move(observer); }
+  // The state object of a number, created if need be; null when nobody registered it.
+  [[nodiscard]] TNcStateCtrl* State(std::int32_t state);
+
+ private:
+  friend class TNcStateCtrl;
+
+  struct TChange {
+    std::int32_t State = nsStandby;
+    std::int32_t Param = 0;
+  };
+  struct TMail {
+    std::optional<TChange> Change;
+    std::vector<TNcAlarmRecord> Alarms;
+    bool Stop = false;
+    std::int32_t Abort = srDone;
+  };
+
+  TMail TakeMail();
+  // What ends the state in this pass, or srDone.
+  std::int32_t AbortReason(const TMail& mail);
+  [[nodiscard]] bool AlarmStands(const TMail& mail);
+  // True when the busy condition is met; sets `reason` to srError when its limit is over or its device fails.
+  [[nodiscard]] bool BusyMet(std::int32_t& reason);
+  void Tick(std::int32_t reason);
+  void RequestChange(TChange change);
+  void Enter(TChange change);
+  [[nodiscard]] bool Entered(TNcStateCtrl& next, const TChange& change);
+  void SetBusyKind(TNcBusyKind kind, INcBusyDevice* device, std::int32_t limitMs);
+  void DemandSafe(bool gasToo);
+  void RetrySafe();
+  void LogGuarded(const char* where, const std::exception_ptr& error);
+
+  // constant after construction
+  const TNcStateOptions FOptions;
+  TObserver FObserver;
+
+  // any thread
+  std::atomic<std::int32_t> FNumber{nsStandby};
+  std::atomic<TNcStateCtrl*> FCurrent{nullptr};
+  std::atomic<bool> FChangePending{false};
+  std::atomic<bool> FSafePending{false};
+  std::atomic<bool> FHasMail{false};
+  TNcWatch FWatch;
+  TInstalled<TNcWatch> FWatchInstalled{FWatch};
+  TInstalled<TNcStateFramework> FInstalled{*this};
+  TCriticalSection FLock;
+  TMail FMail IXO_GUARDED_BY(FLock);
+
+  // state thread
+  std::map<std::int32_t, std::unique_ptr<TNcStateCtrl>> FStates;
+  std::optional<TChange> FChange;
+  INcBusyDevice* FBusyDevice = nullptr;
+  std::uint64_t FBusyLimitAt = TNcSince::kNot;
+  std::uint64_t FDelayUntil = 0;
+  bool FSafeLaser = false;
+  bool FSafeGas = false;
+  bool FSafeReported = false;
+};
+
+// For a gas device's adapter, before it switches gas off. Anybody but the running state who has gas switched off while
+// the gas calibration runs ends it with a stop, so that it does not switch gas on again. Any thread.
+void NoteGasOff();
+
+// Runs the loop on a thread of its own until destroyed; the framework outlives it.
+class TNcStateThread {
+ public:
+  explicit TNcStateThread(TNcStateFramework& framework);
+  ~TNcStateThread();
+
+ private:
+  TStop FStop;
+  std::thread FThread;
+};
+
+}  // namespace ixocamglue

@@ -1,0 +1,59 @@
+// Lock-free facts about the running machine, for the layers that watch it from outside: the laser's own latch and the
+// supervisor. Written by the state framework and by the device adapters, read by anyone; nobody waits for anybody.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "ixocamglue/platform/ports/Installed.h"
+
+namespace ixocamglue {
+
+// What the current state waits for.
+enum class TNcBusyKind : std::uint8_t { bkNone, bkEnsure, bkDevice, bkMotion, bkGas, bkDelay };
+using enum TNcBusyKind;
+
+// Since when something lasts, in monotonic ms.
+class TNcSince {
+ public:
+  static constexpr std::uint64_t kNot = ~std::uint64_t{0};
+
+  // Starts the span unless it runs already.
+  void Begin(std::uint64_t nowMs) {
+    std::uint64_t expected = kNot;
+    FSince.compare_exchange_strong(expected, nowMs, std::memory_order_acq_rel);
+  }
+  void Restart(std::uint64_t nowMs) { FSince.store(nowMs, std::memory_order_release); }
+  void End() { FSince.store(kNot, std::memory_order_release); }
+  [[nodiscard]] bool Runs() const { return FSince.load(std::memory_order_acquire) != kNot; }
+  // How long it has lasted; 0 when it does not.
+  [[nodiscard]] std::uint64_t LastedMs(std::uint64_t nowMs) const {
+    const auto since = FSince.load(std::memory_order_acquire);
+    return since == kNot || nowMs < since ? 0 : nowMs - since;
+  }
+
+ private:
+  std::atomic<std::uint64_t> FSince{kNot};
+};
+
+struct TNcWatch {
+  // The state thread's last sign of life: every pass, and every device call that it makes.
+  std::atomic<std::uint64_t> BeatMs{0};
+  std::atomic<std::uint32_t> Pass{0};  // passes of the state loop so far
+  std::atomic<std::uint32_t> Tick{0};  // ticks (StepDone) that states were given so far
+  // The pass in which the framework demanded laser and emission off; 0 once the device has acknowledged.
+  std::atomic<std::uint32_t> DarkDemandedInPass{0};
+  std::atomic<TNcBusyKind> Busy{bkNone};
+  TNcSince BusySince;
+  // Update threads of device objects that a fault has ended.
+  std::atomic<std::uint32_t> DeadDeviceThreads{0};
+  // Kept by the laser's and the gas device's adapter.
+  TNcSince LaserOn, EmissionAsked, EmissionOn, GasOn;
+};
+
+IXO_DECLARE_SERVICE(TNcWatch, NcWatch);
+
+// True on the thread that is inside a pass of the state loop.
+[[nodiscard]] bool OnStateThread();
+
+}  // namespace ixocamglue

@@ -1,0 +1,97 @@
+#include "ixocamglue/platform/xml/JogSections.h"
+
+#include "ixocamglue/platform/xml/MachineConfig.h"
+
+namespace ixocamglue {
+
+void TJogXYRecord::Publish(TPublisher& p) {
+  constexpr TJogXYSection def;
+  p.Field("LowJogSpeed", Values.LowJogSpeed, def.LowJogSpeed);
+  p.Field("NormalJogSpeed", Values.NormalJogSpeed, def.NormalJogSpeed);
+  p.Field("HighJogSpeed", Values.HighJogSpeed, def.HighJogSpeed);
+}
+
+void TJogZRecord::Publish(TPublisher& p) {
+  constexpr TJogZSection def;
+  p.Field("Head", Head, 1, kOptional);
+  p.Field("AxisNo", Values.AxisNo, def.AxisNo, kOptional);
+  p.Field("LowJogSpeed", Values.LowJogSpeed, def.LowJogSpeed);
+  p.Field("NormalJogSpeed", Values.NormalJogSpeed, def.NormalJogSpeed);
+  p.Field("HighJogSpeed", Values.HighJogSpeed, def.HighJogSpeed);
+  p.Field("JogSpeed", Values.JogSpeed, def.JogSpeed);
+}
+
+void TJogRecord::Publish(TPublisher& p) {
+  p.Child("JogXY", XY);
+  p.List("JogZ", Z);
+}
+
+void TJogSections::Load(TMachineConfig& config) {
+  TGuard turn(FSaving);
+  config.Root().Load(FRecord);
+  TGuard guard(FLock);
+  FConfig = config.Root().Exists() ? &config : nullptr;
+  FXY = FRecord.XY.Values;
+  FZ = {};
+  FZKnown = {};
+  for (const auto& record : FRecord.Z) {
+    if (record->Head < 1 || record->Head > static_cast<std::int32_t>(kHeads)) continue;
+    const auto i = static_cast<std::size_t>(record->Head - 1);
+    FZ[i] = record->Values;
+    FZKnown[i] = true;
+  }
+}
+
+bool TJogSections::Loaded() const {
+  TGuard guard(FLock);
+  return FConfig != nullptr;
+}
+
+TJogXYSection TJogSections::XY() const {
+  TGuard guard(FLock);
+  return FXY;
+}
+
+void TJogSections::SetXY(const TJogXYSection& section) {
+  TGuard guard(FLock);
+  FXY = section;
+}
+
+TJogZSection TJogSections::Z(std::size_t head) const {
+  TGuard guard(FLock);
+  return FZ[head];
+}
+
+void TJogSections::SetZ(std::size_t head, const TJogZSection& section) {
+  TGuard guard(FLock);
+  FZ[head] = section;
+  FZKnown[head] = true;
+}
+
+bool TJogSections::Save(std::string* problem) {
+  TGuard turn(FSaving);
+  TMachineConfig* config = nullptr;
+  {
+    TGuard guard(FLock);
+    config = FConfig;
+    FRecord.XY.Values = FXY;
+    for (std::size_t i = 0; i < kHeads; ++i)
+      if (FZKnown[i]) Record(static_cast<std::int32_t>(i) + 1).Values = FZ[i];
+  }
+  return !config || config->SaveAlone(FRecord, problem);
+}
+
+// The one that was loaded last of those for the head, as the load takes it.
+TJogZRecord& TJogSections::Record(std::int32_t head) {
+  TJogZRecord* found = nullptr;
+  for (const auto& record : FRecord.Z)
+    if (record->Head == head) found = record.get();
+  if (found) return *found;
+  TJogZRecord& made = FRecord.Z.AddNew();
+  made.Head = head;
+  return made;
+}
+
+IXO_DEFINE_SERVICE(TJogSections, JogSections)
+
+}  // namespace ixocamglue

@@ -1,0 +1,153 @@
+#include "ixocamglue/platform/xml/MachineSections.h"
+
+#include <algorithm>
+#include <cmath>
+#include <iterator>
+#include <optional>
+#include <vector>
+
+#include "ixocamglue/platform/services/AppSys.h"
+#include "ixocamglue/platform/services/Log.h"
+#include "ixocamglue/support/Format.h"
+
+namespace ixocamglue {
+namespace {
+
+std::int32_t Channels(const TSlaveConfig& slave, const char* what, std::int32_t count) {
+  const auto clamped = std::clamp(count, 0, TSlaveConfig::kMaxChannels);
+  if (clamped != count)
+    LogMsg(lkWarning, 0, Format("Slave \"%s\": %s %d is taken as %d", slave.Name.c_str(), what, count, clamped));
+  return clamped;
+}
+
+}  // namespace
+
+void TAlarmConfigItem::Publish(TPublisher& p) {
+  p.Field("Number", Number);
+  p.Field("Desc", Desc);
+  p.Field("Reason", Reason);
+  p.Field("Solution", Solution);
+}
+
+void TDAAdjustItem::Publish(TPublisher& p) {
+  p.Field("Press", Press);
+  p.Field("Volt", Volt);
+}
+
+void TDAAdjustTable::Publish(TPublisher& p) { p.List("Item", FItems); }
+
+std::int32_t TDAAdjustTable::Add(double press, double volt) {
+  auto& item = FItems.AddNew();
+  item.Press = press;
+  item.Volt = volt;
+  return FItems.Count() - 1;
+}
+
+std::optional<double> TDAAdjustTable::GetVolt(double press) const {
+  std::vector<const TDAAdjustItem*> items;
+  for (const auto& item : FItems)
+    if (std::isfinite(item->Press) && std::isfinite(item->Volt)) items.push_back(item.get());
+  if (items.empty() || !std::isfinite(press)) return std::nullopt;
+  std::ranges::stable_sort(items, {}, &TDAAdjustItem::Press);
+  if (press < items.front()->Press) return 0.0;
+  const auto above = std::ranges::upper_bound(items, press, {}, &TDAAdjustItem::Press);
+  if (above == items.end()) return items.back()->Volt;
+  const TDAAdjustItem& low = **std::prev(above);
+  const TDAAdjustItem& high = **above;
+  return low.Volt + (high.Volt - low.Volt) * (press - low.Press) / (high.Press - low.Press);
+}
+
+void TGasBranchConfig::Publish(TPublisher& p) {
+  p.Field("GasType", GasType, 0, kOptional);
+  p.Field("Name", Name, "", kOptional);
+  p.Field("DAPort", DAPort, 0, kOptional);
+  p.Field("MaxPressure", MaxPressure, 0, kOptional);
+  p.Field("DAAdjustEnabled", DAAdjustEnabled, false, kOptional);
+  p.Child("DAAdjustTable", DAAdjustTable);
+}
+
+void TGasBranchesConfig::Publish(TPublisher& p) { p.List("GasBranch", Items); }
+
+TGasBranchConfig* TGasBranchesConfig::GetGasBranch(std::int32_t gasType) const {
+  const auto it = std::ranges::find_if(Items, [&](const auto& branch) { return branch->GasType == gasType; });
+  return it == Items.end() ? nullptr : it->get();
+}
+
+void TGasListItem::Publish(TPublisher& p) {
+  p.Field("Name", Name, "", kOptional);
+  p.Field("Value", Value, "", kOptional);
+}
+
+void TGasListConfig::Publish(TPublisher& p) { p.List("Gas", Items); }
+
+void TSlaveConfig::Publish(TPublisher& p) {
+  p.Field("Name", Name, "", kOptional);
+  p.Field("Identity", Identity, "", kOptional);
+  p.Field("ProductNo", ProductNo, 0, kOptional);
+  p.Field("DACount", DACount, 0, kOptional);
+  p.Field("ADCount", ADCount, 0, kOptional);
+  p.Field("ExtIO", ExtIO, false, kOptional);
+  p.Field("HeadDesc", HeadDesc, "", kOptional);
+}
+
+std::uint32_t TSlaveConfig::GetIdentity() const {
+  std::string_view text = TrimXml(Identity);
+  if (text.starts_with("0x") || text.starts_with("0X")) {
+    text.remove_prefix(2);
+    std::uint32_t value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, 16);
+    return error == std::errc{} && end == text.data() + text.size() ? value : 0;
+  }
+  if (const auto value = ParseNumber<std::uint32_t>(text)) return *value;
+  return static_cast<std::uint32_t>(ParseNumber<std::int32_t>(text).value_or(0));
+}
+
+std::int32_t TSlaveConfig::GetDACount() const { return Channels(*this, "DACount", DACount); }
+std::int32_t TSlaveConfig::GetADCount() const { return Channels(*this, "ADCount", ADCount); }
+
+void TSlavesConfig::Publish(TPublisher& p) { p.List("Slave", Items); }
+
+void TModelConfig::Publish(TPublisher& p) { p.Field("Model", Model, "", kOptional); }
+
+void TNcParamsConfig::Publish(TPublisher& p) {
+  p.Field("MaxMoveSpeed", MaxMoveSpeed, 0, kOptional);
+  p.Field("PierceTotal", PierceTotal);
+}
+
+void TAxisDriveConfig::Publish(TPublisher& p) {
+  p.Field("PulsesPerRev", PulsesPerRev, 0, kOptional);
+  p.Field("MmPerRev", MmPerRev, 0, kOptional);
+}
+
+void TAxisConfig::Publish(TPublisher& p) {
+  p.Field("Name", Name, "", kOptional);
+  p.Field("SoftLimitNeg", SoftLimitNeg, 0, kOptional);
+  p.Field("SoftLimitPos", SoftLimitPos, 0, kOptional);
+  p.Field("MaxSpeed", MaxSpeed, 0, kOptional);
+  p.Field("Acceleration", Acceleration, 0, kOptional);
+  p.Field("MotorDir", MotorDir, 0, kOptional);
+  p.Field("EncoderDir", EncoderDir, 0, kOptional);
+  p.Child("Drive", Drive);
+  p.Field("HomeDir", HomeDir, 0, kOptional);
+  p.Field("SafeZ", SafeZ, 10, kOptional);
+}
+
+void TAxesConfig::Publish(TPublisher& p) { p.List("Axis", Items); }
+
+TAxisConfig* TAxesConfig::Find(std::string_view name) const {
+  const auto it = std::ranges::find_if(Items, [&](const auto& axis) { return axis->Name == name; });
+  return it == Items.end() ? nullptr : it->get();
+}
+
+void TGantryConfig::Publish(TPublisher& p) {
+  p.Field("XAxis", XAxis, 1, kOptional);
+  p.Field("YAxis", YAxis, 2, kOptional);
+}
+
+void TSwitchTableConfig::Publish(TPublisher& p) {
+  p.Field("CheckRailDelay", CheckRailDelay, false, kOptional);
+  p.Field("DockedTable", DockedTable, 1, Within(0, 2));
+  p.Child("Elvt", Elvt);
+}
+
+}  // namespace ixocamglue

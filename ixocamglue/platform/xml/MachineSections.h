@@ -1,0 +1,168 @@
+// The platform's own sections of the machine configuration: gases, bus slaves, axes, cutting head, pallets, alarms.
+//
+// Their properties are optional in the file: what is missing has its default, and a save adds only what differs from
+// it. Lengths mm, speeds mm/s, pressures bar, voltages V.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "ixocamglue/platform/xml/XmlSubConfig.h"
+
+namespace ixocamglue {
+
+// One alarm definition of the machine's own.
+class TAlarmConfigItem : public TXmlSubConfig {
+ public:
+  void Publish(TPublisher& p) override;
+  std::int32_t Number = 0;
+  std::string Desc, Reason, Solution;
+};
+
+class TDAAdjustItem : public TXmlSubConfig {
+ public:
+  void Publish(TPublisher& p) override;
+  double Press = 0.0;
+  double Volt = 0.0;
+};
+
+// The measured curve of a valve: which voltage gives which pressure.
+class TDAAdjustTable : public TXmlSubConfig {
+ public:
+  void Publish(TPublisher& p) override;
+  void Clear() { FItems.Clear(); }
+  [[nodiscard]] std::int32_t GetCount() const { return FItems.Count(); }
+  [[nodiscard]] TDAAdjustItem* GetItem(std::int32_t index) const { return FItems.Get(index); }  // null outside
+  std::int32_t Add(double press, double volt);
+  // The voltage at which the polyline through the entries reaches this pressure: 0 below the lowest pressure, the
+  // highest entry's voltage above all. None for an empty table, or when the pressure is no number.
+  [[nodiscard]] std::optional<double> GetVolt(double press) const;
+
+ private:
+  TXmlList<TDAAdjustItem> FItems;
+};
+
+class TGasBranchConfig : public TXmlSubConfig {
+ public:
+  void Publish(TPublisher& p) override;
+  [[nodiscard]] std::int32_t GetDAPort() const { return DAPort; }
+
+  std::int32_t GasType = 0;  // 1 "Air" ... 6 "H-N2"
+  std::string Name;
+  std::int32_t DAPort = 0;
+  double MaxPressure = 0.0;
+  bool DAAdjustEnabled = false;  // a pressure is put out as the voltage of the table
+  TDAAdjustTable DAAdjustTable;
+};
+
+class TGasBranchesConfig : public TXmlSubConfig {
+ public:
+  void Publish(TPublisher& p) override;
+  [[nodiscard]] TGasBranchConfig* GetGasBranch(std::int32_t gasType) const;  // the first; null when there is none
+  TXmlList<TGasBranchConfig> Items;
+};
+
+// One gas that the operator may choose; the value as it stands in the file.
+class TGasListItem : public TXmlSubConfig {
+ public:
+  void Publish(TPublisher& p) override;
+  std::string Name, Value;
+};
+
+class TGasListConfig : public TXmlSubConfig {
+ public:
+  void Publish(TPublisher& p) override;
+  TXmlList<TGasListItem> Items;
+};
+
+class TSlaveConfig : public TXmlSubConfig {
+ public:
+  static constexpr std::int32_t kMaxChannels = 32;
+
+  void Publish(TPublisher& p) override;
+  [[nodiscard]] std::uint32_t GetIdentity() const;  // 0 when the text is no number
+  [[nodiscard]] std::int32_t GetDACount() const;    // 0..32; a number outside is logged
+  [[nodiscard]] std::int32_t GetADCount() const;
+
+  std::string Name;
+  std::string Identity;  // decimal, also negative, or 0x...
+  std::int32_t ProductNo = 0;
+  std::int32_t DACount = 0;
+  std::int32_t ADCount = 0;
+  bool ExtIO = false;
+  std::string HeadDesc;  // the head type that a height controller reports
+};
+
+// The bus, in the order of its wiring; slaves are numbered from 1.
+class TSlavesConfig : public TXmlSubConfig {
+ public:
+  void Publish(TPublisher& p) override;
+  [[nodiscard]] std::int32_t GetCount() const { return Items.Count(); }
+  [[nodiscard]] TSlaveConfig* GetSlave(std::int32_t number) const { return Items.Get(number - 1); }
+  TXmlList<TSlaveConfig> Items;
+};
+
+class TModelConfig : public TXmlSubConfig {
+ public:
+  void Publish(TPublisher& p) override;
+  std::string Model;
+};
+
+class TNcParamsConfig : public TXmlSubConfig {
+ public:
+  void Publish(TPublisher& p) override;
+  [[nodiscard]] double GetMaxMoveSpeed() const { return MaxMoveSpeed; }
+
+  double MaxMoveSpeed = 0.0;                 // mm/s
+  std::atomic<std::int32_t> PierceTotal{0};  // the machine's running total of pierces; any thread
+};
+
+class TAxisDriveConfig : public TXmlSubConfig {
+ public:
+  void Publish(TPublisher& p) override;
+  std::int32_t PulsesPerRev = 0;
+  double MmPerRev = 0.0;
+};
+
+class TAxisConfig : public TXmlSubConfig {
+ public:
+  void Publish(TPublisher& p) override;
+  std::string Name;
+  double SoftLimitNeg = 0.0;
+  double SoftLimitPos = 0.0;
+  double MaxSpeed = 0.0;
+  double Acceleration = 0.0;  // mm/s2
+  std::int32_t MotorDir = 0;  // 0 positive, else negative
+  std::int32_t EncoderDir = 0;
+  TAxisDriveConfig Drive;
+  std::int32_t HomeDir = 0;
+  double SafeZ = 10.0;  // of Z: there and above, X and Y may travel over the table
+};
+
+class TAxesConfig : public TXmlSubConfig {
+ public:
+  void Publish(TPublisher& p) override;
+  [[nodiscard]] TAxisConfig* Find(std::string_view name) const;
+  TXmlList<TAxisConfig> Items;
+};
+
+// Which axes (numbered from 1, 0 none) move the head over the plate.
+class TGantryConfig : public TXmlSubConfig {
+ public:
+  void Publish(TPublisher& p) override;
+  std::int32_t XAxis = 0;
+  std::int32_t YAxis = 0;
+};
+
+// Pallets. "Elvt" holds the lift's values by name.
+class TSwitchTableConfig : public TXmlSubConfig {
+ public:
+  void Publish(TPublisher& p) override;
+  bool CheckRailDelay = false;
+  std::int32_t DockedTable = 1;  // as the machine starts: 1 or 2, 0 none
+  TXmlSubConfig Elvt;
+};
+
+}  // namespace ixocamglue

@@ -1,0 +1,242 @@
+#include "ixocamglue/platform/xml/XmlWriter.h"
+
+#include <charconv>
+#include <optional>
+#include <vector>
+
+#include <pugixml.hpp>
+
+#include "ixocamglue/support/ValueText.h"
+
+namespace ixocamglue {
+namespace {
+
+constexpr std::string_view kBlanks = " \t\r\n";
+
+// The character that an entity at the front of `text` stands for, and its length; none: no entity that the parser
+// knows, so it stands for itself.
+struct TEntity {
+  char32_t Char = 0;
+  std::size_t Length = 0;
+};
+std::optional<TEntity> EntityAt(std::string_view text) {
+  constexpr struct {
+    std::string_view Text;
+    char32_t Char;
+  } kNamed[] = {{"&amp;", U'&'}, {"&lt;", U'<'}, {"&gt;", U'>'}, {"&quot;", U'"'}, {"&apos;", U'\''}};
+  for (const auto& named : kNamed)
+    if (text.starts_with(named.Text)) return TEntity{named.Char, named.Text.size()};
+  if (!text.starts_with("&#")) return std::nullopt;
+  const bool hex = text.substr(2).starts_with('x');
+  const char* const first = text.data() + (hex ? 3 : 2);
+  std::uint32_t number = 0;
+  const auto [end, error] = std::from_chars(first, text.data() + text.size(), number, hex ? 16 : 10);
+  if (error != std::errc{} || end == text.data() + text.size() || *end != ';') return std::nullopt;
+  return TEntity{number, static_cast<std::size_t>(end - text.data()) + 1};
+}
+
+// Whether the parser makes `value` of this text; of an attribute it turns each kind of white space into blanks.
+bool Says(std::string_view raw, std::string_view value, bool attribute) {
+  if (raw.find_first_of(attribute ? "&\t\r\n" : "&") == std::string_view::npos) return raw == value;
+  std::string read;
+  for (std::size_t i = 0; i < raw.size();) {
+    if (const auto entity = raw[i] == '&' ? EntityAt(raw.substr(i)) : std::nullopt) {
+      AppendUtf8(read, entity->Char);
+      i += entity->Length;
+    } else if (attribute && kBlanks.find(raw[i]) != std::string_view::npos) {
+      i += raw.substr(i).starts_with("\r\n") ? 2U : 1U;
+      read += ' ';
+    } else {
+      read += raw[i++];
+    }
+  }
+  return read == value;
+}
+
+class TWriter {
+ public:
+  explicit TWriter(std::string_view original) : FOriginal(original) {
+    FOut.reserve(original.size() + original.size() / 8 + 4096);
+  }
+
+  void Children(const pugi::xml_node& parent) {
+    for (const auto& child : parent.children()) Node(child);
+  }
+  std::string FOut;
+
+ private:
+  void Node(const pugi::xml_node& node) {
+    switch (node.type()) {
+      case pugi::node_element: return Element(node);
+      case pugi::node_pcdata: return Text(node);
+      case pugi::node_cdata: return CData(node.value());
+      case pugi::node_comment: return Put("<!--", node.value(), "-->");
+      case pugi::node_doctype: return Put("<!DOCTYPE ", node.value(), ">");
+      case pugi::node_declaration:
+        FOut += "<?";
+        StartTag(node);
+        FOut += "?>";
+        return;
+      case pugi::node_pi:
+        FOut += "<?";
+        FOut += node.name();
+        if (*node.value()) Put(" ", node.value(), "");
+        FOut += "?>";
+        return;
+      case pugi::node_null:
+      case pugi::node_document: return;
+    }
+  }
+
+  void Put(std::string_view before, std::string_view text, std::string_view after) {
+    FOut += before;
+    FOut += text;
+    FOut += after;
+  }
+
+  // From the name of the element or declaration up to its closing mark; whether it was closed at once.
+  bool StartTag(const pugi::xml_node& node) {
+    const TTag tag = OriginalTag(node);
+    FOut += node.name();
+    for (const auto& attribute : node.attributes()) {
+      const TOriginalAttribute* const there = tag.Find(attribute.name());
+      const TOriginalAttribute written = there ? *there : TOriginalAttribute{" ", {}, "=\"", {}, "\""};
+      FOut += written.Before;
+      FOut += attribute.name();
+      FOut += written.Opening;
+      if (there && Says(written.Value, attribute.value(), true))
+        FOut += written.Value;
+      else
+        Escape(attribute.value(), true);
+      FOut += written.Quote;
+    }
+    FOut += tag.End;
+    return tag.ClosesAtOnce;
+  }
+
+  void Element(const pugi::xml_node& node) {
+    FOut += '<';
+    const bool closesAtOnce = StartTag(node);
+    if (!node.first_child() && closesAtOnce) {
+      FOut += "/>";
+      return;
+    }
+    FOut += '>';
+    Children(node);
+    Put("</", node.name(), ">");
+  }
+
+  void Text(const pugi::xml_node& node) {
+    const std::ptrdiff_t offset = node.offset_debug();
+    if (offset >= 0 && !FOriginal.empty()) {
+      const std::string_view rest = FOriginal.substr(static_cast<std::size_t>(offset));
+      const std::string_view raw = rest.substr(0, rest.find('<'));
+      if (Says(raw, node.value(), false)) {
+        FOut += raw;
+        return;
+      }
+    }
+    Escape(node.value(), false);
+  }
+
+  void CData(std::string_view text) {
+    FOut += "<![CDATA[";
+    for (std::size_t end = text.find("]]>"); end != std::string_view::npos; end = text.find("]]>")) {
+      Put("", text.substr(0, end + 2), "]]><![CDATA[");
+      text.remove_prefix(end + 2);
+    }
+    Put("", text, "]]>");
+  }
+
+  void Escape(std::string_view text, bool attribute) {
+    for (const char c : text) {
+      const auto code = static_cast<unsigned char>(c);
+      if (c == '&')
+        FOut += "&amp;";
+      else if (c == '<')
+        FOut += "&lt;";
+      else if (c == '>')
+        FOut += "&gt;";
+      else if (attribute && c == '"')
+        FOut += "&quot;";
+      else if (attribute && c == '\'')
+        FOut += "&apos;";  // the quotation mark around it may be either
+      else if (code < 32 && (attribute || (c != '\t' && c != '\n')))
+        Put("&#", ValueText(std::int32_t{code}), ";");
+      else
+        FOut += c;
+    }
+  }
+
+  // The parts of a start tag as they stand in the file.
+  struct TOriginalAttribute {
+    std::string_view Before;  // blanks
+    std::string_view Name;
+    std::string_view Opening;  // from behind the name to the opening quotation mark
+    std::string_view Value;
+    std::string_view Quote;
+  };
+  struct TTag {
+    std::vector<TOriginalAttribute> Attributes;
+    std::string_view End;  // blanks before the closing mark
+    bool ClosesAtOnce = true;
+    [[nodiscard]] const TOriginalAttribute* Find(std::string_view name) const {
+      const TOriginalAttribute* folded = nullptr;
+      for (const auto& attribute : Attributes) {
+        if (attribute.Name == name) return &attribute;
+        if (!folded && SameFolded(attribute.Name, name)) folded = &attribute;
+      }
+      return folded;
+    }
+  };
+
+  TTag OriginalTag(const pugi::xml_node& node) const {
+    TTag tag;
+    const std::ptrdiff_t offset = node.offset_debug();
+    if (offset < 0 || FOriginal.empty()) return tag;
+    std::size_t at = FOriginal.find_first_of(" \t\r\n/>?", static_cast<std::size_t>(offset));
+    while (at != std::string_view::npos) {
+      const std::size_t name = FOriginal.find_first_not_of(kBlanks, at);
+      if (name == std::string_view::npos) break;
+      if (const char c = FOriginal[name]; c == '>' || c == '/' || c == '?') {
+        tag.End = FOriginal.substr(at, name - at);
+        tag.ClosesAtOnce = c != '>';
+        break;
+      }
+      const std::size_t open = FOriginal.find_first_of("\"'", name);
+      const std::size_t close = open == std::string_view::npos ? open : FOriginal.find(FOriginal[open], open + 1);
+      if (close == std::string_view::npos) break;
+      const std::size_t behind = FOriginal.find_first_of(" \t\r\n=", name);
+      tag.Attributes.push_back({FOriginal.substr(at, name - at), FOriginal.substr(name, behind - name),
+                                FOriginal.substr(behind, open + 1 - behind),
+                                FOriginal.substr(open + 1, close - open - 1), FOriginal.substr(close, 1)});
+      at = close + 1;
+    }
+    return tag;
+  }
+
+  const std::string_view FOriginal;
+};
+
+}  // namespace
+
+void AppendUtf8(std::string& out, char32_t c) {
+  const auto put = [&](char32_t byte) { out += static_cast<char>(static_cast<unsigned char>(byte)); };
+  if (c < 0x80) {
+    put(c);
+  } else if (c < 0x800) {
+    put(0xC0 | c >> 6), put(0x80 | (c & 0x3F));
+  } else if (c < 0x10000) {
+    put(0xE0 | c >> 12), put(0x80 | (c >> 6 & 0x3F)), put(0x80 | (c & 0x3F));
+  } else {
+    put(0xF0 | c >> 18), put(0x80 | (c >> 12 & 0x3F)), put(0x80 | (c >> 6 & 0x3F)), put(0x80 | (c & 0x3F));
+  }
+}
+
+std::string WriteXml(const pugi::xml_document& document, std::string_view original) {
+  TWriter writer(original);
+  writer.Children(document);
+  return std::move(writer.FOut);
+}
+
+}  // namespace ixocamglue

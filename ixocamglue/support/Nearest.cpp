@@ -1,0 +1,33 @@
+#include "ixocamglue/support/Nearest.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "ixocamglue/support/ValueText.h"
+
+namespace ixocamglue {
+
+std::size_t NameDistance(std::string_view a, std::string_view b, std::size_t limit) {
+  if (a.size() > b.size() + limit || b.size() > a.size() + limit) return limit + 1;
+  std::vector<std::size_t> row(b.size() + 1);
+  for (std::size_t j = 0; j <= b.size(); ++j) row[j] = j;
+  for (std::size_t i = 1; i <= a.size(); ++i) {
+    std::size_t diagonal = row[0];
+    row[0] = i;
+    for (std::size_t j = 1; j <= b.size(); ++j) {
+      const std::size_t change = diagonal + (FoldAscii(a[i - 1]) == FoldAscii(b[j - 1]) ? 0 : 1);
+      diagonal = row[j];
+      row[j] = std::min({row[j] + 1, row[j - 1] + 1, change});
+    }
+  }
+  return row[b.size()];
+}
+
+void TNearestName::Consider(std::string_view known) {
+  const std::size_t distance = NameDistance(FName, known, kNear);
+  if (distance >= FBest || distance >= std::min(FName.size(), known.size())) return;
+  FBest = distance;
+  FNearest = known;
+}
+
+}  // namespace ixocamglue

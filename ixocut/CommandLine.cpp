@@ -1,0 +1,160 @@
+#include "ixocut/CommandLine.h"
+
+#include <algorithm>
+#include <charconv>
+#include <iostream>
+
+#include <CLI/CLI.hpp>
+
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Problem.h"
+
+namespace ixocut {
+namespace {
+
+constexpr TAddCommand kCommands[] = {AddShotCommand,  AddRunCommand,      AddProceduresCommand, AddTreeCommand,
+                                     AddSweepCommand, AddPanelCommand,    AddKnobCommand,       AddConfigCommand,
+                                     AddInfoCommand,  AddRecordCommand,   AddMonitorCommand,    AddModbusCommand,
+                                     AddLinkCommand,  AddSimulateCommand, AddAlarmsCommand,     AddGasCommand};
+
+constexpr const char* kFooter =
+    "Exit codes:\n"
+    "  0  success\n"
+    "  1  a procedure ended otherwise; how is said\n"
+    "  2  wrong command line; nothing was done\n"
+    "  3  a file or a device cannot be used\n"
+    "\n"
+    "Files:\n"
+    "  The commands work on a copy of the example machine file in the state folder ($XDG_STATE_HOME/ixocut or\n"
+    "  ~/.local/state/ixocut), made at first use. IXOCUT_DATA names a folder that holds machines/, alarms/ and locale/ "
+    "other than\n"
+    "  the installed ones.\n"
+    "\n"
+    "Examples:\n"
+    "  ixocut shot --ms 500\n"
+    "  ixocut shot --ms 500 --stop-at 300 --lang en\n"
+    "  ixocut run safe-move --x 100 --y 50\n"
+    "  ixocut tree pierce\n"
+    "  ixocut modbus read --tcp 192.168.0.10 --addr 16 --count 4\n"
+    "  ixocut link doctor --serial /dev/ttyUSB0,19200,e,8,1\n"
+    "  ixocut COMMAND --help\n"
+    "\n"
+    "Software is not the emergency stop.";
+
+// Several lines as one; without the blank space around them.
+std::string OneLine(std::string_view text) {
+  std::string line;
+  for (const char c : text) {
+    if (c != '\n' && c != '\r')
+      line += c;
+    else if (!line.empty() && !line.ends_with("; "))
+      line += "; ";
+  }
+  while (line.ends_with("; ")) line.resize(line.size() - 2);
+  return line;
+}
+
+}  // namespace
+
+std::string CheckNumber(const std::string& text, std::uint64_t lowest, std::uint64_t highest, const char* unit) {
+  const auto range = [&] {
+    return Format("%llu..%llu%s%s", static_cast<unsigned long long>(lowest), static_cast<unsigned long long>(highest),
+                  *unit ? " " : "", unit);
+  };
+  const bool negative = text.starts_with('-');
+  const std::string_view digits = std::string_view(text).substr(negative ? 1 : 0);
+  const bool whole = !digits.empty() && std::ranges::all_of(digits, [](char c) { return c >= '0' && c <= '9'; });
+  if (!whole) return Format("\"%s\" is not a whole number (%s)", text.c_str(), range().c_str());
+  std::uint64_t number = 0;
+  const auto parsed = std::from_chars(digits.data(), digits.data() + digits.size(), number);
+  if (negative || parsed.ec != std::errc{} || number < lowest || number > highest)
+    return Format("%s is not in %s", text.c_str(), range().c_str());
+  return {};
+}
+
+CLI::Option* AddNumberOption(CLI::App& command, const std::string& name, std::uint64_t& value, std::uint64_t lowest,
+                             std::uint64_t highest, const char* unit, const std::string& description) {
+  const auto check = [=](std::string& text) {
+    std::string problem = CheckNumber(text, lowest, highest, unit);
+    // The conversion that follows would read a leading zero as octal.
+    if (problem.empty()) text.erase(0, std::min(text.find_first_not_of('0'), text.size() - 1));
+    return problem;
+  };
+  return command.add_option(name, value, description)
+      ->transform(CLI::Validator(check, ""))
+      ->type_name(*unit ? "MS" : "N");
+}
+
+void AddLanguageOption(CLI::App& command, std::string& language) {
+  command.add_option("--lang", language, "Language of the operator's texts: zh or en")
+      ->check(CLI::Validator(
+          [](const std::string& text) {
+            return text == "zh" || text == "en" ? std::string()
+                                                : Format("\"%s\" is not a known language (zh, en)", text.c_str());
+          },
+          ""))
+      ->type_name("LANG")
+      ->capture_default_str();
+}
+
+void AddSeedOption(CLI::App& command, std::uint64_t& seed) {
+  AddNumberOption(command, "--seed", seed, 0, ~std::uint64_t{0}, "",
+                  "Seed of the random numbers; the same seed, the same run")
+      ->capture_default_str();
+}
+
+void AddMachineOptions(CLI::App& command, std::optional<std::filesystem::path>& machine,
+                       std::optional<std::filesystem::path>& state, const char* stateOption) {
+  const auto path = [&](const char* name, std::optional<std::filesystem::path>& value, const char* type,
+                        const char* description) {
+    command
+        .add_option_function<std::string>(
+            name, [&value](const std::string& text) { value = text; }, description)
+        ->check(CLI::Validator(
+            [](const std::string& text) { return text.empty() ? std::string("the name is empty") : std::string(); },
+            ""))
+        ->type_name(type);
+  };
+  path("--machine", machine, "FILE", "The machine file to use as it is, instead of the copy in the state folder");
+  path(stateOption, state, "DIR", "The state folder (default $XDG_STATE_HOME/ixocut or ~/.local/state/ixocut)");
+}
+
+int RunCommandLine(int argc, const char* const* argv) {
+  CLI::App program("ixocut: the controller process of a laser-cutting machine, on a simulated machine.", "ixocut");
+  program.set_version_flag("--version", IXO_VERSION, "Print the version and exit");
+  program.footer(kFooter);
+  program.require_subcommand(0, 1);
+  TCommandRun run;
+  for (const TAddCommand add : kCommands) add(program, run);
+
+  const auto where = [&] {
+    const auto chosen = program.get_subcommands();
+    return chosen.empty() ? std::string("ixocut") : "ixocut " + chosen.front()->get_name();
+  };
+  const auto fail = [&](int exitCode, std::string_view message) {
+    const char* const hint = exitCode == kExitCommandLine ? " (--help tells more)" : "";
+    std::cerr << where() << ": " << OneLine(message) << hint << std::endl;
+    return exitCode;
+  };
+  try {
+    program.parse(argc, argv);
+    if (!run) {
+      std::string names;
+      for (const CLI::App* known : program.get_subcommands({}))
+        names += (names.empty() ? "" : ", ") + known->get_name();
+      return fail(kExitCommandLine, "a command is needed: " + names);
+    }
+    const int exitCode = run();
+    std::cout.flush();
+    return std::cout ? exitCode : fail(kExitUnusable, "the standard output cannot be written");
+  } catch (const CLI::ParseError& e) {
+    if (e.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) return program.exit(e);  // --help, --version
+    return fail(kExitCommandLine, e.what());
+  } catch (const EProblem& e) {
+    return fail(ExitCodeOf(e.Blame), e.what());
+  } catch (const std::exception& e) {
+    return fail(kExitUnusable, e.what());
+  }
+}
+
+}  // namespace ixocut

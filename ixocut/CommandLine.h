@@ -1,0 +1,69 @@
+// The command line of `ixocut`. Each command is a function that adds its sub-command, its options and what it runs; the
+// table in CommandLine.cpp lists them in the order of the help page.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "ixocamglue/support/Problem.h"
+
+namespace CLI {
+class App;
+class Option;
+}  // namespace CLI
+
+namespace ixocut {
+using namespace ixocamglue;
+
+inline constexpr int kExitSuccess = 0;
+inline constexpr int kExitOtherwise = 1;    // a procedure ended otherwise than with success
+inline constexpr int kExitCommandLine = 2;  // wrong command line; nothing was done
+inline constexpr int kExitUnusable = 3;     // a file or a device cannot be used
+
+[[nodiscard]] constexpr int ExitCodeOf(TBlame blame) {
+  return blame == pbRequest ? kExitCommandLine : blame == pbRefused ? kExitOtherwise : kExitUnusable;
+}
+
+// What the chosen command does; returns the exit code, throws EProblem.
+using TCommandRun = std::function<int()>;
+
+// Adds one command to the program; when the command line chooses it, it sets `run`.
+using TAddCommand = void (*)(CLI::App& program, TCommandRun& run);
+
+void AddShotCommand(CLI::App& program, TCommandRun& run);
+void AddRunCommand(CLI::App& program, TCommandRun& run);
+void AddProceduresCommand(CLI::App& program, TCommandRun& run);
+void AddTreeCommand(CLI::App& program, TCommandRun& run);
+void AddSweepCommand(CLI::App& program, TCommandRun& run);
+void AddRecordCommand(CLI::App& program, TCommandRun& run);
+void AddMonitorCommand(CLI::App& program, TCommandRun& run);
+void AddModbusCommand(CLI::App& program, TCommandRun& run);
+void AddLinkCommand(CLI::App& program, TCommandRun& run);
+void AddSimulateCommand(CLI::App& program, TCommandRun& run);
+void AddConfigCommand(CLI::App& program, TCommandRun& run);
+void AddInfoCommand(CLI::App& program, TCommandRun& run);
+void AddAlarmsCommand(CLI::App& program, TCommandRun& run);
+void AddPanelCommand(CLI::App& program, TCommandRun& run);
+void AddKnobCommand(CLI::App& program, TCommandRun& run);
+void AddGasCommand(CLI::App& program, TCommandRun& run);
+
+// The options that commands share; each takes its present value as the default.
+void AddLanguageOption(CLI::App& command, std::string& language);
+void AddSeedOption(CLI::App& command, std::uint64_t& seed);
+// `stateOption`: another name for --state where a command means something else by it.
+void AddMachineOptions(CLI::App& command, std::optional<std::filesystem::path>& machine,
+                       std::optional<std::filesystem::path>& state, const char* stateOption = "--state");
+// Empty when `text` is a whole number from `lowest` to `highest`, else what is wrong with it.
+[[nodiscard]] std::string CheckNumber(const std::string& text, std::uint64_t lowest, std::uint64_t highest,
+                                      const char* unit);
+// An option whose value is a whole number from `lowest` to `highest`.
+CLI::Option* AddNumberOption(CLI::App& command, const std::string& name, std::uint64_t& value, std::uint64_t lowest,
+                             std::uint64_t highest, const char* unit, const std::string& description);
+
+// The whole program: parses, runs, prints one line on the error output for each failure. Returns the exit code.
+int RunCommandLine(int argc, const char* const* argv);
+
+}  // namespace ixocut

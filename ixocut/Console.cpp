@@ -1,0 +1,93 @@
+#include "ixocut/Console.h"
+
+#include <iostream>
+#include <unistd.h>
+
+#include <nlohmann/json.hpp>
+
+#include "ixocamglue/support/Format.h"
+
+namespace ixocut {
+namespace {
+
+const char* LevelOf(const TLogRecord& record) {
+  if (!record.Diagnostic) {
+    if (record.Kind >= lkException) return "exception";
+    if (record.Kind >= lkError) return "error";
+    return record.Kind >= lkWarning ? "warning" : "info";
+  }
+  switch (record.Level) {
+    case dlEntry: return "entry";
+    case dlExit: return "exit";
+    case dlMessage: return "message";
+    case dlError: return "error";
+    case dlNote: return "note";
+    case dlProgress: return "progress";
+  }
+  return "";
+}
+
+bool IsTrouble(const TLogRecord& record) {
+  return record.Diagnostic ? record.Level == dlError : record.Kind >= lkWarning;
+}
+
+}  // namespace
+
+TConsole::TConsole(std::ostream& out, bool json, bool trace)
+    : FOut(out), FJson(json), FTrace(trace), FTerminal(&out == &std::cout && isatty(STDOUT_FILENO) == 1) {}
+
+void TConsole::EndStatus() {
+  if (FStatusShown) FOut << "\r\033[K";
+  FStatusShown = false;
+}
+
+void TConsole::Status(std::uint64_t ms, std::string_view text) {
+  TGuard guard(FLock);
+  if (FJson) return;
+  EndStatus();
+  FOut << Format("%8llu ms  ", static_cast<unsigned long long>(ms > FStartMs ? ms - FStartMs : 0)) << text;
+  if (!FTerminal) FOut << '\n';
+  FOut << std::flush;
+  FStatusShown = FTerminal;
+}
+
+void TConsole::Write(const TLogRecord& record) {
+  if (record.Diagnostic && (Mask() & DiagBit(record.Level)) == 0) return;
+  const std::uint64_t ms = record.TimeMs > FStartMs ? record.TimeMs - FStartMs : 0;
+  TGuard guard(FLock);
+  if (FJson) {
+    FLines.push_back({ms, LevelOf(record), record.Text, record.Source});
+    return;
+  }
+  EndStatus();
+  FOut << Format("%8llu ms  ", static_cast<unsigned long long>(ms));
+  if (FTrace)
+    FOut << Format("%-9s ", LevelOf(record));
+  else if (IsTrouble(record))
+    FOut << "! ";
+  FOut << record.Text << '\n' << std::flush;
+}
+
+void TConsole::Say(std::string_view line) {
+  TGuard guard(FLock);
+  if (FJson) return;
+  EndStatus();
+  FOut << line << '\n' << std::flush;
+}
+
+nlohmann::ordered_json TConsole::Log() const {
+  TGuard guard(FLock);
+  auto lines = nlohmann::ordered_json::array();
+  for (const TLine& line : FLines) {
+    lines.push_back({{"ms", line.Ms}, {"level", line.Level}, {"text", line.Text}});
+    if (!line.Source.empty()) lines.back()["source"] = line.Source;
+  }
+  return lines;
+}
+
+void TConsole::Print(const nlohmann::ordered_json& document) {
+  TGuard guard(FLock);
+  if (FJson) FOut << document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n' << std::flush;
+}
+
+}  // namespace ixocut

@@ -1,0 +1,100 @@
+#include "ixocut/Plot.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <spawn.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+#include <system_error>
+#include <unistd.h>
+
+#include "ixocamglue/monitor/Umonitorsink.h"
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Problem.h"
+
+namespace ixocut {
+using namespace ixocamglue;
+namespace {
+
+namespace fs = std::filesystem;
+
+class TScratch {
+ public:
+  TScratch() {
+    std::string name = (fs::temp_directory_path() / "ixocut-plot-XXXXXX").string();
+    if (!mkdtemp(name.data())) throw EProblem(pbUnusable, "no temporary folder for the plot can be made");
+    Path = name;
+  }
+  ~TScratch() {
+    std::error_code ignored;
+    fs::remove_all(Path, ignored);
+  }
+  TScratch(const TScratch&) = delete;
+  TScratch& operator=(const TScratch&) = delete;
+  fs::path Path;
+};
+
+std::string ReadAll(const fs::path& file) {
+  std::ifstream in(file, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+// Runs gnuplot in the folder; throws what it complained about.
+void RunGnuplot(const fs::path& folder) {
+  const std::string script = (folder / "script").string();
+  const std::string complaints = (folder / "complaints").string();
+  posix_spawn_file_actions_t files;
+  posix_spawn_file_actions_init(&files);
+  posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+  posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+  posix_spawn_file_actions_addopen(&files, STDERR_FILENO, complaints.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  posix_spawn_file_actions_addchdir_np(&files, folder.c_str());
+  std::string name = "gnuplot";
+  std::string argument = "script";
+  char* const arguments[] = {name.data(), argument.data(), nullptr};
+  pid_t child = 0;
+  const int failed = posix_spawnp(&child, "gnuplot", &files, nullptr, arguments, environ);
+  posix_spawn_file_actions_destroy(&files);
+  if (failed == ENOENT)
+    throw EProblem(pbUnusable, "gnuplot is not installed; it draws the plot (Debian package gnuplot-nox)");
+  if (failed != 0) throw EProblem(pbUnusable, "gnuplot cannot be started: " + std::system_category().message(failed));
+  int status = 0;
+  while (waitpid(child, &status, 0) < 0 && errno == EINTR) continue;
+  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
+    throw EProblem(pbUnusable, "gnuplot failed: " + ReadAll(complaints));
+}
+
+}  // namespace
+
+void CheckPlotName(const char* option, const std::string& target) {
+  if (fs::path(target).extension() != ".svg")
+    throw EProblem(pbRequest, std::string(option) + ": \"" + target + "\" does not end in .svg");
+}
+
+// SVG leaves the letters to the viewer's fonts; drawn here, Chinese would need a font on this machine.
+std::string PlotStart(int width, int height) {
+  return "set encoding utf8\n" +
+         Format("set terminal svg size %d,%d noenhanced font 'sans,10'\nset output 'out'\n", width, height);
+}
+
+std::string PlotText(std::string_view text) {
+  std::string out = "'";
+  for (const char c : text) out.append(c == '\'' ? 2 : 1, c == '\n' || c == '\r' ? ' ' : c);
+  return out + "'";
+}
+
+void DrawPlot(const std::string& script, const std::string& target) {
+  const TScratch scratch;
+  std::ofstream(scratch.Path / "script", std::ios::binary) << script;
+  RunGnuplot(scratch.Path);
+  const std::string picture = ReadAll(scratch.Path / "out");
+  if (picture.empty()) throw EProblem(pbUnusable, "gnuplot wrote no picture");
+  TMonitorFileSink sink(target);
+  sink.Write(picture);
+  sink.Commit();
+}
+
+}  // namespace ixocut

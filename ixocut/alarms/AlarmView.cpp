@@ -1,0 +1,104 @@
+#include "ixocut/alarms/AlarmView.h"
+
+#include <iostream>
+
+#include <nlohmann/json.hpp>
+
+#include "controller/StateFolder.h"
+#include "ixocamglue/alarms/Almintprt.h"
+#include "ixocamglue/alarms/Ualarmdefs.h"
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Problem.h"
+
+namespace ixocut {
+using namespace ixocontroller;
+namespace {
+
+struct TColumn {
+  const char* Name;
+  std::string TAlarmRow::*Text;
+};
+constexpr TColumn kColumns[] = {{"raised", &TAlarmRow::Raised},
+                                {"cleared", &TAlarmRow::Cleared},
+                                {"acknowledged", &TAlarmRow::Acknowledged},
+                                {"byWhom", &TAlarmRow::ByWhom},
+                                {"mark", &TAlarmRow::Mark},
+                                {"identifier", &TAlarmRow::Identifier},
+                                {"code", &TAlarmRow::Code},
+                                {"module", &TAlarmRow::Module},
+                                {"type", &TAlarmRow::Type},
+                                {"description", &TAlarmRow::Description},
+                                {"reason", &TAlarmRow::Reason},
+                                {"solution", &TAlarmRow::Solution}};
+
+std::string Quoted(const std::string& text) {
+  if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
+  std::string quoted = "\"";
+  for (const char c : text) {
+    if (c == '"') quoted += '"';
+    quoted += c;
+  }
+  return quoted + '"';
+}
+
+}  // namespace
+
+TAlarmRow Translated(TAlarmRow row) {
+  const TAlarmInterpreter* const interpreter = AlarmInterpreter();
+  TAlarmRec rec;
+  if (!interpreter || !interpreter->TryGetAlarmRec(row.Identifier, rec)) return row;
+  row.Code = rec.Code;
+  row.Module = rec.Category;
+  row.Type = rec.Alarmtype;
+  row.Reason = rec.Reason;
+  row.Solution = rec.Solution;
+  return row;
+}
+
+std::string AlarmState(const TAlarmRow& row) {
+  std::string state = row.Active() ? "active" : row.Mark.empty() ? "cleared" : row.Mark;
+  if (!row.Acknowledged.empty()) state += ", acknowledged by " + row.ByWhom;
+  if (row.FirstOut) state += ", first";
+  return state;
+}
+
+std::string AlarmLine(const TAlarmRow& row) {
+  std::string line = Format("%s  [%s]  %lld  %s  %s", row.Raised.c_str(), AlarmState(row).c_str(),
+                            static_cast<long long>(row.Level), row.Identifier.c_str(), row.Code.c_str());
+  for (const std::string* const text : {&row.Module, &row.Description, &row.Reason, &row.Solution})
+    line += "  | " + *text;
+  return line;
+}
+
+nlohmann::ordered_json AlarmJson(const TAlarmRow& row) {
+  nlohmann::ordered_json json{
+      {"row", row.Row}, {"level", row.Level}, {"active", row.Active()}, {"first", row.FirstOut}};
+  for (const TColumn& column : kColumns) json[column.Name] = row.*column.Text;
+  return json;
+}
+
+std::string AlarmCsv(const TAlarmRow& row) {
+  std::string line = std::to_string(row.Level);
+  for (const TColumn& column : kColumns) line += "," + Quoted(row.*column.Text);
+  return line;
+}
+
+std::string AlarmCsvHead() {
+  std::string line = "level";
+  for (const TColumn& column : kColumns) line += std::string(",") + column.Name;
+  return line;
+}
+
+TAlarmLookup::TAlarmLookup(const std::string& language, const std::filesystem::path& machine)
+    : FLocale(ShareFolder() / "locale") {
+  if (!machine.empty())
+    if (const std::string problem = FConfig.Load(machine); !problem.empty()) throw EProblem(pbUnusable, problem);
+  FApp.Register(IID_IAlarmInterpreterSvc, std::make_shared<TAlarmDefinitionFiles>(ShareFolder() / "alarms"));
+  FLibrary.emplace();
+  if (const std::string problem = FLocaleManager.ChangeLanguage(language); !problem.empty())
+    std::cerr << "ixocut alarms: " << problem << std::endl;
+  for (const std::string& refused : FLibrary->LoadLocaleResources())
+    std::cerr << "ixocut alarms: " << refused << std::endl;
+}
+
+}  // namespace ixocut

@@ -1,0 +1,55 @@
+// How the program shows alarms: one line each, in the chosen language, and the services that the lookups need where no
+// machine runs. Main thread, except Line, which any thread may call.
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <nlohmann/json_fwd.hpp>
+
+#include "ixocamglue/Library.h"
+#include "ixocamglue/alarms/store/AlarmHistory.h"
+#include "ixocamglue/platform/services/AppSys.h"
+#include "ixocamglue/platform/services/Locale.h"
+#include "ixocamglue/platform/services/LocaleManager.h"
+#include "ixocamglue/platform/xml/MachineConfig.h"
+
+namespace ixocut {
+using namespace ixocamglue;
+
+// An alarm as it is shown: what the dictionary says of the identifier, with the message's own description; everything
+// as stored where it says nothing.
+[[nodiscard]] TAlarmRow Translated(TAlarmRow row);
+
+// "2026-01-01 08:00:00.000 active  1  L101 TPLaser#1 Laser Alarm: emission lost (reason; solution) ..."
+[[nodiscard]] std::string AlarmLine(const TAlarmRow& row);
+[[nodiscard]] nlohmann::ordered_json AlarmJson(const TAlarmRow& row);
+// A line of comma-separated text (RFC 4180), and its head.
+[[nodiscard]] std::string AlarmCsv(const TAlarmRow& row);
+[[nodiscard]] std::string AlarmCsvHead();
+
+// "active", "cleared", "restart"; with ", acknowledged by NAME" and ", first" behind it.
+[[nodiscard]] std::string AlarmState(const TAlarmRow& row);
+
+// The interpreter with its services, for a command without a machine.
+class TAlarmLookup {
+ public:
+  // `machine`: the machine file whose alarms count too; empty: none. Throws EProblem for a file that cannot be used.
+  TAlarmLookup(const std::string& language, const std::filesystem::path& machine);
+
+ private:
+  TAppSys FApp;
+  TInstalled<TAppSys> FAppInstalled{FApp};
+  TMachineConfig FConfig;
+  TInstalled<TMachineConfig> FConfigInstalled{FConfig};
+  TLocaleReader FLocale;
+  TInstalled<TLocaleReader> FLocaleInstalled{FLocale};
+  TLocaleManager FLocaleManager;
+  TInstalled<TLocaleManager> FLocaleManagerInstalled{FLocaleManager};
+  std::optional<TLibrary> FLibrary;
+};
+
+}  // namespace ixocut

@@ -1,0 +1,40 @@
+// `ixocut alarms ...`: what each sub-command is given, and what it runs. Each returns the exit code and throws
+// EProblem. Main thread.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <iosfwd>
+#include <optional>
+#include <string>
+
+namespace ixocut {
+
+struct TAlarmsOptions {
+  std::string Id;
+  std::string File;    // check: what to check
+  std::string Script;  // live: lines instead of the terminal's
+  std::string Who;
+  std::string Since;
+  std::string Db;  // empty: alarms.db in the state folder
+  bool Active = false, History = false, Json = false, Csv = false, Suppressed = false;
+  std::optional<std::int64_t> Level;
+  std::uint64_t ForMs = 0;  // watch and live: end by itself after this time; 0: never
+  std::uint64_t RetentionDays = 0;
+  std::uint64_t Seed = 1;
+  std::optional<std::filesystem::path> Machine, State;
+  std::string Language = "zh";
+};
+
+int RunAlarmsLookup(const TAlarmsOptions& options, std::ostream& out);
+int RunAlarmsLive(const TAlarmsOptions& options, std::ostream& out);
+int RunAlarmsList(const TAlarmsOptions& options, std::ostream& out);
+int RunAlarmsWatch(const TAlarmsOptions& options, std::ostream& out);
+int RunAlarmsStats(const TAlarmsOptions& options, std::ostream& out);
+int RunAlarmsAck(const TAlarmsOptions& options, std::ostream& out);
+int RunAlarmsCheck(const TAlarmsOptions& options, std::ostream& out);
+
+// The store's file: --db, or alarms.db in the state folder.
+[[nodiscard]] std::filesystem::path AlarmDbFile(const TAlarmsOptions& options);
+
+}  // namespace ixocut

@@ -1,0 +1,45 @@
+// `ixocut config` and `ixocut info`: the machine file, checked, shown and edited, and what the library makes of it.
+#pragma once
+
+#include <filesystem>
+#include <iosfwd>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "controller/config/ConfigShape.h"
+#include "ixocamglue/platform/xml/MachineConfig.h"
+
+namespace ixocut {
+using namespace ixocamglue;
+using namespace ixocontroller;
+
+// A machine configuration with every section that the program knows, installed while it lives.
+class TMachineFile {
+ public:
+  TMachineFile();
+  ~TMachineFile();
+  TMachineFile(const TMachineFile&) = delete;
+  TMachineFile& operator=(const TMachineFile&) = delete;
+  // Throws EProblem, exit code 3, when the file cannot be loaded.
+  void Load(const std::filesystem::path& file);
+  TMachineConfig& Config() { return FConfig; }
+
+ private:
+  TWholeConfig FConfig;
+  TInstalled<TMachineConfig> FInstalled{FConfig};
+};
+
+// Each returns the exit code and throws EProblem.
+[[nodiscard]] int RunConfigCheck(const std::filesystem::path& file, bool all, std::ostream& out);
+[[nodiscard]] int RunConfigShow(const std::filesystem::path& file, const std::string& section, bool json,
+                                std::ostream& out);
+[[nodiscard]] int RunConfigGet(const std::filesystem::path& file, const std::string& path, std::ostream& out);
+[[nodiscard]] int RunConfigSet(const std::filesystem::path& file, const std::string& path, const std::string& value,
+                               std::ostream& out);
+[[nodiscard]] int RunConfigDiff(const std::filesystem::path& a, const std::filesystem::path& b, std::ostream& out);
+[[nodiscard]] int RunConfigSchema(bool json, std::ostream& out);
+[[nodiscard]] int RunConfigRestore(const std::filesystem::path& file, std::ostream& out);
+[[nodiscard]] int RunInfo(const std::filesystem::path& file, const std::string& language, bool json, std::ostream& out);
+
+}  // namespace ixocut

@@ -1,0 +1,356 @@
+// `ixocut gas calibrate`.
+#include <algorithm>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include "controller/HostTexts.h"
+#include "controller/SignalStop.h"
+#include "controller/StateFolder.h"
+#include "controller/gas/GasCalibration.h"
+#include "controller/gas/GasDescent.h"
+#include "controller/gas/GasRecording.h"
+#include "controller/gas/GasTexts.h"
+#include "ixocamglue/monitor/Umonitorsink.h"
+#include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/ValueText.h"
+#include "ixocut/CommandLine.h"
+#include "ixocut/Console.h"
+#include "ixocut/Plot.h"
+#include "ixocut/gas/GasCommand.h"
+#include "ixocut/gas/GasPlot.h"
+#include "ixocut/gas/GasTable.h"
+
+namespace ixocut {
+namespace {
+
+constexpr std::uint64_t kReadyWithinMs = 5'000;
+constexpr std::uint32_t kLookEveryMs = 20;  // real time
+constexpr int kBarWidth = 24;
+constexpr double kBarLineEvery = 10.0;  // %, where the bar cannot be drawn over itself
+
+struct TCalibrateOptions {
+  std::string Gases;
+  TGasNozzle Nozzle;
+  std::string Plot, Record;
+  std::string Method = "exact";
+  bool Descend = false;
+  bool Realtime = false;
+  bool Json = false;
+  std::uint64_t Seed = 1;
+  std::optional<std::filesystem::path> Machine, State;
+  std::string Language = "zh";
+};
+
+// The progress on one line: drawn over itself on a terminal, else a line now and then.
+class TProgressBar {
+ public:
+  TProgressBar(TConsole& console, bool shown)
+      : FConsole(console), FShown(shown), FTerminal(isatty(STDERR_FILENO) != 0) {}
+
+  void Show(double percent, const TGasCalibration::TNow& now, std::uint64_t ms) {
+    if (!FShown || now.Gas == 0) return;
+    if (!FTerminal && percent < FNext) return;
+    FNext = (static_cast<int>(percent / kBarLineEvery) + 1) * kBarLineEvery;
+    const int done = static_cast<int>(percent / 100 * kBarWidth);
+    const std::string bar =
+        std::string(static_cast<std::size_t>(done), '#') + std::string(static_cast<std::size_t>(kBarWidth - done), '.');
+    const std::string line = Format("[%s] %3.0f %%  %-5s %5.2f V  %7.3f bar  %6.1f s", bar.c_str(), percent,
+                                    GasName(now.Gas), now.Volt, now.Press, static_cast<double>(ms) / 1000);
+    if (!FTerminal) return FConsole.Say(line);
+    std::cerr << '\r' << line << std::flush;
+    FDrawn = line.size();
+  }
+  // Makes room for other lines.
+  void Clear() {
+    if (FDrawn != 0) std::cerr << '\r' << std::string(FDrawn, ' ') << '\r' << std::flush;
+    FDrawn = 0;
+  }
+
+ private:
+  TConsole& FConsole;
+  const bool FShown;
+  const bool FTerminal;
+  double FNext = 0.0;
+  std::size_t FDrawn = 0;
+};
+
+const char* NameOf(TGasEnd end) {
+  switch (end) {
+    case TGasEnd::Unfinished: return "unfinished";
+    case TGasEnd::Skipped: return "skipped";
+    case TGasEnd::Failed: return "failed";
+    case TGasEnd::Restored: return "restored";
+    case TGasEnd::Stored: return "stored";
+  }
+  return "";
+}
+
+const TText& TextOf(TGasEnd end) {
+  switch (end) {
+    case TGasEnd::Skipped: return SGasSkipped;
+    case TGasEnd::Failed: return SGasFailed;
+    case TGasEnd::Restored: return SGasRestored;
+    case TGasEnd::Stored: return SGasOk;
+    case TGasEnd::Unfinished: break;
+  }
+  return SGasUnfinished;
+}
+
+std::size_t Settled(const TGasResult& result) {
+  return static_cast<std::size_t>(std::ranges::count_if(result.Points, &TGasPoint::Settled));
+}
+
+std::vector<std::string> Table(const std::vector<TGasResult>& results) {
+  std::vector<std::vector<std::string>> rows{{SGasColGas.Get(), SGasColPoints.Get(), SGasColTime.Get(),
+                                              SGasColKnee.Get(), SGasColMax.Get(), SGasColResult.Get()}};
+  for (const TGasResult& result : results) {
+    const bool stored = result.End == TGasEnd::Stored;
+    rows.push_back({GasDesc(result.Gas), std::to_string(Settled(result)),
+                    result.DurationMs > 0 ? Format("%.1f", static_cast<double>(result.DurationMs) / 1000) : "-",
+                    stored && result.Knee ? Format("%.2f", *result.Knee) : "-",
+                    Settled(result) > 0 ? Format("%.3f", result.MaxBar()) : "-", TextOf(result.End).Get()});
+  }
+  return DrawTable(rows);
+}
+
+nlohmann::ordered_json JsonOf(const TGasResult& result) {
+  auto points = nlohmann::ordered_json::array();
+  for (const TGasPoint& point : result.Points)
+    if (point.Settled)
+      points.push_back({{"volt", point.Volt},
+                        {"bar", point.Press},
+                        {"atMs", point.AtMs},
+                        {"stableMs", point.StableMs},
+                        {"riseMs", point.RiseMs}});
+  auto curve = nlohmann::ordered_json::array();
+  for (const TDot& dot : result.Curve) curve.push_back({{"volt", dot.X}, {"bar", dot.Y}});
+  nlohmann::ordered_json json{
+      {"gas", GasName(result.Gas)}, {"result", NameOf(result.End)}, {"durationMs", result.DurationMs},
+      {"maxBar", result.MaxBar()},  {"kneeVolt", nullptr},          {"points", std::move(points)},
+      {"curve", std::move(curve)}};
+  if (result.Knee) json["kneeVolt"] = *result.Knee;
+  if (!result.Why.empty()) json["why"] = result.Why;
+  return json;
+}
+
+class TCalibrate {
+ public:
+  TCalibrate(const TCalibrateOptions& options, TConsole& console)
+      : FOptions(options),
+        FConsole(console),
+        FBar(console, !options.Json),
+        FSession(SessionOptions(options, console)),
+        FCalibration(FSession, ParseGases(options.Gases), options.Nozzle) {
+    GZemGasAdjustModel()->SetRefined(options.Method == "refined");
+  }
+
+  int Run();
+
+ private:
+  static TSessionOptions SessionOptions(const TCalibrateOptions& options, TConsole& console);
+  void Ready();
+  template <class Running>
+  void Wait(Running running);
+  void Look();
+  void Draw();
+  void Write();
+  void Print();
+  void Say(const std::string& text);
+
+  const TCalibrateOptions& FOptions;
+  TConsole& FConsole;
+  TProgressBar FBar;
+  TSession FSession;
+  std::uint64_t FStartMs = 0;
+  TGasCalibration FCalibration;
+  TGasDescentRun FDescent;
+  nlohmann::ordered_json FMessages = nlohmann::ordered_json::array();
+};
+
+TSessionOptions TCalibrate::SessionOptions(const TCalibrateOptions& options, TConsole& console) {
+  TSessionOptions session;
+  session.MachineFile = MachineFile(options.Machine, options.State);
+  session.LocaleFolder = ShareFolder() / "locale";
+  session.AlarmFolder = ShareFolder() / "alarms";
+  session.Language = options.Language;
+  session.Seed = options.Seed;
+  session.Realtime = options.Realtime;
+  session.Sinks = {&console};
+  return session;
+}
+
+void TCalibrate::Say(const std::string& text) {
+  const std::uint64_t ms = Clock().MonotonicMs() - FStartMs;
+  FBar.Clear();
+  FConsole.Say(Format("%8llu ms  %s", static_cast<unsigned long long>(ms), text.c_str()));
+  FMessages.push_back({{"ms", ms}, {"text", text}});
+}
+
+void TCalibrate::Look() {
+  for (std::string text; FCalibration.GetMsg(text);) Say(text);
+  FBar.Show(FCalibration.Progress(), FCalibration.Now(), Clock().MonotonicMs() - FStartMs);
+}
+
+void TCalibrate::Ready() {
+  const TNcStateFramework& framework = FSession.Framework();
+  const std::uint64_t until = Clock().MonotonicMs() + kReadyWithinMs;
+  do {
+    if (FSession.VirtualClock())
+      FSession.RunPass();
+    else
+      Clock().Sleep(kLookEveryMs);
+    if (Clock().MonotonicMs() >= until)
+      throw EProblem(pbUnusable, "the machine does not acknowledge standby: laser or emission stays on");
+  } while (framework.SafePending() || FSession.Framework().Watch().Pass.load() == 0);
+}
+
+template <class Running>
+void TCalibrate::Wait(Running running) {
+  if (FSession.VirtualClock()) {
+    while (running()) {
+      FSession.RunPass();
+      Look();
+    }
+  } else {
+    const TSignalStop signal;
+    while (running()) {
+      Clock().Sleep(kLookEveryMs);
+      FCalibration.Watch(Clock().MonotonicMs());
+      if (signal.Asked()) FSession.Framework().Stop();
+      Look();
+    }
+  }
+  Look();
+  FBar.Clear();
+}
+
+void TCalibrate::Draw() {
+  DrawGasCalibration(FCalibration.Results(), FOptions.Nozzle, FOptions.Plot);
+  FConsole.Say(FOptions.Plot);
+}
+
+TRecordedGasPoint Recorded(const TGasPoint& point, bool descending) {
+  TRecordedGasPoint recorded{.Volt = point.Volt,
+                             .Descending = descending,
+                             .Foreseen = point.Foreseen,
+                             .Settled = {},
+                             .Samples = point.Samples};
+  if (point.Settled) recorded.Settled = point.Press;
+  return recorded;
+}
+
+void TCalibrate::Write() {
+  TGasRecording recording{.NozzType = FOptions.Nozzle.Type, .NozzSize = FOptions.Nozzle.Size, .Gases = {}};
+  for (const TGasResult& result : FCalibration.Results()) {
+    if (result.Points.empty()) continue;
+    TRecordedGas gas{.GasType = result.Gas, .Name = GasName(result.Gas), .Points = {}, .Table = result.Curve};
+    if (const TGasBranchConfig* const branch = MachineConfig()->GetGasBranch(result.Gas))
+      gas.MaxPressure = branch->MaxPressure;
+    for (const TGasPoint& point : result.Points) gas.Points.push_back(Recorded(point, false));
+    for (const TGasDescent& descent : FDescent.Descents())
+      if (descent.Gas == result.Gas)
+        for (const TGasPoint& point : descent.Points) gas.Points.push_back(Recorded(point, true));
+    recording.Gases.push_back(std::move(gas));
+  }
+  WriteGasRecording(FOptions.Record, recording);
+  FConsole.Say(FOptions.Record);
+}
+
+void TCalibrate::Print() {
+  auto gases = nlohmann::ordered_json::array();
+  for (const TGasResult& result : FCalibration.Results()) gases.push_back(JsonOf(result));
+  FConsole.Print({{"command", "gas calibrate"},
+                  {"nozzle", FOptions.Nozzle.Type},
+                  {"size", FOptions.Nozzle.Size},
+                  {"method", FOptions.Method},
+                  {"seed", FOptions.Seed},
+                  {"completed", FCalibration.Completed()},
+                  {"success", FCalibration.Success()},
+                  {"gases", std::move(gases)},
+                  {"messages", FMessages},
+                  {"log", FConsole.Log()}});
+}
+
+int TCalibrate::Run() {
+  FStartMs = Clock().MonotonicMs();
+  FConsole.SetStart(FStartMs);
+  for (const std::string& notice : FSession.Notices()) LogMsg(lkWarning, 0, notice, "TPHost");
+  if (!FSession.VirtualClock()) FSession.StartThreads();
+  Ready();
+  std::string names;
+  for (const TGasResult& result : FCalibration.Results()) names += (names.empty() ? "" : ", ") + GasDesc(result.Gas);
+  FConsole.Say(Show(SGasTitle, names.c_str(), FOptions.Nozzle.Type.c_str(), ValueText(FOptions.Nozzle.Size).c_str()));
+  for (const TGasResult& result : FCalibration.Results())
+    if (result.End == TGasEnd::Skipped) Say(result.Why);
+  if (std::string reason; !FCalibration.Start(reason)) throw EProblem(pbUnusable, reason);
+  Wait([&] { return FCalibration.Running(); });
+  if (FOptions.Descend && FCalibration.Completed() && FDescent.Start(FSession.Framework(), FCalibration.Results())) {
+    FConsole.Say(SGasDescent.Get());
+    Wait([&] { return FSession.Running(); });
+  }
+  FSession.StopThreads();  // what was measured is the state thread's until then
+
+  FConsole.Say("");
+  for (const std::string& line : Table(FCalibration.Results())) FConsole.Say(line);
+  if (!FCalibration.Completed()) FConsole.Say(SGasKeptFile.Get());
+  if (!FOptions.Plot.empty()) Draw();
+  if (!FOptions.Record.empty()) Write();
+  Print();
+  return FCalibration.Success() ? kExitSuccess : kExitOtherwise;
+}
+
+int RunCalibrate(const TCalibrateOptions& options, std::ostream& out) {
+  (void)ParseGases(options.Gases);  // judged before anything is opened
+  if (!options.Plot.empty()) CheckPlotName("--plot", options.Plot);
+  TConsole console(out, options.Json, false);
+  return TCalibrate(options, console).Run();
+}
+
+}  // namespace
+
+void AddGasCalibrateCommand(CLI::App& gas, TCommandRun& run) {
+  const auto options = std::make_shared<TCalibrateOptions>();
+  CLI::App* const command = gas.add_subcommand("calibrate", "Measure the valves' curves on the simulated machine");
+  command->add_option("--gas", options->Gases, std::string("The gases, separated by commas: ") + kGasHelp)
+      ->required()
+      ->type_name("LIST");
+  AddNozzleOptions(*command, options->Nozzle.Type, options->Nozzle.Size, true);
+  command->add_option("--plot", options->Plot, "Draw the points, the curve and the pressures over time (.svg)")
+      ->type_name("FILE");
+  command
+      ->add_option("--method", options->Method,
+                   "exact, or refined: more points where the curve bends, the settling extrapolated")
+      ->check(CLI::IsMember({"exact", "refined"}))
+      ->type_name("NAME")
+      ->capture_default_str();
+  CLI::Option* const record =
+      command->add_option("--record", options->Record, "Keep every sample in this file, for \"gas verdict\" (.json)")
+          ->type_name("FILE");
+  command->add_flag("--descend", options->Descend, "Measure the same voltages once more downwards, for the record")
+      ->needs(record);
+  command->add_flag("--realtime", options->Realtime, "Run on the real clock; Ctrl-C stops the calibration");
+  command->add_flag("--json", options->Json, "Print one JSON document instead of text");
+  AddSeedOption(*command, options->Seed);
+  AddMachineOptions(*command, options->Machine, options->State);
+  AddLanguageOption(*command, options->Language);
+  command->footer(
+      "The curves go into the machine file, once all gases are done, and into GasCalibration.config beside it under\n"
+      "the nozzle. A pressure that does not settle within 15 s stops the calibration; where the pressure does not\n"
+      "change with the voltage, the gas keeps its previous table.\n"
+      "\n"
+      "Exit codes: 0 all gases were calibrated, 1 otherwise, 2 wrong command line, 3 a file or device problem.\n"
+      "\n"
+      "Examples:\n"
+      "  ixocut gas calibrate --gas Air,O2,N2 --nozzle S --size 1.5\n"
+      "  ixocut gas calibrate --gas O2 --nozzle D --size 2 --plot o2.svg --lang en\n"
+      "\n"
+      "Software is not the emergency stop.");
+  command->callback([options, &run] { run = [options] { return RunCalibrate(*options, std::cout); }; });
+}
+
+}  // namespace ixocut

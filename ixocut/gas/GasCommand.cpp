@@ -1,0 +1,81 @@
+#include "ixocut/gas/GasCommand.h"
+
+#include <algorithm>
+
+#include <CLI/CLI.hpp>
+
+#include "ixocamglue/config/Libmachinecfg.h"
+#include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/ValueText.h"
+
+namespace ixocut {
+namespace {
+
+constexpr TAddCommand kGasCommands[] = {AddGasCalibrateCommand, AddGasTableCommands, AddGasPressureCommand,
+                                        AddGasVerdictCommand, AddGasStudyCommand};
+
+constexpr const char* kGasNames[] = {"Air", "O2", "N2", "H-Air", "H-O2", "H-N2"};
+constexpr double kLargestNozzleMm = 100.0;
+
+}  // namespace
+
+const char* GasName(std::int32_t gasType) {
+  const auto* const name =
+      std::ranges::find_if(kGasNames, [&](const char* text) { return GetGasTypeFromStr(text) == gasType; });
+  return name == std::end(kGasNames) ? "?" : *name;
+}
+
+std::vector<std::int32_t> ParseGases(std::string_view text) {
+  std::vector<std::int32_t> gases;
+  for (std::size_t from = 0; from <= text.size();) {
+    const std::size_t comma = std::min(text.find(',', from), text.size());
+    const std::string name(TrimXml(text.substr(from, comma - from)));
+    const std::int32_t gas = GetGasTypeFromStr(name);
+    if (gas < 0) throw EProblem(pbRequest, "--gas: \"" + name + "\" is no gas; " + kGasHelp);
+    if (std::ranges::find(gases, gas) != gases.end()) throw EProblem(pbRequest, "--gas: " + name + " is there twice");
+    gases.push_back(gas);
+    from = comma + 1;
+  }
+  return gases;
+}
+
+void AddNozzleOptions(CLI::App& command, std::string& nozzle, double& size, bool required) {
+  command.add_option("--nozzle", nozzle, "The nozzle's type, S or D for example")
+      ->check(CLI::Validator(
+          [](const std::string& text) { return text.empty() ? std::string("the type is empty") : std::string(); }, ""))
+      ->type_name("TYPE")
+      ->required(required);
+  command.add_option("--size", size, "The nozzle's diameter in mm, above 0 to 100")
+      ->check(CLI::Validator(
+          [](const std::string& text) {
+            const auto value = ParseNumber<double>(text);
+            const bool fits = value && *value > 0.0 && *value <= kLargestNozzleMm;
+            return fits ? std::string() : "\"" + text + "\" is no diameter above 0 to 100 mm";
+          },
+          ""))
+      ->type_name("MM")
+      ->required(required);
+}
+
+void AddGasCommand(CLI::App& program, TCommandRun& run) {
+  CLI::App* const gas =
+      program.add_subcommand("gas", "Calibrate gas valves; look at, load, compare, use and judge what came of it");
+  gas->require_subcommand(1);
+  gas->footer(
+      "Exit codes: 0 success, 1 it ended otherwise or the tables differ, 2 wrong command line, 3 a file or device\n"
+      "problem.\n"
+      "\n"
+      "Examples:\n"
+      "  ixocut gas calibrate --gas Air,O2,N2 --nozzle S --size 1.5 --plot gas.svg\n"
+      "  ixocut gas show\n"
+      "  ixocut gas diff --gas O2 --nozzle S --size 1.5\n"
+      "  ixocut gas load --gas O2 --nozzle S --size 1.5\n"
+      "  ixocut gas pressure --gas O2 --bar 3.5\n"
+      "  ixocut gas verdict gas.json\n"
+      "  ixocut gas study --valves 40 --seed 1\n"
+      "\n"
+      "Software is not the emergency stop.");
+  for (const TAddCommand add : kGasCommands) add(*gas, run);
+}
+
+}  // namespace ixocut

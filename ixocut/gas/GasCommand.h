@@ -1,0 +1,29 @@
+// `ixocut gas ...`: the sub-commands. Each adds itself to the command, its options and what it runs; the table in
+// GasCommand.cpp lists them in the order of the help page. Main thread; EProblem for what cannot be done.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "ixocut/CommandLine.h"
+
+namespace ixocut {
+
+void AddGasCalibrateCommand(CLI::App& gas, TCommandRun& run);
+void AddGasTableCommands(CLI::App& gas, TCommandRun& run);  // load, show, diff
+void AddGasPressureCommand(CLI::App& gas, TCommandRun& run);
+void AddGasVerdictCommand(CLI::App& gas, TCommandRun& run);
+void AddGasStudyCommand(CLI::App& gas, TCommandRun& run);
+
+// --- options that the sub-commands share ---
+
+// "Air,O2" as gas types, each once and known; throws EProblem for the command line.
+[[nodiscard]] std::vector<std::int32_t> ParseGases(std::string_view text);
+// "Air"; "?" for a number that is no gas type.
+[[nodiscard]] const char* GasName(std::int32_t gasType);
+void AddNozzleOptions(CLI::App& command, std::string& nozzle, double& size, bool required);
+inline constexpr const char* kGasHelp = "Air, O2, N2, H-Air, H-O2 or H-N2";
+
+}  // namespace ixocut

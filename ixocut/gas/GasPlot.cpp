@@ -1,0 +1,83 @@
+#include "ixocut/gas/GasPlot.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/ValueText.h"
+#include "ixocut/Plot.h"
+#include "ixocut/gas/GasCommand.h"
+
+namespace ixocut {
+namespace {
+
+constexpr int kWidth = 1100;
+constexpr int kRowHeight = 340;
+
+// Adds a block of data and returns its name.
+std::string Block(std::string& data, int& number, const std::vector<TDot>& dots) {
+  const std::string name = Format("$d%d", number++);
+  data += name + " << EOD\n";
+  // A break in the curve where there is no number.
+  for (const TDot& dot : dots) data += std::isfinite(dot.Y) ? Format("%.6g %.6g\n", dot.X, dot.Y) : "\n";
+  data += "EOD\n";
+  return name;
+}
+
+std::string CurvePanel(const TGasResult& result, std::string& data, int& number) {
+  std::vector<TDot> measured;
+  for (const TGasPoint& point : result.Points)
+    if (point.Settled) measured.push_back({point.Volt, point.Press});
+  std::string plots;
+  const auto add = [&](const std::vector<TDot>& dots, const char* style, const char* title) {
+    if (dots.empty()) return;
+    plots += (plots.empty() ? "plot " : ", ") + Block(data, number, dots) + " using 1:2 with " + style + " title " +
+             PlotText(title);
+  };
+  add(result.Curve, "linespoints pt 1 ps 0.7 lw 1.5 lc rgb '#1f77b4'", "rebuilt curve");
+  add(measured, "points pt 7 ps 0.6 lc rgb '#d62728'", "measured");
+  const std::string title = Format("%s: %zu points, %.1f s", GasName(result.Gas), measured.size(),
+                                   static_cast<double>(result.DurationMs) / 1000);
+  return "set title " + PlotText(title) +
+         "\nset xlabel 'valve voltage / V'\nset ylabel 'pressure / bar'\nset xrange [0:10]\n"
+         "set key inside bottom right\n" +
+         (plots.empty() ? "plot NaN notitle" : plots) + "\n";
+}
+
+std::string TracePanel(const TGasResult& result, std::string& data, int& number) {
+  std::string plots;
+  int colour = 0;
+  const auto count = static_cast<int>(std::max<std::size_t>(result.Points.size(), 2));
+  for (const TGasPoint& point : result.Points) {
+    if (point.Samples.empty()) continue;
+    plots += (plots.empty() ? "plot " : ", ") + Block(data, number, point.Samples) +
+             Format(" using 1:2 with lines lw 1.2 lc palette frac %.3f title ", 1.0 * colour++ / (count - 1)) +
+             PlotText(Format("%.2f V%s", point.Volt, point.Settled ? "" : " (not settled)"));
+  }
+  return "set title 'pressure after each new voltage'\nset xlabel 'time since the voltage was put out / ms'\n"
+         "set ylabel 'pressure / bar'\nset xrange [0:*]\nset key outside right\n" +
+         (plots.empty() ? "plot NaN notitle" : plots) + "\n";
+}
+
+}  // namespace
+
+void DrawGasCalibration(const std::vector<TGasResult>& results, const TGasNozzle& nozzle, const std::string& target) {
+  std::vector<const TGasResult*> shown;
+  for (const TGasResult& result : results)
+    if (!result.Points.empty()) shown.push_back(&result);
+  if (shown.empty()) throw EProblem(pbUnusable, "nothing was measured: there is nothing to plot");
+  std::string data;
+  std::string plots;
+  int number = 0;
+  for (const TGasResult* result : shown)
+    plots += Format("set yrange [0:%.3g]\n", std::max(1.08 * result->MaxBar(), 0.1)) +
+             CurvePanel(*result, data, number) + TracePanel(*result, data, number);
+  std::string script = PlotStart(kWidth, static_cast<int>(40 + kRowHeight * shown.size()));
+  script += "set grid\nunset colorbox\nset palette rgbformulae 33,13,10\nset cbrange [0:1]\n" + data;
+  script += Format("set multiplot layout %zu,2 title ", shown.size()) +
+            PlotText("gas calibration, nozzle " + nozzle.Type + " " + ValueText(nozzle.Size) + " mm") + "\n";
+  DrawPlot(script + plots + "unset multiplot\nset output\n", target);
+}
+
+}  // namespace ixocut

@@ -1,0 +1,137 @@
+// `ixocut gas pressure`.
+#include <cmath>
+#include <iostream>
+#include <memory>
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include "controller/HostTexts.h"
+#include "controller/Session.h"
+#include "controller/StateFolder.h"
+#include "controller/gas/GasTexts.h"
+#include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/ValueText.h"
+#include "ixocut/CommandLine.h"
+#include "ixocut/Console.h"
+#include "ixocut/gas/GasCommand.h"
+
+namespace ixocut {
+using namespace ixocontroller;
+namespace {
+
+constexpr std::uint64_t kReadyWithinMs = 5'000;
+constexpr std::uint64_t kSettleMs = 20'000;  // longer than any valve creeps noticeably
+constexpr std::uint64_t kVentMs = 2'000;
+constexpr int kReadings = 40;
+constexpr std::uint64_t kReadingMs = 50;
+
+struct TPressureOptions {
+  std::string Gas;
+  std::string Bar;
+  std::uint64_t Seed = 1;
+  bool Json = false;
+  std::optional<std::filesystem::path> Machine, State;
+  std::string Language = "zh";
+};
+
+struct TReached {
+  double Volt = 0.0;
+  double Bar = 0.0;
+  double SensorBar = 0.0;
+};
+
+// Sets the pressure on the simulated machine, waits until it rests, and switches the gas off again.
+TReached Reach(TSession& session, std::int32_t branch, double bar) {
+  session.RunFor(kReadingMs);
+  for (std::uint64_t waited = 0; session.Framework().SafePending(); waited += kReadingMs) {
+    if (waited >= kReadyWithinMs)
+      throw EProblem(pbUnusable, "the machine does not acknowledge standby: laser or emission stays on");
+    session.RunFor(kReadingMs);
+  }
+  TNcGas* const gas = session.Machine().Gas();
+  gas->SelectBranch(branch);
+  gas->SetPressure(bar);
+  gas->SwitchOn();
+  session.RunFor(kSettleMs);
+  TReached reached;
+  for (int i = 0; i < kReadings; ++i) {
+    session.RunFor(kReadingMs);
+    reached.SensorBar += DeviceManager()->GetRtGasPressure() / kReadings;
+  }
+  const TSimSnapshot now = session.Machine().Snapshot();
+  reached.Volt = now.GasVolt;
+  reached.Bar = now.GasBar;
+  gas->SwitchOff();
+  session.RunFor(kVentMs);
+  return reached;
+}
+
+int RunPressure(const TPressureOptions& options, std::ostream& out) {
+  const std::vector<std::int32_t> gases = ParseGases(options.Gas);
+  if (gases.size() != 1) throw EProblem(pbRequest, "--gas: one gas at a time");
+  const std::int32_t gas = gases.front();
+  const std::string name = GasName(gas);
+  const auto bar = ParseNumber<double>(options.Bar);
+  if (!bar || !(*bar >= 0.0)) throw EProblem(pbRequest, "--bar: \"" + options.Bar + "\" is no pressure in bar");
+
+  TConsole console(out, options.Json, false);
+  TSessionOptions session;
+  session.MachineFile = MachineFile(options.Machine, options.State);
+  session.LocaleFolder = ShareFolder() / "locale";
+  session.Language = options.Language;
+  session.Seed = options.Seed;
+  session.Sinks = {&console};
+  TSession machine(session);
+  console.SetStart(Clock().MonotonicMs());
+
+  const TGasBranchConfig* const branch = MachineConfig()->GetGasBranch(gas);
+  if (!branch) throw EProblem(pbUnusable, "the machine has no branch for " + name);
+  if (branch->MaxPressure > 0.0 && *bar > branch->MaxPressure)
+    throw EProblem(pbRequest, Format("--bar: %s is above the %s bar that the branch of %s may have",
+                                     ValueText(*bar).c_str(), ValueText(branch->MaxPressure).c_str(), name.c_str()));
+  const auto volt = branch->DAAdjustTable.GetVolt(*bar);
+  if (!branch->DAAdjustEnabled || !volt) {
+    console.Say(Show(SGasNoTable, name.c_str()));
+    console.Print({{"command", "gas pressure"}, {"gas", name}, {"bar", *bar}, {"volt", nullptr}});
+    return kExitOtherwise;
+  }
+  const TReached reached = Reach(machine, gas, *bar);
+  const double error = reached.Bar - *bar;
+  const std::string share = *bar > 0.0 ? Format("%+.2f %%", 100.0 * error / *bar) : std::string("-");
+  console.Say(Show(SGasPressure, name.c_str(), ValueText(*bar).c_str(), Format("%.3f", reached.Volt).c_str(),
+                   Format("%.3f", reached.Bar).c_str(), Format("%+.3f", error).c_str(), share.c_str(),
+                   Format("%.3f", reached.SensorBar).c_str()));
+  console.Print({{"command", "gas pressure"},
+                 {"gas", name},
+                 {"bar", *bar},
+                 {"volt", reached.Volt},
+                 {"reachedBar", reached.Bar},
+                 {"errorBar", error},
+                 {"sensorBar", reached.SensorBar},
+                 {"log", console.Log()}});
+  return kExitSuccess;
+}
+
+}  // namespace
+
+void AddGasPressureCommand(CLI::App& gas, TCommandRun& run) {
+  const auto options = std::make_shared<TPressureOptions>();
+  CLI::App* const command =
+      gas.add_subcommand("pressure", "Set a pressure by the stored table and see what the machine reaches");
+  command->add_option("--gas", options->Gas, std::string("The gas: ") + kGasHelp)->required()->type_name("GAS");
+  command->add_option("--bar", options->Bar, "The pressure")->required()->type_name("BAR");
+  command->add_flag("--json", options->Json, "Print one JSON document instead of text");
+  AddSeedOption(*command, options->Seed);
+  AddMachineOptions(*command, options->Machine, options->State);
+  AddLanguageOption(*command, options->Language);
+  command->footer(
+      "The pressure reached is the simulated machine's own, at rest; the error is its difference from --bar.\n"
+      "\n"
+      "Exit codes: 0 done, 1 no table is in use, 2 wrong command line, 3 a file or device problem.\n"
+      "\n"
+      "Software is not the emergency stop.");
+  command->callback([options, &run] { run = [options] { return RunPressure(*options, std::cout); }; });
+}
+
+}  // namespace ixocut

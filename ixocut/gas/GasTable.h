@@ -1,0 +1,12 @@
+// A small table for the terminal whose cells may hold Chinese: columns are aligned by what they take on the screen.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace ixocut {
+
+// The first row is the heading. The first and the last column are set left, the others right.
+[[nodiscard]] std::vector<std::string> DrawTable(const std::vector<std::vector<std::string>>& rows);
+
+}  // namespace ixocut

@@ -1,0 +1,207 @@
+// `ixocut gas load`, `gas show`, `gas diff`: the stored tables.
+#include <algorithm>
+#include <cmath>
+#include <iostream>
+#include <memory>
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include "controller/Session.h"
+#include "controller/StateFolder.h"
+#include "ixocamglue/gascal/Uzemgasadjustmodel.h"
+#include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/ValueText.h"
+#include "ixocut/CommandLine.h"
+#include "ixocut/Console.h"
+#include "ixocut/gas/GasCommand.h"
+#include "ixocut/gas/GasTable.h"
+
+namespace ixocut {
+using namespace ixocontroller;
+namespace {
+
+constexpr std::int32_t kTableGases[] = {1, 2, 3};
+
+struct TTablesOptions {
+  std::string Gases;
+  std::string Nozzle;
+  double Size = 0.0;  // 0: not given
+  bool Json = false;
+  std::optional<std::filesystem::path> Machine, State;
+  std::string Language = "zh";
+};
+
+// The machine file with the tables beside it; no machine runs.
+class TTables {
+ public:
+  TTables(const TTablesOptions& options, TConsole& console) : FSession(Options(options, console)) {
+    FStored.Open();
+    FSession.Logs().DrainOnce();
+  }
+  TGasCaliConfig& Stored() { return FStored; }
+  TSession& Session() { return FSession; }
+
+ private:
+  static TSessionOptions Options(const TTablesOptions& options, TConsole& console) {
+    TSessionOptions session;
+    session.MachineFile = MachineFile(options.Machine, options.State);
+    session.LocaleFolder = ShareFolder() / "locale";
+    session.Language = options.Language;
+    session.Supervisor = false;
+    session.Sinks = {&console};
+    return session;
+  }
+
+  TSession FSession;
+  TGasCaliConfig FStored;
+};
+
+std::vector<TDot> DotsOf(const TDAAdjustTable& table) {
+  std::vector<TDot> dots;
+  for (std::int32_t i = 0; i < table.GetCount(); ++i) dots.push_back({table.GetItem(i)->Volt, table.GetItem(i)->Press});
+  return dots;
+}
+
+nlohmann::ordered_json JsonOf(const std::vector<TDot>& dots) {
+  auto json = nlohmann::ordered_json::array();
+  for (const TDot& dot : dots) json.push_back({{"volt", dot.X}, {"bar", dot.Y}});
+  return json;
+}
+
+std::vector<std::int32_t> GasesOf(const TTablesOptions& options) {
+  if (options.Gases.empty()) return {std::begin(kTableGases), std::end(kTableGases)};
+  auto gases = ParseGases(options.Gases);
+  for (const std::int32_t gas : gases)
+    if (std::ranges::find(kTableGases, gas) == std::end(kTableGases))
+      throw EProblem(pbRequest,
+                     std::string("--gas: tables are stored for Air, O2 and N2 only, not for ") + GasName(gas));
+  return gases;
+}
+
+int RunShow(const TTablesOptions& options, std::ostream& out) {
+  const auto gases = GasesOf(options);
+  TConsole console(out, options.Json, false);
+  TTables tables(options, console);
+  auto json = nlohmann::ordered_json::array();
+  for (const std::int32_t gas : gases) {
+    for (const auto& item : tables.Stored().GetGasConfig(gas)->Items()) {
+      if (!options.Nozzle.empty() && item->NozzType != options.Nozzle) continue;
+      if (options.Size > 0.0 && std::abs(item->NozzSize - options.Size) > 1e-12) continue;
+      const auto dots = DotsOf(item->DAAdjustTable);
+      json.push_back({{"gas", GasName(gas)},
+                      {"nozzle", item->NozzType},
+                      {"size", item->NozzSize},
+                      {"record", item->RecordData},
+                      {"points", JsonOf(dots)}});
+      console.Say(Format("%s %s %s mm: %zu points%s%s", GasName(gas), item->NozzType.c_str(),
+                         ValueText(item->NozzSize).c_str(), dots.size(), item->RecordData.empty() ? "" : ", ",
+                         item->RecordData.c_str()));
+      for (const TDot& dot : dots) console.Say("  " + AdjustPointText(dot.X, dot.Y));
+    }
+  }
+  console.Print({{"command", "gas show"}, {"file", GasCaliConfigFile().string()}, {"tables", json}});
+  if (json.empty()) console.Say(GasCaliConfigFile().string() + ": no such table");
+  return json.empty() ? kExitOtherwise : kExitSuccess;
+}
+
+int RunLoad(const TTablesOptions& options, std::ostream& out) {
+  const auto gases = GasesOf(options);
+  TConsole console(out, options.Json, false);
+  TTables tables(options, console);
+  TZemGasAdjustModel& model = *GZemGasAdjustModel();
+  bool all = true;
+  auto messages = nlohmann::ordered_json::array();
+  for (const std::int32_t gas : gases) {
+    all = model.LoadGasData(gas, options.Nozzle, options.Size) && all;
+    tables.Session().Logs().DrainOnce();
+    for (std::string text; model.GetMsg(text);) {
+      console.Say(text);
+      messages.push_back(text);
+    }
+  }
+  console.Print({{"command", "gas load"}, {"success", all}, {"messages", messages}, {"log", console.Log()}});
+  return all ? kExitSuccess : kExitOtherwise;
+}
+
+// Both curves over the voltages of either.
+std::vector<double> AllVolts(const TIncList& a, const TIncList& b) {
+  std::vector<double> volts;
+  for (const TIncList* const list : {&a, &b})
+    for (const TDot& dot : list->Dots()) volts.push_back(dot.X);
+  std::ranges::sort(volts);
+  const auto same = [](double x, double y) { return std::abs(x - y) <= Epsilon_Voltage; };
+  volts.erase(std::unique(volts.begin(), volts.end(), same), volts.end());
+  return volts;
+}
+
+TIncList ListOf(const TDAAdjustTable& table) {
+  TIncList list;
+  for (const TDot& dot : DotsOf(table)) list.AddItem(dot);
+  return list;
+}
+
+int RunDiff(const TTablesOptions& options, std::ostream& out) {
+  const auto gases = GasesOf(options);
+  TConsole console(out, options.Json, false);
+  TTables tables(options, console);
+  bool same = true;
+  auto json = nlohmann::ordered_json::array();
+  for (const std::int32_t gas : gases) {
+    const std::string nozzle = options.Nozzle + " " + ValueText(options.Size) + " mm";
+    const TDAAdjustTable* const table = tables.Stored().GetDAAdjustTable(gas, options.Nozzle, options.Size);
+    const TGasBranchConfig* const branch = MachineConfig()->GetGasBranch(gas);
+    const bool present = branch && branch->DAAdjustTable.GetCount() > 0;
+    if (!table || !present) {
+      same = false;
+      const std::string why =
+          !table ? "no table is stored for " + nozzle : std::string("the machine file has no table");
+      console.Say(std::string(GasName(gas)) + ": " + why);
+      json.push_back({{"gas", GasName(gas)}, {"problem", why}});
+      continue;
+    }
+    const TIncList stored = ListOf(*table);
+    const TIncList used = ListOf(branch->DAAdjustTable);
+    std::vector<std::vector<std::string>> rows{{"V", "stored bar", "in use bar", "difference bar"}};
+    auto points = nlohmann::ordered_json::array();
+    double largest = 0.0;
+    for (const double volt : AllVolts(stored, used)) {
+      const double a = stored.GetY(volt), b = used.GetY(volt);
+      largest = std::max(largest, std::abs(b - a));
+      rows.push_back({Format("%.3f", volt), Format("%.4f", a), Format("%.4f", b), Format("%+.4f", b - a)});
+      points.push_back({{"volt", volt}, {"stored", a}, {"used", b}});
+    }
+    const bool equal = stored.Dots() == used.Dots();
+    same = same && equal;
+    console.Say(Format(
+        "%s %s: %s", GasName(gas), nozzle.c_str(),
+        equal ? "the stored table is in use" : Format("the tables differ, by %.4f bar at most", largest).c_str()));
+    if (!equal)
+      for (const std::string& line : DrawTable(rows)) console.Say("  " + line);
+    json.push_back({{"gas", GasName(gas)}, {"equal", equal}, {"largestBar", largest}, {"points", points}});
+  }
+  console.Print({{"command", "gas diff"}, {"same", same}, {"gases", json}});
+  return same ? kExitSuccess : kExitOtherwise;
+}
+
+}  // namespace
+
+void AddGasTableCommands(CLI::App& gas, TCommandRun& run) {
+  const auto options = std::make_shared<TTablesOptions>();
+  const auto add = [&](const char* name, const char* description, bool nozzle,
+                       int (*call)(const TTablesOptions&, std::ostream&)) {
+    CLI::App* const command = gas.add_subcommand(name, description);
+    command->add_option("--gas", options->Gases, "Air, O2, N2, separated by commas (default all three)")
+        ->type_name("LIST");
+    AddNozzleOptions(*command, options->Nozzle, options->Size, nozzle);
+    command->add_flag("--json", options->Json, "Print one JSON document instead of text");
+    AddMachineOptions(*command, options->Machine, options->State);
+    AddLanguageOption(*command, options->Language);
+    command->callback([options, call, &run] { run = [options, call] { return call(*options, std::cout); }; });
+  };
+  add("load", "Put a nozzle's stored tables into the machine file", true, RunLoad);
+  add("show", "Show the stored tables", false, RunShow);
+  add("diff", "Compare a nozzle's stored tables with those of the machine file", true, RunDiff);
+}
+
+}  // namespace ixocut

@@ -1,0 +1,95 @@
+// `ixocut gas verdict`.
+#include <algorithm>
+#include <iostream>
+#include <memory>
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include "controller/HostTexts.h"
+#include "controller/StateFolder.h"
+#include "controller/gas/GasVerdict.h"
+#include "ixocamglue/platform/services/Locale.h"
+#include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/ValueText.h"
+#include "ixocut/CommandLine.h"
+#include "ixocut/Console.h"
+#include "ixocut/gas/GasCommand.h"
+
+namespace ixocut {
+using namespace ixocontroller;
+namespace {
+
+struct TVerdictOptions {
+  std::string File, Language = "zh";
+  bool Json = false;
+};
+
+// The operator's texts for the life of the command.
+class TTexts {
+ public:
+  explicit TTexts(const std::string& language) {
+    if (const std::string problem = FLocale.SelectLanguage(language); !problem.empty())
+      std::cerr << "ixocut gas: " << problem << std::endl;
+    for (const std::string& refused : FLocale.Apply(GasVerdictTexts()))
+      std::cerr << "ixocut gas: " << refused << std::endl;
+  }
+  ~TTexts() {
+    for (TText* const text : GasVerdictTexts()) text->Set(nullptr);
+  }
+  TTexts(const TTexts&) = delete;
+  TTexts& operator=(const TTexts&) = delete;
+
+ private:
+  TLocaleReader FLocale{ShareFolder() / "locale"};
+};
+
+std::string HighestOf(const TRecordedGas& gas) {
+  double highest = 0.0;
+  for (const TRecordedGasPoint& point : gas.Points) highest = std::max(highest, point.Settled.value_or(0.0));
+  return Format("%.3f", highest);
+}
+
+int RunVerdict(const TVerdictOptions& options, std::ostream& out) {
+  const TTexts texts(options.Language);
+  const TGasRecording recording = ReadGasRecording(options.File);
+  TConsole console(out, options.Json, false);
+  bool good = true;
+  auto gases = nlohmann::ordered_json::array();
+  for (const TRecordedGas& gas : recording.Gases) {
+    console.Say(Show(SVerdictTitle, gas.Name.c_str(), recording.NozzType.c_str(), ValueText(recording.NozzSize).c_str(),
+                     std::to_string(gas.Points.size()).c_str(), HighestOf(gas).c_str()));
+    auto findings = nlohmann::ordered_json::array();
+    for (const TGasFinding& finding : JudgeGas(gas)) {
+      good = good && !finding.Bad;
+      console.Say(Format("  %s %-10s %s", finding.Bad ? "!!" : "ok", finding.Kind, finding.Sentence.c_str()));
+      findings.push_back({{"kind", finding.Kind},
+                          {"bad", finding.Bad},
+                          {"figure", finding.Figure},
+                          {"unit", finding.Unit},
+                          {"text", finding.Sentence}});
+    }
+    gases.push_back({{"gas", gas.Name}, {"findings", std::move(findings)}});
+  }
+  console.Print({{"command", "gas verdict"}, {"file", options.File}, {"good", good}, {"gases", std::move(gases)}});
+  return good ? kExitSuccess : kExitOtherwise;
+}
+
+}  // namespace
+
+void AddGasVerdictCommand(CLI::App& gas, TCommandRun& run) {
+  const auto options = std::make_shared<TVerdictOptions>();
+  CLI::App* const command = gas.add_subcommand("verdict", "Say what a recorded calibration tells of the valve");
+  command->add_option("FILE", options->File, "What gas calibrate --record wrote")->type_name("")->required();
+  command->add_flag("--json", options->Json, "Print one JSON document instead of text");
+  AddLanguageOption(*command, options->Language);
+  command->footer(
+      "Hysteresis is judged when the recording has a pass downwards (gas calibrate --record FILE --descend).\n"
+      "\n"
+      "Exit codes: 0 nothing is wrong, 1 something is, 2 wrong command line, 3 the file cannot be used.\n"
+      "\n"
+      "Software is not the emergency stop.");
+  command->callback([options, &run] { run = [options] { return RunVerdict(*options, std::cout); }; });
+}
+
+}  // namespace ixocut

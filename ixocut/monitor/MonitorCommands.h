@@ -1,0 +1,21 @@
+// `ixocut monitor ...`: looks at monitor files. Each returns the exit code and throws EProblem for a file that cannot
+// be used; what it prints goes to `out`. Main thread.
+#pragma once
+
+#include <iosfwd>
+#include <string>
+
+namespace ixocut {
+
+// Head, motors, signals with counts and spans, and everything that is wrong with the file. Reads in one pass.
+[[nodiscard]] int ShowMonitorFile(const std::string& file, bool json, std::ostream& out);
+// The largest difference per signal, both runs starting at 0. 1 when there is any.
+[[nodiscard]] int DiffMonitorFiles(const std::string& a, const std::string& b, std::ostream& out);
+// One row per sample time, one column per signal.
+[[nodiscard]] int ConvertMonitorFile(const std::string& file, const std::string& target, std::ostream& out);
+// The file without a last line that was cut off.
+[[nodiscard]] int RecoverMonitorFile(const std::string& file, const std::string& target, std::ostream& out);
+// A panel per kind of signal over time, drawn by gnuplot.
+[[nodiscard]] int PlotMonitorFile(const std::string& file, const std::string& target, std::ostream& out);
+
+}  // namespace ixocut

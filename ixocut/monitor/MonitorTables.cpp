@@ -1,0 +1,175 @@
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <fstream>
+#include <limits>
+#include <ostream>
+
+#include "controller/recordings/Recording.h"
+#include "ixocamglue/monitor/Umonitorsink.h"
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Problem.h"
+#include "ixocut/CommandLine.h"
+#include "ixocut/monitor/MonitorCommands.h"
+
+namespace ixocut {
+using namespace ixocontroller;
+namespace {
+
+struct TDifference {
+  std::uint64_t Samples = 0;
+  double Largest = 0.0;  // infinite where only one of the two is a number
+  std::int64_t AtMs = 0;
+  double A = 0.0;
+  double B = 0.0;
+};
+
+double Distance(double a, double b) {
+  if (a == b || (std::isnan(a) && std::isnan(b))) return 0.0;
+  const double distance = std::abs(a - b);
+  return std::isnan(distance) ? std::numeric_limits<double>::infinity() : distance;
+}
+
+TDifference Compare(const TSeries& a, const TSeries& b) {
+  TDifference out;
+  std::size_t j = 0;
+  for (std::size_t i = 0; i < a.Ms.size(); ++i) {
+    const std::int64_t ms = a.Ms[i];
+    if (b.Ms.empty() || ms < b.Ms.front()) continue;
+    if (ms > b.Ms.back()) break;
+    while (j + 1 < b.Ms.size() && b.Ms[j + 1] <= ms) ++j;
+    ++out.Samples;
+    const double distance = Distance(a.Values[i], b.Values[j]);
+    if (distance <= out.Largest) continue;
+    out.Largest = distance;
+    out.AtMs = ms;
+    out.A = a.Values[i];
+    out.B = b.Values[j];
+  }
+  return out;
+}
+
+// The shortest text that reads back as the sample.
+void AddCell(std::string& row, double value) {
+  if (std::isnan(value) || std::isinf(value)) {
+    row += std::isnan(value) ? "nan" : value < 0 ? "-inf" : "inf";
+    return;
+  }
+  char text[64];
+  const double whole = std::nearbyint(value);
+  const auto end = whole == value && std::abs(value) < 1e15
+                       ? std::to_chars(text, text + sizeof text, static_cast<std::int64_t>(value))
+                       : std::to_chars(text, text + sizeof text, static_cast<float>(value));
+  row.append(text, end.ptr);
+}
+
+std::string Quoted(std::string_view text) {
+  if (text.find_first_of(",\"\r\n") == std::string_view::npos) return std::string(text);
+  std::string out = "\"";
+  for (const char c : text) out.append(c == '"' ? 2 : 1, c);
+  return out + '"';
+}
+
+}  // namespace
+
+int DiffMonitorFiles(const std::string& a, const std::string& b, std::ostream& out) {
+  const TRecording left = LoadRecording(a);
+  const TRecording right = LoadRecording(b);
+  bool differ = false;
+  out << Format("%-20s %9s %14s %10s %14s %14s  %s\n", "signal", "compared", "largest", "at ms", "A", "B", "caption");
+  for (const auto& [key, series] : left.Series) {
+    const auto other = right.Series.find(key);
+    const std::string name = SignalName(key);
+    if (other == right.Series.end()) {
+      out << Format("%-20s only in A (%zu samples)\n", name.c_str(), series.Ms.size());
+      differ = true;
+      continue;
+    }
+    const TDifference d = Compare(series, other->second);
+    out << Format("%-20s %9llu %14.8g %10lld %14.8g %14.8g  %s", name.c_str(),
+                  static_cast<unsigned long long>(d.Samples), d.Largest, static_cast<long long>(d.AtMs), d.A, d.B,
+                  SignalCaption(key, left.Report.Motors).c_str());
+    const std::size_t countA = series.Ms.size();
+    const std::size_t countB = other->second.Ms.size();
+    if (countA != countB) out << Format("; %zu samples in A, %zu in B", countA, countB);
+    out << '\n';
+    differ = differ || d.Largest > 0.0 || countA != countB;
+  }
+  for (const auto& [key, series] : right.Series) {
+    if (left.Series.contains(key)) continue;
+    out << Format("%-20s only in B (%zu samples)\n", SignalName(key).c_str(), series.Ms.size());
+    differ = true;
+  }
+  out << (differ ? "the runs differ\n" : "no difference\n");
+  return differ ? kExitOtherwise : kExitSuccess;
+}
+
+int ConvertMonitorFile(const std::string& file, const std::string& target, std::ostream& out) {
+  const TRecording recording = LoadRecording(file);
+  TMonitorFileSink sink(target);
+  struct TColumn {
+    const TSeries& Series;
+    std::size_t Next = 0;
+  };
+  std::vector<TColumn> columns;
+  std::string row = "time (ms)";
+  for (const auto& [key, series] : recording.Series) {
+    columns.push_back({series});
+    row += "," + Quoted(SignalCaption(key, recording.Report.Motors));
+  }
+  std::uint64_t rows = 0;
+  for (;;) {
+    sink.Write(row += '\n');
+    std::int64_t ms = std::numeric_limits<std::int64_t>::max();
+    for (const TColumn& column : columns)
+      if (column.Next < column.Series.Ms.size()) ms = std::min(ms, column.Series.Ms[column.Next]);
+    if (ms == std::numeric_limits<std::int64_t>::max()) break;
+    row = std::to_string(ms);
+    for (TColumn& column : columns) {
+      row += ',';
+      if (column.Next == column.Series.Ms.size() || column.Series.Ms[column.Next] != ms) continue;
+      AddCell(row, column.Series.Values[column.Next++]);
+    }
+    ++rows;
+  }
+  sink.Commit();
+  out << Format("%s: %llu rows, %zu signals\n", target.c_str(), static_cast<unsigned long long>(rows), columns.size());
+  return kExitSuccess;
+}
+
+int RecoverMonitorFile(const std::string& file, const std::string& target, std::ostream& out) {
+  std::ifstream in(file, std::ios::binary);
+  const auto fail = [&](const char* why) { throw EProblem(pbUnusable, file + ": " + why); };
+  if (!in || in.peek() == std::ifstream::traits_type::eof())
+    fail(in.bad() || !in.eof() ? "cannot be read" : "is empty");
+
+  // Everything but what stands behind the latest line end is copied; that part waits.
+  TMonitorFileSink sink(target);
+  std::string waiting;
+  std::uint64_t copied = 0;
+  std::string chunk(256 * 1024, '\0');
+  while (in) {
+    in.read(chunk.data(), static_cast<std::streamsize>(chunk.size()));
+    const std::string_view bytes(chunk.data(), static_cast<std::size_t>(in.gcount()));
+    const std::size_t end = bytes.find_last_of("\r\n");
+    if (end == std::string_view::npos) {
+      waiting += bytes;
+      continue;
+    }
+    sink.Write(waiting);
+    sink.Write(bytes.substr(0, end + 1));
+    copied += waiting.size() + end + 1;
+    waiting = bytes.substr(end + 1);
+  }
+  if (in.bad()) fail("cannot be read");
+  if (copied == 0) fail("holds no whole line: there is nothing to recover");
+  sink.Commit();
+  if (waiting.empty())
+    out << target << ": the last line is whole, nothing was dropped\n";
+  else
+    out << target << Format(": the last line was cut off and is dropped: %zu bytes: \"", waiting.size())
+        << waiting.substr(0, 60) << (waiting.size() > 60 ? "...\"\n" : "\"\n");
+  return kExitSuccess;
+}
+
+}  // namespace ixocut

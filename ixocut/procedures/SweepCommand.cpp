@@ -1,0 +1,107 @@
+// `ixocut sweep`: runs the abort sweep and prints what it found.
+#include <algorithm>
+#include <iostream>
+#include <memory>
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Problem.h"
+#include "ixocut/CommandLine.h"
+#include "verify/GasSweep.h"
+#include "verify/Sweep.h"
+
+namespace ixocut {
+using namespace ixoverify;
+namespace {
+
+constexpr std::uint64_t kLongestBudgetMs = 86'400'000;  // a day
+
+struct TSweepCommand {
+  TSweepOptions Sweep;
+  bool Json = false;
+};
+
+void PrintRow(std::ostream& out, const std::string& procedure, const std::string& dimension, std::uint64_t enumerated,
+              std::uint64_t run, std::uint64_t survived) {
+  const auto number = [](std::uint64_t value) { return static_cast<unsigned long long>(value); };
+  out << Format("%-16s %-10s %12llu %12llu %12llu\n", procedure.c_str(), dimension.c_str(), number(enumerated),
+                number(run), number(survived))
+      << std::flush;
+}
+
+nlohmann::ordered_json JsonOf(const TSweepResult& result, std::uint64_t seed) {
+  auto rows = nlohmann::ordered_json::array();
+  for (const TSweepRow& row : result.Rows)
+    rows.push_back({{"procedure", row.Procedure},
+                    {"dimension", row.Dimension},
+                    {"enumerated", row.Enumerated},
+                    {"run", row.Run},
+                    {"survived", row.Survived}});
+  return {{"command", "sweep"},
+          {"seed", seed},
+          {"enumerated", result.Enumerated()},
+          {"run", result.Run()},
+          {"survived", result.Survived()},
+          {"violations", result.ViolationCount},
+          {"firstViolations", result.Violations},
+          {"rows", std::move(rows)}};
+}
+
+int Run(const TSweepCommand& command, std::ostream& out) {
+  std::vector<std::string> known = GasSweepNames();
+  for (const TProcedure& procedure : SweepProcedures()) known.emplace_back(procedure.Name);
+  if (!command.Sweep.Procedure.empty() && std::ranges::find(known, command.Sweep.Procedure) == known.end()) {
+    std::string names;
+    for (const std::string& name : known) names += (names.empty() ? "" : ", ") + name;
+    throw EProblem(pbRequest,
+                   "--procedure: \"" + command.Sweep.Procedure + "\" is no procedure; the procedures are: " + names);
+  }
+  if (!command.Json) out << "procedure        dimension    enumerated          run     survived\n" << std::flush;
+  const TSweepResult result = RunSweep(command.Sweep, [&](const TSweepRow& row) {
+    if (!command.Json) PrintRow(out, row.Procedure, row.Dimension, row.Enumerated, row.Run, row.Survived);
+  });
+  if (command.Json) {
+    out << JsonOf(result, command.Sweep.Seed).dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+  } else {
+    PrintRow(out, "total", "", result.Enumerated(), result.Run(), result.Survived());
+    out << Format("violations: %llu\n", static_cast<unsigned long long>(result.ViolationCount));
+    for (const std::string& violation : result.Violations) out << "  " << violation << '\n';
+    if (result.ViolationCount > result.Violations.size()) out << "  ...\n";
+  }
+  return result.ViolationCount == 0 ? kExitSuccess : kExitOtherwise;
+}
+
+}  // namespace
+
+void AddSweepCommand(CLI::App& program, TCommandRun& run) {
+  const auto options = std::make_shared<TSweepCommand>();
+  CLI::App* const sweep = program.add_subcommand(
+      "sweep", "End every procedure at every moment in every way, and check that the machine is safe afterwards");
+  sweep->add_flag("--full", options->Sweep.Full, "Run every point, however long it takes");
+  AddNumberOption(*sweep, "--budget-ms", options->Sweep.BudgetMs, 1, kLongestBudgetMs, "ms",
+                  "Real time to spend, 1 to 86400000; points beyond it are drawn by the seed")
+      ->capture_default_str();
+  sweep->add_option("--procedure", options->Sweep.Procedure, "Only this procedure (default all); see `ixocut tree`")
+      ->type_name("NAME");
+  AddSeedOption(*sweep, options->Sweep.Seed);
+  sweep->add_flag("--json", options->Json, "Print one JSON document instead of text");
+  sweep->footer(
+      "Virtual time, on a copy of the example machine; no state folder and no machine file of yours is used. A point "
+      "is\n"
+      "one way to disturb one run. Points of \"pair\" are counted for a few aborts per procedure unless --full is "
+      "given.\n"
+      "\n"
+      "Exit codes: 0 no violation, 1 violations, 2 wrong command line or unknown procedure.\n"
+      "\n"
+      "Examples:\n"
+      "  ixocut sweep\n"
+      "  ixocut sweep --procedure shot --full\n"
+      "  ixocut sweep --budget-ms 20000 --seed 7 --json\n"
+      "\n"
+      "Software is not the emergency stop.");
+  sweep->callback([options, &run] { run = [options] { return Run(*options, std::cout); }; });
+}
+
+}  // namespace ixocut

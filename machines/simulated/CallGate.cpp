@@ -1,0 +1,78 @@
+#include "machines/simulated/CallGate.h"
+
+#include "ixocamglue/platform/services/Clock.h"
+#include "ixocamglue/platform/states/NcWatch.h"
+#include "ixocamglue/support/Format.h"
+
+namespace ixocamglue {
+namespace {
+
+void Beat() {
+  if (!OnStateThread()) return;
+  if (TNcWatch* const watch = NcWatch()) watch->BeatMs.store(Clock().MonotonicMs(), std::memory_order_release);
+}
+
+}  // namespace
+
+bool TCallGate::Enter(const char* device, const char* verb, TVerbKind kind, std::string args) {
+  const std::uint64_t call = FCalls.fetch_add(1, std::memory_order_relaxed) + 1;
+  Beat();
+  if (TGatePlan plan; FArmed.load(std::memory_order_acquire) && Hit(call, device, verb, plan)) {
+    switch (plan.Fault) {
+      case gfThrow:
+        Write(call, device, verb, kind, std::move(args), toThrew);
+        FFailed.store(true, std::memory_order_relaxed);
+        if (FOnAnswer) FOnAnswer(device, false);
+        throw EDeviceFault(Format("%s.%s: the device does not answer", device, verb));
+      case gfRefuse: Write(call, device, verb, kind, std::move(args), toRefused); return false;
+      case gfHang: Clock().Sleep(plan.HangMs); break;
+      case gfCallback:
+        if (plan.Callback) plan.Callback();
+        break;
+    }
+  }
+  if (FFailed.load(std::memory_order_relaxed) && FOnAnswer) FOnAnswer(device, true);
+  if (kind != vkRead && kind != vkLock) Write(call, device, verb, kind, std::move(args), toDone);
+  return true;
+}
+
+bool TCallGate::Hit(std::uint64_t call, const char* device, const char* verb, TGatePlan& plan) {
+  TGuard guard(FLock);
+  const bool planned = call == FPlan.Call;
+  if (!planned && !(FStuck && FStuck->first == device && FStuck->second == verb)) return false;
+  if (planned) {
+    FFired.store(true, std::memory_order_release);
+    if (FPlan.Sticky)
+      FStuck.emplace(device, verb);
+    else
+      FArmed.store(false, std::memory_order_release);
+  }
+  plan = FPlan;
+  return true;
+}
+
+void TCallGate::Write(std::uint64_t call, const char* device, const char* verb, TVerbKind kind, std::string args,
+                      TOutcome outcome) {
+  if (FJournalled) FJournal.Add({Clock().MonotonicMs(), call, device, verb, std::move(args), kind, outcome});
+}
+
+void TCallGate::PlanSet(TGatePlan plan) {
+  TGuard guard(FLock);
+  FStuck.reset();
+  FFired.store(false, std::memory_order_release);
+  FArmed.store(plan.Call != 0, std::memory_order_release);
+  FPlan = std::move(plan);
+}
+
+void TCallGate::Reset() {
+  PlanSet({});
+  FCalls.store(0, std::memory_order_relaxed);
+  FJournal.Clear();
+}
+
+std::optional<std::pair<std::string, std::string>> TCallGate::Stuck() const {
+  TGuard guard(FLock);
+  return FStuck;
+}
+
+}  // namespace ixocamglue

@@ -1,0 +1,73 @@
+// What all devices of one simulated machine share: its lock, its time and its way to the journal.
+//
+// A device call passes the gate first, without the lock, and then opens a TSimScope: that takes the lock and lets the
+// physics of the whole machine catch up with the clock in steps of 1 ms. Alarms that come up meanwhile are posted after
+// the lock is released.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "ixocamglue/platform/states/NcState.h"
+#include "ixocamglue/support/Locks.h"
+#include "machines/simulated/CallGate.h"
+#include "machines/simulated/DeviceAlarms.h"
+
+namespace ixocamglue {
+
+// Something with physics. Called with the core's lock held, once per ms in rising order.
+class ISimPart {
+ public:
+  virtual ~ISimPart() = default;
+  virtual void Step(std::uint64_t nowMs) = 0;
+};
+
+class TSimCore {
+ public:
+  TSimCore(TCallGate& gate, TNcStateFramework& framework);
+  TSimCore(const TSimCore&) = delete;
+  TSimCore& operator=(const TSimCore&) = delete;
+
+  // During construction of the machine only; parts are stepped in this order.
+  void AddPart(ISimPart& part) { FParts.push_back(&part); }
+
+  // For a part's Step, whose caller holds the lock out of the compiler's sight.
+  void AssertLocked() const IXO_TSA(assert_capability(Lock)) {}
+  [[nodiscard]] std::uint64_t Now() const IXO_REQUIRES(Lock) { return FNow; }
+  void Event(std::string_view device, std::string_view text) IXO_REQUIRES(Lock) {
+    Gate.Journal().Event(FNow, device, text);
+  }
+  void Signal(std::string text) IXO_REQUIRES(Lock) { Gate.Journal().Signal(FNow, std::move(text)); }
+  void PostAlarm(TNcAlarmRecord alarm) IXO_REQUIRES(Lock) { FAlarms.push_back(std::move(alarm)); }
+
+  TCallGate& Gate;
+  TSimDeviceAlarms DeviceAlarms;
+  mutable TCriticalSection Lock;
+
+ private:
+  friend class TSimScope;
+
+  void CatchUp(std::uint64_t nowMs) IXO_REQUIRES(Lock);
+  void Release() noexcept IXO_RELEASE(Lock);
+
+  TNcStateFramework& FFramework;
+  std::vector<ISimPart*> FParts;
+  std::uint64_t FNow IXO_GUARDED_BY(Lock);
+  std::vector<TNcAlarmRecord> FAlarms IXO_GUARDED_BY(Lock);
+};
+
+class IXO_SCOPED_CAPABILITY TSimScope {
+ public:
+  explicit TSimScope(TSimCore& core) IXO_ACQUIRE(core.Lock);  // up to Clock().MonotonicMs()
+  TSimScope(TSimCore& core, std::uint64_t nowMs) IXO_ACQUIRE(core.Lock);
+  ~TSimScope() IXO_RELEASE();
+  TSimScope(const TSimScope&) = delete;
+  TSimScope& operator=(const TSimScope&) = delete;
+
+ private:
+  TSimCore& FCore;
+};
+
+}  // namespace ixocamglue

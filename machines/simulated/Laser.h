@@ -1,0 +1,85 @@
+// The simulated laser source: shutter ("emission") with a delay, beam, and the latch that keeps both off.
+//
+// A beam that is asked for while emission is missing is held back and comes with it. Switching off is immediate, and
+// without emission nothing stays asked for. While the latch is tripped nothing comes on, and what was asked for
+// meanwhile is forgotten with the reset. Reads answer the physical state; refused ones answer "no emission" and "beam
+// may be on".
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <limits>
+
+#include "machines/simulated/Config.h"
+#include "machines/simulated/Core.h"
+#include "machines/simulated/LaserLatch.h"
+#include "machines/simulated/Random.h"
+
+namespace ixocamglue {
+
+// When emission comes after it was asked for.
+struct TEmissionScript {
+  enum class TMode : std::uint8_t { emDelay, emPolls, emNever };
+  TMode Mode = TMode::emDelay;
+  std::uint32_t Polls = 0;  // emPolls: so many reads answer "no" before
+
+  static TEmissionScript Delayed() { return {}; }  // by the machine's delay and jitter
+  static TEmissionScript AfterPolls(std::uint32_t polls) { return {TMode::emPolls, polls}; }
+  static TEmissionScript Never() { return {TMode::emNever, 0}; }
+};
+
+class TSimLaser final : public TNcLaser, public ISimPart {
+ public:
+  TSimLaser(TSimCore& core, const TSimConfig& config, std::uint64_t seed);
+  ~TSimLaser() override;
+
+  bool GetEmission() override;
+  void EmissionOn() override;
+  void EmissionOff() override;
+  bool GetLaser() override;
+  bool GetAiming() override;
+  void SetAiming(bool on);    // the pilot light, by hand; neither latch nor emission matter
+  void SwitchLaser(bool on);  // the cutting system's SwitchLaser ends here
+
+  // --- the latch: any thread, at once ---
+  void Trip(const char* reason) { FLatch.Trip(reason); }  // a literal
+  void ResetLatch();                                      // by hand
+  [[nodiscard]] bool LatchTripped() const { return FLatch.Tripped(); }
+  [[nodiscard]] const char* LatchReason() const { return FLatch.Reason(); }  // null: not tripped
+
+  // --- what is so, past the gate; any thread ---
+  [[nodiscard]] bool Lit() const { return FAskLaser && Emitting(); }
+  [[nodiscard]] bool Emitting() const { return FEmission && !FLatch.Tripped(); }
+
+  void SetEmissionScript(TEmissionScript script);
+  void LoseEmission();  // the source drops emission by itself; it has to be asked for again
+
+  void Step(std::uint64_t nowMs) override;
+  // Notices what the latch did since the last step; the core's lock is held.
+  void Settle();
+
+ private:
+  static constexpr std::uint64_t kNever = std::numeric_limits<std::uint64_t>::max();
+
+  void Rise() IXO_REQUIRES(FCore.Lock);
+  void Watch() IXO_REQUIRES(FCore.Lock);
+
+  TSimCore& FCore;
+  const std::uint64_t FDelayMs;
+  const std::uint64_t FJitterMs;
+  TLaserLatch FLatch;
+  // Written with the core's lock held, read by anyone.
+  std::atomic<bool> FAskEmission{false};
+  std::atomic<bool> FEmission{false};
+  std::atomic<bool> FAskLaser{false};
+  std::atomic<bool> FAiming{false};
+  TSimRandom FRandom IXO_GUARDED_BY(FCore.Lock);
+  TEmissionScript FScript IXO_GUARDED_BY(FCore.Lock);
+  std::uint64_t FUpAtMs IXO_GUARDED_BY(FCore.Lock) = kNever;
+  std::uint32_t FPolls IXO_GUARDED_BY(FCore.Lock) = 0;
+  bool FShownTrip IXO_GUARDED_BY(FCore.Lock) = false;
+  bool FShownEmission IXO_GUARDED_BY(FCore.Lock) = false;
+  bool FShownLaser IXO_GUARDED_BY(FCore.Lock) = false;
+};
+
+}  // namespace ixocamglue

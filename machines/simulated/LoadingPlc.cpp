@@ -1,0 +1,150 @@
+#include "machines/simulated/LoadingPlc.h"
+
+#include <utility>
+
+#include "ixocamglue/platform/comm/Crc.h"
+
+namespace ixocamglue {
+namespace {
+
+constexpr std::size_t kHeader = 6;  // TCP, before the unit
+constexpr std::size_t kMost = 260;
+constexpr std::size_t kBabble = 24;
+
+std::uint16_t Word(std::span<const std::uint8_t> bytes, std::size_t at) {
+  return static_cast<std::uint16_t>(bytes[at] << 8 | bytes[at + 1]);
+}
+
+void Append(TBytes& bytes, std::uint16_t word) {
+  bytes.push_back(static_cast<std::uint8_t>(word >> 8));
+  bytes.push_back(static_cast<std::uint8_t>(word & 0xFF));
+}
+
+}  // namespace
+
+std::size_t TLoadingPlc::RequestLength() const {
+  if (FTcp) return FIn.size() < kHeader ? 0 : kHeader + Word(FIn, 4);
+  if (FIn.size() < 2) return 0;
+  switch (FIn[1]) {
+    case 3:
+    case 6: return 8;
+    case 16: return FIn.size() < 7 ? 0 : std::size_t{9} + FIn[6];
+    default: return 0;
+  }
+}
+
+bool TLoadingPlc::Good(std::span<const std::uint8_t> request) const {
+  if (FTcp) return request.size() >= kHeader + 2 && Word(request, 2) == 0;
+  if (request.size() < 4) return false;
+  const std::size_t body = request.size() - 2;
+  return CalcCRC(request.data(), body, 0xFFFF) == (request[body] | request[body + 1] << 8);
+}
+
+std::vector<TPlcAnswer> TLoadingPlc::Take(std::span<const std::uint8_t> bytes) {
+  std::vector<TPlcAnswer> answers;
+  FIn.insert(FIn.end(), bytes.begin(), bytes.end());
+  for (;;) {
+    const std::size_t length = RequestLength();
+    if (FTcp && length > kMost) {  // no Modbus: the stream cannot be cut into requests any more
+      FIn.clear();
+      answers.push_back({{}, 0, true});
+    }
+    if (length == 0 || FIn.size() < length) return answers;
+    const TBytes request(FIn.begin(), FIn.begin() + static_cast<std::ptrdiff_t>(length));
+    FIn.erase(FIn.begin(), FIn.begin() + static_cast<std::ptrdiff_t>(length));
+    if (Good(request)) Answer(request, answers);
+  }
+}
+
+std::vector<TPlcAnswer> TLoadingPlc::FallSilent() {
+  std::vector<TPlcAnswer> answers;
+  if (FTcp) return answers;
+  const TBytes request = std::exchange(FIn, {});
+  if (Good(request)) Answer(request, answers);
+  return answers;
+}
+
+TBytes TLoadingPlc::Babble() {
+  TBytes noise;
+  if (FBank.Fault != pfBabble) return noise;
+  for (std::size_t i = 0; i < kBabble; ++i) {
+    FNoise ^= FNoise << 13;
+    FNoise ^= FNoise >> 17;
+    FNoise ^= FNoise << 5;
+    noise.push_back(static_cast<std::uint8_t>(FNoise & 0xFF));
+  }
+  return noise;
+}
+
+TBytes TLoadingPlc::Execute(std::span<const std::uint8_t> pdu) {
+  const std::uint8_t func = pdu[1];
+  const auto exception = [&](std::uint8_t code) {
+    return TBytes{pdu[0], static_cast<std::uint8_t>(func | 0x80), code};
+  };
+  if (FBank.Fault == pfException) return exception(4);
+  if (func != 3 && func != 6 && func != 16) return exception(1);
+  if (pdu.size() < 6) return exception(3);
+  const std::size_t addr = Word(pdu, 2);
+  const std::size_t count = func == 6 ? 1 : Word(pdu, 4);
+  if (count == 0 || count > (func == 3 ? 125u : 123u)) return exception(3);
+  if (func == 16 && (pdu.size() != 7 + 2 * count || pdu[6] != 2 * count)) return exception(3);
+  if (addr + count > FBank.Registers.size()) return exception(2);
+  TBytes reply(pdu.begin(), pdu.begin() + (func == 3 ? 2 : 6));
+  if (func == 3) {
+    reply.push_back(static_cast<std::uint8_t>(2 * count));
+    for (std::size_t i = 0; i < count; ++i) Append(reply, FBank.Registers[addr + i]);
+  } else {
+    for (std::size_t i = 0; i < count; ++i) FBank.Registers[addr + i] = Word(pdu, func == 6 ? 4 : 7 + 2 * i);
+  }
+  return reply;
+}
+
+TBytes TLoadingPlc::Frame(std::span<const std::uint8_t> request, TBytes pdu) const {
+  if (FBank.Fault == pfWrongUnit) ++pdu[0];
+  if (FTcp) {
+    TBytes frame(request.begin(), request.begin() + 4);
+    if (FBank.Fault == pfWrongCrc) frame[3] ^= 0x55;
+    Append(frame, static_cast<std::uint16_t>(pdu.size()));
+    frame.insert(frame.end(), pdu.begin(), pdu.end());
+    return frame;
+  }
+  const std::uint16_t crc = CalcCRC(pdu.data(), pdu.size(), 0xFFFF);
+  pdu.push_back(static_cast<std::uint8_t>(crc & 0xFF));
+  pdu.push_back(static_cast<std::uint8_t>(crc >> 8));
+  if (FBank.Fault == pfWrongCrc) pdu.back() ^= 0x55;
+  return pdu;
+}
+
+void TLoadingPlc::Answer(std::span<const std::uint8_t> request, std::vector<TPlcAnswer>& answers) {
+  const auto pdu = FTcp ? request.subspan(kHeader) : request.first(request.size() - 2);
+  const bool broadcast = pdu[0] == 0 && !FTcp;
+  const bool anyUnit = FTcp && (pdu[0] == 0 || pdu[0] == 0xFF);  // the device itself, not one behind it
+  if (pdu[0] != FBank.Unit && !broadcast && !anyUnit) {
+    if (FTcp && FBank.Fault == pfNone)
+      answers.push_back({Frame(request, {pdu[0], static_cast<std::uint8_t>(pdu[1] | 0x80), 11}), 0, false});
+    return;
+  }
+  TPlcAnswer answer{Frame(request, Execute(pdu)), 0, false};
+  if (broadcast) return;
+  switch (FBank.Fault) {
+    case pfSilent: return;
+    case pfLate: answer.DelayMs = kLateMs; break;
+    case pfStale:
+      std::swap(answer.Bytes, FBefore);
+      if (answer.Bytes.empty()) return;
+      break;
+    case pfHalf: answer.Bytes.resize(answer.Bytes.size() / 2); break;
+    case pfClose:
+      if (!FTcp) return;
+      answer = {{}, 0, true};
+      break;
+    case pfNone:
+    case pfWrongUnit:
+    case pfWrongCrc:
+    case pfException:
+    case pfBabble: break;
+  }
+  answers.push_back(std::move(answer));
+}
+
+}  // namespace ixocamglue

@@ -1,0 +1,153 @@
+#include "machines/simulated/PlcServer.h"
+
+#include <algorithm>
+#include <deque>
+#include <list>
+#include <poll.h>
+#include <vector>
+
+#include <asio/io_context.hpp>
+#include <asio/ip/tcp.hpp>
+
+#include "ixocamglue/platform/comm/Comm.h"
+
+namespace ixocamglue {
+namespace {
+
+constexpr int kSliceMs = 20;
+constexpr std::uint64_t kQuietMs = 20;  // no byte for this long ends an RTU request
+constexpr std::uint64_t kBabbleEveryMs = 5;
+constexpr std::int32_t kOwnPort = 0x7FFF;  // of the serial port numbers, for the simulator's device
+constexpr std::size_t kMostClients = 64;
+
+}  // namespace
+
+struct TPlcServer::TImpl {
+  struct TLink {
+    TLink(TPlcBank& bank, bool tcp, asio::io_context& context) : Plc(bank, tcp), Socket(context) {}
+    TLoadingPlc Plc;
+    asio::ip::tcp::socket Socket;
+    std::deque<std::pair<std::uint64_t, TPlcAnswer>> Due;  // by the time at which it is sent
+    std::uint64_t LastByteMs = 0;
+    std::uint64_t LastBabbleMs = 0;
+    bool Ended = false;
+  };
+
+  asio::io_context Context{1};
+  asio::ip::tcp::acceptor Acceptor{Context};
+  std::unique_ptr<TCommCtrl> Serial;
+  std::list<TLink> Links;
+
+  void Send(TLink& link, const TBytes& bytes) {
+    if (bytes.empty()) return;
+    if (Serial) {
+      link.Ended = Serial->Write(bytes) == -1;
+      return;
+    }
+    asio::error_code error;
+    (void)link.Socket.send(asio::buffer(bytes), 0, error);
+    // A client that takes nothing more loses what does not fit, as on a real bus.
+    if (error && error != asio::error::would_block) link.Ended = true;
+  }
+
+  std::size_t Read(TLink& link, std::span<std::uint8_t> buffer) {
+    if (Serial) {
+      const std::size_t got = Serial->Read(buffer);
+      link.Ended = link.Ended || Serial->Lost();
+      return got;
+    }
+    asio::error_code error;
+    const std::size_t got = link.Socket.receive(asio::buffer(buffer.data(), buffer.size()), 0, error);
+    if (error && error != asio::error::would_block) link.Ended = true;
+    return error ? 0 : got;
+  }
+
+  void Accept(TPlcBank& bank) {
+    asio::error_code error;
+    asio::ip::tcp::socket socket(Context);
+    Acceptor.accept(socket, error);
+    if (error || Links.size() >= kMostClients) return;
+    socket.non_blocking(true, error);
+    socket.set_option(asio::ip::tcp::no_delay(true), error);
+    Links.emplace_back(bank, true, Context).Socket = std::move(socket);
+  }
+
+  // One turn of a link; returns how many requests were answered.
+  std::uint64_t Serve(TLink& link, std::uint64_t now) {
+    std::uint64_t answered = 0;
+    std::uint8_t buffer[512];
+    const auto queue = [&](std::vector<TPlcAnswer> answers) {
+      answered += answers.size();
+      for (TPlcAnswer& answer : answers) link.Due.emplace_back(now + answer.DelayMs, std::move(answer));
+    };
+    if (const std::size_t got = Read(link, buffer); got != 0) {
+      link.LastByteMs = now;
+      queue(link.Plc.Take(std::span(buffer).first(got)));
+    } else if (now - link.LastByteMs >= kQuietMs) {
+      queue(link.Plc.FallSilent());
+    }
+    while (!link.Ended && !link.Due.empty() && link.Due.front().first <= now) {
+      Send(link, link.Due.front().second.Bytes);
+      link.Ended = link.Ended || link.Due.front().second.Close;
+      link.Due.pop_front();
+    }
+    if (now - link.LastBabbleMs >= kBabbleEveryMs) {
+      link.LastBabbleMs = now;
+      Send(link, link.Plc.Babble());
+    }
+    return answered;
+  }
+
+  // Until something can be read, for as long as nothing else is due.
+  void Wait(bool babbles) {
+    const int ms = babbles ? static_cast<int>(kBabbleEveryMs) : kSliceMs;
+    if (Serial) {
+      (void)Serial->WaitReadable(static_cast<std::uint32_t>(ms));
+      return;
+    }
+    std::vector<pollfd> waits{{Acceptor.native_handle(), POLLIN, 0}};
+    for (TLink& link : Links) waits.push_back({link.Socket.native_handle(), POLLIN, 0});
+    (void)::poll(waits.data(), waits.size(), ms);
+  }
+};
+
+TPlcServer::TPlcServer() : FImpl(std::make_unique<TImpl>()) {}
+TPlcServer::~TPlcServer() = default;
+
+std::string TPlcServer::ListenTcp(std::uint16_t port) {
+  auto& acceptor = FImpl->Acceptor;
+  asio::error_code error;
+  acceptor.open(asio::ip::tcp::v4(), error);
+  if (!error) acceptor.set_option(asio::ip::tcp::acceptor::reuse_address(true), error);
+  if (!error) acceptor.bind({asio::ip::address_v4::loopback(), port}, error);
+  if (!error) acceptor.listen(asio::socket_base::max_listen_connections, error);
+  if (!error) acceptor.non_blocking(true, error);
+  return error ? "port " + std::to_string(port) + ": " + error.message() : std::string();
+}
+
+std::uint16_t TPlcServer::Port() const {
+  asio::error_code error;
+  return FImpl->Acceptor.local_endpoint(error).port();
+}
+
+std::string TPlcServer::OpenSerial(const std::string& device, const std::string& settings) {
+  SetSerialPortPath(kOwnPort, device);
+  FImpl->Serial = CommParts().MakeSerial();
+  std::string problem = FImpl->Serial->Open(kOwnPort, settings);
+  SetSerialPortPath(kOwnPort, {});
+  if (problem.empty()) FImpl->Links.emplace_back(Bank, false, FImpl->Context);
+  return problem;
+}
+
+void TPlcServer::Run(TStop& stop) {
+  while (!stop.Asked()) {
+    FImpl->Wait(Bank.Fault == pfBabble);
+    if (!FImpl->Serial) FImpl->Accept(Bank);
+    const std::uint64_t now = Clock().MonotonicMs();
+    for (auto& link : FImpl->Links) FRequests += FImpl->Serve(link, now);
+    FImpl->Links.remove_if([](const TImpl::TLink& link) { return link.Ended; });
+    if (FImpl->Serial && FImpl->Links.empty()) return;  // the line was hung up
+  }
+}
+
+}  // namespace ixocamglue

@@ -1,0 +1,194 @@
+#include "machines/simulated/Ports.h"
+
+#include <algorithm>
+#include <string_view>
+
+#include "ixocamglue/support/Format.h"
+
+namespace ixocamglue {
+
+// --- TSimPorts ---
+
+TSimPorts::TSimPorts(TSimCore& core, const TSimConfig& config, TSimGas& gas) : FCore(core), FGas(gas) {
+  for (const TSimPort& port : config.Outports) FOutputs.emplace(port.Number, false);
+  for (const TSimPort& port : config.Inports) FInputs.emplace(port.Number, TInput{});
+}
+
+void TSimPorts::SwitchOutport(std::int32_t port, bool on) {
+  if (!FCore.Gate.Enter("ports", "SwitchOutport", on ? vkStart : vkOff, Format("%d %s", port, on ? "on" : "off")))
+    return;
+  const TSimScope scope(FCore);
+  const auto it = FOutputs.find(port);
+  if (it == FOutputs.end()) return FCore.Event("ports", Format("output %d is not fitted", port));
+  if (it->second == on) return;
+  it->second = on;
+  FCore.Signal(Format("output %d %s", port, on ? "on" : "off"));
+  for (const TFollow& follow : FFollows)
+    if (follow.Outport == port) Plan({FCore.Now() + follow.DelayMs, follow.Inport, on});
+  if (FOnSwitch) FOnSwitch(port);
+}
+
+void TSimPorts::SetInputLogic(std::int32_t inport, bool level) {
+  if (!FCore.Gate.Enter("ports", "SetInputLogic", vkSet, Format("%d %s", inport, level ? "high" : "low"))) return;
+  const TSimScope scope(FCore);
+  if (const auto it = FInputs.find(inport); it != FInputs.end()) it->second.Reached = level;
+}
+
+bool TSimPorts::GetInput(std::int32_t inport) {
+  if (!FCore.Gate.Enter("ports", "GetInput", vkRead)) return false;
+  const TSimScope scope(FCore);
+  const auto it = FInputs.find(inport);
+  return it != FInputs.end() && it->second.Level;
+}
+
+void TSimPorts::SetInput(std::int32_t port, bool level) {
+  const TSimScope scope(FCore);
+  Take(port, level);
+}
+
+void TSimPorts::SetInputAt(std::int32_t port, bool level, std::uint64_t atMs) {
+  const TSimScope scope(FCore);
+  Plan({atMs, port, level});
+}
+
+void TSimPorts::FollowOutput(std::int32_t outport, std::int32_t inport, std::uint32_t delayMs) {
+  const TSimScope scope(FCore);
+  FFollows.push_back({outport, inport, delayMs});
+}
+
+bool TSimPorts::Reached(std::int32_t inport) const {
+  FCore.AssertLocked();
+  const auto it = FInputs.find(inport);
+  return it != FInputs.end() && it->second.Level == it->second.Reached;
+}
+
+std::vector<std::int32_t> TSimPorts::OutputsOn() const {
+  FCore.AssertLocked();
+  std::vector<std::int32_t> on;
+  for (const auto& [port, level] : FOutputs)
+    if (level) on.push_back(port);
+  return on;
+}
+
+bool TSimPorts::IsOn(std::int32_t outport) const {
+  FCore.AssertLocked();
+  const auto it = FOutputs.find(outport);
+  return it != FOutputs.end() && it->second;
+}
+
+void TSimPorts::Drive(const TSimSwitch& input, bool closed) {
+  FCore.AssertLocked();
+  if (input.Port >= 1) Take(input.Port, closed == input.Level);
+}
+
+void TSimPorts::Step(std::uint64_t nowMs) {
+  FCore.AssertLocked();
+  while (!FDue.empty() && FDue.front().AtMs <= nowMs) {
+    const TDue due = FDue.front();
+    FDue.erase(FDue.begin());
+    Take(due.Inport, due.Level);
+  }
+}
+
+void TSimPorts::Take(std::int32_t port, bool level) {
+  const auto it = FInputs.find(port);
+  if (it == FInputs.end()) return FCore.Event("ports", Format("input %d is not fitted", port));
+  if (it->second.Level == level) return;
+  it->second.Level = level;
+  FCore.Event("ports", Format("input %d %s", port, level ? "high" : "low"));
+}
+
+void TSimPorts::Plan(TDue due) { FDue.insert(std::ranges::upper_bound(FDue, due.AtMs, {}, &TDue::AtMs), due); }
+
+// --- TSimInportCtrl ---
+
+bool TSimInportCtrl::IsBusy() {
+  if (!FCore.Gate.Enter("inport", "IsBusy", vkRead)) return true;
+  const TSimScope scope(FCore);
+  return FWaiting;
+}
+
+void TSimInportCtrl::SetTimeOutMode(std::int32_t mode) {
+  if (!FCore.Gate.Enter("inport", "SetTimeOutMode", vkSet, Format("%d", mode))) return;
+  const TSimScope scope(FCore);
+  FMode = mode;
+}
+
+void TSimInportCtrl::StartWait(std::int32_t inport, std::int32_t limitMs) {
+  if (!FCore.Gate.Enter("inport", "StartWait", vkStart, Format("%d %d", inport, limitMs))) return;
+  const TSimScope scope(FCore);
+  FWaiting = true;
+  FInport = inport;
+  FLimitMs = limitMs;
+  FSinceMs = FCore.Now();
+  Look(FSinceMs);
+}
+
+void TSimInportCtrl::Cancel() {
+  FCore.AssertLocked();
+  if (!FWaiting) return;
+  FWaiting = false;
+  FCore.Event("inport", Format("wait for input %d cancelled", FInport));
+}
+
+void TSimInportCtrl::Step(std::uint64_t nowMs) {
+  FCore.AssertLocked();
+  if (FWaiting) Look(nowMs);
+}
+
+void TSimInportCtrl::Look(std::uint64_t nowMs) {
+  if (FInport == -1 || FPorts.Reached(FInport)) {
+    FWaiting = false;
+    return FCore.Event("inport", Format("input %d reached", FInport));
+  }
+  if (FLimitMs < 0 || nowMs - FSinceMs < static_cast<std::uint64_t>(FLimitMs)) return;
+  FWaiting = false;
+  const std::string text = Format("input %d did not come within %d ms", FInport, FLimitMs);
+  FCore.Event("inport", text);
+  if (FMode != kTimeOutAlarm) return;
+  const TNcAlarmRecord alarm{"InportCtrl", text, kAlarmId};
+  TSimForbids forbids;
+  forbids.Move = true;
+  FAlarms.Raise(alarm, forbids);
+  FCore.PostAlarm(alarm);
+}
+
+// --- TSimSwitchTable ---
+
+std::int32_t TSimSwitchTable::GetValue(const char* name, std::int32_t defValue) {
+  const bool docked = std::string_view(name) == "DockedTable";
+  if (!FCore.Gate.Enter("table", "GetValue", vkRead)) return docked ? 0 : defValue;
+  const TSimScope scope(FCore);
+  return docked ? FDocked : defValue;
+}
+
+void TSimSwitchTable::SetDocked(std::int32_t table) {
+  const TSimScope scope(FCore);
+  FMoving = false;
+  FDocked = table;
+}
+
+void TSimSwitchTable::Exchange(std::int32_t table, std::uint32_t ms) {
+  const TSimScope scope(FCore);
+  FDocked = 0;
+  FNext = table;
+  FMoving = true;
+  FArrivesMs = FCore.Now() + ms;
+  FCore.Event("table", Format("pallet %d is coming", table));
+}
+
+void TSimSwitchTable::SetJammed(bool jammed) {
+  if (jammed) Exchange(2, 0);
+  const TSimScope scope(FCore);
+  FJammed = jammed;
+}
+
+void TSimSwitchTable::Step(std::uint64_t nowMs) {
+  FCore.AssertLocked();
+  if (!FMoving || FJammed || nowMs < FArrivesMs) return;
+  FMoving = false;
+  FDocked = FNext;
+  FCore.Event("table", Format("pallet %d docked", FDocked));
+}
+
+}  // namespace ixocamglue

@@ -1,0 +1,126 @@
+// The simulated outputs, inputs and input waits, and the pallet switch table's values.
+//
+// Outputs and inputs exist where the machine file names them; the others cannot be switched and read low. Inputs are
+// scripted: set by hand, at a time, or by an output that they follow. Refused reads answer: busy, low, none docked.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <vector>
+
+#include "ixocamglue/platform/ports/MotionDriver.h"
+#include "machines/simulated/Alarms.h"
+#include "machines/simulated/Config.h"
+#include "machines/simulated/Core.h"
+#include "machines/simulated/Gas.h"
+
+namespace ixocamglue {
+
+class TSimPorts final : public TNcMotionCard, public TNcInputGroup, public TNcDeviceManager, public ISimPart {
+ public:
+  TSimPorts(TSimCore& core, const TSimConfig& config, TSimGas& gas);
+
+  void SwitchOutport(std::int32_t port, bool on) override;
+  void SetInputLogic(std::int32_t inport, bool level) override;
+  bool GetInput(std::int32_t inport) override;  // the level itself, whatever counts as reached
+  TNcInputGroup* InputGroup() override { return this; }
+  std::int32_t GetAxisCount() override { return 4; }  // X, Y, Z, Focus
+  double GetRtGasPressure() override { return FGas.ReadSensor(); }
+
+  // --- scripts ---
+  void SetInput(std::int32_t port, bool level);
+  void SetInputAt(std::int32_t port, bool level, std::uint64_t atMs);  // monotonic ms; in the past: with the next step
+  // Whenever the output changes, the input takes its level `delayMs` later.
+  void FollowOutput(std::int32_t outport, std::int32_t inport, std::uint32_t delayMs);
+
+  // --- past the gate; the core's lock is held ---
+  [[nodiscard]] bool Reached(std::int32_t inport) const;
+  [[nodiscard]] std::vector<std::int32_t> OutputsOn() const;
+  [[nodiscard]] bool IsOn(std::int32_t outport) const;
+  // What a device does to its switch; one that is not fitted has no input.
+  void Drive(const TSimSwitch& input, bool closed);
+  // Told each output that has changed, with the lock held. Set and emptied while nothing runs.
+  void OnSwitch(std::function<void(std::int32_t port)> listener) { FOnSwitch = std::move(listener); }
+
+  void Step(std::uint64_t nowMs) override;
+
+ private:
+  struct TInput {
+    bool Level = false;
+    bool Reached = true;  // the level that counts
+  };
+  struct TFollow {
+    std::int32_t Outport = 0;
+    std::int32_t Inport = 0;
+    std::uint32_t DelayMs = 0;
+  };
+  struct TDue {
+    std::uint64_t AtMs = 0;
+    std::int32_t Inport = 0;
+    bool Level = false;
+  };
+
+  void Take(std::int32_t port, bool level) IXO_REQUIRES(FCore.Lock);
+  void Plan(TDue due) IXO_REQUIRES(FCore.Lock);
+
+  TSimCore& FCore;
+  TSimGas& FGas;
+  std::map<std::int32_t, bool> FOutputs IXO_GUARDED_BY(FCore.Lock);
+  std::map<std::int32_t, TInput> FInputs IXO_GUARDED_BY(FCore.Lock);
+  std::vector<TFollow> FFollows IXO_GUARDED_BY(FCore.Lock);
+  std::vector<TDue> FDue IXO_GUARDED_BY(FCore.Lock);  // in order of time
+  std::function<void(std::int32_t)> FOnSwitch;
+};
+
+class TSimInportCtrl final : public TNcInportCtrl, public ISimPart {
+ public:
+  static constexpr std::int32_t kTimeOutAlarm = 3;  // the time-out mode that raises an alarm
+  static constexpr std::int32_t kAlarmId = 176;
+
+  TSimInportCtrl(TSimCore& core, TSimPorts& ports, TSimAlarms& alarms) : FCore(core), FPorts(ports), FAlarms(alarms) {}
+
+  bool IsBusy() override;
+  void SetTimeOutMode(std::int32_t mode) override;
+  void StartWait(std::int32_t inport, std::int32_t limitMs) override;  // a negative limit: none
+
+  void Cancel();  // the wait ends without a result; the core's lock is held
+  void Step(std::uint64_t nowMs) override;
+
+ private:
+  void Look(std::uint64_t nowMs) IXO_REQUIRES(FCore.Lock);
+
+  TSimCore& FCore;
+  TSimPorts& FPorts;
+  TSimAlarms& FAlarms;
+  bool FWaiting IXO_GUARDED_BY(FCore.Lock) = false;
+  std::int32_t FInport IXO_GUARDED_BY(FCore.Lock) = -1;
+  std::int32_t FMode IXO_GUARDED_BY(FCore.Lock) = 0;
+  std::int32_t FLimitMs IXO_GUARDED_BY(FCore.Lock) = -1;
+  std::uint64_t FSinceMs IXO_GUARDED_BY(FCore.Lock) = 0;
+};
+
+// Where the pallets are. Each exchange takes its time, during which none is docked.
+class TSimSwitchTable final : public TNcSwitchTable, public ISimPart {
+ public:
+  TSimSwitchTable(TSimCore& core, const TSimConfig& config) : FCore(core), FDocked(config.DockedTable) {}
+
+  std::int32_t GetValue(const char* name, std::int32_t defValue) override;  // "DockedTable": 0 while none is docked
+
+  // --- any thread ---
+  void SetDocked(std::int32_t table);  // 1 or 2, 0 none, at once
+  void Exchange(std::int32_t table, std::uint32_t ms);
+  void SetJammed(bool jammed);  // an exchange never ends, and one is under way
+
+  void Step(std::uint64_t nowMs) override;
+
+ private:
+  TSimCore& FCore;
+  std::int32_t FDocked IXO_GUARDED_BY(FCore.Lock);
+  std::int32_t FNext IXO_GUARDED_BY(FCore.Lock) = 0;
+  bool FMoving IXO_GUARDED_BY(FCore.Lock) = false;
+  bool FJammed IXO_GUARDED_BY(FCore.Lock) = false;
+  std::uint64_t FArrivesMs IXO_GUARDED_BY(FCore.Lock) = 0;
+};
+
+}  // namespace ixocamglue

@@ -1,0 +1,240 @@
+// The simulated cutting system under key commands, and its demonstration part.
+#include <gmock/gmock.h>
+
+#include "fixture/Machine.h"
+#include "ixocamglue/panel/Kbpmngr.h"
+#include "ixocamglue/platform/ports/CutCommands.h"
+#include "ixocamglue/platform/ports/CutStates.h"
+
+namespace ixocamglue::test {
+namespace {
+
+using testing::HasSubstr;
+
+class Demo : public TMachineTest {
+ protected:
+  Demo() { KBPManager()->SetCPMByForm("Work", true); }
+  void Press(std::int32_t command) { Machine().KeyDown(command, 0, true); }
+  void Release(std::int32_t command) { Machine().KeyUp(command, 0); }
+  // Presses, and runs until the machine is in this state.
+  void RunTo(TCutState state, std::uint64_t limitMs = 60'000) {
+    const std::uint64_t end = Clock().MonotonicMs() + limitMs;
+    while (State() != state && Clock().MonotonicMs() < end) FSession.RunPass();
+    ASSERT_EQ(State(), state);
+  }
+  TCutState State() { return ClassifyCutState(Framework().CurrentState()); }
+  TSimSnapshot Now() { return Machine().Snapshot(); }
+  std::string LastNote() {
+    std::string text;
+    for (const TJournalEntry& entry : Journal().Entries())
+      if (entry.Device == "cut" && entry.Call == 0) text = entry.Verb;
+    return text;
+  }
+};
+
+TEST_F(Demo, StartCutsTheSquare) {
+  Press(kcStart);
+  RunTo(csWorking);
+  RunUntil("laser on");
+  const double x = Now().Pos.X, y = Now().Pos.Y;
+  EXPECT_NEAR(x, 100, 3);
+  EXPECT_NEAR(y, 100, 1);
+  RunTo(csStandby);
+  EXPECT_EQ(Signals().After("state 1"),
+            Lines("gas on 1 2.00", "emission on", "laser on", "laser off", "emission off", "gas off", "state 0"));
+  EXPECT_NEAR(static_cast<double>(TimeOf("laser off") - TimeOf("laser on")), 8000, 500) << "800 mm at 100 mm/s";
+}
+
+TEST_F(Demo, DryRunAndWalkAroundLightNothing) {
+  for (const auto& [command, state] : {std::pair{kcDryCut, csDryRun}, std::pair{kcWalkAround, csWalkAround}}) {
+    Press(command);
+    RunTo(state);
+    RunTo(csStandby);
+    EXPECT_GT(Clock().MonotonicMs(), 2000U);
+  }
+  EXPECT_FALSE(Signals().Has("laser on") || Signals().Has("emission on") || Signals().Has("gas on 1 2.00"));
+}
+
+TEST_F(Demo, APauseGoesDarkAndResumeGoesOnWhereItStopped) {
+  Press(kcStart);
+  RunUntil("laser on");
+  FSession.RunFor(3000);
+  Press(kcPause);
+  RunTo(csPaused);
+  const TPoint2 broken = Now().Pos;
+  FSession.RunFor(500);
+  EXPECT_FALSE(Now().Laser || Now().Emission || Now().Gas || Now().Moving());
+
+  Press(kcJogLeft);  // by hand away from it, and back by itself
+  RunTo(csJogging);
+  FSession.RunFor(1000);
+  Release(kcJogLeft);
+  RunTo(csPaused);
+  EXPECT_LT(Now().Pos.X, broken.X - 5);
+  Journal().Clear();
+  Press(kcResume);
+  RunUntil("laser on");
+  EXPECT_NEAR(Now().Pos.X, broken.X, 3);
+  EXPECT_NEAR(Now().Pos.Y, broken.Y, 3);
+  RunTo(csStandby);
+  EXPECT_NEAR(static_cast<double>(TimeOf("laser off") - TimeOf("laser on")), 5000, 500) << "the rest of 800 mm";
+  Press(kcResume);
+  EXPECT_THAT(LastNote(), HasSubstr("nothing was interrupted"));
+}
+
+TEST_F(Demo, StopEndsEverythingAndTheBreakCanBeLocated) {
+  Press(kcStart);
+  RunUntil("laser on");
+  FSession.RunFor(1000);
+  Press(kcStop);
+  EXPECT_FALSE(Now().Laser) << "at once, on the caller's thread";
+  RunTo(csStandby, 50);
+  FSession.RunFor(500);
+  EXPECT_FALSE(Now().Emission || Now().Gas || Now().Moving() || Now().Following);
+  const TPoint2 broken = Now().Pos;
+  Press(kcReturnOrg);
+  RunTo(csReturnOrg);
+  RunTo(csStandby);
+  EXPECT_NEAR(Now().Pos.X, 0, 1e-6);
+  Press(kcBreakLocate);
+  RunTo(csWalkAround);
+  RunTo(csStandby);
+  EXPECT_NEAR(Now().Pos.X, broken.X, 3);
+  EXPECT_FALSE(Now().Laser);
+}
+
+TEST_F(Demo, AJogLastsAsLongAsItsKey) {
+  const struct {
+    std::int32_t Command;
+    double X, Y, Z;  // direction
+  } keys[] = {{kcJogRight, 1, 0, 0}, {kcJogForward, 0, 1, 0}, {kcJogZDown, 0, 0, 1},
+              {kcJogLeft, -1, 0, 0}, {kcJogBack, 0, -1, 0},   {kcJogZUp, 0, 0, -1}};
+  for (const auto& key : keys) {
+    const TSimSnapshot before = Now();
+    Press(key.Command);
+    FSession.RunFor(500);
+    EXPECT_EQ(State(), csJogging);
+    Release(key.Command);
+    FSession.RunFor(200);
+    const TSimSnapshot after = Now();
+    EXPECT_EQ(State(), csStandby);
+    EXPECT_FALSE(after.Moving());
+    // 10 mm/s for half a second
+    EXPECT_NEAR(after.Pos.X - before.Pos.X, 5 * key.X, 0.5) << key.Command;
+    EXPECT_NEAR(after.Pos.Y - before.Pos.Y, 5 * key.Y, 0.5) << key.Command;
+    EXPECT_NEAR(after.Z - before.Z, 5 * key.Z, 0.5) << key.Command;
+  }
+  Press(kcJogRight);
+  Release(kcJogRight);  // before the state thread has seen it
+  FSession.RunFor(300);
+  EXPECT_EQ(State(), csStandby);
+  EXPECT_FALSE(Now().Moving());
+
+  FSession.Params().SetDouble("JogSpeed", 100);
+  Press(kcJogRight);
+  FSession.RunFor(100);
+  Press(kcJogForward);  // another key takes over
+  FSession.RunFor(100);
+  Release(kcJogRight);  // not what is held any more
+  const double y = Now().Pos.Y;
+  FSession.RunFor(100);
+  EXPECT_GT(Now().Pos.Y, y + 5);
+  Machine().Alarms().ForbidAxis(1, true);
+  FSession.RunFor(100);
+  EXPECT_EQ(State(), csStandby) << "an alarm ends it";
+  EXPECT_FALSE(Now().Moving());
+}
+
+TEST_F(Demo, AnAlarmBlockedKeyChangesNothing) {
+  const TSimForbids everything{.Cut = true, .Laser = true, .Follower = true, .Homing = true, .Move = true};
+  Machine().Alarms().Raise({}, everything);
+  for (std::int32_t axis = 0; axis < 3; ++axis)
+    for (const bool positive : {false, true}) Machine().Alarms().ForbidAxis(axis, positive);
+  const TSimSnapshot before = Now();
+  for (const std::int32_t command : {kcShutter, kcLaser, kcFollow, kcReturnOrg, kcReturnOrgAlt, kcWalkAround, kcDryCut,
+                                     kcStart, kcResume, kcBreakLocate, kcJogLaser, kcCalibration, kcCurPosCalibration,
+                                     kcJogLeft, kcJogRight, kcJogForward, kcJogBack, kcJogZUp, kcJogZDown}) {
+    Press(command);
+    FSession.RunFor(1500);
+    const TSimSnapshot now = Now();
+    EXPECT_FALSE(now.Laser || now.Emission || now.Gas || now.Moving() || now.Following) << command;
+    EXPECT_EQ(std::tuple(now.Pos, now.Z, now.State), std::tuple(before.Pos, before.Z, before.State)) << command;
+    Release(command);
+  }
+}
+
+TEST_F(Demo, DevicesSwitchByHandOnlyWhereTheyMay) {
+  Press(kcLaser);
+  EXPECT_THAT(LastNote(), HasSubstr("shutter is closed"));
+  Press(kcShutter);
+  Press(kcAiming);
+  Press(kcGas);
+  Press(kcFollow);
+  FSession.RunFor(1000);
+  Press(kcLaser);
+  FSession.RunFor(50);
+  EXPECT_TRUE(Now().Laser && Now().Gas && Now().Following && Machine().Laser()->GetAiming());
+  for (const std::int32_t command : {kcLaser, kcShutter, kcAiming, kcGas, kcFollow}) Press(command);
+  EXPECT_FALSE(Now().Laser || Now().Emission || Now().Gas || Now().Following || Machine().Laser()->GetAiming());
+
+  Press(kcJogLaser);
+  FSession.RunFor(100);
+  EXPECT_TRUE(Now().Laser);
+  Release(kcJogLaser);
+  EXPECT_FALSE(Now().Laser || Now().Emission);
+
+  Press(kcDryCut);
+  RunTo(csDryRun);
+  for (const std::int32_t command : {kcShutter, kcGas, kcJogLeft, kcReturnOrg, kcStart}) {
+    Press(command);
+    EXPECT_THAT(LastNote(), HasSubstr("the machine is in dry run")) << command;
+  }
+}
+
+TEST_F(Demo, TheEmergencyStopLatchesUntilItIsResetByHand) {
+  Press(kcStart);
+  RunUntil("laser on");
+  Press(kcEmergencyStop);
+  EXPECT_FALSE(Now().Laser);
+  EXPECT_TRUE(EmergencyStop()->IsActive());
+  FSession.RunFor(500);
+  EXPECT_EQ(State(), csStandby);
+  EXPECT_FALSE(Now().Moving());
+  Press(kcShutter);
+  EXPECT_THAT(LastNote(), HasSubstr("the emergency stop is active"));
+  Machine().Demo().SetEmergencyStop(false);
+  EXPECT_FALSE(Now().LatchTripped);
+  Press(kcShutter);
+  FSession.RunFor(200);
+  EXPECT_TRUE(Now().Emission);
+}
+
+TEST_F(Demo, AStopNeedsNoStateThread) {
+  FSession.Params().SetDouble("JogSpeed", 100);
+  Press(kcJogRight);
+  FSession.RunFor(300);
+  EXPECT_TRUE(Now().AxesMoving);
+  Press(kcStop);  // no pass from here on
+  FSession.VirtualClock()->Sleep(300);
+  EXPECT_FALSE(Now().Moving());
+}
+
+TEST_F(Demo, TheCalibrationAndAForbiddenCommand) {
+  Press(kcCurPosCalibration);
+  RunTo(csCalibration);
+  RunTo(csStandby);
+  EXPECT_NEAR(Now().Z, 0, 1e-6);
+  const std::int32_t allowed[] = {kcGas};
+  FSession.Forbidden().RegistAllowKey("only gas", allowed);
+  FSession.Forbidden().SetForbiddenKey("only gas");
+  Press(kcStart);
+  EXPECT_THAT(LastNote(), HasSubstr("it is forbidden (only gas)"));
+  Press(kcGas);
+  EXPECT_TRUE(Now().Gas);
+  Press(kcStop);
+  FSession.RunFor(100);
+  EXPECT_FALSE(Now().Gas) << "what stops is never forbidden";
+}
+
+}  // namespace
+}  // namespace ixocamglue::test

@@ -1,0 +1,206 @@
+// The host's side of the gas calibration on the simulated valves: its protections, and the commands.
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include "controller/gas/GasCalibration.h"
+#include "controller/procedures/Procedures.h"
+#include "fixture/Faults.h"
+#include "fixture/TempDir.h"
+#include "ixocut/gas/GasTable.h"
+
+namespace ixocamglue::test {
+using namespace ixocontroller;
+using namespace ixocut;
+namespace {
+
+using testing::HasSubstr;
+
+constexpr const char* kOld = "<DAAdjustTable><Item Press='1' Volt='1'/><Item Press='7' Volt='9'/></DAAdjustTable>";
+
+class GasCalibration : public testing::Test {
+ protected:
+  GasCalibration() {
+    std::string machine = "<MachineConfig><GasBranches>";
+    for (int gas = 1; gas <= 3; ++gas)
+      machine += "<GasBranch GasType='" + std::to_string(gas) + "' DAPort='" + std::to_string(32 + gas) +
+                 "' MaxPressure='25'>" + kOld + "</GasBranch>";
+    std::ofstream(File()) << machine << "<GasBranch GasType='4'/></GasBranches></MachineConfig>";
+    TSessionOptions options;
+    options.MachineFile = File();
+    FSession.emplace(options);
+    FSession->RunPass();
+    FSession->RunPass();
+  }
+  std::filesystem::path File() const { return FDir.Path() / "machine.xml"; }
+  std::string Read(const char* name) {
+    std::ifstream in(FDir.Path() / name);
+    return {std::istreambuf_iterator<char>(in), {}};
+  }
+  // The result of one gas; fails the test when it takes more than five minutes of machine time.
+  TGasResult Run(std::int32_t gas) {
+    TGasCalibration calibration(*FSession, {gas}, {"S", 1.5});
+    std::string reason;
+    EXPECT_TRUE(calibration.Start(reason)) << reason;
+    const std::uint64_t end = Clock().MonotonicMs() + 300'000;
+    while (calibration.Running() && Clock().MonotonicMs() < end) FSession->RunPass();
+    EXPECT_FALSE(calibration.Running());
+    FCompleted = calibration.Completed();
+    FMessages.clear();
+    for (std::string text; calibration.GetMsg(text);) FMessages += text + "\n";
+    return calibration.Results().front();
+  }
+
+  TTempDir FDir;
+  std::optional<TSession> FSession;
+  bool FCompleted = false;
+  std::string FMessages;
+  TFaultWatch Faults;
+};
+
+TEST_F(GasCalibration, FaultsEndInTimeAndNeverStoreACurveThatIsNone) {
+  struct TRow {
+    TValveFault Fault;
+    TGasEnd End;
+    bool Completed;
+  };
+  const TRow rows[] = {{vfDeadSensor, TGasEnd::Restored, true},    {vfNoSupply, TGasEnd::Restored, true},
+                       {vfStuck, TGasEnd::Restored, true},         {vfNonFinite, TGasEnd::Stored, true},
+                       {vfSlowUpdate, TGasEnd::Unfinished, false}, {vfLowSupply, TGasEnd::Stored, true}};
+  const std::string before = Read("machine.xml");
+  for (const TRow& row : rows) {
+    SCOPED_TRACE(ValveFaultName(row.Fault));
+    ASSERT_TRUE(FSession->Machine().Gas()->SetFault(2, row.Fault));
+    const TGasResult result = Run(2);
+    EXPECT_EQ(static_cast<int>(result.End), static_cast<int>(row.End)) << FMessages;
+    EXPECT_EQ(FCompleted, row.Completed);
+    EXPECT_FALSE(FSession->Machine().Snapshot().Gas);
+    if (row.End == TGasEnd::Stored) continue;
+    EXPECT_THAT(FMessages, HasSubstr(row.Completed ? "0.1 bar" : "未稳定"));
+    TMachineConfig file;
+    ASSERT_EQ(file.Load(File()), "");
+    const std::int32_t entries = file.GetGasBranch(2)->DAAdjustTable.GetCount();
+    EXPECT_EQ(entries, MachineConfig()->GetGasBranch(2)->DAAdjustTable.GetCount());
+    EXPECT_EQ(file.GetGasBranch(2)->DAAdjustEnabled, MachineConfig()->GetGasBranch(2)->DAAdjustEnabled);
+    TGasCaliConfig stored;
+    stored.Open();
+    const TDAAdjustTable* const backup = stored.GetDAAdjustTable(2, "S", 1.5);
+    if (entries == 2)
+      EXPECT_FALSE(backup) << "there was none";
+    else
+      EXPECT_TRUE(backup && backup->GetCount() == entries);
+  }
+}
+
+TEST_F(GasCalibration, GasThatSomebodyElseSwitchesOffStaysOff) {
+  TGasCalibration calibration(*FSession, {1}, {"S", 1.5});
+  std::string reason;
+  ASSERT_TRUE(calibration.Start(reason));
+  FSession->RunFor(2000);
+  ASSERT_TRUE(FSession->Machine().Snapshot().Gas);
+  EXPECT_FALSE(FSession->Start(ShareRoot(MakeShot(1)), &reason)) << "a calibration runs";
+  auto& journal = FSession->Gate().Journal();
+  const std::size_t from = journal.Size();
+  FSession->Machine().Gas()->SwitchOff();
+  FSession->RunFor(500);
+  EXPECT_FALSE(calibration.Running());
+  EXPECT_FALSE(FSession->Machine().Snapshot().Gas);
+  const auto entries = journal.Entries();
+  for (std::size_t i = from; i < entries.size(); ++i) EXPECT_NE(entries[i].Verb, "SwitchOn");
+  std::string last;
+  for (std::string text; calibration.GetMsg(text);) last = text;
+  EXPECT_EQ(last, "停止校正！");
+}
+
+TEST_F(GasCalibration, TheRefinedMethodUsesMorePointsAndIsNotTheDefault) {
+  const TGasResult exact = Run(3);
+  GZemGasAdjustModel()->SetRefined(true);
+  const TGasResult refined = Run(3);
+  EXPECT_EQ(exact.End, TGasEnd::Stored);
+  EXPECT_EQ(refined.End, TGasEnd::Stored);
+  EXPECT_LT(exact.Points.size(), 10u);
+  EXPECT_GT(refined.Points.size(), exact.Points.size());
+  EXPECT_LE(refined.Points.size(), 15u);
+  ASSERT_TRUE(exact.Knee && refined.Knee);
+  EXPECT_NEAR(*exact.Knee, 6.4, 0.8);
+  for (const TGasPoint& point : refined.Points) EXPECT_TRUE(point.Settled && !point.Samples.empty());
+  EXPECT_EQ(Run(4).End, TGasEnd::Skipped) << "no analogue output";
+}
+
+TEST(GasTableText, AlignsChineseByItsWidth) {
+  EXPECT_THAT(DrawTable({{"气体", "V", "结果"}, {"N2", "10.5", "ok"}}),
+              testing::ElementsAre("气体     V  结果", "N2    10.5  ok"));
+}
+
+// --- the program ---
+
+class GasCommands : public testing::Test {
+ protected:
+  int Ixocut(const std::string& arguments) {
+    const std::string folder = FDir.Path().string();
+    std::FILE* const out =
+        ::popen(("cd '" + folder + "' && '" IXOCUT_BINARY "' gas " + arguments + " --state st 2>&1").c_str(), "r");
+    if (!out) return -1;
+    FOut.clear();
+    for (int c = std::fgetc(out); c != EOF; c = std::fgetc(out)) FOut += static_cast<char>(c);
+    const int status = ::pclose(out);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+
+  TTempDir FDir;
+  std::string FOut;
+};
+
+TEST_F(GasCommands, CalibrateShowDiffAndLoadWorkOnTheSameTables) {
+  ASSERT_EQ(Ixocut("calibrate --gas O2,Air --nozzle S --size 1.5 --json --record rec.json --descend"), 0) << FOut;
+  const auto json = nlohmann::json::parse(FOut);
+  EXPECT_TRUE(json["success"]);
+  ASSERT_EQ(json["gases"].size(), 2u);
+  EXPECT_EQ(json["gases"][0]["gas"], "O2");
+  EXPECT_GE(json["gases"][0]["points"].size(), 7u);
+  EXPECT_EQ(json["gases"][0]["curve"][0]["bar"], 0.0);
+  std::ifstream record(FDir.Path() / "rec.json");
+  const auto points = nlohmann::json::parse(record)["gases"][1]["points"];
+  EXPECT_EQ(points.size(), 2 * json["gases"][1]["points"].size()) << "up, and once more downwards";
+  EXPECT_TRUE(points.back()["descending"]);
+
+  EXPECT_EQ(Ixocut("show --gas O2 --json"), 0);
+  EXPECT_EQ(nlohmann::json::parse(FOut)["tables"][0]["points"], json["gases"][0]["curve"]);
+  EXPECT_EQ(Ixocut("diff --gas O2 --nozzle S --size 1.5"), 0) << FOut;
+  ASSERT_EQ(Ixocut("calibrate --gas O2 --nozzle D --size 2 --seed 7 --lang en --plot o2.svg"), 0) << FOut;
+  EXPECT_THAT(FOut, testing::AllOf(HasSubstr("All calibrations ended!"), HasSubstr("100 %"), HasSubstr("Oxygen")));
+  std::ifstream plot(FDir.Path() / "o2.svg");
+  EXPECT_THAT(std::string(std::istreambuf_iterator<char>(plot), {}), HasSubstr("</svg>"));
+  EXPECT_EQ(Ixocut("diff --gas O2 --nozzle S --size 1.5"), 1) << "another run's noise";
+  EXPECT_THAT(FOut, HasSubstr("differ"));
+  EXPECT_EQ(Ixocut("load --gas O2 --nozzle S --size 1.5"), 0) << FOut;
+  EXPECT_EQ(Ixocut("diff --gas O2 --nozzle S --size 1.5"), 0) << FOut;
+  EXPECT_EQ(Ixocut("load --gas N2 --nozzle S --size 1.5 --lang en"), 1);
+  EXPECT_THAT(FOut, HasSubstr("No calibration data found for Nitrogen (S 1.5)!"));
+}
+
+TEST_F(GasCommands, AWrongCommandLineIsNamedAndDoesNothing) {
+  const std::pair<const char*, const char*> rows[] = {
+      {"calibrate --gas Helium --nozzle S --size 1", "\"Helium\" is no gas"},
+      {"calibrate --gas O2,O2 --nozzle S --size 1", "O2 is there twice"},
+      {"calibrate --gas O2 --nozzle S --size -1", "\"-1\" is no diameter"},
+      {"calibrate --gas O2 --size 1", "--nozzle is required"},
+      {"calibrate --gas O2 --nozzle S --size 1 --plot o2.png", "does not end in .svg"},
+      {"calibrate --gas O2 --nozzle S --size 1 --descend", "--record"},
+      {"calibrate --gas O2 --nozzle S --size 1 --method quick", "quick"},
+      {"load --gas H-O2 --nozzle S --size 1", "not for H-O2"},
+  };
+  for (const auto& [arguments, message] : rows) {
+    EXPECT_EQ(Ixocut(arguments), 2) << arguments;
+    EXPECT_THAT(FOut, HasSubstr(message));
+  }
+  EXPECT_FALSE(std::filesystem::exists(FDir.Path() / "st" / "GasCalibration.config"));
+}
+
+}  // namespace
+}  // namespace ixocamglue::test

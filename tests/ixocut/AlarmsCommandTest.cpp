@@ -1,0 +1,118 @@
+// `ixocut alarms` as a user meets it, and a live machine that is killed in mid-run.
+#include <chrono>
+#include <csignal>
+#include <fcntl.h>
+#include <fstream>
+#include <iterator>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include "fixture/Faults.h"
+#include "fixture/TempDir.h"
+#include "ixocamglue/alarms/store/AlarmHistory.h"
+
+namespace ixocamglue::test {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+class AlarmsCommand : public testing::Test {
+ protected:
+  // Exit code and output, errors behind it.
+  std::pair<int, std::string> Ixocut(const std::string& arguments) {
+    const std::string out = (FDir.Path() / "out").string();
+    const int status = std::system(("XDG_STATE_HOME='" + FDir.Path().string() + "' '" IXOCUT_BINARY "' alarms " +
+                                    arguments + " >'" + out + "' 2>&1 </dev/null")
+                                       .c_str());
+    std::ifstream in(out);
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, {std::istreambuf_iterator<char>(in), {}}};
+  }
+  nlohmann::json List(const std::string& arguments) {
+    const auto [code, text] = Ixocut("list --db '" + Db + "' --json " + arguments);
+    EXPECT_EQ(code, 0) << text;
+    return nlohmann::json::parse(text);
+  }
+
+  const TTempDir FDir;
+  const std::string Db = (FDir.Path() / "a.db").string();
+};
+
+TEST_F(AlarmsCommand, AScriptedMachineFillsAStoreThatEveryCommandReads) {
+  const std::string script = (FDir.Path() / "script").string();
+  std::ofstream(script)
+      << "raise TPMaint#1\nraise TPMaint#1\nclear TPMaint#1\nfault axis\nfault emission\nwait 60\n"
+         "suppress TPMaint#1 5 known\nsuppress TPLaser#1 5 no\nack TPLaser#1\nmend axis\nraise nonsense\n"
+         "fault device\nwait 40\nraise TPMaint#2";
+  const auto [code, text] = Ixocut("live --lang en --script '" + script + "' --db '" + Db + "'");
+  EXPECT_EQ(code, 1);
+  EXPECT_THAT(text, HasSubstr("TPLaser#1  L101  | Laser  | emission lost  | An internal alarm"));
+  EXPECT_THAT(text, HasSubstr("line 8: TPLaser#1 stands with level 1, which is never suppressed"));
+  EXPECT_THAT(text, HasSubstr("line 11: \"nonsense\" is no identifier"));
+  EXPECT_THAT(text, HasSubstr("  | first\n"));
+
+  EXPECT_EQ(List("--suppressed").size(), 6U);
+  EXPECT_EQ(List("").size(), 4U) << "the suppressed one is hidden";
+  EXPECT_EQ(List("--active --level 1").size(), 1U);
+  const auto lost = List("--id TPLaser#1 --lang zh").at(0);
+  EXPECT_EQ(lost["module"], "激光器");
+  EXPECT_EQ(lost["byWhom"], "live");
+  EXPECT_EQ(lost["description"], "emission lost") << "the message's own";
+  EXPECT_EQ(List("--history --suppressed").size(), 2U) << "one clear, and the axis that came back";
+  EXPECT_EQ(List("--since 2999-01-01").size(), 0U);
+  EXPECT_THAT(Ixocut("list --csv --id TPDevice#2 --db '" + Db + "'").second,
+              HasSubstr("\"device \"\"gas\"\" does not"));
+  EXPECT_EQ(Ixocut("list --since soon --db '" + Db + "'").first, 2);
+  EXPECT_EQ(Ixocut("list --db '" + Db + ".none'").first, 3);
+  EXPECT_THAT(Ixocut("stats --db '" + Db + "'").second, HasSubstr("raises           6, 4 of them active"));
+  EXPECT_EQ(Ixocut("ack TPMaint#2 --who Li --db '" + Db + "'").first, 0);
+  EXPECT_EQ(Ixocut("ack TPAxis#2 --who Li --db '" + Db + "'").first, 1);
+  EXPECT_THAT(Ixocut("watch --for 50 --db '" + Db + "'").second,
+              HasSubstr("[active, acknowledged by Li]  0  TPMaint#2"));
+  EXPECT_EQ(Ixocut("lookup TPGas#3").first, 0);
+  EXPECT_EQ(Ixocut("lookup TPGas#99").first, 1);
+  EXPECT_EQ(Ixocut("check '" + script + "'").first, 1);
+  EXPECT_EQ(Ixocut("check '" + Db + ".none'").first, 3);
+}
+
+TEST_F(AlarmsCommand, AfterAKillEveryCommittedRowIsThereAndTheNextRunClosesIt) {
+  int pipes[2];
+  ASSERT_EQ(pipe(pipes), 0);
+  const std::string state = FDir.Path().string();
+  const pid_t child = fork();
+  if (child == 0) {
+    dup2(pipes[0], STDIN_FILENO);
+    close(pipes[1]);
+    const int quiet = open("/dev/null", O_WRONLY);
+    dup2(quiet, STDOUT_FILENO);
+    execl(IXOCUT_BINARY, "ixocut", "alarms", "live", "--db", Db.c_str(), "--state", state.c_str(), nullptr);
+    _exit(127);
+  }
+  close(pipes[0]);
+  const std::string lines = "raise TPMaint#1\nraise TPMaint#2\n";
+  ASSERT_EQ(write(pipes[1], lines.data(), lines.size()), static_cast<ssize_t>(lines.size()));
+  const auto rows = [&] {
+    try {
+      return TAlarmHistory(Db).Rows({});
+    } catch (const ESqlite&) {  // not made yet
+      return std::vector<TAlarmRow>();
+    }
+  };
+  for (int i = 0; i < 2000 && rows().size() < 2; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
+  close(pipes[1]);
+  ASSERT_EQ(rows().size(), 2U);
+  EXPECT_TRUE(rows()[0].Active() && rows()[1].Active());
+  EXPECT_EQ(List("--active").size(), 2U) << "reading closes no rows";
+  EXPECT_EQ(Ixocut("live --db '" + Db + "'").first, 0);
+  EXPECT_EQ(List("--active").size(), 0U);
+  EXPECT_EQ(rows()[1].Mark, kMarkRestart);
+}
+
+}  // namespace
+}  // namespace ixocamglue::test

@@ -1,0 +1,253 @@
+// The program as a user meets it: the real binary, with a state folder of its own.
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include "fixture/TempDir.h"
+
+namespace ixocamglue::test {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+
+std::string ReadFile(const fs::path& file) {
+  std::ifstream in(file, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+struct TRun {
+  int ExitCode;
+  std::string Out, Err;
+};
+
+class CommandLine : public testing::Test {
+ protected:
+  // `arguments` as a shell reads them; `environment` is "NAME=value ..." before the program.
+  TRun Ixocut(const std::string& arguments, const std::string& environment = {}) {
+    const fs::path out = FDir.Path() / "out", err = FDir.Path() / "err";
+    const std::string command = "XDG_STATE_HOME='" + FDir.Path().string() + "' " + environment +
+                                " '" IXOCUT_BINARY "' " + arguments + " >'" + out.string() + "' 2>'" + err.string() +
+                                "'";
+    const int status = std::system(command.c_str());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadFile(out), ReadFile(err)};
+  }
+  nlohmann::json Json(const std::string& arguments, int exitCode) {
+    const TRun run = Ixocut(arguments + " --json");
+    EXPECT_EQ(run.ExitCode, exitCode) << run.Err;
+    return nlohmann::json::parse(run.Out);  // one document and nothing else, or it throws
+  }
+  fs::path Write(const std::string& name, const std::string& text) {
+    const fs::path file = FDir.Path() / name;
+    fs::create_directories(file.parent_path());
+    std::ofstream(file) << text;
+    return file;
+  }
+  fs::path Copy() const { return FDir.Path() / "ixocut" / "machine.xml"; }
+
+  TTempDir FDir;
+};
+
+TEST_F(CommandLine, AnOperatorCanFollowAShotInBothLanguages) {
+  const TRun chinese = Ixocut("shot --ms 500");
+  EXPECT_EQ(chinese.ExitCode, 0) << chinese.Err;
+  std::size_t at = 0;
+  for (const char* line : {"1/5: 开光闸\n", "2/5: 等开光闸完毕\n", "3/5: 开激光\n", "4/5: 延时\n", "5/5: 关激光\n",
+                           "激光", "CustomMotionStateExecOK515 = true\n"}) {
+    at = chinese.Out.find(line, at);
+    ASSERT_NE(at, std::string::npos) << line << " is missing in:\n" << chinese.Out;
+  }
+  EXPECT_EQ(chinese.Out.find("FStep = "), std::string::npos) << "that belongs to --trace";
+  EXPECT_THAT(Ixocut("shot --ms 500 --lang en").Out, HasSubstr("2/5: Wait until the shutter is open\n"));
+  EXPECT_THAT(Ixocut("shot --ms 500 --trace").Out, HasSubstr("FStep = "));
+}
+
+TEST_F(CommandLine, HowAShotEndedIsSaidAndIsTheExitCode) {
+  const auto machine = [&](const char* delayMs) {
+    return " --machine " +
+           Write(std::string(delayMs) + ".xml",
+                 std::string("<MachineConfig><Simulator EmissionDelayMs=\"") + delayMs + "\"/></MachineConfig>")
+               .string();
+  };
+  const struct {
+    std::string Arguments;
+    int ExitCode;
+    const char* Outcome;
+  } cases[] = {
+      {"shot --ms 500", 0, "success"},
+      {"shot --ms 0", 0, "success"},
+      {"shot --ms 500 --stop-at 1200", 1, "stopped"},
+      {"shot --ms 500 --alarm-at 1200", 1, "alarm"},
+      {"shot --ms 500 --stop-at 0", 1, "stopped"},
+      {"shot --ms 63000 --limit 64000", 1, "alarm"},     // the supervisor's LaserOnLimitMs
+      {"shot --ms 500" + machine("20000"), 1, "alarm"},  // emission asked for and absent
+      {"shot --ms 200 --realtime" + machine("100"), 0, "success"},
+      {"shot --ms 5000 --realtime --stop-at 300" + machine("100"), 1, "stopped"},
+  };
+  for (const auto& c : cases) {
+    const auto shot = Json(c.Arguments, c.ExitCode);
+    EXPECT_EQ(shot.at("outcome"), c.Outcome) << c.Arguments;
+    EXPECT_EQ(shot.at("execOK"), c.ExitCode == 0) << c.Arguments;
+    EXPECT_EQ(shot.at("dark"), true) << c.Arguments;
+  }
+}
+
+TEST_F(CommandLine, TheTimelineTellsHowLongTheBeamWasOn) {
+  const auto shot = Json("shot --ms 500", 0);
+  for (const auto& row : shot.at("timeline")) {
+    if (row.at("signal") != "laser") continue;
+    ASSERT_EQ(row.at("on").size(), 1U);
+    const int on = row.at("on")[0][1].get<int>() - row.at("on")[0][0].get<int>();
+    EXPECT_GE(on, 500);
+    EXPECT_LE(on, 550);  // ticks come every 10 ms
+  }
+}
+
+TEST_F(CommandLine, TheSameSeedGivesTheSameRunWhateverIsTraced) {
+  const auto journal = [&](const char* arguments) { return Json(arguments, 0).at("journal"); };
+  EXPECT_EQ(Ixocut("shot --seed 7 --json").Out, Ixocut("shot --seed 7 --json").Out);
+  EXPECT_EQ(journal("shot --seed 7"), journal("shot --seed 7 --trace --lang en"));
+  EXPECT_NE(journal("shot --seed 7"), journal("shot --seed 8"));
+}
+
+TEST_F(CommandLine, AWrongCommandLineIsToldInOneLineAndDoesNothing) {
+  const struct {
+    const char* Arguments;
+    const char* Text;
+  } cases[] = {
+      {"", "a command is needed"},
+      {"cut", "cut"},
+      {"shot --bogus", "--bogus"},
+      {"shot extra", "extra"},
+      {"shot --ms", "--ms"},
+      {"shot --ms -5", "--ms: -5 is not in 0..60000 ms"},
+      {"shot --ms 60001", "--ms: 60001 is not in 0..60000 ms; --limit raises the upper bound to at most 64000 ms"},
+      {"shot --ms 99999999999999999999", "--ms: 99999999999999999999 is not in 0..60000 ms"},
+      {"shot --ms 1.5", "--ms: \"1.5\" is not a whole number"},
+      {"shot --ms 5x", "--ms: \"5x\" is not a whole number"},
+      {"shot --limit 65000", "--limit: 65000 is not in 1..64000 ms"},
+      {"shot --stop-at -1", "--stop-at: -1 is not in 0..600000 ms"},
+      {"shot --seed x", "--seed: \"x\" is not a whole number"},
+      {"shot --lang fr", "--lang: \"fr\" is not a known language (zh, en)"},
+      {"shot --machine ''", "--machine: the name is empty"},
+      {"tree", "NAME is missing; the procedures are: shot, "},
+      {"tree nix", "\"nix\" is no procedure; the procedures are: shot, "},
+      {"sweep --procedure nix", "--procedure: \"nix\" is no procedure"},
+      {"sweep --budget-ms 0", "--budget-ms: 0 is not in 1.."},
+      {"modbus read --addr 0", "one of --tcp HOST[:PORT] and --serial DEVICE is needed"},
+      {"modbus read --tcp h --serial d --addr 0", "--tcp excludes --serial"},
+      {"modbus read --tcp h", "--addr is required"},
+      {"modbus read --tcp h:0 --addr 0", "--tcp: \"h:0\": the port is a number from 1 to 65535"},
+      {"modbus read --tcp [::1 --addr 0", "the \"]\" is missing"},
+      {"modbus read --tcp h --addr 65536", "--addr: 65536 is not in 0..65535"},
+      {"modbus read --tcp h --addr 65535 --count 2", "beyond register 65535"},
+      {"modbus read --serial /dev/null,9600,x,8,1 --addr 0", "the parity is n, o, e, m or s"},
+      {"modbus write --tcp h --addr 0 --values 1,70000", "\"70000\" is not a number from 0 to 65535"},
+      {"link doctor", "one of --tcp HOST[:PORT] and --serial DEVICE is needed"},
+      {"simulate plc", "one of --tcp PORT and --serial DEVICE is needed"},
+  };
+  for (const auto& c : cases) {
+    const TRun run = Ixocut(c.Arguments);
+    EXPECT_EQ(run.ExitCode, 2) << c.Arguments;
+    EXPECT_EQ(run.Out, "") << c.Arguments;
+    EXPECT_THAT(run.Err, HasSubstr(c.Text)) << c.Arguments;
+    EXPECT_EQ(std::count(run.Err.begin(), run.Err.end(), '\n'), 1) << run.Err;
+  }
+  EXPECT_FALSE(fs::exists(Copy())) << "a wrong command line must leave nothing behind";
+}
+
+TEST_F(CommandLine, AMachineFileThatCannotBeUsedIsNamedWithItsPlace) {
+  const struct {
+    fs::path File;
+    const char* Text;
+  } cases[] = {
+      {FDir.Path() / "absent.xml", "absent.xml: the machine file cannot be read"},
+      {FDir.Path(), FDir.Path().c_str()},
+      {Write("broken.xml", "<MachineConfig>\n  <Laser\n</MachineConfig>"), "broken.xml:"},
+      {Write("other.xml", "<Other/>"), "\"Other\", expected \"MachineConfig\""},
+      {Write("empty.xml", ""), "empty.xml"},
+      {Write("range.xml", "<MachineConfig><Laser EmissionOnDelay=\"-1\"/></MachineConfig>"), "EmissionOnDelay"},
+  };
+  for (const auto& c : cases) {
+    const TRun run = Ixocut("shot --machine '" + c.File.string() + "'");
+    EXPECT_EQ(run.ExitCode, 3) << c.File;
+    EXPECT_EQ(run.Out, "") << c.File;
+    EXPECT_THAT(run.Err, HasSubstr(c.Text)) << c.File;
+  }
+  EXPECT_EQ(ReadFile(FDir.Path() / "other.xml"), "<Other/>");
+}
+
+TEST_F(CommandLine, TheUsersMachineFileIsMadeOnceAndTheExampleStaysUntouched) {
+  const fs::path example = fs::path(IXO_SHARE_DIR) / "machines" / "machine.xml";
+  const auto written = fs::last_write_time(example);
+  EXPECT_EQ(Ixocut("shot").ExitCode, 0);
+  EXPECT_EQ(ReadFile(Copy()), ReadFile(example));
+
+  const std::string own = "<MachineConfig><Simulator EmissionDelayMs=\"50\"/></MachineConfig>";
+  std::ofstream(Copy()) << own;
+  EXPECT_EQ(Ixocut("shot").ExitCode, 0);
+  EXPECT_EQ(ReadFile(Copy()), own) << "the user's file was overwritten";
+  EXPECT_EQ(fs::last_write_time(example), written);
+  EXPECT_EQ(std::distance(fs::directory_iterator(Copy().parent_path()), {}), 1) << "a temporary file was left";
+
+  EXPECT_EQ(Ixocut("shot --state '" + (FDir.Path() / "elsewhere").string() + "'").ExitCode, 0);
+  EXPECT_TRUE(fs::exists(FDir.Path() / "elsewhere" / "machine.xml"));
+}
+
+TEST_F(CommandLine, AStateFolderThatCannotBeUsedIsNamed) {
+  Write("file", "");
+  const TRun below = Ixocut("shot --state '" + (FDir.Path() / "file" / "state").string() + "'");
+  EXPECT_EQ(below.ExitCode, 3);
+  EXPECT_THAT(below.Err, HasSubstr("file/state: the folder cannot be created"));
+
+  const TRun noData = Ixocut("shot", "IXOCUT_DATA=/nonexistent");
+  EXPECT_EQ(noData.ExitCode, 3);
+  EXPECT_THAT(noData.Err, HasSubstr("/nonexistent/machines/machine.xml: the example cannot be read"));
+
+  if (::geteuid() == 0) GTEST_SKIP() << "root may write everywhere";
+  fs::create_directory(FDir.Path() / "locked");
+  fs::permissions(FDir.Path() / "locked", fs::perms::owner_read | fs::perms::owner_exec);
+  EXPECT_EQ(Ixocut("shot --state '" + (FDir.Path() / "locked").string() + "'").ExitCode, 3);
+}
+
+TEST_F(CommandLine, ABrokenLocaleFileIsReportedAndChineseIsShown) {
+  Write("machines/machine.xml", "<MachineConfig/>");
+  Write("locale/en.json", "{\"CamGlue\": ");
+  const TRun run = Ixocut("shot --lang en", "IXOCUT_DATA='" + FDir.Path().string() + "'");
+  EXPECT_EQ(run.ExitCode, 0) << run.Err;
+  EXPECT_THAT(run.Out, HasSubstr("locale/en.json"));
+  EXPECT_THAT(run.Out, HasSubstr("1/5: 开光闸"));
+}
+
+TEST_F(CommandLine, ATreeShowsCommandsClassesAndWhatIsBuiltLate) {
+  const auto shot = Json("tree shot", 0).at("tree");
+  EXPECT_EQ(shot.at("command"), 515);
+  std::vector<int> commands;
+  for (const auto& child : shot.at("children")) commands.push_back(child.at("command"));
+  EXPECT_THAT(commands, testing::ElementsAre(518, 519, 520, 612, 517));
+  EXPECT_EQ(shot.at("children")[3].at("parameters").at("delayMs"), 60);
+
+  const TRun pierce = Ixocut("tree pierce");
+  EXPECT_EQ(pierce.ExitCode, 0);
+  EXPECT_THAT(pierce.Out, HasSubstr("TSmtSequence  beam  (built on entry)\n│  ├─ 518 TSmtEmissionOn"));
+  EXPECT_THAT(pierce.Out, HasSubstr("pressureBar 1.5"));
+}
+
+TEST_F(CommandLine, EveryHelpPageSaysThatSoftwareIsNotTheEmergencyStop) {
+  for (const char* page :
+       {"--help", "shot --help", "tree --help", "sweep --help", "modbus --help", "link doctor --help"}) {
+    const TRun help = Ixocut(page);
+    EXPECT_EQ(help.ExitCode, 0) << page;
+    for (const char* part : {"Exit codes:", "Examples:", "Software is not the emergency stop."})
+      EXPECT_THAT(help.Out, HasSubstr(part)) << page;
+  }
+}
+
+}  // namespace
+}  // namespace ixocamglue::test

@@ -1,0 +1,155 @@
+#include <fstream>
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+#include "fixture/TempDir.h"
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Problem.h"
+#include "ixocut/CommandLine.h"
+#include "ixocut/config/ConfigCommand.h"
+
+namespace ixocamglue::test {
+using namespace ixocut;
+namespace {
+
+namespace fs = std::filesystem;
+
+class ConfigCommand : public testing::Test {
+ protected:
+  ConfigCommand() { fs::copy_file(fs::path(IXO_SHARE_DIR) / "machines/machine.xml", File); }
+
+  std::string Bytes() const {
+    std::ifstream in(File, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+  }
+  void Replace(std::string_view from, std::string_view to) const {
+    std::string text = Bytes();
+    const auto at = text.find(from);
+    ASSERT_NE(at, std::string::npos) << from;
+    std::ofstream(File, std::ios::binary) << text.replace(at, from.size(), to);
+  }
+  int Check(bool all = false) {
+    Out.str({});
+    return RunConfigCheck(File, all, Out);
+  }
+  template <class Run>
+  static int ExitCode(Run run) {
+    try {
+      return run();
+    } catch (const EProblem& e) {
+      return ExitCodeOf(e.Blame);
+    }
+  }
+
+  TTempDir Dir;
+  fs::path File = Dir.Path() / "machine.xml";
+  std::ostringstream Out;
+};
+
+TEST_F(ConfigCommand, TheExampleIsCompleteAndASaveOfItWritesNothing) {
+  EXPECT_EQ(Check(), 0) << Out.str();
+  const std::string before = Bytes();
+  EXPECT_EQ(RunConfigSet(File, "autocleanhead/cleancount", "3", Out), 0);
+  EXPECT_EQ(Bytes(), before);
+}
+
+TEST_F(ConfigCommand, CheckNamesEachFaultWithItsPlace) {
+  struct TCase {
+    const char *From, *To, *Text;
+  };
+  const TCase cases[] = {
+      {"<AutoCailEnabled>False</AutoCailEnabled>", "<AutoCalEnabled>False</AutoCalEnabled>",
+       "FloatCalibration/AutoCalEnabled: unknown name; did you mean AutoCailEnabled?"},
+      {"<Blanking ", "<Blankin ", "Blankin: unknown section; did you mean Blanking?"},
+      {"PosX=\"200\"", "PosX=\"200mm\"", "MaintainCutHead/PosX: \"200mm\" is no Double; the default is used"},
+      {"<CaliResults2 MaxCnt=\"20\"", "<CaliResults2 MaxCnt=\"0\"",
+       "Follower/CaliResults2/MaxCnt: 0 is outside 1..1000"},
+      {"<CleanCount>3</CleanCount>", "<CleanCount>3</CleanCount><CleanCount>4</CleanCount>",
+       "AutoCleanHead/CleanCount[2]/CleanCount"},
+      {"<CloudCut ", "<CloudCut/><CloudCut ", "there already"},
+      {"Row=\"0\" Col=\"1\"", "Row=\"0\" Col=\"7\"", "7 is outside the grid (ColCount is 2)"},
+      {"StepMs=\"1000\"", "StepMs=\"5\"", "Supervisor/StepMs: 5 is outside 20..60000"},
+      {"EmissionJitterMs=", "EmisionJitterMs=", "unknown name; did you mean EmissionJitterMs?"},
+      {"HighJogSpeed=\"200\"", "HighJogSped=\"200\"", "JogXY/HighJogSped: unknown name; did you mean HighJogSpeed?"},
+      {"KeyDef14=\"5\"", "KeyDef14=\"five\"", "KeyDefinition/KeyDef14: \"five\" is no Integer"},
+      {"MaxSpeed=\"300\"", "MaxSpeed=\"0\"", "Axes/Axis[3]/MaxSpeed: \"0\", outside 0.1 to 100000"},
+      {"GasType=\"6\" Name=\"H-N2\"", "GasType=\"3\" Name=\"H-N2\"",
+       "GasBranches/GasBranch[4]/GasType: \"3\", given twice"},
+  };
+  const std::string whole = Bytes();
+  for (const TCase& c : cases) {
+    std::ofstream(File, std::ios::binary) << whole;
+    Replace(c.From, c.To);
+    EXPECT_EQ(Check(), 1) << c.To;
+    const std::string expected = std::string(c.Text).find("[2]") == std::string::npos ? c.Text : "is there already";
+    EXPECT_NE(Out.str().find(expected), std::string::npos) << Out.str();
+    // The line is the one that was changed.
+    const std::string text = Bytes();
+    const auto line = std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(text.find(c.To)), '\n') + 1;
+    EXPECT_NE(Out.str().find(File.string() + Format(":%td:", line)), std::string::npos) << Out.str();
+  }
+  std::ofstream(File, std::ios::binary) << whole;
+  Replace("<ScanCode ", "<SomethingElse/><ScanCode ");
+  EXPECT_EQ(Check(), 0);
+  EXPECT_EQ(Out.str().find("SomethingElse"), std::string::npos);
+  EXPECT_EQ(Check(true), 0);
+  EXPECT_NE(Out.str().find("SomethingElse: unknown section"), std::string::npos);
+}
+
+TEST_F(ConfigCommand, WhatCannotBeDoneHasItsExitCodeAndChangesNothing) {
+  const std::string before = Bytes();
+  for (const auto& [path, value] : {std::pair{"AutoCleanHead/CleanCount", "x"},
+                                    {"Follower/CaliResults/MaxCnt", "1001"},
+                                    {"AutoCleanHead/CleanCoun", "3"},
+                                    {"Healths/Health[9]/Key", "k"},
+                                    {"Laser/EmissionOnDelay", "-1"},
+                                    {"Axes/Axis[2]/MaxSpeed", "0"},
+                                    {"DHMode", "3"},
+                                    {"", ""}})
+    EXPECT_EQ(ExitCode([&, p = path, v = value] { return RunConfigSet(File, p, v, Out); }), 2) << path;
+  EXPECT_EQ(ExitCode([&] { return RunConfigGet(File, "Laser/Absent", Out); }), 2);
+  EXPECT_EQ(ExitCode([&] { return RunConfigRestore(File, Out); }), 3);
+  EXPECT_EQ(Bytes(), before);
+  EXPECT_EQ(ExitCode([&] { return RunConfigCheck(Dir.Path() / "absent.xml", false, Out); }), 3);
+  std::ofstream(File) << "<MachineConfig>";
+  EXPECT_EQ(ExitCode([&] { return RunConfigSet(File, "AutoCleanHead/CleanCount", "4", Out); }), 3);
+  EXPECT_EQ(Bytes(), "<MachineConfig>");
+}
+
+TEST_F(ConfigCommand, ACutFileIsNamedWithItsPlaceAndNeverSaved) {
+  const std::string whole = Bytes();
+  for (std::size_t size = 0; size < whole.size() - 1; size += 97) {
+    std::ofstream(File, std::ios::binary) << whole.substr(0, size);
+    TMachineFile machine;
+    EXPECT_TRUE(machine.Config().Load(File).starts_with(File.string() + ":")) << size;
+    EXPECT_FALSE(machine.Config().Save());
+    EXPECT_EQ(Bytes().size(), size);
+  }
+}
+
+TEST_F(ConfigCommand, AValueThatWasSetIsShownDiffersAndComesBack) {
+  const fs::path old = Dir.Path() / "old.xml";
+  fs::copy_file(File, old);
+  EXPECT_EQ(RunConfigSet(File, "UCSOrgName/UCSName7", "a \"b\"", Out), 0);
+  EXPECT_EQ(RunConfigSet(File, "Healths/Health[2]/PromptTime", "1.5", Out), 0);
+  EXPECT_EQ(RunConfigSet(File, "JogZ[1]/HighJogSpeed", "99.9", Out), 0);
+  Out.str({});
+  EXPECT_EQ(RunConfigDiff(old, File, Out), 1);
+  EXPECT_EQ(Out.str(),
+            "JogZ[1]/HighJogSpeed: 100 -> 99.9\nHealths/Health[2]/PromptTime: 250 -> 1.5\nUCSOrgName/UCSName7: "
+            "(missing) -> \"a \\\"b\\\"\"\n");
+  Out.str({});
+  EXPECT_EQ(RunConfigGet(File, "laser/maxpower", Out), 0);
+  EXPECT_EQ(RunConfigShow(File, "ucsorgname", true, Out), 0);
+  EXPECT_TRUE(Out.str().starts_with("3000\n{\n"));
+  EXPECT_NE(Out.str().find("\"UCSOrgName/UCSName7\": \"a \\\"b\\\"\""), std::string::npos);
+  EXPECT_EQ(RunConfigRestore(File, Out), 0);
+  EXPECT_EQ(RunConfigRestore(File, Out), 0);
+  Out.str({});
+  EXPECT_EQ(RunInfo(File, "en", false, Out), 0);
+  EXPECT_NE(Out.str().find("6  High-pressure nitrogen  (DA port 36)"), std::string::npos) << Out.str();
+}
+
+}  // namespace
+}  // namespace ixocamglue::test

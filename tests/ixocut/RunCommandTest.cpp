@@ -1,0 +1,283 @@
+// Procedures as a user runs them: the real binary, what it prints and the files that it leaves.
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <set>
+#include <sys/wait.h>
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+#include <pugixml.hpp>
+
+#include "controller/procedures/MotionTable.h"
+#include "fixture/Faults.h"
+#include "fixture/TempDir.h"
+#include "ixocamglue/motion/Ustatemotion.h"
+
+namespace ixocamglue::test {
+using namespace ixocontroller;
+namespace {
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+
+struct TRun {
+  int ExitCode;
+  std::string Out, Err;
+};
+
+class RunCommand : public testing::Test {
+ protected:
+  TRun Ixocut(const std::string& arguments) {
+    const std::string command =
+        "cd '" + FDir.Path().string() + "' && XDG_STATE_HOME=. '" IXOCUT_BINARY "' " + arguments + " >out 2>err";
+    const int status = std::system(command.c_str());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Read("out"), Read("err")};
+  }
+  nlohmann::json Json(const std::string& arguments, int exitCode) {
+    const TRun run = Ixocut(arguments + " --json");
+    EXPECT_EQ(run.ExitCode, exitCode) << arguments << ": " << run.Err;
+    return nlohmann::json::parse(run.Out);
+  }
+  std::string Read(const std::string& name) {
+    std::ifstream in(FDir.Path() / name, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+  }
+  void Write(const std::string& name, const std::string& text) { std::ofstream(FDir.Path() / name) << text; }
+
+  TTempDir FDir;
+};
+
+// A row whose parameter names a field of another class would throw here.
+TEST(MotionTable, EveryCommandOfTheFactoryHasARowWhoseParametersFitItsStep) {
+  const TMotionLimits limits{TSimConfig{}};
+  for (const TMotionCommand& command : MotionCommands()) {
+    const TMotionRow* const row = FindMotionRow(command.Command);
+    ASSERT_NE(row, nullptr) << command.Command;
+    TMotionCall call{row, TMotionValues(row->Params.size()), {}};
+    EXPECT_NO_THROW((void)call.Make(nullptr)) << row->FullName();
+    for (std::size_t i = 0; i < row->Params.size(); ++i) {
+      const TParamLimits range = limits.Of(row->Params[i]);
+      call.Values[i] = range.Numbers.empty() ? range.Highest : range.Numbers.back();
+      EXPECT_EQ(limits.Check(row->Params[i], *call.Values[i]), "") << row->FullName() << " " << row->Params[i].Name;
+      EXPECT_EQ(limits.Check(row->Params[i], 1e7).empty(), row->Params[i].Kind == pkSwitch) << row->Params[i].Name;
+    }
+    EXPECT_NO_THROW((void)call.Make(nullptr)) << row->FullName();
+  }
+  std::set<std::string> names;
+  for (const TMotionRow& row : MotionRows()) EXPECT_TRUE(names.insert(row.FullName()).second) << row.FullName();
+}
+
+TEST(MotionTable, ParametersReachTheStep) {
+  const TMotionCall call{FindMotionRow(422), {10.0, 20.0, 30.0, -2.5, 400.0}, {}};
+  const TStepPtr step = call.Make(nullptr);
+  const auto& move = dynamic_cast<TSmtSafeMoveToXYZF&>(*step);
+  EXPECT_EQ(move.FTarget, (TPoint2{10.0, 20.0}));
+  EXPECT_EQ(move.FTargetZ, 30.0);
+  EXPECT_EQ(move.FFocus, -2.5);
+  EXPECT_EQ(move.FSpeed, 400.0);
+  EXPECT_EQ(call.Text(), "safe-move-xyzf --x 10 --y 20 --z 30 --focus -2.5 --speed 400");
+}
+
+TEST_F(RunCommand, EveryCommandRunsFromTheCommandLine) {
+  const struct {
+    const char* Arguments;
+    int ExitCode;
+    const char* Text;
+  } cases[] = {
+      {"move-xy --x 100 --y 50", 0, "X 100.00 Y 50.00 Z 0.00"},
+      {"clean-curve", 0, "1/1: Brush the nozzle"},
+      {"safe-z", 0, "1/1: Raise Z to the safe height"},
+      {"move-z --z 40 --speed 100", 0, "Path: XY 0.00 mm, Z 40.00 mm"},
+      {"move-work --x 10 --y 10", 0, "(138)"},
+      {"move-assist --x 10 --y 10", 0, "X 10.00 Y 10.00"},
+      {"gas --on --branch 2 --pressure 1.5", 0, "Still on: Gas 2"},
+      {"gas --off", 0, "(142)"},
+      {"calibrate-sensor", 0, "(151)"},
+      {"auto-calibrate", 0, "3/5: Calibrate the height sensor"},
+      {"calibrate-head", 0, "2/2: Raise Z to the safe height (134)"},
+      {"follow --height 2", 0, "Still on: Following"},
+      {"uninstall-nozzle --row 0 --column 0", 1, "The step that failed, from the outside in:\n  uninstall-nozzle(990)"},
+      {"output --on --port 5", 0, "Still on: Output 5"},
+      {"output --off --port 5", 0, "(173)"},
+      {"wait-input --input 4 --output 4 --switch-output true --time 50", 0, "(176)"},
+      {"safe-move-xyz --x 10 --y 10 --z 20", 0, "3/3: "},
+      {"lubricate --min-x 100 --min-y 100 --max-x 200 --max-y 150", 0, "Path: XY 765.03 mm"},
+      {"focus --focus -3", 0, "F -3.00"},
+      {"laser-on", 0, "(516)"},
+      {"wait-emission --limit 500", 1, "Did not end within its time limit"},
+      {"clean-nozzle --auto", 0, "7/7: "},
+      {"change-nozzle --from 1 --to 2", 0, "25/25: "},
+      {"go maintenance", 0, "4/4: "},
+      {"go blanking", 0, "X 1500.00 Y 1400.00"},
+      {"shot --ms 60", 0, "5/5: Laser off (517)"},
+      {"pierce", 0, "  1/5: open shutter (518)"},
+      {"safe-move --x 100 --y 50 --stop-at 50", 1, "Stopped after "},
+      {"safe-move --x 100 --y 50 --alarm-at 50", 1, "Ended by an alarm after "},
+      {"calibrate-head --fault follower.no-plate", 1, "\n    Calibrate the height sensor(151)(FStep = "},
+  };
+  for (const auto& c : cases) {
+    const TRun run = Ixocut("run " + std::string(c.Arguments) + " --lang en");
+    EXPECT_EQ(run.ExitCode, c.ExitCode) << c.Arguments << run.Out << run.Err;
+    EXPECT_THAT(run.Out, HasSubstr(c.Text)) << c.Arguments;
+  }
+}
+
+TEST_F(RunCommand, AWrongCommandLineIsToldAndNothingRuns) {
+  const struct {
+    const char* Arguments;
+    const char* Text;
+  } cases[] = {
+      {"", "a procedure or a file is needed"},
+      {"lubricat", "\"lubricat\" is neither a procedure nor a file; did you mean \"lubricate\"?"},
+      {"move-xz --x 1", "did you mean \"move-xy\"?"},
+      {"safe-move --x 1", "safe-move: --y is missing"},
+      {"safe-move --x 4000 --y 1", "--x: 4000 is not in 0..3050 mm"},
+      {"safe-move --x -1 --y 1", "--x: -1 is not in 0..3050 mm"},
+      {"safe-move --x nan --y 1", "--x: \"nan\" is not a number"},
+      {"safe-move --x 1,5 --y 1", "--x: \"1,5\" is not a number"},
+      {"safe-move --xx 1 --y 2", "--xx was not expected; did you mean --x?"},
+      {"safe-move --x 1 --y 2 more", "more was not expected"},
+      {"output --on --port 99", "--port: 99 is not one of -1, 1..9"},
+      {"wait-input --input 4 --level maybe", "--level: \"maybe\" is neither true nor false"},
+      {"lubricate --count 1.5", "--count: 1.5 is not a whole number"},
+      {"lubricate --min-x 3", "--min-x, --min-y, --max-x, --max-y belong together"},
+      {"gas --on --branch 2 --pressure 26", "--pressure: 26 is not in 0..25 bar"},
+      {"gas --branch 2", "one of gas --on and gas --off is needed"},
+      {"gas --off --branch 2", "--branch: is no option of gas --off"},
+      {"go home", "home"},
+      {"shot --ms 60001", "--ms: 60001 is not in 0..60000 ms"},
+      {"change-nozzle --from 1 --to 99", "there is no nozzle 99"},
+      {"safe-z --plot picture.png", "--plot: \"picture.png\" does not end in .svg"},
+      {"safe-z --fault rack", "--fault"},
+  };
+  for (const auto& c : cases) {
+    const TRun run = Ixocut("run " + std::string(c.Arguments));
+    EXPECT_EQ(run.ExitCode, 2) << c.Arguments;
+    EXPECT_THAT(run.Err, HasSubstr(c.Text)) << c.Arguments;
+    EXPECT_THAT(run.Out, Not(HasSubstr("1/"))) << c.Arguments;
+  }
+}
+
+TEST_F(RunCommand, AFileIsCheckedAsAWholeBeforeAnythingMoves) {
+  const struct {
+    const char* File;
+    const char* Text;
+  } cases[] = {
+      {"[1]", "f.json:1: is no object"},
+      {"{\"commands\": []}", "commands: \"commands\" is a list of at least one command"},
+      {"{\"commands\": [\n{\"command\": 131,", "f.json:2: no JSON: column "},
+      {"{\"commands\": [{\"command\": 131, \"x\": 1e999}]}", "f.json:1: no JSON: number overflow"},
+      {"{\"commands\": [\n{\"command\": 612, \"ms\": 1},\n{\"command\": 132}]}",
+       "f.json:3: commands[1].command: 132 is no command"},
+      {"{\"commands\": [{\"command\": \"gas_on\"}]}", "\"gas_on\" is no command; did you mean \"gas-on\"?"},
+      {"{\"commands\": [{\"x\": 1}]}", "commands[0]: \"command\" is missing"},
+      {"{\"commands\": [17]}", "commands[0]: is no object"},
+      {"{\"comands\": 1,\n\"commands\": [{\"command\": 142}]}", "f.json:1: comands: unknown name"},
+      {"{\"commands\": [{\"command\": 131, \"y\": 1,\n\"x\": 5000\n}]}",
+       "f.json:2: commands[0].x: 5000 is not in 0..3050 mm"},
+      {"{\"commands\": [{\"command\": 131, \"x\": 1, \"y\": \"2\"}]}", "commands[0].y: is no number (mm)"},
+      {"{\"commands\": [{\"command\": 131, \"x\": 1, \"y\": 2, \"sped\": 1}]}",
+       "commands[0].sped: is no parameter of move-xy; did you mean \"speed\"?"},
+      {"{\"commands\": [{\"command\": 131, \"x\": 1}]}", "commands[0]: move-xy: y is missing"},
+      {"{\"commands\": [{\"command\": 131, \"x\": 1, \"y\": 2,\n\"x\": 3}]}",
+       "f.json:2: commands[0].x: is there twice"},
+      {"{\"commands\": [{\"command\": 134, \"only-up\": 1}]}", "commands[0].only-up: is neither true nor false"},
+      {"{\"commands\": [{\"command\": 516}, {\"command\": 612, \"ms\": 40000}, {\"command\": 612, \"ms\": 30000}]}",
+       "commands[2]: the beam would be on for 70000 ms, which is more than 60000 ms"},
+      {"{\"commands\": [{\"command\": [[[[[[[[[[1]]]]]]]]]]}]}", "lists within lists are no sequence"},
+  };
+  for (const auto& c : cases) {
+    Write("f.json", c.File);
+    const TRun run = Ixocut("run f.json");
+    EXPECT_EQ(run.ExitCode, 3) << c.File;
+    EXPECT_THAT(run.Err, HasSubstr(c.Text));
+    EXPECT_EQ(run.Out, "") << c.File;
+  }
+  EXPECT_THAT(Ixocut("run none.json").Err, HasSubstr("none.json: is no file that can be read"));
+}
+
+TEST_F(RunCommand, TheReportTellsTheStoryOfTheRun) {
+  Write("steps.json", R"({"name": "corner", "commands": [
+    {"command": 137, "x": 100, "y": 50, "speed": 300},
+    {"command": "gas-on", "branch": 2, "pressure": 1.5, "description": "purge"},
+    {"command": "delay", "ms": 500}, {"command": 142},
+    {"command": 516}, {"command": 612, "ms": 100}, {"command": "laser-off"}]})");
+  const auto run = Json("run steps.json --seed 7 --lang en", 0);
+  EXPECT_EQ(run.at("procedure"), "corner");
+  EXPECT_EQ(run.at("outcome"), "success");
+  EXPECT_TRUE(run.at("dark"));
+  EXPECT_FALSE(run.at("gas"));
+  EXPECT_NEAR(run.at("pathMm").at("xy").get<double>(), std::hypot(100, 50), 0.01);
+  EXPECT_EQ(run.at("position").at("x"), 100);
+  std::vector<std::string> steps;
+  std::uint64_t topMs = 0;
+  for (const auto& step : run.at("steps")) {
+    steps.push_back(std::to_string(step.at("level").get<int>()) + " " + std::to_string(step.at("command").get<int>()) +
+                    " " + step.at("description").get<std::string>());
+    if (step.at("level") == 0) topMs += step.at("durationMs").get<std::uint64_t>();
+  }
+  EXPECT_THAT(steps, testing::ElementsAre("0 137 Raise Z, then move XY", "1 134 Raise Z to the safe height",
+                                          "1 131 Move XY", "0 141 purge", "0 612 Delay", "0 142 Gas off",
+                                          "0 516 Open shutter and switch laser on", "0 612 Delay", "0 517 Laser off"));
+  // The steps fill the run, but for the ticks that enter and leave it.
+  EXPECT_LE(topMs, run.at("durationMs").get<std::uint64_t>());
+  EXPECT_NEAR(static_cast<double>(topMs), run.at("durationMs").get<double>(), 50);
+  EXPECT_EQ(Json("run steps.json --seed 7 --lang en", 0), run);
+
+  const TRun text = Ixocut("run steps.json --journal --lang en");
+  for (const char* line : {"corner\n", "1/7: Raise Z, then move XY\n", "2/7: purge\n", "gas.SwitchOn", "state 204",
+                           "Path: XY 111.80 mm, Z 0.00 mm\n", "Success after "})
+    EXPECT_THAT(text.Out, HasSubstr(line));
+}
+
+TEST_F(RunCommand, AFailureNamesTheWayToItsLeafAndWhatIsStillOn) {
+  const auto run = Json("run change-nozzle --from 1 --to 2 --fault rack.stage-stuck --lang en", 1);
+  EXPECT_EQ(run.at("outcome"), "error");
+  EXPECT_THAT(run.at("path").get<std::string>(), HasSubstr("->Nozzle change("));
+  EXPECT_FALSE(run.at("outputsOn").empty());
+  EXPECT_EQ(run.at("steps").back().at("number"), 9);
+}
+
+TEST_F(RunCommand, ThePlotIsAPicture) {
+  const TRun run = Ixocut("run clean-nozzle --manual --plot 'it is.svg' --lang en");
+  ASSERT_EQ(run.ExitCode, 0) << run.Err;
+  pugi::xml_document svg;
+  ASSERT_TRUE(svg.load_file((FDir.Path() / "it is.svg").c_str()));
+  EXPECT_STREQ(svg.document_element().name(), "svg");
+  const std::string text = Read("it is.svg");
+  for (const char* word : {"clean-nozzle --manual", "XY path (mm)", "Z (mm)", "Signals", "Emission"})
+    EXPECT_THAT(text, HasSubstr(word));
+  EXPECT_EQ(Ixocut("run safe-z --plot none/p.svg").ExitCode, 3);
+}
+
+TEST_F(RunCommand, CalibrationsAreSavedOnRequestOnly) {
+  const auto machine = [&] { return Read("ixocut/machine.xml"); };
+  ASSERT_EQ(Ixocut("run calibrate-head").ExitCode, 0);
+  const std::string before = machine();
+  ASSERT_EQ(Ixocut("run calibrate-head --save-calibration").ExitCode, 0);
+  EXPECT_NE(machine(), before);
+  EXPECT_THAT(machine(), HasSubstr("CaliResults"));
+}
+
+TEST_F(RunCommand, TheListShowsTheRangesOfTheMachineAtHand) {
+  const auto list = Json("procedures move-xy", 0).at("procedures");
+  ASSERT_EQ(list.size(), 1U);
+  EXPECT_EQ(list[0].at("command"), 131);
+  EXPECT_EQ(list[0].at("parameters")[0], nlohmann::json({{"name", "x"},
+                                                         {"type", "number"},
+                                                         {"unit", "mm"},
+                                                         {"required", true},
+                                                         {"lowest", 0.0},
+                                                         {"highest", 3050.0},
+                                                         {"summary", "target X, machine coordinates"}}));
+  const TRun all = Ixocut("procedures");
+  for (const char* line : {" 513  clean-nozzle --manual", "      go maintenance", "--count           1..1000",
+                           "      square", "0..3050 mm"})
+    EXPECT_THAT(all.Out, HasSubstr(line));
+  EXPECT_THAT(Ixocut("procedures --faults").Out, HasSubstr("rack.stage-stuck "));
+  EXPECT_EQ(Ixocut("procedures nix").ExitCode, 2);
+}
+
+}  // namespace
+}  // namespace ixocamglue::test

@@ -1,0 +1,295 @@
+#include "verify/GasSweep.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <optional>
+#include <stdlib.h>
+
+#include "controller/Session.h"
+#include "controller/gas/GasCalibration.h"
+#include "controller/procedures/Procedures.h"
+#include "ixocamglue/config/Libmachinecfg.h"
+#include "ixocamglue/gascal/Ugasadjusttexts.h"
+#include "ixocamglue/gascal/Uzemgasadjuststate.h"
+#include "ixocamglue/motion/Usequence.h"
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Problem.h"
+#include "machines/simulated/Random.h"
+#include "verify/Oracle.h"
+
+namespace ixoverify {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct TGasCase {
+  const char* Name;
+  std::int32_t Gas;
+};
+constexpr TGasCase kCases[] = {{"calibrate-air", 1}, {"calibrate-o2", 2}, {"calibrate-n2", 3}};
+constexpr std::int32_t kReasons[] = {srStop, 2, srPause, srAlarm, srError};
+constexpr TValveFault kFaults[] = {vfStuck,    vfNoSupply,   vfLowSupply,      vfDeadSensor,  vfNonFinite,
+                                   vfSlowLine, vfSlowUpdate, vfNegativeOffset, vfWideDeadBand};
+constexpr int kDrawnTicks = 50;
+constexpr std::uint64_t kLongestMs = 300'000;  // 15 points of 15 s and what lies between them
+constexpr std::int32_t kProbeId = 998;
+constexpr const char* kNozzle = "S";
+constexpr double kNozzleMm = 1.5;
+// The table that each gas has before: bar, V.
+constexpr const char* kOldTable =
+    "<DAAdjustTable><Item Press='0' Volt='0'/><Item Press='7' Volt='10'/></DAAdjustTable>";
+
+using TEntries = std::vector<std::pair<double, double>>;
+const TEntries kOld = {{0, 0}, {7, 10}};
+
+// A folder with the two files as they are before each run.
+class TFiles {
+ public:
+  TFiles() {
+    std::string name = (fs::temp_directory_path() / "ixocut-sweep-XXXXXX").string();
+    if (!mkdtemp(name.data())) throw EProblem(pbUnusable, "no temporary folder for the sweep can be made");
+    FFolder = name;
+  }
+  ~TFiles() {
+    std::error_code ignored;
+    fs::remove_all(FFolder, ignored);
+  }
+  TFiles(const TFiles&) = delete;
+  TFiles& operator=(const TFiles&) = delete;
+
+  [[nodiscard]] fs::path Machine() const { return FFolder / "machine.xml"; }
+  void Reset() const {
+    std::string machine = "<MachineConfig><GasBranches>";
+    std::string tables = "<GasCalibration>";
+    for (const char* const gas : {"Air", "O2", "N2"}) {
+      const auto type = GetGasTypeFromStr(gas);
+      machine += Format("<GasBranch GasType='%d' Name='%s' DAPort='%d' MaxPressure='16'>%s</GasBranch>", type, gas,
+                        32 + type, kOldTable);
+      tables += Format("<Gas%s><GasCaliItem NozzType='%s' NozzSize='%.1f'>%s</GasCaliItem></Gas%s>", gas, kNozzle,
+                       kNozzleMm, kOldTable, gas);
+    }
+    std::ofstream(Machine()) << machine << "</GasBranches></MachineConfig>";
+    std::ofstream(FFolder / "GasCalibration.config") << tables << "</GasCalibration>";
+  }
+
+ private:
+  fs::path FFolder;
+};
+
+TEntries EntriesOf(const TDAAdjustTable& table) {
+  TEntries entries;
+  for (std::int32_t i = 0; i < table.GetCount(); ++i)
+    entries.emplace_back(table.GetItem(i)->Press, table.GetItem(i)->Volt);
+  return entries;
+}
+
+// From (0, 0) up to full scale, strictly rising.
+bool Complete(const TEntries& entries) {
+  if (entries.size() < 4 || entries.front() != std::pair(0.0, 0.0) || entries.back().second < 9.9) return false;
+  for (std::size_t i = 1; i < entries.size(); ++i)
+    if (entries[i].first <= entries[i - 1].first || entries[i].second <= entries[i - 1].second) return false;
+  return true;
+}
+
+struct TGasPointSpec {
+  std::int32_t Gas = 0;
+  std::optional<std::uint32_t> AbortTick;
+  std::int32_t Reason = srStop;
+  TValveFault Fault = vfNone;
+  bool SafeEntry = true;
+};
+
+// One run of one gas with one thing going wrong.
+class TGasSweepRun {
+ public:
+  TGasSweepRun(const TFiles& files, const TGasPointSpec& point) : FFiles(files), FPoint(point), FSession(Options()) {
+    if (point.Fault != vfNone) FSession.Machine().Gas()->SetFault(point.Gas, point.Fault);
+    FSession.RunPass();  // power-up
+    FSession.RunPass();
+  }
+
+  std::vector<std::string> Run() {
+    TGasCalibration calibration(FSession, {FPoint.Gas}, {kNozzle, kNozzleMm});
+    Watch(calibration);
+    FSession.RunFor(200);
+    FCompleted = calibration.Completed();
+    AskOracle();
+    CheckMessages(calibration);
+    CheckTables();
+    Probe();
+    return std::move(FViolations);
+  }
+
+  // After Run: the ticks at which the sub-state has changed, and the last tick.
+  [[nodiscard]] const std::vector<std::uint32_t>& Changes() const { return FChanges; }
+  [[nodiscard]] std::uint32_t Ticks() const { return FTicks; }
+
+ private:
+  TSessionOptions Options() {
+    FFiles.Reset();
+    TSessionOptions options;
+    options.MachineFile = FFiles.Machine();
+    options.SafeEntry = FPoint.SafeEntry;
+    options.Supervisor = false;
+    options.LogCapacity = 64;
+    return options;
+  }
+  void Violation(std::string text) { FViolations.push_back(std::move(text)); }
+  void Require(bool holds, const char* otherwise) {
+    if (!holds) Violation(otherwise);
+  }
+
+  void Watch(TGasCalibration& calibration) {
+    const TNcWatch& watch = FSession.Framework().Watch();
+    const std::uint32_t base = watch.Tick.load();
+    const std::uint64_t end = Clock().MonotonicMs() + kLongestMs;
+    std::string reason;
+    if (!calibration.Start(reason)) return Violation("cannot start: " + reason);
+    auto& state = dynamic_cast<TZemGasAdjustState&>(*FSession.Framework().State(nsZemGasAdjust));
+    TGasAdjustSub before = TGasAdjustSub::Finished;
+    while (calibration.Running()) {
+      FTicks = watch.Tick.load() - base;
+      if (FSession.Framework().CurrentState() == nsZemGasAdjust) {
+        if (std::exchange(before, state.SubState()) != state.SubState()) FChanges.push_back(FTicks);
+        if (FPoint.AbortTick && !FAbortedAt && FTicks >= *FPoint.AbortTick) {
+          FAbortedAt = FSession.Gate().Journal().Size();
+          FSession.Framework().Abort(FPoint.Reason);
+        }
+      }
+      FSession.RunPass();
+      if (Clock().MonotonicMs() > end) {
+        Violation("the calibration does not end");
+        return calibration.Stop();
+      }
+    }
+  }
+
+  void AskOracle() {
+    const auto entries = FSession.Gate().Journal().Entries();
+    TExpectations expected;
+    expected.Success = FCompleted;
+    expected.ProcedureState = nsZemGasAdjust;
+    if (!FCompleted) expected.AbortIndex = FAbortedAt;
+    for (std::string& text : CheckRun(entries, FSession.Machine().Snapshot(), expected)) Violation(std::move(text));
+  }
+
+  void CheckMessages(TGasCalibration& calibration) {
+    std::size_t ends = 0;
+    std::string last;
+    for (std::string text; calibration.GetMsg(text); last = text) ends += text == SQAdjTermin.Get() ? 1U : 0U;
+    if (FPoint.AbortTick && FAbortedAt) {
+      const bool stopped = FPoint.Reason == srStop;
+      Require(last == (stopped ? SQAdjTermin : SQAdjFailed).Get(), "the message log does not end with the ending");
+      Require(ends == (stopped ? 1U : 0U), "the stop is told another number of times");
+    }
+  }
+
+  // In memory and in both files.
+  void CheckTables() {
+    const auto whole = [](const TEntries& entries) { return entries == kOld || Complete(entries); };
+    const TEntries now = EntriesOf(MachineConfig()->GetGasBranch(FPoint.Gas)->DAAdjustTable);
+    Require(whole(now), "the table is neither the old one nor complete");
+    TMachineConfig file;
+    Require(file.Load(FFiles.Machine()).empty(), "the machine file cannot be read");
+    const TGasBranchConfig* const branch = file.GetGasBranch(FPoint.Gas);
+    Require(branch && EntriesOf(branch->DAAdjustTable) == (FCompleted ? now : kOld),
+            "the machine file does not hold what it should");
+    TGasCaliConfig stored;
+    Require(stored.Load(GasCaliConfigFile()).empty(), "the stored tables cannot be read");
+    const TDAAdjustTable* const table = stored.GetDAAdjustTable(FPoint.Gas, kNozzle, kNozzleMm);
+    Require(table && whole(EntriesOf(*table)), "the stored table is neither the old one nor complete");
+    if (table && FCompleted) Require(EntriesOf(*table) == now, "the stored table is not the one in use");
+  }
+
+  void Probe() {
+    FSession.Machine().Alarms().ClearAll();
+    FSession.RunFor(50);
+    auto probe = MakeStepOf<TSmtSequence>(nullptr);
+    probe->Define(kProbeId, "probe", {{612, "delay", nullptr}});
+    if (std::string reason; !FSession.Start(ShareRoot(std::move(probe)), &reason))
+      return Violation("not ready for the next procedure: " + reason);
+    if (!FSession.RunToEnd(1000) || !TCustomMotionState::GetExecOK(kProbeId, false))
+      Violation("the next procedure did not succeed");
+  }
+
+  const TFiles& FFiles;
+  const TGasPointSpec FPoint;
+  TSession FSession;
+  std::vector<std::string> FViolations;
+  std::vector<std::uint32_t> FChanges;
+  std::uint32_t FTicks = 0;
+  std::optional<std::size_t> FAbortedAt;
+  bool FCompleted = false;
+};
+
+std::string TextOf(const TGasPointSpec& point) {
+  if (point.Fault != vfNone) return ValveFaultName(point.Fault);
+  return Format("reason %d at tick %u%s", point.Reason, point.AbortTick.value_or(0),
+                point.SafeEntry ? "" : " without safe entry");
+}
+
+using TSpecs = std::vector<TGasPointSpec>;
+
+TSpecs AtTicks(std::int32_t gas, const std::vector<std::uint32_t>& ticks, bool safeEntry) {
+  TSpecs specs;
+  for (const std::uint32_t tick : ticks)
+    for (const std::int32_t reason : kReasons)
+      specs.push_back({.Gas = gas, .AbortTick = tick, .Reason = reason, .SafeEntry = safeEntry});
+  return specs;
+}
+
+}  // namespace
+
+std::vector<std::string> GasSweepNames() {
+  std::vector<std::string> names;
+  for (const TGasCase& gas : kCases) names.emplace_back(gas.Name);
+  return names;
+}
+
+std::vector<TSweepTask> GasSweepTasks(std::uint64_t seed) {
+  const auto files = std::make_shared<TFiles>();
+  std::vector<TSweepTask> tasks;
+  for (const TGasCase& gas : kCases) {
+    const auto add = [&](const char* dimension, std::function<TSpecs()> specs) {
+      const auto points = [files, specs = std::move(specs)] {
+        std::vector<TSweepTrial> made;
+        for (const TGasPointSpec& spec : specs())
+          made.push_back({[spec] { return TextOf(spec); }, [files, spec] { return TGasSweepRun(*files, spec).Run(); }});
+        return made;
+      };
+      tasks.push_back({gas.Name, dimension, points});
+    };
+    // What an undisturbed run does is the same for all dimensions.
+    struct TUndisturbed {
+      std::vector<std::uint32_t> Changes;
+      std::uint32_t Ticks = 0;
+    };
+    const auto undisturbed = [files, number = gas.Gas, kept = std::make_shared<std::optional<TUndisturbed>>()] {
+      if (!*kept) {
+        TGasSweepRun run(*files, {.Gas = number});
+        (void)run.Run();  // what is wrong with it, the points show as well
+        *kept = TUndisturbed{run.Changes(), run.Ticks()};
+      }
+      return **kept;
+    };
+    add("states", [=, number = gas.Gas] { return AtTicks(number, undisturbed().Changes, true); });
+    add("bare", [=, number = gas.Gas] { return AtTicks(number, undisturbed().Changes, false); });
+    add("drawn", [=, number = gas.Gas] {
+      TSimRandom random(seed + static_cast<std::uint64_t>(number));
+      std::vector<std::uint32_t> ticks;
+      for (int i = 0; i < kDrawnTicks; ++i)
+        ticks.push_back(static_cast<std::uint32_t>(random.Next() % std::max(undisturbed().Ticks, 1U)));
+      return AtTicks(number, ticks, true);
+    });
+    add("faults", [number = gas.Gas] {
+      TSpecs specs{{.Gas = number}};
+      for (const TValveFault fault : kFaults) specs.push_back({.Gas = number, .Fault = fault});
+      return specs;
+    });
+  }
+  return tasks;
+}
+
+}  // namespace ixoverify

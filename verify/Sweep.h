@@ -1,0 +1,63 @@
+// The abort sweep: runs every procedure on the simulated machine again and again, each time with one thing going wrong
+// at one moment, and asks an oracle that knows nothing of the library whether the machine ended safe.
+//
+// Per procedure, each dimension by itself:
+//   ticks       every tick x every reason (stop, 2, pause, alarm, error)
+//   bare        the same without the platform's safe entry: what the procedures do by themselves
+//   emission    emission after 0, 1, 8 polls, the configured delay, or never (cut after 10 s of machine time)
+//   once        an exception at every device call
+//   sticky      the same, and at every later call of the same verb of the same device
+//   refused     the device ignores a call, and every later one of the same verb
+//   pair        every tick x every reason x an exception at a call after the abort, once or from then on, or such
+//               calls ignored from then on
+//   combined    laser procedures: every tick x every reason x every emission
+//   sink        an exception at every line that a log sink writes
+//   callback    a stop, an alarm, or the start of a second procedure from inside every device call
+//
+// With a budget, "pair" looks at a few aborts per procedure, drawn by the seed, and counts only their points.
+// The gas calibration has dimensions of its own; see GasSweep.h.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "controller/procedures/Procedures.h"
+
+namespace ixoverify {
+using namespace ixocontroller;
+
+struct TSweepOptions {
+  bool Full = false;                 // no limit
+  std::uint64_t BudgetMs = 180'000;  // real time; points beyond it are drawn by seed rather than all run
+  std::uint64_t Seed = 1;
+  std::string Procedure;  // empty: all
+};
+
+struct TSweepRow {
+  std::string Procedure;
+  std::string Dimension;
+  std::uint64_t Enumerated = 0;
+  std::uint64_t Run = 0;
+  std::uint64_t Survived = 0;
+};
+
+struct TSweepResult {
+  std::vector<TSweepRow> Rows;
+  std::vector<std::string> Violations;  // "procedure, dimension, point: what"; the first 50
+  std::uint64_t ViolationCount = 0;
+
+  [[nodiscard]] std::uint64_t Enumerated() const;
+  [[nodiscard]] std::uint64_t Run() const;
+  [[nodiscard]] std::uint64_t Survived() const;
+};
+
+// The host's procedures and their variants.
+[[nodiscard]] const std::vector<TProcedure>& SweepProcedures();
+
+// Runs in virtual time on the calling thread. `progress` (may be empty) is told each finished row.
+[[nodiscard]] TSweepResult RunSweep(const TSweepOptions& options,
+                                    const std::function<void(const TSweepRow&)>& progress = {});
+
+}  // namespace ixoverify

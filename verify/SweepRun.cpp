@@ -1,0 +1,308 @@
+#include "verify/SweepRun.h"
+
+#include <algorithm>
+#include <fstream>
+#include <sstream>
+#include <unistd.h>
+#include <utility>
+
+#include "controller/Session.h"
+#include "controller/StateFolder.h"
+#include "ixocamglue/config/Uassistconfig.h"
+#include "ixocamglue/motion/Usequence.h"
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Problem.h"
+#include "verify/Oracle.h"
+
+namespace ixoverify {
+namespace {
+
+constexpr std::uint64_t kCutMs = 10'000;    // machine time after which a procedure that still runs is stopped
+constexpr std::uint64_t kSettleMs = 3'000;  // for axes to come to rest
+constexpr std::int32_t kProbeId = 999;
+
+void HurryNozzles(TNozzleChangeConfig& rack) {
+  rack.ZMoveLowSpeed = 400.0L;
+  rack.ZMoveHighSpeed = 1000.0L;
+  for (std::int32_t row = 0; row < rack.NozzlePosItems.GetRowCount(); ++row)
+    for (std::int32_t col = 0; col < rack.NozzlePosItems.GetColCount(); ++col) {
+      TNozzlePosItem& slot = *rack.TryGetNozzlePosItem(row, col);
+      slot.InstCnt = slot.UnInstCnt = 0.3L;
+      slot.AlignCnt = 0.1L;
+    }
+}
+
+// The example's machine made fast, and all that it may do switched on: the moments count, not the ways between them.
+void Hurry(TSimConfig& config) {
+  for (TSimAxisConfig* const axis : {&config.X, &config.Y, &config.Z, &config.Focus}) {
+    axis->MaxSpeed = axis == &config.X || axis == &config.Y ? 20'000.0 : 1000.0;
+    axis->Acceleration = axis->MaxSpeed * 100.0;
+  }
+  config.Rack.TravelMs = 20;
+  config.Rack.ThreadTurns = 0.2;
+  config.Physics.PlateZ = 40.0;
+  config.Physics.GasTimeConstantMs = 10;
+  HurryNozzles(*FNozzleChangeCfg);
+  FNozzleCleanCfg->CleanSpeed = 2000.0;
+  FFloatCailCfg->PosZ = 38.0;
+  FFloatCailCfg->AutoCailEnabled = true;
+  FIxoCutCfg->ClientWork.AutoCleanHeadConfig.AutoCailAfterClean = true;
+}
+
+struct TNullSink final : ILogSink {
+  void Write(const TLogRecord&) override {}
+};
+
+// The diagnostic channel is listened to only where its sink is what is tried.
+class TListening {
+ public:
+  explicit TListening(bool on) { TLogService::Listen(on ? kDiagAll : 0); }
+  ~TListening() { TLogService::Listen(0); }
+  TListening(const TListening&) = delete;
+  TListening& operator=(const TListening&) = delete;
+};
+
+// One run of one procedure with one thing going wrong.
+class TSweepRun {
+ public:
+  TSweepRun(const TProcedure& procedure, const TSweepPoint& point, TSweepMachine& machine, bool tracing)
+      : FProcedure(procedure), FPoint(point), FMachine(machine), FListening(tracing), FSession(Options()) {
+    if (procedure.Prepare) procedure.Prepare(FSession.Machine());
+    ArrangeEmission();
+    FSession.RunPass();  // power-up
+    FDeviceBase = FSession.Gate().Calls();
+    FSinkBase = FSession.LogGate().Calls();
+    ArrangeFaults();
+  }
+
+  TSweepFacts Run() {
+    FTickBase = Watch().Tick.load();
+    if (std::string reason; !FSession.Start(ShareRoot(FProcedure.Make()), &reason))
+      Violation("cannot start: " + reason);
+    RunProcedure();
+    FFacts.Ticks = Watch().Tick.load() - FTickBase;
+    FFacts.DeviceCalls = FSession.Gate().Calls() - FDeviceBase;
+    if (FPoint.AbortTick && FAbortedAt) FFacts.CallsAfterAbort = FSession.Gate().Calls() - FAbortBase;
+    FFacts.SinkCalls = FSession.LogGate().Calls() - FSinkBase;
+    Settle();
+    AskOracle();
+    Probe();
+    return std::move(FFacts);
+  }
+
+ private:
+  TSessionOptions Options() {
+    TSessionOptions options;
+    options.SafeEntry = FPoint.SafeEntry;
+    options.Supervisor = false;  // the procedures and the platform must be enough
+    options.LogCapacity = 64;
+    options.Sinks = {&FSink};
+    if (FProcedure.UsesConfig) options.MachineFile = FMachine.Fresh();
+    options.Adjust = [&procedure = FProcedure](TSimConfig& config) {
+      config.Physics.EmissionDelayMs = 30;
+      config.Physics.EmissionJitterMs = 0;
+      if (procedure.UsesConfig) Hurry(config);
+      config.Physics.Follower = !procedure.DriverZ;
+      config.Physics.SecondFollower = config.Physics.Follower;
+    };
+    return options;
+  }
+
+  TNcWatch& Watch() { return FSession.Framework().Watch(); }
+  void Violation(std::string text) { FFacts.Violations.push_back(std::move(text)); }
+
+  void ArrangeEmission() {
+    TSimLaser& laser = *FSession.Machine().Laser();
+    switch (FPoint.Emission) {
+      case TSweepEmission::Configured: break;
+      case TSweepEmission::AtOnce: laser.SetEmissionScript(TEmissionScript::AfterPolls(0)); break;
+      case TSweepEmission::AfterOnePoll: laser.SetEmissionScript(TEmissionScript::AfterPolls(1)); break;
+      case TSweepEmission::AfterEightPolls: laser.SetEmissionScript(TEmissionScript::AfterPolls(8)); break;
+      case TSweepEmission::Never: laser.SetEmissionScript(TEmissionScript::Never()); break;
+    }
+  }
+
+  void ArrangeFaults() {
+    if (!FPoint.FromAbort) PlanDeviceFault(FDeviceBase);
+    if (FPoint.SinkCall)
+      FSession.LogGate().PlanSet(
+          {.Call = FSinkBase + FPoint.SinkCall, .Fault = gfThrow, .Sticky = false, .HangMs = 0, .Callback = {}});
+  }
+
+  void PlanDeviceFault(std::uint64_t base) {
+    if (FPoint.DeviceCall) {
+      TGatePlan plan{.Call = base + FPoint.DeviceCall,
+                     .Fault = FPoint.Refused ? gfRefuse : gfThrow,
+                     .Sticky = FPoint.Sticky,
+                     .HangMs = 0,
+                     .Callback = {}};
+      if (FPoint.Callback != TSweepCall::None) {
+        plan.Fault = gfCallback;
+        plan.Callback = [this] { CallBack(); };
+      }
+      FSession.Gate().PlanSet(std::move(plan));
+    }
+  }
+
+  void CallBack() {
+    switch (FPoint.Callback) {
+      case TSweepCall::None: break;
+      case TSweepCall::Stop: FSession.Framework().Stop(); break;
+      case TSweepCall::Alarm:
+        FSession.Machine().RaiseAlarm({"TPSweep", "alarm out of a device call", 1}, {.Move = true});
+        break;
+      case TSweepCall::SecondProcedure:
+        if (FSession.Running() && FSession.Start(ShareRoot(MakeShot(1)))) Violation("a second procedure was started");
+        break;
+    }
+  }
+
+  void RunProcedure() {
+    const std::uint64_t start = Clock().MonotonicMs();
+    bool cut = false;
+    while (FSession.Running()) {
+      if (FPoint.AbortTick && !FAbortedAt && Watch().Tick.load() - FTickBase >= *FPoint.AbortTick &&
+          FSession.Framework().CurrentState() == nsCustomMotion) {
+        FAbortedAt = FSession.Gate().Journal().Size();
+        FAbortBase = FSession.Gate().Calls();
+        if (FPoint.FromAbort) PlanDeviceFault(FAbortBase);
+        FSession.Framework().Abort(FPoint.Reason);
+      }
+      FLastPass = FSession.Gate().Journal().Size();
+      FSession.RunPass();
+      const auto& framework = FSession.Framework();
+      if (framework.CurrentState() == nsCustomMotion && framework.Busy() == bkNone && !framework.ChangePending())
+        Violation("a tick left neither a busy condition nor a change of state");
+      const std::uint64_t lasted = Clock().MonotonicMs() - start;
+      if (lasted > kCutMs && !cut) {
+        cut = true;
+        if (!FAbortedAt) FAbortedAt = FSession.Gate().Journal().Size();
+        FSession.Framework().Stop();
+      } else if (lasted > kCutMs + kSettleMs) {
+        return Violation("the procedure does not end");
+      }
+    }
+  }
+
+  [[nodiscard]] bool Moving() {
+    const TSimSnapshot now = FSession.Machine().Snapshot();
+    return now.Moving() || now.RackMoving;
+  }
+
+  void Settle() {
+    FSession.RunFor(200);
+    for (std::uint64_t ms = 0; Moving() && ms < kSettleMs; ms += 100) FSession.RunFor(100);
+  }
+
+  void AskOracle() {
+    const TMotionOutcome& outcome = FSession.Controller().Outcome();
+    const auto entries = FSession.Gate().Journal().Entries();
+    TExpectations expected;
+    expected.Success = TCustomMotionState::GetExecOK(RootId(), false);
+    expected.GasMayStayOn = FProcedure.LeavesGasOn;
+    expected.MayFollow = FProcedure.LeavesFollowing;
+    expected.OutputsMayStayOn = FProcedure.Outputs == TProcedure::otStay ||
+                                (FProcedure.Outputs == TProcedure::otStayAfterAbort && !expected.Success);
+    if (expected.Success != (outcome.Type == metSuccess)) Violation("the success flag contradicts the outcome");
+    if (FPoint.AbortTick && FAbortedAt && expected.Success) Violation("aborted, and yet it ended with success");
+    if (FPoint.Undisturbed() && !expected.Success)
+      Violation("undisturbed, and yet it failed: " + outcome.Path + outcome.Fault);
+    if (!expected.Success) expected.AbortIndex = AbortIndex(entries);
+    if (const auto stuck = FSession.Gate().Stuck()) expected.ExemptDevice = stuck->first;
+    for (std::string& text : CheckRun(entries, FSession.Machine().Snapshot(), expected)) Violation(std::move(text));
+  }
+
+  [[nodiscard]] std::int32_t RootId() const { return FProcedure.Make()->GetID(); }
+
+  // Where the run stopped being normal: the abort, or the call that failed in the pass that ended it.
+  [[nodiscard]] std::optional<std::size_t> AbortIndex(const std::vector<TJournalEntry>& entries) const {
+    if (FAbortedAt) return FAbortedAt;
+    const auto last = entries.begin() + static_cast<std::ptrdiff_t>(FLastPass);
+    const auto threw = std::ranges::find(last, entries.end(), toThrew, &TJournalEntry::Outcome);
+    if (threw == entries.end()) return std::nullopt;
+    return static_cast<std::size_t>(threw - entries.begin()) + 1;
+  }
+
+  // The machine is repaired; the next procedure must run.
+  void Probe() {
+    FSession.Gate().PlanSet({});
+    FSession.LogGate().PlanSet({});
+    FSession.Machine().Alarms().ClearAll();
+    FSession.Machine().Laser()->ResetLatch();
+    FSession.RunFor(50);
+    auto probe = MakeStepOf<TSmtSequence>(nullptr);
+    probe->Define(kProbeId, "probe", {{612, "delay", nullptr}});
+    if (std::string reason; !FSession.Start(ShareRoot(std::move(probe)), &reason))
+      return Violation("not ready for the next procedure: " + reason);
+    if (!FSession.RunToEnd(1000) || !TCustomMotionState::GetExecOK(kProbeId, false))
+      Violation("the next procedure did not succeed");
+  }
+
+  const TProcedure& FProcedure;
+  const TSweepPoint& FPoint;
+  TSweepMachine& FMachine;
+  TListening FListening;
+  TNullSink FSink;
+  TSession FSession;
+  TSweepFacts FFacts;
+  std::uint64_t FDeviceBase = 0;
+  std::uint64_t FSinkBase = 0;
+  std::uint64_t FAbortBase = 0;
+  std::uint32_t FTickBase = 0;
+  std::optional<std::size_t> FAbortedAt;
+  std::size_t FLastPass = 0;  // where in the journal the last pass of the procedure begins
+};
+
+}  // namespace
+
+bool TSweepPoint::Undisturbed() const {
+  return !AbortTick && Emission == TSweepEmission::Configured && DeviceCall == 0 && SinkCall == 0;
+}
+
+std::string TSweepPoint::Text() const {
+  std::string text;
+  if (AbortTick) text += Format("reason %d at tick %u, ", Reason, *AbortTick);
+  if (Emission != TSweepEmission::Configured) text += Format("emission case %d, ", static_cast<int>(Emission));
+  if (DeviceCall)
+    text += Format("device call %llu%s", static_cast<unsigned long long>(DeviceCall), Sticky ? " sticky" : "") +
+            (FromAbort ? " after the abort" : "");
+  if (Refused) text += " refused";
+  if (Callback != TSweepCall::None) text += Format(" callback %d", static_cast<int>(Callback));
+  if (SinkCall) text += Format("log line %llu", static_cast<unsigned long long>(SinkCall));
+  if (!SafeEntry) text += " without safe entry";
+  return text.empty() ? "undisturbed" : text;
+}
+
+// --- TSweepMachine ---
+
+TSweepMachine::TSweepMachine() {
+  const std::filesystem::path example = ShareFolder() / "machines" / "machine.xml";
+  std::ifstream in(example, std::ios::binary);
+  std::ostringstream bytes;
+  if (!in || !(bytes << in.rdbuf())) throw EProblem(pbUnusable, example.string() + ": the example cannot be read");
+  FBytes = bytes.str();
+  std::string folder = (std::filesystem::temp_directory_path() / "ixocut-sweep-XXXXXX").string();
+  if (!mkdtemp(folder.data())) throw EProblem(pbUnusable, folder + ": no folder can be made");
+  FFolder = folder;
+  FFile = FFolder / "machine.xml";
+}
+
+TSweepMachine::~TSweepMachine() {
+  std::error_code ignored;
+  std::filesystem::remove_all(FFolder, ignored);
+}
+
+const std::filesystem::path& TSweepMachine::Fresh() {
+  std::error_code missing;
+  if (std::filesystem::last_write_time(FFile, missing) == FWritten && !missing) return FFile;
+  std::ofstream(FFile, std::ios::binary) << FBytes;
+  FWritten = std::filesystem::last_write_time(FFile, missing);
+  if (missing) throw EProblem(pbUnusable, FFile.string() + ": cannot be written");
+  return FFile;
+}
+
+TSweepFacts RunSweepPoint(const TProcedure& procedure, const TSweepPoint& point, TSweepMachine& machine, bool tracing) {
+  return TSweepRun(procedure, point, machine, tracing).Run();
+}
+
+}  // namespace ixoverify

@@ -1,0 +1,67 @@
+// One run of one procedure on the simulated machine with one thing, or two, going wrong, and what the oracle says of
+// it.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "controller/procedures/Procedures.h"
+#include "ixocamglue/platform/states/NcState.h"
+
+namespace ixoverify {
+using namespace ixocamglue;
+using namespace ixocontroller;
+
+enum class TSweepEmission : std::uint8_t { Configured, AtOnce, AfterOnePoll, AfterEightPolls, Never };
+enum class TSweepCall : std::uint8_t { None, Stop, Alarm, SecondProcedure };
+
+// What goes wrong in one run.
+struct TSweepPoint {
+  std::optional<std::uint32_t> AbortTick;  // after so many ticks
+  std::int32_t Reason = srStop;
+  TSweepEmission Emission = TSweepEmission::Configured;
+  std::uint64_t DeviceCall = 0;  // counted from the start of the procedure, or from the abort; 0: none
+  bool FromAbort = false;
+  bool Sticky = false;
+  bool Refused = false;  // the device ignores the call instead of throwing
+  TSweepCall Callback = TSweepCall::None;
+  std::uint64_t SinkCall = 0;
+  bool SafeEntry = true;
+
+  [[nodiscard]] bool Undisturbed() const;
+  [[nodiscard]] std::string Text() const;
+};
+
+struct TSweepFacts {
+  std::vector<std::string> Violations;
+  std::uint32_t Ticks = 0;
+  std::uint64_t DeviceCalls = 0;
+  std::uint64_t CallsAfterAbort = 0;  // until the procedure has ended
+  std::uint64_t SinkCalls = 0;
+};
+
+// The machine file of the runs: a copy of the example, which procedures may write and each run finds as it was. Lives
+// as long as the sweep; its folder goes with it.
+class TSweepMachine {
+ public:
+  TSweepMachine();  // throws EProblem when the example cannot be read or no folder be made
+  ~TSweepMachine();
+  TSweepMachine(const TSweepMachine&) = delete;
+  TSweepMachine& operator=(const TSweepMachine&) = delete;
+  [[nodiscard]] const std::filesystem::path& Fresh();
+
+ private:
+  std::string FBytes;
+  std::filesystem::path FFolder;
+  std::filesystem::path FFile;
+  std::filesystem::file_time_type FWritten;
+};
+
+// In virtual time, on the calling thread. `tracing`: the diagnostic channel is listened to.
+[[nodiscard]] TSweepFacts RunSweepPoint(const TProcedure& procedure, const TSweepPoint& point, TSweepMachine& machine,
+                                        bool tracing = false);
+
+}  // namespace ixoverify
