@@ -13,12 +13,14 @@
 #include <readerwriterqueue/readerwriterqueue.h>
 
 #include "bench/Rows.h"
+#include "controller/StateFolder.h"
 #include "ixocamglue/alarms/Almintprt.h"
 #include "ixocamglue/alarms/Ualarmdefs.h"
 #include "ixocamglue/alarms/Ualarmmanager.h"
 #include "ixocamglue/platform/ports/Alarmintf.h"
 
 namespace ixocamglue::bench {
+using namespace ixocontroller;
 namespace {
 
 constexpr int kIds = 200;
@@ -170,7 +172,7 @@ class TReplay {
 class TLookup {
  public:
   TLookup() {
-    FApp.Register(IID_IAlarmInterpreterSvc, std::make_shared<TAlarmDefinitionFiles>(IXO_SHARE_DIR "/alarms"));
+    FApp.Register(IID_IAlarmInterpreterSvc, std::make_shared<TAlarmDefinitionFiles>(ShareFolder() / "alarms"));
     FInterpreter.emplace();
     FMsg.Texts = TNcAlarmTexts("TPLaser#1", kDesc);
   }

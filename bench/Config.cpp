@@ -13,10 +13,12 @@
 #include <pugixml.hpp>
 
 #include "bench/Rows.h"
+#include "controller/StateFolder.h"
 #include "ixocamglue/config/Uassistconfig.h"
 #include "ixocamglue/platform/xml/MachineConfig.h"
 
 namespace ixocamglue::bench {
+using namespace ixocontroller;
 namespace {
 
 namespace fs = std::filesystem;
@@ -32,7 +34,7 @@ class TCopy {
     std::string name = (fs::temp_directory_path() / "ixo-bench-XXXXXX").string();
     Check(mkdtemp(name.data()) != nullptr);
     FFolder = name;
-    fs::copy_file(fs::path(IXO_SHARE_DIR) / "machines/machine.xml", File());
+    fs::copy_file(ShareFolder() / "machines/machine.xml", File());
   }
   ~TCopy() { fs::remove_all(FFolder); }
   TCopy(const TCopy&) = delete;

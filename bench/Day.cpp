@@ -6,7 +6,8 @@
 #include <string>
 
 #include "bench/Rows.h"
-#include "controller/Session.h"
+#include "controller/Controller.h"
+#include "controller/StateFolder.h"
 #include "controller/procedures/MotionTable.h"
 #include "controller/procedures/Procedures.h"
 #include "ixocamglue/motion/Usequence.h"
@@ -58,7 +59,7 @@ class TFolder {
     std::string name = (fs::temp_directory_path() / "ixo-day-XXXXXX").string();
     if (!mkdtemp(name.data())) throw std::runtime_error("no temporary folder can be made");
     Path = name;
-    fs::copy_file(fs::path(IXO_SHARE_DIR) / "machines" / "machine.xml", Path / "machine.xml");
+    fs::copy_file(ShareFolder() / "machines" / "machine.xml", Path / "machine.xml");
   }
   ~TFolder() {
     std::error_code ignored;
@@ -82,9 +83,9 @@ TStepPtr RootOf(const TCall& call) {
 
 std::string MixedDay() {
   const TFolder folder;
-  TSessionOptions options;
+  TControllerOptions options;
   options.MachineFile = folder.Path / "machine.xml";
-  TSession session(std::move(options));
+  TController session(std::move(options));
   session.RunFor(1000);
 
   TNcWatch& watch = session.Framework().Watch();
@@ -97,8 +98,8 @@ std::string MixedDay() {
       const std::uint32_t before = watch.Tick.load();
       if (std::string reason; !session.Start(ShareRoot(RootOf(call)), &reason))
         throw std::runtime_error(std::string(call.Name) + ": " + reason);
-      if (!session.RunToEnd(kLongestMs) || session.Controller().Outcome().Type != metSuccess)
-        throw std::runtime_error(std::string(call.Name) + " did not succeed: " + session.Controller().Outcome().Path);
+      if (!session.RunToEnd(kLongestMs) || session.MotionState().Outcome().Type != metSuccess)
+        throw std::runtime_error(std::string(call.Name) + " did not succeed: " + session.MotionState().Outcome().Path);
       ticks += watch.Tick.load() - before;
       ++procedures;
       session.RunFor(100);

@@ -7,7 +7,7 @@
 #include <optional>
 #include <stdlib.h>
 
-#include "controller/Session.h"
+#include "controller/Controller.h"
 #include "controller/gas/GasCalibration.h"
 #include "controller/procedures/Procedures.h"
 #include "ixocamglue/config/Libmachinecfg.h"
@@ -104,16 +104,16 @@ struct TGasPointSpec {
 // One run of one gas with one thing going wrong.
 class TGasSweepRun {
  public:
-  TGasSweepRun(const TFiles& files, const TGasPointSpec& point) : FFiles(files), FPoint(point), FSession(Options()) {
-    if (point.Fault != vfNone) FSession.Machine().Gas()->SetFault(point.Gas, point.Fault);
-    FSession.RunPass();  // power-up
-    FSession.RunPass();
+  TGasSweepRun(const TFiles& files, const TGasPointSpec& point) : FFiles(files), FPoint(point), FController(Options()) {
+    if (point.Fault != vfNone) FController.Machine().Gas()->SetFault(point.Gas, point.Fault);
+    FController.RunPass();  // power-up
+    FController.RunPass();
   }
 
   std::vector<std::string> Run() {
-    TGasCalibration calibration(FSession, {FPoint.Gas}, {kNozzle, kNozzleMm});
+    TGasCalibration calibration(FController, {FPoint.Gas}, {kNozzle, kNozzleMm});
     Watch(calibration);
-    FSession.RunFor(200);
+    FController.RunFor(200);
     FCompleted = calibration.Completed();
     AskOracle();
     CheckMessages(calibration);
@@ -127,9 +127,9 @@ class TGasSweepRun {
   [[nodiscard]] std::uint32_t Ticks() const { return FTicks; }
 
  private:
-  TSessionOptions Options() {
+  TControllerOptions Options() {
     FFiles.Reset();
-    TSessionOptions options;
+    TControllerOptions options;
     options.MachineFile = FFiles.Machine();
     options.SafeEntry = FPoint.SafeEntry;
     options.Supervisor = false;
@@ -142,23 +142,23 @@ class TGasSweepRun {
   }
 
   void Watch(TGasCalibration& calibration) {
-    const TNcWatch& watch = FSession.Framework().Watch();
+    const TNcWatch& watch = FController.Framework().Watch();
     const std::uint32_t base = watch.Tick.load();
     const std::uint64_t end = Clock().MonotonicMs() + kLongestMs;
     std::string reason;
     if (!calibration.Start(reason)) return Violation("cannot start: " + reason);
-    auto& state = dynamic_cast<TZemGasAdjustState&>(*FSession.Framework().State(nsZemGasAdjust));
+    auto& state = dynamic_cast<TZemGasAdjustState&>(*FController.Framework().State(nsZemGasAdjust));
     TGasAdjustSub before = TGasAdjustSub::Finished;
     while (calibration.Running()) {
       FTicks = watch.Tick.load() - base;
-      if (FSession.Framework().CurrentState() == nsZemGasAdjust) {
+      if (FController.Framework().CurrentState() == nsZemGasAdjust) {
         if (std::exchange(before, state.SubState()) != state.SubState()) FChanges.push_back(FTicks);
         if (FPoint.AbortTick && !FAbortedAt && FTicks >= *FPoint.AbortTick) {
-          FAbortedAt = FSession.Gate().Journal().Size();
-          FSession.Framework().Abort(FPoint.Reason);
+          FAbortedAt = FController.Gate().Journal().Size();
+          FController.Framework().Abort(FPoint.Reason);
         }
       }
-      FSession.RunPass();
+      FController.RunPass();
       if (Clock().MonotonicMs() > end) {
         Violation("the calibration does not end");
         return calibration.Stop();
@@ -167,12 +167,12 @@ class TGasSweepRun {
   }
 
   void AskOracle() {
-    const auto entries = FSession.Gate().Journal().Entries();
+    const auto entries = FController.Gate().Journal().Entries();
     TExpectations expected;
     expected.Success = FCompleted;
     expected.ProcedureState = nsZemGasAdjust;
     if (!FCompleted) expected.AbortIndex = FAbortedAt;
-    for (std::string& text : CheckRun(entries, FSession.Machine().Snapshot(), expected)) Violation(std::move(text));
+    for (std::string& text : CheckRun(entries, FController.Machine().Snapshot(), expected)) Violation(std::move(text));
   }
 
   void CheckMessages(TGasCalibration& calibration) {
@@ -204,19 +204,19 @@ class TGasSweepRun {
   }
 
   void Probe() {
-    FSession.Machine().Alarms().ClearAll();
-    FSession.RunFor(50);
+    FController.Machine().Alarms().ClearAll();
+    FController.RunFor(50);
     auto probe = MakeStepOf<TSmtSequence>(nullptr);
     probe->Define(kProbeId, "probe", {{612, "delay", nullptr}});
-    if (std::string reason; !FSession.Start(ShareRoot(std::move(probe)), &reason))
+    if (std::string reason; !FController.Start(ShareRoot(std::move(probe)), &reason))
       return Violation("not ready for the next procedure: " + reason);
-    if (!FSession.RunToEnd(1000) || !TCustomMotionState::GetExecOK(kProbeId, false))
+    if (!FController.RunToEnd(1000) || !TCustomMotionState::GetExecOK(kProbeId, false))
       Violation("the next procedure did not succeed");
   }
 
   const TFiles& FFiles;
   const TGasPointSpec FPoint;
-  TSession FSession;
+  TController FController;
   std::vector<std::string> FViolations;
   std::vector<std::uint32_t> FChanges;
   std::uint32_t FTicks = 0;

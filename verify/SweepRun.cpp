@@ -6,7 +6,7 @@
 #include <unistd.h>
 #include <utility>
 
-#include "controller/Session.h"
+#include "controller/Controller.h"
 #include "controller/StateFolder.h"
 #include "ixocamglue/config/Uassistconfig.h"
 #include "ixocamglue/motion/Usequence.h"
@@ -66,24 +66,24 @@ class TListening {
 class TSweepRun {
  public:
   TSweepRun(const TProcedure& procedure, const TSweepPoint& point, TSweepMachine& machine, bool tracing)
-      : FProcedure(procedure), FPoint(point), FMachine(machine), FListening(tracing), FSession(Options()) {
-    if (procedure.Prepare) procedure.Prepare(FSession.Machine());
+      : FProcedure(procedure), FPoint(point), FMachine(machine), FListening(tracing), FController(Options()) {
+    if (procedure.Prepare) procedure.Prepare(FController.Machine());
     ArrangeEmission();
-    FSession.RunPass();  // power-up
-    FDeviceBase = FSession.Gate().Calls();
-    FSinkBase = FSession.LogGate().Calls();
+    FController.RunPass();  // power-up
+    FDeviceBase = FController.Gate().Calls();
+    FSinkBase = FController.LogGate().Calls();
     ArrangeFaults();
   }
 
   TSweepFacts Run() {
     FTickBase = Watch().Tick.load();
-    if (std::string reason; !FSession.Start(ShareRoot(FProcedure.Make()), &reason))
+    if (std::string reason; !FController.Start(ShareRoot(FProcedure.Make()), &reason))
       Violation("cannot start: " + reason);
     RunProcedure();
     FFacts.Ticks = Watch().Tick.load() - FTickBase;
-    FFacts.DeviceCalls = FSession.Gate().Calls() - FDeviceBase;
-    if (FPoint.AbortTick && FAbortedAt) FFacts.CallsAfterAbort = FSession.Gate().Calls() - FAbortBase;
-    FFacts.SinkCalls = FSession.LogGate().Calls() - FSinkBase;
+    FFacts.DeviceCalls = FController.Gate().Calls() - FDeviceBase;
+    if (FPoint.AbortTick && FAbortedAt) FFacts.CallsAfterAbort = FController.Gate().Calls() - FAbortBase;
+    FFacts.SinkCalls = FController.LogGate().Calls() - FSinkBase;
     Settle();
     AskOracle();
     Probe();
@@ -91,8 +91,8 @@ class TSweepRun {
   }
 
  private:
-  TSessionOptions Options() {
-    TSessionOptions options;
+  TControllerOptions Options() {
+    TControllerOptions options;
     options.SafeEntry = FPoint.SafeEntry;
     options.Supervisor = false;  // the procedures and the platform must be enough
     options.LogCapacity = 64;
@@ -108,11 +108,11 @@ class TSweepRun {
     return options;
   }
 
-  TNcWatch& Watch() { return FSession.Framework().Watch(); }
+  TNcWatch& Watch() { return FController.Framework().Watch(); }
   void Violation(std::string text) { FFacts.Violations.push_back(std::move(text)); }
 
   void ArrangeEmission() {
-    TSimLaser& laser = *FSession.Machine().Laser();
+    TSimLaser& laser = *FController.Machine().Laser();
     switch (FPoint.Emission) {
       case TSweepEmission::Configured: break;
       case TSweepEmission::AtOnce: laser.SetEmissionScript(TEmissionScript::AfterPolls(0)); break;
@@ -125,7 +125,7 @@ class TSweepRun {
   void ArrangeFaults() {
     if (!FPoint.FromAbort) PlanDeviceFault(FDeviceBase);
     if (FPoint.SinkCall)
-      FSession.LogGate().PlanSet(
+      FController.LogGate().PlanSet(
           {.Call = FSinkBase + FPoint.SinkCall, .Fault = gfThrow, .Sticky = false, .HangMs = 0, .Callback = {}});
   }
 
@@ -140,19 +140,20 @@ class TSweepRun {
         plan.Fault = gfCallback;
         plan.Callback = [this] { CallBack(); };
       }
-      FSession.Gate().PlanSet(std::move(plan));
+      FController.Gate().PlanSet(std::move(plan));
     }
   }
 
   void CallBack() {
     switch (FPoint.Callback) {
       case TSweepCall::None: break;
-      case TSweepCall::Stop: FSession.Framework().Stop(); break;
+      case TSweepCall::Stop: FController.Framework().Stop(); break;
       case TSweepCall::Alarm:
-        FSession.Machine().RaiseAlarm({"TPSweep", "alarm out of a device call", 1}, {.Move = true});
+        FController.Machine().RaiseAlarm({"TPSweep", "alarm out of a device call", 1}, {.Move = true});
         break;
       case TSweepCall::SecondProcedure:
-        if (FSession.Running() && FSession.Start(ShareRoot(MakeShot(1)))) Violation("a second procedure was started");
+        if (FController.Running() && FController.Start(ShareRoot(MakeShot(1))))
+          Violation("a second procedure was started");
         break;
     }
   }
@@ -160,24 +161,24 @@ class TSweepRun {
   void RunProcedure() {
     const std::uint64_t start = Clock().MonotonicMs();
     bool cut = false;
-    while (FSession.Running()) {
+    while (FController.Running()) {
       if (FPoint.AbortTick && !FAbortedAt && Watch().Tick.load() - FTickBase >= *FPoint.AbortTick &&
-          FSession.Framework().CurrentState() == nsCustomMotion) {
-        FAbortedAt = FSession.Gate().Journal().Size();
-        FAbortBase = FSession.Gate().Calls();
+          FController.Framework().CurrentState() == nsCustomMotion) {
+        FAbortedAt = FController.Gate().Journal().Size();
+        FAbortBase = FController.Gate().Calls();
         if (FPoint.FromAbort) PlanDeviceFault(FAbortBase);
-        FSession.Framework().Abort(FPoint.Reason);
+        FController.Framework().Abort(FPoint.Reason);
       }
-      FLastPass = FSession.Gate().Journal().Size();
-      FSession.RunPass();
-      const auto& framework = FSession.Framework();
+      FLastPass = FController.Gate().Journal().Size();
+      FController.RunPass();
+      const auto& framework = FController.Framework();
       if (framework.CurrentState() == nsCustomMotion && framework.Busy() == bkNone && !framework.ChangePending())
         Violation("a tick left neither a busy condition nor a change of state");
       const std::uint64_t lasted = Clock().MonotonicMs() - start;
       if (lasted > kCutMs && !cut) {
         cut = true;
-        if (!FAbortedAt) FAbortedAt = FSession.Gate().Journal().Size();
-        FSession.Framework().Stop();
+        if (!FAbortedAt) FAbortedAt = FController.Gate().Journal().Size();
+        FController.Framework().Stop();
       } else if (lasted > kCutMs + kSettleMs) {
         return Violation("the procedure does not end");
       }
@@ -185,18 +186,18 @@ class TSweepRun {
   }
 
   [[nodiscard]] bool Moving() {
-    const TSimSnapshot now = FSession.Machine().Snapshot();
+    const TSimSnapshot now = FController.Machine().Snapshot();
     return now.Moving() || now.RackMoving;
   }
 
   void Settle() {
-    FSession.RunFor(200);
-    for (std::uint64_t ms = 0; Moving() && ms < kSettleMs; ms += 100) FSession.RunFor(100);
+    FController.RunFor(200);
+    for (std::uint64_t ms = 0; Moving() && ms < kSettleMs; ms += 100) FController.RunFor(100);
   }
 
   void AskOracle() {
-    const TMotionOutcome& outcome = FSession.Controller().Outcome();
-    const auto entries = FSession.Gate().Journal().Entries();
+    const TMotionOutcome& outcome = FController.MotionState().Outcome();
+    const auto entries = FController.Gate().Journal().Entries();
     TExpectations expected;
     expected.Success = TCustomMotionState::GetExecOK(RootId(), false);
     expected.GasMayStayOn = FProcedure.LeavesGasOn;
@@ -208,8 +209,8 @@ class TSweepRun {
     if (FPoint.Undisturbed() && !expected.Success)
       Violation("undisturbed, and yet it failed: " + outcome.Path + outcome.Fault);
     if (!expected.Success) expected.AbortIndex = AbortIndex(entries);
-    if (const auto stuck = FSession.Gate().Stuck()) expected.ExemptDevice = stuck->first;
-    for (std::string& text : CheckRun(entries, FSession.Machine().Snapshot(), expected)) Violation(std::move(text));
+    if (const auto stuck = FController.Gate().Stuck()) expected.ExemptDevice = stuck->first;
+    for (std::string& text : CheckRun(entries, FController.Machine().Snapshot(), expected)) Violation(std::move(text));
   }
 
   [[nodiscard]] std::int32_t RootId() const { return FProcedure.Make()->GetID(); }
@@ -225,16 +226,16 @@ class TSweepRun {
 
   // The machine is repaired; the next procedure must run.
   void Probe() {
-    FSession.Gate().PlanSet({});
-    FSession.LogGate().PlanSet({});
-    FSession.Machine().Alarms().ClearAll();
-    FSession.Machine().Laser()->ResetLatch();
-    FSession.RunFor(50);
+    FController.Gate().PlanSet({});
+    FController.LogGate().PlanSet({});
+    FController.Machine().Alarms().ClearAll();
+    FController.Machine().Laser()->ResetLatch();
+    FController.RunFor(50);
     auto probe = MakeStepOf<TSmtSequence>(nullptr);
     probe->Define(kProbeId, "probe", {{612, "delay", nullptr}});
-    if (std::string reason; !FSession.Start(ShareRoot(std::move(probe)), &reason))
+    if (std::string reason; !FController.Start(ShareRoot(std::move(probe)), &reason))
       return Violation("not ready for the next procedure: " + reason);
-    if (!FSession.RunToEnd(1000) || !TCustomMotionState::GetExecOK(kProbeId, false))
+    if (!FController.RunToEnd(1000) || !TCustomMotionState::GetExecOK(kProbeId, false))
       Violation("the next procedure did not succeed");
   }
 
@@ -243,7 +244,7 @@ class TSweepRun {
   TSweepMachine& FMachine;
   TListening FListening;
   TNullSink FSink;
-  TSession FSession;
+  TController FController;
   TSweepFacts FFacts;
   std::uint64_t FDeviceBase = 0;
   std::uint64_t FSinkBase = 0;

@@ -32,8 +32,8 @@ double TGasResult::MaxBar() const {
   return highest;
 }
 
-TGasCalibration::TGasCalibration(TSession& session, std::vector<std::int32_t> gases, TGasNozzle nozzle)
-    : FSession(session), FModel(*GZemGasAdjustModel()), FNozzle(std::move(nozzle)) {
+TGasCalibration::TGasCalibration(TController& session, std::vector<std::int32_t> gases, TGasNozzle nozzle)
+    : FController(session), FModel(*GZemGasAdjustModel()), FNozzle(std::move(nozzle)) {
   for (const std::int32_t gas : gases) {
     TGasResult result;
     result.Gas = gas;
@@ -58,7 +58,7 @@ TGasCalibration::TGasCalibration(TSession& session, std::vector<std::int32_t> ga
 }
 
 TGasCalibration::~TGasCalibration() {
-  if (FTimer) FSession.VirtualClock()->Remove(*FTimer);
+  if (FTimer) FController.VirtualClock()->Remove(*FTimer);
   FModel.SetObserver({});
 }
 
@@ -73,11 +73,11 @@ void TGasCalibration::KeepPrevious(std::int32_t gas) {
 }
 
 bool TGasCalibration::Start(std::string& reason) {
-  if (FSession.Running() || FSession.Framework().CurrentState() != nsStandby) {
+  if (FController.Running() || FController.Framework().CurrentState() != nsStandby) {
     reason = "the machine is busy";
     return false;
   }
-  if (FSession.Framework().SafePending()) {
+  if (FController.Framework().SafePending()) {
     reason = "a device has not acknowledged switching off";
     return false;
   }
@@ -91,7 +91,7 @@ bool TGasCalibration::Start(std::string& reason) {
 }
 
 void TGasCalibration::RunToEnd() {
-  while (Running()) FSession.RunPass();
+  while (Running()) FController.RunPass();
 }
 
 void TGasCalibration::Watch(std::uint64_t nowMs) {

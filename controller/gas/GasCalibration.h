@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "controller/Session.h"
+#include "controller/Controller.h"
 #include "ixocamglue/gascal/Uzemgasadjustmodel.h"
 
 namespace ixocontroller {
@@ -58,7 +58,7 @@ struct TGasResult {
 class TGasCalibration {
  public:
   // The session outlives it. Main thread, before the state's loop runs.
-  TGasCalibration(TSession& session, std::vector<std::int32_t> gases, TGasNozzle nozzle);
+  TGasCalibration(TController& session, std::vector<std::int32_t> gases, TGasNozzle nozzle);
   ~TGasCalibration();
   TGasCalibration(const TGasCalibration&) = delete;
   TGasCalibration& operator=(const TGasCalibration&) = delete;
@@ -103,7 +103,7 @@ class TGasCalibration {
   void PutBack(std::int32_t gas);
   [[nodiscard]] TGasResult& Result(std::int32_t gas);
 
-  TSession& FSession;
+  TController& FController;
   TZemGasAdjustModel& FModel;
   const TGasNozzle FNozzle;
   std::map<std::int32_t, TPrevious> FPrevious;

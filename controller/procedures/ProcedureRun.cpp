@@ -21,8 +21,8 @@ constexpr std::uint64_t kTailMs = 50;            // shown after the end
 constexpr std::uint32_t kLookEveryMs = 5;        // real time
 constexpr std::uint64_t kTriggerLimitMs = 600'000;
 
-TSessionOptions SessionOptions(const TRunSettings& settings, TConsole& console) {
-  TSessionOptions session;
+TControllerOptions SessionOptions(const TRunSettings& settings, TConsole& console) {
+  TControllerOptions session;
   session.MachineFile = MachineFile(settings.Machine, settings.State);
   session.LocaleFolder = ShareFolder() / "locale";
   session.AlarmFolder = ShareFolder() / "alarms";
@@ -36,9 +36,9 @@ TSessionOptions SessionOptions(const TRunSettings& settings, TConsole& console) 
 }  // namespace
 
 TProcedureRun::TProcedureRun(const TRunSettings& settings, TConsole& console)
-    : FSettings(settings), FConsole(console), FSession(SessionOptions(settings, console)) {
+    : FSettings(settings), FConsole(console), FController(SessionOptions(settings, console)) {
   for (const std::string& name : settings.Faults)
-    if (const TSimFault* const fault = FindSimFault(name)) fault->Apply(FSession.Machine());
+    if (const TSimFault* const fault = FindSimFault(name)) fault->Apply(FController.Machine());
 }
 
 // --- on the state thread ---
@@ -59,15 +59,16 @@ void TProcedureRun::Watch(std::uint64_t nowMs) {
   const std::uint64_t entered = FEnteredAt.load(std::memory_order_acquire);
   if (entered == kNever || FLeftAt.load(std::memory_order_acquire) != kNever || nowMs < entered) return;
   const std::uint64_t lasted = nowMs - entered;
-  if (FSettings.StopAt && lasted >= *FSettings.StopAt && !std::exchange(FStopSent, true)) FSession.Framework().Stop();
+  if (FSettings.StopAt && lasted >= *FSettings.StopAt && !std::exchange(FStopSent, true))
+    FController.Framework().Stop();
   if (FSettings.AlarmAt && lasted >= *FSettings.AlarmAt && !std::exchange(FAlarmSent, true))
-    FSession.Machine().RaiseAlarm({"TPHost", SAskedAlarm.Get(), 1}, TSimForbids{.Move = true});
+    FController.Machine().RaiseAlarm({"TPHost", SAskedAlarm.Get(), 1}, TSimForbids{.Move = true});
 }
 
 void TProcedureRun::CheckSignal() {
   if (!FSignal || !FSignal->Asked() || std::exchange(FSignalled, true)) return;
   LogMsg(lkWarning, 0, SSignalStop.Get(), "TPHost");
-  FSession.Framework().Stop();
+  FController.Framework().Stop();
 }
 
 // True when `done` came within the limit.
@@ -76,8 +77,8 @@ bool TProcedureRun::WaitFor(std::uint64_t limitMs, Done done) {
   const std::uint64_t end = Clock().MonotonicMs() + limitMs;
   while (!done()) {
     if (Clock().MonotonicMs() >= end) return false;
-    if (FSession.VirtualClock()) {
-      FSession.RunPass();
+    if (FController.VirtualClock()) {
+      FController.RunPass();
     } else {
       Clock().Sleep(kLookEveryMs);
       Watch(Clock().MonotonicMs());
@@ -91,27 +92,27 @@ TRunReport TProcedureRun::Run(const std::string& title, const std::function<TSte
   FStartMs = Clock().MonotonicMs();
   FConsole.SetStart(FStartMs);
   TLogService::Listen(FConsole.Mask());
-  for (const std::string& notice : FSession.Notices()) LogMsg(lkWarning, 0, notice, "TPHost");
-  FSession.OnState([this](std::int32_t from, std::int32_t to) { Entered(from, to); });
+  for (const std::string& notice : FController.Notices()) LogMsg(lkWarning, 0, notice, "TPHost");
+  FController.OnState([this](std::int32_t from, std::int32_t to) { Entered(from, to); });
   std::optional<TSignalStop> signal;
-  if (TVirtualClock* clock = FSession.VirtualClock()) {
+  if (TVirtualClock* clock = FController.VirtualClock()) {
     clock->OnStep([this](std::uint64_t nowMs) { Watch(nowMs); });
   } else {
     FSignal = &signal.emplace();
-    FSession.StartThreads();
+    FController.StartThreads();
   }
   FConsole.Say(title);
 
-  TNcStateFramework& framework = FSession.Framework();
+  TNcStateFramework& framework = FController.Framework();
   if (!WaitFor(kReadyWithinMs, [&] { return framework.Watch().Pass.load() > 0 && !framework.SafePending(); }))
     throw EProblem(pbUnusable, "the machine does not acknowledge standby: laser or emission stays on");
   if (FSignalled) return Report(true);
-  if (std::string reason; !FSession.Start(WatchRoot(make(), FSteps), &reason)) throw EProblem(pbUnusable, reason);
+  if (std::string reason; !FController.Start(WatchRoot(make(), FSteps), &reason)) throw EProblem(pbUnusable, reason);
 
-  const bool ended = WaitFor(limitMs, [&] { return !FSession.Running(); });
+  const bool ended = WaitFor(limitMs, [&] { return !FController.Running(); });
   if (!ended) {
     framework.Stop();
-    WaitFor(kReadyWithinMs, [&] { return !FSession.Running(); });
+    WaitFor(kReadyWithinMs, [&] { return !FController.Running(); });
   }
   WaitFor(kReadyWithinMs, [&] { return !framework.SafePending(); });
   WaitFor(kTailMs, [] { return false; });
@@ -123,7 +124,7 @@ TRunEnd TProcedureRun::HowItEnded(bool ended) {
   if (!ended) return {"unfinished", SEndNever.Get()};
   if (FEnteredAt.load() == kNever)
     return FSignalled ? TRunEnd{"stopped", SEndStopped.Get()} : TRunEnd{"refused", SEndRefused.Get()};
-  const TMotionOutcome& outcome = FSession.Controller().Outcome();
+  const TMotionOutcome& outcome = FController.MotionState().Outcome();
   switch (outcome.Type) {
     case metSuccess: return {"success", SEndSuccess.Get()};
     case metStop: return {"stopped", SEndStopped.Get()};
@@ -138,7 +139,7 @@ TRunEnd TProcedureRun::HowItEnded(bool ended) {
 TRunReport TProcedureRun::Report(bool ended) {
   TRunReport report;
   report.End = HowItEnded(ended);
-  const auto shown = FSession.Machine().Snapshot();
+  const auto shown = FController.Machine().Snapshot();
   report.Dark = !shown.Laser && !shown.Emission;
 
   const std::uint64_t entered = FEnteredAt.load();
@@ -147,24 +148,24 @@ TRunReport TProcedureRun::Report(bool ended) {
   if (entered != kNever) {
     report.EnteredMs = entered;
     report.DurationMs = std::min(FLeftAt.load(), report.EndMs) - entered;
-    const TMotionOutcome& outcome = FSession.Controller().Outcome();
+    const TMotionOutcome& outcome = FController.MotionState().Outcome();
     report.Path = outcome.Path;
     report.Fault = outcome.Fault;
     report.NextState = outcome.NextState;
   }
   report.Steps = FSteps.Items();
-  report.Signals = FSession.Gate().Journal().Signals().Items();
+  report.Signals = FController.Gate().Journal().Signals().Items();
   const TTimeline timeline(report.Signals, FStartMs, report.EndMs);
   report.Timeline = timeline.Draw();
   report.TimelineJson = timeline.Json();
-  report.Journal = FSession.Gate().Journal().Lines();
+  report.Journal = FController.Gate().Journal().Lines();
 
   const auto tooEarly = [&](const char* option, const std::optional<std::uint64_t>& at, bool sent) {
     if (at && !sent) report.Notes.push_back(Show(SShotTooEarly, option, ShownMs(*at)));
   };
   tooEarly("--stop-at", FSettings.StopAt, FStopSent);
   tooEarly("--alarm-at", FSettings.AlarmAt, FAlarmSent);
-  if (const auto dropped = FSession.Logs().Dropped(); dropped > 0)
+  if (const auto dropped = FController.Logs().Dropped(); dropped > 0)
     report.Notes.push_back(Show(SLinesDropped, ShownMs(dropped)));
   if (!report.Dark) report.Notes.emplace_back(SShotNotDark.Get());
   return report;

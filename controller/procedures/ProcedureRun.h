@@ -12,7 +12,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "controller/Session.h"
+#include "controller/Controller.h"
 #include "controller/SignalStop.h"
 #include "controller/procedures/StepWatch.h"
 #include "ixocut/Console.h"
@@ -72,7 +72,7 @@ class TProcedureRun {
   TProcedureRun(const TProcedureRun&) = delete;
   TProcedureRun& operator=(const TProcedureRun&) = delete;
 
-  [[nodiscard]] TSession& Session() { return FSession; }
+  [[nodiscard]] TController& Controller() { return FController; }
   [[nodiscard]] const TStepSpans& Steps() const { return FSteps; }
   // Called with each ms of machine time (real time: every 5 ms). Set before Run; it must not wait.
   void OnLook(std::function<void(std::uint64_t nowMs)> look) { FOnLook = std::move(look); }
@@ -107,7 +107,7 @@ class TProcedureRun {
   bool FAlarmSent = false;
   bool FSignalled = false;
   const TSignalStop* FSignal = nullptr;
-  TSession FSession;  // ends first: its clock and its threads call in here
+  TController FController;  // ends first: its clock and its threads call in here
 };
 
 }  // namespace ixocontroller

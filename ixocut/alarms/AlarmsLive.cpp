@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "controller/Session.h"
+#include "controller/Controller.h"
 #include "controller/StateFolder.h"
 #include "controller/procedures/Procedures.h"
 #include "ixocamglue/alarms/Almintprt.h"
@@ -92,7 +92,7 @@ class TLiveView {
 
 class TLive {
  public:
-  TLive(TSession& session, TLiveView& view) : FSession(session), FView(view) {}
+  TLive(TController& session, TLiveView& view) : FController(session), FView(view) {}
 
   // One line of the script. False, with the reason, when it cannot be carried out.
   bool Do(const std::string& line, std::string& why) {
@@ -132,16 +132,16 @@ class TLive {
     TNcAlarmRecord record{.IdPrefix = id.substr(0, hash), .Desc = known ? rec.BrifDesc : id, .Id = number};
     // An operator's own line forbids nothing that a real device did not forbid: it is shown only.
     record.Attrs = naShownOnly;
-    FSession.Machine().Alarms().Raise(std::move(record));
+    FController.Machine().Alarms().Raise(std::move(record));
     return true;
   }
   bool Clear(const std::string& id, std::string& why) {
-    if (FSession.Machine().Alarms().Clear(id)) return true;
+    if (FController.Machine().Alarms().Clear(id)) return true;
     why = id + " does not stand";
     return false;
   }
   bool Ack(const std::string& id) {
-    FSession.AlarmStore()->Acknowledge(id, "live");
+    FController.AlarmStore()->Acknowledge(id, "live");
     AlarmManager()->Acknowledge(id, Clock().Now());
     return true;
   }
@@ -161,7 +161,7 @@ class TLive {
       return false;
     }
     const TDateTime until{Clock().Now().Days + number * 60'000.0 / kMsPerDay};
-    FSession.AlarmStore()->Suppress({id, FormatDateTime(until), reason});
+    FController.AlarmStore()->Suppress({id, FormatDateTime(until), reason});
     FView.Suppress(id, until);
     return true;
   }
@@ -179,7 +179,7 @@ class TLive {
   bool Device(std::istringstream& words, bool broken, std::string& why) {
     std::string name;
     words >> name;
-    TSimMachine& machine = FSession.Machine();
+    TSimMachine& machine = FController.Machine();
     if (name == "axis") {
       const double x = broken ? machine.Config().X.SoftLimitPos + 100.0 : machine.Snapshot().Pos.X;
       machine.Motion().MoveXY({x, machine.Snapshot().Pos.Y}, 0.0);
@@ -193,7 +193,7 @@ class TLive {
       (void)machine.LaserDevice().GetEmission();
       if (broken) machine.LaserDevice().LoseEmission();
     } else if (name == "device") {
-      if (broken) FSession.Gate().PlanSet({.Call = FSession.Gate().Calls() + 1, .Fault = gfThrow});
+      if (broken) FController.Gate().PlanSet({.Call = FController.Gate().Calls() + 1, .Fault = gfThrow});
       try {
         (void)machine.GasDevice().GetGas();
       } catch (const EDeviceFault&) {  // what was asked for
@@ -205,7 +205,7 @@ class TLive {
     return true;
   }
 
-  TSession& FSession;
+  TController& FController;
   TLiveView& FView;
 };
 
@@ -237,7 +237,7 @@ class TTerminal {
   bool FEnded = false;
 };
 
-void Settle(TSession& session) {
+void Settle(TController& session) {
   const std::uint64_t end = Clock().MonotonicMs() + kSettleMs;
   for (int quiet = 0; quiet < 3 && Clock().MonotonicMs() < end; Clock().Sleep(kRoundMs))
     quiet = session.AlarmsSettled() ? quiet + 1 : 0;
@@ -256,7 +256,7 @@ int RunAlarmsLive(const TAlarmsOptions& options, std::ostream& out) {
     std::error_code error;
     std::filesystem::create_directories(db.parent_path(), error);  // what fails here fails again when it is opened
   }
-  TSessionOptions made;
+  TControllerOptions made;
   made.MachineFile = MachineFile(options.Machine, options.State);
   made.LocaleFolder = ShareFolder() / "locale";
   made.AlarmFolder = ShareFolder() / "alarms";
@@ -265,7 +265,7 @@ int RunAlarmsLive(const TAlarmsOptions& options, std::ostream& out) {
   made.Language = options.Language;
   made.Seed = options.Seed;
   made.Realtime = true;
-  TSession session(std::move(made));
+  TController session(std::move(made));
   for (const std::string& notice : session.Notices()) std::cerr << "ixocut alarms: " << notice << std::endl;
 
   GLiveStopped = 0;

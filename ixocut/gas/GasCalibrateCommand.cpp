@@ -144,15 +144,15 @@ class TCalibrate {
       : FOptions(options),
         FConsole(console),
         FBar(console, !options.Json),
-        FSession(SessionOptions(options, console)),
-        FCalibration(FSession, ParseGases(options.Gases), options.Nozzle) {
+        FController(SessionOptions(options, console)),
+        FCalibration(FController, ParseGases(options.Gases), options.Nozzle) {
     GZemGasAdjustModel()->SetRefined(options.Method == "refined");
   }
 
   int Run();
 
  private:
-  static TSessionOptions SessionOptions(const TCalibrateOptions& options, TConsole& console);
+  static TControllerOptions SessionOptions(const TCalibrateOptions& options, TConsole& console);
   void Ready();
   template <class Running>
   void Wait(Running running);
@@ -165,15 +165,15 @@ class TCalibrate {
   const TCalibrateOptions& FOptions;
   TConsole& FConsole;
   TProgressBar FBar;
-  TSession FSession;
+  TController FController;
   std::uint64_t FStartMs = 0;
   TGasCalibration FCalibration;
   TGasDescentRun FDescent;
   nlohmann::ordered_json FMessages = nlohmann::ordered_json::array();
 };
 
-TSessionOptions TCalibrate::SessionOptions(const TCalibrateOptions& options, TConsole& console) {
-  TSessionOptions session;
+TControllerOptions TCalibrate::SessionOptions(const TCalibrateOptions& options, TConsole& console) {
+  TControllerOptions session;
   session.MachineFile = MachineFile(options.Machine, options.State);
   session.LocaleFolder = ShareFolder() / "locale";
   session.AlarmFolder = ShareFolder() / "alarms";
@@ -197,23 +197,23 @@ void TCalibrate::Look() {
 }
 
 void TCalibrate::Ready() {
-  const TNcStateFramework& framework = FSession.Framework();
+  const TNcStateFramework& framework = FController.Framework();
   const std::uint64_t until = Clock().MonotonicMs() + kReadyWithinMs;
   do {
-    if (FSession.VirtualClock())
-      FSession.RunPass();
+    if (FController.VirtualClock())
+      FController.RunPass();
     else
       Clock().Sleep(kLookEveryMs);
     if (Clock().MonotonicMs() >= until)
       throw EProblem(pbUnusable, "the machine does not acknowledge standby: laser or emission stays on");
-  } while (framework.SafePending() || FSession.Framework().Watch().Pass.load() == 0);
+  } while (framework.SafePending() || FController.Framework().Watch().Pass.load() == 0);
 }
 
 template <class Running>
 void TCalibrate::Wait(Running running) {
-  if (FSession.VirtualClock()) {
+  if (FController.VirtualClock()) {
     while (running()) {
-      FSession.RunPass();
+      FController.RunPass();
       Look();
     }
   } else {
@@ -221,7 +221,7 @@ void TCalibrate::Wait(Running running) {
     while (running()) {
       Clock().Sleep(kLookEveryMs);
       FCalibration.Watch(Clock().MonotonicMs());
-      if (signal.Asked()) FSession.Framework().Stop();
+      if (signal.Asked()) FController.Framework().Stop();
       Look();
     }
   }
@@ -279,8 +279,8 @@ void TCalibrate::Print() {
 int TCalibrate::Run() {
   FStartMs = Clock().MonotonicMs();
   FConsole.SetStart(FStartMs);
-  for (const std::string& notice : FSession.Notices()) LogMsg(lkWarning, 0, notice, "TPHost");
-  if (!FSession.VirtualClock()) FSession.StartThreads();
+  for (const std::string& notice : FController.Notices()) LogMsg(lkWarning, 0, notice, "TPHost");
+  if (!FController.VirtualClock()) FController.StartThreads();
   Ready();
   std::string names;
   for (const TGasResult& result : FCalibration.Results()) names += (names.empty() ? "" : ", ") + GasDesc(result.Gas);
@@ -289,11 +289,11 @@ int TCalibrate::Run() {
     if (result.End == TGasEnd::Skipped) Say(result.Why);
   if (std::string reason; !FCalibration.Start(reason)) throw EProblem(pbUnusable, reason);
   Wait([&] { return FCalibration.Running(); });
-  if (FOptions.Descend && FCalibration.Completed() && FDescent.Start(FSession.Framework(), FCalibration.Results())) {
+  if (FOptions.Descend && FCalibration.Completed() && FDescent.Start(FController.Framework(), FCalibration.Results())) {
     FConsole.Say(SGasDescent.Get());
-    Wait([&] { return FSession.Running(); });
+    Wait([&] { return FController.Running(); });
   }
-  FSession.StopThreads();  // what was measured is the state thread's until then
+  FController.StopThreads();  // what was measured is the state thread's until then
 
   FConsole.Say("");
   for (const std::string& line : Table(FCalibration.Results())) FConsole.Say(line);

@@ -6,8 +6,8 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include "controller/Controller.h"
 #include "controller/HostTexts.h"
-#include "controller/Session.h"
 #include "controller/StateFolder.h"
 #include "controller/gas/GasTexts.h"
 #include "ixocamglue/support/Problem.h"
@@ -42,7 +42,7 @@ struct TReached {
 };
 
 // Sets the pressure on the simulated machine, waits until it rests, and switches the gas off again.
-TReached Reach(TSession& session, std::int32_t branch, double bar) {
+TReached Reach(TController& session, std::int32_t branch, double bar) {
   session.RunFor(kReadingMs);
   for (std::uint64_t waited = 0; session.Framework().SafePending(); waited += kReadingMs) {
     if (waited >= kReadyWithinMs)
@@ -76,13 +76,13 @@ int RunPressure(const TPressureOptions& options, std::ostream& out) {
   if (!bar || !(*bar >= 0.0)) throw EProblem(pbRequest, "--bar: \"" + options.Bar + "\" is no pressure in bar");
 
   TConsole console(out, options.Json, false);
-  TSessionOptions session;
+  TControllerOptions session;
   session.MachineFile = MachineFile(options.Machine, options.State);
   session.LocaleFolder = ShareFolder() / "locale";
   session.Language = options.Language;
   session.Seed = options.Seed;
   session.Sinks = {&console};
-  TSession machine(session);
+  TController machine(session);
   console.SetStart(Clock().MonotonicMs());
 
   const TGasBranchConfig* const branch = MachineConfig()->GetGasBranch(gas);

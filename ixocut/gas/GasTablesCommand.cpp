@@ -7,7 +7,7 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
-#include "controller/Session.h"
+#include "controller/Controller.h"
 #include "controller/StateFolder.h"
 #include "ixocamglue/gascal/Uzemgasadjustmodel.h"
 #include "ixocamglue/support/Problem.h"
@@ -35,16 +35,16 @@ struct TTablesOptions {
 // The machine file with the tables beside it; no machine runs.
 class TTables {
  public:
-  TTables(const TTablesOptions& options, TConsole& console) : FSession(Options(options, console)) {
+  TTables(const TTablesOptions& options, TConsole& console) : FController(Options(options, console)) {
     FStored.Open();
-    FSession.Logs().DrainOnce();
+    FController.Logs().DrainOnce();
   }
   TGasCaliConfig& Stored() { return FStored; }
-  TSession& Session() { return FSession; }
+  TController& Controller() { return FController; }
 
  private:
-  static TSessionOptions Options(const TTablesOptions& options, TConsole& console) {
-    TSessionOptions session;
+  static TControllerOptions Options(const TTablesOptions& options, TConsole& console) {
+    TControllerOptions session;
     session.MachineFile = MachineFile(options.Machine, options.State);
     session.LocaleFolder = ShareFolder() / "locale";
     session.Language = options.Language;
@@ -53,7 +53,7 @@ class TTables {
     return session;
   }
 
-  TSession FSession;
+  TController FController;
   TGasCaliConfig FStored;
 };
 
@@ -114,7 +114,7 @@ int RunLoad(const TTablesOptions& options, std::ostream& out) {
   auto messages = nlohmann::ordered_json::array();
   for (const std::int32_t gas : gases) {
     all = model.LoadGasData(gas, options.Nozzle, options.Size) && all;
-    tables.Session().Logs().DrainOnce();
+    tables.Controller().Logs().DrainOnce();
     for (std::string text; model.GetMsg(text);) {
       console.Say(text);
       messages.push_back(text);

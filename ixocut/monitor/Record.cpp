@@ -7,8 +7,8 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include "controller/Controller.h"
 #include "controller/HostTexts.h"
-#include "controller/Session.h"
 #include "controller/StateFolder.h"
 #include "controller/procedures/Procedures.h"
 #include "controller/recordings/Recorder.h"
@@ -42,7 +42,7 @@ struct TListenEnd {
 // Samples with each step of the session's clock. A failure ends the sampling, not the procedure, and is kept.
 class TSampling {
  public:
-  TSampling(TSession& session, TRecorder& recorder) : FClock(*session.VirtualClock()) {
+  TSampling(TController& session, TRecorder& recorder) : FClock(*session.VirtualClock()) {
     FHandle = FClock.OnStep([this, &session, &recorder](std::uint64_t) {
       if (FFailure) return;
       try {
@@ -65,7 +65,7 @@ class TSampling {
   std::exception_ptr FFailure;
 };
 
-std::string Words(const TSession& session, bool ended, const TMotionOutcome& outcome) {
+std::string Words(const TController& session, bool ended, const TMotionOutcome& outcome) {
   if (!ended || session.Running()) return SEndNever.Get();
   switch (outcome.Type) {
     case metSuccess: return SEndSuccess.Get();
@@ -95,13 +95,13 @@ int RunRecord(const TRecordOptions& options, std::ostream& out) {
 
   const TListenEnd listenEnd;
   TConsole console(out, options.Json, false);
-  TSessionOptions settings;
+  TControllerOptions settings;
   settings.MachineFile = MachineFile(options.Machine, options.State);
   settings.LocaleFolder = ShareFolder() / "locale";
   settings.Language = options.Language;
   settings.Seed = options.Seed;
   settings.Sinks = {&console};
-  TSession session(settings);
+  TController session(settings);
   TLogService::Listen(console.Mask());
   for (const std::string& notice : session.Notices()) LogMsg(lkWarning, 0, notice, "TPHost");
   if (procedure->Prepare) procedure->Prepare(session.Machine());
@@ -131,7 +131,7 @@ int RunRecord(const TRecordOptions& options, std::ostream& out) {
   recorder.Finish();
   sink.Commit();
 
-  const TMotionOutcome outcome = session.Controller().Outcome();
+  const TMotionOutcome outcome = session.MotionState().Outcome();
   const bool success = ended && outcome.Type == metSuccess;
   const std::string words = Words(session, ended, outcome);
   console.Say("");

@@ -55,7 +55,7 @@ nlohmann::ordered_json JsonOf(const TSpeedData& speed) {
 }
 
 // The levels, and the parameters and jog sections that follow from the one in force.
-void Print(const TKnobOptions& options, TSession& session, std::ostream& out) {
+void Print(const TKnobOptions& options, TController& session, std::ostream& out) {
   const TKnob& knob = Knob();
   const char* const level = kLevels[static_cast<std::size_t>(knob.GetSpeedState())];
   const TNcParams& params = session.Params();
@@ -93,11 +93,11 @@ int RunKnob(const TKnobOptions& options, bool setsState, bool setsSpeed, std::os
   const std::optional<double> z = SpeedOf("--z", options.Z);
   if (setsSpeed && !xy && !z) throw EProblem(pbRequest, "--xy or --z is needed");
 
-  TSessionOptions sessionOptions;
+  TControllerOptions sessionOptions;
   sessionOptions.MachineFile = MachineFile(options.Machine, options.State);
   sessionOptions.LocaleFolder = ShareFolder() / "locale";
   sessionOptions.Language = options.Language;
-  TSession session(sessionOptions);
+  TController session(sessionOptions);
   TKnob& knob = Knob();
   const auto check = [&] {
     if (const std::string problem = CheckKnob(session.Machine().Config()); !problem.empty())

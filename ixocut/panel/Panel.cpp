@@ -39,8 +39,8 @@ struct TPanelOptions {
 
 using TOptions = std::shared_ptr<TPanelOptions>;
 
-TSessionOptions SessionOptions(const TPanelOptions& options, ILogSink* sink) {
-  TSessionOptions session;
+TControllerOptions SessionOptions(const TPanelOptions& options, ILogSink* sink) {
+  TControllerOptions session;
   session.MachineFile = MachineFile(options.Machine, options.State);
   session.LocaleFolder = ShareFolder() / "locale";
   session.Language = options.Language;
@@ -49,7 +49,7 @@ TSessionOptions SessionOptions(const TPanelOptions& options, ILogSink* sink) {
   return session;
 }
 
-void PowerUp(TSession& session) {
+void PowerUp(TController& session) {
   session.RunPass();
   session.RunPass();
 }
@@ -61,7 +61,7 @@ int RunScript(const TPanelOptions& options, std::ostream& out) {
   TConsole console(out, options.Json, false);
   nlohmann::ordered_json events;
   {
-    TSession session(SessionOptions(options, &console));
+    TController session(SessionOptions(options, &console));
     console.SetStart(Clock().MonotonicMs());
     PowerUp(session);
     TPanelHost host(session);
@@ -81,9 +81,9 @@ int RunPanel(const TPanelOptions& options, std::ostream& out) {
   if (!options.Script.empty()) return RunScript(options, out);
   if (options.Json) throw EProblem(pbRequest, "--json needs --script FILE");
   TLastLines log;
-  TSessionOptions sessionOptions = SessionOptions(options, &log);
+  TControllerOptions sessionOptions = SessionOptions(options, &log);
   sessionOptions.Realtime = true;
-  TSession session(sessionOptions);
+  TController session(sessionOptions);
   session.StartThreads();
   TPanelTerminalOptions terminal;
   if (!options.Form.empty()) terminal.Form = options.Form;
@@ -115,7 +115,7 @@ std::string StatesWith(const TKBPManager& manager, TKeyMask key) {
 }
 
 // The standing alarms that alone keep the key from being permitted.
-std::string Blockers(TSession& session, TKeyMask key) {
+std::string Blockers(TController& session, TKeyMask key) {
   TSimMachine& machine = session.Machine();
   const std::vector<TNcAlarmRecord> standing = machine.Alarms().Standing();
   TKBPManager& manager = *KBPManager();
@@ -145,7 +145,7 @@ std::vector<TReason> Reasons(TPanelHost& host, TKeyCode key, TCutState state, st
   reasons.push_back({"client", allowed(kMapClientPermit), form,
                      allowed(kMapClientPermit) ? "" : "a form that permits the key, for example " + FormsWith(bit)});
   const bool alarm = allowed(kMapAlarmPermit);
-  const std::string blockers = alarm ? "" : Blockers(host.Session(), bit);
+  const std::string blockers = alarm ? "" : Blockers(host.Controller(), bit);
   reasons.push_back({"alarm", alarm, alarm ? "no alarm blocks it" : blockers, alarm ? "" : "clear " + blockers});
   reasons.push_back({"state", allowed(kMapStatePermit), Format("state %d %s", number, CutStateName(state)),
                      allowed(kMapStatePermit) ? "" : "a state that permits the key: " + StatesWith(manager, bit)});
@@ -174,7 +174,7 @@ int RunWhy(const TPanelOptions& options, std::ostream& out) {
     if (!asked) throw EProblem(pbRequest, "--state: \"" + options.AtState + "\" is no number or name of a state");
   }
 
-  TSession session(SessionOptions(options, nullptr));
+  TController session(SessionOptions(options, nullptr));
   PowerUp(session);
   TPanelHost host(session);
   TPanelScript script(host, nullptr);

@@ -138,8 +138,8 @@ std::vector<std::string> DrawPanel(TKeyMask leds, bool hints, std::size_t column
 
 // --- TPanelHost ---
 
-TPanelHost::TPanelHost(TSession& session)
-    : FSession(session),
+TPanelHost::TPanelHost(TController& session)
+    : FController(session),
       FGuard(*KBPManager(),
              [&session] {
                if (TSupervisor* const supervisor = session.Supervisor()) supervisor->EmergencyStop();
@@ -156,21 +156,21 @@ TPanelHost::TPanelHost(TSession& session)
 }
 
 TPanelHost::~TPanelHost() {
-  for (const std::size_t timer : FTimers) FSession.VirtualClock()->Remove(timer);
+  for (const std::size_t timer : FTimers) FController.VirtualClock()->Remove(timer);
 }
 
 void TPanelHost::RaiseAlarm(const TDemoAlarm& alarm) {
-  if (alarm.Axis >= 0) FSession.Machine().Alarms().ForbidAxis(alarm.Axis, true);
-  FSession.Machine().RaiseAlarm({"TPHost", alarm.Name->Get(), alarm.Id}, alarm.Forbids);
+  if (alarm.Axis >= 0) FController.Machine().Alarms().ForbidAxis(alarm.Axis, true);
+  FController.Machine().RaiseAlarm({"TPHost", alarm.Name->Get(), alarm.Id}, alarm.Forbids);
 }
 
 void TPanelHost::SetWarning(bool pending) {
-  FSession.Params().SetBool("ExistMaintainWarning", pending);
-  if (pending) FSession.Machine().Alarms().Raise({"TPHost", SAlarmNotHomed.Get(), 0}, {.RequireOrg = true});
+  FController.Params().SetBool("ExistMaintainWarning", pending);
+  if (pending) FController.Machine().Alarms().Raise({"TPHost", SAlarmNotHomed.Get(), 0}, {.RequireOrg = true});
 }
 
 void TPanelHost::SetKnob(TSpeedState level) {
-  if (const std::string problem = CheckKnob(FSession.Machine().Config()); !problem.empty())
+  if (const std::string problem = CheckKnob(FController.Machine().Config()); !problem.empty())
     return LogMsg(lkWarning, 0, problem, "TPHost");
   try {
     Knob().SetSpeedState(level);

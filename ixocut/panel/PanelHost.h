@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "controller/Session.h"
+#include "controller/Controller.h"
 #include "controller/panel/PanelGuard.h"
 #include "ixocamglue/panel/Uknob.h"
 
@@ -43,27 +43,27 @@ inline constexpr std::size_t kPanelColumns = 7;
 class TPanelHost {
  public:
   // Enables the panel; the session has made its first pass.
-  explicit TPanelHost(TSession& session);
+  explicit TPanelHost(TController& session);
   ~TPanelHost();
   TPanelHost(const TPanelHost&) = delete;
   TPanelHost& operator=(const TPanelHost&) = delete;
 
   [[nodiscard]] TPanelGuard& Guard() { return FGuard; }
   [[nodiscard]] TFormTracker& Forms() { return FForms; }
-  [[nodiscard]] TSession& Session() { return FSession; }
+  [[nodiscard]] TController& Controller() { return FController; }
 
   void RaiseAlarm(const TDemoAlarm& alarm);
   // A maintenance warning is pending, and alarms require the origin; or neither.
   void SetWarning(bool pending);
   // By hand: the emergency stop and what it latched.
-  void ResetEmergencyStop() { FSession.Machine().Demo().SetEmergencyStop(false); }
+  void ResetEmergencyStop() { FController.Machine().Demo().SetEmergencyStop(false); }
   // Applies a level of the knob; refused with a text for the operator when the speeds are not right.
   void SetKnob(TSpeedState level);
   // The next level, if the panel permits the knob's key.
   void TurnKnob();
 
  private:
-  TSession& FSession;
+  TController& FController;
   TPanelGuard FGuard;
   TFormTracker FForms;
   std::vector<std::size_t> FTimers;

@@ -113,7 +113,10 @@ std::vector<TScriptLine> ReadScript(const std::filesystem::path& file) {
 }
 
 TPanelScript::TPanelScript(TPanelHost& host, std::ostream* out)
-    : FHost(host), FOut(out), FToldEntries(host.Session().Gate().Journal().Size()), FStartMs(Clock().MonotonicMs()) {}
+    : FHost(host),
+      FOut(out),
+      FToldEntries(host.Controller().Gate().Journal().Size()),
+      FStartMs(Clock().MonotonicMs()) {}
 
 void TPanelScript::Run(const std::vector<TScriptLine>& lines) {
   for (const TScriptLine& line : lines) Step(line);
@@ -148,22 +151,22 @@ void TPanelScript::Step(const TScriptLine& line) {
     KBPManager()->KeyItem(*ParseKey(w[1]))->SetAlt(on(2), w.size() > 3);
   } else if (w[0] == "window") {
     if (on(1))
-      FWindow = FHost.Session().Windows().Open(kReturnOrgWindow, [this](const TWindowMessage& message) {
+      FWindow = FHost.Controller().Windows().Open(kReturnOrgWindow, [this](const TWindowMessage& message) {
         Tell("window", Format("message %u wParam %lld lParam %lld", message.Message,
                               static_cast<long long>(message.WParam), static_cast<long long>(message.LParam)));
       });
     else
-      FHost.Session().Windows().Close(FWindow);
+      FHost.Controller().Windows().Close(FWindow);
   } else if (w[0] == "silent") {
     FSilent = on(1);
   } else if (w[0] == "alarm") {
     FHost.RaiseAlarm(*FindDemoAlarm(std::stoi(w[1])));
   } else if (w[0] == "clear") {
-    FHost.Session().Machine().ClearAlarms();
+    FHost.Controller().Machine().ClearAlarms();
   } else if (w[0] == "warning") {
     FHost.SetWarning(on(1));
   } else if (w[0] == "emergency") {
-    FHost.Session().Machine().Demo().SetEmergencyStop(on(1));
+    FHost.Controller().Machine().Demo().SetEmergencyStop(on(1));
   } else if (w[0] == "leds") {
     ShowLeds();
   }
@@ -174,14 +177,14 @@ void TPanelScript::RunFor(std::uint64_t ms) {
   const std::uint64_t end = Clock().MonotonicMs() + ms;
   while (Clock().MonotonicMs() < end) {
     if (!FSilent) FHost.Guard().Alive();
-    FHost.Session().RunPass();
+    FHost.Controller().RunPass();
     TellMachine();
   }
 }
 
 // What reached the cutting system and what it made of it.
 void TPanelScript::TellMachine() {
-  const auto entries = FHost.Session().Gate().Journal().Entries();
+  const auto entries = FHost.Controller().Gate().Journal().Entries();
   for (; FToldEntries < entries.size(); ++FToldEntries) {
     const TJournalEntry& entry = entries[FToldEntries];
     if (entry.Device != "cut" && !entry.IsState()) continue;
@@ -198,14 +201,14 @@ void TPanelScript::ShowLeds() {
   auto masks = nlohmann::ordered_json::object();
   for (const char* name :
        {"SofteKBPanelStatePermits", "SofteKBPanelAllowKeys", "SofteKBPanelRepKeys", "SofteKBPanelBlinkKeys"})
-    masks[name] = Format("0x%08X", static_cast<std::uint32_t>(FHost.Session().Params().GetInt(name, 0)));
+    masks[name] = Format("0x%08X", static_cast<std::uint32_t>(FHost.Controller().Params().GetInt(name, 0)));
   const std::uint64_t ms = Clock().MonotonicMs() - FStartMs;
   auto lit = nlohmann::ordered_json::array();
   for (std::size_t i = 0; i < kKeys; ++i)
     if ((leds & KeyBit(i)) != 0) lit.push_back(kKeyTable[i].Name);
   FEvents.push_back({{"ms", ms}, {"leds", std::move(lit)}, {"masks", masks}});
   if (!FOut) return;
-  FHost.Session().Logs().DrainOnce();
+  FHost.Controller().Logs().DrainOnce();
   for (const std::string& line : DrawPanel(leds, false)) *FOut << "             " << line << '\n';
   for (const auto& [name, mask] : masks.items())
     *FOut << "             " << Format("%-25s", name.c_str()) << mask.get<std::string>() << '\n';
@@ -215,7 +218,7 @@ void TPanelScript::Tell(const char* what, const std::string& text) {
   const std::uint64_t ms = Clock().MonotonicMs() - FStartMs;
   FEvents.push_back({{"ms", ms}, {what, text}});
   if (!FOut) return;
-  FHost.Session().Logs().DrainOnce();
+  FHost.Controller().Logs().DrainOnce();
   *FOut << Format("%8llu ms  %s%s", static_cast<unsigned long long>(ms),
                   std::string_view(what) == "do" ? "" : Format("  %s: ", what).c_str(), text.c_str())
         << '\n';

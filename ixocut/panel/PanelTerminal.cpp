@@ -88,8 +88,8 @@ const char* LevelName(TSpeedState level) { return level == ssLow ? "low" : level
 
 class TPanelScreen {
  public:
-  TPanelScreen(TSession& session, TPanelHost& host, const TLastLines& log)
-      : FSession(session), FHost(host), FLog(log) {}
+  TPanelScreen(TController& session, TPanelHost& host, const TLastLines& log)
+      : FController(session), FHost(host), FLog(log) {}
 
   void Draw() {
     std::string text = "\x1b[H";
@@ -98,11 +98,11 @@ class TPanelScreen {
     line("");
     for (const std::string& row : DrawPanel(FHost.Guard().Leds(), true, TRawTerminal::Columns())) line(row);
     line("");
-    const TSimSnapshot now = FSession.Machine().Snapshot();
+    const TSimSnapshot now = FController.Machine().Snapshot();
     const auto& open = FHost.Forms().Open();
     line(Format("form %s   state %d %s   knob %s %.1f mm/s", open.empty() ? "-" : open.back().c_str(), now.State,
                 CutStateName(ClassifyCutState(now.State)), LevelName(Knob().GetSpeedState()),
-                FSession.Params().GetDouble("JogSpeed", FSession.Jog().XY().LowJogSpeed)));
+                FController.Params().GetDouble("JogSpeed", FController.Jog().XY().LowJogSpeed)));
     line(Format("X %8.2f  Y %8.2f  Z %7.2f  %s", now.Pos.X, now.Pos.Y, now.Z, now.Moving() ? "moving" : "at rest"));
     line(Format("shutter %s  laser %s  gas %s%s%s", now.Emission ? "open" : "closed", now.Laser ? "ON" : "off",
                 now.Gas ? Format("%.1f bar", now.GasBar).c_str() : "off", now.Following ? "  following" : "",
@@ -114,7 +114,7 @@ class TPanelScreen {
   }
 
  private:
-  TSession& FSession;
+  TController& FController;
   TPanelHost& FHost;
   const TLastLines& FLog;
 };
@@ -160,7 +160,7 @@ std::vector<std::string> TLastLines::Lines() const {
   return FLines;
 }
 
-int RunPanelTerminal(TSession& session, const TLastLines& log, const TPanelTerminalOptions& options) {
+int RunPanelTerminal(TController& session, const TLastLines& log, const TPanelTerminalOptions& options) {
   TRawTerminal terminal;
   TPanelHost host(session);
   host.Forms().Show(options.Form);

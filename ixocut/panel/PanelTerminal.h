@@ -23,6 +23,6 @@ class TLastLines final : public ILogSink {
 
 // Until the operator quits or a signal ends it; then everything is stopped and the terminal is as it was. Throws
 // EProblem when standard input or output is no terminal. The session's threads run.
-int RunPanelTerminal(TSession& session, const TLastLines& log, const TPanelTerminalOptions& options);
+int RunPanelTerminal(TController& session, const TLastLines& log, const TPanelTerminalOptions& options);
 
 }  // namespace ixocut

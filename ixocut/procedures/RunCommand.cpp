@@ -147,7 +147,7 @@ class TObserver {
         FEveryMs(console.OnTerminal() ? kTerminalEveryMs : kStatusEveryMs) {}
 
   void Look(std::uint64_t nowMs) {
-    const TSimSnapshot now = FRun.Session().Machine().Snapshot();
+    const TSimSnapshot now = FRun.Controller().Machine().Snapshot();
     FTrace.Sample(now);
     const std::uint64_t begun = FRun.Steps().Begun();
     const bool stepped = begun != FBegun;
@@ -194,7 +194,7 @@ int Run(const TRunOptions& options, std::ostream& out) {
     TProcedureRun run(options, console);
     TObserver observer(run, console, options);
     run.OnLook([&](std::uint64_t nowMs) { observer.Look(nowMs); });
-    if (job.Procedure && job.Procedure->Prepare) job.Procedure->Prepare(run.Session().Machine());
+    if (job.Procedure && job.Procedure->Prepare) job.Procedure->Prepare(run.Controller().Machine());
     const auto make = [&] {
       TStepPtr root = RootOf(job);
       if (TNcParams* const params = NcParams(); params && options.SaveCalibration)
@@ -202,7 +202,7 @@ int Run(const TRunOptions& options, std::ostream& out) {
       return root;
     };
     const TRunReport report = run.Run(job.Title, make, options.LimitMs);
-    const TSimSnapshot last = run.Session().Machine().Snapshot();
+    const TSimSnapshot last = run.Controller().Machine().Snapshot();
     lines = ReportLines(report, observer.Trace(), last, options.Journal);
     if (options.Json) document.update(ReportJson(report, observer.Trace(), last));
     if (!options.Plot.empty()) {

@@ -9,7 +9,7 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
-#include "controller/Session.h"
+#include "controller/Controller.h"
 #include "controller/StateFolder.h"
 #include "controller/procedures/Procedures.h"
 #include "ixocamglue/support/Format.h"
@@ -105,11 +105,11 @@ int RunTree(const TTreeOptions& options, std::ostream& out) {
     throw EProblem(pbRequest, why + "; the procedures are: " + Names());
   }
   // A machine and its configuration: parts that are built late ask both.
-  TSessionOptions settings;
+  TControllerOptions settings;
   settings.MachineFile = options.Machine ? *options.Machine : ShareFolder() / "machines" / "machine.xml";
   settings.LocaleFolder = ShareFolder() / "locale";
   settings.Language = options.Language;
-  TSession session(settings);
+  TController session(settings);
   for (const std::string& notice : session.Notices()) std::cerr << "ixocut tree: " << notice << std::endl;
 
   const TStepPtr root = procedure->Make();

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "controller/StateFolder.h"
 #include "fixture/Faults.h"
 #include "fixture/TempDir.h"
 #include "ixocamglue/Library.h"
@@ -14,6 +15,7 @@
 #include "ixocamglue/platform/services/Log.h"
 
 namespace ixocamglue::test {
+using namespace ixocontroller;
 namespace {
 
 class TDefinitions final : public IAlarmInterpreterSvc {
@@ -149,7 +151,7 @@ TEST_F(Interpreter, AMessageIsExplainedOrExplainsItself) {
 }
 
 TEST_F(Interpreter, TheLibraryMakesItOnceAndALanguageRebuildsIt) {
-  TLocaleReader reader(IXO_SHARE_DIR "/locale");
+  TLocaleReader reader(ShareFolder() / "locale");
   const TInstalled<TLocaleReader> readerInstalled(reader);
   TLocaleManager manager;
   const TInstalled<TLocaleManager> managerInstalled(manager);
@@ -157,7 +159,7 @@ TEST_F(Interpreter, TheLibraryMakesItOnceAndALanguageRebuildsIt) {
   {
     const TLibrary library;
     EXPECT_THROW(AlarmInterpreter(), std::runtime_error) << "no service: nothing is stored";
-    App.Register(IID_IAlarmInterpreterSvc, std::make_shared<TAlarmDefinitionFiles>(IXO_SHARE_DIR "/alarms"));
+    App.Register(IID_IAlarmInterpreterSvc, std::make_shared<TAlarmDefinitionFiles>(ShareFolder() / "alarms"));
     TAlarmInterpreter* const made = AlarmInterpreter();
     ASSERT_NE(made, nullptr);
     EXPECT_EQ(AlarmInterpreter(), made);
@@ -176,7 +178,7 @@ TEST_F(Interpreter, TheLibraryMakesItOnceAndALanguageRebuildsIt) {
 TEST(AlarmDefinitions, TheListsAreInOrderAndNameTheSameAlarms) {
   std::vector<std::string> ids[2];
   for (const int language : {0, 1}) {
-    std::ifstream in(std::string(IXO_SHARE_DIR) + (language == 0 ? "/alarms/zh.json" : "/alarms/en.json"));
+    std::ifstream in(ShareFolder().string() + (language == 0 ? "/alarms/zh.json" : "/alarms/en.json"));
     const std::string json{std::istreambuf_iterator<char>(in), {}};
     EXPECT_EQ(CheckAlarmDefinitions(json), TTexts{});
     for (std::size_t at = 0; (at = json.find("\"HelpID\": ", at)) != std::string::npos; ++at)
@@ -184,7 +186,7 @@ TEST(AlarmDefinitions, TheListsAreInOrderAndNameTheSameAlarms) {
   }
   EXPECT_EQ(ids[0], ids[1]);
   TMachineConfig machine;
-  ASSERT_EQ(machine.Load(IXO_SHARE_DIR "/machines/machine.xml"), "");
+  ASSERT_EQ(machine.Load(ShareFolder() / "machines/machine.xml"), "");
   EXPECT_EQ(CheckAlarmsSection(machine.Section("Alarms")), TTexts{});
 }
 

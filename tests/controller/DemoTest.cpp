@@ -19,7 +19,7 @@ class Demo : public TMachineTest {
   // Presses, and runs until the machine is in this state.
   void RunTo(TCutState state, std::uint64_t limitMs = 60'000) {
     const std::uint64_t end = Clock().MonotonicMs() + limitMs;
-    while (State() != state && Clock().MonotonicMs() < end) FSession.RunPass();
+    while (State() != state && Clock().MonotonicMs() < end) FController.RunPass();
     ASSERT_EQ(State(), state);
   }
   TCutState State() { return ClassifyCutState(Framework().CurrentState()); }
@@ -58,16 +58,16 @@ TEST_F(Demo, DryRunAndWalkAroundLightNothing) {
 TEST_F(Demo, APauseGoesDarkAndResumeGoesOnWhereItStopped) {
   Press(kcStart);
   RunUntil("laser on");
-  FSession.RunFor(3000);
+  FController.RunFor(3000);
   Press(kcPause);
   RunTo(csPaused);
   const TPoint2 broken = Now().Pos;
-  FSession.RunFor(500);
+  FController.RunFor(500);
   EXPECT_FALSE(Now().Laser || Now().Emission || Now().Gas || Now().Moving());
 
   Press(kcJogLeft);  // by hand away from it, and back by itself
   RunTo(csJogging);
-  FSession.RunFor(1000);
+  FController.RunFor(1000);
   Release(kcJogLeft);
   RunTo(csPaused);
   EXPECT_LT(Now().Pos.X, broken.X - 5);
@@ -85,11 +85,11 @@ TEST_F(Demo, APauseGoesDarkAndResumeGoesOnWhereItStopped) {
 TEST_F(Demo, StopEndsEverythingAndTheBreakCanBeLocated) {
   Press(kcStart);
   RunUntil("laser on");
-  FSession.RunFor(1000);
+  FController.RunFor(1000);
   Press(kcStop);
   EXPECT_FALSE(Now().Laser) << "at once, on the caller's thread";
   RunTo(csStandby, 50);
-  FSession.RunFor(500);
+  FController.RunFor(500);
   EXPECT_FALSE(Now().Emission || Now().Gas || Now().Moving() || Now().Following);
   const TPoint2 broken = Now().Pos;
   Press(kcReturnOrg);
@@ -112,10 +112,10 @@ TEST_F(Demo, AJogLastsAsLongAsItsKey) {
   for (const auto& key : keys) {
     const TSimSnapshot before = Now();
     Press(key.Command);
-    FSession.RunFor(500);
+    FController.RunFor(500);
     EXPECT_EQ(State(), csJogging);
     Release(key.Command);
-    FSession.RunFor(200);
+    FController.RunFor(200);
     const TSimSnapshot after = Now();
     EXPECT_EQ(State(), csStandby);
     EXPECT_FALSE(after.Moving());
@@ -126,21 +126,21 @@ TEST_F(Demo, AJogLastsAsLongAsItsKey) {
   }
   Press(kcJogRight);
   Release(kcJogRight);  // before the state thread has seen it
-  FSession.RunFor(300);
+  FController.RunFor(300);
   EXPECT_EQ(State(), csStandby);
   EXPECT_FALSE(Now().Moving());
 
-  FSession.Params().SetDouble("JogSpeed", 100);
+  FController.Params().SetDouble("JogSpeed", 100);
   Press(kcJogRight);
-  FSession.RunFor(100);
+  FController.RunFor(100);
   Press(kcJogForward);  // another key takes over
-  FSession.RunFor(100);
+  FController.RunFor(100);
   Release(kcJogRight);  // not what is held any more
   const double y = Now().Pos.Y;
-  FSession.RunFor(100);
+  FController.RunFor(100);
   EXPECT_GT(Now().Pos.Y, y + 5);
   Machine().Alarms().ForbidAxis(1, true);
-  FSession.RunFor(100);
+  FController.RunFor(100);
   EXPECT_EQ(State(), csStandby) << "an alarm ends it";
   EXPECT_FALSE(Now().Moving());
 }
@@ -155,7 +155,7 @@ TEST_F(Demo, AnAlarmBlockedKeyChangesNothing) {
                                      kcStart, kcResume, kcBreakLocate, kcJogLaser, kcCalibration, kcCurPosCalibration,
                                      kcJogLeft, kcJogRight, kcJogForward, kcJogBack, kcJogZUp, kcJogZDown}) {
     Press(command);
-    FSession.RunFor(1500);
+    FController.RunFor(1500);
     const TSimSnapshot now = Now();
     EXPECT_FALSE(now.Laser || now.Emission || now.Gas || now.Moving() || now.Following) << command;
     EXPECT_EQ(std::tuple(now.Pos, now.Z, now.State), std::tuple(before.Pos, before.Z, before.State)) << command;
@@ -170,15 +170,15 @@ TEST_F(Demo, DevicesSwitchByHandOnlyWhereTheyMay) {
   Press(kcAiming);
   Press(kcGas);
   Press(kcFollow);
-  FSession.RunFor(1000);
+  FController.RunFor(1000);
   Press(kcLaser);
-  FSession.RunFor(50);
+  FController.RunFor(50);
   EXPECT_TRUE(Now().Laser && Now().Gas && Now().Following && Machine().Laser()->GetAiming());
   for (const std::int32_t command : {kcLaser, kcShutter, kcAiming, kcGas, kcFollow}) Press(command);
   EXPECT_FALSE(Now().Laser || Now().Emission || Now().Gas || Now().Following || Machine().Laser()->GetAiming());
 
   Press(kcJogLaser);
-  FSession.RunFor(100);
+  FController.RunFor(100);
   EXPECT_TRUE(Now().Laser);
   Release(kcJogLaser);
   EXPECT_FALSE(Now().Laser || Now().Emission);
@@ -197,7 +197,7 @@ TEST_F(Demo, TheEmergencyStopLatchesUntilItIsResetByHand) {
   Press(kcEmergencyStop);
   EXPECT_FALSE(Now().Laser);
   EXPECT_TRUE(EmergencyStop()->IsActive());
-  FSession.RunFor(500);
+  FController.RunFor(500);
   EXPECT_EQ(State(), csStandby);
   EXPECT_FALSE(Now().Moving());
   Press(kcShutter);
@@ -205,17 +205,17 @@ TEST_F(Demo, TheEmergencyStopLatchesUntilItIsResetByHand) {
   Machine().Demo().SetEmergencyStop(false);
   EXPECT_FALSE(Now().LatchTripped);
   Press(kcShutter);
-  FSession.RunFor(200);
+  FController.RunFor(200);
   EXPECT_TRUE(Now().Emission);
 }
 
 TEST_F(Demo, AStopNeedsNoStateThread) {
-  FSession.Params().SetDouble("JogSpeed", 100);
+  FController.Params().SetDouble("JogSpeed", 100);
   Press(kcJogRight);
-  FSession.RunFor(300);
+  FController.RunFor(300);
   EXPECT_TRUE(Now().AxesMoving);
   Press(kcStop);  // no pass from here on
-  FSession.VirtualClock()->Sleep(300);
+  FController.VirtualClock()->Sleep(300);
   EXPECT_FALSE(Now().Moving());
 }
 
@@ -225,14 +225,14 @@ TEST_F(Demo, TheCalibrationAndAForbiddenCommand) {
   RunTo(csStandby);
   EXPECT_NEAR(Now().Z, 0, 1e-6);
   const std::int32_t allowed[] = {kcGas};
-  FSession.Forbidden().RegistAllowKey("only gas", allowed);
-  FSession.Forbidden().SetForbiddenKey("only gas");
+  FController.Forbidden().RegistAllowKey("only gas", allowed);
+  FController.Forbidden().SetForbiddenKey("only gas");
   Press(kcStart);
   EXPECT_THAT(LastNote(), HasSubstr("it is forbidden (only gas)"));
   Press(kcGas);
   EXPECT_TRUE(Now().Gas);
   Press(kcStop);
-  FSession.RunFor(100);
+  FController.RunFor(100);
   EXPECT_FALSE(Now().Gas) << "what stops is never forbidden";
 }
 

@@ -11,6 +11,7 @@
 #include "controller/gas/GasCalibration.h"
 #include "controller/procedures/Procedures.h"
 #include "fixture/Faults.h"
+#include "fixture/Paths.h"
 #include "fixture/TempDir.h"
 #include "ixocut/gas/GasTable.h"
 
@@ -31,11 +32,11 @@ class GasCalibration : public testing::Test {
       machine += "<GasBranch GasType='" + std::to_string(gas) + "' DAPort='" + std::to_string(32 + gas) +
                  "' MaxPressure='25'>" + kOld + "</GasBranch>";
     std::ofstream(File()) << machine << "<GasBranch GasType='4'/></GasBranches></MachineConfig>";
-    TSessionOptions options;
+    TControllerOptions options;
     options.MachineFile = File();
-    FSession.emplace(options);
-    FSession->RunPass();
-    FSession->RunPass();
+    FController.emplace(options);
+    FController->RunPass();
+    FController->RunPass();
   }
   std::filesystem::path File() const { return FDir.Path() / "machine.xml"; }
   std::string Read(const char* name) {
@@ -44,11 +45,11 @@ class GasCalibration : public testing::Test {
   }
   // The result of one gas; fails the test when it takes more than five minutes of machine time.
   TGasResult Run(std::int32_t gas) {
-    TGasCalibration calibration(*FSession, {gas}, {"S", 1.5});
+    TGasCalibration calibration(*FController, {gas}, {"S", 1.5});
     std::string reason;
     EXPECT_TRUE(calibration.Start(reason)) << reason;
     const std::uint64_t end = Clock().MonotonicMs() + 300'000;
-    while (calibration.Running() && Clock().MonotonicMs() < end) FSession->RunPass();
+    while (calibration.Running() && Clock().MonotonicMs() < end) FController->RunPass();
     EXPECT_FALSE(calibration.Running());
     FCompleted = calibration.Completed();
     FMessages.clear();
@@ -57,7 +58,7 @@ class GasCalibration : public testing::Test {
   }
 
   TTempDir FDir;
-  std::optional<TSession> FSession;
+  std::optional<TController> FController;
   bool FCompleted = false;
   std::string FMessages;
   TFaultWatch Faults;
@@ -75,11 +76,11 @@ TEST_F(GasCalibration, FaultsEndInTimeAndNeverStoreACurveThatIsNone) {
   const std::string before = Read("machine.xml");
   for (const TRow& row : rows) {
     SCOPED_TRACE(ValveFaultName(row.Fault));
-    ASSERT_TRUE(FSession->Machine().Gas()->SetFault(2, row.Fault));
+    ASSERT_TRUE(FController->Machine().Gas()->SetFault(2, row.Fault));
     const TGasResult result = Run(2);
     EXPECT_EQ(static_cast<int>(result.End), static_cast<int>(row.End)) << FMessages;
     EXPECT_EQ(FCompleted, row.Completed);
-    EXPECT_FALSE(FSession->Machine().Snapshot().Gas);
+    EXPECT_FALSE(FController->Machine().Snapshot().Gas);
     if (row.End == TGasEnd::Stored) continue;
     EXPECT_THAT(FMessages, HasSubstr(row.Completed ? "0.1 bar" : "未稳定"));
     TMachineConfig file;
@@ -98,18 +99,18 @@ TEST_F(GasCalibration, FaultsEndInTimeAndNeverStoreACurveThatIsNone) {
 }
 
 TEST_F(GasCalibration, GasThatSomebodyElseSwitchesOffStaysOff) {
-  TGasCalibration calibration(*FSession, {1}, {"S", 1.5});
+  TGasCalibration calibration(*FController, {1}, {"S", 1.5});
   std::string reason;
   ASSERT_TRUE(calibration.Start(reason));
-  FSession->RunFor(2000);
-  ASSERT_TRUE(FSession->Machine().Snapshot().Gas);
-  EXPECT_FALSE(FSession->Start(ShareRoot(MakeShot(1)), &reason)) << "a calibration runs";
-  auto& journal = FSession->Gate().Journal();
+  FController->RunFor(2000);
+  ASSERT_TRUE(FController->Machine().Snapshot().Gas);
+  EXPECT_FALSE(FController->Start(ShareRoot(MakeShot(1)), &reason)) << "a calibration runs";
+  auto& journal = FController->Gate().Journal();
   const std::size_t from = journal.Size();
-  FSession->Machine().Gas()->SwitchOff();
-  FSession->RunFor(500);
+  FController->Machine().Gas()->SwitchOff();
+  FController->RunFor(500);
   EXPECT_FALSE(calibration.Running());
-  EXPECT_FALSE(FSession->Machine().Snapshot().Gas);
+  EXPECT_FALSE(FController->Machine().Snapshot().Gas);
   const auto entries = journal.Entries();
   for (std::size_t i = from; i < entries.size(); ++i) EXPECT_NE(entries[i].Verb, "SwitchOn");
   std::string last;
@@ -144,7 +145,7 @@ class GasCommands : public testing::Test {
   int Ixocut(const std::string& arguments) {
     const std::string folder = FDir.Path().string();
     std::FILE* const out =
-        ::popen(("cd '" + folder + "' && '" IXOCUT_BINARY "' gas " + arguments + " --state st 2>&1").c_str(), "r");
+        ::popen(("cd '" + folder + "' && '" + IxocutBinary() + "' gas " + arguments + " --state st 2>&1").c_str(), "r");
     if (!out) return -1;
     FOut.clear();
     for (int c = std::fgetc(out); c != EOF; c = std::fgetc(out)) FOut += static_cast<char>(c);

@@ -10,8 +10,10 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
+#include "controller/StateFolder.h"
 #include "controller/gas/GasTexts.h"
 #include "controller/gas/GasVerdict.h"
+#include "fixture/Paths.h"
 #include "fixture/TempDir.h"
 #include "ixocamglue/platform/services/Locale.h"
 #include "ixocamglue/support/Problem.h"
@@ -180,7 +182,7 @@ TEST_F(GasRecordings, WhatIsNoRecordingIsRefusedWithThePlace) {
 }
 
 TEST(GasTexts, EveryTextIsTranslated) {
-  TLocaleReader reader(IXO_SHARE_DIR "/locale");
+  TLocaleReader reader(ShareFolder() / "locale");
   ASSERT_EQ(reader.SelectLanguage("en"), "");
   for (const auto& texts : {GasTexts(), GasVerdictTexts()}) {
     EXPECT_THAT(reader.Apply(texts), testing::IsEmpty());
@@ -194,7 +196,7 @@ TEST(GasTexts, EveryTextIsTranslated) {
 TEST_F(GasRecordings, ACalibratedMachineReachesItsPressuresAndItsRecordingIsJudged) {
   const auto ixocut = [&](const std::string& arguments) {
     const int status = std::system(
-        ("cd '" + FDir.Path().string() + "' && '" IXOCUT_BINARY "' gas " + arguments + " >out 2>&1").c_str());
+        ("cd '" + FDir.Path().string() + "' && '" + IxocutBinary() + "' gas " + arguments + " >out 2>&1").c_str());
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   };
   const auto said = [&] {

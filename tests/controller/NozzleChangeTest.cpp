@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 
+#include "controller/StateFolder.h"
 #include "controller/procedures/GoProcedures.h"
 #include "controller/procedures/NozzleChange.h"
 #include "fixture/Machine.h"
@@ -19,7 +20,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 
 struct TMachineCopy {
-  TMachineCopy() { std::filesystem::copy_file(IXO_SHARE_DIR "/machines/machine.xml", File); }
+  TMachineCopy() { std::filesystem::copy_file(ShareFolder() / "machines/machine.xml", File); }
   TTempDir Dir;
   std::filesystem::path File = Dir.Path() / "machine.xml";
 };
@@ -88,7 +89,7 @@ TEST_P(NozzleChangeFails, WhereItIsNoticed) {
   EXPECT_THAT(Controller().Outcome().Path, HasSubstr(GetParam().Step));
   EXPECT_FALSE(Told(GetParam().Never));
   EXPECT_FALSE(Told("struck"));
-  FSession.RunFor(500);
+  FController.RunFor(500);
   const TSimSnapshot now = Machine().Snapshot();
   EXPECT_FALSE(now.Moving() || now.Calibrating || now.RackMoving);
 }
@@ -98,12 +99,12 @@ INSTANTIATE_TEST_SUITE_P(Rack, NozzleChangeFails, testing::ValuesIn(kCases),
 
 TEST_F(NozzleChange, TheCapThatDoesNotCloseIsNoticedToo) {
   StartRoot(MakeNozzleChange(nullptr, 1, 2));
-  while (FSession.Running() && !Journal().HasSignal("output 9 on")) FSession.RunPass();
+  while (FController.Running() && !Journal().HasSignal("output 9 on")) FController.RunPass();
   Machine().Rack().SetCapStuck(true);
   EXPECT_EQ(Finish(120'000), metError);
   EXPECT_THAT(Controller().Outcome().Path, HasSubstr("(922)"));
   EXPECT_FALSE(Told("calibrating"));
-  FSession.RunFor(500);
+  FController.RunFor(500);
   EXPECT_THAT(Machine().Snapshot().OutputsOn, ElementsAre(7, 9));  // as they were: nothing moves by itself
 }
 

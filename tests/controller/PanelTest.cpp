@@ -13,15 +13,15 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-TSessionOptions Watched() {
-  TSessionOptions options;
+TControllerOptions Watched() {
+  TControllerOptions options;
   options.Seed = 3;
   return options;
 }
 
 class PanelHost : public TMachineTest {
  protected:
-  PanelHost() : TMachineTest(Watched()), FHost(FSession) { FHost.Forms().Show("Work"); }
+  PanelHost() : TMachineTest(Watched()), FHost(FController) { FHost.Forms().Show("Work"); }
   TTexts Keys() {
     TTexts keys;
     for (const std::string& command : Commands("cut"))
@@ -33,11 +33,11 @@ class PanelHost : public TMachineTest {
   void RunAlive(std::uint64_t ms) {
     for (const std::uint64_t end = Clock().MonotonicMs() + ms; Clock().MonotonicMs() < end;) {
       FHost.Guard().Alive();
-      FSession.RunPass();
+      FController.RunPass();
     }
   }
   void DropBit(TKeyCode key) {
-    FSession.SysInts().Set(17, FSession.SysInts().Get(17) & ~static_cast<std::int32_t>(KeyBit(key)));
+    FController.SysInts().Set(17, FController.SysInts().Get(17) & ~static_cast<std::int32_t>(KeyBit(key)));
   }
 
   TPanelHost FHost;
@@ -54,7 +54,7 @@ TEST_F(PanelHost, AHeldKeyIsReleasedWhenItsBitGoesOrThePanelFallsSilent) {
   FHost.Guard().Press(CK_JOG_LASER);
   RunAlive(300);
   EXPECT_TRUE(Machine().Snapshot().Laser);
-  FSession.RunFor(200);  // silent
+  FController.RunFor(200);  // silent
   EXPECT_THAT(Keys(), ElementsAre("KeyDown 51 0", "KeyUp 51 0"));
   EXPECT_FALSE(Machine().Snapshot().Laser);
   FHost.Guard().ReleaseAll();
@@ -78,7 +78,7 @@ TEST_F(PanelHost, StaleMasksLetOnlyStopKeysThrough) {
   EXPECT_TRUE(guard.Press(CK_STOP));
   guard.Enable();
   EXPECT_TRUE(guard.Press(CK_GAS));
-  FSession.RunFor(501);  // this one is not refreshed
+  FController.RunFor(501);  // this one is not refreshed
   Journal().Clear();
   EXPECT_FALSE(guard.Press(CK_GAS));
   for (const TKeyCode key : {CK_PAUSE, CK_STOP, CK_EGYSTOP}) EXPECT_TRUE(guard.Press(key));
@@ -88,7 +88,7 @@ TEST_F(PanelHost, StaleMasksLetOnlyStopKeysThrough) {
 TEST_F(PanelHost, TheEmergencyStopNeedsNeitherPanelNorCuttingSystem) {
   int straight = 0;
   TPanelGuard guard(*KBPManager(), [&] { ++straight; });
-  FSession.Gate().PlanSet({.Call = FSession.Gate().Calls() + 1, .Fault = gfThrow, .Sticky = true});
+  FController.Gate().PlanSet({.Call = FController.Gate().Calls() + 1, .Fault = gfThrow, .Sticky = true});
   guard.Press(CK_EGYSTOP);
   EXPECT_EQ(straight, 1);
 }

@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "controller/HostTexts.h"
+#include "controller/StateFolder.h"
 #include "controller/Supervisor.h"
 #include "controller/procedures/Timeline.h"
 #include "fixture/Faults.h"
@@ -112,7 +113,7 @@ TEST(Timeline, EveryPulseIsSeenAndTheScaleFits) {
 }
 
 TEST(HostTexts, EveryTextIsTranslated) {
-  TLocaleReader reader(IXO_SHARE_DIR "/locale");
+  TLocaleReader reader(ShareFolder() / "locale");
   ASSERT_EQ(reader.SelectLanguage("en"), "");
   EXPECT_THAT(reader.Apply(HostTexts()), testing::IsEmpty());
   for (TText* text : HostTexts()) {

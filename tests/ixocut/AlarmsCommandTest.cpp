@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 
 #include "fixture/Faults.h"
+#include "fixture/Paths.h"
 #include "fixture/TempDir.h"
 #include "ixocamglue/alarms/store/AlarmHistory.h"
 
@@ -26,7 +27,7 @@ class AlarmsCommand : public testing::Test {
   // Exit code and output, errors behind it.
   std::pair<int, std::string> Ixocut(const std::string& arguments) {
     const std::string out = (FDir.Path() / "out").string();
-    const int status = std::system(("XDG_STATE_HOME='" + FDir.Path().string() + "' '" IXOCUT_BINARY "' alarms " +
+    const int status = std::system(("XDG_STATE_HOME='" + FDir.Path().string() + "' '" + IxocutBinary() + "' alarms " +
                                     arguments + " >'" + out + "' 2>&1 </dev/null")
                                        .c_str());
     std::ifstream in(out);
@@ -89,7 +90,7 @@ TEST_F(AlarmsCommand, AfterAKillEveryCommittedRowIsThereAndTheNextRunClosesIt) {
     close(pipes[1]);
     const int quiet = open("/dev/null", O_WRONLY);
     dup2(quiet, STDOUT_FILENO);
-    execl(IXOCUT_BINARY, "ixocut", "alarms", "live", "--db", Db.c_str(), "--state", state.c_str(), nullptr);
+    execl(IxocutBinary().c_str(), "ixocut", "alarms", "live", "--db", Db.c_str(), "--state", state.c_str(), nullptr);
     _exit(127);
   }
   close(pipes[0]);

@@ -9,9 +9,12 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
+#include "controller/StateFolder.h"
+#include "fixture/Paths.h"
 #include "fixture/TempDir.h"
 
 namespace ixocamglue::test {
+using namespace ixocontroller;
 namespace {
 
 namespace fs = std::filesystem;
@@ -32,9 +35,8 @@ class CommandLine : public testing::Test {
   // `arguments` as a shell reads them; `environment` is "NAME=value ..." before the program.
   TRun Ixocut(const std::string& arguments, const std::string& environment = {}) {
     const fs::path out = FDir.Path() / "out", err = FDir.Path() / "err";
-    const std::string command = "XDG_STATE_HOME='" + FDir.Path().string() + "' " + environment +
-                                " '" IXOCUT_BINARY "' " + arguments + " >'" + out.string() + "' 2>'" + err.string() +
-                                "'";
+    const std::string command = "XDG_STATE_HOME='" + FDir.Path().string() + "' " + environment + " '" + IxocutBinary() +
+                                "' " + arguments + " >'" + out.string() + "' 2>'" + err.string() + "'";
     const int status = std::system(command.c_str());
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadFile(out), ReadFile(err)};
   }
@@ -184,7 +186,7 @@ TEST_F(CommandLine, AMachineFileThatCannotBeUsedIsNamedWithItsPlace) {
 }
 
 TEST_F(CommandLine, TheUsersMachineFileIsMadeOnceAndTheExampleStaysUntouched) {
-  const fs::path example = fs::path(IXO_SHARE_DIR) / "machines" / "machine.xml";
+  const fs::path example = ShareFolder() / "machines" / "machine.xml";
   const auto written = fs::last_write_time(example);
   EXPECT_EQ(Ixocut("shot").ExitCode, 0);
   EXPECT_EQ(ReadFile(Copy()), ReadFile(example));

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "controller/StateFolder.h"
 #include "fixture/TempDir.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
@@ -10,6 +11,7 @@
 #include "ixocut/config/ConfigCommand.h"
 
 namespace ixocamglue::test {
+using namespace ixocontroller;
 using namespace ixocut;
 namespace {
 
@@ -17,7 +19,7 @@ namespace fs = std::filesystem;
 
 class ConfigCommand : public testing::Test {
  protected:
-  ConfigCommand() { fs::copy_file(fs::path(IXO_SHARE_DIR) / "machines/machine.xml", File); }
+  ConfigCommand() { fs::copy_file(ShareFolder() / "machines/machine.xml", File); }
 
   std::string Bytes() const {
     std::ifstream in(File, std::ios::binary);

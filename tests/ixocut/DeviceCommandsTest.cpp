@@ -29,8 +29,9 @@ class TPlcProcess {
     ::posix_spawn_file_actions_init(&files);
     ::posix_spawn_file_actions_adddup2(&files, ends[1], STDOUT_FILENO);
     ::posix_spawn_file_actions_addclose(&files, ends[0]);
+    const std::string program = IxocutBinary();
     const std::array<const char*, 8> words{
-        IXOCUT_BINARY, "simulate", "plc", "--tcp", "0", misbehave ? "--misbehave" : nullptr, misbehave, nullptr};
+        program.c_str(), "simulate", "plc", "--tcp", "0", misbehave ? "--misbehave" : nullptr, misbehave, nullptr};
     const int error =
         ::posix_spawn(&FChild, words[0], &files, nullptr, const_cast<char* const*>(words.data()), environ);
     ::posix_spawn_file_actions_destroy(&files);
@@ -65,7 +66,7 @@ struct TRun {
   std::string Out;  // and the error output
 };
 TRun Ixocut(const std::string& arguments) {
-  std::FILE* const out = ::popen(("'" IXOCUT_BINARY "' " + arguments + " 2>&1").c_str(), "r");
+  std::FILE* const out = ::popen(("'" + IxocutBinary() + "' " + arguments + " 2>&1").c_str(), "r");
   if (!out) throw std::runtime_error("no shell");
   TRun run{-1, {}};
   for (int c = std::fgetc(out); c != EOF; c = std::fgetc(out)) run.Out += static_cast<char>(c);

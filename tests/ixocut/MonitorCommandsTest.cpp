@@ -20,8 +20,8 @@ struct TRun {
 class MonitorCommands : public testing::Test {
  protected:
   TRun Ixocut(const std::string& arguments, const std::string& environment = {}) {
-    const std::string command =
-        "cd '" + FDir.Path().string() + "' && " + environment + " '" IXOCUT_BINARY "' " + arguments + " >out 2>err";
+    const std::string command = "cd '" + FDir.Path().string() + "' && " + environment + " '" + IxocutBinary() + "' " +
+                                arguments + " >out 2>err";
     const int status = std::system(command.c_str());
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Read("out"), Read("err")};
   }

@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
+#include "fixture/Paths.h"
 #include "fixture/TempDir.h"
 
 namespace ixocamglue::test {
@@ -27,7 +28,7 @@ class PanelCommand : public testing::Test {
   }
   TRun Ixocut(const std::string& arguments) {
     const auto out = FDir.Path() / "out", err = FDir.Path() / "err";
-    const std::string command = "XDG_STATE_HOME='" + FDir.Path().string() + "' '" IXOCUT_BINARY "' " + arguments +
+    const std::string command = "XDG_STATE_HOME='" + FDir.Path().string() + "' '" + IxocutBinary() + "' " + arguments +
                                 " </dev/null >'" + out.string() + "' 2>'" + err.string() + "'";
     const int status = std::system(command.c_str());
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Read(out), Read(err)};

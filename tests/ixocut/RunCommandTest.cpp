@@ -11,6 +11,7 @@
 
 #include "controller/procedures/MotionTable.h"
 #include "fixture/Faults.h"
+#include "fixture/Paths.h"
 #include "fixture/TempDir.h"
 #include "ixocamglue/motion/Ustatemotion.h"
 
@@ -30,7 +31,7 @@ class RunCommand : public testing::Test {
  protected:
   TRun Ixocut(const std::string& arguments) {
     const std::string command =
-        "cd '" + FDir.Path().string() + "' && XDG_STATE_HOME=. '" IXOCUT_BINARY "' " + arguments + " >out 2>err";
+        "cd '" + FDir.Path().string() + "' && XDG_STATE_HOME=. '" + IxocutBinary() + "' " + arguments + " >out 2>err";
     const int status = std::system(command.c_str());
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Read("out"), Read("err")};
   }

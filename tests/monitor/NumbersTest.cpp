@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "fixture/Paths.h"
 #include "ixocamglue/monitor/Umonitordataline.h"
 #include "ixocamglue/monitor/Umonitornumbers.h"
 #include "ixocamglue/support/Format.h"
@@ -151,11 +152,11 @@ struct TOwnPoint final : std::numpunct<char> {
 };
 
 TEST(MonitorNumbers, ALocaleWithADecimalCommaChangesNothing) {
-#ifdef IXO_TEST_LOCALES
-  setenv("LOCPATH", IXO_TEST_LOCALES, 1);
-  ASSERT_TRUE(std::setlocale(LC_ALL, "de_DE.UTF-8"));
-  ASSERT_EQ(Format("%.1f", 0.5), "0,5");
-#endif
+  if (const std::string locales = TestLocales(); !locales.empty()) {
+    setenv("LOCPATH", locales.c_str(), 1);
+    ASSERT_TRUE(std::setlocale(LC_ALL, "de_DE.UTF-8"));
+    ASSERT_EQ(Format("%.1f", 0.5), "0,5");
+  }
   const std::locale previous = std::locale::global(std::locale(std::locale::classic(), new TOwnPoint));
   EXPECT_EQ(Float(1234567.5F), "1234567.50000000");
   EXPECT_EQ(Float(1e30F), "1000000015047466219876688855040.00000000");

@@ -54,7 +54,7 @@ TEST(CalibrationStepsOfASecondHead, HaveTheirOwnList) {
 
 TEST_F(CalibrationSteps, AStopInterruptsItAndNothingIsAppended) {
   Start<TSmtSimpleAutoCaliState>();
-  FSession.RunFor(200);
+  FController.RunFor(200);
   EXPECT_EQ(Stop(), metStop);
   EXPECT_EQ(FCaliRstCfg->Count(), FBefore);
   EXPECT_FALSE(Machine().Snapshot().Moving());

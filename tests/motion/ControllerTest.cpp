@@ -55,8 +55,8 @@ class Controlling : public TMachineTest {
   void StartScripted() {
     Root = std::make_shared<TScriptedRoot>();
     std::string reason;
-    ASSERT_TRUE(FSession.Start(Root, &reason)) << reason;
-    FSession.RunPass();
+    ASSERT_TRUE(FController.Start(Root, &reason)) << reason;
+    FController.RunPass();
     ASSERT_EQ(Root->Story, TTexts{"build"});
     Root->Story.clear();
   }
@@ -110,19 +110,19 @@ TEST_F(Controlling, EveryOutcomeHasItsNextState) {
     Root->SetErrorState(kOtherState);
     if (requireStop) Machine().Alarms().Raise({"TP", "stop", 1}, {.RequireStop = true});
     Framework().Abort(reason);
-    FSession.RunPass();
+    FController.RunPass();
     EXPECT_EQ(Controller().Outcome().Type, type) << reason;
     EXPECT_EQ(Framework().CurrentState(), next) << reason;
     EXPECT_FALSE(ExecOK(77));
     Machine().Alarms().ClearAll();
     Framework().RequestState(nsStandby, 0);
-    FSession.RunPass();
+    FController.RunPass();
   }
 }
 
 TEST_F(Controlling, SuccessReturnsToTheStateTheProcedureStartedFrom) {
   Framework().RequestState(kOtherState, 0);
-  FSession.RunPass();
+  FController.RunPass();
   StartSequence({{142, "gas off"}});
   EXPECT_EQ(Finish(), metSuccess);
   EXPECT_EQ(Framework().CurrentState(), kOtherState);
@@ -172,7 +172,7 @@ TEST_F(Controlling, AFaultInATickEndsItOnceAndTheWaitIsSetAllTheSame) {
     EXPECT_EQ(std::ranges::count(Root->Story, "leave error"), 1) << name;
     EXPECT_TRUE(Framework().ChangePending()) << name;
     EXPECT_EQ(Framework().Busy(), bkEnsure) << name;
-    FSession.RunPass();
+    FController.RunPass();
     EXPECT_EQ(Framework().CurrentState(), nsStandby) << name;
   }
 }
@@ -182,7 +182,7 @@ TEST_F(Controlling, AFaultWhileEndingFallsBackToStandby) {
   Root->SetErrorState(kOtherState);
   Root->LeaveErrorThrows = true;
   Root->OnMotion = [](std::int32_t) { return mstpError; };
-  FSession.RunPass();
+  FController.RunPass();
   EXPECT_EQ(Framework().CurrentState(), nsStandby);
   StartScripted();
   Controller().ChangeNext(static_cast<TMotionExecType>(5));
@@ -201,7 +201,7 @@ TEST_F(Controlling, WithoutARootEverythingIsGuarded) {
   Controller().UpdateThread(delay);
   Controller().StopExec();
   Framework().RequestState(nsCustomMotion, 0);
-  FSession.RunPass();
+  FController.RunPass();
   EXPECT_EQ(Framework().CurrentState(), nsStandby);  // refused
   const TTexts noRoot(2, "设计不支持TCustomMotionState.StateMotion = nil");
   EXPECT_EQ(Faults.Claim(), noRoot);
@@ -215,7 +215,7 @@ TEST_F(Controlling, AlarmsAreAskedOfFrameworkAndRoot) {
   EXPECT_FALSE(Controller().CheckNewAlarm({"TP", "harmless", 1}));
   EXPECT_TRUE(Controller().CheckNewAlarm({"TP", "the root's own", 13}));
   Root->Alarm = true;
-  FSession.RunPass();
+  FController.RunPass();
   EXPECT_EQ(Controller().Outcome().Type, metAlarm);
 
   // A tree is stopped by each permission; the devices it concerns are told to stop.
@@ -224,8 +224,8 @@ TEST_F(Controlling, AlarmsAreAskedOfFrameworkAndRoot) {
     Machine().Alarms().Raise({"TP", "alarm", 1}, forbids);
     EXPECT_EQ(Finish(), metAlarm);
     // While it stands, no procedure enters.
-    ASSERT_TRUE(FSession.Start(ShareRoot(MakeShot(300))));
-    FSession.RunPass();
+    ASSERT_TRUE(FController.Start(ShareRoot(MakeShot(300))));
+    FController.RunPass();
     EXPECT_EQ(Framework().CurrentState(), nsStandby);
     Machine().Alarms().ClearAll();
   }
@@ -244,7 +244,7 @@ TEST_F(WithoutWaits, WaitingForADeviceThatTheMachineLacksIsADesignFault) {
       root->Ctrl->SetCustomBusyType(b);
       return mstpPolling;
     };
-    ASSERT_TRUE(FSession.Start(root));
+    ASSERT_TRUE(FController.Start(root));
     Finish();
     EXPECT_EQ(Controller().Outcome().Fault, text);
     root->OnMotion = {};
@@ -253,7 +253,7 @@ TEST_F(WithoutWaits, WaitingForADeviceThatTheMachineLacksIsADesignFault) {
 
 TEST(ProcessEnd, EndsARunningProcedureAndTheLibraryCanBeStartedAgain) {
   for (int life = 0; life < 2; ++life) {
-    TSession session({.Supervisor = false});
+    TController session({.Supervisor = false});
     session.RunPass();
     ASSERT_TRUE(session.Start(ShareRoot(MakeShot(60'000))));
     while (!session.Gate().Journal().HasSignal("laser on")) session.RunPass();

@@ -49,8 +49,8 @@ TEST_F(LaserSteps, LeavingTheTimedShotEarlySwitchesLaserAndEmissionOff) {
 TEST_F(LaserSteps, TheWaitForEmissionNeverAdvancesAndNeverTimesOut) {
   Machine().Laser()->SetEmissionScript(TEmissionScript::Never());
   StartShot(10);
-  FSession.RunFor(300'000);
-  EXPECT_TRUE(FSession.Running());
+  FController.RunFor(300'000);
+  EXPECT_TRUE(FController.Running());
   EXPECT_EQ(Stop(), metStop);
   EXPECT_FALSE(Signals().Has("laser on"));
 }
@@ -58,10 +58,10 @@ TEST_F(LaserSteps, TheWaitForEmissionNeverAdvancesAndNeverTimesOut) {
 TEST_F(LaserSteps, ATickAllocatesNothingWhileNobodyTraces) {
   Machine().Laser()->SetEmissionScript(TEmissionScript::Never());
   StartRoot(MakeShot(500));
-  FSession.RunFor(100);
+  FController.RunFor(100);
   const auto ticks = Framework().Watch().Tick.load();
   const auto before = AllocationsSoFar();
-  FSession.RunFor(1000);  // polls
+  FController.RunFor(1000);  // polls
   EXPECT_EQ(AllocationsSoFar() - before, 0u);
   EXPECT_GE(Framework().Watch().Tick.load() - ticks, 99u);
   Journal().Event(0, "test", std::string(100, 'x'));
@@ -90,8 +90,8 @@ TEST_F(LaserSteps, LaserOnWaitsForEmissionUpToItsLimitAndTheDeviceHoldsTheBeamBa
 TEST_F(LaserSteps, AStopDuringTheWaitOfLaserOnClosesEmissionAgain) {
   Machine().Laser()->SetEmissionScript(TEmissionScript::Never());
   StartSequence({{516, "on"}});
-  FSession.VirtualClock()->Every(1000, [&](std::uint64_t) {
-    if (FSession.Running()) Framework().Stop();
+  FController.VirtualClock()->Every(1000, [&](std::uint64_t) {
+    if (FController.Running()) Framework().Stop();
   });
   EXPECT_EQ(Finish(), metStop);
   for (const auto& command : Commands("laser")) EXPECT_NE(command, "SwitchLaser on");
@@ -145,7 +145,7 @@ TEST_F(WithoutSafeEntry, TheShotStillLeavesDark) {
 // Kept: the leave switches off emission that is confirmed; what was only asked for is the platform's to withdraw.
 TEST_F(WithoutSafeEntry, EmissionThatComesAfterTheAbortIsNotTheShots) {
   StartRoot(MakeShot(300));
-  FSession.RunPass();
+  FController.RunPass();
   EXPECT_EQ(Stop(), metStop);
   EXPECT_EQ(Commands("laser").back(), "SwitchLaser off");
 }

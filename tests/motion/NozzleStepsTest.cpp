@@ -44,9 +44,9 @@ TEST_F(NozzleSteps, AStopWhileItTurnsStopsTheTurningAxis) {
                     auto& s = dynamic_cast<TSmtNozzleStep&>(step);
                     s.FRow = s.FCol = 0;
                   }}});
-  for (int i = 0; i < 2000 && Commands("axes").back().find("TurnAxis") == std::string::npos; ++i) FSession.RunPass();
+  for (int i = 0; i < 2000 && Commands("axes").back().find("TurnAxis") == std::string::npos; ++i) FController.RunPass();
   EXPECT_EQ(Stop(), metStop);
-  FSession.RunFor(500);
+  FController.RunFor(500);
   EXPECT_FALSE(Machine().Snapshot().Moving());
   EXPECT_NE(Machine().Rack().HeadNozzle(), 0);
 }

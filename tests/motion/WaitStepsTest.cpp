@@ -61,7 +61,7 @@ TEST_F(WaitSteps, EveryWayOfWaitingEndsAsItShould) {
     EXPECT_TRUE(lasted >= minMs && lasted <= maxMs) << name << " " << lasted;
     EXPECT_TRUE(Machine().Snapshot().OutputsOn.empty()) << name;
     Machine().Alarms().ClearAll();
-    FSession.RunFor(300);
+    FController.RunFor(300);
   }
   EXPECT_EQ(Faults.Claim(), TTexts{});
 }
@@ -69,7 +69,7 @@ TEST_F(WaitSteps, EveryWayOfWaitingEndsAsItShould) {
 TEST_F(WaitSteps, AStopWhileWaitingSwitchesTheOutputOff) {
   StartSequence({Wait({.Inport = 2, .LimitMs = 60'000})});
   RunUntil("output 4 on");
-  FSession.RunFor(1000);
+  FController.RunFor(1000);
   EXPECT_EQ(Stop(), metStop);
   EXPECT_EQ(Signals().After("output 4 on"), Lines("output 4 off", "state 0"));
 }
@@ -79,10 +79,10 @@ TEST_F(WaitSteps, AnOutputThatFailsToSwitchOffOnceIsToldAgainByTheForcedLeave) {
   bool found = false;
   for (std::uint64_t ahead = 1; ahead < 40 && !found; ++ahead) {
     StartSequence({Wait({.Inport = 2, .LimitMs = 60'000})});
-    FSession.RunFor(100);
+    FController.RunFor(100);
     Framework().Stop();
-    FSession.Gate().PlanSet(
-        {.Call = FSession.Gate().Calls() + ahead, .Fault = gfThrow, .Sticky = false, .HangMs = 0, .Callback = {}});
+    FController.Gate().PlanSet(
+        {.Call = FController.Gate().Calls() + ahead, .Fault = gfThrow, .Sticky = false, .HangMs = 0, .Callback = {}});
     Finish();
     const auto entries = Journal().Entries();
     found = std::ranges::any_of(

@@ -3,10 +3,12 @@
 #include <fstream>
 #include <limits>
 
+#include "controller/StateFolder.h"
 #include "fixture/SimMachine.h"
 #include "fixture/TempDir.h"
 
 namespace ixocamglue::test {
+using namespace ixocontroller;
 namespace {
 
 using TLines = std::vector<std::string>;
@@ -236,7 +238,7 @@ TEST(SimAlarms, EachPermissionIsTakenAwayByItself) {
 
 TEST(SimConfig, TheExampleMachineFileIsReadWithoutComplaint) {
   TMachineConfig file;
-  ASSERT_EQ(file.Load(IXO_SHARE_DIR "/machines/machine.xml"), "");
+  ASSERT_EQ(file.Load(ShareFolder() / "machines/machine.xml"), "");
   std::vector<std::string> problems;
   const TSimConfig config = TSimConfig::FromConfig(file, problems);
   EXPECT_EQ(problems, std::vector<std::string>{});

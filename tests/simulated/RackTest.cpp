@@ -1,11 +1,13 @@
 // Follower with its calibration, nozzle rack, brush and pallets: their stories, and each fault of the table.
 #include <cmath>
 
+#include "controller/StateFolder.h"
 #include "fixture/SimMachine.h"
 #include "ixocamglue/platform/xml/MachineConfig.h"
 #include "machines/simulated/Faults.h"
 
 namespace ixocamglue::test {
+using namespace ixocontroller;
 namespace {
 
 constexpr TPoint2 kFreeSlot{3000.0, 740.0};
@@ -14,7 +16,7 @@ enum TPort : std::int32_t { poCapOpen = 6, poCapClose, poStageUp, poStageDown, p
 
 TSimConfig ExampleConfig() {
   TMachineConfig file;
-  EXPECT_EQ(file.Load(IXO_SHARE_DIR "/machines/machine.xml"), "");
+  EXPECT_EQ(file.Load(ShareFolder() / "machines/machine.xml"), "");
   std::vector<std::string> problems;
   return TSimConfig::FromConfig(file, problems);
 }

@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include "controller/StateFolder.h"
 #include "ixocamglue/Library.h"
 #include "ixocamglue/alarms/Almintprt.h"
 #include "ixocamglue/alarms/Ualarmdefs.h"
@@ -18,6 +19,7 @@
 #include "ixocamglue/platform/services/LocaleManager.h"
 
 namespace ixocamglue::test {
+using namespace ixocontroller;
 namespace {
 
 constexpr int kIds = 200;
@@ -123,11 +125,11 @@ TEST(AlarmThreads, TheManagerMayEndAndConsumersComeAndGoInTheMiddleOfAFlood) {
 TEST(AlarmThreads, LookupsSeeWholeTextsWhileTheLanguageChanges) {
   TAppSys app;
   const TInstalled<TAppSys> appInstalled(app);
-  TLocaleReader reader(IXO_SHARE_DIR "/locale");
+  TLocaleReader reader(ShareFolder() / "locale");
   const TInstalled<TLocaleReader> readerInstalled(reader);
   TLocaleManager languages;
   const TInstalled<TLocaleManager> languagesInstalled(languages);
-  app.Register(IID_IAlarmInterpreterSvc, std::make_shared<TAlarmDefinitionFiles>(IXO_SHARE_DIR "/alarms"));
+  app.Register(IID_IAlarmInterpreterSvc, std::make_shared<TAlarmDefinitionFiles>(ShareFolder() / "alarms"));
   const TLibrary library;
   std::atomic<bool> stop{false};
   std::vector<std::thread> readers;

@@ -17,10 +17,10 @@ TEST(GasCalibrationThreaded, ReadersAndAStopMeetTheStateThread) {
   std::ofstream(file) << "<MachineConfig><GasBranches><GasBranch GasType='1' DAPort='33' MaxPressure='12'/>"
                          "</GasBranches></MachineConfig>";
   const TFaultWatch faults;
-  TSessionOptions options;
+  TControllerOptions options;
   options.MachineFile = file;
   options.Realtime = true;
-  TSession session(options);
+  TController session(options);
   TGasCalibration calibration(session, {1}, {"S", 1.5});
   session.StartThreads();
   while (session.Framework().Watch().Pass.load() < 2 || session.Framework().SafePending()) Clock().Sleep(1);

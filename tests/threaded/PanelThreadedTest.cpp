@@ -12,14 +12,14 @@ namespace ixocamglue::test {
 using namespace ixocut;
 namespace {
 
-TSessionOptions Realtime() {
-  TSessionOptions options;
+TControllerOptions Realtime() {
+  TControllerOptions options;
   options.Realtime = true;
   return options;
 }
 
 TEST(PanelThreaded, RefreshAndPressesFromTwoThreads) {
-  TSession session(Realtime());
+  TController session(Realtime());
   session.StartThreads();
   TPanelHost host(session);
   std::atomic<bool> done{false};
@@ -52,7 +52,7 @@ TEST(PanelThreaded, RefreshAndPressesFromTwoThreads) {
 
 TEST(PanelThreaded, StopArrivesWhileTheStateThreadHangs) {
   std::atomic<bool> hangs{false}, released{false};  // used by the session's threads
-  TSession session(Realtime());
+  TController session(Realtime());
   session.StartThreads();
   TPanelHost host(session);
   host.Forms().Show("Work");

@@ -68,7 +68,7 @@ TEST_F(RealtimeShot, AMoveIsWatchedFromOutsideWhileItRuns) {
   double furthest = 0.0;
   std::size_t steps = 0;
   run.OnLook([&](std::uint64_t) {
-    furthest = std::max(furthest, run.Session().Machine().Snapshot().Pos.X);
+    furthest = std::max(furthest, run.Controller().Machine().Snapshot().Pos.X);
     steps = std::max(steps, run.Steps().Items().size());
   });
   const TMotionCall move{FindMotionRow(137), {30.0, 20.0, 300.0}, {}};

@@ -33,7 +33,7 @@
 
 namespace ixocontroller {
 
-struct TSessionOptions {
+struct TControllerOptions {
   std::filesystem::path MachineFile;  // empty: every value has its default
   std::filesystem::path LocaleFolder;
   std::string Language = "zh";
@@ -51,13 +51,13 @@ struct TSessionOptions {
   std::vector<ILogSink*> Sinks;             // not owned, outlive the session
 };
 
-class TSession {
+class TController {
  public:
   // Throws EProblem, exit code 3, when the machine file cannot be used.
-  explicit TSession(TSessionOptions options);
-  ~TSession();
-  TSession(const TSession&) = delete;
-  TSession& operator=(const TSession&) = delete;
+  explicit TController(TControllerOptions options);
+  ~TController();
+  TController(const TController&) = delete;
+  TController& operator=(const TController&) = delete;
 
   // Hands the root to the controller and requests its state. False, with the reason, while a procedure or a key
   // command's state runs or a device has not acknowledged switching off. Any thread but the one that is inside a tick
@@ -93,7 +93,7 @@ class TSession {
   // True when no alarm event is on its way to a consumer or to the store.
   [[nodiscard]] bool AlarmsSettled();
   TSupervisor* Supervisor() { return FSupervisor ? &*FSupervisor : nullptr; }
-  TCustomMotionState& Controller();
+  TCustomMotionState& MotionState();
   // Called on the state thread after each change of state. Set before the loop runs.
   void OnState(TNcStateFramework::TObserver observer) { FOnState = std::move(observer); }
   // Locale entries that were refused, and why the language could not be selected.
@@ -104,7 +104,7 @@ class TSession {
   void MakeSupervisor();
   void MakeAlarms();
 
-  const TSessionOptions FOptions;
+  const TControllerOptions FOptions;
   std::vector<std::string> FNotices;
   TNcStateFramework::TObserver FOnState;
 

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include "controller/StateFolder.h"
 #include "fixture/Machine.h"
 #include "ixocamglue/motion/Umotiontexts.h"
 
@@ -12,7 +13,7 @@ namespace ixocamglue::test {
 namespace {
 
 // The threads run, and the machine has acknowledged standby.
-void StartUp(TSession& session) {
+void StartUp(TController& session) {
   session.StartThreads();
   const auto& framework = session.Framework();
   for (int wait = 0; wait < 400 && (session.Framework().Watch().Pass == 0 || framework.SafePending()); ++wait)
@@ -20,14 +21,14 @@ void StartUp(TSession& session) {
 }
 
 TEST(SessionThreaded, OtherThreadsStopAskLogAndTranslateWhileProceduresRun) {
-  TSessionOptions options;
+  TControllerOptions options;
   options.Realtime = true;
-  options.LocaleFolder = IXO_SHARE_DIR "/locale";
+  options.LocaleFolder = ShareFolder() / "locale";
   options.Adjust = [](TSimConfig& config) {
     config.Physics.EmissionDelayMs = 5;
     config.Physics.EmissionJitterMs = 0;
   };
-  TSession session(options);
+  TController session(options);
   StartUp(session);
 
   std::atomic<bool> done{false};
@@ -69,10 +70,10 @@ TEST(SessionThreaded, OtherThreadsStopAskLogAndTranslateWhileProceduresRun) {
 
 // The end of the process while a beam is on.
 TEST(SessionThreaded, EndsARunningShotInRealTime) {
-  TSessionOptions options;
+  TControllerOptions options;
   options.Realtime = true;
   options.Adjust = [](TSimConfig& config) { config.Physics.EmissionDelayMs = 5; };
-  TSession session(options);
+  TController session(options);
   StartUp(session);
   ASSERT_TRUE(session.Start(ShareRoot(MakeShot(60'000))));
   for (int wait = 0; wait < 400 && !session.Gate().Journal().HasSignal("laser on"); ++wait) Clock().Sleep(5);

@@ -1,4 +1,4 @@
-#include "controller/Session.h"
+#include "controller/Controller.h"
 
 #include <algorithm>
 #include <iterator>
@@ -24,7 +24,7 @@ constexpr std::uint32_t kMachineRoundMs = 2;
 
 }  // namespace
 
-TSession::TSession(TSessionOptions options)
+TController::TController(TControllerOptions options)
     : FOptions(std::move(options)),
       FVirtual(FOptions.Realtime ? std::optional<TVirtualClock>() : std::optional<TVirtualClock>(std::in_place)),
       FClockInstalled(FVirtual ? static_cast<IClock&>(*FVirtual) : FReal),
@@ -53,7 +53,7 @@ TSession::TSession(TSessionOptions options)
   if (!FOptions.AlarmDb.empty()) MakeAlarms();
 }
 
-TSession::~TSession() {
+TController::~TController() {
   FStateThread.reset();
   FSupervisorThread.reset();
   FMachineThread.reset();
@@ -72,7 +72,7 @@ TSession::~TSession() {
     for (TText* text : texts) text->Set(nullptr);
 }
 
-void TSession::MakeSupervisor() {
+void TController::MakeSupervisor() {
   const auto alarm = [this](const std::string& reason) {
     FMachine->RaiseAlarm({kSupervisorAlarmPrefix, reason, 1}, TSimForbids{.Move = true});
   };
@@ -86,7 +86,7 @@ void TSession::MakeSupervisor() {
   if (FVirtual) FVirtual->Every(kSupervisorRoundMs, [this](std::uint64_t nowMs) { FSupervisor->Round(nowMs); });
 }
 
-void TSession::MakeAlarms() {
+void TController::MakeAlarms() {
   TAlarmStoreOptions options;
   options.RetentionDays = FOptions.AlarmRetentionDays;
   options.Lookup = [](std::string_view id, TAlarmRec& rec) {
@@ -107,14 +107,14 @@ void TSession::MakeAlarms() {
   (void)AlarmManager();
 }
 
-bool TSession::AlarmsSettled() {
+bool TController::AlarmsSettled() {
   TAlarmManager* const manager = FAlarmStore ? AlarmManager() : nullptr;
   if (!manager) return true;
   const std::size_t queued = manager->GetAlarmFifos(0).Sizes().Queue + manager->GetAlarmFifos(1).Sizes().Queue;
   return !FMachine->Alarms().HasPending() && queued == 0 && FAlarmStore->Waiting() == 0;
 }
 
-void TSession::LoadMachine() {
+void TController::LoadMachine() {
   if (!FOptions.MachineFile.empty()) InitCamConfigs(FConfig);
   if (!FOptions.MachineFile.empty()) {
     if (const std::string problem = FConfig.Load(FOptions.MachineFile); !problem.empty())
@@ -136,17 +136,17 @@ void TSession::LoadMachine() {
   FJog.Load(FConfig);
 }
 
-TCustomMotionState& TSession::Controller() {
+TCustomMotionState& TController::MotionState() {
   return dynamic_cast<TCustomMotionState&>(*FFramework->State(nsCustomMotion));
 }
 
-bool TSession::Running() const {
+bool TController::Running() const {
   if (!FFramework) return false;
   const std::int32_t state = FFramework->CurrentState();
   return FFramework->ChangePending() || state == nsCustomMotion || state == nsZemGasAdjust || state == nsGasDescent;
 }
 
-bool TSession::Start(std::shared_ptr<IStateMotion> root, std::string* reason) {
+bool TController::Start(std::shared_ptr<IStateMotion> root, std::string* reason) {
   const auto refuse = [&](const char* why) {
     if (reason) *reason = why;
     return false;
@@ -161,24 +161,24 @@ bool TSession::Start(std::shared_ptr<IStateMotion> root, std::string* reason) {
   return true;
 }
 
-void TSession::RunPass() {
+void TController::RunPass() {
   const std::uint32_t delay = FFramework->RunOnce();
   FLogs.DrainOnce();
   FVirtual->Sleep(delay);
 }
 
-bool TSession::RunToEnd(std::uint64_t limitMs) {
+bool TController::RunToEnd(std::uint64_t limitMs) {
   const std::uint64_t end = FVirtual->MonotonicMs() + limitMs;
   while (Running() && FVirtual->MonotonicMs() < end) RunPass();
   return !Running();
 }
 
-void TSession::RunFor(std::uint64_t ms) {
+void TController::RunFor(std::uint64_t ms) {
   const std::uint64_t end = FVirtual->MonotonicMs() + ms;
   while (FVirtual->MonotonicMs() < end) RunPass();
 }
 
-void TSession::StartThreads() {
+void TController::StartThreads() {
   FLogs.Start();
   if (FAlarmStore) FMachine->Alarms().Start();
   FMachineThread.emplace("ixo-machine", kMachineRoundMs, [this](std::uint64_t nowMs) { FMachine->CatchUp(nowMs); });
