@@ -66,3 +66,32 @@ quietly() {
     return 1
   fi
 }
+
+# progress <log file> <title> <command...>: as quietly, and says meanwhile how many of how many steps ninja has done: in
+# one line that counts on a terminal, elsewhere a line per tenth.
+progress() {
+  local log=$1 title=$2 shown=-1
+  shift 2
+  mkdir -p "$(dirname "$log")"
+  : >"$log"
+  local line done all tenth
+  # The status of the pipe's first command is the build's.
+  if "$@" </dev/null 2>&1 | while IFS= read -r line; do
+    printf '%s\n' "$line" >>"$log"
+    [[ $line =~ ^\[([0-9]+)/([0-9]+)\] ]] || continue
+    done=${BASH_REMATCH[1]} all=${BASH_REMATCH[2]}
+    if [ -t 2 ]; then
+      printf '\r%s: %d of %d' "$title" "$done" "$all" >&2
+      [ "$done" != "$all" ] || printf '\n' >&2
+    elif tenth=$((done * 10 / all)) && [ "$tenth" != "$shown" ]; then
+      shown=$tenth
+      printf '%s: %d of %d\n' "$title" "$done" "$all" >&2
+    fi
+  done; then
+    return 0
+  fi
+  [ ! -t 2 ] || printf '\n' >&2
+  cat "$log" >&2
+  echo "Failed: $*" >&2
+  return 1
+}
