@@ -1,3 +1,20 @@
+# Precompiled headers only save time: every source includes what it uses, and -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON
+# builds without. One set for the library's floors and the machines, one for what handles JSON, one for the command line.
+set(ixo_common_headers <algorithm> <array> <atomic> <charconv> <cmath> <cstdint> <deque> <filesystem> <functional> <map>
+  <memory> <optional> <span> <string> <string_view> <utility> <vector>)
+
+# ixo_unite(<target>): the sources of one folder are compiled as one, which parses and instantiates what they share once.
+function(ixo_unite target)
+  get_target_property(sources ${target} SOURCES)
+  foreach(source IN LISTS sources)
+    cmake_path(GET source PARENT_PATH folder)
+    cmake_path(RELATIVE_PATH folder BASE_DIRECTORY ${PROJECT_SOURCE_DIR})
+    string(MAKE_C_IDENTIFIER "${folder}" group)
+    set_source_files_properties(${source} TARGET_DIRECTORY ${target} PROPERTIES UNITY_GROUP ${group})
+  endforeach()
+  set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_MODE GROUP)
+endfunction()
+
 # ixo_floor(<folder> [RECURSE] [HIDES <regex>] [LINKS <targets>])
 #
 # One floor of libixocamglue: the OBJECT library ixo_<folder> of all sources in <folder>, whose objects and headers become
@@ -20,6 +37,11 @@ function(ixo_floor folder)
   set_target_properties(ixo_${folder} PROPERTIES LINKER_LANGUAGE CXX POSITION_INDEPENDENT_CODE ON)
   target_include_directories(ixo_${folder} PUBLIC ${PROJECT_SOURCE_DIR})
   target_link_libraries(ixo_${folder} PRIVATE ixo_warnings Threads::Threads ${floor_LINKS})
+  if(folder STREQUAL "support")
+    target_precompile_headers(ixo_${folder} PRIVATE ${ixo_common_headers})
+  else()
+    target_precompile_headers(ixo_${folder} REUSE_FROM ixo_support)
+  endif()
 
   target_sources(ixocamglue
     PRIVATE $<TARGET_OBJECTS:ixo_${folder}>
