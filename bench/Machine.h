@@ -89,7 +89,7 @@ class TCellMachine {
   // Enters state 204 with this root, built.
   explicit TCellMachine(TStepPtr root) {
     TCustomMotionState::SetStateMotion(std::move(root));
-    FFramework.RequestState(nsCustomMotion, 0);
+    (void)FFramework.RequestState(nsCustomMotion, 0);
     FFramework.RunOnce();
     if (FFramework.CurrentState() != nsCustomMotion) throw std::runtime_error("state 204 was not entered");
     FState = dynamic_cast<TCustomMotionState*>(FFramework.State(nsCustomMotion));

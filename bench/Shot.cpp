@@ -39,7 +39,7 @@ class TTimedShot {
     auto shot = MakeStepOf<TSmtLaserOnTimeState>(nullptr);
     shot->SetDuration(kShotMs);
     TCustomMotionState::SetStateMotion(std::move(shot));
-    FFramework.RequestState(nsCustomMotion, 0);
+    (void)FFramework.RequestState(nsCustomMotion, 0);
     const std::uint64_t endMs = FClock.MonotonicMs() + kTooLongMs;
     do FClock.Sleep(FFramework.RunOnce());
     while ((FFramework.CurrentState() != nsStandby || FFramework.ChangePending()) && FClock.MonotonicMs() < endMs);

@@ -157,8 +157,8 @@ bool TController::Start(std::shared_ptr<IStateMotion> root, std::string* reason)
   if (state != csStandby && state != csOther) return refuse("the machine is busy with a key command");
   if (FFramework->SafePending()) return refuse("a device has not acknowledged switching off");
   TCustomMotionState::SetStateMotion(std::move(root));
-  FFramework->RequestState(nsCustomMotion, 0);
-  return true;
+  const TResult<> requested = FFramework->RequestState(nsCustomMotion, 0);
+  return requested ? true : refuse(requested.Problem().Text().c_str());
 }
 
 void TController::RunPass() {

@@ -134,8 +134,7 @@ bool TGasDescentRun::Start(TNcStateFramework& framework, const std::vector<TGasR
     if (!descent.Volts.empty()) FDescents->push_back(std::move(descent));
   }
   if (FDescents->empty()) return false;
-  framework.RequestState(nsGasDescent, 0);
-  return true;
+  return framework.RequestState(nsGasDescent, 0).Ok();
 }
 
 }  // namespace ixocontroller

@@ -157,7 +157,8 @@ void TSimDemo::Request(std::int32_t command, TCutState state, std::int32_t param
   if (!FRegistry) return Refuse(command, "the machine has no such states");
   if (FFramework.ChangePending()) return Refuse(command, "the machine's state is changing");
   if (FFramework.SafePending()) return Refuse(command, "a device has not acknowledged switching off");
-  FFramework.RequestState(StateNumber(state), param);
+  if (const TResult<> requested = FFramework.RequestState(StateNumber(state), param); !requested)
+    Refuse(command, requested.Problem().What);
 }
 
 void TSimDemo::StartJog(std::int32_t command) {
@@ -166,7 +167,11 @@ void TSimDemo::StartJog(std::int32_t command) {
   if (state != csJogging) {
     if (!FRegistry || FFramework.ChangePending()) return Refuse(command, "the machine's state is changing");
     FHeld.store(number << 32 | static_cast<std::uint32_t>(command), std::memory_order_release);
-    FFramework.RequestState(StateNumber(csJogging), state == csPaused ? 1 : 0);
+    if (const TResult<> requested = FFramework.RequestState(StateNumber(csJogging), state == csPaused ? 1 : 0);
+        !requested) {
+      FHeld.store(0, std::memory_order_release);
+      Refuse(command, requested.Problem().What);
+    }
   } else {
     FHeld.store(number << 32 | static_cast<std::uint32_t>(command), std::memory_order_release);
   }

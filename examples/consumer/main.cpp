@@ -88,7 +88,7 @@ int main() {
   auto shot = MakeStepOf<TSmtLaserOnTimeState>(nullptr);
   shot->SetDuration(50);  // ms
   TCustomMotionState::SetStateMotion(std::shared_ptr<TStateMotion>(TStepPtr(std::move(shot))));
-  framework.RequestState(nsCustomMotion, 0);
+  (void)framework.RequestState(nsCustomMotion, 0);
   {
     const TNcStateThread loop(framework);
     while (framework.ChangePending() || framework.CurrentState() == nsCustomMotion) Clock().Sleep(10);

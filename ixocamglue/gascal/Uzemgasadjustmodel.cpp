@@ -54,8 +54,7 @@ bool TZemGasAdjustModel::StartAjdust(std::vector<std::int32_t> gasTypes) {
     FGasTypes = std::move(gasTypes);
   }
   Begin();
-  states->RequestState(nsZemGasAdjust, 0);
-  return true;
+  return states->RequestState(nsZemGasAdjust, 0).Ok();
 }
 
 void TZemGasAdjustModel::StopAjdust() {

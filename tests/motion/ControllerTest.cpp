@@ -115,13 +115,13 @@ TEST_F(Controlling, EveryOutcomeHasItsNextState) {
     EXPECT_EQ(Framework().CurrentState(), next) << reason;
     EXPECT_FALSE(ExecOK(77));
     Machine().Alarms().ClearAll();
-    Framework().RequestState(nsStandby, 0);
+    (void)Framework().RequestState(nsStandby, 0);
     FController.RunPass();
   }
 }
 
 TEST_F(Controlling, SuccessReturnsToTheStateTheProcedureStartedFrom) {
-  Framework().RequestState(kOtherState, 0);
+  (void)Framework().RequestState(kOtherState, 0);
   FController.RunPass();
   StartSequence({{142, "gas off"}});
   EXPECT_EQ(Finish(), metSuccess);
@@ -200,7 +200,7 @@ TEST_F(Controlling, WithoutARootEverythingIsGuarded) {
   std::uint32_t delay = 10;
   Controller().UpdateThread(delay);
   Controller().StopExec();
-  Framework().RequestState(nsCustomMotion, 0);
+  (void)Framework().RequestState(nsCustomMotion, 0);
   FController.RunPass();
   EXPECT_EQ(Framework().CurrentState(), nsStandby);  // refused
   const TTexts noRoot(2, "设计不支持TCustomMotionState.StateMotion = nil");

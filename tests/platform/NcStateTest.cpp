@@ -122,7 +122,7 @@ class StateFramework : public testing::Test {
   }
   TScriptedState& State() { return static_cast<TScriptedState&>(*Framework->State(kState)); }
   void Enter() {
-    Framework->RequestState(kState, 7);
+    (void)Framework->RequestState(kState, 7);
     Framework->RunOnce();
     GStory.clear();
   }
@@ -141,7 +141,7 @@ class StateFramework : public testing::Test {
 TEST_F(StateFramework, TheFirstStepComesOnThePassAfterTheEntryAndOneTickPerPass) {
   GDo["init 7"] = [&] { State().EnsureBusySet(); };
   GDo["step 0"] = [&] { State().EnsureBusySet(); };
-  Framework->RequestState(kState, 7);
+  (void)Framework->RequestState(kState, 7);
   EXPECT_TRUE(Framework->ChangePending());
   Pass();
   EXPECT_EQ(GStory, (TTexts{"check enter 7", "init 7"}));
@@ -242,10 +242,36 @@ TEST_F(StateFramework, StopTellsTheStateAtOnceAndWithdrawsAnEntryNotYetMade) {
   EXPECT_EQ(GStory, TTexts{"stop exec"});
   Pass();
   GStory.clear();
-  Framework->RequestState(kState, 1);
+  (void)Framework->RequestState(kState, 1);
   Framework->Stop();
   Pass(2);
   EXPECT_EQ(GStory, TTexts{});
+}
+
+TEST_F(StateFramework, NothingIsRequestedBetweenAStopAndItsEnd) {
+  TDevices devices;
+  const TInstalled<TNcCutSystem> installed(devices);
+  for (const bool inState : {false, true}) {
+    if (inState) Enter();
+    devices.Refusals = 3;
+    Framework->Stop();
+    EXPECT_EQ(Framework->RequestState(kState, 1).Problem().What, "a stop has not come to its end");
+    Pass();
+    EXPECT_EQ(Framework->CurrentState(), nsStandby);
+    EXPECT_EQ(Framework->RequestState(kState, 1).Problem().Why, "a device has not acknowledged switching off");
+    Pass(3);
+    EXPECT_FALSE(Framework->SafePending());
+    Framework->Stop();  // of nothing: over with the pass that takes it
+    EXPECT_FALSE(Framework->RequestState(kState, 1).Ok());
+    Pass();
+    EXPECT_EQ(Framework->CurrentState(), nsStandby);
+    GStory.clear();
+    EXPECT_TRUE(Framework->RequestState(kState, 1).Ok());
+    Pass();
+    EXPECT_EQ(GStory, (TTexts{"check enter 1", "init 1"}));
+    State().ChangeState(nsStandby, 0);
+    Pass();
+  }
 }
 
 TEST_F(StateFramework, ARefusedEntryLeavesAndGoesToStandby) {
@@ -269,12 +295,12 @@ TEST_F(StateFramework, ARefusedEntryLeavesAndGoesToStandby) {
     State().EnterAlarm = false;
     arrange();
     GStory.clear();
-    Framework->RequestState(kState, 7);
+    (void)Framework->RequestState(kState, 7);
     Pass(2);
     EXPECT_EQ(GStory, story);
     EXPECT_EQ(Framework->CurrentState(), nsStandby);
   }
-  Framework->RequestState(777, 0);  // nobody registered it
+  (void)Framework->RequestState(777, 0);  // nobody registered it
   Pass();
   EXPECT_EQ(Framework->CurrentState(), nsStandby);
 }

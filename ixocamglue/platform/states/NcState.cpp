@@ -92,11 +92,16 @@ TNcStateFramework::~TNcStateFramework() {
   }
 }
 
-void TNcStateFramework::RequestState(std::int32_t state, std::int32_t param) {
+TResult<> TNcStateFramework::RequestState(std::int32_t state, std::int32_t param) {
   TGuard guard(FLock);
+  if (FStopping)
+    return TProblem{.What = "a stop has not come to its end",
+                    .Why = SafePending() ? "a device has not acknowledged switching off" : "the state is being left",
+                    .Remedy = "start again when the machine is in standby"};
   FMail.Change = TChange{state, param};
   FChangePending.store(true, std::memory_order_release);
   FHasMail.store(true, std::memory_order_release);
+  return {};
 }
 
 void TNcStateFramework::Stop() {
@@ -105,6 +110,7 @@ void TNcStateFramework::Stop() {
     if (FMail.Change) FChangePending.store(false, std::memory_order_release);
     FMail.Change.reset();
     FMail.Stop = true;
+    FStopping = true;
     FHasMail.store(true, std::memory_order_release);
   }
   if (TNcStateCtrl* current = FCurrent.load(std::memory_order_acquire)) current->StopExec();
@@ -147,6 +153,10 @@ std::uint32_t TNcStateFramework::RunOnce() {
     }
     RetrySafe();
     const TMail mail = TakeMail();
+    if (mail.Stop) {
+      FStopTaken = true;
+      FStopLeft = CurrentState() == nsStandby;
+    }
     if (mail.Change) RequestChange(*mail.Change);
     std::int32_t reason = AbortReason(mail);
     try {
@@ -157,10 +167,18 @@ std::uint32_t TNcStateFramework::RunOnce() {
     }
     if (reason != srDone || BusyMet(reason)) Tick(reason);
     if (FChange) Enter(*std::exchange(FChange, std::nullopt));
+    EndStop();
   } catch (...) {  // nothing kills the state thread
     LogGuarded("RunOnce", std::current_exception());
   }
   return std::max<std::uint32_t>(loopDelay, 1);
+}
+
+void TNcStateFramework::EndStop() {
+  if (!FStopTaken || !FStopLeft || FSafeLaser || FSafeGas) return;
+  FStopTaken = false;
+  TGuard guard(FLock);
+  FStopping = FMail.Stop;  // another one may have come meanwhile
 }
 
 std::int32_t TNcStateFramework::AbortReason(const TMail& mail) {
@@ -260,6 +278,7 @@ void TNcStateFramework::Enter(TChange change) {
     }
   };
   leave(FCurrent.load(std::memory_order_relaxed), change.State);
+  FStopLeft = true;
   SetBusyKind(bkNone, nullptr, -1);
 
   TNcStateCtrl* const next = State(change.State);

@@ -22,6 +22,7 @@
 #include "ixocamglue/platform/services/Clock.h"
 #include "ixocamglue/platform/states/NcWatch.h"
 #include "ixocamglue/support/Locks.h"
+#include "ixocamglue/support/Problem.h"
 
 namespace ixocamglue {
 
@@ -120,7 +121,9 @@ class TNcStateFramework {
   TNcStateFramework& operator=(const TNcStateFramework&) = delete;
 
   // --- any thread ---
-  void RequestState(std::int32_t state, std::int32_t param);
+  // Refused, with its reason, from the moment a stop is posted until the state is left and every device has
+  // acknowledged switching off.
+  TResult<> RequestState(std::int32_t state, std::int32_t param);
   void Stop();  // also withdraws a state requested before and not yet entered
   void Pause();
   void Abort(std::int32_t reason);  // ends the current state with this reason; 0 is ignored
@@ -164,6 +167,7 @@ class TNcStateFramework {
   [[nodiscard]] bool BusyMet(std::int32_t& reason);
   void Tick(std::int32_t reason);
   void RequestChange(TChange change);
+  void EndStop();
   void Enter(TChange change);
   [[nodiscard]] bool Entered(TNcStateCtrl& next, const TChange& change);
   void SetBusyKind(TNcBusyKind kind, INcBusyDevice* device, std::int32_t limitMs);
@@ -186,6 +190,7 @@ class TNcStateFramework {
   TInstalled<TNcStateFramework> FInstalled{*this};
   TCriticalSection FLock;
   TMail FMail IXO_GUARDED_BY(FLock);
+  bool FStopping IXO_GUARDED_BY(FLock) = false;  // a stop was posted and has not come to its end
 
   // state thread
   std::map<std::int32_t, std::unique_ptr<TNcStateCtrl>> FStates;
@@ -193,6 +198,8 @@ class TNcStateFramework {
   INcBusyDevice* FBusyDevice = nullptr;
   std::uint64_t FBusyLimitAt = TNcSince::kNot;
   std::uint64_t FDelayUntil = 0;
+  bool FStopTaken = false;
+  bool FStopLeft = false;  // the state that the stop ends was left; in standby there is none
   bool FSafeLaser = false;
   bool FSafeGas = false;
   bool FSafeReported = false;
