@@ -26,9 +26,6 @@ class TTenLeaves : public TSmtComposite {
   void BuildMotionList() override {
     for (int leaf = 0; leaf < 10; ++leaf) Add(518, SOpenShutter);
   }
-
- protected:
-  using TSmtComposite::TSmtComposite;
 };
 
 constexpr int kTenLeavesTicks = 22;  // two a leaf, one that leaves the root, one that tells the controller
@@ -75,9 +72,6 @@ class TDeepWait : public TSmtComposite {
     else
       PlaceStep(0, MakeStep<TDeepWait<Composites - 1>>(StateCtrl()), "deep wait");
   }
-
- protected:
-  using TSmtComposite::TSmtComposite;
 };
 
 class TPollTick {

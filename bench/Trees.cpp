@@ -28,9 +28,6 @@ class TTwig : public TSmtComposite {
       Add(517, SLaserOff);
     }
   }
-
- protected:
-  using TSmtComposite::TSmtComposite;
 };
 
 class TTrunk : public TSmtComposite {
@@ -41,9 +38,6 @@ class TTrunk : public TSmtComposite {
   void BuildMotionList() override {
     for (int i = 0; i < kComposites; ++i) PlaceStep(i, MakeStep<TTwig>(StateCtrl()), "twig");
   }
-
- protected:
-  using TSmtComposite::TSmtComposite;
 };
 
 int Nodes(const TSmtComposite& composite) {

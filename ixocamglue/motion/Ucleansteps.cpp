@@ -16,8 +16,6 @@ namespace ixocamglue {
 
 // --- 133 ---
 
-std::string TSmtCleanHeadCurve::GetDesc() { return SCleanCurveDesc.Get(); }
-
 void TSmtCleanHeadCurve::ResetParams() {
   TSmtMoveStep::ResetParams();
   FUseConfig = true;
@@ -80,6 +78,14 @@ void TSmtCleanHeadCurve::MakeCurve() {
 }
 
 // --- 513, 514 ---
+
+bool CanCleanHead() {
+  TNcCutSystem* const cut = CutSystem();
+  TNcSwitchTable* const table = cut ? cut->SwitchTable() : nullptr;
+  if (!table) return true;
+  const std::int32_t docked = table->GetValue("DockedTable", 0);
+  return docked == 1 || docked == 2;
+}
 
 void TSmtCleanState::ResetParams() {
   TSmtComposite::ResetParams();
@@ -148,9 +154,6 @@ void TSmtCleanState::CloseGas() {
   SwitchGasOff();
   FGasToClose = false;
 }
-
-std::string TSmtManuCleanState::GetDesc() { return SManuCleanDesc.Get(); }
-std::string TSmtAutoCleanState::GetDesc() { return SAutoCleanDesc.Get(); }
 
 void TSmtAutoCleanState::BuildMotionList() {
   const TAutoCleanConfig* const clean = FNozzleCleanCfg;

@@ -11,15 +11,11 @@ namespace ixocamglue {
 // 133: moves the nozzle over the brush. The height is the caller's business.
 //   style 1        ellipses of 36 chords, `FCount` times round
 //   any other      `FCount` strokes side by side across the width; every second one runs back
-class TSmtCleanHeadCurve : public TSmtMoveStep {
+class TSmtCleanHeadCurve : public TSmtCommand<133, TSmtMoveStep> {
  public:
-  static constexpr std::int32_t Cmd = 133;
-  static constexpr std::string_view kClassName = "TSmtCleanHeadCurve";
   static constexpr std::int32_t kMaxCount = 1000;
   static constexpr std::int32_t kEllipses = 1;
   static constexpr std::int32_t kChords = 36;
-  std::int32_t GetID() override { return Cmd; }
-  std::string GetDesc() override;
   TStepType DoMotion(std::int32_t reason) override;
   void ResetParams() override;
 
@@ -35,9 +31,6 @@ class TSmtCleanHeadCurve : public TSmtMoveStep {
   std::int32_t FStyle = 0;
   std::int32_t FCount = 0;  // 1 to 1000
   double FSpeed = 0.0;
-
- protected:
-  using TSmtMoveStep::TSmtMoveStep;
 
  private:
   void CheckArrived(TPreCheck& check) override { check.ArrivedXY(MotionDriver(), FCurve.XYCurve().back()); }
@@ -59,8 +52,6 @@ class TSmtCleanState : public TSmtComposite {
   bool FReturn = true;  // go back as "CleanReturnStyle" says
 
  protected:
-  using TSmtComposite::TSmtComposite;
-
   // The whole list; `calibrate` puts 152 before the way back. Nothing, with an error line, where it must not run.
   void AddCleaning(bool calibrate);
 
@@ -71,29 +62,18 @@ class TSmtCleanState : public TSmtComposite {
 };
 
 // 513: by hand. Refused without an initialised brush and while no table is docked.
-class TSmtManuCleanState : public TSmtCleanState {
+class TSmtManuCleanState : public TSmtCommand<513, TSmtCleanState> {
  public:
-  static constexpr std::int32_t Cmd = 513;
-  static constexpr std::string_view kClassName = "TSmtManuCleanState";
-  std::int32_t GetID() override { return Cmd; }
-  std::string GetDesc() override;
   void BuildMotionList() override { AddCleaning(false); }
-
- protected:
-  using TSmtCleanState::TSmtCleanState;
 };
 
 // 514: automatic. Where cleaning is switched off or not possible it succeeds without doing anything.
-class TSmtAutoCleanState : public TSmtCleanState {
+class TSmtAutoCleanState : public TSmtCommand<514, TSmtCleanState> {
  public:
-  static constexpr std::int32_t Cmd = 514;
-  static constexpr std::string_view kClassName = "TSmtAutoCleanState";
-  std::int32_t GetID() override { return Cmd; }
-  std::string GetDesc() override;
   void BuildMotionList() override;
-
- protected:
-  using TSmtCleanState::TSmtCleanState;
 };
+
+// False when the machine has a pallet switch table and no table is docked.
+[[nodiscard]] bool CanCleanHead();
 
 }  // namespace ixocamglue

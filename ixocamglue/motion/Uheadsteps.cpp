@@ -15,8 +15,6 @@ namespace ixocamglue {
 
 // --- 421 ---
 
-std::string TSmtMoveToF::GetDesc() { return SMoveToFDesc.Get(); }
-
 namespace {
 
 TNcCutHeadCtrl* FindHead() {
@@ -58,8 +56,6 @@ bool FollowerAllowed() {
 
 }  // namespace
 
-std::string TSmtFollow::GetDesc() { return SFollowDesc.Get(); }
-
 void TSmtFollow::ResetParams() {
   TSmtFollowerStep::ResetParams();
   FHeight = 1.0;
@@ -81,8 +77,6 @@ TStepType TSmtFollow::DoMotion(std::int32_t) {
 }
 
 // --- 151 ---
-
-std::string TSmtCapCaliMotion::GetDesc() { return SCapCaliDesc.Get(); }
 
 void TSmtCapCaliMotion::ResetParams() {
   TSmtFollowerStep::ResetParams();
@@ -126,8 +120,6 @@ TStepType TSmtCapCaliMotion::Finish(TNcFollower& follower) {
 
 // --- 153, 152 ---
 
-std::string TSmtSimpleAutoCaliState::GetDesc() { return SSimpleAutoCaliDesc.Get(); }
-
 void TSmtSimpleAutoCaliState::ResetParams() {
   TSmtComposite::ResetParams();
   FFollowerIndex = 0;
@@ -137,8 +129,6 @@ void TSmtSimpleAutoCaliState::BuildMotionList() {
   Add<TSmtCapCaliMotion>(151, SCapCaliDesc).FFollowerIndex = FFollowerIndex;
   Add<TSmtSafeMoveToZ>(134, SSafeMoveToZDesc).FFollowerIndex = FFollowerIndex;
 }
-
-std::string TSmtAutoCaliState::GetDesc() { return SAutoCaliDesc.Get(); }
 
 void TSmtAutoCaliState::ResetParams() {
   TSmtComposite::ResetParams();

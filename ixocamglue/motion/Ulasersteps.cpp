@@ -57,8 +57,6 @@ void SwitchLaserDark() {
   tryAll.Rethrow();
 }
 
-std::string TSmtLaserOn::GetDesc() { return SLaserOnDesc.Get(); }
-
 TStepType TSmtLaserOn::DoMotion(std::int32_t) {
   std::uint32_t startTick = Clock().TickMs();
   const auto limitMs = ConfigSection("Laser").GetInt("EmissionOnDelay", kEmissionOnDelayMs);
@@ -84,8 +82,6 @@ void TSmtLaserOn::PollEmission(TNcLaser& laser, std::uint32_t startTick, std::ui
   while (!laser.GetEmission() && Clock().TickMs() - startTick <= limitMs) Clock().Spin();
 }
 
-std::string TSmtLaserOff::GetDesc() { return SLaserOff.Get(); }
-
 TStepType TSmtLaserOff::DoMotion(std::int32_t) {
   if (const auto [cut, laser] = FindLaser(); laser) {
     const TCutSystemGuard guard(*cut);
@@ -99,8 +95,6 @@ TStepType TSmtLaserOff::DoMotion(std::int32_t) {
   return Await(csbtEnsure);
 }
 
-std::string TSmtEmissionOn::GetDesc() { return SOpenShutter.Get(); }
-
 TStepType TSmtEmissionOn::DoMotion(std::int32_t) {
   const auto [cut, laser] = FindLaser();
   if (!laser) return Fail();
@@ -108,15 +102,11 @@ TStepType TSmtEmissionOn::DoMotion(std::int32_t) {
   return Await(csbtEnsure);
 }
 
-std::string TSmtWaitForEmissionOn::GetDesc() { return SWaitShutter.Get(); }
-
 TStepType TSmtWaitForEmissionOn::DoMotion(std::int32_t) {
   const auto [cut, laser] = FindLaser();
   if (!laser) return Fail();
   return laser->GetEmission() ? Await(csbtEnsure) : PollAgain(csbtEnsure);
 }
-
-std::string TSmtLaserOnOnly::GetDesc() { return SLaserOn.Get(); }
 
 TStepType TSmtLaserOnOnly::DoMotion(std::int32_t) {
   const auto [cut, laser] = FindLaser();
@@ -127,8 +117,6 @@ TStepType TSmtLaserOnOnly::DoMotion(std::int32_t) {
   }
   return Await(csbtEnsure);
 }
-
-std::string TSmtLaserOffOnly::GetDesc() { return SLaserOffOnlyDesc.Get(); }
 
 TStepType TSmtLaserOffOnly::DoMotion(std::int32_t) {
   if (const auto [cut, laser] = FindLaser(); laser) {

@@ -21,12 +21,7 @@ void ClearTimeStamps();  // all but LaserOn
 // on. Emission that never comes is no error here: the laser device holds the beam back, and the next step decides.
 class TSmtLaserOn : public TSmtCommand<516> {
  public:
-  static constexpr std::string_view kClassName = "TSmtLaserOn";
-  std::string GetDesc() override;
   TStepType DoMotion(std::int32_t reason) override;
-
- protected:
-  using TSmtCommand::TSmtCommand;
 
  private:
   void PollEmission(TNcLaser& laser, std::uint32_t startTick, std::uint32_t limitMs);
@@ -35,71 +30,42 @@ class TSmtLaserOn : public TSmtCommand<516> {
 // 517: laser off, then emission off.
 class TSmtLaserOff : public TSmtCommand<517> {
  public:
-  static constexpr std::string_view kClassName = "TSmtLaserOff";
-  std::string GetDesc() override;
   TStepType DoMotion(std::int32_t reason) override;
-
- protected:
-  using TSmtCommand::TSmtCommand;
 };
 
 // 518: asks for emission; -2 without laser.
 class TSmtEmissionOn : public TSmtCommand<518> {
  public:
-  static constexpr std::string_view kClassName = "TSmtEmissionOn";
-  std::string GetDesc() override;
   TStepType DoMotion(std::int32_t reason) override;
-
- protected:
-  using TSmtCommand::TSmtCommand;
 };
 
 // 519: polls until emission is on, without a limit; -2 without laser.
 class TSmtWaitForEmissionOn : public TSmtCommand<519> {
  public:
-  static constexpr std::string_view kClassName = "TSmtWaitForEmissionOn";
-  std::string GetDesc() override;
   TStepType DoMotion(std::int32_t reason) override;
-
- protected:
-  using TSmtCommand::TSmtCommand;
 };
 
 // 520: laser on, emission untouched; -2 without laser.
 class TSmtLaserOnOnly : public TSmtCommand<520> {
  public:
-  static constexpr std::string_view kClassName = "TSmtLaserOnOnly";
-  std::string GetDesc() override;
   TStepType DoMotion(std::int32_t reason) override;
-
- protected:
-  using TSmtCommand::TSmtCommand;
 };
 
 // 522: laser off, emission untouched.
 class TSmtLaserOffOnly : public TSmtCommand<522> {
  public:
-  static constexpr std::string_view kClassName = "TSmtLaserOffOnly";
-  std::string GetDesc() override;
   TStepType DoMotion(std::int32_t reason) override;
-
- protected:
-  using TSmtCommand::TSmtCommand;
 };
 
-// 515, a root: the timed laser shot. However it ends, its leave switches laser and emission off.
-class TSmtLaserOnTimeState : public TSmtComposite {
+// 515, a root that the step factory does not make: the timed laser shot. However it ends, its leave switches laser and
+// emission off.
+class TSmtLaserOnTimeState : public TSmtCommand<515, TSmtComposite> {
  public:
-  static constexpr std::int32_t Cmd = 515;
   static constexpr std::string_view kClassName = "TSmtLaserOnTimeState";
-  std::int32_t GetID() override { return Cmd; }
   std::string GetDesc() override;
   void BuildMotionList() override;
   void DoLeaveMotion() override;
   void SetDuration(std::uint32_t ms) { FDuration = ms; }  // survives ResetParams
-
- protected:
-  using TSmtComposite::TSmtComposite;
 
  private:
   std::uint32_t FDuration = 0;

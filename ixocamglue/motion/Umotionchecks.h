@@ -82,9 +82,6 @@ class TSmtMoveStep : public TSmtAtomic {
  public:
   void DoBeforeStep(std::int32_t oldStep, std::int32_t newStep) override;
 
- protected:
-  using TSmtAtomic::TSmtAtomic;
-
  private:
   virtual void CheckArrived(TPreCheck& check) = 0;  // in the tick after the last command
 };

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "ixocamglue/motion/Umotionstop.h"
+#include "ixocamglue/platform/ports/CutSystem.h"
 #include "ixocamglue/platform/services/AppSys.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/support/Faults.h"
@@ -336,21 +338,6 @@ void TCustomMotionState::FindExecOK(IStateMotion& root) {
 TNcParams::TBoolSlot* TCustomMotionState::ExecOK(IStateMotion& root) {
   if (FExecOKOf != &root) FindExecOK(root);
   return FExecOK;
-}
-
-// --- TMcCurveKeeper ---
-
-void TRange2::Widen(TPoint2 point) {
-  Min = {std::min(Min.X, point.X), std::min(Min.Y, point.Y)};
-  Max = {std::max(Max.X, point.X), std::max(Max.Y, point.Y)};
-}
-
-void TMcCurveKeeper::SetDynPoints(std::span<const TPoint2> points, std::int32_t count) {
-  const auto kept = points.first(std::min(points.size(), static_cast<std::size_t>(std::max(count, 0))));
-  if (kept.empty()) return;
-  FXYCurve.assign(kept.begin(), kept.end());
-  FRange = {};
-  for (const TPoint2 point : kept) FRange.Widen(point);
 }
 
 }  // namespace ixocamglue

@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "ixocamglue/motion/Usteptree.h"
-#include "ixocamglue/platform/ports/MotionDriver.h"
 #include "ixocamglue/platform/states/NcParams.h"
 #include "ixocamglue/platform/states/NcState.h"
 
@@ -76,28 +75,6 @@ class TCustomMotionState : public TNcStateCtrl {
   // The success flag's place in the parameter store, looked up once per root.
   TNcParams::TBoolSlot* FExecOK = nullptr;
   const IStateMotion* FExecOKOf = nullptr;
-};
-
-// A rectangle; empty (Min above Max) until a point has widened it. mm.
-struct TRange2 {
-  TPoint2 Min{1e300, 1e300};
-  TPoint2 Max{-1e300, -1e300};
-
-  [[nodiscard]] bool Empty() const { return Min.X > Max.X; }
-  void Widen(TPoint2 point);
-};
-
-// A planar curve with its bounding rectangle.
-class TMcCurveKeeper {
- public:
-  // Keeps the first `count` points (all, when there are fewer) and their range; no points change nothing.
-  void SetDynPoints(std::span<const TPoint2> points, std::int32_t count);
-  [[nodiscard]] const std::vector<TPoint2>& XYCurve() const { return FXYCurve; }
-  [[nodiscard]] const TRange2& Range() const { return FRange; }
-
- private:
-  std::vector<TPoint2> FXYCurve;
-  TRange2 FRange;
 };
 
 // The unit's start-up and finalisation, called by the library's life: registers state 204 and holds the root.

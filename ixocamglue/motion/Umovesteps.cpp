@@ -11,8 +11,6 @@ namespace ixocamglue {
 
 // --- 131 ---
 
-std::string TSmtMoveToXY::GetDesc() { return SMoveToXYDesc.Get(); }
-
 void TSmtMoveToXY::CheckArrived(TPreCheck& check) { check.ArrivedXY(MotionDriver(), FTarget); }
 
 void TSmtMoveToXY::ResetParams() {
@@ -35,8 +33,6 @@ void TSmtFollowerStep::ResetParams() {
   TSmtMoveStep::ResetParams();
   FFollowerIndex = 0;
 }
-
-std::string TSmtSafeMoveToZ::GetDesc() { return (FCommand == Cmd ? SSafeMoveToZDesc : SMoveToZDesc).Get(); }
 
 void TSmtSafeMoveToZ::ResetParams() {
   TSmtFollowerStep::ResetParams();
@@ -110,8 +106,6 @@ TStepType TSmtRaisedMove::DoMotion(std::int32_t) {
   return Await(csbtMotion);
 }
 
-std::string TSmtSafeMoveToWorkXY::GetDesc() { return SSafeMoveToWorkXYDesc.Get(); }
-
 TPoint2 TSmtSafeMoveToWorkXY::Resolve(TPreCheck& check, TNcMotionDriver& driver) {
   TPoint2 origin;
   if (!check.Require(driver.GetWorkOrigin(origin), SCheckNoWorkOrigin)) return {};
@@ -121,8 +115,6 @@ TPoint2 TSmtSafeMoveToWorkXY::Resolve(TPreCheck& check, TNcMotionDriver& driver)
   return target;
 }
 
-std::string TSmtSafeMoveToAssistXY::GetDesc() { return SSafeMoveToAssistXYDesc.Get(); }
-
 TPoint2 TSmtSafeMoveToAssistXY::Resolve(TPreCheck& check, TNcMotionDriver&) {
   TNcCutSystem* const cut = CutSystem();
   TNcLaser* const laser = cut ? cut->Laser() : nullptr;
@@ -131,8 +123,6 @@ TPoint2 TSmtSafeMoveToAssistXY::Resolve(TPreCheck& check, TNcMotionDriver&) {
 }
 
 // --- 350 ---
-
-std::string TSmtLubricateCurve::GetDesc() { return SLubricateDesc.Get(); }
 
 void TSmtLubricateCurve::CheckArrived(TPreCheck& check) { check.ArrivedXY(MotionDriver(), FEnd); }
 
@@ -176,8 +166,6 @@ TStepType TSmtLubricateCurve::DoMotion(std::int32_t) {
 
 // --- 137, 181, 422 ---
 
-std::string TSmtSafeMoveToXY::GetDesc() { return SSafeMoveToXYDesc.Get(); }
-
 void TSmtSafeMoveToXY::ResetParams() {
   TSmtComposite::ResetParams();
   FTarget = {};
@@ -191,8 +179,6 @@ void TSmtSafeMoveToXY::BuildMotionList() {
   xy.FSpeed = FSpeed;
 }
 
-std::string TSmtSafeMoveToXYZ::GetDesc() { return SSafeMoveToXYZDesc.Get(); }
-
 void TSmtSafeMoveToXYZ::ResetParams() {
   TSmtSafeMoveToXY::ResetParams();
   FTargetZ = 0.0;
@@ -202,8 +188,6 @@ void TSmtSafeMoveToXYZ::BuildMotionList() {
   TSmtSafeMoveToXY::BuildMotionList();
   Add<TSmtSafeMoveToZ>(136, SMoveToZDesc).FTargetZ = FTargetZ;
 }
-
-std::string TSmtSafeMoveToXYZF::GetDesc() { return SSafeMoveToXYZFDesc.Get(); }
 
 void TSmtSafeMoveToXYZF::ResetParams() {
   TSmtSafeMoveToXYZ::ResetParams();

@@ -9,27 +9,20 @@
 #include <cstdint>
 #include <optional>
 
+#include "ixocamglue/motion/Ucurvekeeper.h"
 #include "ixocamglue/motion/Umotionchecks.h"
-#include "ixocamglue/motion/Umotioncontroller.h"
 #include "ixocamglue/motion/Usteptree.h"
 
 namespace ixocamglue {
 
 // 131: moves XY where it is told, whatever the height of the head.
-class TSmtMoveToXY : public TSmtMoveStep {
+class TSmtMoveToXY : public TSmtCommand<131, TSmtMoveStep> {
  public:
-  static constexpr std::int32_t Cmd = 131;
-  static constexpr std::string_view kClassName = "TSmtMoveToXY";
-  std::int32_t GetID() override { return Cmd; }
-  std::string GetDesc() override;
   TStepType DoMotion(std::int32_t reason) override;
   void ResetParams() override;
 
   TPoint2 FTarget;
   double FSpeed = 0.0;
-
- protected:
-  using TSmtMoveStep::TSmtMoveStep;
 
  private:
   void CheckArrived(TPreCheck& check) override;
@@ -41,19 +34,13 @@ class TSmtFollowerStep : public TSmtMoveStep {
   void ResetParams() override;
 
   std::int32_t FFollowerIndex = 0;  // 0 or 1
-
- protected:
-  using TSmtMoveStep::TSmtMoveStep;
 };
 
 // 134: moves Z to the safe height, or to a target. 136 is the same step with a target.
-class TSmtSafeMoveToZ : public TSmtFollowerStep {
+class TSmtSafeMoveToZ : public TSmtCommand<134, TSmtFollowerStep> {
  public:
-  static constexpr std::int32_t Cmd = 134;
   static constexpr std::int32_t kMoveToZ = 136;
-  static constexpr std::string_view kClassName = "TSmtSafeMoveToZ";
   std::int32_t GetID() override { return FCommand; }
-  std::string GetDesc() override;
   TStepType DoMotion(std::int32_t reason) override;
   void ResetParams() override;
   // What the factory makes of it for 136: to the target 0, up or down.
@@ -63,9 +50,6 @@ class TSmtSafeMoveToZ : public TSmtFollowerStep {
   bool FUseSafeZ = true;  // the target is the safe height
   bool FOnlyUp = true;    // a head that is above the target stays there
   double FSpeed = 0.0;
-
- protected:
-  using TSmtFollowerStep::TSmtFollowerStep;
 
  private:
   void CheckArrived(TPreCheck& check) override;
@@ -83,9 +67,6 @@ class TSmtRaisedMove : public TSmtMoveStep {
   TPoint2 FTarget;      // in the coordinates of the class
   double FSpeed = 0.0;  // of XY; Z rises at its default
 
- protected:
-  using TSmtMoveStep::TSmtMoveStep;
-
  private:
   void CheckArrived(TPreCheck& check) override;
   // The target in machine coordinates, or a failed check.
@@ -97,54 +78,29 @@ class TSmtRaisedMove : public TSmtMoveStep {
 };
 
 // 138: the target is in work coordinates; refused without a valid origin and outside the work area.
-class TSmtSafeMoveToWorkXY : public TSmtRaisedMove {
- public:
-  static constexpr std::int32_t Cmd = 138;
-  static constexpr std::string_view kClassName = "TSmtSafeMoveToWorkXY";
-  std::int32_t GetID() override { return Cmd; }
-  std::string GetDesc() override;
-
- protected:
-  using TSmtRaisedMove::TSmtRaisedMove;
-
+class TSmtSafeMoveToWorkXY : public TSmtCommand<138, TSmtRaisedMove> {
  private:
   TPoint2 Resolve(TPreCheck& check, TNcMotionDriver& driver) override;
 };
 
 // 139: the target is in machine coordinates; refused while the laser is on.
-class TSmtSafeMoveToAssistXY : public TSmtRaisedMove {
- public:
-  static constexpr std::int32_t Cmd = 139;
-  static constexpr std::string_view kClassName = "TSmtSafeMoveToAssistXY";
-  std::int32_t GetID() override { return Cmd; }
-  std::string GetDesc() override;
-
- protected:
-  using TSmtRaisedMove::TSmtRaisedMove;
-
+class TSmtSafeMoveToAssistXY : public TSmtCommand<139, TSmtRaisedMove> {
  private:
   TPoint2 Resolve(TPreCheck& check, TNcMotionDriver& driver) override;
 };
 
 // 350: runs along the edges of a rectangle and both its diagonals, so that every part of the rails gets its grease.
 // Refused while the head is below the safe height.
-class TSmtLubricateCurve : public TSmtMoveStep {
+class TSmtLubricateCurve : public TSmtCommand<350, TSmtMoveStep> {
  public:
-  static constexpr std::int32_t Cmd = 350;
-  static constexpr std::string_view kClassName = "TSmtLubricateCurve";
-  std::int32_t GetID() override { return Cmd; }
   static constexpr std::int32_t kMaxCount = 1000;
   static constexpr double kInset = 10.0;  // mm from the axis limits
-  std::string GetDesc() override;
   TStepType DoMotion(std::int32_t reason) override;
   void ResetParams() override;
 
   std::optional<TRange2> FRange;  // none: the axis limits, inset by 10 mm
   std::int32_t FCount = 1;        // rounds, 1 to 1000
   double FSpeed = 0.0;
-
- protected:
-  using TSmtMoveStep::TSmtMoveStep;
 
  private:
   void CheckArrived(TPreCheck& check) override;
@@ -153,52 +109,31 @@ class TSmtLubricateCurve : public TSmtMoveStep {
 };
 
 // 137: raises the head (134), then XY (131).
-class TSmtSafeMoveToXY : public TSmtComposite {
+class TSmtSafeMoveToXY : public TSmtCommand<137, TSmtComposite> {
  public:
-  static constexpr std::int32_t Cmd = 137;
-  static constexpr std::string_view kClassName = "TSmtSafeMoveToXY";
-  std::int32_t GetID() override { return Cmd; }
-  std::string GetDesc() override;
   void ResetParams() override;
   void BuildMotionList() override;
 
   TPoint2 FTarget;
   double FSpeed = 0.0;  // of XY; Z and focus move at their defaults
-
- protected:
-  using TSmtComposite::TSmtComposite;
 };
 
 // 181: 137, then Z to a target (136).
-class TSmtSafeMoveToXYZ : public TSmtSafeMoveToXY {
+class TSmtSafeMoveToXYZ : public TSmtCommand<181, TSmtSafeMoveToXY> {
  public:
-  static constexpr std::int32_t Cmd = 181;
-  static constexpr std::string_view kClassName = "TSmtSafeMoveToXYZ";
-  std::int32_t GetID() override { return Cmd; }
-  std::string GetDesc() override;
   void ResetParams() override;
   void BuildMotionList() override;
 
   double FTargetZ = 0.0;
-
- protected:
-  using TSmtSafeMoveToXY::TSmtSafeMoveToXY;
 };
 
 // 422: 137, then the focus (421), then Z (136).
-class TSmtSafeMoveToXYZF : public TSmtSafeMoveToXYZ {
+class TSmtSafeMoveToXYZF : public TSmtCommand<422, TSmtSafeMoveToXYZ> {
  public:
-  static constexpr std::int32_t Cmd = 422;
-  static constexpr std::string_view kClassName = "TSmtSafeMoveToXYZF";
-  std::int32_t GetID() override { return Cmd; }
-  std::string GetDesc() override;
   void ResetParams() override;
   void BuildMotionList() override;
 
   double FFocus = 0.0;
-
- protected:
-  using TSmtSafeMoveToXYZ::TSmtSafeMoveToXYZ;
 };
 
 }  // namespace ixocamglue

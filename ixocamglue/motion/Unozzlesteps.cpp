@@ -102,8 +102,6 @@ TStepType TSmtNozzleStep::Turn(TNcMotionDriver& driver, const TTurn& turn, bool 
   return PollAgain(csbtMotion);
 }
 
-std::string TSmtUninstallNozzle::GetDesc() { return SUninstallNozzleDesc.Get(); }
-
 TSmtNozzleStep::TPlan TSmtUninstallNozzle::Plan(const TNozzleChangeConfig& config, const TNozzlePosItem& slot) const {
   TPlan plan;
   plan.Z = static_cast<double>(slot.UseDiffZ ? slot.UninstZ : slot.Z);
@@ -111,8 +109,6 @@ TSmtNozzleStep::TPlan TSmtUninstallNozzle::Plan(const TNozzleChangeConfig& confi
   plan.Turn = {static_cast<double>(slot.UnInstCnt), static_cast<double>(slot.UnInstSpeed)};
   return plan;
 }
-
-std::string TSmtInstallNozzle::GetDesc() { return SInstallNozzleDesc.Get(); }
 
 TSmtNozzleStep::TPlan TSmtInstallNozzle::Plan(const TNozzleChangeConfig& config, const TNozzlePosItem& slot) const {
   TPlan plan;

@@ -23,8 +23,6 @@ class TSmtNozzleStep : public TSmtAtomic {
   std::int32_t FCol = -1;
 
  protected:
-  using TSmtAtomic::TSmtAtomic;
-
   struct TTurn {
     double Turns = 0.0;  // above 0
     double Speed = 0.0;  // turns/s; 0: the platform's default
@@ -52,31 +50,13 @@ class TSmtNozzleStep : public TSmtAtomic {
 };
 
 // 163: leaves the head's nozzle in the slot.
-class TSmtUninstallNozzle : public TSmtNozzleStep {
- public:
-  static constexpr std::int32_t Cmd = 163;
-  static constexpr std::string_view kClassName = "TSmtUninstallNozzle";
-  std::int32_t GetID() override { return Cmd; }
-  std::string GetDesc() override;
-
- protected:
-  using TSmtNozzleStep::TSmtNozzleStep;
-
+class TSmtUninstallNozzle : public TSmtCommand<163, TSmtNozzleStep> {
  private:
   [[nodiscard]] TPlan Plan(const TNozzleChangeConfig& config, const TNozzlePosItem& slot) const override;
 };
 
 // 164: takes the slot's nozzle.
-class TSmtInstallNozzle : public TSmtNozzleStep {
- public:
-  static constexpr std::int32_t Cmd = 164;
-  static constexpr std::string_view kClassName = "TSmtInstallNozzle";
-  std::int32_t GetID() override { return Cmd; }
-  std::string GetDesc() override;
-
- protected:
-  using TSmtNozzleStep::TSmtNozzleStep;
-
+class TSmtInstallNozzle : public TSmtCommand<164, TSmtNozzleStep> {
  private:
   [[nodiscard]] TPlan Plan(const TNozzleChangeConfig& config, const TNozzlePosItem& slot) const override;
 };

@@ -22,7 +22,4 @@ TStepType TSmtSwitchOutport::DoMotion(std::int32_t) {
   return Await(csbtEnsure);
 }
 
-std::string TSmtOpenOutport::GetDesc() { return SOpenOutportDesc.Get(); }
-std::string TSmtCloseOutport::GetDesc() { return SCloseOutportDesc.Get(); }
-
 }  // namespace ixocamglue

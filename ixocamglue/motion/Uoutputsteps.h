@@ -16,34 +16,16 @@ class TSmtSwitchOutport : public TSmtAtomic {
   std::int32_t FPort = -1;
 
  protected:
-  TSmtSwitchOutport(TCustomMotionState* ctrl, bool on) : TSmtAtomic(ctrl), FOn(on) {}
-
- private:
-  const bool FOn;
+  bool FOn = false;
 };
 
 // 172: on.
-class TSmtOpenOutport : public TSmtSwitchOutport {
+class TSmtOpenOutport : public TSmtCommand<172, TSmtSwitchOutport> {
  public:
-  static constexpr std::int32_t Cmd = 172;
-  static constexpr std::string_view kClassName = "TSmtOpenOutport";
-  std::int32_t GetID() override { return Cmd; }
-  std::string GetDesc() override;
-
- protected:
-  explicit TSmtOpenOutport(TCustomMotionState* ctrl) : TSmtSwitchOutport(ctrl, true) {}
+  TSmtOpenOutport() { FOn = true; }
 };
 
 // 173: off.
-class TSmtCloseOutport : public TSmtSwitchOutport {
- public:
-  static constexpr std::int32_t Cmd = 173;
-  static constexpr std::string_view kClassName = "TSmtCloseOutport";
-  std::int32_t GetID() override { return Cmd; }
-  std::string GetDesc() override;
-
- protected:
-  explicit TSmtCloseOutport(TCustomMotionState* ctrl) : TSmtSwitchOutport(ctrl, false) {}
-};
+class TSmtCloseOutport : public TSmtCommand<173, TSmtSwitchOutport> {};
 
 }  // namespace ixocamglue

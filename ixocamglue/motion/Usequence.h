@@ -33,9 +33,6 @@ class TSmtSequence : public TSmtComposite {
   // `buildLate`: the children are made when the sequence is entered.
   void Define(std::int32_t id, std::string desc, std::vector<TSequenceItem> items, bool buildLate = false);
 
- protected:
-  using TSmtComposite::TSmtComposite;
-
  private:
   [[nodiscard]] bool Has(std::int32_t command) const;
   [[nodiscard]] bool MayOpenGas() const;

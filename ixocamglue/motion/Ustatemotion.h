@@ -1,8 +1,9 @@
-// The way in to the concrete steps, and the factory that makes a step from a command number.
+// The way in to the concrete steps, and the table of the commands that are made from their numbers.
 #pragma once
 
 #include <cstdint>
 #include <span>
+#include <string_view>
 
 #include "ixocamglue/motion/Ucleansteps.h"
 #include "ixocamglue/motion/Uheadsteps.h"
@@ -16,14 +17,12 @@ namespace ixocamglue {
 
 struct TMotionCommand {
   std::int32_t Command;
+  std::string_view Class;
+  const TText* Desc;
   TStepFactory Make;
 };
 
 // Every command that AddMotionByCmd knows, rising.
 [[nodiscard]] std::span<const TMotionCommand> MotionCommands();
-
-// Makes the step of a command, appends it to the composite and, with `build`, builds its data. False, and nothing
-// made, for an unknown command or a composite that is full.
-bool AddMotionByCmd(std::int32_t command, TSmtComposite& composite, bool build);
 
 }  // namespace ixocamglue

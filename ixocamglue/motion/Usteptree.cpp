@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "ixocamglue/motion/Umotioncontroller.h"
-#include "ixocamglue/motion/Ustatemotion.h"
+#include "ixocamglue/motion/Umotionstop.h"
 #include "ixocamglue/platform/ports/MotionDriver.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/platform/xml/MachineConfig.h"
@@ -25,7 +25,6 @@ constexpr const char* SForcedLeave = "执行了强制退出操作";
 constexpr const char* SForcedLeaveLog = "被执行了强制退出操作";
 constexpr const char* SRegistered = "该状态动作已被注册！";
 constexpr std::size_t kExpectedChildren = 16;
-constexpr std::int32_t kFollowers = 2;  // that a multi-follower can hold
 
 void LogEnterLeave(TDiagLevel level, bool root, std::int32_t parentStep, const std::string& desc, std::int32_t depth) {
   const TDiag d{level};
@@ -34,6 +33,12 @@ void LogEnterLeave(TDiagLevel level, bool root, std::int32_t parentStep, const s
   else
     d("[%d][%s]: Level = %d", parentStep, desc.c_str(), depth);
 }
+
+// What is configured where a command makes no step.
+class TNoStep : public TSmtAtomic {
+ public:
+  static constexpr std::string_view kClassName = "TNoStep";
+};
 
 }  // namespace
 
@@ -301,7 +306,7 @@ TStateMotion& TSmtComposite::Place(std::int32_t type, std::int32_t command, std:
   FDescs.emplace_back(desc);
   if (AddMotionByCmd(command, *this, false)) return *FMotionList.back();
   ReportFault(Format("%s: no step can be made for command %d", GetDesc().c_str(), command));
-  return Reject(MakeStep<TSmtDelay>(FStateCtrl));
+  return Reject(MakeStep<TNoStep>(FStateCtrl));
 }
 
 TStateMotion& TSmtComposite::PlaceStep(std::int32_t type, TStepPtr step, std::string_view desc) {
@@ -406,38 +411,6 @@ bool TSmtMotionDic::RegisterStateMotion(std::int32_t state, TStepFactory motion)
 TStepFactory TSmtMotionDic::Find(std::int32_t state) const {
   const auto it = FDic.find(state);
   return it == FDic.end() ? nullptr : it->second;
-}
-
-void StopFocusMotion() {
-  TNcCutSystem* const cut = CutSystem();
-  if (TNcCutHeadCtrl* head = cut ? cut->CutHeadCtrl() : nullptr) head->Stop(1);
-}
-
-void StopAllMotion() {
-  TTryAll tryAll;
-  tryAll([] {
-    if (auto* follower = GFollower()) follower->Stop(1);
-  });
-  // Of two followers the service is one.
-  TNcCutSystem* const cut = CutSystem();
-  for (std::int32_t index = 0; index < kFollowers; ++index)
-    tryAll([cut, index] {
-      TNcMultiFollower* const followers = cut ? cut->MultiFollower() : nullptr;
-      TNcFollower* const follower = followers ? followers->GetFollower(index) : nullptr;
-      if (follower && follower != GFollower()) follower->Stop(1);
-    });
-  tryAll([] {
-    if (auto* driver = MotionDriver()) driver->StopAll(0);
-  })([] { StopFocusMotion(); });
-  tryAll.Rethrow();
-}
-
-bool CanCleanHead() {
-  TNcCutSystem* const cut = CutSystem();
-  TNcSwitchTable* const table = cut ? cut->SwitchTable() : nullptr;
-  if (!table) return true;
-  const std::int32_t docked = table->GetValue("DockedTable", 0);
-  return docked == 1 || docked == 2;
 }
 
 }  // namespace ixocamglue

@@ -144,7 +144,7 @@ class TStateMotion : public IStateMotion {
   [[nodiscard]] TCustomMotionState* StateCtrl() const { return FStateCtrl; }
 
  protected:
-  explicit TStateMotion(TCustomMotionState* ctrl, std::uint32_t motions = 0) : FStateCtrl(ctrl), FMotions(motions) {}
+  explicit TStateMotion(std::uint32_t motions = 0) : FMotions(motions) {}
   ~TStateMotion() override = default;
 
   // The closing words of a leaf's DoMotion.
@@ -158,9 +158,9 @@ class TStateMotion : public IStateMotion {
   [[nodiscard]] bool HasMotion(std::int32_t step) const { return static_cast<std::uint32_t>(step) < FMotions; }
 
   std::int32_t FStep = mstpError;
-  std::int32_t FOldStep = mstpError;  // where the hooks last ran
-  TCustomMotionState* FStateCtrl;     // not owned
-  bool FLoaded = false;               // between enter and leave
+  std::int32_t FOldStep = mstpError;         // where the hooks last ran
+  TCustomMotionState* FStateCtrl = nullptr;  // not owned
+  bool FLoaded = false;                      // between enter and leave
 
  private:
   friend struct TStepDeleter;
@@ -195,18 +195,22 @@ class TSmtAtomic : public TStateMotion {
   TStepType DoMotion(std::int32_t reason) override;
 
  protected:
-  explicit TSmtAtomic(TCustomMotionState* ctrl) : TStateMotion(ctrl, 1) {}
+  TSmtAtomic() : TStateMotion(1) {}
 };
 
-// A leaf of the step factory: its command number is its id.
-template <std::int32_t Command>
-class TSmtCommand : public TSmtAtomic {
+// What the command table says of a command: the name of its class, and what it does. A fault and no text for a number
+// that has no row.
+[[nodiscard]] std::string_view CommandClass(std::int32_t command);
+[[nodiscard]] std::string CommandDesc(std::int32_t command);
+
+// A step with a number of its own. Its name and description stand in the command table; one that is not made from its
+// number has no row there and says both itself, with kClassName and GetDesc.
+template <std::int32_t Command, class Base = TSmtAtomic>
+class TSmtCommand : public Base {
  public:
   static constexpr std::int32_t Cmd = Command;
   std::int32_t GetID() override { return Command; }
-
- protected:
-  using TSmtAtomic::TSmtAtomic;
+  std::string GetDesc() override { return CommandDesc(this->GetID()); }
 };
 
 // An inner node. BuildMotionList fills it; the positions are the children's indices.
@@ -236,8 +240,6 @@ class TSmtComposite : public TStateMotion {
   [[nodiscard]] const std::vector<TStepPtr>& MotionList() const { return FMotionList; }
 
  protected:
-  using TStateMotion::TStateMotion;
-
   // One child of BuildMotionList: type code (the command number), description and step, ready to be configured.
   TStateMotion& Add(std::int32_t command, const TText& desc) { return Place(command, command, desc.Get()); }
   template <class Step>
@@ -271,14 +273,20 @@ class TSmtComposite : public TStateMotion {
   std::string FChildError;  // the failing child's text, kept because leaving destroys the child
 };
 
-// Makes a step, with its parameters reset; virtual calls work here as they do not in a constructor.
+// Makes a step, with its parameters reset; virtual calls work here as they do not in a constructor. Nothing else makes
+// one: a step has its ClassName from here.
 template <class Step>
 [[nodiscard]] std::unique_ptr<Step, TStepDeleter> MakeStepOf(TCustomMotionState* ctrl) {
   struct TMade final : Step {
-    explicit TMade(TCustomMotionState* c) : Step(c) {}
-    std::string_view ClassName() const override { return Step::kClassName; }
+    std::string_view ClassName() const override {
+      if constexpr (requires { Step::kClassName; })
+        return Step::kClassName;
+      else
+        return CommandClass(Step::Cmd);
+    }
   };
-  std::unique_ptr<Step, TStepDeleter> step(new TMade(ctrl));
+  std::unique_ptr<Step, TStepDeleter> step(new TMade);
+  step->SetStateCtrl(ctrl);
   step->ResetParams();
   return step;
 }
@@ -319,11 +327,8 @@ class TSmtMotionDic {
   std::map<std::int32_t, TStepFactory> FDic;
 };
 
-// Stops the focus axis of the cutting head, where there is one.
-void StopFocusMotion();
-// Stops every follower, the XY axes and the focus; each is tried, the first failure is thrown at the end.
-void StopAllMotion();
-// False when the machine has a pallet switch table and no table is docked.
-[[nodiscard]] bool CanCleanHead();
+// Makes the step of a command, appends it to the composite and, with `build`, builds its data. False, and nothing
+// made, for an unknown command or a composite that is full.
+bool AddMotionByCmd(std::int32_t command, TSmtComposite& composite, bool build);
 
 }  // namespace ixocamglue

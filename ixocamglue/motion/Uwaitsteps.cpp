@@ -32,15 +32,11 @@ void SwitchGasOff() {
   }
 }
 
-std::string TSmtDelay::GetDesc() { return SDelay.Get(); }
-
 TStepType TSmtDelay::DoMotion(std::int32_t) {
   if (!StateCtrl()) return Fail();
   StateCtrl()->Delay(FDelay);
   return Await(csbtDelay);
 }
-
-std::string TSmtGasOnState::GetDesc() { return SGasOnDesc.Get(); }
 
 void TSmtGasOnState::ResetParams() {
   TSmtCommand::ResetParams();
@@ -58,8 +54,6 @@ TStepType TSmtGasOnState::DoMotion(std::int32_t) {
   return Await(csbtGas);
 }
 
-std::string TSmtGasOffState::GetDesc() { return SGasOffDesc.Get(); }
-
 TStepType TSmtGasOffState::DoMotion(std::int32_t) {
   TNcGas* const gas = FindGas();
   if (!gas) return Await(csbtEnsure);
@@ -71,8 +65,6 @@ TStepType TSmtGasOffState::DoMotion(std::int32_t) {
   }
   return Await(csbtGas);
 }
-
-std::string TSmtWaitInport::GetDesc() { return SWaitInportDesc.Get(); }
 
 void TSmtWaitInport::ResetParams() {
   TSmtCommand::ResetParams();

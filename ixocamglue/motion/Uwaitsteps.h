@@ -10,14 +10,9 @@ namespace ixocamglue {
 // 612: waits.
 class TSmtDelay : public TSmtCommand<612> {
  public:
-  static constexpr std::string_view kClassName = "TSmtDelay";
-  std::string GetDesc() override;
   TStepType DoMotion(std::int32_t reason) override;
   void SetDelay(std::uint32_t ms) { FDelay = ms; }  // survives ResetParams
   [[nodiscard]] std::uint32_t GetDelay() const { return FDelay; }
-
- protected:
-  using TSmtCommand::TSmtCommand;
 
  private:
   std::uint32_t FDelay = 0;
@@ -26,35 +21,23 @@ class TSmtDelay : public TSmtCommand<612> {
 // 141: selects a branch, sets its pressure, switches the gas on; -2 without a gas device.
 class TSmtGasOnState : public TSmtCommand<141> {
  public:
-  static constexpr std::string_view kClassName = "TSmtGasOnState";
-  std::string GetDesc() override;
   TStepType DoMotion(std::int32_t reason) override;
   void ResetParams() override;
 
   std::int32_t FGasBranch = 0;  // a gas type number
   double FGasPressure = 0.0;    // bar
-
- protected:
-  using TSmtCommand::TSmtCommand;
 };
 
 // 142: switches the gas off.
 class TSmtGasOffState : public TSmtCommand<142> {
  public:
-  static constexpr std::string_view kClassName = "TSmtGasOffState";
-  std::string GetDesc() override;
   TStepType DoMotion(std::int32_t reason) override;
-
- protected:
-  using TSmtCommand::TSmtCommand;
 };
 
 // 176: switches an output on if asked to, and waits for an input. A time-out ends the wait; with FTimeOutAlarm the
 // input controller also raises an alarm. However the step is left, an output that it switched on is switched off.
 class TSmtWaitInport : public TSmtCommand<176> {
  public:
-  static constexpr std::string_view kClassName = "TSmtWaitInport";
-  std::string GetDesc() override;
   TStepType DoMotion(std::int32_t reason) override;
   void ResetParams() override;
   void DoLeaveMotion() override;
@@ -65,9 +48,6 @@ class TSmtWaitInport : public TSmtCommand<176> {
   bool FNeedOutport = false;      // the step switches FOutport on, and off when it leaves
   bool FTimeOutAlarm = false;
   bool FInportLogic = false;  // the level that counts as reached
-
- protected:
-  using TSmtCommand::TSmtCommand;
 };
 
 // What a composite that opens the gas does on leaving: off, and once more when the first time throws, because nobody

@@ -46,9 +46,6 @@ class TScripted : public TSmtAtomic {
   std::string Name = "leaf";
   std::vector<TStepType> Answers{mstpStep};
 
- protected:
-  using TSmtAtomic::TSmtAtomic;
-
  private:
   void Tell(const std::string& what) const { GStory.push_back(Name + " " + what); }
 };
@@ -86,9 +83,6 @@ class TTree : public TSmtComposite {
   std::string Name = "root";
   std::function<void(TTree&)> Build;
   bool Late = false;
-
- protected:
-  using TSmtComposite::TSmtComposite;
 };
 
 class StepTree : public testing::Test {
@@ -280,18 +274,12 @@ TEST_F(StepTree, ListsAreReachedThroughTheirCommandsOnly) {
 class TBare : public TSmtAtomic {
  public:
   static constexpr std::string_view kClassName = "TBare";
-
- protected:
-  using TSmtAtomic::TSmtAtomic;
 };
 
 class TBareComposite : public TSmtComposite {
  public:
   static constexpr std::string_view kClassName = "TBareComposite";
   std::string GetDesc() override { return "bare"; }
-
- protected:
-  using TSmtComposite::TSmtComposite;
 };
 
 TEST_F(StepTree, DesignFaultsAreToldVerbatimAndGoOnWithTheirSafeValue) {
@@ -337,9 +325,6 @@ class TDisobedient : public TTree {
     TSmtComposite::DoMotion(reason);
     return mstpStep;
   }
-
- protected:
-  using TTree::TTree;
 };
 
 TEST_F(StepTree, AnAbortAnsweredOtherwiseIsForcedToAnErrorAndStillLeaves) {
