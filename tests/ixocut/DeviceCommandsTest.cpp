@@ -12,6 +12,8 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
+#include "fixture/Paths.h"
+
 extern char** environ;
 
 namespace ixocamglue::test {

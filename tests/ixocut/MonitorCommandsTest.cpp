@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
+#include "fixture/Paths.h"
 #include "tests/monitor/MonitorFiles.h"
 
 namespace ixocamglue::test {
