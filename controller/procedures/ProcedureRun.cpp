@@ -47,7 +47,6 @@ void TProcedureRun::Entered(std::int32_t from, std::int32_t to) {
   if (to == nsCustomMotion) {
     FEnteredAt.store(Clock().MonotonicMs(), std::memory_order_release);
   } else if (from == nsCustomMotion) {
-    FSteps.CloseAll();
     FLeftAt.store(Clock().MonotonicMs(), std::memory_order_release);
   }
 }
@@ -94,6 +93,7 @@ TRunReport TProcedureRun::Run(const std::string& title, const std::function<TSte
   TLogService::Listen(FConsole.Mask());
   for (const std::string& notice : FController.Notices()) LogMsg(lkWarning, 0, notice, "TPHost");
   FController.OnState([this](std::int32_t from, std::int32_t to) { Entered(from, to); });
+  FController.MotionState().AddObserver(FSteps);
   std::optional<TSignalStop> signal;
   if (TVirtualClock* clock = FController.VirtualClock()) {
     clock->OnStep([this](std::uint64_t nowMs) { Watch(nowMs); });
@@ -107,7 +107,7 @@ TRunReport TProcedureRun::Run(const std::string& title, const std::function<TSte
   if (!WaitFor(kReadyWithinMs, [&] { return framework.Watch().Pass.load() > 0 && !framework.SafePending(); }))
     throw EProblem(pbUnusable, "the machine does not acknowledge standby: laser or emission stays on");
   if (FSignalled) return Report(true);
-  if (std::string reason; !FController.Start(WatchRoot(make(), FSteps), &reason)) throw EProblem(pbUnusable, reason);
+  if (std::string reason; !FController.Start(make(), &reason)) throw EProblem(pbUnusable, reason);
 
   const bool ended = WaitFor(limitMs, [&] { return !FController.Running(); });
   if (!ended) {

@@ -1,17 +1,13 @@
 // Follows a procedure through its tree: which step stood when, and a progress line for the first step of each list (the
-// lists themselves report each advance).
-//
-// WatchRoot puts a root between the controller and the procedure's own; what it notes is written on the state thread
-// and read by any. Times are monotonic ms.
+// lists themselves report each advance). Written on the state thread, read by any. Times are monotonic ms.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <vector>
 
-#include "ixocamglue/motion/Usteptree.h"
+#include "ixocamglue/motion/Umotioncontroller.h"
 #include "ixocamglue/support/Locks.h"
 
 namespace ixocontroller {
@@ -28,11 +24,12 @@ struct TStepSpan {
   std::uint64_t To = 0;
 };
 
-class TStepSpans {
+// An observer of the state controller. A root that is no list has no spans.
+class TStepSpans final : public IMotionObserver {
  public:
-  // Between two ticks, or right after one; not while the tree is inside a tick.
-  void Look(TSmtComposite& root);
-  void CloseAll();
+  void Entered(IStateMotion& root) override { Look(root); }
+  void Ticked(IStateMotion& root, TStepType) override { Look(root); }
+  void Ended(const TMotionOutcome*) override;
 
   // Rises with each step that begins.
   [[nodiscard]] std::uint64_t Begun() const { return FBegun.load(std::memory_order_acquire); }
@@ -44,6 +41,7 @@ class TStepSpans {
     const TStateMotion* Step;
     std::size_t Span;
   };
+  void Look(IStateMotion& root);
   void CloseFrom(std::size_t level) IXO_REQUIRES(FLock);
 
   std::atomic<std::uint64_t> FBegun{0};
@@ -51,8 +49,5 @@ class TStepSpans {
   std::vector<TStepSpan> FSpans IXO_GUARDED_BY(FLock);
   std::vector<TOpen> FOpen IXO_GUARDED_BY(FLock);
 };
-
-// `spans` outlives the root; a root that is no list has no spans.
-[[nodiscard]] std::shared_ptr<IStateMotion> WatchRoot(TStepPtr root, TStepSpans& spans);
 
 }  // namespace ixocontroller

@@ -20,6 +20,7 @@ constexpr const char* SAbortAnswer = "TCustomMotionState：AReason <> srDone时�
 constexpr const char* SStepDoneFailed = "严重：TCustomMotionState.StepDone执行错误，将直接退出";
 constexpr const char* SChangeNextFailed = "TCustomMotionState.ChangeNext 报错，将直接退至nsStandby";
 constexpr const char* SChangeStateFailed = "ChangeState 函数报错，无法处理";
+constexpr const char* SObserverFailed = "motion observer: %s";
 constexpr const char* SBadOutcome = "设计不支持该参数值(TCustomMotionState.ChangeNext)";
 constexpr const char* SNoInport = "CutSystem.InportCtrl = nil";
 constexpr const char* SNoCutHead = "CutSystem.CutHeadCtrl = nil";
@@ -108,6 +109,9 @@ void TCustomMotionState::InitState(std::int32_t param) {
   if (auto* execOK = ExecOK(*root)) execOK->Set(false);
   root->SetStateCtrl(this);
   root->BuildData();
+  FObserved = true;
+  FEnded = false;
+  Tell([&](IMotionObserver& o) { o.Entered(*root); });
   FStateLoaded = true;
   if (TDiag d{dlMessage}) d("[FMotion.BuildData have done!]");
 }
@@ -118,8 +122,20 @@ void TCustomMotionState::LeaveState(std::int32_t param) {
   if (auto* params = NcParams()) params->SetInt("AutoSaveCaliResult", 0);
   FExecOK = nullptr;
   FExecOKOf = nullptr;
+  if (std::exchange(FObserved, false)) Tell([&](IMotionObserver& o) { o.Ended(FEnded ? &FOutcome : nullptr); });
   if (FMotion) FMotion->Set(nullptr);
   if (TDiag d{dlNote}) d("[FMotion := nil]: FMotion不可再用");
+}
+
+template <class Call>
+void TCustomMotionState::Tell(Call call) {
+  for (IMotionObserver* const observer : FObservers) {
+    try {
+      call(*observer);
+    } catch (...) {
+      LogMsg(lkError, 0, Format(SObserverFailed, DescribeException(std::current_exception()).c_str()));
+    }
+  }
 }
 
 void TCustomMotionState::StepDone(std::int32_t reason) {
@@ -153,6 +169,7 @@ void TCustomMotionState::Tick(const std::shared_ptr<IStateMotion>& root, std::in
   if (!root) throw EDesignFault(SNoRoot);
   if (reason != srDone) ErrorLeave();
   const TStepType result = root->Motion(reason);
+  Tell([&](IMotionObserver& o) { o.Ticked(*root, result); });
   if (reason != srDone && result != mstpError) throw EDesignFault(SAbortAnswer);
   switch (result) {
     case mstpError:
@@ -238,6 +255,7 @@ void TCustomMotionState::SetCustomStateBusy(TCustomBusyType type) {
 
 void TCustomMotionState::ChangeNext(TMotionExecType type) {
   FOutcome = {type, {}, {}, nsStandby};
+  FEnded = true;
   std::int32_t next = nsStandby;
   try {
     const auto root = Root();

@@ -29,6 +29,20 @@ struct TMotionOutcome {
   std::int32_t NextState = nsStandby;
 };
 
+// Looks on while procedures run, for example to know which step stands since when. Called on the state thread; it must
+// not wait. What it throws is logged and changes nothing.
+class IMotionObserver {
+ public:
+  virtual ~IMotionObserver() = default;
+  // The procedure was built and enters; `root` stays until Ended.
+  virtual void Entered(IStateMotion& root) = 0;
+  // After a tick, before its answer is carried out (mstpError and mstpExit end the procedure); not after one that
+  // threw.
+  virtual void Ticked(IStateMotion& root, TStepType answer) = 0;
+  // The state is left. Null: it was taken away from the procedure, which has no outcome.
+  virtual void Ended(const TMotionOutcome* outcome) = 0;
+};
+
 class TCustomMotionState : public TNcStateCtrl {
  public:
   using TNcStateCtrl::TNcStateCtrl;
@@ -47,6 +61,9 @@ class TCustomMotionState : public TNcStateCtrl {
   void UpdateThread(std::uint32_t& loopDelay) override;
   std::string StateName() override;
 
+  // Before the state thread runs; `observer` outlives it. They are called in the order in which they were added.
+  void AddObserver(IMotionObserver& observer) { FObservers.push_back(&observer); }
+
   void ChangeNext(TMotionExecType type);
   // csbtEnsure never replaces a more specific wait; any other value does.
   void SetCustomBusyType(TCustomBusyType type);
@@ -63,6 +80,8 @@ class TCustomMotionState : public TNcStateCtrl {
   [[nodiscard]] const TMotionOutcome& Outcome() const { return FOutcome; }
 
  private:
+  template <class Call>
+  void Tell(Call call);
   void Tick(const std::shared_ptr<IStateMotion>& root, std::int32_t reason);
   [[nodiscard]] std::int32_t NextState(TMotionExecType type, const std::shared_ptr<IStateMotion>& root);
   void LogOutcome(TMotionExecType type, IStateMotion& root);
@@ -70,11 +89,14 @@ class TCustomMotionState : public TNcStateCtrl {
   [[nodiscard]] TNcParams::TBoolSlot* ExecOK(IStateMotion& root);
 
   bool FStateLoaded = false;
+  bool FObserved = false;  // observers were told of an entry, and not yet of its end
+  bool FEnded = false;     // FOutcome is that of the procedure that entered last
   TCustomBusyType FCustomBusyType = csbtInit;
   TMotionOutcome FOutcome;
   // The success flag's place in the parameter store, looked up once per root.
   TNcParams::TBoolSlot* FExecOK = nullptr;
   const IStateMotion* FExecOKOf = nullptr;
+  std::vector<IMotionObserver*> FObservers;  // not owned
 };
 
 // The unit's start-up and finalisation, called by the library's life: registers state 204 and holds the root.

@@ -1,4 +1,5 @@
 // The controller's protocol with its root and with the framework; the root's answers are scripted.
+#include <algorithm>
 #include <deque>
 
 #include "fixture/Machine.h"
@@ -249,6 +250,88 @@ TEST_F(WithoutWaits, WaitingForADeviceThatTheMachineLacksIsADesignFault) {
     EXPECT_EQ(Controller().Outcome().Fault, text);
     root->OnMotion = {};
   }
+}
+
+// Tells what it was told and, if asked to, throws each time.
+class TWatcher : public IMotionObserver, public ILogSink {
+ public:
+  void Entered(IStateMotion& root) override { Tell(Format("entered %d", root.GetID())); }
+  void Ticked(IStateMotion& root, TStepType answer) override { Tell(Format("%d: %d", root.GetID(), answer)); }
+  void Ended(const TMotionOutcome* outcome) override {
+    Tell(outcome ? Format("ended %d %s", static_cast<int>(outcome->Type), outcome->Fault.c_str()) : "taken away");
+  }
+  void Write(const TLogRecord& record) override { Logged.push_back(record.Text); }
+
+  TTexts Story, Logged;
+  bool Throws = false;
+
+ private:
+  void Tell(std::string text) {
+    Story.push_back(std::move(text));
+    if (Throws) throw std::runtime_error("observer");
+  }
+};
+
+struct TWatcherBefore {
+  TWatcher Watcher;
+};
+
+class Observing : private TWatcherBefore, public TMachineTest {
+ protected:
+  Observing() : TMachineTest({.Sinks = {&Watcher}}) { Controller().AddObserver(Watcher); }
+  TTexts StoryOf(std::function<TStepType(std::int32_t)> motion, const std::function<void()>& act) {
+    auto root = std::make_shared<TScriptedRoot>();
+    root->OnMotion = std::move(motion);
+    EXPECT_TRUE(FController.Start(root));
+    FController.RunPass();
+    act();
+    FController.RunPass();
+    EXPECT_EQ(Framework().CurrentState(), nsStandby);
+    return std::exchange(Watcher.Story, {});
+  }
+  using TWatcherBefore::Watcher;
+};
+
+TEST_F(Observing, EachProcedureIsToldFromItsEntryThroughItsTicksToItsOutcome) {
+  const auto goOn = [](std::int32_t reason) { return reason == srDone ? mstpStep : mstpError; };
+  EXPECT_EQ(StoryOf([](std::int32_t) { return mstpExit; }, [] {}), Lines("entered 77", "77: 10001", "ended -2 "));
+  EXPECT_EQ(StoryOf(goOn,
+                    [&] {
+                      FController.RunPass();
+                      Framework().Stop();
+                    }),
+            Lines("entered 77", "77: 100", "77: -2", "ended -3 "));
+  // What a fault said is known at the end; the tick that threw was none.
+  EXPECT_EQ(StoryOf([](std::int32_t) -> TStepType { throw std::runtime_error("device"); }, [] {}),
+            Lines("entered 77", "ended -1 device"));
+  // The outcome of the procedure before it is not this one's.
+  EXPECT_EQ(StoryOf(goOn, [&] { (void)Framework().RequestState(nsStandby, 0); }),
+            Lines("entered 77", "77: 100", "taken away"));
+  // What never enters is not told.
+  Machine().Alarms().Raise({"TP", "alarm", 1}, {.Move = true});
+  StartRoot(MakeShot(10));
+  EXPECT_EQ(Watcher.Story, TTexts{});
+}
+
+TEST_F(Observing, WhatAnObserverThrowsIsLoggedAndChangesNothing) {
+  TTexts commands, undisturbed;
+  for (const bool throws : {false, true}) {
+    Watcher.Throws = throws;
+    Watcher.Story.clear();
+    Watcher.Logged.clear();
+    Journal().Clear();
+    StartRoot(MakeShot(20));
+    EXPECT_EQ(Finish(), metSuccess);
+    EXPECT_TRUE(ExecOK(515));
+    const std::uint64_t start = Journal().Entries().front().Ms;
+    undisturbed = std::exchange(commands, {});
+    for (const TJournalEntry& entry : Journal().Entries())
+      commands.push_back(
+          Format("%d %s.%s", static_cast<int>(entry.Ms - start), entry.Device.c_str(), entry.Verb.c_str()));
+    const auto logged = std::ranges::count(Watcher.Logged, "motion observer: observer");
+    EXPECT_EQ(logged, throws ? static_cast<std::ptrdiff_t>(Watcher.Story.size()) : 0);
+  }
+  EXPECT_EQ(commands, undisturbed);
 }
 
 TEST(ProcessEnd, EndsARunningProcedureAndTheLibraryCanBeStartedAgain) {
