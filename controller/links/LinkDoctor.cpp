@@ -90,8 +90,8 @@ class TExamination {
     const TLinkAddress& link = FOptions.Link;
     SetSerialPortPath(1, link.Device);
     const auto probe = CommParts().MakeSerial();
-    if (const std::string problem = probe->Open(1, link.Settings); !problem.empty())
-      return Tell(dmBad, "The port does not open: " + problem,
+    if (const auto opened = probe->Open(1, link.Settings); !opened)
+      return Tell(dmBad, "The port does not open: " + opened.Problem().Text(),
                   "Check the device's name, the rights of this account (group dialout) and the settings");
     probe->Close();
     FTransport = MakeTransport(link);
@@ -184,7 +184,7 @@ class TExamination {
     if (whole) return Tell(dmBad, std::string("The reply does not fit: ") + check.Reason, "Run the doctor again");
     if (tcp)
       return Tell(dmBad, std::string("Framing: ") + check.Reason,
-                  "The device may speak RTU over this link: try --framing rtu with ixocut modbus, or another port");
+                  "The device may speak RTU over this link: try --framing rtu, or another port");
     return Tell(dmBad, "The CRC is wrong: the bytes are damaged, or this is no Modbus RTU",
                 "Check baud rate, parity and data bits, then wiring, shield and termination");
   }

@@ -32,8 +32,9 @@ void TNcUDPTrans::SetNetParams(const TCommNet& params) {
 void TNcUDPTrans::MakeSocket() {
   const auto addresses = CommParts().Resolve(GetUtf16(FNet.Host), kResolveLimitMs);
   FAddress = addresses.empty() ? std::string() : addresses.front();
-  if (const std::string problem = FUdp->Bind(FAddress); !problem.empty())
-    LogMsg(lkError, 0, "The UDP socket stays unbound: " + GetUtf16(FNet.Host) + ": " + problem, "TNcUDPTrans");
+  if (const auto bound = FUdp->Bind(FAddress); !bound)
+    LogMsg(lkError, 0, "The UDP socket stays unbound: " + GetUtf16(FNet.Host) + ": " + bound.Problem().What,
+           "TNcUDPTrans");
 }
 
 bool TNcUDPTrans::CheckConnection() { return Linked(); }

@@ -6,10 +6,9 @@
 
 #include "controller/links/LinkDoctor.h"
 #include "ixocamglue/support/Problem.h"
-#include "ixocut/CommandLine.h"
+#include "ixocut/link/LinkOptions.h"
 
 namespace ixocut {
-using namespace ixocontroller;
 namespace {
 
 struct TDoctorCommand {
@@ -40,7 +39,7 @@ void AddLinkCommand(CLI::App& program, TCommandRun& run) {
   const auto options = std::make_shared<TDoctorCommand>();
   CLI::App* const doctor =
       link->add_subcommand("doctor", "Find out what is wrong with a Modbus link, and what to try next");
-  AddLinkOptions(*doctor, options->Link, true);
+  AddLinkOptions(*doctor, options->Link);
   AddNumberOption(*doctor, "--unit", options->Unit, 1, 255, "", "The device's unit address")->capture_default_str();
   AddNumberOption(*doctor, "--addr", options->Addr, 0, 0xFFFE, "", "A register that it has; two are read from here")
       ->capture_default_str();

@@ -7,15 +7,13 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
-#include "controller/links/DeviceLink.h"
 #include "ixocamglue/platform/services/AppSys.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
-#include "ixocut/CommandLine.h"
+#include "ixocut/link/LinkOptions.h"
 
 namespace ixocut {
-using namespace ixocontroller;
 namespace {
 
 struct TModbusCommand {
@@ -62,8 +60,8 @@ void PrintText(const TModbusCommand& command, const TModbusResult& result, std::
       << Format("  (%.1f ms: connect %.1f, send %.1f, wait %.1f; %u sent, %u received", Ms(result.ElapsedUs),
                 Ms(result.OpenUs), Ms(result.SendUs), Ms(result.WaitUs), static_cast<unsigned>(result.BytesSent),
                 static_cast<unsigned>(result.BytesReceived));
-  if (result.Attempts > 1) out << Format("; %u attempts", result.Attempts);
-  if (result.Foreign != 0) out << Format("; %u late replies dropped", result.Foreign);
+  if (result.Attempts > 1) out << Format("; %u attempts", static_cast<unsigned>(result.Attempts));
+  if (result.Foreign != 0) out << Format("; %u late replies dropped", static_cast<unsigned>(result.Foreign));
   if (result.StaleBytes != 0) out << Format("; %u stale bytes dropped", static_cast<unsigned>(result.StaleBytes));
   out << ")\n";
 }
@@ -141,10 +139,8 @@ int Run(const TModbusCommand& command, std::ostream& out) {
   do {
     const std::uint64_t startUs = Clock().MonotonicUs();
     const auto addr = static_cast<std::uint16_t>(command.Addr);
-    if (command.Write)
-      device->WriteRegisters(addr, values, command.Multiple, result);
-    else
-      device->ReadRegisters(addr, static_cast<std::uint32_t>(count), result);
+    result = command.Write ? device->WriteRegisters(addr, values, command.Multiple)
+                           : device->ReadRegisters(addr, static_cast<std::uint32_t>(count));
     logs.DrainOnce();
     auto frames = device->LastFrames();
     std::erase_if(frames, [&](const auto& frame) { return frame.TimeUs < startUs; });
@@ -171,7 +167,7 @@ void AddOne(CLI::App& modbus, TCommandRun& run, bool write) {
   CLI::App* const command =
       modbus.add_subcommand(write ? "write" : "read", write ? "Write holding registers (functions 6 and 16)"
                                                             : "Read holding registers (function 3)");
-  AddLinkOptions(*command, options->Link, true);
+  AddLinkOptions(*command, options->Link);
   AddNumberOption(*command, "--unit", options->Unit, 0, 255, "", "The device's unit address")->capture_default_str();
   AddNumberOption(*command, "--addr", options->Addr, 0, 0xFFFF, "",
                   "The first register, as the frame has it: 0 is what some manuals call 40001")

@@ -4,13 +4,11 @@
 
 #include <CLI/CLI.hpp>
 
-#include "controller/links/DeviceLink.h"
 #include "ixocamglue/support/Problem.h"
-#include "ixocut/CommandLine.h"
+#include "ixocut/link/LinkOptions.h"
 #include "machines/simulated/PlcServer.h"
 
 namespace ixocut {
-using namespace ixocontroller;
 namespace {
 
 struct TSimulateCommand {
@@ -28,13 +26,10 @@ int Run(const TSimulateCommand& command, std::ostream& out) {
     if (fault.Name == command.Misbehave) plc.Bank.Fault = fault.Fault;
   std::string where;
   if (command.UseTcp) {
-    if (const std::string problem = plc.ListenTcp(static_cast<std::uint16_t>(command.Tcp)); !problem.empty())
-      throw EProblem(pbUnusable, problem);
-    where = "127.0.0.1:" + std::to_string(plc.Port());
+    where = "127.0.0.1:" + std::to_string(plc.ListenTcp(static_cast<std::uint16_t>(command.Tcp)).OrThrow(pbUnusable));
   } else {
     const TLinkAddress link = ParseLink({"", command.Serial, ""});
-    if (const std::string problem = plc.OpenSerial(link.Device, link.Settings); !problem.empty())
-      throw EProblem(pbUnusable, problem);
+    plc.OpenSerial(link.Device, link.Settings).OrThrow(pbUnusable);
     where = link.Text();
   }
   out << "Loading PLC, unit " << command.Unit << ", on " << where;

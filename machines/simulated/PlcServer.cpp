@@ -114,7 +114,7 @@ struct TPlcServer::TImpl {
 TPlcServer::TPlcServer() : FImpl(std::make_unique<TImpl>()) {}
 TPlcServer::~TPlcServer() = default;
 
-std::string TPlcServer::ListenTcp(std::uint16_t port) {
+TResult<std::uint16_t> TPlcServer::ListenTcp(std::uint16_t port) {
   auto& acceptor = FImpl->Acceptor;
   asio::error_code error;
   acceptor.open(asio::ip::tcp::v4(), error);
@@ -122,21 +122,17 @@ std::string TPlcServer::ListenTcp(std::uint16_t port) {
   if (!error) acceptor.bind({asio::ip::address_v4::loopback(), port}, error);
   if (!error) acceptor.listen(asio::socket_base::max_listen_connections, error);
   if (!error) acceptor.non_blocking(true, error);
-  return error ? "port " + std::to_string(port) + ": " + error.message() : std::string();
+  if (error) return TProblem{.What = error.message(), .Where = "port " + std::to_string(port)};
+  return acceptor.local_endpoint(error).port();
 }
 
-std::uint16_t TPlcServer::Port() const {
-  asio::error_code error;
-  return FImpl->Acceptor.local_endpoint(error).port();
-}
-
-std::string TPlcServer::OpenSerial(const std::string& device, const std::string& settings) {
+TResult<> TPlcServer::OpenSerial(const std::string& device, const std::string& settings) {
   SetSerialPortPath(kOwnPort, device);
   FImpl->Serial = CommParts().MakeSerial();
-  std::string problem = FImpl->Serial->Open(kOwnPort, settings);
+  const auto opened = FImpl->Serial->Open(kOwnPort, settings);
   SetSerialPortPath(kOwnPort, {});
-  if (problem.empty()) FImpl->Links.emplace_back(Bank, false, FImpl->Context);
-  return problem;
+  if (opened) FImpl->Links.emplace_back(Bank, false, FImpl->Context);
+  return opened;
 }
 
 void TPlcServer::Run(TStop& stop) {

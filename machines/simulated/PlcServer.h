@@ -6,6 +6,7 @@
 #include <string>
 
 #include "ixocamglue/platform/services/Clock.h"
+#include "ixocamglue/support/Problem.h"
 #include "machines/simulated/LoadingPlc.h"
 
 namespace ixocamglue {
@@ -19,11 +20,10 @@ class TPlcServer {
 
   TPlcBank Bank;  // set before Run
 
-  // On the loopback interface; 0 takes a free port. Returns an empty text, or why not.
-  [[nodiscard]] std::string ListenTcp(std::uint16_t port);
-  [[nodiscard]] std::uint16_t Port() const;
-  // Settings like "9600,n,8,1". Returns an empty text, or why not.
-  [[nodiscard]] std::string OpenSerial(const std::string& device, const std::string& settings);
+  // On the loopback interface; 0 takes a free port. The port that it is.
+  [[nodiscard]] TResult<std::uint16_t> ListenTcp(std::uint16_t port);
+  // Settings like "9600,n,8,1".
+  [[nodiscard]] TResult<> OpenSerial(const std::string& device, const std::string& settings);
 
   // Serves until stopped; looks at the stop every 20 ms.
   void Run(TStop& stop);

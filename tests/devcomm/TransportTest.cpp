@@ -61,18 +61,16 @@ TEST(Records, TextsAreCutWithoutSplittingAPair) {
 }
 
 TEST(SerialText, FourFieldsInAnyCaseAndNothingElse) {
-  TSerialSettings s;
-  EXPECT_EQ(ParseSerialSettings(" 19200 , E ,7, 2 ", s), "");
+  const TSerialSettings s = ParseSerialSettings(" 19200 , E ,7, 2 ").Value();
   EXPECT_EQ(s.Baud, 19200u);
   EXPECT_EQ(s.Parity, 'e');
   EXPECT_EQ(s.DataBits, 7);
   EXPECT_EQ(s.Stop, TSerialSettings::sbTwo);
   EXPECT_EQ(s.WireMs(1), 1u);  // 11 bits
-  EXPECT_EQ(ParseSerialSettings("12345,m,5,1.5", s), "");
+  EXPECT_EQ(ParseSerialSettings("12345,m,5,1.5").Value().Baud, 12345u);
   for (const char* bad : {"", "9600,n,8", "9600,n,8,1,", "0,n,8,1", "-1,n,8,1", "9600,x,8,1", "9600,n,9,1",
                           "9600,n,8,1.5", "9600,n,8,3", "99999999999,n,8,1", "9600,nn,8,1"})
-    EXPECT_NE(ParseSerialSettings(bad, s), "") << bad;
-  EXPECT_EQ(s.Baud, 12345u);
+    EXPECT_FALSE(ParseSerialSettings(bad)) << bad;
 }
 
 class Transports : public testing::Test, protected TCommWorld {

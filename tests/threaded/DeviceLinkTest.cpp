@@ -80,12 +80,12 @@ class TServing {
     if (FThread.joinable()) FThread.join();
   }
   std::uint16_t Tcp() {
-    EXPECT_EQ(Plc.ListenTcp(0), "");
+    const std::uint16_t port = Plc.ListenTcp(0).OrThrow(pbUnusable);
     Start();
-    return Plc.Port();
+    return port;
   }
   void Serial(const std::string& device) {
-    EXPECT_EQ(Plc.OpenSerial(device, "9600,n,8,1"), "");
+    Plc.OpenSerial(device, "9600,n,8,1").OrThrow(pbUnusable);
     Start();
   }
   TPlcServer Plc;
@@ -317,7 +317,7 @@ TEST(RealLink, AHungUpLineAndAClosedConnectionAreOpenedAgain) {
   first.reset();
   EXPECT_EQ(device->ReadRegisters(0, 1).Outcome, moNoConnection);
   TServing second;
-  ASSERT_EQ(second.Plc.ListenTcp(port), "");
+  ASSERT_TRUE(second.Plc.ListenTcp(port));
   TStop stop;
   std::thread serve([&] { second.Plc.Run(stop); });
   Clock().Sleep(250);  // the back-off

@@ -14,6 +14,7 @@
 
 #include "ixocamglue/platform/comm/Bytes.h"
 #include "ixocamglue/platform/ports/Installed.h"
+#include "ixocamglue/support/Problem.h"
 
 namespace ixocamglue {
 
@@ -24,9 +25,9 @@ inline constexpr std::uint32_t kResolveLimitMs = 2000;  // a name that is not re
 class TCommCtrl {
  public:
   virtual ~TCommCtrl() = default;
-  // Opens the port of this number with settings like "9600,n,8,1" (see SerialSettings.h), its queues empty. Returns an
-  // empty text, or why the port stays closed.
-  [[nodiscard]] virtual std::string Open(std::int32_t port, const std::string& settings) = 0;
+  // Opens the port of this number with settings like "9600,n,8,1" (see SerialSettings.h), its queues empty; or why it
+  // stays closed.
+  [[nodiscard]] virtual TResult<> Open(std::int32_t port, const std::string& settings) = 0;
   virtual void Close() = 0;
   [[nodiscard]] virtual bool Active() const = 0;
   // All bytes, within kSendLimitMs and the wire time; else -1.
@@ -75,9 +76,9 @@ class TIcmpClient {
 class TUDPClient {
  public:
   virtual ~TUDPClient() = default;
-  // A new socket, bound to `address` with a port of the system's choice. Returns an empty text, or why the bind
-  // failed; the socket is then unbound and still sends.
-  [[nodiscard]] virtual std::string Bind(const std::string& address) = 0;
+  // A new socket, bound to `address` with a port of the system's choice. When the bind fails, the socket is unbound and
+  // still sends.
+  [[nodiscard]] virtual TResult<> Bind(const std::string& address) = 0;
   virtual void SendTo(std::span<const std::uint8_t> bytes, const std::string& address, std::int32_t port) = 0;
   [[nodiscard]] virtual bool WaitReadable(std::uint32_t ms) = 0;
   // Without blocking: one datagram of any sender, cut to the buffer; 0 when there is none.

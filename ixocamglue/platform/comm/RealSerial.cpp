@@ -19,21 +19,25 @@ namespace {
 
 class TRealSerial final : public TCommCtrl {
  public:
-  std::string Open(std::int32_t port, const std::string& settings) override {
+  TResult<> Open(std::int32_t port, const std::string& settings) override {
     Close();
-    if (std::string problem = ParseSerialSettings(settings, FSettings); !problem.empty()) return problem;
+    const auto parsed = ParseSerialSettings(settings);
+    if (!parsed) return parsed.Problem();
+    FSettings = *parsed;
     const std::string path = SerialPortPath(port);
     const int fd = ::open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0) return Format("%s: %s", path.c_str(), std::strerror(errno));
+    if (fd < 0) return TProblem{.What = std::strerror(errno), .Where = path};
     asio::error_code error;
     FPort.assign(fd, error);
     if (error) {
       ::close(fd);
-      return path + ": " + error.message();
+      return TProblem{.What = error.message(), .Where = path};
     }
-    if (const std::string refused = SetUpLine(fd, FSettings); !refused.empty()) {
+    if (auto ready = SetUpLine(fd, FSettings); !ready) {
       Close();
-      return path + " " + refused;
+      TProblem refused = ready.Problem();
+      refused.Where = path;
+      return refused;
     }
     FLost = false;
     return {};

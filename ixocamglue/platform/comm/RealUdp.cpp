@@ -11,13 +11,13 @@ namespace {
 
 class TRealUdp final : public TUDPClient {
  public:
-  std::string Bind(const std::string& address) override {
+  TResult<> Bind(const std::string& address) override {
     asio::error_code error;
     const auto own = asio::ip::make_address(address, error);
-    if (error) return error.message();
-    if (!OpenFor(own)) return "no socket";
-    FSocket.bind({own, 0}, error);
-    return error ? error.message() : std::string();
+    if (!error && !OpenFor(own)) return TProblem{.What = "no socket", .Where = address};
+    if (!error) FSocket.bind({own, 0}, error);
+    if (error) return TProblem{.What = error.message(), .Where = address};
+    return {};
   }
 
   void SendTo(std::span<const std::uint8_t> bytes, const std::string& address, std::int32_t port) override {

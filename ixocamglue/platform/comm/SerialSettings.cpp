@@ -1,10 +1,8 @@
 #include "ixocamglue/platform/comm/SerialSettings.h"
 
-#include <algorithm>
 #include <charconv>
+#include <string>
 #include <vector>
-
-#include "ixocamglue/support/Format.h"
 
 namespace ixocamglue {
 
@@ -14,7 +12,7 @@ std::uint32_t TSerialSettings::WireMs(std::size_t bytes) const {
   return static_cast<std::uint32_t>((bytes * halves * 500 + Baud - 1) / Baud);
 }
 
-std::string ParseSerialSettings(std::string_view text, TSerialSettings& settings) {
+TResult<TSerialSettings> ParseSerialSettings(std::string_view text) {
   std::vector<std::string> fields(1);
   for (const char c : text) {
     if (c == ',')
@@ -23,8 +21,7 @@ std::string ParseSerialSettings(std::string_view text, TSerialSettings& settings
       fields.back() += c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
   }
   const auto wrong = [&](const char* what) {
-    return Format("serial settings \"%.*s\": %s", static_cast<int>(std::min<std::size_t>(text.size(), 60)), text.data(),
-                  what);
+    return TProblem{.What = what, .Where = "serial settings \"" + std::string(text.substr(0, 60)) + '"'};
   };
   if (fields.size() != 4) return wrong("four fields are needed, like 9600,n,8,1");
 
@@ -48,8 +45,7 @@ std::string ParseSerialSettings(std::string_view text, TSerialSettings& settings
     read.Stop = TSerialSettings::sbOneAndHalf;
   else
     return wrong("the stop bits are 1, 2, or 1.5 with 5 data bits");
-  settings = read;
-  return {};
+  return read;
 }
 
 }  // namespace ixocamglue

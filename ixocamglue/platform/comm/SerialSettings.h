@@ -2,8 +2,9 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
 #include <string_view>
+
+#include "ixocamglue/support/Problem.h"
 
 namespace ixocamglue {
 
@@ -20,7 +21,7 @@ struct TSerialSettings {
 };
 
 // Reads four fields separated by commas; blanks and the parity's case are ignored. 1.5 stop bits go with 5 data bits
-// only. Returns an empty text, or what is wrong; `settings` is then as before.
-[[nodiscard]] std::string ParseSerialSettings(std::string_view text, TSerialSettings& settings);
+// only.
+[[nodiscard]] TResult<TSerialSettings> ParseSerialSettings(std::string_view text);
 
 }  // namespace ixocamglue

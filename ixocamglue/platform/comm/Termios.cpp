@@ -35,9 +35,11 @@ bool NearRate(std::uint32_t got, std::uint32_t wanted) {
 
 }  // namespace
 
-std::string SetUpLine(int fd, const TSerialSettings& settings) {
+TResult<> SetUpLine(int fd, const TSerialSettings& settings) {
+  const auto refused = [](std::string what) { return TProblem{.What = std::move(what)}; };
+  const auto failed = [&](const char* what) { return refused(Format("%s: %s", what, std::strerror(errno))); };
   termios2 line{};
-  if (::ioctl(fd, TCGETS2, &line) != 0) return Format("is no serial line: %s", std::strerror(errno));
+  if (::ioctl(fd, TCGETS2, &line) != 0) return failed("this is no serial line");
   line.c_iflag = IGNPAR | IGNBRK;
   line.c_oflag = 0;
   line.c_lflag = 0;
@@ -45,14 +47,15 @@ std::string SetUpLine(int fd, const TSerialSettings& settings) {
   line.c_ispeed = line.c_ospeed = settings.Baud;
   line.c_cc[VMIN] = 1;
   line.c_cc[VTIME] = 0;
-  if (::ioctl(fd, TCSETS2, &line) != 0) return Format("refuses the settings: %s", std::strerror(errno));
+  if (::ioctl(fd, TCSETS2, &line) != 0) return failed("the line refuses the settings");
 
   // A driver may take what it can and say nothing about the rest.
   termios2 got{};
-  if (::ioctl(fd, TCGETS2, &got) != 0) return Format("does not tell its settings: %s", std::strerror(errno));
-  if ((got.c_cflag & kShape) != Shape(settings)) return "refuses this parity, data bits or stop bits";
+  if (::ioctl(fd, TCGETS2, &got) != 0) return failed("the line does not tell its settings");
+  if ((got.c_cflag & kShape) != Shape(settings)) return refused("the line refuses this parity, data bits or stop bits");
   if (!NearRate(got.c_ospeed, settings.Baud))
-    return Format("refuses the rate %u and takes %u", settings.Baud, static_cast<unsigned>(got.c_ospeed));
+    return refused(
+        Format("the line refuses the rate %u and takes %u", settings.Baud, static_cast<unsigned>(got.c_ospeed)));
   ::ioctl(fd, TCFLSH, TCIOFLUSH);
   return {};
 }

@@ -2,13 +2,11 @@
 // rate nor mark and space parity.
 #pragma once
 
-#include <string>
-
 #include "ixocamglue/platform/comm/SerialSettings.h"
 
 namespace ixocamglue {
 
-// Raw mode, no flow control, the settings, both queues flushed. Returns an empty text, or what the driver refused.
-[[nodiscard]] std::string SetUpLine(int fd, const TSerialSettings& settings);
+// Raw mode, no flow control, the settings, both queues flushed; or what the driver refused.
+[[nodiscard]] TResult<> SetUpLine(int fd, const TSerialSettings& settings);
 
 }  // namespace ixocamglue
