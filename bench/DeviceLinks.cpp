@@ -204,7 +204,7 @@ class TOwnRequests {
   }
   void Run() {
     for (int i = 0; i < kRuns; ++i) {
-      FDevice->ReadRegisters(0, kRegisters, FResult);
+      FResult = FDevice->ReadRegisters(0, kRegisters, std::move(FResult.Registers));
       if (!FResult.Ok()) throw std::runtime_error(FResult.Reason);
     }
   }

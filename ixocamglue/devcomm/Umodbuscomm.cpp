@@ -1,5 +1,6 @@
 #include "ixocamglue/devcomm/Umodbuscomm.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "ixocamglue/devcomm/Umodbustexts.h"
@@ -20,8 +21,6 @@ constexpr TNcAlarmAttrs kAlarmAttrs = TNcAlarmAttrs{1} << 7;
 constexpr TText* kAlarmTexts[] = {&SCommTimeOut, &SCRCInvalid, &SConnectError, &SFuncCodeError};
 constexpr std::int32_t kAlarms = 4;
 
-constexpr std::int32_t DataOffset(bool tcp) { return tcp ? 9 : 3; }
-
 }  // namespace
 
 TModbusComm::TModbusComm(std::string idName) : FIDName(std::move(idName)) {}
@@ -29,6 +28,33 @@ TModbusComm::TModbusComm(std::string idName) : FIDName(std::move(idName)) {}
 void TModbusComm::Fail(std::int32_t state, const char* text, int tag) {
   if (LastError.exchange(state) != kModbusNoError) return;
   LogMsg(lkDevice, 0, tag < 0 ? std::string(text) : Format("%s%d", text, tag), "Modbus");
+}
+
+void TModbusComm::Latch(TModbusOutcome outcome, std::uint8_t cmd, std::uint8_t func) {
+  switch (outcome) {
+    case moOk:
+    case moBadRequest: return;
+    case moTimeout: return Fail(kModbusTimeOut, STimeOut.Get(), cmd);
+    case moInvalid: return Fail(kModbusInvalid, SCRCError.Get(), cmd);
+    case moNoConnection: return Fail(kModbusNoConnection, SConnectFailed.Get());
+    case moException: return Fail(kModbusFuncCode, Format("%s%02X", SErrorFunctionCode.Get(), func | 0x80u).c_str());
+  }
+}
+
+void TModbusComm::SetProfile(TModbusProfile profile, const TModbusStrictOptions& options) {
+  TGuard guard(FLock);
+  FProfile = profile;
+  FStrict.Options = options;
+}
+
+TModbusStatistics TModbusComm::Statistics() {
+  TGuard guard(FLock);
+  return FStatistics;
+}
+
+std::vector<TModbusFrameLog::TEntry> TModbusComm::LastFrames() {
+  TGuard guard(FLock);
+  return FFrames.Oldest();
 }
 
 TModbusRequest TModbusComm::Request(std::uint8_t func, std::uint16_t addr, std::uint16_t count,
@@ -48,67 +74,100 @@ TBytes TModbusComm::GenerateModbusBuf(std::uint8_t funcCode, std::uint16_t start
 bool TModbusComm::SendCommand(std::uint8_t cmd, std::uint8_t funcCode, std::uint16_t startAddr, std::uint16_t count,
                               std::span<const std::uint16_t> values) {
   TGuard guard(FLock);
-  if (FProfile == mpStrict) {
-    TModbusResult result;
-    const bool sent = StrictRequest(cmd, Request(funcCode, startAddr, count, values), result);
-    if ((result.Outcome == moOk || result.Outcome == moException) && !FReply.empty() && OnAckData) {
-      TBytes reply = std::move(FReply);  // a nested send has its own
-      OnAckData(cmd, reply[IsTCP ? 7 : 1], DataOffset(IsTCP), reply);
-      FReply = std::move(reply);
-    }
-    return sent;
+  const TModbusRequest request = Request(funcCode, startAddr, count, values);
+  if (FProfile == mpExact) {
+    const TModbusAnswer sent = SendExact(request);
+    if (sent.Ok()) WaitforAckData(cmd, kReplyMs);
+    return sent.BytesSent != 0;
   }
-  if (!CheckConnection()) {
-    FOutcome = moNoConnection;
-    Fail(kModbusNoConnection, SConnectFailed.Get());
-    return false;
-  }
-  const auto transport = TransportLocked();
-  const TBytes frame = GenerateModbusBuf(funcCode, startAddr, count, values, SlaveAddr);
-  if (frame.empty()) {
-    FOutcome = moBadRequest;
-    return false;
-  }
-  FSendUs = Clock().MonotonicUs();
-  const bool sent = transport->SendBuff(frame);
-  FWaitUs = Clock().MonotonicUs();
-  FSentBytes = frame.size();
-  FFrames.Add(FWaitUs, true, frame);
-  WaitforAckData(cmd, kReplyMs);
-  return sent;
+  TBytes reply;  // a nested send has its own
+  const TModbusAnswer answer = AskStrict(cmd, request, reply);
+  if ((answer.Ok() || answer.Outcome == moException) && !reply.empty()) Deliver(cmd, reply);
+  return answer.BytesSent != 0;
 }
 
 void TModbusComm::WaitforAckData(std::uint8_t cmd, std::uint32_t timeoutMs) {
   TGuard guard(FLock);
+  TBytes reply;
+  if (AwaitExact(cmd, timeoutMs, reply) == moOk) Deliver(cmd, reply);
+}
+
+void TModbusComm::Deliver(std::uint8_t cmd, const TBytes& reply) {
+  const std::size_t funcAt = IsTCP ? 7 : 1;
+  if (OnAckData) OnAckData(cmd, funcAt < reply.size() ? reply[funcAt] : std::uint8_t{0}, IsTCP ? 9 : 3, reply);
+}
+
+TModbusAnswer TModbusComm::SendExact(const TModbusRequest& request) {
+  TModbusAnswer answer;
+  answer.Attempts = 1;
+  const std::uint64_t start = Clock().MonotonicUs();
+  const bool linked = CheckConnection();
+  const std::uint64_t opened = Clock().MonotonicUs();
+  answer.OpenUs = opened - start;
+  if (!linked) {
+    answer.Outcome = moNoConnection;
+    Latch(moNoConnection, 0);
+    return answer;
+  }
+  const TBytes frame = GenerateModbusBuf(request.Func, request.Addr, request.Count, request.Values, request.Unit);
+  if (frame.empty()) {
+    answer.Outcome = moBadRequest;
+    return answer;
+  }
+  if (TransportLocked()->SendBuff(frame)) answer.BytesSent = frame.size();
+  const std::uint64_t handed = Clock().MonotonicUs();
+  answer.SendUs = handed - opened;
+  FFrames.Add(handed, true, frame);
+  return answer;
+}
+
+TModbusOutcome TModbusComm::AwaitExact(std::uint8_t cmd, std::uint32_t timeoutMs, TBytes& reply) {
+  const auto end = [&](TModbusOutcome outcome) {
+    Latch(outcome, cmd);
+    return outcome;
+  };
+  reply.clear();
   if (PreDelay > 0) Clock().Sleep(static_cast<std::uint32_t>(PreDelay));
   const auto transport = TransportLocked();
-  if (!transport || !transport->CheckConnection()) {
-    FOutcome = moNoConnection;
-    return Fail(kModbusNoConnection, SConnectFailed.Get());
-  }
-  TBytes buf = transport->GetReceiveBuff();
+  if (!transport || !transport->CheckConnection()) return end(moNoConnection);
+  reply = transport->GetReceiveBuff();
   const std::uint32_t start = Clock().TickMs();
-  while (buf.empty() && Clock().TickMs() - start < timeoutMs) {
+  while (reply.empty() && Clock().TickMs() - start < timeoutMs) {
     Clock().Sleep(kPollMs);
-    buf = transport->GetReceiveBuff();
+    reply = transport->GetReceiveBuff();
   }
-  if (buf.empty()) {
-    FOutcome = moTimeout;
-    return Fail(kModbusTimeOut, STimeOut.Get(), cmd);
+  if (reply.empty()) return end(moTimeout);
+  FFrames.Add(Clock().MonotonicUs(), false, reply);
+  return end(CheckDatavalid(reply) ? moOk : moInvalid);
+}
+
+TModbusAnswer TModbusComm::AskExact(const TModbusRequest& request, TBytes& reply) {
+  const std::uint64_t start = Clock().MonotonicUs();
+  TModbusAnswer answer = SendExact(request);
+  if (answer.Ok()) {
+    answer.Outcome = AwaitExact(0, kReplyMs, reply);
+    answer.BytesReceived = reply.size();
   }
-  FFrames.Add(Clock().MonotonicUs(), false, buf);
-  if (!CheckDatavalid(buf)) {
-    FOutcome = moInvalid;
-    return Fail(kModbusInvalid, SCRCError.Get(), cmd);
-  }
-  FOutcome = moOk;
-  if (!FDeliver) {
-    FReply = std::move(buf);
-    return;
-  }
-  const std::size_t funcAt = IsTCP ? 7 : 1;
-  const std::uint8_t func = funcAt < buf.size() ? buf[funcAt] : std::uint8_t{0};
-  if (OnAckData) OnAckData(cmd, func, DataOffset(IsTCP), buf);
+  answer.ElapsedUs = Clock().MonotonicUs() - start;
+  answer.WaitUs = answer.ElapsedUs - answer.OpenUs - answer.SendUs;
+  if (!answer.Ok()) return answer;
+  const TReplyCheck check = CheckModbusReply(request, reply);
+  if (check.State == rsWhole) return answer;
+  answer.Outcome = check.State == rsException ? moException : moInvalid;
+  answer.Exception = check.Exception;
+  answer.Reason = check.State == rsMore ? "the reply is incomplete" : check.Reason;
+  return answer;
+}
+
+TModbusAnswer TModbusComm::AskStrict(std::uint8_t cmd, const TModbusRequest& request, TBytes& reply) {
+  const auto transport = TransportLocked();
+  const auto preDelay = static_cast<std::uint32_t>(std::max(PreDelay, 0));
+  const TModbusAnswer answer = transport ? FStrict.Ask(*transport, request, preDelay, reply)
+                                         : TModbusAnswer{{moNoConnection, "there is no transport"}, {}};
+  FStatistics.Count(answer);
+  Latch(answer.Outcome, cmd, request.Func);
+  if (answer.Ok() && FStrict.Options.ClearOnSuccess) LastError.store(kModbusNoError);
+  return answer;
 }
 
 bool TModbusComm::CheckDatavalid(const TBytes& buf) {

@@ -19,6 +19,8 @@
 #include "ixocamglue/devcomm/Udevdatacomm.h"
 #include "ixocamglue/devcomm/Umodbusframe.h"
 #include "ixocamglue/devcomm/Umodbusresult.h"
+#include "ixocamglue/devcomm/Umodbusstatistics.h"
+#include "ixocamglue/devcomm/Umodbusstrict.h"
 #include "ixocamglue/platform/alarms/NcAlarmSource.h"
 
 namespace ixocamglue {
@@ -70,46 +72,39 @@ class TModbusComm : public TDevDataCommBase, public INcAlarmSource20 {
 
   // The profile belongs to this object, never to a stored record.
   void SetProfile(TModbusProfile profile, const TModbusStrictOptions& options = {});
-  // Registers by address, without OnAckData. Strict: ranges longer than one request are split, and a range that leaves
-  // the address space is a bad request. Exact: one request, as SendCommand makes it. `result` keeps its capacity.
-  void ReadRegisters(std::uint16_t addr, std::uint32_t count, TModbusResult& result);
+  // Registers by address, without OnAckData. Strict: ranges longer than one request are split. Exact: one request, as
+  // SendCommand makes it, and its reply must fit it. `reuse` lends its capacity to the result.
+  [[nodiscard]] TModbusResult ReadRegisters(std::uint16_t addr, std::uint32_t count,
+                                            std::vector<std::uint16_t> reuse = {});
   // One value goes out with function 6, several or `multiple` with 16.
-  void WriteRegisters(std::uint16_t addr, std::span<const std::uint16_t> values, bool multiple, TModbusResult& result);
-  [[nodiscard]] TModbusResult ReadRegisters(std::uint16_t addr, std::uint32_t count);
   [[nodiscard]] TModbusResult WriteRegisters(std::uint16_t addr, std::span<const std::uint16_t> values,
                                              bool multiple = false);
-  [[nodiscard]] TModbusStatistics Statistics();
+  [[nodiscard]] TModbusStatistics Statistics();  // of the strict profile
   [[nodiscard]] std::vector<TModbusFrameLog::TEntry> LastFrames();
 
  private:
   // Sets the state; writes the line unless a state stands.
   void Fail(std::int32_t state, const char* text, int tag = -1);
-  void ExactRequest(const TModbusRequest& request, TModbusResult& result) IXO_REQUIRES(FLock);
-  // The strict profile: one request with its retries. The reply stays in FReply. False: nothing was sent.
-  bool StrictRequest(std::uint8_t cmd, TModbusRequest request, TModbusResult& result) IXO_REQUIRES(FLock);
-  void StrictAttempt(INcDataTransIntf& transport, INcStreamIntf& stream, const TModbusRequest& request,
-                     TModbusResult& result, bool& sent) IXO_REQUIRES(FLock);
-  [[nodiscard]] bool EnsureLink(INcStreamIntf& stream, TModbusResult& result) IXO_REQUIRES(FLock);
-  void AwaitReply(INcStreamIntf& stream, const TModbusRequest& request, TModbusResult& result) IXO_REQUIRES(FLock);
+  // The state that an outcome demands.
+  void Latch(TModbusOutcome outcome, std::uint8_t cmd, std::uint8_t func = 0);
+  void Deliver(std::uint8_t cmd, const TBytes& reply) IXO_REQUIRES(FLock);
   [[nodiscard]] TModbusRequest Request(std::uint8_t func, std::uint16_t addr, std::uint16_t count,
                                        std::span<const std::uint16_t> values) const;
+  // The exact profile. The send: moOk when a reply is to be waited for, whether or not the bytes were taken.
+  [[nodiscard]] TModbusAnswer SendExact(const TModbusRequest& request) IXO_REQUIRES(FLock);
+  [[nodiscard]] TModbusOutcome AwaitExact(std::uint8_t cmd, std::uint32_t timeoutMs, TBytes& reply) IXO_REQUIRES(FLock);
+  [[nodiscard]] TModbusAnswer AskExact(const TModbusRequest& request, TBytes& reply) IXO_REQUIRES(FLock);
+  [[nodiscard]] TModbusAnswer AskStrict(std::uint8_t cmd, const TModbusRequest& request, TBytes& reply)
+      IXO_REQUIRES(FLock);
+  [[nodiscard]] TModbusResult Range(std::uint8_t func, std::uint16_t addr, std::size_t count,
+                                    std::span<const std::uint16_t> values, std::vector<std::uint16_t> registers);
 
   const std::string FIDName;
   TModbusProfile FProfile IXO_GUARDED_BY(FLock) = mpExact;
-  TModbusStrictOptions FOptions IXO_GUARDED_BY(FLock);
-  TModbusOutcome FOutcome IXO_GUARDED_BY(FLock) = moOk;  // of the last wait
-  bool FDeliver IXO_GUARDED_BY(FLock) = true;            // replies go to OnAckData
-  std::uint64_t FSendUs IXO_GUARDED_BY(FLock) = 0;       // of the last exact request: when its send began
-  std::uint64_t FWaitUs IXO_GUARDED_BY(FLock) = 0;       // and ended
-  std::size_t FSentBytes IXO_GUARDED_BY(FLock) = 0;
-  TBytes FRequest IXO_GUARDED_BY(FLock);  // frames keep their capacity
-  TBytes FReply IXO_GUARDED_BY(FLock);
-  std::uint16_t FTransaction IXO_GUARDED_BY(FLock) = 0;
-  const void* FBackoffOf IXO_GUARDED_BY(FLock) = nullptr;  // the transport that could not be opened
-  std::uint32_t FBackoffMs IXO_GUARDED_BY(FLock) = 0;
-  std::uint64_t FNextOpenMs IXO_GUARDED_BY(FLock) = 0;
-  TModbusStatistics FStatistics IXO_GUARDED_BY(FLock);
   TModbusFrameLog FFrames IXO_GUARDED_BY(FLock);
+  TModbusStrict FStrict IXO_GUARDED_BY(FLock){FFrames};
+  TModbusStatistics FStatistics IXO_GUARDED_BY(FLock);
+  TBytes FReply IXO_GUARDED_BY(FLock);  // of a range; keeps its capacity
 };
 
 }  // namespace ixocamglue

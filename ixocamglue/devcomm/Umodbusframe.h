@@ -12,6 +12,7 @@ namespace ixocamglue {
 inline constexpr std::uint8_t kModbusRead = 3;
 inline constexpr std::uint8_t kModbusWriteOne = 6;
 inline constexpr std::uint8_t kModbusWriteMany = 16;
+inline constexpr std::uint32_t kModbusAddresses = 0x10000;
 inline constexpr std::size_t kModbusMostRead = 125;   // registers of one request
 inline constexpr std::size_t kModbusMostWrite = 123;  // registers of one request
 
@@ -23,6 +24,8 @@ struct TModbusRequest {
   std::uint16_t Addr = 0;   // protocol address, 0 to 65535
   std::uint16_t Count = 0;  // registers; function 6 has none
   std::span<const std::uint16_t> Values;
+
+  [[nodiscard]] bool Broadcast() const { return Unit == 0 && !Tcp; }  // to every unit of a line; none answers
 };
 
 // Replaces `frame`. False and empty for another function, and for function 6 without a value.

@@ -203,7 +203,7 @@ TEST_P(Modbus, StrictTakesTheReplyAsSoonAsItIsWholeHoweverItIsSplit) {
       EXPECT_EQ(result.Registers, (std::vector<std::uint16_t>{112, 119}));
       EXPECT_EQ(Now() - start, 5 + gap);
     }
-  EXPECT_EQ(Device.Statistics().Ok, 32u);
+  EXPECT_EQ(Device.Statistics().Of(moOk), 32u);
 }
 
 TEST_P(Modbus, StrictTakesNoReplyWithAnyBitFlipped) {
