@@ -75,9 +75,8 @@ class TExamination {
 
   bool Connect(const std::vector<std::string>& addresses) {
     FTransport = MakeTransport(FOptions.Link);
-    FStream = dynamic_cast<INcStreamIntf*>(FTransport.get());
     const std::uint64_t start = Clock().MonotonicMs();
-    if (FStream->Reopen(1000)) return Tell(dmGood, Format("Port %d opens", FOptions.Link.Port));
+    if (FTransport->Reopen(1000)) return Tell(dmGood, Format("Port %d opens", FOptions.Link.Port));
     const bool refused = Clock().MonotonicMs() - start < 900;
     return Tell(dmBad,
                 Format("Port %d of %s %s", FOptions.Link.Port, addresses.front().c_str(),
@@ -95,18 +94,17 @@ class TExamination {
                   "Check the device's name, the rights of this account (group dialout) and the settings");
     probe->Close();
     FTransport = MakeTransport(link);
-    FStream = dynamic_cast<INcStreamIntf*>(FTransport.get());
     return Tell(dmGood, "The port " + link.Text() + " opens");
   }
 
   bool ListenToSilence() {
     TBytes heard;
     const std::uint64_t end = Clock().MonotonicMs() + kListenMs;
-    for (std::uint64_t now = end - kListenMs; now < end && FStream->Linked(); now = Clock().MonotonicMs()) {
-      const TBytes chunk = FStream->ReceiveWithin(static_cast<std::uint32_t>(end - now));
+    for (std::uint64_t now = end - kListenMs; now < end && FTransport->Linked(); now = Clock().MonotonicMs()) {
+      const TBytes chunk = FTransport->ReceiveWithin(static_cast<std::uint32_t>(end - now));
       heard.insert(heard.end(), chunk.begin(), chunk.end());
     }
-    if (!FStream->Linked())
+    if (!FTransport->Linked())
       return Tell(dmBad, "The connection is closed before anything is asked",
                   "The device may take one master only: end the other one");
     if (heard.empty()) return Tell(dmGood, "The line is silent while nothing is asked");
@@ -122,7 +120,7 @@ class TExamination {
     FRequest = {FOptions.Link.TcpFraming, transaction, FOptions.Unit, kModbusRead, FOptions.Addr, count, {}};
     TBytes frame;
     (void)BuildModbusFrame(FRequest, frame);
-    (void)FStream->Drain(64 * 1024);
+    (void)FTransport->Drain(64 * 1024);
     reply.clear();
     FClosed = !FTransport->SendBuff(frame);
     FSentMs = Clock().MonotonicMs();
@@ -132,15 +130,15 @@ class TExamination {
   TReplyCheck Collect(std::uint64_t end, TBytes& reply) {
     TReplyCheck check = CheckModbusReply(FRequest, reply);
     for (std::uint64_t now = Clock().MonotonicMs(); check.State == rsMore && now < end; now = Clock().MonotonicMs()) {
-      const TBytes chunk = FStream->ReceiveWithin(static_cast<std::uint32_t>(end - now));
+      const TBytes chunk = FTransport->ReceiveWithin(static_cast<std::uint32_t>(end - now));
       reply.insert(reply.end(), chunk.begin(), chunk.end());
       check = CheckModbusReply(FRequest, reply);
-      FClosed = !FStream->Linked();
+      FClosed = !FTransport->Linked();
       if (FClosed) break;
     }
     if (check.State == rsInvalid) {  // the rest of it, for the finding
-      for (TBytes more = FStream->ReceiveWithin(kSettleMs); !more.empty() && reply.size() < 512;
-           more = FStream->ReceiveWithin(kSettleMs))
+      for (TBytes more = FTransport->ReceiveWithin(kSettleMs); !more.empty() && reply.size() < 512;
+           more = FTransport->ReceiveWithin(kSettleMs))
         reply.insert(reply.end(), more.begin(), more.end());
     }
     return check;
@@ -241,7 +239,6 @@ class TExamination {
   const TDoctorOptions& FOptions;
   const std::function<void(const TDoctorStep&)>& FTell;
   std::shared_ptr<TNcCommTransBase> FTransport;
-  INcStreamIntf* FStream = nullptr;  // of FTransport
   TModbusRequest FRequest;
   std::uint64_t FSentMs = 0;
   bool FClosed = false;

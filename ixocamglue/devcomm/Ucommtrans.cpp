@@ -1,5 +1,7 @@
 #include "ixocamglue/devcomm/Ucommtrans.h"
 
+#include <array>
+
 #include "ixocamglue/platform/services/AppSys.h"
 #include "ixocamglue/platform/services/Clock.h"
 #include "ixocamglue/platform/services/Log.h"
@@ -7,6 +9,8 @@
 
 namespace ixocamglue {
 namespace {
+
+constexpr std::size_t kChunk = 2048;
 
 std::string AsciiOf(const TBytes& buf) {
   std::string text(buf.size(), '?');
@@ -31,6 +35,22 @@ void TNcCommTransBase::Debug3rdDevToPcInfo(const TBytes& buf) const {
   else
     line += AsciiOf(buf) + Format(" RecvDelay: %u", Clock().TickMs() - LastSendTick);
   LogMsg(lkTrace, 0, line);
+}
+
+std::size_t TNcCommTransBase::Drain(std::size_t atMost) {
+  std::array<std::uint8_t, kChunk> chunk;
+  std::size_t drained = 0;
+  for (std::size_t got = 1; got != 0 && Linked() && drained < atMost; drained += got) got = Take(chunk);
+  return drained;
+}
+
+TBytes TNcCommTransBase::ReceiveWithin(std::uint32_t ms) {
+  if (!Linked() || !WaitReadable(ms)) return {};
+  std::array<std::uint8_t, kChunk> chunk;
+  const std::size_t got = Take(chunk);
+  TBytes received(chunk.begin(), chunk.begin() + static_cast<std::ptrdiff_t>(got));
+  Debug3rdDevToPcInfo(received);
+  return received;
 }
 
 }  // namespace ixocamglue

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -14,7 +15,7 @@
 
 namespace ixocamglue {
 
-class TNcCommTransBase : public INcDataTransIntf {
+class TNcCommTransBase : public INcDataTransIntf, public INcStreamIntf {
  public:
   std::atomic<bool> Debug{false};  // any thread: trace every buffer
   TTransType TransType = ttText;
@@ -22,7 +23,14 @@ class TNcCommTransBase : public INcDataTransIntf {
 
   void SetTransType(TTransType type) { TransType = type; }
 
+  std::size_t Drain(std::size_t atMost) override;
+  TBytes ReceiveWithin(std::uint32_t ms) override;
+
  protected:
+  // True as soon as Take has something to say.
+  [[nodiscard]] virtual bool WaitReadable(std::uint32_t ms) = 0;
+  // What is there now; 0 for nothing. Closes a link found ended.
+  [[nodiscard]] virtual std::size_t Take(std::span<std::uint8_t> buffer) = 0;
   // Called after every attempt to send, and with what was received.
   void DebugPcTo3rdDevInfo(const TBytes& buf);
   void Debug3rdDevToPcInfo(const TBytes& buf) const;
@@ -31,7 +39,7 @@ class TNcCommTransBase : public INcDataTransIntf {
 // TransType decides how it receives: text ends at the first empty read after 50 ms and turns bytes above 0x7F into "?";
 // binary likewise, but waits 20 ms after each chunk. A Modbus RTU master needs the binary type, and whoever builds it
 // sets it.
-class TNcSerialCommTrans final : public TNcCommTransBase, public INcStreamIntf {
+class TNcSerialCommTrans final : public TNcCommTransBase {
  public:
   // A new port component, opened at once; a port that cannot be opened stays closed and is logged.
   void SetCommParams(const TCommSerial& params);
@@ -46,10 +54,10 @@ class TNcSerialCommTrans final : public TNcCommTransBase, public INcStreamIntf {
   bool Linked() const override;
   bool Reopen(std::uint32_t timeoutMs) override;
   void CloseLink() override;
-  std::size_t Drain(std::size_t atMost) override;
-  TBytes ReceiveWithin(std::uint32_t ms) override;
 
  private:
+  bool WaitReadable(std::uint32_t ms) override;
+  std::size_t Take(std::span<std::uint8_t> buffer) override;
   [[nodiscard]] TBytes ReceiveBinary();
   [[nodiscard]] TBytes ReceiveText();
 
@@ -59,7 +67,7 @@ class TNcSerialCommTrans final : public TNcCommTransBase, public INcStreamIntf {
 
 // Connects lazily: CheckConnection pings and connects. A connection that stands is pinged every 5000 ms, and shut down
 // when the ping fails.
-class TNcTcpIPTrans final : public TNcCommTransBase, public INcStreamIntf {
+class TNcTcpIPTrans final : public TNcCommTransBase {
  public:
   ~TNcTcpIPTrans() override;
 
@@ -79,10 +87,10 @@ class TNcTcpIPTrans final : public TNcCommTransBase, public INcStreamIntf {
   bool Linked() const override;
   bool Reopen(std::uint32_t timeoutMs) override;
   void CloseLink() override;
-  std::size_t Drain(std::size_t atMost) override;
-  TBytes ReceiveWithin(std::uint32_t ms) override;
 
  private:
+  bool WaitReadable(std::uint32_t ms) override;
+  std::size_t Take(std::span<std::uint8_t> buffer) override;
   void Resolve();
   void ResolveAgain();
 
@@ -96,7 +104,7 @@ class TNcTcpIPTrans final : public TNcCommTransBase, public INcStreamIntf {
 };
 
 // Sending is always true. Any sender's datagrams are received.
-class TNcUDPTrans final : public TNcCommTransBase, public INcStreamIntf {
+class TNcUDPTrans final : public TNcCommTransBase {
  public:
   TNcUDPTrans();
 
@@ -112,10 +120,10 @@ class TNcUDPTrans final : public TNcCommTransBase, public INcStreamIntf {
   bool Linked() const override;
   bool Reopen(std::uint32_t timeoutMs) override;
   void CloseLink() override {}
-  std::size_t Drain(std::size_t atMost) override;
-  TBytes ReceiveWithin(std::uint32_t ms) override;
 
  private:
+  bool WaitReadable(std::uint32_t ms) override;
+  std::size_t Take(std::span<std::uint8_t> buffer) override;
   void MakeSocket();
 
   std::unique_ptr<TUDPClient> FUdp;

@@ -98,26 +98,12 @@ void TNcSerialCommTrans::CloseLink() {
   if (FComm) FComm->Close();
 }
 
-std::size_t TNcSerialCommTrans::Drain(std::size_t atMost) {
-  std::array<std::uint8_t, kChunk> chunk;
-  std::size_t drained = 0;
-  while (Linked() && drained < atMost) {
-    const std::size_t got = FComm->Read(chunk);
-    if (FComm->Lost()) FComm->Close();
-    if (got == 0) break;
-    drained += got;
-  }
-  return drained;
-}
+bool TNcSerialCommTrans::WaitReadable(std::uint32_t ms) { return FComm->WaitReadable(ms); }
 
-TBytes TNcSerialCommTrans::ReceiveWithin(std::uint32_t ms) {
-  if (!Linked() || !FComm->WaitReadable(ms)) return {};
-  std::array<std::uint8_t, kChunk> chunk;
-  const std::size_t got = FComm->Read(chunk);
+std::size_t TNcSerialCommTrans::Take(std::span<std::uint8_t> buffer) {
+  const std::size_t got = FComm->Read(buffer);
   if (FComm->Lost()) FComm->Close();
-  TBytes received(chunk.begin(), chunk.begin() + static_cast<std::ptrdiff_t>(got));
-  Debug3rdDevToPcInfo(received);
-  return received;
+  return got;
 }
 
 }  // namespace ixocamglue

@@ -107,27 +107,12 @@ void TNcTcpIPTrans::CloseLink() {
   if (FTcp) FTcp->Disconnect();
 }
 
-std::size_t TNcTcpIPTrans::Drain(std::size_t atMost) {
-  std::array<std::uint8_t, kChunk> chunk;
-  std::size_t drained = 0;
-  while (Linked() && drained < atMost) {
-    const int got = FTcp->Receive(chunk);
-    if (got == 0) FTcp->Disconnect();
-    if (got <= 0) break;
-    drained += static_cast<std::size_t>(got);
-  }
-  return drained;
-}
+bool TNcTcpIPTrans::WaitReadable(std::uint32_t ms) { return FTcp->WaitReadable(ms); }
 
-TBytes TNcTcpIPTrans::ReceiveWithin(std::uint32_t ms) {
-  if (!Linked() || !FTcp->WaitReadable(ms)) return {};
-  std::array<std::uint8_t, kChunk> chunk;
-  const int got = FTcp->Receive(chunk);
+std::size_t TNcTcpIPTrans::Take(std::span<std::uint8_t> buffer) {
+  const int got = FTcp->Receive(buffer);
   if (got == 0) FTcp->Disconnect();
-  if (got <= 0) return {};
-  TBytes received(chunk.begin(), chunk.begin() + got);
-  Debug3rdDevToPcInfo(received);
-  return received;
+  return got > 0 ? static_cast<std::size_t>(got) : 0;
 }
 
 }  // namespace ixocamglue

@@ -64,24 +64,8 @@ bool TNcUDPTrans::Reopen(std::uint32_t) {
   return Linked();
 }
 
-std::size_t TNcUDPTrans::Drain(std::size_t atMost) {
-  std::array<std::uint8_t, kChunk> chunk;
-  std::size_t drained = 0;
-  while (drained < atMost) {
-    const std::size_t got = FUdp->Receive(chunk);
-    if (got == 0) break;
-    drained += got;
-  }
-  return drained;
-}
+bool TNcUDPTrans::WaitReadable(std::uint32_t ms) { return FUdp->WaitReadable(ms); }
 
-TBytes TNcUDPTrans::ReceiveWithin(std::uint32_t ms) {
-  if (!Linked() || !FUdp->WaitReadable(ms)) return {};
-  std::array<std::uint8_t, kChunk> chunk;
-  const std::size_t got = FUdp->Receive(chunk);
-  TBytes received(chunk.begin(), chunk.begin() + static_cast<std::ptrdiff_t>(got));
-  Debug3rdDevToPcInfo(received);
-  return received;
-}
+std::size_t TNcUDPTrans::Take(std::span<std::uint8_t> buffer) { return FUdp->Receive(buffer); }
 
 }  // namespace ixocamglue
