@@ -34,8 +34,17 @@ struct TModbusCommand {
 };
 
 std::vector<std::uint16_t> ParseValues(const std::vector<std::string>& texts) {
-  std::vector<std::uint16_t> values;
+  // Here, not by the options' parser, which drops an empty field and shifts the rest.
+  std::vector<std::string> fields;
   for (const std::string& text : texts) {
+    std::size_t from = 0;
+    for (std::size_t comma = 0; comma != std::string::npos; from = comma + 1) {
+      comma = text.find(',', from);
+      fields.push_back(text.substr(from, comma - from));
+    }
+  }
+  std::vector<std::uint16_t> values;
+  for (const std::string& text : fields) {
     const bool hex = text.starts_with("0x") || text.starts_with("0X");
     const char* const begin = text.data() + (hex ? 2 : 0);
     const char* const end = text.data() + text.size();
@@ -174,7 +183,6 @@ void AddOne(CLI::App& modbus, TCommandRun& run, bool write) {
       ->required();
   if (write) {
     command->add_option("--values", options->Values, "The values, 0 to 65535 or 0x0 to 0xFFFF")
-        ->delimiter(',')
         ->required()
         ->type_name("N...");
     command->add_flag("--multiple", options->Multiple, "Write a single value with function 16 too");

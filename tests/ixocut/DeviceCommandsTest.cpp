@@ -102,6 +102,16 @@ TEST(DeviceCommands, RegistersAreWrittenAndReadBackWithTheirFrames) {
   EXPECT_THAT(run.Out, HasSubstr("Nothing is wrong with this link."));
 }
 
+TEST(DeviceCommands, AFieldThatIsMissingFromTheValuesWritesNothing) {
+  const TPlcProcess plc;
+  for (const char* values : {"1,2,,3", "1,2,", ",1", "1 ,2", "1 '' 2"}) {
+    const TRun run = Ixocut("modbus write --tcp " + plc.Tcp + " --addr 0 --values " + values);
+    EXPECT_EQ(run.ExitCode, 2) << values << run.Out;
+  }
+  EXPECT_THAT(Ixocut("modbus read --tcp " + plc.Tcp + " --addr 0").Out, HasSubstr("    0      0"));
+  EXPECT_EQ(Ixocut("modbus write --tcp " + plc.Tcp + " --addr 0 --values 1,2 3,4").ExitCode, 0);
+}
+
 TEST(DeviceCommands, WhatWentWrongIsSaidInWords) {
   {
     const TPlcProcess plc("silent");
