@@ -303,6 +303,7 @@ TEST_P(Modbus, StrictDecodesExceptionsChecksLimitsAndSplitsLongRanges) {
   EXPECT_EQ(Device.WriteRegisters(500, values).Done, 200u);
   EXPECT_EQ(Bank.Registers[699], 42);
   EXPECT_EQ(Device.ReadRegisters(65'535, 2).Outcome, moBadRequest);
+  EXPECT_EQ(Device.ReadRegisters(16, 0xFFFF'FFF8u).Outcome, moBadRequest);  // address and count are 8 in 32 bits
   EXPECT_FALSE(Device.SendCommand(1, 3, 0, 126, {}));
   EXPECT_EQ(Device.LastError, 0);
 }
