@@ -55,6 +55,7 @@ std::string OutcomeText(const TModbusResult& result) {
   if (result.Outcome == moException)
     text += Format(" %d (%s)", result.Exception, ModbusExceptionName(result.Exception));
   if (*result.Reason != 0) text += std::string(": ") + result.Reason;
+  if (!result.Confirmed) text += result.Ok() ? ": sent to all, not confirmed" : "; the write may have happened";
   return text;
 }
 

@@ -145,6 +145,7 @@ TModbusAnswer TModbusComm::AskExact(const TModbusRequest& request, TBytes& reply
   const std::uint64_t start = Clock().MonotonicUs();
   TModbusAnswer answer = SendExact(request);
   if (answer.Ok()) {
+    if (request.Broadcast() && request.Func != kModbusRead) return answer;  // nobody will answer
     answer.Outcome = AwaitExact(0, kReplyMs, reply);
     answer.BytesReceived = reply.size();
   }

@@ -33,6 +33,9 @@ TModbusResult TModbusComm::Range(std::uint8_t func, std::uint16_t addr, std::siz
     const TModbusAnswer answer = FProfile == mpStrict ? AskStrict(0, request, FReply) : AskExact(request, FReply);
     static_cast<TModbusEnd&>(all) = answer;
     all += answer;
+    // An exception is the device's word that nothing was written.
+    const bool answered = answer.Outcome == moException || (answer.Ok() && !request.Broadcast());
+    if (!read && answer.BytesSent != 0 && !answered) all.Confirmed = false;
     if (!all.Ok()) break;
     all.Done += part;
     if (!read) continue;

@@ -69,7 +69,8 @@ struct TModbusAnswer : TModbusEnd, TModbusTraffic {};
 // The registers of a range, and what its requests cost together.
 struct TModbusResult : TModbusAnswer {
   std::vector<std::uint16_t> Registers;
-  std::size_t Done = 0;  // registers read or written before the first failure
+  std::size_t Done = 0;   // registers read or written before the first failure
+  bool Confirmed = true;  // false: a write went out and no reply says what became of it
 };
 
 }  // namespace ixocamglue

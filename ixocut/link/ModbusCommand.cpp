@@ -64,7 +64,7 @@ void PrintText(const TModbusCommand& command, const TModbusResult& result, std::
     const unsigned value = result.Registers[i];
     out << Format("%5u  %5u  0x%04X\n", static_cast<unsigned>(command.Addr + i), value, value);
   }
-  if (command.Write && result.Done != 0) out << Format("%u written\n", static_cast<unsigned>(result.Done));
+  if (command.Write && result.Done != 0 && !(result.Ok() && !result.Confirmed)) out << Format("%u written\n", static_cast<unsigned>(result.Done));
   out << OutcomeText(result)
       << Format("  (%.1f ms: connect %.1f, send %.1f, wait %.1f; %u sent, %u received", Ms(result.ElapsedUs),
                 Ms(result.OpenUs), Ms(result.SendUs), Ms(result.WaitUs), static_cast<unsigned>(result.BytesSent),
@@ -88,10 +88,12 @@ nlohmann::ordered_json JsonOf(const TModbusCommand& command, const TLinkAddress&
     document["exception"] = result.Exception;
     document["exceptionName"] = ModbusExceptionName(result.Exception);
   }
-  if (command.Write)
+  if (command.Write) {
     document["written"] = result.Done;
-  else
+    document["confirmed"] = result.Confirmed;
+  } else {
     document["values"] = result.Registers;
+  }
   document["ms"] = {{"connect", Ms(result.OpenUs)},
                     {"send", Ms(result.SendUs)},
                     {"wait", Ms(result.WaitUs)},

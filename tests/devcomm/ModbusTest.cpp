@@ -321,6 +321,34 @@ TEST_P(Modbus, StrictRepeatsReadsButNoWriteThatWentOut) {
   EXPECT_EQ(requests([&] { return Device.WriteRegisters(0, one); }), 1u);
 }
 
+TEST_P(Modbus, AWriteIsConfirmedByItsReplyOnly) {
+  const std::vector<std::uint16_t> one{1};
+  for (const bool strict : {false, true}) {
+    Device.PreDelay = 0;
+    Device.SetProfile(strict ? mpStrict : mpExact);
+    Script.Wire.OnSend = {};
+    EXPECT_FALSE(Device.WriteRegisters(0, one).Confirmed);  // silence
+    EXPECT_TRUE(Device.ReadRegisters(0, 1).Confirmed);
+    Answer();
+    EXPECT_TRUE(Device.WriteRegisters(0, one).Confirmed);
+    // An exception says that nothing was written; the exact profile's check takes none over a line.
+    EXPECT_EQ(Device.WriteRegisters(10'000, one).Confirmed, GetParam() || strict);
+    if (!GetParam()) {
+      Device.SlaveAddr = 0;  // to all
+      Bank.Registers[0] = 0;
+      Device.ResetAlarm(1);
+      const TModbusResult all = Device.WriteRegisters(0, one);
+      EXPECT_TRUE(all.Ok() && !all.Confirmed) << strict;
+      EXPECT_EQ(Bank.Registers[0], 1);
+      EXPECT_EQ(Device.LastError, 0);
+      Device.SlaveAddr = 1;
+    }
+    Script.Wire.SendFails = true;
+    EXPECT_TRUE(Device.WriteRegisters(0, one).Confirmed);  // nothing went out
+    Script.Wire.SendFails = false;
+  }
+}
+
 TEST_P(Modbus, StrictReconnectsAndBacksOff) {
   Strict();
   Answer();

@@ -118,6 +118,10 @@ TEST(DeviceCommands, WhatWentWrongIsSaidInWords) {
     const TRun run = Ixocut("modbus read --timeout 100 --addr 0 --tcp " + plc.Tcp);
     EXPECT_EQ(run.ExitCode, 3);
     EXPECT_THAT(run.Out, HasSubstr("time-out"));
+    EXPECT_THAT(Ixocut("modbus write --timeout 100 --addr 0 --values 1 --tcp " + plc.Tcp).Out,
+                HasSubstr("time-out; the write may have happened"));
+    EXPECT_THAT(Ixocut("modbus write --framing rtu --unit 0 --addr 0 --values 1 --tcp " + plc.Tcp).Out,
+                HasSubstr("ok: sent to all, not confirmed"));
   }
   {
     const TPlcProcess plc("wrong-unit");
