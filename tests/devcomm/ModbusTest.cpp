@@ -321,6 +321,32 @@ TEST_P(Modbus, StrictRepeatsReadsButNoWriteThatWentOut) {
   EXPECT_EQ(requests([&] { return Device.WriteRegisters(0, one); }), 1u);
 }
 
+TEST_P(Modbus, AnExactRangeTakesOnlyTheReplyToItsRequestAndCountsWhatCame) {
+  const auto framed = [](const char* pdu) {
+    const TBytes bytes = Bytes(pdu);
+    if (!GetParam()) return Crc(bytes);
+    TBytes frame{0, 0, 0, 0, 0, static_cast<std::uint8_t>(bytes.size())};
+    frame.insert(frame.end(), bytes.begin(), bytes.end());
+    return frame;
+  };
+  Device.PreDelay = 0;
+  // The request's own echo, another function, another count.
+  for (const char* pdu : {"01 03 00 10 00 02", "01 04 04 00 01 00 02", "01 03 06 00 01 00 02 00 03"}) {
+    Reply(framed(pdu));
+    const TModbusResult result = Device.ReadRegisters(16, 2);
+    EXPECT_EQ(result.Outcome, moInvalid) << pdu;
+    EXPECT_EQ(result.BytesReceived, framed(pdu).size());
+  }
+  Reply(framed("01 10 00 11 00 02"));  // another address
+  EXPECT_EQ(Device.WriteRegisters(16, std::vector<std::uint16_t>{1, 2}).Outcome, moInvalid);
+  EXPECT_EQ(Device.LastError, 0);  // SendCommand's check is another's
+  TBytes broken = framed("01 03 04 00 01 00 02");
+  (GetParam() ? broken.front() : broken.back()) ^= 1;
+  Reply(broken);
+  EXPECT_EQ(Device.ReadRegisters(16, 2).BytesReceived, broken.size());
+  EXPECT_EQ(Device.LastError, 2);
+}
+
 TEST_P(Modbus, AWriteIsConfirmedByItsReplyOnly) {
   const std::vector<std::uint16_t> one{1};
   for (const bool strict : {false, true}) {
