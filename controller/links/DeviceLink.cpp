@@ -46,6 +46,7 @@ const char* OutcomeWord(TModbusOutcome outcome) {
     case moNoConnection: return "no connection";
     case moException: return "exception";
     case moBadRequest: return "bad request";
+    case moStopped: return "stopped";
   }
   return "";
 }

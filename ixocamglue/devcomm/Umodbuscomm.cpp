@@ -33,7 +33,8 @@ void TModbusComm::Fail(std::int32_t state, const char* text, int tag) {
 void TModbusComm::Latch(TModbusOutcome outcome, std::uint8_t cmd, std::uint8_t func) {
   switch (outcome) {
     case moOk:
-    case moBadRequest: return;
+    case moBadRequest:
+    case moStopped: return;
     case moTimeout: return Fail(kModbusTimeOut, STimeOut.Get(), cmd);
     case moInvalid: return Fail(kModbusInvalid, SCRCError.Get(), cmd);
     case moNoConnection: return Fail(kModbusNoConnection, SConnectFailed.Get());
@@ -127,16 +128,16 @@ TModbusOutcome TModbusComm::AwaitExact(std::uint8_t cmd, std::uint32_t timeoutMs
     return outcome;
   };
   reply.clear();
-  if (PreDelay > 0) Clock().Sleep(static_cast<std::uint32_t>(PreDelay));
+  if (PreDelay > 0) (void)Clock().Pause(Stop, static_cast<std::uint32_t>(PreDelay));
   const auto transport = TransportLocked();
   if (!transport || !transport->CheckConnection()) return end(moNoConnection);
   reply = transport->GetReceiveBuff();
   const std::uint32_t start = Clock().TickMs();
-  while (reply.empty() && Clock().TickMs() - start < timeoutMs) {
+  while (reply.empty() && !Stop.Asked() && Clock().TickMs() - start < timeoutMs) {
     Clock().Sleep(kPollMs);
     reply = transport->GetReceiveBuff();
   }
-  if (reply.empty()) return end(moTimeout);
+  if (reply.empty()) return end(Stop.Asked() ? moStopped : moTimeout);
   FFrames.Add(Clock().MonotonicUs(), false, reply);
   return end(CheckDatavalid(reply) ? moOk : moInvalid);
 }

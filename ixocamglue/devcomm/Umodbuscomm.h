@@ -50,6 +50,10 @@ class TModbusComm : public TDevDataCommBase, public INcAlarmSource20 {
   // sets kModbusFuncCode. Any thread.
   std::atomic<std::int32_t> LastError{kModbusNoError};
 
+  // Asked, a request under way ends soon, and so does each later one: the strict profile's waits within 50 ms, the
+  // exact one's with the read under way. For an object that is about to end. Any thread.
+  TStop Stop;
+
   [[nodiscard]] const std::string& IDName() const { return FIDName; }
 
   // Empty, with a design fault, for another function and for function 6 without a value.
@@ -82,6 +86,9 @@ class TModbusComm : public TDevDataCommBase, public INcAlarmSource20 {
   [[nodiscard]] TModbusStatistics Statistics();  // of the strict profile
   [[nodiscard]] std::vector<TModbusFrameLog::TEntry> LastFrames();
 
+ protected:
+  void BreakOff() override { Stop.Ask(); }
+
  private:
   // Sets the state; writes the line unless a state stands.
   void Fail(std::int32_t state, const char* text, int tag = -1);
@@ -102,7 +109,7 @@ class TModbusComm : public TDevDataCommBase, public INcAlarmSource20 {
   const std::string FIDName;
   TModbusProfile FProfile IXO_GUARDED_BY(FLock) = mpExact;
   TModbusFrameLog FFrames IXO_GUARDED_BY(FLock);
-  TModbusStrict FStrict IXO_GUARDED_BY(FLock){FFrames};
+  TModbusStrict FStrict IXO_GUARDED_BY(FLock){FFrames, Stop};
   TModbusStatistics FStatistics IXO_GUARDED_BY(FLock);
   TBytes FReply IXO_GUARDED_BY(FLock);  // of a range; keeps its capacity
 };

@@ -12,9 +12,17 @@ namespace ixocamglue {
 enum class TModbusProfile : std::uint8_t { mpExact, mpStrict };
 using enum TModbusProfile;
 
-enum class TModbusOutcome : std::uint8_t { moOk, moTimeout, moInvalid, moNoConnection, moException, moBadRequest };
+enum class TModbusOutcome : std::uint8_t {
+  moOk,
+  moTimeout,
+  moInvalid,
+  moNoConnection,
+  moException,
+  moBadRequest,
+  moStopped
+};
 using enum TModbusOutcome;
-inline constexpr std::size_t kModbusOutcomes = 6;
+inline constexpr std::size_t kModbusOutcomes = 7;
 
 struct TModbusStrictOptions {
   std::uint32_t TimeoutMs = 2000;  // of one attempt, from the end of the send (and PreDelay)

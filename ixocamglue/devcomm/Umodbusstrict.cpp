@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "ixocamglue/platform/services/Clock.h"
-
 namespace ixocamglue {
 namespace {
 
@@ -11,6 +9,7 @@ constexpr std::size_t kDrainLimit = 64 * 1024;  // a device that never falls sil
 constexpr std::uint32_t kQuietMs = 20;          // silence after a broken reply, before the request is repeated
 constexpr std::uint32_t kQuietLimitMs = 200;
 constexpr std::uint32_t kPollMs = 10;
+constexpr std::uint32_t kSliceMs = 50;  // of a wait, between two looks at the stop
 
 // For a transport of the user's own, which has only the three operations.
 class TPlainStream final : public INcStreamIntf {
@@ -73,7 +72,8 @@ TModbusEnd TModbusStrict::AwaitReply(INcStreamIntf& stream, const TModbusRequest
   const std::uint64_t end = Clock().MonotonicMs() + Options.TimeoutMs;
   const char* foreign = "";
   for (std::uint64_t now = end - Options.TimeoutMs;;) {
-    const TBytes chunk = stream.ReceiveWithin(static_cast<std::uint32_t>(end - now));
+    if (FStop.Asked()) return {moStopped};
+    const TBytes chunk = stream.ReceiveWithin(static_cast<std::uint32_t>(std::min<std::uint64_t>(end - now, kSliceMs)));
     traffic.BytesReceived += chunk.size();
     reply.insert(reply.end(), chunk.begin(), chunk.end());
     TReplyCheck check = CheckModbusReply(request, reply);
@@ -126,7 +126,7 @@ TModbusEnd TModbusStrict::Attempt(INcDataTransIntf& transport, INcStreamIntf& st
   traffic.SendUs += handed - opened;
   FFrames.Add(handed, true, FRequest);
   if (request.Broadcast()) return {};
-  if (preDelayMs != 0) Clock().Sleep(preDelayMs);
+  if (preDelayMs != 0) (void)Clock().Pause(FStop, preDelayMs);
   const TModbusEnd end = AwaitReply(stream, request, reply, traffic);
   const std::uint64_t ended = Clock().MonotonicUs();
   traffic.WaitUs += ended - handed;
@@ -148,7 +148,7 @@ TModbusAnswer TModbusStrict::Ask(INcDataTransIntf& transport, TModbusRequest req
     if (++FTransaction == 0) FTransaction = 1;
     request.Transaction = FTransaction;
     end = Attempt(transport, *stream, request, preDelayMs, reply, traffic);
-    if (end.Ok() || end.Outcome == moException || traffic.Attempts > Options.Retries ||
+    if (end.Ok() || end.Outcome == moException || FStop.Asked() || traffic.Attempts > Options.Retries ||
         (!stream->Linked() && FBackoffOf == stream && Clock().MonotonicMs() < FNextOpenMs) ||
         (traffic.BytesSent != 0 && request.Func != kModbusRead && !Options.RetryWrites))
       break;

@@ -8,12 +8,13 @@
 #include "ixocamglue/devcomm/Umodbusframe.h"
 #include "ixocamglue/devcomm/Umodbusresult.h"
 #include "ixocamglue/devcomm/Umodbusstatistics.h"
+#include "ixocamglue/platform/services/Clock.h"
 
 namespace ixocamglue {
 
 class TModbusStrict {
  public:
-  explicit TModbusStrict(TModbusFrameLog& frames) : FFrames(frames) {}
+  TModbusStrict(TModbusFrameLog& frames, TStop& stop) : FFrames(frames), FStop(stop) {}
 
   TModbusStrictOptions Options;
 
@@ -30,6 +31,7 @@ class TModbusStrict {
                                       TModbusTraffic& traffic);
 
   TModbusFrameLog& FFrames;
+  TStop& FStop;     // ends a wait within kSliceMs
   TBytes FRequest;  // keeps its capacity
   std::uint16_t FTransaction = 0;
   const void* FBackoffOf = nullptr;  // the transport that could not be opened

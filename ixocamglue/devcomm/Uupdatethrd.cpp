@@ -84,6 +84,7 @@ void TNcThrdStateBase::LockData() { FLock.lock(); }
 void TNcThrdStateBase::UnLockData() { FLock.unlock(); }
 
 void TNcThrdStateBase::EndUse() {
+  BreakOff();
   StopUpdates();
   TGuard idle(FLock);
 }

@@ -5,8 +5,9 @@
 // last constructor has returned. An object made without it keeps its gate shut, and touches neither clock nor device,
 // until StartUpdates.
 //
-// An object ends like this: its thread stops and is joined, a request under way is waited for, then it is freed. A call
-// that begins after destruction has begun is the caller's fault, and so is destruction on the update thread itself.
+// An object ends like this: a request under way is broken off, the thread stops and is joined, the request is waited
+// for, then the object is freed. A call that begins after destruction has begun is the caller's fault, and so is
+// destruction on the update thread itself.
 #pragma once
 
 #include <atomic>
@@ -72,11 +73,14 @@ class TNcThrdStateBase : public INcThrdStateIntf {
 
   void StartUpdates() { FThread->Start(); }
   void StopUpdates() { FThread->Stop(); }
-  // Stops the thread, then waits for a request under way.
+  // Breaks off a request under way, stops the thread, then waits for the request.
   void EndUse();
   [[nodiscard]] TNcUpdateStateThrd& Thread() { return *FThread; }
 
  protected:
+  // Makes a request under way end early. Any thread; takes no lock.
+  virtual void BreakOff() {}
+
   TRecursiveSection FLock;  // recursive: SendCMD holds it and calls EnqueueCMD, handlers send again
 
  private:

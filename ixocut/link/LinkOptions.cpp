@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <charconv>
-#include <csignal>
 #include <thread>
 
 #include <CLI/CLI.hpp>
@@ -41,6 +40,13 @@ void ParseTcp(const std::string& text, TLinkAddress& link) {
     throw wrong("the port is a number from 1 to 65535");
 }
 
+sigset_t StopSignals() {
+  sigset_t signals;
+  ::sigemptyset(&signals);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) ::sigaddset(&signals, signal);
+  return signals;
+}
+
 }  // namespace
 
 void AddLinkOptions(CLI::App& command, TLinkOptions& options) {
@@ -73,29 +79,36 @@ TLinkAddress ParseLink(const TLinkOptions& options) {
   return link;
 }
 
-// Signals are blocked in the whole process and taken by a thread of their own, which may lock what it likes.
+TSignalsBlocked::TSignalsBlocked() {
+  const sigset_t signals = StopSignals();
+  ::pthread_sigmask(SIG_BLOCK, &signals, &FBefore);
+}
+
+TSignalsBlocked::~TSignalsBlocked() { ::pthread_sigmask(SIG_SETMASK, &FBefore, nullptr); }
+
+// The signals are taken by a thread of their own, which may lock what it likes.
 struct TStopOnSignal::TImpl {
-  sigset_t Signals{};
-  sigset_t Before{};
   std::atomic<bool> Ending{false};
   std::thread Thread;
 };
 
-TStopOnSignal::TStopOnSignal(TStop& stop) : FImpl(std::make_unique<TImpl>()) {
-  ::sigemptyset(&FImpl->Signals);
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) ::sigaddset(&FImpl->Signals, signal);
-  ::pthread_sigmask(SIG_BLOCK, &FImpl->Signals, &FImpl->Before);
-  FImpl->Thread = std::thread([&stop, impl = FImpl.get()] {
-    constexpr timespec kSlice{0, 20'000'000};
+TStopOnSignal::TStopOnSignal(TStop& stop, std::function<void()> giveUp) : FImpl(std::make_unique<TImpl>()) {
+  FImpl->Thread = std::thread([&stop, giveUp = std::move(giveUp), impl = FImpl.get()] {
+    constexpr std::uint32_t kSliceMs = 20;
+    constexpr timespec kSlice{0, kSliceMs * 1'000'000};
+    const sigset_t signals = StopSignals();
     while (!impl->Ending)
-      if (::sigtimedwait(&impl->Signals, nullptr, &kSlice) > 0) stop.Ask();
+      if (::sigtimedwait(&signals, nullptr, &kSlice) > 0) {
+        stop.Ask();
+        for (std::uint32_t ms = 0; ms < kGiveUpMs && !impl->Ending; ms += kSliceMs) Clock().Sleep(kSliceMs);
+        if (giveUp && !impl->Ending) giveUp();
+      }
   });
 }
 
 TStopOnSignal::~TStopOnSignal() {
   FImpl->Ending = true;
   FImpl->Thread.join();
-  ::pthread_sigmask(SIG_SETMASK, &FImpl->Before, nullptr);
 }
 
 }  // namespace ixocut

@@ -1,6 +1,8 @@
 // What the commands that talk to a device share: the options that name a link, and the end by Ctrl-C.
 #pragma once
 
+#include <csignal>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -22,10 +24,24 @@ void AddLinkOptions(CLI::App& command, TLinkOptions& options);
 // Throws EProblem with what is wrong.
 [[nodiscard]] TLinkAddress ParseLink(const TLinkOptions& options);
 
-// Until SIGINT, SIGTERM or SIGHUP, of which the first asks `stop`; one at a time.
+// Keeps SIGINT, SIGTERM and SIGHUP for TStopOnSignal. Made before any thread, which would take them.
+class TSignalsBlocked {
+ public:
+  TSignalsBlocked();
+  ~TSignalsBlocked();
+  TSignalsBlocked(const TSignalsBlocked&) = delete;
+  TSignalsBlocked& operator=(const TSignalsBlocked&) = delete;
+
+ private:
+  sigset_t FBefore;
+};
+
+// The first signal asks `stop`. What has not come to its end kGiveUpMs later (a name that is resolved, a connection
+// that is opened) does not hold the program up: `giveUp` is called, on another thread, and ends the process.
 class TStopOnSignal {
  public:
-  explicit TStopOnSignal(TStop& stop);
+  static constexpr std::uint32_t kGiveUpMs = 120;
+  explicit TStopOnSignal(TStop& stop, std::function<void()> giveUp = {});
   ~TStopOnSignal();
   TStopOnSignal(const TStopOnSignal&) = delete;
   TStopOnSignal& operator=(const TStopOnSignal&) = delete;

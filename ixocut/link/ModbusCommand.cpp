@@ -1,6 +1,7 @@
 // `ixocut modbus read|write`: one request to a Modbus device, or the same again and again.
 #include <algorithm>
 #include <charconv>
+#include <cstdlib>
 #include <iostream>
 #include <memory>
 
@@ -64,7 +65,8 @@ void PrintText(const TModbusCommand& command, const TModbusResult& result, std::
     const unsigned value = result.Registers[i];
     out << Format("%5u  %5u  0x%04X\n", static_cast<unsigned>(command.Addr + i), value, value);
   }
-  if (command.Write && result.Done != 0 && !(result.Ok() && !result.Confirmed)) out << Format("%u written\n", static_cast<unsigned>(result.Done));
+  if (command.Write && result.Done != 0 && !(result.Ok() && !result.Confirmed))
+    out << Format("%u written\n", static_cast<unsigned>(result.Done));
   out << OutcomeText(result)
       << Format("  (%.1f ms: connect %.1f, send %.1f, wait %.1f; %u sent, %u received", Ms(result.ElapsedUs),
                 Ms(result.OpenUs), Ms(result.SendUs), Ms(result.WaitUs), static_cast<unsigned>(result.BytesSent),
@@ -131,10 +133,8 @@ int Run(const TModbusCommand& command, std::ostream& out) {
   TAppSys app;
   const TInstalled<TLogService> installedLogs(logs);
   const TInstalled<TAppSys> installedApp(app);
-  TStop stop;
-  const TStopOnSignal signals(stop);
 
-  const auto transport = MakeTransport(link);
+  const TSignalsBlocked blocked;
   const bool strict = command.Profile == "strict";
   const auto device = MakeDevice<TModbusComm>(link.Text());
   device->SlaveAddr = static_cast<std::uint8_t>(command.Unit);
@@ -144,7 +144,12 @@ int Run(const TModbusCommand& command, std::ostream& out) {
   options.TimeoutMs = static_cast<std::uint32_t>(command.Timeout);
   options.ClearOnSuccess = true;
   device->SetProfile(strict ? mpStrict : mpExact, options);
-  device->SetDataTransIntf(transport);
+  TStop& stop = device->Stop;
+  const TStopOnSignal signals(stop, [&command] {
+    std::cerr << (command.Write ? "stopped; the write may have happened\n" : "stopped\n") << std::flush;
+    std::_Exit(command.Watch != 0 ? kExitSuccess : kExitUnusable);
+  });
+  device->SetDataTransIntf(MakeTransport(link));
 
   TModbusResult result;
   do {
@@ -169,7 +174,7 @@ int Run(const TModbusCommand& command, std::ostream& out) {
     out << std::flush;
   } while (command.Watch != 0 && out && !Clock().Pause(stop, static_cast<std::uint32_t>(command.Watch)));
   if (result.Outcome == moBadRequest) throw EProblem(pbRequest, result.Reason);
-  return result.Ok() || stop.Asked() ? kExitSuccess : kExitUnusable;
+  return result.Ok() || (command.Watch != 0 && stop.Asked()) ? kExitSuccess : kExitUnusable;
 }
 
 void AddOne(CLI::App& modbus, TCommandRun& run, bool write) {

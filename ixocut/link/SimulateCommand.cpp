@@ -20,6 +20,7 @@ struct TSimulateCommand {
 };
 
 int Run(const TSimulateCommand& command, std::ostream& out) {
+  const TSignalsBlocked blocked;
   TPlcServer plc;
   plc.Bank.Unit = static_cast<std::uint8_t>(command.Unit);
   for (const TPlcFaultName& fault : kPlcFaults)

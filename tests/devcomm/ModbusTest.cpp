@@ -53,15 +53,16 @@ class Modbus : public testing::TestWithParam<bool>, protected TCommWorld {
       SetUtf16(net.Host, "10.0.0.9");
       net.Port = 502;
       transport->SetNetParams(net);
-      Device.SetDataTransIntf(transport);
+      Transport = transport;
     } else {
       auto transport = std::make_shared<TNcSerialCommTrans>();
       transport->SetTransType(ttBinary);
       TCommSerial serial;
       serial.Initialize();
       transport->SetCommParams(serial);
-      Device.SetDataTransIntf(transport);
+      Transport = transport;
     }
+    Device.SetDataTransIntf(Transport);
     Plc = std::make_unique<TLoadingPlc>(Bank, tcp);
     for (std::size_t i = 0; i < 300; ++i) Bank.Registers[i] = static_cast<std::uint16_t>(i * 7);
   }
@@ -82,6 +83,7 @@ class Modbus : public testing::TestWithParam<bool>, protected TCommWorld {
 
   TPlcBank Bank;
   std::unique_ptr<TLoadingPlc> Plc;
+  std::shared_ptr<TNcCommTransBase> Transport;
   TModbusComm Device{"PLC"};
 };
 INSTANTIATE_TEST_SUITE_P(Framing, Modbus, testing::Bool(), [](const auto& p) { return p.param ? "Tcp" : "Rtu"; });
@@ -372,6 +374,23 @@ TEST_P(Modbus, AWriteIsConfirmedByItsReplyOnly) {
     Script.Wire.SendFails = true;
     EXPECT_TRUE(Device.WriteRegisters(0, one).Confirmed);  // nothing went out
     Script.Wire.SendFails = false;
+  }
+}
+
+TEST_P(Modbus, AStopEndsTheRequestUnderWayAndLatchesNothing) {
+  for (const bool strict : {true, false}) {
+    TModbusComm device("PLC");
+    device.IsTCP = GetParam();
+    device.SetProfile(strict ? mpStrict : mpExact, {.TimeoutMs = 60'000});
+    device.SetDataTransIntf(Transport);
+    const auto start = Now();
+    const auto handle = Clock.OnStep([&](std::uint64_t now) {
+      if (now == start + 500) device.Stop.Ask();
+    });
+    EXPECT_EQ(device.ReadRegisters(0, 1).Outcome, moStopped);
+    EXPECT_LE(Now() - start, strict ? 550u : 760u);
+    EXPECT_EQ(device.LastError, 0);
+    Clock.Remove(handle);
   }
 }
 

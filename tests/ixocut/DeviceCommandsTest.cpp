@@ -112,6 +112,14 @@ TEST(DeviceCommands, AFieldThatIsMissingFromTheValuesWritesNothing) {
   EXPECT_EQ(Ixocut("modbus write --tcp " + plc.Tcp + " --addr 0 --values 1,2 3,4").ExitCode, 0);
 }
 
+TEST(DeviceCommands, AnInterruptEndsASingleRequestWhateverItsTimeout) {
+  const TPlcProcess plc("silent");
+  const TRun run =
+      Ixocut("modbus read --timeout 60000 --frames --addr 0 --tcp " + plc.Tcp + " & sleep 0.5; kill -INT $!; wait $!");
+  EXPECT_EQ(run.ExitCode, 3);
+  EXPECT_THAT(run.Out, HasSubstr("stopped"));
+}
+
 TEST(DeviceCommands, WhatWentWrongIsSaidInWords) {
   {
     const TPlcProcess plc("silent");
