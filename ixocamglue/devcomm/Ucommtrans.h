@@ -87,6 +87,7 @@ class TNcTcpIPTrans final : public TNcCommTransBase {
   bool Linked() const override;
   bool Reopen(std::uint32_t timeoutMs) override;
   void CloseLink() override;
+  bool ClosingForgets() const override { return true; }
 
  private:
   bool WaitReadable(std::uint32_t ms) override;

@@ -57,6 +57,8 @@ class INcStreamIntf {
   // Closes what stands and opens it anew: connects within the time, opens the port again.
   [[nodiscard]] virtual bool Reopen(std::uint32_t timeoutMs) = 0;
   virtual void CloseLink() = 0;
+  // The link that is opened next brings nothing of what was under way on the one before.
+  [[nodiscard]] virtual bool ClosingForgets() const { return false; }
   // Throws away what has come in, at most `atMost` bytes; returns how many. A link found ended is closed.
   [[nodiscard]] virtual std::size_t Drain(std::size_t atMost) = 0;
   // What comes in first within the time, at once. Empty: nothing came, or the link has ended and is closed.

@@ -32,6 +32,10 @@ struct TModbusStrictOptions {
   bool ClearOnSuccess = false;    // a good reply clears LastError
   std::uint32_t BackoffMs = 200;  // after a connect that failed, doubling up to the most
   std::uint32_t BackoffMostMs = 5000;
+  // RTU framing carries nothing that tells a late reply from the next one. After a request without a reply a TCP
+  // connection is made anew, and any other line must be silent for this long (0: the time-out, at least 3000 ms). A
+  // reply that comes later still is taken for the next request's.
+  std::uint32_t LateReplyMs = 0;
 };
 
 // What requests cost.
@@ -46,6 +50,8 @@ struct TModbusTraffic {
   std::uint64_t BytesReceived = 0;
   std::uint64_t Foreign = 0;     // late replies of other transactions, dropped
   std::uint64_t StaleBytes = 0;  // thrown away before the send, and behind the reply
+  std::uint64_t Owed = 0;        // requests over RTU framing that had no reply in time
+  std::uint64_t Drained = 0;     // bytes that came while the line had to be silent
 
   TModbusTraffic& operator+=(const TModbusTraffic& more) {
     Attempts += more.Attempts;
@@ -58,6 +64,8 @@ struct TModbusTraffic {
     BytesReceived += more.BytesReceived;
     Foreign += more.Foreign;
     StaleBytes += more.StaleBytes;
+    Owed += more.Owed;
+    Drained += more.Drained;
     return *this;
   }
 };

@@ -67,6 +67,31 @@ TModbusEnd TModbusStrict::EnsureLink(INcStreamIntf& stream, TModbusTraffic& traf
   return {moNoConnection, "the connection cannot be opened"};
 }
 
+TModbusEnd TModbusStrict::AwaitSilence(INcStreamIntf& stream, TModbusTraffic& traffic) {
+  if (!FOwed) return {};
+  if (stream.ClosingForgets()) {
+    stream.CloseLink();
+    FOwed = false;
+    return {};
+  }
+  if (const TModbusEnd linked = EnsureLink(stream, traffic); !linked.Ok()) return linked;
+  const std::uint64_t silence = Options.LateReplyMs != 0 ? Options.LateReplyMs : std::max(Options.TimeoutMs, 3000u);
+  const std::uint64_t start = Clock().MonotonicMs();
+  std::size_t late = stream.Drain(kDrainLimit);
+  for (std::uint64_t now = start;; now = Clock().MonotonicMs()) {
+    traffic.Drained += late;
+    if (late != 0) FSilentSinceMs = now;
+    const std::uint64_t silent = now - FSilentSinceMs;  // the time between two requests counts, if nothing came in it
+    if (silent >= silence) break;
+    if (now - start >= 3 * silence) return {moInvalid, "line not silent"};
+    if (!stream.Linked()) return {moNoConnection, "the connection ended before the line was silent"};
+    if (FStop.Asked()) return {moStopped};
+    late = stream.ReceiveWithin(static_cast<std::uint32_t>(std::min<std::uint64_t>(silence - silent, kSliceMs))).size();
+  }
+  FOwed = false;
+  return {};
+}
+
 TModbusEnd TModbusStrict::AwaitReply(INcStreamIntf& stream, const TModbusRequest& request, TBytes& reply,
                                      TModbusTraffic& traffic) {
   const std::uint64_t end = Clock().MonotonicMs() + Options.TimeoutMs;
@@ -145,9 +170,18 @@ TModbusAnswer TModbusStrict::Ask(INcDataTransIntf& transport, TModbusRequest req
   TModbusEnd end;
   TModbusTraffic traffic;
   for (;;) {
+    end = AwaitSilence(*stream, traffic);
+    if (!end.Ok()) break;
     if (++FTransaction == 0) FTransaction = 1;
     request.Transaction = FTransaction;
+    const std::uint64_t sentBefore = traffic.BytesSent;
     end = Attempt(transport, *stream, request, preDelayMs, reply, traffic);
+    const bool unanswered = end.Outcome == moTimeout || end.Outcome == moNoConnection || end.Outcome == moStopped;
+    if (!request.Tcp && unanswered && traffic.BytesSent != sentBefore) {
+      FOwed = true;
+      FSilentSinceMs = Clock().MonotonicMs();
+      ++traffic.Owed;
+    }
     if (end.Ok() || end.Outcome == moException || FStop.Asked() || traffic.Attempts > Options.Retries ||
         (!stream->Linked() && FBackoffOf == stream && Clock().MonotonicMs() < FNextOpenMs) ||
         (traffic.BytesSent != 0 && request.Func != kModbusRead && !Options.RetryWrites))

@@ -26,6 +26,8 @@ class TModbusStrict {
  private:
   [[nodiscard]] TModbusEnd Attempt(INcDataTransIntf& transport, INcStreamIntf& stream, const TModbusRequest& request,
                                    std::uint32_t preDelayMs, TBytes& reply, TModbusTraffic& traffic);
+  // Nothing to do unless a reply is owed.
+  [[nodiscard]] TModbusEnd AwaitSilence(INcStreamIntf& stream, TModbusTraffic& traffic);
   [[nodiscard]] TModbusEnd EnsureLink(INcStreamIntf& stream, TModbusTraffic& traffic);
   [[nodiscard]] TModbusEnd AwaitReply(INcStreamIntf& stream, const TModbusRequest& request, TBytes& reply,
                                       TModbusTraffic& traffic);
@@ -34,6 +36,8 @@ class TModbusStrict {
   TStop& FStop;     // ends a wait within kSliceMs
   TBytes FRequest;  // keeps its capacity
   std::uint16_t FTransaction = 0;
+  bool FOwed = false;  // a reply may still come, and would be taken for another's
+  std::uint64_t FSilentSinceMs = 0;
   const void* FBackoffOf = nullptr;  // the transport that could not be opened
   std::uint32_t FBackoffMs = 0;
   std::uint64_t FNextOpenMs = 0;

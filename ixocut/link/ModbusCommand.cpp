@@ -74,6 +74,8 @@ void PrintText(const TModbusCommand& command, const TModbusResult& result, std::
   if (result.Attempts > 1) out << Format("; %u attempts", static_cast<unsigned>(result.Attempts));
   if (result.Foreign != 0) out << Format("; %u late replies dropped", static_cast<unsigned>(result.Foreign));
   if (result.StaleBytes != 0) out << Format("; %u stale bytes dropped", static_cast<unsigned>(result.StaleBytes));
+  if (result.Owed != 0) out << Format("; %u without a reply in time", static_cast<unsigned>(result.Owed));
+  if (result.Drained != 0) out << Format("; %u late bytes drained", static_cast<unsigned>(result.Drained));
   out << ")\n";
 }
 
@@ -101,6 +103,8 @@ nlohmann::ordered_json JsonOf(const TModbusCommand& command, const TLinkAddress&
                     {"wait", Ms(result.WaitUs)},
                     {"total", Ms(result.ElapsedUs)}};
   document["attempts"] = result.Attempts;
+  document["owed"] = result.Owed;
+  document["drained"] = result.Drained;
   document["bytesSent"] = result.BytesSent;
   document["bytesReceived"] = result.BytesReceived;
   return document;

@@ -210,6 +210,7 @@ TEST_P(Modbus, StrictTakesTheReplyAsSoonAsItIsWholeHoweverItIsSplit) {
 
 TEST_P(Modbus, StrictTakesNoReplyWithAnyBitFlipped) {
   TModbusStrictOptions options;
+  options.LateReplyMs = 1;
   options.Retries = 0;
   Strict(options);
   TBytes good;
@@ -247,6 +248,7 @@ TEST_P(Modbus, EveryReplyOfTheCatalogueEndsWithinItsBound) {
   for (const bool strict : {false, true}) {
     TModbusStrictOptions options;
     options.Retries = 1;
+    options.LateReplyMs = 50;
     Device.PreDelay = 0;
     Device.SetProfile(strict ? mpStrict : mpExact, options);
     for (std::size_t i = 0; i < catalogue.size(); ++i) {
@@ -417,10 +419,78 @@ TEST_P(Modbus, StrictReconnectsAndBacksOff) {
   EXPECT_TRUE(Device.ReadRegisters(0, 1).Ok());
 }
 
+class ModbusRtu : public Modbus {
+ protected:
+  ModbusRtu() : Modbus(false) {}
+};
+
+// A slave that queues: each request is answered in its turn, some late by up to the time that is allowed for.
+TEST_F(ModbusRtu, NoReplyOfAQueueIsTakenForAnothersHoweverLateItComes) {
+  Strict({.TimeoutMs = 100, .LateReplyMs = 900});
+  std::uint64_t seed = 7;
+  std::uint64_t free = 0;
+  Script.Wire.OnSend = [&](const TBytes& bytes) {
+    seed = seed * 6364136223846793005u + 1442695040888963407u;
+    const std::uint64_t draw = seed >> 33;
+    const std::uint64_t gap = draw % 10 != 0 ? 1 + draw / 10 % 90 : 100 + draw / 10 % 900;
+    free = std::max(free, Now() + gap);
+    Script.Wire.Say(static_cast<std::uint32_t>(free - Now()), Plc->Take(bytes).front().Bytes);
+  };
+  int good = 0;
+  for (std::uint16_t i = 0; i < 10'000; ++i) {
+    const auto addr = static_cast<std::uint16_t>(i % 300);
+    const TModbusResult result = Device.ReadRegisters(addr, 1);
+    if (result.Ok()) ++good;
+    ASSERT_TRUE(!result.Ok() || result.Registers[0] == addr * 7) << i;
+  }
+  EXPECT_GT(good, 9'500);  // two late ones in a row fail
+  const TModbusStatistics statistics = Device.Statistics();
+  EXPECT_GT(statistics.Owed, 900u);
+  EXPECT_EQ(statistics.Drained, statistics.Owed * 7);  // each came, whole, while the line had to be silent
+}
+
+TEST_F(ModbusRtu, ALateByteRestartsTheSilenceForThreeTimesAtMostAndAStopEndsIt) {
+  Strict({.TimeoutMs = 100, .Retries = 0, .LateReplyMs = 1000});
+  (void)Device.ReadRegisters(0, 1);
+  Clock.Sleep(400);  // counts
+  Answer();
+  auto start = Now();
+  EXPECT_TRUE(Device.ReadRegisters(0, 1).Ok());
+  EXPECT_EQ(Now() - start, 605u);
+  Script.Wire.OnSend = {};
+  (void)Device.ReadRegisters(0, 1);
+  for (std::uint32_t ms = 0; ms < 20'000; ms += 900) Script.Wire.Say(ms, {0x55});
+  Script.Wire.Out.clear();
+  start = Now();
+  TModbusResult result = Device.ReadRegisters(0, 1);
+  EXPECT_EQ(result.Outcome, moInvalid);
+  EXPECT_STREQ(result.Reason, "line not silent");
+  EXPECT_LE(Now() - start, 3000u);
+  EXPECT_TRUE(Script.Wire.Out.empty());
+  start = Now();
+  const auto handle = Clock.OnStep([&](std::uint64_t now) {
+    if (now == start + 100) Device.Stop.Ask();
+  });
+  EXPECT_EQ(Device.ReadRegisters(0, 1).Outcome, moStopped);
+  EXPECT_LE(Now() - start, 150u);
+  Clock.Remove(handle);
+}
+
 class ModbusTcp : public Modbus {
  protected:
   ModbusTcp() : Modbus(true) {}
 };
+
+TEST_F(ModbusTcp, RtuFramingOpensAnotherConnectionInsteadOfWaiting) {
+  Device.IsTCP = false;
+  Strict({.TimeoutMs = 100, .Retries = 0});
+  (void)Device.ReadRegisters(0, 1);
+  Script.Calls.clear();
+  const auto start = Now();
+  (void)Device.ReadRegisters(0, 1);
+  EXPECT_EQ(Now() - start, 100u);
+  EXPECT_EQ(Script.Calls, (std::vector<std::string>{"disconnect", "connect"}));
+}
 
 TEST_F(ModbusTcp, ALateReplyIsDroppedByItsTransactionAndAReplyOfSevenBytesHasFunctionZero) {
   int func = -1;

@@ -17,6 +17,7 @@
 
 #include "controller/links/LinkDoctor.h"
 #include "ixocamglue/devcomm/Udevthrdcomm.h"
+#include "ixocamglue/platform/comm/Crc.h"
 #include "ixocamglue/platform/comm/FdWait.h"
 #include "machines/simulated/PlcServer.h"
 
@@ -117,6 +118,7 @@ TDevicePtr<TModbusComm> Master(const TLinkAddress& link, TModbusProfile profile,
   device->PreDelay = 0;
   TModbusStrictOptions options;
   options.TimeoutMs = timeoutMs;
+  options.LateReplyMs = timeoutMs;
   device->SetProfile(profile, options);
   device->SetDataTransIntf(MakeTransport(link));
   return device;
@@ -343,6 +345,59 @@ TEST(RealLink, AHungUpLineAndAClosedConnectionAreOpenedAgain) {
   SetSerialPortPath(1, refusing.Device);
   transport->SetCommParams(serial);
   EXPECT_FALSE(transport->CheckConnection());
+}
+
+// A slave that is not ours: it answers every request in its turn, some late, on a thread of its own.
+class TQueueingSlave {
+ public:
+  explicit TQueueingSlave(int wire) : FWire(wire), FThread([this] { Serve(); }) {}
+  ~TQueueingSlave() {
+    FStop.Ask();
+    FThread.join();
+  }
+
+ private:
+  void Serve() {
+    std::uint8_t request[8];
+    std::size_t got = 0;
+    for (unsigned requests = 0; !FStop.Asked();) {
+      if (!WaitFd(FWire, POLLIN, 20)) continue;
+      const auto more = ::read(FWire, request + got, sizeof request - got);
+      if (more <= 0) Clock().Sleep(1);  // nobody has the other end open yet
+      got += more > 0 ? static_cast<std::size_t>(more) : 0;
+      if (got < sizeof request) continue;
+      got = 0;
+      if (++requests % 1300 == 0) Clock().Sleep(70 + requests % 230);
+      TBytes reply{1, 3, 2, request[2], request[3]};  // the register's value is its address
+      const std::uint16_t crc = CalcCRC(reply.data(), reply.size(), 0xFFFF);
+      reply.push_back(static_cast<std::uint8_t>(crc & 0xFF));
+      reply.push_back(static_cast<std::uint8_t>(crc >> 8));
+      if (::write(FWire, reply.data(), reply.size()) < 0) return;
+    }
+  }
+  const int FWire;
+  TStop FStop;
+  std::thread FThread;
+};
+
+TEST(RealLink, NoLateReplyIsTakenForAnothers) {
+  const TPty pty;
+  auto device = Master(SerialLink(pty.Device), mpStrict);
+  TModbusStrictOptions options;
+  options.TimeoutMs = 60;
+  options.LateReplyMs = 500;
+  device->SetProfile(mpStrict, options);
+  TQueueingSlave slave(pty.Master);
+  std::size_t good = 0;
+  for (std::uint32_t i = 0; i < 10'000; ++i) {
+    const auto addr = static_cast<std::uint16_t>(i * 7);
+    const auto result = device->ReadRegisters(addr, 1);
+    if (!result.Ok()) continue;
+    ++good;
+    ASSERT_EQ(result.Registers, std::vector<std::uint16_t>{addr}) << i;
+  }
+  EXPECT_GT(good, 9'000u);
+  EXPECT_GE(device->Statistics().Owed, 7u);
 }
 
 TEST(RealLink, DatagramsGoThereAndBack) {
