@@ -16,6 +16,7 @@
 #include "controller/StateFolder.h"
 #include "ixocamglue/config/Uassistconfig.h"
 #include "ixocamglue/platform/xml/MachineConfig.h"
+#include "ixocamglue/support/Files.h"
 
 namespace ixocamglue::bench {
 using namespace ixocontroller;
@@ -30,19 +31,11 @@ void Check(bool done) {
 // A copy of the example in a folder of its own.
 class TCopy {
  public:
-  TCopy() {
-    std::string name = (fs::temp_directory_path() / "ixo-bench-XXXXXX").string();
-    Check(mkdtemp(name.data()) != nullptr);
-    FFolder = name;
-    fs::copy_file(ShareFolder() / "machines/machine.xml", File());
-  }
-  ~TCopy() { fs::remove_all(FFolder); }
-  TCopy(const TCopy&) = delete;
-  TCopy& operator=(const TCopy&) = delete;
-  [[nodiscard]] fs::path File() const { return FFolder / "machine.xml"; }
+  TCopy() { fs::copy_file(ShareFolder() / "machines/machine.xml", File()); }
+  [[nodiscard]] fs::path File() const { return FFolder.Path() / "machine.xml"; }
 
  private:
-  fs::path FFolder;
+  TTempFolder FFolder{"ixo-bench"};
 };
 
 class TRecords {

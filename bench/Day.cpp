@@ -1,8 +1,6 @@
 // A mixed day of procedures on the example machine, in virtual time: what a user's day costs the computer.
 #include <chrono>
 #include <filesystem>
-#include <stdexcept>
-#include <stdlib.h>
 #include <string>
 
 #include "bench/Rows.h"
@@ -11,6 +9,7 @@
 #include "controller/procedures/MotionTable.h"
 #include "controller/procedures/Procedures.h"
 #include "ixocamglue/motion/Usequence.h"
+#include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Format.h"
 
 namespace ixocamglue::bench {
@@ -53,21 +52,11 @@ const TCall kRound[] = {
 };
 
 // The machine file's copy, which calibrations and counters are saved in.
-class TFolder {
- public:
-  TFolder() {
-    std::string name = (fs::temp_directory_path() / "ixo-day-XXXXXX").string();
-    if (!mkdtemp(name.data())) throw std::runtime_error("no temporary folder can be made");
-    Path = name;
-    fs::copy_file(ShareFolder() / "machines" / "machine.xml", Path / "machine.xml");
-  }
-  ~TFolder() {
-    std::error_code ignored;
-    fs::remove_all(Path, ignored);
-  }
-  TFolder(const TFolder&) = delete;
-  TFolder& operator=(const TFolder&) = delete;
-  fs::path Path;
+struct TFolder {
+  TFolder() { fs::copy_file(ShareFolder() / "machines" / "machine.xml", Path / "machine.xml"); }
+
+  TTempFolder Folder{"ixo-day"};
+  fs::path Path = Folder.Path();
 };
 
 TStepPtr RootOf(const TCall& call) {

@@ -8,7 +8,6 @@
 //   ixo_bench --table FILE [options]          times everything and prints the table; FILE has a line "ITEM COUNT" with
 //                                             the instructions of one run for each item counted
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <fstream>
@@ -21,6 +20,7 @@
 
 #include "bench/Rows.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/ValueText.h"
 
 namespace ixocamglue::bench {
 namespace {
@@ -123,10 +123,8 @@ int Complain(const std::string& text) {
 }
 
 int CountOne(const std::vector<TRow>& rows, std::string_view id, std::string_view number) {
-  std::uint64_t runs = 0;
-  const auto parsed = std::from_chars(number.data(), number.data() + number.size(), runs);
-  if (parsed.ec != std::errc() || parsed.ptr != number.data() + number.size() || runs == 0)
-    return Complain("--count ITEM RUNS: RUNS is a number from 1, not \"" + std::string(number) + "\"");
+  const auto runs = ixocamglue::ParseExactly<std::uint64_t>(number).value_or(0);
+  if (runs == 0) return Complain("--count ITEM RUNS: RUNS is a number from 1, not \"" + std::string(number) + "\"");
   const auto row = std::ranges::find(rows, id, [](const TRow& r) { return std::string_view(r.Id); });
   if (row == rows.end()) return Complain("no item is called \"" + std::string(id) + "\"; --list names them");
   std::printf("%g\n", static_cast<double>(row->Repeat(runs)) / static_cast<double>(runs));

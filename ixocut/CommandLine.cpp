@@ -1,13 +1,13 @@
 #include "ixocut/CommandLine.h"
 
 #include <algorithm>
-#include <charconv>
 #include <iostream>
 
 #include <CLI/CLI.hpp>
 
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/ValueText.h"
 
 namespace ixocut {
 namespace {
@@ -65,9 +65,8 @@ std::string CheckNumber(const std::string& text, std::uint64_t lowest, std::uint
   const std::string_view digits = std::string_view(text).substr(negative ? 1 : 0);
   const bool whole = !digits.empty() && std::ranges::all_of(digits, [](char c) { return c >= '0' && c <= '9'; });
   if (!whole) return Format("\"%s\" is not a whole number (%s)", text.c_str(), range().c_str());
-  std::uint64_t number = 0;
-  const auto parsed = std::from_chars(digits.data(), digits.data() + digits.size(), number);
-  if (negative || parsed.ec != std::errc{} || number < lowest || number > highest)
+  const auto number = ParseExactly<std::uint64_t>(digits);
+  if (negative || !number || *number < lowest || *number > highest)
     return Format("%s is not in %s", text.c_str(), range().c_str());
   return {};
 }

@@ -4,14 +4,13 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <spawn.h>
-#include <stdlib.h>
 #include <sys/wait.h>
 #include <system_error>
 #include <unistd.h>
 
 #include "ixocamglue/monitor/Umonitorsink.h"
+#include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
 
@@ -20,27 +19,6 @@ using namespace ixocamglue;
 namespace {
 
 namespace fs = std::filesystem;
-
-class TScratch {
- public:
-  TScratch() {
-    std::string name = (fs::temp_directory_path() / "ixocut-plot-XXXXXX").string();
-    if (!mkdtemp(name.data())) throw EProblem(pbUnusable, "no temporary folder for the plot can be made");
-    Path = name;
-  }
-  ~TScratch() {
-    std::error_code ignored;
-    fs::remove_all(Path, ignored);
-  }
-  TScratch(const TScratch&) = delete;
-  TScratch& operator=(const TScratch&) = delete;
-  fs::path Path;
-};
-
-std::string ReadAll(const fs::path& file) {
-  std::ifstream in(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
 
 // Runs gnuplot in the folder; throws what it complained about.
 void RunGnuplot(const fs::path& folder) {
@@ -64,7 +42,7 @@ void RunGnuplot(const fs::path& folder) {
   int status = 0;
   while (waitpid(child, &status, 0) < 0 && errno == EINTR) continue;
   if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
-    throw EProblem(pbUnusable, "gnuplot failed: " + ReadAll(complaints));
+    throw EProblem(pbUnusable, "gnuplot failed: " + ReadFile(fs::path(complaints)).OrThrow(pbUnusable));
 }
 
 }  // namespace
@@ -87,10 +65,10 @@ std::string PlotText(std::string_view text) {
 }
 
 void DrawPlot(const std::string& script, const std::string& target) {
-  const TScratch scratch;
-  std::ofstream(scratch.Path / "script", std::ios::binary) << script;
-  RunGnuplot(scratch.Path);
-  const std::string picture = ReadAll(scratch.Path / "out");
+  const TTempFolder scratch("ixocut-plot");
+  std::ofstream(scratch.Path() / "script", std::ios::binary) << script;
+  RunGnuplot(scratch.Path());
+  const std::string picture = ReadFile(scratch.Path() / "out").OrThrow(pbUnusable);
   if (picture.empty()) throw EProblem(pbUnusable, "gnuplot wrote no picture");
   TMonitorFileSink sink(target);
   sink.Write(picture);

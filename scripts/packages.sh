@@ -3,7 +3,7 @@
 packages() {
   case $1 in
     run)
-      echo "g++ cmake ninja-build libpugixml-dev nlohmann-json3-dev libfmt-dev libspdlog-dev libcli11-dev libasio-dev" \
+      echo "g++ cmake ninja-build libpugixml-dev libutfcpp-dev nlohmann-json3-dev libfmt-dev libspdlog-dev libcli11-dev libasio-dev" \
         "libsqlite3-dev gnuplot-nox"
       ;;
     test)

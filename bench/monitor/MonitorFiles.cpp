@@ -5,7 +5,6 @@
 //
 // A program of its own: one run takes a second, which is too long for what the other benchmarks repeat.
 #include <algorithm>
-#include <charconv>
 #include <chrono>
 #include <cstdio>
 #include <fcntl.h>
@@ -15,7 +14,6 @@
 #include <malloc.h>
 #include <memory>
 #include <random>
-#include <stdlib.h>
 #include <string>
 #include <unistd.h>
 #include <utility>
@@ -35,6 +33,8 @@
 
 #include "bench/Allocations.h"
 #include "ixocamglue/monitor/Usystemmonitorfile.h"
+#include "ixocamglue/support/Files.h"
+#include "ixocamglue/support/ValueText.h"
 
 namespace ixocamglue::bench {
 namespace {
@@ -248,19 +248,6 @@ bool Same(const TFrameList& a, const TFrameList& b) {
   return std::ranges::equal(a, b, [](const auto& x, const auto& y) { return *x == *y; });
 }
 
-struct TFolder {
-  TFolder() {
-    std::string name = (std::filesystem::temp_directory_path() / "ixo-bench-XXXXXX").string();
-    if (!mkdtemp(name.data())) throw std::runtime_error("no temporary folder");
-    Path = name;
-  }
-  ~TFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(Path, ignored);
-  }
-  std::filesystem::path Path;
-};
-
 void Line(const char* what, double ms, double bytes, const char* peer, double peerMs, double target) {
   std::printf("%-34s %9.1f %9.0f", what, ms, bytes / ms / 1000.0);
   if (peerMs > 0) std::printf("   %-26s %9.1f %7.2f", peer, peerMs, peerMs / ms);
@@ -273,16 +260,16 @@ int Main(int argc, char** argv) {
   std::size_t megabytes = 210;
   if (argc == 2) {
     const std::string_view text = argv[1];
-    const auto parsed = std::from_chars(text.data(), text.data() + text.size(), megabytes);
-    if (parsed.ptr != text.data() + text.size() || megabytes < 1 || megabytes > 4000) argc = 3;
+    megabytes = ParseExactly<std::size_t>(text).value_or(0);
+    if (megabytes < 1 || megabytes > 4000) argc = 3;
   }
   if (argc > 2) {
     std::fputs("ixo_bench_monitor [MEGABYTES from 1 to 4000] | --memory FILE\n", stderr);
     return 2;
   }
 
-  const TFolder folder;
-  const std::string file = (folder.Path / "recording.csv").string();
+  const TTempFolder folder("ixo-bench");
+  const std::string file = (folder.Path() / "recording.csv").string();
   double bytes = 0;
   {
     // The line's length from a first small one.
@@ -300,10 +287,8 @@ int Main(int argc, char** argv) {
     sink.Commit();
     bytes = static_cast<double>(std::filesystem::file_size(file));
 
-    std::string text;
+    std::string text = ReadFile(std::filesystem::path(file)).OrThrow(pbUnusable);
     {
-      std::ifstream in(file, std::ios::binary);
-      text.assign(std::istreambuf_iterator<char>(in), {});
       std::size_t data = 0;
       for (int i = 0; i < 4; ++i) data = text.find('\n', data) + 1;
       TCompareSink literal(std::string_view(text).substr(data));

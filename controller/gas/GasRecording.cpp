@@ -2,13 +2,13 @@
 
 #include <cmath>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <limits>
 
 #include <nlohmann/json.hpp>
 
 #include "ixocamglue/monitor/Umonitorsink.h"
+#include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
 
@@ -145,13 +145,10 @@ void WriteGasRecording(const std::string& file, const TGasRecording& recording) 
 }
 
 TGasRecording ReadGasRecording(const std::string& file) {
-  std::ifstream in(file, std::ios::binary);
-  std::error_code error;
-  if (!in || !std::filesystem::is_regular_file(file, error))
-    throw EProblem(pbUnusable, file + ": the file cannot be read");
+  const std::string text = ReadFile(std::filesystem::path(file)).OrThrow(pbUnusable);
   TJson document;
   try {
-    document = TJson::parse(in);
+    document = TJson::parse(text);
   } catch (const nlohmann::json::exception& e) {
     throw EProblem(pbUnusable, file + ": no JSON document: " + e.what());
   }

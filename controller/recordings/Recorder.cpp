@@ -1,10 +1,10 @@
 #include "controller/recordings/Recorder.h"
 
 #include <algorithm>
-#include <charconv>
 #include <string_view>
 
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/ValueText.h"
 
 namespace ixocontroller {
 namespace {
@@ -51,10 +51,8 @@ std::vector<TMonitorSignalKey> ParseSignals(const std::string& list) {
       AddAllAxes(keys, *signal);
       continue;
     }
-    std::uint16_t axis = 0;
-    const char* const last = word.data() + word.size();
-    const auto parsed = std::from_chars(word.data() + dot + 1, last, axis);
-    if (!signal->PerAxis || parsed.ec != std::errc() || parsed.ptr != last || axis < 1 || axis > kRecordedAxes)
+    const auto axis = ParseExactly<std::uint16_t>(std::string_view(word).substr(dot + 1)).value_or(0);
+    if (!signal->PerAxis || axis < 1 || axis > kRecordedAxes)
       throw EProblem(pbRequest, "--signals: \"" + word +
                                     "\": " + (signal->PerAxis ? "the axes are 1 to 4" : "this signal has no axes"));
     AddSignal(keys, *signal, axis);

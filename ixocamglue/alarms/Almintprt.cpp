@@ -15,6 +15,7 @@
 #include "ixocamglue/platform/services/LocaleManager.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/support/Faults.h"
+#include "ixocamglue/support/ValueText.h"
 
 namespace ixocamglue {
 namespace {
@@ -23,7 +24,6 @@ constexpr const char* kLocaleEvent = "AlarmType";
 constexpr const char* kUserDefPrefix = "UserDefAlarm#";
 constexpr std::int64_t kUserDefBase = 1000;
 constexpr std::int64_t kMultiBitBase = 2000;
-constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
 struct TMember {
   const char* Name;
@@ -45,11 +45,6 @@ std::string TextOf(const nlohmann::json& entry, const char* member) {
   return found->is_number() || found->is_boolean() ? found->dump() : std::string();
 }
 
-// Blank: U+0000 to U+0020, which in UTF-8 are single bytes and part of no other character.
-bool Blank(std::string_view text) {
-  return std::ranges::all_of(text, [](char c) { return static_cast<unsigned char>(c) <= 0x20; });
-}
-
 TAlarmRec ConfiguredRec(std::int64_t number, const TAlarmConfigItem& item) {
   TAlarmRec rec;
   rec.HelpID = rec.Code = kUserDefPrefix + std::to_string(number);
@@ -63,8 +58,7 @@ TAlarmRec ConfiguredRec(std::int64_t number, const TAlarmConfigItem& item) {
 }  // namespace
 
 bool TAlarmInterpreter::AddDefinitions(TDict& dict, std::string_view json) {
-  if (json.starts_with(kByteOrderMark)) json.remove_prefix(kByteOrderMark.size());
-  const auto list = nlohmann::json::parse(json, nullptr, false);
+  const auto list = nlohmann::json::parse(WithoutMark(json), nullptr, false);
   if (!list.is_array()) return false;  // what cannot be parsed is no array either
   for (const auto& entry : list) {
     if (!entry.is_object()) continue;
@@ -79,7 +73,7 @@ bool TAlarmInterpreter::AddDefinitions(TDict& dict, std::string_view json) {
 void TAlarmInterpreter::InitUserDefinedAlarm(TDict& dict, const TAlarmsConfig& config) {
   for (std::int32_t i = 0; i < config.GetCount(); ++i) {
     const TAlarmConfigItem* const item = config.GetItem(i);
-    if (!item || Blank(item->Reason) || Blank(item->Solution)) continue;
+    if (!item || IsBlank(item->Reason) || IsBlank(item->Solution)) continue;
     TAlarmRec rec = ConfiguredRec(kUserDefBase + item->Number, *item);
     std::string id = rec.HelpID;
     dict.insert_or_assign(std::move(id), std::move(rec));

@@ -11,12 +11,13 @@
 #include <nlohmann/json.hpp>
 
 #include "ixocamglue/platform/services/LocaleManager.h"
+#include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/ValueText.h"
 
 namespace ixocamglue {
 namespace {
 
-constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr const char* kMembers[] = {"HelpID",   "BrifDesc",  "Code",   "AlarmDesc",
                                     "Category", "Alarmtype", "Reason", "Solution"};
 // What an operator needs to see; the others may be empty.
@@ -61,9 +62,7 @@ std::string TAlarmDefinitionFiles::GetAlarmDefinitions() {
   if (FFolder.empty()) return "[]";
   const TLocaleManager* const manager = LocaleManager();
   const std::filesystem::path file = FFolder / ((manager ? manager->Language() : "zh") + ".json");
-  std::ifstream in(file, std::ios::binary);
-  if (!in) throw std::runtime_error(file.string() + ": the file cannot be read");
-  return {std::istreambuf_iterator<char>(in), {}};
+  return ReadFile(file).OrThrow(pbUnusable);
 }
 
 std::vector<std::string> CheckAlarmDefinitions(std::string_view json) {

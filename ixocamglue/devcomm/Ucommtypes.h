@@ -11,10 +11,10 @@
 
 namespace ixocamglue {
 
-// A text field of 256 UTF-16 units, zero-terminated. Reading stops at the first zero; setting cuts at 255 units and
-// never splits a pair.
+// A text field of 256 UTF-16 units, zero-terminated. Reading stops at the first zero, and with U+FFFD at half of a
+// pair; setting cuts at 255 units, never splits a pair, and puts U+FFFD for what is no UTF-8.
 using TUtf16Field = char16_t[256];
-void SetUtf16(TUtf16Field& field, std::string_view utf8);
+void SetUtf16(TUtf16Field& field, std::string_view text);
 [[nodiscard]] std::string GetUtf16(const TUtf16Field& field);
 
 struct TCommSerial {

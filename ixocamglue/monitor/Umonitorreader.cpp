@@ -9,6 +9,7 @@
 
 #include "ixocamglue/monitor/Umonitordataline.h"
 #include "ixocamglue/monitor/Umonitornumbers.h"
+#include "ixocamglue/support/ValueText.h"
 
 namespace ixocamglue {
 namespace {
@@ -17,7 +18,6 @@ constexpr std::size_t kFirstBuffer = 256 * 1024;
 // What stands in a line behind that many bytes is not looked at: a damaged file must not take the memory.
 constexpr std::size_t kLongestLine = 64 * 1024 * 1024;
 constexpr std::size_t kShownText = 60;
-constexpr std::string_view kMark = "\xEF\xBB\xBF";
 constexpr std::uint32_t kFieldDataCount = 7;
 
 bool IsLineEnd(char c) { return c == '\n' || c == '\r'; }
@@ -130,7 +130,8 @@ bool TMonitorReader::Refill() {
 
 bool TMonitorReader::NextLine(std::string_view& line) {
   if (FPos == FWhole && !Refill()) return false;
-  if (FReport.Lines == 0 && std::string_view(FBuffer.data(), FWhole).starts_with(kMark)) FPos = kMark.size();
+  if (FReport.Lines == 0 && std::string_view(FBuffer.data(), FWhole).starts_with(kByteOrderMark))
+    FPos = kByteOrderMark.size();
   const char* const begin = FBuffer.data() + FPos;
   const char* const end = std::find_if(begin, static_cast<const char*>(FBuffer.data() + FWhole), IsLineEnd);
   line = std::string_view(begin, static_cast<std::size_t>(end - begin));

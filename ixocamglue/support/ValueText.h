@@ -1,7 +1,6 @@
 // Values as a configuration file spells them. No locale; a text is a value only as a whole. Any thread.
 #pragma once
 
-#include <cctype>
 #include <charconv>
 #include <cstdint>
 #include <optional>
@@ -29,7 +28,42 @@ namespace ixocamglue {
   return text;
 }
 
-// The whole trimmed text with at most one leading "+". None: no number, too large for the type, or not finite.
+// The mark in front of a text in UTF-8, which says nothing.
+inline constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+[[nodiscard]] constexpr std::string_view WithoutMark(std::string_view text) {
+  return text.starts_with(kByteOrderMark) ? text.substr(kByteOrderMark.size()) : text;
+}
+
+// Nothing but U+0000 to U+0020, which in UTF-8 are single bytes and part of no other character.
+[[nodiscard]] constexpr bool IsBlank(std::string_view text) {
+  for (const char c : text)
+    if (static_cast<unsigned char>(c) > 0x20) return false;
+  return true;
+}
+
+// The whole text, without blanks or a "+". None: no number, too large for the type, or not finite.
+template <class Number>
+[[nodiscard]] std::optional<Number> ParseExactly(std::string_view text, int base = 10) {
+  Number value{};
+  std::from_chars_result result{};
+  if constexpr (std::is_floating_point_v<Number>)
+    result = std::from_chars(text.data(), text.data() + text.size(), value);
+  else
+    result = std::from_chars(text.data(), text.data() + text.size(), value, base);
+  if (result.ec != std::errc{} || result.ptr != text.data() + text.size()) return std::nullopt;
+  if constexpr (std::is_floating_point_v<Number>)
+    if (value - value != 0) return std::nullopt;  // "inf", "nan"
+  return value;
+}
+
+// As ParseExactly; a text that starts with "0x" is hexadecimal.
+template <class Number>
+[[nodiscard]] std::optional<Number> ParseHexOrDecimal(std::string_view text) {
+  const bool hex = text.starts_with("0x") || text.starts_with("0X");
+  return ParseExactly<Number>(text.substr(hex ? 2 : 0), hex ? 16 : 10);
+}
+
+// As ParseExactly, of the trimmed text with at most one leading "+".
 template <class Number>
 [[nodiscard]] std::optional<Number> ParseNumber(std::string_view text) {
   text = TrimXml(text);
@@ -37,12 +71,7 @@ template <class Number>
     text.remove_prefix(1);
     if (text.starts_with('-')) return std::nullopt;
   }
-  Number value{};
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (error != std::errc{} || end != text.data() + text.size() || text.empty()) return std::nullopt;
-  if constexpr (std::is_floating_point_v<Number>)
-    if (value - value != 0) return std::nullopt;  // "inf", "nan"
-  return value;
+  return ParseExactly<Number>(text);
 }
 
 // "true" and "false" in any case, or an integer.

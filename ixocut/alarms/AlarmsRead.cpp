@@ -2,8 +2,6 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <ostream>
 
@@ -13,8 +11,10 @@
 #include "ixocamglue/alarms/Almintprt.h"
 #include "ixocamglue/alarms/Ualarmdefs.h"
 #include "ixocamglue/platform/services/Clock.h"
+#include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/ValueText.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/alarms/AlarmView.h"
 #include "ixocut/alarms/AlarmsCommand.h"
@@ -48,14 +48,6 @@ std::filesystem::path KnownMachine(const TAlarmsOptions& options) {
 
 void Dump(std::ostream& out, const nlohmann::ordered_json& json) {
   out << json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
-}
-
-std::string ReadWhole(const std::string& file) {
-  std::ifstream in(file, std::ios::binary);
-  std::error_code error;
-  if (!in || !std::filesystem::is_regular_file(file, error))
-    throw EProblem(pbUnusable, file + ": the file cannot be read");
-  return {std::istreambuf_iterator<char>(in), {}};
 }
 
 TAlarmFilter FilterOf(const TAlarmsOptions& options) {
@@ -228,9 +220,8 @@ int RunAlarmsAck(const TAlarmsOptions& options, std::ostream& out) {
 }
 
 int RunAlarmsCheck(const TAlarmsOptions& options, std::ostream& out) {
-  const std::string text = ReadWhole(options.File);
-  const auto start = text.find_first_not_of(" \t\r\n\xEF\xBB\xBF");
-  const bool isXml = start != std::string::npos && text[start] == '<';
+  const std::string text = ReadFile(std::filesystem::path(options.File)).OrThrow(pbUnusable);
+  const bool isXml = TrimXml(WithoutMark(text)).starts_with('<');
   std::vector<std::string> problems;
   if (isXml) {
     TMachineConfig config;

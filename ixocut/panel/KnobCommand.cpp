@@ -1,5 +1,4 @@
 // ixocut knob show, knob state, knob speed.
-#include <charconv>
 #include <cmath>
 #include <iostream>
 #include <memory>
@@ -15,6 +14,7 @@
 #include "ixocamglue/support/Faults.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/ValueText.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/panel/PanelHost.h"
 
@@ -39,10 +39,8 @@ TSpeedState LevelOf(const std::string& word) {
 
 std::optional<double> SpeedOf(const char* option, const std::string& text) {
   if (text.empty()) return std::nullopt;
-  double value = 0.0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (error != std::errc{} || end != text.data() + text.size() || !std::isfinite(value))
-    throw EProblem(pbRequest, Format("%s: \"%s\" is not a number (mm/s)", option, text.c_str()));
+  const auto value = ParseExactly<double>(text);
+  if (!value) throw EProblem(pbRequest, Format("%s: \"%s\" is not a number (mm/s)", option, text.c_str()));
   return value;
 }
 

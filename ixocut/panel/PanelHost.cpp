@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 
 #include "controller/HostTexts.h"
 #include "controller/panel/PanelTexts.h"
@@ -10,6 +9,7 @@
 #include "ixocamglue/panel/Uknob.h"
 #include "ixocamglue/support/Faults.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/ValueText.h"
 #include "ixocut/panel/TerminalKeys.h"
 
 namespace ixocut {
@@ -114,10 +114,8 @@ std::string KeyNames(TKeyMask keys) {
 std::optional<std::int32_t> ParseState(std::string_view text) {
   for (std::int32_t state = 0; state < kCutStates; ++state)
     if (text == CutStateName(ClassifyCutState(state))) return state;
-  std::int32_t number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc{} || end != text.data() + text.size() || number < 0) return std::nullopt;
-  return number;
+  const auto number = ParseExactly<std::int32_t>(text);
+  return number && *number >= 0 ? number : std::nullopt;
 }
 
 std::vector<std::string> DrawPanel(TKeyMask leds, bool hints, std::size_t columns) {

@@ -56,6 +56,22 @@ TEST(DurableSave, EveryCrashLeavesTheLastAcknowledgedOrTheNewFileWhole) {
   }
 }
 
+TEST(DurableSave, AFileIsAddedWholeOrNotAtAllAndNeverOverAnother) {
+  for (const bool hasLinks : {true, false}) {
+    TCrashDisk disk;
+    disk.HasLinks = hasLinks;
+    const TInstalled<IFileLayer> installed(disk);
+    const std::string first(1500, 'a');
+    disk.OnCall = [&] {
+      for (const auto& image : disk.CrashImages())
+        ASSERT_TRUE(!image.contains(kFile) || image.at(kFile) == first) << disk.Log.back();
+    };
+    ASSERT_TRUE(AddFile(kFile, first).Done);
+    ASSERT_TRUE(AddFile(kFile, "b").Done) << "another was first";
+    EXPECT_EQ(disk.Names(), (TCrashDisk::TImage{{kFile, first}}));
+  }
+}
+
 TEST(DurableSave, AFullDiskAtAnyCallLeavesTheOldFileAndNoTemporaries) {
   int failed = 0;
   for (int call = 0;; ++call) {

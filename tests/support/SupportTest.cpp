@@ -1,7 +1,12 @@
+#include <cerrno>
+#include <fstream>
+
 #include <gtest/gtest.h>
 
 #include "fixture/Faults.h"
+#include "fixture/TempDir.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/ValueText.h"
 
 namespace ixocamglue::test {
 namespace {
@@ -34,6 +39,33 @@ TEST(Formatting, ATranslationThatTakesOtherArgumentsIsNotTheSame) {
            TCase{"%u", "%d", false},
        })
     EXPECT_EQ(SameConversions(defText, translated), same) << defText << " | " << translated;
+}
+
+TEST(Numbers, OnlyAWholeTextThatFitsIsOne) {
+  for (const char* bad : {"", " 1", "1 ", "+1", "-1", "1.0", "0x1F", "256", "1e1"})
+    EXPECT_FALSE(ParseExactly<std::uint8_t>(bad)) << bad;
+  EXPECT_EQ(ParseExactly<std::uint8_t>("0255"), 255);
+  for (const char* bad : {"", "inf", "nan", "1e999", "0x10", "1,5", "."})
+    EXPECT_FALSE(ParseExactly<double>(bad)) << bad;
+  EXPECT_EQ(ParseExactly<double>("-1.5e3"), -1500.0);
+  for (const char* bad : {"0x", "0x-1", "0x100", "x1", "1F"}) EXPECT_FALSE(ParseHexOrDecimal<std::uint8_t>(bad)) << bad;
+  EXPECT_EQ(ParseHexOrDecimal<std::uint8_t>("0XfF"), 255);
+  EXPECT_EQ(ParseHexOrDecimal<std::uint8_t>("10"), 10);
+  for (const char* bad : {"", "+", "+-1", "++1", "1 2"}) EXPECT_FALSE(ParseNumber<int>(bad)) << bad;
+  EXPECT_EQ(ParseNumber<int>(" \t+12\r\n"), 12);
+}
+
+TEST(WholeFiles, AnythingButARegularFileIsAProblemWithItsReason) {
+  const TTempDir dir;
+  const std::filesystem::path file = dir.Path() / "a";
+  EXPECT_EQ(ReadFile(file).Problem().Text(), file.string() + ": the file cannot be read (No such file or directory)");
+  EXPECT_FALSE(ReadFile(dir.Path()));
+  EXPECT_FALSE(ReadFile(std::filesystem::path("/dev/zero")));
+  std::ofstream(file) << "123456789";
+  EXPECT_EQ(*ReadFile(file), "123456789");
+  std::string bytes;
+  EXPECT_EQ(ReadFile(file.string(), 9, bytes), 0);
+  EXPECT_EQ(ReadFile(file.string(), 8, bytes), EFBIG);
 }
 
 TEST(Faults, EveryActionIsTriedAndTheFirstFailureIsTold) {

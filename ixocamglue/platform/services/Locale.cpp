@@ -1,9 +1,8 @@
 #include "ixocamglue/platform/services/Locale.h"
 
-#include <fstream>
-
 #include <nlohmann/json.hpp>
 
+#include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Format.h"
 
 namespace ixocamglue {
@@ -14,15 +13,16 @@ std::string TLocaleReader::SelectLanguage(std::string_view language) {
   if (language != "zh") {
     const std::filesystem::path file = FFolder / (std::string(language) + ".json");
     try {
-      std::ifstream in(file);
-      if (!in) throw std::runtime_error("the file cannot be read");
-      const auto document = nlohmann::json::parse(in);
+      const auto document = nlohmann::json::parse(ReadFile(file).OrThrow(pbUnusable));
       for (const auto& [section, texts] : document.items())
         for (const auto& [key, text] : texts.items()) entries[section + "/" + key] = text.get<std::string>();
+    } catch (const EProblem& e) {
+      problem = e.what();
     } catch (const std::exception& e) {
       entries.clear();
-      problem = Format("%s: %s; the built-in texts are shown", file.c_str(), e.what());
+      problem = Format("%s: %s", file.c_str(), e.what());
     }
+    if (!problem.empty()) problem += "; the built-in texts are shown";
   }
   TGuard guard(FLock);
   FLanguage = problem.empty() ? std::string(language) : "zh";

@@ -10,27 +10,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Format.h"
 
 namespace ixocamglue {
 namespace {
 
 int Errno(bool done) { return done ? 0 : errno; }
-
-// A file descriptor that is closed in any case.
-class TDescriptor {
- public:
-  explicit TDescriptor(int fd) : FFd(fd) {}
-  ~TDescriptor() {
-    if (FFd >= 0) ::close(FFd);
-  }
-  TDescriptor(const TDescriptor&) = delete;
-  TDescriptor& operator=(const TDescriptor&) = delete;
-  [[nodiscard]] int Get() const { return FFd; }
-
- private:
-  int FFd;
-};
 
 std::string Folder(const std::string& file) {
   const auto slash = file.rfind('/');
@@ -40,26 +26,7 @@ std::string Folder(const std::string& file) {
 }  // namespace
 
 int TPosixFiles::Read(const std::string& path, std::uint64_t limit, std::string& bytes) {
-  const TDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  if (file.Get() < 0) return errno;
-  struct stat status {};
-  if (::fstat(file.Get(), &status) != 0) return errno;
-  if (S_ISDIR(status.st_mode)) return EISDIR;
-  if (!S_ISREG(status.st_mode)) return EINVAL;
-  if (static_cast<std::uint64_t>(status.st_size) > limit) return EFBIG;
-  bytes.resize(static_cast<std::size_t>(status.st_size));
-  std::size_t done = 0;
-  while (true) {
-    if (done == bytes.size()) bytes.resize(done + 4096);  // it may have grown meanwhile
-    const auto got = ::read(file.Get(), bytes.data() + done, bytes.size() - done);
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0) return errno;
-    if (got == 0) break;
-    done += static_cast<std::size_t>(got);
-    if (done > limit) return EFBIG;
-  }
-  bytes.resize(done);
-  return 0;
+  return ReadFile(path, limit, bytes);
 }
 
 int TPosixFiles::Describe(const std::string& path, TFileInfo& info) {
@@ -112,8 +79,11 @@ int TPosixFiles::Rename(const std::string& from, const std::string& to) {
 }
 int TPosixFiles::Remove(const std::string& path) { return Errno(::unlink(path.c_str()) == 0); }
 int TPosixFiles::FlushFolder(const std::string& folder) {
-  const TDescriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  return Errno(opened.Get() >= 0 && ::fsync(opened.Get()) == 0);
+  const int opened = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (opened < 0) return errno;
+  const int error = Errno(::fsync(opened) == 0);
+  ::close(opened);
+  return error;
 }
 
 IFileLayer& Files() {
@@ -150,7 +120,7 @@ class TReplacement {
   TReplaced Run(std::string_view bytes, std::string_view backupSuffix) {
     IFileLayer& files = Files();
     if (const int error = ResolveLinks(FFile)) return Failed("its links cannot be followed", error);
-    FTemporary = Format("%s.%d.tmp", FFile.c_str(), static_cast<int>(::getpid()));
+    FTemporary = TemporaryName();
     const std::string backup = FFile + std::string(backupSuffix);
     FBackupTemporary = backup + ".tmp";
 
@@ -168,12 +138,40 @@ class TReplacement {
       if (const int error = KeepPrevious(backup)) return Failed("the previous version cannot be kept", error);
     if (const int error = files.Rename(FTemporary, FFile)) return Failed("it cannot be replaced", error);
     FHasTemporary = false;
-    if (const int error = files.FlushFolder(Folder(FFile)))
+    return FlushFolder();
+  }
+
+  TReplaced Add(std::string_view bytes) {
+    IFileLayer& files = Files();
+    FTemporary = TemporaryName();
+    if (const int error = Make(FTemporary, 0644, FHasTemporary)) return Failed("it cannot be created", error);
+    if (const int error = Fill(bytes)) return Failed("it cannot be written", error);
+    int error = files.Link(FTemporary, FFile);
+    if (NoLinks(error)) {  // the look and the rename are two steps there
+      TFileInfo info;
+      error = files.Describe(FFile, info) == 0 ? EEXIST : files.Rename(FTemporary, FFile);
+      FHasTemporary = error != 0;
+    }
+    if (error == EEXIST) return {true, {}};
+    if (error != 0) return Failed("it cannot be created", error);
+    return FlushFolder();
+  }
+
+ private:
+  [[nodiscard]] std::string TemporaryName() const {
+    return Format("%s.%d.tmp", FFile.c_str(), static_cast<int>(::getpid()));
+  }
+
+  [[nodiscard]] static bool NoLinks(int error) {
+    return error == EPERM || error == EOPNOTSUPP || error == ENOSYS || error == EMLINK;
+  }
+
+  [[nodiscard]] TReplaced FlushFolder() const {
+    if (const int error = Files().FlushFolder(Folder(FFile)))
       return {true, Format("%s: saved, but its folder could not be flushed: %s", FFile.c_str(), std::strerror(error))};
     return {true, {}};
   }
 
- private:
   [[nodiscard]] TReplaced Failed(const char* what, int error) const {
     return {false, Format("%s: %s: %s", FFile.c_str(), what, std::strerror(error))};
   }
@@ -201,7 +199,7 @@ class TReplacement {
     IFileLayer& files = Files();
     int error = files.Link(FFile, FBackupTemporary);
     if (error == EEXIST && files.Remove(FBackupTemporary) == 0) error = files.Link(FFile, FBackupTemporary);
-    if (error == EPERM || error == EOPNOTSUPP || error == ENOSYS || error == EMLINK) {
+    if (NoLinks(error)) {
       std::string bytes;
       error = files.Read(FFile, ~std::uint64_t{0}, bytes);
       if (error == 0) error = Make(FBackupTemporary, 0600, FHasBackup);
@@ -231,6 +229,8 @@ class TReplacement {
 TReplaced ReplaceFile(const std::string& file, std::string_view bytes, std::string_view backupSuffix) {
   return TReplacement(file).Run(bytes, backupSuffix);
 }
+
+TReplaced AddFile(const std::string& file, std::string_view bytes) { return TReplacement(file).Add(bytes); }
 
 IXO_DEFINE_SERVICE(IFileLayer, InstalledFiles)
 

@@ -72,6 +72,9 @@ struct TReplaced {
 // is not there yet is created, without a previous version.
 [[nodiscard]] TReplaced ReplaceFile(const std::string& file, std::string_view bytes, std::string_view backupSuffix);
 
+// Makes a file that is not there yet, whole and durable. A file of this name stays as it is: done.
+[[nodiscard]] TReplaced AddFile(const std::string& file, std::string_view bytes);
+
 // Where a path ends when its symbolic links are followed; the last part need not exist. Answers an errno value.
 [[nodiscard]] int ResolveLinks(std::string& path);
 

@@ -9,6 +9,7 @@
 #include "ixocamglue/platform/services/AppSys.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/ValueText.h"
 
 namespace ixocamglue {
 namespace {
@@ -91,14 +92,9 @@ void TSlaveConfig::Publish(TPublisher& p) {
 }
 
 std::uint32_t TSlaveConfig::GetIdentity() const {
-  std::string_view text = TrimXml(Identity);
-  if (text.starts_with("0x") || text.starts_with("0X")) {
-    text.remove_prefix(2);
-    std::uint32_t value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, 16);
-    return error == std::errc{} && end == text.data() + text.size() ? value : 0;
-  }
-  if (const auto value = ParseNumber<std::uint32_t>(text)) return *value;
+  const std::string_view text = TrimXml(Identity);
+  if (const auto value = ParseHexOrDecimal<std::uint32_t>(text)) return *value;
+  if (const auto value = ParseNumber<std::uint32_t>(text)) return *value;  // with a "+"
   return static_cast<std::uint32_t>(ParseNumber<std::int32_t>(text).value_or(0));
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utf8.h>
 
 #include <pugixml.hpp>
 
@@ -24,89 +25,52 @@ bool IsText(const pugi::xml_node& node) { return node.type() == pugi::node_pcdat
 // False where a unit is half of a character.
 bool FromUtf16(std::string_view bytes, bool bigEndian, std::string& out) {
   if (bytes.size() % 2 != 0) return false;
-  const auto unit = [&](std::size_t i) {
-    const auto a = static_cast<unsigned char>(bytes[i]), b = static_cast<unsigned char>(bytes[i + 1]);
-    return static_cast<std::uint32_t>(bigEndian ? a << 8 | b : b << 8 | a);
-  };
-  out.clear();
-  out.reserve(bytes.size());
-  for (std::size_t i = 0; i < bytes.size(); i += 2) {
-    std::uint32_t c = unit(i);
-    if (c >= 0xD800 && c < 0xE000) {
-      if (c >= 0xDC00 || i + 2 >= bytes.size()) return false;
-      const std::uint32_t low = unit(i += 2);
-      if (low < 0xDC00 || low >= 0xE000) return false;
-      c = 0x10000 + ((c - 0xD800) << 10) + (low - 0xDC00);
-    }
-    AppendUtf8(out, c);
+  std::u16string units(bytes.size() / 2, u'\0');
+  for (std::size_t i = 0; i < units.size(); ++i) {
+    const auto a = static_cast<unsigned char>(bytes[2 * i]), b = static_cast<unsigned char>(bytes[2 * i + 1]);
+    units[i] = static_cast<char16_t>(bigEndian ? a << 8 | b : b << 8 | a);
   }
-  return true;
+  try {
+    out = utf8::utf16to8(units);
+    return true;
+  } catch (const utf8::exception&) {
+    return false;
+  }
 }
 
 // Of well-formed UTF-8.
 std::string ToUtf16(std::string_view text, bool bigEndian) {
   std::string out;
   out.reserve(text.size() * 2);
-  const auto put = [&](std::uint32_t unit) {
-    const char low = static_cast<char>(unit & 0xFF), high = static_cast<char>(unit >> 8 & 0xFF);
+  for (const char16_t unit : utf8::utf8to16(text)) {
+    const char low = static_cast<char>(unit & 0xFF), high = static_cast<char>(unit >> 8);
     out += bigEndian ? high : low;
     out += bigEndian ? low : high;
-  };
-  for (std::size_t i = 0; i < text.size();) {
-    const auto byte = [&](std::size_t at) { return std::uint32_t{static_cast<unsigned char>(text[at])}; };
-    const std::uint32_t lead = byte(i);
-    const std::size_t length = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
-    std::uint32_t c = length == 1 ? lead : lead & (0xFFu >> (length + 1));
-    for (std::size_t k = 1; k < length; ++k) c = c << 6 | (byte(i + k) & 0x3F);
-    i += length;
-    if (c < 0x10000)
-      put(c);
-    else
-      put(0xD800 + ((c - 0x10000) >> 10)), put(0xDC00 + ((c - 0x10000) & 0x3FF));
   }
   return out;
-}
-
-// The length of the UTF-8 sequence at `s`, 0 when it is none.
-std::size_t SequenceLength(const unsigned char* s, std::size_t left) {
-  const auto follows = [&](std::size_t n, unsigned lowest, unsigned highest) -> std::size_t {
-    if (left <= n || s[1] < lowest || s[1] > highest) return 0;
-    for (std::size_t i = 2; i <= n; ++i)
-      if ((s[i] & 0xC0) != 0x80) return 0;
-    return n + 1;
-  };
-  const unsigned c = s[0];
-  if (c < 0x80) return c != 0 ? 1 : 0;
-  if (c >= 0xC2 && c < 0xE0) return follows(1, 0x80, 0xBF);
-  if (c == 0xE0) return follows(2, 0xA0, 0xBF);
-  if (c == 0xED) return follows(2, 0x80, 0x9F);
-  if (c > 0xE0 && c < 0xF0) return follows(2, 0x80, 0xBF);
-  if (c == 0xF0) return follows(3, 0x90, 0xBF);
-  if (c > 0xF0 && c < 0xF4) return follows(3, 0x80, 0xBF);
-  if (c == 0xF4) return follows(3, 0x80, 0x8F);
-  return 0;
 }
 
 }  // namespace
 
 bool IsXmlText(std::string_view text, std::size_t& wrong) {
-  const auto* const bytes = reinterpret_cast<const unsigned char*>(text.data());
   std::size_t i = 0;
   while (i < text.size()) {
     if (i + 8 <= text.size()) {  // eight ASCII characters at once, none of them zero
       std::uint64_t word = 0;
-      std::memcpy(&word, bytes + i, 8);
+      std::memcpy(&word, text.data() + i, 8);
       if (((word | (word - 0x0101010101010101u)) & 0x8080808080808080u) == 0) {
         i += 8;
         continue;
       }
     }
-    const std::size_t length = SequenceLength(bytes + i, text.size() - i);
-    if (length == 0) {
-      wrong = i;
-      return false;
-    }
-    i += length;
+    const auto isAscii = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
+    const auto from = text.begin() + static_cast<std::ptrdiff_t>(i);
+    const auto to = isAscii(*from) ? from + 1 : std::find_if(from, text.end(), isAscii);
+    const auto good = *from == '\0' ? from : utf8::find_invalid(from, to);
+    i = static_cast<std::size_t>(good - text.begin());
+    if (good == to) continue;
+    wrong = i;
+    return false;
   }
   return true;
 }
@@ -219,9 +183,9 @@ std::string TXmlDocument::Decode(std::string bytes) {
     FEncoding = bigEndian ? TEncoding::xeUtf16Be : TEncoding::xeUtf16Le;
     if (!FromUtf16(view.substr(2), bigEndian, FText)) return "1:1: the file is no well-formed UTF-16";
   } else {
-    if (view.starts_with("\xEF\xBB\xBF"sv)) {
+    if (view.starts_with(kByteOrderMark)) {
       FMark = true;
-      bytes.erase(0, 3);
+      bytes.erase(0, kByteOrderMark.size());
     }
     FText = std::move(bytes);
   }
@@ -304,7 +268,7 @@ void TXmlDocument::MakeNew(std::string_view rootName) {
 
 std::string TXmlDocument::Serialise() const {
   std::string text = WriteXml(*FDocument, FText);
-  if (FMark) text.insert(0, "\xEF\xBB\xBF");
+  if (FMark) text.insert(0, kByteOrderMark);
   return FEncoding == TEncoding::xeUtf8 ? text : ToUtf16(text, FEncoding == TEncoding::xeUtf16Be);
 }
 

@@ -1,7 +1,9 @@
 #include "ixocamglue/platform/xml/XmlWriter.h"
 
 #include <charconv>
+#include <iterator>
 #include <optional>
+#include <utf8.h>
 #include <vector>
 
 #include <pugixml.hpp>
@@ -41,7 +43,7 @@ bool Says(std::string_view raw, std::string_view value, bool attribute) {
   std::string read;
   for (std::size_t i = 0; i < raw.size();) {
     if (const auto entity = raw[i] == '&' ? EntityAt(raw.substr(i)) : std::nullopt) {
-      AppendUtf8(read, entity->Char);
+      utf8::unchecked::append(entity->Char, std::back_inserter(read));
       i += entity->Length;
     } else if (attribute && kBlanks.find(raw[i]) != std::string_view::npos) {
       i += raw.substr(i).starts_with("\r\n") ? 2U : 1U;
@@ -219,19 +221,6 @@ class TWriter {
 };
 
 }  // namespace
-
-void AppendUtf8(std::string& out, char32_t c) {
-  const auto put = [&](char32_t byte) { out += static_cast<char>(static_cast<unsigned char>(byte)); };
-  if (c < 0x80) {
-    put(c);
-  } else if (c < 0x800) {
-    put(0xC0 | c >> 6), put(0x80 | (c & 0x3F));
-  } else if (c < 0x10000) {
-    put(0xE0 | c >> 12), put(0x80 | (c >> 6 & 0x3F)), put(0x80 | (c & 0x3F));
-  } else {
-    put(0xF0 | c >> 18), put(0x80 | (c >> 12 & 0x3F)), put(0x80 | (c >> 6 & 0x3F)), put(0x80 | (c & 0x3F));
-  }
-}
 
 std::string WriteXml(const pugi::xml_document& document, std::string_view original) {
   TWriter writer(original);

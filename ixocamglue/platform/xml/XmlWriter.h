@@ -14,6 +14,4 @@ namespace ixocamglue {
 // `original` is the text that the document was parsed from, or empty.
 [[nodiscard]] std::string WriteXml(const pugi::xml_document& document, std::string_view original);
 
-void AppendUtf8(std::string& out, char32_t c);
-
 }  // namespace ixocamglue

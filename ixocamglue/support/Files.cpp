@@ -1,0 +1,64 @@
+#include "ixocamglue/support/Files.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace ixocamglue {
+namespace {
+
+int ReadAll(int file, std::uint64_t limit, std::string& bytes) {
+  struct stat status {};
+  if (::fstat(file, &status) != 0) return errno;
+  if (S_ISDIR(status.st_mode)) return EISDIR;
+  if (!S_ISREG(status.st_mode)) return EINVAL;
+  if (static_cast<std::uint64_t>(status.st_size) > limit) return EFBIG;
+  bytes.resize(static_cast<std::size_t>(status.st_size));
+  std::size_t done = 0;
+  while (true) {
+    if (done == bytes.size()) bytes.resize(done + 4096);  // it may have grown meanwhile
+    const auto got = ::read(file, bytes.data() + done, bytes.size() - done);
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) return errno;
+    if (got == 0) break;
+    done += static_cast<std::size_t>(got);
+    if (done > limit) return EFBIG;
+  }
+  bytes.resize(done);
+  return 0;
+}
+
+}  // namespace
+
+int ReadFile(const std::string& path, std::uint64_t limit, std::string& bytes) {
+  const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (file < 0) return errno;
+  const int error = ReadAll(file, limit, bytes);
+  ::close(file);
+  return error;
+}
+
+TResult<std::string> ReadFile(const std::filesystem::path& path) {
+  std::string bytes;
+  if (const int error = ReadFile(path.string(), ~std::uint64_t{0}, bytes))
+    return TProblem{
+        .What = "the file cannot be read", .Where = path.string(), .Why = std::system_category().message(error)};
+  return bytes;
+}
+
+TTempFolder::TTempFolder(const std::string& prefix) {
+  std::error_code error;
+  std::string name = (std::filesystem::temp_directory_path(error) / (prefix + "-XXXXXX")).string();
+  if (error || !mkdtemp(name.data())) throw EProblem(pbUnusable, name + ": no temporary folder can be made");
+  FPath = name;
+}
+
+TTempFolder::~TTempFolder() {
+  std::error_code ignored;
+  std::filesystem::remove_all(FPath, ignored);
+}
+
+}  // namespace ixocamglue

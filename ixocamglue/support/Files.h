@@ -1,0 +1,31 @@
+// Whole files and temporary folders. Any thread.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+
+#include "ixocamglue/support/Problem.h"
+
+namespace ixocamglue {
+
+// The whole regular file. Answers 0, or the errno value that says why it could not be read: EFBIG above `limit` bytes.
+[[nodiscard]] int ReadFile(const std::string& path, std::uint64_t limit, std::string& bytes);
+[[nodiscard]] TResult<std::string> ReadFile(const std::filesystem::path& path);
+
+// A folder of its own below the system's temporary one, removed with everything in it.
+class TTempFolder {
+ public:
+  // Throws EProblem where none can be made.
+  explicit TTempFolder(const std::string& prefix);
+  ~TTempFolder();
+  TTempFolder(const TTempFolder&) = delete;
+  TTempFolder& operator=(const TTempFolder&) = delete;
+
+  [[nodiscard]] const std::filesystem::path& Path() const { return FPath; }
+
+ private:
+  std::filesystem::path FPath;
+};
+
+}  // namespace ixocamglue
