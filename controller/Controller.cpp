@@ -3,11 +3,8 @@
 #include <algorithm>
 #include <iterator>
 
-#include "controller/HostTexts.h"
+#include "controller/Texts.h"
 #include "controller/gas/GasDescent.h"
-#include "controller/gas/GasTexts.h"
-#include "controller/panel/PanelTexts.h"
-#include "controller/procedures/ProcedureTexts.h"
 #include "ixocamglue/alarms/Ualarmdefs.h"
 #include "ixocamglue/alarms/Ualarmmanager.h"
 #include "ixocamglue/config/Uassistconfig.h"
@@ -38,8 +35,7 @@ TController::TController(TControllerOptions options)
   if (const std::string problem = FLocaleManager.ChangeLanguage(FOptions.Language); !problem.empty())
     FNotices.push_back(problem);
   std::ranges::move(FLibrary->LoadLocaleResources(), std::back_inserter(FNotices));
-  for (const auto& texts : {HostTexts(), PanelTexts(), ProcedureTexts(), GasTexts()})
-    std::ranges::move(FLocale.Apply(texts), std::back_inserter(FNotices));
+  for (const TTextList texts : kControllerTexts) std::ranges::move(FLocale.Apply(texts), std::back_inserter(FNotices));
 
   FFramework.emplace(TNcStateOptions{.SafeEntry = FOptions.SafeEntry});
   FMachine.emplace(FSimConfig, FOptions.Seed, *FFramework, FGate, FOptions.Parts);
@@ -67,9 +63,6 @@ TController::~TController() {
     FFramework->RunOnce();
   }
   TCustomMotionState::SetStateMotion(nullptr);
-  // The locale reader owns the texts that are installed.
-  for (const auto& texts : {HostTexts(), PanelTexts(), ProcedureTexts(), GasTexts()})
-    for (TText* text : texts) text->Set(nullptr);
 }
 
 void TController::MakeSupervisor() {

@@ -1,42 +1,70 @@
 // The operator texts of the program: catalogue section "IxoCut", the key is the constant's name.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
-#include <span>
-#include <string>
-#include <type_traits>
+#include <limits>
 
-#include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
 using namespace ixocamglue;
 
-extern constinit TText SRowState, SRowEmission, SRowLaser, SRowGas;  // names of the timeline's rows
-extern constinit TText SShotTitle, SShotEnded, SShotTooEarly, SShotNotDark;
-extern constinit TText SEndSuccess, SEndStopped, SEndPaused, SEndAlarm, SEndError, SEndRefused, SEndNever;
-extern constinit TText SAskedAlarm, SSignalStop;
-extern constinit TText SWatchBusy, SWatchEmission, SWatchLaser, SWatchGas, SWatchBeat, SWatchEmergency;
-extern constinit TText SWatchAlarm, SWatchStop, SWatchLatch;
-extern constinit TText SLinesDropped;
-extern constinit TText SRunSteps, SRunPath, SRunStillOn, SRunFailed, SRunFailedAt;
-extern constinit TText SRowOutput, SRowFollow, SPlotPath, SPlotZ, SPlotSignals;
+// Names of the timeline's rows.
+inline constinit TText SRowState{"IxoCut", "SRowState", "状态"};
+inline constinit TText SRowEmission{"IxoCut", "SRowEmission", "光闸"};
+inline constinit TText SRowLaser{"IxoCut", "SRowLaser", "激光"};
+inline constinit TText SRowGas{"IxoCut", "SRowGas", "气体"};
 
-[[nodiscard]] std::span<TText* const> HostTexts();
+inline constinit TText SShotTitle{"IxoCut", "SShotTitle", "%s：%d 毫秒"};
+inline constinit TText SShotEnded{"IxoCut", "SShotEnded", "%s，用时 %d 毫秒"};
+inline constinit TText SShotTooEarly{"IxoCut", "SShotTooEarly", "%s %d：程序在此之前已结束"};
+inline constinit TText SShotNotDark{"IxoCut", "SShotNotDark", "程序结束后激光或光闸仍未关闭"};
 
-// An operator text with its arguments. The locale reader lets only texts with the default's conversions in, so what
-// fits the default fits every language.
-template <class... Args>
-[[nodiscard]] std::string Show(const TText& text, Args... args) {
-  static_assert(((std::is_same_v<Args, int> || std::is_same_v<Args, const char*>)&&...));
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-#pragma GCC diagnostic ignored "-Wformat-security"
-  return Format(text.Get(), args...);
-#pragma GCC diagnostic pop
-}
+inline constinit TText SEndSuccess{"IxoCut", "SEndSuccess", "执行成功"};
+inline constinit TText SEndStopped{"IxoCut", "SEndStopped", "已停止"};
+inline constinit TText SEndPaused{"IxoCut", "SEndPaused", "已暂停"};
+inline constinit TText SEndAlarm{"IxoCut", "SEndAlarm", "因报警结束"};
+inline constinit TText SEndError{"IxoCut", "SEndError", "执行出错：%s"};
+inline constinit TText SEndRefused{"IxoCut", "SEndRefused", "未能进入执行状态"};
+inline constinit TText SEndNever{"IxoCut", "SEndNever", "未在时限内结束"};
+
+inline constinit TText SAskedAlarm{"IxoCut", "SAskedAlarm", "命令行要求的报警：禁止运动"};
+inline constinit TText SSignalStop{"IxoCut", "SSignalStop", "收到中断信号，停止执行"};
+
+inline constinit TText SWatchBusy{"IxoCut", "SWatchBusy", "等待条件已持续 %d 毫秒（上限 %d 毫秒）"};
+inline constinit TText SWatchEmission{"IxoCut", "SWatchEmission", "请求开光闸 %d 毫秒后光闸仍未打开（上限 %d 毫秒）"};
+inline constinit TText SWatchLaser{"IxoCut", "SWatchLaser", "激光已持续打开 %d 毫秒（上限 %d 毫秒）"};
+inline constinit TText SWatchGas{"IxoCut", "SWatchGas", "气体已持续打开 %d 毫秒（上限 %d 毫秒）"};
+inline constinit TText SWatchBeat{"IxoCut", "SWatchBeat", "状态线程已 %d 毫秒没有心跳（上限 %d 毫秒）"};
+inline constinit TText SWatchEmergency{"IxoCut", "SWatchEmergency", "急停"};
+inline constinit TText SWatchAlarm{"IxoCut", "SWatchAlarm", "监视：%s；报警"};
+inline constinit TText SWatchStop{"IxoCut", "SWatchStop", "监视：%s；停止执行"};
+inline constinit TText SWatchLatch{"IxoCut", "SWatchLatch", "监视：%s；锁定激光，需手动复位"};
+
+inline constinit TText SLinesDropped{"IxoCut", "SLinesDropped", "日志队列已满，丢失 %d 行"};
+
+inline constinit TText SRunSteps{"IxoCut", "SRunSteps", "步骤（开始、用时，毫秒）："};
+inline constinit TText SRunPath{"IxoCut", "SRunPath", "路径长度：XY %s 毫米，Z %s 毫米"};
+inline constinit TText SRunStillOn{"IxoCut", "SRunStillOn", "仍然打开：%s"};
+inline constinit TText SRunFailed{"IxoCut", "SRunFailed", "执行出错"};
+inline constinit TText SRunFailedAt{"IxoCut", "SRunFailedAt", "出错的步骤（由外到内）："};
+inline constinit TText SRowOutput{"IxoCut", "SRowOutput", "输出口"};
+inline constinit TText SRowFollow{"IxoCut", "SRowFollow", "跟随"};
+inline constinit TText SPlotPath{"IxoCut", "SPlotPath", "XY 路径（毫米）"};
+inline constinit TText SPlotZ{"IxoCut", "SPlotZ", "Z（毫米）"};
+inline constinit TText SPlotSignals{"IxoCut", "SPlotSignals", "信号"};
+
+inline constexpr auto kHostTexts =
+    TextList(SRowState, SRowEmission, SRowLaser, SRowGas, SShotTitle, SShotEnded, SShotTooEarly, SShotNotDark,
+             SEndSuccess, SEndStopped, SEndPaused, SEndAlarm, SEndError, SEndRefused, SEndNever, SAskedAlarm,
+             SSignalStop, SWatchBusy, SWatchEmission, SWatchLaser, SWatchGas, SWatchBeat, SWatchEmergency, SWatchAlarm,
+             SWatchStop, SWatchLatch, SLinesDropped, SRunSteps, SRunPath, SRunStillOn, SRunFailed, SRunFailedAt,
+             SRowOutput, SRowFollow, SPlotPath, SPlotZ, SPlotSignals);
 
 // Milliseconds for a %d.
-[[nodiscard]] int ShownMs(std::uint64_t ms);
+[[nodiscard]] inline int ShownMs(std::uint64_t ms) {
+  return static_cast<int>(std::min<std::uint64_t>(ms, std::numeric_limits<int>::max()));
+}
 
 }  // namespace ixocontroller

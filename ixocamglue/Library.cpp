@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <iterator>
-#include <span>
 
 #include "ixocamglue/alarms/Almintprt.h"
 #include "ixocamglue/alarms/Ualarmmanager.h"
@@ -21,7 +20,6 @@
 #include "ixocamglue/platform/services/Locale.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/support/Faults.h"
-#include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
 namespace {
@@ -30,7 +28,6 @@ struct TUnit {
   const char* Name;
   void (*Start)();
   void (*Free)();
-  std::span<TText* const> (*Texts)();
 };
 
 // Faults reach the application log; before and after the library's life they are silent.
@@ -40,20 +37,23 @@ void StartFaultReport() {
 void FreeFaultReport() { SetFaultHandler(nullptr); }
 
 constexpr TUnit kUnits[] = {
-    {"Faults", StartFaultReport, FreeFaultReport, nullptr},
-    {"Uassistconfig", StartAssistConfig, FreeAssistConfig, nullptr},
-    {"Libmachinecfg", StartMachineQueries, FreeMachineQueries, MachineQueryTexts},
-    {"Udevthrdcomm", nullptr, nullptr, ModbusTexts},
-    {"Almintprt", StartAlarmInterpreter, FreeAlarmInterpreter, AlarmTexts},
-    {"Ualarmmanager", StartAlarmManager, FreeAlarmManager, nullptr},
-    {"Ustatemotionbase", StartMotionController, FreeMotionController, MotionTexts},
-    {"Uzemgasadjustmodel", ZemGasAdjustModel_Create, ZemGasAdjustModel_Destroy, GasAdjustTexts},
-    {"Kbpmngr", StartKBPManager, FreeKBPManager, KBPTexts},
-    {"Uknob", nullptr, FreeKnob, nullptr},  // made at the first call
-    {"Usystemmonitordef", nullptr, nullptr, MonitorTexts},
+    {"Faults", StartFaultReport, FreeFaultReport},
+    {"Uassistconfig", StartAssistConfig, FreeAssistConfig},
+    {"Libmachinecfg", StartMachineQueries, FreeMachineQueries},
+    {"Almintprt", StartAlarmInterpreter, FreeAlarmInterpreter},
+    {"Ualarmmanager", StartAlarmManager, FreeAlarmManager},
+    {"Ustatemotionbase", StartMotionController, FreeMotionController},
+    {"Uzemgasadjustmodel", ZemGasAdjustModel_Create, ZemGasAdjustModel_Destroy},
+    {"Kbpmngr", StartKBPManager, FreeKBPManager},
+    {"Uknob", nullptr, FreeKnob},  // made at the first call
 };
 
+constexpr TTextList kTexts[] = {kMachineQueryTexts, kModbusTexts, kAlarmTexts,  kMotionTexts,
+                                kGasAdjustTexts,    kKBPTexts,    kMonitorTexts};
+
 }  // namespace
+
+std::span<const TTextList> LibraryTexts() { return kTexts; }
 
 TLibrary::TLibrary() {
   for (const TUnit& unit : kUnits)
@@ -61,21 +61,15 @@ TLibrary::TLibrary() {
 }
 
 TLibrary::~TLibrary() {
-  for (auto unit = std::rbegin(kUnits); unit != std::rend(kUnits); ++unit) {
+  for (auto unit = std::rbegin(kUnits); unit != std::rend(kUnits); ++unit)
     if (unit->Free) unit->Free();
-    if (unit->Texts)
-      for (TText* text : unit->Texts()) text->Set(nullptr);
-  }
 }
 
 std::vector<std::string> TLibrary::LoadLocaleResources() {
   std::vector<std::string> refused;
   TLocaleReader* const reader = LocaleReader();
   if (!reader) return refused;
-  for (const TUnit& unit : kUnits) {
-    if (!unit.Texts) continue;
-    std::ranges::move(reader->Apply(unit.Texts()), std::back_inserter(refused));
-  }
+  for (const TTextList texts : kTexts) std::ranges::move(reader->Apply(texts), std::back_inserter(refused));
   if (TGasTypeDic* const gases = GasTypeDic()) gases->LoadLocaleResources();
   return refused;
 }

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "ixocamglue/support/Texts.h"
+
 namespace ixocamglue {
 
 class TLibrary {
@@ -21,5 +23,8 @@ class TLibrary {
   // the entries that were refused, a line each.
   std::vector<std::string> LoadLocaleResources();
 };
+
+// The lists of all units.
+[[nodiscard]] std::span<const TTextList> LibraryTexts();
 
 }  // namespace ixocamglue

@@ -4,40 +4,9 @@
 #include <cmath>
 #include <optional>
 
-#include "controller/HostTexts.h"
+#include "controller/gas/GasTexts.h"
 
 namespace ixocontroller {
-
-constinit TText SVerdictTitle{"IxoCut", "SVerdictTitle", "%s，喷嘴 %s %s 毫米：%s 个测点，最高 %s bar"};
-constinit TText SVerdictReadings{"IxoCut", "SVerdictReadings", "%s 的读数不是数值：检查传感器及其接线"};
-constinit TText SVerdictFrozen{"IxoCut", "SVerdictFrozen", "所有 %s 个读数完全相同：传感器无响应"};
-constinit TText SVerdictUnsettled{"IxoCut", "SVerdictUnsettled", "%s 个测点的气压未稳定：检查气路是否泄漏或堵塞"};
-constinit TText SVerdictFlat{"IxoCut", "SVerdictFlat", "气压变化只有 %s bar，不随电压变化：检查比例阀、供气和传感器"};
-constinit TText SVerdictNoise{"IxoCut", "SVerdictNoise", "读数波动 %s bar（%s），正常"};
-constinit TText SVerdictNoiseBad{"IxoCut", "SVerdictNoiseBad", "读数波动 %s bar（%s），过大：检查传感器接线和屏蔽"};
-constinit TText SVerdictDrift{"IxoCut", "SVerdictDrift", "稳定后气压每秒变化不超过 %s"};
-constinit TText SVerdictDriftBad{"IxoCut", "SVerdictDriftBad",
-                                 "%s V 时气压仍以每秒 %s 变化：气路过慢或泄漏，该点不可靠"};
-constinit TText SVerdictDeadBand{"IxoCut", "SVerdictDeadBand", "阀在 %s V 开启，正常"};
-constinit TText SVerdictDeadBandBad{"IxoCut", "SVerdictDeadBandBad", "阀到 %s V 才开启：死区过大，检查阀的零点"};
-constinit TText SVerdictRising{"IxoCut", "SVerdictRising", "气压一直升到满量程，未饱和（有效范围 %s V）"};
-constinit TText SVerdictSaturation{"IxoCut", "SVerdictSaturation", "%s V 起饱和，有效范围 %s V"};
-constinit TText SVerdictSaturationBad{"IxoCut", "SVerdictSaturationBad",
-                                      "%s V 起饱和，有效范围仅 %s V：电压的微小变化引起气压大幅变化"};
-constinit TText SVerdictHysteresis{"IxoCut", "SVerdictHysteresis", "上行与下行相差最多 %s bar（%s），正常"};
-constinit TText SVerdictHysteresisBad{"IxoCut", "SVerdictHysteresisBad",
-                                      "%s V 时上行与下行相差 %s bar（%s）：阀芯卡涩或磨损"};
-constinit TText SVerdictSupply{"IxoCut", "SVerdictSupply", "最高 %s bar，为该气路允许值的 %s"};
-constinit TText SVerdictSupplyBad{"IxoCut", "SVerdictSupplyBad", "最高只有 %s bar，为该气路允许值的 %s：供气压力过低"};
-
-std::span<TText* const> GasVerdictTexts() {
-  static constexpr TText* kTexts[] = {
-      &SVerdictTitle,         &SVerdictReadings, &SVerdictFrozen,     &SVerdictUnsettled,     &SVerdictFlat,
-      &SVerdictNoise,         &SVerdictNoiseBad, &SVerdictDrift,      &SVerdictDriftBad,      &SVerdictDeadBand,
-      &SVerdictDeadBandBad,   &SVerdictRising,   &SVerdictSaturation, &SVerdictSaturationBad, &SVerdictHysteresis,
-      &SVerdictHysteresisBad, &SVerdictSupply,   &SVerdictSupplyBad};
-  return kTexts;
-}
 
 namespace {
 

@@ -1,12 +1,10 @@
 // What a recorded gas calibration says about the valve, its line, its supply and its sensor. V, bar, ms.
 #pragma once
 
-#include <span>
 #include <string>
 #include <vector>
 
 #include "controller/gas/GasRecording.h"
-#include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
 
@@ -21,8 +19,5 @@ struct TGasFinding {
 // In a fixed order. Where the pressure does not answer to the voltage, nothing is said about the curve; hysteresis is
 // judged where voltages were measured a second time on the way down.
 [[nodiscard]] std::vector<TGasFinding> JudgeGas(const TRecordedGas& gas);
-
-extern constinit TText SVerdictTitle;
-[[nodiscard]] std::span<TText* const> GasVerdictTexts();
 
 }  // namespace ixocontroller

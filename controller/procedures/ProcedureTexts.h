@@ -1,18 +1,29 @@
 // The operator texts of the host's own procedures: catalogue section "IxoCut", the key is the constant's name.
 #pragma once
 
-#include <span>
-
 #include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
 using namespace ixocamglue;
 
-extern constinit TText SNozzleChangeDesc;
-extern constinit TText SRackOver, SRackCapOpen, SRackCapClose, SRackStageUp, SRackStageDown, SRackWait, SRackCheck,
-    SRackTakeOff, SRackPutOn, SRackRaise, SRackOutputsOff, SRackCalibrate;
-extern constinit TText SInputCheckDesc, SInputNotMet;
+inline constinit TText SNozzleChangeDesc{"IxoCut", "SNozzleChangeDesc", "更换喷嘴"};
+inline constinit TText SRackOver{"IxoCut", "SRackOver", "移到喷嘴位 %d,%d 上方"};
+inline constinit TText SRackCapOpen{"IxoCut", "SRackCapOpen", "打开喷嘴库盖"};
+inline constinit TText SRackCapClose{"IxoCut", "SRackCapClose", "关闭喷嘴库盖"};
+inline constinit TText SRackStageUp{"IxoCut", "SRackStageUp", "升起喷嘴台"};
+inline constinit TText SRackStageDown{"IxoCut", "SRackStageDown", "降下喷嘴台"};
+inline constinit TText SRackWait{"IxoCut", "SRackWait", "等待：%s"};
+inline constinit TText SRackCheck{"IxoCut", "SRackCheck", "检查：%s"};
+inline constinit TText SRackTakeOff{"IxoCut", "SRackTakeOff", "卸下喷嘴 %d（%s）"};
+inline constinit TText SRackPutOn{"IxoCut", "SRackPutOn", "安装喷嘴 %d（%s）"};
+inline constinit TText SRackRaise{"IxoCut", "SRackRaise", "升到安全高度"};
+inline constinit TText SRackOutputsOff{"IxoCut", "SRackOutputsOff", "关闭喷嘴库输出"};
+inline constinit TText SRackCalibrate{"IxoCut", "SRackCalibrate", "标定电容"};
+inline constinit TText SInputCheckDesc{"IxoCut", "SInputCheckDesc", "检查输入口 %d"};
+inline constinit TText SInputNotMet{"IxoCut", "SInputNotMet", "输入口 %d 没有到位"};
 
-[[nodiscard]] std::span<TText* const> ProcedureTexts();
+inline constexpr auto kProcedureTexts = TextList(
+    SNozzleChangeDesc, SRackOver, SRackCapOpen, SRackCapClose, SRackStageUp, SRackStageDown, SRackWait, SRackCheck,
+    SRackTakeOff, SRackPutOn, SRackRaise, SRackOutputsOff, SRackCalibrate, SInputCheckDesc, SInputNotMet);
 
 }  // namespace ixocontroller

@@ -181,7 +181,7 @@ std::atomic<bool> GMayCreate{false};
 // On a change of language, possibly before this unit's texts were reloaded by anybody else.
 void ReloadAlarmTexts() {
   try {
-    if (TLocaleReader* const reader = LocaleReader()) (void)reader->Apply(AlarmTexts());
+    if (TLocaleReader* const reader = LocaleReader()) (void)reader->Apply(kAlarmTexts);
     if (TAlarmInterpreter* const interpreter = GInterpreter.load(std::memory_order_acquire))
       interpreter->InitAlarmDict();
   } catch (...) {

@@ -1,16 +1,14 @@
 // The operator texts of alarms/: catalogue section "CamGlue", the key is the constant's name.
 #pragma once
 
-#include <span>
-
 #include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
 
-extern constinit TText SAlarm;        // the type of an alarm that nobody has defined
-extern constinit TText SAlarmPrompt;  // with its own colon
-extern constinit TText SAlarmRemove;
+inline constinit TText SAlarm{"CamGlue", "SAlarm", "报警"};  // the type of an alarm that nobody has defined
+inline constinit TText SAlarmPrompt{"CamGlue", "SAlarmPrompt", "出现报警："};  // with its own colon
+inline constinit TText SAlarmRemove{"CamGlue", "SAlarmRemove", "报警解除："};
 
-[[nodiscard]] std::span<TText* const> AlarmTexts();
+inline constexpr auto kAlarmTexts = TextList(SAlarm, SAlarmPrompt, SAlarmRemove);
 
 }  // namespace ixocamglue

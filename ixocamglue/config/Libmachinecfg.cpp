@@ -11,13 +11,6 @@
 namespace ixocamglue {
 namespace {
 
-constinit TText SGasAir{"LibMachineCfg", "SGasAir", "空气"};
-constinit TText SGasO2{"LibMachineCfg", "SGasO2", "氧气"};
-constinit TText SGasN2{"LibMachineCfg", "SGasN2", "氮气"};
-constinit TText SGasHAir{"LibMachineCfg", "SGasHAir", "高压空气"};
-constinit TText SGasHO2{"LibMachineCfg", "SGasHO2", "高压氧气"};
-constinit TText SGasHN2{"LibMachineCfg", "SGasHN2", "高压氮气"};
-
 struct TGasType {
   std::string_view Text;
   std::int32_t Value;
@@ -200,10 +193,5 @@ void StartMachineQueries() {
   Dic()->Reset();
 }
 void FreeMachineQueries() { Dic().reset(); }
-
-std::span<TText* const> MachineQueryTexts() {
-  static constexpr TText* kTexts[] = {&SGasAir, &SGasO2, &SGasN2, &SGasHAir, &SGasHO2, &SGasHN2};
-  return kTexts;
-}
 
 }  // namespace ixocamglue

@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -13,6 +12,14 @@
 #include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
+
+inline constinit TText SGasAir{"LibMachineCfg", "SGasAir", "空气"};
+inline constinit TText SGasO2{"LibMachineCfg", "SGasO2", "氧气"};
+inline constinit TText SGasN2{"LibMachineCfg", "SGasN2", "氮气"};
+inline constinit TText SGasHAir{"LibMachineCfg", "SGasHAir", "高压空气"};
+inline constinit TText SGasHO2{"LibMachineCfg", "SGasHO2", "高压氧气"};
+inline constinit TText SGasHN2{"LibMachineCfg", "SGasHN2", "高压氮气"};
+inline constexpr auto kMachineQueryTexts = TextList(SGasAir, SGasO2, SGasN2, SGasHAir, SGasHO2, SGasHN2);
 
 // 1 "Air" ... 6 "H-N2", exactly so spelled; -1 for anything else.
 [[nodiscard]] std::int32_t GetGasTypeFromStr(std::string_view text);
@@ -72,6 +79,5 @@ class TGasTypeDic {
 // The unit's part of the library's life.
 void StartMachineQueries();
 void FreeMachineQueries();
-[[nodiscard]] std::span<TText* const> MachineQueryTexts();
 
 }  // namespace ixocamglue

@@ -26,16 +26,6 @@ TGasBranchConfig* Branch(std::int32_t gasType) {
   return config ? config->GetGasBranch(gasType) : nullptr;
 }
 
-// The locale reader lets only texts with the default's conversions in.
-template <class... Args>
-std::string Show(const TText& text, Args... args) {
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-#pragma GCC diagnostic ignored "-Wformat-security"
-  return Format(text.Get(), args...);
-#pragma GCC diagnostic pop
-}
-
 }  // namespace
 
 std::string AdjustPointText(double volt, double press) { return Format(SAdjustPoint, volt, press); }

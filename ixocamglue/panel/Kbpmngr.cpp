@@ -17,13 +17,6 @@
 
 namespace ixocamglue {
 
-constinit TText SMsgKBPanelNotAllowKeyDown1{"CamGlue", "SMsgKBPanelNotAllowKeyDown1", "当前界面不允许使用该按键"};
-constinit TText SMsgKBPanelNotAllowKeyDown2{"CamGlue", "SMsgKBPanelNotAllowKeyDown2",
-                                            "当前存在报警，该按键的操作可能无法执行"};
-constinit TText SMsgKBPanelNotAllowKeyDown3{"CamGlue", "SMsgKBPanelNotAllowKeyDown3", "当前机床状态不允许使用该按键"};
-constinit TText SMsgKBPanelNotAllowKeyDown4{"CamGlue", "SMsgKBPanelNotAllowKeyDown4",
-                                            "存在未处理的维护警告，不允许使用该按键"};
-
 namespace {
 
 constexpr const char* kCategory = "CtrlRemote";
@@ -283,11 +276,5 @@ TKeyMask TKBPManager::GetLEDState() {
 TKBPManager* KBPManager() { return Slot().get(); }
 void StartKBPManager() { Slot() = std::make_unique<TKBPManager>(); }
 void FreeKBPManager() { Slot().reset(); }
-
-std::span<TText* const> KBPTexts() {
-  static constexpr TText* kTexts[] = {&SMsgKBPanelNotAllowKeyDown1, &SMsgKBPanelNotAllowKeyDown2,
-                                      &SMsgKBPanelNotAllowKeyDown3, &SMsgKBPanelNotAllowKeyDown4};
-  return kTexts;
-}
 
 }  // namespace ixocamglue

@@ -44,8 +44,16 @@ inline constexpr std::uint32_t kPanelKeyMessage = 1275;
 inline constexpr std::string_view kNoForbidden = "NoForbidden";
 inline constexpr std::string_view kAllowKeys = "KBPManagerAllowKeys";
 
-extern constinit TText SMsgKBPanelNotAllowKeyDown1, SMsgKBPanelNotAllowKeyDown2, SMsgKBPanelNotAllowKeyDown3,
-    SMsgKBPanelNotAllowKeyDown4;
+inline constinit TText SMsgKBPanelNotAllowKeyDown1{"CamGlue", "SMsgKBPanelNotAllowKeyDown1",
+                                                   "当前界面不允许使用该按键"};
+inline constinit TText SMsgKBPanelNotAllowKeyDown2{"CamGlue", "SMsgKBPanelNotAllowKeyDown2",
+                                                   "当前存在报警，该按键的操作可能无法执行"};
+inline constinit TText SMsgKBPanelNotAllowKeyDown3{"CamGlue", "SMsgKBPanelNotAllowKeyDown3",
+                                                   "当前机床状态不允许使用该按键"};
+inline constinit TText SMsgKBPanelNotAllowKeyDown4{"CamGlue", "SMsgKBPanelNotAllowKeyDown4",
+                                                   "存在未处理的维护警告，不允许使用该按键"};
+inline constexpr auto kKBPTexts = TextList(SMsgKBPanelNotAllowKeyDown1, SMsgKBPanelNotAllowKeyDown2,
+                                           SMsgKBPanelNotAllowKeyDown3, SMsgKBPanelNotAllowKeyDown4);
 
 // What becomes of a press.
 //
@@ -166,6 +174,5 @@ class TKBPManager {
 // The library's life makes and frees it.
 void StartKBPManager();
 void FreeKBPManager();
-[[nodiscard]] std::span<TText* const> KBPTexts();
 
 }  // namespace ixocamglue

@@ -4,12 +4,11 @@
 #include <nlohmann/json.hpp>
 
 #include "controller/StateFolder.h"
-#include "ixocamglue/Library.h"
 #include "ixocamglue/config/Libmachinecfg.h"
 #include "ixocamglue/config/Ucamglue.h"
-#include "ixocamglue/platform/services/Locale.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocut/CommandLine.h"
+#include "ixocut/OperatorTexts.h"
 #include "ixocut/config/ConfigCommand.h"
 
 namespace ixocut {
@@ -38,12 +37,7 @@ struct TInfoOptions {
 int RunInfo(const std::filesystem::path& file, const std::string& language, bool json, std::ostream& out) {
   TMachineFile machine;
   machine.Load(file);
-  TLocaleReader locale(ShareFolder() / "locale");
-  const TInstalled<TLocaleReader> installed(locale);
-  TLibrary library;
-  if (const std::string problem = locale.SelectLanguage(language); !problem.empty())
-    std::cerr << "ixocut info: " << problem << std::endl;
-  for (const std::string& refused : library.LoadLocaleResources()) std::cerr << "ixocut info: " << refused << std::endl;
+  const TOperatorTexts texts("info", language);
 
   const TGasTypeDic& gases = *GasTypeDic();
   const std::string model = machine.Config().CutHead().Model;

@@ -6,14 +6,13 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
-#include "controller/HostTexts.h"
-#include "controller/StateFolder.h"
+#include "controller/gas/GasTexts.h"
 #include "controller/gas/GasVerdict.h"
-#include "ixocamglue/platform/services/Locale.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/ValueText.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/Console.h"
+#include "ixocut/OperatorTexts.h"
 #include "ixocut/gas/GasCommand.h"
 
 namespace ixocut {
@@ -25,25 +24,6 @@ struct TVerdictOptions {
   bool Json = false;
 };
 
-// The operator's texts for the life of the command.
-class TTexts {
- public:
-  explicit TTexts(const std::string& language) {
-    if (const std::string problem = FLocale.SelectLanguage(language); !problem.empty())
-      std::cerr << "ixocut gas: " << problem << std::endl;
-    for (const std::string& refused : FLocale.Apply(GasVerdictTexts()))
-      std::cerr << "ixocut gas: " << refused << std::endl;
-  }
-  ~TTexts() {
-    for (TText* const text : GasVerdictTexts()) text->Set(nullptr);
-  }
-  TTexts(const TTexts&) = delete;
-  TTexts& operator=(const TTexts&) = delete;
-
- private:
-  TLocaleReader FLocale{ShareFolder() / "locale"};
-};
-
 std::string HighestOf(const TRecordedGas& gas) {
   double highest = 0.0;
   for (const TRecordedGasPoint& point : gas.Points) highest = std::max(highest, point.Settled.value_or(0.0));
@@ -51,7 +31,7 @@ std::string HighestOf(const TRecordedGas& gas) {
 }
 
 int RunVerdict(const TVerdictOptions& options, std::ostream& out) {
-  const TTexts texts(options.Language);
+  const TOperatorTexts texts("gas", options.Language);
   const TGasRecording recording = ReadGasRecording(options.File);
   TConsole console(out, options.Json, false);
   bool good = true;

@@ -5,35 +5,16 @@
 
 #include <CLI/CLI.hpp>
 
-#include "controller/StateFolder.h"
-#include "ixocamglue/Library.h"
-#include "ixocamglue/platform/services/Locale.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocut/CommandLine.h"
+#include "ixocut/OperatorTexts.h"
 
 namespace ixocut {
-using namespace ixocontroller;
 namespace {
 
 struct TMonitorOptions {
   std::string File, Other, Out, To = "columns", Language = "zh";
   bool Json = false;
-};
-
-// The operator's captions for the life of one command.
-class TCaptions {
- public:
-  explicit TCaptions(const std::string& language) {
-    if (const std::string problem = FLocale.SelectLanguage(language); !problem.empty())
-      std::cerr << "ixocut monitor: " << problem << std::endl;
-    for (const std::string& refused : FLibrary.LoadLocaleResources())
-      std::cerr << "ixocut monitor: " << refused << std::endl;
-  }
-
- private:
-  TLocaleReader FLocale{ShareFolder() / "locale"};
-  TInstalled<TLocaleReader> FInstalled{FLocale};
-  TLibrary FLibrary;
 };
 
 using TOptionsPtr = std::shared_ptr<TMonitorOptions>;
@@ -44,7 +25,7 @@ CLI::App* AddOne(CLI::App& monitor, TCommandRun& run, const TOptionsPtr& options
   AddLanguageOption(*command, options->Language);
   command->callback([options, act, &run] {
     run = [options, act] {
-      const TCaptions captions(options->Language);
+      const TOperatorTexts texts("monitor", options->Language);
       return act(*options);
     };
   });

@@ -181,18 +181,6 @@ TEST_F(GasRecordings, WhatIsNoRecordingIsRefusedWithThePlace) {
   EXPECT_THROW((void)ReadGasRecording(FDir.Path().string()), EProblem);
 }
 
-TEST(GasTexts, EveryTextIsTranslated) {
-  TLocaleReader reader(ShareFolder() / "locale");
-  ASSERT_EQ(reader.SelectLanguage("en"), "");
-  for (const auto& texts : {GasTexts(), GasVerdictTexts()}) {
-    EXPECT_THAT(reader.Apply(texts), testing::IsEmpty());
-    for (TText* text : texts) {
-      EXPECT_STRNE(text->Get(), text->Default) << text->Key;
-      text->Set(nullptr);
-    }
-  }
-}
-
 TEST_F(GasRecordings, ACalibratedMachineReachesItsPressuresAndItsRecordingIsJudged) {
   const auto ixocut = [&](const std::string& arguments) {
     const int status = std::system(

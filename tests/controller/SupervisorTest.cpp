@@ -112,15 +112,5 @@ TEST(Timeline, EveryPulseIsSeenAndTheScaleFits) {
   EXPECT_EQ(late.Json()[0]["on"].size(), 0U);
 }
 
-TEST(HostTexts, EveryTextIsTranslated) {
-  TLocaleReader reader(ShareFolder() / "locale");
-  ASSERT_EQ(reader.SelectLanguage("en"), "");
-  EXPECT_THAT(reader.Apply(HostTexts()), testing::IsEmpty());
-  for (TText* text : HostTexts()) {
-    EXPECT_STRNE(text->Get(), text->Default) << text->Key;
-    text->Set(nullptr);
-  }
-}
-
 }  // namespace
 }  // namespace ixocamglue::test

@@ -151,11 +151,18 @@ constinit TText SPlain{"CamGlue", "SPlain", "关"};
 constinit TText SFormatted{"CamGlue", "SFormatted", "%d 毫米"};
 
 TEST(LocaleTexts, ATranslatorCannotCrashTheMachineAndEveryFailureFallsBackToTheDefault) {
-  TTempDir dir;
+  const TTempDir dir;
   std::ofstream(dir.Path() / "en.json") << R"({"CamGlue": {"SPlain": "off", "SFormatted": "%s mm"}})";
   std::ofstream(dir.Path() / "xx.json") << "{ broken";
+  const auto texts = TextList(SPlain, SFormatted);
+  {
+    TLocaleReader shortLived(dir.Path());
+    EXPECT_EQ(shortLived.SelectLanguage("en"), "");
+    shortLived.Apply(texts);
+    EXPECT_STREQ(SPlain.Get(), "off");
+  }
+  EXPECT_STREQ(SPlain.Get(), "关") << "a text into a reader that is gone";
   TLocaleReader reader(dir.Path());
-  TText* const texts[] = {&SPlain, &SFormatted};
   EXPECT_EQ(reader.SelectLanguage("en"), "");
   EXPECT_EQ(reader.Apply(texts).size(), 1u);
   const char* const held = SPlain.Get();

@@ -7,6 +7,11 @@
 
 namespace ixocamglue {
 
+TLocaleReader::~TLocaleReader() {
+  for (const auto& [text, installed] : FInstalled)
+    if (text->Get() == installed) text->Set(nullptr);
+}
+
 std::string TLocaleReader::SelectLanguage(std::string_view language) {
   std::map<std::string, std::string> entries;
   std::string problem;
@@ -30,7 +35,7 @@ std::string TLocaleReader::SelectLanguage(std::string_view language) {
   return problem;
 }
 
-std::vector<std::string> TLocaleReader::Apply(std::span<TText* const> texts) {
+std::vector<std::string> TLocaleReader::Apply(TTextList texts) {
   std::vector<std::string> refused;
   TGuard guard(FLock);
   for (TText* text : texts) {
@@ -38,7 +43,7 @@ std::vector<std::string> TLocaleReader::Apply(std::span<TText* const> texts) {
     if (it == FEntries.end()) {
       text->Set(nullptr);
     } else if (SameConversions(it->second.c_str(), text->Default)) {
-      text->Set(FKept.insert(it->second).first->c_str());
+      text->Set(FInstalled[text] = FKept.insert(it->second).first->c_str());
     } else {
       text->Set(nullptr);
       refused.push_back(Format("%s.json: %s/%s: \"%s\" does not take the arguments of \"%s\"", FLanguage.c_str(),

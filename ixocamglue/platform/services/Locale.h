@@ -8,7 +8,6 @@
 #include <filesystem>
 #include <map>
 #include <set>
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -23,12 +22,15 @@ class TLocaleReader {
  public:
   // The folder that holds <language>.json.
   explicit TLocaleReader(std::filesystem::path folder) : FFolder(std::move(folder)) {}
+  ~TLocaleReader();  // the texts that are still its own have their defaults again
+  TLocaleReader(const TLocaleReader&) = delete;
+  TLocaleReader& operator=(const TLocaleReader&) = delete;
 
   // Makes the language current for the following Apply calls; "zh" is the built-in one and needs no file. Empty on
   // success, else the reason, and the built-in texts are current.
   [[nodiscard]] std::string SelectLanguage(std::string_view language);
   // Sets each text to the current language's, or to its default. Returns what was refused, a line per entry.
-  std::vector<std::string> Apply(std::span<TText* const> texts);
+  std::vector<std::string> Apply(TTextList texts);
 
  private:
   const std::filesystem::path FFolder;
@@ -36,6 +38,7 @@ class TLocaleReader {
   std::string FLanguage IXO_GUARDED_BY(FLock);
   std::map<std::string, std::string> FEntries IXO_GUARDED_BY(FLock);  // "section/key" to text
   std::set<std::string> FKept IXO_GUARDED_BY(FLock);                  // every text ever installed
+  std::map<TText*, const char*> FInstalled IXO_GUARDED_BY(FLock);     // where, and which one
 };
 
 IXO_DECLARE_SERVICE(TLocaleReader, LocaleReader);
