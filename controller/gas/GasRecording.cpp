@@ -135,13 +135,9 @@ void WriteGasRecording(const std::string& file, const TGasRecording& recording) 
                        {"version", kVersion},
                        {"nozzle", {{"type", recording.NozzType}, {"size", recording.NozzSize}}},
                        {"gases", std::move(gases)}};
-  try {
-    TMonitorFileSink sink(file);
-    sink.Write(document.dump(-1, ' ', false, TJson::error_handler_t::replace) + "\n");
-    sink.Commit();
-  } catch (const EMonitorFileError& e) {
-    throw EProblem(pbUnusable, e.what());
-  }
+  TMonitorFileSink sink(file);
+  sink.Write(document.dump(-1, ' ', false, TJson::error_handler_t::replace) + "\n");
+  sink.Commit();
 }
 
 TGasRecording ReadGasRecording(const std::string& file) {

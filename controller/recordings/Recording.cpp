@@ -35,22 +35,21 @@ std::int64_t TSampleClock::At(std::uint32_t sampleTime) {
   return FMs;
 }
 
-std::string WhyNotReadable(const TMonitorReader& reader) {
-  if (!reader.Report().Problem.empty()) return reader.Report().Problem;
-  if (reader.IsEmpty()) return "the file is empty";
-  if (reader.Is1P0()) return SNotSupportOldVersion.Get();
-  if (reader.Report().Version.empty()) return "line 1: no version: this is no monitor file";
-  if (!reader.Is1P2()) return "line 1: version \"" + reader.Report().Version + "\" is not known";
+TResult<void> CheckReadable(const TMonitorReader& reader) {
+  const TMonitorLoadReport& report = reader.Report();
+  if (report.Problem) return *report.Problem;
+  const auto problem = [&](std::string what) { return TProblem{.What = std::move(what), .Where = report.FileName}; };
+  if (reader.IsEmpty()) return problem("the file is empty");
+  if (reader.Is1P0()) return problem(SNotSupportOldVersion.Get());
+  if (report.Version.empty()) return problem("line 1: no version: this is no monitor file");
+  if (!reader.Is1P2()) return problem("line 1: version \"" + report.Version + "\" is not known");
   return {};
 }
 
 TRecording LoadRecording(const std::string& file) {
   TMonitorReader reader;
-  (void)reader.Open(file);
-  const auto check = [&] {
-    if (const std::string why = WhyNotReadable(reader); !why.empty()) throw EProblem(pbUnusable, file + ": " + why);
-  };
-  check();
+  reader.Open(file).OrThrow(pbUnusable);
+  CheckReadable(reader).OrThrow(pbUnusable);
   TRecording recording;
   TSampleClock clock;
   for (TMonitorDataFrame frame; reader.Next(frame);) {
@@ -62,7 +61,7 @@ TRecording LoadRecording(const std::string& file) {
       series.Values.push_back(frame.GetValue(i));
     }
   }
-  check();
+  CheckReadable(reader).OrThrow(pbUnusable);
   recording.Report = reader.Report();
   for (auto& [key, series] : recording.Series) Sort(series);
   return recording;

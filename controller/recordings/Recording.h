@@ -38,7 +38,7 @@ class TSampleClock {
 // Throws EProblem for a file that cannot be read or whose head line does not name the version that this program
 // writes. Of two samples of a signal at the same time the later in the file counts.
 [[nodiscard]] TRecording LoadRecording(const std::string& file);
-// The same for a reader that was opened; says what is wrong with the file, empty when it can be read.
-[[nodiscard]] std::string WhyNotReadable(const TMonitorReader& reader);
+// The same for a reader that was opened.
+TResult<void> CheckReadable(const TMonitorReader& reader);
 
 }  // namespace ixocontroller

@@ -38,17 +38,19 @@ TMonitorReader::~TMonitorReader() {
   if (FFile >= 0) ::close(FFile);
 }
 
-bool TMonitorReader::Open(const std::string& fileName) {
+TProblem TMonitorReader::Failed(const char* what, int error) {
+  FReport.Problem = {what, FReport.FileName, std::system_category().message(error), ""};
+  return *FReport.Problem;
+}
+
+TResult<void> TMonitorReader::Open(const std::string& fileName) {
   FReport.FileName = fileName;
   FFile = ::open(fileName.c_str(), O_RDONLY | O_CLOEXEC);
-  if (FFile < 0) {
-    FReport.Problem = "cannot be opened: " + std::system_category().message(errno);
-    return false;
-  }
+  if (FFile < 0) return Failed("cannot be opened", errno);
   FBuffer.resize(kFirstBuffer + kParseSlack);
   LoadMonitorHead();
   FEmpty = FReport.Bytes == 0;
-  return FReport.Problem.empty();
+  return FReport.Problem ? TResult<void>(*FReport.Problem) : TResult<void>();
 }
 
 bool TMonitorReader::ReadMore() {
@@ -56,7 +58,7 @@ bool TMonitorReader::ReadMore() {
   ssize_t count = 0;
   do count = ::read(FFile, FBuffer.data() + FEnd, room);
   while (count < 0 && errno == EINTR);
-  if (count < 0) FReport.Problem = "cannot be read: " + std::system_category().message(errno);
+  if (count < 0) (void)Failed("cannot be read", errno);
   if (count <= 0) {
     FAtEnd = true;
     return false;
@@ -119,7 +121,7 @@ bool TMonitorReader::Refill() {
     if (FWhole > 0) return true;
     from = FEnd > 0 ? FEnd - 1 : 0;
   }
-  if (FEnd == 0 || !FReport.Problem.empty()) return false;
+  if (FEnd == 0 || FReport.Problem) return false;
   if (!IsLineEnd(FBuffer[FEnd - 1])) {
     FBuffer[FEnd++] = '\n';
     FReport.OpenEnd = true;

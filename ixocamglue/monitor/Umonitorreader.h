@@ -7,11 +7,13 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "ixocamglue/monitor/Usystemmonitordef.h"
+#include "ixocamglue/support/Problem.h"
 
 namespace ixocamglue {
 
@@ -30,7 +32,7 @@ struct TMonitorLoadReport {
   static constexpr std::size_t kMaxNotes = 1000;
 
   std::string FileName;
-  std::string Problem;              // why the file could not be read; empty otherwise
+  std::optional<TProblem> Problem;  // why the file could not be read
   std::string Version;              // the text behind "Version" in the head line; empty without one
   std::vector<std::string> Motors;  // the file's names, in axis order
   std::uint64_t Bytes = 0;
@@ -46,8 +48,7 @@ struct TMonitorLoadReport {
   std::vector<TMonitorNote> Notes;  // the first kMaxNotes, in the file's order
 
   [[nodiscard]] bool Clean() const {
-    return Problem.empty() && !OpenEnd &&
-           SkippedLines + BadFields + ClampedCounts + FewerValues + MoreFields + CutLines == 0;
+    return !Problem && !OpenEnd && SkippedLines + BadFields + ClampedCounts + FewerValues + MoreFields + CutLines == 0;
   }
 };
 
@@ -58,8 +59,8 @@ class TMonitorReader {
   TMonitorReader(const TMonitorReader&) = delete;
   TMonitorReader& operator=(const TMonitorReader&) = delete;
 
-  // Reads the lines in front of the data. False when the file cannot be read; Report().Problem says why. Once.
-  [[nodiscard]] bool Open(const std::string& fileName);
+  // Reads the lines in front of the data. Once.
+  TResult<void> Open(const std::string& fileName);
   [[nodiscard]] bool IsEmpty() const { return FEmpty; }
   // The flags of the head line: what its first field "Version" is followed by.
   [[nodiscard]] bool Is1P0() const { return FReport.Version == SProvider_Ver1P0; }
@@ -74,6 +75,7 @@ class TMonitorReader {
   [[nodiscard]] std::uint64_t Line() const { return FReport.Lines; }
 
  private:
+  TProblem Failed(const char* what, int error);
   [[nodiscard]] bool NextLine(std::string_view& line);  // valid until the next call
   [[nodiscard]] bool Refill();
   [[nodiscard]] bool ReadMore();

@@ -10,6 +10,8 @@
 #include <unistd.h>
 #include <utility>
 
+#include "ixocamglue/support/Problem.h"
+
 namespace ixocamglue {
 namespace {
 
@@ -84,7 +86,7 @@ void TMonitorFileSink::CloseFile() noexcept {
 
 void TMonitorFileSink::Fail(const char* what, int error) {
   CloseFile();
-  throw EMonitorFileError(FFileName, std::string(what) + ": " + std::system_category().message(error));
+  throw EProblem(pbUnusable, {what, FFileName, std::system_category().message(error), ""});
 }
 
 }  // namespace ixocamglue

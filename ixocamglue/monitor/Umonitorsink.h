@@ -2,27 +2,15 @@
 #pragma once
 
 #include <cstdint>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 
 namespace ixocamglue {
 
-// A monitor file that cannot be written; the text names the file and the reason.
-class EMonitorFileError : public std::runtime_error {
- public:
-  EMonitorFileError(std::string fileName, const std::string& reason)
-      : std::runtime_error(fileName + ": " + reason), FFileName(std::move(fileName)) {}
-  [[nodiscard]] const std::string& FileName() const { return FFileName; }
-
- private:
-  std::string FFileName;
-};
-
 class IMonitorSink {
  public:
   virtual ~IMonitorSink() = default;
-  virtual void Write(std::string_view bytes) = 0;  // throws EMonitorFileError
+  virtual void Write(std::string_view bytes) = 0;  // throws EProblem
 };
 
 // Replaces a file as a whole: the bytes go to a temporary file in the same folder, Commit renames it. The owner and the
@@ -31,13 +19,13 @@ class IMonitorSink {
 // One thread. Without Commit the target stays as it was, unless it is written in place.
 class TMonitorFileSink final : public IMonitorSink {
  public:
-  explicit TMonitorFileSink(std::string fileName);  // throws EMonitorFileError
+  explicit TMonitorFileSink(std::string fileName);  // throws EProblem
   ~TMonitorFileSink() override;
   TMonitorFileSink(const TMonitorFileSink&) = delete;
   TMonitorFileSink& operator=(const TMonitorFileSink&) = delete;
 
   void Write(std::string_view bytes) override;
-  void Commit();  // once, last; throws EMonitorFileError
+  void Commit();  // once, last; throws EProblem
 
  private:
   void OpenInPlace();

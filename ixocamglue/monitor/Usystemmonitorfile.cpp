@@ -105,8 +105,8 @@ bool TSystemMonitorFile::LoadFromFile(const std::string& fileName, TMonitorFrame
   }
   FOnFrame = nullptr;
   if (report) *report = reader.Report();
-  if (const std::string& problem = reader.Report().Problem; !problem.empty()) {
-    LogMsg(lkError, 0, fileName + " " + problem);
+  if (const auto& problem = reader.Report().Problem) {
+    LogMsg(lkError, 0, problem->Text());
     return false;
   }
   if (FIs1P0) {

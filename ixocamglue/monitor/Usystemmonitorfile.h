@@ -1,6 +1,6 @@
 // Saves a list of monitor frames to a file and loads one. One thread per object.
 //
-// Loading never throws for the file's content; saving throws EMonitorFileError when the file cannot be written.
+// Loading never throws for the file's content; saving throws EProblem when the file cannot be written.
 #pragma once
 
 #include <cstdint>

@@ -115,7 +115,7 @@ int PlotMonitorFile(const std::string& file, const std::string& target, std::ost
   const TRecording recording = LoadRecording(file);
   const std::vector<TPanel> panels = Panels(recording);
   if (std::ranges::none_of(recording.Series, [](const auto& item) { return !item.second.Ms.empty(); }))
-    throw EProblem(pbUnusable, file + ": holds no samples: there is nothing to plot");
+    throw EProblem(pbUnusable, {"holds no samples: there is nothing to plot", file, "", ""});
   DrawPlot(Script(recording, panels), target);
   out << target << Format(": %zu panels, %zu signals\n", panels.size(), recording.Series.size());
   return kExitSuccess;

@@ -146,10 +146,12 @@ void PrintJson(const TMonitorLoadReport& report, const std::string& problem, con
 
 int ShowMonitorFile(const std::string& file, bool json, std::ostream& out) {
   TMonitorReader reader;
-  if (!reader.Open(file)) throw EProblem(pbUnusable, file + ": " + reader.Report().Problem);
+  reader.Open(file).OrThrow(pbUnusable);
   TFacts facts;
   if (reader.Is1P2()) facts = Collect(reader);
-  const std::string problem = WhyNotReadable(reader);
+  std::string problem;
+  if (const TResult<void> readable = CheckReadable(reader); !readable)
+    problem = TProblem{.What = readable.Problem().What, .Why = readable.Problem().Why}.Text();
   (json ? PrintJson : PrintText)(reader.Report(), problem, facts, out);
   return problem.empty() ? kExitSuccess : kExitUnusable;
 }

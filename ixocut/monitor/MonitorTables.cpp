@@ -139,7 +139,7 @@ int ConvertMonitorFile(const std::string& file, const std::string& target, std::
 
 int RecoverMonitorFile(const std::string& file, const std::string& target, std::ostream& out) {
   std::ifstream in(file, std::ios::binary);
-  const auto fail = [&](const char* why) { throw EProblem(pbUnusable, file + ": " + why); };
+  const auto fail = [&](const char* why) { throw EProblem(pbUnusable, {why, file, "", ""}); };
   if (!in || in.peek() == std::ifstream::traits_type::eof())
     fail(in.bad() || !in.eof() ? "cannot be read" : "is empty");
 

@@ -230,8 +230,8 @@ TEST(MonitorFile, ReplacesAFileAsAWholeAndLeavesNothingBehind) {
     try {
       monitor.SaveToFile(bad);
       ADD_FAILURE() << bad;
-    } catch (const EMonitorFileError& e) {
-      EXPECT_EQ(e.FileName(), bad);
+    } catch (const EProblem& e) {
+      EXPECT_EQ(e.Problem.Where, bad);
       EXPECT_NE(std::string(e.what()).find(bad), std::string::npos);
     }
     if (bad == "/dev/full") continue;
