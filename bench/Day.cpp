@@ -11,6 +11,7 @@
 #include "ixocamglue/motion/Usequence.h"
 #include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Format.h"
+#include "machines/simulated/Machine.h"
 
 namespace ixocamglue::bench {
 using namespace ixocontroller;
@@ -73,6 +74,7 @@ TStepPtr RootOf(const TCall& call) {
 std::string MixedDay() {
   const TFolder folder;
   TControllerOptions options;
+  options.Machines = {SimulatedMachine()};
   options.MachineFile = folder.Path / "machine.xml";
   TController session(std::move(options));
   session.RunFor(1000);
@@ -93,7 +95,7 @@ std::string MixedDay() {
       ++procedures;
       session.RunFor(100);
     }
-    session.Gate().Reset();  // the journal of a day is not what is measured
+    session.Journal().Clear();  // the journal of a day is not what is measured
   }
   const double real = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   const double virtualS = static_cast<double>(session.VirtualClock()->MonotonicMs() - startMs) / 1000.0;

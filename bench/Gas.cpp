@@ -5,9 +5,11 @@
 #include <cstdlib>
 
 #include "bench/Rows.h"
+#include "controller/Journal.h"
 #include "ixocamglue/Library.h"
 #include "ixocamglue/gascal/Ugasdaadjust.h"
 #include "ixocamglue/gascal/Uzemgasadjustmodel.h"
+#include "ixocamglue/platform/alarms/NcAlarmManager.h"
 #include "ixocamglue/platform/states/NcState.h"
 #include "ixocamglue/platform/xml/MachineConfig.h"
 #include "machines/simulated/Machine.h"
@@ -42,9 +44,11 @@ class TThreeGases {
     const TInstalled<TNcRegistry> registryInstalled(registry);
     TLibrary library;
     TNcStateFramework framework;
-    TCallGate gate;
-    TSimMachine machine(FMachine, kSeed, framework, gate);
-    machine.Attach(clock);
+    TNcAlarmManager alarms;
+    const TInstalled<TNcAlarms> alarmsInstalled(alarms);
+    ixocontroller::TJournal journal;
+    TSimMachine machine({framework, FConfig, alarms, journal, &clock, kSeed}, FMachine);
+    machine.Connect().OrThrow(pbUnusable);
     clock.Sleep(framework.RunOnce());
     TZemGasAdjustModel& model = *GZemGasAdjustModel();
     const std::uint64_t start = clock.MonotonicMs();

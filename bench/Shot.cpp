@@ -3,11 +3,14 @@
 #include <stdexcept>
 
 #include "bench/Rows.h"
+#include "controller/Journal.h"
 #include "ixocamglue/Library.h"
 #include "ixocamglue/motion/Ustatemotion.h"
 #include "ixocamglue/motion/Ustatemotionbase.h"
+#include "ixocamglue/platform/alarms/NcAlarmManager.h"
 #include "ixocamglue/platform/states/NcParams.h"
 #include "ixocamglue/platform/states/NcState.h"
+#include "ixocamglue/platform/xml/MachineConfig.h"
 #include "machines/simulated/Machine.h"
 
 namespace ixocamglue::bench {
@@ -20,8 +23,11 @@ constexpr std::uint64_t kSeed = 1;
 class TTimedShot {
  public:
   TTimedShot() {
-    FMachine.Attach(FClock);
-    FFramework.SetObserver([this](std::int32_t, std::int32_t to) { FMachine.NoteState(to); });
+    FMachine.Connect().OrThrow(pbUnusable);
+    FFramework.SetObserver([this](std::int32_t, std::int32_t to) {
+      FJournal.State(FClock.MonotonicMs(), to);
+      FMachine.NoteState(to);
+    });
   }
   ~TTimedShot() {
     if (!FSucceeded) std::abort();  // a shot that failed takes another time
@@ -31,7 +37,7 @@ class TTimedShot {
 
   // The journal and the success flag of the shot before.
   void Prepare() {
-    FGate.Reset();
+    FJournal.Clear();
     TCustomMotionState::SetExecOK(TSmtLaserOnTimeState::Cmd, false);
   }
 
@@ -55,8 +61,11 @@ class TTimedShot {
   TInstalled<TNcRegistry> FRegistryInstalled{FRegistry};
   TLibrary FLibrary;
   TNcStateFramework FFramework;
-  TCallGate FGate;
-  TSimMachine FMachine{TSimConfig{}, kSeed, FFramework, FGate};
+  TNcAlarmManager FAlarms;
+  TInstalled<TNcAlarms> FAlarmsInstalled{FAlarms};
+  TMachineConfig FConfig;
+  ixocontroller::TJournal FJournal;
+  TSimMachine FMachine{{FFramework, FConfig, FAlarms, FJournal, &FClock, kSeed}, TSimConfig{}};
   bool FSucceeded = true;
 };
 

@@ -2,141 +2,208 @@
 
 #include <algorithm>
 #include <iterator>
+#include <optional>
 
 #include "controller/Texts.h"
+#include "controller/alarms/AlarmPackage.h"
 #include "controller/gas/GasDescent.h"
 #include "ixocamglue/alarms/Ualarmdefs.h"
-#include "ixocamglue/alarms/Ualarmmanager.h"
 #include "ixocamglue/config/Uassistconfig.h"
 #include "ixocamglue/config/Ucamglue.h"
-#include "ixocamglue/gascal/Uzemgasadjuststate.h"
 #include "ixocamglue/platform/ports/CutStates.h"
-#include "ixocamglue/support/Faults.h"
-#include "ixocamglue/support/Format.h"
+#include "ixocamglue/platform/services/Locale.h"
 
 namespace ixocontroller {
 namespace {
 
 constexpr std::uint32_t kMachineRoundMs = 2;
+constexpr const char* kMachineSection = "Machine";
 
 }  // namespace
 
+// In the order in which they are made. Each takes back what it installed, wherever the making stops.
+struct TController::TParts {
+  explicit TParts(const TControllerOptions& options)
+      : Virtual(options.Realtime ? std::optional<TVirtualClock>() : std::optional<TVirtualClock>(std::in_place)),
+        ClockInstalled(Virtual ? static_cast<IClock&>(*Virtual) : Real),
+        Logs(options.LogCapacity),
+        Locale(options.LocaleFolder),
+        LocaleManager(options.Language) {
+    for (ILogSink* const sink : options.Sinks) Logs.AddSink(*sink);
+  }
+  ~TParts() {
+    StateThread.reset();
+    SupervisorThread.reset();
+    MachineThread.reset();
+    if (Alarms) Alarms->Close();
+    if (Framework && (Framework->ChangePending() || Framework->CurrentState() != nsStandby)) {
+      Framework->Stop();
+      Framework->RunOnce();
+    }
+    TCustomMotionState::SetStateMotion(nullptr);
+  }
+  TParts(const TParts&) = delete;
+  TParts& operator=(const TParts&) = delete;
+
+  std::vector<std::string> Notices;
+  TNcStateFramework::TObserver OnState;
+
+  std::optional<TVirtualClock> Virtual;
+  TSystemClock Real;
+  TInstalled<IClock> ClockInstalled;
+  TLogService Logs;
+  TInstalled<TLogService> LogsInstalled{Logs};
+  TAppSys App;
+  TInstalled<TAppSys> AppInstalled{App};
+  TNcParams Params;
+  TInstalled<TNcParams> ParamsInstalled{Params};
+  TMachineConfig Config;
+  TInstalled<TMachineConfig> ConfigInstalled{Config};
+  TJogSections Jog;
+  TInstalled<TJogSections> JogInstalled{Jog};
+  TNcForbidTypeRegistry Forbidden;
+  TInstalled<TNcForbidTypeRegistry> ForbiddenInstalled{Forbidden};
+  TWindowTable Windows;
+  TInstalled<TNcWindows> WindowsInstalled{Windows};
+  TNcSysInts SysInts;
+  TInstalled<TNcSysInts> SysIntsInstalled{SysInts};
+  TLocaleReader Locale;
+  TInstalled<TLocaleReader> LocaleInstalled{Locale};
+  TLocaleManager LocaleManager;
+  TInstalled<TLocaleManager> LocaleManagerInstalled{LocaleManager};
+  TNcRegistry Registry;
+  TInstalled<TNcRegistry> RegistryInstalled{Registry};
+  TJournal Journal;
+
+  std::optional<TLibrary> Library;
+  std::optional<TNcStateFramework> Framework;
+  std::optional<TAlarmPackage> Alarms;
+  std::optional<TKeyCommands> Keys;
+  std::unique_ptr<IMachine> Machine;
+  std::optional<TSupervisor> Supervisor;
+  std::optional<TRoundThread> MachineThread;
+  std::optional<TSupervisorThread> SupervisorThread;
+  std::optional<TNcStateThread> StateThread;
+};
+
 TController::TController(TControllerOptions options)
-    : FOptions(std::move(options)),
-      FVirtual(FOptions.Realtime ? std::optional<TVirtualClock>() : std::optional<TVirtualClock>(std::in_place)),
-      FClockInstalled(FVirtual ? static_cast<IClock&>(*FVirtual) : FReal),
-      FLocale(FOptions.LocaleFolder) {
-  for (ILogSink* sink : FOptions.Sinks)
-    FLogs.AddSink(*FGatedSinks.emplace_back(std::make_unique<TGatedSink>(*sink, FLogGate)));
-  LoadMachine();
-
-  FApp.Register(IID_IAlarmInterpreterSvc, std::make_shared<TAlarmDefinitionFiles>(FOptions.AlarmFolder));
-  FLibrary.emplace();
-  if (const std::string problem = FLocaleManager.ChangeLanguage(FOptions.Language); !problem.empty())
-    FNotices.push_back(problem);
-  std::ranges::move(FLibrary->LoadLocaleResources(), std::back_inserter(FNotices));
-  for (const TTextList texts : kControllerTexts) std::ranges::move(FLocale.Apply(texts), std::back_inserter(FNotices));
-
-  FFramework.emplace(TNcStateOptions{.SafeEntry = FOptions.SafeEntry});
-  FMachine.emplace(FSimConfig, FOptions.Seed, *FFramework, FGate, FOptions.Parts);
-  if (!FOptions.MachineFile.empty()) InitFlags();  // the driver has come after the load
-  FFramework->SetObserver([this](std::int32_t from, std::int32_t to) {
-    FMachine->NoteState(to);
-    if (FOnState) FOnState(from, to);
+    : FOptions(std::move(options)), FParts(std::make_unique<TParts>(FOptions)) {
+  TParts& p = *FParts;
+  LoadConfig();
+  p.App.Register(IID_IAlarmInterpreterSvc, std::make_shared<TAlarmDefinitionFiles>(FOptions.AlarmFolder));
+  p.Library.emplace();
+  LoadTexts();
+  p.Framework.emplace(TNcStateOptions{.SafeEntry = FOptions.SafeEntry});
+  p.Alarms.emplace(*p.Framework, p.Journal);
+  p.Keys.emplace(*p.Framework, p.Registry, p.Journal);
+  MakeMachine();
+  p.Framework->SetObserver([&p](std::int32_t from, std::int32_t to) {
+    const std::uint64_t nowMs = Clock().MonotonicMs();
+    p.Machine->CatchUp(nowMs);
+    p.Journal.State(nowMs, to);
+    p.Machine->NoteState(to);
+    if (p.OnState) p.OnState(from, to);
   });
-  if (FVirtual) FMachine->Attach(*FVirtual);
   if (FOptions.Supervisor) MakeSupervisor();
-  if (!FOptions.AlarmDb.empty()) MakeAlarms();
+  if (!FOptions.AlarmDb.empty()) p.Alarms->OpenStore(FOptions.AlarmDb, FOptions.AlarmRetentionDays).OrThrow(pbUnusable);
 }
 
-TController::~TController() {
-  FStateThread.reset();
-  FSupervisorThread.reset();
-  FMachineThread.reset();
-  FMachine->Alarms().Stop();
-  FreeAlarmManager();
-  FApp.Unregister(IID_IAlarmSvcIntf);
-  FApp.Unregister(IID_IAlarmFactory);
-  FAlarmStore.reset();  // writes what waits, while the alarms can still be looked up
-  if (Running() || FFramework->CurrentState() != nsStandby) {
-    FFramework->Stop();
-    FFramework->RunOnce();
+TController::~TController() = default;
+
+void TController::LoadConfig() {
+  TMachineConfig& config = FParts->Config;
+  if (!FOptions.MachineFile.empty()) {
+    InitCamConfigs(config);
+    if (const std::string problem = config.Load(FOptions.MachineFile); !problem.empty())
+      throw EProblem(pbUnusable, problem);
+    // Once, and only where there is something to move: a run does not write the machine file otherwise.
+    if (!config.Section("SwitchTable").Child("Elvt").GetText("RailStartDelay", "").empty())
+      CheckSwitchTableConfig(config, false);
   }
-  TCustomMotionState::SetStateMotion(nullptr);
+  FParts->Jog.Load(config);
+}
+
+void TController::LoadTexts() {
+  TParts& p = *FParts;
+  if (const std::string problem = p.LocaleManager.ChangeLanguage(FOptions.Language); !problem.empty())
+    p.Notices.push_back(problem);
+  std::ranges::move(p.Library->LoadLocaleResources(), std::back_inserter(p.Notices));
+  for (const TTextList texts : kControllerTexts)
+    std::ranges::move(p.Locale.Apply(texts), std::back_inserter(p.Notices));
+}
+
+void TController::MakeMachine() {
+  TParts& p = *FParts;
+  const std::string driver = p.Config.Section(kMachineSection).GetText("Driver", "");
+  std::string known;
+  for (const TMachineFactory& factory : FOptions.Machines) known += (known.empty() ? "" : ", ") + factory.Name;
+  const auto factory =
+      driver.empty() ? FOptions.Machines.begin() : std::ranges::find(FOptions.Machines, driver, &TMachineFactory::Name);
+  if (factory == FOptions.Machines.end())
+    throw EProblem(pbUnusable, TProblem{.What = "\"" + driver + "\" is no machine driver; there are: " + known,
+                                        .Where = FOptions.MachineFile.string() + ": Machine/Driver"});
+  const TMachineContext context{*p.Framework, p.Config, p.Alarms->Manager(), p.Journal, VirtualClock(), FOptions.Seed};
+  p.Machine = factory->Make(context).OrThrow(pbUnusable);
+  p.Machine->Connect().OrThrow(pbUnusable);
+  if (!FOptions.MachineFile.empty()) InitFlags();  // the driver has come after the load
 }
 
 void TController::MakeSupervisor() {
+  TParts& p = *FParts;
   const auto alarm = [this](const std::string& reason) {
-    FMachine->RaiseAlarm({kSupervisorAlarmPrefix, reason, 1}, TSimForbids{.Move = true});
+    RaiseAlarm({.IdPrefix = kSupervisorAlarmPrefix, .Desc = reason, .Id = 1, .Attrs = naForbidMove});
   };
-  const auto stop = [this](const std::string&) { FFramework->Stop(); };
-  const auto latch = [this](const std::string&) {
-    if (TSimLaser* laser = FMachine->Laser()) laser->Trip("supervisor");
+  const auto stop = [&p](const std::string&) { p.Framework->Stop(); };
+  const auto latch = [](const std::string&) {
+    TNcCutSystem* const cut = CutSystem();
+    if (TNcLaser* const laser = cut ? cut->Laser() : nullptr) laser->Trip("supervisor");
   };
-  FSupervisor.emplace(
-      FFramework->Watch(), [this] { return FFramework->CurrentState(); }, FLimits,
+  p.Supervisor.emplace(
+      p.Framework->Watch(), [&p] { return p.Framework->CurrentState(); }, TSupervisorLimits::From(p.Config),
       TSupervisorActions{alarm, stop, latch});
-  if (FVirtual) FVirtual->Every(kSupervisorRoundMs, [this](std::uint64_t nowMs) { FSupervisor->Round(nowMs); });
+  if (p.Virtual) p.Virtual->Every(kSupervisorRoundMs, [&p](std::uint64_t nowMs) { p.Supervisor->Round(nowMs); });
 }
 
-void TController::MakeAlarms() {
-  TAlarmStoreOptions options;
-  options.RetentionDays = FOptions.AlarmRetentionDays;
-  options.Lookup = [](std::string_view id, TAlarmRec& rec) {
-    const TAlarmInterpreter* const interpreter = AlarmInterpreter();
-    return interpreter && interpreter->TryGetAlarmRec(id, rec);
-  };
-  options.OnLost = [this](std::uint64_t) {
-    FMachine->Alarms().Raise({.IdPrefix = "TPAlarmStore",
-                              .Desc = "the alarm store cannot be written; the oldest alarms are lost",
-                              .Id = 1,
-                              .Attrs = naShownOnly});
-  };
-  FAlarmStore = std::make_shared<TAlarmStore>(FOptions.AlarmDb, std::move(options));
-  if (const std::string problem = FAlarmStore->Open(); !problem.empty()) throw EProblem(pbUnusable, problem);
-  FApp.Register(IID_IAlarmSvcIntf, std::static_pointer_cast<IAlarmSvcIntf>(FAlarmStore));
-  FApp.Register(IID_IAlarmFactory, std::static_pointer_cast<IAlarmFactory>(FAlarmStore));
-  (void)FMachine->Alarms().AlarmAdded().Subscribe([this](const TNcAlarmRecord& rec) { FFramework->PostAlarm(rec); });
-  (void)AlarmManager();
-}
+// --- what it has ---
 
-bool TController::AlarmsSettled() {
-  TAlarmManager* const manager = FAlarmStore ? AlarmManager() : nullptr;
-  if (!manager) return true;
-  const std::size_t queued = manager->GetAlarmFifos(0).Sizes().Queue + manager->GetAlarmFifos(1).Sizes().Queue;
-  return !FMachine->Alarms().HasPending() && queued == 0 && FAlarmStore->Waiting() == 0;
-}
-
-void TController::LoadMachine() {
-  if (!FOptions.MachineFile.empty()) InitCamConfigs(FConfig);
-  if (!FOptions.MachineFile.empty()) {
-    if (const std::string problem = FConfig.Load(FOptions.MachineFile); !problem.empty())
-      throw EProblem(pbUnusable, problem);
-    // Once, and only where there is something to move: a run does not write the machine file otherwise.
-    if (!FConfig.Section("SwitchTable").Child("Elvt").GetText("RailStartDelay", "").empty())
-      CheckSwitchTableConfig(FConfig, false);
-  }
-  std::vector<std::string> problems;
-  FSimConfig = TSimConfig::FromConfig(FConfig, problems);
-  if (!problems.empty()) {
-    std::string text;
-    for (const std::string& problem : problems)
-      text += (text.empty() ? "" : "\n") + FOptions.MachineFile.string() + ": " + problem;
-    throw EProblem(pbUnusable, text);
-  }
-  if (FOptions.Adjust) FOptions.Adjust(FSimConfig);
-  FLimits = TSupervisorLimits::From(FSimConfig);
-  FJog.Load(FConfig);
-}
+TVirtualClock* TController::VirtualClock() { return FParts->Virtual ? &*FParts->Virtual : nullptr; }
+TNcStateFramework& TController::Framework() { return *FParts->Framework; }
+IMachine& TController::Machine() { return *FParts->Machine; }
+TJournal& TController::Journal() { return FParts->Journal; }
+TKeyCommands& TController::Keys() { return *FParts->Keys; }
+TNcAlarmManager& TController::Alarms() { return FParts->Alarms->Manager(); }
+TLogService& TController::Logs() { return FParts->Logs; }
+TNcParams& TController::Params() { return FParts->Params; }
+TNcForbidTypeRegistry& TController::Forbidden() { return FParts->Forbidden; }
+TWindowTable& TController::Windows() { return FParts->Windows; }
+TNcSysInts& TController::SysInts() { return FParts->SysInts; }
+TJogSections& TController::Jog() { return FParts->Jog; }
+TLibrary& TController::Library() { return *FParts->Library; }
+TAlarmStore* TController::AlarmStore() { return FParts->Alarms->Store(); }
+bool TController::AlarmsSettled() { return FParts->Alarms->Settled(); }
+TSupervisor* TController::Supervisor() { return FParts->Supervisor ? &*FParts->Supervisor : nullptr; }
+const std::vector<std::string>& TController::Notices() const { return FParts->Notices; }
+void TController::OnState(TNcStateFramework::TObserver observer) { FParts->OnState = std::move(observer); }
 
 TCustomMotionState& TController::MotionState() {
-  return dynamic_cast<TCustomMotionState&>(*FFramework->State(nsCustomMotion));
+  return dynamic_cast<TCustomMotionState&>(*FParts->Framework->State(nsCustomMotion));
 }
 
+// --- alarms ---
+
+void TController::RaiseAlarm(TNcAlarmRecord record) {
+  FParts->Alarms->Raise(std::move(record));
+  FParts->Machine->CatchUp(Clock().MonotonicMs());
+}
+
+void TController::ClearAlarms() { FParts->Alarms->ClearAll(); }
+
+// --- procedures ---
+
 bool TController::Running() const {
-  if (!FFramework) return false;
-  const std::int32_t state = FFramework->CurrentState();
-  return FFramework->ChangePending() || state == nsCustomMotion || state == nsZemGasAdjust || state == nsGasDescent;
+  const TNcStateFramework& framework = *FParts->Framework;
+  const std::int32_t state = framework.CurrentState();
+  return framework.ChangePending() || state == nsCustomMotion || state == nsZemGasAdjust || state == nsGasDescent;
 }
 
 bool TController::Start(std::shared_ptr<IStateMotion> root, std::string* reason) {
@@ -144,39 +211,45 @@ bool TController::Start(std::shared_ptr<IStateMotion> root, std::string* reason)
     if (reason) *reason = why;
     return false;
   };
+  TNcStateFramework& framework = Framework();
   if (Running()) return refuse("a procedure is running");
   // A procedure returns to the state that it started from: none of these goes on where it was left.
-  const TCutState state = ClassifyCutState(FFramework->CurrentState());
+  const TCutState state = ClassifyCutState(framework.CurrentState());
   if (state != csStandby && state != csOther) return refuse("the machine is busy with a key command");
-  if (FFramework->SafePending()) return refuse("a device has not acknowledged switching off");
+  if (framework.SafePending()) return refuse("a device has not acknowledged switching off");
   TCustomMotionState::SetStateMotion(std::move(root));
-  const TResult<> requested = FFramework->RequestState(nsCustomMotion, 0);
+  const TResult<> requested = framework.RequestState(nsCustomMotion, 0);
   return requested ? true : refuse(requested.Problem().Text().c_str());
 }
 
+// --- the loop ---
+
 void TController::RunPass() {
-  const std::uint32_t delay = FFramework->RunOnce();
-  FLogs.DrainOnce();
-  FVirtual->Sleep(delay);
+  const std::uint32_t delay = FParts->Framework->RunOnce();
+  FParts->Logs.DrainOnce();
+  FParts->Virtual->Sleep(delay);
 }
 
 bool TController::RunToEnd(std::uint64_t limitMs) {
-  const std::uint64_t end = FVirtual->MonotonicMs() + limitMs;
-  while (Running() && FVirtual->MonotonicMs() < end) RunPass();
+  const std::uint64_t end = FParts->Virtual->MonotonicMs() + limitMs;
+  while (Running() && FParts->Virtual->MonotonicMs() < end) RunPass();
   return !Running();
 }
 
 void TController::RunFor(std::uint64_t ms) {
-  const std::uint64_t end = FVirtual->MonotonicMs() + ms;
-  while (FVirtual->MonotonicMs() < end) RunPass();
+  const std::uint64_t end = FParts->Virtual->MonotonicMs() + ms;
+  while (FParts->Virtual->MonotonicMs() < end) RunPass();
 }
 
 void TController::StartThreads() {
-  FLogs.Start();
-  if (FAlarmStore) FMachine->Alarms().Start();
-  FMachineThread.emplace("ixo-machine", kMachineRoundMs, [this](std::uint64_t nowMs) { FMachine->CatchUp(nowMs); });
-  FStateThread.emplace(*FFramework);
-  if (FSupervisor) FSupervisorThread.emplace(*FSupervisor);
+  TParts& p = *FParts;
+  p.Logs.Start();
+  p.Alarms->Start();
+  p.MachineThread.emplace("ixo-machine", kMachineRoundMs, [&p](std::uint64_t nowMs) { p.Machine->CatchUp(nowMs); });
+  p.StateThread.emplace(*p.Framework);
+  if (p.Supervisor) p.SupervisorThread.emplace(*p.Supervisor);
 }
+
+void TController::StopThreads() { FParts->StateThread.reset(); }
 
 }  // namespace ixocontroller

@@ -1,5 +1,5 @@
-// One controller process in one object: clock, services, state framework, simulated machine, library and supervisor,
-// made in that order and ended in reverse. The shot, the sweep and the tests all run on this.
+// One controller process in one object: clock, services, state framework, alarms, machine, library and supervisor, made
+// in that order and ended in reverse. The shot, the sweep and the tests all run on this.
 //
 // In virtual time everything runs on the caller's thread, pass by pass. In real time the state loop, the log and the
 // supervisor have threads of their own; the caller then only starts, stops and waits.
@@ -9,16 +9,18 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
+#include <vector>
 
+#include "controller/Journal.h"
 #include "controller/Supervisor.h"
+#include "controller/keys/KeyCommands.h"
 #include "ixocamglue/Library.h"
-#include "ixocamglue/alarms/store/AlarmStore.h"
 #include "ixocamglue/motion/Ustatemotionbase.h"
+#include "ixocamglue/platform/Machine.h"
+#include "ixocamglue/platform/alarms/NcAlarmManager.h"
 #include "ixocamglue/platform/ports/PanelPorts.h"
 #include "ixocamglue/platform/services/AppSys.h"
-#include "ixocamglue/platform/services/Locale.h"
 #include "ixocamglue/platform/services/LocaleManager.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/platform/services/VirtualClock.h"
@@ -28,13 +30,16 @@
 #include "ixocamglue/platform/xml/JogSections.h"
 #include "ixocamglue/platform/xml/MachineConfig.h"
 #include "ixocamglue/support/Problem.h"
-#include "machines/simulated/CallGate.h"
-#include "machines/simulated/Machine.h"
+
+namespace ixocamglue {
+class TAlarmStore;
+}
 
 namespace ixocontroller {
 
 struct TControllerOptions {
-  std::filesystem::path MachineFile;  // empty: every value has its default
+  std::vector<TMachineFactory> Machines;  // what the machine file may name; at least one
+  std::filesystem::path MachineFile;      // empty: every value has its default
   std::filesystem::path LocaleFolder;
   std::string Language = "zh";
   std::uint64_t Seed = 1;
@@ -45,15 +50,13 @@ struct TControllerOptions {
   std::filesystem::path AlarmFolder;  // holds <language>.json; empty: no alarm is defined
   // Runs the alarm manager, its client and this store. Real time only. Empty: alarms end in the permissions.
   std::filesystem::path AlarmDb;
-  int AlarmRetentionDays = 0;  // 0: closed rows stay
-  TSimParts Parts;
-  std::function<void(TSimConfig&)> Adjust;  // changes the machine after its file was read; may be empty
-  std::vector<ILogSink*> Sinks;             // not owned, outlive the session
+  int AlarmRetentionDays = 0;    // 0: closed rows stay
+  std::vector<ILogSink*> Sinks;  // not owned, outlive the controller
 };
 
 class TController {
  public:
-  // Throws EProblem, exit code 3, when the machine file cannot be used.
+  // Throws EProblem (pbUnusable) when a file, the machine or the alarm store cannot be used; then nothing is installed.
   explicit TController(TControllerOptions options);
   ~TController();
   TController(const TController&) = delete;
@@ -74,80 +77,46 @@ class TController {
 
   // Real time: starts the threads.
   void StartThreads();
-  // Ends the state thread; the others end with the session.
-  void StopThreads() { FStateThread.reset(); }
+  // Ends the state thread; the others end with the controller.
+  void StopThreads();
 
-  TVirtualClock* VirtualClock() { return FVirtual ? &*FVirtual : nullptr; }
-  TNcStateFramework& Framework() { return *FFramework; }
-  TSimMachine& Machine() { return *FMachine; }
-  TCallGate& Gate() { return FGate; }
-  TCallGate& LogGate() { return FLogGate; }
-  TLogService& Logs() { return FLogs; }
-  TNcParams& Params() { return FParams; }
-  TNcForbidTypeRegistry& Forbidden() { return FForbidden; }
-  TWindowTable& Windows() { return FWindows; }
-  TNcSysInts& SysInts() { return FSysInts; }
-  TJogSections& Jog() { return FJog; }
-  TLibrary& Library() { return *FLibrary; }
-  TAlarmStore* AlarmStore() { return FAlarmStore.get(); }  // null without AlarmDb
+  // With a line of the journal, and the laser's latch looks at it at once. Any thread.
+  void RaiseAlarm(TNcAlarmRecord record);
+  void ClearAlarms();
+
+  [[nodiscard]] TVirtualClock* VirtualClock();  // null: real time
+  [[nodiscard]] TNcStateFramework& Framework();
+  [[nodiscard]] IMachine& Machine();
+  [[nodiscard]] TJournal& Journal();
+  [[nodiscard]] TKeyCommands& Keys();
+  [[nodiscard]] TNcAlarmManager& Alarms();
+  [[nodiscard]] TLogService& Logs();
+  [[nodiscard]] TNcParams& Params();
+  [[nodiscard]] TNcForbidTypeRegistry& Forbidden();
+  [[nodiscard]] TWindowTable& Windows();
+  [[nodiscard]] TNcSysInts& SysInts();
+  [[nodiscard]] TJogSections& Jog();
+  [[nodiscard]] TLibrary& Library();
+  [[nodiscard]] TAlarmStore* AlarmStore();  // null without AlarmDb
   // True when no alarm event is on its way to a consumer or to the store.
   [[nodiscard]] bool AlarmsSettled();
-  TSupervisor* Supervisor() { return FSupervisor ? &*FSupervisor : nullptr; }
-  TCustomMotionState& MotionState();
+  [[nodiscard]] TSupervisor* Supervisor();  // null: there is none
+  [[nodiscard]] TCustomMotionState& MotionState();
   // Called on the state thread after each change of state. Set before the loop runs.
-  void OnState(TNcStateFramework::TObserver observer) { FOnState = std::move(observer); }
+  void OnState(TNcStateFramework::TObserver observer);
   // Locale entries that were refused, and why the language could not be selected.
-  [[nodiscard]] const std::vector<std::string>& Notices() const { return FNotices; }
+  [[nodiscard]] const std::vector<std::string>& Notices() const;
 
  private:
-  void LoadMachine();
+  struct TParts;
+
+  void LoadConfig();
+  void LoadTexts();
+  void MakeMachine();
   void MakeSupervisor();
-  void MakeAlarms();
 
   const TControllerOptions FOptions;
-  std::vector<std::string> FNotices;
-  TNcStateFramework::TObserver FOnState;
-
-  std::optional<TVirtualClock> FVirtual;
-  TSystemClock FReal;
-  TInstalled<IClock> FClockInstalled;
-  // Before the logs, which write their last lines when they end.
-  TCallGate FLogGate{false};
-  std::vector<std::unique_ptr<TGatedSink>> FGatedSinks;
-  TLogService FLogs{FOptions.LogCapacity};
-  TInstalled<TLogService> FLogsInstalled{FLogs};
-  TAppSys FApp;
-  TInstalled<TAppSys> FAppInstalled{FApp};
-  TNcParams FParams;
-  TInstalled<TNcParams> FParamsInstalled{FParams};
-  TMachineConfig FConfig;
-  TInstalled<TMachineConfig> FConfigInstalled{FConfig};
-  TJogSections FJog;
-  TInstalled<TJogSections> FJogInstalled{FJog};
-  TNcForbidTypeRegistry FForbidden;
-  TInstalled<TNcForbidTypeRegistry> FForbiddenInstalled{FForbidden};
-  TWindowTable FWindows;
-  TInstalled<TNcWindows> FWindowsInstalled{FWindows};
-  TNcSysInts FSysInts;
-  TInstalled<TNcSysInts> FSysIntsInstalled{FSysInts};
-  TLocaleReader FLocale;
-  TInstalled<TLocaleReader> FLocaleInstalled{FLocale};
-  TLocaleManager FLocaleManager{FOptions.Language};
-  TInstalled<TLocaleManager> FLocaleManagerInstalled{FLocaleManager};
-  TNcRegistry FRegistry;
-  TInstalled<TNcRegistry> FRegistryInstalled{FRegistry};
-  TCallGate FGate;
-
-  TSimConfig FSimConfig;
-  TSupervisorLimits FLimits;
-  std::shared_ptr<TAlarmStore> FAlarmStore;
-  std::optional<TLibrary> FLibrary;
-  std::optional<TNcStateFramework> FFramework;
-  std::optional<TSimMachine> FMachine;
-  std::optional<TSupervisor> FSupervisor;
-  std::optional<TRoundThread> FMachineThread;
-  std::optional<TSupervisorThread> FSupervisorThread;
-  std::optional<TNcStateThread> FStateThread;
+  const std::unique_ptr<TParts> FParts;
 };
 
 }  // namespace ixocontroller

@@ -8,6 +8,7 @@
 #include "ixocamglue/platform/services/AppSys.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/platform/states/NcState.h"
+#include "ixocamglue/platform/xml/MachineConfig.h"
 #include "ixocamglue/support/Faults.h"
 #include "ixocamglue/support/Format.h"
 
@@ -23,11 +24,20 @@ void LogFault(const char* where, const std::exception_ptr& error) {
 
 }  // namespace
 
-TSupervisorLimits TSupervisorLimits::From(const TSimConfig& config) {
-  const auto ms = [](std::int32_t value) { return static_cast<std::uint64_t>(std::max(value, 0)); };
-  const TSimSupervisorConfig& from = config.Supervisor;
-  return {ms(from.BusyLimitMs),  ms(config.EmissionOnDelay), ms(from.EmissionExtraMs), ms(from.LaserOnLimitMs),
-          ms(from.GasOnLimitMs), ms(from.HeartbeatLimitMs),  ms(from.StepMs)};
+TSupervisorLimits TSupervisorLimits::From(const TMachineConfig& config) {
+  TSupervisorLimits limits;
+  const auto read = [](const TConfigSection& section, const char* name, std::uint64_t& ms) {
+    ms = static_cast<std::uint64_t>(std::max(section.GetInt(name, static_cast<std::int32_t>(ms)), 0));
+  };
+  read(config.Section("Laser"), "EmissionOnDelay", limits.EmissionOnDelay);
+  const TConfigSection section = config.Section("Supervisor");
+  read(section, "BusyLimitMs", limits.BusyLimitMs);
+  read(section, "EmissionExtraMs", limits.EmissionExtraMs);
+  read(section, "LaserOnLimitMs", limits.LaserOnLimitMs);
+  read(section, "GasOnLimitMs", limits.GasOnLimitMs);
+  read(section, "HeartbeatLimitMs", limits.HeartbeatLimitMs);
+  read(section, "StepMs", limits.StepMs);
+  return limits;
 }
 
 TSupervisor::TSupervisor(const TNcWatch& watch, std::function<std::int32_t()> state, TSupervisorLimits limits,

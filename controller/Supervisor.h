@@ -13,7 +13,10 @@
 
 #include "ixocamglue/platform/services/Clock.h"
 #include "ixocamglue/platform/states/NcWatch.h"
-#include "machines/simulated/Config.h"
+
+namespace ixocamglue {
+class TMachineConfig;
+}
 
 namespace ixocontroller {
 using namespace ixocamglue;
@@ -28,7 +31,7 @@ struct TSupervisorLimits {
   std::uint64_t HeartbeatLimitMs = 1'000;  // only outside standby
   std::uint64_t StepMs = 1'000;            // from one action to the next
 
-  [[nodiscard]] static TSupervisorLimits From(const TSimConfig& config);
+  [[nodiscard]] static TSupervisorLimits From(const TMachineConfig& config);
 };
 
 // Called with the reason, an operator text. What one throws is logged and changes nothing.

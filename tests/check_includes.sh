@@ -25,8 +25,9 @@ machines/simulated: ixocamglue/config ixocamglue/devcomm ixocamglue/platform ixo
 controller: ixocamglue ixocamglue/alarms/store $library
 verify: ixocamglue ixocamglue/alarms/store $library controller machines/simulated
 ixocut: $all
+examples/machine:
 tests/fixture: $all ixocut
-tests: $all ixocut tests/fixture
+tests: $all ixocut tests/fixture examples/machine
 bench: $all ixocut
 fuzz: $all ixocut tests/fixture
 "

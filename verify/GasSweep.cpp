@@ -16,6 +16,7 @@
 #include "ixocamglue/motion/Usequence.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
+#include "machines/simulated/Machine.h"
 #include "machines/simulated/Random.h"
 #include "verify/Oracle.h"
 
@@ -105,7 +106,7 @@ struct TGasPointSpec {
 class TGasSweepRun {
  public:
   TGasSweepRun(const TFiles& files, const TGasPointSpec& point) : FFiles(files), FPoint(point), FController(Options()) {
-    if (point.Fault != vfNone) FController.Machine().Gas()->SetFault(point.Gas, point.Fault);
+    if (point.Fault != vfNone) Simulated(FController.Machine()).Gas()->SetFault(point.Gas, point.Fault);
     FController.RunPass();  // power-up
     FController.RunPass();
   }
@@ -130,6 +131,7 @@ class TGasSweepRun {
   TControllerOptions Options() {
     FFiles.Reset();
     TControllerOptions options;
+    options.Machines = {SimulatedMachine()};
     options.MachineFile = FFiles.Machine();
     options.SafeEntry = FPoint.SafeEntry;
     options.Supervisor = false;
@@ -154,7 +156,7 @@ class TGasSweepRun {
       if (FController.Framework().CurrentState() == nsZemGasAdjust) {
         if (std::exchange(before, state.SubState()) != state.SubState()) FChanges.push_back(FTicks);
         if (FPoint.AbortTick && !FAbortedAt && FTicks >= *FPoint.AbortTick) {
-          FAbortedAt = FController.Gate().Journal().Size();
+          FAbortedAt = FController.Journal().Size();
           FController.Framework().Abort(FPoint.Reason);
         }
       }
@@ -167,7 +169,7 @@ class TGasSweepRun {
   }
 
   void AskOracle() {
-    const auto entries = FController.Gate().Journal().Entries();
+    const auto entries = FController.Journal().Entries();
     TExpectations expected;
     expected.Success = FCompleted;
     expected.ProcedureState = nsZemGasAdjust;
@@ -204,7 +206,7 @@ class TGasSweepRun {
   }
 
   void Probe() {
-    FController.Machine().Alarms().ClearAll();
+    FController.Alarms().ClearAll();
     FController.RunFor(50);
     auto probe = MakeStepOf<TSmtSequence>(nullptr);
     probe->Define(kProbeId, "probe", {{612, "delay", nullptr}});

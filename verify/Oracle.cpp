@@ -22,7 +22,7 @@ bool Harmless(TVerbKind kind) {
 
 class TCheck {
  public:
-  TCheck(std::span<const TJournalEntry> entries, const TSimSnapshot& snapshot, const TExpectations& expected)
+  TCheck(std::span<const TJournalEntry> entries, const TMachineSnapshot& snapshot, const TExpectations& expected)
       : FEntries(entries), FSnapshot(snapshot), FExpected(expected) {}
 
   std::vector<std::string> Run() {
@@ -117,7 +117,7 @@ class TCheck {
   }
 
   const std::span<const TJournalEntry> FEntries;
-  const TSimSnapshot& FSnapshot;
+  const TMachineSnapshot& FSnapshot;
   const TExpectations& FExpected;
   TOracle FOracle;
   std::vector<std::string> FViolations;
@@ -189,7 +189,7 @@ void TOracle::ReadLaser(const TJournalEntry& entry) {
 
 void TOracle::Dark() { FAskLaser = FAskEmission = FEmission = false; }
 
-std::vector<std::string> CheckRun(std::span<const TJournalEntry> entries, const TSimSnapshot& snapshot,
+std::vector<std::string> CheckRun(std::span<const TJournalEntry> entries, const TMachineSnapshot& snapshot,
                                   const TExpectations& expected) {
   return TCheck(entries, snapshot, expected).Run();
 }

@@ -12,11 +12,11 @@
 #include <string>
 #include <vector>
 
-#include "machines/simulated/Journal.h"
-#include "machines/simulated/Machine.h"
+#include "controller/Journal.h"
 
 namespace ixoverify {
 using namespace ixocamglue;
+using namespace ixocontroller;
 
 struct TExpectations {
   bool Success = false;       // the procedure says that it succeeded
@@ -68,7 +68,7 @@ class TOracle {
 // stay on), outputs off (unless
 // they may stay on), everything at rest, the procedure's state left exactly once, and nothing but reads, locks,
 // stops and offs after the abort.
-[[nodiscard]] std::vector<std::string> CheckRun(std::span<const TJournalEntry> entries, const TSimSnapshot& snapshot,
-                                                const TExpectations& expected);
+[[nodiscard]] std::vector<std::string> CheckRun(std::span<const TJournalEntry> entries,
+                                                const TMachineSnapshot& snapshot, const TExpectations& expected);
 
 }  // namespace ixoverify

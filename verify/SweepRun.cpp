@@ -12,6 +12,7 @@
 #include "ixocamglue/motion/Usequence.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
+#include "machines/simulated/Machine.h"
 #include "verify/Oracle.h"
 
 namespace ixoverify {
@@ -67,11 +68,11 @@ class TSweepRun {
  public:
   TSweepRun(const TProcedure& procedure, const TSweepPoint& point, TSweepMachine& machine, bool tracing)
       : FProcedure(procedure), FPoint(point), FMachine(machine), FListening(tracing), FController(Options()) {
-    if (procedure.Prepare) procedure.Prepare(FController.Machine());
+    if (procedure.Prepare) procedure.Prepare(Machine());
     ArrangeEmission();
     FController.RunPass();  // power-up
-    FDeviceBase = FController.Gate().Calls();
-    FSinkBase = FController.LogGate().Calls();
+    FDeviceBase = Gate().Calls();
+    FSinkBase = FLogGate.Calls();
     ArrangeFaults();
   }
 
@@ -81,9 +82,9 @@ class TSweepRun {
       Violation("cannot start: " + reason);
     RunProcedure();
     FFacts.Ticks = Watch().Tick.load() - FTickBase;
-    FFacts.DeviceCalls = FController.Gate().Calls() - FDeviceBase;
-    if (FPoint.AbortTick && FAbortedAt) FFacts.CallsAfterAbort = FController.Gate().Calls() - FAbortBase;
-    FFacts.SinkCalls = FController.LogGate().Calls() - FSinkBase;
+    FFacts.DeviceCalls = Gate().Calls() - FDeviceBase;
+    if (FPoint.AbortTick && FAbortedAt) FFacts.CallsAfterAbort = Gate().Calls() - FAbortBase;
+    FFacts.SinkCalls = FLogGate.Calls() - FSinkBase;
     Settle();
     AskOracle();
     Probe();
@@ -96,23 +97,26 @@ class TSweepRun {
     options.SafeEntry = FPoint.SafeEntry;
     options.Supervisor = false;  // the procedures and the platform must be enough
     options.LogCapacity = 64;
-    options.Sinks = {&FSink};
+    options.Sinks = {&FGatedSink};
     if (FProcedure.UsesConfig) options.MachineFile = FMachine.Fresh();
-    options.Adjust = [&procedure = FProcedure](TSimConfig& config) {
+    const auto adjust = [&procedure = FProcedure](TSimConfig& config) {
       config.Physics.EmissionDelayMs = 30;
       config.Physics.EmissionJitterMs = 0;
       if (procedure.UsesConfig) Hurry(config);
       config.Physics.Follower = !procedure.DriverZ;
       config.Physics.SecondFollower = config.Physics.Follower;
     };
+    options.Machines = {SimulatedMachine({.Adjust = adjust})};
     return options;
   }
 
+  TSimMachine& Machine() { return Simulated(FController.Machine()); }
+  TCallGate& Gate() { return Machine().Gate(); }
   TNcWatch& Watch() { return FController.Framework().Watch(); }
   void Violation(std::string text) { FFacts.Violations.push_back(std::move(text)); }
 
   void ArrangeEmission() {
-    TSimLaser& laser = *FController.Machine().Laser();
+    TSimLaser& laser = *Machine().Laser();
     switch (FPoint.Emission) {
       case TSweepEmission::Configured: break;
       case TSweepEmission::AtOnce: laser.SetEmissionScript(TEmissionScript::AfterPolls(0)); break;
@@ -125,7 +129,7 @@ class TSweepRun {
   void ArrangeFaults() {
     if (!FPoint.FromAbort) PlanDeviceFault(FDeviceBase);
     if (FPoint.SinkCall)
-      FController.LogGate().PlanSet(
+      FLogGate.PlanSet(
           {.Call = FSinkBase + FPoint.SinkCall, .Fault = gfThrow, .Sticky = false, .HangMs = 0, .Callback = {}});
   }
 
@@ -140,7 +144,7 @@ class TSweepRun {
         plan.Fault = gfCallback;
         plan.Callback = [this] { CallBack(); };
       }
-      FController.Gate().PlanSet(std::move(plan));
+      Gate().PlanSet(std::move(plan));
     }
   }
 
@@ -149,7 +153,8 @@ class TSweepRun {
       case TSweepCall::None: break;
       case TSweepCall::Stop: FController.Framework().Stop(); break;
       case TSweepCall::Alarm:
-        FController.Machine().RaiseAlarm({"TPSweep", "alarm out of a device call", 1}, {.Move = true});
+        FController.RaiseAlarm(
+            {.IdPrefix = "TPSweep", .Desc = "alarm out of a device call", .Id = 1, .Attrs = naForbidMove});
         break;
       case TSweepCall::SecondProcedure:
         if (FController.Running() && FController.Start(ShareRoot(MakeShot(1))))
@@ -164,12 +169,12 @@ class TSweepRun {
     while (FController.Running()) {
       if (FPoint.AbortTick && !FAbortedAt && Watch().Tick.load() - FTickBase >= *FPoint.AbortTick &&
           FController.Framework().CurrentState() == nsCustomMotion) {
-        FAbortedAt = FController.Gate().Journal().Size();
-        FAbortBase = FController.Gate().Calls();
+        FAbortedAt = FController.Journal().Size();
+        FAbortBase = Gate().Calls();
         if (FPoint.FromAbort) PlanDeviceFault(FAbortBase);
         FController.Framework().Abort(FPoint.Reason);
       }
-      FLastPass = FController.Gate().Journal().Size();
+      FLastPass = FController.Journal().Size();
       FController.RunPass();
       const auto& framework = FController.Framework();
       if (framework.CurrentState() == nsCustomMotion && framework.Busy() == bkNone && !framework.ChangePending())
@@ -177,7 +182,7 @@ class TSweepRun {
       const std::uint64_t lasted = Clock().MonotonicMs() - start;
       if (lasted > kCutMs && !cut) {
         cut = true;
-        if (!FAbortedAt) FAbortedAt = FController.Gate().Journal().Size();
+        if (!FAbortedAt) FAbortedAt = FController.Journal().Size();
         FController.Framework().Stop();
       } else if (lasted > kCutMs + kSettleMs) {
         return Violation("the procedure does not end");
@@ -186,7 +191,7 @@ class TSweepRun {
   }
 
   [[nodiscard]] bool Moving() {
-    const TSimSnapshot now = FController.Machine().Snapshot();
+    const TMachineSnapshot now = FController.Machine().Snapshot();
     return now.Moving() || now.RackMoving;
   }
 
@@ -197,7 +202,7 @@ class TSweepRun {
 
   void AskOracle() {
     const TMotionOutcome& outcome = FController.MotionState().Outcome();
-    const auto entries = FController.Gate().Journal().Entries();
+    const auto entries = FController.Journal().Entries();
     TExpectations expected;
     expected.Success = TCustomMotionState::GetExecOK(RootId(), false);
     expected.GasMayStayOn = FProcedure.LeavesGasOn;
@@ -209,7 +214,7 @@ class TSweepRun {
     if (FPoint.Undisturbed() && !expected.Success)
       Violation("undisturbed, and yet it failed: " + outcome.Path + outcome.Fault);
     if (!expected.Success) expected.AbortIndex = AbortIndex(entries);
-    if (const auto stuck = FController.Gate().Stuck()) expected.ExemptDevice = stuck->first;
+    if (const auto stuck = Gate().Stuck()) expected.ExemptDevice = stuck->first;
     for (std::string& text : CheckRun(entries, FController.Machine().Snapshot(), expected)) Violation(std::move(text));
   }
 
@@ -226,10 +231,10 @@ class TSweepRun {
 
   // The machine is repaired; the next procedure must run.
   void Probe() {
-    FController.Gate().PlanSet({});
-    FController.LogGate().PlanSet({});
-    FController.Machine().Alarms().ClearAll();
-    FController.Machine().Laser()->ResetLatch();
+    Gate().PlanSet({});
+    FLogGate.PlanSet({});
+    FController.Alarms().ClearAll();
+    Machine().Laser()->ResetLatch();
     FController.RunFor(50);
     auto probe = MakeStepOf<TSmtSequence>(nullptr);
     probe->Define(kProbeId, "probe", {{612, "delay", nullptr}});
@@ -244,6 +249,8 @@ class TSweepRun {
   TSweepMachine& FMachine;
   TListening FListening;
   TNullSink FSink;
+  TCallGate FLogGate;
+  TGatedSink FGatedSink{FSink, FLogGate};
   TController FController;
   TSweepFacts FFacts;
   std::uint64_t FDeviceBase = 0;

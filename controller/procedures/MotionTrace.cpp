@@ -15,7 +15,7 @@ bool SamePlace(const TTracePoint& a, const TTracePoint& b) {
 
 }  // namespace
 
-void TMotionTrace::Sample(const TSimSnapshot& now) {
+void TMotionTrace::Sample(const TMachineSnapshot& now) {
   const TTracePoint point{now.Ms, now.Pos.X, now.Pos.Y, now.Z, now.Focus};
   if (FLast) {
     FPathXY += std::hypot(point.X - FLast->X, point.Y - FLast->Y);

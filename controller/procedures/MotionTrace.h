@@ -5,7 +5,7 @@
 #include <optional>
 #include <vector>
 
-#include "machines/simulated/Machine.h"
+#include "ixocamglue/platform/Machine.h"
 
 namespace ixocontroller {
 using namespace ixocamglue;
@@ -25,7 +25,7 @@ class TMotionTrace {
   static constexpr std::size_t kMostPoints = 200'000;
 
   // In the order of time; the samples' distance bounds what the path's length misses of a curve.
-  void Sample(const TSimSnapshot& now);
+  void Sample(const TMachineSnapshot& now);
   // With the last sample.
   [[nodiscard]] std::vector<TTracePoint> Points() const;
   [[nodiscard]] double PathXY() const { return FPathXY; }

@@ -11,7 +11,7 @@
 #include "controller/StateFolder.h"
 #include "controller/procedures/Timeline.h"
 #include "ixocut/CommandLine.h"
-#include "machines/simulated/Faults.h"
+#include "ixocut/Machines.h"
 
 namespace ixocontroller {
 namespace {
@@ -23,6 +23,7 @@ constexpr std::uint64_t kTriggerLimitMs = 600'000;
 
 TControllerOptions SessionOptions(const TRunSettings& settings, TConsole& console) {
   TControllerOptions session;
+  session.Machines = Machines();
   session.MachineFile = MachineFile(settings.Machine, settings.State);
   session.LocaleFolder = ShareFolder() / "locale";
   session.AlarmFolder = ShareFolder() / "alarms";
@@ -37,8 +38,7 @@ TControllerOptions SessionOptions(const TRunSettings& settings, TConsole& consol
 
 TProcedureRun::TProcedureRun(const TRunSettings& settings, TConsole& console)
     : FSettings(settings), FConsole(console), FController(SessionOptions(settings, console)) {
-  for (const std::string& name : settings.Faults)
-    if (const TSimFault* const fault = FindSimFault(name)) fault->Apply(FController.Machine());
+  for (const std::string& name : settings.Faults) FController.Machine().Inject(name);
 }
 
 // --- on the state thread ---
@@ -61,7 +61,7 @@ void TProcedureRun::Watch(std::uint64_t nowMs) {
   if (FSettings.StopAt && lasted >= *FSettings.StopAt && !std::exchange(FStopSent, true))
     FController.Framework().Stop();
   if (FSettings.AlarmAt && lasted >= *FSettings.AlarmAt && !std::exchange(FAlarmSent, true))
-    FController.Machine().RaiseAlarm({"TPHost", SAskedAlarm.Get(), 1}, TSimForbids{.Move = true});
+    FController.RaiseAlarm({.IdPrefix = "TPHost", .Desc = SAskedAlarm.Get(), .Id = 1, .Attrs = naForbidMove});
 }
 
 void TProcedureRun::CheckSignal() {
@@ -154,11 +154,11 @@ TRunReport TProcedureRun::Report(bool ended) {
     report.NextState = outcome.NextState;
   }
   report.Steps = FSteps.Items();
-  report.Signals = FController.Gate().Journal().Signals().Items();
+  report.Signals = FController.Journal().Signals().Items();
   const TTimeline timeline(report.Signals, FStartMs, report.EndMs);
   report.Timeline = timeline.Draw();
   report.TimelineJson = timeline.Json();
-  report.Journal = FController.Gate().Journal().Lines();
+  report.Journal = FController.Journal().Lines();
 
   const auto tooEarly = [&](const char* option, const std::optional<std::uint64_t>& at, bool sent) {
     if (at && !sent) report.Notes.push_back(Show(SShotTooEarly, option, ShownMs(*at)));
@@ -183,7 +183,7 @@ void AddRunSettings(CLI::App& command, TRunSettings& settings, const std::string
   trigger("--alarm-at", settings.AlarmAt,
           "Raise an alarm that forbids all motion this long after the procedure was entered, 0 to 600000");
   std::vector<std::string> faults;
-  for (const TSimFault& fault : SimFaults()) faults.emplace_back(fault.Name);
+  for (const TMachineFault& fault : MachineFaults()) faults.emplace_back(fault.Name);
   command.add_option("--fault", settings.Faults, "Something of the machine that fails; `ixocut procedures --faults`")
       ->check(CLI::IsMember(faults))
       ->expected(1)

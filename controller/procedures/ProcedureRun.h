@@ -28,7 +28,7 @@ using namespace ixocut;
 struct TRunSettings {
   std::optional<std::uint64_t> StopAt;   // ms after the procedure was entered
   std::optional<std::uint64_t> AlarmAt;  // the same
-  std::vector<std::string> Faults;       // names of SimFaults
+  std::vector<std::string> Faults;       // of the machine, by name
   bool Realtime = false;
   bool Json = false;
   bool Trace = false;

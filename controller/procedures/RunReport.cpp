@@ -23,7 +23,7 @@ std::string Mm(double value) { return Format("%.2f", value); }
 
 }  // namespace
 
-std::string WhatIsOn(const TSimSnapshot& now) {
+std::string WhatIsOn(const TMachineSnapshot& now) {
   std::string on;
   const auto add = [&](const std::string& what) { on += (on.empty() ? "" : ", ") + what; };
   if (now.Emission) add(SRowEmission.Get());
@@ -34,12 +34,12 @@ std::string WhatIsOn(const TSimSnapshot& now) {
   return on;
 }
 
-std::string StatusText(const TSimSnapshot& now) {
+std::string StatusText(const TMachineSnapshot& now) {
   const std::string on = WhatIsOn(now);
   return Format("X %.2f Y %.2f Z %.2f F %.2f", now.Pos.X, now.Pos.Y, now.Z, now.Focus) + (on.empty() ? "" : "  ") + on;
 }
 
-std::vector<std::string> ReportLines(const TRunReport& report, const TMotionTrace& trace, const TSimSnapshot& last,
+std::vector<std::string> ReportLines(const TRunReport& report, const TMotionTrace& trace, const TMachineSnapshot& last,
                                      bool withJournal) {
   std::vector<std::string> lines = report.Notes;
   if (withJournal) {
@@ -72,7 +72,7 @@ std::vector<std::string> ReportLines(const TRunReport& report, const TMotionTrac
   return lines;
 }
 
-nlohmann::ordered_json ReportJson(const TRunReport& report, const TMotionTrace& trace, const TSimSnapshot& last) {
+nlohmann::ordered_json ReportJson(const TRunReport& report, const TMotionTrace& trace, const TMachineSnapshot& last) {
   auto steps = nlohmann::ordered_json::array();
   for (const TStepSpan& step : report.Steps)
     steps.push_back({{"level", step.Level},

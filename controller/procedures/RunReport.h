@@ -8,20 +8,20 @@
 
 #include "controller/procedures/MotionTrace.h"
 #include "controller/procedures/ProcedureRun.h"
-#include "machines/simulated/Machine.h"
+#include "ixocamglue/platform/Machine.h"
 
 namespace ixocontroller {
 
 // "X 100.00 Y 50.00 Z 10.00 F 0.00  laser, gas 2 1.50 bar, output 4"; what is off is left out.
-[[nodiscard]] std::string StatusText(const TSimSnapshot& now);
+[[nodiscard]] std::string StatusText(const TMachineSnapshot& now);
 // What is on, as in StatusText; empty: nothing.
-[[nodiscard]] std::string WhatIsOn(const TSimSnapshot& now);
+[[nodiscard]] std::string WhatIsOn(const TMachineSnapshot& now);
 
 // The lines behind the log, in the language of the session, which still lives: notes, steps, timeline, path, the way
 // to the step that failed, and how it ended.
 [[nodiscard]] std::vector<std::string> ReportLines(const TRunReport& report, const TMotionTrace& trace,
-                                                   const TSimSnapshot& last, bool withJournal);
+                                                   const TMachineSnapshot& last, bool withJournal);
 [[nodiscard]] nlohmann::ordered_json ReportJson(const TRunReport& report, const TMotionTrace& trace,
-                                                const TSimSnapshot& last);
+                                                const TMachineSnapshot& last);
 
 }  // namespace ixocontroller

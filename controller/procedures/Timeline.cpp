@@ -1,7 +1,6 @@
 #include "controller/procedures/Timeline.h"
 
 #include <algorithm>
-#include <optional>
 #include <string_view>
 
 #include <nlohmann/json.hpp>
@@ -14,16 +13,6 @@ namespace {
 
 constexpr std::size_t kMarks = 4;  // numbers on the scale, beside the one at its end
 constexpr std::string_view kOn = "█", kPart = "▄", kOff = "·";
-
-// What a signal says about a row: on, off, or nothing.
-std::optional<bool> Says(std::string_view signal, std::string_view row) {
-  if (!signal.starts_with(row)) return std::nullopt;
-  signal.remove_prefix(row.size());
-  if (row == "state") return signal != " 0";
-  if (signal == " on" || signal.starts_with(" on ")) return true;
-  if (signal == " off") return false;
-  return std::nullopt;
-}
 
 std::string Padded(std::string text, std::size_t width) {
   const std::size_t shown = DisplayWidth(text);
@@ -45,10 +34,10 @@ std::size_t DisplayWidth(std::string_view text) {
 
 TTimeline::TTimeline(std::span<const TSignal> signals, std::uint64_t startMs, std::uint64_t endMs)
     : FLengthMs(endMs - startMs),
-      FRows{{"state", &SRowState, {}},
-            {"emission", &SRowEmission, {}},
-            {"laser", &SRowLaser, {}},
-            {"gas", &SRowGas, {}}} {
+      FRows{{sgState, "state", &SRowState, {}},
+            {sgEmission, "emission", &SRowEmission, {}},
+            {sgLaser, "laser", &SRowLaser, {}},
+            {sgGas, "gas", &SRowGas, {}}} {
   for (TTimelineRow& row : FRows) {
     bool isOn = false;
     std::uint64_t since = 0;
@@ -59,12 +48,12 @@ TTimeline::TTimeline(std::span<const TSignal> signals, std::uint64_t startMs, st
     for (const TSignal& signal : signals) {
       if (signal.Ms >= endMs) break;
       const std::uint64_t at = std::max(signal.Ms, startMs) - startMs;
-      const auto on = Says(signal.Text, row.Signal);
-      if (on == true && !isOn) {
+      if (signal.Kind != row.Kind) continue;
+      if (signal.On && !isOn) {
         isOn = true;
         since = at;
       }
-      if (on == false) end(at);
+      if (!signal.On) end(at);
     }
     end(FLengthMs);
   }

@@ -9,8 +9,8 @@
 
 #include <nlohmann/json_fwd.hpp>
 
+#include "ixocamglue/platform/Machine.h"
 #include "ixocamglue/support/Texts.h"
-#include "machines/simulated/Journal.h"
 
 namespace ixocontroller {
 using namespace ixocamglue;
@@ -22,6 +22,7 @@ struct TTimelineSpan {
 };
 
 struct TTimelineRow {
+  TSignalKind Kind;
   const char* Signal;             // "state", "emission", "laser", "gas"
   const TText* Label;             // for the operator
   std::vector<TTimelineSpan> On;  // rising, without overlap; of the state: any state but standby

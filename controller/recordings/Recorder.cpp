@@ -74,7 +74,7 @@ TRecorder::TRecorder(TMonitorWriter& writer, const std::vector<TMonitorSignalKey
   }
 }
 
-void TRecorder::Sample(const TSimSnapshot& now) {
+void TRecorder::Sample(const TMachineSnapshot& now) {
   const double positions[kRecordedAxes] = {now.Pos.X, now.Pos.Y, now.Z, now.Focus};
   for (std::size_t i = 0; i < kRecordedAxes; ++i) {
     TAxis& axis = FAxes[i];
@@ -87,7 +87,7 @@ void TRecorder::Sample(const TSimSnapshot& now) {
   ++FSamples;
 }
 
-void TRecorder::Put(TChannel& channel, const TSimSnapshot& now) {
+void TRecorder::Put(TChannel& channel, const TMachineSnapshot& now) {
   TMonitorDataFrame& frame = channel.Frame;
   if (frame.DataCount == 0) frame.SampleTime = static_cast<std::uint32_t>(FSamples);
   const std::size_t i = frame.DataCount++;

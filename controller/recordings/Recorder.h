@@ -8,7 +8,7 @@
 #include "ixocamglue/monitor/Ucollections.h"
 #include "ixocamglue/monitor/Umonitorsignals.h"
 #include "ixocamglue/monitor/Umonitorwriter.h"
-#include "machines/simulated/Machine.h"
+#include "ixocamglue/platform/Machine.h"
 
 namespace ixocontroller {
 using namespace ixocamglue;
@@ -26,7 +26,7 @@ class TRecorder {
   TRecorder(TMonitorWriter& writer, const std::vector<TMonitorSignalKey>& signals);
 
   // Once per ms; the first sample's time is 0. Throws what the writer throws.
-  void Sample(const TSimSnapshot& now);
+  void Sample(const TMachineSnapshot& now);
   // Writes the frames that are not full.
   void Finish();
   [[nodiscard]] std::uint64_t Samples() const { return FSamples; }
@@ -47,7 +47,7 @@ class TRecorder {
     double Error = 0.0;
   };
 
-  void Put(TChannel& channel, const TSimSnapshot& now);
+  void Put(TChannel& channel, const TMachineSnapshot& now);
 
   TMonitorWriter& FWriter;
   std::vector<TChannel> FChannels;

@@ -17,12 +17,15 @@
 #include "controller/procedures/Procedures.h"
 #include "ixocamglue/alarms/Almintprt.h"
 #include "ixocamglue/alarms/Ualarmmanager.h"
+#include "ixocamglue/alarms/store/AlarmStore.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/Console.h"
+#include "ixocut/Machines.h"
 #include "ixocut/alarms/AlarmView.h"
 #include "ixocut/alarms/AlarmsCommand.h"
+#include "machines/simulated/Machine.h"
 
 namespace ixocut {
 using namespace ixocontroller;
@@ -132,11 +135,11 @@ class TLive {
     TNcAlarmRecord record{.IdPrefix = id.substr(0, hash), .Desc = known ? rec.BrifDesc : id, .Id = number};
     // An operator's own line forbids nothing that a real device did not forbid: it is shown only.
     record.Attrs = naShownOnly;
-    FController.Machine().Alarms().Raise(std::move(record));
+    FController.Alarms().Raise(std::move(record));
     return true;
   }
   bool Clear(const std::string& id, std::string& why) {
-    if (FController.Machine().Alarms().Clear(id)) return true;
+    if (FController.Alarms().Clear(id)) return true;
     why = id + " does not stand";
     return false;
   }
@@ -179,7 +182,7 @@ class TLive {
   bool Device(std::istringstream& words, bool broken, std::string& why) {
     std::string name;
     words >> name;
-    TSimMachine& machine = FController.Machine();
+    TSimMachine& machine = Simulated(FController.Machine());
     if (name == "axis") {
       const double x = broken ? machine.Config().X.SoftLimitPos + 100.0 : machine.Snapshot().Pos.X;
       machine.Motion().MoveXY({x, machine.Snapshot().Pos.Y}, 0.0);
@@ -193,7 +196,7 @@ class TLive {
       (void)machine.LaserDevice().GetEmission();
       if (broken) machine.LaserDevice().LoseEmission();
     } else if (name == "device") {
-      if (broken) FController.Gate().PlanSet({.Call = FController.Gate().Calls() + 1, .Fault = gfThrow});
+      if (broken) machine.Gate().PlanSet({.Call = machine.Gate().Calls() + 1, .Fault = gfThrow});
       try {
         (void)machine.GasDevice().GetGas();
       } catch (const EDeviceFault&) {  // what was asked for
@@ -257,6 +260,7 @@ int RunAlarmsLive(const TAlarmsOptions& options, std::ostream& out) {
     std::filesystem::create_directories(db.parent_path(), error);  // what fails here fails again when it is opened
   }
   TControllerOptions made;
+  made.Machines = Machines();
   made.MachineFile = MachineFile(options.Machine, options.State);
   made.LocaleFolder = ShareFolder() / "locale";
   made.AlarmFolder = ShareFolder() / "alarms";

@@ -20,6 +20,7 @@
 #include "ixocamglue/support/ValueText.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/Console.h"
+#include "ixocut/Machines.h"
 #include "ixocut/Plot.h"
 #include "ixocut/gas/GasCommand.h"
 #include "ixocut/gas/GasPlot.h"
@@ -174,6 +175,7 @@ class TCalibrate {
 
 TControllerOptions TCalibrate::SessionOptions(const TCalibrateOptions& options, TConsole& console) {
   TControllerOptions session;
+  session.Machines = Machines();
   session.MachineFile = MachineFile(options.Machine, options.State);
   session.LocaleFolder = ShareFolder() / "locale";
   session.AlarmFolder = ShareFolder() / "alarms";

@@ -14,6 +14,7 @@
 #include "ixocamglue/support/ValueText.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/Console.h"
+#include "ixocut/Machines.h"
 #include "ixocut/gas/GasCommand.h"
 
 namespace ixocut {
@@ -49,7 +50,7 @@ TReached Reach(TController& session, std::int32_t branch, double bar) {
       throw EProblem(pbUnusable, "the machine does not acknowledge standby: laser or emission stays on");
     session.RunFor(kReadingMs);
   }
-  TNcGas* const gas = session.Machine().Gas();
+  TNcGas* const gas = CutSystem()->Gas();
   gas->SelectBranch(branch);
   gas->SetPressure(bar);
   gas->SwitchOn();
@@ -59,7 +60,7 @@ TReached Reach(TController& session, std::int32_t branch, double bar) {
     session.RunFor(kReadingMs);
     reached.SensorBar += DeviceManager()->GetRtGasPressure() / kReadings;
   }
-  const TSimSnapshot now = session.Machine().Snapshot();
+  const TMachineSnapshot now = session.Machine().Snapshot();
   reached.Volt = now.GasVolt;
   reached.Bar = now.GasBar;
   gas->SwitchOff();
@@ -77,6 +78,7 @@ int RunPressure(const TPressureOptions& options, std::ostream& out) {
 
   TConsole console(out, options.Json, false);
   TControllerOptions session;
+  session.Machines = Machines();
   session.MachineFile = MachineFile(options.Machine, options.State);
   session.LocaleFolder = ShareFolder() / "locale";
   session.Language = options.Language;

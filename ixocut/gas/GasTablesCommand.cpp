@@ -14,6 +14,7 @@
 #include "ixocamglue/support/ValueText.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/Console.h"
+#include "ixocut/Machines.h"
 #include "ixocut/gas/GasCommand.h"
 #include "ixocut/gas/GasTable.h"
 
@@ -45,6 +46,7 @@ class TTables {
  private:
   static TControllerOptions Options(const TTablesOptions& options, TConsole& console) {
     TControllerOptions session;
+    session.Machines = Machines();
     session.MachineFile = MachineFile(options.Machine, options.State);
     session.LocaleFolder = ShareFolder() / "locale";
     session.Language = options.Language;

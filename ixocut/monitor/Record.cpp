@@ -16,6 +16,8 @@
 #include "ixocamglue/monitor/Umonitorsink.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/Console.h"
+#include "ixocut/Machines.h"
+#include "machines/simulated/Machine.h"
 
 namespace ixocut {
 using namespace ixocontroller;
@@ -96,6 +98,7 @@ int RunRecord(const TRecordOptions& options, std::ostream& out) {
   const TListenEnd listenEnd;
   TConsole console(out, options.Json, false);
   TControllerOptions settings;
+  settings.Machines = Machines();
   settings.MachineFile = MachineFile(options.Machine, options.State);
   settings.LocaleFolder = ShareFolder() / "locale";
   settings.Language = options.Language;
@@ -104,7 +107,7 @@ int RunRecord(const TRecordOptions& options, std::ostream& out) {
   TController session(settings);
   TLogService::Listen(console.Mask());
   for (const std::string& notice : session.Notices()) LogMsg(lkWarning, 0, notice, "TPHost");
-  if (procedure->Prepare) procedure->Prepare(session.Machine());
+  if (procedure->Prepare) procedure->Prepare(Simulated(session.Machine()));
 
   // Opened before anything moves: what cannot be written is not worth a run.
   TMonitorFileSink sink(options.Out);

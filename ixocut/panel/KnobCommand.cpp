@@ -16,6 +16,7 @@
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/ValueText.h"
 #include "ixocut/CommandLine.h"
+#include "ixocut/Machines.h"
 #include "ixocut/panel/PanelHost.h"
 
 namespace ixocut {
@@ -92,14 +93,14 @@ int RunKnob(const TKnobOptions& options, bool setsState, bool setsSpeed, std::os
   if (setsSpeed && !xy && !z) throw EProblem(pbRequest, "--xy or --z is needed");
 
   TControllerOptions sessionOptions;
+  sessionOptions.Machines = Machines();
   sessionOptions.MachineFile = MachineFile(options.Machine, options.State);
   sessionOptions.LocaleFolder = ShareFolder() / "locale";
   sessionOptions.Language = options.Language;
   TController session(sessionOptions);
   TKnob& knob = Knob();
   const auto check = [&] {
-    if (const std::string problem = CheckKnob(session.Machine().Config()); !problem.empty())
-      throw EProblem(pbRefused, problem);
+    if (const std::string problem = CheckKnob(); !problem.empty()) throw EProblem(pbRefused, problem);
   };
   if (setsSpeed) {
     if (xy) Level(knob.XYSpeed.ShowSpeed, *level) = *xy;

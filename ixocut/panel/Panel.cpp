@@ -15,6 +15,7 @@
 #include "ixocamglue/support/Problem.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/Console.h"
+#include "ixocut/Machines.h"
 #include "ixocut/panel/PanelScript.h"
 #include "ixocut/panel/PanelTerminal.h"
 
@@ -41,6 +42,7 @@ using TOptions = std::shared_ptr<TPanelOptions>;
 
 TControllerOptions SessionOptions(const TPanelOptions& options, ILogSink* sink) {
   TControllerOptions session;
+  session.Machines = Machines();
   session.MachineFile = MachineFile(options.Machine, options.State);
   session.LocaleFolder = ShareFolder() / "locale";
   session.Language = options.Language;
@@ -116,17 +118,16 @@ std::string StatesWith(const TKBPManager& manager, TKeyMask key) {
 
 // The standing alarms that alone keep the key from being permitted.
 std::string Blockers(TController& session, TKeyMask key) {
-  TSimMachine& machine = session.Machine();
-  const std::vector<TNcAlarmRecord> standing = machine.Alarms().Standing();
+  TNcAlarmManager& alarms = session.Alarms();
+  const std::vector<TNcAlarmRecord> standing = alarms.Standing();
   TKBPManager& manager = *KBPManager();
   std::string names;
   for (const TNcAlarmRecord& record : standing) {
     const TDemoAlarm* const known = record.IdPrefix == "TPHost" ? FindDemoAlarm(record.Id) : nullptr;
     bool blocks = !known;
     if (known) {
-      machine.Alarms().ClearAll();
-      if (known->Axis >= 0) machine.Alarms().ForbidAxis(known->Axis, true);
-      machine.Alarms().Raise(record, known->Forbids);
+      alarms.ClearAll();
+      alarms.Raise(record);
       manager.UpdateAlarmPermit();
       blocks = (manager.GetMap(kMapAlarmPermit) & key) == 0;
     }

@@ -11,6 +11,7 @@
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/ValueText.h"
 #include "ixocut/panel/TerminalKeys.h"
+#include "machines/simulated/Config.h"
 
 namespace ixocut {
 namespace {
@@ -63,12 +64,12 @@ static_assert(PictureKeys() == Run(0, kKeys - 1));
 
 const std::array<TDemoAlarm, 6>& Alarms() {
   static const std::array<TDemoAlarm, 6> kAlarms{{
-      {101, &SAlarmLaserSource, {.Cut = true, .Laser = true}},
-      {102, &SAlarmGasPressure, {.Cut = true}},
-      {103, &SAlarmFollower, {.Cut = true, .Follower = true}},
-      {104, &SAlarmLimitX, {}, 0},
-      {105, &SAlarmNotHomed, {.Cut = true, .RequireOrg = true}},
-      {106, &SAlarmDrive, {.Cut = true, .Laser = true, .Homing = true, .Move = true}},
+      {101, &SAlarmLaserSource, naForbidCut | naForbidLaser},
+      {102, &SAlarmGasPressure, naForbidCut},
+      {103, &SAlarmFollower, naForbidCut | naForbidFollower},
+      {104, &SAlarmLimitX, NcAlarmAxis(0, true)},
+      {105, &SAlarmNotHomed, naForbidCut | naRequireOrg},
+      {106, &SAlarmDrive, naForbidCut | naForbidLaser | naForbidHoming | naForbidMove},
   }};
   return kAlarms;
 }
@@ -158,18 +159,16 @@ TPanelHost::~TPanelHost() {
 }
 
 void TPanelHost::RaiseAlarm(const TDemoAlarm& alarm) {
-  if (alarm.Axis >= 0) FController.Machine().Alarms().ForbidAxis(alarm.Axis, true);
-  FController.Machine().RaiseAlarm({"TPHost", alarm.Name->Get(), alarm.Id}, alarm.Forbids);
+  FController.RaiseAlarm({.IdPrefix = "TPHost", .Desc = alarm.Name->Get(), .Id = alarm.Id, .Attrs = alarm.Attrs});
 }
 
 void TPanelHost::SetWarning(bool pending) {
   FController.Params().SetBool("ExistMaintainWarning", pending);
-  if (pending) FController.Machine().Alarms().Raise({"TPHost", SAlarmNotHomed.Get(), 0}, {.RequireOrg = true});
+  if (pending) FController.Alarms().Raise({.IdPrefix = "TPHost", .Desc = SAlarmNotHomed.Get(), .Attrs = naRequireOrg});
 }
 
 void TPanelHost::SetKnob(TSpeedState level) {
-  if (const std::string problem = CheckKnob(FController.Machine().Config()); !problem.empty())
-    return LogMsg(lkWarning, 0, problem, "TPHost");
+  if (const std::string problem = CheckKnob(); !problem.empty()) return LogMsg(lkWarning, 0, problem, "TPHost");
   try {
     Knob().SetSpeedState(level);
   } catch (const EDesignFault& fault) {
@@ -201,7 +200,9 @@ std::string CheckJogSpeeds(double low, double normal, double high, double most) 
   return {};
 }
 
-std::string CheckKnob(const TSimConfig& config) {
+std::string CheckKnob() {
+  std::vector<std::string> unread;
+  const TSimConfig config = TSimConfig::FromConfig(*MachineConfig(), unread);
   const TSpeedData& xy = Knob().XYSpeed.ShowSpeed;
   const TSpeedData& z = Knob().ZSpeed.ShowSpeed;
   if (std::string problem =

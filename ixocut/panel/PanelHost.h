@@ -21,8 +21,7 @@ using namespace ixocontroller;
 struct TDemoAlarm {
   std::int32_t Id;
   const TText* Name;
-  TSimForbids Forbids;
-  std::int32_t Axis = -1;  // its positive direction is forbidden
+  TNcAlarmAttrs Attrs;
 };
 [[nodiscard]] std::span<const TDemoAlarm> DemoAlarms();
 [[nodiscard]] const TDemoAlarm* FindDemoAlarm(std::int32_t id);
@@ -56,7 +55,7 @@ class TPanelHost {
   // A maintenance warning is pending, and alarms require the origin; or neither.
   void SetWarning(bool pending);
   // By hand: the emergency stop and what it latched.
-  void ResetEmergencyStop() { FController.Machine().Demo().SetEmergencyStop(false); }
+  void ResetEmergencyStop() { FController.Keys().SetEmergencyStop(false); }
   // Applies a level of the knob; refused with a text for the operator when the speeds are not right.
   void SetKnob(TSpeedState level);
   // The next level, if the panel permits the knob's key.
@@ -75,6 +74,6 @@ class TPanelHost {
 // above 0.01.
 [[nodiscard]] std::string CheckJogSpeeds(double low, double normal, double high, double most);
 // Checks the knob's shown XY and Z speeds against the machine's axes.
-[[nodiscard]] std::string CheckKnob(const TSimConfig& config);
+[[nodiscard]] std::string CheckKnob();
 
 }  // namespace ixocut

@@ -113,10 +113,7 @@ std::vector<TScriptLine> ReadScript(const std::filesystem::path& file) {
 }
 
 TPanelScript::TPanelScript(TPanelHost& host, std::ostream* out)
-    : FHost(host),
-      FOut(out),
-      FToldEntries(host.Controller().Gate().Journal().Size()),
-      FStartMs(Clock().MonotonicMs()) {}
+    : FHost(host), FOut(out), FToldEntries(host.Controller().Journal().Size()), FStartMs(Clock().MonotonicMs()) {}
 
 void TPanelScript::Run(const std::vector<TScriptLine>& lines) {
   for (const TScriptLine& line : lines) Step(line);
@@ -162,11 +159,11 @@ void TPanelScript::Step(const TScriptLine& line) {
   } else if (w[0] == "alarm") {
     FHost.RaiseAlarm(*FindDemoAlarm(std::stoi(w[1])));
   } else if (w[0] == "clear") {
-    FHost.Controller().Machine().ClearAlarms();
+    FHost.Controller().ClearAlarms();
   } else if (w[0] == "warning") {
     FHost.SetWarning(on(1));
   } else if (w[0] == "emergency") {
-    FHost.Controller().Machine().Demo().SetEmergencyStop(on(1));
+    FHost.Controller().Keys().SetEmergencyStop(on(1));
   } else if (w[0] == "leds") {
     ShowLeds();
   }
@@ -184,7 +181,7 @@ void TPanelScript::RunFor(std::uint64_t ms) {
 
 // What reached the cutting system and what it made of it.
 void TPanelScript::TellMachine() {
-  const auto entries = FHost.Controller().Gate().Journal().Entries();
+  const auto entries = FHost.Controller().Journal().Entries();
   for (; FToldEntries < entries.size(); ++FToldEntries) {
     const TJournalEntry& entry = entries[FToldEntries];
     if (entry.Device != "cut" && !entry.IsState()) continue;

@@ -98,7 +98,7 @@ class TPanelScreen {
     line("");
     for (const std::string& row : DrawPanel(FHost.Guard().Leds(), true, TRawTerminal::Columns())) line(row);
     line("");
-    const TSimSnapshot now = FController.Machine().Snapshot();
+    const TMachineSnapshot now = FController.Machine().Snapshot();
     const auto& open = FHost.Forms().Open();
     line(Format("form %s   state %d %s   knob %s %.1f mm/s", open.empty() ? "-" : open.back().c_str(), now.State,
                 CutStateName(ClassifyCutState(now.State)), LevelName(Knob().GetSpeedState()),

@@ -12,7 +12,7 @@
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocut/CommandLine.h"
-#include "machines/simulated/Faults.h"
+#include "ixocut/Machines.h"
 
 namespace ixocut {
 using namespace ixocontroller;
@@ -84,7 +84,7 @@ nlohmann::ordered_json JsonOf(const TMotionRow& row, const TMotionLimits& limits
 
 int ListFaults(const TProceduresOptions& options, std::ostream& out) {
   auto faults = nlohmann::ordered_json::array();
-  for (const TSimFault& fault : SimFaults()) {
+  for (const TMachineFault& fault : MachineFaults()) {
     if (options.Json)
       faults.push_back({{"name", fault.Name}, {"description", fault.Description}});
     else

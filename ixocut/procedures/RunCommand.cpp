@@ -19,6 +19,7 @@
 #include "ixocut/CommandLine.h"
 #include "ixocut/Plot.h"
 #include "ixocut/procedures/RunPlot.h"
+#include "machines/simulated/Machine.h"
 
 namespace ixocut {
 namespace {
@@ -147,7 +148,7 @@ class TObserver {
         FEveryMs(console.OnTerminal() ? kTerminalEveryMs : kStatusEveryMs) {}
 
   void Look(std::uint64_t nowMs) {
-    const TSimSnapshot now = FRun.Controller().Machine().Snapshot();
+    const TMachineSnapshot now = FRun.Controller().Machine().Snapshot();
     FTrace.Sample(now);
     const std::uint64_t begun = FRun.Steps().Begun();
     const bool stepped = begun != FBegun;
@@ -194,7 +195,7 @@ int Run(const TRunOptions& options, std::ostream& out) {
     TProcedureRun run(options, console);
     TObserver observer(run, console, options);
     run.OnLook([&](std::uint64_t nowMs) { observer.Look(nowMs); });
-    if (job.Procedure && job.Procedure->Prepare) job.Procedure->Prepare(run.Controller().Machine());
+    if (job.Procedure && job.Procedure->Prepare) job.Procedure->Prepare(Simulated(run.Controller().Machine()));
     const auto make = [&] {
       TStepPtr root = RootOf(job);
       if (TNcParams* const params = NcParams(); params && options.SaveCalibration)
@@ -202,7 +203,7 @@ int Run(const TRunOptions& options, std::ostream& out) {
       return root;
     };
     const TRunReport report = run.Run(job.Title, make, options.LimitMs);
-    const TSimSnapshot last = run.Controller().Machine().Snapshot();
+    const TMachineSnapshot last = run.Controller().Machine().Snapshot();
     lines = ReportLines(report, observer.Trace(), last, options.Journal);
     if (options.Json) document.update(ReportJson(report, observer.Trace(), last));
     if (!options.Plot.empty()) {

@@ -62,20 +62,25 @@ TInterval Shown(const std::vector<TTracePoint>& points, double TTracePoint::*val
   return shown;
 }
 
-// A signal's row: where it is on. "gas on 2 3.50", "output 5 off", "state 204".
+// A signal's row: where it is on.
 struct TSignalRow {
-  std::string Name;
-  std::string Data;
+  TSignalKind Kind;
+  std::int32_t Output;  // 0: no output's
+  std::string Data = "0 0\n";
   bool On = false;
 };
 
-std::string LabelOf(const std::string& name) {
-  if (name == "emission") return SRowEmission.Get();
-  if (name == "laser") return SRowLaser.Get();
-  if (name == "gas") return SRowGas.Get();
-  if (name == "state") return SRowState.Get();
-  if (name.starts_with("output ")) return Format("%s %s", SRowOutput.Get(), name.c_str() + 7);
-  return name;
+std::string LabelOf(const TSignalRow& row) {
+  switch (row.Kind) {
+    case sgState: return SRowState.Get();
+    case sgEmission: return SRowEmission.Get();
+    case sgLaser: return SRowLaser.Get();
+    case sgGas: return SRowGas.Get();
+    case sgOutput: return Format("%s %d", SRowOutput.Get(), row.Output);
+    case sgAiming: return "aiming";
+    case sgGasVolt: break;  // no row
+  }
+  return {};
 }
 
 std::vector<TSignalRow> SignalRows(const TRunReport& report) {
@@ -87,22 +92,16 @@ std::vector<TSignalRow> SignalRows(const TRunReport& report) {
     row.On = on;
   };
   std::vector<TSignalRow> rows;
-  const auto rowOf = [&](const std::string& name) -> TSignalRow& {
-    const auto found = std::ranges::find(rows, name, &TSignalRow::Name);
-    return found != rows.end() ? *found : rows.emplace_back(TSignalRow{name, "0 0\n", false});
+  const auto rowOf = [&](TSignalKind kind, std::int32_t output) -> TSignalRow& {
+    const auto found =
+        std::ranges::find_if(rows, [&](const TSignalRow& row) { return row.Kind == kind && row.Output == output; });
+    return found != rows.end() ? *found : rows.emplace_back(TSignalRow{kind, output});
   };
   // From the bottom up.
-  for (const char* const name : {"gas", "laser", "emission", "state"}) (void)rowOf(name);
-  for (const TSignal& signal : report.Signals) {
-    const std::string& text = signal.Text;
-    const std::size_t on = (text + " ").find(" on ");
-    if (text.starts_with("state "))
-      change(rowOf("state"), signal.Ms, text != "state 0");
-    else if (text.ends_with(" off"))
-      change(rowOf(text.substr(0, text.size() - 4)), signal.Ms, false);
-    else if (on != std::string::npos)
-      change(rowOf(text.substr(0, on)), signal.Ms, true);
-  }
+  for (const TSignalKind kind : {sgGas, sgLaser, sgEmission, sgState}) (void)rowOf(kind, 0);
+  for (const TSignal& signal : report.Signals)
+    if (signal.Kind != sgGasVolt)
+      change(rowOf(signal.Kind, signal.Kind == sgOutput ? signal.Number : 0), signal.Ms, signal.On);
   for (TSignalRow& row : rows) change(row, report.EndMs, row.On);
   return rows;
 }
@@ -170,7 +169,7 @@ void PlotRun(const TRunReport& report, const TMotionTrace& trace, const std::str
             PlotText(SPlotSignals.Get()) + " offset 0,0\nunset label\n";
   script += Format("set yrange [-0.3:%zu]\nset ytics (", rows.size());
   for (std::size_t i = 0; i < rows.size(); ++i)
-    script += (i > 0 ? ", " : "") + PlotText(LabelOf(rows[i].Name)) + Format(" %.2f", static_cast<double>(i) + 0.35);
+    script += (i > 0 ? ", " : "") + PlotText(LabelOf(rows[i])) + Format(" %.2f", static_cast<double>(i) + 0.35);
   script += ")\nplot ";
   for (std::size_t i = 0; i < rows.size(); ++i)
     script += Format("%s$s%zu using 1:(%zu+0.7*$2) with lines lw 1.5", i > 0 ? ", " : "", i, i);

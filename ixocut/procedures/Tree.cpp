@@ -15,6 +15,7 @@
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocut/CommandLine.h"
+#include "ixocut/Machines.h"
 
 namespace ixocut {
 using namespace ixocontroller;
@@ -106,6 +107,7 @@ int RunTree(const TTreeOptions& options, std::ostream& out) {
   }
   // A machine and its configuration: parts that are built late ask both.
   TControllerOptions settings;
+  settings.Machines = Machines();
   settings.MachineFile = options.Machine ? *options.Machine : ShareFolder() / "machines" / "machine.xml";
   settings.LocaleFolder = ShareFolder() / "locale";
   settings.Language = options.Language;

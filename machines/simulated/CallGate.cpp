@@ -20,11 +20,11 @@ bool TCallGate::Enter(const char* device, const char* verb, TVerbKind kind, std:
   if (TGatePlan plan; FArmed.load(std::memory_order_acquire) && Hit(call, device, verb, plan)) {
     switch (plan.Fault) {
       case gfThrow:
-        Write(call, device, verb, kind, std::move(args), toThrew);
+        Tell(call, device, verb, kind, std::move(args), toThrew);
         FFailed.store(true, std::memory_order_relaxed);
         if (FOnAnswer) FOnAnswer(device, false);
         throw EDeviceFault(Format("%s.%s: the device does not answer", device, verb));
-      case gfRefuse: Write(call, device, verb, kind, std::move(args), toRefused); return false;
+      case gfRefuse: Tell(call, device, verb, kind, std::move(args), toRefused); return false;
       case gfHang: Clock().Sleep(plan.HangMs); break;
       case gfCallback:
         if (plan.Callback) plan.Callback();
@@ -32,7 +32,7 @@ bool TCallGate::Enter(const char* device, const char* verb, TVerbKind kind, std:
     }
   }
   if (FFailed.load(std::memory_order_relaxed) && FOnAnswer) FOnAnswer(device, true);
-  if (kind != vkRead && kind != vkLock) Write(call, device, verb, kind, std::move(args), toDone);
+  if (kind != vkRead && kind != vkLock) Tell(call, device, verb, kind, std::move(args), toDone);
   return true;
 }
 
@@ -51,9 +51,9 @@ bool TCallGate::Hit(std::uint64_t call, const char* device, const char* verb, TG
   return true;
 }
 
-void TCallGate::Write(std::uint64_t call, const char* device, const char* verb, TVerbKind kind, std::string args,
-                      TOutcome outcome) {
-  if (FJournalled) FJournal.Add({Clock().MonotonicMs(), call, device, verb, std::move(args), kind, outcome});
+void TCallGate::Tell(std::uint64_t call, const char* device, const char* verb, TVerbKind kind, std::string args,
+                     TOutcome outcome) {
+  if (FObserver) FObserver->Called({Clock().MonotonicMs(), call, device, verb, std::move(args), kind, outcome});
 }
 
 void TCallGate::PlanSet(TGatePlan plan) {
@@ -67,7 +67,6 @@ void TCallGate::PlanSet(TGatePlan plan) {
 void TCallGate::Reset() {
   PlanSet({});
   FCalls.store(0, std::memory_order_relaxed);
-  FJournal.Clear();
 }
 
 std::optional<std::pair<std::string, std::string>> TCallGate::Stuck() const {

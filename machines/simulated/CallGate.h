@@ -1,6 +1,6 @@
 // The one gate through which every device call passes: it numbers the calls, gives the state thread's sign of life,
-// lets a planned fault happen and writes the journal. Log sinks have a gate of their own, so that neither tracing nor a
-// language changes the numbers of the device calls.
+// lets a planned fault happen and tells the machine's observer. Log sinks have a gate of their own, so that neither
+// tracing nor a language changes the numbers of the device calls.
 //
 // Any thread. No lock is held while a planned hang lasts or a planned callback runs.
 #pragma once
@@ -13,9 +13,9 @@
 #include <string>
 #include <utility>
 
+#include "ixocamglue/platform/Machine.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/support/Locks.h"
-#include "machines/simulated/Journal.h"
 
 namespace ixocamglue {
 
@@ -38,8 +38,8 @@ struct TGatePlan {
 
 class TCallGate {
  public:
-  // A gate without journal only numbers and fails.
-  explicit TCallGate(bool journalled = true) : FJournalled(journalled) {}
+  // A gate without observer only numbers and fails. Reads and locks are told of when they fail.
+  explicit TCallGate(IMachineObserver* observer = nullptr) : FObserver(observer) {}
   TCallGate(const TCallGate&) = delete;
   TCallGate& operator=(const TCallGate&) = delete;
 
@@ -53,22 +53,20 @@ class TCallGate {
 
   // Between two passes only. Counts are not reset; a plan for a number that has passed never happens.
   void PlanSet(TGatePlan plan);
-  void Reset();  // number 0, no plan, empty journal
+  void Reset();  // number 0, no plan
 
   [[nodiscard]] std::uint64_t Calls() const { return FCalls.load(std::memory_order_relaxed); }
   // The planned call came.
   [[nodiscard]] bool Fired() const { return FFired.load(std::memory_order_acquire); }
   // Device and verb that a sticky plan has fixed.
   [[nodiscard]] std::optional<std::pair<std::string, std::string>> Stuck() const;
-  [[nodiscard]] TJournal& Journal() { return FJournal; }
 
  private:
   [[nodiscard]] bool Hit(std::uint64_t call, const char* device, const char* verb, TGatePlan& plan);
-  void Write(std::uint64_t call, const char* device, const char* verb, TVerbKind kind, std::string args,
-             TOutcome outcome);
+  void Tell(std::uint64_t call, const char* device, const char* verb, TVerbKind kind, std::string args,
+            TOutcome outcome);
 
-  const bool FJournalled;
-  TJournal FJournal;
+  IMachineObserver* const FObserver;
   std::atomic<std::uint64_t> FCalls{0};
   std::function<void(const char* device, bool works)> FOnAnswer;
   std::atomic<bool> FFailed{false};  // a call has failed since the listener was set

@@ -1,16 +1,14 @@
-// What all devices of one simulated machine share: its lock, its time and its way to the journal.
+// What all devices of one simulated machine share: its lock, its time and its way to the observer.
 //
 // A device call passes the gate first, without the lock, and then opens a TSimScope: that takes the lock and lets the
-// physics of the whole machine catch up with the clock in steps of 1 ms. Alarms that come up meanwhile are posted after
-// the lock is released.
+// physics of the whole machine catch up with the clock in steps of 1 ms.
 #pragma once
 
 #include <cstdint>
-#include <string>
 #include <string_view>
 #include <vector>
 
-#include "ixocamglue/platform/states/NcState.h"
+#include "ixocamglue/platform/Machine.h"
 #include "ixocamglue/support/Locks.h"
 #include "machines/simulated/CallGate.h"
 #include "machines/simulated/DeviceAlarms.h"
@@ -26,7 +24,7 @@ class ISimPart {
 
 class TSimCore {
  public:
-  TSimCore(TCallGate& gate, TNcStateFramework& framework);
+  TSimCore(TCallGate& gate, IMachineObserver& observer);
   TSimCore(const TSimCore&) = delete;
   TSimCore& operator=(const TSimCore&) = delete;
 
@@ -37,10 +35,11 @@ class TSimCore {
   void AssertLocked() const IXO_TSA(assert_capability(Lock)) {}
   [[nodiscard]] std::uint64_t Now() const IXO_REQUIRES(Lock) { return FNow; }
   void Event(std::string_view device, std::string_view text) IXO_REQUIRES(Lock) {
-    Gate.Journal().Event(FNow, device, text);
+    FObserver.Happened(FNow, device, text);
   }
-  void Signal(std::string text) IXO_REQUIRES(Lock) { Gate.Journal().Signal(FNow, std::move(text)); }
-  void PostAlarm(TNcAlarmRecord alarm) IXO_REQUIRES(Lock) { FAlarms.push_back(std::move(alarm)); }
+  void Signal(TSignalKind kind, bool on, std::int32_t number = 0, double value = 0.0) IXO_REQUIRES(Lock) {
+    FObserver.Signalled({FNow, kind, on, number, value});
+  }
 
   TCallGate& Gate;
   TSimDeviceAlarms DeviceAlarms;
@@ -50,12 +49,10 @@ class TSimCore {
   friend class TSimScope;
 
   void CatchUp(std::uint64_t nowMs) IXO_REQUIRES(Lock);
-  void Release() noexcept IXO_RELEASE(Lock);
 
-  TNcStateFramework& FFramework;
+  IMachineObserver& FObserver;
   std::vector<ISimPart*> FParts;
   std::uint64_t FNow IXO_GUARDED_BY(Lock);
-  std::vector<TNcAlarmRecord> FAlarms IXO_GUARDED_BY(Lock);
 };
 
 class IXO_SCOPED_CAPABILITY TSimScope {

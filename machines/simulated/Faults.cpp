@@ -1,6 +1,8 @@
 #include "machines/simulated/Faults.h"
 
 #include <algorithm>
+#include <iterator>
+#include <vector>
 
 #include "machines/simulated/Machine.h"
 
@@ -17,41 +19,54 @@ void OnFollowers(TSimMachine& machine, Act act) {
   if (TSimFollower* const second = machine.SecondFollower()) act(*second);
 }
 
+struct TSimFault {
+  TMachineFault Fault;
+  void (*Apply)(TSimMachine&);
+};
+
 constexpr TSimFault kFaults[] = {
-    {"follower.no-plate", "no plate under the nozzle: nothing to follow, calibration error 1",
+    {{"follower.no-plate", "no plate under the nozzle: nothing to follow, calibration error 1"},
      [](TSimMachine& m) { OnFollowers(m, [](TSimFollower& f) { f.RemovePlate(); }); }},
-    {"follower.noisy", "the height sensor's signal is noisy: restless following, calibration error 2",
+    {{"follower.noisy", "the height sensor's signal is noisy: restless following, calibration error 2"},
      [](TSimMachine& m) { OnFollowers(m, [](TSimFollower& f) { f.SetNoise(kNoisy); }); }},
-    {"follower.not-smooth", "dirt on the nozzle makes the capacitance curve wavy: calibration error 3",
+    {{"follower.not-smooth", "dirt on the nozzle makes the capacitance curve wavy: calibration error 3"},
      [](TSimMachine& m) { OnFollowers(m, [](TSimFollower& f) { f.SetRipple(kRipple); }); }},
-    {"follower.calibration-stuck", "a height calibration reaches the plate and never ends",
+    {{"follower.calibration-stuck", "a height calibration reaches the plate and never ends"},
      [](TSimMachine& m) { OnFollowers(m, [](TSimFollower& f) { f.SetCalibrationStuck(true); }); }},
-    {"rack.cap-stuck", "the nozzle rack's cap stays where it is", [](TSimMachine& m) { m.Rack().SetCapStuck(true); }},
-    {"rack.stage-stuck", "the nozzle rack's stage stays where it is",
+    {{"rack.cap-stuck", "the nozzle rack's cap stays where it is"}, [](TSimMachine& m) { m.Rack().SetCapStuck(true); }},
+    {{"rack.stage-stuck", "the nozzle rack's stage stays where it is"},
      [](TSimMachine& m) { m.Rack().SetStageStuck(true); }},
-    {"rack.jammed", "nozzles can neither be unscrewed nor screwed on",
+    {{"rack.jammed", "nozzles can neither be unscrewed nor screwed on"},
      [](TSimMachine& m) { m.Rack().SetJammed(true); }},
-    {"rack.slot-inputs-stuck", "the slots' inputs keep their level, whatever lies in them",
+    {{"rack.slot-inputs-stuck", "the slots' inputs keep their level, whatever lies in them"},
      [](TSimMachine& m) { m.Rack().SetSlotInputsStuck(true); }},
-    {"brush.missing", "there is no brush: cleaning is no use of it", [](TSimMachine& m) { m.Brush().Remove(); }},
-    {"table.moving", "a pallet exchange is under way and never ends: no pallet is docked",
+    {{"brush.missing", "there is no brush: cleaning is no use of it"}, [](TSimMachine& m) { m.Brush().Remove(); }},
+    {{"table.moving", "a pallet exchange is under way and never ends: no pallet is docked"},
      [](TSimMachine& m) { m.Table().SetJammed(true); }},
-    {"axes.limit", "the limit switch X+ is pressed: X and Y do not move",
+    {{"axes.limit", "the limit switch X+ is pressed: X and Y do not move"},
      [](TSimMachine& m) { m.Motion().SetLimitPressed(true); }},
-    {"axes.no-origin", "no valid work origin", [](TSimMachine& m) { m.Motion().SetWorkOrigin(std::nullopt); }},
-    {"gas.low-supply", "the gas supply gives 0.5 bar", [](TSimMachine& m) { m.GasDevice().SetSupply(kLowSupply); }},
-    {"laser.no-emission", "emission never comes",
+    {{"axes.no-origin", "no valid work origin"}, [](TSimMachine& m) { m.Motion().SetWorkOrigin(std::nullopt); }},
+    {{"gas.low-supply", "the gas supply gives 0.5 bar"}, [](TSimMachine& m) { m.GasDevice().SetSupply(kLowSupply); }},
+    {{"laser.no-emission", "emission never comes"},
      [](TSimMachine& m) { m.LaserDevice().SetEmissionScript(TEmissionScript::Never()); }},
 };
 
 }  // namespace
 
-std::span<const TSimFault> SimFaults() { return kFaults; }
+std::span<const TMachineFault> SimFaults() {
+  static const std::vector<TMachineFault> faults = [] {
+    std::vector<TMachineFault> all;
+    for (const TSimFault& row : kFaults) all.push_back(row.Fault);
+    return all;
+  }();
+  return faults;
+}
 
-const TSimFault* FindSimFault(std::string_view name) {
-  const auto* const fault =
-      std::ranges::find(kFaults, name, [](const TSimFault& f) { return std::string_view(f.Name); });
-  return fault == std::end(kFaults) ? nullptr : fault;
+bool InjectSimFault(TSimMachine& machine, std::string_view name) {
+  const auto* const row = std::ranges::find(kFaults, name, [](const TSimFault& f) { return f.Fault.Name; });
+  if (row == std::end(kFaults)) return false;
+  row->Apply(machine);
+  return true;
 }
 
 }  // namespace ixocamglue

@@ -4,17 +4,13 @@
 #include <span>
 #include <string_view>
 
+#include "ixocamglue/platform/Machine.h"
+
 namespace ixocamglue {
 
 class TSimMachine;
 
-struct TSimFault {
-  const char* Name;         // "rack.stage-stuck"
-  const char* Description;  // English, for help pages
-  void (*Apply)(TSimMachine&);
-};
-
-[[nodiscard]] std::span<const TSimFault> SimFaults();
-[[nodiscard]] const TSimFault* FindSimFault(std::string_view name);  // null: unknown
+[[nodiscard]] std::span<const TMachineFault> SimFaults();
+bool InjectSimFault(TSimMachine& machine, std::string_view name);  // false: unknown
 
 }  // namespace ixocamglue

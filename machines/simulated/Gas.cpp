@@ -220,7 +220,7 @@ void TSimGas::Output(double volt) {
   if (!line) return;
   const double before = line->Valve.Volt();
   line->Valve.Output(volt);
-  if (line->Valve.Volt() != before) FCore.Signal(Format("da %d %.2f", FBranch, line->Valve.Volt()));
+  if (line->Valve.Volt() != before) FCore.Signal(sgGasVolt, line->Valve.Volt() != 0.0, FBranch, line->Valve.Volt());
 }
 
 void TSimGas::LimitPressure() {
@@ -238,7 +238,7 @@ void TSimGas::Switch(bool on) {
   if (on)
     ShowOn();
   else
-    FCore.Signal("gas off");
+    FCore.Signal(sgGas, false);
   OutputTable();
   TNcWatch* const watch = NcWatch();
   if (!watch) return;
@@ -248,6 +248,6 @@ void TSimGas::Switch(bool on) {
     watch->GasOn.End();
 }
 
-void TSimGas::ShowOn() { FCore.Signal(Format("gas on %d %.2f", FBranch, FSetBar)); }
+void TSimGas::ShowOn() { FCore.Signal(sgGas, true, FBranch, FSetBar); }
 
 }  // namespace ixocamglue

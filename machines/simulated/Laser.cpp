@@ -60,7 +60,7 @@ bool TSimLaser::GetAiming() { return FCore.Gate.Enter("laser", "GetAiming", vkRe
 void TSimLaser::SetAiming(bool on) {
   if (!FCore.Gate.Enter("laser", "SetAiming", vkSet, on ? "on" : "off")) return;
   const TSimScope scope(FCore);
-  if (FAiming.exchange(on) != on) FCore.Signal(on ? "aiming on" : "aiming off");
+  if (FAiming.exchange(on) != on) FCore.Signal(sgAiming, on);
 }
 
 void TSimLaser::SwitchLaser(bool on) {
@@ -124,17 +124,17 @@ void TSimLaser::Settle() {
   if (FShownLaser && !Lit()) {
     FShownLaser = false;
     FCore.Event("laser", "beam dark");
-    FCore.Signal("laser off");
+    FCore.Signal(sgLaser, false);
   }
   if (FShownEmission != Emitting()) {
     FShownEmission = !FShownEmission;
     if (!FShownEmission) FCore.Event("laser", "emission down");
-    FCore.Signal(FShownEmission ? "emission on" : "emission off");
+    FCore.Signal(sgEmission, FShownEmission);
   }
   if (!FShownLaser && Lit()) {
     FShownLaser = true;
     FCore.Event("laser", "beam lit");
-    FCore.Signal("laser on");
+    FCore.Signal(sgLaser, true);
   }
   Watch();
 }

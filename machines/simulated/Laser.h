@@ -38,14 +38,13 @@ class TSimLaser final : public TNcLaser, public ISimPart {
   void EmissionOff() override;
   bool GetLaser() override;
   bool GetAiming() override;
-  void SetAiming(bool on);    // the pilot light, by hand; neither latch nor emission matter
-  void SwitchLaser(bool on);  // the cutting system's SwitchLaser ends here
+  void SetAiming(bool on) override;  // neither latch nor emission matter
+  void SwitchLaser(bool on);         // the cutting system's SwitchLaser ends here
 
-  // --- the latch: any thread, at once ---
-  void Trip(const char* reason) { FLatch.Trip(reason); }  // a literal
-  void ResetLatch();                                      // by hand
+  const char* LatchReason() override { return FLatch.Reason(); }
+  void Trip(const char* reason) override { FLatch.Trip(reason); }
+  void ResetLatch() override;
   [[nodiscard]] bool LatchTripped() const { return FLatch.Tripped(); }
-  [[nodiscard]] const char* LatchReason() const { return FLatch.Reason(); }  // null: not tripped
 
   // --- what is so, past the gate; any thread ---
   [[nodiscard]] bool Lit() const { return FAskLaser && Emitting(); }

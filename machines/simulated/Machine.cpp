@@ -2,9 +2,11 @@
 
 #include <utility>
 
+#include "ixocamglue/platform/alarms/NcAlarmManager.h"
 #include "ixocamglue/platform/ports/CutCommands.h"
-#include "ixocamglue/platform/services/Clock.h"
+#include "ixocamglue/platform/states/NcState.h"
 #include "ixocamglue/support/Format.h"
+#include "machines/simulated/Faults.h"
 
 namespace ixocamglue {
 namespace {
@@ -13,27 +15,26 @@ constexpr std::uint64_t kFollowerSeed = 0x5F0110;  // the sensors' noise is not 
 
 }  // namespace
 
-TSimMachine::TSimMachine(const TSimConfig& config, std::uint64_t seed, TNcStateFramework& framework, TCallGate& gate,
-                         const TSimParts& parts)
-    : FConfig(config),
+TSimMachine::TSimMachine(const TMachineContext& context, const TSimConfig& config, const TSimParts& parts)
+    : FContext(context),
+      FConfig(config),
       FParts(parts),
-      FFramework(framework),
-      FCore(gate, framework),
-      FLaser(FCore, FConfig, seed),
-      FGas(FCore, FConfig, seed),
+      FGate(&context.Observer),
+      FCore(FGate, context.Observer),
+      FLaser(FCore, FConfig, context.Seed),
+      FGas(FCore, FConfig, context.Seed),
       FMotion(FCore, FConfig),
       FHead(FCore, FConfig),
-      FFollower(FCore, "follower", FConfig, seed ^ kFollowerSeed),
+      FFollower(FCore, "follower", FConfig, context.Seed ^ kFollowerSeed),
       FSecondFollower(config.Physics.SecondFollower
-                          ? std::make_unique<TSimFollower>(FCore, "follower2", FConfig, ~seed ^ kFollowerSeed)
+                          ? std::make_unique<TSimFollower>(FCore, "follower2", FConfig, ~context.Seed ^ kFollowerSeed)
                           : nullptr),
       FMultiFollower(config.Physics.Follower ? &FFollower : nullptr, FSecondFollower.get()),
       FPorts(FCore, FConfig, FGas),
-      FInportCtrl(FCore, FPorts, FAlarms),
+      FInportCtrl(FCore, FPorts, context.Alarms),
       FTable(FCore, FConfig),
       FRack(FCore, FConfig.Rack, FPorts, FMotion, config.Physics.Follower ? &FFollower : nullptr),
-      FBrush(FCore, FConfig.Brushes, FMotion, config.Physics.Follower ? &FFollower : nullptr),
-      FDemo(*this, framework) {
+      FBrush(FCore, FConfig.Brushes, FMotion, config.Physics.Follower ? &FFollower : nullptr) {
   FCore.AddPart(FLaser);
   FCore.AddPart(FGas);
   FCore.AddPart(FMotion);
@@ -45,84 +46,70 @@ TSimMachine::TSimMachine(const TSimConfig& config, std::uint64_t seed, TNcStateF
   FCore.AddPart(FRack);
   FCore.AddPart(FBrush);
   FCore.AddPart(FInportCtrl);
-  if (parts.CutSystem) FCutSystemInstalled.emplace(*this);
-  if (parts.Follower && config.Physics.Follower) FFollowerInstalled.emplace(FFollower);
-  if (parts.MotionDriver) FMotionInstalled.emplace(FMotion);
-  if (parts.MotionCard) FCardInstalled.emplace(FPorts);
-  if (parts.DeviceManager) FManagerInstalled.emplace(FPorts);
-  if (parts.Alarms) FAlarmsInstalled.emplace(FAlarms);
-  FCore.DeviceAlarms.AddTo(FAlarms);
-  gate.OnAnswer([this](const char* device, bool works) { FCore.DeviceAlarms.Communication(device, works); });
+}
+
+TResult<> TSimMachine::Connect() {
+  if (FParts.CutSystem) FCutSystemInstalled.emplace(*this);
+  if (FParts.Follower && FConfig.Physics.Follower) FFollowerInstalled.emplace(FFollower);
+  if (FParts.MotionDriver) FMotionInstalled.emplace(FMotion);
+  if (FParts.MotionCard) FCardInstalled.emplace(FPorts);
+  if (FParts.DeviceManager) FManagerInstalled.emplace(FPorts);
+  FCore.DeviceAlarms.AddTo(FContext.Alarms);
+  FGate.OnAnswer([this](const char* device, bool works) { FCore.DeviceAlarms.Communication(device, works); });
+  if (FContext.Clock)
+    FClockHandle = FContext.Clock->OnStep([this](std::uint64_t nowMs) { const TSimScope scope(FCore, nowMs); });
+  return {};
 }
 
 TSimMachine::~TSimMachine() {
-  if (FClock) FClock->Remove(FClockHandle);
-  FCore.Gate.OnAnswer({});
-  FCore.DeviceAlarms.RemoveFrom(FAlarms);
+  if (FClockHandle) FContext.Clock->Remove(*FClockHandle);
+  FGate.OnAnswer({});
+  FCore.DeviceAlarms.RemoveFrom(FContext.Alarms);
 }
 
+std::int32_t TSimMachine::GetState() { return FContext.Framework.CurrentState(); }
+
 void TSimMachine::Lock() {
-  (void)FCore.Gate.Enter("cut", "Lock", vkLock);
+  (void)FGate.Enter("cut", "Lock", vkLock);
   FCutLock.lock();
 }
 
 void TSimMachine::Unlock() {
   FCutLock.unlock();
-  (void)FCore.Gate.Enter("cut", "Unlock", vkLock);
+  (void)FGate.Enter("cut", "Unlock", vkLock);
 }
 
 void TSimMachine::SwitchLaser(bool on) {
   if (FParts.Laser) FLaser.SwitchLaser(on);
 }
 
-void TSimMachine::KeyDown(std::int32_t command, std::int32_t param, bool) {
+void TSimMachine::KeyDown(std::int32_t command, std::int32_t param, bool fromPanel) {
   const TVerbKind kind = IsStopCommand(command) ? vkStop : vkStart;
-  if (!FCore.Gate.Enter("cut", "KeyDown", kind, Format("%d %d", command, param))) return;
-  FDemo.KeyDown(command);
+  if (!FGate.Enter("cut", "KeyDown", kind, Format("%d %d", command, param))) return;
+  TNcCutSystem::KeyDown(command, param, fromPanel);
 }
 
 void TSimMachine::KeyUp(std::int32_t command, std::int32_t param) {
-  if (!FCore.Gate.Enter("cut", "KeyUp", vkStop, Format("%d %d", command, param))) return;
-  FDemo.KeyUp(command);
+  if (!FGate.Enter("cut", "KeyUp", vkStop, Format("%d %d", command, param))) return;
+  TNcCutSystem::KeyUp(command, param);
 }
 
-void TSimMachine::Note(const char* device, std::string_view text) {
-  const TSimScope scope(FCore);
-  FCore.Event(device, text);
+void TSimMachine::CatchUp(std::uint64_t nowMs) {
+  const TSimScope scope(FCore, nowMs);
+  FLaser.Settle();  // the latch looks at the alarms
 }
-
-void TSimMachine::Attach(TVirtualClock& clock) {
-  if (FClock) FClock->Remove(FClockHandle);
-  FClock = &clock;
-  FClockHandle = clock.OnStep([this](std::uint64_t nowMs) { CatchUp(nowMs); });
-}
-
-void TSimMachine::CatchUp(std::uint64_t nowMs) { const TSimScope scope(FCore, nowMs); }
 
 void TSimMachine::NoteState(std::int32_t state) {
   const TSimScope scope(FCore);
-  Journal().State(FCore.Now(), state);
   if (std::exchange(FState, state) != state) FInportCtrl.Cancel();
 }
 
-void TSimMachine::ClearAlarms() {
-  FAlarms.ClearAll();
-  const TSimScope scope(FCore);
-  FCore.Event("alarm", "all cleared");
-}
+bool TSimMachine::Inject(std::string_view fault) { return InjectSimFault(*this, fault); }
 
-void TSimMachine::RaiseAlarm(TNcAlarmRecord record, const TSimForbids& forbids) {
-  FAlarms.Raise(record, forbids);
-  const TSimScope scope(FCore);
-  FCore.Event("alarm", Format("%s %d: %s", record.IdPrefix.c_str(), record.Id, record.Desc.c_str()));
-  FLaser.Settle();
-  FCore.PostAlarm(std::move(record));
-}
-
-TSimSnapshot TSimMachine::Snapshot() {
+TMachineSnapshot TSimMachine::Snapshot() {
   const TSimScope scope(FCore);
   FLaser.Settle();
-  TSimSnapshot now;
+  TMachineSnapshot now;
   now.Ms = FCore.Now();
   now.Laser = FLaser.Lit();
   now.Emission = FLaser.Emitting();
@@ -150,6 +137,21 @@ TSimSnapshot TSimMachine::Snapshot() {
   now.OutputsOn = FPorts.OutputsOn();
   now.State = GetState();
   return now;
+}
+
+TMachineFactory SimulatedMachine(TSimOptions options) {
+  const auto make = [options =
+                         std::move(options)](const TMachineContext& context) -> TResult<std::unique_ptr<IMachine>> {
+    std::vector<std::string> problems;
+    TSimConfig config = TSimConfig::FromConfig(context.Config, problems);
+    std::string text;
+    for (const std::string& problem : problems)
+      text += (text.empty() ? "" : "\n") + context.Config.File().string() + ": " + problem;
+    if (!text.empty()) return TProblem{.What = std::move(text)};
+    if (options.Adjust) options.Adjust(config);
+    return TResult<std::unique_ptr<IMachine>>(std::make_unique<TSimMachine>(context, config, options.Parts));
+  };
+  return {"simulated", make, SimFaults()};
 }
 
 }  // namespace ixocamglue

@@ -22,7 +22,7 @@ void TSimPorts::SwitchOutport(std::int32_t port, bool on) {
   if (it == FOutputs.end()) return FCore.Event("ports", Format("output %d is not fitted", port));
   if (it->second == on) return;
   it->second = on;
-  FCore.Signal(Format("output %d %s", port, on ? "on" : "off"));
+  FCore.Signal(sgOutput, on, port);
   for (const TFollow& follow : FFollows)
     if (follow.Outport == port) Plan({FCore.Now() + follow.DelayMs, follow.Inport, on});
   if (FOnSwitch) FOnSwitch(port);
@@ -146,11 +146,7 @@ void TSimInportCtrl::Look(std::uint64_t nowMs) {
   const std::string text = Format("input %d did not come within %d ms", FInport, FLimitMs);
   FCore.Event("inport", text);
   if (FMode != kTimeOutAlarm) return;
-  const TNcAlarmRecord alarm{"InportCtrl", text, kAlarmId};
-  TSimForbids forbids;
-  forbids.Move = true;
-  FAlarms.Raise(alarm, forbids);
-  FCore.PostAlarm(alarm);
+  FAlarms.Raise({.IdPrefix = "InportCtrl", .Desc = text, .Id = kAlarmId, .Attrs = naForbidMove});
 }
 
 // --- TSimSwitchTable ---

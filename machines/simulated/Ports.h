@@ -9,8 +9,8 @@
 #include <map>
 #include <vector>
 
+#include "ixocamglue/platform/alarms/NcAlarmManager.h"
 #include "ixocamglue/platform/ports/MotionDriver.h"
-#include "machines/simulated/Alarms.h"
 #include "machines/simulated/Config.h"
 #include "machines/simulated/Core.h"
 #include "machines/simulated/Gas.h"
@@ -78,7 +78,8 @@ class TSimInportCtrl final : public TNcInportCtrl, public ISimPart {
   static constexpr std::int32_t kTimeOutAlarm = 3;  // the time-out mode that raises an alarm
   static constexpr std::int32_t kAlarmId = 176;
 
-  TSimInportCtrl(TSimCore& core, TSimPorts& ports, TSimAlarms& alarms) : FCore(core), FPorts(ports), FAlarms(alarms) {}
+  TSimInportCtrl(TSimCore& core, TSimPorts& ports, TNcAlarmManager& alarms)
+      : FCore(core), FPorts(ports), FAlarms(alarms) {}
 
   bool IsBusy() override;
   void SetTimeOutMode(std::int32_t mode) override;
@@ -92,7 +93,7 @@ class TSimInportCtrl final : public TNcInportCtrl, public ISimPart {
 
   TSimCore& FCore;
   TSimPorts& FPorts;
-  TSimAlarms& FAlarms;
+  TNcAlarmManager& FAlarms;
   bool FWaiting IXO_GUARDED_BY(FCore.Lock) = false;
   std::int32_t FInport IXO_GUARDED_BY(FCore.Lock) = -1;
   std::int32_t FMode IXO_GUARDED_BY(FCore.Lock) = 0;

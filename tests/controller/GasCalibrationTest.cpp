@@ -14,6 +14,7 @@
 #include "fixture/Paths.h"
 #include "fixture/TempDir.h"
 #include "ixocut/gas/GasTable.h"
+#include "machines/simulated/Machine.h"
 
 namespace ixocamglue::test {
 using namespace ixocontroller;
@@ -33,6 +34,7 @@ class GasCalibration : public testing::Test {
                  "' MaxPressure='25'>" + kOld + "</GasBranch>";
     std::ofstream(File()) << machine << "<GasBranch GasType='4'/></GasBranches></MachineConfig>";
     TControllerOptions options;
+    options.Machines = {SimulatedMachine()};
     options.MachineFile = File();
     FController.emplace(options);
     FController->RunPass();
@@ -76,7 +78,7 @@ TEST_F(GasCalibration, FaultsEndInTimeAndNeverStoreACurveThatIsNone) {
   const std::string before = Read("machine.xml");
   for (const TRow& row : rows) {
     SCOPED_TRACE(ValveFaultName(row.Fault));
-    ASSERT_TRUE(FController->Machine().Gas()->SetFault(2, row.Fault));
+    ASSERT_TRUE(Simulated(FController->Machine()).Gas()->SetFault(2, row.Fault));
     const TGasResult result = Run(2);
     EXPECT_EQ(static_cast<int>(result.End), static_cast<int>(row.End)) << FMessages;
     EXPECT_EQ(FCompleted, row.Completed);
@@ -105,9 +107,9 @@ TEST_F(GasCalibration, GasThatSomebodyElseSwitchesOffStaysOff) {
   FController->RunFor(2000);
   ASSERT_TRUE(FController->Machine().Snapshot().Gas);
   EXPECT_FALSE(FController->Start(ShareRoot(MakeShot(1)), &reason)) << "a calibration runs";
-  auto& journal = FController->Gate().Journal();
+  auto& journal = FController->Journal();
   const std::size_t from = journal.Size();
-  FController->Machine().Gas()->SwitchOff();
+  CutSystem()->Gas()->SwitchOff();
   FController->RunFor(500);
   EXPECT_FALSE(calibration.Running());
   EXPECT_FALSE(FController->Machine().Snapshot().Gas);

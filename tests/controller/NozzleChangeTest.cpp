@@ -27,7 +27,7 @@ struct TMachineCopy {
 
 class NozzleChange : protected TMachineCopy, public TMachineTest {
  protected:
-  NozzleChange() : TMachineTest({.MachineFile = File}) {}
+  NozzleChange() : TMachineTest({}, {.MachineFile = File}) {}
 
   // The outputs in the order in which they were switched.
   TTexts Outputs() {
@@ -65,7 +65,7 @@ struct TCase {
 };
 
 std::function<void(TSimMachine&)> Fault(const char* name) {
-  return [name](TSimMachine& machine) { FindSimFault(name)->Apply(machine); };
+  return [name](TSimMachine& machine) { InjectSimFault(machine, name); };
 }
 
 const TCase kCases[] = {
@@ -90,7 +90,7 @@ TEST_P(NozzleChangeFails, WhereItIsNoticed) {
   EXPECT_FALSE(Told(GetParam().Never));
   EXPECT_FALSE(Told("struck"));
   FController.RunFor(500);
-  const TSimSnapshot now = Machine().Snapshot();
+  const TMachineSnapshot now = Machine().Snapshot();
   EXPECT_FALSE(now.Moving() || now.Calibrating || now.RackMoving);
 }
 

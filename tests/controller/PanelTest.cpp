@@ -21,7 +21,7 @@ TControllerOptions Watched() {
 
 class PanelHost : public TMachineTest {
  protected:
-  PanelHost() : TMachineTest(Watched()), FHost(FController) { FHost.Forms().Show("Work"); }
+  PanelHost() : TMachineTest({}, Watched()), FHost(FController) { FHost.Forms().Show("Work"); }
   TTexts Keys() {
     TTexts keys;
     for (const std::string& command : Commands("cut"))
@@ -88,7 +88,7 @@ TEST_F(PanelHost, StaleMasksLetOnlyStopKeysThrough) {
 TEST_F(PanelHost, TheEmergencyStopNeedsNeitherPanelNorCuttingSystem) {
   int straight = 0;
   TPanelGuard guard(*KBPManager(), [&] { ++straight; });
-  FController.Gate().PlanSet({.Call = FController.Gate().Calls() + 1, .Fault = gfThrow, .Sticky = true});
+  Gate().PlanSet({.Call = Gate().Calls() + 1, .Fault = gfThrow, .Sticky = true});
   guard.Press(CK_EGYSTOP);
   EXPECT_EQ(straight, 1);
 }

@@ -100,9 +100,9 @@ TEST_F(Supervisor, AStandbyThreadMayBeSilentAndAThrowingActionChangesNothing) {
 }
 
 TEST(Timeline, EveryPulseIsSeenAndTheScaleFits) {
-  const std::vector<TSignal> signals{{100, "state 204"}, {100, "emission on"},   {150, "laser on"},
-                                     {151, "laser off"}, {160, "gas on 2 3.50"}, {170, "gas on 2 1.50"},
-                                     {180, "gas off"},   {190, "emission off"},  {200, "state 0"}};
+  const std::vector<TSignal> signals{{100, sgState, true, 204}, {100, sgEmission, true},    {150, sgLaser, true},
+                                     {151, sgLaser, false},     {160, sgGas, true, 2, 3.5}, {170, sgGas, true, 2, 1.5},
+                                     {180, sgGas, false},       {190, sgEmission, false},   {200, sgState, false, 0}};
   const TTimeline timeline(signals, 100, 260);
   EXPECT_EQ(timeline.Draw(16), (TTexts{"ms    0   40  80  120 160", "状态  ██████████······", "光闸  █████████·······",
                                        "激光  ·····▄··········", "气体  ······██········"}));

@@ -109,13 +109,13 @@ TEST_F(Controlling, EveryOutcomeHasItsNextState) {
        }) {
     StartScripted();
     Root->SetErrorState(kOtherState);
-    if (requireStop) Machine().Alarms().Raise({"TP", "stop", 1}, {.RequireStop = true});
+    if (requireStop) Raise(naRequireStop);
     Framework().Abort(reason);
     FController.RunPass();
     EXPECT_EQ(Controller().Outcome().Type, type) << reason;
     EXPECT_EQ(Framework().CurrentState(), next) << reason;
     EXPECT_FALSE(ExecOK(77));
-    Machine().Alarms().ClearAll();
+    FController.Alarms().ClearAll();
     (void)Framework().RequestState(nsStandby, 0);
     FController.RunPass();
   }
@@ -220,15 +220,15 @@ TEST_F(Controlling, AlarmsAreAskedOfFrameworkAndRoot) {
   EXPECT_EQ(Controller().Outcome().Type, metAlarm);
 
   // A tree is stopped by each permission; the devices it concerns are told to stop.
-  for (const TSimForbids forbids : {TSimForbids{.Move = true}, TSimForbids{.Follower = true}}) {
+  for (const TNcAlarmAttrs attrs : {naForbidMove, naForbidFollower}) {
     StartRoot(MakeShot(300));
-    Machine().Alarms().Raise({"TP", "alarm", 1}, forbids);
+    Raise(attrs);
     EXPECT_EQ(Finish(), metAlarm);
     // While it stands, no procedure enters.
     ASSERT_TRUE(FController.Start(ShareRoot(MakeShot(300))));
     FController.RunPass();
     EXPECT_EQ(Framework().CurrentState(), nsStandby);
-    Machine().Alarms().ClearAll();
+    FController.Alarms().ClearAll();
   }
 }
 
@@ -308,7 +308,7 @@ TEST_F(Observing, EachProcedureIsToldFromItsEntryThroughItsTicksToItsOutcome) {
   EXPECT_EQ(StoryOf(goOn, [&] { (void)Framework().RequestState(nsStandby, 0); }),
             Lines("entered 77", "77: 100", "taken away"));
   // What never enters is not told.
-  Machine().Alarms().Raise({"TP", "alarm", 1}, {.Move = true});
+  FController.Alarms().Raise({"TP", "alarm", 1}, {.Move = true});
   StartRoot(MakeShot(10));
   EXPECT_EQ(Watcher.Story, TTexts{});
 }
@@ -336,10 +336,10 @@ TEST_F(Observing, WhatAnObserverThrowsIsLoggedAndChangesNothing) {
 
 TEST(ProcessEnd, EndsARunningProcedureAndTheLibraryCanBeStartedAgain) {
   for (int life = 0; life < 2; ++life) {
-    TController session({.Supervisor = false});
+    TController session({.Machines = {SimulatedMachine()}, .Supervisor = false});
     session.RunPass();
     ASSERT_TRUE(session.Start(ShareRoot(MakeShot(60'000))));
-    while (!session.Gate().Journal().HasSignal("laser on")) session.RunPass();
+    while (!session.Journal().HasSignal("laser on")) session.RunPass();
   }
 }
 

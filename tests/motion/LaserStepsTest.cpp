@@ -30,10 +30,7 @@ TEST_F(LaserSteps, LeavingTheTimedShotEarlySwitchesLaserAndEmissionOff) {
            TCase{[&] { Framework().Stop(); }, metStop},
            TCase{[&] { Framework().Pause(); }, metPause},
            TCase{[&] { Framework().Abort(srError); }, metError},
-           TCase{[&] {
-                   Machine().RaiseAlarm({"TP", "alarm", 1}, {.Move = true});
-                 },
-                 metAlarm},
+           TCase{[&] { Raise(naForbidMove); }, metAlarm},
        }) {
     Journal().Clear();
     StartShot(300);
@@ -42,7 +39,7 @@ TEST_F(LaserSteps, LeavingTheTimedShotEarlySwitchesLaserAndEmissionOff) {
     EXPECT_EQ(Finish(), type);
     EXPECT_EQ(Signals().After("laser on"), Lines("laser off", "emission off", "state 0"));
     EXPECT_FALSE(ExecOK(515));
-    Machine().Alarms().ClearAll();
+    FController.Alarms().ClearAll();
   }
 }
 
@@ -64,7 +61,7 @@ TEST_F(LaserSteps, ATickAllocatesNothingWhileNobodyTraces) {
   FController.RunFor(1000);  // polls
   EXPECT_EQ(AllocationsSoFar() - before, 0u);
   EXPECT_GE(Framework().Watch().Tick.load() - ticks, 99u);
-  Journal().Event(0, "test", std::string(100, 'x'));
+  Journal().Happened(0, "test", std::string(100, 'x'));
   EXPECT_GT(AllocationsSoFar() - before, 0u);  // the count works
 }
 
@@ -132,7 +129,7 @@ TEST_F(LaserSteps, TheTimeBetweenOnAndOffIsLoggedOnceSinceTheLastShot) {
 
 class WithoutSafeEntry : public TMachineTest {
  protected:
-  WithoutSafeEntry() : TMachineTest({.SafeEntry = false}) {}
+  WithoutSafeEntry() : TMachineTest({}, {.SafeEntry = false}) {}
 };
 
 TEST_F(WithoutSafeEntry, TheShotStillLeavesDark) {

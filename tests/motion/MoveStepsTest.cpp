@@ -51,7 +51,7 @@ TEST_F(MoveSteps, AHeadThatDidNotRiseDoesNotTravel) {
   for (std::uint64_t ahead = 1; ahead < 20 && !refused; ++ahead) {
     Lower(30);
     const auto move = Make<TSmtSafeMoveToAssistXY>(139, [](auto& s) { s.FTarget = {60, 70}; });
-    FController.Gate().PlanSet({.Call = FController.Gate().Calls() + ahead, .Fault = gfRefuse});
+    Gate().PlanSet({.Call = Gate().Calls() + ahead, .Fault = gfRefuse});
     refused = Story(*move) == Lines("follower.MoveZ 10.000 0.0 -> 20001 follower", "-> -2");
   }
   EXPECT_TRUE(refused);
@@ -75,7 +75,7 @@ TEST(MoveStepsOfAFaultyDevice, FailWhenItIgnoresTheCommand) {
     for (std::uint64_t ahead = 1; ahead < 20 && !ignored; ++ahead) {
       TRig rig;
       const auto step = rig.Make(command, configure);
-      rig.FController.Gate().PlanSet({.Call = rig.FController.Gate().Calls() + ahead, .Fault = gfRefuse});
+      rig.Gate().PlanSet({.Call = rig.Gate().Calls() + ahead, .Fault = gfRefuse});
       const std::string last = rig.Story(*step).back();
       ignored = std::ranges::any_of(rig.Journal().Entries(),
                                     [](const TJournalEntry& e) { return e.Kind == vkStart && e.Outcome == toRefused; });

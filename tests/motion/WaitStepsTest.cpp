@@ -60,7 +60,7 @@ TEST_F(WaitSteps, EveryWayOfWaitingEndsAsItShould) {
     const auto lasted = Clock().MonotonicMs() - start;
     EXPECT_TRUE(lasted >= minMs && lasted <= maxMs) << name << " " << lasted;
     EXPECT_TRUE(Machine().Snapshot().OutputsOn.empty()) << name;
-    Machine().Alarms().ClearAll();
+    FController.Alarms().ClearAll();
     FController.RunFor(300);
   }
   EXPECT_EQ(Faults.Claim(), TTexts{});
@@ -81,8 +81,7 @@ TEST_F(WaitSteps, AnOutputThatFailsToSwitchOffOnceIsToldAgainByTheForcedLeave) {
     StartSequence({Wait({.Inport = 2, .LimitMs = 60'000})});
     FController.RunFor(100);
     Framework().Stop();
-    FController.Gate().PlanSet(
-        {.Call = FController.Gate().Calls() + ahead, .Fault = gfThrow, .Sticky = false, .HangMs = 0, .Callback = {}});
+    Gate().PlanSet({.Call = Gate().Calls() + ahead, .Fault = gfThrow, .Sticky = false, .HangMs = 0, .Callback = {}});
     Finish();
     const auto entries = Journal().Entries();
     found = std::ranges::any_of(

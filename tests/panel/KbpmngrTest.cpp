@@ -253,32 +253,30 @@ TEST_F(Panel, RandomFormsAndSafeExecsFollowTheModel) {
 
 TEST_F(Panel, AlarmsBlockTheKeysOfTheirKind) {
   TKBPManager manager;
-  const auto blocked = [&](const TSimForbids& forbids, int axis = -1, bool positive = false) {
+  const auto blocked = [&](TNcAlarmAttrs attrs) {
     Alarms.ClearAll();
-    Alarms.Raise({}, forbids);
-    if (axis >= 0) Alarms.ForbidAxis(axis, positive);
+    Alarms.Raise({.Attrs = attrs});
     manager.UpdateAlarmPermit();
     return ~manager.GetMap(1) & 0x0FFFFFFF;
   };
-  EXPECT_EQ(blocked({}), 0U);
-  EXPECT_EQ(blocked({.Laser = true}), Keys(0, 2));
-  EXPECT_EQ(blocked({.Follower = true}), Keys(3, 23, 27));
-  EXPECT_EQ(blocked({.Homing = true}), Keys(5));
-  EXPECT_EQ(blocked({.Cut = true}), Keys(13, 15, 24));
-  EXPECT_EQ(blocked({.Move = true}), Keys(5, 6, 25, 26) | ixocamglue::Run(7, 12));
+  EXPECT_EQ(blocked(0), 0U);
+  EXPECT_EQ(blocked(naForbidLaser), Keys(0, 2));
+  EXPECT_EQ(blocked(naForbidFollower), Keys(3, 23, 27));
+  EXPECT_EQ(blocked(naForbidHoming), Keys(5));
+  EXPECT_EQ(blocked(naForbidCut), Keys(13, 15, 24));
+  EXPECT_EQ(blocked(naForbidMove), Keys(5, 6, 25, 26) | ixocamglue::Run(7, 12));
   manager.KeyItem(CK_RETURN0)->SetAlt(true, false);
-  EXPECT_EQ(blocked({.Move = true}), Keys(6, 25, 26) | ixocamglue::Run(7, 12))
-      << "homing in alt mode asks for no motion";
+  EXPECT_EQ(blocked(naForbidMove), Keys(6, 25, 26) | ixocamglue::Run(7, 12)) << "homing in alt mode asks for no motion";
   const struct {
     int Axis;
     bool Positive;
     TKeyCode Key;
   } directions[] = {{0, false, CK_LEFT},   {0, true, CK_RIGHT},   {1, false, CK_BACK},
                     {1, true, CK_FORWARD}, {2, false, CK_Z_DOWN}, {2, true, CK_Z_UP}};
-  for (const auto& d : directions) EXPECT_EQ(blocked({}, d.Axis, d.Positive), KeyBit(d.Key)) << KeyName(d.Key);
+  for (const auto& d : directions) EXPECT_EQ(blocked(NcAlarmAxis(d.Axis, d.Positive)), KeyBit(d.Key)) << KeyName(d.Key);
 
   EXPECT_EQ(manager.GetMap(7), kAllKeys);
-  Alarms.Raise({}, {.RequireOrg = true});
+  Alarms.Raise({.Attrs = naRequireOrg});
   manager.UpdateWarningPermit();
   EXPECT_EQ(manager.GetMap(7), kAllKeys) << "no maintenance warning";
   Params.SetBool("ExistMaintainWarning", true);

@@ -8,6 +8,7 @@
 
 #include "fixture/Faults.h"
 #include "ixocamglue/panel/Kbpmngr.h"
+#include "ixocamglue/platform/alarms/NcAlarmManager.h"
 #include "ixocamglue/platform/ports/CutSystem.h"
 #include "ixocamglue/platform/ports/PanelPorts.h"
 #include "ixocamglue/platform/services/AppSys.h"
@@ -18,19 +19,12 @@
 #include "ixocamglue/platform/states/NcParams.h"
 #include "ixocamglue/platform/xml/MachineConfig.h"
 #include "ixocamglue/support/Format.h"
-#include "machines/simulated/Alarms.h"
 
 namespace ixocamglue::test {
 
 class TRecordingCut final : public TNcCutSystem {
  public:
   std::int32_t GetState() override { return State; }
-  TNcLaser* Laser() override { return nullptr; }
-  TNcGas* Gas() override { return nullptr; }
-  TNcInportCtrl* InportCtrl() override { return nullptr; }
-  TNcCutHeadCtrl* CutHeadCtrl() override { return nullptr; }
-  TNcMultiFollower* MultiFollower() override { return nullptr; }
-  TNcSwitchTable* SwitchTable() override { return nullptr; }
   void Lock() override {}
   void Unlock() override {}
   void SwitchLaser(bool) override {}
@@ -89,7 +83,7 @@ struct TPanelRig {
   TInstalled<TNcWindows> WindowsInstalled{Windows};
   TNcSysInts SysInts;
   TInstalled<TNcSysInts> SysIntsInstalled{SysInts};
-  TSimAlarms Alarms;
+  TNcAlarmManager Alarms;
   TInstalled<TNcAlarms> AlarmsInstalled{Alarms};
   TRecordingCut Cut;
   TInstalled<TNcCutSystem> CutInstalled{Cut};

@@ -99,7 +99,7 @@ TEST_F(Axes, ImpossibleTargetsMoveNothing) {
   GFollower()->MoveZ(kNan, 0.0);
   GFollower()->Follow(-1.0);
   RunFor(100);
-  const TSimSnapshot now = Machine.Snapshot();
+  const TMachineSnapshot now = Machine.Snapshot();
   EXPECT_FALSE(now.Moving() || now.Following);
   EXPECT_EQ(now.Pos, TPoint2{});
   EXPECT_FALSE(Journalled(": moving"));
@@ -208,24 +208,23 @@ TEST_F(SimPorts, AWaitEndsWithTheLevelThatCountsOrItsLimit) {
 }
 
 TEST_F(SimPorts, ATimeOutInModeThreeRaisesAnAlarmUnlessTheStateWasLeft) {
-  Machine.NoteState(204);
+  NoteState(204);
   CutSystem()->InportCtrl()->SetTimeOutMode(3);
   CutSystem()->InportCtrl()->StartWait(1, 50);
-  Machine.NoteState(0);
+  NoteState(0);
   RunFor(100);
   EXPECT_TRUE(NcAlarms()->AllowMove());
   EXPECT_EQ(Wait(1, 50, 3), 50);
   EXPECT_FALSE(NcAlarms()->AllowMove());
-  ASSERT_EQ(Machine.Alarms().Standing().size(), 1U);
-  EXPECT_EQ(Machine.Alarms().Standing().front().Desc, "input 1 did not come within 50 ms");
+  ASSERT_EQ(Alarms.Standing().size(), 1U);
+  EXPECT_EQ(Alarms.Standing().front().Desc, "input 1 did not come within 50 ms");
 }
 
-TEST(SimAlarms, EachPermissionIsTakenAwayByItself) {
-  TSimAlarms alarms;
-  alarms.Raise({"T", "", 1}, {.Follower = true});
-  alarms.Raise({"T", "", 2}, {.RequireStop = true});
-  alarms.ForbidAxis(2, true);
-  alarms.ForbidAxis(12, true);
+TEST(NcAlarms, EachPermissionIsTakenAwayByItself) {
+  TNcAlarmManager alarms;
+  for (const TNcAlarmAttrs attrs :
+       {TNcAlarmAttrs{naForbidFollower}, TNcAlarmAttrs{naRequireStop}, NcAlarmAxis(2, true), NcAlarmAxis(12, true)})
+    alarms.Raise({.IdPrefix = "T", .Attrs = attrs});
   EXPECT_TRUE(alarms.AllowCut() && alarms.AllowLaser() && alarms.AllowHoming() && alarms.AllowMove());
   EXPECT_FALSE(alarms.AllowFollower());
   EXPECT_TRUE(alarms.RequireStop());

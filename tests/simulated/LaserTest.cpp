@@ -27,7 +27,7 @@ TEST_F(SimLaser, ABeamAskedForWithoutEmissionIsHeldBackAndComesWithIt) {
   EXPECT_FALSE(Laser().GetLaser());
   Laser().EmissionOn();
   RunFor(1000);  // the beam has to be asked for again
-  EXPECT_EQ(Gate.Journal().Signals().After("laser on"), (TLines{"laser off", "emission off", "emission on"}));
+  EXPECT_EQ(Journal.Signals().After("laser on"), (TLines{"laser off", "emission off", "emission on"}));
 }
 
 TEST_F(SimLaser, EmissionFollowsItsScript) {
@@ -59,14 +59,8 @@ TEST(Latch, TripsOnEachCauseStaysUntilResetAndThenLeavesEverythingOff) {
       {nullptr, [](TSimRig& rig) { rig.Framework.RunOnce(), rig.VirtualClock.Sleep(200); }},
       {"the heartbeat is older than 200 ms",
        [](TSimRig& rig) { rig.Framework.RunOnce(), rig.VirtualClock.Sleep(201); }},
-      {nullptr,
-       [](TSimRig& rig) {
-         rig.Machine.RaiseAlarm({"T", "", 1}, {.Move = true});
-       }},
-      {"an alarm forbids the laser",
-       [](TSimRig& rig) {
-         rig.Machine.RaiseAlarm({"T", "", 1}, {.Laser = true});
-       }},
+      {nullptr, [](TSimRig& rig) { rig.Raise(naForbidMove); }},
+      {"an alarm forbids the laser", [](TSimRig& rig) { rig.Raise(naForbidLaser); }},
       {nullptr, [](TSimRig& rig) { rig.RunFor(64'800); }},
       {"the laser was on for more than 65 s", [](TSimRig& rig) { rig.RunFor(65'100); }},
       {nullptr,
@@ -94,9 +88,9 @@ TEST(Latch, TripsOnEachCauseStaysUntilResetAndThenLeavesEverythingOff) {
     }
     EXPECT_FALSE(laser.Lit() || laser.Emitting());
     EXPECT_EQ(rig.Machine.Snapshot().LatchReason, cause.Reason);
-    EXPECT_EQ(rig.Gate.Journal().Signals().After("laser on"), (TLines{"laser off", "emission off"}));
+    EXPECT_EQ(rig.Journal.Signals().After("laser on"), (TLines{"laser off", "emission off"}));
 
-    rig.Machine.ClearAlarms();
+    rig.Alarms.ClearAll();
     NcWatch()->DarkDemandedInPass.store(0);
     rig.ShootOn();
     EXPECT_FALSE(laser.GetEmission());
@@ -111,7 +105,7 @@ TEST(Latch, TripsOnEachCauseStaysUntilResetAndThenLeavesEverythingOff) {
 TEST(Latch, StopsEmissionThatIsStillOnItsWay) {
   TSimRig rig;
   rig.Machine.Laser()->EmissionOn();
-  rig.Machine.RaiseAlarm({"T", "", 1}, {.Laser = true});
+  rig.Raise(naForbidLaser);
   rig.RunFor(500);
   EXPECT_TRUE(rig.Machine.Laser()->LatchTripped());
   EXPECT_EQ(rig.Signals(), TLines{});
@@ -136,7 +130,7 @@ TEST(SimMachine, TheSameSeedGivesTheSameJournalAndAnotherSeedAnother) {
       rig.RunFor(1000);
       rig.Machine.Laser()->EmissionOff();
     }
-    return rig.Gate.Journal().Lines();
+    return rig.Journal.Lines();
   };
   EXPECT_EQ(story(7), story(7));
   EXPECT_NE(story(7), story(8));

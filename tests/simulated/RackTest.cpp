@@ -4,7 +4,6 @@
 #include "controller/StateFolder.h"
 #include "fixture/SimMachine.h"
 #include "ixocamglue/platform/xml/MachineConfig.h"
-#include "machines/simulated/Faults.h"
 
 namespace ixocamglue::test {
 using namespace ixocontroller;
@@ -26,10 +25,7 @@ class SimRack : public testing::Test, protected TSimRig {
  protected:
   SimRack() : TSimRig(ExampleConfig()) {}
 
-  void Apply(const char* fault) {
-    ASSERT_NE(FindSimFault(fault), nullptr) << fault;
-    FindSimFault(fault)->Apply(Machine);
-  }
+  void Apply(const char* fault) { ASSERT_TRUE(Machine.Inject(fault)) << fault; }
   void SettleAll() {
     const auto resting = [] { return !MotionDriver()->IsBusy() && !GFollower()->IsBusy(); };
     for (int i = 0; i < 400 && !resting(); ++i) RunFor(50);

@@ -8,6 +8,7 @@
 #include "controller/StateFolder.h"
 #include "fixture/Machine.h"
 #include "ixocamglue/motion/Umotiontexts.h"
+#include "ixocamglue/platform/services/Locale.h"
 
 namespace ixocamglue::test {
 namespace {
@@ -24,10 +25,10 @@ TEST(SessionThreaded, OtherThreadsStopAskLogAndTranslateWhileProceduresRun) {
   TControllerOptions options;
   options.Realtime = true;
   options.LocaleFolder = ShareFolder() / "locale";
-  options.Adjust = [](TSimConfig& config) {
+  options.Machines = {SimulatedMachine({.Adjust = [](TSimConfig& config) {
     config.Physics.EmissionDelayMs = 5;
     config.Physics.EmissionJitterMs = 0;
-  };
+  }})};
   TController session(options);
   StartUp(session);
 
@@ -72,11 +73,11 @@ TEST(SessionThreaded, OtherThreadsStopAskLogAndTranslateWhileProceduresRun) {
 TEST(SessionThreaded, EndsARunningShotInRealTime) {
   TControllerOptions options;
   options.Realtime = true;
-  options.Adjust = [](TSimConfig& config) { config.Physics.EmissionDelayMs = 5; };
+  options.Machines = {SimulatedMachine({.Adjust = [](TSimConfig& config) { config.Physics.EmissionDelayMs = 5; }})};
   TController session(options);
   StartUp(session);
   ASSERT_TRUE(session.Start(ShareRoot(MakeShot(60'000))));
-  for (int wait = 0; wait < 400 && !session.Gate().Journal().HasSignal("laser on"); ++wait) Clock().Sleep(5);
+  for (int wait = 0; wait < 400 && !session.Journal().HasSignal("laser on"); ++wait) Clock().Sleep(5);
   EXPECT_TRUE(session.Machine().Snapshot().Laser);
 }
 

@@ -6,6 +6,7 @@
 #include "controller/gas/GasCalibration.h"
 #include "fixture/Faults.h"
 #include "fixture/TempDir.h"
+#include "machines/simulated/Machine.h"
 
 namespace ixocamglue::test {
 using namespace ixocontroller;
@@ -18,6 +19,7 @@ TEST(GasCalibrationThreaded, ReadersAndAStopMeetTheStateThread) {
                          "</GasBranches></MachineConfig>";
   const TFaultWatch faults;
   TControllerOptions options;
+  options.Machines = {SimulatedMachine()};
   options.MachineFile = file;
   options.Realtime = true;
   TController session(options);

@@ -7,6 +7,7 @@
 
 #include "ixocamglue/platform/ports/CutCommands.h"
 #include "ixocut/panel/PanelHost.h"
+#include "machines/simulated/Machine.h"
 
 namespace ixocamglue::test {
 using namespace ixocut;
@@ -14,6 +15,7 @@ namespace {
 
 TControllerOptions Realtime() {
   TControllerOptions options;
+  options.Machines = {SimulatedMachine()};
   options.Realtime = true;
   return options;
 }
@@ -28,8 +30,8 @@ TEST(PanelThreaded, RefreshAndPressesFromTwoThreads) {
   });
   std::thread flood([&] {
     for (std::int32_t i = 0; !done; ++i) {
-      session.Machine().Alarms().Raise({"TPTest", "flood", i}, {.Cut = true});
-      session.Machine().ClearAlarms();
+      session.Alarms().Raise({.IdPrefix = "TPTest", .Desc = "flood", .Id = i, .Attrs = naForbidCut});
+      session.ClearAlarms();
     }
   });
   for (int i = 0; i < 200; ++i) {
@@ -44,7 +46,7 @@ TEST(PanelThreaded, RefreshAndPressesFromTwoThreads) {
   refresh.join();
   flood.join();
   EXPECT_EQ(KBPManager()->CurKeyBits(), 0U);
-  const auto stops = std::ranges::count_if(session.Gate().Journal().Entries(), [](const TJournalEntry& entry) {
+  const auto stops = std::ranges::count_if(session.Journal().Entries(), [](const TJournalEntry& entry) {
     return entry.Verb == "KeyDown" && entry.Args == "4 0";
   });
   EXPECT_EQ(stops, 200);
@@ -70,9 +72,10 @@ TEST(PanelThreaded, StopArrivesWhileTheStateThreadHangs) {
     hangs = true;
     while (!released) std::this_thread::sleep_for(std::chrono::milliseconds(1));
   };
+  TCallGate& gate = Simulated(session.Machine()).Gate();
   // Which thread makes the planned call is open; it is planned anew until the state thread has made one.
   ASSERT_TRUE(waitFor([&] {
-    if (!hangs) session.Gate().PlanSet({.Call = session.Gate().Calls() + 2, .Fault = gfCallback, .Callback = hang});
+    if (!hangs) gate.PlanSet({.Call = gate.Calls() + 2, .Fault = gfCallback, .Callback = hang});
     return hangs.load();
   }));
   host.Guard().Press(CK_STOP);

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include "controller/Journal.h"
+#include "ixocamglue/platform/alarms/NcAlarmManager.h"
 #include "ixocamglue/platform/services/Clock.h"
 #include "ixocamglue/platform/states/NcState.h"
 #include "machines/simulated/Machine.h"
@@ -14,11 +16,14 @@ namespace {
 
 TEST(SimMachineThreaded, ManyThreadsUseTheDevicesAndATripDarkensAtOnce) {
   TNcStateFramework framework;
-  TCallGate gate;
+  TNcAlarmManager alarms;
+  TMachineConfig file;
+  ixocontroller::TJournal journal;
   TSimConfig config;
   config.Physics.EmissionDelayMs = 0;
   config.Physics.EmissionJitterMs = 0;
-  TSimMachine machine(config, 1, framework, gate);
+  TSimMachine machine({framework, file, alarms, journal}, config);
+  machine.Connect().OrThrow(pbUnusable);
   std::atomic<std::uint64_t> calls{0};
   const TNcStateThread loop(framework);  // gives the heartbeat
   {
@@ -37,7 +42,7 @@ TEST(SimMachineThreaded, ManyThreadsUseTheDevicesAndATripDarkensAtOnce) {
       });
     }
   }
-  EXPECT_GE(gate.Calls(), calls.load());
+  EXPECT_GE(machine.Gate().Calls(), calls.load());
   machine.Laser()->ResetLatch();
   machine.Laser()->EmissionOn();
   std::jthread([&] { machine.LaserDevice().Trip("by hand"); }).join();

@@ -16,14 +16,14 @@ struct TPlay : TSimRig {
   enum class TOmit { None, Laser, Gas, Axes, Follower, Output, State };
 
   void Play(TOmit omit) {
-    Machine.NoteState(204);
+    NoteState(204);
     State = 204;
     Machine.Gas()->SwitchOn();
     MotionCard()->SwitchOutport(5, true);
     MotionDriver()->MoveXY({2000.0, 0.0}, 100.0);
     GFollower()->Follow(1.0);
     ShootOn();
-    Abort = Gate.Journal().Size();
+    Abort = Journal.Size();
     if (omit != TOmit::Laser) {
       Machine.SwitchLaser(false);
       Machine.Laser()->EmissionOff();
@@ -33,7 +33,7 @@ struct TPlay : TSimRig {
     if (omit != TOmit::Follower) GFollower()->Stop(1);
     if (omit != TOmit::Output) MotionCard()->SwitchOutport(5, false);
     if (omit != TOmit::State) {
-      Machine.NoteState(0);
+      NoteState(0);
       State = 0;
     }
     RunFor(500);
@@ -42,9 +42,9 @@ struct TPlay : TSimRig {
     TExpectations expected;
     expected.AbortIndex = Abort;
     if (adjust) adjust(expected);
-    TSimSnapshot snapshot = Machine.Snapshot();
+    TMachineSnapshot snapshot = Machine.Snapshot();
     snapshot.State = State;  // no framework ran this procedure
-    return CheckRun(Gate.Journal().Entries(), snapshot, expected);
+    return CheckRun(Journal.Entries(), snapshot, expected);
   }
 
   std::size_t Abort = 0;
@@ -87,14 +87,13 @@ TEST(Oracle, FindsCommandsAfterTheAbortASecondChangeOfStateAndAContradictingSnap
   TPlay play;
   play.Play(TPlay::TOmit::None);
   play.Machine.Gas()->SetPressure(1.0);
-  play.Machine.NoteState(204);
-  play.Machine.NoteState(0);
-  TSimSnapshot snapshot = play.Machine.Snapshot();
+  play.NoteState(204);
+  play.NoteState(0);
+  TMachineSnapshot snapshot = play.Machine.Snapshot();
   snapshot.Laser = true;
   snapshot.State = 7;
-  const TLines found =
-      CheckRun(play.Gate.Journal().Entries(), snapshot, {.AbortIndex = play.Abort, .ExemptDevice = {}});
-  const std::string line = play.Gate.Journal().Lines().at(play.Gate.Journal().Size() - 3);
+  const TLines found = CheckRun(play.Journal.Entries(), snapshot, {.AbortIndex = play.Abort, .ExemptDevice = {}});
+  const std::string line = play.Journal.Lines().at(play.Journal.Size() - 3);
   EXPECT_EQ(found, (TLines{"laser on is true, the journal tells otherwise", "the state is 7, the journal tells 0",
                            "the procedure's state was entered again",
                            "3 changes of state after the procedure began, not 1", "after the abort: " + line}));

@@ -160,13 +160,17 @@ void TNcAlarmManager::CountLocked(TNcAlarmAttrs attrs, int change) {
 std::uint64_t TNcAlarmManager::Raise(TNcAlarmRecord record) {
   record.Time = Clock().Now();
   std::string identifier = record.Identifier();
-  TGuard guard(FLock);
-  record.Serial = ++FSerials;
-  CountLocked(record.Attrs, 1);  // first: an alarm takes effect also when there is no memory to tell of it
-  const auto shared = std::make_shared<const TNcAlarmRecord>(std::move(record));
-  FStanding.emplace(shared->Serial, shared);
-  FByIdentifier[std::move(identifier)].push_back(shared);
-  FPending.push_back({shared, false, shared->Time});
+  TRecordPtr shared;
+  {
+    TGuard guard(FLock);
+    record.Serial = ++FSerials;
+    CountLocked(record.Attrs, 1);  // first: an alarm takes effect also when there is no memory to tell of it
+    shared = std::make_shared<const TNcAlarmRecord>(std::move(record));
+    FStanding.emplace(shared->Serial, shared);
+    FByIdentifier[std::move(identifier)].push_back(shared);
+    FPending.push_back({shared, false, shared->Time});
+  }
+  if (FOnRaised) FOnRaised(*shared);
   return shared->Serial;
 }
 

@@ -89,6 +89,9 @@ class TNcAlarmManager : public TNcAlarms {
   bool ClearSerial(std::uint64_t serial);
   void ClearAll();
   [[nodiscard]] std::vector<TNcAlarmRecord> Standing() const;  // in the order of their raises
+  // Told each alarm in the moment of its raise, on the raising thread, who may hold locks: it calls nobody back. Set
+  // before the first raise.
+  void OnRaised(TNcAlarmEvent::THandler told) { FOnRaised = std::move(told); }
 
   // Sources are asked from the event thread. Not owned; removing waits for a call in flight and clears what the source
   // raised. The caller holds no lock that the source's operations take.
@@ -134,6 +137,7 @@ class TNcAlarmManager : public TNcAlarms {
   void AskSources();
   void Apply(const TPending& pending);
 
+  TNcAlarmEvent::THandler FOnRaised;
   std::atomic<TNcAlarmAttrs> FEffects{0};
 
   mutable TCriticalSection FLock;

@@ -36,6 +36,14 @@ class TNcLaser {
   virtual bool GetLaser() = 0;  // the beam is commanded on
   // The pilot light is on; a source without one has it off.
   virtual bool GetAiming() { return false; }
+  virtual void SetAiming(bool on) { static_cast<void>(on); }
+
+  // The source's own inhibit. Tripped, it keeps beam and emission off until it is reset by hand; a source without one
+  // is never tripped. Any thread, at once: no lock that a device call may hold is waited for.
+  virtual const char* LatchReason() { return nullptr; }  // a literal; null: not tripped
+  // `reason` is a literal; the first one stays until the reset. Here: beam and emission are switched off.
+  virtual void Trip(const char* reason);
+  virtual void ResetLatch() {}
 };
 
 // Assist gas. Branches are numbered by gas type (1 "Air" ... 6 "H-N2"); pressures in bar.
@@ -118,21 +126,29 @@ class TNcCutSystem {
  public:
   virtual ~TNcCutSystem() = default;
   virtual std::int32_t GetState() = 0;  // number of the current machine state; any thread
-  virtual TNcLaser* Laser() = 0;
-  virtual TNcGas* Gas() = 0;
-  virtual TNcInportCtrl* InportCtrl() = 0;
-  virtual TNcCutHeadCtrl* CutHeadCtrl() = 0;
-  virtual TNcMultiFollower* MultiFollower() = 0;
-  virtual TNcSwitchTable* SwitchTable() = 0;
+  virtual TNcLaser* Laser() { return nullptr; }
+  virtual TNcGas* Gas() { return nullptr; }
+  virtual TNcInportCtrl* InportCtrl() { return nullptr; }
+  virtual TNcCutHeadCtrl* CutHeadCtrl() { return nullptr; }
+  virtual TNcMultiFollower* MultiFollower() { return nullptr; }
+  virtual TNcSwitchTable* SwitchTable() { return nullptr; }
   // Recursive; held while the laser is switched so that no other user of the laser interleaves. Any thread.
   virtual void Lock() = 0;
   virtual void Unlock() = 0;
   virtual void SwitchLaser(bool on) = 0;  // the beam; held back by the source while emission is missing
-  // A key's command (platform/CutCommands.h), from its press to its release. Any thread, at once: neither waits for the
-  // state thread. The cutting system refuses by its own state and permissions what it cannot do; a release is never
-  // refused. `fromPanel`: pressed by hand on the panel.
-  virtual void KeyDown(std::int32_t command, std::int32_t param, bool fromPanel) = 0;
-  virtual void KeyUp(std::int32_t command, std::int32_t param) = 0;
+  // A key's command (CutCommands.h), from its press to its release. Any thread, at once: neither waits for the state
+  // thread. What cannot be done in the machine's state, or is not permitted, is refused; a release is never refused.
+  // `fromPanel`: pressed by hand on the panel. Here: what NcKeyCommands does.
+  virtual void KeyDown(std::int32_t command, std::int32_t param, bool fromPanel);
+  virtual void KeyUp(std::int32_t command, std::int32_t param);
+};
+
+// Carries out the key commands for the cutting system; the controller's own. Any thread, at once.
+class TNcKeyCommands {
+ public:
+  virtual ~TNcKeyCommands() = default;
+  virtual void KeyDown(std::int32_t command) = 0;
+  virtual void KeyUp(std::int32_t command) = 0;
 };
 
 class TCutSystemGuard {
@@ -153,5 +169,6 @@ class TCutSystemGuard {
 
 IXO_DECLARE_SERVICE(TNcCutSystem, CutSystem);
 IXO_DECLARE_SERVICE(TNcFollower, GFollower);
+IXO_DECLARE_SERVICE(TNcKeyCommands, NcKeyCommands);
 
 }  // namespace ixocamglue

@@ -1,4 +1,4 @@
-#include "controller/keys/DemoStates.h"
+#include "controller/keys/KeyStates.h"
 
 #include <algorithm>
 #include <array>
@@ -8,14 +8,13 @@
 #include <utility>
 #include <vector>
 
-#include "controller/keys/Demo.h"
+#include "controller/keys/KeyCommands.h"
 #include "ixocamglue/platform/ports/CutCommands.h"
 #include "ixocamglue/platform/states/NcParams.h"
 #include "ixocamglue/platform/xml/JogSections.h"
 #include "ixocamglue/support/Faults.h"
-#include "machines/simulated/Machine.h"
 
-namespace ixocamglue {
+namespace ixocontroller {
 namespace {
 
 constexpr std::array<TPoint2, 5> kSquare{{{100, 100}, {300, 100}, {300, 300}, {100, 300}, {100, 100}}};
@@ -44,13 +43,23 @@ TNcMotionDriver& Driver() {
   throw std::runtime_error("the machine has no motion driver");
 }
 
+TNcCutSystem& Cut() {
+  if (TNcCutSystem* const cut = CutSystem()) return *cut;
+  throw std::runtime_error("the machine has no cutting system");
+}
+
+TNcLaser& Laser() {
+  if (TNcLaser* const laser = Cut().Laser()) return *laser;
+  throw std::runtime_error("the machine has no laser");
+}
+
 TPoint2 Position() { return {Driver().GetPos(0), Driver().GetPos(1)}; }
 
 // What all of them have in common: they end on a standing alarm, and what moves is stopped with them.
-class TDemoState : public TNcStateCtrl {
+class TKeyState : public TNcStateCtrl {
  public:
-  TDemoState(TNcStateFramework& owner, TSimDemo& demo, TCutState self)
-      : TNcStateCtrl(owner), FDemo(demo), FSelf(self) {}
+  TKeyState(TNcStateFramework& owner, TKeyCommands& keys, TCutState self)
+      : TNcStateCtrl(owner), FKeys(keys), FSelf(self) {}
 
   bool CheckEnterAlarm(std::int32_t) override { return AlarmEnds(); }
   bool CheckNewAlarm(const TNcAlarmRecord&) override { return AlarmEnds(); }
@@ -89,23 +98,23 @@ class TDemoState : public TNcStateCtrl {
       EnsureBusySet();
   }
 
-  TSimDemo& FDemo;
+  TKeyCommands& FKeys;
   const TCutState FSelf;
   bool FFinished = false;
 };
 
 // The square: cut (with follower, gas and laser), run dry (with follower), walked around (motion only); or, with
 // srLocate, the way to where it was interrupted.
-class TRunState final : public TDemoState {
+class TRunState final : public TKeyState {
  public:
-  using TDemoState::TDemoState;
+  using TKeyState::TKeyState;
 
   void InitState(std::int32_t param) override {
     FLocate = param == srLocate;
     FPhase = TPhase::Approach;
     FWasDark = false;
-    FTrack = param == srFresh ? TSimDemo::TProgress{FSelf, 0, kSquare[0]} : FDemo.Progress();
-    if (!FLocate) FDemo.SetProgress(FTrack);
+    FTrack = param == srFresh ? TKeyCommands::TProgress{FSelf, 0, kSquare[0]} : FKeys.Progress();
+    if (!FLocate) FKeys.SetProgress(FTrack);
   }
   void StepDone(std::int32_t reason) override {
     if (reason == srDone) return Go();
@@ -115,8 +124,7 @@ class TRunState final : public TDemoState {
   }
   void UpdateThread(std::uint32_t&) override {
     if (FSelf != csWorking || FPhase != TPhase::Finish) return;
-    TNcLaser* const laser = FDemo.Machine().Laser();
-    const bool dark = !laser || !laser->GetEmission();
+    const bool dark = !Laser().GetEmission();
     // A stop goes dark one pass before its tick.
     if (std::exchange(FWasDark, dark) && dark) throw std::runtime_error("emission was lost while cutting");
   }
@@ -124,13 +132,12 @@ class TRunState final : public TDemoState {
  protected:
   bool AlarmEnds() override {
     TNcAlarms* const alarms = NcAlarms();
-    if (TDemoState::AlarmEnds()) return true;
+    if (TKeyState::AlarmEnds()) return true;
     return FSelf == csWorking && alarms && (!alarms->AllowCut() || !alarms->AllowLaser());
   }
 
   void Go() override {
     const bool cuts = FSelf == csWorking;
-    TSimMachine& machine = FDemo.Machine();
     switch (FPhase) {
       case TPhase::Approach:
         Driver().MoveXY(FTrack.Point, 0.0);
@@ -145,7 +152,7 @@ class TRunState final : public TDemoState {
         return EnsureBusySet();
       case TPhase::Gas:
         FPhase = TPhase::Emission;
-        if (TNcGas* const gas = machine.Gas()) {
+        if (TNcGas* const gas = Cut().Gas()) {
           gas->SetPressure(kCutBar);
           gas->SwitchOn();
           return SetBusyGas(kDeviceLimitMs);
@@ -166,8 +173,8 @@ class TRunState final : public TDemoState {
         return SetBusyDelay(-1);
       case TPhase::Trace: {
         if (cuts) {
-          const TCutSystemGuard guard(machine);
-          machine.SwitchLaser(true);
+          const TCutSystemGuard guard(Cut());
+          Cut().SwitchLaser(true);
         }
         const std::vector<TPoint2> rest(kSquare.begin() + static_cast<std::ptrdiff_t>(FTrack.Edge) + 1, kSquare.end());
         Driver().MoveCurve(rest, FSelf == csWalkAround ? kWalkSpeed : kCutSpeed);
@@ -176,12 +183,12 @@ class TRunState final : public TDemoState {
       }
       case TPhase::Finish:
         if (cuts) {
-          const TCutSystemGuard guard(machine);
-          machine.SwitchLaser(false);
+          const TCutSystemGuard guard(Cut());
+          Cut().SwitchLaser(false);
           Laser().EmissionOff();
-          if (machine.Gas()) machine.Gas()->SwitchOff();
+          if (Cut().Gas()) Cut().Gas()->SwitchOff();
         }
-        FDemo.SetProgress({});
+        FKeys.SetProgress({});
         FPhase = TPhase::Raised;
         if (FSelf == csWalkAround || !GFollower()) return EnsureBusySet();
         GFollower()->MoveZ(0.0, 0.0);
@@ -194,10 +201,6 @@ class TRunState final : public TDemoState {
  private:
   enum class TPhase : std::uint8_t { Approach, Lower, Gas, Emission, WaitEmission, Trace, Finish, Raised, Located };
 
-  TNcLaser& Laser() {
-    if (TNcLaser* const laser = FDemo.Machine().Laser()) return *laser;
-    throw std::runtime_error("the machine has no laser");
-  }
   // The point at which the beam goes out is where the part goes on.
   void KeepProgress() {
     if (FLocate || FPhase != TPhase::Finish) return;
@@ -211,19 +214,19 @@ class TRunState final : public TDemoState {
         break;
       }
     });
-    FDemo.SetProgress(FTrack);
+    FKeys.SetProgress(FTrack);
   }
 
   TPhase FPhase = TPhase::Approach;
-  TSimDemo::TProgress FTrack;
+  TKeyCommands::TProgress FTrack;
   bool FLocate = false;
   bool FWasDark = false;
   std::uint64_t FSinceMs = 0;
 };
 
-class TPausedState final : public TDemoState {
+class TPausedState final : public TKeyState {
  public:
-  using TDemoState::TDemoState;
+  using TKeyState::TKeyState;
   void InitState(std::int32_t) override { FFinished = true; }
 
  protected:
@@ -235,9 +238,9 @@ class TPausedState final : public TDemoState {
 };
 
 // Z up, then X and Y to 0.
-class TReturnState final : public TDemoState {
+class TReturnState final : public TKeyState {
  public:
-  using TDemoState::TDemoState;
+  using TKeyState::TKeyState;
   bool CheckEnterAlarm(std::int32_t param) override {
     FNeedsMove = param != kcReturnOrgAlt;
     return AlarmEnds();
@@ -272,13 +275,13 @@ class TReturnState final : public TDemoState {
 };
 
 // Down to the plate and up again, at the calibration place or where the head stands.
-class TCalibrationState final : public TDemoState {
+class TCalibrationState final : public TKeyState {
  public:
-  using TDemoState::TDemoState;
+  using TKeyState::TKeyState;
   void InitState(std::int32_t param) override { FStep = param == kcCurPosCalibration ? 1 : 0; }
 
  protected:
-  bool AlarmEnds() override { return TDemoState::AlarmEnds() || (NcAlarms() && !NcAlarms()->AllowFollower()); }
+  bool AlarmEnds() override { return TKeyState::AlarmEnds() || (NcAlarms() && !NcAlarms()->AllowFollower()); }
   void Go() override {
     switch (FStep++) {
       case 0: Driver().MoveXY({kCalibrateAt, kCalibrateAt}, 0.0); return SetBusyMotion(kMotionLimitMs);
@@ -297,12 +300,12 @@ class TCalibrationState final : public TDemoState {
 };
 
 // One axis towards its limit, as long as its key is held.
-class TJogState final : public TDemoState {
+class TJogState final : public TKeyState {
  public:
-  using TDemoState::TDemoState;
+  using TKeyState::TKeyState;
 
   bool CheckEnterAlarm(std::int32_t) override {
-    FCommand = TSimDemo::HeldCommand(FDemo.Held());
+    FCommand = TKeyCommands::HeldCommand(FKeys.Held());
     return FCommand != kcNone && AlarmEnds();
   }
   void InitState(std::int32_t param) override {
@@ -312,15 +315,15 @@ class TJogState final : public TDemoState {
   }
   // Presses and releases are looked for every pass; a release has stopped the axes already.
   void UpdateThread(std::uint32_t&) override {
-    const std::uint64_t held = FDemo.Held();
+    const std::uint64_t held = FKeys.Held();
     if (held == 0) {
       ChangeState(StateNumber(FBack), 0);
     } else if (held != FSeen) {
       StopAxes();
       FSeen = held;
-      FCommand = TSimDemo::HeldCommand(held);
+      FCommand = TKeyCommands::HeldCommand(held);
       Move();
-      if (FDemo.Held() != held) StopAxes();  // released while the move was being started
+      if (FKeys.Held() != held) StopAxes();  // released while the move was being started
     }
   }
 
@@ -328,7 +331,7 @@ class TJogState final : public TDemoState {
   void Go() override {}
   bool AlarmEnds() override {
     TNcAlarms* const alarms = NcAlarms();
-    if (TDemoState::AlarmEnds()) return true;
+    if (TKeyState::AlarmEnds()) return true;
     if (!alarms) return false;
     const TJogSections* const jog = JogSections();
     const std::int32_t z = jog ? jog->ZAxisNo() : TJogZSection{}.AxisNo;
@@ -364,8 +367,14 @@ class TJogState final : public TDemoState {
     const double speed = Speed(z);
     if (!(speed > kLowestJogSpeed)) throw std::runtime_error("the jog speed is too low");
     if (z) {
-      const TSimAxisConfig& axis = FDemo.Machine().Config().Z;
-      if (GFollower()) GFollower()->MoveZ(FCommand == kcJogZUp ? axis.SoftLimitNeg : axis.SoftLimitPos, speed);
+      const auto move = [&](auto& device) {
+        const TAxisLimits limits = device.GetZLimits();
+        const double target = FCommand == kcJogZUp ? limits.Neg : limits.Pos;
+        if (!std::isfinite(target) || limits.Neg > limits.Pos) throw std::runtime_error("Z has no limits");
+        device.MoveZ(target, speed);
+      };
+      if (GFollower()) return move(*GFollower());
+      if (Driver().HasZ()) move(Driver());
       return;
     }
     const std::int32_t axis = FCommand == kcJogLeft || FCommand == kcJogRight ? 0 : 1;
@@ -382,24 +391,24 @@ class TJogState final : public TDemoState {
 };
 
 template <class State>
-void Register(TNcRegistry& registry, TSimDemo& demo, TCutState state) {
-  registry.RegisterStateCtrl(StateNumber(state), [&demo, state](TNcStateFramework& owner) {
-    return std::make_unique<State>(owner, demo, state);
+void Register(TNcRegistry& registry, TKeyCommands& keys, TCutState state) {
+  registry.RegisterStateCtrl(StateNumber(state), [&keys, state](TNcStateFramework& owner) {
+    return std::make_unique<State>(owner, keys, state);
   });
 }
 
 }  // namespace
 
-void RegisterDemoStates(TNcRegistry& registry, TSimDemo& demo) {
-  for (const TCutState state : {csWorking, csDryRun, csWalkAround}) Register<TRunState>(registry, demo, state);
-  Register<TPausedState>(registry, demo, csPaused);
-  Register<TReturnState>(registry, demo, csReturnOrg);
-  Register<TJogState>(registry, demo, csJogging);
-  Register<TCalibrationState>(registry, demo, csCalibration);
+void RegisterKeyStates(TNcRegistry& registry, TKeyCommands& keys) {
+  for (const TCutState state : {csWorking, csDryRun, csWalkAround}) Register<TRunState>(registry, keys, state);
+  Register<TPausedState>(registry, keys, csPaused);
+  Register<TReturnState>(registry, keys, csReturnOrg);
+  Register<TJogState>(registry, keys, csJogging);
+  Register<TCalibrationState>(registry, keys, csCalibration);
 }
 
-void UnregisterDemoStates(TNcRegistry& registry) {
+void UnregisterKeyStates(TNcRegistry& registry) {
   for (std::int32_t state = StateNumber(csWorking); state < kCutStates; ++state) registry.UnregisterStateCtrl(state);
 }
 
-}  // namespace ixocamglue
+}  // namespace ixocontroller

@@ -1,18 +1,18 @@
-#include "controller/keys/Demo.h"
+#include "controller/keys/KeyCommands.h"
 
 #include <algorithm>
 #include <iterator>
 
-#include "controller/keys/DemoStates.h"
+#include "controller/keys/KeyStates.h"
 #include "ixocamglue/platform/ports/CutCommands.h"
 #include "ixocamglue/platform/ports/NcAlarms.h"
+#include "ixocamglue/platform/services/Clock.h"
 #include "ixocamglue/platform/states/ForbidTypes.h"
 #include "ixocamglue/platform/xml/JogSections.h"
 #include "ixocamglue/support/Faults.h"
 #include "ixocamglue/support/Format.h"
-#include "machines/simulated/Machine.h"
 
-namespace ixocamglue {
+namespace ixocontroller {
 namespace {
 
 constexpr double kGasBar = 1.0;        // by hand, where no pressure was set
@@ -76,18 +76,29 @@ const char* AlarmRefusal(const TCommandRow& row) {
   return alarms->AllowMoveAxis(axis, row.Positive) ? nullptr : "an alarm forbids the axis to move there";
 }
 
+TNcLaser* Laser() {
+  TNcCutSystem* const cut = CutSystem();
+  return cut ? cut->Laser() : nullptr;
+}
+
+void SwitchBeam(bool on) {
+  if (TNcCutSystem* const cut = CutSystem()) cut->SwitchLaser(on);
+}
+
+void EmissionOff() {
+  if (TNcLaser* const laser = Laser()) laser->EmissionOff();
+}
+
 }  // namespace
 
-TSimDemo::TSimDemo(TSimMachine& machine, TNcStateFramework& framework)
-    : FMachine(machine), FFramework(framework), FRegistry(NcRegistry()) {
-  if (FRegistry) RegisterDemoStates(*FRegistry, *this);
+TKeyCommands::TKeyCommands(TNcStateFramework& framework, TNcRegistry& registry, IMachineObserver& journal)
+    : FFramework(framework), FRegistry(registry), FJournal(journal) {
+  RegisterKeyStates(FRegistry, *this);
 }
 
-TSimDemo::~TSimDemo() {
-  if (FRegistry) UnregisterDemoStates(*FRegistry);
-}
+TKeyCommands::~TKeyCommands() { UnregisterKeyStates(FRegistry); }
 
-std::string TSimDemo::Refusal(std::int32_t command) const {
+std::string TKeyCommands::Refusal(std::int32_t command) const {
   const auto row = std::ranges::find(kCommands, command, &TCommandRow::Command);
   if (row == std::end(kCommands)) return "the machine does not know it";
   if (FEmergency.load(std::memory_order_acquire)) return "the emergency stop is active";
@@ -99,13 +110,15 @@ std::string TSimDemo::Refusal(std::int32_t command) const {
   return alarm ? alarm : "";
 }
 
-void TSimDemo::Refuse(std::int32_t command, const std::string& why) {
-  FMachine.Note("cut", Format("command %d refused: %s", command, why.c_str()));
+void TKeyCommands::Refuse(std::int32_t command, const std::string& why) {
+  Note(Format("command %d refused: %s", command, why.c_str()));
 }
+
+void TKeyCommands::Note(std::string_view text) { FJournal.Happened(Clock().MonotonicMs(), "cut", text); }
 
 // --- keys ---
 
-void TSimDemo::KeyDown(std::int32_t command) {
+void TKeyCommands::KeyDown(std::int32_t command) {
   switch (command) {
     case kcEmergencyStop: return SetEmergencyStop(true);
     case kcStop: return StopAll();
@@ -117,7 +130,7 @@ void TSimDemo::KeyDown(std::int32_t command) {
         return;
       FFramework.Pause();
       try {
-        FMachine.SwitchLaser(false);
+        SwitchBeam(false);
       } catch (...) {  // the state's end switches it off again, and the latch stands behind that
       }
       StopMotion();
@@ -143,29 +156,28 @@ void TSimDemo::KeyDown(std::int32_t command) {
     SwitchDevice(command);
 }
 
-void TSimDemo::KeyUp(std::int32_t command) {
+void TKeyCommands::KeyUp(std::int32_t command) {
   if (command == kcJogLaser && FJogLaser.exchange(false)) {
-    FMachine.SwitchLaser(false);
-    if (FMachine.Laser()) FMachine.Laser()->EmissionOff();
+    SwitchBeam(false);
+    EmissionOff();
   }
   std::uint64_t held = Held();
   if (!IsJogCommand(command) || HeldCommand(held) != command) return;
   if (FHeld.compare_exchange_strong(held, 0)) StopMotion();
 }
 
-void TSimDemo::Request(std::int32_t command, TCutState state, std::int32_t param) {
-  if (!FRegistry) return Refuse(command, "the machine has no such states");
+void TKeyCommands::Request(std::int32_t command, TCutState state, std::int32_t param) {
   if (FFramework.ChangePending()) return Refuse(command, "the machine's state is changing");
   if (FFramework.SafePending()) return Refuse(command, "a device has not acknowledged switching off");
   if (const TResult<> requested = FFramework.RequestState(StateNumber(state), param); !requested)
     Refuse(command, requested.Problem().What);
 }
 
-void TSimDemo::StartJog(std::int32_t command) {
+void TKeyCommands::StartJog(std::int32_t command) {
   const TCutState state = ClassifyCutState(FFramework.CurrentState());
   const std::uint64_t number = ++FPresses;
   if (state != csJogging) {
-    if (!FRegistry || FFramework.ChangePending()) return Refuse(command, "the machine's state is changing");
+    if (FFramework.ChangePending()) return Refuse(command, "the machine's state is changing");
     FHeld.store(number << 32 | static_cast<std::uint32_t>(command), std::memory_order_release);
     if (const TResult<> requested = FFramework.RequestState(StateNumber(csJogging), state == csPaused ? 1 : 0);
         !requested) {
@@ -177,16 +189,16 @@ void TSimDemo::StartJog(std::int32_t command) {
   }
 }
 
-void TSimDemo::Resume(std::int32_t command, std::int32_t run) {
+void TKeyCommands::Resume(std::int32_t command, std::int32_t run) {
   const TCutState mode = FInterrupted.load(std::memory_order_acquire);
   if (mode == csStandby) return Refuse(command, "nothing was interrupted");
   if (run == srLocate) return Request(command, csWalkAround, run);
   Request(command, mode, run);
 }
 
-void TSimDemo::SwitchDevice(std::int32_t command) {
-  TSimLaser* const laser = FMachine.Laser();
-  TSimGas* const gas = FMachine.Gas();
+void TKeyCommands::SwitchDevice(std::int32_t command) {
+  TNcLaser* const laser = Laser();
+  TNcGas* const gas = CutSystem() ? CutSystem()->Gas() : nullptr;
   TNcFollower* const follower = GFollower();
   switch (command) {
     case kcShutter:
@@ -197,15 +209,15 @@ void TSimDemo::SwitchDevice(std::int32_t command) {
       return laser->SetAiming(!laser->GetAiming());
     case kcLaser:
       if (!laser) break;
-      if (laser->GetLaser()) return FMachine.SwitchLaser(false);
+      if (laser->GetLaser()) return SwitchBeam(false);
       // A beam that is held back would come by itself with the shutter.
       if (!laser->GetEmission()) return Refuse(command, "the shutter is closed");
-      return FMachine.SwitchLaser(true);
+      return SwitchBeam(true);
     case kcJogLaser:
       if (!laser) break;
       FJogLaser.store(true);
       laser->EmissionOn();
-      return FMachine.SwitchLaser(true);
+      return SwitchBeam(true);
     case kcGas:
       if (!gas) break;
       if (gas->GetGas()) return gas->SwitchOff();
@@ -221,16 +233,13 @@ void TSimDemo::SwitchDevice(std::int32_t command) {
 
 // --- what stops, at once ---
 
-void TSimDemo::EndHeld() noexcept {
+void TKeyCommands::EndHeld() noexcept {
   TTryAll tryAll;
-  if (FJogLaser.exchange(false))
-    tryAll([&] { FMachine.SwitchLaser(false); })([&] {
-      if (FMachine.Laser()) FMachine.Laser()->EmissionOff();
-    });
+  if (FJogLaser.exchange(false)) tryAll([] { SwitchBeam(false); })([] { EmissionOff(); });
   if (FHeld.exchange(0) != 0) StopMotion();
 }
 
-void TSimDemo::StopMotion() noexcept {
+void TKeyCommands::StopMotion() noexcept {
   TTryAll tryAll;
   tryAll([] {
     if (TNcMotionDriver* const driver = MotionDriver()) driver->StopAll(0);
@@ -239,27 +248,26 @@ void TSimDemo::StopMotion() noexcept {
   });
 }
 
-void TSimDemo::StopAll() noexcept {
+void TKeyCommands::StopAll() noexcept {
   TTryAll tryAll;
-  tryAll([&] { FFramework.Stop(); })([&] { FMachine.SwitchLaser(false); })([&] {
-    if (FMachine.Laser()) FMachine.Laser()->EmissionOff();
-  })([&] { EndHeld(); })([&] { StopMotion(); });
+  tryAll([&] { FFramework.Stop(); })([] { SwitchBeam(false); })([] { EmissionOff(); })([&] { EndHeld(); })(
+      [&] { StopMotion(); });
 }
 
-void TSimDemo::SetEmergencyStop(bool active) {
+void TKeyCommands::SetEmergencyStop(bool active) {
   const bool was = FEmergency.exchange(active);
   if (active) {
-    FMachine.LaserDevice().Trip("emergency stop");
+    if (TNcLaser* const laser = Laser()) laser->Trip("emergency stop");
     StopAll();
   } else if (was) {
-    FMachine.LaserDevice().ResetLatch();
+    if (TNcLaser* const laser = Laser()) laser->ResetLatch();
   }
-  if (was != active) FMachine.Note("cut", active ? "emergency stop" : "emergency stop reset");
+  if (was != active) Note(active ? "emergency stop" : "emergency stop reset");
 }
 
-void TSimDemo::SetProgress(const TProgress& progress) {
+void TKeyCommands::SetProgress(const TProgress& progress) {
   FProgress = progress;
   FInterrupted.store(progress.Mode, std::memory_order_release);
 }
 
-}  // namespace ixocamglue
+}  // namespace ixocontroller

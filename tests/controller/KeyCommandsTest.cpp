@@ -1,4 +1,4 @@
-// The simulated cutting system under key commands, and its demonstration part.
+// The key commands on the simulated machine, and the demonstration part.
 #include <gmock/gmock.h>
 
 #include "fixture/Machine.h"
@@ -11,9 +11,9 @@ namespace {
 
 using testing::HasSubstr;
 
-class Demo : public TMachineTest {
+class KeyCommands : public TMachineTest {
  protected:
-  Demo() { KBPManager()->SetCPMByForm("Work", true); }
+  KeyCommands() { KBPManager()->SetCPMByForm("Work", true); }
   void Press(std::int32_t command) { Machine().KeyDown(command, 0, true); }
   void Release(std::int32_t command) { Machine().KeyUp(command, 0); }
   // Presses, and runs until the machine is in this state.
@@ -23,7 +23,7 @@ class Demo : public TMachineTest {
     ASSERT_EQ(State(), state);
   }
   TCutState State() { return ClassifyCutState(Framework().CurrentState()); }
-  TSimSnapshot Now() { return Machine().Snapshot(); }
+  TMachineSnapshot Now() { return Machine().Snapshot(); }
   std::string LastNote() {
     std::string text;
     for (const TJournalEntry& entry : Journal().Entries())
@@ -32,7 +32,7 @@ class Demo : public TMachineTest {
   }
 };
 
-TEST_F(Demo, StartCutsTheSquare) {
+TEST_F(KeyCommands, StartCutsTheSquare) {
   Press(kcStart);
   RunTo(csWorking);
   RunUntil("laser on");
@@ -45,7 +45,7 @@ TEST_F(Demo, StartCutsTheSquare) {
   EXPECT_NEAR(static_cast<double>(TimeOf("laser off") - TimeOf("laser on")), 8000, 500) << "800 mm at 100 mm/s";
 }
 
-TEST_F(Demo, DryRunAndWalkAroundLightNothing) {
+TEST_F(KeyCommands, DryRunAndWalkAroundLightNothing) {
   for (const auto& [command, state] : {std::pair{kcDryCut, csDryRun}, std::pair{kcWalkAround, csWalkAround}}) {
     Press(command);
     RunTo(state);
@@ -55,7 +55,7 @@ TEST_F(Demo, DryRunAndWalkAroundLightNothing) {
   EXPECT_FALSE(Signals().Has("laser on") || Signals().Has("emission on") || Signals().Has("gas on 1 2.00"));
 }
 
-TEST_F(Demo, APauseGoesDarkAndResumeGoesOnWhereItStopped) {
+TEST_F(KeyCommands, APauseGoesDarkAndResumeGoesOnWhereItStopped) {
   Press(kcStart);
   RunUntil("laser on");
   FController.RunFor(3000);
@@ -82,7 +82,7 @@ TEST_F(Demo, APauseGoesDarkAndResumeGoesOnWhereItStopped) {
   EXPECT_THAT(LastNote(), HasSubstr("nothing was interrupted"));
 }
 
-TEST_F(Demo, StopEndsEverythingAndTheBreakCanBeLocated) {
+TEST_F(KeyCommands, StopEndsEverythingAndTheBreakCanBeLocated) {
   Press(kcStart);
   RunUntil("laser on");
   FController.RunFor(1000);
@@ -103,20 +103,20 @@ TEST_F(Demo, StopEndsEverythingAndTheBreakCanBeLocated) {
   EXPECT_FALSE(Now().Laser);
 }
 
-TEST_F(Demo, AJogLastsAsLongAsItsKey) {
+TEST_F(KeyCommands, AJogLastsAsLongAsItsKey) {
   const struct {
     std::int32_t Command;
     double X, Y, Z;  // direction
   } keys[] = {{kcJogRight, 1, 0, 0}, {kcJogForward, 0, 1, 0}, {kcJogZDown, 0, 0, 1},
               {kcJogLeft, -1, 0, 0}, {kcJogBack, 0, -1, 0},   {kcJogZUp, 0, 0, -1}};
   for (const auto& key : keys) {
-    const TSimSnapshot before = Now();
+    const TMachineSnapshot before = Now();
     Press(key.Command);
     FController.RunFor(500);
     EXPECT_EQ(State(), csJogging);
     Release(key.Command);
     FController.RunFor(200);
-    const TSimSnapshot after = Now();
+    const TMachineSnapshot after = Now();
     EXPECT_EQ(State(), csStandby);
     EXPECT_FALSE(after.Moving());
     // 10 mm/s for half a second
@@ -139,31 +139,30 @@ TEST_F(Demo, AJogLastsAsLongAsItsKey) {
   const double y = Now().Pos.Y;
   FController.RunFor(100);
   EXPECT_GT(Now().Pos.Y, y + 5);
-  Machine().Alarms().ForbidAxis(1, true);
+  Raise(NcAlarmAxis(1, true));
   FController.RunFor(100);
   EXPECT_EQ(State(), csStandby) << "an alarm ends it";
   EXPECT_FALSE(Now().Moving());
 }
 
-TEST_F(Demo, AnAlarmBlockedKeyChangesNothing) {
-  const TSimForbids everything{.Cut = true, .Laser = true, .Follower = true, .Homing = true, .Move = true};
-  Machine().Alarms().Raise({}, everything);
+TEST_F(KeyCommands, AnAlarmBlockedKeyChangesNothing) {
+  Raise(naForbidCut | naForbidLaser | naForbidFollower | naForbidHoming | naForbidMove);
   for (std::int32_t axis = 0; axis < 3; ++axis)
-    for (const bool positive : {false, true}) Machine().Alarms().ForbidAxis(axis, positive);
-  const TSimSnapshot before = Now();
+    for (const bool positive : {false, true}) Raise(NcAlarmAxis(axis, positive));
+  const TMachineSnapshot before = Now();
   for (const std::int32_t command : {kcShutter, kcLaser, kcFollow, kcReturnOrg, kcReturnOrgAlt, kcWalkAround, kcDryCut,
                                      kcStart, kcResume, kcBreakLocate, kcJogLaser, kcCalibration, kcCurPosCalibration,
                                      kcJogLeft, kcJogRight, kcJogForward, kcJogBack, kcJogZUp, kcJogZDown}) {
     Press(command);
     FController.RunFor(1500);
-    const TSimSnapshot now = Now();
+    const TMachineSnapshot now = Now();
     EXPECT_FALSE(now.Laser || now.Emission || now.Gas || now.Moving() || now.Following) << command;
     EXPECT_EQ(std::tuple(now.Pos, now.Z, now.State), std::tuple(before.Pos, before.Z, before.State)) << command;
     Release(command);
   }
 }
 
-TEST_F(Demo, DevicesSwitchByHandOnlyWhereTheyMay) {
+TEST_F(KeyCommands, DevicesSwitchByHandOnlyWhereTheyMay) {
   Press(kcLaser);
   EXPECT_THAT(LastNote(), HasSubstr("shutter is closed"));
   Press(kcShutter);
@@ -191,7 +190,7 @@ TEST_F(Demo, DevicesSwitchByHandOnlyWhereTheyMay) {
   }
 }
 
-TEST_F(Demo, TheEmergencyStopLatchesUntilItIsResetByHand) {
+TEST_F(KeyCommands, TheEmergencyStopLatchesUntilItIsResetByHand) {
   Press(kcStart);
   RunUntil("laser on");
   Press(kcEmergencyStop);
@@ -202,14 +201,14 @@ TEST_F(Demo, TheEmergencyStopLatchesUntilItIsResetByHand) {
   EXPECT_FALSE(Now().Moving());
   Press(kcShutter);
   EXPECT_THAT(LastNote(), HasSubstr("the emergency stop is active"));
-  Machine().Demo().SetEmergencyStop(false);
+  FController.Keys().SetEmergencyStop(false);
   EXPECT_FALSE(Now().LatchTripped);
   Press(kcShutter);
   FController.RunFor(200);
   EXPECT_TRUE(Now().Emission);
 }
 
-TEST_F(Demo, AStopNeedsNoStateThread) {
+TEST_F(KeyCommands, AStopNeedsNoStateThread) {
   FController.Params().SetDouble("JogSpeed", 100);
   Press(kcJogRight);
   FController.RunFor(300);
@@ -219,7 +218,7 @@ TEST_F(Demo, AStopNeedsNoStateThread) {
   EXPECT_FALSE(Now().Moving());
 }
 
-TEST_F(Demo, TheCalibrationAndAForbiddenCommand) {
+TEST_F(KeyCommands, TheCalibrationAndAForbiddenCommand) {
   Press(kcCurPosCalibration);
   RunTo(csCalibration);
   RunTo(csStandby);

@@ -1,11 +1,19 @@
-#include "machines/simulated/Journal.h"
+#include "controller/Journal.h"
 
 #include <algorithm>
 #include <utility>
 
+#include "ixocamglue/platform/states/NcState.h"
 #include "ixocamglue/support/Format.h"
 
-namespace ixocamglue {
+namespace ixocontroller {
+namespace {
+
+auto OfText(const std::vector<TSignal>& signals, std::string_view text) {
+  return std::ranges::find(signals, text, &TSignal::Text);
+}
+
+}  // namespace
 
 std::string TJournalEntry::Line() const {
   std::string line = Format("%08llu %s", static_cast<unsigned long long>(Ms), Device.c_str());
@@ -16,38 +24,40 @@ std::string TJournalEntry::Line() const {
   return line;
 }
 
-std::vector<std::string> TSignals::TextsFrom(std::size_t first) const {
+std::vector<std::string> TSignals::Texts() const {
   std::vector<std::string> texts;
-  for (std::size_t i = first; i < FItems.size(); ++i) texts.push_back(FItems[i].Text);
+  for (const TSignal& signal : FItems) texts.push_back(signal.Text());
   return texts;
 }
 
 std::vector<std::string> TSignals::After(std::string_view text) const {
-  const auto it = std::ranges::find(FItems, text, &TSignal::Text);
-  return it == FItems.end() ? std::vector<std::string>{} : TextsFrom(static_cast<std::size_t>(it - FItems.begin()) + 1);
+  const auto it = OfText(FItems, text);
+  return it == FItems.end() ? std::vector<std::string>{} : TSignals({it + 1, FItems.end()}).Texts();
 }
 
-bool TSignals::Has(std::string_view text) const {
-  return std::ranges::find(FItems, text, &TSignal::Text) != FItems.end();
-}
+bool TSignals::Has(std::string_view text) const { return OfText(FItems, text) != FItems.end(); }
 
 void TJournal::Add(TJournalEntry entry) {
   TGuard guard(FLock);
   FEntries.push_back(std::move(entry));
 }
 
-void TJournal::Event(std::uint64_t ms, std::string_view device, std::string_view text) {
+void TJournal::Called(TDeviceCall call) {
+  Add({call.Ms, call.Call, call.Device, call.Verb, std::move(call.Args), call.Kind, call.Outcome});
+}
+
+void TJournal::Happened(std::uint64_t ms, std::string_view device, std::string_view text) {
   Add({ms, 0, std::string(device), std::string(text), {}, vkRead, toDone});
 }
 
 void TJournal::State(std::uint64_t ms, std::int32_t state) {
   Add({ms, 0, "state", {}, Format("%d", state), vkRead, toDone});
-  Signal(ms, Format("state %d", state));
+  Signalled({ms, sgState, state != nsStandby, state});
 }
 
-void TJournal::Signal(std::uint64_t ms, std::string text) {
+void TJournal::Signalled(const TSignal& signal) {
   TGuard guard(FLock);
-  FSignals.push_back({ms, std::move(text)});
+  FSignals.push_back(signal);
 }
 
 void TJournal::Clear() {
@@ -80,7 +90,7 @@ TSignals TJournal::Signals() const {
 
 bool TJournal::HasSignal(std::string_view text) const {
   TGuard guard(FLock);
-  return std::ranges::find(FSignals, text, &TSignal::Text) != FSignals.end();
+  return OfText(FSignals, text) != FSignals.end();
 }
 
-}  // namespace ixocamglue
+}  // namespace ixocontroller

@@ -7,18 +7,13 @@
 #include <string_view>
 #include <vector>
 
+#include "ixocamglue/platform/Machine.h"
 #include "ixocamglue/support/Locks.h"
 
-namespace ixocamglue {
+namespace ixocontroller {
+using namespace ixocamglue;
 
-// What a device call does. Reads, locks, stops and offs are harmless after an abort; sets and starts are not.
-enum class TVerbKind : std::uint8_t { vkRead, vkLock, vkStop, vkOff, vkSet, vkStart };
-using enum TVerbKind;
-
-enum class TOutcome : std::uint8_t { toDone, toRefused, toThrew };
-using enum TOutcome;
-
-// A command, with its number at the gate, or what happened by itself (Call 0). Reads and locks appear when they failed.
+// A command, with its number, or what happened by itself (Call 0). Reads and locks appear when they failed.
 struct TJournalEntry {
   std::uint64_t Ms = 0;  // monotonic
   std::uint64_t Call = 0;
@@ -35,36 +30,27 @@ struct TJournalEntry {
   friend bool operator==(const TJournalEntry&, const TJournalEntry&) = default;
 };
 
-struct TSignal {
-  std::uint64_t Ms = 0;
-  std::string Text;
-  friend bool operator==(const TSignal&, const TSignal&) = default;
-};
-
-// The changes of what the machine shows outside, in order: "emission on", "laser on", "gas on 2 3.50", "da 2 4.50",
-// "laser off", "emission off", "gas off", "output 5 on", "state 204".
+// The changes of what the machine shows outside, in order; by their texts.
 class TSignals {
  public:
   explicit TSignals(std::vector<TSignal> items) : FItems(std::move(items)) {}
 
   [[nodiscard]] const std::vector<TSignal>& Items() const { return FItems; }
-  [[nodiscard]] std::vector<std::string> Texts() const { return TextsFrom(0); }
+  [[nodiscard]] std::vector<std::string> Texts() const;
   // What follows the first signal of this text; empty when it never came.
   [[nodiscard]] std::vector<std::string> After(std::string_view text) const;
   [[nodiscard]] bool Has(std::string_view text) const;
 
  private:
-  [[nodiscard]] std::vector<std::string> TextsFrom(std::size_t first) const;
-
   std::vector<TSignal> FItems;
 };
 
-class TJournal {
+class TJournal final : public IMachineObserver {
  public:
-  void Add(TJournalEntry entry);
-  void Event(std::uint64_t ms, std::string_view device, std::string_view text);
+  void Called(TDeviceCall call) override;
+  void Happened(std::uint64_t ms, std::string_view device, std::string_view text) override;
+  void Signalled(const TSignal& signal) override;
   void State(std::uint64_t ms, std::int32_t state);  // the signal too
-  void Signal(std::uint64_t ms, std::string text);
   void Clear();
 
   [[nodiscard]] std::size_t Size() const;
@@ -74,9 +60,11 @@ class TJournal {
   [[nodiscard]] bool HasSignal(std::string_view text) const;
 
  private:
+  void Add(TJournalEntry entry);
+
   mutable TCriticalSection FLock;
   std::vector<TJournalEntry> FEntries IXO_GUARDED_BY(FLock);
   std::vector<TSignal> FSignals IXO_GUARDED_BY(FLock);
 };
 
-}  // namespace ixocamglue
+}  // namespace ixocontroller

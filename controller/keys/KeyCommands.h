@@ -1,38 +1,41 @@
-// What the simulated cutting system does with the panel's key commands, and its demonstration part: a square of 200 mm
-// that is cut, run dry or walked around, paused, resumed and stopped.
+// What becomes of the panel's key commands, and a demonstration part: a square of 200 mm that is cut, run dry or walked
+// around, paused, resumed and stopped.
 //
 // Key commands come from any thread and take effect at once where that is safe: devices are switched, and everything
 // that stops is stopped, on the caller's thread, so that neither needs a state thread that still runs. What moves is a
-// machine state of the framework (DemoStates.h), entered in its next pass. A command is refused, with a line in the
+// machine state of the framework (KeyStates.h), entered in its next pass. A command is refused, with a line in the
 // journal, by the forbidden-key set in force, the emergency stop, the machine's state, or the standing alarms.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
 #include <string>
+#include <string_view>
 
+#include "ixocamglue/platform/Machine.h"
 #include "ixocamglue/platform/ports/CutStates.h"
+#include "ixocamglue/platform/ports/CutSystem.h"
 #include "ixocamglue/platform/ports/MotionDriver.h"
 #include "ixocamglue/platform/ports/PanelPorts.h"
 #include "ixocamglue/platform/states/NcState.h"
 
-namespace ixocamglue {
-
-class TSimMachine;
+namespace ixocontroller {
+using namespace ixocamglue;
 
 // How a run of the part begins; the parameter of its states.
-enum TSimRun : std::int32_t { srFresh = 0, srResumed = 1, srLocate = 2 };
+enum TPartRun : std::int32_t { srFresh = 0, srResumed = 1, srLocate = 2 };
 
-class TSimDemo final : public TNcEmergencyStop {
+class TKeyCommands final : public TNcKeyCommands, public TNcEmergencyStop {
  public:
-  TSimDemo(TSimMachine& machine, TNcStateFramework& framework);
-  ~TSimDemo() override;
-  TSimDemo(const TSimDemo&) = delete;
-  TSimDemo& operator=(const TSimDemo&) = delete;
+  // Installs both services and registers the states for its own life.
+  TKeyCommands(TNcStateFramework& framework, TNcRegistry& registry, IMachineObserver& journal);
+  ~TKeyCommands() override;
+  TKeyCommands(const TKeyCommands&) = delete;
+  TKeyCommands& operator=(const TKeyCommands&) = delete;
 
   // --- any thread ---
-  void KeyDown(std::int32_t command);
-  void KeyUp(std::int32_t command);
+  void KeyDown(std::int32_t command) override;
+  void KeyUp(std::int32_t command) override;
   bool IsActive() override { return FEmergency.load(std::memory_order_acquire); }
   // The emergency-stop input. Active stops everything and trips the laser's latch; it stays so until it is reset by
   // hand, which resets the latch too.
@@ -51,11 +54,10 @@ class TSimDemo final : public TNcEmergencyStop {
   [[nodiscard]] const TProgress& Progress() const { return FProgress; }
   void SetProgress(const TProgress& progress);
 
-  [[nodiscard]] TSimMachine& Machine() { return FMachine; }
-
  private:
   [[nodiscard]] std::string Refusal(std::int32_t command) const;
   void Refuse(std::int32_t command, const std::string& why);
+  void Note(std::string_view text);
   void Request(std::int32_t command, TCutState state, std::int32_t param);
   void StartJog(std::int32_t command);
   void Resume(std::int32_t command, std::int32_t run);
@@ -64,15 +66,17 @@ class TSimDemo final : public TNcEmergencyStop {
   void StopAll() noexcept;
   void EndHeld() noexcept;
 
-  TSimMachine& FMachine;
   TNcStateFramework& FFramework;
+  TNcRegistry& FRegistry;
+  IMachineObserver& FJournal;
   std::atomic<bool> FEmergency{false};
   std::atomic<std::uint64_t> FHeld{0};
   std::atomic<std::uint32_t> FPresses{0};
   std::atomic<bool> FJogLaser{false};
   std::atomic<TCutState> FInterrupted{csStandby};  // FProgress.Mode, for any thread
   TProgress FProgress;                             // state thread
-  TNcRegistry* FRegistry = nullptr;                // where the states are registered
+  const TInstalled<TNcKeyCommands> FKeysInstalled{*this};
+  const TInstalled<TNcEmergencyStop> FEmergencyInstalled{*this};
 };
 
-}  // namespace ixocamglue
+}  // namespace ixocontroller

@@ -1,0 +1,71 @@
+#include "controller/alarms/AlarmPackage.h"
+
+#include <utility>
+
+#include "ixocamglue/alarms/Almintprt.h"
+#include "ixocamglue/alarms/Ualarmmanager.h"
+#include "ixocamglue/alarms/store/AlarmStore.h"
+#include "ixocamglue/platform/services/AppSys.h"
+#include "ixocamglue/platform/services/Clock.h"
+#include "ixocamglue/support/Format.h"
+
+namespace ixocontroller {
+
+TAlarmPackage::TAlarmPackage(TNcStateFramework& framework, IMachineObserver& journal) : FJournal(journal) {
+  FManager.OnRaised([&framework](const TNcAlarmRecord& record) { framework.PostAlarm(record); });
+}
+
+TResult<> TAlarmPackage::OpenStore(const std::filesystem::path& file, int retentionDays) {
+  TAlarmStoreOptions options;
+  options.RetentionDays = retentionDays;
+  options.Lookup = [](std::string_view id, TAlarmRec& rec) {
+    const TAlarmInterpreter* const interpreter = AlarmInterpreter();
+    return interpreter && interpreter->TryGetAlarmRec(id, rec);
+  };
+  options.OnLost = [this](std::uint64_t) {
+    FManager.Raise({.IdPrefix = "TPAlarmStore",
+                    .Desc = "the alarm store cannot be written; the oldest alarms are lost",
+                    .Id = 1,
+                    .Attrs = naShownOnly});
+  };
+  auto store = std::make_shared<TAlarmStore>(file, std::move(options));
+  if (std::string problem = store->Open(); !problem.empty()) return TProblem{.What = std::move(problem)};
+  FStore = std::move(store);
+  AppSys()->Register(IID_IAlarmSvcIntf, std::static_pointer_cast<IAlarmSvcIntf>(FStore));
+  AppSys()->Register(IID_IAlarmFactory, std::static_pointer_cast<IAlarmFactory>(FStore));
+  (void)AlarmManager();
+  return {};
+}
+
+void TAlarmPackage::Start() {
+  if (FStore) FManager.Start();
+}
+
+void TAlarmPackage::Close() {
+  FManager.Stop();
+  FreeAlarmManager();
+  if (!FStore) return;
+  AppSys()->Unregister(IID_IAlarmSvcIntf);
+  AppSys()->Unregister(IID_IAlarmFactory);
+  FStore.reset();  // writes what waits, while the alarms can still be looked up
+}
+
+void TAlarmPackage::Raise(TNcAlarmRecord record) {
+  FJournal.Happened(Clock().MonotonicMs(), "alarm",
+                    Format("%s %d: %s", record.IdPrefix.c_str(), record.Id, record.Desc.c_str()));
+  FManager.Raise(std::move(record));
+}
+
+void TAlarmPackage::ClearAll() {
+  FManager.ClearAll();
+  FJournal.Happened(Clock().MonotonicMs(), "alarm", "all cleared");
+}
+
+bool TAlarmPackage::Settled() const {
+  TAlarmManager* const manager = FStore ? AlarmManager() : nullptr;
+  if (!manager) return true;
+  const std::size_t queued = manager->GetAlarmFifos(0).Sizes().Queue + manager->GetAlarmFifos(1).Sizes().Queue;
+  return !FManager.HasPending() && queued == 0 && FStore->Waiting() == 0;
+}
+
+}  // namespace ixocontroller

@@ -1,0 +1,140 @@
+// The seam between a controller and what it drives: a machine installs its ports, and tells what happens in it.
+//
+// A machine is made by a factory that the program hands to its controller, connected once, and ended by its destructor,
+// on the controller's main thread and while no other thread runs. What is fitted, and its limits, stand in its ports
+// and in the machine configuration; what its ports cannot say stands here.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "ixocamglue/platform/ports/MotionDriver.h"
+#include "ixocamglue/support/Problem.h"
+
+namespace ixocamglue {
+
+class TMachineConfig;
+class TNcAlarmManager;
+class TNcStateFramework;
+class TVirtualClock;
+
+// What a device call does. Reads, locks, stops and offs are harmless after an abort; sets and starts are not.
+enum class TVerbKind : std::uint8_t { vkRead, vkLock, vkStop, vkOff, vkSet, vkStart };
+using enum TVerbKind;
+
+enum class TOutcome : std::uint8_t { toDone, toRefused, toThrew };
+using enum TOutcome;
+
+// A command to a device.
+struct TDeviceCall {
+  std::uint64_t Ms = 0;     // monotonic
+  std::uint64_t Call = 0;   // from 1 on
+  const char* Device = "";  // "laser"; a literal, as is the verb
+  const char* Verb = "";    // "EmissionOn"
+  std::string Args;         // "2", "on"
+  TVerbKind Kind = vkRead;
+  TOutcome Outcome = toDone;
+};
+
+enum class TSignalKind : std::uint8_t { sgState, sgEmission, sgLaser, sgAiming, sgGas, sgGasVolt, sgOutput };
+using enum TSignalKind;
+
+// A change of what the machine shows outside.
+struct TSignal {
+  std::uint64_t Ms = 0;  // monotonic
+  TSignalKind Kind = sgState;
+  bool On = false;          // of a state: any but standby
+  std::int32_t Number = 0;  // the state, the branch of the gas or of its voltage, the output
+  double Value = 0.0;       // bar; V
+
+  // "emission on", "laser off", "gas on 2 3.50", "gas off", "da 2 4.50", "output 5 on", "state 204"
+  [[nodiscard]] std::string Text() const;
+  friend bool operator==(const TSignal&, const TSignal&) = default;
+};
+
+// Is told what happens in a machine. Any thread, in the order in which it happens; the machine may hold its own lock,
+// so that an observer calls nobody back.
+class IMachineObserver {
+ public:
+  virtual ~IMachineObserver() = default;
+  virtual void Called(TDeviceCall call) = 0;
+  // What happened by itself, as a sentence: "laser", "emission up".
+  virtual void Happened(std::uint64_t ms, std::string_view device, std::string_view text) = 0;
+  virtual void Signalled(const TSignal& signal) = 0;
+};
+
+// What is physically so at one moment. What a machine does not know keeps its default.
+struct TMachineSnapshot {
+  std::uint64_t Ms = 0;
+  bool Laser = false;     // the beam is on
+  bool Emission = false;  // confirmed by the source
+  bool LatchTripped = false;
+  std::string LatchReason;
+  bool Gas = false;
+  std::int32_t GasBranch = 0;
+  double GasSetBar = 0.0;
+  double GasBar = 0.0;   // at the nozzle
+  double GasVolt = 0.0;  // put out to the selected branch's proportional valve
+  TPoint2 Pos;
+  double Z = 0.0;  // of the first follower, or of the driver where there is none
+  double Focus = 0.0;
+  // How far X, Y, Z and Focus lag behind their set positions, mm.
+  std::array<double, 4> FollowingError{};
+  bool AxesMoving = false;
+  bool ZMoving = false;  // any follower's
+  bool FocusMoving = false;
+  bool RackMoving = false;  // its cap or stage
+  bool Following = false;
+  bool Calibrating = false;  // any follower
+  std::vector<std::int32_t> OutputsOn;
+  std::int32_t State = 0;
+
+  [[nodiscard]] bool Moving() const { return AxesMoving || ZMoving || FocusMoving; }
+};
+
+// Something that fails on request.
+struct TMachineFault {
+  const char* Name;         // "rack.stage-stuck"
+  const char* Description;  // English, for help pages
+};
+
+// What a controller gives the machine that it makes; all of it outlives the machine.
+struct TMachineContext {
+  TNcStateFramework& Framework;  // the number of the current state
+  TMachineConfig& Config;        // loaded
+  TNcAlarmManager& Alarms;       // takes alarms and their sources
+  IMachineObserver& Observer;
+  TVirtualClock* Clock = nullptr;  // null: real time
+  std::uint64_t Seed = 1;          // of whatever is left to chance
+};
+
+class IMachine {
+ public:
+  virtual ~IMachine() = default;
+  // Installs the ports for the machine's life. Once; says what does not answer, and has then installed nothing.
+  virtual TResult<> Connect() = 0;
+  // In real time, every 2 ms on a thread of its own: a machine made of software lets its physics follow the clock.
+  virtual void CatchUp(std::uint64_t nowMs) { static_cast<void>(nowMs); }
+  // The state has changed; the state thread.
+  virtual void NoteState(std::int32_t state) { static_cast<void>(state); }
+  // Any thread. Here: laser, emission and gas as the adapters have told the watch, the latch, and the state.
+  virtual TMachineSnapshot Snapshot();
+  // Lets one of its factory's faults happen, from now on. False: it has no fault of this name.
+  virtual bool Inject(std::string_view fault) { return static_cast<void>(fault), false; }
+};
+
+// How a program makes the machines that it knows; the first one is made where the machine file names none.
+struct TMachineFactory {
+  std::string Name;  // in the machine file: <Machine Driver="..."/>
+  // Says why the configuration does not describe such a machine.
+  std::function<TResult<std::unique_ptr<IMachine>>(const TMachineContext&)> Make;
+  std::span<const TMachineFault> Faults = {};
+};
+
+}  // namespace ixocamglue
