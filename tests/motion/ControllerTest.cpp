@@ -278,7 +278,7 @@ struct TWatcherBefore {
 
 class Observing : private TWatcherBefore, public TMachineTest {
  protected:
-  Observing() : TMachineTest({.Sinks = {&Watcher}}) { Controller().AddObserver(Watcher); }
+  Observing() : TMachineTest({}, {.Sinks = {&Watcher}}) { Controller().AddObserver(Watcher); }
   TTexts StoryOf(std::function<TStepType(std::int32_t)> motion, const std::function<void()>& act) {
     auto root = std::make_shared<TScriptedRoot>();
     root->OnMotion = std::move(motion);
@@ -308,7 +308,7 @@ TEST_F(Observing, EachProcedureIsToldFromItsEntryThroughItsTicksToItsOutcome) {
   EXPECT_EQ(StoryOf(goOn, [&] { (void)Framework().RequestState(nsStandby, 0); }),
             Lines("entered 77", "77: 100", "taken away"));
   // What never enters is not told.
-  FController.Alarms().Raise({"TP", "alarm", 1}, {.Move = true});
+  Raise(naForbidMove);
   StartRoot(MakeShot(10));
   EXPECT_EQ(Watcher.Story, TTexts{});
 }

@@ -253,6 +253,7 @@ TEST_F(StateFramework, NothingIsRequestedBetweenAStopAndItsEnd) {
   const TInstalled<TNcCutSystem> installed(devices);
   for (const bool inState : {false, true}) {
     if (inState) Enter();
+    devices.Beam = true;
     devices.Refusals = 3;
     Framework->Stop();
     EXPECT_EQ(Framework->RequestState(kState, 1).Problem().What, "a stop has not come to its end");
