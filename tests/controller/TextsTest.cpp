@@ -25,7 +25,8 @@ std::vector<TTextList> AllLists() {
 TEST(Texts, EachStandsOnceAndInBothLanguagesWithTheSameArguments) {
   std::set<std::string> translated;
   std::ifstream in(ShareFolder() / "locale" / "en.json");
-  for (const auto& [section, texts] : nlohmann::json::parse(in).items())
+  const auto file = nlohmann::json::parse(in);
+  for (const auto& [section, texts] : file.items())
     for (const auto& [key, text] : texts.items()) translated.insert(section + "/" + key);
 
   TLocaleReader reader(ShareFolder() / "locale");
