@@ -129,17 +129,17 @@ void TAlarmManager::NcAlarmRemoved(const TNcAlarmRecord& rec) {
 }
 
 void TAlarmManager::PushMsg(const TNcAlarmMsg& msg) {
-  const TIxoAlarmFifos::TSizes sizes = FFifos[IndexOf(msg.Level)]->Push(msg);
-  ReportSize("queue", sizes.Queue, FLimits.QueueThreshold, FReportedQueue);
-  ReportSize("history", sizes.History, FLimits.HistoryThreshold, FReportedHistory);
+  const std::size_t level = IndexOf(msg.Level);
+  const TIxoAlarmFifos::TSizes sizes = FFifos[level]->Push(msg);
+  ReportSize("queue", sizes.Queue, FLimits.QueueThreshold, FReported[level].Queue);
+  ReportSize("history", sizes.History, FLimits.HistoryThreshold, FReported[level].History);
 }
 
-void TAlarmManager::ReportSize(const char* what, std::size_t size, std::size_t threshold,
-                               std::atomic<std::size_t>& reported) {
+void TAlarmManager::ReportSize(const char* what, std::size_t size, std::size_t threshold, std::atomic<bool>& reported) {
   if (threshold == 0) return;
   if (size < threshold) {
-    if (reported.load(std::memory_order_relaxed) != 0 && size < threshold / 2) reported.store(0);
-  } else if (reported.exchange(1) == 0) {
+    if (size < threshold / 2) reported.store(false);
+  } else if (!reported.exchange(true)) {
     LogMsg(lkWarning, 0, Format("an alarm %s has grown to %zu messages (threshold %zu)", what, size, threshold),
            kSource);
   }

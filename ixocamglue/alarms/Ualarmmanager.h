@@ -78,7 +78,7 @@ class TAlarmManager {
   [[nodiscard]] static std::size_t IndexOf(TAlarmLv level) { return level < kAlarmLevels ? level : kAlarmLevels - 1; }
   void PushMsg(const TNcAlarmMsg& msg);
   void LogLine(std::int32_t kind, std::int32_t colour, const TText& prefix, const std::string& desc);
-  void ReportSize(const char* what, std::size_t size, std::size_t threshold, std::atomic<std::size_t>& reported);
+  static void ReportSize(const char* what, std::size_t size, std::size_t threshold, std::atomic<bool>& reported);
 
   const TGetNcAlarmManager FProvider;
   const TAlarmLimits FLimits;
@@ -93,8 +93,11 @@ class TAlarmManager {
   TNcAlarmManager* FSubscribedTo = nullptr;
   std::uint64_t FAddedHandle = 0;
   std::uint64_t FRemovedHandle = 0;
-  std::atomic<std::size_t> FReportedQueue{0};
-  std::atomic<std::size_t> FReportedHistory{0};
+  struct TReported {
+    std::atomic<bool> Queue{false};
+    std::atomic<bool> History{false};
+  };
+  std::array<TReported, kAlarmLevels> FReported;
   std::uint64_t FLogSecond = 0;  // the event thread's
   std::uint32_t FLogLines = 0;
   std::uint32_t FLogLeftOut = 0;

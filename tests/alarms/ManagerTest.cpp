@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include <gtest/gtest.h>
 
 #include "fixture/Faults.h"
@@ -160,6 +162,17 @@ TEST_F(Manager, EveryEventIsLoggedUnlessALimitLeavesLinesOut) {
                         "4 0 an alarm queue has grown to 3 messages (threshold 3)"};
   EXPECT_EQ(Sink.Lines, expected);
   EXPECT_EQ(Popped().size(), 3U) << "the alarms themselves are not left out";
+}
+
+TEST_F(Manager, AQueueThatStaysLongIsReportedOnceHoweverTheLevelsAlternate) {
+  Logs.AddSink(Sink);
+  Make({.QueueThreshold = 4});
+  for (int id = 0; id < 8; ++id) Raise("tells", id, naShownOnly);
+  Raise("stops", 9, naForbidCut);
+  Raise("tells", 10, naShownOnly);
+  Logs.DrainOnce();
+  EXPECT_EQ(std::ranges::count_if(Sink.Lines, [](const std::string& line) { return line.find("grown") != line.npos; }),
+            1);
 }
 
 TEST_F(Manager, WithoutAnAlarmPackageThereIsNothingToPop) {
