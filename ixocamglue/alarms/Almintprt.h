@@ -11,9 +11,9 @@
 #include <unordered_map>
 
 #include "ixocamglue/platform/alarms/AlarmsConfig.h"
-#include "ixocamglue/platform/alarms/NcAlarmManager.h"
 #include "ixocamglue/platform/alarms/Uqxncalarmsmanager.h"
 #include "ixocamglue/support/Locks.h"
+#include "ixocamglue/support/TextHash.h"
 
 namespace ixocamglue {
 

@@ -9,8 +9,8 @@
 #include <string_view>
 #include <unordered_map>
 
-#include "ixocamglue/platform/alarms/NcAlarmManager.h"
 #include "ixocamglue/platform/alarms/Uqxncalarmsmanager.h"
+#include "ixocamglue/support/TextHash.h"
 
 namespace ixocamglue {
 
@@ -65,9 +65,8 @@ class TAlarmLists {
     TNode* First = nullptr;
     TNode* Last = nullptr;
   };
-  struct TIdHash {
-    using is_transparent = void;
-    std::size_t operator()(std::string_view id) const { return std::hash<std::string_view>{}(id); }
+  struct TIdHash : TTextHash {
+    using TTextHash::operator();
     std::size_t operator()(const TNcAlarmTexts& texts) const { return (*this)(texts.Id()); }
   };
   struct TIdEqual {

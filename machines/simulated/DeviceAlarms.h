@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "ixocamglue/platform/alarms/NcAlarmManager.h"
+#include "ixocamglue/platform/alarms/NcSimpleAlarmSource.h"
 
 namespace ixocamglue {
 

@@ -5,6 +5,7 @@
 #include "fixture/Faults.h"
 #include "fixture/TempDir.h"
 #include "ixocamglue/alarms/Ualarmmanager.h"
+#include "ixocamglue/platform/alarms/NcSimpleAlarmSource.h"
 #include "ixocamglue/platform/ports/Alarmintf.h"
 #include "ixocamglue/platform/services/Log.h"
 

@@ -17,99 +17,64 @@ void LogThrown(const char* where, const std::exception_ptr& error) {
 
 }  // namespace
 
-// --- TNcAlarmEvent ---
-
-std::uint64_t TNcAlarmEvent::Subscribe(THandler handler) {
-  TGuard guard(FLock);
-  auto entries = std::make_shared<TEntries>(*FEntries);
-  entries->push_back(std::make_shared<TEntry>(TEntry{++FHandles, std::move(handler)}));
-  FEntries = std::move(entries);
-  return FHandles;
-}
-
-void TNcAlarmEvent::Unsubscribe(std::uint64_t handle) {
-  std::unique_lock lock(FLock.Native());
-  const auto found = std::ranges::find(*FEntries, handle, &TEntry::Handle);
-  if (found == FEntries->end()) return;
-  const std::shared_ptr<TEntry> entry = *found;
-  entry->Live = false;
-  auto entries = std::make_shared<TEntries>(*FEntries);
-  std::erase(*entries, entry);
-  FEntries = std::move(entries);
-  while (FRunning == entry.get() && FRunner != std::this_thread::get_id()) FCallEnded.wait(lock);
-}
-
-void TNcAlarmEvent::Fire(const TNcAlarmRecord& record) {
-  std::unique_lock lock(FLock.Native());
-  const std::shared_ptr<const TEntries> entries = FEntries;
-  for (const auto& entry : *entries) {
-    if (!entry->Live) continue;
-    FRunning = entry.get();
-    FRunner = std::this_thread::get_id();
-    lock.unlock();
-    try {
-      entry->Handler(record);
-    } catch (...) {
-      LogThrown("alarm event", std::current_exception());
-    }
-    lock.lock();
-    FRunning = nullptr;
-    FCallEnded.notify_all();
-  }
-}
-
 // --- sources ---
 
-struct TNcAlarmManager::TSource {
+// One source: what it has registered, and what it has raised.
+class TNcAlarmManager::TSource final : public INcAlarmTable20, public INcAlarmReport20 {
+ public:
+  TSource(TNcAlarmManager& manager, INcAlarmSource20& source)
+      : FManager(manager), FSource(source), FPrefix(source.GetAlarmIDPrefix()) {
+    source.RegisterAlarms(*this);
+  }
+
+  void RegisterAlarm(std::int32_t id, TNcAlarmAttrs attributes) override { FRows[id].Attrs = attributes; }
+  void RaiseAlarm(std::int32_t id) override {
+    const auto [row, isNew] = FRows.try_emplace(id);
+    auto& [attrs, raised] = row->second;
+    if (isNew) {
+      attrs = naShownOnly;
+      ReportFault("an alarm is raised that its source has not registered: " + FPrefix + "#" + std::to_string(id));
+    }
+    if (raised != 0 && FManager.Stands(raised)) return;
+    raised = FManager.Raise({.IdPrefix = FPrefix, .Desc = FSource.GetAlarmDesc(id), .Id = id, .Attrs = attrs});
+  }
+  void ClearAlarm(std::int32_t id) override {
+    const auto row = FRows.find(id);
+    if (row == FRows.end() || row->second.Raised == 0) return;
+    (void)FManager.ClearSerial(std::exchange(row->second.Raised, 0));
+  }
+
+  [[nodiscard]] INcAlarmSource20* Source() const { return &FSource; }
+  void Update() {
+    try {
+      FSource.UpdateAlarms(*this);
+    } catch (...) {
+      LogThrown(FPrefix.c_str(), std::current_exception());
+    }
+  }
+  void Reset() {
+    for (const auto& [id, row] : FRows)
+      if (row.Raised != 0) FSource.ResetAlarm(id);
+  }
+  void ClearAll() {
+    for (const auto& [id, row] : FRows)
+      if (row.Raised != 0) (void)FManager.ClearSerial(row.Raised);
+  }
+
+ private:
   struct TRow {
     TNcAlarmAttrs Attrs = 0;
     std::uint64_t Raised = 0;  // the serial of the raise; 0: not raised
   };
 
-  INcAlarmSource20* Source;
-  std::string Prefix;
-  std::map<std::int32_t, TRow> Rows;
-};
-
-class TNcAlarmManager::TTable final : public INcAlarmTable20 {
- public:
-  explicit TTable(TSource& source) : FSource(source) {}
-  void RegisterAlarm(std::int32_t id, TNcAlarmAttrs attributes) override { FSource.Rows[id].Attrs = attributes; }
-
- private:
-  TSource& FSource;
-};
-
-class TNcAlarmManager::TReport final : public INcAlarmReport20 {
- public:
-  TReport(TNcAlarmManager& manager, TSource& source) : FManager(manager), FSource(source) {}
-
-  void RaiseAlarm(std::int32_t id) override {
-    const auto [row, isNew] = FSource.Rows.try_emplace(id);
-    if (isNew) {
-      row->second.Attrs = naShownOnly;
-      ReportFault("an alarm is raised that its source has not registered: " + FSource.Prefix + "#" +
-                  std::to_string(id));
-    }
-    if (row->second.Raised != 0 && FManager.Stands(row->second.Raised)) return;
-    row->second.Raised = FManager.Raise(
-        {.IdPrefix = FSource.Prefix, .Desc = FSource.Source->GetAlarmDesc(id), .Id = id, .Attrs = row->second.Attrs});
-  }
-  void ClearAlarm(std::int32_t id) override {
-    const auto row = FSource.Rows.find(id);
-    if (row == FSource.Rows.end() || row->second.Raised == 0) return;
-    (void)FManager.ClearSerial(std::exchange(row->second.Raised, 0));
-  }
-
- private:
   TNcAlarmManager& FManager;
-  TSource& FSource;
+  INcAlarmSource20& FSource;
+  const std::string FPrefix;
+  std::map<std::int32_t, TRow> FRows;
 };
 
 void TNcAlarmManager::AddSource(INcAlarmSource20& source) {
-  auto made = std::make_unique<TSource>(TSource{&source, source.GetAlarmIDPrefix(), {}});
-  TTable table(*made);
-  source.RegisterAlarms(table);
+  auto made = std::make_unique<TSource>(*this, source);
   TGuard guard(FSourcesLock);
   FSources.push_back(std::move(made));
 }
@@ -118,28 +83,13 @@ void TNcAlarmManager::RemoveSource(INcAlarmSource20& source) {
   TGuard guard(FSourcesLock);
   const auto found = std::ranges::find(FSources, &source, &TSource::Source);
   if (found == FSources.end()) return;
-  for (const auto& [id, row] : (*found)->Rows)
-    if (row.Raised != 0) (void)ClearSerial(row.Raised);
+  (*found)->ClearAll();
   FSources.erase(found);
 }
 
 void TNcAlarmManager::ResetAlarms() {
   TGuard guard(FSourcesLock);
-  for (const auto& source : FSources)
-    for (const auto& [id, row] : source->Rows)
-      if (row.Raised != 0) source->Source->ResetAlarm(id);
-}
-
-void TNcAlarmManager::AskSources() {
-  TGuard guard(FSourcesLock);
-  for (const auto& source : FSources) {
-    TReport report(*this, *source);
-    try {
-      source->Source->UpdateAlarms(report);
-    } catch (...) {
-      LogThrown(source->Prefix.c_str(), std::current_exception());
-    }
-  }
+  for (const auto& source : FSources) source->Reset();
 }
 
 // --- raises and clears ---
@@ -245,7 +195,10 @@ void TNcAlarmManager::Apply(const TPending& pending) {
 }
 
 std::size_t TNcAlarmManager::DrainOnce() {
-  AskSources();
+  {
+    TGuard guard(FSourcesLock);
+    for (const auto& source : FSources) source->Update();
+  }
   std::size_t fired = 0;
   for (;; ++fired) {
     TPending pending;
@@ -284,65 +237,6 @@ void TNcAlarmManager::Stop() {
   if (!FThread.joinable()) return;
   FStop->Ask();
   FThread.join();
-}
-
-// --- TNcSimpleAlarmSource ---
-
-TNcSimpleAlarmSource::TNcSimpleAlarmSource(std::string prefix, std::vector<TRow> rows) : FPrefix(std::move(prefix)) {
-  for (TRow& row : rows) {
-    if ((row.Attrs & ~TNcAlarmAttrs{naShownOnly}) != 0) row.OnDelayMs = row.OffDelayMs = 0;
-    const std::int32_t id = row.Id;
-    FConditions[id].Row = std::move(row);
-  }
-}
-
-void TNcSimpleAlarmSource::Set(std::int32_t id, bool active, std::string_view desc) {
-  TGuard guard(FLock);
-  const auto found = FConditions.find(id);
-  if (found == FConditions.end()) return ReportFault(FPrefix + " has no alarm " + std::to_string(id));
-  TCondition& condition = found->second;
-  if (active) condition.Desc = desc;
-  if (condition.Active == active) return;
-  condition.Active = active;
-  condition.Pulse = condition.Pulse || active;
-  condition.SinceMs = Clock().MonotonicMs();
-}
-
-void TNcSimpleAlarmSource::RegisterAlarms(INcAlarmTable20& table) {
-  TGuard guard(FLock);
-  for (const auto& [id, condition] : FConditions) table.RegisterAlarm(id, condition.Row.Attrs);
-}
-
-void TNcSimpleAlarmSource::UpdateAlarms(INcAlarmReport20& report) {
-  enum class TWord { Raise, Clear };
-  std::vector<std::pair<std::int32_t, TWord>> words;  // said without the lock: the report asks for descriptions
-  {
-    TGuard guard(FLock);
-    const std::uint64_t now = Clock().MonotonicMs();
-    for (auto& [id, condition] : FConditions) {
-      // A condition that came and went between two reports is told, unless it has to last.
-      const bool pulse = std::exchange(condition.Pulse, false);
-      if (pulse && !condition.Active && !condition.Reported && condition.Row.OnDelayMs == 0) {
-        words.insert(words.end(), {{id, TWord::Raise}, {id, TWord::Clear}});
-        continue;
-      }
-      const std::uint64_t lasted = now - condition.SinceMs;
-      if (condition.Active != condition.Reported &&
-          lasted >= (condition.Active ? condition.Row.OnDelayMs : condition.Row.OffDelayMs))
-        condition.Reported = condition.Active;
-      words.emplace_back(id, condition.Reported ? TWord::Raise : TWord::Clear);
-    }
-  }
-  for (const auto& [id, word] : words) word == TWord::Raise ? report.RaiseAlarm(id) : report.ClearAlarm(id);
-}
-
-void TNcSimpleAlarmSource::ResetAlarm(std::int32_t id) { Set(id, false); }
-
-std::string TNcSimpleAlarmSource::GetAlarmDesc(std::int32_t id) {
-  TGuard guard(FLock);
-  const auto found = FConditions.find(id);
-  if (found == FConditions.end()) return {};
-  return found->second.Desc.empty() ? found->second.Row.Desc : found->second.Desc;
 }
 
 }  // namespace ixocamglue

@@ -8,10 +8,8 @@
 
 #include <array>
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <deque>
-#include <functional>
 #include <list>
 #include <map>
 #include <memory>
@@ -21,45 +19,13 @@
 #include <unordered_map>
 #include <vector>
 
+#include "ixocamglue/platform/alarms/NcAlarmEvent.h"
 #include "ixocamglue/platform/ports/NcAlarms.h"
+#include "ixocamglue/platform/services/Clock.h"
 #include "ixocamglue/support/Locks.h"
+#include "ixocamglue/support/TextHash.h"
 
 namespace ixocamglue {
-
-// Lets maps keyed by text be searched without making a string.
-struct TTextHash {
-  using is_transparent = void;
-  std::size_t operator()(std::string_view text) const { return std::hash<std::string_view>{}(text); }
-};
-
-// An event of the package. Handlers run on the event thread, one at a time, in the order of their subscription; what
-// one throws is logged.
-class TNcAlarmEvent {
- public:
-  using THandler = std::function<void(const TNcAlarmRecord& record)>;
-
-  // Returns a handle for Unsubscribe, never 0.
-  [[nodiscard]] std::uint64_t Subscribe(THandler handler);
-  // Afterwards the handler does not run and never will again: waits for a call in flight, unless it comes from that
-  // call. The caller holds no lock that a handler takes.
-  void Unsubscribe(std::uint64_t handle) IXO_NO_ANALYSIS;
-  void Fire(const TNcAlarmRecord& record) IXO_NO_ANALYSIS;  // the event thread
-
- private:
-  struct TEntry {
-    std::uint64_t Handle;
-    THandler Handler;
-    bool Live = true;  // guarded by FLock
-  };
-  using TEntries = std::vector<std::shared_ptr<TEntry>>;
-
-  TCriticalSection FLock;
-  std::condition_variable FCallEnded;
-  std::shared_ptr<const TEntries> FEntries IXO_GUARDED_BY(FLock) = std::make_shared<TEntries>();
-  std::uint64_t FHandles IXO_GUARDED_BY(FLock) = 0;
-  const TEntry* FRunning IXO_GUARDED_BY(FLock) = nullptr;
-  std::thread::id FRunner IXO_GUARDED_BY(FLock);
-};
 
 class TNcAlarmManager : public TNcAlarms {
  public:
@@ -126,15 +92,12 @@ class TNcAlarmManager : public TNcAlarms {
     bool Removed = false;
     TDateTime Time;
   };
-  struct TSource;
-  class TTable;
-  class TReport;
+  class TSource;
 
   [[nodiscard]] bool Has(TNcAlarmAttrs bits) const { return (FEffects.load(std::memory_order_acquire) & bits) != 0; }
   void EndLocked(const TRecordPtr& record) IXO_REQUIRES(FLock);
   void CountLocked(TNcAlarmAttrs attrs, int change) IXO_REQUIRES(FLock);
   [[nodiscard]] bool Stands(std::uint64_t serial) const;
-  void AskSources();
   void Apply(const TPending& pending);
 
   TNcAlarmEvent::THandler FOnRaised;
@@ -163,45 +126,6 @@ class TNcAlarmManager : public TNcAlarms {
   TNcAlarmEvent FRemoved;
   std::unique_ptr<TStop> FStop;
   std::thread FThread;
-};
-
-// A source that its owner only tells what is so: Set from any thread, the package does the rest.
-//
-// The delays keep a condition that flickers from raising or clearing at once. They are refused (counted as 0) for an
-// alarm that forbids something or requires anything: such an alarm never waits.
-class TNcSimpleAlarmSource final : public INcAlarmSource20 {
- public:
-  struct TRow {
-    std::int32_t Id = 0;
-    TNcAlarmAttrs Attrs = 0;
-    std::string Desc;
-    std::uint32_t OnDelayMs = 0;
-    std::uint32_t OffDelayMs = 0;
-  };
-  TNcSimpleAlarmSource(std::string prefix, std::vector<TRow> rows);
-
-  // `desc` replaces the row's description at the next raise; empty: the row's own. An unknown id is a design fault.
-  void Set(std::int32_t id, bool active, std::string_view desc = {});
-
-  std::string GetAlarmIDPrefix() override { return FPrefix; }
-  void RegisterAlarms(INcAlarmTable20& table) override;
-  void UpdateAlarms(INcAlarmReport20& report) override;
-  void ResetAlarm(std::int32_t id) override;  // as if the condition had ended
-  std::string GetAlarmDesc(std::int32_t id) override;
-
- private:
-  struct TCondition {
-    TRow Row;
-    std::string Desc;
-    bool Active = false;    // as told
-    bool Reported = false;  // as last reported
-    bool Pulse = false;     // was active since the last report
-    std::uint64_t SinceMs = 0;
-  };
-
-  const std::string FPrefix;
-  TCriticalSection FLock;
-  std::map<std::int32_t, TCondition> FConditions IXO_GUARDED_BY(FLock);
 };
 
 }  // namespace ixocamglue
