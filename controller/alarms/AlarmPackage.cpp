@@ -2,7 +2,6 @@
 
 #include <utility>
 
-#include "ixocamglue/alarms/Almintprt.h"
 #include "ixocamglue/alarms/Ualarmmanager.h"
 #include "ixocamglue/alarms/store/AlarmStore.h"
 #include "ixocamglue/platform/services/AppSys.h"
@@ -18,10 +17,6 @@ TAlarmPackage::TAlarmPackage(TNcStateFramework& framework, IMachineObserver& jou
 TResult<> TAlarmPackage::OpenStore(const std::filesystem::path& file, int retentionDays) {
   TAlarmStoreOptions options;
   options.RetentionDays = retentionDays;
-  options.Lookup = [](std::string_view id, TAlarmRec& rec) {
-    const TAlarmInterpreter* const interpreter = AlarmInterpreter();
-    return interpreter && interpreter->TryGetAlarmRec(id, rec);
-  };
   options.OnLost = [this](std::uint64_t) {
     FManager.Raise({.IdPrefix = "TPAlarmStore",
                     .Desc = "the alarm store cannot be written; the oldest alarms are lost",
@@ -29,7 +24,7 @@ TResult<> TAlarmPackage::OpenStore(const std::filesystem::path& file, int retent
                     .Attrs = naShownOnly});
   };
   auto store = std::make_shared<TAlarmStore>(file, std::move(options));
-  if (std::string problem = store->Open(); !problem.empty()) return TProblem{.What = std::move(problem)};
+  if (TResult<> opened = store->Open(); !opened) return opened;
   FStore = std::move(store);
   AppSys()->Register(IID_IAlarmSvcIntf, std::static_pointer_cast<IAlarmSvcIntf>(FStore));
   AppSys()->Register(IID_IAlarmFactory, std::static_pointer_cast<IAlarmFactory>(FStore));

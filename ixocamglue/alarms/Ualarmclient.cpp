@@ -1,7 +1,6 @@
 #include "ixocamglue/alarms/Ualarmclient.h"
 
 #include <pthread.h>
-#include <string>
 
 #include "ixocamglue/alarms/Almintprt.h"
 #include "ixocamglue/alarms/Ualarmmanager.h"
@@ -106,17 +105,19 @@ std::shared_ptr<IAlarmItem> TAlarmClient::MakeItem(const TNcAlarmMsg& msg) {
   if (!factory) return nullptr;
   auto item = factory->CreateAlarmItem();
   if (!item) return nullptr;
-  std::string code(msg.Id());
+  TAlarmRec rec;
+  bool known = false;
   try {
-    if (TAlarmInterpreter* const interpreter = AlarmInterpreter()) code = interpreter->GetAlarmCode(msg);
+    if (TAlarmInterpreter* const interpreter = AlarmInterpreter()) known = interpreter->TryGetAlarmRec(msg, rec);
   } catch (...) {  // the identifier says as much
   }
   item->SetAlarmId(msg.Id());
-  item->SetCode(code);
+  item->SetCode(known ? rec.Code : msg.Id());
   item->SetDesc(msg.Desc());
   item->SetTime(msg.Time);
   item->SetFinal(false);
   item->SetLevel(msg.Level);
+  if (known) item->SetDefinition(rec.Category, rec.Alarmtype, rec.Reason, rec.Solution);
   return item;
 }
 

@@ -26,6 +26,7 @@ class Store : public testing::Test {
     item->SetTime(Clock.Now());
     item->SetFinal(false);
     item->SetLevel(level);
+    item->SetDefinition("module", "type", "reason of " + std::string(id), "solution");
     return item;
   }
   TTexts Rows(TAlarmFilter filter = {}) {
@@ -44,12 +45,8 @@ class Store : public testing::Test {
 };
 
 TEST_F(Store, AClearClosesTheNewestOpenRowAndARestartClosesTheRest) {
-  TAlarmStore& store = Open({.Lookup = [](std::string_view id, TAlarmRec& rec) {
-    rec.Category = "module";
-    rec.Reason = "reason of " + std::string(id);
-    return true;
-  }});
-  ASSERT_EQ(store.Open(), "");
+  TAlarmStore& store = Open();
+  ASSERT_TRUE(store.Open());
   store.AddAlarmItem(Item("A#1", 1));
   store.Commit();
   Clock.Sleep(5);
@@ -62,7 +59,8 @@ TEST_F(Store, AClearClosesTheNewestOpenRowAndARestartClosesTheRest) {
   store.Commit();
   EXPECT_EQ(Rows(), (TTexts{"A#1 active first", "A#1 cleared", "B#1 active Li"}));
   const TAlarmRow row = TAlarmHistory(File).Rows({.Level = 1}).front();
-  EXPECT_EQ(row.Module + "|" + row.Reason + "|" + row.Description, "module|reason of A#1|d'; DROP TABLE alarms; --");
+  EXPECT_EQ(row.Module + "|" + row.Type + "|" + row.Reason + "|" + row.Solution + "|" + row.Description,
+            "module|type|reason of A#1|solution|d'; DROP TABLE alarms; --");
   EXPECT_EQ(Rows({.What = TAlarmFilter::TWhat::History}), TTexts{"A#1 cleared"});
   EXPECT_EQ(Rows({.What = TAlarmFilter::TWhat::Active, .Identifier = "B#1"}), TTexts{"B#1 active Li"});
   Open().DeleteResidualAlarms();
@@ -72,7 +70,7 @@ TEST_F(Store, AClearClosesTheNewestOpenRowAndARestartClosesTheRest) {
 TEST_F(Store, WhatCannotBeWrittenWaitsAndOnlyTheOldestIsLost) {
   std::uint64_t told = 0;
   TAlarmStore& store = Open({.OnLost = [&](std::uint64_t lost) { told += lost; }, .QueueLimit = 3});
-  ASSERT_EQ(store.Open(), "");
+  ASSERT_TRUE(store.Open());
   {
     TSqliteDb other(File, TSqliteDb::TMode::ReadWrite, 0);
     other.Exec("BEGIN IMMEDIATE");
@@ -95,12 +93,12 @@ TEST_F(Store, WhatCannotBeWrittenWaitsAndOnlyTheOldestIsLost) {
 TEST_F(Store, AnotherFileIsNeverOverwritten) {
   std::ofstream(File) << "this is no database, and it is long enough to be looked at as one..........................";
   TAlarmStore& text = Open();
-  EXPECT_NE(text.Open().find("not a database"), std::string::npos);
+  EXPECT_NE(text.Open().Problem().What.find("not a database"), std::string::npos);
   EXPECT_THROW(TAlarmHistory{File}, ESqlite);
   FStore.reset();
   std::filesystem::remove(File);
   TSqliteDb(File, TSqliteDb::TMode::Create, 0).Exec("CREATE TABLE customers(name TEXT)");
-  EXPECT_NE(Open().Open().find("another program's"), std::string::npos);
+  EXPECT_EQ(Open().Open().Problem().Text(), File.string() + ": the file is another program's database");
   EXPECT_THROW(TAlarmHistory{File}, ESqlite);
   EXPECT_THROW(TAlarmHistory{Folder.Path() / "none.db"}, ESqlite);
   struct TForeign final : IAlarmItem {

@@ -16,7 +16,7 @@ constexpr std::size_t kTimeEnds[] = {10, 16, 19, 23};
 
 std::filesystem::path Existing(const std::filesystem::path& file) {
   std::error_code error;
-  if (!std::filesystem::is_regular_file(file, error)) throw ESqlite(file.string() + ": there is no such file");
+  if (!std::filesystem::is_regular_file(file, error)) throw ESqlite(file, "there is no such file");
   return file;
 }
 
@@ -32,7 +32,7 @@ TSqliteDb OpenHistory(const std::filesystem::path& file) {
 
 TAlarmHistory::TAlarmHistory(const std::filesystem::path& file) : FDb(OpenHistory(Existing(file))) {
   TSqliteStmt table(FDb, "SELECT count(*) FROM sqlite_master WHERE type='table' AND name IN('alarms','suppressions')");
-  if (!table.Step() || table.Int(0) != 2) throw ESqlite(file.string() + ": the file is no alarm store");
+  if (!table.Step() || table.Int(0) != 2) FDb.Fail("the file is no alarm store");
 }
 
 std::vector<TAlarmRow> TAlarmHistory::Rows(const TAlarmFilter& filter) {

@@ -33,11 +33,11 @@ constexpr const char* kTables = R"(
 void PrepareAlarmTables(TSqliteDb& db) {
   {
     TSqliteStmt version(db, "PRAGMA user_version");
-    if (version.Step() && version.Int(0) > 1) throw ESqlite("the alarm store was written by a newer version");
+    if (version.Step() && version.Int(0) > 1) db.Fail("the alarm store was written by a newer version");
     TSqliteStmt foreign(db,
                         "SELECT count(*) FROM sqlite_master WHERE NOT EXISTS(SELECT 1 FROM sqlite_master WHERE "
                         "type='table' AND name='alarms')");
-    if (foreign.Step() && foreign.Int(0) > 0) throw ESqlite("the file is another program's database");
+    if (foreign.Step() && foreign.Int(0) > 0) db.Fail("the file is another program's database");
   }
   db.Exec("PRAGMA journal_mode=WAL");
   db.Exec("PRAGMA synchronous=FULL");
@@ -59,6 +59,13 @@ class TAlarmStore::TItem final : public IAlarmItem {
   void SetTime(TDateTime time) override { Op.Time = time; }
   void SetFinal(bool) override {}
   void SetLevel(std::uint8_t level) override { Op.Level = level; }
+  void SetDefinition(std::string_view module, std::string_view type, std::string_view reason,
+                     std::string_view solution) override {
+    Op.Module = module;
+    Op.Type = type;
+    Op.Reason = reason;
+    Op.Solution = solution;
+  }
 
   [[nodiscard]] static TOp OpOf(const std::shared_ptr<IAlarmItem>& item, TKind kind) {
     const auto* const own = dynamic_cast<const TItem*>(item.get());
@@ -164,14 +171,14 @@ std::size_t TAlarmStore::Waiting() const {
 
 // --- the file ---
 
-std::string TAlarmStore::Open() {
+TResult<> TAlarmStore::Open() {
   TGuard guard(FFileLock);
   try {
     OpenLocked();
-  } catch (const std::exception& e) {
-    return e.what();
+    return {};
+  } catch (const ESqlite& e) {
+    return e.Problem;
   }
-  return {};
 }
 
 void TAlarmStore::OpenLocked() {
@@ -223,13 +230,10 @@ void TAlarmStore::WriteLocked(const std::deque<TOp>& ops) {
     for (const TOp& op : ops) {
       const std::string time = FormatDateTime(op.Time);
       switch (op.Kind) {
-        case TKind::Raise: {
-          TAlarmRec rec;
-          if (!FOptions.Lookup || !FOptions.Lookup(op.Id, rec)) rec = {};
-          to.Raise.Bind(1, op.Id).Bind(2, op.Code).Bind(3, rec.Category).Bind(4, rec.Alarmtype).Bind(5, op.Desc);
-          to.Raise.Bind(6, rec.Reason).Bind(7, rec.Solution).Bind(8, std::int64_t{op.Level}).Bind(9, time).Run();
+        case TKind::Raise:
+          to.Raise.Bind(1, op.Id).Bind(2, op.Code).Bind(3, op.Module).Bind(4, op.Type).Bind(5, op.Desc);
+          to.Raise.Bind(6, op.Reason).Bind(7, op.Solution).Bind(8, std::int64_t{op.Level}).Bind(9, time).Run();
           break;
-        }
         case TKind::Clear: to.Clear.Bind(1, op.Id).Bind(2, time).Run(); break;
         case TKind::Acknowledge: to.Acknowledge.Bind(1, op.Id).Bind(2, time).Bind(3, op.Desc).Run(); break;
         case TKind::Restart: to.Restart.Bind(1, time).Run(); break;

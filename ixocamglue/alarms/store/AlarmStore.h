@@ -13,10 +13,10 @@
 #include <string_view>
 #include <vector>
 
-#include "ixocamglue/alarms/Almintprt.h"
 #include "ixocamglue/alarms/store/Sqlite.h"
 #include "ixocamglue/platform/ports/Alarmintf.h"
 #include "ixocamglue/support/Locks.h"
+#include "ixocamglue/support/Problem.h"
 
 namespace ixocamglue {
 
@@ -33,8 +33,6 @@ struct TAlarmSuppression {
 };
 
 struct TAlarmStoreOptions {
-  // Looked up when a row is written; empty, or false, leaves module, type, reason and solution empty.
-  std::function<bool(std::string_view id, TAlarmRec& rec)> Lookup;
   // Told once per outage, on the thread that hands an alarm over, when the first row was lost.
   std::function<void(std::uint64_t lost)> OnLost;
   int RetentionDays = 0;  // closed rows older than this are deleted; 0: none
@@ -46,8 +44,8 @@ class TAlarmStore final : public IAlarmSvcIntf, public IAlarmFactory {
   TAlarmStore(std::filesystem::path file, TAlarmStoreOptions options);
   ~TAlarmStore() override;  // tries once more to write what waits
 
-  // Creates the file where there is none. Empty on success, else why it cannot be used; commits try again all the same.
-  [[nodiscard]] std::string Open();
+  // Creates the file where there is none. After a failure commits try again all the same.
+  TResult<> Open();
 
   std::shared_ptr<IAlarmItem> CreateAlarmItem() override;
   // Items of another factory are refused with std::invalid_argument.
@@ -69,6 +67,7 @@ class TAlarmStore final : public IAlarmSvcIntf, public IAlarmFactory {
     TKind Kind = TKind::Raise;
     std::uint8_t Level = 0;
     std::string Id, Code, Desc;  // with Acknowledge: who in Desc; with Suppress: until in Code, reason in Desc
+    std::string Module, Type, Reason, Solution;
     TDateTime Time;
   };
   class TItem;

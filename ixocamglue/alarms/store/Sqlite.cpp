@@ -27,9 +27,7 @@ TSqliteDb::TSqliteDb(std::filesystem::path file, TMode mode, int busyMs) : FFile
   sqlite3_busy_timeout(db, busyMs);
 }
 
-void TSqliteDb::Fail() const {
-  throw ESqlite(FFile.string() + ": " + (FDb ? sqlite3_errmsg(FDb.get()) : "no memory for a connection"));
-}
+void TSqliteDb::Fail() const { Fail(FDb ? sqlite3_errmsg(FDb.get()) : "no memory for a connection"); }
 
 void TSqliteDb::Exec(const char* sql) {
   if (sqlite3_exec(FDb.get(), sql, nullptr, nullptr, nullptr) != SQLITE_OK) Fail();

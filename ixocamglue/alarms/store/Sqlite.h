@@ -4,9 +4,11 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
+
+#include "ixocamglue/support/Problem.h"
 
 struct sqlite3;
 struct sqlite3_stmt;
@@ -14,9 +16,10 @@ struct sqlite3_stmt;
 namespace ixocamglue {
 
 // Thrown by everything here: "FILE: what SQLite says".
-class ESqlite : public std::runtime_error {
+class ESqlite : public EProblem {
  public:
-  using std::runtime_error::runtime_error;
+  ESqlite(const std::filesystem::path& file, std::string what)
+      : EProblem(pbUnusable, {.What = std::move(what), .Where = file.string()}) {}
 };
 
 class TSqliteDb {
@@ -30,7 +33,8 @@ class TSqliteDb {
   void Exec(const char* sql);
   [[nodiscard]] std::int64_t Changes() const;  // rows of the last statement
   [[nodiscard]] sqlite3* Native() const { return FDb.get(); }
-  [[noreturn]] void Fail() const;
+  [[noreturn]] void Fail() const;  // with SQLite's own words
+  [[noreturn]] void Fail(std::string what) const { throw ESqlite(FFile, std::move(what)); }
 
  private:
   struct TCloser {

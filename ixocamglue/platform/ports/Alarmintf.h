@@ -32,7 +32,10 @@ class IAlarmItem {
   virtual void SetDesc(std::string_view desc) = 0;
   virtual void SetTime(TDateTime time) = 0;  // of the raise, or of the clear
   virtual void SetFinal(bool final) = 0;
-  virtual void SetLevel(std::uint8_t) {}  // an application's own item may leave it out
+  // An application's own item may leave these out; SetDefinition is called where the alarm has a definition.
+  virtual void SetLevel(std::uint8_t) {}
+  virtual void SetDefinition(std::string_view /*module*/, std::string_view /*type*/, std::string_view /*reason*/,
+                             std::string_view /*solution*/) {}
 };
 
 class IAlarmFactory : public IAppService {
