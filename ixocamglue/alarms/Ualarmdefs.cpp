@@ -5,8 +5,8 @@
 #include <fstream>
 #include <iterator>
 #include <map>
-#include <optional>
 #include <stdexcept>
+#include <utility>
 
 #include <nlohmann/json.hpp>
 
@@ -34,26 +34,23 @@ std::string LineAndColumn(std::string_view text, std::size_t at) {
                 before.size() - (lineStart == std::string_view::npos ? 0 : lineStart + 1) + 1);
 }
 
-// A text that says what it should: nothing, or the number.
-std::optional<std::int64_t> NumberOf(const TConfigSection& section, const char* name, std::int64_t lowest,
-                                     std::int64_t highest, std::vector<std::string>& problems) {
+TResult<std::int64_t> NumberOf(const TConfigSection& section, const char* name, std::int64_t lowest,
+                               std::int64_t highest) {
   const std::string text = section.GetText(name, "");
+  const auto wrong = [&](std::string what) { return TProblem{std::move(what), section.Path() + "/" + name}; };
   std::int64_t number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
   if (error != std::errc{} || end != text.data() + text.size() || text.empty())
-    problems.push_back(Format("%s/%s: \"%s\" is no whole number", section.Path().c_str(), name, text.c_str()));
-  else if (number < lowest || number > highest)
-    problems.push_back(Format("%s/%s: %s is not in %lld..%lld", section.Path().c_str(), name, text.c_str(),
-                              static_cast<long long>(lowest), static_cast<long long>(highest)));
-  else
-    return number;
-  return std::nullopt;
+    return wrong(Format("\"%s\" is no whole number", text.c_str()));
+  if (number < lowest || number > highest)
+    return wrong(Format("%s is not in %lld..%lld", text.c_str(), static_cast<long long>(lowest),
+                        static_cast<long long>(highest)));
+  return number;
 }
 
-void CheckTexts(const TConfigSection& item, std::vector<std::string>& problems) {
+void CheckTexts(const TConfigSection& item, std::vector<TProblem>& problems) {
   for (const char* const name : {"Description", "Reason", "Solution"})
-    if (Blank(item.GetText(name, "")))
-      problems.push_back(Format("%s/%s: the text is empty", item.Path().c_str(), name));
+    if (Blank(item.GetText(name, ""))) problems.push_back({"the text is empty", item.Path() + "/" + name});
 }
 
 }  // namespace
@@ -65,7 +62,7 @@ std::string TAlarmDefinitionFiles::GetAlarmDefinitions() {
   return ReadFile(file).OrThrow(pbUnusable);
 }
 
-std::vector<std::string> CheckAlarmDefinitions(std::string_view json) {
+std::vector<TProblem> CheckAlarmDefinitions(std::string_view json) {
   const std::size_t mark = json.starts_with(kByteOrderMark) ? kByteOrderMark.size() : 0;
   nlohmann::json list;
   try {
@@ -73,17 +70,17 @@ std::vector<std::string> CheckAlarmDefinitions(std::string_view json) {
   } catch (const nlohmann::json::parse_error& e) {
     std::string why = e.what();
     if (const auto colon = why.find(": "); colon != std::string::npos) why.erase(0, colon + 2);
-    return {LineAndColumn(json, mark + (e.byte == 0 ? 0 : e.byte - 1)) + ": " + why};
+    return {{why, LineAndColumn(json, mark + (e.byte == 0 ? 0 : e.byte - 1))}};
   }
-  if (!list.is_array()) return {Format("1:1: the list is %s, expected an array", list.type_name())};
+  if (!list.is_array()) return {{Format("the list is %s, expected an array", list.type_name()), "1:1"}};
 
-  std::vector<std::string> problems;
+  std::vector<TProblem> problems;
   std::map<std::string, std::size_t> ids, codes;
   for (std::size_t index = 0; index < list.size(); ++index) {
     const auto& entry = list[index];
     std::string id;
-    const auto report = [&](const std::string& what) {
-      problems.push_back(Format("[%zu] %s: %s", index, id.c_str(), what.c_str()));
+    const auto report = [&](std::string what) {
+      problems.push_back({std::move(what), Format("[%zu] %s", index, id.c_str())});
     };
     if (!entry.is_object()) {
       report(std::string("the entry is ") + entry.type_name() + ", expected an object; it is skipped");
@@ -113,28 +110,32 @@ std::vector<std::string> CheckAlarmDefinitions(std::string_view json) {
   return problems;
 }
 
-std::vector<std::string> CheckAlarmsSection(const TConfigSection& section) {
+std::vector<TProblem> CheckAlarmsSection(const TConfigSection& section) {
   constexpr std::int64_t kUserBase = 1000;
   constexpr std::int64_t kGroupBase = 2000;
-  std::vector<std::string> problems;
+  std::vector<TProblem> problems;
   std::map<std::int64_t, std::string> taken;  // identifier numbers and who has them
   const auto take = [&](std::int64_t number, const std::string& path) {
     if (const auto [first, isNew] = taken.emplace(number, path); !isNew)
-      problems.push_back(Format("%s: its number %lld is that of %s", path.c_str(), static_cast<long long>(number),
-                                first->second.c_str()));
+      problems.push_back(
+          {Format("its number %lld is that of %s", static_cast<long long>(number), first->second.c_str()), path});
+  };
+  const auto read = [&](const TConfigSection& from, const char* name, std::int64_t lowest, std::int64_t highest) {
+    auto number = NumberOf(from, name, lowest, highest);
+    if (!number) problems.push_back(number.Problem());
+    return number;
   };
   for (const TConfigSection& item : section.Children("UserAlarm")) {
     CheckTexts(item, problems);
-    if (const auto number = NumberOf(item, "Number", 0, 1'000'000, problems)) take(kUserBase + *number, item.Path());
+    if (const auto number = read(item, "Number", 0, 1'000'000)) take(kUserBase + *number, item.Path());
   }
   std::int64_t base = 0;
   for (const TConfigSection& group : section.Children("MultiBitGroup")) {
-    const auto bits = NumberOf(group, "Bits", 1, 31, problems);
+    const auto bits = read(group, "Bits", 1, 31);
     const std::int64_t size = std::int64_t{1} << (bits ? *bits : group.GetInt("Bits", 0) & 31);
     for (const TConfigSection& item : group.Children("Item")) {
       CheckTexts(item, problems);
-      if (const auto value = NumberOf(item, "Value", 0, size - 1, problems))
-        take(kGroupBase + base + *value, item.Path());
+      if (const auto value = read(item, "Value", 0, size - 1)) take(kGroupBase + base + *value, item.Path());
     }
     base += size;
   }

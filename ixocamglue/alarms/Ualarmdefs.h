@@ -9,6 +9,7 @@
 
 #include "ixocamglue/platform/ports/Alarmintf.h"
 #include "ixocamglue/platform/xml/MachineConfig.h"
+#include "ixocamglue/support/Problem.h"
 
 namespace ixocamglue {
 
@@ -23,11 +24,11 @@ class TAlarmDefinitionFiles final : public IAlarmInterpreterSvc {
   const std::filesystem::path FFolder;
 };
 
-// What is wrong with a definition list, a line each: "LINE:COLUMN: ..." for text that is no JSON, otherwise
-// "[INDEX] HelpID: ..." with the entry's index from 0. Empty: nothing.
-[[nodiscard]] std::vector<std::string> CheckAlarmDefinitions(std::string_view json);
+// What is wrong with a definition list: at "LINE:COLUMN" for text that is no JSON, otherwise at "[INDEX] HelpID" with
+// the entry's index from 0. Empty: nothing.
+[[nodiscard]] std::vector<TProblem> CheckAlarmDefinitions(std::string_view json);
 
-// The same for the alarms section of a machine configuration: "Alarms/UserAlarm[2]/Number: ...".
-[[nodiscard]] std::vector<std::string> CheckAlarmsSection(const TConfigSection& section);
+// The same for the alarms section of a machine configuration: at "Alarms/UserAlarm[2]/Number".
+[[nodiscard]] std::vector<TProblem> CheckAlarmsSection(const TConfigSection& section);
 
 }  // namespace ixocamglue

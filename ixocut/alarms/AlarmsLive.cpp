@@ -1,7 +1,6 @@
 // `ixocut alarms live`: the simulated machine with its alarm manager and store, told what happens line by line.
 #include <algorithm>
 #include <charconv>
-#include <csignal>
 #include <fstream>
 #include <functional>
 #include <iostream>
@@ -13,6 +12,7 @@
 #include <vector>
 
 #include "controller/Controller.h"
+#include "controller/SignalStop.h"
 #include "controller/StateFolder.h"
 #include "controller/procedures/Procedures.h"
 #include "ixocamglue/alarms/Almintprt.h"
@@ -36,9 +36,6 @@ constexpr std::uint64_t kSettleMs = 5000;
 constexpr int kStartMs = 2000;
 constexpr std::uint64_t kLongestWaitMs = 86'400'000;
 constexpr double kMsPerDay = 86'400'000.0;
-
-volatile std::sig_atomic_t GLiveStopped = 0;
-void StopLive(int) { GLiveStopped = 1; }
 
 // Shows what the manager queues for it: one more consumer beside the store's client.
 class TLiveView {
@@ -95,91 +92,74 @@ class TLiveView {
 
 class TLive {
  public:
-  TLive(TController& session, TLiveView& view) : FController(session), FView(view) {}
+  TLive(TController& session, TLiveView& view, const TSignalStop& signals)
+      : FController(session), FView(view), FSignals(signals) {}
 
-  // One line of the script. False, with the reason, when it cannot be carried out.
-  bool Do(const std::string& line, std::string& why) {
+  // One line of the script.
+  TResult<> Do(const std::string& line) {
     std::istringstream words(line);
-    std::string verb;
-    if (!(words >> verb) || verb.front() == '#') return true;
-    if (verb == "raise") return WithId(words, why, [&](const std::string& id) { return Raise(id, why); });
-    if (verb == "clear") return WithId(words, why, [&](const std::string& id) { return Clear(id, why); });
-    if (verb == "ack") return WithId(words, why, [&](const std::string& id) { return Ack(id); });
-    if (verb == "suppress") return Suppress(words, why);
-    if (verb == "wait") return Wait(words, why);
-    if (verb == "fault" || verb == "mend") return Device(words, verb == "fault", why);
-    why = "\"" + verb + "\" is unknown; there are raise, clear, ack, suppress, wait, fault, mend";
-    return false;
+    std::string verb, id;
+    if (!(words >> verb) || verb.front() == '#') return {};
+    if (verb == "suppress") return Suppress(words);
+    if (verb == "wait") return Wait(words);
+    if (verb == "fault" || verb == "mend") return Device(words, verb == "fault");
+    if (verb != "raise" && verb != "clear" && verb != "ack")
+      return Because("\"" + verb + "\" is unknown; there are raise, clear, ack, suppress, wait, fault, mend");
+    if (!(words >> id)) return Because("the identifier is missing");
+    if (verb == "raise") return Raise(id);
+    if (verb == "ack") return Ack(id);
+    if (!FController.Alarms().Clear(id)) return Because(id + " does not stand");
+    return {};
   }
 
  private:
-  template <class F>
-  static bool WithId(std::istringstream& words, std::string& why, F act) {
-    std::string id;
-    if (words >> id) return act(id);
-    why = "the identifier is missing";
-    return false;
-  }
+  static TProblem Because(std::string what) { return {.What = std::move(what)}; }
 
-  bool Raise(const std::string& id, std::string& why) {
+  TResult<> Raise(const std::string& id) {
     const auto hash = id.rfind('#');
     std::int32_t number = 0;
     const char* const end = id.data() + id.size();
     const char* const digits = hash == std::string::npos ? end : id.data() + hash + 1;
-    if (const auto parsed = std::from_chars(digits, end, number); digits == end || parsed.ptr != end || hash == 0) {
-      why = "\"" + id + "\" is no identifier; expected PREFIX#NUMBER, TPLaser#1 for example";
-      return false;
-    }
+    if (const auto parsed = std::from_chars(digits, end, number); digits == end || parsed.ptr != end || hash == 0)
+      return Because("\"" + id + "\" is no identifier; expected PREFIX#NUMBER, TPLaser#1 for example");
     TAlarmRec rec;
     const bool known = AlarmInterpreter()->TryGetAlarmRec(id, rec);
     TNcAlarmRecord record{.IdPrefix = id.substr(0, hash), .Desc = known ? rec.BrifDesc : id, .Id = number};
     // An operator's own line forbids nothing that a real device did not forbid: it is shown only.
     record.Attrs = naShownOnly;
     FController.Alarms().Raise(std::move(record));
-    return true;
+    return {};
   }
-  bool Clear(const std::string& id, std::string& why) {
-    if (FController.Alarms().Clear(id)) return true;
-    why = id + " does not stand";
-    return false;
-  }
-  bool Ack(const std::string& id) {
+  TResult<> Ack(const std::string& id) {
     FController.AlarmStore()->Acknowledge(id, "live");
     AlarmManager()->Acknowledge(id, Clock().Now());
-    return true;
+    return {};
   }
-  bool Suppress(std::istringstream& words, std::string& why) {
+  TResult<> Suppress(std::istringstream& words) {
     std::string id, minutes, reason;
     words >> id >> minutes;
     std::getline(words >> std::ws, reason);
     std::uint32_t number = 0;
     const auto parsed = std::from_chars(minutes.data(), minutes.data() + minutes.size(), number);
     if (parsed.ec != std::errc{} || parsed.ptr != minutes.data() + minutes.size() || number == 0 || number > 10'080 ||
-        reason.empty()) {
-      why = "expected: suppress ID MINUTES REASON, with 1 to 10080 minutes";
-      return false;
-    }
-    if (AlarmManager()->GetAlarmFifos(1).IsActive(id)) {
-      why = id + " stands with level 1, which is never suppressed";
-      return false;
-    }
+        reason.empty())
+      return Because("expected: suppress ID MINUTES REASON, with 1 to 10080 minutes");
+    if (AlarmManager()->GetAlarmFifos(1).IsActive(id))
+      return Because(id + " stands with level 1, which is never suppressed");
     const TDateTime until{Clock().Now().Days + number * 60'000.0 / kMsPerDay};
     FController.AlarmStore()->Suppress({id, FormatDateTime(until), reason});
     FView.Suppress(id, until);
-    return true;
+    return {};
   }
-  bool Wait(std::istringstream& words, std::string& why) {
+  TResult<> Wait(std::istringstream& words) {
     std::uint64_t ms = 0;
-    if (!(words >> ms) || ms > kLongestWaitMs) {
-      why = "expected: wait MS";
-      return false;
-    }
-    for (const std::uint64_t end = Clock().MonotonicMs() + ms; GLiveStopped == 0 && Clock().MonotonicMs() < end;)
+    if (!(words >> ms) || ms > kLongestWaitMs) return Because("expected: wait MS");
+    for (const std::uint64_t end = Clock().MonotonicMs() + ms; !FSignals.Asked() && Clock().MonotonicMs() < end;)
       Clock().Sleep(static_cast<std::uint32_t>(std::min<std::uint64_t>(end - Clock().MonotonicMs(), kRoundMs)));
-    return true;
+    return {};
   }
   // What happens to the devices themselves; their alarms are their own.
-  bool Device(std::istringstream& words, bool broken, std::string& why) {
+  TResult<> Device(std::istringstream& words, bool broken) {
     std::string name;
     words >> name;
     TSimMachine& machine = Simulated(FController.Machine());
@@ -202,19 +182,21 @@ class TLive {
       } catch (const EDeviceFault&) {  // what was asked for
       }
     } else {
-      why = "there are axis, gas, emission and device";
-      return false;
+      return Because("there are axis, gas, emission and device");
     }
-    return true;
+    return {};
   }
 
   TController& FController;
   TLiveView& FView;
+  const TSignalStop& FSignals;
 };
 
 // The next line of the terminal or of a pipe; false at its end, or when the program is to stop.
 class TTerminal {
  public:
+  explicit TTerminal(const TSignalStop& signals) : FSignals(signals) {}
+
   bool Next(std::string& line) {
     for (;;) {
       if (const auto end = FBuffer.find('\n'); end != std::string::npos) {
@@ -222,7 +204,7 @@ class TTerminal {
         FBuffer.erase(0, end + 1);
         return true;
       }
-      if (FEnded || GLiveStopped != 0) return false;
+      if (FEnded || FSignals.Asked()) return false;
       pollfd waiting{STDIN_FILENO, POLLIN, 0};
       if (poll(&waiting, 1, static_cast<int>(kRoundMs)) <= 0) continue;
       char bytes[4096];
@@ -236,6 +218,7 @@ class TTerminal {
   }
 
  private:
+  const TSignalStop& FSignals;
   std::string FBuffer;
   bool FEnded = false;
 };
@@ -272,9 +255,7 @@ int RunAlarmsLive(const TAlarmsOptions& options, std::ostream& out) {
   TController session(std::move(made));
   for (const std::string& notice : session.Notices()) std::cerr << "ixocut alarms: " << notice << std::endl;
 
-  GLiveStopped = 0;
-  const auto previousInt = std::signal(SIGINT, StopLive);
-  const auto previousTerm = std::signal(SIGTERM, StopLive);
+  const TSignalStop signals;
   int exitCode = kExitSuccess;
   {
     TLiveView view(out);
@@ -282,20 +263,19 @@ int RunAlarmsLive(const TAlarmsOptions& options, std::ostream& out) {
     session.StartThreads();
     // The laser's latch trips without a sign of life from the state thread.
     for (int ms = 0; ms < kStartMs && session.Framework().Watch().Pass.load() == 0; ++ms) Clock().Sleep(1);
-    TLive live(session, view);
-    TTerminal terminal;
-    std::string line, why;
-    for (int number = 1; GLiveStopped == 0; ++number) {
+    TLive live(session, view, signals);
+    TTerminal terminal(signals);
+    std::string line;
+    for (int number = 1; !signals.Asked(); ++number) {
       const bool more = options.Script.empty() ? terminal.Next(line) : static_cast<bool>(std::getline(script, line));
       if (!more) break;
-      if (live.Do(line, why)) continue;
+      const TResult<> done = live.Do(line);
+      if (done) continue;
       exitCode = kExitOtherwise;
-      view.Say(Format("line %d: %s", number, why.c_str()));
+      view.Say(Format("line %d: %s", number, done.Problem().What.c_str()));
     }
     Settle(session);
   }
-  std::signal(SIGINT, previousInt);
-  std::signal(SIGTERM, previousTerm);
   return exitCode;
 }
 

@@ -1,12 +1,12 @@
 // The commands that read an alarm store, and those that need none: lookup and check.
 #include <algorithm>
-#include <csignal>
 #include <cstdio>
 #include <map>
 #include <ostream>
 
 #include <nlohmann/json.hpp>
 
+#include "controller/SignalStop.h"
 #include "controller/StateFolder.h"
 #include "ixocamglue/alarms/Almintprt.h"
 #include "ixocamglue/alarms/Ualarmdefs.h"
@@ -25,18 +25,7 @@ namespace {
 
 constexpr std::uint32_t kWatchEveryMs = 100;
 
-volatile std::sig_atomic_t GWatchStopped = 0;
-void StopWatch(int) { GWatchStopped = 1; }
-
 std::string NowText() { return FormatDateTime(Clock().Now()); }
-
-TAlarmHistory OpenStore(const TAlarmsOptions& options) {
-  try {
-    return TAlarmHistory(AlarmDbFile(options));
-  } catch (const ESqlite& e) {
-    throw EProblem(pbUnusable, e.what());
-  }
-}
 
 // What the interpreter knows of the machine's own alarms, where there is a machine file already: reading makes none.
 std::filesystem::path KnownMachine(const TAlarmsOptions& options) {
@@ -62,15 +51,6 @@ TAlarmFilter FilterOf(const TAlarmsOptions& options) {
   filter.Level = options.Level;
   filter.Identifier = options.Id;
   return filter;
-}
-
-template <class F>
-auto Reading(F read) {
-  try {
-    return read();
-  } catch (const ESqlite& e) {
-    throw EProblem(pbUnusable, e.what());
-  }
 }
 
 }  // namespace
@@ -103,48 +83,44 @@ int RunAlarmsLookup(const TAlarmsOptions& options, std::ostream& out) {
 
 int RunAlarmsList(const TAlarmsOptions& options, std::ostream& out) {
   const TAlarmFilter filter = FilterOf(options);
-  TAlarmHistory history = OpenStore(options);
+  TAlarmHistory history(AlarmDbFile(options));
   const TAlarmLookup lookup(options.Language, KnownMachine(options));
-  return Reading([&] {
-    const auto suppressions = history.Suppressions(NowText());
-    auto json = nlohmann::ordered_json::array();
-    if (options.Csv) out << AlarmCsvHead() << '\n';
-    std::size_t hidden = 0;
-    for (const TAlarmRow& stored : history.Rows(filter)) {
-      if (!options.Suppressed && IsSuppressed(stored, suppressions)) {
-        ++hidden;
-        continue;
-      }
-      const TAlarmRow row = Translated(stored);
-      if (options.Json)
-        json.push_back(AlarmJson(row));
-      else
-        out << (options.Csv ? AlarmCsv(row) : AlarmLine(row)) << '\n';
+  const auto suppressions = history.Suppressions(NowText());
+  auto json = nlohmann::ordered_json::array();
+  if (options.Csv) out << AlarmCsvHead() << '\n';
+  std::size_t hidden = 0;
+  for (const TAlarmRow& stored : history.Rows(filter)) {
+    if (!options.Suppressed && IsSuppressed(stored, suppressions)) {
+      ++hidden;
+      continue;
     }
-    if (options.Json) {
-      Dump(out, json);
-    } else if (hidden > 0 && !options.Csv) {
-      out << Format("%zu suppressed (--suppressed shows them):", hidden);
-      for (const TAlarmSuppression& s : suppressions)
-        out << Format(" %s until %s, %s;", s.Identifier.c_str(), s.Until.c_str(), s.Reason.c_str());
-      out << '\n';
-    }
-    return kExitSuccess;
-  });
+    const TAlarmRow row = Translated(stored);
+    if (options.Json)
+      json.push_back(AlarmJson(row));
+    else
+      out << (options.Csv ? AlarmCsv(row) : AlarmLine(row)) << '\n';
+  }
+  if (options.Json) {
+    Dump(out, json);
+  } else if (hidden > 0 && !options.Csv) {
+    out << Format("%zu suppressed (--suppressed shows them):", hidden);
+    for (const TAlarmSuppression& s : suppressions)
+      out << Format(" %s until %s, %s;", s.Identifier.c_str(), s.Until.c_str(), s.Reason.c_str());
+    out << '\n';
+  }
+  return kExitSuccess;
 }
 
 int RunAlarmsWatch(const TAlarmsOptions& options, std::ostream& out) {
-  TAlarmHistory history = OpenStore(options);
+  TAlarmHistory history(AlarmDbFile(options));
   const TAlarmLookup lookup(options.Language, KnownMachine(options));
-  GWatchStopped = 0;
-  const auto previousInt = std::signal(SIGINT, StopWatch);
-  const auto previousTerm = std::signal(SIGTERM, StopWatch);
+  const TSignalStop signals;
   const std::uint64_t start = Clock().MonotonicMs();
   std::map<std::int64_t, std::string> shown;  // the state of each row that was shown or is old
   std::int64_t version = -1;
   bool first = true;
   const auto ended = [&] {
-    return GWatchStopped != 0 || (options.ForMs != 0 && Clock().MonotonicMs() - start >= options.ForMs);
+    return signals.Asked() || (options.ForMs != 0 && Clock().MonotonicMs() - start >= options.ForMs);
   };
   for (; !ended(); Clock().Sleep(kWatchEveryMs)) {
     try {
@@ -165,15 +141,13 @@ int RunAlarmsWatch(const TAlarmsOptions& options, std::ostream& out) {
     } catch (const ESqlite&) {  // a writer holds the file; the next round reads it
     }
   }
-  std::signal(SIGINT, previousInt);
-  std::signal(SIGTERM, previousTerm);
   return kExitSuccess;
 }
 
 int RunAlarmsStats(const TAlarmsOptions& options, std::ostream& out) {
   const TAlarmFilter filter = FilterOf(options);
-  TAlarmHistory history = OpenStore(options);
-  const TAlarmStats stats = Reading([&] { return StatsOf(history.Rows(filter), NowText()); });
+  TAlarmHistory history(AlarmDbFile(options));
+  const TAlarmStats stats = StatsOf(history.Rows(filter), NowText());
   if (options.Json) {
     nlohmann::ordered_json json{{"raises", stats.Raises},
                                 {"active", stats.Active},
@@ -210,8 +184,8 @@ int RunAlarmsStats(const TAlarmsOptions& options, std::ostream& out) {
 }
 
 int RunAlarmsAck(const TAlarmsOptions& options, std::ostream& out) {
-  TAlarmHistory history = OpenStore(options);
-  if (!Reading([&] { return history.Acknowledge(options.Id, options.Who, NowText()); })) {
+  TAlarmHistory history(AlarmDbFile(options));
+  if (!history.Acknowledge(options.Id, options.Who, NowText())) {
     out << options.Id << ": no active alarm has this identifier\n";
     return kExitOtherwise;
   }
@@ -222,7 +196,7 @@ int RunAlarmsAck(const TAlarmsOptions& options, std::ostream& out) {
 int RunAlarmsCheck(const TAlarmsOptions& options, std::ostream& out) {
   const std::string text = ReadFile(std::filesystem::path(options.File)).OrThrow(pbUnusable);
   const bool isXml = TrimXml(WithoutMark(text)).starts_with('<');
-  std::vector<std::string> problems;
+  std::vector<TProblem> problems;
   if (isXml) {
     TMachineConfig config;
     const TInstalled<TMachineConfig> installed(config);
@@ -234,8 +208,10 @@ int RunAlarmsCheck(const TAlarmsOptions& options, std::ostream& out) {
   } else {
     problems = CheckAlarmDefinitions(text);
   }
-  for (const std::string& problem : problems)
-    out << options.File << (problem.front() >= '0' && problem.front() <= '9' ? ":" : ": ") << problem << '\n';
+  for (const TProblem& problem : problems) {
+    const std::string line = problem.Text();
+    out << options.File << (line.front() >= '0' && line.front() <= '9' ? ":" : ": ") << line << '\n';
+  }
   if (problems.empty()) out << options.File << ": in order\n";
   return problems.empty() ? kExitSuccess : kExitOtherwise;
 }

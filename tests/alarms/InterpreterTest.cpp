@@ -175,28 +175,34 @@ TEST_F(Interpreter, TheLibraryMakesItOnceAndALanguageRebuildsIt) {
   EXPECT_EQ(manager.ChangeLanguage("zh"), "") << "the handler is unregistered";
 }
 
+TTexts Texts(const std::vector<TProblem>& problems) {
+  TTexts texts;
+  for (const TProblem& problem : problems) texts.push_back(problem.Text());
+  return texts;
+}
+
 TEST(AlarmDefinitions, TheListsAreInOrderAndNameTheSameAlarms) {
   std::vector<std::string> ids[2];
   for (const int language : {0, 1}) {
     std::ifstream in(ShareFolder().string() + (language == 0 ? "/alarms/zh.json" : "/alarms/en.json"));
     const std::string json{std::istreambuf_iterator<char>(in), {}};
-    EXPECT_EQ(CheckAlarmDefinitions(json), TTexts{});
+    EXPECT_EQ(Texts(CheckAlarmDefinitions(json)), TTexts{});
     for (std::size_t at = 0; (at = json.find("\"HelpID\": ", at)) != std::string::npos; ++at)
       ids[language].push_back(json.substr(at, json.find(',', at) - at));
   }
   EXPECT_EQ(ids[0], ids[1]);
   TMachineConfig machine;
   ASSERT_EQ(machine.Load(ShareFolder() / "machines/machine.xml"), "");
-  EXPECT_EQ(CheckAlarmsSection(machine.Section("Alarms")), TTexts{});
+  EXPECT_EQ(Texts(CheckAlarmsSection(machine.Section("Alarms"))), TTexts{});
 }
 
 TEST(AlarmDefinitions, WhatIsWrongIsNamedWithItsPlace) {
-  EXPECT_EQ(CheckAlarmDefinitions("{}"), TTexts{"1:1: the list is object, expected an array"});
-  const auto syntax = CheckAlarmDefinitions("[\n  {\"HelpID\" 5}]");
+  EXPECT_EQ(Texts(CheckAlarmDefinitions("{}")), TTexts{"1:1: the list is object, expected an array"});
+  const auto syntax = Texts(CheckAlarmDefinitions("[\n  {\"HelpID\" 5}]"));
   ASSERT_EQ(syntax.size(), 1U);
   EXPECT_TRUE(syntax[0].starts_with("2:13: ")) << syntax[0];
-  EXPECT_EQ(CheckAlarmDefinitions(R"([7, {"HelpID":"A","BrifDesc":"b","Code":"1","Reason":"r","Solution":" "},
-      {"HelpID":"A","BrifDesc":2,"Code":"1","Reason":"r","Solution":"s","Extra":0}])"),
+  EXPECT_EQ(Texts(CheckAlarmDefinitions(R"([7, {"HelpID":"A","BrifDesc":"b","Code":"1","Reason":"r","Solution":" "},
+      {"HelpID":"A","BrifDesc":2,"Code":"1","Reason":"r","Solution":"s","Extra":0}])")),
             (TTexts{"[0] : the entry is number, expected an object; it is skipped",
                     "[1] A: \"Solution\" is empty or missing", "[2] A: \"BrifDesc\" is number, expected a string",
                     "[2] A: \"BrifDesc\" is empty or missing", "[2] A: \"Extra\" is no member of a definition",
@@ -213,7 +219,7 @@ TEST(AlarmDefinitions, WhatIsWrongIsNamedWithItsPlace) {
     </Alarms></MachineConfig>)";
   TMachineConfig config;
   ASSERT_EQ(config.Load(folder.Path() / "m.xml"), "");
-  EXPECT_EQ(CheckAlarmsSection(config.Section("Alarms")),
+  EXPECT_EQ(Texts(CheckAlarmsSection(config.Section("Alarms"))),
             (TTexts{"Alarms/UserAlarm[2]/Description: the text is empty",
                     "Alarms/UserAlarm[2]: its number 1001 is that of Alarms/UserAlarm[1]",
                     "Alarms/UserAlarm[3]/Number: \"x\" is no whole number",
