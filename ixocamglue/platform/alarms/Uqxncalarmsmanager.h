@@ -83,7 +83,13 @@ struct TNcAlarmMsg {
   [[nodiscard]] std::string_view Desc() const { return Texts.Desc(); }
 
   // Everything but action and removed flag, which stay.
-  void InitAlarmMsg(const TNcAlarmRecord& record);
+  void InitAlarmMsg(const TNcAlarmRecord& record) {
+    Level = record.Level();
+    Texts = TNcAlarmTexts(record.Identifier(), record.Desc);
+    Time = record.Time;
+    Attrs = record.Attrs;
+    Word = static_cast<std::uint32_t>(record.Serial);
+  }
 };
 
 // Copies of one message for many holders, counted in one step; those that are not taken are given back. The message
