@@ -94,7 +94,7 @@ TController::TController(TControllerOptions options)
   p.Library.emplace();
   LoadTexts();
   p.Framework.emplace(TNcStateOptions{.SafeEntry = FOptions.SafeEntry});
-  p.Alarms.emplace(*p.Framework, p.Journal);
+  p.Alarms.emplace(*p.Framework, p.Journal, VirtualClock());
   p.Keys.emplace(*p.Framework, p.Registry, p.Journal);
   MakeMachine();
   p.Framework->SetObserver([&p](std::int32_t from, std::int32_t to) {

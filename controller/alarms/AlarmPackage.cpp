@@ -10,8 +10,10 @@
 
 namespace ixocontroller {
 
-TAlarmPackage::TAlarmPackage(TNcStateFramework& framework, IMachineObserver& journal) : FJournal(journal) {
+TAlarmPackage::TAlarmPackage(TNcStateFramework& framework, IMachineObserver& journal, TVirtualClock* clock)
+    : FJournal(journal), FClock(clock) {
   FManager.OnRaised([&framework](const TNcAlarmRecord& record) { framework.PostAlarm(record); });
+  if (FClock) FTimer = FClock->Every(TNcAlarmManager::kPollMs, [this](std::uint64_t) { FManager.DrainOnce(); });
 }
 
 TResult<> TAlarmPackage::OpenStore(const std::filesystem::path& file, int retentionDays) {
@@ -32,11 +34,8 @@ TResult<> TAlarmPackage::OpenStore(const std::filesystem::path& file, int retent
   return {};
 }
 
-void TAlarmPackage::Start() {
-  if (FStore) FManager.Start();
-}
-
 void TAlarmPackage::Close() {
+  if (FClock) std::exchange(FClock, nullptr)->Remove(FTimer);
   FManager.Stop();
   FreeAlarmManager();
   if (!FStore) return;
@@ -57,10 +56,11 @@ void TAlarmPackage::ClearAll() {
 }
 
 bool TAlarmPackage::Settled() const {
+  if (FManager.HasPending()) return false;
   TAlarmManager* const manager = FStore ? AlarmManager() : nullptr;
   if (!manager) return true;
   const std::size_t queued = manager->GetAlarmFifos(0).Sizes().Queue + manager->GetAlarmFifos(1).Sizes().Queue;
-  return !FManager.HasPending() && queued == 0 && FStore->Waiting() == 0;
+  return queued == 0 && FStore->Waiting() == 0;
 }
 
 }  // namespace ixocontroller

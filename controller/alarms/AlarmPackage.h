@@ -7,6 +7,7 @@
 
 #include "ixocamglue/platform/Machine.h"
 #include "ixocamglue/platform/alarms/NcAlarmManager.h"
+#include "ixocamglue/platform/services/VirtualClock.h"
 #include "ixocamglue/platform/states/NcState.h"
 
 namespace ixocamglue {
@@ -19,14 +20,15 @@ using namespace ixocamglue;
 class TAlarmPackage {
  public:
   // Installs the package for its own life. The framework hears of each alarm once, in the moment in which it is raised.
-  TAlarmPackage(TNcStateFramework& framework, IMachineObserver& journal);
+  // `clock`: what fires the events in virtual time; null: Start does. Framework, journal and clock outlive the package.
+  TAlarmPackage(TNcStateFramework& framework, IMachineObserver& journal, TVirtualClock* clock);
   ~TAlarmPackage() { Close(); }
   TAlarmPackage(const TAlarmPackage&) = delete;
   TAlarmPackage& operator=(const TAlarmPackage&) = delete;
 
   // The alarm manager, its client and the store run until Close. Main thread, before the other threads start.
   TResult<> OpenStore(const std::filesystem::path& file, int retentionDays);
-  void Start();  // real time: the package's event thread, where there is a store
+  void Start() { FManager.Start(); }  // real time: the package's event thread
   // Main thread, after the other threads have ended. What waits for the store is written first.
   void Close();
 
@@ -36,11 +38,13 @@ class TAlarmPackage {
   void ClearAll();
 
   [[nodiscard]] TAlarmStore* Store() { return FStore.get(); }  // null: none is open
-  // True when no alarm event is on its way to a consumer or to the store.
+  // True when no alarm event is on its way, to a consumer or to the store either.
   [[nodiscard]] bool Settled() const;
 
  private:
   IMachineObserver& FJournal;
+  TVirtualClock* FClock;  // null: real time, or closed
+  std::size_t FTimer = 0;
   TNcAlarmManager FManager;
   TInstalled<TNcAlarms> FInstalled{FManager};
   std::shared_ptr<TAlarmStore> FStore;

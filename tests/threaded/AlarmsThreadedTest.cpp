@@ -9,14 +9,20 @@
 
 #include <gtest/gtest.h>
 
+#include "controller/Controller.h"
 #include "controller/StateFolder.h"
+#include "controller/procedures/Procedures.h"
+#include "fixture/TempDir.h"
 #include "ixocamglue/Library.h"
 #include "ixocamglue/alarms/Almintprt.h"
 #include "ixocamglue/alarms/Ualarmdefs.h"
 #include "ixocamglue/alarms/Ualarmmanager.h"
+#include "ixocamglue/alarms/store/AlarmHistory.h"
+#include "ixocamglue/motion/Uwaitsteps.h"
 #include "ixocamglue/platform/ports/Alarmintf.h"
 #include "ixocamglue/platform/services/Locale.h"
 #include "ixocamglue/platform/services/LocaleManager.h"
+#include "machines/simulated/Machine.h"
 
 namespace ixocamglue::test {
 using namespace ixocontroller;
@@ -171,6 +177,39 @@ TEST(AlarmThreads, ABracketOfAnotherThreadHoldsEventsBackAndUnsubscribingWaits) 
   package.AlarmAdded().Unsubscribe(handle);
   EXPECT_EQ(calls, 1) << "the call in flight was waited for";
   release.join();
+}
+
+class TListeningDelay : public TSmtDelay {
+ public:
+  using TSmtDelay::TSmtDelay;
+  void CheckNewAlarm(const TNcAlarmRecord&, bool&) override { ++Heard; }
+  static inline std::atomic<int> Heard{0};
+};
+
+TEST(AlarmThreads, WithAStoreTooAnAlarmReachesTheProcedureOnce) {
+  const TTempDir folder;
+  TControllerOptions options;
+  options.AlarmDb = folder.Path() / "alarms.db";
+  options.Realtime = true;
+  options.Machines = {SimulatedMachine()};
+  TController controller(std::move(options));
+  const TNcStateFramework& framework = controller.Framework();
+  const auto until = [](const auto& done) {
+    for (int wait = 0; wait < 2000 && !done(); ++wait) Clock().Sleep(5);
+    ASSERT_TRUE(done());
+  };
+  controller.StartThreads();
+  TNcWatch& watch = controller.Framework().Watch();
+  until([&] { return watch.Pass.load() > 0 && !framework.SafePending(); });
+  auto delay = MakeStepOf<TListeningDelay>(nullptr);
+  delay->SetDelay(60'000);
+  ASSERT_TRUE(controller.Start(ShareRoot(std::move(delay))));
+  until([&] { return watch.Tick.load() > 0; });
+  controller.RaiseAlarm({.IdPrefix = "T", .Desc = "told", .Id = 1});
+  until([&] { return TAlarmHistory(folder.Path() / "alarms.db").Rows({}).size() == 1; });
+  const auto passes = watch.Pass.load();
+  until([&] { return watch.Pass.load() > passes + 2; });
+  EXPECT_EQ(TListeningDelay::Heard, 1);
 }
 
 }  // namespace
