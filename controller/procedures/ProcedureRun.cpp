@@ -154,6 +154,7 @@ TRunReport TProcedureRun::Report(bool ended) {
     report.NextState = outcome.NextState;
   }
   report.Steps = FSteps.Items();
+  report.Alarms = FAlarms.Items();
   report.Signals = FController.Journal().Signals().Items();
   const TTimeline timeline(report.Signals, FStartMs, report.EndMs);
   report.Timeline = timeline.Draw();

@@ -14,6 +14,7 @@
 
 #include "controller/Controller.h"
 #include "controller/SignalStop.h"
+#include "controller/alarms/RunAlarms.h"
 #include "controller/procedures/StepWatch.h"
 #include "ixocut/Console.h"
 
@@ -57,6 +58,7 @@ struct TRunReport {
   std::uint64_t DurationMs = 0;
   std::vector<TStepSpan> Steps;
   std::vector<std::string> Notes;  // for the operator
+  std::vector<TRunAlarm> Alarms;
   std::vector<std::string> Timeline;
   nlohmann::ordered_json TimelineJson;
   std::vector<TSignal> Signals;
@@ -108,6 +110,7 @@ class TProcedureRun {
   bool FSignalled = false;
   const TSignalStop* FSignal = nullptr;
   TController FController;  // ends first: its clock and its threads call in here
+  TRunAlarms FAlarms{FController.Alarms()};
 };
 
 }  // namespace ixocontroller

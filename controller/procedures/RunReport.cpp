@@ -1,5 +1,8 @@
 #include "controller/procedures/RunReport.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include "controller/HostTexts.h"
 #include "ixocamglue/support/Format.h"
 
@@ -42,6 +45,7 @@ std::string StatusText(const TMachineSnapshot& now) {
 std::vector<std::string> ReportLines(const TRunReport& report, const TMotionTrace& trace, const TMachineSnapshot& last,
                                      bool withJournal) {
   std::vector<std::string> lines = report.Notes;
+  std::ranges::move(AlarmLines(report.Alarms, report.StartMs), std::back_inserter(lines));
   if (withJournal) {
     lines.emplace_back();
     lines.insert(lines.end(), report.Journal.begin(), report.Journal.end());
@@ -96,6 +100,7 @@ nlohmann::ordered_json ReportJson(const TRunReport& report, const TMotionTrace& 
           {"outputsOn", last.OutputsOn},
           {"steps", std::move(steps)},
           {"notes", report.Notes},
+          {"alarms", AlarmsJson(report.Alarms, report.StartMs)},
           {"timeline", report.TimelineJson},
           {"journal", report.Journal}};
 }

@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "controller/StateFolder.h"
+#include "controller/alarms/RunAlarms.h"
 #include "ixocamglue/panel/Kbpforms.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
@@ -45,6 +46,7 @@ TControllerOptions SessionOptions(const TPanelOptions& options, ILogSink* sink) 
   session.Machines = Machines();
   session.MachineFile = MachineFile(options.Machine, options.State);
   session.LocaleFolder = ShareFolder() / "locale";
+  session.AlarmFolder = ShareFolder() / "alarms";
   session.Language = options.Language;
   session.Seed = options.Seed;
   if (sink) session.Sinks = {sink};
@@ -61,21 +63,30 @@ void PowerUp(TController& session) {
 int RunScript(const TPanelOptions& options, std::ostream& out) {
   const std::vector<TScriptLine> lines = ReadScript(options.Script);
   TConsole console(out, options.Json, false);
-  nlohmann::ordered_json events;
+  nlohmann::ordered_json events, raised;
   {
     TController session(SessionOptions(options, &console));
     console.SetStart(Clock().MonotonicMs());
     PowerUp(session);
     TPanelHost host(session);
-    console.SetStart(Clock().MonotonicMs());
+    const std::uint64_t startMs = Clock().MonotonicMs();
+    console.SetStart(startMs);
+    const TRunAlarms alarms(session.Alarms());
     if (!options.Form.empty()) host.Forms().Show(options.Form);
     TPanelScript script(host, options.Json ? nullptr : &out);
     script.Run(lines);
     script.ShowLeds();
     events = script.Events();
+    raised = AlarmsJson(alarms.Items(), startMs);
+    if (!options.Json)
+      for (const std::string& line : AlarmLines(alarms.Items(), startMs)) out << line << '\n';
   }
   if (options.Json)
-    console.Print({{"command", "panel"}, {"script", options.Script}, {"events", events}, {"log", console.Log()}});
+    console.Print({{"command", "panel"},
+                   {"script", options.Script},
+                   {"events", events},
+                   {"alarms", raised},
+                   {"log", console.Log()}});
   return kExitSuccess;
 }
 
@@ -118,21 +129,16 @@ std::string StatesWith(const TKBPManager& manager, TKeyMask key) {
 
 // The standing alarms that alone keep the key from being permitted.
 std::string Blockers(TController& session, TKeyMask key) {
-  TNcAlarmManager& alarms = session.Alarms();
-  const std::vector<TNcAlarmRecord> standing = alarms.Standing();
-  TKBPManager& manager = *KBPManager();
   std::string names;
-  for (const TNcAlarmRecord& record : standing) {
-    const TDemoAlarm* const known = record.IdPrefix == "TPHost" ? FindDemoAlarm(record.Id) : nullptr;
-    bool blocks = !known;
-    if (known) {
-      alarms.ClearAll();
-      alarms.Raise(record);
-      manager.UpdateAlarmPermit();
-      blocks = (manager.GetMap(kMapAlarmPermit) & key) == 0;
-    }
-    if (blocks) names += (names.empty() ? "" : ", ") + Format("%d %s", record.Id, record.Desc.c_str());
+  for (const TNcAlarmRecord& record : session.Alarms().Standing()) {
+    TNcAlarmManager alone;
+    alone.Raise(record);
+    const TInstalled<TNcAlarms> installed(alone);
+    KBPManager()->UpdateAlarmPermit();
+    if ((KBPManager()->GetMap(kMapAlarmPermit) & key) == 0)
+      names += (names.empty() ? "" : ", ") + Format("%d %s", record.Id, record.Desc.c_str());
   }
+  KBPManager()->UpdateAlarmPermit();
   return names.empty() ? "the alarms together" : names;
 }
 

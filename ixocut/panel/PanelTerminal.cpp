@@ -11,6 +11,7 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include "controller/alarms/RunAlarms.h"
 #include "ixocamglue/panel/Uknob.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
@@ -107,6 +108,7 @@ class TPanelScreen {
     line(Format("shutter %s  laser %s  gas %s%s%s", now.Emission ? "open" : "closed", now.Laser ? "ON" : "off",
                 now.Gas ? Format("%.1f bar", now.GasBar).c_str() : "off", now.Following ? "  following" : "",
                 now.LatchTripped ? ("  LATCHED: " + now.LatchReason).c_str() : ""));
+    for (const TNcAlarmRecord& alarm : FController.Alarms().Standing()) line(TRunAlarm::Of(alarm).Words());
     line("");
     for (const std::string& logged : FLog.Lines()) line(logged);
     text += "\x1b[J\x1b[7mSoftware is not the emergency stop.\x1b[0m";

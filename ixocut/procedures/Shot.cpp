@@ -1,6 +1,8 @@
 #include "ixocut/procedures/Shot.h"
 
+#include <algorithm>
 #include <iostream>
+#include <iterator>
 #include <memory>
 
 #include <CLI/CLI.hpp>
@@ -30,6 +32,7 @@ int RunShot(const TShotOptions& options, std::ostream& out) {
         [&] { return MakeShot(static_cast<std::uint32_t>(options.Ms)); }, options.Ms + kSpareMs);
     execOK = TCustomMotionState::GetExecOK(TSmtLaserOnTimeState::Cmd, false);
     lines = made.Notes;
+    std::ranges::move(AlarmLines(made.Alarms, made.StartMs), std::back_inserter(lines));
     lines.emplace_back();
     lines.insert(lines.end(), made.Timeline.begin(), made.Timeline.end());
     lines.emplace_back();
@@ -51,6 +54,7 @@ int RunShot(const TShotOptions& options, std::ostream& out) {
                    {"fault", report.Fault},
                    {"nextState", report.NextState},
                    {"log", console.Log()},
+                   {"alarms", AlarmsJson(report.Alarms, report.StartMs)},
                    {"timeline", report.TimelineJson},
                    {"journal", report.Journal}});
   }

@@ -24,10 +24,11 @@ using testing::Not;
 
 class AlarmsCommand : public testing::Test {
  protected:
+  std::pair<int, std::string> Ixocut(const std::string& arguments) { return Program("alarms " + arguments); }
   // Exit code and output, errors behind it.
-  std::pair<int, std::string> Ixocut(const std::string& arguments) {
+  std::pair<int, std::string> Program(const std::string& arguments) {
     const std::string out = (FDir.Path() / "out").string();
-    const int status = std::system(("XDG_STATE_HOME='" + FDir.Path().string() + "' '" + IxocutBinary() + "' alarms " +
+    const int status = std::system(("XDG_STATE_HOME='" + FDir.Path().string() + "' '" + IxocutBinary() + "' " +
                                     arguments + " >'" + out + "' 2>&1 </dev/null")
                                        .c_str());
     std::ifstream in(out);
@@ -78,6 +79,24 @@ TEST_F(AlarmsCommand, AScriptedMachineFillsAStoreThatEveryCommandReads) {
   EXPECT_EQ(Ixocut("lookup TPGas#99").first, 1);
   EXPECT_EQ(Ixocut("check '" + script + "'").first, 1);
   EXPECT_EQ(Ixocut("check '" + Db + ".none'").first, 3);
+}
+
+TEST_F(AlarmsCommand, ARunTellsWhatItsDevicesReportInTheLanguageOfTheSession) {
+  const std::string file = (FDir.Path() / "gas.json").string();
+  std::ofstream(file) << R"({"commands": [{"command": 141, "branch": 2, "pressure": 4},
+                             {"command": 612, "ms": 3000}, {"command": 142}]})";
+  const std::string run = "run '" + file + "' --fault gas.low-supply --lang en";
+  EXPECT_THAT(
+      Program(run).second,
+      HasSubstr("  Alarm 1  TPGas#2  G102  | The oxygen pressure is below 80 % of its set value  | The bottle"));
+  const auto [code, text] = Program(run + " --json");
+  EXPECT_EQ(code, 0) << "what forbids a cut ends no gas";
+  const auto alarms = nlohmann::json::parse(text).at("alarms");
+  ASSERT_EQ(alarms.size(), 1U) << text;
+  EXPECT_EQ(alarms[0].at("identifier"), "TPGas#2");
+  EXPECT_EQ(alarms[0].at("solution"), "Change the bottle; check the reducer");
+  EXPECT_GT(alarms[0].at("clearedMs"), alarms[0].at("atMs"));
+  EXPECT_THAT(Program("shot --alarm-at 5").second, HasSubstr("  报警 1  TPHost#1  | "));
 }
 
 TEST_F(AlarmsCommand, AfterAKillEveryCommittedRowIsThereAndTheNextRunClosesIt) {

@@ -1,0 +1,56 @@
+// Alarms as people read them: with what their definitions say, in the session's language. Any thread.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json_fwd.hpp>
+
+#include "ixocamglue/platform/alarms/NcAlarmManager.h"
+#include "ixocamglue/support/Locks.h"
+
+namespace ixocontroller {
+using namespace ixocamglue;
+
+struct TRunAlarm {
+  std::uint64_t RaisedMs = 0;                // monotonic
+  std::optional<std::uint64_t> ClearedMs;    // nothing: it stands
+  std::uint64_t Serial = 0;                  // the package's
+  std::uint8_t Level = 0;                    // 1 forbids or stops something, 0 tells
+  std::string Identifier, Description;       // of the raise
+  std::string Code, Text, Reason, Solution;  // of the definition; without one the identifier and the description
+
+  [[nodiscard]] static TRunAlarm Of(const TNcAlarmRecord& record);
+  // "Alarm 1  TPGas#2  G102  | The oxygen pressure ...  | reason  | solution"
+  [[nodiscard]] std::string Words() const;
+};
+
+// The times count from `startMs` on.
+[[nodiscard]] std::vector<std::string> AlarmLines(std::span<const TRunAlarm> alarms, std::uint64_t startMs);
+[[nodiscard]] nlohmann::ordered_json AlarmsJson(std::span<const TRunAlarm> alarms, std::uint64_t startMs);
+
+// What is raised from the construction on, and what stands by then. The package outlives it.
+class TRunAlarms {
+ public:
+  explicit TRunAlarms(TNcAlarmManager& package);
+  ~TRunAlarms();
+  TRunAlarms(const TRunAlarms&) = delete;
+  TRunAlarms& operator=(const TRunAlarms&) = delete;
+
+  [[nodiscard]] std::vector<TRunAlarm> Items() const;  // in the order of their raises
+
+ private:
+  void Raised(const TNcAlarmRecord& record);
+  void Cleared(const TNcAlarmRecord& record);
+
+  TNcAlarmManager& FPackage;
+  mutable TCriticalSection FLock;
+  std::vector<TRunAlarm> FItems IXO_GUARDED_BY(FLock);
+  std::uint64_t FAdded = 0;
+  std::uint64_t FRemoved = 0;
+};
+
+}  // namespace ixocontroller
