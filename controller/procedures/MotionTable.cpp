@@ -6,16 +6,10 @@
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/ValueText.h"
+#include "machines/simulated/Config.h"
 
 namespace ixocontroller {
 namespace {
-
-std::vector<double> WithNone(const std::vector<TSimPort>& ports) {
-  std::vector<double> numbers{-1.0};
-  for (const TSimPort& port : ports) numbers.push_back(port.Number);
-  std::ranges::sort(numbers);
-  return numbers;
-}
 
 std::optional<double> ParseSwitch(std::string_view text) {
   for (const std::string_view yes : {"true", "yes", "on", "1"})
@@ -23,12 +17,6 @@ std::optional<double> ParseSwitch(std::string_view text) {
   for (const std::string_view no : {"false", "no", "off", "0"})
     if (SameFolded(text, no)) return 0.0;
   return std::nullopt;
-}
-
-// Whole numbers without an exponent.
-std::string NumberText(double value) {
-  constexpr double kExact = 1e15;
-  return value == std::floor(value) && std::abs(value) < kExact ? Format("%.0f", value) : ValueText(value);
 }
 
 }  // namespace
@@ -51,18 +39,6 @@ const TMotionRow* FindMotionRow(std::int32_t command) {
   return row == rows.end() ? nullptr : &*row;
 }
 
-std::string TParamLimits::Text() const {
-  if (Numbers.empty()) return NumberText(Lowest) + ".." + NumberText(Highest);
-  std::string text;
-  for (std::size_t i = 0; i < Numbers.size(); ++i) {
-    const std::size_t first = i;
-    while (i + 1 < Numbers.size() && Numbers[i + 1] == Numbers[i] + 1.0) ++i;
-    text += (text.empty() ? "" : ", ") + NumberText(Numbers[first]);
-    if (i > first) text += (i > first + 1 ? ".." : ", ") + NumberText(Numbers[i]);
-  }
-  return text;
-}
-
 TMotionLimits TMotionLimits::OfMachine(const std::filesystem::path& machineFile) {
   TMachineConfig config;
   if (const std::string problem = config.Load(machineFile); !problem.empty()) throw EProblem(pbUnusable, problem);
@@ -72,33 +48,26 @@ TMotionLimits TMotionLimits::OfMachine(const std::filesystem::path& machineFile)
   return TMotionLimits(std::move(machine));
 }
 
-TParamLimits TMotionLimits::Of(const TMotionParam& param) const {
-  const auto axis = [](const TSimAxisConfig& a) { return TParamLimits{a.SoftLimitNeg, a.SoftLimitPos, {}}; };
-  switch (param.Range) {
-    case prFixed: break;
-    case prX: return axis(FConfig.X);
-    case prY: return axis(FConfig.Y);
-    case prZ: return axis(FConfig.Z);
-    case prFocus: return axis(FConfig.Focus);
-    case prXYSpeed: return {0.0, std::min(FConfig.X.MaxSpeed, FConfig.Y.MaxSpeed), {}};
-    case prZSpeed: return {0.0, FConfig.Z.MaxSpeed, {}};
-    case prFocusSpeed: return {0.0, FConfig.Focus.MaxSpeed, {}};
-    case prOutport: return {0.0, 0.0, WithNone(FConfig.Outports)};
-    case prInport: return {0.0, 0.0, WithNone(FConfig.Inports)};
-    case prBranch: {
-      TParamLimits limits;
-      for (const TSimGasBranch& branch : FConfig.GasBranches) limits.Numbers.push_back(branch.GasType);
-      return limits;
+TLimits TMotionLimits::Of(const TMotionParam& param) const {
+  const auto bound = [&]() -> TBound {
+    switch (param.Range) {
+      case prFixed: break;
+      case prX: return bdAxisX;
+      case prY: return bdAxisY;
+      case prZ: return bdAxisZ;
+      case prFocus: return bdFocus;
+      case prXYSpeed: return bdXYSpeed;
+      case prZSpeed: return bdZSpeed;
+      case prFocusSpeed: return bdFocusSpeed;
+      case prOutport: return bdFittedOutport.Or(-1.0);
+      case prInport: return bdFittedInport.Or(-1.0);
+      case prBranch: return bdFittedBranch;
+      case prPressure: return bdPressure;
+      case prFollower: return bdFollower;
     }
-    case prPressure: {
-      TParamLimits limits;
-      for (const TSimGasBranch& branch : FConfig.GasBranches)
-        limits.Highest = std::max(limits.Highest, branch.MaxPressure);
-      return limits;
-    }
-    case prFollower: return {0.0, FConfig.Physics.SecondFollower ? 1.0 : 0.0, {}};
-  }
-  return {param.Lowest, param.Highest, {}};
+    return bdRange(param.Lowest, param.Highest);
+  };
+  return FMachine.Of(bound());
 }
 
 std::string TMotionLimits::Check(const TMotionParam& param, double value) const {
@@ -106,11 +75,9 @@ std::string TMotionLimits::Check(const TMotionParam& param, double value) const 
   if (!std::isfinite(value)) return "is not a finite number";
   const std::string text = NumberText(value);
   if (param.Kind == pkWhole && value != std::floor(value)) return text + " is not a whole number";
-  const TParamLimits limits = Of(param);
-  const bool inside = limits.Numbers.empty() ? value >= limits.Lowest && value <= limits.Highest
-                                             : std::ranges::find(limits.Numbers, value) != limits.Numbers.end();
-  if (inside) return {};
-  return Format("%s is not %s %s%s%s", text.c_str(), limits.Numbers.empty() ? "in" : "one of", limits.Text().c_str(),
+  const TLimits limits = Of(param);
+  if (limits.Allows(value)) return {};
+  return Format("%s is not %s %s%s%s", text.c_str(), limits.IsChoice ? "one of" : "in", limits.Text().c_str(),
                 *param.Unit ? " " : "", param.Unit);
 }
 

@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "ixocamglue/motion/Usteptree.h"
-#include "machines/simulated/Config.h"
+#include "ixocamglue/platform/xml/Bounds.h"
 
 namespace ixocontroller {
 using namespace ixocamglue;
@@ -82,21 +82,13 @@ struct TMotionRow {
 [[nodiscard]] const TMotionRow* FindMotionRow(std::string_view fullName);  // null: unknown
 [[nodiscard]] const TMotionRow* FindMotionRow(std::int32_t command);       // the same
 
-// What a parameter may be on one machine.
-struct TParamLimits {
-  double Lowest = 0.0;
-  double Highest = 0.0;
-  std::vector<double> Numbers;  // not empty: one of these
-
-  [[nodiscard]] std::string Text() const;  // "0..3050", "-1, 1..4, 7"
-};
-
+// What parameters may be on one machine.
 class TMotionLimits {
  public:
-  explicit TMotionLimits(TSimConfig config) : FConfig(std::move(config)) {}
+  explicit TMotionLimits(TMachineBounds machine) : FMachine(std::move(machine)) {}
   // Throws EProblem for a machine file that cannot be used.
   [[nodiscard]] static TMotionLimits OfMachine(const std::filesystem::path& machineFile);
-  [[nodiscard]] TParamLimits Of(const TMotionParam& param) const;
+  [[nodiscard]] TLimits Of(const TMotionParam& param) const;
   // Empty, or what is wrong with the value: "5000 is not in 0..1600 mm/s".
   [[nodiscard]] std::string Check(const TMotionParam& param, double value) const;
   // The same for a text; fills `value` when there is nothing wrong.
@@ -105,7 +97,7 @@ class TMotionLimits {
   [[nodiscard]] static std::string CheckNeeds(const TMotionRow& row, const TMotionValues& values, const char* prefix);
 
  private:
-  const TSimConfig FConfig;
+  const TMachineBounds FMachine;
 };
 
 // A step of the row with its values, and the row's defaults for those that are not given.

@@ -60,7 +60,7 @@ nlohmann::ordered_json JsonOf(const TMotionRow& row, const TMotionLimits& limits
                                 {"summary", param.Summary},
                                 {"required", param.Need == TMotionParam::Required}};
     if (param.Kind != pkSwitch) {
-      const TParamLimits range = limits.Of(param);
+      const TLimits range = limits.Of(param);
       if (range.Numbers.empty()) {
         item["lowest"] = range.Lowest;
         item["highest"] = range.Highest;

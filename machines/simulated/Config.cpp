@@ -372,6 +372,7 @@ TSimConfig ReadConfig(const TReader& root) {
   root.Child("SwitchTable").Read("DockedTable", sim.DockedTable, 0, 2);
   ReadSupervisor(root.Child("Supervisor"), sim.Supervisor);
   ReadPhysics(root.Child("Simulator"), sim.Z, sim.Physics);
+  sim.Followers = sim.Physics.SecondFollower ? 2 : 1;
   ReadWork(root.Child("Simulator"), sim);
   CheckSafeZ(root.Child("Axes"), sim);
   ReadRack(root.Child("NozzleChange").Section(), root.Child("Simulator").Child("Rack"), sim.Rack);

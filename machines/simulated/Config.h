@@ -9,36 +9,21 @@
 #include <vector>
 
 #include "ixocamglue/platform/ports/MotionDriver.h"
+#include "ixocamglue/platform/xml/Bounds.h"
 #include "ixocamglue/platform/xml/MachineConfig.h"
 #include "machines/simulated/GasValve.h"
 
 namespace ixocamglue {
 
-struct TSimAxisConfig {
-  std::string Name;
-  double SoftLimitNeg = 0.0;
-  double SoftLimitPos = 0.0;
-  double MaxSpeed = 0.0;
-  double Acceleration = 0.0;  // mm/s2
-};
-
-struct TSimGasBranch {
-  std::int32_t GasType = 0;  // 1 "Air" ... 6 "H-N2"
-  std::string Name;
-  std::int32_t DAPort = 0;
-  double MaxPressure = 0.0;
-};
+using TSimAxisConfig = TMachineBounds::TAxis;
+using TSimGasBranch = TMachineBounds::TBranch;
+using TSimPort = TMachineBounds::TPort;
 
 // What a gas branch's valve is like, and how it fails.
 struct TSimGasValve {
   std::int32_t GasType = 0;
   TGasValveParams Params;
   TValveFault Fault = vfNone;
-};
-
-struct TSimPort {
-  std::int32_t Number = 0;
-  std::string Name;
 };
 
 struct TSimSlave {
@@ -119,20 +104,12 @@ struct TSimProperty {
   double Max = 0.0;
 };
 
-struct TSimConfig {
-  std::int32_t EmissionOnDelay = 5000;  // limit of the steps that wait for emission
-  double MaxPower = 3000.0;             // W
-  TSimAxisConfig X{"X", 0.0, 3000.0, 1500.0, 10'000.0};
-  TSimAxisConfig Y{"Y", 0.0, 1500.0, 1500.0, 10'000.0};
-  TSimAxisConfig Z{"Z", 0.0, 120.0, 300.0, 5000.0};
-  TSimAxisConfig Focus{"Focus", -25.0, 25.0, 100.0, 2000.0};
-  double SafeZ = 10.0;                             // at this Z and above, XY may travel over the table
+struct TSimConfig : TMachineBounds {
+  std::int32_t EmissionOnDelay = 5000;             // limit of the steps that wait for emission
+  double MaxPower = 3000.0;                        // W
   std::optional<TPoint2> WorkOrigin = TPoint2{};   // machine coordinates; none: the machine has no valid one
   TNcArea WorkArea{{0.0, 0.0}, {3000.0, 1500.0}};  // machine coordinates
-  std::vector<TSimGasBranch> GasBranches{{1, "Air", 33, 16.0}, {2, "O2", 34, 10.0}, {3, "N2", 35, 25.0}};
-  std::vector<TSimGasValve> GasValves;  // those that differ from GasValveParams
-  std::vector<TSimPort> Inports{{1, "Input 1"}, {2, "Input 2"}, {3, "Input 3"}, {4, "Input 4"}};
-  std::vector<TSimPort> Outports{{1, "Output 1"}, {2, "Output 2"}, {3, "Output 3"}, {4, "Output 4"}, {5, "Output 5"}};
+  std::vector<TSimGasValve> GasValves;             // those that differ from GasValveParams
   std::vector<TSimSlave> Slaves;
   std::int32_t DockedTable = 1;  // 1 or 2; 0 none
   std::int32_t DHMode = 0;

@@ -51,14 +51,14 @@ class RunCommand : public testing::Test {
 
 // A row whose parameter names a field of another class would throw here.
 TEST(MotionTable, EveryCommandOfTheFactoryHasARowWhoseParametersFitItsStep) {
-  const TMotionLimits limits{TSimConfig{}};
+  const TMotionLimits limits{TMachineBounds{}};
   for (const TMotionCommand& command : MotionCommands()) {
     const TMotionRow* const row = FindMotionRow(command.Command);
     ASSERT_NE(row, nullptr) << command.Command;
     TMotionCall call{row, TMotionValues(row->Params.size()), {}};
     EXPECT_NO_THROW((void)call.Make(nullptr)) << row->FullName();
     for (std::size_t i = 0; i < row->Params.size(); ++i) {
-      const TParamLimits range = limits.Of(row->Params[i]);
+      const TLimits range = limits.Of(row->Params[i]);
       call.Values[i] = range.Numbers.empty() ? range.Highest : range.Numbers.back();
       EXPECT_EQ(limits.Check(row->Params[i], *call.Values[i]), "") << row->FullName() << " " << row->Params[i].Name;
       EXPECT_EQ(limits.Check(row->Params[i], 1e7).empty(), row->Params[i].Kind == pkSwitch) << row->Params[i].Name;
