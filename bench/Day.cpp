@@ -6,9 +6,7 @@
 #include "bench/Rows.h"
 #include "controller/Controller.h"
 #include "controller/StateFolder.h"
-#include "controller/procedures/MotionTable.h"
 #include "controller/procedures/Procedures.h"
-#include "ixocamglue/motion/Usequence.h"
 #include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Format.h"
 #include "machines/simulated/Machine.h"
@@ -21,7 +19,6 @@ namespace fs = std::filesystem;
 
 constexpr std::uint64_t kDayMs = 86'400'000;
 constexpr std::uint64_t kLongestMs = 600'000;  // a procedure that takes longer has failed
-constexpr std::int32_t kId = 991;
 
 struct TCall {
   const char* Name;
@@ -61,12 +58,8 @@ struct TFolder {
 };
 
 TStepPtr RootOf(const TCall& call) {
-  const TMotionCall made{FindMotionRow(std::string_view(call.Name)), call.Values, {}};
-  TStepPtr step = made.Make(nullptr);
-  if (!step->IsAtomic()) return step;
-  auto list = MakeStepOf<TSmtSequence>(nullptr);
-  list->Define(kId, call.Name, {{made.Row->Command, call.Name, [made](TStateMotion& s) { made.Configure(s); }}});
-  return list;
+  const TMotionCall made{FindProcedure(std::string_view(call.Name)), call.Values, {}};
+  return MakeRoot(call.Name, {&made, 1});
 }
 
 }  // namespace

@@ -8,6 +8,8 @@
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/ValueText.h"
+#include "ixocut/Machines.h"
+#include "ixocut/Main.h"
 
 namespace ixocut {
 namespace {
@@ -118,13 +120,14 @@ void AddMachineOptions(CLI::App& command, std::optional<std::filesystem::path>& 
   path(stateOption, state, "DIR", "The state folder (default $XDG_STATE_HOME/ixocut or ~/.local/state/ixocut)");
 }
 
-int RunCommandLine(int argc, const char* const* argv) {
+int IxocutMain(int argc, const char* const* argv, TAdditions additions) {
+  std::optional<ixocontroller::TAddedProcedures> added;
+  std::optional<TAddedMachines> machines;
   CLI::App program("ixocut: the controller process of a laser-cutting machine, on a simulated machine.", "ixocut");
   program.set_version_flag("--version", IXO_VERSION, "Print the version and exit");
   program.footer(kFooter);
   program.require_subcommand(0, 1);
   TCommandRun run;
-  for (const TAddCommand add : kCommands) add(program, run);
 
   const auto where = [&] {
     const auto chosen = program.get_subcommands();
@@ -136,6 +139,9 @@ int RunCommandLine(int argc, const char* const* argv) {
     return exitCode;
   };
   try {
+    added.emplace(std::move(additions.Procedures));
+    machines.emplace(std::move(additions.Machines));
+    for (const TAddCommand add : kCommands) add(program, run);
     program.parse(argc, argv);
     if (!run) {
       std::string names;

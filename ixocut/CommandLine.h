@@ -63,7 +63,4 @@ void AddMachineOptions(CLI::App& command, std::optional<std::filesystem::path>& 
 CLI::Option* AddNumberOption(CLI::App& command, const std::string& name, std::uint64_t& value, std::uint64_t lowest,
                              std::uint64_t highest, const char* unit, const std::string& description);
 
-// The whole program: parses, runs, prints one line on the error output for each failure. Returns the exit code.
-int RunCommandLine(int argc, const char* const* argv);
-
 }  // namespace ixocut

@@ -1,10 +1,24 @@
 #include "ixocut/Machines.h"
 
+#include <utility>
+
 #include "machines/simulated/Machine.h"
 
 namespace ixocut {
+namespace {
 
-std::vector<TMachineFactory> Machines() { return {SimulatedMachine()}; }
+std::vector<TMachineFactory> GAdded;
+
+}  // namespace
+
+TAddedMachines::TAddedMachines(std::vector<TMachineFactory> machines) { GAdded = std::move(machines); }
+TAddedMachines::~TAddedMachines() { GAdded.clear(); }
+
+std::vector<TMachineFactory> Machines() {
+  std::vector<TMachineFactory> machines{SimulatedMachine()};
+  machines.insert(machines.end(), GAdded.begin(), GAdded.end());
+  return machines;
+}
 
 std::vector<TMachineFault> MachineFaults() {
   std::vector<TMachineFault> faults;

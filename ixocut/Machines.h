@@ -10,6 +10,14 @@ namespace ixocut {
 using namespace ixocamglue;
 
 [[nodiscard]] std::vector<TMachineFactory> Machines();
+// An application's, behind the program's own, for the life of this object.
+class TAddedMachines {
+ public:
+  explicit TAddedMachines(std::vector<TMachineFactory> machines);
+  ~TAddedMachines();
+  TAddedMachines(const TAddedMachines&) = delete;
+  TAddedMachines& operator=(const TAddedMachines&) = delete;
+};
 // The faults that they have on request.
 [[nodiscard]] std::vector<TMachineFault> MachineFaults();
 

@@ -1,3 +1,3 @@
-#include "ixocut/CommandLine.h"
+#include "ixocut/Main.h"
 
-int main(int argc, char** argv) { return ixocut::RunCommandLine(argc, argv); }
+int main(int argc, char** argv) { return ixocut::IxocutMain(argc, argv); }

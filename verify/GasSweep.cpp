@@ -21,6 +21,7 @@
 #include "verify/Oracle.h"
 
 namespace ixoverify {
+using namespace ixocontroller;
 namespace {
 
 namespace fs = std::filesystem;

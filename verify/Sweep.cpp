@@ -9,6 +9,7 @@
 #include "ixocamglue/support/Format.h"
 #include "machines/simulated/Random.h"
 #include "verify/GasSweep.h"
+#include "verify/SweepCase.h"
 #include "verify/SweepRun.h"
 
 namespace ixoverify {
@@ -25,13 +26,13 @@ using TPoints = std::vector<TSweepPoint>;
 
 // What the points of one procedure are made from.
 struct TScope {
-  const TProcedure& Procedure;
+  const TSweepCase& Case;
   TSweepMachine& Machine;
   bool Full;
   TSimRandom& Random;
 
   [[nodiscard]] TSweepFacts Try(const TSweepPoint& point, bool tracing = false) const {
-    return RunSweepPoint(Procedure, point, Machine, tracing);
+    return RunSweepPoint(Case, point, Machine, tracing);
   }
 };
 
@@ -82,7 +83,7 @@ TPoints FaultPoints(const TScope& scope) {
 
 TPoints CombinedPoints(const TScope& scope) {
   TPoints points;
-  if (!scope.Procedure.UsesLaser) return points;
+  if (!scope.Case.Flags().LightsBeam) return points;
   for (const TSweepEmission emission : kEmissions) {
     const std::uint32_t ticks = scope.Try({.Emission = emission}).Ticks;
     for (std::uint32_t tick = 0; tick < ticks; ++tick)
@@ -150,22 +151,22 @@ constexpr TDimension kDimensions[] = {
 };
 
 // The largest dimensions last, so that what the others leave of the budget is theirs.
-std::vector<TSweepTask> Tasks(const TSweepOptions& options, TSweepMachine& machine, TSimRandom& random) {
+std::vector<TSweepTask> Tasks(const TSweepOptions& options, const std::vector<TSweepCase>& cases,
+                              TSweepMachine& machine, TSimRandom& random) {
   std::vector<TSweepTask> tasks;
   for (const TDimension& dimension : kDimensions) {
     if (dimension.Name == std::string_view(kFirstLarge))
       std::ranges::move(GasSweepTasks(options.Seed), std::back_inserter(tasks));
-    for (const TProcedure& procedure : SweepProcedures())
-      tasks.push_back(
-          {procedure.Name, dimension.Name, [&procedure, &dimension, &machine, &random, full = options.Full] {
-             std::vector<TSweepTrial> trials;
-             for (const TSweepPoint& point : dimension.Points({procedure, machine, full, random}))
-               trials.push_back({[point] { return point.Text(); },
-                                 [&procedure, &dimension, &machine, point] {
-                                   return RunSweepPoint(procedure, point, machine, dimension.Tracing).Violations;
-                                 }});
-             return trials;
-           }});
+    for (const TSweepCase& what : cases)
+      tasks.push_back({what.Name, dimension.Name, [&what, &dimension, &machine, &random, full = options.Full] {
+                         std::vector<TSweepTrial> trials;
+                         for (const TSweepPoint& point : dimension.Points({what, machine, full, random}))
+                           trials.push_back({[point] { return point.Text(); },
+                                             [&what, &dimension, &machine, point] {
+                                               return RunSweepPoint(what, point, machine, dimension.Tracing).Violations;
+                                             }});
+                         return trials;
+                       }});
   }
   return tasks;
 }
@@ -182,15 +183,14 @@ std::uint64_t TSweepResult::Enumerated() const { return Sum(Rows, &TSweepRow::En
 std::uint64_t TSweepResult::Run() const { return Sum(Rows, &TSweepRow::Run); }
 std::uint64_t TSweepResult::Survived() const { return Sum(Rows, &TSweepRow::Survived); }
 
-const std::vector<TProcedure>& SweepProcedures() {
-  static const std::vector<TProcedure> all = [] {
-    const auto own = Procedures();
-    const auto variants = VariantProcedures();
-    std::vector<TProcedure> rows(own.begin(), own.end());
-    rows.insert(rows.end(), variants.begin(), variants.end());
-    return rows;
-  }();
-  return all;
+TResult<> CheckSweepName(const std::string& name) {
+  std::vector<std::string> known = GasSweepNames();
+  for (const TSweepCase& what : SweepCases()) known.push_back(what.Name);
+  if (std::ranges::find(known, name) != known.end()) return {};
+  if (WasProcedure(name)) return AskProcedure(name).Problem();
+  std::string names;
+  for (const std::string& each : known) names += (names.empty() ? "" : ", ") + each;
+  return TProblem{.What = "\"" + name + "\" is no procedure", .Remedy = "the procedures are: " + names};
 }
 
 TSweepResult RunSweep(const TSweepOptions& options, const std::function<void(const TSweepRow&)>& progress) {
@@ -199,8 +199,9 @@ TSweepResult RunSweep(const TSweepOptions& options, const std::function<void(con
   TSweepResult result;
   TSimRandom random(options.Seed);
   TSweepMachine machine;
+  const std::vector<TSweepCase> cases = SweepCases();
 
-  std::vector<TSweepTask> tasks = Tasks(options, machine, random);
+  std::vector<TSweepTask> tasks = Tasks(options, cases, machine, random);
   if (!options.Procedure.empty())
     std::erase_if(tasks, [&](const TSweepTask& task) { return task.Procedure != options.Procedure; });
 

@@ -23,10 +23,10 @@
 #include <string>
 #include <vector>
 
-#include "controller/procedures/Procedures.h"
+#include "ixocamglue/support/Problem.h"
 
 namespace ixoverify {
-using namespace ixocontroller;
+using namespace ixocamglue;
 
 struct TSweepOptions {
   bool Full = false;                 // no limit
@@ -53,8 +53,8 @@ struct TSweepResult {
   [[nodiscard]] std::uint64_t Survived() const;
 };
 
-// The host's procedures and their variants.
-[[nodiscard]] const std::vector<TProcedure>& SweepProcedures();
+// Every name that TSweepOptions::Procedure may have, or what is wrong with one.
+[[nodiscard]] TResult<> CheckSweepName(const std::string& name);
 
 // Runs in virtual time on the calling thread. `progress` (may be empty) is told each finished row.
 [[nodiscard]] TSweepResult RunSweep(const TSweepOptions& options,

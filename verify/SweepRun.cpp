@@ -6,8 +6,8 @@
 #include <unistd.h>
 #include <utility>
 
-#include "controller/Controller.h"
 #include "controller/StateFolder.h"
+#include "controller/procedures/ProcedureRun.h"
 #include "ixocamglue/config/Uassistconfig.h"
 #include "ixocamglue/motion/Usequence.h"
 #include "ixocamglue/support/Format.h"
@@ -54,23 +54,15 @@ struct TNullSink final : ILogSink {
   void Write(const TLogRecord&) override {}
 };
 
-// The diagnostic channel is listened to only where its sink is what is tried.
-class TListening {
- public:
-  explicit TListening(bool on) { TLogService::Listen(on ? kDiagAll : 0); }
-  ~TListening() { TLogService::Listen(0); }
-  TListening(const TListening&) = delete;
-  TListening& operator=(const TListening&) = delete;
-};
-
 // One run of one procedure with one thing going wrong.
 class TSweepRun {
  public:
-  TSweepRun(const TProcedure& procedure, const TSweepPoint& point, TSweepMachine& machine, bool tracing)
-      : FProcedure(procedure), FPoint(point), FMachine(machine), FListening(tracing), FController(Options()) {
-    if (procedure.Prepare) procedure.Prepare(Machine());
+  // The diagnostic channel is listened to only where its sink is what is tried.
+  TSweepRun(const TSweepCase& what, const TSweepPoint& point, TSweepMachine& machine, bool tracing)
+      : FCase(what), FPoint(point), FMachine(machine), FRun(Options(), {}, tracing ? kDiagAll : 0) {
+    if (what.Prepare) what.Prepare(Machine());
     ArrangeEmission();
-    FController.RunPass();  // power-up
+    FRun.Ready();
     FDeviceBase = Gate().Calls();
     FSinkBase = FLogGate.Calls();
     ArrangeFaults();
@@ -78,8 +70,6 @@ class TSweepRun {
 
   TSweepFacts Run() {
     FTickBase = Watch().Tick.load();
-    if (std::string reason; !FController.Start(ShareRoot(FProcedure.Make()), &reason))
-      Violation("cannot start: " + reason);
     RunProcedure();
     FFacts.Ticks = Watch().Tick.load() - FTickBase;
     FFacts.DeviceCalls = Gate().Calls() - FDeviceBase;
@@ -98,12 +88,12 @@ class TSweepRun {
     options.Supervisor = false;  // the procedures and the platform must be enough
     options.LogCapacity = 64;
     options.Sinks = {&FGatedSink};
-    if (FProcedure.UsesConfig) options.MachineFile = FMachine.Fresh();
-    const auto adjust = [&procedure = FProcedure](TSimConfig& config) {
+    if (!FCase.PlainMachine) options.MachineFile = FMachine.Fresh();
+    const auto adjust = [&what = FCase](TSimConfig& config) {
       config.Physics.EmissionDelayMs = 30;
       config.Physics.EmissionJitterMs = 0;
-      if (procedure.UsesConfig) Hurry(config);
-      config.Physics.Follower = !procedure.DriverZ;
+      if (!what.PlainMachine) Hurry(config);
+      config.Physics.Follower = !what.DriverZ;
       config.Physics.SecondFollower = config.Physics.Follower;
     };
     options.Machines = {SimulatedMachine({.Adjust = adjust})};
@@ -164,30 +154,35 @@ class TSweepRun {
   }
 
   void RunProcedure() {
-    const std::uint64_t start = Clock().MonotonicMs();
-    bool cut = false;
-    while (FController.Running()) {
-      if (FPoint.AbortTick && !FAbortedAt && Watch().Tick.load() - FTickBase >= *FPoint.AbortTick &&
-          FController.Framework().CurrentState() == nsCustomMotion) {
-        FAbortedAt = FController.Journal().Size();
-        FAbortBase = Gate().Calls();
-        if (FPoint.FromAbort) PlanDeviceFault(FAbortBase);
-        FController.Framework().Abort(FPoint.Reason);
-      }
-      FLastPass = FController.Journal().Size();
-      FController.RunPass();
-      const auto& framework = FController.Framework();
-      if (framework.CurrentState() == nsCustomMotion && framework.Busy() == bkNone && !framework.ChangePending())
-        Violation("a tick left neither a busy condition nor a change of state");
-      const std::uint64_t lasted = Clock().MonotonicMs() - start;
-      if (lasted > kCutMs && !cut) {
-        cut = true;
-        if (!FAbortedAt) FAbortedAt = FController.Journal().Size();
-        FController.Framework().Stop();
-      } else if (lasted > kCutMs + kSettleMs) {
-        return Violation("the procedure does not end");
-      }
+    FStartMs = Clock().MonotonicMs();
+    FRun.OnPass([this] { BeforePass(); }, [this] { AfterPass(); });
+    try {
+      FRun.Drive(ShareRoot(FCase.MakeRoot()), kCutMs, kSettleMs);
+    } catch (const EProblem& e) {
+      Violation(std::string("cannot start: ") + e.what());
     }
+    FRun.OnPass({}, {});
+    if (FController.Running()) Violation("the procedure does not end");
+  }
+
+  void BeforePass() {
+    if (FPoint.AbortTick && !FAbortedAt && Watch().Tick.load() - FTickBase >= *FPoint.AbortTick &&
+        FController.Framework().CurrentState() == nsCustomMotion) {
+      FAbortedAt = FController.Journal().Size();
+      FAbortBase = Gate().Calls();
+      if (FPoint.FromAbort) PlanDeviceFault(FAbortBase);
+      FController.Framework().Abort(FPoint.Reason);
+    }
+    FLastPass = FController.Journal().Size();
+  }
+
+  void AfterPass() {
+    const auto& framework = FController.Framework();
+    if (framework.CurrentState() == nsCustomMotion && framework.Busy() == bkNone && !framework.ChangePending())
+      Violation("a tick left neither a busy condition nor a change of state");
+    // The cut that comes now is an abort.
+    if (Clock().MonotonicMs() - FStartMs >= kCutMs && FController.Running() && !FAbortedAt)
+      FAbortedAt = FController.Journal().Size();
   }
 
   [[nodiscard]] bool Moving() {
@@ -205,10 +200,10 @@ class TSweepRun {
     const auto entries = FController.Journal().Entries();
     TExpectations expected;
     expected.Success = TCustomMotionState::GetExecOK(RootId(), false);
-    expected.GasMayStayOn = FProcedure.LeavesGasOn;
-    expected.MayFollow = FProcedure.LeavesFollowing;
-    expected.OutputsMayStayOn = FProcedure.Outputs == TProcedure::otStay ||
-                                (FProcedure.Outputs == TProcedure::otStayAfterAbort && !expected.Success);
+    expected.GasMayStayOn = FCase.Flags().LeavesGasOn;
+    expected.MayFollow = FCase.Flags().LeavesFollowing;
+    expected.OutputsMayStayOn = FCase.Flags().Outputs == TProcedureFlags::otStay ||
+                                (FCase.Flags().Outputs == TProcedureFlags::otStayAfterAbort && !expected.Success);
     if (expected.Success != (outcome.Type == metSuccess)) Violation("the success flag contradicts the outcome");
     if (FPoint.AbortTick && FAbortedAt && expected.Success) Violation("aborted, and yet it ended with success");
     if (FPoint.Undisturbed() && !expected.Success)
@@ -218,7 +213,7 @@ class TSweepRun {
     for (std::string& text : CheckRun(entries, FController.Machine().Snapshot(), expected)) Violation(std::move(text));
   }
 
-  [[nodiscard]] std::int32_t RootId() const { return FProcedure.Make()->GetID(); }
+  [[nodiscard]] std::int32_t RootId() const { return FCase.MakeRoot()->GetID(); }
 
   // Where the run stopped being normal: the abort, or the call that failed in the pass that ended it.
   [[nodiscard]] std::optional<std::size_t> AbortIndex(const std::vector<TJournalEntry>& entries) const {
@@ -244,15 +239,16 @@ class TSweepRun {
       Violation("the next procedure did not succeed");
   }
 
-  const TProcedure& FProcedure;
+  const TSweepCase& FCase;
   const TSweepPoint& FPoint;
   TSweepMachine& FMachine;
-  TListening FListening;
   TNullSink FSink;
   TCallGate FLogGate;
   TGatedSink FGatedSink{FSink, FLogGate};
-  TController FController;
+  TProcedureRun FRun;
+  TController& FController = FRun.Controller();
   TSweepFacts FFacts;
+  std::uint64_t FStartMs = 0;
   std::uint64_t FDeviceBase = 0;
   std::uint64_t FSinkBase = 0;
   std::uint64_t FAbortBase = 0;
@@ -309,8 +305,8 @@ const std::filesystem::path& TSweepMachine::Fresh() {
   return FFile;
 }
 
-TSweepFacts RunSweepPoint(const TProcedure& procedure, const TSweepPoint& point, TSweepMachine& machine, bool tracing) {
-  return TSweepRun(procedure, point, machine, tracing).Run();
+TSweepFacts RunSweepPoint(const TSweepCase& what, const TSweepPoint& point, TSweepMachine& machine, bool tracing) {
+  return TSweepRun(what, point, machine, tracing).Run();
 }
 
 }  // namespace ixoverify

@@ -8,11 +8,10 @@
 #include <string>
 #include <vector>
 
-#include "controller/procedures/Procedures.h"
 #include "ixocamglue/platform/states/NcState.h"
+#include "verify/SweepCase.h"
 
 namespace ixoverify {
-using namespace ixocamglue;
 using namespace ixocontroller;
 
 enum class TSweepEmission : std::uint8_t { Configured, AtOnce, AfterOnePoll, AfterEightPolls, Never };
@@ -61,7 +60,7 @@ class TSweepMachine {
 };
 
 // In virtual time, on the calling thread. `tracing`: the diagnostic channel is listened to.
-[[nodiscard]] TSweepFacts RunSweepPoint(const TProcedure& procedure, const TSweepPoint& point, TSweepMachine& machine,
+[[nodiscard]] TSweepFacts RunSweepPoint(const TSweepCase& what, const TSweepPoint& point, TSweepMachine& machine,
                                         bool tracing = false);
 
 }  // namespace ixoverify

@@ -1,10 +1,11 @@
-// One procedure on a session of its own, from the first pass to its report: what `ixocut shot` and `ixocut run` share.
-// Main thread; with Realtime, SIGINT and SIGTERM stop the procedure meanwhile.
+// One procedure on a controller of its own, from standby to its report: the one way in which anything is run. It prints
+// nothing; what happens is told through the logs' sinks and callbacks, and left in a report.
+//
+// Main thread; with Realtime, SIGINT, SIGTERM and SIGHUP stop the procedure meanwhile.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
-#include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
@@ -16,37 +17,22 @@
 #include "controller/SignalStop.h"
 #include "controller/alarms/RunAlarms.h"
 #include "controller/procedures/StepWatch.h"
-#include "ixocut/Console.h"
-
-namespace CLI {
-class App;
-}
 
 namespace ixocontroller {
-using namespace ixocut;
 
-// What the command line says about a run, whatever runs.
-struct TRunSettings {
+// What disturbs a run on purpose.
+struct TRunTriggers {
   std::optional<std::uint64_t> StopAt;   // ms after the procedure was entered
   std::optional<std::uint64_t> AlarmAt;  // the same
   std::vector<std::string> Faults;       // of the machine, by name
-  bool Realtime = false;
-  bool Json = false;
-  bool Trace = false;
-  std::uint64_t Seed = 1;
-  std::optional<std::filesystem::path> Machine, State;
-  std::string Language = "zh";
 };
-
-// `what` is what the help calls a run: "shot".
-void AddRunSettings(CLI::App& command, TRunSettings& settings, const std::string& what);
 
 struct TRunEnd {
   const char* Name = "";  // in JSON: success, stopped, paused, alarm, error, refused, unfinished
   std::string Words;
 };
 
-// What is left of a run when its session has ended.
+// What is left of a run when its controller has ended.
 struct TRunReport {
   TRunEnd End;
   bool Dark = false;        // laser and emission are off
@@ -67,48 +53,62 @@ struct TRunReport {
   [[nodiscard]] bool Success() const { return std::string_view(End.Name) == "success" && Dark; }
 };
 
+// Until the machine has acknowledged standby, in real time with `look` called every few ms; the controller's threads
+// run then. Throws EProblem when it does not.
+void WaitForStandby(TController& controller, const std::function<void()>& look = {});
+
 class TProcedureRun {
  public:
-  // Throws EProblem for files that cannot be used. `console` outlives the run.
-  TProcedureRun(const TRunSettings& settings, TConsole& console);
+  // `listen`: the levels of the diagnostic channel that the sinks get. Throws EProblem for files that cannot be used.
+  explicit TProcedureRun(TControllerOptions options, TRunTriggers triggers = {}, TDiagMask listen = 0);
   TProcedureRun(const TProcedureRun&) = delete;
   TProcedureRun& operator=(const TProcedureRun&) = delete;
 
   [[nodiscard]] TController& Controller() { return FController; }
   [[nodiscard]] const TStepSpans& Steps() const { return FSteps; }
-  // Called with each ms of machine time (real time: every 5 ms). Set before Run; it must not wait.
+  // Called with each ms of machine time (real time: every 5 ms) from then on; it must not wait.
   void OnLook(std::function<void(std::uint64_t nowMs)> look) { FOnLook = std::move(look); }
+  // Virtual time: called before and after each pass of the state framework while the procedure runs.
+  void OnPass(std::function<void()> before, std::function<void()> after);
 
-  // Once. `make` is asked when the machine is ready; `title` is said before. A run longer than `limitMs` is stopped.
-  TRunReport Run(const std::string& title, const std::function<TStepPtr()>& make, std::uint64_t limitMs);
+  // Once, and first: until the machine has acknowledged standby. Throws EProblem when it does not.
+  void Ready();
+  // Once, after Ready. A procedure longer than `limitMs` is stopped and has `endWithinMs` to end. Throws EProblem when
+  // the controller refuses the root.
+  void Drive(std::shared_ptr<IStateMotion> root, std::uint64_t limitMs, std::uint64_t endWithinMs = kEndWithinMs);
+  // Ready, then what `make` makes on the ready machine, its steps watched, and `tailMs` more of machine time.
+  TRunReport Run(const std::function<TStepPtr()>& make, std::uint64_t limitMs, std::uint64_t tailMs = 50);
 
  private:
   // The diagnostic channel is the process's; whatever ends the run, it is silent afterwards.
-  struct TListenEnd {
-    ~TListenEnd() { TLogService::Listen(0); }
+  struct TListening {
+    explicit TListening(TDiagMask mask) { TLogService::Listen(mask); }
+    ~TListening() { TLogService::Listen(0); }
   };
   static constexpr std::uint64_t kNever = ~std::uint64_t{0};
+  static constexpr std::uint64_t kEndWithinMs = 5'000;
 
   void Entered(std::int32_t from, std::int32_t to);
   void Watch(std::uint64_t nowMs);
   void CheckSignal();
   template <class Done>
   bool WaitFor(std::uint64_t limitMs, Done done);
-  [[nodiscard]] TRunEnd HowItEnded(bool ended);
-  TRunReport Report(bool ended);
+  [[nodiscard]] TRunEnd HowItEnded();
+  TRunReport Report();
 
-  const TListenEnd FListenEnd;
-  const TRunSettings& FSettings;
-  TConsole& FConsole;
+  const TListening FListening;
+  const TRunTriggers FTriggers;
   std::function<void(std::uint64_t)> FOnLook;
+  std::function<void()> FBeforePass, FAfterPass;
   TStepSpans FSteps;
   std::atomic<std::uint64_t> FEnteredAt{kNever};
   std::atomic<std::uint64_t> FLeftAt{kNever};
   std::uint64_t FStartMs = 0;
+  bool FInTime = true;
   bool FStopSent = false;
   bool FAlarmSent = false;
   bool FSignalled = false;
-  const TSignalStop* FSignal = nullptr;
+  std::optional<TSignalStop> FSignal;
   TController FController;  // ends first: its clock and its threads call in here
   TRunAlarms FAlarms{FController.Alarms()};
 };

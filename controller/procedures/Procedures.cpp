@@ -1,150 +1,216 @@
 #include "controller/procedures/Procedures.h"
 
 #include <algorithm>
-#include <iterator>
-#include <vector>
+#include <set>
 
-#include "controller/procedures/Travel.h"
 #include "ixocamglue/motion/Usequence.h"
-#include "machines/simulated/Machine.h"
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Nearest.h"
+#include "ixocamglue/support/ValueText.h"
 
 namespace ixocontroller {
 namespace {
 
-// Ids of the host's own procedures; the commands of the step factory end at 612.
-enum TProcedureId : std::int32_t {
-  pidLaserTest = 901,
-  pidGasPurge,
-  pidGasHold,
-  pidCover,
-  pidPierce,
-  pidPierceInner,
-  pidSquare
-};
+constexpr std::int32_t kListId = 990;  // the list that holds what was asked for
 
-constexpr std::int32_t kCoverOutput = 4;
-constexpr std::int32_t kCoverInput = 4;
-constexpr std::int32_t kOxygen = 2;
-
-TSequenceItem Delay(std::uint32_t ms) {
-  return {612, "delay", [ms](TStateMotion& step) { dynamic_cast<TSmtDelay&>(step).SetDelay(ms); }};
+std::vector<const std::vector<TProcedure>*>& Added() {
+  static std::vector<const std::vector<TProcedure>*> added;
+  return added;
 }
 
-TSequenceItem Plain(std::int32_t command, const char* desc) { return {command, desc, nullptr}; }
-
-TSequenceItem GasOn(std::int32_t branch, double bar) {
-  return {141, "gas on", [branch, bar](TStateMotion& step) {
-            auto& gas = dynamic_cast<TSmtGasOnState&>(step);
-            gas.FGasBranch = branch;
-            gas.FGasPressure = bar;
-          }};
+template <class Fits>
+const TProcedure* Find(Fits fits) {
+  const auto rows = Procedures();
+  const auto row = std::ranges::find_if(rows, [&](const TProcedure* r) { return fits(*r); });
+  return row == rows.end() ? nullptr : *row;
 }
 
-template <class Define>
-TStepPtr Sequence(TCustomMotionState* ctrl, Define define) {
-  auto sequence = MakeStepOf<TSmtSequence>(ctrl);
-  define(*sequence);
-  return sequence;
+TStepFactory FactoryOf(std::int32_t command) {
+  const auto commands = MotionCommands();
+  const auto found = std::ranges::find(commands, command, &TMotionCommand::Command);
+  return found == commands.end() ? nullptr : found->Make;
 }
 
-TStepPtr MakeShortShot() { return MakeShot(60); }
-
-TStepPtr MakeLaserTest() {
-  return Sequence(nullptr, [](TSmtSequence& s) {
-    s.Define(pidLaserTest, "laser test",
-             {Plain(516, "shutter and laser on"), Delay(40), Plain(522, "laser off, shutter stays"), Delay(20),
-              Plain(520, "laser on again"), Plain(517, "laser and shutter off")});
-  });
+void Configure(const TMotionCall& call, TStateMotion& step) {
+  for (const TMotionParam& param : call.Row->Params)
+    if (const double value = call.Value(param.Name); param.At.Set && !std::isnan(value)) param.At.Set(step, value);
 }
 
-TStepPtr MakeGasPurge() {
-  return Sequence(nullptr, [](TSmtSequence& s) {
-    s.Define(pidGasPurge, "gas purge", {GasOn(kOxygen, 3.5), Delay(60), Plain(142, "gas off")});
-  });
+std::optional<double> ParseSwitch(std::string_view text) {
+  for (const std::string_view yes : {"true", "yes", "on", "1"})
+    if (SameFolded(text, yes)) return 1.0;
+  for (const std::string_view no : {"false", "no", "off", "0"})
+    if (SameFolded(text, no)) return 0.0;
+  return std::nullopt;
 }
 
-TStepPtr MakeGasHold() {
-  return Sequence(nullptr, [](TSmtSequence& s) { s.Define(pidGasHold, "gas hold", {GasOn(1, 2.0), Delay(30)}); });
+// What is wrong with a row of an application; empty: nothing.
+std::string Refusal(const TProcedure& row) {
+  const std::string_view name = row.Name ? row.Name : "";
+  const auto allowed = [](char c) { return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-'; };
+  if (name.empty() || name.front() == '-' || !std::ranges::all_of(name, allowed))
+    return "a name has small letters, digits and hyphens";
+  if (FindProcedure(name) || WasProcedure(name)) return "the name is taken";
+  if (row.Command != 0 && (row.Command < 0 || row.Command > 0xFFFF || FindProcedure(row.Command)))
+    return Format("the command %d is taken or not in 1..65535", row.Command);
+  if (!row.Make && !FactoryOf(row.Command)) return "it has neither Make nor a command that makes its step";
+  std::set<std::string_view> names;
+  for (const TMotionParam& param : row.Params)
+    if (!names.insert(param.Name).second) return Format("it has two parameters \"%s\"", param.Name);
+  return {};
 }
-
-TStepPtr MakeCover() {
-  return Sequence(nullptr, [](TSmtSequence& s) {
-    s.Define(pidCover, "cover",
-             {{176, "open the cover and wait for its switch",
-               [](TStateMotion& step) {
-                 auto& wait = dynamic_cast<TSmtWaitInport&>(step);
-                 wait.FOutport = kCoverOutput;
-                 wait.FWaitInport = kCoverInput;
-                 wait.FWaitTime = 500;
-                 wait.FNeedOutport = true;
-                 wait.FInportLogic = true;
-               }},
-              Delay(20)});
-  });
-}
-
-// Gas around a beam, the beam in a sequence of its own that is built on entry.
-TStepPtr MakePierce() {
-  return Sequence(nullptr, [](TSmtSequence& outer) {
-    TSequenceItem beam{0, "beam", nullptr, [](TCustomMotionState* ctrl) {
-                         return Sequence(ctrl, [](TSmtSequence& inner) {
-                           inner.Define(pidPierceInner, "beam",
-                                        {Plain(518, "open shutter"), Plain(519, "wait for the shutter"),
-                                         Plain(520, "laser on"), Delay(30), Plain(522, "laser off")},
-                                        true);
-                         });
-                       }};
-    outer.Define(pidPierce, "pierce",
-                 {GasOn(kOxygen, 1.5), std::move(beam), Plain(517, "shutter off"), Plain(142, "gas off")});
-  });
-}
-
-TSequenceItem Travel(TPoint2 target, double mmPerS) {
-  return {0, "travel", nullptr, [target, mmPerS](TCustomMotionState* ctrl) -> TStepPtr {
-            auto travel = MakeStepOf<TSmtTravel>(ctrl);
-            travel->SetTarget(target, mmPerS);
-            return travel;
-          }};
-}
-
-// A square of 40 mm, cut after the head has travelled there.
-TStepPtr MakeSquare() {
-  return Sequence(nullptr, [](TSmtSequence& s) {
-    s.Define(
-        pidSquare, "square",
-        {Travel({60, 30}, 800), GasOn(kOxygen, 2.5), Plain(518, "open shutter"), Plain(519, "wait for the shutter"),
-         Plain(520, "laser on"), Travel({100, 30}, 200), Travel({100, 70}, 200), Travel({60, 70}, 200),
-         Travel({60, 30}, 200), Plain(517, "laser and shutter off"), Plain(142, "gas off"), Travel({0, 0}, 800)});
-  });
-}
-
-void PrepareCover(TSimMachine& machine) { machine.Ports().FollowOutput(kCoverOutput, kCoverInput, 25); }
-
-constexpr TProcedure kOwn[] = {
-    {"shot", "timed laser shot: shutter, laser, delay, off (515)", MakeShortShot, nullptr, true, false},
-    {"laser-test", "laser on with its wait for emission (516), off in two steps", MakeLaserTest, nullptr, true, false},
-    {"gas-purge", "gas on, delay, gas off", MakeGasPurge, nullptr, false, false},
-    {"gas-hold", "gas on and kept on", MakeGasHold, nullptr, false, true},
-    {"cover", "an output and the input that answers it (176)", MakeCover, PrepareCover, false, false},
-    {"pierce", "gas around a beam that is built late", MakePierce, nullptr, true, false},
-    {"square", "travel, gas, and a beam around a square of 40 mm", MakeSquare, nullptr, true, false},
-};
 
 }  // namespace
 
-std::span<const TProcedure> Procedures() {
-  static const std::vector<TProcedure> all = [] {
-    std::vector<TProcedure> rows(std::begin(kOwn), std::end(kOwn));
-    std::ranges::copy(MachineProcedures(), std::back_inserter(rows));
-    return rows;
-  }();
-  return all;
+std::vector<const TProcedure*> Procedures() {
+  std::vector<const TProcedure*> rows;
+  for (const TProcedure& row : ProcedureTable()) rows.push_back(&row);
+  for (const auto* added : Added())
+    for (const TProcedure& row : *added) rows.push_back(&row);
+  return rows;
 }
 
 const TProcedure* FindProcedure(std::string_view name) {
-  const auto rows = Procedures();
-  const auto row = std::ranges::find(rows, name, [](const TProcedure& p) { return std::string_view(p.Name); });
-  return row == rows.end() ? nullptr : &*row;
+  return Find([&](const TProcedure& row) { return row.Name == name; });
+}
+
+const TProcedure* FindProcedure(std::int32_t command) {
+  return Find([&](const TProcedure& row) { return row.Command == command && command > 0; });
+}
+
+bool WasProcedure(std::string_view name) {
+  return Find([&](const TProcedure& row) { return std::ranges::find(row.Was, name) != row.Was.end(); }) != nullptr;
+}
+
+TResult<const TProcedure*> AskProcedure(std::string_view name) {
+  if (const TProcedure* const row = FindProcedure(name)) return row;
+  TProblem problem{.What = "\"" + std::string(name) + "\" is no procedure"};
+  TNearestName nearest(name);
+  std::string now;
+  for (const TProcedure* row : Procedures()) {
+    nearest.Consider(row->Name);
+    if (std::ranges::find(row->Was, name) != row->Was.end())
+      now += (now.empty() ? "\"" : " or \"") + std::string(row->Name) + "\"";
+  }
+  if (!now.empty())
+    problem.Remedy = "it is called " + now + " now";
+  else if (!nearest.Found().empty())
+    problem.Remedy = "did you mean \"" + std::string(nearest.Found()) + "\"?";
+  else
+    problem.Remedy = "the procedures are: " + ProcedureNames();
+  return problem;
+}
+
+std::string ProcedureNames() {
+  std::string names;
+  for (const TProcedure* row : Procedures()) names += (names.empty() ? "" : ", ") + std::string(row->Name);
+  return names;
+}
+
+TMotionValues TProcedure::SampleValues(TMotionValues values) const {
+  values.resize(Params.size());
+  for (std::size_t i = 0; i < std::min(values.size(), Sample.size()); ++i)
+    if (!values[i]) values[i] = Sample[i];
+  return values;
+}
+
+TAddedProcedures::TAddedProcedures(std::vector<TProcedure> rows) {
+  FRows.reserve(rows.size());
+  Added().push_back(&FRows);
+  for (TProcedure& row : rows) {
+    if (std::string why = Refusal(row); !why.empty()) {
+      Added().pop_back();
+      throw EProblem(pbRequest, TProblem{.What = std::move(why), .Where = std::string("procedure ") + row.Name});
+    }
+    FRows.push_back(std::move(row));
+  }
+}
+
+TAddedProcedures::~TAddedProcedures() { std::erase(Added(), &FRows); }
+
+TStepPtr TMotionCall::Make(TCustomMotionState* ctrl) const {
+  TStepPtr step = Row->Make ? Row->Make(ctrl, Values) : FactoryOf(Row->Command)(ctrl);
+  Configure(*this, *step);
+  return step;
+}
+
+double TMotionCall::Value(std::string_view param) const {
+  for (std::size_t i = 0; i < Row->Params.size(); ++i)
+    if (Row->Params[i].Name == param) return i < Values.size() ? Values[i].value_or(Row->Params[i].Default) : kUnset;
+  return kUnset;
+}
+
+std::string TMotionCall::Text() const {
+  std::string text = Row->Name;
+  for (std::size_t i = 0; i < Values.size(); ++i)
+    if (Values[i]) text += std::string(" --") + Row->Params[i].Name + " " + ParamText(Row->Params[i], *Values[i]);
+  return text;
+}
+
+TSequenceItem ItemOf(const TMotionCall& call) {
+  TSequenceItem item;
+  const TStepPtr sample = call.Make(nullptr);  // throws here what cannot be made, before anything moves
+  item.Desc = call.Desc.empty() ? sample->GetDesc() : call.Desc;
+  item.Command = call.Row->Command;
+  if (call.Row->Make)
+    item.Make = [call](TCustomMotionState* ctrl) { return call.Make(ctrl); };
+  else
+    item.Configure = [call](TStateMotion& step) { Configure(call, step); };
+  return item;
+}
+
+TLimits TMotionCall::LimitsOf(const TMotionParam& param, const TMachineBounds& machine) const {
+  const double branch = param.Bound.Branch ? Value(param.Bound.Branch) : 0.0;
+  return machine.Of(param.Bound, std::isnan(branch) ? 0 : static_cast<std::int32_t>(branch));
+}
+
+TResult<> TMotionCall::Check(const TMotionParam& param, const TMachineBounds& machine) const {
+  const double value = Value(param.Name);
+  if (param.At.Kind == pkSwitch) return {};
+  const std::string text = NumberText(value);
+  if (param.At.Kind == pkWhole && value != std::floor(value)) return TProblem{.What = text + " is not a whole number"};
+  const TLimits limits = LimitsOf(param, machine);
+  if (limits.Allows(value)) return {};
+  const std::string unit = UnitText(param.Unit);
+  return TProblem{.What = text + (limits.IsChoice ? " is not one of " : " is not in ") + limits.Text() +
+                          (unit.empty() ? "" : " ") + unit};
+}
+
+TResult<> TMotionCall::CheckNeeds(const char* prefix) const {
+  std::string together;
+  bool some = false;
+  bool all = true;
+  for (std::size_t i = 0; i < Row->Params.size(); ++i) {
+    const TMotionParam& param = Row->Params[i];
+    const std::string name = std::string(prefix) + param.Name;
+    if (param.Need == TMotionParam::Required && !Values[i]) return TProblem{.What = name + " is missing"};
+    if (param.Need != TMotionParam::Together) continue;
+    together += (together.empty() ? "" : ", ") + name;
+    some = some || Values[i];
+    all = all && Values[i];
+  }
+  if (some && !all) return TProblem{.What = together + " belong together"};
+  return {};
+}
+
+TResult<double> ParseParam(const TMotionParam& param, std::string_view text) {
+  const bool isSwitch = param.At.Kind == pkSwitch;
+  if (const auto value = isSwitch ? ParseSwitch(text) : ParseNumber<double>(text)) return *value;
+  return TProblem{.What = "\"" + std::string(text) + "\" is " + (isSwitch ? "neither true nor false" : "not a number")};
+}
+
+TStepPtr MakeRoot(const std::string& name, std::span<const TMotionCall> calls) {
+  if (calls.size() == 1)
+    if (TStepPtr step = calls.front().Make(nullptr); !step->IsAtomic()) return step;
+  std::vector<TSequenceItem> items;
+  for (const TMotionCall& call : calls) items.push_back(ItemOf(call));
+  auto list = MakeStepOf<TSmtSequence>(nullptr);
+  list->Define(kListId, name, std::move(items));
+  return list;
+}
+
+std::string ParamText(const TMotionParam& param, double value) {
+  return param.At.Kind == pkSwitch ? (value != 0.0 ? "true" : "false") : NumberText(value);
 }
 
 TStepPtr MakeShot(std::uint32_t ms) {

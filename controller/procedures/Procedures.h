@@ -1,42 +1,145 @@
-// The machine procedures that the host knows by name: one table, in the order in which people look them up. A row is
-// all that a procedure needs to be shown as a tree and to join the abort sweep.
+// What people run: every motion command and every procedure of the controller in one table, in the order of the command
+// numbers. `ixocut run`, `record`, `tree`, `sweep` and `procedures`, their help and the reader of sequence files all
+// take names, sentences, parameters and ranges from here. An application adds rows of its own before it runs anything.
 #pragma once
 
+#include <cmath>
 #include <cstdint>
+#include <limits>
 #include <memory>
+#include <optional>
 #include <span>
+#include <string>
 #include <string_view>
+#include <vector>
 
+#include "ixocamglue/motion/Usequence.h"
 #include "ixocamglue/motion/Ustatemotion.h"
 #include "ixocamglue/motion/Ustatemotionbase.h"
-
-namespace ixocamglue {
-class TSimMachine;
-}
+#include "ixocamglue/platform/xml/Bounds.h"
+#include "ixocamglue/support/Problem.h"
 
 namespace ixocontroller {
 using namespace ixocamglue;
 
-struct TProcedure {
-  const char* Name;
-  const char* Summary;                      // English, for help pages
-  TStepPtr (*Make)();                       // the root, not yet built
-  void (*Prepare)(TSimMachine&) = nullptr;  // what the simulated machine needs for it, may be null
-  bool UsesLaser = false;
+// For help pages and lists, in both languages.
+struct TSentence {
+  const char* Zh;
+  const char* En;
+  [[nodiscard]] const char* In(std::string_view language) const { return language == "zh" ? Zh : En; }
+};
+
+enum class TParamKind : std::uint8_t { pkNumber, pkWhole, pkSwitch };
+using enum TParamKind;
+
+inline constexpr double kUnset = std::numeric_limits<double>::quiet_NaN();
+
+// A parameter's value in a step of the row's class; null: the row's Make takes it.
+struct TParamAccess {
+  TParamKind Kind;
+  void (*Set)(TStateMotion& step, double value) = nullptr;
+  double (*Get)(TStateMotion& step) = nullptr;  // kUnset: the step has none
+};
+
+// All values are held as numbers; a switch is 0 or 1.
+struct TMotionParam {
+  const char* Name;  // the option without "--", and the name in files
+  TUnit Unit;
+  TSentence Summary;
+  TBound Bound;    // a pressure's names the parameter that names its branch
+  double Default;  // kUnset: left as the step has it
+  TParamAccess At;
+  enum TNeed : std::uint8_t { Optional, Required, Together } Need = Optional;  // Together: with the others, or none
+};
+
+// Values in the order of the row's parameters; nullopt: not given.
+using TMotionValues = std::vector<std::optional<double>>;
+
+// What a row needs and does.
+struct TProcedureFlags {
+  bool MovesXY = false, MovesZ = false, MovesFocus = false;
+  bool LightsBeam = false;       // laser and emission are off again when it ends, at the latest
+  bool LeavesBeam = false;       // in a list of commands the beam stays on behind it
+  bool EndsBeam = false;         // in a list of commands the beam is off behind it
+  bool NeedsEmission = false;    // alone it waits for ever, or stays dark
   bool LeavesGasOn = false;      // on success
-  bool UsesConfig = false;       // its machine is described by a file
   bool LeavesFollowing = false;  // on success
-  bool DriverZ = false;          // its machine has no follower
   enum TOutputs : std::uint8_t { otOff, otStayAfterAbort, otStay } Outputs = otOff;
 };
 
-[[nodiscard]] std::span<const TProcedure> Procedures();
-[[nodiscard]] const TProcedure* FindProcedure(std::string_view name);  // null: unknown
+struct TProcedure {
+  const char* Name;      // "safe-move": small letters, digits and hyphens
+  std::int32_t Command;  // 0: none
+  TSentence Summary;
+  TProcedureFlags Flags = {};
+  std::vector<TMotionParam> Params = {};
+  TMotionValues Sample = {};  // short and safe, for trees and the abort sweep; what is left out has its default
+  // What the command's number does not make; null otherwise. Throws EProblem for what cannot be made on this machine.
+  TStepPtr (*Make)(TCustomMotionState* ctrl, const TMotionValues& values) = nullptr;
+  std::vector<std::string_view> Was = {};  // names that it had; refused with this one
 
-// Those that move the head, its devices and the rack: every composite and every single command of the step factory.
-[[nodiscard]] std::span<const TProcedure> MachineProcedures();
-// The same on machines that are fitted otherwise, for the abort sweep: a second follower, or none.
-[[nodiscard]] std::span<const TProcedure> VariantProcedures();
+  // `values` filled up: from the sample, and from the defaults.
+  [[nodiscard]] TMotionValues SampleValues(TMotionValues values = {}) const;
+};
+
+inline constexpr std::uint64_t kShotLimitMs = 60'000;
+// The laser's latch ends a beam at 65 s; a shot stays below it.
+inline constexpr std::uint64_t kShotLongestMs = 64'000;
+
+// The controller's own rows.
+[[nodiscard]] const std::vector<TProcedure>& ProcedureTable();
+// The whole table; a row keeps its address.
+[[nodiscard]] std::vector<const TProcedure*> Procedures();
+[[nodiscard]] const TProcedure* FindProcedure(std::string_view name);  // null: unknown
+[[nodiscard]] const TProcedure* FindProcedure(std::int32_t command);   // the same
+// The row, or what is wrong with the name: what it is called now, or what was probably meant.
+[[nodiscard]] TResult<const TProcedure*> AskProcedure(std::string_view name);
+[[nodiscard]] bool WasProcedure(std::string_view name);
+[[nodiscard]] std::string ProcedureNames();  // "move-xy, clean-curve, ..."
+
+// The rows of an application, for its life: made before, ended after whatever uses the table. Throws EProblem for a row
+// that has no step, or a name or number that is taken.
+class TAddedProcedures {
+ public:
+  explicit TAddedProcedures(std::vector<TProcedure> rows);
+  ~TAddedProcedures();
+  TAddedProcedures(const TAddedProcedures&) = delete;
+  TAddedProcedures& operator=(const TAddedProcedures&) = delete;
+
+ private:
+  std::vector<TProcedure> FRows;
+};
+
+// A step of the row with its values, and the row's defaults for those that are not given.
+struct TMotionCall {
+  const TProcedure* Row = nullptr;
+  TMotionValues Values;
+  std::string Desc;  // empty: the step's own
+
+  // Throws what the row's Make throws.
+  [[nodiscard]] TStepPtr Make(TCustomMotionState* ctrl) const;
+  [[nodiscard]] std::string Text() const;  // "gas-on --branch 2 --pressure 1.5"
+  // The value of a parameter as the step will have it; kUnset: it has none.
+  [[nodiscard]] double Value(std::string_view param) const;
+  // What the parameter may be on this machine, beside the call's other values.
+  [[nodiscard]] TLimits LimitsOf(const TMotionParam& param, const TMachineBounds& machine) const;
+  // What is wrong with the value of one parameter.
+  [[nodiscard]] TResult<> Check(const TMotionParam& param, const TMachineBounds& machine) const;
+  // What is missing. `prefix`: what stands before a parameter's name where it was asked for.
+  [[nodiscard]] TResult<> CheckNeeds(const char* prefix) const;
+};
+
+// The value of a text, as the command line has it.
+[[nodiscard]] TResult<double> ParseParam(const TMotionParam& param, std::string_view text);
+
+// A position of a list. Throws EProblem for what cannot be made.
+[[nodiscard]] TSequenceItem ItemOf(const TMotionCall& call);
+// What runs: a single procedure stands for itself; commands become a list, whose leave protects the machine. Throws
+// EProblem for what cannot be made.
+[[nodiscard]] TStepPtr MakeRoot(const std::string& name, std::span<const TMotionCall> calls);
+
+// The number as it is written: "12.5", or a switch's "true".
+[[nodiscard]] std::string ParamText(const TMotionParam& param, double value);
 
 // The timed laser shot, command 515.
 [[nodiscard]] TStepPtr MakeShot(std::uint32_t ms);

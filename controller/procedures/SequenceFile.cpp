@@ -7,11 +7,10 @@
 
 #include <nlohmann/json.hpp>
 
+#include "controller/procedures/BeamCheck.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Nearest.h"
 #include "ixocamglue/support/Problem.h"
-#include "ixocamglue/support/ValueText.h"
-#include "ixocut/procedures/Shot.h"
 
 namespace ixocontroller {
 namespace {
@@ -59,9 +58,23 @@ class TCountingIterator {
   TReadSoFar* FRead;
 };
 
+std::string UnknownParam(const TProcedure& row, const std::string& name) {
+  TNearestName nearest(name);
+  std::string names;
+  nearest.Consider("description");
+  for (const TMotionParam& p : row.Params) {
+    nearest.Consider(p.Name);
+    names += (names.empty() ? "" : ", ") + std::string(p.Name);
+  }
+  return "is no parameter of " + std::string(row.Name) + "; " +
+         (!nearest.Found().empty() ? "did you mean \"" + std::string(nearest.Found()) + "\"?"
+          : names.empty()          ? "it has none"
+                                   : "it has " + names);
+}
+
 class TReader {
  public:
-  TReader(std::filesystem::path file, const TMotionLimits& limits) : FFile(std::move(file)), FLimits(limits) {}
+  TReader(std::filesystem::path file, const TMachineLimits& machine) : FFile(std::move(file)), FMachine(machine) {}
 
   TSequenceFile Read();
 
@@ -70,13 +83,12 @@ class TReader {
   [[noreturn]] void GiveUp() const;
   TJson Parse(const std::string& text);
   void ReadCommand(const TJson& item, const std::string& place, TSequenceFile& out);
-  const TMotionRow* ReadRow(const TJson& item, const std::string& place);
-  void ReadValue(const TMotionRow& row, const std::string& name, const TJson& value, const std::string& place,
-                 TMotionCall& call);
-  void CheckBeam(const TSequenceFile& sequence);
+  const TProcedure* ReadRow(const TJson& item, const std::string& place);
+  bool ReadValue(const TMotionParam& param, const TJson& value, const std::string& place, double& read);
 
   const std::filesystem::path FFile;
-  const TMotionLimits& FLimits;
+  const TMachineLimits& FMachine;
+  TBlame FBlame = pbUnusable;
   std::map<std::string, std::size_t> FLines;  // of each value, by its place
   std::vector<std::string> FProblems;
 };
@@ -92,7 +104,7 @@ void TReader::GiveUp() const {
   for (std::size_t i = 0; i < std::min(FProblems.size(), kMostShown); ++i)
     text += (text.empty() ? "" : "\n") + FProblems[i];
   if (FProblems.size() > kMostShown) text += Format("\nand %zu more", FProblems.size() - kMostShown);
-  throw EProblem(pbUnusable, text);
+  throw EProblem(FBlame, text);
 }
 
 // The parser tells of each value when it has read it; what it stands in is known from the events before.
@@ -184,12 +196,14 @@ TSequenceFile TReader::Read() {
   else
     for (std::size_t i = 0; i < commands->size(); ++i)
       ReadCommand((*commands)[i], Format("commands[%zu]", i), sequence);
-  if (FProblems.empty()) CheckBeam(sequence);
+  if (FProblems.empty())
+    if (const auto beam = CheckBeam(sequence.Calls, FMachine))
+      Problem(Format("commands[%zu]", beam->first), beam->second.Text());
   if (!FProblems.empty()) GiveUp();
   return sequence;
 }
 
-const TMotionRow* TReader::ReadRow(const TJson& item, const std::string& place) {
+const TProcedure* TReader::ReadRow(const TJson& item, const std::string& place) {
   const auto found = item.find("command");
   if (found == item.end()) {
     Problem(place, "\"command\" is missing: a number or a name; `ixocut procedures` lists them");
@@ -198,8 +212,8 @@ const TMotionRow* TReader::ReadRow(const TJson& item, const std::string& place) 
   const std::string at = place + ".command";
   if (found->is_number_integer()) {
     const auto number = found->get<std::int64_t>();
-    const TMotionRow* const row =
-        number > 0 && number <= 0xFFFF ? FindMotionRow(static_cast<std::int32_t>(number)) : nullptr;
+    const TProcedure* const row =
+        number > 0 && number <= 0xFFFF ? FindProcedure(static_cast<std::int32_t>(number)) : nullptr;
     if (!row) Problem(at, Format("%lld is no command", static_cast<long long>(number)));
     return row;
   }
@@ -208,90 +222,60 @@ const TMotionRow* TReader::ReadRow(const TJson& item, const std::string& place) 
     return nullptr;
   }
   const auto& name = found->get_ref<const std::string&>();
-  const TMotionRow* const row = FindMotionRow(name);
-  if (!row) {
-    TNearestName nearest(name);
-    std::vector<std::string> known;
-    for (const TMotionRow& r : MotionRows()) known.push_back(r.FullName());
-    for (const std::string& k : known) nearest.Consider(k);
-    Problem(at, "\"" + name + "\" is no command" +
-                    (nearest.Found().empty() ? "" : "; did you mean \"" + std::string(nearest.Found()) + "\"?"));
-  }
-  return row;
+  const auto row = AskProcedure(name);
+  if (row) return *row;
+  if (WasProcedure(name)) FBlame = pbRequest;
+  Problem(at, row.Problem().Text());
+  return nullptr;
 }
 
 void TReader::ReadCommand(const TJson& item, const std::string& place, TSequenceFile& out) {
   if (!item.is_object()) return Problem(place, "is no object with a \"command\"");
-  const TMotionRow* const row = ReadRow(item, place);
+  const TProcedure* const row = ReadRow(item, place);
   if (!row) return;
   TMotionCall call{row, TMotionValues(row->Params.size()), {}};
+  std::vector<std::pair<const TMotionParam*, std::string>> read;
   for (const auto& [name, value] : item.items()) {
     if (name == "command") continue;
     const std::string at = place + "." + name;
-    if (name != "description")
-      ReadValue(*row, name, value, at, call);
-    else if (value.is_string())
-      call.Desc = value.get<std::string>();
-    else
-      Problem(at, "is no text");
+    if (name == "description") {
+      if (value.is_string())
+        call.Desc = value.get<std::string>();
+      else
+        Problem(at, "is no text");
+      continue;
+    }
+    const auto param =
+        std::ranges::find(row->Params, name, [](const TMotionParam& p) { return std::string_view(p.Name); });
+    if (param == row->Params.end()) {
+      Problem(at, UnknownParam(*row, name));
+      continue;
+    }
+    auto& target = call.Values[static_cast<std::size_t>(param - row->Params.begin())].emplace(0.0);  // there, if wrong
+    if (ReadValue(*param, value, at, target)) read.emplace_back(&*param, at);
   }
-  if (const std::string missing = TMotionLimits::CheckNeeds(*row, call.Values, ""); !missing.empty())
-    Problem(place, row->FullName() + ": " + missing);
+  for (const auto& [param, at] : read)  // a value's range can depend on another one
+    if (const auto checked = call.Check(*param, FMachine.Bounds); !checked) Problem(at, checked.Problem().Text());
+  if (const auto whole = call.CheckNeeds(""); !whole)
+    Problem(place, std::string(row->Name) + ": " + whole.Problem().Text());
   out.Calls.push_back(std::move(call));
 }
 
-void TReader::ReadValue(const TMotionRow& row, const std::string& name, const TJson& value, const std::string& place,
-                        TMotionCall& call) {
-  const auto param =
-      std::ranges::find(row.Params, name, [](const TMotionParam& p) { return std::string_view(p.Name); });
-  if (param == row.Params.end()) {
-    TNearestName nearest(name);
-    std::string names;
-    nearest.Consider("description");
-    for (const TMotionParam& p : row.Params) {
-      nearest.Consider(p.Name);
-      names += (names.empty() ? "" : ", ") + std::string(p.Name);
-    }
-    const std::string hint = !nearest.Found().empty() ? "did you mean \"" + std::string(nearest.Found()) + "\"?"
-                             : names.empty()          ? "it has none"
-                                                      : "it has " + names;
-    return Problem(place, "is no parameter of " + row.FullName() + "; " + hint);
+bool TReader::ReadValue(const TMotionParam& param, const TJson& value, const std::string& place, double& read) {
+  if (param.At.Kind == pkSwitch ? !value.is_boolean() : !value.is_number()) {
+    const std::string unit = UnitText(param.Unit);
+    Problem(place, param.At.Kind == pkSwitch ? "is neither true nor false"
+                                             : "is no number" + (unit.empty() ? unit : " (" + unit + ")"));
+    return false;
   }
-  auto& target = call.Values[static_cast<std::size_t>(param - row.Params.begin())];
-  target = 0.0;  // it is there, if wrong
-  if (param->Kind == pkSwitch) {
-    if (!value.is_boolean()) return Problem(place, "is neither true nor false");
-    target = value.get<bool>() ? 1.0 : 0.0;
-    return;
-  }
-  if (!value.is_number()) return Problem(place, "is no number" + (*param->Unit ? Format(" (%s)", param->Unit) : ""));
-  target = value.get<double>();
-  if (const std::string problem = FLimits.Check(*param, *target); !problem.empty()) Problem(place, problem);
-}
-
-// The supervisor and the laser's latch would end a longer beam as well; it never starts here.
-void TReader::CheckBeam(const TSequenceFile& sequence) {
-  bool on = false;
-  double ms = 0.0;
-  for (std::size_t i = 0; i < sequence.Calls.size(); ++i) {
-    const TMotionCall& call = sequence.Calls[i];
-    if (call.Row->Beam == bmOff) on = false;
-    if (call.Row->Beam == bmOn && !on) {
-      on = true;
-      ms = 0.0;
-    }
-    if (!on || call.Row->Command != 612) continue;
-    ms += call.Values[0].value_or(0.0);
-    if (ms > static_cast<double>(kShotLimitMs))
-      return Problem(Format("commands[%zu]", i), Format("the beam would be on for %s ms, which is more than %s ms",
-                                                        ValueText(ms).c_str(), ValueText(kShotLimitMs).c_str()));
-  }
+  read = value.is_boolean() ? (value.get<bool>() ? 1.0 : 0.0) : value.get<double>();
+  return true;
 }
 
 }  // namespace
 
-TSequenceFile ReadSequenceFile(const std::filesystem::path& file, const TMotionLimits& limits) {
-  return TReader(file, limits).Read();
+TSequenceFile ReadSequenceFile(const std::filesystem::path& file, const TMachineLimits& machine) {
+  return TReader(file, machine).Read();
 }
 
 }  // namespace ixocontroller

@@ -15,7 +15,8 @@
 #include <string>
 #include <vector>
 
-#include "controller/procedures/MotionTable.h"
+#include "controller/procedures/MachineLimits.h"
+#include "controller/procedures/Procedures.h"
 
 namespace ixocontroller {
 
@@ -26,7 +27,7 @@ struct TSequenceFile {
 
 // Everything is checked before anything can move. Throws EProblem that names every problem with its line and place:
 // no JSON, names that are unknown or given twice, values of the wrong type or out of the machine's range, a beam that
-// would be on for longer than a shot may.
-[[nodiscard]] TSequenceFile ReadSequenceFile(const std::filesystem::path& file, const TMotionLimits& limits);
+// could be on for longer than a shot may. It is the request that is wrong where a procedure is named as it was once.
+[[nodiscard]] TSequenceFile ReadSequenceFile(const std::filesystem::path& file, const TMachineLimits& machine);
 
 }  // namespace ixocontroller

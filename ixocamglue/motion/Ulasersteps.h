@@ -66,6 +66,7 @@ class TSmtLaserOnTimeState : public TSmtCommand<515, TSmtComposite> {
   void BuildMotionList() override;
   void DoLeaveMotion() override;
   void SetDuration(std::uint32_t ms) { FDuration = ms; }  // survives ResetParams
+  [[nodiscard]] std::uint32_t GetDuration() const { return FDuration; }
 
  private:
   std::uint32_t FDuration = 0;

@@ -8,9 +8,11 @@
 #include <optional>
 #include <string>
 
+#include "ixocut/ControllerSettings.h"
+
 namespace ixocut {
 
-struct TAlarmsOptions {
+struct TAlarmsOptions : TControllerSettings {
   std::string Id;
   std::string File;    // check: what to check
   std::string Script;  // live: lines instead of the terminal's
@@ -21,9 +23,6 @@ struct TAlarmsOptions {
   std::optional<std::int64_t> Level;
   std::uint64_t ForMs = 0;  // watch and live: end by itself after this time; 0: never
   std::uint64_t RetentionDays = 0;
-  std::uint64_t Seed = 1;
-  std::optional<std::filesystem::path> Machine, State;
-  std::string Language = "zh";
 };
 
 int RunAlarmsLookup(const TAlarmsOptions& options, std::ostream& out);

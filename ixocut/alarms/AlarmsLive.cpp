@@ -13,7 +13,6 @@
 
 #include "controller/Controller.h"
 #include "controller/SignalStop.h"
-#include "controller/StateFolder.h"
 #include "controller/procedures/Procedures.h"
 #include "ixocamglue/alarms/Almintprt.h"
 #include "ixocamglue/alarms/Ualarmmanager.h"
@@ -242,15 +241,9 @@ int RunAlarmsLive(const TAlarmsOptions& options, std::ostream& out) {
     std::error_code error;
     std::filesystem::create_directories(db.parent_path(), error);  // what fails here fails again when it is opened
   }
-  TControllerOptions made;
-  made.Machines = Machines();
-  made.MachineFile = MachineFile(options.Machine, options.State);
-  made.LocaleFolder = ShareFolder() / "locale";
-  made.AlarmFolder = ShareFolder() / "alarms";
+  TControllerOptions made = options.Options();
   made.AlarmDb = db;
   made.AlarmRetentionDays = static_cast<int>(options.RetentionDays);
-  made.Language = options.Language;
-  made.Seed = options.Seed;
   made.Realtime = true;
   TController session(std::move(made));
   for (const std::string& notice : session.Notices()) std::cerr << "ixocut alarms: " << notice << std::endl;

@@ -10,17 +10,17 @@
 
 #include "controller/HostTexts.h"
 #include "controller/SignalStop.h"
-#include "controller/StateFolder.h"
 #include "controller/gas/GasCalibration.h"
 #include "controller/gas/GasDescent.h"
 #include "controller/gas/GasRecording.h"
 #include "controller/gas/GasTexts.h"
+#include "controller/procedures/ProcedureRun.h"
 #include "ixocamglue/monitor/Umonitorsink.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/ValueText.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/Console.h"
-#include "ixocut/Machines.h"
+#include "ixocut/ControllerSettings.h"
 #include "ixocut/Plot.h"
 #include "ixocut/gas/GasCommand.h"
 #include "ixocut/gas/GasPlot.h"
@@ -29,22 +29,17 @@
 namespace ixocut {
 namespace {
 
-constexpr std::uint64_t kReadyWithinMs = 5'000;
 constexpr std::uint32_t kLookEveryMs = 20;  // real time
 constexpr int kBarWidth = 24;
 constexpr double kBarLineEvery = 10.0;  // %, where the bar cannot be drawn over itself
 
-struct TCalibrateOptions {
+struct TCalibrateOptions : TControllerSettings {
   std::string Gases;
   TGasNozzle Nozzle;
   std::string Plot, Record;
   std::string Method = "exact";
   bool Descend = false;
-  bool Realtime = false;
   bool Json = false;
-  std::uint64_t Seed = 1;
-  std::optional<std::filesystem::path> Machine, State;
-  std::string Language = "zh";
 };
 
 // The progress on one line: drawn over itself on a terminal, else a line now and then.
@@ -145,7 +140,7 @@ class TCalibrate {
       : FOptions(options),
         FConsole(console),
         FBar(console, !options.Json),
-        FController(SessionOptions(options, console)),
+        FController(options.Options(&console)),
         FCalibration(FController, ParseGases(options.Gases), options.Nozzle) {
     GZemGasAdjustModel()->SetRefined(options.Method == "refined");
   }
@@ -153,8 +148,6 @@ class TCalibrate {
   int Run();
 
  private:
-  static TControllerOptions SessionOptions(const TCalibrateOptions& options, TConsole& console);
-  void Ready();
   template <class Running>
   void Wait(Running running);
   void Look();
@@ -173,19 +166,6 @@ class TCalibrate {
   nlohmann::ordered_json FMessages = nlohmann::ordered_json::array();
 };
 
-TControllerOptions TCalibrate::SessionOptions(const TCalibrateOptions& options, TConsole& console) {
-  TControllerOptions session;
-  session.Machines = Machines();
-  session.MachineFile = MachineFile(options.Machine, options.State);
-  session.LocaleFolder = ShareFolder() / "locale";
-  session.AlarmFolder = ShareFolder() / "alarms";
-  session.Language = options.Language;
-  session.Seed = options.Seed;
-  session.Realtime = options.Realtime;
-  session.Sinks = {&console};
-  return session;
-}
-
 void TCalibrate::Say(const std::string& text) {
   const std::uint64_t ms = Clock().MonotonicMs() - FStartMs;
   FBar.Clear();
@@ -196,19 +176,6 @@ void TCalibrate::Say(const std::string& text) {
 void TCalibrate::Look() {
   for (std::string text; FCalibration.GetMsg(text);) Say(text);
   FBar.Show(FCalibration.Progress(), FCalibration.Now(), Clock().MonotonicMs() - FStartMs);
-}
-
-void TCalibrate::Ready() {
-  const TNcStateFramework& framework = FController.Framework();
-  const std::uint64_t until = Clock().MonotonicMs() + kReadyWithinMs;
-  do {
-    if (FController.VirtualClock())
-      FController.RunPass();
-    else
-      Clock().Sleep(kLookEveryMs);
-    if (Clock().MonotonicMs() >= until)
-      throw EProblem(pbUnusable, "the machine does not acknowledge standby: laser or emission stays on");
-  } while (framework.SafePending() || FController.Framework().Watch().Pass.load() == 0);
 }
 
 template <class Running>
@@ -283,7 +250,7 @@ int TCalibrate::Run() {
   FConsole.SetStart(FStartMs);
   for (const std::string& notice : FController.Notices()) LogMsg(lkWarning, 0, notice, "TPHost");
   if (!FController.VirtualClock()) FController.StartThreads();
-  Ready();
+  WaitForStandby(FController);
   std::string names;
   for (const TGasResult& result : FCalibration.Results()) names += (names.empty() ? "" : ", ") + GasDesc(result.Gas);
   FConsole.Say(Show(SGasTitle, names.c_str(), FOptions.Nozzle.Type.c_str(), ValueText(FOptions.Nozzle.Size).c_str()));
@@ -337,9 +304,7 @@ void AddGasCalibrateCommand(CLI::App& gas, TCommandRun& run) {
       ->needs(record);
   command->add_flag("--realtime", options->Realtime, "Run on the real clock; Ctrl-C stops the calibration");
   command->add_flag("--json", options->Json, "Print one JSON document instead of text");
-  AddSeedOption(*command, options->Seed);
-  AddMachineOptions(*command, options->Machine, options->State);
-  AddLanguageOption(*command, options->Language);
+  AddControllerSettings(*command, *options);
   command->footer(
       "The curves go into the machine file, once all gases are done, and into GasCalibration.config beside it under\n"
       "the nozzle. A pressure that does not settle within 15 s stops the calibration; where the pressure does not\n"

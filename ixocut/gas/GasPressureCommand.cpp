@@ -6,34 +6,29 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
-#include "controller/Controller.h"
 #include "controller/HostTexts.h"
-#include "controller/StateFolder.h"
 #include "controller/gas/GasTexts.h"
+#include "controller/procedures/ProcedureRun.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/ValueText.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/Console.h"
-#include "ixocut/Machines.h"
+#include "ixocut/ControllerSettings.h"
 #include "ixocut/gas/GasCommand.h"
 
 namespace ixocut {
 using namespace ixocontroller;
 namespace {
 
-constexpr std::uint64_t kReadyWithinMs = 5'000;
 constexpr std::uint64_t kSettleMs = 20'000;  // longer than any valve creeps noticeably
 constexpr std::uint64_t kVentMs = 2'000;
 constexpr int kReadings = 40;
 constexpr std::uint64_t kReadingMs = 50;
 
-struct TPressureOptions {
+struct TPressureOptions : TControllerSettings {
   std::string Gas;
   std::string Bar;
-  std::uint64_t Seed = 1;
   bool Json = false;
-  std::optional<std::filesystem::path> Machine, State;
-  std::string Language = "zh";
 };
 
 struct TReached {
@@ -44,12 +39,7 @@ struct TReached {
 
 // Sets the pressure on the simulated machine, waits until it rests, and switches the gas off again.
 TReached Reach(TController& session, std::int32_t branch, double bar) {
-  session.RunFor(kReadingMs);
-  for (std::uint64_t waited = 0; session.Framework().SafePending(); waited += kReadingMs) {
-    if (waited >= kReadyWithinMs)
-      throw EProblem(pbUnusable, "the machine does not acknowledge standby: laser or emission stays on");
-    session.RunFor(kReadingMs);
-  }
+  WaitForStandby(session);
   TNcGas* const gas = CutSystem()->Gas();
   gas->SelectBranch(branch);
   gas->SetPressure(bar);
@@ -77,14 +67,7 @@ int RunPressure(const TPressureOptions& options, std::ostream& out) {
   if (!bar || !(*bar >= 0.0)) throw EProblem(pbRequest, "--bar: \"" + options.Bar + "\" is no pressure in bar");
 
   TConsole console(out, options.Json, false);
-  TControllerOptions session;
-  session.Machines = Machines();
-  session.MachineFile = MachineFile(options.Machine, options.State);
-  session.LocaleFolder = ShareFolder() / "locale";
-  session.Language = options.Language;
-  session.Seed = options.Seed;
-  session.Sinks = {&console};
-  TController machine(session);
+  TController machine(options.Options(&console));
   console.SetStart(Clock().MonotonicMs());
 
   const TGasBranchConfig* const branch = MachineConfig()->GetGasBranch(gas);
@@ -124,9 +107,7 @@ void AddGasPressureCommand(CLI::App& gas, TCommandRun& run) {
   command->add_option("--gas", options->Gas, std::string("The gas: ") + kGasHelp)->required()->type_name("GAS");
   command->add_option("--bar", options->Bar, "The pressure")->required()->type_name("BAR");
   command->add_flag("--json", options->Json, "Print one JSON document instead of text");
-  AddSeedOption(*command, options->Seed);
-  AddMachineOptions(*command, options->Machine, options->State);
-  AddLanguageOption(*command, options->Language);
+  AddControllerSettings(*command, *options);
   command->footer(
       "The pressure reached is the simulated machine's own, at rest; the error is its difference from --bar.\n"
       "\n"

@@ -8,13 +8,12 @@
 #include <nlohmann/json.hpp>
 
 #include "controller/Controller.h"
-#include "controller/StateFolder.h"
 #include "ixocamglue/gascal/Uzemgasadjustmodel.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/ValueText.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/Console.h"
-#include "ixocut/Machines.h"
+#include "ixocut/ControllerSettings.h"
 #include "ixocut/gas/GasCommand.h"
 #include "ixocut/gas/GasTable.h"
 
@@ -24,13 +23,11 @@ namespace {
 
 constexpr std::int32_t kTableGases[] = {1, 2, 3};
 
-struct TTablesOptions {
+struct TTablesOptions : TControllerSettings {
   std::string Gases;
   std::string Nozzle;
   double Size = 0.0;  // 0: not given
   bool Json = false;
-  std::optional<std::filesystem::path> Machine, State;
-  std::string Language = "zh";
 };
 
 // The machine file with the tables beside it; no machine runs.
@@ -45,13 +42,8 @@ class TTables {
 
  private:
   static TControllerOptions Options(const TTablesOptions& options, TConsole& console) {
-    TControllerOptions session;
-    session.Machines = Machines();
-    session.MachineFile = MachineFile(options.Machine, options.State);
-    session.LocaleFolder = ShareFolder() / "locale";
-    session.Language = options.Language;
+    TControllerOptions session = options.Options(&console);
     session.Supervisor = false;
-    session.Sinks = {&console};
     return session;
   }
 

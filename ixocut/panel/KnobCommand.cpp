@@ -9,22 +9,19 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
-#include "controller/StateFolder.h"
 #include "ixocamglue/panel/Uknob.h"
 #include "ixocamglue/support/Faults.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/ValueText.h"
 #include "ixocut/CommandLine.h"
-#include "ixocut/Machines.h"
+#include "ixocut/ControllerSettings.h"
 #include "ixocut/panel/PanelHost.h"
 
 namespace ixocut {
 namespace {
 
-struct TKnobOptions {
-  std::optional<std::filesystem::path> Machine, State;
-  std::string Language = "zh";
+struct TKnobOptions : TControllerSettings {
   bool Json = false;
   std::string Level;
   std::string XY, Z;
@@ -92,12 +89,7 @@ int RunKnob(const TKnobOptions& options, bool setsState, bool setsSpeed, std::os
   const std::optional<double> z = SpeedOf("--z", options.Z);
   if (setsSpeed && !xy && !z) throw EProblem(pbRequest, "--xy or --z is needed");
 
-  TControllerOptions sessionOptions;
-  sessionOptions.Machines = Machines();
-  sessionOptions.MachineFile = MachineFile(options.Machine, options.State);
-  sessionOptions.LocaleFolder = ShareFolder() / "locale";
-  sessionOptions.Language = options.Language;
-  TController session(sessionOptions);
+  TController session(options.Options());
   TKnob& knob = Knob();
   const auto check = [&] {
     if (const std::string problem = CheckKnob(); !problem.empty()) throw EProblem(pbRefused, problem);

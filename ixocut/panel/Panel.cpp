@@ -9,24 +9,20 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
-#include "controller/StateFolder.h"
 #include "controller/alarms/RunAlarms.h"
 #include "ixocamglue/panel/Kbpforms.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/Console.h"
-#include "ixocut/Machines.h"
+#include "ixocut/ControllerSettings.h"
 #include "ixocut/panel/PanelScript.h"
 #include "ixocut/panel/PanelTerminal.h"
 
 namespace ixocut {
 namespace {
 
-struct TPanelOptions {
-  std::optional<std::filesystem::path> Machine, State;
-  std::string Language = "zh";
-  std::uint64_t Seed = 1;
+struct TPanelOptions : TControllerSettings {
   bool Json = false;
   std::string Script;
   std::string Form;
@@ -41,18 +37,6 @@ struct TPanelOptions {
 
 using TOptions = std::shared_ptr<TPanelOptions>;
 
-TControllerOptions SessionOptions(const TPanelOptions& options, ILogSink* sink) {
-  TControllerOptions session;
-  session.Machines = Machines();
-  session.MachineFile = MachineFile(options.Machine, options.State);
-  session.LocaleFolder = ShareFolder() / "locale";
-  session.AlarmFolder = ShareFolder() / "alarms";
-  session.Language = options.Language;
-  session.Seed = options.Seed;
-  if (sink) session.Sinks = {sink};
-  return session;
-}
-
 void PowerUp(TController& session) {
   session.RunPass();
   session.RunPass();
@@ -65,7 +49,7 @@ int RunScript(const TPanelOptions& options, std::ostream& out) {
   TConsole console(out, options.Json, false);
   nlohmann::ordered_json events, raised;
   {
-    TController session(SessionOptions(options, &console));
+    TController session(options.Options(&console));
     console.SetStart(Clock().MonotonicMs());
     PowerUp(session);
     TPanelHost host(session);
@@ -94,7 +78,7 @@ int RunPanel(const TPanelOptions& options, std::ostream& out) {
   if (!options.Script.empty()) return RunScript(options, out);
   if (options.Json) throw EProblem(pbRequest, "--json needs --script FILE");
   TLastLines log;
-  TControllerOptions sessionOptions = SessionOptions(options, &log);
+  TControllerOptions sessionOptions = options.Options(&log);
   sessionOptions.Realtime = true;
   TController session(sessionOptions);
   session.StartThreads();
@@ -181,7 +165,7 @@ int RunWhy(const TPanelOptions& options, std::ostream& out) {
     if (!asked) throw EProblem(pbRequest, "--state: \"" + options.AtState + "\" is no number or name of a state");
   }
 
-  TController session(SessionOptions(options, nullptr));
+  TController session(options.Options());
   PowerUp(session);
   TPanelHost host(session);
   TPanelScript script(host, nullptr);

@@ -1,28 +1,22 @@
 // `ixocut procedures`: what `ixocut run` runs, with parameters, ranges and units.
 #include <iostream>
 #include <memory>
-#include <utility>
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
-#include "controller/StateFolder.h"
-#include "controller/procedures/MotionTable.h"
-#include "controller/procedures/Procedures.h"
 #include "ixocamglue/support/Format.h"
-#include "ixocamglue/support/Problem.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/Machines.h"
+#include "ixocut/procedures/Asked.h"
 
 namespace ixocut {
-using namespace ixocontroller;
 namespace {
 
-struct TProceduresOptions {
+struct TProceduresOptions : TControllerSettings {
   std::string Name;  // empty: all
   bool Json = false;
   bool Faults = false;
-  std::optional<std::filesystem::path> Machine, State;
 };
 
 const char* KindName(TParamKind kind) {
@@ -34,49 +28,51 @@ const char* KindName(TParamKind kind) {
   return "";
 }
 
-bool Asked(const TProceduresOptions& options, const TMotionRow& row) {
-  return options.Name.empty() || options.Name == row.Name || options.Name == row.FullName();
+// What a parameter of the row may be, whatever its other values are.
+TLimits LimitsOf(const TProcedure& row, const TMotionParam& param, const TMachineBounds& machine) {
+  return TMotionCall{&row, TMotionValues(row.Params.size()), {}}.LimitsOf(param, machine);
 }
 
-void Print(std::ostream& out, const TMotionRow& row, const TMotionLimits& limits) {
+void Print(std::ostream& out, const TProcedure& row, const TProceduresOptions& options, const TMachineBounds& machine) {
   const std::string number = row.Command > 0 ? Format("%4d", row.Command) : "    ";
-  out << number << "  " << Format("%-22s %s\n", row.Usage().c_str(), row.Summary);
+  out << number << "  " << Format("%-22s %s\n", row.Name, row.Summary.In(options.Language));
   for (const TMotionParam& param : row.Params) {
-    std::string range = param.Kind == pkSwitch ? "true, false" : limits.Of(param).Text();
-    if (*param.Unit) range += std::string(" ") + param.Unit;
+    std::string range = param.At.Kind == pkSwitch ? "true, false" : LimitsOf(row, param, machine).Text();
+    if (const std::string unit = UnitText(param.Unit); !unit.empty()) range += " " + unit;
     const std::string def = param.Need == TMotionParam::Required ? "needed"
                             : std::isnan(param.Default)          ? "-"
                                                                  : ParamText(param, param.Default);
-    out << Format("        --%-15s %-26s %-8s %s\n", param.Name, range.c_str(), def.c_str(), param.Summary);
+    out << Format("        --%-15s %-26s %-8s %s\n", param.Name, range.c_str(), def.c_str(),
+                  param.Summary.In(options.Language));
   }
 }
 
-nlohmann::ordered_json JsonOf(const TMotionRow& row, const TMotionLimits& limits) {
+nlohmann::ordered_json JsonOf(const TProcedure& row, const TProceduresOptions& options, const TMachineBounds& machine) {
   auto params = nlohmann::ordered_json::array();
   for (const TMotionParam& param : row.Params) {
     nlohmann::ordered_json item{{"name", param.Name},
-                                {"type", KindName(param.Kind)},
-                                {"unit", param.Unit},
-                                {"summary", param.Summary},
+                                {"type", KindName(param.At.Kind)},
+                                {"unit", UnitText(param.Unit)},
+                                {"summary", param.Summary.In(options.Language)},
                                 {"required", param.Need == TMotionParam::Required}};
-    if (param.Kind != pkSwitch) {
-      const TLimits range = limits.Of(param);
-      if (range.Numbers.empty()) {
+    if (param.At.Kind != pkSwitch) {
+      const TLimits range = LimitsOf(row, param, machine);
+      if (range.IsChoice) {
+        item["numbers"] = range.Numbers;
+      } else {
         item["lowest"] = range.Lowest;
         item["highest"] = range.Highest;
-      } else {
-        item["numbers"] = range.Numbers;
       }
     }
     if (param.Need != TMotionParam::Required && !std::isnan(param.Default)) {
-      if (param.Kind == pkSwitch)
+      if (param.At.Kind == pkSwitch)
         item["default"] = param.Default != 0.0;
       else
         item["default"] = param.Default;
     }
     params.push_back(std::move(item));
   }
-  nlohmann::ordered_json item{{"name", row.FullName()}, {"usage", row.Usage()}, {"summary", row.Summary}};
+  nlohmann::ordered_json item{{"name", row.Name}, {"summary", row.Summary.In(options.Language)}};
   if (row.Command > 0) item["command"] = row.Command;
   item["parameters"] = std::move(params);
   return item;
@@ -97,32 +93,16 @@ int ListFaults(const TProceduresOptions& options, std::ostream& out) {
 
 int Run(const TProceduresOptions& options, std::ostream& out) {
   if (options.Faults) return ListFaults(options, out);
-  const TMotionLimits limits = TMotionLimits::OfMachine(MachineFile(options.Machine, options.State));
+  if (!options.Name.empty()) (void)AskProcedure(options.Name).OrThrow(pbRequest);
+  const TMachineBounds machine = options.Limits().Bounds;
   auto document = nlohmann::ordered_json::array();
-  std::size_t shown = 0;
-  for (const TMotionRow& row : MotionRows()) {
-    if (!Asked(options, row)) continue;
-    ++shown;
+  for (const TProcedure* row : Procedures()) {
+    if (!options.Name.empty() && options.Name != row->Name) continue;
     if (options.Json)
-      document.push_back(JsonOf(row, limits));
+      document.push_back(JsonOf(*row, options, machine));
     else
-      Print(out, row, limits);
+      Print(out, *row, options, machine);
   }
-  bool headed = options.Json || !options.Name.empty();
-  for (const TProcedure& procedure : Procedures()) {
-    if (FindMotionRow(std::string_view(procedure.Name)) || (!options.Name.empty() && options.Name != procedure.Name))
-      continue;
-    ++shown;
-    if (!std::exchange(headed, true)) out << "\nThose of `ixocut sweep`, without parameters:\n";
-    if (options.Json)
-      document.push_back({{"name", procedure.Name},
-                          {"usage", procedure.Name},
-                          {"summary", procedure.Summary},
-                          {"parameters", nlohmann::ordered_json::array()}});
-    else
-      out << "      " << Format("%-22s %s\n", procedure.Name, procedure.Summary);
-  }
-  if (shown == 0) throw EProblem(pbRequest, "\"" + options.Name + "\" is no procedure");
   if (options.Json)
     out << nlohmann::ordered_json{{"command", "procedures"}, {"procedures", std::move(document)}}.dump(2) << '\n';
   return kExitSuccess;
@@ -138,6 +118,8 @@ void AddProceduresCommand(CLI::App& program, TCommandRun& run) {
   command->add_flag("--json", options->Json, "Print one JSON document instead of text");
   command->add_flag("--faults", options->Faults, "List what --fault of `ixocut run` makes fail instead");
   AddMachineOptions(*command, options->Machine, options->State);
+  options->Language = "en";
+  AddLanguageOption(*command, options->Language);
   command->footer(
       "Number, name as `ixocut run` takes it, and what it does; then each parameter with its range on this machine, "
       "its\n"

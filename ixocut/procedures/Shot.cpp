@@ -9,7 +9,6 @@
 #include <nlohmann/json.hpp>
 
 #include "controller/HostTexts.h"
-#include "controller/procedures/Procedures.h"
 #include "ixocamglue/motion/Umotiontexts.h"
 #include "ixocut/CommandLine.h"
 
@@ -26,10 +25,10 @@ int RunShot(const TShotOptions& options, std::ostream& out) {
   bool execOK = false;
   std::vector<std::string> lines;  // for the operator, behind the log: the session's end writes its last lines
   const TRunReport report = [&] {
-    TProcedureRun run(options, console);
-    TRunReport made = run.Run(
-        Show(SShotTitle, SLaserOnTimeDesc.Get(), ShownMs(options.Ms)),
-        [&] { return MakeShot(static_cast<std::uint32_t>(options.Ms)); }, options.Ms + kSpareMs);
+    const auto run = MakeRun(options, options, console);
+    console.Say(Show(SShotTitle, SLaserOnTimeDesc.Get(), ShownMs(options.Ms)));
+    const TMotionCall shot{FindProcedure("shot"), {static_cast<double>(options.Ms)}, {}};
+    TRunReport made = run->Run([&] { return MakeRoot("shot", {&shot, 1}); }, options.Ms + kSpareMs);
     execOK = TCustomMotionState::GetExecOK(TSmtLaserOnTimeState::Cmd, false);
     lines = made.Notes;
     std::ranges::move(AlarmLines(made.Alarms, made.StartMs), std::back_inserter(lines));

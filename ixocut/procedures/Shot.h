@@ -1,17 +1,12 @@
-// `ixocut shot`: one timed laser shot on the simulated machine, in virtual or in real time.
+// `ixocut shot`: the row "shot" of the table, with a report of its own and beams up to the latch.
 #pragma once
 
 #include <cstdint>
 #include <iosfwd>
 
-#include "controller/procedures/ProcedureRun.h"
+#include "ixocut/procedures/Asked.h"
 
 namespace ixocut {
-using namespace ixocontroller;
-
-inline constexpr std::uint64_t kShotLimitMs = 60'000;
-// The laser's latch ends a beam at 65 s; a shot stays below it.
-inline constexpr std::uint64_t kShotLongestMs = 64'000;
 
 struct TShotOptions : TRunSettings {
   std::uint64_t Ms = 500;                // how long the beam is on; up to kShotLongestMs
@@ -19,7 +14,7 @@ struct TShotOptions : TRunSettings {
 };
 
 // Returns the exit code; throws EProblem for a duration out of range and for files that cannot be used. Main thread;
-// with Realtime, SIGINT and SIGTERM stop the procedure meanwhile.
+// with Realtime, SIGINT, SIGTERM and SIGHUP stop the procedure meanwhile.
 [[nodiscard]] int RunShot(const TShotOptions& options, std::ostream& out);
 
 }  // namespace ixocut

@@ -1,5 +1,4 @@
 // `ixocut sweep`: runs the abort sweep and prints what it found.
-#include <algorithm>
 #include <iostream>
 #include <memory>
 
@@ -9,7 +8,6 @@
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocut/CommandLine.h"
-#include "verify/GasSweep.h"
 #include "verify/Sweep.h"
 
 namespace ixocut {
@@ -26,7 +24,7 @@ struct TSweepCommand {
 void PrintRow(std::ostream& out, const std::string& procedure, const std::string& dimension, std::uint64_t enumerated,
               std::uint64_t run, std::uint64_t survived) {
   const auto number = [](std::uint64_t value) { return static_cast<unsigned long long>(value); };
-  out << Format("%-16s %-10s %12llu %12llu %12llu\n", procedure.c_str(), dimension.c_str(), number(enumerated),
+  out << Format("%-27s %-10s %12llu %12llu %12llu\n", procedure.c_str(), dimension.c_str(), number(enumerated),
                 number(run), number(survived))
       << std::flush;
 }
@@ -50,15 +48,11 @@ nlohmann::ordered_json JsonOf(const TSweepResult& result, std::uint64_t seed) {
 }
 
 int Run(const TSweepCommand& command, std::ostream& out) {
-  std::vector<std::string> known = GasSweepNames();
-  for (const TProcedure& procedure : SweepProcedures()) known.emplace_back(procedure.Name);
-  if (!command.Sweep.Procedure.empty() && std::ranges::find(known, command.Sweep.Procedure) == known.end()) {
-    std::string names;
-    for (const std::string& name : known) names += (names.empty() ? "" : ", ") + name;
-    throw EProblem(pbRequest,
-                   "--procedure: \"" + command.Sweep.Procedure + "\" is no procedure; the procedures are: " + names);
-  }
-  if (!command.Json) out << "procedure        dimension    enumerated          run     survived\n" << std::flush;
+  if (!command.Sweep.Procedure.empty())
+    if (const auto known = CheckSweepName(command.Sweep.Procedure); !known)
+      throw EProblem(pbRequest, "--procedure: " + known.Problem().Text());
+  if (!command.Json)
+    out << "procedure                   dimension    enumerated          run     survived\n" << std::flush;
   const TSweepResult result = RunSweep(command.Sweep, [&](const TSweepRow& row) {
     if (!command.Json) PrintRow(out, row.Procedure, row.Dimension, row.Enumerated, row.Run, row.Survived);
   });

@@ -1,25 +1,25 @@
-#include "ixocut/procedures/Tree.h"
-
+// `ixocut tree`: the step tree of a procedure, as it is built before it runs.
+#include <algorithm>
 #include <iostream>
 #include <memory>
-#include <ostream>
 #include <string_view>
 #include <vector>
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
-#include "controller/Controller.h"
-#include "controller/StateFolder.h"
-#include "controller/procedures/Procedures.h"
 #include "ixocamglue/support/Format.h"
-#include "ixocamglue/support/Problem.h"
 #include "ixocut/CommandLine.h"
-#include "ixocut/Machines.h"
+#include "ixocut/procedures/Asked.h"
 
 namespace ixocut {
-using namespace ixocontroller;
 namespace {
+
+struct TTreeOptions : TControllerSettings {
+  std::string Name;
+  std::vector<std::string> Params;
+  bool Json = false;
+};
 
 struct TNode {
   std::int32_t Command = 0;
@@ -31,15 +31,22 @@ struct TNode {
   std::vector<TNode> Children;
 };
 
-nlohmann::ordered_json ParamsOf(const TStateMotion& step) {
-  if (const auto* delay = dynamic_cast<const TSmtDelay*>(&step)) return {{"delayMs", delay->GetDelay()}};
-  if (const auto* gas = dynamic_cast<const TSmtGasOnState*>(&step))
-    return {{"branch", gas->FGasBranch}, {"pressureBar", gas->FGasPressure}};
-  if (const auto* wait = dynamic_cast<const TSmtWaitInport*>(&step))
-    return {{"outport", wait->FOutport},   {"switchOutport", wait->FNeedOutport},
-            {"inport", wait->FWaitInport}, {"level", wait->FInportLogic},
-            {"limitMs", wait->FWaitTime},  {"timeOutAlarm", wait->FTimeOutAlarm}};
-  return nlohmann::ordered_json::object();
+// Of a step that has a number in the table.
+nlohmann::ordered_json ParamsOf(TStateMotion& step) {
+  auto params = nlohmann::ordered_json::object();
+  const TProcedure* const row = FindProcedure(step.GetID());
+  if (!row) return params;
+  for (const TMotionParam& param : row->Params) {
+    const double value = param.At.Get ? param.At.Get(step) : kUnset;
+    if (std::isnan(value)) continue;
+    if (param.At.Kind == pkSwitch)
+      params[param.Name] = value != 0.0;
+    else if (param.At.Kind == pkWhole)
+      params[param.Name] = static_cast<std::int64_t>(value);
+    else
+      params[param.Name] = value;
+  }
+  return params;
 }
 
 TNode NodeOf(TStateMotion& step, std::string desc) {
@@ -91,70 +98,60 @@ bool AnyFailed(const TNode& node) {
   return node.Failed || std::any_of(node.Children.begin(), node.Children.end(), AnyFailed);
 }
 
-std::string Names() {
-  std::string names;
-  for (const TProcedure& procedure : Procedures()) names += (names.empty() ? "" : ", ") + std::string(procedure.Name);
-  return names;
-}
-
-}  // namespace
-
-int RunTree(const TTreeOptions& options, std::ostream& out) {
-  const TProcedure* const procedure = FindProcedure(options.Name);
-  if (!procedure) {
-    const std::string why = options.Name.empty() ? "NAME is missing" : "\"" + options.Name + "\" is no procedure";
-    throw EProblem(pbRequest, why + "; the procedures are: " + Names());
-  }
+int Run(const TTreeOptions& options, std::ostream& out) {
+  if (options.Name.empty()) throw EProblem(pbRequest, "NAME is missing; the procedures are: " + ProcedureNames());
+  const TProcedure& row = *AskProcedure(options.Name).OrThrow(pbRequest);
+  const auto machine = options.Limits();
+  TMotionCall call = CallOf(row, ReadParams(row, options.Params), machine.Bounds, false);
+  call.Values = row.SampleValues(std::move(call.Values));
   // A machine and its configuration: parts that are built late ask both.
-  TControllerOptions settings;
-  settings.Machines = Machines();
-  settings.MachineFile = options.Machine ? *options.Machine : ShareFolder() / "machines" / "machine.xml";
-  settings.LocaleFolder = ShareFolder() / "locale";
-  settings.Language = options.Language;
-  TController session(settings);
-  for (const std::string& notice : session.Notices()) std::cerr << "ixocut tree: " << notice << std::endl;
+  TController controller(options.Options());
+  for (const std::string& notice : controller.Notices()) std::cerr << "ixocut tree: " << notice << std::endl;
 
-  const TStepPtr root = procedure->Make();
+  const TStepPtr root = MakeRoot(row.Name, {&call, 1});
   root->BuildData();
   const TNode tree = NodeOf(*root, root->GetDesc());
+  const char* const summary = row.Summary.In(options.Language);
   if (options.Json) {
-    const nlohmann::ordered_json document{
-        {"name", procedure->Name}, {"summary", procedure->Summary}, {"tree", JsonOf(tree)}};
+    const nlohmann::ordered_json document{{"name", row.Name}, {"summary", summary}, {"tree", JsonOf(tree)}};
     out << document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
   } else {
-    out << procedure->Name << ": " << procedure->Summary << '\n' << TextOf(tree) << '\n';
+    out << row.Name << ": " << summary << '\n' << TextOf(tree) << '\n';
     Draw(out, tree, "");
   }
   return AnyFailed(tree) ? kExitOtherwise : kExitSuccess;
 }
 
+}  // namespace
+
 void AddTreeCommand(CLI::App& program, TCommandRun& run) {
   const auto options = std::make_shared<TTreeOptions>();
   CLI::App* const tree = program.add_subcommand("tree", "Print the step tree of a procedure");
-  tree->add_option("NAME", options->Name, "The procedure: " + Names())->type_name("");
+  tree->add_option("NAME", options->Name, "The procedure: " + ProcedureNames())->type_name("");
   tree->add_flag("--json", options->Json, "Print one JSON document instead of text");
-  tree->add_option_function<std::string>(
-          "--machine", [options](const std::string& file) { options->Machine = file; },
-          "The machine file whose values are shown (default: the example)")
-      ->type_name("FILE");
+  AddMachineOptions(*tree, options->Machine, options->State);
   AddLanguageOption(*tree, options->Language);
   std::string procedures = "Procedures:\n";
-  for (const TProcedure& procedure : Procedures())
-    procedures += Format("  %-12s %s\n", procedure.Name, procedure.Summary);
+  for (const TProcedure* row : Procedures()) procedures += Format("  %-20s %s\n", row->Name, row->Summary.En);
   tree->footer(
       procedures +
       "\n"
-      "Each line: command number, class, description, parameters (ms, bar). A part that the machine builds only\n"
-      "when it gets there is shown built and marked.\n"
+      "The parameters of `ixocut run` hold here as well; one that is needed and not given has a sample value.\n"
+      "Each line: command number, class, description, parameters (mm, mm/s, ms, bar). A part that the machine builds\n"
+      "only when it gets there is shown built and marked.\n"
       "\n"
       "Exit codes: 0 success, 1 the tree cannot be built, 2 wrong command line or unknown name, 3 a file problem.\n"
       "\n"
       "Examples:\n"
-      "  ixocut tree shot\n"
+      "  ixocut tree shot --ms 100\n"
       "  ixocut tree pierce --json\n"
       "\n"
       "Software is not the emergency stop.");
-  tree->callback([options, &run] { run = [options] { return RunTree(*options, std::cout); }; });
+  tree->allow_extras();
+  tree->callback([options, tree, &run] {
+    options->Params = tree->remaining();
+    run = [options] { return Run(*options, std::cout); };
+  });
 }
 
 }  // namespace ixocut

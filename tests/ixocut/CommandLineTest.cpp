@@ -138,8 +138,8 @@ TEST_F(CommandLine, AWrongCommandLineIsToldInOneLineAndDoesNothing) {
       {"shot --seed x", "--seed: \"x\" is not a whole number"},
       {"shot --lang fr", "--lang: \"fr\" is not a known language (zh, en)"},
       {"shot --machine ''", "--machine: the name is empty"},
-      {"tree", "NAME is missing; the procedures are: shot, "},
-      {"tree nix", "\"nix\" is no procedure; the procedures are: shot, "},
+      {"tree", "NAME is missing; the procedures are: move-xy, "},
+      {"tree nix", "\"nix\" is no procedure; the procedures are: move-xy, "},
       {"sweep --procedure nix", "--procedure: \"nix\" is no procedure"},
       {"sweep --budget-ms 0", "--budget-ms: 0 is not in 1.."},
       {"modbus read --addr 0", "one of --tcp HOST[:PORT] and --serial DEVICE is needed"},
@@ -233,12 +233,12 @@ TEST_F(CommandLine, ATreeShowsCommandsClassesAndWhatIsBuiltLate) {
   std::vector<int> commands;
   for (const auto& child : shot.at("children")) commands.push_back(child.at("command"));
   EXPECT_THAT(commands, testing::ElementsAre(518, 519, 520, 612, 517));
-  EXPECT_EQ(shot.at("children")[3].at("parameters").at("delayMs"), 60);
+  EXPECT_EQ(shot.at("children")[3].at("parameters").at("ms"), 500);
 
   const TRun pierce = Ixocut("tree pierce");
   EXPECT_EQ(pierce.ExitCode, 0);
   EXPECT_THAT(pierce.Out, HasSubstr("TSmtSequence  beam  (built on entry)\n│  ├─ 518 TSmtEmissionOn"));
-  EXPECT_THAT(pierce.Out, HasSubstr("pressureBar 1.5"));
+  EXPECT_THAT(pierce.Out, HasSubstr("pressure 1.5"));
 }
 
 TEST_F(CommandLine, EveryHelpPageSaysThatSoftwareIsNotTheEmergencyStop) {

@@ -9,11 +9,14 @@
 #include <nlohmann/json.hpp>
 #include <pugixml.hpp>
 
-#include "controller/procedures/MotionTable.h"
+#include "controller/StateFolder.h"
+#include "controller/procedures/Procedures.h"
+#include "controller/procedures/SequenceFile.h"
 #include "fixture/Faults.h"
 #include "fixture/Paths.h"
 #include "fixture/TempDir.h"
 #include "ixocamglue/motion/Ustatemotion.h"
+#include "ixocut/ControllerSettings.h"
 
 namespace ixocamglue::test {
 using namespace ixocontroller;
@@ -46,31 +49,47 @@ class RunCommand : public testing::Test {
   }
   void Write(const std::string& name, const std::string& text) { std::ofstream(FDir.Path() / name) << text; }
 
+  static TMachineLimits Example() {
+    return ixocut::TControllerSettings{.Machine = ShareFolder() / "machines" / "machine.xml", .State = {}}.Limits();
+  }
+
   TTempDir FDir;
 };
 
-// A row whose parameter names a field of another class would throw here.
-TEST(MotionTable, EveryCommandOfTheFactoryHasARowWhoseParametersFitItsStep) {
-  const TMotionLimits limits{TMachineBounds{}};
-  for (const TMotionCommand& command : MotionCommands()) {
-    const TMotionRow* const row = FindMotionRow(command.Command);
-    ASSERT_NE(row, nullptr) << command.Command;
-    TMotionCall call{row, TMotionValues(row->Params.size()), {}};
-    EXPECT_NO_THROW((void)call.Make(nullptr)) << row->FullName();
-    for (std::size_t i = 0; i < row->Params.size(); ++i) {
-      const TLimits range = limits.Of(row->Params[i]);
-      call.Values[i] = range.Numbers.empty() ? range.Highest : range.Numbers.back();
-      EXPECT_EQ(limits.Check(row->Params[i], *call.Values[i]), "") << row->FullName() << " " << row->Params[i].Name;
-      EXPECT_EQ(limits.Check(row->Params[i], 1e7).empty(), row->Params[i].Kind == pkSwitch) << row->Params[i].Name;
-    }
-    EXPECT_NO_THROW((void)call.Make(nullptr)) << row->FullName();
-  }
+// A row whose parameter names a field of another class would throw here; one that names another field is found too.
+TEST(ProcedureTable, EveryCommandOfTheFactoryHasARowWhoseParametersFitItsStep) {
+  for (const TMotionCommand& command : MotionCommands())
+    EXPECT_NE(FindProcedure(command.Command), nullptr) << command.Command;
+  const TMachineBounds machine;
   std::set<std::string> names;
-  for (const TMotionRow& row : MotionRows()) EXPECT_TRUE(names.insert(row.FullName()).second) << row.FullName();
+  for (const TProcedure* row : Procedures()) {
+    SCOPED_TRACE(row->Name);
+    TMotionCall call{row, TMotionValues(row->Params.size()), {}};
+    for (std::size_t i = 0; i < row->Params.size(); ++i) {
+      const TMotionParam& param = row->Params[i];
+      const TLimits range = call.LimitsOf(param, machine);
+      const bool isSwitch = param.At.Kind == pkSwitch;
+      // No two of a row's values are alike, except where there is only one.
+      call.Values[i] = isSwitch ? 1.0 : range.IsChoice ? range.Numbers.back() : range.Highest - static_cast<double>(i);
+      if (!isSwitch && *call.Values[i] < range.Lowest) call.Values[i] = range.Highest;
+      EXPECT_TRUE(call.Check(param, machine).Ok()) << param.Name;
+      TMotionCall wild = call;
+      wild.Values[i] = 1e7;
+      EXPECT_EQ(wild.Check(param, machine).Ok(), isSwitch) << param.Name;
+    }
+    if (row->Command > 0) {
+      const TStepPtr step = call.Make(nullptr);
+      for (std::size_t i = 0; i < row->Params.size(); ++i)
+        EXPECT_EQ(row->Params[i].At.Get(*step), call.Values[i]) << row->Params[i].Name;
+    }
+    EXPECT_TRUE(names.insert(row->Name).second);
+    for (const std::string_view was : row->Was) EXPECT_EQ(FindProcedure(was), nullptr) << was;
+    for (const TMotionParam& param : row->Params) EXPECT_TRUE(*param.Summary.Zh && *param.Summary.En) << param.Name;
+  }
 }
 
-TEST(MotionTable, ParametersReachTheStep) {
-  const TMotionCall call{FindMotionRow(422), {10.0, 20.0, 30.0, -2.5, 400.0}, {}};
+TEST(ProcedureTable, ParametersReachTheStep) {
+  const TMotionCall call{FindProcedure(422), {10.0, 20.0, 30.0, -2.5, 400.0}, {}};
   const TStepPtr step = call.Make(nullptr);
   const auto& move = dynamic_cast<TSmtSafeMoveToXYZF&>(*step);
   EXPECT_EQ(move.FTarget, (TPoint2{10.0, 20.0}));
@@ -92,25 +111,25 @@ TEST_F(RunCommand, EveryCommandRunsFromTheCommandLine) {
       {"move-z --z 40 --speed 100", 0, "Path: XY 0.00 mm, Z 40.00 mm"},
       {"move-work --x 10 --y 10", 0, "(138)"},
       {"move-assist --x 10 --y 10", 0, "X 10.00 Y 10.00"},
-      {"gas --on --branch 2 --pressure 1.5", 0, "Still on: Gas 2"},
-      {"gas --off", 0, "(142)"},
+      {"gas-on --branch 2 --pressure 1.5", 0, "Still on: Gas 2"},
+      {"gas-off", 0, "(142)"},
       {"calibrate-sensor", 0, "(151)"},
       {"auto-calibrate", 0, "3/5: Calibrate the height sensor"},
       {"calibrate-head", 0, "2/2: Raise Z to the safe height (134)"},
       {"follow --height 2", 0, "Still on: Following"},
       {"uninstall-nozzle --row 0 --column 0", 1, "The step that failed, from the outside in:\n  uninstall-nozzle(990)"},
-      {"output --on --port 5", 0, "Still on: Output 5"},
-      {"output --off --port 5", 0, "(173)"},
+      {"output-on --port 5", 0, "Still on: Output 5"},
+      {"output-off --port 5", 0, "(173)"},
       {"wait-input --input 4 --output 4 --switch-output true --time 50", 0, "(176)"},
       {"safe-move-xyz --x 10 --y 10 --z 20", 0, "3/3: "},
       {"lubricate --min-x 100 --min-y 100 --max-x 200 --max-y 150", 0, "Path: XY 765.03 mm"},
       {"focus --focus -3", 0, "F -3.00"},
       {"laser-on", 0, "(516)"},
       {"wait-emission --limit 500", 1, "Did not end within its time limit"},
-      {"clean-nozzle --auto", 0, "7/7: "},
+      {"clean-nozzle-auto", 0, "7/7: "},
       {"change-nozzle --from 1 --to 2", 0, "25/25: "},
-      {"go maintenance", 0, "4/4: "},
-      {"go blanking", 0, "X 1500.00 Y 1400.00"},
+      {"go-maintenance", 0, "4/4: "},
+      {"go-blanking", 0, "X 1500.00 Y 1400.00"},
       {"shot --ms 60", 0, "5/5: Laser off (517)"},
       {"pierce", 0, "  1/5: open shutter (518)"},
       {"safe-move --x 100 --y 50 --stop-at 50", 1, "Stopped after "},
@@ -139,14 +158,12 @@ TEST_F(RunCommand, AWrongCommandLineIsToldAndNothingRuns) {
       {"safe-move --x 1,5 --y 1", "--x: \"1,5\" is not a number"},
       {"safe-move --xx 1 --y 2", "--xx was not expected; did you mean --x?"},
       {"safe-move --x 1 --y 2 more", "more was not expected"},
-      {"output --on --port 99", "--port: 99 is not one of -1, 1..9"},
+      {"output-on --port 99", "--port: 99 is not one of -1, 1..9"},
       {"wait-input --input 4 --level maybe", "--level: \"maybe\" is neither true nor false"},
       {"lubricate --count 1.5", "--count: 1.5 is not a whole number"},
       {"lubricate --min-x 3", "--min-x, --min-y, --max-x, --max-y belong together"},
-      {"gas --on --branch 2 --pressure 26", "--pressure: 26 is not in 0..25 bar"},
-      {"gas --branch 2", "one of gas --on and gas --off is needed"},
-      {"gas --off --branch 2", "--branch: is no option of gas --off"},
-      {"go home", "home"},
+      {"gas-on --branch 2 --pressure 11", "--pressure: 11 is not in 0..10 bar"},
+      {"gas-off --branch 2", "gas-off: --branch was not expected"},
       {"shot --ms 60001", "--ms: 60001 is not in 0..60000 ms"},
       {"change-nozzle --from 1 --to 99", "there is no nozzle 99"},
       {"safe-z --plot picture.png", "--plot: \"picture.png\" does not end in .svg"},
@@ -171,7 +188,7 @@ TEST_F(RunCommand, AFileIsCheckedAsAWholeBeforeAnythingMoves) {
       {"{\"commands\": [{\"command\": 131, \"x\": 1e999}]}", "f.json:1: no JSON: number overflow"},
       {"{\"commands\": [\n{\"command\": 612, \"ms\": 1},\n{\"command\": 132}]}",
        "f.json:3: commands[1].command: 132 is no command"},
-      {"{\"commands\": [{\"command\": \"gas_on\"}]}", "\"gas_on\" is no command; did you mean \"gas-on\"?"},
+      {"{\"commands\": [{\"command\": \"gas_on\"}]}", "\"gas_on\" is no procedure; did you mean \"gas-on\"?"},
       {"{\"commands\": [{\"x\": 1}]}", "commands[0]: \"command\" is missing"},
       {"{\"commands\": [17]}", "commands[0]: is no object"},
       {"{\"comands\": 1,\n\"commands\": [{\"command\": 142}]}", "f.json:1: comands: unknown name"},
@@ -185,7 +202,7 @@ TEST_F(RunCommand, AFileIsCheckedAsAWholeBeforeAnythingMoves) {
        "f.json:2: commands[0].x: is there twice"},
       {"{\"commands\": [{\"command\": 134, \"only-up\": 1}]}", "commands[0].only-up: is neither true nor false"},
       {"{\"commands\": [{\"command\": 516}, {\"command\": 612, \"ms\": 40000}, {\"command\": 612, \"ms\": 30000}]}",
-       "commands[2]: the beam would be on for 70000 ms, which is more than 60000 ms"},
+       "commands[2]: the beam would be on for 75100 ms, which is more than 60000 ms"},
       {"{\"commands\": [{\"command\": [[[[[[[[[[1]]]]]]]]]]}]}", "lists within lists are no sequence"},
   };
   for (const auto& c : cases) {
@@ -196,6 +213,56 @@ TEST_F(RunCommand, AFileIsCheckedAsAWholeBeforeAnythingMoves) {
     EXPECT_EQ(run.Out, "") << c.File;
   }
   EXPECT_THAT(Ixocut("run none.json").Err, HasSubstr("none.json: is no file that can be read"));
+}
+
+// From the light to the dark nothing of unknown length, and a minute at most.
+TEST_F(RunCommand, ABeamThatCouldStayOnIsRefusedBeforeItIsLit) {
+  const struct {
+    const char* Commands;
+    const char* Text;  // empty: it runs
+  } cases[] = {
+      {R"(518, 519, 520, ["lubricate", "count", 1000], 517)",
+       "commands[3]: lubricate is not allowed while the beam is on (how long it lasts is not known)"},
+      {"518, 520, 519, 517", "commands[2]: wait-emission is not allowed"},
+      {R"(516, [141, "branch", 2, "pressure", 1], 517)", "commands[1]: gas-on is not allowed"},
+      {"516, 142", "commands[1]: gas-off is not allowed"},
+      {R"(516, ["shot"], 517)", "commands[1]: shot is not allowed"},
+      {R"(516, [612, "ms", 54900], 522)", ""},
+      {R"(516, [612, "ms", 54901], 522)", "commands[1]: the beam would be on for 60001 ms"},
+      {R"(518, 520, [612, "ms", 60000], 522, [612, "ms", 9000], 520, [612, "ms", 60000])", ""},
+      {R"(520, [176, "input", 4, "output", 4, "time", 60001])", "commands[1]: the beam would be on for 60001 ms"},
+      {R"([131, "x", 0, "y", 0], 520, [131, "x", 300, "y", 400, "speed", 10], 517)", ""},
+      {R"([131, "x", 0, "y", 0], 520, [131, "x", 600, "y", 400, "speed", 10], 517)", "on for 74111 ms"},
+      // From wherever the head stands.
+      {R"(520, [131, "x", 3050, "y", 1530, "speed", 100], 517)", ""},
+      {R"([137, "x", 0, "y", 0], 138, 520, [131, "x", 10, "y", 0, "speed", 50], 517)", "on for 70066 ms"},
+      {R"([136, "z", 100], 520, [136, "z", 110, "speed", 1], 517)", ""},
+      {R"([134, "z", 100, "use-safe-z", false], 520, [136, "z", 110, "speed", 1], 517)", "on for 112000 ms"},
+      {R"(520, [134, "speed", 2], 517)", "on for 62000 ms"},
+      {R"([421, "focus", 5], 520, [421, "focus", -5, "speed", 0.2], 517)", ""},
+      {R"(520, [421, "focus", -5, "speed", 0.4], 517)", "on for 64500 ms"},
+  };
+  for (const auto& c : cases) {
+    auto commands = nlohmann::json::array();
+    for (const auto& item : nlohmann::json::parse(std::string("[") + c.Commands + "]")) {
+      nlohmann::json command{{"command", item.is_array() ? item[0] : item}};
+      for (std::size_t i = 1; item.is_array() && i + 1 < item.size(); i += 2)
+        command[item[i].get<std::string>()] = item[i + 1];
+      if (command["command"] == 138) command.update({{"x", 5}, {"y", 5}});
+      commands.push_back(command);
+    }
+    Write("f.json", nlohmann::json{{"commands", commands}}.dump());
+    if (*c.Text == '\0') {
+      EXPECT_NO_THROW((void)ReadSequenceFile(FDir.Path() / "f.json", Example())) << c.Commands;
+      continue;
+    }
+    try {
+      (void)ReadSequenceFile(FDir.Path() / "f.json", Example());
+      ADD_FAILURE() << c.Commands << " is accepted";
+    } catch (const EProblem& e) {
+      EXPECT_THAT(e.what(), HasSubstr(c.Text)) << c.Commands;
+    }
+  }
 }
 
 TEST_F(RunCommand, TheReportTellsTheStoryOfTheRun) {
@@ -232,6 +299,72 @@ TEST_F(RunCommand, TheReportTellsTheStoryOfTheRun) {
     EXPECT_THAT(text.Out, HasSubstr(line));
 }
 
+// One name for each, wherever it is met; what it was called is refused with that name.
+TEST_F(RunCommand, AProcedureHasOneNameAndItsOldOnesAreRefusedWithIt) {
+  const std::pair<const char*, const char*> names[] = {{"brush-curve", "clean-curve"},
+                                                       {"raise", "safe-z"},
+                                                       {"go-xy", "safe-move"},
+                                                       {"work-xy", "move-work"},
+                                                       {"assist-xy", "move-assist"},
+                                                       {"calibrate", "calibrate-sensor"},
+                                                       {"simple-calibrate", "calibrate-head"},
+                                                       {"uninstall", "uninstall-nozzle"},
+                                                       {"install", "install-nozzle"},
+                                                       {"go-xyz", "safe-move-xyz"},
+                                                       {"go-xyzf", "safe-move-xyzf"},
+                                                       {"clean-manual", "clean-nozzle-manual"},
+                                                       {"clean-auto", "clean-nozzle-auto"},
+                                                       {"gas", "gas-off"},
+                                                       {"output", "output-on"},
+                                                       {"clean-nozzle", "clean-nozzle-auto"},
+                                                       {"go", "go-blanking"}};
+  for (const auto& [was, is] : names) {
+    Write("f.json", std::string(R"({"commands": [{"command": ")") + was + "\"}]}");
+    for (const std::string& command :
+         {std::string("run ") + was, std::string("tree ") + was, std::string("procedures ") + was,
+          std::string("record --out a --procedure ") + was, std::string("sweep --procedure ") + was,
+          std::string("run f.json")}) {
+      const TRun run = Ixocut(command);
+      EXPECT_EQ(run.ExitCode, 2) << command << run.Err;
+      EXPECT_THAT(run.Err, HasSubstr(std::string("\"") + is + "\"")) << command;
+    }
+    EXPECT_EQ(Ixocut(std::string("tree ") + is).ExitCode, 0) << is;
+  }
+}
+
+TEST_F(RunCommand, ATreeShowsTheMachineThatRunsAndTheParametersOfEveryStep) {
+  const auto shown = [&](const char* arguments) { return Json(arguments, 0).at("tree"); };
+  const auto move = shown("tree safe-move --x 7 --speed 100");
+  EXPECT_EQ(move.at("parameters"), nlohmann::json({{"x", 7.0}, {"y", 30.0}, {"speed", 100.0}}));
+  EXPECT_EQ(move.at("children")[0].at("parameters").at("only-up"), true);
+  EXPECT_EQ(move.at("children")[1].at("parameters"), nlohmann::json({{"x", 7.0}, {"y", 30.0}, {"speed", 100.0}}));
+  EXPECT_EQ(Ixocut("tree safe-move --x 4000").ExitCode, 2);
+  EXPECT_EQ(Ixocut("tree safe-move --z 1").ExitCode, 2);
+
+  std::string machine = Read("ixocut/machine.xml");
+  const std::string place = "<MaintainCutHead Enabled=\"True\" PosX=\"";
+  const std::size_t at = machine.find(place);
+  ASSERT_NE(at, std::string::npos);
+  machine.replace(at + place.size(), 3, "123");
+  Write("ixocut/machine.xml", machine);
+  EXPECT_EQ(shown("tree go-maintenance").at("parameters").at("x"), 123.0);
+}
+
+TEST_F(RunCommand, ARecordingShowsTheFirstStepAndRunsWhatRunRuns) {
+  const auto log = [&](const std::string& arguments) {
+    std::string lines;
+    for (const auto& line : Json(arguments + " --lang en", 0).at("log"))
+      lines += line.at("text").get<std::string>() + "\n";
+    return lines;
+  };
+  EXPECT_THAT(log("record --procedure shot --out a.csv"), HasSubstr("1/5: Open shutter\n2/5: "));
+  EXPECT_EQ(log("record --procedure shot --out a.csv"), log("run shot"));
+  EXPECT_EQ(log("record --procedure safe-move --x 50 --y 20 --out a.csv"), log("run safe-move --x 50 --y 20"));
+  const TRun run = Ixocut("record --procedure safe-move --x 50 --out a.csv");
+  EXPECT_EQ(run.ExitCode, 2);
+  EXPECT_THAT(run.Err, HasSubstr("safe-move: --y is missing"));
+}
+
 TEST_F(RunCommand, AFailureNamesTheWayToItsLeafAndWhatIsStillOn) {
   const auto run = Json("run change-nozzle --from 1 --to 2 --fault rack.stage-stuck --lang en", 1);
   EXPECT_EQ(run.at("outcome"), "error");
@@ -241,13 +374,13 @@ TEST_F(RunCommand, AFailureNamesTheWayToItsLeafAndWhatIsStillOn) {
 }
 
 TEST_F(RunCommand, ThePlotIsAPicture) {
-  const TRun run = Ixocut("run clean-nozzle --manual --plot 'it is.svg' --lang en");
+  const TRun run = Ixocut("run clean-nozzle-manual --plot 'it is.svg' --lang en");
   ASSERT_EQ(run.ExitCode, 0) << run.Err;
   pugi::xml_document svg;
   ASSERT_TRUE(svg.load_file((FDir.Path() / "it is.svg").c_str()));
   EXPECT_STREQ(svg.document_element().name(), "svg");
   const std::string text = Read("it is.svg");
-  for (const char* word : {"clean-nozzle --manual", "XY path (mm)", "Z (mm)", "Signals", "Emission"})
+  for (const char* word : {"clean-nozzle-manual", "XY path (mm)", "Z (mm)", "Signals", "Emission"})
     EXPECT_THAT(text, HasSubstr(word));
   EXPECT_EQ(Ixocut("run safe-z --plot none/p.svg").ExitCode, 3);
 }
@@ -273,8 +406,8 @@ TEST_F(RunCommand, TheListShowsTheRangesOfTheMachineAtHand) {
                                                          {"highest", 3050.0},
                                                          {"summary", "target X, machine coordinates"}}));
   const TRun all = Ixocut("procedures");
-  for (const char* line : {" 513  clean-nozzle --manual", "      go maintenance", "--count           1..1000",
-                           "      square", "0..3050 mm"})
+  for (const char* line :
+       {" 513  clean-nozzle-manual", "      go-maintenance", "--count           1..1000", "      square", "0..3050 mm"})
     EXPECT_THAT(all.Out, HasSubstr(line));
   EXPECT_THAT(Ixocut("procedures --faults").Out, HasSubstr("rack.stage-stuck "));
   EXPECT_EQ(Ixocut("procedures nix").ExitCode, 2);

@@ -9,7 +9,6 @@
 
 #include <gmock/gmock.h>
 
-#include "controller/procedures/MotionTable.h"
 #include "fixture/TempDir.h"
 #include "ixocut/procedures/Shot.h"
 
@@ -41,17 +40,19 @@ TEST_F(RealtimeShot, RunsToItsEndWithEveryLineShown) {
     EXPECT_THAT(FOut.str(), testing::HasSubstr(line));
 }
 
-TEST_F(RealtimeShot, IsStoppedByAnInterruptAndEndsDark) {
+class RealtimeShotSignal : public RealtimeShot, public testing::WithParamInterface<int> {};
+
+TEST_P(RealtimeShotSignal, IsStoppedByItAndEndsDark) {
   FOptions.Ms = 30'000;
   const auto handled = [] {
     struct sigaction now {};
-    sigaction(SIGINT, nullptr, &now);
+    sigaction(GetParam(), nullptr, &now);
     return now.sa_handler != SIG_DFL;
   };
   std::thread interrupter([&] {
     while (!handled()) std::this_thread::yield();
     std::this_thread::sleep_for(std::chrono::milliseconds(150));  // the beam is on by now; earlier is a stop too
-    kill(getpid(), SIGINT);
+    kill(getpid(), GetParam());
   });
   const int exitCode = RunShot(FOptions, FOut);
   interrupter.join();
@@ -62,18 +63,32 @@ TEST_F(RealtimeShot, IsStoppedByAnInterruptAndEndsDark) {
   EXPECT_THAT(FOut.str(), testing::Not(testing::HasSubstr("still on")));
 }
 
+INSTANTIATE_TEST_SUITE_P(Signals, RealtimeShotSignal, testing::Values(SIGINT, SIGTERM, SIGHUP));
+
+TEST_F(RealtimeShot, ASignalThatTheProgramWasStartedToIgnoreStaysIgnored) {
+  const auto before = std::signal(SIGHUP, SIG_IGN);
+  {
+    const TSignalStop stop;
+    kill(getpid(), SIGHUP);
+    EXPECT_FALSE(stop.Asked());
+    kill(getpid(), SIGTERM);
+    EXPECT_TRUE(stop.Asked());
+  }
+  EXPECT_EQ(std::signal(SIGHUP, before), SIG_IGN);
+}
+
 TEST_F(RealtimeShot, AMoveIsWatchedFromOutsideWhileItRuns) {
   TConsole console(FOut, false, false);
-  TProcedureRun run(FOptions, console);
+  const auto made = MakeRun(FOptions, {}, console);
+  TProcedureRun& run = *made;
   double furthest = 0.0;
   std::size_t steps = 0;
   run.OnLook([&](std::uint64_t) {
     furthest = std::max(furthest, run.Controller().Machine().Snapshot().Pos.X);
     steps = std::max(steps, run.Steps().Items().size());
   });
-  const TMotionCall move{FindMotionRow(137), {30.0, 20.0, 300.0}, {}};
-  const TRunReport report = run.Run(
-      "move", [&] { return move.Make(nullptr); }, 10'000);
+  const TMotionCall move{FindProcedure(137), {30.0, 20.0, 300.0}, {}};
+  const TRunReport report = run.Run([&] { return move.Make(nullptr); }, 10'000);
   EXPECT_STREQ(report.End.Name, "success") << FOut.str();
   EXPECT_EQ(furthest, 30.0);
   EXPECT_EQ(steps, 2U);

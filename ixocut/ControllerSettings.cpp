@@ -1,0 +1,45 @@
+#include "ixocut/ControllerSettings.h"
+
+#include "controller/Controller.h"
+#include "controller/StateFolder.h"
+#include "controller/procedures/MachineLimits.h"
+#include "ixocamglue/platform/xml/MachineConfig.h"
+#include "ixocut/CommandLine.h"
+#include "ixocut/Machines.h"
+#include "machines/simulated/Config.h"
+
+namespace ixocut {
+using namespace ixocontroller;
+
+std::filesystem::path TControllerSettings::MachineFile() const { return ixocontroller::MachineFile(Machine, State); }
+
+TMachineLimits TControllerSettings::Limits() const {
+  const std::filesystem::path file = MachineFile();
+  TMachineConfig config;
+  if (const std::string problem = config.Load(file); !problem.empty()) throw EProblem(pbUnusable, problem);
+  std::vector<std::string> problems;
+  const TSimConfig machine = TSimConfig::FromConfig(config, problems);
+  if (!problems.empty()) throw EProblem(pbUnusable, file.string() + ": " + problems.front());
+  return {machine, machine.EmissionOnDelay};
+}
+
+TControllerOptions TControllerSettings::Options(ILogSink* sink) const {
+  TControllerOptions options;
+  options.Machines = Machines();
+  options.MachineFile = MachineFile();
+  options.LocaleFolder = ShareFolder() / "locale";
+  options.AlarmFolder = ShareFolder() / "alarms";
+  options.Language = Language;
+  options.Seed = Seed;
+  options.Realtime = Realtime;
+  if (sink) options.Sinks = {sink};
+  return options;
+}
+
+void AddControllerSettings(CLI::App& command, TControllerSettings& settings) {
+  AddSeedOption(command, settings.Seed);
+  AddMachineOptions(command, settings.Machine, settings.State);
+  AddLanguageOption(command, settings.Language);
+}
+
+}  // namespace ixocut

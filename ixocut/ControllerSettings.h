@@ -1,0 +1,40 @@
+// What the command line says about the controller that a command starts: the one place where its options are filled.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+
+namespace CLI {
+class App;
+}
+namespace ixocamglue {
+class ILogSink;
+}
+namespace ixocontroller {
+struct TControllerOptions;
+struct TMachineLimits;
+}  // namespace ixocontroller
+
+namespace ixocut {
+
+struct TControllerSettings {
+  std::optional<std::filesystem::path> Machine, State;
+  std::string Language = "zh";
+  std::uint64_t Seed = 1;
+  bool Realtime = false;
+
+  // The user's machine file. Throws EProblem when it cannot be made.
+  [[nodiscard]] std::filesystem::path MachineFile() const;
+  // What the machine of that file allows. Throws EProblem for one that cannot be used.
+  [[nodiscard]] ixocontroller::TMachineLimits Limits() const;
+  // The options with that file, the machines that the program knows, and with the texts and the alarm definitions that
+  // come with the program. `sink`, where there is one, outlives the controller. Throws as MachineFile.
+  [[nodiscard]] ixocontroller::TControllerOptions Options(ixocamglue::ILogSink* sink = nullptr) const;
+};
+
+// --seed, --machine, --state, --lang.
+void AddControllerSettings(CLI::App& command, TControllerSettings& settings);
+
+}  // namespace ixocut

@@ -1,0 +1,21 @@
+// The whole program as a function, for the program itself and for applications that put steps of their own into it.
+#pragma once
+
+#include <vector>
+
+#include "controller/procedures/Procedures.h"
+#include "ixocamglue/platform/Machine.h"
+
+namespace ixocut {
+
+// What an application adds: its rows run from the command line and in files like the program's own, its machines drive
+// what the machine file names.
+struct TAdditions {
+  std::vector<ixocontroller::TProcedure> Procedures = {};
+  std::vector<ixocamglue::TMachineFactory> Machines = {};
+};
+
+// Parses, runs, prints one line on the error output for each failure. Returns the exit code. Main thread.
+int IxocutMain(int argc, const char* const* argv, TAdditions additions = {});
+
+}  // namespace ixocut

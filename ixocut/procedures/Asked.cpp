@@ -1,0 +1,99 @@
+#include "ixocut/procedures/Asked.h"
+
+#include <algorithm>
+#include <memory>
+
+#include <CLI/CLI.hpp>
+
+#include "ixocamglue/support/Nearest.h"
+#include "ixocut/CommandLine.h"
+#include "ixocut/Machines.h"
+
+namespace ixocut {
+namespace {
+
+constexpr std::uint64_t kTriggerLimitMs = 600'000;
+
+}  // namespace
+
+void AddRunSettings(CLI::App& command, TRunSettings& settings, const std::string& what) {
+  const auto trigger = [&](const char* name, std::optional<std::uint64_t>& target, const char* text) {
+    const auto value = std::make_shared<std::uint64_t>(0);
+    AddNumberOption(command, name, *value, 0, kTriggerLimitMs, "ms", text)->each([&target, value](std::string s) {
+      *value = std::stoull(s);
+      target = *value;
+    });
+  };
+  trigger("--stop-at", settings.StopAt, "Stop this long after the procedure was entered, 0 to 600000");
+  trigger("--alarm-at", settings.AlarmAt,
+          "Raise an alarm that forbids all motion this long after the procedure was entered, 0 to 600000");
+  std::vector<std::string> faults;
+  for (const TMachineFault& fault : MachineFaults()) faults.emplace_back(fault.Name);
+  command.add_option("--fault", settings.Faults, "Something of the machine that fails; `ixocut procedures --faults`")
+      ->check(CLI::IsMember(faults))
+      ->expected(1)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+      ->type_name("NAME");
+  command.add_flag("--realtime", settings.Realtime, "Run on the real clock; Ctrl-C stops the " + what);
+  command.add_flag("--json", settings.Json, "Print one JSON document instead of text");
+  command.add_flag("--trace", settings.Trace, "Show the whole diagnostic channel");
+  AddControllerSettings(command, settings);
+}
+
+std::unique_ptr<TProcedureRun> MakeRun(const TControllerSettings& settings, const TRunTriggers& triggers,
+                                       TConsole& console) {
+  auto run = std::make_unique<TProcedureRun>(settings.Options(&console), triggers, console.Mask());
+  console.SetStart(Clock().MonotonicMs());
+  return run;
+}
+
+TParamTexts ReadParams(const TProcedure& row, const std::vector<std::string>& words) {
+  TParamTexts texts;
+  for (std::size_t i = 0; i < words.size(); ++i) {
+    const std::string& word = words[i];
+    const std::size_t equals = word.find('=');
+    const bool alone = equals == std::string::npos;
+    const std::string name = word.substr(0, equals);
+    if (!word.starts_with("--") ||
+        std::ranges::none_of(row.Params, [&](const TMotionParam& p) { return name.substr(2) == p.Name; }))
+      RefuseExtra(row, word);
+    if (alone && i + 1 == words.size()) throw EProblem(pbRequest, name + ": a value is missing");
+    texts[name.substr(2)] = alone ? words[++i] : word.substr(equals + 1);
+  }
+  return texts;
+}
+
+TMotionCall CallOf(const TProcedure& row, const TParamTexts& texts, const TMachineBounds& machine, bool whole) {
+  TMotionCall call{&row, TMotionValues(row.Params.size()), {}};
+  const auto given = [&](auto use) {
+    for (std::size_t i = 0; i < row.Params.size(); ++i)
+      if (const auto text = texts.find(row.Params[i].Name); text != texts.end()) use(row.Params[i], i, text->second);
+  };
+  const auto refuse = [](const TMotionParam& param, const TProblem& problem) {
+    throw EProblem(pbRequest, std::string("--") + param.Name + ": " + problem.Text());
+  };
+  given([&](const TMotionParam& param, std::size_t i, const std::string& text) {
+    const auto value = ParseParam(param, text);
+    if (!value) refuse(param, value.Problem());
+    call.Values[i] = *value;
+  });
+  given([&](const TMotionParam& param, std::size_t, const std::string&) {  // a range can depend on another value
+    if (const auto checked = call.Check(param, machine); !checked) refuse(param, checked.Problem());
+  });
+  if (!whole) return call;
+  if (const auto needs = call.CheckNeeds("--"); !needs)
+    throw EProblem(pbRequest, std::string(row.Name) + ": " + needs.Problem().Text());
+  return call;
+}
+
+void RefuseExtra(const TProcedure& row, const std::string& extra) {
+  TNearestName nearest(extra);
+  std::vector<std::string> candidates;
+  for (const TMotionParam& param : row.Params) candidates.push_back(std::string("--") + param.Name);
+  for (const std::string& candidate : candidates) nearest.Consider(candidate);
+  throw EProblem(pbRequest,
+                 std::string(row.Name) + ": " + extra + " was not expected" +
+                     (nearest.Found().empty() ? "" : "; did you mean " + std::string(nearest.Found()) + "?"));
+}
+
+}  // namespace ixocut

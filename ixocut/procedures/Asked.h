@@ -1,0 +1,47 @@
+// What the command line says about a run, whatever command it is: the options that they share, and a procedure of the
+// table with its parameters.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "controller/procedures/MachineLimits.h"
+#include "controller/procedures/ProcedureRun.h"
+#include "controller/procedures/Procedures.h"
+#include "ixocut/Console.h"
+#include "ixocut/ControllerSettings.h"
+
+namespace CLI {
+class App;
+}
+
+namespace ixocut {
+using namespace ixocontroller;
+
+struct TRunSettings : TControllerSettings, TRunTriggers {
+  bool Json = false;
+  bool Trace = false;
+};
+
+// The options of the controller, and all else that a run has. `what` is what the help calls it: "shot".
+void AddRunSettings(CLI::App& command, TRunSettings& settings, const std::string& what);
+
+// A run whose logs go to the console, which outlives it and shows its times.
+[[nodiscard]] std::unique_ptr<TProcedureRun> MakeRun(const TControllerSettings& settings, const TRunTriggers& triggers,
+                                                     TConsole& console);
+
+// Parameters as they were given: names without "--".
+using TParamTexts = std::map<std::string, std::string>;
+
+// "--x", "100", "--y=50" and so on. Throws EProblem for what is neither.
+[[nodiscard]] TParamTexts ReadParams(const TProcedure& row, const std::vector<std::string>& words);
+// The call, with what `texts` say. Throws EProblem for a name that the row has not and for a value that this machine
+// does not allow; with `whole` also for one that is missing.
+[[nodiscard]] TMotionCall CallOf(const TProcedure& row, const TParamTexts& texts, const TMachineBounds& machine,
+                                 bool whole);
+// What nobody expected on the command line of the row.
+[[noreturn]] void RefuseExtra(const TProcedure& row, const std::string& extra);
+
+}  // namespace ixocut

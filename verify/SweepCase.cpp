@@ -1,0 +1,113 @@
+#include "verify/SweepCase.h"
+
+#include <algorithm>
+#include <string_view>
+
+namespace ixoverify {
+namespace {
+
+constexpr double kLowZ = 30.0;  // below the safe height
+constexpr std::int32_t kCover = 4;
+
+// Whatever Z the machine has.
+void PrepareLow(TSimMachine& machine) {
+  machine.Follower().PlaceZ(kLowZ);
+  machine.Motion().PlaceZ(kLowZ);
+  if (TSimFollower* const second = machine.SecondFollower()) second->PlaceZ(kLowZ);
+}
+
+// The rack is open and the head over the slot, with a nozzle to take off or without one.
+template <std::int32_t Col>
+void PrepareOverSlot(TSimMachine& machine) {
+  machine.Rack().Open();
+  if (Col != 0) machine.Rack().PutNozzleInHead(0);
+  for (const TSimSlot& slot : machine.Config().Rack.Slots)
+    if (slot.Row == 0 && slot.Col == Col) machine.Motion().Place({slot.X, slot.Y});
+}
+
+void PrepareCover(TSimMachine& machine) { machine.Ports().FollowOutput(kCover, kCover, 25); }
+
+// By the row's name; a row that is not here runs on the example machine as it is.
+struct TSetup {
+  std::string_view Row;
+  void (*Prepare)(TSimMachine&) = nullptr;
+  bool PlainMachine = false;
+};
+constexpr TSetup kSetups[] = {
+    {"safe-z", PrepareLow},
+    {"safe-move", PrepareLow},
+    {"move-work", PrepareLow},
+    {"move-assist", PrepareLow},
+    {"calibrate-sensor", PrepareLow},
+    {"calibrate-head", PrepareLow},
+    {"uninstall-nozzle", PrepareOverSlot<0>},
+    {"install-nozzle", PrepareOverSlot<1>},
+    {"wait-input", PrepareCover, true},
+    {"safe-move-xyz", PrepareLow},
+    {"safe-move-xyzf", PrepareLow},
+    {"clean-nozzle-manual", PrepareLow},
+    {"clean-nozzle-auto", PrepareLow},
+    {"shot", nullptr, true},
+    {"go-maintenance", PrepareLow},
+    {"go-blanking", PrepareLow},
+    {"laser-test", nullptr, true},
+    {"gas-purge", nullptr, true},
+    {"gas-hold", nullptr, true},
+    {"cover", PrepareCover, true},
+    {"pierce", nullptr, true},
+    {"square", nullptr, true},
+};
+
+// A row on a machine that is fitted otherwise.
+struct TVariant {
+  const char* Name;
+  std::string_view Row;
+  bool DriverZ;  // else the second follower's
+};
+constexpr TVariant kVariants[] = {
+    {"second-safe-z", "safe-z", false},
+    {"second-follow", "follow", false},
+    {"second-calibrate-head", "calibrate-head", false},
+    {"driver-safe-z", "safe-z", true},
+    {"driver-safe-move-xyz", "safe-move-xyz", true},
+    {"driver-clean-nozzle-manual", "clean-nozzle-manual", true},
+};
+
+TSweepCase CaseOf(const TProcedure& row) {
+  TSweepCase made{row.Name, {&row, row.SampleValues(), {}}};
+  const auto setup = std::ranges::find(kSetups, std::string_view(row.Name), &TSetup::Row);
+  if (setup == std::end(kSetups)) return made;
+  made.Prepare = setup->Prepare;
+  made.PlainMachine = setup->PlainMachine;
+  return made;
+}
+
+}  // namespace
+
+TStepPtr TSweepCase::MakeRoot() const {
+  TStepPtr step = Call.Make(nullptr);
+  const TProcedureFlags& flags = Flags();
+  if (!step->IsAtomic() || !(flags.LightsBeam || flags.NeedsEmission || flags.LeavesGasOn)) return step;
+  std::vector<TMotionCall> calls;
+  if (flags.NeedsEmission)
+    for (const std::int32_t command : {TSmtEmissionOn::Cmd, TSmtWaitForEmissionOn::Cmd})
+      calls.push_back({FindProcedure(command), {}, {}});
+  calls.push_back(Call);
+  return ixocontroller::MakeRoot(Name, calls);
+}
+
+std::vector<TSweepCase> SweepCases() {
+  std::vector<TSweepCase> cases;
+  for (const TProcedure* row : Procedures()) cases.push_back(CaseOf(*row));
+  for (const TVariant& variant : kVariants) {
+    const TProcedure& row = *FindProcedure(variant.Row);
+    TSweepCase& made = cases.emplace_back(CaseOf(row));
+    made.Name = variant.Name;
+    made.DriverZ = variant.DriverZ;
+    for (std::size_t i = 0; i < row.Params.size() && !variant.DriverZ; ++i)
+      if (row.Params[i].Bound.Kind == bkFollower) made.Call.Values[i] = 1.0;
+  }
+  return cases;
+}
+
+}  // namespace ixoverify

@@ -1,0 +1,29 @@
+// What the abort sweep runs: a case for each row of the table of procedures, and the same on machines that are fitted
+// otherwise. What a case needs of the simulated machine stands here, so that the table knows no machine.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "controller/procedures/Procedures.h"
+#include "machines/simulated/Machine.h"
+
+namespace ixoverify {
+using namespace ixocontroller;
+
+struct TSweepCase {
+  std::string Name;                         // the row's, or a variant's
+  TMotionCall Call;                         // the row's sample
+  void (*Prepare)(TSimMachine&) = nullptr;  // before power-up; may be null
+  bool PlainMachine = false;                // without a machine file: every value has its default
+  bool DriverZ = false;                     // no follower: Z is an axis of the motion driver
+
+  [[nodiscard]] const TProcedureFlags& Flags() const { return Call.Row->Flags; }
+  // A single command stands for itself, so that a list does not make good what it forgets; but one that a list has to
+  // make dark stands in a list, behind the emission that it needs.
+  [[nodiscard]] TStepPtr MakeRoot() const;
+};
+
+[[nodiscard]] std::vector<TSweepCase> SweepCases();
+
+}  // namespace ixoverify
