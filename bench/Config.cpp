@@ -42,7 +42,7 @@ class TRecords {
  public:
   TRecords() {
     InitCamConfigs(Config);
-    Check(Config.Load(Copy.File()).empty());
+    Check(Config.Load(Copy.File()).Ok());
   }
   ~TRecords() { FreeAssistConfig(); }
   TRecords(const TRecords&) = delete;
@@ -55,20 +55,20 @@ class TRecords {
 
 class TLoadRecords : TRecords {
  public:
-  void Run() { Check(Config.Load(Copy.File()).empty()); }
+  void Run() { Check(Config.Load(Copy.File()).Ok()); }
 };
 
 class TSaveUnchanged : TRecords {
  public:
-  void Run() { Check(Config.Save()); }
+  void Run() { Check(Config.Save().Ok()); }
 };
 
 class TSaveChanged : TRecords {
  public:
-  TSaveChanged() { Check(Config.Save()); }
+  TSaveChanged() { Check(Config.Save().Ok()); }
   void Run() {
     ++FNozzleCleanCfg->CleanCount;
-    Check(Config.Save());
+    Check(Config.Save().Ok());
   }
 };
 

@@ -114,8 +114,7 @@ void TController::LoadConfig() {
   TMachineConfig& config = FParts->Config;
   if (!FOptions.MachineFile.empty()) {
     InitCamConfigs(config);
-    if (const std::string problem = config.Load(FOptions.MachineFile); !problem.empty())
-      throw EProblem(pbUnusable, problem);
+    config.Load(FOptions.MachineFile).OrThrow(pbUnusable);
     // Once, and only where there is something to move: a run does not write the machine file otherwise.
     if (!config.Section("SwitchTable").Child("Elvt").GetText("RailStartDelay", "").empty())
       CheckSwitchTableConfig(config, false);
@@ -158,8 +157,11 @@ void TController::MakeSupervisor() {
     TNcCutSystem* const cut = CutSystem();
     if (TNcLaser* const laser = cut ? cut->Laser() : nullptr) laser->Trip("supervisor");
   };
+  TMachineBounds machine;
+  std::vector<TProblem> wrong;  // the machine was made all the same, and a wrong section keeps its defaults
+  machine.Read(p.Config, wrong);
   p.Supervisor.emplace(
-      p.Framework->Watch(), [&p] { return p.Framework->CurrentState(); }, TSupervisorLimits::From(p.Config),
+      p.Framework->Watch(), [&p] { return p.Framework->CurrentState(); }, machine,
       TSupervisorActions{alarm, stop, latch});
   if (p.Virtual) p.Virtual->Every(kSupervisorRoundMs, [&p](std::uint64_t nowMs) { p.Supervisor->Round(nowMs); });
 }

@@ -8,7 +8,6 @@
 #include "ixocamglue/platform/services/AppSys.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/platform/states/NcState.h"
-#include "ixocamglue/platform/xml/MachineConfig.h"
 #include "ixocamglue/support/Faults.h"
 #include "ixocamglue/support/Format.h"
 
@@ -24,25 +23,13 @@ void LogFault(const char* where, const std::exception_ptr& error) {
 
 }  // namespace
 
-TSupervisorLimits TSupervisorLimits::From(const TMachineConfig& config) {
-  TSupervisorLimits limits;
-  const auto read = [](const TConfigSection& section, const char* name, std::uint64_t& ms) {
-    ms = static_cast<std::uint64_t>(std::max(section.GetInt(name, static_cast<std::int32_t>(ms)), 0));
-  };
-  read(config.Section("Laser"), "EmissionOnDelay", limits.EmissionOnDelay);
-  const TConfigSection section = config.Section("Supervisor");
-  read(section, "BusyLimitMs", limits.BusyLimitMs);
-  read(section, "EmissionExtraMs", limits.EmissionExtraMs);
-  read(section, "LaserOnLimitMs", limits.LaserOnLimitMs);
-  read(section, "GasOnLimitMs", limits.GasOnLimitMs);
-  read(section, "HeartbeatLimitMs", limits.HeartbeatLimitMs);
-  read(section, "StepMs", limits.StepMs);
-  return limits;
-}
-
-TSupervisor::TSupervisor(const TNcWatch& watch, std::function<std::int32_t()> state, TSupervisorLimits limits,
+TSupervisor::TSupervisor(const TNcWatch& watch, std::function<std::int32_t()> state, const TMachineBounds& machine,
                          TSupervisorActions actions)
-    : FWatch(watch), FState(std::move(state)), FLimits(limits), FActions(std::move(actions)) {}
+    : FWatch(watch),
+      FState(std::move(state)),
+      FLimits(machine.Supervisor),
+      FEmissionMs(machine.Laser.EmissionOnDelay + machine.Supervisor.EmissionExtraMs),
+      FActions(std::move(actions)) {}
 
 void TSupervisor::Round(std::uint64_t nowMs) {
   const auto reason = Broken(nowMs);
@@ -64,7 +51,8 @@ void TSupervisor::EmergencyStop() {
 }
 
 std::optional<std::string> TSupervisor::Broken(std::uint64_t nowMs) const {
-  const auto over = [](const TText& text, std::uint64_t lasted, std::uint64_t limit) -> std::optional<std::string> {
+  const auto over = [](const TText& text, std::uint64_t lasted, std::int32_t limitMs) -> std::optional<std::string> {
+    const auto limit = static_cast<std::uint64_t>(std::max(limitMs, 0));
     if (lasted <= limit) return std::nullopt;
     return Show(text, ShownMs(lasted), ShownMs(limit));
   };
@@ -75,7 +63,7 @@ std::optional<std::string> TSupervisor::Broken(std::uint64_t nowMs) const {
 
   if (auto text = over(SWatchBeat, silent, FLimits.HeartbeatLimitMs)) return text;
   if (auto text = over(SWatchLaser, FWatch.LaserOn.LastedMs(nowMs), FLimits.LaserOnLimitMs)) return text;
-  if (auto text = over(SWatchEmission, absent, FLimits.EmissionOnDelay + FLimits.EmissionExtraMs)) return text;
+  if (auto text = over(SWatchEmission, absent, FEmissionMs)) return text;
   if (auto text = over(SWatchBusy, FWatch.BusySince.LastedMs(nowMs), FLimits.BusyLimitMs)) return text;
   return over(SWatchGas, FWatch.GasOn.LastedMs(nowMs), FLimits.GasOnLimitMs);
 }
@@ -83,7 +71,7 @@ std::optional<std::string> TSupervisor::Broken(std::uint64_t nowMs) const {
 void TSupervisor::Climb(const std::string& reason, std::uint64_t nowMs) {
   const auto act = [&](TRung rung, const TText& line, const std::function<void(const std::string&)>& action) {
     FRung = rung;
-    FNextAt = nowMs + FLimits.StepMs;
+    FNextAt = nowMs + static_cast<std::uint64_t>(std::max(FLimits.StepMs, 0));
     LogMsg(lkError, 0, Show(line, reason.c_str()), kSupervisorAlarmPrefix);
     try {
       if (action) action(reason);

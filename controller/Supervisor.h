@@ -13,26 +13,10 @@
 
 #include "ixocamglue/platform/services/Clock.h"
 #include "ixocamglue/platform/states/NcWatch.h"
-
-namespace ixocamglue {
-class TMachineConfig;
-}
+#include "ixocamglue/platform/xml/Bounds.h"
 
 namespace ixocontroller {
 using namespace ixocamglue;
-
-// ms; see the machine file's sections "Supervisor" and "Laser".
-struct TSupervisorLimits {
-  std::uint64_t BusyLimitMs = 600'000;    // one busy condition
-  std::uint64_t EmissionOnDelay = 5'000;  // emission asked for and absent: this
-  std::uint64_t EmissionExtraMs = 1'000;  // and this
-  std::uint64_t LaserOnLimitMs = 62'000;
-  std::uint64_t GasOnLimitMs = 1'800'000;
-  std::uint64_t HeartbeatLimitMs = 1'000;  // only outside standby
-  std::uint64_t StepMs = 1'000;            // from one action to the next
-
-  [[nodiscard]] static TSupervisorLimits From(const TMachineConfig& config);
-};
 
 // Called with the reason, an operator text. What one throws is logged and changes nothing.
 struct TSupervisorActions {
@@ -53,7 +37,7 @@ inline constexpr const char* kSupervisorAlarmPrefix = "TPSupervisor";
 class TSupervisor {
  public:
   // `state` gives the number of the current machine state and reads an atomic. `watch` outlives the supervisor.
-  TSupervisor(const TNcWatch& watch, std::function<std::int32_t()> state, TSupervisorLimits limits,
+  TSupervisor(const TNcWatch& watch, std::function<std::int32_t()> state, const TMachineBounds& machine,
               TSupervisorActions actions);
 
   void Round(std::uint64_t nowMs);
@@ -69,7 +53,8 @@ class TSupervisor {
   // constant after construction
   const TNcWatch& FWatch;
   const std::function<std::int32_t()> FState;
-  const TSupervisorLimits FLimits;
+  const TSupervisorConfig FLimits;
+  const std::int32_t FEmissionMs;  // emission asked for and absent: this long
   const TSupervisorActions FActions;
 
   TRung FRung = TRung::Watching;

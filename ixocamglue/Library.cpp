@@ -24,7 +24,7 @@
 namespace ixocamglue {
 namespace {
 
-struct TUnit {
+struct TPart {
   const char* Name;
   void (*Start)();
   void (*Free)();
@@ -36,7 +36,7 @@ void StartFaultReport() {
 }
 void FreeFaultReport() { SetFaultHandler(nullptr); }
 
-constexpr TUnit kUnits[] = {
+constexpr TPart kUnits[] = {
     {"Faults", StartFaultReport, FreeFaultReport},
     {"Uassistconfig", StartAssistConfig, FreeAssistConfig},
     {"Libmachinecfg", StartMachineQueries, FreeMachineQueries},
@@ -56,7 +56,7 @@ constexpr TTextList kTexts[] = {kMachineQueryTexts, kModbusTexts, kAlarmTexts,  
 std::span<const TTextList> LibraryTexts() { return kTexts; }
 
 TLibrary::TLibrary() {
-  for (const TUnit& unit : kUnits)
+  for (const TPart& unit : kUnits)
     if (unit.Start) unit.Start();
 }
 

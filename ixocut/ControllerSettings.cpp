@@ -16,11 +16,11 @@ std::filesystem::path TControllerSettings::MachineFile() const { return ixocontr
 TMachineLimits TControllerSettings::Limits() const {
   const std::filesystem::path file = MachineFile();
   TMachineConfig config;
-  if (const std::string problem = config.Load(file); !problem.empty()) throw EProblem(pbUnusable, problem);
-  std::vector<std::string> problems;
+  config.Load(file).OrThrow(pbUnusable);
+  std::vector<TProblem> problems;
   const TSimConfig machine = TSimConfig::FromConfig(config, problems);
-  if (!problems.empty()) throw EProblem(pbUnusable, file.string() + ": " + problems.front());
-  return {machine, machine.EmissionOnDelay};
+  if (!problems.empty()) throw EProblem(pbUnusable, file.string() + ": " + problems.front().Text());
+  return {machine, machine.Laser.EmissionOnDelay};
 }
 
 TControllerOptions TControllerSettings::Options(ILogSink* sink) const {

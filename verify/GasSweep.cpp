@@ -195,12 +195,12 @@ class TGasSweepRun {
     const TEntries now = EntriesOf(MachineConfig()->GetGasBranch(FPoint.Gas)->DAAdjustTable);
     Require(whole(now), "the table is neither the old one nor complete");
     TMachineConfig file;
-    Require(file.Load(FFiles.Machine()).empty(), "the machine file cannot be read");
+    Require(file.Load(FFiles.Machine()).Ok(), "the machine file cannot be read");
     const TGasBranchConfig* const branch = file.GetGasBranch(FPoint.Gas);
     Require(branch && EntriesOf(branch->DAAdjustTable) == (FCompleted ? now : kOld),
             "the machine file does not hold what it should");
     TGasCaliConfig stored;
-    Require(stored.Load(GasCaliConfigFile()).empty(), "the stored tables cannot be read");
+    Require(stored.Load(GasCaliConfigFile()).Ok(), "the stored tables cannot be read");
     const TDAAdjustTable* const table = stored.GetDAAdjustTable(FPoint.Gas, kNozzle, kNozzleMm);
     Require(table && whole(EntriesOf(*table)), "the stored table is neither the old one nor complete");
     if (table && FCompleted) Require(EntriesOf(*table) == now, "the stored table is not the one in use");

@@ -33,10 +33,12 @@ std::string Joined(const std::string& path, std::string_view name) {
   return path.empty() ? std::string(name) : path + "/" + std::string(name);
 }
 
-class TViewer final : public TFieldPublisher<TViewer> {
+class TViewer final : public TFieldPublisher<TViewer>, private TFieldListener {
  public:
   TViewer(std::vector<TPropertyView>& out, std::string path, bool schema, bool isItem)
-      : FOut(out), FPath(std::move(path)), FSchema(schema), FIsItem(isItem) {}
+      : FOut(out), FPath(std::move(path)), FSchema(schema), FIsItem(isItem) {
+    FListener = this;
+  }
 
   static void Visit(TXmlSubConfig& record, std::vector<TPropertyView>& out, const std::string& path, bool schema,
                     bool isItem) {
@@ -48,7 +50,7 @@ class TViewer final : public TFieldPublisher<TViewer> {
   template <class T, class D>
   void Value(TPropName name, T& value, const D& def, const TFieldRule& rule) {
     FOut.push_back(
-        {Joined(FPath, name.Text), kTypeName<T>, ValueText(T(def)), ValueText(value), RangeText(rule), FIsItem});
+        {Joined(FPath, name.Text), kTypeName<T>, ValueText(T(def)), ValueText(value), RangeText(rule), FIsItem, {}});
   }
   void Child(TPropName name, TXmlSubConfig& child) override {
     Visit(child, FOut, Joined(FPath, name.Text), FSchema, FIsItem);
@@ -63,38 +65,18 @@ class TViewer final : public TFieldPublisher<TViewer> {
   }
   void Indexed(TPropName prefix, std::map<std::int32_t, std::string>& texts) override {
     const std::string path = Joined(FPath, prefix.Text);
-    if (FSchema) FOut.push_back({path + "<n>", "string", "", "", "", true});
+    if (FSchema) FOut.push_back({path + "<n>", "string", "", "", "", true, {}});
     if (FSchema) return;
-    for (const auto& [index, text] : texts) FOut.push_back({path + ValueText(index), "string", "", text, "", true});
+    for (const auto& [index, text] : texts) FOut.push_back({path + ValueText(index), "string", "", text, "", true, {}});
   }
 
  private:
+  void Said(const TFieldFacts& facts) override { FOut.back().Facts = facts; }
+
   std::vector<TPropertyView>& FOut;
   const std::string FPath;
   const bool FSchema;
   const bool FIsItem;
-};
-
-// The record at the front of `path`, with what is left of it; null with the reason in `problem`.
-class TFinder final : public TFieldPublisher<TFinder> {
- public:
-  explicit TFinder(std::string_view part) : FPart(part) {}
-  template <class T, class D>
-  void Value(TPropName, T&, const D&, const TFieldRule&) {}
-  void Child(TPropName name, TXmlSubConfig& child) override {
-    if (!Found && SameFolded(name.Text, FPart)) Found = &child;
-  }
-  void List(TPropName itemName, TXmlListBase& list) override {
-    const auto bracket = FPart.find('[');
-    if (Found || bracket == std::string_view::npos || !FPart.ends_with(']')) return;
-    if (!SameFolded(itemName.Text, FPart.substr(0, bracket))) return;
-    const auto number = ParseNumber<std::uint32_t>(FPart.substr(bracket + 1, FPart.size() - bracket - 2));
-    if (number && *number >= 1 && *number <= list.Size()) Found = &list.At(*number - 1);
-  }
-  TXmlSubConfig* Found = nullptr;
-
- private:
-  const std::string_view FPart;
 };
 
 // The names that a record knows.
@@ -102,29 +84,28 @@ class TNames final : public TFieldPublisher<TNames> {
  public:
   template <class T, class D>
   void Value(TPropName name, T&, const D&, const TFieldRule& rule) {
-    Values.push_back(
-        {name.Text, kTypeName<T>, RangeText(rule), [rule](std::string_view text) {
-           if constexpr (std::is_same_v<T, std::string>) {
-             (void)rule;  // any text will do
-             return TVerdict::Good;
-           } else {
-             if (TrimXml(text).empty()) return TVerdict::Good;
-             const auto value = ParseValue<T>(text);
-             return !value ? TVerdict::Unreadable : rule.Allows(*value) ? TVerdict::Good : TVerdict::Outside;
-           }
-         }});
+    Values.push_back({name.Text, [rule](std::string_view text) -> std::string {
+                        if constexpr (std::is_same_v<T, std::string>)
+                          return (void)rule, std::string();  // any text will do
+                        else {
+                          const auto value = ParseValue<T>(text);
+                          if (TrimXml(text).empty() || (value && rule.Allows(*value))) return {};
+                          if (!value)
+                            return Format("\"%s\" is no %s; the default is used", std::string(text).c_str(),
+                                          kTypeName<T>);
+                          return Format("%s is outside %s; the default is used", std::string(TrimXml(text)).c_str(),
+                                        RangeText(rule).c_str());
+                        }
+                      }});
   }
   void Child(TPropName name, TXmlSubConfig& child) override { Children.push_back({name.Text, &child}); }
   void List(TPropName itemName, TXmlListBase& list) override { Lists.push_back({itemName.Text, list.MakeItem()}); }
   void Indexed(TPropName prefix, std::map<std::int32_t, std::string>&) override { Prefixes.push_back(prefix.Text); }
   void WriteOnly(TPropName name, const std::string&) override { Ignored.push_back(name.Text); }
 
-  enum class TVerdict : std::uint8_t { Good, Unreadable, Outside };
   struct TValue {
     std::string_view Name;
-    const char* Type;
-    std::string Range;
-    std::function<TVerdict(std::string_view)> Judge;
+    std::function<std::string(std::string_view)> Fault;  // of a text; empty: none
   };
   struct TChild {
     std::string_view Name;
@@ -203,16 +184,7 @@ class TChecker {
       return;
     }
     seen.emplace_back(value.Name);
-    switch (value.Judge(text)) {
-      case TNames::TVerdict::Good: return;
-      case TNames::TVerdict::Unreadable:
-        Add(at, node, name, Format("\"%s\" is no %s; the default is used", std::string(text).c_str(), value.Type));
-        return;
-      case TNames::TVerdict::Outside:
-        Add(at, node, name,
-            Format("%s is outside %s; the default is used", std::string(TrimXml(text)).c_str(), value.Range.c_str()));
-        return;
-    }
+    if (std::string fault = value.Fault(text); !fault.empty()) Add(at, node, name, std::move(fault));
   }
 
   void CheckChild(TNames& names, const TXmlNode& node, const TXmlNode& child, std::vector<std::string>& seen,
@@ -306,23 +278,19 @@ std::vector<TPropertyView> ViewProperties(TXmlSubConfig& root, bool schema) {
   return views;
 }
 
-std::string SetProperty(TXmlSubConfig& root, std::string_view path, const std::string& value) {
+TResult<> SetProperty(TXmlSubConfig& root, std::string_view path, const std::string& value,
+                      const TMachineBounds* machine) {
+  const auto refuse = [](std::string why) { return TProblem{.What = std::move(why)}; };
   TXmlSubConfig* record = &root;
   std::string_view rest = path;
   for (auto slash = rest.find('/'); slash != std::string_view::npos; slash = rest.find('/')) {
     const std::string_view part = rest.substr(0, slash);
-    TXmlSubConfig* next = record->SubConfig(part);
-    if (!next) {
-      TFinder finder(part);
-      record->Publish(finder);
-      next = finder.Found;
-    }
-    if (!next) return Format("\"%s\" is no section of the configuration", std::string(part).c_str());
-    record = next;
+    record = record->SubConfig(part);
+    if (!record) return refuse(Format("\"%s\" is no section of the configuration", std::string(part).c_str()));
     rest.remove_prefix(slash + 1);
   }
   std::size_t wrong = 0;
-  if (!IsXmlText(value, wrong)) return "the value is no UTF-8 text";
+  if (!IsXmlText(value, wrong)) return refuse("the value is no UTF-8 text");
   for (auto& view : ViewProperties(*record, true)) {
     if (view.Path.ends_with("<n>")) {  // any number
       view.Path.resize(view.Path.size() - 3);
@@ -330,11 +298,18 @@ std::string SetProperty(TXmlSubConfig& root, std::string_view path, const std::s
       if (ParseNumber<std::uint32_t>(digits)) view.Path += digits;
     }
     if (!SameFolded(view.Path, rest)) continue;
+    const TBound& bound = view.Facts.Bound;
+    if (const auto number = ParseNumber<double>(value); machine && number) {
+      const TLimits limits = machine->Of(bound, bound.Branch ? record->GetInt(bound.Branch, 0) : 0);
+      if (!limits.Allows(*number))
+        return refuse(
+            Format("%s is %s %s", value.c_str(), limits.IsChoice ? "not one of" : "outside", limits.Text().c_str()));
+    }
     if (record->SetText(rest, value)) return {};
-    return Format("\"%s\" is no %s%s%s", value.c_str(), view.Type.c_str(), view.Range.empty() ? "" : " in ",
-                  view.Range.c_str());
+    return refuse(Format("\"%s\" is no %s%s%s", value.c_str(), view.Type.c_str(), view.Range.empty() ? "" : " in ",
+                         view.Range.c_str()));
   }
-  return Format("\"%s\" is no property of the configuration", std::string(path).c_str());
+  return refuse(Format("\"%s\" is no property of the configuration", std::string(path).c_str()));
 }
 
 std::vector<TConfigFinding> CheckDocument(const TXmlDocument& document, TXmlSubConfig& root) {
@@ -344,15 +319,13 @@ std::vector<TConfigFinding> CheckDocument(const TXmlDocument& document, TXmlSubC
   return findings;
 }
 
-void AddFindings(const TXmlDocument& document, const std::vector<std::string>& problems,
+void AddFindings(const TXmlDocument& document, const std::vector<TProblem>& problems,
                  std::vector<TConfigFinding>& findings) {
   const std::vector<TConfigFinding> known = findings;
-  for (const std::string& problem : problems) {
-    const std::string path = problem.substr(0, problem.find(": "));
-    const std::size_t offset = OffsetOf(document, path);
-    if (std::ranges::find(known, offset, &TConfigFinding::Offset) != known.end()) continue;
-    findings.push_back(
-        {offset, document.Place(offset), path, problem.substr(std::min(path.size() + 2, problem.size()))});
+  for (const TProblem& problem : problems) {
+    const std::size_t offset = OffsetOf(document, problem.Where);
+    if (std::ranges::find(known, offset, &TConfigFinding::Offset) == known.end())
+      findings.push_back({offset, document.Place(offset), problem.Where, problem.What});
   }
   std::ranges::stable_sort(findings, {}, &TConfigFinding::Offset);
 }

@@ -6,7 +6,8 @@
 #include <string_view>
 #include <vector>
 
-#include "ixocamglue/platform/xml/MachineConfig.h"
+#include "ixocamglue/platform/xml/Bounds.h"
+#include "ixocamglue/support/Problem.h"
 
 namespace ixocontroller {
 using namespace ixocamglue;
@@ -17,17 +18,19 @@ struct TPropertyView {
   std::string Type;  // Boolean, Integer, Cardinal, Double, Extended, string
   std::string Default;
   std::string Value;
-  std::string Range;    // "1..1000"; empty: any
+  std::string Range;    // what the record can hold, "1..1000"; empty: any
   bool IsItem = false;  // belongs to an item of a list
+  TFieldFacts Facts;    // what else its line says
 };
 
 // In the order of the sections and of their properties. With `schema` each list shows one item, numbered "[]", and
 // texts by number show one, "<n>".
 [[nodiscard]] std::vector<TPropertyView> ViewProperties(TXmlSubConfig& root, bool schema);
 
-// Sets one property by its path as ViewProperties names it, without regard to case. Empty, or why not; nothing is
-// changed then.
-[[nodiscard]] std::string SetProperty(TXmlSubConfig& root, std::string_view path, const std::string& value);
+// Sets one property by its path as ViewProperties names it, without regard to case; a number only within its bound on
+// this machine, null for none. Nothing is changed by what is refused.
+TResult<> SetProperty(TXmlSubConfig& root, std::string_view path, const std::string& value,
+                      const TMachineBounds* machine = nullptr);
 
 struct TConfigFinding {
   std::size_t Offset = 0;
@@ -40,8 +43,8 @@ struct TConfigFinding {
 // Everything in the document that the records would not read as it was meant, in document order.
 [[nodiscard]] std::vector<TConfigFinding> CheckDocument(const TXmlDocument& document, TXmlSubConfig& root);
 
-// Adds problems of the form "path: reason" in their places, but not where there is a finding already.
-void AddFindings(const TXmlDocument& document, const std::vector<std::string>& problems,
+// Adds problems whose Where is a path in their places, but not where there is a finding already.
+void AddFindings(const TXmlDocument& document, const std::vector<TProblem>& problems,
                  std::vector<TConfigFinding>& findings);
 
 }  // namespace ixocontroller

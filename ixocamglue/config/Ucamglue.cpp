@@ -65,7 +65,7 @@ void CheckSwitchTableConfig(TMachineConfig& config, bool force) {
   TSwitchTableConfig& table = config.SwitchTable();
   if (!force && table.CheckRailDelay) return;
   TXmlDocument document;
-  if (!document.Parse(std::move(bytes)).empty()) return;  // said by the load; nothing is ever saved over such a file
+  if (!document.Parse(std::move(bytes))) return;  // said by the load; nothing is ever saved over such a file
   TXmlContext context{config.File().string(), false, {}};
   const TXmlNode lift = document.Root(context).Child("SwitchTable").Child("Elvt");
   if (lift && lift.HasValue("RailStartDelay") && !lift.HasValue("BeforeUpDelay")) {
@@ -79,7 +79,7 @@ void CheckSwitchTableConfig(TMachineConfig& config, bool force) {
     table.Elvt.SetInt("AfterDownDelay", stop);
   }
   table.CheckRailDelay = true;
-  config.Save();
+  (void)config.Save();  // a failure is in the log
 }
 
 }  // namespace ixocamglue

@@ -9,25 +9,25 @@
 namespace ixocamglue {
 
 void TAutoCleanConfig::Publish(TPublisher& p) {
-  p.Field("CleanBrushHeight", CleanBrushHeight);
+  p.Field("CleanBrushHeight", CleanBrushHeight).Unit(uMm);
   p.Field("CleanCount", CleanCount);
   p.Field("CleanCurveStyle", CleanCurveStyle);
-  p.Field("CleanCurveLength", CleanCurveLength);
-  p.Field("CleanCurveWidth", CleanCurveWidth);
+  p.Field("CleanCurveLength", CleanCurveLength).Unit(uMm);
+  p.Field("CleanCurveWidth", CleanCurveWidth).Unit(uMm);
   p.Field("CleanCurveDir", CleanCurveDir);
   p.Field("CleanHeadEnabled", CleanHeadEnabled);
-  p.Field("CleanGasBranch", CleanGasBranch);
+  p.Field("CleanGasBranch", CleanGasBranch).Within(bdFittedBranch.Or(0));
   p.Field("CleanGasOpen", CleanGasOpen);
-  p.Field("CleanGasPressure", CleanGasPressure);
-  p.Field("CleanRefPtX", CleanRefPtX);
-  p.Field("CleanRefPtY", CleanRefPtY);
-  p.Field("CleanRefPtX2", CleanRefPtX2);
-  p.Field("CleanRefPtY2", CleanRefPtY2);
-  p.Field("CleanReturnXPos", CleanReturnXPos);
-  p.Field("CleanReturnYPos", CleanReturnYPos);
-  p.Field("CleanSpeed", CleanSpeed);
-  p.Field("CleanZPos", CleanZPos);
-  p.Field("CleanZPos2", CleanZPos2);
+  p.Field("CleanGasPressure", CleanGasPressure).Unit(uBar).Within(bdPressureOf("CleanGasBranch"));
+  p.Field("CleanRefPtX", CleanRefPtX).Unit(uMm).Within(bdAxisX.Or(0));
+  p.Field("CleanRefPtY", CleanRefPtY).Unit(uMm).Within(bdAxisY.Or(0));
+  p.Field("CleanRefPtX2", CleanRefPtX2).Unit(uMm).Within(bdAxisX.Or(0));
+  p.Field("CleanRefPtY2", CleanRefPtY2).Unit(uMm).Within(bdAxisY.Or(0));
+  p.Field("CleanReturnXPos", CleanReturnXPos).Unit(uMm).Within(bdAxisX.Or(0));
+  p.Field("CleanReturnYPos", CleanReturnYPos).Unit(uMm).Within(bdAxisY.Or(0));
+  p.Field("CleanSpeed", CleanSpeed).Unit(uMmPerS).Within(bdXYSpeed);
+  p.Field("CleanZPos", CleanZPos).Unit(uMm).Within(bdAxisZ.Or(0));
+  p.Field("CleanZPos2", CleanZPos2).Unit(uMm).Within(bdAxisZ.Or(0));
   p.Field("CleanZReturn0", CleanZReturn0);
   p.Field("CleanReturnStyle", CleanReturnStyle);
   p.Field("Initialized", Initialized);
@@ -58,10 +58,10 @@ TPoint4 TAutoCleanConfig::GetCurPos() const {
 
 void TCutHeadMaintainConfig::Publish(TPublisher& p) {
   p.Field("Enabled", Enabled);
-  p.Field("PosX", FPosX);
-  p.Field("PosY", FPosY);
-  p.Field("PosZ", FPosZ);
-  p.Field("Focus", FFocus);
+  p.Field("PosX", FPosX).Unit(uMm).Within(bdAxisX.Or(0));
+  p.Field("PosY", FPosY).Unit(uMm).Within(bdAxisY.Or(0));
+  p.Field("PosZ", FPosZ).Unit(uMm).Within(bdAxisZ.Or(0));
+  p.Field("Focus", FFocus).Unit(uMm).Within(bdFocus.Or(0));
 }
 
 void TCutHeadMaintainConfig::SetMaintainPos(const TPoint4& pos) {
@@ -73,11 +73,11 @@ void TCutHeadMaintainConfig::SetMaintainPos(const TPoint4& pos) {
 
 void TFloatCalibrationConfig::Publish(TPublisher& p) {
   p.Field("AutoCailEnabled", AutoCailEnabled);
-  p.Field("AdjustCapPermitHeight", AdjustCapPermitHeight);
+  p.Field("AdjustCapPermitHeight", AdjustCapPermitHeight).Unit(uMm);
   p.Field("FinishFirstCali", FinishFirstCali);
-  p.Field("PosX", PosX);
-  p.Field("PosY", PosY);
-  p.Field("PosZ", PosZ);
+  p.Field("PosX", PosX).Unit(uMm).Within(bdAxisX.Or(0));
+  p.Field("PosY", PosY).Unit(uMm).Within(bdAxisY.Or(0));
+  p.Field("PosZ", PosZ).Unit(uMm).Within(bdAxisZ.Or(0));
 }
 
 void TFloatCalibrationConfig::SetFloatCaliPos(const TPoint3& pos) {
@@ -88,23 +88,23 @@ void TFloatCalibrationConfig::SetFloatCaliPos(const TPoint3& pos) {
 
 void TBlankingConfig::Publish(TPublisher& p) {
   p.Field("Enabled", Enabled);
-  p.Field("PosX", PosX);
-  p.Field("PosY", PosY);
+  p.Field("PosX", PosX).Unit(uMm).Within(bdAxisX.Or(0));
+  p.Field("PosY", PosY).Unit(uMm).Within(bdAxisY.Or(0));
 }
 
 void TStrokeMeasurement::Publish(TPublisher& p) {
-  p.Field("XNeg", XNeg);
-  p.Field("XPos", XPos);
-  p.Field("YNeg", YNeg);
-  p.Field("YPos", YPos);
-  p.Field("XMaxNeg", XMaxNeg);
-  p.Field("XMaxPos", XMaxPos);
-  p.Field("YMaxNeg", YMaxNeg);
-  p.Field("YMaxPos", YMaxPos);
-  p.Field("XNegativeRange", XNegativeRange);
-  p.Field("XPositiveRange", XPositiveRange);
-  p.Field("YNegativeRange", YNegativeRange);
-  p.Field("YPositiveRange", YPositiveRange);
+  p.Field("XNeg", XNeg).Unit(uMm);
+  p.Field("XPos", XPos).Unit(uMm);
+  p.Field("YNeg", YNeg).Unit(uMm);
+  p.Field("YPos", YPos).Unit(uMm);
+  p.Field("XMaxNeg", XMaxNeg).Unit(uMm);
+  p.Field("XMaxPos", XMaxPos).Unit(uMm);
+  p.Field("YMaxNeg", YMaxNeg).Unit(uMm);
+  p.Field("YMaxPos", YMaxPos).Unit(uMm);
+  p.Field("XNegativeRange", XNegativeRange).Unit(uMm);
+  p.Field("XPositiveRange", XPositiveRange).Unit(uMm);
+  p.Field("YNegativeRange", YNegativeRange).Unit(uMm);
+  p.Field("YPositiveRange", YPositiveRange).Unit(uMm);
   p.Field("IsFinished", IsFinished);
 }
 
@@ -126,8 +126,8 @@ void TSysDelayConfig::Publish(TPublisher& p) {
   p.Field("SysDelayX", SysDelayX);
   p.Field("SysDelayY", SysDelayY);
   p.Field("LastTime", LastTime);
-  p.Field("MoveDis", MoveDis);
-  p.Field("MoveSpeed", MoveSpeed);
+  p.Field("MoveDis", MoveDis).Unit(uMm);
+  p.Field("MoveSpeed", MoveSpeed).Unit(uMmPerS);
 }
 
 }  // namespace ixocamglue

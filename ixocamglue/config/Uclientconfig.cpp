@@ -4,19 +4,19 @@ namespace ixocamglue {
 
 void TFocusDebugParams::Publish(TPublisher& p) {
   p.Field("BeamSize", BeamSize);
-  p.Field("FocusStart", FocusStart);
-  p.Field("FocusEnd", FocusEnd);
-  p.Field("FocusSpace", FocusSpace);
-  p.Field("LineLength", LineLength);
-  p.Field("LineDistance", LineDistance);
-  p.Field("FrameWidth", FrameWidth);
+  p.Field("FocusStart", FocusStart).Unit(uMm);
+  p.Field("FocusEnd", FocusEnd).Unit(uMm);
+  p.Field("FocusSpace", FocusSpace).Unit(uMm);
+  p.Field("LineLength", LineLength).Unit(uMm);
+  p.Field("LineDistance", LineDistance).Unit(uMm);
+  p.Field("FrameWidth", FrameWidth).Unit(uMm);
 }
 
 void TMoltenPoolDebugParams::Publish(TPublisher& p) {
   p.Field("LineCount", LineCount);
-  p.Field("LineLength", LineLength);
-  p.Field("LineDistance", LineDistance);
-  p.Field("FrameWidth", FrameWidth);
+  p.Field("LineLength", LineLength).Unit(uMm);
+  p.Field("LineDistance", LineDistance).Unit(uMm);
+  p.Field("FrameWidth", FrameWidth).Unit(uMm);
 }
 
 void TMoltenPoolDebugParams::AddMpLineParams(std::vector<std::pair<std::string, std::int32_t>>& params) const {
@@ -40,8 +40,8 @@ void TCloudCutConfig::Publish(TPublisher& p) { p.Field("CloudCutEnabled", CloudC
 
 void TManualLaserParams::Publish(TPublisher& p) {
   p.Field("LaserDiodeCurrent", LaserDiodeCurrent);
-  p.Field("LaserFrequency", LaserFrequency);
-  p.Field("LaserRatio", LaserRatio);
+  p.Field("LaserFrequency", LaserFrequency).Unit(uHertz);
+  p.Field("LaserRatio", LaserRatio).Unit(uPercent);
 }
 
 void TManualLaserConfig::Publish(TPublisher& p) {
@@ -57,10 +57,10 @@ void TClientConfig::Publish(TPublisher& p) {
   p.Field("FitStyle", FitStyle);
   p.Field("ReturnStyle", ReturnStyle);
   p.Field("UCSIndex", UCSIndex);
-  p.Field("JogDistance", JogDistance);
+  p.Field("JogDistance", JogDistance).Unit(uMm);
   p.Field("ViewType", ViewType);
-  p.Field("StepDistance", StepDistance);
-  p.Field("StepSpeed", StepSpeed);
+  p.Field("StepDistance", StepDistance).Unit(uMm);
+  p.Field("StepSpeed", StepSpeed).Unit(uMmPerS);
   p.Field("MarkPointFlag", MarkPointFlag);
   p.Field("WorkedCount", WorkedCount);
   p.Field("ExportSelOnly", ExportSelOnly);
@@ -78,16 +78,16 @@ void TInVivoDetection::Publish(TPublisher& p) {
   p.Field("Enabled", Enabled);
   p.Field("ReportType", ReportType);
   p.Field("IgnoreAlarmWhenWalkAround", IgnoreAlarmWhenWalkAround);
-  p.Field("CommAlarmDelayMs", CommAlarmDelayMs);
+  p.Field("CommAlarmDelayMs", CommAlarmDelayMs).Unit(uMs);
   p.Field("ReportPort", ReportPort);
   p.Child("AlarmCfg", AlarmCfg);
 }
 
 void TLaserParamConfig::Publish(TPublisher& p) {
-  p.Field("LaserPowerPer", LaserPowerPer);
-  p.Field("LaserRatio", LaserRatio);
-  p.Field("LaserPwm", LaserPwm);
-  p.Field("LaserDuration", LaserDuration);
+  p.Field("LaserPowerPer", LaserPowerPer).Unit(uPercent);
+  p.Field("LaserRatio", LaserRatio).Unit(uPercent);
+  p.Field("LaserPwm", LaserPwm).Unit(uHertz);
+  p.Field("LaserDuration", LaserDuration).Unit(uMs);
 }
 
 void TLaserTestConfig::Publish(TPublisher& p) {
@@ -128,11 +128,11 @@ void TStaryLightParams::Publish(TPublisher& p) {
   p.Field("StrayLightMiddle", StrayLightMiddle);
   p.Field("StrayLightPoor", StrayLightPoor);
   p.Field("StrayLightLv", StrayLightLv);
-  p.Field("FocusStart", FocusStart);
-  p.Field("FocusEnd", FocusEnd);
-  p.Field("FocusStep", FocusStep);
-  p.Field("FocusOptimalPos", FocusOptimalPos);
-  p.Field("FocusOptimalNeg", FocusOptimalNeg);
+  p.Field("FocusStart", FocusStart).Unit(uMm);
+  p.Field("FocusEnd", FocusEnd).Unit(uMm);
+  p.Field("FocusStep", FocusStep).Unit(uMm);
+  p.Field("FocusOptimalPos", FocusOptimalPos).Unit(uMm);
+  p.Field("FocusOptimalNeg", FocusOptimalNeg).Unit(uMm);
 }
 
 void TDataTransConfig::Publish(TPublisher& p) {

@@ -15,10 +15,10 @@ class TFocusDebugParams : public TXmlSubConfig {
  public:
   void Publish(TPublisher& p) override;
   long double BeamSize = 0.0L;
-  long double FocusStart = 0.0L;  // mm
+  long double FocusStart = 0.0L;
   long double FocusEnd = 0.0L;
   long double FocusSpace = 0.0L;
-  std::int32_t LineLength = 0;  // mm
+  std::int32_t LineLength = 0;
   std::int32_t LineDistance = 0;
   std::int32_t FrameWidth = 0;
 };
@@ -29,7 +29,7 @@ class TMoltenPoolDebugParams : public TXmlSubConfig {
   // Appends the four values under their names.
   void AddMpLineParams(std::vector<std::pair<std::string, std::int32_t>>& params) const;
   std::int32_t LineCount = 0;
-  std::int32_t LineLength = 0;  // mm
+  std::int32_t LineLength = 0;
   std::int32_t LineDistance = 0;
   std::int32_t FrameWidth = 0;
 };
@@ -61,8 +61,8 @@ class TManualLaserParams : public TXmlSubConfig {
  public:
   void Publish(TPublisher& p) override;
   double LaserDiodeCurrent = 0.0;
-  std::int32_t LaserFrequency = 0;  // Hz
-  double LaserRatio = 0.0;          // %
+  std::int32_t LaserFrequency = 0;
+  double LaserRatio = 0.0;
 };
 
 class TManualLaserConfig : public TXmlSubConfig {
@@ -80,10 +80,10 @@ class TClientConfig : public TXmlSubConfig {
   std::int32_t FitStyle = 0;
   std::int32_t ReturnStyle = 0;
   std::int32_t UCSIndex = 0;
-  double JogDistance = 0.0;  // mm
+  double JogDistance = 0.0;
   std::int32_t ViewType = 0;
-  double StepDistance = 0.0;  // mm
-  double StepSpeed = 0.0;     // mm/s
+  double StepDistance = 0.0;
+  double StepSpeed = 0.0;
   std::int32_t MarkPointFlag = 0;
   std::int32_t WorkedCount = 0;
   bool ExportSelOnly = false;
@@ -110,10 +110,10 @@ class TInVivoDetection : public TXmlSubConfig {
 class TLaserParamConfig : public TXmlSubConfig {
  public:
   void Publish(TPublisher& p) override;
-  double LaserPowerPer = 0.0;      // %
-  double LaserRatio = 0.0;         // %
-  std::int32_t LaserPwm = 0;       // Hz
-  std::int32_t LaserDuration = 0;  // ms
+  double LaserPowerPer = 0.0;
+  double LaserRatio = 0.0;
+  std::int32_t LaserPwm = 0;
+  std::int32_t LaserDuration = 0;
 };
 
 class TLaserTestConfig : public TXmlSubConfig {
@@ -162,7 +162,7 @@ class TStaryLightParams : public TXmlSubConfig {
   std::int32_t StrayLightMiddle = 0;
   std::int32_t StrayLightPoor = 0;
   std::int32_t StrayLightLv = 0;
-  double FocusStart = 0.0;  // mm
+  double FocusStart = 0.0;
   double FocusEnd = 0.0;
   double FocusStep = 0.0;
   double FocusOptimalPos = 0.0;

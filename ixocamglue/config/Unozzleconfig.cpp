@@ -6,7 +6,7 @@
 namespace ixocamglue {
 
 void TInportParamsConfig::Publish(TPublisher& p) {
-  p.Field("Port", Port);
+  p.Field("Port", Port).Within(bdFittedInport.Or(0));
   p.Field("Level", Level);
 }
 
@@ -20,10 +20,10 @@ void TNozzleItem::Publish(TPublisher& p) {
 void TNozzlePosItem::Publish(TPublisher& p) {
   p.Field("Row", Row);
   p.Field("Col", Col);
-  p.Field("X", X);
-  p.Field("Y", Y);
-  p.Field("Z", Z);
-  p.Field("UninstZ", UninstZ);
+  p.Field("X", X).Unit(uMm).Within(bdAxisX.Or(0));
+  p.Field("Y", Y).Unit(uMm).Within(bdAxisY.Or(0));
+  p.Field("Z", Z).Unit(uMm).Within(bdAxisZ.Or(0));
+  p.Field("UninstZ", UninstZ).Unit(uMm).Within(bdAxisZ.Or(0));
   p.Field("UseDiffZ", UseDiffZ);
   p.Field("InstCnt", InstCnt);
   p.Field("UnInstCnt", UnInstCnt);
@@ -163,18 +163,18 @@ TNozzleItem* TNozzleItems::Search(std::string_view name) const {
 }
 
 void TJogConfig::Publish(TPublisher& p) {
-  p.Field("Slow", Slow);
-  p.Field("Medium", Medium);
-  p.Field("High", High);
+  p.Field("Slow", Slow).Unit(uMmPerS);
+  p.Field("Medium", Medium).Unit(uMmPerS);
+  p.Field("High", High).Unit(uMmPerS);
   p.Field("FixedStep", FixedStep);
-  p.Field("FixedDistance", FixedDistance);
+  p.Field("FixedDistance", FixedDistance).Unit(uMm);
 }
 
 void TNozzleChangeConfig::Publish(TPublisher& p) {
-  p.Field("OutCapOpen", OutCapOpen);
-  p.Field("OutCapClose", OutCapClose);
-  p.Field("OutStageUp", OutStageUp);
-  p.Field("OutStageDown", OutStageDown);
+  p.Field("OutCapOpen", OutCapOpen).Within(bdFittedOutport.Or(0));
+  p.Field("OutCapClose", OutCapClose).Within(bdFittedOutport.Or(0));
+  p.Field("OutStageUp", OutStageUp).Within(bdFittedOutport.Or(0));
+  p.Field("OutStageDown", OutStageDown).Within(bdFittedOutport.Or(0));
   p.Child("InCapOpenOK", InCapOpenOK);
   p.Child("InCapCloseOK", InCapCloseOK);
   p.Child("InStageUpOK", InStageUpOK);
@@ -183,14 +183,14 @@ void TNozzleChangeConfig::Publish(TPublisher& p) {
   p.Field("CapCaliAfterChange", CapCaliAfterChange);
   p.Field("ChangeNozzleEnabled", ChangeNozzleEnabled);
   p.Field("MotorDir", MotorDir);
-  p.Field("LiftHeightAfterUn", LiftHeightAfterUn);
-  p.Field("LiftPosAfterIn", LiftPosAfterIn);
-  p.Field("ZMoveLowSpeed", ZMoveLowSpeed);
-  p.Field("ZMoveHighSpeed", ZMoveHighSpeed);
+  p.Field("LiftHeightAfterUn", LiftHeightAfterUn).Unit(uMm);
+  p.Field("LiftPosAfterIn", LiftPosAfterIn).Unit(uMm);
+  p.Field("ZMoveLowSpeed", ZMoveLowSpeed).Unit(uMmPerS);
+  p.Field("ZMoveHighSpeed", ZMoveHighSpeed).Unit(uMmPerS);
   p.Field("ReplaceStyle", ReplaceStyle);
   p.Field("InstallID", InstallID);
   p.Field("UninstallID", UninstallID);
-  p.Field("ZDis", ZDis, 20.0);
+  p.Field("ZDis", ZDis, 20.0).Unit(uMm);
   p.Field("Version", Version);
   p.Child("NozzlePosItems", NozzlePosItems);
   p.Child("Jog", Jog);

@@ -32,7 +32,7 @@ bool TPierceCounter::SaveParam() {
     FConfig->LastPierceTotal.store(FLastTotal);
     machine = FMachine;
   }
-  return machine && machine->Save();
+  return machine && machine->Save().Ok();
 }
 
 void TPierceCounter::CalcPierceCount() {

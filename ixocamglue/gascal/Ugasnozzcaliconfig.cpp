@@ -103,17 +103,19 @@ void TGasCaliConfig::Publish(TPublisher& p) {
 }
 
 void TGasCaliConfig::Open() {
-  if (const std::string problem = Load(GasCaliConfigFile(), mfDefaults); !problem.empty())
-    LogMsg(lkWarning, 0, problem + "; the stored gas calibrations count as none");
+  if (const auto loaded = Load(GasCaliConfigFile(), mfDefaults); !loaded)
+    LogMsg(lkWarning, 0, loaded.Problem().Text() + "; the stored gas calibrations count as none");
 }
 
 bool TGasCaliConfig::SaveTables(std::string* problem) {
-  if (std::string reason = MoveAside(); !reason.empty()) {
-    LogMsg(lkError, 0, reason);
-    if (problem) *problem = std::move(reason);
+  if (const auto aside = MoveAside(); !aside) {
+    LogMsg(lkError, 0, aside.Problem().Text());
+    if (problem) *problem = aside.Problem().Text();
     return false;
   }
-  return Save(problem);
+  const auto saved = Save();
+  if (problem) *problem = saved ? *saved : saved.Problem().Text();
+  return saved.Ok();
 }
 
 TGasBraCaliConfig* TGasCaliConfig::GetGasConfig(std::int32_t gasType) {

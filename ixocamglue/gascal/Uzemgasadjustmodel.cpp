@@ -79,8 +79,8 @@ bool TZemGasAdjustModel::LoadGasData(std::int32_t gasType, std::string_view nozz
   }
   CopyTable(*table, branch->DAAdjustTable);
   branch->DAAdjustEnabled = true;
-  if (std::string problem; !MachineConfig()->Save(&problem)) {
-    AddMsg(std::move(problem));
+  if (const auto saved = MachineConfig()->Save(); !saved) {
+    AddMsg(saved.Problem().Text());
     return false;
   }
   AddMsg(Show(SQAdjLoadDataSucc, gas.c_str()));

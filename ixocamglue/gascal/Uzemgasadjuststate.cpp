@@ -118,8 +118,8 @@ void TZemGasAdjustState::NextGas() {
   ++FGasIndex;
   TZemGasAdjustModel* const model = GZemGasAdjustModel();
   if (!HasGas()) {
-    std::string problem;
-    if (TMachineConfig* const config = MachineConfig(); config && !config->Save(&problem)) AddAdjustMsg(problem);
+    if (TMachineConfig* const config = MachineConfig())
+      if (const auto saved = config->Save(); !saved) AddAdjustMsg(saved.Problem().Text());
     AddAdjustMsg(SQAdjAllSucc.Get());
     gas.SwitchOff();
     if (model) model->Progress(100.0);

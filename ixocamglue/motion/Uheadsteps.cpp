@@ -109,11 +109,9 @@ TStepType TSmtCapCaliMotion::Finish(TNcFollower& follower) {
 
   const TNcParams* const params = NcParams();
   TMachineConfig* const config = MachineConfig();
-  std::string problem;
-  if (config && params && params->GetInt("AutoSaveCaliResult", 0) == 1 && !config->Save(&problem)) {
-    // The calibration itself stands; the follower has it.
-    if (TDiag d{dlError}) d("%s", Format(SCheckNotSaved.Get(), problem.c_str()).c_str());
-  }
+  if (config && params && params->GetInt("AutoSaveCaliResult", 0) == 1)
+    if (const auto saved = config->Save(); !saved)  // the calibration itself stands; the follower has it
+      if (TDiag d{dlError}) d("%s", Format(SCheckNotSaved.Get(), saved.Problem().Text().c_str()).c_str());
   if (!TPreCheck(*this).Require(read.ErrorType == 0, SCheckCaliFailed, read.ErrorType)) return Fail();
   return Await(csbtEnsure);
 }

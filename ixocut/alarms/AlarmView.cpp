@@ -91,8 +91,7 @@ std::string AlarmCsvHead() {
 
 TAlarmLookup::TAlarmLookup(const std::string& language, const std::filesystem::path& machine)
     : FLocale(ShareFolder() / "locale") {
-  if (!machine.empty())
-    if (const std::string problem = FConfig.Load(machine); !problem.empty()) throw EProblem(pbUnusable, problem);
+  if (!machine.empty()) FConfig.Load(machine).OrThrow(pbUnusable);
   FApp.Register(IID_IAlarmInterpreterSvc, std::make_shared<TAlarmDefinitionFiles>(ShareFolder() / "alarms"));
   FLibrary.emplace();
   if (const std::string problem = FLocaleManager.ChangeLanguage(language); !problem.empty())

@@ -200,8 +200,8 @@ int RunAlarmsCheck(const TAlarmsOptions& options, std::ostream& out) {
   if (isXml) {
     TMachineConfig config;
     const TInstalled<TMachineConfig> installed(config);
-    if (const std::string problem = config.Load(options.File); !problem.empty()) {
-      out << problem << '\n';
+    if (const auto loaded = config.Load(options.File); !loaded) {
+      out << loaded.Problem().Text() << '\n';
       return kExitOtherwise;
     }
     problems = CheckAlarmsSection(config.Section("Alarms"));

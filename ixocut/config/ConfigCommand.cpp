@@ -8,10 +8,10 @@
 #include <nlohmann/json.hpp>
 
 #include "controller/StateFolder.h"
-#include "controller/config/ConfigView.h"
 #include "ixocamglue/config/Uassistconfig.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/Texts.h"
 #include "ixocut/CommandLine.h"
 
 namespace ixocut {
@@ -38,16 +38,6 @@ bool Under(const std::string& path, const std::string& section) {
          (path[section.size()] == '/' || path[section.size()] == '[');
 }
 
-// Why the simulated machine would refuse the value; empty: it does not.
-std::string CheckAsked(const std::string& path, const std::string& value) {
-  const TSimProperty* const asked = AskedFor(path);
-  const auto number = ParseNumber<double>(value);
-  if (!asked || !number) return {};  // what is no number is refused by type
-  const std::string range = RangeOf(*asked);
-  if (range.empty() || (*number >= asked->Min && *number <= asked->Max)) return {};
-  return Format("%s is outside %s", value.c_str(), range.c_str());
-}
-
 // A value that no record knows, as the file has it.
 std::optional<std::string> ForeignValue(const TMachineConfig& config, const std::string& path) {
   TConfigSection section = config.Root();
@@ -72,20 +62,32 @@ std::optional<std::string> ForeignValue(const TMachineConfig& config, const std:
 
 }  // namespace
 
+TWholeConfig::TWholeConfig() {
+  AddSubConfig("Alarms", FAlarms);
+  AddSubConfig(kKeyDefinitionSection, FKeys);
+}
+
+void TWholeConfig::Publish(TPublisher& p) {
+  FMachine.Publish(p);
+  p.Child("Simulator", FSimulator);
+  FJog.Publish(p);
+}
+
 TMachineFile::TMachineFile() { InitCamConfigs(FConfig); }
 TMachineFile::~TMachineFile() { FreeAssistConfig(); }
 
-void TMachineFile::Load(const std::filesystem::path& file) {
-  if (const std::string problem = FConfig.Load(file); !problem.empty()) throw EProblem(pbUnusable, problem);
-}
+void TMachineFile::Load(const std::filesystem::path& file) { FConfig.Load(file).OrThrow(pbUnusable); }
 
 int RunConfigCheck(const std::filesystem::path& file, bool all, std::ostream& out) {
   TMachineFile machine;
   machine.Load(file);
   auto findings = CheckDocument(machine.Config().Document(), machine.Config());
-  std::vector<std::string> problems;
-  (void)TSimConfig::FromConfig(machine.Config(), problems);
-  AddFindings(machine.Config().Document(), problems, findings);
+  std::vector<TProblem> fatal;
+  std::vector<TProblem> outside;
+  const TMachineBounds bounds = machine.Bounds(fatal);
+  CheckRecord(machine.Config().Root(), machine.Config(), bounds, outside);
+  AddFindings(machine.Config().Document(), fatal, findings);
+  AddFindings(machine.Config().Document(), outside, findings);
   std::size_t faults = 0;
   std::size_t foreign = 0;
   for (const TConfigFinding& finding : findings) {
@@ -140,11 +142,11 @@ int RunConfigSet(const std::filesystem::path& file, const std::string& path, con
                  std::ostream& out) {
   TMachineFile machine;
   machine.Load(file);
-  std::string problem = CheckAsked(path, value);
-  if (problem.empty()) problem = SetProperty(machine.Config(), path, value);
-  if (!problem.empty()) throw EProblem(pbRequest, problem);
-  if (!machine.Config().Save(&problem)) throw EProblem(pbUnusable, problem);
-  if (!problem.empty()) std::cerr << "ixocut config: " << problem << std::endl;
+  std::vector<TProblem> wrong;  // elsewhere in the file; `check` names it
+  const TMachineBounds bounds = machine.Bounds(wrong);
+  SetProperty(machine.Config(), path, value, &bounds).OrThrow(pbRequest);
+  const std::string unsure = machine.Config().Save().OrThrow(pbUnusable);
+  if (!unsure.empty()) std::cerr << "ixocut config: " << unsure << std::endl;
   const auto views = ViewProperties(machine.Config(), false);
   const auto view = std::ranges::find_if(views, [&](const auto& v) { return SameFolded(v.Path, path); });
   if (view != views.end()) out << view->Path << " = " << Shown(*view) << '\n';
@@ -183,17 +185,20 @@ int RunConfigDiff(const std::filesystem::path& a, const std::filesystem::path& b
 int RunConfigSchema(bool json, std::ostream& out) {
   TMachineFile machine;
   auto document = nlohmann::ordered_json::array();
-  for (auto& view : ViewProperties(machine.Config(), true)) {
-    if (const TSimProperty* const asked = AskedFor(view.Path); asked && view.Range.empty() && view.Type != "string")
-      view.Range = RangeOf(*asked);
+  for (const auto& view : ViewProperties(machine.Config(), true)) {
+    const std::string range = view.Range.empty() ? BoundText(view.Facts.Bound) : view.Range;
+    const std::string unit = UnitText(view.Facts.Unit);
     if (json) {
       nlohmann::ordered_json row{{"path", view.Path}, {"type", view.Type}, {"default", JsonOf(view, view.Default)}};
-      if (!view.Range.empty()) row["range"] = view.Range;
+      if (!range.empty()) row["range"] = range;
+      if (!unit.empty()) row["unit"] = unit;
+      if (view.Facts.Text) row["text"] = view.Facts.Text->Get();
       document.push_back(std::move(row));
     } else {
       out << Format("%-56s %-9s %s", view.Path.c_str(), view.Type.c_str(),
                     view.Type == "string" ? Quoted(view.Default).c_str() : view.Default.c_str());
-      if (!view.Range.empty()) out << "  " << view.Range;
+      if (!unit.empty()) out << ' ' << unit;
+      if (!range.empty()) out << "  " << range;
       out << '\n';
     }
   }
@@ -204,7 +209,7 @@ int RunConfigSchema(bool json, std::ostream& out) {
 int RunConfigRestore(const std::filesystem::path& file, std::ostream& out) {
   TMachineFile machine;
   (void)machine.Config().Load(file);  // whether it can be read or not
-  if (const std::string problem = machine.Config().Restore(); !problem.empty()) throw EProblem(pbUnusable, problem);
+  machine.Config().Restore().OrThrow(pbUnusable);
   out << file.string() << ": the previous version is back; what was replaced is kept as " << file.string()
       << ".broken\n";
   return kExitSuccess;

@@ -7,12 +7,33 @@
 #include <optional>
 #include <string>
 
-#include "controller/config/ConfigShape.h"
+#include "controller/config/ConfigView.h"
+#include "ixocamglue/panel/Kbpkeys.h"
+#include "ixocamglue/platform/alarms/AlarmsConfig.h"
+#include "ixocamglue/platform/xml/JogSections.h"
 #include "ixocamglue/platform/xml/MachineConfig.h"
+#include "ixocamglue/support/Problem.h"
+#include "machines/simulated/Config.h"
 
 namespace ixocut {
 using namespace ixocamglue;
 using namespace ixocontroller;
+
+// With every section that the program reads. To check, show and edit only: the process that runs a machine keeps its
+// own record of the jog and alarm sections.
+class TWholeConfig final : public TMachineConfig {
+ public:
+  TWholeConfig();
+  ~TWholeConfig() override { Die(); }
+  void Publish(TPublisher& p) override;
+
+ private:
+  TMachineRecord FMachine;
+  TSimulatorRecord FSimulator;
+  TJogRecord FJog;
+  TAlarmsRecord* FAlarms = nullptr;
+  TKeyDefinitionRecord* FKeys = nullptr;
+};
 
 // A machine configuration with every section that the program knows, installed while it lives.
 class TMachineFile {
@@ -24,6 +45,10 @@ class TMachineFile {
   // Throws EProblem, exit code 3, when the file cannot be loaded.
   void Load(const std::filesystem::path& file);
   TMachineConfig& Config() { return FConfig; }
+  // What the machine that the file describes can do, and what keeps it from starting.
+  [[nodiscard]] TMachineBounds Bounds(std::vector<TProblem>& problems) const {
+    return TSimConfig::FromConfig(FConfig, problems);
+  }
 
  private:
   TWholeConfig FConfig;

@@ -219,7 +219,7 @@ void TCalibrate::Write() {
     if (result.Points.empty()) continue;
     TRecordedGas gas{.GasType = result.Gas, .Name = GasName(result.Gas), .Points = {}, .Table = result.Curve};
     if (const TGasBranchConfig* const branch = MachineConfig()->GetGasBranch(result.Gas))
-      gas.MaxPressure = branch->MaxPressure;
+      gas.MaxPressure = branch->GetMaxPressure();
     for (const TGasPoint& point : result.Points) gas.Points.push_back(Recorded(point, false));
     for (const TGasDescent& descent : FDescent.Descents())
       if (descent.Gas == result.Gas)

@@ -72,9 +72,10 @@ int RunPressure(const TPressureOptions& options, std::ostream& out) {
 
   const TGasBranchConfig* const branch = MachineConfig()->GetGasBranch(gas);
   if (!branch) throw EProblem(pbUnusable, "the machine has no branch for " + name);
-  if (branch->MaxPressure > 0.0 && *bar > branch->MaxPressure)
-    throw EProblem(pbRequest, Format("--bar: %s is above the %s bar that the branch of %s may have",
-                                     ValueText(*bar).c_str(), ValueText(branch->MaxPressure).c_str(), name.c_str()));
+  if (*bar > branch->GetMaxPressure())
+    throw EProblem(pbRequest,
+                   Format("--bar: %s is above the %s bar that the branch of %s may have", ValueText(*bar).c_str(),
+                          ValueText(branch->GetMaxPressure()).c_str(), name.c_str()));
   const auto volt = branch->DAAdjustTable.GetVolt(*bar);
   if (!branch->DAAdjustEnabled || !volt) {
     console.Say(Show(SGasNoTable, name.c_str()));

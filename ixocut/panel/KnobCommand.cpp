@@ -108,8 +108,7 @@ int RunKnob(const TKnobOptions& options, bool setsState, bool setsSpeed, std::os
       throw EProblem(pbRefused, Format("%s: %s", fault.Unit(), fault.what()));
     }
   }
-  std::string problem;
-  if ((setsState || setsSpeed) && !session.Jog().Save(&problem)) throw EProblem(pbUnusable, problem);
+  if (setsState || setsSpeed) (void)session.Jog().Save().OrThrow(pbUnusable);
   Print(options, session, out);
   return kExitSuccess;
 }

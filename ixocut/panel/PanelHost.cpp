@@ -7,11 +7,11 @@
 #include "controller/panel/PanelTexts.h"
 #include "controller/procedures/Timeline.h"
 #include "ixocamglue/panel/Uknob.h"
+#include "ixocamglue/platform/xml/Bounds.h"
 #include "ixocamglue/support/Faults.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/ValueText.h"
 #include "ixocut/panel/TerminalKeys.h"
-#include "machines/simulated/Config.h"
 
 namespace ixocut {
 namespace {
@@ -201,8 +201,9 @@ std::string CheckJogSpeeds(double low, double normal, double high, double most) 
 }
 
 std::string CheckKnob() {
-  std::vector<std::string> unread;
-  const TSimConfig config = TSimConfig::FromConfig(*MachineConfig(), unread);
+  TMachineBounds config;
+  std::vector<TProblem> wrong;  // the machine was made all the same
+  config.Read(*MachineConfig(), wrong);
   const TSpeedData& xy = Knob().XYSpeed.ShowSpeed;
   const TSpeedData& z = Knob().ZSpeed.ShowSpeed;
   if (std::string problem =

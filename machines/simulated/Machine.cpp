@@ -142,11 +142,11 @@ TMachineSnapshot TSimMachine::Snapshot() {
 TMachineFactory SimulatedMachine(TSimOptions options) {
   const auto make = [options =
                          std::move(options)](const TMachineContext& context) -> TResult<std::unique_ptr<IMachine>> {
-    std::vector<std::string> problems;
+    std::vector<TProblem> problems;
     TSimConfig config = TSimConfig::FromConfig(context.Config, problems);
     std::string text;
-    for (const std::string& problem : problems)
-      text += (text.empty() ? "" : "\n") + context.Config.File().string() + ": " + problem;
+    for (const TProblem& problem : problems)
+      text += (text.empty() ? "" : "\n") + context.Config.File().string() + ": " + problem.Text();
     if (!text.empty()) return TProblem{.What = std::move(text)};
     if (options.Adjust) options.Adjust(config);
     return TResult<std::unique_ptr<IMachine>>(std::make_unique<TSimMachine>(context, config, options.Parts));

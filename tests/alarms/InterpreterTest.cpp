@@ -192,7 +192,7 @@ TEST(AlarmDefinitions, TheListsAreInOrderAndNameTheSameAlarms) {
   }
   EXPECT_EQ(ids[0], ids[1]);
   TMachineConfig machine;
-  ASSERT_EQ(machine.Load(ShareFolder() / "machines/machine.xml"), "");
+  ASSERT_TRUE(machine.Load(ShareFolder() / "machines/machine.xml"));
   EXPECT_EQ(Texts(CheckAlarmsSection(machine.Section("Alarms"))), TTexts{});
 }
 
@@ -218,7 +218,7 @@ TEST(AlarmDefinitions, WhatIsWrongIsNamedWithItsPlace) {
     <MultiBitGroup Bits="3"><Item Value="0" Description="d" Reason="r" Solution="s"/></MultiBitGroup>
     </Alarms></MachineConfig>)";
   TMachineConfig config;
-  ASSERT_EQ(config.Load(folder.Path() / "m.xml"), "");
+  ASSERT_TRUE(config.Load(folder.Path() / "m.xml"));
   EXPECT_EQ(Texts(CheckAlarmsSection(config.Section("Alarms"))),
             (TTexts{"Alarms/UserAlarm[2]/Description: the text is empty",
                     "Alarms/UserAlarm[2]: its number 1001 is that of Alarms/UserAlarm[1]",

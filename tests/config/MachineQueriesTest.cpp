@@ -15,7 +15,7 @@ class MachineQueries : public testing::Test {
   void Load(std::string_view sections, TMachineConfig& config) {
     std::ofstream(File, std::ios::binary)
         << DoubleQuoted("<MachineConfig>" + std::string(sections) + "</MachineConfig>");
-    ASSERT_EQ(config.Load(File), "");
+    ASSERT_TRUE(config.Load(File));
   }
   void Load(std::string_view sections) { Load(sections, Config); }
   std::string Bytes() {

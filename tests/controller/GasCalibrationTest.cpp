@@ -86,7 +86,7 @@ TEST_F(GasCalibration, FaultsEndInTimeAndNeverStoreACurveThatIsNone) {
     if (row.End == TGasEnd::Stored) continue;
     EXPECT_THAT(FMessages, HasSubstr(row.Completed ? "0.1 bar" : "未稳定"));
     TMachineConfig file;
-    ASSERT_EQ(file.Load(File()), "");
+    ASSERT_TRUE(file.Load(File()));
     const std::int32_t entries = file.GetGasBranch(2)->DAAdjustTable.GetCount();
     EXPECT_EQ(entries, MachineConfig()->GetGasBranch(2)->DAAdjustTable.GetCount());
     EXPECT_EQ(file.GetGasBranch(2)->DAAdjustEnabled, MachineConfig()->GetGasBranch(2)->DAAdjustEnabled);

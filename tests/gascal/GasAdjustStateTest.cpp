@@ -83,7 +83,7 @@ class GasAdjust : public testing::Test {
                              "<Item Press='2' Volt='9'/></DAAdjustTable></GasBranch>"
                              "<GasBranch GasType='3' Name='N2'/>"
                              "<GasBranch GasType='6' Name='H-N2' DAPort='36'/></GasBranches></MachineConfig>";
-    EXPECT_EQ(FConfig.Load(File()), "");
+    EXPECT_TRUE(FConfig.Load(File()));
     StartMachineQueries();
     ZemGasAdjustModel_Create();
     FFramework.emplace();
@@ -188,7 +188,7 @@ TEST_F(GasAdjust, CalibratesEachValidGasAndSavesOnce) {
   EXPECT_EQ(Table(3).GetCount(), 0);
   for (const std::int32_t gas : {1, 2, 6}) EXPECT_TRUE(FConfig.GetGasBranch(gas)->DAAdjustEnabled) << gas;
   TMachineConfig saved;
-  ASSERT_EQ(saved.Load(File()), "");
+  ASSERT_TRUE(saved.Load(File()));
   EXPECT_EQ(saved.GetGasBranch(2)->DAAdjustTable.GetCount(), Table(2).GetCount());
   EXPECT_EQ(Stored(1), std::to_string(Table(1).GetCount()));
   EXPECT_EQ(Stored(3), "none");
@@ -271,7 +271,7 @@ TEST_F(GasAdjust, StoredTablesComeBack) {
   EXPECT_EQ(Table(2).GetCount(), 2);
   EXPECT_EQ(Model().GetMaxPress(2), 3);
   TMachineConfig saved;
-  ASSERT_EQ(saved.Load(File()), "");
+  ASSERT_TRUE(saved.Load(File()));
   EXPECT_TRUE(saved.GetGasBranch(2)->DAAdjustEnabled);
 }
 

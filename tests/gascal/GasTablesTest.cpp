@@ -20,7 +20,7 @@ class GasTables : public testing::Test {
  protected:
   GasTables() {
     Write("machine.xml", "<MachineConfig/>");
-    EXPECT_EQ(FConfig.Load(FDir.Path() / "machine.xml"), "");
+    EXPECT_TRUE(FConfig.Load(FDir.Path() / "machine.xml"));
   }
   void Write(const char* name, std::string_view text) { std::ofstream(FDir.Path() / name) << text; }
   std::string Read(const std::string& name) {

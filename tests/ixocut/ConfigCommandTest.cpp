@@ -1,9 +1,12 @@
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
+#include <sys/wait.h>
 
 #include <gtest/gtest.h>
 
 #include "controller/StateFolder.h"
+#include "fixture/Paths.h"
 #include "fixture/TempDir.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
@@ -44,6 +47,14 @@ class ConfigCommand : public testing::Test {
     }
   }
 
+  // The exit code of the program itself on this file.
+  int Ixocut(const std::string& arguments) const {
+    const int status = std::system(("'" + IxocutBinary() + "' " + arguments + " --machine '" + File.string() +
+                                    "' --state '" + Dir.Path().string() + "' >/dev/null 2>&1")
+                                       .c_str());
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+
   TTempDir Dir;
   fs::path File = Dir.Path() / "machine.xml";
   std::ostringstream Out;
@@ -71,7 +82,7 @@ TEST_F(ConfigCommand, CheckNamesEachFaultWithItsPlace) {
        "AutoCleanHead/CleanCount[2]/CleanCount"},
       {"<CloudCut ", "<CloudCut/><CloudCut ", "there already"},
       {"Row=\"0\" Col=\"1\"", "Row=\"0\" Col=\"7\"", "7 is outside the grid (ColCount is 2)"},
-      {"StepMs=\"1000\"", "StepMs=\"5\"", "Supervisor/StepMs: 5 is outside 20..60000"},
+      {"StepMs=\"1000\"", "StepMs=\"5\"", "Supervisor/StepMs: \"5\", outside 20 to 60000"},
       {"EmissionJitterMs=", "EmisionJitterMs=", "unknown name; did you mean EmissionJitterMs?"},
       {"HighJogSpeed=\"200\"", "HighJogSped=\"200\"", "JogXY/HighJogSped: unknown name; did you mean HighJogSpeed?"},
       {"KeyDef14=\"5\"", "KeyDef14=\"five\"", "KeyDefinition/KeyDef14: \"five\" is no Integer"},
@@ -99,6 +110,59 @@ TEST_F(ConfigCommand, CheckNamesEachFaultWithItsPlace) {
   EXPECT_NE(Out.str().find("SomethingElse: unknown section"), std::string::npos);
 }
 
+TEST_F(ConfigCommand, ABranchThatStatesNoLimitOrZeroHas16BarEverywhereAndItsFileStays) {
+  Replace(" MaxPressure=\"12\"", "");                  // Air
+  Replace("MaxPressure=\"10\"", "MaxPressure=\"0\"");  // O2
+  const std::string before = Bytes();
+  EXPECT_EQ(Check(), 0) << Out.str();
+  for (const char* const gas : {"Air", "O2"}) {
+    EXPECT_EQ(Ixocut(Format("gas pressure --gas %s --bar 16.1", gas)), 2) << gas;
+    EXPECT_EQ(Ixocut(Format("gas pressure --gas %s --bar 16", gas)), 1) << gas;  // no table is in use
+  }
+  for (const char* const branch : {"2", "1"}) {
+    EXPECT_EQ(RunConfigSet(File, "AutoCleanHead/CleanGasBranch", branch, Out), 0);
+    EXPECT_EQ(ExitCode([&] { return RunConfigSet(File, "AutoCleanHead/CleanGasPressure", "16.1", Out); }), 2);
+    EXPECT_EQ(RunConfigSet(File, "AutoCleanHead/CleanGasPressure", "16", Out), 0);
+  }
+  EXPECT_EQ(RunConfigSet(File, "AutoCleanHead/CleanGasPressure", "2.5", Out), 0);
+  EXPECT_EQ(Bytes(), before);
+}
+
+TEST_F(ConfigCommand, AValueThatAnotherSectionBoundsIsHeldToItByCheckAndSetAndStillLoads) {
+  struct TCase {
+    const char *Path, *Good, *Bad, *Text;
+  };
+  const TCase cases[] = {
+      {"AutoCleanHead/CleanRefPtX", "3050", "3050.5", "outside 0 to 3050"},
+      {"MaintainCutHead/Focus", "-25", "-26", "outside -25 to 20"},
+      {"FloatCalibration/PosZ", "120", "121", "outside 0 to 120"},
+      {"NozzleChange/OutCapOpen", "0", "10", "not one of 0 to 9"},
+      {"NozzleChange/InCapOpenOK/Port", "14", "10", "not one of 0 to 9, 11 to 14"},
+      {"NozzleChange/NozzlePosItems/PosItem[4]/Y", "1530", "1531", "outside 0 to 1530"},
+      {"AutoCleanHead/CleanGasPressure", "12", "12.5", "outside 0 to 12"},
+      {"AutoCleanHead/CleanGasBranch", "6", "4", "not one of 0 to 3, 6"},
+      {"JogZ[1]/HighJogSpeed", "300", "301", "outside 0 to 300"},
+      {"Simulator/PlateZ", "120", "121", "outside 0 to 120"},
+  };
+  for (const TCase& c : cases) {
+    EXPECT_EQ(RunConfigSet(File, c.Path, c.Good, Out), 0) << c.Path;
+    EXPECT_EQ(Check(), 0) << Out.str();
+    EXPECT_EQ(ExitCode([&] { return RunConfigSet(File, c.Path, c.Bad, Out); }), 2) << c.Path;
+    {
+      TMachineFile machine;
+      machine.Load(File);
+      ASSERT_TRUE(SetProperty(machine.Config(), c.Path, c.Bad));
+      ASSERT_TRUE(machine.Config().Save());
+    }
+    EXPECT_EQ(Check(), 1) << c.Path;
+    EXPECT_NE(Out.str().find(Format("\"%s\", %s\n", c.Bad, c.Text)), std::string::npos) << Out.str();
+    Out.str({});
+    EXPECT_EQ(RunConfigGet(File, c.Path, Out), 0);
+    EXPECT_EQ(Out.str(), std::string(c.Bad) + "\n");
+    EXPECT_EQ(RunConfigRestore(File, Out), 0);
+  }
+}
+
 TEST_F(ConfigCommand, WhatCannotBeDoneHasItsExitCodeAndChangesNothing) {
   const std::string before = Bytes();
   for (const auto& [path, value] : {std::pair{"AutoCleanHead/CleanCount", "x"},
@@ -124,7 +188,7 @@ TEST_F(ConfigCommand, ACutFileIsNamedWithItsPlaceAndNeverSaved) {
   for (std::size_t size = 0; size < whole.size() - 1; size += 97) {
     std::ofstream(File, std::ios::binary) << whole.substr(0, size);
     TMachineFile machine;
-    EXPECT_TRUE(machine.Config().Load(File).starts_with(File.string() + ":")) << size;
+    EXPECT_TRUE(machine.Config().Load(File).Problem().Text().starts_with(File.string() + ":")) << size;
     EXPECT_FALSE(machine.Config().Save());
     EXPECT_EQ(Bytes().size(), size);
   }

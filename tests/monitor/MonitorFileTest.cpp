@@ -38,7 +38,7 @@ TEST(MonitorFile, HoldsTheMachinesMotorsAndTheFramesThatAreKept) {
             "<MachineConfig><Axes><Axis Name='X,1&#13;&#10;&#10;b'/><Axis/><Axis Name='Z'/><Axis "
             "Name='W'/></Axes></MachineConfig>");
   TMachineConfig config;
-  ASSERT_EQ(config.Load(dir.Path() / "m.xml"), "");
+  ASSERT_TRUE(config.Load(dir.Path() / "m.xml"));
   const TInstalled<TMachineConfig> configInstalled(config);
   TDevices devices;
   const TInstalled<TNcDeviceManager> devicesInstalled(devices);

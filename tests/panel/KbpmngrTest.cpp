@@ -22,7 +22,7 @@ class Panel : public testing::Test, protected TPanelRig {
   void LoadConfig(const std::string& xml) {
     const auto file = FDir.Path() / "machine.xml";
     std::ofstream(file) << xml;
-    ASSERT_EQ(FConfig.Load(file), "");
+    ASSERT_TRUE(FConfig.Load(file));
     FConfigInstalled.emplace(FConfig);
   }
   TKeyMask Client(TKBPManager& manager) { return manager.GetMap(3); }

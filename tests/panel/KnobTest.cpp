@@ -24,7 +24,7 @@ class KnobTest : public testing::Test {
  protected:
   void Load(const std::string& xml) {
     std::ofstream(File()) << xml;
-    ASSERT_EQ(FConfig.Load(File()), "");
+    ASSERT_TRUE(FConfig.Load(File()));
     FJog.Load(FConfig);
     FInstalled.emplace(FConfig);
   }
@@ -124,10 +124,10 @@ TEST_F(KnobTest, SavingKeepsWhatItDoesNotKnow) {
 
   std::ofstream(File()) << "<MachineConfig><broken";
   knob.XYSpeed.ShowSpeed.LowSpeed = 13;
-  std::string problem;
   knob.SaveConfig();
-  EXPECT_FALSE(FJog.Save(&problem));
-  EXPECT_THAT(problem, HasSubstr("not saved"));
+  const auto saved = FJog.Save();
+  ASSERT_FALSE(saved);
+  EXPECT_THAT(saved.Problem().Text(), HasSubstr("not saved"));
   EXPECT_EQ(Stored(), "<MachineConfig><broken") << "what cannot be read is never overwritten";
 }
 

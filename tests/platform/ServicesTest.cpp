@@ -95,7 +95,8 @@ class MachineFile : public testing::Test {
  protected:
   std::string Load(std::string_view text) {
     std::ofstream(File, std::ios::binary) << text;
-    return Config.Load(File);
+    const auto loaded = Config.Load(File);
+    return loaded ? "" : loaded.Problem().Text();
   }
   TTempDir Dir;
   std::filesystem::path File = Dir.Path() / "machine.xml";
@@ -143,8 +144,8 @@ TEST_F(MachineFile, ABrokenFileIsRefusedWithItsPlace) {
   for (int i = 0; i < 5000; ++i) deep += "</a>";
   EXPECT_NE(Load(deep + "</MachineConfig>").find("deeper"), std::string::npos);
   EXPECT_FALSE(Config.Section("Laser").Exists());
-  EXPECT_NE(Config.Load(Dir.Path() / "absent.xml").find("cannot be read"), std::string::npos);
-  EXPECT_NE(Config.Load(Dir.Path()).find("cannot be read"), std::string::npos);
+  EXPECT_NE(Config.Load(Dir.Path() / "absent.xml").Problem().Text().find("cannot be read"), std::string::npos);
+  EXPECT_NE(Config.Load(Dir.Path()).Problem().Text().find("cannot be read"), std::string::npos);
 }
 
 constinit TText SPlain{"CamGlue", "SPlain", "关"};

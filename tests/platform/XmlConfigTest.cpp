@@ -57,7 +57,8 @@ class XmlConfig : public testing::Test {
   }
   std::string Load(std::string_view text) {
     std::ofstream(File, std::ios::binary) << text;
-    return Config.Load(File);
+    const auto loaded = Config.Load(File);
+    return loaded ? "" : loaded.Problem().Text();
   }
   std::string Section(std::string_view text) {
     return Load(DoubleQuoted("<Root>" + std::string(text) + "<Open/></Root>"));
@@ -67,12 +68,11 @@ class XmlConfig : public testing::Test {
     return {std::istreambuf_iterator<char>(in), {}};
   }
   std::string Saved() {
-    std::string problem;
-    EXPECT_TRUE(Config.Save(&problem)) << problem;
+    EXPECT_TRUE(Config.Save());
     const std::string once = Bytes();
-    EXPECT_TRUE(Config.Save(&problem)) << problem;
-    EXPECT_EQ(Config.Load(File), "");
-    EXPECT_TRUE(Config.Save(&problem)) << problem;
+    EXPECT_TRUE(Config.Save());
+    EXPECT_TRUE(Config.Load(File));
+    EXPECT_TRUE(Config.Save());
     EXPECT_EQ(Bytes(), once) << "a save without a change wrote";
     return once;
   }
@@ -130,7 +130,7 @@ TEST_F(XmlConfig, ASaveLeavesTheFormOfWhatItDoesNotChange) {
   replace("count='8'", "Count='9'");
   replace("Text=' t '", "Text='&apos;&quot;&#10;'");
   EXPECT_EQ(Saved(), text);
-  ASSERT_EQ(Config.Load(File), "");
+  ASSERT_TRUE(Config.Load(File));
   EXPECT_EQ(Sample->Text, "'\"\n");
 }
 
@@ -138,9 +138,9 @@ TEST_F(XmlConfig, AFailedSaveKeepsEachItemWithItsElement) {
   ASSERT_EQ(Load(kWhole), "");
   Sample->Items.Delete(0);
   Sample->Text = "\xff";  // no UTF-8
-  std::string problem;
-  EXPECT_FALSE(Config.Save(&problem));
-  EXPECT_NE(problem.find("Sample"), std::string::npos) << problem;
+  const auto refused = Config.Save();
+  ASSERT_FALSE(refused);
+  EXPECT_NE(refused.Problem().Text().find("Sample"), std::string::npos) << refused.Problem().Text();
   EXPECT_EQ(Bytes(), kWhole);
   Sample->Text = " t ";
   const std::string saved = Saved();
@@ -219,8 +219,7 @@ TEST_F(XmlConfig, EncodingAndMarkStayAndOtherEncodingsAreRefused) {
   for (const std::string& bytes : refused) {
     const std::string problem = Load(bytes);
     EXPECT_TRUE(problem.starts_with(File.string() + ":")) << problem;
-    std::string unsaved;
-    EXPECT_FALSE(Config.Save(&unsaved));
+    EXPECT_FALSE(Config.Save());
     EXPECT_EQ(Bytes(), bytes);
     EXPECT_EQ(Sample->Count, 7);
   }
@@ -243,11 +242,11 @@ TEST_F(XmlConfig, EveryTruncationIsRefusedOrLoadsAndIsNeverOverwrittenWhenRefuse
 
 TEST_F(XmlConfig, RestoreBringsThePreviousVersionBackAndKeepsTheBrokenFile) {
   ASSERT_EQ(Load(kWhole), "");
-  EXPECT_NE(Config.Restore(), "");  // there is no previous version yet
+  EXPECT_FALSE(Config.Restore());  // there is no previous version yet
   Sample->Count = 9;
   ASSERT_TRUE(Config.Save());
   ASSERT_NE(Load("<Root><Sam"), "");
-  EXPECT_EQ(Config.Restore(), "");
+  EXPECT_TRUE(Config.Restore());
   EXPECT_EQ(Bytes(), kWhole);
   EXPECT_EQ(Sample->Count, 8);
   EXPECT_TRUE(std::filesystem::exists(File.string() + ".broken"));
@@ -255,9 +254,9 @@ TEST_F(XmlConfig, RestoreBringsThePreviousVersionBackAndKeepsTheBrokenFile) {
 }
 
 TEST_F(XmlConfig, AMissingFileMeansDefaultsOnlyWhenAskedAndTheFirstSaveMakesIt) {
-  EXPECT_NE(Config.Load(File), "");
+  EXPECT_FALSE(Config.Load(File));
   EXPECT_FALSE(Config.Save());
-  EXPECT_EQ(Config.Load(File, mfDefaults), "");
+  EXPECT_TRUE(Config.Load(File, mfDefaults));
   EXPECT_EQ(Sample->Part.Size, 3);
   EXPECT_NE(Saved().find("<Root>"), std::string::npos);
 }

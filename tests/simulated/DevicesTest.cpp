@@ -237,16 +237,16 @@ TEST(NcAlarms, EachPermissionIsTakenAwayByItself) {
 
 TEST(SimConfig, TheExampleMachineFileIsReadWithoutComplaint) {
   TMachineConfig file;
-  ASSERT_EQ(file.Load(ShareFolder() / "machines/machine.xml"), "");
-  std::vector<std::string> problems;
+  ASSERT_TRUE(file.Load(ShareFolder() / "machines/machine.xml"));
+  std::vector<TProblem> problems;
   const TSimConfig config = TSimConfig::FromConfig(file, problems);
-  EXPECT_EQ(problems, std::vector<std::string>{});
+  EXPECT_EQ(problems, std::vector<TProblem>{});
   EXPECT_EQ(config.X.SoftLimitPos, 3050.0);
   EXPECT_EQ(config.Focus.SoftLimitNeg, -25.0);
   EXPECT_EQ(config.GasBranches.size(), 4U);
   EXPECT_EQ(config.Outports.back().Name, "Nozzle rack: stage down");
   ASSERT_EQ(config.Slaves.size(), 4U);
-  EXPECT_EQ(config.Slaves.back().Identity, 0xE0000021U);
+  EXPECT_EQ(config.Slaves.back().GetIdentity(), 0xE0000021U);
   EXPECT_TRUE(config.Slaves.back().ExtIO);
 }
 
@@ -264,8 +264,8 @@ TEST(SimConfig, WhatIsWrongIsNamedWithItsPlaceAndTheDefaultStands) {
     <Simulator SecondFollower="maybe" PlateZ="500"/>
   </MachineConfig>)";
   TMachineConfig file;
-  ASSERT_EQ(file.Load(path), "");
-  std::vector<std::string> problems;
+  ASSERT_TRUE(file.Load(path));
+  std::vector<TProblem> problems;
   const TSimConfig config = TSimConfig::FromConfig(file, problems);
   const std::vector<std::string> expected = {
       "DHMode: \"3\", outside 0 to 2",
@@ -285,8 +285,10 @@ TEST(SimConfig, WhatIsWrongIsNamedWithItsPlaceAndTheDefaultStands) {
       "Simulator/SecondFollower: \"maybe\", neither true nor false",
       "Simulator/PlateZ: \"500\", outside 0 to 120",
   };
-  EXPECT_EQ(problems, expected);
-  EXPECT_EQ(config.EmissionOnDelay, TSimConfig{}.EmissionOnDelay);
+  std::vector<std::string> texts;
+  for (const TProblem& problem : problems) texts.push_back(problem.Text());
+  EXPECT_EQ(texts, expected);
+  EXPECT_EQ(config.Laser.EmissionOnDelay, TSimConfig{}.Laser.EmissionOnDelay);
   EXPECT_EQ(config.X.SoftLimitPos, TSimConfig{}.X.SoftLimitPos);
   EXPECT_EQ(config.Supervisor.LaserOnLimitMs, TSimConfig{}.Supervisor.LaserOnLimitMs);
 }

@@ -230,15 +230,15 @@ TEST(GasValveFile, ValvesAreReadAndWhatIsWrongIsNamed) {
     <GasValve GasType="2" Psup="6" Fault="stuck"/><GasValve GasType="2"/><GasValve/>
     <GasValve GasType="1" U0="5" Uk="5.05" Play="x" Fault="odd"/></Simulator></MachineConfig>)";
   TMachineConfig config;
-  ASSERT_EQ(config.Load(file), "");
-  std::vector<std::string> problems;
+  ASSERT_TRUE(config.Load(file));
+  std::vector<TProblem> problems;
   const TSimConfig sim = TSimConfig::FromConfig(config, problems);
   EXPECT_EQ(sim.GasValve(2).Params.Psup, 6.0);
   EXPECT_EQ(sim.GasValve(2).Params.Uk, 8.6);
   EXPECT_EQ(sim.GasValve(2).Fault, vfStuck);
   EXPECT_EQ(sim.GasValve(3).Params.Psup, 21.0);
   ASSERT_EQ(problems.size(), 5U);
-  EXPECT_EQ(problems[2], "Simulator/GasValve[4]/Play: \"x\", not a number");
+  EXPECT_EQ(problems[2].Text(), "Simulator/GasValve[4]/Play: \"x\", not a number");
 }
 
 }  // namespace

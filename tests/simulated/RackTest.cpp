@@ -15,8 +15,8 @@ enum TPort : std::int32_t { poCapOpen = 6, poCapClose, poStageUp, poStageDown, p
 
 TSimConfig ExampleConfig() {
   TMachineConfig file;
-  EXPECT_EQ(file.Load(ShareFolder() / "machines/machine.xml"), "");
-  std::vector<std::string> problems;
+  EXPECT_TRUE(file.Load(ShareFolder() / "machines/machine.xml"));
+  std::vector<TProblem> problems;
   return TSimConfig::FromConfig(file, problems);
 }
 

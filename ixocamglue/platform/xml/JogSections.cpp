@@ -6,19 +6,19 @@ namespace ixocamglue {
 
 void TJogXYRecord::Publish(TPublisher& p) {
   constexpr TJogXYSection def;
-  p.Field("LowJogSpeed", Values.LowJogSpeed, def.LowJogSpeed);
-  p.Field("NormalJogSpeed", Values.NormalJogSpeed, def.NormalJogSpeed);
-  p.Field("HighJogSpeed", Values.HighJogSpeed, def.HighJogSpeed);
+  p.Field("LowJogSpeed", Values.LowJogSpeed, def.LowJogSpeed).Unit(uMmPerS).Within(bdXYSpeed);
+  p.Field("NormalJogSpeed", Values.NormalJogSpeed, def.NormalJogSpeed).Unit(uMmPerS).Within(bdXYSpeed);
+  p.Field("HighJogSpeed", Values.HighJogSpeed, def.HighJogSpeed).Unit(uMmPerS).Within(bdXYSpeed);
 }
 
 void TJogZRecord::Publish(TPublisher& p) {
   constexpr TJogZSection def;
   p.Field("Head", Head, 1, kOptional);
   p.Field("AxisNo", Values.AxisNo, def.AxisNo, kOptional);
-  p.Field("LowJogSpeed", Values.LowJogSpeed, def.LowJogSpeed);
-  p.Field("NormalJogSpeed", Values.NormalJogSpeed, def.NormalJogSpeed);
-  p.Field("HighJogSpeed", Values.HighJogSpeed, def.HighJogSpeed);
-  p.Field("JogSpeed", Values.JogSpeed, def.JogSpeed);
+  p.Field("LowJogSpeed", Values.LowJogSpeed, def.LowJogSpeed).Unit(uMmPerS).Within(bdZSpeed);
+  p.Field("NormalJogSpeed", Values.NormalJogSpeed, def.NormalJogSpeed).Unit(uMmPerS).Within(bdZSpeed);
+  p.Field("HighJogSpeed", Values.HighJogSpeed, def.HighJogSpeed).Unit(uMmPerS).Within(bdZSpeed);
+  p.Field("JogSpeed", Values.JogSpeed, def.JogSpeed).Unit(uMmPerS).Within(bdZSpeed);
 }
 
 void TJogRecord::Publish(TPublisher& p) {
@@ -68,7 +68,7 @@ void TJogSections::SetZ(std::size_t head, const TJogZSection& section) {
   FZKnown[head] = true;
 }
 
-bool TJogSections::Save(std::string* problem) {
+TResult<std::string> TJogSections::Save() {
   TGuard turn(FSaving);
   TMachineConfig* config = nullptr;
   {
@@ -78,7 +78,7 @@ bool TJogSections::Save(std::string* problem) {
     for (std::size_t i = 0; i < kHeads; ++i)
       if (FZKnown[i]) Record(static_cast<std::int32_t>(i) + 1).Values = FZ[i];
   }
-  return !config || config->SaveAlone(FRecord, problem);
+  return config ? config->SaveAlone(FRecord) : TResult<std::string>(std::string());
 }
 
 // The one that was loaded last of those for the head, as the load takes it.

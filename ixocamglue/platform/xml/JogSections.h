@@ -68,9 +68,8 @@ class TJogSections {
   [[nodiscard]] std::int32_t ZAxisNo() const { return Z(0).AxisNo; }
 
   // Writes what has changed into the configuration's file, and leaves everything else in it as it stands (see
-  // TXmlConfig::SaveAlone). False, logged and with the reason, when the file cannot be read or written: then it is as
-  // it was.
-  bool Save(std::string* problem = nullptr);
+  // TXmlConfig::SaveAlone). A problem, logged too, when the file cannot be read or written: then it is as it was.
+  TResult<std::string> Save();
 
  private:
   TJogZRecord& Record(std::int32_t head) IXO_REQUIRES(FSaving);

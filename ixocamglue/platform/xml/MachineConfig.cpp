@@ -76,13 +76,17 @@ std::string TConfigSection::GetText(std::string_view name, std::string_view defV
   return FindValue(FNode, name).value_or(std::string(defValue));
 }
 
-void TConfigSection::Load(TXmlSubConfig& record, std::vector<std::string>* unread) const {
+void TConfigSection::Load(TXmlSubConfig& record) const {
   record.Initialize();
   if (!FNode) return;
   const auto* const config = MachineConfig();
-  TXmlContext context;
-  if (config) context.File = config->File().string();
-  context.Unread = unread;
+  TXmlContext context{.File = config ? config->File().string() : std::string()};
+  record.LoadFromXmlNode({FNode, &context});
+}
+
+void TConfigSection::LoadOver(TXmlSubConfig& record) const {
+  if (!FNode) return;
+  TXmlContext context{.Quiet = true};
   record.LoadFromXmlNode({FNode, &context});
 }
 

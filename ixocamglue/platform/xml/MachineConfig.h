@@ -36,9 +36,10 @@ class TConfigSection {
   [[nodiscard]] std::int32_t GetInt(std::string_view name, std::int32_t defValue) const;
   [[nodiscard]] double GetFloat(std::string_view name, double defValue) const;
   [[nodiscard]] std::string GetText(std::string_view name, std::string_view defValue) const;
-  // Gives the record its defaults and what the section says. Texts that are no value of their property are told of in
-  // `unread` ("path: reason"), or in the application log without it.
-  void Load(TXmlSubConfig& record, std::vector<std::string>* unread = nullptr) const;
+  // Gives the record its defaults and what the section says. Texts that are no value of their property are logged.
+  void Load(TXmlSubConfig& record) const;
+  // Gives the record what the section says, over what it holds; nothing is logged.
+  void LoadOver(TXmlSubConfig& record) const;
 
  private:
   pugi::xml_node_struct* FNode = nullptr;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <iterator>
+#include <limits>
 #include <optional>
 #include <vector>
 
@@ -13,6 +14,9 @@
 
 namespace ixocamglue {
 namespace {
+
+constexpr std::int32_t kMaxPort = 1023;
+constexpr std::int32_t kMaxMs = 86'400'000;
 
 std::int32_t Channels(const TSlaveConfig& slave, const char* what, std::int32_t count) {
   const auto clamped = std::clamp(count, 0, TSlaveConfig::kMaxChannels);
@@ -31,8 +35,8 @@ void TAlarmConfigItem::Publish(TPublisher& p) {
 }
 
 void TDAAdjustItem::Publish(TPublisher& p) {
-  p.Field("Press", Press);
-  p.Field("Volt", Volt);
+  p.Field("Press", Press).Unit(uBar);
+  p.Field("Volt", Volt).Unit(uVolt);
 }
 
 void TDAAdjustTable::Publish(TPublisher& p) { p.List("Item", FItems); }
@@ -59,10 +63,10 @@ std::optional<double> TDAAdjustTable::GetVolt(double press) const {
 }
 
 void TGasBranchConfig::Publish(TPublisher& p) {
-  p.Field("GasType", GasType, 0, kOptional);
+  p.Field("GasType", GasType, 0, kOptional).Within(1, 6).Key("the branch has no valid gas type");
   p.Field("Name", Name, "", kOptional);
-  p.Field("DAPort", DAPort, 0, kOptional);
-  p.Field("MaxPressure", MaxPressure, 0, kOptional);
+  p.Field("DAPort", DAPort, 0, kOptional).Within(0, kMaxPort);
+  p.Field("MaxPressure", MaxPressure, kUsualPressure, kOptional).Unit(uBar).Within(bdRange(0.1, 100.0).Or(0.0));
   p.Field("DAAdjustEnabled", DAAdjustEnabled, false, kOptional);
   p.Child("DAAdjustTable", DAAdjustTable);
 }
@@ -84,18 +88,19 @@ void TGasListConfig::Publish(TPublisher& p) { p.List("Gas", Items); }
 void TSlaveConfig::Publish(TPublisher& p) {
   p.Field("Name", Name, "", kOptional);
   p.Field("Identity", Identity, "", kOptional);
-  p.Field("ProductNo", ProductNo, 0, kOptional);
-  p.Field("DACount", DACount, 0, kOptional);
-  p.Field("ADCount", ADCount, 0, kOptional);
-  p.Field("ExtIO", ExtIO, false, kOptional);
+  p.Field("ProductNo", ProductNo, 0, kOptional).Within(0, std::numeric_limits<std::int32_t>::max());
+  p.Field("DACount", DACount, 0, kOptional).Within(0, kMaxChannels - 1);
+  p.Field("ADCount", ADCount, 0, kOptional).Within(0, kMaxChannels - 1);
+  p.Field("ExtIO", ExtIO, false, kOptional).Within(bdSwitch);
   p.Field("HeadDesc", HeadDesc, "", kOptional);
 }
 
-std::uint32_t TSlaveConfig::GetIdentity() const {
+std::optional<std::uint32_t> TSlaveConfig::ParseIdentity() const {
   const std::string_view text = TrimXml(Identity);
-  if (const auto value = ParseHexOrDecimal<std::uint32_t>(text)) return *value;
-  if (const auto value = ParseNumber<std::uint32_t>(text)) return *value;  // with a "+"
-  return static_cast<std::uint32_t>(ParseNumber<std::int32_t>(text).value_or(0));
+  if (const auto value = ParseHexOrDecimal<std::uint32_t>(text)) return value;
+  if (const auto value = ParseNumber<std::uint32_t>(text)) return value;  // with a "+"
+  const auto negative = ParseNumber<std::int32_t>(text);
+  return negative ? std::optional(static_cast<std::uint32_t>(*negative)) : std::nullopt;
 }
 
 std::int32_t TSlaveConfig::GetDACount() const { return Channels(*this, "DACount", DACount); }
@@ -106,26 +111,26 @@ void TSlavesConfig::Publish(TPublisher& p) { p.List("Slave", Items); }
 void TModelConfig::Publish(TPublisher& p) { p.Field("Model", Model, "", kOptional); }
 
 void TNcParamsConfig::Publish(TPublisher& p) {
-  p.Field("MaxMoveSpeed", MaxMoveSpeed, 0, kOptional);
+  p.Field("MaxMoveSpeed", MaxMoveSpeed, 0, kOptional).Unit(uMmPerS);
   p.Field("PierceTotal", PierceTotal);
 }
 
 void TAxisDriveConfig::Publish(TPublisher& p) {
   p.Field("PulsesPerRev", PulsesPerRev, 0, kOptional);
-  p.Field("MmPerRev", MmPerRev, 0, kOptional);
+  p.Field("MmPerRev", MmPerRev, 0, kOptional).Unit(uMm);
 }
 
 void TAxisConfig::Publish(TPublisher& p) {
   p.Field("Name", Name, "", kOptional);
-  p.Field("SoftLimitNeg", SoftLimitNeg, 0, kOptional);
-  p.Field("SoftLimitPos", SoftLimitPos, 0, kOptional);
-  p.Field("MaxSpeed", MaxSpeed, 0, kOptional);
-  p.Field("Acceleration", Acceleration, 0, kOptional);
+  p.Field("SoftLimitNeg", SoftLimitNeg, 0, kOptional).Unit(uMm).Within(-1e6, 1e6);
+  p.Field("SoftLimitPos", SoftLimitPos, 0, kOptional).Unit(uMm).Within(-1e6, 1e6);
+  p.Field("MaxSpeed", MaxSpeed, 0, kOptional).Unit(uMmPerS).Within(0.1, 1e5);
+  p.Field("Acceleration", Acceleration, 0, kOptional).Unit(uMmPerS2).Within(1.0, 1e6);
   p.Field("MotorDir", MotorDir, 0, kOptional);
   p.Field("EncoderDir", EncoderDir, 0, kOptional);
   p.Child("Drive", Drive);
   p.Field("HomeDir", HomeDir, 0, kOptional);
-  p.Field("SafeZ", SafeZ, 10, kOptional);
+  p.Field("SafeZ", SafeZ, 10, kOptional).Unit(uMm).Within(bdAxisZ);
 }
 
 void TAxesConfig::Publish(TPublisher& p) { p.List("Axis", Items); }
@@ -142,8 +147,44 @@ void TGantryConfig::Publish(TPublisher& p) {
 
 void TSwitchTableConfig::Publish(TPublisher& p) {
   p.Field("CheckRailDelay", CheckRailDelay, false, kOptional);
-  p.Field("DockedTable", DockedTable, 1, Within(0, 2));
+  p.Field("DockedTable", DockedTable, 1, kOptional).Within(0, 2);
   p.Child("Elvt", Elvt);
+}
+
+void TDriverConfig::Publish(TPublisher& p) { p.Field("Driver", Driver, "", kOptional); }
+
+void TLaserConfig::Publish(TPublisher& p) {
+  p.Field("EmissionOnDelay", EmissionOnDelay, 5000, kOptional).Unit(uMs).Within(0, 600'000);
+  p.Field("MaxPower", MaxPower, 3000.0, kOptional).Unit(uWatt).Within(1.0, 1e6);
+}
+
+void TPortConfig::Publish(TPublisher& p) {
+  p.Field("Name", Name, "", kOptional);
+  p.Field("Number", Number, -1, kOptional).Within(0, kMaxPort).Key("the port has no valid number");
+}
+
+void TPortsConfig::Publish(TPublisher& p) {
+  p.List("Inport", Inports);
+  p.List("Outport", Outports);
+}
+
+void TSupervisorConfig::Publish(TPublisher& p) {
+  p.Field("BusyLimitMs", BusyLimitMs, 600'000, kOptional).Unit(uMs).Within(1000, kMaxMs);
+  p.Field("EmissionExtraMs", EmissionExtraMs, 1000, kOptional).Unit(uMs).Within(0, 60'000);
+  p.Field("LaserOnLimitMs", LaserOnLimitMs, 62'000, kOptional).Unit(uMs).Within(100, 64'000);
+  p.Field("GasOnLimitMs", GasOnLimitMs, 1'800'000, kOptional).Unit(uMs).Within(1000, kMaxMs);
+  p.Field("HeartbeatLimitMs", HeartbeatLimitMs, 1000, kOptional).Unit(uMs).Within(200, 60'000);
+  p.Field("StepMs", StepMs, 1000, kOptional).Unit(uMs).Within(20, 60'000);
+}
+
+void TMachineRecord::PublishOwn(TPublisher& p) { p.Field("DHMode", DHMode, 0, kOptional).Within(0, 2); }
+
+void TMachineRecord::Publish(TPublisher& p) {
+  PublishOwn(p);
+  p.Child("Machine", Machine);
+  p.Child("Laser", Laser);
+  p.Child("Ports", Ports);
+  p.Child("Supervisor", Supervisor);
 }
 
 }  // namespace ixocamglue

@@ -46,14 +46,21 @@ class TDAAdjustTable : public TXmlSubConfig {
 
 class TGasBranchConfig : public TXmlSubConfig {
  public:
+  static constexpr double kUsualPressure = 16.0;
+
+  TGasBranchConfig() = default;
+  TGasBranchConfig(std::int32_t gasType, std::string name, std::int32_t port, double maxPressure)
+      : GasType(gasType), Name(std::move(name)), DAPort(port), MaxPressure(maxPressure) {}
   void Publish(TPublisher& p) override;
   [[nodiscard]] std::int32_t GetDAPort() const { return DAPort; }
+  // The highest pressure that may be asked for; a branch that states none, or 0, has the usual one.
+  [[nodiscard]] double GetMaxPressure() const { return MaxPressure > 0.0 ? MaxPressure : kUsualPressure; }
 
   std::int32_t GasType = 0;  // 1 "Air" ... 6 "H-N2"
   std::string Name;
   std::int32_t DAPort = 0;
-  double MaxPressure = 0.0;
-  bool DAAdjustEnabled = false;  // a pressure is put out as the voltage of the table
+  double MaxPressure = kUsualPressure;  // as stated
+  bool DAAdjustEnabled = false;         // a pressure is put out as the voltage of the table
   TDAAdjustTable DAAdjustTable;
 };
 
@@ -82,8 +89,9 @@ class TSlaveConfig : public TXmlSubConfig {
   static constexpr std::int32_t kMaxChannels = 32;
 
   void Publish(TPublisher& p) override;
-  [[nodiscard]] std::uint32_t GetIdentity() const;  // 0 when the text is no number
-  [[nodiscard]] std::int32_t GetDACount() const;    // 0..32; a number outside is logged
+  [[nodiscard]] std::optional<std::uint32_t> ParseIdentity() const;  // none when the text is no number
+  [[nodiscard]] std::uint32_t GetIdentity() const { return ParseIdentity().value_or(0); }
+  [[nodiscard]] std::int32_t GetDACount() const;  // 0..32; a number outside is logged
   [[nodiscard]] std::int32_t GetADCount() const;
 
   std::string Name;
@@ -128,6 +136,9 @@ class TAxisDriveConfig : public TXmlSubConfig {
 
 class TAxisConfig : public TXmlSubConfig {
  public:
+  TAxisConfig() = default;
+  TAxisConfig(std::string name, double neg, double pos, double maxSpeed, double acceleration)
+      : Name(std::move(name)), SoftLimitNeg(neg), SoftLimitPos(pos), MaxSpeed(maxSpeed), Acceleration(acceleration) {}
   void Publish(TPublisher& p) override;
   std::string Name;
   double SoftLimitNeg = 0.0;
@@ -163,6 +174,60 @@ class TSwitchTableConfig : public TXmlSubConfig {
   bool CheckRailDelay = false;
   std::int32_t DockedTable = 1;  // as the machine starts: 1 or 2, 0 none
   TXmlSubConfig Elvt;
+};
+
+class TDriverConfig : public TXmlSubConfig {
+ public:
+  void Publish(TPublisher& p) override;
+  std::string Driver;  // the machine's, by its factory's name; empty: the program's first
+};
+
+class TLaserConfig : public TXmlSubConfig {
+ public:
+  TLaserConfig() { TLaserConfig::Initialize(); }
+  void Publish(TPublisher& p) override;
+  std::int32_t EmissionOnDelay = 0;  // limit of the steps that wait for emission
+  double MaxPower = 0.0;
+};
+
+class TPortConfig : public TXmlSubConfig {
+ public:
+  TPortConfig() = default;
+  TPortConfig(std::int32_t number, std::string name) : Name(std::move(name)), Number(number) {}
+  void Publish(TPublisher& p) override;
+  std::string Name;
+  std::int32_t Number = -1;
+};
+
+class TPortsConfig : public TXmlSubConfig {
+ public:
+  void Publish(TPublisher& p) override;
+  TXmlList<TPortConfig> Inports, Outports;
+};
+
+// When the supervisor acts; a limit is how long something may last.
+class TSupervisorConfig : public TXmlSubConfig {
+ public:
+  TSupervisorConfig() { TSupervisorConfig::Initialize(); }
+  void Publish(TPublisher& p) override;
+  std::int32_t BusyLimitMs = 0;      // a state waits for the same thing
+  std::int32_t EmissionExtraMs = 0;  // emission asked for and absent, beyond EmissionOnDelay
+  std::int32_t LaserOnLimitMs = 0;   // below the latch's own 65 s
+  std::int32_t GasOnLimitMs = 0;
+  std::int32_t HeartbeatLimitMs = 0;  // only outside standby
+  std::int32_t StepMs = 0;            // from the alarm to the stop, and from there to the latch
+};
+
+// What no section of the library's own configuration has, as it stands under the document element.
+class TMachineRecord : public TXmlSubConfig {
+ public:
+  void Publish(TPublisher& p) override;
+  void PublishOwn(TPublisher& p);  // without the sections
+  std::int32_t DHMode = 0;
+  TDriverConfig Machine;
+  TLaserConfig Laser;
+  TPortsConfig Ports;
+  TSupervisorConfig Supervisor;
 };
 
 }  // namespace ixocamglue

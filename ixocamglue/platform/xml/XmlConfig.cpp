@@ -11,6 +11,11 @@
 #include "ixocamglue/support/Format.h"
 
 namespace ixocamglue {
+namespace {
+
+TProblem At(std::string where, std::string what) { return {.What = std::move(what), .Where = std::move(where)}; }
+
+}  // namespace
 
 TXmlConfig::TXmlConfig(std::string rootName)
     : FRootName(std::move(rootName)), FLoaded(std::make_unique<TXmlDocument>()) {}
@@ -22,114 +27,105 @@ void TXmlConfig::Die() {
   DropSubConfigs();
 }
 
-std::string TXmlConfig::Read(const std::string& file, TXmlDocument& document, bool& missing, TXmlDetail detail) const {
+TResult<> TXmlConfig::Read(const std::string& file, TXmlDocument& document, bool& missing, TXmlDetail detail) const {
   std::string bytes;
   const int error = Files().Read(file, TXmlDocument::kMaxBytes, bytes);
   missing = error == ENOENT;
-  if (error == EFBIG) return Format("%s: the file is larger than 64 MiB", file.c_str());
-  if (error != 0) return Format("%s: the file cannot be read: %s", file.c_str(), std::strerror(error));
-  if (const std::string problem = document.Parse(std::move(bytes), detail); !problem.empty())
-    return file + ":" + problem;
-  TXmlContext context{file, false, {}};
+  if (error == EFBIG) return At(file, "the file is larger than 64 MiB");
+  if (error != 0) return At(file, Format("the file cannot be read: %s", std::strerror(error)));
+  if (auto parsed = document.Parse(std::move(bytes), detail); !parsed)
+    return At(file + ":" + parsed.Problem().Where, parsed.Problem().What);
+  TXmlContext context{.File = file};
   const TXmlNode root = document.Root(context);
   if (SameFolded(root.Name(), FRootName)) return {};
-  return Format("%s: the document element is \"%s\", expected \"%s\"", file.c_str(), std::string(root.Name()).c_str(),
-                FRootName.c_str());
+  return At(file, Format("the document element is \"%s\", expected \"%s\"", std::string(root.Name()).c_str(),
+                         FRootName.c_str()));
 }
 
-std::string TXmlConfig::Load(const std::filesystem::path& file, TMissingFile missing) {
-  std::string problem;
+TResult<> TXmlConfig::Load(const std::filesystem::path& file, TMissingFile missing) {
+  TResult<> result;
   {
     TGuard saving(FSaving);
     FFile = file;
     auto document = std::make_unique<TXmlDocument>();
     bool isMissing = false;
-    problem = Read(file.string(), *document, isMissing, xdValues);
-    if (isMissing && missing == mfDefaults) problem.clear();
-    FRefused = problem;
+    result = Read(file.string(), *document, isMissing, xdValues);
+    if (isMissing && missing == mfDefaults) result = {};
+    FRefused = result ? std::string() : result.Problem().Text();
     Initialize();
-    const bool read = problem.empty() && !isMissing;
+    const bool read = result && !isMissing;
     FLoaded = read ? std::move(document) : std::make_unique<TXmlDocument>();
     if (read) {
-      TXmlContext context{file.string(), false, {}};
+      TXmlContext context{.File = file.string()};
       LoadFromXmlNode(FLoaded->Root(context));
     }
   }
   for (const auto& hook : FHooks) hook();
-  return problem;
+  return result;
 }
 
-bool TXmlConfig::SaveAlone(TXmlSubConfig& record, std::string* problem) {
-  std::string text;
-  bool done = false;
-  {
+TResult<std::string> TXmlConfig::SaveAlone(TXmlSubConfig& record) {
+  auto saved = [&] {
     TGuard saving(FSaving);
-    done = SaveLocked(record, text);
-  }
-  if (!text.empty()) LogMsg(done ? lkWarning : lkError, 0, text);
-  if (problem) *problem = std::move(text);
-  return done;
+    return SaveLocked(record);
+  }();
+  if (!saved)
+    LogMsg(lkError, 0, saved.Problem().Text());
+  else if (!saved->empty())
+    LogMsg(lkWarning, 0, *saved);
+  return saved;
 }
 
-bool TXmlConfig::SaveLocked(TXmlSubConfig& record, std::string& problem) {
-  if (FFile.empty()) {
-    problem = "the configuration has no file";
-    return false;
-  }
-  if (!FRefused.empty()) {
-    problem = Format("%s: not saved, because the file could not be loaded (%s)", FFile.c_str(), FRefused.c_str());
-    return false;
-  }
+TResult<std::string> TXmlConfig::SaveLocked(TXmlSubConfig& record) {
+  const std::string file = FFile.string();
+  if (file.empty()) return At({}, "the configuration has no file");
+  if (!FRefused.empty())
+    return At(file, Format("not saved, because the file could not be loaded (%s)", FRefused.c_str()));
   TXmlDocument document;
   bool isMissing = false;
-  problem = Read(FFile.string(), document, isMissing);
-  if (isMissing) {
-    problem.clear();
+  const auto read = Read(file, document, isMissing);
+  if (isMissing)
     document.MakeNew(FRootName);
-  } else if (!problem.empty()) {
-    problem = "not saved, because the present file cannot be read: " + problem;
-    return false;
-  }
-  TXmlContext context{FFile.string(), isMissing, {}};
+  else if (!read)
+    return At({}, "not saved, because the present file cannot be read: " + read.Problem().Text());
+  TXmlContext context{.File = file, .Changed = isMissing};
   const TXmlNode root = document.Root(context);
   if (root.Name() != FRootName) {
     pugi::xml_node(root.Handle()).set_name(FRootName.c_str());
     context.Changed = true;
   }
   record.SaveToXmlNode(root);
-  if (!context.Problem.empty()) {
-    problem = Format("%s: not saved: %s", FFile.c_str(), context.Problem.c_str());
-    return false;
-  }
+  if (!context.Problem.empty()) return At(file, "not saved: " + context.Problem);
+  std::string unsure;
   if (context.Changed) {
-    const auto replaced = ReplaceFile(FFile.string(), document.Serialise(), kBackupSuffix);
-    problem = replaced.Problem;
-    if (!replaced.Done) return false;
+    auto replaced = ReplaceFile(file, document.Serialise(), kBackupSuffix);
+    if (!replaced.Done) return At({}, std::move(replaced.Problem));
+    unsure = std::move(replaced.Problem);
   }
   record.Settle();
-  return true;
+  return unsure;
 }
 
-std::string TXmlConfig::Restore() {
+TResult<> TXmlConfig::Restore() {
   {
     TGuard saving(FSaving);
     std::string file = FFile.string();
-    if (const int error = ResolveLinks(file)) return Format("%s: %s", FFile.c_str(), std::strerror(error));
+    if (const int error = ResolveLinks(file)) return At(FFile.string(), std::strerror(error));
     const std::string backup = file + std::string(kBackupSuffix);
     TXmlDocument document;
     bool isMissing = false;
     std::string bytes;
     if (const int error = Files().Read(backup, TXmlDocument::kMaxBytes, bytes))
-      return Format("%s: the previous version cannot be read: %s", backup.c_str(), std::strerror(error));
-    if (std::string problem = Read(backup, document, isMissing); !problem.empty()) return problem;
+      return At(backup, Format("the previous version cannot be read: %s", std::strerror(error)));
+    if (auto read = Read(backup, document, isMissing); !read) return read;
     const auto replaced = ReplaceFile(file, bytes, ".broken");
-    if (!replaced.Done) return replaced.Problem;
+    if (!replaced.Done) return At({}, replaced.Problem);
     if (!replaced.Problem.empty()) LogMsg(lkWarning, 0, replaced.Problem);
   }
   return Load(FFile);
 }
 
-std::string TXmlConfig::MoveAside() {
+TResult<> TXmlConfig::MoveAside() {
   constexpr int kNames = 1000;
   TGuard saving(FSaving);
   if (FRefused.empty()) return {};
@@ -141,7 +137,7 @@ std::string TXmlConfig::MoveAside() {
     error = Files().Link(file, aside);  // unlike a renaming, never over another file
   }
   if (error == 0) error = Files().Remove(file);
-  if (error != 0) return Format("%s: cannot be moved aside: %s", file.c_str(), std::strerror(error));
+  if (error != 0) return At(file, Format("cannot be moved aside: %s", std::strerror(error)));
   LogMsg(lkWarning, 0, Format("%s: moved to %s (%s)", file.c_str(), aside.c_str(), FRefused.c_str()));
   FRefused.clear();
   return {};

@@ -29,24 +29,24 @@ class TXmlConfig : public TXmlSubConfig {
   TXmlConfig(const TXmlConfig&) = delete;
   TXmlConfig& operator=(const TXmlConfig&) = delete;
 
-  // Initialises every record, reads the file and calls the hooks of OnLoaded. Empty on success, else the reason with
-  // file, line and column: then everything has its defaults, and saves are refused until a load succeeds or Restore. A
-  // missing file that means defaults is created by the first save.
-  [[nodiscard]] std::string Load(const std::filesystem::path& file, TMissingFile missing = mfRefused);
+  // Initialises every record, reads the file and calls the hooks of OnLoaded. With a problem, which names file, line
+  // and column, everything has its defaults, and saves are refused until a load succeeds or Restore. A missing file
+  // that means defaults is created by the first save.
+  TResult<> Load(const std::filesystem::path& file, TMissingFile missing = mfRefused);
 
-  // True: the file holds the present values. `problem` says why not; or, with true, what could not be made sure of (the
-  // flush of the folder). Any thread; callers take turns.
-  bool Save(std::string* problem = nullptr) { return SaveAlone(*this, problem); }
+  // With a value the file holds the present values; the value is what could not be made sure of (the flush of the
+  // folder), mostly empty. It and a problem are logged too. Any thread; callers take turns.
+  TResult<std::string> Save() { return SaveAlone(*this); }
   // The same for one record whose properties belong to the document element; whatever else stands in the file stays.
-  bool SaveAlone(TXmlSubConfig& record, std::string* problem = nullptr);
+  TResult<std::string> SaveAlone(TXmlSubConfig& record);
 
   // Puts the previous version back in the place of the file, which is kept under `File()` + ".broken", and loads it.
-  // The reason when there is no previous version that can be read; then nothing was changed.
-  [[nodiscard]] std::string Restore();
+  // A problem when there is no previous version that can be read; then nothing was changed.
+  TResult<> Restore();
 
   // Gives a file that Load refused a free name beside it ("<file>.broken", "<file>.broken2" ...), so that a save makes
-  // a new one. The records stay as they are. The reason when it was not possible; then nothing was changed.
-  [[nodiscard]] std::string MoveAside();
+  // a new one. The records stay as they are. A problem when it was not possible; then nothing was changed.
+  TResult<> MoveAside();
 
   // Called at the end of each load, also of one that gave defaults.
   void OnLoaded(std::function<void()> hook) { FHooks.push_back(std::move(hook)); }
@@ -62,9 +62,8 @@ class TXmlConfig : public TXmlSubConfig {
   void Die();  // the hooks, then the records; for the destructor of an owner whose own members are their globals
 
  private:
-  [[nodiscard]] std::string Read(const std::string& file, TXmlDocument& document, bool& missing,
-                                 TXmlDetail detail = xdAll) const;
-  [[nodiscard]] bool SaveLocked(TXmlSubConfig& record, std::string& problem) IXO_REQUIRES(FSaving);
+  TResult<> Read(const std::string& file, TXmlDocument& document, bool& missing, TXmlDetail detail = xdAll) const;
+  TResult<std::string> SaveLocked(TXmlSubConfig& record) IXO_REQUIRES(FSaving);
 
   const std::string FRootName;
   std::filesystem::path FFile;

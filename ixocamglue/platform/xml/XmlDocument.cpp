@@ -20,6 +20,9 @@ constexpr unsigned kParseValues =
 
 pugi::xml_node Node(const TXmlNode& node) { return pugi::xml_node(node.Handle()); }
 
+TProblem At(std::string place, std::string what) { return {.What = std::move(what), .Where = std::move(place)}; }
+TProblem AtStart(std::string what) { return At("1:1", std::move(what)); }
+
 bool IsText(const pugi::xml_node& node) { return node.type() == pugi::node_pcdata || node.type() == pugi::node_cdata; }
 
 // False where a unit is half of a character.
@@ -169,19 +172,19 @@ std::string TXmlDocument::Place(std::size_t offset) const {
 }
 
 // Fills FText, the encoding and the mark.
-std::string TXmlDocument::Decode(std::string bytes) {
+TResult<> TXmlDocument::Decode(std::string bytes) {
   using namespace std::string_view_literals;
   const std::string_view view = bytes;
   FEncoding = TEncoding::xeUtf8;
   FMark = false;
-  if (bytes.empty()) return "1:1: the file is empty";
+  if (bytes.empty()) return AtStart("the file is empty");
   if (view.starts_with("\xFF\xFE\0\0"sv) || view.starts_with("\0\0\xFE\xFF"sv))
-    return "1:1: the encoding is UTF-32; only UTF-8, and UTF-16 with its mark, are read";
+    return AtStart("the encoding is UTF-32; only UTF-8, and UTF-16 with its mark, are read");
   if (view.starts_with("\xFF\xFE"sv) || view.starts_with("\xFE\xFF"sv)) {
     FMark = true;
     const bool bigEndian = view.starts_with("\xFE\xFF"sv);
     FEncoding = bigEndian ? TEncoding::xeUtf16Be : TEncoding::xeUtf16Le;
-    if (!FromUtf16(view.substr(2), bigEndian, FText)) return "1:1: the file is no well-formed UTF-16";
+    if (!FromUtf16(view.substr(2), bigEndian, FText)) return AtStart("the file is no well-formed UTF-16");
   } else {
     if (view.starts_with(kByteOrderMark)) {
       FMark = true;
@@ -192,37 +195,38 @@ std::string TXmlDocument::Decode(std::string bytes) {
   std::size_t wrong = 0;
   if (IsXmlText(FText, wrong)) return {};
   if (FText[wrong] == '\0' && wrong < 2)
-    return "1:1: the encoding is UTF-16 without its mark, or no XML; only UTF-8, and UTF-16 with its mark, are read";
-  return Place(wrong) +
-         (FText[wrong] == '\0' ? ": a zero character" : ": the file is not in UTF-8 (nor in UTF-16 with its mark)");
+    return AtStart(
+        "the encoding is UTF-16 without its mark, or no XML; only UTF-8, and UTF-16 with its mark, are read");
+  return At(Place(wrong),
+            FText[wrong] == '\0' ? "a zero character" : "the file is not in UTF-8 (nor in UTF-16 with its mark)");
 }
 
-std::string TXmlDocument::CheckTree() const {
-  const auto at = [&](const pugi::xml_node& node) {
-    return Place(static_cast<std::size_t>(std::max<std::ptrdiff_t>(node.offset_debug(), 0)));
+TResult<> TXmlDocument::CheckTree() const {
+  const auto at = [&](const pugi::xml_node& node, std::string what) {
+    return At(Place(static_cast<std::size_t>(std::max<std::ptrdiff_t>(node.offset_debug(), 0))), std::move(what));
   };
   const pugi::xml_node root = FDocument->document_element();
   for (const auto& node : FDocument->children()) {
-    if (node.type() == pugi::node_element && node != root) return at(node) + ": a second document element";
-    if (IsText(node) && !TrimXml(node.value()).empty()) return at(node) + ": text outside the document element";
+    if (node.type() == pugi::node_element && node != root) return at(node, "a second document element");
+    if (IsText(node) && !TrimXml(node.value()).empty()) return at(node, "text outside the document element");
     if (node.type() == pugi::node_doctype && std::strstr(node.value(), "<!ENTITY"))
-      return at(node) + ": the document type declares entities, which are not supported";
+      return at(node, "the document type declares entities, which are not supported");
     if (node.type() == pugi::node_declaration) {
       const std::string_view encoding = node.attribute("encoding").value();
       const bool wide = FEncoding != TEncoding::xeUtf8;
       if (!encoding.empty() && !SameFolded(encoding, wide ? "UTF-16" : "UTF-8") &&
           !(wide ? SameFolded(encoding, FEncoding == TEncoding::xeUtf16Le ? "UTF-16LE" : "UTF-16BE")
                  : SameFolded(encoding, "US-ASCII")))
-        return at(node) +
-               Format(": the file says that its encoding is \"%s\"; only UTF-8, and UTF-16 with its mark, are read",
-                      encoding.data());
+        return at(node,
+                  Format("the file says that its encoding is \"%s\"; only UTF-8, and UTF-16 with its mark, are read",
+                         encoding.data()));
     }
   }
   int depth = 0;
   for (pugi::xml_node node = root; node;) {  // in document order, without recursion
     if (pugi::xml_node child = node.first_child()) {
       node = child;
-      if (++depth > kMaxDepth) return at(node) + Format(": elements are nested deeper than %d", kMaxDepth);
+      if (++depth > kMaxDepth) return at(node, Format("elements are nested deeper than %d", kMaxDepth));
       continue;
     }
     while (node && node != root && !node.next_sibling()) node = node.parent(), --depth;
@@ -232,25 +236,19 @@ std::string TXmlDocument::CheckTree() const {
   return {};
 }
 
-std::string TXmlDocument::Parse(std::string bytes, TXmlDetail detail) {
-  std::string problem;
-  if (bytes.size() > kMaxBytes)
-    problem = "1:1: the file is larger than 64 MiB";
-  else
-    problem = Decode(std::move(bytes));
-  if (problem.empty()) {
+TResult<> TXmlDocument::Parse(std::string bytes, TXmlDetail detail) {
+  const auto parse = [&]() -> TResult<> {
+    if (bytes.size() > kMaxBytes) return AtStart("the file is larger than 64 MiB");
+    if (auto decoded = Decode(std::move(bytes)); !decoded) return decoded;
     const auto result = FDocument->load_buffer(FText.data(), FText.size(), detail == xdAll ? kParse : kParseValues,
                                                pugi::encoding_utf8);
     if (!result)
-      problem =
-          Place(static_cast<std::size_t>(std::max<std::ptrdiff_t>(result.offset, 0))) + ": " + result.description();
-    else if (!FDocument->document_element())
-      problem = "1:1: there is no document element";
-    else
-      problem = CheckTree();
-  }
-  if (!problem.empty()) FDocument->reset();
-  return problem;
+      return At(Place(static_cast<std::size_t>(std::max<std::ptrdiff_t>(result.offset, 0))), result.description());
+    return FDocument->document_element() ? CheckTree() : AtStart("there is no document element");
+  };
+  TResult<> parsed = parse();
+  if (!parsed) FDocument->reset();
+  return parsed;
 }
 
 void TXmlDocument::MakeNew(std::string_view rootName) {

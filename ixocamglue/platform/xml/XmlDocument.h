@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include "ixocamglue/support/Problem.h"
+
 namespace pugi {  // the XML library's nodes; our sources see its header, users of ours need not
 class xml_document;
 struct xml_node_struct;
@@ -21,8 +23,7 @@ struct TXmlContext {
   std::string File;
   bool Changed = false;
   std::string Problem;  // a value that no XML file can hold; the save must not go on
-  // Where a load tells of the texts that are no value of their property, "path: reason"; null: the application log.
-  std::vector<std::string>* Unread = nullptr;
+  bool Quiet = false;   // a load does not log the texts that are no value of their property
 };
 
 // An element, or none. Valid as long as its document and its context.
@@ -76,9 +77,9 @@ class TXmlDocument {
   TXmlDocument(const TXmlDocument&) = delete;
   TXmlDocument& operator=(const TXmlDocument&) = delete;
 
-  // Takes the content of a file: UTF-8, or UTF-16 with its mark. Empty, or "line:column: reason"; then the document is
-  // empty.
-  [[nodiscard]] std::string Parse(std::string bytes, TXmlDetail detail = xdAll);
+  // Takes the content of a file: UTF-8, or UTF-16 with its mark. A problem has its "line:column" in Where; then the
+  // document is empty.
+  TResult<> Parse(std::string bytes, TXmlDetail detail = xdAll);
   // Only a document element of this name.
   void MakeNew(std::string_view rootName);
   // In the encoding, and with the mark, that it came in.
@@ -94,8 +95,8 @@ class TXmlDocument {
  private:
   enum class TEncoding : std::uint8_t { xeUtf8, xeUtf16Le, xeUtf16Be };
 
-  [[nodiscard]] std::string Decode(std::string bytes);
-  [[nodiscard]] std::string CheckTree() const;
+  TResult<> Decode(std::string bytes);
+  TResult<> CheckTree() const;
 
   std::string FText;
   TEncoding FEncoding = TEncoding::xeUtf8;

@@ -63,7 +63,7 @@ std::optional<std::int32_t> IndexOf(std::string_view name, std::string_view pref
   return ParseNumber<std::int32_t>(digits);
 }
 
-// Finds one published property or child by name.
+// Finds one published property or child by name, an item of a list by "Name[2]".
 class TFindPublisher final : public TFieldPublisher<TFindPublisher> {
  public:
   explicit TFindPublisher(std::string_view name, const std::string* set = nullptr) : FName(name), FSet(set) {}
@@ -82,6 +82,14 @@ class TFindPublisher final : public TFieldPublisher<TFindPublisher> {
   }
   void Child(TPropName name, TXmlSubConfig& child) override {
     if (!Record && SameFolded(name.Text, FName)) Record = &child;
+  }
+  void List(TPropName itemName, TXmlListBase& list) override {
+    const auto bracket = FName.find('[');
+    if (Record || bracket == std::string_view::npos || !FName.ends_with(']') ||
+        !SameFolded(itemName.Text, FName.substr(0, bracket)))
+      return;
+    const auto number = ParseNumber<std::uint32_t>(FName.substr(bracket + 1, FName.size() - bracket - 2));
+    if (number && *number >= 1 && *number <= list.Size()) Record = &list.At(*number - 1);
   }
   void Indexed(TPropName prefix, std::map<std::int32_t, std::string>& texts) override {
     const auto index = IndexOf(FName, prefix.Text);
@@ -202,13 +210,12 @@ class TLoadPublisher final : public TFieldPublisher<TLoadPublisher> {
 
  private:
   void Tell(const TPropName& name, const std::string& text, bool isValue, const TFieldRule& rule) {
+    if (FNode.Context().Quiet) return;
     const std::string path = FNode.Path();
-    std::string line = Format("%s%s%s: \"%s\" ", path.c_str(), path.empty() ? "" : "/", name.Text.data(), text.c_str());
-    line += isValue ? Format("is outside %.10g to %.10g", rule.Min, rule.Max) : "cannot be read";
-    if (auto* const unread = FNode.Context().Unread)
-      unread->push_back(std::move(line));
-    else
-      LogMsg(lkWarning, 0, Format("%s: %s; the default is used", FNode.Context().File.c_str(), line.c_str()));
+    LogMsg(lkWarning, 0,
+           Format("%s: %s%s%s: \"%s\" %s; the default is used", FNode.Context().File.c_str(), path.c_str(),
+                  path.empty() ? "" : "/", name.Text.data(), text.c_str(),
+                  isValue ? Format("is outside %.10g to %.10g", rule.Min, rule.Max).c_str() : "cannot be read"));
   }
 
   TXmlSubConfig& FRecord;

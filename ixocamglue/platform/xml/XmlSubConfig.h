@@ -17,8 +17,10 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
+#include "ixocamglue/platform/xml/FieldFacts.h"
 #include "ixocamglue/platform/xml/XmlDocument.h"
 #include "ixocamglue/support/ValueText.h"
 
@@ -44,7 +46,8 @@ struct TPropName {
   TPropName(std::string_view text, std::uint32_t hash) : Text(text), Hash(hash) {}
 };
 
-// What a number may be; a stored one outside counts as unreadable.
+// How a property is stored. A number outside Min to Max counts as unreadable: that is for what the record itself cannot
+// hold; what a machine can use is said by Within, which changes no load and no save.
 struct TFieldRule {
   double Min = -std::numeric_limits<double>::infinity();
   double Max = std::numeric_limits<double>::infinity();
@@ -52,8 +55,6 @@ struct TFieldRule {
   [[nodiscard]] bool Allows(long double value) const { return value >= Min && value <= Max; }
 };
 inline constexpr TFieldRule kOptional{.Optional = true};
-// Both ends included, and not added by a save.
-[[nodiscard]] constexpr TFieldRule Within(double min, double max) { return {min, max, true}; }
 
 class TXmlSubConfig;
 class TXmlListBase;
@@ -62,12 +63,13 @@ class TXmlListBase;
 class TPublisher {
  public:
   virtual ~TPublisher() = default;
-  virtual void Field(TPropName name, bool& value, bool def = false, const TFieldRule& rule = {}) = 0;
-  virtual void Field(TPropName name, std::int32_t& value, std::int32_t def = 0, const TFieldRule& rule = {}) = 0;
-  virtual void Field(TPropName name, std::uint32_t& value, std::uint32_t def = 0, const TFieldRule& rule = {}) = 0;
-  virtual void Field(TPropName name, double& value, double def = 0, const TFieldRule& rule = {}) = 0;
-  virtual void Field(TPropName name, long double& value, long double def = 0, const TFieldRule& rule = {}) = 0;
-  virtual void Field(TPropName name, std::string& value, const char* def = "", const TFieldRule& rule = {}) = 0;
+  virtual TFieldLine Field(TPropName name, bool& value, bool def = false, const TFieldRule& rule = {}) = 0;
+  virtual TFieldLine Field(TPropName name, std::int32_t& value, std::int32_t def = 0, const TFieldRule& rule = {}) = 0;
+  virtual TFieldLine Field(TPropName name, std::uint32_t& value, std::uint32_t def = 0,
+                           const TFieldRule& rule = {}) = 0;
+  virtual TFieldLine Field(TPropName name, double& value, double def = 0, const TFieldRule& rule = {}) = 0;
+  virtual TFieldLine Field(TPropName name, long double& value, long double def = 0, const TFieldRule& rule = {}) = 0;
+  virtual TFieldLine Field(TPropName name, std::string& value, const char* def = "", const TFieldRule& rule = {}) = 0;
   virtual void Child(TPropName name, TXmlSubConfig& child) = 0;
   virtual void List(TPropName itemName, TXmlListBase& list) = 0;
   // Texts by number, stored under `prefix` and the decimal number.
@@ -76,22 +78,27 @@ class TPublisher {
   virtual void WriteOnly(TPropName name, const std::string& text) = 0;
 
   // Single precision; its shortest text is what the file says.
-  void Field(TPropName name, float& value, float def = 0, const TFieldRule& rule = {}) {
+  TFieldLine Field(TPropName name, float& value, float def = 0, const TFieldRule& rule = {}) {
     const auto widened = [](float number) { return ParseNumber<double>(ValueText(number)).value_or(0); };
     const double before = widened(value);
     double now = before;
-    Field(name, now, widened(def), rule);
+    TFieldLine line = Field(name, now, widened(def), rule);
     if (now != before) value = static_cast<float>(now);
+    return line;
   }
 
   // A field that a second thread reads meanwhile.
   template <class T>
-  void Field(TPropName name, std::atomic<T>& value, T def = {}) {
+  TFieldLine Field(TPropName name, std::atomic<T>& value, T def = {}) {
     const T before = value.load();
     T now = before;
-    Field(name, now, def);
+    TFieldLine line = Field(name, now, def);
     if (now != before) value.store(now);
+    return line;
   }
+
+ protected:
+  TFieldListener* FListener = nullptr;  // who visits to hear the facts sets it
 };
 
 // A publisher whose one Value template sees every field: Derived::Value(name, value, def, rule).
@@ -99,19 +106,31 @@ template <class Derived>
 class TFieldPublisher : public TPublisher {
  public:
   using TPublisher::Field;
-  void Field(TPropName n, bool& v, bool d, const TFieldRule& r) override { Self().Value(n, v, d, r); }
-  void Field(TPropName n, std::int32_t& v, std::int32_t d, const TFieldRule& r) override { Self().Value(n, v, d, r); }
-  void Field(TPropName n, std::uint32_t& v, std::uint32_t d, const TFieldRule& r) override { Self().Value(n, v, d, r); }
-  void Field(TPropName n, double& v, double d, const TFieldRule& r) override { Self().Value(n, v, d, r); }
-  void Field(TPropName n, long double& v, long double d, const TFieldRule& r) override { Self().Value(n, v, d, r); }
-  void Field(TPropName n, std::string& v, const char* d, const TFieldRule& r) override { Self().Value(n, v, d, r); }
+  TFieldLine Field(TPropName n, bool& v, bool d, const TFieldRule& r) override { return Visit(n, v, d, r); }
+  TFieldLine Field(TPropName n, std::int32_t& v, std::int32_t d, const TFieldRule& r) override {
+    return Visit(n, v, d, r);
+  }
+  TFieldLine Field(TPropName n, std::uint32_t& v, std::uint32_t d, const TFieldRule& r) override {
+    return Visit(n, v, d, r);
+  }
+  TFieldLine Field(TPropName n, double& v, double d, const TFieldRule& r) override { return Visit(n, v, d, r); }
+  TFieldLine Field(TPropName n, long double& v, long double d, const TFieldRule& r) override {
+    return Visit(n, v, d, r);
+  }
+  TFieldLine Field(TPropName n, std::string& v, const char* d, const TFieldRule& r) override {
+    return Visit(n, v, d, r);
+  }
   void Child(TPropName, TXmlSubConfig&) override {}
   void List(TPropName, TXmlListBase&) override {}
   void Indexed(TPropName, std::map<std::int32_t, std::string>&) override {}
   void WriteOnly(TPropName, const std::string&) override {}
 
  private:
-  Derived& Self() { return static_cast<Derived&>(*this); }
+  template <class T, class D>
+  TFieldLine Visit(TPropName name, T& value, const D& def, const TFieldRule& rule) {
+    static_cast<Derived&>(*this).Value(name, value, def, rule);
+    return TFieldLine(FListener);
+  }
 };
 
 class TXmlSubConfig {
