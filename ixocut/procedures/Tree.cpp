@@ -103,7 +103,10 @@ int Run(const TTreeOptions& options, std::ostream& out) {
   const TProcedure& row = *AskProcedure(options.Name).OrThrow(pbRequest);
   const auto machine = options.Limits();
   TMotionCall call = CallOf(row, ReadParams(row, options.Params), machine.Bounds, false);
-  call.Values = row.SampleValues(std::move(call.Values));
+  const TMotionValues sample = row.SampleValues(call.Values);
+  call.Values.resize(sample.size());
+  for (std::size_t i = 0; i < sample.size(); ++i)
+    if (row.Params[i].Need != TMotionParam::Optional) call.Values[i] = sample[i];
   // A machine and its configuration: parts that are built late ask both.
   TController controller(options.Options());
   for (const std::string& notice : controller.Notices()) std::cerr << "ixocut tree: " << notice << std::endl;

@@ -353,8 +353,8 @@ TEST_F(RunCommand, ATreeShowsTheMachineThatRunsAndTheParametersOfEveryStep) {
 TEST_F(RunCommand, ARecordingShowsTheFirstStepAndRunsWhatRunRuns) {
   const auto log = [&](const std::string& arguments) {
     std::string lines;
-    for (const auto& line : Json(arguments + " --lang en", 0).at("log"))
-      lines += line.at("text").get<std::string>() + "\n";
+    const auto document = Json(arguments + " --lang en", 0);
+    for (const auto& line : document.at("log")) lines += line.at("text").get<std::string>() + "\n";
     return lines;
   };
   EXPECT_THAT(log("record --procedure shot --out a.csv"), HasSubstr("1/5: Open shutter\n2/5: "));
