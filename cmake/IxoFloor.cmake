@@ -50,11 +50,22 @@ endfunction()
 
 # ixo_part(<target> FILES <sources and headers> [LINKS <targets>])
 #
-# A static library above libixocamglue. LINKS are passed on to whoever links it.
+# A static library above libixocamglue. LINKS are passed on to whoever links it. ixo_install_part(<target> <folder>)
+# installs it and its headers below include/<folder>.
 function(ixo_part target)
   cmake_parse_arguments(PARSE_ARGV 1 part "" "" "FILES;LINKS")
   add_library(${target} STATIC ${part_FILES})
   set_target_properties(${target} PROPERTIES LINKER_LANGUAGE CXX)
   target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
-  target_link_libraries(${target} PUBLIC ixocamglue ${part_LINKS} PRIVATE ixo_warnings)
+  target_link_libraries(${target} PUBLIC ixocamglue ${part_LINKS} PRIVATE $<BUILD_INTERFACE:ixo_warnings>)
+endfunction()
+
+function(ixo_install_part target folder)
+  get_target_property(headers ${target} SOURCES)
+  list(FILTER headers INCLUDE REGEX "\\.h$")
+  target_sources(${target} PUBLIC FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR} FILES ${headers})
+  cmake_path(APPEND CMAKE_INSTALL_INCLUDEDIR ${folder} OUTPUT_VARIABLE include)
+  target_include_directories(${target} PUBLIC $<INSTALL_INTERFACE:${include}>)
+  add_library(IxoCAMGlue::${target} ALIAS ${target})
+  install(TARGETS ${target} EXPORT IxoCAMGlueTargets FILE_SET HEADERS DESTINATION ${include})
 endfunction()

@@ -1,4 +1,5 @@
-# The package: find_package(IxoCAMGlue) gives IxoCAMGlue::ixocamglue; headers are <ixocamglue/motion/...>.
+# The package: find_package(IxoCAMGlue) gives IxoCAMGlue::ixocamglue with the headers <ixocamglue/motion/...> and
+# IxoCAMGlue::ixocontroller with <controller/...>.
 include(CMakePackageConfigHelpers)
 
 set_target_properties(ixocamglue PROPERTIES

@@ -3,14 +3,17 @@
 packages() {
   case $1 in
     run)
-      echo "g++ cmake ninja-build libpugixml-dev libutfcpp-dev nlohmann-json3-dev libfmt-dev libspdlog-dev libcli11-dev libasio-dev" \
+      echo "g++ cmake ninja-build libpugixml-dev libutfcpp-dev nlohmann-json3-dev libcli11-dev libasio-dev" \
         "libsqlite3-dev gnuplot-nox"
       ;;
     test)
       echo "$(packages run) libgtest-dev libgmock-dev clang-format locales libmodbus-dev python3-pymodbus" \
         "python3-serial python3-serial-asyncio"
       ;;
-    bench) echo "$(packages run) libbenchmark-dev libboost-dev libfccp-dev libmodbus-dev libreaderwriterqueue-dev valgrind" ;;
+    bench)
+      echo "$(packages run) libbenchmark-dev libboost-dev libfccp-dev libfmt-dev libmodbus-dev libreaderwriterqueue-dev" \
+        "libspdlog-dev valgrind"
+      ;;
     ci) echo "$(packages test) $(packages bench) clang libclang-rt-14-dev util-linux" ;;
     *)
       echo "packages.sh: no set of packages is called '$1'; there are run, test, bench and ci" >&2
