@@ -54,7 +54,7 @@ target_compile_options(ixo_warnings INTERFACE
   # g++ 12 takes "text" + std::string for overlapping memory once it is inlined: a known false report.
   $<$<CXX_COMPILER_ID:GNU>:-Wduplicated-cond -Wlogical-op -Wno-restrict>
   # The same of its other guesses at inlined library code, where it inlines most.
-  $<$<AND:$<CXX_COMPILER_ID:GNU>,$<CONFIG:Release>>:-Wno-stringop-overflow -Wno-array-bounds>
+  $<$<AND:$<CXX_COMPILER_ID:GNU>,$<CONFIG:Release>>:-Wno-stringop-overflow -Wno-stringop-overread -Wno-array-bounds>
   # g++ guesses at null pointers from instrumented and inlined library code; clang only reports what stands there.
   $<$<CXX_COMPILER_ID:Clang>:-Wnull-dereference -Wthread-safety>
   $<$<BOOL:${IXO_WERROR}>:-Werror>)

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "controller/HostTexts.h"
+#include "controller/gas/GasRecording.h"
 #include "controller/gas/GasTexts.h"
 #include "ixocamglue/gascal/Ugasdaadjust.h"
 #include "ixocamglue/support/Faults.h"
@@ -13,7 +14,6 @@ namespace ixocontroller {
 namespace {
 
 constexpr std::int32_t kFewestPoints = 3;
-constexpr double kFlatBar = 0.1;
 constexpr std::uint32_t kWatchMs = 50;
 
 // Where saturation begins.

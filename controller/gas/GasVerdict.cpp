@@ -12,7 +12,6 @@ namespace {
 
 constexpr double kTailMs = 400.0;         // what noise and drift are read from
 constexpr std::size_t kTailSamples = 20;  // at least
-constexpr double kFlatBar = 0.1;
 constexpr double kFootShare = 0.01;  // of the highest pressure: the valve is open
 constexpr double kFullShare = 0.98;  // of the highest pressure: saturated
 constexpr double kFullScaleV = 10.0;

@@ -48,7 +48,7 @@ TNcCutSystem& Cut() {
   throw std::runtime_error("the machine has no cutting system");
 }
 
-TNcLaser& Laser() {
+TNcLaser& FittedLaser() {
   if (TNcLaser* const laser = Cut().Laser()) return *laser;
   throw std::runtime_error("the machine has no laser");
 }
@@ -124,7 +124,7 @@ class TRunState final : public TKeyState {
   }
   void UpdateThread(std::uint32_t&) override {
     if (FSelf != csWorking || FPhase != TPhase::Finish) return;
-    const bool dark = !Laser().GetEmission();
+    const bool dark = !FittedLaser().GetEmission();
     // A stop goes dark one pass before its tick.
     if (std::exchange(FWasDark, dark) && dark) throw std::runtime_error("emission was lost while cutting");
   }
@@ -159,12 +159,12 @@ class TRunState final : public TKeyState {
         }
         return EnsureBusySet();
       case TPhase::Emission:
-        Laser().EmissionOn();
+        FittedLaser().EmissionOn();
         FSinceMs = Clock().MonotonicMs();
         FPhase = TPhase::WaitEmission;
         return EnsureBusySet();
       case TPhase::WaitEmission:
-        if (Laser().GetEmission()) {
+        if (FittedLaser().GetEmission()) {
           FPhase = TPhase::Trace;
           return EnsureBusySet();
         }
@@ -185,7 +185,7 @@ class TRunState final : public TKeyState {
         if (cuts) {
           const TCutSystemGuard guard(Cut());
           Cut().SwitchLaser(false);
-          Laser().EmissionOff();
+          FittedLaser().EmissionOff();
           if (Cut().Gas()) Cut().Gas()->SwitchOff();
         }
         FKeys.SetProgress({});

@@ -29,12 +29,6 @@ struct TKnobOptions : TControllerSettings {
 
 constexpr const char* kLevels[] = {"low", "normal", "high"};
 
-TSpeedState LevelOf(const std::string& word) {
-  for (std::size_t i = 0; i < std::size(kLevels); ++i)
-    if (word == kLevels[i]) return static_cast<TSpeedState>(i);
-  throw EProblem(pbRequest, "\"" + word + "\" is not one of low, normal, high");
-}
-
 std::optional<double> SpeedOf(const char* option, const std::string& text) {
   if (text.empty()) return std::nullopt;
   const auto value = ParseExactly<double>(text);
@@ -114,6 +108,12 @@ int RunKnob(const TKnobOptions& options, bool setsState, bool setsSpeed, std::os
 }
 
 }  // namespace
+
+TSpeedState LevelOf(const std::string& word) {
+  for (std::size_t i = 0; i < std::size(kLevels); ++i)
+    if (word == kLevels[i]) return static_cast<TSpeedState>(i);
+  throw EProblem(pbRequest, "\"" + word + "\" is not one of low, normal, high");
+}
 
 void AddKnobCommand(CLI::App& program, TCommandRun& run) {
   CLI::App* const knob = program.add_subcommand("knob", "The jog knob: its speeds and its level");

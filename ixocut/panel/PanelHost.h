@@ -76,4 +76,7 @@ class TPanelHost {
 // Checks the knob's shown XY and Z speeds against the machine's axes.
 [[nodiscard]] std::string CheckKnob();
 
+// "low", "normal" or "high"; throws EProblem for another word.
+[[nodiscard]] TSpeedState LevelOf(const std::string& word);
+
 }  // namespace ixocut

@@ -89,8 +89,6 @@ std::string CheckLine(const std::vector<std::string>& words) {
   return verb->Check(words);
 }
 
-TSpeedState LevelOf(const std::string& word) { return word == "low" ? ssLow : word == "normal" ? ssNormal : ssHigh; }
-
 }  // namespace
 
 std::vector<TScriptLine> ReadScript(const std::filesystem::path& file) {
