@@ -306,8 +306,9 @@ TResult<> SetProperty(TXmlSubConfig& root, std::string_view path, const std::str
             Format("%s is %s %s", value.c_str(), limits.IsChoice ? "not one of" : "outside", limits.Text().c_str()));
     }
     if (record->SetText(rest, value)) return {};
-    return refuse(Format("\"%s\" is no %s%s%s", value.c_str(), view.Type.c_str(), view.Range.empty() ? "" : " in ",
-                         view.Range.c_str()));
+    const std::string range = view.Range.empty() ? BoundText(bound) : view.Range;
+    return refuse(
+        Format("\"%s\" is no %s%s%s", value.c_str(), view.Type.c_str(), range.empty() ? "" : " in ", range.c_str()));
   }
   return refuse(Format("\"%s\" is no property of the configuration", std::string(path).c_str()));
 }

@@ -107,10 +107,9 @@ std::string ProcedureNames() {
   return names;
 }
 
-TMotionValues TProcedure::SampleValues(TMotionValues values) const {
+TMotionValues TProcedure::SampleValues() const {
+  TMotionValues values = Sample;
   values.resize(Params.size());
-  for (std::size_t i = 0; i < std::min(values.size(), Sample.size()); ++i)
-    if (!values[i]) values[i] = Sample[i];
   return values;
 }
 

@@ -78,8 +78,8 @@ struct TProcedure {
   TStepPtr (*Make)(TCustomMotionState* ctrl, const TMotionValues& values) = nullptr;
   std::vector<std::string_view> Was = {};  // names that it had; refused with this one
 
-  // `values` filled up: from the sample, and from the defaults.
-  [[nodiscard]] TMotionValues SampleValues(TMotionValues values = {}) const;
+  // The sample, as long as the parameters are.
+  [[nodiscard]] TMotionValues SampleValues() const;
 };
 
 inline constexpr std::uint64_t kShotLimitMs = 60'000;

@@ -103,10 +103,9 @@ int Run(const TTreeOptions& options, std::ostream& out) {
   const TProcedure& row = *AskProcedure(options.Name).OrThrow(pbRequest);
   const auto machine = options.Limits();
   TMotionCall call = CallOf(row, ReadParams(row, options.Params), machine.Bounds, false);
-  const TMotionValues sample = row.SampleValues(call.Values);
-  call.Values.resize(sample.size());
+  const TMotionValues sample = row.SampleValues();
   for (std::size_t i = 0; i < sample.size(); ++i)
-    if (row.Params[i].Need != TMotionParam::Optional) call.Values[i] = sample[i];
+    if (row.Params[i].Need == TMotionParam::Required && !call.Values[i]) call.Values[i] = sample[i];
   // A machine and its configuration: parts that are built late ask both.
   TController controller(options.Options());
   for (const std::string& notice : controller.Notices()) std::cerr << "ixocut tree: " << notice << std::endl;
