@@ -48,7 +48,7 @@ struct TControllerOptions {
   bool Supervisor = true;
   std::size_t LogCapacity = 1024;     // lines
   std::filesystem::path AlarmFolder;  // holds <language>.json; empty: no alarm is defined
-  // Runs the alarm manager, its client and this store. Real time only. Empty: alarms end in the permissions.
+  // Runs the alarm manager, its client and this store. Real time only. Empty: alarms end in the package's events.
   std::filesystem::path AlarmDb;
   int AlarmRetentionDays = 0;    // 0: closed rows stay
   std::vector<ILogSink*> Sinks;  // not owned, outlive the controller
