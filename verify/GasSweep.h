@@ -2,7 +2,7 @@
 //   states   every change of sub-state x every reason
 //   drawn    50 ticks drawn by seed x every reason
 //   bare     the changes of sub-state without the platform's safe entry
-//   faults   every fault of valve and sensor, with the host's protections: it ends within bounded machine time
+//   faults   every fault of valve and sensor, with the controller's protections: it ends within bounded machine time
 // After any ending: gas off and 0 V, the table as it was or complete, both files whole, the next procedure runs.
 #pragma once
 

@@ -1,4 +1,4 @@
-// Alarms as people read them: with what their definitions say, in the session's language. Any thread.
+// Alarms as people read them: with what their definitions say, in the controller's language. Any thread.
 #pragma once
 
 #include <cstdint>

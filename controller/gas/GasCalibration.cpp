@@ -32,8 +32,8 @@ double TGasResult::MaxBar() const {
   return highest;
 }
 
-TGasCalibration::TGasCalibration(TController& session, std::vector<std::int32_t> gases, TGasNozzle nozzle)
-    : FController(session), FModel(*GZemGasAdjustModel()), FNozzle(std::move(nozzle)) {
+TGasCalibration::TGasCalibration(TController& controller, std::vector<std::int32_t> gases, TGasNozzle nozzle)
+    : FController(controller), FModel(*GZemGasAdjustModel()), FNozzle(std::move(nozzle)) {
   for (const std::int32_t gas : gases) {
     TGasResult result;
     result.Gas = gas;
@@ -53,7 +53,7 @@ TGasCalibration::TGasCalibration(TController& session, std::vector<std::int32_t>
       ReportFault("gas calibration: what was measured could not be kept");
     }
   });
-  if (TVirtualClock* const clock = session.VirtualClock())
+  if (TVirtualClock* const clock = controller.VirtualClock())
     FTimer = clock->Every(kWatchMs, [this](std::uint64_t nowMs) { Watch(nowMs); });
 }
 

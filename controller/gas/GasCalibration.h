@@ -1,4 +1,4 @@
-// One gas calibration in a session, as the host runs it: watches it, keeps what was measured, and puts a previous table
+// One gas calibration as the controller runs it: watches it, keeps what was measured, and puts a previous table
 // back where the measured points cannot be a valve's curve.
 //
 // Two protections beside the machine state's own. A voltage at which the pressure has not settled for 15 s is answered
@@ -40,7 +40,7 @@ enum class TGasEnd : std::uint8_t {
   Unfinished,  // not begun, or cut off
   Skipped,     // the machine has no such branch, or no output for it
   Failed,      // flat: the state kept the old table
-  Restored,    // the host put the old table back
+  Restored,    // the old table was put back
   Stored,
 };
 
@@ -57,8 +57,8 @@ struct TGasResult {
 
 class TGasCalibration {
  public:
-  // The session outlives it. Main thread, before the state's loop runs.
-  TGasCalibration(TController& session, std::vector<std::int32_t> gases, TGasNozzle nozzle);
+  // The controller outlives it. Main thread, before the state's loop runs.
+  TGasCalibration(TController& controller, std::vector<std::int32_t> gases, TGasNozzle nozzle);
   ~TGasCalibration();
   TGasCalibration(const TGasCalibration&) = delete;
   TGasCalibration& operator=(const TGasCalibration&) = delete;

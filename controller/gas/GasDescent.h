@@ -10,7 +10,7 @@
 
 namespace ixocontroller {
 
-inline constexpr std::int32_t nsGasDescent = 206;  // a machine state of the host's own
+inline constexpr std::int32_t nsGasDescent = 206;  // a machine state of the controller's own
 
 struct TGasDescent {
   std::int32_t Gas = 0;
@@ -18,7 +18,7 @@ struct TGasDescent {
   std::vector<TGasPoint> Points;
 };
 
-// Registers the machine state; at most one at a time, destroyed before the session and after the state's loop.
+// Registers the machine state; at most one at a time, destroyed before the controller and after the state's loop.
 class TGasDescentRun {
  public:
   TGasDescentRun();

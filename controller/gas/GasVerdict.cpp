@@ -12,8 +12,8 @@ namespace {
 
 constexpr double kTailMs = 400.0;         // what noise and drift are read from
 constexpr std::size_t kTailSamples = 20;  // at least
-constexpr double kFootShare = 0.01;  // of the highest pressure: the valve is open
-constexpr double kFullShare = 0.98;  // of the highest pressure: saturated
+constexpr double kFootShare = 0.01;       // of the highest pressure: the valve is open
+constexpr double kFullShare = 0.98;       // of the highest pressure: saturated
 constexpr double kFullScaleV = 10.0;
 constexpr double kRisingV = 9.9;  // saturation beyond is none
 constexpr double kSameVolt = 0.01;

@@ -1,4 +1,4 @@
-// The host's side of the key panel: what keeps a panel safe that the machine logic takes at its word.
+// What keeps a panel safe that the machine logic takes at its word.
 //
 // Press, Release, Enable and the forms belong to the user-interface thread; Refresh (every 100 ms) and Watch (every
 // 20 ms) to a thread or timer each, so that a device that hangs in a refresh holds up neither keys nor releases. Alive

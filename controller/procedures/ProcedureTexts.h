@@ -1,4 +1,4 @@
-// The operator texts of the host's own procedures: catalogue section "IxoCut", the key is the constant's name.
+// The operator texts of the controller's own procedures: catalogue section "IxoCut", the key is the constant's name.
 #pragma once
 
 #include "ixocamglue/support/Texts.h"

@@ -17,7 +17,7 @@ namespace ixocontroller {
 // What is on, as in StatusText; empty: nothing.
 [[nodiscard]] std::string WhatIsOn(const TMachineSnapshot& now);
 
-// The lines behind the log, in the language of the session, which still lives: notes, steps, timeline, path, the way
+// The lines behind the log, in the language of the controller, which still lives: notes, steps, timeline, path, the way
 // to the step that failed, and how it ended.
 [[nodiscard]] std::vector<std::string> ReportLines(const TRunReport& report, const TMotionTrace& trace,
                                                    const TMachineSnapshot& last, bool withJournal);

@@ -47,7 +47,7 @@ inline constexpr std::string_view kCaliResultsSection = "Follower";
 void InitCamConfigs(TMachineConfig& config);
 
 // Stores the blanking position as flag position 104 of the cutting driver, whether blanking is enabled or not. Without
-// a record or a driver nothing. Called after each load, and again by the host when the driver has come later.
+// a record or a driver nothing. Called after each load, and again by the controller when the driver has come later.
 void InitFlags();
 
 // The unit's part of the library's life: the pierce counter, which InitCamConfigs makes, lives until the library ends.

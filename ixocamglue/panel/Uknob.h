@@ -57,7 +57,7 @@ class TKnob {
   [[nodiscard]] TSpeedState GetSpeedState() const { return FSpeedState; }
   // Applies a level. Nothing happens when it is in force already, or without a machine configuration. Throws
   // EDesignFault ("JogSpeed too low"), after everything else is done, when the XY section's normal or high speed is not
-  // above 0.01; the host catches it.
+  // above 0.01; the caller catches it.
   void SetSpeedState(TSpeedState value);
 
   [[nodiscard]] bool GetDHEnabled() const { return FDHEnabled; }  // two cutting heads
