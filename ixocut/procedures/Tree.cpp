@@ -106,6 +106,7 @@ int Run(const TTreeOptions& options, std::ostream& out) {
   const TMotionValues sample = row.SampleValues();
   for (std::size_t i = 0; i < sample.size(); ++i)
     if (row.Params[i].Need == TMotionParam::Required && !call.Values[i]) call.Values[i] = sample[i];
+  call.CheckNeeds("--").OrThrow(pbRequest);
   // A machine and its configuration: parts that are built late ask both.
   TController controller(options.Options());
   for (const std::string& notice : controller.Notices()) std::cerr << "ixocut tree: " << notice << std::endl;

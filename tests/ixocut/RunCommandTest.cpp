@@ -340,6 +340,8 @@ TEST_F(RunCommand, ATreeShowsTheMachineThatRunsAndTheParametersOfEveryStep) {
   EXPECT_EQ(move.at("children")[1].at("parameters"), nlohmann::json({{"x", 7.0}, {"y", 30.0}, {"speed", 100.0}}));
   EXPECT_EQ(Ixocut("tree safe-move --x 4000").ExitCode, 2);
   EXPECT_EQ(Ixocut("tree safe-move --z 1").ExitCode, 2);
+  EXPECT_EQ(Ixocut("tree lubricate --min-x 1").ExitCode, 2);
+  EXPECT_FALSE(shown("tree lubricate").at("children")[0].at("parameters").contains("min-x")) << "the limits, as run";
 
   std::string machine = Read("ixocut/machine.xml");
   const std::string place = "<MaintainCutHead Enabled=\"True\" PosX=\"";
