@@ -63,8 +63,8 @@ class TController {
   TController& operator=(const TController&) = delete;
 
   // Hands the root to the controller and requests its state. False, with the reason, while a procedure or a key
-  // command's state runs or a device has not acknowledged switching off. Any thread but the one that is inside a tick
-  // of a running procedure.
+  // command's state runs, a stop has not come to its end, or a device has not acknowledged switching off. Any thread
+  // but the one that is inside a tick of a running procedure.
   [[nodiscard]] bool Start(std::shared_ptr<IStateMotion> root, std::string* reason = nullptr);
   [[nodiscard]] bool Running() const;
 

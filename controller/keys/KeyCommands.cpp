@@ -175,17 +175,17 @@ void TKeyCommands::Request(std::int32_t command, TCutState state, std::int32_t p
 
 void TKeyCommands::StartJog(std::int32_t command) {
   const TCutState state = ClassifyCutState(FFramework.CurrentState());
-  const std::uint64_t number = ++FPresses;
+  std::uint64_t held = std::uint64_t{++FPresses} << 32 | static_cast<std::uint32_t>(command);
   if (state != csJogging) {
     if (FFramework.ChangePending()) return Refuse(command, "the machine's state is changing");
-    FHeld.store(number << 32 | static_cast<std::uint32_t>(command), std::memory_order_release);
+    FHeld.store(held, std::memory_order_release);
     if (const TResult<> requested = FFramework.RequestState(StateNumber(csJogging), state == csPaused ? 1 : 0);
         !requested) {
-      FHeld.store(0, std::memory_order_release);
+      FHeld.compare_exchange_strong(held, 0);  // a newer press stays
       Refuse(command, requested.Problem().What);
     }
   } else {
-    FHeld.store(number << 32 | static_cast<std::uint32_t>(command), std::memory_order_release);
+    FHeld.store(held, std::memory_order_release);
   }
 }
 
@@ -257,8 +257,10 @@ void TKeyCommands::StopAll() noexcept {
 void TKeyCommands::SetEmergencyStop(bool active) {
   const bool was = FEmergency.exchange(active);
   if (active) {
-    if (TNcLaser* const laser = Laser()) laser->Trip("emergency stop");
-    StopAll();
+    TTryAll tryAll;  // a source that does not answer keeps nothing else from stopping
+    tryAll([] {
+      if (TNcLaser* const laser = Laser()) laser->Trip("emergency stop");
+    })([&] { StopAll(); });
   } else if (was) {
     if (TNcLaser* const laser = Laser()) laser->ResetLatch();
   }

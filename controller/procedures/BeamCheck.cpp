@@ -108,7 +108,7 @@ std::optional<std::pair<std::size_t, TProblem>> CheckBeam(std::span<const TMotio
                                    .Why = "how long it lasts is not known",
                                    .Remedy = "switch the beam off before it (517 or 522)"});
     ms += *longest;
-    if (ms > static_cast<double>(kShotLimitMs))
+    if (!(ms <= static_cast<double>(kShotLimitMs)))  // also where no speed is known
       return std::pair(i, TProblem{.What = Format("the beam would be on for %s ms, which is more than %s ms",
                                                   NumberText(std::round(ms)).c_str(),
                                                   NumberText(static_cast<double>(kShotLimitMs)).c_str())});

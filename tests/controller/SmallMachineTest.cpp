@@ -86,6 +86,31 @@ TEST_F(SmallMachine, AnEmergencyStopIsDarkWithoutALatch) {
   EXPECT_FALSE(FController.Machine().Snapshot().Laser || FController.Machine().Snapshot().Emission);
 }
 
+// A laser that cannot be reached.
+struct TLostCutSystem final : TNcCutSystem {
+  std::int32_t GetState() override { return nsCustomMotion; }
+  TNcLaser* Laser() override { throw std::runtime_error("laser"); }
+  void Lock() override {}
+  void Unlock() override {}
+  void SwitchLaser(bool) override { throw std::runtime_error("laser"); }
+};
+
+TEST_F(SmallMachine, AnEmergencyStopEndsTheProcedureAlsoWhenTheLaserCannotBeReached) {
+  auto step = MakeStepOf<TSmtLaserOnTimeState>(nullptr);
+  step->SetDuration(10'000);
+  ASSERT_TRUE(FController.Start(std::shared_ptr<TStateMotion>(std::move(step))));
+  FController.RunFor(500);
+  {
+    TLostCutSystem lost;
+    const TInstalled<TNcCutSystem> installed(lost);
+    EXPECT_NO_THROW(FController.Keys().SetEmergencyStop(true));
+  }
+  EXPECT_TRUE(FController.RunToEnd(1000));
+  EXPECT_EQ(FController.MotionState().Outcome().Type, metStop);
+  FController.RunFor(100);
+  EXPECT_FALSE(FController.Machine().Snapshot().Laser || FController.Machine().Snapshot().Emission);
+}
+
 TEST(MachineDriver, TheMachineFileSaysWhichAndAnUnknownOneIsRefusedWithThoseThereAre) {
   const TTempDir folder;
   const auto make = [&](const char* driver) {
