@@ -35,8 +35,8 @@ struct TRunEnd {
 // What is left of a run when its controller has ended.
 struct TRunReport {
   TRunEnd End;
-  bool Dark = false;        // laser and emission are off
-  std::string Path, Fault;  // of the outcome; empty when the procedure was never entered
+  bool Dark = false;               // laser and emission are off
+  std::string Path, Fault, Cause;  // of the outcome; empty when the procedure was never entered
   std::int32_t NextState = nsStandby;
   std::uint64_t StartMs = 0;    // monotonic, when the run began
   std::uint64_t EnteredMs = 0;  // monotonic, when the procedure was entered; StartMs when it never was

@@ -72,6 +72,7 @@ std::vector<std::string> ReportLines(const TRunReport& report, const TMotionTrac
     for (std::string& line : PathLines(report.Path)) lines.push_back(std::move(line));
     if (!report.Fault.empty()) lines.push_back(report.Fault);
   }
+  if (!report.Cause.empty()) lines.push_back(report.Cause);
   lines.push_back(Show(SShotEnded, failed ? SRunFailed.Get() : report.End.Words.c_str(), ShownMs(report.DurationMs)));
   return lines;
 }
@@ -92,6 +93,7 @@ nlohmann::ordered_json ReportJson(const TRunReport& report, const TMotionTrace& 
           {"dark", report.Dark},
           {"path", report.Path},
           {"fault", report.Fault},
+          {"cause", report.Cause},
           {"nextState", report.NextState},
           {"pathMm", {{"xy", trace.PathXY()}, {"z", trace.PathZ()}}},
           {"position", {{"x", last.Pos.X}, {"y", last.Pos.Y}, {"z", last.Z}, {"focus", last.Focus}}},

@@ -254,7 +254,7 @@ void TCustomMotionState::SetCustomStateBusy(TCustomBusyType type) {
 // --- ending ---
 
 void TCustomMotionState::ChangeNext(TMotionExecType type) {
-  FOutcome = {type, {}, {}, nsStandby};
+  FOutcome = {.Type = type, .Cause = Owner().EndCause()};
   FEnded = true;
   std::int32_t next = nsStandby;
   try {

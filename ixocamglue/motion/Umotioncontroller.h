@@ -26,6 +26,7 @@ struct TMotionOutcome {
   TMotionExecType Type = metError;
   std::string Path;   // root to leaf, as GetErrorDesc tells it
   std::string Fault;  // what an exception said, when one ended it
+  std::string Cause;  // why it was ended from outside, when whoever did said so
   std::int32_t NextState = nsStandby;
 };
 

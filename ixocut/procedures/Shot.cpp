@@ -36,6 +36,7 @@ int RunShot(const TShotOptions& options, std::ostream& out) {
     lines.insert(lines.end(), made.Timeline.begin(), made.Timeline.end());
     lines.emplace_back();
     lines.push_back(Format("CustomMotionStateExecOK515 = %s", execOK ? "true" : "false"));
+    if (!made.Cause.empty()) lines.push_back(made.Cause);
     lines.push_back(Show(SShotEnded, made.End.Words.c_str(), ShownMs(made.DurationMs)));
     return made;
   }();
@@ -51,6 +52,7 @@ int RunShot(const TShotOptions& options, std::ostream& out) {
                    {"dark", report.Dark},
                    {"path", report.Path},
                    {"fault", report.Fault},
+                   {"cause", report.Cause},
                    {"nextState", report.NextState},
                    {"log", console.Log()},
                    {"alarms", AlarmsJson(report.Alarms, report.StartMs)},

@@ -104,11 +104,12 @@ TResult<> TNcStateFramework::RequestState(std::int32_t state, std::int32_t param
   return {};
 }
 
-void TNcStateFramework::Stop() {
+void TNcStateFramework::Stop(std::string cause) {
   {
     TGuard guard(FLock);
     if (FMail.Change) FChangePending.store(false, std::memory_order_release);
     FMail.Change.reset();
+    if (!FMail.Stop) FMail.StopCause = std::move(cause);
     FMail.Stop = true;
     FStopping = true;
     FHasMail.store(true, std::memory_order_release);
@@ -118,10 +119,11 @@ void TNcStateFramework::Stop() {
 
 void TNcStateFramework::Pause() { Abort(srPause); }
 
-void TNcStateFramework::Abort(std::int32_t reason) {
-  if (reason == srStop) return Stop();
+void TNcStateFramework::Abort(std::int32_t reason, std::string cause) {
+  if (reason == srStop) return Stop(std::move(cause));
   TGuard guard(FLock);
   FMail.Abort = reason;
+  FMail.AbortCause = std::move(cause);
   FHasMail.store(true, std::memory_order_release);
 }
 
@@ -152,7 +154,7 @@ std::uint32_t TNcStateFramework::RunOnce() {
       DemandSafe(false);
     }
     RetrySafe();
-    const TMail mail = TakeMail();
+    TMail mail = TakeMail();
     if (mail.Stop) {
       FStopTaken = true;
       FStopLeft = CurrentState() == nsStandby;
@@ -181,7 +183,8 @@ void TNcStateFramework::EndStop() {
   FStopping = FMail.Stop;  // another one may have come meanwhile
 }
 
-std::int32_t TNcStateFramework::AbortReason(const TMail& mail) {
+std::int32_t TNcStateFramework::AbortReason(TMail& mail) {
+  FEndCause.clear();
   bool alarm = false;
   std::int32_t fault = srDone;
   try {
@@ -190,9 +193,14 @@ std::int32_t TNcStateFramework::AbortReason(const TMail& mail) {
     LogGuarded("alarm check", std::current_exception());
     fault = srError;
   }
-  if (mail.Stop) return srStop;
+  if (mail.Stop) {
+    FEndCause = std::move(mail.StopCause);
+    return srStop;
+  }
   if (alarm) return srAlarm;
-  return fault != srDone ? fault : mail.Abort;
+  if (fault != srDone) return fault;
+  FEndCause = std::move(mail.AbortCause);
+  return mail.Abort;
 }
 
 bool TNcStateFramework::AlarmStands(const TMail& mail) {

@@ -124,9 +124,10 @@ class TNcStateFramework {
   // Refused, with its reason, from the moment a stop is posted until the state is left and every device has
   // acknowledged switching off.
   TResult<> RequestState(std::int32_t state, std::int32_t param);
-  void Stop();  // also withdraws a state requested before and not yet entered
+  // Also withdraws a state requested before and not yet entered. `cause`: for the report, in the operator's words.
+  void Stop(std::string cause = {});
   void Pause();
-  void Abort(std::int32_t reason);  // ends the current state with this reason; 0 is ignored
+  void Abort(std::int32_t reason, std::string cause = {});  // ends the current state with this reason; 0 is ignored
   void PostAlarm(TNcAlarmRecord alarm);
   [[nodiscard]] std::int32_t CurrentState() const { return FNumber.load(std::memory_order_acquire); }
   [[nodiscard]] TNcBusyKind Busy() const { return FWatch.Busy.load(std::memory_order_acquire); }
@@ -142,6 +143,8 @@ class TNcStateFramework {
   // Called on the state thread after each change of state, a refused entry included. Set before the loop runs.
   using TObserver = std::function<void(std::int32_t from, std::int32_t to)>;
   void SetObserver(TObserver observer) { FObserver = std::move(observer); }
+  // Why the tick under way ends the state, when whoever ended it said so; empty in a tick with srDone.
+  [[nodiscard]] const std::string& EndCause() const { return FEndCause; }
   // The state object of a number, created if need be; null when nobody registered it.
   [[nodiscard]] TNcStateCtrl* State(std::int32_t state);
 
@@ -157,11 +160,12 @@ class TNcStateFramework {
     std::vector<TNcAlarmRecord> Alarms;
     bool Stop = false;
     std::int32_t Abort = srDone;
+    std::string StopCause, AbortCause;
   };
 
   TMail TakeMail();
   // What ends the state in this pass, or srDone.
-  std::int32_t AbortReason(const TMail& mail);
+  std::int32_t AbortReason(TMail& mail);
   [[nodiscard]] bool AlarmStands(const TMail& mail);
   // True when the busy condition is met; sets `reason` to srError when its limit is over or its device fails.
   [[nodiscard]] bool BusyMet(std::int32_t& reason);
@@ -195,6 +199,7 @@ class TNcStateFramework {
   // state thread
   std::map<std::int32_t, std::unique_ptr<TNcStateCtrl>> FStates;
   std::optional<TChange> FChange;
+  std::string FEndCause;
   INcBusyDevice* FBusyDevice = nullptr;
   std::uint64_t FBusyLimitAt = TNcSince::kNot;
   std::uint64_t FDelayUntil = 0;

@@ -47,8 +47,13 @@ struct TNcWatch {
   TNcSince BusySince;
   // Update threads of device objects that a fault has ended.
   std::atomic<std::uint32_t> DeadDeviceThreads{0};
-  // Kept by the laser's and the gas device's adapter.
-  TNcSince LaserOn, EmissionAsked, EmissionOn, GasOn;
+  // Kept by the laser's and the gas device's adapter. Asked: since the last command that no off call followed, whatever
+  // the device did; a lost emission and a tripped latch end neither. On: what the device does.
+  TNcSince LaserOn, LaserAsked, EmissionAsked, EmissionOn, GasOn;
+  // The step that a procedure stands in: its command number, and since when. Kept by who observes procedures; it does
+  // not run where nobody does.
+  std::atomic<std::int32_t> Leaf{0};
+  TNcSince LeafSince;
 };
 
 IXO_DECLARE_SERVICE(TNcWatch, NcWatch);
