@@ -11,8 +11,7 @@
 #include "controller/gas/GasCalibration.h"
 #include "controller/procedures/Procedures.h"
 #include "fixture/Faults.h"
-#include "fixture/Paths.h"
-#include "fixture/TempDir.h"
+#include "fixture/Program.h"
 #include "ixocut/gas/GasTable.h"
 #include "machines/simulated/Machine.h"
 
@@ -142,25 +141,19 @@ TEST(GasTableText, AlignsChineseByItsWidth) {
 
 // --- the program ---
 
-class GasCommands : public testing::Test {
+class GasCommands : public TProgramTest {
  protected:
-  int Ixocut(const std::string& arguments) {
-    const std::string folder = FDir.Path().string();
-    std::FILE* const out =
-        ::popen(("cd '" + folder + "' && '" + IxocutBinary() + "' gas " + arguments + " --state st 2>&1").c_str(), "r");
-    if (!out) return -1;
-    FOut.clear();
-    for (int c = std::fgetc(out); c != EOF; c = std::fgetc(out)) FOut += static_cast<char>(c);
-    const int status = ::pclose(out);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  int Gas(const std::string& arguments) {
+    const TRun run = Ixocut("gas " + arguments + " --state st");
+    FOut = run.All();
+    return run.ExitCode;
   }
 
-  TTempDir FDir;
   std::string FOut;
 };
 
 TEST_F(GasCommands, CalibrateShowDiffAndLoadWorkOnTheSameTables) {
-  ASSERT_EQ(Ixocut("calibrate --gas O2,Air --nozzle S --size 1.5 --json --record rec.json --descend"), 0) << FOut;
+  ASSERT_EQ(Gas("calibrate --gas O2,Air --nozzle S --size 1.5 --json --record rec.json --descend"), 0) << FOut;
   const auto json = nlohmann::json::parse(FOut);
   EXPECT_TRUE(json["success"]);
   ASSERT_EQ(json["gases"].size(), 2u);
@@ -172,18 +165,18 @@ TEST_F(GasCommands, CalibrateShowDiffAndLoadWorkOnTheSameTables) {
   EXPECT_EQ(points.size(), 2 * json["gases"][1]["points"].size()) << "up, and once more downwards";
   EXPECT_TRUE(points.back()["descending"]);
 
-  EXPECT_EQ(Ixocut("show --gas O2 --json"), 0);
+  EXPECT_EQ(Gas("show --gas O2 --json"), 0);
   EXPECT_EQ(nlohmann::json::parse(FOut)["tables"][0]["points"], json["gases"][0]["curve"]);
-  EXPECT_EQ(Ixocut("diff --gas O2 --nozzle S --size 1.5"), 0) << FOut;
-  ASSERT_EQ(Ixocut("calibrate --gas O2 --nozzle D --size 2 --seed 7 --lang en --plot o2.svg"), 0) << FOut;
+  EXPECT_EQ(Gas("diff --gas O2 --nozzle S --size 1.5"), 0) << FOut;
+  ASSERT_EQ(Gas("calibrate --gas O2 --nozzle D --size 2 --seed 7 --lang en --plot o2.svg"), 0) << FOut;
   EXPECT_THAT(FOut, testing::AllOf(HasSubstr("All calibrations ended!"), HasSubstr("100 %"), HasSubstr("Oxygen")));
   std::ifstream plot(FDir.Path() / "o2.svg");
   EXPECT_THAT(std::string(std::istreambuf_iterator<char>(plot), {}), HasSubstr("</svg>"));
-  EXPECT_EQ(Ixocut("diff --gas O2 --nozzle S --size 1.5"), 1) << "another run's noise";
+  EXPECT_EQ(Gas("diff --gas O2 --nozzle S --size 1.5"), 1) << "another run's noise";
   EXPECT_THAT(FOut, HasSubstr("differ"));
-  EXPECT_EQ(Ixocut("load --gas O2 --nozzle S --size 1.5"), 0) << FOut;
-  EXPECT_EQ(Ixocut("diff --gas O2 --nozzle S --size 1.5"), 0) << FOut;
-  EXPECT_EQ(Ixocut("load --gas N2 --nozzle S --size 1.5 --lang en"), 1);
+  EXPECT_EQ(Gas("load --gas O2 --nozzle S --size 1.5"), 0) << FOut;
+  EXPECT_EQ(Gas("diff --gas O2 --nozzle S --size 1.5"), 0) << FOut;
+  EXPECT_EQ(Gas("load --gas N2 --nozzle S --size 1.5 --lang en"), 1);
   EXPECT_THAT(FOut, HasSubstr("No calibration data found for Nitrogen (S 1.5)!"));
 }
 
@@ -199,7 +192,7 @@ TEST_F(GasCommands, AWrongCommandLineIsNamedAndDoesNothing) {
       {"load --gas H-O2 --nozzle S --size 1", "not for H-O2"},
   };
   for (const auto& [arguments, message] : rows) {
-    EXPECT_EQ(Ixocut(arguments), 2) << arguments;
+    EXPECT_EQ(Gas(arguments), 2) << arguments;
     EXPECT_THAT(FOut, HasSubstr(message));
   }
   EXPECT_FALSE(std::filesystem::exists(FDir.Path() / "st" / "GasCalibration.config"));

@@ -13,7 +13,7 @@
 
 #include "fixture/Faults.h"
 #include "fixture/Paths.h"
-#include "fixture/TempDir.h"
+#include "fixture/Program.h"
 #include "ixocamglue/alarms/store/AlarmHistory.h"
 
 namespace ixocamglue::test {
@@ -22,25 +22,20 @@ namespace {
 using testing::HasSubstr;
 using testing::Not;
 
-class AlarmsCommand : public testing::Test {
+class AlarmsCommand : public TProgramTest {
  protected:
-  std::pair<int, std::string> Ixocut(const std::string& arguments) { return Program("alarms " + arguments); }
   // Exit code and output, errors behind it.
   std::pair<int, std::string> Program(const std::string& arguments) {
-    const std::string out = (FDir.Path() / "out").string();
-    const int status = std::system(("XDG_STATE_HOME='" + FDir.Path().string() + "' '" + IxocutBinary() + "' " +
-                                    arguments + " >'" + out + "' 2>&1 </dev/null")
-                                       .c_str());
-    std::ifstream in(out);
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, {std::istreambuf_iterator<char>(in), {}}};
+    const TRun run = Ixocut(arguments);
+    return {run.ExitCode, run.All()};
   }
+  std::pair<int, std::string> Alarms(const std::string& arguments) { return Program("alarms " + arguments); }
   nlohmann::json List(const std::string& arguments) {
-    const auto [code, text] = Ixocut("list --db '" + Db + "' --json " + arguments);
+    const auto [code, text] = Alarms("list --db '" + Db + "' --json " + arguments);
     EXPECT_EQ(code, 0) << text;
     return nlohmann::json::parse(text);
   }
 
-  const TTempDir FDir;
   const std::string Db = (FDir.Path() / "a.db").string();
 };
 
@@ -50,7 +45,7 @@ TEST_F(AlarmsCommand, AScriptedMachineFillsAStoreThatEveryCommandReads) {
       << "raise TPMaint#1\nraise TPMaint#1\nclear TPMaint#1\nfault axis\nfault emission\nwait 60\n"
          "suppress TPMaint#1 5 known\nsuppress TPLaser#1 5 no\nack TPLaser#1\nmend axis\nraise nonsense\n"
          "fault device\nwait 40\nraise TPMaint#2";
-  const auto [code, text] = Ixocut("live --lang en --script '" + script + "' --db '" + Db + "'");
+  const auto [code, text] = Alarms("live --lang en --script '" + script + "' --db '" + Db + "'");
   EXPECT_EQ(code, 1);
   EXPECT_THAT(text, HasSubstr("TPLaser#1  L101  | Laser  | emission lost  | An internal alarm"));
   EXPECT_THAT(text, HasSubstr("line 8: TPLaser#1 stands with level 1, which is never suppressed"));
@@ -66,19 +61,19 @@ TEST_F(AlarmsCommand, AScriptedMachineFillsAStoreThatEveryCommandReads) {
   EXPECT_EQ(lost["description"], "emission lost") << "the message's own";
   EXPECT_EQ(List("--history --suppressed").size(), 2U) << "one clear, and the axis that came back";
   EXPECT_EQ(List("--since 2999-01-01").size(), 0U);
-  EXPECT_THAT(Ixocut("list --csv --id TPDevice#2 --db '" + Db + "'").second,
+  EXPECT_THAT(Alarms("list --csv --id TPDevice#2 --db '" + Db + "'").second,
               HasSubstr("\"device \"\"gas\"\" does not"));
-  EXPECT_EQ(Ixocut("list --since soon --db '" + Db + "'").first, 2);
-  EXPECT_EQ(Ixocut("list --db '" + Db + ".none'").first, 3);
-  EXPECT_THAT(Ixocut("stats --db '" + Db + "'").second, HasSubstr("raises           6, 4 of them active"));
-  EXPECT_EQ(Ixocut("ack TPMaint#2 --who Li --db '" + Db + "'").first, 0);
-  EXPECT_EQ(Ixocut("ack TPAxis#2 --who Li --db '" + Db + "'").first, 1);
-  EXPECT_THAT(Ixocut("watch --for 50 --db '" + Db + "'").second,
+  EXPECT_EQ(Alarms("list --since soon --db '" + Db + "'").first, 2);
+  EXPECT_EQ(Alarms("list --db '" + Db + ".none'").first, 3);
+  EXPECT_THAT(Alarms("stats --db '" + Db + "'").second, HasSubstr("raises           6, 4 of them active"));
+  EXPECT_EQ(Alarms("ack TPMaint#2 --who Li --db '" + Db + "'").first, 0);
+  EXPECT_EQ(Alarms("ack TPAxis#2 --who Li --db '" + Db + "'").first, 1);
+  EXPECT_THAT(Alarms("watch --for 50 --db '" + Db + "'").second,
               HasSubstr("[active, acknowledged by Li]  0  TPMaint#2"));
-  EXPECT_EQ(Ixocut("lookup TPGas#3").first, 0);
-  EXPECT_EQ(Ixocut("lookup TPGas#99").first, 1);
-  EXPECT_EQ(Ixocut("check '" + script + "'").first, 1);
-  EXPECT_EQ(Ixocut("check '" + Db + ".none'").first, 3);
+  EXPECT_EQ(Alarms("lookup TPGas#3").first, 0);
+  EXPECT_EQ(Alarms("lookup TPGas#99").first, 1);
+  EXPECT_EQ(Alarms("check '" + script + "'").first, 1);
+  EXPECT_EQ(Alarms("check '" + Db + ".none'").first, 3);
 }
 
 TEST_F(AlarmsCommand, ARunTellsWhatItsDevicesReportInTheLanguageOfTheSession) {
@@ -129,7 +124,7 @@ TEST_F(AlarmsCommand, AfterAKillEveryCommittedRowIsThereAndTheNextRunClosesIt) {
   ASSERT_EQ(rows().size(), 2U);
   EXPECT_TRUE(rows()[0].Active() && rows()[1].Active());
   EXPECT_EQ(List("--active").size(), 2U) << "reading closes no rows";
-  EXPECT_EQ(Ixocut("live --db '" + Db + "'").first, 0);
+  EXPECT_EQ(Alarms("live --db '" + Db + "'").first, 0);
   EXPECT_EQ(List("--active").size(), 0U);
   EXPECT_EQ(rows()[1].Mark, kMarkRestart);
 }

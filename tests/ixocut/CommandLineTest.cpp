@@ -10,8 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "controller/StateFolder.h"
-#include "fixture/Paths.h"
-#include "fixture/TempDir.h"
+#include "fixture/Program.h"
 
 namespace ixocamglue::test {
 using namespace ixocontroller;
@@ -20,40 +19,9 @@ namespace {
 namespace fs = std::filesystem;
 using testing::HasSubstr;
 
-std::string ReadFile(const fs::path& file) {
-  std::ifstream in(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
-
-struct TRun {
-  int ExitCode;
-  std::string Out, Err;
-};
-
-class CommandLine : public testing::Test {
+class CommandLine : public TProgramTest {
  protected:
-  // `arguments` as a shell reads them; `environment` is "NAME=value ..." before the program.
-  TRun Ixocut(const std::string& arguments, const std::string& environment = {}) {
-    const fs::path out = FDir.Path() / "out", err = FDir.Path() / "err";
-    const std::string command = "XDG_STATE_HOME='" + FDir.Path().string() + "' " + environment + " '" + IxocutBinary() +
-                                "' " + arguments + " >'" + out.string() + "' 2>'" + err.string() + "'";
-    const int status = std::system(command.c_str());
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadFile(out), ReadFile(err)};
-  }
-  nlohmann::json Json(const std::string& arguments, int exitCode) {
-    const TRun run = Ixocut(arguments + " --json");
-    EXPECT_EQ(run.ExitCode, exitCode) << run.Err;
-    return nlohmann::json::parse(run.Out);  // one document and nothing else, or it throws
-  }
-  fs::path Write(const std::string& name, const std::string& text) {
-    const fs::path file = FDir.Path() / name;
-    fs::create_directories(file.parent_path());
-    std::ofstream(file) << text;
-    return file;
-  }
   fs::path Copy() const { return FDir.Path() / "ixocut" / "machine.xml"; }
-
-  TTempDir FDir;
 };
 
 TEST_F(CommandLine, AnOperatorCanFollowAShotInBothLanguages) {
@@ -182,19 +150,19 @@ TEST_F(CommandLine, AMachineFileThatCannotBeUsedIsNamedWithItsPlace) {
     EXPECT_EQ(run.Out, "") << c.File;
     EXPECT_THAT(run.Err, HasSubstr(c.Text)) << c.File;
   }
-  EXPECT_EQ(ReadFile(FDir.Path() / "other.xml"), "<Other/>");
+  EXPECT_EQ(Read(FDir.Path() / "other.xml"), "<Other/>");
 }
 
 TEST_F(CommandLine, TheUsersMachineFileIsMadeOnceAndTheExampleStaysUntouched) {
   const fs::path example = ShareFolder() / "machines" / "machine.xml";
   const auto written = fs::last_write_time(example);
   EXPECT_EQ(Ixocut("shot").ExitCode, 0);
-  EXPECT_EQ(ReadFile(Copy()), ReadFile(example));
+  EXPECT_EQ(Read(Copy()), Read(example));
 
   const std::string own = "<MachineConfig><Simulator EmissionDelayMs=\"50\"/></MachineConfig>";
   std::ofstream(Copy()) << own;
   EXPECT_EQ(Ixocut("shot").ExitCode, 0);
-  EXPECT_EQ(ReadFile(Copy()), own) << "the user's file was overwritten";
+  EXPECT_EQ(Read(Copy()), own) << "the user's file was overwritten";
   EXPECT_EQ(fs::last_write_time(example), written);
   EXPECT_EQ(std::distance(fs::directory_iterator(Copy().parent_path()), {}), 1) << "a temporary file was left";
 

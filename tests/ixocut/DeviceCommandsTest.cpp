@@ -13,6 +13,7 @@
 #include <nlohmann/json.hpp>
 
 #include "fixture/Paths.h"
+#include "fixture/Program.h"
 
 extern char** environ;
 
@@ -63,86 +64,74 @@ class TPlcProcess {
   std::FILE* FOut = nullptr;
 };
 
-struct TRun {
-  int ExitCode;
-  std::string Out;  // and the error output
-};
-TRun Ixocut(const std::string& arguments) {
-  std::FILE* const out = ::popen(("'" + IxocutBinary() + "' " + arguments + " 2>&1").c_str(), "r");
-  if (!out) throw std::runtime_error("no shell");
-  TRun run{-1, {}};
-  for (int c = std::fgetc(out); c != EOF; c = std::fgetc(out)) run.Out += static_cast<char>(c);
-  const int status = ::pclose(out);
-  run.ExitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return run;
-}
+class DeviceCommands : public TProgramTest {};
 
-TEST(DeviceCommands, RegistersAreWrittenAndReadBackWithTheirFrames) {
+TEST_F(DeviceCommands, RegistersAreWrittenAndReadBackWithTheirFrames) {
   const TPlcProcess plc;
   const std::string link = " --tcp " + plc.Tcp;
   TRun run = Ixocut("modbus write" + link + " --addr 16 --values 1,0x203 --frames");
-  EXPECT_EQ(run.ExitCode, 0) << run.Out;
-  EXPECT_THAT(run.Out, HasSubstr("-> 00 01 00 00 00 0B 01 10 00 10 00 02 04 00 01 02 03\n"));
+  EXPECT_EQ(run.ExitCode, 0) << run.All();
+  EXPECT_THAT(run.All(), HasSubstr("-> 00 01 00 00 00 0B 01 10 00 10 00 02 04 00 01 02 03\n"));
   run = Ixocut("modbus write" + link + " --addr 18 --values 9 --frames");
-  EXPECT_THAT(run.Out, HasSubstr("01 06 00 12 00 09"));
+  EXPECT_THAT(run.All(), HasSubstr("01 06 00 12 00 09"));
   run = Ixocut("modbus write" + link + " --addr 19 --values 8 --multiple --frames");
-  EXPECT_THAT(run.Out, HasSubstr("01 10 00 13 00 01 02 00 08"));
+  EXPECT_THAT(run.All(), HasSubstr("01 10 00 13 00 01 02 00 08"));
   for (const char* profile : {"strict", "exact"}) {
     run = Ixocut("modbus read" + link + " --addr 16 --count 4 --json --frames --profile " + profile);
-    EXPECT_EQ(run.ExitCode, 0) << run.Out;
+    EXPECT_EQ(run.ExitCode, 0) << run.All();
     const auto document = nlohmann::json::parse(run.Out);
     EXPECT_EQ(document["values"], nlohmann::json({1, 0x203, 9, 8}));
     EXPECT_EQ(document["frames"].size(), 2u);
   }
   run = Ixocut("modbus read" + link + " --addr 9999 --count 2 --profile strict");
   EXPECT_EQ(run.ExitCode, 3);
-  EXPECT_THAT(run.Out, HasSubstr("exception 2 (illegal data address)"));
+  EXPECT_THAT(run.All(), HasSubstr("exception 2 (illegal data address)"));
   run = Ixocut("link doctor" + link);
-  EXPECT_EQ(run.ExitCode, 0) << run.Out;
-  EXPECT_THAT(run.Out, HasSubstr("Nothing is wrong with this link."));
+  EXPECT_EQ(run.ExitCode, 0) << run.All();
+  EXPECT_THAT(run.All(), HasSubstr("Nothing is wrong with this link."));
 }
 
-TEST(DeviceCommands, AFieldThatIsMissingFromTheValuesWritesNothing) {
+TEST_F(DeviceCommands, AFieldThatIsMissingFromTheValuesWritesNothing) {
   const TPlcProcess plc;
   for (const char* values : {"1,2,,3", "1,2,", ",1", "1 ,2", "1 '' 2"}) {
     const TRun run = Ixocut("modbus write --tcp " + plc.Tcp + " --addr 0 --values " + values);
-    EXPECT_EQ(run.ExitCode, 2) << values << run.Out;
+    EXPECT_EQ(run.ExitCode, 2) << values << run.All();
   }
-  EXPECT_THAT(Ixocut("modbus read --tcp " + plc.Tcp + " --addr 0").Out, HasSubstr("    0      0"));
+  EXPECT_THAT(Ixocut("modbus read --tcp " + plc.Tcp + " --addr 0").All(), HasSubstr("    0      0"));
   EXPECT_EQ(Ixocut("modbus write --tcp " + plc.Tcp + " --addr 0 --values 1,2 3,4").ExitCode, 0);
 }
 
-TEST(DeviceCommands, AnInterruptEndsASingleRequestWhateverItsTimeout) {
+TEST_F(DeviceCommands, AnInterruptEndsASingleRequestWhateverItsTimeout) {
   const TPlcProcess plc("silent");
   const TRun run =
       Ixocut("modbus read --timeout 60000 --frames --addr 0 --tcp " + plc.Tcp + " & sleep 0.5; kill -INT $!; wait $!");
   EXPECT_EQ(run.ExitCode, 3);
-  EXPECT_THAT(run.Out, HasSubstr("stopped"));
+  EXPECT_THAT(run.All(), HasSubstr("stopped"));
 }
 
-TEST(DeviceCommands, WhatWentWrongIsSaidInWords) {
+TEST_F(DeviceCommands, WhatWentWrongIsSaidInWords) {
   {
     const TPlcProcess plc("silent");
     const TRun run = Ixocut("modbus read --timeout 100 --addr 0 --tcp " + plc.Tcp);
     EXPECT_EQ(run.ExitCode, 3);
-    EXPECT_THAT(run.Out, HasSubstr("time-out"));
-    EXPECT_THAT(Ixocut("modbus write --timeout 100 --addr 0 --values 1 --tcp " + plc.Tcp).Out,
+    EXPECT_THAT(run.All(), HasSubstr("time-out"));
+    EXPECT_THAT(Ixocut("modbus write --timeout 100 --addr 0 --values 1 --tcp " + plc.Tcp).All(),
                 HasSubstr("time-out; the write may have happened"));
-    EXPECT_THAT(Ixocut("modbus write --framing rtu --unit 0 --addr 0 --values 1 --tcp " + plc.Tcp).Out,
+    EXPECT_THAT(Ixocut("modbus write --framing rtu --unit 0 --addr 0 --values 1 --tcp " + plc.Tcp).All(),
                 HasSubstr("ok: sent to all, not confirmed"));
   }
   {
     const TPlcProcess plc("wrong-unit");
     TRun run = Ixocut("modbus read --addr 0 --tcp " + plc.Tcp);
-    EXPECT_THAT(run.Out, HasSubstr("invalid reply: the reply is another unit's"));
+    EXPECT_THAT(run.All(), HasSubstr("invalid reply: the reply is another unit's"));
     run = Ixocut("link doctor --tcp " + plc.Tcp);
     EXPECT_EQ(run.ExitCode, 3);
-    EXPECT_THAT(run.Out, HasSubstr("FAULT Unit 2 answers instead of unit 1\n      -> Try --unit 2"));
+    EXPECT_THAT(run.All(), HasSubstr("FAULT Unit 2 answers instead of unit 1\n      -> Try --unit 2"));
   }
-  EXPECT_THAT(Ixocut("modbus read --addr 0 --tcp 127.0.0.1:1").Out, HasSubstr("no connection"));
-  EXPECT_THAT(Ixocut("link doctor --tcp 127.0.0.1:1").Out, HasSubstr("refuses the connection"));
-  EXPECT_THAT(Ixocut("link doctor --tcp name.invalid").Out, HasSubstr("does not resolve"));
-  EXPECT_THAT(Ixocut("link doctor --serial /dev/absent").Out, HasSubstr("/dev/absent: No such file or directory"));
+  EXPECT_THAT(Ixocut("modbus read --addr 0 --tcp 127.0.0.1:1").All(), HasSubstr("no connection"));
+  EXPECT_THAT(Ixocut("link doctor --tcp 127.0.0.1:1").All(), HasSubstr("refuses the connection"));
+  EXPECT_THAT(Ixocut("link doctor --tcp name.invalid").All(), HasSubstr("does not resolve"));
+  EXPECT_THAT(Ixocut("link doctor --serial /dev/absent").All(), HasSubstr("/dev/absent: No such file or directory"));
 }
 
 }  // namespace

@@ -5,7 +5,7 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
-#include "fixture/Paths.h"
+#include "fixture/Program.h"
 #include "tests/monitor/MonitorFiles.h"
 
 namespace ixocamglue::test {
@@ -13,23 +13,7 @@ namespace {
 
 using testing::HasSubstr;
 
-struct TRun {
-  int ExitCode;
-  std::string Out, Err;
-};
-
-class MonitorCommands : public testing::Test {
- protected:
-  TRun Ixocut(const std::string& arguments, const std::string& environment = {}) {
-    const std::string command = "cd '" + FDir.Path().string() + "' && " + environment + " '" + IxocutBinary() + "' " +
-                                arguments + " >out 2>err";
-    const int status = std::system(command.c_str());
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Read("out"), Read("err")};
-  }
-  std::string Read(const std::string& name) { return ReadFile(FDir.Path() / name); }
-
-  TTempDir FDir;
-};
+class MonitorCommands : public TProgramTest {};
 
 TEST_F(MonitorCommands, ARecordingShowsWhatTheProcedureDid) {
   const TRun record = Ixocut("record --procedure square --state s --out a.csv --lang en");

@@ -7,8 +7,7 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
-#include "fixture/Paths.h"
-#include "fixture/TempDir.h"
+#include "fixture/Program.h"
 
 namespace ixocamglue::test {
 namespace {
@@ -16,28 +15,12 @@ namespace {
 using testing::AllOf;
 using testing::HasSubstr;
 
-class PanelCommand : public testing::Test {
+class PanelCommand : public TProgramTest {
  protected:
-  struct TRun {
-    int ExitCode;
-    std::string Out, Err;
-  };
-  static std::string Read(const std::filesystem::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-  }
-  TRun Ixocut(const std::string& arguments) {
-    const auto out = FDir.Path() / "out", err = FDir.Path() / "err";
-    const std::string command = "XDG_STATE_HOME='" + FDir.Path().string() + "' '" + IxocutBinary() + "' " + arguments +
-                                " </dev/null >'" + out.string() + "' 2>'" + err.string() + "'";
-    const int status = std::system(command.c_str());
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Read(out), Read(err)};
-  }
   std::string Script(const std::string& text) {
     std::ofstream(FDir.Path() / "script") << text;
     return "'" + (FDir.Path() / "script").string() + "'";
   }
-  TTempDir FDir;
 };
 
 TEST_F(PanelCommand, AScriptTellsCommandsLedsAndMasks) {
@@ -120,7 +103,7 @@ TEST_F(PanelCommand, TheKnobsSpeedsAreKept) {
   const auto high = nlohmann::json::parse(Ixocut("knob state high --json").Out);
   EXPECT_EQ(high["JogFast"], true);
   EXPECT_EQ(high["JogSpeed"], 200);
-  EXPECT_THAT(Read(FDir.Path() / "ixocut" / "machine.xml"), HasSubstr("NormalJogSpeed=\"120\""));
+  EXPECT_THAT(Read("ixocut/machine.xml"), HasSubstr("NormalJogSpeed=\"120\""));
 }
 
 }  // namespace

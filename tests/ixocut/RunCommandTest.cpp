@@ -13,8 +13,7 @@
 #include "controller/procedures/Procedures.h"
 #include "controller/procedures/SequenceFile.h"
 #include "fixture/Faults.h"
-#include "fixture/Paths.h"
-#include "fixture/TempDir.h"
+#include "fixture/Program.h"
 #include "ixocamglue/motion/Ustatemotion.h"
 #include "ixocut/ControllerSettings.h"
 
@@ -25,35 +24,11 @@ namespace {
 namespace fs = std::filesystem;
 using testing::HasSubstr;
 
-struct TRun {
-  int ExitCode;
-  std::string Out, Err;
-};
-
-class RunCommand : public testing::Test {
+class RunCommand : public TProgramTest {
  protected:
-  TRun Ixocut(const std::string& arguments) {
-    const std::string command =
-        "cd '" + FDir.Path().string() + "' && XDG_STATE_HOME=. '" + IxocutBinary() + "' " + arguments + " >out 2>err";
-    const int status = std::system(command.c_str());
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Read("out"), Read("err")};
-  }
-  nlohmann::json Json(const std::string& arguments, int exitCode) {
-    const TRun run = Ixocut(arguments + " --json");
-    EXPECT_EQ(run.ExitCode, exitCode) << arguments << ": " << run.Err;
-    return nlohmann::json::parse(run.Out);
-  }
-  std::string Read(const std::string& name) {
-    std::ifstream in(FDir.Path() / name, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-  }
-  void Write(const std::string& name, const std::string& text) { std::ofstream(FDir.Path() / name) << text; }
-
   static TMachineLimits Example() {
     return ixocut::TControllerSettings{.Machine = ShareFolder() / "machines" / "machine.xml", .State = {}}.Limits();
   }
-
-  TTempDir FDir;
 };
 
 // A row whose parameter names a field of another class would throw here; one that names another field is found too.
