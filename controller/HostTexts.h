@@ -54,13 +54,17 @@ inline constinit TText SRowFollow{"IxoCut", "SRowFollow", "跟随"};
 inline constinit TText SPlotPath{"IxoCut", "SPlotPath", "XY 路径（毫米）"};
 inline constinit TText SPlotZ{"IxoCut", "SPlotZ", "Z（毫米）"};
 inline constinit TText SPlotSignals{"IxoCut", "SPlotSignals", "信号"};
+inline constinit TText SPlotStart{"IxoCut", "SPlotStart", "起点"};
+inline constinit TText SPlotEnd{"IxoCut", "SPlotEnd", "终点"};
+inline constinit TText SPlotBeam{"IxoCut", "SPlotBeam", "出光"};
+inline constinit TText SPlotProcedure{"IxoCut", "SPlotProcedure", "工艺过程"};
 
 inline constexpr auto kHostTexts =
     TextList(SRowState, SRowEmission, SRowLaser, SRowGas, SShotTitle, SShotEnded, SShotTooEarly, SShotNotDark,
              SEndSuccess, SEndStopped, SEndPaused, SEndAlarm, SEndError, SEndRefused, SEndNever, SAskedAlarm,
              SSignalStop, SWatchBusy, SWatchEmission, SWatchLaser, SWatchGas, SWatchBeat, SWatchEmergency, SWatchAlarm,
              SWatchStop, SWatchLatch, SLinesDropped, SRunSteps, SRunPath, SRunStillOn, SRunFailed, SRunFailedAt,
-             SRowOutput, SRowFollow, SPlotPath, SPlotZ, SPlotSignals);
+             SRowOutput, SRowFollow, SPlotPath, SPlotZ, SPlotSignals, SPlotStart, SPlotEnd, SPlotBeam, SPlotProcedure);
 
 // Milliseconds for a %d.
 [[nodiscard]] inline int ShownMs(std::uint64_t ms) {

@@ -52,10 +52,11 @@ void CheckPlotName(const char* option, const std::string& target) {
     throw EProblem(pbRequest, std::string(option) + ": \"" + target + "\" does not end in .svg");
 }
 
-// SVG leaves the letters to the viewer's fonts; drawn here, Chinese would need a font on this machine.
+// SVG leaves the letters to the fonts where it is looked at; for Chinese here, ./run installs one.
 std::string PlotStart(int width, int height) {
   return "set encoding utf8\n" +
-         Format("set terminal svg size %d,%d noenhanced font 'sans,10'\nset output 'out'\n", width, height);
+         Format("set terminal svg size %d,%d noenhanced background 'white' font 'sans,10'\nset output 'out'\n", width,
+                height);
 }
 
 std::string PlotText(std::string_view text) {

@@ -4,7 +4,7 @@ packages() {
   case $1 in
     run)
       echo "g++ cmake ninja-build libpugixml-dev libutfcpp-dev nlohmann-json3-dev libcli11-dev libasio-dev" \
-        "libsqlite3-dev gnuplot-nox"
+        "libsqlite3-dev gnuplot-nox fonts-wqy-zenhei"
       ;;
     test)
       echo "$(packages run) libgtest-dev libgmock-dev clang-format locales libmodbus-dev python3-pymodbus" \

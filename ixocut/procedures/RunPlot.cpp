@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
+#include <utility>
 #include <vector>
 
 #include "controller/HostTexts.h"
@@ -60,6 +62,35 @@ TInterval Shown(const std::vector<TTracePoint>& points, double TTracePoint::*val
   TInterval shown{(*low).*value, (*high).*value};
   shown.Widen(std::max(shown.Length() * (1.0 + 2.0 * kMargin), kLeastMm));
   return shown;
+}
+
+// The path while the beam was on, a block a stretch; where nothing moved, the place in a block of its own.
+struct TBeamPath {
+  std::string Moving, Resting;
+};
+TBeamPath BeamPath(const TRunReport& report, const std::vector<TTracePoint>& points) {
+  using P = const TTracePoint&;
+  TBeamPath path;
+  const auto add = [&](std::uint64_t from, std::uint64_t to) {
+    auto first = std::ranges::upper_bound(points, from, {}, &TTracePoint::Ms);
+    if (first != points.begin()) --first;  // where it stood when the beam came
+    const auto end = std::ranges::upper_bound(points, to, {}, &TTracePoint::Ms);
+    const std::vector<TTracePoint> lit(first, std::max(first, end));
+    if (lit.empty()) return;
+    const bool moved = std::ranges::any_of(
+        lit, [&](P p) { return std::hypot(p.X - lit.front().X, p.Y - lit.front().Y) >= kStraightMm; });
+    (moved ? path.Moving : path.Resting) += Curve(
+                                                lit, [](P p, double) { return p.X; }, [](P p) { return p.Y; }, 0.0) +
+                                            "\n";
+  };
+  std::optional<std::uint64_t> since;
+  for (const TSignal& signal : report.Signals) {
+    if (signal.Kind != sgLaser) continue;
+    if (signal.On && !since) since = signal.Ms;
+    if (!signal.On && since) add(*std::exchange(since, std::nullopt), signal.Ms);
+  }
+  if (since) add(*since, report.EndMs);
+  return path;
 }
 
 // A signal's row: where it is on.
@@ -141,9 +172,16 @@ void PlotRun(const TRunReport& report, const TMotionTrace& trace, const std::str
       Curve(
           points, [](P p, double from) { return static_cast<double>(p.Ms) - from; }, [](P p) { return p.Z; }, start) +
       "EOD\n";
+  const TTracePoint end = points.empty() ? TTracePoint{} : points.back();
+  script += Format("$end << EOD\n%.9g %.9g\nEOD\n", end.X, end.Y);
   for (std::size_t i = 0; i < rows.size(); ++i) script += Format("$s%zu << EOD\n", i) + rows[i].Data + "EOD\n";
 
-  script += "set multiplot title " + PlotText(title) + "\nunset key\n";
+  const TBeamPath beam = BeamPath(report, points);
+  for (const auto& [name, data] : {std::pair("$beam", &beam.Moving), std::pair("$spot", &beam.Resting)})
+    if (!data->empty()) script += std::string(name) + " << EOD\n" + *data + "EOD\n";
+
+  script += "set multiplot title " + PlotText(title + ": " + report.End.Words) +
+            "\nset key horizontal outside bottom center font ',9'\n";
   script += "set origin 0,0\nset size 0.5,0.94\nset size ratio -1\nset title " + PlotText(SPlotPath.Get()) + "\n";
   TInterval x = Shown(points, &TTracePoint::X);
   TInterval y = Shown(points, &TTracePoint::Y);
@@ -151,9 +189,15 @@ void PlotRun(const TRunReport& report, const TMotionTrace& trace, const std::str
   y.Widen(kFlattest * x.Length());
   script += Format("set xlabel 'X'\nset ylabel 'Y'\nset xrange [%.6g:%.6g]\nset yrange [%.6g:%.6g]\n", x.From, x.To,
                    y.From, y.To);
-  script +=
-      "plot $xy using 1:2 with lines lw 1.5 lc rgb '#1f77b4', $xy every ::0::0 using 1:2 with points pt 7 ps 0.6 "
-      "lc rgb '#2ca02c'\n";
+  const auto titled = [](const TText& text) { return " title " + PlotText(text.Get()); };
+  std::string path = "plot $xy using 1:2 with lines lw 1.5 lc rgb '#1f77b4' notitle";
+  std::string beamTitle = titled(SPlotBeam);
+  if (!beam.Moving.empty())
+    path += ", $beam using 1:2 with lines lw 4 lc rgb '#d62728'" + std::exchange(beamTitle, " notitle");
+  if (!beam.Resting.empty()) path += ", $spot using 1:2 with points pt 3 ps 1.4 lw 2 lc rgb '#d62728'" + beamTitle;
+  path += ", $xy every ::0::0 using 1:2 with points pt 7 ps 0.7 lc rgb '#2ca02c'" + titled(SPlotStart);
+  path += Format(", $end using 1:2 with points pt 4 ps 1.2 lw 1.5 lc rgb '#000000'") + titled(SPlotEnd);
+  script += path + "\nunset key\n";
   const double seconds = std::max(static_cast<double>(report.EndMs - report.StartMs) / 1000.0, 0.001);
   script += Format(
       "set size noratio\nset lmargin at screen 0.6\nset rmargin at screen 0.98\nset xrange "
