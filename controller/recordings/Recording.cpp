@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <numeric>
+#include <optional>
 
 #include "ixocamglue/monitor/Umonitortexts.h"
 #include "ixocamglue/support/Problem.h"
@@ -24,6 +25,17 @@ void Sort(TSeries& series) {
     sorted.Values.push_back(series.Values[order[i]]);
   }
   series = std::move(sorted);
+}
+
+std::optional<std::int64_t> EventMs(const TRecording& recording, TAlignment event) {
+  if (event == TAlignment::Start) return 0;
+  for (const auto& [key, series] : recording.Series) {
+    const TMonitorSignal* const signal = FindMonitorSignal(key.MainType, key.SubType);
+    if (!signal || signal->Kind != (event == TAlignment::Beam ? skLaser : skState)) continue;
+    const auto on = std::ranges::find_if(series.Values, [](double value) { return value != 0.0; });
+    if (on != series.Values.end()) return series.Ms[static_cast<std::size_t>(on - series.Values.begin())];
+  }
+  return std::nullopt;
 }
 
 }  // namespace
@@ -65,6 +77,24 @@ TRecording LoadRecording(const std::string& file) {
   recording.Report = reader.Report();
   for (auto& [key, series] : recording.Series) Sort(series);
   return recording;
+}
+
+TAlignment Align(TRecording& a, TRecording& b, TAlignment by) {
+  if (by == TAlignment::Auto) {
+    for (const TAlignment event : {TAlignment::Beam, TAlignment::Procedure})
+      if (EventMs(a, event) && EventMs(b, event)) return Align(a, b, event);
+    return Align(a, b, TAlignment::Start);
+  }
+  for (TRecording* const recording : {&a, &b}) {
+    const auto at = EventMs(*recording, by);
+    if (!at)
+      throw EProblem(pbUnusable, {.What = by == TAlignment::Beam ? "the beam is never on" : "no procedure ever begins",
+                                  .Where = recording->Report.FileName,
+                                  .Remedy = "align by another event, or by the start"});
+    for (auto& [key, series] : recording->Series)
+      for (std::int64_t& ms : series.Ms) ms -= *at;
+  }
+  return by;
 }
 
 }  // namespace ixocontroller

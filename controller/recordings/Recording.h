@@ -35,10 +35,21 @@ class TSampleClock {
   std::int64_t FMs = 0;
 };
 
+// What two runs are laid over each other by.
+enum class TAlignment : std::uint8_t {
+  Auto,       // the first of these that both have, else the start
+  Beam,       // the laser's first sample that is on
+  Procedure,  // the first sample with a state other than standby
+  Start,      // the first sample
+};
+
 // Throws EProblem for a file that cannot be read or whose head line does not name the version that this program
 // writes. Of two samples of a signal at the same time the later in the file counts.
 [[nodiscard]] TRecording LoadRecording(const std::string& file);
 // The same for a reader that was opened.
 TResult<void> CheckReadable(const TMonitorReader& reader);
+// Moves the times of both so that the event is at 0 ms; answers which one it is. Throws EProblem when the one that is
+// asked for is missing in one of them.
+TAlignment Align(TRecording& a, TRecording& b, TAlignment by);
 
 }  // namespace ixocontroller

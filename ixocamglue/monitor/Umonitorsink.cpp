@@ -1,6 +1,5 @@
 #include "ixocamglue/monitor/Umonitorsink.h"
 
-#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
@@ -27,7 +26,8 @@ TMonitorFileSink::TMonitorFileSink(std::string fileName) : FFileName(std::move(f
   if (exists && ::access(FTarget.c_str(), W_OK) != 0) Fail("cannot be opened for writing", errno);
 
   std::error_code error;
-  const bool isLink = std::filesystem::is_symlink(FTarget, error);
+  const bool isLink = std::filesystem::is_symlink(std::filesystem::symlink_status(FTarget, error));
+  error.clear();  // there is no such file
   if (isLink && exists) FTarget = std::filesystem::canonical(FTarget, error).string();
   // A link to nothing is written through: what it points to comes into being.
   const bool inPlace = error || (exists ? !S_ISREG(there.st_mode) : isLink);
@@ -43,11 +43,11 @@ void TMonitorFileSink::OpenInPlace() {
 }
 
 bool TMonitorFileSink::OpenBeside(bool exists, std::uint32_t mode, std::uint32_t owner, std::uint32_t group) {
-  static std::atomic<std::uint32_t> number{0};
-  do {
-    FTemporary = FTarget + "." + std::to_string(::getpid()) + "-" + std::to_string(number++) + ".tmp";
+  // What a killed process has left, or another one writes just now, stays.
+  for (int number = 1; number == 1 || (FFile < 0 && errno == EEXIST); ++number) {
+    FTemporary = FTarget + (number == 1 ? "" : "." + std::to_string(number)) + kPartialEnding;
     FFile = ::open(FTemporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-  } while (FFile < 0 && errno == EEXIST);
+  }
   if (FFile < 0) {
     const int error = errno;
     FTemporary.clear();

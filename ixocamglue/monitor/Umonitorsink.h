@@ -13,7 +13,11 @@ class IMonitorSink {
   virtual void Write(std::string_view bytes) = 0;  // throws EProblem
 };
 
-// Replaces a file as a whole: the bytes go to a temporary file in the same folder, Commit renames it. The owner and the
+// What the name of a file that is still being written, or whose writer was killed, ends in: "run.csv.part", then
+// "run.csv.2.part" and so on; none is written over.
+inline constexpr const char* kPartialEnding = ".part";
+
+// Replaces a file as a whole: the bytes go to a partial file in the same folder, Commit renames it. The owner and the
 // mode of a file that is there are kept; links are followed. Not flushed to disk. A target that is no regular file (a
 // pipe, a device), and one whose owner a new file cannot be given, is written in place.
 // One thread. Without Commit the target stays as it was, unless it is written in place.

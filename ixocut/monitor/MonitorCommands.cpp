@@ -1,7 +1,9 @@
 #include "ixocut/monitor/MonitorCommands.h"
 
 #include <iostream>
+#include <iterator>
 #include <memory>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
@@ -13,7 +15,7 @@ namespace ixocut {
 namespace {
 
 struct TMonitorOptions {
-  std::string File, Other, Out, To = "columns", Language = "zh";
+  std::string File, Other, Out, To = "columns", Align = kAlignments[0], Language = "zh";
   bool Json = false;
 };
 
@@ -57,13 +59,21 @@ void AddMonitorCommand(CLI::App& program, TCommandRun& run) {
   AddFile(*plot, options->File, "FILE");
   AddOut(*plot, options->Out, "The picture to write: a name that ends in .svg");
 
-  CLI::App* const diff = AddOne(*monitor, run, options, "diff", "Print the largest difference of two runs per signal",
-                                [](const TMonitorOptions& o) { return DiffMonitorFiles(o.File, o.Other, std::cout); });
+  CLI::App* const diff =
+      AddOne(*monitor, run, options, "diff", "Print the largest difference of two runs per signal",
+             [](const TMonitorOptions& o) { return DiffMonitorFiles(o.File, o.Other, o.Align, std::cout); });
   AddFile(*diff, options->File, "A");
   AddFile(*diff, options->Other, "B");
+  diff->add_option("--align", options->Align,
+                   "What happens at 0 ms of both: the first beam, the first procedure's start, "
+                   "the first sample; auto is the first of these that both have")
+      ->check(CLI::IsMember(std::vector<std::string>(std::begin(kAlignments), std::end(kAlignments))))
+      ->type_name("EVENT")
+      ->capture_default_str();
   diff->footer(
-      "Both runs start at 0 ms; at each sample of A, B holds its latest value.\n"
-      "Exit codes: 0 no difference, 1 differences, 2 wrong command line, 3 a file cannot be used.");
+      "At each sample of A within the time that both have, B holds its latest value.\n"
+      "Exit codes: 0 no difference, 1 differences or nothing to compare, 2 wrong command line, 3 a file cannot be "
+      "used.");
 
   CLI::App* const convert =
       AddOne(*monitor, run, options, "convert", "Write one row per sample time, for tools that open plain tables",
@@ -76,21 +86,25 @@ void AddMonitorCommand(CLI::App& program, TCommandRun& run) {
   AddOut(*convert, options->Out, "The table to write");
 
   CLI::App* const recover =
-      AddOne(*monitor, run, options, "recover", "Copy a monitor file without a last line that was cut off",
+      AddOne(*monitor, run, options, "recover",
+             "Copy a monitor file, or the .part of a killed recording, without a last line that was cut off",
              [](const TMonitorOptions& o) { return RecoverMonitorFile(o.File, o.Out, std::cout); });
   AddFile(*recover, options->File, "FILE");
   AddOut(*recover, options->Out, "The file to write");
 
   monitor->footer(
-      "Exit codes: 0 success, 1 the runs differ (diff), 2 wrong command line, 3 a file cannot be used or gnuplot is\n"
-      "missing.\n"
+      "A file that is being written has .part behind its name, and keeps it when its writer is killed.\n"
+      "\n"
+      "Exit codes: 0 success, 1 the runs differ (diff) or the file is not whole (show), 2 wrong command line, 3 a "
+      "file\n"
+      "cannot be used or gnuplot is missing.\n"
       "\n"
       "Examples:\n"
       "  ixocut monitor show square.csv\n"
       "  ixocut monitor plot square.csv --out square.svg --lang en\n"
-      "  ixocut monitor diff monday.csv tuesday.csv\n"
+      "  ixocut monitor diff monday.csv tuesday.csv --align beam\n"
       "  ixocut monitor convert square.csv --to columns --out table.csv\n"
-      "  ixocut monitor recover cut.csv --out whole.csv\n"
+      "  ixocut monitor recover run.csv.part --out run.csv\n"
       "\n"
       "Software is not the emergency stop.");
 }

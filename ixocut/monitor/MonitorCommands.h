@@ -9,9 +9,12 @@ namespace ixocut {
 
 // Head, motors, signals with counts and spans, and everything that is wrong with the file. Reads in one pass.
 [[nodiscard]] int ShowMonitorFile(const std::string& file, bool json, std::ostream& out);
-// The largest difference per signal, both runs starting at 0. 1 when there is any.
-[[nodiscard]] int DiffMonitorFiles(const std::string& a, const std::string& b, std::ostream& out);
-// One row per sample time, one column per signal.
+// The largest difference per signal, over the time that both runs have, laid over each other by `align` (one of
+// kAlignments). 1 when there is any, and when nothing could be compared.
+[[nodiscard]] int DiffMonitorFiles(const std::string& a, const std::string& b, const std::string& align,
+                                   std::ostream& out);
+inline constexpr const char* kAlignments[] = {"auto", "beam", "procedure", "start"};  // in TAlignment's order
+// One row per sample time, one column per signal. As Recover, refuses a target that is its own source.
 [[nodiscard]] int ConvertMonitorFile(const std::string& file, const std::string& target, std::ostream& out);
 // The file without a last line that was cut off.
 [[nodiscard]] int RecoverMonitorFile(const std::string& file, const std::string& target, std::ostream& out);

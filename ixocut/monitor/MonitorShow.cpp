@@ -1,10 +1,13 @@
 #include <algorithm>
+#include <cmath>
+#include <limits>
 #include <map>
 #include <ostream>
 
 #include <nlohmann/json.hpp>
 
 #include "controller/recordings/Recording.h"
+#include "ixocamglue/monitor/Umonitorsink.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocut/CommandLine.h"
@@ -15,14 +18,15 @@ using namespace ixocontroller;
 namespace {
 
 constexpr std::size_t kShownNotes = 20;
+constexpr double kNoValue = std::numeric_limits<double>::quiet_NaN();
 
 struct TSignalFacts {
   std::uint64_t Frames = 0;
   std::uint64_t Samples = 0;
   std::int64_t FirstMs = 0;
   std::int64_t LastMs = 0;
-  double Min = 0.0;
-  double Max = 0.0;
+  double Min = kNoValue;  // of the values that are numbers
+  double Max = kNoValue;
 };
 
 using TFacts = std::map<TMonitorSignalKey, TSignalFacts>;
@@ -40,9 +44,9 @@ TFacts Collect(TMonitorReader& reader) {
     signal.LastMs = std::max(signal.LastMs, end);
     for (std::size_t i = 0; i < frame.Count(); ++i) {
       const double value = frame.GetValue(i);
-      if (signal.Samples++ == 0) signal.Min = signal.Max = value;
-      signal.Min = std::min(signal.Min, value);
-      signal.Max = std::max(signal.Max, value);
+      ++signal.Samples;
+      signal.Min = std::fmin(signal.Min, value);
+      signal.Max = std::fmax(signal.Max, value);
     }
   }
   return facts;
@@ -70,7 +74,8 @@ const char* KindWords(TMonitorNoteKind kind) {
   return "";
 }
 
-void PrintText(const TMonitorLoadReport& report, const std::string& problem, const TFacts& facts, std::ostream& out) {
+void PrintText(const TMonitorLoadReport& report, const std::string& problem, bool partial, const TFacts& facts,
+               std::ostream& out) {
   out << report.FileName << '\n';
   std::string motors;
   for (const std::string& motor : report.Motors) motors += (motors.empty() ? "" : ", ") + motor;
@@ -87,6 +92,7 @@ void PrintText(const TMonitorLoadReport& report, const std::string& problem, con
                   static_cast<unsigned long long>(signal.Frames), static_cast<unsigned long long>(signal.Samples),
                   static_cast<long long>(signal.FirstMs), static_cast<long long>(signal.LastMs), signal.Min, signal.Max,
                   SignalCaption(key, report.Motors).c_str());
+  if (partial) out << "\nnot whole: its writer has not ended it (ixocut monitor recover)\n";
   if (report.Clean()) return;
   out << Format(
       "\n%llu lines skipped, %llu bad fields, %llu counts above 32, %llu lines with too few values, "
@@ -101,10 +107,11 @@ void PrintText(const TMonitorLoadReport& report, const std::string& problem, con
     out << ": " << KindWords(note.Kind) << (note.Text.empty() ? "" : ": \"" + note.Text + "\"") << '\n';
   }
   if (report.Notes.size() > kShownNotes) out << "  and more; --json lists up to 1000\n";
-  if (report.OpenEnd) out << "  the last line has no line end: it may have been cut off (ixocut monitor recover)\n";
+  if (report.OpenEnd) out << "  the last line has no line end: it may have been cut off\n";
 }
 
-void PrintJson(const TMonitorLoadReport& report, const std::string& problem, const TFacts& facts, std::ostream& out) {
+void PrintJson(const TMonitorLoadReport& report, const std::string& problem, bool partial, const TFacts& facts,
+               std::ostream& out) {
   nlohmann::ordered_json signals = nlohmann::ordered_json::array();
   for (const auto& [key, signal] : facts)
     signals.push_back({{"name", SignalName(key)},
@@ -138,6 +145,7 @@ void PrintJson(const TMonitorLoadReport& report, const std::string& problem, con
                                         {"moreFields", report.MoreFields},
                                         {"cutLines", report.CutLines},
                                         {"openEnd", report.OpenEnd},
+                                        {"partial", partial},
                                         {"notes", std::move(notes)}};
   out << document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
 }
@@ -152,8 +160,10 @@ int ShowMonitorFile(const std::string& file, bool json, std::ostream& out) {
   std::string problem;
   if (const TResult<void> readable = CheckReadable(reader); !readable)
     problem = TProblem{.What = readable.Problem().What, .Why = readable.Problem().Why}.Text();
-  (json ? PrintJson : PrintText)(reader.Report(), problem, facts, out);
-  return problem.empty() ? kExitSuccess : kExitUnusable;
+  const bool partial = reader.Report().OpenEnd || file.ends_with(kPartialEnding);
+  (json ? PrintJson : PrintText)(reader.Report(), problem, partial, facts, out);
+  if (!problem.empty()) return kExitUnusable;
+  return partial ? kExitOtherwise : kExitSuccess;
 }
 
 }  // namespace ixocut

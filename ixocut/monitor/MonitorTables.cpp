@@ -1,7 +1,9 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <limits>
 #include <ostream>
 
@@ -15,6 +17,8 @@
 namespace ixocut {
 using namespace ixocontroller;
 namespace {
+
+constexpr const char* kAlignedBy[] = {"", "first beam", "first procedure's start", "first sample"};
 
 struct TDifference {
   std::uint64_t Samples = 0;
@@ -70,12 +74,24 @@ std::string Quoted(std::string_view text) {
   return out + '"';
 }
 
+void RefuseOwnSource(const std::string& file, const std::string& target) {
+  std::error_code absent;
+  if (std::filesystem::equivalent(file, target, absent))
+    throw EProblem(pbRequest, {.What = "is the file that is read",
+                               .Where = "--out " + target,
+                               .Remedy = "name another one; nothing was written"});
+}
+
 }  // namespace
 
-int DiffMonitorFiles(const std::string& a, const std::string& b, std::ostream& out) {
-  const TRecording left = LoadRecording(a);
-  const TRecording right = LoadRecording(b);
+int DiffMonitorFiles(const std::string& a, const std::string& b, const std::string& align, std::ostream& out) {
+  TRecording left = LoadRecording(a);
+  TRecording right = LoadRecording(b);
+  const auto asked = static_cast<TAlignment>(std::ranges::find(kAlignments, align) - std::begin(kAlignments));
+  const TAlignment used = Align(left, right, asked);
   bool differ = false;
+  std::uint64_t compared = 0;
+  out << Format("0 ms is the %s of each run\n", kAlignedBy[static_cast<std::size_t>(used)]);
   out << Format("%-20s %9s %14s %10s %14s %14s  %s\n", "signal", "compared", "largest", "at ms", "A", "B", "caption");
   for (const auto& [key, series] : left.Series) {
     const auto other = right.Series.find(key);
@@ -86,6 +102,7 @@ int DiffMonitorFiles(const std::string& a, const std::string& b, std::ostream& o
       continue;
     }
     const TDifference d = Compare(series, other->second);
+    compared += d.Samples;
     out << Format("%-20s %9llu %14.8g %10lld %14.8g %14.8g  %s", name.c_str(),
                   static_cast<unsigned long long>(d.Samples), d.Largest, static_cast<long long>(d.AtMs), d.A, d.B,
                   SignalCaption(key, left.Report.Motors).c_str());
@@ -93,18 +110,23 @@ int DiffMonitorFiles(const std::string& a, const std::string& b, std::ostream& o
     const std::size_t countB = other->second.Ms.size();
     if (countA != countB) out << Format("; %zu samples in A, %zu in B", countA, countB);
     out << '\n';
-    differ = differ || d.Largest > 0.0 || countA != countB;
+    differ = differ || d.Largest > 0.0 || countA != countB || (d.Samples == 0 && countA > 0);
   }
   for (const auto& [key, series] : right.Series) {
     if (left.Series.contains(key)) continue;
     out << Format("%-20s only in B (%zu samples)\n", SignalName(key).c_str(), series.Ms.size());
     differ = true;
   }
+  if (compared == 0) {
+    out << "nothing was compared: the runs have no signal with samples at the same time\n";
+    return kExitOtherwise;
+  }
   out << (differ ? "the runs differ\n" : "no difference\n");
   return differ ? kExitOtherwise : kExitSuccess;
 }
 
 int ConvertMonitorFile(const std::string& file, const std::string& target, std::ostream& out) {
+  RefuseOwnSource(file, target);
   const TRecording recording = LoadRecording(file);
   TMonitorFileSink sink(target);
   struct TColumn {
@@ -138,6 +160,7 @@ int ConvertMonitorFile(const std::string& file, const std::string& target, std::
 }
 
 int RecoverMonitorFile(const std::string& file, const std::string& target, std::ostream& out) {
+  RefuseOwnSource(file, target);
   std::ifstream in(file, std::ios::binary);
   const auto fail = [&](const char* why) { throw EProblem(pbUnusable, {why, file, "", ""}); };
   if (!in || in.peek() == std::ifstream::traits_type::eof())

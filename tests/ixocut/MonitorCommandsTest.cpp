@@ -52,12 +52,22 @@ TEST_F(MonitorCommands, ADamagedFileIsShownRecoveredAndNeverOverwrittenUnread) {
   const std::string whole = kHead + "2,1,1,0,4294967290,2,2,0,0,0,0,0.5,x\n3,1,0\n";
   WriteFile(FDir.Path() / "cut.csv", whole + "2,1,1,0,0,1,2,0,0,0,0,0.5");
   const TRun show = Ixocut("monitor show cut.csv");
-  EXPECT_EQ(show.ExitCode, 0);
+  EXPECT_EQ(show.ExitCode, 1);
   for (const char* part : {"line 5, field 13: no number, read as 0: \"x\"", "line 6: skipped", "line 7, field 13",
-                           "the last line has no line end"})
+                           "the last line has no line end", "not whole"})
     EXPECT_THAT(show.Out, HasSubstr(part));
   EXPECT_THAT(Ixocut("monitor recover cut.csv --out whole.csv").Out, HasSubstr("dropped: 25 bytes"));
   EXPECT_EQ(Read("whole.csv"), whole);
+  for (const char* command : {"recover cut.csv --out ./cut.csv", "convert cut.csv --to columns --out cut.csv"})
+    EXPECT_EQ(Ixocut(std::string("monitor ") + command).ExitCode, 2) << command;
+  // What a killed recording left is not written over by the recovery of it.
+  WriteFile(FDir.Path() / "run.csv.part", whole + "cut");
+  EXPECT_EQ(Ixocut("monitor recover run.csv.part --out run.csv").ExitCode, 0);
+  EXPECT_EQ(Read("run.csv"), whole);
+  EXPECT_EQ(Read("run.csv.part"), whole + "cut");
+  EXPECT_EQ(Ixocut("monitor show run.csv").ExitCode, 0);
+  WriteFile(FDir.Path() / "run.csv.part", whole);
+  EXPECT_EQ(Ixocut("monitor show run.csv.part").ExitCode, 1);
   // The sample time wraps: 2,1 goes on where it was.
   EXPECT_EQ(Ixocut("monitor convert cut.csv --to columns --out t.csv --lang en").ExitCode, 0);
   EXPECT_EQ(Read("t.csv"), "time (ms),Position 1 (mm)\n0,0.5\n2,0\n6,0.5\n7,0\n");
@@ -74,6 +84,38 @@ TEST_F(MonitorCommands, ADamagedFileIsShownRecoveredAndNeverOverwrittenUnread) {
     EXPECT_THAT(run.Err, HasSubstr("ixocut monitor: ")) << command;
   }
   EXPECT_EQ(Read("keep"), "precious");
+}
+
+TEST_F(MonitorCommands, RunsAreComparedFromTheSameEventAndOnlyWhereBothHaveSamples) {
+  const auto laser = [](const char* values) { return kHead + "3,1,0,0,0,1,5,0,0,0,0," + values + "\n"; };
+  WriteFile(FDir.Path() / "a", laser("0,1,1,0,0"));
+  WriteFile(FDir.Path() / "b", laser("0,0,1,1,0"));
+  const auto diff = [&](const std::string& arguments) { return Ixocut("monitor diff " + arguments); };
+  EXPECT_EQ(diff("a b").ExitCode, 0) << diff("a b").Out;
+  EXPECT_THAT(diff("a b").Out, HasSubstr("0 ms is the first beam of each run"));
+  EXPECT_EQ(diff("a b --align start").ExitCode, 1);
+  EXPECT_EQ(diff("a b --align procedure").ExitCode, 3);
+  EXPECT_EQ(diff("a b --align noon").ExitCode, 2);
+
+  WriteFile(FDir.Path() / "x", kHead + "2,1,1,0,0,1,1,0,0,0,0,0.5\n");
+  WriteFile(FDir.Path() / "y", kHead + "2,2,1,0,0,1,1,0,0,0,0,0.5\n");
+  WriteFile(FDir.Path() / "none", kHead);
+  for (const char* pair : {"x y", "none none"}) {
+    EXPECT_EQ(diff(pair).ExitCode, 1) << pair;
+    EXPECT_THAT(diff(pair).Out, HasSubstr("nothing was compared")) << pair;
+  }
+}
+
+TEST_F(MonitorCommands, AValueThatIsNoNumberHidesNothingButItself) {
+  WriteFile(FDir.Path() / "a", kHead + "2,1,1,0,0,1,3,0,0,0,0,nan,2.5,-1\n2,1,2,0,0,1,1,0,0,0,0,nan\n");
+  const auto signals = Json("monitor show a", 0).at("signals");
+  EXPECT_EQ(signals[0].at("min"), -1);
+  EXPECT_EQ(signals[0].at("max"), 2.5);
+  EXPECT_TRUE(signals[1].at("min").is_null());
+  if (std::system("gnuplot --version >/dev/null 2>&1") != 0) GTEST_SKIP() << "gnuplot is not installed";
+  const TRun plot = Ixocut("monitor plot a --out a.svg");
+  EXPECT_EQ(plot.ExitCode, 0) << plot.Err;
+  EXPECT_THAT(plot.Out, HasSubstr("left out, without a number: position.2"));
 }
 
 TEST_F(MonitorCommands, APlotIsAPictureAndWithoutGnuplotAMessage) {

@@ -214,6 +214,17 @@ TEST(MonitorFile, ReplacesAFileAsAWholeAndLeavesNothingBehind) {
   {
     TMonitorFileSink sink(file.string());
     sink.Write("cut off");
+    // A new file comes into being whole as well, and no partial file is written over.
+    WriteFile(dir.Path() / "new.csv.part", "of a killed run");
+    TMonitorFileSink fresh((dir.Path() / "new.csv").string());
+    fresh.Write("whole");
+    EXPECT_FALSE(std::filesystem::exists(dir.Path() / "new.csv"));
+    EXPECT_EQ(ReadFile(dir.Path() / "new.csv.2.part"), "whole");
+    fresh.Commit();
+    EXPECT_EQ(ReadFile(dir.Path() / "new.csv"), "whole");
+    EXPECT_EQ(ReadFile(dir.Path() / "new.csv.part"), "of a killed run");
+    std::filesystem::remove(dir.Path() / "new.csv");
+    std::filesystem::remove(dir.Path() / "new.csv.part");
   }
   EXPECT_EQ(ReadFile(file), "old");
   monitor.SaveToFile((dir.Path() / "link.csv").string());
