@@ -1,10 +1,13 @@
 #include "ixocut/CommandLine.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <iostream>
+#include <set>
 
 #include <CLI/CLI.hpp>
 
+#include "controller/StateFolder.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/ValueText.h"
@@ -19,6 +22,37 @@ constexpr TAddCommand kCommands[] = {AddShotCommand,  AddRunCommand,      AddPro
                                      AddInfoCommand,  AddRecordCommand,   AddMonitorCommand,    AddModbusCommand,
                                      AddLinkCommand,  AddSimulateCommand, AddAlarmsCommand,     AddGasCommand};
 
+constexpr const char* kOwnLanguage = "zh";  // of the texts in the program itself
+
+// The program's own, and each that has a catalogue.
+const std::set<std::string>& Languages() {
+  static const std::set<std::string> languages = [] {
+    std::set<std::string> found{kOwnLanguage};
+    std::error_code error;
+    for (const auto& file : std::filesystem::directory_iterator(ixocontroller::ShareFolder() / "locale", error))
+      if (file.path().extension() == ".json") found.insert(file.path().stem().string());
+    return found;
+  }();
+  return languages;
+}
+
+std::string LanguageNames() {
+  std::string names;
+  for (const std::string& language : Languages()) names += (names.empty() ? "" : ", ") + language;
+  return names;
+}
+
+// "en_GB.UTF-8" asks for "en"; what has no texts, "C" included, asks for nothing.
+std::string UsersLanguage() {
+  for (const char* const name : {"IXOCUT_LANG", "LC_ALL", "LC_MESSAGES", "LANG"}) {
+    const char* const text = std::getenv(name);
+    const std::string asked = text ? text : "";
+    const std::string language = asked.substr(0, asked.find_first_of("_.@-"));
+    if (Languages().contains(language)) return language;
+  }
+  return kOwnLanguage;
+}
+
 constexpr const char* kFooter =
     "Exit codes:\n"
     "  0  success\n"
@@ -31,6 +65,9 @@ constexpr const char* kFooter =
     "  ~/.local/state/ixocut), made at first use. IXOCUT_DATA names a folder that holds machines/, alarms/ and locale/ "
     "other than\n"
     "  the installed ones.\n"
+    "\n"
+    "Language: --lang, else the first of IXOCUT_LANG, LC_ALL, LC_MESSAGES and LANG that names one with texts, else "
+    "zh.\n"
     "\n"
     "Examples:\n"
     "  ixocut shot --ms 500\n"
@@ -87,11 +124,13 @@ CLI::Option* AddNumberOption(CLI::App& command, const std::string& name, std::ui
 }
 
 void AddLanguageOption(CLI::App& command, std::string& language) {
-  command.add_option("--lang", language, "Language of the operator's texts: zh or en")
+  language = UsersLanguage();
+  command.add_option("--lang", language, "Language of the operator's texts: " + LanguageNames())
       ->check(CLI::Validator(
           [](const std::string& text) {
-            return text == "zh" || text == "en" ? std::string()
-                                                : Format("\"%s\" is not a known language (zh, en)", text.c_str());
+            return Languages().contains(text)
+                       ? std::string()
+                       : Format("\"%s\" is not a known language (%s)", text.c_str(), LanguageNames().c_str());
           },
           ""))
       ->type_name("LANG")

@@ -118,7 +118,6 @@ void AddProceduresCommand(CLI::App& program, TCommandRun& run) {
   command->add_flag("--json", options->Json, "Print one JSON document instead of text");
   command->add_flag("--faults", options->Faults, "List what --fault of `ixocut run` makes fail instead");
   AddMachineOptions(*command, options->Machine, options->State);
-  options->Language = "en";
   AddLanguageOption(*command, options->Language);
   command->footer(
       "Number, name as `ixocut run` takes it, and what it does; then each parameter with its range on this machine, "

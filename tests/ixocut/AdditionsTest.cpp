@@ -90,7 +90,7 @@ TEST_F(Additions, ARowOfOnesOwnIsMetEverywhere) {
               HasSubstr("1/1: mark"));
   EXPECT_THAT(Ixocut({"tree", "own-round", "--state", State(), "--lang", "zh"}),
               testing::AllOf(HasSubstr("own-round: 来回"), HasSubstr("701 TSmtMark  mark  [port 4]")));
-  EXPECT_THAT(Ixocut({"procedures", "--state", State()}),
+  EXPECT_THAT(Ixocut({"procedures", "--state", State(), "--lang", "en"}),
               testing::AllOf(HasSubstr(" 701  own-mark "), HasSubstr("the marker's output")));
   for (const char* name : {"own-mark", "own-round"})
     EXPECT_THAT(Ixocut({"sweep", "--procedure", name, "--budget-ms", "300"}), HasSubstr("violations: 0\n"));

@@ -35,6 +35,13 @@ TEST_F(CommandLine, AnOperatorCanFollowAShotInBothLanguages) {
   }
   EXPECT_EQ(chinese.Out.find("FStep = "), std::string::npos) << "that belongs to --trace";
   EXPECT_THAT(Ixocut("shot --ms 500 --lang en").Out, HasSubstr("2/5: Wait until the shutter is open\n"));
+  const auto speaks = [&](const char* environment, const char* options = "") {
+    return Ixocut(std::string("shot --ms 500 ") + options, environment).Out.find("shutter") != std::string::npos;
+  };
+  EXPECT_TRUE(speaks("IXOCUT_LANG=en LC_ALL=zh_CN.UTF-8"));
+  EXPECT_TRUE(speaks("IXOCUT_LANG= LC_ALL=C LC_MESSAGES=fr_FR LANG=en_GB.UTF-8"));
+  EXPECT_FALSE(speaks("IXOCUT_LANG= LC_ALL=POSIX LC_MESSAGES= LANG=C.UTF-8"));
+  EXPECT_FALSE(speaks("IXOCUT_LANG=en", "--lang zh"));
   EXPECT_THAT(Ixocut("shot --ms 500 --trace").Out, HasSubstr("FStep = "));
 }
 
@@ -104,7 +111,7 @@ TEST_F(CommandLine, AWrongCommandLineIsToldInOneLineAndDoesNothing) {
       {"shot --limit 65000", "--limit: 65000 is not in 1..64000 ms"},
       {"shot --stop-at -1", "--stop-at: -1 is not in 0..600000 ms"},
       {"shot --seed x", "--seed: \"x\" is not a whole number"},
-      {"shot --lang fr", "--lang: \"fr\" is not a known language (zh, en)"},
+      {"shot --lang fr", "--lang: \"fr\" is not a known language (en, zh)"},
       {"shot --machine ''", "--machine: the name is empty"},
       {"tree", "NAME is missing; the procedures are: move-xy, "},
       {"tree nix", "\"nix\" is no procedure; the procedures are: move-xy, "},

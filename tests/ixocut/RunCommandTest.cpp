@@ -372,7 +372,7 @@ TEST_F(RunCommand, CalibrationsAreSavedOnRequestOnly) {
 }
 
 TEST_F(RunCommand, TheListShowsTheRangesOfTheMachineAtHand) {
-  const auto list = Json("procedures move-xy", 0).at("procedures");
+  const auto list = Json("procedures move-xy --lang en", 0).at("procedures");
   ASSERT_EQ(list.size(), 1U);
   EXPECT_EQ(list[0].at("command"), 131);
   EXPECT_EQ(list[0].at("parameters")[0], nlohmann::json({{"name", "x"},
