@@ -19,6 +19,7 @@
 #include "ixocamglue/platform/services/AppSys.h"
 #include "ixocamglue/platform/services/Locale.h"
 #include "ixocamglue/platform/services/Log.h"
+#include "ixocamglue/platform/states/BeamWatch.h"
 #include "ixocamglue/support/Faults.h"
 
 namespace ixocamglue {
@@ -48,8 +49,8 @@ constexpr TPart kUnits[] = {
     {"Uknob", nullptr, FreeKnob},  // made at the first call
 };
 
-constexpr TTextList kTexts[] = {kMachineQueryTexts, kModbusTexts, kAlarmTexts,  kMotionTexts,
-                                kGasAdjustTexts,    kKBPTexts,    kMonitorTexts};
+constexpr TTextList kTexts[] = {kMachineQueryTexts, kModbusTexts, kAlarmTexts,   kMotionTexts,
+                                kGasAdjustTexts,    kKBPTexts,    kMonitorTexts, kBeamTexts};
 
 }  // namespace
 

@@ -14,7 +14,8 @@ void Beat() {
 
 }  // namespace
 
-bool TCallGate::Enter(const char* device, const char* verb, TVerbKind kind, std::string args) {
+bool TCallGate::Enter(const char* device, const char* verb, TVerbKind kind, std::string args,
+                      const char* (*forbids)()) {
   const std::uint64_t call = FCalls.fetch_add(1, std::memory_order_relaxed) + 1;
   Beat();
   if (TGatePlan plan; FArmed.load(std::memory_order_acquire) && Hit(call, device, verb, plan)) {
@@ -32,6 +33,11 @@ bool TCallGate::Enter(const char* device, const char* verb, TVerbKind kind, std:
     }
   }
   if (FFailed.load(std::memory_order_relaxed) && FOnAnswer) FOnAnswer(device, true);
+  if (const char* const why = forbids ? forbids() : nullptr) {
+    Tell(call, device, verb, kind, std::move(args), toRefused);
+    if (FObserver) FObserver->Happened(Clock().MonotonicMs(), device, Format("%s refused: %s", verb, why));
+    return false;
+  }
   if (kind != vkRead && kind != vkLock) Tell(call, device, verb, kind, std::move(args), toDone);
   return true;
 }

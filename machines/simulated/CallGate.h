@@ -44,8 +44,10 @@ class TCallGate {
   TCallGate& operator=(const TCallGate&) = delete;
 
   // False: the device refuses; a command then has no effect, a read answers the value that its class names. Throws
-  // EDeviceFault as planned, and whatever a planned callback throws. `device` and `verb` are literals.
-  [[nodiscard]] bool Enter(const char* device, const char* verb, TVerbKind kind, std::string args = {});
+  // EDeviceFault as planned, and whatever a planned callback throws. `device` and `verb` are literals. `forbids`, asked
+  // last: why the device has to refuse, or null.
+  [[nodiscard]] bool Enter(const char* device, const char* verb, TVerbKind kind, std::string args = {},
+                           const char* (*forbids)() = nullptr);
 
   // Told when a device does not answer, and with every later call that passes: `works`. On the calling thread, without
   // a lock; set before the calls start, empty after they have ended.

@@ -1,5 +1,7 @@
 #include "machines/simulated/Laser.h"
 
+#include "ixocamglue/platform/states/BeamWatch.h"
+
 namespace ixocamglue {
 
 TSimLaser::TSimLaser(TSimCore& core, const TSimConfig& config, std::uint64_t seed)
@@ -9,11 +11,9 @@ TSimLaser::TSimLaser(TSimCore& core, const TSimConfig& config, std::uint64_t see
       FRandom(seed) {}
 
 TSimLaser::~TSimLaser() {
-  if (TNcWatch* const watch = NcWatch()) {
-    watch->LaserOn.End();
-    watch->EmissionOn.End();
-    watch->EmissionAsked.End();
-  }
+  if (TNcWatch* const watch = NcWatch())
+    for (TNcSince* const span : {&watch->LaserOn, &watch->LaserAsked, &watch->EmissionOn, &watch->EmissionAsked})
+      span->End();
 }
 
 bool TSimLaser::GetEmission() {
@@ -26,8 +26,10 @@ bool TSimLaser::GetEmission() {
 }
 
 void TSimLaser::EmissionOn() {
-  if (!FCore.Gate.Enter("laser", "EmissionOn", vkStart)) return;
+  const bool taken = FCore.Gate.Enter("laser", "EmissionOn", vkStart, {}, LaserForbidden);
   const TSimScope scope(FCore);
+  if (TNcWatch* const watch = NcWatch()) watch->AskEmission(FCore.Now(), !taken);
+  if (!taken) return;
   FCore.DeviceAlarms.EmissionLost(false);
   if (!FAskEmission) {
     FAskEmission = true;
@@ -45,6 +47,10 @@ void TSimLaser::EmissionOff() {
   const TSimScope scope(FCore);
   FAskLaser = FAskEmission = FEmission = false;
   FUpAtMs = kNever;
+  if (TNcWatch* const watch = NcWatch()) {
+    watch->LaserAsked.End();
+    watch->EmissionAsked.End();
+  }
   Settle();
 }
 
@@ -64,9 +70,13 @@ void TSimLaser::SetAiming(bool on) {
 }
 
 void TSimLaser::SwitchLaser(bool on) {
-  if (!FCore.Gate.Enter("laser", "SwitchLaser", on ? vkStart : vkOff, on ? "on" : "off")) return;
+  const bool taken = on ? FCore.Gate.Enter("laser", "SwitchLaser", vkStart, "on", LaserForbidden)
+                        : FCore.Gate.Enter("laser", "SwitchLaser", vkOff, "off");
   const TSimScope scope(FCore);
+  if (TNcWatch* const watch = NcWatch(); watch && on) watch->AskLaser(FCore.Now(), !taken);
+  if (!taken) return;
   FAskLaser = on;
+  if (TNcWatch* const watch = NcWatch(); watch && !on) watch->LaserAsked.End();
   Settle();
 }
 
@@ -142,15 +152,8 @@ void TSimLaser::Settle() {
 void TSimLaser::Watch() {
   TNcWatch* const watch = NcWatch();
   if (!watch) return;
-  const auto mark = [now = FCore.Now()](TNcSince& span, bool runs) {
-    if (runs)
-      span.Begin(now);
-    else
-      span.End();
-  };
-  mark(watch->LaserOn, Lit());
-  mark(watch->EmissionOn, Emitting());
-  mark(watch->EmissionAsked, FAskEmission);
+  Lit() ? watch->LaserOn.Begin(FCore.Now()) : watch->LaserOn.End();
+  watch->ShowEmission(Emitting(), FCore.Now());
 }
 
 }  // namespace ixocamglue

@@ -1,9 +1,9 @@
 // The simulated laser source: shutter ("emission") with a delay, beam, and the latch that keeps both off.
 //
 // A beam that is asked for while emission is missing is held back and comes with it. Switching off is immediate, and
-// without emission nothing stays asked for. While the latch is tripped nothing comes on, and what was asked for
-// meanwhile is forgotten with the reset. Reads answer the physical state; refused ones answer "no emission" and "beam
-// may be on".
+// without emission nothing stays asked for at the device. What LaserForbidden forbids is refused, a tripped latch
+// included; what was asked for before the trip is forgotten. Reads answer the physical state; refused ones answer "no
+// emission" and "beam may be on".
 #pragma once
 
 #include <atomic>

@@ -26,7 +26,9 @@ class INcBusyDevice {
   virtual bool IsBusy() = 0;  // false: the last command has been carried out
 };
 
-// The laser source with its shutter ("emission"). The beam is switched by TNcCutSystem::SwitchLaser.
+// The laser source with its shutter ("emission"). The beam is switched by TNcCutSystem::SwitchLaser. EmissionOn and
+// SwitchLaser(true) ask LaserForbidden (platform/states/BeamWatch.h), and do nothing where it gives a reason; they and
+// the offs keep what is asked for in TNcWatch.
 class TNcLaser {
  public:
   virtual ~TNcLaser() = default;

@@ -4,6 +4,7 @@
 #include <pthread.h>
 #include <utility>
 
+#include "ixocamglue/platform/ports/CutStates.h"
 #include "ixocamglue/platform/ports/MotionDriver.h"
 #include "ixocamglue/platform/services/AppSys.h"
 #include "ixocamglue/platform/services/Log.h"
@@ -25,6 +26,15 @@ class TStateThreadMark {
  private:
   const bool FBefore;
 };
+
+// Alarms that end every state, by TNcStateCtrl::CheckNewAlarm.
+constexpr TNcAlarmAttrs kEndsStates = naForbidMove | naRequireStop;
+
+// What is lit there was lit by hand, and no procedure runs that could be ended.
+bool ByHand(std::int32_t state) {
+  const TCutState kind = ClassifyCutState(state);
+  return kind == csStandby || kind == csPaused || kind == csJogging;
+}
 
 class TStandbyState final : public TNcStateCtrl {
  public:
@@ -112,6 +122,7 @@ void TNcStateFramework::Stop(std::string cause) {
     if (!FMail.Stop) FMail.StopCause = std::move(cause);
     FMail.Stop = true;
     FStopping = true;
+    FWatch.EndPosted.store(WhyEndPosted(), std::memory_order_release);
     FHasMail.store(true, std::memory_order_release);
   }
   if (TNcStateCtrl* current = FCurrent.load(std::memory_order_acquire)) current->StopExec();
@@ -124,12 +135,14 @@ void TNcStateFramework::Abort(std::int32_t reason, std::string cause) {
   TGuard guard(FLock);
   FMail.Abort = reason;
   FMail.AbortCause = std::move(cause);
+  FWatch.EndPosted.store(WhyEndPosted(), std::memory_order_release);
   FHasMail.store(true, std::memory_order_release);
 }
 
 void TNcStateFramework::PostAlarm(TNcAlarmRecord alarm) {
   TGuard guard(FLock);
   FMail.Alarms.push_back(std::move(alarm));
+  FWatch.EndPosted.store(WhyEndPosted(), std::memory_order_release);
   FHasMail.store(true, std::memory_order_release);
 }
 
@@ -138,6 +151,14 @@ TNcStateFramework::TMail TNcStateFramework::TakeMail() {
   TGuard guard(FLock);
   FHasMail.store(false, std::memory_order_release);
   return std::exchange(FMail, TMail{});
+}
+
+const char* TNcStateFramework::WhyEndPosted() const {
+  if (FStopping) return "a stop has not come to its end";
+  if (FMail.Abort != srDone) return "the state is about to be ended";
+  const bool alarm =
+      std::ranges::any_of(FMail.Alarms, [](const TNcAlarmRecord& a) { return (a.Attrs & kEndsStates) != 0; });
+  return alarm ? "an alarm is about to end the state" : nullptr;
 }
 
 // --- TNcStateFramework: the pass ---
@@ -168,6 +189,7 @@ std::uint32_t TNcStateFramework::RunOnce() {
       if (reason == srDone) reason = srError;
     }
     if (reason != srDone || BusyMet(reason)) Tick(reason);
+    if (FChange) EndState(reason);
     if (FChange) Enter(*std::exchange(FChange, std::nullopt));
     EndStop();
   } catch (...) {  // nothing kills the state thread
@@ -176,11 +198,26 @@ std::uint32_t TNcStateFramework::RunOnce() {
   return std::max<std::uint32_t>(loopDelay, 1);
 }
 
+// The state is about to be left: dark in this pass, whatever follows, and before anybody hears how it ended.
+void TNcStateFramework::EndState(std::int32_t reason) {
+  if (ByHand(CurrentState())) return;
+  FBeam.Remember();
+  DemandSafe(false);
+  const TBeamCause cause = FBeam.Look();
+  if (cause == bcNone) return;
+  if (reason != srDone) return FLateBeam.store(cause, std::memory_order_release);
+  FEndCause = BeamCauseText(cause);
+  Tick(BeamReason(cause));
+}
+
+// What was posted before this pass has been carried out by now.
 void TNcStateFramework::EndStop() {
-  if (!FStopTaken || !FStopLeft || FSafeLaser || FSafeGas) return;
-  FStopTaken = false;
+  const bool over = FStopTaken && FStopLeft && !FSafeLaser && !FSafeGas;
+  if (over) FStopTaken = false;
+  if (!over && !FWatch.EndPosted.load(std::memory_order_acquire)) return;
   TGuard guard(FLock);
-  FStopping = FMail.Stop;  // another one may have come meanwhile
+  if (over) FStopping = FMail.Stop;  // another one may have come meanwhile
+  FWatch.EndPosted.store(WhyEndPosted(), std::memory_order_release);
 }
 
 std::int32_t TNcStateFramework::AbortReason(TMail& mail) {
@@ -193,14 +230,32 @@ std::int32_t TNcStateFramework::AbortReason(TMail& mail) {
     LogGuarded("alarm check", std::current_exception());
     fault = srError;
   }
+  const bool forbidden =
+      std::ranges::any_of(mail.Alarms, [](const TNcAlarmRecord& a) { return (a.Attrs & naForbidLaser) != 0; });
+  const TBeamCause beam = BeamEnds(forbidden);
   if (mail.Stop) {
     FEndCause = std::move(mail.StopCause);
     return srStop;
   }
+  if (beam != bcNone) FEndCause = BeamCauseText(beam);
   if (alarm) return srAlarm;
+  if (beam != bcNone) return BeamReason(beam);
   if (fault != srDone) return fault;
   FEndCause = std::move(mail.AbortCause);
   return mail.Abort;
+}
+
+TBeamCause TNcStateFramework::BeamEnds(bool forbidden) {
+  const TBeamCause cause = FBeam.Look(forbidden);
+  const bool byHand = cause != bcNone && ByHand(CurrentState());
+  const bool told = std::exchange(FDarkByHand, byHand);
+  if (!byHand) return cause;
+  if (!told) {
+    FLateBeam.store(cause, std::memory_order_release);
+    LogMsg(lkError, 0, Show(SBeamSwitchedOff, BeamCauseText(cause).c_str()));
+  }
+  if (!FSafeLaser && (FWatch.LaserAsked.Runs() || FWatch.EmissionAsked.Runs())) DemandSafe(false);
+  return bcNone;
 }
 
 bool TNcStateFramework::AlarmStands(const TMail& mail) {
@@ -286,6 +341,10 @@ void TNcStateFramework::Enter(TChange change) {
     }
   };
   leave(FCurrent.load(std::memory_order_relaxed), change.State);
+  if (!ByHand(change.State)) {
+    FBeam.Restart();
+    FLateBeam.store(bcNone, std::memory_order_release);
+  }
   FStopLeft = true;
   SetBusyKind(bkNone, nullptr, -1);
 
@@ -299,7 +358,7 @@ void TNcStateFramework::Enter(TChange change) {
   if (change.State == nsStandby) {
     FCurrent.store(State(nsStandby), std::memory_order_release);
     FNumber.store(nsStandby, std::memory_order_release);
-    DemandSafe(false);
+    if (ByHand(from)) DemandSafe(false);  // any other state went dark before it was left
   }
   FChangePending.store(FChange.has_value(), std::memory_order_release);
   try {
@@ -351,9 +410,10 @@ void TNcStateFramework::RetrySafe() {
   if (FSafeLaser) {
     if (laser) {
       tryAll([&] { cut->SwitchLaser(false); })([&] { laser->EmissionOff(); });
-      // Emission that was asked for and has not come yet would come later: a device that missed EmissionOff is not
-      // dark.
-      tryAll([&] { dark = !laser->GetLaser() && !laser->GetEmission() && !FWatch.EmissionAsked.Runs(); });
+      // What was asked for and has not come yet would come later: a device that missed the off is not dark.
+      tryAll([&] {
+        dark = !laser->GetLaser() && !laser->GetEmission() && !FWatch.LaserAsked.Runs() && !FWatch.EmissionAsked.Runs();
+      });
     } else {
       tryAll([&] { dark = !cut || !cut->Laser(); });
     }

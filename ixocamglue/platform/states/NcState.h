@@ -1,9 +1,11 @@
 // The state framework: machine states by number, what they wait for, and the loop that runs them.
 //
-// One state is current. Each pass of the loop (RunOnce) first looks at stop, alarms and pause, then lets the state
-// watch its signals (UpdateThread), then, when what the state waits for has come about, gives it one tick (StepDone);
-// a requested change of state is carried out last. Everything that a state implements runs on the state thread: the
-// thread that calls RunOnce. The requests marked "any thread" are handed over and take effect in the next pass.
+// One state is current. Each pass of the loop (RunOnce) first looks at stop, alarms, the beam (BeamWatch.h) and pause,
+// then lets the state watch its signals (UpdateThread), then, when what the state waits for has come about, gives it
+// one tick (StepDone); a requested change of state is carried out last. A state that ends goes dark before it is left,
+// and what forbade its beam within its last tick still ends it: with one more tick. Everything that a state implements
+// runs on the state thread: the thread that calls RunOnce. The requests marked "any thread" are handed over and take
+// effect in the next pass.
 #pragma once
 
 #include <atomic>
@@ -20,6 +22,7 @@
 #include "ixocamglue/platform/ports/Installed.h"
 #include "ixocamglue/platform/ports/NcAlarms.h"
 #include "ixocamglue/platform/services/Clock.h"
+#include "ixocamglue/platform/states/BeamWatch.h"
 #include "ixocamglue/platform/states/NcWatch.h"
 #include "ixocamglue/support/Locks.h"
 #include "ixocamglue/support/Problem.h"
@@ -135,6 +138,8 @@ class TNcStateFramework {
   [[nodiscard]] bool ChangePending() const { return FChangePending.load(std::memory_order_acquire); }
   // Devices that were told to switch off have not acknowledged it yet.
   [[nodiscard]] bool SafePending() const { return FSafePending.load(std::memory_order_acquire); }
+  // What befell the beam of the last state when it was ended already; bcNone again when the next one is entered.
+  [[nodiscard]] TBeamCause LateBeamCause() const { return FLateBeam.load(std::memory_order_acquire); }
   [[nodiscard]] TNcWatch& Watch() { return FWatch; }
 
   // --- state thread ---
@@ -166,12 +171,16 @@ class TNcStateFramework {
   TMail TakeMail();
   // What ends the state in this pass, or srDone.
   std::int32_t AbortReason(TMail& mail);
+  // The beam's cause, when it ends the state; where there is nothing to end the beam goes dark instead.
+  [[nodiscard]] TBeamCause BeamEnds(bool forbidden);
   [[nodiscard]] bool AlarmStands(const TMail& mail);
   // True when the busy condition is met; sets `reason` to srError when its limit is over or its device fails.
   [[nodiscard]] bool BusyMet(std::int32_t& reason);
   void Tick(std::int32_t reason);
   void RequestChange(TChange change);
+  void EndState(std::int32_t reason);
   void EndStop();
+  [[nodiscard]] const char* WhyEndPosted() const IXO_REQUIRES(FLock);
   void Enter(TChange change);
   [[nodiscard]] bool Entered(TNcStateCtrl& next, const TChange& change);
   void SetBusyKind(TNcBusyKind kind, INcBusyDevice* device, std::int32_t limitMs);
@@ -189,6 +198,7 @@ class TNcStateFramework {
   std::atomic<bool> FChangePending{false};
   std::atomic<bool> FSafePending{false};
   std::atomic<bool> FHasMail{false};
+  std::atomic<TBeamCause> FLateBeam{bcNone};
   TNcWatch FWatch;
   TInstalled<TNcWatch> FWatchInstalled{FWatch};
   TInstalled<TNcStateFramework> FInstalled{*this};
@@ -200,6 +210,7 @@ class TNcStateFramework {
   std::map<std::int32_t, std::unique_ptr<TNcStateCtrl>> FStates;
   std::optional<TChange> FChange;
   std::string FEndCause;
+  TBeamWatch FBeam{FWatch};
   INcBusyDevice* FBusyDevice = nullptr;
   std::uint64_t FBusyLimitAt = TNcSince::kNot;
   std::uint64_t FDelayUntil = 0;
@@ -208,6 +219,7 @@ class TNcStateFramework {
   bool FSafeLaser = false;
   bool FSafeGas = false;
   bool FSafeReported = false;
+  bool FDarkByHand = false;  // a cause stands that was answered with dark
 };
 
 // For a gas device's adapter, before it switches gas off. Anybody but the running state who has gas switched off while

@@ -47,13 +47,36 @@ struct TNcWatch {
   TNcSince BusySince;
   // Update threads of device objects that a fault has ended.
   std::atomic<std::uint32_t> DeadDeviceThreads{0};
+  // Why nothing may be lit any more although the state still runs, a literal: a stop, an abort or an alarm that ends it
+  // is posted and not yet carried out. Null: nothing of the kind.
+  std::atomic<const char*> EndPosted{nullptr};
   // Kept by the laser's and the gas device's adapter. Asked: since the last command that no off call followed, whatever
-  // the device did; a lost emission and a tripped latch end neither. On: what the device does.
+  // the device did; a refusal, a lost emission and a tripped latch end neither. On: what the device does.
   TNcSince LaserOn, LaserAsked, EmissionAsked, EmissionOn, GasOn;
+  std::atomic<bool> EmissionLost{false};  // it was confirmed and went, and has not been asked for since
+  std::atomic<bool> BeamRefused{false};   // laser or emission was asked for and refused; until the watch has seen it
   // The step that a procedure stands in: its command number, and since when. Kept by who observes procedures; it does
   // not run where nobody does.
   std::atomic<std::int32_t> Leaf{0};
   TNcSince LeafSince;
+
+  // --- for the laser's adapter; any thread, one at a time ---
+  // With each EmissionOn and SwitchLaser(true) that reaches the device; `refused`: it does nothing.
+  void AskEmission(std::uint64_t nowMs, bool refused) {
+    if (EmissionLost.exchange(false, std::memory_order_acq_rel)) EmissionAsked.End();
+    EmissionAsked.Begin(nowMs);
+    if (refused) BeamRefused.store(true, std::memory_order_release);
+  }
+  void AskLaser(std::uint64_t nowMs, bool refused) {
+    LaserAsked.Begin(nowMs);
+    if (refused) BeamRefused.store(true, std::memory_order_release);
+  }
+  // With each change of what the source confirms; after an EmissionOff has ended EmissionAsked.
+  void ShowEmission(bool on, std::uint64_t nowMs) {
+    if (on) return EmissionOn.Begin(nowMs);
+    if (EmissionOn.Runs() && EmissionAsked.Runs()) EmissionLost.store(true, std::memory_order_release);
+    EmissionOn.End();
+  }
 };
 
 IXO_DECLARE_SERVICE(TNcWatch, NcWatch);
