@@ -152,7 +152,7 @@ void TController::MakeSupervisor() {
   const auto alarm = [this](const std::string& reason) {
     RaiseAlarm({.IdPrefix = kSupervisorAlarmPrefix, .Desc = reason, .Id = 1, .Attrs = naForbidMove});
   };
-  const auto stop = [&p](const std::string&) { p.Framework->Stop(); };
+  const auto stop = [&p](const std::string& reason) { p.Framework->Stop(reason); };
   const auto latch = [](const std::string&) {
     TNcCutSystem* const cut = CutSystem();
     if (TNcLaser* const laser = cut ? cut->Laser() : nullptr) laser->Trip("supervisor");

@@ -37,6 +37,8 @@ inline constinit TText SWatchEmission{"IxoCut", "SWatchEmission", "请求开光�
 inline constinit TText SWatchLaser{"IxoCut", "SWatchLaser", "激光已持续打开 %d 毫秒（上限 %d 毫秒）"};
 inline constinit TText SWatchGas{"IxoCut", "SWatchGas", "气体已持续打开 %d 毫秒（上限 %d 毫秒）"};
 inline constinit TText SWatchBeat{"IxoCut", "SWatchBeat", "状态线程已 %d 毫秒没有心跳（上限 %d 毫秒）"};
+inline constinit TText SWatchDark{"IxoCut", "SWatchDark", "%s，%d 毫秒后激光仍未关闭"};
+inline constinit TText SWatchEnding{"IxoCut", "SWatchEnding", "已要求停止"};
 inline constinit TText SWatchEmergency{"IxoCut", "SWatchEmergency", "急停"};
 inline constinit TText SWatchAlarm{"IxoCut", "SWatchAlarm", "监视：%s；报警"};
 inline constinit TText SWatchStop{"IxoCut", "SWatchStop", "监视：%s；停止执行"};
@@ -59,12 +61,12 @@ inline constinit TText SPlotEnd{"IxoCut", "SPlotEnd", "终点"};
 inline constinit TText SPlotBeam{"IxoCut", "SPlotBeam", "出光"};
 inline constinit TText SPlotProcedure{"IxoCut", "SPlotProcedure", "工艺过程"};
 
-inline constexpr auto kHostTexts =
-    TextList(SRowState, SRowEmission, SRowLaser, SRowGas, SShotTitle, SShotEnded, SShotTooEarly, SShotNotDark,
-             SEndSuccess, SEndStopped, SEndPaused, SEndAlarm, SEndError, SEndRefused, SEndNever, SAskedAlarm,
-             SSignalStop, SWatchBusy, SWatchEmission, SWatchLaser, SWatchGas, SWatchBeat, SWatchEmergency, SWatchAlarm,
-             SWatchStop, SWatchLatch, SLinesDropped, SRunSteps, SRunPath, SRunStillOn, SRunFailed, SRunFailedAt,
-             SRowOutput, SRowFollow, SPlotPath, SPlotZ, SPlotSignals, SPlotStart, SPlotEnd, SPlotBeam, SPlotProcedure);
+inline constexpr auto kHostTexts = TextList(
+    SRowState, SRowEmission, SRowLaser, SRowGas, SShotTitle, SShotEnded, SShotTooEarly, SShotNotDark, SEndSuccess,
+    SEndStopped, SEndPaused, SEndAlarm, SEndError, SEndRefused, SEndNever, SAskedAlarm, SSignalStop, SWatchBusy,
+    SWatchEmission, SWatchLaser, SWatchGas, SWatchBeat, SWatchDark, SWatchEnding, SWatchEmergency, SWatchAlarm,
+    SWatchStop, SWatchLatch, SLinesDropped, SRunSteps, SRunPath, SRunStillOn, SRunFailed, SRunFailedAt, SRowOutput,
+    SRowFollow, SPlotPath, SPlotZ, SPlotSignals, SPlotStart, SPlotEnd, SPlotBeam, SPlotProcedure);
 
 // Milliseconds for a %d.
 [[nodiscard]] inline int ShownMs(std::uint64_t ms) {

@@ -7,6 +7,7 @@
 #include "controller/HostTexts.h"
 #include "ixocamglue/platform/services/AppSys.h"
 #include "ixocamglue/platform/services/Log.h"
+#include "ixocamglue/platform/states/BeamWatch.h"
 #include "ixocamglue/platform/states/NcState.h"
 #include "ixocamglue/support/Faults.h"
 #include "ixocamglue/support/Format.h"
@@ -32,6 +33,7 @@ TSupervisor::TSupervisor(const TNcWatch& watch, std::function<std::int32_t()> st
       FActions(std::move(actions)) {}
 
 void TSupervisor::Round(std::uint64_t nowMs) {
+  WatchBeam(nowMs);
   const auto reason = Broken(nowMs);
   if (!reason)
     FRung = TRung::Watching;
@@ -39,15 +41,34 @@ void TSupervisor::Round(std::uint64_t nowMs) {
     Climb(*reason, nowMs);
 }
 
-void TSupervisor::EmergencyStop() {
+void TSupervisor::EmergencyStop() { LatchAndStop(SWatchEmergency.Get()); }
+
+void TSupervisor::LatchAndStop(const std::string& reason) {
   for (const auto* action : {&FActions.Latch, &FActions.Stop}) {
     try {
-      if (*action) (*action)(SWatchEmergency.Get());
+      if (*action) (*action)(reason);
     } catch (...) {
       LogFault(kSupervisorAlarmPrefix, std::current_exception());
     }
   }
-  LogMsg(lkError, 0, Show(SWatchLatch, SWatchEmergency.Get()), kSupervisorAlarmPrefix);
+  LogMsg(lkError, 0, Show(SWatchLatch, reason.c_str()), kSupervisorAlarmPrefix);
+}
+
+void TSupervisor::WatchBeam(std::uint64_t nowMs) {
+  TBeamFacts facts = TBeamFacts::Read(FWatch);
+  facts.LaserAsked = facts.LaserAsked || FWatch.LaserOn.Runs();
+  const TBeamCause cause = JudgeBeam(facts);
+  // Emission alone lights nothing: a step that waits for it may answer a stop when its wait is over.
+  const bool ends = facts.LaserAsked && FWatch.EndPosted.load(std::memory_order_acquire);
+  if (cause == bcNone && !ends) {
+    FBeamCause.End();
+    FBeamAnswered = false;
+    return;
+  }
+  FBeamCause.Begin(nowMs);
+  if (FBeamCause.LastedMs(nowMs) < kDarkWithinMs || std::exchange(FBeamAnswered, true)) return;
+  const std::string why = cause == bcNone ? SWatchEnding.Get() : BeamCauseText(cause);
+  LatchAndStop(Show(SWatchDark, why.c_str(), static_cast<int>(kDarkWithinMs)));
 }
 
 std::optional<std::string> TSupervisor::Broken(std::uint64_t nowMs) const {

@@ -26,6 +26,7 @@ struct TSupervisorActions {
 };
 
 inline constexpr std::uint32_t kSupervisorRoundMs = 20;
+inline constexpr std::uint32_t kDarkWithinMs = 100;
 inline constexpr const char* kSupervisorAlarmPrefix = "TPSupervisor";
 
 //   something is broken     | since    | action
@@ -34,6 +35,8 @@ inline constexpr const char* kSupervisorAlarmPrefix = "TPSupervisor";
 //   still, or another thing | StepMs   | Stop
 //   still, or another thing | 2 StepMs | Latch
 //   nothing any more        |          | the next time starts with Alarm again
+//
+// A beam that the state framework has not made dark kDarkWithinMs after its cause gets Latch and Stop, past the ladder.
 class TSupervisor {
  public:
   // `state` gives the number of the current machine state and reads an atomic. `watch` outlives the supervisor.
@@ -49,6 +52,8 @@ class TSupervisor {
 
   [[nodiscard]] std::optional<std::string> Broken(std::uint64_t nowMs) const;
   void Climb(const std::string& reason, std::uint64_t nowMs);
+  void WatchBeam(std::uint64_t nowMs);
+  void LatchAndStop(const std::string& reason);
 
   // constant after construction
   const TNcWatch& FWatch;
@@ -59,6 +64,8 @@ class TSupervisor {
 
   TRung FRung = TRung::Watching;
   std::uint64_t FNextAt = 0;  // when the next rung is due
+  TNcSince FBeamCause;        // seen by the rounds
+  bool FBeamAnswered = false;
 };
 
 // Calls `round` with the monotonic time every `periodMs` until destroyed. What a round throws is logged.

@@ -88,6 +88,38 @@ TEST_F(Supervisor, WhatIsGoodAgainStartsTheLadderAnew) {
   EXPECT_EQ(FStory, (TTexts{"alarm 6020", "alarm 20020"}));
 }
 
+TEST_F(Supervisor, ABeamThatIsNotDarkInTimeIsLatchedAndStoppedWithoutTheLadder) {
+  const struct {
+    const char* What;
+    std::function<void()> Begin;
+    bool Acts;
+  } cases[] = {
+      {"stop posted, laser asked for", [&] { FWatch.EndPosted = "stop", FWatch.LaserAsked.Begin(kStart); }, true},
+      {"stop posted, lit", [&] { FWatch.EndPosted = "stop", FWatch.LaserOn.Begin(kStart); }, true},
+      {"stop posted, emission only", [&] { FWatch.EndPosted = "stop", FWatch.EmissionAsked.Begin(kStart); }, false},
+      {"refused", [&] { FWatch.AskEmission(kStart, true); }, true},
+      {"lost", [&] { FWatch.LaserAsked.Begin(kStart), FWatch.EmissionLost = true; }, true},
+      {"lost, and not asked for", [&] { FWatch.EmissionLost = true; }, false},
+  };
+  for (const auto& c : cases) {
+    for (const bool darkInTime : {false, true}) {
+      FStory.clear();
+      FNow = kStart;
+      FWatch.EndPosted = nullptr;
+      FWatch.EmissionLost = FWatch.BeamRefused = false;
+      for (TNcSince* since : {&FWatch.LaserOn, &FWatch.LaserAsked, &FWatch.EmissionAsked}) since->End();
+      RunUntil(20);
+      FNow = kStart;
+      c.Begin();
+      RunUntil(80);
+      if (darkInTime)
+        for (TNcSince* since : {&FWatch.LaserOn, &FWatch.LaserAsked, &FWatch.EmissionAsked}) since->End();
+      RunUntil(3'000);
+      EXPECT_EQ(FStory, c.Acts && !darkInTime ? (TTexts{"latch 100", "stop 100"}) : TTexts{}) << c.What;
+    }
+  }
+}
+
 TEST_F(Supervisor, AStandbyThreadMayBeSilentAndAThrowingActionChangesNothing) {
   FState = nsStandby;
   FSilent = true;
