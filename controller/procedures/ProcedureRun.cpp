@@ -155,7 +155,7 @@ TRunReport TProcedureRun::Report() {
     const TMotionOutcome& outcome = FController.MotionState().Outcome();
     report.Path = outcome.Path;
     report.Fault = outcome.Fault;
-    report.Cause = outcome.Cause;
+    report.Cause = outcome.Cause.empty() ? BeamCauseText(FController.Framework().LateBeamCause()) : outcome.Cause;
     report.NextState = outcome.NextState;
   }
   report.Steps = FSteps.Items();
