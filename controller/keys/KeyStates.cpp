@@ -112,7 +112,6 @@ class TRunState final : public TKeyState {
   void InitState(std::int32_t param) override {
     FLocate = param == srLocate;
     FPhase = TPhase::Approach;
-    FWasDark = false;
     FTrack = param == srFresh ? TKeyCommands::TProgress{FSelf, 0, kSquare[0]} : FKeys.Progress();
     if (!FLocate) FKeys.SetProgress(FTrack);
   }
@@ -121,12 +120,6 @@ class TRunState final : public TKeyState {
     KeepProgress();
     TNcStateCtrl::StepDone(reason);
     ChangeState(reason == srPause && !FLocate ? StateNumber(csPaused) : nsStandby, 0);
-  }
-  void UpdateThread(std::uint32_t&) override {
-    if (FSelf != csWorking || FPhase != TPhase::Finish) return;
-    const bool dark = !FittedLaser().GetEmission();
-    // A stop goes dark one pass before its tick.
-    if (std::exchange(FWasDark, dark) && dark) throw std::runtime_error("emission was lost while cutting");
   }
 
  protected:
@@ -220,7 +213,6 @@ class TRunState final : public TKeyState {
   TPhase FPhase = TPhase::Approach;
   TKeyCommands::TProgress FTrack;
   bool FLocate = false;
-  bool FWasDark = false;
   std::uint64_t FSinceMs = 0;
 };
 

@@ -190,6 +190,37 @@ TEST_F(KeyCommands, DevicesSwitchByHandOnlyWhereTheyMay) {
   }
 }
 
+TEST_F(KeyCommands, AnAlarmEndsABeamThatIsHeldAndItsEndLightsNothing) {
+  Press(kcGas);
+  Press(kcJogLeft);
+  FController.RunFor(100);
+  Press(kcJogLaser);
+  FController.RunFor(100);
+  EXPECT_TRUE(Now().Laser && State() == csJogging);
+  Journal().Clear();
+  Raise(naForbidLaser);
+  FController.RunFor(100);
+  EXPECT_EQ(Commands("laser"), Lines("SwitchLaser off", "EmissionOff")) << "once";
+  EXPECT_TRUE(Now().Gas && State() == csJogging);
+  FController.Alarms().ClearAll();
+  Machine().Laser()->ResetLatch();
+  FController.RunFor(500);
+  EXPECT_FALSE(Now().Laser || Now().Emission);
+  Release(kcJogLaser);
+  Press(kcJogLaser);
+  FController.RunFor(100);
+  EXPECT_TRUE(Now().Laser);
+  Release(kcJogLaser);
+}
+
+TEST_F(KeyCommands, EmissionLostWhileCuttingEndsTheCut) {
+  Press(kcStart);
+  RunUntil("laser on");
+  Machine().LaserDevice().LoseEmission();
+  RunTo(csStandby, 30);
+  EXPECT_FALSE(Now().Laser || Now().Gas);
+}
+
 TEST_F(KeyCommands, TheEmergencyStopLatchesUntilItIsResetByHand) {
   Press(kcStart);
   RunUntil("laser on");
