@@ -27,15 +27,26 @@ class TBusLaser final : public TNcLaser {
   TBusLaser(TBus& bus, TNcWatch& watch) : FBus(bus), FWatch(watch) {}
   bool GetEmission() override { return FBus.ShutterFeedback(); }
   void EmissionOn() override {
+    const bool refused = LaserForbidden() != nullptr;
+    FWatch.AskEmission(Clock().MonotonicMs(), refused);  // for the watch over the beam, also where it is refused
+    if (refused) return;
     FBus.ShutterCommand = true;
-    FWatch.EmissionAsked.Begin(Clock().MonotonicMs());  // for the supervisor
+    FWatch.ShowEmission(true, Clock().MonotonicMs());
   }
   void EmissionOff() override {
     FBus.ShutterCommand = false;
     FWatch.EmissionAsked.End();
+    FWatch.ShowEmission(false, Clock().MonotonicMs());
   }
   bool GetLaser() override { return FBus.BeamCommand; }
   void SwitchBeam(bool on) {
+    if (on) {
+      const bool refused = LaserForbidden() != nullptr;
+      FWatch.AskLaser(Clock().MonotonicMs(), refused);
+      if (refused) return;
+    } else {
+      FWatch.LaserAsked.End();
+    }
     FBus.BeamCommand = on;
     on ? FWatch.LaserOn.Begin(Clock().MonotonicMs()) : FWatch.LaserOn.End();
   }

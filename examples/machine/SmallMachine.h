@@ -29,25 +29,48 @@ class TSmallMachine final : public IMachine, public TNcCutSystem, public TNcLase
   TNcLaser* Laser() override { return this; }
   void Lock() override IXO_ACQUIRE(FLock) { FLock.lock(); }
   void Unlock() override IXO_RELEASE(FLock) { FLock.unlock(); }
-  void SwitchLaser(bool on) override { Tell(sgLaser, FBeam, on, &TNcWatch::LaserOn); }
+  void SwitchLaser(bool on) override {
+    if (!on)
+      Watch().LaserAsked.End();
+    else if (Refused("SwitchLaser", &TNcWatch::AskLaser))
+      return;
+    if (!Tell(sgLaser, FBeam, on)) return;
+    on ? Watch().LaserOn.Begin(Clock().MonotonicMs()) : Watch().LaserOn.End();
+  }
 
   bool GetEmission() override { return FEmission; }
   bool GetLaser() override { return FBeam; }
-  void EmissionOn() override { Tell(sgEmission, FEmission, true, &TNcWatch::EmissionOn); }
-  void EmissionOff() override { Tell(sgEmission, FEmission, false, &TNcWatch::EmissionOn); }
+  void EmissionOn() override {
+    if (!Refused("EmissionOn", &TNcWatch::AskEmission)) Emit(true);
+  }
+  void EmissionOff() override {
+    Watch().EmissionAsked.End();
+    Emit(false);
+  }
 
-  // What changes is told to whoever watches the machine from outside, and to the journal.
-  void Tell(TSignalKind kind, std::atomic<bool>& state, bool on, TNcSince TNcWatch::*since) {
-    if (state.exchange(on) == on) return;
+  TNcWatch& Watch() { return FContext.Framework.Watch(); }
+  // Every ask is noted; true: it is refused, the device does nothing.
+  bool Refused(const char* verb, void (TNcWatch::*ask)(std::uint64_t, bool)) {
+    const char* const why = LaserForbidden();
     const std::uint64_t nowMs = Clock().MonotonicMs();
-    TNcSince& span = FContext.Framework.Watch().*since;
-    on ? span.Begin(nowMs) : span.End();
-    FContext.Observer.Signalled({nowMs, kind, on});
+    (Watch().*ask)(nowMs, why != nullptr);
+    if (why) FContext.Observer.Called({nowMs, ++FRefusals, "laser", verb, why, vkStart, toRefused});
+    return why != nullptr;
+  }
+  void Emit(bool on) {
+    if (Tell(sgEmission, FEmission, on)) Watch().ShowEmission(on, Clock().MonotonicMs());
+  }
+  // What changes is told to the journal.
+  bool Tell(TSignalKind kind, std::atomic<bool>& state, bool on) {
+    if (state.exchange(on) == on) return false;
+    FContext.Observer.Signalled({Clock().MonotonicMs(), kind, on});
+    return true;
   }
 
   const TMachineContext FContext;
   TRecursiveSection FLock;
   std::atomic<bool> FEmission{false}, FBeam{false};
+  std::atomic<std::uint64_t> FRefusals{0};
   std::optional<TInstalled<TNcCutSystem>> FInstalled;
 };
 
