@@ -95,6 +95,103 @@ TEST_F(LaserSteps, AStopDuringTheWaitOfLaserOnClosesEmissionAgain) {
   EXPECT_EQ(Commands("laser")[1], "EmissionOff");
 }
 
+TEST_F(LaserSteps, WhatEndsTheWaitOfLaserOnLeavesItDark) {
+  const struct {
+    const char* Name;
+    TEmissionScript Script;
+    std::uint64_t WaitMs;
+  } emissions[] = {{"early", TEmissionScript::AfterPolls(0), 100},
+                   {"late", TEmissionScript::AfterPolls(800), 900},
+                   {"never", TEmissionScript::Never(), 5'000}};
+  TVirtualClock& clock = *FController.VirtualClock();
+  for (const bool stop : {true, false})
+    for (const auto& emission : emissions)
+      for (const std::uint64_t percent : {1U, 25U, 50U, 75U, 99U}) {
+        SCOPED_TRACE(emission.Name);
+        SCOPED_TRACE(percent);
+        Journal().Clear();
+        Machine().Laser()->SetEmissionScript(emission.Script);
+        bool posted = false;
+        const auto handle = clock.OnStep([&](std::uint64_t now) {
+          const TNcSince& asked = Framework().Watch().EmissionAsked;
+          if (posted || !asked.Runs() || asked.LastedMs(now) < emission.WaitMs * percent / 100) return;
+          posted = true;
+          stop ? Framework().Stop() : Raise(naForbidLaser);
+        });
+        StartSequence({{516, "on"}, {612, "delay"}, {517, "off"}});
+        EXPECT_EQ(Finish(), stop ? metStop : metAlarm);
+        clock.Remove(handle);
+        EXPECT_TRUE(posted);
+        EXPECT_FALSE(ExecOK(kSequence));
+        FController.Alarms().ClearAll();
+        FController.RunFor(6'000);  // what comes late lights nothing
+        EXPECT_FALSE(Signals().Has("laser on"));
+        EXPECT_FALSE(Framework().Watch().EmissionAsked.Runs() || Machine().Snapshot().Emission);
+        EXPECT_EQ(Machine().Laser()->LatchTripped(), !stop) << "a stop needs no reset";
+        Machine().Laser()->ResetLatch();
+      }
+}
+
+TEST_F(LaserSteps, AStopAfterLaserOnIsDarkOnePassLater) {
+  StartSequence({{516, "on"}, {612, "delay", [](TStateMotion& s) { dynamic_cast<TSmtDelay&>(s).SetDelay(500); }}});
+  RunUntil("laser on");
+  Framework().Stop();
+  FController.RunPass();
+  EXPECT_EQ(Signals().After("laser on"), Lines("laser off", "emission off", "state 0"));
+  EXPECT_FALSE(Machine().Laser()->LatchTripped());
+}
+
+TEST_F(LaserSteps, AShotWhoseBeamWasForbiddenLatchedLostOrRefusedIsNoSuccess) {
+  const std::uint64_t ready = Gate().Calls();
+  StartShot(50);
+  EXPECT_EQ(Finish(), metSuccess);
+  const std::uint64_t calls = Gate().Calls() - ready;
+  std::size_t tripped = 0;
+  for (std::uint64_t call = 1; call <= calls; ++call) {
+    SCOPED_TRACE(call);
+    Gate().PlanSet({.Call = Gate().Calls() + call, .Fault = gfHang, .Sticky = false, .HangMs = 300, .Callback = {}});
+    StartShot(50);
+    const TMotionExecType type = Finish();
+    EXPECT_TRUE(Gate().Fired());
+    EXPECT_EQ(ExecOK(515), type == metSuccess);
+    if (Machine().Laser()->LatchTripped()) {
+      ++tripped;
+      EXPECT_EQ(type, metError);
+      EXPECT_EQ(Controller().Outcome().Cause, Show(SBeamLatched, "the heartbeat is older than 200 ms"));
+    }
+    FController.RunFor(50);
+    Machine().Laser()->ResetLatch();
+  }
+  EXPECT_GT(tripped, 5U);
+  Gate().PlanSet({});
+
+  const struct {
+    std::function<void()> Do;
+    TMotionExecType Type;
+    const TText& Cause;
+  } cases[] = {{[&] { Raise(naForbidLaser); }, metAlarm, SBeamForbidden},
+               {[&] { Machine().LaserDevice().LoseEmission(); }, metError, SBeamLost}};
+  for (const auto& c : cases) {
+    Journal().Clear();
+    StartShot(300);
+    RunUntil("laser on");
+    c.Do();
+    EXPECT_EQ(Finish(), c.Type);
+    EXPECT_EQ(Controller().Outcome().Cause, c.Cause.Get());
+    EXPECT_FALSE(ExecOK(515));
+    FController.Alarms().ClearAll();
+    Machine().Laser()->ResetLatch();
+    FController.RunFor(50);
+  }
+  // The source does not take SwitchLaser(true): nothing goes on with a beam that was refused.
+  Journal().Clear();
+  StartShot(300);
+  RunUntil("emission on");
+  Gate().PlanSet({.Call = Gate().Calls() + 3, .Fault = gfRefuse, .Sticky = false, .HangMs = 0, .Callback = {}});
+  EXPECT_EQ(Finish(), metError);
+  EXPECT_EQ(Controller().Outcome().Cause, SBeamRefused.Get());
+}
+
 TEST_F(LaserSteps, SingleStepsTouchOnlyTheirOwnSwitch) {
   StartSequence({{518, "emission"},
                  {519, "wait"},

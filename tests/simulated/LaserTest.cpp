@@ -41,7 +41,8 @@ TEST_F(SimLaser, EmissionFollowsItsScript) {
   Laser().LoseEmission();
   EXPECT_FALSE(Laser().GetLaser());
   EXPECT_FALSE(Laser().GetEmission());
-  EXPECT_FALSE(NcWatch()->EmissionAsked.Runs());
+  EXPECT_TRUE(NcWatch()->EmissionAsked.Runs() && NcWatch()->LaserAsked.Runs()) << "no off call followed";
+  EXPECT_TRUE(NcWatch()->EmissionLost);
   Laser().SetEmissionScript(TEmissionScript::Never());
   Laser().EmissionOn();
   RunFor(20'000);
@@ -99,6 +100,33 @@ TEST(Latch, TripsOnEachCauseStaysUntilResetAndThenLeavesEverythingOff) {
     EXPECT_FALSE(laser.GetEmission()) << "what was asked for while tripped must not come by itself";
     rig.ShootOn();
     EXPECT_TRUE(laser.GetLaser());
+  }
+}
+
+TEST_F(SimLaser, RefusesWhatIsForbiddenNotesItAndForgetsIt) {
+  const struct {
+    std::function<void()> Forbid, End;
+    const char* Why;
+  } cases[] = {
+      {[&] { Framework.Stop(); }, [] {}, "a stop has not come to its end"},
+      {[&] { Raise(naForbidLaser); }, [&] { Alarms.ClearAll(); }, "an alarm forbids the laser"},
+      {[&] { Laser().Trip("by hand"); }, [&] { Laser().ResetLatch(); }, "the laser is latched"},
+  };
+  for (const auto& c : cases) {
+    Journal.Clear();
+    c.Forbid();
+    Laser().EmissionOn();
+    Machine.SwitchLaser(true);
+    const auto entries = Journal.Entries();
+    EXPECT_EQ(std::ranges::count(entries, toRefused, &TJournalEntry::Outcome), 2);
+    EXPECT_TRUE(Journalled(std::string("SwitchLaser refused: ") + c.Why));
+    EXPECT_TRUE(NcWatch()->EmissionAsked.Runs() && NcWatch()->LaserAsked.Runs()) << "asked for all the same";
+    c.End();
+    RunFor(500);
+    EXPECT_EQ(Signals(), TLines{}) << c.Why;
+    ShootOn();
+    EXPECT_TRUE(Laser().GetLaser());
+    Laser().EmissionOff();
   }
 }
 

@@ -1,0 +1,298 @@
+// The watch over the beam: what it decides, and what the framework does with it on a scripted laser.
+#include <functional>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "fixture/Faults.h"
+#include "ixocamglue/platform/alarms/NcAlarmManager.h"
+#include "ixocamglue/platform/ports/CutStates.h"
+#include "ixocamglue/platform/services/VirtualClock.h"
+#include "ixocamglue/platform/states/NcState.h"
+
+namespace ixocamglue::test {
+namespace {
+
+TEST(Beam, OnlyWhatIsAskedForIsForbiddenAndTheFirstCauseCounts) {
+  const TBeamFacts asked{.LaserAsked = true, .EmissionAsked = true};
+  TBeamFacts all{.Allowed = false, .Latched = true, .EmissionLost = true, .Refused = true};
+  EXPECT_EQ(JudgeBeam(all), bcNone);
+  EXPECT_EQ(JudgeBeam(asked), bcNone);
+  all.EmissionAsked = true;
+  EXPECT_EQ(JudgeBeam(all), bcForbidden);
+  all.Allowed = true;
+  EXPECT_EQ(JudgeBeam(all), bcLatched);
+  all.Latched = false;
+  EXPECT_EQ(JudgeBeam(all), bcRefused) << "emission lost before the laser was asked for is no lost beam";
+  all.LaserAsked = true;
+  EXPECT_EQ(JudgeBeam(all), bcLost);
+  EXPECT_EQ(BeamReason(bcForbidden), srAlarm);
+  for (const TBeamCause cause : {bcLatched, bcLost, bcRefused}) EXPECT_EQ(BeamReason(cause), srError);
+}
+
+// A source that does what it is told, and keeps the facts as an adapter has to.
+struct TSource : TNcCutSystem, TNcLaser {
+  explicit TSource(TNcWatch& watch) : Watch(watch) {}
+  std::int32_t GetState() override { return 0; }
+  TNcLaser* Laser() override { return this; }
+  void Lock() override {}
+  void Unlock() override {}
+  void SwitchLaser(bool on) override {
+    ++Commands;
+    if (!on) {
+      Watch.LaserAsked.End();
+      return;
+    }
+    const bool refused = LaserForbidden() != nullptr;
+    Watch.AskLaser(Clock().MonotonicMs(), refused);
+  }
+  bool GetEmission() override { return Watch.EmissionOn.Runs(); }
+  void EmissionOn() override {
+    ++Commands;
+    const bool refused = LaserForbidden() != nullptr;
+    Watch.AskEmission(Clock().MonotonicMs(), refused);
+    if (!refused) Watch.ShowEmission(true, Clock().MonotonicMs());
+  }
+  void EmissionOff() override {
+    ++Commands;
+    if (OnOff) OnOff();
+    Watch.EmissionAsked.End();
+    Watch.ShowEmission(false, Clock().MonotonicMs());
+  }
+  void Lose() { Watch.ShowEmission(false, Clock().MonotonicMs()); }
+  bool GetLaser() override { return Watch.LaserAsked.Runs() && GetEmission(); }
+  const char* LatchReason() override { return Latch; }
+
+  TNcWatch& Watch;
+  const char* Latch = nullptr;
+  int Commands = 0;
+  std::function<void()> OnOff;
+};
+
+TTexts GTicks;
+std::function<void(TNcStateCtrl&)> GTick;  // what a tick with srDone does
+
+class TTickedState final : public TNcStateCtrl {
+ public:
+  using TNcStateCtrl::TNcStateCtrl;
+  void InitState(std::int32_t) override { EnsureBusySet(); }
+  void StepDone(std::int32_t reason) override {
+    TNcStateCtrl::StepDone(reason);
+    GTicks.push_back(std::to_string(reason) + Owner().EndCause());
+    if (reason != srDone) return ChangeState(nsStandby, 0);
+    EnsureBusySet();
+    if (GTick) GTick(*this);
+  }
+  void Leave(std::int32_t to) { ChangeState(to, 0); }
+};
+
+class BeamWatch : public testing::Test {
+ protected:
+  static constexpr std::int32_t kState = 204;
+  static constexpr std::int32_t kOther = 206;
+
+  BeamWatch() {
+    GTicks.clear();
+    GTick = {};
+    for (const std::int32_t state : {kState, kOther, StateNumber(csPaused), StateNumber(csJogging)})
+      Registry.RegisterStateCtrl(state, [](TNcStateFramework& owner) { return std::make_unique<TTickedState>(owner); });
+    Alarms.OnRaised([this](const TNcAlarmRecord& record) { Framework.PostAlarm(record); });
+    Framework.RunOnce();
+  }
+  void Pass() { Time.Sleep(Framework.RunOnce()); }
+  void Enter(std::int32_t state = kState) {
+    (void)Framework.RequestState(state, 0);
+    Pass();
+    GTicks.clear();
+  }
+  void Light() {
+    Source.EmissionOn();
+    Source.SwitchLaser(true);
+  }
+  void Leave(std::int32_t to = nsStandby) {
+    GTick = [to](TNcStateCtrl& state) { static_cast<TTickedState&>(state).Leave(to); };
+  }
+  void Raise(TNcAlarmAttrs attrs) { (void)Alarms.Raise({.IdPrefix = "T", .Id = 1, .Attrs = attrs}); }
+  [[nodiscard]] bool Asked() { return Watch.LaserAsked.Runs() || Watch.EmissionAsked.Runs(); }
+
+  TVirtualClock Time;
+  TInstalled<IClock> ClockInstalled{Time};
+  TNcRegistry Registry;
+  TInstalled<TNcRegistry> RegistryInstalled{Registry};
+  TFaultWatch Faults;
+  TNcStateFramework Framework;
+  TNcWatch& Watch = Framework.Watch();
+  TNcAlarmManager Alarms;
+  TInstalled<TNcAlarms> AlarmsInstalled{Alarms};
+  TSource Source{Watch};
+  TInstalled<TNcCutSystem> SourceInstalled{Source};
+};
+
+TEST_F(BeamWatch, ACauseEndsTheStateInTheNextPassAndStopAndAlarmComeFirst) {
+  const auto forbid = [&] { Raise(naForbidLaser); };
+  const auto latch = [&] { Source.Latch = "by hand"; };
+  const struct {
+    const char* Name;
+    std::function<void()> Do;
+    std::string Tick;
+  } cases[] = {
+      {"forbidden", forbid, "4" + BeamCauseText(bcForbidden)},
+      {"forbidden for a moment", [&] { Raise(naForbidLaser), Alarms.ClearAll(); }, "4" + BeamCauseText(bcForbidden)},
+      {"latched", latch, "5" + Show(SBeamLatched, "by hand")},
+      {"lost", [&] { Source.Lose(); }, "5" + BeamCauseText(bcLost)},
+      {"stop and all", [&] { forbid(), latch(), Framework.Stop("key"); }, "1key"},
+      {"alarm and latch", [&] { forbid(), latch(); }, "4" + BeamCauseText(bcForbidden)},
+      {"latch and pause", [&] { latch(), Framework.Pause(); }, "5" + Show(SBeamLatched, "by hand")},
+      {"a refused ask",
+       [&] {  // the alarm is gone before anybody looks: the beam stays refused
+         Raise(naRequireStop);
+         Source.SwitchLaser(true);
+         Alarms.ClearAll();
+       },
+       "5" + BeamCauseText(bcRefused)},
+  };
+  for (const auto& c : cases) {
+    for (const bool offInTheSameTick : {false, true}) {
+      SCOPED_TRACE(c.Name);
+      Enter();
+      Light();
+      Pass();
+      EXPECT_EQ(GTicks, TTexts{"0"});
+      GTicks.clear();
+      c.Do();
+      if (offInTheSameTick) Source.SwitchLaser(false), Source.EmissionOff();
+      Pass();
+      EXPECT_EQ(GTicks, TTexts{c.Tick});
+      EXPECT_EQ(Framework.CurrentState(), nsStandby);
+      EXPECT_FALSE(Asked());
+      Alarms.ClearAll();
+      Source.Latch = nullptr;
+      Pass();
+    }
+  }
+}
+
+TEST_F(BeamWatch, NothingEndsWhereNothingIsAskedForOrNothingWasConfirmed) {
+  Enter();
+  Raise(naForbidLaser);
+  Source.Latch = "by hand";
+  Pass();
+  Alarms.ClearAll();
+  Source.Latch = nullptr;
+  Watch.AskEmission(Time.MonotonicMs(), false);  // and it never comes
+  Source.SwitchLaser(true);
+  Pass();
+  Pass();
+  EXPECT_EQ(GTicks, (TTexts{"0", "0", "0"}));
+}
+
+TEST_F(BeamWatch, ACauseWithinTheLastTickGivesAnotherTickBeforeTheStateIsLeft) {
+  const struct {
+    std::function<void()> InTick, InOff;
+    std::string Tick;
+  } cases[] = {
+      {[&] { Light(), Raise(naForbidLaser); }, {}, "4" + BeamCauseText(bcForbidden)},
+      {[&] { Light(), Source.Lose(); }, {}, "5" + BeamCauseText(bcLost)},
+      // The off that the end of the state demands hangs until the latch trips.
+      {[&] { Light(); }, [&] { Source.Latch = "beat"; }, "5" + Show(SBeamLatched, "beat")},
+      {[&] { Raise(naForbidLaser); }, {}, ""},
+  };
+  for (const auto& c : cases) {
+    Enter();
+    GTick = [&](TNcStateCtrl& state) {
+      c.InTick();
+      Source.OnOff = c.InOff;
+      static_cast<TTickedState&>(state).Leave(kOther);
+    };
+    Pass();
+    EXPECT_EQ(GTicks, c.Tick.empty() ? TTexts{"0"} : (TTexts{"0", c.Tick}));
+    EXPECT_EQ(Framework.CurrentState(), c.Tick.empty() ? kOther : nsStandby);
+    EXPECT_FALSE(Asked()) << "dark in the same pass, whatever state follows";
+    GTick = {};
+    Source.OnOff = {};
+    Source.Latch = nullptr;
+    Alarms.ClearAll();
+    Framework.Stop();
+    Pass();
+    Pass();
+  }
+}
+
+TEST_F(BeamWatch, WhatComesWhenTheStateIsLeftAlreadyIsNamed) {
+  Enter();
+  Light();
+  Source.OnOff = [&] { Source.Latch = "beat"; };
+  Framework.Stop();
+  Pass();
+  EXPECT_EQ(GTicks, TTexts{"1"});
+  EXPECT_EQ(Framework.LateBeamCause(), bcLatched);
+  Source.Latch = nullptr;
+  Source.OnOff = {};
+  Pass();
+  Enter();
+  EXPECT_EQ(Framework.LateBeamCause(), bcNone);
+}
+
+TEST_F(BeamWatch, ABeamLitByHandGoesDarkOnceAndNothingEnds) {
+  for (const std::int32_t state : {nsStandby, StateNumber(csPaused), StateNumber(csJogging)}) {
+    if (state != nsStandby) Enter(state);
+    GTicks.clear();
+    Light();
+    Pass();
+    EXPECT_TRUE(Source.GetLaser());
+    Raise(naForbidLaser);
+    Source.Commands = 0;
+    Pass();
+    EXPECT_EQ(Source.Commands, 2) << "off, once each";
+    EXPECT_FALSE(Asked());
+    Light();  // pressed again while the alarm stands
+    EXPECT_FALSE(Source.GetLaser() || Source.GetEmission());
+    Pass();
+    EXPECT_FALSE(Asked());
+    Alarms.ClearAll();
+    Pass();
+    EXPECT_FALSE(Asked()) << "the end of the alarm lights nothing";
+    Light();
+    Pass();
+    EXPECT_TRUE(Source.GetLaser());
+    EXPECT_EQ(Framework.CurrentState(), state);
+    for (const std::string& tick : GTicks) EXPECT_EQ(tick, "0");
+    Source.SwitchLaser(false);
+    Source.EmissionOff();
+    if (state != nsStandby) {
+      Framework.Stop();
+      Pass();
+    }
+  }
+}
+
+TEST_F(BeamWatch, WhatIsPostedAndNotCarriedOutRefusesTheBeam) {
+  Enter();
+  EXPECT_EQ(LaserForbidden(), nullptr);
+  const struct {
+    const char* Name;
+    std::function<void()> Post;
+    bool Refused;
+  } cases[] = {
+      {"stop", [&] { Framework.Stop(); }, true},
+      {"pause", [&] { Framework.Pause(); }, true},
+      {"requires a stop", [&] { Raise(naRequireStop); }, true},
+      {"forbids motion", [&] { Raise(naForbidMove); }, true},
+      {"forbids the laser", [&] { Raise(naForbidLaser); }, true},
+      {"latched", [&] { Source.Latch = "by hand"; }, true},
+      {"shown only", [&] { Raise(naShownOnly); }, false},
+      {"another permission", [&] { Raise(naForbidFollower); }, false},
+  };
+  for (const auto& c : cases) {
+    if (Framework.CurrentState() == nsStandby) Enter();
+    c.Post();
+    EXPECT_EQ(LaserForbidden() != nullptr, c.Refused) << c.Name;
+    Source.Latch = nullptr;
+    Alarms.ClearAll();
+    Pass();
+    EXPECT_EQ(LaserForbidden(), nullptr) << c.Name;
+  }
+}
+
+}  // namespace
+}  // namespace ixocamglue::test
