@@ -48,7 +48,7 @@ std::vector<TRow> DeviceRows() {
 TSimDeviceAlarms::TSimDeviceAlarms()
     : FAxes(kAxisPrefix, AxisRows()),
       FGas(kGasPrefix, GasRows()),
-      FLaser(kLaserPrefix, {{1, naForbidCut, "emission lost"}}),
+      FLaser(kLaserPrefix, {{1, naForbidCut, "emission lost"}, {3, naForbidLaser, "interlock open"}}),
       FDevices(kDevicePrefix, DeviceRows()) {}
 
 void TSimDeviceAlarms::AddTo(TNcAlarmManager& alarms) {

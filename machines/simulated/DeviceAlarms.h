@@ -14,7 +14,7 @@ class TSimDeviceAlarms {
  public:
   static constexpr const char* kAxisPrefix = "TPAxis";      // #1 X-, #2 X+, #3 Y-, ... #8 Focus+
   static constexpr const char* kGasPrefix = "TPGas";        // #gas type
-  static constexpr const char* kLaserPrefix = "TPLaser";    // #1
+  static constexpr const char* kLaserPrefix = "TPLaser";    // #1, #3
   static constexpr const char* kDevicePrefix = "TPDevice";  // #1 laser, #2 gas, ... see the table in the source
   enum TAxis : std::int32_t { axX, axY, axZ, axFocus };
 
@@ -31,6 +31,7 @@ class TSimDeviceAlarms {
   }
   void GasLow(std::int32_t gasType, bool low);
   void EmissionLost(bool lost) { FLaser.Set(1, lost); }
+  void InterlockOpen(bool open) { FLaser.Set(3, open); }
   void Communication(std::string_view device, bool works);  // a device without an alarm of its own is ignored
 
  private:

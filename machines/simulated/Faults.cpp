@@ -49,6 +49,12 @@ constexpr TSimFault kFaults[] = {
     {{"gas.low-supply", "the gas supply gives 0.5 bar"}, [](TSimMachine& m) { m.GasDevice().SetSupply(kLowSupply); }},
     {{"laser.no-emission", "emission never comes"},
      [](TSimMachine& m) { m.LaserDevice().SetEmissionScript(TEmissionScript::Never()); }},
+    {{"laser.emission-drops", "the source drops emission 100 ms after the beam was lit"},
+     [](TSimMachine& m) { m.LaserDevice().PlanFault(TLitFault::EmissionDrops); }},
+    {{"laser.interlock-opens", "the interlock opens 100 ms after the beam was lit: an alarm forbids the laser"},
+     [](TSimMachine& m) { m.LaserDevice().PlanFault(TLitFault::InterlockOpens); }},
+    {{"laser.off-hangs", "the first switching off of a lit beam takes 300 ms"},
+     [](TSimMachine& m) { m.LaserDevice().PlanFault(TLitFault::OffHangs); }},
 };
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "machines/simulated/Laser.h"
 
+#include "ixocamglue/platform/services/Clock.h"
 #include "ixocamglue/platform/states/BeamWatch.h"
 
 namespace ixocamglue {
@@ -70,6 +71,8 @@ void TSimLaser::SetAiming(bool on) {
 }
 
 void TSimLaser::SwitchLaser(bool on) {
+  if (auto hangs = TLitFault::OffHangs; !on && Lit() && FFault.compare_exchange_strong(hangs, TLitFault::None))
+    Clock().Sleep(kHangMs);
   const bool taken = on ? FCore.Gate.Enter("laser", "SwitchLaser", vkStart, "on", LaserForbidden)
                         : FCore.Gate.Enter("laser", "SwitchLaser", vkOff, "off");
   const TSimScope scope(FCore);
@@ -99,6 +102,10 @@ void TSimLaser::SetEmissionScript(TEmissionScript script) {
 
 void TSimLaser::LoseEmission() {
   const TSimScope scope(FCore);
+  Drop();
+}
+
+void TSimLaser::Drop() {
   if (!FEmission) return;
   FCore.Event("laser", "emission lost");
   FCore.DeviceAlarms.EmissionLost(true);
@@ -113,7 +120,17 @@ void TSimLaser::Step(std::uint64_t nowMs) {
     FUpAtMs = kNever;
     if (FAskEmission && !FEmission) Rise();
   }
+  if (FShownLaser && nowMs - FLitAtMs >= kLitFaultMs) Befall();
   if (FAskEmission || FAskLaser || FLatch.Tripped()) Settle();
+}
+
+void TSimLaser::Befall() {
+  auto fault = TLitFault::EmissionDrops;
+  if (FFault.compare_exchange_strong(fault, TLitFault::None)) return Drop();
+  if (fault != TLitFault::InterlockOpens) return;
+  FFault = TLitFault::None;
+  FCore.Event("laser", "interlock open");
+  FCore.DeviceAlarms.InterlockOpen(true);
 }
 
 void TSimLaser::Rise() {
@@ -143,6 +160,7 @@ void TSimLaser::Settle() {
   }
   if (!FShownLaser && Lit()) {
     FShownLaser = true;
+    FLitAtMs = FCore.Now();
     FCore.Event("laser", "beam lit");
     FCore.Signal(sgLaser, true);
   }

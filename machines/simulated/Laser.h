@@ -28,6 +28,9 @@ struct TEmissionScript {
   static TEmissionScript Never() { return {TMode::emNever, 0}; }
 };
 
+// What befalls a lit beam, once.
+enum class TLitFault : std::uint8_t { None, EmissionDrops, InterlockOpens, OffHangs };
+
 class TSimLaser final : public TNcLaser, public ISimPart {
  public:
   TSimLaser(TSimCore& core, const TSimConfig& config, std::uint64_t seed);
@@ -52,6 +55,8 @@ class TSimLaser final : public TNcLaser, public ISimPart {
 
   void SetEmissionScript(TEmissionScript script);
   void LoseEmission();  // the source drops emission by itself; it has to be asked for again
+  // While the beam is lit, kLitFaultMs after it came; or in the call that switches it off, which then takes kHangMs.
+  void PlanFault(TLitFault fault) { FFault = fault; }
 
   void Step(std::uint64_t nowMs) override;
   // Notices what the latch did since the last step; the core's lock is held.
@@ -59,7 +64,11 @@ class TSimLaser final : public TNcLaser, public ISimPart {
 
  private:
   static constexpr std::uint64_t kNever = std::numeric_limits<std::uint64_t>::max();
+  static constexpr std::uint64_t kLitFaultMs = 100;
+  static constexpr std::uint32_t kHangMs = 300;
 
+  void Drop() IXO_REQUIRES(FCore.Lock);
+  void Befall() IXO_REQUIRES(FCore.Lock);
   void Rise() IXO_REQUIRES(FCore.Lock);
   void Watch() IXO_REQUIRES(FCore.Lock);
 
@@ -72,6 +81,7 @@ class TSimLaser final : public TNcLaser, public ISimPart {
   std::atomic<bool> FEmission{false};
   std::atomic<bool> FAskLaser{false};
   std::atomic<bool> FAiming{false};
+  std::atomic<TLitFault> FFault{TLitFault::None};
   TSimRandom FRandom IXO_GUARDED_BY(FCore.Lock);
   TEmissionScript FScript IXO_GUARDED_BY(FCore.Lock);
   std::uint64_t FUpAtMs IXO_GUARDED_BY(FCore.Lock) = kNever;
@@ -79,6 +89,7 @@ class TSimLaser final : public TNcLaser, public ISimPart {
   bool FShownTrip IXO_GUARDED_BY(FCore.Lock) = false;
   bool FShownEmission IXO_GUARDED_BY(FCore.Lock) = false;
   bool FShownLaser IXO_GUARDED_BY(FCore.Lock) = false;
+  std::uint64_t FLitAtMs IXO_GUARDED_BY(FCore.Lock) = 0;  // since when it is shown
 };
 
 }  // namespace ixocamglue
