@@ -16,8 +16,6 @@
 
 namespace ixocamglue {
 
-inline constexpr std::int32_t nsCustomMotion = 204;
-
 enum class TMotionExecType : std::int8_t { metError = -1, metSuccess = -2, metStop = -3, metPause = -4, metAlarm = -5 };
 using enum TMotionExecType;
 

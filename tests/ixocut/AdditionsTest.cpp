@@ -55,6 +55,20 @@ const TProcedure kRound{"own-round",
                           return MakeRoot("own-round", calls);
                         }};
 
+// Waits for a follower, fitted or not.
+class TSmtFollowerWait : public TSmtAtomic {
+ public:
+  static constexpr std::string_view kClassName = "TSmtFollowerWait";
+  std::int32_t GetID() override { return 702; }
+  std::string GetDesc() override { return "wait for the follower"; }
+  TStepType DoMotion(std::int32_t) override { return Await(csbtFollower); }
+};
+
+const TProcedure kFollowerWait{
+    "own-wait", 702, {"等待", "wait for the follower"}, {}, {}, {}, [](TCustomMotionState* ctrl, const TMotionValues&) {
+      return MakeStep<TSmtFollowerWait>(ctrl);
+    }};
+
 class Additions : public testing::Test {
  protected:
   // In this process: what the program prints, errors behind the rest.
@@ -96,6 +110,13 @@ TEST_F(Additions, ARowOfOnesOwnIsMetEverywhere) {
     EXPECT_THAT(Ixocut({"sweep", "--procedure", name, "--budget-ms", "300"}), HasSubstr("violations: 0\n"));
   EXPECT_THAT(Ixocut({"run", "--help"}), HasSubstr("mark the plate"));
   EXPECT_EQ(FindProcedure("own-mark"), nullptr) << "the rows end with the program";
+}
+
+TEST_F(Additions, AStepThatWaitsForAFollowerThatIsNotFittedIsStoppedAndSaysWhy) {
+  const std::string file = State() + "/machine.xml";
+  std::ofstream(file) << R"(<MachineConfig><Simulator Follower="False"/></MachineConfig>)";
+  EXPECT_THAT(Ixocut({"run", "own-wait", "--machine", file, "--lang", "en"}, 1, {kFollowerWait}),
+              testing::AllOf(HasSubstr("waits for nothing"), HasSubstr("Stopped after 2")));
 }
 
 TEST_F(Additions, ARowThatCannotBeIsRefused) {

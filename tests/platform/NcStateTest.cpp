@@ -1,4 +1,5 @@
 // The state framework's loop, with scripted states on a virtual clock.
+#include <algorithm>
 #include <map>
 
 #include <gtest/gtest.h>
@@ -7,6 +8,7 @@
 #include "ixocamglue/platform/services/AppSys.h"
 #include "ixocamglue/platform/services/VirtualClock.h"
 #include "ixocamglue/platform/states/NcState.h"
+#include "ixocamglue/platform/states/NcStateTexts.h"
 #include "ixocamglue/support/Format.h"
 
 namespace ixocamglue::test {
@@ -188,6 +190,37 @@ TEST_F(StateFramework, EachBusyConditionWaitsForItsDevice) {
   State().SetBusyGas(-1);
   Pass();
   EXPECT_EQ(GStory.size(), 4u);
+}
+
+TEST_F(StateFramework, AProcedureThatWaitsForNothingIsStoppedWithTheCause) {
+  std::string cause;
+  GDo["step 1"] = [&] { cause = Framework->EndCause(); };
+  Enter();
+  Pass();  // its tick names nothing to wait for; the 20th pass asks for the stop
+  Pass(19);
+  EXPECT_EQ(GStory, (TTexts{"step 0", "stop exec"}));
+  Pass();
+  EXPECT_EQ(GStory.back(), "leave to 0");
+  EXPECT_EQ(cause, Show(SNcWedged, kState));
+
+  // One that polls, waits, or is about to change is not; nor is one that names its wait in between.
+  TDevice device;
+  GDo["step 0"] = [&] { State().EnsureBusySet(); };
+  Enter();
+  Pass(50);
+  GDo["step 0"] = [&] { State().SetBusy(device, -1); };
+  Pass(50);
+  GDo.erase("step 0");
+  for (int i = 0; i < 5; ++i) {
+    device.Busy = false;
+    Pass(19);
+    State().SetBusy(device, -1);
+    device.Busy = true;
+    Pass();
+  }
+  EXPECT_EQ(Framework->CurrentState(), kState);
+  EXPECT_EQ(std::ranges::count(GStory, "stop exec"), 0);
+  GDo.clear();  // before the framework's end
 }
 
 TEST_F(StateFramework, EveryEndingHasItsReasonAndStopComesFirst) {

@@ -8,11 +8,14 @@
 #include "ixocamglue/platform/ports/MotionDriver.h"
 #include "ixocamglue/platform/services/AppSys.h"
 #include "ixocamglue/platform/services/Log.h"
+#include "ixocamglue/platform/states/NcStateTexts.h"
 #include "ixocamglue/support/Faults.h"
 #include "ixocamglue/support/Format.h"
 
 namespace ixocamglue {
 namespace {
+
+constexpr std::uint32_t kWedgedPasses = 20;
 
 thread_local bool GOnStateThread = false;
 
@@ -191,6 +194,7 @@ std::uint32_t TNcStateFramework::RunOnce() {
     if (reason != srDone || BusyMet(reason)) Tick(reason);
     if (FChange) EndState(reason);
     if (FChange) Enter(*std::exchange(FChange, std::nullopt));
+    StopWhenWedged();
     EndStop();
   } catch (...) {  // nothing kills the state thread
     LogGuarded("RunOnce", std::current_exception());
@@ -218,6 +222,18 @@ void TNcStateFramework::EndStop() {
   TGuard guard(FLock);
   if (over) FStopping = FMail.Stop;  // another one may have come meanwhile
   FWatch.EndPosted.store(WhyEndPosted(), std::memory_order_release);
+}
+
+// A procedure that waits for nothing gets no further tick, and nobody would end it.
+void TNcStateFramework::StopWhenWedged() {
+  const std::int32_t state = CurrentState();
+  const bool runs = state == nsCustomMotion || state == nsZemGasAdjust;
+  if (!runs || Busy() != bkNone || ChangePending()) {
+    FWedgedPasses = 0;
+  } else if (++FWedgedPasses >= kWedgedPasses) {
+    FWedgedPasses = 0;
+    Stop(Show(SNcWedged, state));
+  }
 }
 
 std::int32_t TNcStateFramework::AbortReason(TMail& mail) {

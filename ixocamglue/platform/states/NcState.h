@@ -37,6 +37,7 @@ inline constexpr std::int32_t srAlarm = 4;
 inline constexpr std::int32_t srError = 5;  // a fault of a device or of the state itself, or a time limit
 
 inline constexpr std::int32_t nsStandby = 0;
+inline constexpr std::int32_t nsCustomMotion = 204;  // a motion procedure
 inline constexpr std::int32_t nsZemGasAdjust = 205;  // the gas calibration
 inline constexpr std::uint32_t kLoopDelayMs = 10;    // between two passes, unless the state asks for another
 
@@ -181,6 +182,7 @@ class TNcStateFramework {
   void EndState(std::int32_t reason);
   void EndStop();
   [[nodiscard]] const char* WhyEndPosted() const IXO_REQUIRES(FLock);
+  void StopWhenWedged();
   void Enter(TChange change);
   [[nodiscard]] bool Entered(TNcStateCtrl& next, const TChange& change);
   void SetBusyKind(TNcBusyKind kind, INcBusyDevice* device, std::int32_t limitMs);
@@ -214,6 +216,7 @@ class TNcStateFramework {
   INcBusyDevice* FBusyDevice = nullptr;
   std::uint64_t FBusyLimitAt = TNcSince::kNot;
   std::uint64_t FDelayUntil = 0;
+  std::uint32_t FWedgedPasses = 0;
   bool FStopTaken = false;
   bool FStopLeft = false;  // the state that the stop ends was left; in standby there is none
   bool FSafeLaser = false;
