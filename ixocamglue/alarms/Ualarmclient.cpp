@@ -21,6 +21,7 @@ void LogFailure(const char* what) {
 // --- TAlarmThread ---
 
 void TAlarmThread::Start() {
+  FSign.emplace("ixo-alarmclient", tkLog);
   FThread = std::thread([this] {
     pthread_setname_np(pthread_self(), "ixo-alarmclient");
     Execute();
@@ -34,8 +35,10 @@ void TAlarmThread::Stop() {
 
 void TAlarmThread::Execute() {
   do {
+    Beat();
     if (!FClient.RunPass()) {
       (void)Clock().Pause(FStop, kPassMs);
+      FSign->Park();
       return;
     }
   } while (!Clock().Pause(FStop, kPassMs));
@@ -57,6 +60,7 @@ bool TAlarmClient::RunPass() {
   for (int written = 0; FManager.Pop(this, msg);) {
     if (FThread.Terminated()) return true;
     Write(msg);
+    FThread.Beat();
     if (++written % kCommitEvery == 0) Commit();
   }
   Commit();

@@ -2,10 +2,12 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <thread>
 
 #include "ixocamglue/platform/alarms/Uqxncalarmsmanager.h"
 #include "ixocamglue/platform/ports/Alarmintf.h"
+#include "ixocamglue/platform/services/ThreadTable.h"
 
 namespace ixocamglue {
 
@@ -25,11 +27,15 @@ class TAlarmThread {
   void Start();
   void Stop();  // wakes the thread, and returns when it has ended
   [[nodiscard]] bool Terminated() const { return FStop.Asked(); }
+  void Beat() {
+    if (FSign) FSign->Beat();
+  }
 
  private:
   void Execute();
 
   TAlarmClient& FClient;
+  std::optional<TThreadSign> FSign;
   TStop FStop;
   std::thread FThread;
 };

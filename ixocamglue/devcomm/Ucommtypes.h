@@ -73,6 +73,8 @@ class INcThrdStateIntf {
   virtual void LockData() = 0;
   virtual void UnLockData() = 0;
   virtual void UpdateStatus() = 0;  // on the update thread, under the data lock
+  // What an operator knows the device by; asked on the update thread, before its first round.
+  [[nodiscard]] virtual std::string DeviceName() const { return "device"; }
 };
 
 // Appends the bytes of pairs of hexadecimal digits in either case. Shorter than 3 characters: nothing happens; a

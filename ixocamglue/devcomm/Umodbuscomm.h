@@ -55,6 +55,7 @@ class TModbusComm : public TDevDataCommBase, public INcAlarmSource20 {
   TStop Stop;
 
   [[nodiscard]] const std::string& IDName() const { return FIDName; }
+  [[nodiscard]] std::string DeviceName() const override { return FIDName; }
 
   // Empty, with a design fault, for another function and for function 6 without a value.
   [[nodiscard]] TBytes GenerateModbusBuf(std::uint8_t funcCode, std::uint16_t startAddr, std::uint16_t count,

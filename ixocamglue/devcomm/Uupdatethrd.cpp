@@ -8,7 +8,6 @@
 
 #include "ixocamglue/platform/services/AppSys.h"
 #include "ixocamglue/platform/services/Log.h"
-#include "ixocamglue/platform/states/NcWatch.h"
 #include "ixocamglue/support/Faults.h"
 
 namespace ixocamglue {
@@ -51,6 +50,7 @@ void TNcUpdateStateThrd::Stop() {
 
 bool TNcUpdateStateThrd::RunRound() {
   try {
+    if (FSign) FSign->Beat();
     if (FStateIntf && FStateIntf->TryLockData()) {
       const TUnlock unlock{*FStateIntf};
       FStateIntf->UpdateStatus();
@@ -63,7 +63,7 @@ bool TNcUpdateStateThrd::RunRound() {
       FLogFirstError = false;
     }
     FFailed.store(true, std::memory_order_release);
-    if (TNcWatch* watch = NcWatch()) watch->DeadDeviceThreads.fetch_add(1, std::memory_order_relaxed);
+    if (FSign) FSign->Failed();
     return false;
   }
 }
@@ -72,8 +72,10 @@ void TNcUpdateStateThrd::Execute() {
   constexpr char kName[] = "TNcUpdateStateThrd";
   pthread_setname_np(pthread_self(), std::string(kName, 15).c_str());  // the system takes no more
   FGate.wait(false, std::memory_order_acquire);
-  while (!FStop.Asked() && !Clock().Pause(FStop, Interval))
-    if (!RunRound()) break;
+  if (!FStop.Asked()) FSign.emplace(FStateIntf->DeviceName(), tkDevice);
+  bool good = true;
+  while (good && !FStop.Asked() && !Clock().Pause(FStop, Interval)) good = RunRound();
+  if (FSign && good) FSign->Park();
   FStateIntf = nullptr;
 }
 

@@ -13,11 +13,13 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <thread>
 #include <utility>
 
 #include "ixocamglue/devcomm/Ucommtypes.h"
 #include "ixocamglue/platform/services/Clock.h"
+#include "ixocamglue/platform/services/ThreadTable.h"
 #include "ixocamglue/support/Locks.h"
 
 namespace ixocamglue {
@@ -48,7 +50,8 @@ class TNcUpdateStateThrd {
  private:
   void Execute();
 
-  INcThrdStateIntf* FStateIntf;  // null once the thread has ended
+  INcThrdStateIntf* FStateIntf;      // null once the thread has ended
+  std::optional<TThreadSign> FSign;  // the thread's; a fault stands in it until the object is freed
   bool FLogFirstError = true;
   std::atomic<bool> FFailed{false};
   std::atomic<bool> FGate{false};

@@ -6,6 +6,7 @@
 
 #include "ixocamglue/platform/services/AppSys.h"
 #include "ixocamglue/platform/services/Log.h"
+#include "ixocamglue/platform/services/ThreadTable.h"
 #include "ixocamglue/support/Faults.h"
 
 namespace ixocamglue {
@@ -222,8 +223,11 @@ void TNcAlarmManager::Start() {
   if (FThread.joinable()) return;
   FStop = std::make_unique<TStop>();
   FThread = std::thread([this] {
-    pthread_setname_np(pthread_self(), "ixo-alarms");
+    constexpr const char* kName = "ixo-alarms";
+    pthread_setname_np(pthread_self(), kName);
+    TThreadSign sign(kName, tkOther);
     do {
+      sign.Beat();
       try {
         DrainOnce();
       } catch (...) {  // no memory for an event: the permissions that it changed stand

@@ -156,9 +156,12 @@ class TRealIcmp final : public TIcmpClient {
   };
 
   void Work() {
-    pthread_setname_np(pthread_self(), "ixo-ping");
+    constexpr const char* kName = "ixo-ping";
+    pthread_setname_np(pthread_self(), kName);
+    TThreadSign sign(kName, tkOther);
     for (;;) {
       TAsked asked;
+      sign.Park();
       {
         std::unique_lock lock(FLock);
         FWork.wait(lock, [this] { return FEnding || !FAsked.empty(); });
@@ -166,6 +169,7 @@ class TRealIcmp final : public TIcmpClient {
         asked = std::move(FAsked.front());
         FAsked.pop_front();
       }
+      sign.Beat();
       if (!PingAny(asked.Addresses, asked.TimeoutMs) && !FEnding) asked.NoReply();
     }
   }

@@ -70,6 +70,7 @@ void TLogService::PostDiag(TDiagLevel level, const char* category, const char* f
 std::size_t TLogService::DrainOnce() {
   std::size_t written = 0;
   for (;; ++written) {
+    if (FSign) FSign->Beat();
     {
       TGuard guard(FLock);
       if (FCount == 0) return written;
@@ -89,6 +90,7 @@ std::size_t TLogService::DrainOnce() {
 
 void TLogService::Start() {
   if (FThread.joinable()) return;
+  FSign.emplace("ixo-log", tkLog);
   FThread = std::thread([this] {
     pthread_setname_np(pthread_self(), "ixo-log");
     while (!Clock().Pause(FStop, kDrainEveryMs)) DrainOnce();

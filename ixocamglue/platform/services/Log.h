@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -15,6 +16,7 @@
 
 #include "ixocamglue/platform/ports/Installed.h"
 #include "ixocamglue/platform/services/Clock.h"
+#include "ixocamglue/platform/services/ThreadTable.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Locks.h"
 
@@ -85,7 +87,8 @@ class TLogService {
   std::vector<TLogRecord> FRing IXO_GUARDED_BY(FLock);  // slots keep their texts' capacity
   std::size_t FHead IXO_GUARDED_BY(FLock) = 0;
   std::size_t FCount IXO_GUARDED_BY(FLock) = 0;
-  TLogRecord FDraining;  // the draining thread's
+  TLogRecord FDraining;              // the draining thread's
+  std::optional<TThreadSign> FSign;  // the own thread's
   TStop FStop;
   std::thread FThread;
 };
