@@ -4,6 +4,7 @@
 #include <iterator>
 #include <optional>
 
+#include "controller/LeafWatch.h"
 #include "controller/Texts.h"
 #include "controller/alarms/AlarmPackage.h"
 #include "controller/gas/GasDescent.h"
@@ -76,13 +77,14 @@ struct TController::TParts {
   TJournal Journal;
 
   std::optional<TLibrary> Library;
+  std::optional<TLeafWatch> Leaf;
   std::optional<TNcStateFramework> Framework;
   std::optional<TAlarmPackage> Alarms;
   std::optional<TKeyCommands> Keys;
   std::unique_ptr<IMachine> Machine;
   std::optional<TSupervisor> Supervisor;
   std::optional<TRoundThread> MachineThread;
-  std::optional<TSupervisorThread> SupervisorThread;
+  std::optional<TRoundThread> SupervisorThread;
   std::optional<TNcStateThread> StateThread;
 };
 
@@ -104,7 +106,7 @@ TController::TController(TControllerOptions options)
     p.Machine->NoteState(to);
     if (p.OnState) p.OnState(from, to);
   });
-  if (FOptions.Supervisor) MakeSupervisor();
+  MakeSupervisor();
   if (!FOptions.AlarmDb.empty()) p.Alarms->OpenStore(FOptions.AlarmDb, FOptions.AlarmRetentionDays).OrThrow(pbUnusable);
 }
 
@@ -149,6 +151,12 @@ void TController::MakeMachine() {
 
 void TController::MakeSupervisor() {
   TParts& p = *FParts;
+  TMachineBounds machine;
+  std::vector<TProblem> wrong;  // the machine was made all the same, and a wrong section keeps its defaults
+  machine.Read(p.Config, wrong);
+  MotionState().AddObserver(p.Leaf.emplace(p.Framework->Watch(), machine));
+  if (!FOptions.Supervisor) return;
+  const auto fail = [&p](const std::string& reason) { p.Framework->Abort(srError, reason); };
   const auto alarm = [this](const std::string& reason) {
     RaiseAlarm({.IdPrefix = kSupervisorAlarmPrefix, .Desc = reason, .Id = 1, .Attrs = naForbidMove});
   };
@@ -157,12 +165,9 @@ void TController::MakeSupervisor() {
     TNcCutSystem* const cut = CutSystem();
     if (TNcLaser* const laser = cut ? cut->Laser() : nullptr) laser->Trip("supervisor");
   };
-  TMachineBounds machine;
-  std::vector<TProblem> wrong;  // the machine was made all the same, and a wrong section keeps its defaults
-  machine.Read(p.Config, wrong);
   p.Supervisor.emplace(
       p.Framework->Watch(), [&p] { return p.Framework->CurrentState(); }, machine,
-      TSupervisorActions{alarm, stop, latch});
+      TSupervisorActions{fail, alarm, stop, latch});
   if (p.Virtual) p.Virtual->Every(kSupervisorRoundMs, [&p](std::uint64_t nowMs) { p.Supervisor->Round(nowMs); });
 }
 
@@ -249,7 +254,9 @@ void TController::StartThreads() {
   p.Alarms->Start();
   p.MachineThread.emplace("ixo-machine", kMachineRoundMs, [&p](std::uint64_t nowMs) { p.Machine->CatchUp(nowMs); });
   p.StateThread.emplace(*p.Framework);
-  if (p.Supervisor) p.SupervisorThread.emplace(*p.Supervisor);
+  if (p.Supervisor)
+    p.SupervisorThread.emplace("ixo-supervisor", kSupervisorRoundMs,
+                               [&p](std::uint64_t nowMs) { p.Supervisor->Round(nowMs); });
 }
 
 void TController::StopThreads() { FParts->StateThread.reset(); }

@@ -33,6 +33,7 @@ inline constinit TText SAskedAlarm{"IxoCut", "SAskedAlarm", "命令行要求的�
 inline constinit TText SSignalStop{"IxoCut", "SSignalStop", "收到中断信号，停止执行"};
 
 inline constinit TText SWatchBusy{"IxoCut", "SWatchBusy", "等待条件已持续 %d 毫秒（上限 %d 毫秒）"};
+inline constinit TText SWatchLeaf{"IxoCut", "SWatchLeaf", "步骤 %d（%s）已等待 %d 毫秒（上限 %d 毫秒）"};
 inline constinit TText SWatchEmission{"IxoCut", "SWatchEmission", "请求开光闸 %d 毫秒后光闸仍未打开（上限 %d 毫秒）"};
 inline constinit TText SWatchLaser{"IxoCut", "SWatchLaser", "激光已持续打开 %d 毫秒（上限 %d 毫秒）"};
 inline constinit TText SWatchGas{"IxoCut", "SWatchGas", "气体已持续打开 %d 毫秒（上限 %d 毫秒）"};
@@ -41,6 +42,7 @@ inline constinit TText SWatchDark{"IxoCut", "SWatchDark", "%s，%d 毫秒后激�
 inline constinit TText SWatchEnding{"IxoCut", "SWatchEnding", "已要求停止"};
 inline constinit TText SWatchEmergency{"IxoCut", "SWatchEmergency", "急停"};
 inline constinit TText SWatchAlarm{"IxoCut", "SWatchAlarm", "监视：%s；报警"};
+inline constinit TText SWatchFail{"IxoCut", "SWatchFail", "监视：%s；执行出错结束"};
 inline constinit TText SWatchStop{"IxoCut", "SWatchStop", "监视：%s；停止执行"};
 inline constinit TText SWatchLatch{"IxoCut", "SWatchLatch", "监视：%s；锁定激光，需手动复位"};
 
@@ -61,12 +63,13 @@ inline constinit TText SPlotEnd{"IxoCut", "SPlotEnd", "终点"};
 inline constinit TText SPlotBeam{"IxoCut", "SPlotBeam", "出光"};
 inline constinit TText SPlotProcedure{"IxoCut", "SPlotProcedure", "工艺过程"};
 
-inline constexpr auto kHostTexts = TextList(
-    SRowState, SRowEmission, SRowLaser, SRowGas, SShotTitle, SShotEnded, SShotTooEarly, SShotNotDark, SEndSuccess,
-    SEndStopped, SEndPaused, SEndAlarm, SEndError, SEndRefused, SEndNever, SAskedAlarm, SSignalStop, SWatchBusy,
-    SWatchEmission, SWatchLaser, SWatchGas, SWatchBeat, SWatchDark, SWatchEnding, SWatchEmergency, SWatchAlarm,
-    SWatchStop, SWatchLatch, SLinesDropped, SRunSteps, SRunPath, SRunStillOn, SRunFailed, SRunFailedAt, SRowOutput,
-    SRowFollow, SPlotPath, SPlotZ, SPlotSignals, SPlotStart, SPlotEnd, SPlotBeam, SPlotProcedure);
+inline constexpr auto kHostTexts =
+    TextList(SRowState, SRowEmission, SRowLaser, SRowGas, SShotTitle, SShotEnded, SShotTooEarly, SShotNotDark,
+             SEndSuccess, SEndStopped, SEndPaused, SEndAlarm, SEndError, SEndRefused, SEndNever, SAskedAlarm,
+             SSignalStop, SWatchBusy, SWatchLeaf, SWatchEmission, SWatchLaser, SWatchGas, SWatchBeat, SWatchDark,
+             SWatchEnding, SWatchEmergency, SWatchAlarm, SWatchFail, SWatchStop, SWatchLatch, SLinesDropped, SRunSteps,
+             SRunPath, SRunStillOn, SRunFailed, SRunFailedAt, SRowOutput, SRowFollow, SPlotPath, SPlotZ, SPlotSignals,
+             SPlotStart, SPlotEnd, SPlotBeam, SPlotProcedure);
 
 // Milliseconds for a %d.
 [[nodiscard]] inline int ShownMs(std::uint64_t ms) {

@@ -1,12 +1,15 @@
 #include "controller/Supervisor.h"
 
 #include <algorithm>
+#include <cmath>
 #include <pthread.h>
 #include <utility>
 
 #include "controller/HostTexts.h"
+#include "ixocamglue/motion/Ustatemotion.h"
 #include "ixocamglue/platform/services/AppSys.h"
 #include "ixocamglue/platform/services/Log.h"
+#include "ixocamglue/platform/services/ThreadTable.h"
 #include "ixocamglue/platform/states/BeamWatch.h"
 #include "ixocamglue/platform/states/NcState.h"
 #include "ixocamglue/support/Faults.h"
@@ -14,6 +17,15 @@
 
 namespace ixocontroller {
 namespace {
+
+constexpr double kWayMm = 0.1;  // less is no way that an axis makes
+
+// The text of a command, or nothing for a step that has no number in the table.
+std::string TextOf(std::int32_t command) {
+  for (const TMotionCommand& known : MotionCommands())
+    if (known.Command == command) return known.Desc->Get();
+  return {};
+}
 
 void LogFault(const char* where, const std::exception_ptr& error) {
   try {
@@ -28,17 +40,18 @@ TSupervisor::TSupervisor(const TNcWatch& watch, std::function<std::int32_t()> st
                          TSupervisorActions actions)
     : FWatch(watch),
       FState(std::move(state)),
-      FLimits(machine.Supervisor),
-      FEmissionMs(machine.Laser.EmissionOnDelay + machine.Supervisor.EmissionExtraMs),
+      FLimits(machine.Supervisor.InForce()),
+      FEmissionMs(machine.Laser.EmissionOnDelay + FLimits.EmissionExtraMs),
       FActions(std::move(actions)) {}
 
 void TSupervisor::Round(std::uint64_t nowMs) {
   WatchBeam(nowMs);
-  const auto reason = Broken(nowMs);
-  if (!reason)
+  SeeProgress(nowMs);
+  const auto broken = Broken(nowMs);
+  if (!broken)
     FRung = TRung::Watching;
   else if (FRung == TRung::Watching || nowMs >= FNextAt)
-    Climb(*reason, nowMs);
+    Climb(*broken, nowMs);
 }
 
 void TSupervisor::EmergencyStop() { LatchAndStop(SWatchEmergency.Get()); }
@@ -71,25 +84,55 @@ void TSupervisor::WatchBeam(std::uint64_t nowMs) {
   LatchAndStop(Show(SWatchDark, why.c_str(), static_cast<int>(kDarkWithinMs)));
 }
 
-std::optional<std::string> TSupervisor::Broken(std::uint64_t nowMs) const {
-  const auto over = [](const TText& text, std::uint64_t lasted, std::int32_t limitMs) -> std::optional<std::string> {
+// While the beam is asked for, a head that moves keeps no wait alive.
+void TSupervisor::SeeProgress(std::uint64_t nowMs) {
+  if (FWatch.LaserAsked.Runs() || FWatch.EmissionAsked.Runs()) return;
+  std::array<double, kWatchAxes> pos{};
+  bool made = false;
+  for (std::size_t axis = 0; axis < pos.size(); ++axis) {
+    pos[axis] = FWatch.Pos[axis].load(std::memory_order_acquire);
+    made = made || std::abs(pos[axis] - FPos[axis]) > kWayMm;
+  }
+  if (!made) return;
+  FPos = pos;
+  FWayMadeAt = nowMs;
+}
+
+std::optional<TSupervisor::TBroken> TSupervisor::Broken(std::uint64_t nowMs) const {
+  const auto over = [](const TText& text, std::uint64_t lasted, std::int32_t limitMs) -> std::optional<TBroken> {
     const auto limit = static_cast<std::uint64_t>(std::max(limitMs, 0));
     if (lasted <= limit) return std::nullopt;
-    return Show(text, ShownMs(lasted), ShownMs(limit));
+    return TBroken{Show(text, ShownMs(lasted), ShownMs(limit))};
   };
   // A beat is younger than `nowMs` when it came while this round was on its way.
   const std::uint64_t beat = FWatch.BeatMs.load(std::memory_order_acquire);
   const std::uint64_t silent = FState() == nsStandby || beat > nowMs ? 0 : nowMs - beat;
   const std::uint64_t absent = FWatch.EmissionOn.Runs() ? 0 : FWatch.EmissionAsked.LastedMs(nowMs);
 
-  if (auto text = over(SWatchBeat, silent, FLimits.HeartbeatLimitMs)) return text;
-  if (auto text = over(SWatchLaser, FWatch.LaserOn.LastedMs(nowMs), FLimits.LaserOnLimitMs)) return text;
-  if (auto text = over(SWatchEmission, absent, FEmissionMs)) return text;
-  if (auto text = over(SWatchBusy, FWatch.BusySince.LastedMs(nowMs), FLimits.BusyLimitMs)) return text;
+  if (auto broken = over(SWatchBeat, silent, FLimits.HeartbeatLimitMs)) return broken;
+  if (auto broken = over(SWatchLaser, FWatch.LaserOn.LastedMs(nowMs), FLimits.LaserOnLimitMs)) return broken;
+  if (auto broken = over(SWatchEmission, absent, FEmissionMs)) return broken;
+  if (FWatch.LeafSince.Runs()) {
+    if (auto broken = WaitTooLong(nowMs)) return broken;
+  } else if (auto broken = over(SWatchBusy, FWatch.BusySince.LastedMs(nowMs), FLimits.BusyLimitMs)) {
+    return broken;
+  }
   return over(SWatchGas, FWatch.GasOn.LastedMs(nowMs), FLimits.GasOnLimitMs);
 }
 
-void TSupervisor::Climb(const std::string& reason, std::uint64_t nowMs) {
+std::optional<TSupervisor::TBroken> TSupervisor::WaitTooLong(std::uint64_t nowMs) const {
+  // From the limit upwards, as TNcWatch says.
+  const std::uint64_t limit = FWatch.LeafLimitMs.load(std::memory_order_acquire);
+  const TNcLeafWait wait = FWatch.LeafWait.load(std::memory_order_acquire);
+  std::uint64_t lasted = FWatch.LeafSince.LastedMs(nowMs);
+  if (wait == lwMoves) lasted = std::min(lasted, nowMs - FWayMadeAt);
+  if (lasted <= limit) return std::nullopt;
+  const std::int32_t leaf = FWatch.Leaf.load(std::memory_order_acquire);
+  return TBroken{Show(SWatchLeaf, leaf, TextOf(leaf).c_str(), ShownMs(lasted), ShownMs(limit)), wait == lwCalibrates};
+}
+
+void TSupervisor::Climb(const TBroken& broken, std::uint64_t nowMs) {
+  const std::string& reason = broken.Reason;
   const auto act = [&](TRung rung, const TText& line, const std::function<void(const std::string&)>& action) {
     FRung = rung;
     FNextAt = nowMs + static_cast<std::uint64_t>(std::max(FLimits.StepMs, 0));
@@ -101,7 +144,9 @@ void TSupervisor::Climb(const std::string& reason, std::uint64_t nowMs) {
     }
   };
   switch (FRung) {
-    case TRung::Watching: return act(TRung::Alarmed, SWatchAlarm, FActions.Alarm);
+    case TRung::Watching:
+      return broken.Fails ? act(TRung::Alarmed, SWatchFail, FActions.Fail)
+                          : act(TRung::Alarmed, SWatchAlarm, FActions.Alarm);
     case TRung::Alarmed: return act(TRung::Stopped, SWatchStop, FActions.Stop);
     case TRung::Stopped: return act(TRung::Latched, SWatchLatch, FActions.Latch);
     case TRung::Latched: return;
@@ -111,7 +156,9 @@ void TSupervisor::Climb(const std::string& reason, std::uint64_t nowMs) {
 TRoundThread::TRoundThread(const char* name, std::uint32_t periodMs, std::function<void(std::uint64_t)> round)
     : FThread([this, name, periodMs, call = std::move(round)] {
         pthread_setname_np(pthread_self(), name);
+        TThreadSign sign(name, tkOther);
         do {
+          sign.Beat();
           try {
             call(Clock().MonotonicMs());
           } catch (...) {

@@ -5,6 +5,7 @@
 // from its actions a round reads atomics only, so nothing that hangs can hold it up. Times are monotonic ms.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -20,6 +21,7 @@ using namespace ixocamglue;
 
 // Called with the reason, an operator text. What one throws is logged and changes nothing.
 struct TSupervisorActions {
+  std::function<void(const std::string& reason)> Fail;   // ends the procedure with an error
   std::function<void(const std::string& reason)> Alarm;  // raises an alarm that ends the procedure
   std::function<void(const std::string& reason)> Stop;   // stops the procedure
   std::function<void(const std::string& reason)> Latch;  // laser and emission off until reset by hand
@@ -31,7 +33,7 @@ inline constexpr const char* kSupervisorAlarmPrefix = "TPSupervisor";
 
 //   something is broken     | since    | action
 //   ------------------------+----------+--------
-//   first seen              | 0        | Alarm
+//   first seen              | 0        | Alarm; Fail, when what has failed is a height calibration
 //   still, or another thing | StepMs   | Stop
 //   still, or another thing | 2 StepMs | Latch
 //   nothing any more        |          | the next time starts with Alarm again
@@ -50,25 +52,34 @@ class TSupervisor {
  private:
   enum class TRung : std::uint8_t { Watching, Alarmed, Stopped, Latched };
 
-  [[nodiscard]] std::optional<std::string> Broken(std::uint64_t nowMs) const;
-  void Climb(const std::string& reason, std::uint64_t nowMs);
+  struct TBroken {
+    std::string Reason;
+    bool Fails = false;  // no alarm: the procedure ends with an error
+  };
+  [[nodiscard]] std::optional<TBroken> Broken(std::uint64_t nowMs) const;
+  [[nodiscard]] std::optional<TBroken> WaitTooLong(std::uint64_t nowMs) const;
+  void SeeProgress(std::uint64_t nowMs);
   void WatchBeam(std::uint64_t nowMs);
   void LatchAndStop(const std::string& reason);
+  void Climb(const TBroken& broken, std::uint64_t nowMs);
 
   // constant after construction
   const TNcWatch& FWatch;
   const std::function<std::int32_t()> FState;
-  const TSupervisorConfig FLimits;
-  const std::int32_t FEmissionMs;  // emission asked for and absent: this long
+  const TSupervisorConfig FLimits;  // in force
+  const std::int32_t FEmissionMs;   // emission asked for and absent: this long
   const TSupervisorActions FActions;
 
   TRung FRung = TRung::Watching;
   std::uint64_t FNextAt = 0;  // when the next rung is due
   TNcSince FBeamCause;        // seen by the rounds
   bool FBeamAnswered = false;
+  std::array<double, kWatchAxes> FPos{};  // when an axis last made way
+  std::uint64_t FWayMadeAt = 0;
 };
 
-// Calls `round` with the monotonic time every `periodMs` until destroyed. What a round throws is logged.
+// Calls `round` with the monotonic time every `periodMs` until destroyed, and gives a sign of life with each round.
+// What a round throws is logged.
 class TRoundThread {
  public:
   // `name`: at most 15 characters.
@@ -80,13 +91,6 @@ class TRoundThread {
  private:
   TStop FStop;
   std::thread FThread;
-};
-
-class TSupervisorThread : public TRoundThread {
- public:
-  explicit TSupervisorThread(TSupervisor& supervisor)
-      : TRoundThread("ixo-supervisor", kSupervisorRoundMs,
-                     [&supervisor](std::uint64_t now) { supervisor.Round(now); }) {}
 };
 
 }  // namespace ixocontroller

@@ -123,6 +123,8 @@ class TStateMotion : public IStateMotion {
   void CheckNewAlarm(const TNcAlarmRecord& alarm, bool& isAlarm) override;
   void UpdateThread(std::uint32_t& loopDelay) override;
   virtual bool InitParams(std::span<const TStepParam> params);
+  // How long its wait may last, as the step itself carries it, in ms; -1: it carries no such time.
+  [[nodiscard]] virtual std::int64_t OwnWaitMs() const { return -1; }
 
   [[nodiscard]] virtual TStateMotion* GetCurMotion() { return this; }
   [[nodiscard]] virtual std::string_view ClassName() const = 0;

@@ -1,6 +1,7 @@
 // Steps for the assist gas, a fixed delay, and an output with the input that answers it. State thread.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 
 #include "ixocamglue/motion/Usteptree.h"
@@ -11,6 +12,7 @@ namespace ixocamglue {
 class TSmtDelay : public TSmtCommand<612> {
  public:
   TStepType DoMotion(std::int32_t reason) override;
+  [[nodiscard]] std::int64_t OwnWaitMs() const override { return FDelay; }
   void SetDelay(std::uint32_t ms) { FDelay = ms; }  // survives ResetParams
   [[nodiscard]] std::uint32_t GetDelay() const { return FDelay; }
 
@@ -41,6 +43,7 @@ class TSmtWaitInport : public TSmtCommand<176> {
   TStepType DoMotion(std::int32_t reason) override;
   void ResetParams() override;
   void DoLeaveMotion() override;
+  [[nodiscard]] std::int64_t OwnWaitMs() const override { return std::max(FWaitTime, 0); }
 
   std::int32_t FOutport = -1;     // -1: none, and then nothing is waited for
   std::int32_t FWaitTime = 1;     // ms

@@ -60,6 +60,16 @@ std::optional<std::string> ForeignValue(const TMachineConfig& config, const std:
   return text;
 }
 
+// The supervisor's values that the file leaves to their defaults.
+std::string Defaulted(const TMachineConfig& config) {
+  const TConfigSection section = config.Root().Child("Supervisor");
+  std::string text;
+  for (const TSupervisorConfig::TRow& row : TSupervisorConfig::Rows())
+    if (TrimXml(section.GetText(row.Name.Text, "")).empty())
+      text += Format("%s%s %d", text.empty() ? "" : ", ", std::string(row.Name.Text).c_str(), row.Default);
+  return text;
+}
+
 }  // namespace
 
 TWholeConfig::TWholeConfig() {
@@ -95,6 +105,8 @@ int RunConfigCheck(const std::filesystem::path& file, bool all, std::ostream& ou
     if (!finding.Foreign || all)
       out << file.string() << ':' << finding.Place << ": " << finding.Path << ": " << finding.Text << '\n';
   }
+  if (const std::string values = Defaulted(machine.Config()); !values.empty())
+    out << file.string() << ": Supervisor: not given, the default is in force: " << values << '\n';
   if (faults != 0) return kExitOtherwise;
   out << file.string() << ": nothing wrong";
   if (foreign != 0)

@@ -57,7 +57,10 @@ TResult<> TSimMachine::Connect() {
   FCore.DeviceAlarms.AddTo(FContext.Alarms);
   FGate.OnAnswer([this](const char* device, bool works) { FCore.DeviceAlarms.Communication(device, works); });
   if (FContext.Clock)
-    FClockHandle = FContext.Clock->OnStep([this](std::uint64_t nowMs) { const TSimScope scope(FCore, nowMs); });
+    FClockHandle = FContext.Clock->OnStep([this](std::uint64_t nowMs) {
+      const TSimScope scope(FCore, nowMs);
+      TellWatch();
+    });
   return {};
 }
 
@@ -97,6 +100,18 @@ void TSimMachine::KeyUp(std::int32_t command, std::int32_t param) {
 void TSimMachine::CatchUp(std::uint64_t nowMs) {
   const TSimScope scope(FCore, nowMs);
   FLaser.Settle();  // the latch looks at the alarms
+  TellWatch();
+}
+
+void TSimMachine::TellWatch() {
+  const auto tell = [this](TNcWatchAxis axis, double mm) {
+    FContext.Framework.Watch().Pos[axis].store(mm, std::memory_order_release);
+  };
+  tell(waX, FMotion.Pos().X);
+  tell(waY, FMotion.Pos().Y);
+  tell(waZ, FConfig.Physics.Follower ? FFollower.Z() : FMotion.Z());
+  if (FSecondFollower) tell(waZ2, FSecondFollower->Z());
+  tell(waFocus, FHead.Focus());
 }
 
 void TSimMachine::NoteState(std::int32_t state) {

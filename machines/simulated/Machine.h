@@ -81,6 +81,8 @@ class TSimMachine final : public IMachine, public TNcCutSystem {
   [[nodiscard]] const TSimConfig& Config() const { return FConfig; }
 
  private:
+  void TellWatch() IXO_REQUIRES(FCore.Lock);  // where the axes are
+
   const TMachineContext FContext;
   const TSimConfig FConfig;
   const TSimParts FParts;

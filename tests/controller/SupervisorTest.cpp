@@ -7,7 +7,9 @@
 #include "controller/Supervisor.h"
 #include "controller/procedures/Timeline.h"
 #include "fixture/Faults.h"
-#include "ixocamglue/motion/Umotioncontroller.h"
+#include "fixture/Machine.h"
+#include "ixocamglue/config/Uassistconfig.h"
+#include "ixocamglue/motion/Ustatemotion.h"
 #include "ixocamglue/platform/services/Locale.h"
 #include "ixocamglue/platform/states/NcState.h"
 #include "ixocamglue/support/Format.h"
@@ -20,9 +22,9 @@ constexpr std::uint64_t kStart = 1'000'000;
 
 class Supervisor : public testing::Test {
  protected:
-  // Rounds every 20 ms up to `untilMs` after kStart, with a state thread that lives unless it is said to be silent.
+  // Rounds every 20 ms up to `untilMs` after FStart, with a state thread that lives unless it is said to be silent.
   void RunUntil(std::uint64_t untilMs) {
-    for (; FNow <= kStart + untilMs; FNow += kSupervisorRoundMs) {
+    for (; FNow <= FStart + untilMs; FNow += kSupervisorRoundMs) {
       if (!FSilent) FWatch.BeatMs = FNow;
       FSupervisor.Round(FNow);
     }
@@ -30,15 +32,16 @@ class Supervisor : public testing::Test {
   TSupervisorActions Actions() {
     const auto tell = [this](const char* what) {
       return [this, what](const std::string&) {
-        FStory.push_back(Format("%s %d", what, static_cast<int>(FNow - kStart)));
+        FStory.push_back(Format("%s %d", what, static_cast<int>(FNow - FStart)));
         if (FActionThrows) throw std::runtime_error("action");
       };
     };
-    return {tell("alarm"), tell("stop"), tell("latch")};
+    return {tell("fail"), tell("alarm"), tell("stop"), tell("latch")};
   }
 
   TNcWatch FWatch;
   std::int32_t FState = nsCustomMotion;
+  std::uint64_t FStart = kStart;
   std::uint64_t FNow = kStart;
   bool FSilent = false;
   bool FActionThrows = false;
@@ -76,6 +79,142 @@ TEST_F(Supervisor, WhateverLastsTooLongGetsAlarmThenStopThenLatch) {
                               Format("latch %d", c.FirstMs + 2000)}))
         << c.What;
   }
+}
+
+TEST_F(Supervisor, AStepCountsFromItsStartOrFromTheLastWayOfAnAxisUnlessTheBeamIsAskedFor) {
+  const struct {
+    const char* What;
+    TNcLeafWait Wait;
+    bool Moves, Beam;
+    TTexts Story;
+  } cases[] = {
+      {"polls", lwPlain, false, false, {"alarm 60020", "stop 61020", "latch 62020"}},
+      {"moves no axis", lwMoves, false, false, {"alarm 60020", "stop 61020", "latch 62020"}},
+      {"moves", lwMoves, true, false, {}},
+      {"moves under the beam", lwMoves, true, true, {"alarm 60020", "stop 61020", "latch 62020"}},
+      {"delays while an axis moves", lwPlain, true, false, {"alarm 60020", "stop 61020", "latch 62020"}},
+      {"calibrates", lwCalibrates, true, false, {"fail 60020", "stop 61020", "latch 62020"}},
+  };
+  for (const auto& c : cases) {
+    FStory.clear();
+    FStart = FNow;
+    TNcWatch& watch = FWatch;
+    c.Beam ? watch.LaserAsked.Begin(FStart) : watch.LaserAsked.End();
+    watch.LeafSince.Restart(FStart);
+    watch.LeafWait = c.Wait;
+    watch.LeafLimitMs = 60'000;
+    for (std::uint64_t ms = 0; ms < 64'000; ms += 1000) {  // 0.11 mm per 5 s
+      watch.BusySince.Restart(FNow);                       // it polls
+      if (c.Moves && ms % 5000 == 0) watch.Pos[waFocus] = watch.Pos[waFocus] + 0.11;
+      RunUntil(ms + 999);
+    }
+    EXPECT_EQ(FStory, c.Story) << c.What;
+  }
+  // Trembling is no way.
+  FStory.clear();
+  FStart = FNow;
+  FWatch.LaserAsked.End();
+  FWatch.LeafWait = lwMoves;
+  FWatch.LeafSince.Restart(FStart);
+  for (std::uint64_t ms = 0; ms <= 60'020; ms += 20) {
+    FWatch.Pos[waX] = ms % 40 == 0 ? 0.0 : 0.09;
+    RunUntil(ms);
+  }
+  EXPECT_EQ(FStory, TTexts{"alarm 60020"});
+}
+
+// How long each step may wait, as the supervisor is told while it stands.
+class Leaves : public TMachineTest {
+ protected:
+  // The limit while the command waits, and how it is counted.
+  std::string Limit(std::int32_t command, const std::function<void(TStateMotion&)>& configure = {}) {
+    TNcWatch& watch = Framework().Watch();
+    std::uint64_t limit = 0;
+    TNcLeafWait wait = lwPlain;
+    StartSequence({{command, "step", configure}});
+    while (Framework().CurrentState() == nsCustomMotion && VirtualMs() < 10'000'000) {
+      if (watch.Leaf == command && (limit == 0 || Framework().Busy() != bkEnsure)) {
+        limit = watch.LeafLimitMs;
+        wait = watch.LeafWait;
+      }
+      FController.RunPass();
+    }
+    EXPECT_FALSE(watch.LeafSince.Runs()) << command;
+    return Format("%d %d", static_cast<int>(limit), static_cast<int>(wait));
+  }
+  std::uint64_t VirtualMs() { return FController.VirtualClock()->MonotonicMs(); }
+};
+
+TEST_F(Leaves, HaveALimitByWhatTheyWaitFor) {
+  EXPECT_EQ(Limit(131, [](auto& s) { dynamic_cast<TSmtMoveToXY&>(s).FTarget = {50, 50}; }), "600000 1");
+  EXPECT_EQ(Limit(136, [](auto& s) { dynamic_cast<TSmtSafeMoveToZ&>(s).FTargetZ = 20; }), "60000 1");
+  EXPECT_EQ(Limit(154), "60000 1");
+  EXPECT_EQ(Limit(134), "60000 1");
+  EXPECT_EQ(Limit(421, [](auto& s) { dynamic_cast<TSmtMoveToF&>(s).FFocus = 3; }), "60000 1");
+  EXPECT_EQ(Limit(151), "60000 2");
+  EXPECT_EQ(Limit(141, [](auto& s) { dynamic_cast<TSmtGasOnState&>(s).FGasBranch = 1; }), "10000 0");
+  EXPECT_EQ(Limit(142), "10000 0");
+  EXPECT_EQ(Limit(612, [](auto& s) { dynamic_cast<TSmtDelay&>(s).SetDelay(20'000); }), "25000 0");
+  EXPECT_EQ(Limit(176,
+                  [](auto& s) {
+                    auto& wait = dynamic_cast<TSmtWaitInport&>(s);
+                    wait.FOutport = 1;
+                    wait.FWaitInport = 1;
+                    wait.FInportLogic = true;
+                    wait.FWaitTime = 700;
+                  }),
+            "5700 0");
+  EXPECT_EQ(Limit(518), "6000 0");
+}
+
+class SupervisedRun : public testing::Test {
+ protected:
+  // Outcome, cause, and how long the procedure stood.
+  std::string Run(const std::function<TStepPtr()>& make, const char* fault = nullptr) {
+    TController controller(
+        {.Machines = {SimulatedMachine()}, .MachineFile = ShareFolder() / "machines" / "machine.xml"});
+    const auto before = FCaliRstCfg->Count();
+    if (fault) controller.Machine().Inject(fault);
+    controller.RunFor(100);
+    const std::uint64_t start = controller.VirtualClock()->MonotonicMs();
+    if (!controller.Start(ShareRoot(make()))) return "refused";
+    if (!controller.RunToEnd(36'000'000)) return "for ever";
+    const auto lasted = controller.VirtualClock()->MonotonicMs() - start;
+    controller.RunFor(50);
+    const auto shown = controller.Machine().Snapshot();
+    FSettled = !shown.Gas && !shown.Moving() && !shown.Calibrating;
+    FResults = FCaliRstCfg->Count() - before;
+    const TMotionOutcome& outcome = controller.MotionState().Outcome();
+    FCause = outcome.Cause;
+    return Format("%d after %d s", static_cast<int>(outcome.Type), static_cast<int>(lasted / 1000));
+  }
+  std::string FCause;
+  bool FSettled = false;
+  std::int32_t FResults = 0;
+};
+
+TEST_F(SupervisedRun, AStepThatPollsForEverEndsAndItsGasIsClosed) {
+  const TMotionCall calls[] = {{FindProcedure(141), {1.0, 2.0}, {}}, {FindProcedure(519), {}, {}}};
+  EXPECT_EQ(Run([&] { return MakeRoot("root", calls); }), Format("%d after 6 s", static_cast<int>(metAlarm)));
+  EXPECT_TRUE(FSettled);
+}
+
+TEST_F(SupervisedRun, AHeightCalibrationOverItsLimitFailsWithTheHeadStoppedAndNothingInTheList) {
+  EXPECT_EQ(Run([] { return MakeStep<TSmtSimpleAutoCaliState>(nullptr); }, "follower.calibration-stuck"),
+            Format("%d after 60 s", static_cast<int>(metError)));
+  EXPECT_THAT(FCause, testing::HasSubstr("60000"));
+  EXPECT_TRUE(FSettled);
+  EXPECT_EQ(FResults, 0);
+}
+
+TEST_F(SupervisedRun, ALongLubricationIsLeftAlone) {
+  const auto make = [] {
+    auto curve = MakeStepOf<TSmtLubricateCurve>(nullptr);
+    curve->FCount = 6;
+    curve->FSpeed = 100.0;
+    return curve;
+  };
+  EXPECT_THAT(Run(make), testing::StartsWith(Format("%d after 11", static_cast<int>(metSuccess))));  // 1100 s
 }
 
 TEST_F(Supervisor, WhatIsGoodAgainStartsTheLadderAnew) {

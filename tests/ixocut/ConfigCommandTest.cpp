@@ -83,6 +83,7 @@ TEST_F(ConfigCommand, CheckNamesEachFaultWithItsPlace) {
       {"<CloudCut ", "<CloudCut/><CloudCut ", "there already"},
       {"Row=\"0\" Col=\"1\"", "Row=\"0\" Col=\"7\"", "7 is outside the grid (ColCount is 2)"},
       {"StepMs=\"1000\"", "StepMs=\"5\"", "Supervisor/StepMs: \"5\", outside 20 to 60000"},
+      {"MoveLimitMs=\"600000\"", "MoveLimitMs=\"99\"", "Supervisor/MoveLimitMs: \"99\", outside 100 to 86400000"},
       {"EmissionJitterMs=", "EmisionJitterMs=", "unknown name; did you mean EmissionJitterMs?"},
       {"HighJogSpeed=\"200\"", "HighJogSped=\"200\"", "JogXY/HighJogSped: unknown name; did you mean HighJogSpeed?"},
       {"KeyDef14=\"5\"", "KeyDef14=\"five\"", "KeyDefinition/KeyDef14: \"five\" is no Integer"},
@@ -108,6 +109,18 @@ TEST_F(ConfigCommand, CheckNamesEachFaultWithItsPlace) {
   EXPECT_EQ(Out.str().find("SomethingElse"), std::string::npos);
   EXPECT_EQ(Check(true), 0);
   EXPECT_NE(Out.str().find("SomethingElse: unknown section"), std::string::npos);
+}
+
+TEST_F(ConfigCommand, ALimitOfTheSupervisorThatIsAbsentOrTooShortHasItsDefault) {
+  EXPECT_EQ(Check(), 0);
+  EXPECT_EQ(Out.str().find("default"), std::string::npos) << Out.str();
+  Replace("FollowerLimitMs=\"60000\"", "");
+  Replace("CalibrationLimitMs=\"60000\"", "CalibrationLimitMs=\"99\"");
+  EXPECT_EQ(Check(), 1);
+  EXPECT_NE(Out.str().find("Supervisor: not given, the default is in force: FollowerLimitMs 60000\n"),
+            std::string::npos)
+      << Out.str();
+  EXPECT_EQ(Ixocut("run delay --ms 200"), 0);  // no reason to refuse the machine
 }
 
 TEST_F(ConfigCommand, ABranchThatStatesNoLimitOrZeroHas16BarEverywhereAndItsFileStays) {

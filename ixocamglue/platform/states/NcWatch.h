@@ -2,6 +2,7 @@
 // supervisor. Written by the state framework and by the device adapters, read by anyone; nobody waits for anybody.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 
@@ -36,6 +37,16 @@ class TNcSince {
   std::atomic<std::uint64_t> FSince{kNot};
 };
 
+// What counts against the limit of a step that waits, and what it comes to.
+enum class TNcLeafWait : std::uint8_t {
+  lwPlain,       // the time since its start
+  lwMoves,       // the time since its start, or since an axis last made way
+  lwCalibrates,  // the time since its start; past the limit the calibration has failed
+};
+using enum TNcLeafWait;
+
+enum TNcWatchAxis : std::uint8_t { waX, waY, waZ, waZ2, waFocus, kWatchAxes };
+
 struct TNcWatch {
   // The state thread's last sign of life: every pass, and every device call that it makes.
   std::atomic<std::uint64_t> BeatMs{0};
@@ -45,8 +56,6 @@ struct TNcWatch {
   std::atomic<std::uint32_t> DarkDemandedInPass{0};
   std::atomic<TNcBusyKind> Busy{bkNone};
   TNcSince BusySince;
-  // Update threads of device objects that a fault has ended.
-  std::atomic<std::uint32_t> DeadDeviceThreads{0};
   // Why nothing may be lit any more although the state still runs, a literal: a stop, an abort or an alarm that ends it
   // is posted and not yet carried out. Null: nothing of the kind.
   std::atomic<const char*> EndPosted{nullptr};
@@ -55,10 +64,6 @@ struct TNcWatch {
   TNcSince LaserOn, LaserAsked, EmissionAsked, EmissionOn, GasOn;
   std::atomic<bool> EmissionLost{false};  // it was confirmed and went, and has not been asked for since
   std::atomic<bool> BeamRefused{false};   // laser or emission was asked for and refused; until the watch has seen it
-  // The step that a procedure stands in: its command number, and since when. Kept by who observes procedures; it does
-  // not run where nobody does.
-  std::atomic<std::int32_t> Leaf{0};
-  TNcSince LeafSince;
 
   // --- for the laser's adapter; any thread, one at a time ---
   // With each EmissionOn and SwitchLaser(true) that reaches the device; `refused`: it does nothing.
@@ -77,6 +82,16 @@ struct TNcWatch {
     if (EmissionOn.Runs() && EmissionAsked.Runs()) EmissionLost.store(true, std::memory_order_release);
     EmissionOn.End();
   }
+  // Where the axes are, mm; of each head its Z. Kept by the adapters as they hear of it: an axis that nobody tells of
+  // makes no way.
+  std::array<std::atomic<double>, kWatchAxes> Pos{};
+  // The step that a procedure stands in: its command number, since when, and how long it may. Kept by who observes
+  // procedures; it does not run where nobody does. Written in this order and read from the limit upwards, so that
+  // nobody holds a new limit against an old start.
+  std::atomic<std::int32_t> Leaf{0};
+  TNcSince LeafSince;
+  std::atomic<TNcLeafWait> LeafWait{lwPlain};
+  std::atomic<std::uint64_t> LeafLimitMs{0};
 };
 
 IXO_DECLARE_SERVICE(TNcWatch, NcWatch);

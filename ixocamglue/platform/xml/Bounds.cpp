@@ -1,6 +1,7 @@
 #include "ixocamglue/platform/xml/Bounds.h"
 
 #include <algorithm>
+#include <iterator>
 #include <optional>
 
 #include "ixocamglue/support/Format.h"
@@ -129,6 +130,20 @@ void ReadAxis(const TConfigSection& section, TAxisConfig& axis, const TMachineBo
   axis.SoftLimitPos = stated.SoftLimitPos;
 }
 
+// A limit that is too short is not in force, which is no reason to refuse the machine.
+void ReadSupervisor(const TConfigSection& section, TSupervisorConfig& limits, const TMachineBounds& machine,
+                    std::vector<TProblem>& problems) {
+  TSupervisorConfig read = limits;
+  section.LoadOver(read);
+  std::vector<TProblem> wrong;
+  CheckRecord(section, read, machine, wrong);
+  std::erase_if(wrong, [&](const TProblem& problem) {
+    return read.TooShort(std::string_view(problem.Where).substr(problem.Where.rfind('/') + 1));
+  });
+  if (wrong.empty()) limits = read;
+  std::ranges::move(wrong, std::back_inserter(problems));
+}
+
 template <class Item>
 void Replace(std::vector<Item>& items, const TXmlList<Item>& read) {
   if (read.Count() > 0) items.clear();
@@ -188,7 +203,7 @@ void TMachineBounds::Read(const TMachineConfig& config, std::vector<TProblem>& p
   TSwitchTableConfig table;
   Take(root.Child("SwitchTable"), table, problems);
   DockedTable = table.DockedTable;
-  Take(root.Child("Supervisor"), Supervisor, problems);
+  ReadSupervisor(root.Child("Supervisor"), Supervisor, *this, problems);
 }
 
 void CheckRecord(const TConfigSection& section, TXmlSubConfig& record, const TMachineBounds& machine,

@@ -168,13 +168,44 @@ void TPortsConfig::Publish(TPublisher& p) {
   p.List("Outport", Outports);
 }
 
+std::span<const TSupervisorConfig::TRow> TSupervisorConfig::Rows() {
+  using T = TSupervisorConfig;
+  static constexpr std::int32_t kLeast = kLeastLimitMs;
+  static constexpr TRow kRows[] = {
+      {"BusyLimitMs", &T::BusyLimitMs, 600'000, 1000, kMaxMs},
+      {"MoveLimitMs", &T::MoveLimitMs, 600'000, kLeast, kMaxMs},
+      {"FollowerLimitMs", &T::FollowerLimitMs, 60'000, kLeast, kMaxMs},
+      {"FocusLimitMs", &T::FocusLimitMs, 60'000, kLeast, kMaxMs},
+      {"CalibrationLimitMs", &T::CalibrationLimitMs, 60'000, kLeast, kMaxMs},
+      {"GasWaitLimitMs", &T::GasWaitLimitMs, 10'000, kLeast, kMaxMs},
+      {"EmissionExtraMs", &T::EmissionExtraMs, 1000, kLeast, 60'000},
+      {"LaserOnLimitMs", &T::LaserOnLimitMs, 62'000, kLeast, 64'000},
+      {"GasOnLimitMs", &T::GasOnLimitMs, 1'800'000, 1000, kMaxMs},
+      {"HeartbeatLimitMs", &T::HeartbeatLimitMs, 1000, 200, 60'000},
+      {"DeviceThreadLimitMs", &T::DeviceThreadLimitMs, 10'000, kLeast, kMaxMs},
+      {"LogThreadLimitMs", &T::LogThreadLimitMs, 5000, kLeast, kMaxMs},
+      {"ThreadLimitMs", &T::ThreadLimitMs, 2000, kLeast, kMaxMs},
+      {"StepMs", &T::StepMs, 1000, 20, 60'000, false},
+  };
+  return kRows;
+}
+
 void TSupervisorConfig::Publish(TPublisher& p) {
-  p.Field("BusyLimitMs", BusyLimitMs, 600'000, kOptional).Unit(uMs).Within(1000, kMaxMs);
-  p.Field("EmissionExtraMs", EmissionExtraMs, 1000, kOptional).Unit(uMs).Within(0, 60'000);
-  p.Field("LaserOnLimitMs", LaserOnLimitMs, 62'000, kOptional).Unit(uMs).Within(100, 64'000);
-  p.Field("GasOnLimitMs", GasOnLimitMs, 1'800'000, kOptional).Unit(uMs).Within(1000, kMaxMs);
-  p.Field("HeartbeatLimitMs", HeartbeatLimitMs, 1000, kOptional).Unit(uMs).Within(200, 60'000);
-  p.Field("StepMs", StepMs, 1000, kOptional).Unit(uMs).Within(20, 60'000);
+  for (const TRow& row : Rows())
+    p.Field(row.Name, this->*row.Value, row.Default, kOptional).Unit(uMs).Within(row.Least, row.Most);
+}
+
+bool TSupervisorConfig::TooShort(std::string_view name) const {
+  return std::ranges::any_of(Rows(), [&](const TRow& row) {
+    return row.IsLimit && row.Name.Text == name && this->*row.Value < kLeastLimitMs;
+  });
+}
+
+TSupervisorConfig TSupervisorConfig::InForce() const {
+  TSupervisorConfig limits = *this;
+  for (const TRow& row : Rows())
+    if (TooShort(row.Name.Text)) limits.*row.Value = row.Default;
+  return limits;
 }
 
 void TMachineRecord::PublishOwn(TPublisher& p) { p.Field("DHMode", DHMode, 0, kOptional).Within(0, 2); }

@@ -6,7 +6,9 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "ixocamglue/platform/xml/XmlSubConfig.h"
@@ -208,14 +210,35 @@ class TPortsConfig : public TXmlSubConfig {
 // When the supervisor acts; a limit is how long something may last.
 class TSupervisorConfig : public TXmlSubConfig {
  public:
+  static constexpr std::int32_t kLeastLimitMs = 100;
+
+  // One of the properties.
+  struct TRow {
+    TPropName Name;
+    std::int32_t TSupervisorConfig::*Value;
+    std::int32_t Default, Least, Most;
+    bool IsLimit = true;
+  };
+
   TSupervisorConfig() { TSupervisorConfig::Initialize(); }
   void Publish(TPublisher& p) override;
-  std::int32_t BusyLimitMs = 0;      // a state waits for the same thing
-  std::int32_t EmissionExtraMs = 0;  // emission asked for and absent, beyond EmissionOnDelay
-  std::int32_t LaserOnLimitMs = 0;   // below the latch's own 65 s
+  [[nodiscard]] static std::span<const TRow> Rows();
+  // A limit below kLeastLimitMs is none: the record holds what the file says, the default is in force.
+  [[nodiscard]] bool TooShort(std::string_view name) const;
+  [[nodiscard]] TSupervisorConfig InForce() const;
+
+  std::int32_t BusyLimitMs = 0;  // a state waits for the same thing, where the step's own limit is not known
+  // A step waits for axes of the driver, for the follower, for the focus: since its start or the last 0.1 mm of way.
+  std::int32_t MoveLimitMs = 0, FollowerLimitMs = 0, FocusLimitMs = 0;
+  std::int32_t CalibrationLimitMs = 0;  // of the height; it then has failed
+  std::int32_t GasWaitLimitMs = 0;      // a step waits for the gas
+  std::int32_t EmissionExtraMs = 0;     // emission asked for and absent, and a step that polls, beyond EmissionOnDelay
+  std::int32_t LaserOnLimitMs = 0;      // below the latch's own 65 s
   std::int32_t GasOnLimitMs = 0;
   std::int32_t HeartbeatLimitMs = 0;  // only outside standby
-  std::int32_t StepMs = 0;            // from the alarm to the stop, and from there to the latch
+  // Silence of a thread: of a device's, of log and alarm client, of any other. Shown only.
+  std::int32_t DeviceThreadLimitMs = 0, LogThreadLimitMs = 0, ThreadLimitMs = 0;
+  std::int32_t StepMs = 0;  // from the alarm to the stop, and from there to the latch
 };
 
 // What no section of the library's own configuration has, as it stands under the document element.
