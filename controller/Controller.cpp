@@ -6,6 +6,7 @@
 
 #include "controller/LeafWatch.h"
 #include "controller/Texts.h"
+#include "controller/ThreadWatch.h"
 #include "controller/alarms/AlarmPackage.h"
 #include "controller/gas/GasDescent.h"
 #include "ixocamglue/alarms/Ualarmdefs.h"
@@ -83,6 +84,7 @@ struct TController::TParts {
   std::optional<TKeyCommands> Keys;
   std::unique_ptr<IMachine> Machine;
   std::optional<TSupervisor> Supervisor;
+  std::optional<TThreadWatch> Threads;
   std::optional<TRoundThread> MachineThread;
   std::optional<TRoundThread> SupervisorThread;
   std::optional<TNcStateThread> StateThread;
@@ -168,6 +170,7 @@ void TController::MakeSupervisor() {
   p.Supervisor.emplace(
       p.Framework->Watch(), [&p] { return p.Framework->CurrentState(); }, machine,
       TSupervisorActions{fail, alarm, stop, latch});
+  p.Threads.emplace(ThreadTable(), machine.Supervisor, p.Alarms->Manager());
   if (p.Virtual) p.Virtual->Every(kSupervisorRoundMs, [&p](std::uint64_t nowMs) { p.Supervisor->Round(nowMs); });
 }
 
@@ -255,8 +258,10 @@ void TController::StartThreads() {
   p.MachineThread.emplace("ixo-machine", kMachineRoundMs, [&p](std::uint64_t nowMs) { p.Machine->CatchUp(nowMs); });
   p.StateThread.emplace(*p.Framework);
   if (p.Supervisor)
-    p.SupervisorThread.emplace("ixo-supervisor", kSupervisorRoundMs,
-                               [&p](std::uint64_t nowMs) { p.Supervisor->Round(nowMs); });
+    p.SupervisorThread.emplace("ixo-supervisor", kSupervisorRoundMs, [&p](std::uint64_t nowMs) {
+      p.Supervisor->Round(nowMs);
+      p.Threads->Round(nowMs);
+    });
 }
 
 void TController::StopThreads() { FParts->StateThread.reset(); }

@@ -46,6 +46,9 @@ inline constinit TText SWatchFail{"IxoCut", "SWatchFail", "监视：%s；执行�
 inline constinit TText SWatchStop{"IxoCut", "SWatchStop", "监视：%s；停止执行"};
 inline constinit TText SWatchLatch{"IxoCut", "SWatchLatch", "监视：%s；锁定激光，需手动复位"};
 
+inline constinit TText SThreadSilent{"IxoCut", "SThreadSilent", "线程 %s 已 %d 毫秒没有动静（上限 %d 毫秒）"};
+inline constinit TText SThreadFailed{"IxoCut", "SThreadFailed", "设备 %s 的更新线程因异常结束，不再重新启动"};
+
 inline constinit TText SLinesDropped{"IxoCut", "SLinesDropped", "日志队列已满，丢失 %d 行"};
 
 inline constinit TText SRunSteps{"IxoCut", "SRunSteps", "步骤（开始、用时，毫秒）："};
@@ -67,9 +70,9 @@ inline constexpr auto kHostTexts =
     TextList(SRowState, SRowEmission, SRowLaser, SRowGas, SShotTitle, SShotEnded, SShotTooEarly, SShotNotDark,
              SEndSuccess, SEndStopped, SEndPaused, SEndAlarm, SEndError, SEndRefused, SEndNever, SAskedAlarm,
              SSignalStop, SWatchBusy, SWatchLeaf, SWatchEmission, SWatchLaser, SWatchGas, SWatchBeat, SWatchDark,
-             SWatchEnding, SWatchEmergency, SWatchAlarm, SWatchFail, SWatchStop, SWatchLatch, SLinesDropped, SRunSteps,
-             SRunPath, SRunStillOn, SRunFailed, SRunFailedAt, SRowOutput, SRowFollow, SPlotPath, SPlotZ, SPlotSignals,
-             SPlotStart, SPlotEnd, SPlotBeam, SPlotProcedure);
+             SWatchEnding, SWatchEmergency, SWatchAlarm, SWatchFail, SWatchStop, SWatchLatch, SThreadSilent,
+             SThreadFailed, SLinesDropped, SRunSteps, SRunPath, SRunStillOn, SRunFailed, SRunFailedAt, SRowOutput,
+             SRowFollow, SPlotPath, SPlotZ, SPlotSignals, SPlotStart, SPlotEnd, SPlotBeam, SPlotProcedure);
 
 // Milliseconds for a %d.
 [[nodiscard]] inline int ShownMs(std::uint64_t ms) {

@@ -5,6 +5,7 @@
 #include "controller/HostTexts.h"
 #include "controller/StateFolder.h"
 #include "controller/Supervisor.h"
+#include "controller/ThreadWatch.h"
 #include "controller/procedures/Timeline.h"
 #include "fixture/Faults.h"
 #include "fixture/Machine.h"
@@ -268,6 +269,36 @@ TEST_F(Supervisor, AStandbyThreadMayBeSilentAndAThrowingActionChangesNothing) {
   FActionThrows = true;
   RunUntil(13'000);
   EXPECT_EQ(FStory, (TTexts{"alarm 10020", "stop 11020", "latch 12020"}));
+}
+
+TEST(ThreadWatch, EachThreadHasTheLimitOfItsKindAndAParkedOneHasNone) {
+  TVirtualClock clock;
+  const TInstalled<IClock> installed(clock);
+  TNcAlarmManager alarms;
+  TThreadWatch watch(ThreadTable(), {}, alarms);
+  TThreadSign other("other", tkOther), log("log", tkLog), device(std::string(100, 'x'), tkDevice),
+      idle("idle", tkOther);
+  idle.Park();
+  const auto standing = [&](std::uint32_t untilMs) {
+    clock.Sleep(untilMs - static_cast<std::uint32_t>(clock.MonotonicMs()));
+    watch.Round(clock.MonotonicMs());
+    std::string ids;
+    for (const TNcAlarmRecord& alarm : alarms.Standing()) ids += Format("%d", alarm.Id);
+    return ids;
+  };
+  EXPECT_EQ(standing(2'000), "");
+  EXPECT_EQ(standing(2'001), "2");
+  EXPECT_EQ(alarms.Standing()[0].Desc, Show(SThreadSilent, "other", 2'001, 2'000));
+  EXPECT_EQ(standing(5'001), "22");
+  EXPECT_EQ(standing(10'001), "222");
+  EXPECT_EQ(alarms.Standing()[2].Desc, Show(SThreadSilent, std::string(40, 'x').c_str(), 10'001, 10'000));
+  other.Beat();
+  EXPECT_EQ(standing(10'021), "22");
+  device.Failed();
+  EXPECT_EQ(standing(10'041), "21");
+  idle.Beat();
+  EXPECT_EQ(standing(12'042), "2122");
+  EXPECT_TRUE(alarms.AllowMove());
 }
 
 TEST(Timeline, EveryPulseIsSeenAndTheScaleFits) {

@@ -1,5 +1,7 @@
 // The session in real time, with everything that other threads may do at once.
+#include <algorithm>
 #include <atomic>
+#include <fstream>
 #include <thread>
 #include <vector>
 
@@ -7,6 +9,8 @@
 
 #include "controller/StateFolder.h"
 #include "fixture/Machine.h"
+#include "fixture/TempDir.h"
+#include "ixocamglue/devcomm/Umodbuscomm.h"
 #include "ixocamglue/motion/Umotiontexts.h"
 #include "ixocamglue/platform/services/Locale.h"
 
@@ -81,6 +85,72 @@ TEST(SessionThreaded, EndsARunningShotInRealTime) {
   ASSERT_TRUE(session.Start(ShareRoot(MakeShot(60'000))));
   for (int wait = 0; wait < 400 && !session.Journal().HasSignal("laser on"); ++wait) Clock().Sleep(5);
   EXPECT_TRUE(session.Machine().Snapshot().Laser);
+}
+
+// Throws, blocks, or does nothing, as it is told.
+struct TToldDevice final : TModbusComm {
+  using TModbusComm::TModbusComm;
+  ~TToldDevice() override { EndUse(); }
+  void UpdateStatus() override {
+    ++Rounds;
+    if (Throws) throw std::runtime_error("boom");
+    while (Blocks) Clock().Sleep(1);
+  }
+  std::atomic<int> Rounds{0};
+  std::atomic<bool> Throws{false}, Blocks{false};
+};
+
+TEST(SessionThreaded, ADeadOrSilentDeviceThreadIsShownAsLongAsItIsSoAndEndsNothing) {
+  const TTempDir folder;
+  const auto file = folder.Path() / "machine.xml";
+  std::ofstream(file) << R"(<MachineConfig><Supervisor DeviceThreadLimitMs="400" HeartbeatLimitMs="20000"
+      ThreadLimitMs="20000" LogThreadLimitMs="20000"/></MachineConfig>)";
+  TControllerOptions options;
+  options.Realtime = true;
+  options.MachineFile = file;
+  options.Machines = {SimulatedMachine()};
+  TController session(options);
+  StartUp(session);
+  const auto shown = [&] {
+    TTexts texts;
+    for (const TNcAlarmRecord& alarm : session.Alarms().Standing())
+      if (alarm.IdPrefix == "TPThread" && alarm.Attrs == naShownOnly) texts.push_back(alarm.Identifier() + alarm.Desc);
+    return texts;
+  };
+  const auto shows = [&](const std::vector<const char*>& parts) {
+    for (int wait = 0; wait < 1000; ++wait, Clock().Sleep(5)) {
+      const TTexts texts = shown();
+      if (std::ranges::equal(texts, parts, [](auto& text, auto* part) { return text.find(part) != text.npos; }))
+        return true;
+    }
+    return false;
+  };
+  auto delay = MakeStepOf<TSmtDelay>(nullptr);
+  delay->SetDelay(60'000);
+  ASSERT_TRUE(session.Start(ShareRoot(std::move(delay))));
+
+  auto dead = MakeDevice<TToldDevice>("PLC7");
+  auto slow = MakeDevice<TToldDevice>("PLC8");
+  const auto held = MakeDevice<TToldDevice>("PLC9");
+  const auto idle = MakeDevice<TToldDevice>("PLC10");
+  idle->StopUpdates();
+  held->LockData();  // its rounds are skipped, which is a sign of life
+  dead->Throws = true;
+  ASSERT_TRUE(shows({"PLC7"}));
+  slow->Blocks = true;
+  ASSERT_TRUE(shows({"TPThread#1", "TPThread#2"}));
+  ASSERT_TRUE(shows({"PLC7", "PLC8"}));
+  EXPECT_EQ(dead->Rounds, 1) << "it is not started again";
+  session.ClearAlarms();
+  ASSERT_TRUE(shows({"PLC7", "PLC8"})) << "what is so is shown again";
+  slow->Blocks = false;
+  ASSERT_TRUE(shows({"PLC7"}));
+  dead.reset();
+  ASSERT_TRUE(shows({}));
+  Clock().Sleep(500);  // longer than the limit
+  EXPECT_EQ(shown(), TTexts{});
+  held->UnLockData();
+  EXPECT_TRUE(session.Running());
 }
 
 }  // namespace

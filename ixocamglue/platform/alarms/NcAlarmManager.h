@@ -55,6 +55,7 @@ class TNcAlarmManager : public TNcAlarms {
   bool ClearSerial(std::uint64_t serial);
   void ClearAll();
   [[nodiscard]] std::vector<TNcAlarmRecord> Standing() const;  // in the order of their raises
+  [[nodiscard]] bool Stands(std::uint64_t serial) const;
   // Told each alarm in the moment of its raise, on the raising thread, who may hold locks: it calls nobody back. Set
   // before the first raise.
   void OnRaised(TNcAlarmEvent::THandler told) { FOnRaised = std::move(told); }
@@ -97,7 +98,6 @@ class TNcAlarmManager : public TNcAlarms {
   [[nodiscard]] bool Has(TNcAlarmAttrs bits) const { return (FEffects.load(std::memory_order_acquire) & bits) != 0; }
   void EndLocked(const TRecordPtr& record) IXO_REQUIRES(FLock);
   void CountLocked(TNcAlarmAttrs attrs, int change) IXO_REQUIRES(FLock);
-  [[nodiscard]] bool Stands(std::uint64_t serial) const;
   void Apply(const TPending& pending);
 
   TNcAlarmEvent::THandler FOnRaised;
