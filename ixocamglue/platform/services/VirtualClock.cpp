@@ -22,7 +22,7 @@ class TFlag {
 
 }  // namespace
 
-TDateTime TVirtualClock::Now() { return {kStartDays + static_cast<double>(FNow) / kMsPerDay}; }
+TDateTime TVirtualClock::Now() { return {kStartDays + static_cast<double>(FNow - FFirstMs) / kMsPerDay}; }
 
 void TVirtualClock::Sleep(std::uint32_t ms) {
   if (FStepping) return;

@@ -19,10 +19,11 @@ class TVirtualClock final : public IClock {
 
   static constexpr std::uint32_t kFirstTick = 0U - 300'000U;
 
-  explicit TVirtualClock(std::uint32_t firstTick = kFirstTick) : FFirstTick(firstTick) {}
+  explicit TVirtualClock(std::uint32_t firstTick = kFirstTick, std::uint64_t firstMs = 0)
+      : FFirstTick(firstTick), FFirstMs(firstMs), FNow(firstMs) {}
 
-  std::uint32_t TickMs() override { return FFirstTick + static_cast<std::uint32_t>(FNow); }
-  std::uint64_t MonotonicMs() override { return FNow; }  // starts at 0
+  std::uint32_t TickMs() override { return FFirstTick + static_cast<std::uint32_t>(FNow - FFirstMs); }
+  std::uint64_t MonotonicMs() override { return FNow; }  // starts at firstMs
   TDateTime Now() override;                              // starts at 2026-01-01 08:00
   void Sleep(std::uint32_t ms) override;
   void Spin() override { Sleep(1); }
@@ -46,7 +47,8 @@ class TVirtualClock final : public IClock {
   void Step();
 
   const std::uint32_t FFirstTick;
-  std::uint64_t FNow = 0;
+  const std::uint64_t FFirstMs;
+  std::uint64_t FNow;
   bool FStepping = false;
   std::size_t FHandles = 0;
   std::vector<TTimer> FListeners;
