@@ -82,8 +82,9 @@ struct TDevices : TNcCutSystem, TNcLaser {
     void SelectBranch(std::int32_t) override {}
     void SetPressure(double) override {}
     void SwitchOn() override { On = true; }
-    void SwitchOff() override { On = false; }
+    void SwitchOff() override { On = Ignores-- > 0 && On; }
     bool On = true;
+    int Ignores = 0;
   } GasDevice;
   std::int32_t GetState() override { return 0; }
   TNcLaser* Laser() override { return this; }
@@ -132,7 +133,8 @@ class StateFramework : public testing::Test {
     while (n-- > 0) Clock.Sleep(Framework->RunOnce());
   }
 
-  TVirtualClock Clock;
+  // Past 49.7 days, where times of 32 bits are smaller than they were.
+  TVirtualClock Clock{TVirtualClock::kFirstTick, std::uint64_t{1} << 32};
   TInstalled<IClock> ClockInstalled{Clock};
   TNcRegistry Registry;
   TInstalled<TNcRegistry> RegistryInstalled{Registry};
@@ -169,9 +171,11 @@ TEST_F(StateFramework, AChangeIsCarriedOutAfterTheTickAndTheLastRequestWins) {
 TEST_F(StateFramework, EachBusyConditionWaitsForItsDevice) {
   Enter();
   TDevice device;
-  State().SetBusy(device, -1);
-  Pass(3);
-  EXPECT_EQ(GStory, TTexts{});
+  for (const std::int32_t limitMs : {-1, 100}) {
+    State().SetBusy(device, limitMs);
+    Pass(3);
+    EXPECT_EQ(GStory, TTexts{});
+  }
   device.Busy = false;
   Pass();
   EXPECT_EQ(GStory, TTexts{"step 0"});
@@ -362,16 +366,15 @@ TEST_F(StateFramework, OffIsDemandedEveryPassUntilTheDeviceAcknowledgesWithoutTh
   const TInstalled<TNcCutSystem> installed(devices);
   Enter();
   devices.Beam = devices.Emission = devices.GasDevice.On = true;
-  devices.Refusals = 4;
+  devices.Refusals = devices.GasDevice.Ignores = 4;
   Framework->Stop();
   Pass();
-  EXPECT_TRUE(devices.Beam);
+  EXPECT_TRUE(devices.Beam && devices.GasDevice.On);
   EXPECT_FALSE(devices.Emission);  // the other device is told all the same
-  EXPECT_FALSE(devices.GasDevice.On);
   EXPECT_TRUE(Framework->SafePending());
   EXPECT_NE(Framework->Watch().DarkDemandedInPass.load(), 0u);
   Pass(4);
-  EXPECT_FALSE(devices.Beam);
+  EXPECT_FALSE(devices.Beam || devices.GasDevice.On);
   EXPECT_FALSE(Framework->SafePending());
   const int commands = devices.OffCommands;
   Pass(3);
