@@ -72,30 +72,48 @@ TEST_F(GasCalibration, FaultsEndInTimeAndNeverStoreACurveThatIsNone) {
     bool Completed;
   };
   const TRow rows[] = {{vfDeadSensor, TGasEnd::Restored, true},    {vfNoSupply, TGasEnd::Restored, true},
-                       {vfStuck, TGasEnd::Restored, true},         {vfNonFinite, TGasEnd::Stored, true},
+                       {vfNonFinite, TGasEnd::Stored, true},       {vfStuck, TGasEnd::Restored, true},
                        {vfSlowUpdate, TGasEnd::Unfinished, false}, {vfLowSupply, TGasEnd::Stored, true}};
-  const std::string before = Read("machine.xml");
+  // The gas's table in memory, in the machine file, and its backup.
+  const auto tables = [&] {
+    TMachineConfig file;
+    EXPECT_TRUE(file.Load(File()));
+    TGasCaliConfig stored;
+    stored.Open();
+    std::string text;
+    const auto add = [&](const TDAAdjustTable* table, bool enabled) {
+      text += enabled ? "on" : "off";
+      for (std::int32_t i = 0; table && i < table->GetCount(); ++i)
+        text += Format(" %.4f:%.4f", table->GetItem(i)->Press, table->GetItem(i)->Volt);
+      text += "\n";
+    };
+    for (TMachineConfig* const config : {MachineConfig(), &file})
+      add(&config->GetGasBranch(2)->DAAdjustTable, config->GetGasBranch(2)->DAAdjustEnabled);
+    add(stored.GetDAAdjustTable(2, "S", 1.5), false);
+    return text;
+  };
   for (const TRow& row : rows) {
     SCOPED_TRACE(ValveFaultName(row.Fault));
     ASSERT_TRUE(Simulated(FController->Machine()).Gas()->SetFault(2, row.Fault));
+    const std::string before = tables();
     const TGasResult result = Run(2);
     EXPECT_EQ(static_cast<int>(result.End), static_cast<int>(row.End)) << FMessages;
     EXPECT_EQ(FCompleted, row.Completed);
     EXPECT_FALSE(FController->Machine().Snapshot().Gas);
     if (row.End == TGasEnd::Stored) continue;
     EXPECT_THAT(FMessages, HasSubstr(row.Completed ? "0.1 bar" : "未稳定"));
-    TMachineConfig file;
-    ASSERT_TRUE(file.Load(File()));
-    const std::int32_t entries = file.GetGasBranch(2)->DAAdjustTable.GetCount();
-    EXPECT_EQ(entries, MachineConfig()->GetGasBranch(2)->DAAdjustTable.GetCount());
-    EXPECT_EQ(file.GetGasBranch(2)->DAAdjustEnabled, MachineConfig()->GetGasBranch(2)->DAAdjustEnabled);
-    TGasCaliConfig stored;
-    stored.Open();
-    const TDAAdjustTable* const backup = stored.GetDAAdjustTable(2, "S", 1.5);
-    if (entries == 2)
-      EXPECT_FALSE(backup) << "there was none";
-    else
-      EXPECT_TRUE(backup && backup->GetCount() == entries);
+    EXPECT_EQ(tables(), before);
+  }
+}
+
+TEST_F(GasCalibration, TwoPointsAreNoCurveAndThreeAre) {
+  for (const int points : {2, 3}) {
+    const TGasCalibration calibration(*FController, {2}, {"S", 1.5});
+    TIncList measured;
+    for (int i = 1; i <= points; ++i) measured.AddItem({1.0 * i, 1.0 * i});
+    GZemGasAdjustModel()->Tell(
+        {.Kind = TGasAdjustEvent::TKind::Rebuilt, .Gas = 2, .Good = true, .Measured = &measured, .Curve = &measured});
+    EXPECT_EQ(calibration.Results().front().End, points == 2 ? TGasEnd::Restored : TGasEnd::Stored);
   }
 }
 
@@ -164,6 +182,8 @@ TEST_F(GasCommands, CalibrateShowDiffAndLoadWorkOnTheSameTables) {
   const auto points = nlohmann::json::parse(record)["gases"][1]["points"];
   EXPECT_EQ(points.size(), 2 * json["gases"][1]["points"].size()) << "up, and once more downwards";
   EXPECT_TRUE(points.back()["descending"]);
+  for (std::size_t i = points.size() / 2 + 1; i < points.size(); ++i)
+    EXPECT_LT(points[i]["volt"], points[i - 1]["volt"]);
 
   EXPECT_EQ(Gas("show --gas O2 --json"), 0);
   EXPECT_EQ(nlohmann::json::parse(FOut)["tables"][0]["points"], json["gases"][0]["curve"]);
@@ -176,6 +196,7 @@ TEST_F(GasCommands, CalibrateShowDiffAndLoadWorkOnTheSameTables) {
   EXPECT_THAT(FOut, HasSubstr("differ"));
   EXPECT_EQ(Gas("load --gas O2 --nozzle S --size 1.5"), 0) << FOut;
   EXPECT_EQ(Gas("diff --gas O2 --nozzle S --size 1.5"), 0) << FOut;
+  EXPECT_EQ(Gas("calibrate --gas H-O2 --nozzle S --size 1.5"), 1) << "not fitted";
   EXPECT_EQ(Gas("load --gas N2 --nozzle S --size 1.5 --lang en"), 1);
   EXPECT_THAT(FOut, HasSubstr("No calibration data found for Nitrogen (S 1.5)!"));
 }

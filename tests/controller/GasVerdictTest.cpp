@@ -200,6 +200,7 @@ TEST_F(GasRecordings, ACalibratedMachineReachesItsPressuresAndItsRecordingIsJudg
   const auto reached = nlohmann::json::parse(said());
   EXPECT_NEAR(reached["reachedBar"].get<double>(), 3.5, 0.1);
   EXPECT_NE(reached["reachedBar"].get<double>(), 3.5);
+  EXPECT_DOUBLE_EQ(reached["errorBar"].get<double>(), reached["reachedBar"].get<double>() - 3.5);
   EXPECT_NEAR(reached["sensorBar"].get<double>(), reached["reachedBar"].get<double>() + 0.004, 0.003);
   EXPECT_EQ(ixocut("pressure --gas O2 --bar 11 --state s"), 2);
   EXPECT_EQ(ixocut("pressure --gas O2,N2 --bar 1 --state s"), 2);

@@ -41,7 +41,10 @@ struct TPlainGas : TNcCutSystem, TNcGas, TNcDeviceManager {
   double GetPressure() override { return 0; }
   void SelectBranch(std::int32_t branch) override { Tell("select " + std::to_string(Branch = branch)); }
   void SetPressure(double) override { Tell("pressure"); }
-  void SwitchOn() override { Tell("on"), On = true; }
+  void SwitchOn() override {
+    Tell("on"), On = true;
+    OnAtMs = Clock().MonotonicMs();
+  }
   void SwitchOff() override {
     if (On) Tell("off");
     On = false;
@@ -49,6 +52,7 @@ struct TPlainGas : TNcCutSystem, TNcGas, TNcDeviceManager {
   void OutputDA(double volt) override {
     if (Throws && volt > 0) throw std::runtime_error("no answer");
     Tell("da " + ValueText(Volt = volt));
+    VoltAtMs = Clock().MonotonicMs();
   }
   TNcInputGroup* InputGroup() override { return nullptr; }
   double GetRtGasPressure() override { return On ? Curve(Volt) : 0.0; }
@@ -59,6 +63,7 @@ struct TPlainGas : TNcCutSystem, TNcGas, TNcDeviceManager {
   bool Throws = false;
   std::int32_t Branch = 0;
   double Volt = 0.0;
+  std::uint64_t OnAtMs = 0, VoltAtMs = 0;
   std::function<double(double)> Curve = [](double volt) { return volt; };
 };
 
@@ -134,7 +139,9 @@ class GasAdjust : public testing::Test {
   }
 
   TTempDir FDir;
-  TVirtualClock FClock;
+  // The tick count wraps, and 49.7 days are over, while the pressure is sampled for the first time.
+  static constexpr std::uint32_t kToWrapMs = 1200;
+  TVirtualClock FClock{0U - kToWrapMs, (std::uint64_t{1} << 32) - kToWrapMs};
   TInstalled<IClock> FClockInstalled{FClock};
   TNcRegistry FRegistry;
   TInstalled<TNcRegistry> FRegistryInstalled{FRegistry};
@@ -152,9 +159,16 @@ class GasAdjust : public testing::Test {
 
 TEST_F(GasAdjust, CalibratesEachValidGasAndSavesOnce) {
   std::map<std::int32_t, std::vector<std::int64_t>> pauses;  // from a voltage to its first sample
+  std::map<std::int32_t, std::uint64_t> waits;               // from gas on to the first voltage
   std::int64_t voltageAt = -1;
   Model().SetObserver([&](const TGasAdjustEvent& event) {
-    if (event.Kind == TGasAdjustEvent::TKind::Voltage) voltageAt = event.TimeMs;
+    if (event.Kind == TGasAdjustEvent::TKind::Voltage) {
+      voltageAt = event.TimeMs;
+      waits.try_emplace(event.Gas, static_cast<std::uint64_t>(event.TimeMs) - FGas.OnAtMs);
+    }
+    if (event.Kind == TGasAdjustEvent::TKind::Settled) {
+      EXPECT_NEAR(event.StableMs, 200, 10);
+    }
     if (event.Kind == TGasAdjustEvent::TKind::Sample && voltageAt >= 0)
       pauses[event.Gas].push_back(event.TimeMs - std::exchange(voltageAt, -1));
   });
@@ -197,16 +211,33 @@ TEST_F(GasAdjust, CalibratesEachValidGasAndSavesOnce) {
 
   for (const auto& [gas, ms] : pauses) EXPECT_THAT(ms, testing::Each(gas == 2 ? 600 : 300)) << gas;
   EXPECT_EQ(pauses.size(), 3u);
+  for (const auto& [gas, ms] : waits) EXPECT_THAT(ms, testing::AllOf(testing::Ge(500u), testing::Le(510u))) << gas;
   EXPECT_THAT(TTexts(FGas.Story.begin(), FGas.Story.begin() + 3), ElementsAre("select 1", "on", "da 1"));
   EXPECT_THAT(FGas.Story, testing::Contains("off").Times(3));
+  const auto off = [&](std::size_t i) { return FGas.Story[i] == "off"; };
+  for (std::size_t i = 1; i < FGas.Story.size(); ++i) EXPECT_TRUE(!off(i) || FGas.Story[i - 1] == "da 0") << i;
+}
+
+TEST_F(GasAdjust, ASteadyDriftIsWaitedFor) {
+  FGas.Curve = [&](double volt) {
+    return volt * (1 + 0.00004 * static_cast<double>(FClock.MonotonicMs() - FGas.VoltAtMs));
+  };
+  std::int32_t stableMs = 0;
+  Model().SetObserver([&](const TGasAdjustEvent& event) { stableMs = std::max(stableMs, event.StableMs); });
+  ASSERT_TRUE(Model().StartAjdust({2}));
+  for (int i = 0; i < 2000 && stableMs == 0; ++i) Pass();
+  EXPECT_GT(stableMs, 5000);
 }
 
 TEST_F(GasAdjust, AFlatCurveLeavesTheTableAlone) {
-  FGas.Curve = [](double volt) { return 5.0 + volt * 0.005; };
-  FConfig.GetGasBranch(2)->DAAdjustTable.Add(0, 0);
-  ASSERT_TRUE(Model().StartAjdust({2}));
-  // With its origin a rebuilt curve is flat only when it is low as a whole.
-  EXPECT_THAT(Run(), testing::Contains("校正完成!"));
+  // With its origin a rebuilt curve is flat only when it is low as a whole: neither when its last point alone is near
+  // the mean nor when its first one is.
+  for (const std::function<double(double)>& curve : {std::function([](double volt) { return 0.2 + volt * 0.0005; }),
+                                                     {[](double volt) { return volt > 9.9 ? 0.5 : 0.02; }}}) {
+    FGas.Curve = curve;
+    ASSERT_TRUE(Model().StartAjdust({2}));
+    EXPECT_THAT(Run(), testing::Contains("校正完成!"));
+  }
   FGas.Curve = [](double) { return 0.0; };
   CopyTable(Table(2), Table(1));
   const std::int32_t count = Table(1).GetCount();

@@ -180,10 +180,55 @@ TEST_F(QuickAdjust, ProposesByBisectionAndByThreeBands) {
          return v < 2 ? 0.5 : v < 2.5 ? 0.7 : v < 2.8 ? 2.0 : v < 3.3 ? 4.0 : 7.9;
        },
        {3.0, 2.7}},
+      {"10 % and 90 % belong to the bands", 1, false, [](double v) { return v < 3   ? 1.0
+                                                                            : v < 9 ? 9.0
+                                                                                    : 10.0; }, {}},
+      {"above 90 % does not",
+       1,
+       false,
+       [](double v) {
+         return v < 2.9 ? 1.0 : v < 3.3 ? 7.0 : v < 9 ? 9.2 : 10.0;
+       },
+       {3.0}},
       {"only the upper band: below it", 1, false, [](double v) { return v < 0.6 ? 2.0
                                                                         : v > 9 ? 8.0
                                                                                 : 5.0; }, {0.5}},
       {"a straight line in three bands", 1, true, Straight, {3.6 + 6.4 / 3, 3.6 + 6.4 / 3 + 6.4 * 2 / 9}},
+      {"40 % and 90 % belong to the bands that they bound",
+       1,
+       true,
+       [](double v) {
+         return v < 2 ? 1.5 : v < 3 ? 4.0 : v < 9 ? 9.0 : 10.0;
+       },
+       {}},
+      {"17 % lies in the first band",
+       1,
+       true,
+       [](double v) {
+         return v < 2 ? 1.7 : v < 3 ? 5.0 : v < 9 ? 7.0 : 10.0;
+       },
+       {}},
+      {"42 % does not",
+       1,
+       true,
+       [](double v) {
+         return v < 1.5 ? 1.0 : v < 2 ? 2.0 : v < 3 ? 4.2 : v < 9 ? 7.0 : 10.0;
+       },
+       {1.7}},
+      {"65 % does not lie in the second",
+       1,
+       true,
+       [](double v) {
+         return v < 1.5 ? 2.0 : v < 2 ? 5.0 : v < 3 ? 6.5 : v < 9 ? 8.0 : 10.0;
+       },
+       {1.7}},
+      {"92 % does not lie in the third",
+       1,
+       true,
+       [](double v) {
+         return v < 2 ? 2.0 : v < 2.8 ? 5.0 : v < 3.3 ? 7.0 : v < 9 ? 9.2 : 10.0;
+       },
+       {3.0}},
       {"a step in three bands: halves until 0.02 V are left",
        1,
        true,
@@ -264,6 +309,8 @@ TEST_F(QuickAdjust, ASteadyDriftCountsOnlyWhenTheTrendIsAsked) {
   Samples(200, 5, [&](double ms) { return 2.0 + ms * 0.00008; });
   EXPECT_TRUE(Stable(false));
   EXPECT_FALSE(Stable(true));
+  Samples(121, 5, [](double ms) { return ms <= 300 ? 2.0 : ms <= 400 ? 2.02 : ms <= 500 ? 2.01 : 2.024; });
+  EXPECT_TRUE(Stable(true)) << "it goes up and down";
   Samples(200, 5, [](double) { return 0.05; });
   EXPECT_TRUE(Stable()) << "equal pressures agree, however low";
   Samples(200, 5, [](double ms) { return 0.05 + 0.00002 * std::fmod(ms / 5, 7) * (ms > 700 ? 1 : 0); });
@@ -298,6 +345,16 @@ TEST_F(QuickAdjust, RebuildsACleanCurve) {
   EXPECT_NEAR(list[1].Y, 0.05 * 8.02, 1e-12);
   EXPECT_EQ(list[2].Y, 2.1) << "of two points at one voltage the later one";
   for (std::int32_t i = 1; i < list.Count(); ++i) EXPECT_GT(list[i].Y, list[i - 1].Y);
+
+  // Saturation begins three times the tolerance below the highest pressure: 4.5 % of 8 bar.
+  const std::pair<double, int> knees[] = {{7.65, 1}, {7.63, 2}};
+  for (const auto& [press, knee] : knees)
+    EXPECT_EQ(Adjust.KneeIndex(ListOf({{1, 1}, {2, 4}, {3, press}, {10, 8}})), knee) << press;
+
+  TIncList zeroes = ListOf({{-0.5, 0.1}, {0, 0.2}, {1, 1}, {2, 2}, {3, 3}, {10, 8}});
+  Adjust.ReBuildGasAdjList(zeroes);
+  EXPECT_THAT(Volts(zeroes), ElementsAre(0, 1, 2, 3, DoubleNear(8, 1e-9), 10)) << "one point at 0 V, of no pressure";
+  EXPECT_EQ(zeroes[0], (TDot{0, 0}));
 
   // Nothing between the rise and full scale: the rise is drawn on to the highest pressure.
   TIncList steep = ListOf({{1, 1}, {2, 2}, {3, 3}, {10, 8}});

@@ -26,11 +26,13 @@ TEST(StepRefusals, AreOneLineEachAndNothingIsCommanded) {
   const TCase cases[] = {
       {131, [](M&, S& s) { As<TSmtMoveToXY>(s).FTarget.X = 4000; }, "Move XY(131): X = 4000.000 is outside 0.000"},
       {131, [](M&, S& s) { As<TSmtMoveToXY>(s).FTarget.Y = NAN; }, "Y = nan is outside"},
+      {131, [](M&, S& s) { As<TSmtMoveToXY>(s).FTarget.Y = 1600; }, "Y = 1600.000 is outside"},
       {131, [](M&, S& s) { As<TSmtMoveToXY>(s).FSpeed = -1; }, "speed = -1.000"},
       {134, [](M&, S& s) { As<TSmtSafeMoveToZ>(s).FFollowerIndex = 2; }, "safe height(134): no Z axis"},
       {136, [](M&, S& s) { As<TSmtSafeMoveToZ>(s).FTargetZ = 500; }, "Move Z(136): Z = 500.000 is outside"},
       {136, [](M&, S& s) { As<TSmtSafeMoveToZ>(s).FTargetZ = -0.5; }, "Z = -0.500 is outside"},
       {138, [](M&, S& s) { As<TSmtSafeMoveToWorkXY>(s).FTarget.X = 2960; }, "X in the work area = 2985.000"},
+      {138, [](M&, S& s) { As<TSmtSafeMoveToWorkXY>(s).FTarget.Y = 1600; }, "Y in the work area = 1620.000"},
       {138, [](M& m, S&) { m.Machine().Motion().SetWorkOrigin(std::nullopt); }, "no valid work origin"},
       {139, [](M&, S& s) { As<TSmtSafeMoveToAssistXY>(s).FTarget.Y = -1; }, "Y = -1.000 is outside"},
       {139, [](M& m, S&) { m.LaserOn(); }, "the laser is on"},
