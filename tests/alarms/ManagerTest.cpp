@@ -8,6 +8,7 @@
 #include "ixocamglue/platform/alarms/NcSimpleAlarmSource.h"
 #include "ixocamglue/platform/ports/Alarmintf.h"
 #include "ixocamglue/platform/services/Log.h"
+#include "ixocamglue/platform/services/VirtualClock.h"
 
 namespace ixocamglue::test {
 namespace {
@@ -79,7 +80,7 @@ class TLines final : public ILogSink {
 
 class Manager : public testing::Test {
  protected:
-  // Without a store nothing leaves the client; the clock is real and nothing waits for it.
+  // Without a store nothing leaves the client.
   void Make(TAlarmLimits limits = {}) {
     Alarms.emplace([this] { return Nc; }, limits);
     Alarms->Initialize();
@@ -104,6 +105,8 @@ class Manager : public testing::Test {
            std::to_string(Alarms->GetHighestLevel());
   }
 
+  TVirtualClock Clock;
+  TInstalled<IClock> ClockInstalled{Clock};
   TLines Sink;
   TLogService Logs;
   TInstalled<TLogService> LogsInstalled{Logs};
@@ -162,7 +165,12 @@ TEST_F(Manager, EveryEventIsLoggedUnlessALimitLeavesLinesOut) {
   const TTexts expected{"7 0 出现报警：门打开", "4 65280 报警解除：门打开",
                         "4 0 an alarm queue has grown to 3 messages (threshold 3)"};
   EXPECT_EQ(Sink.Lines, expected);
-  EXPECT_EQ(Popped().size(), 3U) << "the alarms themselves are not left out";
+  Clock.Sleep(1000);
+  Clear("T#1");
+  Logs.DrainOnce();
+  ASSERT_EQ(Sink.Lines.size(), 5U);
+  EXPECT_EQ(Sink.Lines[3], "4 0 1 lines of alarms were left out here; the alarms themselves were not");
+  EXPECT_EQ(Popped().size(), 4U) << "the alarms themselves are not left out";
 }
 
 TEST_F(Manager, AQueueThatStaysLongIsReportedOnceHoweverTheLevelsAlternate) {

@@ -126,6 +126,7 @@ TEST(AlarmThreads, TheManagerMayEndAndConsumersComeAndGoInTheMiddleOfAFlood) {
   }
   stop = true;
   flood.join();
+  EXPECT_TRUE(package.Standing().empty() && package.AllowCut());
 }
 
 TEST(AlarmThreads, LookupsSeeWholeTextsWhileTheLanguageChanges) {

@@ -434,15 +434,18 @@ struct TCountingDevice final : TModbusComm {
 };
 
 TEST(DeviceThread, RunsRoundsAndEndsInTheMiddleOfOneAndWithARequestUnderWay) {
-  std::atomic<int> rounds{0};
+  std::atomic<int> rounds{0}, none{0};
   {
-    const TCountingDevice shut(rounds);  // without the factory: no round
+    const TCountingDevice shut(none);  // without the factory: no round
     const auto device = MakeDevice<TCountingDevice>(rounds);
     device->StartUpdates();
     while (rounds < 2) Clock().Sleep(1);
     device->StopUpdates();
+    const int stopped = rounds;
     device->StopUpdates();
+    EXPECT_EQ(rounds, stopped);
   }
+  EXPECT_EQ(none, 0);
   TServing silent(pfSilent);
   const auto port = silent.Tcp();
   for (int i = 0; i < 5; ++i) {
@@ -455,14 +458,17 @@ TEST(DeviceThread, RunsRoundsAndEndsInTheMiddleOfOneAndWithARequestUnderWay) {
     options.Retries = 0;
     device->SetProfile(mpStrict, options);
     device->SetDataTransIntf(MakeTransport(TcpLink(port)));
-    std::atomic<bool> begun{false};
+    std::atomic<bool> begun{false}, answered{true};
     std::thread request([&, raw = device.get()] {
       begun = true;
-      (void)raw->ReadRegisters(0, 1);
+      answered = raw->ReadRegisters(0, 1).Ok();
     });
     while (!begun || device->Statistics().Connects == 0) Clock().Sleep(1);
     device.reset();
+    const int ended = rounds;
     request.join();
+    EXPECT_FALSE(answered);
+    EXPECT_EQ(rounds, ended);
   }
 }
 
