@@ -67,10 +67,11 @@ std::vector<TProblem> CheckAlarmDefinitions(std::string_view json) {
   nlohmann::json list;
   try {
     list = nlohmann::json::parse(json.substr(mark));
-  } catch (const nlohmann::json::parse_error& e) {
-    std::string why = e.what();
-    if (const auto colon = why.find(": "); colon != std::string::npos) why.erase(0, colon + 2);
-    return {{why, LineAndColumn(json, mark + (e.byte == 0 ? 0 : e.byte - 1))}};
+  } catch (const nlohmann::json::exception& e) {  // a number too large for one is no parse error
+    const auto* const parse = dynamic_cast<const nlohmann::json::parse_error*>(&e);
+    std::string why = e.what();  // "[json.exception...] parse error at line 3, column 5: what is wrong"
+    if (const auto end = why.find(parse ? ": " : "] "); end != std::string::npos) why.erase(0, end + 2);
+    return {{why, LineAndColumn(json, mark + (parse && parse->byte > 0 ? parse->byte - 1 : 0))}};
   }
   if (!list.is_array()) return {{Format("the list is %s, expected an array", list.type_name()), "1:1"}};
 
