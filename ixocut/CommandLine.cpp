@@ -159,6 +159,10 @@ void AddMachineOptions(CLI::App& command, std::optional<std::filesystem::path>& 
   path(stateOption, state, "DIR", "The state folder (default $XDG_STATE_HOME/ixocut or ~/.local/state/ixocut)");
 }
 
+void AddCommands(CLI::App& program, TCommandRun& run) {
+  for (const TAddCommand add : kCommands) add(program, run);
+}
+
 int IxocutMain(int argc, const char* const* argv, TAdditions additions) {
   std::optional<ixocontroller::TAddedProcedures> added;
   std::optional<TAddedMachines> machines;
@@ -180,7 +184,7 @@ int IxocutMain(int argc, const char* const* argv, TAdditions additions) {
   try {
     added.emplace(std::move(additions.Procedures));
     machines.emplace(std::move(additions.Machines));
-    for (const TAddCommand add : kCommands) add(program, run);
+    AddCommands(program, run);
     program.parse(argc, argv);
     if (!run) {
       std::string names;

@@ -50,6 +50,9 @@ void AddPanelCommand(CLI::App& program, TCommandRun& run);
 void AddKnobCommand(CLI::App& program, TCommandRun& run);
 void AddGasCommand(CLI::App& program, TCommandRun& run);
 
+// All of them.
+void AddCommands(CLI::App& program, TCommandRun& run);
+
 // The options that commands share; each takes its present value as the default, but for the language: that is the one
 // that IXOCUT_LANG, LC_ALL, LC_MESSAGES or LANG names first of those with texts, else Chinese.
 void AddLanguageOption(CLI::App& command, std::string& language);
