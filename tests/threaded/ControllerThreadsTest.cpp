@@ -91,6 +91,10 @@ TEST(SessionThreaded, EndsARunningShotInRealTime) {
 struct TToldDevice final : TModbusComm {
   using TModbusComm::TModbusComm;
   ~TToldDevice() override { EndUse(); }
+  void BreakOff() override {
+    Blocks = false;
+    TModbusComm::BreakOff();
+  }
   void UpdateStatus() override {
     ++Rounds;
     if (Throws) throw std::runtime_error("boom");
@@ -115,6 +119,7 @@ TEST(SessionThreaded, ADeadOrSilentDeviceThreadIsShownAsLongAsItIsSoAndEndsNothi
     TTexts texts;
     for (const TNcAlarmRecord& alarm : session.Alarms().Standing())
       if (alarm.IdPrefix == "TPThread" && alarm.Attrs == naShownOnly) texts.push_back(alarm.Identifier() + alarm.Desc);
+    std::ranges::sort(texts);  // the dead before the silent
     return texts;
   };
   const auto shows = [&](const std::vector<const char*>& parts) {
