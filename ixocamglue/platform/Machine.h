@@ -58,6 +58,9 @@ struct TSignal {
   friend bool operator==(const TSignal&, const TSignal&) = default;
 };
 
+// A nozzle, an axis or a part of the rack was struck: what IMachineObserver::Happened then says begins with this.
+inline constexpr std::string_view kCollision = "collision: ";
+
 // Is told what happens in a machine. Any thread, in the order in which it happens; the machine may hold its own lock,
 // so that an observer calls nobody back.
 class IMachineObserver {
@@ -93,6 +96,10 @@ struct TMachineSnapshot {
   bool Following = false;
   bool Calibrating = false;  // any follower
   std::vector<std::int32_t> OutputsOn;
+  // What was struck since the machine was made: how often, and what was said of the first one ("follower: collision:
+  // ..."). Each one stands in the journal behind kCollision.
+  std::uint32_t Collisions = 0;
+  std::string FirstCollision;
   std::int32_t State = 0;
 
   [[nodiscard]] bool Moving() const { return AxesMoving || ZMoving || FocusMoving; }
