@@ -33,7 +33,9 @@ class TRootHolder {
       TGuard guard(FLock);
       FRoot.swap(root);
     }
-    // The old root dies here, outside the lock: a loaded one leaves first, and leaving may call anything.
+    // Outside the lock: a loaded root that dies leaves first, and leaving may call anything. Not on the thread of
+    // whoever has copied the root just now.
+    if (root) ReleaseOnStateThread(std::move(root));
   }
   [[nodiscard]] std::shared_ptr<IStateMotion> Share() const {
     TGuard guard(FLock);

@@ -1,6 +1,7 @@
 #include "ixocamglue/platform/states/NcState.h"
 
 #include <algorithm>
+#include <iterator>
 #include <pthread.h>
 #include <utility>
 
@@ -149,6 +150,12 @@ void TNcStateFramework::PostAlarm(TNcAlarmRecord alarm) {
   FHasMail.store(true, std::memory_order_release);
 }
 
+void TNcStateFramework::Release(std::shared_ptr<void> object) {
+  TGuard guard(FLock);
+  FMail.Released.push_back(std::move(object));
+  FHasMail.store(true, std::memory_order_release);
+}
+
 TNcStateFramework::TMail TNcStateFramework::TakeMail() {
   if (!FHasMail.load(std::memory_order_acquire)) return {};
   TGuard guard(FLock);
@@ -179,6 +186,7 @@ std::uint32_t TNcStateFramework::RunOnce() {
     }
     RetrySafe();
     TMail mail = TakeMail();
+    FreeReleased(mail);
     if (mail.Stop) {
       FStopTaken = true;
       FStopLeft = CurrentState() == nsStandby;
@@ -200,6 +208,12 @@ std::uint32_t TNcStateFramework::RunOnce() {
     LogGuarded("RunOnce", std::current_exception());
   }
   return std::max<std::uint32_t>(loopDelay, 1);
+}
+
+// Nobody takes a new reference to what was released: once there is only this one, it stays the last.
+void TNcStateFramework::FreeReleased(TMail& mail) {
+  std::ranges::move(mail.Released, std::back_inserter(FReleased));
+  if (!FReleased.empty()) std::erase_if(FReleased, [](const auto& object) { return object.use_count() == 1; });
 }
 
 // The state is about to be left: dark in this pass, whatever follows, and before anybody hears how it ended.
@@ -462,6 +476,11 @@ void NoteGasOff() {
   if (OnStateThread()) return;
   TNcStateFramework* const states = NcStates();
   if (states && states->CurrentState() == nsZemGasAdjust) states->Stop();
+}
+
+void ReleaseOnStateThread(std::shared_ptr<void> object) {
+  TNcStateFramework* const states = NcStates();
+  if (states && !(OnStateThread() && object.use_count() == 1)) states->Release(std::move(object));
 }
 
 // --- TNcStateThread ---

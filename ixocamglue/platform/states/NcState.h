@@ -133,6 +133,8 @@ class TNcStateFramework {
   void Pause();
   void Abort(std::int32_t reason, std::string cause = {});  // ends the current state with this reason; 0 is ignored
   void PostAlarm(TNcAlarmRecord alarm);
+  // Drops this reference in a pass in which it is the last one, or with the framework.
+  void Release(std::shared_ptr<void> object);
   [[nodiscard]] std::int32_t CurrentState() const { return FNumber.load(std::memory_order_acquire); }
   [[nodiscard]] TNcBusyKind Busy() const { return FWatch.Busy.load(std::memory_order_acquire); }
   // A change of state is requested and not yet carried out.
@@ -164,12 +166,14 @@ class TNcStateFramework {
   struct TMail {
     std::optional<TChange> Change;
     std::vector<TNcAlarmRecord> Alarms;
+    std::vector<std::shared_ptr<void>> Released;
     bool Stop = false;
     std::int32_t Abort = srDone;
     std::string StopCause, AbortCause;
   };
 
   TMail TakeMail();
+  void FreeReleased(TMail& mail);
   // What ends the state in this pass, or srDone.
   std::int32_t AbortReason(TMail& mail);
   // The beam's cause, when it ends the state; where there is nothing to end the beam goes dark instead.
@@ -213,6 +217,7 @@ class TNcStateFramework {
   std::optional<TChange> FChange;
   std::string FEndCause;
   TBeamWatch FBeam{FWatch};
+  std::vector<std::shared_ptr<void>> FReleased;  // another thread may still hold them too
   INcBusyDevice* FBusyDevice = nullptr;
   std::uint64_t FBusyLimitAt = TNcSince::kNot;
   std::uint64_t FDelayUntil = 0;
@@ -228,6 +233,10 @@ class TNcStateFramework {
 // For a gas device's adapter, before it switches gas off. Anybody but the running state who has gas switched off while
 // the gas calibration runs ends it with a stop, so that it does not switch gas on again. Any thread.
 void NoteGasOff();
+
+// Drops a reference to something whose end may call devices, so that it ends on the state thread: at once where this is
+// that thread and nobody else holds it, else in a later pass. Any thread; where no framework runs, at once.
+void ReleaseOnStateThread(std::shared_ptr<void> object);
 
 // Runs the loop on a thread of its own until destroyed; the framework outlives it.
 class TNcStateThread {
