@@ -34,6 +34,15 @@ void LogEnterLeave(TDiagLevel level, bool root, std::int32_t parentStep, const s
     d("[%d][%s]: Level = %d", parentStep, desc.c_str(), depth);
 }
 
+// True while it lives.
+struct TInside {
+  explicit TInside(bool& flag) : Flag(flag) { Flag = true; }
+  ~TInside() { Flag = false; }
+  TInside(const TInside&) = delete;
+  TInside& operator=(const TInside&) = delete;
+  bool& Flag;
+};
+
 // What is configured where a command makes no step.
 class TNoStep : public TSmtAtomic {
  public:
@@ -81,10 +90,12 @@ TStepType TStateMotion::Motion(std::int32_t reason) {
   } else if (reason != srDone) {
     result = FaultOr(mstpError, Format(SAbortAnswer, reason, srDone));
   }
-  if (result == mstpError && FLoaded)
+  if (result == mstpError && FLoaded) {
+    KeepChildError();
     DoLeaveMotion();
-  else
+  } else {
     AfterMotion();
+  }
   return result;
 }
 
@@ -280,9 +291,8 @@ void TSmtComposite::BuildData() {
 void TSmtComposite::BuildMotionList() { ReportFault(GetDesc() + ": 子类一定要重载TSmtComposite.BuildMotionList"); }
 
 void TSmtComposite::DoInitMotion() {
-  FInInitMotion = true;
+  const TInside inside(FInInitMotion);  // also when building throws
   if (!FBuildFirst) BuildData();
-  FInInitMotion = false;
 }
 
 std::int32_t TSmtComposite::AddMotion(TStepPtr motion) {
@@ -357,9 +367,11 @@ TStepType TSmtComposite::DoMotion(std::int32_t reason) {
   TStateMotion& child = *FMotionList[static_cast<std::size_t>(FStep)];
   if (TDiag d{dlMessage})
     d("FStep: %d %.*s", FStep, static_cast<int>(child.ClassName().size()), child.ClassName().data());
-  const TStepType result = child.Motion(reason);
-  if (result == mstpError) FChildError = child.GetErrorDesc();
-  return result;
+  return child.Motion(reason);
+}
+
+void TSmtComposite::KeepChildError() {
+  if (TStateMotion* const current = GetCurMotion(); current != this) FChildError = current->GetErrorDesc();
 }
 
 // Kept: the child's type is read in the tick in which it leaves, so the parent advances one tick before the child would

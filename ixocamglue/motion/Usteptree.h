@@ -149,7 +149,8 @@ class TStateMotion : public IStateMotion {
   explicit TStateMotion(std::uint32_t motions = 0) : FMotions(motions) {}
   ~TStateMotion() override = default;
 
-  // The closing words of a leaf's DoMotion.
+  // The closing words of a leaf's DoMotion. Without a controller nobody waits for the device: a leaf that starts
+  // something asks for StateCtrl() first.
   [[nodiscard]] TStepType Await(TCustomBusyType busy);      // advance when this is met
   [[nodiscard]] TStepType PollAgain(TCustomBusyType busy);  // call again when this is met
   [[nodiscard]] static TStepType Fail() { return mstpError; }
@@ -176,6 +177,7 @@ class TStateMotion : public IStateMotion {
   TStepType BeforeMotion(TStepType type);
   void AfterMotion();
   void LeaveIfLoaded() noexcept;
+  virtual void KeepChildError() {}  // leaving destroys the children
   virtual void ShareStop(std::atomic<bool>* flag) { FStopFlag = flag; }
 
   std::int32_t FNextState = nsStandby;
@@ -263,6 +265,7 @@ class TSmtComposite : public TStateMotion {
   friend bool AddMotionByCmd(std::int32_t command, TSmtComposite& composite, bool build);
 
   void ShareStop(std::atomic<bool>* flag) override;
+  void KeepChildError() override;
   void ClearLists();
   TStateMotion& Reject(TStepPtr step);
 
@@ -272,7 +275,7 @@ class TSmtComposite : public TStateMotion {
   std::vector<std::string> FDescs;
   std::vector<TStepPtr> FRejected;  // configured instead of a child that could not be made
   bool FBuildFailed = false;
-  std::string FChildError;  // the failing child's text, kept because leaving destroys the child
+  std::string FChildError;  // the failing child's text
 };
 
 // Makes a step, with its parameters reset; virtual calls work here as they do not in a constructor. Nothing else makes

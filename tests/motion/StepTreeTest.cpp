@@ -195,6 +195,15 @@ TEST_F(StepTree, ALateCompositeIsBuiltOnEntryAndAnUnbuildableOneFails) {
   EXPECT_EQ(none->GetStep(), mstpExit);
 }
 
+TEST_F(StepTree, ACompositeWhoseBuildingThrewIsBuiltOnEntryAgain) {
+  auto root = Root([](TTree&) { throw std::runtime_error("config"); }, true);
+  EXPECT_THROW(root->Motion(srDone), std::runtime_error);
+  root->Build = [](TTree& t) { t.Leaf("a"); };
+  root->BuildData();
+  EXPECT_EQ(root->GetStep(), mstpUnbuilt);
+  EXPECT_EQ(Run(*root).back(), mstpExit);
+}
+
 TEST_F(StepTree, AFailedAddNeverConfiguresThePreviousChild) {
   TSmtDelay* first = nullptr;
   auto root = Root([&](TTree& t) {
@@ -322,19 +331,19 @@ class TDisobedient : public TTree {
  public:
   static constexpr std::string_view kClassName = "TDisobedient";
   TStepType DoMotion(std::int32_t reason) override {
-    TSmtComposite::DoMotion(reason);
-    return mstpStep;
+    return reason == srDone ? TSmtComposite::DoMotion(reason) : mstpStep;
   }
 };
 
-TEST_F(StepTree, AnAbortAnsweredOtherwiseIsForcedToAnErrorAndStillLeaves) {
+TEST_F(StepTree, AnAbortAnsweredOtherwiseIsForcedToAnErrorAndStillLeavesWithItsPath) {
   auto root = MakeStepOf<TDisobedient>(nullptr);
   root->Build = [](TTree& t) { t.Leaf("a"); };
   root->BuildData();
   root->Motion(srDone);
   EXPECT_EQ(root->Motion(srStop), mstpError);
   EXPECT_FALSE(root->IsLoaded());
-  EXPECT_EQ(Faults.Claim(), TTexts{"AReason(1) <> srDone(0)时返回值需为mstpError"});
+  EXPECT_EQ(root->GetErrorDesc(), "->root(7)(FStep = 0)->a(42)(FStep = 1000)");
+  EXPECT_EQ(Faults.Claim(), (TTexts{"AReason(1) <> srDone(0)时返回值需为mstpError", "执行了强制退出操作"}));
 }
 
 TEST_F(StepTree, TheFactoryKnowsItsCommandsAndNoOther) {
