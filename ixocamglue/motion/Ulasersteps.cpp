@@ -58,6 +58,7 @@ void SwitchLaserDark() {
 }
 
 TStepType TSmtLaserOn::DoMotion(std::int32_t) {
+  if (!StateCtrl()) return Fail();
   std::uint32_t startTick = Clock().TickMs();
   const auto limitMs = ConfigSection("Laser").GetInt("EmissionOnDelay", kEmissionOnDelayMs);
   if (const auto [cut, laser] = FindLaser(); laser) {
@@ -87,7 +88,8 @@ TStepType TSmtLaserOff::DoMotion(std::int32_t) {
     const TCutSystemGuard guard(*cut);
     if (!GLaserTimes.LaserOff.IsSet()) {
       GLaserTimes.LaserOff = Clock().Now();
-      if (TDiag d{dlMessage}) d("相纸检测耗费时间：%s", FormatSpan(GLaserTimes.LaserOn, GLaserTimes.LaserOff).c_str());
+      const TDateTime on = GLaserTimes.LaserOn.IsSet() ? GLaserTimes.LaserOn : GLaserTimes.LaserOff;
+      if (TDiag d{dlMessage}) d("相纸检测耗费时间：%s", FormatSpan(on, GLaserTimes.LaserOff).c_str());
     }
     cut->SwitchLaser(false);
     if (laser->GetEmission()) laser->EmissionOff();
@@ -97,7 +99,7 @@ TStepType TSmtLaserOff::DoMotion(std::int32_t) {
 
 TStepType TSmtEmissionOn::DoMotion(std::int32_t) {
   const auto [cut, laser] = FindLaser();
-  if (!laser) return Fail();
+  if (!laser || !StateCtrl()) return Fail();
   if (!laser->GetEmission()) laser->EmissionOn();
   return Await(csbtEnsure);
 }
@@ -110,7 +112,7 @@ TStepType TSmtWaitForEmissionOn::DoMotion(std::int32_t) {
 
 TStepType TSmtLaserOnOnly::DoMotion(std::int32_t) {
   const auto [cut, laser] = FindLaser();
-  if (!laser) return Fail();
+  if (!laser || !StateCtrl()) return Fail();
   if (!laser->GetLaser()) {
     cut->SwitchLaser(true);
     GLaserTimes.LaserOn = Clock().Now();

@@ -231,6 +231,28 @@ TEST_F(LaserSteps, TheTimeBetweenOnAndOffIsLoggedOnceSinceTheLastShot) {
   EXPECT_FALSE(LaserTimes().LaserOff.IsSet());
 }
 
+struct TSpanLines : ILogSink {
+  TSpanLines() { TLogService::Listen(DiagBit(dlMessage)); }
+  ~TSpanLines() override { TLogService::Listen(0); }
+  void Write(const TLogRecord& record) override {
+    if (record.Text.starts_with("相纸检测耗费时间")) Lines.push_back(record.Text);
+  }
+  TTexts Lines;
+};
+
+class LaserSpan : private TSpanLines, public TMachineTest {
+ protected:
+  LaserSpan() : TMachineTest({}, {.Sinks = {this}}) {}
+  using TSpanLines::Lines;
+};
+
+TEST_F(LaserSpan, IsNothingWhereTheLaserNeverWasOn) {
+  LaserTimes() = {};
+  StartSequence({{517, "off"}});
+  Finish();
+  EXPECT_EQ(Lines, TTexts{"相纸检测耗费时间：00:00:00-000"});
+}
+
 class WithoutSafeEntry : public TMachineTest {
  protected:
   WithoutSafeEntry() : TMachineTest({}, {.SafeEntry = false}) {}
