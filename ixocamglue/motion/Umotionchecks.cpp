@@ -25,7 +25,10 @@ TCustomBusyType TZAxis::Busy() const {
 }
 
 TPreCheck::TPreCheck(TStateMotion& step, TWhen when) : FStep(step) {
-  if (when == BeforeCommand && FStep.StopAsked()) Refuse(SCheckStopped.Get());
+  if (when == AfterMove) return;
+  if (FStep.StopAsked()) Refuse(SCheckStopped.Get());
+  // A composite that is built asks as well, and nobody waits for it.
+  if (FStep.IsAtomic()) Require(FStep.StateCtrl(), SCheckNoController);
 }
 
 void TPreCheck::Refuse(std::string_view why) {

@@ -37,7 +37,7 @@ class TZAxis {
 };
 
 // A chain of conditions: the first one that fails writes one error line, "step(command): what and why", and those after
-// it are not looked at. Before a command it begins with the stop flag.
+// it are not looked at. Before a command it begins with the stop flag and a leaf's controller.
 //
 //   if (!TPreCheck(*this).Has(head, SHead).InRange(SFocus, FFocus, limits).Speed(FSpeed)) return Fail();
 class TPreCheck {

@@ -70,6 +70,7 @@ inline constinit TText SNameMotorAxis{"CamGlue", "SNameMotorAxis", "旋转电机
 
 // Why a command was refused.
 inline constinit TText SCheckStopped{"CamGlue", "SCheckStopped", "已请求停止"};
+inline constinit TText SCheckNoController{"CamGlue", "SCheckNoController", "没有状态控制器等待该动作"};
 inline constinit TText SCheckNoDevice{"CamGlue", "SCheckNoDevice", "缺少%s"};
 inline constinit TText SCheckOutOfRange{"CamGlue", "SCheckOutOfRange", "%s = %.3f 超出范围 %.3f 至 %.3f"};
 inline constinit TText SCheckNotArrived{"CamGlue", "SCheckNotArrived", "%s 停在 %.3f，未到达 %.3f"};
@@ -108,11 +109,11 @@ inline constexpr auto kMotionTexts = TextList(
     SAutoCleanDesc, SUninstallNozzleDesc, SInstallNozzleDesc, SOpenOutportDesc, SCloseOutportDesc, SNameMotionDriver,
     SNameMotionCard, SNameZAxis, SNameFollower, SNameCutHead, SNameInputs, SNameConfig, SNameX, SNameY, SNameZ,
     SNameWorkX, SNameWorkY, SNameFocus, SNameSpeed, SNameHeight, SNamePort, SNameCount, SNameLength, SNameWidth,
-    SNameTurns, SNameTurnSpeed, SNameZDis, SNameLiftZ, SNameMotorAxis, SCheckStopped, SCheckNoDevice, SCheckOutOfRange,
-    SCheckNotArrived, SCheckNotRaised, SCheckNoWorkOrigin, SCheckLaserOn, SCheckEmptyRange, SCheckFollowerForbidden,
-    SCheckCaliFailed, SCheckCaliNotStarted, SCheckNotFollowing, SCheckNotSaved, SCheckFirstCali, SCheckNoCaliPos,
-    SCheckBrushNotSet, SCheckNoBrushPos, SCheckNoTable, SCheckCounterNotSaved, SCheckRackDisabled, SCheckNoSlot,
-    SCheckNoSlotPos, SCheckCapNotOpen, SCheckStageNotUp, SCheckSlotFree, SCheckSlotOccupied, SCheckStillOccupied,
-    SCheckStillFree, SCheckNotOverSlot);
+    SNameTurns, SNameTurnSpeed, SNameZDis, SNameLiftZ, SNameMotorAxis, SCheckStopped, SCheckNoController,
+    SCheckNoDevice, SCheckOutOfRange, SCheckNotArrived, SCheckNotRaised, SCheckNoWorkOrigin, SCheckLaserOn,
+    SCheckEmptyRange, SCheckFollowerForbidden, SCheckCaliFailed, SCheckCaliNotStarted, SCheckNotFollowing,
+    SCheckNotSaved, SCheckFirstCali, SCheckNoCaliPos, SCheckBrushNotSet, SCheckNoBrushPos, SCheckNoTable,
+    SCheckCounterNotSaved, SCheckRackDisabled, SCheckNoSlot, SCheckNoSlotPos, SCheckCapNotOpen, SCheckStageNotUp,
+    SCheckSlotFree, SCheckSlotOccupied, SCheckStillOccupied, SCheckStillFree, SCheckNotOverSlot);
 
 }  // namespace ixocamglue

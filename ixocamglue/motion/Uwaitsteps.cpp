@@ -47,7 +47,7 @@ void TSmtGasOnState::ResetParams() {
 TStepType TSmtGasOnState::DoMotion(std::int32_t) {
   if (TDiag d{dlMessage}) d("GasOn: Branch(%d);Pressure(%f)", FGasBranch, FGasPressure);
   TNcGas* const gas = FindGas();
-  if (!gas) return Fail();
+  if (!gas || !StateCtrl()) return Fail();
   gas->SelectBranch(FGasBranch);
   gas->SetPressure(FGasPressure);
   gas->SwitchOn();
@@ -81,6 +81,7 @@ TStepType TSmtWaitInport::DoMotion(std::int32_t) {
     FNeedOutport = false;
     return Await(csbtEnsure);
   }
+  if (!StateCtrl()) return Fail();
   if (FNeedOutport) {
     TNcMotionCard* const card = MotionCard();
     if (!card) return Fail();

@@ -101,6 +101,22 @@ TEST(StepRefusals, AskedToStopNoCommandStartsAnything) {
   }
 }
 
+// Nobody would wait for it.
+TEST(StepRefusals, WithoutAControllerNothingIsStarted) {
+  TRig rig;
+  for (const TMotionCommand& row : MotionCommands()) {
+    const auto step = rig.Make(row.Command);
+    const bool off = row.Command == 142 || row.Command == 517 || row.Command == 522;  // off is told all the same
+    if (!step->IsAtomic() || off) continue;
+    if (auto* wait = dynamic_cast<TSmtWaitInport*>(step.get())) wait->FOutport = 4, wait->FNeedOutport = true;
+    step->SetStateCtrl(nullptr);
+    rig.Journal().Clear();
+    EXPECT_EQ(step->Motion(srDone), mstpError) << row.Command;
+    for (const TJournalEntry& entry : rig.Journal().Entries())
+      EXPECT_TRUE(!entry.IsCommand() || entry.Args.ends_with("off")) << row.Command << " " << entry.Verb;
+  }
+}
+
 TEST(StepRefusals, EachMissingDeviceIsNamed) {
   TRig rig({.CutHead = false,
             .MultiFollower = false,
