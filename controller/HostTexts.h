@@ -19,6 +19,7 @@ inline constinit TText SRowGas{"IxoCut", "SRowGas", "气体"};
 inline constinit TText SShotTitle{"IxoCut", "SShotTitle", "%s：%d 毫秒"};
 inline constinit TText SShotEnded{"IxoCut", "SShotEnded", "%s，用时 %d 毫秒"};
 inline constinit TText SShotTooEarly{"IxoCut", "SShotTooEarly", "%s %d：程序在此之前已结束"};
+inline constinit TText SRunCollided{"IxoCut", "SRunCollided", "发生 %d 次碰撞；第一次：%s"};
 inline constinit TText SShotNotDark{"IxoCut", "SShotNotDark", "程序结束后激光或光闸仍未关闭"};
 
 inline constinit TText SEndSuccess{"IxoCut", "SEndSuccess", "执行成功"};
@@ -26,6 +27,7 @@ inline constinit TText SEndStopped{"IxoCut", "SEndStopped", "已停止"};
 inline constinit TText SEndPaused{"IxoCut", "SEndPaused", "已暂停"};
 inline constinit TText SEndAlarm{"IxoCut", "SEndAlarm", "因报警结束"};
 inline constinit TText SEndError{"IxoCut", "SEndError", "执行出错：%s"};
+inline constinit TText SEndCollided{"IxoCut", "SEndCollided", "执行完毕，但发生了碰撞"};
 inline constinit TText SEndRefused{"IxoCut", "SEndRefused", "未能进入执行状态"};
 inline constinit TText SEndNever{"IxoCut", "SEndNever", "未在时限内结束"};
 
@@ -68,11 +70,11 @@ inline constinit TText SPlotProcedure{"IxoCut", "SPlotProcedure", "工艺过程"
 
 inline constexpr auto kHostTexts =
     TextList(SRowState, SRowEmission, SRowLaser, SRowGas, SShotTitle, SShotEnded, SShotTooEarly, SShotNotDark,
-             SEndSuccess, SEndStopped, SEndPaused, SEndAlarm, SEndError, SEndRefused, SEndNever, SAskedAlarm,
-             SSignalStop, SWatchBusy, SWatchLeaf, SWatchEmission, SWatchLaser, SWatchGas, SWatchBeat, SWatchDark,
-             SWatchEnding, SWatchEmergency, SWatchAlarm, SWatchFail, SWatchStop, SWatchLatch, SThreadSilent,
-             SThreadFailed, SLinesDropped, SRunSteps, SRunPath, SRunStillOn, SRunFailed, SRunFailedAt, SRowOutput,
-             SRowFollow, SPlotPath, SPlotZ, SPlotSignals, SPlotStart, SPlotEnd, SPlotBeam, SPlotProcedure);
+             SEndSuccess, SEndStopped, SEndPaused, SEndAlarm, SEndError, SEndCollided, SRunCollided, SEndRefused,
+             SEndNever, SAskedAlarm, SSignalStop, SWatchBusy, SWatchLeaf, SWatchEmission, SWatchLaser, SWatchGas,
+             SWatchBeat, SWatchDark, SWatchEnding, SWatchEmergency, SWatchAlarm, SWatchFail, SWatchStop, SWatchLatch,
+             SThreadSilent, SThreadFailed, SLinesDropped, SRunSteps, SRunPath, SRunStillOn, SRunFailed, SRunFailedAt,
+             SRowOutput, SRowFollow, SPlotPath, SPlotZ, SPlotSignals, SPlotStart, SPlotEnd, SPlotBeam, SPlotProcedure);
 
 // Milliseconds for a %d.
 [[nodiscard]] inline int ShownMs(std::uint64_t ms) {

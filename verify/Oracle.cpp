@@ -145,8 +145,8 @@ void TOracle::Read(const TJournalEntry& entry) {
     } else if (entry.Verb.starts_with("output ") && entry.Verb.ends_with(" is not fitted")) {
       FOutputs.erase(std::atoi(entry.Verb.c_str() + 7));
     }
-  } else if (entry.Device == "rack") {
-    if (entry.Verb.starts_with("struck")) FContradictions.push_back(entry.Line());
+  } else if (!entry.IsCommand() && entry.Verb.starts_with(kCollision)) {
+    FContradictions.push_back(entry.Line());
   } else if (!entry.IsCommand()) {
     if (entry.Verb == "moving") FMoving.insert(entry.Device);
     if (entry.Verb == "at rest") FMoving.erase(entry.Device);

@@ -44,7 +44,7 @@ class TOracle {
   [[nodiscard]] const std::set<std::string>& Calibrating() const { return FCalibrating; }  // devices
   [[nodiscard]] std::int32_t State() const { return FState; }
   // What cannot be: a beam or emission that nobody asked for, or one that stayed after it was switched off. What must
-  // not be: a head that struck the nozzle rack.
+  // not be: a collision.
   [[nodiscard]] const std::vector<std::string>& Contradictions() const { return FContradictions; }
 
  private:

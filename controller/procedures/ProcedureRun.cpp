@@ -124,13 +124,15 @@ TRunReport TProcedureRun::Run(const std::function<TStepPtr()>& make, std::uint64
   return Report();
 }
 
-TRunEnd TProcedureRun::HowItEnded() {
+TRunEnd TProcedureRun::HowItEnded(const TMachineSnapshot& shown) {
   if (!FInTime) return {"unfinished", SEndNever.Get()};
   if (FEnteredAt.load() == kNever)
     return FSignalled ? TRunEnd{"stopped", SEndStopped.Get()} : TRunEnd{"refused", SEndRefused.Get()};
   const TMotionOutcome& outcome = FController.MotionState().Outcome();
   switch (outcome.Type) {
-    case metSuccess: return {"success", SEndSuccess.Get()};
+    case metSuccess:
+      if (shown.Collisions > 0) return {"collision", SEndCollided.Get()};
+      return {"success", SEndSuccess.Get()};
     case metStop: return {"stopped", SEndStopped.Get()};
     case metPause: return {"paused", SEndPaused.Get()};
     case metAlarm: return {"alarm", SEndAlarm.Get()};
@@ -142,8 +144,9 @@ TRunEnd TProcedureRun::HowItEnded() {
 
 TRunReport TProcedureRun::Report() {
   TRunReport report;
-  report.End = HowItEnded();
   const auto shown = FController.Machine().Snapshot();
+  report.End = HowItEnded(shown);
+  report.Collisions = shown.Collisions;
   report.Dark = !shown.Laser && !shown.Emission;
 
   const std::uint64_t entered = FEnteredAt.load();
@@ -173,6 +176,8 @@ TRunReport TProcedureRun::Report() {
   tooEarly("--alarm-at", FTriggers.AlarmAt, FAlarmSent);
   if (const auto dropped = FController.Logs().Dropped(); dropped > 0)
     report.Notes.push_back(Show(SLinesDropped, ShownMs(dropped)));
+  if (shown.Collisions > 0)
+    report.Notes.push_back(Show(SRunCollided, ShownMs(shown.Collisions), shown.FirstCollision.c_str()));
   if (!report.Dark) report.Notes.emplace_back(SShotNotDark.Get());
   return report;
 }

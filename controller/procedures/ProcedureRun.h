@@ -28,14 +28,15 @@ struct TRunTriggers {
 };
 
 struct TRunEnd {
-  const char* Name = "";  // in JSON: success, stopped, paused, alarm, error, refused, unfinished
+  const char* Name = "";  // in JSON: success, stopped, paused, alarm, error, collision, refused, unfinished
   std::string Words;
 };
 
 // What is left of a run when its controller has ended.
 struct TRunReport {
   TRunEnd End;
-  bool Dark = false;               // laser and emission are off
+  bool Dark = false;  // laser and emission are off
+  std::uint32_t Collisions = 0;
   std::string Path, Fault, Cause;  // of the outcome; empty when the procedure was never entered
   std::int32_t NextState = nsStandby;
   std::uint64_t StartMs = 0;    // monotonic, when the run began
@@ -93,7 +94,7 @@ class TProcedureRun {
   void CheckSignal();
   template <class Done>
   bool WaitFor(std::uint64_t limitMs, Done done);
-  [[nodiscard]] TRunEnd HowItEnded();
+  [[nodiscard]] TRunEnd HowItEnded(const TMachineSnapshot& shown);
   TRunReport Report();
 
   const TListening FListening;

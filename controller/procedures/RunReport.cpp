@@ -91,6 +91,7 @@ nlohmann::ordered_json ReportJson(const TRunReport& report, const TMotionTrace& 
           {"words", report.End.Words},
           {"durationMs", report.DurationMs},
           {"dark", report.Dark},
+          {"collisions", report.Collisions},
           {"path", report.Path},
           {"fault", report.Fault},
           {"cause", report.Cause},

@@ -200,7 +200,7 @@ void TSimMotion::MoveZ(double mm, double mmPerS) {
   if (!FHasZ) return FCore.Event("axes", "the driver has no Z axis");
   if (!(mm >= FZAxis.SoftLimitNeg && mm <= FZAxis.SoftLimitPos)) {
     TellLimit(TSimDeviceAlarms::axZ, mm, FZAxis);
-    return FCore.Event("axes", Format("Z target %.3f is outside the limits", mm));
+    return FCore.Collide("axes", Format("Z target %.3f is outside the limits", mm));
   }
   FCore.DeviceAlarms.AxisWithin(TSimDeviceAlarms::axZ);
   FZ.Start(mm, SpeedWithin(mmPerS, FZAxis.MaxSpeed), FZAxis.Acceleration);
@@ -325,7 +325,8 @@ void TSimMotion::Step(std::uint64_t) {
 bool TSimAxis::Start(double mm, double mmPerS) {
   FCore.AssertLocked();
   if (!(mm >= FConfig.SoftLimitNeg && mm <= FConfig.SoftLimitPos)) {
-    FCore.Event(FDevice, Format("target %.3f is outside the limits", mm));
+    const std::string text = Format("target %.3f is outside the limits", mm);
+    FAxis == TSimDeviceAlarms::axZ ? FCore.Collide(FDevice, text) : FCore.Event(FDevice, text);
     if (mm < FConfig.SoftLimitNeg || mm > FConfig.SoftLimitPos)
       FCore.DeviceAlarms.AxisLimit(FAxis, mm > FConfig.SoftLimitPos);
     return false;

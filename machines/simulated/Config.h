@@ -100,6 +100,7 @@ struct TSimSlot {
 
 // The nozzle changer as "NozzleChange" describes it; without slots there is none. Outputs below 1 are not fitted.
 struct TSimRackConfig : TSimRackParams {
+  static constexpr double kHeadWidth = 15.0;  // mm around a slot
   std::int32_t OutCapOpen = 0;
   std::int32_t OutCapClose = 0;
   std::int32_t OutStageUp = 0;

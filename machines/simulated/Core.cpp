@@ -14,6 +14,12 @@ void TSimCore::CatchUp(std::uint64_t nowMs) {
   }
 }
 
+void TSimCore::Collide(std::string_view device, std::string_view text) {
+  const std::string told = std::string(kCollision) += text;
+  if (FCollisions++ == 0) FFirstCollision = std::string(device) + ": " + told;
+  Event(device, told);
+}
+
 TSimScope::TSimScope(TSimCore& core) : TSimScope(core, Clock().MonotonicMs()) {}
 
 TSimScope::TSimScope(TSimCore& core, std::uint64_t nowMs) : FCore(core) {

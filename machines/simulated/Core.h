@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -37,6 +38,10 @@ class TSimCore {
   void Event(std::string_view device, std::string_view text) IXO_REQUIRES(Lock) {
     FObserver.Happened(FNow, device, text);
   }
+  // What was struck; the journal has each, the snapshot the count and the first.
+  void Collide(std::string_view device, std::string_view text) IXO_REQUIRES(Lock);
+  [[nodiscard]] std::uint32_t Collisions() const IXO_REQUIRES(Lock) { return FCollisions; }
+  [[nodiscard]] const std::string& FirstCollision() const IXO_REQUIRES(Lock) { return FFirstCollision; }
   void Signal(TSignalKind kind, bool on, std::int32_t number = 0, double value = 0.0) IXO_REQUIRES(Lock) {
     FObserver.Signalled({FNow, kind, on, number, value});
   }
@@ -53,6 +58,8 @@ class TSimCore {
   IMachineObserver& FObserver;
   std::vector<ISimPart*> FParts;
   std::uint64_t FNow IXO_GUARDED_BY(Lock);
+  std::uint32_t FCollisions IXO_GUARDED_BY(Lock) = 0;
+  std::string FFirstCollision IXO_GUARDED_BY(Lock);
 };
 
 class IXO_SCOPED_CAPABILITY TSimScope {

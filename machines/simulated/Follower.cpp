@@ -153,6 +153,11 @@ bool TSimFollower::Calibrating() const {
   return FCali != TCali::Idle;
 }
 
+double TSimFollower::PlateZ() const {
+  FCore.AssertLocked();
+  return FPlateZ;
+}
+
 void TSimFollower::Step(std::uint64_t) {
   FCore.AssertLocked();
   if (FFollowing)

@@ -52,6 +52,7 @@ class TSimFollower final : public TNcFollower, public ISimPart {
   [[nodiscard]] bool Moving() const;
   [[nodiscard]] bool Following() const;
   [[nodiscard]] bool Calibrating() const;
+  [[nodiscard]] double PlateZ() const;  // infinite: no plate
   void Step(std::uint64_t nowMs) override;
 
  private:

@@ -33,8 +33,10 @@ TSimMachine::TSimMachine(const TMachineContext& context, const TSimConfig& confi
       FPorts(FCore, FConfig, FGas),
       FInportCtrl(FCore, FPorts, context.Alarms),
       FTable(FCore, FConfig),
-      FRack(FCore, FConfig.Rack, FPorts, FMotion, config.Physics.Follower ? &FFollower : nullptr),
-      FBrush(FCore, FConfig.Brushes, FMotion, config.Physics.Follower ? &FFollower : nullptr) {
+      FRack(FCore, FConfig.Rack, FPorts, FMotion, config.Physics.Follower ? &FFollower : nullptr,
+            FSecondFollower.get()),
+      FBrush(FCore, FConfig.Brushes, FMotion, config.Physics.Follower ? &FFollower : nullptr),
+      FCollisions(FCore, FConfig, FMotion, config.Physics.Follower ? &FFollower : nullptr, FSecondFollower.get()) {
   FCore.AddPart(FLaser);
   FCore.AddPart(FGas);
   FCore.AddPart(FMotion);
@@ -46,6 +48,7 @@ TSimMachine::TSimMachine(const TMachineContext& context, const TSimConfig& confi
   FCore.AddPart(FRack);
   FCore.AddPart(FBrush);
   FCore.AddPart(FInportCtrl);
+  FCore.AddPart(FCollisions);
 }
 
 TResult<> TSimMachine::Connect() {
@@ -150,6 +153,8 @@ TMachineSnapshot TSimMachine::Snapshot() {
   now.FollowingError = {speed.X * lagS, speed.Y * lagS, speedZ * lagS, FHead.Speed() * lagS};
   now.RackMoving = FRack.Travelling();
   now.OutputsOn = FPorts.OutputsOn();
+  now.Collisions = FCore.Collisions();
+  now.FirstCollision = FCore.FirstCollision();
   now.State = GetState();
   return now;
 }

@@ -15,6 +15,7 @@
 #include "ixocamglue/platform/Machine.h"
 #include "ixocamglue/platform/services/VirtualClock.h"
 #include "machines/simulated/Axes.h"
+#include "machines/simulated/Collisions.h"
 #include "machines/simulated/Config.h"
 #include "machines/simulated/Core.h"
 #include "machines/simulated/Follower.h"
@@ -102,6 +103,7 @@ class TSimMachine final : public IMachine, public TNcCutSystem {
   TSimSwitchTable FTable;
   TSimRack FRack;
   TSimBrush FBrush;
+  TSimCollisions FCollisions;
 
   std::optional<std::size_t> FClockHandle;
   std::int32_t FState IXO_GUARDED_BY(FCore.Lock) = 0;  // the last one noted

@@ -8,9 +8,9 @@
 namespace ixocamglue {
 namespace {
 
-constexpr double kOverSlot = 0.5;      // mm; a head further off the slot's middle does not grip the nozzle
-constexpr double kAtHeight = 1.0;      // mm
-constexpr double kHeadWidth = 15.0;    // mm around the slots
+constexpr double kOverSlot = 0.5;  // mm; a head further off the slot's middle does not grip the nozzle
+constexpr double kAtHeight = 1.0;  // mm
+constexpr double kHeadWidth = TSimRackConfig::kHeadWidth;
 constexpr double kNozzleLength = 5.0;  // mm by which a nozzle in the head reaches between the slots
 
 bool Inside(const TNcArea& area, const TPoint2& p) {
@@ -22,11 +22,12 @@ bool Inside(const TNcArea& area, const TPoint2& p) {
 // --- TSimRack ---
 
 TSimRack::TSimRack(TSimCore& core, const TSimRackConfig& config, TSimPorts& ports, const TSimMotion& motion,
-                   const TSimFollower* follower)
+                   const TSimFollower* follower, const TSimFollower* second)
     : FCore(core),
       FPorts(ports),
       FMotion(motion),
       FFollower(follower),
+      FSecond(second),
       FConfig(config),
       FSlots(config.Slots),
       FCap{"cap open", "cap closed", config.OutCapOpen, config.OutCapClose, config.InCapOpen, config.InCapClose},
@@ -87,7 +88,8 @@ bool TSimRack::Travelling() const {
 
 void TSimRack::Step(std::uint64_t) {
   FCore.AssertLocked();
-  if (FTravelling) {
+  const bool parts = FTravelling;
+  if (parts) {
     FTravelling = false;
     Move(FCap);
     Move(FStage);
@@ -95,7 +97,7 @@ void TSimRack::Step(std::uint64_t) {
   if (FSlots.empty()) return;
   const bool axes = FMotion.Active();
   if (axes) Turn();
-  if (axes || (FFollower && FFollower->Moving())) WatchHead();
+  if (axes || parts || (FFollower && FFollower->Moving()) || (FSecond && FSecond->Moving())) WatchHead();
 }
 
 TSimSlot* TSimRack::SlotUnderHead() {
@@ -135,9 +137,10 @@ void TSimRack::Transfer(TSimSlot& slot) {
 }
 
 void TSimRack::WatchHead() {
-  const bool low = FStage.Pos > 0.5 && HeadZ() > FTopZ && Inside(FRegion, FMotion.Pos());
-  const bool struck = low && (FMotion.PathSpeed() != 0.0 || FCap.Pos != 1.0);
-  if (struck && !FStruck) FCore.Event("rack", "struck by the head");
+  const double lowest = FSecond ? std::max(HeadZ(), FSecond->Z()) : HeadZ();
+  const bool low = FStage.Pos > 0.5 && lowest > FTopZ && Inside(FRegion, FMotion.Pos());
+  const bool struck = low && (FMotion.PathSpeed() != 0.0 || FCap.Pos != 1.0 || FStage.Pos != 1.0);
+  if (struck && !FStruck) FCore.Collide("rack", "struck by the head");
   FStruck = struck;
 }
 

@@ -3,8 +3,8 @@
 //
 // Cap and stage keep their position while no output is on. A nozzle changes between head and slot when the stage is up,
 // the cap open, the head stands at the slot's height over it, and the axis has turned the thread's length the right
-// way; the slot's input changes with it. A head that drives sideways between the slots, or down onto the closed cap, is
-// told in the journal ("rack: struck by the head"), which no run may show.
+// way; the slot's input changes with it. A head that drives sideways between the slots or down onto the closed cap, or
+// that cap or stage moves against, is a collision ("rack: collision: struck by the head").
 #pragma once
 
 #include <cstdint>
@@ -21,9 +21,10 @@ namespace ixocamglue {
 
 class TSimRack final : public ISimPart {
  public:
-  // `follower`: whose Z is the head's; null where the driver has it. All outlive the rack.
+  // `follower`: whose Z is the head's; null where the driver has it. `second`: of the head beside it, null: none. All
+  // outlive the rack.
   TSimRack(TSimCore& core, const TSimRackConfig& config, TSimPorts& ports, const TSimMotion& motion,
-           const TSimFollower* follower);
+           const TSimFollower* follower, const TSimFollower* second);
   ~TSimRack() override;
 
   // --- by hand and on request; any thread ---
@@ -69,6 +70,7 @@ class TSimRack final : public ISimPart {
   TSimPorts& FPorts;
   const TSimMotion& FMotion;
   const TSimFollower* const FFollower;
+  const TSimFollower* const FSecond;
   const TSimRackConfig FConfig;
   TNcArea FRegion;     // of the slots and a head's width around them
   double FTopZ = 0.0;  // of the nozzles in their slots

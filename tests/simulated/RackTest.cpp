@@ -138,6 +138,46 @@ TEST_F(SimRack, ANozzleChangesPlacesWhenItIsTurnedAtItsSlot) {
   EXPECT_FALSE(Journalled("struck"));
 }
 
+// Over the table, whose plate lies at 80, its slats at 90.
+TEST_F(SimRack, ANozzleThatIsDraggedOrPressedIntoPlateOrSlatsIsACollision) {
+  const auto drag = [&](double z) {
+    GoTo({100.0, 100.0}, z);
+    const auto before = Machine.Snapshot().Collisions;
+    MotionDriver()->MoveXY({110.0, 100.0}, 0.0);
+    SettleAll();
+    return Machine.Snapshot().Collisions - before;
+  };
+  EXPECT_EQ(drag(79.9), 0u);
+  GFollower()->Follow(0.2);
+  SettleAll();
+  MotionDriver()->MoveXY({200.0, 100.0}, 0.0);
+  SettleAll();
+  GFollower()->Stop(1);
+  (void)Calibrate();
+  EXPECT_EQ(Machine.Snapshot().Collisions, 0u);
+  EXPECT_EQ(drag(80.5), 1u);
+  EXPECT_EQ(Machine.Snapshot().FirstCollision,
+            "follower: collision: the nozzle is dragged through the plate, 0.50 mm below its surface");
+  EXPECT_EQ(drag(85.0), 1u);  // pressed in before, which is one of its own
+  EXPECT_TRUE(Journalled("follower: collision: the nozzle is pressed into the plate"));
+  Apply("follower.no-plate");
+  EXPECT_EQ(drag(89.9), 0u);
+  EXPECT_EQ(drag(90.5), 1u);
+  GoTo({3010.0, 40.0}, 95.0);  // beside the table
+  const auto before = Machine.Snapshot().Collisions;
+  GFollower()->MoveZ(121.0, 0.0);
+  EXPECT_EQ(Machine.Snapshot().Collisions, before + 1);
+  EXPECT_TRUE(Journalled("follower: collision: target 121.000 is outside the limits"));
+}
+
+TEST_F(SimRack, ACapThatClosesOntoTheHeadIsACollision) {
+  OpenRack();
+  GoTo(kFreeSlot, 68.0);
+  EXPECT_EQ(Machine.Snapshot().Collisions, 0u);
+  Switch(poCapClose);
+  EXPECT_EQ(Machine.Snapshot().FirstCollision, "rack: collision: struck by the head");
+}
+
 TEST_F(SimRack, TheRackFailsAsAskedAndTellsWhenItIsStruck) {
   GoTo(kFreeSlot, 68.0);  // the stage is down: nothing is in the way
   EXPECT_FALSE(Journalled("struck"));
