@@ -46,7 +46,8 @@ TStepType TSmtCleanHeadCurve::DoMotion(std::int32_t) {
   if (FUseConfig && !check.Require(TakeConfig(), SCheckNoBrushPos)) return Fail();
   constexpr TAxisLimits kSizes{0.0, std::numeric_limits<double>::max()};
   check.InRange(SNameLength, FLength, kSizes).InRange(SNameWidth, FWidth, kSizes);
-  if (!check.InRange(SNameCount, FCount, {1.0, kMaxCount}).XY(driver, FCentre).Speed(FSpeed)) return Fail();
+  check.InRange(SNameCount, FCount, {1.0, kMaxCount}).XY(driver, FCentre).Speed(FSpeed);
+  if (!check.Raised(1)) return Fail();
   MakeCurve();
   if (!check.XY(driver, FCurve.Range().Min).XY(driver, FCurve.Range().Max)) return Fail();
   driver->MoveCurve(FCurve.XYCurve(), FSpeed);

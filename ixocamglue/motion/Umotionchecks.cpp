@@ -67,6 +67,15 @@ TPreCheck& TPreCheck::Z(const TZAxis& axis, double target) {
   return InRange(SNameZ, target, axis.GetLimits());
 }
 
+TPreCheck& TPreCheck::Raised(std::int32_t first, std::int32_t end) {
+  for (std::int32_t head = first; head < end && FPassed; ++head) {
+    if (head > 0 && !HasSecondHead()) break;
+    const TZAxis axis(head);
+    Require(axis.GetZ() <= axis.GetSafeZ() + kAtTarget, SCheckNotRaised, head + 1);
+  }
+  return *this;
+}
+
 TPreCheck& TPreCheck::Arrived(const TText& what, double target, double actual) {
   if (FPassed && !(std::abs(actual - target) <= kArrived))
     Refuse(Format(SCheckNotArrived.Get(), what.Get(), actual, target));
@@ -84,6 +93,8 @@ void TSmtMoveStep::DoBeforeStep(std::int32_t, std::int32_t newStep) {
   CheckArrived(check);
   if (!check) SetStep(mstpError);
 }
+
+bool HasSecondHead() { return TZAxis(1).Follower(); }
 
 bool IsNear(TPoint2 a, TPoint2 b, double tolerance) {
   return std::abs(a.X - b.X) <= tolerance && std::abs(a.Y - b.Y) <= tolerance;

@@ -14,6 +14,8 @@ namespace ixocamglue {
 inline constexpr double kAtTarget = 1e-3;  // closer than this is there already
 inline constexpr double kArrived = 0.1;    // a finished move that ends further off has failed
 
+inline constexpr std::int32_t kHeads = 2;  // at most; the second one has a follower
+
 // The Z axis of a head: the follower that the multi-follower holds under an index, else the motion driver's own.
 class TZAxis {
  public:
@@ -65,6 +67,8 @@ class TPreCheck {
   // The driver is there and can go there.
   TPreCheck& XY(TNcMotionDriver* driver, TPoint2 target);
   TPreCheck& Z(const TZAxis& axis, double target);
+  // No head of these is below its safe height.
+  TPreCheck& Raised(std::int32_t first, std::int32_t end = kHeads);
   // A finished move has come to where it was sent.
   TPreCheck& Arrived(const TText& what, double target, double actual);
   TPreCheck& ArrivedXY(TNcMotionDriver* driver, TPoint2 target);
@@ -86,6 +90,8 @@ class TSmtMoveStep : public TSmtAtomic {
   virtual void CheckArrived(TPreCheck& check) = 0;  // in the tick after the last command
 };
 
+// The head beside the first one is fitted.
+[[nodiscard]] bool HasSecondHead();
 [[nodiscard]] bool IsNear(TPoint2 a, TPoint2 b, double tolerance);
 [[nodiscard]] TPoint2 GetXY(TNcMotionDriver& driver);
 

@@ -74,7 +74,7 @@ inline constinit TText SCheckNoController{"CamGlue", "SCheckNoController", "没�
 inline constinit TText SCheckNoDevice{"CamGlue", "SCheckNoDevice", "缺少%s"};
 inline constinit TText SCheckOutOfRange{"CamGlue", "SCheckOutOfRange", "%s = %.3f 超出范围 %.3f 至 %.3f"};
 inline constinit TText SCheckNotArrived{"CamGlue", "SCheckNotArrived", "%s 停在 %.3f，未到达 %.3f"};
-inline constinit TText SCheckNotRaised{"CamGlue", "SCheckNotRaised", "切割头低于安全高度"};
+inline constinit TText SCheckNotRaised{"CamGlue", "SCheckNotRaised", "切割头%d低于安全高度"};
 inline constinit TText SCheckNoWorkOrigin{"CamGlue", "SCheckNoWorkOrigin", "没有有效的工件原点"};
 inline constinit TText SCheckLaserOn{"CamGlue", "SCheckLaserOn", "激光已打开"};
 inline constinit TText SCheckEmptyRange{"CamGlue", "SCheckEmptyRange", "范围为空"};

@@ -21,7 +21,7 @@ void TSmtMoveToXY::ResetParams() {
 
 TStepType TSmtMoveToXY::DoMotion(std::int32_t) {
   TNcMotionDriver* const driver = MotionDriver();
-  if (!TPreCheck(*this).XY(driver, FTarget).Speed(FSpeed)) return Fail();
+  if (!TPreCheck(*this).XY(driver, FTarget).Speed(FSpeed).Raised(1)) return Fail();
   if (IsNear(GetXY(*driver), FTarget, kAtTarget)) return Await(csbtEnsure);
   driver->MoveXY(FTarget, FSpeed);
   return Await(csbtMotion);
@@ -77,28 +77,25 @@ void TSmtRaisedMove::ResetParams() {
   TSmtMoveStep::ResetParams();
   FTarget = {};
   FSpeed = 0.0;
-  FPhase = TPhase::Raise;
+  FRaised = 0;
 }
 
-// Everything is checked before the head rises, and again before it travels.
+// Everything is checked before a head rises, and again before the next one does and before they travel.
 TStepType TSmtRaisedMove::DoMotion(std::int32_t) {
   TNcMotionDriver* const driver = MotionDriver();
-  const TZAxis axis(0);
   TPreCheck check(*this);
-  if (!check.Has(driver, SNameMotionDriver).Has(axis)) return Fail();
+  if (!check.Has(driver, SNameMotionDriver).Has(TZAxis(0))) return Fail();
   const TPoint2 target = Resolve(check, *driver);
-  if (!check.XY(driver, target).Speed(FSpeed)) return Fail();
-  const double safeZ = axis.GetSafeZ();
-  const bool below = axis.GetZ() > safeZ + kAtTarget;
-  if (FPhase == TPhase::Raise) {
+  if (!check.XY(driver, target).Speed(FSpeed).Raised(0, FRaised)) return Fail();
+  for (const std::int32_t heads = HasSecondHead() ? kHeads : 1; FRaised < heads;) {
+    const TZAxis axis(FRaised);
+    const double safeZ = axis.GetSafeZ();
+    const bool below = axis.GetZ() > safeZ + kAtTarget;
     if (!check.Z(axis, safeZ)) return Fail();
-    FPhase = TPhase::Travel;
-    if (below) {
-      axis.MoveZ(safeZ, 0.0);
-      return PollAgain(axis.Busy());
-    }
-  } else if (!check.Require(!below, SCheckNotRaised)) {
-    return Fail();
+    ++FRaised;
+    if (!below) continue;
+    axis.MoveZ(safeZ, 0.0);
+    return PollAgain(axis.Busy());
   }
   FEnd = target;
   if (IsNear(GetXY(*driver), target, kAtTarget)) return Await(csbtEnsure);
@@ -135,9 +132,8 @@ void TSmtLubricateCurve::ResetParams() {
 
 TStepType TSmtLubricateCurve::DoMotion(std::int32_t) {
   TNcMotionDriver* const driver = MotionDriver();
-  const TZAxis axis(0);
   TPreCheck check(*this);
-  if (!check.Has(driver, SNameMotionDriver).Has(axis)) return Fail();
+  if (!check.Has(driver, SNameMotionDriver).Has(TZAxis(0))) return Fail();
   TRange2 range;
   if (FRange) {
     range = *FRange;
@@ -149,7 +145,7 @@ TStepType TSmtLubricateCurve::DoMotion(std::int32_t) {
   check.Require(range.Max.X > range.Min.X && range.Max.Y > range.Min.Y, SCheckEmptyRange);
   check.XY(driver, range.Min).XY(driver, range.Max).Speed(FSpeed);
   check.InRange(SNameCount, FCount, {1.0, kMaxCount});
-  if (!check || !check.Require(axis.GetZ() <= axis.GetSafeZ() + kAtTarget, SCheckNotRaised)) return Fail();
+  if (!check.Raised(0)) return Fail();
 
   const TPoint2 corner{range.Max.X, range.Min.Y};
   const TPoint2 opposite{range.Min.X, range.Max.Y};
@@ -174,6 +170,7 @@ void TSmtSafeMoveToXY::ResetParams() {
 
 void TSmtSafeMoveToXY::BuildMotionList() {
   Add(134, SSafeMoveToZDesc);
+  if (HasSecondHead()) Add<TSmtSafeMoveToZ>(134, SSafeMoveToZDesc).FFollowerIndex = 1;
   auto& xy = Add<TSmtMoveToXY>(131, SMoveToXYDesc);
   xy.FTarget = FTarget;
   xy.FSpeed = FSpeed;

@@ -15,7 +15,8 @@
 
 namespace ixocamglue {
 
-// 131: moves XY where it is told, whatever the height of the head.
+// 131: moves XY where it is told, whatever the height of the first head. Refused while the second one is below its safe
+// height.
 class TSmtMoveToXY : public TSmtCommand<131, TSmtMoveStep> {
  public:
   TStepType DoMotion(std::int32_t reason) override;
@@ -58,7 +59,7 @@ class TSmtSafeMoveToZ : public TSmtCommand<134, TSmtFollowerStep> {
   std::int32_t FCommand = Cmd;  // survives ResetParams
 };
 
-// Raises the head to the safe height when it is below, then moves XY.
+// Raises every head that is below its safe height, one after the other, then moves XY.
 class TSmtRaisedMove : public TSmtMoveStep {
  public:
   TStepType DoMotion(std::int32_t reason) override;
@@ -72,9 +73,8 @@ class TSmtRaisedMove : public TSmtMoveStep {
   // The target in machine coordinates, or a failed check.
   virtual TPoint2 Resolve(TPreCheck& check, TNcMotionDriver& driver) = 0;
 
-  enum class TPhase : std::uint8_t { Raise, Travel };
-  TPhase FPhase = TPhase::Raise;
-  TPoint2 FEnd;  // machine coordinates
+  std::int32_t FRaised = 0;  // heads that are up, or were told to go there
+  TPoint2 FEnd;              // machine coordinates
 };
 
 // 138: the target is in work coordinates; refused without a valid origin and outside the work area.
@@ -90,7 +90,7 @@ class TSmtSafeMoveToAssistXY : public TSmtCommand<139, TSmtRaisedMove> {
 };
 
 // 350: runs along the edges of a rectangle and both its diagonals, so that every part of the rails gets its grease.
-// Refused while the head is below the safe height.
+// Refused while a head is below its safe height.
 class TSmtLubricateCurve : public TSmtCommand<350, TSmtMoveStep> {
  public:
   static constexpr std::int32_t kMaxCount = 1000;
@@ -108,7 +108,7 @@ class TSmtLubricateCurve : public TSmtCommand<350, TSmtMoveStep> {
   TPoint2 FEnd;
 };
 
-// 137: raises the head (134), then XY (131).
+// 137: raises the head (134), where there are two both, then XY (131).
 class TSmtSafeMoveToXY : public TSmtCommand<137, TSmtComposite> {
  public:
   void ResetParams() override;

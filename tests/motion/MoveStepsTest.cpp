@@ -55,7 +55,7 @@ TEST_F(MoveSteps, AHeadThatDidNotRiseDoesNotTravel) {
     refused = Story(*move) == Lines("follower.MoveZ 10.000 0.0 -> 20001 follower", "-> -2");
   }
   EXPECT_TRUE(refused);
-  EXPECT_THAT(Refusals(), testing::Contains(testing::HasSubstr("the head is below the safe height")));
+  EXPECT_THAT(Refusals(), testing::Contains(testing::HasSubstr("head 1 is below the safe height")));
 }
 
 // What follows would rely on it: a head that is lowered beside the brush, for example.
@@ -97,6 +97,57 @@ TEST(MoveStepsOfASecondHead, ItsFollowerHasItsOwnBusyTypeAndStopsWithTheOthers) 
   EXPECT_TRUE(rig.Machine().Snapshot().Following);
   EXPECT_EQ(rig.Stop(), metStop);
   EXPECT_FALSE(rig.Machine().Snapshot().Following);
+}
+
+TEST(MoveStepsOfASecondHead, EachSafeMoveRaisesBothHeadsAndNoOtherOneLeavesTheSecondBehind) {
+  const auto low = [](TRig& rig) {
+    rig.StoryOf<TSmtSafeMoveToZ>(136, [](auto& s) { s.FTargetZ = 40; });
+    rig.StoryOf<TSmtSafeMoveToZ>(136, [](auto& s) { s.FTargetZ = 50, s.FFollowerIndex = 1; });
+    rig.Journal().Clear();
+  };
+  const auto twoHeads = [](TSimConfig& config) { config.Physics.SecondFollower = true; };
+  const TTexts raised{"follower.MoveZ 10.000 0.0", "follower2.MoveZ 10.000 0.0"};
+  for (const std::int32_t command : {138, 139}) {
+    TRig rig({}, twoHeads);
+    low(rig);
+    const TTexts story = rig.StoryOf<TSmtRaisedMove>(command, [](auto& s) { s.FTarget = {60, 70}; });
+    ASSERT_EQ(story.size(), 3u) << command;
+    EXPECT_EQ(story[0], raised[0] + " -> 20001 follower");
+    EXPECT_EQ(story[1], raised[1] + " -> 20001 follower2");
+    EXPECT_TRUE(story[2].starts_with("axes.MoveXY")) << story[2];
+  }
+  for (const std::int32_t command : {137, 152, 181, 422, 513, 514}) {
+    TRig rig({}, twoHeads);
+    low(rig);
+    rig.StartSequence({{command, "move"}});
+    rig.Finish(60'000);
+    const TTexts commands = rig.AllCommands();
+    ASSERT_GE(commands.size(), 2u) << command;
+    EXPECT_EQ(TTexts(commands.begin(), commands.begin() + 2), raised) << command;
+  }
+  TRig rig({}, twoHeads);
+  low(rig);
+  for (const std::int32_t command : {131, 133, 350}) {
+    EXPECT_EQ(rig.StoryOf(command), Lines("-> -2")) << command;
+    EXPECT_THAT(rig.Refusals(), testing::ElementsAre(testing::HasSubstr(command == 350 ? "head 1 is below the"
+                                                                                       : "head 2 is below the")));
+  }
+  rig.StoryOf(134);  // its own index only
+  EXPECT_EQ(rig.AllCommands(), Lines("follower.MoveZ 10.000 0.0"));
+  EXPECT_EQ(rig.StoryOf(350), Lines("-> -2"));
+}
+
+// A head whose rise was refused keeps the other one where it is, and both from travelling.
+TEST(MoveStepsOfASecondHead, AHeadThatDidNotRiseEndsTheMove) {
+  bool refused = false;
+  for (std::uint64_t ahead = 1; ahead < 20 && !refused; ++ahead) {
+    TRig rig({}, [](TSimConfig& config) { config.Physics.SecondFollower = true; });
+    rig.StoryOf<TSmtSafeMoveToZ>(136, [](auto& s) { s.FTargetZ = 50, s.FFollowerIndex = 1; });
+    const auto move = rig.Make<TSmtSafeMoveToAssistXY>(139, [](auto& s) { s.FTarget = {60, 70}; });
+    rig.Gate().PlanSet({.Call = rig.Gate().Calls() + ahead, .Fault = gfRefuse});
+    refused = rig.Story(*move) == Lines("follower2.MoveZ 10.000 0.0 -> 20001 follower2", "-> -2");
+  }
+  EXPECT_TRUE(refused);
 }
 
 TEST(MoveStepsWithoutFollower, TheDriversOwnZAxisTakesItsPlace) {

@@ -46,7 +46,7 @@ TEST(StepRefusals, AreOneLineEachAndNothingIsCommanded) {
       {350, [](M&, S& s) { As<TSmtLubricateCurve>(s).FRange.emplace(); }, "the range is empty"},
       {350, [](M&, S& s) { As<TSmtLubricateCurve>(s).FRange = kTooWide; }, "X = 9000.000"},
       {350, [](M&, S& s) { As<TSmtLubricateCurve>(s).FCount = 0; }, "count = 0.000"},
-      {350, [](M& m, S&) { m.Lower(30); }, "the head is below the safe height"},
+      {350, [](M& m, S&) { m.Lower(30); }, "head 1 is below the safe height"},
       {133, [](M&, S&) { FNozzleCleanCfg->CleanCurveWidth = -1; }, "width = -1.000"},
       {133, [](M&, S&) { FNozzleCleanCfg->CleanCurveLength = 100; }, "X = 3060.000 is outside"},
       {133, [](M&, S&) { FNozzleCleanCfg->CleanCount = 0; }, "count = 0.000"},
