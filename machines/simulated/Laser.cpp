@@ -70,6 +70,12 @@ void TSimLaser::SetAiming(bool on) {
   if (FAiming.exchange(on) != on) FCore.Signal(sgAiming, on);
 }
 
+void TSimLaser::AimingOff() {
+  if (!FCore.Gate.Enter("laser", "AimingOff", vkOff)) return;
+  const TSimScope scope(FCore);
+  if (FAiming.exchange(false)) FCore.Signal(sgAiming, false);
+}
+
 void TSimLaser::SwitchLaser(bool on) {
   if (auto hangs = TLitFault::OffHangs; !on && Lit() && FFault.compare_exchange_strong(hangs, TLitFault::None))
     Clock().Sleep(kHangMs);

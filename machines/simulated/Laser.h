@@ -42,6 +42,7 @@ class TSimLaser final : public TNcLaser, public ISimPart {
   bool GetLaser() override;
   bool GetAiming() override;
   void SetAiming(bool on) override;  // neither latch nor emission matter
+  void AimingOff() override;
   void SwitchLaser(bool on);         // the cutting system's SwitchLaser ends here
 
   const char* LatchReason() override { return FLatch.Reason(); }
@@ -52,6 +53,7 @@ class TSimLaser final : public TNcLaser, public ISimPart {
   // --- what is so, past the gate; any thread ---
   [[nodiscard]] bool Lit() const { return FAskLaser && Emitting(); }
   [[nodiscard]] bool Emitting() const { return FEmission && !FLatch.Tripped(); }
+  [[nodiscard]] bool Aiming() const { return FAiming; }
 
   void SetEmissionScript(TEmissionScript script);
   void LoseEmission();  // the source drops emission by itself; it has to be asked for again

@@ -39,6 +39,8 @@ class TNcLaser {
   // The pilot light is on; a source without one has it off.
   virtual bool GetAiming() { return false; }
   virtual void SetAiming(bool on) { static_cast<void>(on); }
+  // The controller ends, and nobody is left to switch the pilot light off.
+  virtual void AimingOff() {}
 
   // The source's own inhibit. Tripped, it keeps beam and emission off until it is reset by hand; a source without one
   // is never tripped. Any thread, at once: no lock that a device call may hold is waited for.
