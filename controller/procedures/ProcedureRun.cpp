@@ -65,7 +65,8 @@ void TProcedureRun::Watch(std::uint64_t nowMs) {
 }
 
 void TProcedureRun::CheckSignal() {
-  if (!FSignal || !FSignal->Asked() || std::exchange(FSignalled, true)) return;
+  if (!FSignal || !FSignal->Asked() || FSignalled) return;
+  FSignalled = Clock().MonotonicMs();
   LogMsg(lkWarning, 0, SSignalStop.Get(), "TPHost");
   FController.Framework().Stop();
 }
@@ -75,7 +76,7 @@ template <class Done>
 bool TProcedureRun::WaitFor(std::uint64_t limitMs, Done done) {
   const std::uint64_t end = Clock().MonotonicMs() + limitMs;
   while (!done()) {
-    if (Clock().MonotonicMs() >= end) return false;
+    if (Clock().MonotonicMs() >= (FSignalled ? std::min(end, *FSignalled + kSignalEndsWithinMs) : end)) return false;
     if (FController.VirtualClock()) {
       if (FBeforePass) FBeforePass();
       FController.RunPass();
@@ -120,7 +121,6 @@ TRunReport TProcedureRun::Run(const std::function<TStepPtr()>& make, std::uint64
     WaitFor(kReadyWithinMs, [&] { return !FController.Framework().SafePending(); });
     WaitFor(tailMs, [] { return false; });
   }
-  FSignal.reset();
   return Report();
 }
 

@@ -1,7 +1,8 @@
 // One procedure on a controller of its own, from standby to its report: the one way in which anything is run. It prints
 // nothing; what happens is told through the logs' sinks and callbacks, and left in a report.
 //
-// Main thread; with Realtime, SIGINT, SIGTERM and SIGHUP stop the procedure meanwhile.
+// Main thread; with Realtime, SIGINT, SIGTERM, SIGHUP and SIGPIPE stop the procedure meanwhile and until the controller
+// has ended.
 #pragma once
 
 #include <atomic>
@@ -62,6 +63,7 @@ class TProcedureRun {
  public:
   // `listen`: the levels of the diagnostic channel that the sinks get. Throws EProblem for files that cannot be used.
   explicit TProcedureRun(TControllerOptions options, TRunTriggers triggers = {}, TDiagMask listen = 0);
+  ~TProcedureRun() { FOnLook = nullptr; }  // the controller's end still moves the virtual clock
   TProcedureRun(const TProcedureRun&) = delete;
   TProcedureRun& operator=(const TProcedureRun&) = delete;
 
@@ -88,6 +90,7 @@ class TProcedureRun {
   };
   static constexpr std::uint64_t kNever = ~std::uint64_t{0};
   static constexpr std::uint64_t kEndWithinMs = 5'000;
+  static constexpr std::uint64_t kSignalEndsWithinMs = 1'000;  // the controller's end does the rest
 
   void Entered(std::int32_t from, std::int32_t to);
   void Watch(std::uint64_t nowMs);
@@ -108,7 +111,7 @@ class TProcedureRun {
   bool FInTime = true;
   bool FStopSent = false;
   bool FAlarmSent = false;
-  bool FSignalled = false;
+  std::optional<std::uint64_t> FSignalled;  // when
   std::optional<TSignalStop> FSignal;
   TController FController;  // ends first: its clock and its threads call in here
   TRunAlarms FAlarms{FController.Alarms()};

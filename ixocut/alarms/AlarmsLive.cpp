@@ -245,10 +245,10 @@ int RunAlarmsLive(const TAlarmsOptions& options, std::ostream& out) {
   made.AlarmDb = db;
   made.AlarmRetentionDays = static_cast<int>(options.RetentionDays);
   made.Realtime = true;
+  const TSignalStop signals;
   TController session(std::move(made));
   for (const std::string& notice : session.Notices()) std::cerr << "ixocut alarms: " << notice << std::endl;
 
-  const TSignalStop signals;
   int exitCode = kExitSuccess;
   {
     TLiveView view(out);

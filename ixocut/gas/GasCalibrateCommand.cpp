@@ -159,6 +159,7 @@ class TCalibrate {
   const TCalibrateOptions& FOptions;
   TConsole& FConsole;
   TProgressBar FBar;
+  std::optional<TSignalStop> FSignal;  // real time; until the controller has ended
   TController FController;
   std::uint64_t FStartMs = 0;
   TGasCalibration FCalibration;
@@ -186,11 +187,10 @@ void TCalibrate::Wait(Running running) {
       Look();
     }
   } else {
-    const TSignalStop signal;
     while (running()) {
       Clock().Sleep(kLookEveryMs);
       FCalibration.Watch(Clock().MonotonicMs());
-      if (signal.Asked()) FController.Framework().Stop();
+      if (TSignalStop::Asked()) FController.Framework().Stop();
       Look();
     }
   }
@@ -249,7 +249,10 @@ int TCalibrate::Run() {
   FStartMs = Clock().MonotonicMs();
   FConsole.SetStart(FStartMs);
   for (const std::string& notice : FController.Notices()) LogMsg(lkWarning, 0, notice, "TPHost");
-  if (!FController.VirtualClock()) FController.StartThreads();
+  if (!FController.VirtualClock()) {
+    FSignal.emplace();
+    FController.StartThreads();
+  }
   WaitForStandby(FController);
   std::string names;
   for (const TGasResult& result : FCalibration.Results()) names += (names.empty() ? "" : ", ") + GasDesc(result.Gas);

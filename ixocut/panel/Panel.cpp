@@ -9,6 +9,7 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include "controller/SignalStop.h"
 #include "controller/alarms/RunAlarms.h"
 #include "ixocamglue/panel/Kbpforms.h"
 #include "ixocamglue/support/Format.h"
@@ -80,6 +81,7 @@ int RunPanel(const TPanelOptions& options, std::ostream& out) {
   TLastLines log;
   TControllerOptions sessionOptions = options.Options(&log);
   sessionOptions.Realtime = true;
+  const TSignalStop signals;
   TController session(sessionOptions);
   session.StartThreads();
   TPanelTerminalOptions terminal;

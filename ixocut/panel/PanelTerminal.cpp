@@ -1,16 +1,14 @@
 #include "ixocut/panel/PanelTerminal.h"
 
 #include <algorithm>
-#include <array>
-#include <atomic>
 #include <cerrno>
-#include <csignal>
 #include <poll.h>
 #include <string_view>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
 
+#include "controller/SignalStop.h"
 #include "controller/alarms/RunAlarms.h"
 #include "ixocamglue/panel/Uknob.h"
 #include "ixocamglue/support/Format.h"
@@ -37,15 +35,10 @@ class TRawTerminal {
     termios raw = FBefore;
     cfmakeraw(&raw);
     if (tcsetattr(STDIN_FILENO, TCSANOW, &raw) != 0) throw EProblem(pbUnusable, "the terminal cannot be set up");
-    GEnd.store(false);
-    struct sigaction action {};
-    action.sa_handler = [](int) { GEnd.store(true); };
-    for (std::size_t i = 0; i < kSignals.size(); ++i) sigaction(kSignals[i], &action, &FActions[i]);
     Write("\x1b[?1049h\x1b[?25l\x1b[?7l\x1b[>11u\x1b[2J");
   }
   ~TRawTerminal() {
     Write("\x1b[<u\x1b[?7h\x1b[?25h\x1b[?1049l");
-    for (std::size_t i = 0; i < kSignals.size(); ++i) sigaction(kSignals[i], &FActions[i], nullptr);
     tcsetattr(STDIN_FILENO, TCSANOW, &FBefore);
   }
   TRawTerminal(const TRawTerminal&) = delete;
@@ -74,15 +67,11 @@ class TRawTerminal {
       if (count == 0 || (count < 0 && errno != EINTR && errno != EAGAIN)) return false;
       if (count > 0) bytes.assign(buffer, static_cast<std::size_t>(count));
     }
-    return !GEnd.load();
+    return !TSignalStop::Asked();
   }
 
  private:
-  static constexpr std::array<int, 3> kSignals{SIGINT, SIGTERM, SIGHUP};
-  static_assert(std::atomic<bool>::is_always_lock_free);  // the handler writes it
-  static inline std::atomic<bool> GEnd{false};
   termios FBefore{};
-  std::array<struct sigaction, kSignals.size()> FActions{};
 };
 
 const char* LevelName(TSpeedState level) { return level == ssLow ? "low" : level == ssNormal ? "normal" : "high"; }

@@ -51,7 +51,7 @@ class TPingSocket {
   [[nodiscard]] int Fd() const { return FFd; }
 
   void Send(const TEcho& echo, const asio::ip::icmp::endpoint& peer) const {
-    ::sendto(FFd, echo.data(), echo.size(), 0, peer.data(), static_cast<socklen_t>(peer.size()));
+    ::sendto(FFd, echo.data(), echo.size(), MSG_NOSIGNAL, peer.data(), static_cast<socklen_t>(peer.size()));
   }
 
   // Takes one packet; true for the echo reply to `echo` from `peer`.
