@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <string>
 
+#include "controller/procedures/AxisPlaces.h"
 #include "ixocamglue/support/Format.h"
 
 namespace ixocontroller {
@@ -11,12 +13,6 @@ namespace {
 
 constexpr double kMoveExtraMs = 2000.0;     // speeding up, settling, the ticks
 constexpr double kEmissionExtraMs = 100.0;  // 516 lets emission settle
-
-// Where an axis stands while a list runs, as far as its commands tell.
-struct TPlace {
-  TBoundKind Axis;
-  std::optional<double> At = std::nullopt;  // none: anywhere within the limits
-};
 
 class TBeamCheck {
  public:
@@ -37,46 +33,45 @@ class TBeamCheck {
     }
   }
 
-  // What is known behind the call.
-  void Pass(const TMotionCall& call) {
-    const TProcedureFlags& flags = call.Row->Flags;
-    for (TPlace& place : FPlaces) {
-      const bool isXY = place.Axis == bkX || place.Axis == bkY;
-      if (isXY ? flags.MovesXY : place.Axis == bkZ ? flags.MovesZ : flags.MovesFocus) place.At = TargetOf(call, place);
-    }
+  void Pass(const TMotionCall& call) { FPlaces.Pass(call); }
+
+  // Why the call may not stand under a beam, however long it lasts.
+  [[nodiscard]] std::optional<TProblem> Forbidden(const TMotionCall& call) const {
+    constexpr std::int32_t kNever[] = {133, 137, 138, 139, 151, 152, 153, 154, 163, 164, 181, 350, 422, 513, 514};
+    const std::int32_t command = call.Row->Command;
+    const std::string name = call.Row->Name;
+    if (std::ranges::find(kNever, command) != std::end(kNever))
+      return TProblem{.What = name + " is not allowed while the beam is on",
+                      .Why = "it takes the head away from the cut",
+                      .Remedy = "switch the beam off before it (517 or 522)"};
+    if (command != TSmtMoveToXY::Cmd || SpeedOf(call) <= FMachine.Bounds.Laser.CutSpeedLimit) return std::nullopt;
+    return TProblem{.What = Format("%s at %s mm/s is not allowed while the beam is on", name.c_str(),
+                                   NumberText(SpeedOf(call)).c_str()),
+                    .Why = "CutSpeedLimit is " + NumberText(FMachine.Bounds.Laser.CutSpeedLimit) + " mm/s",
+                    .Remedy = "give it a speed up to that; 0 is the machine's highest"};
   }
 
  private:
-  // Where the call sends the axis; none: the call does not say.
-  static std::optional<double> TargetOf(const TMotionCall& call, const TPlace& place) {
-    if (call.Value("use-safe-z") == 1.0 || call.Value("only-up") == 1.0 || call.Value("follower") > 0.0)
-      return std::nullopt;
-    for (const TMotionParam& param : call.Row->Params)
-      if (param.Bound.Kind == place.Axis && param.Need == TMotionParam::Required) return call.Value(param.Name);
-    return std::nullopt;
+  [[nodiscard]] double SpeedOf(const TMotionCall& call) const {
+    const double speed = call.Value("speed");
+    for (const TMotionParam& param : call.Row->Params)  // 0 is the machine's default, its highest
+      if (param.Name == std::string_view("speed") && !(speed > 0.0))
+        return call.LimitsOf(param, FMachine.Bounds).Highest;
+    return speed;
   }
 
   [[nodiscard]] double MoveMs(const TMotionCall& call) const {
-    const TProcedureFlags& flags = call.Row->Flags;
     double way = 0.0;
-    for (const TPlace& place : FPlaces) {
-      const bool isXY = place.Axis == bkX || place.Axis == bkY;
-      if (!(isXY ? flags.MovesXY : place.Axis == bkZ ? flags.MovesZ : flags.MovesFocus)) continue;
-      way = std::hypot(way, Way(call, place));
-    }
-    double speed = call.Value("speed");
-    for (const TMotionParam& param : call.Row->Params)  // 0 is the machine's default, its highest
-      if (param.Name == std::string_view("speed") && !(speed > 0.0))
-        speed = call.LimitsOf(param, FMachine.Bounds).Highest;
-    return way / speed * 1000.0 + kMoveExtraMs;
+    for (const TBoundKind axis : TAxisPlaces::kAxes)
+      if (TAxisPlaces::Moves(call, axis)) way = std::hypot(way, Way(call, axis));
+    return way / SpeedOf(call) * 1000.0 + kMoveExtraMs;
   }
 
   // The longest way of the axis.
-  [[nodiscard]] double Way(const TMotionCall& call, const TPlace& place) const {
-    const TLimits limits = FMachine.Bounds.Of({.Kind = place.Axis});
-    const auto target = TargetOf(call, place);
-    const bool sameAxis = !(call.Value("follower") > 0.0);
-    const auto from = sameAxis ? place.At : std::nullopt;
+  [[nodiscard]] double Way(const TMotionCall& call, TBoundKind axis) const {
+    const TLimits limits = FMachine.Bounds.Of({.Kind = axis});
+    const auto target = TAxisPlaces::TargetOf(call, axis);
+    const auto from = FPlaces.At(axis, TAxisPlaces::OfSecondHead(call));
     if (target && from) return std::abs(*target - *from);
     if (!target && !from) return limits.Highest - limits.Lowest;
     const double known = target ? *target : *from;
@@ -84,7 +79,7 @@ class TBeamCheck {
   }
 
   const TMachineLimits& FMachine;
-  TPlace FPlaces[4]{{bkX}, {bkY}, {bkZ}, {bkFocus}};
+  TAxisPlaces FPlaces;
 };
 
 }  // namespace
@@ -101,6 +96,7 @@ std::optional<std::pair<std::size_t, TProblem>> CheckBeam(std::span<const TMotio
       lit = true;
       ms = 0.0;
     }
+    if (auto forbidden = lit ? check.Forbidden(call) : std::nullopt) return std::pair(i, std::move(*forbidden));
     const auto longest = lit ? check.LongestMs(call) : 0.0;
     check.Pass(call);
     if (!longest)

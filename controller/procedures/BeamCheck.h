@@ -13,7 +13,8 @@ namespace ixocontroller {
 
 // From 516 or 520 to 517, 522 or the end of the list the beam counts as lit. Only what has a known longest duration may
 // stand in between: delays and input waits with their limits, 516 with its wait for emission, moves of XY, Z and focus
-// with the longest way that they can have. All of it together lasts no longer than a shot may.
+// with the longest way that they can have, XY at most at the machine file's CutSpeedLimit. All of it together lasts no
+// longer than a shot may. A follow that began before the beam goes on.
 //
 // The first call that breaks this, by its index, and why; none: the list is good. The supervisor and the laser's latch
 // would end a longer beam as well; it never starts here.

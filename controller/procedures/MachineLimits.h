@@ -3,7 +3,9 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 
+#include "ixocamglue/platform/ports/MotionDriver.h"
 #include "ixocamglue/platform/xml/Bounds.h"
 
 namespace ixocontroller {
@@ -12,6 +14,9 @@ using namespace ixocamglue;
 struct TMachineLimits {
   TMachineBounds Bounds;
   std::int32_t EmissionOnDelayMs = 5000;  // how long 516 waits for emission
+  // Z at which a nozzle touches what lies on the table, and where the table is.
+  double TableZ = std::numeric_limits<double>::infinity();
+  TNcArea Table;
 };
 
 }  // namespace ixocontroller

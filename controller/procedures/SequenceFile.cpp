@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "controller/procedures/BeamCheck.h"
+#include "controller/procedures/ListCheck.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Nearest.h"
 #include "ixocamglue/support/Problem.h"
@@ -197,8 +198,9 @@ TSequenceFile TReader::Read() {
     for (std::size_t i = 0; i < commands->size(); ++i)
       ReadCommand((*commands)[i], Format("commands[%zu]", i), sequence);
   if (FProblems.empty())
-    if (const auto beam = CheckBeam(sequence.Calls, FMachine))
-      Problem(Format("commands[%zu]", beam->first), beam->second.Text());
+    for (const auto check : {&CheckList, &CheckBeam})
+      if (const auto wrong = check(sequence.Calls, FMachine))
+        Problem(Format("commands[%zu]", wrong->first), wrong->second.Text());
   if (!FProblems.empty()) GiveUp();
   return sequence;
 }

@@ -27,7 +27,8 @@ struct TSequenceFile {
 
 // Everything is checked before anything can move. Throws EProblem that names every problem with its line and place:
 // no JSON, names that are unknown or given twice, values of the wrong type or out of the machine's range, a beam that
-// could be on for longer than a shot may. It is the request that is wrong where a procedure is named as it was once.
+// could be on for longer than a shot may, or is on where it must not be, a head that would strike something, an input
+// that never comes. It is the request that is wrong where a procedure is named as it was once.
 [[nodiscard]] TSequenceFile ReadSequenceFile(const std::filesystem::path& file, const TMachineLimits& machine);
 
 }  // namespace ixocontroller

@@ -197,7 +197,7 @@ TEST_F(RunCommand, ABeamThatCouldStayOnIsRefusedBeforeItIsLit) {
     const char* Text;  // empty: it runs
   } cases[] = {
       {R"(518, 519, 520, ["lubricate", "count", 1000], 517)",
-       "commands[3]: lubricate is not allowed while the beam is on (how long it lasts is not known)"},
+       "commands[3]: lubricate is not allowed while the beam is on (it takes the head away from the cut)"},
       {"518, 520, 519, 517", "commands[2]: wait-emission is not allowed"},
       {R"(516, [141, "branch", 2, "pressure", 1], 517)", "commands[1]: gas-on is not allowed"},
       {"516, 142", "commands[1]: gas-off is not allowed"},
@@ -205,17 +205,38 @@ TEST_F(RunCommand, ABeamThatCouldStayOnIsRefusedBeforeItIsLit) {
       {R"(516, [612, "ms", 54900], 522)", ""},
       {R"(516, [612, "ms", 54901], 522)", "commands[1]: the beam would be on for 60001 ms"},
       {R"(518, 520, [612, "ms", 60000], 522, [612, "ms", 9000], 520, [612, "ms", 60000])", ""},
-      {R"(520, [176, "input", 4, "output", 4, "time", 60001])", "commands[1]: the beam would be on for 60001 ms"},
+      {R"(520, [176, "input", 4, "output", 4, "switch-output", true, "time", 60001])", "commands[1]: the beam would be on for 60001 ms"},
       {R"([131, "x", 0, "y", 0], 520, [131, "x", 300, "y", 400, "speed", 10], 517)", ""},
       {R"([131, "x", 0, "y", 0], 520, [131, "x", 600, "y", 400, "speed", 10], 517)", "on for 74111 ms"},
       // From wherever the head stands.
       {R"(520, [131, "x", 3050, "y", 1530, "speed", 100], 517)", ""},
       {R"([137, "x", 0, "y", 0], 138, 520, [131, "x", 10, "y", 0, "speed", 50], 517)", "on for 70066 ms"},
-      {R"([136, "z", 100], 520, [136, "z", 110, "speed", 1], 517)", ""},
-      {R"([134, "z", 100, "use-safe-z", false], 520, [136, "z", 110, "speed", 1], 517)", "on for 112000 ms"},
+      {R"([136, "z", 60], 520, [136, "z", 70, "speed", 1], 517)", ""},
+      {R"([134, "z", 60, "use-safe-z", false], 520, [136, "z", 70, "speed", 1], 517)", "on for 72000 ms"},
       {R"(520, [134, "speed", 2], 517)", "on for 62000 ms"},
       {R"([421, "focus", 5], 520, [421, "focus", -5, "speed", 0.2], 517)", ""},
       {R"(520, [421, "focus", -5, "speed", 0.4], 517)", "on for 64500 ms"},
+      // Under the beam at the speed of a cut; a follow that began before goes on.
+      {R"([154, "height", 1], 520, [131, "x", 5, "y", 5, "speed", 500], 517)", ""},
+      {R"(520, [131, "x", 5, "y", 5, "speed", 501], 517)", "CutSpeedLimit is 500 mm/s"},
+      {R"(520, [131, "x", 5, "y", 5], 517)", "move-xy at 1600 mm/s is not allowed while the beam is on"},
+      {"516, 133", "clean-curve is not allowed"},
+      {R"(516, [137, "x", 1, "y", 1])", "safe-move is not allowed"},
+      {"516, 138", "move-work is not allowed"},
+      {"516, 151", "calibrate-sensor is not allowed"},
+      {"516, 154", "follow is not allowed"},
+      {R"(516, [163, "row", 0, "column", 0])", "uninstall-nozzle is not allowed"},
+      {"516, 514", "clean-nozzle-auto is not allowed"},
+      // What would be struck, and what never comes.
+      {R"([136, "z", 80])", ""},
+      {R"([136, "z", 80.5])", "z 80.5 is below the table's surface (the nozzle would touch at Z 80)"},
+      {R"([137, "x", 3010, "y", 40], [136, "z", 90])", ""},  // beside the table
+      {R"([181, "x", 10, "y", 40, "z", 90])", "z 90 is below the table's surface"},
+      {R"([136, "z", 20], 134, 350)", ""},
+      {R"([136, "z", 20], 350)", "commands[1]: lubricate is not allowed with head 1 below its safe height"},
+      {R"([176, "input", 4, "output", 4, "time", 50])", "input 4 never comes: it answers output 4, which nothing"},
+      {R"([172, "port", 4], [176, "input", 4, "output", 4, "time", 50])", ""},
+      {R"([176, "input", 4])", ""},  // without an output nothing is waited for
   };
   for (const auto& c : cases) {
     auto commands = nlohmann::json::array();

@@ -156,6 +156,7 @@ void TDriverConfig::Publish(TPublisher& p) { p.Field("Driver", Driver, "", kOpti
 void TLaserConfig::Publish(TPublisher& p) {
   p.Field("EmissionOnDelay", EmissionOnDelay, 5000, kOptional).Unit(uMs).Within(0, 600'000);
   p.Field("MaxPower", MaxPower, 3000.0, kOptional).Unit(uWatt).Within(1.0, 1e6);
+  p.Field("CutSpeedLimit", CutSpeedLimit, 500.0, kOptional).Unit(uMmPerS).Within(1.0, 10'000.0);
 }
 
 void TPortConfig::Publish(TPublisher& p) {

@@ -190,6 +190,7 @@ class TLaserConfig : public TXmlSubConfig {
   void Publish(TPublisher& p) override;
   std::int32_t EmissionOnDelay = 0;  // limit of the steps that wait for emission
   double MaxPower = 0.0;
+  double CutSpeedLimit = 0.0;  // of XY while light comes out
 };
 
 class TPortConfig : public TXmlSubConfig {
