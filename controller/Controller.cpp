@@ -1,10 +1,13 @@
 #include "controller/Controller.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <iterator>
 #include <optional>
 
+#include "controller/HostTexts.h"
 #include "controller/LeafWatch.h"
+#include "controller/SafeEnd.h"
 #include "controller/Texts.h"
 #include "controller/ThreadWatch.h"
 #include "controller/alarms/AlarmPackage.h"
@@ -20,6 +23,8 @@ namespace {
 
 constexpr std::uint32_t kMachineRoundMs = 2;
 constexpr const char* kMachineSection = "Machine";
+constexpr std::uint32_t kEndSlackMs = 300;  // for what the thread is at when it is asked to end
+constexpr int kExitHangs = 3;               // as for any device that cannot be used
 
 }  // namespace
 
@@ -31,22 +36,23 @@ struct TController::TParts {
         Logs(options.LogCapacity),
         Locale(options.LocaleFolder),
         LocaleManager(options.Language) {
+    EndFailed = options.EndFailed;
     for (ILogSink* const sink : options.Sinks) Logs.AddSink(*sink);
   }
   ~TParts() {
-    StateThread.reset();
+    EndSafely();
     SupervisorThread.reset();
     MachineThread.reset();
     if (Alarms) Alarms->Close();
-    if (Framework && (Framework->ChangePending() || Framework->CurrentState() != nsStandby)) {
-      Framework->Stop();
-      Framework->RunOnce();
-    }
     TCustomMotionState::SetStateMotion(nullptr);
+    if (Framework) Framework->RunOnce();  // frees the root, on this thread
   }
   TParts(const TParts&) = delete;
   TParts& operator=(const TParts&) = delete;
 
+  void EndSafely();
+
+  std::function<void(const TProblem&, bool)> EndFailed;
   std::vector<std::string> Notices;
   TNcStateFramework::TObserver OnState;
 
@@ -87,8 +93,33 @@ struct TController::TParts {
   std::optional<TThreadWatch> Threads;
   std::optional<TRoundThread> MachineThread;
   std::optional<TRoundThread> SupervisorThread;
+  std::optional<TSafeEnd> End;  // null: it has come to its end
   std::optional<TNcStateThread> StateThread;
 };
+
+// Once; in virtual time, and before the threads have started, on this thread.
+void TController::TParts::EndSafely() {
+  if (!End) return;
+  bool hangs = false;
+  if (StateThread)
+    hangs = !StateThread->End(kSafeEndMs + kEndSlackMs);
+  else
+    End->Run();
+  if (const char* const device = End->Missing()) {
+    TSafeEnd::TripLatch();
+    LogMsg(lkError, 0, Show(SEndNotOff, device), "TPHost");
+    if (EndFailed)
+      EndFailed({.What = std::string(device) + " has not gone off at the controller's end; the laser is latched",
+                 .Where = {},
+                 .Why = hangs ? "its call has not returned" : "it was told for 2 s and does not acknowledge",
+                 .Remedy = "look at the machine before anything else is started"},
+                hangs);
+    // Nothing of this process can be taken down under a thread that may come back from its call at any time.
+    if (hangs) std::_Exit(kExitHangs);
+  }
+  StateThread.reset();
+  End.reset();
+}
 
 TController::TController(TControllerOptions options)
     : FOptions(std::move(options)), FParts(std::make_unique<TParts>(FOptions)) {
@@ -109,6 +140,7 @@ TController::TController(TControllerOptions options)
     if (p.OnState) p.OnState(from, to);
   });
   MakeSupervisor();
+  p.End.emplace(*p.Framework);
   if (!FOptions.AlarmDb.empty()) p.Alarms->OpenStore(FOptions.AlarmDb, FOptions.AlarmRetentionDays).OrThrow(pbUnusable);
 }
 
@@ -256,7 +288,7 @@ void TController::StartThreads() {
   p.Logs.Start();
   p.Alarms->Start();
   p.MachineThread.emplace("ixo-machine", kMachineRoundMs, [&p](std::uint64_t nowMs) { p.Machine->CatchUp(nowMs); });
-  p.StateThread.emplace(*p.Framework);
+  p.StateThread.emplace(*p.Framework, [&p] { p.End->Run(); });
   if (p.Supervisor)
     p.SupervisorThread.emplace("ixo-supervisor", kSupervisorRoundMs, [&p](std::uint64_t nowMs) {
       p.Supervisor->Round(nowMs);
@@ -264,6 +296,6 @@ void TController::StartThreads() {
     });
 }
 
-void TController::StopThreads() { FParts->StateThread.reset(); }
+void TController::StopThreads() { FParts->EndSafely(); }
 
 }  // namespace ixocontroller

@@ -52,6 +52,9 @@ struct TControllerOptions {
   std::filesystem::path AlarmDb;
   int AlarmRetentionDays = 0;    // 0: closed rows stay
   std::vector<ILogSink*> Sinks;  // not owned, outlive the controller
+  // Told when a device has not gone off at the end, and the laser was latched for it; null: it is logged only. With
+  // `processEnds` the state thread has not come back from the device: the process ends with exit code 3 at once.
+  std::function<void(const TProblem& problem, bool processEnds)> EndFailed;
 };
 
 class TController {
@@ -77,7 +80,7 @@ class TController {
 
   // Real time: starts the threads.
   void StartThreads();
-  // Ends the state thread; the others end with the controller.
+  // Ends the state thread as the controller's end does (see controller/SafeEnd.h); the others end with the controller.
   void StopThreads();
 
   // With a line of the journal, and the laser's latch looks at it at once. Any thread.

@@ -31,6 +31,8 @@ inline constinit TText SEndCollided{"IxoCut", "SEndCollided", "执行完毕，�
 inline constinit TText SEndRefused{"IxoCut", "SEndRefused", "未能进入执行状态"};
 inline constinit TText SEndNever{"IxoCut", "SEndNever", "未在时限内结束"};
 
+inline constinit TText SEndNotOff{"IxoCut", "SEndNotOff", "控制器结束时 %s 未关闭；激光已锁定"};
+
 inline constinit TText SAskedAlarm{"IxoCut", "SAskedAlarm", "命令行要求的报警：禁止运动"};
 inline constinit TText SSignalStop{"IxoCut", "SSignalStop", "收到中断信号，停止执行"};
 
@@ -68,13 +70,13 @@ inline constinit TText SPlotEnd{"IxoCut", "SPlotEnd", "终点"};
 inline constinit TText SPlotBeam{"IxoCut", "SPlotBeam", "出光"};
 inline constinit TText SPlotProcedure{"IxoCut", "SPlotProcedure", "工艺过程"};
 
-inline constexpr auto kHostTexts =
-    TextList(SRowState, SRowEmission, SRowLaser, SRowGas, SShotTitle, SShotEnded, SShotTooEarly, SShotNotDark,
-             SEndSuccess, SEndStopped, SEndPaused, SEndAlarm, SEndError, SEndCollided, SRunCollided, SEndRefused,
-             SEndNever, SAskedAlarm, SSignalStop, SWatchBusy, SWatchLeaf, SWatchEmission, SWatchLaser, SWatchGas,
-             SWatchBeat, SWatchDark, SWatchEnding, SWatchEmergency, SWatchAlarm, SWatchFail, SWatchStop, SWatchLatch,
-             SThreadSilent, SThreadFailed, SLinesDropped, SRunSteps, SRunPath, SRunStillOn, SRunFailed, SRunFailedAt,
-             SRowOutput, SRowFollow, SPlotPath, SPlotZ, SPlotSignals, SPlotStart, SPlotEnd, SPlotBeam, SPlotProcedure);
+inline constexpr auto kHostTexts = TextList(
+    SRowState, SRowEmission, SRowLaser, SRowGas, SShotTitle, SShotEnded, SShotTooEarly, SShotNotDark, SEndSuccess,
+    SEndStopped, SEndPaused, SEndAlarm, SEndError, SEndCollided, SRunCollided, SEndRefused, SEndNever, SEndNotOff,
+    SAskedAlarm, SSignalStop, SWatchBusy, SWatchLeaf, SWatchEmission, SWatchLaser, SWatchGas, SWatchBeat, SWatchDark,
+    SWatchEnding, SWatchEmergency, SWatchAlarm, SWatchFail, SWatchStop, SWatchLatch, SThreadSilent, SThreadFailed,
+    SLinesDropped, SRunSteps, SRunPath, SRunStillOn, SRunFailed, SRunFailedAt, SRowOutput, SRowFollow, SPlotPath,
+    SPlotZ, SPlotSignals, SPlotStart, SPlotEnd, SPlotBeam, SPlotProcedure);
 
 // Milliseconds for a %d.
 [[nodiscard]] inline int ShownMs(std::uint64_t ms) {

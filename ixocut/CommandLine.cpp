@@ -11,6 +11,7 @@
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/ValueText.h"
+#include "ixocut/ControllerSettings.h"
 #include "ixocut/Machines.h"
 #include "ixocut/Main.h"
 
@@ -194,6 +195,7 @@ int IxocutMain(int argc, const char* const* argv, TAdditions additions) {
     }
     const int exitCode = run();
     std::cout.flush();
+    if (const auto failure = TakeEndFailure()) return fail(kExitUnusable, failure->Text());
     return std::cout ? exitCode : fail(kExitUnusable, "the standard output cannot be written");
   } catch (const CLI::ParseError& e) {
     if (e.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) return program.exit(e);  // --help, --version

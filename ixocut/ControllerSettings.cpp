@@ -1,5 +1,8 @@
 #include "ixocut/ControllerSettings.h"
 
+#include <iostream>
+#include <utility>
+
 #include "controller/Controller.h"
 #include "controller/StateFolder.h"
 #include "controller/procedures/MachineLimits.h"
@@ -20,8 +23,16 @@ TMachineLimits TControllerSettings::Limits() const {
   std::vector<TProblem> problems;
   const TSimConfig machine = TSimConfig::FromConfig(config, problems);
   if (!problems.empty()) throw EProblem(pbUnusable, file.string() + ": " + problems.front().Text());
-  return {machine, machine.Laser.EmissionOnDelay};
+  return {machine, machine.Laser.EmissionOnDelay, machine.Physics.PlateZ, machine.WorkArea};
 }
+
+namespace {
+
+std::optional<TProblem> GEndFailure;  // main thread
+
+}  // namespace
+
+std::optional<TProblem> TakeEndFailure() { return std::exchange(GEndFailure, std::nullopt); }
 
 TControllerOptions TControllerSettings::Options(ILogSink* sink) const {
   TControllerOptions options;
@@ -33,6 +44,12 @@ TControllerOptions TControllerSettings::Options(ILogSink* sink) const {
   options.Seed = Seed;
   options.Realtime = Realtime;
   if (sink) options.Sinks = {sink};
+  options.EndFailed = [](const TProblem& problem, bool processEnds) {
+    if (processEnds)
+      std::cerr << "ixocut: " << problem.Text() << std::endl;
+    else
+      GEndFailure = problem;
+  };
   return options;
 }
 

@@ -6,6 +6,8 @@
 #include <optional>
 #include <string>
 
+#include "ixocamglue/support/Problem.h"
+
 namespace CLI {
 class App;
 }
@@ -33,6 +35,9 @@ struct TControllerSettings {
   // come with the program. `sink`, where there is one, outlives the controller. Throws as MachineFile.
   [[nodiscard]] ixocontroller::TControllerOptions Options(ixocamglue::ILogSink* sink = nullptr) const;
 };
+
+// What a controller that was made with these options has not been able to switch off at its end; once.
+[[nodiscard]] std::optional<ixocamglue::TProblem> TakeEndFailure();
 
 // --seed, --machine, --state, --lang.
 void AddControllerSettings(CLI::App& command, TControllerSettings& settings);

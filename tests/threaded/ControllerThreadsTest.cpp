@@ -1,6 +1,8 @@
 // The session in real time, with everything that other threads may do at once.
 #include <algorithm>
 #include <atomic>
+#include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <thread>
 #include <vector>
@@ -156,6 +158,28 @@ TEST(SessionThreaded, ADeadOrSilentDeviceThreadIsShownAsLongAsItIsSoAndEndsNothi
   EXPECT_EQ(shown(), TTexts{});
   held->UnLockData();
   EXPECT_TRUE(session.Running());
+}
+
+// The process ends all the same, and says what it waited for.
+TEST(SessionThreadedDeathTest, ADeviceThatDoesNotComeBackDoesNotKeepTheProcess) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const auto end = [] {
+    TControllerOptions options;
+    options.Realtime = true;
+    options.Machines = {SimulatedMachine()};
+    options.EndFailed = [](const TProblem& problem, bool processEnds) {
+      const bool dark = CutSystem()->Laser()->LatchReason() != nullptr;
+      std::fprintf(stderr, "%s %d %d\n", problem.What.c_str(), processEnds, dark);
+    };
+    TController session(options);
+    StartUp(session);
+    CutSystem()->Gas()->SwitchOn();
+    TCallGate& gate = Simulated(session.Machine()).Gate();
+    gate.PlanSet({.Call = gate.Calls() + 1, .Fault = gfHang, .HangMs = 20'000});
+    session.StopThreads();
+    std::exit(0);
+  };
+  EXPECT_EXIT(end(), testing::ExitedWithCode(3), "has not gone off.* 1 1");
 }
 
 }  // namespace

@@ -210,6 +210,11 @@ std::uint32_t TNcStateFramework::RunOnce() {
   return std::max<std::uint32_t>(loopDelay, 1);
 }
 
+void TNcStateFramework::RunAside(const std::function<void()>& work) {
+  const TStateThreadMark mark;
+  work();
+}
+
 // Nobody takes a new reference to what was released: once there is only this one, it stays the last.
 void TNcStateFramework::FreeReleased(TMail& mail) {
   std::ranges::move(mail.Released, std::back_inserter(FReleased));
@@ -485,12 +490,21 @@ void ReleaseOnStateThread(std::shared_ptr<void> object) {
 
 // --- TNcStateThread ---
 
-TNcStateThread::TNcStateThread(TNcStateFramework& framework)
-    : FThread([this, &framework] {
+TNcStateThread::TNcStateThread(TNcStateFramework& framework, std::function<void()> last)
+    : FThread([this, &framework, last = std::move(last)] {
         pthread_setname_np(pthread_self(), "ixo-state");
         while (!Clock().Pause(FStop, framework.RunOnce())) {
         }
+        if (last) last();
+        FEnded.store(true, std::memory_order_release);
       }) {}
+
+bool TNcStateThread::End(std::uint32_t withinMs) {
+  FStop.Ask();
+  const std::uint64_t until = Clock().MonotonicMs() + withinMs;
+  while (!FEnded.load(std::memory_order_acquire) && Clock().MonotonicMs() < until) Clock().Sleep(1);
+  return FEnded.load(std::memory_order_acquire);
+}
 
 TNcStateThread::~TNcStateThread() {
   FStop.Ask();

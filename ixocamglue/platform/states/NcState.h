@@ -148,6 +148,8 @@ class TNcStateFramework {
   // --- state thread ---
   // One pass. Returns the time to the next one in ms (at least 1). Never throws.
   std::uint32_t RunOnce();
+  // What `work` does counts as the state thread's. Between two passes.
+  static void RunAside(const std::function<void()>& work);
   // Called on the state thread after each change of state, a refused entry included. Set before the loop runs.
   using TObserver = std::function<void(std::int32_t from, std::int32_t to)>;
   void SetObserver(TObserver observer) { FObserver = std::move(observer); }
@@ -238,14 +240,18 @@ void NoteGasOff();
 // that thread and nobody else holds it, else in a later pass. Any thread; where no framework runs, at once.
 void ReleaseOnStateThread(std::shared_ptr<void> object);
 
-// Runs the loop on a thread of its own until destroyed; the framework outlives it.
+// Runs the loop on a thread of its own until it is ended; the framework outlives it.
 class TNcStateThread {
  public:
-  explicit TNcStateThread(TNcStateFramework& framework);
-  ~TNcStateThread();
+  // `last` is run on the thread behind the last pass.
+  explicit TNcStateThread(TNcStateFramework& framework, std::function<void()> last = {});
+  ~TNcStateThread();  // ends and waits
+  // Ends, and waits this long at most. False: the thread has not come back, from a device for example.
+  [[nodiscard]] bool End(std::uint32_t withinMs);
 
  private:
   TStop FStop;
+  std::atomic<bool> FEnded{false};
   std::thread FThread;
 };
 

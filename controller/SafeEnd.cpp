@@ -1,0 +1,137 @@
+#include "controller/SafeEnd.h"
+
+#include <chrono>
+#include <memory>
+#include <thread>
+
+#include "ixocamglue/platform/ports/CutSystem.h"
+#include "ixocamglue/platform/ports/MotionDriver.h"
+#include "ixocamglue/platform/services/Log.h"
+#include "ixocamglue/support/Faults.h"
+#include "ixocamglue/support/Format.h"
+
+namespace ixocontroller {
+namespace {
+
+constexpr std::uint32_t kRoundMs = 10;
+constexpr std::uint32_t kTripMs = 200;
+constexpr std::int32_t kStopAtOnce = 1;
+
+// What has to be off. True: it is; false: it was told.
+struct TDevice {
+  const char* Name;
+  bool (*Off)();
+};
+
+template <class Device>
+bool AtRest(Device* device, void (*stop)(Device&)) {
+  if (!device || !device->IsBusy()) return true;
+  stop(*device);
+  return !device->IsBusy();
+}
+
+bool FollowerOff(TNcFollower* follower) {
+  const auto busy = [&] { return follower->IsFollowing() || follower->IsBusy(); };
+  if (!follower || !busy()) return true;
+  follower->Stop(kStopAtOnce);
+  return !busy();
+}
+
+TNcLaser* Laser() { return CutSystem() ? CutSystem()->Laser() : nullptr; }
+
+constexpr TDevice kDevices[] = {
+    {"laser",
+     [] {
+       TNcLaser* const laser = Laser();
+       if (!laser || !laser->GetLaser()) return true;
+       CutSystem()->SwitchLaser(false);
+       return !laser->GetLaser();
+     }},
+    {"emission",
+     [] {
+       TNcLaser* const laser = Laser();
+       const TNcWatch* const watch = NcWatch();
+       const auto on = [&] { return laser->GetEmission() || (watch && watch->EmissionAsked.Runs()); };
+       if (!laser || !on()) return true;
+       laser->EmissionOff();
+       return !on();
+     }},
+    {"pilot light",
+     [] {
+       TNcLaser* const laser = Laser();
+       if (!laser || !laser->GetAiming()) return true;
+       laser->AimingOff();
+       return true;  // it harms nobody, and not every source can switch it off
+     }},
+    {"gas",
+     [] {
+       TNcGas* const gas = CutSystem() ? CutSystem()->Gas() : nullptr;
+       if (!gas || !gas->GetGas()) return true;
+       gas->SwitchOff();
+       return !gas->GetGas();
+     }},
+    {"axes", [] { return AtRest<TNcMotionDriver>(MotionDriver(), [](TNcMotionDriver& d) { d.StopAll(0); }); }},
+    {"follower",
+     [] {
+       TNcMultiFollower* const followers = CutSystem() ? CutSystem()->MultiFollower() : nullptr;
+       bool off = FollowerOff(GFollower());
+       for (std::int32_t head = 0; followers && head < 2; ++head)  // of two the service is one
+         if (TNcFollower* const follower = followers->GetFollower(head); follower != GFollower())
+           off = FollowerOff(follower) && off;
+       return off;
+     }},
+    {"focus",
+     [] {
+       TNcCutHeadCtrl* const head = CutSystem() ? CutSystem()->CutHeadCtrl() : nullptr;
+       return AtRest<TNcCutHeadCtrl>(head, [](TNcCutHeadCtrl& h) { h.Stop(kStopAtOnce); });
+     }},
+};
+
+}  // namespace
+
+void TSafeEnd::Run() {
+  EndState();
+  const std::uint64_t until = Clock().MonotonicMs() + kSafeEndMs;
+  while (!Round() && Clock().MonotonicMs() < until) {
+    Clock().Sleep(kRoundMs);
+    FFramework.RunOnce();  // a sign of life for the latch, which would trip without one
+  }
+}
+
+void TSafeEnd::EndState() {
+  if (!FFramework.ChangePending() && FFramework.CurrentState() == nsStandby) return;
+  FFramework.Stop();
+  FFramework.RunOnce();
+}
+
+// Each device is told, whatever those before it do.
+bool TSafeEnd::Round() {
+  const char* missing = nullptr;
+  for (const TDevice& device : kDevices) {
+    FMissing.store(device.Name);
+    bool off = false;
+    try {
+      FFramework.RunAside([&] { off = device.Off(); });
+    } catch (...) {
+      if (TDiag d{dlError}) d("%s, end: %s", device.Name, DescribeException(std::current_exception()).c_str());
+    }
+    if (!off && !missing) missing = device.Name;
+  }
+  FMissing.store(missing);
+  return !missing;
+}
+
+void TSafeEnd::TripLatch() {
+  const auto done = std::make_shared<std::atomic<bool>>(false);
+  std::thread([done] {
+    try {
+      if (TNcLaser* const laser = Laser()) laser->Trip("controller ended");
+    } catch (...) {  // it has nobody to tell
+    }
+    done->store(true);
+  }).detach();
+  for (std::uint32_t ms = 0; ms < kTripMs && !done->load(); ++ms)
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
+
+}  // namespace ixocontroller

@@ -1,0 +1,39 @@
+// What is still on or moves when a controller ends is switched off and stopped, by whoever it was switched on.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "ixocamglue/platform/states/NcState.h"
+
+namespace ixocontroller {
+using namespace ixocamglue;
+
+inline constexpr std::uint32_t kSafeEndMs = 2000;  // for all devices together
+
+class TSafeEnd {
+ public:
+  explicit TSafeEnd(TNcStateFramework& framework) : FFramework(framework) {}
+  TSafeEnd(const TSafeEnd&) = delete;
+  TSafeEnd& operator=(const TSafeEnd&) = delete;
+
+  // On the state thread, behind its last pass: ends the state that is not standby, then laser, emission, pilot light,
+  // gas, axes, followers and focus in this order, each told again until it acknowledges or kSafeEndMs are over. Never
+  // throws.
+  void Run();
+
+  // --- any thread ---
+  // The device that was asked last, or has not acknowledged; a literal. Null: everything is off and at rest.
+  [[nodiscard]] const char* Missing() const { return FMissing.load(); }
+  // The latch; on a thread of its own, for a source whose latch is a device call. Waits a moment for it.
+  static void TripLatch();
+
+ private:
+  void EndState();
+  [[nodiscard]] bool Round();
+
+  TNcStateFramework& FFramework;
+  std::atomic<const char*> FMissing{"state"};
+};
+
+}  // namespace ixocontroller
