@@ -66,7 +66,7 @@ class TSimLaser final : public TNcLaser, public ISimPart {
 
  private:
   static constexpr std::uint64_t kNever = std::numeric_limits<std::uint64_t>::max();
-  static constexpr std::uint64_t kLitFaultMs = 100;
+  static constexpr std::uint64_t kLitFaultMs = 30;
   static constexpr std::uint32_t kHangMs = 300;
 
   void Drop() IXO_REQUIRES(FCore.Lock);

@@ -272,9 +272,10 @@ std::int32_t TNcStateFramework::AbortReason(TMail& mail) {
     FEndCause = std::move(mail.StopCause);
     return srStop;
   }
-  if (beam != bcNone) FEndCause = BeamCauseText(beam);
+  const std::int32_t dark = BeamReason(beam);
+  if (dark != srDone && (!alarm || dark == srAlarm)) FEndCause = BeamCauseText(beam);
   if (alarm) return srAlarm;
-  if (beam != bcNone) return BeamReason(beam);
+  if (dark != srDone) return dark;
   if (fault != srDone) return fault;
   FEndCause = std::move(mail.AbortCause);
   return mail.Abort;

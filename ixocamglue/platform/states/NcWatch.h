@@ -62,8 +62,9 @@ struct TNcWatch {
   // Kept by the laser's and the gas device's adapter. Asked: since the last command that no off call followed, whatever
   // the device did; a refusal, a lost emission and a tripped latch end neither. On: what the device does.
   TNcSince LaserOn, LaserAsked, EmissionAsked, EmissionOn, GasOn;
-  std::atomic<bool> EmissionLost{false};  // it was confirmed and went, and has not been asked for since
-  std::atomic<bool> BeamRefused{false};   // laser or emission was asked for and refused; until the watch has seen it
+  // Confirmed emission went while it or the laser was asked for, and has not been asked for since.
+  std::atomic<bool> EmissionLost{false};
+  std::atomic<bool> BeamRefused{false};  // laser or emission was asked for and refused; until the watch has seen it
 
   // --- for the laser's adapter; any thread, one at a time ---
   // With each EmissionOn and SwitchLaser(true) that reaches the device; `refused`: it does nothing.
@@ -79,7 +80,8 @@ struct TNcWatch {
   // With each change of what the source confirms; after an EmissionOff has ended EmissionAsked.
   void ShowEmission(bool on, std::uint64_t nowMs) {
     if (on) return EmissionOn.Begin(nowMs);
-    if (EmissionOn.Runs() && EmissionAsked.Runs()) EmissionLost.store(true, std::memory_order_release);
+    if (EmissionOn.Runs() && (EmissionAsked.Runs() || LaserAsked.Runs()))
+      EmissionLost.store(true, std::memory_order_release);
     EmissionOn.End();
   }
   // Where the axes are, mm; of each head its Z. Kept by the adapters as they hear of it: an axis that nobody tells of
