@@ -106,7 +106,7 @@ void TController::TParts::EndSafely() {
   else
     End->Run();
   if (const char* const device = End->Missing()) {
-    TSafeEnd::TripLatch();
+    TSafeEnd::TripLatch(StateThread.has_value());
     LogMsg(lkError, 0, Show(SEndNotOff, device), "TPHost");
     if (EndFailed)
       EndFailed({.What = std::string(device) + " has not gone off at the controller's end; the laser is latched",

@@ -13,7 +13,7 @@
 namespace ixocontroller {
 namespace {
 
-constexpr std::uint32_t kRoundMs = 10;
+constexpr std::uint32_t kRoundMs = 50;  // well below the latch's patience
 constexpr std::uint32_t kTripMs = 200;
 constexpr std::int32_t kStopAtOnce = 1;
 
@@ -121,13 +121,17 @@ bool TSafeEnd::Round() {
   return !missing;
 }
 
-void TSafeEnd::TripLatch() {
-  const auto done = std::make_shared<std::atomic<bool>>(false);
-  std::thread([done] {
+void TSafeEnd::TripLatch(bool mayHang) {
+  const auto trip = [] {
     try {
       if (TNcLaser* const laser = Laser()) laser->Trip("controller ended");
     } catch (...) {  // it has nobody to tell
     }
+  };
+  if (!mayHang) return trip();
+  const auto done = std::make_shared<std::atomic<bool>>(false);
+  std::thread([done, trip] {
+    trip();
     done->store(true);
   }).detach();
   for (std::uint32_t ms = 0; ms < kTripMs && !done->load(); ++ms)

@@ -23,17 +23,17 @@ class TSafeEnd {
   void Run();
 
   // --- any thread ---
-  // The device that was asked last, or has not acknowledged; a literal. Null: everything is off and at rest.
+  // What was asked last, or has not acknowledged; a literal. Null: everything is off and at rest.
   [[nodiscard]] const char* Missing() const { return FMissing.load(); }
-  // The latch; on a thread of its own, for a source whose latch is a device call. Waits a moment for it.
-  static void TripLatch();
+  // The latch. `mayHang`: on a thread of its own, for a source whose latch is a device call; waits a moment for it.
+  static void TripLatch(bool mayHang);
 
  private:
   void EndState();
   [[nodiscard]] bool Round();
 
   TNcStateFramework& FFramework;
-  std::atomic<const char*> FMissing{"state"};
+  std::atomic<const char*> FMissing{"the machine's state"};
 };
 
 }  // namespace ixocontroller
