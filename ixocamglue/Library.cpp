@@ -20,6 +20,7 @@
 #include "ixocamglue/platform/services/Locale.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/platform/states/BeamWatch.h"
+#include "ixocamglue/platform/states/GasWatch.h"
 #include "ixocamglue/platform/states/NcStateTexts.h"
 #include "ixocamglue/support/Faults.h"
 
@@ -50,8 +51,8 @@ constexpr TPart kUnits[] = {
     {"Uknob", nullptr, FreeKnob},  // made at the first call
 };
 
-constexpr TTextList kTexts[] = {kMachineQueryTexts, kModbusTexts,  kAlarmTexts, kMotionTexts, kGasAdjustTexts,
-                                kKBPTexts,          kMonitorTexts, kBeamTexts,  kNcStateTexts};
+constexpr TTextList kTexts[] = {kMachineQueryTexts, kModbusTexts,  kAlarmTexts, kMotionTexts,   kGasAdjustTexts,
+                                kKBPTexts,          kMonitorTexts, kBeamTexts,  kGasWatchTexts, kNcStateTexts};
 
 }  // namespace
 

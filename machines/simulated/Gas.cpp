@@ -141,6 +141,7 @@ TSimGas::TFacts TSimGas::Facts() const {
 
 void TSimGas::Step(std::uint64_t nowMs) {
   FCore.AssertLocked();
+  FSupplyGood.store(FSupplyBar >= kLowShare * FSetBar, std::memory_order_release);
   WatchPressure(nowMs);
   const bool through = FOn && nowMs >= FSwitchedAtMs;
   if (FDrive != TDrive::Ideal) {

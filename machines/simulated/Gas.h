@@ -11,6 +11,7 @@
 // SelectBranch read the table: whoever changes it does so between them.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <limits>
 #include <optional>
@@ -36,6 +37,7 @@ class TSimGas final : public TNcGas, public ISimPart {
   void SwitchOn() override;
   void SwitchOff() override;
   void OutputDA(double volt) override;
+  bool SupplyGood() override { return FSupplyGood.load(std::memory_order_acquire); }
 
   // What the selected branch's sensor reads, through the gate as "sensor". No number without a branch.
   double ReadSensor();
@@ -98,6 +100,7 @@ class TSimGas final : public TNcGas, public ISimPart {
   double FBar IXO_GUARDED_BY(FCore.Lock) = 0.0;
   std::uint64_t FSwitchedAtMs IXO_GUARDED_BY(FCore.Lock) = 0;
   double FSupplyBar IXO_GUARDED_BY(FCore.Lock) = std::numeric_limits<double>::infinity();
+  std::atomic<bool> FSupplyGood{true};                   // it gives enough for the set pressure
   std::vector<TLine> FLines IXO_GUARDED_BY(FCore.Lock);  // one per branch, in their order
   TDrive FDrive IXO_GUARDED_BY(FCore.Lock) = TDrive::Ideal;
   std::optional<double> FTableVolt IXO_GUARDED_BY(FCore.Lock);  // for the set pressure; none without a table

@@ -63,6 +63,9 @@ class TNcGas : public INcBusyDevice {
   // Puts a voltage (0 to 10 V) straight out to the proportional valve of the selected branch, past the pressure path;
   // it holds until another voltage or pressure is set. A machine without such valves has nothing to do.
   virtual void OutputDA(double volt) { static_cast<void>(volt); }
+  // The supply gives what the branch needs; a procedure whose beam is lit without it ends. Any thread, at once: neither
+  // a lock nor the device is waited for. A machine that does not watch its supply has nothing to say.
+  virtual bool SupplyGood() { return true; }
 };
 
 // Waits for one input at a time. Busy from StartWait until the input has its level, the limit is over, or Cancel.

@@ -259,8 +259,10 @@ std::int32_t TNcStateFramework::AbortReason(TMail& mail) {
   FEndCause.clear();
   bool alarm = false;
   std::int32_t fault = srDone;
+  bool gasMissing = false;
   try {
     alarm = AlarmStands(mail);
+    gasMissing = FGasWatch.Round(FWatch, ByHand(CurrentState()), Clock().MonotonicMs());
   } catch (...) {
     LogGuarded("alarm check", std::current_exception());
     fault = srError;
@@ -277,6 +279,10 @@ std::int32_t TNcStateFramework::AbortReason(TMail& mail) {
   if (alarm) return srAlarm;
   if (dark != srDone) return dark;
   if (fault != srDone) return fault;
+  if (gasMissing) {
+    FEndCause = Show(SGasSupplyLow, static_cast<int>(TGasWatch::kLimitMs));
+    return srError;
+  }
   FEndCause = std::move(mail.AbortCause);
   return mail.Abort;
 }

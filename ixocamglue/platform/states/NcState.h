@@ -23,6 +23,7 @@
 #include "ixocamglue/platform/ports/NcAlarms.h"
 #include "ixocamglue/platform/services/Clock.h"
 #include "ixocamglue/platform/states/BeamWatch.h"
+#include "ixocamglue/platform/states/GasWatch.h"
 #include "ixocamglue/platform/states/NcWatch.h"
 #include "ixocamglue/support/Locks.h"
 #include "ixocamglue/support/Problem.h"
@@ -220,6 +221,7 @@ class TNcStateFramework {
   std::string FEndCause;
   TBeamWatch FBeam{FWatch};
   std::vector<std::shared_ptr<void>> FReleased;  // another thread may still hold them too
+  TGasWatch FGasWatch;
   INcBusyDevice* FBusyDevice = nullptr;
   std::uint64_t FBusyLimitAt = TNcSince::kNot;
   std::uint64_t FDelayUntil = 0;

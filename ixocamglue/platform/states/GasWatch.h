@@ -1,0 +1,27 @@
+// Whether a procedure's beam goes on although its gas does not come any more: lit, with the gas on, and a supply that
+// is not good for 200 ms on end. It reads atomics and TNcGas::SupplyGood only. State thread; monotonic ms.
+#pragma once
+
+#include <cstdint>
+
+#include "ixocamglue/platform/states/NcWatch.h"
+#include "ixocamglue/support/Texts.h"
+
+namespace ixocamglue {
+
+inline constinit TText SGasSupplyLow{"CamGlue", "SGasSupplyLow", "激光打开时气源已 %d 毫秒供气不足"};
+
+inline constexpr auto kGasWatchTexts = TextList(SGasSupplyLow);
+
+class TGasWatch {
+ public:
+  static constexpr std::uint64_t kLimitMs = 200;
+
+  // Once in each pass. True: what runs has to end. `byHand`: what is lit there is no procedure's.
+  [[nodiscard]] bool Round(const TNcWatch& watch, bool byHand, std::uint64_t nowMs);
+
+ private:
+  TNcSince FMissing;
+};
+
+}  // namespace ixocamglue
