@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "controller/HostTexts.h"
+#include "controller/LaserLatch.h"
 #include "controller/LeafWatch.h"
 #include "controller/SafeEnd.h"
 #include "controller/Texts.h"
@@ -86,6 +87,7 @@ struct TController::TParts {
   std::optional<TLibrary> Library;
   std::optional<TLeafWatch> Leaf;
   std::optional<TNcStateFramework> Framework;
+  TLatchAlarm LatchAlarm;
   std::optional<TAlarmPackage> Alarms;
   std::optional<TKeyCommands> Keys;
   std::unique_ptr<IMachine> Machine;
@@ -130,6 +132,7 @@ TController::TController(TControllerOptions options)
   LoadTexts();
   p.Framework.emplace(TNcStateOptions{.SafeEntry = FOptions.SafeEntry});
   p.Alarms.emplace(*p.Framework, p.Journal, VirtualClock());
+  p.Alarms->Manager().AddSource(p.LatchAlarm);
   p.Keys.emplace(*p.Framework, p.Registry, p.Journal);
   MakeMachine();
   p.Framework->SetObserver([&p](std::int32_t from, std::int32_t to) {
@@ -195,13 +198,15 @@ void TController::MakeSupervisor() {
     RaiseAlarm({.IdPrefix = kSupervisorAlarmPrefix, .Desc = reason, .Id = 1, .Attrs = naForbidMove});
   };
   const auto stop = [&p](const std::string& reason) { p.Framework->Stop(reason); };
-  const auto latch = [](const std::string&) {
-    TNcCutSystem* const cut = CutSystem();
-    if (TNcLaser* const laser = cut ? cut->Laser() : nullptr) laser->Trip("supervisor");
+  const auto trip = [](const char* reason) {
+    return [reason](const std::string&) {
+      TNcCutSystem* const cut = CutSystem();
+      if (TNcLaser* const laser = cut ? cut->Laser() : nullptr) laser->Trip(reason);
+    };
   };
   p.Supervisor.emplace(
       p.Framework->Watch(), [&p] { return p.Framework->CurrentState(); }, machine,
-      TSupervisorActions{fail, alarm, stop, latch});
+      TSupervisorActions{fail, alarm, stop, trip("supervisor"), trip(kEmergencyTrip)});
   p.Threads.emplace(ThreadTable(), machine.Supervisor, p.Alarms->Manager());
   if (p.Virtual) p.Virtual->Every(kSupervisorRoundMs, [&p](std::uint64_t nowMs) { p.Supervisor->Round(nowMs); });
 }
@@ -262,6 +267,11 @@ bool TController::Start(std::shared_ptr<IStateMotion> root, std::string* reason)
   TCustomMotionState::SetStateMotion(std::move(root));
   const TResult<> requested = framework.RequestState(nsCustomMotion, 0);
   return requested ? true : refuse(requested.Problem().Text().c_str());
+}
+
+TResult<> TController::ResetLatch() {
+  const TSupervisor* const supervisor = Supervisor();
+  return ixocontroller::ResetLatch(Framework(), supervisor ? supervisor->Broken(Clock().MonotonicMs()) : std::nullopt);
 }
 
 // --- the loop ---

@@ -70,6 +70,8 @@ class TController {
   // but the one that is inside a tick of a running procedure.
   [[nodiscard]] bool Start(std::shared_ptr<IStateMotion> root, std::string* reason = nullptr);
   [[nodiscard]] bool Running() const;
+  // Resets the laser's latch (LaserLatch.h); refused also while the supervisor's reason to trip it lasts. Any thread.
+  TResult<> ResetLatch();
 
   // Virtual time: one pass, the logs drained, the clock moved on by what the pass asked for.
   void RunPass();

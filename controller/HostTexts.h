@@ -52,6 +52,9 @@ inline constinit TText SWatchLatch{"IxoCut", "SWatchLatch", "监视：%s；锁�
 
 inline constinit TText SThreadSilent{"IxoCut", "SThreadSilent", "线程 %s 已 %d 毫秒没有动静（上限 %d 毫秒）"};
 inline constinit TText SThreadFailed{"IxoCut", "SThreadFailed", "设备 %s 的更新线程因异常结束，不再重新启动"};
+inline constinit TText SLaserLatched{"IxoCut", "SLaserLatched",
+                                     "激光已锁定（%s）；排除原因后，在待机状态按住停止键 3 秒复位"};
+inline constinit TText SLatchReset{"IxoCut", "SLatchReset", "激光锁定已复位"};
 
 inline constinit TText SLinesDropped{"IxoCut", "SLinesDropped", "日志队列已满，丢失 %d 行"};
 
@@ -71,12 +74,12 @@ inline constinit TText SPlotBeam{"IxoCut", "SPlotBeam", "出光"};
 inline constinit TText SPlotProcedure{"IxoCut", "SPlotProcedure", "工艺过程"};
 
 inline constexpr auto kHostTexts = TextList(
-    SRowState, SRowEmission, SRowLaser, SRowGas, SShotTitle, SShotEnded, SShotTooEarly, SShotNotDark, SEndSuccess,
-    SEndStopped, SEndPaused, SEndAlarm, SEndError, SEndCollided, SRunCollided, SEndRefused, SEndNever, SEndNotOff,
+    SRowState, SRowEmission, SRowLaser, SRowGas, SShotTitle, SShotEnded, SShotTooEarly, SRunCollided, SShotNotDark,
+    SEndSuccess, SEndStopped, SEndPaused, SEndAlarm, SEndError, SEndCollided, SEndRefused, SEndNever, SEndNotOff,
     SAskedAlarm, SSignalStop, SWatchBusy, SWatchLeaf, SWatchEmission, SWatchLaser, SWatchGas, SWatchBeat, SWatchDark,
     SWatchEnding, SWatchEmergency, SWatchAlarm, SWatchFail, SWatchStop, SWatchLatch, SThreadSilent, SThreadFailed,
-    SLinesDropped, SRunSteps, SRunPath, SRunStillOn, SRunFailed, SRunFailedAt, SRowOutput, SRowFollow, SPlotPath,
-    SPlotZ, SPlotSignals, SPlotStart, SPlotEnd, SPlotBeam, SPlotProcedure);
+    SLaserLatched, SLatchReset, SLinesDropped, SRunSteps, SRunPath, SRunStillOn, SRunFailed, SRunFailedAt, SRowOutput,
+    SRowFollow, SPlotPath, SPlotZ, SPlotSignals, SPlotStart, SPlotEnd, SPlotBeam, SPlotProcedure);
 
 // Milliseconds for a %d.
 [[nodiscard]] inline int ShownMs(std::uint64_t ms) {

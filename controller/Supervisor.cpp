@@ -54,10 +54,10 @@ void TSupervisor::Round(std::uint64_t nowMs) {
     Climb(*broken, nowMs);
 }
 
-void TSupervisor::EmergencyStop() { LatchAndStop(SWatchEmergency.Get()); }
+void TSupervisor::EmergencyStop() { LatchAndStop(FActions.Emergency, SWatchEmergency.Get()); }
 
-void TSupervisor::LatchAndStop(const std::string& reason) {
-  for (const auto* action : {&FActions.Latch, &FActions.Stop}) {
+void TSupervisor::LatchAndStop(const TSupervisorActions::TAction& latch, const std::string& reason) {
+  for (const auto* action : {&latch, &FActions.Stop}) {
     try {
       if (*action) (*action)(reason);
     } catch (...) {
@@ -81,7 +81,7 @@ void TSupervisor::WatchBeam(std::uint64_t nowMs) {
   FBeamCause.Begin(nowMs);
   if (FBeamCause.LastedMs(nowMs) < kDarkWithinMs || std::exchange(FBeamAnswered, true)) return;
   const std::string why = cause == bcNone ? SWatchEnding.Get() : BeamCauseText(cause);
-  LatchAndStop(Show(SWatchDark, why.c_str(), static_cast<int>(kDarkWithinMs)));
+  LatchAndStop(FActions.Latch, Show(SWatchDark, why.c_str(), static_cast<int>(kDarkWithinMs)));
 }
 
 // While the beam is asked for, a head that moves keeps no wait alive.

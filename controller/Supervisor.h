@@ -21,10 +21,13 @@ using namespace ixocamglue;
 
 // Called with the reason, an operator text. What one throws is logged and changes nothing.
 struct TSupervisorActions {
-  std::function<void(const std::string& reason)> Fail;   // ends the procedure with an error
-  std::function<void(const std::string& reason)> Alarm;  // raises an alarm that ends the procedure
-  std::function<void(const std::string& reason)> Stop;   // stops the procedure
-  std::function<void(const std::string& reason)> Latch;  // laser and emission off until reset by hand
+  using TAction = std::function<void(const std::string& reason)>;
+  TAction Fail;            // ends the procedure with an error
+  TAction Alarm;           // raises an alarm that ends the procedure
+  TAction Stop;            // stops the procedure
+  TAction Latch;           // laser and emission off until reset by hand
+  TAction Emergency = {};  // the same, as the emergency stop's own
+};  // the same, as the emergency stop's own
 };
 
 inline constexpr std::uint32_t kSupervisorRoundMs = 20;
@@ -48,6 +51,8 @@ class TSupervisor {
   void Round(std::uint64_t nowMs);
   // Stop and latch at once, past everything else. Any thread, also during a round.
   void EmergencyStop();
+  // What lasts too long, an operator text. Any thread.
+  [[nodiscard]] std::optional<std::string> Broken(std::uint64_t nowMs) const;
 
  private:
   enum class TRung : std::uint8_t { Watching, Alarmed, Stopped, Latched };
@@ -60,8 +65,8 @@ class TSupervisor {
   [[nodiscard]] std::optional<TBroken> WaitTooLong(std::uint64_t nowMs) const;
   void SeeProgress(std::uint64_t nowMs);
   void WatchBeam(std::uint64_t nowMs);
-  void LatchAndStop(const std::string& reason);
   void Climb(const TBroken& broken, std::uint64_t nowMs);
+  void LatchAndStop(const TSupervisorActions::TAction& latch, const std::string& reason);
 
   // constant after construction
   const TNcWatch& FWatch;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 
+#include "controller/LaserLatch.h"
 #include "controller/keys/KeyStates.h"
 #include "ixocamglue/platform/ports/CutCommands.h"
 #include "ixocamglue/platform/ports/NcAlarms.h"
@@ -106,8 +107,8 @@ std::string TKeyCommands::Refusal(std::int32_t command) const {
     return "it is forbidden (" + registry->Current() + ")";
   const TCutState state = ClassifyCutState(FFramework.CurrentState());
   if ((row->States & StateBit(state)) == 0) return std::string("the machine is in ") + CutStateName(state);
-  const char* const alarm = AlarmRefusal(*row);
-  return alarm ? alarm : "";
+  if (const char* const alarm = AlarmRefusal(*row)) return alarm;
+  return (row->Needs & nLaser) != 0 && LatchReason() ? LaserUsable().Problem().Text() : "";
 }
 
 void TKeyCommands::Refuse(std::int32_t command, const std::string& why) {
@@ -259,12 +260,15 @@ void TKeyCommands::SetEmergencyStop(bool active) {
   if (active) {
     TTryAll tryAll;  // a source that does not answer keeps nothing else from stopping
     tryAll([] {
-      if (TNcLaser* const laser = Laser()) laser->Trip("emergency stop");
+      if (TNcLaser* const laser = Laser()) laser->Trip(kEmergencyTrip);
     })([&] { StopAll(); });
-  } else if (was) {
-    if (TNcLaser* const laser = Laser()) laser->ResetLatch();
   }
-  if (was != active) Note(active ? "emergency stop" : "emergency stop reset");
+  if (was == active) return;
+  Note(active ? "emergency stop" : "emergency stop reset");
+  if (active) return;
+  // What else has tripped the latch stays tripped.
+  if (const char* const latched = LatchReason(); !latched || std::string_view(latched) != kEmergencyTrip) return;
+  if (const TResult<> reset = ResetLatch(FFramework); !reset) Note(reset.Problem().Text());
 }
 
 void TKeyCommands::SetProgress(const TProgress& progress) {

@@ -38,7 +38,7 @@ class TKeyCommands final : public TNcKeyCommands, public TNcEmergencyStop {
   void KeyUp(std::int32_t command) override;
   bool IsActive() override { return FEmergency.load(std::memory_order_acquire); }
   // The emergency-stop input. Active stops everything and trips the laser's latch; it stays so until it is reset by
-  // hand, which resets the latch too.
+  // hand, which resets its own trip of the latch too, and no other.
   void SetEmergencyStop(bool active);
 
   // --- state thread, for the states ---

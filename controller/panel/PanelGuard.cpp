@@ -10,12 +10,13 @@
 #include "ixocamglue/platform/services/AppSys.h"
 #include "ixocamglue/platform/services/Clock.h"
 #include "ixocamglue/platform/services/Log.h"
+#include "ixocamglue/platform/states/NcState.h"
 #include "ixocamglue/support/Faults.h"
 
 namespace ixocontroller {
 
-TPanelGuard::TPanelGuard(TKBPManager& manager, std::function<void()> emergency)
-    : FManager(manager), FEmergency(std::move(emergency)) {}
+TPanelGuard::TPanelGuard(TKBPManager& manager, std::function<void()> emergency, std::function<void()> stopHeld)
+    : FManager(manager), FEmergency(std::move(emergency)), FStopHeld(std::move(stopHeld)) {}
 
 void TPanelGuard::Enable() {
   Alive();
@@ -83,6 +84,20 @@ void TPanelGuard::Watch(std::uint64_t nowMs) {
     if (const std::int32_t command = FHeld[i].exchange(0, std::memory_order_acq_rel); command != 0)
       ReleaseCommand(command);
   }
+  WatchStop(!silent && (down & KeyBit(CK_STOP)) != 0, nowMs);
+}
+
+void TPanelGuard::WatchStop(bool down, std::uint64_t nowMs) {
+  const TNcStateFramework* const states = NcStates();
+  if (!down || !states || states->CurrentState() != nsStandby) {
+    FStopSince.End();
+    FStopTold = false;
+    return;
+  }
+  FStopSince.Begin(nowMs);
+  if (FStopSince.LastedMs(nowMs) < kStopHeldMs || std::exchange(FStopTold, true) || !FStopHeld) return;
+  TTryAll tryAll;
+  tryAll(FStopHeld);
 }
 
 void TPanelGuard::SetKeyBit(TKeyCode key, bool down) {

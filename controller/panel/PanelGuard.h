@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "ixocamglue/panel/Kbpmngr.h"
+#include "ixocamglue/platform/states/NcWatch.h"
 
 namespace ixocontroller {
 using namespace ixocamglue;
@@ -25,8 +26,11 @@ class TPanelGuard {
   static constexpr std::uint64_t kStaleMs = 500;   // masks older than this let stop keys through only
   static constexpr std::uint64_t kSilentMs = 150;  // with a watch round on top still below 200 ms
 
-  // `emergency` goes past panel and cutting system; it may be empty. The manager outlives the guard.
-  TPanelGuard(TKBPManager& manager, std::function<void()> emergency);
+  static constexpr std::uint64_t kStopHeldMs = 3000;
+
+  // `emergency` goes past panel and cutting system. `stopHeld` is called by Watch, once when the stop key has been held
+  // for kStopHeldMs in standby. Both may be empty. The manager outlives the guard.
+  TPanelGuard(TKBPManager& manager, std::function<void()> emergency, std::function<void()> stopHeld = {});
 
   // Refreshes once; presses are taken from then on.
   void Enable();
@@ -43,16 +47,21 @@ class TPanelGuard {
   [[nodiscard]] TKeyMask Leds() const { return FLeds.load(std::memory_order_acquire); }
 
  private:
+  void WatchStop(bool down, std::uint64_t nowMs);
   static void SetKeyBit(TKeyCode key, bool down);
   static void ReleaseCommand(std::int32_t command) noexcept;
 
   TKBPManager& FManager;
   const std::function<void()> FEmergency;
+  const std::function<void()> FStopHeld;
   std::atomic<bool> FEnabled{false};
   std::atomic<std::uint64_t> FRefreshedMs{0};
   std::atomic<std::uint64_t> FAliveMs{0};
   std::atomic<TKeyMask> FLeds{0};
   std::array<std::atomic<std::int32_t>, kKeys> FHeld{};  // the command that was pressed, while it is held
+  // The watch.
+  TNcSince FStopSince;
+  bool FStopTold = false;
 };
 
 // Keeps shows and hides nested, as the manager relies on: a form that is hidden from underneath others is taken out

@@ -139,10 +139,15 @@ std::vector<std::string> DrawPanel(TKeyMask leds, bool hints, std::size_t column
 
 TPanelHost::TPanelHost(TController& session)
     : FController(session),
-      FGuard(*KBPManager(),
-             [&session] {
-               if (TSupervisor* const supervisor = session.Supervisor()) supervisor->EmergencyStop();
-             }),
+      FGuard(
+          *KBPManager(),
+          [&session] {
+            if (TSupervisor* const supervisor = session.Supervisor()) supervisor->EmergencyStop();
+          },
+          [&session] {
+            if (const TResult<> reset = session.ResetLatch(); !reset)
+              LogMsg(lkWarning, 0, reset.Problem().Text(), "TPHost");
+          }),
       FForms(*KBPManager()) {
   FGuard.Enable();
   if (TVirtualClock* const clock = session.VirtualClock()) {

@@ -239,6 +239,22 @@ TEST_F(KeyCommands, TheEmergencyStopLatchesUntilItIsResetByHand) {
   EXPECT_TRUE(Now().Emission);
 }
 
+TEST_F(KeyCommands, TheEmergencyStopsResetEndsNoOtherTripAndALatchedLaserIsNotAsked) {
+  Machine().Laser()->Trip("of its own");
+  for (const bool active : {true, false}) FController.Keys().SetEmergencyStop(active);
+  EXPECT_EQ(Now().LatchReason, "of its own");
+  FController.RunFor(100);
+  for (const std::int32_t command : {kcShutter, kcLaser, kcJogLaser, kcStart}) {
+    Press(command);
+    EXPECT_THAT(LastNote(), HasSubstr("the laser is latched (of its own)")) << command;
+  }
+  EXPECT_FALSE(FController.Framework().Watch().EmissionAsked.Runs());
+  ASSERT_TRUE(FController.ResetLatch());
+  Press(kcShutter);
+  FController.RunFor(200);
+  EXPECT_TRUE(Now().Emission);
+}
+
 TEST_F(KeyCommands, AStopNeedsNoStateThread) {
   FController.Params().SetDouble("JogSpeed", 100);
   Press(kcJogRight);

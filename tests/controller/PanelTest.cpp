@@ -93,6 +93,31 @@ TEST_F(PanelHost, TheEmergencyStopNeedsNeitherPanelNorCuttingSystem) {
   EXPECT_EQ(straight, 1);
 }
 
+TEST_F(PanelHost, TheStopKeyHeldForThreeSecondsInStandbyResetsTheLatch) {
+  const auto latched = [this] { return Machine().Snapshot().LatchTripped; };
+  Machine().Laser()->Trip("of its own");
+  Raise(naForbidLaser);
+  FHost.Guard().Press(CK_STOP);
+  RunAlive(3100);
+  EXPECT_TRUE(latched()) << "the cause stands";
+  FController.Alarms().ClearAll();
+  RunAlive(3100);
+  EXPECT_TRUE(latched()) << "one press, one try";
+  FHost.Guard().Release(CK_STOP);
+  RunAlive(100);
+  FHost.Guard().Press(CK_STOP);
+  RunAlive(2900);
+  EXPECT_TRUE(latched());
+  RunAlive(200);
+  EXPECT_FALSE(latched());
+
+  Machine().Laser()->Trip("of its own");
+  FHost.Guard().Release(CK_STOP);
+  FHost.Guard().Press(CK_STOP);
+  FController.RunFor(4000);
+  EXPECT_TRUE(latched()) << "a panel that has fallen silent holds nothing";
+}
+
 TEST_F(PanelHost, FormsStayNestedWhateverTheOrder) {
   TFormTracker& forms = FHost.Forms();
   const auto client = [] { return KBPManager()->GetMap(kMapClientPermit); };

@@ -1,0 +1,88 @@
+#include "controller/LaserLatch.h"
+
+#include "controller/HostTexts.h"
+#include "ixocamglue/platform/ports/PanelPorts.h"
+#include "ixocamglue/platform/services/AppSys.h"
+#include "ixocamglue/platform/services/Log.h"
+#include "ixocamglue/support/Faults.h"
+
+namespace ixocontroller {
+namespace {
+
+constexpr std::uint64_t kBeatMs = 200;  // a state thread that has been silent for longer does not live
+
+TNcLaser* Laser() {
+  TNcCutSystem* const cut = CutSystem();
+  return cut ? cut->Laser() : nullptr;
+}
+
+bool Forbidden() {
+  TNcAlarms* const alarms = NcAlarms();
+  return alarms && !alarms->AllowLaser();
+}
+
+TProblem Stays(const char* why, const char* remedy) {
+  return {.What = "the laser stays latched", .Why = why, .Remedy = remedy};
+}
+
+// Why the latch may not be reset now.
+TResult<> MayReset(const TNcStateFramework& framework, const TNcWatch& watch) {
+  TNcEmergencyStop* const emergency = EmergencyStop();
+  if (emergency && emergency->IsActive()) return Stays("the emergency stop is active", "release it");
+  if (Forbidden()) return Stays("an alarm forbids the laser", "clear the alarm");
+  if (framework.CurrentState() != nsStandby || framework.ChangePending())
+    return Stays("the machine is not in standby", "stop what runs");
+  if (watch.LaserAsked.Runs() || watch.EmissionAsked.Runs())
+    return Stays("laser or emission is asked for", "switch both off");
+  if (framework.SafePending())
+    return Stays("a device has not acknowledged switching off", "wait until it has, or repair it");
+  const std::uint64_t now = Clock().MonotonicMs();
+  const std::uint64_t beat = watch.BeatMs.load(std::memory_order_acquire);
+  if (now > beat && now - beat > kBeatMs) return Stays("the state thread gives no sign of life", "restart the program");
+  return {};
+}
+
+TProblem NotReached() {
+  return {.What = "the laser cannot be reached", .Why = DescribeException(std::current_exception())};
+}
+
+}  // namespace
+
+const char* LatchReason() {
+  TNcLaser* const laser = Laser();
+  return laser ? laser->LatchReason() : nullptr;
+}
+
+TResult<> LaserUsable() try {
+  if (!Laser()) return TProblem{.What = "the machine has no laser"};
+  if (const char* const why = LatchReason())
+    return TProblem{.What = "the laser is latched",
+                    .Why = why,
+                    .Remedy = "remove the cause, then hold the stop key for 3 s in standby"};
+  if (Forbidden()) return TProblem{.What = "an alarm forbids the laser", .Remedy = "clear the alarm"};
+  return {};
+} catch (...) {
+  return NotReached();
+}
+
+TResult<> ResetLatch(TNcStateFramework& framework, std::optional<std::string> lasts) try {
+  if (!LatchReason()) return {};
+  if (lasts) return Stays(lasts->c_str(), "end what lasts too long");
+  if (TResult<> may = MayReset(framework, framework.Watch()); !may) return may;
+  Laser()->ResetLatch();
+  LogMsg(lkInfo, 0, SLatchReset.Get(), TLatchAlarm::kPrefix);
+  return {};
+} catch (...) {
+  return NotReached();
+}
+
+void TLatchAlarm::UpdateAlarms(INcAlarmReport20& report) {
+  const char* const reason = LatchReason();
+  if (reason != FReason) report.ClearAlarm(kId);  // also reset and tripped anew between two rounds
+  FReason = reason;
+  if (reason) report.RaiseAlarm(kId);
+}
+
+std::string TLatchAlarm::GetAlarmDesc(std::int32_t) { return Show(SLaserLatched, FReason); }
+
+}  // namespace ixocontroller
