@@ -80,8 +80,8 @@ std::string MixedDay() {
   while (session.VirtualClock()->MonotonicMs() - startMs < kDayMs) {
     for (const TCall& call : kRound) {
       const std::uint32_t before = watch.Tick.load();
-      if (std::string reason; !session.Start(ShareRoot(RootOf(call)), &reason))
-        throw std::runtime_error(std::string(call.Name) + ": " + reason);
+      if (const TResult<> started = session.Start(ShareRoot(RootOf(call))); !started)
+        throw std::runtime_error(std::string(call.Name) + ": " + started.Problem().Text());
       if (!session.RunToEnd(kLongestMs) || session.MotionState().Outcome().Type != metSuccess)
         throw std::runtime_error(std::string(call.Name) + " did not succeed: " + session.MotionState().Outcome().Path);
       ticks += watch.Tick.load() - before;

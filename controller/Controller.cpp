@@ -13,6 +13,7 @@
 #include "controller/ThreadWatch.h"
 #include "controller/alarms/AlarmPackage.h"
 #include "controller/gas/GasDescent.h"
+#include "controller/procedures/Procedures.h"
 #include "ixocamglue/alarms/Ualarmdefs.h"
 #include "ixocamglue/config/Uassistconfig.h"
 #include "ixocamglue/config/Ucamglue.h"
@@ -253,20 +254,32 @@ bool TController::Running() const {
   return framework.ChangePending() || state == nsCustomMotion || state == nsZemGasAdjust || state == nsGasDescent;
 }
 
-bool TController::Start(std::shared_ptr<IStateMotion> root, std::string* reason) {
-  const auto refuse = [&](const char* why) {
-    if (reason) *reason = why;
-    return false;
-  };
-  TNcStateFramework& framework = Framework();
-  if (Running()) return refuse("a procedure is running");
+TResult<> TController::MayStart(IStateMotion& root) const {
+  const TNcStateFramework& framework = *FParts->Framework;
+  if (Running()) return TProblem{.What = "a procedure is running"};
   // A procedure returns to the state that it started from: none of these goes on where it was left.
   const TCutState state = ClassifyCutState(framework.CurrentState());
-  if (state != csStandby && state != csOther) return refuse("the machine is busy with a key command");
-  if (framework.SafePending()) return refuse("a device has not acknowledged switching off");
-  TCustomMotionState::SetStateMotion(std::move(root));
-  const TResult<> requested = framework.RequestState(nsCustomMotion, 0);
-  return requested ? true : refuse(requested.Problem().Text().c_str());
+  if (state != csStandby && state != csOther) return TProblem{.What = "the machine is busy with a key command"};
+  if (framework.SafePending()) return TProblem{.What = "a device has not acknowledged switching off"};
+  // A step of an application that builds its own on entry is known by its row.
+  const TProcedure* const row = FindProcedure(root.GetID());
+  const bool lights = row && (row->Flags.LightsBeam || row->Flags.NeedsEmission);
+  return lights || root.NeedsLaser() ? LaserUsable() : TResult<>();
+}
+
+TResult<> TController::Start(std::shared_ptr<IStateMotion> root) {
+  if (!root) return TProblem{.What = "there is no procedure"};
+  const std::int32_t id = root->GetID();
+  TResult<> started = MayStart(*root);
+  if (started) {
+    TCustomMotionState::SetStateMotion(std::move(root));
+    started = Framework().RequestState(nsCustomMotion, 0);
+  }
+  if (started) return started;
+  // The flag of the procedure that runs, or is just ending, is its own.
+  const std::int32_t running = TCustomMotionState::GetStateID();
+  if (!Running() || (running >= 0 && running != id)) TCustomMotionState::SetExecOK(id, false);
+  return started;
 }
 
 TResult<> TController::ResetLatch() {

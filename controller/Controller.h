@@ -65,10 +65,12 @@ class TController {
   TController(const TController&) = delete;
   TController& operator=(const TController&) = delete;
 
-  // Hands the root to the controller and requests its state. False, with the reason, while a procedure or a key
-  // command's state runs, a stop has not come to its end, or a device has not acknowledged switching off. Any thread
-  // but the one that is inside a tick of a running procedure.
-  [[nodiscard]] bool Start(std::shared_ptr<IStateMotion> root, std::string* reason = nullptr);
+  // Hands the root to the controller and requests its state. Refused while a procedure or a key command's state runs, a
+  // stop has not come to its end, or a device has not acknowledged switching off; and what needs the laser while that
+  // is not fitted, latched or forbidden. A refused start sets its success flag to false, unless the procedure that runs
+  // has the same. Any thread but the one that is inside a tick of a running procedure. Throws what making a step
+  // throws.
+  [[nodiscard]] TResult<> Start(std::shared_ptr<IStateMotion> root);
   [[nodiscard]] bool Running() const;
   // Resets the laser's latch (LaserLatch.h); refused also while the supervisor's reason to trip it lasts. Any thread.
   TResult<> ResetLatch();
@@ -119,6 +121,7 @@ class TController {
   void LoadTexts();
   void MakeMachine();
   void MakeSupervisor();
+  [[nodiscard]] TResult<> MayStart(IStateMotion& root) const;
 
   const TControllerOptions FOptions;
   const std::unique_ptr<TParts> FParts;

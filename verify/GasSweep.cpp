@@ -211,8 +211,8 @@ class TGasSweepRun {
     FController.RunFor(50);
     auto probe = MakeStepOf<TSmtSequence>(nullptr);
     probe->Define(kProbeId, "probe", {{612, "delay", nullptr}});
-    if (std::string reason; !FController.Start(ShareRoot(std::move(probe)), &reason))
-      return Violation("not ready for the next procedure: " + reason);
+    if (const TResult<> started = FController.Start(ShareRoot(std::move(probe))); !started)
+      return Violation("not ready for the next procedure: " + started.Problem().Text());
     if (!FController.RunToEnd(1000) || !TCustomMotionState::GetExecOK(kProbeId, false))
       Violation("the next procedure did not succeed");
   }

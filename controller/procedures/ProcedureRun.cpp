@@ -106,7 +106,7 @@ void TProcedureRun::Ready() {
 }
 
 void TProcedureRun::Drive(std::shared_ptr<IStateMotion> root, std::uint64_t limitMs, std::uint64_t endWithinMs) {
-  if (std::string reason; !FController.Start(std::move(root), &reason)) throw EProblem(pbUnusable, reason);
+  FController.Start(std::move(root)).OrThrow(pbUnusable);
   FInTime = WaitFor(limitMs, [&] { return !FController.Running(); });
   if (FInTime) return;
   FController.Framework().Stop();

@@ -15,8 +15,8 @@ int main() {
 
   auto shot = MakeStepOf<TSmtLaserOnTimeState>(nullptr);
   shot->SetDuration(300);
-  if (std::string reason; !controller.Start(std::shared_ptr<TStateMotion>(std::move(shot)), &reason)) {
-    std::printf("not started: %s\n", reason.c_str());
+  if (const auto started = controller.Start(std::shared_ptr<TStateMotion>(std::move(shot))); !started) {
+    std::printf("not started: %s\n", started.Problem().Text().c_str());
     return 1;
   }
   const bool ended = controller.RunToEnd(60'000);

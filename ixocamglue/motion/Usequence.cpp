@@ -47,6 +47,12 @@ void TSmtSequence::DoLeaveError() {
   tryAll.Rethrow();
 }
 
+bool TSmtSequence::NeedsLaser() {
+  return std::ranges::any_of(FItems, [](const TSequenceItem& item) {
+    return item.Make ? item.Make(nullptr)->NeedsLaser() : IsLaserCommand(item.Command);
+  });
+}
+
 bool TSmtSequence::MayOpenGas() const {
   return Has(TSmtGasOnState::Cmd) ||
          std::ranges::any_of(FItems, [](const TSequenceItem& i) { return i.Make != nullptr; });

@@ -29,6 +29,7 @@ class TSmtSequence : public TSmtComposite {
   void BuildMotionList() override;
   void DoLeaveMotion() override;
   void DoLeaveError() override;
+  bool NeedsLaser() override;  // makes those of its steps that no command makes, and throws what that throws
 
   // `buildLate`: the children are made when the sequence is entered.
   void Define(std::int32_t id, std::string desc, std::vector<TSequenceItem> items, bool buildLate = false);

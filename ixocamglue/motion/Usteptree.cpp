@@ -1,5 +1,6 @@
 #include "ixocamglue/motion/Usteptree.h"
 
+#include <algorithm>
 #include <charconv>
 #include <iterator>
 #include <utility>
@@ -394,6 +395,10 @@ void TSmtComposite::UpdateThread(std::uint32_t& loopDelay) {
 
 TStateMotion* TSmtComposite::GetCurMotion() {
   return HasMotion(FStep) ? FMotionList[static_cast<std::size_t>(FStep)].get() : this;
+}
+
+bool TSmtComposite::NeedsLaser() {
+  return std::ranges::any_of(FMotionList, [](const TStepPtr& child) { return child->NeedsLaser(); });
 }
 
 TStateMotion* TSmtComposite::GetMotionItem(std::int32_t index) const {

@@ -71,6 +71,10 @@ class IStateMotion {
   virtual void SetErrorState(std::int32_t state) = 0;
   virtual void SetNextState(std::int32_t state) = 0;
   virtual void StopExec() = 0;  // any thread
+  // It, or what it consists of, switches laser or emission on or waits for it: 515, 516, 518, 519, 520. Asked before it
+  // is started, of a root that may not be built, and once more when it is entered. A composite that builds such steps
+  // on entry says so here; the steps that it has by then are found without it.
+  virtual bool NeedsLaser() { return false; }
 };
 
 class TStateMotion;
@@ -207,6 +211,11 @@ class TSmtAtomic : public TStateMotion {
 [[nodiscard]] std::string_view CommandClass(std::int32_t command);
 [[nodiscard]] std::string CommandDesc(std::int32_t command);
 
+// The commands that light the beam, ask for emission or wait for it; not those that only switch off.
+[[nodiscard]] constexpr bool IsLaserCommand(std::int32_t command) {
+  return command == 515 || command == 516 || (command >= 518 && command <= 520);
+}
+
 // A step with a number of its own. Its name and description stand in the command table; one that is not made from its
 // number has no row there and says both itself, with kClassName and GetDesc.
 template <std::int32_t Command, class Base = TSmtAtomic>
@@ -215,6 +224,7 @@ class TSmtCommand : public Base {
   static constexpr std::int32_t Cmd = Command;
   std::int32_t GetID() override { return Command; }
   std::string GetDesc() override { return CommandDesc(this->GetID()); }
+  bool NeedsLaser() override { return IsLaserCommand(Command) || Base::NeedsLaser(); }
 };
 
 // An inner node. BuildMotionList fills it; the positions are the children's indices.
@@ -231,6 +241,7 @@ class TSmtComposite : public TStateMotion {
   void DoAfterStep(std::int32_t oldStep, std::int32_t newStep) override;
   void UpdateThread(std::uint32_t& loopDelay) override;
   [[nodiscard]] TStateMotion* GetCurMotion() override;
+  bool NeedsLaser() override;
   // No device command belongs here: an abort can still build a step.
   virtual void BuildMotionList();
 

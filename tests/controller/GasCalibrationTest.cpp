@@ -123,7 +123,7 @@ TEST_F(GasCalibration, GasThatSomebodyElseSwitchesOffStaysOff) {
   ASSERT_TRUE(calibration.Start(reason));
   FController->RunFor(2000);
   ASSERT_TRUE(FController->Machine().Snapshot().Gas);
-  EXPECT_FALSE(FController->Start(ShareRoot(MakeShot(1)), &reason)) << "a calibration runs";
+  EXPECT_FALSE(FController->Start(ShareRoot(MakeShot(1)))) << "a calibration runs";
   auto& journal = FController->Journal();
   const std::size_t from = journal.Size();
   CutSystem()->Gas()->SwitchOff();

@@ -32,8 +32,7 @@ class SmallMachine : public testing::Test {
     FController.Journal().Clear();
     auto step = MakeStepOf<Step>(nullptr);
     configure(*step);
-    std::string reason;
-    EXPECT_TRUE(FController.Start(std::shared_ptr<TStateMotion>(std::move(step)), &reason)) << reason;
+    FController.Start(std::shared_ptr<TStateMotion>(std::move(step))).OrThrow(pbRefused);
     EXPECT_TRUE(FController.RunToEnd(60'000));
     FController.RunFor(100);
     const TMachineSnapshot now = FController.Machine().Snapshot();

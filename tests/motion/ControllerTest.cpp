@@ -55,8 +55,7 @@ class Controlling : public TMachineTest {
   }
   void StartScripted() {
     Root = std::make_shared<TScriptedRoot>();
-    std::string reason;
-    ASSERT_TRUE(FController.Start(Root, &reason)) << reason;
+    FController.Start(Root).OrThrow(pbRefused);
     FController.RunPass();
     ASSERT_EQ(Root->Story, TTexts{"build"});
     Root->Story.clear();

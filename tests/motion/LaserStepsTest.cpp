@@ -289,7 +289,7 @@ TEST_F(WithoutLaser, StepsThatNeedItFailAndSwitchingOffSucceeds) {
                                      {519, metError},
                                      {520, metError},
                                      {522, metSuccess}}) {
-    StartSequence({{command, "step"}});
+    StartUnasked({{command, "step"}});
     EXPECT_EQ(Finish(), type) << command;
   }
   EXPECT_EQ(Controller().Outcome().NextState, nsStandby);
@@ -302,10 +302,10 @@ class WithoutCutSystem : public TMachineTest {
 
 TEST_F(WithoutCutSystem, EveryStepSaysSoByItsResult) {
   for (const std::int32_t command : {518, 519, 520, 141}) {
-    StartSequence({{command, "step"}});
+    StartUnasked({{command, "step"}});
     EXPECT_EQ(Finish(), metError) << command;
   }
-  StartSequence({{516, "on"}, {517, "off"}, {522, "off"}, {142, "gas off"}, {176, "nothing to wait for"}});
+  StartUnasked({{516, "on"}, {517, "off"}, {522, "off"}, {142, "gas off"}, {176, "nothing to wait for"}});
   EXPECT_EQ(Finish(), metSuccess);
 }
 
