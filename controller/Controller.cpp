@@ -88,6 +88,7 @@ struct TController::TParts {
   std::optional<TLibrary> Library;
   std::optional<TLeafWatch> Leaf;
   std::optional<TNcStateFramework> Framework;
+  std::optional<TEffectWatch> Effects;
   TLatchAlarm LatchAlarm;
   std::optional<TAlarmPackage> Alarms;
   std::optional<TKeyCommands> Keys;
@@ -135,6 +136,7 @@ TController::TController(TControllerOptions options)
   p.Alarms.emplace(*p.Framework, p.Journal, VirtualClock());
   p.Alarms->Manager().AddSource(p.LatchAlarm);
   p.Keys.emplace(*p.Framework, p.Registry, p.Journal);
+  MotionState().AddObserver(p.Effects.emplace(*p.Framework));
   MakeMachine();
   p.Framework->SetObserver([&p](std::int32_t from, std::int32_t to) {
     const std::uint64_t nowMs = Clock().MonotonicMs();
@@ -281,6 +283,8 @@ TResult<> TController::Start(std::shared_ptr<IStateMotion> root) {
   if (!Running() || (running >= 0 && running != id)) TCustomMotionState::SetExecOK(id, false);
   return started;
 }
+
+const TEffectWatch& TController::Effects() const { return *FParts->Effects; }
 
 TResult<> TController::ResetLatch() {
   const TSupervisor* const supervisor = Supervisor();

@@ -15,6 +15,7 @@
 #include "controller/Journal.h"
 #include "controller/Supervisor.h"
 #include "controller/keys/KeyCommands.h"
+#include "controller/procedures/EffectWatch.h"
 #include "ixocamglue/Library.h"
 #include "ixocamglue/motion/Ustatemotionbase.h"
 #include "ixocamglue/platform/Machine.h"
@@ -72,6 +73,8 @@ class TController {
   // throws.
   [[nodiscard]] TResult<> Start(std::shared_ptr<IStateMotion> root);
   [[nodiscard]] bool Running() const;
+  // Whether the steps of the procedure that ended last had their effect.
+  [[nodiscard]] const TEffectWatch& Effects() const;
   // Resets the laser's latch (LaserLatch.h); refused also while the supervisor's reason to trip it lasts. Any thread.
   TResult<> ResetLatch();
 

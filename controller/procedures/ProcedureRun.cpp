@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "controller/HostTexts.h"
+#include "controller/procedures/ProcedureTexts.h"
 #include "controller/procedures/Procedures.h"
 #include "controller/procedures/Timeline.h"
 
@@ -132,7 +133,8 @@ TRunEnd TProcedureRun::HowItEnded(const TMachineSnapshot& shown) {
   switch (outcome.Type) {
     case metSuccess:
       if (shown.Collisions > 0) return {"collision", SEndCollided.Get()};
-      return {"success", SEndSuccess.Get()};
+      return FController.Effects().LightMissed() ? TRunEnd{"no-light", SEndNoLight.Get()}
+                                                 : TRunEnd{"success", SEndSuccess.Get()};
     case metStop: return {"stopped", SEndStopped.Get()};
     case metPause: return {"paused", SEndPaused.Get()};
     case metAlarm: return {"alarm", SEndAlarm.Get()};

@@ -29,7 +29,8 @@ struct TRunTriggers {
 };
 
 struct TRunEnd {
-  const char* Name = "";  // in JSON: success, stopped, paused, alarm, error, collision, refused, unfinished
+  // In JSON: success, no-light, collision, stopped, paused, alarm, error, refused, unfinished.
+  const char* Name = "";
   std::string Words;
 };
 

@@ -22,8 +22,14 @@ inline constinit TText SRackCalibrate{"IxoCut", "SRackCalibrate", "标定电容"
 inline constinit TText SInputCheckDesc{"IxoCut", "SInputCheckDesc", "检查输入口 %d"};
 inline constinit TText SInputNotMet{"IxoCut", "SInputNotMet", "输入口 %d 没有到位"};
 
-inline constexpr auto kProcedureTexts = TextList(
-    SNozzleChangeDesc, SRackOver, SRackCapOpen, SRackCapClose, SRackStageUp, SRackStageDown, SRackWait, SRackCheck,
-    SRackTakeOff, SRackPutOn, SRackRaise, SRackOutputsOff, SRackCalibrate, SInputCheckDesc, SInputNotMet);
+inline constinit TText SGasNotAsSet{"IxoCut", "SGasNotAsSet",
+                                    "气体与设定不符：设定气路 %d、%.3f 巴，设备为气路 %d、%.3f 巴"};
+inline constinit TText SGasNotRead{"IxoCut", "SGasNotRead", "无法读取气体设备的气路和气压：%s"};
+inline constinit TText SEndNoLight{"IxoCut", "SEndNoLight", "光闸没有打开，激光从未出光，已结束"};
+
+inline constexpr auto kProcedureTexts =
+    TextList(SNozzleChangeDesc, SRackOver, SRackCapOpen, SRackCapClose, SRackStageUp, SRackStageDown, SRackWait,
+             SRackCheck, SRackTakeOff, SRackPutOn, SRackRaise, SRackOutputsOff, SRackCalibrate, SInputCheckDesc,
+             SInputNotMet, SGasNotAsSet, SGasNotRead, SEndNoLight);
 
 }  // namespace ixocontroller

@@ -59,7 +59,7 @@ int RunShot(const TShotOptions& options, std::ostream& out) {
                    {"timeline", report.TimelineJson},
                    {"journal", report.Journal}});
   }
-  return execOK && report.Dark ? kExitSuccess : kExitOtherwise;
+  return execOK && report.Success() ? kExitSuccess : kExitOtherwise;
 }
 
 void AddShotCommand(CLI::App& program, TCommandRun& run) {

@@ -22,11 +22,14 @@ class TNcSince {
   // Starts the span unless it runs already.
   void Begin(std::uint64_t nowMs) {
     std::uint64_t expected = kNot;
-    FSince.compare_exchange_strong(expected, nowMs, std::memory_order_acq_rel);
+    if (FSince.compare_exchange_strong(expected, nowMs, std::memory_order_acq_rel))
+      FBegun.fetch_add(1, std::memory_order_acq_rel);
   }
   void Restart(std::uint64_t nowMs) { FSince.store(nowMs, std::memory_order_release); }
   void End() { FSince.store(kNot, std::memory_order_release); }
   [[nodiscard]] bool Runs() const { return FSince.load(std::memory_order_acquire) != kNot; }
+  // How many times it has begun so far: also a span that nobody looked at in its life has left a trace.
+  [[nodiscard]] std::uint32_t Begun() const { return FBegun.load(std::memory_order_acquire); }
   // How long it has lasted; 0 when it does not.
   [[nodiscard]] std::uint64_t LastedMs(std::uint64_t nowMs) const {
     const auto since = FSince.load(std::memory_order_acquire);
@@ -35,6 +38,7 @@ class TNcSince {
 
  private:
   std::atomic<std::uint64_t> FSince{kNot};
+  std::atomic<std::uint32_t> FBegun{0};
 };
 
 // What counts against the limit of a step that waits, and what it comes to.

@@ -1,0 +1,64 @@
+#include "controller/procedures/EffectWatch.h"
+
+#include <cmath>
+#include <utility>
+
+#include "controller/LaserLatch.h"
+#include "controller/procedures/ProcedureTexts.h"
+#include "ixocamglue/motion/Uwaitsteps.h"
+#include "ixocamglue/support/Faults.h"
+
+namespace ixocontroller {
+namespace {
+
+// How often a span has begun, one that has not ended yet left out.
+std::uint32_t Ended(const TNcSince& span) { return span.Begun() - (span.Runs() ? 1U : 0U); }
+
+TStateMotion* LeafOf(IStateMotion& root) {
+  auto* step = dynamic_cast<TStateMotion*>(&root);
+  while (step && step->GetCurMotion() != step) step = step->GetCurMotion();
+  return step;
+}
+
+}  // namespace
+
+void TEffectWatch::Entered(IStateMotion& root) {
+  FSet.reset();
+  const TNcWatch& watch = FFramework.Watch();
+  FAsked = ixocontroller::Ended(watch.LaserAsked);
+  FLit = ixocontroller::Ended(watch.LaserOn);
+  FFitted = CutSystem() && CutSystem()->Laser();
+  FNeedsLaser = root.NeedsLaser();
+  if (!FNeedsLaser || !FFitted) return;  // steps without their device answer for themselves
+  if (const TResult<> usable = LaserUsable(); !usable) FFramework.Abort(srError, usable.Problem().Text());
+}
+
+void TEffectWatch::Ticked(IStateMotion& root, TStepType answer) {
+  const auto set = std::exchange(FSet, std::nullopt);
+  if (answer == mstpError) return;
+  if (set) CheckGas(*set);
+  // Behind its command, before its leave.
+  if (auto* const gas = dynamic_cast<TSmtGasOnState*>(LeafOf(root)); gas && gas->GetStep() == mstpEnd)
+    FSet = TGas{gas->FGasBranch, gas->FGasPressure};
+}
+
+void TEffectWatch::Ended(const TMotionOutcome*) {
+  const TNcWatch& watch = FFramework.Watch();
+  const bool promised = watch.LaserAsked.Begun() != FAsked || (FNeedsLaser && !FFitted);
+  FLightMissed.store(promised && watch.LaserOn.Begun() == FLit, std::memory_order_release);
+}
+
+void TEffectWatch::CheckGas(const TGas& set) {
+  TNcCutSystem* const cut = CutSystem();
+  TNcGas* const gas = cut ? cut->Gas() : nullptr;
+  if (!gas) return;
+  try {
+    const TGas now{gas->GetBranch(), gas->GetPressure()};
+    if (now.Branch == set.Branch && std::abs(now.Bar - set.Bar) <= kSameBar) return;
+    FFramework.Abort(srError, Show(SGasNotAsSet, set.Branch, set.Bar, now.Branch, now.Bar));
+  } catch (...) {
+    FFramework.Abort(srError, Show(SGasNotRead, DescribeException(std::current_exception()).c_str()));
+  }
+}
+
+}  // namespace ixocontroller
