@@ -77,12 +77,12 @@ TMotionCall CallOf(const TProcedure& row, const TParamTexts& texts, const TMachi
     if (!value) refuse(param, value.Problem());
     call.Values[i] = *value;
   });
+  if (whole)
+    if (const auto needs = call.CheckNeeds("--"); !needs)
+      throw EProblem(pbRequest, std::string(row.Name) + ": " + needs.Problem().Text());
   given([&](const TMotionParam& param, std::size_t, const std::string&) {  // a range can depend on another value
     if (const auto checked = call.Check(param, machine); !checked) refuse(param, checked.Problem());
   });
-  if (!whole) return call;
-  if (const auto needs = call.CheckNeeds("--"); !needs)
-    throw EProblem(pbRequest, std::string(row.Name) + ": " + needs.Problem().Text());
   return call;
 }
 
