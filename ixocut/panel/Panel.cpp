@@ -266,6 +266,7 @@ void AddPanelCommand(CLI::App& program, TCommandRun& run) {
       std::string(kScriptHelp) +
       "\n"
       "In the terminal each key shows what to press for it. e is always the emergency stop, space always stop.\n"
+      "The stop key held for 3 s in standby resets the laser's latch, unless its cause stands.\n"
       "\n"
       "Exit codes: 0 success, 1 a key is refused (why), 2 wrong command line or script, 3 a file problem.\n"
       "\n"
