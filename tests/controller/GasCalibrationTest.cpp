@@ -71,9 +71,11 @@ TEST_F(GasCalibration, FaultsEndInTimeAndNeverStoreACurveThatIsNone) {
     TGasEnd End;
     bool Completed;
   };
-  const TRow rows[] = {{vfDeadSensor, TGasEnd::Restored, true},    {vfNoSupply, TGasEnd::Restored, true},
-                       {vfNonFinite, TGasEnd::Stored, true},       {vfStuck, TGasEnd::Restored, true},
-                       {vfSlowUpdate, TGasEnd::Unfinished, false}, {vfLowSupply, TGasEnd::Stored, true}};
+  // Stuck with a table that is not in use and no backup, and with both.
+  const TRow rows[] = {{vfDeadSensor, TGasEnd::Restored, true}, {vfNoSupply, TGasEnd::Restored, true},
+                       {vfStuck, TGasEnd::Restored, true},      {vfNonFinite, TGasEnd::Stored, true},
+                       {vfStuck, TGasEnd::Restored, true},      {vfSlowUpdate, TGasEnd::Unfinished, false},
+                       {vfLowSupply, TGasEnd::Stored, true}};
   // The gas's table in memory, in the machine file, and its backup.
   const auto tables = [&] {
     TMachineConfig file;
