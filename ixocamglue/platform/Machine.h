@@ -79,14 +79,18 @@ struct TMachineSnapshot {
   bool Emission = false;  // confirmed by the source
   bool LatchTripped = false;
   std::string LatchReason;
+  bool Aiming = false;  // the pilot light
   bool Gas = false;
   std::int32_t GasBranch = 0;
   double GasSetBar = 0.0;
   double GasBar = 0.0;   // at the nozzle
   double GasVolt = 0.0;  // put out to the selected branch's proportional valve
+  bool GasValveOpen = false;
   TPoint2 Pos;
-  double Z = 0.0;  // of the first follower, or of the driver where there is none
+  double Z = 0.0;   // of the first follower, or of the driver where there is none
+  double Z2 = 0.0;  // of the second follower; 0, the top, where there is none
   double Focus = 0.0;
+  double Turns = 0.0;  // of all axes that turn, together
   // How far X, Y, Z and Focus lag behind their set positions, mm.
   std::array<double, 4> FollowingError{};
   bool AxesMoving = false;
@@ -94,7 +98,8 @@ struct TMachineSnapshot {
   bool FocusMoving = false;
   bool RackMoving = false;  // its cap or stage
   bool Following = false;
-  bool Calibrating = false;  // any follower
+  bool Calibrating = false;      // any follower
+  std::int32_t DockedTable = 0;  // 1 or 2; 0: none, or there are no pallets
   std::vector<std::int32_t> OutputsOn;
   // What was struck since the machine was made: how often, and what was said of the first one ("follower: collision:
   // ..."). Each one stands in the journal behind kCollision.
@@ -103,6 +108,7 @@ struct TMachineSnapshot {
   std::int32_t State = 0;
 
   [[nodiscard]] bool Moving() const { return AxesMoving || ZMoving || FocusMoving; }
+  friend bool operator==(const TMachineSnapshot&, const TMachineSnapshot&) = default;
 };
 
 // Something that fails on request.

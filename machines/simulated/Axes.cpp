@@ -262,6 +262,13 @@ double TSimMotion::TurnPos(std::int32_t axis) const {
   return axis < kFirstTurnAxis || axis >= kAxes ? 0.0 : FTurns[static_cast<std::size_t>(axis)].Pos();
 }
 
+double TSimMotion::Turns() const {
+  FCore.AssertLocked();
+  double turns = 0.0;
+  for (const TTrapezoid& turn : FTurns) turns += turn.Pos();
+  return turns;
+}
+
 bool TSimMotion::Turning() const {
   FCore.AssertLocked();
   return std::ranges::any_of(FTurns, &TTrapezoid::Moving);

@@ -87,6 +87,7 @@ class TSimMotion final : public TNcMotionDriver, public ISimPart {
   [[nodiscard]] double ZSpeed() const;
   [[nodiscard]] double PathSpeed() const;
   [[nodiscard]] double TurnPos(std::int32_t axis) const;  // turns; 0 for an axis that does not turn
+  [[nodiscard]] double Turns() const;                     // of all axes that turn
   [[nodiscard]] bool Turning() const;
   [[nodiscard]] const TPoint2* FlagPos(std::int32_t flag) const;  // null: never saved
 

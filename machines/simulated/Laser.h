@@ -43,7 +43,7 @@ class TSimLaser final : public TNcLaser, public ISimPart {
   bool GetAiming() override;
   void SetAiming(bool on) override;  // neither latch nor emission matter
   void AimingOff() override;
-  void SwitchLaser(bool on);         // the cutting system's SwitchLaser ends here
+  void SwitchLaser(bool on);  // the cutting system's SwitchLaser ends here
 
   const char* LatchReason() override { return FLatch.Reason(); }
   void Trip(const char* reason) override { FLatch.Trip(reason); }

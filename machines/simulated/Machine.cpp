@@ -133,15 +133,19 @@ TMachineSnapshot TSimMachine::Snapshot() {
   now.Emission = FLaser.Emitting();
   now.LatchTripped = FLaser.LatchTripped();
   if (const char* const reason = FLaser.LatchReason()) now.LatchReason = reason;
+  now.Aiming = FLaser.Aiming();
   const TSimGas::TFacts gas = FGas.Facts();
   now.Gas = gas.On;
   now.GasBranch = gas.Branch;
   now.GasSetBar = gas.SetBar;
   now.GasBar = gas.Bar;
   now.GasVolt = gas.Volt;
+  now.GasValveOpen = gas.On && !gas.Switching;
   now.Pos = FMotion.Pos();
   now.AxesMoving = FMotion.Moving();
   now.Z = FConfig.Physics.Follower ? FFollower.Z() : FMotion.Z();
+  now.Z2 = FSecondFollower ? FSecondFollower->Z() : 0.0;
+  now.Turns = FMotion.Turns();
   now.ZMoving = FFollower.Moving() || (FSecondFollower && FSecondFollower->Moving());
   now.Following = FFollower.Following() || (FSecondFollower && FSecondFollower->Following());
   now.Calibrating = FFollower.Calibrating() || (FSecondFollower && FSecondFollower->Calibrating());
@@ -152,6 +156,7 @@ TMachineSnapshot TSimMachine::Snapshot() {
   const double speedZ = FConfig.Physics.Follower ? FFollower.Speed() : FMotion.ZSpeed();
   now.FollowingError = {speed.X * lagS, speed.Y * lagS, speedZ * lagS, FHead.Speed() * lagS};
   now.RackMoving = FRack.Travelling();
+  now.DockedTable = FTable.Docked();
   now.OutputsOn = FPorts.OutputsOn();
   now.Collisions = FCore.Collisions();
   now.FirstCollision = FCore.FirstCollision();

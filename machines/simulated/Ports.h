@@ -113,6 +113,10 @@ class TSimSwitchTable final : public TNcSwitchTable, public ISimPart {
   void Exchange(std::int32_t table, std::uint32_t ms);
   void SetJammed(bool jammed);  // an exchange never ends, and one is under way
 
+  [[nodiscard]] std::int32_t Docked() const {  // past the gate; the core's lock is held
+    FCore.AssertLocked();
+    return FDocked;
+  }
   void Step(std::uint64_t nowMs) override;
 
  private:
