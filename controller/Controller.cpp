@@ -33,7 +33,8 @@ constexpr int kExitHangs = 3;               // as for any device that cannot be 
 // In the order in which they are made. Each takes back what it installed, wherever the making stops.
 struct TController::TParts {
   explicit TParts(const TControllerOptions& options)
-      : Virtual(options.Realtime ? std::optional<TVirtualClock>() : std::optional<TVirtualClock>(std::in_place)),
+      : Virtual(options.Realtime ? std::optional<TVirtualClock>()
+                                 : std::optional<TVirtualClock>(std::in_place, options.FirstTick, options.FirstMs)),
         ClockInstalled(Virtual ? static_cast<IClock&>(*Virtual) : Real),
         Logs(options.LogCapacity),
         Locale(options.LocaleFolder),

@@ -45,6 +45,9 @@ struct TControllerOptions {
   std::string Language = "zh";
   std::uint64_t Seed = 1;
   bool Realtime = false;
+  // Where the virtual clock's two counts start.
+  std::uint32_t FirstTick = TVirtualClock::kFirstTick;
+  std::uint64_t FirstMs = 0;
   bool SafeEntry = true;
   bool Supervisor = true;
   std::size_t LogCapacity = 1024;     // lines

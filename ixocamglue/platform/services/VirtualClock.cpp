@@ -22,16 +22,16 @@ class TFlag {
 
 }  // namespace
 
-TDateTime TVirtualClock::Now() { return {kStartDays + static_cast<double>(FNow - FFirstMs) / kMsPerDay}; }
+TDateTime TVirtualClock::Now() { return {kStartDays + FWallDays + static_cast<double>(FNow - FFirstMs) / kMsPerDay}; }
 
 void TVirtualClock::Sleep(std::uint32_t ms) {
   if (FStepping) return;
-  for (; ms > 0; --ms) Step();
+  for (; ms > 0; --ms) StepTo(FNow + 1);
 }
 
 bool TVirtualClock::Pause(TStop& stop, std::uint32_t ms) {
   if (FStepping) return stop.Asked();
-  for (; ms > 0 && !stop.Asked(); --ms) Step();
+  for (; ms > 0 && !stop.Asked(); --ms) StepTo(FNow + 1);
   return stop.Asked();
 }
 
@@ -52,8 +52,8 @@ void TVirtualClock::Remove(std::size_t handle) {
   std::erase_if(FTimers, same);
 }
 
-void TVirtualClock::Step() {
-  ++FNow;
+void TVirtualClock::StepTo(std::uint64_t nowMs) {
+  FNow = nowMs;
   const TFlag stepping(FStepping);
   for (const TTimer& listener : FListeners) listener.Call(FNow);
   for (TTimer& timer : FTimers) {

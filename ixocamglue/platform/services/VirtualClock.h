@@ -1,8 +1,8 @@
 // A clock for runs that repeat exactly: time moves only when somebody sleeps, in steps of 1 ms.
 //
 // One thread uses the clock and everything that hangs on it. Sleeping from within a listener or timer advances nothing:
-// the step that called it is not over yet. By default the tick count wraps 5 minutes after the start, so that every
-// longer run passes over the wrap.
+// the step that called it is not over yet. Both counts start anywhere; by default the tick count wraps 5 minutes after
+// the start, so that every longer run passes over the wrap.
 #pragma once
 
 #include <cstdint>
@@ -23,11 +23,17 @@ class TVirtualClock final : public IClock {
       : FFirstTick(firstTick), FFirstMs(firstMs), FNow(firstMs) {}
 
   std::uint32_t TickMs() override { return FFirstTick + static_cast<std::uint32_t>(FNow - FFirstMs); }
-  std::uint64_t MonotonicMs() override { return FNow; }  // starts at firstMs
+  std::uint64_t MonotonicMs() override { return FNow; }  // starts at `firstMs`
   TDateTime Now() override;                              // starts at 2026-01-01 08:00
   void Sleep(std::uint32_t ms) override;
   void Spin() override { Sleep(1); }
   bool Pause(TStop& stop, std::uint32_t ms) override;
+  // A pause in which nobody does anything: time moves on at once, as one step.
+  void Skip(std::uint64_t ms) {
+    if (!FStepping && ms > 0) StepTo(FNow + ms);
+  }
+  // The wall time alone is set, by so many days.
+  void SetWall(double days) { FWallDays += days; }
 
   // Called after each step, in the order of registration, before the timers. Returns a handle for Remove; neither is
   // called from within a listener.
@@ -44,11 +50,12 @@ class TVirtualClock final : public IClock {
     TListener Call;
   };
 
-  void Step();
+  void StepTo(std::uint64_t nowMs);
 
   const std::uint32_t FFirstTick;
   const std::uint64_t FFirstMs;
   std::uint64_t FNow;
+  double FWallDays = 0.0;
   bool FStepping = false;
   std::size_t FHandles = 0;
   std::vector<TTimer> FListeners;
