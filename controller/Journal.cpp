@@ -9,6 +9,13 @@
 namespace ixocontroller {
 namespace {
 
+bool SameAtAnotherTime(const TJournalSample& a, TJournalSample& b) {
+  const std::uint64_t ms = std::exchange(b.Machine.Ms, a.Machine.Ms);
+  const bool same = a.LaserAllowed == b.LaserAllowed && a.Leaf == b.Leaf && a.Machine == b.Machine;
+  b.Machine.Ms = ms;
+  return same;
+}
+
 auto OfText(const std::vector<TSignal>& signals, std::string_view text) {
   return std::ranges::find(signals, text, &TSignal::Text);
 }
@@ -43,6 +50,7 @@ void TJournal::Add(TJournalEntry entry) {
 }
 
 void TJournal::Called(TDeviceCall call) {
+  if (FBeforeCommand) FBeforeCommand();
   Add({call.Ms, call.Call, call.Device, call.Verb, std::move(call.Args), call.Kind, call.Outcome});
 }
 
@@ -60,10 +68,30 @@ void TJournal::Signalled(const TSignal& signal) {
   FSignals.push_back(signal);
 }
 
+void TJournal::Take(TJournalSample sample) {
+  TGuard guard(FLock);
+  sample.At = FEntries.size();
+  if (!FLatest || !SameAtAnotherTime(*FLatest, sample)) {
+    if (FLatest && !FSamples.empty() && FLatest->Machine.Ms > FSamples.back().Machine.Ms)
+      FSamples.push_back(*std::move(FLatest));
+    FSamples.push_back(sample);
+  }
+  FLatest = std::move(sample);
+}
+
 void TJournal::Clear() {
   TGuard guard(FLock);
   FEntries.clear();
   FSignals.clear();
+  FSamples.clear();
+  FLatest.reset();
+}
+
+std::vector<TJournalSample> TJournal::Samples() const {
+  TGuard guard(FLock);
+  std::vector<TJournalSample> samples = FSamples;
+  if (FLatest && !samples.empty() && FLatest->Machine.Ms > samples.back().Machine.Ms) samples.push_back(*FLatest);
+  return samples;
 }
 
 std::size_t TJournal::Size() const {

@@ -3,6 +3,8 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -30,6 +32,14 @@ struct TJournalEntry {
   friend bool operator==(const TJournalEntry&, const TJournalEntry&) = default;
 };
 
+// What was plainly so at one moment, taken by who wants to judge a run without believing a word that was said in it.
+struct TJournalSample {
+  std::size_t At = 0;  // so many entries stand before it
+  TMachineSnapshot Machine;
+  bool LaserAllowed = true;  // by the standing alarms
+  std::int32_t Leaf = 0;     // the command number of the step that stands, or stood last
+};
+
 // The changes of what the machine shows outside, in order; by their texts.
 class TSignals {
  public:
@@ -51,9 +61,15 @@ class TJournal final : public IMachineObserver {
   void Happened(std::uint64_t ms, std::string_view device, std::string_view text) override;
   void Signalled(const TSignal& signal) override;
   void State(std::uint64_t ms, std::int32_t state);  // the signal too
+  // Keeps what differs from the sample before, and then that one's last moment too, so that quantities run straight
+  // from one sample to the next.
+  void Take(TJournalSample sample);
+  // Called ahead of each command, on the thread that gives it. Virtual time; set while nothing runs.
+  void BeforeCommand(std::function<void()> listener) { FBeforeCommand = std::move(listener); }
   void Clear();
 
   [[nodiscard]] std::size_t Size() const;
+  [[nodiscard]] std::vector<TJournalSample> Samples() const;
   [[nodiscard]] std::vector<TJournalEntry> Entries() const;
   [[nodiscard]] std::vector<std::string> Lines() const;
   [[nodiscard]] TSignals Signals() const;
@@ -62,9 +78,12 @@ class TJournal final : public IMachineObserver {
  private:
   void Add(TJournalEntry entry);
 
+  std::function<void()> FBeforeCommand;
   mutable TCriticalSection FLock;
   std::vector<TJournalEntry> FEntries IXO_GUARDED_BY(FLock);
   std::vector<TSignal> FSignals IXO_GUARDED_BY(FLock);
+  std::vector<TJournalSample> FSamples IXO_GUARDED_BY(FLock);
+  std::optional<TJournalSample> FLatest IXO_GUARDED_BY(FLock);
 };
 
 }  // namespace ixocontroller
