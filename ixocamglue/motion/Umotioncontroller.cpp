@@ -165,6 +165,8 @@ void TCustomMotionState::StepDone(std::int32_t reason) {
     ChangeNext(reason == srStop ? metStop : metError);
     FOutcome.Fault = fault;
   }
+  // A failure of its own, like an abort: what the leave could not switch off, the framework tells again until it is.
+  if (reason == srDone && FEnded && FOutcome.Type != metSuccess) TNcStateCtrl::StepDone(srError);
 }
 
 void TCustomMotionState::Tick(const std::shared_ptr<IStateMotion>& root, std::int32_t reason) {
