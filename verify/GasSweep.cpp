@@ -19,6 +19,7 @@
 #include "machines/simulated/Machine.h"
 #include "machines/simulated/Random.h"
 #include "verify/Oracle.h"
+#include "verify/Sampler.h"
 
 namespace ixoverify {
 using namespace ixocontroller;
@@ -26,16 +27,19 @@ namespace {
 
 namespace fs = std::filesystem;
 
+using TGases = std::vector<std::int32_t>;
 struct TGasCase {
   const char* Name;
-  std::int32_t Gas;
+  TGases Gases;
+  bool All = true;  // all dimensions, else one undisturbed run
 };
-constexpr TGasCase kCases[] = {{"calibrate-air", 1}, {"calibrate-o2", 2}, {"calibrate-n2", 3}};
+const TGasCase kCases[] = {
+    {"calibrate-air", {1}}, {"calibrate-o2", {2}}, {"calibrate-n2", {3}}, {"calibrate-two", {1, 3}, false}};
 constexpr std::int32_t kReasons[] = {srStop, 2, srPause, srAlarm, srError};
 constexpr TValveFault kFaults[] = {vfStuck,    vfNoSupply,   vfLowSupply,      vfDeadSensor,  vfNonFinite,
                                    vfSlowLine, vfSlowUpdate, vfNegativeOffset, vfWideDeadBand};
 constexpr int kDrawnTicks = 50;
-constexpr std::uint64_t kLongestMs = 300'000;  // 15 points of 15 s and what lies between them
+constexpr std::uint64_t kLongestMs = 300'000;  // per gas: 15 points of 15 s and what lies between them
 constexpr std::int32_t kProbeId = 998;
 constexpr const char* kNozzle = "S";
 constexpr double kNozzleMm = 1.5;
@@ -96,7 +100,7 @@ bool Complete(const TEntries& entries) {
 }
 
 struct TGasPointSpec {
-  std::int32_t Gas = 0;
+  TGases Gases;
   std::optional<std::uint32_t> AbortTick;
   std::int32_t Reason = srStop;
   TValveFault Fault = vfNone;
@@ -107,13 +111,14 @@ struct TGasPointSpec {
 class TGasSweepRun {
  public:
   TGasSweepRun(const TFiles& files, const TGasPointSpec& point) : FFiles(files), FPoint(point), FController(Options()) {
-    if (point.Fault != vfNone) Simulated(FController.Machine()).Gas()->SetFault(point.Gas, point.Fault);
+    FSampler.Attach(FController);
+    if (point.Fault != vfNone) Simulated(FController.Machine()).Gas()->SetFault(point.Gases.front(), point.Fault);
     FController.RunPass();  // power-up
     FController.RunPass();
   }
 
-  std::vector<std::string> Run() {
-    TGasCalibration calibration(FController, {FPoint.Gas}, {kNozzle, kNozzleMm});
+  TSweepVerdict Run() {
+    TGasCalibration calibration(FController, FPoint.Gases, {kNozzle, kNozzleMm});
     Watch(calibration);
     FController.RunFor(200);
     FCompleted = calibration.Completed();
@@ -121,7 +126,7 @@ class TGasSweepRun {
     CheckMessages(calibration);
     CheckTables();
     Probe();
-    return std::move(FViolations);
+    return std::move(FVerdict);
   }
 
   // After Run: the ticks at which the sub-state has changed, and the last tick.
@@ -139,7 +144,7 @@ class TGasSweepRun {
     options.LogCapacity = 64;
     return options;
   }
-  void Violation(std::string text) { FViolations.push_back(std::move(text)); }
+  void Violation(std::string text) { FVerdict.Violations.push_back(std::move(text)); }
   void Require(bool holds, const char* otherwise) {
     if (!holds) Violation(otherwise);
   }
@@ -147,7 +152,7 @@ class TGasSweepRun {
   void Watch(TGasCalibration& calibration) {
     const TNcWatch& watch = FController.Framework().Watch();
     const std::uint32_t base = watch.Tick.load();
-    const std::uint64_t end = Clock().MonotonicMs() + kLongestMs;
+    const std::uint64_t end = Clock().MonotonicMs() + kLongestMs * FPoint.Gases.size();
     std::string reason;
     if (!calibration.Start(reason)) return Violation("cannot start: " + reason);
     auto& state = dynamic_cast<TZemGasAdjustState&>(*FController.Framework().State(nsZemGasAdjust));
@@ -156,8 +161,9 @@ class TGasSweepRun {
       FTicks = watch.Tick.load() - base;
       if (FController.Framework().CurrentState() == nsZemGasAdjust) {
         if (std::exchange(before, state.SubState()) != state.SubState()) FChanges.push_back(FTicks);
-        if (FPoint.AbortTick && !FAbortedAt && FTicks >= *FPoint.AbortTick) {
-          FAbortedAt = FController.Journal().Size();
+        if (FPoint.AbortTick && !FAborted && FTicks >= *FPoint.AbortTick) {
+          FAborted = true;
+          FSampler.Note(kCause, Format("reason %d", FPoint.Reason));
           FController.Framework().Abort(FPoint.Reason);
         }
       }
@@ -174,15 +180,15 @@ class TGasSweepRun {
     TExpectations expected;
     expected.Success = FCompleted;
     expected.ProcedureState = nsZemGasAdjust;
-    if (!FCompleted) expected.AbortIndex = FAbortedAt;
-    for (std::string& text : CheckRun(entries, FController.Machine().Snapshot(), expected)) Violation(std::move(text));
+    FVerdict.Take(
+        CheckRun(entries, FController.Journal().Samples(), expected, Simulated(FController.Machine()).Config()));
   }
 
   void CheckMessages(TGasCalibration& calibration) {
     std::size_t ends = 0;
     std::string last;
     for (std::string text; calibration.GetMsg(text); last = text) ends += text == SQAdjTermin.Get() ? 1U : 0U;
-    if (FPoint.AbortTick && FAbortedAt) {
+    if (FPoint.AbortTick && FAborted) {
       const bool stopped = FPoint.Reason == srStop;
       Require(last == (stopped ? SQAdjTermin : SQAdjFailed).Get(), "the message log does not end with the ending");
       Require(ends == (stopped ? 1U : 0U), "the stop is told another number of times");
@@ -191,17 +197,20 @@ class TGasSweepRun {
 
   // In memory and in both files.
   void CheckTables() {
+    for (const std::int32_t gas : FPoint.Gases) CheckTable(gas);
+  }
+  void CheckTable(std::int32_t gas) {
     const auto whole = [](const TEntries& entries) { return entries == kOld || Complete(entries); };
-    const TEntries now = EntriesOf(MachineConfig()->GetGasBranch(FPoint.Gas)->DAAdjustTable);
+    const TEntries now = EntriesOf(MachineConfig()->GetGasBranch(gas)->DAAdjustTable);
     Require(whole(now), "the table is neither the old one nor complete");
     TMachineConfig file;
     Require(file.Load(FFiles.Machine()).Ok(), "the machine file cannot be read");
-    const TGasBranchConfig* const branch = file.GetGasBranch(FPoint.Gas);
+    const TGasBranchConfig* const branch = file.GetGasBranch(gas);
     Require(branch && EntriesOf(branch->DAAdjustTable) == (FCompleted ? now : kOld),
             "the machine file does not hold what it should");
     TGasCaliConfig stored;
     Require(stored.Load(GasCaliConfigFile()).Ok(), "the stored tables cannot be read");
-    const TDAAdjustTable* const table = stored.GetDAAdjustTable(FPoint.Gas, kNozzle, kNozzleMm);
+    const TDAAdjustTable* const table = stored.GetDAAdjustTable(gas, kNozzle, kNozzleMm);
     Require(table && whole(EntriesOf(*table)), "the stored table is neither the old one nor complete");
     if (table && FCompleted) Require(EntriesOf(*table) == now, "the stored table is not the one in use");
   }
@@ -219,27 +228,29 @@ class TGasSweepRun {
 
   const TFiles& FFiles;
   const TGasPointSpec FPoint;
+  TSampler FSampler;
   TController FController;
-  std::vector<std::string> FViolations;
+  TSweepVerdict FVerdict;
   std::vector<std::uint32_t> FChanges;
   std::uint32_t FTicks = 0;
-  std::optional<std::size_t> FAbortedAt;
+  bool FAborted = false;
   bool FCompleted = false;
 };
 
 std::string TextOf(const TGasPointSpec& point) {
   if (point.Fault != vfNone) return ValveFaultName(point.Fault);
+  if (!point.AbortTick) return "undisturbed";
   return Format("reason %d at tick %u%s", point.Reason, point.AbortTick.value_or(0),
                 point.SafeEntry ? "" : " without safe entry");
 }
 
 using TSpecs = std::vector<TGasPointSpec>;
 
-TSpecs AtTicks(std::int32_t gas, const std::vector<std::uint32_t>& ticks, bool safeEntry) {
+TSpecs AtTicks(const TGases& gases, const std::vector<std::uint32_t>& ticks, bool safeEntry) {
   TSpecs specs;
   for (const std::uint32_t tick : ticks)
     for (const std::int32_t reason : kReasons)
-      specs.push_back({.Gas = gas, .AbortTick = tick, .Reason = reason, .SafeEntry = safeEntry});
+      specs.push_back({.Gases = gases, .AbortTick = tick, .Reason = reason, .SafeEntry = safeEntry});
   return specs;
 }
 
@@ -264,31 +275,35 @@ std::vector<TSweepTask> GasSweepTasks(std::uint64_t seed) {
       };
       tasks.push_back({gas.Name, dimension, points});
     };
+    if (!gas.All) {
+      add("undisturbed", [gases = gas.Gases] { return TSpecs{{.Gases = gases}}; });
+      continue;
+    }
     // What an undisturbed run does is the same for all dimensions.
     struct TUndisturbed {
       std::vector<std::uint32_t> Changes;
       std::uint32_t Ticks = 0;
     };
-    const auto undisturbed = [files, number = gas.Gas, kept = std::make_shared<std::optional<TUndisturbed>>()] {
+    const auto undisturbed = [files, gases = gas.Gases, kept = std::make_shared<std::optional<TUndisturbed>>()] {
       if (!*kept) {
-        TGasSweepRun run(*files, {.Gas = number});
+        TGasSweepRun run(*files, {.Gases = gases});
         (void)run.Run();  // what is wrong with it, the points show as well
         *kept = TUndisturbed{run.Changes(), run.Ticks()};
       }
       return **kept;
     };
-    add("states", [=, number = gas.Gas] { return AtTicks(number, undisturbed().Changes, true); });
-    add("bare", [=, number = gas.Gas] { return AtTicks(number, undisturbed().Changes, false); });
-    add("drawn", [=, number = gas.Gas] {
-      TSimRandom random(seed + static_cast<std::uint64_t>(number));
+    add("states", [=, gases = gas.Gases] { return AtTicks(gases, undisturbed().Changes, true); });
+    add("bare", [=, gases = gas.Gases] { return AtTicks(gases, undisturbed().Changes, false); });
+    add("drawn", [=, gases = gas.Gases] {
+      TSimRandom random(seed + static_cast<std::uint64_t>(gases.front()));
       std::vector<std::uint32_t> ticks;
       for (int i = 0; i < kDrawnTicks; ++i)
         ticks.push_back(static_cast<std::uint32_t>(random.Next() % std::max(undisturbed().Ticks, 1U)));
-      return AtTicks(number, ticks, true);
+      return AtTicks(gases, ticks, true);
     });
-    add("faults", [number = gas.Gas] {
-      TSpecs specs{{.Gas = number}};
-      for (const TValveFault fault : kFaults) specs.push_back({.Gas = number, .Fault = fault});
+    add("faults", [gases = gas.Gases] {
+      TSpecs specs{{.Gases = gases}};
+      for (const TValveFault fault : kFaults) specs.push_back({.Gases = gases, .Fault = fault});
       return specs;
     });
   }

@@ -14,7 +14,7 @@
 
 namespace ixoverify {
 
-// "calibrate-air", "calibrate-o2", "calibrate-n2".
+// "calibrate-air", "calibrate-o2", "calibrate-n2", and two gases in one run: "calibrate-two".
 [[nodiscard]] std::vector<std::string> GasSweepNames();
 [[nodiscard]] std::vector<TSweepTask> GasSweepTasks(std::uint64_t seed);
 

@@ -5,7 +5,6 @@
 #include <string_view>
 #include <utility>
 
-#include "ixocamglue/platform/services/Clock.h"
 #include "ixocamglue/support/Format.h"
 #include "machines/simulated/Random.h"
 #include "verify/GasSweep.h"
@@ -19,7 +18,8 @@ constexpr std::int32_t kReasons[] = {srStop, 2, srPause, srAlarm, srError};
 constexpr TSweepEmission kEmissions[] = {TSweepEmission::Configured, TSweepEmission::AtOnce,
                                          TSweepEmission::AfterOnePoll, TSweepEmission::AfterEightPolls,
                                          TSweepEmission::Never};
-constexpr std::size_t kShownViolations = 50;
+constexpr std::uint64_t kShownOfKind = 5;
+constexpr std::uint32_t kHangMs = 300;   // longer than the latch stands
 constexpr std::size_t kDrawnAborts = 4;  // whose calls a sweep with a budget looks at, per procedure
 
 using TPoints = std::vector<TSweepPoint>;
@@ -29,7 +29,7 @@ struct TScope {
   const TSweepCase& Case;
   TSweepMachine& Machine;
   bool Full;
-  TSimRandom& Random;
+  std::uint64_t Seed;  // of what is drawn here
 
   [[nodiscard]] TSweepFacts Try(const TSweepPoint& point, bool tracing = false) const {
     return RunSweepPoint(Case, point, Machine, tracing);
@@ -117,7 +117,8 @@ TPoints PairPoints(const TScope& scope) {
   for (std::uint32_t tick = 0; tick < ticks; ++tick)
     for (const std::int32_t reason : kReasons) aborts.push_back({.AbortTick = tick, .Reason = reason});
   if (!scope.Full) {
-    Shuffle(aborts, scope.Random);
+    TSimRandom random(scope.Seed);
+    Shuffle(aborts, random);
     aborts.resize(std::min(aborts.size(), kDrawnAborts));
   }
   TPoints points;
@@ -135,6 +136,40 @@ TPoints PairPoints(const TScope& scope) {
   return points;
 }
 
+TPoints HangPoints(const TScope& scope) {
+  TPoints points;
+  const std::uint64_t calls = scope.Try({}).DeviceCalls;
+  for (std::uint64_t call = 1; call <= calls; ++call) points.push_back({.DeviceCall = call, .HangMs = kHangMs});
+  return points;
+}
+
+TPoints BeamLostPoints(const TScope& scope) {
+  TPoints points;
+  if (!scope.Case.Flags().LightsBeam && !scope.Case.Flags().NeedsEmission) return points;
+  const std::uint32_t ticks = scope.Try({}).Ticks;
+  for (std::uint32_t tick = 0; tick < ticks; ++tick)
+    for (const TSweepEvent event : {TSweepEvent::LaserAlarm, TSweepEvent::LostEmission})
+      points.push_back({.AbortTick = tick, .Event = event});
+  return points;
+}
+
+TPoints SupervisedPoints(const TScope& scope) {
+  TPoints points{{.Supervisor = true}};
+  const std::uint32_t ticks = scope.Try({}).Ticks;
+  for (std::uint32_t tick = 0; tick < ticks; ++tick) points.push_back({.AbortTick = tick, .Supervisor = true});
+  return points;
+}
+
+// Undisturbed; a count passes its wrap in the middle of the procedure, or has passed it long ago.
+TPoints ClockPoints(const TScope& scope) {
+  constexpr std::uint64_t kWrapMs = std::uint64_t{1} << 32U;  // 49.7 days
+  const TSweepFacts usual = scope.Try({});
+  const std::uint64_t middle = usual.EnteredMs + std::max<std::uint64_t>(usual.LastedMs / 2, 1);
+  return {{.FirstTick = 0U - static_cast<std::uint32_t>(middle)},
+          {.FirstMs = kWrapMs - middle},
+          {.FirstTick = 1, .FirstMs = kWrapMs + kWrapMs / 2}};
+}
+
 constexpr const char* kFirstLarge = "pair";
 
 constexpr TDimension kDimensions[] = {
@@ -146,27 +181,40 @@ constexpr TDimension kDimensions[] = {
     {"refused", false, FaultPoints<true, true>},
     {"callback", false, CallbackPoints},
     {"sink", true, SinkPoints},
+    {"hang", false, HangPoints},
+    {"beam-lost", false, BeamLostPoints},
+    {"supervised", false, SupervisedPoints},
+    {"clock", false, ClockPoints},
     {kFirstLarge, false, PairPoints},
     {"combined", false, CombinedPoints},
 };
 
+// A seed of its own for each task: what is drawn does not depend on which others run.
+std::uint64_t SeedOf(const TSweepOptions& options, std::string_view procedure, std::string_view dimension) {
+  std::uint64_t seed = options.Seed;
+  for (const std::string_view text : {procedure, dimension})
+    for (const char c : text) seed = seed * 0x100000001B3U + static_cast<unsigned char>(c);
+  return seed;
+}
+
 // The largest dimensions last, so that what the others leave of the budget is theirs.
 std::vector<TSweepTask> Tasks(const TSweepOptions& options, const std::vector<TSweepCase>& cases,
-                              TSweepMachine& machine, TSimRandom& random) {
+                              TSweepMachine& machine) {
   std::vector<TSweepTask> tasks;
   for (const TDimension& dimension : kDimensions) {
     if (dimension.Name == std::string_view(kFirstLarge))
       std::ranges::move(GasSweepTasks(options.Seed), std::back_inserter(tasks));
-    for (const TSweepCase& what : cases)
-      tasks.push_back({what.Name, dimension.Name, [&what, &dimension, &machine, &random, full = options.Full] {
+    for (const TSweepCase& what : cases) {
+      const TScope scope{what, machine, options.Full, SeedOf(options, what.Name, dimension.Name)};
+      tasks.push_back({what.Name, dimension.Name, [&dimension, scope] {
                          std::vector<TSweepTrial> trials;
-                         for (const TSweepPoint& point : dimension.Points({what, machine, full, random}))
-                           trials.push_back({[point] { return point.Text(); },
-                                             [&what, &dimension, &machine, point] {
-                                               return RunSweepPoint(what, point, machine, dimension.Tracing).Violations;
-                                             }});
+                         for (const TSweepPoint& point : dimension.Points(scope))
+                           trials.push_back(
+                               {[point] { return point.Text(); },
+                                [&dimension, scope, point] { return scope.Try(point, dimension.Tracing); }});
                          return trials;
                        }});
+    }
   }
   return tasks;
 }
@@ -182,6 +230,7 @@ std::uint64_t Sum(const std::vector<TSweepRow>& rows, std::uint64_t TSweepRow::*
 std::uint64_t TSweepResult::Enumerated() const { return Sum(Rows, &TSweepRow::Enumerated); }
 std::uint64_t TSweepResult::Run() const { return Sum(Rows, &TSweepRow::Run); }
 std::uint64_t TSweepResult::Survived() const { return Sum(Rows, &TSweepRow::Survived); }
+std::uint64_t TSweepResult::SavedByLatch() const { return Sum(Rows, &TSweepRow::SavedByLatch); }
 
 TResult<> CheckSweepName(const std::string& name) {
   std::vector<std::string> known = GasSweepNames();
@@ -194,34 +243,35 @@ TResult<> CheckSweepName(const std::string& name) {
 }
 
 TSweepResult RunSweep(const TSweepOptions& options, const std::function<void(const TSweepRow&)>& progress) {
-  TSystemClock wall;  // the budget is the user's time, not the machine's
-  const std::uint64_t start = wall.MonotonicMs();
   TSweepResult result;
-  TSimRandom random(options.Seed);
   TSweepMachine machine;
   const std::vector<TSweepCase> cases = SweepCases();
 
-  std::vector<TSweepTask> tasks = Tasks(options, cases, machine, random);
+  std::vector<TSweepTask> tasks = Tasks(options, cases, machine);
   if (!options.Procedure.empty())
     std::erase_if(tasks, [&](const TSweepTask& task) { return task.Procedure != options.Procedure; });
 
+  std::uint64_t left = options.Points;
   for (std::size_t i = 0; i < tasks.size(); ++i) {
     const TSweepTask& task = tasks[i];
     auto trials = task.Trials();
     if (trials.empty()) continue;
-    Shuffle(trials, random);
-    const std::uint64_t now = wall.MonotonicMs();
-    const std::uint64_t left = options.BudgetMs - std::min(options.BudgetMs, now - start);
-    const std::uint64_t until = now + left / (tasks.size() - i);
-    TSweepRow row{task.Procedure, task.Dimension, trials.size(), 0, 0};
+    TSweepRow row{task.Procedure, task.Dimension, trials.size()};
+    if (!options.Full) {
+      TSimRandom random(SeedOf(options, task.Dimension, task.Procedure));
+      Shuffle(trials, random);
+      const std::uint64_t share = std::max<std::uint64_t>(left / (tasks.size() - i), 1);
+      trials.resize(std::min<std::uint64_t>(trials.size(), share));
+      left -= std::min<std::uint64_t>(left, trials.size());
+    }
     for (const TSweepTrial& trial : trials) {
-      if (!options.Full && row.Run > 0 && wall.MonotonicMs() > until) break;
-      const std::vector<std::string> violations = trial.Run();
+      const TSweepVerdict verdict = trial.Run();
       ++row.Run;
-      if (violations.empty()) ++row.Survived;
-      result.ViolationCount += violations.size();
-      for (const std::string& text : violations)
-        if (result.Violations.size() < kShownViolations)
+      if (verdict.Violations.empty()) ++row.Survived;
+      if (verdict.SavedByLatch) ++row.SavedByLatch;
+      result.ViolationCount += verdict.Violations.size();
+      for (const std::string& text : verdict.Violations)
+        if (++result.Kinds[text.substr(0, text.find(':'))] <= kShownOfKind)
           result.Violations.push_back(Format("%s, %s, %s: %s", task.Procedure.c_str(), task.Dimension.c_str(),
                                              trial.Text().c_str(), text.c_str()));
     }

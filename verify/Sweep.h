@@ -13,13 +13,19 @@
 //   combined    laser procedures: every tick x every reason x every emission
 //   sink        an exception at every line that a log sink writes
 //   callback    a stop, an alarm, or the start of a second procedure from inside every device call
+//   hang        every device call takes 300 ms: the latch has made dark what was asked for, and it is no success
+//   beam-lost   laser procedures: every tick x a laser alarm, or emission that is lost
+//   supervised  every tick x a stop, with the supervisor
+//   clock       across the wrap of the 32-bit tick, across 49.7 days of the long count, and behind them
 //
-// With a budget, "pair" looks at a few aborts per procedure, drawn by the seed, and counts only their points.
-// The gas calibration has dimensions of its own; see GasSweep.h.
+// The budget counts points. Each dimension of each procedure has its share, and which points that is the seed decides
+// for each by itself; "pair" looks at a few aborts per procedure then, and counts only their points. The gas
+// calibration has dimensions of its own; see GasSweep.h.
 #pragma once
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -29,8 +35,8 @@ namespace ixoverify {
 using namespace ixocamglue;
 
 struct TSweepOptions {
-  bool Full = false;                 // no limit
-  std::uint64_t BudgetMs = 180'000;  // real time; points beyond it are drawn by seed rather than all run
+  bool Full = false;              // every point
+  std::uint64_t Points = 20'000;  // so many at most, but one of each dimension of each procedure
   std::uint64_t Seed = 1;
   std::string Procedure;  // empty: all
 };
@@ -41,16 +47,20 @@ struct TSweepRow {
   std::uint64_t Enumerated = 0;
   std::uint64_t Run = 0;
   std::uint64_t Survived = 0;
+  std::uint64_t SavedByLatch = 0;
 };
 
 struct TSweepResult {
   std::vector<TSweepRow> Rows;
-  std::vector<std::string> Violations;  // "procedure, dimension, point: what"; the first 50
+  std::vector<std::string> Violations;         // "procedure, dimension, point: what"; the first five of each kind
+  std::map<std::string, std::uint64_t> Kinds;  // how many violations of each: a rule's name, or what was wrong
   std::uint64_t ViolationCount = 0;
 
   [[nodiscard]] std::uint64_t Enumerated() const;
   [[nodiscard]] std::uint64_t Run() const;
   [[nodiscard]] std::uint64_t Survived() const;
+  // Where the state thread ran and did not itself make it dark.
+  [[nodiscard]] std::uint64_t SavedByLatch() const;
 };
 
 // Every name that TSweepOptions::Procedure may have, or what is wrong with one.

@@ -7,7 +7,9 @@ namespace ixoverify {
 namespace {
 
 constexpr double kLowZ = 30.0;  // below the safe height
-constexpr std::int32_t kCover = 4;
+constexpr std::int32_t kCoverOutput = 4;
+constexpr std::int32_t kCoverInput = 3;
+constexpr TNcArea kNarrow{{20.0, 300.0}, {120.0, 1500.0}};  // no Y of it would do as an X
 
 // Whatever Z the machine has.
 void PrepareLow(TSimMachine& machine) {
@@ -25,13 +27,15 @@ void PrepareOverSlot(TSimMachine& machine) {
     if (slot.Row == 0 && slot.Col == Col) machine.Motion().Place({slot.X, slot.Y});
 }
 
-void PrepareCover(TSimMachine& machine) { machine.Ports().FollowOutput(kCover, kCover, 25); }
+void PrepareCover(TSimMachine& machine) { machine.Ports().FollowOutput(kCoverOutput, kCoverInput, 25); }
 
 // By the row's name; a row that is not here runs on the example machine as it is.
 struct TSetup {
   std::string_view Row;
   void (*Prepare)(TSimMachine&) = nullptr;
   bool PlainMachine = false;
+  std::uint64_t LightMs = 0;
+  bool LightEnds = false;
 };
 constexpr TSetup kSetups[] = {
     {"safe-z", PrepareLow},
@@ -47,30 +51,31 @@ constexpr TSetup kSetups[] = {
     {"safe-move-xyzf", PrepareLow},
     {"clean-nozzle-manual", PrepareLow},
     {"clean-nozzle-auto", PrepareLow},
-    {"shot", nullptr, true},
+    {"shot", nullptr, true, 60, true},
     {"go-maintenance", PrepareLow},
     {"go-blanking", PrepareLow},
     {"laser-test", nullptr, true},
     {"gas-purge", nullptr, true},
     {"gas-hold", nullptr, true},
     {"cover", PrepareCover, true},
-    {"pierce", nullptr, true},
-    {"square", nullptr, true},
+    {"pierce", nullptr, true, 30, true},
+    {"square", nullptr, true, 800},
 };
 
 // A row on a machine that is fitted otherwise.
 struct TVariant {
   const char* Name;
   std::string_view Row;
-  bool DriverZ;  // else the second follower's
+  enum TKind : std::uint8_t { SecondFollower, DriverZ, NarrowArea } Kind;
 };
 constexpr TVariant kVariants[] = {
-    {"second-safe-z", "safe-z", false},
-    {"second-follow", "follow", false},
-    {"second-calibrate-head", "calibrate-head", false},
-    {"driver-safe-z", "safe-z", true},
-    {"driver-safe-move-xyz", "safe-move-xyz", true},
-    {"driver-clean-nozzle-manual", "clean-nozzle-manual", true},
+    {"second-safe-z", "safe-z", TVariant::SecondFollower},
+    {"second-follow", "follow", TVariant::SecondFollower},
+    {"second-calibrate-head", "calibrate-head", TVariant::SecondFollower},
+    {"driver-safe-z", "safe-z", TVariant::DriverZ},
+    {"driver-safe-move-xyz", "safe-move-xyz", TVariant::DriverZ},
+    {"driver-clean-nozzle-manual", "clean-nozzle-manual", TVariant::DriverZ},
+    {"narrow-move-work", "move-work", TVariant::NarrowArea},
 };
 
 TSweepCase CaseOf(const TProcedure& row) {
@@ -79,6 +84,8 @@ TSweepCase CaseOf(const TProcedure& row) {
   if (setup == std::end(kSetups)) return made;
   made.Prepare = setup->Prepare;
   made.PlainMachine = setup->PlainMachine;
+  made.LightMs = setup->LightMs;
+  made.LightEnds = setup->LightEnds;
   return made;
 }
 
@@ -103,9 +110,14 @@ std::vector<TSweepCase> SweepCases() {
     const TProcedure& row = *FindProcedure(variant.Row);
     TSweepCase& made = cases.emplace_back(CaseOf(row));
     made.Name = variant.Name;
-    made.DriverZ = variant.DriverZ;
-    for (std::size_t i = 0; i < row.Params.size() && !variant.DriverZ; ++i)
+    made.DriverZ = variant.Kind == TVariant::DriverZ;
+    for (std::size_t i = 0; i < row.Params.size() && variant.Kind == TVariant::SecondFollower; ++i)
       if (row.Params[i].Bound.Kind == bkFollower) made.Call.Values[i] = 1.0;
+    if (variant.Kind == TVariant::NarrowArea) {
+      made.WorkArea = kNarrow;
+      made.Call.Values = {40.0, 400.0};  // beside the work origin
+      made.Call.Values.resize(row.Params.size());
+    }
   }
   return cases;
 }

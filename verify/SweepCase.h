@@ -2,6 +2,8 @@
 // otherwise. What a case needs of the simulated machine stands here, so that the table knows no machine.
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,6 +19,9 @@ struct TSweepCase {
   void (*Prepare)(TSimMachine&) = nullptr;  // before power-up; may be null
   bool PlainMachine = false;                // without a machine file: every value has its default
   bool DriverZ = false;                     // no follower: Z is an axis of the motion driver
+  std::uint64_t LightMs = 0;                // a success has had light so long
+  bool LightEnds = false;                   // and not longer
+  std::optional<TNcArea> WorkArea;          // none: the machine's own
 
   [[nodiscard]] const TProcedureFlags& Flags() const { return Call.Row->Flags; }
   // A single command stands for itself, so that a list does not make good what it forgets; but one that a list has to

@@ -14,6 +14,7 @@
 #include "ixocamglue/support/Problem.h"
 #include "machines/simulated/Machine.h"
 #include "verify/Oracle.h"
+#include "verify/Sampler.h"
 
 namespace ixoverify {
 namespace {
@@ -62,6 +63,7 @@ class TSweepRun {
       : FCase(what), FPoint(point), FMachine(machine), FRun(Options(), {}, tracing ? kDiagAll : 0) {
     if (what.Prepare) what.Prepare(Machine());
     ArrangeEmission();
+    FSampler.Attach(FController);
     FRun.Ready();
     FDeviceBase = Gate().Calls();
     FSinkBase = FLogGate.Calls();
@@ -72,10 +74,13 @@ class TSweepRun {
     FTickBase = Watch().Tick.load();
     RunProcedure();
     FFacts.Ticks = Watch().Tick.load() - FTickBase;
+    FFacts.EnteredMs = FStartMs - FPoint.FirstMs;
+    FFacts.LastedMs = Clock().MonotonicMs() - FStartMs;
     FFacts.DeviceCalls = Gate().Calls() - FDeviceBase;
     if (FPoint.AbortTick && FAbortedAt) FFacts.CallsAfterAbort = Gate().Calls() - FAbortBase;
     FFacts.SinkCalls = FLogGate.Calls() - FSinkBase;
     Settle();
+    Mend();
     AskOracle();
     Probe();
     return std::move(FFacts);
@@ -85,7 +90,9 @@ class TSweepRun {
   TControllerOptions Options() {
     TControllerOptions options;
     options.SafeEntry = FPoint.SafeEntry;
-    options.Supervisor = false;  // the procedures and the platform must be enough
+    options.Supervisor = FPoint.Supervisor;  // the procedures and the platform must be enough
+    if (FPoint.FirstTick != 0) options.FirstTick = FPoint.FirstTick;
+    options.FirstMs = FPoint.FirstMs;
     options.LogCapacity = 64;
     options.Sinks = {&FGatedSink};
     if (!FCase.PlainMachine) options.MachineFile = FMachine.Fresh();
@@ -95,6 +102,7 @@ class TSweepRun {
       if (!what.PlainMachine) Hurry(config);
       config.Physics.Follower = !what.DriverZ;
       config.Physics.SecondFollower = config.Physics.Follower;
+      if (what.WorkArea) config.WorkArea = *what.WorkArea;
     };
     options.Machines = {SimulatedMachine({.Adjust = adjust})};
     return options;
@@ -130,7 +138,7 @@ class TSweepRun {
                      .Sticky = FPoint.Sticky,
                      .HangMs = 0,
                      .Callback = {}};
-      if (FPoint.Callback != TSweepCall::None) {
+      if (FPoint.Callback != TSweepCall::None || FPoint.HangMs > 0) {
         plan.Fault = gfCallback;
         plan.Callback = [this] { CallBack(); };
       }
@@ -140,9 +148,13 @@ class TSweepRun {
 
   void CallBack() {
     switch (FPoint.Callback) {
-      case TSweepCall::None: break;
-      case TSweepCall::Stop: FController.Framework().Stop(); break;
+      case TSweepCall::None: Hang(); break;
+      case TSweepCall::Stop:
+        NoteCause(std::string(kFromCall) + ": stop");
+        FController.Framework().Stop();
+        break;
       case TSweepCall::Alarm:
+        NoteCause(std::string(kFromCall) + ": alarm");
         FController.RaiseAlarm(
             {.IdPrefix = "TPSweep", .Desc = "alarm out of a device call", .Id = 1, .Attrs = naForbidMove});
         break;
@@ -151,6 +163,16 @@ class TSweepRun {
           Violation("a second procedure was started");
         break;
     }
+  }
+
+  void Hang() {
+    FSampler.Note(kHang, Format("%u", FPoint.HangMs));
+    Clock().Sleep(FPoint.HangMs);
+  }
+
+  // What ends the procedure comes now; in standby it ends nothing.
+  void NoteCause(const std::string& what) {
+    if (FController.Framework().CurrentState() == nsCustomMotion) FSampler.Note(kCause, what);
   }
 
   void RunProcedure() {
@@ -171,9 +193,22 @@ class TSweepRun {
       FAbortedAt = FController.Journal().Size();
       FAbortBase = Gate().Calls();
       if (FPoint.FromAbort) PlanDeviceFault(FAbortBase);
-      FController.Framework().Abort(FPoint.Reason);
+      Disturb();
     }
     FLastPass = FController.Journal().Size();
+  }
+
+  // Lost emission is a cause where light or emission was there to be lost; an alarm that forbids the laser forbids
+  // nothing to a procedure that does not ask for it.
+  void Disturb() {
+    switch (FPoint.Event) {
+      case TSweepEvent::Abort:
+        NoteCause(Format("reason %d", FPoint.Reason));
+        return FController.Framework().Abort(FPoint.Reason);
+      case TSweepEvent::LaserAlarm:
+        return FController.RaiseAlarm({.IdPrefix = "TPSweep", .Desc = "laser alarm", .Id = 2, .Attrs = naForbidLaser});
+      case TSweepEvent::LostEmission: return Machine().Laser()->LoseEmission();
+    }
   }
 
   void AfterPass() {
@@ -181,8 +216,8 @@ class TSweepRun {
     if (framework.CurrentState() == nsCustomMotion && framework.Busy() == bkNone && !framework.ChangePending())
       Violation("a tick left neither a busy condition nor a change of state");
     // The cut that comes now is an abort.
-    if (Clock().MonotonicMs() - FStartMs >= kCutMs && FController.Running() && !FAbortedAt)
-      FAbortedAt = FController.Journal().Size();
+    if (Clock().MonotonicMs() - FStartMs >= kCutMs && FController.Running() && !std::exchange(FCut, true))
+      NoteCause("cut");
   }
 
   [[nodiscard]] bool Moving() {
@@ -195,42 +230,50 @@ class TSweepRun {
     for (std::uint64_t ms = 0; Moving() && ms < kSettleMs; ms += 100) FController.RunFor(100);
   }
 
+  // No device fails any more, and no alarm stands.
+  void Mend() {
+    Gate().PlanSet({});
+    FLogGate.PlanSet({});
+    FSampler.Note(kMended);
+    FController.Alarms().ClearAll();
+    Machine().Laser()->ResetLatch();
+    FController.RunFor(50);
+    FSampler.Sample();
+  }
+
   void AskOracle() {
     const TMotionOutcome& outcome = FController.MotionState().Outcome();
     const auto entries = FController.Journal().Entries();
     TExpectations expected;
+    expected.LightMs = FCase.LightMs;
+    if (FCase.LightEnds && FPoint.Undisturbed()) expected.LightMostMs = FCase.LightMs + kLightOverMs;
     expected.Success = TCustomMotionState::GetExecOK(RootId(), false);
     expected.GasMayStayOn = FCase.Flags().LeavesGasOn;
     expected.MayFollow = FCase.Flags().LeavesFollowing;
     expected.OutputsMayStayOn = FCase.Flags().Outputs == TProcedureFlags::otStay ||
                                 (FCase.Flags().Outputs == TProcedureFlags::otStayAfterAbort && !expected.Success);
     if (expected.Success != (outcome.Type == metSuccess)) Violation("the success flag contradicts the outcome");
-    if (FPoint.AbortTick && FAbortedAt && expected.Success) Violation("aborted, and yet it ended with success");
+    if (FPoint.AbortTick && FAbortedAt && FPoint.Event == TSweepEvent::Abort && expected.Success)
+      Violation("aborted, and yet it ended with success");
     if (FPoint.Undisturbed() && !expected.Success)
       Violation("undisturbed, and yet it failed: " + outcome.Path + outcome.Fault);
-    if (!expected.Success) expected.AbortIndex = AbortIndex(entries);
-    if (const auto stuck = Gate().Stuck()) expected.ExemptDevice = stuck->first;
-    for (std::string& text : CheckRun(entries, FController.Machine().Snapshot(), expected)) Violation(std::move(text));
+    if (!expected.Success) expected.FaultAt = FaultAt(entries);
+    FFacts.Take(CheckRun(entries, FController.Journal().Samples(), expected, Machine().Config()));
   }
 
   [[nodiscard]] std::int32_t RootId() const { return FCase.MakeRoot()->GetID(); }
 
-  // Where the run stopped being normal: the abort, or the call that failed in the pass that ended it.
-  [[nodiscard]] std::optional<std::size_t> AbortIndex(const std::vector<TJournalEntry>& entries) const {
-    if (FAbortedAt) return FAbortedAt;
+  // Where the run stopped being normal without an abort: behind the call that failed in the pass that ended it.
+  [[nodiscard]] std::optional<std::size_t> FaultAt(const std::vector<TJournalEntry>& entries) const {
+    if (FAbortedAt) return std::nullopt;
     const auto last = entries.begin() + static_cast<std::ptrdiff_t>(FLastPass);
     const auto threw = std::ranges::find(last, entries.end(), toThrew, &TJournalEntry::Outcome);
     if (threw == entries.end()) return std::nullopt;
     return static_cast<std::size_t>(threw - entries.begin()) + 1;
   }
 
-  // The machine is repaired; the next procedure must run.
+  // The next procedure must run.
   void Probe() {
-    Gate().PlanSet({});
-    FLogGate.PlanSet({});
-    FController.Alarms().ClearAll();
-    Machine().Laser()->ResetLatch();
-    FController.RunFor(50);
     auto probe = MakeStepOf<TSmtSequence>(nullptr);
     probe->Define(kProbeId, "probe", {{612, "delay", nullptr}});
     if (const TResult<> started = FController.Start(ShareRoot(std::move(probe))); !started)
@@ -245,6 +288,7 @@ class TSweepRun {
   TNullSink FSink;
   TCallGate FLogGate;
   TGatedSink FGatedSink{FSink, FLogGate};
+  TSampler FSampler;
   TProcedureRun FRun;
   TController& FController = FRun.Controller();
   TSweepFacts FFacts;
@@ -254,18 +298,21 @@ class TSweepRun {
   std::uint64_t FAbortBase = 0;
   std::uint32_t FTickBase = 0;
   std::optional<std::size_t> FAbortedAt;
+  bool FCut = false;
   std::size_t FLastPass = 0;  // where in the journal the last pass of the procedure begins
 };
 
 }  // namespace
 
 bool TSweepPoint::Undisturbed() const {
-  return !AbortTick && Emission == TSweepEmission::Configured && DeviceCall == 0 && SinkCall == 0;
+  return !AbortTick && Emission == TSweepEmission::Configured && DeviceCall == 0 && SinkCall == 0 && HangMs == 0;
 }
 
 std::string TSweepPoint::Text() const {
   std::string text;
-  if (AbortTick) text += Format("reason %d at tick %u, ", Reason, *AbortTick);
+  if (AbortTick && Event == TSweepEvent::Abort) text += Format("reason %d at tick %u, ", Reason, *AbortTick);
+  if (AbortTick && Event == TSweepEvent::LaserAlarm) text += Format("laser alarm at tick %u, ", *AbortTick);
+  if (AbortTick && Event == TSweepEvent::LostEmission) text += Format("emission lost at tick %u, ", *AbortTick);
   if (Emission != TSweepEmission::Configured) text += Format("emission case %d, ", static_cast<int>(Emission));
   if (DeviceCall)
     text += Format("device call %llu%s", static_cast<unsigned long long>(DeviceCall), Sticky ? " sticky" : "") +
@@ -273,7 +320,11 @@ std::string TSweepPoint::Text() const {
   if (Refused) text += " refused";
   if (Callback != TSweepCall::None) text += Format(" callback %d", static_cast<int>(Callback));
   if (SinkCall) text += Format("log line %llu", static_cast<unsigned long long>(SinkCall));
+  if (HangMs) text += Format(" hangs %u ms", HangMs);
   if (!SafeEntry) text += " without safe entry";
+  if (Supervisor) text += " with the supervisor";
+  if (FirstTick || FirstMs)
+    text += Format(" clock from %llu ms, tick %u", static_cast<unsigned long long>(FirstMs), FirstTick);
   return text.empty() ? "undisturbed" : text;
 }
 

@@ -5,13 +5,27 @@
 #include <string>
 #include <vector>
 
+#include "verify/Oracle.h"
 #include "verify/Sweep.h"
 
 namespace ixoverify {
 
+// What was wrong with one run.
+struct TSweepVerdict {
+  std::vector<std::string> Violations;  // none when the machine ended safe
+  bool SavedByLatch = false;            // the state thread ran, and only the latch made it dark
+
+  void Take(const std::vector<TFinding>& findings) {
+    for (const TFinding& finding : findings) {
+      Violations.push_back(finding.Line());
+      SavedByLatch = SavedByLatch || finding.Rule == kSavedByLatch;
+    }
+  }
+};
+
 struct TSweepTrial {
-  std::function<std::string()> Text;              // what goes wrong in this run
-  std::function<std::vector<std::string>()> Run;  // violations; none when the machine ended safe
+  std::function<std::string()> Text;  // what goes wrong in this run
+  std::function<TSweepVerdict()> Run;
 };
 
 struct TSweepTask {

@@ -194,7 +194,7 @@ TStepPtr MakeGasHold(TCustomMotionState* ctrl, const TMotionValues&) {
 
 TStepPtr MakeCover(TCustomMotionState* ctrl, const TMotionValues&) {
   return List(ctrl, liCover, "cover",
-              {{176, "open the cover and wait for its switch", {4, 1, 500, 4, 1}}, {612, "delay", {20}}});
+              {{176, "open the cover and wait for its switch", {3, 1, 500, 4, 1}}, {612, "delay", {20}}});
 }
 
 TStepPtr MakeBeam(TCustomMotionState* ctrl) {
@@ -311,7 +311,7 @@ const std::vector<TProcedure>& ProcedureTable() {
           {5}, {"output"}),
       Row("output-off", 173, "关闭一个输出口", "switch an output off", {}, {Outport()}, {5}, {"output"}),
       Row("wait-input", 176, "等待应答输出口的输入口", "wait for an input that answers an output", {}, WaitInput(),
-          {4, 1, 500, 4, 1}),
+          {3, 1, 500, 4, 1}),
       Row("safe-move-xyz", 181, "升起切割头，移动 XY，再移动 Z", "raise the head, move XY, then Z", kXYZ,
           MoveXY<TSmtSafeMoveToXY>({Z(kAt<&TSmtSafeMoveToXYZ::FTargetZ>)}), {40, 30, 30}, {"go-xyz"}),
       Row("lubricate", 350, "沿矩形的四边和两条对角线移动；切割头在安全高度",

@@ -116,7 +116,7 @@ TEST_F(CommandLine, AWrongCommandLineIsToldInOneLineAndDoesNothing) {
       {"tree", "NAME is missing; the procedures are: move-xy, "},
       {"tree nix", "\"nix\" is no procedure; the procedures are: move-xy, "},
       {"sweep --procedure nix", "--procedure: \"nix\" is no procedure"},
-      {"sweep --budget-ms 0", "--budget-ms: 0 is not in 1.."},
+      {"sweep --points 0", "--points: 0 is not in 1.."},
       {"modbus read --addr 0", "one of --tcp HOST[:PORT] and --serial DEVICE is needed"},
       {"modbus read --tcp h --serial d --addr 0", "--tcp excludes --serial"},
       {"modbus read --tcp h", "--addr is required"},
