@@ -204,8 +204,7 @@ void TController::MakeSupervisor() {
   const auto stop = [&p](const std::string& reason) { p.Framework->Stop(reason); };
   const auto trip = [](const char* reason) {
     return [reason](const std::string&) {
-      TNcCutSystem* const cut = CutSystem();
-      if (TNcLaser* const laser = cut ? cut->Laser() : nullptr) laser->Trip(reason);
+      if (TNcLaser* const laser = FittedLaser()) laser->Trip(reason);
     };
   };
   p.Supervisor.emplace(

@@ -11,11 +11,6 @@ namespace {
 
 constexpr std::uint64_t kBeatMs = 200;  // a state thread that has been silent for longer does not live
 
-TNcLaser* Laser() {
-  TNcCutSystem* const cut = CutSystem();
-  return cut ? cut->Laser() : nullptr;
-}
-
 bool Forbidden() {
   TNcAlarms* const alarms = NcAlarms();
   return alarms && !alarms->AllowLaser();
@@ -48,13 +43,18 @@ TProblem NotReached() {
 
 }  // namespace
 
+TNcLaser* FittedLaser() {
+  TNcCutSystem* const cut = CutSystem();
+  return cut ? cut->Laser() : nullptr;
+}
+
 const char* LatchReason() {
-  TNcLaser* const laser = Laser();
+  TNcLaser* const laser = FittedLaser();
   return laser ? laser->LatchReason() : nullptr;
 }
 
 TResult<> LaserUsable() try {
-  if (!Laser()) return TProblem{.What = "the machine has no laser"};
+  if (!FittedLaser()) return TProblem{.What = "the machine has no laser"};
   if (const char* const why = LatchReason())
     return TProblem{.What = "the laser is latched",
                     .Why = why,
@@ -69,7 +69,7 @@ TResult<> ResetLatch(TNcStateFramework& framework, std::optional<std::string> la
   if (!LatchReason()) return {};
   if (lasts) return Stays(lasts->c_str(), "end what lasts too long");
   if (TResult<> may = MayReset(framework, framework.Watch()); !may) return may;
-  Laser()->ResetLatch();
+  FittedLaser()->ResetLatch();
   LogMsg(lkInfo, 0, SLatchReset.Get(), TLatchAlarm::kPrefix);
   return {};
 } catch (...) {

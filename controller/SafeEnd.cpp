@@ -37,19 +37,17 @@ bool FollowerOff(TNcFollower* follower) {
   return !busy();
 }
 
-TNcLaser* Laser() { return CutSystem() ? CutSystem()->Laser() : nullptr; }
-
 constexpr TDevice kDevices[] = {
     {"laser",
      [] {
-       TNcLaser* const laser = Laser();
+       TNcLaser* const laser = FittedLaser();
        if (!laser || !laser->GetLaser()) return true;
        CutSystem()->SwitchLaser(false);
        return !laser->GetLaser();
      }},
     {"emission",
      [] {
-       TNcLaser* const laser = Laser();
+       TNcLaser* const laser = FittedLaser();
        const TNcWatch* const watch = NcWatch();
        const auto on = [&] { return laser->GetEmission() || (watch && watch->EmissionAsked.Runs()); };
        if (!laser || !on()) return true;
@@ -58,7 +56,7 @@ constexpr TDevice kDevices[] = {
      }},
     {"pilot light",
      [] {
-       TNcLaser* const laser = Laser();
+       TNcLaser* const laser = FittedLaser();
        if (!laser || !laser->GetAiming()) return true;
        laser->AimingOff();
        return true;  // it harms nobody, and not every source can switch it off
@@ -124,7 +122,7 @@ bool TSafeEnd::Round() {
 void TSafeEnd::TripLatch(bool mayHang) {
   const auto trip = [] {
     try {
-      if (TNcLaser* const laser = Laser()) laser->Trip("controller ended");
+      if (TNcLaser* const laser = FittedLaser()) laser->Trip("controller ended");
     } catch (...) {  // it has nobody to tell
     }
   };

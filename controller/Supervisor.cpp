@@ -47,7 +47,7 @@ TSupervisor::TSupervisor(const TNcWatch& watch, std::function<std::int32_t()> st
 void TSupervisor::Round(std::uint64_t nowMs) {
   WatchBeam(nowMs);
   SeeProgress(nowMs);
-  const auto broken = Broken(nowMs);
+  const auto broken = TooLong(nowMs);
   if (!broken)
     FRung = TRung::Watching;
   else if (FRung == TRung::Watching || nowMs >= FNextAt)
@@ -95,10 +95,15 @@ void TSupervisor::SeeProgress(std::uint64_t nowMs) {
   }
   if (!made) return;
   FPos = pos;
-  FWayMadeAt = nowMs;
+  FWayMadeAt.store(nowMs, std::memory_order_release);
 }
 
-std::optional<TSupervisor::TBroken> TSupervisor::Broken(std::uint64_t nowMs) const {
+std::optional<std::string> TSupervisor::Broken(std::uint64_t nowMs) const {
+  const auto broken = TooLong(nowMs);
+  return broken ? std::optional(broken->Reason) : std::nullopt;
+}
+
+std::optional<TSupervisor::TBroken> TSupervisor::TooLong(std::uint64_t nowMs) const {
   const auto over = [](const TText& text, std::uint64_t lasted, std::int32_t limitMs) -> std::optional<TBroken> {
     const auto limit = static_cast<std::uint64_t>(std::max(limitMs, 0));
     if (lasted <= limit) return std::nullopt;
@@ -125,7 +130,7 @@ std::optional<TSupervisor::TBroken> TSupervisor::WaitTooLong(std::uint64_t nowMs
   const std::uint64_t limit = FWatch.LeafLimitMs.load(std::memory_order_acquire);
   const TNcLeafWait wait = FWatch.LeafWait.load(std::memory_order_acquire);
   std::uint64_t lasted = FWatch.LeafSince.LastedMs(nowMs);
-  if (wait == lwMoves) lasted = std::min(lasted, nowMs - FWayMadeAt);
+  if (wait == lwMoves) lasted = std::min(lasted, nowMs - FWayMadeAt.load(std::memory_order_acquire));
   if (lasted <= limit) return std::nullopt;
   const std::int32_t leaf = FWatch.Leaf.load(std::memory_order_acquire);
   return TBroken{Show(SWatchLeaf, leaf, TextOf(leaf).c_str(), ShownMs(lasted), ShownMs(limit)), wait == lwCalibrates};

@@ -27,7 +27,6 @@ struct TSupervisorActions {
   TAction Stop;            // stops the procedure
   TAction Latch;           // laser and emission off until reset by hand
   TAction Emergency = {};  // the same, as the emergency stop's own
-};  // the same, as the emergency stop's own
 };
 
 inline constexpr std::uint32_t kSupervisorRoundMs = 20;
@@ -61,7 +60,7 @@ class TSupervisor {
     std::string Reason;
     bool Fails = false;  // no alarm: the procedure ends with an error
   };
-  [[nodiscard]] std::optional<TBroken> Broken(std::uint64_t nowMs) const;
+  [[nodiscard]] std::optional<TBroken> TooLong(std::uint64_t nowMs) const;
   [[nodiscard]] std::optional<TBroken> WaitTooLong(std::uint64_t nowMs) const;
   void SeeProgress(std::uint64_t nowMs);
   void WatchBeam(std::uint64_t nowMs);
@@ -80,7 +79,7 @@ class TSupervisor {
   TNcSince FBeamCause;        // seen by the rounds
   bool FBeamAnswered = false;
   std::array<double, kWatchAxes> FPos{};  // when an axis last made way
-  std::uint64_t FWayMadeAt = 0;
+  std::atomic<std::uint64_t> FWayMadeAt{0};
 };
 
 // Calls `round` with the monotonic time every `periodMs` until destroyed, and gives a sign of life with each round.

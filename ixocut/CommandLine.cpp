@@ -18,10 +18,10 @@
 namespace ixocut {
 namespace {
 
-constexpr TAddCommand kCommands[] = {AddShotCommand,  AddRunCommand,      AddProceduresCommand, AddTreeCommand,
-                                     AddSweepCommand, AddPanelCommand,    AddKnobCommand,       AddConfigCommand,
-                                     AddInfoCommand,  AddRecordCommand,   AddMonitorCommand,    AddModbusCommand,
-                                     AddLinkCommand,  AddSimulateCommand, AddAlarmsCommand,     AddGasCommand};
+constexpr TAddCommand kCommands[] = {
+    AddShotCommand,   AddRunCommand,  AddProceduresCommand, AddTreeCommand,   AddSweepCommand,  AddSoakCommand,
+    AddPanelCommand,  AddKnobCommand, AddConfigCommand,     AddInfoCommand,   AddRecordCommand, AddMonitorCommand,
+    AddModbusCommand, AddLinkCommand, AddSimulateCommand,   AddAlarmsCommand, AddGasCommand};
 
 constexpr const char* kOwnLanguage = "zh";  // of the texts in the program itself
 

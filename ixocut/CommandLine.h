@@ -38,6 +38,7 @@ void AddRunCommand(CLI::App& program, TCommandRun& run);
 void AddProceduresCommand(CLI::App& program, TCommandRun& run);
 void AddTreeCommand(CLI::App& program, TCommandRun& run);
 void AddSweepCommand(CLI::App& program, TCommandRun& run);
+void AddSoakCommand(CLI::App& program, TCommandRun& run);
 void AddRecordCommand(CLI::App& program, TCommandRun& run);
 void AddMonitorCommand(CLI::App& program, TCommandRun& run);
 void AddModbusCommand(CLI::App& program, TCommandRun& run);

@@ -1,0 +1,102 @@
+// `ixocut soak`: lets the controller live through virtual days and prints what became of it.
+#include <iostream>
+#include <memory>
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include "ixocamglue/support/Format.h"
+#include "ixocut/CommandLine.h"
+#include "verify/Soak.h"
+
+namespace ixocut {
+using namespace ixoverify;
+namespace {
+
+constexpr std::uint64_t kMostDays = 36'500;
+constexpr std::uint64_t kMostSeconds = 1'000'000;
+
+struct TSoakCommand {
+  TSoakOptions Soak;
+  bool Json = false;
+};
+
+unsigned long long Number(std::uint64_t value) { return value; }
+
+void PrintDay(std::ostream& out, const TSoakDay& day) {
+  out << Format("%5llu %8llu %9llu %8llu %8llu %8llu %13llu  %016llx\n", Number(day.Day), Number(day.Runs),
+                Number(day.Succeeded), Number(day.Aborts), Number(day.Alarms), Number(day.ClockSteps),
+                Number(day.ResidentKiB), Number(day.Hash))
+      << std::flush;
+}
+
+nlohmann::ordered_json JsonOf(const TSoakResult& result, std::uint64_t seed) {
+  const TSoakDay& day = result.Last;
+  return {{"command", "soak"},
+          {"seed", seed},
+          {"days", day.Day},
+          {"runs", day.Runs},
+          {"succeeded", day.Succeeded},
+          {"aborts", day.Aborts},
+          {"alarms", day.Alarms},
+          {"clockSteps", day.ClockSteps},
+          {"hash", Format("%016llx", Number(day.Hash))},
+          {"residentKiB", day.ResidentKiB},
+          {"memoryJudged", result.MemoryJudged()},
+          {"growthKiB", result.GrowthKiB},
+          {"violations", result.ViolationCount},
+          {"firstViolations", result.Violations}};
+}
+
+int Run(const TSoakCommand& command, std::ostream& out) {
+  if (!command.Json)
+    out << "  day     runs succeeded   aborts   alarms    clock  resident KiB  journal\n" << std::flush;
+  const TSoakResult result = RunSoak(command.Soak, [&](const TSoakDay& day) {
+    if (!command.Json) PrintDay(out, day);
+  });
+  if (command.Json) {
+    out << JsonOf(result, command.Soak.Seed).dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+  } else {
+    out << Format("days: %llu; journal %016llx; violations: %llu\n", Number(result.Last.Day), Number(result.Last.Hash),
+                  Number(result.ViolationCount));
+    for (const std::string& violation : result.Violations) out << "  " << violation << '\n';
+    if (result.MemoryJudged())
+      out << Format("memory: at most %lld KiB above day %llu, allowed %lld\n", static_cast<long long>(result.GrowthKiB),
+                    Number(kSoakWarmDays), static_cast<long long>(kSoakMostGrowthKiB));
+    else
+      out << Format("memory: not judged, that takes more than %llu days\n", Number(kSoakWarmDays));
+  }
+  return result.ViolationCount == 0 && !result.Grows() ? kExitSuccess : kExitOtherwise;
+}
+
+}  // namespace
+
+void AddSoakCommand(CLI::App& program, TCommandRun& run) {
+  const auto options = std::make_shared<TSoakCommand>();
+  CLI::App* const soak = program.add_subcommand(
+      "soak", "Let one controller live through virtual days of mixed work, and look at its memory and its journal");
+  auto* const days = AddNumberOption(*soak, "--days", options->Soak.Days, 1, kMostDays, "days", "Virtual days");
+  days->capture_default_str();
+  AddNumberOption(*soak, "--seconds", options->Soak.Seconds, 1, kMostSeconds, "s",
+                  "Real time instead: as many days as it holds, at least one")
+      ->excludes(days);
+  AddSeedOption(*soak, options->Soak.Seed);
+  soak->add_flag("--json", options->Json, "Print one JSON document instead of text");
+  soak->footer(
+      "Virtual time, on a copy of the example machine. Work comes every five minutes, some of it is aborted, alarms\n"
+      "come, emission is lost and the wall clock is set; the pauses between are passed over. Each run is judged like "
+      "a\n"
+      "point of `ixocut sweep`. From the third day on the memory must stay within 1 MiB of the second day's. The same\n"
+      "seed gives the same journal, whatever the machine is loaded with.\n"
+      "\n"
+      "Exit codes: 0 nothing found, 1 violations or growing memory, 2 wrong command line.\n"
+      "\n"
+      "Examples:\n"
+      "  ixocut soak --days 10\n"
+      "  ixocut soak --seconds 60 --seed 7\n"
+      "\n"
+      "Software is not the emergency stop.");
+  soak->callback([options, &run] { run = [options] { return Run(*options, std::cout); }; });
+}
+
+}  // namespace ixocut
