@@ -71,7 +71,7 @@ TPreCheck& TPreCheck::Raised(std::int32_t first, std::int32_t end) {
   for (std::int32_t head = first; head < end && FPassed; ++head) {
     if (head > 0 && !HasSecondHead()) break;
     const TZAxis axis(head);
-    Require(axis.GetZ() <= axis.GetSafeZ() + kAtTarget, SCheckNotRaised, head + 1);
+    if (Has(axis)) Require(axis.GetZ() <= axis.GetSafeZ() + kAtTarget, SCheckNotRaised, head + 1);
   }
   return *this;
 }

@@ -89,6 +89,7 @@ TStepType TSmtRaisedMove::DoMotion(std::int32_t) {
   if (!check.XY(driver, target).Speed(FSpeed).Raised(0, FRaised)) return Fail();
   for (const std::int32_t heads = HasSecondHead() ? kHeads : 1; FRaised < heads;) {
     const TZAxis axis(FRaised);
+    if (!check.Has(axis)) return Fail();
     const double safeZ = axis.GetSafeZ();
     const bool below = axis.GetZ() > safeZ + kAtTarget;
     if (!check.Z(axis, safeZ)) return Fail();
