@@ -245,7 +245,10 @@ class TSweepRun {
     const TMotionOutcome& outcome = FController.MotionState().Outcome();
     const auto entries = FController.Journal().Entries();
     TExpectations expected;
-    expected.LightMs = FCase.LightMs;
+    // A run without light that should have had some is not reported as a success.
+    const bool missed = FController.Effects().LightMissed();
+    if (missed && FPoint.Undisturbed()) Violation("undisturbed, and yet there was never light");
+    expected.LightMs = missed ? 0 : FCase.LightMs;
     if (FCase.LightEnds && FPoint.Undisturbed()) expected.LightMostMs = FCase.LightMs + kLightOverMs;
     expected.Success = TCustomMotionState::GetExecOK(RootId(), false);
     expected.GasMayStayOn = FCase.Flags().LeavesGasOn;

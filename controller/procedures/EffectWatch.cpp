@@ -5,6 +5,7 @@
 
 #include "controller/LaserLatch.h"
 #include "controller/procedures/ProcedureTexts.h"
+#include "ixocamglue/motion/Ulasersteps.h"
 #include "ixocamglue/motion/Uwaitsteps.h"
 #include "ixocamglue/support/Faults.h"
 
@@ -24,6 +25,7 @@ TStateMotion* LeafOf(IStateMotion& root) {
 
 void TEffectWatch::Entered(IStateMotion& root) {
   FSet.reset();
+  FLights = false;
   const TNcWatch& watch = FFramework.Watch();
   FAsked = ixocontroller::Ended(watch.LaserAsked);
   FLit = ixocontroller::Ended(watch.LaserOn);
@@ -37,14 +39,16 @@ void TEffectWatch::Ticked(IStateMotion& root, TStepType answer) {
   const auto set = std::exchange(FSet, std::nullopt);
   if (answer == mstpError) return;
   if (set) CheckGas(*set);
+  TStateMotion* const leaf = LeafOf(root);
+  FLights = FLights || (leaf && (leaf->GetID() == TSmtLaserOn::Cmd || leaf->GetID() == TSmtLaserOnOnly::Cmd));
   // Behind its command, before its leave.
-  if (auto* const gas = dynamic_cast<TSmtGasOnState*>(LeafOf(root)); gas && gas->GetStep() == mstpEnd)
+  if (auto* const gas = dynamic_cast<TSmtGasOnState*>(leaf); gas && gas->GetStep() == mstpEnd)
     FSet = TGas{gas->FGasBranch, gas->FGasPressure};
 }
 
 void TEffectWatch::Ended(const TMotionOutcome*) {
   const TNcWatch& watch = FFramework.Watch();
-  const bool promised = watch.LaserAsked.Begun() != FAsked || (FNeedsLaser && !FFitted);
+  const bool promised = FLights || watch.LaserAsked.Begun() != FAsked || (FNeedsLaser && !FFitted);
   FLightMissed.store(promised && watch.LaserOn.Begun() == FLit, std::memory_order_release);
 }
 

@@ -22,8 +22,8 @@ class TEffectWatch final : public IMotionObserver {
   void Ticked(IStateMotion& root, TStepType answer) override;
   void Ended(const TMotionOutcome* outcome) override;
 
-  // In the procedure that ended last the beam was asked for, or there is no laser to ask, and never was there light. Any
-  // thread.
+  // In the procedure that ended last the beam was asked for, or there is no laser to ask, and never was there light.
+  // Any thread.
   [[nodiscard]] bool LightMissed() const { return FLightMissed.load(std::memory_order_acquire); }
 
  private:
@@ -37,6 +37,7 @@ class TEffectWatch final : public IMotionObserver {
   std::optional<TGas> FSet;  // by a 141 whose wait is not over
   bool FNeedsLaser = false;
   bool FFitted = false;
+  bool FLights = false;  // a step that switches the beam on has stood
   // Before the procedure.
   std::uint32_t FAsked = 0;
   std::uint32_t FLit = 0;
