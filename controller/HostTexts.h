@@ -68,6 +68,7 @@ inline constinit TText SRowFollow{"IxoCut", "SRowFollow", "跟随"};
 inline constinit TText SPlotPath{"IxoCut", "SPlotPath", "XY 路径（毫米）"};
 inline constinit TText SPlotZ{"IxoCut", "SPlotZ", "Z（毫米）"};
 inline constinit TText SPlotSignals{"IxoCut", "SPlotSignals", "信号"};
+inline constinit TText SEndGasOpen{"IxoCut", "SEndGasOpen", "气体已关闭但仍然打开"};
 inline constinit TText SPlotStart{"IxoCut", "SPlotStart", "起点"};
 inline constinit TText SPlotEnd{"IxoCut", "SPlotEnd", "终点"};
 inline constinit TText SPlotBeam{"IxoCut", "SPlotBeam", "出光"};
@@ -79,7 +80,7 @@ inline constexpr auto kHostTexts = TextList(
     SAskedAlarm, SSignalStop, SWatchBusy, SWatchLeaf, SWatchEmission, SWatchLaser, SWatchGas, SWatchBeat, SWatchDark,
     SWatchEnding, SWatchEmergency, SWatchAlarm, SWatchFail, SWatchStop, SWatchLatch, SThreadSilent, SThreadFailed,
     SLaserLatched, SLatchReset, SLinesDropped, SRunSteps, SRunPath, SRunStillOn, SRunFailed, SRunFailedAt, SRowOutput,
-    SRowFollow, SPlotPath, SPlotZ, SPlotSignals, SPlotStart, SPlotEnd, SPlotBeam, SPlotProcedure);
+    SRowFollow, SPlotPath, SPlotZ, SPlotSignals, SEndGasOpen, SPlotStart, SPlotEnd, SPlotBeam, SPlotProcedure);
 
 // Milliseconds for a %d.
 [[nodiscard]] inline int ShownMs(std::uint64_t ms) {

@@ -133,6 +133,7 @@ TRunEnd TProcedureRun::HowItEnded(const TMachineSnapshot& shown) {
   switch (outcome.Type) {
     case metSuccess:
       if (shown.Collisions > 0) return {"collision", SEndCollided.Get()};
+      if (FController.Framework().Watch().GasStays()) return {"gas-open", SEndGasOpen.Get()};
       return FController.Effects().LightMissed() ? TRunEnd{"no-light", SEndNoLight.Get()}
                                                  : TRunEnd{"success", SEndSuccess.Get()};
     case metStop: return {"stopped", SEndStopped.Get()};

@@ -29,7 +29,7 @@ struct TRunTriggers {
 };
 
 struct TRunEnd {
-  // In JSON: success, no-light, collision, stopped, paused, alarm, error, refused, unfinished.
+  // In JSON: success, no-light, gas-open, collision, stopped, paused, alarm, error, refused, unfinished.
   const char* Name = "";
   std::string Words;
 };

@@ -122,6 +122,7 @@ double TSimGas::ReadSensor() {
 
 void TSimGas::SwitchOn() {
   if (!FCore.Gate.Enter("gas", "SwitchOn", vkStart)) return;
+  NoteGasOn();
   const TSimScope scope(FCore);
   Switch(true);
 }

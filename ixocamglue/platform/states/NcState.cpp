@@ -221,11 +221,12 @@ void TNcStateFramework::FreeReleased(TMail& mail) {
   if (!FReleased.empty()) std::erase_if(FReleased, [](const auto& object) { return object.use_count() == 1; });
 }
 
-// The state is about to be left: dark in this pass, whatever follows, and before anybody hears how it ended.
+// The state is about to be left: dark in this pass, whatever follows, and before anybody hears how it ended; gas that
+// was switched off and stays open is told again.
 void TNcStateFramework::EndState(std::int32_t reason) {
   if (ByHand(CurrentState())) return;
   FBeam.Remember();
-  DemandSafe(false);
+  DemandSafe(FWatch.GasStays());
   const TBeamCause cause = FBeam.Look();
   if (cause == bcNone) return;
   if (reason != srDone) return FLateBeam.store(cause, std::memory_order_release);
@@ -485,9 +486,14 @@ void TNcStateFramework::LogGuarded(const char* where, const std::exception_ptr& 
 }
 
 void NoteGasOff() {
+  if (TNcWatch* const watch = NcWatch()) watch->GasToldOff.store(true, std::memory_order_release);
   if (OnStateThread()) return;
   TNcStateFramework* const states = NcStates();
   if (states && states->CurrentState() == nsZemGasAdjust) states->Stop();
+}
+
+void NoteGasOn() {
+  if (TNcWatch* const watch = NcWatch()) watch->GasToldOff.store(false, std::memory_order_release);
 }
 
 void ReleaseOnStateThread(std::shared_ptr<void> object) {

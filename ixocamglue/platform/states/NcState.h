@@ -236,7 +236,10 @@ class TNcStateFramework {
 
 // For a gas device's adapter, before it switches gas off. Anybody but the running state who has gas switched off while
 // the gas calibration runs ends it with a stop, so that it does not switch gas on again. Any thread.
+// Gas that is on all the same when a procedure ends is told again until it acknowledges.
 void NoteGasOff();
+// For the same adapter, when a command to switch gas on is carried out. Any thread.
+void NoteGasOn();
 
 // Drops a reference to something whose end may call devices, so that it ends on the state thread: at once where this is
 // that thread and nobody else holds it, else in a later pass. Any thread; where no framework runs, at once.

@@ -70,6 +70,11 @@ struct TNcWatch {
   std::atomic<bool> EmissionLost{false};
   std::atomic<bool> BeamRefused{false};  // laser or emission was asked for and refused; until the watch has seen it
 
+  // Gas was told to be off and not to be on since; kept by NoteGasOff and NoteGasOn.
+  std::atomic<bool> GasToldOff{false};
+  // It was, and is on all the same.
+  [[nodiscard]] bool GasStays() const { return GasToldOff.load(std::memory_order_acquire) && GasOn.Runs(); }
+
   // --- for the laser's adapter; any thread, one at a time ---
   // With each EmissionOn and SwitchLaser(true) that reaches the device; `refused`: it does nothing.
   void AskEmission(std::uint64_t nowMs, bool refused) {
