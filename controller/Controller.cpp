@@ -1,9 +1,11 @@
 #include "controller/Controller.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <iterator>
 #include <optional>
+#include <thread>
 
 #include "controller/HostTexts.h"
 #include "controller/LaserLatch.h"
@@ -25,8 +27,10 @@ namespace {
 
 constexpr std::uint32_t kMachineRoundMs = 2;
 constexpr const char* kMachineSection = "Machine";
+constexpr std::uint32_t kBeginMs = 800;
 constexpr std::uint32_t kEndSlackMs = 300;  // for what the thread is at when it is asked to end
-constexpr int kExitHangs = 3;               // as for any device that cannot be used
+constexpr int kLogMs = 50;
+constexpr int kExitHangs = 3;  // as for any device that cannot be used
 
 }  // namespace
 
@@ -106,21 +110,26 @@ struct TController::TParts {
 void TController::TParts::EndSafely() {
   if (!End) return;
   bool hangs = false;
+  // A step that does not return gets no more time than it takes to see that.
   if (StateThread)
-    hangs = !StateThread->End(kSafeEndMs + kEndSlackMs);
+    hangs = !StateThread->End(kBeginMs) && !(End->Begun() && StateThread->End(kSafeEndMs + kEndSlackMs - kBeginMs));
   else
     End->Run();
   if (const char* const device = End->Missing()) {
-    TSafeEnd::TripLatch(StateThread.has_value());
-    LogMsg(lkError, 0, Show(SEndNotOff, device), "TPHost");
+    hangs = !TSafeEnd::TripLatch(StateThread.has_value()) || hangs;
+    const std::string what = End->Begun() ? Show(SEndNotOff, device) : SEndStepRuns.Get();
+    LogMsg(lkError, 0, what, "TPHost");
     if (EndFailed)
-      EndFailed({.What = std::string(device) + " has not gone off at the controller's end; the laser is latched",
+      EndFailed({.What = what,
                  .Where = {},
                  .Why = hangs ? "its call has not returned" : "it was told for 2 s and does not acknowledge",
                  .Remedy = "look at the machine before anything else is started"},
                 hangs);
     // Nothing of this process can be taken down under a thread that may come back from its call at any time.
-    if (hangs) std::_Exit(kExitHangs);
+    if (hangs) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(kLogMs));  // the log's thread writes what it has
+      std::_Exit(kExitHangs);
+    }
   }
   StateThread.reset();
   End.reset();
@@ -263,6 +272,8 @@ TResult<> TController::MayStart(IStateMotion& root) const {
   const TCutState state = ClassifyCutState(framework.CurrentState());
   if (state != csStandby && state != csOther) return TProblem{.What = "the machine is busy with a key command"};
   if (framework.SafePending()) return TProblem{.What = "a device has not acknowledged switching off"};
+  if (FParts->Framework->Watch().LaserAsked.Runs())
+    return TProblem{.What = "the beam is on by hand", .Remedy = "release its key first"};
   // A step of an application that builds its own on entry is known by its row.
   const TProcedure* const row = FindProcedure(root.GetID());
   const bool lights = row && (row->Flags.LightsBeam || row->Flags.NeedsEmission);
@@ -276,11 +287,11 @@ TResult<> TController::Start(std::shared_ptr<IStateMotion> root) {
   if (started) {
     TCustomMotionState::SetStateMotion(std::move(root));
     started = Framework().RequestState(nsCustomMotion, 0);
+    if (started) return started;
+    TCustomMotionState::SetStateMotion(nullptr);
   }
-  if (started) return started;
   // The flag of the procedure that runs, or is just ending, is its own.
-  const std::int32_t running = TCustomMotionState::GetStateID();
-  if (!Running() || (running >= 0 && running != id)) TCustomMotionState::SetExecOK(id, false);
+  if (TCustomMotionState::GetStateID() != id) TCustomMotionState::SetExecOK(id, false);
   return started;
 }
 

@@ -31,6 +31,7 @@ inline constinit TText SEndCollided{"IxoCut", "SEndCollided", "执行完毕，�
 inline constinit TText SEndRefused{"IxoCut", "SEndRefused", "未能进入执行状态"};
 inline constinit TText SEndNever{"IxoCut", "SEndNever", "未在时限内结束"};
 
+inline constinit TText SEndStepRuns{"IxoCut", "SEndStepRuns", "控制器结束时正在执行的步骤未返回；激光已锁定"};
 inline constinit TText SEndNotOff{"IxoCut", "SEndNotOff", "控制器结束时 %s 未关闭；激光已锁定"};
 
 inline constinit TText SAskedAlarm{"IxoCut", "SAskedAlarm", "命令行要求的报警：禁止运动"};
@@ -42,7 +43,7 @@ inline constinit TText SWatchEmission{"IxoCut", "SWatchEmission", "请求开光�
 inline constinit TText SWatchLaser{"IxoCut", "SWatchLaser", "激光已持续打开 %d 毫秒（上限 %d 毫秒）"};
 inline constinit TText SWatchGas{"IxoCut", "SWatchGas", "气体已持续打开 %d 毫秒（上限 %d 毫秒）"};
 inline constinit TText SWatchBeat{"IxoCut", "SWatchBeat", "状态线程已 %d 毫秒没有心跳（上限 %d 毫秒）"};
-inline constinit TText SWatchDark{"IxoCut", "SWatchDark", "%s，%d 毫秒后激光仍未关闭"};
+inline constinit TText SWatchDark{"IxoCut", "SWatchDark", "%s，%d 毫秒后程序仍未关闭激光"};
 inline constinit TText SWatchEnding{"IxoCut", "SWatchEnding", "已要求停止"};
 inline constinit TText SWatchEmergency{"IxoCut", "SWatchEmergency", "急停"};
 inline constinit TText SWatchAlarm{"IxoCut", "SWatchAlarm", "监视：%s；报警"};
@@ -74,13 +75,14 @@ inline constinit TText SPlotEnd{"IxoCut", "SPlotEnd", "终点"};
 inline constinit TText SPlotBeam{"IxoCut", "SPlotBeam", "出光"};
 inline constinit TText SPlotProcedure{"IxoCut", "SPlotProcedure", "工艺过程"};
 
-inline constexpr auto kHostTexts = TextList(
-    SRowState, SRowEmission, SRowLaser, SRowGas, SShotTitle, SShotEnded, SShotTooEarly, SRunCollided, SShotNotDark,
-    SEndSuccess, SEndStopped, SEndPaused, SEndAlarm, SEndError, SEndCollided, SEndRefused, SEndNever, SEndNotOff,
-    SAskedAlarm, SSignalStop, SWatchBusy, SWatchLeaf, SWatchEmission, SWatchLaser, SWatchGas, SWatchBeat, SWatchDark,
-    SWatchEnding, SWatchEmergency, SWatchAlarm, SWatchFail, SWatchStop, SWatchLatch, SThreadSilent, SThreadFailed,
-    SLaserLatched, SLatchReset, SLinesDropped, SRunSteps, SRunPath, SRunStillOn, SRunFailed, SRunFailedAt, SRowOutput,
-    SRowFollow, SPlotPath, SPlotZ, SPlotSignals, SEndGasOpen, SPlotStart, SPlotEnd, SPlotBeam, SPlotProcedure);
+inline constexpr auto kHostTexts =
+    TextList(SRowState, SRowEmission, SRowLaser, SRowGas, SShotTitle, SShotEnded, SShotTooEarly, SRunCollided,
+             SShotNotDark, SEndSuccess, SEndStopped, SEndPaused, SEndAlarm, SEndError, SEndCollided, SEndRefused,
+             SEndNever, SEndStepRuns, SEndNotOff, SAskedAlarm, SSignalStop, SWatchBusy, SWatchLeaf, SWatchEmission,
+             SWatchLaser, SWatchGas, SWatchBeat, SWatchDark, SWatchEnding, SWatchEmergency, SWatchAlarm, SWatchFail,
+             SWatchStop, SWatchLatch, SThreadSilent, SThreadFailed, SLaserLatched, SLatchReset, SLinesDropped,
+             SRunSteps, SRunPath, SRunStillOn, SRunFailed, SRunFailedAt, SRowOutput, SRowFollow, SPlotPath, SPlotZ,
+             SPlotSignals, SEndGasOpen, SPlotStart, SPlotEnd, SPlotBeam, SPlotProcedure);
 
 // Milliseconds for a %d.
 [[nodiscard]] inline int ShownMs(std::uint64_t ms) {

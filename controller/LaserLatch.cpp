@@ -4,17 +4,13 @@
 #include "ixocamglue/platform/ports/PanelPorts.h"
 #include "ixocamglue/platform/services/AppSys.h"
 #include "ixocamglue/platform/services/Log.h"
+#include "ixocamglue/platform/states/BeamWatch.h"
 #include "ixocamglue/support/Faults.h"
 
 namespace ixocontroller {
 namespace {
 
 constexpr std::uint64_t kBeatMs = 200;  // a state thread that has been silent for longer does not live
-
-bool Forbidden() {
-  TNcAlarms* const alarms = NcAlarms();
-  return alarms && !alarms->AllowLaser();
-}
 
 TProblem Stays(const char* why, const char* remedy) {
   return {.What = "the laser stays latched", .Why = why, .Remedy = remedy};
@@ -24,7 +20,7 @@ TProblem Stays(const char* why, const char* remedy) {
 TResult<> MayReset(const TNcStateFramework& framework, const TNcWatch& watch) {
   TNcEmergencyStop* const emergency = EmergencyStop();
   if (emergency && emergency->IsActive()) return Stays("the emergency stop is active", "release it");
-  if (Forbidden()) return Stays("an alarm forbids the laser", "clear the alarm");
+  if (!LaserAllowed()) return Stays("an alarm forbids the laser", "clear the alarm");
   if (framework.CurrentState() != nsStandby || framework.ChangePending())
     return Stays("the machine is not in standby", "stop what runs");
   if (watch.LaserAsked.Runs() || watch.EmissionAsked.Runs())
@@ -59,7 +55,7 @@ TResult<> LaserUsable() try {
     return TProblem{.What = "the laser is latched",
                     .Why = why,
                     .Remedy = "remove the cause, then hold the stop key for 3 s in standby"};
-  if (Forbidden()) return TProblem{.What = "an alarm forbids the laser", .Remedy = "clear the alarm"};
+  if (!LaserAllowed()) return TProblem{.What = "an alarm forbids the laser", .Remedy = "clear the alarm"};
   return {};
 } catch (...) {
   return NotReached();
@@ -70,6 +66,11 @@ TResult<> ResetLatch(TNcStateFramework& framework, std::optional<std::string> la
   if (lasts) return Stays(lasts->c_str(), "end what lasts too long");
   if (TResult<> may = MayReset(framework, framework.Watch()); !may) return may;
   FittedLaser()->ResetLatch();
+  // One that was pressed meanwhile trips after it has become active.
+  if (TNcEmergencyStop* const emergency = EmergencyStop(); emergency && emergency->IsActive()) {
+    FittedLaser()->Trip(kEmergencyTrip);
+    return Stays("the emergency stop is active", "release it");
+  }
   LogMsg(lkInfo, 0, SLatchReset.Get(), TLatchAlarm::kPrefix);
   return {};
 } catch (...) {

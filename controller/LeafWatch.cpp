@@ -37,8 +37,7 @@ void TLeafWatch::Ended(const TMotionOutcome*) {
 
 void TLeafWatch::Look(TCustomBusyType busy) {
   if (!FRoot) return;
-  TStateMotion* leaf = FRoot;
-  for (TStateMotion* child = leaf->GetCurMotion(); child != leaf; child = leaf->GetCurMotion()) leaf = child;
+  TStateMotion* const leaf = CurrentLeaf(*FRoot);
   const bool waited = leaf == FLeaf && std::exchange(FTicked, true);
   if (leaf != FLeaf) {
     FLeaf = leaf;

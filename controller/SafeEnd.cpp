@@ -2,8 +2,10 @@
 
 #include <chrono>
 #include <memory>
+#include <system_error>
 #include <thread>
 
+#include "controller/LaserLatch.h"
 #include "ixocamglue/platform/ports/CutSystem.h"
 #include "ixocamglue/platform/ports/MotionDriver.h"
 #include "ixocamglue/platform/services/Log.h"
@@ -41,9 +43,12 @@ constexpr TDevice kDevices[] = {
     {"laser",
      [] {
        TNcLaser* const laser = FittedLaser();
-       if (!laser || !laser->GetLaser()) return true;
+       const TNcWatch* const watch = NcWatch();
+       // Also one that the source holds back.
+       const auto on = [&] { return laser->GetLaser() || (watch && watch->LaserAsked.Runs()); };
+       if (!laser || !on()) return true;
        CutSystem()->SwitchLaser(false);
-       return !laser->GetLaser();
+       return !on();
      }},
     {"emission",
      [] {
@@ -88,6 +93,7 @@ constexpr TDevice kDevices[] = {
 }  // namespace
 
 void TSafeEnd::Run() {
+  FBegun.store(true);
   EndState();
   const std::uint64_t until = Clock().MonotonicMs() + kSafeEndMs;
   while (!Round() && Clock().MonotonicMs() < until) {
@@ -98,7 +104,10 @@ void TSafeEnd::Run() {
 
 void TSafeEnd::EndState() {
   if (!FFramework.ChangePending() && FFramework.CurrentState() == nsStandby) return;
-  FFramework.Stop();
+  try {
+    FFramework.Stop();
+  } catch (...) {  // out of a step's own answer to a stop, which is posted all the same
+  }
   FFramework.RunOnce();
 }
 
@@ -119,21 +128,29 @@ bool TSafeEnd::Round() {
   return !missing;
 }
 
-void TSafeEnd::TripLatch(bool mayHang) {
+bool TSafeEnd::TripLatch(bool mayHang) {
   const auto trip = [] {
     try {
       if (TNcLaser* const laser = FittedLaser()) laser->Trip("controller ended");
     } catch (...) {  // it has nobody to tell
     }
   };
-  if (!mayHang) return trip();
   const auto done = std::make_shared<std::atomic<bool>>(false);
-  std::thread([done, trip] {
+  const auto tripped = [done, trip] {
     trip();
     done->store(true);
-  }).detach();
+  };
+  try {
+    if (mayHang)
+      std::thread(tripped).detach();
+    else
+      tripped();
+  } catch (const std::system_error&) {  // there is no thread to be had
+    tripped();
+  }
   for (std::uint32_t ms = 0; ms < kTripMs && !done->load(); ++ms)
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  return done->load();
 }
 
 }  // namespace ixocontroller

@@ -23,16 +23,20 @@ class TSafeEnd {
   void Run();
 
   // --- any thread ---
+  // The state thread has come to it.
+  [[nodiscard]] bool Begun() const { return FBegun.load(); }
   // What was asked last, or has not acknowledged; a literal. Null: everything is off and at rest.
   [[nodiscard]] const char* Missing() const { return FMissing.load(); }
   // The latch. `mayHang`: on a thread of its own, for a source whose latch is a device call; waits a moment for it.
-  static void TripLatch(bool mayHang);
+  // False: it has not come back, and the thread still uses the laser.
+  [[nodiscard]] static bool TripLatch(bool mayHang);
 
  private:
   void EndState();
   [[nodiscard]] bool Round();
 
   TNcStateFramework& FFramework;
+  std::atomic<bool> FBegun{false};
   std::atomic<const char*> FMissing{"the machine's state"};
 };
 

@@ -6,8 +6,12 @@
 #include <atomic>
 #include <csignal>
 #include <cstddef>
+#include <cstdint>
 
 namespace ixocontroller {
+
+// How long what runs may take to end after a signal; the controller's end does the rest.
+inline constexpr std::uint64_t kSignalEndsWithinMs = 700;
 
 // SIGINT, SIGTERM, SIGHUP and SIGPIPE as a request, for as long as this lives; a second and a third one change nothing.
 // One that the process was started to ignore, a background job's for example, stays ignored. Made before the controller

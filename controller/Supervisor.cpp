@@ -79,9 +79,10 @@ void TSupervisor::WatchBeam(std::uint64_t nowMs) {
     return;
   }
   FBeamCause.Begin(nowMs);
-  if (FBeamCause.LastedMs(nowMs) < kDarkWithinMs || std::exchange(FBeamAnswered, true)) return;
+  if (FBeamCause.LastedMs(nowMs) < kDarkWithinMs || FBeamAnswered) return;
   const std::string why = cause == bcNone ? SWatchEnding.Get() : BeamCauseText(cause);
   LatchAndStop(FActions.Latch, Show(SWatchDark, why.c_str(), static_cast<int>(kDarkWithinMs)));
+  FBeamAnswered = true;
 }
 
 // While the beam is asked for, a head that moves keeps no wait alive.

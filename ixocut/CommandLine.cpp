@@ -1,6 +1,7 @@
 #include "ixocut/CommandLine.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstdlib>
 #include <iostream>
 #include <set>
@@ -119,9 +120,9 @@ CLI::Option* AddNumberOption(CLI::App& command, const std::string& name, std::ui
     if (problem.empty()) text.erase(0, std::min(text.find_first_not_of('0'), text.size() - 1));
     return problem;
   };
-  return command.add_option(name, value, description)
-      ->transform(CLI::Validator(check, ""))
-      ->type_name(*unit ? "MS" : "N");
+  std::string type = *unit ? unit : "n";
+  std::ranges::transform(type, type.begin(), [](char c) { return static_cast<char>(std::toupper(c)); });
+  return command.add_option(name, value, description)->transform(CLI::Validator(check, ""))->type_name(type);
 }
 
 void AddLanguageOption(CLI::App& command, std::string& language) {

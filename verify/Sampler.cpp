@@ -25,11 +25,8 @@ void TSampler::Note(const char* what, const std::string& text) {
 }
 
 void TSampler::Look(IStateMotion& root) {
-  IStateMotion* leaf = &root;
-  for (auto* list = dynamic_cast<TSmtComposite*>(leaf); list && list->IsMotionStep(list->GetStep());
-       list = dynamic_cast<TSmtComposite*>(leaf))
-    leaf = list->GetCurMotion();
-  FLeaf = leaf->GetID();
+  TStateMotion* const leaf = CurrentLeaf(root);
+  FLeaf = leaf ? leaf->GetID() : root.GetID();
 }
 
 }  // namespace ixoverify

@@ -77,17 +77,12 @@ const char* AlarmRefusal(const TCommandRow& row) {
   return alarms->AllowMoveAxis(axis, row.Positive) ? nullptr : "an alarm forbids the axis to move there";
 }
 
-TNcLaser* Laser() {
-  TNcCutSystem* const cut = CutSystem();
-  return cut ? cut->Laser() : nullptr;
-}
-
 void SwitchBeam(bool on) {
   if (TNcCutSystem* const cut = CutSystem()) cut->SwitchLaser(on);
 }
 
 void EmissionOff() {
-  if (TNcLaser* const laser = Laser()) laser->EmissionOff();
+  if (TNcLaser* const laser = FittedLaser()) laser->EmissionOff();
 }
 
 }  // namespace
@@ -108,7 +103,9 @@ std::string TKeyCommands::Refusal(std::int32_t command) const {
   const TCutState state = ClassifyCutState(FFramework.CurrentState());
   if ((row->States & StateBit(state)) == 0) return std::string("the machine is in ") + CutStateName(state);
   if (const char* const alarm = AlarmRefusal(*row)) return alarm;
-  return (row->Needs & nLaser) != 0 && LatchReason() ? LaserUsable().Problem().Text() : "";
+  if ((row->Needs & nLaser) == 0 || !LatchReason()) return "";
+  const TResult<> usable = LaserUsable();  // reset meanwhile, where it is
+  return usable ? "" : usable.Problem().Text();
 }
 
 void TKeyCommands::Refuse(std::int32_t command, const std::string& why) {
@@ -158,7 +155,9 @@ void TKeyCommands::KeyDown(std::int32_t command) {
 }
 
 void TKeyCommands::KeyUp(std::int32_t command) {
-  if (command == kcJogLaser && FJogLaser.exchange(false)) {
+  // In a state that is not by hand the beam is the state's own.
+  if (command == kcJogLaser && FJogLaser.exchange(false) &&
+      (StateBit(ClassifyCutState(FFramework.CurrentState())) & kByHand) != 0) {
     SwitchBeam(false);
     EmissionOff();
   }
@@ -170,6 +169,7 @@ void TKeyCommands::KeyUp(std::int32_t command) {
 void TKeyCommands::Request(std::int32_t command, TCutState state, std::int32_t param) {
   if (FFramework.ChangePending()) return Refuse(command, "the machine's state is changing");
   if (FFramework.SafePending()) return Refuse(command, "a device has not acknowledged switching off");
+  if (FFramework.Watch().LaserAsked.Runs()) return Refuse(command, "the beam is on by hand");
   if (const TResult<> requested = FFramework.RequestState(StateNumber(state), param); !requested)
     Refuse(command, requested.Problem().What);
 }
@@ -198,7 +198,7 @@ void TKeyCommands::Resume(std::int32_t command, std::int32_t run) {
 }
 
 void TKeyCommands::SwitchDevice(std::int32_t command) {
-  TNcLaser* const laser = Laser();
+  TNcLaser* const laser = FittedLaser();
   TNcGas* const gas = CutSystem() ? CutSystem()->Gas() : nullptr;
   TNcFollower* const follower = GFollower();
   switch (command) {
@@ -260,7 +260,7 @@ void TKeyCommands::SetEmergencyStop(bool active) {
   if (active) {
     TTryAll tryAll;  // a source that does not answer keeps nothing else from stopping
     tryAll([] {
-      if (TNcLaser* const laser = Laser()) laser->Trip(kEmergencyTrip);
+      if (TNcLaser* const laser = FittedLaser()) laser->Trip(kEmergencyTrip);
     })([&] { StopAll(); });
   }
   if (was == active) return;

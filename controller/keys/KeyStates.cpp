@@ -48,7 +48,7 @@ TNcCutSystem& Cut() {
   throw std::runtime_error("the machine has no cutting system");
 }
 
-TNcLaser& FittedLaser() {
+TNcLaser& LaserOrThrow() {
   if (TNcLaser* const laser = Cut().Laser()) return *laser;
   throw std::runtime_error("the machine has no laser");
 }
@@ -152,12 +152,12 @@ class TRunState final : public TKeyState {
         }
         return EnsureBusySet();
       case TPhase::Emission:
-        FittedLaser().EmissionOn();
+        LaserOrThrow().EmissionOn();
         FSinceMs = Clock().MonotonicMs();
         FPhase = TPhase::WaitEmission;
         return EnsureBusySet();
       case TPhase::WaitEmission:
-        if (FittedLaser().GetEmission()) {
+        if (LaserOrThrow().GetEmission()) {
           FPhase = TPhase::Trace;
           return EnsureBusySet();
         }
@@ -178,7 +178,7 @@ class TRunState final : public TKeyState {
         if (cuts) {
           const TCutSystemGuard guard(Cut());
           Cut().SwitchLaser(false);
-          FittedLaser().EmissionOff();
+          LaserOrThrow().EmissionOff();
           if (Cut().Gas()) Cut().Gas()->SwitchOff();
         }
         FKeys.SetProgress({});

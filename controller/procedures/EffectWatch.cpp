@@ -15,12 +15,6 @@ namespace {
 // How often a span has begun, one that has not ended yet left out.
 std::uint32_t Ended(const TNcSince& span) { return span.Begun() - (span.Runs() ? 1U : 0U); }
 
-TStateMotion* LeafOf(IStateMotion& root) {
-  auto* step = dynamic_cast<TStateMotion*>(&root);
-  while (step && step->GetCurMotion() != step) step = step->GetCurMotion();
-  return step;
-}
-
 }  // namespace
 
 void TEffectWatch::Entered(IStateMotion& root) {
@@ -39,7 +33,7 @@ void TEffectWatch::Ticked(IStateMotion& root, TStepType answer) {
   const auto set = std::exchange(FSet, std::nullopt);
   if (answer == mstpError) return;
   if (set) CheckGas(*set);
-  TStateMotion* const leaf = LeafOf(root);
+  TStateMotion* const leaf = CurrentLeaf(root);
   FLights = FLights || (leaf && (leaf->GetID() == TSmtLaserOn::Cmd || leaf->GetID() == TSmtLaserOnOnly::Cmd));
   // Behind its command, before its leave.
   if (auto* const gas = dynamic_cast<TSmtGasOnState*>(leaf); gas && gas->GetStep() == mstpEnd)

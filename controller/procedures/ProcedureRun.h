@@ -91,7 +91,6 @@ class TProcedureRun {
   };
   static constexpr std::uint64_t kNever = ~std::uint64_t{0};
   static constexpr std::uint64_t kEndWithinMs = 5'000;
-  static constexpr std::uint64_t kSignalEndsWithinMs = 1'000;  // the controller's end does the rest
 
   void Entered(std::int32_t from, std::int32_t to);
   void Watch(std::uint64_t nowMs);

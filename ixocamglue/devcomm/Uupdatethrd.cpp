@@ -72,7 +72,14 @@ void TNcUpdateStateThrd::Execute() {
   constexpr char kName[] = "TNcUpdateStateThrd";
   pthread_setname_np(pthread_self(), std::string(kName, 15).c_str());  // the system takes no more
   FGate.wait(false, std::memory_order_acquire);
-  if (!FStop.Asked()) FSign.emplace(FStateIntf->DeviceName(), tkDevice);
+  if (!FStop.Asked()) {
+    std::string name = "device";
+    try {
+      name = FStateIntf->DeviceName();
+    } catch (...) {  // a driver's own
+    }
+    FSign.emplace(name, tkDevice);
+  }
   bool good = true;
   while (good && !FStop.Asked() && !Clock().Pause(FStop, Interval)) good = RunRound();
   if (FSign && good) FSign->Park();

@@ -430,4 +430,10 @@ TStepFactory TSmtMotionDic::Find(std::int32_t state) const {
   return it == FDic.end() ? nullptr : it->second;
 }
 
+TStateMotion* CurrentLeaf(IStateMotion& root) {
+  auto* step = dynamic_cast<TStateMotion*>(&root);
+  while (step && step->GetCurMotion() != step) step = step->GetCurMotion();
+  return step;
+}
+
 }  // namespace ixocamglue

@@ -289,6 +289,9 @@ class TSmtComposite : public TStateMotion {
   std::string FChildError;  // the failing child's text
 };
 
+// The step of a tree that stands, itself where it is no list; null for a root that is no step of this kind.
+[[nodiscard]] TStateMotion* CurrentLeaf(IStateMotion& root);
+
 // Makes a step, with its parameters reset; virtual calls work here as they do not in a constructor. Nothing else makes
 // one: a step has its ClassName from here.
 template <class Step>

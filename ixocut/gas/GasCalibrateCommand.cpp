@@ -187,10 +187,15 @@ void TCalibrate::Wait(Running running) {
       Look();
     }
   } else {
-    while (running()) {
+    // A state thread that hangs does not keep a signal from ending it.
+    std::optional<std::uint64_t> signalledAt;
+    while (running() && !(signalledAt && Clock().MonotonicMs() >= *signalledAt + kSignalEndsWithinMs)) {
       Clock().Sleep(kLookEveryMs);
       FCalibration.Watch(Clock().MonotonicMs());
-      if (TSignalStop::Asked()) FController.Framework().Stop();
+      if (TSignalStop::Asked() && !signalledAt) {
+        signalledAt = Clock().MonotonicMs();
+        FController.Framework().Stop();
+      }
       Look();
     }
   }

@@ -29,8 +29,9 @@ bool TSimLaser::GetEmission() {
 void TSimLaser::EmissionOn() {
   const bool taken = FCore.Gate.Enter("laser", "EmissionOn", vkStart, {}, LaserForbidden);
   const TSimScope scope(FCore);
-  if (TNcWatch* const watch = NcWatch()) watch->AskEmission(FCore.Now(), !taken);
-  if (!taken) return;
+  const bool good = taken && !ForbiddenMeanwhile();
+  if (TNcWatch* const watch = NcWatch()) watch->AskEmission(FCore.Now(), !good);
+  if (!good) return;
   FCore.DeviceAlarms.EmissionLost(false);
   if (!FAskEmission) {
     FAskEmission = true;
@@ -82,11 +83,19 @@ void TSimLaser::SwitchLaser(bool on) {
   const bool taken = on ? FCore.Gate.Enter("laser", "SwitchLaser", vkStart, "on", LaserForbidden)
                         : FCore.Gate.Enter("laser", "SwitchLaser", vkOff, "off");
   const TSimScope scope(FCore);
-  if (TNcWatch* const watch = NcWatch(); watch && on) watch->AskLaser(FCore.Now(), !taken);
-  if (!taken) return;
+  const bool good = taken && !(on && ForbiddenMeanwhile());
+  if (TNcWatch* const watch = NcWatch(); watch && on) watch->AskLaser(FCore.Now(), !good);
+  if (!good) return;
   FAskLaser = on;
   if (TNcWatch* const watch = NcWatch(); watch && !on) watch->LaserAsked.End();
   Settle();
+}
+
+// While the lock was waited for.
+bool TSimLaser::ForbiddenMeanwhile() {
+  const char* const why = LaserForbidden();
+  if (why) FCore.Event("laser", std::string("refused: ") + why);
+  return why;
 }
 
 void TSimLaser::ResetLatch() {

@@ -72,6 +72,7 @@ class TSimLaser final : public TNcLaser, public ISimPart {
   void Drop() IXO_REQUIRES(FCore.Lock);
   void Befall() IXO_REQUIRES(FCore.Lock);
   void Rise() IXO_REQUIRES(FCore.Lock);
+  [[nodiscard]] bool ForbiddenMeanwhile() IXO_REQUIRES(FCore.Lock);
   void Watch() IXO_REQUIRES(FCore.Lock);
 
   TSimCore& FCore;

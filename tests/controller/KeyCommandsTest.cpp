@@ -1,6 +1,7 @@
 // The key commands on the simulated machine, and the demonstration part.
 #include <gmock/gmock.h>
 
+#include "controller/procedures/Procedures.h"
 #include "fixture/Machine.h"
 #include "ixocamglue/panel/Kbpmngr.h"
 #include "ixocamglue/platform/ports/CutCommands.h"
@@ -179,6 +180,11 @@ TEST_F(KeyCommands, DevicesSwitchByHandOnlyWhereTheyMay) {
   Press(kcJogLaser);
   FController.RunFor(100);
   EXPECT_TRUE(Now().Laser);
+  // Nothing begins with a beam that a key will take away.
+  Press(kcDryCut);
+  EXPECT_EQ(LastNote(), "command " + std::to_string(kcDryCut) + " refused: the beam is on by hand");
+  const TMotionCall delay{FindProcedure("delay"), FindProcedure("delay")->SampleValues(), {}};
+  EXPECT_EQ(FController.Start(ShareRoot(MakeRoot("wait", {&delay, 1}))).Problem().What, "the beam is on by hand");
   Release(kcJogLaser);
   EXPECT_FALSE(Now().Laser || Now().Emission);
 

@@ -1,6 +1,8 @@
 // What was switched on by hand does not outlive its controller.
 #include <optional>
 
+#include <gmock/gmock.h>
+
 #include "controller/SafeEnd.h"
 #include "fixture/Machine.h"
 #include "ixocamglue/platform/ports/MotionDriver.h"
@@ -59,7 +61,7 @@ TEST_F(SafeEnd, NamesWhatDoesNotGoOffAndLatchesTheLaser) {
   EXPECT_FALSE(end.Laser || end.Emission || end.Moving());
   EXPECT_EQ(end.LatchReason, "controller ended");
   ASSERT_TRUE(FFailed);
-  EXPECT_TRUE(FFailed->What.starts_with("gas ")) << FFailed->What;
+  EXPECT_THAT(FFailed->What, testing::HasSubstr(" gas ")) << FFailed->What;
   EXPECT_NEAR(static_cast<double>(Clock().MonotonicMs() - start), kSafeEndMs, 100.0);
 }
 

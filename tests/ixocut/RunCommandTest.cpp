@@ -205,7 +205,8 @@ TEST_F(RunCommand, ABeamThatCouldStayOnIsRefusedBeforeItIsLit) {
       {R"(516, [612, "ms", 54900], 522)", ""},
       {R"(516, [612, "ms", 54901], 522)", "commands[1]: the beam would be on for 60001 ms"},
       {R"(518, 520, [612, "ms", 60000], 522, [612, "ms", 9000], 520, [612, "ms", 60000])", ""},
-      {R"(520, [176, "input", 4, "output", 4, "switch-output", true, "time", 60001])", "commands[1]: the beam would be on for 60001 ms"},
+      {R"(520, [176, "input", 4, "output", 4, "switch-output", true, "time", 60001])",
+       "commands[1]: the beam would be on for 60001 ms"},
       {R"([131, "x", 0, "y", 0], 520, [131, "x", 300, "y", 400, "speed", 10], 517)", ""},
       {R"([131, "x", 0, "y", 0], 520, [131, "x", 600, "y", 400, "speed", 10], 517)", "on for 74111 ms"},
       // From wherever the head stands.

@@ -71,7 +71,7 @@ TEST(Mailbox, NoRequestIsLostWhereverItMeetsThePass) {
         states.RunOnce();
         states.PostAlarm({});  // the pass has something to take, so that it looks into the mailbox
         const std::function<void()> pass = [&] { states.RunOnce(); };
-        const std::function<void()> ask = [&] { request(states); };
+        const std::function<void()> ask = [&, &asked = request] { asked(states); };
         GTurn = turns;
         GOther = passGivesWay ? &ask : &pass;
         (passGivesWay ? pass : ask)();

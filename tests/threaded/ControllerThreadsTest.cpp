@@ -179,7 +179,7 @@ TEST(SessionThreadedDeathTest, ADeviceThatDoesNotComeBackDoesNotKeepTheProcess) 
     session.StopThreads();
     std::exit(0);
   };
-  EXPECT_EXIT(end(), testing::ExitedWithCode(3), "has not gone off.* 1 1");
+  EXPECT_EXIT(end(), testing::ExitedWithCode(3), " 1 1");
 }
 
 }  // namespace

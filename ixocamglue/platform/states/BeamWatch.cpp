@@ -20,12 +20,12 @@ const char* LatchReason() {
   }
 }
 
+}  // namespace
+
 bool LaserAllowed() {
   TNcAlarms* const alarms = NcAlarms();
   return !alarms || alarms->AllowLaser();
 }
-
-}  // namespace
 
 TBeamFacts TBeamFacts::Read(const TNcWatch& watch) {
   return {.LaserAsked = watch.LaserAsked.Runs(),

@@ -24,7 +24,8 @@ inline constinit TText SBeamForbidden{"CamGlue", "SBeamForbidden", "报警禁止
 inline constinit TText SBeamLatched{"CamGlue", "SBeamLatched", "激光已锁定，需手动复位：%s"};
 inline constinit TText SBeamLost{"CamGlue", "SBeamLost", "要求出光期间光闸信号丢失"};
 inline constinit TText SBeamRefused{"CamGlue", "SBeamRefused", "开光闸或开激光的要求被拒绝"};
-inline constinit TText SBeamSwitchedOff{"CamGlue", "SBeamSwitchedOff", "%s：激光和光闸已关闭，需重新按键才能再次打开"};
+inline constinit TText SBeamSwitchedOff{"CamGlue", "SBeamSwitchedOff",
+                                        "%s：激光和光闸已关闭，需重新按键才能再次打开，已锁定时须先复位"};
 
 inline constexpr auto kBeamTexts = TextList(SBeamForbidden, SBeamLatched, SBeamLost, SBeamRefused, SBeamSwitchedOff);
 
@@ -66,6 +67,9 @@ class TBeamWatch {
   bool FLaserAsked = false;
   bool FEmissionAsked = false;
 };
+
+// No alarm forbids the laser; without alarms nothing does. Any thread, at once.
+[[nodiscard]] bool LaserAllowed();
 
 // For a laser's adapter, within EmissionOn and SwitchLaser(true), as late as it can: why they must do nothing and be
 // noted as refused, a literal; null where they may go on. Any thread, at once.

@@ -136,7 +136,9 @@ void TNcStateFramework::Pause() { Abort(srPause); }
 
 void TNcStateFramework::Abort(std::int32_t reason, std::string cause) {
   if (reason == srStop) return Stop(std::move(cause));
+  if (reason == srDone) return;
   TGuard guard(FLock);
+  if (FMail.Abort != srDone && FMail.Abort != srPause) return;  // the first one tells why
   FMail.Abort = reason;
   FMail.AbortCause = std::move(cause);
   FWatch.EndPosted.store(WhyEndPosted(), std::memory_order_release);
@@ -186,11 +188,11 @@ std::uint32_t TNcStateFramework::RunOnce() {
     }
     RetrySafe();
     TMail mail = TakeMail();
-    FreeReleased(mail);
     if (mail.Stop) {
       FStopTaken = true;
       FStopLeft = CurrentState() == nsStandby;
     }
+    FreeReleased(mail);
     if (mail.Change) RequestChange(*mail.Change);
     std::int32_t reason = AbortReason(mail);
     try {
@@ -206,8 +208,17 @@ std::uint32_t TNcStateFramework::RunOnce() {
     EndStop();
   } catch (...) {  // nothing kills the state thread
     LogGuarded("RunOnce", std::current_exception());
+    PostAgain();
   }
   return std::max<std::uint32_t>(loopDelay, 1);
+}
+
+// A stop that was taken and could not be carried out is not lost.
+void TNcStateFramework::PostAgain() {
+  if (!FStopTaken || FStopLeft) return;
+  TGuard guard(FLock);
+  FMail.Stop = true;
+  FHasMail.store(true, std::memory_order_release);
 }
 
 void TNcStateFramework::RunAside(const std::function<void()>& work) {
@@ -277,6 +288,11 @@ std::int32_t TNcStateFramework::AbortReason(TMail& mail) {
   }
   const std::int32_t dark = BeamReason(beam);
   if (dark != srDone && (!alarm || dark == srAlarm)) FEndCause = BeamCauseText(beam);
+  if (alarm && FEndCause.empty()) {
+    const auto ends = [](const TNcAlarmRecord& record) { return (record.Attrs & kEndsStates) != 0; };
+    if (const auto first = std::ranges::find_if(mail.Alarms, ends); first != mail.Alarms.end())
+      FEndCause = std::move(first->Desc);
+  }
   if (alarm) return srAlarm;
   if (dark != srDone) return dark;
   if (fault != srDone) return fault;
@@ -293,11 +309,11 @@ TBeamCause TNcStateFramework::BeamEnds(bool forbidden) {
   const bool byHand = cause != bcNone && ByHand(CurrentState());
   const bool told = std::exchange(FDarkByHand, byHand);
   if (!byHand) return cause;
+  if (!FSafeLaser && (FWatch.LaserAsked.Runs() || FWatch.EmissionAsked.Runs())) DemandSafe(false);
   if (!told) {
     FLateBeam.store(cause, std::memory_order_release);
     LogMsg(lkError, 0, Show(SBeamSwitchedOff, BeamCauseText(cause).c_str()));
   }
-  if (!FSafeLaser && (FWatch.LaserAsked.Runs() || FWatch.EmissionAsked.Runs())) DemandSafe(false);
   return bcNone;
 }
 

@@ -188,6 +188,7 @@ class TNcStateFramework {
   void RequestChange(TChange change);
   void EndState(std::int32_t reason);
   void EndStop();
+  void PostAgain();
   [[nodiscard]] const char* WhyEndPosted() const IXO_REQUIRES(FLock);
   void StopWhenWedged();
   void Enter(TChange change);
