@@ -71,7 +71,7 @@ TEST_F(GasCalibration, FaultsEndInTimeAndNeverStoreACurveThatIsNone) {
     TGasEnd End;
     bool Completed;
   };
-  // Stuck with a table that is not in use and no backup, and with both.
+  // Stuck without a curve before it, and with one.
   const TRow rows[] = {{vfDeadSensor, TGasEnd::Restored, true}, {vfNoSupply, TGasEnd::Restored, true},
                        {vfStuck, TGasEnd::Restored, true},      {vfNonFinite, TGasEnd::Stored, true},
                        {vfStuck, TGasEnd::Restored, true},      {vfSlowUpdate, TGasEnd::Unfinished, false},
@@ -97,6 +97,8 @@ TEST_F(GasCalibration, FaultsEndInTimeAndNeverStoreACurveThatIsNone) {
   for (const TRow& row : rows) {
     SCOPED_TRACE(ValveFaultName(row.Fault));
     ASSERT_TRUE(Simulated(FController->Machine()).Gas()->SetFault(2, row.Fault));
+    MachineConfig()->GetGasBranch(2)->DAAdjustEnabled = false;  // the table before is not in use
+    EXPECT_TRUE(MachineConfig()->Save());
     const std::string before = tables();
     const TGasResult result = Run(2);
     EXPECT_EQ(static_cast<int>(result.End), static_cast<int>(row.End)) << FMessages;
