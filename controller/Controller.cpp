@@ -27,10 +27,10 @@ namespace {
 
 constexpr std::uint32_t kMachineRoundMs = 2;
 constexpr const char* kMachineSection = "Machine";
-constexpr std::uint32_t kBeginMs = 800;
+constexpr std::uint32_t kBeginMs = 800;     // for the step that stands to return
 constexpr std::uint32_t kEndSlackMs = 300;  // for what the thread is at when it is asked to end
-constexpr int kLogMs = 50;
-constexpr int kExitHangs = 3;  // as for any device that cannot be used
+constexpr int kLogMs = 50;                  // for the log's last lines
+constexpr int kExitHangs = 3;               // as for any device that cannot be used
 
 }  // namespace
 

@@ -132,7 +132,8 @@ void JudgeCutSpeed(TJudging& run) {
     if (before && before->Laser && now.Laser) {
       const double way = std::hypot(now.Pos.X - before->Pos.X, now.Pos.Y - before->Pos.Y);
       const double speed = way * 1000.0 / static_cast<double>(now.Ms - before->Ms);
-      if (speed > kCutSpeed * 1.01) return run.Say(Format("%.0f mm/s while light comes out", speed));
+      if (speed > run.Machine.Laser.CutSpeedLimit * 1.01)
+        return run.Say(Format("%.0f mm/s while light comes out", speed));
     }
     before = &now;
   }

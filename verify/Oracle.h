@@ -16,7 +16,6 @@
 namespace ixoverify {
 
 inline constexpr std::uint64_t kPassMs = 20;       // what a cause may take: two passes of the state loop
-inline constexpr double kCutSpeed = 500.0;         // mm/s that XY may have while light comes out
 inline constexpr std::uint64_t kLightOverMs = 50;  // by which a shot may last longer: the passes between its steps
 
 // What a run was to be.

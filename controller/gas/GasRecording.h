@@ -18,10 +18,10 @@
 
 #include "ixocamglue/gascal/Ugasdots.h"
 
-inline constexpr double kFlatBar = 0.1;  // a pressure that changes by no more does not answer to the voltage
-
 namespace ixocontroller {
 using namespace ixocamglue;
+
+inline constexpr double kFlatBar = 0.1;  // a pressure that changes by no more does not answer to the voltage
 
 struct TRecordedGasPoint {
   double Volt = 0.0;
