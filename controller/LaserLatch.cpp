@@ -39,11 +39,6 @@ TProblem NotReached() {
 
 }  // namespace
 
-TNcLaser* FittedLaser() {
-  TNcCutSystem* const cut = CutSystem();
-  return cut ? cut->Laser() : nullptr;
-}
-
 const char* LatchReason() {
   TNcLaser* const laser = FittedLaser();
   return laser ? laser->LatchReason() : nullptr;

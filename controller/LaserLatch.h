@@ -15,7 +15,6 @@ using namespace ixocamglue;
 
 inline constexpr const char* kEmergencyTrip = "emergency stop";  // the reason of the emergency stop's own trip
 
-[[nodiscard]] TNcLaser* FittedLaser();  // null: none
 // Why the latch is tripped, a literal; null: it is not, or there is none. Throws when the laser cannot be reached.
 [[nodiscard]] const char* LatchReason();
 // What keeps the laser from being used: not fitted, latched, forbidden by an alarm.

@@ -5,7 +5,6 @@
 #include <system_error>
 #include <thread>
 
-#include "controller/LaserLatch.h"
 #include "ixocamglue/platform/ports/CutSystem.h"
 #include "ixocamglue/platform/ports/MotionDriver.h"
 #include "ixocamglue/platform/services/Log.h"
@@ -68,7 +67,7 @@ constexpr TDevice kDevices[] = {
      }},
     {"gas",
      [] {
-       TNcGas* const gas = CutSystem() ? CutSystem()->Gas() : nullptr;
+       TNcGas* const gas = FittedGas();
        if (!gas || !gas->GetGas()) return true;
        gas->SwitchOff();
        return !gas->GetGas();

@@ -19,8 +19,6 @@
 #include "ixocamglue/platform/services/AppSys.h"
 #include "ixocamglue/platform/services/Locale.h"
 #include "ixocamglue/platform/services/Log.h"
-#include "ixocamglue/platform/states/BeamWatch.h"
-#include "ixocamglue/platform/states/GasWatch.h"
 #include "ixocamglue/platform/states/NcStateTexts.h"
 #include "ixocamglue/support/Faults.h"
 
@@ -51,8 +49,8 @@ constexpr TPart kUnits[] = {
     {"Uknob", nullptr, FreeKnob},  // made at the first call
 };
 
-constexpr TTextList kTexts[] = {kMachineQueryTexts, kModbusTexts,  kAlarmTexts, kMotionTexts,   kGasAdjustTexts,
-                                kKBPTexts,          kMonitorTexts, kBeamTexts,  kGasWatchTexts, kNcStateTexts};
+constexpr TTextList kTexts[] = {kMachineQueryTexts, kModbusTexts, kAlarmTexts,   kMotionTexts,
+                                kGasAdjustTexts,    kKBPTexts,    kMonitorTexts, kNcStateTexts};
 
 }  // namespace
 

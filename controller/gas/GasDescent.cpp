@@ -18,8 +18,7 @@ constexpr std::uint64_t kMostMs = 6'000;  // at one voltage, settled or not
 constexpr std::uint64_t kSampleMs = 5;
 
 TNcGas& GasDevice() {
-  TNcCutSystem* const cut = CutSystem();
-  TNcGas* const gas = cut ? cut->Gas() : nullptr;
+  TNcGas* const gas = FittedGas();
   if (!gas) throw std::runtime_error("the machine has no gas device");
   return *gas;
 }

@@ -23,7 +23,7 @@ void TEffectWatch::Entered(IStateMotion& root) {
   const TNcWatch& watch = FFramework.Watch();
   FAsked = ixocontroller::Ended(watch.LaserAsked);
   FLit = ixocontroller::Ended(watch.LaserOn);
-  FFitted = CutSystem() && CutSystem()->Laser();
+  FFitted = FittedLaser();
   FNeedsLaser = root.NeedsLaser();
   if (!FNeedsLaser || !FFitted) return;  // steps without their device answer for themselves
   if (const TResult<> usable = LaserUsable(); !usable) FFramework.Abort(srError, usable.Problem().Text());
@@ -47,10 +47,9 @@ void TEffectWatch::Ended(const TMotionOutcome*) {
 }
 
 void TEffectWatch::CheckGas(const TGas& set) {
-  TNcCutSystem* const cut = CutSystem();
-  TNcGas* const gas = cut ? cut->Gas() : nullptr;
-  if (!gas) return;
   try {
+    TNcGas* const gas = FittedGas();
+    if (!gas) return;
     const TGas now{gas->GetBranch(), gas->GetPressure()};
     if (now.Branch == set.Branch && std::abs(now.Bar - set.Bar) <= kSameBar) return;
     FFramework.Abort(srError, Show(SGasNotAsSet, set.Branch, set.Bar, now.Branch, now.Bar));

@@ -30,8 +30,7 @@ bool RequireStop() {
 
 // Throws, for the guard of StepDone, when the machine has none.
 TNcGas& GasDevice() {
-  TNcCutSystem* const cut = CutSystem();
-  TNcGas* const gas = cut ? cut->Gas() : nullptr;
+  TNcGas* const gas = FittedGas();
   if (!gas) throw std::runtime_error("CutSystem.Gas = nil");
   return *gas;
 }

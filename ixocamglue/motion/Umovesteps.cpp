@@ -114,8 +114,7 @@ TPoint2 TSmtSafeMoveToWorkXY::Resolve(TPreCheck& check, TNcMotionDriver& driver)
 }
 
 TPoint2 TSmtSafeMoveToAssistXY::Resolve(TPreCheck& check, TNcMotionDriver&) {
-  TNcCutSystem* const cut = CutSystem();
-  TNcLaser* const laser = cut ? cut->Laser() : nullptr;
+  TNcLaser* const laser = FittedLaser();
   check.Require(!laser || !laser->GetLaser(), SCheckLaserOn);
   return FTarget;
 }

@@ -15,15 +15,10 @@ constexpr const char* SNoInportCtrl = "无法找到输出设备";
 constexpr std::int32_t kTimeOutEndsWait = 0;
 constexpr std::int32_t kTimeOutRaisesAlarm = 3;
 
-TNcGas* FindGas() {
-  TNcCutSystem* const cut = CutSystem();
-  return cut ? cut->Gas() : nullptr;
-}
-
 }  // namespace
 
 void SwitchGasOff() {
-  TNcGas* const gas = FindGas();
+  TNcGas* const gas = FittedGas();
   if (!gas) return;
   try {
     gas->SwitchOff();
@@ -46,7 +41,7 @@ void TSmtGasOnState::ResetParams() {
 
 TStepType TSmtGasOnState::DoMotion(std::int32_t) {
   if (TDiag d{dlMessage}) d("GasOn: Branch(%d);Pressure(%f)", FGasBranch, FGasPressure);
-  TNcGas* const gas = FindGas();
+  TNcGas* const gas = FittedGas();
   if (!gas || !StateCtrl()) return Fail();
   gas->SelectBranch(FGasBranch);
   gas->SetPressure(FGasPressure);
@@ -55,7 +50,7 @@ TStepType TSmtGasOnState::DoMotion(std::int32_t) {
 }
 
 TStepType TSmtGasOffState::DoMotion(std::int32_t) {
-  TNcGas* const gas = FindGas();
+  TNcGas* const gas = FittedGas();
   if (!gas) return Await(csbtEnsure);
   if (gas->GetGas()) {
     if (TDiag d{dlMessage}) d("Shut off Gas");

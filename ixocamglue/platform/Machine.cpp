@@ -28,8 +28,7 @@ TMachineSnapshot IMachine::Snapshot() {
     now.Emission = watch->EmissionOn.Runs();
     now.Gas = watch->GasOn.Runs();
   }
-  TNcCutSystem* const cut = CutSystem();
-  if (TNcLaser* const laser = cut ? cut->Laser() : nullptr)
+  if (TNcLaser* const laser = FittedLaser())
     if (const char* const reason = laser->LatchReason()) {
       now.LatchTripped = true;
       now.LatchReason = reason;

@@ -1,6 +1,7 @@
 #include "fixture/Allocations.h"
 #include "fixture/Machine.h"
 #include "ixocamglue/motion/Ulasersteps.h"
+#include "ixocamglue/platform/states/NcStateTexts.h"
 
 namespace ixocamglue::test {
 namespace {

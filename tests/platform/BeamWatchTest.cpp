@@ -9,6 +9,7 @@
 #include "ixocamglue/platform/ports/CutStates.h"
 #include "ixocamglue/platform/services/VirtualClock.h"
 #include "ixocamglue/platform/states/NcState.h"
+#include "ixocamglue/platform/states/NcStateTexts.h"
 
 namespace ixocamglue::test {
 namespace {

@@ -175,6 +175,9 @@ class TCutSystemGuard {
 };
 
 IXO_DECLARE_SERVICE(TNcCutSystem, CutSystem);
+// Its laser and its gas device; null where there is none, or no cutting system. Throw as the ports do.
+[[nodiscard]] TNcLaser* FittedLaser();
+[[nodiscard]] TNcGas* FittedGas();
 IXO_DECLARE_SERVICE(TNcFollower, GFollower);
 IXO_DECLARE_SERVICE(TNcKeyCommands, NcKeyCommands);
 

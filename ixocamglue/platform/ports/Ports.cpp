@@ -20,6 +20,16 @@ void TNcCutSystem::KeyUp(std::int32_t command, std::int32_t) {
   if (TNcKeyCommands* const keys = NcKeyCommands()) keys->KeyUp(command);
 }
 
+TNcLaser* FittedLaser() {
+  TNcCutSystem* const cut = CutSystem();
+  return cut ? cut->Laser() : nullptr;
+}
+
+TNcGas* FittedGas() {
+  TNcCutSystem* const cut = CutSystem();
+  return cut ? cut->Gas() : nullptr;
+}
+
 IXO_DEFINE_SERVICE(TNcCutSystem, CutSystem)
 IXO_DEFINE_SERVICE(TNcFollower, GFollower)
 IXO_DEFINE_SERVICE(TNcKeyCommands, NcKeyCommands)

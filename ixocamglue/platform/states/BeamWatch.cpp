@@ -5,6 +5,7 @@
 #include "ixocamglue/platform/ports/CutSystem.h"
 #include "ixocamglue/platform/ports/NcAlarms.h"
 #include "ixocamglue/platform/states/NcState.h"
+#include "ixocamglue/platform/states/NcStateTexts.h"
 
 namespace ixocamglue {
 namespace {
@@ -12,8 +13,7 @@ namespace {
 // Null: not tripped, or there is none to ask.
 const char* LatchReason() {
   try {
-    TNcCutSystem* const cut = CutSystem();
-    TNcLaser* const laser = cut ? cut->Laser() : nullptr;
+    TNcLaser* const laser = FittedLaser();
     return laser ? laser->LatchReason() : nullptr;
   } catch (...) {  // a source that cannot be reached is not known to be latched
     return nullptr;

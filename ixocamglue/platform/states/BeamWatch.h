@@ -16,18 +16,8 @@
 #include <string>
 
 #include "ixocamglue/platform/states/NcWatch.h"
-#include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
-
-inline constinit TText SBeamForbidden{"CamGlue", "SBeamForbidden", "报警禁止激光"};
-inline constinit TText SBeamLatched{"CamGlue", "SBeamLatched", "激光已锁定，需手动复位：%s"};
-inline constinit TText SBeamLost{"CamGlue", "SBeamLost", "要求出光期间光闸信号丢失"};
-inline constinit TText SBeamRefused{"CamGlue", "SBeamRefused", "开光闸或开激光的要求被拒绝"};
-inline constinit TText SBeamSwitchedOff{"CamGlue", "SBeamSwitchedOff",
-                                        "%s：激光和光闸已关闭，需重新按键才能再次打开，已锁定时须先复位"};
-
-inline constexpr auto kBeamTexts = TextList(SBeamForbidden, SBeamLatched, SBeamLost, SBeamRefused, SBeamSwitchedOff);
 
 enum class TBeamCause : std::uint8_t { bcNone, bcForbidden, bcLatched, bcLost, bcRefused };
 using enum TBeamCause;

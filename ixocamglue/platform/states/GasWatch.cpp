@@ -6,8 +6,7 @@ namespace ixocamglue {
 namespace {
 
 bool SupplyGood() {
-  TNcCutSystem* const cut = CutSystem();
-  TNcGas* const gas = cut ? cut->Gas() : nullptr;
+  TNcGas* const gas = FittedGas();
   return !gas || gas->SupplyGood();
 }
 

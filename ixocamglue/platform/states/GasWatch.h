@@ -5,13 +5,8 @@
 #include <cstdint>
 
 #include "ixocamglue/platform/states/NcWatch.h"
-#include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
-
-inline constinit TText SGasSupplyLow{"CamGlue", "SGasSupplyLow", "激光打开时气源已 %d 毫秒供气不足"};
-
-inline constexpr auto kGasWatchTexts = TextList(SGasSupplyLow);
 
 class TGasWatch {
  public:

@@ -334,7 +334,7 @@ bool TNcStateFramework::BusyMet(std::int32_t& reason) {
       case bkEnsure: return true;
       case bkDevice: met = idle(FBusyDevice); break;
       case bkMotion: met = idle(MotionDriver()); break;
-      case bkGas: met = idle(CutSystem() ? CutSystem()->Gas() : nullptr); break;
+      case bkGas: met = idle(FittedGas()); break;
       case bkDelay: met = now >= FDelayUntil; break;
     }
     if (met) return true;
@@ -464,8 +464,8 @@ void TNcStateFramework::RetrySafe() {
   TNcCutSystem* const cut = CutSystem();
   TNcLaser* laser = nullptr;
   TNcGas* gas = nullptr;
-  tryAll([&] { laser = cut ? cut->Laser() : nullptr; });
-  tryAll([&] { gas = cut ? cut->Gas() : nullptr; });
+  tryAll([&] { laser = FittedLaser(); });
+  tryAll([&] { gas = FittedGas(); });
   if (FSafeLaser) {
     if (laser) {
       tryAll([&] { cut->SwitchLaser(false); })([&] { laser->EmissionOff(); });
@@ -474,14 +474,14 @@ void TNcStateFramework::RetrySafe() {
         dark = !laser->GetLaser() && !laser->GetEmission() && !FWatch.LaserAsked.Runs() && !FWatch.EmissionAsked.Runs();
       });
     } else {
-      tryAll([&] { dark = !cut || !cut->Laser(); });
+      tryAll([&] { dark = !FittedLaser(); });
     }
   }
   if (FSafeGas) {
     if (gas)
       tryAll([&] { gas->SwitchOff(); })([&] { closed = !gas->GetGas(); });
     else
-      tryAll([&] { closed = !cut || !cut->Gas(); });
+      tryAll([&] { closed = !FittedGas(); });
   }
   if (dark) FWatch.DarkDemandedInPass.store(0, std::memory_order_release);
   FSafeLaser = !dark;
