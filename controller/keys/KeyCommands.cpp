@@ -155,9 +155,9 @@ void TKeyCommands::KeyDown(std::int32_t command) {
 }
 
 void TKeyCommands::KeyUp(std::int32_t command) {
-  // In a state that is not by hand the beam is the state's own.
+  // Not a beam that was asked for after the key's own had ended: that is a procedure's.
   if (command == kcJogLaser && FJogLaser.exchange(false) &&
-      (StateBit(ClassifyCutState(FFramework.CurrentState())) & kByHand) != 0) {
+      static_cast<std::int32_t>(FFramework.Watch().LaserAsked.Begun() - FJogBeam.load()) <= 0) {
     SwitchBeam(false);
     EmissionOff();
   }
@@ -199,7 +199,7 @@ void TKeyCommands::Resume(std::int32_t command, std::int32_t run) {
 
 void TKeyCommands::SwitchDevice(std::int32_t command) {
   TNcLaser* const laser = FittedLaser();
-  TNcGas* const gas = CutSystem() ? CutSystem()->Gas() : nullptr;
+  TNcGas* const gas = FittedGas();
   TNcFollower* const follower = GFollower();
   switch (command) {
     case kcShutter:
@@ -216,6 +216,7 @@ void TKeyCommands::SwitchDevice(std::int32_t command) {
       return SwitchBeam(true);
     case kcJogLaser:
       if (!laser) break;
+      FJogBeam.store(FFramework.Watch().LaserAsked.Begun() + (FFramework.Watch().LaserAsked.Runs() ? 0U : 1U));
       FJogLaser.store(true);
       laser->EmissionOn();
       return SwitchBeam(true);

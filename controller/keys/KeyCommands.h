@@ -72,7 +72,8 @@ class TKeyCommands final : public TNcKeyCommands, public TNcEmergencyStop {
   std::atomic<bool> FEmergency{false};
   std::atomic<std::uint64_t> FHeld{0};
   std::atomic<std::uint32_t> FPresses{0};
-  std::atomic<bool> FJogLaser{false};
+  std::atomic<bool> FJogLaser{false};              // its key is held
+  std::atomic<std::uint32_t> FJogBeam{0};          // which span of LaserAsked is its beam
   std::atomic<TCutState> FInterrupted{csStandby};  // FProgress.Mode, for any thread
   TProgress FProgress;                             // state thread
   const TInstalled<TNcKeyCommands> FKeysInstalled{*this};

@@ -235,7 +235,11 @@ void TNcStateFramework::FreeReleased(TMail& mail) {
 // The state is about to be left: dark in this pass, whatever follows, and before anybody hears how it ended; gas that
 // was switched off and stays open is told again.
 void TNcStateFramework::EndState(std::int32_t reason) {
-  if (ByHand(CurrentState())) return;
+  if (ByHand(CurrentState())) {
+    // No state that is not by hand begins with a beam that a key lit in the last moment.
+    if (FWatch.LaserAsked.Runs() && !ByHand(FChange->State)) DemandSafe(false);
+    return;
+  }
   FBeam.Remember();
   DemandSafe(FWatch.GasStays());
   const TBeamCause cause = FBeam.Look();
