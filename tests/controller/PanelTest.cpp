@@ -13,15 +13,9 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-TControllerOptions Watched() {
-  TControllerOptions options;
-  options.Seed = 3;
-  return options;
-}
-
 class PanelHost : public TMachineTest {
  protected:
-  PanelHost() : TMachineTest({}, Watched()), FHost(FController) { FHost.Forms().Show("Work"); }
+  PanelHost() : FHost(FController) { FHost.Forms().Show("Work"); }
   TTexts Keys() {
     TTexts keys;
     for (const std::string& command : Commands("cut"))

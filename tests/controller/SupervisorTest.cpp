@@ -30,6 +30,17 @@ class Supervisor : public testing::Test {
       FSupervisor.Round(FNow);
     }
   }
+  // Nothing is asked for, nothing lasts, and a round has seen it.
+  void Reset() {
+    for (TNcSince* since :
+         {&FWatch.LaserOn, &FWatch.LaserAsked, &FWatch.EmissionAsked, &FWatch.BusySince, &FWatch.GasOn})
+      since->End();
+    FWatch.EndPosted = nullptr;
+    FWatch.EmissionLost = FWatch.BeamRefused = FSilent = false;
+    FWatch.BeatMs = FNow = kStart;
+    FSupervisor.Round(FNow);
+    FStory.clear();
+  }
   TSupervisorActions Actions() {
     const auto tell = [this](const char* what) {
       return [this, what](const std::string&) {
@@ -56,24 +67,14 @@ TEST_F(Supervisor, WhateverLastsTooLongGetsAlarmThenStopThenLatch) {
     std::function<void()> Begin;
     int FirstMs;  // the first round after the limit
   } cases[] = {
-      {"silence",
-       [&] {
-         FSilent = true;
-         FWatch.BeatMs = kStart;
-       },
-       1'020},
+      {"silence", [&] { FSilent = true; }, 1'020},
       {"laser", [&] { FWatch.LaserOn.Begin(kStart); }, 62'020},
       {"emission", [&] { FWatch.EmissionAsked.Begin(kStart); }, 6'020},
       {"busy", [&] { FWatch.BusySince.Restart(kStart); }, 600'020},
       {"gas", [&] { FWatch.GasOn.Begin(kStart); }, 1'800'020},
   };
   for (const auto& c : cases) {
-    FStory.clear();
-    FNow = kStart;
-    FSilent = false;
-    for (TNcSince* since : {&FWatch.LaserOn, &FWatch.EmissionAsked, &FWatch.BusySince, &FWatch.GasOn}) since->End();
-    FWatch.BeatMs = FNow;
-    FSupervisor.Round(FNow);
+    Reset();
     c.Begin();
     RunUntil(static_cast<std::uint64_t>(c.FirstMs) + 10'000);
     EXPECT_EQ(FStory, (TTexts{Format("alarm %d", c.FirstMs), Format("stop %d", c.FirstMs + 1000),
@@ -243,13 +244,7 @@ TEST_F(Supervisor, ABeamThatIsNotDarkInTimeIsLatchedAndStoppedWithoutTheLadder) 
   };
   for (const auto& c : cases) {
     for (const bool darkInTime : {false, true}) {
-      FStory.clear();
-      FNow = kStart;
-      FWatch.EndPosted = nullptr;
-      FWatch.EmissionLost = FWatch.BeamRefused = false;
-      for (TNcSince* since : {&FWatch.LaserOn, &FWatch.LaserAsked, &FWatch.EmissionAsked}) since->End();
-      RunUntil(20);
-      FNow = kStart;
+      Reset();
       c.Begin();
       RunUntil(80);
       if (darkInTime)

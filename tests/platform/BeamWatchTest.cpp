@@ -14,23 +14,6 @@
 namespace ixocamglue::test {
 namespace {
 
-TEST(Beam, OnlyWhatIsAskedForIsForbiddenAndTheFirstCauseCounts) {
-  const TBeamFacts asked{.LaserAsked = true, .EmissionAsked = true};
-  TBeamFacts all{.Allowed = false, .Latched = true, .EmissionLost = true, .Refused = true};
-  EXPECT_EQ(JudgeBeam(all), bcNone);
-  EXPECT_EQ(JudgeBeam(asked), bcNone);
-  all.EmissionAsked = true;
-  EXPECT_EQ(JudgeBeam(all), bcForbidden);
-  all.Allowed = true;
-  EXPECT_EQ(JudgeBeam(all), bcLatched);
-  all.Latched = false;
-  EXPECT_EQ(JudgeBeam(all), bcRefused) << "emission lost before the laser was asked for is no lost beam";
-  all.LaserAsked = true;
-  EXPECT_EQ(JudgeBeam(all), bcLost);
-  EXPECT_EQ(BeamReason(bcForbidden), srAlarm);
-  for (const TBeamCause cause : {bcLatched, bcLost, bcRefused}) EXPECT_EQ(BeamReason(cause), srError);
-}
-
 // A source that does what it is told, and keeps the facts as an adapter has to.
 struct TSource : TNcCutSystem, TNcLaser {
   explicit TSource(TNcWatch& watch) : Watch(watch) {}
@@ -144,6 +127,9 @@ TEST_F(BeamWatch, ACauseEndsTheStateInTheNextPassAndStopAndAlarmComeFirst) {
       {"stop and all", [&] { forbid(), latch(), Framework.Stop("key"); }, "1key"},
       {"alarm and latch", [&] { forbid(), latch(); }, "4" + BeamCauseText(bcForbidden)},
       {"latch and pause", [&] { latch(), Framework.Pause(); }, "5" + Show(SBeamLatched, "by hand")},
+      {"latch and lost", [&] { latch(), Source.Lose(); }, "5" + Show(SBeamLatched, "by hand")},
+      {"lost and refused", [&] { Source.Lose(), Watch.AskLaser(Time.MonotonicMs(), true); },
+       "5" + BeamCauseText(bcLost)},
       {"a refused ask",
        [&] {  // the alarm is gone before anybody looks: the beam stays refused
          Raise(naRequireStop);
@@ -180,11 +166,14 @@ TEST_F(BeamWatch, NothingEndsWhereNothingIsAskedForOrNothingWasConfirmed) {
   Pass();
   Alarms.ClearAll();
   Source.Latch = nullptr;
+  Source.EmissionOn();
+  Source.Lose();  // before the laser was asked for: no lost beam
+  Pass();
   Watch.AskEmission(Time.MonotonicMs(), false);  // and it never comes
   Source.SwitchLaser(true);
   Pass();
   Pass();
-  EXPECT_EQ(GTicks, (TTexts{"0", "0", "0"}));
+  EXPECT_EQ(GTicks, (TTexts{"0", "0", "0", "0"}));
 }
 
 TEST_F(BeamWatch, ACauseWithinTheLastTickGivesAnotherTickBeforeTheStateIsLeft) {

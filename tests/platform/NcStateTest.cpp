@@ -89,10 +89,6 @@ struct TDevices : TNcCutSystem, TNcLaser {
   std::int32_t GetState() override { return 0; }
   TNcLaser* Laser() override { return this; }
   TNcGas* Gas() override { return &GasDevice; }
-  TNcInportCtrl* InportCtrl() override { return nullptr; }
-  TNcCutHeadCtrl* CutHeadCtrl() override { return nullptr; }
-  TNcMultiFollower* MultiFollower() override { return nullptr; }
-  TNcSwitchTable* SwitchTable() override { return nullptr; }
   void Lock() override { throw std::runtime_error("somebody hangs in the lock"); }
   void Unlock() override {}
   void SwitchLaser(bool on) override {
@@ -103,8 +99,6 @@ struct TDevices : TNcCutSystem, TNcLaser {
     }
     Beam = on;
   }
-  void KeyDown(std::int32_t, std::int32_t, bool) override {}
-  void KeyUp(std::int32_t, std::int32_t) override {}
   bool GetEmission() override { return Emission; }
   void EmissionOn() override { Emission = true; }
   void EmissionOff() override { Emission = false; }
@@ -387,13 +381,9 @@ TEST_F(StateFramework, OffIsDemandedEveryPassUntilTheDeviceAcknowledgesWithoutTh
   const int commands = devices.OffCommands;
   Pass(3);
   EXPECT_EQ(devices.OffCommands, commands);  // acknowledged: not told again
-}
 
-TEST_F(StateFramework, EmissionThatIsStillToComeIsNotDark) {
-  TDevices devices;
-  const TInstalled<TNcCutSystem> installed(devices);
+  // Emission that is still to come is not dark.
   Enter();
-  devices.Beam = devices.Emission = false;
   Framework->Watch().EmissionAsked.Begin(Clock.MonotonicMs());  // and the device misses EmissionOff
   Framework->Stop();
   Pass(3);
