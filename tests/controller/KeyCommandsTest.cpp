@@ -3,6 +3,7 @@
 
 #include "controller/procedures/Procedures.h"
 #include "fixture/Machine.h"
+#include "ixocamglue/motion/Umotioncontroller.h"
 #include "ixocamglue/panel/Kbpmngr.h"
 #include "ixocamglue/platform/ports/CutCommands.h"
 #include "ixocamglue/platform/ports/CutStates.h"
@@ -217,6 +218,27 @@ TEST_F(KeyCommands, AnAlarmEndsABeamThatIsHeldAndItsEndLightsNothing) {
   FController.RunFor(100);
   EXPECT_TRUE(Now().Laser);
   Release(kcJogLaser);
+}
+
+TEST_F(KeyCommands, AHeldKeyEndsItsOwnBeamAlwaysAndNoOther) {
+  Press(kcJogLaser);
+  RunUntil("laser on");
+  Release(kcJogLaser);
+  RunUntil("laser off");
+
+  // Pressed between the start of a shot and the pass that enters it: dark in that pass, and the release ends no shot.
+  Journal().Clear();
+  const TMotionCall shot{FindProcedure("shot"), {500.0}, {}};
+  ASSERT_TRUE(FController.Start(MakeRoot("shot", {&shot, 1})).Ok());
+  Press(kcJogLaser);
+  FController.RunPass();
+  EXPECT_FALSE(Framework().Watch().LaserAsked.Runs());
+  RunUntil("laser on");
+  Release(kcJogLaser);
+  FController.RunFor(100);
+  EXPECT_TRUE(Now().Laser);
+  RunTo(csStandby);
+  EXPECT_TRUE(TCustomMotionState::GetExecOK(515, false));
 }
 
 TEST_F(KeyCommands, EmissionLostWhileCuttingEndsTheCut) {
