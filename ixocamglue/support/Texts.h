@@ -3,6 +3,7 @@
 
 #include <array>
 #include <atomic>
+#include <map>
 #include <span>
 #include <string>
 #include <type_traits>
@@ -51,5 +52,17 @@ template <class... Args>
   else
     return Format(text.Get(), args...);
 }
+
+// A message of a program, a problem's sentence or a help page: written in English where it is made, and shown in the
+// operator's language where the current catalogue has it under "Messages". `Format(Tr(text), a, b)`; the
+// catalogue's text takes the same arguments. Valid until the locale reader ends. Any thread.
+[[nodiscard]] const char* Tr(const char* english) __attribute__((format_arg(1)));
+// A message in a table, which is passed through Tr where it is shown.
+constexpr const char* TrMark(const char* english) { return english; }
+
+using TMessages = std::map<std::string, std::string, std::less<>>;
+// The messages that Tr shows from now on; null: the English ones. They outlive whatever Tr returned. Returns those
+// before.
+const TMessages* UseMessages(const TMessages* messages);
 
 }  // namespace ixocamglue

@@ -1,4 +1,8 @@
+#include <algorithm>
+#include <filesystem>
 #include <fstream>
+#include <iterator>
+#include <regex>
 #include <set>
 #include <string>
 #include <vector>
@@ -9,8 +13,10 @@
 
 #include "controller/StateFolder.h"
 #include "controller/Texts.h"
+#include "fixture/Paths.h"
 #include "ixocamglue/Library.h"
 #include "ixocamglue/platform/services/Locale.h"
+#include "ixocamglue/support/Files.h"
 
 namespace ixocamglue::test {
 using namespace ixocontroller;
@@ -42,6 +48,58 @@ TEST(Texts, EachStandsOnceAndInBothLanguagesWithTheSameArguments) {
     }
   }
   EXPECT_EQ(known, translated);
+}
+
+// The texts of Tr("...") and TrMark("...") in the sources, each as the compiler joins its literals.
+std::set<std::string> WrittenMessages() {
+  static const std::regex call(R"re(\bTr(?:Mark)?\(\s*((?:"(?:[^"\\]|\\.)*"\s*)+))re");
+  static const std::regex literal(R"re("((?:[^"\\]|\\.)*)")re");
+  std::set<std::string> messages;
+  for (const char* const folder : {"ixocamglue", "controller", "machines", "verify", "ixocut"})
+    for (const auto& file : std::filesystem::recursive_directory_iterator(TestSources() + "/../" + folder)) {
+      if (file.path().extension() != ".cpp" && file.path().extension() != ".h") continue;
+      const std::string source = ReadFile(file.path()).OrThrow(pbUnusable);
+      for (std::sregex_iterator it(source.begin(), source.end(), call), end; it != end; ++it) {
+        const std::string literals = (*it)[1];
+        std::string text;
+        for (std::sregex_iterator part(literals.begin(), literals.end(), literal); part != end; ++part)
+          text += (*part)[1];
+        messages.insert(nlohmann::json::parse('"' + text + '"').get<std::string>());  // the same escapes
+      }
+    }
+  return messages;
+}
+
+TEST(Texts, EachMessageIsTranslatedWithTheSameArgumentsAndNoOther) {
+  const auto file = nlohmann::json::parse(ReadFile(ShareFolder() / "locale" / "zh.json").OrThrow(pbUnusable));
+  std::set<std::string> translated;
+  for (const auto& [english, text] : file.at("Messages").items()) {
+    translated.insert(english);
+    EXPECT_TRUE(SameConversions(english.c_str(), text.get<std::string>().c_str())) << english;
+  }
+  const std::set<std::string> written = WrittenMessages();
+  std::vector<std::string> missing, unused;
+  std::ranges::set_difference(written, translated, std::back_inserter(missing));
+  std::ranges::set_difference(translated, written, std::back_inserter(unused));
+  EXPECT_THAT(missing, testing::IsEmpty());
+  EXPECT_THAT(unused, testing::IsEmpty());
+}
+
+TEST(Texts, MessagesAreThoseOfTheLanguageUntilItsReaderEnds) {
+  const char* const text = "the memory grows";
+  {
+    TLocaleReader outer(ShareFolder() / "locale");
+    ASSERT_EQ(outer.SelectLanguage("zh"), "");
+    const std::string chinese = Tr(text);
+    EXPECT_NE(chinese, text);
+    {
+      TLocaleReader inner(ShareFolder() / "locale");
+      ASSERT_EQ(inner.SelectLanguage("en"), "");
+      EXPECT_STREQ(Tr(text), text);
+    }
+    EXPECT_EQ(Tr(text), chinese);
+  }
+  EXPECT_STREQ(Tr(text), text);
 }
 
 }  // namespace

@@ -1,5 +1,8 @@
 #include "ixocamglue/platform/services/Locale.h"
 
+#include <algorithm>
+#include <utility>
+
 #include <nlohmann/json.hpp>
 
 #include "ixocamglue/support/Files.h"
@@ -10,21 +13,35 @@ namespace ixocamglue {
 TLocaleReader::~TLocaleReader() {
   for (const auto& [text, installed] : FInstalled)
     if (text->Get() == installed) text->Set(nullptr);
+  if (FMessages.empty()) return;
+  if (const TMessages* const used = UseMessages(FUsedBefore); used != FUsed) UseMessages(used);  // a later reader's
 }
 
 std::string TLocaleReader::SelectLanguage(std::string_view language) {
   std::map<std::string, std::string> entries;
+  auto messages = std::make_unique<TMessages>();
+  std::vector<std::string> refused;
   std::string problem;
-  if (language != "zh") {
-    const std::filesystem::path file = FFolder / (std::string(language) + ".json");
+  const std::filesystem::path file = FFolder / (std::string(language) + ".json");
+  if (std::error_code error; language != "zh" || std::filesystem::exists(file, error)) {
     try {
       const auto document = nlohmann::json::parse(ReadFile(file).OrThrow(pbUnusable));
       for (const auto& [section, texts] : document.items())
-        for (const auto& [key, text] : texts.items()) entries[section + "/" + key] = text.get<std::string>();
+        for (const auto& [key, text] : texts.items()) {
+          if (section != "Messages")
+            entries[section + "/" + key] = text.get<std::string>();
+          else if (SameConversions(text.get<std::string>().c_str(), key.c_str()))
+            messages->emplace(key, text.get<std::string>());
+          else
+            refused.push_back(Format("%s: Messages: \"%s\" does not take the arguments of \"%s\"", file.c_str(),
+                                     text.get<std::string>().c_str(), key.c_str()));
+        }
     } catch (const EProblem& e) {
       problem = e.what();
     } catch (const std::exception& e) {
       entries.clear();
+      messages->clear();
+      refused.clear();
       problem = Format("%s: %s", file.c_str(), e.what());
     }
     if (!problem.empty()) problem += "; the built-in texts are shown";
@@ -32,12 +49,18 @@ std::string TLocaleReader::SelectLanguage(std::string_view language) {
   TGuard guard(FLock);
   FLanguage = problem.empty() ? std::string(language) : "zh";
   FEntries = std::move(entries);
+  FRefused = std::move(refused);
+  auto same = std::ranges::find_if(FMessages, [&](const auto& known) { return *known == *messages; });
+  if (same == FMessages.end()) same = FMessages.insert(same, std::move(messages));
+  const TMessages* const before = UseMessages(same->get());
+  if (!FUsed) FUsedBefore = before;
+  FUsed = same->get();
   return problem;
 }
 
 std::vector<std::string> TLocaleReader::Apply(TTextList texts) {
-  std::vector<std::string> refused;
   TGuard guard(FLock);
+  std::vector<std::string> refused = std::exchange(FRefused, {});
   for (TText* text : texts) {
     const auto it = FEntries.find(std::string(text->Section) + "/" + text->Key);
     if (it == FEntries.end()) {
