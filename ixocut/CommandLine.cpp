@@ -9,10 +9,12 @@
 #include <CLI/CLI.hpp>
 
 #include "controller/StateFolder.h"
+#include "ixocamglue/platform/services/Locale.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/ValueText.h"
 #include "ixocut/ControllerSettings.h"
+#include "ixocut/Document.h"
 #include "ixocut/Machines.h"
 #include "ixocut/Main.h"
 
@@ -25,6 +27,7 @@ constexpr TAddCommand kCommands[] = {
     AddModbusCommand, AddLinkCommand, AddSimulateCommand,   AddAlarmsCommand, AddGasCommand};
 
 constexpr const char* kOwnLanguage = "zh";  // of the texts in the program itself
+std::string GLanguage = kOwnLanguage;       // what --lang is unless it is given; set before the commands are added
 
 // The program's own, and each that has a catalogue.
 const std::set<std::string>& Languages() {
@@ -44,8 +47,18 @@ std::string LanguageNames() {
   return names;
 }
 
+// What the command line asks for, before or behind the command, if it is known; else the user's environment:
 // "en_GB.UTF-8" asks for "en"; what has no texts, "C" included, asks for nothing.
-std::string UsersLanguage() {
+std::string AskedLanguage(int argc, const char* const* argv) {
+  constexpr std::string_view option = "--lang";
+  for (int i = argc - 1; i > 0; --i) {
+    const std::string_view word = argv[i];
+    const std::string language(word == option && i + 1 < argc ? argv[i + 1]
+                               : word.starts_with(option) && word.size() > option.size() && word[option.size()] == '='
+                                   ? word.substr(option.size() + 1)
+                                   : std::string_view());
+    if (Languages().contains(language)) return language;
+  }
   for (const char* const name : {"IXOCUT_LANG", "LC_ALL", "LC_MESSAGES", "LANG"}) {
     const char* const text = std::getenv(name);
     const std::string asked = text ? text : "";
@@ -95,6 +108,19 @@ std::string OneLine(std::string_view text) {
   return line;
 }
 
+void CheckLanguage(CLI::Option& option) {
+  option.description(Format(Tr("Language: %s"), LanguageNames().c_str()))
+      ->check(CLI::Validator(
+          [](const std::string& text) {
+            return Languages().contains(text)
+                       ? std::string()
+                       : Format(Tr("\"%s\" is not a known language (%s)"), text.c_str(), LanguageNames().c_str());
+          },
+          ""))
+      ->type_name("LANG")
+      ->default_str(GLanguage);
+}
+
 }  // namespace
 
 std::string CheckNumber(const std::string& text, std::uint64_t lowest, std::uint64_t highest, const char* unit) {
@@ -126,17 +152,8 @@ CLI::Option* AddNumberOption(CLI::App& command, const std::string& name, std::ui
 }
 
 void AddLanguageOption(CLI::App& command, std::string& language) {
-  language = UsersLanguage();
-  command.add_option("--lang", language, "Language of the operator's texts: " + LanguageNames())
-      ->check(CLI::Validator(
-          [](const std::string& text) {
-            return Languages().contains(text)
-                       ? std::string()
-                       : Format("\"%s\" is not a known language (%s)", text.c_str(), LanguageNames().c_str());
-          },
-          ""))
-      ->type_name("LANG")
-      ->capture_default_str();
+  language = GLanguage;
+  CheckLanguage(*command.add_option("--lang", language));
 }
 
 void AddSeedOption(CLI::App& command, std::uint64_t& seed) {
@@ -163,9 +180,17 @@ void AddMachineOptions(CLI::App& command, std::optional<std::filesystem::path>& 
 
 void AddCommands(CLI::App& program, TCommandRun& run) {
   for (const TAddCommand add : kCommands) add(program, run);
+  // Each command takes it, also one that shows nothing but the program's messages.
+  const auto everywhere = [](const auto& self, CLI::App& app) -> void {
+    if (!app.get_option_no_throw("--lang"))
+      CheckLanguage(*app.add_option_function<std::string>("--lang", [](const std::string&) {}));
+    for (CLI::App* const sub : app.get_subcommands({})) self(self, *sub);
+  };
+  everywhere(everywhere, program);
 }
 
 int IxocutMain(int argc, const char* const* argv, TAdditions additions) {
+  TLocaleReader locale(ixocontroller::ShareFolder() / "locale");
   std::optional<ixocontroller::TAddedProcedures> added;
   std::optional<TAddedMachines> machines;
   CLI::App program("ixocut: the controller process of a laser-cutting machine, on a simulated machine.", "ixocut");
@@ -175,15 +200,26 @@ int IxocutMain(int argc, const char* const* argv, TAdditions additions) {
   TCommandRun run;
 
   const auto where = [&] {
-    const auto chosen = program.get_subcommands();
-    return chosen.empty() ? std::string("ixocut") : "ixocut " + chosen.front()->get_name();
+    std::string words = "ixocut";
+    for (auto chosen = program.get_subcommands(); !chosen.empty(); chosen = chosen.front()->get_subcommands())
+      words += " " + chosen.front()->get_name();
+    return words;
   };
   const auto fail = [&](int exitCode, std::string_view message) {
-    const char* const hint = exitCode == kExitCommandLine ? " (--help tells more)" : "";
+    const char* const hint = exitCode == kExitCommandLine ? Tr(" (--help tells more)") : "";
     std::cerr << where() << ": " << OneLine(message) << hint << std::endl;
     return exitCode;
   };
+  const auto failWith = [&](int exitCode, const TProblem& problem) {
+    if (JsonAsked(argc, argv) && !DocumentPrinted()) {
+      const std::string words = where();
+      PrintDocument(std::cout, words.substr(std::min(words.size(), words.find(' ') + 1)), nullptr, problem);
+    }
+    return fail(exitCode, problem.Text());
+  };
   try {
+    GLanguage = AskedLanguage(argc, argv);
+    if (const std::string problem = locale.SelectLanguage(GLanguage); !problem.empty()) fail(kExitUnusable, problem);
     added.emplace(std::move(additions.Procedures));
     machines.emplace(std::move(additions.Machines));
     AddCommands(program, run);
@@ -200,11 +236,11 @@ int IxocutMain(int argc, const char* const* argv, TAdditions additions) {
     return std::cout ? exitCode : fail(kExitUnusable, "the standard output cannot be written");
   } catch (const CLI::ParseError& e) {
     if (e.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) return program.exit(e);  // --help, --version
-    return fail(kExitCommandLine, e.what());
+    return failWith(kExitCommandLine, {.What = OneLine(e.what())});
   } catch (const EProblem& e) {
-    return fail(ExitCodeOf(e.Blame), e.what());
+    return failWith(ExitCodeOf(e.Blame), e.Problem);
   } catch (const std::exception& e) {
-    return fail(kExitUnusable, e.what());
+    return failWith(kExitUnusable, {.What = e.what()});
   }
 }
 

@@ -55,7 +55,8 @@ void AddGasCommand(CLI::App& program, TCommandRun& run);
 void AddCommands(CLI::App& program, TCommandRun& run);
 
 // The options that commands share; each takes its present value as the default, but for the language: that is the one
-// that IXOCUT_LANG, LC_ALL, LC_MESSAGES or LANG names first of those with texts, else Chinese.
+// that --lang names anywhere on the command line, else the first of IXOCUT_LANG, LC_ALL, LC_MESSAGES and LANG that
+// names one with texts, else Chinese.
 void AddLanguageOption(CLI::App& command, std::string& language);
 void AddSeedOption(CLI::App& command, std::uint64_t& seed);
 // `stateOption`: another name for --state where a command means something else by it.

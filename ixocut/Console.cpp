@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include "ixocamglue/support/Format.h"
+#include "ixocut/Document.h"
 
 namespace ixocut {
 namespace {
@@ -85,9 +86,10 @@ nlohmann::ordered_json TConsole::Log() const {
   return lines;
 }
 
-void TConsole::Print(const nlohmann::ordered_json& document) {
+void TConsole::Print(std::string_view command, const nlohmann::ordered_json& result,
+                     const std::optional<TProblem>& problem) {
   TGuard guard(FLock);
-  if (FJson) FOut << document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n' << std::flush;
+  if (FJson) PrintDocument(FOut, command, result, problem);
 }
 
 }  // namespace ixocut

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <iosfwd>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -12,6 +13,7 @@
 
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/support/Locks.h"
+#include "ixocamglue/support/Problem.h"
 
 namespace ixocut {
 using namespace ixocamglue;
@@ -37,7 +39,8 @@ class TConsole final : public ILogSink {
   // The log so far, as an array; only with JSON.
   [[nodiscard]] nlohmann::ordered_json Log() const;
   // The one document of a command; only with JSON.
-  void Print(const nlohmann::ordered_json& document);
+  void Print(std::string_view command, const nlohmann::ordered_json& result,
+             const std::optional<TProblem>& problem = {});
 
  private:
   struct TLine {

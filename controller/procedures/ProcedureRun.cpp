@@ -182,6 +182,10 @@ TRunReport TProcedureRun::Report() {
   if (shown.Collisions > 0)
     report.Notes.push_back(Show(SRunCollided, ShownMs(shown.Collisions), shown.FirstCollision.c_str()));
   if (!report.Dark) report.Notes.emplace_back(SShotNotDark.Get());
+  if (!report.Success())
+    report.Problem = {.What = report.Dark ? report.End.Words : report.End.Words + "; " + SShotNotDark.Get(),
+                      .Where = report.Path,
+                      .Why = report.Cause};
   return report;
 }
 

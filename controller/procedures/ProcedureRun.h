@@ -52,6 +52,7 @@ struct TRunReport {
   nlohmann::ordered_json TimelineJson;
   std::vector<TSignal> Signals;
   std::vector<std::string> Journal;
+  std::optional<TProblem> Problem;  // how it ended, at which step and why; none of a success
 
   [[nodiscard]] bool Success() const { return std::string_view(End.Name) == "success" && Dark; }
 };

@@ -7,6 +7,7 @@
 
 #include "ixocamglue/support/Problem.h"
 #include "ixocut/CommandLine.h"
+#include "ixocut/Document.h"
 
 namespace ixocut {
 namespace {
@@ -53,9 +54,7 @@ void AddAlarmsCommand(CLI::App& program, TCommandRun& run) {
   const auto id = [&](CLI::App* command) {
     command->add_option("ID", o.Id, "The alarm's identifier, TPLaser#1 for example")->required()->check(NotEmpty());
   };
-  const auto json = [&](CLI::App* command) {
-    return command->add_flag("--json", o.Json, "Print one JSON document instead of text");
-  };
+  const auto json = [&](CLI::App* command) { return AddJsonOption(*command, o.Json); };
   const auto db = [&](CLI::App* command) {
     command->add_option("--db", o.Db, "The alarm store (default alarms.db in the state folder)")
         ->check(NotEmpty())

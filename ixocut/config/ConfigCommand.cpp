@@ -13,6 +13,7 @@
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocut/CommandLine.h"
+#include "ixocut/Document.h"
 
 namespace ixocut {
 
@@ -276,7 +277,7 @@ void AddConfigCommand(CLI::App& program, TCommandRun& run) {
   CLI::App* const show = command("show", "Print every property with its value",
                                  [](auto& o) { return RunConfigShow(o.MachinePath(), o.Path, o.Json, std::cout); });
   show->add_option("SECTION", options->Path, "Only this section")->type_name("");
-  show->add_flag("--json", options->Json, "Print one JSON document instead of text");
+  AddJsonOption(*show, options->Json);
   AddMachineOptions(*show, options->Machine, options->State);
 
   CLI::App* const get = command("get", "Print the value of one property",
@@ -297,7 +298,7 @@ void AddConfigCommand(CLI::App& program, TCommandRun& run) {
 
   CLI::App* const schema = command("schema", "Print every property with its type, default and range",
                                    [](auto& o) { return RunConfigSchema(o.Json, std::cout); });
-  schema->add_flag("--json", options->Json, "Print one JSON document instead of text");
+  AddJsonOption(*schema, options->Json);
 
   CLI::App* const restore = command("restore", "Put the previous version of the machine file back",
                                     [](auto& o) { return RunConfigRestore(o.MachinePath(), std::cout); });

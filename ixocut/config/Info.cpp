@@ -8,6 +8,7 @@
 #include "ixocamglue/config/Ucamglue.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocut/CommandLine.h"
+#include "ixocut/Document.h"
 #include "ixocut/OperatorTexts.h"
 #include "ixocut/config/ConfigCommand.h"
 
@@ -72,7 +73,7 @@ int RunInfo(const std::filesystem::path& file, const std::string& language, bool
 void AddInfoCommand(CLI::App& program, TCommandRun& run) {
   const auto options = std::make_shared<TInfoOptions>();
   CLI::App* const info = program.add_subcommand("info", "Print what the machine has, as its file says");
-  info->add_flag("--json", options->Json, "Print one JSON document instead of text");
+  AddJsonOption(*info, options->Json);
   AddMachineOptions(*info, options->Machine, options->State);
   AddLanguageOption(*info, options->Language);
   info->footer(

@@ -21,6 +21,7 @@
 #include "ixocut/CommandLine.h"
 #include "ixocut/Console.h"
 #include "ixocut/ControllerSettings.h"
+#include "ixocut/Document.h"
 #include "ixocut/Plot.h"
 #include "ixocut/gas/GasCommand.h"
 #include "ixocut/gas/GasPlot.h"
@@ -238,8 +239,10 @@ void TCalibrate::Write() {
 void TCalibrate::Print() {
   auto gases = nlohmann::ordered_json::array();
   for (const TGasResult& result : FCalibration.Results()) gases.push_back(JsonOf(result));
-  FConsole.Print({{"command", "gas calibrate"},
-                  {"nozzle", FOptions.Nozzle.Type},
+  std::optional<TProblem> problem;
+  if (!FCalibration.Success()) problem = {.What = "not every gas was calibrated"};
+  FConsole.Print("gas calibrate",
+                 {{"nozzle", FOptions.Nozzle.Type},
                   {"size", FOptions.Nozzle.Size},
                   {"method", FOptions.Method},
                   {"seed", FOptions.Seed},
@@ -247,7 +250,8 @@ void TCalibrate::Print() {
                   {"success", FCalibration.Success()},
                   {"gases", std::move(gases)},
                   {"messages", FMessages},
-                  {"log", FConsole.Log()}});
+                  {"log", FConsole.Log()}},
+                 problem);
 }
 
 int TCalibrate::Run() {
@@ -311,7 +315,7 @@ void AddGasCalibrateCommand(CLI::App& gas, TCommandRun& run) {
   command->add_flag("--descend", options->Descend, "Measure the same voltages once more downwards, for the record")
       ->needs(record);
   command->add_flag("--realtime", options->Realtime, "Run on the real clock; Ctrl-C stops the calibration");
-  command->add_flag("--json", options->Json, "Print one JSON document instead of text");
+  AddJsonOption(*command, options->Json);
   AddControllerSettings(*command, *options);
   command->footer(
       "The curves go into the machine file, once all gases are done, and into GasCalibration.config beside it under\n"

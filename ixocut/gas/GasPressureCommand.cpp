@@ -14,6 +14,7 @@
 #include "ixocut/CommandLine.h"
 #include "ixocut/Console.h"
 #include "ixocut/ControllerSettings.h"
+#include "ixocut/Document.h"
 #include "ixocut/gas/GasCommand.h"
 
 namespace ixocut {
@@ -78,8 +79,9 @@ int RunPressure(const TPressureOptions& options, std::ostream& out) {
                           ValueText(branch->GetMaxPressure()).c_str(), name.c_str()));
   const auto volt = branch->DAAdjustTable.GetVolt(*bar);
   if (!branch->DAAdjustEnabled || !volt) {
-    console.Say(Show(SGasNoTable, name.c_str()));
-    console.Print({{"command", "gas pressure"}, {"gas", name}, {"bar", *bar}, {"volt", nullptr}});
+    const TProblem problem{.What = Show(SGasNoTable, name.c_str())};
+    console.Say(problem.What);
+    console.Print("gas pressure", {{"gas", name}, {"bar", *bar}, {"volt", nullptr}}, problem);
     return kExitOtherwise;
   }
   const TReached reached = Reach(machine, gas, *bar);
@@ -88,14 +90,13 @@ int RunPressure(const TPressureOptions& options, std::ostream& out) {
   console.Say(Show(SGasPressure, name.c_str(), ValueText(*bar).c_str(), Format("%.3f", reached.Volt).c_str(),
                    Format("%.3f", reached.Bar).c_str(), Format("%+.3f", error).c_str(), share.c_str(),
                    Format("%.3f", reached.SensorBar).c_str()));
-  console.Print({{"command", "gas pressure"},
-                 {"gas", name},
-                 {"bar", *bar},
-                 {"volt", reached.Volt},
-                 {"reachedBar", reached.Bar},
-                 {"errorBar", error},
-                 {"sensorBar", reached.SensorBar},
-                 {"log", console.Log()}});
+  console.Print("gas pressure", {{"gas", name},
+                                 {"bar", *bar},
+                                 {"volt", reached.Volt},
+                                 {"reachedBar", reached.Bar},
+                                 {"errorBar", error},
+                                 {"sensorBar", reached.SensorBar},
+                                 {"log", console.Log()}});
   return kExitSuccess;
 }
 
@@ -107,7 +108,7 @@ void AddGasPressureCommand(CLI::App& gas, TCommandRun& run) {
       gas.add_subcommand("pressure", "Set a pressure by the stored table and see what the machine reaches");
   command->add_option("--gas", options->Gas, std::string("The gas: ") + kGasHelp)->required()->type_name("GAS");
   command->add_option("--bar", options->Bar, "The pressure")->required()->type_name("BAR");
-  command->add_flag("--json", options->Json, "Print one JSON document instead of text");
+  AddJsonOption(*command, options->Json);
   AddControllerSettings(*command, *options);
   command->footer(
       "The pressure reached is the simulated machine's own, at rest; the error is its difference from --bar.\n"

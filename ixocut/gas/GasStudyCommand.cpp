@@ -9,6 +9,7 @@
 #include "ixocamglue/support/Problem.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/Console.h"
+#include "ixocut/Document.h"
 #include "ixocut/gas/GasCommand.h"
 #include "ixocut/gas/GasTable.h"
 #include "verify/GasStudy.h"
@@ -51,8 +52,7 @@ int RunStudy(const TStudyOptions& options, std::ostream& out) {
   console.Say(Format("%llu valves of each gas, seed %llu; errors in %% of the pressure at 10 V",
                      static_cast<unsigned long long>(options.Valves), static_cast<unsigned long long>(options.Seed)));
   for (const std::string& line : DrawTable(table)) console.Say(line);
-  console.Print(
-      {{"command", "gas study"}, {"valves", options.Valves}, {"seed", options.Seed}, {"rows", std::move(json)}});
+  console.Print("gas study", {{"valves", options.Valves}, {"seed", options.Seed}, {"rows", std::move(json)}});
   return kExitSuccess;
 }
 
@@ -65,7 +65,7 @@ void AddGasStudyCommand(CLI::App& gas, TCommandRun& run) {
   AddNumberOption(*command, "--valves", options->Valves, 1, kMostValves, "", "Valves of each gas")
       ->capture_default_str();
   AddSeedOption(*command, options->Seed);
-  command->add_flag("--json", options->Json, "Print one JSON document instead of text");
+  AddJsonOption(*command, options->Json);
   command->footer(
       "The error of a table is its largest difference from the valve's true pressure over 0 to 10 V, in % of the true\n"
       "pressure at 10 V. The time is the machine's, per valve.\n"

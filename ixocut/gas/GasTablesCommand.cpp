@@ -14,6 +14,7 @@
 #include "ixocut/CommandLine.h"
 #include "ixocut/Console.h"
 #include "ixocut/ControllerSettings.h"
+#include "ixocut/Document.h"
 #include "ixocut/gas/GasCommand.h"
 #include "ixocut/gas/GasTable.h"
 
@@ -94,8 +95,10 @@ int RunShow(const TTablesOptions& options, std::ostream& out) {
       for (const TDot& dot : dots) console.Say("  " + AdjustPointText(dot.X, dot.Y));
     }
   }
-  console.Print({{"command", "gas show"}, {"file", GasCaliConfigFile().string()}, {"tables", json}});
-  if (json.empty()) console.Say(GasCaliConfigFile().string() + ": no such table");
+  std::optional<TProblem> problem;
+  if (json.empty()) problem = {.What = "no such table", .Where = GasCaliConfigFile().string()};
+  console.Print("gas show", {{"file", GasCaliConfigFile().string()}, {"tables", json}}, problem);
+  if (problem) console.Say(problem->Text());
   return json.empty() ? kExitOtherwise : kExitSuccess;
 }
 
@@ -114,7 +117,9 @@ int RunLoad(const TTablesOptions& options, std::ostream& out) {
       messages.push_back(text);
     }
   }
-  console.Print({{"command", "gas load"}, {"success", all}, {"messages", messages}, {"log", console.Log()}});
+  std::optional<TProblem> problem;
+  if (!all) problem = {.What = "not every table was loaded"};
+  console.Print("gas load", {{"messages", messages}, {"log", console.Log()}}, problem);
   return all ? kExitSuccess : kExitOtherwise;
 }
 
@@ -174,7 +179,9 @@ int RunDiff(const TTablesOptions& options, std::ostream& out) {
       for (const std::string& line : DrawTable(rows)) console.Say("  " + line);
     json.push_back({{"gas", GasName(gas)}, {"equal", equal}, {"largestBar", largest}, {"points", points}});
   }
-  console.Print({{"command", "gas diff"}, {"same", same}, {"gases", json}});
+  std::optional<TProblem> problem;
+  if (!same) problem = {.What = "the tables differ"};
+  console.Print("gas diff", {{"same", same}, {"gases", json}}, problem);
   return same ? kExitSuccess : kExitOtherwise;
 }
 
@@ -188,7 +195,7 @@ void AddGasTableCommands(CLI::App& gas, TCommandRun& run) {
     command->add_option("--gas", options->Gases, "Air, O2, N2, separated by commas (default all three)")
         ->type_name("LIST");
     AddNozzleOptions(*command, options->Nozzle, options->Size, nozzle);
-    command->add_flag("--json", options->Json, "Print one JSON document instead of text");
+    AddJsonOption(*command, options->Json);
     AddMachineOptions(*command, options->Machine, options->State);
     AddLanguageOption(*command, options->Language);
     command->callback([options, call, &run] { run = [options, call] { return call(*options, std::cout); }; });

@@ -12,6 +12,7 @@
 #include "ixocamglue/support/ValueText.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/Console.h"
+#include "ixocut/Document.h"
 #include "ixocut/OperatorTexts.h"
 #include "ixocut/gas/GasCommand.h"
 
@@ -51,7 +52,9 @@ int RunVerdict(const TVerdictOptions& options, std::ostream& out) {
     }
     gases.push_back({{"gas", gas.Name}, {"findings", std::move(findings)}});
   }
-  console.Print({{"command", "gas verdict"}, {"file", options.File}, {"good", good}, {"gases", std::move(gases)}});
+  std::optional<TProblem> problem;
+  if (!good) problem = {.What = "something is wrong with a valve or its table", .Where = options.File};
+  console.Print("gas verdict", {{"file", options.File}, {"good", good}, {"gases", std::move(gases)}}, problem);
   return good ? kExitSuccess : kExitOtherwise;
 }
 
@@ -61,7 +64,7 @@ void AddGasVerdictCommand(CLI::App& gas, TCommandRun& run) {
   const auto options = std::make_shared<TVerdictOptions>();
   CLI::App* const command = gas.add_subcommand("verdict", "Say what a recorded calibration tells of the valve");
   command->add_option("FILE", options->File, "What gas calibrate --record wrote")->type_name("")->required();
-  command->add_flag("--json", options->Json, "Print one JSON document instead of text");
+  AddJsonOption(*command, options->Json);
   AddLanguageOption(*command, options->Language);
   command->footer(
       "Hysteresis is judged when the recording has a pass downwards (gas calibrate --record FILE --descend).\n"

@@ -9,6 +9,7 @@
 
 #include "ixocamglue/support/Problem.h"
 #include "ixocut/CommandLine.h"
+#include "ixocut/Document.h"
 #include "ixocut/OperatorTexts.h"
 
 namespace ixocut {
@@ -52,7 +53,7 @@ void AddMonitorCommand(CLI::App& program, TCommandRun& run) {
       AddOne(*monitor, run, options, "show", "Print what a monitor file holds and what is wrong with it",
              [](const TMonitorOptions& o) { return ShowMonitorFile(o.File, o.Json, std::cout); });
   AddFile(*show, options->File, "FILE");
-  show->add_flag("--json", options->Json, "Print one JSON document instead of text");
+  AddJsonOption(*show, options->Json);
 
   CLI::App* const plot = AddOne(*monitor, run, options, "plot", "Draw the signals over time (needs gnuplot)",
                                 [](const TMonitorOptions& o) { return PlotMonitorFile(o.File, o.Out, std::cout); });

@@ -129,25 +129,27 @@ void PrintJson(const TMonitorLoadReport& report, const std::string& problem, boo
   nlohmann::ordered_json notes = nlohmann::ordered_json::array();
   for (const TMonitorNote& note : report.Notes)
     notes.push_back({{"kind", KindName(note.Kind)}, {"line", note.Line}, {"field", note.Field}, {"text", note.Text}});
-  const nlohmann::ordered_json document{{"command", "monitor show"},
-                                        {"file", report.FileName},
-                                        {"version", report.Version},
-                                        {"motors", report.Motors},
-                                        {"bytes", report.Bytes},
-                                        {"lines", report.Lines},
-                                        {"frames", report.Frames},
-                                        {"problem", problem},
-                                        {"signals", std::move(signals)},
-                                        {"skippedLines", report.SkippedLines},
-                                        {"badFields", report.BadFields},
-                                        {"clampedCounts", report.ClampedCounts},
-                                        {"fewerValues", report.FewerValues},
-                                        {"moreFields", report.MoreFields},
-                                        {"cutLines", report.CutLines},
-                                        {"openEnd", report.OpenEnd},
-                                        {"partial", partial},
-                                        {"notes", std::move(notes)}};
-  out << document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+  const nlohmann::ordered_json result{{"file", report.FileName},
+                                      {"version", report.Version},
+                                      {"motors", report.Motors},
+                                      {"bytes", report.Bytes},
+                                      {"lines", report.Lines},
+                                      {"frames", report.Frames},
+                                      {"signals", std::move(signals)},
+                                      {"skippedLines", report.SkippedLines},
+                                      {"badFields", report.BadFields},
+                                      {"clampedCounts", report.ClampedCounts},
+                                      {"fewerValues", report.FewerValues},
+                                      {"moreFields", report.MoreFields},
+                                      {"cutLines", report.CutLines},
+                                      {"openEnd", report.OpenEnd},
+                                      {"partial", partial},
+                                      {"notes", std::move(notes)}};
+  std::optional<TProblem> what;
+  if (!problem.empty()) what = {.What = problem, .Where = report.FileName};
+  if (!what && partial)
+    what = {.What = Tr("the file is not whole: its recording did not end"), .Where = report.FileName};
+  PrintDocument(out, "monitor show", result, what);
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include "ixocamglue/monitor/Statusmonitorsys.h"
 #include "ixocamglue/monitor/Umonitorsink.h"
 #include "ixocut/CommandLine.h"
+#include "ixocut/Document.h"
 #include "ixocut/procedures/Asked.h"
 
 namespace ixocut {
@@ -71,17 +72,17 @@ int RunRecord(const TRecordOptions& options, std::ostream& out) {
   console.Say("");
   console.Say(Show(SShotEnded, report.End.Words.c_str(), ShownMs(report.DurationMs)));
   console.Say(options.Out);
-  if (options.Json)
-    console.Print({{"command", "record"},
-                   {"procedure", row.Name},
-                   {"seed", options.Seed},
-                   {"success", success},
-                   {"words", report.End.Words},
-                   {"durationMs", report.DurationMs},
-                   {"file", options.Out},
-                   {"signals", signals.size()},
-                   {"samples", recorder.Samples()},
-                   {"log", console.Log()}});
+  console.Print("record",
+                {{"procedure", row.Name},
+                 {"seed", options.Seed},
+                 {"success", success},
+                 {"words", report.End.Words},
+                 {"durationMs", report.DurationMs},
+                 {"file", options.Out},
+                 {"signals", signals.size()},
+                 {"samples", recorder.Samples()},
+                 {"log", console.Log()}},
+                report.Problem);
   return success ? kExitSuccess : kExitOtherwise;
 }
 
@@ -95,7 +96,7 @@ void AddRecordCommand(CLI::App& program, TCommandRun& run) {
       ->type_name("LIST");
   record->add_option("--out", options->Out, "The monitor file to write; a file that is there is replaced")
       ->type_name("FILE");
-  record->add_flag("--json", options->Json, "Print one JSON document instead of text");
+  AddJsonOption(*record, options->Json);
   AddControllerSettings(*record, *options);
   std::string signals = "Signals (with .1 to .4 behind the name one axis: X, Y, Z, Focus):\n";
   for (const TMonitorSignal& signal : MonitorSignals())

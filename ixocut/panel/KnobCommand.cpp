@@ -16,6 +16,7 @@
 #include "ixocamglue/support/ValueText.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/ControllerSettings.h"
+#include "ixocut/Document.h"
 #include "ixocut/panel/PanelHost.h"
 
 namespace ixocut {
@@ -59,7 +60,7 @@ void Print(const TKnobOptions& options, TController& session, std::ostream& out)
                                     {"zJogSpeed", session.Jog().Z(0).JogSpeed}};
     const double jogSpeed = params.GetDouble("JogSpeed", -1.0);
     if (jogSpeed >= 0.0) document["JogSpeed"] = jogSpeed;
-    out << document.dump(2) << '\n';
+    PrintDocument(out, "knob", document);
     return;
   }
   out << Format("state %s%s", level, knob.GetDHEnabled() ? ", two heads" : "") << '\n';
@@ -137,7 +138,7 @@ void AddKnobCommand(CLI::App& program, TCommandRun& run) {
       command->add_option("--xy", options->XY, "Speed of X and Y")->type_name("MM_S");
       command->add_option("--z", options->Z, "Speed of Z")->type_name("MM_S");
     }
-    command->add_flag("--json", options->Json, "Print one JSON document instead of text");
+    AddJsonOption(*command, options->Json);
     AddMachineOptions(*command, options->Machine, options->State);
     AddLanguageOption(*command, options->Language);
     command->callback([options, setsState, setsSpeed, &run] {

@@ -17,6 +17,7 @@
 #include "ixocut/CommandLine.h"
 #include "ixocut/Console.h"
 #include "ixocut/ControllerSettings.h"
+#include "ixocut/Document.h"
 #include "ixocut/panel/PanelScript.h"
 #include "ixocut/panel/PanelTerminal.h"
 
@@ -66,12 +67,7 @@ int RunScript(const TPanelOptions& options, std::ostream& out) {
     if (!options.Json)
       for (const std::string& line : AlarmLines(alarms.Items(), startMs)) out << line << '\n';
   }
-  if (options.Json)
-    console.Print({{"command", "panel"},
-                   {"script", options.Script},
-                   {"events", events},
-                   {"alarms", raised},
-                   {"log", console.Log()}});
+  console.Print("panel", {{"script", options.Script}, {"events", events}, {"alarms", raised}, {"log", console.Log()}});
   return kExitSuccess;
 }
 
@@ -197,18 +193,14 @@ int RunWhy(const TPanelOptions& options, std::ostream& out) {
   if (verdict == pvSentUnderAlarm && command == 0) conclusion = "reported; the key has no command";
 
   if (options.Json) {
-    nlohmann::ordered_json document{{"command", "panel why"},
-                                    {"key", KeyName(*key)},
-                                    {"keyCommand", command},
-                                    {"allowed", verdict == pvSent},
-                                    {"sent", sent},
-                                    {"conclusion", conclusion},
-                                    {"message", text ? text->Get() : ""}};
+    nlohmann::ordered_json document{{"key", KeyName(*key)},         {"keyCommand", command},
+                                    {"allowed", verdict == pvSent}, {"sent", sent},
+                                    {"conclusion", conclusion},     {"message", text ? text->Get() : ""}};
     auto& masks = document["masks"] = nlohmann::ordered_json::array();
     for (const TReason& reason : reasons)
       masks.push_back(
           {{"mask", reason.Mask}, {"permits", reason.Allowed}, {"because", reason.Because}, {"change", reason.Change}});
-    out << document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+    PrintDocument(out, "panel why", document);
   } else {
     out << Format("%s, command %d: %s", KeyName(*key).data(), command, conclusion.c_str()) << '\n';
     if (text) out << "  " << text->Get() << '\n';
@@ -238,7 +230,7 @@ int RunForms(const TPanelOptions& options, std::ostream& out) {
       if (!options.Name.empty() && !options.Json) return kExitSuccess;
     }
   }
-  if (options.Json) out << list.dump(2) << '\n';
+  if (options.Json && (options.Name.empty() || !list.empty())) PrintDocument(out, "panel forms", list);
   if (!options.Name.empty() && list.empty())
     throw EProblem(pbRefused, "the table has no form \"" + options.Name + "\" (case counts); showing it permits only " +
                                   KeyNames(kDefaultClientPermit));
@@ -246,7 +238,7 @@ int RunForms(const TPanelOptions& options, std::ostream& out) {
 }
 
 void AddCommon(CLI::App& command, const TOptions& options, const char* stateOption = "--state") {
-  command.add_flag("--json", options->Json, "Print one JSON document instead of text");
+  AddJsonOption(command, options->Json);
   AddMachineOptions(command, options->Machine, options->State, stateOption);
   AddLanguageOption(command, options->Language);
 }
@@ -298,7 +290,7 @@ void AddPanelCommand(CLI::App& program, TCommandRun& run) {
   const auto formOptions = std::make_shared<TPanelOptions>();
   CLI::App* const forms = panel->add_subcommand("forms", "The forms and the keys that each permits");
   forms->add_option("NAME", formOptions->Name, "Only this form")->type_name("");
-  forms->add_flag("--json", formOptions->Json, "Print one JSON document instead of text");
+  AddJsonOption(*forms, formOptions->Json);
   forms->callback([formOptions, &run] { run = [formOptions] { return RunForms(*formOptions, std::cout); }; });
 }
 

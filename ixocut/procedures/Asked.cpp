@@ -7,6 +7,7 @@
 
 #include "ixocamglue/support/Nearest.h"
 #include "ixocut/CommandLine.h"
+#include "ixocut/Document.h"
 #include "ixocut/Machines.h"
 
 namespace ixocut {
@@ -35,7 +36,7 @@ void AddRunSettings(CLI::App& command, TRunSettings& settings, const std::string
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
       ->type_name("NAME");
   command.add_flag("--realtime", settings.Realtime, "Run on the real clock; Ctrl-C stops the " + what);
-  command.add_flag("--json", settings.Json, "Print one JSON document instead of text");
+  AddJsonOption(command, settings.Json);
   command.add_flag("--trace", settings.Trace, "Show the whole diagnostic channel");
   AddControllerSettings(command, settings);
 }

@@ -7,6 +7,7 @@
 
 #include "ixocamglue/support/Format.h"
 #include "ixocut/CommandLine.h"
+#include "ixocut/Document.h"
 #include "ixocut/Machines.h"
 #include "ixocut/procedures/Asked.h"
 
@@ -86,8 +87,7 @@ int ListFaults(const TProceduresOptions& options, std::ostream& out) {
     else
       out << Format("%-27s %s\n", fault.Name, fault.Description);
   }
-  if (options.Json)
-    out << nlohmann::ordered_json{{"command", "procedures"}, {"faults", std::move(faults)}}.dump(2) << '\n';
+  if (options.Json) PrintDocument(out, "procedures", {{"faults", std::move(faults)}});
   return kExitSuccess;
 }
 
@@ -103,8 +103,7 @@ int Run(const TProceduresOptions& options, std::ostream& out) {
     else
       Print(out, *row, options, machine);
   }
-  if (options.Json)
-    out << nlohmann::ordered_json{{"command", "procedures"}, {"procedures", std::move(document)}}.dump(2) << '\n';
+  if (options.Json) PrintDocument(out, "procedures", {{"procedures", std::move(document)}});
   return kExitSuccess;
 }
 
@@ -115,7 +114,7 @@ void AddProceduresCommand(CLI::App& program, TCommandRun& run) {
   CLI::App* const command =
       program.add_subcommand("procedures", "List what can be run, with parameters, ranges and units");
   command->add_option("NAME", options->Name, "Only this one");
-  command->add_flag("--json", options->Json, "Print one JSON document instead of text");
+  AddJsonOption(*command, options->Json);
   command->add_flag("--faults", options->Faults, "List what --fault of `ixocut run` makes fail instead");
   AddMachineOptions(*command, options->Machine, options->State);
   AddLanguageOption(*command, options->Language);

@@ -112,12 +112,12 @@ int Run(const TRunOptions& options, std::ostream& out) {
   }
   const TJob job = JobOf(options, options.Limits());
   TConsole console(out, options.Json, options.Trace);
-  nlohmann::ordered_json document{{"command", "run"}, {"procedure", job.Name}, {"seed", options.Seed}};
+  nlohmann::ordered_json document{{"procedure", job.Name}, {"seed", options.Seed}};
   document["calls"] = nlohmann::ordered_json::array();
   for (const TMotionCall& call : job.Calls) document["calls"].push_back(call.Text());
   std::vector<std::string> lines;
   std::optional<EProblem> plotFailed;  // told behind the report
-  const bool success = [&] {
+  const std::optional<TProblem> problem = [&] {
     const auto run = MakeRun(options, options, console);
     console.Say(job.Title);
     TObserver observer(*run, console, options);
@@ -140,15 +140,15 @@ int Run(const TRunOptions& options, std::ostream& out) {
         plotFailed = e;
       }
     }
-    return report.Success();
+    return report.Problem;
   }();
   for (const std::string& line : lines) console.Say(line);
   if (options.Json) {
     document["log"] = console.Log();
-    console.Print(document);
+    console.Print("run", document, problem);
   }
   if (plotFailed) throw *plotFailed;
-  return success ? kExitSuccess : kExitOtherwise;
+  return problem ? kExitOtherwise : kExitSuccess;
 }
 
 // --- the command line ---

@@ -41,9 +41,11 @@ int RunShot(const TShotOptions& options, std::ostream& out) {
     return made;
   }();
   for (const std::string& line : lines) console.Say(line);
+  std::optional<TProblem> problem = report.Problem;
+  if (!problem && !execOK) problem = {.What = Tr("the shot did not end as it was asked for")};
   if (options.Json) {
-    console.Print({{"command", "shot"},
-                   {"ms", options.Ms},
+    console.Print("shot",
+                  {{"ms", options.Ms},
                    {"seed", options.Seed},
                    {"outcome", report.End.Name},
                    {"words", report.End.Words},
@@ -57,9 +59,10 @@ int RunShot(const TShotOptions& options, std::ostream& out) {
                    {"log", console.Log()},
                    {"alarms", AlarmsJson(report.Alarms, report.StartMs)},
                    {"timeline", report.TimelineJson},
-                   {"journal", report.Journal}});
+                   {"journal", report.Journal}},
+                  problem);
   }
-  return execOK && report.Success() ? kExitSuccess : kExitOtherwise;
+  return problem ? kExitOtherwise : kExitSuccess;
 }
 
 void AddShotCommand(CLI::App& program, TCommandRun& run) {

@@ -7,6 +7,7 @@
 
 #include "ixocamglue/support/Format.h"
 #include "ixocut/CommandLine.h"
+#include "ixocut/Document.h"
 #include "verify/Soak.h"
 
 namespace ixocut {
@@ -32,8 +33,7 @@ void PrintDay(std::ostream& out, const TSoakDay& day) {
 
 nlohmann::ordered_json JsonOf(const TSoakResult& result, std::uint64_t seed) {
   const TSoakDay& day = result.Last;
-  return {{"command", "soak"},
-          {"seed", seed},
+  return {{"seed", seed},
           {"days", day.Day},
           {"runs", day.Runs},
           {"succeeded", day.Succeeded},
@@ -55,7 +55,10 @@ int Run(const TSoakCommand& command, std::ostream& out) {
     if (!command.Json) PrintDay(out, day);
   });
   if (command.Json) {
-    out << JsonOf(result, command.Soak.Seed).dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+    std::optional<TProblem> problem;
+    if (result.ViolationCount != 0) problem = {.What = Tr("the machine was not safe; the violations say where")};
+    if (!problem && result.Grows()) problem = {.What = Tr("the memory grows")};
+    PrintDocument(out, "soak", JsonOf(result, command.Soak.Seed), problem);
   } else {
     out << Format("days: %llu; journal %016llx; violations: %llu\n", Number(result.Last.Day), Number(result.Last.Hash),
                   Number(result.ViolationCount));
@@ -81,7 +84,7 @@ void AddSoakCommand(CLI::App& program, TCommandRun& run) {
                   "Real time instead: as many days as it holds, at least one")
       ->excludes(days);
   AddSeedOption(*soak, options->Soak.Seed);
-  soak->add_flag("--json", options->Json, "Print one JSON document instead of text");
+  AddJsonOption(*soak, options->Json);
   soak->footer(
       "Virtual time, on a copy of the example machine. Work comes every five minutes, some of it is aborted, alarms\n"
       "come, emission is lost and the wall clock is set; the pauses between are passed over. Each run is judged like "

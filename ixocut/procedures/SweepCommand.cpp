@@ -8,6 +8,7 @@
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocut/CommandLine.h"
+#include "ixocut/Document.h"
 #include "verify/Sweep.h"
 
 namespace ixocut {
@@ -38,8 +39,7 @@ nlohmann::ordered_json JsonOf(const TSweepResult& result, std::uint64_t seed) {
                     {"run", row.Run},
                     {"survived", row.Survived},
                     {"savedByLatch", row.SavedByLatch}});
-  return {{"command", "sweep"},
-          {"seed", seed},
+  return {{"seed", seed},
           {"enumerated", result.Enumerated()},
           {"run", result.Run()},
           {"survived", result.Survived()},
@@ -61,7 +61,9 @@ int Run(const TSweepCommand& command, std::ostream& out) {
       PrintRow(out, row.Procedure, row.Dimension, row.Enumerated, row.Run, row.Survived, row.SavedByLatch);
   });
   if (command.Json) {
-    out << JsonOf(result, command.Sweep.Seed).dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+    std::optional<TProblem> problem;
+    if (result.ViolationCount != 0) problem = {.What = Tr("the machine was not safe; the violations say where")};
+    PrintDocument(out, "sweep", JsonOf(result, command.Sweep.Seed), problem);
   } else {
     PrintRow(out, "total", "", result.Enumerated(), result.Run(), result.Survived(), result.SavedByLatch());
     out << Format("violations: %llu\n", static_cast<unsigned long long>(result.ViolationCount));
@@ -86,7 +88,7 @@ void AddSweepCommand(CLI::App& program, TCommandRun& run) {
   sweep->add_option("--procedure", options->Sweep.Procedure, "Only this procedure (default all); see `ixocut tree`")
       ->type_name("NAME");
   AddSeedOption(*sweep, options->Sweep.Seed);
-  sweep->add_flag("--json", options->Json, "Print one JSON document instead of text");
+  AddJsonOption(*sweep, options->Json);
   sweep->footer(
       "Virtual time, on a copy of the example machine; no state folder and no machine file of yours is used. A point "
       "is\n"

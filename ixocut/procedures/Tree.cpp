@@ -10,6 +10,7 @@
 
 #include "ixocamglue/support/Format.h"
 #include "ixocut/CommandLine.h"
+#include "ixocut/Document.h"
 #include "ixocut/procedures/Asked.h"
 
 namespace ixocut {
@@ -116,8 +117,9 @@ int Run(const TTreeOptions& options, std::ostream& out) {
   const TNode tree = NodeOf(*root, root->GetDesc());
   const char* const summary = row.Summary.In(options.Language);
   if (options.Json) {
-    const nlohmann::ordered_json document{{"name", row.Name}, {"summary", summary}, {"tree", JsonOf(tree)}};
-    out << document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+    std::optional<TProblem> problem;
+    if (AnyFailed(tree)) problem = {.What = Tr("a part of the tree cannot be built"), .Where = row.Name};
+    PrintDocument(out, "tree", {{"name", row.Name}, {"summary", summary}, {"tree", JsonOf(tree)}}, problem);
   } else {
     out << row.Name << ": " << summary << '\n' << TextOf(tree) << '\n';
     Draw(out, tree, "");
@@ -131,7 +133,7 @@ void AddTreeCommand(CLI::App& program, TCommandRun& run) {
   const auto options = std::make_shared<TTreeOptions>();
   CLI::App* const tree = program.add_subcommand("tree", "Print the step tree of a procedure");
   tree->add_option("NAME", options->Name, "The procedure: " + ProcedureNames())->type_name("");
-  tree->add_flag("--json", options->Json, "Print one JSON document instead of text");
+  AddJsonOption(*tree, options->Json);
   AddMachineOptions(*tree, options->Machine, options->State);
   AddLanguageOption(*tree, options->Language);
   std::string procedures = "Procedures:\n";

@@ -176,7 +176,7 @@ class GasCommands : public TProgramTest {
 
 TEST_F(GasCommands, CalibrateShowDiffAndLoadWorkOnTheSameTables) {
   ASSERT_EQ(Gas("calibrate --gas O2,Air --nozzle S --size 1.5 --json --record rec.json --descend"), 0) << FOut;
-  const auto json = nlohmann::json::parse(FOut);
+  const auto json = nlohmann::json::parse(FOut)["result"];
   EXPECT_TRUE(json["success"]);
   ASSERT_EQ(json["gases"].size(), 2u);
   EXPECT_EQ(json["gases"][0]["gas"], "O2");
@@ -190,7 +190,7 @@ TEST_F(GasCommands, CalibrateShowDiffAndLoadWorkOnTheSameTables) {
     EXPECT_LT(points[i]["volt"], points[i - 1]["volt"]);
 
   EXPECT_EQ(Gas("show --gas O2 --json"), 0);
-  EXPECT_EQ(nlohmann::json::parse(FOut)["tables"][0]["points"], json["gases"][0]["curve"]);
+  EXPECT_EQ(nlohmann::json::parse(FOut)["result"]["tables"][0]["points"], json["gases"][0]["curve"]);
   EXPECT_EQ(Gas("diff --gas O2 --nozzle S --size 1.5"), 0) << FOut;
   ASSERT_EQ(Gas("calibrate --gas O2 --nozzle D --size 2 --seed 7 --lang en --plot o2.svg"), 0) << FOut;
   EXPECT_THAT(FOut, testing::AllOf(HasSubstr("All calibrations ended!"), HasSubstr("100 %"), HasSubstr("Oxygen")));

@@ -197,7 +197,7 @@ TEST_F(GasRecordings, ACalibratedMachineReachesItsPressuresAndItsRecordingIsJudg
             0)
       << said();
   ASSERT_EQ(ixocut("pressure --gas O2 --bar 3.5 --state s --json"), 0) << said();
-  const auto reached = nlohmann::json::parse(said());
+  const auto reached = nlohmann::json::parse(said())["result"];
   EXPECT_NEAR(reached["reachedBar"].get<double>(), 3.5, 0.1);
   EXPECT_NE(reached["reachedBar"].get<double>(), 3.5);
   EXPECT_DOUBLE_EQ(reached["errorBar"].get<double>(), reached["reachedBar"].get<double>() - 3.5);

@@ -86,7 +86,7 @@ TEST_F(AlarmsCommand, ARunTellsWhatItsDevicesReportInTheLanguageOfTheSession) {
       HasSubstr("  Alarm 1  TPGas#2  G102  | The oxygen pressure is below 80 % of its set value  | The bottle"));
   const auto [code, text] = Program(run + " --json");
   EXPECT_EQ(code, 0) << "what forbids a cut ends no gas";
-  const auto alarms = nlohmann::json::parse(text).at("alarms");
+  const auto alarms = nlohmann::json::parse(text).at("result").at("alarms");
   ASSERT_EQ(alarms.size(), 1U) << text;
   EXPECT_EQ(alarms[0].at("identifier"), "TPGas#2");
   EXPECT_EQ(alarms[0].at("solution"), "Change the bottle; check the reducer");

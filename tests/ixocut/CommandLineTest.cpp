@@ -130,7 +130,7 @@ TEST_F(CommandLine, AWrongCommandLineIsToldInOneLineAndDoesNothing) {
       {"simulate plc", "one of --tcp PORT and --serial DEVICE is needed"},
   };
   for (const auto& c : cases) {
-    const TRun run = Ixocut(c.Arguments);
+    const TRun run = Ixocut(c.Arguments, "IXOCUT_LANG=en");
     EXPECT_EQ(run.ExitCode, 2) << c.Arguments;
     EXPECT_EQ(run.Out, "") << c.Arguments;
     EXPECT_THAT(run.Err, HasSubstr(c.Text)) << c.Arguments;

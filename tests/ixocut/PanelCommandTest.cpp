@@ -43,7 +43,7 @@ TEST_F(PanelCommand, AScriptTellsCommandsLedsAndMasks) {
     ASSERT_NE(found, std::string::npos) << line << " is missing in:\n" << run.Out;
     at = found;
   }
-  const auto json = nlohmann::json::parse(Ixocut("panel --json --script " + script).Out);
+  const auto json = Json("panel --script " + script, 0);
   EXPECT_EQ(json["events"].back()["masks"]["SofteKBPanelStatePermits"], "0x0FFFFFFF");
 }
 
@@ -96,11 +96,11 @@ TEST_F(PanelCommand, BadInputIsNamed) {
 
 TEST_F(PanelCommand, TheKnobsSpeedsAreKept) {
   EXPECT_EQ(Ixocut("knob speed normal --xy 120 --z 40").ExitCode, 0);
-  const auto json = nlohmann::json::parse(Ixocut("knob show --json").Out);
+  const auto json = Json("knob show", 0);
   EXPECT_EQ(json["xy"]["normal"], 120);
   EXPECT_EQ(json["z"]["normal"], 40);
   EXPECT_EQ(json["xy"]["high"], 200);
-  const auto high = nlohmann::json::parse(Ixocut("knob state high --json").Out);
+  const auto high = Json("knob state high", 0);
   EXPECT_EQ(high["JogFast"], true);
   EXPECT_EQ(high["JogSpeed"], 200);
   EXPECT_THAT(Read("ixocut/machine.xml"), HasSubstr("NormalJogSpeed=\"120\""));

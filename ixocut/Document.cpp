@@ -1,0 +1,43 @@
+#include "ixocut/Document.h"
+
+#include <ostream>
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include "ixocamglue/support/Texts.h"
+
+namespace ixocut {
+namespace {
+
+bool GPrinted = false;
+
+}  // namespace
+
+CLI::Option* AddJsonOption(CLI::App& command, bool& json) {
+  return command.add_flag("--json", json, Tr("Print one JSON document instead of text"));
+}
+
+bool JsonAsked(int argc, const char* const* argv) {
+  for (int i = 1; i < argc; ++i)
+    if (std::string_view(argv[i]) == "--json") return true;
+  return false;
+}
+
+nlohmann::ordered_json JsonOf(const TProblem& problem) {
+  return {{"what", problem.What}, {"where", problem.Where}, {"why", problem.Why}, {"remedy", problem.Remedy}};
+}
+
+void PrintDocument(std::ostream& out, std::string_view command, const nlohmann::ordered_json& result,
+                   const std::optional<TProblem>& problem, bool lines) {
+  const nlohmann::ordered_json document{{"command", command},
+                                        {"ok", !problem},
+                                        {"problem", problem ? JsonOf(*problem) : nlohmann::ordered_json()},
+                                        {"result", result}};
+  out << document.dump(lines ? -1 : 2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n' << std::flush;
+  GPrinted = true;
+}
+
+bool DocumentPrinted() { return GPrinted; }
+
+}  // namespace ixocut
