@@ -12,6 +12,7 @@
 #include "ixocamglue/platform/services/Locale.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
 #include "ixocut/ControllerSettings.h"
 #include "ixocut/Document.h"
@@ -68,32 +69,61 @@ std::string AskedLanguage(int argc, const char* const* argv) {
   return kOwnLanguage;
 }
 
-constexpr const char* kFooter =
-    "Exit codes:\n"
-    "  0  success\n"
-    "  1  a procedure ended otherwise; how is said\n"
-    "  2  wrong command line; nothing was done\n"
-    "  3  a file or a device cannot be used\n"
-    "\n"
-    "Files:\n"
-    "  The commands work on a copy of the example machine file in the state folder ($XDG_STATE_HOME/ixocut or\n"
-    "  ~/.local/state/ixocut), made at first use. IXOCUT_DATA names a folder that holds machines/, alarms/ and locale/ "
-    "other than\n"
-    "  the installed ones.\n"
-    "\n"
-    "Language: --lang, else the first of IXOCUT_LANG, LC_ALL, LC_MESSAGES and LANG that names one with texts, else "
-    "zh.\n"
-    "\n"
-    "Examples:\n"
-    "  ixocut shot --ms 500\n"
-    "  ixocut shot --ms 500 --stop-at 300 --lang en\n"
-    "  ixocut run safe-move --x 100 --y 50\n"
-    "  ixocut tree pierce\n"
-    "  ixocut modbus read --tcp 192.168.0.10 --addr 16 --count 4\n"
-    "  ixocut link doctor --serial /dev/ttyUSB0,19200,e,8,1\n"
-    "  ixocut COMMAND --help\n"
-    "\n"
-    "Software is not the emergency stop.";
+THelp ProgramHelp() {
+  return {
+      .Notes =
+          Tr("The commands work on a copy of the example machine file in the state folder ($XDG_STATE_HOME/ixocut or\n"
+             "~/.local/state/ixocut), made at first use. IXOCUT_DATA names a folder that holds machines/, alarms/ and\n"
+             "locale/ other than the installed ones.\n"
+             "\n"
+             "Language: --lang, else the first of IXOCUT_LANG, LC_ALL, LC_MESSAGES and LANG that names one with\n"
+             "texts, else zh."),
+      .ExitCodes = {},
+      .Examples = {"ixocut shot --ms 500", "ixocut shot --ms 500 --stop-at 300 --lang en",
+                   "ixocut run safe-move --x 100 --y 50", "ixocut tree pierce",
+                   "ixocut modbus read --tcp 192.168.0.10 --addr 16 --count 4",
+                   "ixocut link doctor --serial /dev/ttyUSB0,19200,e,8,1", "ixocut COMMAND --help"}};
+}
+
+// What the parser of the command line says, and how it is said here.
+constexpr const char* kParserMessages[] = {
+    TrMark("The following argument was not expected: %s"),
+    TrMark("The following arguments were not expected: %s"),
+    TrMark("A subcommand is required"),
+    TrMark("%s is required"),
+    TrMark("%s requires %s"),
+    TrMark("%s excludes %s"),
+    TrMark("Could not convert: %s = %s"),
+    TrMark("%s: At least %s required but received %s"),
+    TrMark("%s: At Most %s required but received %s"),
+    TrMark("%s: 1 required %s missing"),
+};
+
+// `message` in the operator's language, when it is one of the parser's own.
+std::string ParserMessage(const std::string& message) {
+  for (const char* const english : kParserMessages) {
+    // The texts at the places of %s, found from one literal part to the next.
+    std::vector<std::string> parts;
+    std::string_view pattern = english, text = message;
+    bool fits = true;
+    for (std::size_t at = 0; fits;) {
+      const std::size_t next = std::min(pattern.find("%s", at), pattern.size());
+      const std::string_view literal = pattern.substr(at, next - at);
+      const std::size_t found =
+          next == pattern.size() && text.ends_with(literal) ? text.size() - literal.size() : text.find(literal);
+      fits = found != std::string_view::npos && (at != 0 || found == 0);
+      if (!fits) break;
+      if (at != 0) parts.emplace_back(text.substr(0, found));
+      text.remove_prefix(found + literal.size());
+      if (next == pattern.size()) break;
+      at = next + 2;
+    }
+    if (!fits || !text.empty()) continue;
+    parts.resize(3);
+    return Format(Tr(english), parts[0].c_str(), parts[1].c_str(), parts[2].c_str());
+  }
+  return message;
+}
 
 // Several lines as one; without the blank space around them.
 std::string OneLine(std::string_view text) {
@@ -106,6 +136,26 @@ std::string OneLine(std::string_view text) {
   }
   while (line.ends_with("; ")) line.resize(line.size() - 2);
   return line;
+}
+
+void Describe(CLI::App& program) {
+  program.description(Tr("ixocut: the controller of a laser-cutting machine, on a simulated machine."));
+  program.set_version_flag("--version", IXO_VERSION, Tr("Print the version and exit"));
+  program.set_help_flag("-h,--help", Tr("Print this page and exit"));
+  const auto formatter = std::make_shared<CLI::Formatter>();
+  formatter->label("Usage", Tr("Usage"));
+  formatter->label("Positionals", Tr("Arguments"));
+  formatter->label("OPTIONS", Tr("OPTIONS"));
+  formatter->label("SUBCOMMAND", Tr("COMMAND"));
+  formatter->label("SUBCOMMANDS", Tr("COMMANDS"));
+  formatter->label("REQUIRED", Tr("(required)"));
+  formatter->label("Needs", Tr("needs"));
+  formatter->label("Excludes", Tr("excludes"));
+  program.formatter(formatter);
+  program.option_defaults()->group(Tr("Options"));
+  program.get_help_ptr()->group(Tr("Options"));
+  program.get_version_ptr()->group(Tr("Options"));
+  program.require_subcommand(0, 1);
 }
 
 void CheckLanguage(CLI::Option& option) {
@@ -131,10 +181,10 @@ std::string CheckNumber(const std::string& text, std::uint64_t lowest, std::uint
   const bool negative = text.starts_with('-');
   const std::string_view digits = std::string_view(text).substr(negative ? 1 : 0);
   const bool whole = !digits.empty() && std::ranges::all_of(digits, [](char c) { return c >= '0' && c <= '9'; });
-  if (!whole) return Format("\"%s\" is not a whole number (%s)", text.c_str(), range().c_str());
+  if (!whole) return Format(Tr("\"%s\" is not a whole number (%s)"), text.c_str(), range().c_str());
   const auto number = ParseExactly<std::uint64_t>(digits);
   if (negative || !number || *number < lowest || *number > highest)
-    return Format("%s is not in %s", text.c_str(), range().c_str());
+    return Format(Tr("%s is not in %s"), text.c_str(), range().c_str());
   return {};
 }
 
@@ -156,9 +206,21 @@ void AddLanguageOption(CLI::App& command, std::string& language) {
   CheckLanguage(*command.add_option("--lang", language));
 }
 
+void SetHelp(CLI::App& command, const THelp& help) {
+  std::string text = help.Notes.empty() ? "" : help.Notes + "\n\n";
+  text += Tr("Exit codes: ");
+  text += help.ExitCodes.empty()
+              ? Tr("0 success, 1 ended otherwise or refused, 2 wrong command line, 3 a file or a device cannot be used")
+              : help.ExitCodes.c_str();
+  text += "\n\n";
+  if (!help.Examples.empty()) text += Tr("Examples:\n");
+  for (const char* const example : help.Examples) text += std::string("  ") + example + '\n';
+  command.footer(text + '\n' + Tr("Software is not the emergency stop."));
+}
+
 void AddSeedOption(CLI::App& command, std::uint64_t& seed) {
   AddNumberOption(command, "--seed", seed, 0, ~std::uint64_t{0}, "",
-                  "Seed of the random numbers; the same seed, the same run")
+                  Tr("Seed of the random numbers; the same seed, the same run"))
       ->capture_default_str();
 }
 
@@ -170,12 +232,12 @@ void AddMachineOptions(CLI::App& command, std::optional<std::filesystem::path>& 
         .add_option_function<std::string>(
             name, [&value](const std::string& text) { value = text; }, description)
         ->check(CLI::Validator(
-            [](const std::string& text) { return text.empty() ? std::string("the name is empty") : std::string(); },
+            [](const std::string& text) { return text.empty() ? std::string(Tr("the name is empty")) : std::string(); },
             ""))
         ->type_name(type);
   };
-  path("--machine", machine, "FILE", "The machine file to use as it is, instead of the copy in the state folder");
-  path(stateOption, state, "DIR", "The state folder (default $XDG_STATE_HOME/ixocut or ~/.local/state/ixocut)");
+  path("--machine", machine, "FILE", Tr("The machine file to use as it is, instead of the copy in the state folder"));
+  path(stateOption, state, "DIR", Tr("The state folder (default $XDG_STATE_HOME/ixocut or ~/.local/state/ixocut)"));
 }
 
 void AddCommands(CLI::App& program, TCommandRun& run) {
@@ -184,19 +246,21 @@ void AddCommands(CLI::App& program, TCommandRun& run) {
   const auto everywhere = [](const auto& self, CLI::App& app) -> void {
     if (!app.get_option_no_throw("--lang"))
       CheckLanguage(*app.add_option_function<std::string>("--lang", [](const std::string&) {}));
-    for (CLI::App* const sub : app.get_subcommands({})) self(self, *sub);
+    for (CLI::App* const sub : app.get_subcommands({})) {
+      if (sub->get_group() == "Subcommands") sub->group(Tr("Commands"));
+      if (sub->get_help_ptr()) sub->get_help_ptr()->group(Tr("Options"));
+      self(self, *sub);
+    }
   };
   everywhere(everywhere, program);
+  SetHelp(program, ProgramHelp());  // last: it is the program's alone
 }
 
 int IxocutMain(int argc, const char* const* argv, TAdditions additions) {
   TLocaleReader locale(ixocontroller::ShareFolder() / "locale");
   std::optional<ixocontroller::TAddedProcedures> added;
   std::optional<TAddedMachines> machines;
-  CLI::App program("ixocut: the controller process of a laser-cutting machine, on a simulated machine.", "ixocut");
-  program.set_version_flag("--version", IXO_VERSION, "Print the version and exit");
-  program.footer(kFooter);
-  program.require_subcommand(0, 1);
+  CLI::App program("", "ixocut");
   TCommandRun run;
 
   const auto where = [&] {
@@ -220,6 +284,7 @@ int IxocutMain(int argc, const char* const* argv, TAdditions additions) {
   try {
     GLanguage = AskedLanguage(argc, argv);
     if (const std::string problem = locale.SelectLanguage(GLanguage); !problem.empty()) fail(kExitUnusable, problem);
+    Describe(program);
     added.emplace(std::move(additions.Procedures));
     machines.emplace(std::move(additions.Machines));
     AddCommands(program, run);
@@ -228,15 +293,15 @@ int IxocutMain(int argc, const char* const* argv, TAdditions additions) {
       std::string names;
       for (const CLI::App* known : program.get_subcommands({}))
         names += (names.empty() ? "" : ", ") + known->get_name();
-      return fail(kExitCommandLine, "a command is needed: " + names);
+      return fail(kExitCommandLine, Format(Tr("a command is needed: %s"), names.c_str()));
     }
     const int exitCode = run();
     std::cout.flush();
     if (const auto failure = TakeEndFailure()) return fail(kExitUnusable, failure->Text());
-    return std::cout ? exitCode : fail(kExitUnusable, "the standard output cannot be written");
+    return std::cout ? exitCode : fail(kExitUnusable, Tr("the standard output cannot be written"));
   } catch (const CLI::ParseError& e) {
     if (e.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) return program.exit(e);  // --help, --version
-    return failWith(kExitCommandLine, {.What = OneLine(e.what())});
+    return failWith(kExitCommandLine, {.What = ParserMessage(OneLine(e.what()))});
   } catch (const EProblem& e) {
     return failWith(ExitCodeOf(e.Blame), e.Problem);
   } catch (const std::exception& e) {

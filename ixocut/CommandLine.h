@@ -7,6 +7,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "ixocamglue/support/Problem.h"
 
@@ -50,6 +51,14 @@ void AddAlarmsCommand(CLI::App& program, TCommandRun& run);
 void AddPanelCommand(CLI::App& program, TCommandRun& run);
 void AddKnobCommand(CLI::App& program, TCommandRun& run);
 void AddGasCommand(CLI::App& program, TCommandRun& run);
+
+// What stands below the options on a command's help page; its texts are passed through Tr by who writes them.
+struct THelp {
+  std::string Notes;      // lines of at most 118 columns; empty: none
+  std::string ExitCodes;  // "0 the runs are the same, 1 they differ"; empty: what they are for every command
+  std::vector<const char*> Examples;  // "ixocut shot --ms 500"
+};
+void SetHelp(CLI::App& command, const THelp& help);
 
 // All of them.
 void AddCommands(CLI::App& program, TCommandRun& run);
