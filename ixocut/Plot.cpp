@@ -13,6 +13,7 @@
 #include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocut {
 using namespace ixocamglue;
@@ -37,19 +38,22 @@ void RunGnuplot(const fs::path& folder) {
   const int failed = posix_spawnp(&child, "gnuplot", &files, nullptr, arguments, environ);
   posix_spawn_file_actions_destroy(&files);
   if (failed == ENOENT)
-    throw EProblem(pbUnusable, "gnuplot is not installed; it draws the plot (Debian package gnuplot-nox)");
-  if (failed != 0) throw EProblem(pbUnusable, "gnuplot cannot be started: " + std::system_category().message(failed));
+    throw EProblem(pbUnusable, Tr("gnuplot is not installed; it draws the plot (Debian package gnuplot-nox)"));
+  if (failed != 0)
+    throw EProblem(pbUnusable,
+                   Format(Tr("gnuplot cannot be started: %s"), std::system_category().message(failed).c_str()));
   int status = 0;
   while (waitpid(child, &status, 0) < 0 && errno == EINTR) continue;
   if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
-    throw EProblem(pbUnusable, "gnuplot failed: " + ReadFile(fs::path(complaints)).OrThrow(pbUnusable));
+    throw EProblem(pbUnusable,
+                   Format(Tr("gnuplot failed: %s"), ReadFile(fs::path(complaints)).OrThrow(pbUnusable).c_str()));
 }
 
 }  // namespace
 
 void CheckPlotName(const char* option, const std::string& target) {
   if (fs::path(target).extension() != ".svg")
-    throw EProblem(pbRequest, std::string(option) + ": \"" + target + "\" does not end in .svg");
+    throw EProblem(pbRequest, Format(Tr("%s: \"%s\" does not end in .svg"), option, target.c_str()));
 }
 
 // SVG leaves the letters to the fonts where it is looked at; for Chinese here, ./run installs one.
@@ -70,7 +74,7 @@ void DrawPlot(const std::string& script, const std::string& target) {
   std::ofstream(scratch.Path() / "script", std::ios::binary) << script;
   RunGnuplot(scratch.Path());
   const std::string picture = ReadFile(scratch.Path() / "out").OrThrow(pbUnusable);
-  if (picture.empty()) throw EProblem(pbUnusable, "gnuplot wrote no picture");
+  if (picture.empty()) throw EProblem(pbUnusable, Tr("gnuplot wrote no picture"));
   TMonitorFileSink sink(target);
   sink.Write(picture);
   sink.Commit();

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <string_view>
 
+#include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
 
 namespace ixocontroller {
@@ -46,15 +48,16 @@ std::vector<TMonitorSignalKey> ParseSignals(const std::string& list) {
     const std::size_t dot = word.find('.');
     const TMonitorSignal* const signal = FindMonitorSignal(std::string_view(word).substr(0, dot));
     if (!signal)
-      throw EProblem(pbRequest, "--signals: \"" + word + "\" is no signal; the signals are: " + SignalNames());
+      throw EProblem(pbRequest, Format(Tr("--signals: \"%s\" is no signal; the signals are: %s"), word.c_str(),
+                                       SignalNames().c_str()));
     if (dot == std::string::npos) {
       AddAllAxes(keys, *signal);
       continue;
     }
     const auto axis = ParseExactly<std::uint16_t>(std::string_view(word).substr(dot + 1)).value_or(0);
     if (!signal->PerAxis || axis < 1 || axis > kRecordedAxes)
-      throw EProblem(pbRequest, "--signals: \"" + word +
-                                    "\": " + (signal->PerAxis ? "the axes are 1 to 4" : "this signal has no axes"));
+      throw EProblem(pbRequest, Format("--signals: \"%s\": %s", word.c_str(),
+                                       signal->PerAxis ? Tr("the axes are 1 to 4") : Tr("this signal has no axes")));
     AddSignal(keys, *signal, axis);
   }
   return keys;

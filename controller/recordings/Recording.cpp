@@ -5,7 +5,9 @@
 #include <optional>
 
 #include "ixocamglue/monitor/Umonitortexts.h"
+#include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
 namespace {
@@ -51,10 +53,10 @@ TResult<void> CheckReadable(const TMonitorReader& reader) {
   const TMonitorLoadReport& report = reader.Report();
   if (report.Problem) return *report.Problem;
   const auto problem = [&](std::string what) { return TProblem{.What = std::move(what), .Where = report.FileName}; };
-  if (reader.IsEmpty()) return problem("the file is empty");
+  if (reader.IsEmpty()) return problem(Tr("the file is empty"));
   if (reader.Is1P0()) return problem(SNotSupportOldVersion.Get());
-  if (report.Version.empty()) return problem("line 1: no version: this is no monitor file");
-  if (!reader.Is1P2()) return problem("line 1: version \"" + report.Version + "\" is not known");
+  if (report.Version.empty()) return problem(Tr("line 1: no version: this is no monitor file"));
+  if (!reader.Is1P2()) return problem(Format(Tr("line 1: version \"%s\" is not known"), report.Version.c_str()));
   return {};
 }
 
@@ -88,9 +90,10 @@ TAlignment Align(TRecording& a, TRecording& b, TAlignment by) {
   for (TRecording* const recording : {&a, &b}) {
     const auto at = EventMs(*recording, by);
     if (!at)
-      throw EProblem(pbUnusable, {.What = by == TAlignment::Beam ? "the beam is never on" : "no procedure ever begins",
-                                  .Where = recording->Report.FileName,
-                                  .Remedy = "align by another event, or by the start"});
+      throw EProblem(pbUnusable,
+                     {.What = by == TAlignment::Beam ? Tr("the beam is never on") : Tr("no procedure ever begins"),
+                      .Where = recording->Report.FileName,
+                      .Remedy = Tr("align by another event, or by the start")});
     for (auto& [key, series] : recording->Series)
       for (std::int64_t& ms : series.Ms) ms -= *at;
   }

@@ -9,6 +9,7 @@
 
 #include "ixocamglue/monitor/Umonitordataline.h"
 #include "ixocamglue/monitor/Umonitornumbers.h"
+#include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
 
 namespace ixocamglue {
@@ -46,7 +47,7 @@ TProblem TMonitorReader::Failed(const char* what, int error) {
 TResult<void> TMonitorReader::Open(const std::string& fileName) {
   FReport.FileName = fileName;
   FFile = ::open(fileName.c_str(), O_RDONLY | O_CLOEXEC);
-  if (FFile < 0) return Failed("cannot be opened", errno);
+  if (FFile < 0) return Failed(Tr("cannot be opened"), errno);
   FBuffer.resize(kFirstBuffer + kParseSlack);
   LoadMonitorHead();
   FEmpty = FReport.Bytes == 0;
@@ -58,7 +59,7 @@ bool TMonitorReader::ReadMore() {
   ssize_t count = 0;
   do count = ::read(FFile, FBuffer.data() + FEnd, room);
   while (count < 0 && errno == EINTR);
-  if (count < 0) (void)Failed("cannot be read", errno);
+  if (count < 0) (void)Failed(Tr("cannot be read"), errno);
   if (count <= 0) {
     FAtEnd = true;
     return false;

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
 namespace {
@@ -21,9 +22,9 @@ constexpr mode_t kModeBits = 07777;
 TMonitorFileSink::TMonitorFileSink(std::string fileName) : FFileName(std::move(fileName)), FTarget(FFileName) {
   struct stat there {};
   const bool exists = ::stat(FTarget.c_str(), &there) == 0;
-  if (!exists && errno != ENOENT) Fail("cannot be opened", errno);
+  if (!exists && errno != ENOENT) Fail(Tr("cannot be opened"), errno);
   // The folder lets a file be replaced that may not be written.
-  if (exists && ::access(FTarget.c_str(), W_OK) != 0) Fail("cannot be opened for writing", errno);
+  if (exists && ::access(FTarget.c_str(), W_OK) != 0) Fail(Tr("cannot be opened for writing"), errno);
 
   std::error_code error;
   const bool isLink = std::filesystem::is_symlink(std::filesystem::symlink_status(FTarget, error));
@@ -39,7 +40,7 @@ TMonitorFileSink::~TMonitorFileSink() { CloseFile(); }
 void TMonitorFileSink::OpenInPlace() {
   FTemporary.clear();
   FFile = ::open(FFileName.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-  if (FFile < 0) Fail("cannot be opened for writing", errno);
+  if (FFile < 0) Fail(Tr("cannot be opened for writing"), errno);
 }
 
 bool TMonitorFileSink::OpenBeside(bool exists, std::uint32_t mode, std::uint32_t owner, std::uint32_t group) {
@@ -52,7 +53,7 @@ bool TMonitorFileSink::OpenBeside(bool exists, std::uint32_t mode, std::uint32_t
     const int error = errno;
     FTemporary.clear();
     if (exists) return false;  // the folder takes no new file, the file itself may still be written
-    Fail("cannot be created", error);
+    Fail(Tr("cannot be created"), error);
   }
   if (!exists) return true;
   // The mode last: giving a file away takes its set-user bits.
@@ -65,16 +66,16 @@ void TMonitorFileSink::Write(std::string_view bytes) {
   while (!bytes.empty()) {
     const ssize_t written = ::write(FFile, bytes.data(), bytes.size());
     if (written < 0 && errno == EINTR) continue;
-    if (written < 0) Fail("cannot be written", errno);
+    if (written < 0) Fail(Tr("cannot be written"), errno);
     bytes.remove_prefix(static_cast<std::size_t>(written));
   }
 }
 
 void TMonitorFileSink::Commit() {
   const int file = std::exchange(FFile, -1);
-  if (::close(file) != 0) Fail("cannot be closed", errno);
+  if (::close(file) != 0) Fail(Tr("cannot be closed"), errno);
   if (FTemporary.empty()) return;
-  if (std::rename(FTemporary.c_str(), FTarget.c_str()) != 0) Fail("cannot be replaced", errno);
+  if (std::rename(FTemporary.c_str(), FTarget.c_str()) != 0) Fail(Tr("cannot be replaced"), errno);
   FTemporary.clear();
 }
 

@@ -25,7 +25,7 @@
 #include "ixocut/Plot.h"
 #include "ixocut/gas/GasCommand.h"
 #include "ixocut/gas/GasPlot.h"
-#include "ixocut/gas/GasTable.h"
+#include "ixocut/Table.h"
 
 namespace ixocut {
 namespace {

@@ -11,7 +11,7 @@
 #include "ixocut/Console.h"
 #include "ixocut/Document.h"
 #include "ixocut/gas/GasCommand.h"
-#include "ixocut/gas/GasTable.h"
+#include "ixocut/Table.h"
 #include "verify/GasStudy.h"
 
 namespace ixocut {

@@ -16,7 +16,7 @@
 #include "ixocut/ControllerSettings.h"
 #include "ixocut/Document.h"
 #include "ixocut/gas/GasCommand.h"
-#include "ixocut/gas/GasTable.h"
+#include "ixocut/Table.h"
 
 namespace ixocut {
 using namespace ixocontroller;

@@ -23,20 +23,23 @@ struct TMonitorOptions {
 using TOptionsPtr = std::shared_ptr<TMonitorOptions>;
 
 CLI::App* AddOne(CLI::App& monitor, TCommandRun& run, const TOptionsPtr& options, const char* name, const char* summary,
-                 int (*act)(const TMonitorOptions&)) {
+                 const THelp& help, int (*act)(const TMonitorOptions&, TConsole&)) {
   CLI::App* const command = monitor.add_subcommand(name, summary);
   AddLanguageOption(*command, options->Language);
+  AddJsonOption(*command, options->Json);
+  SetHelp(*command, help);
   command->callback([options, act, &run] {
     run = [options, act] {
       const TOperatorTexts texts("monitor", options->Language);
-      return act(*options);
+      TConsole console(std::cout, options->Json, false);
+      return act(*options, console);
     };
   });
   return command;
 }
 
 void AddFile(CLI::App& command, std::string& file, const char* name) {
-  command.add_option(name, file, "A monitor file")->type_name("")->required();
+  command.add_option(name, file, Tr("A monitor file"))->type_name("")->required();
 }
 
 void AddOut(CLI::App& command, std::string& file, const char* what) {
@@ -47,67 +50,64 @@ void AddOut(CLI::App& command, std::string& file, const char* what) {
 
 void AddMonitorCommand(CLI::App& program, TCommandRun& run) {
   const auto options = std::make_shared<TMonitorOptions>();
-  CLI::App* const monitor = program.add_subcommand("monitor", "Look at recordings: show, plot, diff, convert, recover");
+  CLI::App* const monitor =
+      program.add_subcommand("monitor", Tr("Look at recordings: show, plot, diff, convert, recover"));
   monitor->require_subcommand(1);
-  CLI::App* const show =
-      AddOne(*monitor, run, options, "show", "Print what a monitor file holds and what is wrong with it",
-             [](const TMonitorOptions& o) { return ShowMonitorFile(o.File, o.Json, std::cout); });
+  CLI::App* const show = AddOne(
+      *monitor, run, options, "show", Tr("Print what a monitor file holds and what is wrong with it"),
+      {.Notes = Tr("A file that is being written has .part behind its name, and keeps it when its writer is killed."),
+       .ExitCodes = Tr("0 the file is whole, 1 it is not, 2 wrong command line, 3 it cannot be used"),
+       .Examples = {"ixocut monitor show square.csv"}},
+      [](const TMonitorOptions& o, TConsole& console) { return ShowMonitorFile(o.File, console); });
   AddFile(*show, options->File, "FILE");
-  AddJsonOption(*show, options->Json);
 
-  CLI::App* const plot = AddOne(*monitor, run, options, "plot", "Draw the signals over time (needs gnuplot)",
-                                [](const TMonitorOptions& o) { return PlotMonitorFile(o.File, o.Out, std::cout); });
+  CLI::App* const plot =
+      AddOne(*monitor, run, options, "plot", Tr("Draw the signals over time (needs gnuplot)"),
+             {.Notes = {},
+              .ExitCodes = Tr("0 success, 2 wrong command line, 3 a file cannot be used or gnuplot is missing"),
+              .Examples = {"ixocut monitor plot square.csv --out square.svg --lang en"}},
+             [](const TMonitorOptions& o, TConsole& console) { return PlotMonitorFile(o.File, o.Out, console); });
   AddFile(*plot, options->File, "FILE");
-  AddOut(*plot, options->Out, "The picture to write: a name that ends in .svg");
+  AddOut(*plot, options->Out, Tr("The picture to write: a name that ends in .svg"));
 
-  CLI::App* const diff =
-      AddOne(*monitor, run, options, "diff", "Print the largest difference of two runs per signal",
-             [](const TMonitorOptions& o) { return DiffMonitorFiles(o.File, o.Other, o.Align, std::cout); });
+  CLI::App* const diff = AddOne(
+      *monitor, run, options, "diff", Tr("Print the largest difference of two runs per signal"),
+      {.Notes = Tr("At each sample of A within the time that both have, B holds its latest value."),
+       .ExitCodes =
+           Tr("0 no difference, 1 differences or nothing to compare, 2 wrong command line, 3 a file cannot be used"),
+       .Examples = {"ixocut monitor diff monday.csv tuesday.csv --align beam"}},
+      [](const TMonitorOptions& o, TConsole& console) { return DiffMonitorFiles(o.File, o.Other, o.Align, console); });
   AddFile(*diff, options->File, "A");
   AddFile(*diff, options->Other, "B");
   diff->add_option("--align", options->Align,
-                   "What happens at 0 ms of both: the first beam, the first procedure's start, "
-                   "the first sample; auto is the first of these that both have")
+                   Tr("What happens at 0 ms of both: the first beam, the first procedure's start, the first sample; "
+                      "auto is the first of these that both have"))
       ->check(CLI::IsMember(std::vector<std::string>(std::begin(kAlignments), std::end(kAlignments))))
       ->type_name("EVENT")
       ->capture_default_str();
-  diff->footer(
-      "At each sample of A within the time that both have, B holds its latest value.\n"
-      "Exit codes: 0 no difference, 1 differences or nothing to compare, 2 wrong command line, 3 a file cannot be "
-      "used.");
 
-  CLI::App* const convert =
-      AddOne(*monitor, run, options, "convert", "Write one row per sample time, for tools that open plain tables",
-             [](const TMonitorOptions& o) { return ConvertMonitorFile(o.File, o.Out, std::cout); });
+  CLI::App* const convert = AddOne(
+      *monitor, run, options, "convert", Tr("Write one row per sample time, for tools that open plain tables"),
+      {.Notes = {}, .ExitCodes = {}, .Examples = {"ixocut monitor convert square.csv --to columns --out table.csv"}},
+      [](const TMonitorOptions& o, TConsole& console) { return ConvertMonitorFile(o.File, o.Out, console); });
   AddFile(*convert, options->File, "FILE");
-  convert->add_option("--to", options->To, "The form to write: columns")
+  convert->add_option("--to", options->To, Tr("The form to write: columns"))
       ->check(CLI::IsMember({"columns"}))
       ->type_name("FORM")
       ->required();
-  AddOut(*convert, options->Out, "The table to write");
+  AddOut(*convert, options->Out, Tr("The table to write"));
 
   CLI::App* const recover =
       AddOne(*monitor, run, options, "recover",
-             "Copy a monitor file, or the .part of a killed recording, without a last line that was cut off",
-             [](const TMonitorOptions& o) { return RecoverMonitorFile(o.File, o.Out, std::cout); });
+             Tr("Copy a monitor file, or the .part of a killed recording, without a last line that was cut off"),
+             {.Notes = {}, .ExitCodes = {}, .Examples = {"ixocut monitor recover run.csv.part --out run.csv"}},
+             [](const TMonitorOptions& o, TConsole& console) { return RecoverMonitorFile(o.File, o.Out, console); });
   AddFile(*recover, options->File, "FILE");
-  AddOut(*recover, options->Out, "The file to write");
+  AddOut(*recover, options->Out, Tr("The file to write"));
 
-  monitor->footer(
-      "A file that is being written has .part behind its name, and keeps it when its writer is killed.\n"
-      "\n"
-      "Exit codes: 0 success, 1 the runs differ (diff) or the file is not whole (show), 2 wrong command line, 3 a "
-      "file\n"
-      "cannot be used or gnuplot is missing.\n"
-      "\n"
-      "Examples:\n"
-      "  ixocut monitor show square.csv\n"
-      "  ixocut monitor plot square.csv --out square.svg --lang en\n"
-      "  ixocut monitor diff monday.csv tuesday.csv --align beam\n"
-      "  ixocut monitor convert square.csv --to columns --out table.csv\n"
-      "  ixocut monitor recover run.csv.part --out run.csv\n"
-      "\n"
-      "Software is not the emergency stop.");
+  SetHelp(
+      *monitor,
+      {.Notes = {}, .ExitCodes = {}, .Examples = {"ixocut monitor show square.csv", "ixocut monitor COMMAND --help"}});
 }
 
 }  // namespace ixocut

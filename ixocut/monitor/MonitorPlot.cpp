@@ -10,6 +10,7 @@
 #include "ixocamglue/motion/Umotioncontroller.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/Texts.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/Plot.h"
 #include "ixocut/monitor/MonitorCommands.h"
@@ -233,17 +234,18 @@ std::string Script(const TRecording& recording, const TPicture& picture) {
 
 }  // namespace
 
-int PlotMonitorFile(const std::string& file, const std::string& target, std::ostream& out) {
+int PlotMonitorFile(const std::string& file, const std::string& target, TConsole& console) {
   CheckPlotName("--out", target);
   const TRecording recording = LoadRecording(file);
   const TPicture picture = PictureOf(recording);
-  if (picture.Panels.empty() && picture.Bands.empty())
-    throw EProblem(pbUnusable, {"holds no numbers: there is nothing to plot", file, "", ""});
+  const std::size_t panels = picture.Panels.size() + (picture.Bands.empty() ? 0 : 1);
+  if (panels == 0) throw EProblem(pbUnusable, {Tr("holds no numbers: there is nothing to plot"), file, "", ""});
   DrawPlot(Script(recording, picture), target);
-  out << target
-      << Format(": %zu panels, %zu signals\n", picture.Panels.size() + (picture.Bands.empty() ? 0 : 1),
-                recording.Series.size());
-  if (!picture.LeftOut.empty()) out << "left out, without a number: " << picture.LeftOut << '\n';
+  console.Say(Format(Tr("%s: %zu panels, %zu signals"), target.c_str(), panels, recording.Series.size()));
+  if (!picture.LeftOut.empty()) console.Say(Format(Tr("left out, without a number: %s"), picture.LeftOut.c_str()));
+  console.Print(
+      "monitor plot",
+      {{"file", target}, {"panels", panels}, {"signals", recording.Series.size()}, {"leftOut", picture.LeftOut}});
   return kExitSuccess;
 }
 

@@ -2,7 +2,7 @@
 #include <cmath>
 #include <limits>
 #include <map>
-#include <ostream>
+#include <optional>
 
 #include <nlohmann/json.hpp>
 
@@ -10,7 +10,9 @@
 #include "ixocamglue/monitor/Umonitorsink.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/Texts.h"
 #include "ixocut/CommandLine.h"
+#include "ixocut/Table.h"
 #include "ixocut/monitor/MonitorCommands.h"
 
 namespace ixocut {
@@ -65,53 +67,64 @@ const char* KindName(TMonitorNoteKind kind) {
 
 const char* KindWords(TMonitorNoteKind kind) {
   switch (kind) {
-    case mnSkippedLine: return "skipped, it has fewer than 11 fields";
-    case mnBadField: return "no number, read as 0";
-    case mnClampedCount: return "more than 32 values announced, read as 32";
-    case mnFewerValues: return "fewer values than announced, the others are 0";
-    case mnMoreFields: return "fields behind the last value, passed over";
+    case mnSkippedLine: return Tr("skipped, it has fewer than 11 fields");
+    case mnBadField: return Tr("no number, read as 0");
+    case mnClampedCount: return Tr("more than 32 values announced, read as 32");
+    case mnFewerValues: return Tr("fewer values than announced, the others are 0");
+    case mnMoreFields: return Tr("fields behind the last value, passed over");
   }
   return "";
 }
 
-void PrintText(const TMonitorLoadReport& report, const std::string& problem, bool partial, const TFacts& facts,
-               std::ostream& out) {
-  out << report.FileName << '\n';
-  std::string motors;
-  for (const std::string& motor : report.Motors) motors += (motors.empty() ? "" : ", ") + motor;
-  out << "version  " << (report.Version.empty() ? "-" : report.Version) << '\n'
-      << "motors   " << (motors.empty() ? "-" : motors) << '\n'
-      << Format("size     %llu bytes, %llu lines, %llu frames\n", static_cast<unsigned long long>(report.Bytes),
-                static_cast<unsigned long long>(report.Lines), static_cast<unsigned long long>(report.Frames));
-  if (!problem.empty()) out << "not read: " << problem << '\n';
-  if (!facts.empty())
-    out << Format("\n%-20s %8s %9s %10s %10s %12s %12s  %s\n", "signal", "frames", "samples", "from ms", "to ms", "min",
-                  "max", "caption");
-  for (const auto& [key, signal] : facts)
-    out << Format("%-20s %8llu %9llu %10lld %10lld %12.6g %12.6g  %s\n", SignalName(key).c_str(),
-                  static_cast<unsigned long long>(signal.Frames), static_cast<unsigned long long>(signal.Samples),
-                  static_cast<long long>(signal.FirstMs), static_cast<long long>(signal.LastMs), signal.Min, signal.Max,
-                  SignalCaption(key, report.Motors).c_str());
-  if (partial) out << "\nnot whole: its writer has not ended it (ixocut monitor recover)\n";
-  if (report.Clean()) return;
-  out << Format(
-      "\n%llu lines skipped, %llu bad fields, %llu counts above 32, %llu lines with too few values, "
-      "%llu with too many fields, %llu cut\n",
-      static_cast<unsigned long long>(report.SkippedLines), static_cast<unsigned long long>(report.BadFields),
-      static_cast<unsigned long long>(report.ClampedCounts), static_cast<unsigned long long>(report.FewerValues),
-      static_cast<unsigned long long>(report.MoreFields), static_cast<unsigned long long>(report.CutLines));
+void SayNotes(const TMonitorLoadReport& report, TConsole& console) {
+  console.Say("");
+  const std::vector<std::vector<std::string>> rows{
+      {Tr("lines skipped"), std::to_string(report.SkippedLines)},
+      {Tr("bad fields"), std::to_string(report.BadFields)},
+      {Tr("counts above 32"), std::to_string(report.ClampedCounts)},
+      {Tr("lines with too few values"), std::to_string(report.FewerValues)},
+      {Tr("lines with too many fields"), std::to_string(report.MoreFields)},
+      {Tr("lines cut"), std::to_string(report.CutLines)}};
+  for (const std::string& line : DrawTable(rows)) console.Say(line);
   for (std::size_t i = 0; i < std::min(report.Notes.size(), kShownNotes); ++i) {
     const TMonitorNote& note = report.Notes[i];
-    out << "  line " << note.Line;
-    if (note.Field > 0) out << ", field " << note.Field;
-    out << ": " << KindWords(note.Kind) << (note.Text.empty() ? "" : ": \"" + note.Text + "\"") << '\n';
+    const std::string place = note.Field > 0 ? Format(Tr("line %s, field %s"), std::to_string(note.Line).c_str(),
+                                                      std::to_string(note.Field).c_str())
+                                             : Format(Tr("line %s"), std::to_string(note.Line).c_str());
+    console.Say("  " + place + ": " + KindWords(note.Kind) + (note.Text.empty() ? "" : ": \"" + note.Text + "\""));
   }
-  if (report.Notes.size() > kShownNotes) out << "  and more; --json lists up to 1000\n";
-  if (report.OpenEnd) out << "  the last line has no line end: it may have been cut off\n";
+  if (report.Notes.size() > kShownNotes) console.Say(Tr("  and more; --json lists up to 1000"));
+  if (report.OpenEnd) console.Say(Tr("  the last line has no line end: it may have been cut off"));
+}
+
+void PrintText(const TMonitorLoadReport& report, const std::string& problem, bool partial, const TFacts& facts,
+               TConsole& console) {
+  console.Say(report.FileName);
+  std::string motors;
+  for (const std::string& motor : report.Motors) motors += (motors.empty() ? "" : ", ") + motor;
+  const std::vector<std::vector<std::string>> head{
+      {Tr("version"), report.Version.empty() ? "-" : report.Version},
+      {Tr("motors"), motors.empty() ? "-" : motors},
+      {Tr("size"), Format(Tr("%s bytes, %s lines, %s frames"), std::to_string(report.Bytes).c_str(),
+                          std::to_string(report.Lines).c_str(), std::to_string(report.Frames).c_str())}};
+  for (const std::string& line : DrawTable(head)) console.Say(line);
+  if (!problem.empty()) console.Say(Format(Tr("not read: %s"), problem.c_str()));
+  if (!facts.empty()) {
+    std::vector<std::vector<std::string>> rows{{Tr("signal"), Tr("frames"), Tr("samples"), Tr("from ms"), Tr("to ms"),
+                                                Tr("smallest"), Tr("largest"), Tr("caption")}};
+    for (const auto& [key, signal] : facts)
+      rows.push_back({SignalName(key), std::to_string(signal.Frames), std::to_string(signal.Samples),
+                      std::to_string(signal.FirstMs), std::to_string(signal.LastMs), Format("%.6g", signal.Min),
+                      Format("%.6g", signal.Max), SignalCaption(key, report.Motors)});
+    console.Say("");
+    for (const std::string& line : DrawTable(rows)) console.Say(line);
+  }
+  if (partial) console.Say(std::string("\n") + Tr("not whole: its writer has not ended it (ixocut monitor recover)"));
+  if (!report.Clean()) SayNotes(report, console);
 }
 
 void PrintJson(const TMonitorLoadReport& report, const std::string& problem, bool partial, const TFacts& facts,
-               std::ostream& out) {
+               TConsole& console) {
   nlohmann::ordered_json signals = nlohmann::ordered_json::array();
   for (const auto& [key, signal] : facts)
     signals.push_back({{"name", SignalName(key)},
@@ -149,12 +162,12 @@ void PrintJson(const TMonitorLoadReport& report, const std::string& problem, boo
   if (!problem.empty()) what = {.What = problem, .Where = report.FileName};
   if (!what && partial)
     what = {.What = Tr("the file is not whole: its recording did not end"), .Where = report.FileName};
-  PrintDocument(out, "monitor show", result, what);
+  console.Print("monitor show", result, what);
 }
 
 }  // namespace
 
-int ShowMonitorFile(const std::string& file, bool json, std::ostream& out) {
+int ShowMonitorFile(const std::string& file, TConsole& console) {
   TMonitorReader reader;
   reader.Open(file).OrThrow(pbUnusable);
   TFacts facts;
@@ -163,7 +176,8 @@ int ShowMonitorFile(const std::string& file, bool json, std::ostream& out) {
   if (const TResult<void> readable = CheckReadable(reader); !readable)
     problem = TProblem{.What = readable.Problem().What, .Why = readable.Problem().Why}.Text();
   const bool partial = reader.Report().OpenEnd || file.ends_with(kPartialEnding);
-  (json ? PrintJson : PrintText)(reader.Report(), problem, partial, facts, out);
+  PrintText(reader.Report(), problem, partial, facts, console);
+  PrintJson(reader.Report(), problem, partial, facts, console);
   if (!problem.empty()) return kExitUnusable;
   return partial ? kExitOtherwise : kExitSuccess;
 }

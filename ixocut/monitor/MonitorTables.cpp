@@ -5,20 +5,25 @@
 #include <fstream>
 #include <iterator>
 #include <limits>
-#include <ostream>
+
+#include <nlohmann/json.hpp>
 
 #include "controller/recordings/Recording.h"
 #include "ixocamglue/monitor/Umonitorsink.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/Texts.h"
 #include "ixocut/CommandLine.h"
+#include "ixocut/Table.h"
 #include "ixocut/monitor/MonitorCommands.h"
 
 namespace ixocut {
 using namespace ixocontroller;
 namespace {
 
-constexpr const char* kAlignedBy[] = {"", "first beam", "first procedure's start", "first sample"};
+constexpr const char* kAlignedBy[] = {"", TrMark("0 ms is the first beam of each run"),
+                                      TrMark("0 ms is the first procedure's start of each run"),
+                                      TrMark("0 ms is the first sample of each run")};
 
 struct TDifference {
   std::uint64_t Samples = 0;
@@ -77,55 +82,66 @@ std::string Quoted(std::string_view text) {
 void RefuseOwnSource(const std::string& file, const std::string& target) {
   std::error_code absent;
   if (std::filesystem::equivalent(file, target, absent))
-    throw EProblem(pbRequest, {.What = "is the file that is read",
+    throw EProblem(pbRequest, {.What = Tr("is the file that is read"),
                                .Where = "--out " + target,
-                               .Remedy = "name another one; nothing was written"});
+                               .Remedy = Tr("name another one; nothing was written")});
 }
 
 }  // namespace
 
-int DiffMonitorFiles(const std::string& a, const std::string& b, const std::string& align, std::ostream& out) {
+int DiffMonitorFiles(const std::string& a, const std::string& b, const std::string& align, TConsole& console) {
   TRecording left = LoadRecording(a);
   TRecording right = LoadRecording(b);
   const auto asked = static_cast<TAlignment>(std::ranges::find(kAlignments, align) - std::begin(kAlignments));
-  const TAlignment used = Align(left, right, asked);
+  const auto used = static_cast<std::size_t>(Align(left, right, asked));
   bool differ = false;
   std::uint64_t compared = 0;
-  out << Format("0 ms is the %s of each run\n", kAlignedBy[static_cast<std::size_t>(used)]);
-  out << Format("%-20s %9s %14s %10s %14s %14s  %s\n", "signal", "compared", "largest", "at ms", "A", "B", "caption");
+  auto signals = nlohmann::ordered_json::array();
+  std::vector<std::vector<std::string>> rows{
+      {Tr("signal"), Tr("compared"), Tr("largest"), Tr("at ms"), "A", "B", Tr("caption")}};
+  const auto onlyIn = [&](const char* side, const char* text, const TMonitorSignalKey& key, const TSeries& series) {
+    rows.push_back({SignalName(key), "0", "", "", "", "", Format(text, series.Ms.size())});
+    signals.push_back({{"name", SignalName(key)}, {"onlyIn", side}, {"samples", series.Ms.size()}});
+    differ = true;
+  };
   for (const auto& [key, series] : left.Series) {
     const auto other = right.Series.find(key);
-    const std::string name = SignalName(key);
     if (other == right.Series.end()) {
-      out << Format("%-20s only in A (%zu samples)\n", name.c_str(), series.Ms.size());
-      differ = true;
+      onlyIn("A", Tr("only in A (%zu samples)"), key, series);
       continue;
     }
     const TDifference d = Compare(series, other->second);
     compared += d.Samples;
-    out << Format("%-20s %9llu %14.8g %10lld %14.8g %14.8g  %s", name.c_str(),
-                  static_cast<unsigned long long>(d.Samples), d.Largest, static_cast<long long>(d.AtMs), d.A, d.B,
-                  SignalCaption(key, left.Report.Motors).c_str());
-    const std::size_t countA = series.Ms.size();
-    const std::size_t countB = other->second.Ms.size();
-    if (countA != countB) out << Format("; %zu samples in A, %zu in B", countA, countB);
-    out << '\n';
+    const std::size_t countA = series.Ms.size(), countB = other->second.Ms.size();
+    rows.push_back({SignalName(key), std::to_string(d.Samples), Format("%.8g", d.Largest), std::to_string(d.AtMs),
+                    Format("%.8g", d.A), Format("%.8g", d.B),
+                    SignalCaption(key, left.Report.Motors) +
+                        (countA == countB ? "" : Format(Tr("; %zu samples in A, %zu in B"), countA, countB))});
+    signals.push_back({{"name", SignalName(key)},
+                       {"compared", d.Samples},
+                       {"largest", d.Largest},
+                       {"atMs", d.AtMs},
+                       {"a", d.A},
+                       {"b", d.B},
+                       {"samplesA", countA},
+                       {"samplesB", countB}});
     differ = differ || d.Largest > 0.0 || countA != countB || (d.Samples == 0 && countA > 0);
   }
-  for (const auto& [key, series] : right.Series) {
-    if (left.Series.contains(key)) continue;
-    out << Format("%-20s only in B (%zu samples)\n", SignalName(key).c_str(), series.Ms.size());
-    differ = true;
-  }
-  if (compared == 0) {
-    out << "nothing was compared: the runs have no signal with samples at the same time\n";
-    return kExitOtherwise;
-  }
-  out << (differ ? "the runs differ\n" : "no difference\n");
-  return differ ? kExitOtherwise : kExitSuccess;
+  for (const auto& [key, series] : right.Series)
+    if (!left.Series.contains(key)) onlyIn("B", Tr("only in B (%zu samples)"), key, series);
+  std::optional<TProblem> problem;
+  if (compared == 0)
+    problem = {.What = Tr("nothing was compared: the runs have no signal with samples at the same time")};
+  else if (differ)
+    problem = {.What = Tr("the runs differ")};
+  console.Say(Tr(kAlignedBy[used]));
+  for (const std::string& line : DrawTable(rows)) console.Say(line);
+  console.Say(problem ? problem->What : Tr("no difference"));
+  console.Print("monitor diff", {{"alignedBy", kAlignments[used]}, {"signals", std::move(signals)}}, problem);
+  return problem ? kExitOtherwise : kExitSuccess;
 }
 
-int ConvertMonitorFile(const std::string& file, const std::string& target, std::ostream& out) {
+int ConvertMonitorFile(const std::string& file, const std::string& target, TConsole& console) {
   RefuseOwnSource(file, target);
   const TRecording recording = LoadRecording(file);
   TMonitorFileSink sink(target);
@@ -155,16 +171,18 @@ int ConvertMonitorFile(const std::string& file, const std::string& target, std::
     ++rows;
   }
   sink.Commit();
-  out << Format("%s: %llu rows, %zu signals\n", target.c_str(), static_cast<unsigned long long>(rows), columns.size());
+  console.Say(
+      Format(Tr("%s: %llu rows, %zu signals"), target.c_str(), static_cast<unsigned long long>(rows), columns.size()));
+  console.Print("monitor convert", {{"file", target}, {"rows", rows}, {"signals", columns.size()}});
   return kExitSuccess;
 }
 
-int RecoverMonitorFile(const std::string& file, const std::string& target, std::ostream& out) {
+int RecoverMonitorFile(const std::string& file, const std::string& target, TConsole& console) {
   RefuseOwnSource(file, target);
   std::ifstream in(file, std::ios::binary);
   const auto fail = [&](const char* why) { throw EProblem(pbUnusable, {why, file, "", ""}); };
   if (!in || in.peek() == std::ifstream::traits_type::eof())
-    fail(in.bad() || !in.eof() ? "cannot be read" : "is empty");
+    fail(in.bad() || !in.eof() ? Tr("cannot be read") : Tr("is empty"));
 
   // Everything but what stands behind the latest line end is copied; that part waits.
   TMonitorFileSink sink(target);
@@ -184,14 +202,15 @@ int RecoverMonitorFile(const std::string& file, const std::string& target, std::
     copied += waiting.size() + end + 1;
     waiting = bytes.substr(end + 1);
   }
-  if (in.bad()) fail("cannot be read");
-  if (copied == 0) fail("holds no whole line: there is nothing to recover");
+  if (in.bad()) fail(Tr("cannot be read"));
+  if (copied == 0) fail(Tr("holds no whole line: there is nothing to recover"));
   sink.Commit();
-  if (waiting.empty())
-    out << target << ": the last line is whole, nothing was dropped\n";
-  else
-    out << target << Format(": the last line was cut off and is dropped: %zu bytes: \"", waiting.size())
-        << waiting.substr(0, 60) << (waiting.size() > 60 ? "...\"\n" : "\"\n");
+  console.Say(target + ": " +
+              (waiting.empty()
+                   ? Tr("the last line is whole, nothing was dropped")
+                   : Format(Tr("the last line was cut off and is dropped: %zu bytes: \"%s\""), waiting.size(),
+                            (waiting.substr(0, 60) + (waiting.size() > 60 ? "..." : "")).c_str())));
+  console.Print("monitor recover", {{"file", target}, {"copiedBytes", copied}, {"droppedBytes", waiting.size()}});
   return kExitSuccess;
 }
 

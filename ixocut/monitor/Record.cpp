@@ -30,9 +30,9 @@ struct TRecordOptions : TControllerSettings {
 
 int RunRecord(const TRecordOptions& options, std::ostream& out) {
   if (options.Procedure.empty())
-    throw EProblem(pbRequest, "--procedure is missing; the procedures are: " + ProcedureNames());
+    throw EProblem(pbRequest, Format(Tr("--procedure is missing; the procedures are: %s"), ProcedureNames().c_str()));
   const TProcedure& row = *AskProcedure(options.Procedure).OrThrow(pbRequest);
-  if (options.Out.empty()) throw EProblem(pbRequest, "--out is missing: the file to write");
+  if (options.Out.empty()) throw EProblem(pbRequest, Tr("--out is missing: the file to write"));
   const auto signals = options.Signals.empty() ? AllSignals() : ParseSignals(options.Signals);
   const TParamTexts texts = ReadParams(row, options.Params);
   const TMotionCall call = CallOf(row, texts, options.Limits().Bounds, true);
@@ -90,34 +90,32 @@ int RunRecord(const TRecordOptions& options, std::ostream& out) {
 
 void AddRecordCommand(CLI::App& program, TCommandRun& run) {
   const auto options = std::make_shared<TRecordOptions>();
-  CLI::App* const record = program.add_subcommand("record", "Record a procedure on the simulated machine");
-  record->add_option("--procedure", options->Procedure, "The procedure: " + ProcedureNames())->type_name("NAME");
-  record->add_option("--signals", options->Signals, "What to record, separated by commas (default: everything)")
+  CLI::App* const record = program.add_subcommand("record", Tr("Record a procedure on the simulated machine"));
+  record->add_option("--procedure", options->Procedure, Format(Tr("The procedure: %s"), ProcedureNames().c_str()))
+      ->type_name("NAME");
+  record->add_option("--signals", options->Signals, Tr("What to record, separated by commas (default: everything)"))
       ->type_name("LIST");
-  record->add_option("--out", options->Out, "The monitor file to write; a file that is there is replaced")
+  record->add_option("--out", options->Out, Tr("The monitor file to write; a file that is there is replaced"))
       ->type_name("FILE");
   AddJsonOption(*record, options->Json);
   AddControllerSettings(*record, *options);
-  std::string signals = "Signals (with .1 to .4 behind the name one axis: X, Y, Z, Focus):\n";
+  std::string notes = Tr("Signals (with .1 to .4 behind the name one axis: X, Y, Z, Focus):\n");
   for (const TMonitorSignal& signal : MonitorSignals())
-    signals += Format("  %-16s %s%s%s\n", signal.Name, signal.PerAxis ? "per axis" : "one", *signal.Unit ? ", " : "",
-                      signal.Unit);
-  record->footer(signals +
-                 "\n"
-                 "The parameters of the procedure are given as for `ixocut run`.\n"
-                 "One sample per ms of machine time, until 200 ms after the end. Speeds and accelerations are derived\n"
-                 "from the positions through the moving-average filter.\n"
-                 "\n"
-                 "Exit codes: 0 the procedure succeeded, 1 it ended otherwise (the file is written all the same),\n"
-                 "2 wrong command line, 3 a file or device problem.\n"
-                 "\n"
-                 "Examples:\n"
-                 "  ixocut record --procedure square --out square.csv\n"
-                 "  ixocut record --procedure safe-move --x 300 --y 200 --out move.csv\n"
-                 "  ixocut record --procedure gas-purge --signals gas-pressure,state --out gas.csv\n"
-                 "  ixocut monitor plot square.csv --out square.svg\n"
-                 "\n"
-                 "Software is not the emergency stop.");
+    notes += Format("  %-16s %s%s%s\n", signal.Name, signal.PerAxis ? Tr("per axis") : Tr("one"),
+                    *signal.Unit ? ", " : "", signal.Unit);
+  notes += '\n';
+  notes +=
+      Tr("The parameters of the procedure are given as for `ixocut run`.\n"
+         "One sample per ms of machine time, until 200 ms after the end. Speeds and accelerations are derived\n"
+         "from the positions through the moving-average filter.");
+  SetHelp(*record,
+          {.Notes = notes,
+           .ExitCodes = Tr("0 the procedure succeeded, 1 it ended otherwise (the file is written all the same),\n"
+                           "2 wrong command line, 3 a file or device problem"),
+           .Examples = {"ixocut record --procedure square --out square.csv",
+                        "ixocut record --procedure safe-move --x 300 --y 200 --out move.csv",
+                        "ixocut record --procedure gas-purge --signals gas-pressure,state --out gas.csv",
+                        "ixocut monitor plot square.csv --out square.svg"}});
   record->allow_extras();
   record->callback([options, record, &run] {
     options->Params = record->remaining();

@@ -12,7 +12,7 @@
 #include "controller/procedures/Procedures.h"
 #include "fixture/Faults.h"
 #include "fixture/Program.h"
-#include "ixocut/gas/GasTable.h"
+#include "ixocut/Table.h"
 #include "machines/simulated/Machine.h"
 
 namespace ixocamglue::test {

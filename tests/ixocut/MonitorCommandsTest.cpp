@@ -13,12 +13,15 @@ namespace {
 
 using testing::HasSubstr;
 
-class MonitorCommands : public TProgramTest {};
+class MonitorCommands : public TProgramTest {
+ protected:
+  MonitorCommands() { FLanguage = "en"; }
+};
 
 TEST_F(MonitorCommands, ARecordingShowsWhatTheProcedureDid) {
-  const TRun record = Ixocut("record --procedure square --state s --out a.csv --lang en");
+  const TRun record = Ixocut("record --procedure square --state s --out a.csv");
   ASSERT_EQ(record.ExitCode, 0) << record.Err;
-  const auto document = Json("monitor show a.csv --lang en", 0);
+  const auto document = Json("monitor show a.csv", 0);
   EXPECT_EQ(document.at("motors"), nlohmann::json({"X", "Y", "Z", "Focus"}));
   EXPECT_EQ(document.at("notes").size(), 0U);
   std::map<std::string, nlohmann::json> signals;
@@ -41,7 +44,7 @@ TEST_F(MonitorCommands, ARecordingShowsWhatTheProcedureDid) {
   EXPECT_EQ(diff.ExitCode, 1);
   EXPECT_THAT(diff.Out, HasSubstr("the runs differ"));
 
-  EXPECT_EQ(Ixocut("monitor convert a.csv --to columns --out t.csv --lang en").ExitCode, 0);
+  EXPECT_EQ(Ixocut("monitor convert a.csv --to columns --out t.csv").ExitCode, 0);
   EXPECT_THAT(Read("t.csv"), testing::StartsWith("time (ms),Position X (mm),Position Y (mm),"));
   EXPECT_THAT(Read("t.csv"), HasSubstr("\n0,0,0,0,0,"));
 }
@@ -67,7 +70,7 @@ TEST_F(MonitorCommands, ADamagedFileIsShownRecoveredAndNeverOverwrittenUnread) {
   WriteFile(FDir.Path() / "run.csv.part", whole);
   EXPECT_EQ(Ixocut("monitor show run.csv.part").ExitCode, 1);
   // The sample time wraps: 2,1 goes on where it was.
-  EXPECT_EQ(Ixocut("monitor convert cut.csv --to columns --out t.csv --lang en").ExitCode, 0);
+  EXPECT_EQ(Ixocut("monitor convert cut.csv --to columns --out t.csv").ExitCode, 0);
   EXPECT_EQ(Read("t.csv"), "time (ms),Position 1 (mm)\n0,0.5\n2,0\n6,0.5\n7,0\n");
 
   WriteFile(FDir.Path() / "keep", "precious");
@@ -122,7 +125,7 @@ TEST_F(MonitorCommands, APlotIsAPictureAndWithoutGnuplotAMessage) {
   EXPECT_EQ(missing.ExitCode, 3);
   EXPECT_THAT(missing.Err, HasSubstr("gnuplot is not installed"));
   if (std::system("gnuplot --version >/dev/null 2>&1") != 0) GTEST_SKIP() << "gnuplot is not installed";
-  const TRun plot = Ixocut("monitor plot a.csv --out \"it's.svg\" --lang en");
+  const TRun plot = Ixocut("monitor plot a.csv --out \"it's.svg\"");
   EXPECT_EQ(plot.ExitCode, 0) << plot.Err;
   EXPECT_THAT(Read("it's.svg"), testing::AllOf(HasSubstr("<svg"), HasSubstr("Position (mm)"), HasSubstr("Laser")));
 }

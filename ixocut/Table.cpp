@@ -1,4 +1,4 @@
-#include "ixocut/gas/GasTable.h"
+#include "ixocut/Table.h"
 
 #include <algorithm>
 #include <cstddef>
