@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <csignal>
 #include <cstdlib>
 #include <iostream>
 #include <set>
@@ -257,6 +258,7 @@ void AddCommands(CLI::App& program, TCommandRun& run) {
 }
 
 int IxocutMain(int argc, const char* const* argv, TAdditions additions) {
+  std::signal(SIGXFSZ, SIG_IGN);  // a file at its limit is a write that fails, not the end of a machine's controller
   TLocaleReader locale(ixocontroller::ShareFolder() / "locale");
   std::optional<ixocontroller::TAddedProcedures> added;
   std::optional<TAddedMachines> machines;
