@@ -58,6 +58,18 @@ need() {
   rm -f "$log"
 }
 
+# build_folder <root> <preset>: <root>/build/<preset>, or one of the user's own where somebody else has built that one.
+build_folder() {
+  local folder=$1/build/$2
+  mkdir -p "$folder" 2>/dev/null || true
+  if ! [ -w "$1/build" ] || ! [ -w "$folder" ] || [ -n "$(find "$folder" -maxdepth 1 ! -writable 2>/dev/null | head -n 1)" ]; then
+    folder=${XDG_CACHE_HOME:-$HOME/.cache}/ixocamglue/$(printf %s "$1" | cksum | cut -d ' ' -f 1)/$2
+    echo "$1/build cannot be written; building in $folder" >&2
+    mkdir -p "$folder"
+  fi
+  printf '%s\n' "$folder"
+}
+
 # quietly <log file> <command...>: the output goes to the file, and is shown when the command fails.
 quietly() {
   local log=$1
