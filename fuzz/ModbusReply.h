@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <iterator>
 #include <span>
 #include <vector>
 
@@ -12,10 +13,10 @@ namespace ixocamglue::fuzz {
 
 inline void TakeReply(bool tcp, std::span<const std::uint8_t> input) {
   if (input.size() < 6) return;
-  constexpr std::uint8_t kFuncs[] = {3, 6, 16};
+  constexpr std::uint8_t kFuncs[] = {3, 6, 16, 1, 2, 4, 5, 15};
   TModbusRequest request;
   request.Tcp = tcp;
-  request.Func = kFuncs[input[0] % 3];
+  request.Func = kFuncs[input[0] % std::size(kFuncs)];
   request.Unit = input[1];
   request.Count = static_cast<std::uint16_t>(1 + input[2] % 125);
   request.Addr = static_cast<std::uint16_t>(input[3] << 8 | input[4]);

@@ -68,7 +68,9 @@ TBytes TModbusComm::GenerateModbusBuf(std::uint8_t funcCode, std::uint16_t start
   TModbusRequest request = Request(funcCode, startAddr, count, values);
   request.Unit = slaveAddr;
   TBytes frame;
-  if (!BuildModbusFrame(request, frame)) ReportFault(Format("Modbus function %d cannot be sent", funcCode));
+  const TModbusFunction* const function = FindModbusFunction(funcCode);
+  if (!function || !function->Exact || !BuildModbusFrame(request, frame))
+    ReportFault(Format("Modbus function %d cannot be sent", funcCode));
   return frame;
 }
 
@@ -146,7 +148,7 @@ TModbusAnswer TModbusComm::AskExact(const TModbusRequest& request, TBytes& reply
   const std::uint64_t start = Clock().MonotonicUs();
   TModbusAnswer answer = SendExact(request);
   if (answer.Ok()) {
-    if (request.Broadcast() && request.Func != kModbusRead) return answer;  // nobody will answer
+    if (request.Broadcast() && FindModbusFunction(request.Func)->Write) return answer;  // nobody will answer
     answer.Outcome = AwaitExact(0, kReplyMs, reply);
     answer.BytesReceived = reply.size();
   }

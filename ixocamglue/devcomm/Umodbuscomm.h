@@ -1,4 +1,5 @@
-// A Modbus master for one slave, over any transport: functions 3, 6 and 16, RTU or TCP framing.
+// A Modbus master for one slave, over any transport: functions 3, 6 and 16, RTU or TCP framing. The strict profile has
+// the functions 1, 2, 4, 5 and 15 as well.
 //
 // Requests run on the caller's thread and hold the data lock from their first step until the outcome: up to PreDelay +
 // 2000 ms and the transport's receive time. Failures show in LastError, in the four alarms and in the application log
@@ -77,8 +78,12 @@ class TModbusComm : public TDevDataCommBase, public INcAlarmSource20 {
 
   // The profile belongs to this object, never to a stored record.
   void SetProfile(TModbusProfile profile, const TModbusStrictOptions& options = {});
-  // Registers by address, without OnAckData. Strict: ranges longer than one request are split. Exact: one request, as
-  // SendCommand makes it, and its reply must fit it. `reuse` lends its capacity to the result.
+  // By address, without OnAckData. Strict: ranges longer than one request are split. Exact: one request, as SendCommand
+  // makes it, and its reply must fit it. A bit is a value of 0 or 1. `reuse` lends its capacity to the result.
+  [[nodiscard]] TModbusResult Read(std::uint8_t func, std::uint16_t addr, std::uint32_t count,
+                                   std::vector<std::uint16_t> reuse = {});
+  [[nodiscard]] TModbusResult Write(std::uint8_t func, std::uint16_t addr, std::span<const std::uint16_t> values);
+  // Of holding registers.
   [[nodiscard]] TModbusResult ReadRegisters(std::uint16_t addr, std::uint32_t count,
                                             std::vector<std::uint16_t> reuse = {});
   // One value goes out with function 6, several or `multiple` with 16.
@@ -104,7 +109,7 @@ class TModbusComm : public TDevDataCommBase, public INcAlarmSource20 {
   [[nodiscard]] TModbusAnswer AskExact(const TModbusRequest& request, TBytes& reply) IXO_REQUIRES(FLock);
   [[nodiscard]] TModbusAnswer AskStrict(std::uint8_t cmd, const TModbusRequest& request, TBytes& reply)
       IXO_REQUIRES(FLock);
-  [[nodiscard]] TModbusResult Range(std::uint8_t func, std::uint16_t addr, std::size_t count,
+  [[nodiscard]] TModbusResult Range(bool write, std::uint8_t func, std::uint16_t addr, std::size_t count,
                                     std::span<const std::uint16_t> values, std::vector<std::uint16_t> registers);
 
   const std::string FIDName;

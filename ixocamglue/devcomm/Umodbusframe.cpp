@@ -1,5 +1,8 @@
 #include "ixocamglue/devcomm/Umodbusframe.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include "ixocamglue/platform/comm/Crc.h"
 
 namespace ixocamglue {
@@ -7,11 +10,30 @@ namespace {
 
 constexpr std::size_t kTcpHeader = 6;
 constexpr std::size_t kException = 3;  // unit, function, code
+constexpr std::uint16_t kCoilOn = 0xFF00;
+// Function; whether it writes, means bits, has a count, is of the exact profile; the most of one request.
+constexpr TModbusFunction kFunctions[] = {
+    {kModbusReadCoils, false, true, true, false, 2000, "a request reads at most 2000 coils"},
+    {kModbusReadDiscrete, false, true, true, false, 2000, "a request reads at most 2000 discrete inputs"},
+    {kModbusRead, false, false, true, true, 125, "a request reads at most 125 registers"},
+    {kModbusReadInput, false, false, true, false, 125, "a request reads at most 125 registers"},
+    {kModbusWriteCoil, true, true, false, false, 1, "the request writes one coil"},
+    {kModbusWriteOne, true, false, false, true, 1, "the request writes one register"},
+    {kModbusWriteCoils, true, true, true, false, 1968, "a request writes at most 1968 coils"},
+    {kModbusWriteMany, true, false, true, true, 123, "a request writes at most 123 registers"},
+};
 
 std::uint8_t High(std::uint16_t word) { return static_cast<std::uint8_t>(word >> 8); }
 std::uint8_t Low(std::uint16_t word) { return static_cast<std::uint8_t>(word & 0xFF); }
 std::uint16_t WordAt(std::span<const std::uint8_t> bytes, std::size_t at) {
   return static_cast<std::uint16_t>(bytes[at] << 8 | bytes[at + 1]);
+}
+
+std::size_t BitBytes(std::size_t bits) { return (bits + 7) / 8; }
+// What the functions 5 and 6 have in the place of a count.
+std::uint16_t OneValue(const TModbusRequest& request) {
+  const std::uint16_t value = request.Values[0];
+  return request.Func != kModbusWriteCoil ? value : value != 0 ? kCoilOn : std::uint16_t{0};
 }
 
 TReplyCheck Invalid(const char* reason, bool framed = true) { return {rsInvalid, 0, 0, reason, framed}; }
@@ -28,17 +50,17 @@ TReplyCheck CheckBody(const TModbusRequest& request, std::span<const std::uint8_
     return check;
   }
   if (pdu[1] != request.Func) return Invalid("the reply is to another function");
-  if (request.Func == kModbusRead) {
-    const std::size_t data = std::size_t{2} * request.Count;
+  const TModbusFunction& function = *FindModbusFunction(request.Func);
+  if (!function.Write) {
+    const std::size_t data = function.Bits ? BitBytes(request.Count) : std::size_t{2} * request.Count;
     if (pdu.size() >= 3 && pdu[2] != data) return Invalid("the reply has another number of bytes");
     return {pdu.size() < 3 + data ? rsMore : rsWhole, 3 + data, 0, "", true};
   }
   constexpr std::size_t kEcho = 6;
   if (pdu.size() < kEcho) return {rsMore, kEcho, 0, "", true};
   if (WordAt(pdu, 2) != request.Addr) return Invalid("the reply is to another address");
-  const std::uint16_t wanted = request.Func == kModbusWriteOne ? request.Values[0] : request.Count;
-  if (WordAt(pdu, 4) != wanted)
-    return Invalid(request.Func == kModbusWriteOne ? "the reply has another value" : "the reply has another count");
+  if (WordAt(pdu, 4) != (function.Many ? request.Count : OneValue(request)))
+    return Invalid(function.Many ? "the reply has another count" : "the reply has another value");
   return {rsWhole, kEcho, 0, "", true};
 }
 
@@ -71,31 +93,40 @@ TReplyCheck CheckTcp(const TModbusRequest& request, std::span<const std::uint8_t
 
 }  // namespace
 
+const TModbusFunction* FindModbusFunction(std::uint8_t func) {
+  const auto* const found = std::ranges::find(kFunctions, func, &TModbusFunction::Func);
+  return found == std::end(kFunctions) ? nullptr : found;
+}
+
 bool BuildModbusFrame(const TModbusRequest& request, TBytes& frame) {
   frame.clear();
-  const bool many = request.Func == kModbusWriteMany;
-  const bool one = request.Func == kModbusWriteOne;
-  if (request.Func != kModbusRead && !many && (!one || request.Values.empty())) return false;
+  const TModbusFunction* const function = FindModbusFunction(request.Func);
+  if (!function || (!function->Many && request.Values.empty())) return false;
+  const bool many = function->Write && function->Many;
 
   frame.reserve(kTcpHeader + 7 + 2 * request.Values.size() + 2);
   const auto word = [&](std::uint16_t value) {
     frame.push_back(High(value));
     frame.push_back(Low(value));
   };
-  const auto twice = static_cast<std::uint8_t>(2 * Low(request.Count));
+  const auto data = static_cast<std::uint8_t>(function->Bits ? BitBytes(request.Count) : 2u * Low(request.Count));
   if (request.Tcp) {
     word(request.Transaction);
     word(0);
     frame.push_back(0);
-    frame.push_back(many ? static_cast<std::uint8_t>(2 * Low(request.Count) + 7) : std::uint8_t{6});
+    frame.push_back(many ? static_cast<std::uint8_t>(data + 7) : std::uint8_t{6});
   }
   frame.push_back(request.Unit);
   frame.push_back(request.Func);
   word(request.Addr);
-  word(one ? request.Values[0] : request.Count);
-  if (many) {
-    frame.push_back(twice);
-    const std::size_t at = frame.size();
+  word(function->Many ? request.Count : OneValue(request));
+  if (many) frame.push_back(data);
+  const std::size_t at = frame.size();
+  if (many && function->Bits) {
+    frame.resize(at + BitBytes(request.Values.size()));
+    for (std::size_t i = 0; i < request.Values.size(); ++i)
+      if (request.Values[i] != 0) frame[at + i / 8] |= static_cast<std::uint8_t>(1u << i % 8);
+  } else if (many) {
     frame.resize(at + 2 * request.Values.size());
     std::uint8_t* out = frame.data() + at;
     for (const std::uint16_t value : request.Values) {

@@ -9,26 +9,40 @@
 
 namespace ixocamglue {
 
-inline constexpr std::uint8_t kModbusRead = 3;
+inline constexpr std::uint8_t kModbusReadCoils = 1;
+inline constexpr std::uint8_t kModbusReadDiscrete = 2;
+inline constexpr std::uint8_t kModbusRead = 3;  // holding registers
+inline constexpr std::uint8_t kModbusReadInput = 4;
+inline constexpr std::uint8_t kModbusWriteCoil = 5;
 inline constexpr std::uint8_t kModbusWriteOne = 6;
+inline constexpr std::uint8_t kModbusWriteCoils = 15;
 inline constexpr std::uint8_t kModbusWriteMany = 16;
 inline constexpr std::uint32_t kModbusAddresses = 0x10000;
-inline constexpr std::size_t kModbusMostRead = 125;   // registers of one request
-inline constexpr std::size_t kModbusMostWrite = 123;  // registers of one request
+
+struct TModbusFunction {
+  std::uint8_t Func;
+  bool Write;
+  bool Bits;            // coils and discrete inputs; else registers
+  bool Many;            // the request has a count
+  bool Exact;           // of the exact profile too
+  std::uint16_t Most;   // of one request
+  const char* TooMany;  // a literal: why a request with more is refused
+};
+[[nodiscard]] const TModbusFunction* FindModbusFunction(std::uint8_t func);  // null for any other
 
 struct TModbusRequest {
   bool Tcp = false;               // header instead of CRC
   std::uint16_t Transaction = 0;  // TCP
   std::uint8_t Unit = 1;
   std::uint8_t Func = kModbusRead;
-  std::uint16_t Addr = 0;   // protocol address, 0 to 65535
-  std::uint16_t Count = 0;  // registers; function 6 has none
-  std::span<const std::uint16_t> Values;
+  std::uint16_t Addr = 0;                 // protocol address, 0 to 65535
+  std::uint16_t Count = 0;                // registers or bits; the functions 5 and 6 have none
+  std::span<const std::uint16_t> Values;  // of a bit: 0 or 1
 
   [[nodiscard]] bool Broadcast() const { return Unit == 0 && !Tcp; }  // to every unit of a line; none answers
 };
 
-// Replaces `frame`. False and empty for another function, and for function 6 without a value.
+// Replaces `frame`. False and empty for another function, and for the functions 5 and 6 without a value.
 // Kept: the byte count of function 16, and the header's length, are 8-bit arithmetic on the low byte of Count, while
 // every element of Values is written.
 [[nodiscard]] bool BuildModbusFrame(const TModbusRequest& request, TBytes& frame);

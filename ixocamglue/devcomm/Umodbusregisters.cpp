@@ -1,4 +1,4 @@
-// Ranges of registers as requests of either profile.
+// Ranges of registers and bits as requests of either profile.
 #include <algorithm>
 #include <utility>
 
@@ -6,21 +6,26 @@
 
 namespace ixocamglue {
 
-TModbusResult TModbusComm::Range(std::uint8_t func, std::uint16_t addr, std::size_t count,
+TModbusResult TModbusComm::Range(bool write, std::uint8_t func, std::uint16_t addr, std::size_t count,
                                  std::span<const std::uint16_t> values, std::vector<std::uint16_t> registers) {
   TGuard guard(FLock);
   registers.clear();
   TModbusResult all{{}, std::move(registers)};
-  const bool read = func == kModbusRead;
   const auto refuse = [&](const char* reason) {
     all.Outcome = moBadRequest;
     all.Reason = reason;
     return std::move(all);
   };
+  const TModbusFunction* const function = FindModbusFunction(func);
+  if (!function || function->Write != write)
+    return refuse(write ? "the functions that write are 5, 6, 15 and 16" : "the functions that read are 1 to 4");
+  const bool read = !write;
   if (count == 0) return refuse(read ? "the count is 0" : "there is no value to write");
-  if (count > std::size_t{kModbusAddresses} - addr) return refuse("the range goes beyond register 65535");
-  std::size_t most = read ? kModbusMostRead : kModbusMostWrite;
+  if (count > std::size_t{kModbusAddresses} - addr) return refuse("the range goes beyond address 65535");
+  if (!function->Many && count != 1) return refuse(function->TooMany);
+  std::size_t most = function->Most;
   if (FProfile == mpExact) {
+    if (!function->Exact) return refuse("the exact profile has the functions 3, 6 and 16 only");
     most = read ? 0xFFFF : 0xFF;  // the fields of a request hold no more
     if (count > most)
       return refuse(read ? "the count is beyond 65535" : "the exact profile writes at most 255 registers at once");
@@ -40,18 +45,30 @@ TModbusResult TModbusComm::Range(std::uint8_t func, std::uint16_t addr, std::siz
     all.Done += part;
     if (!read) continue;
     const std::size_t data = IsTCP ? 9 : 3;
-    for (std::size_t at = data; at < data + 2 * part; at += 2)
-      all.Registers.push_back(static_cast<std::uint16_t>(FReply[at] << 8 | FReply[at + 1]));
+    for (std::size_t i = 0; i < part; ++i) {
+      const std::size_t at = data + (function->Bits ? i / 8 : 2 * i);
+      all.Registers.push_back(
+          static_cast<std::uint16_t>(function->Bits ? FReply[at] >> i % 8 & 1 : FReply[at] << 8 | FReply[at + 1]));
+    }
   }
   return all;
 }
 
+TModbusResult TModbusComm::Read(std::uint8_t func, std::uint16_t addr, std::uint32_t count,
+                                std::vector<std::uint16_t> reuse) {
+  return Range(false, func, addr, count, {}, std::move(reuse));
+}
+
+TModbusResult TModbusComm::Write(std::uint8_t func, std::uint16_t addr, std::span<const std::uint16_t> values) {
+  return Range(true, func, addr, values.size(), values, {});
+}
+
 TModbusResult TModbusComm::ReadRegisters(std::uint16_t addr, std::uint32_t count, std::vector<std::uint16_t> reuse) {
-  return Range(kModbusRead, addr, count, {}, std::move(reuse));
+  return Read(kModbusRead, addr, count, std::move(reuse));
 }
 
 TModbusResult TModbusComm::WriteRegisters(std::uint16_t addr, std::span<const std::uint16_t> values, bool multiple) {
-  return Range(values.size() == 1 && !multiple ? kModbusWriteOne : kModbusWriteMany, addr, values.size(), values, {});
+  return Write(values.size() == 1 && !multiple ? kModbusWriteOne : kModbusWriteMany, addr, values);
 }
 
 }  // namespace ixocamglue

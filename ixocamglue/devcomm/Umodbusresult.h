@@ -82,11 +82,11 @@ struct TModbusEnd {
 // One request and what it cost.
 struct TModbusAnswer : TModbusEnd, TModbusTraffic {};
 
-// The registers of a range, and what its requests cost together.
+// The registers or bits of a range, and what its requests cost together.
 struct TModbusResult : TModbusAnswer {
-  std::vector<std::uint16_t> Registers;
-  std::size_t Done = 0;   // registers read or written before the first failure
-  bool Confirmed = true;  // false: a write went out and no reply says what became of it
+  std::vector<std::uint16_t> Registers;  // of bits: 0 or 1 each
+  std::size_t Done = 0;                  // registers or bits read or written before the first failure
+  bool Confirmed = true;                 // false: a write went out and no reply says what became of it
 };
 
 }  // namespace ixocamglue

@@ -35,15 +35,19 @@ class TPlainStream final : public INcStreamIntf {
 
 // Why this request must not be sent, or an empty text.
 const char* Refusal(const TModbusRequest& request) {
-  if (request.Func == kModbusWriteOne) return request.Values.empty() ? "there is no value to write" : "";
-  const bool many = request.Func == kModbusWriteMany;
-  if (!many && request.Func != kModbusRead) return "only the functions 3, 6 and 16 are supported";
+  const TModbusFunction* const function = FindModbusFunction(request.Func);
+  if (!function) return "only the functions 1 to 6, 15 and 16 are supported";
+  if (function->Write) {
+    if (request.Values.empty()) return "there is no value to write";
+    if (function->Bits && std::ranges::any_of(request.Values, [](std::uint16_t value) { return value > 1; }))
+      return "a coil is 0 or 1";
+  }
+  if (!function->Many) return "";
   if (request.Count == 0) return "the count is 0";
-  if (request.Count > (many ? kModbusMostWrite : kModbusMostRead))
-    return many ? "a request writes at most 123 registers" : "a request reads at most 125 registers";
-  if (many && request.Values.size() != request.Count) return "the count is not the number of values";
-  if (request.Count > kModbusAddresses - request.Addr) return "the range goes beyond register 65535";
-  if (!many && request.Broadcast()) return "a broadcast cannot be read";
+  if (request.Count > function->Most) return function->TooMany;
+  if (function->Write && request.Values.size() != request.Count) return "the count is not the number of values";
+  if (request.Count > kModbusAddresses - request.Addr) return "the range goes beyond address 65535";
+  if (!function->Write && request.Broadcast()) return "a broadcast cannot be read";
   return "";
 }
 
@@ -184,7 +188,7 @@ TModbusAnswer TModbusStrict::Ask(INcDataTransIntf& transport, TModbusRequest req
     }
     if (end.Ok() || end.Outcome == moException || FStop.Asked() || traffic.Attempts > Options.Retries ||
         (!stream->Linked() && FBackoffOf == stream && Clock().MonotonicMs() < FNextOpenMs) ||
-        (traffic.BytesSent != 0 && request.Func != kModbusRead && !Options.RetryWrites))
+        (traffic.BytesSent != 0 && FindModbusFunction(request.Func)->Write && !Options.RetryWrites))
       break;
     if (end.Outcome != moInvalid) continue;
     const std::uint64_t quiet = Clock().MonotonicMs() + kQuietLimitMs;

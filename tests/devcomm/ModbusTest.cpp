@@ -94,6 +94,39 @@ TEST(ModbusFrames, AreTheBytesThatPeopleWriteDown) {
   EXPECT_EQ(faults.Claim().size(), 2u);
 }
 
+// Coils, discrete inputs and input registers: the request, its reply, and what is no reply to it.
+TEST(ModbusFrames, OfTheStrictProfilesFunctionsAreAnsweredInFunctionUnitCountAndEcho) {
+  std::vector<std::uint16_t> ten{1, 0, 1, 1, 0, 0, 1, 1, 1, 0};
+  const struct {
+    std::uint8_t Func;
+    std::uint16_t Count;
+    std::vector<std::uint16_t> Values;
+    const char* Request;
+    const char* Reply;
+    TTexts Wrong;
+  } kRows[] = {
+      {1, 10, {}, "01 01 00 13 00 0A", "01 01 02 CD 01", {"01 02 02 CD 01", "02 01 02 CD 01", "01 01 01 CD"}},
+      {2, 8, {}, "01 02 00 13 00 08", "01 02 01 AC", {"01 01 01 AC", "01 02 02 AC 00"}},
+      {4, 1, {}, "01 04 00 13 00 01", "01 04 02 00 0A", {"01 03 02 00 0A", "01 04 04 00 0A 00 0A"}},
+      {5, 0, {1}, "01 05 00 13 FF 00", "01 05 00 13 FF 00", {"01 05 00 14 FF 00", "01 05 00 13 00 00"}},
+      {5, 0, {0}, "01 05 00 13 00 00", "01 05 00 13 00 00", {"01 06 00 13 00 00", "01 05 00 13 FF 00"}},
+      {15, 10, ten, "01 0F 00 13 00 0A 02 CD 01", "01 0F 00 13 00 0A", {"01 0F 00 12 00 0A", "01 0F 00 13 00 09"}},
+  };
+  for (const auto& row : kRows) {
+    const TModbusRequest request{.Func = row.Func, .Addr = 0x13, .Count = row.Count, .Values = row.Values};
+    TBytes frame;
+    ASSERT_TRUE(BuildModbusFrame(request, frame));
+    EXPECT_EQ(SpacedHex(frame), SpacedHex(Crc(Bytes(row.Request))));
+    const TBytes reply = Crc(Bytes(row.Reply));
+    for (std::size_t size = 0; size <= reply.size(); ++size)
+      EXPECT_EQ(CheckModbusReply(request, std::span(reply).first(size)).State, size < reply.size() ? rsMore : rsWhole);
+    for (const std::string& wrong : row.Wrong)
+      EXPECT_EQ(CheckModbusReply(request, Crc(Bytes(wrong))).State, rsInvalid) << wrong;
+    const TBytes refused = Crc({1, static_cast<std::uint8_t>(row.Func | 0x80), 2});
+    EXPECT_EQ(CheckModbusReply(request, refused).Exception, 2);
+  }
+}
+
 TEST_P(Modbus, AnExactRequestWaitsItsTimesAndHandsTheReplyOver) {
   TTexts seen;
   Device.OnAckData = [&](std::uint8_t cmd, std::uint8_t func, std::int32_t offset, const TBytes& buf) {
@@ -281,9 +314,22 @@ TEST_P(Modbus, StrictDecodesExceptionsChecksLimitsAndSplitsLongRanges) {
   const std::vector<std::uint16_t> values(200, 42);
   EXPECT_EQ(Device.WriteRegisters(500, values).Done, 200u);
   EXPECT_EQ(Bank.Registers[699], 42);
-  EXPECT_EQ(Device.ReadRegisters(65'535, 2).Outcome, moBadRequest);
-  EXPECT_EQ(Device.ReadRegisters(16, 0xFFFF'FFF8u).Outcome, moBadRequest);  // address and count are 8 in 32 bits
-  EXPECT_FALSE(Device.SendCommand(1, 3, 0, 126, {}));
+  Script.Wire.Out.clear();
+  for (std::uint8_t func = 1; func <= 4; ++func) {
+    EXPECT_EQ(Device.Read(func, 65'535, 2).Outcome, moBadRequest);
+    EXPECT_EQ(Device.Read(func, 16, 0xFFFF'FFF8u).Outcome, moBadRequest);  // address and count are 8 in 32 bits
+    EXPECT_FALSE(Device.SendCommand(1, func, 0, func < 3 ? 2001 : 126, {}));
+    EXPECT_EQ(Device.Write(func, 0, values).Outcome, moBadRequest);
+  }
+  const std::vector<std::uint16_t> coils(1969, 1);
+  EXPECT_FALSE(Device.SendCommand(1, 15, 0, 1969, coils));
+  EXPECT_EQ(Device.Write(15, 65'535, coils).Outcome, moBadRequest);
+  EXPECT_EQ(Device.Write(5, 0, coils).Outcome, moBadRequest);    // one only
+  EXPECT_EQ(Device.Write(15, 0, values).Outcome, moBadRequest);  // 42 is no coil
+  EXPECT_EQ(Device.Read(5, 0, 1).Outcome, moBadRequest);
+  Device.SetProfile(mpExact);
+  EXPECT_EQ(Device.Read(1, 0, 1).Outcome, moBadRequest);
+  EXPECT_TRUE(Script.Wire.Out.empty());
   EXPECT_EQ(Device.LastError, 0);
 }
 

@@ -152,6 +152,24 @@ TEST(RealLink, TheSimulatedPlcIsReadAndWrittenInBothFramings) {
   ReadAndWrite(SerialLink(cable.A.Device));
 }
 
+// Coils, discrete inputs and input registers of a slave that is not ours.
+void ReadAndWriteBits(const TLinkAddress& link) {
+  SCOPED_TRACE(link.Text());
+  const auto device = Master(link, mpStrict);
+  std::vector<std::uint16_t> coils(2100);
+  for (std::size_t i = 0; i < coils.size(); ++i) coils[i] = i % 3 == 0 || i % 7 == 0;
+  EXPECT_TRUE(device->Write(kModbusWriteCoils, 5, coils).Ok());  // two requests each
+  EXPECT_EQ(device->Read(kModbusReadCoils, 5, 2100).Registers, coils);
+  EXPECT_TRUE(device->Write(kModbusWriteCoil, 6, std::vector<std::uint16_t>{1}).Ok());
+  EXPECT_TRUE(device->Write(kModbusWriteCoil, 5, std::vector<std::uint16_t>{0}).Ok());
+  EXPECT_EQ(device->Read(kModbusReadCoils, 4, 3).Registers, (std::vector<std::uint16_t>{0, 0, 1}));
+  EXPECT_EQ(device->Read(kModbusReadDiscrete, 0, 10).Registers,
+            (std::vector<std::uint16_t>{0, 0, 0, 1, 0, 0, 0, 0, 0, 1}));
+  EXPECT_EQ(device->Read(kModbusReadInput, 0, 3).Registers, (std::vector<std::uint16_t>{0, 0, 0xBEEF}));
+  const auto beyond = device->Read(kModbusReadDiscrete, 60'000, 1);
+  EXPECT_EQ(beyond.Exception, 2) << OutcomeText(beyond);
+}
+
 // libmodbus as the slave; its end comes with the peer's hang-up or the next poll.
 class TLibmodbusSlave {
  public:
@@ -181,7 +199,9 @@ class TLibmodbusSlave {
 
  private:
   void Start() {
-    FMapping = modbus_mapping_new(0, 0, 200, 0);
+    FMapping = modbus_mapping_new(2200, 10, 200, 3);
+    FMapping->tab_input_bits[3] = FMapping->tab_input_bits[9] = 1;
+    FMapping->tab_input_registers[2] = 0xBEEF;
     modbus_set_indication_timeout(FContext, 0, 50'000);
     FThread = std::thread([this] { Serve(); });
   }
@@ -209,12 +229,15 @@ class TLibmodbusSlave {
 TEST(RealLink, LibmodbusIsReadAndWrittenInBothFramings) {
   {
     TLibmodbusSlave tcp;
-    ReadAndWrite(TcpLink(tcp.Tcp()));
+    const TLinkAddress link = TcpLink(tcp.Tcp());
+    ReadAndWrite(link);
+    ReadAndWriteBits(link);
   }
   TCable cable;
   TLibmodbusSlave serial;
   serial.Serial(cable.B.Device);
   ReadAndWrite(SerialLink(cable.A.Device));
+  ReadAndWriteBits(SerialLink(cable.A.Device));
 }
 
 // pymodbus as the slave, in the system's interpreter.
