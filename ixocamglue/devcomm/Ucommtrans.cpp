@@ -21,6 +21,11 @@ std::string AsciiOf(const TBytes& buf) {
 
 }  // namespace
 
+void TNcCommTransBase::NewLink() {
+  static std::atomic<std::uint64_t> links{0};
+  FLinkId = ++links;
+}
+
 void TNcCommTransBase::DebugPcTo3rdDevInfo(const TBytes& buf) {
   if (buf.empty()) return;
   LastSendTick = Clock().TickMs();

@@ -25,8 +25,10 @@ class TNcCommTransBase : public INcDataTransIntf, public INcStreamIntf {
 
   std::size_t Drain(std::size_t atMost) override;
   TBytes ReceiveWithin(std::uint32_t ms) override;
+  std::uint64_t LinkId() const override { return FLinkId; }
 
  protected:
+  void NewLink();  // one was opened
   // True as soon as Take has something to say.
   [[nodiscard]] virtual bool WaitReadable(std::uint32_t ms) = 0;
   // What is there now; 0 for nothing. Closes a link found ended.
@@ -34,6 +36,9 @@ class TNcCommTransBase : public INcDataTransIntf, public INcStreamIntf {
   // Called after every attempt to send, and with what was received.
   void DebugPcTo3rdDevInfo(const TBytes& buf);
   void Debug3rdDevToPcInfo(const TBytes& buf) const;
+
+ private:
+  std::uint64_t FLinkId = 0;
 };
 
 // TransType decides how it receives: text ends at the first empty read after 50 ms and turns bytes above 0x7F into "?";
@@ -58,6 +63,7 @@ class TNcSerialCommTrans final : public TNcCommTransBase {
  private:
   bool WaitReadable(std::uint32_t ms) override;
   std::size_t Take(std::span<std::uint8_t> buffer) override;
+  [[nodiscard]] TResult<> Open();
   [[nodiscard]] TBytes ReceiveBinary();
   [[nodiscard]] TBytes ReceiveText();
 
@@ -92,6 +98,7 @@ class TNcTcpIPTrans final : public TNcCommTransBase {
  private:
   bool WaitReadable(std::uint32_t ms) override;
   std::size_t Take(std::span<std::uint8_t> buffer) override;
+  bool Connect(std::uint32_t timeoutMs);
   void Resolve();
   void ResolveAgain();
 

@@ -57,6 +57,8 @@ class INcStreamIntf {
   // Closes what stands and opens it anew: connects within the time, opens the port again.
   [[nodiscard]] virtual bool Reopen(std::uint32_t timeoutMs) = 0;
   virtual void CloseLink() = 0;
+  // Of the link that stands, another one after each opening, in the whole process. 0: not known.
+  [[nodiscard]] virtual std::uint64_t LinkId() const { return 0; }
   // The link that is opened next brings nothing of what was under way on the one before.
   [[nodiscard]] virtual bool ClosingForgets() const { return false; }
   // Throws away what has come in, at most `atMost` bytes; returns how many. A link found ended is closed.

@@ -50,7 +50,9 @@ void TModbusComm::SetProfile(TModbusProfile profile, const TModbusStrictOptions&
 
 TModbusStatistics TModbusComm::Statistics() {
   TGuard guard(FLock);
-  return FStatistics;
+  TModbusStatistics statistics = FStatistics;
+  statistics.Proof = FStrict.Proof();
+  return statistics;
 }
 
 std::vector<TModbusFrameLog::TEntry> TModbusComm::LastFrames() {
@@ -81,12 +83,12 @@ bool TModbusComm::SendCommand(std::uint8_t cmd, std::uint8_t funcCode, std::uint
   if (FProfile == mpExact) {
     const TModbusAnswer sent = SendExact(request);
     if (sent.Ok()) WaitforAckData(cmd, kReplyMs);
-    return sent.BytesSent != 0;
+    return sent.Sent;
   }
   TBytes reply;  // a nested send has its own
   const TModbusAnswer answer = AskStrict(cmd, request, reply);
   if ((answer.Ok() || answer.Outcome == moException) && !reply.empty()) Deliver(cmd, reply);
-  return answer.BytesSent != 0;
+  return answer.Sent;
 }
 
 void TModbusComm::WaitforAckData(std::uint8_t cmd, std::uint32_t timeoutMs) {
@@ -117,7 +119,8 @@ TModbusAnswer TModbusComm::SendExact(const TModbusRequest& request) {
     answer.Outcome = moBadRequest;
     return answer;
   }
-  if (TransportLocked()->SendBuff(frame)) answer.BytesSent = frame.size();
+  answer.Sent = TransportLocked()->SendBuff(frame);
+  if (answer.Sent) answer.BytesSent = frame.size();
   const std::uint64_t handed = Clock().MonotonicUs();
   answer.SendUs = handed - opened;
   FFrames.Add(handed, true, frame);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 
+#include "ixocamglue/devcomm/Umodbusresult.h"
 #include "ixocamglue/platform/comm/Crc.h"
 
 namespace ixocamglue {
@@ -71,7 +72,7 @@ TReplyCheck CheckRtu(const TModbusRequest& request, std::span<const std::uint8_t
   if (bytes.size() < check.Length) return {rsMore, check.Length, 0, "", true};
   const std::size_t body = check.Length - 2;
   const std::uint16_t crc = CalcCRC(bytes.data(), body, 0xFFFF);
-  if (bytes[body] != Low(crc) || bytes[body + 1] != High(crc)) return Invalid("the CRC is wrong");
+  if (bytes[body] != Low(crc) || bytes[body + 1] != High(crc)) return {rsInvalid, 0, 0, "the CRC is wrong", true, true};
   return check;
 }
 
@@ -160,6 +161,17 @@ const char* ModbusExceptionName(std::uint8_t code) {
     case 11: return "gateway target device failed to respond";
     default: return "unknown exception";
   }
+}
+
+const char* ModbusProofName(TModbusProof proof) {
+  switch (proof) {
+    case mpfUnproved: return "unproved";
+    case mpfProved: return "proved";
+    case mpfException: return "exception";
+    case mpfUnanswered: return "no answer";
+    case mpfEchoed: return "echoed";
+  }
+  return "";
 }
 
 }  // namespace ixocamglue

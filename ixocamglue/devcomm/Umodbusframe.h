@@ -62,6 +62,7 @@ struct TReplyCheck {
   std::uint8_t Exception = 0;  // the exception code
   const char* Reason = "";     // a literal; why it is invalid, or what makes it foreign
   bool Framed = true;          // false: the bytes cannot be cut into frames any more
+  bool Damaged = false;        // invalid by its CRC alone: this was the reply, and no other is to come
 };
 
 // Looks at what has come in of the reply to `request`: length from the header or the function code; unit, function,

@@ -38,9 +38,10 @@ TModbusResult TModbusComm::Range(bool write, std::uint8_t func, std::uint16_t ad
     const TModbusAnswer answer = FProfile == mpStrict ? AskStrict(0, request, FReply) : AskExact(request, FReply);
     static_cast<TModbusEnd&>(all) = answer;
     all += answer;
+    all.Sent = all.Sent || answer.Sent;
     // An exception is the device's word that nothing was written.
     const bool answered = answer.Outcome == moException || (answer.Ok() && !request.Broadcast());
-    if (!read && answer.BytesSent != 0 && !answered) all.Confirmed = false;
+    if (!read && answer.Sent && !answered) all.Confirmed = false;
     if (!all.Ok()) break;
     all.Done += part;
     if (!read) continue;

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 namespace ixocamglue {
@@ -24,6 +25,19 @@ enum class TModbusOutcome : std::uint8_t {
 using enum TModbusOutcome;
 inline constexpr std::size_t kModbusOutcomes = 7;
 
+// What is known of the link that the last request used. A line that sends back whatever it is given confirms every
+// write of one value; the echo of a read is no reply to it.
+enum class TModbusProof : std::uint8_t {
+  mpfUnproved,    // no probe register was read on this link
+  mpfProved,      // a device replied
+  mpfException,   // a device replied with an exception
+  mpfUnanswered,  // no valid reply came
+  mpfEchoed       // the request came back: writes are refused
+};
+using enum TModbusProof;
+// "unproved", "proved", "exception", "no answer", "echoed"
+[[nodiscard]] const char* ModbusProofName(TModbusProof proof);
+
 struct TModbusStrictOptions {
   std::uint32_t TimeoutMs = 2000;  // of one attempt, from the end of the send (and PreDelay)
   std::uint32_t ConnectMs = 1000;
@@ -32,10 +46,18 @@ struct TModbusStrictOptions {
   bool ClearOnSuccess = false;    // a good reply clears LastError
   std::uint32_t BackoffMs = 200;  // after a connect that failed, doubling up to the most
   std::uint32_t BackoffMostMs = 5000;
-  // RTU framing carries nothing that tells a late reply from the next one. After a request without a reply a TCP
+  // RTU framing carries nothing that tells a late reply from the next one. After a request without its reply a TCP
   // connection is made anew, and any other line must be silent for this long (0: the time-out, at least 3000 ms). A
-  // reply that comes later still is taken for the next request's.
+  // reply that comes later still is taken for the next request's; so is one to a request of another object or process
+  // that used the line before.
   std::uint32_t LateReplyMs = 0;
+  // From the beginning of a request until it is given up, its attempts together; 0: they have no common limit. An
+  // attempt ends with it, and another one begins only if at least half of its time is left, on a line that has to fall
+  // silent all of it. Of a long range each request has this time.
+  std::uint32_t TotalMs = 0;
+  // Read once on each link before the first write that asks for a reply, in a time of its own; none: writes are
+  // unproved. Without a valid reply they are allowed, unless it was their echo.
+  std::optional<std::uint16_t> ProbeRegister;
 };
 
 // What requests cost.
@@ -50,7 +72,7 @@ struct TModbusTraffic {
   std::uint64_t BytesReceived = 0;
   std::uint64_t Foreign = 0;     // late replies of other transactions, dropped
   std::uint64_t StaleBytes = 0;  // thrown away before the send, and behind the reply
-  std::uint64_t Owed = 0;        // requests over RTU framing that had no reply in time
+  std::uint64_t Owed = 0;        // requests over RTU framing whose reply may still come
   std::uint64_t Drained = 0;     // bytes that came while the line had to be silent
 
   TModbusTraffic& operator+=(const TModbusTraffic& more) {
@@ -80,7 +102,9 @@ struct TModbusEnd {
 };
 
 // One request and what it cost.
-struct TModbusAnswer : TModbusEnd, TModbusTraffic {};
+struct TModbusAnswer : TModbusEnd, TModbusTraffic {
+  bool Sent = false;  // the request went out; a probe's bytes count as traffic only
+};
 
 // The registers or bits of a range, and what its requests cost together.
 struct TModbusResult : TModbusAnswer {

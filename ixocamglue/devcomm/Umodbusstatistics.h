@@ -15,6 +15,7 @@ namespace ixocamglue {
 struct TModbusStatistics : TModbusTraffic {
   std::array<std::uint64_t, kModbusOutcomes> Ended{};  // requests by outcome
   std::uint64_t LongestUs = 0;                         // of those that ended well
+  TModbusProof Proof = mpfUnproved;
 
   [[nodiscard]] std::uint64_t Of(TModbusOutcome outcome) const { return Ended[static_cast<std::size_t>(outcome)]; }
   void Count(const TModbusAnswer& answer) {

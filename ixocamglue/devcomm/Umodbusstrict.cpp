@@ -1,6 +1,7 @@
 #include "ixocamglue/devcomm/Umodbusstrict.h"
 
 #include <algorithm>
+#include <limits>
 
 namespace ixocamglue {
 namespace {
@@ -10,6 +11,9 @@ constexpr std::uint32_t kQuietMs = 20;          // silence after a broken reply,
 constexpr std::uint32_t kQuietLimitMs = 200;
 constexpr std::uint32_t kPollMs = 10;
 constexpr std::uint32_t kSliceMs = 50;  // of a wait, between two looks at the stop
+
+constexpr std::uint64_t kNoDeadline = std::numeric_limits<std::uint64_t>::max();
+constexpr const char* kEchoes = "the line sends back what it is given, which would confirm any write";
 
 // For a transport of the user's own, which has only the three operations.
 class TPlainStream final : public INcStreamIntf {
@@ -51,63 +55,117 @@ const char* Refusal(const TModbusRequest& request) {
   return "";
 }
 
+// Whether the request itself came back, but for a last byte that was not read.
+bool IsEcho(const TBytes& request, const TBytes& received) {
+  const std::size_t size = std::min(received.size(), request.size());
+  return size + 1 >= request.size() &&
+         std::equal(request.begin(), request.begin() + static_cast<std::ptrdiff_t>(size), received.begin());
+}
+
 }  // namespace
 
-TModbusEnd TModbusStrict::EnsureLink(INcStreamIntf& stream, TModbusTraffic& traffic) {
-  if (stream.Linked()) return {};
+struct TModbusStrict::TWay {
+  INcDataTransIntf& Transport;
+  INcStreamIntf& Stream;
+  TModbusTraffic& Traffic;
+  std::uint32_t PreDelayMs;
+  std::uint64_t Deadline;  // monotonic
+  bool Sent = false;
+
+  // Of `ms`, what is left of it.
+  [[nodiscard]] std::uint32_t Within(std::uint64_t ms) const {
+    const std::uint64_t now = Clock().MonotonicMs();
+    return static_cast<std::uint32_t>(std::min(ms, Deadline > now ? Deadline - now : 0));
+  }
+};
+
+std::uint32_t TModbusStrict::AttemptMs() const {
+  return Options.TotalMs != 0 ? std::min(Options.TimeoutMs, Options.TotalMs) : Options.TimeoutMs;
+}
+
+std::uint32_t TModbusStrict::SilenceMs() const {
+  return Options.LateReplyMs != 0 ? Options.LateReplyMs : std::max(Options.TimeoutMs, 3000u);
+}
+
+std::uint64_t TModbusStrict::NewDeadline() const {
+  return Options.TotalMs != 0 ? Clock().MonotonicMs() + Options.TotalMs : kNoDeadline;
+}
+
+bool TModbusStrict::IsKnown(const INcStreamIntf& stream) const {
+  const std::uint64_t link = stream.Linked() ? stream.LinkId() : 0;
+  return link != 0 && link == FProvedLink;
+}
+
+TModbusEnd TModbusStrict::EnsureLink(TWay& way) {
+  if (way.Stream.Linked()) return {};
   const std::uint64_t now = Clock().MonotonicMs();
-  if (FBackoffOf == &stream && now < FNextOpenMs)
+  if (FBackoffOf == &way.Stream && now < FNextOpenMs)
     return {moNoConnection, "the last attempt to connect failed; the next one is not due yet"};
-  if (FBackoffOf != &stream) FBackoffMs = 0;
-  if (stream.Reopen(Options.ConnectMs)) {
+  if (FBackoffOf != &way.Stream) FBackoffMs = 0;
+  if (way.Stream.Reopen(std::max(way.Within(Options.ConnectMs), 1u))) {
     FBackoffOf = nullptr;
     FBackoffMs = 0;
-    ++traffic.Connects;
+    ++way.Traffic.Connects;
     return {};
   }
-  FBackoffOf = &stream;
+  FBackoffOf = &way.Stream;
   FBackoffMs = std::min(std::max(FBackoffMs * 2, Options.BackoffMs), Options.BackoffMostMs);
   FNextOpenMs = Clock().MonotonicMs() + FBackoffMs;
   return {moNoConnection, "the connection cannot be opened"};
 }
 
-TModbusEnd TModbusStrict::AwaitSilence(INcStreamIntf& stream, TModbusTraffic& traffic) {
+TModbusEnd TModbusStrict::Connect(TWay& way) {
+  const std::uint64_t start = Clock().MonotonicUs();
+  TModbusEnd linked = EnsureLink(way);
+  if (linked.Ok()) {
+    way.Traffic.StaleBytes += way.Stream.Drain(kDrainLimit);
+    linked = EnsureLink(way);  // draining finds an ended connection
+  }
+  way.Traffic.OpenUs += Clock().MonotonicUs() - start;
+  return linked;
+}
+
+TModbusEnd TModbusStrict::AwaitSilence(TWay& way) {
   if (!FOwed) return {};
-  if (stream.ClosingForgets()) {
-    stream.CloseLink();
+  if (way.Stream.ClosingForgets()) {
+    way.Stream.CloseLink();
     FOwed = false;
     return {};
   }
-  if (const TModbusEnd linked = EnsureLink(stream, traffic); !linked.Ok()) return linked;
-  const std::uint64_t silence = Options.LateReplyMs != 0 ? Options.LateReplyMs : std::max(Options.TimeoutMs, 3000u);
+  if (const TModbusEnd linked = EnsureLink(way); !linked.Ok()) return linked;
+  const std::uint64_t silence = SilenceMs();
   const std::uint64_t start = Clock().MonotonicMs();
-  std::size_t late = stream.Drain(kDrainLimit);
+  std::size_t late = way.Stream.Drain(kDrainLimit);
   for (std::uint64_t now = start;; now = Clock().MonotonicMs()) {
-    traffic.Drained += late;
+    way.Traffic.Drained += late;
     if (late != 0) FSilentSinceMs = now;
     const std::uint64_t silent = now - FSilentSinceMs;  // the time between two requests counts, if nothing came in it
     if (silent >= silence) break;
     if (now - start >= 3 * silence) return {moInvalid, "line not silent"};
-    if (!stream.Linked()) return {moNoConnection, "the connection ended before the line was silent"};
+    if (now + (silence - silent) + AttemptMs() > way.Deadline)
+      return {moTimeout, "the line has to fall silent first, and there is no time left for that"};
+    if (!way.Stream.Linked()) return {moNoConnection, "the connection ended before the line was silent"};
     if (FStop.Asked()) return {moStopped};
-    late = stream.ReceiveWithin(static_cast<std::uint32_t>(std::min<std::uint64_t>(silence - silent, kSliceMs))).size();
+    const std::uint64_t slice = std::min<std::uint64_t>(silence - silent, kSliceMs);
+    late = way.Stream.ReceiveWithin(static_cast<std::uint32_t>(slice)).size();
   }
   FOwed = false;
   return {};
 }
 
-TModbusEnd TModbusStrict::AwaitReply(INcStreamIntf& stream, const TModbusRequest& request, TBytes& reply,
-                                     TModbusTraffic& traffic) {
-  const std::uint64_t end = Clock().MonotonicMs() + Options.TimeoutMs;
+TModbusEnd TModbusStrict::AwaitReply(TWay& way, const TModbusRequest& request, TBytes& reply) {
+  std::uint64_t now = Clock().MonotonicMs();
+  const std::uint64_t end = now + way.Within(Options.TimeoutMs);
   const char* foreign = "";
-  for (std::uint64_t now = end - Options.TimeoutMs;;) {
+  for (;;) {
     if (FStop.Asked()) return {moStopped};
-    const TBytes chunk = stream.ReceiveWithin(static_cast<std::uint32_t>(std::min<std::uint64_t>(end - now, kSliceMs)));
-    traffic.BytesReceived += chunk.size();
+    const std::uint64_t slice = std::min<std::uint64_t>(end - now, kSliceMs);
+    const TBytes chunk = way.Stream.ReceiveWithin(static_cast<std::uint32_t>(slice));
+    way.Traffic.BytesReceived += chunk.size();
     reply.insert(reply.end(), chunk.begin(), chunk.end());
     TReplyCheck check = CheckModbusReply(request, reply);
     while (check.State == rsForeign) {
-      ++traffic.Foreign;
+      ++way.Traffic.Foreign;
       foreign = check.Reason;
       FFrames.Add(Clock().MonotonicUs(), false, reply);
       reply.erase(reply.begin(), reply.begin() + static_cast<std::ptrdiff_t>(check.Length));
@@ -116,81 +174,119 @@ TModbusEnd TModbusStrict::AwaitReply(INcStreamIntf& stream, const TModbusRequest
     now = Clock().MonotonicMs();
     switch (check.State) {
       case rsMore:
-        if (!stream.Linked()) return {moNoConnection, "the connection ended before the reply"};
+        if (!way.Stream.Linked()) return {moNoConnection, "the connection ended before the reply"};
         if (now >= end) return {moTimeout, reply.empty() ? foreign : "the reply is incomplete"};
         break;
       case rsInvalid:
-        if (!check.Framed) stream.CloseLink();
+        if (check.Damaged) FOwed = false;
+        if (!check.Framed) way.Stream.CloseLink();
         return {moInvalid, check.Reason};
       case rsForeign:
       case rsWhole:
       case rsException:
-        traffic.StaleBytes += reply.size() - check.Length;
+        FOwed = false;
+        way.Traffic.StaleBytes += reply.size() - check.Length;
         reply.resize(check.Length);
         return {check.State == rsWhole ? moOk : moException, "", check.Exception};
     }
   }
 }
 
-TModbusEnd TModbusStrict::Attempt(INcDataTransIntf& transport, INcStreamIntf& stream, const TModbusRequest& request,
-                                  std::uint32_t preDelayMs, TBytes& reply, TModbusTraffic& traffic) {
-  reply.clear();
-  ++traffic.Attempts;
+TModbusEnd TModbusStrict::Transact(TWay& way, TModbusRequest& request, TBytes& reply) {
   const std::uint64_t start = Clock().MonotonicUs();
-  TModbusEnd linked = EnsureLink(stream, traffic);
-  if (linked.Ok()) {
-    traffic.StaleBytes += stream.Drain(kDrainLimit);
-    linked = EnsureLink(stream, traffic);  // draining finds an ended connection
-  }
-  const std::uint64_t opened = Clock().MonotonicUs();
-  traffic.OpenUs += opened - start;
-  if (!linked.Ok()) return linked;
+  if (++FTransaction == 0) FTransaction = 1;
+  request.Transaction = FTransaction;
   (void)BuildModbusFrame(request, FRequest);
-  if (!transport.SendBuff(FRequest)) {
-    stream.CloseLink();
+  if (!way.Transport.SendBuff(FRequest)) {
+    way.Stream.CloseLink();
     return {moNoConnection, "the request could not be sent"};
   }
-  traffic.BytesSent += FRequest.size();
+  way.Sent = true;
+  way.Traffic.BytesSent += FRequest.size();
   const std::uint64_t handed = Clock().MonotonicUs();
-  traffic.SendUs += handed - opened;
+  way.Traffic.SendUs += handed - start;
   FFrames.Add(handed, true, FRequest);
   if (request.Broadcast()) return {};
-  if (preDelayMs != 0) (void)Clock().Pause(FStop, preDelayMs);
-  const TModbusEnd end = AwaitReply(stream, request, reply, traffic);
+  FOwed = !request.Tcp;
+  if (way.PreDelayMs != 0) (void)Clock().Pause(FStop, way.Within(way.PreDelayMs));
+  const TModbusEnd end = AwaitReply(way, request, reply);
   const std::uint64_t ended = Clock().MonotonicUs();
-  traffic.WaitUs += ended - handed;
+  way.Traffic.WaitUs += ended - handed;
   FFrames.Add(ended, false, reply);
+  if (FOwed) {
+    FSilentSinceMs = Clock().MonotonicMs();
+    ++way.Traffic.Owed;
+  }
   return end;
+}
+
+TModbusEnd TModbusStrict::Prove(TWay& way, const TModbusRequest& write) {
+  TWay own{way.Transport, way.Stream, way.Traffic, way.PreDelayMs, NewDeadline()};
+  TModbusRequest probe{write.Tcp, 0, write.Unit, kModbusRead, *Options.ProbeRegister, 1, {}};
+  TBytes reply;
+  const TModbusEnd end = Transact(own, probe, reply);
+  if (end.Outcome == moStopped || end.Outcome == moNoConnection) return end;
+  while (end.Outcome == moInvalid && reply.size() < FRequest.size()) {
+    const TBytes more = way.Stream.ReceiveWithin(kSliceMs);
+    if (more.empty()) break;
+    reply.insert(reply.end(), more.begin(), more.end());
+  }
+  const bool echoed = end.Outcome == moInvalid && IsEcho(FRequest, reply);
+  FProof = echoed ? mpfEchoed : end.Ok() ? mpfProved : end.Outcome == moException ? mpfException : mpfUnanswered;
+  TModbusEnd ready;
+  if (echoed) {
+    ready = {moInvalid, kEchoes};
+  } else if (FOwed) {
+    own.Deadline = kNoDeadline;
+    ready = AwaitSilence(own);
+    if (ready.Ok()) ready = Connect(own);  // a link that was made anew for the silence counts as this one
+  }
+  FProvedLink = way.Stream.LinkId();
+  way.Deadline = NewDeadline();
+  return ready;
+}
+
+TModbusEnd TModbusStrict::Attempt(TWay& way, TModbusRequest& request, TBytes& reply) {
+  reply.clear();
+  ++way.Traffic.Attempts;
+  if (const TModbusEnd linked = Connect(way); !linked.Ok()) return linked;
+  if (!IsKnown(way.Stream)) {
+    FProof = mpfUnproved;
+    if (Options.ProbeRegister && FindModbusFunction(request.Func)->Write && !request.Broadcast())
+      if (const TModbusEnd proved = Prove(way, request); !proved.Ok()) return proved;
+  }
+  return Transact(way, request, reply);
+}
+
+bool TModbusStrict::MayRepeat(const TWay& way) const {
+  const std::uint64_t needed =
+      FOwed && !way.Stream.ClosingForgets() ? std::uint64_t{SilenceMs()} + AttemptMs() : AttemptMs() / 2;
+  return way.Within(needed) >= needed;
 }
 
 TModbusAnswer TModbusStrict::Ask(INcDataTransIntf& transport, TModbusRequest request, std::uint32_t preDelayMs,
                                  TBytes& reply) {
   reply.clear();
   if (const char* refusal = Refusal(request); *refusal != 0) return {{moBadRequest, refusal}, {}};
+  const bool write = FindModbusFunction(request.Func)->Write;
   const std::uint64_t start = Clock().MonotonicUs();
   auto* stream = dynamic_cast<INcStreamIntf*>(&transport);
   TPlainStream plain(transport);
   if (!stream) stream = &plain;
+  const bool asksBack = write && !request.Broadcast();
+  if (asksBack && IsKnown(*stream) && FProof == mpfEchoed) return {{moInvalid, kEchoes}, {}};
   TModbusEnd end;
   TModbusTraffic traffic;
+  TWay way{transport, *stream, traffic, preDelayMs, NewDeadline()};
   for (;;) {
-    end = AwaitSilence(*stream, traffic);
+    end = AwaitSilence(way);
     if (!end.Ok()) break;
-    if (++FTransaction == 0) FTransaction = 1;
-    request.Transaction = FTransaction;
-    const std::uint64_t sentBefore = traffic.BytesSent;
-    end = Attempt(transport, *stream, request, preDelayMs, reply, traffic);
-    const bool unanswered = end.Outcome == moTimeout || end.Outcome == moNoConnection || end.Outcome == moStopped;
-    if (!request.Tcp && unanswered && traffic.BytesSent != sentBefore) {
-      FOwed = true;
-      FSilentSinceMs = Clock().MonotonicMs();
-      ++traffic.Owed;
-    }
+    end = Attempt(way, request, reply);
     if (end.Ok() || end.Outcome == moException || FStop.Asked() || traffic.Attempts > Options.Retries ||
         (!stream->Linked() && FBackoffOf == stream && Clock().MonotonicMs() < FNextOpenMs) ||
-        (traffic.BytesSent != 0 && FindModbusFunction(request.Func)->Write && !Options.RetryWrites))
+        (way.Sent && write && !Options.RetryWrites) || (asksBack && FProof == mpfEchoed) || !MayRepeat(way))
       break;
-    if (end.Outcome != moInvalid) continue;
+    if (end.Outcome != moInvalid || FOwed) continue;
     const std::uint64_t quiet = Clock().MonotonicMs() + kQuietLimitMs;
     for (std::size_t more = 1; more != 0 && stream->Linked() && Clock().MonotonicMs() < quiet;) {
       more = stream->ReceiveWithin(kQuietMs).size();
@@ -198,7 +294,7 @@ TModbusAnswer TModbusStrict::Ask(INcDataTransIntf& transport, TModbusRequest req
     }
   }
   traffic.ElapsedUs = Clock().MonotonicUs() - start;
-  return {end, traffic};
+  return {end, traffic, way.Sent};
 }
 
 }  // namespace ixocamglue

@@ -18,19 +18,30 @@ class TModbusStrict {
 
   TModbusStrictOptions Options;
 
+  [[nodiscard]] TModbusProof Proof() const { return FProof; }
   // `preDelayMs`: from each send to the first read. `reply` keeps its capacity and becomes the reply's frame, or what
   // came instead of it.
   [[nodiscard]] TModbusAnswer Ask(INcDataTransIntf& transport, TModbusRequest request, std::uint32_t preDelayMs,
                                   TBytes& reply);
 
  private:
-  [[nodiscard]] TModbusEnd Attempt(INcDataTransIntf& transport, INcStreamIntf& stream, const TModbusRequest& request,
-                                   std::uint32_t preDelayMs, TBytes& reply, TModbusTraffic& traffic);
+  struct TWay;  // of one request
+
+  // With a probe before it where one is due.
+  [[nodiscard]] TModbusEnd Attempt(TWay& way, TModbusRequest& request, TBytes& reply);
+  [[nodiscard]] TModbusEnd Prove(TWay& way, const TModbusRequest& write);
+  // Sends, and waits for the reply.
+  [[nodiscard]] TModbusEnd Transact(TWay& way, TModbusRequest& request, TBytes& reply);
   // Nothing to do unless a reply is owed.
-  [[nodiscard]] TModbusEnd AwaitSilence(INcStreamIntf& stream, TModbusTraffic& traffic);
-  [[nodiscard]] TModbusEnd EnsureLink(INcStreamIntf& stream, TModbusTraffic& traffic);
-  [[nodiscard]] TModbusEnd AwaitReply(INcStreamIntf& stream, const TModbusRequest& request, TBytes& reply,
-                                      TModbusTraffic& traffic);
+  [[nodiscard]] TModbusEnd AwaitSilence(TWay& way);
+  [[nodiscard]] TModbusEnd Connect(TWay& way);  // and throws away what has come in
+  [[nodiscard]] TModbusEnd EnsureLink(TWay& way);
+  [[nodiscard]] TModbusEnd AwaitReply(TWay& way, const TModbusRequest& request, TBytes& reply);
+  [[nodiscard]] bool MayRepeat(const TWay& way) const;
+  [[nodiscard]] bool IsKnown(const INcStreamIntf& stream) const;
+  [[nodiscard]] std::uint32_t AttemptMs() const;
+  [[nodiscard]] std::uint32_t SilenceMs() const;
+  [[nodiscard]] std::uint64_t NewDeadline() const;
 
   TModbusFrameLog& FFrames;
   TStop& FStop;     // ends a wait within kSliceMs
@@ -38,6 +49,8 @@ class TModbusStrict {
   std::uint16_t FTransaction = 0;
   bool FOwed = false;  // a reply may still come, and would be taken for another's
   std::uint64_t FSilentSinceMs = 0;
+  TModbusProof FProof = mpfUnproved;
+  std::uint64_t FProvedLink = 0;
   const void* FBackoffOf = nullptr;  // the transport that could not be opened
   std::uint32_t FBackoffMs = 0;
   std::uint64_t FNextOpenMs = 0;

@@ -41,8 +41,12 @@ void TNcSerialCommTrans::SetCommParams(const TCommSerial& params) {
   FComm.reset();  // before the new one: a port may be open once only
   FParams = params;
   FComm = CommParts().MakeSerial();
-  if (const auto opened = FComm->Open(FParams.Port, GetUtf16(FParams.Settings)); !opened)
-    LogMsg(lkError, 0, opened.Problem().Text(), "TNcSerialCommTrans");
+  if (const auto opened = Open(); !opened) LogMsg(lkError, 0, opened.Problem().Text(), "TNcSerialCommTrans");
+}
+
+TResult<> TNcSerialCommTrans::Open() {
+  NewLink();
+  return FComm->Open(FParams.Port, GetUtf16(FParams.Settings));
 }
 
 bool TNcSerialCommTrans::CheckConnection() { return FComm && FComm->Active(); }
@@ -91,7 +95,7 @@ bool TNcSerialCommTrans::Linked() const { return FComm && FComm->Active(); }
 bool TNcSerialCommTrans::Reopen(std::uint32_t) {
   if (!FComm) return false;
   FComm->Close();
-  return FComm->Open(FParams.Port, GetUtf16(FParams.Settings)).Ok();
+  return Open().Ok();
 }
 
 void TNcSerialCommTrans::CloseLink() {

@@ -54,7 +54,7 @@ bool TNcTcpIPTrans::CheckConnection() {
       FLastPing = now;
       FIcmp->PingAsync(kKeepAlivePingMs, [this, id = FTcp->ConnectionId()] { IcmpTimeout(id); });
     }
-  } else if (!FIcmp->Ping(kGatePingMs) || !FTcp->Connect(kConnectMs)) {
+  } else if (!FIcmp->Ping(kGatePingMs) || !Connect(kConnectMs)) {
     ResolveAgain();
   }
   return FTcp->Connected();
@@ -95,11 +95,16 @@ TBytes TNcTcpIPTrans::GetReceiveBuff() {
   return received;
 }
 
+bool TNcTcpIPTrans::Connect(std::uint32_t timeoutMs) {
+  NewLink();
+  return FTcp->Connect(timeoutMs);
+}
+
 bool TNcTcpIPTrans::Linked() const { return FTcp && FTcp->Connected(); }
 
 bool TNcTcpIPTrans::Reopen(std::uint32_t timeoutMs) {
   if (!FTcp) return false;
-  if (!FTcp->Connect(timeoutMs)) ResolveAgain();
+  if (!Connect(timeoutMs)) ResolveAgain();
   return FTcp->Connected();
 }
 

@@ -30,6 +30,7 @@ void TNcUDPTrans::SetNetParams(const TCommNet& params) {
 }
 
 void TNcUDPTrans::MakeSocket() {
+  NewLink();
   const auto addresses = CommParts().Resolve(GetUtf16(FNet.Host), kResolveLimitMs);
   FAddress = addresses.empty() ? std::string() : addresses.front();
   if (const auto bound = FUdp->Bind(FAddress); !bound)
