@@ -363,11 +363,13 @@ TEST(RealLink, AHungUpLineAndAClosedConnectionAreOpenedAgain) {
   EXPECT_EQ(transport->GetReceiveBuff(), TBytes());
   EXPECT_EQ(transport->ReceiveWithin(10), TBytes());
   EXPECT_FALSE(transport->Linked());
-  SetUtf16(serial.Settings, "9600,e,8,1");  // a pseudo-terminal has no parity
   const TPty refusing;
   SetSerialPortPath(1, refusing.Device);
-  transport->SetCommParams(serial);
-  EXPECT_FALSE(transport->CheckConnection());
+  const auto port1 = CommParts().MakeSerial();
+  const auto opened = port1->Open(1, "19200,e,8,1");
+  ASSERT_FALSE(opened);
+  EXPECT_NE(opened.Problem().Text().find("pseudo-terminal"), std::string::npos) << opened.Problem().Text();
+  EXPECT_TRUE(port1->Open(1, opened.Problem().Remedy.substr(5, 11)));
 }
 
 // A slave that is not ours: it answers every request in its turn, some late, on a thread of its own.

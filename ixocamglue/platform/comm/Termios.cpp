@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <cstring>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 
 #include <asm/termbits.h>
 
@@ -25,6 +27,12 @@ tcflag_t Shape(const TSerialSettings& settings) {
   }
   if (settings.Stop != TSerialSettings::sbOne) flags |= CSTOPB;  // with 5 data bits the hardware makes 1.5 of it
   return flags;
+}
+
+bool IsPseudoTerminal(int fd) {
+  constexpr unsigned kFirstMajor = 136, kLastMajor = 143;
+  struct stat device {};
+  return ::fstat(fd, &device) == 0 && major(device.st_rdev) >= kFirstMajor && major(device.st_rdev) <= kLastMajor;
 }
 
 // A rate's divider is seldom exact; beyond 3 % characters break.
@@ -52,7 +60,15 @@ TResult<> SetUpLine(int fd, const TSerialSettings& settings) {
   // A driver may take what it can and say nothing about the rest.
   termios2 got{};
   if (::ioctl(fd, TCGETS2, &got) != 0) return failed("the line does not tell its settings");
-  if ((got.c_cflag & kShape) != Shape(settings)) return refused("the line refuses this parity, data bits or stop bits");
+  // Kept: a pseudo-terminal keeps neither parity nor data bits, and settings that ask for them are refused there too.
+  if ((got.c_cflag & kShape) != Shape(settings)) {
+    TProblem shape = refused("the line does not keep this parity, data bits or stop bits");
+    if (IsPseudoTerminal(fd)) {
+      shape.Why = "it is a pseudo-terminal, which has 8 data bits and no parity";
+      shape.Remedy = Format("use \"%u,n,8,1\" there", settings.Baud);
+    }
+    return shape;
+  }
   if (!NearRate(got.c_ospeed, settings.Baud))
     return refused(
         Format("the line refuses the rate %u and takes %u", settings.Baud, static_cast<unsigned>(got.c_ospeed)));
