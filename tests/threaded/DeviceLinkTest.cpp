@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
+#include <random>
 #include <spawn.h>
 #include <stdexcept>
 #include <sys/socket.h>
@@ -375,28 +376,34 @@ TEST(RealLink, AHungUpLineAndAClosedConnectionAreOpenedAgain) {
 // A slave that is not ours: it answers every request in its turn, some late, on a thread of its own.
 class TQueueingSlave {
  public:
+  static constexpr std::uint32_t kSoonMs = 80, kLateMs = 250;  // the late ones' times
+
   explicit TQueueingSlave(int wire) : FWire(wire), FThread([this] { Serve(); }) {}
   ~TQueueingSlave() {
     FStop.Ask();
     FThread.join();
   }
+  std::atomic<std::uint64_t> LongestMs{0};  // a busy machine may keep it longer
 
  private:
   void Serve() {
+    std::mt19937 schedule(15);
     std::uint8_t request[8];
-    std::size_t got = 0;
-    for (unsigned requests = 0; !FStop.Asked();) {
+    for (std::size_t got = 0; !FStop.Asked();) {
       if (!WaitFd(FWire, POLLIN, 20)) continue;
       const auto more = ::read(FWire, request + got, sizeof request - got);
       if (more <= 0) Clock().Sleep(1);  // nobody has the other end open yet
       got += more > 0 ? static_cast<std::size_t>(more) : 0;
       if (got < sizeof request) continue;
       got = 0;
-      if (++requests % 1300 == 0) Clock().Sleep(70 + requests % 230);
+      const std::uint64_t start = Clock().MonotonicMs();
+      if (schedule() % 800 == 0)
+        Clock().Sleep(kSoonMs + static_cast<std::uint32_t>(schedule() % (kLateMs - kSoonMs + 1)));
       TBytes reply{1, 3, 2, request[2], request[3]};  // the register's value is its address
       const std::uint16_t crc = CalcCRC(reply.data(), reply.size(), 0xFFFF);
       reply.push_back(static_cast<std::uint8_t>(crc & 0xFF));
       reply.push_back(static_cast<std::uint8_t>(crc >> 8));
+      LongestMs = std::max(LongestMs.load(), Clock().MonotonicMs() - start);
       if (::write(FWire, reply.data(), reply.size()) < 0) return;
     }
   }
@@ -406,23 +413,24 @@ class TQueueingSlave {
 };
 
 TEST(RealLink, NoLateReplyIsTakenForAnothers) {
-  const TPty pty;
-  auto device = Master(SerialLink(pty.Device), mpStrict);
-  TModbusStrictOptions options;
-  options.TimeoutMs = 60;
-  options.LateReplyMs = 500;
-  device->SetProfile(mpStrict, options);
-  TQueueingSlave slave(pty.Master);
-  std::size_t good = 0;
-  for (std::uint32_t i = 0; i < 10'000; ++i) {
-    const auto addr = static_cast<std::uint16_t>(i * 7);
-    const auto result = device->ReadRegisters(addr, 1);
-    if (!result.Ok()) continue;
-    ++good;
-    ASSERT_EQ(result.Registers, std::vector<std::uint16_t>{addr}) << i;
+  for (int round = 0; round < 2; ++round) {
+    const TPty pty;
+    const auto device = Master(SerialLink(pty.Device), mpStrict);
+    device->SetProfile(mpStrict, {.TimeoutMs = TQueueingSlave::kSoonMs, .LateReplyMs = TQueueingSlave::kLateMs});
+    const TQueueingSlave slave(pty.Master);
+    std::size_t good = 0, wrong = 0;
+    for (std::uint32_t i = 0; i < 10'000; ++i) {
+      const auto addr = static_cast<std::uint16_t>(i * 7);
+      const auto result = device->ReadRegisters(addr, 1);
+      if (!result.Ok()) continue;
+      ++(result.Registers == std::vector<std::uint16_t>{addr} ? good : wrong);
+    }
+    if (round == 0 && slave.LongestMs > TQueueingSlave::kLateMs + TQueueingSlave::kSoonMs / 2) continue;
+    EXPECT_EQ(wrong, 0u);
+    EXPECT_GT(good, 9'900u);
+    EXPECT_GE(device->Statistics().Owed, 9u);
+    return;
   }
-  EXPECT_GT(good, 9'000u);
-  EXPECT_GE(device->Statistics().Owed, 7u);
 }
 
 TEST(RealLink, DatagramsGoThereAndBack) {
