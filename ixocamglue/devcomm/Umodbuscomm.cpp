@@ -10,6 +10,7 @@
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/support/Faults.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
 namespace {
@@ -162,7 +163,7 @@ TModbusAnswer TModbusComm::AskExact(const TModbusRequest& request, TBytes& reply
   if (check.State == rsWhole) return answer;
   answer.Outcome = check.State == rsException ? moException : moInvalid;
   answer.Exception = check.Exception;
-  answer.Reason = check.State == rsMore ? "the reply is incomplete" : check.Reason;
+  answer.Reason = check.State == rsMore ? TrMark("the reply is incomplete") : check.Reason;
   return answer;
 }
 
@@ -170,7 +171,7 @@ TModbusAnswer TModbusComm::AskStrict(std::uint8_t cmd, const TModbusRequest& req
   const auto transport = TransportLocked();
   const auto preDelay = static_cast<std::uint32_t>(std::max(PreDelay, 0));
   const TModbusAnswer answer = transport ? FStrict.Ask(*transport, request, preDelay, reply)
-                                         : TModbusAnswer{{moNoConnection, "there is no transport"}, {}};
+                                         : TModbusAnswer{{moNoConnection, TrMark("there is no transport")}, {}};
   FStatistics.Count(answer);
   Latch(answer.Outcome, cmd, request.Func);
   if (answer.Ok() && FStrict.Options.ClearOnSuccess) LastError.store(kModbusNoError);

@@ -5,6 +5,7 @@
 
 #include "ixocamglue/devcomm/Umodbusresult.h"
 #include "ixocamglue/platform/comm/Crc.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
 namespace {
@@ -14,14 +15,14 @@ constexpr std::size_t kException = 3;  // unit, function, code
 constexpr std::uint16_t kCoilOn = 0xFF00;
 // Function; whether it writes, means bits, has a count, is of the exact profile; the most of one request.
 constexpr TModbusFunction kFunctions[] = {
-    {kModbusReadCoils, false, true, true, false, 2000, "a request reads at most 2000 coils"},
-    {kModbusReadDiscrete, false, true, true, false, 2000, "a request reads at most 2000 discrete inputs"},
-    {kModbusRead, false, false, true, true, 125, "a request reads at most 125 registers"},
-    {kModbusReadInput, false, false, true, false, 125, "a request reads at most 125 registers"},
-    {kModbusWriteCoil, true, true, false, false, 1, "the request writes one coil"},
-    {kModbusWriteOne, true, false, false, true, 1, "the request writes one register"},
-    {kModbusWriteCoils, true, true, true, false, 1968, "a request writes at most 1968 coils"},
-    {kModbusWriteMany, true, false, true, true, 123, "a request writes at most 123 registers"},
+    {kModbusReadCoils, false, true, true, false, 2000, TrMark("a request reads at most 2000 coils")},
+    {kModbusReadDiscrete, false, true, true, false, 2000, TrMark("a request reads at most 2000 discrete inputs")},
+    {kModbusRead, false, false, true, true, 125, TrMark("a request reads at most 125 registers")},
+    {kModbusReadInput, false, false, true, false, 125, TrMark("a request reads at most 125 registers")},
+    {kModbusWriteCoil, true, true, false, false, 1, TrMark("the request writes one coil")},
+    {kModbusWriteOne, true, false, false, true, 1, TrMark("the request writes one register")},
+    {kModbusWriteCoils, true, true, true, false, 1968, TrMark("a request writes at most 1968 coils")},
+    {kModbusWriteMany, true, false, true, true, 123, TrMark("a request writes at most 123 registers")},
 };
 
 std::uint8_t High(std::uint16_t word) { return static_cast<std::uint8_t>(word >> 8); }
@@ -42,7 +43,7 @@ TReplyCheck Invalid(const char* reason, bool framed = true) { return {rsInvalid,
 // Unit, function and what follows, as far as it has come in. `pdu` begins with the unit.
 // Length becomes the bytes that this reply has from its unit on.
 TReplyCheck CheckBody(const TModbusRequest& request, std::span<const std::uint8_t> pdu) {
-  if (!pdu.empty() && pdu[0] != request.Unit) return Invalid("the reply is another unit's");
+  if (!pdu.empty() && pdu[0] != request.Unit) return Invalid(TrMark("the reply is another unit's"));
   if (pdu.size() < 2) return {};
   if (pdu[1] == (request.Func | 0x80)) {
     TReplyCheck check{rsException, kException, 0, "", true};
@@ -50,18 +51,18 @@ TReplyCheck CheckBody(const TModbusRequest& request, std::span<const std::uint8_
     check.Exception = pdu[2];
     return check;
   }
-  if (pdu[1] != request.Func) return Invalid("the reply is to another function");
+  if (pdu[1] != request.Func) return Invalid(TrMark("the reply is to another function"));
   const TModbusFunction& function = *FindModbusFunction(request.Func);
   if (!function.Write) {
     const std::size_t data = function.Bits ? BitBytes(request.Count) : std::size_t{2} * request.Count;
-    if (pdu.size() >= 3 && pdu[2] != data) return Invalid("the reply has another number of bytes");
+    if (pdu.size() >= 3 && pdu[2] != data) return Invalid(TrMark("the reply has another number of bytes"));
     return {pdu.size() < 3 + data ? rsMore : rsWhole, 3 + data, 0, "", true};
   }
   constexpr std::size_t kEcho = 6;
   if (pdu.size() < kEcho) return {rsMore, kEcho, 0, "", true};
-  if (WordAt(pdu, 2) != request.Addr) return Invalid("the reply is to another address");
+  if (WordAt(pdu, 2) != request.Addr) return Invalid(TrMark("the reply is to another address"));
   if (WordAt(pdu, 4) != (function.Many ? request.Count : OneValue(request)))
-    return Invalid(function.Many ? "the reply has another count" : "the reply has another value");
+    return Invalid(function.Many ? TrMark("the reply has another count") : TrMark("the reply has another value"));
   return {rsWhole, kEcho, 0, "", true};
 }
 
@@ -72,22 +73,23 @@ TReplyCheck CheckRtu(const TModbusRequest& request, std::span<const std::uint8_t
   if (bytes.size() < check.Length) return {rsMore, check.Length, 0, "", true};
   const std::size_t body = check.Length - 2;
   const std::uint16_t crc = CalcCRC(bytes.data(), body, 0xFFFF);
-  if (bytes[body] != Low(crc) || bytes[body + 1] != High(crc)) return {rsInvalid, 0, 0, "the CRC is wrong", true, true};
+  if (bytes[body] != Low(crc) || bytes[body + 1] != High(crc))
+    return {rsInvalid, 0, 0, TrMark("the CRC is wrong"), true, true};
   return check;
 }
 
 TReplyCheck CheckTcp(const TModbusRequest& request, std::span<const std::uint8_t> bytes) {
-  if (bytes.size() >= 4 && WordAt(bytes, 2) != 0) return Invalid("this is no Modbus TCP header", false);
+  if (bytes.size() >= 4 && WordAt(bytes, 2) != 0) return Invalid(TrMark("this is no Modbus TCP header"), false);
   if (bytes.size() < kTcpHeader) return {};
   const std::size_t length = WordAt(bytes, 4);
-  if (length < kException || length > 254) return Invalid("the header's length is impossible", false);
+  if (length < kException || length > 254) return Invalid(TrMark("the header's length is impossible"), false);
   const std::size_t whole = kTcpHeader + length;
   if (bytes.size() < whole) return {rsMore, whole, 0, "", true};
   if (WordAt(bytes, 0) != request.Transaction)
-    return {rsForeign, whole, 0, "a reply has another transaction identifier", true};
+    return {rsForeign, whole, 0, TrMark("a reply has another transaction identifier"), true};
   TReplyCheck check = CheckBody(request, bytes.subspan(kTcpHeader, length));
   if (check.State == rsInvalid) return check;
-  if (check.Length != length) return Invalid("the header's length does not fit the reply");
+  if (check.Length != length) return Invalid(TrMark("the header's length does not fit the reply"));
   check.Length = whole;
   return check;
 }
@@ -149,27 +151,27 @@ TReplyCheck CheckModbusReply(const TModbusRequest& request, std::span<const std:
 
 const char* ModbusExceptionName(std::uint8_t code) {
   switch (code) {
-    case 1: return "illegal function";
-    case 2: return "illegal data address";
-    case 3: return "illegal data value";
-    case 4: return "server device failure";
-    case 5: return "acknowledge";
-    case 6: return "server device busy";
-    case 7: return "negative acknowledge";
-    case 8: return "memory parity error";
-    case 10: return "gateway path unavailable";
-    case 11: return "gateway target device failed to respond";
-    default: return "unknown exception";
+    case 1: return TrMark("illegal function");
+    case 2: return TrMark("illegal data address");
+    case 3: return TrMark("illegal data value");
+    case 4: return TrMark("server device failure");
+    case 5: return TrMark("acknowledge");
+    case 6: return TrMark("server device busy");
+    case 7: return TrMark("negative acknowledge");
+    case 8: return TrMark("memory parity error");
+    case 10: return TrMark("gateway path unavailable");
+    case 11: return TrMark("gateway target device failed to respond");
+    default: return TrMark("unknown exception");
   }
 }
 
 const char* ModbusProofName(TModbusProof proof) {
   switch (proof) {
-    case mpfUnproved: return "unproved";
-    case mpfProved: return "proved";
-    case mpfException: return "exception";
-    case mpfUnanswered: return "no answer";
-    case mpfEchoed: return "echoed";
+    case mpfUnproved: return TrMark("unproved");
+    case mpfProved: return TrMark("proved");
+    case mpfException: return TrMark("exception");
+    case mpfUnanswered: return TrMark("no answer");
+    case mpfEchoed: return TrMark("echoed");
   }
   return "";
 }

@@ -26,7 +26,7 @@ struct TModbusFunction {
   bool Many;            // the request has a count
   bool Exact;           // of the exact profile too
   std::uint16_t Most;   // of one request
-  const char* TooMany;  // a literal: why a request with more is refused
+  const char* TooMany;  // for Tr: why a request with more is refused
 };
 [[nodiscard]] const TModbusFunction* FindModbusFunction(std::uint8_t func);  // null for any other
 
@@ -60,7 +60,7 @@ struct TReplyCheck {
   TReplyState State = rsMore;
   std::size_t Length = 0;      // of the frame at the start of the bytes: whole, exception and foreign
   std::uint8_t Exception = 0;  // the exception code
-  const char* Reason = "";     // a literal; why it is invalid, or what makes it foreign
+  const char* Reason = "";     // for Tr; why it is invalid, or what makes it foreign
   bool Framed = true;          // false: the bytes cannot be cut into frames any more
   bool Damaged = false;        // invalid by its CRC alone: this was the reply, and no other is to come
 };
@@ -69,7 +69,7 @@ struct TReplyCheck {
 // byte count, echo, transaction, protocol and CRC must match. Reads `bytes` only.
 [[nodiscard]] TReplyCheck CheckModbusReply(const TModbusRequest& request, std::span<const std::uint8_t> bytes);
 
-// "illegal data address" for 2; "unknown exception" for a number without a name.
+// "illegal data address" for 2; "unknown exception" for a number without a name; for Tr.
 [[nodiscard]] const char* ModbusExceptionName(std::uint8_t code);
 
 }  // namespace ixocamglue

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "ixocamglue/devcomm/Umodbuscomm.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
 
@@ -18,17 +19,19 @@ TModbusResult TModbusComm::Range(bool write, std::uint8_t func, std::uint16_t ad
   };
   const TModbusFunction* const function = FindModbusFunction(func);
   if (!function || function->Write != write)
-    return refuse(write ? "the functions that write are 5, 6, 15 and 16" : "the functions that read are 1 to 4");
+    return refuse(write ? TrMark("the functions that write are 5, 6, 15 and 16")
+                        : TrMark("the functions that read are 1 to 4"));
   const bool read = !write;
-  if (count == 0) return refuse(read ? "the count is 0" : "there is no value to write");
-  if (count > std::size_t{kModbusAddresses} - addr) return refuse("the range goes beyond address 65535");
+  if (count == 0) return refuse(read ? TrMark("the count is 0") : TrMark("there is no value to write"));
+  if (count > std::size_t{kModbusAddresses} - addr) return refuse(TrMark("the range goes beyond address 65535"));
   if (!function->Many && count != 1) return refuse(function->TooMany);
   std::size_t most = function->Most;
   if (FProfile == mpExact) {
-    if (!function->Exact) return refuse("the exact profile has the functions 3, 6 and 16 only");
+    if (!function->Exact) return refuse(TrMark("the exact profile has the functions 3, 6 and 16 only"));
     most = read ? 0xFFFF : 0xFF;  // the fields of a request hold no more
     if (count > most)
-      return refuse(read ? "the count is beyond 65535" : "the exact profile writes at most 255 registers at once");
+      return refuse(read ? TrMark("the count is beyond 65535")
+                         : TrMark("the exact profile writes at most 255 registers at once"));
   }
   if (read) all.Registers.reserve(count);
   while (all.Ok() && all.Done < count) {

@@ -35,7 +35,7 @@ enum class TModbusProof : std::uint8_t {
   mpfEchoed       // the request came back: writes are refused
 };
 using enum TModbusProof;
-// "unproved", "proved", "exception", "no answer", "echoed"
+// "unproved", "proved", "exception", "no answer", "echoed"; for Tr
 [[nodiscard]] const char* ModbusProofName(TModbusProof proof);
 
 struct TModbusStrictOptions {
@@ -95,7 +95,7 @@ struct TModbusTraffic {
 // How one request ended, or the last of those that a long range was split into.
 struct TModbusEnd {
   TModbusOutcome Outcome = moOk;
-  const char* Reason = "";     // a literal: what was wrong, where there is more to say than the outcome
+  const char* Reason = "";     // in English, for Tr: what was wrong, where there is more to say than the outcome
   std::uint8_t Exception = 0;  // the code; see ModbusExceptionName
 
   [[nodiscard]] bool Ok() const { return Outcome == moOk; }

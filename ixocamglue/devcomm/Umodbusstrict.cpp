@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <limits>
 
+#include "ixocamglue/support/Texts.h"
+
 namespace ixocamglue {
 namespace {
 
@@ -13,7 +15,7 @@ constexpr std::uint32_t kPollMs = 10;
 constexpr std::uint32_t kSliceMs = 50;  // of a wait, between two looks at the stop
 
 constexpr std::uint64_t kNoDeadline = std::numeric_limits<std::uint64_t>::max();
-constexpr const char* kEchoes = "the line sends back what it is given, which would confirm any write";
+constexpr const char* kEchoes = TrMark("writes are refused, as the line sends back what it is given");
 
 // For a transport of the user's own, which has only the three operations.
 class TPlainStream final : public INcStreamIntf {
@@ -40,18 +42,18 @@ class TPlainStream final : public INcStreamIntf {
 // Why this request must not be sent, or an empty text.
 const char* Refusal(const TModbusRequest& request) {
   const TModbusFunction* const function = FindModbusFunction(request.Func);
-  if (!function) return "only the functions 1 to 6, 15 and 16 are supported";
+  if (!function) return TrMark("only the functions 1 to 6, 15 and 16 are supported");
   if (function->Write) {
-    if (request.Values.empty()) return "there is no value to write";
+    if (request.Values.empty()) return TrMark("there is no value to write");
     if (function->Bits && std::ranges::any_of(request.Values, [](std::uint16_t value) { return value > 1; }))
-      return "a coil is 0 or 1";
+      return TrMark("a coil is 0 or 1");
   }
   if (!function->Many) return "";
-  if (request.Count == 0) return "the count is 0";
+  if (request.Count == 0) return TrMark("the count is 0");
   if (request.Count > function->Most) return function->TooMany;
-  if (function->Write && request.Values.size() != request.Count) return "the count is not the number of values";
-  if (request.Count > kModbusAddresses - request.Addr) return "the range goes beyond address 65535";
-  if (!function->Write && request.Broadcast()) return "a broadcast cannot be read";
+  if (function->Write && request.Values.size() != request.Count) return TrMark("the count is not the number of values");
+  if (request.Count > kModbusAddresses - request.Addr) return TrMark("the range goes beyond address 65535");
+  if (!function->Write && request.Broadcast()) return TrMark("a broadcast cannot be read");
   return "";
 }
 
@@ -100,7 +102,7 @@ TModbusEnd TModbusStrict::EnsureLink(TWay& way) {
   if (way.Stream.Linked()) return {};
   const std::uint64_t now = Clock().MonotonicMs();
   if (FBackoffOf == &way.Stream && now < FNextOpenMs)
-    return {moNoConnection, "the last attempt to connect failed; the next one is not due yet"};
+    return {moNoConnection, TrMark("the last attempt to connect failed; the next one is not due yet")};
   if (FBackoffOf != &way.Stream) FBackoffMs = 0;
   if (way.Stream.Reopen(std::max(way.Within(Options.ConnectMs), 1u))) {
     FBackoffOf = nullptr;
@@ -111,7 +113,7 @@ TModbusEnd TModbusStrict::EnsureLink(TWay& way) {
   FBackoffOf = &way.Stream;
   FBackoffMs = std::min(std::max(FBackoffMs * 2, Options.BackoffMs), Options.BackoffMostMs);
   FNextOpenMs = Clock().MonotonicMs() + FBackoffMs;
-  return {moNoConnection, "the connection cannot be opened"};
+  return {moNoConnection, TrMark("the connection cannot be opened")};
 }
 
 TModbusEnd TModbusStrict::Connect(TWay& way) {
@@ -141,10 +143,10 @@ TModbusEnd TModbusStrict::AwaitSilence(TWay& way) {
     if (late != 0) FSilentSinceMs = now;
     const std::uint64_t silent = now - FSilentSinceMs;  // the time between two requests counts, if nothing came in it
     if (silent >= silence) break;
-    if (now - start >= 3 * silence) return {moInvalid, "line not silent"};
+    if (now - start >= 3 * silence) return {moInvalid, TrMark("line not silent")};
     if (now + (silence - silent) + AttemptMs() > way.Deadline)
-      return {moTimeout, "the line has to fall silent first, and there is no time left for that"};
-    if (!way.Stream.Linked()) return {moNoConnection, "the connection ended before the line was silent"};
+      return {moTimeout, TrMark("the line has to fall silent first, and there is no time left for that")};
+    if (!way.Stream.Linked()) return {moNoConnection, TrMark("the connection ended before the line was silent")};
     if (FStop.Asked()) return {moStopped};
     const std::uint64_t slice = std::min<std::uint64_t>(silence - silent, kSliceMs);
     late = way.Stream.ReceiveWithin(static_cast<std::uint32_t>(slice)).size();
@@ -174,8 +176,8 @@ TModbusEnd TModbusStrict::AwaitReply(TWay& way, const TModbusRequest& request, T
     now = Clock().MonotonicMs();
     switch (check.State) {
       case rsMore:
-        if (!way.Stream.Linked()) return {moNoConnection, "the connection ended before the reply"};
-        if (now >= end) return {moTimeout, reply.empty() ? foreign : "the reply is incomplete"};
+        if (!way.Stream.Linked()) return {moNoConnection, TrMark("the connection ended before the reply")};
+        if (now >= end) return {moTimeout, reply.empty() ? foreign : TrMark("the reply is incomplete")};
         break;
       case rsInvalid:
         if (check.Damaged) FOwed = false;
@@ -199,7 +201,7 @@ TModbusEnd TModbusStrict::Transact(TWay& way, TModbusRequest& request, TBytes& r
   (void)BuildModbusFrame(request, FRequest);
   if (!way.Transport.SendBuff(FRequest)) {
     way.Stream.CloseLink();
-    return {moNoConnection, "the request could not be sent"};
+    return {moNoConnection, TrMark("the request could not be sent")};
   }
   way.Sent = true;
   way.Traffic.BytesSent += FRequest.size();

@@ -5,6 +5,7 @@
 #include "ixocamglue/platform/services/Clock.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
 namespace {
@@ -30,7 +31,8 @@ void TNcTcpIPTrans::SetNetParams(const TCommNet& params) {
   FTcp = CommParts().MakeTcp();
   FIcmp = CommParts().MakeIcmp();
   Resolve();
-  if (FAddresses.empty()) LogMsg(lkError, 0, Format("The host \"%s\" is not resolved", FHost.c_str()), "TNcTcpIPTrans");
+  if (FAddresses.empty())
+    LogMsg(lkError, 0, Format(Tr("The host \"%s\" is not resolved"), FHost.c_str()), "TNcTcpIPTrans");
 }
 
 void TNcTcpIPTrans::Resolve() {

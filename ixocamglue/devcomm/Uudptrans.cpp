@@ -4,6 +4,8 @@
 #include "ixocamglue/platform/services/AppSys.h"
 #include "ixocamglue/platform/services/Clock.h"
 #include "ixocamglue/platform/services/Log.h"
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
 namespace {
@@ -21,7 +23,7 @@ void TNcUDPTrans::SetNetParams(const TCommNet& params) {
   FNet.Initialize();
   FAddress.clear();
   if (CommParts().LocalAddresses(kLocalAddresses).empty()) {
-    LogMsg(lkError, 0, "This machine has no local IP address", "TNcUDPTrans");
+    LogMsg(lkError, 0, Tr("This machine has no local IP address"), "TNcUDPTrans");
     return;
   }
   FNet = params;
@@ -34,8 +36,10 @@ void TNcUDPTrans::MakeSocket() {
   const auto addresses = CommParts().Resolve(GetUtf16(FNet.Host), kResolveLimitMs);
   FAddress = addresses.empty() ? std::string() : addresses.front();
   if (const auto bound = FUdp->Bind(FAddress); !bound)
-    LogMsg(lkError, 0, "The UDP socket stays unbound: " + GetUtf16(FNet.Host) + ": " + bound.Problem().What,
-           "TNcUDPTrans");
+    LogMsg(
+        lkError, 0,
+        Format(Tr("The UDP socket stays unbound: %s: %s"), GetUtf16(FNet.Host).c_str(), bound.Problem().What.c_str()),
+        "TNcUDPTrans");
 }
 
 bool TNcUDPTrans::CheckConnection() { return Linked(); }

@@ -5,6 +5,7 @@
 
 #include "ixocamglue/platform/comm/FdWait.h"
 #include "ixocamglue/platform/comm/RealComm.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
 namespace {
@@ -14,7 +15,7 @@ class TRealUdp final : public TUDPClient {
   TResult<> Bind(const std::string& address) override {
     asio::error_code error;
     const auto own = asio::ip::make_address(address, error);
-    if (!error && !OpenFor(own)) return TProblem{.What = "no socket", .Where = address};
+    if (!error && !OpenFor(own)) return TProblem{.What = Tr("no socket"), .Where = address};
     if (!error) FSocket.bind({own, 0}, error);
     if (error) return TProblem{.What = error.message(), .Where = address};
     return {};

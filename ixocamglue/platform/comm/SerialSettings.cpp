@@ -4,6 +4,9 @@
 #include <string>
 #include <vector>
 
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
+
 namespace ixocamglue {
 
 std::uint32_t TSerialSettings::WireMs(std::size_t bytes) const {
@@ -21,20 +24,21 @@ TResult<TSerialSettings> ParseSerialSettings(std::string_view text) {
       fields.back() += c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
   }
   const auto wrong = [&](const char* what) {
-    return TProblem{.What = what, .Where = "serial settings \"" + std::string(text.substr(0, 60)) + '"'};
+    return TProblem{.What = what,
+                    .Where = Format(Tr("serial settings \"%s\""), std::string(text.substr(0, 60)).c_str())};
   };
-  if (fields.size() != 4) return wrong("four fields are needed, like 9600,n,8,1");
+  if (fields.size() != 4) return wrong(Tr("four fields are needed, like 9600,n,8,1"));
 
   TSerialSettings read;
   const char* const end = fields[0].data() + fields[0].size();
   const auto [stopped, error] = std::from_chars(fields[0].data(), end, read.Baud);
-  if (error != std::errc{} || stopped != end || read.Baud == 0) return wrong("the rate is no positive number");
+  if (error != std::errc{} || stopped != end || read.Baud == 0) return wrong(Tr("the rate is no positive number"));
 
   if (fields[1].size() != 1 || std::string_view("noems").find(fields[1][0]) == std::string_view::npos)
-    return wrong("the parity is n, o, e, m or s");
+    return wrong(Tr("the parity is n, o, e, m or s"));
   read.Parity = fields[1][0];
 
-  if (fields[2].size() != 1 || fields[2][0] < '5' || fields[2][0] > '8') return wrong("the data bits are 5 to 8");
+  if (fields[2].size() != 1 || fields[2][0] < '5' || fields[2][0] > '8') return wrong(Tr("the data bits are 5 to 8"));
   read.DataBits = static_cast<std::uint8_t>(fields[2][0] - '0');
 
   if (fields[3] == "1")
@@ -44,7 +48,7 @@ TResult<TSerialSettings> ParseSerialSettings(std::string_view text) {
   else if (fields[3] == "1.5" && read.DataBits == 5)
     read.Stop = TSerialSettings::sbOneAndHalf;
   else
-    return wrong("the stop bits are 1, 2, or 1.5 with 5 data bits");
+    return wrong(Tr("the stop bits are 1, 2, or 1.5 with 5 data bits"));
   return read;
 }
 

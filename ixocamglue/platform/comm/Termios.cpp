@@ -9,6 +9,7 @@
 #include <asm/termbits.h>
 
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
 namespace {
@@ -47,7 +48,7 @@ TResult<> SetUpLine(int fd, const TSerialSettings& settings) {
   const auto refused = [](std::string what) { return TProblem{.What = std::move(what)}; };
   const auto failed = [&](const char* what) { return refused(Format("%s: %s", what, std::strerror(errno))); };
   termios2 line{};
-  if (::ioctl(fd, TCGETS2, &line) != 0) return failed("this is no serial line");
+  if (::ioctl(fd, TCGETS2, &line) != 0) return failed(Tr("this is no serial line"));
   line.c_iflag = IGNPAR | IGNBRK;
   line.c_oflag = 0;
   line.c_lflag = 0;
@@ -55,23 +56,23 @@ TResult<> SetUpLine(int fd, const TSerialSettings& settings) {
   line.c_ispeed = line.c_ospeed = settings.Baud;
   line.c_cc[VMIN] = 1;
   line.c_cc[VTIME] = 0;
-  if (::ioctl(fd, TCSETS2, &line) != 0) return failed("the line refuses the settings");
+  if (::ioctl(fd, TCSETS2, &line) != 0) return failed(Tr("the line refuses the settings"));
 
   // A driver may take what it can and say nothing about the rest.
   termios2 got{};
-  if (::ioctl(fd, TCGETS2, &got) != 0) return failed("the line does not tell its settings");
+  if (::ioctl(fd, TCGETS2, &got) != 0) return failed(Tr("the line does not tell its settings"));
   // Kept: a pseudo-terminal keeps neither parity nor data bits, and settings that ask for them are refused there too.
   if ((got.c_cflag & kShape) != Shape(settings)) {
-    TProblem shape = refused("the line does not keep this parity, data bits or stop bits");
+    TProblem shape = refused(Tr("the line does not keep this parity, data bits or stop bits"));
     if (IsPseudoTerminal(fd)) {
-      shape.Why = "it is a pseudo-terminal, which has 8 data bits and no parity";
-      shape.Remedy = Format("use \"%u,n,8,1\" there", settings.Baud);
+      shape.Why = Tr("it is a pseudo-terminal, which has 8 data bits and no parity");
+      shape.Remedy = Format(Tr("use \"%u,n,8,1\" there"), settings.Baud);
     }
     return shape;
   }
   if (!NearRate(got.c_ospeed, settings.Baud))
     return refused(
-        Format("the line refuses the rate %u and takes %u", settings.Baud, static_cast<unsigned>(got.c_ospeed)));
+        Format(Tr("the line refuses the rate %u and takes %u"), settings.Baud, static_cast<unsigned>(got.c_ospeed)));
   ::ioctl(fd, TCFLSH, TCIOFLUSH);
   return {};
 }
