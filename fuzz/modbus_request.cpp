@@ -35,6 +35,8 @@ std::shared_ptr<INcDataTransIntf> Transport(bool tcp) {
   return transport;
 }
 
+constexpr std::uint32_t kTotalMs = 1500;
+
 void Request(std::span<const std::uint8_t> input) {
   TVirtualClock clock;
   const TInstalled<IClock> installedClock(clock);
@@ -50,6 +52,11 @@ void Request(std::span<const std::uint8_t> input) {
   TModbusStrictOptions options;
   options.Retries = 1;
   options.LateReplyMs = 50;
+  const bool bounded = (head & 64) != 0;
+  if (bounded) {
+    options.TotalMs = kTotalMs;
+    options.ProbeRegister = 3;
+  }
   device.SetProfile(strict ? mpStrict : mpExact, options);
   device.SetDataTransIntf(Transport(tcp));
   script.PingAnswers = (head & 8) == 0;
@@ -73,12 +80,17 @@ void Request(std::span<const std::uint8_t> input) {
     }
   };
   const bool write = (head & 32) != 0;
-  const std::uint16_t values[] = {1, 2};
+  const bool bits = strict && (head & 128) != 0;
+  const std::uint16_t values[] = {1, 0};
   const std::uint64_t start = clock.MonotonicMs();
-  const TModbusResult result = write ? device.WriteRegisters(16, values) : device.ReadRegisters(16, 2);
+  const TModbusResult result = write ? device.Write(bits ? kModbusWriteCoils : kModbusWriteMany, 16, values)
+                                     : device.Read(bits ? kModbusReadCoils : kModbusRead, 16, 2);
   const std::uint64_t took = clock.MonotonicMs() - start;
   // Exact: 2000 ms, and one receive that began before their end (a serial one may take 2000 ms itself).
-  const std::uint64_t bound = strict ? 2 * (2000 + 50 + 200 + 1 + 3 * 50) : 50 + 2000 + 10 + 2020 + 2020;
+  // A probe and the silence after it have a time of their own.
+  const std::uint64_t bound = strict && bounded ? (write ? 3 * kTotalMs + 3 * 50 : kTotalMs)
+                              : strict          ? 2 * (2000 + 50 + 200 + 1 + 3 * 50)
+                                                : 50 + 2000 + 10 + 2020 + 2020;
   if (took > bound) std::abort();
   if (result.Ok() && !write && result.Registers.size() != 2 && strict) std::abort();
   constexpr std::int32_t kStates[] = {0, 1, 2, 3, 4, 0};

@@ -289,7 +289,7 @@ TModbusAnswer TModbusStrict::Ask(INcDataTransIntf& transport, TModbusRequest req
         (way.Sent && write && !Options.RetryWrites) || (asksBack && FProof == mpfEchoed) || !MayRepeat(way))
       break;
     if (end.Outcome != moInvalid || FOwed) continue;
-    const std::uint64_t quiet = Clock().MonotonicMs() + kQuietLimitMs;
+    const std::uint64_t quiet = Clock().MonotonicMs() + way.Within(kQuietLimitMs);
     for (std::size_t more = 1; more != 0 && stream->Linked() && Clock().MonotonicMs() < quiet;) {
       more = stream->ReceiveWithin(kQuietMs).size();
       traffic.StaleBytes += more;
