@@ -593,6 +593,17 @@ TEST_F(ModbusTcp, RtuFramingOpensAnotherConnectionInsteadOfWaiting) {
   (void)Device.ReadRegisters(0, 1);
   EXPECT_EQ(Now() - start, 100u);
   EXPECT_EQ(Script.Calls, (std::vector<std::string>{"disconnect", "connect"}));
+
+  // A probe without a reply has the connection made anew, and that one is not asked again.
+  Strict({.TimeoutMs = 100, .ProbeRegister = 7});
+  Transport->CloseLink();
+  Script.Wire.Out.clear();
+  Script.Wire.OnSend = [this](const TBytes& bytes) {
+    if (bytes[1] == kModbusWriteOne) Script.Wire.Say(5, bytes);
+  };
+  for (int i = 0; i < 2; ++i) EXPECT_TRUE(Device.WriteRegisters(0, std::vector<std::uint16_t>{1}).Ok());
+  EXPECT_EQ(Script.Wire.Out.size(), 3u);
+  EXPECT_EQ(Device.Statistics().Proof, mpfUnanswered);
 }
 
 TEST_F(ModbusTcp, ALateReplyIsDroppedByItsTransactionAndAReplyOfSevenBytesHasFunctionZero) {
