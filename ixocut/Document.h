@@ -13,7 +13,7 @@
 namespace CLI {
 class App;
 class Option;
-}
+}  // namespace CLI
 
 namespace ixocut {
 using namespace ixocamglue;

@@ -23,9 +23,9 @@
 #include "ixocut/ControllerSettings.h"
 #include "ixocut/Document.h"
 #include "ixocut/Plot.h"
+#include "ixocut/Table.h"
 #include "ixocut/gas/GasCommand.h"
 #include "ixocut/gas/GasPlot.h"
-#include "ixocut/Table.h"
 
 namespace ixocut {
 namespace {

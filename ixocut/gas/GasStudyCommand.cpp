@@ -10,8 +10,8 @@
 #include "ixocut/CommandLine.h"
 #include "ixocut/Console.h"
 #include "ixocut/Document.h"
-#include "ixocut/gas/GasCommand.h"
 #include "ixocut/Table.h"
+#include "ixocut/gas/GasCommand.h"
 #include "verify/GasStudy.h"
 
 namespace ixocut {

@@ -15,8 +15,8 @@
 #include "ixocut/Console.h"
 #include "ixocut/ControllerSettings.h"
 #include "ixocut/Document.h"
-#include "ixocut/gas/GasCommand.h"
 #include "ixocut/Table.h"
+#include "ixocut/gas/GasCommand.h"
 
 namespace ixocut {
 using namespace ixocontroller;
