@@ -42,7 +42,7 @@ void JudgeLimits(TJudging& run) {
   };
   branch(run.Story.First().GasBranch);
   for (const TFact& fact : run.Story.Facts()) {
-    const auto& [a, b, c] = fact.Args;
+    const auto& [a, b, c, d, e] = fact.Args;
     bool within = true;
     switch (fact.Kind) {
       case TActKind::Branch: within = branch(a); break;
@@ -50,6 +50,10 @@ void JudgeLimits(TJudging& run) {
       case TActKind::Volt: within = Within(a, 0.0, kMostVolt); break;
       case TActKind::MoveXY:
         within = InTravel(m.X, a) && InTravel(m.Y, b) && Within(c, 0.0, std::max(m.X.MaxSpeed, m.Y.MaxSpeed));
+        break;
+      case TActKind::MoveCurve:
+        within = Within(a, 0.0, std::max(m.X.MaxSpeed, m.Y.MaxSpeed)) && InTravel(m.X, b) && InTravel(m.X, c) &&
+                 InTravel(m.Y, d) && InTravel(m.Y, e);
         break;
       case TActKind::MoveZ: within = InTravel(m.Z, a) && Within(b, 0.0, m.Z.MaxSpeed); break;
       case TActKind::MoveFocus: within = InTravel(m.Focus, a) && Within(b, 0.0, m.Focus.MaxSpeed); break;

@@ -13,21 +13,14 @@ struct TVerbRow {
   TActKind Kind;
 };
 constexpr TVerbRow kVerbs[] = {
-    {"laser", "EmissionOn", TActKind::EmissionOn},
-    {"laser", "EmissionOff", TActKind::EmissionOff},
-    {"laser", "SwitchLaser", TActKind::LaserOn},
-    {"gas", "SwitchOn", TActKind::GasOn},
-    {"gas", "SwitchOff", TActKind::GasOff},
-    {"gas", "SelectBranch", TActKind::Branch},
-    {"gas", "SetPressure", TActKind::Pressure},
-    {"gas", "OutputDA", TActKind::Volt},
-    {"ports", "SwitchOutport", TActKind::OutputOn},
-    {"axes", "MoveXY", TActKind::MoveXY},
-    {"axes", "MoveZ", TActKind::MoveZ},
-    {"axes", "TurnAxis", TActKind::Turn},
-    {"follower", "MoveZ", TActKind::MoveZ},
-    {"follower", "Follow", TActKind::Follow},
-    {"head", "MoveFocus", TActKind::MoveFocus},
+    {"laser", "EmissionOn", TActKind::EmissionOn},  {"laser", "EmissionOff", TActKind::EmissionOff},
+    {"laser", "SwitchLaser", TActKind::LaserOn},    {"gas", "SwitchOn", TActKind::GasOn},
+    {"gas", "SwitchOff", TActKind::GasOff},         {"gas", "SelectBranch", TActKind::Branch},
+    {"gas", "SetPressure", TActKind::Pressure},     {"gas", "OutputDA", TActKind::Volt},
+    {"ports", "SwitchOutport", TActKind::OutputOn}, {"axes", "MoveXY", TActKind::MoveXY},
+    {"axes", "MoveCurve", TActKind::MoveCurve},     {"axes", "MoveZ", TActKind::MoveZ},
+    {"axes", "TurnAxis", TActKind::Turn},           {"follower", "MoveZ", TActKind::MoveZ},
+    {"follower", "Follow", TActKind::Follow},       {"head", "MoveFocus", TActKind::MoveFocus},
 };
 
 TActKind KindOf(const TJournalEntry& entry) {
@@ -49,8 +42,8 @@ TActKind KindOf(const TJournalEntry& entry) {
 }
 
 // As many numbers as the text begins with.
-std::array<double, 3> NumbersOf(const std::string& text) {
-  std::array<double, 3> numbers{};
+std::array<double, 5> NumbersOf(const std::string& text) {
+  std::array<double, 5> numbers{};
   const char* at = text.c_str();
   for (double& number : numbers) {
     char* end = nullptr;

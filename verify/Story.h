@@ -37,6 +37,7 @@ enum class TActKind : std::uint8_t {
   OutputOn,
   OutputOff,
   MoveXY,
+  MoveCurve,  // speed, lowest and highest X, lowest and highest Y
   MoveZ,
   MoveFocus,
   Follow,
@@ -56,7 +57,7 @@ struct TFact {
   TActKind Kind = TActKind::None;
   const TJournalEntry* Entry = nullptr;  // null: a sample
   const TJournalSample* Shown = nullptr;
-  std::array<double, 3> Args{};  // the numbers of a command; the number of a state; the length of a hang
+  std::array<double, 5> Args{};  // the numbers of a command; the number of a state; the length of a hang
   bool EmissionAsked = false;    // a command asked for it, and no command to switch it off came since
   bool LaserAsked = false;
 

@@ -96,7 +96,12 @@ void TSimMotion::MoveXY(TPoint2 target, double mmPerS) {
 }
 
 void TSimMotion::MoveCurve(std::span<const TPoint2> points, double mmPerS) {
-  if (!FCore.Gate.Enter("axes", "MoveCurve", vkStart, Format("%zu points %.1f", points.size(), mmPerS))) return;
+  const auto [left, right] = std::ranges::minmax(points, {}, &TPoint2::X);
+  const auto [front, back] = std::ranges::minmax(points, {}, &TPoint2::Y);
+  const std::string within = Format("%.3f %.3f %.3f %.3f", left.X, right.X, front.Y, back.Y);
+  if (!FCore.Gate.Enter("axes", "MoveCurve", vkStart,
+                        Format("%.1f %s %zu points", mmPerS, within.c_str(), points.size())))
+    return;
   const TSimScope scope(FCore);
   Start({points.begin(), points.end()}, mmPerS);
 }

@@ -31,8 +31,8 @@ TEST_F(CleanSteps, ByHandItCleansComesBackAndResetsTheCounter) {
   EXPECT_EQ(Finish(60'000), metSuccess);
   EXPECT_EQ(AllCommands(),
             Lines("axes.MoveXY 3010.000 40.000 0.0", "gas.SelectBranch 1", "gas.SetPressure 2.50", "gas.SwitchOn ",
-                  "follower.MoveZ 62.000 0.0", "axes.MoveCurve 6 points 150.0", "gas.SwitchOff ",
-                  "follower.MoveZ 0.000 0.0", "axes.MoveXY 0.000 0.000 0.0", "gas.SwitchOff "));
+                  "follower.MoveZ 62.000 0.0", "axes.MoveCurve 150.0 2990.000 3030.000 34.000 46.000 6 points",
+                  "gas.SwitchOff ", "follower.MoveZ 0.000 0.0", "axes.MoveXY 0.000 0.000 0.0", "gas.SwitchOff "));
   EXPECT_EQ(Machine().Brush().Uses(), 1u);
   ExpectCounted();
 }
