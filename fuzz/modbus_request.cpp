@@ -1,10 +1,11 @@
 // A whole request against a device that follows a script of (gap, bytes, event), in virtual time: it ends within its
-// bound and leaves the error state that its outcome demands.
+// bound and leaves the error state that its outcome demands, and the next good reply is read again.
 #include <cstdlib>
 #include <memory>
 
 #include "fixture/ScriptedComm.h"
 #include "ixocamglue/devcomm/Udevthrdcomm.h"
+#include "ixocamglue/platform/comm/Crc.h"
 #include "ixocamglue/platform/services/VirtualClock.h"
 
 namespace ixocamglue::fuzz {
@@ -96,6 +97,17 @@ void Request(std::span<const std::uint8_t> input) {
   constexpr std::int32_t kStates[] = {0, 1, 2, 3, 4, 0};
   if (strict && device.LastError != kStates[result.Outcome == moOk ? 0 : static_cast<int>(result.Outcome)])
     std::abort();
+  if (strict && script.ConnectWorks) {
+    clock.Sleep(options.BackoffMostMs);
+    script.Wire = {};
+    script.Wire.OnSend = [&](const TBytes& sent) {
+      TBytes reply = tcp ? TBytes{sent[0], sent[1], 0, 0, 0, 5, 1, 3, 2, 0, 9} : TBytes{1, 3, 2, 0, 9};
+      const std::uint16_t crc = CalcCRC(reply.data(), reply.size(), 0xFFFF);
+      if (!tcp) reply.insert(reply.end(), {static_cast<std::uint8_t>(crc & 0xFF), static_cast<std::uint8_t>(crc >> 8)});
+      script.Wire.Say(5, reply);
+    };
+    if (device.ReadRegisters(16, 1).Registers != std::vector<std::uint16_t>{9}) std::abort();
+  }
   if (!device.TryLockData()) std::abort();
   device.UnLockData();
   device.SetDataTransIntf(nullptr);
