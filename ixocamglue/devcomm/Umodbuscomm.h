@@ -2,7 +2,8 @@
 // the functions 1, 2, 4, 5 and 15 as well.
 //
 // Requests run on the caller's thread and hold the data lock from their first step until the outcome: up to PreDelay +
-// 2000 ms and the transport's receive time. Failures show in LastError, in the four alarms and in the application log
+// 2000 ms and the transport's receive time; strict, as long as the options say, with up to three times LateReplyMs of
+// silence before each attempt. Failures show in LastError, in the four alarms and in the application log
 // (once, until the state is reset); the caller learns from SendCommand only whether the bytes were sent. An RTU master
 // on a serial line needs a transport of the binary type: whoever builds it sets it.
 //
