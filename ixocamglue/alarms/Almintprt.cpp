@@ -123,6 +123,14 @@ std::shared_ptr<const TAlarmInterpreter::TDict> TAlarmInterpreter::Dict() const 
   return FDict;
 }
 
+std::vector<std::string> TAlarmInterpreter::Identifiers() const {
+  const auto dict = Dict();
+  std::vector<std::string> identifiers;
+  for (const auto& [identifier, rec] : *dict) identifiers.push_back(identifier);
+  std::ranges::sort(identifiers);
+  return identifiers;
+}
+
 bool TAlarmInterpreter::TryGetAlarmRec(std::string_view id, TAlarmRec& rec) const {
   const auto dict = Dict();
   const auto found = dict->find(id);

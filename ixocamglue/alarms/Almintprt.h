@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <vector>
 
 #include "ixocamglue/platform/alarms/AlarmsConfig.h"
 #include "ixocamglue/platform/alarms/Uqxncalarmsmanager.h"
@@ -62,6 +63,7 @@ class TAlarmInterpreter {
   virtual void AddMsgToDBTable(const TNcAlarmMsg&) const {}
 
   [[nodiscard]] std::size_t Count() const { return Dict()->size(); }
+  [[nodiscard]] std::vector<std::string> Identifiers() const;  // sorted
 
  private:
   using TDict = std::unordered_map<std::string, TAlarmRec, TTextHash, std::equal_to<>>;

@@ -146,6 +146,8 @@ class TKBPManager {
   void UpdateStatePermit();
   void UpdateRepState();
   void UpdateWarningPermit();
+  // What UpdateAlarmPermit would store under these alarms; null: none stand.
+  [[nodiscard]] TKeyMask AlarmPermitUnder(TNcAlarms* alarms) const;
   // What UpdateStatePermit would store in this state.
   [[nodiscard]] TKeyMask StatePermitIn(TCutState state) const;
 

@@ -61,8 +61,9 @@ const TKBPKeyItem* TKBPManager::SameCommand(const TKBPKeyItem& k) const {
   return nullptr;
 }
 
-void TKBPManager::UpdateAlarmPermit() {
-  TNcAlarms* const alarms = NcAlarms();
+void TKBPManager::UpdateAlarmPermit() { SetMap(kMapAlarmPermit, AlarmPermitUnder(NcAlarms())); }
+
+TKeyMask TKBPManager::AlarmPermitUnder(TNcAlarms* alarms) const {
   const auto allow = [&](auto permission) {
     return !alarms || Ask(false, "an alarm permission", [&] { return permission(*alarms); });
   };
@@ -86,7 +87,7 @@ void TKBPManager::UpdateAlarmPermit() {
   permit |= moves(kAxisY, false, CK_BACK) | moves(kAxisY, true, CK_FORWARD);
   permit |= moves(axisZ, false, CK_Z_DOWN) | moves(axisZ, true, CK_Z_UP);
   permit |= When(cut, KeyBit(CK_START) | KeyBit(CK_RESUME) | KeyBit(CK_JOG_LASER));
-  SetMap(kMapAlarmPermit, permit);
+  return permit;
 }
 
 void TKBPManager::UpdateStatePermit() { SetMap(kMapStatePermit, StatePermitIn(PresentState())); }

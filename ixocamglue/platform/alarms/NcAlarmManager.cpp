@@ -57,6 +57,10 @@ class TNcAlarmManager::TSource final : public INcAlarmTable20, public INcAlarmRe
     for (const auto& [id, row] : FRows)
       if (row.Raised != 0) FSource.ResetAlarm(id);
   }
+  void AddTo(std::vector<TNcAlarmRecord>& records) const {
+    for (const auto& [id, row] : FRows)
+      records.push_back({.IdPrefix = FPrefix, .Desc = {}, .Id = id, .Attrs = row.Attrs});
+  }
   void ClearAll() {
     for (const auto& [id, row] : FRows)
       if (row.Raised != 0) (void)FManager.ClearSerial(row.Raised);
@@ -86,6 +90,13 @@ void TNcAlarmManager::RemoveSource(INcAlarmSource20& source) {
   if (found == FSources.end()) return;
   (*found)->ClearAll();
   FSources.erase(found);
+}
+
+std::vector<TNcAlarmRecord> TNcAlarmManager::Registered() {
+  std::vector<TNcAlarmRecord> records;
+  TGuard guard(FSourcesLock);
+  for (const auto& source : FSources) source->AddTo(records);
+  return records;
 }
 
 void TNcAlarmManager::ResetAlarms() {

@@ -64,6 +64,8 @@ class TNcAlarmManager : public TNcAlarms {
   // raised. The caller holds no lock that the source's operations take.
   void AddSource(INcAlarmSource20& source);
   void RemoveSource(INcAlarmSource20& source);
+  // What the sources have registered: prefix, number and attributes of each.
+  [[nodiscard]] std::vector<TNcAlarmRecord> Registered();
   // The operator's reset: every source is told to reset each alarm that it has raised. A source clears when its next
   // report says so.
   void ResetAlarms();
