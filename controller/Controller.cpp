@@ -218,7 +218,7 @@ void TController::MakeSupervisor() {
   };
   p.Supervisor.emplace(
       p.Framework->Watch(), [&p] { return p.Framework->CurrentState(); }, machine,
-      TSupervisorActions{fail, alarm, stop, trip("supervisor"), trip(kEmergencyTrip)});
+      TSupervisorActions{fail, alarm, stop, trip(TrMark("supervisor")), trip(kEmergencyTrip)});
   p.Threads.emplace(ThreadTable(), machine.Supervisor, p.Alarms->Manager());
   if (p.Virtual) p.Virtual->Every(kSupervisorRoundMs, [&p](std::uint64_t nowMs) { p.Supervisor->Round(nowMs); });
 }

@@ -13,28 +13,29 @@ namespace {
 constexpr std::uint64_t kBeatMs = 200;  // a state thread that has been silent for longer does not live
 
 TProblem Stays(const char* why, const char* remedy) {
-  return {.What = "the laser stays latched", .Why = why, .Remedy = remedy};
+  return {.What = Tr("the laser stays latched"), .Why = why, .Remedy = remedy};
 }
 
 // Why the latch may not be reset now.
 TResult<> MayReset(const TNcStateFramework& framework, const TNcWatch& watch) {
   TNcEmergencyStop* const emergency = EmergencyStop();
-  if (emergency && emergency->IsActive()) return Stays("the emergency stop is active", "release it");
-  if (!LaserAllowed()) return Stays("an alarm forbids the laser", "clear the alarm");
+  if (emergency && emergency->IsActive()) return Stays(Tr("the emergency stop is active"), Tr("release it"));
+  if (!LaserAllowed()) return Stays(Tr("an alarm forbids the laser"), Tr("clear the alarm"));
   if (framework.CurrentState() != nsStandby || framework.ChangePending())
-    return Stays("the machine is not in standby", "stop what runs");
+    return Stays(Tr("the machine is not in standby"), Tr("stop what runs"));
   if (watch.LaserAsked.Runs() || watch.EmissionAsked.Runs())
-    return Stays("laser or emission is asked for", "switch both off");
+    return Stays(Tr("laser or emission is asked for"), Tr("switch both off"));
   if (framework.SafePending())
-    return Stays("a device has not acknowledged switching off", "wait until it has, or repair it");
+    return Stays(Tr("a device has not acknowledged switching off"), Tr("wait until it has, or repair it"));
   const std::uint64_t now = Clock().MonotonicMs();
   const std::uint64_t beat = watch.BeatMs.load(std::memory_order_acquire);
-  if (now > beat && now - beat > kBeatMs) return Stays("the state thread gives no sign of life", "restart the program");
+  if (now > beat && now - beat > kBeatMs)
+    return Stays(Tr("the state thread gives no sign of life"), Tr("restart the program"));
   return {};
 }
 
 TProblem NotReached() {
-  return {.What = "the laser cannot be reached", .Why = DescribeException(std::current_exception())};
+  return {.What = Tr("the laser cannot be reached"), .Why = DescribeException(std::current_exception())};
 }
 
 }  // namespace
@@ -45,12 +46,14 @@ const char* LatchReason() {
 }
 
 TResult<> LaserUsable() try {
-  if (!FittedLaser()) return TProblem{.What = "the machine has no laser"};
+  if (!FittedLaser()) return TProblem{.What = Tr("the machine has no laser")};
   if (const char* const why = LatchReason())
-    return TProblem{.What = "the laser is latched",
-                    .Why = why,
-                    .Remedy = "remove the cause, then hold the stop key for 3 s in standby"};
-  if (!LaserAllowed()) return TProblem{.What = "an alarm forbids the laser", .Remedy = "clear the alarm"};
+    return TProblem{.What = Tr("the laser is latched"),
+                    .Where = {},
+                    .Why = Tr(why),
+                    .Remedy = Tr("remove the cause, then hold the stop key for 3 s in standby")};
+  if (!LaserAllowed())
+    return TProblem{.What = Tr("an alarm forbids the laser"), .Where = {}, .Why = {}, .Remedy = Tr("clear the alarm")};
   return {};
 } catch (...) {
   return NotReached();
@@ -58,13 +61,13 @@ TResult<> LaserUsable() try {
 
 TResult<> ResetLatch(TNcStateFramework& framework, std::optional<std::string> lasts) try {
   if (!LatchReason()) return {};
-  if (lasts) return Stays(lasts->c_str(), "end what lasts too long");
+  if (lasts) return Stays(lasts->c_str(), Tr("end what lasts too long"));
   if (TResult<> may = MayReset(framework, framework.Watch()); !may) return may;
   FittedLaser()->ResetLatch();
   // One that was pressed meanwhile trips after it has become active.
   if (TNcEmergencyStop* const emergency = EmergencyStop(); emergency && emergency->IsActive()) {
     FittedLaser()->Trip(kEmergencyTrip);
-    return Stays("the emergency stop is active", "release it");
+    return Stays(Tr("the emergency stop is active"), Tr("release it"));
   }
   LogMsg(lkInfo, 0, SLatchReset.Get(), TLatchAlarm::kPrefix);
   return {};
@@ -79,6 +82,6 @@ void TLatchAlarm::UpdateAlarms(INcAlarmReport20& report) {
   if (reason) report.RaiseAlarm(kId);
 }
 
-std::string TLatchAlarm::GetAlarmDesc(std::int32_t) { return Show(SLaserLatched, FReason); }
+std::string TLatchAlarm::GetAlarmDesc(std::int32_t) { return Show(SLaserLatched, Tr(FReason)); }
 
 }  // namespace ixocontroller

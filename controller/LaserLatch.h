@@ -9,13 +9,15 @@
 #include "ixocamglue/platform/ports/NcAlarms.h"
 #include "ixocamglue/platform/states/NcState.h"
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
 using namespace ixocamglue;
 
-inline constexpr const char* kEmergencyTrip = "emergency stop";  // the reason of the emergency stop's own trip
+inline constexpr const char* kEmergencyTrip = TrMark("emergency stop");  // the reason of the emergency stop's own trip
 
-// Why the latch is tripped, a literal; null: it is not, or there is none. Throws when the laser cannot be reached.
+// Why the latch is tripped, a literal that Tr shows; null: it is not, or there is none. Throws when the laser cannot be
+// reached.
 [[nodiscard]] const char* LatchReason();
 // What keeps the laser from being used: not fitted, latched, forbidden by an alarm.
 [[nodiscard]] TResult<> LaserUsable();

@@ -10,6 +10,7 @@
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/support/Faults.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
 namespace {
@@ -130,7 +131,7 @@ bool TSafeEnd::Round() {
 bool TSafeEnd::TripLatch(bool mayHang) {
   const auto trip = [] {
     try {
-      if (TNcLaser* const laser = FittedLaser()) laser->Trip("controller ended");
+      if (TNcLaser* const laser = FittedLaser()) laser->Trip(TrMark("controller ended"));
     } catch (...) {  // it has nobody to tell
     }
   };

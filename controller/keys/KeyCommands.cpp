@@ -7,7 +7,8 @@
 #include "controller/keys/KeyStates.h"
 #include "ixocamglue/platform/ports/CutCommands.h"
 #include "ixocamglue/platform/ports/NcAlarms.h"
-#include "ixocamglue/platform/services/Clock.h"
+#include "ixocamglue/platform/services/AppSys.h"
+#include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/platform/states/ForbidTypes.h"
 #include "ixocamglue/platform/xml/JogSections.h"
 #include "ixocamglue/support/Faults.h"
@@ -30,6 +31,7 @@ enum TNeed : unsigned { nNothing = 0, nCut = 1, nLaser = 2, nFollower = 4, nHomi
 // What a command asks of the machine. The axes' directions are those of the alarm permissions: Z + is up.
 struct TCommandRow {
   std::int32_t Command;
+  const char* Name;  // as the operator reads it, through Tr
   unsigned States;
   unsigned Needs;
   std::int32_t Axis = kAnyAxis;
@@ -39,42 +41,42 @@ struct TCommandRow {
 constexpr std::int32_t kZ = 2;  // stands for the Z axis' own number
 
 constexpr TCommandRow kCommands[] = {
-    {kcStart, kStandbyOnly, nCut | nLaser | nMove},
-    {kcWalkAround, kStandbyOnly, nMove},
-    {kcDryCut, kStandbyOnly, nMove},
-    {kcReturnOrg, kStandbyOnly, nHoming | nMove},
-    {kcReturnOrgAlt, kStandbyOnly, nHoming},
-    {kcResume, kInterrupted, nCut | nMove},
-    {kcJogLeft, kByHand, nMove, 0, false},
-    {kcJogRight, kByHand, nMove, 0, true},
-    {kcJogForward, kByHand, nMove, 1, true},
-    {kcJogBack, kByHand, nMove, 1, false},
-    {kcJogLaser, kByHand, nCut | nLaser},
-    {kcLaser, kByHand, nLaser},
-    {kcAiming, kByHand, nNothing},
-    {kcShutter, kByHand, nLaser},
-    {kcFollow, kByHand, nFollower},
-    {kcJogZDown, kByHand, nMove, kZ, false},
-    {kcJogZUp, kByHand, nMove, kZ, true},
-    {kcCalibration, kStandbyOnly, nFollower | nMove},
-    {kcCurPosCalibration, kStandbyOnly, nFollower | nMove},
-    {kcGas, kByHand, nNothing},
-    {kcBreakLocate, kInterrupted, nCut | nMove},
+    {kcStart, TrMark("start"), kStandbyOnly, nCut | nLaser | nMove},
+    {kcWalkAround, TrMark("walk-around"), kStandbyOnly, nMove},
+    {kcDryCut, TrMark("dry run"), kStandbyOnly, nMove},
+    {kcReturnOrg, TrMark("return to origin"), kStandbyOnly, nHoming | nMove},
+    {kcReturnOrgAlt, TrMark("return to origin"), kStandbyOnly, nHoming},
+    {kcResume, TrMark("resume"), kInterrupted, nCut | nMove},
+    {kcJogLeft, "X-", kByHand, nMove, 0, false},
+    {kcJogRight, "X+", kByHand, nMove, 0, true},
+    {kcJogForward, "Y+", kByHand, nMove, 1, true},
+    {kcJogBack, "Y-", kByHand, nMove, 1, false},
+    {kcJogLaser, TrMark("jog laser"), kByHand, nCut | nLaser},
+    {kcLaser, TrMark("laser"), kByHand, nLaser},
+    {kcAiming, TrMark("pilot light"), kByHand, nNothing},
+    {kcShutter, TrMark("shutter"), kByHand, nLaser},
+    {kcFollow, TrMark("follow"), kByHand, nFollower},
+    {kcJogZDown, TrMark("Z down"), kByHand, nMove, kZ, false},
+    {kcJogZUp, TrMark("Z up"), kByHand, nMove, kZ, true},
+    {kcCalibration, TrMark("calibration"), kStandbyOnly, nFollower | nMove},
+    {kcCurPosCalibration, TrMark("calibration here"), kStandbyOnly, nFollower | nMove},
+    {kcGas, TrMark("gas"), kByHand, nNothing},
+    {kcBreakLocate, TrMark("to the break"), kInterrupted, nCut | nMove},
 };
 
 const char* AlarmRefusal(const TCommandRow& row) {
   TNcAlarms* const alarms = NcAlarms();
   if (!alarms) return nullptr;
-  if (alarms->RequireStop()) return "an alarm requires a stop";
-  if ((row.Needs & nCut) != 0 && !alarms->AllowCut()) return "an alarm forbids cutting";
-  if ((row.Needs & nLaser) != 0 && !alarms->AllowLaser()) return "an alarm forbids the laser";
-  if ((row.Needs & nFollower) != 0 && !alarms->AllowFollower()) return "an alarm forbids the follower";
-  if ((row.Needs & nHoming) != 0 && !alarms->AllowHoming()) return "an alarm forbids homing";
-  if ((row.Needs & nMove) != 0 && !alarms->AllowMove()) return "an alarm forbids motion";
+  if (alarms->RequireStop()) return TrMark("an alarm requires a stop");
+  if ((row.Needs & nCut) != 0 && !alarms->AllowCut()) return TrMark("an alarm forbids cutting");
+  if ((row.Needs & nLaser) != 0 && !alarms->AllowLaser()) return TrMark("an alarm forbids the laser");
+  if ((row.Needs & nFollower) != 0 && !alarms->AllowFollower()) return TrMark("an alarm forbids the follower");
+  if ((row.Needs & nHoming) != 0 && !alarms->AllowHoming()) return TrMark("an alarm forbids homing");
+  if ((row.Needs & nMove) != 0 && !alarms->AllowMove()) return TrMark("an alarm forbids motion");
   if (row.Axis == kAnyAxis) return nullptr;
   const TJogSections* const jog = JogSections();
   const std::int32_t axis = row.Axis == kZ && jog ? jog->ZAxisNo() : row.Axis;
-  return alarms->AllowMoveAxis(axis, row.Positive) ? nullptr : "an alarm forbids the axis to move there";
+  return alarms->AllowMoveAxis(axis, row.Positive) ? nullptr : TrMark("an alarm forbids the axis to move there");
 }
 
 void SwitchBeam(bool on) {
@@ -94,22 +96,30 @@ TKeyCommands::TKeyCommands(TNcStateFramework& framework, TNcRegistry& registry, 
 
 TKeyCommands::~TKeyCommands() { UnregisterKeyStates(FRegistry); }
 
-std::string TKeyCommands::Refusal(std::int32_t command) const {
+TKeyCommands::TWhyNot TKeyCommands::WhyNot(std::int32_t command, std::int32_t state) const {
+  if (IsStopCommand(command)) return {};
   const auto row = std::ranges::find(kCommands, command, &TCommandRow::Command);
-  if (row == std::end(kCommands)) return "the machine does not know it";
-  if (FEmergency.load(std::memory_order_acquire)) return "the emergency stop is active";
+  if (row == std::end(kCommands)) return TrMark("the machine does not know it");
+  if (FEmergency.load(std::memory_order_acquire)) return TrMark("the emergency stop is active");
   if (const TNcForbidTypeRegistry* const registry = NcForbidTypeRegistry(); registry && registry->IsForbidden(command))
-    return "it is forbidden (" + registry->Current() + ")";
-  const TCutState state = ClassifyCutState(FFramework.CurrentState());
-  if ((row->States & StateBit(state)) == 0) return std::string("the machine is in ") + CutStateName(state);
-  if (const char* const alarm = AlarmRefusal(*row)) return alarm;
-  if ((row->Needs & nLaser) == 0 || !LatchReason()) return "";
+    return {"it is forbidden (" + registry->Current() + ")", Tr("the form on screen does not permit it")};
+  const TCutState present = ClassifyCutState(state);
+  if ((row->States & StateBit(present)) == 0)
+    return {Format("the machine is in %s", CutStateName(present)),
+            Format(Tr("the machine is in %s"), Tr(CutStateName(present)))};
+  // Nothing keeps what is on from being switched off.
+  if (SwitchesOff(command)) return {};
+  if (const char* const alarm = AlarmRefusal(*row)) return {alarm, true};
+  if ((row->Needs & nLaser) == 0 || !LatchReason()) return {};
   const TResult<> usable = LaserUsable();  // reset meanwhile, where it is
-  return usable ? "" : usable.Problem().Text();
+  return usable ? TWhyNot() : TWhyNot(usable.Problem().Text(), usable.Problem().Text());
 }
 
-void TKeyCommands::Refuse(std::int32_t command, const std::string& why) {
-  Note(Format("command %d refused: %s", command, why.c_str()));
+void TKeyCommands::Refuse(std::int32_t command, const TWhyNot& why) {
+  Note(Format("command %d refused: %s", command, why.Journal.c_str()));
+  const auto row = std::ranges::find(kCommands, command, &TCommandRow::Command);
+  const std::string name = row == std::end(kCommands) ? Format(Tr("command %d"), command) : Tr(row->Name);
+  LogMsg(lkWarning, 0, Format(Tr("%s refused: %s"), name.c_str(), why.Shown.c_str()), "TPHost");
 }
 
 void TKeyCommands::Note(std::string_view text) { FJournal.Happened(Clock().MonotonicMs(), "cut", text); }
@@ -135,7 +145,7 @@ void TKeyCommands::KeyDown(std::int32_t command) {
       return;
     default: break;
   }
-  if (const std::string why = Refusal(command); !why.empty()) return Refuse(command, why);
+  if (const TWhyNot why = WhyNot(command, FFramework.CurrentState()); why.Refused()) return Refuse(command, why);
   switch (command) {
     case kcStart: return Request(command, csWorking, srFresh);
     case kcDryCut: return Request(command, csDryRun, srFresh);
@@ -167,23 +177,23 @@ void TKeyCommands::KeyUp(std::int32_t command) {
 }
 
 void TKeyCommands::Request(std::int32_t command, TCutState state, std::int32_t param) {
-  if (FFramework.ChangePending()) return Refuse(command, "the machine's state is changing");
-  if (FFramework.SafePending()) return Refuse(command, "a device has not acknowledged switching off");
-  if (FFramework.Watch().LaserAsked.Runs()) return Refuse(command, "the beam is on by hand");
+  if (FFramework.ChangePending()) return Refuse(command, TrMark("the machine's state is changing"));
+  if (FFramework.SafePending()) return Refuse(command, TrMark("a device has not acknowledged switching off"));
+  if (FFramework.Watch().LaserAsked.Runs()) return Refuse(command, TrMark("the beam is on by hand"));
   if (const TResult<> requested = FFramework.RequestState(StateNumber(state), param); !requested)
-    Refuse(command, requested.Problem().What);
+    Refuse(command, {requested.Problem().What, requested.Problem().What});
 }
 
 void TKeyCommands::StartJog(std::int32_t command) {
   const TCutState state = ClassifyCutState(FFramework.CurrentState());
   std::uint64_t held = std::uint64_t{++FPresses} << 32 | static_cast<std::uint32_t>(command);
   if (state != csJogging) {
-    if (FFramework.ChangePending()) return Refuse(command, "the machine's state is changing");
+    if (FFramework.ChangePending()) return Refuse(command, TrMark("the machine's state is changing"));
     FHeld.store(held, std::memory_order_release);
     if (const TResult<> requested = FFramework.RequestState(StateNumber(csJogging), state == csPaused ? 1 : 0);
         !requested) {
       FHeld.compare_exchange_strong(held, 0);  // a newer press stays
-      Refuse(command, requested.Problem().What);
+      Refuse(command, {requested.Problem().What, requested.Problem().What});
     }
   } else {
     FHeld.store(held, std::memory_order_release);
@@ -192,27 +202,44 @@ void TKeyCommands::StartJog(std::int32_t command) {
 
 void TKeyCommands::Resume(std::int32_t command, std::int32_t run) {
   const TCutState mode = FInterrupted.load(std::memory_order_acquire);
-  if (mode == csStandby) return Refuse(command, "nothing was interrupted");
+  if (mode == csStandby) return Refuse(command, TrMark("nothing was interrupted"));
   if (run == srLocate) return Request(command, csWalkAround, run);
   Request(command, mode, run);
+}
+
+// What was asked for counts, not what the device has confirmed: a second press takes back the first one.
+bool TKeyCommands::SwitchesOff(std::int32_t command) const {
+  const TNcWatch& watch = FFramework.Watch();
+  TNcLaser* const laser = FittedLaser();
+  TNcGas* const gas = FittedGas();
+  TNcFollower* const follower = GFollower();
+  switch (command) {
+    case kcShutter: return laser && (laser->GetEmission() || watch.EmissionAsked.Runs());
+    case kcAiming: return laser && laser->GetAiming();
+    case kcLaser: return laser && (laser->GetLaser() || watch.LaserAsked.Runs());
+    case kcGas: return gas && gas->GetGas();
+    case kcFollow: return follower && follower->IsFollowing();
+    default: return false;
+  }
 }
 
 void TKeyCommands::SwitchDevice(std::int32_t command) {
   TNcLaser* const laser = FittedLaser();
   TNcGas* const gas = FittedGas();
   TNcFollower* const follower = GFollower();
+  const bool off = SwitchesOff(command);
   switch (command) {
     case kcShutter:
       if (!laser) break;
-      return laser->GetEmission() ? laser->EmissionOff() : laser->EmissionOn();
+      return off ? laser->EmissionOff() : laser->EmissionOn();
     case kcAiming:
       if (!laser) break;
-      return laser->SetAiming(!laser->GetAiming());
+      return laser->SetAiming(!off);
     case kcLaser:
       if (!laser) break;
-      if (laser->GetLaser()) return SwitchBeam(false);
+      if (off) return SwitchBeam(false);
       // A beam that is held back would come by itself with the shutter.
-      if (!laser->GetEmission()) return Refuse(command, "the shutter is closed");
+      if (!laser->GetEmission()) return Refuse(command, TrMark("the shutter is closed"));
       return SwitchBeam(true);
     case kcJogLaser:
       if (!laser) break;
@@ -222,15 +249,15 @@ void TKeyCommands::SwitchDevice(std::int32_t command) {
       return SwitchBeam(true);
     case kcGas:
       if (!gas) break;
-      if (gas->GetGas()) return gas->SwitchOff();
+      if (off) return gas->SwitchOff();
       if (gas->GetPressure() <= 0.0) gas->SetPressure(kGasBar);
       return gas->SwitchOn();
     case kcFollow:
       if (!follower) break;
-      return follower->IsFollowing() ? follower->Stop(1) : follower->Follow(kFollowMm);
+      return off ? follower->Stop(1) : follower->Follow(kFollowMm);
     default: break;
   }
-  Refuse(command, "the machine has no such device");
+  Refuse(command, TrMark("the machine has no such device"));
 }
 
 // --- what stops, at once ---
@@ -266,10 +293,16 @@ void TKeyCommands::SetEmergencyStop(bool active) {
   }
   if (was == active) return;
   Note(active ? "emergency stop" : "emergency stop reset");
+  LogMsg(lkWarning, 0,
+         active ? Tr("emergency stop: everything is stopped, the laser is latched") : Tr("the emergency stop is reset"),
+         "TPHost");
   if (active) return;
   // What else has tripped the latch stays tripped.
   if (const char* const latched = LatchReason(); !latched || std::string_view(latched) != kEmergencyTrip) return;
-  if (const TResult<> reset = ResetLatch(FFramework); !reset) Note(reset.Problem().Text());
+  if (const TResult<> reset = ResetLatch(FFramework); !reset) {
+    Note(reset.Problem().Text());
+    LogMsg(lkWarning, 0, reset.Problem().Text(), "TPHost");
+  }
 }
 
 void TKeyCommands::SetProgress(const TProgress& progress) {

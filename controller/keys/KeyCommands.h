@@ -4,13 +4,15 @@
 // Key commands come from any thread and take effect at once where that is safe: devices are switched, and everything
 // that stops is stopped, on the caller's thread, so that neither needs a state thread that still runs. What moves is a
 // machine state of the framework (KeyStates.h), entered in its next pass. A command is refused, with a line in the
-// journal, by the forbidden-key set in force, the emergency stop, the machine's state, or the standing alarms.
+// journal and one in the log, by the forbidden-key set in force, the emergency stop, the machine's state, or the
+// standing alarms.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "ixocamglue/platform/Machine.h"
 #include "ixocamglue/platform/ports/CutStates.h"
@@ -18,6 +20,7 @@
 #include "ixocamglue/platform/ports/MotionDriver.h"
 #include "ixocamglue/platform/ports/PanelPorts.h"
 #include "ixocamglue/platform/states/NcState.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
 using namespace ixocamglue;
@@ -36,6 +39,20 @@ class TKeyCommands final : public TNcKeyCommands, public TNcEmergencyStop {
   // --- any thread ---
   void KeyDown(std::int32_t command) override;
   void KeyUp(std::int32_t command) override;
+  // Pressed now, it switches something off that is on or asked for. Throws what the device throws.
+  [[nodiscard]] bool SwitchesOff(std::int32_t command) const;
+  // Why a command is refused: in the words of the journal and in the operator's language. Empty: it is not.
+  struct TWhyNot {
+    std::string Journal, Shown;
+    bool ByAlarm = false;  // a standing alarm is the reason
+    TWhyNot() = default;
+    TWhyNot(const char* english, bool byAlarm = false) : Journal(english), Shown(Tr(english)), ByAlarm(byAlarm) {}
+    TWhyNot(std::string journal, std::string shown) : Journal(std::move(journal)), Shown(std::move(shown)) {}
+    [[nodiscard]] bool Refused() const { return !Journal.empty(); }
+  };
+  // In this machine state; a stop key never is. What only shows when it is tried (a state that is just changing, a
+  // shutter that is closed) does not count. Throws what the device throws.
+  [[nodiscard]] TWhyNot WhyNot(std::int32_t command, std::int32_t state) const;
   bool IsActive() override { return FEmergency.load(std::memory_order_acquire); }
   // The emergency-stop input. Active stops everything and trips the laser's latch; it stays so until it is reset by
   // hand, which resets its own trip of the latch too, and no other.
@@ -55,8 +72,7 @@ class TKeyCommands final : public TNcKeyCommands, public TNcEmergencyStop {
   void SetProgress(const TProgress& progress);
 
  private:
-  [[nodiscard]] std::string Refusal(std::int32_t command) const;
-  void Refuse(std::int32_t command, const std::string& why);
+  void Refuse(std::int32_t command, const TWhyNot& why);
   void Note(std::string_view text);
   void Request(std::int32_t command, TCutState state, std::int32_t param);
   void StartJog(std::int32_t command);

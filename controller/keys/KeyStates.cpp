@@ -13,6 +13,7 @@
 #include "ixocamglue/platform/states/NcParams.h"
 #include "ixocamglue/platform/xml/JogSections.h"
 #include "ixocamglue/support/Faults.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
 namespace {
@@ -40,17 +41,17 @@ bool OnEdge(const TPoint2& point, std::size_t edge) {
 
 TNcMotionDriver& Driver() {
   if (TNcMotionDriver* const driver = MotionDriver()) return *driver;
-  throw std::runtime_error("the machine has no motion driver");
+  throw std::runtime_error(Tr("the machine has no motion driver"));
 }
 
 TNcCutSystem& Cut() {
   if (TNcCutSystem* const cut = CutSystem()) return *cut;
-  throw std::runtime_error("the machine has no cutting system");
+  throw std::runtime_error(Tr("the machine has no cutting system"));
 }
 
 TNcLaser& LaserOrThrow() {
   if (TNcLaser* const laser = Cut().Laser()) return *laser;
-  throw std::runtime_error("the machine has no laser");
+  throw std::runtime_error(Tr("the machine has no laser"));
 }
 
 TPoint2 Position() { return {Driver().GetPos(0), Driver().GetPos(1)}; }
@@ -357,12 +358,12 @@ class TJogState final : public TKeyState {
   void Move() const {
     const bool z = FCommand == kcJogZUp || FCommand == kcJogZDown;
     const double speed = Speed(z);
-    if (!(speed > kLowestJogSpeed)) throw std::runtime_error("the jog speed is too low");
+    if (!(speed > kLowestJogSpeed)) throw std::runtime_error(Tr("the jog speed is too low"));
     if (z) {
       const auto move = [&](auto& device) {
         const TAxisLimits limits = device.GetZLimits();
         const double target = FCommand == kcJogZUp ? limits.Neg : limits.Pos;
-        if (!std::isfinite(target) || limits.Neg > limits.Pos) throw std::runtime_error("Z has no limits");
+        if (!std::isfinite(target) || limits.Neg > limits.Pos) throw std::runtime_error(Tr("Z has no limits"));
         device.MoveZ(target, speed);
       };
       if (GFollower()) return move(*GFollower());

@@ -12,6 +12,7 @@
 
 #include "ixocamglue/platform/ports/NcAlarms.h"
 #include "ixocamglue/platform/states/NcWatch.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
 
@@ -28,15 +29,15 @@ class TLaserLatch {
       FLit.End();
     if (!active || Tripped()) return;
     const TNcWatch* const watch = NcWatch();
-    if (!watch) return Trip("nobody gives a heartbeat");
+    if (!watch) return Trip(TrMark("nobody gives a heartbeat"));
     const std::uint64_t beat = watch->BeatMs.load(std::memory_order_acquire);
-    if (nowMs > beat && nowMs - beat > kHeartbeatMs) return Trip("the heartbeat is older than 200 ms");
+    if (nowMs > beat && nowMs - beat > kHeartbeatMs) return Trip(TrMark("the heartbeat is older than 200 ms"));
     if (TNcAlarms* const alarms = NcAlarms(); alarms && !alarms->AllowLaser())
-      return Trip("an alarm forbids the laser");
-    if (FLit.LastedMs(nowMs) > kLaserOnMs) return Trip("the laser was on for more than 65 s");
+      return Trip(TrMark("an alarm forbids the laser"));
+    if (FLit.LastedMs(nowMs) > kLaserOnMs) return Trip(TrMark("the laser was on for more than 65 s"));
     const std::uint32_t demanded = watch->DarkDemandedInPass.load(std::memory_order_acquire);
     if (demanded != 0 && watch->Pass.load(std::memory_order_acquire) > demanded)
-      return Trip("not dark one pass after a stop");
+      return Trip(TrMark("not dark one pass after a stop"));
   }
 
   // `reason` is a literal; the first one stays until the reset.

@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+#include "ixocamglue/support/Texts.h"
+
 namespace ixocamglue {
 
 enum class TCutState : std::uint8_t {
@@ -24,20 +26,20 @@ inline constexpr std::int32_t kCutStates = StateNumber(csOther);  // 0 to 7 are 
 [[nodiscard]] constexpr TCutState ClassifyCutState(std::int32_t number) {
   return number >= 0 && number < kCutStates ? static_cast<TCutState>(number) : csOther;
 }
-// "standby", "working" ...; a literal.
+// "standby", "working" ...; a literal. Tr shows it to the operator.
 [[nodiscard]] constexpr const char* CutStateName(TCutState state) {
   switch (state) {
-    case csStandby: return "standby";
-    case csWorking: return "working";
-    case csPaused: return "paused";
-    case csReturnOrg: return "return to origin";
-    case csJogging: return "jogging";
-    case csDryRun: return "dry run";
-    case csCalibration: return "follower calibration";
-    case csWalkAround: return "walk-around";
+    case csStandby: return TrMark("standby");
+    case csWorking: return TrMark("working");
+    case csPaused: return TrMark("paused");
+    case csReturnOrg: return TrMark("return to origin");
+    case csJogging: return TrMark("jogging");
+    case csDryRun: return TrMark("dry run");
+    case csCalibration: return TrMark("follower calibration");
+    case csWalkAround: return TrMark("walk-around");
     case csOther: break;
   }
-  return "another state";
+  return TrMark("another state");
 }
 
 }  // namespace ixocamglue
