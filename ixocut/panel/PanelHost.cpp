@@ -1,141 +1,22 @@
 #include "ixocut/panel/PanelHost.h"
 
 #include <algorithm>
-#include <array>
 
-#include "controller/HostTexts.h"
 #include "controller/panel/PanelTexts.h"
-#include "controller/procedures/Timeline.h"
-#include "ixocamglue/panel/Uknob.h"
 #include "ixocamglue/platform/xml/Bounds.h"
 #include "ixocamglue/support/Faults.h"
 #include "ixocamglue/support/Format.h"
-#include "ixocamglue/support/ValueText.h"
-#include "ixocut/panel/TerminalKeys.h"
+#include "ixocut/panel/PanelNames.h"
+#include "ixocut/panel/PanelWhy.h"
 
 namespace ixocut {
 namespace {
 
-constexpr std::size_t kCellWidth = 15;
-constexpr std::size_t kHintWidth = 4;
+constexpr const char* kSource = "TPHost";
 
-struct TCell {
-  TKeyCode Key;
-  const char* Label;
-};
-
-constexpr std::array<TCell, kKeys> kPicture{{
-    {CK_SHUTTER, "SHUTTER"},
-    {CK_AIMING, "AIMING"},
-    {CK_LASER, "LASER"},
-    {CK_FOLLOW, "FOLLOW"},
-    {CK_GAS, "GAS"},
-    {CK_KNOB, "KNOB"},
-    {CK_EGYSTOP, "EGYSTOP"},
-    {CK_RETURN0, "RETURN0"},
-    {CK_FORWARD, "FORWARD"},
-    {CK_Z_UP, "Z UP"},
-    {CK_K1, "K1"},
-    {CK_K2, "K2"},
-    {CK_START, "START"},
-    {CK_STOP, "STOP"},
-    {CK_LEFT, "LEFT"},
-    {CK_WALKAROUND, "WALK"},
-    {CK_RIGHT, "RIGHT"},
-    {CK_K3, "K3"},
-    {CK_K4, "K4"},
-    {CK_PAUSE, "PAUSE"},
-    {CK_RESUME, "RESUME"},
-    {CK_CALIBRATION, "CALIB"},
-    {CK_BACK, "BACK"},
-    {CK_Z_DOWN, "Z DOWN"},
-    {CK_JOG_LASER, "JOG LASER"},
-    {CK_DRY_CUT, "DRY CUT"},
-    {CK_BREAK_LOCATE, "BREAK"},
-    {CK_CUR_POS_AUTO_CALIBRATION, "CALIB HERE"},
-}};
-
-constexpr TKeyMask PictureKeys() {
-  TKeyMask keys = 0;
-  for (const TCell& cell : kPicture) keys |= KeyBit(cell.Key);
-  return keys;
-}
-static_assert(PictureKeys() == Run(0, kKeys - 1));
-
-const std::array<TDemoAlarm, 6>& Alarms() {
-  static const std::array<TDemoAlarm, 6> kAlarms{{
-      {101, &SAlarmLaserSource, naForbidCut | naForbidLaser},
-      {102, &SAlarmGasPressure, naForbidCut},
-      {103, &SAlarmFollower, naForbidCut | naForbidFollower},
-      {104, &SAlarmLimitX, NcAlarmAxis(0, true)},
-      {105, &SAlarmNotHomed, naForbidCut | naRequireOrg},
-      {106, &SAlarmDrive, naForbidCut | naForbidLaser | naForbidHoming | naForbidMove},
-  }};
-  return kAlarms;
-}
-
-std::string Upper(std::string_view text) {
-  std::string upper(text);
-  for (char& c : upper)
-    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
-  return upper;
-}
+void Say(const std::string& text) { LogMsg(lkWarning, 0, text, kSource); }
 
 }  // namespace
-
-std::span<const TDemoAlarm> DemoAlarms() { return Alarms(); }
-
-const TDemoAlarm* FindDemoAlarm(std::int32_t id) {
-  const auto it = std::ranges::find(Alarms(), id, &TDemoAlarm::Id);
-  return it == Alarms().end() ? nullptr : &*it;
-}
-
-std::string DemoAlarmList() {
-  std::string list;
-  for (const TDemoAlarm& alarm : Alarms())
-    list += Format("%s%d (%s)", list.empty() ? "" : ", ", alarm.Id, alarm.Name->Get());
-  return list;
-}
-
-std::optional<TKeyCode> ParseKey(std::string_view text) {
-  std::string name = Upper(text);
-  if (!name.starts_with("CK_")) name = "CK_" + name;
-  const auto it = std::ranges::find(kKeyTable, name, &TKeyRow::Name);
-  if (it == kKeyTable.end()) return std::nullopt;
-  return static_cast<TKeyCode>(it - kKeyTable.begin());
-}
-
-std::string KeyNames(TKeyMask keys) {
-  std::string names;
-  for (std::size_t i = 0; i < kKeys; ++i)
-    if ((keys & KeyBit(i)) != 0) names += (names.empty() ? "" : " ") + std::string(kKeyTable[i].Name);
-  return names.empty() ? "-" : names;
-}
-
-std::optional<std::int32_t> ParseState(std::string_view text) {
-  for (std::int32_t state = 0; state < kCutStates; ++state)
-    if (text == CutStateName(ClassifyCutState(state))) return state;
-  const auto number = ParseExactly<std::int32_t>(text);
-  return number && *number >= 0 ? number : std::nullopt;
-}
-
-std::vector<std::string> DrawPanel(TKeyMask leds, bool hints, std::size_t columns) {
-  const std::size_t cellWidth = kCellWidth + (hints ? kHintWidth : 0);
-  std::vector<std::string> lines;
-  for (std::size_t i = 0; i < kPicture.size(); ++i) {
-    if (i % columns == 0) lines.emplace_back();
-    const TCell& cell = kPicture[i];
-    std::string text = (leds & KeyBit(cell.Key)) != 0 ? "●" : "○";
-    text += std::string(" ") + cell.Label;
-    if (hints) text += std::string(" ") + TerminalKeyName(cell.Key);
-    const std::size_t width = DisplayWidth(text);
-    if (i % columns + 1 < columns && width < cellWidth) text.append(cellWidth - width, ' ');
-    lines.back() += text;
-  }
-  return lines;
-}
-
-// --- TPanelHost ---
 
 TPanelHost::TPanelHost(TController& session)
     : FController(session),
@@ -145,11 +26,12 @@ TPanelHost::TPanelHost(TController& session)
             if (TSupervisor* const supervisor = session.Supervisor()) supervisor->EmergencyStop();
           },
           [&session] {
-            if (const TResult<> reset = session.ResetLatch(); !reset)
-              LogMsg(lkWarning, 0, reset.Problem().Text(), "TPHost");
+            if (const TResult<> reset = session.ResetLatch(); !reset) Say(reset.Problem().Text());
           }),
       FForms(*KBPManager()) {
   FGuard.Enable();
+  // The machine file may hold the speed of another level, from an earlier session.
+  if (CheckKnob().empty()) ApplyKnob(FController, Knob().GetSpeedState());
   if (TVirtualClock* const clock = session.VirtualClock()) {
     FTimers.push_back(clock->Every(TPanelGuard::kRefreshMs, [this](std::uint64_t) { FGuard.Refresh(); }));
     FTimers.push_back(clock->Every(TPanelGuard::kWatchMs, [this](std::uint64_t now) { FGuard.Watch(now); }));
@@ -163,29 +45,44 @@ TPanelHost::~TPanelHost() {
   for (const std::size_t timer : FTimers) FController.VirtualClock()->Remove(timer);
 }
 
-void TPanelHost::RaiseAlarm(const TDemoAlarm& alarm) {
-  FController.RaiseAlarm({.IdPrefix = "TPHost", .Desc = alarm.Name->Get(), .Id = alarm.Id, .Attrs = alarm.Attrs});
+bool TPanelHost::Press(TKeyCode key, std::int32_t param) {
+  const bool taken = FGuard.Press(key, param);
+  if (key == CK_KNOB) TurnKnob();
+  if (!taken) return false;  // the guard has said so
+  if (const std::string why = WhyNothing(*this, key); !why.empty()) Say(Format("%s: %s", ShownKey(key), why.c_str()));
+  return true;
+}
+
+void TPanelHost::PressAgain(TKeyCode key) {
+  TTryAll tryAll;
+  tryAll([&] {
+    if (!FController.Keys().SwitchesOff(KBPManager()->KeyItem(key)->GetCMD())) return;
+    FGuard.Release(key);
+    Press(key);
+  });
 }
 
 void TPanelHost::SetWarning(bool pending) {
   FController.Params().SetBool("ExistMaintainWarning", pending);
-  if (pending) FController.Alarms().Raise({.IdPrefix = "TPHost", .Desc = SAlarmNotHomed.Get(), .Attrs = naRequireOrg});
+  if (pending) FController.Alarms().Raise({.IdPrefix = kSource, .Desc = SAlarmNotHomed.Get(), .Attrs = naRequireOrg});
+}
+
+void TPanelHost::ResetEmergencyStop() {
+  if (!FController.Keys().IsActive()) return Say(Tr("the emergency stop is not active"));
+  FController.Keys().SetEmergencyStop(false);
 }
 
 void TPanelHost::SetKnob(TSpeedState level) {
-  if (const std::string problem = CheckKnob(); !problem.empty()) return LogMsg(lkWarning, 0, problem, "TPHost");
+  if (const std::string problem = CheckKnob(); !problem.empty()) return Say(problem);
   try {
-    Knob().SetSpeedState(level);
+    ApplyKnob(FController, level);
   } catch (const EDesignFault& fault) {
     LogMsg(lkError, 0, fault.what(), fault.Unit());
   }
 }
 
 void TPanelHost::TurnKnob() {
-  const TKBPManager& manager = *KBPManager();
-  if (JudgePress(CK_KNOB, manager.GetMap(kMapClientPermit), manager.GetMap(kMapAlarmPermit),
-                 manager.GetMap(kMapStatePermit), manager.GetMap(kMapWarningPermit)) != pvSent)
-    return;
+  if (Judge(CK_KNOB) != pvSent) return;
   switch (Knob().GetSpeedState()) {
     case ssLow: return SetKnob(ssNormal);
     case ssNormal: return SetKnob(ssHigh);
@@ -218,6 +115,36 @@ std::string CheckKnob() {
   if (std::string problem = CheckJogSpeeds(z.LowSpeed, z.NormalSpeed, z.HighSpeed, config.Z.MaxSpeed); !problem.empty())
     return "Z: " + problem;
   return {};
+}
+
+void ApplyKnob(TController& session, TSpeedState level) {
+  TKnob& knob = Knob();
+  if (level != knob.GetSpeedState()) return knob.SetSpeedState(level);
+  TJogSections& jog = session.Jog();
+  if (!jog.Loaded()) return;
+  const auto speed = [level](const TSpeedData& data) {
+    return level == ssLow ? data.LowSpeed : level == ssNormal ? data.NormalSpeed : data.HighSpeed;
+  };
+  session.Params().SetBool("JogFast", level == ssHigh);
+  session.Params().SetBool("JogSlow", level == ssLow);
+  session.Params().SetDouble("JogSpeed", speed(knob.XYSpeed.UsedSpeed));
+  for (std::size_t head = 0; head < (knob.GetDHEnabled() ? TJogSections::kHeads : 1); ++head) {
+    TJogZSection z = jog.Z(head);
+    (level == ssHigh ? z.HighJogSpeed : z.JogSpeed) = static_cast<float>(speed(knob.ZSpeed.UsedSpeed));
+    jog.SetZ(head, z);
+  }
+}
+
+const char* LevelName(TSpeedState level) { return level == ssLow ? "low" : level == ssNormal ? "normal" : "high"; }
+
+const char* ShownLevel(TSpeedState level) {
+  return level == ssLow ? Tr("low") : level == ssNormal ? Tr("normal") : Tr("high");
+}
+
+TSpeedState LevelOf(const std::string& word) {
+  for (const TSpeedState level : {ssLow, ssNormal, ssHigh})
+    if (word == LevelName(level)) return level;
+  throw EProblem(pbRequest, Format(Tr("\"%s\" is not one of %s"), word.c_str(), "low, normal, high"));
 }
 
 }  // namespace ixocut

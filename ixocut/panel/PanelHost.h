@@ -1,13 +1,10 @@
-// The key panel on a session: the manager with its guard and its forms, the alarms that can be raised by hand, the LED
-// picture, and the names that people use.
+// The key panel on a session: the manager with its guard and its forms, its alarms and its knob.
 //
-// In virtual time the refresh and the watch are timers of the clock; in real time Start gives each a thread.
+// In virtual time the refresh and the watch are timers of the clock; in real time each has a thread.
 #pragma once
 
 #include <optional>
-#include <span>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "controller/Controller.h"
@@ -18,30 +15,10 @@ namespace ixocut {
 using namespace ixocamglue;
 using namespace ixocontroller;
 
-struct TDemoAlarm {
-  std::int32_t Id;
-  const TText* Name;
-  TNcAlarmAttrs Attrs;
-};
-[[nodiscard]] std::span<const TDemoAlarm> DemoAlarms();
-[[nodiscard]] const TDemoAlarm* FindDemoAlarm(std::int32_t id);
-// "101 (Laser source fault), ..."
-[[nodiscard]] std::string DemoAlarmList();
-
-// "CK_LASER", "laser"
-[[nodiscard]] std::optional<TKeyCode> ParseKey(std::string_view text);
-[[nodiscard]] std::string KeyNames(TKeyMask keys);  // "CK_LASER CK_GAS"; "-" for none
-// A state by number or name ("paused").
-[[nodiscard]] std::optional<std::int32_t> ParseState(std::string_view text);
-
-inline constexpr std::size_t kPanelColumns = 7;
-// The panel as the operator sees it: a filled lamp for each lit key. With `hints`, the terminal's key beside it; seven
-// columns of 19 characters then, or 15 without. Fewer columns for a narrow terminal.
-[[nodiscard]] std::vector<std::string> DrawPanel(TKeyMask leds, bool hints, std::size_t columns = kPanelColumns);
-
 class TPanelHost {
  public:
-  // Enables the panel; the session has made its first pass.
+  // Enables the panel, and makes the jog keys move at the speeds of the knob's level; the session has made its first
+  // pass.
   explicit TPanelHost(TController& session);
   ~TPanelHost();
   TPanelHost(const TPanelHost&) = delete;
@@ -51,17 +28,20 @@ class TPanelHost {
   [[nodiscard]] TFormTracker& Forms() { return FForms; }
   [[nodiscard]] TController& Controller() { return FController; }
 
-  void RaiseAlarm(const TDemoAlarm& alarm);
+  // As the guard's; the knob's key turns the knob, and the log says why a key does nothing.
+  bool Press(TKeyCode key, std::int32_t param = 0);
+  // A press that may be a repeat of the one before: it counts where it switches something off.
+  void PressAgain(TKeyCode key);
   // A maintenance warning is pending, and alarms require the origin; or neither.
   void SetWarning(bool pending);
   // By hand: the emergency stop and what it latched.
-  void ResetEmergencyStop() { FController.Keys().SetEmergencyStop(false); }
-  // Applies a level of the knob; refused with a text for the operator when the speeds are not right.
+  void ResetEmergencyStop();
+  // Applies a level of the knob; refused with a line of the log when the speeds are not right.
   void SetKnob(TSpeedState level);
-  // The next level, if the panel permits the knob's key.
-  void TurnKnob();
 
  private:
+  void TurnKnob();
+
   TController& FController;
   TPanelGuard FGuard;
   TFormTracker FForms;
@@ -75,8 +55,13 @@ class TPanelHost {
 [[nodiscard]] std::string CheckJogSpeeds(double low, double normal, double high, double most);
 // Checks the knob's shown XY and Z speeds against the machine's axes.
 [[nodiscard]] std::string CheckKnob();
+// Sets the knob's level; where it is in force already, which the knob takes for no change, what follows from it is
+// written all the same. The jog sections are not saved then. Throws as TKnob::SetSpeedState.
+void ApplyKnob(TController& session, TSpeedState level);
 
 // "low", "normal" or "high"; throws EProblem for another word.
 [[nodiscard]] TSpeedState LevelOf(const std::string& word);
+[[nodiscard]] const char* LevelName(TSpeedState level);   // as LevelOf reads it
+[[nodiscard]] const char* ShownLevel(TSpeedState level);  // in the operator's language
 
 }  // namespace ixocut

@@ -1,113 +1,150 @@
 #include "ixocut/panel/PanelScript.h"
 
 #include <algorithm>
-#include <fstream>
 #include <ostream>
 #include <sstream>
 
+#include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/Texts.h"
+#include "ixocamglue/support/ValueText.h"
 #include "ixocut/CommandLine.h"
+#include "ixocut/panel/PanelNames.h"
 
 namespace ixocut {
 namespace {
 
 constexpr std::uint64_t kLongestWaitMs = 3'600'000;
+constexpr std::uint64_t kLargest = 0x7FFFFFFF;
 constexpr std::uint64_t kTapMs = 100;
+
+using TWords = std::vector<std::string>;
 
 struct TVerb {
   const char* Name;
   std::size_t Least, Most;  // arguments
-  // What is wrong with them; empty: nothing.
-  std::string (*Check)(const std::vector<std::string>& words);
+  TResult<> (*Check)(const TWords& words);
 };
 
-std::string CheckNothing(const std::vector<std::string>&) { return {}; }
-std::string CheckKey(const std::vector<std::string>& words) {
-  return ParseKey(words[1]) ? std::string() : Format("\"%s\" is no key of the panel", words[1].c_str());
+TResult<> Good(std::string problem) {
+  if (problem.empty()) return {};
+  return TProblem{.What = std::move(problem)};
 }
-std::string CheckForm(const std::vector<std::string>&) { return {}; }
-std::string CheckOneOf(const std::string& word, std::initializer_list<const char*> choices) {
+TResult<> CheckNothing(const TWords&) { return {}; }
+TResult<> CheckKey(const TWords& words) {
+  const TResult<TKeyCode> key = ParseKey(words[1]);
+  if (!key) return key.Problem();
+  return {};
+}
+TResult<> CheckShown(const TWords& words) { return CheckForm(words[1]); }
+TResult<> CheckOneOf(const std::string& word, std::initializer_list<const char*> choices) {
   std::string list;
   for (const char* choice : choices) {
     if (word == choice) return {};
     list += (list.empty() ? "" : ", ") + std::string(choice);
   }
-  return Format("\"%s\" is not one of %s", word.c_str(), list.c_str());
+  return Good(Format(Tr("\"%s\" is not one of %s"), word.c_str(), list.c_str()));
 }
-std::string CheckOnOff(const std::vector<std::string>& words) { return CheckOneOf(words[1], {"on", "off"}); }
+TResult<> CheckOnOff(const TWords& words) { return CheckOneOf(words[1], {"on", "off"}); }
+// A key, and a number behind it where there is one.
+TResult<> CheckKeyAnd(const TWords& words, std::uint64_t highest, const char* unit) {
+  if (TResult<> key = CheckKey(words); !key || words.size() < 3) return key;
+  return Good(CheckNumber(words[2], 0, highest, unit));
+}
 
 const TVerb kVerbs[] = {
-    {"wait", 1, 1, [](const auto& w) { return CheckNumber(w[1], 0, kLongestWaitMs, "ms"); }},
-    {"press", 1, 2,
-     [](const auto& w) {
-       const std::string problem = CheckKey(w);
-       return !problem.empty() || w.size() < 3 ? problem : CheckNumber(w[2], 0, 0x7FFFFFFF, "");
-     }},
+    {"wait", 1, 1, [](const TWords& w) { return Good(CheckNumber(w[1], 0, kLongestWaitMs, "ms")); }},
+    {"press", 1, 2, [](const TWords& w) { return CheckKeyAnd(w, kLargest, ""); }},
     {"release", 1, 1, CheckKey},
-    {"tap", 1, 2,
-     [](const auto& w) {
-       const std::string problem = CheckKey(w);
-       return !problem.empty() || w.size() < 3 ? problem : CheckNumber(w[2], 0, kLongestWaitMs, "ms");
-     }},
-    {"show", 1, 1, CheckForm},
-    {"hide", 1, 1, CheckForm},
+    {"tap", 1, 2, [](const TWords& w) { return CheckKeyAnd(w, kLongestWaitMs, "ms"); }},
+    {"show", 1, 1, CheckShown},
+    {"hide", 1, 1, CheckShown},
     {"knob", 1, 1,
-     [](const auto& w) {
+     [](const TWords& w) {
        return CheckOneOf(w[1], {"low", "normal", "high"});
      }},
     {"alt", 2, 3,
-     [](const auto& w) {
-       std::string problem = CheckKey(w);
-       if (problem.empty()) problem = CheckOneOf(w[2], {"on", "off"});
-       return !problem.empty() || w.size() < 4 ? problem : CheckOneOf(w[3], {"blink"});
+     [](const TWords& w) {
+       TResult<> checked = CheckKey(w);
+       if (checked) checked = CheckOneOf(w[2], {"on", "off"});
+       return !checked || w.size() < 4 ? checked : CheckOneOf(w[3], {"blink"});
      }},
     {"window", 1, 1,
-     [](const auto& w) {
+     [](const TWords& w) {
        return CheckOneOf(w[1], {"open", "close"});
      }},
     {"silent", 1, 1, CheckOnOff},
-    {"alarm", 1, 1,
-     [](const auto& w) {
-       const std::string problem = CheckNumber(w[1], 0, 0x7FFFFFFF, "");
-       if (!problem.empty() || FindDemoAlarm(std::stoi(w[1]))) return problem;
-       return Format("no alarm %s; the alarms are %s", w[1].c_str(), DemoAlarmList().c_str());
-     }},
+    {"alarm", 1, 1, CheckNothing},  // CheckScriptAlarms
     {"clear", 0, 0, CheckNothing},
     {"warning", 1, 1, CheckOnOff},
     {"emergency", 1, 1, CheckOnOff},
     {"leds", 0, 0, CheckNothing},
 };
 
-std::string CheckLine(const std::vector<std::string>& words) {
+TResult<> CheckLine(const TWords& words) {
   const auto verb = std::ranges::find_if(kVerbs, [&](const TVerb& v) { return words[0] == v.Name; });
-  if (verb == std::end(kVerbs)) return Format("\"%s\" is no step", words[0].c_str());
+  if (verb == std::end(kVerbs)) {
+    std::string list;
+    for (const TVerb& known : kVerbs) list += (list.empty() ? "" : ", ") + std::string(known.Name);
+    return TProblem{.What = Format(Tr("\"%s\" is no step"), words[0].c_str()),
+                    .Where = {},
+                    .Why = {},
+                    .Remedy = Format(Tr("the steps are %s"), list.c_str())};
+  }
   const std::size_t count = words.size() - 1;
-  if (count < verb->Least || count > verb->Most)
-    return Format("%s takes %zu%s words, not %zu", verb->Name, verb->Least,
-                  verb->Most > verb->Least ? Format(" to %zu", verb->Most).c_str() : "", count);
-  return verb->Check(words);
+  if (count >= verb->Least && count <= verb->Most) return verb->Check(words);
+  if (verb->Most > verb->Least)
+    return Good(Format(Tr("%s takes %zu to %zu words, not %zu"), verb->Name, verb->Least, verb->Most, count));
+  return Good(Format(Tr("%s takes this many words: %zu, not %zu"), verb->Name, verb->Least, count));
+}
+
+[[noreturn]] void Refuse(const std::filesystem::path& file, int line, TProblem problem) {
+  problem.Where = Format("%s:%d", file.c_str(), line);
+  throw EProblem(pbRequest, std::move(problem));
+}
+
+// Of a text that the check has let in.
+template <class Number>
+Number NumberOf(const std::string& text) {
+  return ParseExactly<Number>(text).value_or(Number{});
 }
 
 }  // namespace
 
+std::string ScriptHelp() {
+  return std::string(Tr("A script has one step a line, its words apart by blanks; a word that begins with # begins a "
+                        "comment:\n")) +
+         "  wait MS                      press KEY [PARAM]       release KEY      tap KEY [MS]\n"
+         "  show FORM                    hide FORM               knob low|normal|high\n"
+         "  alt KEY on|off [blink]       window open|close       silent on|off\n"
+         "  alarm ID                     clear                   warning on|off\n"
+         "  emergency on|off             leds\n" +
+         Tr("KEY is a panel key with or without CK_; ID is 101 to 106 or an identifier (TPLaser#1);\n"
+            "silent stops the panel's signs of life.\n");
+}
+
 std::vector<TScriptLine> ReadScript(const std::filesystem::path& file) {
-  std::ifstream in(file);
-  if (!in || std::filesystem::is_directory(file))
-    throw EProblem(pbUnusable, file.string() + ": the file cannot be read");
+  const std::string bytes = ReadFile(file).OrThrow(pbUnusable);
+  std::istringstream in(std::string(WithoutMark(bytes)));
   std::vector<TScriptLine> lines;
   std::string text;
   for (int number = 1; std::getline(in, text); ++number) {
-    std::istringstream stream(text.substr(0, text.find('#')));
+    std::istringstream stream(text);
     TScriptLine line{number, {}};
-    for (std::string word; stream >> word;) line.Words.push_back(word);
+    for (std::string word; stream >> word && word.front() != '#';) line.Words.push_back(word);  // not "TPLaser#1"
     if (line.Words.empty()) continue;
-    if (const std::string problem = CheckLine(line.Words); !problem.empty())
-      throw EProblem(pbRequest, Format("%s:%d: %s", file.c_str(), number, problem.c_str()));
+    if (TResult<> checked = CheckLine(line.Words); !checked) Refuse(file, number, checked.Problem());
     lines.push_back(std::move(line));
   }
-  if (in.bad()) throw EProblem(pbUnusable, file.string() + ": the file cannot be read to its end");
   return lines;
+}
+
+void CheckScriptAlarms(const std::filesystem::path& file, const std::vector<TScriptLine>& lines, TController& session) {
+  for (const TScriptLine& line : lines) {
+    if (line.Words[0] != "alarm") continue;
+    if (const auto alarm = ParseAlarm(session, line.Words[1]); !alarm) Refuse(file, line.Number, alarm.Problem());
+  }
 }
 
 TPanelScript::TPanelScript(TPanelHost& host, std::ostream* out)
@@ -124,17 +161,15 @@ void TPanelScript::Step(const TScriptLine& line) {
   if (w[0] != "wait" && w[0] != "leds") Tell("do", text);
   const auto on = [&](std::size_t i) { return w[i] == "on" || w[i] == "open"; };
   if (w[0] == "wait") {
-    RunFor(std::stoull(w[1]));
+    RunFor(NumberOf<std::uint64_t>(w[1]));
   } else if (w[0] == "press") {
-    if (!FHost.Guard().Press(*ParseKey(w[1]), w.size() > 2 ? std::stoi(w[2]) : 0)) Tell("panel", "dropped");
-    if (*ParseKey(w[1]) == CK_KNOB) FHost.TurnKnob();
+    Press(*ParseKey(w[1]), w.size() > 2 ? NumberOf<std::int32_t>(w[2]) : 0);
   } else if (w[0] == "release") {
     FHost.Guard().Release(*ParseKey(w[1]));
   } else if (w[0] == "tap") {
-    if (!FHost.Guard().Press(*ParseKey(w[1]))) Tell("panel", "dropped");
-    if (*ParseKey(w[1]) == CK_KNOB) FHost.TurnKnob();
+    Press(*ParseKey(w[1]), 0);
     TellMachine();
-    RunFor(w.size() > 2 ? std::stoull(w[2]) : kTapMs);
+    RunFor(w.size() > 2 ? NumberOf<std::uint64_t>(w[2]) : kTapMs);
     FHost.Guard().Release(*ParseKey(w[1]));
   } else if (w[0] == "show") {
     FHost.Forms().Show(w[1]);
@@ -147,15 +182,15 @@ void TPanelScript::Step(const TScriptLine& line) {
   } else if (w[0] == "window") {
     if (on(1))
       FWindow = FHost.Controller().Windows().Open(kReturnOrgWindow, [this](const TWindowMessage& message) {
-        Tell("window", Format("message %u wParam %lld lParam %lld", message.Message,
-                              static_cast<long long>(message.WParam), static_cast<long long>(message.LParam)));
+        Tell(TrMark("window"), Format("message %u wParam %lld lParam %lld", message.Message,
+                                      static_cast<long long>(message.WParam), static_cast<long long>(message.LParam)));
       });
     else
       FHost.Controller().Windows().Close(FWindow);
   } else if (w[0] == "silent") {
     FSilent = on(1);
   } else if (w[0] == "alarm") {
-    FHost.RaiseAlarm(*FindDemoAlarm(std::stoi(w[1])));
+    FHost.Controller().RaiseAlarm(*ParseAlarm(FHost.Controller(), w[1]));
   } else if (w[0] == "clear") {
     FHost.Controller().ClearAlarms();
   } else if (w[0] == "warning") {
@@ -168,6 +203,10 @@ void TPanelScript::Step(const TScriptLine& line) {
   TellMachine();
 }
 
+void TPanelScript::Press(TKeyCode key, std::int32_t param) {
+  if (!FHost.Press(key, param)) Tell(TrMark("panel"), Tr("dropped"));
+}
+
 void TPanelScript::RunFor(std::uint64_t ms) {
   const std::uint64_t end = Clock().MonotonicMs() + ms;
   while (Clock().MonotonicMs() < end) {
@@ -177,16 +216,19 @@ void TPanelScript::RunFor(std::uint64_t ms) {
   }
 }
 
-// What reached the cutting system and what it made of it.
+// What reached the cutting system and what it made of it. Its own notes are for the document; a person has the log's
+// line of each.
 void TPanelScript::TellMachine() {
   const auto entries = FHost.Controller().Journal().Entries();
   for (; FToldEntries < entries.size(); ++FToldEntries) {
     const TJournalEntry& entry = entries[FToldEntries];
     if (entry.Device != "cut" && !entry.IsState()) continue;
     if (entry.Verb == "Lock" || entry.Verb == "Unlock") continue;
-    Tell("machine", entry.IsState() ? Format("state %s (%s)", entry.Args.c_str(),
-                                             CutStateName(ClassifyCutState(std::stoi(entry.Args))))
-                                    : entry.Verb + (entry.Args.empty() ? "" : " " + entry.Args));
+    if (entry.IsState())
+      Tell(TrMark("machine"), Format(Tr("state %s (%s)"), entry.Args.c_str(),
+                                     ShownState(ClassifyCutState(NumberOf<std::int32_t>(entry.Args)))));
+    else
+      Tell("machine", entry.Verb + (entry.Args.empty() ? "" : " " + entry.Args), entry.Call != 0);
   }
 }
 
@@ -209,13 +251,13 @@ void TPanelScript::ShowLeds() {
     *FOut << "             " << Format("%-25s", name.c_str()) << mask.get<std::string>() << '\n';
 }
 
-void TPanelScript::Tell(const char* what, const std::string& text) {
+void TPanelScript::Tell(const char* what, const std::string& text, bool shown) {
   const std::uint64_t ms = Clock().MonotonicMs() - FStartMs;
   FEvents.push_back({{"ms", ms}, {what, text}});
-  if (!FOut) return;
+  if (!FOut || !shown) return;
   FHost.Controller().Logs().DrainOnce();
   *FOut << Format("%8llu ms  %s%s", static_cast<unsigned long long>(ms),
-                  std::string_view(what) == "do" ? "" : Format("  %s: ", what).c_str(), text.c_str())
+                  std::string_view(what) == "do" ? "" : Format("  %s: ", Tr(what)).c_str(), text.c_str())
         << '\n';
 }
 

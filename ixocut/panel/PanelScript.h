@@ -17,17 +17,13 @@ struct TScriptLine {
   std::vector<std::string> Words;
 };
 
-inline constexpr const char* kScriptHelp =
-    "A script has one step a line, its words apart by blanks; # begins a comment:\n"
-    "  wait MS                      press KEY [PARAM]       release KEY      tap KEY [MS]\n"
-    "  show FORM                    hide FORM               knob low|normal|high\n"
-    "  alt KEY on|off [blink]       window open|close       silent on|off\n"
-    "  alarm ID                     clear                   warning on|off\n"
-    "  emergency on|off             leds\n"
-    "KEY is a panel key with or without CK_; silent stops the panel's signs of life.\n";
+// The steps of a script, for the help page.
+[[nodiscard]] std::string ScriptHelp();
 
-// Reads and checks the whole file. Throws EProblem with file, line and reason.
+// Reads and checks the whole file, before its first line runs. Throws EProblem with file, line and reason.
 [[nodiscard]] std::vector<TScriptLine> ReadScript(const std::filesystem::path& file);
+// The alarms that it raises, which only a controller knows. Throws likewise.
+void CheckScriptAlarms(const std::filesystem::path& file, const std::vector<TScriptLine>& lines, TController& session);
 
 class TPanelScript {
  public:
@@ -42,9 +38,10 @@ class TPanelScript {
 
  private:
   void Step(const TScriptLine& line);
+  void Press(TKeyCode key, std::int32_t param);
   void RunFor(std::uint64_t ms);
   void TellMachine();
-  void Tell(const char* what, const std::string& text);
+  void Tell(const char* what, const std::string& text, bool shown = true);
 
   TPanelHost& FHost;
   std::ostream* const FOut;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <fcntl.h>
 #include <poll.h>
 #include <string_view>
 #include <sys/ioctl.h>
@@ -9,12 +10,10 @@
 #include <unistd.h>
 
 #include "controller/SignalStop.h"
-#include "controller/alarms/RunAlarms.h"
-#include "ixocamglue/panel/Uknob.h"
-#include "ixocamglue/support/Format.h"
+#include "ixocamglue/platform/ports/CutCommands.h"
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/Texts.h"
 #include "ixocut/CommandLine.h"
-#include "ixocut/panel/TerminalKeys.h"
 
 namespace ixocut {
 namespace {
@@ -22,40 +21,55 @@ namespace {
 constexpr std::uint64_t kDrawEveryMs = 100;
 constexpr int kPollMs = 10;
 constexpr std::uint32_t kStopWithinMs = 2000;
-constexpr unsigned kWideScreen = 133;
-constexpr std::size_t kNarrowColumns = 4;
+constexpr std::uint64_t kLastWriteMs = 500;  // for a terminal that takes nothing
+constexpr std::size_t kUsualRows = 24;
 constexpr const char* kForms[] = {"Work", "DlgReturnOrg", "DlgLaserTest", "Settings"};  // Tab goes round
 
-// Raw keys, a screen of our own, and release events where the terminal has them; all undone at the end.
+// Raw keys, a screen of our own, and release events where the terminal has them; all undone at the end. A terminal that
+// takes nothing holds nobody up: what is written waits.
 class TRawTerminal {
  public:
   TRawTerminal() {
-    if (!isatty(STDIN_FILENO) || !isatty(STDOUT_FILENO) || tcgetattr(STDIN_FILENO, &FBefore) != 0)
-      throw EProblem(pbRequest, "the panel needs a terminal; --script FILE runs without one");
+    CheckTerminal();
+    if (tcgetattr(STDIN_FILENO, &FBefore) != 0) throw EProblem(pbUnusable, Tr("the terminal cannot be set up"));
     termios raw = FBefore;
     cfmakeraw(&raw);
-    if (tcsetattr(STDIN_FILENO, TCSANOW, &raw) != 0) throw EProblem(pbUnusable, "the terminal cannot be set up");
-    Write("\x1b[?1049h\x1b[?25l\x1b[?7l\x1b[>11u\x1b[2J");
+    if (tcsetattr(STDIN_FILENO, TCSANOW, &raw) != 0) throw EProblem(pbUnusable, Tr("the terminal cannot be set up"));
+    // Opened anew: who else has the terminal open keeps waiting for it.
+    if (const char* const name = ttyname(STDOUT_FILENO))
+      FFile = open(name, O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    // The last but one asks whether the request before it was understood; TTerminalKeys reads the answer.
+    Write("\x1b[?1049h\x1b[?25l\x1b[?7l\x1b[>11u\x1b[?u\x1b[2J");
   }
   ~TRawTerminal() {
-    Write("\x1b[<u\x1b[?7h\x1b[?25h\x1b[?1049l");
+    Write("\x1b[0m\x1b[<u\x1b[?7h\x1b[?25h\x1b[?1049l");
+    for (const std::uint64_t end = Clock().MonotonicMs() + kLastWriteMs; !Flush() && Clock().MonotonicMs() < end;)
+      Clock().Sleep(kPollMs);
+    if (FFile >= 0) close(FFile);
     tcsetattr(STDIN_FILENO, TCSANOW, &FBefore);
   }
   TRawTerminal(const TRawTerminal&) = delete;
   TRawTerminal& operator=(const TRawTerminal&) = delete;
 
-  static void Write(std::string_view text) {
-    while (!text.empty()) {
-      const ssize_t written = ::write(STDOUT_FILENO, text.data(), text.size());
-      if (written < 0 && errno == EINTR) continue;
-      if (written <= 0) return;
-      text.remove_prefix(static_cast<std::size_t>(written));
-    }
+  void Write(std::string_view text) {
+    FPending += text;
+    (void)Flush();
   }
-  static std::size_t Columns() {
+  // What waits to be written; true: nothing any more.
+  bool Flush() {
+    while (!FPending.empty()) {
+      const ssize_t written = ::write(FFile >= 0 ? FFile : STDOUT_FILENO, FPending.data(), FPending.size());
+      if (written < 0 && errno == EINTR) continue;
+      if (written <= 0) break;
+      FPending.erase(0, static_cast<std::size_t>(written));
+    }
+    return FPending.empty();
+  }
+  static winsize Size() {
     winsize size{};
-    const bool wide = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0 || size.ws_col >= kWideScreen;
-    return wide ? kPanelColumns : kNarrowColumns;
+    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) size.ws_col = kScreenColumns;
+    if (size.ws_row == 0) size.ws_row = kUsualRows;
+    return size;
   }
   // What was typed within kPollMs. False: the terminal has gone, or a signal asks to end.
   static bool Read(std::string& bytes) {
@@ -72,43 +86,18 @@ class TRawTerminal {
 
  private:
   termios FBefore{};
+  int FFile = -1;  // the terminal, without waiting; -1: the standard output
+  std::string FPending;
 };
 
-const char* LevelName(TSpeedState level) { return level == ssLow ? "low" : level == ssNormal ? "normal" : "high"; }
-
-class TPanelScreen {
- public:
-  TPanelScreen(TController& session, TPanelHost& host, const TLastLines& log)
-      : FController(session), FHost(host), FLog(log) {}
-
-  void Draw() {
-    std::string text = "\x1b[H";
-    const auto line = [&](const std::string& words) { text += words + "\x1b[K\r\n"; };
-    line("ixocut panel      q quit  x reset emergency stop  Tab form  m alt mode");
-    line("");
-    for (const std::string& row : DrawPanel(FHost.Guard().Leds(), true, TRawTerminal::Columns())) line(row);
-    line("");
-    const TMachineSnapshot now = FController.Machine().Snapshot();
-    const auto& open = FHost.Forms().Open();
-    line(Format("form %s   state %d %s   knob %s %.1f mm/s", open.empty() ? "-" : open.back().c_str(), now.State,
-                CutStateName(ClassifyCutState(now.State)), LevelName(Knob().GetSpeedState()),
-                FController.Params().GetDouble("JogSpeed", FController.Jog().XY().LowJogSpeed)));
-    line(Format("X %8.2f  Y %8.2f  Z %7.2f  %s", now.Pos.X, now.Pos.Y, now.Z, now.Moving() ? "moving" : "at rest"));
-    line(Format("shutter %s  laser %s  gas %s%s%s", now.Emission ? "open" : "closed", now.Laser ? "ON" : "off",
-                now.Gas ? Format("%.1f bar", now.GasBar).c_str() : "off", now.Following ? "  following" : "",
-                now.LatchTripped ? ("  LATCHED: " + now.LatchReason).c_str() : ""));
-    for (const TNcAlarmRecord& alarm : FController.Alarms().Standing()) line(TRunAlarm::Of(alarm).Words());
-    line("");
-    for (const std::string& logged : FLog.Lines()) line(logged);
-    text += "\x1b[J\x1b[7mSoftware is not the emergency stop.\x1b[0m";
-    TRawTerminal::Write(text);
-  }
-
- private:
-  TController& FController;
-  TPanelHost& FHost;
-  const TLastLines& FLog;
-};
+void Draw(TRawTerminal& terminal, TPanelHost& host, const TLastLines& log) {
+  const winsize size = TRawTerminal::Size();
+  const std::vector<std::string> lines = PanelScreen(host, log, size.ws_col, size.ws_row);
+  std::string text = "\x1b[H";
+  for (std::size_t i = 0; i < lines.size(); ++i)
+    text += i + 1 < lines.size() ? lines[i] + "\x1b[K\r\n" : "\x1b[J\x1b[7m" + lines[i] + "\x1b[0m";
+  terminal.Write(text);
+}
 
 // False: quit.
 bool Command(TPanelHost& host, char command) {
@@ -140,23 +129,30 @@ bool Command(TPanelHost& host, char command) {
 
 }  // namespace
 
-void TLastLines::Write(const TLogRecord& record) {
-  TGuard guard(FLock);
-  if (FLines.size() == kLines) FLines.erase(FLines.begin());
-  FLines.push_back(record.Text);
+void CheckTerminal() {
+  if (!isatty(STDIN_FILENO) || !isatty(STDOUT_FILENO))
+    throw EProblem(pbRequest, Tr("the panel needs a terminal; --script FILE runs without one"));
 }
 
-std::vector<std::string> TLastLines::Lines() const {
-  TGuard guard(FLock);
-  return FLines;
+TTerminalKeys KeysFor() {
+  return TTerminalKeys([](TKeyCode key) { return IsHeldCommand(KBPManager()->KeyItem(key)->GetCMD()); });
+}
+
+bool Act(TPanelHost& host, const TTerminalEvent& event) {
+  switch (event.Kind) {
+    case TTerminalEvent::TKind::Press: (void)host.Press(event.Key); break;
+    case TTerminalEvent::TKind::Repeat: host.PressAgain(event.Key); break;
+    case TTerminalEvent::TKind::Release: host.Guard().Release(event.Key); break;
+    case TTerminalEvent::TKind::Command: return Command(host, event.Command);
+  }
+  return true;
 }
 
 int RunPanelTerminal(TController& session, const TLastLines& log, const TPanelTerminalOptions& options) {
   TRawTerminal terminal;
   TPanelHost host(session);
   host.Forms().Show(options.Form);
-  TTerminalKeys keys;
-  TPanelScreen screen(session, host, log);
+  TTerminalKeys keys = KeysFor();
   std::uint64_t drawAt = 0;
   bool go = true;
   std::string bytes;
@@ -166,18 +162,9 @@ int RunPanelTerminal(TController& session, const TLastLines& log, const TPanelTe
     auto events = keys.Feed(bytes, now);
     const auto released = keys.Tick(now);
     events.insert(events.end(), released.begin(), released.end());
-    for (const TTerminalEvent& event : events) {
-      switch (event.Kind) {
-        case TTerminalEvent::TKind::Press:
-          host.Guard().Press(event.Key);
-          if (event.Key == CK_KNOB) host.TurnKnob();
-          break;
-        case TTerminalEvent::TKind::Release: host.Guard().Release(event.Key); break;
-        case TTerminalEvent::TKind::Command: go = Command(host, event.Command) && go; break;
-      }
-    }
-    if (now < drawAt) continue;
-    screen.Draw();
+    for (const TTerminalEvent& event : events) go = Act(host, event) && go;
+    if (!terminal.Flush() || now < drawAt) continue;
+    Draw(terminal, host, log);
     drawAt = now + kDrawEveryMs;
   }
   host.Guard().ReleaseAll();

@@ -1,7 +1,10 @@
-// The key panel in a terminal, in real time: the keys with their LEDs, the machine below, the last lines of the log.
+// The key panel in a terminal, in real time.
 #pragma once
 
-#include "ixocut/panel/PanelHost.h"
+#include <string>
+
+#include "ixocut/panel/PanelScreen.h"
+#include "ixocut/panel/TerminalKeys.h"
 
 namespace ixocut {
 
@@ -9,20 +12,14 @@ struct TPanelTerminalOptions {
   std::string Form = "Work";  // shown at the start
 };
 
-// The last lines of both logs for the screen. Any thread.
-class TLastLines final : public ILogSink {
- public:
-  static constexpr std::size_t kLines = 6;
-  void Write(const TLogRecord& record) override;
-  [[nodiscard]] std::vector<std::string> Lines() const;
-
- private:
-  mutable TCriticalSection FLock;
-  std::vector<std::string> FLines IXO_GUARDED_BY(FLock);
-};
-
-// Until the operator quits or a signal ends it; then everything is stopped and the terminal is as it was. Throws
-// EProblem when standard input or output is no terminal. The session's threads run.
+// Throws EProblem when standard input or output is no terminal.
+void CheckTerminal();
+// Until the operator quits or a signal ends it; then everything is stopped and the terminal is as it was. Throws as
+// CheckTerminal. The session's threads run.
 int RunPanelTerminal(TController& session, const TLastLines& log, const TPanelTerminalOptions& options);
+
+// The keys of a terminal, held as long as the panel's commands say, and what one of their events does; false: quit.
+[[nodiscard]] TTerminalKeys KeysFor();
+[[nodiscard]] bool Act(TPanelHost& host, const TTerminalEvent& event);
 
 }  // namespace ixocut

@@ -1,15 +1,21 @@
 #include "ixocut/panel/TerminalKeys.h"
 
 #include <algorithm>
-#include <charconv>
-#include <limits>
+#include <utility>
+
+#include "ixocamglue/platform/ports/CutCommands.h"
+#include "ixocamglue/support/ValueText.h"
 
 namespace ixocut {
 namespace {
 
-constexpr std::uint64_t kNever = std::numeric_limits<std::uint64_t>::max();
 constexpr char kEscape = 27;
 constexpr std::size_t kLongestSequence = 32;
+// Of "CSI code ; modifiers : event u".
+constexpr int kRepeatEvent = 2;
+constexpr int kReleaseEvent = 3;
+constexpr int kCtrl = 4;             // among the modifiers less 1
+constexpr unsigned kEventTypes = 2;  // among the flags of "CSI ? flags u"
 
 struct TBinding {
   TKeyCode Key;
@@ -53,28 +59,29 @@ static_assert(std::size(kBindings) == kKeys);
 
 constexpr std::string_view kCommands = "qxm\t\x03";
 
+// Letters also with the shift lock on.
 const TBinding* OfByte(char byte) {
-  if (byte == '\n') byte = '\r';
+  byte = byte == '\n' ? '\r' : FoldAscii(byte);
   const auto it = std::ranges::find(kBindings, byte, &TBinding::Byte);
   return byte == 0 || it == std::end(kBindings) ? nullptr : &*it;
 }
 
 bool IsStop(char byte) { return byte == 'e' || byte == ' '; }
+bool IsStopKey(TKeyCode key) { return key == CK_STOP || key == CK_EGYSTOP; }
 
-// "5;1:3" to {{5}, {1, 3}}, missing numbers 1.
+std::string_view Piece(std::string_view text, char by, std::size_t i) {
+  for (; i > 0; --i) {
+    const auto at = text.find(by);
+    if (at == std::string_view::npos) return {};
+    text.remove_prefix(at + 1);
+  }
+  return text.substr(0, text.find(by));
+}
+
+// Of "5;1:3" the groups {5} and {1, 3}; a missing number is 1, what is none -1.
 int Number(std::string_view parameters, std::size_t group, std::size_t part) {
-  const auto piece = [](std::string_view text, char by, std::size_t i) {
-    for (; i > 0; --i) {
-      const auto at = text.find(by);
-      if (at == std::string_view::npos) return std::string_view();
-      text.remove_prefix(at + 1);
-    }
-    return text.substr(0, text.find(by));
-  };
-  const std::string_view text = piece(piece(parameters, ';', group), ':', part);
-  int value = 1;
-  std::from_chars(text.data(), text.data() + text.size(), value);
-  return value;
+  const std::string_view text = Piece(Piece(parameters, ';', group), ':', part);
+  return text.empty() ? 1 : ParseExactly<int>(text).value_or(-1);
 }
 
 }  // namespace
@@ -84,8 +91,12 @@ const char* TerminalKeyName(TKeyCode key) {
   return it == std::end(kBindings) ? "" : it->Name;
 }
 
+TTerminalKeys::TTerminalKeys(std::function<bool(TKeyCode)> held)
+    : FActsWhileHeld(held ? std::move(held)
+                          : [](TKeyCode key) { return IsHeldCommand(kKeyTable[KeyIndex(key)].NormalCmd); }) {}
+
 std::vector<TTerminalEvent> TTerminalKeys::Feed(std::string_view bytes, std::uint64_t nowMs) {
-  TEvents events;
+  TEvents events = Tick(nowMs);
   for (const char byte : bytes) {
     if (FPending.empty() && byte == kEscape) {
       FPending = byte;
@@ -121,22 +132,29 @@ void TTerminalKeys::Plain(char byte, std::uint64_t nowMs, TEvents& events) {
     LetGo(events);
     events.push_back({TTerminalEvent::TKind::Command, CK_STOP, byte == '\x03' ? 'q' : byte});
   } else if (const TBinding* const binding = OfByte(byte)) {
-    Pressed(binding->Key, nowMs, events);
+    Pressed(binding->Key, false, nowMs, events);
   } else {
     LetGo(events);
   }
 }
 
 void TTerminalKeys::Sequence(std::string_view parameters, char last, std::uint64_t nowMs, TEvents& events) {
+  if (last == 'u' && parameters.starts_with('?')) {  // the answer to our question
+    FReports = (ParseExactly<unsigned>(parameters.substr(1)).value_or(0) & kEventTypes) != 0;
+    return;
+  }
+  const int event = Number(parameters, 1, 1);
+  if (Piece(parameters, ';', 1).find(':') != std::string_view::npos) FReports = true;
   const TBinding* binding = nullptr;
   if (last == 'u') {
     const int code = Number(parameters, 0, 0);
-    if (code > 0 && code < 128 && Number(parameters, 1, 1) != 3 &&
-        kCommands.find(static_cast<char>(code)) != std::string_view::npos && Number(parameters, 1, 1) == 1)
-      return Plain(static_cast<char>(code), nowMs, events);
-    // Ctrl-C with its modifier.
-    if (code == 'c' && ((Number(parameters, 1, 0) - 1) & 4) != 0) return Plain('\x03', nowMs, events);
-    binding = code > 0 && code < 128 ? OfByte(static_cast<char>(code)) : nullptr;
+    const char byte = code > 0 && code < 128 ? static_cast<char>(code) : '\0';
+    const bool ctrlC = byte == 'c' && ((Number(parameters, 1, 0) - 1) & kCtrl) != 0;
+    if (ctrlC || (byte != '\0' && kCommands.find(byte) != std::string_view::npos)) {
+      if (event == 1) Plain(ctrlC ? '\x03' : byte, nowMs, events);
+      return;
+    }
+    binding = OfByte(byte);
   } else {
     const int number = last == '~' ? Number(parameters, 0, 0) : 0;
     const auto it = std::ranges::find_if(
@@ -144,38 +162,34 @@ void TTerminalKeys::Sequence(std::string_view parameters, char last, std::uint64
     binding = it == std::end(kBindings) ? nullptr : &*it;
   }
   if (!binding) return;
-  const bool reports = last == 'u' || parameters.find(':') != std::string_view::npos;
-  const int event = Number(parameters, 1, 1);
-  if (event == 3) {
+  if (event == kReleaseEvent) {
     if (FHeld == binding->Key) LetGo(events);
-    return;
-  }
-  if (event == 2 && FHeld == binding->Key) return;
-  Pressed(binding->Key, nowMs, events);
-  if (reports && FHeld == binding->Key) {
-    FByTerminal = true;
-    FUntilMs = kNever;
+  } else if (event == kRepeatEvent && FHeld == binding->Key) {
+    StillHeld(nowMs);
+  } else if (event != kRepeatEvent || IsStopKey(binding->Key)) {
+    Pressed(binding->Key, FReports, nowMs, events);
   }
 }
 
-void TTerminalKeys::Pressed(TKeyCode key, std::uint64_t nowMs, TEvents& events) {
-  const bool stop = key == CK_STOP || key == CK_EGYSTOP;
-  if (FHeld == key && !stop) {
-    if (!FByTerminal) FUntilMs = nowMs + kRepeatMs;
+void TTerminalKeys::Pressed(TKeyCode key, bool distinct, std::uint64_t nowMs, TEvents& events) {
+  if (FHeld == key && !distinct && !IsStopKey(key)) {
+    StillHeld(nowMs);
+    events.push_back({TTerminalEvent::TKind::Repeat, key, 0});
     return;
   }
   LetGo(events);
   events.push_back({TTerminalEvent::TKind::Press, key, 0});
   FHeld = key;
-  FByTerminal = false;
   FUntilMs = nowMs + kFirstMs;
 }
 
+void TTerminalKeys::StillHeld(std::uint64_t nowMs) {
+  FUntilMs = nowMs + (FActsWhileHeld(*FHeld) ? kRepeatMs : kFirstMs);
+}
+
 void TTerminalKeys::LetGo(TEvents& events) {
-  if (!FHeld) return;
-  events.push_back({TTerminalEvent::TKind::Release, *FHeld, 0});
+  if (FHeld) events.push_back({TTerminalEvent::TKind::Release, *FHeld, 0});
   FHeld.reset();
-  FByTerminal = false;
 }
 
 }  // namespace ixocut

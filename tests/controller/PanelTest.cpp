@@ -1,10 +1,12 @@
 // The host's protections of the key panel, and the keys of a terminal.
 #include <gmock/gmock.h>
 
+#include "controller/procedures/Timeline.h"
 #include "fixture/Machine.h"
 #include "ixocamglue/platform/ports/CutCommands.h"
-#include "ixocut/panel/PanelHost.h"
-#include "ixocut/panel/TerminalKeys.h"
+#include "ixocamglue/platform/services/AppSys.h"
+#include "ixocut/panel/PanelTerminal.h"
+#include "ixocut/panel/PanelWhy.h"
 
 namespace ixocamglue::test {
 using namespace ixocut;
@@ -13,9 +15,13 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class PanelHost : public TMachineTest {
+struct TLogged {
+  TLastLines FLog;
+};
+
+class PanelHost : protected TLogged, public TMachineTest {
  protected:
-  PanelHost() : FHost(FController) { FHost.Forms().Show("Work"); }
+  PanelHost() : TMachineTest({}, {.Sinks = {&FLog}}), FHost(FController) { FHost.Forms().Show("Work"); }
   TTexts Keys() {
     TTexts keys;
     for (const std::string& command : Commands("cut"))
@@ -112,6 +118,37 @@ TEST_F(PanelHost, TheStopKeyHeldForThreeSecondsInStandbyResetsTheLatch) {
   EXPECT_TRUE(latched()) << "a panel that has fallen silent holds nothing";
 }
 
+TEST_F(PanelHost, ASwitchPressedAgainSwitchesOffWhereverATerminalCannotTell) {
+  TTerminalKeys keys = KeysFor();
+  const auto type = [&](const char* bytes, std::uint64_t afterMs) {
+    RunAlive(afterMs);
+    for (const TTerminalEvent& event : keys.Feed(bytes, Clock().MonotonicMs())) EXPECT_TRUE(Act(FHost, event));
+  };
+  for (const auto& [byte, reported] : {std::pair{"g", "\x1b[103u"}, {"a", "\x1b[97u"}, {"s", "\x1b[115u"}}) {
+    const auto on = [&] {
+      const TMachineSnapshot now = Machine().Snapshot();
+      return *byte == 'g' ? now.Gas : *byte == 'a' ? Machine().Laser()->GetAiming() : now.Emission;
+    };
+    type("\x1b[?0u", 1000);  // no releases
+    type(byte, 0);
+    type(byte, kEmissionMs / 2);  // before emission is there
+    RunAlive(100);
+    EXPECT_FALSE(on()) << byte << ": the second press switches off";
+    type(byte, 300);
+    RunAlive(100);
+    EXPECT_FALSE(on()) << byte << ": what may be a repeat switches nothing on";
+    type(byte, 800);
+    RunAlive(100);
+    EXPECT_TRUE(on()) << byte;
+    type("\x1b[?11u", 0);  // releases
+    type(reported, 0);
+    type(reported, 100);
+    RunAlive(100);
+    EXPECT_TRUE(on()) << byte << ": two presses, each of them switches";
+    type(reported, 0);
+  }
+}
+
 TEST_F(PanelHost, FormsStayNestedWhateverTheOrder) {
   TFormTracker& forms = FHost.Forms();
   const auto client = [] { return KBPManager()->GetMap(kMapClientPermit); };
@@ -129,9 +166,60 @@ TEST_F(PanelHost, FormsStayNestedWhateverTheOrder) {
   EXPECT_THAT(forms.Open(), ElementsAre("Work"));
 }
 
+TEST_F(PanelHost, TheTerminalShowsWhyAPressComesToNothing) {
+  const struct {
+    const char* Form;
+    TNcAlarmAttrs Alarm;
+    TKeyCode Key;
+    std::vector<const char*> Says;
+  } cases[] = {
+      {"Settings", 0, CK_GAS, {"界面", "GAS: form Settings"}},
+      {"Work", naForbidLaser, CK_SHUTTER, {"报警", "SHUTTER: TP#1", "shutter refused: an alarm forbids the laser"}},
+      {"Work", naForbidMove, CK_START, {"start refused: an alarm forbids motion"}},
+      {"Work", 0, CK_LASER, {"laser refused: the shutter is closed"}},
+      {"Work", 0, CK_BREAK_LOCATE, {"BREAK: the key has no command"}},
+  };
+  for (const auto& c : cases) {
+    FHost.Forms().Show(c.Form);
+    if (c.Alarm != 0) Raise(c.Alarm);
+    RunAlive(200);
+    FHost.Press(c.Key);
+    RunAlive(20);
+    std::string screen;
+    for (const std::string& line : PanelScreen(FHost, FLog, 80, 24)) screen += line + "\n";
+    for (const char* text : c.Says)
+      EXPECT_THAT(screen, testing::ContainsRegex("\n[0-9:]{8} [^\n]*" + std::string(text)));
+    FHost.Guard().Release(c.Key);
+    FController.Alarms().ClearAll();
+  }
+}
+
+TEST_F(PanelHost, TheScreenFitsItsTerminalAndShowsAllKeysFrom80ColumnsOn) {
+  Raise(naForbidLaser);
+  for (int i = 0; i < 60; ++i) FHost.Press(CK_BREAK_LOCATE);
+  LogMsg(lkError, 0,
+         "三十个汉字一行放不下三十个汉字一行放不下三十个汉字一行放不下三十个汉字一行放不下三十个汉字一行放不下", "");
+  RunAlive(200);
+  for (const std::size_t columns : {5U, 40U, 79U, 80U, 132U, 133U, 250U})
+    for (const std::size_t rows : {0U, 1U, 5U, 24U, 60U}) {
+      const std::vector<std::string> lines = PanelScreen(FHost, FLog, columns, rows);
+      EXPECT_LE(lines.size(), rows) << columns;
+      std::string screen;
+      for (const std::string& line : lines) {
+        EXPECT_LE(DisplayWidth(line), columns) << line;
+        screen += line + "\n";
+      }
+      if (columns < 40 || rows < 24) continue;
+      EXPECT_EQ(lines.back(), "Software is not the emergency stop.");
+      EXPECT_EQ(screen.find("CALIB HERE v") != std::string::npos, columns >= 80) << columns;
+      EXPECT_EQ(screen.find("from 80 columns on") != std::string::npos, columns < 80) << columns;
+      EXPECT_THAT(screen, testing::HasSubstr("三十个汉字")) << "the newest message";
+    }
+}
+
 // --- terminal ---
 
-constexpr auto kPress = TTerminalEvent::TKind::Press;
+constexpr const char* kSigns[] = {"+", "=", "-"};  // press, repeat, release
 
 std::string Texts(const std::vector<TTerminalEvent>& events) {
   std::string text;
@@ -140,38 +228,59 @@ std::string Texts(const std::vector<TTerminalEvent>& events) {
     if (event.Kind == TTerminalEvent::TKind::Command)
       text += std::string("command ") + event.Command;
     else
-      text += (event.Kind == kPress ? "+" : "-") + std::string(KeyName(event.Key)).substr(3);
+      text += kSigns[static_cast<std::size_t>(event.Kind)] + std::string(KeyName(event.Key)).substr(3);
   }
   return text;
 }
 
-TEST(TerminalKeys, AKeyIsHeldAsLongAsATerminalCanTell) {
+struct TTyped {
+  std::uint64_t AtMs;
+  const char* Bytes;
+  const char* Means;
+};
+
+void Expect(std::initializer_list<TTyped> story) {
   TTerminalKeys keys;
-  EXPECT_EQ(Texts(keys.Feed("\x1b[C", 0)), "+RIGHT");
-  EXPECT_EQ(Texts(keys.Tick(699)), "");
-  EXPECT_EQ(Texts(keys.Tick(700)), "-RIGHT");
-  EXPECT_EQ(Texts(keys.Feed("\x1b[C", 1000)), "+RIGHT");
-  EXPECT_EQ(Texts(keys.Feed("\x1b[C", 1500)), "");  // repeats
-  EXPECT_EQ(Texts(keys.Tick(1649)), "");
-  EXPECT_EQ(Texts(keys.Tick(1650)), "-RIGHT");
-  EXPECT_EQ(Texts(keys.Feed("\x1b[D", 2000)), "+LEFT");
-  EXPECT_EQ(Texts(keys.Feed("\x1b[A", 2010)), "-LEFT +FORWARD");  // another key
-  EXPECT_EQ(Texts(keys.Feed("z", 2020)), "-FORWARD");             // one that means nothing
-  EXPECT_EQ(Texts(keys.Feed("\x1b[5~\x1b[6~+-\r", 2030)),
-            "+Z_UP -Z_UP +Z_DOWN -Z_DOWN +Z_UP -Z_UP +Z_DOWN -Z_DOWN +START");
-  EXPECT_EQ(Texts(keys.Feed("q", 2040)), "-START command q");
+  for (const TTyped& typed : story)
+    EXPECT_EQ(Texts(keys.Feed(typed.Bytes, typed.AtMs)), typed.Means) << typed.AtMs << " ms";
 }
 
-TEST(TerminalKeys, ReleaseEventsAreUsedWhereTheTerminalHasThem) {
-  TTerminalKeys keys;
-  EXPECT_EQ(Texts(keys.Feed("\x1b[1;1:1C", 0)), "+RIGHT");
-  EXPECT_EQ(Texts(keys.Feed("\x1b[1;1:2C", 500)), "");
-  EXPECT_EQ(Texts(keys.Tick(100'000)), "");
-  EXPECT_EQ(Texts(keys.Feed("\x1b[1;1:3C", 100'001)), "-RIGHT");
-  EXPECT_EQ(Texts(keys.Feed("\x1b[106u", 0)), "+JOG_LASER");
-  EXPECT_EQ(Texts(keys.Feed("\x1b[106;1:3u", 10)), "-JOG_LASER");
-  EXPECT_EQ(Texts(keys.Feed("\x1b[101u\x1b[32u", 20)), "+EGYSTOP -EGYSTOP +STOP");
-  EXPECT_EQ(Texts(keys.Feed("\x1b[113u\x1b[113;1:3u\x1b[99;5u", 30)), "-STOP command q command q");
+TEST(TerminalKeys, AKeyIsHeldAsLongAsATerminalCanTell) {
+  Expect({{0, "\x1b[C", "+RIGHT"},
+          {699, "", ""},
+          {700, "", "-RIGHT"},
+          {1000, "\x1b[C", "+RIGHT"},
+          {1500, "\x1b[C", "=RIGHT"},  // a repeat
+          {1649, "", ""},
+          {1650, "", "-RIGHT"},
+          {2000, "\x1b[D", "+LEFT"},
+          {2010, "\x1b[A", "-LEFT +FORWARD"},  // another key
+          {2020, "z", "-FORWARD"},             // one that means nothing
+          {2030, "\x1b[5~\x1b[6~+-\r", "+Z_UP -Z_UP +Z_DOWN -Z_DOWN +Z_UP -Z_UP +Z_DOWN -Z_DOWN +START"},
+          {2040, "q", "-START command q"},
+          {3000, "g", "+GAS"},
+          {3600, "g", "=GAS"},
+          {4299, "G", "=GAS"},  // a switch: as long as at first
+          {4999, "g", "-GAS +GAS"}});
+}
+
+TEST(TerminalKeys, ReleasesAreUsedWhereTheTerminalHasThemAndRepeatsAreTheSignOfLife) {
+  Expect({{0, "\x1b[1;1:1C", "+RIGHT"},
+          {699, "\x1b[1;1:2C", ""},
+          {848, "\x1b[1;1:2C", ""},
+          {998, "", "-RIGHT"},       // the terminal has stalled
+          {999, "\x1b[1;1:2C", ""},  // and goes on: no new press
+          {1000, "\x1b[1;1:3C", ""},
+          {1001, "\x1b[106u", "+JOG_LASER"},
+          {1700, "", ""},
+          {1701, "", "-JOG_LASER"},
+          {2000, "\x1b[106u\x1b[106;1:3u", "+JOG_LASER -JOG_LASER"},
+          {2010, "\x1b[103u\x1b[103u", "+GAS -GAS +GAS"},  // its release was lost
+          {2020, "\x1b[101u\x1b[32u", "-GAS +EGYSTOP -EGYSTOP +STOP"},
+          {2030, "\x1b[32;1:2u\x1b[101;1:2u", "-STOP +EGYSTOP"},
+          {2040, "\x1b[113u\x1b[113;1:3u\x1b[99;5u", "-EGYSTOP command q command q"}});
+  Expect({{0, "\x1b[103u", "+GAS"}, {10, "\x1b[103u", "=GAS"}});  // escape codes alone promise no releases
+  Expect({{0, "\x1b[?11u\x1b[103u", "+GAS"}, {10, "\x1b[103u", "-GAS +GAS"}});
 }
 
 TEST(TerminalKeys, StopsGetThroughWhateverCameBefore) {

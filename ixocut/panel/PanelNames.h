@@ -1,0 +1,38 @@
+// The names by which people know keys, forms, states and alarms of the panel, and the panel as a picture.
+#pragma once
+
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "controller/Controller.h"
+#include "ixocamglue/panel/Kbpkeys.h"
+#include "ixocamglue/platform/ports/CutStates.h"
+
+namespace ixocut {
+using namespace ixocamglue;
+using namespace ixocontroller;
+
+// What is refused names the nearest name there is.
+[[nodiscard]] TResult<TKeyCode> ParseKey(std::string_view text);  // "CK_LASER", "laser"
+[[nodiscard]] TResult<> CheckForm(std::string_view form);         // case counts
+// A state by number or name ("paused").
+[[nodiscard]] TResult<std::int32_t> ParseState(const std::string& text);
+// A number of the alarms that can be raised by hand, or an identifier ("TPLaser#1") that the machine, the controller or
+// the definitions know; as it would be raised. What nobody has registered forbids nothing.
+[[nodiscard]] TResult<TNcAlarmRecord> ParseAlarm(TController& session, const std::string& text);
+
+// "101 (Laser source fault), ..."
+[[nodiscard]] std::string HandAlarmList();
+[[nodiscard]] std::string KeyNames(TKeyMask keys);      // "CK_LASER CK_GAS"; "-" for none
+[[nodiscard]] const char* ShownKey(TKeyCode key);       // the label, in the operator's language
+[[nodiscard]] std::string TerminalHint(TKeyCode key);   // what to press for it on a terminal
+[[nodiscard]] const char* ShownState(TCutState state);  // in the operator's language
+
+inline constexpr std::size_t kPanelColumns = 7;
+// The panel as the operator sees it: a filled lamp for each lit key. With `hints`, the terminal's key beside it; seven
+// columns of 19 characters then, or 15 without. Fewer columns for a narrow terminal.
+[[nodiscard]] std::vector<std::string> DrawPanel(TKeyMask leds, bool hints, std::size_t columns = kPanelColumns);
+
+}  // namespace ixocut

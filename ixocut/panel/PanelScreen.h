@@ -1,0 +1,36 @@
+// What the panel's terminal shows: the keys with their LEDs, the machine below, the alarms that stand, and the last
+// messages with their times.
+#pragma once
+
+#include <deque>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "ixocamglue/platform/services/Log.h"
+#include "ixocamglue/support/Locks.h"
+#include "ixocut/panel/PanelHost.h"
+
+namespace ixocut {
+
+// The last lines of the application log, "12:30:05 text". Any thread.
+class TLastLines final : public ILogSink {
+ public:
+  static constexpr std::size_t kLines = 50;
+  void Write(const TLogRecord& record) override;
+  [[nodiscard]] std::vector<std::string> Lines() const;  // newest last
+
+ private:
+  mutable TCriticalSection FLock;
+  std::deque<std::string> FLines IXO_GUARDED_BY(FLock);
+};
+
+inline constexpr std::size_t kScreenColumns = 80;  // all keys are seen from this width on
+// Text in lines of at most so many columns, broken at blanks where it has them; what could move the cursor is a blank.
+[[nodiscard]] std::vector<std::string> Wrapped(std::string_view text, std::size_t columns);
+// The whole screen, at most `rows` lines of at most `columns`. The notice that software is not the emergency stop is
+// its last line; of messages and alarms there is what has room, the newest messages first.
+[[nodiscard]] std::vector<std::string> PanelScreen(TPanelHost& host, const TLastLines& log, std::size_t columns,
+                                                   std::size_t rows);
+
+}  // namespace ixocut

@@ -1,0 +1,119 @@
+#include "ixocut/panel/PanelWhy.h"
+
+#include "controller/alarms/RunAlarms.h"
+#include "ixocamglue/panel/Kbpforms.h"
+#include "ixocamglue/support/Format.h"
+#include "ixocut/panel/PanelNames.h"
+
+namespace ixocut {
+namespace {
+
+std::string Joined(std::string list, std::string_view more) {
+  if (!list.empty()) list += ", ";
+  return list += more;
+}
+
+std::string FormsWith(TKeyMask key) {
+  std::string names = "Work";
+  for (const TFormGroup& group : FormGroups())
+    if ((group.Mask & key) != 0 && group.Mask != kAllKeys) names = Joined(std::move(names), group.Forms.front());
+  return names;
+}
+
+std::string StatesWith(TKeyMask key) {
+  std::string names;
+  for (std::int32_t state = 0; state < kCutStates; ++state)
+    if ((KBPManager()->StatePermitIn(ClassifyCutState(state)) & key) != 0)
+      names = Joined(std::move(names), ShownState(ClassifyCutState(state)));
+  return names;
+}
+
+// The standing alarms that alone keep the key from being permitted.
+std::string AlarmsAgainst(TController& session, TKeyMask key) {
+  std::string names;
+  for (const TNcAlarmRecord& record : session.Alarms().Standing()) {
+    TNcAlarmManager alone;
+    alone.Raise(record);
+    if ((KBPManager()->AlarmPermitUnder(&alone) & key) != 0) continue;
+    const TRunAlarm alarm = TRunAlarm::Of(record);
+    names = Joined(std::move(names), alarm.Identifier + " " + alarm.Text);
+  }
+  return names.empty() ? Tr("the alarms together") : names;
+}
+
+std::string FormOnScreen(TPanelHost& host) {
+  const auto& open = host.Forms().Open();
+  return open.empty() ? std::string(Tr("no form is on screen")) : Format(Tr("form %s"), open.back().c_str());
+}
+
+std::string ShownNumberedState(std::int32_t state) {
+  return Format(Tr("state %d %s"), state, ShownState(ClassifyCutState(state)));
+}
+
+}  // namespace
+
+TPressVerdict Judge(TKeyCode key) {
+  const TKBPManager& manager = *KBPManager();
+  return JudgePress(key, manager.GetMap(kMapClientPermit), manager.GetMap(kMapAlarmPermit),
+                    manager.GetMap(kMapStatePermit), manager.GetMap(kMapWarningPermit));
+}
+
+TKeyWhy Why(TPanelHost& host, TKeyCode key, std::int32_t state) {
+  TKBPManager& manager = *KBPManager();
+  const TKBPKeyItem& item = *manager.KeyItem(key);
+  const TKeyMask bit = KeyBit(key);
+  TKeyWhy why;
+  why.Verdict = Judge(key);
+  why.Command = item.GetCMD();
+  why.Sent = why.Command != 0 && (why.Verdict == pvSent || why.Verdict == pvSentUnderAlarm);
+  const auto refused = why.Sent ? host.Controller().Keys().WhyNot(why.Command, state) : TKeyCommands::TWhyNot();
+  why.Acts = why.Sent && !refused.Refused();
+
+  const auto add = [&](const char* who, std::int32_t map, TPressVerdict blocked, std::string because, auto change) {
+    const bool permits = (manager.GetMap(map) & bit) != 0;
+    auto& reason = why.Reasons.emplace_back(TKeyReason{who, permits, why.Verdict == blocked, std::move(because)});
+    if (!permits) reason.Change = change();
+  };
+  add(TrMark("client"), kMapClientPermit, pvClientRefuses, FormOnScreen(host),
+      [&] { return Format(Tr("a form that permits the key, for example %s"), FormsWith(bit).c_str()); });
+  const bool alarmed = (manager.GetMap(kMapAlarmPermit) & bit) == 0;
+  const std::string against = alarmed ? AlarmsAgainst(host.Controller(), bit) : Tr("no alarm is against it");
+  add(TrMark("alarm"), kMapAlarmPermit, pvSentUnderAlarm, against,
+      [&] { return Format(Tr("clear %s"), against.c_str()); });
+  why.Reasons.back().Blocks = alarmed && refused.ByAlarm;  // else the press has its effect, or fails of something else
+  add(TrMark("state"), kMapStatePermit, pvStateRefuses, ShownNumberedState(state),
+      [&] { return Format(Tr("a state that permits the key: %s"), StatesWith(bit).c_str()); });
+  const bool warned = (manager.GetMap(kMapWarningPermit) & bit) == 0;
+  add(TrMark("warning"), kMapWarningPermit, pvWarningRefuses,
+      warned ? Tr("a maintenance warning is pending") : Tr("no maintenance warning is against it"),
+      [] { return Tr("settle the maintenance warning, or clear the alarm that requires the origin"); });
+  if (why.Sent)
+    why.Reasons.push_back(
+        {TrMark("machine"), why.Acts, !why.Acts, why.Acts ? Tr("the cutting system carries it out") : refused.Shown});
+
+  if (item.IsStopKey())
+    why.Conclusion = Tr("sent: a stop key is never refused");
+  else if (why.Verdict != pvSent && why.Verdict != pvSentUnderAlarm)
+    why.Conclusion = Tr("refused");
+  else if (why.Command == 0)
+    why.Conclusion = key == CK_KNOB ? Tr("turns the knob") : Tr("nothing: the key has no command");
+  else if (!why.Acts)
+    why.Conclusion = Tr("sent, and refused by the cutting system");
+  else
+    why.Conclusion = alarmed ? Tr("sent and carried out, with the message that an alarm stands") : Tr("sent");
+  return why;
+}
+
+std::string WhyNothing(TPanelHost& host, TKeyCode key) {
+  const TKeyMask bit = KeyBit(key);
+  switch (Judge(key)) {
+    case pvClientRefuses: return FormOnScreen(host);
+    case pvSentUnderAlarm: return AlarmsAgainst(host.Controller(), bit);
+    case pvStateRefuses: return ShownNumberedState(host.Controller().Framework().CurrentState());
+    case pvWarningRefuses: return Tr("a maintenance warning is pending");
+    case pvSent: break;
+  }
+  return key == CK_KNOB || KBPManager()->KeyItem(key)->GetCMD() != 0 ? "" : Tr("the key has no command");
+}
+
+}  // namespace ixocut
