@@ -123,18 +123,13 @@ int RunKnob(const std::string& command, const TKnobOptions& options, TKnobDo wha
 void AddKnobCommand(CLI::App& program, TCommandRun& run) {
   CLI::App* const knob = program.add_subcommand("knob", Tr("The jog knob: its speeds and its level"));
   knob->require_subcommand(1);
-  knob->footer(std::string(Tr(
-                   "The speeds are kept in the machine file; the level lasts as long as the controller process, which "
-                   "for these\n"
-                   "commands is the command itself: state shows what the level applies and stores its Z speed.\n"
-                   "\n"
-                   "Examples:\n")) +
-               "  ixocut knob show\n"
-               "  ixocut knob state high\n"
-               "  ixocut knob speed normal --xy 120 --z 40\n"
-               "\n" +
-               Tr("Software is not the emergency stop."));
-  const auto add = [&](const std::string& name, const char* about, TKnobDo what, const char* examples) {
+  SetHelp(*knob,
+          {Tr("The speeds are kept in the machine file; the level lasts as long as the controller process, which for "
+              "these\n"
+              "commands is the command itself: state shows what the level applies and stores its Z speed."),
+           {},
+           {"ixocut knob show", "ixocut knob state high", "ixocut knob speed normal --xy 120 --z 40"}});
+  const auto add = [&](const std::string& name, const char* about, TKnobDo what, std::vector<const char*> examples) {
     const auto options = std::make_shared<TKnobOptions>();
     CLI::App* const command = knob->add_subcommand(name, about);
     if (what != TKnobDo::Show)
@@ -146,15 +141,15 @@ void AddKnobCommand(CLI::App& program, TCommandRun& run) {
     AddJsonOption(*command, options->Json);
     AddMachineOptions(*command, options->Machine, options->State);
     AddLanguageOption(*command, options->Language);
-    command->footer(Tr("Examples:\n") + std::string(examples));
+    SetHelp(*command, {{}, {}, std::move(examples)});
     command->callback([options, name, what, &run] {
       run = [options, name, what] { return RunKnob("knob " + name, *options, what, std::cout); };
     });
   };
-  add("show", Tr("Print the speeds"), TKnobDo::Show, "  ixocut knob show\n  ixocut knob show --json");
-  add("state", Tr("Apply a level"), TKnobDo::State, "  ixocut knob state low\n  ixocut knob state high --json");
+  add("show", Tr("Print the speeds"), TKnobDo::Show, {"ixocut knob show", "ixocut knob show --json"});
+  add("state", Tr("Apply a level"), TKnobDo::State, {"ixocut knob state low", "ixocut knob state high --json"});
   add("speed", Tr("Set the speeds of a level"), TKnobDo::Speed,
-      "  ixocut knob speed normal --xy 120 --z 40\n  ixocut knob speed low --z 5");
+      {"ixocut knob speed normal --xy 120 --z 40", "ixocut knob speed low --z 5"});
 }
 
 }  // namespace ixocut

@@ -213,23 +213,13 @@ void AddPanelCommand(CLI::App& program, TCommandRun& run) {
   panel->add_option("--form", options->Form, Tr("The form on screen at the start (terminal: Work)"))->type_name("FORM");
   AddSeedOption(*panel, options->Seed);
   AddCommon(*panel, options);
-  panel->footer(ScriptHelp() +
-                Tr("\n"
-                   "In the terminal each key shows what to press for it. e is always the emergency stop, "
-                   "space always stop.\n"
-                   "The stop key held for 3 s in standby resets the laser's latch, unless its cause "
-                   "stands.\n"
-                   "\n"
-                   "Exit codes: 0 success, 1 a key is refused (why), 2 wrong command line or script, 3 a "
-                   "file problem.\n"
-                   "\n"
-                   "Examples:\n") +
-                "  ixocut panel --lang en\n"
-                "  ixocut panel --script keys.txt --json\n"
-                "  ixocut panel why LASER --form Work --alarm TPLaser#3\n"
-                "  ixocut panel forms DlgEdgeSeek\n"
-                "\n" +
-                Tr("Software is not the emergency stop."));
+  SetHelp(*panel, {ScriptHelp() + Tr("\n"
+                                     "In the terminal each key shows what to press for it. e is always the emergency "
+                                     "stop, space always stop.\n"
+                                     "The stop key held for 3 s in standby resets the laser's latch, unless its cause "
+                                     "stands."),
+                   {},
+                   {"ixocut panel --lang en", "ixocut panel --script keys.txt --json"}});
   panel->callback([options, panel, &run] {
     if (panel->get_subcommands().empty()) run = [options] { return RunPanel(*options, std::cout); };
   });
@@ -248,17 +238,13 @@ void AddPanelCommand(CLI::App& program, TCommandRun& run) {
   why->add_flag("--warning", whyOptions->Warning, Tr("A maintenance warning is pending while the origin is required"));
   why->add_option("--script", whyOptions->Script, Tr("Run this file first"))->type_name("FILE");
   AddCommon(*why, whyOptions);
-  why->footer(
-      std::string(Tr("Each mask of the panel permits the key or is against it; \"machine\" is what the cutting "
-                     "system makes of the command.\n"
-                     "Exit codes: 0 the press has its effect, 1 it is refused, 2 wrong command line or script, 3 "
-                     "a file problem.\n"
-                     "\n"
-                     "Examples:\n")) +
-      "  ixocut panel why LASER --form Work\n"
-      "  ixocut panel why START --form Work --alarm TPGas#2 --alarm 104\n"
-      "  ixocut panel why RIGHT --form DlgEdgeSeek --at jogging\n"
-      "  ixocut panel why GAS --script keys.txt --json");
+  SetHelp(
+      *why,
+      {Tr("Each mask of the panel permits the key or is against it; \"machine\" is what the cutting system makes "
+          "of the command."),
+       Tr("0 the press has its effect, 1 it has none, 2 wrong command line or script, 3 a file cannot be used"),
+       {"ixocut panel why LASER --form Work", "ixocut panel why START --form Work --alarm TPGas#2 --alarm 104",
+        "ixocut panel why RIGHT --form DlgEdgeSeek --at jogging", "ixocut panel why GAS --script keys.txt --json"}});
   why->callback([whyOptions, &run] { run = [whyOptions] { return RunWhy(*whyOptions, std::cout); }; });
 
   const auto formOptions = std::make_shared<TPanelOptions>();
@@ -266,14 +252,11 @@ void AddPanelCommand(CLI::App& program, TCommandRun& run) {
       panel->add_subcommand("forms", Tr("The forms and the keys that are permitted while each is shown"));
   forms->add_option("NAME", formOptions->Name, Tr("Only this form"))->type_name("");
   AddCommon(*forms, formOptions);
-  forms->footer(
-      std::string(Tr("The keys are those in force on this machine: with stop and emergency stop, which every form "
-                     "permits,\n"
-                     "and with K1 to K4 where their command is not forbidden.\n"
-                     "\n"
-                     "Examples:\n")) +
-      "  ixocut panel forms\n"
-      "  ixocut panel forms DlgManualLubr --json");
+  SetHelp(*forms,
+          {Tr("The keys are those in force on this machine: with stop and emergency stop, which every form permits,\n"
+              "and with K1 to K4 where their command is not forbidden."),
+           {},
+           {"ixocut panel forms", "ixocut panel forms DlgManualLubr --json"}});
   forms->callback([formOptions, &run] { run = [formOptions] { return RunForms(*formOptions, std::cout); }; });
 }
 

@@ -26,8 +26,8 @@ TEST_F(PanelCommand, AScriptTellsCommandsLedsAndMasks) {
        {"show Work", "machine: KeyDown 88 0", "machine: KeyUp 88 0", "● SHUTTER", "SofteKBPanelRepKeys      0x00000001",
         "machine: KeyDown 34 0", "machine: state 4 (jogging)", "machine: KeyUp 34 0", "machine: state 0 (standby)",
         "tap laser", "! This key is not available in the current window", "! LASER: form DlgShutDown",
-        "machine: KeyUp 67 0", "alarm TPLaser#3", "tap start", "machine: KeyDown 1 0",
-        "! start refused: an alarm forbids the laser", "○ SHUTTER", "SofteKBPanelAllowKeys    0x0FFFFFFF"}) {
+        "machine: KeyUp 67 0", "alarm TPLaser#3", "tap start", "! start refused: an alarm forbids the laser",
+        "machine: KeyDown 1 0", "○ SHUTTER", "SofteKBPanelAllowKeys    0x0FFFFFFF"}) {
     const std::size_t found = run.Out.find(line, at);
     ASSERT_NE(found, std::string::npos) << line << " is missing in:\n" << run.Out;
     at = found;
