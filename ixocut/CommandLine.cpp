@@ -226,7 +226,7 @@ void AddSeedOption(CLI::App& command, std::uint64_t& seed) {
 }
 
 void AddMachineOptions(CLI::App& command, std::optional<std::filesystem::path>& machine,
-                       std::optional<std::filesystem::path>& state, const char* stateOption) {
+                       std::optional<std::filesystem::path>& state) {
   const auto path = [&](const char* name, std::optional<std::filesystem::path>& value, const char* type,
                         const char* description) {
     command
@@ -238,7 +238,7 @@ void AddMachineOptions(CLI::App& command, std::optional<std::filesystem::path>& 
         ->type_name(type);
   };
   path("--machine", machine, "FILE", Tr("The machine file to use as it is, instead of the copy in the state folder"));
-  path(stateOption, state, "DIR", Tr("The state folder (default $XDG_STATE_HOME/ixocut or ~/.local/state/ixocut)"));
+  path("--state", state, "DIR", Tr("The state folder (default $XDG_STATE_HOME/ixocut or ~/.local/state/ixocut)"));
 }
 
 void AddCommands(CLI::App& program, TCommandRun& run) {

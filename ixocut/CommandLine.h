@@ -68,9 +68,8 @@ void AddCommands(CLI::App& program, TCommandRun& run);
 // names one with texts, else Chinese.
 void AddLanguageOption(CLI::App& command, std::string& language);
 void AddSeedOption(CLI::App& command, std::uint64_t& seed);
-// `stateOption`: another name for --state where a command means something else by it.
 void AddMachineOptions(CLI::App& command, std::optional<std::filesystem::path>& machine,
-                       std::optional<std::filesystem::path>& state, const char* stateOption = "--state");
+                       std::optional<std::filesystem::path>& state);
 // Empty when `text` is a whole number from `lowest` to `highest`, else what is wrong with it.
 [[nodiscard]] std::string CheckNumber(const std::string& text, std::uint64_t lowest, std::uint64_t highest,
                                       const char* unit);

@@ -127,7 +127,7 @@ void TKBPKeyItem::KeyDown(std::int32_t param) {
 }
 
 // Kept: the command at the time of the release. A key whose alt mode changed while it was held releases another command
-// than it pressed; whoever drives the panel sees to what is held (host/panel/PanelGuard.h).
+// than it pressed; whoever drives the panel sees to what is held (controller/panel/PanelGuard.h).
 void TKBPKeyItem::KeyUp() {
   const std::int32_t command = GetCMD();
   if (command == 0) return;

@@ -1,12 +1,23 @@
 // The panel with its threads: refresh and presses side by side, and stop keys while everything else hangs.
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <poll.h>
+#include <pty.h>
+#include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
+#include <utility>
 
 #include <gtest/gtest.h>
 
+#include "fixture/Paths.h"
+#include "fixture/TempDir.h"
 #include "ixocamglue/platform/ports/CutCommands.h"
 #include "ixocut/panel/PanelHost.h"
+#include "ixocut/panel/TerminalKeys.h"
 #include "machines/simulated/Machine.h"
 
 namespace ixocamglue::test {
@@ -18,6 +29,77 @@ TControllerOptions Realtime() {
   options.Machines = {SimulatedMachine()};
   options.Realtime = true;
   return options;
+}
+
+// The program in a pseudo-terminal of 80 columns; what it has written so far.
+class TTerminalProgram {
+ public:
+  explicit TTerminalProgram(const std::filesystem::path& state) {
+    winsize size{};
+    size.ws_col = 80;
+    size.ws_row = 24;
+    FProgram = forkpty(&FTerminal, nullptr, nullptr, &size);
+    if (FProgram == 0) {
+      execl(IxocutBinary().c_str(), "ixocut", "panel", "--lang", "en", "--state", state.c_str(), nullptr);
+      _exit(127);
+    }
+  }
+  ~TTerminalProgram() {
+    if (FProgram > 0) kill(FProgram, SIGKILL), waitpid(FProgram, nullptr, 0);
+    if (FTerminal >= 0) close(FTerminal);
+  }
+  TTerminalProgram(const TTerminalProgram&) = delete;
+  TTerminalProgram& operator=(const TTerminalProgram&) = delete;
+
+  [[nodiscard]] bool Runs() const { return FProgram > 0; }
+  void Type(std::string_view bytes) const {
+    EXPECT_EQ(write(FTerminal, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+  }
+  // Until it has written this, from now on.
+  bool Shows(const std::string& text, std::chrono::milliseconds limit = std::chrono::seconds(10)) const {
+    std::string written;
+    for (const auto end = std::chrono::steady_clock::now() + limit; std::chrono::steady_clock::now() < end;) {
+      pollfd waiting{FTerminal, POLLIN, 0};
+      if (poll(&waiting, 1, 10) <= 0) continue;
+      char bytes[4096];
+      const ssize_t count = read(FTerminal, bytes, sizeof bytes);
+      if (count <= 0) return false;
+      written.append(bytes, static_cast<std::size_t>(count));
+      if (written.find(text) != std::string::npos) return true;
+    }
+    return false;
+  }
+  int ExitCode() {
+    int status = -1;
+    waitpid(std::exchange(FProgram, 0), &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+
+ private:
+  int FTerminal = -1;
+  pid_t FProgram = 0;
+};
+
+TEST(PanelTerminal, AKeyThatATerminalNeverReleasesEndsByItself) {
+  const TTempDir state;
+  TTerminalProgram program(state.Path());
+  ASSERT_TRUE(program.Runs()) << "no pseudo-terminal can be opened: " << std::strerror(errno);
+  ASSERT_TRUE(program.Shows("Software is not the emergency stop."));
+  program.Type("\x1b[?11u");  // it reports releases
+  program.Type("b");
+  EXPECT_TRUE(program.Shows("BREAK: the key has no command"));
+  bool ended = false;
+  for (int attempt = 0; attempt < 2 && !ended; ++attempt) {
+    program.Type("\x1b[1;1:1C");
+    EXPECT_TRUE(program.Shows("state 4 jogging"));
+    ended = program.Shows("state 0 standby", std::chrono::milliseconds(3 * TTerminalKeys::kFirstMs));
+  }
+  EXPECT_TRUE(ended);
+  program.Type("s");
+  EXPECT_TRUE(program.Shows("shutter open"));
+  program.Type("eq");
+  EXPECT_TRUE(program.Shows("\x1b[?1049l")) << "the terminal is as it was";
+  EXPECT_EQ(program.ExitCode(), 0);
 }
 
 TEST(PanelThreaded, RefreshAndPressesFromTwoThreads) {
