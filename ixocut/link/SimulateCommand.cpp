@@ -39,7 +39,7 @@ int Run(const TSimulateCommand& command, std::ostream& out) {
   TStop stop;
   const TStopOnSignal signals(stop);
   plc.Run(stop);
-  out << plc.Requests() << " requests answered\n";
+  out << plc.Bank.Answered << " requests answered\n";
   if (!stop.Asked()) throw EProblem(pbUnusable, where + ": the line was hung up");
   return kExitSuccess;
 }

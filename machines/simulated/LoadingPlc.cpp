@@ -1,5 +1,7 @@
 #include "machines/simulated/LoadingPlc.h"
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "ixocamglue/platform/comm/Crc.h"
@@ -10,9 +12,25 @@ namespace {
 constexpr std::size_t kHeader = 6;  // TCP, before the unit
 constexpr std::size_t kMost = 260;
 constexpr std::size_t kBabble = 24;
+constexpr std::uint16_t kCoilOn = 0xFF00;
+constexpr std::uint8_t kStray[] = {0x00, 0xFF};
 
 std::uint16_t Word(std::span<const std::uint8_t> bytes, std::size_t at) {
   return static_cast<std::uint16_t>(bytes[at] << 8 | bytes[at + 1]);
+}
+
+// What one request may ask for.
+struct TLimits {
+  std::uint8_t Func;
+  std::size_t Most;  // 1: it has no count
+  bool Bits;
+};
+constexpr TLimits kLimits[] = {{1, 2000, true}, {2, 2000, true}, {3, 125, false},  {4, 125, false},
+                               {5, 1, true},    {6, 1, false},   {15, 1968, true}, {16, 123, false}};
+
+const TLimits* LimitsOf(std::uint8_t func) {
+  const auto* const found = std::ranges::find(kLimits, func, &TLimits::Func);
+  return found == std::end(kLimits) ? nullptr : found;
 }
 
 void Append(TBytes& bytes, std::uint16_t word) {
@@ -26,8 +44,13 @@ std::size_t TLoadingPlc::RequestLength() const {
   if (FTcp) return FIn.size() < kHeader ? 0 : kHeader + Word(FIn, 4);
   if (FIn.size() < 2) return 0;
   switch (FIn[1]) {
+    case 1:
+    case 2:
     case 3:
+    case 4:
+    case 5:
     case 6: return 8;
+    case 15:
     case 16: return FIn.size() < 7 ? 0 : std::size_t{9} + FIn[6];
     default: return 0;
   }
@@ -82,21 +105,44 @@ TBytes TLoadingPlc::Execute(std::span<const std::uint8_t> pdu) {
     return TBytes{pdu[0], static_cast<std::uint8_t>(func | 0x80), code};
   };
   if (FBank.Fault == pfException) return exception(4);
-  if (func != 3 && func != 6 && func != 16) return exception(1);
+  const TLimits* const limits = LimitsOf(func);
+  if (!limits) return exception(1);
   if (pdu.size() < 6) return exception(3);
   const std::size_t addr = Word(pdu, 2);
-  const std::size_t count = func == 6 ? 1 : Word(pdu, 4);
-  if (count == 0 || count > (func == 3 ? 125u : 123u)) return exception(3);
-  if (func == 16 && (pdu.size() != 7 + 2 * count || pdu[6] != 2 * count)) return exception(3);
-  if (addr + count > FBank.Registers.size()) return exception(2);
-  TBytes reply(pdu.begin(), pdu.begin() + (func == 3 ? 2 : 6));
-  if (func == 3) {
-    reply.push_back(static_cast<std::uint8_t>(2 * count));
-    for (std::size_t i = 0; i < count; ++i) Append(reply, FBank.Registers[addr + i]);
-  } else {
-    for (std::size_t i = 0; i < count; ++i) FBank.Registers[addr + i] = Word(pdu, func == 6 ? 4 : 7 + 2 * i);
+  const std::size_t count = limits->Most == 1 ? 1 : Word(pdu, 4);
+  if (count == 0 || count > limits->Most) return exception(3);
+  const bool bits = limits->Bits;
+  if (func >= 15) {
+    const std::size_t data = bits ? (count + 7) / 8 : 2 * count;
+    if (pdu.size() != 7 + data || pdu[6] != data) return exception(3);
   }
+  if (func == 5 && Word(pdu, 4) != kCoilOn && Word(pdu, 4) != 0) return exception(3);
+  if (addr + count > (bits ? FBank.Coils.size() : FBank.Registers.size())) return exception(2);
+  return func <= 4 ? Read(pdu, addr, count) : Write(pdu, addr, count);
+}
+
+TBytes TLoadingPlc::Read(std::span<const std::uint8_t> pdu, std::size_t addr, std::size_t count) const {
+  TBytes reply(pdu.begin(), pdu.begin() + 2);
+  if (pdu[1] <= 2) {
+    reply.resize(3 + (count + 7) / 8);
+    reply[2] = static_cast<std::uint8_t>(reply.size() - 3);
+    for (std::size_t i = 0; i < count; ++i)
+      if (FBank.Coils[addr + i]) reply[3 + i / 8] |= static_cast<std::uint8_t>(1 << i % 8);
+    return reply;
+  }
+  reply.push_back(static_cast<std::uint8_t>(2 * count));
+  for (std::size_t i = 0; i < count; ++i) Append(reply, FBank.Registers[addr + i]);
   return reply;
+}
+
+TBytes TLoadingPlc::Write(std::span<const std::uint8_t> pdu, std::size_t addr, std::size_t count) {
+  for (std::size_t i = 0; i < count; ++i) switch (pdu[1]) {
+      case 5: FBank.Coils[addr] = Word(pdu, 4) != 0; break;
+      case 6: FBank.Registers[addr] = Word(pdu, 4); break;
+      case 15: FBank.Coils[addr + i] = (pdu[7 + i / 8] >> i % 8 & 1) != 0; break;
+      default: FBank.Registers[addr + i] = Word(pdu, 7 + 2 * i); break;
+    }
+  return {pdu.begin(), pdu.begin() + 6};
 }
 
 TBytes TLoadingPlc::Frame(std::span<const std::uint8_t> request, TBytes pdu) const {
@@ -126,17 +172,39 @@ void TLoadingPlc::Answer(std::span<const std::uint8_t> request, std::vector<TPlc
   }
   TPlcAnswer answer{Frame(request, Execute(pdu)), 0, false};
   if (broadcast) return;
+  const std::size_t before = answers.size();
+  Misbehave(request, std::move(answer), answers);
+  if (answers.size() > before) ++FBank.Answered;
+}
+
+void TLoadingPlc::Misbehave(std::span<const std::uint8_t> request, TPlcAnswer answer,
+                            std::vector<TPlcAnswer>& answers) {
+  TBytes& bytes = answer.Bytes;
   switch (FBank.Fault) {
     case pfSilent: return;
     case pfLate: answer.DelayMs = kLateMs; break;
     case pfStale:
-      std::swap(answer.Bytes, FBefore);
-      if (answer.Bytes.empty()) return;
+      std::swap(bytes, FBefore);
+      if (bytes.empty()) return;
       break;
-    case pfHalf: answer.Bytes.resize(answer.Bytes.size() / 2); break;
+    case pfHalf: bytes.resize(bytes.size() / 2); break;
     case pfClose:
       if (!FTcp) return;
       answer = {{}, 0, true};
+      break;
+    case pfCloseAfter: answer.Close = FTcp; break;
+    case pfDeaf:
+      if (!std::exchange(FAwake, true)) return;
+      break;
+    case pfEcho: bytes.assign(request.begin(), request.end()); break;
+    case pfLocalEcho: answers.push_back({{request.begin(), request.end()}, 0, false}); break;
+    case pfDouble: answers.push_back(answer); break;
+    case pfTrailing: bytes.insert(bytes.end(), std::begin(kStray), std::end(kStray)); break;
+    case pfLeading: bytes.insert(bytes.begin(), kStray[0]); break;
+    case pfGaps:
+      answers.push_back({{bytes.begin(), bytes.begin() + 3}, 0, false});
+      bytes.erase(bytes.begin(), bytes.begin() + 3);
+      answer.DelayMs = kGapMs;
       break;
     case pfNone:
     case pfWrongUnit:

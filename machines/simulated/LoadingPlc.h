@@ -1,8 +1,8 @@
-// The loading PLC as its bus sees it: holding registers behind Modbus RTU or TCP, functions 3, 6 and 16, and the ways
-// in which such a device misbehaves. Bytes in, bytes out: who carries them, and when, is the caller's business.
+// The loading PLC as its bus sees it: holding registers (functions 3, 6 and 16) and coils (1, 5 and 15) behind Modbus
+// RTU or TCP; input registers (4) and discrete inputs (2) show the same values. And the ways in which such a device
+// misbehaves. Bytes in, bytes out: who carries them, and when, is the caller's business.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <span>
 #include <string_view>
@@ -14,15 +14,23 @@ namespace ixocamglue {
 
 enum class TPlcFault : std::uint8_t {
   pfNone,
-  pfSilent,     // takes requests and says nothing
-  pfWrongUnit,  // answers as the next unit
-  pfWrongCrc,   // RTU: a wrong CRC; TCP: a wrong protocol identifier
-  pfException,  // answers every request with exception 4
-  pfLate,       // answers after kLateMs, when nobody waits any more
-  pfStale,      // answers with the reply to the request before
-  pfHalf,       // sends the first half of the reply
-  pfBabble,     // sends bytes that nobody asked for, all the time
-  pfClose,      // TCP: closes the connection instead of answering; serial line: silent
+  pfSilent,      // takes requests and says nothing
+  pfWrongUnit,   // answers as the next unit
+  pfWrongCrc,    // RTU: a wrong CRC; TCP: a wrong protocol identifier
+  pfException,   // answers every request with exception 4
+  pfLate,        // answers after kLateMs, when nobody waits any more
+  pfStale,       // answers with the reply to the request before
+  pfHalf,        // sends the first half of the reply
+  pfBabble,      // sends bytes that nobody asked for, all the time
+  pfClose,       // TCP: closes the connection instead of answering; serial line: silent
+  pfCloseAfter,  // TCP: closes the connection after each reply
+  pfDeaf,        // the first request of a connection, or since the start, is not answered
+  pfEcho,        // only the request itself comes back
+  pfLocalEcho,   // the request itself, and then the reply
+  pfDouble,      // each reply twice
+  pfTrailing,    // two stray bytes behind each reply
+  pfLeading,     // one in front of it
+  pfGaps,        // kGapMs within each reply
 };
 using enum TPlcFault;
 
@@ -30,15 +38,23 @@ struct TPlcFaultName {
   std::string_view Name;
   TPlcFault Fault;
 };
-inline constexpr std::array<TPlcFaultName, 9> kPlcFaults{{{"silent", pfSilent},
-                                                          {"wrong-unit", pfWrongUnit},
-                                                          {"wrong-crc", pfWrongCrc},
-                                                          {"exception", pfException},
-                                                          {"late", pfLate},
-                                                          {"stale", pfStale},
-                                                          {"half", pfHalf},
-                                                          {"babble", pfBabble},
-                                                          {"close", pfClose}}};
+inline constexpr TPlcFaultName kPlcFaults[] = {{"silent", pfSilent},
+                                               {"wrong-unit", pfWrongUnit},
+                                               {"wrong-crc", pfWrongCrc},
+                                               {"exception", pfException},
+                                               {"late", pfLate},
+                                               {"stale", pfStale},
+                                               {"half", pfHalf},
+                                               {"babble", pfBabble},
+                                               {"close", pfClose},
+                                               {"close-after", pfCloseAfter},
+                                               {"deaf", pfDeaf},
+                                               {"echo", pfEcho},
+                                               {"local-echo", pfLocalEcho},
+                                               {"double", pfDouble},
+                                               {"trailing", pfTrailing},
+                                               {"leading", pfLeading},
+                                               {"gaps", pfGaps}};
 
 struct TPlcAnswer {
   TBytes Bytes;
@@ -51,12 +67,15 @@ struct TPlcBank {
   std::uint8_t Unit = 1;
   TPlcFault Fault = pfNone;
   std::vector<std::uint16_t> Registers = std::vector<std::uint16_t>(10'000);  // addresses beyond give exception 2
+  std::vector<bool> Coils = std::vector<bool>(10'000);
+  std::uint64_t Answered = 0;  // requests
 };
 
 // One link to the PLC.
 class TLoadingPlc {
  public:
   static constexpr std::uint32_t kLateMs = 2500;
+  static constexpr std::uint32_t kGapMs = 80;
 
   TLoadingPlc(TPlcBank& bank, bool tcp) : FBank(bank), FTcp(tcp) {}
 
@@ -72,14 +91,20 @@ class TLoadingPlc {
   [[nodiscard]] std::size_t RequestLength() const;
   [[nodiscard]] bool Good(std::span<const std::uint8_t> request) const;
   void Answer(std::span<const std::uint8_t> request, std::vector<TPlcAnswer>& answers);
+  // The answer as the fault makes it.
+  void Misbehave(std::span<const std::uint8_t> request, TPlcAnswer answer, std::vector<TPlcAnswer>& answers);
   // Unit, function and data.
   [[nodiscard]] TBytes Execute(std::span<const std::uint8_t> pdu);
+  // Their registers or coils are all there.
+  [[nodiscard]] TBytes Read(std::span<const std::uint8_t> pdu, std::size_t addr, std::size_t count) const;
+  [[nodiscard]] TBytes Write(std::span<const std::uint8_t> pdu, std::size_t addr, std::size_t count);
   [[nodiscard]] TBytes Frame(std::span<const std::uint8_t> request, TBytes pdu) const;
 
   TPlcBank& FBank;
   const bool FTcp;
   TBytes FIn;
-  TBytes FBefore;  // the reply to the request before
+  TBytes FBefore;       // the reply to the request before
+  bool FAwake = false;  // a request has come
   std::uint32_t FNoise = 0x2545F491;
 };
 

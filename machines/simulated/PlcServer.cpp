@@ -1,6 +1,7 @@
 #include "machines/simulated/PlcServer.h"
 
 #include <algorithm>
+#include <atomic>
 #include <deque>
 #include <list>
 #include <poll.h>
@@ -17,7 +18,7 @@ namespace {
 constexpr int kSliceMs = 20;
 constexpr std::uint64_t kQuietMs = 20;  // no byte for this long ends an RTU request
 constexpr std::uint64_t kBabbleEveryMs = 5;
-constexpr std::int32_t kOwnPort = 0x7FFF;  // of the serial port numbers, for the simulator's device
+constexpr std::int32_t kOwnPorts = 0x7000'0000;  // of the serial port numbers, one for each simulated device
 constexpr std::size_t kMostClients = 64;
 
 }  // namespace
@@ -62,22 +63,20 @@ struct TPlcServer::TImpl {
     return error ? 0 : got;
   }
 
-  void Accept(TPlcBank& bank) {
+  void Accept(TPlcBank& bank, bool tcpFraming) {
     asio::error_code error;
     asio::ip::tcp::socket socket(Context);
     Acceptor.accept(socket, error);
     if (error || Links.size() >= kMostClients) return;
     socket.non_blocking(true, error);
     socket.set_option(asio::ip::tcp::no_delay(true), error);
-    Links.emplace_back(bank, true, Context).Socket = std::move(socket);
+    Links.emplace_back(bank, tcpFraming, Context).Socket = std::move(socket);
   }
 
-  // One turn of a link; returns how many requests were answered.
-  std::uint64_t Serve(TLink& link, std::uint64_t now) {
-    std::uint64_t answered = 0;
+  // One turn of a link.
+  void Serve(TLink& link, std::uint64_t now) {
     std::uint8_t buffer[512];
     const auto queue = [&](std::vector<TPlcAnswer> answers) {
-      answered += answers.size();
       for (TPlcAnswer& answer : answers) link.Due.emplace_back(now + answer.DelayMs, std::move(answer));
     };
     if (const std::size_t got = Read(link, buffer); got != 0) {
@@ -95,7 +94,6 @@ struct TPlcServer::TImpl {
       link.LastBabbleMs = now;
       Send(link, link.Plc.Babble());
     }
-    return answered;
   }
 
   // Until something can be read, for as long as nothing else is due.
@@ -127,20 +125,22 @@ TResult<std::uint16_t> TPlcServer::ListenTcp(std::uint16_t port) {
 }
 
 TResult<> TPlcServer::OpenSerial(const std::string& device, const std::string& settings) {
-  SetSerialPortPath(kOwnPort, device);
+  static std::atomic<std::int32_t> opened{0};
+  const std::int32_t port = kOwnPorts + opened++;
+  SetSerialPortPath(port, device);
   FImpl->Serial = CommParts().MakeSerial();
-  const auto opened = FImpl->Serial->Open(kOwnPort, settings);
-  SetSerialPortPath(kOwnPort, {});
-  if (opened) FImpl->Links.emplace_back(Bank, false, FImpl->Context);
-  return opened;
+  auto result = FImpl->Serial->Open(port, settings);
+  SetSerialPortPath(port, {});
+  if (result) FImpl->Links.emplace_back(Bank, false, FImpl->Context);
+  return result;
 }
 
 void TPlcServer::Run(TStop& stop) {
   while (!stop.Asked()) {
     FImpl->Wait(Bank.Fault == pfBabble);
-    if (!FImpl->Serial) FImpl->Accept(Bank);
+    if (!FImpl->Serial) FImpl->Accept(Bank, !RtuOverTcp);
     const std::uint64_t now = Clock().MonotonicMs();
-    for (auto& link : FImpl->Links) FRequests += FImpl->Serve(link, now);
+    for (auto& link : FImpl->Links) FImpl->Serve(link, now);
     FImpl->Links.remove_if([](const TImpl::TLink& link) { return link.Ended; });
     if (FImpl->Serial && FImpl->Links.empty()) return;  // the line was hung up
   }

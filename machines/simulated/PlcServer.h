@@ -18,7 +18,9 @@ class TPlcServer {
   TPlcServer(const TPlcServer&) = delete;
   TPlcServer& operator=(const TPlcServer&) = delete;
 
-  TPlcBank Bank;  // set before Run
+  // Set before Run.
+  TPlcBank Bank;
+  bool RtuOverTcp = false;  // RTU framing on the TCP port, as a serial gateway has it
 
   // On the loopback interface; 0 takes a free port. The port that it is.
   [[nodiscard]] TResult<std::uint16_t> ListenTcp(std::uint16_t port);
@@ -27,13 +29,11 @@ class TPlcServer {
 
   // Serves until stopped; looks at the stop every 20 ms.
   void Run(TStop& stop);
-  [[nodiscard]] std::uint64_t Requests() const { return FRequests; }  // after Run
 
  private:
   struct TImpl;
 
   const std::unique_ptr<TImpl> FImpl;
-  std::uint64_t FRequests = 0;
 };
 
 }  // namespace ixocamglue
