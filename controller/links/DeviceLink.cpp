@@ -1,12 +1,31 @@
 #include "controller/links/DeviceLink.h"
 
+#include <algorithm>
+#include <vector>
+
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Locks.h"
 
 namespace ixocontroller {
 
 std::string TLinkAddress::Text() const {
   if (!IsTcp) return Device + " " + Settings;
   return (Host.find(':') == std::string::npos ? Host : "[" + Host + "]") + ":" + std::to_string(Port);
+}
+
+// A link that is opened again must not find another device behind its number.
+std::int32_t SerialPortOf(const std::string& device) {
+  constexpr std::int32_t kFirst = 1000;  // beyond the standard devices
+  static TCriticalSection lock;
+  static std::vector<std::string> devices;
+  TGuard guard(lock);
+  const auto found = std::ranges::find(devices, device);
+  const auto port = static_cast<std::int32_t>(kFirst + (found - devices.begin()));
+  if (found == devices.end()) {
+    devices.push_back(device);
+    SetSerialPortPath(port, device);
+  }
+  return port;
 }
 
 std::shared_ptr<TNcCommTransBase> MakeTransport(const TLinkAddress& link) {
@@ -20,11 +39,9 @@ std::shared_ptr<TNcCommTransBase> MakeTransport(const TLinkAddress& link) {
     transport->SetNetParams(net);
     return transport;
   }
-  constexpr std::int32_t kSerialPort = 1;
-  SetSerialPortPath(kSerialPort, link.Device);
   TCommSerial serial;
   serial.Initialize();
-  serial.Port = kSerialPort;
+  serial.Port = SerialPortOf(link.Device);
   SetUtf16(serial.Settings, link.Settings);
   auto transport = std::make_shared<TNcSerialCommTrans>();
   transport->SetTransType(ttBinary);

@@ -21,6 +21,8 @@ struct TLinkAddress {
   [[nodiscard]] std::string Text() const;
 };
 
+// A serial port number that stands for this device, the same whenever it is asked for. Any thread.
+[[nodiscard]] std::int32_t SerialPortOf(const std::string& device);
 // The transport, set up but not connected; a serial one is of the binary type.
 [[nodiscard]] std::shared_ptr<TNcCommTransBase> MakeTransport(const TLinkAddress& link);
 

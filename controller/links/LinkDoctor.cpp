@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <memory>
+#include <span>
 
 #include "ixocamglue/platform/comm/Comm.h"
 #include "ixocamglue/platform/comm/Crc.h"
-#include "ixocamglue/platform/services/Clock.h"
 #include "ixocamglue/support/Format.h"
 
 namespace ixocontroller {
@@ -14,24 +14,49 @@ namespace {
 constexpr std::uint32_t kListenMs = 300;  // is the line silent when nobody asks
 constexpr std::uint32_t kReplyMs = 1500;
 constexpr std::uint32_t kLateMs = 3000;  // after that nothing is expected any more
-constexpr std::uint32_t kSettleMs = 50;
+constexpr std::uint32_t kSettleMs = 100;
+constexpr std::uint32_t kGapMs = 40;    // adapters and networks explain less
+constexpr std::uint32_t kSliceMs = 50;  // of a wait, between two looks at the stop
+constexpr int kMoreRequests = 4;
+constexpr std::size_t kMostBytes = 512;
+constexpr std::size_t kMostLeading = 16;
 constexpr std::size_t kShown = 24;  // bytes of a finding
 
-std::string Shown(const TBytes& bytes) {
-  TBytes first(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(std::min(bytes.size(), kShown)));
-  return SpacedHex(first) + (bytes.size() > kShown ? " ..." : "");
+std::string Shown(std::span<const std::uint8_t> bytes) {
+  const auto first = bytes.first(std::min(bytes.size(), kShown));
+  return SpacedHex({first.begin(), first.end()}) + (bytes.size() > kShown ? " ..." : "");
 }
 
-bool RtuCrcGood(const TBytes& bytes) {
+unsigned Number(std::uint64_t number) { return static_cast<unsigned>(number); }
+
+bool RtuCrcGood(std::span<const std::uint8_t> bytes) {
   if (bytes.size() < 5) return false;
   const std::size_t body = bytes.size() - 2;
   return CalcCRC(bytes.data(), body, 0xFFFF) == (bytes[body] | bytes[body + 1] << 8);
 }
 
+bool StartsWith(const TBytes& bytes, const TBytes& start) {
+  return bytes.size() >= start.size() && std::equal(start.begin(), start.end(), bytes.begin());
+}
+
+// What came of one request.
+struct TExchange {
+  TBytes Sent, Bytes;
+  bool Echoed = false;  // the request itself came first; it is taken out of Bytes
+  bool Closed = false;  // the link ended
+  TReplyCheck Check;    // of Bytes
+  std::uint64_t WholeMs = 0;
+  std::uint64_t GapMs = 0;  // the longest within the reply
+
+  [[nodiscard]] bool Answered() const { return Check.State == rsWhole || Check.State == rsException; }
+  [[nodiscard]] std::span<const std::uint8_t> Frame() const { return std::span(Bytes).first(Check.Length); }
+  [[nodiscard]] std::span<const std::uint8_t> Rest() const { return std::span(Bytes).subspan(Check.Length); }
+};
+
 class TExamination {
  public:
-  TExamination(const TDoctorOptions& options, const std::function<void(const TDoctorStep&)>& tell)
-      : FOptions(options), FTell(tell) {}
+  TExamination(const TDoctorOptions& options, const std::function<void(const TDoctorStep&)>& tell, TStop& stop)
+      : FOptions(options), FTell(tell), FStop(stop), FTcpFraming(options.Link.TcpFraming) {}
 
   bool Run() {
     if (FOptions.Link.IsTcp ? !ReachHost() : !OpenPort()) return false;
@@ -40,34 +65,41 @@ class TExamination {
   }
 
  private:
-  bool Tell(TDoctorMark mark, std::string finding, std::string next = {}) {
-    FTell({mark, std::move(finding), std::move(next)});
-    return mark != dmBad;
+  bool Good(const char* id, std::string finding) { return Tell(dmGood, id, std::move(finding), {}); }
+  bool Note(const char* id, std::string finding, std::string next) {
+    return Tell(dmNote, id, std::move(finding), std::move(next));
+  }
+  bool Bad(const char* id, std::string finding, std::string next) {
+    return Tell(dmBad, id, std::move(finding), std::move(next));
+  }
+  bool Tell(TDoctorMark mark, const char* id, std::string finding, std::string next) {
+    if (!FStop.Asked()) FTell({mark, id, std::move(finding), std::move(next)});
+    return mark != dmBad && !FStop.Asked();
   }
 
   bool ReachHost() {
     const TLinkAddress& link = FOptions.Link;
     const auto addresses = CommParts().Resolve(link.Host, kResolveLimitMs);
     if (addresses.empty())
-      return Tell(dmBad, "The name " + link.Host + " does not resolve within 2 s",
-                  "Use the numeric address, or ask whoever runs the name server");
+      return Bad("name", Format("The name %s does not resolve within 2 s", link.Host.c_str()),
+                 "Use the numeric address, or ask whoever runs the name server");
     std::string list;
     for (const std::string& address : addresses) list += (list.empty() ? "" : ", ") + address;
-    Tell(dmGood, "The host is " + list);
+    Good("name", Format("The host is %s", list.c_str()));
 
     const bool ipv6 = addresses.front().find(':') != std::string::npos;
     const TPingMeans means = PingMeans(ipv6);
     if (means == pmNone) {
-      Tell(dmNote, "This account may not ping, so the ping is left out",
+      Note("ping-right", "This account may not ping, so the ping is left out",
            "Allow it with net.ipv4.ping_group_range or CAP_NET_RAW; the exact profile then also checks by ping");
     } else {
-      Tell(dmGood, means == pmDatagram ? "This account may ping" : "This account may ping (raw socket)");
+      Good("ping-right", means == pmDatagram ? "This account may ping" : "This account may ping (raw socket)");
       const auto icmp = CommParts().MakeIcmp();
       icmp->SetRemote(addresses);
       if (icmp->Ping(1000))
-        Tell(dmGood, "The host answers ping");
+        Good("ping", "The host answers ping");
       else
-        Tell(dmNote, "The host does not answer ping within 1 s",
+        Note("ping", "The host does not answer ping within 1 s",
              "Check cable, address and power. If a firewall drops pings only: the strict profile connects without one");
     }
     return Connect(addresses);
@@ -76,178 +108,316 @@ class TExamination {
   bool Connect(const std::vector<std::string>& addresses) {
     FTransport = MakeTransport(FOptions.Link);
     const std::uint64_t start = Clock().MonotonicMs();
-    if (FTransport->Reopen(1000)) return Tell(dmGood, Format("Port %d opens", FOptions.Link.Port));
-    const bool refused = Clock().MonotonicMs() - start < 900;
-    return Tell(dmBad,
-                Format("Port %d of %s %s", FOptions.Link.Port, addresses.front().c_str(),
-                       refused ? "refuses the connection" : "does not open within 1 s"),
-                refused ? "Check the port number, and that the device's Modbus TCP server is switched on"
-                        : "Check address, cable and firewall");
+    if (FTransport->Reopen(1000)) return Good("port", Format("Port %d opens", FOptions.Link.Port));
+    if (Clock().MonotonicMs() - start < 900)
+      return Bad("refused",
+                 Format("Port %d of %s refuses the connection", FOptions.Link.Port, addresses.front().c_str()),
+                 "Check the port number, and that the device's Modbus TCP server is switched on");
+    return Bad("unreachable",
+               Format("Port %d of %s does not open within 1 s", FOptions.Link.Port, addresses.front().c_str()),
+               "Check address, cable and firewall");
   }
 
   bool OpenPort() {
     const TLinkAddress& link = FOptions.Link;
-    SetSerialPortPath(1, link.Device);
     const auto probe = CommParts().MakeSerial();
-    if (const auto opened = probe->Open(1, link.Settings); !opened)
-      return Tell(dmBad, "The port does not open: " + opened.Problem().Text(),
-                  "Check the device's name, the rights of this account (group dialout) and the settings");
+    if (const auto opened = probe->Open(SerialPortOf(link.Device), link.Settings); !opened)
+      return Bad("port", Format("The port does not open: %s", opened.Problem().Text().c_str()),
+                 "Check the device's name, the rights of this account (group dialout) and the settings");
     probe->Close();
     FTransport = MakeTransport(link);
-    return Tell(dmGood, "The port " + link.Text() + " opens");
+    return Good("port", Format("The port %s opens", link.Text().c_str()));
   }
 
   bool ListenToSilence() {
     TBytes heard;
     const std::uint64_t end = Clock().MonotonicMs() + kListenMs;
-    for (std::uint64_t now = end - kListenMs; now < end && FTransport->Linked(); now = Clock().MonotonicMs()) {
-      const TBytes chunk = FTransport->ReceiveWithin(static_cast<std::uint32_t>(end - now));
+    for (std::uint64_t now = end - kListenMs; now < end && FTransport->Linked() && !FStop.Asked();
+         now = Clock().MonotonicMs()) {
+      const TBytes chunk =
+          FTransport->ReceiveWithin(static_cast<std::uint32_t>(std::min<std::uint64_t>(end - now, kSliceMs)));
       heard.insert(heard.end(), chunk.begin(), chunk.end());
     }
-    if (!FTransport->Linked())
-      return Tell(dmBad, "The connection is closed before anything is asked",
-                  "The device may take one master only: end the other one");
-    if (heard.empty()) return Tell(dmGood, "The line is silent while nothing is asked");
-    return Tell(dmBad,
-                Format("The line babbles: %u bytes came in %u ms without a request: %s",
-                       static_cast<unsigned>(heard.size()), kListenMs, Shown(heard).c_str()),
-                FOptions.Link.IsTcp ? "Check that this port belongs to a Modbus server"
-                                    : "Check for a second master, for termination and for the baud rate");
+    if (!FTransport->Linked()) {
+      if (!FOptions.Link.IsTcp) return HungUp();
+      return Bad("closed-early", "The connection is closed before anything is asked",
+                 "The device may take one master only: end the other one");
+    }
+    if (heard.empty()) return Good("silence", "The line is silent while nothing is asked");
+    return Bad("babble",
+               Format("The line babbles: %u bytes came in %u ms without a request: %s", Number(heard.size()), kListenMs,
+                      Shown(heard).c_str()),
+               FOptions.Link.IsTcp ? "Check that this port belongs to a Modbus server"
+                                   : "Check for a second master, for termination and for the baud rate");
   }
 
-  // Sends one read and collects what comes in until it is whole or the time is over.
-  TReplyCheck Ask(std::uint16_t count, std::uint16_t transaction, std::uint32_t ms, TBytes& reply) {
-    FRequest = {FOptions.Link.TcpFraming, transaction, FOptions.Unit, kModbusRead, FOptions.Addr, count, {}};
-    TBytes frame;
-    (void)BuildModbusFrame(FRequest, frame);
-    (void)FTransport->Drain(64 * 1024);
-    reply.clear();
-    FClosed = !FTransport->SendBuff(frame);
+  bool HungUp() {
+    return Bad(
+        "hang-up", "The line was hung up: the serial device went away while it was in use",
+        "Check the adapter's plug and supply; if another program or a virtual line holds the other end, start it "
+        "again");
+  }
+
+  bool Closed() {
+    if (!FOptions.Link.IsTcp) return HungUp();
+    if (OtherFraming()) return false;
+    return Bad("closed", "The device closes the connection instead of answering",
+               "It may allow other masters only, or not speak Modbus: check its access list and the port");
+  }
+
+  // Sends one read and collects what comes in until it is whole and quiet, or the time is over.
+  TExchange Ask(std::uint16_t count, std::uint32_t ms) {
+    TExchange exchange;
+    FRequest = {FTcpFraming, ++FTransaction, FOptions.Unit, kModbusRead, FOptions.Addr, count, {}};
+    (void)BuildModbusFrame(FRequest, exchange.Sent);
+    FStray += FTransport->Drain(64 * 1024);
+    exchange.Closed = !FTransport->SendBuff(exchange.Sent);
     FSentMs = Clock().MonotonicMs();
-    return FClosed ? TReplyCheck{} : Collect(FSentMs + ms, reply);
+    if (!exchange.Closed) Collect(exchange, FSentMs + ms);
+    return exchange;
   }
 
-  TReplyCheck Collect(std::uint64_t end, TBytes& reply) {
-    TReplyCheck check = CheckModbusReply(FRequest, reply);
-    for (std::uint64_t now = Clock().MonotonicMs(); check.State == rsMore && now < end; now = Clock().MonotonicMs()) {
-      const TBytes chunk = FTransport->ReceiveWithin(static_cast<std::uint32_t>(end - now));
-      reply.insert(reply.end(), chunk.begin(), chunk.end());
-      check = CheckModbusReply(FRequest, reply);
-      FClosed = !FTransport->Linked();
-      if (FClosed) break;
+  void Collect(TExchange& exchange, std::uint64_t end) {
+    std::uint64_t last = Clock().MonotonicMs();
+    for (std::uint64_t now = last; exchange.Check.State == rsMore && now < end && !FStop.Asked();
+         now = Clock().MonotonicMs()) {
+      const TBytes chunk =
+          FTransport->ReceiveWithin(static_cast<std::uint32_t>(std::min<std::uint64_t>(end - now, kSliceMs)));
+      exchange.Closed = !FTransport->Linked();
+      if (chunk.empty() && exchange.Closed) return;
+      if (chunk.empty()) continue;
+      const std::uint64_t came = Clock().MonotonicMs();
+      if (!exchange.Bytes.empty()) exchange.GapMs = std::max(exchange.GapMs, came - last);
+      last = came;
+      exchange.Bytes.insert(exchange.Bytes.end(), chunk.begin(), chunk.end());
+      Look(exchange);
+      exchange.WholeMs = came - FSentMs;
     }
-    if (check.State == rsInvalid) {  // the rest of it, for the finding
-      for (TBytes more = FTransport->ReceiveWithin(kSettleMs); !more.empty() && reply.size() < 512;
-           more = FTransport->ReceiveWithin(kSettleMs))
-        reply.insert(reply.end(), more.begin(), more.end());
+    if (exchange.Check.State == rsMore || exchange.Closed) return;
+    while (exchange.Bytes.size() < kMostBytes && !FStop.Asked()) {  // what follows it
+      const TBytes more = FTransport->ReceiveWithin(kSettleMs);
+      if (more.empty()) return;
+      exchange.Bytes.insert(exchange.Bytes.end(), more.begin(), more.end());
     }
-    return check;
+  }
+
+  void Look(TExchange& exchange) const {
+    if (!exchange.Echoed && StartsWith(exchange.Bytes, exchange.Sent)) {
+      exchange.Echoed = true;
+      exchange.GapMs = 0;
+      exchange.Bytes.erase(exchange.Bytes.begin(),
+                           exchange.Bytes.begin() + static_cast<std::ptrdiff_t>(exchange.Sent.size()));
+    }
+    const bool echoBegun = !exchange.Echoed && StartsWith(exchange.Sent, exchange.Bytes);
+    exchange.Check = echoBegun ? TReplyCheck{} : CheckModbusReply(FRequest, exchange.Bytes);
   }
 
   bool AskUnit() {
-    TBytes reply;
-    TReplyCheck check = Ask(1, 1, kReplyMs, reply);
-    if (FClosed)
-      return Tell(dmBad, "The device closes the connection instead of answering",
-                  "It may allow other masters only, or not speak Modbus: check its access list and the port");
-    if (check.State == rsMore) return Silence(reply);
-    const bool good = Judge(check, reply);
-    if (!good) return false;
-    // A second request of another length: a device that is one reply behind gives itself away.
-    check = Ask(2, 2, kReplyMs, reply);
-    if (check.State == rsException) return Judge(check, reply);
-    if (check.State != rsWhole) return Stale(check, reply);
-    return Tell(dmGood, "A second request is answered with its own reply");
+    TExchange first = Ask(1, kReplyMs);
+    if (!first.Closed && first.Bytes.empty()) {
+      Collect(first, FSentMs + kLateMs);
+      if (first.Answered())
+        return Bad("late", Format("The reply is late: it came after %u ms", Number(first.WholeMs)),
+                   "Raise --timeout, and find out what keeps the device busy");
+    }
+    const bool unanswered = !first.Closed && !first.Echoed && first.Bytes.empty();
+    return (unanswered ? Silence() : Judge(first)) && AskAgain(unanswered);
   }
 
-  bool Judge(const TReplyCheck& check, const TBytes& reply) {
-    const std::uint64_t ms = Clock().MonotonicMs() - FSentMs;
-    const bool tcp = FOptions.Link.TcpFraming;
-    switch (check.State) {
-      case rsWhole:
-        return Tell(dmGood, Format("Unit %d answers after %llu ms: register %d is %d", FOptions.Unit,
-                                   static_cast<unsigned long long>(ms), FOptions.Addr,
-                                   reply[tcp ? 9 : 3] << 8 | reply[tcp ? 10 : 4]));
-      case rsException: return Exception(check.Exception);
-      case rsForeign: return Stale(check, reply);
-      case rsMore:
-      case rsInvalid: break;
+  // Nothing at all: one behind, in the other framing, or silent. True when a second request is answered.
+  bool Silence() {
+    const TExchange second = Ask(2, kReplyMs);
+    if (second.Closed || second.Echoed || !second.Bytes.empty()) return Judge(second);
+    if (FStop.Asked() || OtherFraming()) return false;
+    return Bad("silent", Format("Unit %d does not answer: no byte within 3 s", FOptions.Unit),
+               FOptions.Link.IsTcp
+                   ? "Try another --unit (1, 0 and 255 are usual over TCP), and check that the device runs"
+                   : "Check --unit, the two wires (A and B may be swapped), baud rate and power");
+  }
+
+  // More requests, of changing length: a device that is one reply behind gives itself away.
+  bool AskAgain(bool firstUnanswered) {
+    int silent = 0;
+    int gaps = 0;
+    std::uint64_t longest = 0;
+    for (int i = 0; i < kMoreRequests && !FStop.Asked(); ++i) {
+      const TExchange more = Ask(i % 2 == 0 ? 2 : 1, kReplyMs);
+      if (more.Closed && FOptions.Link.IsTcp)
+        return Bad("closes-after", "The device closes the connection after a reply",
+                   "It may have a short idle time-out or serve one request a connection: use the strict profile, which "
+                   "connects again");
+      if (more.Closed) return HungUp();
+      if (!more.Echoed && more.Bytes.empty()) {
+        ++silent;
+        continue;
+      }
+      if (more.Echoed || !more.Answered()) return Judge(more);
+      if (!Surroundings(more)) return false;
+      if (more.Check.State == rsException) return Exception(more.Check.Exception);
+      gaps += more.GapMs >= kGapMs ? 1 : 0;
+      longest = std::max(longest, more.GapMs);
     }
-    Tell(dmGood, "The device sends: " + Shown(reply));
-    const std::size_t unitAt = tcp ? 6 : 0;
-    const bool whole = tcp ? reply.size() >= 9 && reply[2] == 0 && reply[3] == 0 : RtuCrcGood(reply);
+    if (silent == kMoreRequests)
+      return Bad("fades", "The first request is answered and those after it are not",
+                 "The device may need a pause between requests: try --pre-delay, and a slower --watch");
+    if (FStray != 0)
+      return Bad("trailing", Format("%u bytes came long after a reply", Number(FStray)),
+                 "Check for a second device with the same unit address, and for a gateway that repeats requests");
+    if (gaps > 1)
+      return Bad(
+          "gaps", Format("The reply comes with gaps: up to %u ms between its bytes", Number(longest)),
+          FOptions.Link.IsTcp
+              ? "Check the gateway's packing time; the exact profile reads only a part of such a reply"
+              : "Check the adapter's latency timer and the device's sending; the exact profile reads only a part "
+                "of such a reply");
+    if (firstUnanswered)
+      return Bad(
+          "first-unanswered", "The first request is not answered, those after it are",
+          "The device or a gateway sleeps until the first request, or loses it: allow a retry, and ask more often "
+          "than it falls asleep");
+    if (silent != 0)
+      return Bad(
+          "intermittent", Format("%d of %d requests are not answered", silent, kMoreRequests + 1),
+          "Check wiring and termination, and whether the device needs a pause between requests: try --pre-delay");
+    return Good("more", "Further requests are answered with their own replies");
+  }
+
+  // True for the reply to this request and nothing else.
+  bool Judge(const TExchange& exchange) {
+    if (exchange.Closed) return Closed();
+    if (exchange.Echoed) return Echo(exchange);
+    switch (exchange.Check.State) {
+      case rsWhole: {
+        if (!Surroundings(exchange)) return false;
+        const std::size_t data = FTcpFraming ? 9 : 3;
+        return Good("answer",
+                    Format("Unit %d answers after %u ms: register %d is %d", FOptions.Unit, Number(exchange.WholeMs),
+                           FOptions.Addr, exchange.Bytes[data] << 8 | exchange.Bytes[data + 1]));
+      }
+      case rsException: return Surroundings(exchange) && Exception(exchange.Check.Exception);
+      case rsForeign: return Stale(exchange);
+      case rsMore: return Half(exchange);
+      case rsInvalid: return Invalid(exchange);
+    }
+    return false;
+  }
+
+  bool Echo(const TExchange& exchange) {
+    if (exchange.Bytes.empty())
+      return Bad("echo", "The line only echoes: what comes back is the request itself (echo), and no reply",
+                 FOptions.Link.IsTcp ? "This port is an echo service or a looped line behind a gateway: check the port "
+                                       "and the wiring behind it"
+                                     : "Nobody answers but the line itself: check for a loop plug, for A and B bridged "
+                                       "to a second pair, and that the device is on");
+    if (exchange.Answered())
+      return Bad("local-echo", "A local echo comes in front of the reply: the adapter hears what it sends",
+                 "Switch the echo off: receiver disabled while sending (RE tied to DE), or \"no local echo\" in the "
+                 "adapter's or the gateway's settings");
+    return Bad("local-echo",
+               Format("A local echo comes first, and then what is no reply: %s", Shown(exchange.Bytes).c_str()),
+               "Switch the adapter's echo off first, then run the doctor again");
+  }
+
+  // What came behind the reply.
+  bool Surroundings(const TExchange& exchange) {
+    const auto rest = exchange.Rest();
+    if (rest.empty()) return true;
+    if (std::ranges::equal(rest, exchange.Frame()))
+      return Bad(
+          "doubled", Format("Each reply comes twice: %s", Shown(exchange.Frame()).c_str()),
+          "Check for two devices with the same unit address, and for two ways to the device (a repeater, a second "
+          "gateway)");
+    return Bad("trailing", Format("%u bytes follow the reply: %s", Number(rest.size()), Shown(rest).c_str()),
+               FTcpFraming ? "The device's header says less than it sends: ask its maker, or use the strict profile, "
+                             "which drops them"
+                           : "Check the biasing and termination of the line: the sender's switching off makes stray "
+                             "bytes; the strict profile drops them");
+  }
+
+  bool Half(const TExchange& exchange) {
+    return Bad(
+        "half",
+        Format("The reply stops after %u bytes: %s", Number(exchange.Bytes.size()), Shown(exchange.Bytes).c_str()),
+        FOptions.Link.IsTcp ? "Check the gateway's time-out towards the device"
+                            : "Check wiring and termination, and the device's own send buffer");
+  }
+
+  bool Invalid(const TExchange& exchange) {
+    const TBytes& reply = exchange.Bytes;
+    Good("bytes", Format("The device sends: %s", Shown(reply).c_str()));
+    const std::size_t unitAt = FTcpFraming ? 6 : 0;
+    const bool whole = FTcpFraming ? reply.size() >= 9 && reply[2] == 0 && reply[3] == 0 : RtuCrcGood(reply);
     if (whole && reply[unitAt] != FOptions.Unit)
-      return Tell(dmBad, Format("Unit %d answers instead of unit %d", reply[unitAt], FOptions.Unit),
-                  Format("Try --unit %d, and check the device's unit address", reply[unitAt]));
-    if (whole) return Tell(dmBad, std::string("The reply does not fit: ") + check.Reason, "Run the doctor again");
-    if (tcp)
-      return Tell(dmBad, std::string("Framing: ") + check.Reason,
-                  "The device may speak RTU over this link: try --framing rtu, or another port");
-    return Tell(dmBad, "The CRC is wrong: the bytes are damaged, or this is no Modbus RTU",
-                "Check baud rate, parity and data bits, then wiring, shield and termination");
+      return Bad("wrong-unit", Format("Unit %d answers instead of unit %d", reply[unitAt], FOptions.Unit),
+                 Format("Try --unit %d, and check the device's unit address", reply[unitAt]));
+    for (std::size_t at = 1; at <= kMostLeading && at < reply.size(); ++at)
+      if (const auto state = CheckModbusReply(FRequest, std::span(reply).subspan(at)).State;
+          state == rsWhole || state == rsException)
+        return Bad(
+            "leading",
+            Format("%u bytes come in front of the reply: %s", Number(at), Shown(std::span(reply).first(at)).c_str()),
+            "Check the biasing of the line, and when the adapter switches from sending to receiving");
+    if (whole) return Stale(exchange);
+    if (FTcpFraming) {
+      if (OtherFraming()) return false;
+      return Bad("framing", Format("This is no Modbus TCP: %s", exchange.Check.Reason),
+                 "Check that this port belongs to a Modbus server");
+    }
+    return Bad("crc", "The CRC is wrong: the bytes are damaged, or this is no Modbus RTU",
+               "Check baud rate, parity and data bits, then wiring, shield and termination");
+  }
+
+  // Whether the device answers in the other framing; said if it does.
+  bool OtherFraming() {
+    if (!FOptions.Link.IsTcp || !FTransport->Reopen(1000)) return false;
+    FTcpFraming = !FTcpFraming;
+    const bool rtu = !FTcpFraming;
+    const TExchange other = Ask(1, kReplyMs);
+    FTcpFraming = !FTcpFraming;
+    if (!other.Answered()) return false;
+    if (rtu)
+      Bad("framing-rtu", "The device speaks RTU behind this TCP port, not Modbus TCP", "Use --framing rtu");
+    else
+      Bad("framing-tcp", "The device speaks Modbus TCP, not RTU", "Use --framing tcp");
+    return true;
   }
 
   bool Exception(std::uint8_t code) {
     const std::string what =
         Format("Unit %d answers with exception %d (%s)", FOptions.Unit, code, ModbusExceptionName(code));
     switch (code) {
-      case 1: return Tell(dmBad, what, "The device does not read holding registers: check its manual");
-      case 2: return Tell(dmBad, what, "The link works. Try another --addr; some manuals count from 40001 or from 1");
+      case 1:
+        return Bad("exception", what, "The link works. The device has no holding registers: try modbus read --input");
+      case 2:
+        return Bad("exception", what, "The link works. Try another --addr; some manuals count from 40001 or from 1");
       case 10:
-      case 11: return Tell(dmBad, what, "A gateway answers for the device: check the unit address behind it");
-      default: return Tell(dmBad, what, "The link works; look at the device's own diagnosis");
+      case 11: return Bad("exception", what, "A gateway answers for the device: check the unit address behind it");
+      default: return Bad("exception", what, "The link works; look at the device's own diagnosis");
     }
   }
 
-  bool Stale(const TReplyCheck& check, const TBytes& reply) {
-    if (reply.empty())
-      return Tell(dmBad, "The first request is answered and the second is not",
-                  "The device may need a pause between "
-                  "requests: try --pre-delay, and a slower --watch");
-    return Tell(
-        dmBad,
-        std::string("A stale reply: the device answers an earlier request (") + check.Reason + "): " + Shown(reply),
-        "Restart the device or the gateway; use the strict profile, which drops such replies over TCP");
-  }
-
-  // Nothing whole within the time: half, late, one behind, or silent.
-  bool Silence(TBytes& reply) {
-    if (!reply.empty())
-      return Tell(
-          dmBad,
-          Format("The reply stops after %u bytes: %s", static_cast<unsigned>(reply.size()), Shown(reply).c_str()),
-          FOptions.Link.IsTcp ? "Check the gateway's time-out towards the device"
-                              : "Check wiring and termination, and the device's own send buffer");
-    const TReplyCheck late = Collect(FSentMs + kLateMs, reply);
-    if (FClosed)
-      return Tell(dmBad, "The device closes the connection instead of answering", "Check its access list and the port");
-    if (late.State == rsWhole || late.State == rsException)
-      return Tell(dmBad,
-                  Format("The reply is late: it came after %llu ms",
-                         static_cast<unsigned long long>(Clock().MonotonicMs() - FSentMs)),
-                  "Raise --timeout, and find out what keeps the device busy");
-    const TReplyCheck second = Ask(2, 2, kReplyMs, reply);
-    if (!reply.empty() && (second.State == rsInvalid || second.State == rsForeign)) return Stale(second, reply);
-    if (second.State == rsWhole)
-      return Tell(dmNote, "The first request was not answered, the second was", "Run the doctor again");
-    return Tell(dmBad, Format("Unit %d does not answer: no byte within 3 s", FOptions.Unit),
-                FOptions.Link.IsTcp
-                    ? "Try another --unit (1, 0 and 255 are usual over TCP), and check that the device runs"
-                    : "Check --unit, the two wires (A and B may be swapped), baud rate and power");
+  bool Stale(const TExchange& exchange) {
+    return Bad("stale",
+               Format("A stale reply: the device answers an earlier request (%s): %s", exchange.Check.Reason,
+                      Shown(exchange.Bytes).c_str()),
+               "Restart the device or the gateway; use the strict profile, which drops such replies over TCP");
   }
 
   const TDoctorOptions& FOptions;
   const std::function<void(const TDoctorStep&)>& FTell;
+  TStop& FStop;
+  bool FTcpFraming;
   std::shared_ptr<TNcCommTransBase> FTransport;
   TModbusRequest FRequest;
+  std::uint16_t FTransaction = 0;
   std::uint64_t FSentMs = 0;
-  bool FClosed = false;
+  std::size_t FStray = 0;  // bytes that came between two requests
 };
 
 }  // namespace
 
-bool ExamineLink(const TDoctorOptions& options, const std::function<void(const TDoctorStep&)>& tell) {
-  return TExamination(options, tell).Run();
+bool ExamineLink(const TDoctorOptions& options, const std::function<void(const TDoctorStep&)>& tell, TStop& stop) {
+  return TExamination(options, tell, stop).Run();
 }
 
 }  // namespace ixocontroller

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "controller/links/DeviceLink.h"
+#include "ixocamglue/platform/services/Clock.h"
 
 namespace ixocontroller {
 
@@ -15,6 +16,7 @@ using enum TDoctorMark;
 
 struct TDoctorStep {
   TDoctorMark Mark = dmGood;
+  const char* Id = "";  // of what was found, the same in every language: "echo", "late"
   std::string Finding;
   std::string NextThing;  // to try; empty when there is nothing to do
 };
@@ -25,8 +27,9 @@ struct TDoctorOptions {
   std::uint16_t Addr = 0;
 };
 
-// Runs in real time, up to about 15 s; only reads registers. `tell` gets each step as it is found. Returns whether no
-// step was bad.
-bool ExamineLink(const TDoctorOptions& options, const std::function<void(const TDoctorStep&)>& tell);
+// Runs in real time, up to about 15 s; only reads registers. `tell` gets each step as it is found. Returns whether it
+// came to its end and no step was bad. A stop ends its waits within 100 ms, after which it tells nothing.
+[[nodiscard]] bool ExamineLink(const TDoctorOptions& options, const std::function<void(const TDoctorStep&)>& tell,
+                               TStop& stop);
 
 }  // namespace ixocontroller

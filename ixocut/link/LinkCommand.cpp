@@ -1,4 +1,5 @@
 // `ixocut link doctor`: what is wrong with the link to a device.
+#include <cstdlib>
 #include <iostream>
 #include <memory>
 
@@ -22,11 +23,16 @@ int Run(const TDoctorCommand& command, std::ostream& out) {
   options.Link = ParseLink(command.Link);
   options.Unit = static_cast<std::uint8_t>(command.Unit);
   options.Addr = static_cast<std::uint16_t>(command.Addr);
-  const bool good = ExamineLink(options, [&](const TDoctorStep& step) {
+  const TSignalsBlocked blocked;
+  TStop stop;
+  const TStopOnSignal signals(stop, [] { std::_Exit(kExitOtherwise); });
+  const auto tell = [&](const TDoctorStep& step) {
     out << (step.Mark == dmGood ? "ok    " : step.Mark == dmNote ? "note  " : "FAULT ") << step.Finding << '\n';
     if (!step.NextThing.empty()) out << "      -> " << step.NextThing << '\n';
     out << std::flush;
-  });
+  };
+  const bool good = ExamineLink(options, tell, stop);
+  if (stop.Asked()) throw EProblem(pbRefused, "stopped; the examination is not complete");
   if (good) out << "Nothing is wrong with this link.\n";
   return good ? kExitSuccess : kExitUnusable;
 }
