@@ -5,6 +5,7 @@
 
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Locks.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
 
@@ -57,24 +58,44 @@ std::string SpacedHex(const TBytes& bytes) {
 
 const char* OutcomeWord(TModbusOutcome outcome) {
   switch (outcome) {
-    case moOk: return "ok";
-    case moTimeout: return "time-out";
-    case moInvalid: return "invalid reply";
-    case moNoConnection: return "no connection";
-    case moException: return "exception";
-    case moBadRequest: return "bad request";
-    case moStopped: return "stopped";
+    case moOk: return TrMark("ok");
+    case moTimeout: return TrMark("time-out");
+    case moInvalid: return TrMark("invalid reply");
+    case moNoConnection: return TrMark("no connection");
+    case moException: return TrMark("exception");
+    case moBadRequest: return TrMark("bad request");
+    case moStopped: return TrMark("stopped");
   }
   return "";
 }
 
 std::string OutcomeText(const TModbusResult& result) {
-  std::string text = OutcomeWord(result.Outcome);
-  if (result.Outcome == moException)
-    text += Format(" %d (%s)", result.Exception, ModbusExceptionName(result.Exception));
-  if (*result.Reason != 0) text += std::string(": ") + result.Reason;
-  if (!result.Confirmed) text += result.Ok() ? ": sent to all, not confirmed" : "; the write may have happened";
+  std::string text = result.Outcome == moException
+                         ? Format(Tr("exception %d (%s)"), result.Exception, Tr(ModbusExceptionName(result.Exception)))
+                         : Tr(OutcomeWord(result.Outcome));
+  if (*result.Reason != 0) text = Format(Tr("%s: %s"), text.c_str(), Tr(result.Reason));
+  if (!result.Confirmed) text += result.Ok() ? Tr(": sent to all, not confirmed") : Tr("; the write may have happened");
   return text;
+}
+
+TProblem ProblemOf(const TModbusResult& result, const TLinkAddress& link, std::uint8_t unit) {
+  const auto remedy = [&]() -> const char* {
+    switch (result.Outcome) {
+      case moOk:
+      case moBadRequest:
+      case moStopped: return "";
+      case moException:
+        return result.Exception == 1   ? Tr("the device does not have this function: ask for another kind of value")
+               : result.Exception == 2 ? Tr("the device does not have this address: some manuals count from 40001 or 1")
+                                       : Tr("look at the device's own diagnosis");
+      case moTimeout:
+      case moInvalid:
+      case moNoConnection: return Tr("\"ixocut link doctor\" finds out what is wrong with the link");
+    }
+    return "";
+  };
+  return {
+      .What = OutcomeText(result), .Where = Format(Tr("%s, unit %d"), link.Text().c_str(), unit), .Remedy = remedy()};
 }
 
 }  // namespace ixocontroller

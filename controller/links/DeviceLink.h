@@ -6,6 +6,7 @@
 #include <string>
 
 #include "ixocamglue/devcomm/Udevthrdcomm.h"
+#include "ixocamglue/support/Problem.h"
 
 namespace ixocontroller {
 using namespace ixocamglue;
@@ -28,8 +29,10 @@ struct TLinkAddress {
 
 // "01 03 00 10"
 [[nodiscard]] std::string SpacedHex(const TBytes& bytes);
-// "time-out", "exception 2 (illegal data address)" ...
+// "time-out", "exception 2 (illegal data address)" ... in the operator's language.
 [[nodiscard]] std::string OutcomeText(const TModbusResult& result);
 [[nodiscard]] const char* OutcomeWord(TModbusOutcome outcome);  // for JSON
+// Of a request that did not end well.
+[[nodiscard]] TProblem ProblemOf(const TModbusResult& result, const TLinkAddress& link, std::uint8_t unit);
 
 }  // namespace ixocontroller

@@ -7,6 +7,7 @@
 #include "ixocamglue/platform/comm/Comm.h"
 #include "ixocamglue/platform/comm/Crc.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
 namespace {
@@ -81,26 +82,27 @@ class TExamination {
     const TLinkAddress& link = FOptions.Link;
     const auto addresses = CommParts().Resolve(link.Host, kResolveLimitMs);
     if (addresses.empty())
-      return Bad("name", Format("The name %s does not resolve within 2 s", link.Host.c_str()),
-                 "Use the numeric address, or ask whoever runs the name server");
+      return Bad("name", Format(Tr("The name %s does not resolve within 2 s"), link.Host.c_str()),
+                 Tr("Use the numeric address, or ask whoever runs the name server"));
     std::string list;
     for (const std::string& address : addresses) list += (list.empty() ? "" : ", ") + address;
-    Good("name", Format("The host is %s", list.c_str()));
+    Good("name", Format(Tr("The host is %s"), list.c_str()));
 
     const bool ipv6 = addresses.front().find(':') != std::string::npos;
     const TPingMeans means = PingMeans(ipv6);
     if (means == pmNone) {
-      Note("ping-right", "This account may not ping, so the ping is left out",
-           "Allow it with net.ipv4.ping_group_range or CAP_NET_RAW; the exact profile then also checks by ping");
+      Note("ping-right", Tr("This account may not ping, so the ping is left out"),
+           Tr("Allow it with net.ipv4.ping_group_range or CAP_NET_RAW; the exact profile then also checks by ping"));
     } else {
-      Good("ping-right", means == pmDatagram ? "This account may ping" : "This account may ping (raw socket)");
+      Good("ping-right", means == pmDatagram ? Tr("This account may ping") : Tr("This account may ping (raw socket)"));
       const auto icmp = CommParts().MakeIcmp();
       icmp->SetRemote(addresses);
       if (icmp->Ping(1000))
-        Good("ping", "The host answers ping");
+        Good("ping", Tr("The host answers ping"));
       else
-        Note("ping", "The host does not answer ping within 1 s",
-             "Check cable, address and power. If a firewall drops pings only: the strict profile connects without one");
+        Note("ping", Tr("The host does not answer ping within 1 s"),
+             Tr("Check cable, address and power. If a firewall drops pings only: the strict profile connects without "
+                "one"));
     }
     return Connect(addresses);
   }
@@ -108,25 +110,25 @@ class TExamination {
   bool Connect(const std::vector<std::string>& addresses) {
     FTransport = MakeTransport(FOptions.Link);
     const std::uint64_t start = Clock().MonotonicMs();
-    if (FTransport->Reopen(1000)) return Good("port", Format("Port %d opens", FOptions.Link.Port));
+    if (FTransport->Reopen(1000)) return Good("port", Format(Tr("Port %d opens"), FOptions.Link.Port));
     if (Clock().MonotonicMs() - start < 900)
       return Bad("refused",
-                 Format("Port %d of %s refuses the connection", FOptions.Link.Port, addresses.front().c_str()),
-                 "Check the port number, and that the device's Modbus TCP server is switched on");
+                 Format(Tr("Port %d of %s refuses the connection"), FOptions.Link.Port, addresses.front().c_str()),
+                 Tr("Check the port number, and that the device's Modbus TCP server is switched on"));
     return Bad("unreachable",
-               Format("Port %d of %s does not open within 1 s", FOptions.Link.Port, addresses.front().c_str()),
-               "Check address, cable and firewall");
+               Format(Tr("Port %d of %s does not open within 1 s"), FOptions.Link.Port, addresses.front().c_str()),
+               Tr("Check address, cable and firewall"));
   }
 
   bool OpenPort() {
     const TLinkAddress& link = FOptions.Link;
     const auto probe = CommParts().MakeSerial();
     if (const auto opened = probe->Open(SerialPortOf(link.Device), link.Settings); !opened)
-      return Bad("port", Format("The port does not open: %s", opened.Problem().Text().c_str()),
-                 "Check the device's name, the rights of this account (group dialout) and the settings");
+      return Bad("port", Format(Tr("The port does not open: %s"), opened.Problem().Text().c_str()),
+                 Tr("Check the device's name, the rights of this account (group dialout) and the settings"));
     probe->Close();
     FTransport = MakeTransport(link);
-    return Good("port", Format("The port %s opens", link.Text().c_str()));
+    return Good("port", Format(Tr("The port %s opens"), link.Text().c_str()));
   }
 
   bool ListenToSilence() {
@@ -140,29 +142,29 @@ class TExamination {
     }
     if (!FTransport->Linked()) {
       if (!FOptions.Link.IsTcp) return HungUp();
-      return Bad("closed-early", "The connection is closed before anything is asked",
-                 "The device may take one master only: end the other one");
+      return Bad("closed-early", Tr("The connection is closed before anything is asked"),
+                 Tr("The device may take one master only: end the other one"));
     }
-    if (heard.empty()) return Good("silence", "The line is silent while nothing is asked");
+    if (heard.empty()) return Good("silence", Tr("The line is silent while nothing is asked"));
     return Bad("babble",
-               Format("The line babbles: %u bytes came in %u ms without a request: %s", Number(heard.size()), kListenMs,
-                      Shown(heard).c_str()),
-               FOptions.Link.IsTcp ? "Check that this port belongs to a Modbus server"
-                                   : "Check for a second master, for termination and for the baud rate");
+               Format(Tr("The line babbles: %u bytes came in %u ms without a request: %s"), Number(heard.size()),
+                      kListenMs, Shown(heard).c_str()),
+               FOptions.Link.IsTcp ? Tr("Check that this port belongs to a Modbus server")
+                                   : Tr("Check for a second master, for termination and for the baud rate"));
   }
 
   bool HungUp() {
     return Bad(
-        "hang-up", "The line was hung up: the serial device went away while it was in use",
-        "Check the adapter's plug and supply; if another program or a virtual line holds the other end, start it "
-        "again");
+        "hang-up", Tr("The line was hung up: the serial device went away while it was in use"),
+        Tr("Check the adapter's plug and supply; if another program or a virtual line holds the other end, start it "
+           "again"));
   }
 
   bool Closed() {
     if (!FOptions.Link.IsTcp) return HungUp();
     if (OtherFraming()) return false;
-    return Bad("closed", "The device closes the connection instead of answering",
-               "It may allow other masters only, or not speak Modbus: check its access list and the port");
+    return Bad("closed", Tr("The device closes the connection instead of answering"),
+               Tr("It may allow other masters only, or not speak Modbus: check its access list and the port"));
   }
 
   // Sends one read and collects what comes in until it is whole and quiet, or the time is over.
@@ -217,8 +219,8 @@ class TExamination {
     if (!first.Closed && first.Bytes.empty()) {
       Collect(first, FSentMs + kLateMs);
       if (first.Answered())
-        return Bad("late", Format("The reply is late: it came after %u ms", Number(first.WholeMs)),
-                   "Raise --timeout, and find out what keeps the device busy");
+        return Bad("late", Format(Tr("The reply is late: it came after %u ms"), Number(first.WholeMs)),
+                   Tr("Raise --timeout, and find out what keeps the device busy"));
     }
     const bool unanswered = !first.Closed && !first.Echoed && first.Bytes.empty();
     return (unanswered ? Silence() : Judge(first)) && AskAgain(unanswered);
@@ -229,10 +231,10 @@ class TExamination {
     const TExchange second = Ask(2, kReplyMs);
     if (second.Closed || second.Echoed || !second.Bytes.empty()) return Judge(second);
     if (FStop.Asked() || OtherFraming()) return false;
-    return Bad("silent", Format("Unit %d does not answer: no byte within 3 s", FOptions.Unit),
+    return Bad("silent", Format(Tr("Unit %d does not answer: no byte within 3 s"), FOptions.Unit),
                FOptions.Link.IsTcp
-                   ? "Try another --unit (1, 0 and 255 are usual over TCP), and check that the device runs"
-                   : "Check --unit, the two wires (A and B may be swapped), baud rate and power");
+                   ? Tr("Try another --unit (1, 0 and 255 are usual over TCP), and check that the device runs")
+                   : Tr("Check --unit, the two wires (A and B may be swapped), baud rate and power"));
   }
 
   // More requests, of changing length: a device that is one reply behind gives itself away.
@@ -243,9 +245,10 @@ class TExamination {
     for (int i = 0; i < kMoreRequests && !FStop.Asked(); ++i) {
       const TExchange more = Ask(i % 2 == 0 ? 2 : 1, kReplyMs);
       if (more.Closed && FOptions.Link.IsTcp)
-        return Bad("closes-after", "The device closes the connection after a reply",
-                   "It may have a short idle time-out or serve one request a connection: use the strict profile, which "
-                   "connects again");
+        return Bad(
+            "closes-after", Tr("The device closes the connection after a reply"),
+            Tr("It may have a short idle time-out or serve one request a connection: use the strict profile, which "
+               "connects again"));
       if (more.Closed) return HungUp();
       if (!more.Echoed && more.Bytes.empty()) {
         ++silent;
@@ -258,28 +261,28 @@ class TExamination {
       longest = std::max(longest, more.GapMs);
     }
     if (silent == kMoreRequests)
-      return Bad("fades", "The first request is answered and those after it are not",
-                 "The device may need a pause between requests: try --pre-delay, and a slower --watch");
+      return Bad("fades", Tr("The first request is answered and those after it are not"),
+                 Tr("The device may need a pause between requests: try --pre-delay, and a slower --watch"));
     if (FStray != 0)
-      return Bad("trailing", Format("%u bytes came long after a reply", Number(FStray)),
-                 "Check for a second device with the same unit address, and for a gateway that repeats requests");
+      return Bad("trailing", Format(Tr("Bytes came long after a reply, %u of them"), Number(FStray)),
+                 Tr("Check for a second device with the same unit address, and for a gateway that repeats requests"));
     if (gaps > 1)
       return Bad(
-          "gaps", Format("The reply comes with gaps: up to %u ms between its bytes", Number(longest)),
+          "gaps", Format(Tr("The reply comes with gaps: up to %u ms between its bytes"), Number(longest)),
           FOptions.Link.IsTcp
-              ? "Check the gateway's packing time; the exact profile reads only a part of such a reply"
-              : "Check the adapter's latency timer and the device's sending; the exact profile reads only a part "
-                "of such a reply");
+              ? Tr("Check the gateway's packing time; the exact profile reads only a part of such a reply")
+              : Tr("Check the adapter's latency timer and the device's sending; the exact profile reads only a part "
+                   "of such a reply"));
     if (firstUnanswered)
       return Bad(
-          "first-unanswered", "The first request is not answered, those after it are",
-          "The device or a gateway sleeps until the first request, or loses it: allow a retry, and ask more often "
-          "than it falls asleep");
+          "first-unanswered", Tr("The first request is not answered, those after it are"),
+          Tr("The device or a gateway sleeps until the first request, or loses it: ask it twice, or more often than it "
+             "falls asleep"));
     if (silent != 0)
       return Bad(
-          "intermittent", Format("%d of %d requests are not answered", silent, kMoreRequests + 1),
-          "Check wiring and termination, and whether the device needs a pause between requests: try --pre-delay");
-    return Good("more", "Further requests are answered with their own replies");
+          "intermittent", Format(Tr("%d of %d requests are not answered"), silent, kMoreRequests + 1),
+          Tr("Check wiring and termination, and whether the device needs a pause between requests: try --pre-delay"));
+    return Good("more", Tr("Further requests are answered with their own replies"));
   }
 
   // True for the reply to this request and nothing else.
@@ -290,9 +293,9 @@ class TExamination {
       case rsWhole: {
         if (!Surroundings(exchange)) return false;
         const std::size_t data = FTcpFraming ? 9 : 3;
-        return Good("answer",
-                    Format("Unit %d answers after %u ms: register %d is %d", FOptions.Unit, Number(exchange.WholeMs),
-                           FOptions.Addr, exchange.Bytes[data] << 8 | exchange.Bytes[data + 1]));
+        return Good("answer", Format(Tr("Unit %d answers after %u ms: register %d is %d"), FOptions.Unit,
+                                     Number(exchange.WholeMs), FOptions.Addr,
+                                     exchange.Bytes[data] << 8 | exchange.Bytes[data + 1]));
       }
       case rsException: return Surroundings(exchange) && Exception(exchange.Check.Exception);
       case rsForeign: return Stale(exchange);
@@ -304,18 +307,19 @@ class TExamination {
 
   bool Echo(const TExchange& exchange) {
     if (exchange.Bytes.empty())
-      return Bad("echo", "The line only echoes: what comes back is the request itself (echo), and no reply",
-                 FOptions.Link.IsTcp ? "This port is an echo service or a looped line behind a gateway: check the port "
-                                       "and the wiring behind it"
-                                     : "Nobody answers but the line itself: check for a loop plug, for A and B bridged "
-                                       "to a second pair, and that the device is on");
+      return Bad("echo", Tr("The line only echoes: what comes back is the request itself (echo), and no reply"),
+                 FOptions.Link.IsTcp
+                     ? Tr("This port is an echo service or a looped line behind a gateway: check the port "
+                          "and the wiring behind it")
+                     : Tr("Nobody answers but the line itself: check for a loop plug, for A and B bridged "
+                          "to a second pair, and that the device is on"));
     if (exchange.Answered())
-      return Bad("local-echo", "A local echo comes in front of the reply: the adapter hears what it sends",
-                 "Switch the echo off: receiver disabled while sending (RE tied to DE), or \"no local echo\" in the "
-                 "adapter's or the gateway's settings");
+      return Bad("local-echo", Tr("A local echo comes in front of the reply: the adapter hears what it sends"),
+                 Tr("Switch the echo off: receiver disabled while sending (RE tied to DE), or \"no local echo\" in the "
+                    "adapter's or the gateway's settings"));
     return Bad("local-echo",
-               Format("A local echo comes first, and then what is no reply: %s", Shown(exchange.Bytes).c_str()),
-               "Switch the adapter's echo off first, then run the doctor again");
+               Format(Tr("A local echo comes first, and then what is no reply: %s"), Shown(exchange.Bytes).c_str()),
+               Tr("Switch the adapter's echo off first, then run the doctor again"));
   }
 
   // What came behind the reply.
@@ -324,47 +328,49 @@ class TExamination {
     if (rest.empty()) return true;
     if (std::ranges::equal(rest, exchange.Frame()))
       return Bad(
-          "doubled", Format("Each reply comes twice: %s", Shown(exchange.Frame()).c_str()),
-          "Check for two devices with the same unit address, and for two ways to the device (a repeater, a second "
-          "gateway)");
-    return Bad("trailing", Format("%u bytes follow the reply: %s", Number(rest.size()), Shown(rest).c_str()),
-               FTcpFraming ? "The device's header says less than it sends: ask its maker, or use the strict profile, "
-                             "which drops them"
-                           : "Check the biasing and termination of the line: the sender's switching off makes stray "
-                             "bytes; the strict profile drops them");
+          "doubled", Format(Tr("Each reply comes twice: %s"), Shown(exchange.Frame()).c_str()),
+          Tr("Check for two devices with the same unit address, and for two ways to the device (a repeater, a second "
+             "gateway)"));
+    return Bad("trailing",
+               Format(Tr("Stray bytes follow the reply, %u of them: %s"), Number(rest.size()), Shown(rest).c_str()),
+               FTcpFraming
+                   ? Tr("The device's header says less than it sends: ask its maker, or use the strict profile, "
+                        "which drops them")
+                   : Tr("Check the biasing and termination of the line: the sender's switching off makes stray "
+                        "bytes; the strict profile drops them"));
   }
 
   bool Half(const TExchange& exchange) {
     return Bad(
         "half",
-        Format("The reply stops after %u bytes: %s", Number(exchange.Bytes.size()), Shown(exchange.Bytes).c_str()),
-        FOptions.Link.IsTcp ? "Check the gateway's time-out towards the device"
-                            : "Check wiring and termination, and the device's own send buffer");
+        Format(Tr("The reply stops after %u bytes: %s"), Number(exchange.Bytes.size()), Shown(exchange.Bytes).c_str()),
+        FOptions.Link.IsTcp ? Tr("Check the gateway's time-out towards the device")
+                            : Tr("Check wiring and termination, and the device's own send buffer"));
   }
 
   bool Invalid(const TExchange& exchange) {
     const TBytes& reply = exchange.Bytes;
-    Good("bytes", Format("The device sends: %s", Shown(reply).c_str()));
+    Good("bytes", Format(Tr("The device sends: %s"), Shown(reply).c_str()));
     const std::size_t unitAt = FTcpFraming ? 6 : 0;
     const bool whole = FTcpFraming ? reply.size() >= 9 && reply[2] == 0 && reply[3] == 0 : RtuCrcGood(reply);
     if (whole && reply[unitAt] != FOptions.Unit)
-      return Bad("wrong-unit", Format("Unit %d answers instead of unit %d", reply[unitAt], FOptions.Unit),
-                 Format("Try --unit %d, and check the device's unit address", reply[unitAt]));
+      return Bad("wrong-unit", Format(Tr("Unit %d answers instead of unit %d"), reply[unitAt], FOptions.Unit),
+                 Format(Tr("Try --unit %d, and check the device's unit address"), reply[unitAt]));
     for (std::size_t at = 1; at <= kMostLeading && at < reply.size(); ++at)
       if (const auto state = CheckModbusReply(FRequest, std::span(reply).subspan(at)).State;
           state == rsWhole || state == rsException)
-        return Bad(
-            "leading",
-            Format("%u bytes come in front of the reply: %s", Number(at), Shown(std::span(reply).first(at)).c_str()),
-            "Check the biasing of the line, and when the adapter switches from sending to receiving");
+        return Bad("leading",
+                   Format(Tr("Stray bytes come in front of the reply, %u of them: %s"), Number(at),
+                          Shown(std::span(reply).first(at)).c_str()),
+                   Tr("Check the biasing of the line, and when the adapter switches from sending to receiving"));
     if (whole) return Stale(exchange);
     if (FTcpFraming) {
       if (OtherFraming()) return false;
-      return Bad("framing", Format("This is no Modbus TCP: %s", exchange.Check.Reason),
-                 "Check that this port belongs to a Modbus server");
+      return Bad("framing", Format(Tr("What comes is no Modbus TCP: %s"), Tr(exchange.Check.Reason)),
+                 Tr("Check that this port belongs to a Modbus server"));
     }
-    return Bad("crc", "The CRC is wrong: the bytes are damaged, or this is no Modbus RTU",
-               "Check baud rate, parity and data bits, then wiring, shield and termination");
+    return Bad("crc", Tr("The CRC is wrong: the bytes are damaged, or this is no Modbus RTU"),
+               Tr("Check baud rate, parity and data bits, then wiring, shield and termination"));
   }
 
   // Whether the device answers in the other framing; said if it does.
@@ -376,31 +382,33 @@ class TExamination {
     FTcpFraming = !FTcpFraming;
     if (!other.Answered()) return false;
     if (rtu)
-      Bad("framing-rtu", "The device speaks RTU behind this TCP port, not Modbus TCP", "Use --framing rtu");
+      Bad("framing-rtu", Tr("The device speaks RTU behind this TCP port, not Modbus TCP"), Tr("Use --framing rtu"));
     else
-      Bad("framing-tcp", "The device speaks Modbus TCP, not RTU", "Use --framing tcp");
+      Bad("framing-tcp", Tr("The device speaks Modbus TCP, not RTU"), Tr("Use --framing tcp"));
     return true;
   }
 
   bool Exception(std::uint8_t code) {
     const std::string what =
-        Format("Unit %d answers with exception %d (%s)", FOptions.Unit, code, ModbusExceptionName(code));
+        Format(Tr("Unit %d answers with exception %d (%s)"), FOptions.Unit, code, Tr(ModbusExceptionName(code)));
     switch (code) {
       case 1:
-        return Bad("exception", what, "The link works. The device has no holding registers: try modbus read --input");
+        return Bad("exception", what,
+                   Tr("The link works. The device has no holding registers: try modbus read --input"));
       case 2:
-        return Bad("exception", what, "The link works. Try another --addr; some manuals count from 40001 or from 1");
+        return Bad("exception", what,
+                   Tr("The link works. Try another --addr; some manuals count from 40001 or from 1"));
       case 10:
-      case 11: return Bad("exception", what, "A gateway answers for the device: check the unit address behind it");
-      default: return Bad("exception", what, "The link works; look at the device's own diagnosis");
+      case 11: return Bad("exception", what, Tr("A gateway answers for the device: check the unit address behind it"));
+      default: return Bad("exception", what, Tr("The link works; look at the device's own diagnosis"));
     }
   }
 
   bool Stale(const TExchange& exchange) {
     return Bad("stale",
-               Format("A stale reply: the device answers an earlier request (%s): %s", exchange.Check.Reason,
+               Format(Tr("A stale reply: the device answers an earlier request (%s): %s"), Tr(exchange.Check.Reason),
                       Shown(exchange.Bytes).c_str()),
-               "Restart the device or the gateway; use the strict profile, which drops such replies over TCP");
+               Tr("Restart the device or the gateway; use the strict profile, which drops such replies over TCP"));
   }
 
   const TDoctorOptions& FOptions;

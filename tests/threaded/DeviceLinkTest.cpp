@@ -306,6 +306,7 @@ void Examine(const TLinkAddress& link, const std::string& found) {
     if (step.Mark != dmBad) return;
     bad += step.Id;
     EXPECT_FALSE(step.Finding.empty() || step.NextThing.empty());
+    EXPECT_TRUE(found != "framing-rtu" || step.NextThing.find("--framing rtu") != std::string::npos);
   };
   EXPECT_EQ(ExamineLink(options, tell, stop), found.empty());
   EXPECT_EQ(bad, found);
