@@ -2,11 +2,15 @@
 #include <cstdlib>
 #include <iostream>
 #include <memory>
+#include <optional>
 
 #include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
 
 #include "controller/links/LinkDoctor.h"
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/Texts.h"
+#include "ixocut/Document.h"
 #include "ixocut/link/LinkOptions.h"
 
 namespace ixocut {
@@ -16,48 +20,76 @@ struct TDoctorCommand {
   TLinkOptions Link;
   std::uint64_t Unit = 1;
   std::uint64_t Addr = 0;
+  bool Json = false;
 };
+
+constexpr const char* kName = "link doctor";
+struct TMarkText {
+  const char* Word;  // for JSON
+  const char* Shown;
+};
+constexpr TMarkText kMarks[] = {{"ok", TrMark("ok    ")}, {"note", TrMark("note  ")}, {"fault", TrMark("FAULT ")}};
 
 int Run(const TDoctorCommand& command, std::ostream& out) {
   TDoctorOptions options;
   options.Link = ParseLink(command.Link);
   options.Unit = static_cast<std::uint8_t>(command.Unit);
   options.Addr = static_cast<std::uint16_t>(command.Addr);
-  const TSignalsBlocked blocked;
-  TStop stop;
-  const TStopOnSignal signals(stop, [] { std::_Exit(kExitOtherwise); });
+  nlohmann::ordered_json result{{"link", options.Link.Text()},
+                                {"framing", options.Link.TcpFraming ? "tcp" : "rtu"},
+                                {"unit", command.Unit},
+                                {"addr", command.Addr},
+                                {"steps", nlohmann::ordered_json::array()}};
+  std::optional<TProblem> problem;
   const auto tell = [&](const TDoctorStep& step) {
-    out << (step.Mark == dmGood ? "ok    " : step.Mark == dmNote ? "note  " : "FAULT ") << step.Finding << '\n';
+    const TMarkText& mark = kMarks[static_cast<std::size_t>(step.Mark)];
+    result["steps"].push_back(
+        {{"mark", mark.Word}, {"id", step.Id}, {"finding", step.Finding}, {"next", step.NextThing}});
+    if (step.Mark == dmBad) problem = {.What = step.Finding, .Where = options.Link.Text(), .Remedy = step.NextThing};
+    if (command.Json) return;
+    out << Tr(mark.Shown) << step.Finding << '\n';
     if (!step.NextThing.empty()) out << "      -> " << step.NextThing << '\n';
     out << std::flush;
   };
+  const TSignalsBlocked blocked;
+  TStop stop;
+  const TProblem stopped{.What = Tr("stopped; the examination is not complete"), .Where = options.Link.Text()};
+  TStopOnSignal signals(stop, [&](bool) {
+    if (command.Json) PrintDocument(out, kName, nullptr, stopped);
+    std::cerr << "ixocut " << kName << ": " << stopped.Text() << '\n' << std::flush;
+    std::_Exit(kExitOtherwise);
+  });
+  signals.Begin();
   const bool good = ExamineLink(options, tell, stop);
-  if (stop.Asked()) throw EProblem(pbRefused, "stopped; the examination is not complete");
-  if (good) out << "Nothing is wrong with this link.\n";
-  return good ? kExitSuccess : kExitUnusable;
+  signals.End();
+  if (stop.Asked()) throw EProblem(pbRefused, stopped);
+  if (command.Json) PrintDocument(out, kName, result, problem);
+  if (!good) return kExitUnusable;
+  if (!command.Json) out << Tr("Nothing is wrong with this link.\n");
+  return kExitSuccess;
 }
 
 }  // namespace
 
 void AddLinkCommand(CLI::App& program, TCommandRun& run) {
-  CLI::App* const link = program.add_subcommand("link", "Look after the link to a device");
+  CLI::App* const link = program.add_subcommand("link", Tr("Look after the link to a device"));
   link->require_subcommand(1);
   const auto options = std::make_shared<TDoctorCommand>();
   CLI::App* const doctor =
-      link->add_subcommand("doctor", "Find out what is wrong with a Modbus link, and what to try next");
+      link->add_subcommand("doctor", Tr("Find out what is wrong with a Modbus link, and what to try next"));
   AddLinkOptions(*doctor, options->Link);
-  AddNumberOption(*doctor, "--unit", options->Unit, 1, 255, "", "The device's unit address")->capture_default_str();
-  AddNumberOption(*doctor, "--addr", options->Addr, 0, 0xFFFE, "", "A register that it has; two are read from here")
+  AddNumberOption(*doctor, "--unit", options->Unit, 1, 255, "", Tr("The device's unit address"))->capture_default_str();
+  AddNumberOption(*doctor, "--addr", options->Addr, 0, 0xFFFE, "",
+                  Tr("A holding register that it has; two are read from here"))
       ->capture_default_str();
   doctor->callback([options, &run] { run = [options] { return Run(*options, std::cout); }; });
-  doctor->footer(
-      "Only reads. Exit codes: 0 nothing is wrong, 2 wrong command line, 3 a fault was found.\n"
-      "\n"
-      "Examples:\n"
-      "  ixocut link doctor --tcp 192.168.0.10\n"
-      "  ixocut link doctor --serial /dev/ttyUSB0,19200,e,8,1 --unit 3 --addr 100\n"
-      "\n"
-      "Software is not the emergency stop.");
+  AddJsonOption(*doctor, options->Json);
+  const THelp help{.Notes = Tr("It only reads."),
+                   .ExitCodes = Tr("0 nothing is wrong, 1 stopped, 2 wrong command line, 3 a fault was found"),
+                   .Examples = {"ixocut link doctor --tcp 192.168.0.10",
+                                "ixocut link doctor --serial /dev/ttyUSB0,19200,e,8,1 --unit 3 --addr 100"}};
+  SetHelp(*link, help);
+  SetHelp(*doctor, help);
 }
 
 }  // namespace ixocut

@@ -1,43 +1,48 @@
 #include "ixocut/link/LinkOptions.h"
 
 #include <atomic>
-#include <charconv>
 #include <thread>
 
 #include <CLI/CLI.hpp>
 
 #include "ixocamglue/platform/comm/SerialSettings.h"
+#include "ixocamglue/support/Texts.h"
+#include "ixocamglue/support/ValueText.h"
 
 namespace ixocut {
 namespace {
 
 // HOST, HOST:PORT, IPV6 or [IPV6]:PORT.
 void ParseTcp(const std::string& text, TLinkAddress& link) {
-  const auto wrong = [&](const char* what) { return EProblem(pbRequest, "--tcp: \"" + text + "\": " + what); };
+  const auto wrong = [&](const char* what) {
+    return EProblem(pbRequest, TProblem{.What = what, .Where = "--tcp " + text});
+  };
   std::string port;
   const std::size_t colon = text.rfind(':');
   if (text.starts_with('[')) {
     const std::size_t bracket = text.find(']');
-    if (bracket == std::string::npos) throw wrong("the \"]\" is missing");
+    if (bracket == std::string::npos) throw wrong(Tr("the \"]\" is missing"));
     link.Host = text.substr(1, bracket - 1);
     if (bracket + 1 < text.size()) {
-      if (text[bracket + 1] != ':') throw wrong("a \":\" is expected after the \"]\"");
+      if (text[bracket + 1] != ':') throw wrong(Tr("a \":\" is expected after the \"]\""));
       port = text.substr(bracket + 2);
-      if (port.empty()) throw wrong("the port is missing");
+      if (port.empty()) throw wrong(Tr("the port is missing"));
     }
   } else if (colon != std::string::npos && text.find(':') == colon) {
     link.Host = text.substr(0, colon);
     port = text.substr(colon + 1);
-    if (port.empty()) throw wrong("the port is missing");
+    if (port.empty()) throw wrong(Tr("the port is missing"));
   } else {
     link.Host = text;
+    if (colon != std::string::npos &&
+        text.substr(0, text.find('%')).find_first_not_of("0123456789abcdefABCDEF:.") != std::string::npos)
+      throw wrong(Tr("neither HOST:PORT nor an address of IPv6"));
   }
-  if (link.Host.empty()) throw wrong("the host is missing");
+  if (link.Host.empty()) throw wrong(Tr("the host is missing"));
   if (port.empty()) return;
-  const char* const end = port.data() + port.size();
-  const auto [stopped, error] = std::from_chars(port.data(), end, link.Port);
-  if (error != std::errc{} || stopped != end || link.Port < 1 || link.Port > 0xFFFF)
-    throw wrong("the port is a number from 1 to 65535");
+  const auto number = ParseExactly<std::int32_t>(port);
+  if (!number || *number < 1 || *number > 0xFFFF) throw wrong(Tr("the port is a number from 1 to 65535"));
+  link.Port = *number;
 }
 
 sigset_t StopSignals() {
@@ -50,19 +55,20 @@ sigset_t StopSignals() {
 }  // namespace
 
 void AddLinkOptions(CLI::App& command, TLinkOptions& options) {
-  CLI::Option* const tcp = command.add_option("--tcp", options.Tcp, "The device's host and port (502 unless given)")
-                               ->type_name("HOST[:PORT]");
-  command.add_option("--serial", options.Serial, "The serial device and its settings (9600,n,8,1 unless given)")
+  CLI::Option* const tcp =
+      command.add_option("--tcp", options.Tcp, Tr("The device's host and port (502 unless given)"))
+          ->type_name("HOST[:PORT]");
+  command.add_option("--serial", options.Serial, Tr("The serial device and its settings (9600,n,8,1 unless given)"))
       ->type_name("DEVICE[,BAUD,PARITY,DATA,STOP]")
       ->excludes(tcp);
-  command.add_option("--framing", options.Framing, "rtu or tcp (by the link unless given)")
+  command.add_option("--framing", options.Framing, Tr("rtu or tcp (by the link unless given)"))
       ->check(CLI::IsMember({"rtu", "tcp"}))
       ->type_name("FRAMING");
 }
 
 TLinkAddress ParseLink(const TLinkOptions& options) {
   if (options.Tcp.empty() == options.Serial.empty())
-    throw EProblem(pbRequest, "one of --tcp HOST[:PORT] and --serial DEVICE is needed");
+    throw EProblem(pbRequest, Tr("one of --tcp HOST[:PORT] and --serial DEVICE is needed"));
   TLinkAddress link;
   link.IsTcp = !options.Tcp.empty();
   link.TcpFraming = options.Framing.empty() ? link.IsTcp : options.Framing == "tcp";
@@ -73,9 +79,10 @@ TLinkAddress ParseLink(const TLinkOptions& options) {
   const std::size_t comma = options.Serial.find(',');
   link.Device = options.Serial.substr(0, comma);
   if (comma != std::string::npos) link.Settings = options.Serial.substr(comma + 1);
-  if (link.Device.empty()) throw EProblem(pbRequest, "--serial: the device is missing");
+  if (link.Device.empty())
+    throw EProblem(pbRequest, TProblem{.What = Tr("the device is missing"), .Where = "--serial"});
   if (const auto settings = ParseSerialSettings(link.Settings); !settings)
-    throw EProblem(pbRequest, "--serial: " + settings.Problem().Text());
+    throw EProblem(pbRequest, TProblem{.What = settings.Problem().Text(), .Where = "--serial"});
   return link;
 }
 
@@ -88,27 +95,51 @@ TSignalsBlocked::~TSignalsBlocked() { ::pthread_sigmask(SIG_SETMASK, &FBefore, n
 
 // The signals are taken by a thread of their own, which may lock what it likes.
 struct TStopOnSignal::TImpl {
+  enum TState : std::uint8_t { siIdle, siBegun, siGivenUp };
+
+  void Watch(TStop& stop) {
+    constexpr timespec kSlice{0, 20'000'000};
+    const sigset_t signals = StopSignals();
+    std::uint64_t askedMs = 0;
+    while (!Ending) {
+      const bool signal = ::sigtimedwait(&signals, nullptr, &kSlice) > 0;
+      const std::uint64_t now = Clock().MonotonicMs();
+      if (signal) stop.Ask();
+      if (signal && askedMs == 0) askedMs = now;
+      const std::uint64_t deadline = DeadlineMs;
+      const bool overdue = askedMs == 0 && deadline != 0 && now >= deadline + kGiveUpMs;
+      if (!overdue && (askedMs == 0 || now < askedMs + kGiveUpMs)) continue;
+      TState begun = siBegun;
+      if (GiveUp && State.compare_exchange_strong(begun, siGivenUp)) GiveUp(overdue);
+    }
+  }
+
+  std::function<void(bool)> GiveUp;
   std::atomic<bool> Ending{false};
+  std::atomic<std::uint64_t> DeadlineMs{0};
+  std::atomic<TState> State{siIdle};
   std::thread Thread;
 };
 
-TStopOnSignal::TStopOnSignal(TStop& stop, std::function<void()> giveUp) : FImpl(std::make_unique<TImpl>()) {
-  FImpl->Thread = std::thread([&stop, giveUp = std::move(giveUp), impl = FImpl.get()] {
-    constexpr std::uint32_t kSliceMs = 20;
-    constexpr timespec kSlice{0, kSliceMs * 1'000'000};
-    const sigset_t signals = StopSignals();
-    while (!impl->Ending)
-      if (::sigtimedwait(&signals, nullptr, &kSlice) > 0) {
-        stop.Ask();
-        for (std::uint32_t ms = 0; ms < kGiveUpMs && !impl->Ending; ms += kSliceMs) Clock().Sleep(kSliceMs);
-        if (giveUp && !impl->Ending) giveUp();
-      }
-  });
+TStopOnSignal::TStopOnSignal(TStop& stop, std::function<void(bool overdue)> giveUp) : FImpl(std::make_unique<TImpl>()) {
+  FImpl->GiveUp = std::move(giveUp);
+  FImpl->Thread = std::thread([&stop, impl = FImpl.get()] { impl->Watch(stop); });
 }
 
 TStopOnSignal::~TStopOnSignal() {
   FImpl->Ending = true;
   FImpl->Thread.join();
+}
+
+void TStopOnSignal::Begin(std::uint64_t deadlineMs) {
+  FImpl->DeadlineMs = deadlineMs;
+  FImpl->State = TImpl::siBegun;
+}
+
+void TStopOnSignal::End() {
+  TImpl::TState begun = TImpl::siBegun;
+  if (FImpl->State.compare_exchange_strong(begun, TImpl::siIdle)) return;
+  if (begun == TImpl::siGivenUp) FImpl->Thread.join();  // which ends the process
 }
 
 }  // namespace ixocut

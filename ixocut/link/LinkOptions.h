@@ -36,15 +36,21 @@ class TSignalsBlocked {
   sigset_t FBefore;
 };
 
-// The first signal asks `stop`. What has not come to its end kGiveUpMs later (a name that is resolved, a connection
-// that is opened) does not hold the program up: `giveUp` is called, on another thread, and ends the process.
+// The first signal asks `stop`. What has not come to its end kGiveUpMs later, or kGiveUpMs after its deadline (a name
+// that is resolved, a connection that is opened), does not hold the program up: `giveUp` is called on another thread,
+// and ends the process.
 class TStopOnSignal {
  public:
   static constexpr std::uint32_t kGiveUpMs = 120;
-  explicit TStopOnSignal(TStop& stop, std::function<void()> giveUp = {});
+  explicit TStopOnSignal(TStop& stop, std::function<void(bool overdue)> giveUp = {});
   ~TStopOnSignal();
   TStopOnSignal(const TStopOnSignal&) = delete;
   TStopOnSignal& operator=(const TStopOnSignal&) = delete;
+
+  // From now on it may be given up; 0: it has no deadline.
+  void Begin(std::uint64_t deadlineMs = 0);
+  // It came to its end; does not return once it is given up.
+  void End();
 
  private:
   struct TImpl;

@@ -1,9 +1,10 @@
 // `ixocut modbus read|write`: one request to a Modbus device, or the same again and again.
 #include <algorithm>
-#include <charconv>
 #include <cstdlib>
 #include <iostream>
 #include <memory>
+#include <optional>
+#include <utility>
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
@@ -12,96 +13,164 @@
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/Texts.h"
+#include "ixocut/Document.h"
 #include "ixocut/link/LinkOptions.h"
+#include "ixocut/link/ModbusValues.h"
 
 namespace ixocut {
 namespace {
 
+// Where the values are, by the option that names it.
+struct TTable {
+  const char* Option;
+  const char* Name;                        // for JSON
+  std::uint8_t Read, WriteOne, WriteMany;  // 0: not for writing
+  const char* ReadHelp;
+  const char* WriteHelp;
+};
+constexpr TTable kTables[] = {
+    {"--holding", "holding", kModbusRead, kModbusWriteOne, kModbusWriteMany,
+     TrMark("Holding registers, which is what it reads unless told otherwise (function 3)"),
+     TrMark("Holding registers, which is what it writes unless told otherwise (functions 6 and 16)")},
+    {"--input", "input", kModbusReadInput, 0, 0, TrMark("Input registers (function 4)"), nullptr},
+    {"--coils", "coils", kModbusReadCoils, kModbusWriteCoil, kModbusWriteCoils, TrMark("Coils (function 1)"),
+     TrMark("Coils (functions 5 and 15)")},
+    {"--discrete", "discrete", kModbusReadDiscrete, 0, 0, TrMark("Discrete inputs (function 2)"), nullptr},
+};
+
 struct TModbusCommand {
   bool Write = false;
   TLinkOptions Link;
+  const TTable* Table = &kTables[0];
   std::uint64_t Unit = 1;
   std::uint64_t Addr = 0;
   std::uint64_t Count = 1;
   std::vector<std::string> Values;
+  std::string Type = "uint16";
+  std::string Order = "ABCD";
+  bool TypeGiven = false;
   bool Multiple = false;
   std::string Profile = "strict";
   std::uint64_t PreDelay = 0;
   bool PreDelayGiven = false;
   std::uint64_t Timeout = 2000;
+  bool TimeoutGiven = false;
+  std::uint64_t ProbeAddr = 0;
+  std::optional<std::uint16_t> ProbeRegister;
   std::uint64_t Watch = 0;
   bool Json = false;
   bool Frames = false;
+
+  [[nodiscard]] const char* Name() const { return Write ? "modbus write" : "modbus read"; }
+  [[nodiscard]] bool Strict() const { return Profile == "strict"; }
+  [[nodiscard]] std::uint8_t Func(std::size_t words) const {
+    return !Write ? Table->Read : words == 1 && !Multiple ? Table->WriteOne : Table->WriteMany;
+  }
 };
 
-std::vector<std::uint16_t> ParseValues(const std::vector<std::string>& texts) {
-  // Here, not by the options' parser, which drops an empty field and shifts the rest.
-  std::vector<std::string> fields;
-  for (const std::string& text : texts) {
-    std::size_t from = 0;
-    for (std::size_t comma = 0; comma != std::string::npos; from = comma + 1) {
-      comma = text.find(',', from);
-      fields.push_back(text.substr(from, comma - from));
-    }
+// What was asked for, understood.
+struct TModbusTask {
+  TLinkAddress Link;
+  TValueForm Form;
+  std::vector<std::uint16_t> Words;  // to write
+  std::size_t Count = 0;             // registers or coils
+};
+
+TModbusTask TaskOf(const TModbusCommand& command) {
+  TModbusTask task{ParseLink(command.Link), {}, {}, 0};
+  const bool bits = FindModbusFunction(command.Table->Read)->Bits;
+  if (bits && command.TypeGiven)
+    throw EProblem(pbRequest, TProblem{.What = Tr("coils and discrete inputs have no type and no order"),
+                                       .Where = command.Table->Option});
+  task.Form = bits ? TValueForm{vtBit} : ValueForm(command.Type, command.Order);
+  task.Words = ParseValues(command.Values, task.Form);
+  task.Count = command.Write ? task.Words.size() : command.Count * task.Form.Words();
+  if (command.Addr + task.Count > kModbusAddresses)
+    throw EProblem(pbRequest, Tr("--addr and the count go beyond address 65535"));
+  if (!command.Strict()) {
+    if (command.TimeoutGiven || command.ProbeRegister)
+      throw EProblem(pbRequest, TProblem{.What = Tr("the exact profile's waits are fixed, and it has no probe"),
+                                         .Where = "--profile exact",
+                                         .Remedy = Tr("leave --timeout and --probe-register away")});
+    if (!FindModbusFunction(command.Func(task.Count))->Exact)
+      throw EProblem(pbRequest,
+                     TProblem{.What = Tr("the exact profile has holding registers only"), .Where = "--profile exact"});
   }
-  std::vector<std::uint16_t> values;
-  for (const std::string& text : fields) {
-    const bool hex = text.starts_with("0x") || text.starts_with("0X");
-    const char* const begin = text.data() + (hex ? 2 : 0);
-    const char* const end = text.data() + text.size();
-    std::uint16_t value = 0;
-    const auto [stopped, error] = std::from_chars(begin, end, value, hex ? 16 : 10);
-    if (error != std::errc{} || stopped != end)
-      throw EProblem(pbRequest, "--values: \"" + text + "\" is not a number from 0 to 65535 (or 0x0 to 0xFFFF)");
-    values.push_back(value);
-  }
-  return values;
+  return task;
 }
 
 double Ms(std::uint64_t us) { return static_cast<double>(us) / 1000.0; }
 
-void PrintText(const TModbusCommand& command, const TModbusResult& result, std::ostream& out) {
-  for (std::size_t i = 0; i < result.Registers.size(); ++i) {
-    const unsigned value = result.Registers[i];
-    out << Format("%5u  %5u  0x%04X\n", static_cast<unsigned>(command.Addr + i), value, value);
-  }
-  if (command.Write && result.Done != 0 && !(result.Ok() && !result.Confirmed))
-    out << Format("%u written\n", static_cast<unsigned>(result.Done));
-  out << OutcomeText(result)
-      << Format("  (%.1f ms: connect %.1f, send %.1f, wait %.1f; %u sent, %u received", Ms(result.ElapsedUs),
-                Ms(result.OpenUs), Ms(result.SendUs), Ms(result.WaitUs), static_cast<unsigned>(result.BytesSent),
-                static_cast<unsigned>(result.BytesReceived));
-  if (result.Attempts > 1) out << Format("; %u attempts", static_cast<unsigned>(result.Attempts));
-  if (result.Foreign != 0) out << Format("; %u late replies dropped", static_cast<unsigned>(result.Foreign));
-  if (result.StaleBytes != 0) out << Format("; %u stale bytes dropped", static_cast<unsigned>(result.StaleBytes));
-  if (result.Owed != 0) out << Format("; %u without a reply in time", static_cast<unsigned>(result.Owed));
-  if (result.Drained != 0) out << Format("; %u late bytes drained", static_cast<unsigned>(result.Drained));
-  out << ")\n";
+std::span<const std::uint16_t> WordsOf(const TModbusResult& result, const TValueForm& form, std::size_t value) {
+  return std::span(result.Registers).subspan(value * form.Words(), form.Words());
 }
 
-nlohmann::ordered_json JsonOf(const TModbusCommand& command, const TLinkAddress& link, const TModbusResult& result) {
-  nlohmann::ordered_json document{{"command", command.Write ? "modbus write" : "modbus read"},
-                                  {"link", link.Text()},
-                                  {"framing", link.TcpFraming ? "tcp" : "rtu"},
-                                  {"profile", command.Profile},
-                                  {"unit", command.Unit},
-                                  {"addr", command.Addr},
-                                  {"outcome", OutcomeWord(result.Outcome)},
+// What was transferred, in how many requests.
+struct TTransfer : TModbusResult {
+  std::size_t Requests = 0;
+};
+
+void PrintText(const TModbusCommand& command, const TModbusTask& task, const TTransfer& result, TModbusProof proof,
+               std::ostream& out) {
+  for (std::size_t i = 0; i < result.Registers.size() / task.Form.Words(); ++i) {
+    const auto words = WordsOf(result, task.Form, i);
+    out << Format("%5u  %5s", static_cast<unsigned>(command.Addr + i * words.size()),
+                  TextOfValue(words, task.Form).c_str());
+    for (std::size_t w = 0; w < words.size() && task.Form.Type != vtBit; ++w)
+      out << Format(w == 0 ? "  0x%04X" : " 0x%04X", words[w]);
+    out << '\n';
+  }
+  if (command.Write && result.Done != 0 && !(result.Ok() && !result.Confirmed))
+    out << Format(Tr("%u written\n"), static_cast<unsigned>(result.Done / task.Form.Words()));
+  out << OutcomeText(result)
+      << Format(Tr("  (%.1f ms: connect %.1f, send %.1f, wait %.1f; %u sent, %u received"), Ms(result.ElapsedUs),
+                Ms(result.OpenUs), Ms(result.SendUs), Ms(result.WaitUs), static_cast<unsigned>(result.BytesSent),
+                static_cast<unsigned>(result.BytesReceived));
+  const auto count = [&](const char* text, std::uint64_t number, std::uint64_t atLeast = 1) {
+    if (number >= atLeast) out << Format(text, static_cast<unsigned>(number));
+  };
+  count(Tr("; %u attempts"), result.Attempts, result.Requests + 1);
+  count(Tr("; %u requests"), result.Requests, 2);
+  count(Tr("; %u late replies dropped"), result.Foreign);
+  count(Tr("; %u stale bytes dropped"), result.StaleBytes);
+  count(Tr("; %u without a reply in time"), result.Owed);
+  count(Tr("; %u late bytes drained"), result.Drained);
+  if (command.Write && command.Strict()) out << Format(Tr("; echo probe: %s"), Tr(ModbusProofName(proof)));
+  out << Tr(")\n");
+}
+
+nlohmann::ordered_json JsonOf(const TModbusCommand& command, const TModbusTask& task, const TTransfer& result,
+                              TModbusProof proof) {
+  nlohmann::ordered_json document{{"link", task.Link.Text()},     {"framing", task.Link.TcpFraming ? "tcp" : "rtu"},
+                                  {"profile", command.Profile},   {"unit", command.Unit},
+                                  {"table", command.Table->Name}, {"function", command.Func(task.Count)},
+                                  {"addr", command.Addr},         {"outcome", OutcomeWord(result.Outcome)},
                                   {"reason", result.Reason}};
   if (result.Outcome == moException) {
     document["exception"] = result.Exception;
     document["exceptionName"] = ModbusExceptionName(result.Exception);
   }
+  if (task.Form.Type != vtBit) {
+    document["type"] = command.Type;
+    document["order"] = command.Order;
+  }
   if (command.Write) {
-    document["written"] = result.Done;
+    document["written"] = result.Done / task.Form.Words();
     document["confirmed"] = result.Confirmed;
+    if (command.Strict()) document["echoProbe"] = ModbusProofName(proof);
   } else {
-    document["values"] = result.Registers;
+    auto values = nlohmann::ordered_json::array();
+    for (std::size_t i = 0; i < result.Registers.size() / task.Form.Words(); ++i)
+      values.push_back(JsonOfValue(WordsOf(result, task.Form, i), task.Form));
+    document["values"] = values;
+    if (task.Form.Words() > 1) document["registers"] = result.Registers;
   }
   document["ms"] = {{"connect", Ms(result.OpenUs)},
                     {"send", Ms(result.SendUs)},
                     {"wait", Ms(result.WaitUs)},
                     {"total", Ms(result.ElapsedUs)}};
+  document["requests"] = result.Requests;
   document["attempts"] = result.Attempts;
   document["owed"] = result.Owed;
   document["drained"] = result.Drained;
@@ -117,21 +186,61 @@ nlohmann::ordered_json FramesJson(const std::vector<TModbusFrameLog::TEntry>& fr
   return list;
 }
 
-// The application log, on the error output.
-struct TErrorSink final : ILogSink {
+// The application log, for JSON: what it says of a failure, the problem says better.
+struct TLogLines final : ILogSink {
   void Write(const TLogRecord& record) override {
-    if (!record.Diagnostic) std::cerr << record.Text << '\n';
+    if (!record.Diagnostic) Lines.push_back(record.Text);
   }
+  nlohmann::ordered_json Lines = nlohmann::ordered_json::array();
 };
 
-int Run(const TModbusCommand& command, std::ostream& out) {
-  const TLinkAddress link = ParseLink(command.Link);
-  const std::vector<std::uint16_t> values = ParseValues(command.Values);
-  if (command.Write && values.empty()) throw EProblem(pbRequest, "--values is needed");
-  const std::size_t count = command.Write ? values.size() : command.Count;
-  if (command.Addr + count > 0x10000) throw EProblem(pbRequest, "--addr and the count go beyond register 65535");
+TDevicePtr<TModbusComm> MakeMaster(const TModbusCommand& command, const TModbusTask& task) {
+  auto device = MakeDevice<TModbusComm>(task.Link.Text());
+  device->SlaveAddr = static_cast<std::uint8_t>(command.Unit);
+  device->IsTCP = task.Link.TcpFraming;
+  if (command.PreDelayGiven || command.Strict()) device->PreDelay = static_cast<std::int32_t>(command.PreDelay);
+  return device;
+}
 
-  TErrorSink sink;
+// Request after request, each with whole values only, so that no value is put together from two moments. Strict: all
+// of them by the deadline.
+TTransfer Transfer(const TModbusCommand& command, const TModbusTask& task, TModbusComm& device,
+                   std::uint64_t deadlineMs) {
+  const std::uint8_t func = command.Func(task.Count);
+  const std::size_t most = FindModbusFunction(func)->Most;
+  const std::size_t part = command.Strict() ? most - most % task.Form.Words() : task.Count;
+  TTransfer all;
+  while (all.Ok() && all.Done < task.Count) {
+    TModbusStrictOptions options;
+    options.TimeoutMs = static_cast<std::uint32_t>(command.Timeout);
+    const std::uint64_t now = Clock().MonotonicMs();
+    if (command.Strict() && now >= deadlineMs) {
+      all.Outcome = moTimeout;
+      all.Reason = all.Requests == 0 ? TrMark("the time was over before the link stood")
+                                     : TrMark("the time was over before all was transferred");
+      break;
+    }
+    options.TotalMs = static_cast<std::uint32_t>(deadlineMs - now);
+    options.ProbeRegister = command.ProbeRegister;
+    options.ClearOnSuccess = true;
+    device.SetProfile(command.Strict() ? mpStrict : mpExact, options);
+    const auto addr = static_cast<std::uint16_t>(command.Addr + all.Done);
+    const std::size_t count = std::min(part, task.Count - all.Done);
+    const TModbusResult one = command.Write ? device.Write(func, addr, std::span(task.Words).subspan(all.Done, count))
+                                            : device.Read(func, addr, static_cast<std::uint32_t>(count));
+    static_cast<TModbusEnd&>(all) = one;
+    all += one;
+    ++all.Requests;
+    all.Registers.insert(all.Registers.end(), one.Registers.begin(), one.Registers.end());
+    all.Done += one.Done;
+    all.Confirmed = all.Confirmed && one.Confirmed;
+  }
+  return all;
+}
+
+int Run(const TModbusCommand& command, std::ostream& out) {
+  const TModbusTask task = TaskOf(command);
+  TLogLines sink;
   TLogService logs;
   logs.AddSink(sink);
   TAppSys app;
@@ -139,101 +248,171 @@ int Run(const TModbusCommand& command, std::ostream& out) {
   const TInstalled<TAppSys> installedApp(app);
 
   const TSignalsBlocked blocked;
-  const bool strict = command.Profile == "strict";
-  const auto device = MakeDevice<TModbusComm>(link.Text());
-  device->SlaveAddr = static_cast<std::uint8_t>(command.Unit);
-  device->IsTCP = link.TcpFraming;
-  if (command.PreDelayGiven || strict) device->PreDelay = static_cast<std::int32_t>(command.PreDelay);
-  TModbusStrictOptions options;
-  options.TimeoutMs = static_cast<std::uint32_t>(command.Timeout);
-  options.ClearOnSuccess = true;
-  device->SetProfile(strict ? mpStrict : mpExact, options);
+  const auto device = MakeMaster(command, task);
   TStop& stop = device->Stop;
-  const TStopOnSignal signals(stop, [&command] {
-    std::cerr << (command.Write ? "stopped; the write may have happened\n" : "stopped\n") << std::flush;
-    std::_Exit(command.Watch != 0 ? kExitSuccess : kExitUnusable);
+  TStopOnSignal signals(stop, [&](bool overdue) {
+    TModbusResult result;
+    result.Outcome = overdue ? moTimeout : moStopped;
+    result.Confirmed = !command.Write;
+    const TProblem problem = ProblemOf(result, task.Link, static_cast<std::uint8_t>(command.Unit));
+    if (command.Json) PrintDocument(out, command.Name(), nullptr, problem, command.Watch != 0);
+    std::cerr << "ixocut " << command.Name() << ": " << problem.Text() << '\n' << std::flush;
+    std::_Exit(overdue ? kExitUnusable : command.Watch != 0 ? kExitSuccess : kExitOtherwise);
   });
-  device->SetDataTransIntf(MakeTransport(link));
+  // The waits of the exact profile, and of a probe, are their own.
+  const auto deadline = [&] { return Clock().MonotonicMs() + command.Timeout; };
+  std::uint64_t deadlineMs = deadline();
+  signals.Begin(command.Strict() && command.Watch == 0 && !command.ProbeRegister ? deadlineMs : 0);
+  device->SetDataTransIntf(MakeTransport(task.Link));
 
-  TModbusResult result;
-  do {
+  TTransfer result;
+  std::optional<TProblem> problem;
+  for (;;) {
     const std::uint64_t startUs = Clock().MonotonicUs();
-    const auto addr = static_cast<std::uint16_t>(command.Addr);
-    result = command.Write ? device->WriteRegisters(addr, values, command.Multiple)
-                           : device->ReadRegisters(addr, static_cast<std::uint32_t>(count));
+    result = Transfer(command, task, *device, deadlineMs);
+    signals.End();
     logs.DrainOnce();
+    problem.reset();
+    if (!result.Ok()) problem = ProblemOf(result, task.Link, static_cast<std::uint8_t>(command.Unit));
     auto frames = device->LastFrames();
     std::erase_if(frames, [&](const auto& frame) { return frame.TimeUs < startUs; });
+    const TModbusProof proof = device->Statistics().Proof;
     if (command.Json) {
-      auto document = JsonOf(command, link, result);
+      auto document = JsonOf(command, task, result, proof);
+      document["log"] = std::exchange(sink.Lines, nlohmann::ordered_json::array());
       if (command.Frames) document["frames"] = FramesJson(frames, startUs);
-      out << document.dump(command.Watch != 0 ? -1 : 2) << '\n';
+      PrintDocument(out, command.Name(), document, problem, command.Watch != 0);
     } else {
-      PrintText(command, result, out);
+      PrintText(command, task, result, proof, out);
       if (command.Frames)
         for (const auto& frame : frames)
           out << Format("%9.1f ms %s %s\n", Ms(frame.TimeUs - startUs), frame.Sent ? "->" : "<-",
                         SpacedHex(frame.Bytes).c_str());
     }
     out << std::flush;
-  } while (command.Watch != 0 && out && !Clock().Pause(stop, static_cast<std::uint32_t>(command.Watch)));
-  if (result.Outcome == moBadRequest) throw EProblem(pbRequest, result.Reason);
-  return result.Ok() || (command.Watch != 0 && stop.Asked()) ? kExitSuccess : kExitUnusable;
+    if (command.Watch == 0 || !out || Clock().Pause(stop, static_cast<std::uint32_t>(command.Watch))) break;
+    deadlineMs = deadline();
+    signals.Begin();
+  }
+  if (!problem || (command.Watch != 0 && stop.Asked())) return kExitSuccess;
+  throw EProblem(result.Outcome == moBadRequest ? pbRequest
+                 : result.Outcome == moStopped  ? pbRefused
+                                                : pbUnusable,
+                 *std::move(problem));
+}
+
+void AddTables(CLI::App& command, const std::shared_ptr<TModbusCommand>& options) {
+  std::vector<CLI::Option*> added;
+  for (const TTable& table : kTables) {
+    if (options->Write && table.WriteOne == 0) continue;
+    CLI::Option* const option = command.add_flag_callback(
+        table.Option, [options, &table] { options->Table = &table; },
+        Tr(options->Write ? table.WriteHelp : table.ReadHelp));
+    for (CLI::Option* const other : added) option->excludes(other);
+    added.push_back(option);
+  }
+}
+
+const char* ExitCodes() {
+  return Tr("0 success, 1 stopped, 2 wrong command line, 3 the device did not do it; how is said");
 }
 
 void AddOne(CLI::App& modbus, TCommandRun& run, bool write) {
   const auto options = std::make_shared<TModbusCommand>();
   options->Write = write;
   CLI::App* const command =
-      modbus.add_subcommand(write ? "write" : "read", write ? "Write holding registers (functions 6 and 16)"
-                                                            : "Read holding registers (function 3)");
+      modbus.add_subcommand(write ? "write" : "read", write ? Tr("Write holding registers or coils")
+                                                            : Tr("Read registers, coils or discrete inputs"));
   AddLinkOptions(*command, options->Link);
-  AddNumberOption(*command, "--unit", options->Unit, 0, 255, "", "The device's unit address")->capture_default_str();
+  AddTables(*command, options);
+  AddNumberOption(*command, "--unit", options->Unit, 0, 255, "", Tr("The device's unit address"))
+      ->capture_default_str();
   AddNumberOption(*command, "--addr", options->Addr, 0, 0xFFFF, "",
-                  "The first register, as the frame has it: 0 is what some manuals call 40001")
+                  Tr("The first one, as the frame has it: 0 is what some manuals call 40001"))
       ->required();
   if (write) {
-    command->add_option("--values", options->Values, "The values, 0 to 65535 or 0x0 to 0xFFFF")
+    command->add_option("--values", options->Values, Tr("The values, separated by commas or blanks"))
         ->required()
-        ->type_name("N...");
-    command->add_flag("--multiple", options->Multiple, "Write a single value with function 16 too");
+        ->type_name("V,V...");
+    command->add_flag("--multiple", options->Multiple, Tr("Write a single one with function 16 or 15 too"));
   } else {
-    AddNumberOption(*command, "--count", options->Count, 1, 0xFFFF, "", "How many registers")->capture_default_str();
+    AddNumberOption(*command, "--count", options->Count, 1, 0xFFFF, "", Tr("How many values"))->capture_default_str();
   }
+  CLI::Option* const type =
+      command->add_option("--type", options->Type, Tr("uint16, int16, uint32, int32 or float32"))
+          ->check(CLI::IsMember(std::vector<std::string>(std::begin(kValueTypes), std::end(kValueTypes))))
+          ->type_name("TYPE")
+          ->capture_default_str();
+  CLI::Option* const order =
+      command
+          ->add_option("--order", options->Order,
+                       Tr("How the bytes of a value stand in its registers, A being its highest: ABCD, CDAB, BADC or "
+                          "DCBA"))
+          ->check(CLI::IsMember(std::vector<std::string>(std::begin(kValueOrders), std::end(kValueOrders))))
+          ->type_name("ORDER")
+          ->capture_default_str();
   command
-      ->add_option("--profile", options->Profile, "strict: only the reply to this request counts; exact: fixed waits")
+      ->add_option("--profile", options->Profile,
+                   Tr("strict: only the reply to this request counts; exact: fixed waits"))
       ->check(CLI::IsMember({"strict", "exact"}))
       ->type_name("PROFILE")
       ->capture_default_str();
   CLI::Option* const delay = AddNumberOption(*command, "--pre-delay", options->PreDelay, 0, 60'000, "ms",
-                                             "Pause between send and first read (strict 0, exact 50 unless given)");
-  AddNumberOption(*command, "--timeout", options->Timeout, 1, 60'000, "ms", "How long strict waits for a reply")
-      ->capture_default_str();
-  AddNumberOption(*command, "--watch", options->Watch, 1, 86'400'000, "ms", "Again after this pause, until stopped");
-  command->add_flag("--json", options->Json, "Print JSON instead of text, one document a request");
-  command->add_flag("--frames", options->Frames, "Print the bytes that were sent and received");
-  command->callback([options, delay, &run] {
+                                             Tr("Pause between send and first read (strict 0, exact 50 unless given)"));
+  CLI::Option* const timeout = AddNumberOption(*command, "--timeout", options->Timeout, 1, 60'000, "ms",
+                                               Tr("The time until strict gives up, connecting and attempts included"))
+                                   ->capture_default_str();
+  CLI::Option* const probe =
+      write
+          ? AddNumberOption(*command, "--probe-register", options->ProbeAddr, 0, 0xFFFF, "",
+                            Tr("A register to read first, in a time of its own: a line that only echoes would confirm "
+                               "what nobody wrote"))
+          : nullptr;
+  AddNumberOption(*command, "--watch", options->Watch, 1, 86'400'000, "ms",
+                  Tr("Again after this pause, until stopped"));
+  AddJsonOption(*command, options->Json);
+  command->add_flag("--frames", options->Frames, Tr("Print the bytes that were sent and received"));
+  command->callback([options, type, order, delay, timeout, probe, &run] {
+    options->TypeGiven = type->count() != 0 || order->count() != 0;
     options->PreDelayGiven = delay->count() != 0;
+    options->TimeoutGiven = timeout->count() != 0;
+    if (probe && probe->count() != 0) options->ProbeRegister = static_cast<std::uint16_t>(options->ProbeAddr);
     run = [options] { return Run(*options, std::cout); };
   });
+  if (write)
+    SetHelp(
+        *command,
+        {.Notes = Tr("A write whose reply does not come may have happened; one to unit 0 of a line goes to all units, "
+                     "and none\nconfirms it."),
+         .ExitCodes = ExitCodes(),
+         .Examples = {"ixocut modbus write --tcp 192.168.0.10 --addr 16 --values 1,0x203",
+                      "ixocut modbus write --serial /dev/ttyUSB0,19200,e,8,1 --unit 3 --addr 0 --values 7 "
+                      "--probe-register 0",
+                      "ixocut modbus write --tcp plc --coils --addr 4 --values 1,0,1",
+                      "ixocut modbus write --tcp plc --addr 100 --type float32 --order CDAB --values 1.5"}});
+  else
+    SetHelp(*command,
+            {.Notes = {},
+             .ExitCodes = ExitCodes(),
+             .Examples = {"ixocut modbus read --tcp 192.168.0.10 --addr 16 --count 4",
+                          "ixocut modbus read --tcp plc:1502 --framing rtu --input --addr 0 --type int32 --order CDAB",
+                          "ixocut modbus read --serial /dev/ttyUSB0,19200,e,8,1 --unit 3 --coils --addr 0 --count 16",
+                          "ixocut modbus read --tcp plc --addr 0 --watch 500 --json"}});
 }
 
 }  // namespace
 
 void AddModbusCommand(CLI::App& program, TCommandRun& run) {
-  CLI::App* const modbus = program.add_subcommand("modbus", "Read and write the registers of a Modbus device");
+  CLI::App* const modbus =
+      program.add_subcommand("modbus", Tr("Read and write the registers and coils of a Modbus device"));
   modbus->require_subcommand(1);
   AddOne(*modbus, run, false);
   AddOne(*modbus, run, true);
-  modbus->footer(
-      "Exit codes: 0 success, 2 wrong command line, 3 the device did not do it; how is said.\n"
-      "\n"
-      "Examples:\n"
-      "  ixocut modbus read --tcp 192.168.0.10 --addr 16 --count 4\n"
-      "  ixocut modbus write --serial /dev/ttyUSB0,19200,e,8,1 --unit 3 --addr 0 --values 1,0x203 --frames\n"
-      "  ixocut modbus read --tcp plc:1502 --addr 0 --watch 500 --json\n"
-      "\n"
-      "Software is not the emergency stop.");
+  SetHelp(*modbus, {.Notes = {},
+                    .ExitCodes = ExitCodes(),
+                    .Examples = {"ixocut modbus read --tcp 192.168.0.10 --addr 16 --count 4",
+                                 "ixocut modbus write --tcp 192.168.0.10 --addr 16 --values 1,0x203",
+                                 "ixocut modbus read --help"}});
 }
 
 }  // namespace ixocut

@@ -1,13 +1,17 @@
 // The device commands as a user meets them: the real binary against the simulated PLC of another process.
+#include <arpa/inet.h>
 #include <array>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <span>
 #include <spawn.h>
 #include <stdexcept>
 #include <string>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
@@ -22,30 +26,28 @@ namespace {
 
 using testing::HasSubstr;
 
-// `ixocut simulate plc --tcp 0 [--misbehave HOW]`, until the end of the scope.
+// `ixocut simulate plc --tcp 0 ...`, until the end of the scope.
 class TPlcProcess {
  public:
-  explicit TPlcProcess(const char* misbehave = nullptr) {
+  explicit TPlcProcess(std::vector<std::string> more = {}) {
     int ends[2];
     if (::pipe(ends) != 0) throw std::runtime_error("no pipe");
     posix_spawn_file_actions_t files;
     ::posix_spawn_file_actions_init(&files);
     ::posix_spawn_file_actions_adddup2(&files, ends[1], STDOUT_FILENO);
     ::posix_spawn_file_actions_addclose(&files, ends[0]);
-    const std::string program = IxocutBinary();
-    const std::array<const char*, 8> words{
-        program.c_str(), "simulate", "plc", "--tcp", "0", misbehave ? "--misbehave" : nullptr, misbehave, nullptr};
-    const int error =
-        ::posix_spawn(&FChild, words[0], &files, nullptr, const_cast<char* const*>(words.data()), environ);
+    more.insert(more.begin(), {IxocutBinary(), "simulate", "plc", "--json", "--tcp", "0"});
+    std::vector<char*> words;
+    for (std::string& word : more) words.push_back(word.data());
+    words.push_back(nullptr);
+    const int error = ::posix_spawn(&FChild, words[0], &files, nullptr, words.data(), environ);
     ::posix_spawn_file_actions_destroy(&files);
     ::close(ends[1]);
     FOut = ::fdopen(ends[0], "r");
     if (error != 0 || !FOut) throw std::runtime_error("ixocut does not start");
     std::array<char, 200> line{};
-    if (!std::fgets(line.data(), static_cast<int>(line.size()), FOut)) return;
-    const std::string text = line.data();
-    Tcp = text.substr(text.find("127.0.0.1:"));
-    Tcp.resize(Tcp.find_first_of(",\n"));
+    if (std::fgets(line.data(), static_cast<int>(line.size()), FOut))
+      Tcp = nlohmann::json::parse(line.data()).at("result").at("link");
   }
   ~TPlcProcess() {
     ::kill(FChild, SIGINT);
@@ -64,7 +66,10 @@ class TPlcProcess {
   std::FILE* FOut = nullptr;
 };
 
-class DeviceCommands : public TProgramTest {};
+class DeviceCommands : public TProgramTest {
+ protected:
+  TRun English(const std::string& arguments) const { return Ixocut(arguments, "IXOCUT_LANG=en"); }
+};
 
 TEST_F(DeviceCommands, RegistersAreWrittenAndReadBackWithTheirFrames) {
   const TPlcProcess plc;
@@ -77,61 +82,150 @@ TEST_F(DeviceCommands, RegistersAreWrittenAndReadBackWithTheirFrames) {
   run = Ixocut("modbus write" + link + " --addr 19 --values 8 --multiple --frames");
   EXPECT_THAT(run.All(), HasSubstr("01 10 00 13 00 01 02 00 08"));
   for (const char* profile : {"strict", "exact"}) {
-    run = Ixocut("modbus read" + link + " --addr 16 --count 4 --json --frames --profile " + profile);
-    EXPECT_EQ(run.ExitCode, 0) << run.All();
-    const auto document = nlohmann::json::parse(run.Out);
-    EXPECT_EQ(document["values"], nlohmann::json({1, 0x203, 9, 8}));
-    EXPECT_EQ(document["frames"].size(), 2u);
+    const auto read = Json("modbus read" + link + " --addr 16 --count 4 --frames --profile " + profile, 0);
+    EXPECT_EQ(read["values"], nlohmann::json({1, 0x203, 9, 8}));
+    EXPECT_EQ(read["frames"].size(), 2u);
   }
-  run = Ixocut("modbus read" + link + " --addr 9999 --count 2 --profile strict");
+  run = English("modbus read" + link + " --addr 9999 --count 2 --profile strict");
   EXPECT_EQ(run.ExitCode, 3);
   EXPECT_THAT(run.All(), HasSubstr("exception 2 (illegal data address)"));
-  run = Ixocut("link doctor" + link);
-  EXPECT_EQ(run.ExitCode, 0) << run.All();
-  EXPECT_THAT(run.All(), HasSubstr("Nothing is wrong with this link."));
+  EXPECT_EQ(Json("link doctor" + link, 0)["steps"].back()["id"], "more");
 }
 
-TEST_F(DeviceCommands, AFieldThatIsMissingFromTheValuesWritesNothing) {
+TEST_F(DeviceCommands, ValuesStandInTheirRegistersAndCoilsAsTheirTypeAndOrderSay) {
   const TPlcProcess plc;
-  for (const char* values : {"1,2,,3", "1,2,", ",1", "1 ,2", "1 '' 2"}) {
+  const struct {
+    const char* Form;
+    const char* Values;
+    nlohmann::json Read, Raw;
+  } kRows[] = {
+      {"--type int16", "-5,32767", {-5, 32767}, {0xFFFB, 0x7FFF}},
+      {"--order BADC", "0x1234", {0x1234}, {0x3412}},
+      {"--type uint32", "0x12345678 4294967295", {0x12345678, 4294967295}, {0x1234, 0x5678, 0xFFFF, 0xFFFF}},
+      {"--type int32 --order CDAB", "-2147483648", {-2147483648}, {0, 0x8000}},
+      {"--type uint32 --order BADC", "0x12345678", {0x12345678}, {0x3412, 0x7856}},
+      {"--type uint32 --order DCBA", "0x12345678", {0x12345678}, {0x7856, 0x3412}},
+      {"--type float32", "1.5,-0.1", {1.5, -0.1}, {0x3FC0, 0, 0xBDCC, 0xCCCD}},
+      {"--coils", "1,0,1", {1, 0, 1}, nullptr},
+      {"--coils", "1", {1}, nullptr},
+  };
+  for (const auto& row : kRows) {
+    SCOPED_TRACE(row.Form);
+    const std::string place = " --addr 40 --tcp " + plc.Tcp + " ";
+    EXPECT_EQ(Json("modbus write" + place + row.Form + " --values " + row.Values, 0)["confirmed"], true);
+    const std::string count = " --count " + std::to_string(row.Read.size());
+    EXPECT_EQ(Json("modbus read" + place + row.Form + count, 0)["values"], row.Read);
+    const std::string shown =
+        row.Raw.is_null() ? " --discrete" + count : " --input --count " + std::to_string(row.Raw.size());
+    EXPECT_EQ(Json("modbus read" + place + shown, 0)["values"], row.Raw.is_null() ? row.Read : row.Raw);
+  }
+  // No value is put together from two requests: 62 in each.
+  EXPECT_EQ(Json("modbus read --addr 0 --type float32 --count 125 --tcp " + plc.Tcp, 0)["requests"], 3);
+}
+
+TEST_F(DeviceCommands, WhatCannotBeWrittenAsAskedIsNotWritten) {
+  const TPlcProcess plc;
+  for (const char* values :
+       {"1,2,,3", "1,2,", ",1", "1 ,2", "1 '' 2", "65536", "-1", "1 --type int16 --order CDAB", "32768 --type int16",
+        "1,2 --type float32,", "1e39 --type float32", "nan --type float32", "2 --coils", "1 --coils --type int16",
+        "1 --profile exact --timeout 9", "1 --profile exact --coils", "1 --type int8", "1,2 --addr 65535"}) {
     const TRun run = Ixocut("modbus write --tcp " + plc.Tcp + " --addr 0 --values " + values);
     EXPECT_EQ(run.ExitCode, 2) << values << run.All();
   }
-  EXPECT_THAT(Ixocut("modbus read --tcp " + plc.Tcp + " --addr 0").All(), HasSubstr("    0      0"));
+  EXPECT_EQ(Json("modbus read --tcp " + plc.Tcp + " --addr 0", 0)["values"], nlohmann::json({0}));
   EXPECT_EQ(Ixocut("modbus write --tcp " + plc.Tcp + " --addr 0 --values 1,2 3,4").ExitCode, 0);
 }
 
-TEST_F(DeviceCommands, AnInterruptEndsASingleRequestWhateverItsTimeout) {
-  const TPlcProcess plc("silent");
-  const TRun run =
-      Ixocut("modbus read --timeout 60000 --frames --addr 0 --tcp " + plc.Tcp + " & sleep 0.5; kill -INT $!; wait $!");
-  EXPECT_EQ(run.ExitCode, 3);
-  EXPECT_THAT(run.All(), HasSubstr("stopped"));
+// Loopback, where nobody takes a connection: the queue of those that wait is full.
+class TFullPort {
+ public:
+  TFullPort() {
+    sockaddr_in own{};
+    own.sin_family = AF_INET;
+    own.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof own;
+    for (int& end : FEnds) end = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
+    (void)::bind(FEnds[0], reinterpret_cast<const sockaddr*>(&own), sizeof own);
+    (void)::listen(FEnds[0], 0);
+    ::getsockname(FEnds[0], reinterpret_cast<sockaddr*>(&own), &size);
+    for (const int end : std::span(FEnds).subspan(1))
+      (void)::connect(end, reinterpret_cast<const sockaddr*>(&own), sizeof own);
+    Tcp = "127.0.0.1:" + std::to_string(ntohs(own.sin_port));
+  }
+  ~TFullPort() {
+    for (const int end : FEnds) ::close(end);
+  }
+  TFullPort(const TFullPort&) = delete;
+  TFullPort& operator=(const TFullPort&) = delete;
+  std::string Tcp;
+
+ private:
+  std::array<int, 4> FEnds;
+};
+
+TEST_F(DeviceCommands, ItEndsWithItsTimeAndWithAnInterruptWhateverItWaitsFor) {
+  const TPlcProcess silent({"--misbehave", "silent"});
+  const TFullPort full;
+  const auto within = [&](const std::string& command, int code, int ms) {
+    for (int tries = 2; tries > 0; --tries) {
+      const TRun run = English(command + "; code=$?; echo $(($(date +%s%3N) - $from)) >&2; exit $code");
+      EXPECT_EQ(run.ExitCode, code) << run.All();
+      const int took = std::stoi(run.Err.substr(run.Err.rfind('\n', run.Err.size() - 2) + 1));
+      if (took <= 3 * ms) return;
+      EXPECT_GT(tries, 1) << command << " took " << took << " ms";
+    }
+  };
+  for (const std::string& tcp : {silent.Tcp, full.Tcp}) {
+    for (const char* what : {"modbus read --timeout 60000 --addr 0", "modbus write --addr 0 --values 1",
+                             "modbus read --addr 0 --json", "link doctor"})
+      within(what + (" --tcp " + tcp) + " & sleep 0.3; from=$(date +%s%3N); kill -INT $!; wait $!", 1, 200);
+    // With the time that the program needs to start.
+    within("--version; from=$(date +%s%3N); " + IxocutBinary() + " modbus read --timeout 400 --addr 0 --tcp " + tcp, 3,
+           600);
+  }
 }
 
 TEST_F(DeviceCommands, WhatWentWrongIsSaidInWords) {
   {
-    const TPlcProcess plc("silent");
-    const TRun run = Ixocut("modbus read --timeout 100 --addr 0 --tcp " + plc.Tcp);
+    const TPlcProcess plc({"--misbehave", "silent"});
+    const TRun run = English("modbus read --timeout 100 --addr 0 --tcp " + plc.Tcp);
     EXPECT_EQ(run.ExitCode, 3);
     EXPECT_THAT(run.All(), HasSubstr("time-out"));
-    EXPECT_THAT(Ixocut("modbus write --timeout 100 --addr 0 --values 1 --tcp " + plc.Tcp).All(),
+    EXPECT_THAT(English("modbus write --timeout 100 --addr 0 --values 1 --tcp " + plc.Tcp).All(),
                 HasSubstr("time-out; the write may have happened"));
-    EXPECT_THAT(Ixocut("modbus write --framing rtu --unit 0 --addr 0 --values 1 --tcp " + plc.Tcp).All(),
+    EXPECT_THAT(English("modbus write --framing rtu --unit 0 --addr 0 --values 1 --tcp " + plc.Tcp).All(),
                 HasSubstr("ok: sent to all, not confirmed"));
   }
   {
-    const TPlcProcess plc("wrong-unit");
-    TRun run = Ixocut("modbus read --addr 0 --tcp " + plc.Tcp);
+    const TPlcProcess plc({"--misbehave", "wrong-unit"});
+    TRun run = English("modbus read --addr 0 --tcp " + plc.Tcp);
     EXPECT_THAT(run.All(), HasSubstr("invalid reply: the reply is another unit's"));
-    run = Ixocut("link doctor --tcp " + plc.Tcp);
+    run = English("link doctor --tcp " + plc.Tcp);
     EXPECT_EQ(run.ExitCode, 3);
     EXPECT_THAT(run.All(), HasSubstr("FAULT Unit 2 answers instead of unit 1\n      -> Try --unit 2"));
   }
-  EXPECT_THAT(Ixocut("modbus read --addr 0 --tcp 127.0.0.1:1").All(), HasSubstr("no connection"));
-  EXPECT_THAT(Ixocut("link doctor --tcp 127.0.0.1:1").All(), HasSubstr("refuses the connection"));
-  EXPECT_THAT(Ixocut("link doctor --tcp name.invalid").All(), HasSubstr("does not resolve"));
-  EXPECT_THAT(Ixocut("link doctor --serial /dev/absent").All(), HasSubstr("/dev/absent: No such file or directory"));
+  {
+    const TPlcProcess plc({"--framing", "rtu"});
+    const std::string write = "modbus write --framing rtu --addr 0 --values 1 --tcp " + plc.Tcp;
+    EXPECT_THAT(English(write).Out, HasSubstr("echo probe: unproved"));
+    EXPECT_THAT(English(write + " --probe-register 0").Out, HasSubstr("echo probe: proved"));
+  }
+  {
+    const TPlcProcess plc({"--misbehave", "echo"});
+    const std::string write = "modbus write --addr 0 --values 1 --tcp " + plc.Tcp;
+    EXPECT_EQ(English(write).ExitCode, 0);  // nothing tells it from a reply
+    EXPECT_EQ(Json(write + " --probe-register 0", 3)["written"], 0);
+  }
+  EXPECT_THAT(English("modbus read --addr 0 --tcp 127.0.0.1:1").All(), HasSubstr("no connection"));
+  EXPECT_THAT(English("link doctor --tcp 127.0.0.1:1").All(), HasSubstr("refuses the connection"));
+  EXPECT_THAT(English("link doctor --tcp name.invalid").All(), HasSubstr("does not resolve"));
+  EXPECT_THAT(English("link doctor --serial /dev/absent").All(), HasSubstr("/dev/absent: No such file or directory"));
+}
+
+TEST_F(DeviceCommands, EachHasItsOwnExamplesInBothLanguages) {
+  for (const char* lang : {"en", "zh"})
+    for (const std::string command : {"modbus", "modbus read", "modbus write", "link doctor", "simulate plc"})
+      EXPECT_THAT(Ixocut(command + " --help --lang " + lang).Out, HasSubstr("\n  ixocut " + command + " ")) << lang;
 }
 
 }  // namespace
