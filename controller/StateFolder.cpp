@@ -7,6 +7,8 @@
 #include "ixocamglue/platform/xml/FileLayer.h"
 #include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/SystemError.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
 using namespace ixocamglue;
@@ -37,17 +39,18 @@ fs::path StateFolder(const std::optional<fs::path>& asked) {
   if (asked) return *asked;
   if (const auto state = FromEnvironment("XDG_STATE_HOME")) return *state / "ixocut";
   if (const auto home = FromEnvironment("HOME")) return *home / ".local" / "state" / "ixocut";
-  throw EProblem(pbUnusable, "no state folder: neither XDG_STATE_HOME nor HOME is set; name one with --state DIR");
+  throw EProblem(pbUnusable, Tr("no state folder: neither XDG_STATE_HOME nor HOME is set; name one with --state DIR"));
 }
 
 void CopyOnce(const fs::path& example, const fs::path& copy) {
   std::error_code error;
   if (fs::exists(copy, error)) return;
   const TResult<std::string> bytes = ReadFile(example);
-  if (!bytes) throw EProblem(pbUnusable, {"the example cannot be read", example.string(), bytes.Problem().Why, ""});
+  if (!bytes) throw EProblem(pbUnusable, {Tr("the example cannot be read"), example.string(), bytes.Problem().Why, ""});
   fs::create_directories(copy.parent_path(), error);
   if (error)
-    throw EProblem(pbUnusable, {"the folder cannot be created", copy.parent_path().string(), error.message(), ""});
+    throw EProblem(pbUnusable, {Tr("the folder cannot be created"), copy.parent_path().string(),
+                                SystemErrorText(error.value()), ""});
   if (const TReplaced made = AddFile(copy.string(), *bytes); !made.Done) throw EProblem(pbUnusable, made.Problem);
 }
 
@@ -56,7 +59,8 @@ fs::path MachineFile(const std::optional<fs::path>& machine, const std::optional
     std::error_code error;
     if (!fs::exists(*machine, error)) {
       if (!error) error = std::make_error_code(std::errc::no_such_file_or_directory);
-      throw EProblem(pbUnusable, {"the machine file cannot be read", machine->string(), error.message(), ""});
+      throw EProblem(pbUnusable,
+                     {Tr("the machine file cannot be read"), machine->string(), SystemErrorText(error.value()), ""});
     }
     return *machine;
   }

@@ -7,6 +7,9 @@
 #include <system_error>
 #include <unistd.h>
 
+#include "ixocamglue/support/SystemError.h"
+#include "ixocamglue/support/Texts.h"
+
 namespace ixocamglue {
 namespace {
 
@@ -16,10 +19,12 @@ int ReadAll(int file, std::uint64_t limit, std::string& bytes) {
   if (S_ISDIR(status.st_mode)) return EISDIR;
   if (!S_ISREG(status.st_mode)) return EINVAL;
   if (static_cast<std::uint64_t>(status.st_size) > limit) return EFBIG;
+  constexpr std::size_t kMore = 4096;  // it may grow meanwhile
+  bytes.reserve(static_cast<std::size_t>(status.st_size) + kMore);
   bytes.resize(static_cast<std::size_t>(status.st_size));
   std::size_t done = 0;
   while (true) {
-    if (done == bytes.size()) bytes.resize(done + 4096);  // it may have grown meanwhile
+    if (done == bytes.size()) bytes.resize(done + kMore);
     const auto got = ::read(file, bytes.data() + done, bytes.size() - done);
     if (got < 0 && errno == EINTR) continue;
     if (got < 0) return errno;
@@ -44,15 +49,15 @@ int ReadFile(const std::string& path, std::uint64_t limit, std::string& bytes) {
 TResult<std::string> ReadFile(const std::filesystem::path& path) {
   std::string bytes;
   if (const int error = ReadFile(path.string(), ~std::uint64_t{0}, bytes))
-    return TProblem{
-        .What = "the file cannot be read", .Where = path.string(), .Why = std::system_category().message(error)};
+    return TProblem{.What = Tr("the file cannot be read"), .Where = path.string(), .Why = SystemErrorText(error)};
   return bytes;
 }
 
 TTempFolder::TTempFolder(const std::string& prefix) {
   std::error_code error;
   std::string name = (std::filesystem::temp_directory_path(error) / (prefix + "-XXXXXX")).string();
-  if (error || !mkdtemp(name.data())) throw EProblem(pbUnusable, name + ": no temporary folder can be made");
+  if (error || !mkdtemp(name.data()))
+    throw EProblem(pbUnusable, TProblem{.What = Tr("no temporary folder can be made"), .Where = name});
   FPath = name;
 }
 
