@@ -1,13 +1,16 @@
 #include "ixocamglue/platform/xml/XmlDocument.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
+#include <unordered_set>
 #include <utf8.h>
 
 #include <pugixml.hpp>
 
 #include "ixocamglue/platform/xml/XmlWriter.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
 
 namespace ixocamglue {
@@ -16,12 +19,54 @@ namespace {
 // Everything is kept. Line ends stay as they are in the file.
 constexpr unsigned kParse = (pugi::parse_full | pugi::parse_ws_pcdata | pugi::parse_fragment) & ~pugi::parse_eol;
 constexpr unsigned kParseValues =
-    (kParse | pugi::parse_ws_pcdata_single) & ~(pugi::parse_comments | pugi::parse_pi | pugi::parse_ws_pcdata);
+    (kParse | pugi::parse_ws_pcdata_single) & ~(pugi::parse_comments | pugi::parse_ws_pcdata);
 
 pugi::xml_node Node(const TXmlNode& node) { return pugi::xml_node(node.Handle()); }
 
 TProblem At(std::string place, std::string what) { return {.What = std::move(what), .Where = std::move(place)}; }
 TProblem AtStart(std::string what) { return At("1:1", std::move(what)); }
+
+bool IsXmlChar(char32_t c) {
+  if (c < 0x20) return c == '\t' || c == '\n' || c == '\r';
+  return c <= 0x10FFFF && !(c >= 0xD800 && c <= 0xDFFF) && c != 0xFFFE && c != 0xFFFF;
+}
+
+// Whether the reference "&#..." at the front stands for a character that XML does not have. What is no reference stands
+// for itself.
+bool IsWrongReference(std::string_view text) {
+  text.remove_prefix(2);
+  const bool hex = text.starts_with('x');
+  if (hex) text.remove_prefix(1);
+  const std::size_t end = text.find_first_not_of(hex ? "0123456789abcdefABCDEF" : "0123456789");
+  if (end == 0 || end == std::string_view::npos || text[end] != ';') return false;
+  const auto number = ParseExactly<std::uint32_t>(text.substr(0, end), hex ? 16 : 10);
+  return !number || !IsXmlChar(*number);
+}
+
+const char* Syntax(pugi::xml_parse_status status) {
+  switch (status) {
+    case pugi::status_bad_pi: return Tr("a processing instruction or declaration is not as XML has it");
+    case pugi::status_bad_comment: return Tr("a comment does not end");
+    case pugi::status_bad_cdata: return Tr("a CDATA section does not end");
+    case pugi::status_bad_doctype: return Tr("the document type is not as XML has it");
+    case pugi::status_bad_start_element: return Tr("a start tag is not as XML has it, or does not end");
+    case pugi::status_bad_attribute: return Tr("an attribute is not as XML has it");
+    case pugi::status_bad_end_element: return Tr("an end tag is not as XML has it, or does not end");
+    case pugi::status_end_element_mismatch:
+      return Tr("an end tag is missing, or is not that of the element that is open");
+    default: return Tr("this is not XML");
+  }
+}
+
+// Behind the ">" that closes the tag.
+std::size_t TagEnd(std::string_view text, std::size_t at) {
+  for (at = text.find_first_of("\"'>", at); at != std::string_view::npos; at = text.find_first_of("\"'>", at)) {
+    if (text[at] == '>') return at + 1;
+    at = text.find(text[at], at + 1);
+    if (at != std::string_view::npos) ++at;
+  }
+  return text.size();
+}
 
 bool IsText(const pugi::xml_node& node) { return node.type() == pugi::node_pcdata || node.type() == pugi::node_cdata; }
 
@@ -58,22 +103,27 @@ std::string ToUtf16(std::string_view text, bool bigEndian) {
 bool IsXmlText(std::string_view text, std::size_t& wrong) {
   std::size_t i = 0;
   while (i < text.size()) {
-    if (i + 8 <= text.size()) {  // eight ASCII characters at once, none of them zero
+    if (i + 8 <= text.size()) {  // eight ASCII characters at once, none of them below U+0020
       std::uint64_t word = 0;
       std::memcpy(&word, text.data() + i, 8);
-      if (((word | (word - 0x0101010101010101u)) & 0x8080808080808080u) == 0) {
+      if (((word | (word - 0x2020202020202020u)) & 0x8080808080808080u) == 0) {
         i += 8;
         continue;
       }
     }
     const auto isAscii = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
     const auto from = text.begin() + static_cast<std::ptrdiff_t>(i);
-    const auto to = isAscii(*from) ? from + 1 : std::find_if(from, text.end(), isAscii);
-    const auto good = *from == '\0' ? from : utf8::find_invalid(from, to);
-    i = static_cast<std::size_t>(good - text.begin());
-    if (good == to) continue;
-    wrong = i;
-    return false;
+    if (isAscii(*from)) {
+      wrong = i;
+      if (!IsXmlChar(static_cast<unsigned char>(text[i++]))) return false;
+      continue;
+    }
+    const auto to = std::find_if(from, text.end(), isAscii);
+    const auto good = utf8::find_invalid(from, to);
+    const std::string_view run = text.substr(i, static_cast<std::size_t>(good - from));
+    wrong = i + std::min({run.find("\xEF\xBF\xBE"), run.find("\xEF\xBF\xBF"), run.size()});
+    if (wrong < i + run.size() || good != to) return false;
+    i += run.size();
   }
   return true;
 }
@@ -165,10 +215,14 @@ TXmlDocument::TXmlDocument() : FDocument(std::make_unique<pugi::xml_document>())
 TXmlDocument::~TXmlDocument() = default;
 
 std::string TXmlDocument::Place(std::size_t offset) const {
-  const auto before = std::string_view(FText).substr(0, std::min(offset, FText.size()));
-  const auto line = std::ranges::count(before, '\n') + 1;
+  offset = std::min(offset, FText.size());
+  if (!FLines.empty()) {
+    const auto next = std::ranges::upper_bound(FLines, offset);
+    return Format("%td:%zu", next - FLines.begin(), offset - *(next - 1) + 1);
+  }
+  const auto before = std::string_view(FText).substr(0, offset);
   const auto start = before.rfind('\n') == std::string_view::npos ? 0 : before.rfind('\n') + 1;
-  return Format("%td:%zu", line, before.size() - start + 1);
+  return Format("%td:%zu", std::ranges::count(before, '\n') + 1, offset - start + 1);
 }
 
 // Fills FText, the encoding and the mark.
@@ -177,14 +231,14 @@ TResult<> TXmlDocument::Decode(std::string bytes) {
   const std::string_view view = bytes;
   FEncoding = TEncoding::xeUtf8;
   FMark = false;
-  if (bytes.empty()) return AtStart("the file is empty");
+  if (bytes.empty()) return AtStart(Tr("the file is empty"));
   if (view.starts_with("\xFF\xFE\0\0"sv) || view.starts_with("\0\0\xFE\xFF"sv))
-    return AtStart("the encoding is UTF-32; only UTF-8, and UTF-16 with its mark, are read");
+    return AtStart(Tr("the encoding is UTF-32; only UTF-8, and UTF-16 with its mark, are read"));
   if (view.starts_with("\xFF\xFE"sv) || view.starts_with("\xFE\xFF"sv)) {
     FMark = true;
     const bool bigEndian = view.starts_with("\xFE\xFF"sv);
     FEncoding = bigEndian ? TEncoding::xeUtf16Be : TEncoding::xeUtf16Le;
-    if (!FromUtf16(view.substr(2), bigEndian, FText)) return AtStart("the file is no well-formed UTF-16");
+    if (!FromUtf16(view.substr(2), bigEndian, FText)) return AtStart(Tr("the file is no well-formed UTF-16"));
   } else {
     if (view.starts_with(kByteOrderMark)) {
       FMark = true;
@@ -196,9 +250,72 @@ TResult<> TXmlDocument::Decode(std::string bytes) {
   if (IsXmlText(FText, wrong)) return {};
   if (FText[wrong] == '\0' && wrong < 2)
     return AtStart(
-        "the encoding is UTF-16 without its mark, or no XML; only UTF-8, and UTF-16 with its mark, are read");
-  return At(Place(wrong),
-            FText[wrong] == '\0' ? "a zero character" : "the file is not in UTF-8 (nor in UTF-16 with its mark)");
+        Tr("the encoding is UTF-16 without its mark, or no XML; only UTF-8, and UTF-16 with its mark, are read"));
+  const auto c = static_cast<unsigned char>(FText[wrong]);
+  return At(Place(wrong), c < 0x20 ? Format(Tr("the character U+%04X, which XML does not have"), c)
+                                   : Tr("the file is not in UTF-8 (nor in UTF-16 with its mark)"));
+}
+
+TResult<> TXmlDocument::CheckReferences() const {
+  const std::string_view text = FText;
+  std::size_t at = 0;
+  std::size_t next = text.find("&#");  // the first one that stands at `at` or behind it
+  const auto behind = [&](std::string_view mark, std::size_t from) {
+    const std::size_t found = text.find(mark, from);
+    return found == std::string_view::npos ? text.size() : found + mark.size();
+  };
+  // Goes on to `end`; false at a wrong reference in what holds references.
+  const auto pass = [&](std::size_t end, bool holds) {
+    at = std::min(end, text.size());
+    for (; next < at; next = text.find("&#", next + 2))
+      if (holds && IsWrongReference(text.substr(next))) return false;
+    return true;
+  };
+  while (next != std::string_view::npos) {
+    const std::string_view rest = text.substr(at);
+    const bool fine = !rest.starts_with('<')          ? pass(text.find('<', at), true)
+                      : rest.starts_with("<!--")      ? pass(behind("-->", at + 4), false)
+                      : rest.starts_with("<![CDATA[") ? pass(behind("]]>", at), false)
+                      : rest.starts_with("<?")        ? pass(behind("?>", at), false)
+                                                      : pass(TagEnd(text, at), true);
+    if (!fine)
+      return At(Place(next), Format(Tr("\"%s\" names a character that XML does not have"),
+                                    std::string(text.substr(next, text.find(';', next) + 1 - next)).c_str()));
+  }
+  return {};
+}
+
+TResult<> TXmlDocument::CheckAttributes(const TXmlNode& node) const {
+  constexpr std::size_t kFew = 16;
+  std::array<std::string_view, kFew> few;
+  std::unordered_set<std::string_view> many;
+  std::size_t count = 0;
+  for (const auto& attribute : Node(node).attributes()) {
+    const std::string_view name = attribute.name();
+    if (count == kFew) many.insert(few.begin(), few.end());
+    bool isNew = false;
+    if (count < kFew) {
+      const auto end = few.begin() + static_cast<std::ptrdiff_t>(count);
+      isNew = std::find(few.begin(), end, name) == end;
+      *end = name;
+    } else {
+      isNew = many.insert(name).second;
+    }
+    if (!isNew) {
+      const auto offsets = AttributeOffsets(node);
+      return At(Place(count < offsets.size() ? offsets[count] : 0),
+                Format(Tr("the attribute \"%s\" stands twice in one element"), attribute.name()));
+    }
+    ++count;
+  }
+  return {};
+}
+
+std::vector<std::size_t> TXmlDocument::AttributeOffsets(const TXmlNode& node) const {
+  std::vector<std::size_t> offsets;
+  for (const auto& attribute : StartTagAt(FText, node.Offset()).Attributes)
+    offsets.push_back(static_cast<std::size_t>(attribute.Name.data() - FText.data()));
+  return offsets;
 }
 
 TResult<> TXmlDocument::CheckTree() const {
@@ -207,26 +324,29 @@ TResult<> TXmlDocument::CheckTree() const {
   };
   const pugi::xml_node root = FDocument->document_element();
   for (const auto& node : FDocument->children()) {
-    if (node.type() == pugi::node_element && node != root) return at(node, "a second document element");
-    if (IsText(node) && !TrimXml(node.value()).empty()) return at(node, "text outside the document element");
+    if (node.type() == pugi::node_element && node != root) return at(node, Tr("a second document element"));
+    if (IsText(node) && !TrimXml(node.value()).empty()) return at(node, Tr("text outside the document element"));
     if (node.type() == pugi::node_doctype && std::strstr(node.value(), "<!ENTITY"))
-      return at(node, "the document type declares entities, which are not supported");
+      return at(node, Tr("the document type declares entities, which are not supported"));
     if (node.type() == pugi::node_declaration) {
       const std::string_view encoding = node.attribute("encoding").value();
       const bool wide = FEncoding != TEncoding::xeUtf8;
       if (!encoding.empty() && !SameFolded(encoding, wide ? "UTF-16" : "UTF-8") &&
           !(wide ? SameFolded(encoding, FEncoding == TEncoding::xeUtf16Le ? "UTF-16LE" : "UTF-16BE")
                  : SameFolded(encoding, "US-ASCII")))
-        return at(node,
-                  Format("the file says that its encoding is \"%s\"; only UTF-8, and UTF-16 with its mark, are read",
-                         encoding.data()));
+        return at(
+            node,
+            Format(Tr("the file says that its encoding is \"%s\"; only UTF-8, and UTF-16 with its mark, are read"),
+                   encoding.data()));
     }
   }
   int depth = 0;
+  TXmlContext context;
   for (pugi::xml_node node = root; node;) {  // in document order, without recursion
+    if (auto checked = CheckAttributes({node.internal_object(), &context}); !checked) return checked;
     if (pugi::xml_node child = node.first_child()) {
       node = child;
-      if (++depth > kMaxDepth) return at(node, Format("elements are nested deeper than %d", kMaxDepth));
+      if (++depth > kMaxDepth) return at(node, Format(Tr("elements are nested deeper than %d"), kMaxDepth));
       continue;
     }
     while (node && node != root && !node.next_sibling()) node = node.parent(), --depth;
@@ -238,14 +358,24 @@ TResult<> TXmlDocument::CheckTree() const {
 
 TResult<> TXmlDocument::Parse(std::string bytes, TXmlDetail detail) {
   const auto parse = [&]() -> TResult<> {
-    if (bytes.size() > kMaxBytes) return AtStart("the file is larger than 64 MiB");
+    if (bytes.size() > kMaxBytes) return AtStart(Tr("the file is larger than 64 MiB"));
     if (auto decoded = Decode(std::move(bytes)); !decoded) return decoded;
-    const auto result = FDocument->load_buffer(FText.data(), FText.size(), detail == xdAll ? kParse : kParseValues,
-                                               pugi::encoding_utf8);
+    if (auto checked = CheckReferences(); !checked) return checked;
+    if (detail == xdPlaces) {
+      FLines.push_back(0);
+      for (auto at = FText.find('\n'); at != std::string::npos; at = FText.find('\n', at + 1)) FLines.push_back(at + 1);
+    }
+    const auto result =
+        detail == xdValues
+            ? FDocument->load_buffer_inplace(FText.data(), FText.size(), kParseValues, pugi::encoding_utf8)
+            : FDocument->load_buffer(FText.data(), FText.size(), detail == xdAll ? kParse : kParseValues,
+                                     pugi::encoding_utf8);
     if (!result)
-      return At(Place(static_cast<std::size_t>(std::max<std::ptrdiff_t>(result.offset, 0))), result.description());
-    return FDocument->document_element() ? CheckTree() : AtStart("there is no document element");
+      return At(Place(static_cast<std::size_t>(std::max<std::ptrdiff_t>(result.offset, 0))), Syntax(result.status));
+    return FDocument->document_element() ? CheckTree() : AtStart(Tr("there is no document element"));
   };
+  FDocument->reset();  // before the text that it may stand in
+  FLines.clear();
   TResult<> parsed = parse();
   if (!parsed) FDocument->reset();
   return parsed;

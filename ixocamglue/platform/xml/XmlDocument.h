@@ -63,7 +63,8 @@ class TXmlNode {
 // How much of a file is taken in.
 enum class TXmlDetail : std::uint8_t {
   xdAll,     // for a save
-  xdValues,  // to read: without comments, processing instructions and the white space between elements
+  xdPlaces,  // to read: without comments and the white space between elements
+  xdValues,  // the same without a Text(), in half the memory
 };
 using enum TXmlDetail;
 
@@ -77,8 +78,9 @@ class TXmlDocument {
   TXmlDocument(const TXmlDocument&) = delete;
   TXmlDocument& operator=(const TXmlDocument&) = delete;
 
-  // Takes the content of a file: UTF-8, or UTF-16 with its mark. A problem has its "line:column" in Where; then the
-  // document is empty.
+  // Takes the content of a file: UTF-8, or UTF-16 with its mark. Refused is what is no XML 1.0 and would not survive a
+  // save, such as a character that XML does not have, or an attribute that stands twice in one element. A problem has
+  // its "line:column" in Where (with xdValues only about); then the document is empty.
   TResult<> Parse(std::string bytes, TXmlDetail detail = xdAll);
   // Only a document element of this name.
   void MakeNew(std::string_view rootName);
@@ -87,8 +89,10 @@ class TXmlDocument {
 
   [[nodiscard]] TXmlNode Root(TXmlContext& context) const;
   [[nodiscard]] pugi::xml_node_struct* RootHandle() const;
-  // As it came, as UTF-8 without a mark.
+  // As it came, as UTF-8 without a mark. With xdValues it has been parsed in place and is of no use.
   [[nodiscard]] const std::string& Text() const { return FText; }
+  // Of the names of the element's attributes in Text(), in the order of TXmlNode::Attributes.
+  [[nodiscard]] std::vector<std::size_t> AttributeOffsets(const TXmlNode& node) const;
   // "line:column" of a place in Text().
   [[nodiscard]] std::string Place(std::size_t offset) const;
 
@@ -96,15 +100,19 @@ class TXmlDocument {
   enum class TEncoding : std::uint8_t { xeUtf8, xeUtf16Le, xeUtf16Be };
 
   TResult<> Decode(std::string bytes);
+  TResult<> CheckReferences() const;
   TResult<> CheckTree() const;
+  TResult<> CheckAttributes(const TXmlNode& node) const;
 
   std::string FText;
+  std::vector<std::size_t> FLines;  // where each starts in FText; with xdPlaces
   TEncoding FEncoding = TEncoding::xeUtf8;
   bool FMark = false;
   std::unique_ptr<pugi::xml_document> FDocument;
 };
 
-// Well-formed UTF-8 without a zero character; else the offset of the first wrong byte is in `wrong`.
+// Well-formed UTF-8 with nothing but characters that XML has: of those below U+0020 only tab, line feed and carriage
+// return. Else the offset of the first wrong byte is in `wrong`.
 [[nodiscard]] bool IsXmlText(std::string_view text, std::size_t& wrong);
 
 }  // namespace ixocamglue

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
 namespace {
@@ -204,8 +205,9 @@ bool TXmlElement::Holdable(const std::string& text) {
   std::size_t wrong = 0;
   if (IsXmlText(text, wrong)) return true;
   if (FContext.Problem.empty())
-    FContext.Problem = Format("%s: a text is no UTF-8 or holds a zero character and cannot be stored",
-                              TXmlNode(FNode.internal_object(), &FContext).Path().c_str());
+    FContext.Problem =
+        Format(Tr("%s: a text is no UTF-8 or holds a character that XML does not have, and cannot be stored"),
+               TXmlNode(FNode.internal_object(), &FContext).Path().c_str());
   return false;
 }
 

@@ -96,13 +96,24 @@ class TWriter {
     FOut += after;
   }
 
+  // Attributes stand mostly in the order of the file: `next` is looked at first, and moved behind what was found.
+  static const TStartTag::TAttribute* Find(const TStartTag& tag, std::string_view name, std::size_t& next) {
+    const auto& all = tag.Attributes;
+    const TStartTag::TAttribute* found = next < all.size() && all[next].Name == name ? &all[next] : nullptr;
+    for (std::size_t i = 0; i < all.size() && (!found || found->Name != name); ++i)
+      if (all[i].Name == name || (!found && SameFolded(all[i].Name, name))) found = &all[i];
+    if (found) next = static_cast<std::size_t>(found - all.data()) + 1;
+    return found;
+  }
+
   // From the name of the element or declaration up to its closing mark; whether it was closed at once.
   bool StartTag(const pugi::xml_node& node) {
-    const TTag tag = OriginalTag(node);
+    const TStartTag tag = StartTagAt(FOriginal, node.offset_debug());
     FOut += node.name();
+    std::size_t next = 0;
     for (const auto& attribute : node.attributes()) {
-      const TOriginalAttribute* const there = tag.Find(attribute.name());
-      const TOriginalAttribute written = there ? *there : TOriginalAttribute{" ", {}, "=\"", {}, "\""};
+      const TStartTag::TAttribute* const there = Find(tag, attribute.name(), next);
+      const TStartTag::TAttribute written = there ? *there : TStartTag::TAttribute{" ", {}, "=\"", {}, "\""};
       FOut += written.Before;
       FOut += attribute.name();
       FOut += written.Opening;
@@ -170,57 +181,34 @@ class TWriter {
     }
   }
 
-  // The parts of a start tag as they stand in the file.
-  struct TOriginalAttribute {
-    std::string_view Before;  // blanks
-    std::string_view Name;
-    std::string_view Opening;  // from behind the name to the opening quotation mark
-    std::string_view Value;
-    std::string_view Quote;
-  };
-  struct TTag {
-    std::vector<TOriginalAttribute> Attributes;
-    std::string_view End;  // blanks before the closing mark
-    bool ClosesAtOnce = true;
-    [[nodiscard]] const TOriginalAttribute* Find(std::string_view name) const {
-      const TOriginalAttribute* folded = nullptr;
-      for (const auto& attribute : Attributes) {
-        if (attribute.Name == name) return &attribute;
-        if (!folded && SameFolded(attribute.Name, name)) folded = &attribute;
-      }
-      return folded;
-    }
-  };
-
-  TTag OriginalTag(const pugi::xml_node& node) const {
-    TTag tag;
-    const std::ptrdiff_t offset = node.offset_debug();
-    if (offset < 0 || FOriginal.empty()) return tag;
-    std::size_t at = FOriginal.find_first_of(" \t\r\n/>?", static_cast<std::size_t>(offset));
-    while (at != std::string_view::npos) {
-      const std::size_t name = FOriginal.find_first_not_of(kBlanks, at);
-      if (name == std::string_view::npos) break;
-      if (const char c = FOriginal[name]; c == '>' || c == '/' || c == '?') {
-        tag.End = FOriginal.substr(at, name - at);
-        tag.ClosesAtOnce = c != '>';
-        break;
-      }
-      const std::size_t open = FOriginal.find_first_of("\"'", name);
-      const std::size_t close = open == std::string_view::npos ? open : FOriginal.find(FOriginal[open], open + 1);
-      if (close == std::string_view::npos) break;
-      const std::size_t behind = FOriginal.find_first_of(" \t\r\n=", name);
-      tag.Attributes.push_back({FOriginal.substr(at, name - at), FOriginal.substr(name, behind - name),
-                                FOriginal.substr(behind, open + 1 - behind),
-                                FOriginal.substr(open + 1, close - open - 1), FOriginal.substr(close, 1)});
-      at = close + 1;
-    }
-    return tag;
-  }
-
   const std::string_view FOriginal;
 };
 
 }  // namespace
+
+TStartTag StartTagAt(std::string_view text, std::ptrdiff_t offset) {
+  TStartTag tag;
+  if (offset < 0 || text.empty()) return tag;
+  std::size_t at = text.find_first_of(" \t\r\n/>?", static_cast<std::size_t>(offset));
+  while (at != std::string_view::npos) {
+    const std::size_t name = text.find_first_not_of(kBlanks, at);
+    if (name == std::string_view::npos) break;
+    if (const char c = text[name]; c == '>' || c == '/' || c == '?') {
+      tag.End = text.substr(at, name - at);
+      tag.ClosesAtOnce = c != '>';
+      break;
+    }
+    const std::size_t open = text.find_first_of("\"'", name);
+    const std::size_t close = open == std::string_view::npos ? open : text.find(text[open], open + 1);
+    if (close == std::string_view::npos) break;
+    const std::size_t behind = text.find_first_of(" \t\r\n=", name);
+    tag.Attributes.push_back({text.substr(at, name - at), text.substr(name, behind - name),
+                              text.substr(behind, open + 1 - behind), text.substr(open + 1, close - open - 1),
+                              text.substr(close, 1)});
+    at = close + 1;
+  }
+  return tag;
+}
 
 std::string WriteXml(const pugi::xml_document& document, std::string_view original) {
   TWriter writer(original);
