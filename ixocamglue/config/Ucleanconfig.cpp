@@ -108,17 +108,24 @@ void TStrokeMeasurement::Publish(TPublisher& p) {
   p.Field("IsFinished", IsFinished);
 }
 
-void TStrokeMeasurement::CheckRange(TMachineConfig& config) {
+std::vector<TStrokeMeasurement::TMisfit> TStrokeMeasurement::Misfits(TMachineConfig& config) const {
   constexpr long double kMisfit = 0.001L;  // mm
-  const auto check = [&](const char* name, long double negative, long double positive) {
+  std::vector<TMisfit> misfits;
+  const auto check = [&](const char* name, const TMisfit& negative, const TMisfit& positive) {
     const TAxisConfig* const axis = config.Axes().Find(name);
     if (!axis) return;
     const bool forward = axis->MotorDir == 0;
-    const long double limit = forward ? axis->SoftLimitPos : std::abs(axis->SoftLimitNeg);
-    if (std::abs(limit - (forward ? positive : negative)) > kMisfit) IsFinished = false;
+    TMisfit side = forward ? positive : negative;
+    side.Limit = forward ? axis->SoftLimitPos : std::abs(axis->SoftLimitNeg);
+    if (side.Limit - side.Measured > kMisfit) misfits.push_back(side);
   };
-  check("X", XNegativeRange, XPositiveRange);
-  check("Y", YNegativeRange, YPositiveRange);
+  check("X", {"XNegativeRange", XNegativeRange, 0}, {"XPositiveRange", XPositiveRange, 0});
+  check("Y", {"YNegativeRange", YNegativeRange, 0}, {"YPositiveRange", YPositiveRange, 0});
+  return misfits;
+}
+
+void TStrokeMeasurement::CheckRange(TMachineConfig& config) {
+  if (!Misfits(config).empty()) IsFinished = false;
 }
 
 void TSysDelayConfig::Publish(TPublisher& p) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include "ixocamglue/platform/ports/MotionDriver.h"
 #include "ixocamglue/platform/xml/XmlSubConfig.h"
@@ -123,8 +124,16 @@ class TBlankingConfig : public TXmlSubConfig {
 class TStrokeMeasurement : public TXmlSubConfig {
  public:
   void Publish(TPublisher& p) override;
-  // Clears IsFinished where the measured range of X or Y no longer fits the axis' soft limit (more than 0.001 mm). An
-  // axis that the configuration does not describe changes nothing; nothing is ever set.
+  // A soft limit of X or Y that lies beyond the measured range by more than 0.001 mm, on the side that the axis'
+  // direction chooses.
+  struct TMisfit {
+    const char* Range;  // the property
+    long double Measured;
+    long double Limit;
+  };
+  // None for an axis that the configuration does not describe.
+  [[nodiscard]] std::vector<TMisfit> Misfits(TMachineConfig& config) const;
+  // Clears IsFinished where there is a misfit; nothing is ever set.
   void CheckRange(TMachineConfig& config);
 
   long double XNeg = 0.0L;

@@ -22,7 +22,8 @@ std::int64_t DayNumber(int year, int month, int day) {
 std::optional<TDateTime> ParseTime(const std::string& text) {
   if (const auto days = ParseNumber<double>(text)) return TDateTime{*days};
   int year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0, ms = 0, end = 0;
-  const std::string trimmed(TrimXml(text));
+  std::string trimmed(TrimXml(text));
+  if (trimmed.find('.') == std::string::npos) trimmed += ".000";
   if (std::sscanf(trimmed.c_str(), "%4d-%2d-%2d %2d:%2d:%2d.%3d%n", &year, &month, &day, &hour, &minute, &second, &ms,
                   &end) != 7 ||
       static_cast<std::size_t>(end) != trimmed.size())

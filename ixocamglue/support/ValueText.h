@@ -41,7 +41,26 @@ inline constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
   return true;
 }
 
-// The whole text, without blanks or a "+". None: no number, too large for the type, or not finite.
+// Whether a number that its type cannot hold is too small for it rather than too large. `text` is a number.
+[[nodiscard]] constexpr bool IsTooSmall(std::string_view text) {
+  constexpr std::int64_t kFar = 1'000'000'000'000;
+  std::int64_t exponent = 0;
+  if (const auto mark = text.find_first_of("eE"); mark != std::string_view::npos) {
+    const bool negative = text.substr(mark + 1).starts_with('-');
+    for (const char c : text.substr(mark + 1))
+      if (c >= '0' && c <= '9' && exponent < kFar) exponent = exponent * 10 + (c - '0');
+    if (negative) exponent = -exponent;
+    text = text.substr(0, mark);
+  }
+  const auto first = text.find_first_of("123456789");
+  if (first == std::string_view::npos) return true;
+  const auto point = text.find('.');
+  const auto whole = static_cast<std::int64_t>(point == std::string_view::npos ? text.size() : point);
+  return exponent + whole - static_cast<std::int64_t>(first) < 0;
+}
+
+// The whole text, without blanks or a "+". A number that is too small for the type is 0. None: no number, too large for
+// the type, or not finite.
 template <class Number>
 [[nodiscard]] std::optional<Number> ParseExactly(std::string_view text, int base = 10) {
   Number value{};
@@ -50,9 +69,12 @@ template <class Number>
     result = std::from_chars(text.data(), text.data() + text.size(), value);
   else
     result = std::from_chars(text.data(), text.data() + text.size(), value, base);
-  if (result.ec != std::errc{} || result.ptr != text.data() + text.size()) return std::nullopt;
-  if constexpr (std::is_floating_point_v<Number>)
+  if (result.ptr != text.data() + text.size()) return std::nullopt;
+  if constexpr (std::is_floating_point_v<Number>) {
+    if (result.ec == std::errc::result_out_of_range && IsTooSmall(text)) return Number{0};
     if (value - value != 0) return std::nullopt;  // "inf", "nan"
+  }
+  if (result.ec != std::errc{}) return std::nullopt;
   return value;
 }
 

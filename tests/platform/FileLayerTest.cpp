@@ -104,13 +104,18 @@ TEST(DurableSave, KeepsModeFollowsLinksAndTakesLeftoversAway) {
   std::ofstream(real) << "old";
   fs::permissions(real, fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
   fs::create_symlink("real/machine.xml", link);
-  std::ofstream(real.string() + Format(".%d.tmp", static_cast<int>(::getpid()))) << "left by a process that was killed";
+  const pid_t killed = ::fork();
+  if (killed == 0) ::_exit(0);
+  ::waitpid(killed, nullptr, 0);
+  for (const pid_t pid : {::getpid(), killed})
+    for (const char* const name : {"", ".bak"}) std::ofstream(real.string() + Format("%s.%d.tmp", name, pid)) << "left";
+  std::ofstream(real.string() + ".1.tmp") << "of a process that lives";
   EXPECT_TRUE(ReplaceFile(link.string(), "new", ".bak").Done);
   EXPECT_TRUE(fs::is_symlink(link));
   EXPECT_EQ(Content(real), "new");
   EXPECT_EQ(Content(real.string() + ".bak"), "old");
   EXPECT_EQ(static_cast<unsigned>(fs::status(real).permissions()), 0640u);
-  EXPECT_EQ(std::distance(fs::directory_iterator(dir.Path() / "real"), {}), 2);
+  EXPECT_EQ(std::distance(fs::directory_iterator(dir.Path() / "real"), {}), 3);
 }
 
 class TNumberConfig : public TXmlConfig {

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
-#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <optional>
@@ -12,6 +12,9 @@
 
 #include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/SystemError.h"
+#include "ixocamglue/support/Texts.h"
+#include "ixocamglue/support/ValueText.h"
 
 namespace ixocamglue {
 namespace {
@@ -86,6 +89,13 @@ int TPosixFiles::FlushFolder(const std::string& folder) {
   return error;
 }
 
+int TPosixFiles::List(const std::string& folder, std::vector<std::string>& names) {
+  std::error_code error;
+  for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error))
+    names.push_back(entry->path().filename().string());
+  return error.value();
+}
+
 IFileLayer& Files() {
   static TPosixFiles posix;
   IFileLayer* const installed = InstalledFiles();
@@ -119,33 +129,34 @@ class TReplacement {
 
   TReplaced Run(std::string_view bytes, std::string_view backupSuffix) {
     IFileLayer& files = Files();
-    if (const int error = ResolveLinks(FFile)) return Failed("its links cannot be followed", error);
-    FTemporary = TemporaryName();
+    if (const int error = ResolveLinks(FFile)) return Failed(Tr("its links cannot be followed"), error);
+    FTemporary = TemporaryName(FFile);
     const std::string backup = FFile + std::string(backupSuffix);
-    FBackupTemporary = backup + ".tmp";
+    FBackupTemporary = TemporaryName(backup);
+    ClearLeftovers();
 
     TFileInfo info;
     const int described = files.Describe(FFile, info);
-    if (described != 0 && described != ENOENT) return Failed("it cannot be looked at", described);
+    if (described != 0 && described != ENOENT) return Failed(Tr("it cannot be looked at"), described);
     const bool exists = described == 0;
     if (const int error = Make(FTemporary, exists ? 0600 : 0644, FHasTemporary))
-      return Failed("the temporary file cannot be made", error);
+      return Failed(Tr("the temporary file cannot be made"), error);
     if (exists)
       if (const int error = files.SetInfo(FHandle, info))
-        return Failed("its owner and mode cannot be given to the temporary file", error);
-    if (const int error = Fill(bytes)) return Failed("the temporary file cannot be written", error);
+        return Failed(Tr("its owner and mode cannot be given to the temporary file"), error);
+    if (const int error = Fill(bytes)) return Failed(Tr("the temporary file cannot be written"), error);
     if (exists)
-      if (const int error = KeepPrevious(backup)) return Failed("the previous version cannot be kept", error);
-    if (const int error = files.Rename(FTemporary, FFile)) return Failed("it cannot be replaced", error);
+      if (const int error = KeepPrevious(backup)) return Failed(Tr("the previous version cannot be kept"), error);
+    if (const int error = files.Rename(FTemporary, FFile)) return Failed(Tr("it cannot be replaced"), error);
     FHasTemporary = false;
     return FlushFolder();
   }
 
   TReplaced Add(std::string_view bytes) {
     IFileLayer& files = Files();
-    FTemporary = TemporaryName();
-    if (const int error = Make(FTemporary, 0644, FHasTemporary)) return Failed("it cannot be created", error);
-    if (const int error = Fill(bytes)) return Failed("it cannot be written", error);
+    FTemporary = TemporaryName(FFile);
+    if (const int error = Make(FTemporary, 0644, FHasTemporary)) return Failed(Tr("it cannot be created"), error);
+    if (const int error = Fill(bytes)) return Failed(Tr("it cannot be written"), error);
     int error = files.Link(FTemporary, FFile);
     if (NoLinks(error)) {  // the look and the rename are two steps there
       TFileInfo info;
@@ -153,13 +164,27 @@ class TReplacement {
       FHasTemporary = error != 0;
     }
     if (error == EEXIST) return {true, {}};
-    if (error != 0) return Failed("it cannot be created", error);
+    if (error != 0) return Failed(Tr("it cannot be created"), error);
     return FlushFolder();
   }
 
  private:
-  [[nodiscard]] std::string TemporaryName() const {
-    return Format("%s.%d.tmp", FFile.c_str(), static_cast<int>(::getpid()));
+  [[nodiscard]] static std::string TemporaryName(const std::string& file) {
+    return Format("%s.%d.tmp", file.c_str(), static_cast<int>(::getpid()));
+  }
+
+  // "<file>.123.tmp" and "<file>.bak.123.tmp" of a process 123 that is no more.
+  void ClearLeftovers() const {
+    std::vector<std::string> names;
+    if (Files().List(Folder(FFile), names) != 0) return;
+    constexpr std::string_view kEnd = ".tmp";
+    const std::string start = FFile.substr(FFile.rfind('/') + 1) + ".";
+    for (const std::string& name : names) {
+      if (!name.starts_with(start) || !name.ends_with(kEnd)) continue;
+      const std::string_view stem = std::string_view(name).substr(0, name.size() - kEnd.size());
+      const auto pid = ParseExactly<std::int32_t>(stem.substr(stem.rfind('.') + 1));
+      if (pid && *pid > 0 && ::kill(*pid, 0) != 0 && errno == ESRCH) Files().Remove(Folder(FFile) + "/" + name);
+    }
   }
 
   [[nodiscard]] static bool NoLinks(int error) {
@@ -168,12 +193,13 @@ class TReplacement {
 
   [[nodiscard]] TReplaced FlushFolder() const {
     if (const int error = Files().FlushFolder(Folder(FFile)))
-      return {true, Format("%s: saved, but its folder could not be flushed: %s", FFile.c_str(), std::strerror(error))};
+      return {true, Format(Tr("%s: saved, but its folder could not be flushed: %s"), FFile.c_str(),
+                           SystemErrorText(error).c_str())};
     return {true, {}};
   }
 
   [[nodiscard]] TReplaced Failed(const char* what, int error) const {
-    return {false, Format("%s: %s: %s", FFile.c_str(), what, std::strerror(error))};
+    return {false, Format("%s: %s: %s", FFile.c_str(), what, SystemErrorText(error).c_str())};
   }
 
   // A leftover of a process that was killed is removed: callers of one process take turns, and other processes have

@@ -4,10 +4,12 @@
 // replacements of the same file are kept apart by their caller.
 #pragma once
 
+#include <cerrno>
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "ixocamglue/platform/ports/Installed.h"
 
@@ -38,6 +40,8 @@ class IFileLayer {
   virtual int Rename(const std::string& from, const std::string& to) = 0;
   virtual int Remove(const std::string& path) = 0;
   virtual int FlushFolder(const std::string& folder) = 0;
+  // What stands in the folder. A layer that cannot say leaves what killed processes have left.
+  virtual int List(const std::string&, std::vector<std::string>&) { return ENOTSUP; }
 };
 
 class TPosixFiles final : public IFileLayer {
@@ -54,6 +58,7 @@ class TPosixFiles final : public IFileLayer {
   int Rename(const std::string& from, const std::string& to) override;
   int Remove(const std::string& path) override;
   int FlushFolder(const std::string& folder) override;
+  int List(const std::string& folder, std::vector<std::string>& names) override;
 };
 
 IXO_DECLARE_SERVICE(IFileLayer, InstalledFiles);
@@ -68,8 +73,8 @@ struct TReplaced {
 // Replaces the file's content so that a crash at any moment leaves the old or the new file whole: temporary file beside
 // it (exclusive creation; mode and owner kept), flush, the previous version kept under `file` + `backupSuffix`, rename,
 // flush of the folder. A symbolic link stays, its target is replaced. A failure before the rename leaves the old file
-// as it was and removes the temporary; a folder that could not be flushed leaves the new file and says so. A file that
-// is not there yet is created, without a previous version.
+// as it was and removes the temporary; temporaries of processes that were killed are removed too; a folder that could
+// not be flushed leaves the new file and says so. A file that is not there yet is created, without a previous version.
 [[nodiscard]] TReplaced ReplaceFile(const std::string& file, std::string_view bytes, std::string_view backupSuffix);
 
 // Makes a file that is not there yet, whole and durable. A file of this name stays as it is: done.

@@ -89,8 +89,8 @@ void TSlaveConfig::Publish(TPublisher& p) {
   p.Field("Name", Name, "", kOptional);
   p.Field("Identity", Identity, "", kOptional);
   p.Field("ProductNo", ProductNo, 0, kOptional).Within(0, std::numeric_limits<std::int32_t>::max());
-  p.Field("DACount", DACount, 0, kOptional).Within(0, kMaxChannels - 1);
-  p.Field("ADCount", ADCount, 0, kOptional).Within(0, kMaxChannels - 1);
+  p.Field("DACount", DACount, 0, kOptional).Within(0, kMaxChannels);
+  p.Field("ADCount", ADCount, 0, kOptional).Within(0, kMaxChannels);
   p.Field("ExtIO", ExtIO, false, kOptional).Within(bdSwitch);
   p.Field("HeadDesc", HeadDesc, "", kOptional);
 }
