@@ -45,6 +45,9 @@ struct TControllerOptions {
   std::string Language = "zh";
   std::uint64_t Seed = 1;
   bool Realtime = false;
+  // Virtual time: this controller will save the machine file. It keeps the file to itself while it lives, as every
+  // controller in real time does (TXmlConfig::Hold).
+  bool SavesMachineFile = false;
   // Where the virtual clock's two counts start.
   std::uint32_t FirstTick = TVirtualClock::kFirstTick;
   std::uint64_t FirstMs = 0;
@@ -63,7 +66,8 @@ struct TControllerOptions {
 
 class TController {
  public:
-  // Throws EProblem (pbUnusable) when a file, the machine or the alarm store cannot be used; then nothing is installed.
+  // Throws EProblem (pbUnusable) when a file, the machine or the alarm store cannot be used, and (pbRefused) when
+  // another process has kept the machine file to itself for 2 s; then nothing is installed.
   explicit TController(TControllerOptions options);
   ~TController();
   TController(const TController&) = delete;
@@ -117,7 +121,7 @@ class TController {
   [[nodiscard]] TCustomMotionState& MotionState();
   // Called on the state thread after each change of state. Set before the loop runs.
   void OnState(TNcStateFramework::TObserver observer);
-  // Locale entries that were refused, and why the language could not be selected.
+  // Locale entries that were refused, why the language could not be selected, and why the machine file cannot be saved.
   [[nodiscard]] const std::vector<std::string>& Notices() const;
 
  private:

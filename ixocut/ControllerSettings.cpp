@@ -43,6 +43,7 @@ TControllerOptions TControllerSettings::Options(ILogSink* sink) const {
   options.Language = Language;
   options.Seed = Seed;
   options.Realtime = Realtime;
+  options.SavesMachineFile = Saves;
   if (sink) options.Sinks = {sink};
   options.EndFailed = [](const TProblem& problem, bool processEnds) {
     if (processEnds)

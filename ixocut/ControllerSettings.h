@@ -26,6 +26,7 @@ struct TControllerSettings {
   std::string Language = "zh";
   std::uint64_t Seed = 1;
   bool Realtime = false;
+  bool Saves = false;  // the command saves the machine file
 
   // The user's machine file. Throws EProblem when it cannot be made.
   [[nodiscard]] std::filesystem::path MachineFile() const;

@@ -87,16 +87,31 @@ void TWholeConfig::Publish(TPublisher& p) {
 TMachineFile::TMachineFile() { InitCamConfigs(FConfig); }
 TMachineFile::~TMachineFile() { FreeAssistConfig(); }
 
-void TMachineFile::Load(const std::filesystem::path& file) { FConfig.Load(file).OrThrow(pbUnusable); }
+void TMachineFile::Load(const std::filesystem::path& file, TXmlDetail detail) {
+  FConfig.Load(file, mfRefused, detail).OrThrow(pbUnusable);
+}
+
+void TMachineFile::Hold(const std::filesystem::path& file) {
+  if (const TLockState lock = FConfig.Hold(file); lock != lsHeld)
+    throw EProblem(lock == lsBusy ? pbRefused : pbUnusable, FConfig.HoldProblem());
+}
 
 int RunConfigCheck(const std::filesystem::path& file, bool all, std::ostream& out) {
   TMachineFile machine;
-  machine.Load(file);
+  machine.Load(file, xdPlaces);
   auto findings = CheckDocument(machine.Config().Document(), machine.Config());
   std::vector<TProblem> fatal;
   std::vector<TProblem> outside;
   const TMachineBounds bounds = machine.Bounds(fatal);
   CheckRecord(machine.Config().Root(), machine.Config(), bounds, outside);
+  if (FStrokeCfg->IsFinished)
+    for (const auto& [range, measured, limit] : FStrokeCfg->Misfits(machine.Config()))
+      outside.push_back({.What = Format(Tr("%s mm was measured, which is less than the soft limit of %s mm"),
+                                        ValueText(static_cast<double>(measured)).c_str(),
+                                        ValueText(static_cast<double>(limit)).c_str()),
+                         .Where = std::string("StrokeMeasurement/") + range,
+                         .Why = {},
+                         .Remedy = {}});
   AddFindings(machine.Config().Document(), fatal, findings);
   AddFindings(machine.Config().Document(), outside, findings);
   std::size_t faults = 0;
@@ -154,10 +169,12 @@ int RunConfigGet(const std::filesystem::path& file, const std::string& path, std
 int RunConfigSet(const std::filesystem::path& file, const std::string& path, const std::string& value,
                  std::ostream& out) {
   TMachineFile machine;
+  machine.Hold(file);
   machine.Load(file);
   std::vector<TProblem> wrong;  // elsewhere in the file; `check` names it
   const TMachineBounds bounds = machine.Bounds(wrong);
   SetProperty(machine.Config(), path, value, &bounds).OrThrow(pbRequest);
+  machine.Config().DropDocument();
   const std::string unsure = machine.Config().Save().OrThrow(pbUnusable);
   if (!unsure.empty()) std::cerr << "ixocut config: " << unsure << std::endl;
   const auto views = ViewProperties(machine.Config(), false);
@@ -221,10 +238,13 @@ int RunConfigSchema(bool json, std::ostream& out) {
 
 int RunConfigRestore(const std::filesystem::path& file, std::ostream& out) {
   TMachineFile machine;
+  machine.Hold(file);
   (void)machine.Config().Load(file);  // whether it can be read or not
-  machine.Config().Restore().OrThrow(pbUnusable);
-  out << file.string() << ": the previous version is back; what was replaced is kept as " << file.string()
-      << ".broken\n";
+  const std::string kept = machine.Config().Restore().OrThrow(pbUnusable);
+  out << (kept.empty() ? Format(Tr("%s: is the previous version already; nothing was changed"), file.c_str())
+                       : Format(Tr("%s: the previous version is back; what was replaced is kept as %s"), file.c_str(),
+                                kept.c_str()))
+      << '\n';
   return kExitSuccess;
 }
 

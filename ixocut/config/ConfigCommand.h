@@ -43,7 +43,10 @@ class TMachineFile {
   TMachineFile(const TMachineFile&) = delete;
   TMachineFile& operator=(const TMachineFile&) = delete;
   // Throws EProblem, exit code 3, when the file cannot be loaded.
-  void Load(const std::filesystem::path& file);
+  void Load(const std::filesystem::path& file, TXmlDetail detail = xdValues);
+  // Before the load of a file that is to be changed. Throws EProblem: exit code 1 when another process keeps it to
+  // itself for longer than 2 s, 3 when it cannot be locked.
+  void Hold(const std::filesystem::path& file);
   TMachineConfig& Config() { return FConfig; }
   // What the machine that the file describes can do, and what keeps it from starting.
   [[nodiscard]] TMachineBounds Bounds(std::vector<TProblem>& problems) const {

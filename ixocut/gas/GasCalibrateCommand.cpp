@@ -296,6 +296,7 @@ int RunCalibrate(const TCalibrateOptions& options, std::ostream& out) {
 
 void AddGasCalibrateCommand(CLI::App& gas, TCommandRun& run) {
   const auto options = std::make_shared<TCalibrateOptions>();
+  options->Saves = true;
   CLI::App* const command = gas.add_subcommand("calibrate", "Measure the valves' curves on the simulated machine");
   command->add_option("--gas", options->Gases, std::string("The gases, separated by commas: ") + kGasHelp)
       ->required()

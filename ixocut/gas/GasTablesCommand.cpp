@@ -34,7 +34,8 @@ struct TTablesOptions : TControllerSettings {
 // The machine file with the tables beside it; no machine runs.
 class TTables {
  public:
-  TTables(const TTablesOptions& options, TConsole& console) : FController(Options(options, console)) {
+  TTables(const TTablesOptions& options, TConsole& console, bool saves = false)
+      : FController(Options(options, console, saves)) {
     FStored.Open();
     FController.Logs().DrainOnce();
   }
@@ -42,8 +43,9 @@ class TTables {
   TController& Controller() { return FController; }
 
  private:
-  static TControllerOptions Options(const TTablesOptions& options, TConsole& console) {
+  static TControllerOptions Options(const TTablesOptions& options, TConsole& console, bool saves) {
     TControllerOptions session = options.Options(&console);
+    session.SavesMachineFile = saves;
     session.Supervisor = false;
     return session;
   }
@@ -105,7 +107,7 @@ int RunShow(const TTablesOptions& options, std::ostream& out) {
 int RunLoad(const TTablesOptions& options, std::ostream& out) {
   const auto gases = GasesOf(options);
   TConsole console(out, options.Json, false);
-  TTables tables(options, console);
+  TTables tables(options, console, true);
   TZemGasAdjustModel& model = *GZemGasAdjustModel();
   bool all = true;
   auto messages = nlohmann::ordered_json::array();

@@ -131,6 +131,7 @@ void AddKnobCommand(CLI::App& program, TCommandRun& run) {
            {"ixocut knob show", "ixocut knob state high", "ixocut knob speed normal --xy 120 --z 40"}});
   const auto add = [&](const std::string& name, const char* about, TKnobDo what, std::vector<const char*> examples) {
     const auto options = std::make_shared<TKnobOptions>();
+    options->Saves = what != TKnobDo::Show;
     CLI::App* const command = knob->add_subcommand(name, about);
     if (what != TKnobDo::Show)
       command->add_option("LEVEL", options->Level, Tr("low, normal or high"))->required()->type_name("");

@@ -86,6 +86,7 @@ int RunPanel(const TPanelOptions& options, std::ostream& out) {
   sessionOptions.Realtime = true;
   const TSignalStop signals;
   TController session(sessionOptions);
+  for (const std::string& notice : session.Notices()) LogMsg(lkWarning, 0, notice, "TPHost");
   session.StartThreads();
   TPanelTerminalOptions terminal;
   if (!options.Form.empty()) terminal.Form = options.Form;

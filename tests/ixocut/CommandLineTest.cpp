@@ -152,7 +152,7 @@ TEST_F(CommandLine, AMachineFileThatCannotBeUsedIsNamedWithItsPlace) {
       {Write("range.xml", "<MachineConfig><Laser EmissionOnDelay=\"-1\"/></MachineConfig>"), "EmissionOnDelay"},
   };
   for (const auto& c : cases) {
-    const TRun run = Ixocut("shot --machine '" + c.File.string() + "'");
+    const TRun run = Ixocut("shot --lang en --machine '" + c.File.string() + "'");
     EXPECT_EQ(run.ExitCode, 3) << c.File;
     EXPECT_EQ(run.Out, "") << c.File;
     EXPECT_THAT(run.Err, HasSubstr(c.Text)) << c.File;
@@ -179,11 +179,11 @@ TEST_F(CommandLine, TheUsersMachineFileIsMadeOnceAndTheExampleStaysUntouched) {
 
 TEST_F(CommandLine, AStateFolderThatCannotBeUsedIsNamed) {
   Write("file", "");
-  const TRun below = Ixocut("shot --state '" + (FDir.Path() / "file" / "state").string() + "'");
+  const TRun below = Ixocut("shot --lang en --state '" + (FDir.Path() / "file" / "state").string() + "'");
   EXPECT_EQ(below.ExitCode, 3);
   EXPECT_THAT(below.Err, HasSubstr("file/state: the folder cannot be created"));
 
-  const TRun noData = Ixocut("shot", "IXOCUT_DATA=/nonexistent");
+  const TRun noData = Ixocut("shot --lang en", "IXOCUT_DATA=/nonexistent");
   EXPECT_EQ(noData.ExitCode, 3);
   EXPECT_THAT(noData.Err, HasSubstr("/nonexistent/machines/machine.xml: the example cannot be read"));
 

@@ -91,6 +91,7 @@ void TConfigSection::LoadOver(TXmlSubConfig& record) const {
 }
 
 TMachineConfig::TMachineConfig() : TXmlConfig("MachineConfig") {
+  RestoredBy("ixocut config restore");
   AddSubConfig("Axes", FAxes);
   AddSubConfig("Gantry", FGantry);
   AddSubConfig("GasList", FGasList);

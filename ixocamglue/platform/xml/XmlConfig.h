@@ -3,15 +3,21 @@
 // The document is the file: a save reads the file again, writes the known values into that tree and replaces the file,
 // so that whatever the records do not know survives. A save that changes nothing writes nothing. See FileLayer.h for
 // what a crash leaves.
+//
+// Two processes lose nothing of each other: whoever saves has the file's lock (support/FileLock.h), for as long as it
+// lives when it asked for that with Hold, else for the save alone. A save without Hold is refused when the file is no
+// longer the one that was loaded, and waits for nobody. A load takes no lock, since a file is replaced in one step.
 #pragma once
 
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "ixocamglue/platform/xml/XmlSubConfig.h"
+#include "ixocamglue/support/FileLock.h"
 #include "ixocamglue/support/Locks.h"
 
 namespace ixocamglue {
@@ -32,7 +38,15 @@ class TXmlConfig : public TXmlSubConfig {
   // Initialises every record, reads the file and calls the hooks of OnLoaded. With a problem, which names file, line
   // and column, everything has its defaults, and saves are refused until a load succeeds or Restore. A missing file
   // that means defaults is created by the first save.
-  TResult<> Load(const std::filesystem::path& file, TMissingFile missing = mfRefused);
+  TResult<> Load(const std::filesystem::path& file, TMissingFile missing = mfRefused, TXmlDetail detail = xdValues);
+
+  // Keeps other processes from saving the file until this configuration dies or holds another; before its load, by who
+  // will save it. Waits at most `waitMs`. With lsImpossible the configuration can be used, and saves are refused.
+  TLockState Hold(const std::filesystem::path& file, std::uint32_t waitMs = kFileLockWaitMs);
+  // The same for as long as it is loaded, by who saves nothing: waits for nobody, and makes no lock file.
+  TLockState HoldToRead(const std::filesystem::path& file);
+  void LetGo();
+  [[nodiscard]] const TProblem& HoldProblem() const { return FHeld.Problem(); }
 
   // With a value the file holds the present values; the value is what could not be made sure of (the flush of the
   // folder), mostly empty. It and a problem are logged too. Any thread; callers take turns.
@@ -40,9 +54,10 @@ class TXmlConfig : public TXmlSubConfig {
   // The same for one record whose properties belong to the document element; whatever else stands in the file stays.
   TResult<std::string> SaveAlone(TXmlSubConfig& record);
 
-  // Puts the previous version back in the place of the file, which is kept under `File()` + ".broken", and loads it.
-  // A problem when there is no previous version that can be read; then nothing was changed.
-  TResult<> Restore();
+  // Puts the previous version back in the place of the file, and loads it. What was replaced is kept under the first
+  // free name of "<file>.broken", "<file>.broken2" ..., which is the value; empty when the file was the previous
+  // version already. A problem when there is no previous version that can be read; then nothing was changed.
+  TResult<std::string> Restore();
 
   // Gives a file that Load refused a free name beside it ("<file>.broken", "<file>.broken2" ...), so that a save makes
   // a new one. The records stay as they are. A problem when it was not possible; then nothing was changed.
@@ -55,23 +70,39 @@ class TXmlConfig : public TXmlSubConfig {
   void OnDying(std::function<void()> hook) { FDyingHooks.push_back(std::move(hook)); }
 
   [[nodiscard]] const std::filesystem::path& File() const { return FFile; }
-  // The file as it was loaded; an empty document without one.
+  // The file as it was loaded; an empty document without one. It has a text and places only with xdPlaces.
   [[nodiscard]] const TXmlDocument& Document() const { return *FLoaded; }
+  // For who has read all that he wants: the records stay, Document() is empty from here on.
+  void DropDocument() { FLoaded = std::make_unique<TXmlDocument>(); }
 
  protected:
+  // How a person gets the previous version back, for the problem of a file that cannot be loaded; empty: by hand.
+  void RestoredBy(const char* command) { FRestoreCommand = command; }
+  [[nodiscard]] bool KeepsUnknown() const override { return false; }  // Document() has them
   void Die();  // the hooks, then the records; for the destructor of an owner whose own members are their globals
 
  private:
-  TResult<> Read(const std::string& file, TXmlDocument& document, bool& missing, TXmlDetail detail = xdAll) const;
+  // What a file held, to see whether it is still the same; none: it was missing.
+  using TPrint = std::optional<std::size_t>;
+
+  TResult<> Read(const std::string& file, TXmlDocument& document, bool& missing, TPrint& print,
+                 TXmlDetail detail = xdAll) const;
+  [[nodiscard]] TProblem WithBackup(TProblem problem) const;
+  [[nodiscard]] TResult<> LockForSave(TFileLock& lock) const IXO_REQUIRES(FSaving);
   TResult<std::string> SaveLocked(TXmlSubConfig& record) IXO_REQUIRES(FSaving);
+  TResult<std::string> RestoreLocked() IXO_REQUIRES(FSaving);
+  [[nodiscard]] static std::string FreeName(const std::string& file);
 
   const std::string FRootName;
   std::filesystem::path FFile;
   std::unique_ptr<TXmlDocument> FLoaded;
   std::vector<std::function<void()>> FHooks;
   std::vector<std::function<void()>> FDyingHooks;
-  TCriticalSection FSaving;                      // the file, and FRefused
+  const char* FRestoreCommand = "";
+  TFileLock FHeld;
+  TCriticalSection FSaving;                      // the file, and what follows
   std::string FRefused IXO_GUARDED_BY(FSaving);  // why nothing is saved
+  TPrint FPrint IXO_GUARDED_BY(FSaving);         // of the file as last loaded or saved
 };
 
 }  // namespace ixocamglue

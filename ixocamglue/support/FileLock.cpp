@@ -1,0 +1,100 @@
+#include "ixocamglue/support/FileLock.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/SystemError.h"
+#include "ixocamglue/support/Texts.h"
+#include "ixocamglue/support/ValueText.h"
+
+namespace ixocamglue {
+namespace {
+
+constexpr auto kRetry = std::chrono::milliseconds(3);
+
+int TryLock(int handle) {
+  int result = 0;
+  do result = ::flock(handle, LOCK_EX | LOCK_NB);
+  while (result != 0 && errno == EINTR);
+  return result == 0 ? 0 : errno;
+}
+
+// The process that wrote its number into the lock file; 0 when none is there, or it is no more.
+pid_t HolderOf(int handle) {
+  char text[32];
+  const auto size = ::pread(handle, text, sizeof text, 0);
+  const auto pid =
+      ParseNumber<std::int32_t>(std::string_view(text, static_cast<std::size_t>(std::max<::ssize_t>(size, 0))));
+  if (!pid || *pid <= 0 || (::kill(*pid, 0) != 0 && errno == ESRCH)) return 0;
+  return *pid;
+}
+
+}  // namespace
+
+TLockState TFileLock::Take(const std::string& file, std::uint32_t waitMs) { return Take(file, waitMs, true); }
+
+TLockState TFileLock::TakeToRead(const std::string& file) { return Take(file, 0, false); }
+
+TLockState TFileLock::Take(const std::string& file, std::uint32_t waitMs, bool make) {
+  Release();
+  const auto slash = file.rfind('/');
+  const std::string folder = slash == std::string::npos ? "." : file.substr(0, slash + 1);
+  if (::access(folder.c_str(), W_OK) != 0) return Fail(lsImpossible, file, SystemErrorText(errno));
+  const std::string path = file + ".lock";
+  FHandle = ::open(path.c_str(), O_RDWR | (make ? O_CREAT : 0) | O_CLOEXEC | O_NOFOLLOW, 0666);
+  if (FHandle < 0 && errno == ENOENT && !make) return FState;
+  if (FHandle < 0) {  // another user's; a lock needs no more than to read
+    const int error = errno;
+    FHandle = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    struct stat status {};
+    if (FHandle < 0 || ::fstat(FHandle, &status) != 0 || !S_ISREG(status.st_mode))
+      return Fail(lsImpossible, file, SystemErrorText(error));
+  }
+  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(waitMs);
+  int error = TryLock(FHandle);
+  while (error == EWOULDBLOCK && std::chrono::steady_clock::now() < end) {
+    std::this_thread::sleep_for(kRetry);
+    error = TryLock(FHandle);
+  }
+  if (error == EWOULDBLOCK) {
+    const pid_t holder = HolderOf(FHandle);
+    return Fail(lsBusy, file, holder > 0 ? Format(Tr("process %d"), static_cast<int>(holder)) : Tr("another process"));
+  }
+  if (error != 0) return Fail(lsImpossible, file, SystemErrorText(error));
+  // The number is for those who are refused; without it they are told of Tr("another process").
+  const std::string pid = ValueText(static_cast<std::int32_t>(::getpid())) + "\n";
+  if (::ftruncate(FHandle, 0) == 0) (void)!::pwrite(FHandle, pid.data(), pid.size(), 0);
+  return FState = lsHeld;
+}
+
+void TFileLock::Release() {
+  if (FHandle >= 0) ::close(FHandle);
+  FHandle = -1;
+  FState = lsFree;
+  FProblem = {};
+}
+
+TLockState TFileLock::Fail(TLockState state, const std::string& file, std::string why) {
+  Release();
+  if (state == lsBusy)
+    FProblem = {.What = Format(Tr("the file is in use by %s"), why.c_str()),
+                .Where = file,
+                .Why = Tr("a controller that runs on it, or a command that changes it, keeps it to itself"),
+                .Remedy = Tr("try again when that has ended")};
+  else
+    FProblem = {.What = Tr("the file cannot be locked against other programs, so nothing is saved to it"),
+                .Where = file,
+                .Why = std::move(why),
+                .Remedy = Tr("let its folder be written to")};
+  return FState = state;
+}
+
+}  // namespace ixocamglue

@@ -1,0 +1,50 @@
+// One process at a time on a file that is read, changed and replaced. An advisory lock (flock) on "<file>.lock" beside
+// it, because the file itself is another one after each save; the kernel frees it when its process ends, however it
+// ends. The lock file stays. One object, one thread.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "ixocamglue/support/Problem.h"
+
+namespace ixocamglue {
+
+enum class TLockState : std::uint8_t {
+  lsFree,
+  lsHeld,
+  lsBusy,       // another has it
+  lsImpossible  // its folder is not written to, a lock file can be neither made nor opened, or there are no locks
+};
+using enum TLockState;
+
+// What other programs wait for a file that is being changed; a state thread never waits.
+inline constexpr std::uint32_t kFileLockWaitMs = 2000;
+
+class TFileLock {
+ public:
+  TFileLock() = default;
+  ~TFileLock() { Release(); }
+  TFileLock(const TFileLock&) = delete;
+  TFileLock& operator=(const TFileLock&) = delete;
+
+  // Waits at most `waitMs` of real time, on whatever clock the process runs. What was held before is released.
+  TLockState Take(const std::string& file, std::uint32_t waitMs);
+  // For who only reads: waits for nobody, and makes no lock file; lsFree where there is none.
+  TLockState TakeToRead(const std::string& file);
+  void Release();
+  [[nodiscard]] TLockState State() const { return FState; }
+  [[nodiscard]] bool Held() const { return FState == lsHeld; }
+  // Why it is busy, with the holder's process number, or impossible.
+  [[nodiscard]] const TProblem& Problem() const { return FProblem; }
+
+ private:
+  TLockState Take(const std::string& file, std::uint32_t waitMs, bool make);
+  [[nodiscard]] TLockState Fail(TLockState state, const std::string& file, std::string why);
+
+  int FHandle = -1;
+  TLockState FState = lsFree;
+  TProblem FProblem;
+};
+
+}  // namespace ixocamglue
