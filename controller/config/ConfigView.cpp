@@ -2,7 +2,12 @@
 
 #include <algorithm>
 #include <cmath>
+#include <map>
+#include <unordered_map>
+#include <unordered_set>
+#include <utility>
 
+#include "ixocamglue/platform/xml/MachineConfig.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Nearest.h"
 
@@ -126,24 +131,13 @@ std::size_t ElementOffset(const TXmlNode& node) {
   return static_cast<std::size_t>(std::max<std::ptrdiff_t>(node.Offset(), 0));
 }
 
-// The XML library keeps the places of elements only; within a start tag a name is found by looking for it outside the
-// quotation marks.
+// Of the attribute of this name; without one, of the element.
 std::size_t AttributeOffset(const TXmlDocument& document, const TXmlNode& node, std::string_view name) {
-  const std::string& text = document.Text();
-  const std::size_t start = ElementOffset(node);
-  char quote = 0;
-  for (std::size_t i = start; i < text.size() && (quote != 0 || text[i] != '>'); ++i) {
-    if (quote != 0) {
-      if (text[i] == quote) quote = 0;
-    } else if (text[i] == '"' || text[i] == '\'') {
-      quote = text[i];
-    } else if (i > start && TrimXml(text.substr(i - 1, 1)).empty() && text.compare(i, name.size(), name) == 0 &&
-               i + name.size() < text.size() &&
-               (text[i + name.size()] == '=' || TrimXml(text.substr(i + name.size(), 1)).empty())) {
-      return i;
-    }
-  }
-  return start;
+  const auto attributes = node.Attributes();
+  const auto offsets = document.AttributeOffsets(node);
+  for (std::size_t i = 0; i < std::min(attributes.size(), offsets.size()); ++i)
+    if (attributes[i].Name == name) return offsets[i];
+  return ElementOffset(node);
 }
 
 class TChecker {
@@ -156,76 +150,106 @@ class TChecker {
  public:
   TChecker(const TXmlDocument& document, std::vector<TConfigFinding>& out) : FDocument(document), FOut(out) {}
 
-  void Check(const TXmlNode& node, TXmlSubConfig& record, bool isRoot) {
+  void Check(const TXmlNode& node, TXmlSubConfig& record, const std::string& path) {
+    const bool isRoot = path.empty();
     TNames names;
     record.Publish(names);
     for (const auto& [name, sub] : record.SubConfigs()) names.Children.push_back({name, sub});
     const bool isOpen = !isRoot && names.Values.empty() && names.Children.empty() && names.Lists.empty();
     std::vector<std::string> seen;
-    for (const auto& attribute : node.Attributes()) {
-      const std::size_t at = AttributeOffset(FDocument, node, attribute.Name);
-      if (const auto* const value = Find(names.Values, attribute.Name))
-        CheckValue(*value, at, node, attribute.Name, attribute.Value, seen);
+    const auto attributes = node.Attributes();
+    const auto offsets = FDocument.AttributeOffsets(node);
+    for (std::size_t i = 0; i < attributes.size(); ++i) {
+      const std::size_t at = i < offsets.size() ? offsets[i] : ElementOffset(node);
+      if (const auto* const value = Find(names.Values, attributes[i].Name))
+        CheckValue(*value, at, path, attributes[i].Name, attributes[i].Value, seen);
       else
-        CheckForeign(names, at, node, attribute.Name, isOpen, false);
+        CheckForeign(names, at, path, attributes[i].Name, isOpen, false);
     }
-    for (const TXmlNode& child : node.Children()) CheckChild(names, node, child, seen, isOpen, isRoot);
+    const auto children = node.Children();
+    std::unordered_map<std::string, std::size_t> several, number;
+    for (const TXmlNode& child : children) ++several[Folded(child.Name())];
+    TCells cells;
+    for (const TXmlNode& child : children) {
+      const std::string folded = Folded(child.Name());
+      const std::string own = Joined(path, child.Name());
+      const std::size_t i = ++number[folded];
+      CheckChild(names, node, child, path, several[folded] > 1 ? Format("%s[%zu]", own.c_str(), i) : own, cells, seen,
+                 isOpen, isRoot);
+    }
   }
 
  private:
-  void Add(std::size_t offset, const TXmlNode& node, std::string_view name, std::string text, bool foreign = false) {
-    FOut.push_back({offset, FDocument.Place(offset), Joined(node.Path(), name), std::move(text), foreign});
+  using TCells = std::map<std::pair<std::int32_t, std::int32_t>, std::string>;  // path of the rack's item by its cell
+
+  static std::string Folded(std::string_view name) {
+    std::string text(name);
+    std::ranges::transform(text, text.begin(), FoldAscii);
+    return text;
   }
 
-  void CheckValue(const TNames::TValue& value, std::size_t at, const TXmlNode& node, std::string_view name,
+  void Add(std::size_t offset, const std::string& path, std::string_view name, std::string text, bool foreign = false) {
+    FOut.push_back({offset, FDocument.Place(offset), Joined(path, name), std::move(text), foreign});
+  }
+
+  void CheckValue(const TNames::TValue& value, std::size_t at, const std::string& path, std::string_view name,
                   const std::string_view text, std::vector<std::string>& seen) {
     if (std::ranges::find(seen, value.Name) != seen.end()) {
-      Add(at, node, name, "is there already; this one is not read");
+      Add(at, path, name, "is there already; this one is not read");
       return;
     }
     seen.emplace_back(value.Name);
-    if (std::string fault = value.Fault(text); !fault.empty()) Add(at, node, name, std::move(fault));
+    if (std::string fault = value.Fault(text); !fault.empty()) Add(at, path, name, std::move(fault));
   }
 
-  void CheckChild(TNames& names, const TXmlNode& node, const TXmlNode& child, std::vector<std::string>& seen,
-                  bool isOpen, bool isRoot) {
+  // `path` is the node's, `own` the child's.
+  void CheckChild(TNames& names, const TXmlNode& node, const TXmlNode& child, const std::string& path,
+                  const std::string& own, TCells& cells, std::vector<std::string>& seen, bool isOpen, bool isRoot) {
     const std::size_t at = ElementOffset(child);
     const std::string_view name = child.Name();
     if (const auto* const sub = Find(names.Children, name)) {
       if (std::ranges::find(seen, sub->Name) != seen.end()) {
-        Add(at, node, name, "a section of this name is there already; this one is not read");
+        Add(at, path, name, "a section of this name is there already; this one is not read");
         return;
       }
       seen.emplace_back(sub->Name);
-      Check(child, *sub->Record, false);
+      Check(child, *sub->Record, own);
     } else if (const auto* const item = Find(names.Lists, name)) {
-      Check(child, *item->Record, false);
-      if (item->Name == "PosItem") CheckCell(node, child);
+      Check(child, *item->Record, own);
+      if (item->Name == "PosItem") CheckCell(node, child, own, cells);
     } else if (const auto* const value = Find(names.Values, name); value && !child.HasElements()) {
-      CheckValue(*value, at, node, name, child.Text(), seen);
+      CheckValue(*value, at, path, name, child.Text(), seen);
     } else {
-      CheckForeign(names, at, node, name, isOpen, isRoot);
+      CheckForeign(names, at, path, name, isOpen, isRoot);
     }
   }
 
-  // An item of the nozzle rack that names no cell of it.
-  void CheckCell(const TXmlNode& grid, const TXmlNode& child) {
-    TXmlSubConfig counts;
-    counts.LoadFromXmlNode(grid);
-    TXmlSubConfig cell;
-    cell.LoadFromXmlNode(child);
-    const auto check = [&](const char* name, const char* count) {
-      const std::int32_t at = cell.GetInt(name, 0);
-      const std::int32_t most = counts.GetInt(count, 0);
-      if (at < 0 || at >= most)
-        Add(ElementOffset(child), child, name,
-            Format("%d is outside the grid (%s is %d); the item is not used", at, count, most));
+  // An item of the nozzle rack that names no cell of it, or one that another has.
+  void CheckCell(const TXmlNode& grid, const TXmlNode& child, const std::string& path, TCells& cells) {
+    const auto number = [](const TXmlNode& node, const char* name) {
+      return ParseNumber<std::int32_t>(TConfigSection(node.Handle(), "").GetText(name, "")).value_or(0);
     };
-    check("Row", "RowCount");
-    check("Col", "ColCount");
+    bool inside = true;
+    const auto check = [&](const char* name, const char* count) {
+      const std::int32_t at = number(child, name);
+      const std::int32_t most = number(grid, count);
+      if (at >= 0 && at < most) return at;
+      Add(ElementOffset(child), path, name,
+          Format("%d is outside the grid (%s is %d); the item is not used", at, count, most));
+      inside = false;
+      return at;
+    };
+    const std::int32_t row = check("Row", "RowCount");
+    const std::int32_t col = check("Col", "ColCount");
+    if (!inside || !(child.HasValue("Row") || child.HasValue("Col"))) return;
+    const auto [there, isNew] = cells.try_emplace({row, col}, path);
+    if (!isNew)
+      Add(ElementOffset(child), path, "Row",
+          Format("the cell of row %d, column %d is %s's already; the item is not used", row, col,
+                 there->second.c_str()));
   }
 
-  void CheckForeign(const TNames& names, std::size_t at, const TXmlNode& node, std::string_view name, bool isOpen,
+  void CheckForeign(const TNames& names, std::size_t at, const std::string& path, std::string_view name, bool isOpen,
                     bool isRoot) {
     if (std::ranges::any_of(names.Ignored, [&](auto ignored) { return SameFolded(ignored, name); })) return;
     for (const auto prefix : names.Prefixes)
@@ -239,9 +263,9 @@ class TChecker {
     for (const auto& item : names.Lists) nearest.Consider(item.Name);
     const char* const what = isRoot ? "unknown section" : "unknown name";
     if (!nearest.Found().empty())
-      Add(at, node, name, Format("%s; did you mean %s?", what, std::string(nearest.Found()).c_str()));
+      Add(at, path, name, Format("%s; did you mean %s?", what, std::string(nearest.Found()).c_str()));
     else
-      Add(at, node, name, what, true);
+      Add(at, path, name, what, true);
   }
 
   const TXmlDocument& FDocument;
@@ -282,15 +306,17 @@ TResult<> SetProperty(TXmlSubConfig& root, std::string_view path, const std::str
                       const TMachineBounds* machine) {
   const auto refuse = [](std::string why) { return TProblem{.What = std::move(why)}; };
   TXmlSubConfig* record = &root;
+  const TXmlSubConfig* parent = nullptr;
   std::string_view rest = path;
   for (auto slash = rest.find('/'); slash != std::string_view::npos; slash = rest.find('/')) {
     const std::string_view part = rest.substr(0, slash);
+    parent = record;
     record = record->SubConfig(part);
     if (!record) return refuse(Format("\"%s\" is no section of the configuration", std::string(part).c_str()));
     rest.remove_prefix(slash + 1);
   }
   std::size_t wrong = 0;
-  if (!IsXmlText(value, wrong)) return refuse("the value is no UTF-8 text");
+  if (!IsXmlText(value, wrong)) return refuse("the value is no UTF-8 text, or holds a control character");
   for (auto& view : ViewProperties(*record, true)) {
     if (view.Path.ends_with("<n>")) {  // any number
       view.Path.resize(view.Path.size() - 3);
@@ -305,6 +331,8 @@ TResult<> SetProperty(TXmlSubConfig& root, std::string_view path, const std::str
         return refuse(
             Format("%s is %s %s", value.c_str(), limits.IsChoice ? "not one of" : "outside", limits.Text().c_str()));
     }
+    if (std::string why = parent ? parent->RefusesInItem(*record, rest, value) : std::string(); !why.empty())
+      return refuse(std::move(why));
     if (record->SetText(rest, value)) return {};
     const std::string range = view.Range.empty() ? BoundText(bound) : view.Range;
     return refuse(
@@ -316,17 +344,17 @@ TResult<> SetProperty(TXmlSubConfig& root, std::string_view path, const std::str
 std::vector<TConfigFinding> CheckDocument(const TXmlDocument& document, TXmlSubConfig& root) {
   std::vector<TConfigFinding> findings;
   TXmlContext context;
-  TChecker(document, findings).Check(document.Root(context), root, true);
+  TChecker(document, findings).Check(document.Root(context), root, {});
   return findings;
 }
 
 void AddFindings(const TXmlDocument& document, const std::vector<TProblem>& problems,
                  std::vector<TConfigFinding>& findings) {
-  const std::vector<TConfigFinding> known = findings;
+  std::unordered_set<std::size_t> known;
+  for (const TConfigFinding& finding : findings) known.insert(finding.Offset);
   for (const TProblem& problem : problems) {
     const std::size_t offset = OffsetOf(document, problem.Where);
-    if (std::ranges::find(known, offset, &TConfigFinding::Offset) == known.end())
-      findings.push_back({offset, document.Place(offset), problem.Where, problem.What});
+    if (!known.contains(offset)) findings.push_back({offset, document.Place(offset), problem.Where, problem.What});
   }
   std::ranges::stable_sort(findings, {}, &TConfigFinding::Offset);
 }

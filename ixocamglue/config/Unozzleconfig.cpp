@@ -3,7 +3,15 @@
 #include <algorithm>
 #include <limits>
 
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/ValueText.h"
+
 namespace ixocamglue {
+namespace {
+
+std::int64_t CellKey(std::int32_t row, std::int32_t col) { return std::int64_t{row} * (std::int64_t{1} << 32) + col; }
+
+}  // namespace
 
 void TInportParamsConfig::Publish(TPublisher& p) {
   p.Field("Port", Port).Within(bdFittedInport.Or(0));
@@ -51,6 +59,22 @@ void TNozzlePosItems::Publish(TPublisher& p) {
   p.List("PosItem", FCells);
 }
 
+std::string TNozzlePosItems::RefusesInItem(const TXmlSubConfig& item, std::string_view name,
+                                           std::string_view value) const {
+  const auto* const moved = dynamic_cast<const TNozzlePosItem*>(&item);
+  const auto number = ParseNumber<std::int32_t>(value);
+  const bool isRow = SameFolded(name, "Row");
+  if (!moved || !number || !(isRow || SameFolded(name, "Col"))) return {};
+  const std::int32_t row = isRow ? *number : moved->Row;
+  const std::int32_t col = isRow ? moved->Col : *number;
+  for (std::size_t i = 0; i < FCells.Items.size(); ++i) {
+    const TNozzlePosItem& other = *FCells.Items[i];
+    if (&other != moved && other.Row == row && other.Col == col)
+      return Format("the cell of row %d, column %d is taken by PosItem[%zu]", row, col, i + 1);
+  }
+  return {};
+}
+
 TNozzlePosItem* TNozzlePosItems::GetPos(std::int32_t row, std::int32_t col) {
   if (row < 0 || row >= FRowCount || col < 0 || col >= FColCount) return nullptr;
   FCells.Resize(FRowCount, FColCount);  // by name, a count can change without its setter
@@ -92,6 +116,15 @@ std::unique_ptr<TXmlSubConfig> TNozzlePosItems::TCells::MakeItem() const {
   return item;
 }
 
+std::unique_ptr<TNozzlePosItem> TNozzlePosItems::TCells::MakeCell(std::int32_t row, std::int32_t col) {
+  auto item = std::make_unique<TNozzlePosItem>();
+  item->Initialize();
+  item->Row = row;
+  item->Col = col;
+  TakeOver(*item, CellKey(row, col));
+  return item;
+}
+
 void TNozzlePosItems::TCells::Resize(std::int32_t rows, std::int32_t cols) {
   if (rows == FRows && cols == FCols) return;
   std::vector<std::unique_ptr<TNozzlePosItem>> items(static_cast<std::size_t>(rows * cols));
@@ -99,11 +132,7 @@ void TNozzlePosItems::TCells::Resize(std::int32_t rows, std::int32_t cols) {
     for (std::int32_t col = 0; col < cols; ++col) {
       auto& item = items[static_cast<std::size_t>(row * cols + col)];
       if (row < FRows && col < FCols) item = std::move(Items[static_cast<std::size_t>(row * FCols + col)]);
-      if (item) continue;
-      item = std::make_unique<TNozzlePosItem>();
-      item->Initialize();
-      item->Row = row;
-      item->Col = col;
+      if (!item) item = MakeCell(row, col);
     }
   Items = std::move(items);
   FRows = rows;
@@ -116,28 +145,25 @@ void TNozzlePosItems::TCells::EndLoad() {
   const std::int32_t rows = FOwner.FRowCount;
   const std::int32_t cols = FOwner.FColCount;
   std::vector<std::unique_ptr<TNozzlePosItem>> cells(static_cast<std::size_t>(rows * cols));
-  for (std::size_t i = 0; i < FRead.size(); ++i) {
-    auto& item = FRead[i];
-    if (!item->NamesItsCell() && cols > 0) {
-      item->Row = static_cast<std::int32_t>(i) / cols;
-      item->Col = static_cast<std::int32_t>(i) % cols;
+  for (const bool named : {true, false})  // those that name a cell first: each has one after a save
+    for (std::size_t i = 0; i < FRead.size(); ++i) {
+      auto& item = FRead[i];
+      if (!item || item->NamesItsCell() != named) continue;
+      if (!named && cols > 0) {
+        item->Row = static_cast<std::int32_t>(i) / cols;
+        item->Col = static_cast<std::int32_t>(i) % cols;
+      }
+      const bool inside = item->Row >= 0 && item->Row < rows && item->Col >= 0 && item->Col < cols;
+      auto* const cell = inside ? &cells[static_cast<std::size_t>(item->Row * cols + item->Col)] : nullptr;
+      if (cell && !*cell)
+        *cell = std::move(item);
+      else
+        LeaveAlone(*item, CellKey(item->Row, item->Col));
     }
-    const bool inside = item->Row >= 0 && item->Row < rows && item->Col >= 0 && item->Col < cols;
-    auto* const cell = inside ? &cells[static_cast<std::size_t>(item->Row * cols + item->Col)] : nullptr;
-    if (cell && !*cell)
-      *cell = std::move(item);
-    else
-      LeaveAlone(*item);
-  }
   FRead.clear();
   Items = std::move(cells);
-  for (std::size_t i = 0; i < Items.size(); ++i) {
-    if (Items[i]) continue;
-    Items[i] = std::make_unique<TNozzlePosItem>();
-    Items[i]->Initialize();
-    Items[i]->Row = static_cast<std::int32_t>(i) / cols;
-    Items[i]->Col = static_cast<std::int32_t>(i) % cols;
-  }
+  for (std::size_t i = 0; i < Items.size(); ++i)
+    if (!Items[i]) Items[i] = MakeCell(static_cast<std::int32_t>(i) / cols, static_cast<std::int32_t>(i) % cols);
   FRows = rows;
   FCols = cols;
 }

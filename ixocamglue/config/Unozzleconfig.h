@@ -55,13 +55,17 @@ class TNozzlePosItem : public TXmlSubConfig {
 };
 
 // The rack: RowCount x ColCount places, row-major from 0. On load an item goes to the cell it names, the first of a
-// duplicate wins, and one that names none takes its place in order; an item outside the grid stays in the file.
+// duplicate wins, and one that names none takes its place in order where that is free. What has no cell so stays in the
+// file as it is, until the grid grows over an item outside: then the cell's values take its place with the next save.
 class TNozzlePosItems : public TXmlSubConfig {
  public:
   static constexpr std::int32_t kMaxCount = 100;
 
   void Publish(TPublisher& p) override;
   void SaveToXmlNode(TXmlNode node) override;
+  // A Row or Col that would put the item onto another's cell.
+  [[nodiscard]] std::string RefusesInItem(const TXmlSubConfig& item, std::string_view name,
+                                          std::string_view value) const override;
 
   // Null outside the grid.
   [[nodiscard]] TNozzlePosItem* GetPos(std::int32_t row, std::int32_t col);
@@ -82,11 +86,14 @@ class TNozzlePosItems : public TXmlSubConfig {
     [[nodiscard]] std::size_t Size() const override { return Items.size(); }
     TXmlSubConfig& At(std::size_t index) override { return *Items[index]; }
     [[nodiscard]] std::unique_ptr<TXmlSubConfig> MakeItem() const override;
+    [[nodiscard]] bool IsOrdered() const override { return false; }  // they name their cells
     void Resize(std::int32_t rows, std::int32_t cols);
 
     std::vector<std::unique_ptr<TNozzlePosItem>> Items;
 
    private:
+    std::unique_ptr<TNozzlePosItem> MakeCell(std::int32_t row, std::int32_t col);
+
     TNozzlePosItems& FOwner;
     std::int32_t FRows = 0;  // the size that Items has
     std::int32_t FCols = 0;

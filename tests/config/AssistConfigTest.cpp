@@ -246,18 +246,43 @@ TEST_F(AssistConfig, TheRackPutsItemsWhereTheyBelongAndLeavesTheOthersInTheFile)
   const std::string saved = SaveAndRead();
   EXPECT_NE(saved.find("<PosItem Row=\"5\" Col=\"0\" X=\"50\" mine=\"1\"/>"), std::string::npos) << saved;
   EXPECT_EQ(SaveAndRead(), saved);
+  EXPECT_EQ(SetProperty(Config, "NozzleChange/NozzlePosItems/PosItem[1]/Row", "1").Problem().What,
+            "the cell of row 1, column 0 is taken by PosItem[4]");
+  EXPECT_TRUE(SetProperty(Config, "NozzleChange/NozzlePosItems/PosItem[1]/Row", "0"));
   EXPECT_TRUE(rack.SetRowCount(1));
   EXPECT_EQ(SaveAndRead().find("X=\"10\""), std::string::npos);
+  // A grid that grows over an item outside has its own values there, and so has the file: also over the second item of
+  // (1,0), whose first one is gone.
+  EXPECT_TRUE(rack.SetRowCount(6));
+  EXPECT_EQ(x(5, 0), 0.0L);
+  rack.GetPos(1, 0)->X = 7.0L;
+  const std::string grown = SaveAndRead();
+  EXPECT_NE(grown.find("<PosItem Row=\"5\" Col=\"0\" X=\"0\" mine=\"1\""), std::string::npos) << grown;
+  EXPECT_EQ(x(5, 0), 0.0L);
+  EXPECT_EQ(x(1, 0), 7.0L);
+}
+
+TEST_F(AssistConfig, TheSecondItemOfACellNeverBecomesTheFirst) {
+  ASSERT_EQ(Load("<NozzleChange><NozzlePosItems RowCount='2' ColCount='1'><PosItem Row='1' X='10'/>"
+                 "<PosItem Row='1' X='99'/><PosItem X='98'/><PosItem Row='0' X='1'/></NozzlePosItems></NozzleChange>"),
+            "");
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(FNozzleChangeCfg->NozzlePosItems.GetPos(1, 0)->X, 10.0L);
+    EXPECT_EQ(FNozzleChangeCfg->NozzlePosItems.GetPos(0, 0)->X, 1.0L);
+    EXPECT_NE(SaveAndRead().find("X=\"99\""), std::string::npos);
+  }
 }
 
 TEST_F(AssistConfig, ListsKeepTheirLimitsAndNeverReadWhatIsTheProgramsOwn) {
   ASSERT_EQ(
-      Load("<Laser><CaliResults MaxCnt='2'><CaliRst Cap='1'/><CaliRst Cap='2'/><CaliRst Cap='3' "
+      Load("<Laser><CaliResults MaxCnt='2'><CaliRst Cap='1'/><CaliRst Cap='2' Time='2026-01-02 03:04:05'/><CaliRst "
+           "Cap='3' "
            "Time='2026-01-02 03:04:05.006'/></CaliResults></Laser><MarkPoints Count='77'><MarkPoint FlagIndex='104' "
            "SystemDesc='other'/></MarkPoints><UCSOrgName UCSNum='1001' UCSName1='b' ucsname0='a' UCSNameX='c'/>"),
       "");
   ASSERT_EQ(FCaliRstCfg->Count(), 2);  // found under another section; the last two
   EXPECT_EQ(FCaliRstCfg->GetItem(0)->Cap, 2);
+  EXPECT_EQ(FormatDateTime(FCaliRstCfg->GetItem(0)->GetTime()), "2026-01-02 03:04:05.000");
   EXPECT_EQ(FormatDateTime(FCaliRstCfg->GetItem(1)->GetTime()), "2026-01-02 03:04:05.006");
   EXPECT_EQ(FCaliRstCfg->Add({}), 1);
   EXPECT_EQ(FCaliRstCfg->GetItem(0)->Cap, 3);
@@ -336,8 +361,9 @@ TEST_F(AssistConfig, StrokesThatNoLongerFitTheSoftLimitsAreNotFinished) {
     FStrokeCfg->CheckRange(Config);
     return FStrokeCfg->IsFinished;
   };
-  EXPECT_TRUE(finished(3000.0009L, 1500));
-  EXPECT_FALSE(finished(3000.002L, 1500));
+  EXPECT_TRUE(finished(2999.9995L, 1500));
+  EXPECT_TRUE(finished(3010, 1510));  // further than the limits
+  EXPECT_FALSE(finished(2999.998L, 1500));
   EXPECT_FALSE(finished(3000, 1499.9L));
 }
 

@@ -1,11 +1,14 @@
+#include <chrono>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include "controller/StateFolder.h"
+#include "fixture/Allocations.h"
 #include "fixture/Paths.h"
 #include "fixture/TempDir.h"
 #include "ixocamglue/support/Format.h"
@@ -82,6 +85,9 @@ TEST_F(ConfigCommand, CheckNamesEachFaultWithItsPlace) {
        "AutoCleanHead/CleanCount[2]/CleanCount"},
       {"<CloudCut ", "<CloudCut/><CloudCut ", "there already"},
       {"Row=\"0\" Col=\"1\"", "Row=\"0\" Col=\"7\"", "7 is outside the grid (ColCount is 2)"},
+      {"Row=\"0\" Col=\"1\"", "Row=\"0\" Col=\"0\"",
+       "the cell of row 0, column 0 is NozzleChange/NozzlePosItems/PosItem[1]'s already"},
+      {"<XPositiveRange>3050<", "<XPositiveRange>3049.9<", "StrokeMeasurement/XPositiveRange: 3049.9 mm was measured"},
       {"StepMs=\"1000\"", "StepMs=\"5\"", "Supervisor/StepMs: \"5\", outside 20 to 60000"},
       {"MoveLimitMs=\"600000\"", "MoveLimitMs=\"99\"", "Supervisor/MoveLimitMs: \"99\", outside 100 to 86400000"},
       {"EmissionJitterMs=", "EmisionJitterMs=", "unknown name; did you mean EmissionJitterMs?"},
@@ -156,6 +162,7 @@ TEST_F(ConfigCommand, AValueThatAnotherSectionBoundsIsHeldToItByCheckAndSetAndSt
       {"AutoCleanHead/CleanGasBranch", "6", "4", "not one of 0 to 3, 6"},
       {"JogZ[1]/HighJogSpeed", "300", "301", "outside 0 to 300"},
       {"Simulator/PlateZ", "120", "121", "outside 0 to 120"},
+      {"Slaves/Slave[1]/DACount", "32", "33", "outside 0 to 32"},
   };
   for (const TCase& c : cases) {
     EXPECT_EQ(RunConfigSet(File, c.Path, c.Good, Out), 0) << c.Path;
@@ -185,6 +192,8 @@ TEST_F(ConfigCommand, WhatCannotBeDoneHasItsExitCodeAndChangesNothing) {
                                     {"Laser/EmissionOnDelay", "-1"},
                                     {"Axes/Axis[2]/MaxSpeed", "0"},
                                     {"DHMode", "3"},
+                                    {"UCSOrgName/UCSName1", "a\x0B"},
+                                    {"NozzleChange/NozzlePosItems/PosItem[1]/Row", "1"},
                                     {"", ""}})
     EXPECT_EQ(ExitCode([&, p = path, v = value] { return RunConfigSet(File, p, v, Out); }), 2) << path;
   EXPECT_EQ(ExitCode([&] { return RunConfigGet(File, "Laser/Absent", Out); }), 2);
@@ -205,6 +214,56 @@ TEST_F(ConfigCommand, ACutFileIsNamedWithItsPlaceAndNeverSaved) {
     EXPECT_FALSE(machine.Config().Save());
     EXPECT_EQ(Bytes().size(), size);
   }
+}
+
+// What it takes to check, load and save a file with this many unknown attributes or sections.
+struct TEffort {
+  std::uint64_t Allocations;
+  double Seconds;
+};
+
+TEST_F(ConfigCommand, UnknownNamesCostInProportionToTheirNumber) {
+  const std::string whole = Bytes();
+  const auto effort = [&](int count, bool attributes) {
+    std::string more = "";
+    for (int i = 0; i < count; ++i) more += attributes ? Format(" u%d='1'", i) : Format("<Own%d a='1'/>\n", i);
+    std::ofstream(File, std::ios::binary) << whole;
+    Replace(attributes ? "<Blanking" : "<Blanking ", (attributes ? "<Blanking" + more : more + "<Blanking "));
+    const auto start = std::chrono::steady_clock::now();
+    const std::uint64_t before = AllocationsSoFar();
+    EXPECT_EQ(Check(), 0);
+    EXPECT_EQ(RunConfigSet(File, "AutoCleanHead/CleanCount", "4", Out), 0);
+    EXPECT_EQ(Bytes().size(), whole.size() + more.size());
+    return TEffort{AllocationsSoFar() - before,
+                   std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count()};
+  };
+  for (const bool attributes : {true, false}) {
+    const TEffort few = effort(10'000, attributes);
+    TEffort many = effort(100'000, attributes);
+    EXPECT_LT(many.Allocations, 11 * few.Allocations) << attributes;
+    if (many.Seconds > 3.0) many = effort(100'000, attributes);
+    EXPECT_LT(many.Seconds, 3.0) << attributes;  // at most 1 s
+  }
+}
+
+TEST_F(ConfigCommand, WhoSetsIsToldWhoKeepsTheFile) {
+  const std::string before = Bytes();
+  TFileLock lock;
+  ASSERT_EQ(lock.Take(File.string(), 0), lsHeld);
+  std::string why;
+  const auto start = std::chrono::steady_clock::now();
+  try {
+    (void)RunConfigSet(File, "AutoCleanHead/CleanCount", "4", Out);
+  } catch (const EProblem& e) {
+    EXPECT_EQ(ExitCodeOf(e.Blame), 1);
+    why = e.what();
+  }
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+  EXPECT_NE(why.find(Format("process %d", ::getpid())), std::string::npos) << why;
+  EXPECT_EQ(Bytes(), before);
+  EXPECT_EQ(Ixocut("shot --ms 100"), 0);  // it saves nothing
+  lock.Release();
+  EXPECT_EQ(RunConfigSet(File, "AutoCleanHead/CleanCount", "4", Out), 0);
 }
 
 TEST_F(ConfigCommand, AValueThatWasSetIsShownDiffersAndComesBack) {

@@ -1,5 +1,6 @@
 #include <filesystem>
 #include <fstream>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -32,6 +33,7 @@ class TSample : public TXmlSubConfig {
     p.Field("Count", Count, 7, TFieldRule{.Min = 0, .Max = 100});
     p.Field("Port", Port);
     p.Field("Ratio", Ratio);
+    p.Field("Scale", Scale, 2.0, kOptional);
     p.Field("Wide", Wide);
     p.Field("Text", Text, "none");
     p.Child("Part", Part);
@@ -42,6 +44,7 @@ class TSample : public TXmlSubConfig {
   std::int32_t Count = 0;
   std::uint32_t Port = 0;
   double Ratio = 0;
+  double Scale = 0;
   long double Wide = 0;
   std::string Text;
   TPart Part;
@@ -167,6 +170,12 @@ TEST_F(XmlConfig, ValuesAreReadAndWrittenInTheFormTheyCameIn) {
       {"<Sample Ratio='1e999'/>", "Ratio", "0", "Ratio=\"1e999\""},
       {"<Sample Ratio='nan'/>", "Ratio", "0", "Ratio=\"nan\""},
       {"<Sample Ratio='1e-3'/>", "Ratio", "0.001", "Ratio=\"1e-3\""},
+      {"<Sample Scale='1e-400'/>", "Scale", "0", "Scale=\"1e-400\""},
+      {"<Sample Scale='-0.00e+999'/>", "Scale", "-0", "Scale=\"-0.00e+999\""},
+      {"<Sample Scale='1000e308'/>", "Scale", "2", "Scale=\"1000e308\""},
+      {"<Sample Wide='1e-400'/>", "Wide", "1e-400", "Wide=\"1e-400\""},
+      {"<Sample Key01='b' Key1='a'/>", "Key1", "a", "Key01=\"b\" Key1=\"a\""},
+      {"<Sample key01='b' Key001='c'/>", "Key1", "b", "Key1=\"b\" Key001=\"c\""},
       {"<Sample Wide='0.1000000000000000000014'/>", "Wide", "0.1", "Wide=\"0.1000000000000000000014\""},
       {"<Sample Flag='TRUE'/>", "Flag", "True", "Flag=\"TRUE\""},
       {"<Sample Flag='2'/>", "Flag", "True", "Flag=\"2\""},
@@ -187,6 +196,10 @@ TEST_F(XmlConfig, ValuesAreReadAndWrittenInTheFormTheyCameIn) {
   Sample->Count = 8;  // changed since the load: now the text goes
   EXPECT_NE(Saved().find("Count=\"8\""), std::string::npos);
   EXPECT_NE(Bytes().find("<Part Size=\"5\"/>"), std::string::npos);
+  ASSERT_EQ(Section("<Sample Count='12ms' Key01='b' Key1='a'/>"), "");
+  EXPECT_TRUE(Sample->SetText("count", "7"));  // to its default, which the text already stood for
+  Sample->Keys.clear();
+  EXPECT_NE(Saved().find("<Sample Count=\"7\" Flag"), std::string::npos) << Bytes();
 }
 
 TEST_F(XmlConfig, EncodingAndMarkStayAndOtherEncodingsAreRefused) {
@@ -215,14 +228,62 @@ TEST_F(XmlConfig, EncodingAndMarkStayAndOtherEncodingsAreRefused) {
                                  "<Root/><Root/>",
                                  "text<Root/>",
                                  "<!DOCTYPE Root [<!ENTITY a 'b'>]><Root/>",
-                                 "<Other/>"};
+                                 "<Other/>",
+                                 "<Root>\n<?!broken?></Root>",
+                                 "<Root a='1'\n b='2' a='3'/>",
+                                 "<Root>\n&#0;</Root>",
+                                 "<Root\na='x&#x100000000;y'/>",
+                                 "<Root a='\n&#xD800;'/>",
+                                 "<Root>\n&#11;</Root>",
+                                 "<Root>\n\x0B</Root>",
+                                 "<Root>\n&#xFFFE;</Root>",
+                                 "<Root>\n\xEF\xBF\xBF</Root>"};
   for (const std::string& bytes : refused) {
     const std::string problem = Load(bytes);
-    EXPECT_TRUE(problem.starts_with(File.string() + ":")) << problem;
+    EXPECT_TRUE(problem.starts_with(File.string() + (bytes.find('\n') == std::string::npos ? ":" : ":2:"))) << problem;
     EXPECT_FALSE(Config.Save());
     EXPECT_EQ(Bytes(), bytes);
     EXPECT_EQ(Sample->Count, 7);
   }
+}
+
+TEST_F(XmlConfig, WhatOnlyLooksLikeAWrongCharacterStays) {
+  for (const char* const text : {"<Root a='&#9;&#10;&#x10FFFF;&#x;&#;&#1&amp;#0;'><Open/>",
+                                 "<!--&#0;--><Root A='1' a='2'><?pi &#0;?><Open><![CDATA[&#0;]]>&#32;</Open>"}) {
+    ASSERT_EQ(Load(std::string(text) + "</Root>"), "");
+    EXPECT_NE(Saved().find(text), std::string::npos) << Bytes();
+  }
+}
+
+TEST_F(XmlConfig, TwoConfigurationsLoseNothingOfEachOther) {
+  ASSERT_EQ(Load(kWhole), "");
+  const auto problem = [](TXmlConfig& config) {
+    const auto saved = config.Save();
+    return saved ? "" : saved.Problem().Text();
+  };
+  TXmlConfig other("Root");
+  TSample* sample = nullptr;
+  other.AddSubConfig("Sample", sample);
+  ASSERT_TRUE(other.Load(File));
+  sample->Count = 20;
+  Sample->Ratio = 1.5;
+  EXPECT_EQ(problem(other), "");
+  const std::string changed = Bytes();
+  EXPECT_NE(problem(Config).find("another program has changed the file"), std::string::npos);
+  EXPECT_EQ(Bytes(), changed);
+  ASSERT_TRUE(Config.Load(File));
+  Sample->Ratio = 1.5;
+  ASSERT_EQ(Config.Hold(File, 0), lsHeld);
+  sample->Count = 30;
+  EXPECT_NE(problem(other).find("in use by process " + std::to_string(::getpid())), std::string::npos);
+  EXPECT_EQ(other.Hold(File, 0), lsBusy);
+  EXPECT_EQ(problem(Config), "");
+  EXPECT_NE(Bytes().find("Count=\"20\" Port=\"1\" Ratio=\"1.5\""), std::string::npos) << Bytes();
+  std::filesystem::create_directory(Dir.Path() / "else.xml.lock");
+  std::filesystem::copy_file(File, Dir.Path() / "else.xml");
+  EXPECT_EQ(other.Hold(Dir.Path() / "else.xml", 0), lsImpossible);
+  ASSERT_TRUE(other.Load(Dir.Path() / "else.xml"));
+  EXPECT_NE(problem(other).find("cannot be locked"), std::string::npos);
 }
 
 TEST_F(XmlConfig, EveryTruncationIsRefusedOrLoadsAndIsNeverOverwrittenWhenRefused) {
@@ -245,11 +306,18 @@ TEST_F(XmlConfig, RestoreBringsThePreviousVersionBackAndKeepsTheBrokenFile) {
   EXPECT_FALSE(Config.Restore());  // there is no previous version yet
   Sample->Count = 9;
   ASSERT_TRUE(Config.Save());
-  ASSERT_NE(Load("<Root><Sam"), "");
-  EXPECT_TRUE(Config.Restore());
-  EXPECT_EQ(Bytes(), kWhole);
-  EXPECT_EQ(Sample->Count, 8);
-  EXPECT_TRUE(std::filesystem::exists(File.string() + ".broken"));
+  const std::string newest = Bytes();
+  const std::string broken = "<Root><Sam";
+  for (const auto& [bytes, kept] : {std::pair{newest, ".broken"}, {broken, ".broken2"}}) {
+    const std::string problem = Load(bytes);
+    EXPECT_EQ(problem.find(File.string() + ".bak") != std::string::npos, bytes == broken) << problem;
+    EXPECT_EQ(Config.Restore().Value(), File.string() + kept);
+    EXPECT_EQ(Config.Restore().Value(), "");  // it is back already
+    EXPECT_EQ(Bytes(), kWhole);
+    EXPECT_EQ(Sample->Count, 8);
+    std::ifstream in(File.string() + kept, std::ios::binary);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), bytes);
+  }
   EXPECT_TRUE(Config.Save());
 }
 

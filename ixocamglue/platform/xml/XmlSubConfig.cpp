@@ -63,6 +63,21 @@ std::optional<std::int32_t> IndexOf(std::string_view name, std::string_view pref
   return ParseNumber<std::int32_t>(digits);
 }
 
+// The entries of texts by number: of several spellings of a number the exact one, else the first.
+std::map<std::int32_t, TXmlElement::TEntry*> IndexedEntries(TXmlElement& element, std::string_view prefix) {
+  std::map<std::int32_t, TXmlElement::TEntry*> found;
+  const std::string start(prefix);
+  for (auto& entry : element.Entries()) {
+    if (!entry.Attribute && !entry.Element) continue;
+    const auto index = IndexOf(entry.Name(), prefix);
+    if (!index || !TXmlElement::IsValue(entry)) continue;
+    auto& best = found[*index];
+    const std::string exact = start + ValueText(*index);
+    if (!best || (best->Name() != exact && entry.Name() == exact)) best = &entry;
+  }
+  return found;
+}
+
 // Finds one published property or child by name, an item of a list by "Name[2]".
 class TFindPublisher final : public TFieldPublisher<TFindPublisher> {
  public:
@@ -173,11 +188,9 @@ class TLoadPublisher final : public TFieldPublisher<TLoadPublisher> {
   void Indexed(TPropName prefix, std::map<std::int32_t, std::string>& texts) override {
     ++FPublished;
     texts.clear();
-    for (auto& entry : FElement.Entries()) {
-      const auto index = IndexOf(entry.Name(), prefix.Text);
-      if (!index || !TXmlElement::IsValue(entry)) continue;
-      entry.Used = true;
-      texts.emplace(*index, TXmlElement::Text(entry, FScratch));
+    for (const auto& [index, entry] : IndexedEntries(FElement, prefix.Text)) {
+      entry->Used = true;
+      texts.emplace(index, TXmlElement::Text(*entry, FScratch));
     }
   }
 
@@ -197,6 +210,7 @@ class TLoadPublisher final : public TFieldPublisher<TLoadPublisher> {
 
   // What nobody asked for stays readable by name.
   void End() {
+    if (!FRecord.KeepsUnknown()) return;
     for (const auto& entry : FElement.Entries()) {
       if (entry.Used || !TXmlElement::IsValue(entry)) continue;
       FRecord.Extras().Values.push_back(
@@ -260,7 +274,7 @@ class TSavePublisher final : public TFieldPublisher<TSavePublisher> {
 
     enum class TOwner : std::uint8_t { Nobody, Item, Foreign };
     std::vector<TOwner> owner(there.size(), TOwner::Nobody);
-    for (const auto ordinal : list.FForeign)
+    for (const auto& [ordinal, key] : list.FForeign)
       if (InRange(ordinal, there)) owner[static_cast<std::size_t>(ordinal)] = TOwner::Foreign;
     std::vector<pugi::xml_node> nodes(list.Size());
     for (std::size_t i = 0; i < list.Size(); ++i) {
@@ -283,7 +297,7 @@ class TSavePublisher final : public TFieldPublisher<TSavePublisher> {
       TXmlSubConfig& item = list.At(i);
       if (!nodes[i])
         nodes[i] = FElement.InsertElement(itemName.Text, previous, first);
-      else if (item.FOrdinal < reached)
+      else if (list.IsOrdered() && item.FOrdinal < reached)
         FElement.MoveAfter(nodes[i], previous);
       else
         reached = item.FOrdinal;
@@ -295,23 +309,22 @@ class TSavePublisher final : public TFieldPublisher<TSavePublisher> {
   }
 
   void Indexed(TPropName prefix, std::map<std::int32_t, std::string>& texts) override {
-    std::vector<std::int32_t> written;
-    for (auto& entry : FElement.Entries()) {
+    const auto there = IndexedEntries(FElement, prefix.Text);
+    for (auto& entry : FElement.Entries()) {  // no other spelling of a text that is gone may come in its place
       if (!entry.Attribute && !entry.Element) continue;
       const auto index = IndexOf(entry.Name(), prefix.Text);
-      if (!index || !TXmlElement::IsValue(entry) || std::ranges::find(written, *index) != written.end()) continue;
-      const auto text = texts.find(*index);
-      if (text == texts.end()) {
-        FElement.Remove(entry);
+      if (index && TXmlElement::IsValue(entry) && !texts.contains(*index)) FElement.Remove(entry);
+    }
+    for (const auto& [index, text] : texts) {
+      const std::string name = std::string(prefix.Text) + ValueText(index);
+      const auto it = there.find(index);
+      if (it == there.end()) {
+        FElement.AddValue(name, text);
         continue;
       }
-      written.push_back(*index);
-      FElement.Rename(entry, std::string(prefix.Text) + ValueText(*index));
-      if (TXmlElement::Text(entry, FScratch) != text->second) FElement.SetText(entry, text->second);
+      FElement.Rename(*it->second, name);
+      if (TXmlElement::Text(*it->second, FScratch) != text) FElement.SetText(*it->second, text);
     }
-    for (const auto& [index, text] : texts)
-      if (std::ranges::find(written, index) == written.end())
-        FElement.AddValue(std::string(prefix.Text) + ValueText(index), text);
   }
 
   void WriteOnly(TPropName name, const std::string& text) override {
@@ -371,9 +384,9 @@ class TSavePublisher final : public TFieldPublisher<TSavePublisher> {
       if (isItem(child)) numbers[child.internal_object()] = number++;
     for (std::size_t i = 0; i < list.Size(); ++i) list.At(i).Extras().Saved = numbers[nodes[i].internal_object()];
     list.FSettled.clear();
-    for (const auto ordinal : list.FForeign)
+    for (const auto& [ordinal, key] : list.FForeign)
       if (InRange(ordinal, there))
-        list.FSettled.push_back(numbers[there[static_cast<std::size_t>(ordinal)].internal_object()]);
+        list.FSettled.push_back({numbers[there[static_cast<std::size_t>(ordinal)].internal_object()], key});
   }
 
   TXmlSubConfig& FRecord;
@@ -532,6 +545,8 @@ bool TXmlSubConfig::SetText(std::string_view name, std::string_view text) {
   const std::string wanted(text);
   TFindPublisher find(name, &wanted);
   Publish(find);
+  if (find.Found && !find.Refused && FExtras)  // what the file says is no longer kept, whatever the value is now
+    std::erase_if(FExtras->Unread, [&](const TExtras::TUnread& unread) { return SameFolded(unread.Name, name); });
   if (find.Found) return !find.Refused;
   if (auto* const named = Extras().Find(name)) {
     named->Text = wanted;

@@ -72,7 +72,8 @@ class TPublisher {
   virtual TFieldLine Field(TPropName name, std::string& value, const char* def = "", const TFieldRule& rule = {}) = 0;
   virtual void Child(TPropName name, TXmlSubConfig& child) = 0;
   virtual void List(TPropName itemName, TXmlListBase& list) = 0;
-  // Texts by number, stored under `prefix` and the decimal number.
+  // Texts by number, stored under `prefix` and the decimal number. Another spelling of a number ("Name01") is read
+  // where that one is missing; beside it, it is as unknown as any other name.
   virtual void Indexed(TPropName prefix, std::map<std::int32_t, std::string>& texts) = 0;
   // Written, never read.
   virtual void WriteOnly(TPropName name, const std::string& text) = 0;
@@ -187,6 +188,10 @@ class TXmlSubConfig {
   bool SetInt(std::string_view name, std::int32_t value) { return SetText(name, ValueText(value)); }
   bool SetFloat(std::string_view name, double value) { return SetText(name, ValueText(value)); }
   bool SetText(std::string_view name, std::string_view text);
+  // Why an item of this record's lists must not get that value; empty: it may. For whoever sets properties by name.
+  [[nodiscard]] virtual std::string RefusesInItem(const TXmlSubConfig&, std::string_view, std::string_view) const {
+    return {};
+  }
 
   // After a save has reached the disk: the elements of the lists are now numbered as the lists are.
   void Settle();
@@ -197,6 +202,9 @@ class TXmlSubConfig {
   // Where an added sub-record is stored that is not among the children of `own` (none when `own` itself is missing;
   // `parent` is the element that should hold it). None: nowhere yet.
   virtual TXmlNode Elsewhere(TXmlNode parent, std::string_view name) const;
+
+  // Whether values that nobody asked for are read by name too.
+  [[nodiscard]] virtual bool KeepsUnknown() const { return true; }
 
  private:
   friend class TXmlListBase;
@@ -230,16 +238,28 @@ class TXmlListBase {
   TXmlListBase() = default;
   TXmlListBase(const TXmlListBase&) = default;
   TXmlListBase& operator=(const TXmlListBase&) { return *this; }
-  // An element that is not the list's: it stays where it is in the file.
-  void LeaveAlone(const TXmlSubConfig& item) { FForeign.push_back(item.FOrdinal); }
-  void ForgetForeign() { FForeign.clear(); }
+  // Whether a save puts the elements into the order of the items.
+  [[nodiscard]] virtual bool IsOrdered() const { return true; }
+  // An element that is not the list's: it stays where it is in the file. `key` is the list's own name for it.
+  void LeaveAlone(const TXmlSubConfig& item, std::int64_t key) { FForeign.push_back({item.FOrdinal, key}); }
+  // The first element of this key that was left alone, where there is one, is the item's from now on.
+  void TakeOver(TXmlSubConfig& item, std::int64_t key) {
+    const auto it = std::ranges::find(FForeign, key, &TForeign::Key);
+    if (it == FForeign.end()) return;
+    item.FOrdinal = it->Ordinal;
+    FForeign.erase(it);
+  }
 
  private:
   friend class TXmlSubConfig;
   friend class TLoadPublisher;
   friend class TSavePublisher;
-  std::vector<std::int32_t> FForeign;
-  std::vector<std::int32_t> FSettled;  // FForeign as the save has numbered it
+  struct TForeign {
+    std::int32_t Ordinal;
+    std::int64_t Key;
+  };
+  std::vector<TForeign> FForeign;
+  std::vector<TForeign> FSettled;  // FForeign as the save has numbered it
 };
 
 // The items of one list. Indices are 0-based; a wrong one changes nothing.
