@@ -92,6 +92,59 @@ class TPugiParse {
   TCopy Copy;
 };
 
+// A machine file of 100,000 sections that nobody knows, `bytes` long.
+class TForeignSections {
+ public:
+  explicit TForeignSections(std::size_t bytes) {
+    constexpr int kSections = 100'000;
+    std::string text = ReadFile(Copy.File()).OrThrow(pbUnusable);
+    const auto end = text.rfind("</");
+    const std::string tail = text.substr(end);
+    text.resize(end);
+    const std::string filling(bytes / kSections > 30 ? bytes / kSections - 30 : 0, 'x');
+    for (int i = 0; i < kSections; ++i) {
+      const std::string name = "Own" + std::to_string(i);
+      text += '<' + name + " a='1'>" + filling + "</" + name + ">\n";
+    }
+    std::ofstream(Copy.File(), std::ios::binary) << text << tail;
+  }
+
+ protected:
+  TCopy Copy;
+};
+
+class TLoadForeign : TForeignSections {
+ public:
+  explicit TLoadForeign(std::size_t bytes = 4'000'000) : TForeignSections(bytes) {}
+  void Run() {
+    TMachineConfig config;
+    InitCamConfigs(config);
+    Check(config.Load(Copy.File()).Ok());
+  }
+  ~TLoadForeign() { FreeAssistConfig(); }
+};
+
+class TLoad62MiB : public TLoadForeign {
+ public:
+  TLoad62MiB() : TLoadForeign(std::size_t{62} * 1024 * 1024) {}
+};
+
+class TSaveForeign : TForeignSections {
+ public:
+  TSaveForeign() : TForeignSections(4'000'000) {
+    InitCamConfigs(FConfig);
+    Check(FConfig.Load(Copy.File()).Ok());
+  }
+  ~TSaveForeign() { FreeAssistConfig(); }
+  void Run() {
+    ++FNozzleCleanCfg->CleanCount;
+    Check(FConfig.Save().Ok());
+  }
+
+ private:
+  TMachineConfig FConfig;
+};
+
 // Finds each property of the records as anybody would write it: every name compared, an exact one first.
 class TScanPublisher final : public TFieldPublisher<TScanPublisher> {
  public:
@@ -203,6 +256,9 @@ std::vector<TRow> ConfigRows() {
                              .PeerName = "the bare steps",
                              .MaxRatio = 1.25}),
       Measure<TBareSave>({.Id = "bare_save"}),
+      Measure<TLoadForeign>({.Id = "config_load_foreign", .Name = "100,000 unknown sections, load", .Parts = 100'000}),
+      Measure<TSaveForeign>({.Id = "config_save_foreign", .Name = "100,000 unknown sections, save", .Parts = 100'000}),
+      Measure<TLoad62MiB>({.Id = "config_load_62", .Name = "machine file of 62 MiB, load"}),
       Measure<TMakeRecords>({.Id = "config_make", .Name = "assist records, made"}),
   };
 }
