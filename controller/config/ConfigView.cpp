@@ -131,13 +131,14 @@ std::size_t ElementOffset(const TXmlNode& node) {
   return static_cast<std::size_t>(std::max<std::ptrdiff_t>(node.Offset(), 0));
 }
 
-// Of the attribute of this name; without one, of the element.
+// Of the attribute of this name, else of the child element, else of the element itself.
 std::size_t AttributeOffset(const TXmlDocument& document, const TXmlNode& node, std::string_view name) {
   const auto attributes = node.Attributes();
   const auto offsets = document.AttributeOffsets(node);
   for (std::size_t i = 0; i < std::min(attributes.size(), offsets.size()); ++i)
     if (attributes[i].Name == name) return offsets[i];
-  return ElementOffset(node);
+  const TXmlNode child = node.Child(name);
+  return ElementOffset(child ? child : node);
 }
 
 class TChecker {

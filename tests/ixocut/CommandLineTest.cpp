@@ -183,7 +183,7 @@ TEST_F(CommandLine, AStateFolderThatCannotBeUsedIsNamed) {
   EXPECT_EQ(below.ExitCode, 3);
   EXPECT_THAT(below.Err, HasSubstr("file/state: the folder cannot be created"));
 
-  const TRun noData = Ixocut("shot --lang en", "IXOCUT_DATA=/nonexistent");
+  const TRun noData = Ixocut("shot", "IXOCUT_DATA=/nonexistent");
   EXPECT_EQ(noData.ExitCode, 3);
   EXPECT_THAT(noData.Err, HasSubstr("/nonexistent/machines/machine.xml: the example cannot be read"));
 

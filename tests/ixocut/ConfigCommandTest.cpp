@@ -85,7 +85,7 @@ TEST_F(ConfigCommand, CheckNamesEachFaultWithItsPlace) {
        "AutoCleanHead/CleanCount[2]/CleanCount"},
       {"<CloudCut ", "<CloudCut/><CloudCut ", "there already"},
       {"Row=\"0\" Col=\"1\"", "Row=\"0\" Col=\"7\"", "7 is outside the grid (ColCount is 2)"},
-      {"Row=\"0\" Col=\"1\"", "Row=\"0\" Col=\"0\"",
+      {"Row=\"0\" Col=\"1\"", "Row=\"0\" Col=\"00\"",
        "the cell of row 0, column 0 is NozzleChange/NozzlePosItems/PosItem[1]'s already"},
       {"<XPositiveRange>3050<", "<XPositiveRange>3049.9<", "StrokeMeasurement/XPositiveRange: 3049.9 mm was measured"},
       {"StepMs=\"1000\"", "StepMs=\"5\"", "Supervisor/StepMs: \"5\", outside 20 to 60000"},
