@@ -22,7 +22,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const auto file = fuzz::InputFile(data, size);
   try {
     std::ostringstream out;
-    (void)RunConfigCheck(file, true, out);
+    (void)RunConfigCheck(file, true, false, out);
     TMachineFile machine;
     machine.Load(file);
     const std::string before = Shown(machine);

@@ -2,37 +2,12 @@
 
 #include <algorithm>
 #include <cmath>
-#include <map>
-#include <unordered_map>
-#include <unordered_set>
-#include <utility>
 
-#include "ixocamglue/platform/xml/MachineConfig.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Nearest.h"
 
 namespace ixocontroller {
 namespace {
-
-template <class T>
-constexpr const char* kTypeName = nullptr;
-template <>
-constexpr const char* kTypeName<bool> = "Boolean";
-template <>
-constexpr const char* kTypeName<std::int32_t> = "Integer";
-template <>
-constexpr const char* kTypeName<std::uint32_t> = "Cardinal";
-template <>
-constexpr const char* kTypeName<double> = "Double";
-template <>
-constexpr const char* kTypeName<long double> = "Extended";
-template <>
-constexpr const char* kTypeName<std::string> = "string";
-
-std::string RangeText(const TFieldRule& rule) {
-  if (std::isinf(rule.Min) && std::isinf(rule.Max)) return {};
-  return Format("%.10g..%.10g", rule.Min, rule.Max);
-}
 
 std::string Joined(const std::string& path, std::string_view name) {
   return path.empty() ? std::string(name) : path + "/" + std::string(name);
@@ -54,8 +29,13 @@ class TViewer final : public TFieldPublisher<TViewer>, private TFieldListener {
 
   template <class T, class D>
   void Value(TPropName name, T& value, const D& def, const TFieldRule& rule) {
-    FOut.push_back(
-        {Joined(FPath, name.Text), kTypeName<T>, ValueText(T(def)), ValueText(value), RangeText(rule), FIsItem, {}});
+    FOut.push_back({Joined(FPath, name.Text),
+                    TypeName<T>(),
+                    ValueText(T(def)),
+                    ValueText(value),
+                    ixocontroller::RangeText(rule),
+                    FIsItem,
+                    {}});
   }
   void Child(TPropName name, TXmlSubConfig& child) override {
     Visit(child, FOut, Joined(FPath, name.Text), FSchema, FIsItem);
@@ -69,10 +49,12 @@ class TViewer final : public TFieldPublisher<TViewer>, private TFieldListener {
       Visit(list.At(i), FOut, Format("%s[%zu]", Joined(FPath, itemName.Text).c_str(), i + 1), FSchema, true);
   }
   void Indexed(TPropName prefix, std::map<std::int32_t, std::string>& texts) override {
-    const std::string path = Joined(FPath, prefix.Text);
-    if (FSchema) FOut.push_back({path + "<n>", "string", "", "", "", true, {}});
-    if (FSchema) return;
-    for (const auto& [index, text] : texts) FOut.push_back({path + ValueText(index), "string", "", text, "", true, {}});
+    const auto add = [&](const std::string& number, const std::string& text) {
+      const std::string path = Joined(FPath, prefix.Text) + number;
+      FOut.push_back({path, TypeName<std::string>(), "", text, "", true, {.Text = FIndexedText}});
+    };
+    if (FSchema) return add("<n>", "");
+    for (const auto& [index, text] : texts) add(ValueText(index), text);
   }
 
  private:
@@ -84,218 +66,116 @@ class TViewer final : public TFieldPublisher<TViewer>, private TFieldListener {
   const bool FIsItem;
 };
 
-// The names that a record knows.
-class TNames final : public TFieldPublisher<TNames> {
- public:
-  template <class T, class D>
-  void Value(TPropName name, T&, const D&, const TFieldRule& rule) {
-    Values.push_back({name.Text, [rule](std::string_view text) -> std::string {
-                        if constexpr (std::is_same_v<T, std::string>)
-                          return (void)rule, std::string();  // any text will do
-                        else {
-                          const auto value = ParseValue<T>(text);
-                          if (TrimXml(text).empty() || (value && rule.Allows(*value))) return {};
-                          if (!value)
-                            return Format("\"%s\" is no %s; the default is used", std::string(text).c_str(),
-                                          kTypeName<T>);
-                          return Format("%s is outside %s; the default is used", std::string(TrimXml(text)).c_str(),
-                                        RangeText(rule).c_str());
-                        }
-                      }});
+// What stands directly in a section: "CleanCount, CleanSpeed", "ClientWork/", "PosItem[]/".
+std::string ContentsOf(const std::vector<TPropertyView>& views, std::string_view section) {
+  std::string names;
+  std::string_view last;
+  for (const TPropertyView& view : views) {
+    if (view.Path.size() <= section.size() + 1 || !IsUnder(view.Path, section)) continue;
+    const std::string_view rest = std::string_view(view.Path).substr(section.size() + 1);
+    const std::string_view name =
+        rest.substr(0, rest.find('/') == std::string_view::npos ? rest.size() : rest.find('/') + 1);
+    if (name == last) continue;
+    last = name;
+    names += (names.empty() ? "" : ", ") + std::string(name);
   }
-  void Child(TPropName name, TXmlSubConfig& child) override { Children.push_back({name.Text, &child}); }
-  void List(TPropName itemName, TXmlListBase& list) override { Lists.push_back({itemName.Text, list.MakeItem()}); }
-  void Indexed(TPropName prefix, std::map<std::int32_t, std::string>&) override { Prefixes.push_back(prefix.Text); }
-  void WriteOnly(TPropName name, const std::string&) override { Ignored.push_back(name.Text); }
-
-  struct TValue {
-    std::string_view Name;
-    std::function<std::string(std::string_view)> Fault;  // of a text; empty: none
-  };
-  struct TChild {
-    std::string_view Name;
-    TXmlSubConfig* Record;
-  };
-  struct TItem {
-    std::string_view Name;
-    std::unique_ptr<TXmlSubConfig> Record;
-  };
-  std::vector<TValue> Values;
-  std::vector<TChild> Children;
-  std::vector<TItem> Lists;
-  std::vector<std::string_view> Prefixes;
-  std::vector<std::string_view> Ignored;
-};
-
-std::size_t ElementOffset(const TXmlNode& node) {
-  return static_cast<std::size_t>(std::max<std::ptrdiff_t>(node.Offset(), 0));
+  return names;
 }
 
-// Of the attribute of this name, else of the child element, else of the element itself.
-std::size_t AttributeOffset(const TXmlDocument& document, const TXmlNode& node, std::string_view name) {
-  const auto attributes = node.Attributes();
-  const auto offsets = document.AttributeOffsets(node);
-  for (std::size_t i = 0; i < std::min(attributes.size(), offsets.size()); ++i)
-    if (attributes[i].Name == name) return offsets[i];
-  const TXmlNode child = node.Child(name);
-  return ElementOffset(child ? child : node);
+// "MarkPoints/MarkPoint[3]/Enabled" as the schema names it: "MarkPoints/MarkPoint[]/Enabled".
+std::string WithoutNumbers(std::string_view path) {
+  std::string plain;
+  for (std::size_t i = 0; i < path.size(); ++i) {
+    plain += path[i];
+    if (path[i] != '[') continue;
+    const std::size_t end = path.find(']', i);
+    if (end == std::string_view::npos) return std::string(path);
+    i = end - 1;
+  }
+  return plain;
 }
 
-class TChecker {
-  template <class Items>
-  static auto* Find(const Items& items, std::string_view name) {
-    const auto it = std::ranges::find_if(items, [&](const auto& item) { return SameFolded(item.Name, name); });
-    return it == items.end() ? nullptr : &*it;
+TProblem Wrong(std::string what, std::string remedy = {}) {
+  return {.What = std::move(what), .Remedy = std::move(remedy)};
+}
+
+// What was probably meant by a path that there is not: the same name in another section, or a name that is near.
+TProblem NoSuchPath(TXmlSubConfig& root, std::string_view path, const char* what) {
+  constexpr std::size_t kMostNames = 4;
+  const std::vector<TPropertyView> views = ViewProperties(root, false);
+  std::vector<std::string> sections;
+  for (const TPropertyView& view : views)
+    for (auto slash = view.Path.find('/'); slash != std::string::npos; slash = view.Path.find('/', slash + 1))
+      if (std::string section = view.Path.substr(0, slash); sections.empty() || sections.back() != section)
+        sections.push_back(std::move(section));
+
+  std::vector<std::string_view> meant;
+  const std::string tail = "/" + std::string(path);
+  const auto ends = [&](std::string_view known) {
+    return known.size() > tail.size() && SameFolded(known.substr(known.size() - tail.size()), tail);
+  };
+  for (const TPropertyView& view : views)
+    if (ends(view.Path)) meant.push_back(view.Path);
+  TNearestName nearest(path);
+  for (const TPropertyView& view : views) nearest.Consider(view.Path);
+  for (const std::string& section : sections) nearest.Consider(section);
+  if (meant.empty() && !nearest.Found().empty()) meant.push_back(nearest.Found());
+  if (meant.empty() && path.find('/') == std::string_view::npos) {  // a misspelt name without its section
+    TNearestName name(path);
+    const auto nameOf = [](std::string_view known) { return known.substr(known.rfind('/') + 1); };
+    for (const TPropertyView& view : views) name.Consider(nameOf(view.Path));
+    for (const TPropertyView& view : views)
+      if (!name.Found().empty() && nameOf(view.Path) == name.Found()) meant.push_back(view.Path);
   }
+  std::string names;
+  for (std::size_t i = 0; i < std::min(meant.size(), kMostNames); ++i)
+    names += (i == 0 ? "" : ", ") + std::string(meant[i]);
+  return Wrong(Format(what, std::string(path).c_str()), names.empty()
+                                                            ? Tr("\"ixocut config schema\" lists what there is")
+                                                            : Format(Tr("did you mean %s?"), names.c_str()));
+}
 
- public:
-  TChecker(const TXmlDocument& document, std::vector<TConfigFinding>& out) : FDocument(document), FOut(out) {}
-
-  void Check(const TXmlNode& node, TXmlSubConfig& record, const std::string& path) {
-    const bool isRoot = path.empty();
-    TNames names;
-    record.Publish(names);
-    for (const auto& [name, sub] : record.SubConfigs()) names.Children.push_back({name, sub});
-    const bool isOpen = !isRoot && names.Values.empty() && names.Children.empty() && names.Lists.empty();
-    std::vector<std::string> seen;
-    const auto attributes = node.Attributes();
-    const auto offsets = FDocument.AttributeOffsets(node);
-    for (std::size_t i = 0; i < attributes.size(); ++i) {
-      const std::size_t at = i < offsets.size() ? offsets[i] : ElementOffset(node);
-      if (const auto* const value = Find(names.Values, attributes[i].Name))
-        CheckValue(*value, at, path, attributes[i].Name, attributes[i].Value, seen);
-      else
-        CheckForeign(names, at, path, attributes[i].Name, isOpen, false);
-    }
-    const auto children = node.Children();
-    std::unordered_map<std::string, std::size_t> several, number;
-    for (const TXmlNode& child : children) ++several[Folded(child.Name())];
-    TCells cells;
-    for (const TXmlNode& child : children) {
-      const std::string folded = Folded(child.Name());
-      const std::string own = Joined(path, child.Name());
-      const std::size_t i = ++number[folded];
-      CheckChild(names, node, child, path, several[folded] > 1 ? Format("%s[%zu]", own.c_str(), i) : own, cells, seen,
-                 isOpen, isRoot);
-    }
+// The item of a list that is not there, if the path asks for one that there could be.
+std::optional<TProblem> NoSuchItem(TXmlSubConfig& root, std::string_view path) {
+  const auto bracket = path.rfind('[');
+  if (bracket == std::string_view::npos) return std::nullopt;
+  const std::string plain = WithoutNumbers(path);
+  const auto schema = ViewProperties(root, true);
+  if (std::ranges::none_of(schema, [&](const auto& view) { return IsUnder(view.Path, plain); })) return std::nullopt;
+  // The first number in the path that there is not.
+  const auto views = ViewProperties(root, false);
+  const auto there = [&](std::string_view part) {
+    return std::ranges::any_of(views, [&](const auto& view) { return IsUnder(view.Path, part); });
+  };
+  for (auto end = path.find(']'); end != std::string_view::npos; end = path.find(']', end + 1)) {
+    const std::string_view item = path.substr(0, end + 1);
+    if (there(item)) continue;
+    const std::string_view list = item.substr(0, item.rfind('['));
+    std::size_t count = 0;
+    while (there(Format("%s[%zu]", std::string(list).c_str(), count + 1))) ++count;
+    return Wrong(Format(Tr("there is no %s: the list has %zu, counted from 1"), std::string(item).c_str(), count));
   }
-
- private:
-  using TCells = std::map<std::pair<std::int32_t, std::int32_t>, std::string>;  // path of the rack's item by its cell
-
-  static std::string Folded(std::string_view name) {
-    std::string text(name);
-    std::ranges::transform(text, text.begin(), FoldAscii);
-    return text;
-  }
-
-  void Add(std::size_t offset, const std::string& path, std::string_view name, std::string text, bool foreign = false) {
-    FOut.push_back({offset, FDocument.Place(offset), Joined(path, name), std::move(text), foreign});
-  }
-
-  void CheckValue(const TNames::TValue& value, std::size_t at, const std::string& path, std::string_view name,
-                  const std::string_view text, std::vector<std::string>& seen) {
-    if (std::ranges::find(seen, value.Name) != seen.end()) {
-      Add(at, path, name, "is there already; this one is not read");
-      return;
-    }
-    seen.emplace_back(value.Name);
-    if (std::string fault = value.Fault(text); !fault.empty()) Add(at, path, name, std::move(fault));
-  }
-
-  // `path` is the node's, `own` the child's.
-  void CheckChild(TNames& names, const TXmlNode& node, const TXmlNode& child, const std::string& path,
-                  const std::string& own, TCells& cells, std::vector<std::string>& seen, bool isOpen, bool isRoot) {
-    const std::size_t at = ElementOffset(child);
-    const std::string_view name = child.Name();
-    if (const auto* const sub = Find(names.Children, name)) {
-      if (std::ranges::find(seen, sub->Name) != seen.end()) {
-        Add(at, path, name, "a section of this name is there already; this one is not read");
-        return;
-      }
-      seen.emplace_back(sub->Name);
-      Check(child, *sub->Record, own);
-    } else if (const auto* const item = Find(names.Lists, name)) {
-      Check(child, *item->Record, own);
-      if (item->Name == "PosItem") CheckCell(node, child, own, cells);
-    } else if (const auto* const value = Find(names.Values, name); value && !child.HasElements()) {
-      CheckValue(*value, at, path, name, child.Text(), seen);
-    } else {
-      CheckForeign(names, at, path, name, isOpen, isRoot);
-    }
-  }
-
-  // An item of the nozzle rack that names no cell of it, or one that another has.
-  void CheckCell(const TXmlNode& grid, const TXmlNode& child, const std::string& path, TCells& cells) {
-    const auto number = [](const TXmlNode& node, const char* name) {
-      return ParseNumber<std::int32_t>(TConfigSection(node.Handle(), "").GetText(name, "")).value_or(0);
-    };
-    bool inside = true;
-    const auto check = [&](const char* name, const char* count) {
-      const std::int32_t at = number(child, name);
-      const std::int32_t most = number(grid, count);
-      if (at >= 0 && at < most) return at;
-      Add(ElementOffset(child), path, name,
-          Format("%d is outside the grid (%s is %d); the item is not used", at, count, most));
-      inside = false;
-      return at;
-    };
-    const std::int32_t row = check("Row", "RowCount");
-    const std::int32_t col = check("Col", "ColCount");
-    if (!inside || !(child.HasValue("Row") || child.HasValue("Col"))) return;
-    const auto [there, isNew] = cells.try_emplace({row, col}, path);
-    if (!isNew)
-      Add(ElementOffset(child), path, "Row",
-          Format("the cell of row %d, column %d is %s's already; the item is not used", row, col,
-                 there->second.c_str()));
-  }
-
-  void CheckForeign(const TNames& names, std::size_t at, const std::string& path, std::string_view name, bool isOpen,
-                    bool isRoot) {
-    if (std::ranges::any_of(names.Ignored, [&](auto ignored) { return SameFolded(ignored, name); })) return;
-    for (const auto prefix : names.Prefixes)
-      if (name.size() > prefix.size() && SameFolded(name.substr(0, prefix.size()), prefix) &&
-          ParseNumber<std::uint32_t>(name.substr(prefix.size())))
-        return;
-    if (isOpen) return;  // the section belongs to the interface
-    TNearestName nearest(name);
-    for (const auto& value : names.Values) nearest.Consider(value.Name);
-    for (const auto& child : names.Children) nearest.Consider(child.Name);
-    for (const auto& item : names.Lists) nearest.Consider(item.Name);
-    const char* const what = isRoot ? "unknown section" : "unknown name";
-    if (!nearest.Found().empty())
-      Add(at, path, name, Format("%s; did you mean %s?", what, std::string(nearest.Found()).c_str()));
-    else
-      Add(at, path, name, what, true);
-  }
-
-  const TXmlDocument& FDocument;
-  std::vector<TConfigFinding>& FOut;
-};
-
-// Where the element or attribute of this path stands; what is missing, where it would belong.
-std::size_t OffsetOf(const TXmlDocument& document, std::string_view path) {
-  TXmlContext context;
-  TXmlNode node = document.Root(context);
-  while (true) {
-    const auto slash = path.find('/');
-    std::string_view part = path.substr(0, slash);
-    if (slash == std::string_view::npos) return AttributeOffset(document, node, part);
-    path.remove_prefix(slash + 1);
-    std::uint32_t number = 1;
-    if (const auto bracket = part.find('['); bracket != std::string_view::npos) {
-      number = ParseNumber<std::uint32_t>(part.substr(bracket + 1, part.size() - bracket - 2)).value_or(1);
-      part = part.substr(0, bracket);
-    }
-    const auto children = node.Children();
-    const auto next = std::ranges::find_if(
-        children, [&](const TXmlNode& child) { return SameFolded(child.Name(), part) && --number == 0; });
-    if (next == children.end()) return ElementOffset(node);
-    node = *next;
-  }
+  return std::nullopt;
 }
 
 }  // namespace
+
+bool IsUnder(std::string_view path, std::string_view section) {
+  if (section.empty() || SameFolded(path, section)) return true;
+  return path.size() > section.size() && SameFolded(path.substr(0, section.size()), section) &&
+         (path[section.size()] == '/' || path[section.size()] == '[');
+}
+
+std::string RangeText(const TFieldRule& rule) {
+  if (std::isinf(rule.Min) && std::isinf(rule.Max)) return {};
+  return Format("%.10g..%.10g", rule.Min, rule.Max);
+}
+
+std::string TPropertyView::RangeText() const {
+  if (!Range.empty()) return Range;
+  if (std::string bound = BoundText(Facts.Bound); !bound.empty()) return bound;
+  return Type == TypeName<std::string>() || Type == TypeName<bool>() ? "" : Tr("any");
+}
 
 std::vector<TPropertyView> ViewProperties(TXmlSubConfig& root, bool schema) {
   std::vector<TPropertyView> views;
@@ -303,61 +183,60 @@ std::vector<TPropertyView> ViewProperties(TXmlSubConfig& root, bool schema) {
   return views;
 }
 
-TResult<> SetProperty(TXmlSubConfig& root, std::string_view path, const std::string& value,
-                      const TMachineBounds* machine) {
-  const auto refuse = [](std::string why) { return TProblem{.What = std::move(why)}; };
+TResult<TPropertyView> FindProperty(TXmlSubConfig& root, std::string_view path) {
+  auto views = ViewProperties(root, false);
+  const auto view = std::ranges::find_if(views, [&](const auto& v) { return SameFolded(v.Path, path); });
+  if (view != views.end()) return std::move(*view);
+  if (auto none = NoSuchItem(root, path)) return *std::move(none);
+  for (const bool schema : {false, true})
+    if (const std::string names = ContentsOf(schema ? ViewProperties(root, true) : views, path);
+        !names.empty() && !path.empty())
+      return Wrong(Format(Tr("\"%s\" is a section; it holds %s"), std::string(path).c_str(), names.c_str()));
+  return NoSuchPath(root, path, Tr("\"%s\" is no property of the configuration"));
+}
+
+TResult<std::vector<TPropertyView>> FindSection(TXmlSubConfig& root, std::string_view path) {
+  auto views = ViewProperties(root, false);
+  std::erase_if(views, [&](const auto& view) { return !IsUnder(view.Path, path); });
+  if (!views.empty()) return views;
+  if (auto none = NoSuchItem(root, path)) return *std::move(none);
+  const auto schema = ViewProperties(root, true);
+  if (std::ranges::any_of(schema, [&](const auto& view) { return IsUnder(view.Path, path); })) return views;
+  if (root.SubConfig(path)) return views;
+  return NoSuchPath(root, path, Tr("\"%s\" is no section of the configuration"));
+}
+
+TResult<> SetProperty(TXmlSubConfig& root, std::string_view path, const std::string& value) {
+  std::size_t wrong = 0;
+  if (!IsXmlText(value, wrong)) return Wrong(Tr("the value is no text that an XML file can hold"));
   TXmlSubConfig* record = &root;
   const TXmlSubConfig* parent = nullptr;
   std::string_view rest = path;
-  for (auto slash = rest.find('/'); slash != std::string_view::npos; slash = rest.find('/')) {
-    const std::string_view part = rest.substr(0, slash);
+  for (auto slash = rest.find('/'); record && slash != std::string_view::npos; slash = rest.find('/')) {
     parent = record;
-    record = record->SubConfig(part);
-    if (!record) return refuse(Format("\"%s\" is no section of the configuration", std::string(part).c_str()));
+    record = record->SubConfig(rest.substr(0, slash));
     rest.remove_prefix(slash + 1);
   }
-  std::size_t wrong = 0;
-  if (!IsXmlText(value, wrong)) return refuse("the value is no UTF-8 text, or holds a control character");
-  for (auto& view : ViewProperties(*record, true)) {
-    if (view.Path.ends_with("<n>")) {  // any number
-      view.Path.resize(view.Path.size() - 3);
-      const auto digits = rest.substr(std::min(view.Path.size(), rest.size()));
-      if (ParseNumber<std::uint32_t>(digits)) view.Path += digits;
+  if (record)
+    for (auto& view : ViewProperties(*record, true)) {
+      if (view.Path.ends_with("<n>")) {  // any number
+        view.Path.resize(view.Path.size() - 3);
+        const auto digits = rest.substr(std::min(view.Path.size(), rest.size()));
+        if (ParseNumber<std::uint32_t>(digits)) view.Path += digits;
+      }
+      if (!SameFolded(view.Path, rest)) continue;
+      if (std::string why = parent ? parent->RefusesInItem(*record, rest, value) : std::string(); !why.empty())
+        return TProblem{.What = std::move(why), .Where = std::string(path)};
+      if (record->SetText(rest, value)) return {};
+      const std::string range = view.Range.empty() ? BoundText(view.Facts.Bound) : view.Range;
+      return TProblem{
+          .What = range.empty() ? Format(Tr("\"%s\" is no %s"), value.c_str(), view.Type.c_str())
+                                : Format(Tr("\"%s\" is no %s in %s"), value.c_str(), view.Type.c_str(), range.c_str()),
+          .Where = std::string(path),
+          .Why = view.Text()};
     }
-    if (!SameFolded(view.Path, rest)) continue;
-    const TBound& bound = view.Facts.Bound;
-    if (const auto number = ParseNumber<double>(value); machine && number) {
-      const TLimits limits = machine->Of(bound, bound.Branch ? record->GetInt(bound.Branch, 0) : 0);
-      if (!limits.Allows(*number))
-        return refuse(
-            Format("%s is %s %s", value.c_str(), limits.IsChoice ? "not one of" : "outside", limits.Text().c_str()));
-    }
-    if (std::string why = parent ? parent->RefusesInItem(*record, rest, value) : std::string(); !why.empty())
-      return refuse(std::move(why));
-    if (record->SetText(rest, value)) return {};
-    const std::string range = view.Range.empty() ? BoundText(bound) : view.Range;
-    return refuse(
-        Format("\"%s\" is no %s%s%s", value.c_str(), view.Type.c_str(), range.empty() ? "" : " in ", range.c_str()));
-  }
-  return refuse(Format("\"%s\" is no property of the configuration", std::string(path).c_str()));
-}
-
-std::vector<TConfigFinding> CheckDocument(const TXmlDocument& document, TXmlSubConfig& root) {
-  std::vector<TConfigFinding> findings;
-  TXmlContext context;
-  TChecker(document, findings).Check(document.Root(context), root, {});
-  return findings;
-}
-
-void AddFindings(const TXmlDocument& document, const std::vector<TProblem>& problems,
-                 std::vector<TConfigFinding>& findings) {
-  std::unordered_set<std::size_t> known;
-  for (const TConfigFinding& finding : findings) known.insert(finding.Offset);
-  for (const TProblem& problem : problems) {
-    const std::size_t offset = OffsetOf(document, problem.Where);
-    if (!known.contains(offset)) findings.push_back({offset, document.Place(offset), problem.Where, problem.What});
-  }
-  std::ranges::stable_sort(findings, {}, &TConfigFinding::Offset);
+  if (auto found = FindProperty(root, path); !found) return found.Problem();
+  return Wrong(Format(Tr("\"%s\" is no property of the configuration"), std::string(path).c_str()));
 }
 
 }  // namespace ixocontroller

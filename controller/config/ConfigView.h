@@ -1,9 +1,10 @@
-// What `ixocut config` knows of a machine configuration: every property with its path, type, default and value, taken
-// from the records' own lists, and the faults of a file against them.
+// A machine configuration property by property: each with its path, type, default, value and what its record's line
+// says of it, taken from the records' own lists. No locks; see XmlSubConfig.h.
 #pragma once
 
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 #include "ixocamglue/platform/xml/Bounds.h"
@@ -15,36 +16,50 @@ using namespace ixocamglue;
 // One property. Items of lists have a 1-based number: "MarkPoints/MarkPoint[2]/Enabled".
 struct TPropertyView {
   std::string Path;
-  std::string Type;  // Boolean, Integer, Cardinal, Double, Extended, string
+  std::string Type;  // as TypeName says
   std::string Default;
   std::string Value;
   std::string Range;    // what the record can hold, "1..1000"; empty: any
   bool IsItem = false;  // belongs to an item of a list
   TFieldFacts Facts;    // what else its line says
+
+  // What a value may be, for who knows no machine: "1..1000", "axis X"; "any" of a number that may be anything; empty
+  // for texts and switches.
+  [[nodiscard]] std::string RangeText() const;
+  [[nodiscard]] std::string Unit() const { return Tr(UnitText(Facts.Unit)); }          // empty: none
+  [[nodiscard]] std::string Text() const { return Facts.Text ? Tr(Facts.Text) : ""; }  // its sentence
 };
+
+// "Boolean", "Integer", "Cardinal", "Double", "Extended" or "string".
+template <class T>
+[[nodiscard]] constexpr const char* TypeName() {
+  if constexpr (std::is_same_v<T, bool>) return "Boolean";
+  if constexpr (std::is_same_v<T, std::int32_t>) return "Integer";
+  if constexpr (std::is_same_v<T, std::uint32_t>) return "Cardinal";
+  if constexpr (std::is_same_v<T, double>) return "Double";
+  if constexpr (std::is_same_v<T, long double>) return "Extended";
+  return "string";
+}
+// "1..1000"; empty where the record can hold anything.
+[[nodiscard]] std::string RangeText(const TFieldRule& rule);
+
+// Whether the path is the section's own, or of something in it; everything is under the empty one.
+[[nodiscard]] bool IsUnder(std::string_view path, std::string_view section);
 
 // In the order of the sections and of their properties. With `schema` each list shows one item, numbered "[]", and
 // texts by number show one, "<n>".
 [[nodiscard]] std::vector<TPropertyView> ViewProperties(TXmlSubConfig& root, bool schema);
 
-// Sets one property by its path as ViewProperties names it, without regard to case; a number only within its bound on
-// this machine, null for none. Nothing is changed by what is refused.
-TResult<> SetProperty(TXmlSubConfig& root, std::string_view path, const std::string& value,
-                      const TMachineBounds* machine = nullptr);
+// The present property of this path as ViewProperties names it, without regard to case. A path of a section is refused
+// with what the section holds, any other wrong one with what was probably meant.
+TResult<TPropertyView> FindProperty(TXmlSubConfig& root, std::string_view path);
 
-struct TConfigFinding {
-  std::size_t Offset = 0;
-  std::string Place;  // "line:column"
-  std::string Path;
-  std::string Text;
-  bool Foreign = false;  // a name that is not ours and resembles none of ours: legal
-};
+// The properties of this section, an item of a list or a single property; all for an empty path, none of a section
+// that has none. Refused with what was probably meant.
+TResult<std::vector<TPropertyView>> FindSection(TXmlSubConfig& root, std::string_view path);
 
-// Everything in the document that the records would not read as it was meant, in document order.
-[[nodiscard]] std::vector<TConfigFinding> CheckDocument(const TXmlDocument& document, TXmlSubConfig& root);
-
-// Adds problems whose Where is a path in their places, but not where there is a finding already.
-void AddFindings(const TXmlDocument& document, const std::vector<TProblem>& problems,
-                 std::vector<TConfigFinding>& findings);
+// Sets one property by its path. Refused is what is no value of its type or cannot be held by its record, and what
+// FindProperty refuses; then nothing is changed.
+TResult<> SetProperty(TXmlSubConfig& root, std::string_view path, const std::string& value);
 
 }  // namespace ixocontroller

@@ -43,12 +43,13 @@ constexpr TFlagItem kFlags[] = {
 
 // Kept as text, so that a time that another program wrote in its own way survives.
 void TCaliRst::Publish(TPublisher& p) {
-  p.Field("Time", FTime);
-  p.Field("Cap", Cap);
-  p.Field("SteadyLv", SteadyLv);
-  p.Field("SmoothLv", SmoothLv);
-  p.Field("CaliCapRange", CaliCapRange);
-  p.Field("ErrorType", ErrorType);
+  p.Field("Time", FTime).Text(TrMark("When this calibration of the height sensor ended"));
+  p.Field("Cap", Cap).Text(TrMark("Capacitance at the end of the calibration, in the sensor's unit"));
+  p.Field("SteadyLv", SteadyLv).Text(TrMark("How steady the signal was at standstill; 1 is best"));
+  p.Field("SmoothLv", SmoothLv).Text(TrMark("How smooth the curve was; 1 is best"));
+  p.Field("CaliCapRange", CaliCapRange)
+      .Text(TrMark("From the smallest to the largest capacitance measured, in the sensor's unit"));
+  p.Field("ErrorType", ErrorType).Text(TrMark("What went wrong in this calibration; 0: it was good"));
 }
 
 TDateTime TCaliRst::GetTime() const { return ParseTime(FTime).value_or(TDateTime{}); }
@@ -56,7 +57,8 @@ void TCaliRst::SetTime(TDateTime time) { FTime = FormatDateTime(time); }
 
 void TCaliRstCfg::Publish(TPublisher& p) {
   constexpr TFieldRule kMaxCnt{.Min = 1, .Max = kMaxMaxCnt};
-  p.Field("MaxCnt", FMaxCnt, 20, kMaxCnt);
+  p.Field("MaxCnt", FMaxCnt, 20, kMaxCnt)
+      .Text(TrMark("How many results of height calibrations are kept; the oldest goes first"));
   p.List("CaliRst", FItems);
 }
 
@@ -80,16 +82,23 @@ bool TCaliRstCfg::SetMaxCnt(std::int32_t count) {
 
 // Kept: "Countdown" before "WarningTime", as the file has them.
 void THealthItem::Publish(TPublisher& p) {
-  p.Field("Desc", Desc);
-  p.Field("Key", Key);
-  p.Field("AddMode", AddMode);
-  p.Field("PromptTime", PromptTime);
-  p.Field("Countdown", Countdown);
-  p.Field("WarningTime", WarningTime);
-  p.Field("TimeMode", TimeMode);
-  p.Field("PromptType", PromptType);
-  p.Field("AllowIgnore", AllowIgnore);
-  p.Field("OpreLevel", OpreLevel);
+  p.Field("Desc", Desc).Text(TrMark("What is to be maintained, as the operator reads it"));
+  p.Field("Key", Key).Text(TrMark("Name by which the interface finds this reminder"));
+  p.Field("AddMode", AddMode).Text(TrMark("Who made this reminder; the interface's own number"));
+  p.Field("PromptTime", PromptTime)
+      .Unit(uHour)
+      .Within(bdAtLeast(0))
+      .Text(TrMark("After how much time the operator is reminded"));
+  p.Field("Countdown", Countdown).Unit(uHour).Text(TrMark("Time left until the reminder"));
+  p.Field("WarningTime", WarningTime)
+      .Unit(uHour)
+      .Within(bdAtLeast(0))
+      .Text(TrMark("After how much time the reminder becomes a warning"));
+  p.Field("TimeMode", TimeMode).Text(TrMark("Which time counts for this reminder; the interface's own number"));
+  p.Field("PromptType", PromptType).Text(TrMark("How the operator is reminded; the interface's own number"));
+  p.Field("AllowIgnore", AllowIgnore).Text(TrMark("Whether the operator may put this reminder off"));
+  p.Field("OpreLevel", OpreLevel)
+      .Text(TrMark("Privilege that it takes to confirm this reminder; the interface's own number"));
 }
 
 void THealthConfig::Publish(TPublisher& p) { p.List("Health", FItems); }
@@ -102,12 +111,14 @@ const TFlagItem* FindFlag(std::int32_t flagIndex) {
 }
 
 void TMarkPoint::Publish(TPublisher& p) {
-  p.Field("FlagIndex", FlagIndex);
+  p.Field("FlagIndex", FlagIndex)
+      .Within(bdAtLeast(0))
+      .Text(TrMark("Number of the flag position that the head is sent to; 104 is the blanking position"));
   // Kept: written and never read.
   p.WriteOnly("SystemDesc", SystemDesc());
-  p.Field("CustomDesc", CustomDesc);
-  p.Field("Enabled", Enabled);
-  p.Field("IsSystemDefine", IsSystemDefine);
+  p.Field("CustomDesc", CustomDesc).Text(TrMark("Name that the user gave to this flag position"));
+  p.Field("Enabled", Enabled).Text(TrMark("Whether the operator may send the head to this flag position"));
+  p.Field("IsSystemDefine", IsSystemDefine).Text(TrMark("Whether the program itself defines this flag position"));
 }
 
 std::string TMarkPoint::SystemDesc() const {
@@ -122,9 +133,11 @@ void TMarkPointsConfig::Publish(TPublisher& p) {
 
 void TUCSOrgConfig::Publish(TPublisher& p) {
   constexpr TFieldRule kCount{.Min = 0, .Max = kMaxUCSNum};
-  p.Field("UCSNum", FUCSNum, 0, kCount);
-  p.Field("LastUCSOrg", FLastUCSOrg);
-  p.Indexed("UCSName", FNames);
+  p.Field("UCSNum", FUCSNum, 0, kCount).Text(TrMark("How many coordinate origins there are"));
+  p.Field("LastUCSOrg", FLastUCSOrg)
+      .Within(bdAtLeast(0))
+      .Text(TrMark("Coordinate origin that was last used, counted from 0"));
+  p.Indexed("UCSName", FNames, TrMark("Name of the coordinate origin with this number, as the operator knows it"));
 }
 
 bool TUCSOrgConfig::SetUCSNum(std::int32_t count) {

@@ -14,31 +14,47 @@ std::int64_t CellKey(std::int32_t row, std::int32_t col) { return std::int64_t{r
 }  // namespace
 
 void TInportParamsConfig::Publish(TPublisher& p) {
-  p.Field("Port", Port).Within(bdFittedInport.Or(0));
-  p.Field("Level", Level);
+  p.Field("Port", Port).Within(bdFittedInport.Or(0)).Text(FWhat);
+  p.Field("Level", Level).Within(0, 1).Text(TrMark("Level of that input that means yes: 1 on, 0 off"));
 }
 
 void TNozzleItem::Publish(TPublisher& p) {
-  p.Field("ID", ID);
-  p.Field("Name", Name);
-  p.Field("PosRow", PosRow);
-  p.Field("PosCol", PosCol);
+  p.Field("ID", ID).Within(bdAtLeast(1)).Text(TrMark("Number by which this nozzle is named in a change"));
+  p.Field("Name", Name).Text(TrMark("Name of the nozzle as the operator knows it"));
+  p.Field("PosRow", PosRow).Within(0, 99).Text(TrMark("Row of the nozzle's slot in the rack, counted from 0"));
+  p.Field("PosCol", PosCol).Within(0, 99).Text(TrMark("Column of the nozzle's slot in the rack, counted from 0"));
 }
 
 void TNozzlePosItem::Publish(TPublisher& p) {
-  p.Field("Row", Row);
-  p.Field("Col", Col);
-  p.Field("X", X).Unit(uMm).Within(bdAxisX.Or(0));
-  p.Field("Y", Y).Unit(uMm).Within(bdAxisY.Or(0));
-  p.Field("Z", Z).Unit(uMm).Within(bdAxisZ.Or(0));
-  p.Field("UninstZ", UninstZ).Unit(uMm).Within(bdAxisZ.Or(0));
-  p.Field("UseDiffZ", UseDiffZ);
-  p.Field("InstCnt", InstCnt);
-  p.Field("UnInstCnt", UnInstCnt);
-  p.Field("AlignCnt", AlignCnt);
-  p.Field("InstSpeed", InstSpeed);
-  p.Field("UnInstSpeed", UnInstSpeed);
-  p.Field("AlignSpeed", AlignSpeed);
+  p.Field("Row", Row).Text(TrMark("Row of this slot in the rack, counted from 0"));
+  p.Field("Col", Col).Text(TrMark("Column of this slot in the rack, counted from 0"));
+  p.Field("X", X).Unit(uMm).Within(bdAxisX.Or(0)).Text(TrMark("X at which the head stands over this slot"));
+  p.Field("Y", Y).Unit(uMm).Within(bdAxisY.Or(0)).Text(TrMark("Y at which the head stands over this slot"));
+  p.Field("Z", Z).Unit(uMm).Within(bdAxisZ.Or(0)).Text(TrMark("Z of the head when it takes the nozzle of this slot"));
+  p.Field("UninstZ", UninstZ)
+      .Unit(uMm)
+      .Within(bdAxisZ.Or(0))
+      .Text(TrMark("Z of the head when it leaves a nozzle in this slot, with UseDiffZ"));
+  p.Field("UseDiffZ", UseDiffZ)
+      .Text(TrMark("Whether leaving a nozzle has a Z of its own, otherwise that of taking it"));
+  p.Field("InstCnt", InstCnt).Unit(uTurns).Within(bdAtLeast(0)).Text(TrMark("How far a nozzle is screwed on"));
+  p.Field("UnInstCnt", UnInstCnt).Unit(uTurns).Within(bdAtLeast(0)).Text(TrMark("How far a nozzle is screwed off"));
+  p.Field("AlignCnt", AlignCnt)
+      .Unit(uTurns)
+      .Within(bdAtLeast(0))
+      .Text(TrMark("How far a nozzle is turned to find its thread"));
+  p.Field("InstSpeed", InstSpeed)
+      .Unit(uTurnsPerS)
+      .Within(bdAtLeast(0))
+      .Text(TrMark("How fast a nozzle is screwed on; 0: the axis' default"));
+  p.Field("UnInstSpeed", UnInstSpeed)
+      .Unit(uTurnsPerS)
+      .Within(bdAtLeast(0))
+      .Text(TrMark("How fast a nozzle is screwed off; 0: the axis' default"));
+  p.Field("AlignSpeed", AlignSpeed)
+      .Unit(uTurnsPerS)
+      .Within(bdAtLeast(0))
+      .Text(TrMark("How fast a nozzle is turned to find its thread; 0: the axis' default"));
   p.Child("InReady", InReady);
 }
 
@@ -54,8 +70,8 @@ void TNozzlePosItems::SaveToXmlNode(TXmlNode node) {
 
 void TNozzlePosItems::Publish(TPublisher& p) {
   constexpr TFieldRule kCount{.Min = 0, .Max = kMaxCount};
-  p.Field("RowCount", FRowCount, 0, kCount);
-  p.Field("ColCount", FColCount, 0, kCount);
+  p.Field("RowCount", FRowCount, 0, kCount).Text(TrMark("How many rows of slots the rack has"));
+  p.Field("ColCount", FColCount, 0, kCount).Text(TrMark("How many columns of slots the rack has"));
   p.List("PosItem", FCells);
 }
 
@@ -189,35 +205,76 @@ TNozzleItem* TNozzleItems::Search(std::string_view name) const {
 }
 
 void TJogConfig::Publish(TPublisher& p) {
-  p.Field("Slow", Slow).Unit(uMmPerS);
-  p.Field("Medium", Medium).Unit(uMmPerS);
-  p.Field("High", High).Unit(uMmPerS);
-  p.Field("FixedStep", FixedStep);
-  p.Field("FixedDistance", FixedDistance).Unit(uMm);
+  p.Field("Slow", Slow)
+      .Unit(uMmPerS)
+      .Within(bdXYSpeed)
+      .Text(TrMark("Slow speed at which the head is jogged while slots are taught"));
+  p.Field("Medium", Medium)
+      .Unit(uMmPerS)
+      .Within(bdXYSpeed)
+      .Text(TrMark("Middle speed at which the head is jogged while slots are taught"));
+  p.Field("High", High)
+      .Unit(uMmPerS)
+      .Within(bdXYSpeed)
+      .Text(TrMark("High speed at which the head is jogged while slots are taught"));
+  p.Field("FixedStep", FixedStep).Text(TrMark("Whether jogging while slots are taught is by a fixed distance"));
+  p.Field("FixedDistance", FixedDistance)
+      .Unit(uMm)
+      .Within(bdAtLeast(0))
+      .Text(TrMark("Distance of one jog while slots are taught, with FixedStep"));
 }
 
 void TNozzleChangeConfig::Publish(TPublisher& p) {
-  p.Field("OutCapOpen", OutCapOpen).Within(bdFittedOutport.Or(0));
-  p.Field("OutCapClose", OutCapClose).Within(bdFittedOutport.Or(0));
-  p.Field("OutStageUp", OutStageUp).Within(bdFittedOutport.Or(0));
-  p.Field("OutStageDown", OutStageDown).Within(bdFittedOutport.Or(0));
+  p.Field("OutCapOpen", OutCapOpen)
+      .Within(bdFittedOutport.Or(0))
+      .Text(TrMark("Output that opens the rack's cap; 0: none"));
+  p.Field("OutCapClose", OutCapClose)
+      .Within(bdFittedOutport.Or(0))
+      .Text(TrMark("Output that closes the rack's cap; 0: none"));
+  p.Field("OutStageUp", OutStageUp)
+      .Within(bdFittedOutport.Or(0))
+      .Text(TrMark("Output that raises the rack's stage; 0: none"));
+  p.Field("OutStageDown", OutStageDown)
+      .Within(bdFittedOutport.Or(0))
+      .Text(TrMark("Output that lowers the rack's stage; 0: none"));
   p.Child("InCapOpenOK", InCapOpenOK);
   p.Child("InCapCloseOK", InCapCloseOK);
   p.Child("InStageUpOK", InStageUpOK);
   p.Child("InStageDownOK", InStageDownOK);
-  p.Field("MotorAxis", MotorAxis);
-  p.Field("CapCaliAfterChange", CapCaliAfterChange);
-  p.Field("ChangeNozzleEnabled", ChangeNozzleEnabled);
-  p.Field("MotorDir", MotorDir);
-  p.Field("LiftHeightAfterUn", LiftHeightAfterUn).Unit(uMm);
-  p.Field("LiftPosAfterIn", LiftPosAfterIn).Unit(uMm);
-  p.Field("ZMoveLowSpeed", ZMoveLowSpeed).Unit(uMmPerS);
-  p.Field("ZMoveHighSpeed", ZMoveHighSpeed).Unit(uMmPerS);
-  p.Field("ReplaceStyle", ReplaceStyle);
-  p.Field("InstallID", InstallID);
-  p.Field("UninstallID", UninstallID);
-  p.Field("ZDis", ZDis, 20.0).Unit(uMm);
-  p.Field("Version", Version);
+  p.Field("MotorAxis", MotorAxis)
+      .Within(bdAtLeast(2).Or(0))
+      .Text(TrMark("Axis that screws nozzles on and off, counted from 0; X and Y cannot"));
+  p.Field("CapCaliAfterChange", CapCaliAfterChange)
+      .Text(TrMark("Whether the height sensor is calibrated after a nozzle change"));
+  p.Field("ChangeNozzleEnabled", ChangeNozzleEnabled)
+      .Text(TrMark("Whether nozzles are changed by the machine; without it a change is refused"));
+  p.Field("MotorDir", MotorDir).Text(TrMark("Whether negative turns screw a nozzle on, otherwise positive ones"));
+  p.Field("LiftHeightAfterUn", LiftHeightAfterUn)
+      .Unit(uMm)
+      .Within(bdAtLeast(0))
+      .Text(TrMark("How far the head rises after it has left a nozzle"));
+  p.Field("LiftPosAfterIn", LiftPosAfterIn)
+      .Unit(uMm)
+      .Within(bdAxisZ)
+      .Text(TrMark("Z to which the head rises after it has taken a nozzle"));
+  p.Field("ZMoveLowSpeed", ZMoveLowSpeed)
+      .Unit(uMmPerS)
+      .Within(bdZSpeed)
+      .Text(TrMark("Speed of Z into and out of a slot; 0: the axis' default"));
+  p.Field("ZMoveHighSpeed", ZMoveHighSpeed)
+      .Unit(uMmPerS)
+      .Within(bdZSpeed)
+      .Text(TrMark("Speed of Z down to above a slot; 0: the axis' default"));
+  p.Field("ReplaceStyle", ReplaceStyle).Text(TrMark("How a nozzle is replaced; the interface's own number"));
+  p.Field("InstallID", InstallID).Within(bdAtLeast(0)).Text(TrMark("Nozzle that a change puts on; 0: none"));
+  p.Field("UninstallID", UninstallID)
+      .Within(bdAtLeast(0))
+      .Text(TrMark("Nozzle that a change takes off, which the head wears; 0: none"));
+  p.Field("ZDis", ZDis, 20.0)
+      .Unit(uMm)
+      .Within(bdAtLeast(0))
+      .Text(TrMark("Distance above a slot from which Z goes slowly"));
+  p.Field("Version", Version).Text(TrMark("Version of the rack's settings; the interface's own number"));
   p.Child("NozzlePosItems", NozzlePosItems);
   p.Child("Jog", Jog);
   p.Child("NozzleItems", NozzleItems);

@@ -14,9 +14,14 @@ namespace ixocamglue {
 // An input port and the level that means "true".
 class TInportParamsConfig : public TXmlSubConfig {
  public:
+  // `what` is the sentence of Port, and outlives the record.
+  explicit TInportParamsConfig(const char* what = TrMark("Input that is watched; 0: none")) : FWhat(what) {}
   void Publish(TPublisher& p) override;
   std::int32_t Port = 0;
   std::int32_t Level = 0;
+
+ private:
+  const char* FWhat;
 };
 
 class TNozzleItem : public TXmlSubConfig {
@@ -48,7 +53,7 @@ class TNozzlePosItem : public TXmlSubConfig {
   long double InstSpeed = 0.0L;
   long double UnInstSpeed = 0.0L;
   long double AlignSpeed = 0.0L;
-  TInportParamsConfig InReady;
+  TInportParamsConfig InReady{TrMark("Input that says that a nozzle lies in this slot; 0: none")};
 
  private:
   bool FNamesItsCell = false;
@@ -145,7 +150,11 @@ class TNozzleChangeConfig : public TXmlSubConfig {
   std::int32_t OutCapClose = 0;
   std::int32_t OutStageUp = 0;
   std::int32_t OutStageDown = 0;
-  TInportParamsConfig InCapOpenOK, InCapCloseOK, InStageUpOK, InStageDownOK;
+  TInportParamsConfig InCapOpenOK{TrMark("Input that says that the rack's cap is open; 0: none, then nobody waits")};
+  TInportParamsConfig InCapCloseOK{TrMark("Input that says that the rack's cap is closed; 0: none, then nobody waits")};
+  TInportParamsConfig InStageUpOK{TrMark("Input that says that the rack's stage is up; 0: none, then nobody waits")};
+  TInportParamsConfig InStageDownOK{
+      TrMark("Input that says that the rack's stage is down; 0: none, then nobody waits")};
   std::int32_t MotorAxis = 0;
   bool CapCaliAfterChange = false;
   bool ChangeNozzleEnabled = false;

@@ -117,16 +117,20 @@ inline constexpr std::array<TKeyRow, kKeys> kKeyTable{{
 struct TKeyDef {
   TKeyCode Key;
   const char* Name;
+  const char* Text;
 };
 inline constexpr std::array<TKeyDef, 4> kKeyDefs{
-    {{CK_K1, "KeyDef13"}, {CK_K2, "KeyDef14"}, {CK_K3, "KeyDef15"}, {CK_K4, "KeyDef22"}}};
+    {{CK_K1, "KeyDef13", TrMark("Command that the panel's key K1 sends; 0: none")},
+     {CK_K2, "KeyDef14", TrMark("Command that the panel's key K2 sends; 0: none")},
+     {CK_K3, "KeyDef15", TrMark("Command that the panel's key K3 sends; 0: none")},
+     {CK_K4, "KeyDef22", TrMark("Command that the panel's key K4 sends; 0: none")}}};
 inline constexpr const char* kKeyDefinitionSection = "KeyDefinition";
 // The section as the file holds it.
 class TKeyDefinitionRecord : public TXmlSubConfig {
  public:
   void Publish(TPublisher& p) override {
     for (std::size_t i = 0; i < kKeyDefs.size(); ++i)
-      p.Field(TPropName::Of(kKeyDefs[i].Name), Commands[i], 0, kOptional);
+      p.Field(TPropName::Of(kKeyDefs[i].Name), Commands[i], 0, kOptional).Within(bdAtLeast(0)).Text(kKeyDefs[i].Text);
   }
   std::array<std::int32_t, kKeyDefs.size()> Commands{};  // in the order of kKeyDefs; 0: none
 };

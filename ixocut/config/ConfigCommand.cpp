@@ -33,12 +33,6 @@ nlohmann::ordered_json JsonOf(const TPropertyView& view, const std::string& text
                                                                          : nlohmann::ordered_json(text);
 }
 
-bool Under(const std::string& path, const std::string& section) {
-  if (section.empty() || SameFolded(path, section)) return true;
-  return path.size() > section.size() && SameFolded(path.substr(0, section.size()), section) &&
-         (path[section.size()] == '/' || path[section.size()] == '[');
-}
-
 // A value that no record knows, as the file has it.
 std::optional<std::string> ForeignValue(const TMachineConfig& config, const std::string& path) {
   TConfigSection section = config.Root();
@@ -62,16 +56,45 @@ std::optional<std::string> ForeignValue(const TMachineConfig& config, const std:
 }
 
 // The supervisor's values that the file leaves to their defaults.
-std::string Defaulted(const TMachineConfig& config) {
+std::vector<const TSupervisorConfig::TRow*> Defaulted(const TMachineConfig& config) {
   const TConfigSection section = config.Root().Child("Supervisor");
-  std::string text;
+  std::vector<const TSupervisorConfig::TRow*> rows;
   for (const TSupervisorConfig::TRow& row : TSupervisorConfig::Rows())
-    if (TrimXml(section.GetText(row.Name.Text, "")).empty())
-      text += Format("%s%s %d", text.empty() ? "" : ", ", std::string(row.Name.Text).c_str(), row.Default);
-  return text;
+    if (TrimXml(section.GetText(row.Name.Text, "")).empty()) rows.push_back(&row);
+  return rows;
+}
+
+// "3", "2.5 bar"; texts in quotation marks.
+std::string WithUnit(const TPropertyView& view, const std::string& shown) {
+  return view.Unit().empty() ? shown : shown + " " + view.Unit();
+}
+
+std::string Sentence(const TPropertyView& view) { return view.Text().empty() ? "" : "  # " + view.Text(); }
+
+// What the records' line says of a property.
+nlohmann::ordered_json JsonFacts(const TPropertyView& view) {
+  nlohmann::ordered_json row{{"path", view.Path}, {"type", view.Type}, {"default", JsonOf(view, view.Default)}};
+  if (!view.RangeText().empty()) row["range"] = view.RangeText();
+  if (!view.Unit().empty()) row["unit"] = view.Unit();
+  row["text"] = view.Text();
+  return row;
 }
 
 }  // namespace
+
+nlohmann::ordered_json JsonOf(const std::vector<TConfigFinding>& findings) {
+  auto list = nlohmann::ordered_json::array();
+  for (const TConfigFinding& finding : findings)
+    list.push_back({{"place", finding.Place}, {"path", finding.Path}, {"text", finding.Text}});
+  return list;
+}
+
+void TellWrong(const std::filesystem::path& file, const std::vector<TConfigFinding>& wrong) {
+  for (const TConfigFinding& finding : wrong)
+    std::cerr << file.string() << ':' << finding.Place << ": " << finding.Path << ": " << finding.Text << std::endl;
+}
+
+namespace {}  // namespace
 
 TWholeConfig::TWholeConfig() {
   AddSubConfig("Alarms", FAlarms);
@@ -96,155 +119,220 @@ void TMachineFile::Hold(const std::filesystem::path& file) {
     throw EProblem(lock == lsBusy ? pbRefused : pbUnusable, FConfig.HoldProblem());
 }
 
-int RunConfigCheck(const std::filesystem::path& file, bool all, std::ostream& out) {
+std::vector<TConfigFinding> TMachineFile::Findings(const TXmlDocument& document) {
+  auto findings = CheckDocument(document, FConfig);
+  const TConfigSection root(document.RootHandle(), "");
+  std::vector<TProblem> fatal;
+  std::vector<TProblem> others;
+  const TMachineBounds bounds = TSimConfig::FromRoot(root, fatal);
+  CheckRecord(root, FConfig, bounds, others, jdAll);
+  CheckRules(root, FConfig, bounds, others);
+  AddFindings(document, fatal, findings);
+  AddFindings(document, others, findings);
+  return findings;
+}
+
+std::vector<TConfigFinding> TMachineFile::FindingsWhenSaved() {
+  std::string bytes = FConfig.Document().Text();
+  FConfig.DropDocument();  // one document at a time
+  {
+    TXmlDocument document;
+    document.Parse(std::move(bytes)).OrThrow(pbUnusable);
+    TXmlContext context;
+    FConfig.SaveToXmlNode(document.Root(context));
+    if (!context.Problem.empty()) throw EProblem(pbRequest, context.Problem);
+    bytes = document.Serialise();
+  }
+  TXmlDocument saved;
+  saved.Parse(std::move(bytes), xdPlaces).OrThrow(pbUnusable);
+  return Findings(saved);
+}
+
+std::vector<TConfigFinding> TMachineFile::Wrong(std::initializer_list<std::string_view> sections) {
+  auto findings = Findings(FConfig.Document());
+  std::erase_if(findings, [&](const TConfigFinding& finding) {
+    return finding.Foreign ||
+           std::ranges::none_of(sections, [&](auto section) { return IsUnder(finding.Path, section); });
+  });
+  return findings;
+}
+
+int RunConfigCheck(const std::filesystem::path& file, bool all, bool json, std::ostream& out) {
   TMachineFile machine;
   machine.Load(file, xdPlaces);
-  auto findings = CheckDocument(machine.Config().Document(), machine.Config());
-  std::vector<TProblem> fatal;
-  std::vector<TProblem> outside;
-  const TMachineBounds bounds = machine.Bounds(fatal);
-  CheckRecord(machine.Config().Root(), machine.Config(), bounds, outside);
-  if (FStrokeCfg->IsFinished)
-    for (const auto& [range, measured, limit] : FStrokeCfg->Misfits(machine.Config()))
-      outside.push_back({.What = Format(Tr("%s mm was measured, which is less than the soft limit of %s mm"),
-                                        ValueText(static_cast<double>(measured)).c_str(),
-                                        ValueText(static_cast<double>(limit)).c_str()),
-                         .Where = std::string("StrokeMeasurement/") + range,
-                         .Why = {},
-                         .Remedy = {}});
-  AddFindings(machine.Config().Document(), fatal, findings);
-  AddFindings(machine.Config().Document(), outside, findings);
-  std::size_t faults = 0;
-  std::size_t foreign = 0;
-  for (const TConfigFinding& finding : findings) {
-    ++(finding.Foreign ? foreign : faults);
-    if (!finding.Foreign || all)
-      out << file.string() << ':' << finding.Place << ": " << finding.Path << ": " << finding.Text << '\n';
+  auto findings = machine.Findings(machine.Config().Document());
+  const auto foreign = static_cast<std::size_t>(std::ranges::count_if(findings, &TConfigFinding::Foreign));
+  const std::size_t faults = findings.size() - foreign;
+  if (!all) std::erase_if(findings, &TConfigFinding::Foreign);
+  const auto defaulted = Defaulted(machine.Config());
+  const std::string name = file.string();
+  if (json) {
+    nlohmann::ordered_json defaults = nlohmann::ordered_json::object();
+    for (const auto* const row : defaulted) defaults["Supervisor/" + std::string(row->Name.Text)] = row->Default;
+    std::optional<TProblem> problem;
+    if (faults != 0) problem = {.What = Format(Tr("%zu values or names are wrong"), faults), .Where = name};
+    PrintDocument(out, "config check",
+                  {{"file", name}, {"findings", JsonOf(findings)}, {"unknown", foreign}, {"defaults", defaults}},
+                  problem);
+    return faults == 0 ? kExitSuccess : kExitOtherwise;
   }
-  if (const std::string values = Defaulted(machine.Config()); !values.empty())
-    out << file.string() << ": Supervisor: not given, the default is in force: " << values << '\n';
+  for (const TConfigFinding& finding : findings)
+    out << name << ':' << finding.Place << ": " << finding.Path << ": " << finding.Text << '\n';
+  std::string values;
+  for (const auto* const row : defaulted)
+    values += Format("%s%s %d", values.empty() ? "" : ", ", std::string(row->Name.Text).c_str(), row->Default);
+  if (!values.empty())
+    out << name << ": " << Format(Tr("Supervisor: not given, the default is in force: %s"), values.c_str()) << '\n';
   if (faults != 0) return kExitOtherwise;
-  out << file.string() << ": nothing wrong";
+  out << name << ": " << Tr("nothing wrong");
   if (foreign != 0)
-    out << Format(" (%zu names that the library does not know%s)", foreign, all ? "" : "; --all lists them");
+    out << Format(all ? Tr(" (%zu names that the library does not know)")
+                      : Tr(" (%zu names that the library does not know; --all lists them)"),
+                  foreign);
   out << '\n';
   return kExitSuccess;
 }
 
 int RunConfigShow(const std::filesystem::path& file, const std::string& section, bool json, std::ostream& out) {
   TMachineFile machine;
-  machine.Load(file);
-  auto views = ViewProperties(machine.Config(), false);
-  const bool known = std::ranges::any_of(ViewProperties(machine.Config(), true),
-                                         [&](const auto& view) { return Under(view.Path, section); }) ||
-                     machine.Config().SubConfig(section);
-  std::erase_if(views, [&](const auto& view) { return !Under(view.Path, section); });
-  if (views.empty() && !known)
-    throw EProblem(pbRequest, Format("\"%s\" is no section of the configuration", section.c_str()));
+  machine.Load(file, xdPlaces);
+  const auto views = FindSection(machine.Config(), section).OrThrow(pbRequest);
+  const auto wrong = machine.Wrong({section});
+  TellWrong(file, wrong);
   if (json) {
     auto document = nlohmann::ordered_json::object();
     for (const auto& view : views) document[view.Path] = JsonOf(view, view.Value);
-    out << document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+    PrintDocument(out, "config show", {{"properties", document}, {"wrong", JsonOf(wrong)}});
     return kExitSuccess;
   }
-  for (const auto& view : views) out << view.Path << " = " << Shown(view) << '\n';
+  for (const auto& view : views) out << view.Path << " = " << WithUnit(view, Shown(view)) << Sentence(view) << '\n';
   return kExitSuccess;
 }
 
-int RunConfigGet(const std::filesystem::path& file, const std::string& path, std::ostream& out) {
+int RunConfigGet(const std::filesystem::path& file, const std::string& path, bool json, std::ostream& out) {
   TMachineFile machine;
-  machine.Load(file);
-  const auto views = ViewProperties(machine.Config(), false);
-  const auto view = std::ranges::find_if(views, [&](const auto& v) { return SameFolded(v.Path, path); });
-  if (view != views.end()) {
-    out << view->Value << '\n';
+  machine.Load(file, xdPlaces);
+  const auto view = FindProperty(machine.Config(), path);
+  const bool isSection = !view && FindSection(machine.Config(), path);
+  const auto foreign = view || isSection ? std::nullopt : ForeignValue(machine.Config(), path);
+  if (!view && !foreign) throw EProblem(pbRequest, view.Problem());
+  const auto wrong = view ? machine.Wrong({view->Path}) : std::vector<TConfigFinding>();
+  TellWrong(file, wrong);
+  if (!json) {
+    out << (view ? view->Value : *foreign) << '\n';
     return kExitSuccess;
   }
-  const auto foreign = ForeignValue(machine.Config(), path);
-  if (!foreign) throw EProblem(pbRequest, Format("\"%s\" is no property of the configuration", path.c_str()));
-  out << *foreign << '\n';
+  nlohmann::ordered_json row{{"path", path}};
+  if (view) row = JsonFacts(*view);
+  row["value"] = view ? JsonOf(*view, view->Value) : nlohmann::ordered_json(*foreign);
+  row["wrong"] = JsonOf(wrong);
+  PrintDocument(out, "config get", row);
   return kExitSuccess;
 }
 
-int RunConfigSet(const std::filesystem::path& file, const std::string& path, const std::string& value,
+int RunConfigSet(const std::filesystem::path& file, const std::string& path, const std::string& value, TSetting setting,
                  std::ostream& out) {
   TMachineFile machine;
   machine.Hold(file);
-  machine.Load(file);
-  std::vector<TProblem> wrong;  // elsewhere in the file; `check` names it
-  const TMachineBounds bounds = machine.Bounds(wrong);
-  SetProperty(machine.Config(), path, value, &bounds).OrThrow(pbRequest);
-  machine.Config().DropDocument();
+  machine.Load(file, xdPlaces);
+  const auto before = machine.Findings(machine.Config().Document());
+  SetProperty(machine.Config(), path, value).OrThrow(pbRequest);
+  // What was wrong before and is elsewhere is `check`'s to tell.
+  auto wrong = machine.FindingsWhenSaved();
+  std::erase_if(wrong, [&](const TConfigFinding& finding) {
+    return finding.Foreign || (!SameFolded(finding.Path, path) &&
+                               std::ranges::find(before, finding.Path, &TConfigFinding::Path) != before.end());
+  });
+  if (!wrong.empty() && !setting.Force) {
+    constexpr std::size_t kMostNamed = 3;
+    std::string named;
+    for (std::size_t i = 0; i < std::min(wrong.size(), kMostNamed); ++i)
+      named += (i == 0 ? "" : "; ") + wrong[i].Path + ": " + wrong[i].Text;
+    if (wrong.size() > kMostNamed) named += Format(Tr("; and %zu more"), wrong.size() - kMostNamed);
+    throw EProblem(pbRequest, {.What = named, .Remedy = Tr("nothing was set; --force sets it all the same")});
+  }
   const std::string unsure = machine.Config().Save().OrThrow(pbUnusable);
-  if (!unsure.empty()) std::cerr << "ixocut config: " << unsure << std::endl;
-  const auto views = ViewProperties(machine.Config(), false);
-  const auto view = std::ranges::find_if(views, [&](const auto& v) { return SameFolded(v.Path, path); });
-  if (view != views.end()) out << view->Path << " = " << Shown(*view) << '\n';
+  if (!unsure.empty()) std::cerr << "ixocut config set: " << unsure << std::endl;
+  const auto view = FindProperty(machine.Config(), path).OrThrow(pbRequest);
+  if (setting.Json) {
+    auto row = JsonFacts(view);
+    row["value"] = JsonOf(view, view.Value);
+    row["wrong"] = JsonOf(wrong);
+    PrintDocument(out, "config set", row);
+    return kExitSuccess;
+  }
+  for (const TConfigFinding& finding : wrong)
+    std::cerr << Format(Tr("set by force: %s: %s"), finding.Path.c_str(), finding.Text.c_str()) << std::endl;
+  out << view.Path << " = " << WithUnit(view, Shown(view)) << Sentence(view) << '\n';
   return kExitSuccess;
 }
 
-int RunConfigDiff(const std::filesystem::path& a, const std::filesystem::path& b, std::ostream& out) {
+int RunConfigDiff(const std::filesystem::path& a, const std::filesystem::path& b, bool json, std::ostream& out) {
   const auto read = [](const std::filesystem::path& file) {
     TMachineFile machine;
-    machine.Load(file);
+    machine.Load(file, xdPlaces);
     return ViewProperties(machine.Config(), false);
   };
   const auto left = read(a);
   const auto right = read(b);
   std::map<std::string_view, const TPropertyView*> other;
   for (const auto& view : right) other[view.Path] = &view;
-  std::size_t differences = 0;
-  const auto line = [&](const std::string& path, const std::string& from, const std::string& to) {
-    ++differences;
-    out << path << ": " << from << " -> " << to << '\n';
+  auto differences = nlohmann::ordered_json::array();
+  const auto line = [&](const TPropertyView& view, const TPropertyView* from, const TPropertyView* to) {
+    differences.push_back({{"path", view.Path},
+                           {"from", from ? JsonOf(*from, from->Value) : nlohmann::ordered_json()},
+                           {"to", to ? JsonOf(*to, to->Value) : nlohmann::ordered_json()}});
+    const auto shown = [](const TPropertyView* at) {
+      return at ? WithUnit(*at, Shown(*at)) : std::string(Tr("(missing)"));
+    };
+    if (!json) out << view.Path << ": " << shown(from) << " -> " << shown(to) << '\n';
   };
   for (const auto& view : left) {
     const auto it = other.find(view.Path);
     if (it == other.end()) {
-      line(view.Path, Shown(view), "(missing)");
+      line(view, &view, nullptr);
       continue;
     }
-    if (it->second->Value != view.Value) line(view.Path, Shown(view), Shown(*it->second));
+    if (it->second->Value != view.Value) line(view, &view, it->second);
     other.erase(it);
   }
   for (const auto& view : right)
-    if (other.contains(view.Path)) line(view.Path, "(missing)", Shown(view));
-  return differences == 0 ? kExitSuccess : kExitOtherwise;
+    if (other.contains(view.Path)) line(view, nullptr, &view);
+  if (json) {
+    std::optional<TProblem> problem;
+    if (!differences.empty()) problem = {.What = Format(Tr("the files differ in %zu properties"), differences.size())};
+    PrintDocument(out, "config diff", {{"differences", differences}}, problem);
+  }
+  return differences.empty() ? kExitSuccess : kExitOtherwise;
 }
 
 int RunConfigSchema(bool json, std::ostream& out) {
   TMachineFile machine;
   auto document = nlohmann::ordered_json::array();
   for (const auto& view : ViewProperties(machine.Config(), true)) {
-    const std::string range = view.Range.empty() ? BoundText(view.Facts.Bound) : view.Range;
-    const std::string unit = UnitText(view.Facts.Unit);
-    if (json) {
-      nlohmann::ordered_json row{{"path", view.Path}, {"type", view.Type}, {"default", JsonOf(view, view.Default)}};
-      if (!range.empty()) row["range"] = range;
-      if (!unit.empty()) row["unit"] = unit;
-      if (view.Facts.Text) row["text"] = view.Facts.Text->Get();
-      document.push_back(std::move(row));
-    } else {
-      out << Format("%-56s %-9s %s", view.Path.c_str(), view.Type.c_str(),
-                    view.Type == "string" ? Quoted(view.Default).c_str() : view.Default.c_str());
-      if (!unit.empty()) out << ' ' << unit;
-      if (!range.empty()) out << "  " << range;
-      out << '\n';
-    }
+    document.push_back(JsonFacts(view));
+    if (json) continue;
+    const std::string range = view.RangeText();
+    out << Format("%-56s %-9s ", view.Path.c_str(), view.Type.c_str())
+        << WithUnit(view, view.Type == TypeName<std::string>() ? Quoted(view.Default) : view.Default)
+        << (range.empty() ? "" : "  " + range) << Sentence(view) << '\n';
   }
-  if (json) out << document.dump(2) << '\n';
+  if (json) PrintDocument(out, "config schema", document);
   return kExitSuccess;
 }
 
-int RunConfigRestore(const std::filesystem::path& file, std::ostream& out) {
+int RunConfigRestore(const std::filesystem::path& file, bool json, std::ostream& out) {
   TMachineFile machine;
   machine.Hold(file);
   (void)machine.Config().Load(file);  // whether it can be read or not
   const std::string kept = machine.Config().Restore().OrThrow(pbUnusable);
-  out << (kept.empty() ? Format(Tr("%s: is the previous version already; nothing was changed"), file.c_str())
-                       : Format(Tr("%s: the previous version is back; what was replaced is kept as %s"), file.c_str(),
-                                kept.c_str()))
-      << '\n';
+  if (json)
+    PrintDocument(out, "config restore", {{"file", file.string()}, {"kept", kept}});
+  else
+    out << (kept.empty() ? Format(Tr("%s: is the previous version already; nothing was changed"), file.c_str())
+                         : Format(Tr("%s: the previous version is back; what was replaced is kept as %s"), file.c_str(),
+                                  kept.c_str()))
+        << '\n';
   return kExitSuccess;
 }
 
@@ -254,34 +342,30 @@ struct TConfigOptions {
   std::optional<std::filesystem::path> Machine, State;
   std::string File, Other, Path, Value;
   bool All = false;
-  bool Json = false;
+  TSetting Setting;
   [[nodiscard]] std::filesystem::path MachinePath() const { return MachineFile(Machine, State); }
 };
 
-constexpr const char* kConfigFooter =
-    "Paths are names with slashes, list items numbered from 1: \"AutoCleanHead/CleanCount\",\n"
-    "\"MarkPoints/MarkPoint[2]/CustomDesc\". Values are written as the file has them.\n"
-    "\n"
-    "Exit codes: 0 success, 1 check found something or diff found differences, 2 wrong command line, path or value,\n"
-    "3 a file cannot be used.\n"
-    "\n"
-    "Examples:\n"
-    "  ixocut config check machine.xml\n"
-    "  ixocut config set AutoCleanHead/CleanCount 3\n"
-    "  ixocut config show NozzleChange --json\n"
-    "\n"
-    "Software is not the emergency stop.";
+void SetConfigHelp(CLI::App& command, std::vector<const char*> examples) {
+  SetHelp(
+      command,
+      {.Notes = Tr("Paths are names with slashes, items of lists counted from 1: \"AutoCleanHead/CleanCount\",\n"
+                   "\"MarkPoints/MarkPoint[2]/CustomDesc\". Values are written as the file has them."),
+       .ExitCodes = Tr("0 success, 1 check found something or diff found differences, 2 wrong command line, path or\n"
+                       "value, 3 a file cannot be used"),
+       .Examples = std::move(examples)});
+}
 
 }  // namespace
 
 void AddConfigCommand(CLI::App& program, TCommandRun& run) {
   const auto options = std::make_shared<TConfigOptions>();
-  CLI::App* const config = program.add_subcommand("config", "Check, show and edit the machine file");
+  CLI::App* const config = program.add_subcommand("config", Tr("Check, show and edit the machine file"));
   config->require_subcommand(1);
-  config->footer(kConfigFooter);
-  const auto command = [&](const char* name, const char* description, auto action) {
+  const auto command = [&](const char* name, const char* description, std::vector<const char*> examples, auto action) {
     CLI::App* const sub = config->add_subcommand(name, description);
-    sub->footer(kConfigFooter);
+    SetConfigHelp(*sub, std::move(examples));
+    AddJsonOption(*sub, options->Setting.Json);
     sub->callback([options, &run, action] { run = [options, action] { return action(*options); }; });
     return sub;
   };
@@ -289,40 +373,55 @@ void AddConfigCommand(CLI::App& program, TCommandRun& run) {
     return sub->add_option(name, value, description)->required()->type_name("");
   };
 
-  CLI::App* const check = command("check", "Name every problem of a machine file",
-                                  [](auto& o) { return RunConfigCheck(o.File, o.All, std::cout); });
-  file(check, "FILE", options->File, "The machine file");
-  check->add_flag("--all", options->All, "List the names too that the library does not know");
+  CLI::App* const check = command("check", Tr("Name every problem of a machine file"),
+                                  {"ixocut config check machine.xml", "ixocut config check machine.xml --all"},
+                                  [](auto& o) { return RunConfigCheck(o.File, o.All, o.Setting.Json, std::cout); });
+  file(check, "FILE", options->File, Tr("The machine file"));
+  check->add_flag("--all", options->All, Tr("List the names too that the library does not know"));
 
-  CLI::App* const show = command("show", "Print every property with its value",
-                                 [](auto& o) { return RunConfigShow(o.MachinePath(), o.Path, o.Json, std::cout); });
-  show->add_option("SECTION", options->Path, "Only this section")->type_name("");
-  AddJsonOption(*show, options->Json);
+  CLI::App* const show =
+      command("show", Tr("Print every property with its value, its unit and what it does"),
+              {"ixocut config show AutoCleanHead", "ixocut config show NozzleChange/NozzlePosItems/PosItem[1]",
+               "ixocut config show --json"},
+              [](auto& o) { return RunConfigShow(o.MachinePath(), o.Path, o.Setting.Json, std::cout); });
+  show->add_option("SECTION", options->Path, Tr("Only this section"))->type_name("");
   AddMachineOptions(*show, options->Machine, options->State);
 
-  CLI::App* const get = command("get", "Print the value of one property",
-                                [](auto& o) { return RunConfigGet(o.MachinePath(), o.Path, std::cout); });
-  file(get, "PATH", options->Path, "The property");
+  CLI::App* const get =
+      command("get", Tr("Print the value of one property"),
+              {"ixocut config get AutoCleanHead/CleanCount", "ixocut config get Laser/MaxPower --json"},
+              [](auto& o) { return RunConfigGet(o.MachinePath(), o.Path, o.Setting.Json, std::cout); });
+  file(get, "PATH", options->Path, Tr("The property"));
   AddMachineOptions(*get, options->Machine, options->State);
 
-  CLI::App* const set = command("set", "Set one property and save the file",
-                                [](auto& o) { return RunConfigSet(o.MachinePath(), o.Path, o.Value, std::cout); });
-  file(set, "PATH", options->Path, "The property");
-  file(set, "VALUE", options->Value, "Its new value");
+  CLI::App* const set =
+      command("set", Tr("Set one property and save the file"),
+              {"ixocut config set AutoCleanHead/CleanCount 3",
+               "ixocut config set \"MarkPoints/MarkPoint[2]/CustomDesc\" Loading",
+               "ixocut config set Axes/Axis[1]/SoftLimitPos 3000 --force"},
+              [](auto& o) { return RunConfigSet(o.MachinePath(), o.Path, o.Value, o.Setting, std::cout); });
+  file(set, "PATH", options->Path, Tr("The property"));
+  file(set, "VALUE", options->Value, Tr("Its new value"));
+  set->add_flag("--force", options->Setting.Force, Tr("Also a value that check would name"));
   AddMachineOptions(*set, options->Machine, options->State);
 
-  CLI::App* const diff = command("diff", "Print the properties in which two machine files differ",
-                                 [](auto& o) { return RunConfigDiff(o.File, o.Other, std::cout); });
-  file(diff, "A", options->File, "The first file");
-  file(diff, "B", options->Other, "The second file");
+  CLI::App* const diff = command("diff", Tr("Print the properties in which two machine files differ"),
+                                 {"ixocut config diff machine.xml machine.xml.bak"},
+                                 [](auto& o) { return RunConfigDiff(o.File, o.Other, o.Setting.Json, std::cout); });
+  file(diff, "A", options->File, Tr("The first file"));
+  file(diff, "B", options->Other, Tr("The second file"));
 
-  CLI::App* const schema = command("schema", "Print every property with its type, default and range",
-                                   [](auto& o) { return RunConfigSchema(o.Json, std::cout); });
-  AddJsonOption(*schema, options->Json);
+  command("schema", Tr("Print every property with its type, default, unit, range and what it does"),
+          {"ixocut config schema", "ixocut config schema --json"},
+          [](auto& o) { return RunConfigSchema(o.Setting.Json, std::cout); });
 
-  CLI::App* const restore = command("restore", "Put the previous version of the machine file back",
-                                    [](auto& o) { return RunConfigRestore(o.MachinePath(), std::cout); });
+  CLI::App* const restore =
+      command("restore", Tr("Put the previous version of the machine file back"),
+              {"ixocut config restore", "ixocut config restore --machine machine.xml"},
+              [](auto& o) { return RunConfigRestore(o.MachinePath(), o.Setting.Json, std::cout); });
   AddMachineOptions(*restore, options->Machine, options->State);
+  SetConfigHelp(*config, {"ixocut config check machine.xml", "ixocut config set AutoCleanHead/CleanCount 3",
+                          "ixocut config show NozzleChange --json"});
 }
 
 }  // namespace ixocut

@@ -37,7 +37,7 @@ struct TInfoOptions {
 
 int RunInfo(const std::filesystem::path& file, const std::string& language, bool json, std::ostream& out) {
   TMachineFile machine;
-  machine.Load(file);
+  machine.Load(file, xdPlaces);
   const TOperatorTexts texts("info", language);
 
   const TGasTypeDic& gases = *GasTypeDic();
@@ -45,43 +45,47 @@ int RunInfo(const std::filesystem::path& file, const std::string& language, bool
   TDADic da;
   TADDic ad;
   CalcAllPorts(&machine.Config(), da, ad);
+  // In the sections that the lines below come from.
+  const auto wrong = machine.Wrong({"GasList", "GasBranches", "Slaves", "CutHead", "HeightController", "NcParams"});
+  TellWrong(file, wrong);
   if (json) {
-    nlohmann::ordered_json document;
-    auto& list = document["gases"] = nlohmann::ordered_json::array();
+    nlohmann::ordered_json result;
+    auto& list = result["gases"] = nlohmann::ordered_json::array();
     for (std::int32_t i = 0; i < gases.GetCount(); ++i)
       list.push_back({{"value", gases.GetValue(i)}, {"name", gases.GetDesc(i)}, {"daPort", gases.GetDAPort(i)}});
-    document["cutHeadType"] = GetCutHeadType();
-    document["cutHeadModel"] = model;
-    document["focusCaption"] = GetFocusModelCaption(model);
-    document["maxSpeed"] = GetMachineMaxSpeed();
-    document["daPorts"] = JsonPorts(da);
-    document["adPorts"] = JsonPorts(ad);
-    out << document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
-    return 0;
+    result["cutHeadType"] = GetCutHeadType();
+    result["cutHeadModel"] = model;
+    result["focusCaption"] = GetFocusModelCaption(model);
+    result["maxSpeed"] = GetMachineMaxSpeed();
+    result["daPorts"] = JsonPorts(da);
+    result["adPorts"] = JsonPorts(ad);
+    result["wrong"] = JsonOf(wrong);
+    PrintDocument(out, "info", result);
+    return kExitSuccess;
   }
-  out << "Gas types:\n";
+  out << Tr("Gas types:") << '\n';
   for (std::int32_t i = 0; i < gases.GetCount(); ++i)
-    out << Format("  %d  %s  (DA port %d)\n", gases.GetValue(i), gases.GetDesc(i).c_str(), gases.GetDAPort(i));
-  out << Format("Cutting head: type %d, model \"%s\"\n", GetCutHeadType(), model.c_str());
-  out << "Focus caption: " << GetFocusModelCaption(model) << '\n';
-  out << "Maximum speed: " << ValueText(GetMachineMaxSpeed()) << " mm/s\n";
-  out << "DA ports (key: port): " << Ports(da) << '\n';
-  out << "AD ports (key: port): " << Ports(ad) << '\n';
-  return 0;
+    out << Format(Tr("  %d  %s  (DA port %d)"), gases.GetValue(i), gases.GetDesc(i).c_str(), gases.GetDAPort(i))
+        << '\n';
+  out << Format(Tr("Cutting head: type %d, model \"%s\""), GetCutHeadType(), model.c_str()) << '\n'
+      << Format(Tr("Focus caption: %s"), GetFocusModelCaption(model).c_str()) << '\n'
+      << Format(Tr("Maximum speed: %s mm/s"), ValueText(GetMachineMaxSpeed()).c_str()) << '\n'
+      << Format(Tr("DA ports (key: port): %s"), Ports(da).c_str()) << '\n'
+      << Format(Tr("AD ports (key: port): %s"), Ports(ad).c_str()) << '\n';
+  return kExitSuccess;
 }
 
 void AddInfoCommand(CLI::App& program, TCommandRun& run) {
   const auto options = std::make_shared<TInfoOptions>();
-  CLI::App* const info = program.add_subcommand("info", "Print what the machine has, as its file says");
+  CLI::App* const info = program.add_subcommand("info", Tr("Print what the machine has, as its file says"));
   AddJsonOption(*info, options->Json);
   AddMachineOptions(*info, options->Machine, options->State);
   AddLanguageOption(*info, options->Language);
-  info->footer(
-      "Gas types with their DA port, cutting head, focus caption, maximum speed, analogue ports by their key.\n"
-      "\n"
-      "Exit codes: 0 success, 2 wrong command line, 3 the machine file cannot be used.\n"
-      "\n"
-      "Software is not the emergency stop.");
+  SetHelp(*info,
+          {.Notes = Tr("Gas types with their DA port, cutting head, focus caption, maximum speed, analogue ports by\n"
+                       "their key. What is wrong in these sections of the file is told on the error output."),
+           .ExitCodes = Tr("0 success, 2 wrong command line, 3 the machine file cannot be used"),
+           .Examples = {"ixocut info", "ixocut info --machine machine.xml --json"}});
   info->callback([options, &run] {
     run = [options] {
       return RunInfo(MachineFile(options->Machine, options->State), options->Language, options->Json, std::cout);

@@ -11,55 +11,151 @@ namespace ixocamglue {
 
 void TSimGasValve::Publish(TPublisher& p) {
   constexpr TGasValveParams def;
-  p.Field("GasType", GasType, 0, kOptional).Within(1, 6).Key("the valve has no valid gas type");
-  p.Field("U0", Params.U0, def.U0, kOptional).Unit(uVolt).Within(0.0, 9.5);
-  p.Field("Uk", Params.Uk, def.Uk, kOptional).Unit(uVolt).Within(0.5, 20.0);
-  p.Field("Psup", Params.Psup, def.Psup, kOptional).Unit(uBar).Within(0.0, 100.0);
-  p.Field("Gamma", Params.Gamma, def.Gamma, kOptional).Within(0.2, 5.0);
-  p.Field("M", Params.M, def.M, kOptional).Within(1.0, 100.0);
-  p.Field("Play", Params.Play, def.Play, kOptional).Unit(uVolt).Within(0.0, 1.0);
-  p.Field("DeadMs", Params.DeadMs, def.DeadMs, kOptional).Unit(uMs).Within(0, 5000);
-  p.Field("FillMs", Params.FillMs, def.FillMs, kOptional).Unit(uMs).Within(1.0, 60'000.0);
-  p.Field("BleedMs", Params.BleedMs, def.BleedMs, kOptional).Unit(uMs).Within(1.0, 60'000.0);
-  p.Field("VentMs", Params.VentMs, def.VentMs, kOptional).Unit(uMs).Within(1.0, 60'000.0);
-  p.Field("Creep", Params.Creep, def.Creep, kOptional).Within(0.0, 0.5);
-  p.Field("CreepMs", Params.CreepMs, def.CreepMs, kOptional).Unit(uMs).Within(1.0, 60'000.0);
-  p.Field("Noise", Params.Noise, def.Noise, kOptional).Unit(uBar).Within(0.0, 10.0);
-  p.Field("Ripple", Params.Ripple, def.Ripple, kOptional).Unit(uBar).Within(0.0, 10.0);
-  p.Field("RippleMs", Params.RippleMs, def.RippleMs, kOptional).Unit(uMs).Within(0.1, 60'000.0);
-  p.Field("Offset", Params.Offset, def.Offset, kOptional).Unit(uBar).Within(-10.0, 10.0);
-  p.Field("Range", Params.Range, def.Range, kOptional).Unit(uBar).Within(0.1, 1000.0);
-  p.Field("Fault", FaultName, "none", kOptional);
+  p.Field("GasType", GasType, 0, kOptional)
+      .Within(1, 6)
+      .Key(TrMark("the valve has no valid gas type"))
+      .Text(TrMark("Gas whose simulated valve this is, as in the gas branches"));
+  p.Field("U0", Params.U0, def.U0, kOptional)
+      .Unit(uVolt)
+      .Within(0.0, 9.5)
+      .Text(TrMark("Voltage up to which the simulated valve stays shut"));
+  p.Field("Uk", Params.Uk, def.Uk, kOptional)
+      .Unit(uVolt)
+      .Within(0.5, 20.0)
+      .Text(TrMark("Voltage at which the simulated valve reaches the supply pressure"));
+  p.Field("Psup", Params.Psup, def.Psup, kOptional)
+      .Unit(uBar)
+      .Within(0.0, 100.0)
+      .Text(TrMark("Supply pressure of the simulated branch"));
+  p.Field("Gamma", Params.Gamma, def.Gamma, kOptional)
+      .Within(0.2, 5.0)
+      .Text(TrMark("Bend of the simulated valve's rise; 1: straight"));
+  p.Field("M", Params.M, def.M, kOptional)
+      .Within(1.0, 100.0)
+      .Text(TrMark("Sharpness of the knee below the supply pressure"));
+  p.Field("Play", Params.Play, def.Play, kOptional)
+      .Unit(uVolt)
+      .Within(0.0, 1.0)
+      .Text(TrMark("Half the width of the simulated spool's play"));
+  p.Field("DeadMs", Params.DeadMs, def.DeadMs, kOptional)
+      .Unit(uMs)
+      .Within(0, 5000)
+      .Text(TrMark("Time before the simulated valve answers a voltage"));
+  p.Field("FillMs", Params.FillMs, def.FillMs, kOptional)
+      .Unit(uMs)
+      .Within(1.0, 60'000.0)
+      .Text(TrMark("Time constant with which the simulated line fills"));
+  p.Field("BleedMs", Params.BleedMs, def.BleedMs, kOptional)
+      .Unit(uMs)
+      .Within(1.0, 60'000.0)
+      .Text(TrMark("Time constant with which the simulated line loses pressure through the valve"));
+  p.Field("VentMs", Params.VentMs, def.VentMs, kOptional)
+      .Unit(uMs)
+      .Within(1.0, 60'000.0)
+      .Text(TrMark("Time constant with which the simulated line empties when gas is off"));
+  p.Field("Creep", Params.Creep, def.Creep, kOptional)
+      .Within(0.0, 0.5)
+      .Text(TrMark("Share of the simulated pressure that comes late"));
+  p.Field("CreepMs", Params.CreepMs, def.CreepMs, kOptional)
+      .Unit(uMs)
+      .Within(1.0, 60'000.0)
+      .Text(TrMark("Time constant of the share that comes late"));
+  p.Field("Noise", Params.Noise, def.Noise, kOptional)
+      .Unit(uBar)
+      .Within(0.0, 10.0)
+      .Text(TrMark("Deviation of one reading of the simulated sensor"));
+  p.Field("Ripple", Params.Ripple, def.Ripple, kOptional)
+      .Unit(uBar)
+      .Within(0.0, 10.0)
+      .Text(TrMark("Deviation that neighbouring readings of the simulated sensor share"));
+  p.Field("RippleMs", Params.RippleMs, def.RippleMs, kOptional)
+      .Unit(uMs)
+      .Within(0.1, 60'000.0)
+      .Text(TrMark("Time over which readings of the simulated sensor share a deviation"));
+  p.Field("Offset", Params.Offset, def.Offset, kOptional)
+      .Unit(uBar)
+      .Within(-10.0, 10.0)
+      .Text(TrMark("What the simulated sensor reads without pressure"));
+  p.Field("Range", Params.Range, def.Range, kOptional)
+      .Unit(uBar)
+      .Within(0.1, 1000.0)
+      .Text(TrMark("Highest pressure that the simulated sensor can read"));
+  p.Field("Fault", FaultName, "none", kOptional)
+      .Text(TrMark("How the simulated valve or its sensor fails; none: it works"));
 }
 
 void TSimPhysics::Publish(TPublisher& p) {
-  p.Field("EmissionDelayMs", EmissionDelayMs, 800, kOptional).Unit(uMs).Within(0, 600'000);
-  p.Field("EmissionJitterMs", EmissionJitterMs, 200, kOptional).Unit(uMs).Within(0, 60'000);
-  p.Field("GasTimeConstantMs", GasTimeConstantMs, 150, kOptional).Unit(uMs).Within(1, 60'000);
-  p.Field("SwitchTimeMs", SwitchTimeMs, 60, kOptional).Unit(uMs).Within(0, 60'000);
-  p.Field("Follower", Follower, true, kOptional).Within(bdSwitch);
-  p.Field("SecondFollower", SecondFollower, false, kOptional).Within(bdSwitch);
-  p.Field("FollowingErrorMs", FollowingErrorMs, 2.0, kOptional).Unit(uMs).Within(0.0, 100.0);
-  p.Field("PlateZ", PlateZ, 80.0, kOptional).Unit(uMm).Within(bdAxisZ);
+  p.Field("EmissionDelayMs", EmissionDelayMs, 800, kOptional)
+      .Unit(uMs)
+      .Within(0, 600'000)
+      .Text(TrMark("How long the simulated laser takes to confirm its emission"));
+  p.Field("EmissionJitterMs", EmissionJitterMs, 200, kOptional)
+      .Unit(uMs)
+      .Within(0, 60'000)
+      .Text(TrMark("How much longer that may take, by the seed"));
+  p.Field("GasTimeConstantMs", GasTimeConstantMs, 150, kOptional)
+      .Unit(uMs)
+      .Within(1, 60'000)
+      .Text(TrMark("Time constant of the gas pressure where no valve is simulated"));
+  p.Field("SwitchTimeMs", SwitchTimeMs, 60, kOptional)
+      .Unit(uMs)
+      .Within(0, 60'000)
+      .Text(TrMark("How long a simulated gas valve takes to open or shut"));
+  p.Field("Follower", Follower, true, kOptional)
+      .Within(bdSwitch)
+      .Text(TrMark("Whether the simulated head has a height follower; without one Z belongs to the motion driver"));
+  p.Field("SecondFollower", SecondFollower, false, kOptional)
+      .Within(bdSwitch)
+      .Text(TrMark("Whether the simulated machine has a second head with a follower"));
+  p.Field("FollowingErrorMs", FollowingErrorMs, 2.0, kOptional)
+      .Unit(uMs)
+      .Within(0.0, 100.0)
+      .Text(TrMark("By how much time a simulated axis lags behind its set position"));
+  p.Field("PlateZ", PlateZ, 80.0, kOptional)
+      .Unit(uMm)
+      .Within(bdAxisZ)
+      .Text(TrMark("Z at which the nozzle would touch the simulated plate"));
 }
 
 void TSimWorkArea::Publish(TPublisher& p) {
-  p.Field("MinX", Area.Min.X, 0.0, kOptional).Unit(uMm).Within(bdAxisX);
-  p.Field("MinY", Area.Min.Y, 0.0, kOptional).Unit(uMm).Within(bdAxisY);
-  p.Field("MaxX", Area.Max.X, 3000.0, kOptional).Unit(uMm).Within(bdAxisX);
-  p.Field("MaxY", Area.Max.Y, 1500.0, kOptional).Unit(uMm).Within(bdAxisY);
+  p.Field("MinX", Area.Min.X, 0.0, kOptional).Unit(uMm).Within(bdAxisX).Text(TrMark("Lowest X that work may lead to"));
+  p.Field("MinY", Area.Min.Y, 0.0, kOptional).Unit(uMm).Within(bdAxisY).Text(TrMark("Lowest Y that work may lead to"));
+  p.Field("MaxX", Area.Max.X, 3000.0, kOptional)
+      .Unit(uMm)
+      .Within(bdAxisX)
+      .Text(TrMark("Highest X that work may lead to"));
+  p.Field("MaxY", Area.Max.Y, 1500.0, kOptional)
+      .Unit(uMm)
+      .Within(bdAxisY)
+      .Text(TrMark("Highest Y that work may lead to"));
 }
 
 void TSimWorkOrigin::Publish(TPublisher& p) {
-  p.Field("Valid", Valid, true, kOptional).Within(bdSwitch);
-  p.Field("X", Origin.X, 0.0, kOptional).Unit(uMm).Within(bdAxisX);
-  p.Field("Y", Origin.Y, 0.0, kOptional).Unit(uMm).Within(bdAxisY);
+  p.Field("Valid", Valid, true, kOptional)
+      .Within(bdSwitch)
+      .Text(TrMark("Whether there is a work origin; moves in work coordinates are refused without"));
+  p.Field("X", Origin.X, 0.0, kOptional)
+      .Unit(uMm)
+      .Within(bdAxisX)
+      .Text(TrMark("X of the work origin in machine coordinates"));
+  p.Field("Y", Origin.Y, 0.0, kOptional)
+      .Unit(uMm)
+      .Within(bdAxisY)
+      .Text(TrMark("Y of the work origin in machine coordinates"));
 }
 
 void TSimRackParams::Publish(TPublisher& p) {
-  p.Field("HeadNozzle", HeadNozzle, 0, kOptional).Within(0, std::numeric_limits<std::int32_t>::max());
-  p.Field("TravelMs", TravelMs, 400, kOptional).Unit(uMs).Within(1, 60'000);
-  p.Field("ThreadTurns", ThreadTurns, 2.0, kOptional).Unit(uTurns).Within(0.1, 100.0);
+  p.Field("HeadNozzle", HeadNozzle, 0, kOptional)
+      .Within(0, std::numeric_limits<std::int32_t>::max())
+      .Text(TrMark("Nozzle that the simulated head wears when the machine starts; 0: none"));
+  p.Field("TravelMs", TravelMs, 400, kOptional)
+      .Unit(uMs)
+      .Within(1, 60'000)
+      .Text(TrMark("How long the simulated cap and stage take from end to end"));
+  p.Field("ThreadTurns", ThreadTurns, 2.0, kOptional)
+      .Unit(uTurns)
+      .Within(0.1, 100.0)
+      .Text(TrMark("How far a simulated nozzle must be turned to come off"));
 }
 
 void TSimulatorRecord::Publish(TPublisher& p) {
@@ -78,7 +174,8 @@ void ReadPhysics(const TConfigSection& section, TSimConfig& sim, std::vector<TPr
   TSimPhysics& physics = sim.Physics;
   sim.Take(section, physics, problems);
   if (physics.SecondFollower && !physics.Follower)
-    problems.push_back(ProblemAt(section, "SecondFollower", "true", "a machine without Follower has no second one"));
+    problems.push_back(
+        ProblemAt(section, "SecondFollower", "true", Tr("a machine without Follower has no second one")));
   sim.Followers = physics.SecondFollower ? 2 : 1;
   physics.PlateZ = std::clamp(physics.PlateZ, sim.Z.SoftLimitNeg, sim.Z.SoftLimitPos);
 }
@@ -92,7 +189,8 @@ void ReadWork(const TConfigSection& section, TSimConfig& sim, std::vector<TProbl
   sim.Take(areaSection, stated, problems);
   const auto order = [&](const char* name, double least, double& value, double most) {
     if (value >= least) return;
-    problems.push_back(ProblemAt(areaSection, name, NumberText(value), Format("outside %.10g to %.10g", least, most)));
+    problems.push_back(
+        ProblemAt(areaSection, name, NumberText(value), Format(Tr("outside %.10g to %.10g"), least, most)));
     value = most;
   };
   order("MaxX", area.Min.X, area.Max.X, sim.X.SoftLimitPos);
@@ -112,7 +210,7 @@ void ReadWork(const TConfigSection& section, TSimConfig& sim, std::vector<TProbl
 void CheckSafeZ(const TConfigSection& axes, const TSimConfig& sim, std::vector<TProblem>& problems) {
   if (sim.SafeZ >= sim.Physics.PlateZ && sim.SafeZ > sim.Z.SoftLimitNeg)
     problems.push_back(ProblemAt(axes, "Axis/SafeZ", Format("%g", sim.SafeZ),
-                                 Format("not above the plate (PlateZ %g)", sim.Physics.PlateZ)));
+                                 Format(Tr("not above the plate (PlateZ %g)"), sim.Physics.PlateZ)));
 }
 
 TSimSwitch SwitchOf(const TInportParamsConfig& in) { return {in.Port, in.Level != 0}; }
@@ -172,10 +270,12 @@ void ReadGasValves(const TConfigSection& simulator, TSimConfig& sim, std::vector
     section.LoadOver(valve);
     const TGasValveParams& params = valve.Params;
     if (params.Uk - params.U0 < kLeastRiseV)
-      problems.push_back(
-          ProblemAt(section, "Uk", Format("%g", params.Uk), Format("not %g V above U0 (%g)", kLeastRiseV, params.U0)));
+      problems.push_back(ProblemAt(section, "Uk", Format("%g", params.Uk),
+                                   Format(Tr("not %g V above U0 (%g)"), kLeastRiseV, params.U0)));
     const auto fault = ValveFaultByName(valve.FaultName);
-    if (!fault) problems.push_back(ProblemAt(section, "Fault", valve.FaultName, "not one of " + ValveFaultNames()));
+    if (!fault)
+      problems.push_back(
+          ProblemAt(section, "Fault", valve.FaultName, Format(Tr("not one of %s"), ValveFaultNames().c_str())));
     valve.Fault = fault.value_or(vfNone);
     sim.GasValves.push_back(valve);
   }
@@ -192,15 +292,15 @@ TSimGasValve TSimConfig::GasValve(std::int32_t gasType) const {
   return usual;
 }
 
-TSimConfig TSimConfig::FromConfig(const TMachineConfig& config, std::vector<TProblem>& problems) {
+TSimConfig TSimConfig::FromRoot(const TConfigSection& root, std::vector<TProblem>& problems) {
   TSimConfig sim;
-  sim.Read(config, problems);
-  const TConfigSection own = config.Section("Simulator");
+  sim.Read(root, problems);
+  const TConfigSection own = root.Child("Simulator");
   ReadPhysics(own, sim, problems);
   ReadWork(own, sim, problems);
-  CheckSafeZ(config.Section("Axes"), sim, problems);
-  ReadRack(config.Section("NozzleChange"), own.Child("Rack"), sim, problems);
-  ReadBrushes(config.Section("AutoCleanHead"), sim.Brushes);
+  CheckSafeZ(root.Child("Axes"), sim, problems);
+  ReadRack(root.Child("NozzleChange"), own.Child("Rack"), sim, problems);
+  ReadBrushes(root.Child("AutoCleanHead"), sim.Brushes);
   ReadGasValves(own, sim, problems);
   return sim;
 }

@@ -273,7 +273,7 @@ TEST(SimConfig, WhatIsWrongIsNamedWithItsPlaceAndTheDefaultStands) {
       "Laser/MaxPower: \"nan\", not a number",
       "Axes/Axis[1]/SoftLimitPos: \"10\", not above SoftLimitNeg (10)",
       "Axes/Axis[2]/Name: \"W\", not one of X, Y, Z, Focus",
-      "Axes/Axis[3]/MaxSpeed: \"-5\", outside 0.1 to 100000",
+      "Axes/Axis[3]/MaxSpeed: \"-5\", outside 0.1 to 100000 mm/s",
       "Axes/Axis[4]/Name: \"Y\", described twice",
       "GasBranches/GasBranch[2]/GasType: \"2\", given twice",
       "GasBranches/GasBranch[3]/GasType: \"7\", outside 1 to 6",
@@ -281,12 +281,12 @@ TEST(SimConfig, WhatIsWrongIsNamedWithItsPlaceAndTheDefaultStands) {
       "Ports/Inport[1]/Number: \"\", the port has no valid number",
       "Ports/Outport[2]/Number: \"3\", given twice",
       "Slaves/Slave[1]/Identity: \"0xE000002199\", not a whole number in range",
-      "Supervisor/LaserOnLimitMs: \"70000\", outside 100 to 64000",
+      "Supervisor/LaserOnLimitMs: \"70000\", outside 100 to 64000 ms",
       "Simulator/SecondFollower: \"maybe\", neither true nor false",
-      "Simulator/PlateZ: \"500\", outside 0 to 120",
+      "Simulator/PlateZ: \"500\", outside 0 to 120 mm",
   };
   std::vector<std::string> texts;
-  for (const TProblem& problem : problems) texts.push_back(problem.Text());
+  for (const TProblem& problem : problems) texts.push_back(problem.Where + ": " + problem.What);
   EXPECT_EQ(texts, expected);
   EXPECT_EQ(config.Laser.EmissionOnDelay, TSimConfig{}.Laser.EmissionOnDelay);
   EXPECT_EQ(config.X.SoftLimitPos, TSimConfig{}.X.SoftLimitPos);

@@ -238,7 +238,7 @@ TEST(GasValveFile, ValvesAreReadAndWhatIsWrongIsNamed) {
   EXPECT_EQ(sim.GasValve(2).Fault, vfStuck);
   EXPECT_EQ(sim.GasValve(3).Params.Psup, 21.0);
   ASSERT_EQ(problems.size(), 5U);
-  EXPECT_EQ(problems[2].Text(), "Simulator/GasValve[4]/Play: \"x\", not a number");
+  EXPECT_EQ(problems[2].Where + ": " + problems[2].What, "Simulator/GasValve[4]/Play: \"x\", not a number");
 }
 
 }  // namespace

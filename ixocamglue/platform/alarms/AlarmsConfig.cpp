@@ -15,20 +15,24 @@ std::shared_ptr<const TAlarmConfigItem> ItemOf(const TUserAlarmRecord& record) {
 }  // namespace
 
 void TUserAlarmRecord::Publish(TPublisher& p) {
-  p.Field("Number", Number, 0, kOptional);
-  p.Field("Description", Description, "", kOptional);
-  p.Field("Reason", Reason, "", kOptional);
-  p.Field("Solution", Solution, "", kOptional);
+  p.Field("Number", Number, 0, kOptional)
+      .Within(bdAtLeast(0))
+      .Text(TrMark("Number of the alarm; its identifier is UserDefAlarm# and this number plus 1000"));
+  p.Field("Description", Description, "", kOptional).Text(TrMark("What the operator reads when the alarm stands"));
+  p.Field("Reason", Reason, "", kOptional).Text(TrMark("Why the alarm comes, as the operator reads it"));
+  p.Field("Solution", Solution, "", kOptional).Text(TrMark("What the operator should do about the alarm"));
 }
 
 void TGroupAlarmRecord::Publish(TPublisher& p) {
-  p.Field("Value", Value, 0, kOptional);
+  p.Field("Value", Value, 0, kOptional)
+      .Within(bdAtLeast(0))
+      .Text(TrMark("Reading of the group's inputs at which this alarm stands"));
   TUserAlarmRecord::Publish(p);
 }
 
 void TAlarmGroupRecord::Publish(TPublisher& p) {
-  p.Field("Name", Name, "", kOptional);
-  p.Field("Bits", Bits, 0, kOptional);
+  p.Field("Name", Name, "", kOptional).Text(TrMark("What the group of inputs reports on"));
+  p.Field("Bits", Bits, 0, kOptional).Within(0, 31).Text(TrMark("How many inputs are read together as one number"));
   p.List("Item", Items);
 }
 

@@ -47,35 +47,36 @@ class TJudge final : public TFieldPublisher<TJudge>, private TFieldListener {
  public:
   // `seen`: the keys of the list so far that the record is an item of.
   TJudge(const TConfigSection& section, const TMachineBounds& machine, std::vector<TProblem>& problems,
-         std::vector<double>* seen)
-      : FSection(section), FMachine(machine), FProblems(problems), FSeen(seen) {
+         TJudging judging, std::vector<double>* seen)
+      : FSection(section), FMachine(machine), FProblems(problems), FJudging(judging), FSeen(seen) {
     FListener = this;
   }
 
   template <class T, class D>
-  void Value(TPropName name, T&, const D&, const TFieldRule&) {
+  void Value(TPropName name, T&, const D& def, const TFieldRule&) {
+    // A text with a bound is the text of a number.
+    using TNumber = std::conditional_t<std::is_same_v<T, std::string>, std::int32_t, T>;
     FName = name.Text;
     FText = FSection.GetText(FName, "");
     FNumber.reset();
     FUnreadable = nullptr;
-    if constexpr (!std::is_same_v<T, std::string>) {
-      if (TrimXml(FText).empty()) return;
-      if (const auto value = ParseValue<T>(FText))
-        FNumber = static_cast<double>(*value);
-      else
-        FUnreadable = std::is_same_v<T, bool>       ? "neither true nor false"
-                      : std::is_floating_point_v<T> ? "not a number"
-                                                    : "not a whole number in range";
-    }
+    FDefault = ValueText(T(def));
+    if (TrimXml(FText).empty()) return;
+    if (const auto value = ParseValue<TNumber>(FText))
+      FNumber = static_cast<double>(*value);
+    else
+      FUnreadable = std::is_same_v<TNumber, bool>       ? Tr("neither true nor false")
+                    : std::is_floating_point_v<TNumber> ? Tr("not a number")
+                                                        : Tr("not a whole number in range");
   }
   void Child(TPropName name, TXmlSubConfig& child) override {
-    CheckRecord(FSection.Child(name.Text), child, FMachine, FProblems);
+    CheckRecord(FSection.Child(name.Text), child, FMachine, FProblems, FJudging);
   }
   void List(TPropName itemName, TXmlListBase& list) override {
     const auto item = list.MakeItem();
     std::vector<double> seen;
     for (const TConfigSection& section : FSection.Children(itemName.Text)) {
-      TJudge judge(section, FMachine, FProblems, &seen);
+      TJudge judge(section, FMachine, FProblems, FJudging, &seen);
       item->Publish(judge);
     }
   }
@@ -83,30 +84,38 @@ class TJudge final : public TFieldPublisher<TJudge>, private TFieldListener {
  private:
   void Said(const TFieldFacts& facts) override {
     const TBound& bound = facts.Bound;
-    if (bound.Kind == bkAny) return;
-    if (FUnreadable) Add(FText, FUnreadable);
+    if (bound.Kind == bkAny || (bound.Advice && FJudging == jdRefused)) return;
+    const auto add = [&](const std::string& text, const std::string& why) {
+      FProblems.push_back(ProblemAt(FSection, FName, text, why));
+      if (facts.Text) FProblems.back().Why = Tr(facts.Text);
+    };
+    if (FUnreadable) add(FText, FUnreadable);
     const TLimits limits = FMachine.Of(bound, bound.Branch ? FSection.GetInt(bound.Branch, 0) : 0);
     const bool allowed = FNumber && limits.Allows(*FNumber);
-    if (FNumber && !allowed) Add(FText, (limits.IsChoice ? "not one of " : "outside ") + limits.Text(" to "));
+    if (FNumber && !allowed) {
+      std::string why = limits.Refusal(*FNumber, facts.Unit);
+      const bool defaulted = facts.DefaultBelow && *FNumber < limits.Lowest;
+      if (defaulted) why += Format(Tr("; the default %s is in force"), FDefault.c_str());
+      if (!defaulted || FJudging == jdAll) add(FText, why);
+    }
     if (!facts.Missing || !FSeen) return;
     if (!allowed)
-      Add("", facts.Missing);
+      add("", Tr(facts.Missing));
     else if (std::ranges::find(*FSeen, *FNumber) != FSeen->end())
-      Add(FText, "given twice");
+      add(FText, Tr("given twice"));
     else
       FSeen->push_back(*FNumber);
-  }
-  void Add(const std::string& text, const std::string& why) {
-    FProblems.push_back(ProblemAt(FSection, FName, text, why));
   }
 
   const TConfigSection& FSection;
   const TMachineBounds& FMachine;
   std::vector<TProblem>& FProblems;
+  const TJudging FJudging;
   std::vector<double>* const FSeen;
   // Of the field whose line is being said.
   std::string_view FName;
   std::string FText;
+  std::string FDefault;
   std::optional<double> FNumber;
   const char* FUnreadable = nullptr;
 };
@@ -122,26 +131,12 @@ void ReadAxis(const TConfigSection& section, TAxisConfig& axis, const TMachineBo
   CheckRecord(section, axis, machine, problems);  // the safe height by the limits that it stands with
   if (!ordered)
     problems.push_back(ProblemAt(section, "SoftLimitPos", Format("%g", stated.SoftLimitPos),
-                                 Format("not above SoftLimitNeg (%g)", stated.SoftLimitNeg)));
+                                 Format(Tr("not above SoftLimitNeg (%g)"), stated.SoftLimitNeg)));
   if (problems.size() == first) return;
   axis = before;
   if (!ordered) return;
   axis.SoftLimitNeg = stated.SoftLimitNeg;
   axis.SoftLimitPos = stated.SoftLimitPos;
-}
-
-// A limit that is too short is not in force, which is no reason to refuse the machine.
-void ReadSupervisor(const TConfigSection& section, TSupervisorConfig& limits, const TMachineBounds& machine,
-                    std::vector<TProblem>& problems) {
-  TSupervisorConfig read = limits;
-  section.LoadOver(read);
-  std::vector<TProblem> wrong;
-  CheckRecord(section, read, machine, wrong);
-  std::erase_if(wrong, [&](const TProblem& problem) {
-    return read.TooShort(std::string_view(problem.Where).substr(problem.Where.rfind('/') + 1));
-  });
-  if (wrong.empty()) limits = read;
-  std::ranges::move(wrong, std::back_inserter(problems));
 }
 
 template <class Item>
@@ -159,10 +154,9 @@ TLimits TMachineBounds::Of(const TBound& bound, std::int32_t branch) const {
   return limits;
 }
 
-void TMachineBounds::Read(const TMachineConfig& config, std::vector<TProblem>& problems) {
-  const TConfigSection root = config.Root();
+void TMachineBounds::Read(const TConfigSection& root, std::vector<TProblem>& problems) {
   TMachineRecord whole;  // with its own values only; its sections follow, each in its place
-  TJudge own(root, *this, problems, nullptr);
+  TJudge own(root, *this, problems, jdRefused, nullptr);
   whole.PublishOwn(own);
   Take(root.Child("Laser"), Laser, problems);
 
@@ -172,9 +166,9 @@ void TMachineBounds::Read(const TMachineConfig& config, std::vector<TProblem>& p
     TAxisConfig* const known[] = {&X, &Y, &Z, &Focus};
     const auto it = std::ranges::find(known, name, [](const TAxisConfig* axis) { return axis->Name; });
     if (it == std::end(known)) {
-      problems.push_back(ProblemAt(section, "Name", name, "not one of X, Y, Z, Focus"));
+      problems.push_back(ProblemAt(section, "Name", name, Format(Tr("not one of %s"), "X, Y, Z, Focus")));
     } else if (std::ranges::find(seen, name) != seen.end()) {
-      problems.push_back(ProblemAt(section, "Name", name, "described twice"));
+      problems.push_back(ProblemAt(section, "Name", name, Tr("described twice")));
     } else {
       seen.push_back(name);
       ReadAxis(section, **it, *this, problems);
@@ -198,19 +192,20 @@ void TMachineBounds::Read(const TMachineConfig& config, std::vector<TProblem>& p
     TSlaveConfig slave;
     section.LoadOver(slave);
     if (!TrimXml(slave.Identity).empty() && !slave.ParseIdentity())
-      problems.push_back(ProblemAt(section, "Identity", slave.Identity, "not a whole number in range"));
+      problems.push_back(ProblemAt(section, "Identity", slave.Identity, Tr("not a whole number in range")));
   }
   TSwitchTableConfig table;
   Take(root.Child("SwitchTable"), table, problems);
   DockedTable = table.DockedTable;
-  ReadSupervisor(root.Child("Supervisor"), Supervisor, *this, problems);
+  Take(root.Child("Supervisor"), Supervisor, problems);
 }
 
 void CheckRecord(const TConfigSection& section, TXmlSubConfig& record, const TMachineBounds& machine,
-                 std::vector<TProblem>& problems) {
-  TJudge judge(section, machine, problems, nullptr);
+                 std::vector<TProblem>& problems, TJudging judging) {
+  TJudge judge(section, machine, problems, judging, nullptr);
   record.Publish(judge);
-  for (const auto& [name, sub] : record.SubConfigs()) CheckRecord(section.Child(name), *sub, machine, problems);
+  for (const auto& [name, sub] : record.SubConfigs())
+    CheckRecord(section.Child(name), *sub, machine, problems, judging);
 }
 
 TProblem ProblemAt(const TConfigSection& section, std::string_view name, const std::string& value,

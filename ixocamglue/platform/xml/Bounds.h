@@ -32,20 +32,26 @@ struct TMachineBounds {
   // `branch`: the branch that a pressure belongs to, 0 when it is not known; without effect on anything else.
   [[nodiscard]] TLimits Of(const TBound& bound, std::int32_t branch = 0) const;
 
-  // Takes what the file says of any machine. Each value that is no number, outside its bound or given twice adds a
-  // problem, in the order of the sections: a machine is made only without any. A section with one keeps its defaults.
-  void Read(const TMachineConfig& config, std::vector<TProblem>& problems);
+  // Takes what a file with this document element says of any machine. Each value that is no number, outside its bound
+  // or given twice adds a problem, in the order of the sections: a machine is made only without any. A section with one
+  // keeps its defaults.
+  void Read(const TConfigSection& root, std::vector<TProblem>& problems);
+  void Read(const TMachineConfig& config, std::vector<TProblem>& problems) { Read(config.Root(), problems); }
 
   // Reads a section over what the record holds, unless something in it is wrong.
   template <class Record>
   void Take(const TConfigSection& section, Record& record, std::vector<TProblem>& problems) const;
 };
 
+// What CheckRecord tells of: all, or only what keeps a machine from being made.
+enum class TJudging : std::uint8_t { jdAll, jdRefused };
+using enum TJudging;
+
 // Adds a problem for each value with a bound, here and in all that belongs to the record, that is no value of its
-// property or outside: Where is its path, What begins with its text in quotation marks. The record lends its lines
-// only.
+// property or outside: Where is its path, What begins with its text in quotation marks, Why is the property's sentence.
+// The record lends its lines only.
 void CheckRecord(const TConfigSection& section, TXmlSubConfig& record, const TMachineBounds& machine,
-                 std::vector<TProblem>& problems);
+                 std::vector<TProblem>& problems, TJudging judging = jdRefused);
 
 [[nodiscard]] TProblem ProblemAt(const TConfigSection& section, std::string_view name, const std::string& value,
                                  const std::string& why);

@@ -10,13 +10,27 @@
 #include <utility>
 #include <vector>
 
+#include "ixocamglue/support/Texts.h"
+
 namespace ixocamglue {
 
-class TText;
-
-enum class TUnit : std::uint8_t { uNone, uMm, uMmPerS, uMmPerS2, uMs, uBar, uVolt, uWatt, uHertz, uPercent, uTurns };
+enum class TUnit : std::uint8_t {
+  uNone,
+  uMm,
+  uMmPerS,
+  uMmPerS2,
+  uMs,
+  uBar,
+  uVolt,
+  uWatt,
+  uHertz,
+  uPercent,
+  uTurns,
+  uTurnsPerS,
+  uHour
+};
 using enum TUnit;
-[[nodiscard]] const char* UnitText(TUnit unit);  // "mm/s"; empty for uNone
+[[nodiscard]] const char* UnitText(TUnit unit);  // "mm/s"; empty for uNone; Tr shows it
 
 // bkX to bkFocus: within the axis' soft limits. Speeds: 0 to the axis' highest, of X and Y the slower one's.
 // bkPressure: 0 to what a branch may have; without a branch, the highest of all. bkFollower: 0 to the last one's index.
@@ -46,10 +60,16 @@ struct TBound {
   double Most = std::numeric_limits<double>::infinity();
   double Also = std::numeric_limits<double>::quiet_NaN();  // allowed too: "none", or "not set"
   const char* Branch = nullptr;  // with bkPressure: the property or parameter beside it that names the branch
+  bool Advice = false;           // a value outside is told of, and no reason to refuse the machine
 
   [[nodiscard]] constexpr TBound Or(double value) const {
     TBound bound = *this;
     bound.Also = value;
+    return bound;
+  }
+  [[nodiscard]] constexpr TBound AsAdvice() const {
+    TBound bound = *this;
+    bound.Advice = true;
     return bound;
   }
 };
@@ -71,6 +91,7 @@ inline constexpr TBound bdPressure{.Kind = bkPressure};
 [[nodiscard]] constexpr TBound bdRange(double least, double most) {
   return {.Kind = bkFixed, .Least = least, .Most = most};
 }
+[[nodiscard]] constexpr TBound bdAtLeast(double least) { return {.Kind = bkFixed, .Least = least}; }
 
 // What a bound comes to.
 struct TLimits {
@@ -83,20 +104,24 @@ struct TLimits {
   [[nodiscard]] bool Allows(double value) const;
   // "0..3050", "-1, 1..4, 7", "none"; `upTo` stands between the ends.
   [[nodiscard]] std::string Text(const char* upTo = "..") const;
+  // What is wrong with a value that is not allowed: "outside 0 to 3050 mm", "below 0 ms", "not one of 1 to 3, 6".
+  [[nodiscard]] std::string Refusal(double value, TUnit unit) const;
 };
 
-// "axis X", "a fitted output port", "20..60000", "the pressure of CleanGasBranch": for who knows no machine.
+// "axis X", "a fitted output port", "20..60000", "the pressure of CleanGasBranch": for who knows no machine. Empty
+// where any value will do.
 [[nodiscard]] std::string BoundText(const TBound& bound);
 
 // The number as people write it: whole ones without an exponent, else the shortest text that reads back the same.
 [[nodiscard]] std::string NumberText(double value);
 
-// What a record's line says of a property beside its name, type and default.
+// What a record's line says of a property beside its name, type and default: the one place where it is said.
 struct TFieldFacts {
   TUnit Unit = uNone;
   TBound Bound;
-  const TText* Text = nullptr;    // one sentence for operators; null: none yet
+  const char* Text = nullptr;     // what the value does for the machine: one sentence in English, which Tr shows
   const char* Missing = nullptr;  // of what tells the items of a list apart: what an item without one is
+  bool DefaultBelow = false;      // below its least the default is in force, which is no reason to refuse the machine
 };
 
 // Hears the facts of each field, after its Field.
@@ -136,8 +161,13 @@ class TFieldLine {
     if (FListener) FListener->FFacts.Missing = missing;
     return *this;
   }
-  TFieldLine& Text(const TText& text) {
-    if (FListener) FListener->FFacts.Text = &text;
+  TFieldLine& DefaultBelow() {
+    if (FListener) FListener->FFacts.DefaultBelow = true;
+    return *this;
+  }
+  // One sentence, marked with TrMark.
+  TFieldLine& Text(const char* text) {
+    if (FListener) FListener->FFacts.Text = text;
     return *this;
   }
 

@@ -6,19 +6,44 @@ namespace ixocamglue {
 
 void TJogXYRecord::Publish(TPublisher& p) {
   constexpr TJogXYSection def;
-  p.Field("LowJogSpeed", Values.LowJogSpeed, def.LowJogSpeed).Unit(uMmPerS).Within(bdXYSpeed);
-  p.Field("NormalJogSpeed", Values.NormalJogSpeed, def.NormalJogSpeed).Unit(uMmPerS).Within(bdXYSpeed);
-  p.Field("HighJogSpeed", Values.HighJogSpeed, def.HighJogSpeed).Unit(uMmPerS).Within(bdXYSpeed);
+  p.Field("LowJogSpeed", Values.LowJogSpeed, def.LowJogSpeed)
+      .Unit(uMmPerS)
+      .Within(bdXYSpeed)
+      .Text(TrMark("Speed of the X and Y jog keys at the low step of the knob"));
+  p.Field("NormalJogSpeed", Values.NormalJogSpeed, def.NormalJogSpeed)
+      .Unit(uMmPerS)
+      .Within(bdXYSpeed)
+      .Text(TrMark("Speed of the X and Y jog keys at the normal step of the knob"));
+  p.Field("HighJogSpeed", Values.HighJogSpeed, def.HighJogSpeed)
+      .Unit(uMmPerS)
+      .Within(bdXYSpeed)
+      .Text(TrMark("Speed of the X and Y jog keys at the high step of the knob"));
 }
 
 void TJogZRecord::Publish(TPublisher& p) {
   constexpr TJogZSection def;
-  p.Field("Head", Head, 1, kOptional);
-  p.Field("AxisNo", Values.AxisNo, def.AxisNo, kOptional);
-  p.Field("LowJogSpeed", Values.LowJogSpeed, def.LowJogSpeed).Unit(uMmPerS).Within(bdZSpeed);
-  p.Field("NormalJogSpeed", Values.NormalJogSpeed, def.NormalJogSpeed).Unit(uMmPerS).Within(bdZSpeed);
-  p.Field("HighJogSpeed", Values.HighJogSpeed, def.HighJogSpeed).Unit(uMmPerS).Within(bdZSpeed);
-  p.Field("JogSpeed", Values.JogSpeed, def.JogSpeed).Unit(uMmPerS).Within(bdZSpeed);
+  p.Field("Head", Head, 1, kOptional)
+      .Within(1, 2)
+      .Text(TrMark("Cutting head whose jog speeds these are, counted from 1"));
+  p.Field("AxisNo", Values.AxisNo, def.AxisNo, kOptional)
+      .Within(bdAtLeast(0))
+      .Text(TrMark("Number of the axis that the Z jog keys move, counted from 0"));
+  p.Field("LowJogSpeed", Values.LowJogSpeed, def.LowJogSpeed)
+      .Unit(uMmPerS)
+      .Within(bdZSpeed)
+      .Text(TrMark("Speed of the Z jog keys at the low step of the knob"));
+  p.Field("NormalJogSpeed", Values.NormalJogSpeed, def.NormalJogSpeed)
+      .Unit(uMmPerS)
+      .Within(bdZSpeed)
+      .Text(TrMark("Speed of the Z jog keys at the normal step of the knob"));
+  p.Field("HighJogSpeed", Values.HighJogSpeed, def.HighJogSpeed)
+      .Unit(uMmPerS)
+      .Within(bdZSpeed)
+      .Text(TrMark("Speed of the Z jog keys at the high step of the knob"));
+  p.Field("JogSpeed", Values.JogSpeed, def.JogSpeed)
+      .Unit(uMmPerS)
+      .Within(bdZSpeed)
+      .Text(TrMark("Speed of the Z jog keys that is in force below the high step"));
 }
 
 void TJogRecord::Publish(TPublisher& p) {

@@ -55,7 +55,8 @@ std::vector<TConfigSection> TConfigSection::Children(std::string_view name) cons
   if (!FNode) return found;
   for (const auto& child : pugi::xml_node(FNode).children()) {
     if (child.type() != pugi::node_element || !SameFolded(child.name(), name)) continue;
-    found.emplace_back(child.internal_object(), Format("%s/%s[%zu]", FPath.c_str(), child.name(), found.size() + 1));
+    found.emplace_back(child.internal_object(),
+                       Format("%s%s%s[%zu]", FPath.c_str(), FPath.empty() ? "" : "/", child.name(), found.size() + 1));
   }
   return found;
 }

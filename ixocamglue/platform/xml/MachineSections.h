@@ -218,14 +218,13 @@ class TSupervisorConfig : public TXmlSubConfig {
     TPropName Name;
     std::int32_t TSupervisorConfig::*Value;
     std::int32_t Default, Least, Most;
-    bool IsLimit = true;
+    const char* Text;
   };
 
   TSupervisorConfig() { TSupervisorConfig::Initialize(); }
   void Publish(TPublisher& p) override;
   [[nodiscard]] static std::span<const TRow> Rows();
-  // A limit below kLeastLimitMs is none: the record holds what the file says, the default is in force.
-  [[nodiscard]] bool TooShort(std::string_view name) const;
+  // Instead of a value below its least, which the record holds as the file says it, the default is in force.
   [[nodiscard]] TSupervisorConfig InForce() const;
 
   std::int32_t BusyLimitMs = 0;  // a state waits for the same thing, where the step's own limit is not known

@@ -75,6 +75,11 @@ class TPublisher {
   // Texts by number, stored under `prefix` and the decimal number. Another spelling of a number ("Name01") is read
   // where that one is missing; beside it, it is as unknown as any other name.
   virtual void Indexed(TPropName prefix, std::map<std::int32_t, std::string>& texts) = 0;
+  // With the sentence that is said of each; see TFieldFacts::Text.
+  void Indexed(TPropName prefix, std::map<std::int32_t, std::string>& texts, const char* text) {
+    FIndexedText = text;
+    Indexed(prefix, texts);
+  }
   // Written, never read.
   virtual void WriteOnly(TPropName name, const std::string& text) = 0;
 
@@ -100,6 +105,7 @@ class TPublisher {
 
  protected:
   TFieldListener* FListener = nullptr;  // who visits to hear the facts sets it
+  const char* FIndexedText = nullptr;   // while Indexed is called
 };
 
 // A publisher whose one Value template sees every field: Derived::Value(name, value, def, rule).
