@@ -8,7 +8,7 @@
 
 #include "ixocamglue/alarms/Almintprt.h"
 #include "ixocamglue/alarms/Ualarmtexts.h"
-#include "ixocamglue/platform/services/Clock.h"
+#include "ixocamglue/platform/services/UtcTime.h"
 #include "ixocamglue/support/Format.h"
 
 namespace ixocontroller {
@@ -16,10 +16,10 @@ namespace {
 
 constexpr double kMsPerDay = 86'400'000.0;
 
-// The monotonic time of a date-time that is not long ago.
+// The monotonic time of a moment (UTC) that is not long ago.
 std::uint64_t MsOf(TDateTime time) {
   const std::uint64_t now = Clock().MonotonicMs();
-  const long long ago = std::llround((Clock().Now().Days - time.Days) * kMsPerDay);
+  const long long ago = std::llround((UtcNow().Days - time.Days) * kMsPerDay);
   return now - std::min(now, static_cast<std::uint64_t>(std::max(ago, 0LL)));
 }
 

@@ -7,6 +7,7 @@
 #include "ixocamglue/platform/services/AppSys.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/platform/services/ThreadTable.h"
+#include "ixocamglue/platform/services/UtcTime.h"
 #include "ixocamglue/support/Faults.h"
 
 namespace ixocamglue {
@@ -120,7 +121,7 @@ void TNcAlarmManager::CountLocked(TNcAlarmAttrs attrs, int change) {
 }
 
 std::uint64_t TNcAlarmManager::Raise(TNcAlarmRecord record) {
-  record.Time = Clock().Now();
+  record.Time = UtcNow();
   std::string identifier = record.Identifier();
   TRecordPtr shared;
   {
@@ -137,7 +138,7 @@ std::uint64_t TNcAlarmManager::Raise(TNcAlarmRecord record) {
 }
 
 void TNcAlarmManager::EndLocked(const TRecordPtr& record) {
-  FPending.push_back({record, true, Clock().Now()});
+  FPending.push_back({record, true, UtcNow()});
   CountLocked(record->Attrs, -1);
   const auto same = FByIdentifier.find(record->Identifier());
   std::erase(same->second, record);

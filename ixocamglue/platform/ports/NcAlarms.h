@@ -40,7 +40,7 @@ struct TNcAlarmRecord {
   std::string Desc;
   std::int32_t Id = 0;
   TNcAlarmAttrs Attrs = 0;
-  TDateTime Time;            // of the raise; in an alarm-removed event of the clear
+  TDateTime Time;            // of the raise, UTC; in an alarm-removed event of the clear
   std::uint64_t Serial = 0;  // the package's number of this raise
 
   [[nodiscard]] std::string Identifier() const { return IdPrefix + "#" + std::to_string(Id); }  // "TPModbusPLC1#2"
