@@ -6,13 +6,16 @@
 #include <vector>
 
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
 namespace {
 
 using TRow = TNcSimpleAlarmSource::TRow;
 
-constexpr const char* kDevices[] = {"laser", "gas", "axes", "head", "follower", "ports", "inport", "table", "cut"};
+constexpr const char* kDevices[] = {TrMark("laser"),  TrMark("gas"),      TrMark("axes"),
+                                    TrMark("head"),   TrMark("follower"), TrMark("ports"),
+                                    TrMark("inport"), TrMark("table"),    TrMark("cut")};
 constexpr std::int32_t kGasTypes = 6;
 constexpr std::uint32_t kDeviceQuietMs = 1000;  // a device that answers again is believed after this time
 
@@ -22,7 +25,7 @@ std::vector<TRow> AxisRows() {
   for (const char* const name : {"X", "Y", "Z", "Focus"}) {
     for (const bool positive : {false, true})
       rows.push_back({1 + 2 * axis + (positive ? 1 : 0), NcAlarmAxis(axis, positive),
-                      Format("%s%s soft limit", name, positive ? "+" : "-")});
+                      Format(Tr("%s%s soft limit"), name, positive ? "+" : "-")});
     ++axis;
   }
   return rows;
@@ -31,7 +34,7 @@ std::vector<TRow> AxisRows() {
 std::vector<TRow> GasRows() {
   std::vector<TRow> rows;
   for (std::int32_t type = 1; type <= kGasTypes; ++type)
-    rows.push_back({type, naForbidCut, Format("gas pressure low, gas type %d", type)});
+    rows.push_back({type, naForbidCut, Format(Tr("gas pressure low, gas type %d"), type)});
   return rows;
 }
 
@@ -39,7 +42,7 @@ std::vector<TRow> DeviceRows() {
   std::vector<TRow> rows;
   for (const char* const device : kDevices)
     rows.push_back({static_cast<std::int32_t>(rows.size()) + 1, naShownOnly,
-                    Format("device \"%s\" does not answer", device), 0, kDeviceQuietMs});
+                    Format(Tr("device \"%s\" does not answer"), Tr(device)), 0, kDeviceQuietMs});
   return rows;
 }
 
@@ -48,7 +51,7 @@ std::vector<TRow> DeviceRows() {
 TSimDeviceAlarms::TSimDeviceAlarms()
     : FAxes(kAxisPrefix, AxisRows()),
       FGas(kGasPrefix, GasRows()),
-      FLaser(kLaserPrefix, {{1, naForbidCut, "emission lost"}, {3, naForbidLaser, "interlock open"}}),
+      FLaser(kLaserPrefix, {{1, naForbidCut, Tr("emission lost")}, {3, naForbidLaser, Tr("interlock open")}}),
       FDevices(kDevicePrefix, DeviceRows()) {}
 
 void TSimDeviceAlarms::AddTo(TNcAlarmManager& alarms) {
