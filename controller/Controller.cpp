@@ -50,7 +50,10 @@ struct TController::TParts {
     EndSafely();
     SupervisorThread.reset();
     MachineThread.reset();
-    if (Alarms) Alarms->Close();
+    if (const std::optional<TProblem> problem = Alarms ? Alarms->Close() : std::nullopt) {
+      LogMsg(lkError, 0, problem->Text(), "TPHost");
+      if (EndFailed) EndFailed(*problem, false);
+    }
     TCustomMotionState::SetStateMotion(nullptr);
     if (Framework) Framework->RunOnce();  // frees the root, on this thread
   }
@@ -157,7 +160,8 @@ TController::TController(TControllerOptions options)
   });
   MakeSupervisor();
   p.End.emplace(*p.Framework);
-  if (!FOptions.AlarmDb.empty()) p.Alarms->OpenStore(FOptions.AlarmDb, FOptions.AlarmRetentionDays).OrThrow(pbUnusable);
+  if (!FOptions.AlarmDb.empty())
+    p.Alarms->OpenStore(FOptions.AlarmDb, FOptions.AlarmRetentionDays, FOptions.AlarmsTold);
 }
 
 TController::~TController() = default;
@@ -261,7 +265,7 @@ void TController::RaiseAlarm(TNcAlarmRecord record) {
   FParts->Machine->CatchUp(Clock().MonotonicMs());
 }
 
-void TController::ClearAlarms() { FParts->Alarms->ClearAll(); }
+void TController::ClearAlarms() { FParts->Alarms->ClearRaised(); }
 
 // --- procedures ---
 

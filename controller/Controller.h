@@ -57,17 +57,21 @@ struct TControllerOptions {
   std::filesystem::path AlarmFolder;  // holds <language>.json; empty: no alarm is defined
   // Runs the alarm manager, its client and this store. Real time only. Empty: alarms end in the package's events.
   std::filesystem::path AlarmDb;
+  // Told when the store cannot be written, is another program's or had to be made again, and at the end what it does
+  // not have; any thread. What is not stored then goes to EndFailed too. Null: logged only.
+  std::function<void(const TProblem& problem)> AlarmsTold;
   int AlarmRetentionDays = 0;    // 0: closed rows stay
   std::vector<ILogSink*> Sinks;  // not owned, outlive the controller
-  // Told when a device has not gone off at the end, and the laser was latched for it; null: it is logged only. With
-  // `processEnds` the state thread has not come back from the device: the process ends with exit code 3 at once.
+  // Told when a device has not gone off at the end, and the laser was latched for it, and when alarms are not stored;
+  // null: it is logged only. With `processEnds` the state thread has not come back from the device: the process ends
+  // with exit code 3 at once.
   std::function<void(const TProblem& problem, bool processEnds)> EndFailed;
 };
 
 class TController {
  public:
-  // Throws EProblem (pbUnusable) when a file, the machine or the alarm store cannot be used, and (pbRefused) when
-  // another process has kept the machine file to itself for 2 s; then nothing is installed.
+  // Throws EProblem (pbUnusable) when a file or the machine cannot be used, and (pbRefused) when another process has
+  // kept the machine file to itself for 2 s; then nothing is installed. An alarm store keeps no machine from starting.
   explicit TController(TControllerOptions options);
   ~TController();
   TController(const TController&) = delete;
@@ -99,6 +103,7 @@ class TController {
 
   // With a line of the journal, and the laser's latch looks at it at once. Any thread.
   void RaiseAlarm(TNcAlarmRecord record);
+  // Those that RaiseAlarm has raised; what a device reports ends with its cause. Any thread.
   void ClearAlarms();
 
   [[nodiscard]] TVirtualClock* VirtualClock();  // null: real time

@@ -46,11 +46,13 @@ TControllerOptions TControllerSettings::Options(ILogSink* sink) const {
   options.SavesMachineFile = Saves;
   if (sink) options.Sinks = {sink};
   options.EndFailed = [](const TProblem& problem, bool processEnds) {
-    if (processEnds)
+    if (processEnds || GEndFailure)
       std::cerr << "ixocut: " << problem.Text() << std::endl;
     else
       GEndFailure = problem;
   };
+  options.AlarmsTold = [](const TProblem& problem) { std::cerr << "ixocut: " + problem.Text() + "\n" << std::flush; };
+  if (Realtime) options.AlarmDb = Db;
   return options;
 }
 

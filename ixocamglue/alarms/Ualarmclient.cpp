@@ -57,8 +57,7 @@ bool TAlarmClient::RunPass() {
   if (FThread.Terminated()) return true;
   if (!FManager.Running()) return false;
   TNcAlarmMsg msg;
-  for (int written = 0; FManager.Pop(this, msg);) {
-    if (FThread.Terminated()) return true;
+  for (int written = 0; !FThread.Terminated() && FManager.Pop(this, msg);) {
     Write(msg);
     FThread.Beat();
     if (++written % kCommitEvery == 0) Commit();
@@ -121,6 +120,7 @@ std::shared_ptr<IAlarmItem> TAlarmClient::MakeItem(const TNcAlarmMsg& msg) {
   item->SetTime(msg.Time);
   item->SetFinal(false);
   item->SetLevel(msg.Level);
+  item->SetSerial(msg.Word);
   if (known) item->SetDefinition(rec.Category, rec.Alarmtype, rec.Reason, rec.Solution);
   return item;
 }

@@ -7,8 +7,10 @@
 #include "controller/StateFolder.h"
 #include "ixocamglue/alarms/Almintprt.h"
 #include "ixocamglue/alarms/Ualarmdefs.h"
+#include "ixocamglue/platform/services/UtcTime.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocut {
 using namespace ixocontroller;
@@ -55,15 +57,23 @@ TAlarmRow Translated(TAlarmRow row) {
   return row;
 }
 
+std::string ShownTime(const std::string& stored) {
+  const auto moment = ParseMoment(stored);
+  return moment ? FormatLocal(*moment) : stored;
+}
+
 std::string AlarmState(const TAlarmRow& row) {
-  std::string state = row.Active() ? "active" : row.Mark.empty() ? "cleared" : row.Mark;
-  if (!row.Acknowledged.empty()) state += ", acknowledged by " + row.ByWhom;
-  if (row.FirstOut) state += ", first";
+  std::string state = row.Active()               ? Tr("active")
+                      : row.Mark == kMarkRestart ? Tr("closed by a restart")
+                                                 : Tr("cleared");
+  if (row.Mark == kMarkOperator) state += Tr(", by hand");
+  if (!row.Acknowledged.empty()) state += Format(Tr(", acknowledged by %s"), row.ByWhom.c_str());
+  if (row.FirstOut) state += Tr(", first");
   return state;
 }
 
 std::string AlarmLine(const TAlarmRow& row) {
-  std::string line = Format("%s  [%s]  %lld  %s  %s", row.Raised.c_str(), AlarmState(row).c_str(),
+  std::string line = Format("%s  [%s]  %lld  %s  %s", ShownTime(row.Raised).c_str(), AlarmState(row).c_str(),
                             static_cast<long long>(row.Level), row.Identifier.c_str(), row.Code.c_str());
   for (const std::string* const text : {&row.Module, &row.Description, &row.Reason, &row.Solution})
     line += "  | " + *text;

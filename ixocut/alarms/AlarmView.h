@@ -24,14 +24,18 @@ using namespace ixocamglue;
 // as stored where it says nothing.
 [[nodiscard]] TAlarmRow Translated(TAlarmRow row);
 
-// "2026-01-01 08:00:00.000 active  1  L101 TPLaser#1 Laser Alarm: emission lost (reason; solution) ..."
+// "2026-01-01 08:00:00.000+08:00  [active]  1  TPLaser#1  L101  | Laser  | emission lost  | reason  | solution"; the
+// time of this place.
 [[nodiscard]] std::string AlarmLine(const TAlarmRow& row);
 [[nodiscard]] nlohmann::ordered_json AlarmJson(const TAlarmRow& row);
 // A line of comma-separated text (RFC 4180), and its head.
 [[nodiscard]] std::string AlarmCsv(const TAlarmRow& row);
 [[nodiscard]] std::string AlarmCsvHead();
 
-// "active", "cleared", "restart"; with ", acknowledged by NAME" and ", first" behind it.
+// A stored time as the wall clock of this place showed it.
+[[nodiscard]] std::string ShownTime(const std::string& stored);
+
+// "active", "cleared", "closed by a restart"; with ", by hand", ", acknowledged by NAME" and ", first" behind it.
 [[nodiscard]] std::string AlarmState(const TAlarmRow& row);
 
 // The interpreter with its services, for a command without a machine.

@@ -18,7 +18,6 @@ struct TAlarmsOptions : TControllerSettings {
   std::string Script;  // live: lines instead of the terminal's
   std::string Who;
   std::string Since;
-  std::string Db;  // empty: alarms.db in the state folder
   bool Active = false, History = false, Json = false, Csv = false, Suppressed = false;
   std::optional<std::int64_t> Level;
   std::uint64_t ForMs = 0;  // watch and live: end by itself after this time; 0: never
@@ -31,6 +30,7 @@ int RunAlarmsList(const TAlarmsOptions& options, std::ostream& out);
 int RunAlarmsWatch(const TAlarmsOptions& options, std::ostream& out);
 int RunAlarmsStats(const TAlarmsOptions& options, std::ostream& out);
 int RunAlarmsAck(const TAlarmsOptions& options, std::ostream& out);
+int RunAlarmsClear(const TAlarmsOptions& options, std::ostream& out);
 int RunAlarmsCheck(const TAlarmsOptions& options, std::ostream& out);
 
 // The store's file: --db, or alarms.db in the state folder.

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <map>
+#include <optional>
 #include <ostream>
 
 #include <nlohmann/json.hpp>
@@ -10,12 +11,15 @@
 #include "controller/StateFolder.h"
 #include "ixocamglue/alarms/Almintprt.h"
 #include "ixocamglue/alarms/Ualarmdefs.h"
-#include "ixocamglue/platform/services/Clock.h"
+#include "ixocamglue/platform/services/UtcTime.h"
+#include "ixocamglue/support/FileLock.h"
 #include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
 #include "ixocut/CommandLine.h"
+#include "ixocut/Document.h"
 #include "ixocut/alarms/AlarmView.h"
 #include "ixocut/alarms/AlarmsCommand.h"
 
@@ -25,8 +29,6 @@ namespace {
 
 constexpr std::uint32_t kWatchEveryMs = 100;
 
-std::string NowText() { return FormatDateTime(Clock().Now()); }
-
 // What the interpreter knows of the machine's own alarms, where there is a machine file already: reading makes none.
 std::filesystem::path KnownMachine(const TAlarmsOptions& options) {
   if (options.Machine) return MachineFile(options.Machine, options.State);
@@ -35,19 +37,17 @@ std::filesystem::path KnownMachine(const TAlarmsOptions& options) {
   return std::filesystem::exists(copy, error) ? copy : ShareFolder() / "machines" / "machine.xml";
 }
 
-void Dump(std::ostream& out, const nlohmann::ordered_json& json) {
-  out << json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
-}
-
 TAlarmFilter FilterOf(const TAlarmsOptions& options) {
-  if (!options.Since.empty() && !StoredTimeMs(options.Since))
-    throw EProblem(pbRequest, "--since: \"" + options.Since +
-                                  "\" is no time; expected YYYY-MM-DD, or that with hh:mm, hh:mm:ss or "
-                                  "hh:mm:ss.zzz behind a blank");
   TAlarmFilter filter;
+  if (!options.Since.empty()) filter.Since = ParseMoment(options.Since);
+  if (!options.Since.empty() && !filter.Since)
+    throw EProblem(pbRequest, {.What = Format(Tr("\"%s\" is no time"), options.Since.c_str()),
+                               .Where = "--since",
+                               .Why = {},
+                               .Remedy = Tr("write YYYY-MM-DD, or that with hh:mm, hh:mm:ss or hh:mm:ss.zzz behind a "
+                                            "blank; an offset (+08:00) may follow")});
   if (options.Active != options.History)
     filter.What = options.Active ? TAlarmFilter::TWhat::Active : TAlarmFilter::TWhat::History;
-  filter.Since = options.Since;
   filter.Level = options.Level;
   filter.Identifier = options.Id;
   return filter;
@@ -70,13 +70,16 @@ int RunAlarmsLookup(const TAlarmsOptions& options, std::ostream& out) {
       {"HelpID", &rec.HelpID},       {"Code", &rec.Code},         {"Category", &rec.Category},
       {"Alarmtype", &rec.Alarmtype}, {"BrifDesc", &rec.BrifDesc}, {"AlarmDesc", &rec.AlarmDesc},
       {"Reason", &rec.Reason},       {"Solution", &rec.Solution}};
+  const std::optional<TProblem> problem =
+      known ? std::nullopt
+            : std::optional(TProblem{.What = Tr("no definition has this identifier"), .Where = options.Id});
   if (options.Json) {
     nlohmann::ordered_json json{{"known", known}};
     for (const auto& [name, text] : fields) json[name] = *text;
-    Dump(out, json);
+    PrintDocument(out, "alarms lookup", json, problem);
   } else {
     for (const auto& [name, text] : fields) out << Format("%-10s %s\n", name, text->c_str());
-    if (!known) out << "no definition has this identifier\n";
+    if (problem) out << problem->Text() << '\n';
   }
   return known ? kExitSuccess : kExitOtherwise;
 }
@@ -85,7 +88,7 @@ int RunAlarmsList(const TAlarmsOptions& options, std::ostream& out) {
   const TAlarmFilter filter = FilterOf(options);
   TAlarmHistory history(AlarmDbFile(options));
   const TAlarmLookup lookup(options.Language, KnownMachine(options));
-  const auto suppressions = history.Suppressions(NowText());
+  const auto suppressions = history.Suppressions(UtcNow());
   auto json = nlohmann::ordered_json::array();
   if (options.Csv) out << AlarmCsvHead() << '\n';
   std::size_t hidden = 0;
@@ -101,44 +104,56 @@ int RunAlarmsList(const TAlarmsOptions& options, std::ostream& out) {
       out << (options.Csv ? AlarmCsv(row) : AlarmLine(row)) << '\n';
   }
   if (options.Json) {
-    Dump(out, json);
+    PrintDocument(out, "alarms list", json);
   } else if (hidden > 0 && !options.Csv) {
-    out << Format("%zu suppressed (--suppressed shows them):", hidden);
+    out << Format(Tr("%zu suppressed (--suppressed shows them):"), hidden);
     for (const TAlarmSuppression& s : suppressions)
-      out << Format(" %s until %s, %s;", s.Identifier.c_str(), s.Until.c_str(), s.Reason.c_str());
+      out << Format(Tr(" %s until %s, %s;"), s.Identifier.c_str(), ShownTime(s.Until).c_str(), s.Reason.c_str());
     out << '\n';
   }
   return kExitSuccess;
 }
 
 int RunAlarmsWatch(const TAlarmsOptions& options, std::ostream& out) {
-  TAlarmHistory history(AlarmDbFile(options));
+  std::optional<TAlarmHistory> history(std::in_place, AlarmDbFile(options));
   const TAlarmLookup lookup(options.Language, KnownMachine(options));
   const TSignalStop signals;
   const std::uint64_t start = Clock().MonotonicMs();
   std::map<std::int64_t, std::string> shown;  // the state of each row that was shown or is old
   std::int64_t version = -1;
   bool first = true;
+  const auto look = [&] {
+    if (!history || !history->InPlace()) {
+      history.reset();
+      history.emplace(AlarmDbFile(options));
+      shown.clear();
+      version = -1;
+    }
+    const std::int64_t present = history->DataVersion();
+    if (present == version) return;
+    const auto suppressions = history->Suppressions(UtcNow());
+    for (const TAlarmRow& row : history->Rows({})) {
+      std::string state = AlarmState(row);
+      const auto [known, isNew] = shown.try_emplace(row.Row);
+      if (!isNew && known->second == state) continue;
+      known->second = std::move(state);
+      if ((first && !row.Active()) || IsSuppressed(row, suppressions)) continue;
+      if (options.Json)
+        PrintDocument(out, "alarms watch", AlarmJson(Translated(row)), {}, true);
+      else
+        out << AlarmLine(Translated(row)) << '\n';
+    }
+    out << std::flush;
+    version = present;
+    first = false;
+  };
   const auto ended = [&] {
     return signals.Asked() || (options.ForMs != 0 && Clock().MonotonicMs() - start >= options.ForMs);
   };
   for (; !ended(); Clock().Sleep(kWatchEveryMs)) {
     try {
-      const std::int64_t present = history.DataVersion();
-      if (present == version) continue;
-      const auto suppressions = history.Suppressions(NowText());
-      for (const TAlarmRow& row : history.Rows({})) {
-        std::string state = AlarmState(row);
-        const auto [known, isNew] = shown.try_emplace(row.Row);
-        if (!isNew && known->second == state) continue;
-        known->second = std::move(state);
-        if ((first && !row.Active()) || IsSuppressed(row, suppressions)) continue;
-        out << AlarmLine(Translated(row)) << '\n';
-      }
-      out << std::flush;
-      version = present;
-      first = false;
-    } catch (const ESqlite&) {  // a writer holds the file; the next round reads it
+      look();
+    } catch (const ESqlite&) {  // a writer holds the file, or makes it again; the next round reads it
     }
   }
   return kExitSuccess;
@@ -147,7 +162,7 @@ int RunAlarmsWatch(const TAlarmsOptions& options, std::ostream& out) {
 int RunAlarmsStats(const TAlarmsOptions& options, std::ostream& out) {
   const TAlarmFilter filter = FilterOf(options);
   TAlarmHistory history(AlarmDbFile(options));
-  const TAlarmStats stats = StatsOf(history.Rows(filter), NowText());
+  const TAlarmStats stats = StatsOf(history.Rows(filter), UtcNow());
   if (options.Json) {
     nlohmann::ordered_json json{{"raises", stats.Raises},
                                 {"active", stats.Active},
@@ -166,30 +181,60 @@ int RunAlarmsStats(const TAlarmsOptions& options, std::ostream& out) {
       json["stale"].push_back({{"identifier", row.Identifier}, {"raised", row.Raised}});
     for (const auto& count : stats.Frequent)
       json["mostFrequent"].push_back({{"identifier", count.Identifier}, {"raises", count.Raises}});
-    Dump(out, json);
+    PrintDocument(out, "alarms stats", json);
     return kExitSuccess;
   }
-  out << Format("raises           %zu, %zu of them active\n", stats.Raises, stats.Active);
-  out << Format("per 10 minutes   %.2f on average, %zu at most, %zu in the last ten\n", stats.PerSpan,
+  out << Format(Tr("raises           %zu, %zu of them active\n"), stats.Raises, stats.Active);
+  out << Format(Tr("per 10 minutes   %.2f on average, %zu at most, %zu in the last ten\n"), stats.PerSpan,
                 stats.BusiestSpan, stats.LastSpan);
   for (const auto& flood : stats.Floods)
-    out << Format("flood            %zu raises from %s to %s\n", flood.Raises, flood.From.c_str(), flood.To.c_str());
+    out << Format(Tr("flood            %zu raises from %s to %s\n"), flood.Raises, ShownTime(flood.From).c_str(),
+                  ShownTime(flood.To).c_str());
   for (const auto& count : stats.Chattering)
-    out << Format("chattering       %s, %zu raises in 60 s\n", count.Identifier.c_str(), count.Raises);
+    out << Format(Tr("chattering       %s, %zu raises in 60 s\n"), count.Identifier.c_str(), count.Raises);
   for (const auto& row : stats.Stale)
-    out << Format("stale            %s, active since %s\n", row.Identifier.c_str(), row.Raised.c_str());
+    out << Format(Tr("stale            %s, active since %s\n"), row.Identifier.c_str(), ShownTime(row.Raised).c_str());
   for (const auto& count : stats.Frequent)
-    out << Format("frequent         %6zu  %s\n", count.Raises, count.Identifier.c_str());
+    out << Format(Tr("frequent         %6zu  %s\n"), count.Raises, count.Identifier.c_str());
   return kExitSuccess;
 }
 
+namespace {
+
+EProblem NotActive(const std::string& id) {
+  return {pbRefused, {.What = Tr("no active alarm has this identifier"), .Where = id, .Why = {}, .Remedy = {}}};
+}
+
+}  // namespace
+
 int RunAlarmsAck(const TAlarmsOptions& options, std::ostream& out) {
   TAlarmHistory history(AlarmDbFile(options));
-  if (!history.Acknowledge(options.Id, options.Who, NowText())) {
-    out << options.Id << ": no active alarm has this identifier\n";
-    return kExitOtherwise;
+  if (!history.Acknowledge(options.Id, options.Who, UtcNow())) throw NotActive(options.Id);
+  if (options.Json)
+    PrintDocument(out, "alarms ack", {{"identifier", options.Id}, {"byWhom", options.Who}});
+  else
+    out << Format(Tr("%s acknowledged by %s\n"), options.Id.c_str(), options.Who.c_str());
+  return kExitSuccess;
+}
+
+int RunAlarmsClear(const TAlarmsOptions& options, std::ostream& out) {
+  const std::filesystem::path db = AlarmDbFile(options);
+  TAlarmHistory history(db);
+  TFileLock lock;
+  if (const TLockState state = lock.Take(db.string(), 0); state != lsHeld)
+    throw EProblem(state == lsBusy ? pbRefused : pbUnusable, lock.Problem());
+  if (!history.Clear(options.Id, UtcNow())) {
+    if (history.Rows({.What = TAlarmFilter::TWhat::Active, .Identifier = options.Id}).empty())
+      throw NotActive(options.Id);
+    throw EProblem(pbRefused, {.What = Tr("this alarm was raised by the machine, not by hand"),
+                               .Where = options.Id,
+                               .Why = {},
+                               .Remedy = Tr("the next start of the machine closes it")});
   }
-  out << options.Id << " acknowledged by " << options.Who << '\n';
+  if (options.Json)
+    PrintDocument(out, "alarms clear", {{"identifier", options.Id}});
+  else
+    out << Format(Tr("%s cleared\n"), options.Id.c_str());
   return kExitSuccess;
 }
 
@@ -200,19 +245,23 @@ int RunAlarmsCheck(const TAlarmsOptions& options, std::ostream& out) {
   if (isXml) {
     TMachineConfig config;
     const TInstalled<TMachineConfig> installed(config);
-    if (const auto loaded = config.Load(options.File); !loaded) {
-      out << loaded.Problem().Text() << '\n';
-      return kExitOtherwise;
-    }
+    config.Load(options.File).OrThrow(pbRefused);
     problems = CheckAlarmsSection(config.Section("Alarms"));
   } else {
     problems = CheckAlarmDefinitions(text);
   }
-  for (const TProblem& problem : problems) {
-    const std::string line = problem.Text();
-    out << options.File << (line.front() >= '0' && line.front() <= '9' ? ":" : ": ") << line << '\n';
+  if (options.Json) {
+    auto json = nlohmann::ordered_json::array();
+    for (const TProblem& problem : problems) json.push_back(JsonOf(problem));
+    PrintDocument(out, "alarms check", {{"file", options.File}, {"problems", json}},
+                  problems.empty() ? std::nullopt : std::optional(problems.front()));
+  } else {
+    for (const TProblem& problem : problems) {
+      const std::string line = problem.Text();
+      out << options.File << (line.front() >= '0' && line.front() <= '9' ? ":" : ": ") << line << '\n';
+    }
+    if (problems.empty()) out << Format(Tr("%s: in order\n"), options.File.c_str());
   }
-  if (problems.empty()) out << options.File << ": in order\n";
   return problems.empty() ? kExitSuccess : kExitOtherwise;
 }
 

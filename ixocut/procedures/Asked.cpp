@@ -35,7 +35,11 @@ void AddRunSettings(CLI::App& command, TRunSettings& settings, const std::string
       ->expected(1)
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
       ->type_name("NAME");
-  command.add_flag("--realtime", settings.Realtime, "Run on the real clock; Ctrl-C stops the " + what);
+  CLI::Option* const realtime =
+      command.add_flag("--realtime", settings.Realtime, "Run on the real clock; Ctrl-C stops the " + what);
+  command.add_option("--db", settings.Db, Tr("With --realtime: write the alarms into this alarm store"))
+      ->type_name("FILE")
+      ->needs(realtime);
   AddJsonOption(command, settings.Json);
   command.add_flag("--trace", settings.Trace, "Show the whole diagnostic channel");
   AddControllerSettings(command, settings);

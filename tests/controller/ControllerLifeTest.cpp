@@ -1,5 +1,6 @@
 // A controller takes back what it installed, also when it cannot be made.
 #include <filesystem>
+#include <fstream>
 
 #include <gtest/gtest.h>
 
@@ -19,14 +20,14 @@ namespace {
 
 using namespace ixocontroller;
 
-TEST(ControllerLife, OneThatCannotOpenItsAlarmStoreLeavesNothingInstalled) {
+TEST(ControllerLife, OneThatCannotBeMadeLeavesNothingInstalled) {
   const TTempDir folder;
   TControllerOptions options;
   options.Machines = {SimulatedMachine()};
   options.LocaleFolder = ShareFolder() / "locale";
   options.Language = "en";
-  options.Realtime = true;
-  options.AlarmDb = folder.Path() / "absent" / "alarms.db";
+  options.MachineFile = folder.Path() / "machine.xml";
+  std::ofstream(options.MachineFile) << "<MachineConfig><Machine Driver=\"nobody's\"/></MachineConfig>";
   EXPECT_THROW(TController{options}, EProblem);
   EXPECT_EQ(SEndSuccess.Get(), SEndSuccess.Default) << "a text of a locale reader that is gone";
   EXPECT_EQ(SDelay.Get(), SDelay.Default);

@@ -19,8 +19,9 @@
 namespace ixocamglue::test {
 namespace {
 
+using testing::AllOf;
 using testing::HasSubstr;
-using testing::Not;
+using testing::StartsWith;
 
 class AlarmsCommand : public TProgramTest {
  protected:
@@ -33,7 +34,7 @@ class AlarmsCommand : public TProgramTest {
   nlohmann::json List(const std::string& arguments) {
     const auto [code, text] = Alarms("list --db '" + Db + "' --json " + arguments);
     EXPECT_EQ(code, 0) << text;
-    return nlohmann::json::parse(text);
+    return nlohmann::json::parse(text).at("result");
   }
 
   const std::string Db = (FDir.Path() / "a.db").string();
@@ -43,13 +44,13 @@ TEST_F(AlarmsCommand, AScriptedMachineFillsAStoreThatEveryCommandReads) {
   const std::string script = (FDir.Path() / "script").string();
   std::ofstream(script)
       << "raise TPMaint#1\nraise TPMaint#1\nclear TPMaint#1\nfault axis\nfault emission\nwait 60\n"
-         "suppress TPMaint#1 5 known\nsuppress TPLaser#1 5 no\nack TPLaser#1\nmend axis\nraise nonsense\n"
+         "suppress TPMaint#1 5 known\nsuppress TPLaser#1 5 no\nack TPLaser#1\nclear TPLaser#1\nmend axis\n"
          "fault device\nwait 40\nraise TPMaint#2";
   const auto [code, text] = Alarms("live --lang en --script '" + script + "' --db '" + Db + "'");
   EXPECT_EQ(code, 1);
   EXPECT_THAT(text, HasSubstr("TPLaser#1  L101  | Laser  | emission lost  | An internal alarm"));
   EXPECT_THAT(text, HasSubstr("line 8: TPLaser#1 stands with level 1, which is never suppressed"));
-  EXPECT_THAT(text, HasSubstr("line 11: \"nonsense\" is no identifier"));
+  EXPECT_THAT(text, HasSubstr("line 10: TPLaser#1 was raised by the machine, not by hand"));
   EXPECT_THAT(text, HasSubstr("  | first\n"));
 
   EXPECT_EQ(List("--suppressed").size(), 6U);
@@ -65,14 +66,21 @@ TEST_F(AlarmsCommand, AScriptedMachineFillsAStoreThatEveryCommandReads) {
               HasSubstr("\"device \"\"gas\"\" does not"));
   EXPECT_EQ(Alarms("list --since soon --db '" + Db + "'").first, 2);
   EXPECT_EQ(Alarms("list --db '" + Db + ".none'").first, 3);
-  EXPECT_THAT(Alarms("stats --db '" + Db + "'").second, HasSubstr("raises           6, 4 of them active"));
+  EXPECT_THAT(Alarms("stats --lang en --db '" + Db + "'").second, HasSubstr("raises           6, 4 of them active"));
   EXPECT_EQ(Alarms("ack TPMaint#2 --who Li --db '" + Db + "'").first, 0);
   EXPECT_EQ(Alarms("ack TPAxis#2 --who Li --db '" + Db + "'").first, 1);
-  EXPECT_THAT(Alarms("watch --for 50 --db '" + Db + "'").second,
-              HasSubstr("[active, acknowledged by Li]  0  TPMaint#2"));
+  EXPECT_THAT(Alarms("watch --for 50 --lang en --db '" + Db + "'").second,
+              HasSubstr("[active, by hand, acknowledged by Li]  0  TPMaint#2"));
   EXPECT_EQ(Alarms("lookup TPGas#3").first, 0);
   EXPECT_EQ(Alarms("lookup TPGas#99").first, 1);
   EXPECT_EQ(Alarms("check '" + script + "'").first, 1);
+  for (const char* const wrong : {"raise X#99999999999", "raise X", "rise X#1", "suppress X#1 0 why", "fault door"}) {
+    std::ofstream(script) << "raise TPMaint#3\n" << wrong << "\n";
+    const auto [ended, said] = Alarms("live --script '" + script + "' --db '" + Db + "'");
+    EXPECT_EQ(ended, 2) << wrong;
+    EXPECT_THAT(said, HasSubstr("script:2: "));
+  }
+  EXPECT_EQ(List("--id TPMaint#3").size(), 0U) << "a script is read whole before its first line runs";
   EXPECT_EQ(Alarms("check '" + Db + ".none'").first, 3);
 }
 
@@ -118,15 +126,37 @@ TEST_F(AlarmsCommand, AfterAKillEveryCommittedRowIsThereAndTheNextRunClosesIt) {
     }
   };
   for (int i = 0; i < 2000 && rows().size() < 2; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  const std::string holder = std::to_string(child);
+  for (const char* const refused : {"live", "clear TPMaint#1"}) {
+    const auto [code, text] = Alarms(std::string(refused) + " --db '" + Db + "'");
+    EXPECT_EQ(code, 1) << refused;
+    EXPECT_THAT(text, HasSubstr(holder)) << refused;
+  }
+  const auto [without, said] = Program("shot --ms 20 --realtime --lang en --state other --db '" + Db + "'");
+  EXPECT_EQ(without, 3) << said;
+  EXPECT_THAT(said, AllOf(HasSubstr("process " + holder), HasSubstr("not stored: raised TPAlarmStore#3")));
   kill(child, SIGKILL);
   waitpid(child, nullptr, 0);
   close(pipes[1]);
   ASSERT_EQ(rows().size(), 2U);
   EXPECT_TRUE(rows()[0].Active() && rows()[1].Active());
   EXPECT_EQ(List("--active").size(), 2U) << "reading closes no rows";
+  EXPECT_EQ(Alarms("clear TPMaint#1 --db '" + Db + "'").first, 0);
+  EXPECT_EQ(Alarms("clear TPMaint#1 --db '" + Db + "'").first, 1);
   EXPECT_EQ(Alarms("live --db '" + Db + "'").first, 0);
   EXPECT_EQ(List("--active").size(), 0U);
   EXPECT_EQ(rows()[1].Mark, kMarkRestart);
+}
+
+TEST_F(AlarmsCommand, AStoreThatCannotBeWrittenKeepsNothingFromStartingAndIsCountedAtTheEnd) {
+  std::ofstream(Db) << "this is no database, and it is long enough to be looked at as one..........................";
+  const std::string script = Write("script", "raise TPMaint#1\nclear TPMaint#1\nraise TPMaint#2\n").string();
+  const TRun run = Ixocut("alarms live --lang en --script '" + script + "' --db '" + Db + "'");
+  EXPECT_EQ(run.ExitCode, 3);
+  EXPECT_THAT(run.Out, AllOf(HasSubstr("TPMaint#2  N102"), HasSubstr("TPAlarmStore#2"), HasSubstr("not stored yet")));
+  EXPECT_THAT(run.Err, AllOf(HasSubstr("alarms cannot be stored; they are kept"), HasSubstr("cleared TPMaint#1"),
+                             HasSubstr("4 entries of alarms are not in the alarm store")));
+  EXPECT_THAT(Read("a.db"), StartsWith("this is no database"));
 }
 
 }  // namespace

@@ -1,9 +1,10 @@
-// Reading an alarm store, also while another process writes it: rows, statistics, and the two things that an operator
-// may write from outside. Nothing here closes a row. One thread per object. Failures are ESqlite.
+// Reading an alarm store, also while another process writes it: rows, statistics, and what an operator may write from
+// outside. One thread per object. Failures are ESqlite.
 #pragma once
 
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -13,7 +14,7 @@
 
 namespace ixocamglue {
 
-// As stored; times are local, "YYYY-MM-DD hh:mm:ss.zzz", empty for "not yet".
+// Times as FormatUtc writes them, whatever the store's version; empty for "not yet".
 struct TAlarmRow {
   std::int64_t Row = 0;
   std::string Identifier, Code, Module, Type, Description, Reason, Solution;
@@ -27,7 +28,7 @@ struct TAlarmRow {
 struct TAlarmFilter {
   enum class TWhat { All, Active, History };  // history: closed rows
   TWhat What = TWhat::All;
-  std::string Since;  // of the raise; a leading part of a stored time
+  std::optional<TDateTime> Since;  // of the raise, UTC
   std::optional<std::int64_t> Level;
   std::string Identifier;
 };
@@ -37,15 +38,18 @@ class TAlarmHistory {
   // Throws when there is no such file, or it is no alarm store.
   explicit TAlarmHistory(const std::filesystem::path& file);
 
-  [[nodiscard]] std::vector<TAlarmRow> Rows(const TAlarmFilter& filter);  // oldest first
-  [[nodiscard]] std::vector<TAlarmSuppression> Suppressions(std::string_view now);
+  [[nodiscard]] std::vector<TAlarmRow> Rows(const TAlarmFilter& filter);     // in the order of their raises
+  [[nodiscard]] std::vector<TAlarmSuppression> Suppressions(TDateTime now);  // those in force
+  [[nodiscard]] bool InPlace() const { return FDb->InPlace(); }  // false: the store was deleted, or made again
   // Counts every change that another connection has committed.
   [[nodiscard]] std::int64_t DataVersion();
   // False when no row of the identifier is open.
-  [[nodiscard]] bool Acknowledge(std::string_view identifier, std::string_view who, std::string_view now);
+  [[nodiscard]] bool Acknowledge(std::string_view identifier, std::string_view who, TDateTime now);
+  // Closes the newest open row of the identifier that an operator raised. The caller holds the store's lock.
+  [[nodiscard]] bool Clear(std::string_view identifier, TDateTime now);
 
  private:
-  TSqliteDb FDb;
+  const std::unique_ptr<TSqliteDb> FDb;
 };
 
 // True when the row is hidden by one of the suppressions, which are in force. Level 1 never is.
@@ -79,10 +83,7 @@ struct TAlarmStats {
   std::vector<TCount> Frequent;
 };
 
-// `rows` oldest first. `now` in the stored form.
-[[nodiscard]] TAlarmStats StatsOf(const std::vector<TAlarmRow>& rows, std::string_view now);
-
-// Milliseconds of a stored time, or of a leading part of one down to the day; nothing for anything else.
-[[nodiscard]] std::optional<std::int64_t> StoredTimeMs(std::string_view text);
+// `rows` in the order of their raises.
+[[nodiscard]] TAlarmStats StatsOf(const std::vector<TAlarmRow>& rows, TDateTime now);
 
 }  // namespace ixocamglue

@@ -1,7 +1,13 @@
 #include "ixocamglue/alarms/store/Sqlite.h"
 
+#include <algorithm>
+#include <iterator>
 #include <sqlite3.h>
+#include <sys/stat.h>
 #include <utility>
+
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
 namespace {
@@ -10,30 +16,74 @@ int FlagsOf(TSqliteDb::TMode mode) {
   switch (mode) {
     case TSqliteDb::TMode::ReadOnly: return SQLITE_OPEN_READONLY;
     case TSqliteDb::TMode::ReadWrite: return SQLITE_OPEN_READWRITE;
+    case TSqliteDb::TMode::Unwritten: return SQLITE_OPEN_READONLY | SQLITE_OPEN_URI;
     case TSqliteDb::TMode::Create: break;
   }
   return SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
 }
 
+// The name of a file that nobody writes.
+std::string UriOf(const std::filesystem::path& file) {
+  std::string uri = "file:";
+  for (const char c : file.string()) {
+    if (c == '?' || c == '#' || c == '%')
+      uri += Format("%%%02X", static_cast<unsigned>(static_cast<unsigned char>(c)));
+    else
+      uri += c;
+  }
+  return uri + "?immutable=1";
+}
+
+// What goes wrong in the field; everything else in SQLite's own words.
+struct TFailure {
+  int Code;
+  const char* Words;
+};
+constexpr TFailure kFailures[] = {{SQLITE_BUSY, TrMark("another program locks the file")},
+                                  {SQLITE_LOCKED, TrMark("another program locks the file")},
+                                  {SQLITE_READONLY, TrMark("the file may only be read")},
+                                  {SQLITE_IOERR, TrMark("the disk cannot be read or written")},
+                                  {SQLITE_CORRUPT, TrMark("the file is damaged")},
+                                  {SQLITE_FULL, TrMark("the disk is full")},
+                                  {SQLITE_CANTOPEN, TrMark("the file cannot be opened")},
+                                  {SQLITE_NOTADB, TrMark("the file is no database")}};
+
 }  // namespace
+
+TFileIdentity IdentityOf(const std::filesystem::path& file) {
+  struct stat found {};
+  if (::stat(file.c_str(), &found) != 0) return std::nullopt;
+  return std::pair(std::uint64_t{found.st_dev}, std::uint64_t{found.st_ino});
+}
 
 void TSqliteDb::TCloser::operator()(sqlite3* db) const { sqlite3_close_v2(db); }
 
 TSqliteDb::TSqliteDb(std::filesystem::path file, TMode mode, int busyMs) : FFile(std::move(file)) {
   sqlite3* db = nullptr;
-  const int result = sqlite3_open_v2(FFile.c_str(), &db, FlagsOf(mode) | SQLITE_OPEN_FULLMUTEX, nullptr);
+  const std::string name = mode == TMode::Unwritten ? UriOf(FFile) : FFile.string();
+  const int result = sqlite3_open_v2(name.c_str(), &db, FlagsOf(mode) | SQLITE_OPEN_FULLMUTEX, nullptr);
   FDb.reset(db);
   if (result != SQLITE_OK) Fail();
   sqlite3_busy_timeout(db, busyMs);
+  FIdentity = IdentityOf(FFile);
 }
 
-void TSqliteDb::Fail() const { Fail(FDb ? sqlite3_errmsg(FDb.get()) : "no memory for a connection"); }
+bool TSqliteDb::InPlace() const { return FIdentity && IdentityOf(FFile) == FIdentity; }
+
+void TSqliteDb::Fail() const {
+  if (!FDb) Fail(Tr("there is no memory for a connection"));
+  const int code = sqlite3_errcode(FDb.get()) & 0xFF;
+  const auto known = std::ranges::find(kFailures, code, &TFailure::Code);
+  Fail(known == std::end(kFailures) ? sqlite3_errmsg(FDb.get()) : Tr(known->Words));
+}
 
 void TSqliteDb::Exec(const char* sql) {
   if (sqlite3_exec(FDb.get(), sql, nullptr, nullptr, nullptr) != SQLITE_OK) Fail();
 }
 
 std::int64_t TSqliteDb::Changes() const { return sqlite3_changes(FDb.get()); }
+
+std::int64_t TSqliteDb::LastRow() const { return sqlite3_last_insert_rowid(FDb.get()); }
 
 void TSqliteStmt::TFinalizer::operator()(sqlite3_stmt* stmt) const { sqlite3_finalize(stmt); }
 

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -15,7 +16,11 @@ struct sqlite3_stmt;
 
 namespace ixocamglue {
 
-// Thrown by everything here: "FILE: what SQLite says".
+// Which file it is that stands at a path: its device and number. Nothing: there is none.
+using TFileIdentity = std::optional<std::pair<std::uint64_t, std::uint64_t>>;
+[[nodiscard]] TFileIdentity IdentityOf(const std::filesystem::path& file);
+
+// Thrown by everything here: "FILE: what is wrong", in the operator's words where it is one of the usual failures.
 class ESqlite : public EProblem {
  public:
   ESqlite(const std::filesystem::path& file, std::string what)
@@ -24,7 +29,8 @@ class ESqlite : public EProblem {
 
 class TSqliteDb {
  public:
-  enum class TMode { ReadOnly, ReadWrite, Create };
+  // Unwritten: nobody writes the file meanwhile, so nothing but the file itself is looked at.
+  enum class TMode { ReadOnly, ReadWrite, Create, Unwritten };
 
   TSqliteDb(std::filesystem::path file, TMode mode, int busyMs);
   TSqliteDb(const TSqliteDb&) = delete;
@@ -32,8 +38,10 @@ class TSqliteDb {
 
   void Exec(const char* sql);
   [[nodiscard]] std::int64_t Changes() const;  // rows of the last statement
+  [[nodiscard]] std::int64_t LastRow() const;  // that was inserted
+  [[nodiscard]] bool InPlace() const;          // the file that was opened still stands at its path
   [[nodiscard]] sqlite3* Native() const { return FDb.get(); }
-  [[noreturn]] void Fail() const;  // with SQLite's own words
+  [[noreturn]] void Fail() const;  // with what SQLite says
   [[noreturn]] void Fail(std::string what) const { throw ESqlite(FFile, std::move(what)); }
 
  private:
@@ -42,6 +50,7 @@ class TSqliteDb {
   };
   const std::filesystem::path FFile;
   std::unique_ptr<sqlite3, TCloser> FDb;
+  TFileIdentity FIdentity;
 };
 
 // The connection outlives its statements.

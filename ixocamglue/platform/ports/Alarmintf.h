@@ -30,10 +30,11 @@ class IAlarmItem {
   virtual void SetAlarmId(std::string_view identifier) = 0;
   virtual void SetCode(std::string_view code) = 0;
   virtual void SetDesc(std::string_view desc) = 0;
-  virtual void SetTime(TDateTime time) = 0;  // of the raise, or of the clear
+  virtual void SetTime(TDateTime time) = 0;  // of the raise, or of the clear; UTC
   virtual void SetFinal(bool final) = 0;
   // An application's own item may leave these out; SetDefinition is called where the alarm has a definition.
   virtual void SetLevel(std::uint8_t) {}
+  virtual void SetSerial(std::uint64_t) {}  // the alarm package's number of the raise, also with its clear
   virtual void SetDefinition(std::string_view /*module*/, std::string_view /*type*/, std::string_view /*reason*/,
                              std::string_view /*solution*/) {}
 };
