@@ -112,7 +112,11 @@ TStepType TSmtCapCaliMotion::Finish(TNcFollower& follower) {
   if (config && params && params->GetInt("AutoSaveCaliResult", 0) == 1)
     if (const auto saved = config->Save(); !saved)  // the calibration itself stands; the follower has it
       if (TDiag d{dlError}) d("%s", Format(SCheckNotSaved.Get(), saved.Problem().Text().c_str()).c_str());
-  if (!TPreCheck(*this).Require(read.ErrorType == 0, SCheckCaliFailed, read.ErrorType)) return Fail();
+  TPreCheck check(*this);
+  if (read.ErrorType != 0)
+    if (const std::string meaning = follower.CaliErrorText(read.ErrorType); !meaning.empty())
+      check.Require(false, SCheckCaliFailedBy, meaning.c_str());
+  if (!check.Require(read.ErrorType == 0, SCheckCaliFailed, read.ErrorType)) return Fail();
   return Await(csbtEnsure);
 }
 

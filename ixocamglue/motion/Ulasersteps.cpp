@@ -99,20 +99,22 @@ TStepType TSmtLaserOff::DoMotion(std::int32_t) {
 
 TStepType TSmtEmissionOn::DoMotion(std::int32_t) {
   const auto [cut, laser] = FindLaser();
-  if (!laser || !StateCtrl()) return Fail();
+  if (!laser) return FailWithout(SNameLaser);
+  if (!StateCtrl()) return Fail();
   if (!laser->GetEmission()) laser->EmissionOn();
   return Await(csbtEnsure);
 }
 
 TStepType TSmtWaitForEmissionOn::DoMotion(std::int32_t) {
   const auto [cut, laser] = FindLaser();
-  if (!laser) return Fail();
+  if (!laser) return FailWithout(SNameLaser);
   return laser->GetEmission() ? Await(csbtEnsure) : PollAgain(csbtEnsure);
 }
 
 TStepType TSmtLaserOnOnly::DoMotion(std::int32_t) {
   const auto [cut, laser] = FindLaser();
-  if (!laser || !StateCtrl()) return Fail();
+  if (!laser) return FailWithout(SNameLaser);
+  if (!StateCtrl()) return Fail();
   if (!laser->GetLaser()) {
     cut->SwitchLaser(true);
     GLaserTimes.LaserOn = Clock().Now();

@@ -4,6 +4,7 @@
 #include <limits>
 #include <string>
 
+#include "ixocamglue/motion/Umotioncontroller.h"
 #include "ixocamglue/motion/Umotiontexts.h"
 #include "ixocamglue/platform/services/Log.h"
 
@@ -26,30 +27,31 @@ TCustomBusyType TZAxis::Busy() const {
 
 TPreCheck::TPreCheck(TStateMotion& step, TWhen when) : FStep(step) {
   if (when == AfterMove) return;
-  if (FStep.StopAsked()) Refuse(SCheckStopped.Get());
+  if (FStep.StopAsked()) Refuse(SCheckStopped, SCheckStopped.Get());
   // A composite that is built asks as well, and nobody waits for it.
   if (FStep.IsAtomic()) Require(FStep.StateCtrl(), SCheckNoController);
 }
 
-void TPreCheck::Refuse(std::string_view why) {
+void TPreCheck::Refuse(const TText& reason, std::string_view why) {
   FPassed = false;
+  if (TCustomMotionState* const ctrl = FStep.StateCtrl()) ctrl->NoteRefusal(reason, why);
   if (TDiag d{dlError})
     d("%s(%d): %.*s", FStep.GetDesc().c_str(), FStep.GetID(), static_cast<int>(why.size()), why.data());
 }
 
 TPreCheck& TPreCheck::Has(const void* device, const TText& name) {
-  if (FPassed && !device) Refuse(Format(SCheckNoDevice.Get(), name.Get()));
+  if (FPassed && !device) Refuse(SCheckNoDevice, Format(SCheckNoDevice.Get(), name.Get()));
   return *this;
 }
 
 TPreCheck& TPreCheck::Has(const TZAxis& axis) {
-  if (FPassed && !axis) Refuse(Format(SCheckNoDevice.Get(), SNameZAxis.Get()));
+  if (FPassed && !axis) Refuse(SCheckNoDevice, Format(SCheckNoDevice.Get(), SNameZAxis.Get()));
   return *this;
 }
 
 TPreCheck& TPreCheck::InRange(const TText& what, double value, TAxisLimits limits) {
   if (FPassed && !(std::isfinite(value) && value >= limits.Neg && value <= limits.Pos))
-    Refuse(Format(SCheckOutOfRange.Get(), what.Get(), value, limits.Neg, limits.Pos));
+    Refuse(SCheckOutOfRange, Format(SCheckOutOfRange.Get(), what.Get(), value, limits.Neg, limits.Pos));
   return *this;
 }
 
@@ -78,7 +80,7 @@ TPreCheck& TPreCheck::Raised(std::int32_t first, std::int32_t end) {
 
 TPreCheck& TPreCheck::Arrived(const TText& what, double target, double actual) {
   if (FPassed && !(std::abs(actual - target) <= kArrived))
-    Refuse(Format(SCheckNotArrived.Get(), what.Get(), actual, target));
+    Refuse(SCheckNotArrived, Format(SCheckNotArrived.Get(), what.Get(), actual, target));
   return *this;
 }
 

@@ -55,9 +55,9 @@ class TPreCheck {
   TPreCheck& Require(bool condition, const TText& why, Args... args) {
     if (FPassed && !condition) {
       if constexpr (sizeof...(args) == 0)
-        Refuse(why.Get());
+        Refuse(why, why.Get());
       else
-        Refuse(Format(why.Get(), args...));
+        Refuse(why, Format(why.Get(), args...));
     }
     return *this;
   }
@@ -74,7 +74,7 @@ class TPreCheck {
   TPreCheck& ArrivedXY(TNcMotionDriver* driver, TPoint2 target);
 
  private:
-  [[gnu::cold]] void Refuse(std::string_view why);
+  [[gnu::cold]] void Refuse(const TText& reason, std::string_view why);
 
   TStateMotion& FStep;
   bool FPassed = true;

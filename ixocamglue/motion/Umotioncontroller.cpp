@@ -109,6 +109,8 @@ void TCustomMotionState::InitState(std::int32_t param) {
     throw EDesignFault(SNoRoot);
   }
   if (auto* execOK = ExecOK(*root)) execOK->Set(false);
+  FRefused.clear();
+  FRefusedBy = nullptr;
   root->SetStateCtrl(this);
   root->BuildData();
   FObserved = true;
@@ -259,6 +261,7 @@ void TCustomMotionState::SetCustomStateBusy(TCustomBusyType type) {
 
 void TCustomMotionState::ChangeNext(TMotionExecType type) {
   FOutcome = {.Type = type, .Cause = Owner().EndCause()};
+  if (type == metError) FOutcome.Why = std::exchange(FRefused, {}), FOutcome.Reason = FRefusedBy;
   FEnded = true;
   std::int32_t next = nsStandby;
   try {
@@ -305,6 +308,11 @@ void TCustomMotionState::LogOutcome(TMotionExecType type, IStateMotion& root) {
 }
 
 void TCustomMotionState::ErrorLeave() { StopAllMotion(); }
+
+void TCustomMotionState::NoteRefusal(const TText& reason, std::string_view why) {
+  FRefused = why;
+  FRefusedBy = &reason;
+}
 
 // --- alarms ---
 

@@ -25,6 +25,10 @@ struct TMotionOutcome {
   std::string Path;   // root to leaf, as GetErrorDesc tells it
   std::string Fault;  // what an exception said, when one ended it
   std::string Cause;  // why it was ended from outside, when whoever did said so
+  // Why the step failed, in the operator's language, and the text that it is made of; empty and null when it did not
+  // say.
+  std::string Why;
+  const TText* Reason = nullptr;
   std::int32_t NextState = nsStandby;
 };
 
@@ -69,6 +73,8 @@ class TCustomMotionState : public TNcStateCtrl {
   // Throws EDesignFault, for StepDone's guard, when the device to wait for is missing.
   void SetCustomStateBusy(TCustomBusyType type);
   void ErrorLeave();
+  // A step that is about to fail says why, for the outcome.
+  [[gnu::cold]] void NoteRefusal(const TText& reason, std::string_view why);
   [[nodiscard]] static std::int32_t GetStateID();  // the root's id, -1 without a root
 
   // Whether the last run of a procedure succeeded; kept in NcParams under "CustomMotionStateExecOK" and the id.
@@ -92,6 +98,8 @@ class TCustomMotionState : public TNcStateCtrl {
   bool FEnded = false;     // FOutcome is that of the procedure that entered last
   TCustomBusyType FCustomBusyType = csbtInit;
   TMotionOutcome FOutcome;
+  std::string FRefused;  // by the step that said so last, and its text
+  const TText* FRefusedBy = nullptr;
   // The success flag's place in the parameter store, looked up once per root.
   TNcParams::TBoolSlot* FExecOK = nullptr;
   const IStateMotion* FExecOKOf = nullptr;

@@ -66,6 +66,8 @@ inline constinit TText SNameTurns{"CamGlue", "SNameTurns", "旋转圈数"};
 inline constinit TText SNameTurnSpeed{"CamGlue", "SNameTurnSpeed", "旋转速度"};
 inline constinit TText SNameZDis{"CamGlue", "SNameZDis", "接近距离 (ZDis)"};
 inline constinit TText SNameLiftZ{"CamGlue", "SNameLiftZ", "上抬后的Z"};
+inline constinit TText SNameGas{"CamGlue", "SNameGas", "气体设备"};
+inline constinit TText SNameLaser{"CamGlue", "SNameLaser", "激光器"};
 inline constinit TText SNameMotorAxis{"CamGlue", "SNameMotorAxis", "旋转电机轴号 (MotorAxis)"};
 
 // Why a command was refused.
@@ -80,6 +82,7 @@ inline constinit TText SCheckLaserOn{"CamGlue", "SCheckLaserOn", "激光已打�
 inline constinit TText SCheckEmptyRange{"CamGlue", "SCheckEmptyRange", "范围为空"};
 inline constinit TText SCheckFollowerForbidden{"CamGlue", "SCheckFollowerForbidden", "报警禁止随动"};
 inline constinit TText SCheckCaliFailed{"CamGlue", "SCheckCaliFailed", "标定失败，错误类型 %d"};
+inline constinit TText SCheckCaliFailedBy{"CamGlue", "SCheckCaliFailedBy", "标定失败：%s"};
 inline constinit TText SCheckCaliNotStarted{"CamGlue", "SCheckCaliNotStarted", "标定未启动"};
 inline constinit TText SCheckNotFollowing{"CamGlue", "SCheckNotFollowing", "随动器未跟随"};
 inline constinit TText SCheckNotSaved{"CamGlue", "SCheckNotSaved", "标定结果未保存：%s"};
@@ -109,11 +112,12 @@ inline constexpr auto kMotionTexts = TextList(
     SAutoCleanDesc, SUninstallNozzleDesc, SInstallNozzleDesc, SOpenOutportDesc, SCloseOutportDesc, SNameMotionDriver,
     SNameMotionCard, SNameZAxis, SNameFollower, SNameCutHead, SNameInputs, SNameConfig, SNameX, SNameY, SNameZ,
     SNameWorkX, SNameWorkY, SNameFocus, SNameSpeed, SNameHeight, SNamePort, SNameCount, SNameLength, SNameWidth,
-    SNameTurns, SNameTurnSpeed, SNameZDis, SNameLiftZ, SNameMotorAxis, SCheckStopped, SCheckNoController,
-    SCheckNoDevice, SCheckOutOfRange, SCheckNotArrived, SCheckNotRaised, SCheckNoWorkOrigin, SCheckLaserOn,
-    SCheckEmptyRange, SCheckFollowerForbidden, SCheckCaliFailed, SCheckCaliNotStarted, SCheckNotFollowing,
-    SCheckNotSaved, SCheckFirstCali, SCheckNoCaliPos, SCheckBrushNotSet, SCheckNoBrushPos, SCheckNoTable,
-    SCheckCounterNotSaved, SCheckRackDisabled, SCheckNoSlot, SCheckNoSlotPos, SCheckCapNotOpen, SCheckStageNotUp,
-    SCheckSlotFree, SCheckSlotOccupied, SCheckStillOccupied, SCheckStillFree, SCheckNotOverSlot);
+    SNameTurns, SNameTurnSpeed, SNameZDis, SNameLiftZ, SNameGas, SNameLaser, SNameMotorAxis, SCheckStopped,
+    SCheckNoController, SCheckNoDevice, SCheckOutOfRange, SCheckNotArrived, SCheckNotRaised, SCheckNoWorkOrigin,
+    SCheckLaserOn, SCheckEmptyRange, SCheckFollowerForbidden, SCheckCaliFailed, SCheckCaliFailedBy,
+    SCheckCaliNotStarted, SCheckNotFollowing, SCheckNotSaved, SCheckFirstCali, SCheckNoCaliPos, SCheckBrushNotSet,
+    SCheckNoBrushPos, SCheckNoTable, SCheckCounterNotSaved, SCheckRackDisabled, SCheckNoSlot, SCheckNoSlotPos,
+    SCheckCapNotOpen, SCheckStageNotUp, SCheckSlotFree, SCheckSlotOccupied, SCheckStillOccupied, SCheckStillFree,
+    SCheckNotOverSlot);
 
 }  // namespace ixocamglue

@@ -7,6 +7,7 @@
 
 #include "ixocamglue/motion/Umotioncontroller.h"
 #include "ixocamglue/motion/Umotionstop.h"
+#include "ixocamglue/motion/Umotiontexts.h"
 #include "ixocamglue/platform/ports/MotionDriver.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/platform/xml/MachineConfig.h"
@@ -141,6 +142,11 @@ void TStateMotion::StepFault(const char* text) { ReportFault(GetDesc() + text); 
 void TStateMotion::SetStep(std::int32_t step) {
   const bool valid = HasMotion(step) || step == mstpEnd || step == mstpExit || step == mstpError || step == mstpUnbuilt;
   FStep = valid ? step : FaultOr<std::int32_t>(mstpError, Format(SStepError, GetDesc().c_str(), step));
+}
+
+TStepType TStateMotion::FailWithout(const TText& device) {
+  if (FStateCtrl) FStateCtrl->NoteRefusal(SCheckNoDevice, Show(SCheckNoDevice, device.Get()));
+  return Fail();
 }
 
 TStepType TStateMotion::Await(TCustomBusyType busy) {

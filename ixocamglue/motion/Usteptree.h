@@ -158,6 +158,7 @@ class TStateMotion : public IStateMotion {
   [[nodiscard]] TStepType Await(TCustomBusyType busy);      // advance when this is met
   [[nodiscard]] TStepType PollAgain(TCustomBusyType busy);  // call again when this is met
   [[nodiscard]] static TStepType Fail() { return mstpError; }
+  [[nodiscard, gnu::cold]] TStepType FailWithout(const TText& device);  // for the outcome: what the machine has not
   [[nodiscard]] std::string ErrorLine();
   // The description and then `text`; apart from the callers, so that their ticks stay short.
   [[gnu::cold]] void StepFault(const char* text);

@@ -42,7 +42,8 @@ void TSmtGasOnState::ResetParams() {
 TStepType TSmtGasOnState::DoMotion(std::int32_t) {
   if (TDiag d{dlMessage}) d("GasOn: Branch(%d);Pressure(%f)", FGasBranch, FGasPressure);
   TNcGas* const gas = FittedGas();
-  if (!gas || !StateCtrl()) return Fail();
+  if (!gas) return FailWithout(SNameGas);
+  if (!StateCtrl()) return Fail();
   gas->SelectBranch(FGasBranch);
   gas->SetPressure(FGasPressure);
   gas->SwitchOn();
@@ -79,7 +80,7 @@ TStepType TSmtWaitInport::DoMotion(std::int32_t) {
   if (!StateCtrl()) return Fail();
   if (FNeedOutport) {
     TNcMotionCard* const card = MotionCard();
-    if (!card) return Fail();
+    if (!card) return FailWithout(SNameMotionCard);
     card->SwitchOutport(FOutport, true);
   }
   TNcCutSystem* const cut = CutSystem();

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <limits>
 
+#include "ixocamglue/support/Texts.h"
+
 namespace ixocamglue {
 namespace {
 
@@ -83,10 +85,10 @@ TNcCaliResult TCapJudgement::Result(bool plateFound) const {
 const char* TCapJudgement::ErrorText(std::int32_t error) {
   switch (error) {
     case ceGood: return "good";
-    case ceNoPlate: return "no plate found";
-    case ceNoisy: return "the signal is noisy";
-    case ceNotSmooth: return "the curve is not smooth";
-    case ceInterrupted: return "interrupted";
+    case ceNoPlate: return TrMark("no plate found");
+    case ceNoisy: return TrMark("the signal is noisy");
+    case ceNotSmooth: return TrMark("the curve is not smooth");
+    case ceInterrupted: return TrMark("interrupted");
     default: return "unknown";
   }
 }

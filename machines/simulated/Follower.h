@@ -10,6 +10,7 @@
 #include <cstdint>
 
 #include "ixocamglue/platform/ports/CutSystem.h"
+#include "ixocamglue/support/Texts.h"
 #include "machines/simulated/Axes.h"
 #include "machines/simulated/Capacitance.h"
 #include "machines/simulated/Config.h"
@@ -38,6 +39,7 @@ class TSimFollower final : public TNcFollower, public ISimPart {
   double GetSafeZ() override;
   void StartCalibrate() override;
   TNcCaliResult GetCaliResult() override;
+  std::string CaliErrorText(std::int32_t errorType) override { return Tr(TCapJudgement::ErrorText(errorType)); }
 
   // --- by hand; any thread ---
   void PlaceZ(double mm);   // at rest there at once

@@ -33,7 +33,7 @@ TEST_F(CalibrationSteps, EveryResultIsAppendedAndABadOneFails) {
   Machine().Follower().RemovePlate();
   EXPECT_EQ(StoryOf(151), Lines("follower.StartCalibrate  -> 20001 follower", "-> -2"));
   EXPECT_EQ(Appended(), (TAppended{2, 1}));
-  EXPECT_THAT(Refusals(), testing::ElementsAre(testing::HasSubstr("the calibration failed, error type 1")));
+  EXPECT_THAT(Refusals(), testing::ElementsAre(testing::HasSubstr("the calibration failed: no plate found")));
   EXPECT_THAT(FileText(), testing::HasSubstr("ErrorType=\"1\""));
 }
 

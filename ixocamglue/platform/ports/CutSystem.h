@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <limits>
+#include <string>
 
 #include "ixocamglue/platform/ports/Installed.h"
 
@@ -112,6 +113,8 @@ class TNcFollower : public INcBusyDevice {
   // is the latest calibration's; without one its error type is not 0.
   virtual void StartCalibrate() {}
   virtual TNcCaliResult GetCaliResult() { return {.Cap = 0.0, .CaliCapRange = 0.0, .ErrorType = 1}; }
+  // What an error type means, in the operator's language; empty: nobody knows.
+  virtual std::string CaliErrorText(std::int32_t) { return {}; }
   // Reads its parameters from the machine configuration again; one that keeps none of them has nothing to do.
   virtual void LoadParams() {}
 };
