@@ -26,7 +26,6 @@ inline constinit TText SEndSuccess{"IxoCut", "SEndSuccess", "执行成功"};
 inline constinit TText SEndStopped{"IxoCut", "SEndStopped", "已停止"};
 inline constinit TText SEndPaused{"IxoCut", "SEndPaused", "已暂停"};
 inline constinit TText SEndAlarm{"IxoCut", "SEndAlarm", "因报警结束"};
-inline constinit TText SEndError{"IxoCut", "SEndError", "执行出错：%s"};
 inline constinit TText SEndCollided{"IxoCut", "SEndCollided", "执行完毕，但发生了碰撞"};
 inline constinit TText SEndRefused{"IxoCut", "SEndRefused", "未能进入执行状态"};
 inline constinit TText SEndNever{"IxoCut", "SEndNever", "未在时限内结束"};
@@ -63,7 +62,6 @@ inline constinit TText SRunSteps{"IxoCut", "SRunSteps", "步骤（开始、用�
 inline constinit TText SRunPath{"IxoCut", "SRunPath", "路径长度：XY %s 毫米，Z %s 毫米"};
 inline constinit TText SRunStillOn{"IxoCut", "SRunStillOn", "仍然打开：%s"};
 inline constinit TText SRunFailed{"IxoCut", "SRunFailed", "执行出错"};
-inline constinit TText SRunFailedAt{"IxoCut", "SRunFailedAt", "出错的步骤（由外到内）："};
 inline constinit TText SRowOutput{"IxoCut", "SRowOutput", "输出口"};
 inline constinit TText SRowFollow{"IxoCut", "SRowFollow", "跟随"};
 inline constinit TText SPlotPath{"IxoCut", "SPlotPath", "XY 路径（毫米）"};
@@ -75,14 +73,13 @@ inline constinit TText SPlotEnd{"IxoCut", "SPlotEnd", "终点"};
 inline constinit TText SPlotBeam{"IxoCut", "SPlotBeam", "出光"};
 inline constinit TText SPlotProcedure{"IxoCut", "SPlotProcedure", "工艺过程"};
 
-inline constexpr auto kHostTexts =
-    TextList(SRowState, SRowEmission, SRowLaser, SRowGas, SShotTitle, SShotEnded, SShotTooEarly, SRunCollided,
-             SShotNotDark, SEndSuccess, SEndStopped, SEndPaused, SEndAlarm, SEndError, SEndCollided, SEndRefused,
-             SEndNever, SEndStepRuns, SEndNotOff, SAskedAlarm, SSignalStop, SWatchBusy, SWatchLeaf, SWatchEmission,
-             SWatchLaser, SWatchGas, SWatchBeat, SWatchDark, SWatchEnding, SWatchEmergency, SWatchAlarm, SWatchFail,
-             SWatchStop, SWatchLatch, SThreadSilent, SThreadFailed, SLaserLatched, SLatchReset, SLinesDropped,
-             SRunSteps, SRunPath, SRunStillOn, SRunFailed, SRunFailedAt, SRowOutput, SRowFollow, SPlotPath, SPlotZ,
-             SPlotSignals, SEndGasOpen, SPlotStart, SPlotEnd, SPlotBeam, SPlotProcedure);
+inline constexpr auto kHostTexts = TextList(
+    SRowState, SRowEmission, SRowLaser, SRowGas, SShotTitle, SShotEnded, SShotTooEarly, SRunCollided, SShotNotDark,
+    SEndSuccess, SEndStopped, SEndPaused, SEndAlarm, SEndCollided, SEndRefused, SEndNever, SEndStepRuns, SEndNotOff,
+    SAskedAlarm, SSignalStop, SWatchBusy, SWatchLeaf, SWatchEmission, SWatchLaser, SWatchGas, SWatchBeat, SWatchDark,
+    SWatchEnding, SWatchEmergency, SWatchAlarm, SWatchFail, SWatchStop, SWatchLatch, SThreadSilent, SThreadFailed,
+    SLaserLatched, SLatchReset, SLinesDropped, SRunSteps, SRunPath, SRunStillOn, SRunFailed, SRowOutput, SRowFollow,
+    SPlotPath, SPlotZ, SPlotSignals, SEndGasOpen, SPlotStart, SPlotEnd, SPlotBeam, SPlotProcedure);
 
 // Milliseconds for a %d.
 [[nodiscard]] inline int ShownMs(std::uint64_t ms) {

@@ -7,6 +7,7 @@
 
 #include "ixocamglue/support/Format.h"
 #include "ixocut/Document.h"
+#include "ixocut/ErrorSentence.h"
 
 namespace ixocut {
 namespace {
@@ -66,7 +67,7 @@ void TConsole::Write(const TLogRecord& record) {
     FOut << Format("%-9s ", LevelOf(record));
   else if (IsTrouble(record))
     FOut << "! ";
-  FOut << record.Text << '\n' << std::flush;
+  FOut << (!FTrace && IsTrouble(record) ? ErrorSentence(record.Text) : record.Text) << '\n' << std::flush;
 }
 
 void TConsole::Say(std::string_view line) {

@@ -21,7 +21,7 @@ using namespace ixocamglue;
 class TConsole final : public ILogSink {
  public:
   // `out` outlives the console. `trace`: every line of the diagnostic channel, with its level; otherwise the progress
-  // of procedures and errors only. The application log is shown always.
+  // of procedures, and errors in the operator's words. The application log is shown always.
   TConsole(std::ostream& out, bool json, bool trace);
 
   // The levels to listen to.

@@ -9,8 +9,10 @@
 #include "ixocamglue/motion/Umotionchecks.h"
 #include "ixocamglue/motion/Usequence.h"
 #include "ixocamglue/motion/Ustatemotion.h"
+#include "ixocamglue/platform/xml/MachineConfig.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
 namespace {
@@ -44,6 +46,15 @@ TSequenceItem Wait(const TRackMove& move, std::int32_t switched) {
             wait.FWaitTime = kMoveLimitMs;
             wait.FInportLogic = level;
           }};
+}
+
+// As the machine file names it; empty: it does not.
+std::string InputName(std::int32_t port) {
+  TMachineConfig* const config = MachineConfig();
+  if (!config) return {};
+  for (const TConfigSection& input : config->Section("Ports").Children("Inport"))
+    if (input.GetInt("Number", 0) == port) return input.GetText("Name", "");
+  return {};
 }
 
 TSequenceItem Check(const TRackMove& move) {
@@ -80,8 +91,9 @@ TSequenceItem InSlot(std::int32_t command, const TNozzlePosItem& slot, std::stri
 TSequenceItem Raise() { return {TSmtSafeMoveToZ::Cmd, SRackRaise.Get(), nullptr}; }
 
 TNozzleChangeConfig& Config() {
-  if (!FNozzleChangeCfg) throw EProblem(pbUnusable, "the machine has no configuration of a nozzle changer");
-  if (!FNozzleChangeCfg->ChangeNozzleEnabled) throw EProblem(pbUnusable, "NozzleChange: ChangeNozzleEnabled is false");
+  if (!FNozzleChangeCfg) throw EProblem(pbUnusable, Tr("the machine has no configuration of a nozzle changer"));
+  if (!FNozzleChangeCfg->ChangeNozzleEnabled)
+    throw EProblem(pbUnusable, Tr("NozzleChange: ChangeNozzleEnabled is false"));
   return *FNozzleChangeCfg;
 }
 
@@ -92,18 +104,19 @@ const TNozzleItem& FindNozzle(const TNozzleChangeConfig& config, std::int32_t id
     const TNozzleItem& item = *config.NozzleItems.GetItem(i);
     known += Format("%s%d (%s)", known.empty() ? "" : ", ", item.ID, item.Name.c_str());
   }
-  throw EProblem(pbRequest, Format("there is no nozzle %d; the machine's nozzles: %s", id,
-                                   known.empty() ? "none" : known.c_str()));
+  throw EProblem(pbRequest, Format(Tr("there is no nozzle %d; the machine's nozzles: %s"), id,
+                                   known.empty() ? Tr("none") : known.c_str()));
 }
 
 const TNozzlePosItem& SlotOf(TNozzleChangeConfig& config, const TNozzleItem& nozzle) {
   const TNozzlePosItem* const slot = config.TryGetNozzlePosItem(nozzle.PosRow, nozzle.PosCol);
   if (!slot)
-    throw EProblem(pbUnusable, Format("nozzle %d: the rack has no slot in row %d, column %d", nozzle.ID, nozzle.PosRow,
-                                      nozzle.PosCol));
+    throw EProblem(pbUnusable, Format(Tr("nozzle %d: the rack has no slot in row %d, column %d"), nozzle.ID,
+                                      nozzle.PosRow, nozzle.PosCol));
   if (slot->X == 0.0L && slot->Y == 0.0L && slot->Z == 0.0L)
-    throw EProblem(pbUnusable, Format("nozzle %d: the position of the slot in row %d, column %d was never configured",
-                                      nozzle.ID, nozzle.PosRow, nozzle.PosCol));
+    throw EProblem(pbUnusable,
+                   Format(Tr("nozzle %d: the position of the slot in row %d, column %d was never configured"),
+                          nozzle.ID, nozzle.PosRow, nozzle.PosCol));
   return *slot;
 }
 
@@ -120,18 +133,23 @@ TStepType TSmtInputCheck::DoMotion(std::int32_t) {
   TInportParamsConfig input;
   input.Port = FPort;
   input.Level = FLevel ? 1 : 0;
-  if (!TPreCheck(*this).Require(InputIsMet(input), SInputNotMet, FPort)) return Fail();
+  const bool met = InputIsMet(input);
+  const std::string name = met ? "" : InputName(FPort);
+  TPreCheck check(*this);
+  check.Require(met || name.empty(), SNamedInputNotMet, name.c_str(), FPort).Require(met, SInputNotMet, FPort);
+  if (!check) return Fail();
   return Await(csbtEnsure);
 }
 
 TStepPtr MakeNozzleChange(TCustomMotionState* ctrl, std::int32_t from, std::int32_t to) {
   TNozzleChangeConfig& config = Config();
-  if (from == to) throw EProblem(pbRequest, Format("the nozzle to take off is the one to install: %d", from));
+  if (from == to) throw EProblem(pbRequest, Format(Tr("the nozzle to take off is the one to install: %d"), from));
   const TNozzleItem& off = FindNozzle(config, from);
   const TNozzleItem& on = FindNozzle(config, to);
   const TNozzlePosItem& offSlot = SlotOf(config, off);
   const TNozzlePosItem& onSlot = SlotOf(config, on);
-  if (&offSlot == &onSlot) throw EProblem(pbUnusable, Format("nozzles %d and %d share one slot of the rack", from, to));
+  if (&offSlot == &onSlot)
+    throw EProblem(pbUnusable, Format(Tr("nozzles %d and %d share one slot of the rack"), from, to));
 
   TItems items;
   items.push_back(Over(offSlot));

@@ -4,9 +4,11 @@
 #include <utility>
 
 #include "controller/HostTexts.h"
+#include "controller/procedures/Failure.h"
 #include "controller/procedures/ProcedureTexts.h"
 #include "controller/procedures/Procedures.h"
 #include "controller/procedures/Timeline.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
 namespace {
@@ -21,7 +23,7 @@ void WaitForStandby(TController& controller, const std::function<void()>& look) 
   const std::uint64_t until = Clock().MonotonicMs() + kReadyWithinMs;
   while (framework.Watch().Pass.load() == 0 || framework.SafePending()) {
     if (Clock().MonotonicMs() >= until)
-      throw EProblem(pbUnusable, "the machine does not acknowledge standby: laser or emission stays on");
+      throw EProblem(pbUnusable, Tr("the machine does not acknowledge standby: laser or emission stays on"));
     if (controller.VirtualClock()) {
       controller.RunPass();
       continue;
@@ -141,8 +143,7 @@ TRunEnd TProcedureRun::HowItEnded(const TMachineSnapshot& shown) {
     case metAlarm: return {"alarm", SEndAlarm.Get()};
     case metError: break;
   }
-  const std::string why = outcome.Path + (outcome.Fault.empty() ? "" : ": " + outcome.Fault);
-  return {"error", Show(SEndError, why.c_str())};
+  return {"error", SRunFailed.Get()};
 }
 
 TRunReport TProcedureRun::Report() {
@@ -163,6 +164,7 @@ TRunReport TProcedureRun::Report() {
     report.Fault = outcome.Fault;
     report.Cause = outcome.Cause.empty() ? BeamCauseText(FController.Framework().LateBeamCause()) : outcome.Cause;
     report.NextState = outcome.NextState;
+    report.At = StepOf(outcome.Path, FSteps.Standing());
   }
   report.Steps = FSteps.Items();
   report.Alarms = FAlarms.Items();
@@ -183,9 +185,8 @@ TRunReport TProcedureRun::Report() {
     report.Notes.push_back(Show(SRunCollided, ShownMs(shown.Collisions), shown.FirstCollision.c_str()));
   if (!report.Dark) report.Notes.emplace_back(SShotNotDark.Get());
   if (!report.Success())
-    report.Problem = {.What = report.Dark ? report.End.Words : report.End.Words + "; " + SShotNotDark.Get(),
-                      .Where = report.Path,
-                      .Why = report.Cause};
+    report.Problem =
+        FailureOf(report, shown, entered != kNever ? FController.MotionState().Outcome() : TMotionOutcome());
   return report;
 }
 

@@ -40,6 +40,7 @@ struct TRunReport {
   bool Dark = false;  // laser and emission are off
   std::uint32_t Collisions = 0;
   std::string Path, Fault, Cause;  // of the outcome; empty when the procedure was never entered
+  std::string At;                  // the step where it ended without success, for the operator
   std::int32_t NextState = nsStandby;
   std::uint64_t StartMs = 0;    // monotonic, when the run began
   std::uint64_t EnteredMs = 0;  // monotonic, when the procedure was entered; StartMs when it never was

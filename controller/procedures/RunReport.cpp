@@ -5,22 +5,12 @@
 
 #include "controller/HostTexts.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
 namespace {
 
 constexpr std::size_t kIndent = 2;
-
-// "->outer(137)(FStep = 1)->inner(131)(FStep = -2)", a line each.
-std::vector<std::string> PathLines(const std::string& path) {
-  std::vector<std::string> lines;
-  for (std::size_t at = path.find("->"); at != std::string::npos;) {
-    const std::size_t next = path.find("->", at + 2);
-    lines.push_back(std::string(kIndent * (lines.size() + 1), ' ') + path.substr(at + 2, next - at - 2));
-    at = next;
-  }
-  return lines;
-}
 
 std::string Mm(double value) { return Format("%.2f", value); }
 
@@ -66,15 +56,18 @@ std::vector<std::string> ReportLines(const TRunReport& report, const TMotionTrac
   lines.push_back(StatusText(last));
   lines.push_back(Show(SRunPath, Mm(trace.PathXY()).c_str(), Mm(trace.PathZ()).c_str()));
   if (const std::string on = WhatIsOn(last); !on.empty()) lines.push_back(Show(SRunStillOn, on.c_str()));
-  const bool failed = std::string_view(report.End.Name) == "error";
-  if (failed) {
-    lines.emplace_back(SRunFailedAt.Get());
-    for (std::string& line : PathLines(report.Path)) lines.push_back(std::move(line));
-    if (!report.Fault.empty()) lines.push_back(report.Fault);
-  }
-  if (!report.Cause.empty()) lines.push_back(report.Cause);
-  lines.push_back(Show(SShotEnded, failed ? SRunFailed.Get() : report.End.Words.c_str(), ShownMs(report.DurationMs)));
+  lines.push_back(ClosingLine(report));
   return lines;
+}
+
+std::string ClosingLine(const TRunReport& report) {
+  std::string line = Show(SShotEnded, report.End.Words.c_str(), ShownMs(report.DurationMs));
+  if (!report.Problem) return line;
+  const TProblem& problem = *report.Problem;
+  if (!problem.Where.empty()) line += Format(Tr("; at: %s"), problem.Where.c_str());
+  if (!problem.Why.empty()) line += Format(Tr("; why: %s"), problem.Why.c_str());
+  if (!problem.Remedy.empty()) line += Format(Tr("; what to do: %s"), problem.Remedy.c_str());
+  return line;
 }
 
 nlohmann::ordered_json ReportJson(const TRunReport& report, const TMotionTrace& trace, const TMachineSnapshot& last) {

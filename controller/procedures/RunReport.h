@@ -17,10 +17,12 @@ namespace ixocontroller {
 // What is on, as in StatusText; empty: nothing.
 [[nodiscard]] std::string WhatIsOn(const TMachineSnapshot& now);
 
-// The lines behind the log, in the language of the controller, which still lives: notes, steps, timeline, path, the way
-// to the step that failed, and how it ended.
+// The lines behind the log, in the language of the controller, which still lives: notes, steps, timeline, path, and how
+// it ended.
 [[nodiscard]] std::vector<std::string> ReportLines(const TRunReport& report, const TMotionTrace& trace,
                                                    const TMachineSnapshot& last, bool withJournal);
+// The last line: how it ended and when, and of a failure at which step, why and what to do.
+[[nodiscard]] std::string ClosingLine(const TRunReport& report);
 [[nodiscard]] nlohmann::ordered_json ReportJson(const TRunReport& report, const TMotionTrace& trace,
                                                 const TMachineSnapshot& last);
 

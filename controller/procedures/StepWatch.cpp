@@ -34,9 +34,23 @@ void TStepSpans::Look(IStateMotion& root) {
   CloseFrom(level);
 }
 
-void TStepSpans::Ended(const TMotionOutcome*) {
+void TStepSpans::Ticked(IStateMotion& root, TStepType answer) {
+  if (answer == mstpError) {  // its leave has taken the steps away
+    TGuard guard(FLock);
+    KeepStanding();
+  }
+  Look(root);
+}
+
+void TStepSpans::Ended(const TMotionOutcome* outcome) {
   TGuard guard(FLock);
+  if (!outcome || outcome->Type != metSuccess) KeepStanding();  // a tick that threw
   CloseFrom(0);
+}
+
+void TStepSpans::KeepStanding() {
+  if (!FStanding.empty()) return;
+  for (const TOpen& open : FOpen) FStanding.push_back(open.Span);
 }
 
 void TStepSpans::CloseFrom(std::size_t level) {
@@ -49,6 +63,13 @@ std::vector<TStepSpan> TStepSpans::Items() const {
   std::vector<TStepSpan> items = FSpans;
   for (const TOpen& open : FOpen) items[open.Span].To = Clock().MonotonicMs();
   return items;
+}
+
+std::vector<TStepSpan> TStepSpans::Standing() const {
+  TGuard guard(FLock);
+  std::vector<TStepSpan> standing;
+  for (const std::size_t span : FStanding) standing.push_back(FSpans[span]);
+  return standing;
 }
 
 }  // namespace ixocontroller

@@ -28,13 +28,15 @@ struct TStepSpan {
 class TStepSpans final : public IMotionObserver {
  public:
   void Entered(IStateMotion& root) override { Look(root); }
-  void Ticked(IStateMotion& root, TStepType) override { Look(root); }
+  void Ticked(IStateMotion& root, TStepType answer) override;
   void Ended(const TMotionOutcome*) override;
 
   // Rises with each step that begins.
   [[nodiscard]] std::uint64_t Begun() const { return FBegun.load(std::memory_order_acquire); }
   // In the order in which they began; one that still stands ends now.
   [[nodiscard]] std::vector<TStepSpan> Items() const;
+  // Those that stood when the procedure ended without success, from the outside in.
+  [[nodiscard]] std::vector<TStepSpan> Standing() const;
 
  private:
   struct TOpen {
@@ -43,11 +45,13 @@ class TStepSpans final : public IMotionObserver {
   };
   void Look(IStateMotion& root);
   void CloseFrom(std::size_t level) IXO_REQUIRES(FLock);
+  void KeepStanding() IXO_REQUIRES(FLock);
 
   std::atomic<std::uint64_t> FBegun{0};
   mutable TCriticalSection FLock;
   std::vector<TStepSpan> FSpans IXO_GUARDED_BY(FLock);
   std::vector<TOpen> FOpen IXO_GUARDED_BY(FLock);
+  std::vector<std::size_t> FStanding IXO_GUARDED_BY(FLock);  // spans
 };
 
 }  // namespace ixocontroller

@@ -1,0 +1,11 @@
+// What the error lines of the log mean, for the operator: the log's own words are fixed, and name what is inside.
+#pragma once
+
+#include <string>
+
+namespace ixocut {
+
+// `line` in the operator's language where it is one of the fixed ones; else as it is.
+[[nodiscard]] std::string ErrorSentence(const std::string& line);
+
+}  // namespace ixocut
