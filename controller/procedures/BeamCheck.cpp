@@ -7,6 +7,7 @@
 
 #include "controller/procedures/AxisPlaces.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
 namespace {
@@ -41,14 +42,15 @@ class TBeamCheck {
     const std::int32_t command = call.Row->Command;
     const std::string name = call.Row->Name;
     if (std::ranges::find(kNever, command) != std::end(kNever))
-      return TProblem{.What = name + " is not allowed while the beam is on",
-                      .Why = "it takes the head away from the cut",
-                      .Remedy = "switch the beam off before it (517 or 522)"};
+      return TProblem{.What = Format(Tr("%s is not allowed while the beam is on"), name.c_str()),
+                      .Why = Tr("it takes the head away from the cut"),
+                      .Remedy = Tr("switch the beam off before it (517 or 522)")};
     if (command != TSmtMoveToXY::Cmd || SpeedOf(call) <= FMachine.Bounds.Laser.CutSpeedLimit) return std::nullopt;
-    return TProblem{.What = Format("%s at %s mm/s is not allowed while the beam is on", name.c_str(),
-                                   NumberText(SpeedOf(call)).c_str()),
-                    .Why = "CutSpeedLimit is " + NumberText(FMachine.Bounds.Laser.CutSpeedLimit) + " mm/s",
-                    .Remedy = "give it a speed up to that; 0 is the machine's highest"};
+    return TProblem{
+        .What = Format(Tr("%s at %s mm/s is not allowed while the beam is on"), name.c_str(),
+                       NumberText(SpeedOf(call)).c_str()),
+        .Why = Format(Tr("CutSpeedLimit is %s mm/s"), NumberText(FMachine.Bounds.Laser.CutSpeedLimit).c_str()),
+        .Remedy = Tr("give it a speed up to that; 0 is the machine's highest")};
   }
 
  private:
@@ -100,12 +102,12 @@ std::optional<std::pair<std::size_t, TProblem>> CheckBeam(std::span<const TMotio
     const auto longest = lit ? check.LongestMs(call) : 0.0;
     check.Pass(call);
     if (!longest)
-      return std::pair(i, TProblem{.What = std::string(call.Row->Name) + " is not allowed while the beam is on",
-                                   .Why = "how long it lasts is not known",
-                                   .Remedy = "switch the beam off before it (517 or 522)"});
+      return std::pair(i, TProblem{.What = Format(Tr("%s is not allowed while the beam is on"), call.Row->Name),
+                                   .Why = Tr("how long it lasts is not known"),
+                                   .Remedy = Tr("switch the beam off before it (517 or 522)")});
     ms += *longest;
     if (!(ms <= static_cast<double>(kShotLimitMs)))  // also where no speed is known
-      return std::pair(i, TProblem{.What = Format("the beam would be on for %s ms, which is more than %s ms",
+      return std::pair(i, TProblem{.What = Format(Tr("the beam would be on for %s ms, which is more than %s ms"),
                                                   NumberText(std::round(ms)).c_str(),
                                                   NumberText(static_cast<double>(kShotLimitMs)).c_str())});
   }

@@ -1,23 +1,22 @@
 #include "controller/procedures/GoProcedures.h"
 
-#include <string>
-
 #include "ixocamglue/config/Uassistconfig.h"
 #include "ixocamglue/motion/Ustatemotion.h"
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
 namespace {
 
 void Require(bool holds, const char* section, const char* why) {
-  if (!holds) throw EProblem(pbUnusable, std::string(section) + ": " + why);
+  if (!holds) throw EProblem(pbUnusable, TProblem{.What = Tr(why), .Where = section});
 }
 
 // What every place has to be before anything is sent there.
 void RequirePlace(bool exists, bool enabled, bool configured, const char* section) {
-  Require(exists, section, "the machine has no such configuration");
-  Require(enabled, section, "Enabled is false");
-  Require(configured, section, "the position was never configured, all coordinates are 0");
+  Require(exists, section, TrMark("the machine has no such configuration"));
+  Require(enabled, section, TrMark("Enabled is false"));
+  Require(configured, section, TrMark("the position was never configured, all coordinates are 0"));
 }
 
 }  // namespace

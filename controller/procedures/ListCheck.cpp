@@ -5,6 +5,7 @@
 
 #include "controller/procedures/AxisPlaces.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
 namespace {
@@ -27,10 +28,10 @@ class TListCheck {
       const auto z = FPlaces.At(bkZ, second);
       if (!z || *z <= FMachine.Bounds.SafeZ) return std::nullopt;
       return TProblem{
-          .What = Format("%s is not allowed with head %d below its safe height", call.Row->Name, second ? 2 : 1),
-          .Why = Format("Z stands at %s, the safe height is %s", NumberText(*z).c_str(),
+          .What = Format(Tr("%s is not allowed with head %d below its safe height"), call.Row->Name, second ? 2 : 1),
+          .Why = Format(Tr("Z stands at %s, the safe height is %s"), NumberText(*z).c_str(),
                         NumberText(FMachine.Bounds.SafeZ).c_str()),
-          .Remedy = "raise it before (134)"};
+          .Remedy = Tr("raise it before (134)")};
     };
     if (command == TSmtMoveToXY::Cmd || command == TSmtCleanHeadCurve::Cmd || command == TSmtLubricateCurve::Cmd)
       if (auto problem = low(true)) return problem;
@@ -38,8 +39,8 @@ class TListCheck {
     if (!TAxisPlaces::Moves(call, bkZ)) return std::nullopt;
     const auto target = TAxisPlaces::TargetOf(call, bkZ);
     if (!target || *target <= FMachine.TableZ || Beside(call)) return std::nullopt;
-    return TProblem{.What = Format("z %s is below the table's surface", NumberText(*target).c_str()),
-                    .Why = "the nozzle would touch at Z " + NumberText(FMachine.TableZ)};
+    return TProblem{.What = Format(Tr("z %s is below the table's surface"), NumberText(*target).c_str()),
+                    .Why = Format(Tr("the nozzle would touch at Z %s"), NumberText(FMachine.TableZ).c_str())};
   }
 
   // The head is known to be beside the table when Z moves.
@@ -60,9 +61,9 @@ class TListCheck {
     if (command != TSmtWaitInport::Cmd || call.Value("input") < 0.0) return std::nullopt;
     const double output = call.Value("output");
     if (output < 0.0 || call.Value("switch-output") == 1.0 || FSwitched.contains(output)) return std::nullopt;
-    return TProblem{.What = Format("input %s never comes: it answers output %s, which nothing switches",
+    return TProblem{.What = Format(Tr("input %s never comes: it answers output %s, which nothing switches"),
                                    NumberText(call.Value("input")).c_str(), NumberText(output).c_str()),
-                    .Remedy = "give switch-output true, or switch the output before (172, 173)"};
+                    .Remedy = Tr("give switch-output true, or switch the output before (172, 173)")};
   }
 
   const TMachineLimits& FMachine;

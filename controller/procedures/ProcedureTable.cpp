@@ -5,6 +5,7 @@
 #include "controller/procedures/NozzleChange.h"
 #include "controller/procedures/ParamAccess.h"
 #include "controller/procedures/Procedures.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
 namespace {
@@ -21,69 +22,61 @@ constexpr TParamAccess kMadeWith{pkWhole};
 
 // --- parameters ---
 
-TMotionParam Param(const char* name, TUnit unit, const char* zh, const char* en, TBound bound, double byDefault,
-                   TParamAccess at, TMotionParam::TNeed need = TMotionParam::Optional) {
-  return {name, unit, {zh, en}, bound, byDefault, at, need};
+TMotionParam Param(const char* name, TUnit unit, const char* summary, TBound bound, double byDefault, TParamAccess at,
+                   TMotionParam::TNeed need = TMotionParam::Optional) {
+  return {name, unit, summary, bound, byDefault, at, need};
 }
-TMotionParam Switch(const char* name, const char* zh, const char* en, double byDefault, TParamAccess at) {
-  return {name, uNone, {zh, en}, bdAny, byDefault, at};
+TMotionParam Switch(const char* name, const char* summary, double byDefault, TParamAccess at) {
+  return {name, uNone, summary, bdAny, byDefault, at};
 }
 TMotionParam X(TParamAccess at) {
-  return Param("x", uMm, "目标 X，机床坐标", "target X, machine coordinates", bdAxisX, 0.0, at, Required);
+  return Param("x", uMm, TrMark("target X, machine coordinates"), bdAxisX, 0.0, at, Required);
 }
 TMotionParam Y(TParamAccess at) {
-  return Param("y", uMm, "目标 Y，机床坐标", "target Y, machine coordinates", bdAxisY, 0.0, at, Required);
+  return Param("y", uMm, TrMark("target Y, machine coordinates"), bdAxisY, 0.0, at, Required);
 }
 TMotionParam Z(TParamAccess at) {
-  return Param("z", uMm, "目标 Z，0 为最高处", "target Z, 0 is the top", bdAxisZ, 0.0, at, Required);
+  return Param("z", uMm, TrMark("target Z, 0 is the top"), bdAxisZ, 0.0, at, Required);
 }
 TMotionParam Focus(TParamAccess at) {
-  return Param("focus", uMm, "焦点轴的目标", "target of the focus axis", bdFocus, 0.0, at, Required);
+  return Param("focus", uMm, TrMark("target of the focus axis"), bdFocus, 0.0, at, Required);
 }
 TMotionParam XYSpeed(TParamAccess at) {
-  return Param("speed", uMmPerS, "XY 速度，0 为机床默认", "speed of XY, 0 is the machine's default", bdXYSpeed, 0.0,
-               at);
+  return Param("speed", uMmPerS, TrMark("speed of XY, 0 is the machine's default"), bdXYSpeed, 0.0, at);
 }
 TMotionParam Follower(TParamAccess at) {
-  return Param("follower", uNone, "随动器序号", "index of the follower", bdFollower, 0.0, at);
+  return Param("follower", uNone, TrMark("index of the follower"), bdFollower, 0.0, at);
 }
 TMotionParam Outport() {
-  return Param("port", uNone, "输出口，-1 不切换", "the output, -1 switches nothing", bdFittedOutport.Or(-1.0), -1.0,
+  return Param("port", uNone, TrMark("the output, -1 switches nothing"), bdFittedOutport.Or(-1.0), -1.0,
                kAt<&TSmtSwitchOutport::FPort>, Required);
 }
 TMotionParam CleanReturn() {
-  return Switch("return", "之后按机床文件返回", "go back afterwards, as the machine file says", 1.0,
-                kAt<&TSmtCleanState::FReturn>);
+  return Switch("return", TrMark("go back afterwards, as the machine file says"), 1.0, kAt<&TSmtCleanState::FReturn>);
 }
 
 std::vector<TMotionParam> ZMove(TMotionParam target, double safeByDefault) {
   using TStep = TSmtSafeMoveToZ;
-  return {
-      target,
-      Switch("use-safe-z", "目标为安全高度", "the target is the safe height", safeByDefault, kAt<&TStep::FUseSafeZ>),
-      Switch("only-up", "已高于目标的切割头不动", "a head above the target stays there", safeByDefault,
-             kAt<&TStep::FOnlyUp>),
-      Param("speed", uMmPerS, "Z 速度，0 为机床默认", "speed of Z, 0 is the machine's default", bdZSpeed, 0.0,
-            kAt<&TStep::FSpeed>),
-      Follower(kAt<&TStep::FFollowerIndex>)};
+  return {target, Switch("use-safe-z", TrMark("the target is the safe height"), safeByDefault, kAt<&TStep::FUseSafeZ>),
+          Switch("only-up", TrMark("a head above the target stays there"), safeByDefault, kAt<&TStep::FOnlyUp>),
+          Param("speed", uMmPerS, TrMark("speed of Z, 0 is the machine's default"), bdZSpeed, 0.0, kAt<&TStep::FSpeed>),
+          Follower(kAt<&TStep::FFollowerIndex>)};
 }
 
 // The fields of a brush of one's own, used with use-config false.
 std::vector<TMotionParam> CleanCurve() {
   using TStep = TSmtCleanHeadCurve;
-  return {
-      Switch("use-config", "机床文件中的毛刷", "the brush of the machine file", 1.0, kAt<&TStep::FUseConfig>),
-      Param("centre-x", uMm, "毛刷中心", "middle of the brush", bdAxisX, 0.0, kAtX<&TStep::FCentre>),
-      Param("centre-y", uMm, "毛刷中心", "middle of the brush", bdAxisY, 0.0, kAtY<&TStep::FCentre>),
-      Param("length", uMm, "一次往返的长度", "of a stroke", bdRange(0, 1000), 0.0, kAt<&TStep::FLength>),
-      Param("width", uMm, "横向宽度", "across the strokes", bdRange(0, 1000), 0.0, kAt<&TStep::FWidth>),
-      Param("direction", uNone, "0：沿 X，否则沿 Y", "0: strokes along X, else along Y", bdRange(0, 1), 0.0,
-            kAt<&TStep::FDirection>),
-      Param("style", uNone, "1：椭圆，否则直线", "1: ellipses, else strokes", bdRange(0, 100), 0.0,
-            kAt<&TStep::FStyle>),
-      Param("count", uNone, "次数；use-config 为 false 时必填", "strokes, or ellipses; needed with use-config false",
-            bdRange(0, TStep::kMaxCount), 0.0, kAt<&TStep::FCount>),
-      XYSpeed(kAt<&TStep::FSpeed>)};
+  return {Switch("use-config", TrMark("the brush of the machine file"), 1.0, kAt<&TStep::FUseConfig>),
+          Param("centre-x", uMm, TrMark("middle of the brush"), bdAxisX, 0.0, kAtX<&TStep::FCentre>),
+          Param("centre-y", uMm, TrMark("middle of the brush"), bdAxisY, 0.0, kAtY<&TStep::FCentre>),
+          Param("length", uMm, TrMark("of a stroke"), bdRange(0, 1000), 0.0, kAt<&TStep::FLength>),
+          Param("width", uMm, TrMark("across the strokes"), bdRange(0, 1000), 0.0, kAt<&TStep::FWidth>),
+          Param("direction", uNone, TrMark("0: strokes along X, else along Y"), bdRange(0, 1), 0.0,
+                kAt<&TStep::FDirection>),
+          Param("style", uNone, TrMark("1: ellipses, else strokes"), bdRange(0, 100), 0.0, kAt<&TStep::FStyle>),
+          Param("count", uNone, TrMark("strokes, or ellipses; needed with use-config false"),
+                bdRange(0, TStep::kMaxCount), 0.0, kAt<&TStep::FCount>),
+          XYSpeed(kAt<&TStep::FSpeed>)};
 }
 
 template <class Step>
@@ -96,27 +89,25 @@ std::vector<TMotionParam> MoveXY(std::initializer_list<TMotionParam> more = {}) 
 
 std::vector<TMotionParam> Slot() {
   using TStep = TSmtNozzleStep;
-  return {
-      Param("row", uNone, "喷嘴位的行", "row of the slot", bdRange(0, 1000), -1.0, kAt<&TStep::FRow>, Required),
-      Param("column", uNone, "喷嘴位的列", "column of the slot", bdRange(0, 1000), -1.0, kAt<&TStep::FCol>, Required)};
+  return {Param("row", uNone, TrMark("row of the slot"), bdRange(0, 1000), -1.0, kAt<&TStep::FRow>, Required),
+          Param("column", uNone, TrMark("column of the slot"), bdRange(0, 1000), -1.0, kAt<&TStep::FCol>, Required)};
 }
 
 std::vector<TMotionParam> WaitInput() {
   using TStep = TSmtWaitInport;
-  return {Param("input", uNone, "等待的输入口，-1 视为到位", "the input to wait for, -1 counts as met",
-                bdFittedInport.Or(-1.0), -1.0, kAt<&TStep::FWaitInport>, Required),
-          Switch("level", "视为到位的电平", "the level that counts as reached", 0.0, kAt<&TStep::FInportLogic>),
-          Param("time", uMs, "等待时限", "limit of the wait", bdRange(1, kMostMs), 1.0, kAt<&TStep::FWaitTime>),
-          Param("output", uNone, "输入口所应答的输出口；-1：无，且不等待",
-                "the output that the input answers; -1: none, and nothing is waited for", bdFittedOutport.Or(-1.0),
-                -1.0, kAt<&TStep::FOutport>),
-          Switch("switch-output", "等待时打开输出口，结束时关闭", "switch the output on for the wait, off at its end",
-                 0.0, kAt<&TStep::FNeedOutport>),
-          Switch("alarm", "超时报警", "a time-out raises an alarm", 0.0, kAt<&TStep::FTimeOutAlarm>)};
+  return {Param("input", uNone, TrMark("the input to wait for, -1 counts as met"), bdFittedInport.Or(-1.0), -1.0,
+                kAt<&TStep::FWaitInport>, Required),
+          Switch("level", TrMark("the level that counts as reached"), 0.0, kAt<&TStep::FInportLogic>),
+          Param("time", uMs, TrMark("limit of the wait"), bdRange(1, kMostMs), 1.0, kAt<&TStep::FWaitTime>),
+          Param("output", uNone, TrMark("the output that the input answers; -1: none, and nothing is waited for"),
+                bdFittedOutport.Or(-1.0), -1.0, kAt<&TStep::FOutport>),
+          Switch("switch-output", TrMark("switch the output on for the wait, off at its end"), 0.0,
+                 kAt<&TStep::FNeedOutport>),
+          Switch("alarm", TrMark("a time-out raises an alarm"), 0.0, kAt<&TStep::FTimeOutAlarm>)};
 }
 
 template <TPoint2 TRange2::*Corner, double TPoint2::*Coordinate>
-TMotionParam Edge(const char* name, const char* zh, const char* en, TBound bound) {
+TMotionParam Edge(const char* name, const char* summary, TBound bound) {
   const auto set = [](TStateMotion& step, double value) {
     auto& range = dynamic_cast<TSmtLubricateCurve&>(step).FRange;
     if (!range) range.emplace();
@@ -126,17 +117,16 @@ TMotionParam Edge(const char* name, const char* zh, const char* en, TBound bound
     const auto& range = dynamic_cast<TSmtLubricateCurve&>(step).FRange;
     return range ? (*range).*Corner.*Coordinate : kUnset;
   };
-  return Param(name, uMm, zh, en, bound, kUnset, {pkNumber, set, get}, Together);
+  return Param(name, uMm, summary, bound, kUnset, {pkNumber, set, get}, Together);
 }
 
 std::vector<TMotionParam> Lubricate() {
   using TStep = TSmtLubricateCurve;
-  return {Edge<&TRange2::Min, &TPoint2::X>("min-x", "左边（默认：行程内缩 10 毫米）",
-                                           "left edge (default: the limits, inset by 10 mm)", bdAxisX),
-          Edge<&TRange2::Min, &TPoint2::Y>("min-y", "下边", "lower edge", bdAxisY),
-          Edge<&TRange2::Max, &TPoint2::X>("max-x", "右边", "right edge", bdAxisX),
-          Edge<&TRange2::Max, &TPoint2::Y>("max-y", "上边", "upper edge", bdAxisY),
-          Param("count", uNone, "圈数", "rounds", bdRange(1, TStep::kMaxCount), 1.0, kAt<&TStep::FCount>),
+  return {Edge<&TRange2::Min, &TPoint2::X>("min-x", TrMark("left edge (default: the limits, inset by 10 mm)"), bdAxisX),
+          Edge<&TRange2::Min, &TPoint2::Y>("min-y", TrMark("lower edge"), bdAxisY),
+          Edge<&TRange2::Max, &TPoint2::X>("max-x", TrMark("right edge"), bdAxisX),
+          Edge<&TRange2::Max, &TPoint2::Y>("max-y", TrMark("upper edge"), bdAxisY),
+          Param("count", uNone, TrMark("rounds"), bdRange(1, TStep::kMaxCount), 1.0, kAt<&TStep::FCount>),
           XYSpeed(kAt<&TStep::FSpeed>)};
 }
 
@@ -163,82 +153,84 @@ struct TItem {
   TMotionValues Values = {};
 };
 
-TSequenceItem Item(const TItem& item) { return ItemOf({FindProcedure(item.Command), item.Values, item.Desc}); }
+TSequenceItem Item(const TItem& item) { return ItemOf({FindProcedure(item.Command), item.Values, Tr(item.Desc)}); }
 
 TStepPtr List(TCustomMotionState* ctrl, std::int32_t id, const char* desc, std::initializer_list<TItem> items,
               bool buildLate = false) {
   std::vector<TSequenceItem> made;
   for (const TItem& item : items) made.push_back(Item(item));
   auto list = MakeStepOf<TSmtSequence>(ctrl);
-  list->Define(id, desc, std::move(made), buildLate);
+  list->Define(id, Tr(desc), std::move(made), buildLate);
   return list;
 }
 
 TStepPtr MakeLaserTest(TCustomMotionState* ctrl, const TMotionValues&) {
-  return List(ctrl, liLaserTest, "laser test",
-              {{516, "shutter and laser on"},
-               {612, "delay", {40}},
-               {522, "laser off, shutter stays"},
-               {612, "delay", {20}},
-               {520, "laser on again"},
-               {517, "laser and shutter off"}});
+  return List(ctrl, liLaserTest, TrMark("laser test"),
+              {{516, TrMark("shutter and laser on")},
+               {612, TrMark("delay"), {40}},
+               {522, TrMark("laser off, shutter stays")},
+               {612, TrMark("delay"), {20}},
+               {520, TrMark("laser on again")},
+               {517, TrMark("laser and shutter off")}});
 }
 
 TStepPtr MakeGasPurge(TCustomMotionState* ctrl, const TMotionValues&) {
-  return List(ctrl, liGasPurge, "gas purge", {{141, "gas on", {2, 3.5}}, {612, "delay", {60}}, {142, "gas off"}});
+  return List(ctrl, liGasPurge, TrMark("gas purge"),
+              {{141, TrMark("gas on"), {2, 3.5}}, {612, TrMark("delay"), {60}}, {142, TrMark("gas off")}});
 }
 
 TStepPtr MakeGasHold(TCustomMotionState* ctrl, const TMotionValues&) {
-  return List(ctrl, liGasHold, "gas hold", {{141, "gas on", {1, 2}}, {612, "delay", {30}}});
+  return List(ctrl, liGasHold, TrMark("gas hold"), {{141, TrMark("gas on"), {1, 2}}, {612, TrMark("delay"), {30}}});
 }
 
 TStepPtr MakeCover(TCustomMotionState* ctrl, const TMotionValues&) {
-  return List(ctrl, liCover, "cover",
-              {{176, "open the cover and wait for its switch", {3, 1, 500, 4, 1}}, {612, "delay", {20}}});
+  return List(
+      ctrl, liCover, TrMark("cover"),
+      {{176, TrMark("open the cover and wait for its switch"), {3, 1, 500, 4, 1}}, {612, TrMark("delay"), {20}}});
 }
 
 TStepPtr MakeBeam(TCustomMotionState* ctrl) {
-  return List(ctrl, liPierceInner, "beam",
-              {{518, "open shutter"},
-               {519, "wait for the shutter"},
-               {520, "laser on"},
-               {612, "delay", {30}},
-               {522, "laser off"}},
+  return List(ctrl, liPierceInner, TrMark("beam"),
+              {{518, TrMark("open shutter")},
+               {519, TrMark("wait for the shutter")},
+               {520, TrMark("laser on")},
+               {612, TrMark("delay"), {30}},
+               {522, TrMark("laser off")}},
               true);
 }
 
 // Gas around a beam, the beam in a sequence of its own that is built on entry.
 TStepPtr MakePierce(TCustomMotionState* ctrl, const TMotionValues&) {
   auto outer = MakeStepOf<TSmtSequence>(ctrl);
-  outer->Define(liPierce, "pierce",
-                {Item({141, "gas on", {2, 1.5}}),
-                 {0, "beam", nullptr, &MakeBeam},
-                 Item({517, "shutter off"}),
-                 Item({142, "gas off"})});
+  outer->Define(liPierce, Tr("pierce"),
+                {Item({141, TrMark("gas on"), {2, 1.5}}),
+                 {0, Tr("beam"), nullptr, &MakeBeam},
+                 Item({517, TrMark("shutter off")}),
+                 Item({142, TrMark("gas off")})});
   return outer;
 }
 
 // A square of 40 mm, cut after the head has travelled there.
 TStepPtr MakeSquare(TCustomMotionState* ctrl, const TMotionValues&) {
-  return List(ctrl, liSquare, "square",
-              {{131, "travel", {60, 30, 800}},
-               {141, "gas on", {2, 2.5}},
-               {518, "open shutter"},
-               {519, "wait for the shutter"},
-               {520, "laser on"},
-               {131, "travel", {100, 30, 200}},
-               {131, "travel", {100, 70, 200}},
-               {131, "travel", {60, 70, 200}},
-               {131, "travel", {60, 30, 200}},
-               {517, "laser and shutter off"},
-               {142, "gas off"},
-               {131, "travel", {0, 0, 800}}});
+  return List(ctrl, liSquare, TrMark("square"),
+              {{131, TrMark("travel"), {60, 30, 800}},
+               {141, TrMark("gas on"), {2, 2.5}},
+               {518, TrMark("open shutter")},
+               {519, TrMark("wait for the shutter")},
+               {520, TrMark("laser on")},
+               {131, TrMark("travel"), {100, 30, 200}},
+               {131, TrMark("travel"), {100, 70, 200}},
+               {131, TrMark("travel"), {60, 70, 200}},
+               {131, TrMark("travel"), {60, 30, 200}},
+               {517, TrMark("laser and shutter off")},
+               {142, TrMark("gas off")},
+               {131, TrMark("travel"), {0, 0, 800}}});
 }
 
-TProcedure Row(const char* name, std::int32_t command, const char* zh, const char* en, TProcedureFlags flags = {},
+TProcedure Row(const char* name, std::int32_t command, const char* summary, TProcedureFlags flags = {},
                std::vector<TMotionParam> params = {}, TMotionValues sample = {},
                std::vector<std::string_view> was = {}) {
-  return {name, command, {zh, en}, flags, std::move(params), std::move(sample), nullptr, std::move(was)};
+  return {name, command, summary, flags, std::move(params), std::move(sample), nullptr, std::move(was)};
 }
 
 using TMake = decltype(TProcedure::Make);
@@ -256,122 +248,103 @@ const std::vector<TProcedure>& ProcedureTable() {
   constexpr TProcedureFlags kAllAxes{.MovesXY = true, .MovesZ = true, .MovesFocus = true};
   constexpr TProcedureFlags kLaser{.LightsBeam = true};
   static const std::vector<TProcedure> rows{
-      Row("move-xy", 131, "移动 XY，高度不变", "move XY, at the height where the head stands", kXY,
-          MoveXY<TSmtMoveToXY>(), {40, 30}),
-      Row("clean-curve", 133, "在毛刷上方移动，高度不变", "move over the brush, at the height where the head stands",
-          kXY, CleanCurve(), {0, 40, 30, 20, 10, {}, {}, 2, 400}, {"brush-curve"}),
-      Row("safe-z", 134, "把切割头升到安全高度", "raise the head to the safe height", kZ,
-          ZMove(Param("z", uMm, "目标 Z，use-safe-z 为 false 时使用", "target Z, used with use-safe-z false", bdAxisZ,
-                      0.0, kAt<&TSmtSafeMoveToZ::FTargetZ>),
+      Row("move-xy", 131, TrMark("move XY, at the height where the head stands"), kXY, MoveXY<TSmtMoveToXY>(),
+          {40, 30}),
+      Row("clean-curve", 133, TrMark("move over the brush, at the height where the head stands"), kXY, CleanCurve(),
+          {0, 40, 30, 20, 10, {}, {}, 2, 400}, {"brush-curve"}),
+      Row("safe-z", 134, TrMark("raise the head to the safe height"), kZ,
+          ZMove(Param("z", uMm, TrMark("target Z, used with use-safe-z false"), bdAxisZ, 0.0,
+                      kAt<&TSmtSafeMoveToZ::FTargetZ>),
                 1.0),
           {}, {"raise"}),
-      Row("move-z", 136, "移动 Z，上或下", "move Z, up or down", kZ, ZMove(Z(kAt<&TSmtSafeMoveToZ::FTargetZ>), 0.0),
-          {30}),
-      Row("safe-move", 137, "升起切割头（134），再移动 XY（131）", "raise the head (134), then move XY (131)", kXYZ,
-          MoveXY<TSmtSafeMoveToXY>(), {40, 30}, {"go-xy"}),
+      Row("move-z", 136, TrMark("move Z, up or down"), kZ, ZMove(Z(kAt<&TSmtSafeMoveToZ::FTargetZ>), 0.0), {30}),
+      Row("safe-move", 137, TrMark("raise the head (134), then move XY (131)"), kXYZ, MoveXY<TSmtSafeMoveToXY>(),
+          {40, 30}, {"go-xy"}),
       // The origin decides what the machine's limits are in work coordinates; the step checks them.
-      Row("move-work", 138, "升起切割头，再到工件坐标的一点", "raise the head, then to a point in work coordinates",
-          kXYZ,
-          {Param("x", uMm, "目标 X，工件坐标", "target X, work coordinates", bdRange(-kFarMm, kFarMm), 0.0,
+      Row("move-work", 138, TrMark("raise the head, then to a point in work coordinates"), kXYZ,
+          {Param("x", uMm, TrMark("target X, work coordinates"), bdRange(-kFarMm, kFarMm), 0.0,
                  kAtX<&TSmtRaisedMove::FTarget>, Required),
-           Param("y", uMm, "目标 Y，工件坐标", "target Y, work coordinates", bdRange(-kFarMm, kFarMm), 0.0,
+           Param("y", uMm, TrMark("target Y, work coordinates"), bdRange(-kFarMm, kFarMm), 0.0,
                  kAtY<&TSmtRaisedMove::FTarget>, Required),
            XYSpeed(kAt<&TSmtRaisedMove::FSpeed>)},
           {40, 30}, {"work-xy"}),
-      Row("move-assist", 139, "升起切割头，再到机床坐标的一点；激光打开时不可",
-          "raise the head, then to a point in machine coordinates; not with the laser on", kXYZ,
-          MoveXY<TSmtRaisedMove>(), {40, 30}, {"assist-xy"}),
-      Row("gas-on", 141, "开气，并保持打开", "gas on; it stays on", {.LeavesGasOn = true},
-          {Param("branch", uNone, "气路，按气体类型", "gas branch, by gas type", bdFittedBranch, 0.0,
+      Row("move-assist", 139, TrMark("raise the head, then to a point in machine coordinates; not with the laser on"),
+          kXYZ, MoveXY<TSmtRaisedMove>(), {40, 30}, {"assist-xy"}),
+      Row("gas-on", 141, TrMark("gas on; it stays on"), {.LeavesGasOn = true},
+          {Param("branch", uNone, TrMark("gas branch, by gas type"), bdFittedBranch, 0.0,
                  kAt<&TSmtGasOnState::FGasBranch>, Required),
-           Param("pressure", uBar, "设定气压", "pressure to set", bdPressureOf("branch"), 0.0,
+           Param("pressure", uBar, TrMark("pressure to set"), bdPressureOf("branch"), 0.0,
                  kAt<&TSmtGasOnState::FGasPressure>, Required)},
           {1, 2}, {"gas"}),
-      Row("gas-off", 142, "关气", "gas off", {}, {}, {}, {"gas"}),
-      Row("calibrate-sensor", 151, "在喷嘴下的板面上标定电容",
-          "calibrate the height sensor over the plate under the nozzle", kZ,
+      Row("gas-off", 142, TrMark("gas off"), {}, {}, {}, {"gas"}),
+      Row("calibrate-sensor", 151, TrMark("calibrate the height sensor over the plate under the nozzle"), kZ,
           {Follower(kAt<&TSmtCapCaliMotion::FFollowerIndex>)}, {}, {"calibrate"}),
-      Row("auto-calibrate", 152, "在设定的位置标定电容", "calibrate at the configured position", kXYZ,
-          {Switch("return", "回到出发处", "go back to where it started", 1.0, kAt<&TSmtAutoCaliState::FReturn>)}),
-      Row("calibrate-head", 153, "在切割头所在处标定（151），再升起（134）",
-          "calibrate where the head stands (151), then raise it (134)", kZ,
+      Row("auto-calibrate", 152, TrMark("calibrate at the configured position"), kXYZ,
+          {Switch("return", TrMark("go back to where it started"), 1.0, kAt<&TSmtAutoCaliState::FReturn>)}),
+      Row("calibrate-head", 153, TrMark("calibrate where the head stands (151), then raise it (134)"), kZ,
           {Follower(kAt<&TSmtSimpleAutoCaliState::FFollowerIndex>)}, {}, {"simple-calibrate"}),
-      Row("follow", 154, "以一定高度随动；之后继续随动", "follow the plate at a height; the head goes on following",
+      Row("follow", 154, TrMark("follow the plate at a height; the head goes on following"),
           {.MovesZ = true, .LeavesFollowing = true},
-          {Param("height", uMm, "喷嘴到板面的距离", "distance of the nozzle to the plate", bdRange(0.01, 50), 1.0,
+          {Param("height", uMm, TrMark("distance of the nozzle to the plate"), bdRange(0.01, 50), 1.0,
                  kAt<&TSmtFollow::FHeight>),
            Follower(kAt<&TSmtFollow::FFollowerIndex>)},
           {1.5}),
-      Row("uninstall-nozzle", 163, "把喷嘴卸在喷嘴位上；切割头在其上方",
-          "leave the head's nozzle in a slot of the rack; the head stands over it", kXYZ, Slot(), {0, 0},
-          {"uninstall"}),
-      Row("install-nozzle", 164, "从喷嘴位取一个喷嘴；切割头在其上方",
-          "take a nozzle from a slot of the rack; the head stands over it", kXYZ, Slot(), {0, 1}, {"install"}),
-      Row("output-on", 172, "打开一个输出口", "switch an output on", {.Outputs = TProcedureFlags::otStay}, {Outport()},
-          {5}, {"output"}),
-      Row("output-off", 173, "关闭一个输出口", "switch an output off", {}, {Outport()}, {5}, {"output"}),
-      Row("wait-input", 176, "等待应答输出口的输入口", "wait for an input that answers an output", {}, WaitInput(),
-          {3, 1, 500, 4, 1}),
-      Row("safe-move-xyz", 181, "升起切割头，移动 XY，再移动 Z", "raise the head, move XY, then Z", kXYZ,
+      Row("uninstall-nozzle", 163, TrMark("leave the head's nozzle in a slot of the rack; the head stands over it"),
+          kXYZ, Slot(), {0, 0}, {"uninstall"}),
+      Row("install-nozzle", 164, TrMark("take a nozzle from a slot of the rack; the head stands over it"), kXYZ, Slot(),
+          {0, 1}, {"install"}),
+      Row("output-on", 172, TrMark("switch an output on"), {.Outputs = TProcedureFlags::otStay}, {Outport()}, {5},
+          {"output"}),
+      Row("output-off", 173, TrMark("switch an output off"), {}, {Outport()}, {5}, {"output"}),
+      Row("wait-input", 176, TrMark("wait for an input that answers an output"), {}, WaitInput(), {3, 1, 500, 4, 1}),
+      Row("safe-move-xyz", 181, TrMark("raise the head, move XY, then Z"), kXYZ,
           MoveXY<TSmtSafeMoveToXY>({Z(kAt<&TSmtSafeMoveToXYZ::FTargetZ>)}), {40, 30, 30}, {"go-xyz"}),
-      Row("lubricate", 350, "沿矩形的四边和两条对角线移动；切割头在安全高度",
-          "along the edges and both diagonals of a rectangle; the head is at its safe height", kXY, Lubricate(),
-          {10, 10, 60, 40}),
-      Row("focus", 421, "移动焦点轴", "move the focus axis", {.MovesFocus = true},
+      Row("lubricate", 350, TrMark("along the edges and both diagonals of a rectangle; the head is at its safe height"),
+          kXY, Lubricate(), {10, 10, 60, 40}),
+      Row("focus", 421, TrMark("move the focus axis"), {.MovesFocus = true},
           {Focus(kAt<&TSmtMoveToF::FFocus>),
-           Param("speed", uMmPerS, "焦点轴速度，0 为机床默认", "speed of the focus, 0 is the machine's default",
-                 bdFocusSpeed, 0.0, kAt<&TSmtMoveToF::FSpeed>)},
+           Param("speed", uMmPerS, TrMark("speed of the focus, 0 is the machine's default"), bdFocusSpeed, 0.0,
+                 kAt<&TSmtMoveToF::FSpeed>)},
           {4}),
-      Row("safe-move-xyzf", 422, "升起切割头，移动 XY，再移动焦点，再移动 Z",
-          "raise the head, move XY, then focus, then Z", kAllAxes,
+      Row("safe-move-xyzf", 422, TrMark("raise the head, move XY, then focus, then Z"), kAllAxes,
           MoveXY<TSmtSafeMoveToXY>({Z(kAt<&TSmtSafeMoveToXYZ::FTargetZ>), Focus(kAt<&TSmtSafeMoveToXYZF::FFocus>)}),
           {40, 30, 30, -2}, {"go-xyzf"}),
-      Row("clean-nozzle-manual", 513, "在毛刷上清洁喷嘴", "clean the nozzle on the brush", kXYZ, {CleanReturn()}, {},
+      Row("clean-nozzle-manual", 513, TrMark("clean the nozzle on the brush"), kXYZ, {CleanReturn()}, {},
           {"clean-manual", "clean-nozzle"}),
-      Row("clean-nozzle-auto", 514, "启用时清洁喷嘴，需要时再标定",
-          "clean the nozzle where that is switched on, and calibrate if asked to", kXYZ, {CleanReturn()}, {},
-          {"clean-auto", "clean-nozzle"}),
+      Row("clean-nozzle-auto", 514, TrMark("clean the nozzle where that is switched on, and calibrate if asked to"),
+          kXYZ, {CleanReturn()}, {}, {"clean-auto", "clean-nozzle"}),
       Made([](TCustomMotionState* ctrl, const TMotionValues&) { return MakeStep<TSmtLaserOnTimeState>(ctrl); },
-           Row("shot", 515, "定时出光", "the timed laser shot", kLaser,
-               {Param("ms", uMs, "出光时长", "how long the beam is on", bdRange(0, double{kShotLimitMs}), 500.0,
-                      kAtShot)},
+           Row("shot", 515, TrMark("the timed laser shot"), kLaser,
+               {Param("ms", uMs, TrMark("how long the beam is on"), bdRange(0, double{kShotLimitMs}), 500.0, kAtShot)},
                {60})),
-      Row("laser-on", 516, "开光闸，等待，再开激光；程序结束时关闭",
-          "emission on, wait for it, laser on; dark again when the procedure ends",
+      Row("laser-on", 516, TrMark("emission on, wait for it, laser on; dark again when the procedure ends"),
           {.LightsBeam = true, .LeavesBeam = true}),
-      Row("laser-off", 517, "关激光，再关光闸", "laser off, then emission off", {.EndsBeam = true}),
-      Row("emission-on", 518, "请求开光闸；程序结束时关闭", "ask for emission; dark again when the procedure ends",
-          kLaser),
-      Row("wait-emission", 519, "等待光闸打开，无时限", "wait until emission is on, without a limit",
-          {.NeedsEmission = true}),
-      Row("beam-on", 520, "开激光，光闸不变；程序结束时关闭",
-          "laser on, emission untouched; dark again when the procedure ends",
+      Row("laser-off", 517, TrMark("laser off, then emission off"), {.EndsBeam = true}),
+      Row("emission-on", 518, TrMark("ask for emission; dark again when the procedure ends"), kLaser),
+      Row("wait-emission", 519, TrMark("wait until emission is on, without a limit"), {.NeedsEmission = true}),
+      Row("beam-on", 520, TrMark("laser on, emission untouched; dark again when the procedure ends"),
           {.LightsBeam = true, .LeavesBeam = true, .NeedsEmission = true}),
-      Row("beam-off", 522, "关激光，光闸不变", "laser off, emission untouched", {.EndsBeam = true}),
-      Row("delay", 612, "等待", "wait", {},
-          {Param("ms", uMs, "时长", "how long", bdRange(0, kMostMs), 0.0, kAtDelay, Required)}, {30}),
-      Made(MakeChange, Row("change-nozzle", 0, "把切割头的喷嘴放回喷嘴库，再取另一个",
-                           "put the head's nozzle into the rack and take another one",
+      Row("beam-off", 522, TrMark("laser off, emission untouched"), {.EndsBeam = true}),
+      Row("delay", 612, TrMark("wait"), {},
+          {Param("ms", uMs, TrMark("how long"), bdRange(0, kMostMs), 0.0, kAtDelay, Required)}, {30}),
+      Made(MakeChange, Row("change-nozzle", 0, TrMark("put the head's nozzle into the rack and take another one"),
                            {.MovesXY = true, .MovesZ = true, .Outputs = TProcedureFlags::otStayAfterAbort},
-                           {Param("from", uNone, "切割头上喷嘴的编号", "number of the nozzle in the head",
-                                  bdRange(0, kMostNozzle), kUnset, kMadeWith, Together),
-                            Param("to", uNone, "要取的喷嘴的编号（默认：上次所选）",
-                                  "number of the nozzle to take (default: both as chosen last)",
+                           {Param("from", uNone, TrMark("number of the nozzle in the head"), bdRange(0, kMostNozzle),
+                                  kUnset, kMadeWith, Together),
+                            Param("to", uNone, TrMark("number of the nozzle to take (default: both as chosen last)"),
                                   bdRange(0, kMostNozzle), kUnset, kMadeWith, Together)})),
-      Made(
-          [](TCustomMotionState* ctrl, const TMotionValues&) { return MakeGoMaintenance(ctrl); },
-          Row("go-maintenance", 0, "到维护位置（422）", "to the maintenance position (422)", kAllAxes, {}, {}, {"go"})),
+      Made([](TCustomMotionState* ctrl, const TMotionValues&) { return MakeGoMaintenance(ctrl); },
+           Row("go-maintenance", 0, TrMark("to the maintenance position (422)"), kAllAxes, {}, {}, {"go"})),
       Made([](TCustomMotionState* ctrl, const TMotionValues&) { return MakeGoBlanking(ctrl); },
-           Row("go-blanking", 0, "到下料位置（137）", "to the blanking position (137)", kXYZ, {}, {}, {"go"})),
-      Made(MakeLaserTest, Row("laser-test", 0, "开激光并等待光闸（516），分两步关闭",
-                              "laser on with its wait for emission (516), off in two steps", kLaser)),
-      Made(MakeGasPurge, Row("gas-purge", 0, "开气，等待，关气", "gas on, delay, gas off")),
-      Made(MakeGasHold, Row("gas-hold", 0, "开气并保持", "gas on and kept on", {.LeavesGasOn = true})),
-      Made(MakeCover,
-           Row("cover", 0, "一个输出口和应答它的输入口（176）", "an output and the input that answers it (176)")),
-      Made(MakePierce, Row("pierce", 0, "气体中的激光，其步骤后建", "gas around a beam that is built late", kLaser)),
-      Made(MakeSquare, Row("square", 0, "空移，开气，用激光走 40 毫米的正方形",
-                           "travel, gas, and a beam around a square of 40 mm", {.MovesXY = true, .LightsBeam = true})),
+           Row("go-blanking", 0, TrMark("to the blanking position (137)"), kXYZ, {}, {}, {"go"})),
+      Made(MakeLaserTest,
+           Row("laser-test", 0, TrMark("laser on with its wait for emission (516), off in two steps"), kLaser)),
+      Made(MakeGasPurge, Row("gas-purge", 0, TrMark("gas on, delay, gas off"))),
+      Made(MakeGasHold, Row("gas-hold", 0, TrMark("gas on and kept on"), {.LeavesGasOn = true})),
+      Made(MakeCover, Row("cover", 0, TrMark("an output and the input that answers it (176)"))),
+      Made(MakePierce, Row("pierce", 0, TrMark("gas around a beam that is built late"), kLaser)),
+      Made(MakeSquare, Row("square", 0, TrMark("travel, gas, and a beam around a square of 40 mm"),
+                           {.MovesXY = true, .LightsBeam = true})),
   };
   return rows;
 }

@@ -6,6 +6,7 @@
 #include "ixocamglue/motion/Usequence.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Nearest.h"
+#include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
 
 namespace ixocontroller {
@@ -49,14 +50,14 @@ std::string Refusal(const TProcedure& row) {
   const std::string_view name = row.Name ? row.Name : "";
   const auto allowed = [](char c) { return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-'; };
   if (name.empty() || name.front() == '-' || !std::ranges::all_of(name, allowed))
-    return "a name has small letters, digits and hyphens";
-  if (FindProcedure(name) || WasProcedure(name)) return "the name is taken";
+    return Tr("a name has small letters, digits and hyphens");
+  if (FindProcedure(name) || WasProcedure(name)) return Tr("the name is taken");
   if (row.Command != 0 && (row.Command < 0 || row.Command > 0xFFFF || FindProcedure(row.Command)))
-    return Format("the command %d is taken or not in 1..65535", row.Command);
-  if (!row.Make && !FactoryOf(row.Command)) return "it has neither Make nor a command that makes its step";
+    return Format(Tr("the command %d is taken or not in 1..65535"), row.Command);
+  if (!row.Make && !FactoryOf(row.Command)) return Tr("it has neither Make nor a command that makes its step");
   std::set<std::string_view> names;
   for (const TMotionParam& param : row.Params)
-    if (!names.insert(param.Name).second) return Format("it has two parameters \"%s\"", param.Name);
+    if (!names.insert(param.Name).second) return Format(Tr("it has two parameters \"%s\""), param.Name);
   return {};
 }
 
@@ -84,20 +85,20 @@ bool WasProcedure(std::string_view name) {
 
 TResult<const TProcedure*> AskProcedure(std::string_view name) {
   if (const TProcedure* const row = FindProcedure(name)) return row;
-  TProblem problem{.What = "\"" + std::string(name) + "\" is no procedure"};
+  TProblem problem{.What = Format(Tr("\"%s\" is no procedure"), std::string(name).c_str())};
   TNearestName nearest(name);
   std::string now;
   for (const TProcedure* row : Procedures()) {
     nearest.Consider(row->Name);
     if (std::ranges::find(row->Was, name) != row->Was.end())
-      now += (now.empty() ? "\"" : " or \"") + std::string(row->Name) + "\"";
+      now += (now.empty() ? "\"" : Tr(" or \"")) + std::string(row->Name) + "\"";
   }
   if (!now.empty())
-    problem.Remedy = "it is called " + now + " now";
+    problem.Remedy = Format(Tr("it is called %s now"), now.c_str());
   else if (!nearest.Found().empty())
-    problem.Remedy = "did you mean \"" + std::string(nearest.Found()) + "\"?";
+    problem.Remedy = Format(Tr("did you mean \"%s\"?"), std::string(nearest.Found()).c_str());
   else
-    problem.Remedy = "the procedures are: " + ProcedureNames();
+    problem.Remedy = Format(Tr("the procedures are: %s"), ProcedureNames().c_str());
   return problem;
 }
 
@@ -119,7 +120,7 @@ TAddedProcedures::TAddedProcedures(std::vector<TProcedure> rows) {
   for (TProcedure& row : rows) {
     if (std::string why = Refusal(row); !why.empty()) {
       Added().pop_back();
-      throw EProblem(pbRequest, TProblem{.What = std::move(why), .Where = std::string("procedure ") + row.Name});
+      throw EProblem(pbRequest, TProblem{.What = std::move(why), .Where = Format(Tr("procedure %s"), row.Name)});
     }
     FRows.push_back(std::move(row));
   }
@@ -167,12 +168,14 @@ TResult<> TMotionCall::Check(const TMotionParam& param, const TMachineBounds& ma
   const double value = Value(param.Name);
   if (param.At.Kind == pkSwitch) return {};
   const std::string text = NumberText(value);
-  if (param.At.Kind == pkWhole && value != std::floor(value)) return TProblem{.What = text + " is not a whole number"};
+  if (param.At.Kind == pkWhole && value != std::floor(value))
+    return TProblem{.What = Format(Tr("%s is not a whole number"), text.c_str())};
   const TLimits limits = LimitsOf(param, machine);
   if (limits.Allows(value)) return {};
   const std::string unit = UnitText(param.Unit);
-  return TProblem{.What = text + (limits.IsChoice ? " is not one of " : " is not in ") + limits.Text() +
-                          (unit.empty() ? "" : " ") + unit};
+  const std::string range = limits.Text() + (unit.empty() ? "" : " ") + unit;
+  return TProblem{
+      .What = Format(limits.IsChoice ? Tr("%s is not one of %s") : Tr("%s is not in %s"), text.c_str(), range.c_str())};
 }
 
 TResult<> TMotionCall::CheckNeeds(const char* prefix) const {
@@ -182,20 +185,22 @@ TResult<> TMotionCall::CheckNeeds(const char* prefix) const {
   for (std::size_t i = 0; i < Row->Params.size(); ++i) {
     const TMotionParam& param = Row->Params[i];
     const std::string name = std::string(prefix) + param.Name;
-    if (param.Need == TMotionParam::Required && !Values[i]) return TProblem{.What = name + " is missing"};
+    if (param.Need == TMotionParam::Required && !Values[i])
+      return TProblem{.What = Format(Tr("%s is missing"), name.c_str())};
     if (param.Need != TMotionParam::Together) continue;
     together += (together.empty() ? "" : ", ") + name;
     some = some || Values[i];
     all = all && Values[i];
   }
-  if (some && !all) return TProblem{.What = together + " belong together"};
+  if (some && !all) return TProblem{.What = Format(Tr("%s belong together"), together.c_str())};
   return {};
 }
 
 TResult<double> ParseParam(const TMotionParam& param, std::string_view text) {
   const bool isSwitch = param.At.Kind == pkSwitch;
   if (const auto value = isSwitch ? ParseSwitch(text) : ParseNumber<double>(text)) return *value;
-  return TProblem{.What = "\"" + std::string(text) + "\" is " + (isSwitch ? "neither true nor false" : "not a number")};
+  return TProblem{.What = Format(isSwitch ? Tr("\"%s\" is neither true nor false") : Tr("\"%s\" is not a number"),
+                                 std::string(text).c_str())};
 }
 
 TStepPtr MakeRoot(const std::string& name, std::span<const TMotionCall> calls) {

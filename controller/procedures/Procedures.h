@@ -22,13 +22,6 @@
 namespace ixocontroller {
 using namespace ixocamglue;
 
-// For help pages and lists, in both languages.
-struct TSentence {
-  const char* Zh;
-  const char* En;
-  [[nodiscard]] const char* In(std::string_view language) const { return language == "zh" ? Zh : En; }
-};
-
 enum class TParamKind : std::uint8_t { pkNumber, pkWhole, pkSwitch };
 using enum TParamKind;
 
@@ -45,9 +38,9 @@ struct TParamAccess {
 struct TMotionParam {
   const char* Name;  // the option without "--", and the name in files
   TUnit Unit;
-  TSentence Summary;
-  TBound Bound;    // a pressure's names the parameter that names its branch
-  double Default;  // kUnset: left as the step has it
+  const char* Summary;  // shown through Tr
+  TBound Bound;         // a pressure's names the parameter that names its branch
+  double Default;       // kUnset: left as the step has it
   TParamAccess At;
   enum TNeed : std::uint8_t { Optional, Required, Together } Need = Optional;  // Together: with the others, or none
 };
@@ -68,9 +61,9 @@ struct TProcedureFlags {
 };
 
 struct TProcedure {
-  const char* Name;      // "safe-move": small letters, digits and hyphens
-  std::int32_t Command;  // 0: none
-  TSentence Summary;
+  const char* Name;          // "safe-move": small letters, digits and hyphens
+  std::int32_t Command;      // 0: none
+  const char* Summary = "";  // shown through Tr
   TProcedureFlags Flags = {};
   std::vector<TMotionParam> Params = {};
   TMotionValues Sample = {};  // short and safe, for trees and the abort sweep; what is left out has its default

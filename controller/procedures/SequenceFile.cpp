@@ -12,6 +12,7 @@
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Nearest.h"
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
 namespace {
@@ -67,10 +68,10 @@ std::string UnknownParam(const TProcedure& row, const std::string& name) {
     nearest.Consider(p.Name);
     names += (names.empty() ? "" : ", ") + std::string(p.Name);
   }
-  return "is no parameter of " + std::string(row.Name) + "; " +
-         (!nearest.Found().empty() ? "did you mean \"" + std::string(nearest.Found()) + "\"?"
-          : names.empty()          ? "it has none"
-                                   : "it has " + names);
+  return Format(Tr("is no parameter of %s"), row.Name) + "; " +
+         (!nearest.Found().empty() ? Format(Tr("did you mean \"%s\"?"), std::string(nearest.Found()).c_str())
+          : names.empty()          ? std::string(Tr("it has none"))
+                                   : Format(Tr("it has %s"), names.c_str()));
 }
 
 class TReader {
@@ -104,7 +105,7 @@ void TReader::GiveUp() const {
   std::string text;
   for (std::size_t i = 0; i < std::min(FProblems.size(), kMostShown); ++i)
     text += (text.empty() ? "" : "\n") + FProblems[i];
-  if (FProblems.size() > kMostShown) text += Format("\nand %zu more", FProblems.size() - kMostShown);
+  if (FProblems.size() > kMostShown) text += Format(Tr("\nand %zu more"), FProblems.size() - kMostShown);
   throw EProblem(FBlame, text);
 }
 
@@ -130,7 +131,7 @@ TJson TReader::Parse(const std::string& text) {
       case TEvent::object_start:
       case TEvent::array_start: {
         if (static_cast<std::size_t>(depth) >= kMostDepth) {
-          Problem({}, Format("line %zu: lists within lists are no sequence", read.Line));
+          Problem({}, Format(Tr("line %zu: lists within lists are no sequence"), read.Line));
           GiveUp();
         }
         const std::string at = place();
@@ -145,7 +146,7 @@ TJson TReader::Parse(const std::string& text) {
         level.Key = parsed.get<std::string>();
         const std::string at = level.Place.empty() ? level.Key : level.Place + "." + level.Key;
         if (std::ranges::find(level.Keys, level.Key) != level.Keys.end())
-          FProblems.push_back(Format("%s:%zu: %s: is there twice", FFile.c_str(), read.Line, at.c_str()));
+          FProblems.push_back(Format(Tr("%s:%zu: %s: is there twice"), FFile.c_str(), read.Line, at.c_str()));
         level.Keys.push_back(level.Key);
         break;
       }
@@ -160,40 +161,40 @@ TJson TReader::Parse(const std::string& text) {
     std::string what = e.what();  // "[json.exception...] parse error at line 3, column 5: what is wrong"
     for (const char* const start : {"column", "number"})
       what = what.substr(std::min(what.find(start), what.size()) % what.size());
-    throw EProblem(pbUnusable, Format("%s:%zu: no JSON: %s", FFile.c_str(), read.Line, what.c_str()));
+    throw EProblem(pbUnusable, Format(Tr("%s:%zu: no JSON: %s"), FFile.c_str(), read.Line, what.c_str()));
   }
 }
 
 TSequenceFile TReader::Read() {
   std::error_code error;
   if (!std::filesystem::is_regular_file(FFile, error))
-    throw EProblem(pbUnusable, FFile.string() + ": is no file that can be read");
+    throw EProblem(pbUnusable, FFile.string() + ": " + Tr("is no file that can be read"));
   if (std::filesystem::file_size(FFile, error) > kMostBytes)
-    throw EProblem(pbUnusable, FFile.string() + ": is too large for a sequence");
+    throw EProblem(pbUnusable, FFile.string() + ": " + Tr("is too large for a sequence"));
   std::ifstream in(FFile, std::ios::binary);
   const std::string text{std::istreambuf_iterator<char>(in), {}};
-  if (!in) throw EProblem(pbUnusable, FFile.string() + ": cannot be read");
+  if (!in) throw EProblem(pbUnusable, FFile.string() + ": " + Tr("cannot be read"));
 
   const TJson document = Parse(text);
   TSequenceFile sequence{FFile.stem().string(), {}};
   if (!document.is_object()) {
-    Problem({}, "is no object with a list \"commands\"");
+    Problem({}, Tr("is no object with a list \"commands\""));
     GiveUp();
   }
   for (const auto& [name, value] : document.items()) {
     if (name == "commands") continue;
     if (name != "name")
-      Problem(name, "unknown name; a file has \"name\" and \"commands\"");
+      Problem(name, Tr("unknown name; a file has \"name\" and \"commands\""));
     else if (!value.is_string() || value.get_ref<const std::string&>().empty())
-      Problem(name, "is no text");
+      Problem(name, Tr("is no text"));
     else
       sequence.Name = value.get<std::string>();
   }
   const auto commands = document.find("commands");
   if (commands == document.end() || !commands->is_array() || commands->empty())
-    Problem(commands == document.end() ? "" : "commands", "\"commands\" is a list of at least one command");
+    Problem(commands == document.end() ? "" : "commands", Tr("\"commands\" is a list of at least one command"));
   else if (commands->size() > kMostCommands)
-    Problem("commands", Format("%zu commands are more than %zu", commands->size(), kMostCommands));
+    Problem("commands", Format(Tr("%zu commands are more than %zu"), commands->size(), kMostCommands));
   else
     for (std::size_t i = 0; i < commands->size(); ++i)
       ReadCommand((*commands)[i], Format("commands[%zu]", i), sequence);
@@ -208,7 +209,7 @@ TSequenceFile TReader::Read() {
 const TProcedure* TReader::ReadRow(const TJson& item, const std::string& place) {
   const auto found = item.find("command");
   if (found == item.end()) {
-    Problem(place, "\"command\" is missing: a number or a name; `ixocut procedures` lists them");
+    Problem(place, Tr("\"command\" is missing: a number or a name; `ixocut procedures` lists them"));
     return nullptr;
   }
   const std::string at = place + ".command";
@@ -216,11 +217,11 @@ const TProcedure* TReader::ReadRow(const TJson& item, const std::string& place) 
     const auto number = found->get<std::int64_t>();
     const TProcedure* const row =
         number > 0 && number <= 0xFFFF ? FindProcedure(static_cast<std::int32_t>(number)) : nullptr;
-    if (!row) Problem(at, Format("%lld is no command", static_cast<long long>(number)));
+    if (!row) Problem(at, Format(Tr("%lld is no command"), static_cast<long long>(number)));
     return row;
   }
   if (!found->is_string()) {
-    Problem(at, "is neither a number nor a name");
+    Problem(at, Tr("is neither a number nor a name"));
     return nullptr;
   }
   const auto& name = found->get_ref<const std::string&>();
@@ -232,7 +233,7 @@ const TProcedure* TReader::ReadRow(const TJson& item, const std::string& place) 
 }
 
 void TReader::ReadCommand(const TJson& item, const std::string& place, TSequenceFile& out) {
-  if (!item.is_object()) return Problem(place, "is no object with a \"command\"");
+  if (!item.is_object()) return Problem(place, Tr("is no object with a \"command\""));
   const TProcedure* const row = ReadRow(item, place);
   if (!row) return;
   TMotionCall call{row, TMotionValues(row->Params.size()), {}};
@@ -244,7 +245,7 @@ void TReader::ReadCommand(const TJson& item, const std::string& place, TSequence
       if (value.is_string())
         call.Desc = value.get<std::string>();
       else
-        Problem(at, "is no text");
+        Problem(at, Tr("is no text"));
       continue;
     }
     const auto param =
@@ -266,8 +267,8 @@ void TReader::ReadCommand(const TJson& item, const std::string& place, TSequence
 bool TReader::ReadValue(const TMotionParam& param, const TJson& value, const std::string& place, double& read) {
   if (param.At.Kind == pkSwitch ? !value.is_boolean() : !value.is_number()) {
     const std::string unit = UnitText(param.Unit);
-    Problem(place, param.At.Kind == pkSwitch ? "is neither true nor false"
-                                             : "is no number" + (unit.empty() ? unit : " (" + unit + ")"));
+    Problem(place, param.At.Kind == pkSwitch ? Tr("is neither true nor false")
+                                             : Tr("is no number") + (unit.empty() ? unit : " (" + unit + ")"));
     return false;
   }
   read = value.is_boolean() ? (value.get<bool>() ? 1.0 : 0.0) : value.get<double>();

@@ -5,7 +5,9 @@
 
 #include <CLI/CLI.hpp>
 
+#include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Nearest.h"
+#include "ixocamglue/support/Texts.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/Document.h"
 #include "ixocut/Machines.h"
@@ -15,9 +17,21 @@ namespace {
 
 constexpr std::uint64_t kTriggerLimitMs = 600'000;
 
+std::string CheckFault(const std::string& name) {
+  TNearestName nearest(name);
+  const std::vector<TMachineFault> faults = MachineFaults();
+  for (const TMachineFault& fault : faults) {
+    if (name == fault.Name) return {};
+    nearest.Consider(fault.Name);
+  }
+  return Format(Tr("the machine has no fault \"%s\""), name.c_str()) + "; " +
+         (nearest.Found().empty() ? std::string(Tr("`ixocut procedures --faults` lists them"))
+                                  : Format(Tr("did you mean %s?"), std::string(nearest.Found()).c_str()));
+}
+
 }  // namespace
 
-void AddRunSettings(CLI::App& command, TRunSettings& settings, const std::string& what) {
+void AddRunSettings(CLI::App& command, TRunSettings& settings) {
   const auto trigger = [&](const char* name, std::optional<std::uint64_t>& target, const char* text) {
     const auto value = std::make_shared<std::uint64_t>(0);
     AddNumberOption(command, name, *value, 0, kTriggerLimitMs, "ms", text)->each([&target, value](std::string s) {
@@ -25,23 +39,23 @@ void AddRunSettings(CLI::App& command, TRunSettings& settings, const std::string
       target = *value;
     });
   };
-  trigger("--stop-at", settings.StopAt, "Stop this long after the procedure was entered, 0 to 600000");
+  trigger("--stop-at", settings.StopAt, Tr("Stop this long after the procedure was entered, 0 to 600000"));
   trigger("--alarm-at", settings.AlarmAt,
-          "Raise an alarm that forbids all motion this long after the procedure was entered, 0 to 600000");
-  std::vector<std::string> faults;
-  for (const TMachineFault& fault : MachineFaults()) faults.emplace_back(fault.Name);
-  command.add_option("--fault", settings.Faults, "Something of the machine that fails; `ixocut procedures --faults`")
-      ->check(CLI::IsMember(faults))
+          Tr("Raise an alarm that forbids all motion this long after the procedure was entered, 0 to 600000"));
+  command
+      .add_option("--fault", settings.Faults,
+                  Tr("Something of the machine that fails; `ixocut procedures --faults` lists it"))
+      ->check(CLI::Validator(CheckFault, ""))
       ->expected(1)
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
       ->type_name("NAME");
   CLI::Option* const realtime =
-      command.add_flag("--realtime", settings.Realtime, "Run on the real clock; Ctrl-C stops the " + what);
+      command.add_flag("--realtime", settings.Realtime, Tr("Run on the real clock; Ctrl-C stops what runs"));
   command.add_option("--db", settings.Db, Tr("With --realtime: write the alarms into this alarm store"))
       ->type_name("FILE")
       ->needs(realtime);
   AddJsonOption(command, settings.Json);
-  command.add_flag("--trace", settings.Trace, "Show the whole diagnostic channel");
+  command.add_flag("--trace", settings.Trace, Tr("Show the whole diagnostic channel, in the words of the log"));
   AddControllerSettings(command, settings);
 }
 
@@ -62,7 +76,7 @@ TParamTexts ReadParams(const TProcedure& row, const std::vector<std::string>& wo
     if (!word.starts_with("--") ||
         std::ranges::none_of(row.Params, [&](const TMotionParam& p) { return name.substr(2) == p.Name; }))
       RefuseExtra(row, word);
-    if (alone && i + 1 == words.size()) throw EProblem(pbRequest, name + ": a value is missing");
+    if (alone && i + 1 == words.size()) throw EProblem(pbRequest, Format(Tr("%s: a value is missing"), name.c_str()));
     texts[name.substr(2)] = alone ? words[++i] : word.substr(equals + 1);
   }
   return texts;
@@ -96,9 +110,9 @@ void RefuseExtra(const TProcedure& row, const std::string& extra) {
   std::vector<std::string> candidates;
   for (const TMotionParam& param : row.Params) candidates.push_back(std::string("--") + param.Name);
   for (const std::string& candidate : candidates) nearest.Consider(candidate);
-  throw EProblem(pbRequest,
-                 std::string(row.Name) + ": " + extra + " was not expected" +
-                     (nearest.Found().empty() ? "" : "; did you mean " + std::string(nearest.Found()) + "?"));
+  TProblem problem{.What = Format(Tr("%s was not expected"), extra.c_str()), .Where = row.Name};
+  if (!nearest.Found().empty()) problem.Remedy = Format(Tr("did you mean %s?"), std::string(nearest.Found()).c_str());
+  throw EProblem(pbRequest, std::move(problem));
 }
 
 }  // namespace ixocut

@@ -10,6 +10,7 @@
 #include "controller/procedures/MachineLimits.h"
 #include "controller/procedures/ProcedureRun.h"
 #include "controller/procedures/Procedures.h"
+#include "ixocamglue/support/Texts.h"
 #include "ixocut/Console.h"
 #include "ixocut/ControllerSettings.h"
 
@@ -25,8 +26,12 @@ struct TRunSettings : TControllerSettings, TRunTriggers {
   bool Trace = false;
 };
 
-// The options of the controller, and all else that a run has. `what` is what the help calls it: "shot".
-void AddRunSettings(CLI::App& command, TRunSettings& settings, const std::string& what);
+// For help pages; shown through Tr.
+inline constexpr const char* kTimesNote = TrMark(
+    "Times are those of the simulated machine, which run as fast as the computer can unless --realtime is given.");
+
+// The options of the controller, and all else that a run has.
+void AddRunSettings(CLI::App& command, TRunSettings& settings);
 
 // A run whose logs go to the console, which outlives it and shows its times.
 [[nodiscard]] std::unique_ptr<TProcedureRun> MakeRun(const TControllerSettings& settings, const TRunTriggers& triggers,

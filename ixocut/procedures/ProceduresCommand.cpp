@@ -5,7 +5,9 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include "controller/procedures/Timeline.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/Document.h"
 #include "ixocut/Machines.h"
@@ -13,6 +15,8 @@
 
 namespace ixocut {
 namespace {
+
+constexpr std::size_t kDefaultWidth = 8;
 
 struct TProceduresOptions : TControllerSettings {
   std::string Name;  // empty: all
@@ -34,27 +38,27 @@ TLimits LimitsOf(const TProcedure& row, const TMotionParam& param, const TMachin
   return TMotionCall{&row, TMotionValues(row.Params.size()), {}}.LimitsOf(param, machine);
 }
 
-void Print(std::ostream& out, const TProcedure& row, const TProceduresOptions& options, const TMachineBounds& machine) {
+void Print(std::ostream& out, const TProcedure& row, const TMachineBounds& machine) {
   const std::string number = row.Command > 0 ? Format("%4d", row.Command) : "    ";
-  out << number << "  " << Format("%-22s %s\n", row.Name, row.Summary.In(options.Language));
+  out << number << "  " << Format("%-22s %s\n", row.Name, Tr(row.Summary));
   for (const TMotionParam& param : row.Params) {
     std::string range = param.At.Kind == pkSwitch ? "true, false" : LimitsOf(row, param, machine).Text();
     if (const std::string unit = UnitText(param.Unit); !unit.empty()) range += " " + unit;
-    const std::string def = param.Need == TMotionParam::Required ? "needed"
-                            : std::isnan(param.Default)          ? "-"
-                                                                 : ParamText(param, param.Default);
-    out << Format("        --%-15s %-26s %-8s %s\n", param.Name, range.c_str(), def.c_str(),
-                  param.Summary.In(options.Language));
+    std::string def = param.Need == TMotionParam::Required ? Tr("needed")
+                      : std::isnan(param.Default)          ? "-"
+                                                           : ParamText(param, param.Default);
+    if (const std::size_t width = DisplayWidth(def); width < kDefaultWidth) def.append(kDefaultWidth - width, ' ');
+    out << Format("        --%-15s %-26s %s %s\n", param.Name, range.c_str(), def.c_str(), Tr(param.Summary));
   }
 }
 
-nlohmann::ordered_json JsonOf(const TProcedure& row, const TProceduresOptions& options, const TMachineBounds& machine) {
+nlohmann::ordered_json JsonOf(const TProcedure& row, const TMachineBounds& machine) {
   auto params = nlohmann::ordered_json::array();
   for (const TMotionParam& param : row.Params) {
     nlohmann::ordered_json item{{"name", param.Name},
                                 {"type", KindName(param.At.Kind)},
                                 {"unit", UnitText(param.Unit)},
-                                {"summary", param.Summary.In(options.Language)},
+                                {"summary", Tr(param.Summary)},
                                 {"required", param.Need == TMotionParam::Required}};
     if (param.At.Kind != pkSwitch) {
       const TLimits range = LimitsOf(row, param, machine);
@@ -73,7 +77,7 @@ nlohmann::ordered_json JsonOf(const TProcedure& row, const TProceduresOptions& o
     }
     params.push_back(std::move(item));
   }
-  nlohmann::ordered_json item{{"name", row.Name}, {"summary", row.Summary.In(options.Language)}};
+  nlohmann::ordered_json item{{"name", row.Name}, {"summary", Tr(row.Summary)}};
   if (row.Command > 0) item["command"] = row.Command;
   item["parameters"] = std::move(params);
   return item;
@@ -83,9 +87,9 @@ int ListFaults(const TProceduresOptions& options, std::ostream& out) {
   auto faults = nlohmann::ordered_json::array();
   for (const TMachineFault& fault : MachineFaults()) {
     if (options.Json)
-      faults.push_back({{"name", fault.Name}, {"description", fault.Description}});
+      faults.push_back({{"name", fault.Name}, {"description", Tr(fault.Description)}});
     else
-      out << Format("%-27s %s\n", fault.Name, fault.Description);
+      out << Format("%-27s %s\n", fault.Name, Tr(fault.Description));
   }
   if (options.Json) PrintDocument(out, "procedures", {{"faults", std::move(faults)}});
   return kExitSuccess;
@@ -99,9 +103,9 @@ int Run(const TProceduresOptions& options, std::ostream& out) {
   for (const TProcedure* row : Procedures()) {
     if (!options.Name.empty() && options.Name != row->Name) continue;
     if (options.Json)
-      document.push_back(JsonOf(*row, options, machine));
+      document.push_back(JsonOf(*row, machine));
     else
-      Print(out, *row, options, machine);
+      Print(out, *row, machine);
   }
   if (options.Json) PrintDocument(out, "procedures", {{"procedures", std::move(document)}});
   return kExitSuccess;
@@ -112,23 +116,20 @@ int Run(const TProceduresOptions& options, std::ostream& out) {
 void AddProceduresCommand(CLI::App& program, TCommandRun& run) {
   const auto options = std::make_shared<TProceduresOptions>();
   CLI::App* const command =
-      program.add_subcommand("procedures", "List what can be run, with parameters, ranges and units");
-  command->add_option("NAME", options->Name, "Only this one");
+      program.add_subcommand("procedures", Tr("List what can be run, with parameters, ranges and units"));
+  command->add_option("NAME", options->Name, Tr("Only this one"));
   AddJsonOption(*command, options->Json);
-  command->add_flag("--faults", options->Faults, "List what --fault of `ixocut run` makes fail instead");
+  command->add_flag("--faults", options->Faults, Tr("List what --fault of `ixocut run` makes fail instead"));
   AddMachineOptions(*command, options->Machine, options->State);
   AddLanguageOption(*command, options->Language);
-  command->footer(
-      "Number, name as `ixocut run` takes it, and what it does; then each parameter with its range on this machine, "
-      "its\n"
-      "unit and its default. In a file for `ixocut run` the parameters have the same names without \"--\".\n"
-      "\n"
-      "Exit codes: 0 success, 2 wrong command line, 3 a machine file that cannot be used.\n"
-      "\n"
-      "Examples:\n"
-      "  ixocut procedures\n"
-      "  ixocut procedures lubricate\n"
-      "  ixocut procedures --json");
+  SetHelp(*command,
+          {.Notes = Tr(
+               "Number, name as `ixocut run` takes it, and what it does; then each parameter with its range on this "
+               "machine, its\n"
+               "unit and its default. In a file for `ixocut run` the parameters have the same names without \"--\"."),
+           .ExitCodes = {},
+           .Examples = {"ixocut procedures", "ixocut procedures lubricate", "ixocut procedures --faults",
+                        "ixocut procedures --json"}});
   command->callback([options, &run] { run = [options] { return Run(*options, std::cout); }; });
 }
 

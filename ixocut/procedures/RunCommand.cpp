@@ -11,6 +11,7 @@
 #include "controller/procedures/SequenceFile.h"
 #include "ixocamglue/platform/states/NcParams.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/Plot.h"
 #include "ixocut/procedures/Asked.h"
@@ -45,7 +46,7 @@ void RequireFile(const std::string& name) {
   const bool looksLikeFile = name.ends_with(".json") || name.find('/') != std::string::npos;
   if (std::error_code error; looksLikeFile || std::filesystem::exists(name, error)) return;
   TProblem problem = AskProcedure(name).Problem();
-  problem.What = "\"" + name + "\" is neither a procedure nor a file";
+  problem.What = Format(Tr("\"%s\" is neither a procedure nor a file"), name.c_str());
   throw EProblem(pbRequest, std::move(problem));
 }
 
@@ -108,7 +109,7 @@ int Run(const TRunOptions& options, std::ostream& out) {
     CheckPlotName("--plot", options.Plot);
     const auto folder = std::filesystem::absolute(options.Plot).parent_path();
     if (std::error_code error; !std::filesystem::is_directory(folder, error))
-      throw EProblem(pbUnusable, "--plot: " + folder.string() + " is no folder");
+      throw EProblem(pbUnusable, Format(Tr("--plot: %s is no folder"), folder.c_str()));
   }
   const TJob job = JobOf(options, options.Limits());
   TConsole console(out, options.Json, options.Trace);
@@ -154,12 +155,12 @@ int Run(const TRunOptions& options, std::ostream& out) {
 // --- the command line ---
 
 void AddRow(CLI::App& run, const TProcedure& row, const std::shared_ptr<TRunOptions>& options) {
-  CLI::App* const sub = run.add_subcommand(row.Name, row.Summary.En)->fallthrough()->group("Procedures");
+  CLI::App* const sub = run.add_subcommand(row.Name, Tr(row.Summary))->fallthrough()->group(Tr("Procedures"));
   for (const TMotionParam& param : row.Params) {
-    std::string text = param.Summary.En;
+    std::string text = Tr(param.Summary);
     if (param.Bound.Kind == bkFixed) text += ", " + BoundText(param.Bound);
     if (param.Need == TMotionParam::Optional && !std::isnan(param.Default))
-      text += "; default " + ParamText(param, param.Default);
+      text += Format(Tr("; default %s"), ParamText(param, param.Default).c_str());
     const std::string unit = UnitText(param.Unit);
     sub->add_option_function<std::string>(
            std::string("--") + param.Name,
@@ -168,42 +169,40 @@ void AddRow(CLI::App& run, const TProcedure& row, const std::shared_ptr<TRunOpti
                     : unit.empty()            ? "N"
                                               : unit);
   }
-  sub->footer("The options of `ixocut run` hold here as well.");
+  const std::string example = "ixocut run " + TMotionCall{&row, row.SampleValues(), {}}.Text();
+  SetHelp(
+      *sub,
+      {.Notes = Tr("The options of `ixocut run` hold here as well."), .ExitCodes = {}, .Examples = {example.c_str()}});
 }
 
 }  // namespace
 
 void AddRunCommand(CLI::App& program, TCommandRun& run) {
   const auto options = std::make_shared<TRunOptions>();
-  CLI::App* const command = program.add_subcommand("run", "Run a procedure, a motion command or a file of them");
+  CLI::App* const command = program.add_subcommand("run", Tr("Run a procedure, a motion command or a file of them"));
   command->require_subcommand(0, 1);
-  command->add_option("FILE", options->Name, "A JSON file of motion commands");
-  AddRunSettings(*command, *options, "procedure");
+  command->add_option("FILE", options->Name, Tr("A JSON file of motion commands"));
+  AddRunSettings(*command, *options);
   AddNumberOption(*command, "--limit", options->LimitMs, 1, kLongestMs, "ms",
-                  "Machine time after which the procedure is stopped, 1 to 86400000")
+                  Tr("Machine time after which the procedure is stopped, 1 to 86400000"))
       ->capture_default_str();
-  command->add_option("--plot", options->Plot, "Draw XY path, Z and signals")->type_name("FILE.svg");
-  command->add_flag("--journal", options->Journal, "Show the machine's journal: every command and what came of it");
+  command->add_option("--plot", options->Plot, Tr("Draw XY path, Z and signals"))->type_name("FILE.svg");
+  command->add_flag("--journal", options->Journal, Tr("Show the machine's journal: every command and what came of it"));
   command->add_flag("--save-calibration", options->SaveCalibration,
-                    "Save the results of height calibrations in the machine file");
+                    Tr("Save the results of height calibrations in the machine file"));
   for (const TProcedure* row : Procedures()) AddRow(*command, *row, options);
-  command->footer(
-      "A file holds {\"name\": TEXT, \"commands\": [{\"command\": NUMBER or NAME, PARAMETER: VALUE, ...}, ...]}; it "
-      "is\n"
-      "checked as a whole before anything moves. `ixocut procedures` lists the commands with parameters, ranges, "
-      "units.\n"
-      "Times are those of the simulated machine, which run as fast as the computer can unless --realtime is given.\n"
-      "\n"
-      "Exit codes: 0 success, 1 it ended otherwise, 2 wrong command line, 3 a file or device problem.\n"
-      "\n"
-      "Examples:\n"
-      "  ixocut run safe-move --x 100 --y 50 --speed 300\n"
-      "  ixocut run lubricate --count 2 --plot lubricate.svg\n"
-      "  ixocut run gas-on --branch 2 --pressure 1.5\n"
-      "  ixocut run calibrate-head --realtime --lang en\n"
-      "  ixocut run steps.json --journal\n"
-      "\n"
-      "Software is not the emergency stop.");
+  SetHelp(
+      *command,
+      {.Notes = Tr("A file holds {\"name\": TEXT, \"commands\": [{\"command\": NUMBER or NAME, PARAMETER: VALUE, ...}, "
+                   "...]}; it is\n"
+                   "checked as a whole before anything moves. `ixocut procedures` lists the commands with parameters, "
+                   "ranges, units.") +
+                std::string("\n") + Tr(kTimesNote),
+       .ExitCodes = {},
+       .Examples = {"ixocut run safe-move --x 100 --y 50 --speed 300",
+                    "ixocut run lubricate --count 2 --plot lubricate.svg",
+                    "ixocut run gas-on --branch 2 --pressure 1.5", "ixocut run calibrate-head --realtime --lang en",
+                    "ixocut run steps.json --journal"}});
   command->allow_extras();  // told below, with the name that was probably meant
   command->callback([options, command, &run] {
     const auto chosen = command->get_subcommands();
@@ -213,14 +212,14 @@ void AddRunCommand(CLI::App& program, TCommandRun& run) {
       options->Name = chosen.front()->get_name();
     }
     if (options->Name.empty() && extras.empty())
-      throw EProblem(pbRequest, "a procedure or a file is needed; `ixocut procedures` lists the procedures");
+      throw EProblem(pbRequest, Tr("a procedure or a file is needed; `ixocut procedures` lists the procedures"));
     run = [options, extras] {
       const auto option = std::ranges::find_if(extras, [](const std::string& e) { return e.starts_with("--"); });
       if (!extras.empty()) {
         const std::string extra = option != extras.end() ? *option : extras.front();
         if (const TProcedure* const row = FindProcedure(options->Name)) RefuseExtra(*row, extra);
         if (!options->Name.empty()) RequireFile(options->Name);
-        throw EProblem(pbRequest, extra + " was not expected");
+        throw EProblem(pbRequest, Format(Tr("%s was not expected"), extra.c_str()));
       }
       return Run(*options, std::cout);
     };

@@ -8,6 +8,7 @@
 
 #include "controller/HostTexts.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 #include "ixocut/Plot.h"
 
 namespace ixocut {
@@ -108,7 +109,7 @@ std::string LabelOf(const TSignalRow& row) {
     case sgLaser: return SRowLaser.Get();
     case sgGas: return SRowGas.Get();
     case sgOutput: return Format("%s %d", SRowOutput.Get(), row.Output);
-    case sgAiming: return "aiming";
+    case sgAiming: return Tr("aiming light");
     case sgGasVolt: break;  // no row
   }
   return {};

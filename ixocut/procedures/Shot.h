@@ -9,8 +9,8 @@
 namespace ixocut {
 
 struct TShotOptions : TRunSettings {
-  std::uint64_t Ms = 500;                // how long the beam is on; up to kShotLongestMs
-  std::uint64_t LimitMs = kShotLimitMs;  // what the command line accepts; up to kShotLongestMs
+  std::uint64_t Ms = 500;                  // how long the beam is on; up to kShotLongestMs
+  std::uint64_t LongestMs = kShotLimitMs;  // what the command line accepts; up to kShotLongestMs
 };
 
 // Returns the exit code; throws EProblem for a duration out of range and for files that cannot be used. Main thread;

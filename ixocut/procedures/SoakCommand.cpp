@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/Document.h"
 #include "verify/Soak.h"
@@ -50,7 +51,7 @@ nlohmann::ordered_json JsonOf(const TSoakResult& result, std::uint64_t seed) {
 
 int Run(const TSoakCommand& command, std::ostream& out) {
   if (!command.Json)
-    out << "  day     runs succeeded   aborts   alarms    clock  resident KiB  journal\n" << std::flush;
+    out << Tr("  day     runs succeeded   aborts   alarms    clock  resident KiB  journal\n") << std::flush;
   const TSoakResult result = RunSoak(command.Soak, [&](const TSoakDay& day) {
     if (!command.Json) PrintDay(out, day);
   });
@@ -60,14 +61,15 @@ int Run(const TSoakCommand& command, std::ostream& out) {
     if (!problem && result.Grows()) problem = {.What = Tr("the memory grows")};
     PrintDocument(out, "soak", JsonOf(result, command.Soak.Seed), problem);
   } else {
-    out << Format("days: %llu; journal %016llx; violations: %llu\n", Number(result.Last.Day), Number(result.Last.Hash),
-                  Number(result.ViolationCount));
+    out << Format(Tr("days: %llu; journal %016llx; violations: %llu\n"), Number(result.Last.Day),
+                  Number(result.Last.Hash), Number(result.ViolationCount));
     for (const std::string& violation : result.Violations) out << "  " << violation << '\n';
     if (result.MemoryJudged())
-      out << Format("memory: at most %lld KiB above day %llu, allowed %lld\n", static_cast<long long>(result.GrowthKiB),
-                    Number(kSoakWarmDays), static_cast<long long>(kSoakMostGrowthKiB));
+      out << Format(Tr("memory: at most %lld KiB above day %llu, allowed %lld\n"),
+                    static_cast<long long>(result.GrowthKiB), Number(kSoakWarmDays),
+                    static_cast<long long>(kSoakMostGrowthKiB));
     else
-      out << Format("memory: not judged, that takes more than %llu days\n", Number(kSoakWarmDays));
+      out << Format(Tr("memory: not judged, that takes more than %llu days\n"), Number(kSoakWarmDays));
   }
   return result.ViolationCount == 0 && !result.Grows() ? kExitSuccess : kExitOtherwise;
 }
@@ -77,28 +79,26 @@ int Run(const TSoakCommand& command, std::ostream& out) {
 void AddSoakCommand(CLI::App& program, TCommandRun& run) {
   const auto options = std::make_shared<TSoakCommand>();
   CLI::App* const soak = program.add_subcommand(
-      "soak", "Let one controller live through virtual days of mixed work, and look at its memory and its journal");
-  auto* const days = AddNumberOption(*soak, "--days", options->Soak.Days, 1, kMostDays, "days", "Virtual days");
+      "soak", Tr("Let one controller live through virtual days of mixed work, and look at its memory and its journal"));
+  auto* const days = AddNumberOption(*soak, "--days", options->Soak.Days, 1, kMostDays, "days", Tr("Virtual days"));
   days->capture_default_str();
   AddNumberOption(*soak, "--seconds", options->Soak.Seconds, 1, kMostSeconds, "s",
-                  "Real time instead: as many days as it holds, at least one")
+                  Tr("Real time instead: as many days as it holds, at least one"))
       ->excludes(days);
   AddSeedOption(*soak, options->Soak.Seed);
   AddJsonOption(*soak, options->Json);
-  soak->footer(
-      "Virtual time, on a copy of the example machine. Work comes every five minutes, some of it is aborted, alarms\n"
-      "come, emission is lost and the wall clock is set; the pauses between are passed over. Each run is judged like "
-      "a\n"
-      "point of `ixocut sweep`. From the third day on the memory must stay within 1 MiB of the second day's. The same\n"
-      "seed gives the same journal, whatever the machine is loaded with.\n"
-      "\n"
-      "Exit codes: 0 nothing found, 1 violations or growing memory, 2 wrong command line.\n"
-      "\n"
-      "Examples:\n"
-      "  ixocut soak --days 10\n"
-      "  ixocut soak --seconds 60 --seed 7\n"
-      "\n"
-      "Software is not the emergency stop.");
+  SetHelp(
+      *soak,
+      {.Notes = Tr(
+           "Virtual time, on a copy of the example machine. Work comes every five minutes, some of it is aborted, "
+           "alarms\n"
+           "come, emission is lost and the wall clock is set; the pauses between are passed over. Each run is judged "
+           "like a\n"
+           "point of `ixocut sweep`. From the third day on the memory must stay within 1 MiB of the second day's. The "
+           "same\n"
+           "seed gives the same journal, whatever the machine is loaded with."),
+       .ExitCodes = Tr("0 nothing found, 1 violations or growing memory, 2 wrong command line"),
+       .Examples = {"ixocut soak --days 10", "ixocut soak --seconds 60 --seed 7"}});
   soak->callback([options, &run] { run = [options] { return Run(*options, std::cout); }; });
 }
 

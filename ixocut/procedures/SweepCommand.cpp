@@ -7,6 +7,7 @@
 
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/Texts.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/Document.h"
 #include "verify/Sweep.h"
@@ -55,7 +56,8 @@ int Run(const TSweepCommand& command, std::ostream& out) {
     if (const auto known = CheckSweepName(command.Sweep.Procedure); !known)
       throw EProblem(pbRequest, "--procedure: " + known.Problem().Text());
   if (!command.Json)
-    out << "procedure                   dimension    enumerated          run     survived     by latch\n" << std::flush;
+    out << Tr("procedure                   dimension    enumerated          run     survived     by latch\n")
+        << std::flush;
   const TSweepResult result = RunSweep(command.Sweep, [&](const TSweepRow& row) {
     if (!command.Json)
       PrintRow(out, row.Procedure, row.Dimension, row.Enumerated, row.Run, row.Survived, row.SavedByLatch);
@@ -65,8 +67,8 @@ int Run(const TSweepCommand& command, std::ostream& out) {
     if (result.ViolationCount != 0) problem = {.What = Tr("the machine was not safe; the violations say where")};
     PrintDocument(out, "sweep", JsonOf(result, command.Sweep.Seed), problem);
   } else {
-    PrintRow(out, "total", "", result.Enumerated(), result.Run(), result.Survived(), result.SavedByLatch());
-    out << Format("violations: %llu\n", static_cast<unsigned long long>(result.ViolationCount));
+    PrintRow(out, Tr("total"), "", result.Enumerated(), result.Run(), result.Survived(), result.SavedByLatch());
+    out << Format(Tr("violations: %llu\n"), static_cast<unsigned long long>(result.ViolationCount));
     for (const auto& [kind, count] : result.Kinds)
       out << Format("%8llu  %s\n", static_cast<unsigned long long>(count), kind.c_str());
     for (const std::string& violation : result.Violations) out << "  " << violation << '\n';
@@ -80,30 +82,26 @@ int Run(const TSweepCommand& command, std::ostream& out) {
 void AddSweepCommand(CLI::App& program, TCommandRun& run) {
   const auto options = std::make_shared<TSweepCommand>();
   CLI::App* const sweep = program.add_subcommand(
-      "sweep", "End every procedure at every moment in every way, and check that the machine is safe afterwards");
-  sweep->add_flag("--full", options->Sweep.Full, "Run every point, however long it takes");
+      "sweep", Tr("End every procedure at every moment in every way, and check that the machine is safe afterwards"));
+  sweep->add_flag("--full", options->Sweep.Full, Tr("Run every point, however long it takes"));
   AddNumberOption(*sweep, "--points", options->Sweep.Points, 1, kMostPoints, "points",
-                  "How many points to run; which ones the seed decides, at least one of each row")
+                  Tr("How many points to run; which ones the seed decides, at least one of each row"))
       ->capture_default_str();
-  sweep->add_option("--procedure", options->Sweep.Procedure, "Only this procedure (default all); see `ixocut tree`")
+  sweep->add_option("--procedure", options->Sweep.Procedure, Tr("Only this procedure (default all); see `ixocut tree`"))
       ->type_name("NAME");
   AddSeedOption(*sweep, options->Sweep.Seed);
   AddJsonOption(*sweep, options->Json);
-  sweep->footer(
-      "Virtual time, on a copy of the example machine; no state folder and no machine file of yours is used. A point "
-      "is\n"
-      "one way to disturb one run. Points of \"pair\" are counted for a few aborts per procedure unless --full is "
-      "given.\n"
-      "\"By latch\": the state thread ran, and only the laser's latch made it dark; that is a violation too.\n"
-      "\n"
-      "Exit codes: 0 no violation, 1 violations, 2 wrong command line or unknown procedure.\n"
-      "\n"
-      "Examples:\n"
-      "  ixocut sweep\n"
-      "  ixocut sweep --procedure shot --full\n"
-      "  ixocut sweep --points 5000 --seed 7 --json\n"
-      "\n"
-      "Software is not the emergency stop.");
+  SetHelp(
+      *sweep,
+      {.Notes = Tr(
+           "Virtual time, on a copy of the example machine; no state folder and no machine file of yours is used. A "
+           "point is\n"
+           "one way to disturb one run. Points of \"pair\" are counted for a few aborts per procedure unless --full is "
+           "given.\n"
+           "\"By latch\": the state thread ran, and only the laser's latch made it dark; that is a violation too."),
+       .ExitCodes = Tr("0 no violation, 1 violations, 2 wrong command line or unknown procedure"),
+       .Examples = {"ixocut sweep", "ixocut sweep --procedure shot --full",
+                    "ixocut sweep --points 5000 --seed 7 --json"}});
   sweep->callback([options, &run] { run = [options] { return Run(*options, std::cout); }; });
 }
 

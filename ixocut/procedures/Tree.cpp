@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/Document.h"
 #include "ixocut/procedures/Asked.h"
@@ -70,8 +71,8 @@ std::string TextOf(const TNode& node) {
   for (const auto& [name, value] : node.Params.items())
     details += (details.empty() ? "" : ", ") + name + " " + value.dump();
   if (!details.empty()) text += "  [" + details + "]";
-  if (node.BuiltLate) text += "  (built on entry)";
-  if (node.Failed) text += "  (cannot be built)";
+  if (node.BuiltLate) text += std::string("  ") + Tr("(built on entry)");
+  if (node.Failed) text += std::string("  ") + Tr("(cannot be built)");
   return text;
 }
 
@@ -100,7 +101,8 @@ bool AnyFailed(const TNode& node) {
 }
 
 int Run(const TTreeOptions& options, std::ostream& out) {
-  if (options.Name.empty()) throw EProblem(pbRequest, "NAME is missing; the procedures are: " + ProcedureNames());
+  if (options.Name.empty())
+    throw EProblem(pbRequest, Format(Tr("NAME is missing; the procedures are: %s"), ProcedureNames().c_str()));
   const TProcedure& row = *AskProcedure(options.Name).OrThrow(pbRequest);
   const auto machine = options.Limits();
   TMotionCall call = CallOf(row, ReadParams(row, options.Params), machine.Bounds, false);
@@ -115,7 +117,7 @@ int Run(const TTreeOptions& options, std::ostream& out) {
   const TStepPtr root = MakeRoot(row.Name, {&call, 1});
   root->BuildData();
   const TNode tree = NodeOf(*root, root->GetDesc());
-  const char* const summary = row.Summary.In(options.Language);
+  const char* const summary = Tr(row.Summary);
   if (options.Json) {
     std::optional<TProblem> problem;
     if (AnyFailed(tree)) problem = {.What = Tr("a part of the tree cannot be built"), .Where = row.Name};
@@ -131,27 +133,23 @@ int Run(const TTreeOptions& options, std::ostream& out) {
 
 void AddTreeCommand(CLI::App& program, TCommandRun& run) {
   const auto options = std::make_shared<TTreeOptions>();
-  CLI::App* const tree = program.add_subcommand("tree", "Print the step tree of a procedure");
-  tree->add_option("NAME", options->Name, "The procedure: " + ProcedureNames())->type_name("");
+  CLI::App* const tree = program.add_subcommand("tree", Tr("Print the step tree of a procedure"));
+  tree->add_option("NAME", options->Name, Format(Tr("The procedure: %s"), ProcedureNames().c_str()))->type_name("");
   AddJsonOption(*tree, options->Json);
   AddMachineOptions(*tree, options->Machine, options->State);
   AddLanguageOption(*tree, options->Language);
-  std::string procedures = "Procedures:\n";
-  for (const TProcedure* row : Procedures()) procedures += Format("  %-20s %s\n", row->Name, row->Summary.En);
-  tree->footer(
-      procedures +
-      "\n"
-      "The parameters of `ixocut run` hold here as well; one that is needed and not given has a sample value.\n"
-      "Each line: command number, class, description, parameters (mm, mm/s, ms, bar). A part that the machine builds\n"
-      "only when it gets there is shown built and marked.\n"
-      "\n"
-      "Exit codes: 0 success, 1 the tree cannot be built, 2 wrong command line or unknown name, 3 a file problem.\n"
-      "\n"
-      "Examples:\n"
-      "  ixocut tree shot --ms 100\n"
-      "  ixocut tree pierce --json\n"
-      "\n"
-      "Software is not the emergency stop.");
+  std::string procedures = std::string(Tr("Procedures")) + ":\n";
+  for (const TProcedure* row : Procedures()) procedures += Format("  %-20s %s\n", row->Name, Tr(row->Summary));
+  SetHelp(
+      *tree,
+      {.Notes =
+           procedures + "\n" +
+           Tr("The parameters of `ixocut run` hold here as well; one that is needed and not given has a sample value.\n"
+              "Each line: command number, class, description, parameters (mm, mm/s, ms, bar). A part that the machine "
+              "builds\n"
+              "only when it gets there is shown built and marked."),
+       .ExitCodes = {},
+       .Examples = {"ixocut tree shot --ms 100", "ixocut tree pierce --json"}});
   tree->allow_extras();
   tree->callback([options, tree, &run] {
     options->Params = tree->remaining();

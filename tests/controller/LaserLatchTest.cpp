@@ -70,7 +70,7 @@ TEST_F(LaserLatch, WhatNeedsTheLaserDoesNotStartWhileItCannotBeUsed) {
   const TAddedProcedures rows(
       {{.Name = "late-beam",
         .Command = TLateBeam::kId,
-        .Summary = {},
+        .Summary = "",
         .Flags = {.LightsBeam = true},
         .Make = [](TCustomMotionState* ctrl, const TMotionValues&) -> TStepPtr { return MakeStep<TLateBeam>(ctrl); }}});
   EXPECT_THAT(Refused("late-beam"), HasSubstr("an alarm forbids the laser"));

@@ -1,4 +1,5 @@
 // A program with rows of its own: they are met wherever the program's own are.
+#include <cstdlib>
 #include <fstream>
 #include <iostream>
 #include <sstream>
@@ -34,17 +35,16 @@ class TSmtMark : public TSmtAtomic {
   using TSmtAtomic::TSmtAtomic;
 };
 
-const TProcedure kMark{
-    "own-mark",
-    TSmtMark::Cmd,
-    {"打标", "mark the plate"},
-    {.Outputs = TProcedureFlags::otStay},
-    {{"port", uNone, {"输出口", "the marker's output"}, bdFittedOutport, 3.0, kAt<&TSmtMark::FPort>}},
-    {5},
-    [](TCustomMotionState* ctrl, const TMotionValues&) { return MakeStep<TSmtMark>(ctrl); }};
+const TProcedure kMark{"own-mark",
+                       TSmtMark::Cmd,
+                       "mark the plate",
+                       {.Outputs = TProcedureFlags::otStay},
+                       {{"port", uNone, "the marker's output", bdFittedOutport, 3.0, kAt<&TSmtMark::FPort>}},
+                       {5},
+                       [](TCustomMotionState* ctrl, const TMotionValues&) { return MakeStep<TSmtMark>(ctrl); }};
 const TProcedure kRound{"own-round",
                         0,
-                        {"来回", "mark, and back"},
+                        "mark, and back",
                         {.MovesXY = true, .Outputs = TProcedureFlags::otStayAfterAbort},
                         {},
                         {},
@@ -65,12 +65,13 @@ class TSmtFollowerWait : public TSmtAtomic {
 };
 
 const TProcedure kFollowerWait{
-    "own-wait", 702, {"等待", "wait for the follower"}, {}, {}, {}, [](TCustomMotionState* ctrl, const TMotionValues&) {
+    "own-wait", 702, "wait for the follower", {}, {}, {}, [](TCustomMotionState* ctrl, const TMotionValues&) {
       return MakeStep<TSmtFollowerWait>(ctrl);
     }};
 
 class Additions : public testing::Test {
  protected:
+  Additions() { setenv("IXOCUT_LANG", "en", 1); }
   // In this process: what the program prints, errors behind the rest.
   std::string Ixocut(std::vector<std::string> words, int exitCode = 0, std::vector<TProcedure> rows = {kMark, kRound}) {
     words.insert(words.begin(), "ixocut");
@@ -103,7 +104,7 @@ TEST_F(Additions, ARowOfOnesOwnIsMetEverywhere) {
   EXPECT_THAT(Ixocut({"record", "--procedure", "own-mark", "--out", State() + "/a.csv", "--state", State()}),
               HasSubstr("1/1: mark"));
   EXPECT_THAT(Ixocut({"tree", "own-round", "--state", State(), "--lang", "zh"}),
-              testing::AllOf(HasSubstr("own-round: 来回"), HasSubstr("701 TSmtMark  mark  [port 4]")));
+              testing::AllOf(HasSubstr("own-round: mark, and back"), HasSubstr("701 TSmtMark  mark  [port 4]")));
   EXPECT_THAT(Ixocut({"procedures", "--state", State(), "--lang", "en"}),
               testing::AllOf(HasSubstr(" 701  own-mark "), HasSubstr("the marker's output")));
   for (const char* name : {"own-mark", "own-round"})

@@ -21,15 +21,16 @@ using testing::HasSubstr;
 
 class CommandLine : public TProgramTest {
  protected:
+  CommandLine() { FLanguage = "en"; }
   fs::path Copy() const { return FDir.Path() / "ixocut" / "machine.xml"; }
 };
 
 TEST_F(CommandLine, AnOperatorCanFollowAShotInBothLanguages) {
-  const TRun chinese = Ixocut("shot --ms 500");
+  const TRun chinese = Ixocut("shot --ms 500", "IXOCUT_LANG=zh");
   EXPECT_EQ(chinese.ExitCode, 0) << chinese.Err;
   std::size_t at = 0;
   for (const char* line : {"1/5: 开光闸\n", "2/5: 等开光闸完毕\n", "3/5: 开激光\n", "4/5: 延时\n", "5/5: 关激光\n",
-                           "激光", "CustomMotionStateExecOK515 = true\n"}) {
+                           "激光", "执行成功，用时 "}) {
     at = chinese.Out.find(line, at);
     ASSERT_NE(at, std::string::npos) << line << " is missing in:\n" << chinese.Out;
   }
@@ -62,7 +63,7 @@ TEST_F(CommandLine, HowAShotEndedIsSaidAndIsTheExitCode) {
       {"shot --ms 500 --stop-at 1200", 1, "stopped"},
       {"shot --ms 500 --alarm-at 1200", 1, "alarm"},
       {"shot --ms 500 --stop-at 0", 1, "stopped"},
-      {"shot --ms 63000 --limit 64000", 1, "alarm"},     // the supervisor's LaserOnLimitMs
+      {"shot --ms 63000 --longest 64000", 1, "alarm"},   // the supervisor's LaserOnLimitMs
       {"shot --ms 500" + machine("20000"), 1, "alarm"},  // emission asked for and absent
       {"shot --ms 200 --realtime" + machine("100"), 0, "success"},
       {"shot --ms 5000 --realtime --stop-at 300" + machine("100"), 1, "stopped"},
@@ -104,11 +105,11 @@ TEST_F(CommandLine, AWrongCommandLineIsToldInOneLineAndDoesNothing) {
       {"shot extra", "extra"},
       {"shot --ms", "--ms"},
       {"shot --ms -5", "--ms: -5 is not in 0..60000 ms"},
-      {"shot --ms 60001", "--ms: 60001 is not in 0..60000 ms; --limit raises the upper bound to at most 64000 ms"},
+      {"shot --ms 60001", "--ms: 60001 is not in 0..60000 ms; --longest raises the upper bound to at most 64000 ms"},
       {"shot --ms 99999999999999999999", "--ms: 99999999999999999999 is not in 0..60000 ms"},
       {"shot --ms 1.5", "--ms: \"1.5\" is not a whole number"},
       {"shot --ms 5x", "--ms: \"5x\" is not a whole number"},
-      {"shot --limit 65000", "--limit: 65000 is not in 1..64000 ms"},
+      {"shot --longest 65000", "--longest: 65000 is not in 1..64000 ms"},
       {"shot --stop-at -1", "--stop-at: -1 is not in 0..600000 ms"},
       {"shot --seed x", "--seed: \"x\" is not a whole number"},
       {"shot --lang fr", "--lang: \"fr\" is not a known language (en, zh)"},

@@ -26,6 +26,7 @@ using testing::HasSubstr;
 
 class RunCommand : public TProgramTest {
  protected:
+  RunCommand() { FLanguage = "en"; }
   static TMachineLimits Example() {
     return ixocut::TControllerSettings{.Machine = ShareFolder() / "machines" / "machine.xml", .State = {}}.Limits();
   }
@@ -59,7 +60,7 @@ TEST(ProcedureTable, EveryCommandOfTheFactoryHasARowWhoseParametersFitItsStep) {
     }
     EXPECT_TRUE(names.insert(row->Name).second);
     for (const std::string_view was : row->Was) EXPECT_EQ(FindProcedure(was), nullptr) << was;
-    for (const TMotionParam& param : row->Params) EXPECT_TRUE(*param.Summary.Zh && *param.Summary.En) << param.Name;
+    for (const TMotionParam& param : row->Params) EXPECT_TRUE(*param.Summary) << param.Name;
   }
 }
 
@@ -92,7 +93,9 @@ TEST_F(RunCommand, EveryCommandRunsFromTheCommandLine) {
       {"auto-calibrate", 0, "3/5: Calibrate the height sensor"},
       {"calibrate-head", 0, "2/2: Raise Z to the safe height (134)"},
       {"follow --height 2", 0, "Still on: Following"},
-      {"uninstall-nozzle --row 0 --column 0", 1, "The step that failed, from the outside in:\n  uninstall-nozzle(990)"},
+      {"uninstall-nozzle --row 0 --column 0", 1,
+       "; at: uninstall-nozzle, 1/1 Leave the nozzle in its slot; why: the cap of the nozzle rack is not open; what "
+       "to do: open the cap"},
       {"output-on --port 5", 0, "Still on: Output 5"},
       {"output-off --port 5", 0, "(173)"},
       {"wait-input --input 4 --output 4 --switch-output true --time 50", 0, "(176)"},
@@ -109,7 +112,9 @@ TEST_F(RunCommand, EveryCommandRunsFromTheCommandLine) {
       {"pierce", 0, "  1/5: open shutter (518)"},
       {"safe-move --x 100 --y 50 --stop-at 50", 1, "Stopped after "},
       {"safe-move --x 100 --y 50 --alarm-at 50", 1, "Ended by an alarm after "},
-      {"calibrate-head --fault follower.no-plate", 1, "\n    Calibrate the height sensor(151)(FStep = "},
+      {"calibrate-head --fault follower.no-plate", 1,
+       "Failed after 2450 ms; at: Calibrate the height sensor here, 1/2 Calibrate the height sensor; "
+       "why: the calibration failed: no plate found; what to do: look at plate, nozzle and sensor"},
   };
   for (const auto& c : cases) {
     const TRun run = Ixocut("run " + std::string(c.Arguments) + " --lang en");
@@ -142,7 +147,8 @@ TEST_F(RunCommand, AWrongCommandLineIsToldAndNothingRuns) {
       {"shot --ms 60001", "--ms: 60001 is not in 0..60000 ms"},
       {"change-nozzle --from 1 --to 99", "there is no nozzle 99"},
       {"safe-z --plot picture.png", "--plot: \"picture.png\" does not end in .svg"},
-      {"safe-z --fault rack", "--fault"},
+      {"safe-z --fault rack.stag-stuck",
+       "--fault: the machine has no fault \"rack.stag-stuck\"; did you mean rack.stage-stuck?"},
   };
   for (const auto& c : cases) {
     const TRun run = Ixocut("run " + std::string(c.Arguments));
@@ -370,6 +376,36 @@ TEST_F(RunCommand, AFailureNamesTheWayToItsLeafAndWhatIsStillOn) {
   EXPECT_THAT(run.at("path").get<std::string>(), HasSubstr("->Nozzle change("));
   EXPECT_FALSE(run.at("outputsOn").empty());
   EXPECT_EQ(run.at("steps").back().at("number"), 9);
+}
+
+// What an operator reads without asking for the log has no inner names, and nothing of the other language.
+TEST_F(RunCommand, AnEndingIsToldInTheOperatorsLanguageWithoutInnerNames) {
+  const char* const runs[] = {"run calibrate-head --fault follower.no-plate",
+                              "run change-nozzle --from 1 --to 2 --fault rack.stage-stuck",
+                              "run gas-purge --stop-at 100",
+                              "run safe-move --x 10 --y 10 --fault axes.limit",
+                              "run laser-test --fault laser.interlock-opens",
+                              "shot --fault laser.no-emission",
+                              "shot --fault laser.emission-drops",
+                              "shot --alarm-at 50"};
+  for (const char* const line : runs) {
+    SCOPED_TRACE(line);
+    const TRun english = Ixocut(line);
+    const TRun chinese = Ixocut(line, "IXOCUT_LANG=zh");
+    for (const TRun* run : {&english, &chinese})
+      for (const char* const inner :
+           {"FStep", "mstp", "TStateMotion", "CustomMotionState", "Exec ", "error type", "->"})
+        EXPECT_THAT(run->Out, Not(HasSubstr(inner)));
+    EXPECT_FALSE(std::ranges::any_of(english.Out, [](char c) { return c >= '\xE4' && c <= '\xE9'; })) << english.Out;
+    EXPECT_THAT(english.Out, HasSubstr("; at: "));
+    EXPECT_THAT(chinese.Out, HasSubstr("；步骤："));
+    for (const char* const word : {" the ", " is ", " not "}) EXPECT_THAT(chinese.Out, Not(HasSubstr(word)));
+  }
+  const TRun rack = Ixocut(runs[1]);
+  EXPECT_THAT(rack.Out, HasSubstr("; at: Nozzle change, 9/25 Check: "));
+  EXPECT_THAT(rack.Out,
+              HasSubstr("why: input \"Nozzle rack: stage up\" (number 8) is not where it should be; what to do"));
+  EXPECT_THAT(Ixocut(std::string(runs[1]) + " --trace").Out, HasSubstr("Exec error(->"));
 }
 
 TEST_F(RunCommand, ThePlotIsAPicture) {
