@@ -21,6 +21,7 @@
 #include "ixocamglue/config/Ucamglue.h"
 #include "ixocamglue/platform/ports/CutStates.h"
 #include "ixocamglue/platform/services/Locale.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
 namespace {
@@ -120,13 +121,13 @@ void TController::TParts::EndSafely() {
     End->Run();
   if (const char* const device = End->Missing()) {
     hangs = !TSafeEnd::TripLatch(StateThread.has_value()) || hangs;
-    const std::string what = End->Begun() ? Show(SEndNotOff, device) : SEndStepRuns.Get();
+    const std::string what = End->Begun() ? Show(SEndNotOff, Tr(device)) : SEndStepRuns.Get();
     LogMsg(lkError, 0, what, "TPHost");
     if (EndFailed)
       EndFailed({.What = what,
                  .Where = {},
-                 .Why = hangs ? "its call has not returned" : "it was told for 2 s and does not acknowledge",
-                 .Remedy = "look at the machine before anything else is started"},
+                 .Why = hangs ? Tr("its call has not returned") : Tr("it was told for 2 s and does not acknowledge"),
+                 .Remedy = Tr("look at the machine before anything else is started")},
                 hangs);
     // Nothing of this process can be taken down under a thread that may come back from its call at any time.
     if (hangs) {
@@ -201,7 +202,8 @@ void TController::MakeMachine() {
   const auto factory =
       driver.empty() ? FOptions.Machines.begin() : std::ranges::find(FOptions.Machines, driver, &TMachineFactory::Name);
   if (factory == FOptions.Machines.end())
-    throw EProblem(pbUnusable, TProblem{.What = "\"" + driver + "\" is no machine driver; there are: " + known,
+    throw EProblem(pbUnusable, TProblem{.What = Format(Tr("\"%s\" is no machine driver; there are: %s"), driver.c_str(),
+                                                       known.c_str()),
                                         .Where = FOptions.MachineFile.string() + ": Machine/Driver"});
   const TMachineContext context{*p.Framework, p.Config, p.Alarms->Manager(), p.Journal, VirtualClock(), FOptions.Seed};
   p.Machine = factory->Make(context).OrThrow(pbUnusable);
@@ -277,13 +279,13 @@ bool TController::Running() const {
 
 TResult<> TController::MayStart(IStateMotion& root) const {
   const TNcStateFramework& framework = *FParts->Framework;
-  if (Running()) return TProblem{.What = "a procedure is running"};
+  if (Running()) return TProblem{.What = Tr("a procedure is running")};
   // A procedure returns to the state that it started from: none of these goes on where it was left.
   const TCutState state = ClassifyCutState(framework.CurrentState());
-  if (state != csStandby && state != csOther) return TProblem{.What = "the machine is busy with a key command"};
-  if (framework.SafePending()) return TProblem{.What = "a device has not acknowledged switching off"};
+  if (state != csStandby && state != csOther) return TProblem{.What = Tr("the machine is busy with a key command")};
+  if (framework.SafePending()) return TProblem{.What = Tr("a device has not acknowledged switching off")};
   if (FParts->Framework->Watch().LaserAsked.Runs())
-    return TProblem{.What = "the beam is on by hand", .Remedy = "release its key first"};
+    return TProblem{.What = Tr("the beam is on by hand"), .Remedy = Tr("release its key first")};
   // A step of an application that builds its own on entry is known by its row.
   const TProcedure* const row = FindProcedure(root.GetID());
   const bool lights = row && (row->Flags.LightsBeam || row->Flags.NeedsEmission);
@@ -291,7 +293,7 @@ TResult<> TController::MayStart(IStateMotion& root) const {
 }
 
 TResult<> TController::Start(std::shared_ptr<IStateMotion> root) {
-  if (!root) return TProblem{.What = "there is no procedure"};
+  if (!root) return TProblem{.What = Tr("there is no procedure")};
   const std::int32_t id = root->GetID();
   TResult<> started = MayStart(*root);
   if (started) {

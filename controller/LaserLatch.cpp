@@ -82,6 +82,6 @@ void TLatchAlarm::UpdateAlarms(INcAlarmReport20& report) {
   if (reason) report.RaiseAlarm(kId);
 }
 
-std::string TLatchAlarm::GetAlarmDesc(std::int32_t) { return Show(SLaserLatched, Tr(FReason)); }
+std::string TLatchAlarm::GetAlarmDesc(std::int32_t) { return Show(SLaserLatched, FReason ? Tr(FReason) : ""); }
 
 }  // namespace ixocontroller

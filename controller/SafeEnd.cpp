@@ -40,7 +40,7 @@ bool FollowerOff(TNcFollower* follower) {
 }
 
 constexpr TDevice kDevices[] = {
-    {"laser",
+    {TrMark("laser"),
      [] {
        TNcLaser* const laser = FittedLaser();
        const TNcWatch* const watch = NcWatch();
@@ -50,7 +50,7 @@ constexpr TDevice kDevices[] = {
        CutSystem()->SwitchLaser(false);
        return !on();
      }},
-    {"emission",
+    {TrMark("emission"),
      [] {
        TNcLaser* const laser = FittedLaser();
        const TNcWatch* const watch = NcWatch();
@@ -59,22 +59,22 @@ constexpr TDevice kDevices[] = {
        laser->EmissionOff();
        return !on();
      }},
-    {"pilot light",
+    {TrMark("pilot light"),
      [] {
        TNcLaser* const laser = FittedLaser();
        if (!laser || !laser->GetAiming()) return true;
        laser->AimingOff();
        return true;  // it harms nobody, and not every source can switch it off
      }},
-    {"gas",
+    {TrMark("gas"),
      [] {
        TNcGas* const gas = FittedGas();
        if (!gas || !gas->GetGas()) return true;
        gas->SwitchOff();
        return !gas->GetGas();
      }},
-    {"axes", [] { return AtRest<TNcMotionDriver>(MotionDriver(), [](TNcMotionDriver& d) { d.StopAll(0); }); }},
-    {"follower",
+    {TrMark("axes"), [] { return AtRest<TNcMotionDriver>(MotionDriver(), [](TNcMotionDriver& d) { d.StopAll(0); }); }},
+    {TrMark("follower"),
      [] {
        TNcMultiFollower* const followers = CutSystem() ? CutSystem()->MultiFollower() : nullptr;
        bool off = FollowerOff(GFollower());
@@ -83,7 +83,7 @@ constexpr TDevice kDevices[] = {
            off = FollowerOff(follower) && off;
        return off;
      }},
-    {"focus",
+    {TrMark("focus"),
      [] {
        TNcCutHeadCtrl* const head = CutSystem() ? CutSystem()->CutHeadCtrl() : nullptr;
        return AtRest<TNcCutHeadCtrl>(head, [](TNcCutHeadCtrl& h) { h.Stop(kStopAtOnce); });

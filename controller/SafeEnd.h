@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "ixocamglue/platform/states/NcState.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
 using namespace ixocamglue;
@@ -37,7 +38,7 @@ class TSafeEnd {
 
   TNcStateFramework& FFramework;
   std::atomic<bool> FBegun{false};
-  std::atomic<const char*> FMissing{"the machine's state"};
+  std::atomic<const char*> FMissing{TrMark("the machine's state")};
 };
 
 }  // namespace ixocontroller

@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 #include "machines/simulated/LaserLatch.h"
 #include "verify/Judges.h"
 
@@ -30,14 +31,14 @@ void JudgeLightAfterCause(TJudging& run) {
   for (const std::size_t cause : run.Story.Causes()) {
     const std::uint64_t at = run.Story.Facts()[cause].Ms;
     if (std::uint64_t lit = 0; LitAfter(run.Story, cause, DarkBy(run.Story, at), lit))
-      return run.Say(Format("light %llu ms after the cause", Shown(lit - at)));
+      return run.Say(Format(Tr("light %llu ms after the cause"), Shown(lit - at)));
   }
   for (std::size_t i = 0; i < run.Story.Facts().size(); ++i) {
     const TFact& fact = run.Story.Facts()[i];
     const bool lit = fact.Now().Laser || (fact.LaserAsked && fact.EmissionAsked);
     if (fact.Kind != TActKind::Hang || !lit) continue;
     if (std::uint64_t ms = 0; LitAfter(run.Story, i, fact.Ms + TLaserLatch::kHeartbeatMs + kPassMs, ms))
-      return run.Say(Format("light %llu ms into a hang", Shown(ms - fact.Ms)));
+      return run.Say(Format(Tr("light %llu ms into a hang"), Shown(ms - fact.Ms)));
   }
 }
 
@@ -53,7 +54,7 @@ void JudgeLatch(TJudging& run) {
     const bool taken = std::any_of(
         facts.begin() + static_cast<std::ptrdiff_t>(i), facts.end(),
         [&](const TFact& later) { return later.Ms <= fact.Ms + kPassMs && !later.EmissionAsked && !later.LaserAsked; });
-    if (!taken) return run.Say(Format("dark at %llu ms by the latch only", Shown(fact.Ms)));
+    if (!taken) return run.Say(Format(Tr("dark at %llu ms by the latch only"), Shown(fact.Ms)));
   }
 }
 
@@ -62,7 +63,7 @@ void JudgeLatchedSuccess(TJudging& run) {
   bool asked = false;
   for (std::size_t i = run.Story.EnteredAt(); run.Expected.Success && i < run.Story.LeftAt(); ++i) {
     asked = asked || facts[i].EmissionAsked || facts[i].LaserAsked;
-    if (asked && facts[i].Now().LatchTripped) return run.Say("success with a latch that has tripped");
+    if (asked && facts[i].Now().LatchTripped) return run.Say(Tr("success with a latch that has tripped"));
   }
 }
 
@@ -70,11 +71,12 @@ void JudgeDarkAtLeave(TJudging& run) {
   const std::vector<TFact>& facts = run.Story.Facts();
   const std::size_t left = run.Story.LeftAt();
   if (left == facts.size()) return;
-  run.SayIf(facts[left].EmissionAsked || facts[left].LaserAsked, "left without a command to be dark");
+  run.SayIf(facts[left].EmissionAsked || facts[left].LaserAsked, Tr("left without a command to be dark"));
   for (std::size_t i = left; i < facts.size(); ++i)
     if (facts[i].Now().Ms > facts[left].Ms + kPassMs && (facts[i].Now().Laser || facts[i].Now().Emission))
-      return run.Say(Format("%s %llu ms after the leave", facts[i].Now().Laser ? "light" : "emission",
-                            Shown(facts[i].Now().Ms - facts[left].Ms)));
+      return run.Say(
+          Format(facts[i].Now().Laser ? Tr("light %llu ms after the leave") : Tr("emission %llu ms after the leave"),
+                 Shown(facts[i].Now().Ms - facts[left].Ms)));
 }
 
 void JudgeLightForbidden(TJudging& run) {
@@ -83,7 +85,7 @@ void JudgeLightForbidden(TJudging& run) {
     if (fact.Shown->LaserAllowed) since.reset();
     if (!fact.Shown->LaserAllowed && !since) since = fact.Now().Ms;
     if (since && fact.Now().Laser && fact.Now().Ms > *since + kPassMs)
-      return run.Say(Format("light %llu ms after an alarm forbade it", Shown(fact.Now().Ms - *since)));
+      return run.Say(Format(Tr("light %llu ms after an alarm forbade it"), Shown(fact.Now().Ms - *since)));
   }
 }
 
@@ -92,9 +94,9 @@ void JudgeLightAlone(TJudging& run) {
   for (const TFact& fact : run.Story.Facts()) {
     const TMachineSnapshot& now = fact.Now();
     if (!now.Laser) continue;
-    if (now.Calibrating) return run.Say("light while a follower calibrates");
-    if (now.RackMoving) return run.Say("light while the rack moves");
-    if (docked != 0 && now.DockedTable == 0) return run.Say("light while pallets are exchanged");
+    if (now.Calibrating) return run.Say(Tr("light while a follower calibrates"));
+    if (now.RackMoving) return run.Say(Tr("light while the rack moves"));
+    if (docked != 0 && now.DockedTable == 0) return run.Say(Tr("light while pallets are exchanged"));
   }
 }
 
@@ -107,7 +109,7 @@ void JudgeLightBeforeGas(TJudging& run) {
     hasGas = hasGas || facts[i].Kind == TActKind::GasOn;
     litWithout = litWithout || (facts[i].Now().Laser && !facts[i].Now().Gas && !hasGas);
   }
-  run.SayIf(hasGas && litWithout, "light before the gas is on");
+  run.SayIf(hasGas && litWithout, Tr("light before the gas is on"));
 }
 
 // Light is summed from sample to sample. One that comes or goes by itself is seen up to a pass late.
@@ -119,9 +121,9 @@ void JudgePromisedLight(TJudging& run) {
       lit += facts[i].Now().Ms - facts[i - 1].Now().Ms;
   if (!run.Expected.Success) return;
   if (lit < run.Expected.LightMs)
-    run.Say(Format("success with %llu ms of light, not %llu", Shown(lit), Shown(run.Expected.LightMs)));
+    run.Say(Format(Tr("success with %llu ms of light, not %llu"), Shown(lit), Shown(run.Expected.LightMs)));
   if (lit > run.Expected.LightMostMs)
-    run.Say(Format("%llu ms of light, at most %llu", Shown(lit), Shown(run.Expected.LightMostMs)));
+    run.Say(Format(Tr("%llu ms of light, at most %llu"), Shown(lit), Shown(run.Expected.LightMostMs)));
 }
 
 void JudgeCutSpeed(TJudging& run) {
@@ -133,7 +135,7 @@ void JudgeCutSpeed(TJudging& run) {
       const double way = std::hypot(now.Pos.X - before->Pos.X, now.Pos.Y - before->Pos.Y);
       const double speed = way * 1000.0 / static_cast<double>(now.Ms - before->Ms);
       if (speed > run.Machine.Laser.CutSpeedLimit * 1.01)
-        return run.Say(Format("%.0f mm/s while light comes out", speed));
+        return run.Say(Format(Tr("%.0f mm/s while light comes out"), speed));
     }
     before = &now;
   }
@@ -144,9 +146,9 @@ void JudgeEnded(TJudging& run) {
   for (const TFact& fact : run.Story.Facts()) {
     ended = ended || fact.Kind == TActKind::Ended;
     if (!ended || fact.Kind != TActKind::Sample) continue;
-    if (fact.Now().Aiming) return run.Say("the aiming light is on when the controller has ended");
+    if (fact.Now().Aiming) return run.Say(Tr("the aiming light is on when the controller has ended"));
     if (fact.Now().Laser || fact.Now().Emission)
-      return run.Say("laser or emission is on when the controller has ended");
+      return run.Say(Tr("laser or emission is on when the controller has ended"));
   }
 }
 

@@ -5,6 +5,7 @@
 
 #include "ixocamglue/motion/Ustatemotion.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 #include "verify/Judges.h"
 
 namespace ixoverify {
@@ -70,7 +71,7 @@ void JudgeLowTravel(TJudging& run) {
     before = &now;
     if (!travels || !low || now.Following || fact.Shown->Leaf == TSmtMoveToXY::Cmd) continue;
     if (fact.Shown->Leaf == TSmtCleanHeadCurve::Cmd && InBrush(run.Machine, now.Pos)) continue;
-    return run.Say(Format("XY travels in step %d with Z at %.1f and %.1f", fact.Shown->Leaf, now.Z, now.Z2));
+    return run.Say(Format(Tr("XY travels in step %d with Z at %.1f and %.1f"), fact.Shown->Leaf, now.Z, now.Z2));
   }
 }
 
@@ -83,7 +84,7 @@ void JudgePallet(TJudging& run) {
   const std::int32_t docked = run.Story.First().DockedTable;
   for (const TFact& fact : run.Story.Facts())
     if (docked != 0 && fact.Now().DockedTable == 0 && (fact.Now().Following || fact.Now().Calibrating))
-      return run.Say("a head follows while pallets are exchanged");
+      return run.Say(Tr("a head follows while pallets are exchanged"));
 }
 
 void JudgeStops(TJudging& run) {
@@ -100,7 +101,7 @@ void JudgeStops(TJudging& run) {
       const TMachineSnapshot& now = facts[i].Now();
       if (now.Ms < by) continue;
       if (rest && std::abs(mover.At(now) - mover.At(*rest)) > kStill) {
-        run.Say(Format("%s still moves %llu ms after the cause", mover.Device,
+        run.Say(Format(Tr("%s still moves %llu ms after the cause"), mover.Device,
                        static_cast<unsigned long long>(now.Ms - facts[cause].Ms)));
         break;
       }
@@ -119,7 +120,7 @@ void JudgeToldToStop(TJudging& run) {
     const bool told = std::any_of(facts.begin() + static_cast<std::ptrdiff_t>(cause), facts.end(), [&](const TFact& f) {
       return f.IsCommand() && f.Entry->Kind == vkStop && f.Entry->Device.starts_with(device);
     });
-    if (!told) run.Say(std::string(device) + " moved at the cause and was not told to stop");
+    if (!told) run.Say(Format(Tr("%s moved at the cause and was not told to stop"), std::string(device).c_str()));
   };
   require(now.AxesMoving, "axes");
   require(now.FocusMoving, "head");
@@ -131,12 +132,12 @@ void JudgeRest(TJudging& run) {
   const TMachineSnapshot& last = run.Story.Last();
   const bool axesFailed = run.Story.Failed("axes", "StopAll");
   const bool followerFailed = ZStopFailed(run, "follower") || ZStopFailed(run, "follower2");
-  run.SayIf(last.AxesMoving && !axesFailed, "the axes move at the end");
-  run.SayIf(last.FocusMoving && !run.Story.Failed("head", "Stop"), "the focus moves at the end");
+  run.SayIf(last.AxesMoving && !axesFailed, Tr("the axes move at the end"));
+  run.SayIf(last.FocusMoving && !run.Story.Failed("head", "Stop"), Tr("the focus moves at the end"));
   const bool mayFollow = followerFailed || (run.Expected.Success && run.Expected.MayFollow);
-  run.SayIf(last.ZMoving && !mayFollow, "a Z moves at the end");
-  run.SayIf(last.Following && !mayFollow, "a head follows at the end");
-  run.SayIf(last.Calibrating && !followerFailed, "a follower calibrates at the end");
+  run.SayIf(last.ZMoving && !mayFollow, Tr("a Z moves at the end"));
+  run.SayIf(last.Following && !mayFollow, Tr("a head follows at the end"));
+  run.SayIf(last.Calibrating && !followerFailed, Tr("a follower calibrates at the end"));
 }
 
 }  // namespace ixoverify

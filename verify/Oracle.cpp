@@ -5,6 +5,7 @@
 #include <set>
 
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 #include "verify/Judges.h"
 
 namespace ixoverify {
@@ -45,7 +46,7 @@ std::vector<TFinding> CheckRun(std::span<const TJournalEntry> entries, std::span
                                const TExpectations& expected, const TSimConfig& machine) {
   const TStory story(entries, samples, expected.ProcedureState, expected.FaultAt);
   std::vector<TFinding> findings;
-  if (story.Empty()) return {{"samples", "nothing was sampled, so that nothing can be judged"}};
+  if (story.Empty()) return {{"samples", Tr("nothing was sampled, so that nothing can be judged")}};
   for (const TRule& rule : kRules) {
     TJudging run{story, expected, machine, rule.Name, findings};
     rule.Judge(run);

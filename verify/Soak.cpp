@@ -10,6 +10,7 @@
 #include "controller/procedures/ProcedureRun.h"
 #include "controller/procedures/Procedures.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 #include "machines/simulated/Machine.h"
 #include "machines/simulated/Random.h"
 #include "verify/JournalFile.h"
@@ -135,7 +136,7 @@ class TSoakRun {
       if (Now() >= end) {
         FSampler.Note(kCause, "cut");
         FController.Framework().Stop();
-        if (!FController.RunToEnd(kSettleMs)) return Say("a procedure does not end");
+        if (!FController.RunToEnd(kSettleMs)) return Say(Tr("a procedure does not end"));
       }
       FController.RunPass();
     }
@@ -179,9 +180,9 @@ class TSoakRun {
                                  {FindProcedure("output-off"), FindProcedure("output-off")->SampleValues(), {}},
                                  {FindProcedure("safe-z"), FindProcedure("safe-z")->SampleValues(), {}}};
     if (const TResult<> started = FController.Start(ShareRoot(MakeRoot("tidy", calls))); !started)
-      Say("not ready for the next procedure: " + started.Problem().Text());
+      Say(std::string(Tr("not ready for the next procedure: ")) + started.Problem().Text());
     else if (!FController.RunToEnd(kLongestMs) || FController.MotionState().Outcome().Type != metSuccess)
-      Say("the machine cannot be put in order");
+      Say(Tr("the machine cannot be put in order"));
     FController.RunFor(100);
     FController.Journal().Clear();
   }

@@ -3,6 +3,7 @@
 #include <set>
 
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 #include "verify/Judges.h"
 
 namespace ixoverify {
@@ -61,7 +62,7 @@ void JudgeLimits(TJudging& run) {
       case TActKind::Turn: within = std::isfinite(b) && std::isfinite(c); break;
       default: break;
     }
-    if (!within) run.Say("outside its limits: " + fact.Entry->Line());
+    if (!within) run.Say(Tr("outside its limits: ") + fact.Entry->Line());
   }
 }
 
@@ -85,25 +86,25 @@ void JudgeGas(TJudging& run) {
   const std::size_t left = run.Story.LeftAt();
   const bool mayStay = run.Expected.Success && run.Expected.GasMayStayOn;
   const bool failed = run.Story.Failed("gas", "SwitchOff");
-  if (left == facts.size()) return run.SayIf(facts.back().Now().Gas, "gas is on at the end");
+  if (left == facts.size()) return run.SayIf(facts.back().Now().Gas, Tr("gas is on at the end"));
   const std::uint64_t limit =
       mayStay ? static_cast<std::uint64_t>(std::max(run.Machine.Supervisor.GasOnLimitMs, 0)) : kPassMs;
   for (std::size_t i = left; i < facts.size() && !failed; ++i) {
     const TMachineSnapshot& now = facts[i].Now();
     if (now.Ms <= facts[left].Ms + limit || !(now.Gas || (now.GasVolt != 0.0 && !run.Story.Failed("gas", "OutputDA"))))
       continue;
-    return run.Say(Format("gas is open (%.2f V) %llu ms after the end", now.GasVolt,
+    return run.Say(Format(Tr("gas is open (%.2f V) %llu ms after the end"), now.GasVolt,
                           static_cast<unsigned long long>(now.Ms - facts[left].Ms)));
   }
   if (failed && !mayStay && (facts.back().Now().Gas || facts.back().Now().GasVolt != 0.0))
-    run.Say("gas is open though its device is mended");
+    run.Say(Tr("gas is open though its device is mended"));
 }
 
 void JudgeOutputs(TJudging& run) {
   if (run.Expected.OutputsMayStayOn || run.Story.Failed("ports", "SwitchOutport")) return;
   const std::set<std::int32_t> before = OutputsOf(run.Story.First());
   for (const std::int32_t port : OutputsOf(run.Story.Last()))
-    if (!before.contains(port)) run.Say(Format("output %d is on at the end", port));
+    if (!before.contains(port)) run.Say(Format(Tr("output %d is on at the end"), port));
 }
 
 void JudgeUnasked(TJudging& run) {
@@ -124,11 +125,11 @@ void JudgeUnasked(TJudging& run) {
       case TActKind::OutputOff: outputs.erase(static_cast<std::int32_t>(fact.Args[0])); break;
       case TActKind::Sample: {
         const TMachineSnapshot& now = fact.Now();
-        if (now.Emission && !emission) return run.Say("emission that nobody asked for");
-        if (now.Laser && !(emission && laser)) return run.Say("light that nobody asked for");
-        if (now.Gas && !gas) return run.Say("gas that nobody switched on");
+        if (now.Emission && !emission) return run.Say(Tr("emission that nobody asked for"));
+        if (now.Laser && !(emission && laser)) return run.Say(Tr("light that nobody asked for"));
+        if (now.Gas && !gas) return run.Say(Tr("gas that nobody switched on"));
         for (const std::int32_t port : now.OutputsOn)
-          if (!outputs.contains(port)) return run.Say(Format("output %d that nobody switched on", port));
+          if (!outputs.contains(port)) return run.Say(Format(Tr("output %d that nobody switched on"), port));
         break;
       }
       default: break;
@@ -145,9 +146,9 @@ void JudgeStates(TJudging& run) {
     ++changes;
     again = again || facts[i].Args[0] == run.Expected.ProcedureState;
   }
-  run.SayIf(again, "the procedure's state was entered again");
+  run.SayIf(again, Tr("the procedure's state was entered again"));
   if (run.Story.EnteredAt() < facts.size() && changes != 1)
-    run.Say(Format("%d changes of state after the procedure began, not 1", changes));
+    run.Say(Format(Tr("%d changes of state after the procedure began, not 1"), changes));
 }
 
 }  // namespace ixoverify

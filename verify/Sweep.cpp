@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 #include "machines/simulated/Random.h"
 #include "verify/GasSweep.h"
 #include "verify/SweepCase.h"
@@ -239,7 +240,8 @@ TResult<> CheckSweepName(const std::string& name) {
   if (WasProcedure(name)) return AskProcedure(name).Problem();
   std::string names;
   for (const std::string& each : known) names += (names.empty() ? "" : ", ") + each;
-  return TProblem{.What = "\"" + name + "\" is no procedure", .Remedy = "the procedures are: " + names};
+  return TProblem{.What = Format(Tr("\"%s\" is no procedure"), name.c_str()),
+                  .Remedy = Format(Tr("the procedures are: %s"), names.c_str())};
 }
 
 TSweepResult RunSweep(const TSweepOptions& options, const std::function<void(const TSweepRow&)>& progress) {

@@ -12,6 +12,7 @@
 #include "ixocamglue/motion/Usequence.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/Texts.h"
 #include "machines/simulated/Machine.h"
 #include "verify/Oracle.h"
 #include "verify/Sampler.h"
@@ -160,7 +161,7 @@ class TSweepRun {
         break;
       case TSweepCall::SecondProcedure:
         if (FController.Running() && FController.Start(ShareRoot(MakeShot(1))))
-          Violation("a second procedure was started");
+          Violation(Tr("a second procedure was started"));
         break;
     }
   }
@@ -181,10 +182,10 @@ class TSweepRun {
     try {
       FRun.Drive(ShareRoot(FCase.MakeRoot()), kCutMs, kSettleMs);
     } catch (const EProblem& e) {
-      Violation(std::string("cannot start: ") + e.what());
+      Violation(std::string(Tr("cannot start: ")) + e.what());
     }
     FRun.OnPass({}, {});
-    if (FController.Running()) Violation("the procedure does not end");
+    if (FController.Running()) Violation(Tr("the procedure does not end"));
   }
 
   void BeforePass() {
@@ -214,7 +215,7 @@ class TSweepRun {
   void AfterPass() {
     const auto& framework = FController.Framework();
     if (framework.CurrentState() == nsCustomMotion && framework.Busy() == bkNone && !framework.ChangePending())
-      Violation("a tick left neither a busy condition nor a change of state");
+      Violation(Tr("a tick left neither a busy condition nor a change of state"));
     // The cut that comes now is an abort.
     if (Clock().MonotonicMs() - FStartMs >= kCutMs && FController.Running() && !std::exchange(FCut, true))
       NoteCause("cut");
@@ -247,7 +248,7 @@ class TSweepRun {
     TExpectations expected;
     // A run without light that should have had some is not reported as a success.
     const bool missed = FController.Effects().LightMissed();
-    if (missed && FPoint.Undisturbed()) Violation("undisturbed, and yet there was never light");
+    if (missed && FPoint.Undisturbed()) Violation(Tr("undisturbed, and yet there was never light"));
     expected.LightMs = missed ? 0 : FCase.LightMs;
     if (FCase.LightEnds && FPoint.Undisturbed()) expected.LightMostMs = FCase.LightMs + kLightOverMs;
     expected.Success = TCustomMotionState::GetExecOK(RootId(), false);
@@ -255,11 +256,11 @@ class TSweepRun {
     expected.MayFollow = FCase.Flags().LeavesFollowing;
     expected.OutputsMayStayOn = FCase.Flags().Outputs == TProcedureFlags::otStay ||
                                 (FCase.Flags().Outputs == TProcedureFlags::otStayAfterAbort && !expected.Success);
-    if (expected.Success != (outcome.Type == metSuccess)) Violation("the success flag contradicts the outcome");
+    if (expected.Success != (outcome.Type == metSuccess)) Violation(Tr("the success flag contradicts the outcome"));
     if (FPoint.AbortTick && FAbortedAt && FPoint.Event == TSweepEvent::Abort && expected.Success)
-      Violation("aborted, and yet it ended with success");
+      Violation(Tr("aborted, and yet it ended with success"));
     if (FPoint.Undisturbed() && !expected.Success)
-      Violation("undisturbed, and yet it failed: " + outcome.Path + outcome.Fault);
+      Violation(Tr("undisturbed, and yet it failed: ") + outcome.Path + outcome.Fault);
     if (!expected.Success) expected.FaultAt = FaultAt(entries);
     FFacts.Take(CheckRun(entries, FController.Journal().Samples(), expected, Machine().Config()));
   }
@@ -280,9 +281,9 @@ class TSweepRun {
     auto probe = MakeStepOf<TSmtSequence>(nullptr);
     probe->Define(kProbeId, "probe", {{612, "delay", nullptr}});
     if (const TResult<> started = FController.Start(ShareRoot(std::move(probe))); !started)
-      return Violation("not ready for the next procedure: " + started.Problem().Text());
+      return Violation(Tr("not ready for the next procedure: ") + started.Problem().Text());
     if (!FController.RunToEnd(1000) || !TCustomMotionState::GetExecOK(kProbeId, false))
-      Violation("the next procedure did not succeed");
+      Violation(Tr("the next procedure did not succeed"));
   }
 
   const TSweepCase& FCase;
@@ -337,10 +338,12 @@ TSweepMachine::TSweepMachine() {
   const std::filesystem::path example = ShareFolder() / "machines" / "machine.xml";
   std::ifstream in(example, std::ios::binary);
   std::ostringstream bytes;
-  if (!in || !(bytes << in.rdbuf())) throw EProblem(pbUnusable, example.string() + ": the example cannot be read");
+  if (!in || !(bytes << in.rdbuf()))
+    throw EProblem(pbUnusable, TProblem{.What = Tr("the example cannot be read"), .Where = example.string()});
   FBytes = bytes.str();
   std::string folder = (std::filesystem::temp_directory_path() / "ixocut-sweep-XXXXXX").string();
-  if (!mkdtemp(folder.data())) throw EProblem(pbUnusable, folder + ": no folder can be made");
+  if (!mkdtemp(folder.data()))
+    throw EProblem(pbUnusable, TProblem{.What = Tr("no folder can be made"), .Where = folder});
   FFolder = folder;
   FFile = FFolder / "machine.xml";
 }
@@ -355,7 +358,7 @@ const std::filesystem::path& TSweepMachine::Fresh() {
   if (std::filesystem::last_write_time(FFile, missing) == FWritten && !missing) return FFile;
   std::ofstream(FFile, std::ios::binary) << FBytes;
   FWritten = std::filesystem::last_write_time(FFile, missing);
-  if (missing) throw EProblem(pbUnusable, FFile.string() + ": cannot be written");
+  if (missing) throw EProblem(pbUnusable, TProblem{.What = Tr("cannot be written"), .Where = FFile.string()});
   return FFile;
 }
 

@@ -114,7 +114,7 @@ struct TMachineSnapshot {
 // Something that fails on request.
 struct TMachineFault {
   const char* Name;         // "rack.stage-stuck"
-  const char* Description;  // English, for help pages
+  const char* Description;  // shown through Tr
 };
 
 // What a controller gives the machine that it makes; all of it outlives the machine.

@@ -3,6 +3,7 @@
 #include "ixocamglue/platform/services/Clock.h"
 #include "ixocamglue/platform/states/NcWatch.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
 namespace {
@@ -24,7 +25,7 @@ bool TCallGate::Enter(const char* device, const char* verb, TVerbKind kind, std:
         Tell(call, device, verb, kind, std::move(args), toThrew);
         FFailed.store(true, std::memory_order_relaxed);
         if (FOnAnswer) FOnAnswer(device, false);
-        throw EDeviceFault(Format("%s.%s: the device does not answer", device, verb));
+        throw EDeviceFault(Format(Tr("%s.%s: the device does not answer"), device, verb));
       case gfRefuse: Tell(call, device, verb, kind, std::move(args), toRefused); return false;
       case gfHang: Clock().Sleep(plan.HangMs); break;
       case gfCallback:

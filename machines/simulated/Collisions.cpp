@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
 namespace {
@@ -53,10 +54,15 @@ void TSimCollisions::Watch(THead& head) {
     else if (below > kPressed)
       contact = TContact::Pressed;
   }
-  if (contact > head.Contact)
-    FCore.Collide(head.Device, Format("the nozzle %s %s, %.2f mm below its surface",
-                                      contact == TContact::Dragged ? "is dragged through" : "is pressed into",
-                                      plate ? "the plate" : "a slat", below));
+  if (contact > head.Contact) {
+    const bool dragged = contact == TContact::Dragged;
+    const char* const text = dragged
+                                 ? (plate ? TrMark("the nozzle is dragged through the plate, %.2f mm below its surface")
+                                          : TrMark("the nozzle is dragged through a slat, %.2f mm below its surface"))
+                                 : (plate ? TrMark("the nozzle is pressed into the plate, %.2f mm below its surface")
+                                          : TrMark("the nozzle is pressed into a slat, %.2f mm below its surface"));
+    FCore.Collide(head.Device, Format(text, below), Format(Tr(text), below));
+  }
   head.Contact = contact;
 }
 

@@ -1,6 +1,8 @@
 #include "machines/simulated/Core.h"
 
 #include "ixocamglue/platform/services/Clock.h"
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
 
@@ -14,10 +16,11 @@ void TSimCore::CatchUp(std::uint64_t nowMs) {
   }
 }
 
-void TSimCore::Collide(std::string_view device, std::string_view text) {
-  const std::string told = std::string(kCollision) += text;
-  if (FCollisions++ == 0) FFirstCollision = std::string(device) + ": " + told;
-  Event(device, told);
+void TSimCore::Collide(std::string_view device, std::string_view text, std::string_view shown) {
+  if (FCollisions++ == 0)
+    FFirstCollision =
+        Format(Tr("%s: collision: %s"), std::string(device).c_str(), std::string(shown.empty() ? text : shown).c_str());
+  Event(device, std::string(kCollision) += text);
 }
 
 TSimScope::TSimScope(TSimCore& core) : TSimScope(core, Clock().MonotonicMs()) {}

@@ -39,7 +39,8 @@ class TSimCore {
     FObserver.Happened(FNow, device, text);
   }
   // What was struck; the journal has each, the snapshot the count and the first.
-  void Collide(std::string_view device, std::string_view text) IXO_REQUIRES(Lock);
+  // `shown`: the text in the operator's language, where it has one.
+  void Collide(std::string_view device, std::string_view text, std::string_view shown = {}) IXO_REQUIRES(Lock);
   [[nodiscard]] std::uint32_t Collisions() const IXO_REQUIRES(Lock) { return FCollisions; }
   [[nodiscard]] const std::string& FirstCollision() const IXO_REQUIRES(Lock) { return FFirstCollision; }
   void Signal(TSignalKind kind, bool on, std::int32_t number = 0, double value = 0.0) IXO_REQUIRES(Lock) {

@@ -4,6 +4,7 @@
 #include <iterator>
 #include <vector>
 
+#include "ixocamglue/support/Texts.h"
 #include "machines/simulated/Machine.h"
 
 namespace ixocamglue {
@@ -25,35 +26,39 @@ struct TSimFault {
 };
 
 constexpr TSimFault kFaults[] = {
-    {{"follower.no-plate", "no plate under the nozzle: nothing to follow, calibration error 1"},
+    {{"follower.no-plate", TrMark("no plate under the nozzle: nothing to follow")},
      [](TSimMachine& m) { OnFollowers(m, [](TSimFollower& f) { f.RemovePlate(); }); }},
-    {{"follower.noisy", "the height sensor's signal is noisy: restless following, calibration error 2"},
+    {{"follower.noisy", TrMark("the height sensor's signal is noisy: restless following")},
      [](TSimMachine& m) { OnFollowers(m, [](TSimFollower& f) { f.SetNoise(kNoisy); }); }},
-    {{"follower.not-smooth", "dirt on the nozzle makes the capacitance curve wavy: calibration error 3"},
+    {{"follower.not-smooth", TrMark("dirt on the nozzle makes the capacitance curve wavy")},
      [](TSimMachine& m) { OnFollowers(m, [](TSimFollower& f) { f.SetRipple(kRipple); }); }},
-    {{"follower.calibration-stuck", "a height calibration reaches the plate and never ends"},
+    {{"follower.calibration-stuck", TrMark("a height calibration reaches the plate and never ends")},
      [](TSimMachine& m) { OnFollowers(m, [](TSimFollower& f) { f.SetCalibrationStuck(true); }); }},
-    {{"rack.cap-stuck", "the nozzle rack's cap stays where it is"}, [](TSimMachine& m) { m.Rack().SetCapStuck(true); }},
-    {{"rack.stage-stuck", "the nozzle rack's stage stays where it is"},
+    {{"rack.cap-stuck", TrMark("the nozzle rack's cap stays where it is")},
+     [](TSimMachine& m) { m.Rack().SetCapStuck(true); }},
+    {{"rack.stage-stuck", TrMark("the nozzle rack's stage stays where it is")},
      [](TSimMachine& m) { m.Rack().SetStageStuck(true); }},
-    {{"rack.jammed", "nozzles can neither be unscrewed nor screwed on"},
+    {{"rack.jammed", TrMark("nozzles can neither be unscrewed nor screwed on")},
      [](TSimMachine& m) { m.Rack().SetJammed(true); }},
-    {{"rack.slot-inputs-stuck", "the slots' inputs keep their level, whatever lies in them"},
+    {{"rack.slot-inputs-stuck", TrMark("the slots' inputs keep their level, whatever lies in them")},
      [](TSimMachine& m) { m.Rack().SetSlotInputsStuck(true); }},
-    {{"brush.missing", "there is no brush: cleaning is no use of it"}, [](TSimMachine& m) { m.Brush().Remove(); }},
-    {{"table.moving", "a pallet exchange is under way and never ends: no pallet is docked"},
+    {{"brush.missing", TrMark("there is no brush: cleaning is no use of it")},
+     [](TSimMachine& m) { m.Brush().Remove(); }},
+    {{"table.moving", TrMark("a pallet exchange is under way and never ends: no pallet is docked")},
      [](TSimMachine& m) { m.Table().SetJammed(true); }},
-    {{"axes.limit", "the limit switch X+ is pressed: X and Y do not move"},
+    {{"axes.limit", TrMark("the limit switch X+ is pressed: X and Y do not move")},
      [](TSimMachine& m) { m.Motion().SetLimitPressed(true); }},
-    {{"axes.no-origin", "no valid work origin"}, [](TSimMachine& m) { m.Motion().SetWorkOrigin(std::nullopt); }},
-    {{"gas.low-supply", "the gas supply gives 0.5 bar"}, [](TSimMachine& m) { m.GasDevice().SetSupply(kLowSupply); }},
-    {{"laser.no-emission", "emission never comes"},
+    {{"axes.no-origin", TrMark("no valid work origin")},
+     [](TSimMachine& m) { m.Motion().SetWorkOrigin(std::nullopt); }},
+    {{"gas.low-supply", TrMark("the gas supply gives 0.5 bar")},
+     [](TSimMachine& m) { m.GasDevice().SetSupply(kLowSupply); }},
+    {{"laser.no-emission", TrMark("emission never comes")},
      [](TSimMachine& m) { m.LaserDevice().SetEmissionScript(TEmissionScript::Never()); }},
-    {{"laser.emission-drops", "the source drops emission 30 ms after the beam was lit"},
+    {{"laser.emission-drops", TrMark("the source drops emission 30 ms after the beam was lit")},
      [](TSimMachine& m) { m.LaserDevice().PlanFault(TLitFault::EmissionDrops); }},
-    {{"laser.interlock-opens", "the interlock opens 30 ms after the beam was lit: an alarm forbids the laser"},
+    {{"laser.interlock-opens", TrMark("the interlock opens 30 ms after the beam was lit: an alarm forbids the laser")},
      [](TSimMachine& m) { m.LaserDevice().PlanFault(TLitFault::InterlockOpens); }},
-    {{"laser.off-hangs", "the first switching off of a lit beam takes 300 ms"},
+    {{"laser.off-hangs", TrMark("the first switching off of a lit beam takes 300 ms")},
      [](TSimMachine& m) { m.LaserDevice().PlanFault(TLitFault::OffHangs); }},
 };
 

@@ -40,7 +40,7 @@ class TLaserLatch {
       return Trip(TrMark("not dark one pass after a stop"));
   }
 
-  // `reason` is a literal; the first one stays until the reset.
+  // `reason` is a literal, shown through Tr; the first one stays until the reset.
   void Trip(const char* reason) {
     const char* none = nullptr;
     FReason.compare_exchange_strong(none, reason, std::memory_order_acq_rel);

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
 namespace {
@@ -140,7 +141,7 @@ void TSimRack::WatchHead() {
   const double lowest = FSecond ? std::max(HeadZ(), FSecond->Z()) : HeadZ();
   const bool low = FStage.Pos > 0.5 && lowest > FTopZ && Inside(FRegion, FMotion.Pos());
   const bool struck = low && (FMotion.PathSpeed() != 0.0 || FCap.Pos != 1.0 || FStage.Pos != 1.0);
-  if (struck && !FStruck) FCore.Collide("rack", "struck by the head");
+  if (struck && !FStruck) FCore.Collide("rack", "struck by the head", Tr("struck by the head"));
   FStruck = struck;
 }
 

@@ -18,6 +18,7 @@
 #include "ixocamglue/platform/comm/RealComm.h"
 #include "ixocamglue/platform/services/AppSys.h"
 #include "ixocamglue/platform/services/Log.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
 namespace {
@@ -102,7 +103,7 @@ TEcho MakeEcho(bool ipv6, std::uint16_t sequence) {
 void ExplainMissingRightOnce() {
   static std::atomic<bool> told{false};
   if (!told.exchange(true))
-    LogMsg(lkInfo, 0, "This account may not ping: hosts count as reachable, and connecting decides", "ICMP");
+    LogMsg(lkInfo, 0, Tr("this account may not ping: hosts count as reachable, and connecting decides"), "ICMP");
 }
 
 // One echo request to one address; the answer is waited for with others.

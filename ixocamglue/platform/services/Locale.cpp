@@ -7,6 +7,7 @@
 
 #include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
 
@@ -33,7 +34,7 @@ std::string TLocaleReader::SelectLanguage(std::string_view language) {
           else if (SameConversions(text.get<std::string>().c_str(), key.c_str()))
             messages->emplace(key, text.get<std::string>());
           else
-            refused.push_back(Format("%s: Messages: \"%s\" does not take the arguments of \"%s\"", file.c_str(),
+            refused.push_back(Format(Tr("%s: Messages: \"%s\" does not take the arguments of \"%s\""), file.c_str(),
                                      text.get<std::string>().c_str(), key.c_str()));
         }
     } catch (const EProblem& e) {
@@ -44,7 +45,7 @@ std::string TLocaleReader::SelectLanguage(std::string_view language) {
       refused.clear();
       problem = Format("%s: %s", file.c_str(), e.what());
     }
-    if (!problem.empty()) problem += "; the built-in texts are shown";
+    if (!problem.empty()) problem += std::string("; ") + Tr("the built-in texts are shown");
   }
   TGuard guard(FLock);
   FLanguage = problem.empty() ? std::string(language) : "zh";
@@ -69,7 +70,7 @@ std::vector<std::string> TLocaleReader::Apply(TTextList texts) {
       text->Set(FInstalled[text] = FKept.insert(it->second).first->c_str());
     } else {
       text->Set(nullptr);
-      refused.push_back(Format("%s.json: %s/%s: \"%s\" does not take the arguments of \"%s\"", FLanguage.c_str(),
+      refused.push_back(Format(Tr("%s.json: %s/%s: \"%s\" does not take the arguments of \"%s\""), FLanguage.c_str(),
                                text->Section, text->Key, it->second.c_str(), text->Default));
     }
   }

@@ -6,6 +6,7 @@
 #include "ixocamglue/platform/services/Clock.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
 namespace {
@@ -56,7 +57,8 @@ bool TThreadTable::Read(std::size_t index, TThreadSeen& seen) const {
 }
 
 TThreadSign::TThreadSign(std::string_view name, TThreadKind kind) : FRow(GThreads.Take(name, kind)) {
-  if (!FRow) LogMsg(lkWarning, 0, Format("thread \"%s\" is not watched: too many threads", std::string(name).c_str()));
+  if (!FRow)
+    LogMsg(lkWarning, 0, Format(Tr("thread \"%s\" is not watched: too many threads"), std::string(name).c_str()));
 }
 
 TThreadSign::~TThreadSign() {

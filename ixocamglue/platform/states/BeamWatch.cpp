@@ -6,6 +6,7 @@
 #include "ixocamglue/platform/ports/NcAlarms.h"
 #include "ixocamglue/platform/states/NcState.h"
 #include "ixocamglue/platform/states/NcStateTexts.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
 namespace {
@@ -61,7 +62,7 @@ std::string BeamCauseText(TBeamCause cause) {
     case bcForbidden: return Show(SBeamForbidden);
     case bcLatched: {
       const char* const reason = LatchReason();
-      return Show(SBeamLatched, reason ? reason : "?");
+      return Show(SBeamLatched, reason ? Tr(reason) : "?");
     }
     case bcLost: return Show(SBeamLost);
     case bcRefused: return Show(SBeamRefused);

@@ -12,6 +12,7 @@
 #include "ixocamglue/platform/states/NcStateTexts.h"
 #include "ixocamglue/support/Faults.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
 namespace {
@@ -109,9 +110,10 @@ TNcStateFramework::~TNcStateFramework() {
 TResult<> TNcStateFramework::RequestState(std::int32_t state, std::int32_t param) {
   TGuard guard(FLock);
   if (FStopping)
-    return TProblem{.What = "a stop has not come to its end",
-                    .Why = SafePending() ? "a device has not acknowledged switching off" : "the state is being left",
-                    .Remedy = "start again when the machine is in standby"};
+    return TProblem{
+        .What = Tr("a stop has not come to its end"),
+        .Why = SafePending() ? Tr("a device has not acknowledged switching off") : Tr("the state is being left"),
+        .Remedy = Tr("start again when the machine is in standby")};
   FMail.Change = TChange{state, param};
   FChangePending.store(true, std::memory_order_release);
   FHasMail.store(true, std::memory_order_release);
@@ -166,7 +168,7 @@ TNcStateFramework::TMail TNcStateFramework::TakeMail() {
 }
 
 const char* TNcStateFramework::WhyEndPosted() const {
-  if (FStopping) return "a stop has not come to its end";
+  if (FStopping) return Tr("a stop has not come to its end");
   if (FMail.Abort != srDone) return "the state is about to be ended";
   const bool alarm =
       std::ranges::any_of(FMail.Alarms, [](const TNcAlarmRecord& a) { return (a.Attrs & kEndsStates) != 0; });
@@ -412,7 +414,7 @@ void TNcStateFramework::Enter(TChange change) {
   SetBusyKind(bkNone, nullptr, -1);
 
   TNcStateCtrl* const next = State(change.State);
-  if (!next) LogMsg(lkError, 0, Format("machine state %d is not registered", change.State));
+  if (!next) LogMsg(lkError, 0, Format(Tr("machine state %d is not registered"), change.State));
   if (!next || !Entered(*next, change)) {
     if (next) leave(next, nsStandby);
     DemandSafe(true);
@@ -493,14 +495,14 @@ void TNcStateFramework::RetrySafe() {
   const bool pending = FSafeLaser || FSafeGas;
   if (pending && !std::exchange(FSafeReported, true))
     LogMsg(lkError, 0,
-           "a device did not acknowledge switching off laser, emission or gas; it is told again every pass");
+           Tr("a device did not acknowledge switching off laser, emission or gas; it is told again every pass"));
   if (!pending) FSafeReported = false;
   FSafePending.store(pending, std::memory_order_release);
 }
 
 void TNcStateFramework::LogGuarded(const char* where, const std::exception_ptr& error) {
   try {
-    LogMsg(lkException, 0, Format("state %d, %s: %s", CurrentState(), where, DescribeException(error).c_str()));
+    LogMsg(lkException, 0, Format(Tr("state %d, %s: %s"), CurrentState(), where, DescribeException(error).c_str()));
   } catch (...) {  // no memory for the line: the loop goes on all the same
   }
 }
