@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <locale.h>
 #include <optional>
 #include <string_view>
 
@@ -42,9 +43,27 @@ std::optional<std::string> Signature(std::string_view format) {
   return signature;
 }
 
+// While it lives the calling thread formats as in the "C" locale, whatever locale the application around the library
+// has chosen: a number in a log line or a file has a point.
+class TPlainNumbers {
+ public:
+  TPlainNumbers() : FBefore(::uselocale(Plain())) {}
+  ~TPlainNumbers() { ::uselocale(FBefore); }
+  TPlainNumbers(const TPlainNumbers&) = delete;
+  TPlainNumbers& operator=(const TPlainNumbers&) = delete;
+
+ private:
+  static locale_t Plain() {
+    static const locale_t plain = ::newlocale(LC_ALL_MASK, "C", nullptr);
+    return plain;
+  }
+  const locale_t FBefore;
+};
+
 }  // namespace
 
 void FormatTo(std::string& out, const char* format, std::va_list args) {
+  const TPlainNumbers plain;
   std::va_list again;
   va_copy(again, args);
   out.resize(std::max<std::size_t>(out.capacity(), 64));

@@ -1,5 +1,5 @@
 // printf-style formatting, checked by the compiler. Formats stay as the log and the operator texts spell them ("%d",
-// "%s", "%.2f"). The process never sets a C locale, so numbers always have a decimal point. Any thread.
+// "%s", "%.2f"). Numbers have a decimal point whatever C locale the process has set. Any thread.
 #pragma once
 
 #include <cstdarg>
