@@ -110,6 +110,16 @@ TGap GapAfter(const std::vector<TDot>& knots, std::size_t i, double rise) {
 
 }  // namespace
 
+TCurveDoubt LargestDoubt(const std::vector<TDot>& knots) {
+  TCurveDoubt doubt;
+  for (std::size_t i = 0; knots.size() >= 3 && i + 1 < knots.size(); ++i) {
+    if (knots[i + 1].X - knots[i].X < kLeastGap) continue;
+    if (const TGap gap = GapAfter(knots, i, 1.0); gap.Error > doubt.Bar)
+      doubt = {gap.Error, knots[i].X, knots[i + 1].X};
+  }
+  return doubt;
+}
+
 void TGasRefine::Record(double volt, const TIncList& samples, double settled) {
   double bar = settled;
   if (samples.Count() >= kMinStableSamples) {

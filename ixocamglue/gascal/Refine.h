@@ -55,4 +55,11 @@ class TGasRefine {
   double FPlay = 0.0;
 };
 
+// Where a curve through these knots, (0, 0) first, can be most wrong between two of them.
+struct TCurveDoubt {
+  double Bar = 0.0;  // by so much; 0 for fewer than three knots
+  double FromVolt = 0.0, ToVolt = 0.0;
+};
+[[nodiscard]] TCurveDoubt LargestDoubt(const std::vector<TDot>& knots);
+
 }  // namespace ixocamglue

@@ -1,6 +1,8 @@
 #include "ixocamglue/gascal/Ugasnozzcaliconfig.h"
 
+#include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <limits>
 #include <utility>
 #include <vector>
@@ -8,12 +10,65 @@
 #include "ixocamglue/platform/services/AppSys.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/platform/xml/MachineConfig.h"
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/ValueText.h"
 
 namespace ixocamglue {
 namespace {
 
 constexpr double kSizeTolerance = 1e-12;  // mm
+constexpr double kFullScaleVolt = 10.0;
 constexpr const char* kFileName = "GasCalibration.config";
+constexpr const char* kGasElements[] = {"GasAir", "GasO2", "GasN2"};  // of the gas types from 1
+constexpr const char* kItemElement = "GasCaliItem";
+constexpr const char* kTableElement = "DAAdjustTable";
+
+bool SameSize(double a, double b) { return std::abs(a - b) <= kSizeTolerance; }
+
+struct TEntry {
+  double Volt = 0.0;
+  double Press = 0.0;
+  std::string Place;
+};
+
+TProblem Unusable(const std::string& place, std::string what) {
+  return {.What = "the stored table is not used: " + std::move(what),
+          .Where = GasCaliConfigFile().string() + ": " + place,
+          .Why = {},
+          .Remedy = "correct the entry, or calibrate the gas again"};
+}
+
+TResult<TEntry> ReadEntry(const TConfigSection& section) {
+  TEntry entry{.Place = section.Path()};
+  const auto read = [&](const char* name, double& value) {
+    const std::string text = section.GetText(name, "");
+    const auto number = ParseNumber<double>(text);
+    value = number.value_or(0.0);
+    return number ? std::string() : Format("%s \"%s\" is not a number", name, text.c_str());
+  };
+  for (const std::string& wrong : {read("Volt", entry.Volt), read("Press", entry.Press)})
+    if (!wrong.empty()) return Unusable(entry.Place, wrong);
+  if (entry.Volt < 0.0 || entry.Volt > kFullScaleVolt)
+    return Unusable(entry.Place, ValueText(entry.Volt) + " V is outside 0 to 10 V");
+  if (entry.Press < 0.0) return Unusable(entry.Place, ValueText(entry.Press) + " bar is below 0");
+  return entry;
+}
+
+TResult<> CheckEntries(const TConfigSection& table) {
+  std::vector<TEntry> entries;
+  for (const TConfigSection& section : table.Children("Item")) {
+    auto entry = ReadEntry(section);
+    if (!entry) return entry.Problem();
+    entries.push_back(*std::move(entry));
+  }
+  std::ranges::stable_sort(entries, {}, &TEntry::Volt);
+  for (std::size_t i = 1; i < entries.size(); ++i)
+    if (const TEntry& below = entries[i - 1], &entry = entries[i]; entry.Press < below.Press)
+      return Unusable(entry.Place, Format("the pressure falls from %s bar at %s V to %s bar at %s V",
+                                          ValueText(below.Press).c_str(), ValueText(below.Volt).c_str(),
+                                          ValueText(entry.Press).c_str(), ValueText(entry.Volt).c_str()));
+  return {};
+}
 
 }  // namespace
 
@@ -36,7 +91,7 @@ void TGasCaliItem::Publish(TPublisher& p) {
   p.Field("NozzType", NozzType);
   p.Field("NozzSize", NozzSize);
   p.Field("RecordData", RecordData);
-  p.Child("DAAdjustTable", DAAdjustTable);
+  p.Child(kTableElement, DAAdjustTable);
 }
 
 std::int64_t TCaliItemCom::Compare(const TGasCaliItem& a, const TGasCaliItem& b) {
@@ -50,7 +105,7 @@ std::int64_t TCaliItemCom::Compare(const TGasCaliItem& a, const TGasCaliItem& b)
 
 // --- TGasBraCaliConfig ---
 
-void TGasBraCaliConfig::Publish(TPublisher& p) { p.List("GasCaliItem", FItems); }
+void TGasBraCaliConfig::Publish(TPublisher& p) { p.List(kItemElement, FItems); }
 
 void TGasBraCaliConfig::SaveToXmlNode(TXmlNode node) {
   if (!node) return;
@@ -69,7 +124,7 @@ void TGasBraCaliConfig::SaveToXmlNode(TXmlNode node) {
 std::int32_t TGasBraCaliConfig::Find(std::string_view nozzType, double nozzSize) const {
   for (std::int32_t i = 0; i < FItems.Count(); ++i) {
     const TGasCaliItem& item = *FItems.Get(i);
-    if (item.NozzType == nozzType && std::abs(item.NozzSize - nozzSize) <= kSizeTolerance) return i;
+    if (item.NozzType == nozzType && SameSize(item.NozzSize, nozzSize)) return i;
   }
   return -1;
 }
@@ -97,9 +152,9 @@ void TGasBraCaliConfig::DeleteTable(std::string_view nozzType, double nozzSize) 
 // --- TGasCaliConfig ---
 
 void TGasCaliConfig::Publish(TPublisher& p) {
-  p.Child("GasAir", FAir);
-  p.Child("GasO2", FO2);
-  p.Child("GasN2", FN2);
+  p.Child(kGasElements[0], FAir);
+  p.Child(kGasElements[1], FO2);
+  p.Child(kGasElements[2], FN2);
 }
 
 void TGasCaliConfig::Open() {
@@ -116,6 +171,17 @@ bool TGasCaliConfig::SaveTables(std::string* problem) {
   const auto saved = Save();
   if (problem) *problem = saved ? *saved : saved.Problem().Text();
   return saved.Ok();
+}
+
+TResult<> TGasCaliConfig::CheckTable(std::int32_t gasType, std::string_view nozzType, double nozzSize) const {
+  if (gasType < 1 || gasType > static_cast<std::int32_t>(std::size(kGasElements))) return {};
+  const TConfigSection gas = TConfigSection(Document().RootHandle(), "").Child(kGasElements[gasType - 1]);
+  for (const TConfigSection& item : gas.Children(kItemElement)) {
+    const double size = ParseNumber<double>(item.GetText("NozzSize", "")).value_or(0.0);
+    if (item.GetText("NozzType", "") == nozzType && SameSize(size, nozzSize))
+      return CheckEntries(item.Child(kTableElement));
+  }
+  return {};
 }
 
 TGasBraCaliConfig* TGasCaliConfig::GetGasConfig(std::int32_t gasType) {

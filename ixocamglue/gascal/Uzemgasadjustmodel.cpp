@@ -37,6 +37,7 @@ std::string GasDesc(std::int32_t gasType) {
 }
 
 bool TZemGasAdjustModel::StartAjdust(std::vector<std::int32_t> gasTypes) {
+  TGuard starting(FStarting);
   TNcStateFramework* const states = NcStates();
   if (!states || gasTypes.empty() || AjdustIsBusy()) return false;
   {
@@ -51,12 +52,11 @@ void TZemGasAdjustModel::StopAjdust() {
   if (TNcStateFramework* const states = NcStates(); states && AjdustIsBusy()) states->Stop();
 }
 
-// A stop may withdraw the request before the state is entered, so the flag alone does not tell. Pending first: between
-// the two questions the state may be entered, never the other way round.
+// The framework knows what was withdrawn or refused. Pending first: between the two questions the state may be entered,
+// never the other way round.
 bool TZemGasAdjustModel::AjdustIsBusy() const {
   const TNcStateFramework* const states = NcStates();
-  return states && FBusy.load(std::memory_order_acquire) &&
-         (states->ChangePending() || states->CurrentState() == nsZemGasAdjust);
+  return states && (states->IsPending(nsZemGasAdjust) || states->CurrentState() == nsZemGasAdjust);
 }
 
 bool TZemGasAdjustModel::CheckGasValid(std::int32_t gasType) const {
@@ -64,33 +64,38 @@ bool TZemGasAdjustModel::CheckGasValid(std::int32_t gasType) const {
   return branch && branch->GetDAPort() > 0;
 }
 
-bool TZemGasAdjustModel::LoadGasData(std::int32_t gasType, std::string_view nozzType, double nozzSize) {
-  if (AjdustIsBusy()) return false;
+TResult<> TZemGasAdjustModel::LoadGasData(std::int32_t gasType, std::string_view nozzType, double nozzSize) {
+  if (AjdustIsBusy()) return TProblem{.What = "a gas calibration runs", .Remedy = "load the table when it has ended"};
+  const auto refuse = [&](TProblem problem) -> TResult<> {
+    AddMsg(problem.Text());
+    return problem;
+  };
   const std::string gas = GasDesc(gasType);
   const std::string type(nozzType);
   AddMsg(Show(SQAdjLoadDataBegin, gas.c_str()));
   TGasCaliConfig stored;
-  stored.Open();
+  if (auto read = stored.Load(GasCaliConfigFile(), mfDefaults); !read) return refuse(read.Problem());
   const TDAAdjustTable* const table = stored.GetDAAdjustTable(gasType, nozzType, nozzSize);
   TGasBranchConfig* const branch = Branch(gasType);
-  if (!table || !branch) {
-    AddMsg(Show(SQAdjNoGasData, gas.c_str(), type.c_str(), nozzSize));
-    return false;
-  }
+  if (!table || table->GetCount() == 0 || !branch)
+    return refuse({.What = Show(SQAdjNoGasData, gas.c_str(), type.c_str(), nozzSize)});
+  if (auto usable = stored.CheckTable(gasType, nozzType, nozzSize); !usable) return refuse(usable.Problem());
+  const TDAAdjustTable before = branch->DAAdjustTable;
+  const bool enabled = std::exchange(branch->DAAdjustEnabled, true);
   CopyTable(*table, branch->DAAdjustTable);
-  branch->DAAdjustEnabled = true;
   if (const auto saved = MachineConfig()->Save(); !saved) {
-    AddMsg(saved.Problem().Text());
-    return false;
+    CopyTable(before, branch->DAAdjustTable);
+    branch->DAAdjustEnabled = enabled;
+    return refuse(saved.Problem());
   }
   AddMsg(Show(SQAdjLoadDataSucc, gas.c_str()));
-  return true;
+  return {};
 }
 
-void TZemGasAdjustModel::BackupCaliInfo(std::int32_t gasType) {
+TResult<> TZemGasAdjustModel::BackupCaliInfo(std::int32_t gasType) {
   TGasCaliConfig stored;
   const TGasBranchConfig* const branch = Branch(gasType);
-  if (!stored.GetGasConfig(gasType) || !branch || branch->DAAdjustTable.GetCount() == 0) return;
+  if (!stored.GetGasConfig(gasType) || !branch || branch->DAAdjustTable.GetCount() == 0) return {};
   std::string nozzType;
   double nozzSize = 0.0;
   {
@@ -100,12 +105,16 @@ void TZemGasAdjustModel::BackupCaliInfo(std::int32_t gasType) {
   }
   stored.Open();
   stored.SetDAAdjustTable(gasType, nozzType, nozzSize, branch->DAAdjustTable);
-  if (std::string problem; !stored.SaveTables(&problem)) return AddMsg(std::move(problem));
+  if (std::string problem; !stored.SaveTables(&problem)) {
+    AddMsg(problem);
+    return TProblem{.What = std::move(problem)};
+  }
   AddMsg(SBackup);
   for (std::int32_t i = 0; i < branch->DAAdjustTable.GetCount(); ++i) {
     const TDAAdjustItem& item = *branch->DAAdjustTable.GetItem(i);
     AddMsg(AdjustPointText(item.Volt, item.Press));
   }
+  return {};
 }
 
 double TZemGasAdjustModel::GetMaxPress(std::int32_t gasType) const {
@@ -138,11 +147,6 @@ void TZemGasAdjustModel::SetNozzType(std::string_view nozzType, double nozzSize)
 std::vector<std::int32_t> TZemGasAdjustModel::GasTypes() const {
   TGuard guard(FLock);
   return FGasTypes;
-}
-
-void TZemGasAdjustModel::Begin() {
-  FProgress.store(0.0, std::memory_order_release);
-  FBusy.store(true, std::memory_order_release);
 }
 
 void TZemGasAdjustModel::Progress(double percent) {

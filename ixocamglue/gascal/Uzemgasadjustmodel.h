@@ -17,6 +17,7 @@
 #include "ixocamglue/gascal/Ugasdots.h"
 #include "ixocamglue/gascal/Ugasnozzcaliconfig.h"
 #include "ixocamglue/support/Locks.h"
+#include "ixocamglue/support/Problem.h"
 
 namespace ixocamglue {
 
@@ -29,6 +30,7 @@ struct TGasAdjustEvent {
     Sample,   // TimeMs, Press; no number where the sensor gave none
     Settled,  // Press, StableMs, RiseMs at Volt
     Rebuilt,  // the points were made into the final curve; Good: it has gone into the branch's table
+    Saved,    // after the last gas: the machine configuration
   };
   TKind Kind = TKind::Voltage;
   std::int32_t Gas = 0;
@@ -41,24 +43,26 @@ struct TGasAdjustEvent {
   bool Good = false;
   const TIncList* Measured = nullptr;  // valid during the call
   const TIncList* Curve = nullptr;
+  const TProblem* Unsaved = nullptr;  // why the backup (Rebuilt) or the configuration (Saved) is not in its file
 };
 
 class TZemGasAdjustModel {
  public:
   // Requests the calibration of these gases, one after the other. False when one runs already, when the list is empty
-  // or when there is no state framework.
+  // or when there is no state framework. Of several threads one gets its calibration.
   bool StartAjdust(std::vector<std::int32_t> gasTypes);
-  void StopAjdust();  // a stop, while one runs or is about to
-  [[nodiscard]] bool AjdustIsBusy() const;
+  void StopAjdust();                        // a stop, while one runs or is about to
+  [[nodiscard]] bool AjdustIsBusy() const;  // from the request until it has ended or was withdrawn
 
   // The gas's branch exists and has an analogue output.
   [[nodiscard]] bool CheckGasValid(std::int32_t gasType) const;
-  // Puts a stored table into the machine configuration and saves that. False, said in the message log, when there is
-  // no such table or the save fails; false without a word while a calibration runs.
-  bool LoadGasData(std::int32_t gasType, std::string_view nozzType, double nozzSize);
-  // Stores the branch's present table, when it has entries, under the present nozzle. Gas types 4 to 6 have no stored
-  // tables.
-  void BackupCaliInfo(std::int32_t gasType);
+  // Puts a stored table into the machine configuration and saves that. A problem, said in the message log too, when
+  // there is no such table, it has no entries or cannot be used (see TGasCaliConfig::CheckTable), or a file cannot be
+  // read or saved; without a word there while a calibration runs. The configuration then has what it had.
+  TResult<> LoadGasData(std::int32_t gasType, std::string_view nozzType, double nozzSize);
+  // Stores the branch's present table, when it has entries, under the present nozzle. A problem, said in the message
+  // log too, when the file cannot be saved. Gas types 4 to 6 have no stored tables.
+  TResult<> BackupCaliInfo(std::int32_t gasType);
   [[nodiscard]] double GetMaxPress(std::int32_t gasType) const;  // the largest of the branch's table; 0 without
 
   void AddMsg(std::string text);
@@ -74,8 +78,7 @@ class TZemGasAdjustModel {
 
   // --- for the state ---
   [[nodiscard]] std::vector<std::int32_t> GasTypes() const;
-  void Begin();  // busy, progress 0
-  void End() { FBusy.store(false, std::memory_order_release); }
+  void Begin() { FProgress.store(0.0, std::memory_order_release); }
   void Progress(double percent);  // never falls
   void Tell(const TGasAdjustEvent& event) const {
     if (FObserver) FObserver(event);
@@ -83,9 +86,9 @@ class TZemGasAdjustModel {
 
  private:
   std::function<void(const TGasAdjustEvent&)> FObserver;
-  std::atomic<bool> FBusy{false};
   std::atomic<bool> FRefinedAsked{false};
   std::atomic<double> FProgress{0.0};
+  TCriticalSection FStarting;  // held over the request to the state framework, which calls nobody back
   mutable TCriticalSection FLock;
   std::vector<std::int32_t> FGasTypes IXO_GUARDED_BY(FLock);
   std::string FNozzType IXO_GUARDED_BY(FLock);

@@ -58,7 +58,6 @@ void TZemGasAdjustState::InitState(std::int32_t param) {
 
 void TZemGasAdjustState::LeaveState(std::int32_t param) {
   TNcStateCtrl::LeaveState(param);
-  if (TZemGasAdjustModel* const model = GZemGasAdjustModel()) model->End();
   TTryAll tryAll;
   tryAll([] { GasDevice().OutputDA(0.0); })([] { GasDevice().SwitchOff(); });
   tryAll.Rethrow();  // the framework logs it, and tells the gas to switch off until it has
@@ -117,8 +116,7 @@ void TZemGasAdjustState::NextGas() {
   ++FGasIndex;
   TZemGasAdjustModel* const model = GZemGasAdjustModel();
   if (!HasGas()) {
-    if (TMachineConfig* const config = MachineConfig())
-      if (const auto saved = config->Save(); !saved) AddAdjustMsg(saved.Problem().Text());
+    SaveConfig();
     AddAdjustMsg(SQAdjAllSucc.Get());
     gas.SwitchOff();
     if (model) model->Progress(100.0);
@@ -213,9 +211,10 @@ void TZemGasAdjustState::FinishGas() {
   const std::int32_t last = curve.Count() - 1;
   const bool good = curve.Average(0, last, mean) && !(flat(curve[0]) && flat(curve[last]));
   TZemGasAdjustModel* const model = GZemGasAdjustModel();
+  TResult<> backup;
   if (good) {
     StoreCurve(*branch, curve);
-    if (model) model->BackupCaliInfo(Gas());
+    if (model) backup = model->BackupCaliInfo(Gas());
   } else {
     AddAdjustMsg(SQAdjAllSameValue.Get());
     AddAdjustMsg(SQAdjFailed.Get());
@@ -226,7 +225,19 @@ void TZemGasAdjustState::FinishGas() {
                  .TimeMs = static_cast<std::int64_t>(Clock().MonotonicMs()),
                  .Good = good,
                  .Measured = &measured,
-                 .Curve = &curve});
+                 .Curve = &curve,
+                 .Unsaved = backup ? nullptr : &backup.Problem()});
+}
+
+void TZemGasAdjustState::SaveConfig() {
+  TMachineConfig* const config = MachineConfig();
+  if (!config) return;
+  const auto saved = config->Save();
+  if (!saved) AddAdjustMsg(saved.Problem().Text());
+  if (TZemGasAdjustModel* const model = GZemGasAdjustModel())
+    model->Tell({.Kind = TGasAdjustEvent::TKind::Saved,
+                 .TimeMs = static_cast<std::int64_t>(Clock().MonotonicMs()),
+                 .Unsaved = saved ? nullptr : &saved.Problem()});
 }
 
 void TZemGasAdjustState::StoreCurve(TGasBranchConfig& branch, const TIncList& curve) {

@@ -54,6 +54,7 @@ class TZemGasAdjustState : public TNcStateCtrl {
   void Measure();
   void FinishGas();
   void StoreCurve(TGasBranchConfig& branch, const TIncList& curve);
+  void SaveConfig();
   [[nodiscard]] bool ProposeVolt(double& volt);
   [[nodiscard]] bool Settled(TGasAdjustEvent& event) const;
   void ReportProgress();

@@ -85,7 +85,7 @@ class GasAdjust : public testing::Test {
     std::ofstream(File()) << "<MachineConfig><GasBranches>"
                              "<GasBranch GasType='1' Name='Air' DAPort='33'/>"
                              "<GasBranch GasType='2' Name='O2' DAPort='34'><DAAdjustTable><Item Press='3' Volt='4'/>"
-                             "<Item Press='2' Volt='9'/></DAAdjustTable></GasBranch>"
+                             "<Item Press='5' Volt='9'/></DAAdjustTable></GasBranch>"
                              "<GasBranch GasType='3' Name='N2'/>"
                              "<GasBranch GasType='6' Name='H-N2' DAPort='36'/></GasBranches></MachineConfig>";
     EXPECT_TRUE(FConfig.Load(File()));
@@ -289,21 +289,45 @@ TEST_F(GasAdjust, WhateverEndsItGasIsOffAndTheTableWhole) {
   ASSERT_TRUE(Model().StartAjdust({2}));
   Model().StopAjdust();
   EXPECT_FALSE(Model().AjdustIsBusy()) << "withdrawn before it was entered";
+  Pass();
+  ASSERT_TRUE(FFramework->RequestState(nsStandby, 0));
+  EXPECT_FALSE(Model().AjdustIsBusy()) << "what is asked for is another state";
 }
 
 TEST_F(GasAdjust, StoredTablesComeBack) {
   EXPECT_FALSE(Model().LoadGasData(2, "S", 1.5));
   EXPECT_THAT(Messages(), ElementsAre("开始读取 氧气 标定数据...", "未找到 氧气 (S 1.5) 标定数据!"));
-  Model().BackupCaliInfo(2);
+  EXPECT_TRUE(Model().BackupCaliInfo(2));
   Messages();
   Table(2).Clear();
   EXPECT_TRUE(Model().LoadGasData(2, "S", 1.5));
   EXPECT_THAT(Messages(), ElementsAre("开始读取 氧气 标定数据...", "读取 氧气 标定成功!"));
   EXPECT_EQ(Table(2).GetCount(), 2);
-  EXPECT_EQ(Model().GetMaxPress(2), 3);
+  EXPECT_EQ(Model().GetMaxPress(2), 5);
   TMachineConfig saved;
   ASSERT_TRUE(saved.Load(File()));
   EXPECT_TRUE(saved.GetGasBranch(2)->DAAdjustEnabled);
+}
+
+TEST_F(GasAdjust, AStoredTableThatIsNoneLoadsNothing) {
+  const std::pair<const char*, const char*> rows[] = {
+      {"", "未找到"},
+      {"<Item Press='1' Volt='1'/><Item Press='2' Volt='10.1'/>", "Item[2]: the stored table is not used: 10.1 V"},
+      {"<Item Press='-1' Volt='1'/>", "Item[1]: the stored table is not used: -1 bar"},
+      {"<Item Press='3' Volt='1'/><Item Press='2' Volt='2'/>", "falls from 3 bar at 1 V to 2 bar at 2 V"},
+      {"<Item Press='1' Volt='1'/><Item Press='2,5' Volt='2'/>", "Press \"2,5\" is not a number"},
+  };
+  for (const auto& [items, why] : rows) {
+    std::ofstream(FDir.Path() / "GasCalibration.config")
+        << "<GasCalibration><GasO2><GasCaliItem NozzType='S' NozzSize='1.5'><DAAdjustTable>" << items
+        << "</DAAdjustTable></GasCaliItem></GasO2></GasCalibration>";
+    const auto loaded = Model().LoadGasData(2, "S", 1.5);
+    ASSERT_FALSE(loaded) << items;
+    EXPECT_THAT(loaded.Problem().Text(), HasSubstr(why));
+    EXPECT_EQ(Messages().back(), loaded.Problem().Text());
+    EXPECT_EQ(Table(2).GetItem(1)->Press, 5);
+    EXPECT_FALSE(FConfig.GetGasBranch(2)->DAAdjustEnabled);
+  }
 }
 
 }  // namespace

@@ -115,7 +115,7 @@ TResult<> TNcStateFramework::RequestState(std::int32_t state, std::int32_t param
         .Why = SafePending() ? Tr("a device has not acknowledged switching off") : Tr("the state is being left"),
         .Remedy = Tr("start again when the machine is in standby")};
   FMail.Change = TChange{state, param};
-  FChangePending.store(true, std::memory_order_release);
+  FPending.store(state, std::memory_order_release);
   FHasMail.store(true, std::memory_order_release);
   return {};
 }
@@ -123,7 +123,7 @@ TResult<> TNcStateFramework::RequestState(std::int32_t state, std::int32_t param
 void TNcStateFramework::Stop(std::string cause) {
   {
     TGuard guard(FLock);
-    if (FMail.Change) FChangePending.store(false, std::memory_order_release);
+    if (FMail.Change) FPending.store(kNonePending, std::memory_order_release);
     FMail.Change.reset();
     if (!FMail.Stop) FMail.StopCause = std::move(cause);
     FMail.Stop = true;
@@ -382,7 +382,7 @@ void TNcStateFramework::SetBusyKind(TNcBusyKind kind, INcBusyDevice* device, std
 
 void TNcStateFramework::RequestChange(TChange change) {
   FChange = change;
-  FChangePending.store(true, std::memory_order_release);
+  FPending.store(change.State, std::memory_order_release);
 }
 
 TNcStateCtrl* TNcStateFramework::State(std::int32_t state) {
@@ -425,7 +425,7 @@ void TNcStateFramework::Enter(TChange change) {
     FNumber.store(nsStandby, std::memory_order_release);
     if (ByHand(from)) DemandSafe(false);  // any other state went dark before it was left
   }
-  FChangePending.store(FChange.has_value(), std::memory_order_release);
+  FPending.store(FChange ? FChange->State : kNonePending, std::memory_order_release);
   try {
     if (FObserver) FObserver(from, change.State);
   } catch (...) {

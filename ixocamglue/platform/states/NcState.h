@@ -139,7 +139,9 @@ class TNcStateFramework {
   [[nodiscard]] std::int32_t CurrentState() const { return FNumber.load(std::memory_order_acquire); }
   [[nodiscard]] TNcBusyKind Busy() const { return FWatch.Busy.load(std::memory_order_acquire); }
   // A change of state is requested and not yet carried out.
-  [[nodiscard]] bool ChangePending() const { return FChangePending.load(std::memory_order_acquire); }
+  [[nodiscard]] bool ChangePending() const { return FPending.load(std::memory_order_acquire) != kNonePending; }
+  // The same, to this state.
+  [[nodiscard]] bool IsPending(std::int32_t state) const { return FPending.load(std::memory_order_acquire) == state; }
   // Devices that were told to switch off have not acknowledged it yet.
   [[nodiscard]] bool SafePending() const { return FSafePending.load(std::memory_order_acquire); }
   // What befell the beam of the last state when it was ended already; bcNone again when the next one is entered.
@@ -205,7 +207,8 @@ class TNcStateFramework {
   // any thread
   std::atomic<std::int32_t> FNumber{nsStandby};
   std::atomic<TNcStateCtrl*> FCurrent{nullptr};
-  std::atomic<bool> FChangePending{false};
+  static constexpr std::int32_t kNonePending = -1;
+  std::atomic<std::int32_t> FPending{kNonePending};  // the state that a change leads to
   std::atomic<bool> FSafePending{false};
   std::atomic<bool> FHasMail{false};
   std::atomic<TBeamCause> FLateBeam{bcNone};
