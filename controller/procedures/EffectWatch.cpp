@@ -5,6 +5,7 @@
 
 #include "controller/LaserLatch.h"
 #include "controller/procedures/ProcedureTexts.h"
+#include "ixocamglue/config/Libmachinecfg.h"
 #include "ixocamglue/motion/Ulasersteps.h"
 #include "ixocamglue/motion/Uwaitsteps.h"
 #include "ixocamglue/support/Faults.h"
@@ -52,7 +53,7 @@ void TEffectWatch::CheckGas(const TGas& set) {
     if (!gas) return;
     const TGas now{gas->GetBranch(), gas->GetPressure()};
     if (now.Branch == set.Branch && std::abs(now.Bar - set.Bar) <= kSameBar) return;
-    FFramework.Abort(srError, Show(SGasNotAsSet, set.Branch, set.Bar, now.Branch, now.Bar));
+    FFramework.Abort(srError, Show(SGasNotAsSet, GasTypeName(set.Branch), set.Bar, GasTypeName(now.Branch), now.Bar));
   } catch (...) {
     FFramework.Abort(srError, Show(SGasNotRead, DescribeException(std::current_exception()).c_str()));
   }

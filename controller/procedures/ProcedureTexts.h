@@ -24,7 +24,7 @@ inline constinit TText SInputNotMet{"IxoCut", "SInputNotMet", "输入口 %d 没�
 inline constinit TText SNamedInputNotMet{"IxoCut", "SNamedInputNotMet", "输入口“%s”（%d 号）没有到位"};
 
 inline constinit TText SGasNotAsSet{"IxoCut", "SGasNotAsSet",
-                                    "气体与设定不符：设定气路 %d、%.3f 巴，设备为气路 %d、%.3f 巴"};
+                                    "气体与设定不符：设定气路 %s、%.3f 巴，设备为气路 %s、%.3f 巴"};
 inline constinit TText SGasNotRead{"IxoCut", "SGasNotRead", "无法读取气体设备的气路和气压：%s"};
 inline constinit TText SEndNoLight{"IxoCut", "SEndNoLight", "光闸没有打开，激光从未出光，已结束"};
 

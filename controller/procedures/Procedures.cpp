@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <set>
 
+#include "ixocamglue/config/Libmachinecfg.h"
 #include "ixocamglue/motion/Usequence.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Nearest.h"
@@ -197,6 +198,8 @@ TResult<> TMotionCall::CheckNeeds(const char* prefix) const {
 }
 
 TResult<double> ParseParam(const TMotionParam& param, std::string_view text) {
+  if (param.Bound.Kind == bkBranch)  // a gas by its name, too
+    if (const std::int32_t gas = AskedGasType(text); gas > 0) return static_cast<double>(gas);
   const bool isSwitch = param.At.Kind == pkSwitch;
   if (const auto value = isSwitch ? ParseSwitch(text) : ParseNumber<double>(text)) return *value;
   return TProblem{.What = Format(isSwitch ? Tr("\"%s\" is neither true nor false") : Tr("\"%s\" is not a number"),

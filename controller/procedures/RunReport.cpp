@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "controller/HostTexts.h"
+#include "ixocamglue/config/Libmachinecfg.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
 
@@ -21,7 +22,7 @@ std::string WhatIsOn(const TMachineSnapshot& now) {
   const auto add = [&](const std::string& what) { on += (on.empty() ? "" : ", ") + what; };
   if (now.Emission) add(SRowEmission.Get());
   if (now.Laser) add(SRowLaser.Get());
-  if (now.Gas) add(Format("%s %d %.2f bar", SRowGas.Get(), now.GasBranch, now.GasBar));
+  if (now.Gas) add(Format("%s %s %.2f bar", SRowGas.Get(), GasTypeName(now.GasBranch), now.GasBar));
   if (now.Following) add(SRowFollow.Get());
   for (const std::int32_t port : now.OutputsOn) add(Format("%s %d", SRowOutput.Get(), port));
   return on;

@@ -7,6 +7,7 @@
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/platform/xml/MachineConfig.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/ValueText.h"
 
 namespace ixocamglue {
 namespace {
@@ -56,6 +57,18 @@ std::unique_ptr<TGasTypeDic>& Dic() {
 std::int32_t GetGasTypeFromStr(std::string_view text) {
   const TGasType* const gas = FindGas(text);
   return gas ? gas->Value : -1;
+}
+
+const char* GasTypeName(std::int32_t gasType) {
+  const auto* const it = std::ranges::find(kGasTypes, gasType, &TGasType::Value);
+  return it == std::end(kGasTypes) ? "?" : it->Text.data();  // of a literal
+}
+
+std::int32_t AskedGasType(std::string_view text) {
+  const auto number = ParseExactly<std::int32_t>(text);
+  const auto* const it = std::ranges::find_if(
+      kGasTypes, [&](const TGasType& gas) { return SameFolded(gas.Text, text) || gas.Value == number; });
+  return it == std::end(kGasTypes) ? -1 : it->Value;
 }
 
 void TGasTypeDic::Reset() {

@@ -23,6 +23,10 @@ inline constexpr auto kMachineQueryTexts = TextList(SGasAir, SGasO2, SGasN2, SGa
 
 // 1 "Air" ... 6 "H-N2", exactly so spelled; -1 for anything else.
 [[nodiscard]] std::int32_t GetGasTypeFromStr(std::string_view text);
+// "Air" for 1 ...; "?" for a number that is no gas type.
+[[nodiscard]] const char* GasTypeName(std::int32_t gasType);
+// As a person gives it: a name in any case, or its number; -1 for anything else.
+[[nodiscard]] std::int32_t AskedGasType(std::string_view text);
 
 struct TGasParam {
   std::int32_t Value = 0;    // the gas type number as configured

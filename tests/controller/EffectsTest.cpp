@@ -26,8 +26,8 @@ TEST_F(Effects, GasThatIsNotWhatWasSetEndsTheProcedureBeforeItsNextStep) {
     const char* Cause;  // empty: good
   } cases[] = {{2, 3.5, ""},
                {2, 10.005, ""},
-               {2, 10.02, "2、10.020 巴，设备为气路 2、10.000"},
-               {5, 2.0, "5、2.000 巴，设备为气路 2、2.000"}};
+               {2, 10.02, "O2、10.020 巴，设备为气路 O2、10.000"},
+               {5, 2.0, "H-O2、2.000 巴，设备为气路 O2、2.000"}};
   for (const auto& c : cases) {
     StartSequence({GasOn(c.Branch, c.Bar), {172, "out", nullptr}, {142, "off"}});
     EXPECT_EQ(Finish(), *c.Cause ? metError : metSuccess) << c.Bar;

@@ -87,7 +87,7 @@ TEST_F(RunCommand, EveryCommandRunsFromTheCommandLine) {
       {"move-z --z 40 --speed 100", 0, "Path: XY 0.00 mm, Z 40.00 mm"},
       {"move-work --x 10 --y 10", 0, "(138)"},
       {"move-assist --x 10 --y 10", 0, "X 10.00 Y 10.00"},
-      {"gas-on --branch 2 --pressure 1.5", 0, "Still on: Gas 2"},
+      {"gas-on --branch O2 --pressure 1.5", 0, "Still on: Gas O2"},
       {"gas-off", 0, "(142)"},
       {"calibrate-sensor", 0, "(151)"},
       {"auto-calibrate", 0, "3/5: Calibrate the height sensor"},
