@@ -20,6 +20,11 @@ void OnFollowers(TSimMachine& machine, Act act) {
   if (TSimFollower* const second = machine.SecondFollower()) act(*second);
 }
 
+template <TValveFault Fault>
+void OnValves(TSimMachine& machine) {
+  for (std::int32_t gas = 1; gas <= 6; ++gas) (void)machine.GasDevice().SetFault(gas, Fault);  // those that are fitted
+}
+
 struct TSimFault {
   TMachineFault Fault;
   void (*Apply)(TSimMachine&);
@@ -52,6 +57,15 @@ constexpr TSimFault kFaults[] = {
      [](TSimMachine& m) { m.Motion().SetWorkOrigin(std::nullopt); }},
     {{"gas.low-supply", TrMark("the gas supply gives 0.5 bar")},
      [](TSimMachine& m) { m.GasDevice().SetSupply(kLowSupply); }},
+    {{"gas.weak-supply", TrMark("the gas supply gives three tenths of its pressure")}, OnValves<vfLowSupply>},
+    {{"gas.no-supply", TrMark("no gas comes")}, OnValves<vfNoSupply>},
+    {{"gas.stuck", TrMark("the gas valves stay where they are")}, OnValves<vfStuck>},
+    {{"gas.dead-sensor", TrMark("the pressure sensors read 0")}, OnValves<vfDeadSensor>},
+    {{"gas.non-finite", TrMark("every other reading of the pressure sensors is no number")}, OnValves<vfNonFinite>},
+    {{"gas.slow-line", TrMark("the gas lines fill and bleed twenty times as slowly")}, OnValves<vfSlowLine>},
+    {{"gas.slow-update", TrMark("a reading of the pressure sensors takes 60 ms")}, OnValves<vfSlowUpdate>},
+    {{"gas.negative-offset", TrMark("the pressure sensors read half a bar too little")}, OnValves<vfNegativeOffset>},
+    {{"gas.wide-dead-band", TrMark("the gas valves open 3 V later")}, OnValves<vfWideDeadBand>},
     {{"laser.no-emission", TrMark("emission never comes")},
      [](TSimMachine& m) { m.LaserDevice().SetEmissionScript(TEmissionScript::Never()); }},
     {{"laser.emission-drops", TrMark("the source drops emission 30 ms after the beam was lit")},
