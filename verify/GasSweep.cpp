@@ -71,7 +71,7 @@ class TFiles {
     std::string tables = "<GasCalibration>";
     for (const char* const gas : {"Air", "O2", "N2"}) {
       const auto type = GetGasTypeFromStr(gas);
-      machine += Format("<GasBranch GasType='%d' Name='%s' DAPort='%d' MaxPressure='16'>%s</GasBranch>", type, gas,
+      machine += Format("<GasBranch GasType='%d' Name='%s' DAPort='%d' MaxPressure='12'>%s</GasBranch>", type, gas,
                         32 + type, kOldTable);
       tables += Format("<Gas%s><GasCaliItem NozzType='%s' NozzSize='%.1f'>%s</GasCaliItem></Gas%s>", gas, kNozzle,
                        kNozzleMm, kOldTable, gas);

@@ -2,12 +2,15 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <utility>
 
 #include "controller/HostTexts.h"
 #include "controller/gas/GasRecording.h"
 #include "controller/gas/GasTexts.h"
+#include "ixocamglue/config/Libmachinecfg.h"
 #include "ixocamglue/gascal/Ugasdaadjust.h"
+#include "ixocamglue/platform/ports/MotionDriver.h"
 #include "ixocamglue/support/Faults.h"
 
 namespace ixocontroller {
@@ -23,6 +26,26 @@ std::optional<double> KneeOf(const TQuickGasDAAdjust& adjust, const TIncList& cu
   return curve[top].X;
 }
 
+TRecordedGasPoint Recorded(const TGasPoint& point, bool descending) {
+  TRecordedGasPoint recorded{.Volt = point.Volt,
+                             .Descending = descending,
+                             .Foreseen = point.Foreseen,
+                             .Settled = {},
+                             .Samples = point.Samples};
+  if (point.Settled) recorded.Settled = point.Press;
+  return recorded;
+}
+
+TRecordedGas Recorded(const TGasResult& result) {
+  TRecordedGas gas{
+      .GasType = result.Gas, .Name = GasTypeName(result.Gas), .Zero = result.Zero, .Points = {}, .Table = result.Curve};
+  if (const TGasBranchConfig* const branch = MachineConfig()->GetGasBranch(result.Gas))
+    gas.MaxPressure = branch->GetMaxPressure();
+  for (const TGasPoint& point : result.Points) gas.Points.push_back(Recorded(point, false));
+  for (const TGasPoint& point : result.Downwards) gas.Points.push_back(Recorded(point, true));
+  return gas;
+}
+
 }  // namespace
 
 double TGasResult::MaxBar() const {
@@ -32,8 +55,8 @@ double TGasResult::MaxBar() const {
   return highest;
 }
 
-TGasCalibration::TGasCalibration(TController& controller, std::vector<std::int32_t> gases, TGasNozzle nozzle)
-    : FController(controller), FModel(*GZemGasAdjustModel()), FNozzle(std::move(nozzle)) {
+TGasCalibration::TGasCalibration(TController& controller, std::vector<std::int32_t> gases, TGasNozzle nozzle, bool keep)
+    : FController(controller), FModel(*GZemGasAdjustModel()), FNozzle(std::move(nozzle)), FKeep(keep) {
   for (const std::int32_t gas : gases) {
     TGasResult result;
     result.Gas = gas;
@@ -106,16 +129,54 @@ bool TGasCalibration::Success() const {
   return Completed() && std::ranges::all_of(FResults, [](const TGasResult& r) { return r.End == TGasEnd::Stored; });
 }
 
+bool TGasCalibration::Unsaved() const {
+  return std::ranges::any_of(FResults, [](const TGasResult& r) { return r.End == TGasEnd::Unsaved; });
+}
+
+TGasRecording TGasCalibration::Recording() const {
+  TGasRecording recording{.NozzType = FNozzle.Type, .NozzSize = FNozzle.Size, .Gases = {}};
+  for (const TGasResult& result : FResults)
+    if (!result.Points.empty()) recording.Gases.push_back(Recorded(result));
+  return recording;
+}
+
+void TGasCalibration::Conclude(std::int32_t gas, std::vector<TGasPoint> downwards) {
+  Result(gas).Downwards = std::move(downwards);
+}
+
+void TGasCalibration::Conclude() {
+  std::vector<TGasResult*> putBack;
+  for (TGasResult& result : FResults) {
+    const bool good = Good(result);
+    if (good || result.End != TGasEnd::Stored) continue;
+    Refuse(result, TGasEnd::Restored,
+           Show(SGasBadVerdict, GasDesc(result.Gas).c_str(), FirstBad(result.Findings)->Sentence.c_str()));
+    putBack.push_back(&result);
+  }
+  if (putBack.empty()) return;
+  const auto saved = MachineConfig()->Save();
+  if (saved) return;
+  FModel.AddMsg(saved.Problem().Text());
+  for (TGasResult* const result : putBack) result->End = TGasEnd::Unsaved;  // the file has the new table
+}
+
 // --- on the state thread ---
 
 TGasResult& TGasCalibration::Result(std::int32_t gas) { return *std::ranges::find(FResults, gas, &TGasResult::Gas); }
 
 void TGasCalibration::Observe(const TGasAdjustEvent& event) {
   const auto now = static_cast<std::uint64_t>(event.TimeMs);
+  if (event.Kind == TGasAdjustEvent::TKind::Saved) {
+    if (event.Unsaved) Saved(*event.Unsaved);
+    return;
+  }
   TGasResult& result = Result(event.Gas);
   switch (event.Kind) {
     case TGasAdjustEvent::TKind::Voltage:
-      if (result.Points.empty()) FGasStartMs = now;
+      if (result.Points.empty()) {
+        FGasStartMs = now;
+        ReadZero(result);
+      }
       result.Points.push_back({.Volt = event.Volt, .AtMs = now - FStartMs});
       FGas.store(event.Gas);
       FVolt.store(event.Volt);
@@ -140,6 +201,7 @@ void TGasCalibration::Observe(const TGasAdjustEvent& event) {
       result.DurationMs = now - FGasStartMs;
       Judge(event, result);
       break;
+    case TGasAdjustEvent::TKind::Saved: break;
   }
 }
 
@@ -155,6 +217,13 @@ void TGasCalibration::Judge(const TGasAdjustEvent& event, TGasResult& result) {
     result.Why = Show(SGasFewPoints, gas.c_str(), static_cast<int>(measured.Count()));
   else if (flat)
     result.Why = Show(SGasFlatPoints, gas.c_str(), Format("%.2f", mean).c_str());
+  const bool good = Good(result);
+  const bool curve = result.Why.empty();
+  if (!curve) result.Curve.clear();
+  if (curve && !good) result.Why = Show(SGasBadVerdict, gas.c_str(), FirstBad(result.Findings)->Sentence.c_str());
+  const bool stored = result.Why.empty() && event.Good;
+  if (stored && event.Unsaved)
+    return Refuse(result, TGasEnd::Unsaved, Show(SGasNotSaved, gas.c_str(), event.Unsaved->Text().c_str()));
   if (result.Why.empty()) {
     TQuickGasDAAdjust adjust;
     adjust.SetBranch(event.Gas);
@@ -164,8 +233,37 @@ void TGasCalibration::Judge(const TGasAdjustEvent& event, TGasResult& result) {
     return;
   }
   result.End = TGasEnd::Restored;
-  result.Curve.clear();
   if (event.Good) PutBack(event.Gas);
+  FModel.AddMsg(result.Why);
+}
+
+// The valve has not heard of its voltage yet.
+void TGasCalibration::ReadZero(TGasResult& result) {
+  try {
+    TNcDeviceManager* const devices = DeviceManager();
+    const double press = devices ? devices->GetRtGasPressure() : std::numeric_limits<double>::quiet_NaN();
+    if (std::isfinite(press)) result.Zero = press;
+  } catch (...) {  // the next reading is the state's own, which says so
+    result.Zero.reset();
+  }
+}
+
+bool TGasCalibration::Good(TGasResult& result) {
+  if (result.Points.empty()) return true;  // nothing was seen of it
+  result.Findings = JudgeGas(Recorded(result));
+  return FKeep || !FirstBad(result.Findings);
+}
+
+void TGasCalibration::Saved(const TProblem& unsaved) {
+  for (TGasResult& result : FResults)
+    if (result.End == TGasEnd::Stored)
+      Refuse(result, TGasEnd::Unsaved, Show(SGasNotSaved, GasDesc(result.Gas).c_str(), unsaved.Text().c_str()));
+}
+
+void TGasCalibration::Refuse(TGasResult& result, TGasEnd end, std::string why) {
+  result.End = end;
+  result.Why = std::move(why);
+  PutBack(result.Gas);
   FModel.AddMsg(result.Why);
 }
 
@@ -182,7 +280,10 @@ void TGasCalibration::PutBack(std::int32_t gas) {
     tables->AddOrSetTable(FNozzle.Type, FNozzle.Size, *previous.Backup);
   else
     tables->DeleteTable(FNozzle.Type, FNozzle.Size);
-  if (std::string problem; !stored.SaveTables(&problem)) FModel.AddMsg(std::move(problem));
+  std::string problem;
+  if (stored.SaveTables(&problem)) return;
+  Result(gas).End = TGasEnd::Unsaved;  // whatever made it come back
+  FModel.AddMsg(std::move(problem));
 }
 
 }  // namespace ixocontroller

@@ -1,9 +1,10 @@
 // One gas calibration as the controller runs it: watches it, keeps what was measured, and puts a previous table
 // back where the measured points cannot be a valve's curve.
 //
-// Two protections beside the machine state's own. A voltage at which the pressure has not settled for 15 s is answered
-// with a stop. When all measured points lie within 0.1 bar of their mean, or fewer than three were measured, the gas's
-// previous table and its backup come back before anything is saved under their name again. V, bar, ms.
+// Protections beside the machine state's own. A voltage at which the pressure has not settled for 15 s is answered with
+// a stop. The gas's previous table and its backup come back when all measured points lie within 0.1 bar of their mean,
+// when fewer than three were measured, when the verdict (GasVerdict.h) is bad and was not to be kept all the same, and
+// when a file could not be saved. V, bar, ms.
 #pragma once
 
 #include <atomic>
@@ -14,6 +15,7 @@
 #include <vector>
 
 #include "controller/Controller.h"
+#include "controller/gas/GasVerdict.h"
 #include "ixocamglue/gascal/Uzemgasadjustmodel.h"
 
 namespace ixocontroller {
@@ -41,6 +43,7 @@ enum class TGasEnd : std::uint8_t {
   Skipped,     // the machine has no such branch, or no output for it
   Failed,      // flat: the state kept the old table
   Restored,    // the old table was put back
+  Unsaved,     // a file could not be saved, and the old table was put back
   Stored,
 };
 
@@ -52,13 +55,17 @@ struct TGasResult {
   std::vector<TGasPoint> Points;
   std::vector<TDot> Curve;     // final; empty when there is none
   std::optional<double> Knee;  // V; none when the pressure rises up to full scale
+  std::optional<double> Zero;  // bar; the reading before the first voltage
+  std::vector<TGasPoint> Downwards;
+  std::vector<TGasFinding> Findings;  // the verdict
   [[nodiscard]] double MaxBar() const;
 };
 
 class TGasCalibration {
  public:
-  // The controller outlives it. Main thread, before the state's loop runs.
-  TGasCalibration(TController& controller, std::vector<std::int32_t> gases, TGasNozzle nozzle);
+  // The controller outlives it. Main thread, before the state's loop runs. `keep`: a bad verdict is stored all the
+  // same.
+  TGasCalibration(TController& controller, std::vector<std::int32_t> gases, TGasNozzle nozzle, bool keep = false);
   ~TGasCalibration();
   TGasCalibration(const TGasCalibration&) = delete;
   TGasCalibration& operator=(const TGasCalibration&) = delete;
@@ -84,11 +91,16 @@ class TGasCalibration {
   bool GetMsg(std::string& text) { return FModel.GetMsg(text); }
   [[nodiscard]] double Progress() const { return FModel.GetProgess(); }
 
-  // After the end, and after the state's thread has ended where there is one.
+  // After the end, and after the state's thread has ended where there is one: takes the points measured downwards, and
+  // gives every gas its final verdict.
+  void Conclude(std::int32_t gas, std::vector<TGasPoint> downwards);
+  void Conclude();
+  [[nodiscard]] TGasRecording Recording() const;
   [[nodiscard]] const std::vector<TGasResult>& Results() const { return FResults; }
   // All gases went through; otherwise the machine file has not changed.
   [[nodiscard]] bool Completed() const { return FModel.GetProgess() >= 100.0; }
   [[nodiscard]] bool Success() const;
+  [[nodiscard]] bool Unsaved() const;  // a file could not be saved
 
  private:
   struct TPrevious {
@@ -100,12 +112,18 @@ class TGasCalibration {
   void KeepPrevious(std::int32_t gas);
   void Observe(const TGasAdjustEvent& event);
   void Judge(const TGasAdjustEvent& event, TGasResult& result);
+  void ReadZero(TGasResult& result);
+  // The present verdict; false when it is bad and not to be kept.
+  [[nodiscard]] bool Good(TGasResult& result);
+  void Saved(const TProblem& unsaved);
+  void Refuse(TGasResult& result, TGasEnd end, std::string why);
   void PutBack(std::int32_t gas);
   [[nodiscard]] TGasResult& Result(std::int32_t gas);
 
   TController& FController;
   TZemGasAdjustModel& FModel;
   const TGasNozzle FNozzle;
+  const bool FKeep;
   std::map<std::int32_t, TPrevious> FPrevious;
   std::optional<std::size_t> FTimer;
   std::uint64_t FStartMs = 0;

@@ -41,6 +41,7 @@ TJson JsonOf(const TRecordedGas& gas) {
   return {{"gas", gas.Name},
           {"type", gas.GasType},
           {"maxPressure", gas.MaxPressure},
+          {"zero", gas.Zero ? TJson(*gas.Zero) : TJson(nullptr)},
           {"points", std::move(points)},
           {"table", std::move(table)}};
 }
@@ -60,6 +61,8 @@ class TReader {
     if (it == FValue.end()) Fail(Format("\"%s\" is missing", name));
     return {FFile, *it, (FPath.empty() ? "" : FPath + "/") + name};
   }
+  // Whether there is such a value.
+  [[nodiscard]] bool Has(const char* name) const { return FValue.is_object() && FValue.contains(name); }
   [[nodiscard]] std::vector<TReader> Items() const {
     if (!FValue.is_array()) Fail("not a list");
     std::vector<TReader> items;
@@ -118,6 +121,8 @@ TRecordedGas GasOf(const TReader& reader) {
   gas.Name = reader.At("gas").Text();
   gas.GasType = static_cast<std::int32_t>(reader.At("type").Number(1, 6));
   gas.MaxPressure = reader.At("maxPressure").Number(0.0, TReader::kMost);
+  if (reader.Has("zero") && !reader.At("zero").IsNull())  // older recordings have none
+    gas.Zero = reader.At("zero").Number(-TReader::kMost, TReader::kMost);
   for (const TReader& point : reader.At("points").Items()) gas.Points.push_back(PointOf(point));
   for (const TReader& dot : reader.At("table").Items()) {
     gas.Table.push_back(dot.Pair(kHighestVolt));
@@ -139,6 +144,8 @@ void WriteGasRecording(const std::string& file, const TGasRecording& recording) 
   sink.Write(document.dump(-1, ' ', false, TJson::error_handler_t::replace) + "\n");
   sink.Commit();
 }
+
+bool IsGasRecording(std::string_view head) { return head.starts_with("{") && head.find(kFormat) != head.npos; }
 
 TGasRecording ReadGasRecording(const std::string& file) {
   const std::string text = ReadFile(std::filesystem::path(file)).OrThrow(pbUnusable);

@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "ixocamglue/gascal/Ugasdots.h"
@@ -34,7 +35,8 @@ struct TRecordedGasPoint {
 struct TRecordedGas {
   std::int32_t GasType = 0;  // 1 "Air" ... 6 "H-N2"
   std::string Name;
-  double MaxPressure = 0.0;  // what the branch should reach; 0 unknown
+  double MaxPressure = 0.0;    // what the branch should reach; 0 unknown
+  std::optional<double> Zero;  // bar; the reading with gas on and the valve shut, before the first voltage
   std::vector<TRecordedGasPoint> Points;
   std::vector<TDot> Table;  // the final curve; empty when there is none
 };
@@ -47,6 +49,9 @@ struct TGasRecording {
 
 // Replaces the file as a whole. Throws EProblem (exit code 3) when it cannot be written.
 void WriteGasRecording(const std::string& file, const TGasRecording& recording);
+
+// Whether a file that begins so is one.
+[[nodiscard]] bool IsGasRecording(std::string_view head);
 
 // Throws EProblem (exit code 3), naming file, place and reason, for anything but a whole recording: unknown names are
 // passed over, missing or impossible values are not.

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "controller/gas/GasTexts.h"
+#include "ixocamglue/gascal/Refine.h"
 
 namespace ixocontroller {
 
@@ -24,7 +25,16 @@ constexpr double kDrifting = 0.03;  // per second
 constexpr double kWideDeadBandV = 1.5;
 constexpr double kNarrowV = 2.0;
 constexpr double kSticky = 0.04;
-constexpr double kLowSupply = 0.5;  // of what the branch bears
+constexpr double kLowSupply = 0.5;   // of what the branch bears
+constexpr double kLost = 0.01;       // of the readings
+constexpr double kOffZero = 5.0;     // times the scatter of the readings
+constexpr double kOffZeroBar = 0.1;  // at least
+constexpr double kSlowS = 0.5;       // time constant
+
+constexpr double kMoves = 0.05;          // of the highest pressure: enough to see a time constant in
+constexpr std::size_t kSmoothed = 9;     // readings
+constexpr double kRareReadingMs = 25.0;  // between two readings: too rare for a settling check
+constexpr double kDoubtful = 0.05;       // the curve may be so wrong between its points
 
 std::string Figure(double value) { return Format("%.3g", value); }
 std::string Percent(double share) { return Format(share < 0.1 ? "%.2g %%" : "%.0f %%", 100.0 * share); }
@@ -60,6 +70,26 @@ std::optional<TTail> TailOf(const TRecordedGasPoint& point) {
   return TTail{1000.0 * slope, std::sqrt(squares / n)};
 }
 
+// How long the pressure takes for all but 1/e of its way from the first readings to the last ones, in s; none where it
+// hardly moves. Too short for a line that is slower than it was watched.
+std::optional<double> TimeConstantOf(const TRecordedGasPoint& point, double leastBar) {
+  std::vector<TDot> samples;
+  for (const TDot& sample : point.Samples)
+    if (std::isfinite(sample.Y)) samples.push_back(sample);
+  if (samples.size() < 3 * kSmoothed) return std::nullopt;
+  const auto mean = [&](std::size_t from) {
+    double sum = 0.0;
+    for (std::size_t i = from; i < from + kSmoothed; ++i) sum += samples[i].Y;
+    return sum / static_cast<double>(kSmoothed);
+  };
+  const double last = mean(samples.size() - kSmoothed);
+  const double way = mean(0) - last;
+  if (std::abs(way) < leastBar) return std::nullopt;
+  for (std::size_t i = 0; i + kSmoothed <= samples.size(); ++i)
+    if ((mean(i) - last) / way <= std::exp(-1.0)) return (samples[i].X - samples.front().X) / 1000.0;
+  return std::nullopt;
+}
+
 class TJudge {
  public:
   explicit TJudge(const TRecordedGas& gas) : FGas(gas) {
@@ -73,10 +103,14 @@ class TJudge {
     Readings();
     Unsettled();
     if (!Responds()) return std::move(FFindings);
-    NoiseAndDrift();
+    Zero();
+    Noise();
+    const bool slow = Slow();
+    if (!slow) Drift();
     Curve();
-    Hysteresis();
+    if (!slow) Hysteresis();
     Supply();
+    Doubt();
     return std::move(FFindings);
   }
 
@@ -99,8 +133,8 @@ class TJudge {
         if (sample.Y == *first) ++same;
       }
     }
-    if (lost > 0) {
-      const double share = static_cast<double>(lost) / static_cast<double>(all);
+    if (const double share = static_cast<double>(lost) / static_cast<double>(std::max<std::size_t>(all, 1));
+        share > kLost) {
       Add("readings", true, 100.0 * share, "%", Show(SVerdictReadings, Percent(share).c_str()));
     }
     if (same > 1 && same == all - lost)
@@ -109,38 +143,93 @@ class TJudge {
 
   void Unsettled() {
     const auto open = std::ranges::count_if(FGas.Points, [](const auto& point) { return !point.Settled; });
-    if (open > 0)
-      Add("settling", true, static_cast<double>(open), "", Show(SVerdictUnsettled, std::to_string(open).c_str()));
+    if (open == 0) return;
+    const auto last = std::ranges::find_if(FGas.Points, [](const auto& point) { return !point.Settled; });
+    const auto count = static_cast<double>(last->Samples.size());
+    const double ms = last->Samples.empty() ? 0.0 : last->Samples.back().X - last->Samples.front().X;
+    const std::string points = std::to_string(open);
+    const std::string volt = Figure(last->Volt);
+    if (count > 1.0 && ms / (count - 1.0) > kRareReadingMs)
+      return Add("settling", true, static_cast<double>(open), "",
+                 Show(SVerdictRare, points.c_str(), volt.c_str(), Figure(1000.0 * (count - 1.0) / ms).c_str()));
+    const auto tail = TailOf(*last);
+    Add("settling", true, static_cast<double>(open), "",
+        tail ? Show(SVerdictUnsettled, points.c_str(), volt.c_str(), Figure(ms / 1000.0).c_str(),
+                    Format("%+.2g", tail->Rise).c_str(), Figure(tail->Deviation).c_str())
+             : Show(SVerdictCutOff, points.c_str(), volt.c_str(), Figure(ms / 1000.0).c_str()));
   }
 
   bool Responds() {
+    if (FUp.Count() < 2) {
+      const bool said = std::ranges::any_of(FGas.Points, [](const auto& point) { return !point.Settled; });
+      if (!said) Add("points", true, FUp.Count(), "", Show(SVerdictFewPoints, std::to_string(FUp.Count()).c_str()));
+      return false;
+    }
     double lowest = FHighest;
     for (const TDot& dot : FUp.Dots()) lowest = std::min(lowest, dot.Y);
     const double change = FHighest - lowest;
-    if (change > kFlatBar && FUp.Count() > 1) return true;
+    if (change > kFlatBar) return true;
     Add("response", true, change, "bar", Show(SVerdictFlat, Figure(change).c_str()));
     return false;
   }
 
-  void NoiseAndDrift() {
+  // No pressure is below that of the air around: what is read there is the sensor's own. A reading above 0 may be gas
+  // that was left in the line.
+  void Zero() {
+    double lowest = FGas.Zero.value_or(0.0);
+    for (const TDot& dot : FUp.Dots()) lowest = std::min(lowest, dot.Y);
+    if (lowest < -std::max(kOffZeroBar, kOffZero * Scatter().value_or(0.0)))
+      Add("zero", true, lowest, "bar", Show(SVerdictZeroBad, Figure(lowest).c_str()));
+    else if (FGas.Zero)
+      Add("zero", false, *FGas.Zero, "bar", Show(SVerdictZero, Figure(*FGas.Zero).c_str()));
+  }
+
+  // The middle one of the points' deviations.
+  [[nodiscard]] std::optional<double> Scatter() const {
     std::vector<double> deviations;
-    double drift = 0.0;
+    for (const TRecordedGasPoint& point : FGas.Points)
+      if (const auto tail = point.Settled ? TailOf(point) : std::nullopt) deviations.push_back(tail->Deviation);
+    if (deviations.empty()) return std::nullopt;
+    const auto middle = deviations.begin() + static_cast<std::ptrdiff_t>(deviations.size() / 2);
+    std::ranges::nth_element(deviations, middle);
+    return *middle;
+  }
+
+  void Noise() {
+    const std::optional<double> scatter = Scatter();
+    if (!scatter) return;
+    const bool noisy = *scatter > kNoisy * FHighest;
+    Add("noise", noisy, *scatter, "bar",
+        Show(noisy ? SVerdictNoiseBad : SVerdictNoise, Figure(*scatter).c_str(), Percent(*scatter / FHighest).c_str()));
+  }
+
+  bool Slow() {
+    double longest = 0.0;
     double atVolt = 0.0;
     for (const TRecordedGasPoint& point : FGas.Points) {
+      const double constant = TimeConstantOf(point, kMoves * FHighest).value_or(0.0);
+      if (constant <= longest) continue;
+      longest = constant;
+      atVolt = point.Volt;
+    }
+    if (longest <= kSlowS) return false;
+    Add("slow", true, longest, "s", Show(SVerdictSlow, Figure(atVolt).c_str(), Figure(longest).c_str()));
+    return true;
+  }
+
+  void Drift() {
+    double drift = 0.0;
+    double atVolt = 0.0;
+    bool any = false;
+    for (const TRecordedGasPoint& point : FGas.Points) {
       const std::optional<TTail> tail = point.Settled ? TailOf(point) : std::nullopt;
-      if (!tail) continue;
-      deviations.push_back(tail->Deviation);
-      if (point.Foreseen) continue;  // it was not waited for
-      if (std::abs(tail->Rise) <= std::abs(drift)) continue;
+      any = any || tail;
+      // What was foreseen was not waited for.
+      if (!tail || point.Foreseen || std::abs(tail->Rise) <= std::abs(drift)) continue;
       drift = tail->Rise;
       atVolt = point.Volt;
     }
-    if (deviations.empty()) return;
-    const auto middle = deviations.begin() + static_cast<std::ptrdiff_t>(deviations.size() / 2);
-    std::ranges::nth_element(deviations, middle);
-    const bool noisy = *middle > kNoisy * FHighest;
-    Add("noise", noisy, *middle, "bar",
-        Show(noisy ? SVerdictNoiseBad : SVerdictNoise, Figure(*middle).c_str(), Percent(*middle / FHighest).c_str()));
+    if (!any) return;
     const double share = std::abs(drift) / FHighest;
     if (share > kDrifting)
       Add("drift", true, 100.0 * share, "%/s", Show(SVerdictDriftBad, Figure(atVolt).c_str(), Percent(share).c_str()));
@@ -212,6 +301,14 @@ class TJudge {
         Show(low ? SVerdictSupplyBad : SVerdictSupply, Figure(FHighest).c_str(), Percent(share).c_str()));
   }
 
+  void Doubt() {
+    const TCurveDoubt doubt = LargestDoubt(FGas.Table);
+    const double share = doubt.Bar / FHighest;
+    if (share >= kDoubtful)
+      Add("method", false, 100.0 * share, "%",
+          Show(SVerdictDoubt, Figure(doubt.FromVolt).c_str(), Figure(doubt.ToVolt).c_str(), Percent(share).c_str()));
+  }
+
   const TRecordedGas& FGas;
   TIncList FUp;  // the points but those of the pass downwards
   double FHighest = 0.0;
@@ -221,5 +318,17 @@ class TJudge {
 }  // namespace
 
 std::vector<TGasFinding> JudgeGas(const TRecordedGas& gas) { return TJudge(gas).Run(); }
+
+const TGasFinding* FirstBad(const std::vector<TGasFinding>& findings) {
+  const auto bad = std::ranges::find_if(findings, &TGasFinding::Bad);
+  return bad == findings.end() ? nullptr : &*bad;
+}
+
+std::vector<std::string> FindingLines(const std::vector<TGasFinding>& findings) {
+  std::vector<std::string> lines;
+  for (const TGasFinding& finding : findings)
+    lines.push_back(Format("  %s %-10s %s", finding.Bad ? "!!" : "ok", finding.Kind, finding.Sentence.c_str()));
+  return lines;
+}
 
 }  // namespace ixocontroller

@@ -9,7 +9,7 @@
 namespace ixocontroller {
 
 struct TGasFinding {
-  const char* Kind = "";  // "noise", "drift", "dead-band", "saturation", "hysteresis", "supply", "response", ...
+  const char* Kind = "";  // "zero", "noise", "slow", "drift", "dead-band", "saturation", "hysteresis", "supply", ...
   bool Bad = false;
   double Figure = 0.0;
   const char* Unit = "";
@@ -17,7 +17,13 @@ struct TGasFinding {
 };
 
 // In a fixed order. Where the pressure does not answer to the voltage, nothing is said about the curve; hysteresis is
-// judged where voltages were measured a second time on the way down.
+// judged where voltages were measured a second time on the way down. Of a slow line neither drift nor hysteresis is
+// said: they are its slowness.
 [[nodiscard]] std::vector<TGasFinding> JudgeGas(const TRecordedGas& gas);
+
+// The first finding that is bad; null when none is.
+[[nodiscard]] const TGasFinding* FirstBad(const std::vector<TGasFinding>& findings);
+// "  !! supply     ...": a line for each.
+[[nodiscard]] std::vector<std::string> FindingLines(const std::vector<TGasFinding>& findings);
 
 }  // namespace ixocontroller

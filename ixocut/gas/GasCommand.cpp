@@ -3,8 +3,8 @@
 #include <algorithm>
 
 #include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
 
-#include "ixocamglue/config/Libmachinecfg.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/ValueText.h"
 
@@ -14,29 +14,33 @@ namespace {
 constexpr TAddCommand kGasCommands[] = {AddGasCalibrateCommand, AddGasTableCommands, AddGasPressureCommand,
                                         AddGasVerdictCommand, AddGasStudyCommand};
 
-constexpr const char* kGasNames[] = {"Air", "O2", "N2", "H-Air", "H-O2", "H-N2"};
 constexpr double kLargestNozzleMm = 100.0;
 
 }  // namespace
-
-const char* GasName(std::int32_t gasType) {
-  const auto* const name =
-      std::ranges::find_if(kGasNames, [&](const char* text) { return GetGasTypeFromStr(text) == gasType; });
-  return name == std::end(kGasNames) ? "?" : *name;
-}
 
 std::vector<std::int32_t> ParseGases(std::string_view text) {
   std::vector<std::int32_t> gases;
   for (std::size_t from = 0; from <= text.size();) {
     const std::size_t comma = std::min(text.find(',', from), text.size());
     const std::string name(TrimXml(text.substr(from, comma - from)));
-    const std::int32_t gas = GetGasTypeFromStr(name);
+    const std::int32_t gas = AskedGasType(name);
     if (gas < 0) throw EProblem(pbRequest, "--gas: \"" + name + "\" is no gas; " + kGasHelp);
     if (std::ranges::find(gases, gas) != gases.end()) throw EProblem(pbRequest, "--gas: " + name + " is there twice");
     gases.push_back(gas);
     from = comma + 1;
   }
   return gases;
+}
+
+nlohmann::ordered_json FindingsJson(const std::vector<ixocontroller::TGasFinding>& findings) {
+  auto json = nlohmann::ordered_json::array();
+  for (const auto& finding : findings)
+    json.push_back({{"kind", finding.Kind},
+                    {"bad", finding.Bad},
+                    {"figure", finding.Figure},
+                    {"unit", finding.Unit},
+                    {"text", finding.Sentence}});
+  return json;
 }
 
 void AddNozzleOptions(CLI::App& command, std::string& nozzle, double& size, bool required) {

@@ -7,6 +7,10 @@
 #include <string_view>
 #include <vector>
 
+#include <nlohmann/json_fwd.hpp>
+
+#include "controller/gas/GasVerdict.h"
+#include "ixocamglue/config/Libmachinecfg.h"
 #include "ixocut/CommandLine.h"
 
 namespace ixocut {
@@ -19,11 +23,12 @@ void AddGasStudyCommand(CLI::App& gas, TCommandRun& run);
 
 // --- options that the sub-commands share ---
 
-// "Air,O2" as gas types, each once and known; throws EProblem for the command line.
+// "Air,O2" or "1,2" as gas types, each once and known; throws EProblem for the command line.
 [[nodiscard]] std::vector<std::int32_t> ParseGases(std::string_view text);
 // "Air"; "?" for a number that is no gas type.
-[[nodiscard]] const char* GasName(std::int32_t gasType);
+[[nodiscard]] inline const char* GasName(std::int32_t gasType) { return GasTypeName(gasType); }
+[[nodiscard]] nlohmann::ordered_json FindingsJson(const std::vector<ixocontroller::TGasFinding>& findings);
 void AddNozzleOptions(CLI::App& command, std::string& nozzle, double& size, bool required);
-inline constexpr const char* kGasHelp = "Air, O2, N2, H-Air, H-O2 or H-N2";
+inline constexpr const char* kGasHelp = "Air, O2, N2, H-Air, H-O2 or H-N2, or its number from 1";
 
 }  // namespace ixocut

@@ -9,6 +9,7 @@
 #include "controller/HostTexts.h"
 #include "controller/gas/GasTexts.h"
 #include "controller/procedures/ProcedureRun.h"
+#include "ixocamglue/gascal/Uzemgasadjustmodel.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/ValueText.h"
 #include "ixocut/CommandLine.h"
@@ -84,6 +85,14 @@ int RunPressure(const TPressureOptions& options, std::ostream& out) {
     console.Print("gas pressure", {{"gas", name}, {"bar", *bar}, {"volt", nullptr}}, problem);
     return kExitOtherwise;
   }
+  if (const double reach = GZemGasAdjustModel()->GetMaxPress(gas); *bar > reach)
+    throw EProblem(
+        pbRefused,
+        {.What = Format(Tr("%s bar of %s is beyond the reach of its calibration curve, which ends at %s bar"),
+                        ValueText(*bar).c_str(), name.c_str(), Format("%.3f", reach).c_str()),
+         .Where = "--bar",
+         .Why = {},
+         .Remedy = Tr("ask for less, or calibrate the gas again")});
   const TReached reached = Reach(machine, gas, *bar);
   const double error = reached.Bar - *bar;
   const std::string share = *bar > 0.0 ? Format("%+.2f %%", 100.0 * error / *bar) : std::string("-");
@@ -113,7 +122,11 @@ void AddGasPressureCommand(CLI::App& gas, TCommandRun& run) {
   command->footer(
       "The pressure reached is the simulated machine's own, at rest; the error is its difference from --bar.\n"
       "\n"
-      "Exit codes: 0 done, 1 no table is in use, 2 wrong command line, 3 a file or device problem.\n"
+      "Exit codes: 0 done, 1 no table is in use or its curve does not reach so far, 2 wrong command line, 3 a file or "
+      "device problem.\n"
+      "\n"
+      "Example:\n"
+      "  ixocut gas pressure --gas O2 --bar 3.5\n"
       "\n"
       "Software is not the emergency stop.");
   command->callback([options, &run] { run = [options] { return RunPressure(*options, std::cout); }; });

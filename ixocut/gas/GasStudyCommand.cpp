@@ -70,6 +70,9 @@ void AddGasStudyCommand(CLI::App& gas, TCommandRun& run) {
       "The error of a table is its largest difference from the valve's true pressure over 0 to 10 V, in % of the true\n"
       "pressure at 10 V. The time is the machine's, per valve.\n"
       "\n"
+      "Example:\n"
+      "  ixocut gas study --valves 40 --seed 1\n"
+      "\n"
       "Software is not the emergency stop.");
   command->callback([options, &run] { run = [options] { return RunStudy(*options, std::cout); }; });
 }

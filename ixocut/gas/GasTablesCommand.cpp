@@ -36,9 +36,10 @@ class TTables {
  public:
   TTables(const TTablesOptions& options, TConsole& console, bool saves = false)
       : FController(Options(options, console, saves)) {
-    FStored.Open();
+    FRead = FStored.Load(GasCaliConfigFile(), mfDefaults).Ok();
     FController.Logs().DrainOnce();
   }
+  [[nodiscard]] bool Read() const { return FRead; }  // false: there is a file, and it cannot be read
   TGasCaliConfig& Stored() { return FStored; }
   TController& Controller() { return FController; }
 
@@ -52,6 +53,7 @@ class TTables {
 
   TController FController;
   TGasCaliConfig FStored;
+  bool FRead = true;
 };
 
 std::vector<TDot> DotsOf(const TDAAdjustTable& table) {
@@ -109,20 +111,23 @@ int RunLoad(const TTablesOptions& options, std::ostream& out) {
   TConsole console(out, options.Json, false);
   TTables tables(options, console, true);
   TZemGasAdjustModel& model = *GZemGasAdjustModel();
-  bool all = true;
+  std::optional<TProblem> problem;  // the first
+  bool unusable = false;
   auto messages = nlohmann::ordered_json::array();
   for (const std::int32_t gas : gases) {
-    all = model.LoadGasData(gas, options.Nozzle, options.Size) && all;
+    const auto loaded = model.LoadGasData(gas, options.Nozzle, options.Size);
+    if (!loaded && !problem) problem = loaded.Problem();
+    const TDAAdjustTable* const table = tables.Stored().GetDAAdjustTable(gas, options.Nozzle, options.Size);
+    const bool any = !tables.Read() || (table && table->GetCount() > 0 && MachineConfig()->GetGasBranch(gas));
+    unusable = unusable || (!loaded && any);
     tables.Controller().Logs().DrainOnce();
     for (std::string text; model.GetMsg(text);) {
       console.Say(text);
       messages.push_back(text);
     }
   }
-  std::optional<TProblem> problem;
-  if (!all) problem = {.What = "not every table was loaded"};
   console.Print("gas load", {{"messages", messages}, {"log", console.Log()}}, problem);
-  return all ? kExitSuccess : kExitOtherwise;
+  return unusable ? kExitUnusable : problem ? kExitOtherwise : kExitSuccess;
 }
 
 // Both curves over the voltages of either.
@@ -191,7 +196,7 @@ int RunDiff(const TTablesOptions& options, std::ostream& out) {
 
 void AddGasTableCommands(CLI::App& gas, TCommandRun& run) {
   const auto options = std::make_shared<TTablesOptions>();
-  const auto add = [&](const char* name, const char* description, bool nozzle,
+  const auto add = [&](const char* name, const char* description, const char* footer, bool nozzle,
                        int (*call)(const TTablesOptions&, std::ostream&)) {
     CLI::App* const command = gas.add_subcommand(name, description);
     command->add_option("--gas", options->Gases, "Air, O2, N2, separated by commas (default all three)")
@@ -200,11 +205,31 @@ void AddGasTableCommands(CLI::App& gas, TCommandRun& run) {
     AddJsonOption(*command, options->Json);
     AddMachineOptions(*command, options->Machine, options->State);
     AddLanguageOption(*command, options->Language);
+    command->footer(std::string(footer) + "\n\nSoftware is not the emergency stop.");
     command->callback([options, call, &run] { run = [options, call] { return call(*options, std::cout); }; });
   };
-  add("load", "Put a nozzle's stored tables into the machine file", true, RunLoad);
-  add("show", "Show the stored tables", false, RunShow);
-  add("diff", "Compare a nozzle's stored tables with those of the machine file", true, RunDiff);
+  add("load", "Put a nozzle's stored tables into the machine file",
+      "An empty table, a voltage outside 0 to 10 V, a falling pressure or a number that cannot be read is not loaded.\n"
+      "\n"
+      "Exit codes: 0 all were loaded, 1 there is no such table, 2 wrong command line, 3 a table or file cannot be "
+      "used.\n"
+      "\n"
+      "Example:\n"
+      "  ixocut gas load --gas O2 --nozzle S --size 1.5",
+      true, RunLoad);
+  add("show", "Show the stored tables",
+      "Exit codes: 0 done, 1 there is no such table, 2 wrong command line, 3 a file cannot be used.\n"
+      "\n"
+      "Example:\n"
+      "  ixocut gas show --gas O2",
+      false, RunShow);
+  add("diff", "Compare a nozzle's stored tables with those of the machine file",
+      "Exit codes: 0 they are the same, 1 they differ or one is missing, 2 wrong command line, 3 a file cannot be "
+      "used.\n"
+      "\n"
+      "Example:\n"
+      "  ixocut gas diff --gas O2 --nozzle S --size 1.5",
+      true, RunDiff);
 }
 
 }  // namespace ixocut

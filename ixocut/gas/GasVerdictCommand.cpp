@@ -35,23 +35,17 @@ int RunVerdict(const TVerdictOptions& options, std::ostream& out) {
   const TOperatorTexts texts("gas", options.Language);
   const TGasRecording recording = ReadGasRecording(options.File);
   TConsole console(out, options.Json, false);
-  bool good = true;
+  bool good = !recording.Gases.empty();
   auto gases = nlohmann::ordered_json::array();
   for (const TRecordedGas& gas : recording.Gases) {
     console.Say(Show(SVerdictTitle, gas.Name.c_str(), recording.NozzType.c_str(), ValueText(recording.NozzSize).c_str(),
                      std::to_string(gas.Points.size()).c_str(), HighestOf(gas).c_str()));
-    auto findings = nlohmann::ordered_json::array();
-    for (const TGasFinding& finding : JudgeGas(gas)) {
-      good = good && !finding.Bad;
-      console.Say(Format("  %s %-10s %s", finding.Bad ? "!!" : "ok", finding.Kind, finding.Sentence.c_str()));
-      findings.push_back({{"kind", finding.Kind},
-                          {"bad", finding.Bad},
-                          {"figure", finding.Figure},
-                          {"unit", finding.Unit},
-                          {"text", finding.Sentence}});
-    }
-    gases.push_back({{"gas", gas.Name}, {"findings", std::move(findings)}});
+    const std::vector<TGasFinding> findings = JudgeGas(gas);
+    good = good && !FirstBad(findings);
+    for (const std::string& line : FindingLines(findings)) console.Say(line);
+    gases.push_back({{"gas", gas.Name}, {"findings", FindingsJson(findings)}});
   }
+  if (recording.Gases.empty()) console.Say(SVerdictNoGas.Get());
   std::optional<TProblem> problem;
   if (!good) problem = {.What = "something is wrong with a valve or its table", .Where = options.File};
   console.Print("gas verdict", {{"file", options.File}, {"good", good}, {"gases", std::move(gases)}}, problem);
@@ -70,6 +64,9 @@ void AddGasVerdictCommand(CLI::App& gas, TCommandRun& run) {
       "Hysteresis is judged when the recording has a pass downwards (gas calibrate --record FILE --descend).\n"
       "\n"
       "Exit codes: 0 nothing is wrong, 1 something is, 2 wrong command line, 3 the file cannot be used.\n"
+      "\n"
+      "Example:\n"
+      "  ixocut gas verdict gas.json\n"
       "\n"
       "Software is not the emergency stop.");
   command->callback([options, &run] { run = [options] { return RunVerdict(*options, std::cout); }; });

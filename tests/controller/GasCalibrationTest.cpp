@@ -30,7 +30,7 @@ class GasCalibration : public testing::Test {
     std::string machine = "<MachineConfig><GasBranches>";
     for (int gas = 1; gas <= 3; ++gas)
       machine += "<GasBranch GasType='" + std::to_string(gas) + "' DAPort='" + std::to_string(32 + gas) +
-                 "' MaxPressure='25'>" + kOld + "</GasBranch>";
+                 "' MaxPressure='" + (gas == 3 ? "25" : "12") + "'>" + kOld + "</GasBranch>";
     std::ofstream(File()) << machine << "<GasBranch GasType='4'/></GasBranches></MachineConfig>";
     TControllerOptions options;
     options.Machines = {SimulatedMachine()};
@@ -72,10 +72,16 @@ TEST_F(GasCalibration, FaultsEndInTimeAndNeverStoreACurveThatIsNone) {
     bool Completed;
   };
   // Stuck without a curve before it, and with one.
-  const TRow rows[] = {{vfDeadSensor, TGasEnd::Restored, true}, {vfNoSupply, TGasEnd::Restored, true},
-                       {vfStuck, TGasEnd::Restored, true},      {vfNonFinite, TGasEnd::Stored, true},
-                       {vfStuck, TGasEnd::Restored, true},      {vfSlowUpdate, TGasEnd::Unfinished, false},
-                       {vfLowSupply, TGasEnd::Stored, true}};
+  const TRow rows[] = {{vfDeadSensor, TGasEnd::Restored, true},
+                       {vfNoSupply, TGasEnd::Restored, true},
+                       {vfStuck, TGasEnd::Restored, true},
+                       {vfNonFinite, TGasEnd::Restored, true},
+                       {vfNegativeOffset, TGasEnd::Restored, true},
+                       {vfSlowLine, TGasEnd::Restored, true},
+                       {vfNone, TGasEnd::Stored, true},
+                       {vfStuck, TGasEnd::Restored, true},
+                       {vfSlowUpdate, TGasEnd::Unfinished, false},
+                       {vfLowSupply, TGasEnd::Restored, true}};
   // The gas's table in memory, in the machine file, and its backup.
   const auto tables = [&] {
     TMachineConfig file;
@@ -105,7 +111,8 @@ TEST_F(GasCalibration, FaultsEndInTimeAndNeverStoreACurveThatIsNone) {
     EXPECT_EQ(FCompleted, row.Completed);
     EXPECT_FALSE(FController->Machine().Snapshot().Gas);
     if (row.End == TGasEnd::Stored) continue;
-    EXPECT_THAT(FMessages, HasSubstr(row.Completed ? "0.1 bar" : "未稳定"));
+    EXPECT_EQ(result.Why.empty(), !row.Completed);
+    EXPECT_THAT(FMessages, HasSubstr(row.Completed ? result.Why : "未稳定"));
     EXPECT_EQ(tables(), before);
   }
 }
@@ -205,6 +212,36 @@ TEST_F(GasCommands, CalibrateShowDiffAndLoadWorkOnTheSameTables) {
   EXPECT_THAT(FOut, HasSubstr("No calibration data found for Nitrogen (S 1.5)!"));
 }
 
+TEST_F(GasCommands, WhatIsBadOrCannotBeSavedLeavesThePreviousTable) {
+  const std::string calibrate = "calibrate --gas 2 --nozzle S --size 1.5 --lang en ";
+  ASSERT_EQ(Gas(calibrate + "--record rec.json"), 0) << FOut;
+  EXPECT_THAT(FOut, testing::AllOf(HasSubstr("Verdict on Oxygen:"), HasSubstr("ok zero")));
+  EXPECT_EQ(Gas("pressure --gas O2 --bar 9.9 --lang en"), 1);
+  EXPECT_THAT(FOut, HasSubstr("beyond the reach"));
+  const auto files = [&] { return Read("st/machine.xml") + Read("st/GasCalibration.config"); };
+  const std::string before = files();
+  EXPECT_EQ(Gas(calibrate + "--fault gas.weak-supply"), 1) << FOut;
+  EXPECT_THAT(FOut, testing::AllOf(HasSubstr("!! supply"), HasSubstr("The previous calibration is back")));
+  EXPECT_EQ(Gas(calibrate + "--fault gas.negative-offset"), 1) << FOut;
+  EXPECT_THAT(FOut, HasSubstr("!! zero"));
+  EXPECT_EQ(Gas("diff --gas O2 --nozzle S --size 1.5"), 0) << "both are back: " << FOut;
+
+  Write("mine.svg", "not a picture");
+  for (const std::string options : {"--plot mine.svg", "--record mine.svg", "--record no/such.json"})
+    EXPECT_EQ(Gas(calibrate + options), 3) << options << FOut;
+  EXPECT_EQ(Read("mine.svg"), "not a picture");
+  EXPECT_EQ(files(), before);
+  EXPECT_EQ(Gas(calibrate + "--record rec.json --keep --fault gas.weak-supply"), 0) << FOut;
+  EXPECT_NE(files(), before);
+
+  const std::string machine = Read("st/machine.xml");
+  std::filesystem::remove(FDir.Path() / "st/GasCalibration.config");
+  std::filesystem::create_directory(FDir.Path() / "st/GasCalibration.config");
+  EXPECT_EQ(Gas(calibrate), 3) << FOut;
+  EXPECT_THAT(FOut, HasSubstr("not saved"));
+  EXPECT_EQ(Read("st/machine.xml"), machine);
+}
+
 TEST_F(GasCommands, AWrongCommandLineIsNamedAndDoesNothing) {
   const std::pair<const char*, const char*> rows[] = {
       {"calibrate --gas Helium --nozzle S --size 1", "\"Helium\" is no gas"},
@@ -217,7 +254,7 @@ TEST_F(GasCommands, AWrongCommandLineIsNamedAndDoesNothing) {
       {"load --gas H-O2 --nozzle S --size 1", "not for H-O2"},
   };
   for (const auto& [arguments, message] : rows) {
-    EXPECT_EQ(Gas(arguments), 2) << arguments;
+    EXPECT_EQ(Gas(std::string(arguments) + " --lang en"), 2) << arguments;
     EXPECT_THAT(FOut, HasSubstr(message));
   }
   EXPECT_FALSE(std::filesystem::exists(FDir.Path() / "st" / "GasCalibration.config"));

@@ -93,7 +93,7 @@ TEST(GasVerdict, EachFaultIsFoundAndNoOther) {
     return Bad(Record(params));
   };
   EXPECT_THAT(with([](auto& p) { p.Noise = 0.2; }), testing::Contains("noise"));
-  EXPECT_THAT(with([](auto& p) { p.FillMs = p.BleedMs = 1500; }), testing::Contains("drift"));
+  EXPECT_THAT(with([](auto& p) { p.FillMs = p.BleedMs = 1500; }), testing::Contains("slow"));
   EXPECT_THAT(with([](auto& p) { p.U0 = 2.2; }), ElementsAre("dead-band"));
   EXPECT_THAT(with([](auto& p) { p.Uk = 1.8; }), ElementsAre("saturation"));
   EXPECT_THAT(with([](auto& p) { p.Play = 0.15; }), ElementsAre("hysteresis"));
@@ -115,7 +115,13 @@ TEST(GasVerdict, EachFaultIsFoundAndNoOther) {
   TRecordedGas unsettled = Record(params);
   unsettled.Points[3].Settled.reset();
   EXPECT_THAT(Bad(unsettled), ElementsAre("settling"));
-  EXPECT_THAT(Bad(TRecordedGas{}), ElementsAre("response"));
+  EXPECT_THAT(Bad(TRecordedGas{}), ElementsAre("points"));
+  TRecordedGas offZero = Record(params, vfNegativeOffset);
+  EXPECT_THAT(Bad(offZero), ElementsAre("zero")) << "pressures below 0";
+  std::erase_if(offZero.Points, [](const auto& point) { return point.Settled < 0.0; });
+  EXPECT_THAT(Bad(offZero), ElementsAre());
+  offZero.Zero = -0.5;
+  EXPECT_THAT(Bad(offZero), ElementsAre("zero")) << "the reading with the valve shut";
 }
 
 class GasRecordings : public testing::Test {
