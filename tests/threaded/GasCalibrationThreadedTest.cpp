@@ -1,5 +1,7 @@
 // A gas calibration with the state loop on its own thread, stopped from another one.
+#include <atomic>
 #include <fstream>
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -44,6 +46,31 @@ TEST(GasCalibrationThreaded, ReadersAndAStopMeetTheStateThread) {
   std::string last;
   for (std::string text; calibration.GetMsg(text);) last = text;
   EXPECT_EQ(last, "停止校正！");
+}
+
+TEST(GasCalibrationThreaded, OfTwoStartsAtOnceOneHappens) {
+  const TFaultWatch faults;
+  TControllerOptions options;
+  options.Machines = {SimulatedMachine()};
+  options.Realtime = true;
+  TController session(options);  // its loop does not run: what is asked for stays asked for
+  for (int round = 0; round < 200; ++round) {
+    std::atomic<int> ready{0}, started{0};
+    const auto start = [&] {
+      ++ready;
+      while (ready < 2) continue;
+      started += GZemGasAdjustModel()->StartAjdust({1}) ? 1 : 0;
+    };
+    std::thread other(start);
+    start();
+    other.join();
+    ASSERT_EQ(started, 1) << round;
+    session.Framework().Stop();
+    ASSERT_FALSE(GZemGasAdjustModel()->AjdustIsBusy());
+    while (session.Framework().SafePending() || !session.Framework().RequestState(nsStandby, 0))
+      session.Framework().RunOnce();
+    session.Framework().RunOnce();
+  }
 }
 
 }  // namespace
