@@ -27,7 +27,7 @@ struct TControllerSettings {
   std::uint64_t Seed = 1;
   bool Realtime = false;
   bool Saves = false;  // the command saves the machine file
-  std::string Db;  // with Realtime the alarm store; empty: none
+  std::string Db;      // with Realtime the alarm store; empty: none
 
   // The user's machine file. Throws EProblem when it cannot be made.
   [[nodiscard]] std::filesystem::path MachineFile() const;
