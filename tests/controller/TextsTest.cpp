@@ -2,8 +2,10 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <regex>
 #include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -83,6 +85,36 @@ TEST(Texts, EachMessageIsTranslatedWithTheSameArgumentsAndNoOther) {
   std::ranges::set_difference(translated, written, std::back_inserter(unused));
   EXPECT_THAT(missing, testing::IsEmpty());
   EXPECT_THAT(unused, testing::IsEmpty());
+}
+
+// The rows of the glossary: what is not to be read, and the words that are used for it.
+std::map<std::string, std::string> UnusedWords() {
+  std::map<std::string, std::string> words;
+  std::istringstream lines(ReadFile(TestSources() + "/../docs/glossary.md").OrThrow(pbUnusable));
+  const std::regex row(R"(\| ([^|]+) \| ([^|]+) \| [^|]+ \| ([^|]*) \|)"), comma(", ");
+  for (std::string line; std::getline(lines, line);) {
+    std::smatch cells;
+    if (!std::regex_match(line, cells, row) || cells[1] == "English") continue;
+    const std::string unused = cells[3];
+    for (std::sregex_token_iterator it(unused.begin(), unused.end(), comma, -1), end; it != end; ++it)
+      words[*it] = cells[1].str() + ", " + cells[2].str();
+  }
+  return words;
+}
+
+TEST(Texts, OneThingHasOneWord) {
+  const auto unused = UnusedWords();
+  EXPECT_GT(unused.size(), 20U);
+  std::vector<std::string> shown;
+  for (const char* const file : {"locale/zh.json", "locale/en.json", "alarms/zh.json", "alarms/en.json"})
+    for (const auto& item : nlohmann::json::parse(ReadFile(ShareFolder() / file).OrThrow(pbUnusable)).flatten())
+      if (item.is_string()) shown.push_back(item);
+  for (const std::string& message : WrittenMessages()) shown.push_back(message);
+  for (const TTextList list : kControllerTexts)
+    for (const TText* const text : list) shown.emplace_back(text->Default);
+  for (const std::string& text : shown)
+    for (const auto& [word, used] : unused)
+      EXPECT_EQ(text.find(word), std::string::npos) << text << "\nsays " << word << "; the word is " << used;
 }
 
 TEST(Texts, MessagesAreThoseOfTheLanguageUntilItsReaderEnds) {

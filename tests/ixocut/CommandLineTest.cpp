@@ -2,6 +2,8 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <map>
+#include <regex>
 #include <sstream>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -217,13 +219,47 @@ TEST_F(CommandLine, ATreeShowsCommandsClassesAndWhatIsBuiltLate) {
   EXPECT_THAT(pierce.Out, HasSubstr("pressure 1.5"));
 }
 
-TEST_F(CommandLine, EveryHelpPageSaysThatSoftwareIsNotTheEmergencyStop) {
-  for (const char* page :
-       {"--help", "shot --help", "tree --help", "sweep --help", "modbus --help", "link doctor --help"}) {
-    const TRun help = Ixocut(page, "IXOCUT_LANG=en");
-    EXPECT_EQ(help.ExitCode, 0) << page;
-    for (const char* part : {"Exit codes:", "Examples:", "Software is not the emergency stop."})
-      EXPECT_THAT(help.Out, HasSubstr(part)) << page;
+// "ixocut", "ixocut shot", "ixocut gas calibrate": each command that a help page lists, and its page.
+class HelpPages : public TProgramTest {
+ protected:
+  std::map<std::string, std::string> Pages(const std::string& language) {
+    std::map<std::string, std::string> pages;
+    const std::string heading = language == "en" ? "\nCommands:\n" : "\n命令:\n";
+    for (std::vector<std::string> open{""}; !open.empty();) {
+      const std::string command = open.back();
+      open.pop_back();
+      const TRun help = Ixocut(command + " --help", "IXOCUT_LANG=" + language);
+      EXPECT_EQ(help.ExitCode, 0) << command;
+      std::size_t at = help.Out.find(heading);
+      at = at == std::string::npos ? help.Out.size() : at + heading.size();
+      for (std::size_t end = 0; help.Out.substr(at, 2) == "  "; at = end + 1) {
+        end = help.Out.find('\n', at);
+        const std::string line = help.Out.substr(at + 2, end - at - 2);
+        if (!line.starts_with(' ')) open.push_back(command + " " + line.substr(0, line.find(' ')));
+      }
+      pages["ixocut" + command] = help.Out;
+    }
+    return pages;
+  }
+};
+
+TEST_F(HelpPages, EachHasExitCodesItsOwnExamplesAndTheWarning) {
+  const auto pages = Pages("en");
+  EXPECT_GT(pages.size(), 40U);
+  for (const auto& [command, page] : pages)
+    for (const std::string& part :
+         {std::string("Exit codes: "), "Examples:\n  " + command, std::string("Software is not the emergency stop.")})
+      EXPECT_THAT(page, HasSubstr(part)) << command;
+}
+
+TEST_F(HelpPages, EachIsOfOneLanguage) {
+  const std::regex chinese("[\xe4-\xe9]"), names("^(用法: |  )ixocut .*"),
+      sentence("\\b[a-z]{2,},? [a-z]{2,},? [a-z]{2,}\\b");
+  for (const auto& [command, page] : Pages("en")) EXPECT_FALSE(std::regex_search(page, chinese)) << page;
+  for (const auto& [command, page] : Pages("zh")) {
+    std::istringstream lines(page);
+    for (std::string line; std::getline(lines, line);)
+      EXPECT_FALSE(!std::regex_match(line, names) && std::regex_search(line, sentence)) << command << ": " << line;
   }
 }
 
