@@ -125,9 +125,9 @@ TEST_F(PanelHost, ASwitchPressedAgainSwitchesOffWhereverATerminalCannotTell) {
     for (const TTerminalEvent& event : keys.Feed(bytes, Clock().MonotonicMs())) EXPECT_TRUE(Act(FHost, event));
   };
   for (const auto& [byte, reported] : {std::pair{"g", "\x1b[103u"}, {"a", "\x1b[97u"}, {"s", "\x1b[115u"}}) {
-    const auto on = [&] {
+    const auto on = [this, key = *byte] {
       const TMachineSnapshot now = Machine().Snapshot();
-      return *byte == 'g' ? now.Gas : *byte == 'a' ? Machine().Laser()->GetAiming() : now.Emission;
+      return key == 'g' ? now.Gas : key == 'a' ? Machine().Laser()->GetAiming() : now.Emission;
     };
     type("\x1b[?0u", 1000);  // no releases
     type(byte, 0);

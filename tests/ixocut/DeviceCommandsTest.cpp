@@ -132,7 +132,7 @@ TEST_F(DeviceCommands, WhatCannotBeWrittenAsAskedIsNotWritten) {
     const TRun run = Ixocut("modbus write --tcp " + plc.Tcp + " --addr 0 --values " + values);
     EXPECT_EQ(run.ExitCode, 2) << values << run.All();
   }
-  EXPECT_EQ(Json("modbus read --tcp " + plc.Tcp + " --addr 0", 0)["values"], nlohmann::json({0}));
+  EXPECT_EQ(Json("modbus read --tcp " + plc.Tcp + " --addr 0", 0)["values"], nlohmann::json::array({0}));
   EXPECT_EQ(Ixocut("modbus write --tcp " + plc.Tcp + " --addr 0 --values 1,2 3,4").ExitCode, 0);
 }
 
