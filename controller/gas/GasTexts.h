@@ -6,13 +6,13 @@
 namespace ixocontroller {
 using namespace ixocamglue;
 
-inline constinit TText SGasTitle{"IxoCut", "SGasTitle", "气压校正：%s，喷嘴 %s %s 毫米"};
-inline constinit TText SGasNotFitted{"IxoCut", "SGasNotFitted", "%s：机器没有该气路，或该气路没有模拟输出；跳过"};
-inline constinit TText SGasUnsettled{"IxoCut", "SGasUnsettled", "%s：%s V 时气压在 %d 秒内未稳定；停止校正"};
+inline constinit TText SGasTitle{"IxoCut", "SGasTitle", "气压标定：%s，割嘴 %s %s 毫米"};
+inline constinit TText SGasNotFitted{"IxoCut", "SGasNotFitted", "%s：机床没有该气路，或该气路没有模拟输出；跳过"};
+inline constinit TText SGasUnsettled{"IxoCut", "SGasUnsettled", "%s：%s V 时气压在 %d 秒内未稳定；停止标定"};
 inline constinit TText SGasFlatPoints{
     "IxoCut", "SGasFlatPoints", "%s：测得的气压都在其平均值 %s bar 的 0.1 bar 以内，气阀或传感器未响应；保留原有标定"};
 inline constinit TText SGasFewPoints{"IxoCut", "SGasFewPoints", "%s：只测得 %d 点，至少需要 3 点；保留原有标定"};
-inline constinit TText SGasKeptFile{"IxoCut", "SGasKeptFile", "未全部完成：机器文件保持不变"};
+inline constinit TText SGasKeptFile{"IxoCut", "SGasKeptFile", "未全部完成：机床文件保持不变"};
 
 inline constinit TText SGasDescent{"IxoCut", "SGasDescent", "自上而下再测一遍，仅供记录"};
 
@@ -35,12 +35,12 @@ inline constinit TText SGasVerdict{"IxoCut", "SGasVerdict", "%s 的诊断："};
 
 // gas pressure
 inline constinit TText SGasNoTable{"IxoCut", "SGasNoTable",
-                                   "%s：机器文件中该气路没有启用的标定表；请先校正（gas calibrate）或读取（gas load）"};
+                                   "%s：机床文件中该气路没有启用的标定表；请先标定（gas calibrate）或读取（gas load）"};
 inline constinit TText SGasPressure{"IxoCut", "SGasPressure",
                                     "%s %s bar：按标定表为 %s V；实际 %s bar，误差 %s bar（%s），传感器读数 %s bar"};
 
 // gas verdict
-inline constinit TText SVerdictTitle{"IxoCut", "SVerdictTitle", "%s，喷嘴 %s %s 毫米：%s 个测点，最高 %s bar"};
+inline constinit TText SVerdictTitle{"IxoCut", "SVerdictTitle", "%s，割嘴 %s %s 毫米：%s 个测点，最高 %s bar"};
 inline constinit TText SVerdictReadings{"IxoCut", "SVerdictReadings", "%s 的读数不是数值：检查传感器及其接线"};
 inline constinit TText SVerdictFrozen{"IxoCut", "SVerdictFrozen", "所有 %s 个读数完全相同：传感器无响应"};
 inline constinit TText SVerdictUnsettled{
