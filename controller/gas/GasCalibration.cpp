@@ -12,6 +12,7 @@
 #include "ixocamglue/gascal/Ugasdaadjust.h"
 #include "ixocamglue/platform/ports/MotionDriver.h"
 #include "ixocamglue/support/Faults.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
 namespace {
@@ -97,11 +98,11 @@ void TGasCalibration::KeepPrevious(std::int32_t gas) {
 
 bool TGasCalibration::Start(std::string& reason) {
   if (FController.Running() || FController.Framework().CurrentState() != nsStandby) {
-    reason = "the machine is busy";
+    reason = Tr("the machine is busy");
     return false;
   }
   if (FController.Framework().SafePending()) {
-    reason = "a device has not acknowledged switching off";
+    reason = Tr("a device has not acknowledged switching off");
     return false;
   }
   std::vector<std::int32_t> gases;
@@ -109,7 +110,7 @@ bool TGasCalibration::Start(std::string& reason) {
   FStartMs = Clock().MonotonicMs();
   FGasStartMs = FStartMs;
   if (FModel.StartAjdust(std::move(gases))) return true;
-  reason = "the calibration cannot be started";
+  reason = Tr("the calibration cannot be started");
   return false;
 }
 

@@ -11,6 +11,7 @@
 #include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
 namespace {
@@ -53,18 +54,18 @@ class TReader {
       : FFile(file), FValue(value), FPath(std::move(path)) {}
 
   [[noreturn]] void Fail(const std::string& why) const {
-    throw EProblem(pbUnusable, FFile + ": " + (FPath.empty() ? "" : FPath + ": ") + why);
+    throw EProblem(pbUnusable, TProblem{.What = why, .Where = FFile + (FPath.empty() ? "" : ": " + FPath)});
   }
   [[nodiscard]] TReader At(const char* name) const {
-    if (!FValue.is_object()) Fail("not an object");
+    if (!FValue.is_object()) Fail(Tr("not an object"));
     const auto it = FValue.find(name);
-    if (it == FValue.end()) Fail(Format("\"%s\" is missing", name));
+    if (it == FValue.end()) Fail(Format(Tr("\"%s\" is missing"), name));
     return {FFile, *it, (FPath.empty() ? "" : FPath + "/") + name};
   }
   // Whether there is such a value.
   [[nodiscard]] bool Has(const char* name) const { return FValue.is_object() && FValue.contains(name); }
   [[nodiscard]] std::vector<TReader> Items() const {
-    if (!FValue.is_array()) Fail("not a list");
+    if (!FValue.is_array()) Fail(Tr("not a list"));
     std::vector<TReader> items;
     items.reserve(FValue.size());
     for (const TJson& item : FValue)
@@ -72,23 +73,24 @@ class TReader {
     return items;
   }
   [[nodiscard]] double Number(double lowest, double highest) const {
-    if (!FValue.is_number()) Fail("not a number");
+    if (!FValue.is_number()) Fail(Tr("not a number"));
     const double number = FValue.get<double>();
-    if (!(number >= lowest && number <= highest)) Fail(Format("%.10g is not in %.10g..%.10g", number, lowest, highest));
+    if (!(number >= lowest && number <= highest))
+      Fail(Format(Tr("%.10g is not in %.10g..%.10g"), number, lowest, highest));
     return number;
   }
   [[nodiscard]] bool Flag() const {
-    if (!FValue.is_boolean()) Fail("neither true nor false");
+    if (!FValue.is_boolean()) Fail(Tr("neither true nor false"));
     return FValue.get<bool>();
   }
   [[nodiscard]] std::string Text() const {
-    if (!FValue.is_string()) Fail("not a text");
+    if (!FValue.is_string()) Fail(Tr("not a text"));
     return FValue.get<std::string>();
   }
   [[nodiscard]] bool IsNull() const { return FValue.is_null(); }
   [[nodiscard]] TDot Pair(double highestX) const {
     const std::vector<TReader> items = Items();
-    if (items.size() != 2) Fail("not a pair of numbers");
+    if (items.size() != 2) Fail(Tr("not a pair of numbers"));
     return {items[0].Number(0.0, highestX),
             items[1].IsNull() ? std::numeric_limits<double>::quiet_NaN() : items[1].Number(-kMost, kMost)};
   }
@@ -111,7 +113,7 @@ TRecordedGasPoint PointOf(const TReader& reader) {
   for (const TReader& sample : reader.At("samples").Items()) {
     point.Samples.push_back(sample.Pair(TReader::kMost));
     const std::size_t n = point.Samples.size();
-    if (n > 1 && point.Samples[n - 1].X <= point.Samples[n - 2].X) sample.Fail("not later than the sample before");
+    if (n > 1 && point.Samples[n - 1].X <= point.Samples[n - 2].X) sample.Fail(Tr("not later than the sample before"));
   }
   return point;
 }
@@ -126,7 +128,7 @@ TRecordedGas GasOf(const TReader& reader) {
   for (const TReader& point : reader.At("points").Items()) gas.Points.push_back(PointOf(point));
   for (const TReader& dot : reader.At("table").Items()) {
     gas.Table.push_back(dot.Pair(kHighestVolt));
-    if (!std::isfinite(gas.Table.back().Y)) dot.Fail("not a pair of numbers");
+    if (!std::isfinite(gas.Table.back().Y)) dot.Fail(Tr("not a pair of numbers"));
   }
   return gas;
 }
@@ -153,11 +155,12 @@ TGasRecording ReadGasRecording(const std::string& file) {
   try {
     document = TJson::parse(text);
   } catch (const nlohmann::json::exception& e) {
-    throw EProblem(pbUnusable, file + ": no JSON document: " + e.what());
+    throw EProblem(pbUnusable, TProblem{.What = Tr("no JSON document"), .Where = file, .Why = e.what()});
   }
   const TReader root(file, document);
-  if (root.At("format").Text() != kFormat) root.At("format").Fail("this is no gas recording");
-  if (root.At("version").Number(0, TReader::kMost) != kVersion) root.At("version").Fail("this version is not known");
+  if (root.At("format").Text() != kFormat) root.At("format").Fail(Tr("this is no gas recording"));
+  if (root.At("version").Number(0, TReader::kMost) != kVersion)
+    root.At("version").Fail(Tr("this version is not known"));
   TGasRecording recording;
   const TReader nozzle = root.At("nozzle");
   recording.NozzType = nozzle.At("type").Text();

@@ -5,7 +5,9 @@
 #include <optional>
 
 #include "controller/gas/GasTexts.h"
+#include "controller/procedures/Timeline.h"
 #include "ixocamglue/gascal/Refine.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
 
@@ -34,6 +36,7 @@ constexpr double kSlowS = 0.5;       // time constant
 constexpr double kMoves = 0.05;          // of the highest pressure: enough to see a time constant in
 constexpr std::size_t kSmoothed = 9;     // readings
 constexpr double kRareReadingMs = 25.0;  // between two readings: too rare for a settling check
+constexpr std::size_t kKindWidth = 10;   // on the screen
 constexpr double kDoubtful = 0.05;       // the curve may be so wrong between its points
 
 std::string Figure(double value) { return Format("%.3g", value); }
@@ -135,10 +138,10 @@ class TJudge {
     }
     if (const double share = static_cast<double>(lost) / static_cast<double>(std::max<std::size_t>(all, 1));
         share > kLost) {
-      Add("readings", true, 100.0 * share, "%", Show(SVerdictReadings, Percent(share).c_str()));
+      Add(TrMark("readings"), true, 100.0 * share, "%", Show(SVerdictReadings, Percent(share).c_str()));
     }
     if (same > 1 && same == all - lost)
-      Add("frozen", true, static_cast<double>(same), "", Show(SVerdictFrozen, std::to_string(same).c_str()));
+      Add(TrMark("frozen"), true, static_cast<double>(same), "", Show(SVerdictFrozen, std::to_string(same).c_str()));
   }
 
   void Unsettled() {
@@ -150,10 +153,10 @@ class TJudge {
     const std::string points = std::to_string(open);
     const std::string volt = Figure(last->Volt);
     if (count > 1.0 && ms / (count - 1.0) > kRareReadingMs)
-      return Add("settling", true, static_cast<double>(open), "",
+      return Add(TrMark("settling"), true, static_cast<double>(open), "",
                  Show(SVerdictRare, points.c_str(), volt.c_str(), Figure(1000.0 * (count - 1.0) / ms).c_str()));
     const auto tail = TailOf(*last);
-    Add("settling", true, static_cast<double>(open), "",
+    Add(TrMark("settling"), true, static_cast<double>(open), "",
         tail ? Show(SVerdictUnsettled, points.c_str(), volt.c_str(), Figure(ms / 1000.0).c_str(),
                     Format("%+.2g", tail->Rise).c_str(), Figure(tail->Deviation).c_str())
              : Show(SVerdictCutOff, points.c_str(), volt.c_str(), Figure(ms / 1000.0).c_str()));
@@ -162,14 +165,15 @@ class TJudge {
   bool Responds() {
     if (FUp.Count() < 2) {
       const bool said = std::ranges::any_of(FGas.Points, [](const auto& point) { return !point.Settled; });
-      if (!said) Add("points", true, FUp.Count(), "", Show(SVerdictFewPoints, std::to_string(FUp.Count()).c_str()));
+      if (!said)
+        Add(TrMark("points"), true, FUp.Count(), "", Show(SVerdictFewPoints, std::to_string(FUp.Count()).c_str()));
       return false;
     }
     double lowest = FHighest;
     for (const TDot& dot : FUp.Dots()) lowest = std::min(lowest, dot.Y);
     const double change = FHighest - lowest;
     if (change > kFlatBar) return true;
-    Add("response", true, change, "bar", Show(SVerdictFlat, Figure(change).c_str()));
+    Add(TrMark("response"), true, change, "bar", Show(SVerdictFlat, Figure(change).c_str()));
     return false;
   }
 
@@ -179,9 +183,9 @@ class TJudge {
     double lowest = FGas.Zero.value_or(0.0);
     for (const TDot& dot : FUp.Dots()) lowest = std::min(lowest, dot.Y);
     if (lowest < -std::max(kOffZeroBar, kOffZero * Scatter().value_or(0.0)))
-      Add("zero", true, lowest, "bar", Show(SVerdictZeroBad, Figure(lowest).c_str()));
+      Add(TrMark("zero"), true, lowest, "bar", Show(SVerdictZeroBad, Figure(lowest).c_str()));
     else if (FGas.Zero)
-      Add("zero", false, *FGas.Zero, "bar", Show(SVerdictZero, Figure(*FGas.Zero).c_str()));
+      Add(TrMark("zero"), false, *FGas.Zero, "bar", Show(SVerdictZero, Figure(*FGas.Zero).c_str()));
   }
 
   // The middle one of the points' deviations.
@@ -199,7 +203,7 @@ class TJudge {
     const std::optional<double> scatter = Scatter();
     if (!scatter) return;
     const bool noisy = *scatter > kNoisy * FHighest;
-    Add("noise", noisy, *scatter, "bar",
+    Add(TrMark("noise"), noisy, *scatter, "bar",
         Show(noisy ? SVerdictNoiseBad : SVerdictNoise, Figure(*scatter).c_str(), Percent(*scatter / FHighest).c_str()));
   }
 
@@ -213,7 +217,7 @@ class TJudge {
       atVolt = point.Volt;
     }
     if (longest <= kSlowS) return false;
-    Add("slow", true, longest, "s", Show(SVerdictSlow, Figure(atVolt).c_str(), Figure(longest).c_str()));
+    Add(TrMark("slow"), true, longest, "s", Show(SVerdictSlow, Figure(atVolt).c_str(), Figure(longest).c_str()));
     return true;
   }
 
@@ -232,22 +236,24 @@ class TJudge {
     if (!any) return;
     const double share = std::abs(drift) / FHighest;
     if (share > kDrifting)
-      Add("drift", true, 100.0 * share, "%/s", Show(SVerdictDriftBad, Figure(atVolt).c_str(), Percent(share).c_str()));
+      Add(TrMark("drift"), true, 100.0 * share, "%/s",
+          Show(SVerdictDriftBad, Figure(atVolt).c_str(), Percent(share).c_str()));
     else
-      Add("drift", false, 100.0 * share, "%/s", Show(SVerdictDrift, Percent(share).c_str()));
+      Add(TrMark("drift"), false, 100.0 * share, "%/s", Show(SVerdictDrift, Percent(share).c_str()));
   }
 
   void Curve() {
     const double foot = FootVolt();
     const bool wide = foot > kWideDeadBandV;
-    Add("dead-band", wide, foot, "V", Show(wide ? SVerdictDeadBandBad : SVerdictDeadBand, Figure(foot).c_str()));
+    Add(TrMark("dead-band"), wide, foot, "V",
+        Show(wide ? SVerdictDeadBandBad : SVerdictDeadBand, Figure(foot).c_str()));
     const double full = FullVolt();
     const double usable = full - foot;
     const bool narrow = usable < kNarrowV;
     if (full > kRisingV)
-      Add("saturation", false, kFullScaleV, "V", Show(SVerdictRising, Figure(usable).c_str()));
+      Add(TrMark("saturation"), false, kFullScaleV, "V", Show(SVerdictRising, Figure(usable).c_str()));
     else
-      Add("saturation", narrow, full, "V",
+      Add(TrMark("saturation"), narrow, full, "V",
           Show(narrow ? SVerdictSaturationBad : SVerdictSaturation, Figure(full).c_str(), Figure(usable).c_str()));
   }
 
@@ -287,17 +293,18 @@ class TJudge {
     if (most < 0.0) return;
     const double share = most / FHighest;
     if (share > kSticky)
-      Add("hysteresis", true, most, "bar",
+      Add(TrMark("hysteresis"), true, most, "bar",
           Show(SVerdictHysteresisBad, Figure(atVolt).c_str(), Figure(most).c_str(), Percent(share).c_str()));
     else
-      Add("hysteresis", false, most, "bar", Show(SVerdictHysteresis, Figure(most).c_str(), Percent(share).c_str()));
+      Add(TrMark("hysteresis"), false, most, "bar",
+          Show(SVerdictHysteresis, Figure(most).c_str(), Percent(share).c_str()));
   }
 
   void Supply() {
     if (FGas.MaxPressure <= 0.0) return;
     const double share = FHighest / FGas.MaxPressure;
     const bool low = share < kLowSupply;
-    Add("supply", low, FHighest, "bar",
+    Add(TrMark("supply"), low, FHighest, "bar",
         Show(low ? SVerdictSupplyBad : SVerdictSupply, Figure(FHighest).c_str(), Percent(share).c_str()));
   }
 
@@ -305,7 +312,7 @@ class TJudge {
     const TCurveDoubt doubt = LargestDoubt(FGas.Table);
     const double share = doubt.Bar / FHighest;
     if (share >= kDoubtful)
-      Add("method", false, 100.0 * share, "%",
+      Add(TrMark("method"), false, 100.0 * share, "%",
           Show(SVerdictDoubt, Figure(doubt.FromVolt).c_str(), Figure(doubt.ToVolt).c_str(), Percent(share).c_str()));
   }
 
@@ -326,8 +333,11 @@ const TGasFinding* FirstBad(const std::vector<TGasFinding>& findings) {
 
 std::vector<std::string> FindingLines(const std::vector<TGasFinding>& findings) {
   std::vector<std::string> lines;
-  for (const TGasFinding& finding : findings)
-    lines.push_back(Format("  %s %-10s %s", finding.Bad ? "!!" : "ok", finding.Kind, finding.Sentence.c_str()));
+  for (const TGasFinding& finding : findings) {
+    std::string kind = Tr(finding.Kind);
+    kind.append(kKindWidth - std::min(kKindWidth, DisplayWidth(kind)), ' ');
+    lines.push_back(Format("  %s %s %s", finding.Bad ? "!!" : "ok", kind.c_str(), finding.Sentence.c_str()));
+  }
   return lines;
 }
 

@@ -17,6 +17,7 @@
 #include "controller/procedures/ProcedureRun.h"
 #include "ixocamglue/monitor/Umonitorsink.h"
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/Console.h"
@@ -303,23 +304,24 @@ int RunCalibrate(const TCalibrateOptions& options, std::ostream& out) {
 void AddGasCalibrateCommand(CLI::App& gas, TCommandRun& run) {
   const auto options = std::make_shared<TCalibrateOptions>();
   options->Saves = true;
-  CLI::App* const command = gas.add_subcommand("calibrate", "Measure the valves' curves on the simulated machine");
-  command->add_option("--gas", options->Gases, std::string("The gases, separated by commas: ") + kGasHelp)
+  CLI::App* const command = gas.add_subcommand("calibrate", Tr("Measure the valves' curves on the simulated machine"));
+  command->add_option("--gas", options->Gases, std::string(Tr("The gases, separated by commas: ")) + Tr(kGasHelp))
       ->required()
       ->type_name("LIST");
   AddNozzleOptions(*command, options->Nozzle.Type, options->Nozzle.Size, true);
-  command->add_option("--plot", options->Plot, "Draw the points, the curve and the pressures over time (.svg)")
+  command->add_option("--plot", options->Plot, Tr("Draw the points, the curve and the pressures over time (.svg)"))
       ->type_name("FILE");
   command
       ->add_option("--method", options->Method,
-                   "exact, or refined: more points where the curve bends, the settling extrapolated")
+                   Tr("exact, or refined: more points where the curve bends, the settling extrapolated"))
       ->check(CLI::IsMember({"exact", "refined"}))
       ->type_name("NAME")
       ->capture_default_str();
   CLI::Option* const record =
-      command->add_option("--record", options->Record, "Keep every sample in this file, for \"gas verdict\" (.json)")
+      command
+          ->add_option("--record", options->Record, Tr("Keep every sample in this file, for \"gas verdict\" (.json)"))
           ->type_name("FILE");
-  command->add_flag("--descend", options->Descend, "Measure the same voltages once more downwards, for the record")
+  command->add_flag("--descend", options->Descend, Tr("Measure the same voltages once more downwards, for the record"))
       ->needs(record);
   command->add_flag("--keep", options->Keep, Tr("Store a calibration all the same whose verdict is bad"));
   std::vector<std::string> faults;
@@ -330,26 +332,22 @@ void AddGasCalibrateCommand(CLI::App& gas, TCommandRun& run) {
       ->expected(1)
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
       ->type_name("NAME");
-  command->add_flag("--realtime", options->Realtime, "Run on the real clock; Ctrl-C stops the calibration");
+  command->add_flag("--realtime", options->Realtime, Tr("Run on the real clock; Ctrl-C stops the calibration"));
   AddJsonOption(*command, options->Json);
   AddControllerSettings(*command, *options);
-  command->footer(
-      "The curves go into the machine file, once all gases are done, and into GasCalibration.config beside it under\n"
-      "the nozzle. A pressure that does not settle within 15 s stops the calibration. Where the pressure does not "
-      "change\n"
-      "with the voltage, or the verdict at the end is bad, the gas keeps its previous table. The exact method can "
-      "leave\n"
-      "the curve wrong by more than 5 % between its points; --method refined measures more of them.\n"
-      "\n"
-      "Exit codes: 0 all gases were calibrated, 1 otherwise, 2 wrong command line, 3 a file or device problem.\n"
-      "\n"
-      "Examples:\n"
-      "  ixocut gas calibrate --gas Air,O2,N2 --nozzle S --size 1.5\n"
-      "  ixocut gas calibrate --gas O2 --nozzle D --size 2 --plot o2.svg --lang en\n"
-      "  ixocut gas calibrate --gas N2 --nozzle S --size 1.5 --method refined --record n2.json --descend\n"
-      "  ixocut gas calibrate --gas O2 --nozzle S --size 1.5 --fault gas.weak-supply\n"
-      "\n"
-      "Software is not the emergency stop.");
+  SetHelp(
+      *command,
+      {.Notes =
+           Tr("The curves go into the machine file, once all gases are done, and into GasCalibration.config beside it "
+              "under\nthe nozzle. A pressure that does not settle within 15 s stops the calibration. Where the "
+              "pressure does not change\nwith the voltage, or the verdict at the end is bad, the gas keeps its "
+              "previous table. The exact method can leave\nthe curve wrong by more than 5 percent between its points; "
+              "--method refined measures more of them."),
+       .ExitCodes = Tr("0 all gases were calibrated, 1 otherwise, 2 wrong command line, 3 a file or device problem"),
+       .Examples = {"ixocut gas calibrate --gas Air,O2,N2 --nozzle S --size 1.5",
+                    "ixocut gas calibrate --gas O2 --nozzle D --size 2 --plot o2.svg --lang en",
+                    "ixocut gas calibrate --gas N2 --nozzle S --size 1.5 --method refined --record n2.json --descend",
+                    "ixocut gas calibrate --gas O2 --nozzle S --size 1.5 --fault gas.weak-supply"}});
   command->callback([options, &run] { run = [options] { return RunCalibrate(*options, std::cout); }; });
 }
 

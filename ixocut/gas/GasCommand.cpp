@@ -5,7 +5,9 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
 
 namespace ixocut {
@@ -24,8 +26,12 @@ std::vector<std::int32_t> ParseGases(std::string_view text) {
     const std::size_t comma = std::min(text.find(',', from), text.size());
     const std::string name(TrimXml(text.substr(from, comma - from)));
     const std::int32_t gas = AskedGasType(name);
-    if (gas < 0) throw EProblem(pbRequest, "--gas: \"" + name + "\" is no gas; " + kGasHelp);
-    if (std::ranges::find(gases, gas) != gases.end()) throw EProblem(pbRequest, "--gas: " + name + " is there twice");
+    if (gas < 0)
+      throw EProblem(
+          pbRequest,
+          {.What = Format(Tr("\"%s\" is no gas"), name.c_str()), .Where = "--gas", .Why = {}, .Remedy = Tr(kGasHelp)});
+    if (std::ranges::find(gases, gas) != gases.end())
+      throw EProblem(pbRequest, TProblem{.What = Format(Tr("%s is there twice"), name.c_str()), .Where = "--gas"});
     gases.push_back(gas);
     from = comma + 1;
   }
@@ -44,17 +50,18 @@ nlohmann::ordered_json FindingsJson(const std::vector<ixocontroller::TGasFinding
 }
 
 void AddNozzleOptions(CLI::App& command, std::string& nozzle, double& size, bool required) {
-  command.add_option("--nozzle", nozzle, "The nozzle's type, S or D for example")
+  command.add_option("--nozzle", nozzle, Tr("The nozzle's type, S or D for example"))
       ->check(CLI::Validator(
-          [](const std::string& text) { return text.empty() ? std::string("the type is empty") : std::string(); }, ""))
+          [](const std::string& text) { return text.empty() ? std::string(Tr("the type is empty")) : std::string(); },
+          ""))
       ->type_name("TYPE")
       ->required(required);
-  command.add_option("--size", size, "The nozzle's diameter in mm, above 0 to 100")
+  command.add_option("--size", size, Tr("The nozzle's diameter in mm, above 0 to 100"))
       ->check(CLI::Validator(
           [](const std::string& text) {
             const auto value = ParseNumber<double>(text);
             const bool fits = value && *value > 0.0 && *value <= kLargestNozzleMm;
-            return fits ? std::string() : "\"" + text + "\" is no diameter above 0 to 100 mm";
+            return fits ? std::string() : Format(Tr("\"%s\" is no diameter above 0 to 100 mm"), text.c_str());
           },
           ""))
       ->type_name("MM")
@@ -63,22 +70,17 @@ void AddNozzleOptions(CLI::App& command, std::string& nozzle, double& size, bool
 
 void AddGasCommand(CLI::App& program, TCommandRun& run) {
   CLI::App* const gas =
-      program.add_subcommand("gas", "Calibrate gas valves; look at, load, compare, use and judge what came of it");
+      program.add_subcommand("gas", Tr("Calibrate gas valves; look at, load, compare, use and judge what came of it"));
   gas->require_subcommand(1);
-  gas->footer(
-      "Exit codes: 0 success, 1 it ended otherwise or the tables differ, 2 wrong command line, 3 a file or device\n"
-      "problem.\n"
-      "\n"
-      "Examples:\n"
-      "  ixocut gas calibrate --gas Air,O2,N2 --nozzle S --size 1.5 --plot gas.svg\n"
-      "  ixocut gas show\n"
-      "  ixocut gas diff --gas O2 --nozzle S --size 1.5\n"
-      "  ixocut gas load --gas O2 --nozzle S --size 1.5\n"
-      "  ixocut gas pressure --gas O2 --bar 3.5\n"
-      "  ixocut gas verdict gas.json\n"
-      "  ixocut gas study --valves 40 --seed 1\n"
-      "\n"
-      "Software is not the emergency stop.");
+  SetHelp(
+      *gas,
+      {.Notes = {},
+       .ExitCodes = Tr("0 success, 1 it ended otherwise or the tables differ, 2 wrong command line, 3 a file or device "
+                       "problem"),
+       .Examples = {"ixocut gas calibrate --gas Air,O2,N2 --nozzle S --size 1.5 --plot gas.svg", "ixocut gas show",
+                    "ixocut gas diff --gas O2 --nozzle S --size 1.5", "ixocut gas load --gas O2 --nozzle S --size 1.5",
+                    "ixocut gas pressure --gas O2 --bar 3.5", "ixocut gas verdict gas.json",
+                    "ixocut gas study --valves 40 --seed 1"}});
   for (const TAddCommand add : kGasCommands) add(*gas, run);
 }
 

@@ -29,6 +29,6 @@ void AddGasStudyCommand(CLI::App& gas, TCommandRun& run);
 [[nodiscard]] inline const char* GasName(std::int32_t gasType) { return GasTypeName(gasType); }
 [[nodiscard]] nlohmann::ordered_json FindingsJson(const std::vector<ixocontroller::TGasFinding>& findings);
 void AddNozzleOptions(CLI::App& command, std::string& nozzle, double& size, bool required);
-inline constexpr const char* kGasHelp = "Air, O2, N2, H-Air, H-O2 or H-N2, or its number from 1";
+inline constexpr const char* kGasHelp = TrMark("Air, O2, N2, H-Air, H-O2 or H-N2, or its number from 1");
 
 }  // namespace ixocut

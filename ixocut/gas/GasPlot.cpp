@@ -5,6 +5,7 @@
 
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
 #include "ixocut/Plot.h"
 #include "ixocut/gas/GasCommand.h"
@@ -35,13 +36,12 @@ std::string CurvePanel(const TGasResult& result, std::string& data, int& number)
     plots += (plots.empty() ? "plot " : ", ") + Block(data, number, dots) + " using 1:2 with " + style + " title " +
              PlotText(title);
   };
-  add(result.Curve, "linespoints pt 1 ps 0.7 lw 1.5 lc rgb '#1f77b4'", "rebuilt curve");
-  add(measured, "points pt 7 ps 0.6 lc rgb '#d62728'", "measured");
-  const std::string title = Format("%s: %zu points, %.1f s", GasName(result.Gas), measured.size(),
+  add(result.Curve, "linespoints pt 1 ps 0.7 lw 1.5 lc rgb '#1f77b4'", Tr("rebuilt curve"));
+  add(measured, "points pt 7 ps 0.6 lc rgb '#d62728'", Tr("measured"));
+  const std::string title = Format(Tr("%s: %zu points, %.1f s"), GasName(result.Gas), measured.size(),
                                    static_cast<double>(result.DurationMs) / 1000);
-  return "set title " + PlotText(title) +
-         "\nset xlabel 'valve voltage / V'\nset ylabel 'pressure / bar'\nset xrange [0:10]\n"
-         "set key inside bottom right\n" +
+  return "set title " + PlotText(title) + "\nset xlabel " + PlotText(Tr("valve voltage / V")) + "\nset ylabel " +
+         PlotText(Tr("pressure / bar")) + "\nset xrange [0:10]\nset key inside bottom right\n" +
          (plots.empty() ? "plot NaN notitle" : plots) + "\n";
 }
 
@@ -53,11 +53,11 @@ std::string TracePanel(const TGasResult& result, std::string& data, int& number)
     if (point.Samples.empty()) continue;
     plots += (plots.empty() ? "plot " : ", ") + Block(data, number, point.Samples) +
              Format(" using 1:2 with lines lw 1.2 lc palette frac %.3f title ", 1.0 * colour++ / (count - 1)) +
-             PlotText(Format("%.2f V%s", point.Volt, point.Settled ? "" : " (not settled)"));
+             PlotText(Format("%.2f V%s", point.Volt, point.Settled ? "" : Tr(" (not settled)")));
   }
-  return "set title 'pressure after each new voltage'\nset xlabel 'time since the voltage was put out / ms'\n"
-         "set ylabel 'pressure / bar'\nset xrange [0:*]\nset key outside right\n" +
-         (plots.empty() ? "plot NaN notitle" : plots) + "\n";
+  return "set title " + PlotText(Tr("pressure after each new voltage")) + "\nset xlabel " +
+         PlotText(Tr("time since the voltage was put out / ms")) + "\nset ylabel " + PlotText(Tr("pressure / bar")) +
+         "\nset xrange [0:*]\nset key outside right\n" + (plots.empty() ? "plot NaN notitle" : plots) + "\n";
 }
 
 }  // namespace
@@ -66,7 +66,7 @@ void DrawGasCalibration(const std::vector<TGasResult>& results, const TGasNozzle
   std::vector<const TGasResult*> shown;
   for (const TGasResult& result : results)
     if (!result.Points.empty()) shown.push_back(&result);
-  if (shown.empty()) throw EProblem(pbUnusable, "nothing was measured: there is nothing to plot");
+  if (shown.empty()) throw EProblem(pbUnusable, Tr("nothing was measured: there is nothing to plot"));
   std::string data;
   std::string plots;
   int number = 0;
@@ -75,8 +75,10 @@ void DrawGasCalibration(const std::vector<TGasResult>& results, const TGasNozzle
              CurvePanel(*result, data, number) + TracePanel(*result, data, number);
   std::string script = PlotStart(kWidth, static_cast<int>(40 + kRowHeight * shown.size()));
   script += "set grid\nunset colorbox\nset palette rgbformulae 33,13,10\nset cbrange [0:1]\n" + data;
-  script += Format("set multiplot layout %zu,2 title ", shown.size()) +
-            PlotText("gas calibration, nozzle " + nozzle.Type + " " + ValueText(nozzle.Size) + " mm") + "\n";
+  script +=
+      Format("set multiplot layout %zu,2 title ", shown.size()) +
+      PlotText(Format(Tr("gas calibration, nozzle %s %s mm"), nozzle.Type.c_str(), ValueText(nozzle.Size).c_str())) +
+      "\n";
   DrawPlot(script + plots + "unset multiplot\nset output\n", target);
 }
 

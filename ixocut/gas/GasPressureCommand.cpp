@@ -11,6 +11,7 @@
 #include "controller/procedures/ProcedureRun.h"
 #include "ixocamglue/gascal/Uzemgasadjustmodel.h"
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/Console.h"
@@ -62,22 +63,25 @@ TReached Reach(TController& session, std::int32_t branch, double bar) {
 
 int RunPressure(const TPressureOptions& options, std::ostream& out) {
   const std::vector<std::int32_t> gases = ParseGases(options.Gas);
-  if (gases.size() != 1) throw EProblem(pbRequest, "--gas: one gas at a time");
+  if (gases.size() != 1) throw EProblem(pbRequest, TProblem{.What = Tr("one gas at a time"), .Where = "--gas"});
   const std::int32_t gas = gases.front();
   const std::string name = GasName(gas);
   const auto bar = ParseNumber<double>(options.Bar);
-  if (!bar || !(*bar >= 0.0)) throw EProblem(pbRequest, "--bar: \"" + options.Bar + "\" is no pressure in bar");
+  if (!bar || !(*bar >= 0.0))
+    throw EProblem(pbRequest,
+                   TProblem{.What = Format(Tr("\"%s\" is no pressure in bar"), options.Bar.c_str()), .Where = "--bar"});
 
   TConsole console(out, options.Json, false);
   TController machine(options.Options(&console));
   console.SetStart(Clock().MonotonicMs());
 
   const TGasBranchConfig* const branch = MachineConfig()->GetGasBranch(gas);
-  if (!branch) throw EProblem(pbUnusable, "the machine has no branch for " + name);
+  if (!branch) throw EProblem(pbUnusable, Format(Tr("the machine has no branch for %s"), name.c_str()));
   if (*bar > branch->GetMaxPressure())
-    throw EProblem(pbRequest,
-                   Format("--bar: %s is above the %s bar that the branch of %s may have", ValueText(*bar).c_str(),
-                          ValueText(branch->GetMaxPressure()).c_str(), name.c_str()));
+    throw EProblem(pbRequest, TProblem{.What = Format(Tr("%s is above the %s bar that the branch of %s may have"),
+                                                      ValueText(*bar).c_str(),
+                                                      ValueText(branch->GetMaxPressure()).c_str(), name.c_str()),
+                                       .Where = "--bar"});
   const auto volt = branch->DAAdjustTable.GetVolt(*bar);
   if (!branch->DAAdjustEnabled || !volt) {
     const TProblem problem{.What = Show(SGasNoTable, name.c_str())};
@@ -114,21 +118,18 @@ int RunPressure(const TPressureOptions& options, std::ostream& out) {
 void AddGasPressureCommand(CLI::App& gas, TCommandRun& run) {
   const auto options = std::make_shared<TPressureOptions>();
   CLI::App* const command =
-      gas.add_subcommand("pressure", "Set a pressure by the stored table and see what the machine reaches");
-  command->add_option("--gas", options->Gas, std::string("The gas: ") + kGasHelp)->required()->type_name("GAS");
-  command->add_option("--bar", options->Bar, "The pressure")->required()->type_name("BAR");
+      gas.add_subcommand("pressure", Tr("Set a pressure by the stored table and see what the machine reaches"));
+  command->add_option("--gas", options->Gas, std::string(Tr("The gas: ")) + Tr(kGasHelp))->required()->type_name("GAS");
+  command->add_option("--bar", options->Bar, Tr("The pressure"))->required()->type_name("BAR");
   AddJsonOption(*command, options->Json);
   AddControllerSettings(*command, *options);
-  command->footer(
-      "The pressure reached is the simulated machine's own, at rest; the error is its difference from --bar.\n"
-      "\n"
-      "Exit codes: 0 done, 1 no table is in use or its curve does not reach so far, 2 wrong command line, 3 a file or "
-      "device problem.\n"
-      "\n"
-      "Example:\n"
-      "  ixocut gas pressure --gas O2 --bar 3.5\n"
-      "\n"
-      "Software is not the emergency stop.");
+  SetHelp(*command,
+          {.Notes = Tr("The pressure reached is the simulated machine's own, at rest; the error is its difference from "
+                       "--bar."),
+           .ExitCodes =
+               Tr("0 done, 1 no table is in use or its curve does not reach so far, 2 wrong command line, 3 a file "
+                  "or device problem"),
+           .Examples = {"ixocut gas pressure --gas O2 --bar 3.5"}});
   command->callback([options, &run] { run = [options] { return RunPressure(*options, std::cout); }; });
 }
 

@@ -7,6 +7,7 @@
 
 #include "ixocamglue/platform/xml/MachineConfig.h"
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/Texts.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/Console.h"
 #include "ixocut/Document.h"
@@ -33,15 +34,15 @@ int RunStudy(const TStudyOptions& options, std::ostream& out) {
 
   TConsole console(out, options.Json, false);
   std::vector<std::vector<std::string>> table{
-      {"method", "gas", "points", "time s", "median %", "90 %", "worst %", "unfinished"}};
+      {Tr("method"), Tr("gas"), Tr("points"), Tr("time s"), Tr("median"), "90 %", Tr("worst"), Tr("unfinished")}};
   auto json = nlohmann::ordered_json::array();
   for (const TStudyRow& row : StudyGasMethods(static_cast<std::int32_t>(options.Valves), options.Seed)) {
-    const char* const gas = row.GasType == 0 ? "all" : GasName(row.GasType);
-    table.push_back({GasMethodName(row.Method), gas, Format("%.1f", row.Points), Format("%.1f", row.Seconds),
-                     Format("%.2f", row.Median), Format("%.2f", row.Percent90), Format("%.2f", row.Worst),
-                     std::to_string(row.Unfinished)});
+    const bool all = row.GasType == 0;
+    table.push_back({GasMethodName(row.Method), all ? Tr("all gases") : GasName(row.GasType),
+                     Format("%.1f", row.Points), Format("%.1f", row.Seconds), Format("%.2f", row.Median),
+                     Format("%.2f", row.Percent90), Format("%.2f", row.Worst), std::to_string(row.Unfinished)});
     json.push_back({{"method", GasMethodName(row.Method)},
-                    {"gas", gas},
+                    {"gas", all ? "all" : GasName(row.GasType)},
                     {"points", row.Points},
                     {"seconds", row.Seconds},
                     {"medianPercent", row.Median},
@@ -49,7 +50,7 @@ int RunStudy(const TStudyOptions& options, std::ostream& out) {
                     {"worstPercent", row.Worst},
                     {"unfinished", row.Unfinished}});
   }
-  console.Say(Format("%llu valves of each gas, seed %llu; errors in %% of the pressure at 10 V",
+  console.Say(Format(Tr("%llu valves of each gas, seed %llu; errors in %% of the pressure at 10 V"),
                      static_cast<unsigned long long>(options.Valves), static_cast<unsigned long long>(options.Seed)));
   for (const std::string& line : DrawTable(table)) console.Say(line);
   console.Print("gas study", {{"valves", options.Valves}, {"seed", options.Seed}, {"rows", std::move(json)}});
@@ -61,19 +62,16 @@ int RunStudy(const TStudyOptions& options, std::ostream& out) {
 void AddGasStudyCommand(CLI::App& gas, TCommandRun& run) {
   const auto options = std::make_shared<TStudyOptions>();
   CLI::App* const command =
-      gas.add_subcommand("study", "Compare the methods of calibration over many simulated valves");
-  AddNumberOption(*command, "--valves", options->Valves, 1, kMostValves, "", "Valves of each gas")
+      gas.add_subcommand("study", Tr("Compare the methods of calibration over many simulated valves"));
+  AddNumberOption(*command, "--valves", options->Valves, 1, kMostValves, "", Tr("Valves of each gas"))
       ->capture_default_str();
   AddSeedOption(*command, options->Seed);
   AddJsonOption(*command, options->Json);
-  command->footer(
-      "The error of a table is its largest difference from the valve's true pressure over 0 to 10 V, in % of the true\n"
-      "pressure at 10 V. The time is the machine's, per valve.\n"
-      "\n"
-      "Example:\n"
-      "  ixocut gas study --valves 40 --seed 1\n"
-      "\n"
-      "Software is not the emergency stop.");
+  SetHelp(*command, {.Notes = Tr("The error of a table is its largest difference from the valve's true pressure over 0 "
+                                 "to 10 V, in percent of "
+                                 "the true\npressure at 10 V. The time is the machine's, per valve."),
+                     .ExitCodes = {},
+                     .Examples = {"ixocut gas study --valves 40 --seed 1"}});
   command->callback([options, &run] { run = [options] { return RunStudy(*options, std::cout); }; });
 }
 

@@ -10,6 +10,7 @@
 #include "controller/Controller.h"
 #include "ixocamglue/gascal/Uzemgasadjustmodel.h"
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/Console.h"
@@ -74,7 +75,8 @@ std::vector<std::int32_t> GasesOf(const TTablesOptions& options) {
   for (const std::int32_t gas : gases)
     if (std::ranges::find(kTableGases, gas) == std::end(kTableGases))
       throw EProblem(pbRequest,
-                     std::string("--gas: tables are stored for Air, O2 and N2 only, not for ") + GasName(gas));
+                     TProblem{.What = Format(Tr("tables are stored for Air, O2 and N2 only, not for %s"), GasName(gas)),
+                              .Where = "--gas"});
   return gases;
 }
 
@@ -93,14 +95,14 @@ int RunShow(const TTablesOptions& options, std::ostream& out) {
                       {"size", item->NozzSize},
                       {"record", item->RecordData},
                       {"points", JsonOf(dots)}});
-      console.Say(Format("%s %s %s mm: %zu points%s%s", GasName(gas), item->NozzType.c_str(),
+      console.Say(Format(Tr("%s %s %s mm: %zu points%s%s"), GasName(gas), item->NozzType.c_str(),
                          ValueText(item->NozzSize).c_str(), dots.size(), item->RecordData.empty() ? "" : ", ",
                          item->RecordData.c_str()));
       for (const TDot& dot : dots) console.Say("  " + AdjustPointText(dot.X, dot.Y));
     }
   }
   std::optional<TProblem> problem;
-  if (json.empty()) problem = {.What = "no such table", .Where = GasCaliConfigFile().string()};
+  if (json.empty()) problem = {.What = Tr("no such table"), .Where = GasCaliConfigFile().string()};
   console.Print("gas show", {{"file", GasCaliConfigFile().string()}, {"tables", json}}, problem);
   if (problem) console.Say(problem->Text());
   return json.empty() ? kExitOtherwise : kExitSuccess;
@@ -161,14 +163,14 @@ int RunDiff(const TTablesOptions& options, std::ostream& out) {
     if (!table || !present) {
       same = false;
       const std::string why =
-          !table ? "no table is stored for " + nozzle : std::string("the machine file has no table");
+          !table ? Format(Tr("no table is stored for %s"), nozzle.c_str()) : Tr("the machine file has no table");
       console.Say(std::string(GasName(gas)) + ": " + why);
       json.push_back({{"gas", GasName(gas)}, {"problem", why}});
       continue;
     }
     const TIncList stored = ListOf(*table);
     const TIncList used = ListOf(branch->DAAdjustTable);
-    std::vector<std::vector<std::string>> rows{{"V", "stored bar", "in use bar", "difference bar"}};
+    std::vector<std::vector<std::string>> rows{{"V", Tr("stored bar"), Tr("in use bar"), Tr("difference bar")}};
     auto points = nlohmann::ordered_json::array();
     double largest = 0.0;
     for (const double volt : AllVolts(stored, used)) {
@@ -179,15 +181,15 @@ int RunDiff(const TTablesOptions& options, std::ostream& out) {
     }
     const bool equal = stored.Dots() == used.Dots();
     same = same && equal;
-    console.Say(Format(
-        "%s %s: %s", GasName(gas), nozzle.c_str(),
-        equal ? "the stored table is in use" : Format("the tables differ, by %.4f bar at most", largest).c_str()));
+    console.Say(Format("%s %s: %s", GasName(gas), nozzle.c_str(),
+                       equal ? Tr("the stored table is in use")
+                             : Format(Tr("the tables differ, by %.4f bar at most"), largest).c_str()));
     if (!equal)
       for (const std::string& line : DrawTable(rows)) console.Say("  " + line);
     json.push_back({{"gas", GasName(gas)}, {"equal", equal}, {"largestBar", largest}, {"points", points}});
   }
   std::optional<TProblem> problem;
-  if (!same) problem = {.What = "the tables differ"};
+  if (!same) problem = {.What = Tr("the tables differ")};
   console.Print("gas diff", {{"same", same}, {"gases", json}}, problem);
   return same ? kExitSuccess : kExitOtherwise;
 }
@@ -196,40 +198,34 @@ int RunDiff(const TTablesOptions& options, std::ostream& out) {
 
 void AddGasTableCommands(CLI::App& gas, TCommandRun& run) {
   const auto options = std::make_shared<TTablesOptions>();
-  const auto add = [&](const char* name, const char* description, const char* footer, bool nozzle,
-                       int (*call)(const TTablesOptions&, std::ostream&)) {
+  const auto add = [&](const char* name, const char* description, bool nozzle,
+                       int (*call)(const TTablesOptions&, std::ostream&), const THelp& help) {
     CLI::App* const command = gas.add_subcommand(name, description);
-    command->add_option("--gas", options->Gases, "Air, O2, N2, separated by commas (default all three)")
+    command->add_option("--gas", options->Gases, Tr("Air, O2, N2, separated by commas (default all three)"))
         ->type_name("LIST");
     AddNozzleOptions(*command, options->Nozzle, options->Size, nozzle);
     AddJsonOption(*command, options->Json);
     AddMachineOptions(*command, options->Machine, options->State);
     AddLanguageOption(*command, options->Language);
-    command->footer(std::string(footer) + "\n\nSoftware is not the emergency stop.");
+    SetHelp(*command, help);
     command->callback([options, call, &run] { run = [options, call] { return call(*options, std::cout); }; });
   };
-  add("load", "Put a nozzle's stored tables into the machine file",
-      "An empty table, a voltage outside 0 to 10 V, a falling pressure or a number that cannot be read is not loaded.\n"
-      "\n"
-      "Exit codes: 0 all were loaded, 1 there is no such table, 2 wrong command line, 3 a table or file cannot be "
-      "used.\n"
-      "\n"
-      "Example:\n"
-      "  ixocut gas load --gas O2 --nozzle S --size 1.5",
-      true, RunLoad);
-  add("show", "Show the stored tables",
-      "Exit codes: 0 done, 1 there is no such table, 2 wrong command line, 3 a file cannot be used.\n"
-      "\n"
-      "Example:\n"
-      "  ixocut gas show --gas O2",
-      false, RunShow);
-  add("diff", "Compare a nozzle's stored tables with those of the machine file",
-      "Exit codes: 0 they are the same, 1 they differ or one is missing, 2 wrong command line, 3 a file cannot be "
-      "used.\n"
-      "\n"
-      "Example:\n"
-      "  ixocut gas diff --gas O2 --nozzle S --size 1.5",
-      true, RunDiff);
+  add("load", Tr("Put a nozzle's stored tables into the machine file"), true, RunLoad,
+      {.Notes =
+           Tr("An empty table, a voltage outside 0 to 10 V, a falling pressure or a number that cannot be read is not "
+              "loaded."),
+       .ExitCodes =
+           Tr("0 all were loaded, 1 there is no such table, 2 wrong command line, 3 a table or file cannot be used"),
+       .Examples = {"ixocut gas load --gas O2 --nozzle S --size 1.5"}});
+  add("show", Tr("Show the stored tables"), false, RunShow,
+      {.Notes = {},
+       .ExitCodes = Tr("0 done, 1 there is no such table, 2 wrong command line, 3 a file cannot be used"),
+       .Examples = {"ixocut gas show --gas O2"}});
+  add("diff", Tr("Compare a nozzle's stored tables with those of the machine file"), true, RunDiff,
+      {.Notes = {},
+       .ExitCodes =
+           Tr("0 they are the same, 1 they differ or one is missing, 2 wrong command line, 3 a file cannot be used"),
+       .Examples = {"ixocut gas diff --gas O2 --nozzle S --size 1.5"}});
 }
 
 }  // namespace ixocut

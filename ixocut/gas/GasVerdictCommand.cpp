@@ -9,6 +9,7 @@
 #include "controller/gas/GasTexts.h"
 #include "controller/gas/GasVerdict.h"
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/Console.h"
@@ -47,7 +48,7 @@ int RunVerdict(const TVerdictOptions& options, std::ostream& out) {
   }
   if (recording.Gases.empty()) console.Say(SVerdictNoGas.Get());
   std::optional<TProblem> problem;
-  if (!good) problem = {.What = "something is wrong with a valve or its table", .Where = options.File};
+  if (!good) problem = {.What = Tr("something is wrong with a valve or its table"), .Where = options.File};
   console.Print("gas verdict", {{"file", options.File}, {"good", good}, {"gases", std::move(gases)}}, problem);
   return good ? kExitSuccess : kExitOtherwise;
 }
@@ -56,19 +57,15 @@ int RunVerdict(const TVerdictOptions& options, std::ostream& out) {
 
 void AddGasVerdictCommand(CLI::App& gas, TCommandRun& run) {
   const auto options = std::make_shared<TVerdictOptions>();
-  CLI::App* const command = gas.add_subcommand("verdict", "Say what a recorded calibration tells of the valve");
-  command->add_option("FILE", options->File, "What gas calibrate --record wrote")->type_name("")->required();
+  CLI::App* const command = gas.add_subcommand("verdict", Tr("Say what a recorded calibration tells of the valve"));
+  command->add_option("FILE", options->File, Tr("What gas calibrate --record wrote"))->type_name("")->required();
   AddJsonOption(*command, options->Json);
   AddLanguageOption(*command, options->Language);
-  command->footer(
-      "Hysteresis is judged when the recording has a pass downwards (gas calibrate --record FILE --descend).\n"
-      "\n"
-      "Exit codes: 0 nothing is wrong, 1 something is, 2 wrong command line, 3 the file cannot be used.\n"
-      "\n"
-      "Example:\n"
-      "  ixocut gas verdict gas.json\n"
-      "\n"
-      "Software is not the emergency stop.");
+  SetHelp(*command,
+          {.Notes = Tr("Hysteresis is judged when the recording has a pass downwards (gas calibrate --record FILE "
+                       "--descend)."),
+           .ExitCodes = Tr("0 nothing is wrong, 1 something is, 2 wrong command line, 3 the file cannot be used"),
+           .Examples = {"ixocut gas verdict gas.json"}});
   command->callback([options, &run] { run = [options] { return RunVerdict(*options, std::cout); }; });
 }
 
