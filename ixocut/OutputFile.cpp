@@ -6,10 +6,10 @@
 #include <fstream>
 #include <stdlib.h>
 #include <sys/stat.h>
-#include <system_error>
 #include <unistd.h>
 
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/SystemError.h"
 #include "ixocamglue/support/Texts.h"
 
 namespace ixocut {
@@ -28,12 +28,12 @@ constexpr std::size_t kHeadBytes = 4096;
 }  // namespace
 
 void CheckOutputFile(const char* option, const std::string& target, bool (*ownKind)(std::string_view head)) {
-  const auto message = [](int error) { return std::system_category().message(error); };
   struct stat there {};
   if (::stat(target.c_str(), &there) == 0) {
     if (S_ISDIR(there.st_mode) || S_ISBLK(there.st_mode))
       Refuse(option, target, Tr("this is no file that can be written"), "");
-    if (::access(target.c_str(), W_OK) != 0) Refuse(option, target, Tr("the file cannot be written"), message(errno));
+    if (::access(target.c_str(), W_OK) != 0)
+      Refuse(option, target, Tr("the file cannot be written"), SystemErrorText(errno));
     if (!S_ISREG(there.st_mode) || there.st_size == 0) return;
     std::string head(kHeadBytes, '\0');
     std::ifstream in(target, std::ios::binary);
@@ -42,11 +42,11 @@ void CheckOutputFile(const char* option, const std::string& target, bool (*ownKi
     if (!ownKind(head)) Refuse(option, target, Tr("the file has something else in it and is not overwritten"), "");
     return;
   }
-  if (errno != ENOENT) Refuse(option, target, Tr("the file cannot be written"), message(errno));
+  if (errno != ENOENT) Refuse(option, target, Tr("the file cannot be written"), SystemErrorText(errno));
   // What a full disk or a folder without permission says is heard before, by a file that goes again.
   std::string probe = target + ".XXXXXX";
   const int file = ::mkstemp(probe.data());
-  if (file < 0) Refuse(option, target, Tr("the file cannot be written"), message(errno));
+  if (file < 0) Refuse(option, target, Tr("the file cannot be written"), SystemErrorText(errno));
   ::close(file);
   ::unlink(probe.c_str());
 }

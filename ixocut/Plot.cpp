@@ -6,13 +6,13 @@
 #include <fstream>
 #include <spawn.h>
 #include <sys/wait.h>
-#include <system_error>
 #include <unistd.h>
 
 #include "ixocamglue/monitor/Umonitorsink.h"
 #include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/SystemError.h"
 #include "ixocamglue/support/Texts.h"
 
 namespace ixocut {
@@ -40,8 +40,7 @@ void RunGnuplot(const fs::path& folder) {
   if (failed == ENOENT)
     throw EProblem(pbUnusable, Tr("gnuplot is not installed; it draws the plot (Debian package gnuplot-nox)"));
   if (failed != 0)
-    throw EProblem(pbUnusable,
-                   Format(Tr("gnuplot cannot be started: %s"), std::system_category().message(failed).c_str()));
+    throw EProblem(pbUnusable, Format(Tr("gnuplot cannot be started: %s"), SystemErrorText(failed).c_str()));
   int status = 0;
   while (waitpid(child, &status, 0) < 0 && errno == EINTR) continue;
   if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)

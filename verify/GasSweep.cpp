@@ -16,6 +16,7 @@
 #include "ixocamglue/motion/Usequence.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/Texts.h"
 #include "machines/simulated/Machine.h"
 #include "machines/simulated/Random.h"
 #include "verify/Oracle.h"
@@ -55,7 +56,7 @@ class TFiles {
  public:
   TFiles() {
     std::string name = (fs::temp_directory_path() / "ixocut-sweep-XXXXXX").string();
-    if (!mkdtemp(name.data())) throw EProblem(pbUnusable, "no temporary folder for the sweep can be made");
+    if (!mkdtemp(name.data())) throw EProblem(pbUnusable, Tr("no temporary folder for the sweep can be made"));
     FFolder = name;
   }
   ~TFiles() {
@@ -154,7 +155,7 @@ class TGasSweepRun {
     const std::uint32_t base = watch.Tick.load();
     const std::uint64_t end = Clock().MonotonicMs() + kLongestMs * FPoint.Gases.size();
     std::string reason;
-    if (!calibration.Start(reason)) return Violation("cannot start: " + reason);
+    if (!calibration.Start(reason)) return Violation(Format(Tr("cannot start: %s"), reason.c_str()));
     auto& state = dynamic_cast<TZemGasAdjustState&>(*FController.Framework().State(nsZemGasAdjust));
     TGasAdjustSub before = TGasAdjustSub::Finished;
     while (calibration.Running()) {
@@ -169,7 +170,7 @@ class TGasSweepRun {
       }
       FController.RunPass();
       if (Clock().MonotonicMs() > end) {
-        Violation("the calibration does not end");
+        Violation(Tr("the calibration does not end"));
         return calibration.Stop();
       }
     }
@@ -190,8 +191,8 @@ class TGasSweepRun {
     for (std::string text; calibration.GetMsg(text); last = text) ends += text == SQAdjTermin.Get() ? 1U : 0U;
     if (FPoint.AbortTick && FAborted) {
       const bool stopped = FPoint.Reason == srStop;
-      Require(last == (stopped ? SQAdjTermin : SQAdjFailed).Get(), "the message log does not end with the ending");
-      Require(ends == (stopped ? 1U : 0U), "the stop is told another number of times");
+      Require(last == (stopped ? SQAdjTermin : SQAdjFailed).Get(), Tr("the message log does not end with the ending"));
+      Require(ends == (stopped ? 1U : 0U), Tr("the stop is told another number of times"));
     }
   }
 
@@ -202,17 +203,17 @@ class TGasSweepRun {
   void CheckTable(std::int32_t gas) {
     const auto whole = [](const TEntries& entries) { return entries == kOld || Complete(entries); };
     const TEntries now = EntriesOf(MachineConfig()->GetGasBranch(gas)->DAAdjustTable);
-    Require(whole(now), "the table is neither the old one nor complete");
+    Require(whole(now), Tr("the table is neither the old one nor complete"));
     TMachineConfig file;
-    Require(file.Load(FFiles.Machine()).Ok(), "the machine file cannot be read");
+    Require(file.Load(FFiles.Machine()).Ok(), Tr("the machine file cannot be read"));
     const TGasBranchConfig* const branch = file.GetGasBranch(gas);
     Require(branch && EntriesOf(branch->DAAdjustTable) == (FCompleted ? now : kOld),
-            "the machine file does not hold what it should");
+            Tr("the machine file does not hold what it should"));
     TGasCaliConfig stored;
-    Require(stored.Load(GasCaliConfigFile()).Ok(), "the stored tables cannot be read");
+    Require(stored.Load(GasCaliConfigFile()).Ok(), Tr("the stored tables cannot be read"));
     const TDAAdjustTable* const table = stored.GetDAAdjustTable(gas, kNozzle, kNozzleMm);
-    Require(table && whole(EntriesOf(*table)), "the stored table is neither the old one nor complete");
-    if (table && FCompleted) Require(EntriesOf(*table) == now, "the stored table is not the one in use");
+    Require(table && whole(EntriesOf(*table)), Tr("the stored table is neither the old one nor complete"));
+    if (table && FCompleted) Require(EntriesOf(*table) == now, Tr("the stored table is not the one in use"));
   }
 
   void Probe() {
@@ -221,9 +222,9 @@ class TGasSweepRun {
     auto probe = MakeStepOf<TSmtSequence>(nullptr);
     probe->Define(kProbeId, "probe", {{612, "delay", nullptr}});
     if (const TResult<> started = FController.Start(ShareRoot(std::move(probe))); !started)
-      return Violation("not ready for the next procedure: " + started.Problem().Text());
+      return Violation(Tr("not ready for the next procedure: ") + started.Problem().Text());
     if (!FController.RunToEnd(1000) || !TCustomMotionState::GetExecOK(kProbeId, false))
-      Violation("the next procedure did not succeed");
+      Violation(Tr("the next procedure did not succeed"));
   }
 
   const TFiles& FFiles;
@@ -239,9 +240,9 @@ class TGasSweepRun {
 
 std::string TextOf(const TGasPointSpec& point) {
   if (point.Fault != vfNone) return ValveFaultName(point.Fault);
-  if (!point.AbortTick) return "undisturbed";
-  return Format("reason %d at tick %u%s", point.Reason, point.AbortTick.value_or(0),
-                point.SafeEntry ? "" : " without safe entry");
+  if (!point.AbortTick) return Tr("undisturbed");
+  return Format(Tr("reason %d at tick %u%s"), point.Reason, point.AbortTick.value_or(0),
+                point.SafeEntry ? "" : Tr(" without safe entry"));
 }
 
 using TSpecs = std::vector<TGasPointSpec>;

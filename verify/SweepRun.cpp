@@ -314,22 +314,22 @@ bool TSweepPoint::Undisturbed() const {
 
 std::string TSweepPoint::Text() const {
   std::string text;
-  if (AbortTick && Event == TSweepEvent::Abort) text += Format("reason %d at tick %u, ", Reason, *AbortTick);
-  if (AbortTick && Event == TSweepEvent::LaserAlarm) text += Format("laser alarm at tick %u, ", *AbortTick);
-  if (AbortTick && Event == TSweepEvent::LostEmission) text += Format("emission lost at tick %u, ", *AbortTick);
-  if (Emission != TSweepEmission::Configured) text += Format("emission case %d, ", static_cast<int>(Emission));
+  if (AbortTick && Event == TSweepEvent::Abort) text += Format(Tr("reason %d at tick %u, "), Reason, *AbortTick);
+  if (AbortTick && Event == TSweepEvent::LaserAlarm) text += Format(Tr("laser alarm at tick %u, "), *AbortTick);
+  if (AbortTick && Event == TSweepEvent::LostEmission) text += Format(Tr("emission lost at tick %u, "), *AbortTick);
+  if (Emission != TSweepEmission::Configured) text += Format(Tr("emission case %d, "), static_cast<int>(Emission));
   if (DeviceCall)
-    text += Format("device call %llu%s", static_cast<unsigned long long>(DeviceCall), Sticky ? " sticky" : "") +
-            (FromAbort ? " after the abort" : "");
-  if (Refused) text += " refused";
-  if (Callback != TSweepCall::None) text += Format(" callback %d", static_cast<int>(Callback));
-  if (SinkCall) text += Format("log line %llu", static_cast<unsigned long long>(SinkCall));
-  if (HangMs) text += Format(" hangs %u ms", HangMs);
-  if (!SafeEntry) text += " without safe entry";
-  if (Supervisor) text += " with the supervisor";
+    text += Format(Tr("device call %llu%s"), static_cast<unsigned long long>(DeviceCall), Sticky ? Tr(" sticky") : "") +
+            (FromAbort ? Tr(" after the abort") : "");
+  if (Refused) text += Tr(" refused");
+  if (Callback != TSweepCall::None) text += Format(Tr(" callback %d"), static_cast<int>(Callback));
+  if (SinkCall) text += Format(Tr("log line %llu"), static_cast<unsigned long long>(SinkCall));
+  if (HangMs) text += Format(Tr(" hangs %u ms"), HangMs);
+  if (!SafeEntry) text += Tr(" without safe entry");
+  if (Supervisor) text += Tr(" with the supervisor");
   if (FirstTick || FirstMs)
-    text += Format(" clock from %llu ms, tick %u", static_cast<unsigned long long>(FirstMs), FirstTick);
-  return text.empty() ? "undisturbed" : text;
+    text += Format(Tr(" clock from %llu ms, tick %u"), static_cast<unsigned long long>(FirstMs), FirstTick);
+  return text.empty() ? Tr("undisturbed") : text;
 }
 
 // --- TSweepMachine ---

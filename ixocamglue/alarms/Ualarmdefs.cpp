@@ -13,6 +13,7 @@
 #include "ixocamglue/platform/services/LocaleManager.h"
 #include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
 
 namespace ixocamglue {
@@ -41,16 +42,16 @@ TResult<std::int64_t> NumberOf(const TConfigSection& section, const char* name, 
   std::int64_t number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
   if (error != std::errc{} || end != text.data() + text.size() || text.empty())
-    return wrong(Format("\"%s\" is no whole number", text.c_str()));
+    return wrong(Format(Tr("\"%s\" is no whole number"), text.c_str()));
   if (number < lowest || number > highest)
-    return wrong(Format("%s is not in %lld..%lld", text.c_str(), static_cast<long long>(lowest),
+    return wrong(Format(Tr("%s is not in %lld..%lld"), text.c_str(), static_cast<long long>(lowest),
                         static_cast<long long>(highest)));
   return number;
 }
 
 void CheckTexts(const TConfigSection& item, std::vector<TProblem>& problems) {
   for (const char* const name : {"Description", "Reason", "Solution"})
-    if (Blank(item.GetText(name, ""))) problems.push_back({"the text is empty", item.Path() + "/" + name});
+    if (Blank(item.GetText(name, ""))) problems.push_back({Tr("the text is empty"), item.Path() + "/" + name});
 }
 
 }  // namespace
@@ -73,7 +74,7 @@ std::vector<TProblem> CheckAlarmDefinitions(std::string_view json) {
     if (const auto end = why.find(parse ? ": " : "] "); end != std::string::npos) why.erase(0, end + 2);
     return {{why, LineAndColumn(json, mark + (parse && parse->byte > 0 ? parse->byte - 1 : 0))}};
   }
-  if (!list.is_array()) return {{Format("the list is %s, expected an array", list.type_name()), "1:1"}};
+  if (!list.is_array()) return {{Format(Tr("the list is %s, expected an array"), list.type_name()), "1:1"}};
 
   std::vector<TProblem> problems;
   std::map<std::string, std::size_t> ids, codes;
@@ -84,7 +85,7 @@ std::vector<TProblem> CheckAlarmDefinitions(std::string_view json) {
       problems.push_back({std::move(what), Format("[%zu] %s", index, id.c_str())});
     };
     if (!entry.is_object()) {
-      report(std::string("the entry is ") + entry.type_name() + ", expected an object; it is skipped");
+      report(Format(Tr("the entry is %s, expected an object; it is skipped"), entry.type_name()));
       continue;
     }
     const auto text = [&](const char* member) {
@@ -94,16 +95,16 @@ std::vector<TProblem> CheckAlarmDefinitions(std::string_view json) {
     id = text("HelpID");
     for (const char* const member : kMembers)
       if (const auto found = entry.find(member); found != entry.end() && !found->is_string())
-        report(Format("\"%s\" is %s, expected a string", member, found->type_name()));
+        report(Format(Tr("\"%s\" is %s, expected a string"), member, found->type_name()));
     for (const char* const member : kNeeded)
-      if (Blank(text(member))) report(Format("\"%s\" is empty or missing", member));
+      if (Blank(text(member))) report(Format(Tr("\"%s\" is empty or missing"), member));
     for (const auto& item : entry.items())
       if (std::ranges::none_of(kMembers, [&](const char* member) { return item.key() == member; }))
-        report("\"" + item.key() + "\" is no member of a definition");
+        report(Format(Tr("\"%s\" is no member of a definition"), item.key().c_str()));
     const auto unique = [&](std::map<std::string, std::size_t>& seen, const std::string& value, const char* member) {
       if (value.empty()) return;
       if (const auto [first, isNew] = seen.emplace(value, index); !isNew)
-        report(Format("\"%s\" is \"%s\", as in entry [%zu]", member, value.c_str(), first->second));
+        report(Format(Tr("\"%s\" is \"%s\", as in entry [%zu]"), member, value.c_str(), first->second));
     };
     unique(ids, id, "HelpID");
     unique(codes, text("Code"), "Code");
@@ -119,7 +120,7 @@ std::vector<TProblem> CheckAlarmsSection(const TConfigSection& section) {
   const auto take = [&](std::int64_t number, const std::string& path) {
     if (const auto [first, isNew] = taken.emplace(number, path); !isNew)
       problems.push_back(
-          {Format("its number %lld is that of %s", static_cast<long long>(number), first->second.c_str()), path});
+          {Format(Tr("its number %lld is that of %s"), static_cast<long long>(number), first->second.c_str()), path});
   };
   const auto read = [&](const TConfigSection& from, const char* name, std::int64_t lowest, std::int64_t highest) {
     auto number = NumberOf(from, name, lowest, highest);

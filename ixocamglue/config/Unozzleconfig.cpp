@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
 
 namespace ixocamglue {
@@ -86,7 +87,7 @@ std::string TNozzlePosItems::RefusesInItem(const TXmlSubConfig& item, std::strin
   for (std::size_t i = 0; i < FCells.Items.size(); ++i) {
     const TNozzlePosItem& other = *FCells.Items[i];
     if (&other != moved && other.Row == row && other.Col == col)
-      return Format("the cell of row %d, column %d is taken by PosItem[%zu]", row, col, i + 1);
+      return Format(Tr("the cell of row %d, column %d is taken by PosItem[%zu]"), row, col, i + 1);
   }
   return {};
 }

@@ -11,6 +11,7 @@
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/platform/xml/MachineConfig.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
 
 namespace ixocamglue {
@@ -31,11 +32,11 @@ struct TEntry {
   std::string Place;
 };
 
-TProblem Unusable(const std::string& place, std::string what) {
-  return {.What = "the stored table is not used: " + std::move(what),
+TProblem Unusable(const std::string& place, const std::string& what) {
+  return {.What = Format(Tr("the stored table is not used: %s"), what.c_str()),
           .Where = GasCaliConfigFile().string() + ": " + place,
           .Why = {},
-          .Remedy = "correct the entry, or calibrate the gas again"};
+          .Remedy = Tr("correct the entry, or calibrate the gas again")};
 }
 
 TResult<TEntry> ReadEntry(const TConfigSection& section) {
@@ -44,13 +45,13 @@ TResult<TEntry> ReadEntry(const TConfigSection& section) {
     const std::string text = section.GetText(name, "");
     const auto number = ParseNumber<double>(text);
     value = number.value_or(0.0);
-    return number ? std::string() : Format("%s \"%s\" is not a number", name, text.c_str());
+    return number ? std::string() : Format(Tr("%s \"%s\" is not a number"), name, text.c_str());
   };
   for (const std::string& wrong : {read("Volt", entry.Volt), read("Press", entry.Press)})
     if (!wrong.empty()) return Unusable(entry.Place, wrong);
   if (entry.Volt < 0.0 || entry.Volt > kFullScaleVolt)
-    return Unusable(entry.Place, ValueText(entry.Volt) + " V is outside 0 to 10 V");
-  if (entry.Press < 0.0) return Unusable(entry.Place, ValueText(entry.Press) + " bar is below 0");
+    return Unusable(entry.Place, Format(Tr("%s V is outside 0 to 10 V"), ValueText(entry.Volt).c_str()));
+  if (entry.Press < 0.0) return Unusable(entry.Place, Format(Tr("%s bar is below 0"), ValueText(entry.Press).c_str()));
   return entry;
 }
 
@@ -64,7 +65,7 @@ TResult<> CheckEntries(const TConfigSection& table) {
   std::ranges::stable_sort(entries, {}, &TEntry::Volt);
   for (std::size_t i = 1; i < entries.size(); ++i)
     if (const TEntry& below = entries[i - 1], &entry = entries[i]; entry.Press < below.Press)
-      return Unusable(entry.Place, Format("the pressure falls from %s bar at %s V to %s bar at %s V",
+      return Unusable(entry.Place, Format(Tr("the pressure falls from %s bar at %s V to %s bar at %s V"),
                                           ValueText(below.Press).c_str(), ValueText(below.Volt).c_str(),
                                           ValueText(entry.Press).c_str(), ValueText(entry.Volt).c_str()));
   return {};
@@ -159,7 +160,7 @@ void TGasCaliConfig::Publish(TPublisher& p) {
 
 void TGasCaliConfig::Open() {
   if (const auto loaded = Load(GasCaliConfigFile(), mfDefaults); !loaded)
-    LogMsg(lkWarning, 0, loaded.Problem().Text() + "; the stored gas calibrations count as none");
+    LogMsg(lkWarning, 0, loaded.Problem().Text() + Tr("; the stored gas calibrations count as none"));
 }
 
 bool TGasCaliConfig::SaveTables(std::string* problem) {

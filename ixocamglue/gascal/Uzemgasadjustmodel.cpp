@@ -9,6 +9,7 @@
 #include "ixocamglue/platform/states/NcState.h"
 #include "ixocamglue/platform/xml/MachineConfig.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
 namespace {
@@ -65,7 +66,8 @@ bool TZemGasAdjustModel::CheckGasValid(std::int32_t gasType) const {
 }
 
 TResult<> TZemGasAdjustModel::LoadGasData(std::int32_t gasType, std::string_view nozzType, double nozzSize) {
-  if (AjdustIsBusy()) return TProblem{.What = "a gas calibration runs", .Remedy = "load the table when it has ended"};
+  if (AjdustIsBusy())
+    return TProblem{.What = Tr("a gas calibration runs"), .Remedy = Tr("load the table when it has ended")};
   const auto refuse = [&](TProblem problem) -> TResult<> {
     AddMsg(problem.Text());
     return problem;

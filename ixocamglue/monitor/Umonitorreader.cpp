@@ -4,11 +4,11 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <system_error>
 #include <unistd.h>
 
 #include "ixocamglue/monitor/Umonitordataline.h"
 #include "ixocamglue/monitor/Umonitornumbers.h"
+#include "ixocamglue/support/SystemError.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
 
@@ -40,7 +40,7 @@ TMonitorReader::~TMonitorReader() {
 }
 
 TProblem TMonitorReader::Failed(const char* what, int error) {
-  FReport.Problem = {what, FReport.FileName, std::system_category().message(error), ""};
+  FReport.Problem = {what, FReport.FileName, SystemErrorText(error), ""};
   return *FReport.Problem;
 }
 

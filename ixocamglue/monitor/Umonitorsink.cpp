@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/SystemError.h"
 #include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
@@ -87,7 +88,7 @@ void TMonitorFileSink::CloseFile() noexcept {
 
 void TMonitorFileSink::Fail(const char* what, int error) {
   CloseFile();
-  throw EProblem(pbUnusable, {what, FFileName, std::system_category().message(error), ""});
+  throw EProblem(pbUnusable, {what, FFileName, SystemErrorText(error), ""});
 }
 
 }  // namespace ixocamglue

@@ -27,6 +27,9 @@ std::string SystemErrorText(int error) {
     case ELOOP: return Tr("Too many levels of symbolic links");
     case EOPNOTSUPP: return Tr("Operation not supported");
     case EDQUOT: return Tr("Disk quota exceeded");
+    case ENXIO: return Tr("No such device or address");
+    case ENODEV: return Tr("No such device");
+    case EADDRINUSE: return Tr("Address already in use");
     default: return std::system_category().message(error);
   }
 }

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
 namespace {
@@ -205,7 +206,8 @@ void TSimMotion::MoveZ(double mm, double mmPerS) {
   if (!FHasZ) return FCore.Event("axes", "the driver has no Z axis");
   if (!(mm >= FZAxis.SoftLimitNeg && mm <= FZAxis.SoftLimitPos)) {
     TellLimit(TSimDeviceAlarms::axZ, mm, FZAxis);
-    return FCore.Collide("axes", Format("Z target %.3f is outside the limits", mm));
+    return FCore.Collide("axes", Format("Z target %.3f is outside the limits", mm),
+                         Format(Tr("Z target %.3f is outside the limits"), mm));
   }
   FCore.DeviceAlarms.AxisWithin(TSimDeviceAlarms::axZ);
   FZ.Start(mm, SpeedWithin(mmPerS, FZAxis.MaxSpeed), FZAxis.Acceleration);
@@ -338,7 +340,8 @@ bool TSimAxis::Start(double mm, double mmPerS) {
   FCore.AssertLocked();
   if (!(mm >= FConfig.SoftLimitNeg && mm <= FConfig.SoftLimitPos)) {
     const std::string text = Format("target %.3f is outside the limits", mm);
-    FAxis == TSimDeviceAlarms::axZ ? FCore.Collide(FDevice, text) : FCore.Event(FDevice, text);
+    FAxis == TSimDeviceAlarms::axZ ? FCore.Collide(FDevice, text, Format(Tr("target %.3f is outside the limits"), mm))
+                                   : FCore.Event(FDevice, text);
     if (mm < FConfig.SoftLimitNeg || mm > FConfig.SoftLimitPos)
       FCore.DeviceAlarms.AxisLimit(FAxis, mm > FConfig.SoftLimitPos);
     return false;

@@ -11,6 +11,9 @@
 #include <asio/ip/tcp.hpp>
 
 #include "ixocamglue/platform/comm/Comm.h"
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/SystemError.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
 namespace {
@@ -120,7 +123,7 @@ TResult<std::uint16_t> TPlcServer::ListenTcp(std::uint16_t port) {
   if (!error) acceptor.bind({asio::ip::address_v4::loopback(), port}, error);
   if (!error) acceptor.listen(asio::socket_base::max_listen_connections, error);
   if (!error) acceptor.non_blocking(true, error);
-  if (error) return TProblem{.What = error.message(), .Where = "port " + std::to_string(port)};
+  if (error) return TProblem{.What = SystemErrorText(error.value()), .Where = Format(Tr("port %d"), port)};
   return acceptor.local_endpoint(error).port();
 }
 

@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
 
@@ -143,10 +144,12 @@ void TSimInportCtrl::Look(std::uint64_t nowMs) {
   }
   if (FLimitMs < 0 || nowMs - FSinceMs < static_cast<std::uint64_t>(FLimitMs)) return;
   FWaiting = false;
-  const std::string text = Format("input %d did not come within %d ms", FInport, FLimitMs);
-  FCore.Event("inport", text);
+  FCore.Event("inport", Format("input %d did not come within %d ms", FInport, FLimitMs));
   if (FMode != kTimeOutAlarm) return;
-  FAlarms.Raise({.IdPrefix = "InportCtrl", .Desc = text, .Id = kAlarmId, .Attrs = naForbidMove});
+  FAlarms.Raise({.IdPrefix = "InportCtrl",
+                 .Desc = Format(Tr("input %d did not come within %d ms"), FInport, FLimitMs),
+                 .Id = kAlarmId,
+                 .Attrs = naForbidMove});
 }
 
 // --- TSimSwitchTable ---

@@ -13,6 +13,7 @@
 #include "ixocamglue/platform/comm/Termios.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Locks.h"
+#include "ixocamglue/support/SystemError.h"
 
 namespace ixocamglue {
 namespace {
@@ -26,12 +27,12 @@ class TRealSerial final : public TCommCtrl {
     FSettings = *parsed;
     const std::string path = SerialPortPath(port);
     const int fd = ::open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0) return TProblem{.What = std::strerror(errno), .Where = path};
+    if (fd < 0) return TProblem{.What = SystemErrorText(errno), .Where = path};
     asio::error_code error;
     FPort.assign(fd, error);
     if (error) {
       ::close(fd);
-      return TProblem{.What = error.message(), .Where = path};
+      return TProblem{.What = SystemErrorText(error.value()), .Where = path};
     }
     if (auto ready = SetUpLine(fd, FSettings); !ready) {
       Close();

@@ -5,6 +5,7 @@
 
 #include "ixocamglue/platform/comm/FdWait.h"
 #include "ixocamglue/platform/comm/RealComm.h"
+#include "ixocamglue/support/SystemError.h"
 #include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
@@ -17,7 +18,7 @@ class TRealUdp final : public TUDPClient {
     const auto own = asio::ip::make_address(address, error);
     if (!error && !OpenFor(own)) return TProblem{.What = Tr("no socket"), .Where = address};
     if (!error) FSocket.bind({own, 0}, error);
-    if (error) return TProblem{.What = error.message(), .Where = address};
+    if (error) return TProblem{.What = SystemErrorText(error.value()), .Where = address};
     return {};
   }
 

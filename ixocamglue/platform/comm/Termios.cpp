@@ -9,6 +9,7 @@
 #include <asm/termbits.h>
 
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/SystemError.h"
 #include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
@@ -46,7 +47,7 @@ bool NearRate(std::uint32_t got, std::uint32_t wanted) {
 
 TResult<> SetUpLine(int fd, const TSerialSettings& settings) {
   const auto refused = [](std::string what) { return TProblem{.What = std::move(what)}; };
-  const auto failed = [&](const char* what) { return refused(Format("%s: %s", what, std::strerror(errno))); };
+  const auto failed = [&](const char* what) { return refused(Format("%s: %s", what, SystemErrorText(errno).c_str())); };
   termios2 line{};
   if (::ioctl(fd, TCGETS2, &line) != 0) return failed(Tr("this is no serial line"));
   line.c_iflag = IGNPAR | IGNBRK;

@@ -9,6 +9,7 @@
 #include "ixocamglue/platform/xml/XmlElement.h"
 #include "ixocamglue/support/Faults.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
 
@@ -226,10 +227,11 @@ class TLoadPublisher final : public TFieldPublisher<TLoadPublisher> {
   void Tell(const TPropName& name, const std::string& text, bool isValue, const TFieldRule& rule) {
     if (FNode.Context().Quiet) return;
     const std::string path = FNode.Path();
-    LogMsg(lkWarning, 0,
-           Format("%s: %s%s%s: \"%s\" %s; the default is used", FNode.Context().File.c_str(), path.c_str(),
-                  path.empty() ? "" : "/", name.Text.data(), text.c_str(),
-                  isValue ? Format("is outside %.10g to %.10g", rule.Min, rule.Max).c_str() : "cannot be read"));
+    LogMsg(
+        lkWarning, 0,
+        Format(Tr("%s: %s%s%s: \"%s\" %s; the default is used"), FNode.Context().File.c_str(), path.c_str(),
+               path.empty() ? "" : "/", name.Text.data(), text.c_str(),
+               isValue ? Format(Tr("is outside %.10g to %.10g"), rule.Min, rule.Max).c_str() : Tr("cannot be read")));
   }
 
   TXmlSubConfig& FRecord;
