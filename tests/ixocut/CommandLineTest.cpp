@@ -254,7 +254,7 @@ TEST_F(HelpPages, EachHasExitCodesItsOwnExamplesAndTheWarning) {
 
 TEST_F(HelpPages, EachIsOfOneLanguage) {
   const std::regex chinese("[\xe4-\xe9]"), names("^(用法: |  )ixocut .*"),
-      sentence("\\b[a-z]{2,},? [a-z]{2,},? [a-z]{2,}\\b");
+      sentence("\\b[a-z]{2,} [a-z]{2,} [a-z]{2,}\\b");
   for (const auto& [command, page] : Pages("en")) EXPECT_FALSE(std::regex_search(page, chinese)) << page;
   for (const auto& [command, page] : Pages("zh")) {
     std::istringstream lines(page);
