@@ -14,7 +14,7 @@ inline constinit TText SGasFlatPoints{
 inline constinit TText SGasFewPoints{"IxoCut", "SGasFewPoints", "%s：只测得 %d 点，至少需要 3 点；保留原有标定"};
 inline constinit TText SGasKeptFile{"IxoCut", "SGasKeptFile", "未全部完成：机床文件保持不变"};
 
-inline constinit TText SGasDescent{"IxoCut", "SGasDescent", "自上而下再测一遍，仅供记录"};
+inline constinit TText SGasDescent{"IxoCut", "SGasDescent", "自上而下再测一遍，仅供录制"};
 
 inline constinit TText SGasColGas{"IxoCut", "SGasColGas", "气体"};
 inline constinit TText SGasColPoints{"IxoCut", "SGasColPoints", "测点"};

@@ -123,7 +123,7 @@ TEST_F(ConfigCommand, CheckNamesEachFaultWithItsPlace) {
        "NozzleItem[3]/ID: \"2\", given by NozzleChange/NozzleItems/"},
       {"<InstallID>2<", "<InstallID>7<", "NozzleChange/InstallID: \"7\", the machine has no such nozzle"},
       {"LastUCSOrg=\"0\"", "LastUCSOrg=\"3\"", "UCSOrgName/LastUCSOrg: \"3\", there are 3 coordinate origins"},
-      {"<UserAlarm Number=\"2\" Description=\"喷", "<UserAlarm Number=\"1\" Description=\"喷",
+      {"<UserAlarm Number=\"2\" Description=\"割", "<UserAlarm Number=\"1\" Description=\"割",
        "Alarms/UserAlarm[2]/Number: \"1\", given by Alarms/UserAlarm[1]"},
       {"<Item Value=\"3\"", "<Item Value=\"4\"", "Item[3]/Value: \"4\", 2 bits never read more than 3"},
   };
