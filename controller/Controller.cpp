@@ -171,16 +171,15 @@ void TController::LoadConfig() {
   TMachineConfig& config = FParts->Config;
   if (!FOptions.MachineFile.empty()) {
     InitCamConfigs(config);
-    // Who saves nothing has the lock while it reads, or does without: a file is replaced in one step.
-    const bool keeps = FOptions.Realtime || FOptions.SavesMachineFile;
-    const TLockState lock = keeps ? config.Hold(FOptions.MachineFile) : config.HoldToRead(FOptions.MachineFile);
-    if (lock == lsBusy && keeps) throw EProblem(pbRefused, config.HoldProblem());
-    if (lock == lsImpossible) FParts->Notices.push_back(config.HoldProblem().Text());
+    if (FOptions.Realtime || FOptions.SavesMachineFile) {
+      if (config.Hold(FOptions.MachineFile) == lsBusy) throw EProblem(pbRefused, config.HoldProblem());
+    }
+    if (const auto lock = TXmlConfig::CanHold(FOptions.MachineFile); !lock)
+      FParts->Notices.push_back(lock.Problem().Text());
     config.Load(FOptions.MachineFile).OrThrow(pbUnusable);
     // Once, and only where there is something to move: a run does not write the machine file otherwise.
     if (!config.Section("SwitchTable").Child("Elvt").GetText("RailStartDelay", "").empty())
       CheckSwitchTableConfig(config, false);
-    if (!keeps) config.LetGo();
   }
   FParts->Jog.Load(config);
 }

@@ -97,6 +97,10 @@ TKeyCommands::TKeyCommands(TNcStateFramework& framework, TNcRegistry& registry, 
 TKeyCommands::~TKeyCommands() { UnregisterKeyStates(FRegistry); }
 
 TKeyCommands::TWhyNot TKeyCommands::WhyNot(std::int32_t command, std::int32_t state) const {
+  return WhyNot(command, state, SwitchesOff(command));
+}
+
+TKeyCommands::TWhyNot TKeyCommands::WhyNot(std::int32_t command, std::int32_t state, bool off) const {
   if (IsStopCommand(command)) return {};
   const auto row = std::ranges::find(kCommands, command, &TCommandRow::Command);
   if (row == std::end(kCommands)) return TrMark("the machine does not know it");
@@ -108,7 +112,7 @@ TKeyCommands::TWhyNot TKeyCommands::WhyNot(std::int32_t command, std::int32_t st
     return {Format("the machine is in %s", CutStateName(present)),
             Format(Tr("the machine is in %s"), Tr(CutStateName(present)))};
   // Nothing keeps what is on from being switched off.
-  if (SwitchesOff(command)) return {};
+  if (off) return {};
   if (const char* const alarm = AlarmRefusal(*row)) return {alarm, true};
   if ((row->Needs & nLaser) == 0 || !LatchReason()) return {};
   const TResult<> usable = LaserUsable();  // reset meanwhile, where it is
@@ -145,7 +149,8 @@ void TKeyCommands::KeyDown(std::int32_t command) {
       return;
     default: break;
   }
-  if (const TWhyNot why = WhyNot(command, FFramework.CurrentState()); why.Refused()) return Refuse(command, why);
+  const bool off = SwitchesOff(command);  // asked once: what may be switched off under an alarm is not switched on
+  if (const TWhyNot why = WhyNot(command, FFramework.CurrentState(), off); why.Refused()) return Refuse(command, why);
   switch (command) {
     case kcStart: return Request(command, csWorking, srFresh);
     case kcDryCut: return Request(command, csDryRun, srFresh);
@@ -161,7 +166,7 @@ void TKeyCommands::KeyDown(std::int32_t command) {
   if (IsJogCommand(command))
     StartJog(command);
   else
-    SwitchDevice(command);
+    SwitchDevice(command, off);
 }
 
 void TKeyCommands::KeyUp(std::int32_t command) {
@@ -223,11 +228,10 @@ bool TKeyCommands::SwitchesOff(std::int32_t command) const {
   }
 }
 
-void TKeyCommands::SwitchDevice(std::int32_t command) {
+void TKeyCommands::SwitchDevice(std::int32_t command, bool off) {
   TNcLaser* const laser = FittedLaser();
   TNcGas* const gas = FittedGas();
   TNcFollower* const follower = GFollower();
-  const bool off = SwitchesOff(command);
   switch (command) {
     case kcShutter:
       if (!laser) break;

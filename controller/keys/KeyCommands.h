@@ -72,12 +72,13 @@ class TKeyCommands final : public TNcKeyCommands, public TNcEmergencyStop {
   void SetProgress(const TProgress& progress);
 
  private:
+  [[nodiscard]] TWhyNot WhyNot(std::int32_t command, std::int32_t state, bool off) const;
   void Refuse(std::int32_t command, const TWhyNot& why);
   void Note(std::string_view text);
   void Request(std::int32_t command, TCutState state, std::int32_t param);
   void StartJog(std::int32_t command);
   void Resume(std::int32_t command, std::int32_t run);
-  void SwitchDevice(std::int32_t command);
+  void SwitchDevice(std::int32_t command, bool off);
   void StopMotion() noexcept;
   void StopAll() noexcept;
   void EndHeld() noexcept;

@@ -55,7 +55,7 @@ void TMoltenPoolDebugParams::AddMpLineParams(std::vector<std::pair<std::string, 
 
 void TAutoCleanHeadConfig::Publish(TPublisher& p) {
   p.Field("AutoCleanEnabled", AutoCleanEnabled)
-      .Text(TrMark("Whether a job of this workplace cleans the nozzle after a number of pierces"));
+      .Text(TrMark("Whether a job of this operator station cleans the nozzle after a number of pierces"));
   p.Field("PresetPierceCount", PresetPierceCount)
       .Within(bdAtLeast(0))
       .Text(TrMark("After how many pierces cleaning is due; 0: never"));
@@ -113,7 +113,7 @@ void TClientConfig::Publish(TPublisher& p) {
       .Unit(uMm)
       .Within(bdAtLeast(0))
       .Text(TrMark("How far a jog key moves where jogging is by a fixed distance"));
-  p.Field("ViewType", ViewType).Text(TrMark("Which view the workplace shows; the interface's own number"));
+  p.Field("ViewType", ViewType).Text(TrMark("Which view the operator station shows; the interface's own number"));
   p.Field("StepDistance", StepDistance)
       .Unit(uMm)
       .Within(bdAtLeast(0))
@@ -124,14 +124,15 @@ void TClientConfig::Publish(TPublisher& p) {
       .Text(TrMark("How fast forward and back step along the cut"));
   p.Field("MarkPointFlag", MarkPointFlag)
       .Within(bdAtLeast(0))
-      .Text(TrMark("Flag position that this workplace last used"));
+      .Text(TrMark("Flag position that this operator station last used"));
   p.Field("WorkedCount", WorkedCount).Within(bdAtLeast(0)).Text(TrMark("How often the present job has been cut"));
   p.Field("ExportSelOnly", ExportSelOnly).Text(TrMark("Whether only the selected contours are exported"));
   p.Field("ConnerMarkEnable", ConnerMarkEnable).Text(TrMark("Whether the corners of the sheet are marked"));
   p.Field("AutoNextModel", AutoNextModel).Text(TrMark("Whether the next part is taken when one has been cut"));
   p.Field("HintWorkDone", HintWorkDone).Text(TrMark("Whether the operator is told that a job is done"));
-  p.Field("CtrlRemoteActive", CtrlRemoteActive).Text(TrMark("Whether the remote control may act at this workplace"));
-  p.Field("SlaveSelected", SlaveSelected).Text(TrMark("Whether the second head is selected at this workplace"));
+  p.Field("CtrlRemoteActive", CtrlRemoteActive)
+      .Text(TrMark("Whether the remote control may act at this operator station"));
+  p.Field("SlaveSelected", SlaveSelected).Text(TrMark("Whether the second head is selected at this operator station"));
   p.Child("AutoCleanHeadConfig", AutoCleanHeadConfig);
   // Kept: misspelt as in every file.
   p.Child("ManualLaserConifg", ManualLaserConfig);

@@ -10,7 +10,10 @@
 namespace ixocamglue {
 namespace {
 
-std::int64_t CellKey(std::int32_t row, std::int32_t col) { return std::int64_t{row} * (std::int64_t{1} << 32) + col; }
+std::int64_t CellKey(std::int32_t row, std::int32_t col) {
+  return static_cast<std::int64_t>(std::uint64_t{static_cast<std::uint32_t>(row)} << 32 |
+                                   static_cast<std::uint32_t>(col));
+}
 
 }  // namespace
 

@@ -37,20 +37,23 @@ pid_t HolderOf(int handle) {
   return *pid;
 }
 
+TProblem Impossible(const std::string& file, std::string why) {
+  return {.What = Tr("the file cannot be locked against other programs, so nothing is saved to it"),
+          .Where = file,
+          .Why = std::move(why),
+          .Remedy = Tr("let its folder be written to")};
+}
+
 }  // namespace
 
-TLockState TFileLock::Take(const std::string& file, std::uint32_t waitMs) { return Take(file, waitMs, true); }
-
-TLockState TFileLock::TakeToRead(const std::string& file) { return Take(file, 0, false); }
-
-TLockState TFileLock::Take(const std::string& file, std::uint32_t waitMs, bool make) {
+TLockState TFileLock::Take(const std::string& file, std::uint32_t waitMs) {
   Release();
-  const auto slash = file.rfind('/');
-  const std::string folder = slash == std::string::npos ? "." : file.substr(0, slash + 1);
-  if (::access(folder.c_str(), W_OK) != 0) return Fail(lsImpossible, file, SystemErrorText(errno));
+  if (auto possible = IsPossible(file); !possible) {
+    FProblem = possible.Problem();
+    return FState = lsImpossible;
+  }
   const std::string path = file + ".lock";
-  FHandle = ::open(path.c_str(), O_RDWR | (make ? O_CREAT : 0) | O_CLOEXEC | O_NOFOLLOW, 0666);
-  if (FHandle < 0 && errno == ENOENT && !make) return FState;
+  FHandle = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0666);
   if (FHandle < 0) {  // another user's; a lock needs no more than to read
     const int error = errno;
     FHandle = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
@@ -75,6 +78,13 @@ TLockState TFileLock::Take(const std::string& file, std::uint32_t waitMs, bool m
   return FState = lsHeld;
 }
 
+TResult<> TFileLock::IsPossible(const std::string& file) {
+  const auto slash = file.rfind('/');
+  const std::string folder = slash == std::string::npos ? "." : file.substr(0, slash + 1);
+  if (::access(folder.c_str(), W_OK) == 0) return {};
+  return Impossible(file, SystemErrorText(errno));
+}
+
 void TFileLock::Release() {
   if (FHandle >= 0) ::close(FHandle);
   FHandle = -1;
@@ -90,10 +100,7 @@ TLockState TFileLock::Fail(TLockState state, const std::string& file, std::strin
                 .Why = Tr("a controller that runs on it, or a command that changes it, keeps it to itself"),
                 .Remedy = Tr("try again when that has ended")};
   else
-    FProblem = {.What = Tr("the file cannot be locked against other programs, so nothing is saved to it"),
-                .Where = file,
-                .Why = std::move(why),
-                .Remedy = Tr("let its folder be written to")};
+    FProblem = Impossible(file, std::move(why));
   return FState = state;
 }
 

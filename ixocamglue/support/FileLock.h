@@ -30,8 +30,8 @@ class TFileLock {
 
   // Waits at most `waitMs` of real time, on whatever clock the process runs. What was held before is released.
   TLockState Take(const std::string& file, std::uint32_t waitMs);
-  // For who only reads: waits for nobody, and makes no lock file; lsFree where there is none.
-  TLockState TakeToRead(const std::string& file);
+  // Whether its folder is one in which a lock can be made.
+  static TResult<> IsPossible(const std::string& file);
   void Release();
   [[nodiscard]] TLockState State() const { return FState; }
   [[nodiscard]] bool Held() const { return FState == lsHeld; }
@@ -39,7 +39,6 @@ class TFileLock {
   [[nodiscard]] const TProblem& Problem() const { return FProblem; }
 
  private:
-  TLockState Take(const std::string& file, std::uint32_t waitMs, bool make);
   [[nodiscard]] TLockState Fail(TLockState state, const std::string& file, std::string why);
 
   int FHandle = -1;

@@ -1,6 +1,7 @@
 #include "ixocut/panel/PanelHost.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "controller/panel/PanelTexts.h"
 #include "ixocamglue/platform/xml/Bounds.h"
@@ -30,7 +31,7 @@ TPanelHost::TPanelHost(TController& session)
           }),
       FForms(*KBPManager()) {
   FGuard.Enable();
-  // The machine file may hold the speed of another level, from an earlier session.
+  // The machine file may hold the speed of another level, from an earlier run.
   if (CheckKnob().empty()) ApplyKnob(FController, Knob().GetSpeedState());
   if (TVirtualClock* const clock = session.VirtualClock()) {
     FTimers.push_back(clock->Every(TPanelGuard::kRefreshMs, [this](std::uint64_t) { FGuard.Refresh(); }));
@@ -64,7 +65,11 @@ void TPanelHost::PressAgain(TKeyCode key) {
 
 void TPanelHost::SetWarning(bool pending) {
   FController.Params().SetBool("ExistMaintainWarning", pending);
-  if (pending) FController.Alarms().Raise({.IdPrefix = kSource, .Desc = SAlarmNotHomed.Get(), .Attrs = naRequireOrg});
+  if (pending == (FWarning != 0)) return;
+  if (pending)
+    FWarning = FController.Alarms().Raise({.IdPrefix = kSource, .Desc = SAlarmNotHomed.Get(), .Attrs = naRequireOrg});
+  else
+    FController.Alarms().ClearSerial(std::exchange(FWarning, 0));
 }
 
 void TPanelHost::ResetEmergencyStop() {

@@ -46,6 +46,7 @@ class TPanelHost {
   TPanelGuard FGuard;
   TFormTracker FForms;
   std::vector<std::size_t> FTimers;
+  std::uint64_t FWarning = 0;  // the alarm of a maintenance warning that stands; 0: none
   std::optional<TRoundThread> FRefreshThread;
   std::optional<TRoundThread> FWatchThread;
 };

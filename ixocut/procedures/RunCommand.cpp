@@ -188,8 +188,10 @@ void AddRunCommand(CLI::App& program, TCommandRun& run) {
       ->capture_default_str();
   command->add_option("--plot", options->Plot, Tr("Draw XY path, Z and signals"))->type_name("FILE.svg");
   command->add_flag("--journal", options->Journal, Tr("Show the machine's journal: every command and what came of it"));
-  command->add_flag("--save-calibration", options->SaveCalibration,
-                    Tr("Save the results of height calibrations in the machine file"));
+  command
+      ->add_flag("--save-calibration", options->SaveCalibration,
+                 Tr("Save the results of height calibrations in the machine file"))
+      ->each([options](const std::string&) { options->Saves = true; });
   for (const TProcedure* row : Procedures()) AddRow(*command, *row, options);
   SetHelp(
       *command,

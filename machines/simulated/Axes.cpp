@@ -97,6 +97,7 @@ void TSimMotion::MoveXY(TPoint2 target, double mmPerS) {
 }
 
 void TSimMotion::MoveCurve(std::span<const TPoint2> points, double mmPerS) {
+  if (points.empty()) return FCore.Event("axes", "a curve without points");
   const auto [left, right] = std::ranges::minmax(points, {}, &TPoint2::X);
   const auto [front, back] = std::ranges::minmax(points, {}, &TPoint2::Y);
   const std::string within = Format("%.3f %.3f %.3f %.3f", left.X, right.X, front.Y, back.Y);

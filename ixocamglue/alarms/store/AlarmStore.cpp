@@ -306,10 +306,12 @@ void TAlarmStore::OpenLocked(TNews& news) {
   }
   LockLocked();
   if (!FDb) {
+    if (FOpened && IdentityOf(FFile.string()) != *FOpened) FGone = true;  // deleted or moved while it was closed
     auto db = std::make_unique<TSqliteDb>(FFile, TSqliteDb::TMode::Create, kStoreBusyMs);
     PrepareAlarmTables(*db);
     FStatements = std::make_unique<TStatements>(*db);
     FDb = std::move(db);
+    FOpened.reset();
   }
   if (!FGone) return;
   // Somebody may have put another store there: what is open in it is none of this program's.
@@ -426,11 +428,16 @@ bool TAlarmStore::WriteLocked(const std::deque<TAlarmOp>& ops) {
   } catch (...) {
     UndoLocked();
     try {
-      FDb->Exec("ROLLBACK");
-      FDb->Exec("PRAGMA wal_checkpoint(TRUNCATE)");  // gives the log's room back
-    } catch (...) {  // SQLite has rolled back by itself; a broken connection is opened anew
+      if (FDb->InTransaction()) FDb->Exec("ROLLBACK");  // a full disk has rolled back by itself
+    } catch (...) {                                     // a broken connection is opened anew
+      FOpened = FDb->Identity();
       FStatements.reset();
       FDb.reset();
+      throw;
+    }
+    try {
+      FDb->Exec("PRAGMA wal_checkpoint(TRUNCATE)");  // gives the log's room back, where there is any
+    } catch (...) {
     }
     throw;
   }
@@ -458,12 +465,12 @@ void TAlarmStore::WriteOpLocked(const TAlarmOp& op) {
     case TAlarmOp::TKind::ByHand:
       if (const auto row = FStanding.find(op.Serial); row != FStanding.end())
         to.Mark.Bind(1, row->second.Row).Bind(2, kMarkOperator).Run();
-      FByHand.push_back(op.Serial);
+      FByHand.insert(op.Serial);
   }
 }
 
 void TAlarmStore::InsertLocked(const TAlarmOp& op) {
-  const bool byHand = op.Serial != 0 && std::ranges::find(FByHand, op.Serial) != FByHand.end();
+  const bool byHand = op.Serial != 0 && FByHand.contains(op.Serial);
   TSqliteStmt& raise = FStatements->Raise;
   raise.Bind(1, op.Id).Bind(2, op.Code).Bind(3, op.Module).Bind(4, op.Type).Bind(5, op.Desc).Bind(6, op.Reason);
   raise.Bind(7, op.Solution).Bind(8, std::int64_t{op.Level}).Bind(9, FormatUtc(op.Time));

@@ -14,6 +14,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -158,11 +159,12 @@ class TAlarmStore final : public IAlarmSvcIntf, public IAlarmFactory {
   TFileIdentity FWriterFile IXO_GUARDED_BY(FFileLock);
   std::unique_ptr<TSqliteDb> FDb IXO_GUARDED_BY(FFileLock);
   std::unique_ptr<TStatements> FStatements IXO_GUARDED_BY(FFileLock);
-  bool FGone IXO_GUARDED_BY(FFileLock) = false;  // the file was, and is to be made again
+  std::optional<TFileIdentity> FOpened IXO_GUARDED_BY(FFileLock);  // the file of a connection that was given up
+  bool FGone IXO_GUARDED_BY(FFileLock) = false;                    // the file was, and is to be made again
   // The open rows of this program by serial, and what the present transaction has changed of them.
   std::map<std::uint64_t, TStanding> FStanding IXO_GUARDED_BY(FFileLock);
   std::vector<std::pair<std::uint64_t, std::optional<TStanding>>> FBefore IXO_GUARDED_BY(FFileLock);
-  std::vector<std::uint64_t> FByHand IXO_GUARDED_BY(FFileLock);  // marked before their raise came
+  std::set<std::uint64_t> FByHand IXO_GUARDED_BY(FFileLock);  // marked before their raise came
   bool FClosed IXO_GUARDED_BY(FFileLock) = false;
   std::uint64_t FFailedAtMs IXO_GUARDED_BY(FFileLock) = 0;
   std::uint64_t FLookAtMs IXO_GUARDED_BY(FFileLock) = 0;

@@ -68,6 +68,7 @@ TSqliteDb::TSqliteDb(std::filesystem::path file, TMode mode, int busyMs) : FFile
   FIdentity = IdentityOf(FFile);
 }
 
+bool TSqliteDb::InTransaction() const { return sqlite3_get_autocommit(FDb.get()) == 0; }
 bool TSqliteDb::InPlace() const { return FIdentity && IdentityOf(FFile) == FIdentity; }
 
 void TSqliteDb::Fail() const {

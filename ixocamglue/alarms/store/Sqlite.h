@@ -39,7 +39,9 @@ class TSqliteDb {
   void Exec(const char* sql);
   [[nodiscard]] std::int64_t Changes() const;  // rows of the last statement
   [[nodiscard]] std::int64_t LastRow() const;  // that was inserted
-  [[nodiscard]] bool InPlace() const;          // the file that was opened still stands at its path
+  [[nodiscard]] const TFileIdentity& Identity() const { return FIdentity; }
+  [[nodiscard]] bool InTransaction() const;
+  [[nodiscard]] bool InPlace() const;  // the file that was opened still stands at its path
   [[nodiscard]] sqlite3* Native() const { return FDb.get(); }
   [[noreturn]] void Fail() const;  // with what SQLite says
   [[noreturn]] void Fail(std::string what) const { throw ESqlite(FFile, std::move(what)); }

@@ -10,12 +10,29 @@
 #include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
+namespace {
+
+// The messages of each living reader that has selected any; the last selection is what Tr shows.
+struct TSelections {
+  TCriticalSection Lock;
+  std::vector<std::pair<const TLocaleReader*, const TMessages*>> Items IXO_GUARDED_BY(Lock);
+};
+
+void Select(const TLocaleReader* reader, const TMessages* messages) {
+  static TSelections selections;
+  TGuard guard(selections.Lock);
+  auto& items = selections.Items;
+  std::erase_if(items, [&](const auto& item) { return item.first == reader; });
+  if (messages) items.emplace_back(reader, messages);
+  UseMessages(items.empty() ? nullptr : items.back().second);
+}
+
+}  // namespace
 
 TLocaleReader::~TLocaleReader() {
   for (const auto& [text, installed] : FInstalled)
     if (text->Get() == installed) text->Set(nullptr);
-  if (FMessages.empty()) return;
-  if (const TMessages* const used = UseMessages(FUsedBefore); used != FUsed) UseMessages(used);  // a later reader's
+  Select(this, nullptr);
 }
 
 std::string TLocaleReader::SelectLanguage(std::string_view language) {
@@ -53,9 +70,7 @@ std::string TLocaleReader::SelectLanguage(std::string_view language) {
   FRefused = std::move(refused);
   auto same = std::ranges::find_if(FMessages, [&](const auto& known) { return *known == *messages; });
   if (same == FMessages.end()) same = FMessages.insert(same, std::move(messages));
-  const TMessages* const before = UseMessages(same->get());
-  if (!FUsed) FUsedBefore = before;
-  FUsed = same->get();
+  Select(this, same->get());
   return problem;
 }
 

@@ -24,7 +24,8 @@ class TLocaleReader {
  public:
   // The folder that holds <language>.json.
   explicit TLocaleReader(std::filesystem::path folder) : FFolder(std::move(folder)) {}
-  ~TLocaleReader();  // the texts that are still its own have their defaults again; Tr shows what it showed before
+  ~TLocaleReader();  // the texts that are still its own have their defaults again; Tr shows those that another reader
+                     // selected last
   TLocaleReader(const TLocaleReader&) = delete;
   TLocaleReader& operator=(const TLocaleReader&) = delete;
 
@@ -42,9 +43,7 @@ class TLocaleReader {
   std::set<std::string> FKept IXO_GUARDED_BY(FLock);                        // every text ever installed
   std::map<TText*, const char*> FInstalled IXO_GUARDED_BY(FLock);           // where, and which one
   std::vector<std::unique_ptr<TMessages>> FMessages IXO_GUARDED_BY(FLock);  // all that were ever in use, once each
-  const TMessages* FUsed IXO_GUARDED_BY(FLock) = nullptr;
-  const TMessages* FUsedBefore IXO_GUARDED_BY(FLock) = nullptr;  // another reader's
-  std::vector<std::string> FRefused IXO_GUARDED_BY(FLock);       // of the messages, for the next Apply
+  std::vector<std::string> FRefused IXO_GUARDED_BY(FLock);                  // of the messages, for the next Apply
 };
 
 IXO_DECLARE_SERVICE(TLocaleReader, LocaleReader);

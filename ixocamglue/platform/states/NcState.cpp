@@ -168,11 +168,11 @@ TNcStateFramework::TMail TNcStateFramework::TakeMail() {
 }
 
 const char* TNcStateFramework::WhyEndPosted() const {
-  if (FStopping) return Tr("a stop has not come to its end");
-  if (FMail.Abort != srDone) return "the state is about to be ended";
+  if (FStopping) return TrMark("a stop has not come to its end");
+  if (FMail.Abort != srDone) return TrMark("the state is about to be ended");
   const bool alarm =
       std::ranges::any_of(FMail.Alarms, [](const TNcAlarmRecord& a) { return (a.Attrs & kEndsStates) != 0; });
-  return alarm ? "an alarm is about to end the state" : nullptr;
+  return alarm ? TrMark("an alarm is about to end the state") : nullptr;
 }
 
 // --- TNcStateFramework: the pass ---
@@ -425,7 +425,11 @@ void TNcStateFramework::Enter(TChange change) {
     FNumber.store(nsStandby, std::memory_order_release);
     if (ByHand(from)) DemandSafe(false);  // any other state went dark before it was left
   }
-  FPending.store(FChange ? FChange->State : kNonePending, std::memory_order_release);
+  {
+    TGuard guard(FLock);  // one that was posted meanwhile stays pending
+    const std::optional<TChange>& posted = FChange ? FChange : FMail.Change;
+    FPending.store(posted ? posted->State : kNonePending, std::memory_order_release);
+  }
   try {
     if (FObserver) FObserver(from, change.State);
   } catch (...) {

@@ -91,15 +91,7 @@ TLockState TXmlConfig::Hold(const std::filesystem::path& file, std::uint32_t wai
   return FHeld.Take(Resolved(file), waitMs);
 }
 
-TLockState TXmlConfig::HoldToRead(const std::filesystem::path& file) {
-  TGuard saving(FSaving);
-  return FHeld.TakeToRead(Resolved(file));
-}
-
-void TXmlConfig::LetGo() {
-  TGuard saving(FSaving);
-  FHeld.Release();
-}
+TResult<> TXmlConfig::CanHold(const std::filesystem::path& file) { return TFileLock::IsPossible(Resolved(file)); }
 
 TResult<> TXmlConfig::LockForSave(TFileLock& lock) const {
   if (FHeld.Held() || lock.Take(Resolved(FFile), 0) == lsHeld) return {};
@@ -133,15 +125,14 @@ TResult<std::string> TXmlConfig::SaveLocked(TXmlSubConfig& record) {
   bool isMissing = false;
   TPrint print;
   const auto read = Read(file, document, isMissing, print);
+  if (!isMissing && !read)
+    return At({}, Tr("not saved, because the present file cannot be read: ") + read.Problem().Text());
   // Who holds the file from before its load knows that nobody else has set a value in it since.
   if (!FHeld.Held() && print != FPrint)
     return TProblem{.What = Tr("not saved: another program has changed the file since it was read"),
                     .Where = file,
                     .Remedy = Tr("read it again and repeat what was done")};
-  if (isMissing)
-    document.MakeNew(FRootName);
-  else if (!read)
-    return At({}, Tr("not saved, because the present file cannot be read: ") + read.Problem().Text());
+  if (isMissing) document.MakeNew(FRootName);
   TXmlContext context{.File = file, .Changed = isMissing};
   const TXmlNode root = document.Root(context);
   if (root.Name() != FRootName) {

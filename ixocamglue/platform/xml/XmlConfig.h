@@ -43,9 +43,8 @@ class TXmlConfig : public TXmlSubConfig {
   // Keeps other processes from saving the file until this configuration dies or holds another; before its load, by who
   // will save it. Waits at most `waitMs`. With lsImpossible the configuration can be used, and saves are refused.
   TLockState Hold(const std::filesystem::path& file, std::uint32_t waitMs = kFileLockWaitMs);
-  // The same for as long as it is loaded, by who saves nothing: waits for nobody, and makes no lock file.
-  TLockState HoldToRead(const std::filesystem::path& file);
-  void LetGo();
+  // Whether it could be held at all; for who saves nothing. A file is replaced in one step: who reads needs no lock.
+  static TResult<> CanHold(const std::filesystem::path& file);
   [[nodiscard]] const TProblem& HoldProblem() const { return FHeld.Problem(); }
 
   // With a value the file holds the present values; the value is what could not be made sure of (the flush of the
