@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <atomic>
 
 #include <gtest/gtest.h>
 
@@ -7,8 +8,8 @@
 #include "ixocamglue/alarms/Ualarmmanager.h"
 #include "ixocamglue/platform/alarms/NcSimpleAlarmSource.h"
 #include "ixocamglue/platform/ports/Alarmintf.h"
+#include "ixocamglue/platform/services/Clock.h"
 #include "ixocamglue/platform/services/Log.h"
-#include "ixocamglue/platform/services/VirtualClock.h"
 
 namespace ixocamglue::test {
 namespace {
@@ -78,6 +79,20 @@ class TLines final : public ILogSink {
   TTexts Lines;
 };
 
+// The client's thread waits beside the test; the time is the test's.
+class TTestsClock final : public IClock {
+ public:
+  std::uint32_t TickMs() override { return static_cast<std::uint32_t>(FNow); }
+  std::uint64_t MonotonicMs() override { return FNow; }
+  TDateTime Now() override { return {46'000.0}; }
+  void Sleep(std::uint32_t ms) override { FNow += ms; }
+  void Spin() override {}
+  bool Pause(TStop& stop, std::uint32_t ms) override { return stop.WaitFor(ms); }
+
+ private:
+  std::atomic<std::uint64_t> FNow{0};
+};
+
 class Manager : public testing::Test {
  protected:
   // Without a store nothing leaves the client.
@@ -105,7 +120,7 @@ class Manager : public testing::Test {
            std::to_string(Alarms->GetHighestLevel());
   }
 
-  TVirtualClock Clock;
+  TTestsClock Clock;
   TInstalled<IClock> ClockInstalled{Clock};
   TLines Sink;
   TLogService Logs;
