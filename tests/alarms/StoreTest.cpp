@@ -1,7 +1,9 @@
+#include <csignal>
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
 #include <functional>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -151,6 +153,28 @@ TEST_F(Store, OneThatIsDeletedOrMovedIsMadeAgainWithWhatStands) {
     std::filesystem::remove(File);
   }
   EXPECT_EQ(TAlarmHistory(aside).Rows({}).size(), 1U) << "what was moved has its rows";
+}
+
+TEST_F(Store, OneThatIsDeletedOnAFullDiskIsMadeAgainWithWhatStands) {
+  TAlarmStore& store = Open();
+  ASSERT_TRUE(store.Open());
+  store.AddAlarmItem(Item("early#1", 0, 1));
+  store.Commit();
+  std::signal(SIGXFSZ, SIG_IGN);
+  rlimit before{};
+  ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
+  const rlimit full{1, before.rlim_max};
+  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &full), 0);
+  store.AddAlarmItem(Item("late#1", 0, 2));
+  store.Commit();
+  std::filesystem::remove(File);
+  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &before), 0);
+  EXPECT_EQ(store.Unstored().size(), 1U);
+  Clock.Sleep(kStoreRetryMs);
+  store.Commit();
+  store.RemoveAlarmItem(Item("early#1", 0, 1));
+  store.Commit();
+  EXPECT_EQ(Rows(), (TTexts{"early#1 cleared first", "late#1 active"}));
 }
 
 TEST_F(Store, HasOneWriterWhileEverybodyReads) {
