@@ -56,6 +56,28 @@ TModbusStatistics TModbusComm::Statistics() {
   return statistics;
 }
 
+void TModbusComm::Owe() {
+  TGuard guard(FLock);
+  FStrict.Owe();
+}
+
+std::uint32_t TModbusComm::OwedMs() {
+  TGuard guard(FLock);
+  const auto transport = TransportLocked();
+  return transport ? FStrict.OwedMs(*transport) : 0;
+}
+
+std::uint32_t TModbusComm::SilenceMs() {
+  TGuard guard(FLock);
+  return FStrict.SilenceMs();
+}
+
+TModbusEnd TModbusComm::AwaitSilence() {
+  TGuard guard(FLock);
+  const auto transport = TransportLocked();
+  return transport ? FStrict.FallSilent(*transport) : TModbusEnd{};
+}
+
 std::vector<TModbusFrameLog::TEntry> TModbusComm::LastFrames() {
   TGuard guard(FLock);
   return FFrames.Oldest();
@@ -158,10 +180,14 @@ TModbusAnswer TModbusComm::AskExact(const TModbusRequest& request, TBytes& reply
   }
   answer.ElapsedUs = Clock().MonotonicUs() - start;
   answer.WaitUs = answer.ElapsedUs - answer.OpenUs - answer.SendUs;
-  if (!answer.Ok()) return answer;
+  if (!answer.Ok()) {
+    if (answer.Sent && !request.Tcp) FStrict.Owe();
+    return answer;
+  }
   const TReplyCheck check = CheckModbusReply(request, reply);
   if (check.State == rsWhole) return answer;
   answer.Outcome = check.State == rsException ? moException : moInvalid;
+  if (answer.Outcome == moInvalid && !request.Tcp) FStrict.Owe();
   answer.Exception = check.Exception;
   answer.Reason = check.State == rsMore ? TrMark("the reply is incomplete") : check.Reason;
   return answer;

@@ -90,6 +90,14 @@ class TModbusComm : public TDevDataCommBase, public INcAlarmSource20 {
   // One value goes out with function 6, several or `multiple` with 16.
   [[nodiscard]] TModbusResult WriteRegisters(std::uint16_t addr, std::span<const std::uint16_t> values,
                                              bool multiple = false);
+  // What another request on this transport, or one of the exact profile, may leave under way: a reply over RTU framing
+  // that comes late is taken for the next request's, whichever process asks it. Owe says that such a reply is due;
+  // OwedMs how much longer the line must be silent (0: nothing is due), SilenceMs how long as a whole;
+  // AwaitSilence waits for it, three times as long at most.
+  void Owe();
+  [[nodiscard]] std::uint32_t OwedMs();
+  [[nodiscard]] std::uint32_t SilenceMs();
+  [[nodiscard]] TModbusEnd AwaitSilence();
   [[nodiscard]] TModbusStatistics Statistics();  // of the strict profile
   [[nodiscard]] std::vector<TModbusFrameLog::TEntry> LastFrames();
 

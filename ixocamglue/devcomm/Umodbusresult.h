@@ -55,9 +55,11 @@ struct TModbusStrictOptions {
   // attempt ends with it, and another one begins only if at least half of its time is left, on a line that has to fall
   // silent all of it. Of a long range each request has this time.
   std::uint32_t TotalMs = 0;
-  // Read once on each link before the first write that asks for a reply, in a time of its own; none: writes are
-  // unproved. Without a valid reply they are allowed, unless it was their echo.
+  // Read once on each link before the first write that asks for a reply, within TotalMs; none: writes are unproved.
+  // Without a valid reply they are allowed, unless it was their echo. The write is refused when what the probe leaves
+  // of TotalMs is less than half of an attempt, or than ProbeFor times what the probe took.
   std::optional<std::uint16_t> ProbeRegister;
+  std::uint32_t ProbeFor = 1;  // the requests that TotalMs has to do for, the one that is asked included
 };
 
 // What requests cost.
@@ -73,6 +75,7 @@ struct TModbusTraffic {
   std::uint64_t Foreign = 0;     // late replies of other transactions, dropped
   std::uint64_t StaleBytes = 0;  // thrown away before the send, and behind the reply
   std::uint64_t Owed = 0;        // requests over RTU framing whose reply may still come
+  std::uint64_t TimedOut = 0;    // those of them that waited their time in vain
   std::uint64_t Drained = 0;     // bytes that came while the line had to be silent
 
   TModbusTraffic& operator+=(const TModbusTraffic& more) {
@@ -87,6 +90,7 @@ struct TModbusTraffic {
     Foreign += more.Foreign;
     StaleBytes += more.StaleBytes;
     Owed += more.Owed;
+    TimedOut += more.TimedOut;
     Drained += more.Drained;
     return *this;
   }

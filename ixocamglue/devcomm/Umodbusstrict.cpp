@@ -73,6 +73,7 @@ struct TModbusStrict::TWay {
   std::uint32_t PreDelayMs;
   std::uint64_t Deadline;  // monotonic
   bool Sent = false;
+  bool Refused = false;  // not to be repeated
 
   // Of `ms`, what is left of it.
   [[nodiscard]] std::uint32_t Within(std::uint64_t ms) const {
@@ -136,14 +137,18 @@ TModbusEnd TModbusStrict::AwaitSilence(TWay& way) {
   }
   if (const TModbusEnd linked = EnsureLink(way); !linked.Ok()) return linked;
   const std::uint64_t silence = SilenceMs();
-  const std::uint64_t start = Clock().MonotonicMs();
+  std::uint64_t now = Clock().MonotonicMs();
+  if (!FAwaitedSinceMs) FAwaitedSinceMs = now;
   std::size_t late = way.Stream.Drain(kDrainLimit);
-  for (std::uint64_t now = start;; now = Clock().MonotonicMs()) {
+  for (;; now = Clock().MonotonicMs()) {
     way.Traffic.Drained += late;
     if (late != 0) FSilentSinceMs = now;
     const std::uint64_t silent = now - FSilentSinceMs;  // the time between two requests counts, if nothing came in it
     if (silent >= silence) break;
-    if (now - start >= 3 * silence) return {moInvalid, TrMark("line not silent")};
+    if (now - *FAwaitedSinceMs >= 3 * silence) {
+      FAwaitedSinceMs.reset();  // the next request may try again
+      return {moInvalid, TrMark("line not silent")};
+    }
     if (now + (silence - silent) + AttemptMs() > way.Deadline)
       return {moTimeout, TrMark("the line has to fall silent first, and there is no time left for that")};
     if (!way.Stream.Linked()) return {moNoConnection, TrMark("the connection ended before the line was silent")};
@@ -153,6 +158,28 @@ TModbusEnd TModbusStrict::AwaitSilence(TWay& way) {
   }
   FOwed = false;
   return {};
+}
+
+void TModbusStrict::Owe() {
+  FOwed = true;
+  FAwaitedSinceMs.reset();
+  FSilentSinceMs = Clock().MonotonicMs();
+}
+
+std::uint32_t TModbusStrict::OwedMs(INcDataTransIntf& transport) const {
+  const auto* const stream = dynamic_cast<INcStreamIntf*>(&transport);
+  if (!FOwed || (stream && stream->ClosingForgets())) return 0;
+  const std::uint64_t silent = Clock().MonotonicMs() - FSilentSinceMs;
+  return silent < SilenceMs() ? SilenceMs() - static_cast<std::uint32_t>(silent) : 0;
+}
+
+TModbusEnd TModbusStrict::FallSilent(INcDataTransIntf& transport) {
+  auto* stream = dynamic_cast<INcStreamIntf*>(&transport);
+  TPlainStream plain(transport);
+  if (!stream) stream = &plain;
+  TModbusTraffic traffic;
+  TWay way{transport, *stream, traffic, 0, kNoDeadline};
+  return AwaitSilence(way);
 }
 
 TModbusEnd TModbusStrict::AwaitReply(TWay& way, const TModbusRequest& request, TBytes& reply) {
@@ -210,20 +237,24 @@ TModbusEnd TModbusStrict::Transact(TWay& way, TModbusRequest& request, TBytes& r
   FFrames.Add(handed, true, FRequest);
   if (request.Broadcast()) return {};
   FOwed = !request.Tcp;
+  FAwaitedSinceMs.reset();
   if (way.PreDelayMs != 0) (void)Clock().Pause(FStop, way.Within(way.PreDelayMs));
   const TModbusEnd end = AwaitReply(way, request, reply);
   const std::uint64_t ended = Clock().MonotonicUs();
   way.Traffic.WaitUs += ended - handed;
   FFrames.Add(ended, false, reply);
+  if (!way.Stream.Linked() && way.Stream.ClosingForgets()) FOwed = false;
   if (FOwed) {
     FSilentSinceMs = Clock().MonotonicMs();
     ++way.Traffic.Owed;
+    if (end.Outcome == moTimeout) ++way.Traffic.TimedOut;
   }
   return end;
 }
 
 TModbusEnd TModbusStrict::Prove(TWay& way, const TModbusRequest& write) {
-  TWay own{way.Transport, way.Stream, way.Traffic, way.PreDelayMs, NewDeadline()};
+  const std::uint64_t start = Clock().MonotonicMs();
+  TWay own{way.Transport, way.Stream, way.Traffic, way.PreDelayMs, way.Deadline};
   TModbusRequest probe{write.Tcp, 0, write.Unit, kModbusRead, *Options.ProbeRegister, 1, {}};
   TBytes reply;
   const TModbusEnd end = Transact(own, probe, reply);
@@ -239,13 +270,15 @@ TModbusEnd TModbusStrict::Prove(TWay& way, const TModbusRequest& write) {
   if (echoed) {
     ready = {moInvalid, kEchoes};
   } else if (FOwed) {
-    own.Deadline = kNoDeadline;
     ready = AwaitSilence(own);
     if (ready.Ok()) ready = Connect(own);  // a link that was made anew for the silence counts as this one
   }
   FProvedLink = way.Stream.LinkId();
-  way.Deadline = NewDeadline();
-  return ready;
+  const std::uint64_t took = Clock().MonotonicMs() - start;
+  const std::uint64_t needed = std::max<std::uint64_t>(AttemptMs() / 2, took * Options.ProbeFor);
+  if (!ready.Ok() || way.Within(needed) == needed) return ready;
+  way.Refused = true;
+  return {moTimeout, TrMark("nothing was written: the probe left too little of the time")};
 }
 
 TModbusEnd TModbusStrict::Attempt(TWay& way, TModbusRequest& request, TBytes& reply) {
@@ -284,7 +317,7 @@ TModbusAnswer TModbusStrict::Ask(INcDataTransIntf& transport, TModbusRequest req
     end = AwaitSilence(way);
     if (!end.Ok()) break;
     end = Attempt(way, request, reply);
-    if (end.Ok() || end.Outcome == moException || FStop.Asked() || traffic.Attempts > Options.Retries ||
+    if (end.Ok() || end.Outcome == moException || way.Refused || FStop.Asked() || traffic.Attempts > Options.Retries ||
         (!stream->Linked() && FBackoffOf == stream && Clock().MonotonicMs() < FNextOpenMs) ||
         (way.Sent && write && !Options.RetryWrites) || (asksBack && FProof == mpfEchoed) || !MayRepeat(way))
       break;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 #include "ixocamglue/devcomm/Ucommtypes.h"
 #include "ixocamglue/devcomm/Umodbusframe.h"
@@ -19,6 +20,13 @@ class TModbusStrict {
   TModbusStrictOptions Options;
 
   [[nodiscard]] TModbusProof Proof() const { return FProof; }
+  // A request that was not asked here went unanswered.
+  void Owe();
+  // How much longer the line must be silent before no reply is owed any more; 0: none is.
+  [[nodiscard]] std::uint32_t OwedMs(INcDataTransIntf& transport) const;
+  [[nodiscard]] std::uint32_t SilenceMs() const;  // the whole of it
+  // Waits for that silence, three times its length at most.
+  [[nodiscard]] TModbusEnd FallSilent(INcDataTransIntf& transport);
   // `preDelayMs`: from each send to the first read. `reply` keeps its capacity and becomes the reply's frame, or what
   // came instead of it.
   [[nodiscard]] TModbusAnswer Ask(INcDataTransIntf& transport, TModbusRequest request, std::uint32_t preDelayMs,
@@ -40,7 +48,6 @@ class TModbusStrict {
   [[nodiscard]] bool MayRepeat(const TWay& way) const;
   [[nodiscard]] bool IsKnown(const INcStreamIntf& stream) const;
   [[nodiscard]] std::uint32_t AttemptMs() const;
-  [[nodiscard]] std::uint32_t SilenceMs() const;
   [[nodiscard]] std::uint64_t NewDeadline() const;
 
   TModbusFrameLog& FFrames;
@@ -49,6 +56,7 @@ class TModbusStrict {
   std::uint16_t FTransaction = 0;
   bool FOwed = false;  // a reply may still come, and would be taken for another's
   std::uint64_t FSilentSinceMs = 0;
+  std::optional<std::uint64_t> FAwaitedSinceMs;  // the silence, over the requests that had no time left for it
   TModbusProof FProof = mpfUnproved;
   std::uint64_t FProvedLink = 0;
   const void* FBackoffOf = nullptr;  // the transport that could not be opened

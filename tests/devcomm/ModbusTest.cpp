@@ -366,7 +366,7 @@ TEST_P(Modbus, AWriteIsRefusedOnALineThatOnlyEchoesAndEachLinkIsProvedOnce) {
   const std::vector<std::uint16_t> one{1};
   for (const auto& row : kRows) {
     SCOPED_TRACE(row.Name);
-    TModbusStrictOptions options{.Retries = 0, .LateReplyMs = 50, .TotalMs = 2000};
+    TModbusStrictOptions options{.TimeoutMs = 500, .Retries = 0, .LateReplyMs = 50, .TotalMs = 2000};
     if (row.Probe) options.ProbeRegister = 0x0203;
     Strict(options);
     Transport->CloseLink();
@@ -410,6 +410,26 @@ TEST_P(Modbus, NoAttemptBeginsThatCannotEndWithinTheTotalTime) {
     EXPECT_TRUE(result.Outcome == moTimeout && !result.Sent);
     EXPECT_EQ(Now() - start, 0u);
   }
+  // A probe lies within it too, and what it leaves must do for all the requests that share it.
+  const struct {
+    std::uint32_t GapMs, Requests;
+    std::uint64_t EndMs;
+  } kProbes[] = {{300, 1, 600}, {300, 2, 300}, {0, 1, 700}};
+  for (const auto& row : kProbes) {
+    Clock.Sleep(10'000);
+    Transport->CloseLink();
+    Strict({.TimeoutMs = 700, .LateReplyMs = 1, .TotalMs = 700, .ProbeRegister = 7, .ProbeFor = row.Requests});
+    if (row.GapMs != 0)
+      Answer(row.GapMs);
+    else
+      Script.Wire.OnSend = {};
+    const auto start = Now();
+    const TModbusResult result = Device.WriteRegisters(0, std::vector<std::uint16_t>{1});
+    EXPECT_EQ(Now() - start, row.EndMs);
+    EXPECT_EQ(result.Sent, row.EndMs == 600);
+  }
+  Strict({.TimeoutMs = 2000, .Retries = 9, .LateReplyMs = 200, .TotalMs = 2000});
+  Clock.Sleep(10'000);
   for (const std::uint32_t gap : {5u, 1100u}) {  // a damaged reply, early and late
     int replies = 0;
     Script.Wire.OnSend = [&](const TBytes& bytes) {
@@ -506,6 +526,31 @@ TEST_F(ModbusRtu, ALateByteRestartsTheSilenceForThreeTimesAtMostAndAStopEndsIt) 
   EXPECT_EQ(Device.ReadRegisters(0, 1).Outcome, moStopped);
   EXPECT_LE(Now() - start, 150u);
   Clock.Remove(handle);
+}
+
+TEST_F(ModbusRtu, WhatIsOwedCanBeWaitedForAndItsSilenceOutlastsRequestsWithoutTimeForIt) {
+  Device.PreDelay = 0;
+  for (const TModbusProfile profile : {mpExact, mpStrict}) {
+    Device.SetProfile(profile, {.TimeoutMs = 100, .Retries = 0, .LateReplyMs = 1000, .TotalMs = 500});
+    EXPECT_EQ(Device.OwedMs(), 0u);
+    (void)Device.ReadRegisters(0, 1);
+    EXPECT_EQ(Device.OwedMs(), 1000u);
+    Script.Wire.Say(400, {0x55});
+    const auto start = Now();
+    EXPECT_TRUE(Device.AwaitSilence().Ok());
+    EXPECT_EQ(Now() - start, 1400u);
+    EXPECT_EQ(Device.OwedMs(), 0u);
+  }
+  TModbusResult result = Device.ReadRegisters(0, 1);
+  EXPECT_TRUE(result.Owed == 1 && result.TimedOut == 1);
+  for (std::uint32_t ms = 0; ms < 20'000; ms += 400) Script.Wire.Say(ms, {0x55});
+  int rounds = 0;
+  for (; rounds < 30 && result.Outcome == moTimeout; ++rounds) {
+    result = Device.ReadRegisters(0, 1);
+    Clock.Sleep(300);
+  }
+  EXPECT_STREQ(result.Reason, "line not silent");
+  EXPECT_EQ(rounds, 11);  // at 3000 ms
 }
 
 class ModbusTcp : public Modbus {
