@@ -8,10 +8,12 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "ixocamglue/devcomm/Ucommtypes.h"
 #include "ixocamglue/platform/comm/Comm.h"
+#include "ixocamglue/support/Problem.h"
 
 namespace ixocamglue {
 
@@ -26,9 +28,12 @@ class TNcCommTransBase : public INcDataTransIntf, public INcStreamIntf {
   std::size_t Drain(std::size_t atMost) override;
   TBytes ReceiveWithin(std::uint32_t ms) override;
   std::uint64_t LinkId() const override { return FLinkId; }
+  // Why the link did not open the last time; empty once it did.
+  [[nodiscard]] const TProblem& OpenProblem() const { return FOpenProblem; }
 
  protected:
   void NewLink();  // one was opened
+  void KeepOpenProblem(TProblem problem) { FOpenProblem = std::move(problem); }
   // True as soon as Take has something to say.
   [[nodiscard]] virtual bool WaitReadable(std::uint32_t ms) = 0;
   // What is there now; 0 for nothing. Closes a link found ended.
@@ -39,6 +44,7 @@ class TNcCommTransBase : public INcDataTransIntf, public INcStreamIntf {
 
  private:
   std::uint64_t FLinkId = 0;
+  TProblem FOpenProblem;
 };
 
 // TransType decides how it receives: text ends at the first empty read after 50 ms and turns bytes above 0x7F into "?";

@@ -46,7 +46,9 @@ void TNcSerialCommTrans::SetCommParams(const TCommSerial& params) {
 
 TResult<> TNcSerialCommTrans::Open() {
   NewLink();
-  return FComm->Open(FParams.Port, GetUtf16(FParams.Settings));
+  auto opened = FComm->Open(FParams.Port, GetUtf16(FParams.Settings));
+  KeepOpenProblem(opened ? TProblem{} : opened.Problem());
+  return opened;
 }
 
 bool TNcSerialCommTrans::CheckConnection() { return FComm && FComm->Active(); }

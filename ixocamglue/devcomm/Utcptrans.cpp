@@ -5,6 +5,7 @@
 #include "ixocamglue/platform/services/Clock.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/SystemError.h"
 #include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
@@ -99,7 +100,15 @@ TBytes TNcTcpIPTrans::GetReceiveBuff() {
 
 bool TNcTcpIPTrans::Connect(std::uint32_t timeoutMs) {
   NewLink();
-  return FTcp->Connect(timeoutMs);
+  if (FTcp->Connect(timeoutMs)) {
+    KeepOpenProblem({});
+    return true;
+  }
+  const int error = FTcp->ConnectError();
+  KeepOpenProblem({.What = FAddresses.empty() ? Format(Tr("The host \"%s\" is not resolved"), FHost.c_str())
+                           : error != 0       ? SystemErrorText(error)
+                                              : Tr("nothing answers at this address in time")});
+  return false;
 }
 
 bool TNcTcpIPTrans::Linked() const { return FTcp && FTcp->Connected(); }

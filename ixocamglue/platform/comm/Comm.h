@@ -47,6 +47,8 @@ class TVkTcpClient {
   // Numeric addresses, tried in this order.
   virtual void SetRemote(std::vector<std::string> addresses, std::int32_t port) = 0;
   [[nodiscard]] virtual bool Connect(std::uint32_t timeoutMs) = 0;
+  // Why the last Connect failed, as an errno value; 0: nothing answered in time.
+  [[nodiscard]] virtual int ConnectError() const { return 0; }
   virtual void Disconnect() = 0;
   [[nodiscard]] virtual bool Connected() const = 0;
   // Without blocking: the stream has ended (or failed) and nothing is left to read.

@@ -25,6 +25,7 @@ class TRealTcp final : public TVkTcpClient {
 
   bool Connect(std::uint32_t timeoutMs) override {
     Disconnect();
+    FError = 0;
     if (FPort < 1 || FPort > 0xFFFF) return false;
     const std::uint64_t end = Clock().MonotonicMs() + timeoutMs;
     for (const std::string& text : FAddresses) {
@@ -37,6 +38,8 @@ class TRealTcp final : public TVkTcpClient {
     }
     return false;
   }
+
+  int ConnectError() const override { return FError; }
 
   void Disconnect() override {
     TGuard guard(FHandle);
@@ -94,7 +97,10 @@ class TRealTcp final : public TVkTcpClient {
     {
       TGuard guard(FHandle);
       FSocket.open(peer.protocol(), error);
-      if (error) return false;
+      if (error) {
+        FError = error.value();
+        return false;
+      }
       CloseOnExec(FSocket.native_handle());
       FSocket.non_blocking(true, error);
       if (!error) FSocket.set_option(asio::ip::tcp::no_delay(true), error);
@@ -110,12 +116,12 @@ class TRealTcp final : public TVkTcpClient {
     return false;
   }
 
-  static bool Established(int fd, const asio::ip::tcp::endpoint& peer, std::uint32_t timeoutMs) {
+  bool Established(int fd, const asio::ip::tcp::endpoint& peer, std::uint32_t timeoutMs) {
     if (::connect(fd, peer.data(), static_cast<socklen_t>(peer.size())) == 0) return true;
-    if (errno != EINPROGRESS || !WaitFd(fd, POLLOUT, timeoutMs)) return false;
-    int problem = 0;
-    socklen_t size = sizeof problem;
-    return ::getsockopt(fd, SOL_SOCKET, SO_ERROR, &problem, &size) == 0 && problem == 0;
+    FError = errno == EINPROGRESS ? 0 : errno;
+    if (FError != 0 || !WaitFd(fd, POLLOUT, timeoutMs)) return false;
+    socklen_t size = sizeof FError;
+    return ::getsockopt(fd, SOL_SOCKET, SO_ERROR, &FError, &size) == 0 && FError == 0;
   }
 
   asio::io_context FContext{1};
@@ -125,6 +131,7 @@ class TRealTcp final : public TVkTcpClient {
   std::int32_t FPort = 0;
   bool FConnected = false;  // written under FHandle by the user's thread, read by it without
   std::uint64_t FId = 0;    // as FConnected
+  int FError = 0;           // of the last Connect
 };
 
 }  // namespace
