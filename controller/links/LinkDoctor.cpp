@@ -36,6 +36,15 @@ bool RtuCrcGood(std::span<const std::uint8_t> bytes) {
   return CalcCRC(bytes.data(), body, 0xFFFF) == (bytes[body] | bytes[body + 1] << 8);
 }
 
+// Of a Modbus TCP reply: the header says as many bytes as the function has.
+bool TcpLengthGood(std::span<const std::uint8_t> bytes) {
+  if (bytes.size() < 9 || bytes[2] != 0 || bytes[3] != 0) return false;
+  const std::size_t length = static_cast<std::size_t>(bytes[4] << 8 | bytes[5]);
+  const std::uint8_t func = bytes[7];
+  const std::size_t body = (func & 0x80) != 0 ? 3u : func <= kModbusReadInput ? 3u + bytes[8] : 6u;
+  return length == body && bytes.size() >= 6 + length;
+}
+
 bool StartsWith(const TBytes& bytes, const TBytes& start) {
   return bytes.size() >= start.size() && std::equal(start.begin(), start.end(), bytes.begin());
 }
@@ -63,6 +72,11 @@ class TExamination {
     if (FOptions.Link.IsTcp ? !ReachHost() : !OpenPort()) return false;
     if (!ListenToSilence()) return false;
     return AskUnit();
+  }
+
+  // The line on which a reply may still come.
+  [[nodiscard]] std::shared_ptr<INcDataTransIntf> Owing() const {
+    return FOwed && !FOptions.Link.IsTcp && !FTcpFraming ? FTransport : nullptr;
   }
 
  private:
@@ -175,6 +189,7 @@ class TExamination {
     FStray += FTransport->Drain(64 * 1024);
     exchange.Closed = !FTransport->SendBuff(exchange.Sent);
     FSentMs = Clock().MonotonicMs();
+    FOwed = !exchange.Closed;
     if (!exchange.Closed) Collect(exchange, FSentMs + ms);
     return exchange;
   }
@@ -195,6 +210,7 @@ class TExamination {
       Look(exchange);
       exchange.WholeMs = came - FSentMs;
     }
+    if (exchange.Answered() || exchange.Check.Damaged) FOwed = false;
     if (exchange.Check.State == rsMore || exchange.Closed) return;
     while (exchange.Bytes.size() < kMostBytes && !FStop.Asked()) {  // what follows it
       const TBytes more = FTransport->ReceiveWithin(kSettleMs);
@@ -352,7 +368,7 @@ class TExamination {
     const TBytes& reply = exchange.Bytes;
     Good("bytes", Format(Tr("The device sends: %s"), Shown(reply).c_str()));
     const std::size_t unitAt = FTcpFraming ? 6 : 0;
-    const bool whole = FTcpFraming ? reply.size() >= 9 && reply[2] == 0 && reply[3] == 0 : RtuCrcGood(reply);
+    const bool whole = FTcpFraming ? TcpLengthGood(reply) : RtuCrcGood(reply);
     if (whole && reply[unitAt] != FOptions.Unit)
       return Bad("wrong-unit", Format(Tr("Unit %d answers instead of unit %d"), reply[unitAt], FOptions.Unit),
                  Format(Tr("Try --unit %d, and check the device's unit address"), reply[unitAt]));
@@ -364,13 +380,18 @@ class TExamination {
                           Shown(std::span(reply).first(at)).c_str()),
                    Tr("Check the biasing of the line, and when the adapter switches from sending to receiving"));
     if (whole) return Stale(exchange);
-    if (FTcpFraming) {
-      if (OtherFraming()) return false;
-      return Bad("framing", Format(Tr("What comes is no Modbus TCP: %s"), Tr(exchange.Check.Reason)),
-                 Tr("Check that this port belongs to a Modbus server"));
-    }
+    if (OtherFraming()) return false;
+    if (FTcpFraming)
+      return Bad(
+          "framing",
+          Format(Tr("What comes is no Modbus TCP: %s"),
+                 exchange.Check.Framed ? Tr("the header's length does not fit the reply") : Tr(exchange.Check.Reason)),
+          Tr("Check that this port belongs to a Modbus server"));
     return Bad("crc", Tr("The CRC is wrong: the bytes are damaged, or this is no Modbus RTU"),
-               Tr("Check baud rate, parity and data bits, then wiring, shield and termination"));
+               FOptions.Link.IsTcp
+                   ? Tr("Check --framing, and that this port belongs to a gateway; then baud rate and parity in the "
+                        "gateway's settings and the wiring behind it")
+                   : Tr("Check baud rate, parity and data bits, then wiring, shield and termination"));
   }
 
   // Whether the device answers in the other framing; said if it does.
@@ -408,7 +429,10 @@ class TExamination {
     return Bad("stale",
                Format(Tr("A stale reply: the device answers an earlier request (%s): %s"), Tr(exchange.Check.Reason),
                       Shown(exchange.Bytes).c_str()),
-               Tr("Restart the device or the gateway; use the strict profile, which drops such replies over TCP"));
+               FTcpFraming
+                   ? Tr("Restart the device or the gateway; use the strict profile, which drops such replies over TCP")
+                   : Tr("Restart the device or the gateway; after a request without its reply leave the line silent "
+                        "for 3 s, as the strict profile does"));
   }
 
   const TDoctorOptions& FOptions;
@@ -419,13 +443,18 @@ class TExamination {
   TModbusRequest FRequest;
   std::uint16_t FTransaction = 0;
   std::uint64_t FSentMs = 0;
+  bool FOwed = false;      // the last request's reply has not come
   std::size_t FStray = 0;  // bytes that came between two requests
 };
 
 }  // namespace
 
-bool ExamineLink(const TDoctorOptions& options, const std::function<void(const TDoctorStep&)>& tell, TStop& stop) {
-  return TExamination(options, tell, stop).Run();
+bool ExamineLink(const TDoctorOptions& options, const std::function<void(const TDoctorStep&)>& tell, TStop& stop,
+                 std::shared_ptr<INcDataTransIntf>* owing) {
+  TExamination examination(options, tell, stop);
+  const bool good = examination.Run();
+  if (owing) *owing = examination.Owing();
+  return good;
 }
 
 }  // namespace ixocontroller

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -28,8 +29,9 @@ struct TDoctorOptions {
 };
 
 // Runs in real time, up to about 15 s; only reads registers. `tell` gets each step as it is found. Returns whether it
-// came to its end and no step was bad. A stop ends its waits within 100 ms, after which it tells nothing.
+// came to its end and no step was bad. A stop ends its waits within 100 ms, after which it tells nothing. `owing`
+// becomes the serial line on which the reply to the last request may still come.
 [[nodiscard]] bool ExamineLink(const TDoctorOptions& options, const std::function<void(const TDoctorStep&)>& tell,
-                               TStop& stop);
+                               TStop& stop, std::shared_ptr<INcDataTransIntf>* owing = nullptr);
 
 }  // namespace ixocontroller
