@@ -189,10 +189,10 @@ void TLoadingPlc::Misbehave(std::span<const std::uint8_t> request, TPlcAnswer an
       break;
     case pfHalf: bytes.resize(bytes.size() / 2); break;
     case pfClose:
-      if (!FTcp) return;
+      if (!FConnection) return;
       answer = {{}, 0, true};
       break;
-    case pfCloseAfter: answer.Close = FTcp; break;
+    case pfCloseAfter: answer.Close = FConnection; break;
     case pfDeaf:
       if (!std::exchange(FAwake, true)) return;
       break;

@@ -77,7 +77,9 @@ class TLoadingPlc {
   static constexpr std::uint32_t kLateMs = 2500;
   static constexpr std::uint32_t kGapMs = 80;
 
-  TLoadingPlc(TPlcBank& bank, bool tcp) : FBank(bank), FTcp(tcp) {}
+  TLoadingPlc(TPlcBank& bank, bool tcp) : TLoadingPlc(bank, tcp, tcp) {}
+  // `tcp`: the framing; `connection`: a link that it can close, whatever its framing.
+  TLoadingPlc(TPlcBank& bank, bool tcp, bool connection) : FBank(bank), FTcp(tcp), FConnection(connection) {}
 
   // Bytes that came in; the answers to the requests that are now whole.
   [[nodiscard]] std::vector<TPlcAnswer> Take(std::span<const std::uint8_t> bytes);
@@ -102,6 +104,7 @@ class TLoadingPlc {
 
   TPlcBank& FBank;
   const bool FTcp;
+  const bool FConnection;
   TBytes FIn;
   TBytes FBefore;       // the reply to the request before
   bool FAwake = false;  // a request has come

@@ -28,7 +28,8 @@ constexpr std::size_t kMostClients = 64;
 
 struct TPlcServer::TImpl {
   struct TLink {
-    TLink(TPlcBank& bank, bool tcp, asio::io_context& context) : Plc(bank, tcp), Socket(context) {}
+    TLink(TPlcBank& bank, bool tcp, bool connection, asio::io_context& context)
+        : Plc(bank, tcp, connection), Socket(context) {}
     TLoadingPlc Plc;
     asio::ip::tcp::socket Socket;
     std::deque<std::pair<std::uint64_t, TPlcAnswer>> Due;  // by the time at which it is sent
@@ -73,7 +74,7 @@ struct TPlcServer::TImpl {
     if (error || Links.size() >= kMostClients) return;
     socket.non_blocking(true, error);
     socket.set_option(asio::ip::tcp::no_delay(true), error);
-    Links.emplace_back(bank, tcpFraming, Context).Socket = std::move(socket);
+    Links.emplace_back(bank, tcpFraming, true, Context).Socket = std::move(socket);
   }
 
   // One turn of a link.
@@ -134,7 +135,7 @@ TResult<> TPlcServer::OpenSerial(const std::string& device, const std::string& s
   FImpl->Serial = CommParts().MakeSerial();
   auto result = FImpl->Serial->Open(port, settings);
   SetSerialPortPath(port, {});
-  if (result) FImpl->Links.emplace_back(Bank, false, FImpl->Context);
+  if (result) FImpl->Links.emplace_back(Bank, false, false, FImpl->Context);
   return result;
 }
 
