@@ -5,6 +5,7 @@
 #include <cmath>
 #include <iterator>
 #include <optional>
+#include <sstream>
 
 #include <nlohmann/json.hpp>
 
@@ -63,6 +64,19 @@ const char* RangeText(TValueType type) {
   return "";
 }
 
+void AppendValue(std::vector<std::uint16_t>& words, const std::string& field, const TValueForm& form) {
+  const auto raw = RawOf(field, form.Type);
+  if (!raw)
+    throw EProblem(pbRequest, TProblem{.What = Format(Tr("\"%s\" is no such value"), field.c_str()),
+                                       .Where = "--values",
+                                       .Why = RangeText(form.Type)});
+  const auto high = Ordered(static_cast<std::uint16_t>(*raw >> 16), form);
+  const auto low = Ordered(static_cast<std::uint16_t>(*raw & 0xFFFF), form);
+  if (form.Words() == 2 && !form.LowWordFirst) words.push_back(high);
+  words.push_back(low);
+  if (form.Words() == 2 && form.LowWordFirst) words.push_back(high);
+}
+
 }  // namespace
 
 TValueForm ValueForm(const std::string& type, const std::string& order) {
@@ -86,17 +100,11 @@ std::vector<std::uint16_t> ParseValues(const std::vector<std::string>& texts, co
     std::size_t from = 0;
     for (std::size_t comma = 0; comma != std::string::npos; from = comma + 1) {
       comma = text.find(',', from);
-      const std::string field = text.substr(from, comma - from);
-      const auto raw = RawOf(field, form.Type);
-      if (!raw)
-        throw EProblem(pbRequest, TProblem{.What = Format(Tr("\"%s\" is no such value"), field.c_str()),
-                                           .Where = "--values",
-                                           .Why = RangeText(form.Type)});
-      const auto high = Ordered(static_cast<std::uint16_t>(*raw >> 16), form);
-      const auto low = Ordered(static_cast<std::uint16_t>(*raw & 0xFFFF), form);
-      if (form.Words() == 2 && !form.LowWordFirst) words.push_back(high);
-      words.push_back(low);
-      if (form.Words() == 2 && form.LowWordFirst) words.push_back(high);
+      std::istringstream fields(text.substr(from, comma - from));
+      std::string field;
+      fields >> field;
+      do AppendValue(words, field, form);  // an empty one is refused
+      while (fields >> field);
     }
   }
   return words;
