@@ -52,18 +52,29 @@ int Run(const TDoctorCommand& command, std::ostream& out) {
     out << std::flush;
   };
   const TSignalsBlocked blocked;
-  TStop stop;
+  const auto device = MakeDevice<TModbusComm>(options.Link.Text());  // only to wait for the end of what is owed
+  TStop& stop = device->Stop;
+  const std::uint32_t silenceMs = device->SilenceMs();
   const TProblem stopped{.What = Tr("stopped; the examination is not complete"), .Where = options.Link.Text()};
   TStopOnSignal signals(stop, [&](bool) {
     if (command.Json) PrintDocument(out, kName, nullptr, stopped);
     std::cerr << "ixocut " << kName << ": " << stopped.Text() << '\n' << std::flush;
+    if (!options.Link.IsTcp && !options.Link.TcpFraming) std::cerr << LateReplyText(kName, silenceMs) << std::flush;
     std::_Exit(kExitOtherwise);
   });
   signals.Begin();
-  const bool good = ExamineLink(options, tell, stop);
+  std::shared_ptr<INcDataTransIntf> owing;
+  const bool good = ExamineLink(options, tell, stop, &owing);
   signals.End();
-  if (stop.Asked()) throw EProblem(pbRefused, stopped);
-  if (command.Json) PrintDocument(out, kName, result, problem);
+  const bool whole = !stop.Asked();
+  if (whole && command.Json) PrintDocument(out, kName, result, problem);
+  out << std::flush;
+  if (owing) {
+    device->SetDataTransIntf(owing);
+    device->Owe();
+    (void)LeaveLineSilent(*device, kName, true);
+  }
+  if (!whole) throw EProblem(pbRefused, stopped);
   if (!good) return kExitUnusable;
   if (!command.Json) out << Tr("Nothing is wrong with this link.\n");
   return kExitSuccess;

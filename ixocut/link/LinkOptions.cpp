@@ -1,11 +1,13 @@
 #include "ixocut/link/LinkOptions.h"
 
 #include <atomic>
+#include <iostream>
 #include <thread>
 
 #include <CLI/CLI.hpp>
 
 #include "ixocamglue/platform/comm/SerialSettings.h"
+#include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
 
@@ -84,6 +86,24 @@ TLinkAddress ParseLink(const TLinkOptions& options) {
   if (const auto settings = ParseSerialSettings(link.Settings); !settings)
     throw EProblem(pbRequest, TProblem{.What = settings.Problem().Text(), .Where = "--serial"});
   return link;
+}
+
+std::string LateReplyText(const char* command, std::uint32_t silenceMs) {
+  return Format(Tr("ixocut %s: a late reply may still come; wait %u s before the next command\n"), command,
+                (silenceMs + 999) / 1000);
+}
+
+bool LeaveLineSilent(TModbusComm& device, const char* command, bool tell) {
+  const std::uint32_t ms = device.OwedMs();
+  if (ms == 0) return false;
+  if (tell && !device.Stop.Asked())
+    std::cerr << Format(Tr("ixocut %s: a late reply would be taken for the next request's: waiting until the line has "
+                           "been silent for %.1f s (Ctrl-C ends the wait)\n"),
+                        command, ms / 1000.0)
+              << std::flush;
+  if (device.Stop.Asked() || !device.AwaitSilence().Ok())
+    std::cerr << LateReplyText(command, device.SilenceMs()) << std::flush;
+  return true;
 }
 
 TSignalsBlocked::TSignalsBlocked() {

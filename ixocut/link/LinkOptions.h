@@ -24,6 +24,13 @@ void AddLinkOptions(CLI::App& command, TLinkOptions& options);
 // Throws EProblem with what is wrong.
 [[nodiscard]] TLinkAddress ParseLink(const TLinkOptions& options);
 
+// "a late reply may still come ...", as a line for the error output.
+[[nodiscard]] std::string LateReplyText(const char* command, std::uint32_t silenceMs);
+// Where a reply is still owed, waits until the line is silent, so that the next process does not take it for its own;
+// says so on the error output if `tell`. A stop ends the wait, which is said as well. Whether a reply
+// was owed.
+bool LeaveLineSilent(TModbusComm& device, const char* command, bool tell);
+
 // Keeps SIGINT, SIGTERM and SIGHUP for TStopOnSignal. Made before any thread, which would take them.
 class TSignalsBlocked {
  public:

@@ -134,7 +134,7 @@ void PrintText(const TModbusCommand& command, const TModbusTask& task, const TTr
   count(Tr("; %u requests"), result.Requests, 2);
   count(Tr("; %u late replies dropped"), result.Foreign);
   count(Tr("; %u stale bytes dropped"), result.StaleBytes);
-  count(Tr("; %u without a reply in time"), result.Owed);
+  count(Tr("; %u without a reply in time"), result.TimedOut);
   count(Tr("; %u late bytes drained"), result.Drained);
   if (command.Write && command.Strict()) out << Format(Tr("; echo probe: %s"), Tr(ModbusProofName(proof)));
   out << Tr(")\n");
@@ -157,7 +157,7 @@ nlohmann::ordered_json JsonOf(const TModbusCommand& command, const TModbusTask& 
   }
   if (command.Write) {
     document["written"] = result.Done / task.Form.Words();
-    document["confirmed"] = result.Confirmed;
+    document["confirmed"] = result.Ok() && result.Confirmed;
     if (command.Strict()) document["echoProbe"] = ModbusProofName(proof);
   } else {
     auto values = nlohmann::ordered_json::array();
@@ -173,6 +173,7 @@ nlohmann::ordered_json JsonOf(const TModbusCommand& command, const TModbusTask& 
   document["requests"] = result.Requests;
   document["attempts"] = result.Attempts;
   document["owed"] = result.Owed;
+  document["timedOut"] = result.TimedOut;
   document["drained"] = result.Drained;
   document["bytesSent"] = result.BytesSent;
   document["bytesReceived"] = result.BytesReceived;
@@ -222,6 +223,7 @@ TTransfer Transfer(const TModbusCommand& command, const TModbusTask& task, TModb
     }
     options.TotalMs = static_cast<std::uint32_t>(deadlineMs - now);
     options.ProbeRegister = command.ProbeRegister;
+    options.ProbeFor = static_cast<std::uint32_t>((task.Count - all.Done + part - 1) / part);
     options.ClearOnSuccess = true;
     device.SetProfile(command.Strict() ? mpStrict : mpExact, options);
     const auto addr = static_cast<std::uint16_t>(command.Addr + all.Done);
@@ -250,6 +252,7 @@ int Run(const TModbusCommand& command, std::ostream& out) {
   const TSignalsBlocked blocked;
   const auto device = MakeMaster(command, task);
   TStop& stop = device->Stop;
+  const std::uint32_t silenceMs = device->SilenceMs();  // here: a request under way has the device to itself
   TStopOnSignal signals(stop, [&](bool overdue) {
     TModbusResult result;
     result.Outcome = overdue ? moTimeout : moStopped;
@@ -257,23 +260,29 @@ int Run(const TModbusCommand& command, std::ostream& out) {
     const TProblem problem = ProblemOf(result, task.Link, static_cast<std::uint8_t>(command.Unit));
     if (command.Json) PrintDocument(out, command.Name(), nullptr, problem, command.Watch != 0);
     std::cerr << "ixocut " << command.Name() << ": " << problem.Text() << '\n' << std::flush;
+    if (!task.Link.IsTcp && !task.Link.TcpFraming) std::cerr << LateReplyText(command.Name(), silenceMs);
     std::_Exit(overdue ? kExitUnusable : command.Watch != 0 ? kExitSuccess : kExitOtherwise);
   });
-  // The waits of the exact profile, and of a probe, are their own.
+  // The waits of the exact profile are its own.
   const auto deadline = [&] { return Clock().MonotonicMs() + command.Timeout; };
   std::uint64_t deadlineMs = deadline();
-  signals.Begin(command.Strict() && command.Watch == 0 && !command.ProbeRegister ? deadlineMs : 0);
-  device->SetDataTransIntf(MakeTransport(task.Link));
+  signals.Begin(command.Strict() && command.Watch == 0 ? deadlineMs : 0);
+  const auto transport = MakeTransport(task.Link);
+  device->SetDataTransIntf(transport);
 
   TTransfer result;
   std::optional<TProblem> problem;
+  bool told = false;
   for (;;) {
     const std::uint64_t startUs = Clock().MonotonicUs();
     result = Transfer(command, task, *device, deadlineMs);
     signals.End();
     logs.DrainOnce();
     problem.reset();
-    if (!result.Ok()) problem = ProblemOf(result, task.Link, static_cast<std::uint8_t>(command.Unit));
+    if (!result.Ok()) {
+      problem = ProblemOf(result, task.Link, static_cast<std::uint8_t>(command.Unit));
+      if (result.Outcome == moNoConnection && !transport->Linked()) problem->Why = transport->OpenProblem().Text();
+    }
     auto frames = device->LastFrames();
     std::erase_if(frames, [&](const auto& frame) { return frame.TimeUs < startUs; });
     const TModbusProof proof = device->Statistics().Proof;
@@ -290,6 +299,8 @@ int Run(const TModbusCommand& command, std::ostream& out) {
                         SpacedHex(frame.Bytes).c_str());
     }
     out << std::flush;
+    // Here rather than before the next request, which has no time for it.
+    if (LeaveLineSilent(*device, command.Name(), !told)) told = true;
     if (command.Watch == 0 || !out || Clock().Pause(stop, static_cast<std::uint32_t>(command.Watch))) break;
     deadlineMs = deadline();
     signals.Begin();
@@ -359,14 +370,15 @@ void AddOne(CLI::App& modbus, TCommandRun& run, bool write) {
       ->capture_default_str();
   CLI::Option* const delay = AddNumberOption(*command, "--pre-delay", options->PreDelay, 0, 60'000, "ms",
                                              Tr("Pause between send and first read (strict 0, exact 50 unless given)"));
-  CLI::Option* const timeout = AddNumberOption(*command, "--timeout", options->Timeout, 1, 60'000, "ms",
-                                               Tr("The time until strict gives up, connecting and attempts included"))
-                                   ->capture_default_str();
+  CLI::Option* const timeout =
+      AddNumberOption(*command, "--timeout", options->Timeout, 1, 60'000, "ms",
+                      Tr("The time until strict gives up, connecting, probe and attempts included"))
+          ->capture_default_str();
   CLI::Option* const probe =
       write
           ? AddNumberOption(*command, "--probe-register", options->ProbeAddr, 0, 0xFFFF, "",
-                            Tr("A register to read first, in a time of its own: a line that only echoes would confirm "
-                               "what nobody wrote"))
+                            Tr("A register to read first, within --timeout: a line that only echoes would confirm what "
+                               "nobody wrote"))
           : nullptr;
   AddNumberOption(*command, "--watch", options->Watch, 1, 86'400'000, "ms",
                   Tr("Again after this pause, until stopped"));

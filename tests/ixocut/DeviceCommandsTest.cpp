@@ -4,6 +4,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
 #include <span>
 #include <spawn.h>
 #include <stdexcept>
@@ -133,7 +134,8 @@ TEST_F(DeviceCommands, WhatCannotBeWrittenAsAskedIsNotWritten) {
     EXPECT_EQ(run.ExitCode, 2) << values << run.All();
   }
   EXPECT_EQ(Json("modbus read --tcp " + plc.Tcp + " --addr 0", 0)["values"], nlohmann::json::array({0}));
-  EXPECT_EQ(Ixocut("modbus write --tcp " + plc.Tcp + " --addr 0 --values 1,2 3,4").ExitCode, 0);
+  EXPECT_EQ(Ixocut("modbus write --tcp " + plc.Tcp + " --addr 0 --values 1,2 '3, 4'").ExitCode, 0);
+  EXPECT_EQ(Json("modbus write --tcp " + plc.Tcp + " --addr 10000 --values 1", 3)["confirmed"], false);
 }
 
 // Loopback, where nobody takes a connection: the queue of those that wait is full.
@@ -205,6 +207,10 @@ TEST_F(DeviceCommands, WhatWentWrongIsSaidInWords) {
     EXPECT_THAT(run.All(), HasSubstr("FAULT Unit 2 answers instead of unit 1\n      -> Try --unit 2"));
   }
   {
+    const TPlcProcess plc({"--framing", "rtu", "--misbehave", "close"});
+    EXPECT_THAT(English("modbus read --framing rtu --addr 0 --tcp " + plc.Tcp).All(), HasSubstr("connection ended"));
+  }
+  {
     const TPlcProcess plc({"--framing", "rtu"});
     const std::string write = "modbus write --framing rtu --addr 0 --values 1 --tcp " + plc.Tcp;
     EXPECT_THAT(English(write).Out, HasSubstr("echo probe: unproved"));
@@ -216,7 +222,17 @@ TEST_F(DeviceCommands, WhatWentWrongIsSaidInWords) {
     EXPECT_EQ(English(write).ExitCode, 0);  // nothing tells it from a reply
     EXPECT_EQ(Json(write + " --probe-register 0", 3)["written"], 0);
   }
-  EXPECT_THAT(English("modbus read --addr 0 --tcp 127.0.0.1:1").All(), HasSubstr("no connection"));
+  EXPECT_THAT(English("modbus read --addr 0 --tcp 127.0.0.1:1").All(), HasSubstr("(Connection refused)"));
+  EXPECT_THAT(English("modbus read --addr 0 --tcp name.invalid").All(), HasSubstr("is not resolved"));
+  const int line = ::posix_openpt(O_RDWR | O_NOCTTY);
+  char name[64] = "";
+  ASSERT_TRUE(::grantpt(line) == 0 && ::unlockpt(line) == 0 && ::ptsname_r(line, name, sizeof name) == 0);
+  const std::string read = std::string("modbus read --timeout 100 --addr 0 --serial ") + name;
+  EXPECT_THAT(English(read + ",9600,e,8,1").All(), HasSubstr("pseudo-terminal"));
+  // Nobody answers: the next process would take the late reply.
+  EXPECT_THAT(English(read + " & sleep 0.6; kill -INT $!; wait $!").Err,
+              testing::AllOf(HasSubstr("until the line has been silent"), HasSubstr("wait 3 s before the next")));
+  ::close(line);
   EXPECT_THAT(English("link doctor --tcp 127.0.0.1:1").All(), HasSubstr("refuses the connection"));
   EXPECT_THAT(English("link doctor --tcp name.invalid").All(), HasSubstr("does not resolve"));
   EXPECT_THAT(English("link doctor --serial /dev/absent").All(), HasSubstr("/dev/absent: No such file or directory"));
