@@ -281,7 +281,11 @@ int Run(const TModbusCommand& command, std::ostream& out) {
     problem.reset();
     if (!result.Ok()) {
       problem = ProblemOf(result, task.Link, static_cast<std::uint8_t>(command.Unit));
-      if (result.Outcome == moNoConnection && !transport->Linked()) problem->Why = transport->OpenProblem().Text();
+      if (result.Outcome == moNoConnection && !transport->Linked()) {
+        TProblem open = transport->OpenProblem();
+        if (!open.Remedy.empty()) problem->Remedy = std::exchange(open.Remedy, {});
+        problem->Why = open.Text();
+      }
     }
     auto frames = device->LastFrames();
     std::erase_if(frames, [&](const auto& frame) { return frame.TimeUs < startUs; });
