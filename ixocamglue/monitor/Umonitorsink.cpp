@@ -33,7 +33,11 @@ TMonitorFileSink::TMonitorFileSink(std::string fileName) : FFileName(std::move(f
   if (isLink && exists) FTarget = std::filesystem::canonical(FTarget, error).string();
   // A link to nothing is written through: what it points to comes into being.
   const bool inPlace = error || (exists ? !S_ISREG(there.st_mode) : isLink);
-  if (inPlace || !OpenBeside(exists, there.st_mode & kModeBits, there.st_uid, there.st_gid)) OpenInPlace();
+  if (inPlace)
+    OpenInPlace();
+  else
+    OpenBeside(exists);
+  if (exists && !inPlace) GiveInfo(there.st_mode & kModeBits, there.st_uid, there.st_gid);
 }
 
 TMonitorFileSink::~TMonitorFileSink() { CloseFile(); }
@@ -44,7 +48,7 @@ void TMonitorFileSink::OpenInPlace() {
   if (FFile < 0) Fail(Tr("cannot be opened for writing"), errno);
 }
 
-bool TMonitorFileSink::OpenBeside(bool exists, std::uint32_t mode, std::uint32_t owner, std::uint32_t group) {
+void TMonitorFileSink::OpenBeside(bool exists) {
   // What a killed process has left, or another one writes just now, stays.
   for (int number = 1; number == 1 || (FFile < 0 && errno == EEXIST); ++number) {
     FTemporary = FTarget + (number == 1 ? "" : "." + std::to_string(number)) + kPartialEnding;
@@ -53,14 +57,16 @@ bool TMonitorFileSink::OpenBeside(bool exists, std::uint32_t mode, std::uint32_t
   if (FFile < 0) {
     const int error = errno;
     FTemporary.clear();
-    if (exists) return false;  // the folder takes no new file, the file itself may still be written
-    Fail(Tr("cannot be created"), error);
+    // Not in place instead: a full disk or a kill would leave neither the old content nor the new.
+    Fail(exists ? Tr("cannot be replaced, because its folder takes no new file") : Tr("cannot be created"), error);
   }
-  if (!exists) return true;
-  // The mode last: giving a file away takes its set-user bits.
-  if (::fchown(FFile, owner, group) == 0 && ::fchmod(FFile, mode) == 0) return true;
-  CloseFile();
-  return false;
+}
+
+// The mode last: giving a file away takes its set-user bits.
+void TMonitorFileSink::GiveInfo(std::uint32_t mode, std::uint32_t owner, std::uint32_t group) {
+  // Another user's file becomes the writer's own, and must not run with the writer's rights.
+  if (::fchown(FFile, owner, group) != 0) mode &= ACCESSPERMS;
+  if (::fchmod(FFile, static_cast<mode_t>(mode)) != 0) Fail(Tr("cannot be given its mode"), errno);
 }
 
 void TMonitorFileSink::Write(std::string_view bytes) {

@@ -17,10 +17,10 @@ class IMonitorSink {
 // "run.csv.2.part" and so on; none is written over.
 inline constexpr const char* kPartialEnding = ".part";
 
-// Replaces a file as a whole: the bytes go to a partial file in the same folder, Commit renames it. The owner and the
-// mode of a file that is there are kept; links are followed. Not flushed to disk. A target that is no regular file (a
-// pipe, a device), and one whose owner a new file cannot be given, is written in place.
-// One thread. Without Commit the target stays as it was, unless it is written in place.
+// Replaces a file as a whole: the bytes go to a partial file in the same folder, Commit renames it; a folder that takes
+// no new file is a problem. The mode of a file that is there is kept, its owner where the writer may give it away;
+// links are followed. Not flushed to disk. A target that is no regular file (a pipe, a device) is written in place.
+// One thread. Without Commit a regular file stays as it was.
 class TMonitorFileSink final : public IMonitorSink {
  public:
   explicit TMonitorFileSink(std::string fileName);  // throws EProblem
@@ -33,7 +33,8 @@ class TMonitorFileSink final : public IMonitorSink {
 
  private:
   void OpenInPlace();
-  [[nodiscard]] bool OpenBeside(bool exists, std::uint32_t mode, std::uint32_t owner, std::uint32_t group);
+  void OpenBeside(bool exists);
+  void GiveInfo(std::uint32_t mode, std::uint32_t owner, std::uint32_t group);
   void CloseFile() noexcept;
   [[noreturn]] void Fail(const char* what, int error);
 

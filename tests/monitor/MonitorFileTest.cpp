@@ -1,4 +1,6 @@
+#include <memory>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -234,6 +236,21 @@ TEST(MonitorFile, ReplacesAFileAsAWholeAndLeavesNothingBehind) {
   EXPECT_EQ(after.st_mode, static_cast<mode_t>(S_IFREG | 0640));
   EXPECT_TRUE(std::filesystem::is_symlink(dir.Path() / "link.csv"));
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.Path()), {}), 2);
+
+  // Another user's file is replaced as well, never emptied and written over; where nothing new can be made it stays.
+  if (::geteuid() == 0) {
+    ::chmod(dir.Path().c_str(), 0777);
+    ::chmod(file.c_str(), 0666);
+    ASSERT_EQ(::seteuid(65534), 0);
+    const auto other = std::make_unique<TMonitorFileSink>(file.string());
+    EXPECT_EQ(ReadFile(file), kHead);
+    ASSERT_EQ(::seteuid(0), 0);
+    ::chmod(dir.Path().c_str(), 0755);
+    ASSERT_EQ(::seteuid(65534), 0);
+    EXPECT_THROW(TMonitorFileSink(file.string()), EProblem);
+    ASSERT_EQ(::seteuid(0), 0);
+    EXPECT_EQ(ReadFile(file), kHead);
+  }
 
   monitor.SaveToFile("/dev/null");
   for (const std::string& bad :
