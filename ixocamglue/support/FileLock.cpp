@@ -19,12 +19,31 @@ namespace ixocamglue {
 namespace {
 
 constexpr auto kRetry = std::chrono::milliseconds(3);
+constexpr int kMostTaken = 16;  // lock files that others took away at once
 
 int TryLock(int handle) {
   int result = 0;
   do result = ::flock(handle, LOCK_EX | LOCK_NB);
   while (result != 0 && errno == EINTR);
   return result == 0 ? 0 : errno;
+}
+
+// Answers an errno value.
+int Open(const std::string& path, int& handle) {
+  handle = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0666);
+  if (handle >= 0) return 0;
+  const int error = errno;  // another user's; a lock needs no more than to read
+  handle = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+  struct stat status {};
+  return handle < 0 || ::fstat(handle, &status) != 0 || !S_ISREG(status.st_mode) ? error : 0;
+}
+
+// Whether the path still names the file of the handle: a lock on one that was deleted keeps nobody out.
+bool IsThere(int handle, const std::string& path) {
+  struct stat held {};
+  struct stat named {};
+  return ::fstat(handle, &held) == 0 && ::lstat(path.c_str(), &named) == 0 && held.st_dev == named.st_dev &&
+         held.st_ino == named.st_ino;
 }
 
 // The process that wrote its number into the lock file; 0 when none is there, or it is no more.
@@ -53,22 +72,21 @@ TLockState TFileLock::Take(const std::string& file, std::uint32_t waitMs) {
     return FState = lsImpossible;
   }
   const std::string path = file + ".lock";
-  FHandle = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0666);
-  if (FHandle < 0) {  // another user's; a lock needs no more than to read
-    const int error = errno;
-    FHandle = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
-    struct stat status {};
-    if (FHandle < 0 || ::fstat(FHandle, &status) != 0 || !S_ISREG(status.st_mode))
-      return Fail(lsImpossible, file, SystemErrorText(error));
-  }
   const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(waitMs);
-  int error = TryLock(FHandle);
-  while (error == EWOULDBLOCK && std::chrono::steady_clock::now() < end) {
-    std::this_thread::sleep_for(kRetry);
+  int error = 0;
+  for (int taken = 0; taken < kMostTaken; ++taken) {
+    if (const int unopened = Open(path, FHandle)) return Fail(lsImpossible, file, SystemErrorText(unopened));
     error = TryLock(FHandle);
+    while (error == EWOULDBLOCK && std::chrono::steady_clock::now() < end) {
+      std::this_thread::sleep_for(kRetry);
+      error = TryLock(FHandle);
+    }
+    if (error != 0 || IsThere(FHandle, path)) break;
+    Release();
+    error = EWOULDBLOCK;
   }
   if (error == EWOULDBLOCK) {
-    const pid_t holder = HolderOf(FHandle);
+    const pid_t holder = FHandle >= 0 ? HolderOf(FHandle) : 0;
     return Fail(lsBusy, file, holder > 0 ? Format(Tr("process %d"), static_cast<int>(holder)) : Tr("another process"));
   }
   if (error != 0) return Fail(lsImpossible, file, SystemErrorText(error));

@@ -1,6 +1,8 @@
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
+#include <future>
 #include <sstream>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -366,7 +368,22 @@ TEST_F(ConfigCommand, WhoSetsIsToldWhoKeepsTheFile) {
   EXPECT_NE(why.find(Format("process %d", ::getpid())), std::string::npos) << why;
   EXPECT_EQ(Bytes(), before);
   EXPECT_EQ(Ixocut("shot --ms 100"), 0);  // it saves nothing
+
+  // Who waited for a lock file that was replaced meanwhile holds nothing.
+  const fs::path lockFile = File.string() + ".lock";
+  const auto handles = [&] {
+    std::error_code error;
+    return std::ranges::count_if(fs::directory_iterator("/proc/self/fd"),
+                                 [&](const auto& handle) { return fs::read_symlink(handle, error) == lockFile; });
+  };
+  auto waiting = std::async(std::launch::async, [&] { return TFileLock().Take(File.string(), 400); });
+  while (handles() < 2 && waiting.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready) continue;
+  fs::remove(lockFile);
+  TFileLock newer;
+  EXPECT_EQ(newer.Take(File.string(), 0), lsHeld);
   lock.Release();
+  EXPECT_EQ(waiting.get(), lsBusy);
+  newer.Release();
   EXPECT_EQ(RunConfigSet(File, "AutoCleanHead/CleanCount", "4", {}, Out), 0);
 }
 
