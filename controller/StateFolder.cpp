@@ -5,7 +5,9 @@
 #include <system_error>
 
 #include "ixocamglue/platform/xml/FileLayer.h"
+#include "ixocamglue/platform/xml/XmlConfig.h"
 #include "ixocamglue/support/Files.h"
+#include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/SystemError.h"
 #include "ixocamglue/support/Texts.h"
@@ -45,6 +47,11 @@ fs::path StateFolder(const std::optional<fs::path>& asked) {
 void CopyOnce(const fs::path& example, const fs::path& copy) {
   std::error_code error;
   if (fs::exists(copy, error)) return;
+  // The machine's own values, which the example must not stand in for.
+  if (fs::path backup = copy; fs::exists(backup += TXmlConfig::kBackupSuffix, error))
+    throw EProblem(pbUnusable, {Tr("the file is gone, but its previous version is there"), copy.string(), "",
+                                Format(Tr("the previous version is in %s"), backup.c_str()) +
+                                    Format(Tr("; \"%s\" puts it back"), "ixocut config restore")});
   const TResult<std::string> bytes = ReadFile(example);
   if (!bytes) throw EProblem(pbUnusable, {Tr("the example cannot be read"), example.string(), bytes.Problem().Why, ""});
   fs::create_directories(copy.parent_path(), error);

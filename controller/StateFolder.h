@@ -16,7 +16,8 @@ namespace ixocontroller {
 [[nodiscard]] std::filesystem::path StateFolder(const std::optional<std::filesystem::path>& asked);
 
 // `example` copied to `copy` with the folders above it; a file that is there already stays as it is, also when another
-// process makes it at the same moment. The copy appears whole or not at all.
+// process makes it at the same moment. The copy appears whole or not at all. Refused where only the previous version
+// of the copy (".bak") is left: it is the user's own.
 void CopyOnce(const std::filesystem::path& example, const std::filesystem::path& copy);
 
 // The machine file to work on: `machine` as it is when given (it must exist), else machine.xml in the state folder,

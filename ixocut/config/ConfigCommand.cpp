@@ -324,14 +324,18 @@ int RunConfigSchema(bool json, std::ostream& out) {
 int RunConfigRestore(const std::filesystem::path& file, bool json, std::ostream& out) {
   TMachineFile machine;
   machine.Hold(file);
-  (void)machine.Config().Load(file);  // whether it can be read or not
+  (void)machine.Config().Load(file);  // whether it can be read, or is there, or not
+  std::error_code error;
+  const bool wasThere = std::filesystem::exists(file, error);
   const std::string kept = machine.Config().Restore().OrThrow(pbUnusable);
   if (json)
-    PrintDocument(out, "config restore", {{"file", file.string()}, {"kept", kept}});
+    PrintDocument(out, "config restore",
+                  {{"file", file.string()}, {"restored", !wasThere || !kept.empty()}, {"kept", kept}});
   else
-    out << (kept.empty() ? Format(Tr("%s: is the previous version already; nothing was changed"), file.c_str())
-                         : Format(Tr("%s: the previous version is back; what was replaced is kept as %s"), file.c_str(),
-                                  kept.c_str()))
+    out << (!wasThere      ? Format(Tr("%s: was gone; the previous version is back"), file.c_str())
+            : kept.empty() ? Format(Tr("%s: is the previous version already; nothing was changed"), file.c_str())
+                           : Format(Tr("%s: the previous version is back; what was replaced is kept as %s"),
+                                    file.c_str(), kept.c_str()))
         << '\n';
   return kExitSuccess;
 }
@@ -344,6 +348,13 @@ struct TConfigOptions {
   bool All = false;
   TSetting Setting;
   [[nodiscard]] std::filesystem::path MachinePath() const { return MachineFile(Machine, State); }
+  // The file itself may be gone.
+  [[nodiscard]] std::filesystem::path RestorePath() const {
+    const std::filesystem::path file = Machine ? *Machine : StateFolder(State) / "machine.xml";
+    std::error_code error;
+    return std::filesystem::exists(file.string() + std::string(TXmlConfig::kBackupSuffix), error) ? file
+                                                                                                  : MachinePath();
+  }
 };
 
 void SetConfigHelp(CLI::App& command, std::vector<const char*> examples) {
@@ -418,7 +429,7 @@ void AddConfigCommand(CLI::App& program, TCommandRun& run) {
   CLI::App* const restore =
       command("restore", Tr("Put the previous version of the machine file back"),
               {"ixocut config restore", "ixocut config restore --machine machine.xml"},
-              [](auto& o) { return RunConfigRestore(o.MachinePath(), o.Setting.Json, std::cout); });
+              [](auto& o) { return RunConfigRestore(o.RestorePath(), o.Setting.Json, std::cout); });
   AddMachineOptions(*restore, options->Machine, options->State);
   SetConfigHelp(*config, {"ixocut config check machine.xml", "ixocut config set AutoCleanHead/CleanCount 3",
                           "ixocut config show NozzleChange --json"});

@@ -408,6 +408,21 @@ TEST_F(ConfigCommand, AValueThatWasSetIsShownDiffersAndComesBack) {
   Out.str({});
   EXPECT_EQ(RunInfo(File, "en", false, Out), 0);
   EXPECT_NE(Out.str().find("6  High-pressure nitrogen  (DA port 36)"), std::string::npos) << Out.str();
+
+  // A file that is gone comes back, and no example takes its place before.
+  EXPECT_EQ(Set("AutoCleanHead/CleanCount", "4"), 0);
+  EXPECT_EQ(Set("AutoCleanHead/CleanCount", "5"), 0);
+  fs::remove(File);
+  EXPECT_EQ(ExitCode([&] { return MachineFile({}, Dir.Path()).empty() ? 0 : 1; }), 3);
+  EXPECT_NE(Why.find(File.string() + ".bak; \"ixocut config restore\" puts it back"), std::string::npos) << Why;
+  EXPECT_FALSE(fs::exists(File));
+  EXPECT_EQ(Ixocut("config restore"), 0);
+  fs::remove(File);
+  Out.str({});
+  EXPECT_EQ(RunConfigRestore(File, false, Out), 0);
+  EXPECT_EQ(Out.str(), File.string() + ": was gone; the previous version is back\n");
+  EXPECT_EQ(Set("AutoCleanHead/CleanCount", "4"), 0);
+  EXPECT_EQ(Check(), 0);
 }
 
 }  // namespace
