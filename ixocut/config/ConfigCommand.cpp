@@ -133,18 +133,25 @@ std::vector<TConfigFinding> TMachineFile::Findings(const TXmlDocument& document)
 }
 
 std::vector<TConfigFinding> TMachineFile::FindingsWhenSaved() {
-  std::string bytes = FConfig.Document().Text();
+  std::string bytes = FConfig.Document().Serialise();
   FConfig.DropDocument();  // one document at a time
+  const auto parse = [this](TXmlDocument& document, std::string&& text, TXmlDetail detail) {
+    auto parsed = document.Parse(std::move(text), detail);
+    if (parsed) return;
+    TProblem problem = parsed.Problem();
+    problem.Where.insert(0, FConfig.File().string() + ":");
+    throw EProblem(pbUnusable, problem);
+  };
   {
     TXmlDocument document;
-    document.Parse(std::move(bytes)).OrThrow(pbUnusable);
+    parse(document, std::move(bytes), xdAll);
     TXmlContext context;
     FConfig.SaveToXmlNode(document.Root(context));
     if (!context.Problem.empty()) throw EProblem(pbRequest, context.Problem);
     bytes = document.Serialise();
   }
   TXmlDocument saved;
-  saved.Parse(std::move(bytes), xdPlaces).OrThrow(pbUnusable);
+  parse(saved, std::move(bytes), xdPlaces);
   return Findings(saved);
 }
 

@@ -425,5 +425,17 @@ TEST_F(ConfigCommand, AValueThatWasSetIsShownDiffersAndComesBack) {
   EXPECT_EQ(Check(), 0);
 }
 
+TEST_F(ConfigCommand, AValueIsSetInAFileThatIsInUtf16) {
+  std::string text = Bytes();
+  text.replace(text.find("utf-8"), 5, "utf-16");
+  const std::u16string units = u'\uFEFF' + fs::path(text).u16string();
+  std::ofstream(File, std::ios::binary)
+      .write(reinterpret_cast<const char*>(units.data()), static_cast<std::streamsize>(2 * units.size()));
+  EXPECT_EQ(Check(), 0) << Out.str();
+  EXPECT_EQ(Set("AutoCleanHead/CleanCount", "4"), 0) << Why;
+  EXPECT_EQ(Bytes().size(), 2 * units.size());
+  EXPECT_EQ(Set("Axes/Axis[1]/SoftLimitPos", "3000"), 2);
+}
+
 }  // namespace
 }  // namespace ixocamglue::test
