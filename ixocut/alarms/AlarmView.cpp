@@ -52,6 +52,8 @@ TAlarmRow Translated(TAlarmRow row) {
   row.Code = rec.Code;
   row.Module = rec.Category;
   row.Type = rec.Alarmtype;
+  if (!rec.AlarmDesc.empty() && rec.AlarmDesc != row.Description)
+    row.Description = row.Description.empty() ? rec.AlarmDesc : rec.AlarmDesc + " (" + row.Description + ")";
   row.Reason = rec.Reason;
   row.Solution = rec.Solution;
   return row;

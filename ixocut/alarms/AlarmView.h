@@ -20,8 +20,8 @@
 namespace ixocut {
 using namespace ixocamglue;
 
-// An alarm as it is shown: what the dictionary says of the identifier, with the message's own description; everything
-// as stored where it says nothing.
+// An alarm as it is shown: what the dictionary says of the identifier, behind its description the message's own in
+// brackets, which may name an axis, a port or a value; everything as stored where it says nothing.
 [[nodiscard]] TAlarmRow Translated(TAlarmRow row);
 
 // "2026-01-01 08:00:00.000+08:00  [active]  1  TPLaser#1  L101  | Laser  | emission lost  | reason  | solution"; the
