@@ -28,7 +28,7 @@ class TNames final : public TFieldPublisher<TNames>, private TFieldListener {
                           if (TrimXml(text).empty() || (value && rule.Allows(*value))) return {};
                           const std::string quoted = "\"" + std::string(text) + "\"";
                           const std::string inForce = Format(Tr("; the default %s is in force"), def.c_str());
-                          if (!value) return Format(Tr("%s is no %s"), quoted.c_str(), TypeName<T>()) + inForce;
+                          if (!value) return Format(Tr("%s is no %s"), quoted.c_str(), Tr(TypeName<T>())) + inForce;
                           return Format(Tr("%s is outside %s"), quoted.c_str(), RangeText(rule).c_str()) + inForce;
                         }
                       }});

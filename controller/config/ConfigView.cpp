@@ -229,11 +229,11 @@ TResult<> SetProperty(TXmlSubConfig& root, std::string_view path, const std::str
         return TProblem{.What = std::move(why), .Where = std::string(path)};
       if (record->SetText(rest, value)) return {};
       const std::string range = view.Range.empty() ? BoundText(view.Facts.Bound) : view.Range;
-      return TProblem{
-          .What = range.empty() ? Format(Tr("\"%s\" is no %s"), value.c_str(), view.Type.c_str())
-                                : Format(Tr("\"%s\" is no %s in %s"), value.c_str(), view.Type.c_str(), range.c_str()),
-          .Where = std::string(path),
-          .Why = view.Text()};
+      return TProblem{.What = range.empty() ? Format(Tr("\"%s\" is no %s"), value.c_str(), Tr(view.Type.c_str()))
+                                            : Format(Tr("\"%s\" is no %s in %s"), value.c_str(), Tr(view.Type.c_str()),
+                                                     range.c_str()),
+                      .Where = std::string(path),
+                      .Why = view.Text()};
     }
   if (auto found = FindProperty(root, path); !found) return found.Problem();
   return Wrong(Format(Tr("\"%s\" is no property of the configuration"), std::string(path).c_str()));

@@ -9,6 +9,7 @@
 
 #include "ixocamglue/platform/xml/Bounds.h"
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
 using namespace ixocamglue;
@@ -33,11 +34,11 @@ struct TPropertyView {
 // "Boolean", "Integer", "Cardinal", "Double", "Extended" or "string".
 template <class T>
 [[nodiscard]] constexpr const char* TypeName() {
-  if constexpr (std::is_same_v<T, bool>) return "Boolean";
-  if constexpr (std::is_same_v<T, std::int32_t>) return "Integer";
-  if constexpr (std::is_same_v<T, std::uint32_t>) return "Cardinal";
-  if constexpr (std::is_same_v<T, double>) return "Double";
-  if constexpr (std::is_same_v<T, long double>) return "Extended";
+  if constexpr (std::is_same_v<T, bool>) return TrMark("Boolean");
+  if constexpr (std::is_same_v<T, std::int32_t>) return TrMark("Integer");
+  if constexpr (std::is_same_v<T, std::uint32_t>) return TrMark("Cardinal");
+  if constexpr (std::is_same_v<T, double>) return TrMark("Double");
+  if constexpr (std::is_same_v<T, long double>) return TrMark("Extended");
   return "string";
 }
 // "1..1000"; empty where the record can hold anything.
