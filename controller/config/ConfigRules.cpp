@@ -2,6 +2,7 @@
 #include <cmath>
 #include <functional>
 #include <map>
+#include <set>
 
 #include "controller/config/ConfigCheck.h"
 #include "ixocamglue/config/Uassistconfig.h"
@@ -21,6 +22,7 @@ class TRules {
   void Check() {
     CheckAxes();
     CheckAlarms();
+    Once(FRoot.Child("GasBranches").Children("GasBranch"), "DAPort", 0);  // two valves would open together
     CheckBrush("CleanRefPtX", "CleanRefPtY");
     CheckBrush("CleanRefPtX2", "CleanRefPtY2");
     CheckRack();
@@ -41,12 +43,12 @@ class TRules {
     return ParseNumber<std::int32_t>(section.GetText(name, ""));
   }
 
-  // Two sections of the same number: the second is told of.
-  void Once(const std::vector<TConfigSection>& sections, const char* name) {
+  // Two sections of the same number, other than `none`: the second is told of.
+  void Once(const std::vector<TConfigSection>& sections, const char* name, std::optional<std::int32_t> none = {}) {
     std::map<std::int32_t, const TConfigSection*> first;
     for (const TConfigSection& section : sections) {
       const auto number = Number(section, name);
-      if (!number) continue;
+      if (!number || number == none) continue;
       const auto [it, isNew] = first.emplace(*number, &section);
       if (!isNew) Add(section, name, Format(Tr("given by %s already"), it->second->Path().c_str()));
     }
@@ -124,17 +126,21 @@ class TRules {
       const auto inside = [&](const char* name, std::int32_t at, const char* count, std::int32_t most) {
         if (at >= 0 && at < most) return true;
         FProblems.push_back(
-            {.What = Format(Tr("%d is outside the grid (%s is %d); the item is not used"), at, count, most),
+            {.What = Format(Tr("%d is outside the grid (%s is %d, and the file counts from 0); the item is not used"),
+                            at, count, most),
              .Where = item.Path() + "/" + name});
+        FUnused.insert(item.Path());
         return false;
       };
       const bool rowInside = inside("Row", row, "RowCount", rows);
       if (!inside("Col", col, "ColCount", cols) || !rowInside) continue;
       const auto [it, isNew] = cells.emplace(std::pair(row, col), &item);
-      if (!isNew)
-        FProblems.push_back({.What = Format(Tr("row %d, column %d is the cell of %s already; this item is not used"),
-                                            row, col, it->second->Path().c_str()),
-                             .Where = item.Path() + "/Row"});
+      if (isNew) continue;
+      FUnused.insert(item.Path());
+      FProblems.push_back(
+          {.What = Format(Tr("row %d, column %d (counted from 1) is the cell of %s already; this item is not used"),
+                          row + 1, col + 1, it->second->Path().c_str()),
+           .Where = item.Path() + "/Row"});
     }
   }
 
@@ -150,14 +156,16 @@ class TRules {
       bool inside = true;
       for (const auto& [name, at, count] : {std::tuple("PosRow", row, "RowCount"), {"PosCol", col, "ColCount"}})
         if (const std::int32_t most = Number(grid, count).value_or(0); at < 0 || at >= most) {
-          Add(nozzle, name, Format(Tr("the rack has no such slot (%s is %d)"), count, most));
+          Add(nozzle, name,
+              Format(Tr("the rack has no such slot (%s is %d, and the file counts from 0)"), count, most));
           inside = false;
         }
       if (!inside) continue;
       const auto [it, isNew] = slots.emplace(std::pair(row, col), &nozzle);
       if (!isNew)
         Add(nozzle, "PosRow",
-            Format(Tr("row %d, column %d is the slot of %s already"), row, col, it->second->Path().c_str()));
+            Format(Tr("row %d, column %d (counted from 1) is the slot of %s already"), row + 1, col + 1,
+                   it->second->Path().c_str()));
     }
     const auto known = [&](const TConfigSection& section, const char* name) {
       const auto id = Number(section, name);
@@ -184,6 +192,7 @@ class TRules {
       return true;
     };
     for (const TConfigSection& item : section.Child("NozzlePosItems").Children("PosItem")) {
+      if (FUnused.contains(item.Path())) continue;
       TNozzlePosItem slot;
       item.LoadOver(slot);
       const auto z = static_cast<double>(slot.Z);
@@ -233,6 +242,7 @@ class TRules {
   TMachineConfig& FConfig;
   const TMachineBounds& FMachine;
   std::vector<TProblem>& FProblems;
+  std::set<std::string> FUnused;  // paths of items of the rack
 };
 
 }  // namespace

@@ -76,7 +76,7 @@ void Add(TItems& items, const TRackMove& move) {
 
 TSequenceItem Over(const TNozzlePosItem& slot) {
   const TPoint2 target{static_cast<double>(slot.X), static_cast<double>(slot.Y)};
-  return {TSmtSafeMoveToAssistXY::Cmd, Format(SRackOver.Get(), slot.Row, slot.Col),
+  return {TSmtSafeMoveToAssistXY::Cmd, Format(SRackOver.Get(), slot.Row + 1, slot.Col + 1),
           [target](TStateMotion& step) { dynamic_cast<TSmtSafeMoveToAssistXY&>(step).FTarget = target; }};
 }
 
@@ -112,11 +112,11 @@ const TNozzlePosItem& SlotOf(TNozzleChangeConfig& config, const TNozzleItem& noz
   const TNozzlePosItem* const slot = config.TryGetNozzlePosItem(nozzle.PosRow, nozzle.PosCol);
   if (!slot)
     throw EProblem(pbUnusable, Format(Tr("nozzle %d: the rack has no slot in row %d, column %d"), nozzle.ID,
-                                      nozzle.PosRow, nozzle.PosCol));
+                                      nozzle.PosRow + 1, nozzle.PosCol + 1));
   if (slot->X == 0.0L && slot->Y == 0.0L && slot->Z == 0.0L)
     throw EProblem(pbUnusable,
                    Format(Tr("nozzle %d: the position of the slot in row %d, column %d was never configured"),
-                          nozzle.ID, nozzle.PosRow, nozzle.PosCol));
+                          nozzle.ID, nozzle.PosRow + 1, nozzle.PosCol + 1));
   return *slot;
 }
 

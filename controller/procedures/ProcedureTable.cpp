@@ -89,8 +89,10 @@ std::vector<TMotionParam> MoveXY(std::initializer_list<TMotionParam> more = {}) 
 
 std::vector<TMotionParam> Slot() {
   using TStep = TSmtNozzleStep;
-  return {Param("row", uNone, TrMark("row of the slot"), bdRange(0, 1000), -1.0, kAt<&TStep::FRow>, Required),
-          Param("column", uNone, TrMark("column of the slot"), bdRange(0, 1000), -1.0, kAt<&TStep::FCol>, Required)};
+  return {Param("row", uNone, TrMark("row of the slot, counted from 0 as in the machine file"), bdRange(0, 1000), -1.0,
+                kAt<&TStep::FRow>, Required),
+          Param("column", uNone, TrMark("column of the slot, counted from 0 as in the machine file"), bdRange(0, 1000),
+                -1.0, kAt<&TStep::FCol>, Required)};
 }
 
 std::vector<TMotionParam> WaitInput() {

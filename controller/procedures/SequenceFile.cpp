@@ -123,7 +123,7 @@ TJson TReader::Parse(const std::string& text) {
   const auto place = [&]() -> std::string {
     if (levels.empty()) return {};
     TLevel& level = levels.back();
-    if (level.IsArray) return Format("%s[%zu]", level.Place.c_str(), level.Items++);
+    if (level.IsArray) return Format("%s[%zu]", level.Place.c_str(), ++level.Items);
     return level.Place.empty() ? level.Key : level.Place + "." + level.Key;
   };
   const auto event = [&](int depth, TEvent kind, TJson& parsed) {
@@ -197,11 +197,11 @@ TSequenceFile TReader::Read() {
     Problem("commands", Format(Tr("%zu commands are more than %zu"), commands->size(), kMostCommands));
   else
     for (std::size_t i = 0; i < commands->size(); ++i)
-      ReadCommand((*commands)[i], Format("commands[%zu]", i), sequence);
+      ReadCommand((*commands)[i], Format("commands[%zu]", i + 1), sequence);
   if (FProblems.empty())
     for (const auto check : {&CheckList, &CheckBeam})
       if (const auto wrong = check(sequence.Calls, FMachine))
-        Problem(Format("commands[%zu]", wrong->first), wrong->second.Text());
+        Problem(Format("commands[%zu]", wrong->first + 1), wrong->second.Text());
   if (!FProblems.empty()) GiveUp();
   return sequence;
 }

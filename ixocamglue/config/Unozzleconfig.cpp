@@ -90,7 +90,8 @@ std::string TNozzlePosItems::RefusesInItem(const TXmlSubConfig& item, std::strin
   for (std::size_t i = 0; i < FCells.Items.size(); ++i) {
     const TNozzlePosItem& other = *FCells.Items[i];
     if (&other != moved && other.Row == row && other.Col == col)
-      return Format(Tr("the cell of row %d, column %d is taken by PosItem[%zu]"), row, col, i + 1);
+      return Format(Tr("the cell of row %d, column %d (counted from 1) is taken by PosItem[%zu]"), row + 1, col + 1,
+                    i + 1);
   }
   return {};
 }

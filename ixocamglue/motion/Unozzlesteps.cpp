@@ -38,7 +38,7 @@ TStepType TSmtNozzleStep::DoMotion(std::int32_t) {
   check.Has(config, SNameConfig).Has(driver, SNameMotionDriver).Has(axis);
   if (!check.Has(devices ? devices->InputGroup() : nullptr, SNameInputs)) return Fail();
   const TNozzlePosItem* const slot = config->TryGetNozzlePosItem(FRow, FCol);
-  if (!check.Require(slot, SCheckNoSlot, FRow, FCol)) return Fail();
+  if (!check.Require(slot, SCheckNoSlot, FRow + 1, FCol + 1)) return Fail();
   const TPlan plan = Plan(*config, *slot);
   const double above = plan.Z - config->ZDis;
 
@@ -60,7 +60,7 @@ TStepType TSmtNozzleStep::DoMotion(std::int32_t) {
   }
   check.Arrived(SNameZ, plan.LiftZ, axis.GetZ());
   check.Require(!IsFitted(slot->InReady) || ReadsTrue(slot->InReady) != plan.Occupied,
-                plan.Occupied ? SCheckStillOccupied : SCheckStillFree, FRow, FCol);
+                plan.Occupied ? SCheckStillOccupied : SCheckStillFree, FRow + 1, FCol + 1);
   return check ? Await(csbtEnsure) : Fail();
 }
 
@@ -74,12 +74,12 @@ void TSmtNozzleStep::CheckStart(TPreCheck& check, TNcMotionDriver& driver, const
     check.InRange(SNameTurns, t.Turns, {kLeast, kMost}).InRange(SNameTurnSpeed, t.Speed, {0.0, kMost});
   };
   check.Require(config.ChangeNozzleEnabled, SCheckRackDisabled);
-  check.Require(IsConfigured(TPoint3{over.X, over.Y, plan.Z}), SCheckNoSlotPos, FRow, FCol);
+  check.Require(IsConfigured(TPoint3{over.X, over.Y, plan.Z}), SCheckNoSlotPos, FRow + 1, FCol + 1);
   check.Require(InputIsMet(config.InCapOpenOK), SCheckCapNotOpen);
   check.Require(InputIsMet(config.InStageUpOK), SCheckStageNotUp);
   check.Require(!IsFitted(slot.InReady) || ReadsTrue(slot.InReady) == plan.Occupied,
-                plan.Occupied ? SCheckSlotFree : SCheckSlotOccupied, FRow, FCol);
-  check.Require(IsNear(GetXY(driver), over, kOverSlot), SCheckNotOverSlot, FRow, FCol, over.X, over.Y);
+                plan.Occupied ? SCheckSlotFree : SCheckSlotOccupied, FRow + 1, FCol + 1);
+  check.Require(IsNear(GetXY(driver), over, kOverSlot), SCheckNotOverSlot, FRow + 1, FCol + 1, over.X, over.Y);
   check.InRange(SNameZDis, config.ZDis, {0.0, kMost}).Z(axis, plan.Z).Z(axis, plan.Z - config.ZDis);
   check.Z(axis, plan.LiftZ).InRange(SNameLiftZ, plan.LiftZ, {0.0, plan.Z});
   check.Speed(static_cast<double>(config.ZMoveHighSpeed)).Speed(static_cast<double>(config.ZMoveLowSpeed));

@@ -247,7 +247,7 @@ TEST_F(AssistConfig, TheRackPutsItemsWhereTheyBelongAndLeavesTheOthersInTheFile)
   EXPECT_NE(saved.find("<PosItem Row=\"5\" Col=\"0\" X=\"50\" mine=\"1\"/>"), std::string::npos) << saved;
   EXPECT_EQ(SaveAndRead(), saved);
   EXPECT_EQ(SetProperty(Config, "NozzleChange/NozzlePosItems/PosItem[1]/Row", "1").Problem().What,
-            "the cell of row 1, column 0 is taken by PosItem[4]");
+            "the cell of row 2, column 1 (counted from 1) is taken by PosItem[4]");
   EXPECT_TRUE(SetProperty(Config, "NozzleChange/NozzlePosItems/PosItem[1]/Row", "0"));
   EXPECT_TRUE(rack.SetRowCount(1));
   EXPECT_EQ(SaveAndRead().find("X=\"10\""), std::string::npos);

@@ -139,10 +139,10 @@ TEST_F(NozzleChange, WhatCannotBeDoneIsRefusedWithTheReason) {
   EXPECT_EQ(change(7, 2), "there is no nozzle 7; the machine's nozzles: 1 (S 1.5), 2 (D 2.0), 3 (S 2.5)");
   EXPECT_THAT(change(2, 2), HasSubstr("the nozzle to take off is the one to install: 2"));
   FNozzleChangeCfg->NozzleItems.Search(3)->PosCol = 5;
-  EXPECT_THAT(change(1, 3), HasSubstr("nozzle 3: the rack has no slot in row 1, column 5"));
+  EXPECT_THAT(change(1, 3), HasSubstr("nozzle 3: the rack has no slot in row 2, column 6"));
   TNozzlePosItem& slot = *FNozzleChangeCfg->TryGetNozzlePosItem(0, 1);
   slot.X = slot.Y = slot.Z = 0.0L;
-  EXPECT_THAT(change(1, 2), HasSubstr("row 0, column 1 was never configured"));
+  EXPECT_THAT(change(1, 2), HasSubstr("row 1, column 2 was never configured"));
   FNozzleChangeCfg->ChangeNozzleEnabled = false;
   EXPECT_THAT(change(1, 2), HasSubstr("ChangeNozzleEnabled is false"));
 

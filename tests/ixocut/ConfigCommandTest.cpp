@@ -95,7 +95,8 @@ TEST_F(ConfigCommand, CheckNamesEachFaultWithItsPlace) {
       {"<CleanCount>3</CleanCount>", "<CleanCount>3</CleanCount><CleanCount>4</CleanCount>",
        "AutoCleanHead/CleanCount[2]: is there already"},
       {"<CloudCut ", "<CloudCut/><CloudCut ", "there already"},
-      {"Row=\"0\" Col=\"1\"", "Row=\"0\" Col=\"7\"", "7 is outside the grid (ColCount is 2)"},
+      {"Row=\"0\" Col=\"1\"", "Row=\"0\" Col=\"7\"",
+       "7 is outside the grid (ColCount is 2, and the file counts from 0)"},
       {"<XPositiveRange>3050<", "<XPositiveRange>3049.9<",
        "StrokeMeasurement/XPositiveRange: \"3049.9\", 3049.9 mm was"},
       {"StepMs=\"1000\"", "StepMs=\"5\"",
@@ -117,10 +118,12 @@ TEST_F(ConfigCommand, CheckNamesEachFaultWithItsPlace) {
       {"<CleanCurveLength>40<", "<CleanCurveLength>400<",
        "AutoCleanHead/CleanRefPtX: \"3010\", the way over the brush leads from 2810 to 3210 mm"},
       {"Row=\"1\" Col=\"1\" X=\"3030\"", "Row=\"1\" Col=\"0\" X=\"3030\"",
-       "PosItem[4]/Row: row 1, column 0 is the cell of NozzleChange/"},
+       "PosItem[4]/Row: row 2, column 1 (counted from 1) is the cell of NozzleChange/"},
       {"<ZDis>20<", "<ZDis>80<", "PosItem[1]/Z: \"70\", with ZDis the head would have to go to Z -10 mm"},
+      {"Name=\"H-N2\" DAPort=\"36\"", "Name=\"H-N2\" DAPort=\"34\"",
+       "GasBranch[4]/DAPort: \"34\", given by GasBranches/GasBranch[2] already"},
       {"PosRow=\"1\" PosCol=\"0\"", "PosRow=\"2\" PosCol=\"0\"",
-       "PosRow: \"2\", the rack has no such slot (RowCount is 2)"},
+       "PosRow: \"2\", the rack has no such slot (RowCount is 2, and"},
       {"<NozzleItem ID=\"3\" Name=\"S", "<NozzleItem ID=\"2\" Name=\"S",
        "NozzleItem[3]/ID: \"2\", given by NozzleChange/NozzleItems/"},
       {"<InstallID>2<", "<InstallID>7<", "NozzleChange/InstallID: \"7\", the machine has no such nozzle"},
@@ -143,6 +146,11 @@ TEST_F(ConfigCommand, CheckNamesEachFaultWithItsPlace) {
     const auto line = std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(text.find(wrong)), '\n') + 1;
     EXPECT_NE(Out.str().find(File.string() + Format(":%td:", line)), std::string::npos) << Out.str();
   }
+  // An item that is not used is not judged either.
+  std::ofstream(File, std::ios::binary) << whole;
+  Replace("Row=\"1\" Col=\"1\" X=\"3030\" Y=\"770\" Z=\"70\"", "Row=\"1\" Col=\"9\" X=\"3030\" Y=\"770\" Z=\"10\"");
+  EXPECT_EQ(Check(), 1);
+  EXPECT_EQ(Out.str().find("ZDis"), std::string::npos) << Out.str();
   std::ofstream(File, std::ios::binary) << whole;
   Replace("<ScanCode ", "<SomethingElse/><ScanCode ");
   EXPECT_EQ(Check(), 0);

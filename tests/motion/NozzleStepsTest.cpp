@@ -36,7 +36,7 @@ TEST_F(NozzleSteps, InputsThatAreNotFittedCountAsMet) {
 TEST_F(NozzleSteps, ASlotWhoseInputDidNotChangeFailsTheStep) {
   Machine().Rack().SetJammed(true);
   EXPECT_EQ(Nozzle(163, 0, 0).back(), "-> -2");
-  EXPECT_THAT(Refusals(), testing::ElementsAre(testing::HasSubstr("the nozzle is not in the slot in row 0, column 0")));
+  EXPECT_THAT(Refusals(), testing::ElementsAre(testing::HasSubstr("the nozzle is not in the slot in row 1, column 1")));
 }
 
 TEST_F(NozzleSteps, AStopWhileItTurnsStopsTheTurningAxis) {

@@ -211,7 +211,8 @@ void CheckRecord(const TConfigSection& section, TXmlSubConfig& record, const TMa
 TProblem ProblemAt(const TConfigSection& section, std::string_view name, const std::string& value,
                    const std::string& why) {
   const std::string& path = section.Path();
-  return {.What = "\"" + value + "\", " + why, .Where = (path.empty() ? "" : path + "/") + std::string(name)};
+  return {.What = (value.empty() ? "" : "\"" + value + "\", ") + why,
+          .Where = (path.empty() ? "" : path + "/") + std::string(name)};
 }
 
 }  // namespace ixocamglue
