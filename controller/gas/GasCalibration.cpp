@@ -38,8 +38,12 @@ TRecordedGasPoint Recorded(const TGasPoint& point, bool descending) {
 }
 
 TRecordedGas Recorded(const TGasResult& result) {
-  TRecordedGas gas{
-      .GasType = result.Gas, .Name = GasTypeName(result.Gas), .Zero = result.Zero, .Points = {}, .Table = result.Curve};
+  TRecordedGas gas{.GasType = result.Gas,
+                   .Name = GasTypeName(result.Gas),
+                   .Stopped = result.Stopped,
+                   .Zero = result.Zero,
+                   .Points = {},
+                   .Table = result.Curve};
   if (const TGasBranchConfig* const branch = MachineConfig()->GetGasBranch(result.Gas))
     gas.MaxPressure = branch->GetMaxPressure();
   for (const TGasPoint& point : result.Points) gas.Points.push_back(Recorded(point, false));
@@ -148,6 +152,8 @@ void TGasCalibration::Conclude(std::int32_t gas, std::vector<TGasPoint> downward
 void TGasCalibration::Conclude() {
   std::vector<TGasResult*> putBack;
   for (TGasResult& result : FResults) {
+    // A pressure that did not settle is the valve's, and judged; any other stop says nothing of it.
+    result.Stopped = result.End == TGasEnd::Unfinished && !result.Points.empty() && !FUnsettled.load();
     const bool good = Good(result);
     if (good || result.End != TGasEnd::Stored) continue;
     Refuse(result, TGasEnd::Restored,

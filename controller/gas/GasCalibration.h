@@ -50,7 +50,8 @@ enum class TGasEnd : std::uint8_t {
 struct TGasResult {
   std::int32_t Gas = 0;
   TGasEnd End = TGasEnd::Unfinished;
-  std::string Why;  // for the operator; empty when stored
+  bool Stopped = false;  // cut off while it was measured
+  std::string Why;       // for the operator; empty when stored
   std::uint64_t DurationMs = 0;
   std::vector<TGasPoint> Points;
   std::vector<TDot> Curve;     // final; empty when there is none

@@ -51,6 +51,8 @@ class TGasDescentState final : public TNcStateCtrl {
 
   void StepDone(std::int32_t reason) override {
     TNcStateCtrl::StepDone(reason);
+    // A point that a stop cuts off did not fail to settle: it is none.
+    if (reason != srDone && FOut) (*FDescents)[FGas].Points.pop_back();
     if (reason != srDone || FGas == FDescents->size()) return ChangeState(nsStandby, 0);
     Advance((*FDescents)[FGas]);
     EnsureBusySet();

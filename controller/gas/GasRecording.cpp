@@ -41,6 +41,7 @@ TJson JsonOf(const TRecordedGas& gas) {
   for (const TDot& dot : gas.Table) table.push_back(PairOf(dot));
   return {{"gas", gas.Name},
           {"type", gas.GasType},
+          {"stopped", gas.Stopped},
           {"maxPressure", gas.MaxPressure},
           {"zero", gas.Zero ? TJson(*gas.Zero) : TJson(nullptr)},
           {"points", std::move(points)},
@@ -123,7 +124,8 @@ TRecordedGas GasOf(const TReader& reader) {
   gas.Name = reader.At("gas").Text();
   gas.GasType = static_cast<std::int32_t>(reader.At("type").Number(1, 6));
   gas.MaxPressure = reader.At("maxPressure").Number(0.0, TReader::kMost);
-  if (reader.Has("zero") && !reader.At("zero").IsNull())  // older recordings have none
+  gas.Stopped = reader.Has("stopped") && reader.At("stopped").Flag();  // as with the zero below
+  if (reader.Has("zero") && !reader.At("zero").IsNull())               // older recordings have none
     gas.Zero = reader.At("zero").Number(-TReader::kMost, TReader::kMost);
   for (const TReader& point : reader.At("points").Items()) gas.Points.push_back(PointOf(point));
   for (const TReader& dot : reader.At("table").Items()) {

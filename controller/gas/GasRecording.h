@@ -8,7 +8,8 @@
 //    "table": [[0, 0], [1, 0.93], ...]}]}
 //
 // Samples are [ms since the voltage was put out, bar], null where the sensor gave no number; "settled" is null for a
-// point that never settled; points stand in the order in which they were measured; the table holds [V, bar].
+// point that never settled; a gas that was cut off by a stop has "stopped": true; points stand in the order in which
+// they were measured; the table holds [V, bar].
 #pragma once
 
 #include <cstdint>
@@ -35,6 +36,7 @@ struct TRecordedGasPoint {
 struct TRecordedGas {
   std::int32_t GasType = 0;  // 1 "Air" ... 6 "H-N2"
   std::string Name;
+  bool Stopped = false;        // cut off before its last point: nothing can be said of the valve
   double MaxPressure = 0.0;    // what the branch should reach; 0 unknown
   std::optional<double> Zero;  // bar; the reading with gas on and the valve shut, before the first voltage
   std::vector<TRecordedGasPoint> Points;

@@ -103,6 +103,11 @@ class TJudge {
   }
 
   std::vector<TGasFinding> Run() {
+    if (FGas.Stopped) {
+      AddDoubt(TrMark("stopped"), static_cast<double>(FGas.Points.size()), "",
+               Tr("the calibration was stopped before its end: no verdict"));
+      return std::move(FFindings);
+    }
     Readings();
     Unsettled();
     if (!Responds()) return std::move(FFindings);
@@ -119,7 +124,10 @@ class TJudge {
 
  private:
   void Add(const char* kind, bool bad, double figure, const char* unit, std::string sentence) {
-    FFindings.push_back({kind, bad, figure, unit, std::move(sentence)});
+    FFindings.push_back({kind, bad, false, figure, unit, std::move(sentence)});
+  }
+  void AddDoubt(const char* kind, double figure, const char* unit, std::string sentence) {
+    FFindings.push_back({kind, false, true, figure, unit, std::move(sentence)});
   }
 
   void Readings() {
@@ -312,7 +320,8 @@ class TJudge {
     const TCurveDoubt doubt = LargestDoubt(FGas.Table);
     const double share = doubt.Bar / FHighest;
     if (share >= kDoubtful)
-      Add(TrMark("method"), false, 100.0 * share, "%",
+      AddDoubt(
+          TrMark("method"), 100.0 * share, "%",
           Show(SVerdictDoubt, Figure(doubt.FromVolt).c_str(), Figure(doubt.ToVolt).c_str(), Percent(share).c_str()));
   }
 
@@ -336,7 +345,11 @@ std::vector<std::string> FindingLines(const std::vector<TGasFinding>& findings) 
   for (const TGasFinding& finding : findings) {
     std::string kind = Tr(finding.Kind);
     kind.append(kKindWidth - std::min(kKindWidth, DisplayWidth(kind)), ' ');
-    lines.push_back(Format("  %s %s %s", finding.Bad ? "!!" : "ok", kind.c_str(), finding.Sentence.c_str()));
+    lines.push_back(Format("  %s %s %s",
+                           finding.Bad     ? "!!"
+                           : finding.Doubt ? " ?"
+                                           : "ok",
+                           kind.c_str(), finding.Sentence.c_str()));
   }
   return lines;
 }

@@ -140,7 +140,7 @@ nlohmann::ordered_json JsonOf(const TGasResult& result) {
                               {"kneeVolt", nullptr},
                               {"points", std::move(points)},
                               {"curve", std::move(curve)},
-                              {"good", !result.Findings.empty() && !FirstBad(result.Findings)},
+                              {"good", !result.Stopped && !result.Findings.empty() && !FirstBad(result.Findings)},
                               {"findings", FindingsJson(result.Findings)}};
   if (result.Knee) json["kneeVolt"] = *result.Knee;
   if (!result.Why.empty()) json["why"] = result.Why;

@@ -43,6 +43,7 @@ nlohmann::ordered_json FindingsJson(const std::vector<ixocontroller::TGasFinding
   for (const auto& finding : findings)
     json.push_back({{"kind", finding.Kind},
                     {"bad", finding.Bad},
+                    {"doubt", finding.Doubt},
                     {"figure", finding.Figure},
                     {"unit", finding.Unit},
                     {"text", finding.Sentence}});

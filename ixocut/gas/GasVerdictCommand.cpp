@@ -36,19 +36,24 @@ int RunVerdict(const TVerdictOptions& options, std::ostream& out) {
   const TOperatorTexts texts("gas", options.Language);
   const TGasRecording recording = ReadGasRecording(options.File);
   TConsole console(out, options.Json, false);
+  bool stopped = false;
   bool good = !recording.Gases.empty();
   auto gases = nlohmann::ordered_json::array();
   for (const TRecordedGas& gas : recording.Gases) {
     console.Say(Show(SVerdictTitle, gas.Name.c_str(), recording.NozzType.c_str(), ValueText(recording.NozzSize).c_str(),
                      std::to_string(gas.Points.size()).c_str(), HighestOf(gas).c_str()));
     const std::vector<TGasFinding> findings = JudgeGas(gas);
+    stopped = stopped || gas.Stopped;
     good = good && !FirstBad(findings);
     for (const std::string& line : FindingLines(findings)) console.Say(line);
     gases.push_back({{"gas", gas.Name}, {"findings", FindingsJson(findings)}});
   }
   if (recording.Gases.empty()) console.Say(SVerdictNoGas.Get());
   std::optional<TProblem> problem;
-  if (!good) problem = {.What = Tr("something is wrong with a valve or its table"), .Where = options.File};
+  if (good && stopped)
+    problem = {.What = Tr("the calibration was stopped before its end: no verdict"), .Where = options.File};
+  good = good && !stopped;
+  if (!good && !problem) problem = {.What = Tr("something is wrong with a valve or its table"), .Where = options.File};
   console.Print("gas verdict", {{"file", options.File}, {"good", good}, {"gases", std::move(gases)}}, problem);
   return good ? kExitSuccess : kExitOtherwise;
 }
@@ -64,7 +69,8 @@ void AddGasVerdictCommand(CLI::App& gas, TCommandRun& run) {
   SetHelp(*command,
           {.Notes = Tr("Hysteresis is judged when the recording has a pass downwards (gas calibrate --record FILE "
                        "--descend)."),
-           .ExitCodes = Tr("0 nothing is wrong, 1 something is, 2 wrong command line, 3 the file cannot be used"),
+           .ExitCodes =
+               Tr("0 nothing is wrong, 1 something is or no verdict, 2 wrong command line, 3 the file cannot be used"),
            .Examples = {"ixocut gas verdict gas.json"}});
   command->callback([options, &run] { run = [options] { return RunVerdict(*options, std::cout); }; });
 }

@@ -146,6 +146,10 @@ TEST_F(GasCalibration, GasThatSomebodyElseSwitchesOffStaysOff) {
   std::string last;
   for (std::string text; calibration.GetMsg(text);) last = text;
   EXPECT_EQ(last, "停止校正！");
+  calibration.Conclude();
+  const auto& findings = calibration.Results().front().Findings;
+  ASSERT_EQ(findings.size(), 1u);
+  EXPECT_STREQ(findings[0].Kind, "stopped");
 }
 
 TEST_F(GasCalibration, TheRefinedMethodUsesMorePointsAndIsNotTheDefault) {

@@ -115,6 +115,8 @@ TEST(GasVerdict, EachFaultIsFoundAndNoOther) {
   TRecordedGas unsettled = Record(params);
   unsettled.Points[3].Settled.reset();
   EXPECT_THAT(Bad(unsettled), ElementsAre("settling"));
+  unsettled.Stopped = true;
+  EXPECT_THAT(FindingLines(JudgeGas(unsettled)), ElementsAre(testing::HasSubstr(" ? stopped"))) << "nobody is blamed";
   EXPECT_THAT(Bad(TRecordedGas{}), ElementsAre("points"));
   TRecordedGas offZero = Record(params, vfNegativeOffset);
   EXPECT_THAT(Bad(offZero), ElementsAre("zero")) << "pressures below 0";
