@@ -39,7 +39,7 @@ TProblem Unusable(const std::string& place, const std::string& what) {
           .Remedy = Tr("correct the entry, or calibrate the gas again")};
 }
 
-TResult<TEntry> ReadEntry(const TConfigSection& section) {
+TResult<TEntry> ReadEntry(const TConfigSection& section, double maxPressure) {
   TEntry entry{.Place = section.Path()};
   const auto read = [&](const char* name, double& value) {
     const std::string text = section.GetText(name, "");
@@ -52,13 +52,16 @@ TResult<TEntry> ReadEntry(const TConfigSection& section) {
   if (entry.Volt < 0.0 || entry.Volt > kFullScaleVolt)
     return Unusable(entry.Place, Format(Tr("%s V is outside 0 to 10 V"), ValueText(entry.Volt).c_str()));
   if (entry.Press < 0.0) return Unusable(entry.Place, Format(Tr("%s bar is below 0"), ValueText(entry.Press).c_str()));
+  if (entry.Press > maxPressure)
+    return Unusable(entry.Place, Format(Tr("%s bar is above the %s bar that the branch may have"),
+                                        ValueText(entry.Press).c_str(), ValueText(maxPressure).c_str()));
   return entry;
 }
 
-TResult<> CheckEntries(const TConfigSection& table) {
+TResult<> CheckEntries(const TConfigSection& table, double maxPressure) {
   std::vector<TEntry> entries;
   for (const TConfigSection& section : table.Children("Item")) {
-    auto entry = ReadEntry(section);
+    auto entry = ReadEntry(section, maxPressure);
     if (!entry) return entry.Problem();
     entries.push_back(*std::move(entry));
   }
@@ -68,6 +71,10 @@ TResult<> CheckEntries(const TConfigSection& table) {
       return Unusable(entry.Place, Format(Tr("the pressure falls from %s bar at %s V to %s bar at %s V"),
                                           ValueText(below.Press).c_str(), ValueText(below.Volt).c_str(),
                                           ValueText(entry.Press).c_str(), ValueText(entry.Volt).c_str()));
+  if (entries.size() == 1) return Unusable(entries[0].Place, Tr("a single point is no curve"));
+  if (!entries.empty() && entries.back().Press <= entries.front().Press)
+    return Unusable(table.Path(),
+                    Format(Tr("the pressure is %s bar at every voltage"), ValueText(entries.front().Press).c_str()));
   return {};
 }
 
@@ -174,15 +181,20 @@ bool TGasCaliConfig::SaveTables(std::string* problem) {
   return saved.Ok();
 }
 
-TResult<> TGasCaliConfig::CheckTable(std::int32_t gasType, std::string_view nozzType, double nozzSize) const {
+TResult<> TGasCaliConfig::CheckTable(std::int32_t gasType, std::string_view nozzType, double nozzSize,
+                                     double maxPressure) const {
   if (gasType < 1 || gasType > static_cast<std::int32_t>(std::size(kGasElements))) return {};
   const TConfigSection gas = TConfigSection(Document().RootHandle(), "").Child(kGasElements[gasType - 1]);
+  std::vector<TConfigSection> items;
   for (const TConfigSection& item : gas.Children(kItemElement)) {
     const double size = ParseNumber<double>(item.GetText("NozzSize", "")).value_or(0.0);
-    if (item.GetText("NozzType", "") == nozzType && SameSize(size, nozzSize))
-      return CheckEntries(item.Child(kTableElement));
+    if (item.GetText("NozzType", "") == nozzType && SameSize(size, nozzSize)) items.push_back(item);
   }
-  return {};
+  if (items.empty()) return {};
+  if (items.size() > 1)
+    return Unusable(items[1].Path(),
+                    Format(Tr("it is a second table of this nozzle, beside %s"), items[0].Path().c_str()));
+  return CheckEntries(items[0].Child(kTableElement), maxPressure);
 }
 
 TGasBraCaliConfig* TGasCaliConfig::GetGasConfig(std::int32_t gasType) {

@@ -64,9 +64,11 @@ class TGasCaliConfig : public TXmlConfig {
   bool SaveTables(std::string* problem = nullptr);
 
   // Why the stored table of this gas and nozzle cannot be used, with file and entry: a number that cannot be read, a
-  // voltage outside 0 to 10 V, a pressure below 0, or pressures that fall while the voltage rises. Of the file as it
-  // was loaded; a table that is not there is no problem.
-  [[nodiscard]] TResult<> CheckTable(std::int32_t gasType, std::string_view nozzType, double nozzSize) const;
+  // voltage outside 0 to 10 V, a pressure below 0 or above `maxPressure` (bar), pressures that fall while the voltage
+  // rises or never rise, a single point, or a second table of the same nozzle. Of the file as it was loaded; a table
+  // that is not there is no problem.
+  [[nodiscard]] TResult<> CheckTable(std::int32_t gasType, std::string_view nozzType, double nozzSize,
+                                     double maxPressure) const;
 
   [[nodiscard]] TGasBraCaliConfig* GetGasConfig(std::int32_t gasType);  // null for a type without tables
   [[nodiscard]] TDAAdjustTable* GetDAAdjustTable(std::int32_t gasType, std::string_view nozzType, double nozzSize);

@@ -1,4 +1,5 @@
 // `ixocut gas pressure`.
+#include <algorithm>
 #include <cmath>
 #include <iostream>
 #include <memory>
@@ -97,6 +98,17 @@ int RunPressure(const TPressureOptions& options, std::ostream& out) {
          .Where = "--bar",
          .Why = {},
          .Remedy = Tr("ask for less, or calibrate the gas again")});
+  double least = *bar;
+  for (std::int32_t i = 0; i < branch->DAAdjustTable.GetCount(); ++i)
+    least = i == 0 ? branch->DAAdjustTable.GetItem(i)->Press : std::min(least, branch->DAAdjustTable.GetItem(i)->Press);
+  if (*bar < least)
+    throw EProblem(
+        pbRefused,
+        {.What = Format(Tr("%s bar of %s is beyond the reach of its calibration curve, which begins at %s bar"),
+                        ValueText(*bar).c_str(), name.c_str(), Format("%.3f", least).c_str()),
+         .Where = "--bar",
+         .Why = {},
+         .Remedy = Tr("ask for more, or calibrate the gas again")});
   const TReached reached = Reach(machine, gas, *bar);
   const double error = reached.Bar - *bar;
   const std::string share = *bar > 0.0 ? Format("%+.2f %%", 100.0 * error / *bar) : std::string("-");

@@ -222,6 +222,11 @@ TEST_F(GasCommands, WhatIsBadOrCannotBeSavedLeavesThePreviousTable) {
   EXPECT_THAT(FOut, testing::AllOf(HasSubstr("Verdict on Oxygen:"), HasSubstr("ok zero")));
   EXPECT_EQ(Gas("pressure --gas O2 --bar 9.9 --lang en"), 1);
   EXPECT_THAT(FOut, HasSubstr("beyond the reach"));
+  const std::string measured = Read("st/machine.xml");
+  ASSERT_EQ(Ixocut("config set GasBranches/GasBranch[2]/DAAdjustTable/Item[1]/Press 0.2 --state st").ExitCode, 0);
+  EXPECT_EQ(Gas("pressure --gas O2 --bar 0.1 --lang en"), 1);
+  EXPECT_THAT(FOut, HasSubstr("begins at 0.200 bar"));
+  Write("st/machine.xml", measured);
   const auto files = [&] { return Read("st/machine.xml") + Read("st/GasCalibration.config"); };
   const std::string before = files();
   EXPECT_EQ(Gas(calibrate + "--fault gas.weak-supply"), 1) << FOut;
