@@ -1,8 +1,10 @@
 // `ixocut gas calibrate`.
 #include <algorithm>
+#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <optional>
+#include <set>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -15,6 +17,7 @@
 #include "controller/gas/GasRecording.h"
 #include "controller/gas/GasTexts.h"
 #include "controller/procedures/ProcedureRun.h"
+#include "ixocamglue/gascal/Ugasnozzcaliconfig.h"
 #include "ixocamglue/monitor/Umonitorsink.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/Texts.h"
@@ -104,6 +107,35 @@ const TText& TextOf(TGasEnd end) {
   }
   return SGasUnfinished;
 }
+
+// The tables' file, when it cannot be read: the first save moves it aside, with the tables of all other nozzles.
+class TDamagedTables {
+ public:
+  TDamagedTables() : FDamaged(!TGasCaliConfig().Load(GasCaliConfigFile(), mfDefaults)), FBefore(Aside()) {}
+
+  // What has become of it; empty when nothing has.
+  [[nodiscard]] std::string Text() const {
+    std::set<std::string> aside = FDamaged ? Aside() : std::set<std::string>();
+    for (const std::string& before : FBefore) aside.erase(before);
+    if (aside.empty()) return {};
+    return Format(Tr("%s could not be read and is now %s: the tables of other nozzles and gases are no longer in use; "
+                     "take them from there or from %s.bak"),
+                  GasCaliConfigFile().c_str(), aside.begin()->c_str(), GasCaliConfigFile().c_str());
+  }
+
+ private:
+  static std::set<std::string> Aside() {
+    std::set<std::string> files;
+    std::error_code error;
+    const std::string start = GasCaliConfigFile().string() + ".broken";
+    for (const auto& file : std::filesystem::directory_iterator(GasCaliConfigFile().parent_path(), error))
+      if (file.path().string().starts_with(start)) files.insert(file.path().string());
+    return files;
+  }
+
+  const bool FDamaged;
+  const std::set<std::string> FBefore;
+};
 
 std::size_t Settled(const TGasResult& result) {
   return static_cast<std::size_t>(std::ranges::count_if(result.Points, &TGasPoint::Settled));
@@ -251,6 +283,7 @@ void TCalibrate::Print() {
 int TCalibrate::Run() {
   FStartMs = Clock().MonotonicMs();
   FConsole.SetStart(FStartMs);
+  const TDamagedTables damaged;
   for (const std::string& notice : FController.Notices()) LogMsg(lkWarning, 0, notice, "TPHost");
   if (!FController.VirtualClock()) {
     FSignal.emplace();
@@ -281,6 +314,7 @@ int TCalibrate::Run() {
     for (const std::string& line : FindingLines(result.Findings)) FConsole.Say(line);
   }
   if (!FCalibration.Completed()) FConsole.Say(SGasKeptFile.Get());
+  if (const std::string text = damaged.Text(); !text.empty()) Say(text);
   if (!FOptions.Plot.empty()) Draw();
   if (!FOptions.Record.empty()) Write();
   Print();

@@ -37,10 +37,13 @@ class TTables {
  public:
   TTables(const TTablesOptions& options, TConsole& console, bool saves = false)
       : FController(Options(options, console, saves)) {
-    FRead = FStored.Load(GasCaliConfigFile(), mfDefaults).Ok();
+    FRead = FStored.Load(GasCaliConfigFile(), mfDefaults);
     FController.Logs().DrainOnce();
   }
-  [[nodiscard]] bool Read() const { return FRead; }  // false: there is a file, and it cannot be read
+  [[nodiscard]] bool Read() const { return FRead.Ok(); }  // false: there is a file, and it cannot be read
+  void RequireRead() const {
+    if (!FRead) throw EProblem(pbUnusable, FRead.Problem());
+  }
   TGasCaliConfig& Stored() { return FStored; }
   TController& Controller() { return FController; }
 
@@ -54,7 +57,7 @@ class TTables {
 
   TController FController;
   TGasCaliConfig FStored;
-  bool FRead = true;
+  TResult<> FRead;
 };
 
 std::vector<TDot> DotsOf(const TDAAdjustTable& table) {
@@ -84,6 +87,7 @@ int RunShow(const TTablesOptions& options, std::ostream& out) {
   const auto gases = GasesOf(options);
   TConsole console(out, options.Json, false);
   TTables tables(options, console);
+  tables.RequireRead();
   auto json = nlohmann::ordered_json::array();
   for (const std::int32_t gas : gases) {
     for (const auto& item : tables.Stored().GetGasConfig(gas)->Items()) {
@@ -153,6 +157,7 @@ int RunDiff(const TTablesOptions& options, std::ostream& out) {
   const auto gases = GasesOf(options);
   TConsole console(out, options.Json, false);
   TTables tables(options, console);
+  tables.RequireRead();
   bool same = true;
   auto json = nlohmann::ordered_json::array();
   for (const std::int32_t gas : gases) {

@@ -243,6 +243,14 @@ TEST_F(GasCommands, WhatIsBadOrCannotBeSavedLeavesThePreviousTable) {
   EXPECT_EQ(Gas(calibrate + "--record rec.json --keep --fault gas.weak-supply"), 0) << FOut;
   EXPECT_NE(files(), before);
 
+  Write("st/GasCalibration.config", "<GasCalibration><GasO2>");
+  for (const std::string command : {"show", "diff --nozzle S --size 1.5", "load --nozzle S --size 1.5"}) {
+    EXPECT_EQ(Gas(command + " --lang en"), 3) << command;
+    EXPECT_THAT(FOut, HasSubstr("GasCalibration.config.bak"));
+  }
+  EXPECT_EQ(Gas(calibrate), 0) << FOut;
+  EXPECT_THAT(FOut, HasSubstr("is now " + (FDir.Path() / "st/GasCalibration.config.broken").string()));
+
   const std::string machine = Read("st/machine.xml");
   std::filesystem::remove(FDir.Path() / "st/GasCalibration.config");
   std::filesystem::create_directory(FDir.Path() / "st/GasCalibration.config");
