@@ -10,6 +10,7 @@
 #include "ixocamglue/monitor/Umonitorsink.h"
 #include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/JsonText.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/Texts.h"
 
@@ -156,8 +157,10 @@ TGasRecording ReadGasRecording(const std::string& file) {
   TJson document;
   try {
     document = TJson::parse(text);
-  } catch (const nlohmann::json::exception& e) {
-    throw EProblem(pbUnusable, TProblem{.What = Tr("no JSON document"), .Where = file, .Why = e.what()});
+  } catch (const nlohmann::json::exception&) {
+    TProblem problem = JsonProblem(text);
+    problem.Where = file + ":" + problem.Where;
+    throw EProblem(pbUnusable, std::move(problem));
   }
   const TReader root(file, document);
   if (root.At("format").Text() != kFormat) root.At("format").Fail(Tr("this is no gas recording"));

@@ -10,6 +10,7 @@
 #include "controller/procedures/BeamCheck.h"
 #include "controller/procedures/ListCheck.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/JsonText.h"
 #include "ixocamglue/support/Nearest.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/Texts.h"
@@ -157,11 +158,10 @@ TJson TReader::Parse(const std::string& text) {
   try {
     return TJson::parse(TCountingIterator(text.data(), read), TCountingIterator(text.data() + text.size(), read),
                         event);
-  } catch (const TJson::exception& e) {
-    std::string what = e.what();  // "[json.exception...] parse error at line 3, column 5: what is wrong"
-    for (const char* const start : {"column", "number"})
-      what = what.substr(std::min(what.find(start), what.size()) % what.size());
-    throw EProblem(pbUnusable, Format(Tr("%s:%zu: no JSON: %s"), FFile.c_str(), read.Line, what.c_str()));
+  } catch (const TJson::exception&) {
+    TProblem problem = JsonProblem(text);
+    problem.Where = FFile.string() + ":" + problem.Where;
+    throw EProblem(pbUnusable, std::move(problem));
   }
 }
 

@@ -13,6 +13,7 @@
 #include "ixocamglue/platform/services/LocaleManager.h"
 #include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/JsonText.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
 
@@ -26,13 +27,6 @@ constexpr const char* kNeeded[] = {"HelpID", "BrifDesc", "Code", "Reason", "Solu
 
 bool Blank(std::string_view text) {
   return std::ranges::all_of(text, [](char c) { return static_cast<unsigned char>(c) <= 0x20; });
-}
-
-std::string LineAndColumn(std::string_view text, std::size_t at) {
-  const std::string_view before = text.substr(0, std::min(at, text.size()));
-  const auto lineStart = before.rfind('\n');
-  return Format("%td:%zu", std::ranges::count(before, '\n') + 1,
-                before.size() - (lineStart == std::string_view::npos ? 0 : lineStart + 1) + 1);
 }
 
 TResult<std::int64_t> NumberOf(const TConfigSection& section, const char* name, std::int64_t lowest,
@@ -64,15 +58,11 @@ std::string TAlarmDefinitionFiles::GetAlarmDefinitions() {
 }
 
 std::vector<TProblem> CheckAlarmDefinitions(std::string_view json) {
-  const std::size_t mark = json.starts_with(kByteOrderMark) ? kByteOrderMark.size() : 0;
   nlohmann::json list;
   try {
-    list = nlohmann::json::parse(json.substr(mark));
-  } catch (const nlohmann::json::exception& e) {  // a number too large for one is no parse error
-    const auto* const parse = dynamic_cast<const nlohmann::json::parse_error*>(&e);
-    std::string why = e.what();  // "[json.exception...] parse error at line 3, column 5: what is wrong"
-    if (const auto end = why.find(parse ? ": " : "] "); end != std::string::npos) why.erase(0, end + 2);
-    return {{why, LineAndColumn(json, mark + (parse && parse->byte > 0 ? parse->byte - 1 : 0))}};
+    list = nlohmann::json::parse(WithoutMark(json));
+  } catch (const nlohmann::json::exception&) {
+    return {JsonProblem(json)};
   }
   if (!list.is_array()) return {{Format(Tr("the list is %s, expected an array"), list.type_name()), "1:1"}};
 
