@@ -12,6 +12,7 @@
 #include "controller/StateFolder.h"
 #include "ixocamglue/platform/services/Locale.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Nearest.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
@@ -124,6 +125,30 @@ std::string ParserMessage(const std::string& message) {
     return Format(Tr(english), parts[0].c_str(), parts[1].c_str(), parts[2].c_str());
   }
   return message;
+}
+
+// Of a word where a command's name is wanted: that it is none, and which one was probably meant. The procedures of
+// `run` tell of theirs themselves.
+std::optional<TProblem> WrongCommand(const CLI::App& program, const CLI::ParseError& e) {
+  if (e.get_name() != "ExtrasError" && e.get_name() != "RequiredError") return std::nullopt;
+  const CLI::App* asked = &program;
+  for (auto chosen = asked->get_subcommands(); !chosen.empty(); chosen = asked->get_subcommands())
+    asked = chosen.front();
+  const auto known = asked->get_subcommands({});
+  const auto words = program.remaining(true);
+  if (known.empty() || words.empty() || words.front().starts_with('-')) return std::nullopt;
+  TNearestName nearest(words.front());
+  std::string names;
+  for (const CLI::App* const command : known) {
+    nearest.Consider(command->get_name());
+    names += (names.empty() ? "" : ", ") + command->get_name();
+  }
+  return TProblem{.What = Format(Tr("\"%s\" is no command"), words.front().c_str()),
+                  .Where = {},
+                  .Why = {},
+                  .Remedy = nearest.Found().empty()
+                                ? Format(Tr("the commands are %s"), names.c_str())
+                                : Format(Tr("did you mean \"%s\"?"), std::string(nearest.Found()).c_str())};
 }
 
 // Several lines as one; without the blank space around them.
@@ -278,8 +303,10 @@ int IxocutMain(int argc, const char* const* argv, TAdditions additions) {
   };
   const auto failWith = [&](int exitCode, const TProblem& problem) {
     if (JsonAsked(argc, argv) && !DocumentPrinted()) {
-      const std::string words = where();
-      PrintDocument(std::cout, words.substr(std::min(words.size(), words.find(' ') + 1)), nullptr, problem);
+      std::string words = where();
+      words.erase(0, words.find(' ') + 1);
+      if (words.starts_with("run ")) words = "run";  // as the document of a run that has begun
+      PrintDocument(std::cout, words, nullptr, problem);
     }
     return fail(exitCode, problem.Text());
   };
@@ -303,7 +330,8 @@ int IxocutMain(int argc, const char* const* argv, TAdditions additions) {
     return std::cout ? exitCode : fail(kExitUnusable, Tr("the standard output cannot be written"));
   } catch (const CLI::ParseError& e) {
     if (e.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) return program.exit(e);  // --help, --version
-    return failWith(kExitCommandLine, {.What = ParserMessage(OneLine(e.what()))});
+    return failWith(kExitCommandLine,
+                    WrongCommand(program, e).value_or(TProblem{.What = ParserMessage(OneLine(e.what()))}));
   } catch (const EProblem& e) {
     return failWith(ExitCodeOf(e.Blame), e.Problem);
   } catch (const std::exception& e) {

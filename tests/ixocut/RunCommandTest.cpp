@@ -156,6 +156,7 @@ TEST_F(RunCommand, AWrongCommandLineIsToldAndNothingRuns) {
     EXPECT_THAT(run.Err, HasSubstr(c.Text)) << c.Arguments;
     EXPECT_THAT(run.Out, Not(HasSubstr("1/"))) << c.Arguments;
   }
+  EXPECT_EQ(nlohmann::json::parse(Ixocut("run safe-move --xx 1 --y 2 --json").Out)["command"], "run");
 }
 
 TEST_F(RunCommand, AFileIsCheckedAsAWholeBeforeAnythingMoves) {
