@@ -1,6 +1,8 @@
 #include "ixocut/Plot.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -21,6 +23,25 @@ namespace {
 
 namespace fs = std::filesystem;
 
+[[noreturn]] void ThrowNoGnuplot() {
+  throw EProblem(pbUnusable, Tr("gnuplot is not installed; it draws the plot (Debian package gnuplot-nox)"));
+}
+
+// As the system looks for a program to start; without PATH that is left to it.
+bool GnuplotIsThere() {
+  const char* const path = std::getenv("PATH");
+  if (!path) return true;
+  for (std::string_view rest = path;;) {
+    const std::size_t end = std::min(rest.find(':'), rest.size());
+    const fs::path folder = end == 0 ? fs::path(".") : fs::path(rest.substr(0, end));
+    if (std::error_code error;
+        fs::is_regular_file(folder / "gnuplot", error) && ::access((folder / "gnuplot").c_str(), X_OK) == 0)
+      return true;
+    if (end == rest.size()) return false;
+    rest.remove_prefix(end + 1);
+  }
+}
+
 // Runs gnuplot in the folder; throws what it complained about.
 void RunGnuplot(const fs::path& folder) {
   const std::string script = (folder / "script").string();
@@ -37,8 +58,7 @@ void RunGnuplot(const fs::path& folder) {
   pid_t child = 0;
   const int failed = posix_spawnp(&child, "gnuplot", &files, nullptr, arguments, environ);
   posix_spawn_file_actions_destroy(&files);
-  if (failed == ENOENT)
-    throw EProblem(pbUnusable, Tr("gnuplot is not installed; it draws the plot (Debian package gnuplot-nox)"));
+  if (failed == ENOENT) ThrowNoGnuplot();
   if (failed != 0)
     throw EProblem(pbUnusable, Format(Tr("gnuplot cannot be started: %s"), SystemErrorText(failed).c_str()));
   int status = 0;
@@ -53,6 +73,7 @@ void RunGnuplot(const fs::path& folder) {
 void CheckPlotName(const char* option, const std::string& target) {
   if (fs::path(target).extension() != ".svg")
     throw EProblem(pbRequest, Format(Tr("%s: \"%s\" does not end in .svg"), option, target.c_str()));
+  if (!GnuplotIsThere()) ThrowNoGnuplot();
 }
 
 // SVG leaves the letters to the fonts where it is looked at; for Chinese here, ./run installs one.

@@ -6,7 +6,7 @@
 
 namespace ixocut {
 
-// Refuses a file that is no SVG, before anything runs; `option` is what named it.
+// Refuses a file that is no SVG, and any while gnuplot is not there, before anything runs; `option` is what named it.
 void CheckPlotName(const char* option, const std::string& target);
 
 // What a script for DrawPlot starts with; the size in pixels.

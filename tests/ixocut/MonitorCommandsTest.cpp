@@ -124,6 +124,9 @@ TEST_F(MonitorCommands, APlotIsAPictureAndWithoutGnuplotAMessage) {
   const TRun missing = Ixocut("monitor plot a.csv --out a.svg", "PATH=/nowhere");
   EXPECT_EQ(missing.ExitCode, 3);
   EXPECT_THAT(missing.Err, HasSubstr("gnuplot is not installed"));
+  const TRun early = Ixocut("run safe-z --plot a.svg", "PATH=/nowhere");
+  EXPECT_EQ(early.ExitCode, 3);
+  EXPECT_EQ(early.Out, "") << "before anything runs";
   if (std::system("gnuplot --version >/dev/null 2>&1") != 0) GTEST_SKIP() << "gnuplot is not installed";
   const TRun plot = Ixocut("monitor plot a.csv --out \"it's.svg\"");
   EXPECT_EQ(plot.ExitCode, 0) << plot.Err;
