@@ -37,7 +37,7 @@ inline constinit TText SAskedAlarm{"IxoCut", "SAskedAlarm", "命令行要求的�
 inline constinit TText SSignalStop{"IxoCut", "SSignalStop", "收到中断信号，停止执行"};
 
 inline constinit TText SWatchBusy{"IxoCut", "SWatchBusy", "等待条件已持续 %d 毫秒（上限 %d 毫秒）"};
-inline constinit TText SWatchLeaf{"IxoCut", "SWatchLeaf", "步骤 %d（%s）已等待 %d 毫秒（上限 %d 毫秒）"};
+inline constinit TText SWatchLeaf{"IxoCut", "SWatchLeaf", "步骤“%s”已等待 %d 毫秒（上限 %d 毫秒）"};
 inline constinit TText SWatchEmission{"IxoCut", "SWatchEmission", "请求开光闸 %d 毫秒后光闸仍未打开（上限 %d 毫秒）"};
 inline constinit TText SWatchLaser{"IxoCut", "SWatchLaser", "激光已持续打开 %d 毫秒（上限 %d 毫秒）"};
 inline constinit TText SWatchGas{"IxoCut", "SWatchGas", "气体已持续打开 %d 毫秒（上限 %d 毫秒）"};

@@ -134,7 +134,7 @@ std::optional<TSupervisor::TBroken> TSupervisor::WaitTooLong(std::uint64_t nowMs
   if (wait == lwMoves) lasted = std::min(lasted, nowMs - FWayMadeAt.load(std::memory_order_acquire));
   if (lasted <= limit) return std::nullopt;
   const std::int32_t leaf = FWatch.Leaf.load(std::memory_order_acquire);
-  return TBroken{Show(SWatchLeaf, leaf, TextOf(leaf).c_str(), ShownMs(lasted), ShownMs(limit)), wait == lwCalibrates};
+  return TBroken{Show(SWatchLeaf, TextOf(leaf).c_str(), ShownMs(lasted), ShownMs(limit)), wait == lwCalibrates};
 }
 
 void TSupervisor::Climb(const TBroken& broken, std::uint64_t nowMs) {

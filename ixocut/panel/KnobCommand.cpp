@@ -78,8 +78,8 @@ void Print(const std::string& command, const TKnobOptions& options, TController&
   if (jogSpeed < 0.0) return;
   const bool fast = params.GetBool("JogFast", false);
   const TJogZSection z = session.Jog().Z(0);
-  out << Format(Tr("applied: JogFast %d, JogSlow %d, JogSpeed %.6g, Z %.6g"), fast ? 1 : 0,
-                params.GetBool("JogSlow", false) ? 1 : 0, jogSpeed,
+  const char* const jog = fast ? Tr("fast jog") : params.GetBool("JogSlow", false) ? Tr("slow jog") : Tr("normal jog");
+  out << Format(Tr("applied: %s, X and Y %.6g mm/s, Z %.6g mm/s"), jog, jogSpeed,
                 static_cast<double>(fast ? z.HighJogSpeed : z.JogSpeed))
       << '\n';
 }

@@ -104,6 +104,17 @@ TResult<> CheckLine(const TWords& words) {
   throw EProblem(pbRequest, std::move(problem));
 }
 
+std::string ShownKeys(TKeyMask keys) {
+  std::string names;
+  std::size_t count = 0;
+  for (std::size_t i = 0; i < kKeys; ++i) {
+    if ((keys & KeyBit(i)) == 0) continue;
+    names += (names.empty() ? "" : ", ") + std::string(ShownKey(static_cast<TKeyCode>(i)));
+    ++count;
+  }
+  return count == kKeys ? Tr("all keys") : count == 0 ? "-" : names;
+}
+
 // Of a text that the check has let in.
 template <class Number>
 Number NumberOf(const std::string& text) {
@@ -236,9 +247,15 @@ void TPanelScript::ShowLeds() {
   FHost.Guard().Refresh();
   const TKeyMask leds = FHost.Guard().Leds();
   auto masks = nlohmann::ordered_json::object();
-  for (const char* name :
-       {"SofteKBPanelStatePermits", "SofteKBPanelAllowKeys", "SofteKBPanelRepKeys", "SofteKBPanelBlinkKeys"})
-    masks[name] = Format("0x%08X", static_cast<std::uint32_t>(FHost.Controller().Params().GetInt(name, 0)));
+  std::vector<std::string> lines;
+  for (const auto& [name, text] : {std::pair{"SofteKBPanelStatePermits", Tr("permitted by the machine's state: %s")},
+                                   std::pair{"SofteKBPanelAllowKeys", Tr("permitted by everything: %s")},
+                                   std::pair{"SofteKBPanelRepKeys", Tr("switched on: %s")},
+                                   std::pair{"SofteKBPanelBlinkKeys", Tr("lit now: %s")}}) {
+    const auto keys = static_cast<std::uint32_t>(FHost.Controller().Params().GetInt(name, 0));
+    masks[name] = Format("0x%08X", keys);
+    lines.push_back(Format(text, ShownKeys(keys).c_str()));
+  }
   const std::uint64_t ms = Clock().MonotonicMs() - FStartMs;
   auto lit = nlohmann::ordered_json::array();
   for (std::size_t i = 0; i < kKeys; ++i)
@@ -247,8 +264,7 @@ void TPanelScript::ShowLeds() {
   if (!FOut) return;
   FHost.Controller().Logs().DrainOnce();
   for (const std::string& line : DrawPanel(leds, false)) *FOut << "             " << line << '\n';
-  for (const auto& [name, mask] : masks.items())
-    *FOut << "             " << Format("%-25s", name.c_str()) << mask.get<std::string>() << '\n';
+  for (const std::string& line : lines) *FOut << "             " << line << '\n';
 }
 
 void TPanelScript::Tell(const char* what, const std::string& text, bool shown) {
