@@ -5,6 +5,7 @@
 
 #include "controller/HostTexts.h"
 #include "ixocamglue/config/Libmachinecfg.h"
+#include "ixocamglue/platform/xml/MachineConfig.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
 
@@ -12,6 +13,17 @@ namespace ixocontroller {
 namespace {
 
 constexpr std::size_t kIndent = 2;
+
+// "Output 5 (Extraction)", as the machine file names it.
+std::string OutputText(std::int32_t port) {
+  std::string text = Format("%s %d", SRowOutput.Get(), port);
+  TMachineConfig* const config = MachineConfig();
+  if (!config) return text;
+  for (const TConfigSection& output : config->Section("Ports").Children("Outport"))
+    if (output.GetInt("Number", 0) == port)
+      if (const std::string name = output.GetText("Name", ""); !name.empty()) return text + " (" + name + ")";
+  return text;
+}
 
 std::string Mm(double value) { return Format("%.2f", value); }
 
@@ -24,7 +36,7 @@ std::string WhatIsOn(const TMachineSnapshot& now) {
   if (now.Laser) add(SRowLaser.Get());
   if (now.Gas) add(Format("%s %s %.2f bar", SRowGas.Get(), GasTypeName(now.GasBranch), now.GasBar));
   if (now.Following) add(SRowFollow.Get());
-  for (const std::int32_t port : now.OutputsOn) add(Format("%s %d", SRowOutput.Get(), port));
+  for (const std::int32_t port : now.OutputsOn) add(OutputText(port));
   return on;
 }
 

@@ -96,7 +96,7 @@ TEST_F(RunCommand, EveryCommandRunsFromTheCommandLine) {
       {"uninstall-nozzle --row 0 --column 0", 1,
        "; at: uninstall-nozzle, 1/1 Leave the nozzle in its slot; why: the cap of the nozzle rack is not open; what "
        "to do: open the cap"},
-      {"output-on --port 5", 0, "Still on: Output 5"},
+      {"output-on --port 5", 0, "Still on: Output 5 (Extraction)"},
       {"output-off --port 5", 0, "(173)"},
       {"wait-input --input 4 --output 4 --switch-output true --time 50", 0, "(176)"},
       {"safe-move-xyz --x 10 --y 10 --z 20", 0, "3/3: "},
