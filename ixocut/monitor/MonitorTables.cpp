@@ -13,13 +13,17 @@
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/Texts.h"
+#include "ixocamglue/support/ValueText.h"
 #include "ixocut/CommandLine.h"
+#include "ixocut/OutputFile.h"
 #include "ixocut/Table.h"
 #include "ixocut/monitor/MonitorCommands.h"
 
 namespace ixocut {
 using namespace ixocontroller;
 namespace {
+
+constexpr const char* kTimeColumn = "time (ms)";  // what a table begins with
 
 constexpr const char* kAlignedBy[] = {"", TrMark("0 ms is the first beam of each run"),
                                       TrMark("0 ms is the first procedure's start of each run"),
@@ -87,6 +91,15 @@ void RefuseOwnSource(const std::string& file, const std::string& target) {
                                .Remedy = Tr("name another one; nothing was written")});
 }
 
+// A table of ours, a recording, or nothing yet: any other file keeps what it has.
+void CheckTarget(const std::string& file, const std::string& target) {
+  RefuseOwnSource(file, target);
+  CheckOutputFile("--out", target, [](std::string_view head) {
+    const std::string_view text = WithoutMark(head);
+    return text.starts_with(kTimeColumn) || text.starts_with(std::string(SFileVersion) + ",");
+  });
+}
+
 }  // namespace
 
 int DiffMonitorFiles(const std::string& a, const std::string& b, const std::string& align, TConsole& console) {
@@ -142,7 +155,7 @@ int DiffMonitorFiles(const std::string& a, const std::string& b, const std::stri
 }
 
 int ConvertMonitorFile(const std::string& file, const std::string& target, TConsole& console) {
-  RefuseOwnSource(file, target);
+  CheckTarget(file, target);
   const TRecording recording = LoadRecording(file);
   TMonitorFileSink sink(target);
   struct TColumn {
@@ -150,7 +163,7 @@ int ConvertMonitorFile(const std::string& file, const std::string& target, TCons
     std::size_t Next = 0;
   };
   std::vector<TColumn> columns;
-  std::string row = "time (ms)";
+  std::string row = kTimeColumn;
   for (const auto& [key, series] : recording.Series) {
     columns.push_back({series});
     row += "," + Quoted(SignalCaption(key, recording.Report.Motors));
@@ -178,7 +191,7 @@ int ConvertMonitorFile(const std::string& file, const std::string& target, TCons
 }
 
 int RecoverMonitorFile(const std::string& file, const std::string& target, TConsole& console) {
-  RefuseOwnSource(file, target);
+  CheckTarget(file, target);
   std::ifstream in(file, std::ios::binary);
   const auto fail = [&](const char* why) { throw EProblem(pbUnusable, {why, file, "", ""}); };
   if (!in || in.peek() == std::ifstream::traits_type::eof())

@@ -70,7 +70,7 @@ TEST_F(MonitorCommands, ADamagedFileIsShownRecoveredAndNeverOverwrittenUnread) {
   WriteFile(FDir.Path() / "run.csv.part", whole);
   EXPECT_EQ(Ixocut("monitor show run.csv.part").ExitCode, 1);
   // The sample time wraps: 2,1 goes on where it was.
-  EXPECT_EQ(Ixocut("monitor convert cut.csv --to columns --out t.csv").ExitCode, 0);
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(Ixocut("monitor convert cut.csv --to columns --out t.csv").ExitCode, 0);
   EXPECT_EQ(Read("t.csv"), "time (ms),Position 1 (mm)\n0,0.5\n2,0\n6,0.5\n7,0\n");
 
   WriteFile(FDir.Path() / "keep", "precious");
@@ -78,7 +78,8 @@ TEST_F(MonitorCommands, ADamagedFileIsShownRecoveredAndNeverOverwrittenUnread) {
   WriteFile(FDir.Path() / "old", "Version,1.0.0.0\n");
   WriteFile(FDir.Path() / "none", kHead);
   for (const char* command :
-       {"convert absent --to columns --out keep", "recover empty --out keep", "convert old --to columns --out keep",
+       {"convert absent --to columns --out keep", "convert cut.csv --to columns --out keep",
+        "recover cut.csv --out keep", "recover empty --out keep", "convert old --to columns --out keep",
         "plot none --out keep.svg", "show .", "diff cut.csv empty", "convert empty --to columns --out keep"}) {
     const TRun run = Ixocut(std::string("monitor ") + command);
     EXPECT_EQ(run.ExitCode, 3) << command << run.Out;
