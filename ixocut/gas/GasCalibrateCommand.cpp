@@ -17,6 +17,7 @@
 #include "controller/gas/GasRecording.h"
 #include "controller/gas/GasTexts.h"
 #include "controller/procedures/ProcedureRun.h"
+#include "controller/procedures/Timeline.h"
 #include "ixocamglue/gascal/Ugasnozzcaliconfig.h"
 #include "ixocamglue/monitor/Umonitorsink.h"
 #include "ixocamglue/support/Problem.h"
@@ -38,6 +39,7 @@ namespace {
 
 constexpr std::uint32_t kLookEveryMs = 20;  // real time
 constexpr int kBarWidth = 24;
+constexpr std::size_t kGasWidth = 8;
 constexpr double kBarLineEvery = 10.0;  // %, where the bar cannot be drawn over itself
 
 struct TCalibrateOptions : TControllerSettings {
@@ -64,8 +66,10 @@ class TProgressBar {
     const int done = static_cast<int>(percent / 100 * kBarWidth);
     const std::string bar =
         std::string(static_cast<std::size_t>(done), '#') + std::string(static_cast<std::size_t>(kBarWidth - done), '.');
-    const std::string line = Format("[%s] %3.0f %%  %-5s %5.2f V  %7.3f bar  %6.1f s", bar.c_str(), percent,
-                                    GasName(now.Gas), now.Volt, now.Press, static_cast<double>(ms) / 1000);
+    std::string gas = ShownGas(now.Gas);
+    gas.append(kGasWidth - std::min(kGasWidth, DisplayWidth(gas)), ' ');
+    const std::string line = Format("[%s] %3.0f %%  %s %5.2f V  %7.3f bar  %6.1f s", bar.c_str(), percent, gas.c_str(),
+                                    now.Volt, now.Press, static_cast<double>(ms) / 1000);
     if (!FTerminal) return FConsole.Say(line);
     std::cerr << '\r' << line << std::flush;
     FDrawn = line.size();

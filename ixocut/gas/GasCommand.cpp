@@ -1,6 +1,7 @@
 #include "ixocut/gas/GasCommand.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
@@ -36,6 +37,14 @@ std::vector<std::int32_t> ParseGases(std::string_view text) {
     from = comma + 1;
   }
   return gases;
+}
+
+std::string ShownGas(std::int32_t gasType) {
+  static constexpr const TText* kNames[] = {&SGasAir, &SGasO2, &SGasN2, &SGasHAir, &SGasHO2, &SGasHN2};
+  const TGasTypeDic* const gases = GasTypeDic();  // none without a machine file
+  if (const std::int32_t index = gases ? gases->IndexOfValue(gasType) : -1; index >= 0) return gases->GetDesc(index);
+  const auto row = static_cast<std::size_t>(gasType) - 1;
+  return row < std::size(kNames) ? kNames[row]->Get() : GasName(gasType);
 }
 
 nlohmann::ordered_json FindingsJson(const std::vector<ixocontroller::TGasFinding>& findings) {

@@ -25,7 +25,9 @@ void AddGasStudyCommand(CLI::App& gas, TCommandRun& run);
 
 // "Air,O2" or "1,2" as gas types, each once and known; throws EProblem for the command line.
 [[nodiscard]] std::vector<std::int32_t> ParseGases(std::string_view text);
-// "Air"; "?" for a number that is no gas type.
+// "Oxygen", as the machine or the language calls it; for text only.
+[[nodiscard]] std::string ShownGas(std::int32_t gasType);
+// "Air"; "?" for a number that is no gas type. For JSON and what people type.
 [[nodiscard]] inline const char* GasName(std::int32_t gasType) { return GasTypeName(gasType); }
 [[nodiscard]] nlohmann::ordered_json FindingsJson(const std::vector<ixocontroller::TGasFinding>& findings);
 void AddNozzleOptions(CLI::App& command, std::string& nozzle, double& size, bool required);

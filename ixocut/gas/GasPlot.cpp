@@ -38,7 +38,7 @@ std::string CurvePanel(const TGasResult& result, std::string& data, int& number)
   };
   add(result.Curve, "linespoints pt 1 ps 0.7 lw 1.5 lc rgb '#1f77b4'", Tr("rebuilt curve"));
   add(measured, "points pt 7 ps 0.6 lc rgb '#d62728'", Tr("measured"));
-  const std::string title = Format(Tr("%s: %zu points, %.1f s"), GasName(result.Gas), measured.size(),
+  const std::string title = Format(Tr("%s: %zu points, %.1f s"), ShownGas(result.Gas).c_str(), measured.size(),
                                    static_cast<double>(result.DurationMs) / 1000);
   return "set title " + PlotText(title) + "\nset xlabel " + PlotText(Tr("valve voltage / V")) + "\nset ylabel " +
          PlotText(Tr("pressure / bar")) + "\nset xrange [0:10]\nset key inside bottom right\n" +

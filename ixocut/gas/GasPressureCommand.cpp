@@ -66,7 +66,7 @@ int RunPressure(const TPressureOptions& options, std::ostream& out) {
   const std::vector<std::int32_t> gases = ParseGases(options.Gas);
   if (gases.size() != 1) throw EProblem(pbRequest, TProblem{.What = Tr("one gas at a time"), .Where = "--gas"});
   const std::int32_t gas = gases.front();
-  const std::string name = GasName(gas);
+  const std::string name = ShownGas(gas);
   const auto bar = ParseNumber<double>(options.Bar);
   if (!bar || !(*bar >= 0.0))
     throw EProblem(pbRequest,
@@ -87,7 +87,7 @@ int RunPressure(const TPressureOptions& options, std::ostream& out) {
   if (!branch->DAAdjustEnabled || !volt) {
     const TProblem problem{.What = Show(SGasNoTable, name.c_str())};
     console.Say(problem.What);
-    console.Print("gas pressure", {{"gas", name}, {"bar", *bar}, {"volt", nullptr}}, problem);
+    console.Print("gas pressure", {{"gas", GasName(gas)}, {"bar", *bar}, {"volt", nullptr}}, problem);
     return kExitOtherwise;
   }
   if (const double reach = GZemGasAdjustModel()->GetMaxPress(gas); *bar > reach)
@@ -115,7 +115,7 @@ int RunPressure(const TPressureOptions& options, std::ostream& out) {
   console.Say(Show(SGasPressure, name.c_str(), ValueText(*bar).c_str(), Format("%.3f", reached.Volt).c_str(),
                    Format("%.3f", reached.Bar).c_str(), Format("%+.3f", error).c_str(), share.c_str(),
                    Format("%.3f", reached.SensorBar).c_str()));
-  console.Print("gas pressure", {{"gas", name},
+  console.Print("gas pressure", {{"gas", GasName(gas)},
                                  {"bar", *bar},
                                  {"volt", reached.Volt},
                                  {"reachedBar", reached.Bar},

@@ -99,7 +99,7 @@ int RunShow(const TTablesOptions& options, std::ostream& out) {
                       {"size", item->NozzSize},
                       {"record", item->RecordData},
                       {"points", JsonOf(dots)}});
-      console.Say(Format(Tr("%s %s %s mm: %zu points%s%s"), GasName(gas), item->NozzType.c_str(),
+      console.Say(Format(Tr("%s %s %s mm: %zu points%s%s"), ShownGas(gas).c_str(), item->NozzType.c_str(),
                          ValueText(item->NozzSize).c_str(), dots.size(), item->RecordData.empty() ? "" : ", ",
                          item->RecordData.c_str()));
       for (const TDot& dot : dots) console.Say("  " + AdjustPointText(dot.X, dot.Y));
@@ -169,7 +169,7 @@ int RunDiff(const TTablesOptions& options, std::ostream& out) {
       same = false;
       const std::string why =
           !table ? Format(Tr("no table is stored for %s"), nozzle.c_str()) : Tr("the machine file has no table");
-      console.Say(std::string(GasName(gas)) + ": " + why);
+      console.Say(ShownGas(gas) + ": " + why);
       json.push_back({{"gas", GasName(gas)}, {"problem", why}});
       continue;
     }
@@ -186,7 +186,7 @@ int RunDiff(const TTablesOptions& options, std::ostream& out) {
     }
     const bool equal = stored.Dots() == used.Dots();
     same = same && equal;
-    console.Say(Format("%s %s: %s", GasName(gas), nozzle.c_str(),
+    console.Say(Format("%s %s: %s", ShownGas(gas).c_str(), nozzle.c_str(),
                        equal ? Tr("the stored table is in use")
                              : Format(Tr("the tables differ, by %.4f bar at most"), largest).c_str()));
     if (!equal)

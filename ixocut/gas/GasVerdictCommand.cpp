@@ -40,8 +40,9 @@ int RunVerdict(const TVerdictOptions& options, std::ostream& out) {
   bool good = !recording.Gases.empty();
   auto gases = nlohmann::ordered_json::array();
   for (const TRecordedGas& gas : recording.Gases) {
-    console.Say(Show(SVerdictTitle, gas.Name.c_str(), recording.NozzType.c_str(), ValueText(recording.NozzSize).c_str(),
-                     std::to_string(gas.Points.size()).c_str(), HighestOf(gas).c_str()));
+    console.Say(Show(SVerdictTitle, ShownGas(gas.GasType).c_str(), recording.NozzType.c_str(),
+                     ValueText(recording.NozzSize).c_str(), std::to_string(gas.Points.size()).c_str(),
+                     HighestOf(gas).c_str()));
     const std::vector<TGasFinding> findings = JudgeGas(gas);
     stopped = stopped || gas.Stopped;
     good = good && !FirstBad(findings);
