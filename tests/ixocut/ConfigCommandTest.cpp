@@ -330,12 +330,7 @@ TEST_F(ConfigCommand, ACutFileIsNamedWithItsPlaceAndNeverSaved) {
   }
 }
 
-// What it takes to check, load and save a file with this many unknown attributes or sections.
-struct TEffort {
-  std::uint64_t Allocations;
-  double Seconds;
-};
-
+// Counted in allocations: to check, load and save a file with so many unknown attributes or sections.
 TEST_F(ConfigCommand, UnknownNamesCostInProportionToTheirNumber) {
   const std::string whole = Bytes();
   const auto effort = [&](int count, bool attributes) {
@@ -343,21 +338,14 @@ TEST_F(ConfigCommand, UnknownNamesCostInProportionToTheirNumber) {
     for (int i = 0; i < count; ++i) more += attributes ? Format(" u%d='1'", i) : Format("<Own%d a='1'/>\n", i);
     std::ofstream(File, std::ios::binary) << whole;
     Replace(attributes ? "<Blanking" : "<Blanking ", (attributes ? "<Blanking" + more : more + "<Blanking "));
-    const auto start = std::chrono::steady_clock::now();
     const std::uint64_t before = AllocationsSoFar();
     EXPECT_EQ(Check(), 0);
     EXPECT_EQ(RunConfigSet(File, "AutoCleanHead/CleanCount", "4", {}, Out), 0);
     EXPECT_EQ(Bytes().size(), whole.size() + more.size());
-    return TEffort{AllocationsSoFar() - before,
-                   std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count()};
+    return AllocationsSoFar() - before;
   };
-  for (const bool attributes : {true, false}) {
-    const TEffort few = effort(10'000, attributes);
-    TEffort many = effort(100'000, attributes);
-    EXPECT_LT(many.Allocations, 11 * few.Allocations) << attributes;
-    if (many.Seconds > 3.0) many = effort(100'000, attributes);
-    EXPECT_LT(many.Seconds, 3.0) << attributes;  // at most 1 s
-  }
+  for (const bool attributes : {true, false})
+    EXPECT_LT(effort(100'000, attributes), 11 * effort(10'000, attributes)) << attributes;
 }
 
 TEST_F(ConfigCommand, WhoSetsIsToldWhoKeepsTheFile) {

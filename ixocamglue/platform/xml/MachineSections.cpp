@@ -226,10 +226,7 @@ void TLaserConfig::Publish(TPublisher& p) {
       .Unit(uMs)
       .Within(0, 600'000)
       .Text(TrMark("How long a step waits until the laser confirms its emission"));
-  p.Field("MaxPower", MaxPower, 3000.0, kOptional)
-      .Unit(uWatt)
-      .Within(1.0, 1e6)
-      .Text(TrMark("Full power of the laser"));
+  p.Field("MaxPower", MaxPower, 3000.0, kOptional).Unit(uWatt).Within(1.0, 1e6).Text(TrMark("Full power of the laser"));
   p.Field("CutSpeedLimit", CutSpeedLimit, 500.0, kOptional)
       .Unit(uMmPerS)
       .Within(1.0, 10'000.0)
