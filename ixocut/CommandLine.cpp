@@ -130,7 +130,8 @@ std::string ParserMessage(const std::string& message) {
 // Of a word where a command's name is wanted: that it is none, and which one was probably meant. The procedures of
 // `run` tell of theirs themselves.
 std::optional<TProblem> WrongCommand(const CLI::App& program, const CLI::ParseError& e) {
-  if (e.get_name() != "ExtrasError" && e.get_name() != "RequiredError") return std::nullopt;
+  const auto code = static_cast<CLI::ExitCodes>(e.get_exit_code());
+  if (code != CLI::ExitCodes::ExtrasError && code != CLI::ExitCodes::RequiredError) return std::nullopt;
   const CLI::App* asked = &program;
   for (auto chosen = asked->get_subcommands(); !chosen.empty(); chosen = asked->get_subcommands())
     asked = chosen.front();

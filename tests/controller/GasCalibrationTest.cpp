@@ -249,7 +249,7 @@ TEST_F(GasCommands, WhatIsBadOrCannotBeSavedLeavesThePreviousTable) {
     EXPECT_THAT(FOut, HasSubstr("GasCalibration.config.bak"));
   }
   EXPECT_EQ(Gas(calibrate), 0) << FOut;
-  EXPECT_THAT(FOut, HasSubstr("is now " + (FDir.Path() / "st/GasCalibration.config.broken").string()));
+  EXPECT_THAT(FOut, HasSubstr("is now st/GasCalibration.config.broken: "));
 
   const std::string machine = Read("st/machine.xml");
   std::filesystem::remove(FDir.Path() / "st/GasCalibration.config");

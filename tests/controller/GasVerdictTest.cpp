@@ -177,7 +177,7 @@ TEST_F(GasRecordings, WhatIsNoRecordingIsRefusedWithThePlace) {
            "]}]}]}";
   };
   EXPECT_EQ(WhyNot(point("[1,0.5],[2,null]")), "");
-  EXPECT_EQ(WhyNot("{\n\"a\": 1,"), ":9: is not valid JSON here");
+  EXPECT_EQ(WhyNot("{\n\"a\": 1,"), ":8: is not valid JSON here");
   EXPECT_EQ(WhyNot("[]"), "not an object");
   EXPECT_EQ(WhyNot(R"({"format":"x"})"), "format: this is no gas recording");
   EXPECT_EQ(WhyNot(R"({"format":"ixocut gas recording","version":2})"), "version: this version is not known");

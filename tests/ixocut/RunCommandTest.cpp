@@ -167,7 +167,7 @@ TEST_F(RunCommand, AFileIsCheckedAsAWholeBeforeAnythingMoves) {
       {"[1]", "f.json:1: is no object"},
       {"{\"commands\": []}", "commands: \"commands\" is a list of at least one command"},
       {"{\"commands\": [\n{\"command\": 131,", "f.json:2:17: is not valid JSON here"},
-      {"{\"commands\": [{\"command\": 131, \"x\": 1e999}]}", "f.json:1:45: the number is too large"},
+      {"{\"commands\": [{\"command\": 131, \"x\": 1e999}]}", "f.json:1:41: the number is too large"},
       {"{\"commands\": [\n{\"command\": 612, \"ms\": 1},\n{\"command\": 132}]}",
        "f.json:3: commands[2].command: 132 is no command"},
       {"{\"commands\": [{\"command\": \"gas_on\"}]}", "\"gas_on\" is no procedure; did you mean \"gas-on\"?"},
