@@ -9,6 +9,14 @@
 namespace ixocamglue {
 namespace {
 
+// "left right front back"; empty without a point.
+std::string RectangleOf(std::span<const TPoint2> points) {
+  if (points.empty()) return {};
+  const auto [left, right] = std::ranges::minmax(points, {}, &TPoint2::X);
+  const auto [front, back] = std::ranges::minmax(points, {}, &TPoint2::Y);
+  return Format("%.3f %.3f %.3f %.3f", left.X, right.X, front.Y, back.Y);
+}
+
 constexpr double kSmoothCorner = 0.94;      // cosine of the angle (20 degrees) up to which a corner is run through
 constexpr double kTurnAcceleration = 20.0;  // turns/s2
 constexpr double kTurnSpeed = 1.0;          // turns/s
@@ -97,10 +105,7 @@ void TSimMotion::MoveXY(TPoint2 target, double mmPerS) {
 }
 
 void TSimMotion::MoveCurve(std::span<const TPoint2> points, double mmPerS) {
-  if (points.empty()) return FCore.Event("axes", "a curve without points");
-  const auto [left, right] = std::ranges::minmax(points, {}, &TPoint2::X);
-  const auto [front, back] = std::ranges::minmax(points, {}, &TPoint2::Y);
-  const std::string within = Format("%.3f %.3f %.3f %.3f", left.X, right.X, front.Y, back.Y);
+  const std::string within = RectangleOf(points);
   if (!FCore.Gate.Enter("axes", "MoveCurve", vkStart,
                         Format("%.1f %s %zu points", mmPerS, within.c_str(), points.size())))
     return;
