@@ -39,7 +39,7 @@ TProblem Unusable(const std::string& place, const std::string& what) {
           .Remedy = Tr("correct the entry, or calibrate the gas again")};
 }
 
-TResult<TEntry> ReadEntry(const TConfigSection& section, double maxPressure) {
+TResult<TEntry> ReadEntry(const TConfigSection& section) {
   TEntry entry{.Place = section.Path()};
   const auto read = [&](const char* name, double& value) {
     const std::string text = section.GetText(name, "");
@@ -52,16 +52,13 @@ TResult<TEntry> ReadEntry(const TConfigSection& section, double maxPressure) {
   if (entry.Volt < 0.0 || entry.Volt > kFullScaleVolt)
     return Unusable(entry.Place, Format(Tr("%s V is outside 0 to 10 V"), ValueText(entry.Volt).c_str()));
   if (entry.Press < 0.0) return Unusable(entry.Place, Format(Tr("%s bar is below 0"), ValueText(entry.Press).c_str()));
-  if (entry.Press > maxPressure)
-    return Unusable(entry.Place, Format(Tr("%s bar is above the %s bar that the branch may have"),
-                                        ValueText(entry.Press).c_str(), ValueText(maxPressure).c_str()));
   return entry;
 }
 
-TResult<> CheckEntries(const TConfigSection& table, double maxPressure) {
+TResult<> CheckEntries(const TConfigSection& table) {
   std::vector<TEntry> entries;
   for (const TConfigSection& section : table.Children("Item")) {
-    auto entry = ReadEntry(section, maxPressure);
+    auto entry = ReadEntry(section);
     if (!entry) return entry.Problem();
     entries.push_back(*std::move(entry));
   }
@@ -181,8 +178,7 @@ bool TGasCaliConfig::SaveTables(std::string* problem) {
   return saved.Ok();
 }
 
-TResult<> TGasCaliConfig::CheckTable(std::int32_t gasType, std::string_view nozzType, double nozzSize,
-                                     double maxPressure) const {
+TResult<> TGasCaliConfig::CheckTable(std::int32_t gasType, std::string_view nozzType, double nozzSize) const {
   if (gasType < 1 || gasType > static_cast<std::int32_t>(std::size(kGasElements))) return {};
   const TConfigSection gas = TConfigSection(Document().RootHandle(), "").Child(kGasElements[gasType - 1]);
   std::vector<TConfigSection> items;
@@ -194,7 +190,7 @@ TResult<> TGasCaliConfig::CheckTable(std::int32_t gasType, std::string_view nozz
   if (items.size() > 1)
     return Unusable(items[1].Path(),
                     Format(Tr("it is a second table of this nozzle, beside %s"), items[0].Path().c_str()));
-  return CheckEntries(items[0].Child(kTableElement), maxPressure);
+  return CheckEntries(items[0].Child(kTableElement));
 }
 
 TGasBraCaliConfig* TGasCaliConfig::GetGasConfig(std::int32_t gasType) {

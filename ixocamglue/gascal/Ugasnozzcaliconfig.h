@@ -64,11 +64,10 @@ class TGasCaliConfig : public TXmlConfig {
   bool SaveTables(std::string* problem = nullptr);
 
   // Why the stored table of this gas and nozzle cannot be used, with file and entry: a number that cannot be read, a
-  // voltage outside 0 to 10 V, a pressure below 0 or above `maxPressure` (bar), pressures that fall while the voltage
+  // voltage outside 0 to 10 V, a pressure below 0, pressures that fall while the voltage
   // rises or never rise, a single point, or a second table of the same nozzle. Of the file as it was loaded; a table
   // that is not there is no problem.
-  [[nodiscard]] TResult<> CheckTable(std::int32_t gasType, std::string_view nozzType, double nozzSize,
-                                     double maxPressure) const;
+  [[nodiscard]] TResult<> CheckTable(std::int32_t gasType, std::string_view nozzType, double nozzSize) const;
 
   [[nodiscard]] TGasBraCaliConfig* GetGasConfig(std::int32_t gasType);  // null for a type without tables
   [[nodiscard]] TDAAdjustTable* GetDAAdjustTable(std::int32_t gasType, std::string_view nozzType, double nozzSize);

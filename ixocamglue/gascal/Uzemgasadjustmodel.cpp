@@ -81,8 +81,7 @@ TResult<> TZemGasAdjustModel::LoadGasData(std::int32_t gasType, std::string_view
   TGasBranchConfig* const branch = Branch(gasType);
   if (!table || table->GetCount() == 0 || !branch)
     return refuse({.What = Show(SQAdjNoGasData, gas.c_str(), type.c_str(), nozzSize)});
-  if (auto usable = stored.CheckTable(gasType, nozzType, nozzSize, branch->GetMaxPressure()); !usable)
-    return refuse(usable.Problem());
+  if (auto usable = stored.CheckTable(gasType, nozzType, nozzSize); !usable) return refuse(usable.Problem());
   const TDAAdjustTable before = branch->DAAdjustTable;
   const bool enabled = std::exchange(branch->DAAdjustEnabled, true);
   CopyTable(*table, branch->DAAdjustTable);

@@ -218,8 +218,7 @@ void AddGasTableCommands(CLI::App& gas, TCommandRun& run) {
   add("load", Tr("Put a nozzle's stored tables into the machine file"), true, RunLoad,
       {.Notes =
            Tr("A table is not loaded that is empty, has one point or a number that cannot be read, a voltage outside 0 "
-              "to 10 V, a\npressure that falls, never rises or is above what the branch may have, or that is there "
-              "twice."),
+              "to 10 V, a\npressure that falls or never rises, or that is there twice."),
        .ExitCodes =
            Tr("0 all were loaded, 1 there is no such table, 2 wrong command line, 3 a table or file cannot be used"),
        .Examples = {"ixocut gas load --gas O2 --nozzle S --size 1.5"}});

@@ -97,7 +97,8 @@ TEST_F(Additions, ARowOfOnesOwnIsMetEverywhere) {
   EXPECT_THAT(Ixocut({"run", "own-mark", "--port", "4", "--state", State(), "--lang", "en"}),
               HasSubstr("Still on: Output 4 (Nozzle cover)\n"));
   EXPECT_THAT(Ixocut({"run", "own-round", "--state", State(), "--lang", "en"}), HasSubstr("3/3: marker off (173)"));
-  EXPECT_THAT(Ixocut({"run", file, "--state", State(), "--lang", "en"}), HasSubstr("Still on: Output 3 (Pallet clamp), Output 4 (Nozzle cover)\n"));
+  EXPECT_THAT(Ixocut({"run", file, "--state", State(), "--lang", "en"}),
+              HasSubstr("Still on: Output 3 (Pallet clamp), Output 4 (Nozzle cover)\n"));
   EXPECT_THAT(Ixocut({"run", "own-mark", "--port", "99", "--state", State()}, 2),
               HasSubstr("--port: 99 is not one of"));
   EXPECT_THAT(Ixocut({"run", "own-mak", "--state", State()}, 2), HasSubstr("did you mean \"own-mark\"?"));
