@@ -394,11 +394,12 @@ TEST(RealLink, TheDoctorNamesTheFault) {
     });
   patients.emplace_back([] { Examine(TcpLink(TGarbage().Port), "framing"); });
   auto pty = std::make_unique<TPty>();
-  std::thread pulled([&] {
+  const TLinkAddress link = SerialLink(pty->Device);
+  std::thread pulled([pty = std::move(pty)]() mutable {
     (void)WaitFd(pty->Master, POLLIN, 5000);  // the first request
     pty.reset();
   });
-  Examine(SerialLink(std::string(pty->Device)), "hang-up");
+  Examine(link, "hang-up");
   pulled.join();
   for (std::thread& patient : patients) patient.join();
 }
