@@ -3,7 +3,7 @@
 packages() {
   case $1 in
     run)
-      echo "g++ cmake ninja-build libpugixml-dev libutfcpp-dev nlohmann-json3-dev libcli11-dev libasio-dev" \
+      echo "g++ cmake ninja-build libpugixml-dev libutfcpp-dev nlohmann-json3-dev libcli11-dev libboost-dev" \
         "libsqlite3-dev gnuplot-nox fonts-wqy-zenhei"
       ;;
     test)
@@ -11,7 +11,7 @@ packages() {
         "python3-serial python3-serial-asyncio"
       ;;
     bench)
-      echo "$(packages run) libbenchmark-dev libboost-dev libfccp-dev libfmt-dev libmodbus-dev libreaderwriterqueue-dev" \
+      echo "$(packages run) libbenchmark-dev libfccp-dev libfmt-dev libmodbus-dev libreaderwriterqueue-dev" \
         "libspdlog-dev valgrind"
       ;;
     ci) echo "$(packages test) $(packages bench) clang libclang-rt-14-dev util-linux" ;;

@@ -7,8 +7,8 @@
 #include <poll.h>
 #include <vector>
 
-#include <asio/io_context.hpp>
-#include <asio/ip/tcp.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
 
 #include "ixocamglue/platform/comm/Comm.h"
 #include "ixocamglue/support/Format.h"
@@ -16,6 +16,7 @@
 #include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
+namespace asio = boost::asio;
 namespace {
 
 constexpr int kSliceMs = 20;
@@ -49,7 +50,7 @@ struct TPlcServer::TImpl {
       link.Ended = Serial->Write(bytes) == -1;
       return;
     }
-    asio::error_code error;
+    boost::system::error_code error;
     (void)link.Socket.send(asio::buffer(bytes), 0, error);
     // A client that takes nothing more loses what does not fit, as on a real bus.
     if (error && error != asio::error::would_block) link.Ended = true;
@@ -61,14 +62,14 @@ struct TPlcServer::TImpl {
       link.Ended = link.Ended || Serial->Lost();
       return got;
     }
-    asio::error_code error;
+    boost::system::error_code error;
     const std::size_t got = link.Socket.receive(asio::buffer(buffer.data(), buffer.size()), 0, error);
     if (error && error != asio::error::would_block) link.Ended = true;
     return error ? 0 : got;
   }
 
   void Accept(TPlcBank& bank, bool tcpFraming) {
-    asio::error_code error;
+    boost::system::error_code error;
     asio::ip::tcp::socket socket(Context);
     Acceptor.accept(socket, error);
     if (error || Links.size() >= kMostClients) return;
@@ -118,7 +119,7 @@ TPlcServer::~TPlcServer() = default;
 
 TResult<std::uint16_t> TPlcServer::ListenTcp(std::uint16_t port) {
   auto& acceptor = FImpl->Acceptor;
-  asio::error_code error;
+  boost::system::error_code error;
   acceptor.open(asio::ip::tcp::v4(), error);
   if (!error) acceptor.set_option(asio::ip::tcp::acceptor::reuse_address(true), error);
   if (!error) acceptor.bind({asio::ip::address_v4::loopback(), port}, error);

@@ -11,12 +11,13 @@
 #include <pthread.h>
 #include <thread>
 
-#include <asio/io_context.hpp>
-#include <asio/ip/tcp.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
 
 #include "ixocamglue/platform/comm/RealComm.h"
 
 namespace ixocamglue {
+namespace asio = boost::asio;
 namespace {
 
 // What a thread that resolves a name shares with the one that asked. The resolver of the system cannot be ended, so a
@@ -37,7 +38,7 @@ class TRealParts final : public TCommParts {
 
   std::vector<std::string> Resolve(const std::string& host, std::uint32_t timeoutMs) override {
     if (host.empty()) return {};
-    asio::error_code error;
+    boost::system::error_code error;
     const auto numeric = asio::ip::make_address(host, error);
     if (!error) return {numeric.to_string()};
 
@@ -45,7 +46,7 @@ class TRealParts final : public TCommParts {
     std::thread([shared, host] {
       pthread_setname_np(pthread_self(), "ixo-resolve");
       asio::io_context context{1};
-      asio::error_code problem;
+      boost::system::error_code problem;
       std::vector<std::string> found;
       for (const auto& entry : asio::ip::tcp::resolver(context).resolve(host, "", problem)) {
         auto text = entry.endpoint().address().to_string();

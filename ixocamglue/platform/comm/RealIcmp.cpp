@@ -11,8 +11,8 @@
 #include <thread>
 #include <unistd.h>
 
-#include <asio/io_context.hpp>
-#include <asio/ip/icmp.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/icmp.hpp>
 
 #include "ixocamglue/platform/comm/FdWait.h"
 #include "ixocamglue/platform/comm/RealComm.h"
@@ -21,6 +21,7 @@
 #include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
+namespace asio = boost::asio;
 namespace {
 
 constexpr std::size_t kHeader = 8;   // type, code, checksum, identifier, sequence
@@ -178,7 +179,7 @@ class TRealIcmp final : public TIcmpClient {
   bool PingAny(const std::vector<std::string>& addresses, std::uint32_t timeoutMs) {
     std::deque<TProbe> probes;
     for (const std::string& text : addresses) {
-      asio::error_code error;
+      boost::system::error_code error;
       const auto address = asio::ip::make_address(text, error);
       if (error) continue;
       const TProbe& probe = probes.emplace_back(address, ++FSequence);

@@ -4,8 +4,8 @@
 #include <map>
 #include <unistd.h>
 
-#include <asio/io_context.hpp>
-#include <asio/serial_port.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/serial_port.hpp>
 
 #include "ixocamglue/platform/comm/FdWait.h"
 #include "ixocamglue/platform/comm/RealComm.h"
@@ -16,6 +16,7 @@
 #include "ixocamglue/support/SystemError.h"
 
 namespace ixocamglue {
+namespace asio = boost::asio;
 namespace {
 
 class TRealSerial final : public TCommCtrl {
@@ -28,7 +29,7 @@ class TRealSerial final : public TCommCtrl {
     const std::string path = SerialPortPath(port);
     const int fd = ::open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
     if (fd < 0) return TProblem{.What = SystemErrorText(errno), .Where = path};
-    asio::error_code error;
+    boost::system::error_code error;
     FPort.assign(fd, error);
     if (error) {
       ::close(fd);
@@ -45,7 +46,7 @@ class TRealSerial final : public TCommCtrl {
   }
 
   void Close() override {
-    asio::error_code ignored;
+    boost::system::error_code ignored;
     if (FPort.is_open()) FPort.close(ignored);
   }
 

@@ -1,14 +1,15 @@
 #include <cerrno>
 #include <sys/socket.h>
 
-#include <asio/io_context.hpp>
-#include <asio/ip/tcp.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
 
 #include "ixocamglue/platform/comm/FdWait.h"
 #include "ixocamglue/platform/comm/RealComm.h"
 #include "ixocamglue/support/Locks.h"
 
 namespace ixocamglue {
+namespace asio = boost::asio;
 namespace {
 
 // The user's thread alone opens, closes, reads and writes; FHandle lets another thread shut a connection down without
@@ -31,7 +32,7 @@ class TRealTcp final : public TVkTcpClient {
     for (const std::string& text : FAddresses) {
       const std::uint64_t now = Clock().MonotonicMs();
       if (now >= end) break;
-      asio::error_code error;
+      boost::system::error_code error;
       const auto address = asio::ip::make_address(text, error);
       if (!error && ConnectTo({address, static_cast<std::uint16_t>(FPort)}, static_cast<std::uint32_t>(end - now)))
         return true;
@@ -44,7 +45,7 @@ class TRealTcp final : public TVkTcpClient {
   void Disconnect() override {
     TGuard guard(FHandle);
     FConnected = false;
-    asio::error_code ignored;
+    boost::system::error_code ignored;
     if (FSocket.is_open()) FSocket.close(ignored);
   }
 
@@ -61,7 +62,7 @@ class TRealTcp final : public TVkTcpClient {
     if (!FConnected) return -1;
     std::size_t done = 0;
     for (std::uint64_t end = 0; done < bytes.size();) {
-      asio::error_code error;
+      boost::system::error_code error;
       done += FSocket.send(asio::buffer(bytes.data() + done, bytes.size() - done), 0, error);
       if (!error || error == asio::error::interrupted) continue;
       if (error != asio::error::would_block) return -1;
@@ -77,7 +78,7 @@ class TRealTcp final : public TVkTcpClient {
 
   int Receive(std::span<std::uint8_t> buffer) override {
     if (!FConnected) return 0;
-    asio::error_code error;
+    boost::system::error_code error;
     const auto got = FSocket.receive(asio::buffer(buffer.data(), buffer.size()), 0, error);
     if (error == asio::error::would_block || error == asio::error::interrupted) return -1;
     return error ? 0 : static_cast<int>(got);
@@ -93,7 +94,7 @@ class TRealTcp final : public TVkTcpClient {
  private:
   // Asio's own connect waits without a limit.
   bool ConnectTo(const asio::ip::tcp::endpoint& peer, std::uint32_t timeoutMs) {
-    asio::error_code error;
+    boost::system::error_code error;
     {
       TGuard guard(FHandle);
       FSocket.open(peer.protocol(), error);

@@ -1,7 +1,7 @@
 #include <cerrno>
 
-#include <asio/io_context.hpp>
-#include <asio/ip/udp.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/udp.hpp>
 
 #include "ixocamglue/platform/comm/FdWait.h"
 #include "ixocamglue/platform/comm/RealComm.h"
@@ -9,12 +9,13 @@
 #include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
+namespace asio = boost::asio;
 namespace {
 
 class TRealUdp final : public TUDPClient {
  public:
   TResult<> Bind(const std::string& address) override {
-    asio::error_code error;
+    boost::system::error_code error;
     const auto own = asio::ip::make_address(address, error);
     if (!error && !OpenFor(own)) return TProblem{.What = Tr("no socket"), .Where = address};
     if (!error) FSocket.bind({own, 0}, error);
@@ -23,7 +24,7 @@ class TRealUdp final : public TUDPClient {
   }
 
   void SendTo(std::span<const std::uint8_t> bytes, const std::string& address, std::int32_t port) override {
-    asio::error_code error;
+    boost::system::error_code error;
     const auto peer = asio::ip::make_address(address, error);
     if (error || port < 1 || port > 0xFFFF) return;
     if (!FSocket.is_open() && !OpenFor(peer)) return;
@@ -38,14 +39,14 @@ class TRealUdp final : public TUDPClient {
 
   std::size_t Receive(std::span<std::uint8_t> buffer) override {
     if (!FSocket.is_open()) return 0;
-    asio::error_code error;
+    boost::system::error_code error;
     asio::ip::udp::endpoint sender;
     return FSocket.receive_from(asio::buffer(buffer.data(), buffer.size()), sender, 0, error);
   }
 
  private:
   bool OpenFor(const asio::ip::address& address) {
-    asio::error_code error;
+    boost::system::error_code error;
     if (FSocket.is_open()) FSocket.close(error);
     FSocket.open(address.is_v6() ? asio::ip::udp::v6() : asio::ip::udp::v4(), error);
     if (error) return false;
