@@ -27,14 +27,14 @@ std::string TextOf(std::int32_t command) {
   return {};
 }
 
+}  // namespace
+
 void LogFault(const char* where, const std::exception_ptr& error) {
   try {
     LogMsg(lkException, 0, Format("%s: %s", where, DescribeException(error).c_str()));
   } catch (...) {  // no memory for the line
   }
 }
-
-}  // namespace
 
 TSupervisor::TSupervisor(const TNcWatch& watch, std::function<std::int32_t()> state, const TMachineBounds& machine,
                          TSupervisorActions actions)

@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cstdint>
+#include <exception>
 #include <functional>
 #include <optional>
 #include <string>
@@ -81,6 +82,9 @@ class TSupervisor {
   std::array<double, kWatchAxes> FPos{};  // when an axis last made way
   std::atomic<std::uint64_t> FWayMadeAt{0};
 };
+
+// What a guarded call of `where`, a thread or a service, threw, as a line of the log. Never throws.
+void LogFault(const char* where, const std::exception_ptr& error);
 
 // Calls `round` with the monotonic time every `periodMs` until destroyed, and gives a sign of life with each round.
 // What a round throws is logged.

@@ -1,0 +1,130 @@
+#include "controller/api/Api.h"
+
+#include <exception>
+#include <optional>
+#include <utility>
+
+#include "ixocamglue/support/Faults.h"
+#include "ixocamglue/support/Texts.h"
+
+namespace ixocontroller {
+namespace {
+
+const char* TitleOf(int status) {
+  switch (status) {
+    case 400: return "Bad Request";
+    case 401: return "Unauthorized";
+    case 403: return "Forbidden";
+    case 404: return "Not Found";
+    case 405: return "Method Not Allowed";
+    case 409: return "Conflict";
+    case 412: return "Precondition Failed";
+    case 413: return "Content Too Large";
+    case 415: return "Unsupported Media Type";
+    case 421: return "Misdirected Request";
+    case 429: return "Too Many Requests";
+    case 503: return "Service Unavailable";
+    default: return "Error";
+  }
+}
+
+std::string_view Head(std::string_view& path) {
+  const std::size_t slash = path.find('/');
+  const std::string_view head = path.substr(0, slash);
+  path = slash == std::string_view::npos ? std::string_view() : path.substr(slash + 1);
+  return head;
+}
+
+bool Fits(std::string_view pattern, std::string_view path, std::map<std::string, std::string>& params) {
+  params.clear();
+  while (!pattern.empty() && !path.empty()) {
+    const std::string_view all = path;
+    const std::string_view part = Head(pattern);
+    const std::string_view text = Head(path);
+    if (!part.starts_with('{')) {
+      if (part != text) return false;
+    } else if (part.ends_with("...}")) {
+      return params.emplace(part.substr(1, part.size() - 5), all), true;
+    } else {
+      params.emplace(part.substr(1, part.size() - 2), text);
+    }
+  }
+  return pattern.empty() && path.empty();
+}
+
+TApiReply RunRoute(const TApiRoute& route, TService& service, const TApiRequest& request) {
+  try {
+    return route.Run(service, request);
+  } catch (const EProblem& problem) {
+    return Fail(problem);
+  } catch (...) {
+    return Fail(500, {.What = DescribeException(std::current_exception())});
+  }
+}
+
+}  // namespace
+
+TApiReply Fail(int status, const TProblem& problem) {
+  TApiReply reply;
+  reply.Status = status;
+  reply.Body = {{"type", "about:blank"},
+                {"title", TitleOf(status)},
+                {"status", status},
+                {"detail", problem.Text()},
+                {"what", problem.What},
+                {"where", problem.Where},
+                {"why", problem.Why},
+                {"remedy", problem.Remedy}};
+  return reply;
+}
+
+TApiReply Fail(const EProblem& problem) {
+  switch (problem.Blame) {
+    case pbRequest: return Fail(400, problem.Problem);
+    case pbRefused: return Fail(409, problem.Problem);
+    case pbUnusable: break;
+  }
+  return Fail(503, problem.Problem);
+}
+
+std::span<const TApiRoute> TApi::Routes() {
+  static const std::vector<TApiRoute> routes = [] {
+    std::vector<TApiRoute> all;
+    for (const auto of : {&StatusRoutes})
+      for (const TApiRoute& route : of()) all.push_back(route);
+    return all;
+  }();
+  return routes;
+}
+
+// A path that is spelled out goes before one with a place for a name.
+const TApiRoute* TApi::Find(std::string_view method, std::string_view path, std::map<std::string, std::string>& params,
+                            bool& known) {
+  const TApiRoute* found = nullptr;
+  known = false;
+  for (const TApiRoute& route : Routes()) {
+    std::map<std::string, std::string> named;
+    if (!Fits(route.Path, path, named)) continue;
+    known = true;
+    if (method != route.Method || (found && named.size() >= params.size())) continue;
+    found = &route;
+    params = std::move(named);
+  }
+  return found;
+}
+
+void TApi::Handle(TApiRequest request, std::function<void(TApiReply)> answer) {
+  bool known = false;
+  const TApiRoute* const route = Find(request.Method, request.Path, request.Params, known);
+  if (!route)
+    return answer(
+        known ? Fail(405, {.What = Tr("the path has no such method"), .Where = request.Method + " " + request.Path})
+              : Fail(404, {.What = Tr("there is no such path"), .Where = request.Path}));
+  if (!route->OnInterface) return answer(RunRoute(*route, FService, request));
+  const auto asked = std::make_shared<TApiRequest>(std::move(request));
+  const auto told = std::make_shared<std::function<void(TApiReply)>>(std::move(answer));
+  if (!FService.Post([this, route, asked, told] { (*told)(RunRoute(*route, FService, *asked)); }))
+    (*told)(Fail(503, {.What = Tr("the controller is ending")}));
+}
+
+}  // namespace ixocontroller

@@ -1,0 +1,67 @@
+// What can be asked of a controller, and what is answered: one table of routes, JSON in and out. It knows no socket.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <span>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "controller/service/Service.h"
+
+namespace ixocontroller {
+
+struct TApiRequest {
+  std::string Method, Path;                   // "POST", "/api/v1/runs"
+  std::map<std::string, std::string> Query;   // decoded
+  std::map<std::string, std::string> Params;  // what "{id}" in the route stood for; filled in by TApi
+  nlohmann::json Body;                        // null: none
+  TAsker Who;
+  std::string Language;  // "zh" or "en"
+  std::string IdempotencyKey, IfMatch;
+};
+
+struct TApiReply {
+  int Status = 200;
+  nlohmann::ordered_json Body;    // from 400 on a problem by RFC 9457, made by Fail; application/problem+json
+  std::string Text, ContentType;  // instead of Body where ContentType is set
+  std::string ETag;
+};
+
+struct TApiRoute {
+  const char* Method;
+  const char* Path;  // "/api/v1/runs/{id}"; "{path...}" takes the rest of the path
+  TRole Role;        // the least; roNone: free for reading from this machine
+  bool Lease;        // only who has the lease
+  bool OnInterface;  // on the interface thread; else on the caller's, where it reads the status and posts
+  TApiReply (*Run)(TService& service, const TApiRequest& request);
+  const char* Summary;  // one line of the OpenAPI document; English
+};
+
+class TApi {
+ public:
+  explicit TApi(TService& service) : FService(service) {}
+
+  // Any thread. `answer` is called once, on the caller's or the interface thread; it must not wait. Rights and lease
+  // are the caller's to look at, by the route.
+  void Handle(TApiRequest request, std::function<void(TApiReply)> answer);
+  // The route of a request; null: none. `known`: another method has this path.
+  [[nodiscard]] static const TApiRoute* Find(std::string_view method, std::string_view path,
+                                             std::map<std::string, std::string>& params, bool& known);
+  [[nodiscard]] static std::span<const TApiRoute> Routes();
+
+ private:
+  TService& FService;
+};
+
+// {"type","title","status","detail","what","where","why","remedy"}
+[[nodiscard]] TApiReply Fail(int status, const TProblem& problem);
+// 400, 409 or 503, as it is to be blamed.
+[[nodiscard]] TApiReply Fail(const EProblem& problem);
+
+// Of each subject, in its own file.
+[[nodiscard]] std::span<const TApiRoute> StatusRoutes();
+
+}  // namespace ixocontroller

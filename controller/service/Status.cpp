@@ -1,0 +1,74 @@
+#include "controller/service/Status.h"
+
+#include "controller/gas/GasDescent.h"
+#include "controller/service/RealTime.h"
+#include "ixocamglue/platform/ports/CutStates.h"
+
+namespace ixocontroller {
+
+const char* StateWord(std::int32_t state) {
+  if (state == nsCustomMotion) return "procedure";
+  if (state == nsZemGasAdjust) return "gas-calibration";
+  if (state == nsGasDescent) return "gas-descent";
+  switch (ClassifyCutState(state)) {
+    case csStandby: return "standby";
+    case csWorking: return "working";
+    case csPaused: return "paused";
+    case csReturnOrg: return "return-to-origin";
+    case csJogging: return "jogging";
+    case csDryRun: return "dry-run";
+    case csCalibration: return "follower-calibration";
+    case csWalkAround: return "walk-around";
+    case csOther: break;
+  }
+  return "other";
+}
+
+nlohmann::ordered_json SignalsJson(const TMachineSnapshot& now) {
+  return {{"position", {{"xMm", now.Pos.X}, {"yMm", now.Pos.Y}, {"zMm", now.Z}, {"focusMm", now.Focus}}},
+          {"moving", {{"axes", now.AxesMoving}, {"z", now.ZMoving}, {"focus", now.FocusMoving}}},
+          {"laser", now.Laser},
+          {"emission", now.Emission},
+          {"aiming", now.Aiming},
+          {"gas", {{"on", now.Gas}, {"branch", now.GasBranch}, {"setBar", now.GasSetBar}, {"bar", now.GasBar}}},
+          {"following", now.Following},
+          {"calibrating", now.Calibrating},
+          {"outputsOn", now.OutputsOn}};
+}
+
+bool SameSignals(const TMachineSnapshot& a, const TMachineSnapshot& b) {
+  TMachineSnapshot other = b;
+  other.Ms = a.Ms;
+  return a == other;
+}
+
+nlohmann::ordered_json StatusJson(const TStatus& status) {
+  nlohmann::ordered_json json{{"time", UtcText(status.UnixMs)},
+                              {"machineMs", status.MachineMs},
+                              {"state", StateWord(status.State)},
+                              {"stateNumber", status.State},
+                              {"running", status.Running},
+                              {"allOff", status.AllOff},
+                              {"safePending", status.SafePending},
+                              {"beatAgeMs", status.BeatAgeMs},
+                              {"latched", status.Machine.LatchTripped},
+                              {"latchReason", status.Machine.LatchReason},
+                              {"allowMove", status.AllowMove},
+                              {"allowLaser", status.AllowLaser},
+                              {"alarms", status.Alarms},
+                              {"signals", SignalsJson(status.Machine)},
+                              {"run", nullptr}};
+  if (status.Run != 0) {
+    auto path = nlohmann::ordered_json::array();
+    for (const TStepPlace& step : status.Path)
+      path.push_back(
+          {{"number", step.Number}, {"count", step.Count}, {"command", step.Command}, {"description", step.Desc}});
+    nlohmann::ordered_json run{{"id", status.Run},      {"procedure", status.Procedure}, {"startedBy", status.Starter},
+                               {"runMs", status.RunMs}, {"path", std::move(path)},       {"nobodyAttendsMs", nullptr}};
+    if (status.NobodyMs) run["nobodyAttendsMs"] = *status.NobodyMs;
+    json["run"] = std::move(run);
+  }
+  return json;
+}
+
+}  // namespace ixocontroller
