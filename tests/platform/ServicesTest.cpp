@@ -1,6 +1,8 @@
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
+#include <thread>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -9,6 +11,7 @@
 #include "ixocamglue/platform/services/AppSys.h"
 #include "ixocamglue/platform/services/Clock.h"
 #include "ixocamglue/platform/services/Locale.h"
+#include "ixocamglue/platform/services/LocaleManager.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/platform/states/NcParams.h"
 #include "ixocamglue/platform/xml/MachineConfig.h"
@@ -173,6 +176,45 @@ TEST(LocaleTexts, ATranslatorCannotCrashTheMachineAndEveryFailureFallsBackToTheD
   reader.Apply(texts);
   EXPECT_STREQ(SPlain.Get(), "关");
   EXPECT_STREQ(held, "off");  // still valid for whoever shows it
+}
+
+TEST(LocaleTexts, AScopeSpeaksAnotherLanguageOnItsThreadOnlyAndNests) {
+  const TTempDir dir;
+  std::ofstream(dir.Path() / "en.json") << R"({"CamGlue": {"SPlain": "off", "SFormatted": "%s mm"}})";
+  std::ofstream(dir.Path() / "zh.json") << R"({"Messages": {"the memory grows": "内存在增长"}})";
+  std::ofstream(dir.Path() / "xx.json") << "{ broken";
+  const char* const message = "the memory grows";
+  const TLanguageScope nobody("en");
+  EXPECT_STREQ(SPlain.Get(), "关") << "no reader, and still another language";
+  TLocaleReader reader(dir.Path());
+  TLocaleManager manager;
+  const TInstalled<TLocaleReader> readerInstalled(reader);
+  const TInstalled<TLocaleManager> managerInstalled(manager);
+  ASSERT_EQ(manager.ChangeLanguage("zh"), "");
+  const std::string chinese = Tr(message);
+  {
+    const TLanguageScope english("en");
+    EXPECT_STREQ(SPlain.Get(), "off");
+    EXPECT_EQ(Show(SFormatted, 3), "3 毫米") << "an entry that takes other arguments";
+    EXPECT_STREQ(Tr(message), message);
+    std::thread([&] { EXPECT_STREQ(SPlain.Get(), "关"); }).join();
+    {
+      const TLanguageScope inner("zh");
+      EXPECT_STREQ(SPlain.Get(), "关");
+      EXPECT_EQ(Tr(message), chinese);
+    }
+    for (const char* const unknown : {"xx", "../zh", ""}) {
+      const TLanguageScope own(unknown);
+      EXPECT_STREQ(SPlain.Get(), "关") << unknown;
+    }
+    EXPECT_STREQ(SPlain.Get(), "off");
+  }
+  EXPECT_EQ(Tr(message), chinese);
+
+  const std::pair<const char*, const char*> headers[] = {
+      {"en-GB,en;q=0.9", "en"}, {"zh-Hant-TW", "zh"}, {"de, EN ; q=0.5, zh;q=0.4", "en"}, {"zh;q=0.3,en;q=0.8", "en"},
+      {"en;q=0", "zh"},         {"fr,*", "zh"},       {",;q=,-,;;en;q=x", "zh"},          {"", "zh"}};
+  for (const auto& [header, language] : headers) EXPECT_EQ(RequestLanguage(header), language) << header;
 }
 
 }  // namespace

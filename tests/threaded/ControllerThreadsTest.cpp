@@ -60,6 +60,12 @@ TEST(SessionThreaded, OtherThreadsStopAskLogAndTranslateWhileProceduresRun) {
     static_cast<void>(LocaleReader()->SelectLanguage((english = !english) ? "en" : "zh"));
     session.Library().LoadLocaleResources();
   });
+  for (const auto& [language, text] : {std::pair("en", "Open shutter"), std::pair("zh", SOpenShutter.Default)})
+    keepDoing(1, [language = language, text = std::string(text)] {
+      const TLanguageScope scope(language);
+      EXPECT_EQ(SOpenShutter.Get(), text);
+      EXPECT_EQ(std::string_view(Tr("the memory grows")) == "the memory grows", std::string_view(language) == "en");
+    });
 
   int started = 0;
   // Between a stop and its end a start is refused.

@@ -12,19 +12,22 @@
 namespace ixocamglue {
 namespace {
 
+constexpr const char* kBuiltIn = "zh";
+
 // The messages of each living reader that has selected any; the last selection is what Tr shows.
 struct TSelections {
   TCriticalSection Lock;
-  std::vector<std::pair<const TLocaleReader*, const TMessages*>> Items IXO_GUARDED_BY(Lock);
+  std::vector<std::pair<TLocaleReader*, const TMessages*>> Items IXO_GUARDED_BY(Lock);
 };
 
-void Select(const TLocaleReader* reader, const TMessages* messages) {
+void Select(TLocaleReader* reader, const TMessages* messages) {
   static TSelections selections;
   TGuard guard(selections.Lock);
   auto& items = selections.Items;
   std::erase_if(items, [&](const auto& item) { return item.first == reader; });
   if (messages) items.emplace_back(reader, messages);
   UseMessages(items.empty() ? nullptr : items.back().second);
+  UseCatalogues(items.empty() ? nullptr : items.back().first);
 }
 
 }  // namespace
@@ -35,61 +38,96 @@ TLocaleReader::~TLocaleReader() {
   Select(this, nullptr);
 }
 
-std::string TLocaleReader::SelectLanguage(std::string_view language) {
-  std::map<std::string, std::string> entries;
-  auto messages = std::make_unique<TMessages>();
-  std::vector<std::string> refused;
-  std::string problem;
+TLocaleReader::TRead TLocaleReader::Read(std::string_view language) const {
+  TRead read;
   const std::filesystem::path file = FFolder / (std::string(language) + ".json");
-  if (std::error_code error; language != "zh" || std::filesystem::exists(file, error)) {
-    try {
-      const auto document = nlohmann::json::parse(ReadFile(file).OrThrow(pbUnusable));
-      for (const auto& [section, texts] : document.items())
-        for (const auto& [key, text] : texts.items()) {
-          if (section != "Messages")
-            entries[section + "/" + key] = text.get<std::string>();
-          else if (SameConversions(text.get<std::string>().c_str(), key.c_str()))
-            messages->emplace(key, text.get<std::string>());
-          else
-            refused.push_back(Format(Tr("%s: Messages: \"%s\" does not take the arguments of \"%s\""), file.c_str(),
-                                     text.get<std::string>().c_str(), key.c_str()));
-        }
-    } catch (const EProblem& e) {
-      problem = e.what();
-    } catch (const std::exception& e) {
-      entries.clear();
-      messages->clear();
-      refused.clear();
-      problem = Format("%s: %s", file.c_str(), e.what());
-    }
-    if (!problem.empty()) problem += std::string("; ") + Tr("the built-in texts are shown");
+  if (std::error_code error; language == kBuiltIn && !std::filesystem::exists(file, error)) return read;
+  auto& [catalogue, refused, problem] = read;
+  try {
+    const auto document = nlohmann::json::parse(ReadFile(file).OrThrow(pbUnusable));
+    for (const auto& [section, texts] : document.items())
+      for (const auto& [key, text] : texts.items()) {
+        if (section != "Messages")
+          catalogue.Texts[section + "/" + key] = text.get<std::string>();
+        else if (SameConversions(text.get<std::string>().c_str(), key.c_str()))
+          catalogue.Messages.emplace(key, text.get<std::string>());
+        else
+          refused.push_back(Format(Tr("%s: Messages: \"%s\" does not take the arguments of \"%s\""), file.c_str(),
+                                   text.get<std::string>().c_str(), key.c_str()));
+      }
+  } catch (const EProblem& e) {
+    problem = e.what();
+  } catch (const std::exception& e) {
+    problem = Format("%s: %s", file.c_str(), e.what());
   }
+  if (!problem.empty()) {
+    catalogue = {};
+    refused.clear();
+    problem += std::string("; ") + Tr("the built-in texts are shown");
+  }
+  return read;
+}
+
+const TCatalogue* TLocaleReader::Keep(TCatalogue&& catalogue) {
+  auto same = std::ranges::find_if(FKept, [&](const auto& known) { return *known == catalogue; });
+  if (same == FKept.end()) same = FKept.insert(same, std::make_unique<const TCatalogue>(std::move(catalogue)));
+  return same->get();
+}
+
+std::string TLocaleReader::SelectLanguage(std::string_view language) {
+  TRead read = Read(language);
   TGuard guard(FLock);
-  FLanguage = problem.empty() ? std::string(language) : "zh";
-  FEntries = std::move(entries);
-  FRefused = std::move(refused);
-  auto same = std::ranges::find_if(FMessages, [&](const auto& known) { return *known == *messages; });
-  if (same == FMessages.end()) same = FMessages.insert(same, std::move(messages));
-  Select(this, same->get());
-  return problem;
+  FCurrent = Keep(std::move(read.Catalogue));
+  FLanguage = read.Problem.empty() ? std::string(language) : kBuiltIn;
+  if (read.Problem.empty()) FLanguages[FLanguage] = FCurrent;
+  FRefused = std::move(read.Refused);
+  Select(this, &FCurrent->Messages);
+  return read.Problem;
 }
 
 std::vector<std::string> TLocaleReader::Apply(TTextList texts) {
   TGuard guard(FLock);
   std::vector<std::string> refused = std::exchange(FRefused, {});
   for (TText* text : texts) {
-    const auto it = FEntries.find(std::string(text->Section) + "/" + text->Key);
-    if (it == FEntries.end()) {
+    const std::string* const found = FCurrent ? FCurrent->Find(*text) : nullptr;
+    if (!found) {
       text->Set(nullptr);
-    } else if (SameConversions(it->second.c_str(), text->Default)) {
-      text->Set(FInstalled[text] = FKept.insert(it->second).first->c_str());
+    } else if (SameConversions(found->c_str(), text->Default)) {
+      text->Set(FInstalled[text] = found->c_str());
     } else {
       text->Set(nullptr);
       refused.push_back(Format(Tr("%s.json: %s/%s: \"%s\" does not take the arguments of \"%s\""), FLanguage.c_str(),
-                               text->Section, text->Key, it->second.c_str(), text->Default));
+                               text->Section, text->Key, found->c_str(), text->Default));
     }
   }
   return refused;
+}
+
+void TLocaleReader::LoadAll() {
+  if (std::exchange(FLoadedAll, true)) return;
+  std::vector<std::string> languages{kBuiltIn};
+  std::error_code error;
+  for (const auto& file : std::filesystem::directory_iterator(FFolder, error))
+    if (file.path().extension() == ".json") languages.push_back(file.path().stem());
+  for (const std::string& language : languages) {
+    if (FLanguages.contains(language)) continue;
+    if (TRead read = Read(language); read.Problem.empty()) FLanguages[language] = Keep(std::move(read.Catalogue));
+  }
+}
+
+const TCatalogue* TLocaleReader::Catalogue(std::string_view language) {
+  TGuard guard(FLock);
+  LoadAll();
+  const auto found = FLanguages.find(language);
+  return found == FLanguages.end() ? nullptr : found->second;
+}
+
+std::vector<std::string> TLocaleReader::Languages() {
+  TGuard guard(FLock);
+  LoadAll();
+  std::vector<std::string> languages;
+  for (const auto& [language, catalogue] : FLanguages) languages.push_back(language);
+  return languages;
 }
 
 IXO_DEFINE_SERVICE(TLocaleReader, LocaleReader)

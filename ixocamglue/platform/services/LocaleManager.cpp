@@ -1,5 +1,6 @@
 #include "ixocamglue/platform/services/LocaleManager.h"
 
+#include <algorithm>
 #include <utility>
 #include <vector>
 
@@ -7,6 +8,7 @@
 #include "ixocamglue/platform/services/Locale.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/support/Faults.h"
+#include "ixocamglue/support/ValueText.h"
 
 namespace ixocamglue {
 
@@ -46,5 +48,38 @@ std::string TLocaleManager::Language() const {
 }
 
 IXO_DEFINE_SERVICE(TLocaleManager, LocaleManager)
+
+namespace {
+
+// "en;q=0.8": the quality, which is 1 where none is given and 0 where it is no number.
+double Quality(std::string_view parameters) {
+  const auto at = parameters.find("q=");
+  return at == std::string_view::npos ? 1.0 : ParseNumber<double>(TrimXml(parameters.substr(at + 2))).value_or(0.0);
+}
+
+}  // namespace
+
+std::string RequestLanguage(std::string_view acceptLanguage) {
+  const TLocaleManager* const manager = LocaleManager();
+  std::string best = manager ? manager->Language() : "zh";
+  TLocaleReader* const reader = LocaleReader();
+  if (!reader || acceptLanguage.empty()) return best;
+  const std::vector<std::string> known = reader->Languages();
+  double bestQuality = 0.0;
+  while (!acceptLanguage.empty()) {
+    const std::string_view item = acceptLanguage.substr(0, acceptLanguage.find(','));
+    acceptLanguage.remove_prefix(std::min(item.size() + 1, acceptLanguage.size()));
+    const auto parameters = std::min(item.find(';'), item.size());
+    const double quality = Quality(item.substr(parameters));
+    if (quality <= bestQuality) continue;
+    const std::string_view tag = TrimXml(item.substr(0, parameters));
+    const std::string_view primary = tag.substr(0, tag.find('-'));
+    const auto match = std::ranges::find_if(known, [&](const auto& language) { return SameFolded(language, primary); });
+    if (match == known.end()) continue;
+    best = *match;
+    bestQuality = quality;
+  }
+  return best;
+}
 
 }  // namespace ixocamglue
