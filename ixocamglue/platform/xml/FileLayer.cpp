@@ -127,7 +127,7 @@ class TReplacement {
   TReplacement(const TReplacement&) = delete;
   TReplacement& operator=(const TReplacement&) = delete;
 
-  TReplaced Run(std::string_view bytes, std::string_view backupSuffix) {
+  TReplaced Run(std::string_view bytes, std::string_view backupSuffix, std::uint32_t newMode) {
     IFileLayer& files = Files();
     if (const int error = ResolveLinks(FFile)) return Failed(Tr("its links cannot be followed"), error);
     FTemporary = TemporaryName(FFile);
@@ -139,13 +139,13 @@ class TReplacement {
     const int described = files.Describe(FFile, info);
     if (described != 0 && described != ENOENT) return Failed(Tr("it cannot be looked at"), described);
     const bool exists = described == 0;
-    if (const int error = Make(FTemporary, exists ? 0600 : 0644, FHasTemporary))
+    if (const int error = Make(FTemporary, exists ? 0600 : newMode, FHasTemporary))
       return Failed(Tr("the temporary file cannot be made"), error);
     if (exists)
       if (const int error = files.SetInfo(FHandle, info))
         return Failed(Tr("its owner and mode cannot be given to the temporary file"), error);
     if (const int error = Fill(bytes)) return Failed(Tr("the temporary file cannot be written"), error);
-    if (exists)
+    if (exists && !backupSuffix.empty())
       if (const int error = KeepPrevious(backup)) return Failed(Tr("the previous version cannot be kept"), error);
     if (const int error = files.Rename(FTemporary, FFile)) return Failed(Tr("it cannot be replaced"), error);
     FHasTemporary = false;
@@ -252,8 +252,9 @@ class TReplacement {
 
 }  // namespace
 
-TReplaced ReplaceFile(const std::string& file, std::string_view bytes, std::string_view backupSuffix) {
-  return TReplacement(file).Run(bytes, backupSuffix);
+TReplaced ReplaceFile(const std::string& file, std::string_view bytes, std::string_view backupSuffix,
+                      std::uint32_t newMode) {
+  return TReplacement(file).Run(bytes, backupSuffix, newMode);
 }
 
 TReplaced AddFile(const std::string& file, std::string_view bytes) { return TReplacement(file).Add(bytes); }

@@ -74,8 +74,10 @@ struct TReplaced {
 // it (exclusive creation; mode and owner kept), flush, the previous version kept under `file` + `backupSuffix`, rename,
 // flush of the folder. A symbolic link stays, its target is replaced. A failure before the rename leaves the old file
 // as it was and removes the temporary; temporaries of processes that were killed are removed too; a folder that could
-// not be flushed leaves the new file and says so. A file that is not there yet is created, without a previous version.
-[[nodiscard]] TReplaced ReplaceFile(const std::string& file, std::string_view bytes, std::string_view backupSuffix);
+// not be flushed leaves the new file and says so. A file that is not there yet is created with `newMode`, without a
+// previous version; an empty suffix keeps none.
+[[nodiscard]] TReplaced ReplaceFile(const std::string& file, std::string_view bytes, std::string_view backupSuffix,
+                                    std::uint32_t newMode = 0644);
 
 // Makes a file that is not there yet, whole and durable. A file of this name stays as it is: done.
 [[nodiscard]] TReplaced AddFile(const std::string& file, std::string_view bytes);
