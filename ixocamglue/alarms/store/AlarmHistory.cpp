@@ -12,31 +12,6 @@
 namespace ixocamglue {
 namespace {
 
-std::filesystem::path Existing(const std::filesystem::path& file) {
-  std::error_code error;
-  if (!std::filesystem::is_regular_file(file, error)) throw ESqlite(file, Tr("there is no such file"));
-  return file;
-}
-
-// A reader takes part in the write-ahead log. Where it may not, it reads along; and a file that nobody writes needs no
-// log.
-std::unique_ptr<TSqliteDb> OpenHistory(const std::filesystem::path& file) {
-  for (const auto mode : {TSqliteDb::TMode::ReadWrite, TSqliteDb::TMode::ReadOnly, TSqliteDb::TMode::Unwritten}) {
-    try {
-      auto db = std::make_unique<TSqliteDb>(file, mode, kStoreBusyMs);
-      TSqliteStmt probe(*db, "SELECT count(*) FROM sqlite_master");
-      (void)probe.Step();
-      return db;
-    } catch (const ESqlite&) {
-      std::error_code error;
-      const bool last = mode == TSqliteDb::TMode::Unwritten ||
-                        (mode == TSqliteDb::TMode::ReadOnly && std::filesystem::exists(file.string() + "-wal", error));
-      if (last) throw;
-    }
-  }
-  return nullptr;
-}
-
 // A stored time as this version writes it: the first one wrote local times.
 std::string Moment(std::string text) {
   if (text.empty() || text.ends_with("+00:00")) return text;
@@ -46,7 +21,7 @@ std::string Moment(std::string text) {
 
 }  // namespace
 
-TAlarmHistory::TAlarmHistory(const std::filesystem::path& file) : FDb(OpenHistory(Existing(file))) {
+TAlarmHistory::TAlarmHistory(const std::filesystem::path& file) : FDb(OpenStoreToRead(file, kStoreBusyMs)) {
   TSqliteStmt table(*FDb, "SELECT count(*) FROM sqlite_master WHERE type='table' AND name IN('alarms','suppressions')");
   if (!table.Step() || table.Int(0) != 2) FDb->Fail(Tr("the file is no alarm store"));
 }

@@ -20,7 +20,6 @@ constexpr std::uint64_t kPruneEveryMs = 3'600'000;
 constexpr std::size_t kRowsPerTransaction = 5000;
 constexpr std::size_t kRowsAfterFailure = 50;  // a disk that is nearly full takes some
 constexpr std::uint32_t kEndRetryMs = 100;
-constexpr int kVersion = 2;  // 1 had local times without an offset
 
 // The last two columns of the first table: who acknowledged, and who raised the row or closed it if no clear did.
 constexpr const char* kTables = R"(
@@ -64,22 +63,14 @@ bool IsHeld(const std::exception_ptr& error) {
 }  // namespace
 
 void PrepareAlarmTables(TSqliteDb& db) {
-  {
-    TSqliteStmt version(db, "PRAGMA user_version");
-    if (version.Step() && version.Int(0) > kVersion) db.Fail(Tr("the alarm store was written by a newer version"));
-    TSqliteStmt foreign(db,
-                        "SELECT count(*) FROM sqlite_master WHERE NOT EXISTS(SELECT 1 FROM sqlite_master WHERE "
-                        "type='table' AND name='alarms')");
-    if (foreign.Step() && foreign.Int(0) > 0) db.Fail(Tr("the file is another program's database"));
-  }
-  db.Exec("PRAGMA journal_mode=WAL");
-  db.Exec("PRAGMA synchronous=FULL");
-  db.Exec(kTables);
-  // Fails here, and not in the middle of a run, when a table of this name belongs to somebody else.
-  (void)TSqliteStmt(db,
-                    "SELECT identifier,code,module,type,description,reason,solution,level,raised,cleared,acknowledged,"
-                    "by_whom,mark FROM alarms");
-  db.Exec("PRAGMA user_version=2");
+  PrepareStore(
+      db,
+      {.Version = 2,  // 1 had local times without an offset
+       .Table = "alarms",
+       .Tables = kTables,
+       .Columns = "SELECT identifier,code,module,type,description,reason,solution,level,raised,cleared,acknowledged,"
+                  "by_whom,mark FROM alarms",
+       .TooNew = TrMark("the alarm store was written by a newer version")});
 }
 
 // --- items and statements ---
@@ -420,24 +411,17 @@ void TAlarmStore::Close() {
 // Changes what stands in memory together with the rows: all of it, or nothing. False: the file was deleted meanwhile.
 bool TAlarmStore::WriteLocked(const std::deque<TAlarmOp>& ops) {
   FBefore.clear();
-  FDb->Exec("BEGIN IMMEDIATE");
   try {
-    for (const TAlarmOp& op : ops) WriteOpLocked(op);
-    PruneLocked();
-    FDb->Exec("COMMIT");
+    FDb->Transact([&]() IXO_REQUIRES(FFileLock) {
+      for (const TAlarmOp& op : ops) WriteOpLocked(op);
+      PruneLocked();
+    });
   } catch (...) {
     UndoLocked();
-    try {
-      if (FDb->InTransaction()) FDb->Exec("ROLLBACK");  // a full disk has rolled back by itself
-    } catch (...) {                                     // a broken connection is opened anew
+    if (FDb->Broken()) {
       FOpened = FDb->Identity();
       FStatements.reset();
       FDb.reset();
-      throw;
-    }
-    try {
-      FDb->Exec("PRAGMA wal_checkpoint(TRUNCATE)");  // gives the log's room back, where there is any
-    } catch (...) {
     }
     throw;
   }

@@ -82,6 +82,26 @@ void TSqliteDb::Exec(const char* sql) {
   if (sqlite3_exec(FDb.get(), sql, nullptr, nullptr, nullptr) != SQLITE_OK) Fail();
 }
 
+void TSqliteDb::Transact(const std::function<void()>& write) {
+  Exec("BEGIN IMMEDIATE");
+  try {
+    write();
+    Exec("COMMIT");
+  } catch (...) {
+    try {
+      if (InTransaction()) Exec("ROLLBACK");  // a full disk has rolled back by itself
+    } catch (...) {
+      FBroken = true;
+      throw;
+    }
+    try {
+      Exec("PRAGMA wal_checkpoint(TRUNCATE)");  // gives the log's room back, where there is any
+    } catch (...) {
+    }
+    throw;
+  }
+}
+
 std::int64_t TSqliteDb::Changes() const { return sqlite3_changes(FDb.get()); }
 
 std::int64_t TSqliteDb::LastRow() const { return sqlite3_last_insert_rowid(FDb.get()); }
@@ -130,5 +150,42 @@ std::string TSqliteStmt::Text(int column) const {
 }
 
 std::int64_t TSqliteStmt::Int(int column) const { return sqlite3_column_int64(FStmt.get(), column); }
+
+void PrepareStore(TSqliteDb& db, const TStoreShape& shape) {
+  {
+    TSqliteStmt version(db, "PRAGMA user_version");
+    if (version.Step() && version.Int(0) > shape.Version) db.Fail(Tr(shape.TooNew));
+    TSqliteStmt foreign(db,
+                        "SELECT count(*) FROM sqlite_master WHERE NOT EXISTS(SELECT 1 FROM sqlite_master WHERE "
+                        "type='table' AND name=?1)");
+    foreign.Bind(1, shape.Table);
+    if (foreign.Step() && foreign.Int(0) > 0) db.Fail(Tr("the file is another program's database"));
+  }
+  db.Exec("PRAGMA journal_mode=WAL");
+  db.Exec("PRAGMA synchronous=FULL");
+  db.Exec(shape.Tables);
+  (void)TSqliteStmt(db, shape.Columns);
+  db.Exec(Format("PRAGMA user_version=%d", shape.Version).c_str());
+}
+
+// A reader takes part in the write-ahead log. Where it may not, it reads along; and a file that nobody writes needs no
+// log.
+std::unique_ptr<TSqliteDb> OpenStoreToRead(const std::filesystem::path& file, int busyMs) {
+  std::error_code error;
+  if (!std::filesystem::is_regular_file(file, error)) throw ESqlite(file, Tr("there is no such file"));
+  for (const auto mode : {TSqliteDb::TMode::ReadWrite, TSqliteDb::TMode::ReadOnly, TSqliteDb::TMode::Unwritten}) {
+    try {
+      auto db = std::make_unique<TSqliteDb>(file, mode, busyMs);
+      TSqliteStmt probe(*db, "SELECT count(*) FROM sqlite_master");
+      (void)probe.Step();
+      return db;
+    } catch (const ESqlite&) {
+      const bool last = mode == TSqliteDb::TMode::Unwritten ||
+                        (mode == TSqliteDb::TMode::ReadOnly && std::filesystem::exists(file.string() + "-wal", error));
+      if (last) throw;
+    }
+  }
+  return nullptr;
+}
 
 }  // namespace ixocamglue

@@ -1,8 +1,9 @@
-// SQLite, as much of it as the alarm store needs. A connection and its statements belong to one thread at a time.
+// SQLite, as much of it as the stores need. A connection and its statements belong to one thread at a time.
 #pragma once
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -37,6 +38,10 @@ class TSqliteDb {
   TSqliteDb& operator=(const TSqliteDb&) = delete;
 
   void Exec(const char* sql);
+  // What `write` writes, all of it or nothing; throws what it throws. A connection that is broken afterwards is opened
+  // anew by its owner.
+  void Transact(const std::function<void()>& write);
+  [[nodiscard]] bool Broken() const { return FBroken; }
   [[nodiscard]] std::int64_t Changes() const;  // rows of the last statement
   [[nodiscard]] std::int64_t LastRow() const;  // that was inserted
   [[nodiscard]] const TFileIdentity& Identity() const { return FIdentity; }
@@ -53,6 +58,7 @@ class TSqliteDb {
   const std::filesystem::path FFile;
   std::unique_ptr<sqlite3, TCloser> FDb;
   TFileIdentity FIdentity;
+  bool FBroken = false;
 };
 
 // The connection outlives its statements.
@@ -77,5 +83,18 @@ class TSqliteStmt {
   TSqliteDb& FDb;
   std::unique_ptr<sqlite3_stmt, TFinalizer> FStmt;
 };
+
+// What makes a file one of ours.
+struct TStoreShape {
+  int Version;          // of the tables; a file of a higher one is refused
+  const char* Table;    // every file of ours has it
+  const char* Tables;   // makes what is missing
+  const char* Columns;  // a query of all that is used: a table of somebody else's fails here
+  const char* TooNew;   // what a higher version is told as, through Tr
+};
+// Makes the tables where they are missing; throws ESqlite for a file that is no database or another program's.
+void PrepareStore(TSqliteDb& db, const TStoreShape& shape);
+// For reading, also while another process writes it. Throws when there is no such file or it cannot be read.
+[[nodiscard]] std::unique_ptr<TSqliteDb> OpenStoreToRead(const std::filesystem::path& file, int busyMs);
 
 }  // namespace ixocamglue
