@@ -4,7 +4,9 @@
 #include <optional>
 #include <utility>
 
+#include "controller/service/RealTime.h"
 #include "ixocamglue/support/Faults.h"
+#include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
@@ -52,8 +54,17 @@ bool Fits(std::string_view pattern, std::string_view path, std::map<std::string,
   return pattern.empty() && path.empty();
 }
 
+TProblem NeedsRole(TRole role, const TAsker& who) {
+  return {.What = Format(Tr("this needs the role %s"), RoleWord(role)),
+          .Why = Format(Tr("%s has the role %s"), who.Name.c_str(), RoleWord(who.Role)),
+          .Remedy = Tr("send a token of that role, or open the console by a new link: \"ixocut console\"")};
+}
+
 TApiReply RunRoute(const TApiRoute& route, TService& service, const TApiRequest& request) {
   try {
+    if (route.Lease)
+      if (const auto admitted = service.Lease().Admit(request.Lease, RealMs()); !admitted)
+        return Fail(409, admitted.Problem());
     return route.Run(service, request);
   } catch (const EProblem& problem) {
     return Fail(problem);
@@ -67,14 +78,8 @@ TApiReply RunRoute(const TApiRoute& route, TService& service, const TApiRequest&
 TApiReply Fail(int status, const TProblem& problem) {
   TApiReply reply;
   reply.Status = status;
-  reply.Body = {{"type", "about:blank"},
-                {"title", TitleOf(status)},
-                {"status", status},
-                {"detail", problem.Text()},
-                {"what", problem.What},
-                {"where", problem.Where},
-                {"why", problem.Why},
-                {"remedy", problem.Remedy}};
+  reply.Body = {{"type", "about:blank"}, {"title", TitleOf(status)}, {"status", status},   {"detail", problem.Text()},
+                {"what", problem.What},  {"where", problem.Where},   {"why", problem.Why}, {"remedy", problem.Remedy}};
   return reply;
 }
 
@@ -90,7 +95,7 @@ TApiReply Fail(const EProblem& problem) {
 std::span<const TApiRoute> TApi::Routes() {
   static const std::vector<TApiRoute> routes = [] {
     std::vector<TApiRoute> all;
-    for (const auto of : {&StatusRoutes})
+    for (const auto of : {&StatusRoutes, &AccessRoutes})
       for (const TApiRoute& route : of()) all.push_back(route);
     return all;
   }();
@@ -120,6 +125,7 @@ void TApi::Handle(TApiRequest request, std::function<void(TApiReply)> answer) {
     return answer(
         known ? Fail(405, {.What = Tr("the path has no such method"), .Where = request.Method + " " + request.Path})
               : Fail(404, {.What = Tr("there is no such path"), .Where = request.Path}));
+  if (request.Who.Role < route->Role) return answer(Fail(403, NeedsRole(route->Role, request.Who)));
   if (!route->OnInterface) return answer(RunRoute(*route, FService, request));
   const auto asked = std::make_shared<TApiRequest>(std::move(request));
   const auto told = std::make_shared<std::function<void(TApiReply)>>(std::move(answer));

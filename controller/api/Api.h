@@ -21,13 +21,15 @@ struct TApiRequest {
   TAsker Who;
   std::string Language;  // "zh" or "en"
   std::string IdempotencyKey, IfMatch;
+  std::string Lease;  // the id that the request shows
 };
 
 struct TApiReply {
   int Status = 200;
   nlohmann::ordered_json Body;    // from 400 on a problem by RFC 9457, made by Fail; application/problem+json
   std::string Text, ContentType;  // instead of Body where ContentType is set
-  std::string ETag;
+  std::string ETag, SetCookie;
+  std::uint32_t RetryAfterS = 0;  // with 429
 };
 
 struct TApiRoute {
@@ -44,8 +46,8 @@ class TApi {
  public:
   explicit TApi(TService& service) : FService(service) {}
 
-  // Any thread. `answer` is called once, on the caller's or the interface thread; it must not wait. Rights and lease
-  // are the caller's to look at, by the route.
+  // Any thread. `answer` is called once, on the caller's or the interface thread; it must not wait. Who
+  // has not the role that the route needs is refused with 403, and who shows no lease where it is needed with 409.
   void Handle(TApiRequest request, std::function<void(TApiReply)> answer);
   // The route of a request; null: none. `known`: another method has this path.
   [[nodiscard]] static const TApiRoute* Find(std::string_view method, std::string_view path,
@@ -63,5 +65,6 @@ class TApi {
 
 // Of each subject, in its own file.
 [[nodiscard]] std::span<const TApiRoute> StatusRoutes();
+[[nodiscard]] std::span<const TApiRoute> AccessRoutes();
 
 }  // namespace ixocontroller

@@ -15,6 +15,7 @@ struct TAsker {
   TRole Role = roNone;
   std::uint64_t Connection = 0;  // the wire's number of the connection; 0: none (the queue, the program itself)
   bool Local = false;            // from this machine
+  bool Owner = false;            // the controller's own user, by its Unix socket
 };
 
 }  // namespace ixocontroller

@@ -25,6 +25,8 @@ const char* EventName(TEventKind kind) {
     case evLed: return "led";
     case evSignals: return "signals";
     case evLog: return "log";
+    case evLease: return "lease";
+    case evKey: return "key";
   }
   return "";
 }

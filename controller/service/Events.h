@@ -19,9 +19,9 @@ using namespace ixocamglue;
 
 // Signals: where head and axes are, and what is on. Each follower has its own rate for them, so they take no place in
 // the ring: of those that nobody read only the last one is left.
-enum class TEventKind : std::uint8_t { evState, evStep, evAlarm, evRun, evLed, evSignals, evLog };
+enum class TEventKind : std::uint8_t { evState, evStep, evAlarm, evRun, evLed, evSignals, evLog, evLease, evKey };
 using enum TEventKind;
-inline constexpr std::size_t kEventKinds = 7;
+inline constexpr std::size_t kEventKinds = 9;
 [[nodiscard]] const char* EventName(TEventKind kind);  // "state"
 
 // Made when it is read, in the reader's language and on its thread: what it holds does not change.

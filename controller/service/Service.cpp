@@ -44,7 +44,10 @@ class TService::TLogEvents final : public ILogSink {
 };
 
 TService::TService(TServiceOptions options)
-    : FOptions(std::move(options)), FLogEvents(std::make_unique<TLogEvents>(FEvents)) {
+    : FOptions(std::move(options)),
+      FAccess(FOptions.StateFolder),
+      FLogEvents(std::make_unique<TLogEvents>(FEvents)),
+      FLease([this](const TLeaseEvent& event) { LeaseChanged(event); }) {
   TControllerOptions controller = FOptions.Controller;
   controller.Sinks.push_back(FLogEvents.get());
   FController = std::make_unique<TController>(std::move(controller));
@@ -194,12 +197,24 @@ void TService::RunVirtual() {
 void TService::Round() {
   const std::uint64_t now = RealMs();
   FRoundAt = now + kStatusEveryMs;
+  FLease.Watch(now);
   for (const auto& round : FRounds) try {
       round(now);
     } catch (...) {
       LogFault(kThread, std::current_exception());
     }
   Publish();
+}
+
+void TService::LeaseChanged(const TLeaseEvent& event) {
+  FEvents.Add(evLease, [event] {
+    const auto name = [](const std::optional<TAsker>& who) {
+      return who ? nlohmann::ordered_json(who->Name) : nlohmann::ordered_json();
+    };
+    return nlohmann::ordered_json{
+        {"change", LeaseChangeWord(event.Change)}, {"was", name(event.Was)}, {"holder", name(event.Now)}};
+  });
+  for (const auto& told : FLeaseTold) told(event);
 }
 
 void TService::Publish() {

@@ -19,8 +19,10 @@
 #include "controller/Controller.h"
 #include "controller/service/Asker.h"
 #include "controller/service/Events.h"
+#include "controller/service/Lease.h"
 #include "controller/service/Runner.h"
 #include "controller/service/Status.h"
+#include "controller/wire/Access.h"
 
 namespace ixocontroller {
 
@@ -50,6 +52,7 @@ class TService {
   // The last one, never null; waits for nobody.
   [[nodiscard]] std::shared_ptr<const TStatus> Status() const;
   [[nodiscard]] TEventRing& Events() { return FEvents; }
+  [[nodiscard]] TAccess& Access() { return FAccess; }
   [[nodiscard]] const TServiceOptions& Options() const { return FOptions; }
   [[nodiscard]] TController& Controller() { return *FController; }  // its any-thread operations
   // Ends what runs; `who` is named as the cause.
@@ -57,6 +60,9 @@ class TService {
 
   // --- interface thread; before Start also the thread that made the service ---
   [[nodiscard]] TRunner& Runner() { return FRunner; }
+  [[nodiscard]] TLease& Lease() { return FLease; }
+  // Called behind each change of the lease. Before Start.
+  void OnLease(std::function<void(const TLeaseEvent&)> changed) { FLeaseTold.push_back(std::move(changed)); }
   // Refused while a procedure runs, with its name: configuration changes take effect at rest.
   [[nodiscard]] TResult<> AtRest();
   // Called every kStatusEveryMs of real time, before the status is made. Before Start.
@@ -71,12 +77,14 @@ class TService {
   bool RunTasks();  // false: none, and the end was asked for
   void Round();
   void Publish();
+  void LeaseChanged(const TLeaseEvent& event);
   void Wake();
   // Waits until something is posted or asked for, `micros` of real time at most.
   void WaitForWork(std::uint64_t micros);
 
   const TServiceOptions FOptions;
   TEventRing FEvents;
+  TAccess FAccess;
   const std::unique_ptr<TLogEvents> FLogEvents;
   std::unique_ptr<TController> FController;
 
@@ -84,6 +92,8 @@ class TService {
   TRunner FRunner;
   std::vector<std::function<void(std::uint64_t)>> FRounds;
   std::uint64_t FRoundAt = 0;  // real time
+  TLease FLease;
+  std::vector<std::function<void(const TLeaseEvent&)>> FLeaseTold;
 
   // guarded by FLock
   TCriticalSection FLock;

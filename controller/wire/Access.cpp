@@ -129,6 +129,7 @@ TJudged TAccess::Judge(const TPeer& peer, std::string_view authorization, std::s
   if (peer.IsUnix() && peer.User == FUser) {
     who.Name = FOwner;
     who.Role = roOperator;
+    who.Owner = true;
     return judged;
   }
   if (peer.IsLocal() && !peer.IsUnix()) {
@@ -145,6 +146,16 @@ TJudged TAccess::Judge(const TPeer& peer, std::string_view authorization, std::s
 std::string TAccess::MakeCode(TRole role) {
   TGuard guard(FLock);
   return FCodes.MakeCode(role, FNowMs());
+}
+
+void TAccess::SetAddress(const std::string& url) {
+  TGuard guard(FLock);
+  FAddress = url;
+}
+
+std::string TAccess::Link(const std::string& code) {
+  TGuard guard(FLock);
+  return FAddress.empty() ? std::string() : FAddress + "/#code=" + code;
 }
 
 TAccess::TLogin TAccess::Exchange(const TAsker& who, std::string_view code) {

@@ -79,6 +79,10 @@ class TAccess {
 
   // For the fragment of the console's link, good for TConsoleCodes::kCodeMs.
   [[nodiscard]] std::string MakeCode(TRole role);
+  // Where the console is reached, "http://127.0.0.1:8620"; empty: nowhere.
+  void SetAddress(const std::string& url);
+  // The whole link; empty without an address.
+  [[nodiscard]] std::string Link(const std::string& code);
   struct TLogin {
     int Status = 200;       // else 401 or 429, with Problem
     std::string SetCookie;  // the header's value
@@ -108,6 +112,7 @@ class TAccess {
   TCriticalSection FLock;
   TTokenCheck FCheck IXO_GUARDED_BY(FLock);
   TConsoleCodes FCodes IXO_GUARDED_BY(FLock);
+  std::string FAddress IXO_GUARDED_BY(FLock);
   TWrongTries FWrong IXO_GUARDED_BY(FLock);
 };
 

@@ -46,14 +46,21 @@ bool IsThere(int handle, const std::string& path) {
          held.st_ino == named.st_ino;
 }
 
-// The process that wrote its number into the lock file; 0 when none is there, or it is no more.
-pid_t HolderOf(int handle) {
-  char text[32];
+// Who wrote itself into the lock file: the process number, 0 when none is there or it is no more, and its note.
+TLockHolder HolderOf(int handle) {
+  char text[512];
   const auto size = ::pread(handle, text, sizeof text, 0);
-  const auto pid =
-      ParseNumber<std::int32_t>(std::string_view(text, static_cast<std::size_t>(std::max<::ssize_t>(size, 0))));
-  if (!pid || *pid <= 0 || (::kill(*pid, 0) != 0 && errno == ESRCH)) return 0;
-  return *pid;
+  std::string_view rest(text, static_cast<std::size_t>(std::max<::ssize_t>(size, 0)));
+  const auto pid = ParseNumber<std::int32_t>(rest.substr(0, rest.find('\n')));
+  if (!pid || *pid <= 0 || (::kill(*pid, 0) != 0 && errno == ESRCH)) return {};
+  rest.remove_prefix(std::min(rest.find('\n'), rest.size() - 1) + 1);
+  return {*pid, std::string(rest.substr(0, rest.find('\n')))};
+}
+
+std::string HolderText(const TLockHolder& holder) {
+  if (holder.Process == 0) return Tr("another process");
+  const std::string process = Format(Tr("process %d"), static_cast<int>(holder.Process));
+  return holder.Note.empty() ? process : process + ", " + holder.Note;
 }
 
 TProblem Impossible(const std::string& file, std::string why) {
@@ -86,14 +93,32 @@ TLockState TFileLock::Take(const std::string& file, std::uint32_t waitMs) {
     error = EWOULDBLOCK;
   }
   if (error == EWOULDBLOCK) {
-    const pid_t holder = FHandle >= 0 ? HolderOf(FHandle) : 0;
-    return Fail(lsBusy, file, holder > 0 ? Format(Tr("process %d"), static_cast<int>(holder)) : Tr("another process"));
+    return Fail(lsBusy, file, HolderText(FHandle >= 0 ? HolderOf(FHandle) : TLockHolder()));
   }
   if (error != 0) return Fail(lsImpossible, file, SystemErrorText(error));
-  // The number is for those who are refused; without it they are told of Tr("another process").
-  const std::string pid = ValueText(static_cast<std::int32_t>(::getpid())) + "\n";
-  if (::ftruncate(FHandle, 0) == 0) (void)!::pwrite(FHandle, pid.data(), pid.size(), 0);
-  return FState = lsHeld;
+  FState = lsHeld;
+  Note({});
+  return FState;
+}
+
+void TFileLock::Note(std::string_view note) {
+  if (!Held()) return;
+  // For those who are refused; without it they are told of Tr("another process").
+  const std::string text = ValueText(static_cast<std::int32_t>(::getpid())) + "\n" +
+                           (note.empty() ? std::string() : std::string(note) + "\n");
+  if (::ftruncate(FHandle, 0) == 0) (void)!::pwrite(FHandle, text.data(), text.size(), 0);
+}
+
+std::optional<TLockHolder> TFileLock::Holder(const std::string& file) {
+  const int handle = ::open((file + ".lock").c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+  if (handle < 0) return std::nullopt;
+  int result = 0;
+  do result = ::flock(handle, LOCK_SH | LOCK_NB);
+  while (result != 0 && errno == EINTR);
+  std::optional<TLockHolder> holder;
+  if (result != 0 && errno == EWOULDBLOCK) holder = HolderOf(handle);
+  ::close(handle);
+  return holder;
 }
 
 TResult<> TFileLock::IsPossible(const std::string& file) {

@@ -4,7 +4,9 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <string_view>
 
 #include "ixocamglue/support/Problem.h"
 
@@ -21,6 +23,11 @@ using enum TLockState;
 // What other programs wait for a file that is being changed; a state thread never waits.
 inline constexpr std::uint32_t kFileLockWaitMs = 2000;
 
+struct TLockHolder {
+  std::int32_t Process = 0;  // 0: not known
+  std::string Note;          // what it says of itself
+};
+
 class TFileLock {
  public:
   TFileLock() = default;
@@ -32,6 +39,11 @@ class TFileLock {
   TLockState Take(const std::string& file, std::uint32_t waitMs);
   // Whether its folder is one in which a lock can be made.
   static TResult<> IsPossible(const std::string& file);
+  // Who has it at this moment; none: nobody. Takes nothing from anybody and makes no file; who takes the lock at the
+  // same moment, without waiting, may be refused.
+  [[nodiscard]] static std::optional<TLockHolder> Holder(const std::string& file);
+  // While it is held: what others are told of the holder beside its process number, in one line.
+  void Note(std::string_view note);
   void Release();
   [[nodiscard]] TLockState State() const { return FState; }
   [[nodiscard]] bool Held() const { return FState == lsHeld; }

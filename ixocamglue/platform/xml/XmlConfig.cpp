@@ -91,6 +91,11 @@ TLockState TXmlConfig::Hold(const std::filesystem::path& file, std::uint32_t wai
   return FHeld.Take(Resolved(file), waitMs);
 }
 
+void TXmlConfig::NoteHold(std::string_view note) {
+  TGuard saving(FSaving);
+  FHeld.Note(note);
+}
+
 TResult<> TXmlConfig::CanHold(const std::filesystem::path& file) { return TFileLock::IsPossible(Resolved(file)); }
 
 TResult<> TXmlConfig::LockForSave(TFileLock& lock) const {

@@ -46,6 +46,8 @@ class TXmlConfig : public TXmlSubConfig {
   // Whether it could be held at all; for who saves nothing. A file is replaced in one step: who reads needs no lock.
   static TResult<> CanHold(const std::filesystem::path& file);
   [[nodiscard]] const TProblem& HoldProblem() const { return FHeld.Problem(); }
+  // What those are told who are refused, beside the process number.
+  void NoteHold(std::string_view note);
 
   // With a value the file holds the present values; the value is what could not be made sure of (the flush of the
   // folder), mostly empty. It and a problem are logged too. Any thread; callers take turns.

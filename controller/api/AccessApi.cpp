@@ -1,0 +1,147 @@
+// Tokens, the console's links and sessions, and the lease of control.
+#include "controller/api/Api.h"
+#include "controller/service/RealTime.h"
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
+
+namespace ixocontroller {
+namespace {
+
+using TJson = nlohmann::ordered_json;
+
+constexpr std::uint32_t kTokenWaitMs = 100;  // for a command that changes the tokens at this moment
+
+// A member of the body that is a text; a problem where it is missing or something else.
+TResult<std::string> BodyText(const TApiRequest& request, const char* key) {
+  if (request.Body.is_object())
+    if (const auto found = request.Body.find(key); found != request.Body.end() && found->is_string())
+      return found->get<std::string>();
+  return TProblem{.What = Format(Tr("\"%s\" is missing: a text"), key)};
+}
+
+TApiReply Refused(const TProblem& problem) { return Fail(409, problem); }
+
+std::optional<TApiReply> MayManageTokens(const TAsker& who) {
+  if (who.Owner || who.Role >= roService) return std::nullopt;
+  return Fail(403, {.What = Tr("tokens are managed by the controller's own user, or with the role service"),
+                    .Why = Format(Tr("%s has the role %s"), who.Name.c_str(), RoleWord(who.Role)),
+                    .Remedy = Tr("use \"ixocut token\" on the controller's machine")});
+}
+
+TApiReply ListTokens(TService& service, const TApiRequest& request) {
+  if (auto refused = MayManageTokens(request.Who)) return *refused;
+  const auto tokens = service.Access().Tokens().List();
+  if (!tokens) return Fail(503, tokens.Problem());
+  TApiReply reply;
+  reply.Body["tokens"] = TJson::array();
+  for (const TToken& token : *tokens)
+    reply.Body["tokens"].push_back({{"name", token.Name}, {"role", RoleWord(token.Role)}, {"created", token.Created}});
+  return reply;
+}
+
+TApiReply AddToken(TService& service, const TApiRequest& request) {
+  if (auto refused = MayManageTokens(request.Who)) return *refused;
+  const auto name = BodyText(request, "name");
+  if (!name) return Fail(400, name.Problem());
+  const auto word = BodyText(request, "role");
+  if (!word) return Fail(400, word.Problem());
+  const auto role = RoleOf(*word);
+  if (!role) return Fail(400, role.Problem());
+  const auto token = service.Access().Tokens().Add(*name, *role, kTokenWaitMs);
+  if (!token) return Refused(token.Problem());
+  TApiReply reply;
+  reply.Status = 201;
+  reply.Body = {{"name", *name}, {"role", RoleWord(*role)}, {"token", *token}};
+  return reply;
+}
+
+TApiReply RevokeToken(TService& service, const TApiRequest& request) {
+  if (auto refused = MayManageTokens(request.Who)) return *refused;
+  const std::string& name = request.Params.at("name");
+  if (const auto revoked = service.Access().Tokens().Revoke(name, kTokenWaitMs); !revoked)
+    return Refused(revoked.Problem());
+  TApiReply reply;
+  reply.Body["name"] = name;
+  return reply;
+}
+
+TApiReply MakeCode(TService& service, const TApiRequest& request) {
+  TRole role = std::min(request.Who.Role, roOperator);
+  if (request.Body.is_object() && request.Body.contains("role")) {
+    const auto word = BodyText(request, "role");
+    const auto asked = word ? RoleOf(*word) : TResult<TRole>(word.Problem());
+    if (!asked) return Fail(400, asked.Problem());
+    role = *asked;
+  }
+  if (role > request.Who.Role && !request.Who.Owner)
+    return Fail(403, {.What = Format(Tr("a link has at most the role %s"), RoleWord(request.Who.Role))});
+  const std::string code = service.Access().MakeCode(role);
+  TApiReply reply;
+  reply.Status = 201;
+  reply.Body = {{"code", code},
+                {"role", RoleWord(role)},
+                {"seconds", TConsoleCodes::kCodeMs / 1000},
+                {"link", service.Access().Link(code)}};
+  return reply;
+}
+
+TApiReply OpenSession(TService& service, const TApiRequest& request) {
+  const auto code = BodyText(request, "code");
+  if (!code) return Fail(400, code.Problem());
+  TAccess::TLogin login = service.Access().Exchange(request.Who, *code);
+  TApiReply reply = login.Status == 200 ? TApiReply() : Fail(login.Status, login.Problem);
+  reply.RetryAfterS = login.RetryAfterS;
+  if (login.Status != 200) return reply;
+  reply.SetCookie = std::move(login.SetCookie);
+  reply.Body = {{"name", "console " + std::to_string(login.Session.Number)}, {"role", RoleWord(login.Session.Role)}};
+  return reply;
+}
+
+// --- the lease ---
+
+TApiReply LeaseReply(TLease& lease, const std::string& id) {
+  const std::uint64_t now = RealMs();
+  TApiReply reply;
+  reply.Body = {{"lease", id},
+                {"holder", lease.Holder() ? TJson(lease.Holder()->Name) : TJson()},
+                {"leftMs", lease.LeftMs(now)},
+                {"serverMs", now}};
+  return reply;
+}
+
+TApiReply TakeLease(TService& service, const TApiRequest& request) {
+  bool takeOver = false;
+  if (request.Body.is_object() && request.Body.contains("takeOver")) {
+    if (!request.Body["takeOver"].is_boolean())
+      return Fail(400, {.What = Format(Tr("\"%s\" is neither true nor false"), "takeOver")});
+    takeOver = request.Body["takeOver"].get<bool>();
+  }
+  const auto id = service.Lease().Take(request.Who, request.Lease, takeOver, RealMs());
+  return id ? LeaseReply(service.Lease(), *id) : Refused(id.Problem());
+}
+
+TApiReply RenewLease(TService& service, const TApiRequest& request) {
+  return LeaseReply(service.Lease(), request.Lease);
+}
+
+TApiReply GiveLeaseBack(TService& service, const TApiRequest& request) {
+  if (const auto given = service.Lease().GiveBack(request.Lease, RealMs()); !given) return Refused(given.Problem());
+  return LeaseReply(service.Lease(), {});
+}
+
+constexpr TApiRoute kAccessRoutes[] = {
+    {"GET", "/api/v1/tokens", roOperator, false, true, &ListTokens, "The tokens' names and roles"},
+    {"POST", "/api/v1/tokens", roOperator, false, true, &AddToken, "Make a token, which is shown once"},
+    {"DELETE", "/api/v1/tokens/{name}", roOperator, false, true, &RevokeToken, "End a token"},
+    {"POST", "/api/v1/session/code", roOperator, false, false, &MakeCode, "Make a link to the console, good once"},
+    {"POST", "/api/v1/session", roNone, false, false, &OpenSession, "Exchange a link's code for a session"},
+    {"POST", "/api/v1/lease", roOperator, false, true, &TakeLease, "Take the lease of control, or take it over"},
+    {"POST", "/api/v1/lease/heartbeat", roOperator, true, true, &RenewLease, "Renew the lease"},
+    {"DELETE", "/api/v1/lease", roOperator, true, true, &GiveLeaseBack, "Give the lease back"},
+};
+
+}  // namespace
+
+std::span<const TApiRoute> AccessRoutes() { return kAccessRoutes; }
+
+}  // namespace ixocontroller
