@@ -101,6 +101,7 @@ struct TController::TParts {
   TLatchAlarm LatchAlarm;
   std::optional<TAlarmPackage> Alarms;
   std::optional<TKeyCommands> Keys;
+  TGasDescents Descents{Registry};
   std::unique_ptr<IMachine> Machine;
   std::optional<TSupervisor> Supervisor;
   std::optional<TThreadWatch> Threads;
@@ -249,6 +250,7 @@ TWindowTable& TController::Windows() { return FParts->Windows; }
 TNcSysInts& TController::SysInts() { return FParts->SysInts; }
 TJogSections& TController::Jog() { return FParts->Jog; }
 TLibrary& TController::Library() { return *FParts->Library; }
+TGasDescents& TController::Descents() { return FParts->Descents; }
 TAlarmStore* TController::AlarmStore() { return FParts->Alarms->Store(); }
 bool TController::AlarmsSettled() { return FParts->Alarms->Settled(); }
 TSupervisor* TController::Supervisor() { return FParts->Supervisor ? &*FParts->Supervisor : nullptr; }

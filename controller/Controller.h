@@ -38,6 +38,8 @@ class TAlarmStore;
 
 namespace ixocontroller {
 
+class TGasDescents;
+
 struct TControllerOptions {
   std::vector<TMachineFactory> Machines;  // what the machine file may name; at least one
   std::filesystem::path MachineFile;      // empty: every value has its default
@@ -119,6 +121,7 @@ class TController {
   [[nodiscard]] TNcSysInts& SysInts();
   [[nodiscard]] TJogSections& Jog();
   [[nodiscard]] TLibrary& Library();
+  [[nodiscard]] TGasDescents& Descents();   // controller/gas/GasDescent.h
   [[nodiscard]] TAlarmStore* AlarmStore();  // null without AlarmDb
   // True when no alarm event is on its way to a consumer or to the store.
   [[nodiscard]] bool AlarmsSettled();

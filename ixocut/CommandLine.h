@@ -70,9 +70,6 @@ void AddLanguageOption(CLI::App& command, std::string& language);
 void AddSeedOption(CLI::App& command, std::uint64_t& seed);
 void AddMachineOptions(CLI::App& command, std::optional<std::filesystem::path>& machine,
                        std::optional<std::filesystem::path>& state);
-// Empty when `text` is a whole number from `lowest` to `highest`, else what is wrong with it.
-[[nodiscard]] std::string CheckNumber(const std::string& text, std::uint64_t lowest, std::uint64_t highest,
-                                      const char* unit);
 // An option whose value is a whole number from `lowest` to `highest`.
 CLI::Option* AddNumberOption(CLI::App& command, const std::string& name, std::uint64_t& value, std::uint64_t lowest,
                              std::uint64_t highest, const char* unit, const std::string& description);

@@ -64,8 +64,8 @@ struct TGasResult {
 
 class TGasCalibration {
  public:
-  // The controller outlives it. Main thread, before the state's loop runs. `keep`: a bad verdict is stored all the
-  // same.
+  // The controller outlives it; made, started and ended on one thread, while no calibration runs. `keep`: a bad verdict
+  // is stored all the same.
   TGasCalibration(TController& controller, std::vector<std::int32_t> gases, TGasNozzle nozzle, bool keep = false);
   ~TGasCalibration();
   TGasCalibration(const TGasCalibration&) = delete;
@@ -92,8 +92,8 @@ class TGasCalibration {
   bool GetMsg(std::string& text) { return FModel.GetMsg(text); }
   [[nodiscard]] double Progress() const { return FModel.GetProgess(); }
 
-  // After the end, and after the state's thread has ended where there is one: takes the points measured downwards, and
-  // gives every gas its final verdict.
+  // After the end, when the state thread is done with it: takes the points measured downwards, and gives every gas its
+  // final verdict.
   void Conclude(std::int32_t gas, std::vector<TGasPoint> downwards);
   void Conclude();
   [[nodiscard]] TGasRecording Recording() const;

@@ -112,19 +112,17 @@ class TGasDescentState final : public TNcStateCtrl {
 
 }  // namespace
 
-TGasDescentRun::TGasDescentRun() {
-  if (TNcRegistry* const registry = NcRegistry())
-    registry->RegisterStateCtrl(nsGasDescent,
-                                [descents = FDescents](TNcStateFramework& owner) -> std::unique_ptr<TNcStateCtrl> {
-                                  return std::make_unique<TGasDescentState>(owner, descents);
-                                });
+TGasDescents::TGasDescents(TNcRegistry& registry) : FRegistry(registry) {
+  FRegistry.RegisterStateCtrl(nsGasDescent,
+                              [descents = FDescents](TNcStateFramework& owner) -> std::unique_ptr<TNcStateCtrl> {
+                                return std::make_unique<TGasDescentState>(owner, descents);
+                              });
 }
 
-TGasDescentRun::~TGasDescentRun() {
-  if (TNcRegistry* const registry = NcRegistry()) registry->UnregisterStateCtrl(nsGasDescent);
-}
+TGasDescents::~TGasDescents() { FRegistry.UnregisterStateCtrl(nsGasDescent); }
 
-bool TGasDescentRun::Start(TNcStateFramework& framework, const std::vector<TGasResult>& results) {
+bool TGasDescents::Start(TNcStateFramework& framework, const std::vector<TGasResult>& results) {
+  FDescents->clear();
   for (const TGasResult& result : results) {
     TGasDescent descent;
     descent.Gas = result.Gas;

@@ -18,21 +18,23 @@ struct TGasDescent {
   std::vector<TGasPoint> Points;
 };
 
-// Registers the machine state; at most one at a time, destroyed before the controller and after the state's loop.
-class TGasDescentRun {
+// The controller's own: registers the machine state while no loop runs, and is used for one pass after the other.
+class TGasDescents {
  public:
-  TGasDescentRun();
-  ~TGasDescentRun();
-  TGasDescentRun(const TGasDescentRun&) = delete;
-  TGasDescentRun& operator=(const TGasDescentRun&) = delete;
+  explicit TGasDescents(TNcRegistry& registry);
+  ~TGasDescents();
+  TGasDescents(const TGasDescents&) = delete;
+  TGasDescents& operator=(const TGasDescents&) = delete;
 
-  // Of each gas whose points settled: its voltages, the highest first. False when there are none.
+  // Of each gas whose points settled: its voltages, the highest first. False when there are none, or the state is not
+  // taken. While none runs.
   [[nodiscard]] bool Start(TNcStateFramework& framework, const std::vector<TGasResult>& results);
-  // After the end.
-  [[nodiscard]] const std::vector<TGasDescent>& Descents() const { return *FDescents; }
+  // After the end: those of the last start.
+  [[nodiscard]] const std::vector<TGasDescent>& Items() const { return *FDescents; }
 
  private:
-  std::shared_ptr<std::vector<TGasDescent>> FDescents = std::make_shared<std::vector<TGasDescent>>();
+  TNcRegistry& FRegistry;
+  const std::shared_ptr<std::vector<TGasDescent>> FDescents = std::make_shared<std::vector<TGasDescent>>();
 };
 
 }  // namespace ixocontroller

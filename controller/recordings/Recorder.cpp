@@ -39,7 +39,8 @@ std::vector<TMonitorSignalKey> AllSignals() {
   return keys;
 }
 
-std::vector<TMonitorSignalKey> ParseSignals(const std::string& list) {
+TResult<std::vector<TMonitorSignalKey>> ParseSignals(const std::string& list) {
+  if (list.empty()) return AllSignals();
   std::vector<TMonitorSignalKey> keys;
   for (std::size_t at = 0; at <= list.size();) {
     const std::size_t end = std::min(list.find(',', at), list.size());
@@ -48,16 +49,16 @@ std::vector<TMonitorSignalKey> ParseSignals(const std::string& list) {
     const std::size_t dot = word.find('.');
     const TMonitorSignal* const signal = FindMonitorSignal(std::string_view(word).substr(0, dot));
     if (!signal)
-      throw EProblem(pbRequest, Format(Tr("--signals: \"%s\" is no signal; the signals are: %s"), word.c_str(),
-                                       SignalNames().c_str()));
+      return TProblem{.What = Format(Tr("\"%s\" is no signal"), word.c_str()),
+                      .Remedy = Format(Tr("the signals are: %s"), SignalNames().c_str())};
     if (dot == std::string::npos) {
       AddAllAxes(keys, *signal);
       continue;
     }
     const auto axis = ParseExactly<std::uint16_t>(std::string_view(word).substr(dot + 1)).value_or(0);
     if (!signal->PerAxis || axis < 1 || axis > kRecordedAxes)
-      throw EProblem(pbRequest, Format("--signals: \"%s\": %s", word.c_str(),
-                                       signal->PerAxis ? Tr("the axes are 1 to 4") : Tr("this signal has no axes")));
+      return TProblem{.What = Format("\"%s\": %s", word.c_str(),
+                                     signal->PerAxis ? Tr("the axes are 1 to 4") : Tr("this signal has no axes"))};
     AddSignal(keys, *signal, axis);
   }
   return keys;

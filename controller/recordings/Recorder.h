@@ -9,6 +9,7 @@
 #include "ixocamglue/monitor/Umonitorsignals.h"
 #include "ixocamglue/monitor/Umonitorwriter.h"
 #include "ixocamglue/platform/Machine.h"
+#include "ixocamglue/support/Problem.h"
 
 namespace ixocontroller {
 using namespace ixocamglue;
@@ -17,8 +18,8 @@ inline constexpr std::uint16_t kRecordedAxes = 4;  // X, Y, Z, Focus
 
 // Every signal that can be recorded.
 [[nodiscard]] std::vector<TMonitorSignalKey> AllSignals();
-// "position,laser,speed.2": a name alone means all axes. Throws EProblem for a name that no signal has.
-[[nodiscard]] std::vector<TMonitorSignalKey> ParseSignals(const std::string& list);
+// "position,laser,speed.2": a name alone means all axes, nothing every signal. A problem for a name that no signal has.
+[[nodiscard]] TResult<std::vector<TMonitorSignalKey>> ParseSignals(const std::string& list);
 
 class TRecorder {
  public:

@@ -129,4 +129,8 @@ template <class Value>
   }
 }
 
+// Empty when `text` is a whole number from `lowest` to `highest`, else what is wrong with it. `unit` may be "".
+[[nodiscard]] std::string CheckNumber(const std::string& text, std::uint64_t lowest, std::uint64_t highest,
+                                      const char* unit);
+
 }  // namespace ixocamglue

@@ -1,19 +1,17 @@
 // `ixocut gas calibrate`.
 #include <algorithm>
-#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <optional>
-#include <set>
 #include <unistd.h>
+#include <utility>
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "controller/HostTexts.h"
 #include "controller/SignalStop.h"
-#include "controller/gas/GasCalibration.h"
-#include "controller/gas/GasDescent.h"
+#include "controller/gas/GasJob.h"
 #include "controller/gas/GasRecording.h"
 #include "controller/gas/GasTexts.h"
 #include "controller/procedures/ProcedureRun.h"
@@ -88,59 +86,6 @@ class TProgressBar {
   std::size_t FDrawn = 0;
 };
 
-const char* NameOf(TGasEnd end) {
-  switch (end) {
-    case TGasEnd::Unfinished: return "unfinished";
-    case TGasEnd::Skipped: return "skipped";
-    case TGasEnd::Failed: return "failed";
-    case TGasEnd::Restored: return "restored";
-    case TGasEnd::Unsaved: return "unsaved";
-    case TGasEnd::Stored: return "stored";
-  }
-  return "";
-}
-
-const TText& TextOf(TGasEnd end) {
-  switch (end) {
-    case TGasEnd::Skipped: return SGasSkipped;
-    case TGasEnd::Failed: return SGasFailed;
-    case TGasEnd::Restored: return SGasRestored;
-    case TGasEnd::Unsaved: return SGasUnsaved;
-    case TGasEnd::Stored: return SGasOk;
-    case TGasEnd::Unfinished: break;
-  }
-  return SGasUnfinished;
-}
-
-// The tables' file, when it cannot be read: the first save moves it aside, with the tables of all other nozzles.
-class TDamagedTables {
- public:
-  TDamagedTables() : FDamaged(!TGasCaliConfig().Load(GasCaliConfigFile(), mfDefaults)), FBefore(Aside()) {}
-
-  // What has become of it; empty when nothing has.
-  [[nodiscard]] std::string Text() const {
-    std::set<std::string> aside = FDamaged ? Aside() : std::set<std::string>();
-    for (const std::string& before : FBefore) aside.erase(before);
-    if (aside.empty()) return {};
-    return Format(Tr("%s could not be read and is now %s: the tables of other nozzles and gases are no longer in use; "
-                     "take them from there or from %s.bak"),
-                  GasCaliConfigFile().c_str(), aside.begin()->c_str(), GasCaliConfigFile().c_str());
-  }
-
- private:
-  static std::set<std::string> Aside() {
-    std::set<std::string> files;
-    std::error_code error;
-    const std::string start = GasCaliConfigFile().string() + ".broken";
-    for (const auto& file : std::filesystem::directory_iterator(GasCaliConfigFile().parent_path(), error))
-      if (file.path().string().starts_with(start)) files.insert(file.path().string());
-    return files;
-  }
-
-  const bool FDamaged;
-  const std::set<std::string> FBefore;
-};
-
 std::size_t Settled(const TGasResult& result) {
   return static_cast<std::size_t>(std::ranges::count_if(result.Points, &TGasPoint::Settled));
 }
@@ -158,31 +103,6 @@ std::vector<std::string> Table(const std::vector<TGasResult>& results) {
   return DrawTable(rows);
 }
 
-nlohmann::ordered_json JsonOf(const TGasResult& result) {
-  auto points = nlohmann::ordered_json::array();
-  for (const TGasPoint& point : result.Points)
-    if (point.Settled)
-      points.push_back({{"volt", point.Volt},
-                        {"bar", point.Press},
-                        {"atMs", point.AtMs},
-                        {"stableMs", point.StableMs},
-                        {"riseMs", point.RiseMs}});
-  auto curve = nlohmann::ordered_json::array();
-  for (const TDot& dot : result.Curve) curve.push_back({{"volt", dot.X}, {"bar", dot.Y}});
-  nlohmann::ordered_json json{{"gas", GasName(result.Gas)},
-                              {"result", NameOf(result.End)},
-                              {"durationMs", result.DurationMs},
-                              {"maxBar", result.MaxBar()},
-                              {"kneeVolt", nullptr},
-                              {"points", std::move(points)},
-                              {"curve", std::move(curve)},
-                              {"good", !result.Stopped && !result.Findings.empty() && !FirstBad(result.Findings)},
-                              {"findings", FindingsJson(result.Findings)}};
-  if (result.Knee) json["kneeVolt"] = *result.Knee;
-  if (!result.Why.empty()) json["why"] = result.Why;
-  return json;
-}
-
 class TCalibrate {
  public:
   TCalibrate(const TCalibrateOptions& options, TConsole& console)
@@ -190,144 +110,121 @@ class TCalibrate {
         FConsole(console),
         FBar(console, !options.Json),
         FController(options.Options(&console)),
-        FCalibration(FController, ParseGases(options.Gases), options.Nozzle, options.Keep) {
+        FJob(FController, Order(options), [this](std::uint64_t ms, const std::string& text) { Say(ms, text); }) {
     for (const std::string& fault : options.Faults) FController.Machine().Inject(fault);
-    GZemGasAdjustModel()->SetRefined(options.Method == "refined");
   }
 
   int Run();
 
  private:
-  template <class Running>
-  void Wait(Running running);
-  void Look();
+  static TGasOrder Order(const TCalibrateOptions& options) {
+    return {.Gases = AskedGases(options.Gases),
+            .Nozzle = options.Nozzle,
+            .Refined = options.Method == "refined",
+            .Keep = options.Keep,
+            .Descend = options.Descend};
+  }
+  void Wait();
+  bool Look();
   void Draw();
   void Write();
   void Print();
-  void Say(const std::string& text);
+  void Say(std::uint64_t ms, const std::string& text);
 
   const TCalibrateOptions& FOptions;
   TConsole& FConsole;
   TProgressBar FBar;
   std::optional<TSignalStop> FSignal;  // real time; until the controller has ended
   TController FController;
-  std::uint64_t FStartMs = 0;
-  TGasCalibration FCalibration;
-  TGasDescentRun FDescent;
-  nlohmann::ordered_json FMessages = nlohmann::ordered_json::array();
+  bool FDescending = false;
+  TGasJob FJob;
 };
 
-void TCalibrate::Say(const std::string& text) {
-  const std::uint64_t ms = Clock().MonotonicMs() - FStartMs;
+void TCalibrate::Say(std::uint64_t ms, const std::string& text) {
   FBar.Clear();
   FConsole.Say(Format("%8llu ms  %s", static_cast<unsigned long long>(ms), text.c_str()));
-  FMessages.push_back({{"ms", ms}, {"text", text}});
 }
 
-void TCalibrate::Look() {
-  for (std::string text; FCalibration.GetMsg(text);) Say(text);
-  FBar.Show(FCalibration.Progress(), FCalibration.Now(), Clock().MonotonicMs() - FStartMs);
+bool TCalibrate::Look() {
+  const bool goesOn = FJob.Round(Clock().MonotonicMs());
+  if (FJob.Descending() && !std::exchange(FDescending, true)) {
+    FBar.Clear();
+    FConsole.Say(SGasDescent.Get());
+  }
+  FBar.Show(FJob.Progress(), FJob.Now(), FJob.LastedMs());
+  return goesOn;
 }
 
-template <class Running>
-void TCalibrate::Wait(Running running) {
+void TCalibrate::Wait() {
   if (FController.VirtualClock()) {
-    while (running()) {
-      FController.RunPass();
-      Look();
-    }
+    do FController.RunPass();
+    while (Look());
   } else {
     // A state thread that hangs does not keep a signal from ending it.
     std::optional<std::uint64_t> signalledAt;
-    while (running() && !(signalledAt && Clock().MonotonicMs() >= *signalledAt + kSignalEndsWithinMs)) {
+    do {
+      if (signalledAt && Clock().MonotonicMs() >= *signalledAt + kSignalEndsWithinMs) break;
       Clock().Sleep(kLookEveryMs);
-      FCalibration.Watch(Clock().MonotonicMs());
       if (TSignalStop::Asked() && !signalledAt) {
         signalledAt = Clock().MonotonicMs();
-        FController.Framework().Stop();
+        FJob.Stop();
       }
-      Look();
-    }
+    } while (Look());
   }
-  Look();
   FBar.Clear();
 }
 
 void TCalibrate::Draw() {
-  DrawGasCalibration(FCalibration.Results(), FOptions.Nozzle, FOptions.Plot);
+  DrawGasCalibration(FJob.Calibration().Results(), FOptions.Nozzle, FOptions.Plot);
   FConsole.Say(FOptions.Plot);
 }
 
 void TCalibrate::Write() {
-  WriteGasRecording(FOptions.Record, FCalibration.Recording());
+  WriteGasRecording(FOptions.Record, FJob.Calibration().Recording());
   FConsole.Say(FOptions.Record);
 }
 
 void TCalibrate::Print() {
-  auto gases = nlohmann::ordered_json::array();
-  for (const TGasResult& result : FCalibration.Results()) gases.push_back(JsonOf(result));
-  std::optional<TProblem> problem;
-  if (!FCalibration.Success()) problem = {.What = Tr("not every gas was calibrated")};
-  if (problem)
-    for (const TGasResult& result : FCalibration.Results())
-      if (problem->Why.empty()) problem->Why = result.Why;
-  FConsole.Print("gas calibrate",
-                 {{"nozzle", FOptions.Nozzle.Type},
-                  {"size", FOptions.Nozzle.Size},
-                  {"method", FOptions.Method},
-                  {"seed", FOptions.Seed},
-                  {"completed", FCalibration.Completed()},
-                  {"success", FCalibration.Success()},
-                  {"gases", std::move(gases)},
-                  {"messages", FMessages},
-                  {"log", FConsole.Log()}},
-                 problem);
+  nlohmann::ordered_json result = FJob.Json();
+  result["seed"] = FOptions.Seed;
+  result["log"] = FConsole.Log();
+  FConsole.Print("gas calibrate", result, FJob.Problem());
 }
 
 int TCalibrate::Run() {
-  FStartMs = Clock().MonotonicMs();
-  FConsole.SetStart(FStartMs);
-  const TDamagedTables damaged;
+  FConsole.SetStart(Clock().MonotonicMs());
   for (const std::string& notice : FController.Notices()) LogMsg(lkWarning, 0, notice, "TPHost");
   if (!FController.VirtualClock()) {
     FSignal.emplace();
     FController.StartThreads();
   }
   WaitForStandby(FController);
+  const std::vector<TGasResult>& results = FJob.Calibration().Results();
   std::string names;
-  for (const TGasResult& result : FCalibration.Results()) names += (names.empty() ? "" : ", ") + GasDesc(result.Gas);
+  for (const TGasResult& result : results) names += (names.empty() ? "" : ", ") + GasDesc(result.Gas);
   FConsole.Say(Show(SGasTitle, names.c_str(), FOptions.Nozzle.Type.c_str(), ValueText(FOptions.Nozzle.Size).c_str()));
-  for (const TGasResult& result : FCalibration.Results())
-    if (result.End == TGasEnd::Skipped) Say(result.Why);
-  if (std::string reason; !FCalibration.Start(reason)) throw EProblem(pbUnusable, reason);
-  Wait([&] { return FCalibration.Running(); });
-  if (FOptions.Descend && FCalibration.Completed() && FDescent.Start(FController.Framework(), FCalibration.Results())) {
-    FConsole.Say(SGasDescent.Get());
-    Wait([&] { return FController.Running(); });
-  }
-  FController.StopThreads();  // what was measured is the state thread's until then
-  for (const TGasDescent& descent : FDescent.Descents()) FCalibration.Conclude(descent.Gas, descent.Points);
-  FCalibration.Conclude();
-  Look();
+  FJob.Start().OrThrow(pbUnusable);
+  Wait();
+  FController.StopThreads();  // where the state thread hangs, what was measured is still its own
+  FJob.Conclude();
 
   FConsole.Say("");
-  for (const std::string& line : Table(FCalibration.Results())) FConsole.Say(line);
-  for (const TGasResult& result : FCalibration.Results()) {
+  for (const std::string& line : Table(results)) FConsole.Say(line);
+  for (const TGasResult& result : results) {
     if (result.Findings.empty()) continue;
     FConsole.Say(Show(SGasVerdict, GasDesc(result.Gas).c_str()));
     for (const std::string& line : FindingLines(result.Findings)) FConsole.Say(line);
   }
-  if (!FCalibration.Completed()) FConsole.Say(SGasKeptFile.Get());
-  if (const std::string text = damaged.Text(); !text.empty()) Say(text);
+  if (!FJob.Calibration().Completed()) FConsole.Say(SGasKeptFile.Get());
   if (!FOptions.Plot.empty()) Draw();
   if (!FOptions.Record.empty()) Write();
   Print();
-  if (FCalibration.Unsaved()) return kExitUnusable;
-  return FCalibration.Success() ? kExitSuccess : kExitOtherwise;
+  if (FJob.Calibration().Unsaved()) return kExitUnusable;
+  return FJob.Calibration().Success() ? kExitSuccess : kExitOtherwise;
 }
 
 int RunCalibrate(const TCalibrateOptions& options, std::ostream& out) {
-  (void)ParseGases(options.Gases);  // judged before anything is opened
+  (void)AskedGases(options.Gases);  // judged before anything is opened
   if (!options.Plot.empty()) {
     CheckPlotName("--plot", options.Plot);
     CheckOutputFile("--plot", options.Plot, [](std::string_view head) { return head.find("<svg") != head.npos; });

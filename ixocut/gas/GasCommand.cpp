@@ -1,10 +1,8 @@
 #include "ixocut/gas/GasCommand.h"
 
 #include <algorithm>
-#include <iterator>
 
 #include <CLI/CLI.hpp>
-#include <nlohmann/json.hpp>
 
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
@@ -17,46 +15,20 @@ namespace {
 constexpr TAddCommand kGasCommands[] = {AddGasCalibrateCommand, AddGasTableCommands, AddGasPressureCommand,
                                         AddGasVerdictCommand, AddGasStudyCommand};
 
-constexpr double kLargestNozzleMm = 100.0;
-
 }  // namespace
 
-std::vector<std::int32_t> ParseGases(std::string_view text) {
-  std::vector<std::int32_t> gases;
+std::vector<std::int32_t> AskedGases(const std::string& text) {
+  std::vector<std::string> names;
   for (std::size_t from = 0; from <= text.size();) {
     const std::size_t comma = std::min(text.find(',', from), text.size());
-    const std::string name(TrimXml(text.substr(from, comma - from)));
-    const std::int32_t gas = AskedGasType(name);
-    if (gas < 0)
-      throw EProblem(
-          pbRequest,
-          {.What = Format(Tr("\"%s\" is no gas"), name.c_str()), .Where = "--gas", .Why = {}, .Remedy = Tr(kGasHelp)});
-    if (std::ranges::find(gases, gas) != gases.end())
-      throw EProblem(pbRequest, TProblem{.What = Format(Tr("%s is there twice"), name.c_str()), .Where = "--gas"});
-    gases.push_back(gas);
+    names.emplace_back(TrimXml(std::string_view(text).substr(from, comma - from)));
     from = comma + 1;
   }
-  return gases;
-}
-
-std::string ShownGas(std::int32_t gasType) {
-  static constexpr const TText* kNames[] = {&SGasAir, &SGasO2, &SGasN2, &SGasHAir, &SGasHO2, &SGasHN2};
-  const TGasTypeDic* const gases = GasTypeDic();  // none without a machine file
-  if (const std::int32_t index = gases ? gases->IndexOfValue(gasType) : -1; index >= 0) return gases->GetDesc(index);
-  const auto row = static_cast<std::size_t>(gasType) - 1;
-  return row < std::size(kNames) ? kNames[row]->Get() : GasName(gasType);
-}
-
-nlohmann::ordered_json FindingsJson(const std::vector<ixocontroller::TGasFinding>& findings) {
-  auto json = nlohmann::ordered_json::array();
-  for (const auto& finding : findings)
-    json.push_back({{"kind", finding.Kind},
-                    {"bad", finding.Bad},
-                    {"doubt", finding.Doubt},
-                    {"figure", finding.Figure},
-                    {"unit", finding.Unit},
-                    {"text", finding.Sentence}});
-  return json;
+  TResult<std::vector<std::int32_t>> gases = ParseGases(names);
+  if (gases) return *std::move(gases);
+  TProblem problem = gases.Problem();
+  problem.Where = "--gas";
+  throw EProblem(pbRequest, std::move(problem));
 }
 
 void AddNozzleOptions(CLI::App& command, std::string& nozzle, double& size, bool required) {

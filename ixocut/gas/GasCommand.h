@@ -4,16 +4,13 @@
 
 #include <cstdint>
 #include <string>
-#include <string_view>
 #include <vector>
 
-#include <nlohmann/json_fwd.hpp>
-
-#include "controller/gas/GasVerdict.h"
-#include "ixocamglue/config/Libmachinecfg.h"
+#include "controller/gas/GasReport.h"
 #include "ixocut/CommandLine.h"
 
 namespace ixocut {
+using namespace ixocontroller;
 
 void AddGasCalibrateCommand(CLI::App& gas, TCommandRun& run);
 void AddGasTableCommands(CLI::App& gas, TCommandRun& run);  // load, show, diff
@@ -24,13 +21,7 @@ void AddGasStudyCommand(CLI::App& gas, TCommandRun& run);
 // --- options that the sub-commands share ---
 
 // "Air,O2" or "1,2" as gas types, each once and known; throws EProblem for the command line.
-[[nodiscard]] std::vector<std::int32_t> ParseGases(std::string_view text);
-// "Oxygen", as the machine or the language calls it; for text only.
-[[nodiscard]] std::string ShownGas(std::int32_t gasType);
-// "Air"; "?" for a number that is no gas type. For JSON and what people type.
-[[nodiscard]] inline const char* GasName(std::int32_t gasType) { return GasTypeName(gasType); }
-[[nodiscard]] nlohmann::ordered_json FindingsJson(const std::vector<ixocontroller::TGasFinding>& findings);
+[[nodiscard]] std::vector<std::int32_t> AskedGases(const std::string& text);
 void AddNozzleOptions(CLI::App& command, std::string& nozzle, double& size, bool required);
-inline constexpr const char* kGasHelp = TrMark("Air, O2, N2, H-Air, H-O2 or H-N2, or its number from 1");
 
 }  // namespace ixocut

@@ -63,7 +63,7 @@ TReached Reach(TController& session, std::int32_t branch, double bar) {
 }
 
 int RunPressure(const TPressureOptions& options, std::ostream& out) {
-  const std::vector<std::int32_t> gases = ParseGases(options.Gas);
+  const std::vector<std::int32_t> gases = AskedGases(options.Gas);
   if (gases.size() != 1) throw EProblem(pbRequest, TProblem{.What = Tr("one gas at a time"), .Where = "--gas"});
   const std::int32_t gas = gases.front();
   const std::string name = ShownGas(gas);

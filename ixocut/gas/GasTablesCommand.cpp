@@ -20,10 +20,7 @@
 #include "ixocut/gas/GasCommand.h"
 
 namespace ixocut {
-using namespace ixocontroller;
 namespace {
-
-constexpr std::int32_t kTableGases[] = {1, 2, 3};
 
 struct TTablesOptions : TControllerSettings {
   std::string Gases;
@@ -60,21 +57,9 @@ class TTables {
   TResult<> FRead;
 };
 
-std::vector<TDot> DotsOf(const TDAAdjustTable& table) {
-  std::vector<TDot> dots;
-  for (std::int32_t i = 0; i < table.GetCount(); ++i) dots.push_back({table.GetItem(i)->Volt, table.GetItem(i)->Press});
-  return dots;
-}
-
-nlohmann::ordered_json JsonOf(const std::vector<TDot>& dots) {
-  auto json = nlohmann::ordered_json::array();
-  for (const TDot& dot : dots) json.push_back({{"volt", dot.X}, {"bar", dot.Y}});
-  return json;
-}
-
 std::vector<std::int32_t> GasesOf(const TTablesOptions& options) {
   if (options.Gases.empty()) return {std::begin(kTableGases), std::end(kTableGases)};
-  auto gases = ParseGases(options.Gases);
+  auto gases = AskedGases(options.Gases);
   for (const std::int32_t gas : gases)
     if (std::ranges::find(kTableGases, gas) == std::end(kTableGases))
       throw EProblem(pbRequest,
@@ -89,21 +74,14 @@ int RunShow(const TTablesOptions& options, std::ostream& out) {
   TTables tables(options, console);
   tables.RequireRead();
   auto json = nlohmann::ordered_json::array();
-  for (const std::int32_t gas : gases) {
-    for (const auto& item : tables.Stored().GetGasConfig(gas)->Items()) {
-      if (!options.Nozzle.empty() && item->NozzType != options.Nozzle) continue;
-      if (options.Size > 0.0 && std::abs(item->NozzSize - options.Size) > 1e-12) continue;
-      const auto dots = DotsOf(item->DAAdjustTable);
-      json.push_back({{"gas", GasName(gas)},
-                      {"nozzle", item->NozzType},
-                      {"size", item->NozzSize},
-                      {"record", item->RecordData},
-                      {"points", JsonOf(dots)}});
-      console.Say(Format(Tr("%s %s %s mm: %zu points%s%s"), ShownGas(gas).c_str(), item->NozzType.c_str(),
-                         ValueText(item->NozzSize).c_str(), dots.size(), item->RecordData.empty() ? "" : ", ",
-                         item->RecordData.c_str()));
-      for (const TDot& dot : dots) console.Say("  " + AdjustPointText(dot.X, dot.Y));
-    }
+  for (const TStoredTable& table : StoredTables(tables.Stored(), gases, options.Nozzle, options.Size)) {
+    const TGasCaliItem& item = *table.Item;
+    const auto dots = DotsOf(item.DAAdjustTable);
+    json.push_back(JsonOf(table));
+    console.Say(Format(Tr("%s %s %s mm: %zu points%s%s"), ShownGas(table.Gas).c_str(), item.NozzType.c_str(),
+                       ValueText(item.NozzSize).c_str(), dots.size(), item.RecordData.empty() ? "" : ", ",
+                       item.RecordData.c_str()));
+    for (const TDot& dot : dots) console.Say("  " + AdjustPointText(dot.X, dot.Y));
   }
   std::optional<TProblem> problem;
   if (json.empty()) problem = {.What = Tr("no such table"), .Where = GasCaliConfigFile().string()};

@@ -1,5 +1,4 @@
 // `ixocut record`: runs a procedure on the simulated machine, in virtual time, and records it into a monitor file.
-#include <exception>
 #include <iostream>
 #include <memory>
 
@@ -7,9 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include "controller/HostTexts.h"
-#include "controller/recordings/Recorder.h"
-#include "ixocamglue/monitor/Statusmonitorsys.h"
-#include "ixocamglue/monitor/Umonitorsink.h"
+#include "controller/recordings/LiveRecording.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/Document.h"
 #include "ixocut/procedures/Asked.h"
@@ -28,44 +25,35 @@ struct TRecordOptions : TControllerSettings {
   bool Json = false;
 };
 
+std::vector<TMonitorSignalKey> AskedSignals(const std::string& list) {
+  TResult<std::vector<TMonitorSignalKey>> signals = ParseSignals(list);
+  if (signals) return *std::move(signals);
+  TProblem problem = signals.Problem();
+  problem.Where = "--signals";
+  throw EProblem(pbRequest, std::move(problem));
+}
+
 int RunRecord(const TRecordOptions& options, std::ostream& out) {
   if (options.Procedure.empty())
     throw EProblem(pbRequest, Format(Tr("--procedure is missing; the procedures are: %s"), ProcedureNames().c_str()));
   const TProcedure& row = *AskProcedure(options.Procedure).OrThrow(pbRequest);
   if (options.Out.empty()) throw EProblem(pbRequest, Tr("--out is missing: the file to write"));
-  const auto signals = options.Signals.empty() ? AllSignals() : ParseSignals(options.Signals);
+  const auto signals = AskedSignals(options.Signals);
   const TParamTexts texts = ReadParams(row, options.Params);
   const TMotionCall call = CallOf(row, texts, options.Limits().Bounds, true);
 
   TConsole console(out, options.Json, false);
   const auto run = MakeRun(options, {}, console);
   // Opened before anything moves: what cannot be written is not worth a run.
-  TMonitorFileSink sink(options.Out);
-  std::vector<std::string> motors;
-  const TStatusMonitorSys status;
-  status.GetMotorNames(motors, status.GetMotorCount() - 1);
-  TMonitorWriter writer(sink, motors);
-  TRecorder recorder(writer, signals);
-
-  // A failure ends the sampling, not the procedure, and is kept.
-  std::exception_ptr failure;
-  const auto sample = [&](std::uint64_t) {
-    if (failure) return;
-    try {
-      recorder.Sample(run->Controller().Machine().Snapshot());
-    } catch (...) {
-      failure = std::current_exception();
-    }
-  };
+  TLiveRecording recording(options.Out, signals);
+  const auto sample = [&](std::uint64_t nowMs) { recording.Sample(nowMs, run->Controller().Machine().Snapshot()); };
   const auto make = [&] {
     TStepPtr root = MakeRoot(row.Name, {&call, 1});
     run->OnLook(sample);  // from standby on
     return root;
   };
   const TRunReport report = run->Run(make, kLongestMs, kTailMs);
-  if (failure) std::rethrow_exception(failure);
-  recorder.Finish();
-  sink.Commit();
+  recording.Finish();
 
   const bool success = report.Success();
   for (const std::string& note : report.Notes) console.Say(note);
@@ -79,8 +67,8 @@ int RunRecord(const TRecordOptions& options, std::ostream& out) {
                  {"words", report.End.Words},
                  {"durationMs", report.DurationMs},
                  {"file", options.Out},
-                 {"signals", signals.size()},
-                 {"samples", recorder.Samples()},
+                 {"signals", recording.Signals()},
+                 {"samples", recording.Samples()},
                  {"log", console.Log()}},
                 report.Problem);
   return success ? kExitSuccess : kExitOtherwise;

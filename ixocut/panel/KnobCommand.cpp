@@ -9,6 +9,7 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include "controller/panel/PanelHost.h"
 #include "controller/procedures/Timeline.h"
 #include "ixocamglue/panel/Uknob.h"
 #include "ixocamglue/support/Faults.h"
@@ -19,9 +20,9 @@
 #include "ixocut/CommandLine.h"
 #include "ixocut/ControllerSettings.h"
 #include "ixocut/Document.h"
-#include "ixocut/panel/PanelHost.h"
 
 namespace ixocut {
+using namespace ixocontroller;
 namespace {
 
 struct TKnobOptions : TControllerSettings {

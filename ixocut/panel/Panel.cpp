@@ -11,6 +11,8 @@
 
 #include "controller/SignalStop.h"
 #include "controller/alarms/RunAlarms.h"
+#include "controller/panel/PanelNames.h"
+#include "controller/panel/PanelWhy.h"
 #include "controller/procedures/Timeline.h"
 #include "ixocamglue/panel/Kbpforms.h"
 #include "ixocamglue/support/Format.h"
@@ -20,12 +22,11 @@
 #include "ixocut/Console.h"
 #include "ixocut/ControllerSettings.h"
 #include "ixocut/Document.h"
-#include "ixocut/panel/PanelNames.h"
 #include "ixocut/panel/PanelScript.h"
 #include "ixocut/panel/PanelTerminal.h"
-#include "ixocut/panel/PanelWhy.h"
 
 namespace ixocut {
+using namespace ixocontroller;
 namespace {
 
 struct TPanelOptions : TControllerSettings {

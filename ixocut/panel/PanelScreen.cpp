@@ -4,10 +4,11 @@
 #include <iterator>
 
 #include "controller/alarms/RunAlarms.h"
+#include "controller/panel/PanelNames.h"
 #include "controller/procedures/Timeline.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
-#include "ixocut/panel/PanelNames.h"
+#include "ixocut/panel/PanelPicture.h"
 
 namespace ixocut {
 namespace {

@@ -7,11 +7,13 @@
 #include <string_view>
 #include <vector>
 
+#include "controller/panel/PanelHost.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/support/Locks.h"
-#include "ixocut/panel/PanelHost.h"
 
 namespace ixocut {
+using namespace ixocamglue;
+using namespace ixocontroller;
 
 // The last lines of the application log, "12:30:05 text". Any thread.
 class TLastLines final : public ILogSink {

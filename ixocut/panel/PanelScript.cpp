@@ -4,13 +4,14 @@
 #include <ostream>
 #include <sstream>
 
+#include "controller/panel/PanelNames.h"
 #include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
 #include "ixocut/CommandLine.h"
-#include "ixocut/panel/PanelNames.h"
+#include "ixocut/panel/PanelPicture.h"
 
 namespace ixocut {
 namespace {

@@ -8,9 +8,11 @@
 
 #include <nlohmann/json.hpp>
 
-#include "ixocut/panel/PanelHost.h"
+#include "controller/panel/PanelHost.h"
 
 namespace ixocut {
+using namespace ixocamglue;
+using namespace ixocontroller;
 
 struct TScriptLine {
   int Number = 0;  // in its file

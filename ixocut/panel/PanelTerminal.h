@@ -7,6 +7,8 @@
 #include "ixocut/panel/TerminalKeys.h"
 
 namespace ixocut {
+using namespace ixocamglue;
+using namespace ixocontroller;
 
 struct TPanelTerminalOptions {
   std::string Form = "Work";  // shown at the start

@@ -1,14 +1,15 @@
 // The host's protections of the key panel, and the keys of a terminal.
 #include <gmock/gmock.h>
 
+#include "controller/panel/PanelWhy.h"
 #include "controller/procedures/Timeline.h"
 #include "fixture/Machine.h"
 #include "ixocamglue/platform/ports/CutCommands.h"
 #include "ixocamglue/platform/services/AppSys.h"
 #include "ixocut/panel/PanelTerminal.h"
-#include "ixocut/panel/PanelWhy.h"
 
 namespace ixocamglue::test {
+using namespace ixocontroller;
 using namespace ixocut;
 namespace {
 

@@ -6,16 +6,16 @@
 
 #include <gmock/gmock.h>
 
+#include "controller/panel/PanelHost.h"
 #include "fixture/TempDir.h"
 #include "ixocamglue/panel/Uknob.h"
 #include "ixocamglue/platform/states/NcParams.h"
 #include "ixocamglue/platform/xml/JogSections.h"
 #include "ixocamglue/platform/xml/MachineConfig.h"
 #include "ixocamglue/support/Faults.h"
-#include "ixocut/panel/PanelHost.h"
 
 namespace ixocamglue::test {
-using namespace ixocut;
+using namespace ixocontroller;
 namespace {
 
 using testing::HasSubstr;

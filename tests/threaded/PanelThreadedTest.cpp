@@ -13,14 +13,15 @@
 
 #include <gtest/gtest.h>
 
+#include "controller/panel/PanelHost.h"
 #include "fixture/Paths.h"
 #include "fixture/TempDir.h"
 #include "ixocamglue/platform/ports/CutCommands.h"
-#include "ixocut/panel/PanelHost.h"
 #include "ixocut/panel/TerminalKeys.h"
 #include "machines/simulated/Machine.h"
 
 namespace ixocamglue::test {
+using namespace ixocontroller;
 using namespace ixocut;
 namespace {
 

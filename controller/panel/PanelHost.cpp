@@ -1,16 +1,16 @@
-#include "ixocut/panel/PanelHost.h"
+#include "controller/panel/PanelHost.h"
 
 #include <algorithm>
 #include <utility>
 
+#include "controller/panel/PanelNames.h"
 #include "controller/panel/PanelTexts.h"
+#include "controller/panel/PanelWhy.h"
 #include "ixocamglue/platform/xml/Bounds.h"
 #include "ixocamglue/support/Faults.h"
 #include "ixocamglue/support/Format.h"
-#include "ixocut/panel/PanelNames.h"
-#include "ixocut/panel/PanelWhy.h"
 
-namespace ixocut {
+namespace ixocontroller {
 namespace {
 
 constexpr const char* kSource = "TPHost";
@@ -152,4 +152,4 @@ TSpeedState LevelOf(const std::string& word) {
   throw EProblem(pbRequest, Format(Tr("\"%s\" is not one of %s"), word.c_str(), "low, normal, high"));
 }
 
-}  // namespace ixocut
+}  // namespace ixocontroller

@@ -4,10 +4,10 @@
 #include <string>
 #include <vector>
 
+#include "controller/panel/PanelHost.h"
 #include "ixocamglue/panel/Kbpmngr.h"
-#include "ixocut/panel/PanelHost.h"
 
-namespace ixocut {
+namespace ixocontroller {
 
 struct TKeyReason {
   const char* Who;          // "client", "alarm", "state", "warning", "machine"; Tr shows it
@@ -34,4 +34,4 @@ struct TKeyWhy {
 // is nothing to say.
 [[nodiscard]] std::string WhyNothing(TPanelHost& host, TKeyCode key);
 
-}  // namespace ixocut
+}  // namespace ixocontroller

@@ -1,11 +1,11 @@
-#include "ixocut/panel/PanelWhy.h"
+#include "controller/panel/PanelWhy.h"
 
 #include "controller/alarms/RunAlarms.h"
+#include "controller/panel/PanelNames.h"
 #include "ixocamglue/panel/Kbpforms.h"
 #include "ixocamglue/support/Format.h"
-#include "ixocut/panel/PanelNames.h"
 
-namespace ixocut {
+namespace ixocontroller {
 namespace {
 
 std::string Joined(std::string list, std::string_view more) {
@@ -116,4 +116,4 @@ std::string WhyNothing(TPanelHost& host, TKeyCode key) {
   return key == CK_KNOB || KBPManager()->KeyItem(key)->GetCMD() != 0 ? "" : Tr("the key has no command");
 }
 
-}  // namespace ixocut
+}  // namespace ixocontroller

@@ -11,9 +11,8 @@
 #include "controller/panel/PanelGuard.h"
 #include "ixocamglue/panel/Uknob.h"
 
-namespace ixocut {
+namespace ixocontroller {
 using namespace ixocamglue;
-using namespace ixocontroller;
 
 class TPanelHost {
  public:
@@ -65,4 +64,4 @@ void ApplyKnob(TController& session, TSpeedState level);
 [[nodiscard]] const char* LevelName(TSpeedState level);   // as LevelOf reads it
 [[nodiscard]] const char* ShownLevel(TSpeedState level);  // in the operator's language
 
-}  // namespace ixocut
+}  // namespace ixocontroller

@@ -1,4 +1,4 @@
-// The names by which people know keys, forms, states and alarms of the panel, and the panel as a picture.
+// The names by which people know keys, forms, states and alarms of the panel.
 #pragma once
 
 #include <span>
@@ -10,9 +10,8 @@
 #include "ixocamglue/panel/Kbpkeys.h"
 #include "ixocamglue/platform/ports/CutStates.h"
 
-namespace ixocut {
+namespace ixocontroller {
 using namespace ixocamglue;
-using namespace ixocontroller;
 
 // What is refused names the nearest name there is.
 [[nodiscard]] TResult<TKeyCode> ParseKey(std::string_view text);  // "CK_LASER", "laser"
@@ -27,12 +26,6 @@ using namespace ixocontroller;
 [[nodiscard]] std::string HandAlarmList();
 [[nodiscard]] std::string KeyNames(TKeyMask keys);      // "CK_LASER CK_GAS"; "-" for none
 [[nodiscard]] const char* ShownKey(TKeyCode key);       // the label, in the operator's language
-[[nodiscard]] std::string TerminalHint(TKeyCode key);   // what to press for it on a terminal
 [[nodiscard]] const char* ShownState(TCutState state);  // in the operator's language
 
-inline constexpr std::size_t kPanelColumns = 7;
-// The panel as the operator sees it: a filled lamp for each lit key. With `hints`, the terminal's key beside it; seven
-// columns of 19 characters then, or 15 without. Fewer columns for a narrow terminal.
-[[nodiscard]] std::vector<std::string> DrawPanel(TKeyMask leds, bool hints, std::size_t columns = kPanelColumns);
-
-}  // namespace ixocut
+}  // namespace ixocontroller
