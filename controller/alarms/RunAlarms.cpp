@@ -8,6 +8,7 @@
 
 #include "ixocamglue/alarms/Almintprt.h"
 #include "ixocamglue/alarms/Ualarmtexts.h"
+#include "ixocamglue/platform/services/LocaleManager.h"
 #include "ixocamglue/platform/services/UtcTime.h"
 #include "ixocamglue/support/Format.h"
 
@@ -32,16 +33,21 @@ TRunAlarm TRunAlarm::Of(const TNcAlarmRecord& record) {
   alarm.RaisedMs = MsOf(record.Time);
   alarm.Serial = record.Serial;
   alarm.Level = record.Level();
-  alarm.Identifier = alarm.Code = record.Identifier();
-  alarm.Description = alarm.Text = record.Desc;
-  const TAlarmInterpreter* const interpreter = AlarmInterpreter();
-  if (TAlarmRec rec; interpreter && interpreter->TryGetAlarmRec(alarm.Identifier, rec)) {
-    alarm.Code = std::move(rec.Code);
-    if (!rec.AlarmDesc.empty()) alarm.Text = std::move(rec.AlarmDesc);
-    alarm.Reason = std::move(rec.Reason);
-    alarm.Solution = std::move(rec.Solution);
-  }
+  alarm.Identifier = record.Identifier();
+  alarm.Description = record.Desc;
+  alarm.Lang = OwnLanguage();
+  alarm.Define();
   return alarm;
+}
+
+void TRunAlarm::Define() {
+  const TAlarmInterpreter* const interpreter = AlarmInterpreter();
+  TAlarmRec rec;
+  const bool known = interpreter && interpreter->TryGetAlarmRec(Identifier, rec);
+  Code = known ? std::move(rec.Code) : Identifier;
+  Text = rec.AlarmDesc.empty() ? Description : std::move(rec.AlarmDesc);
+  Reason = std::move(rec.Reason);
+  Solution = std::move(rec.Solution);
 }
 
 std::string TRunAlarm::Words() const {
@@ -62,12 +68,14 @@ std::vector<std::string> AlarmLines(std::span<const TRunAlarm> alarms, std::uint
 
 nlohmann::ordered_json AlarmsJson(std::span<const TRunAlarm> alarms, std::uint64_t startMs) {
   auto list = nlohmann::ordered_json::array();
-  for (const TRunAlarm& alarm : alarms) {
+  for (TRunAlarm alarm : alarms) {
+    if (GThreadCatalogue) alarm.Define();
     auto& json = list.emplace_back(nlohmann::ordered_json{{"atMs", Since(startMs, alarm.RaisedMs)},
                                                           {"clearedMs", nullptr},
                                                           {"level", alarm.Level},
                                                           {"identifier", alarm.Identifier},
                                                           {"description", alarm.Description},
+                                                          {"lang", alarm.Lang},
                                                           {"code", alarm.Code},
                                                           {"text", alarm.Text},
                                                           {"reason", alarm.Reason},

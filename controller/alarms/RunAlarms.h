@@ -1,4 +1,5 @@
-// Alarms as people read them: with what their definitions say, in the controller's language. Any thread.
+// Alarms as people read them: with what their definitions say, in the language of the thread that shows them (see
+// TLanguageScope). Any thread.
 #pragma once
 
 #include <cstdint>
@@ -21,9 +22,12 @@ struct TRunAlarm {
   std::uint64_t Serial = 0;                  // the package's
   std::uint8_t Level = 0;                    // 1 forbids or stops something, 0 tells
   std::string Identifier, Description;       // of the raise
+  std::string Lang;                          // the description's
   std::string Code, Text, Reason, Solution;  // of the definition; without one the identifier and the description
 
   [[nodiscard]] static TRunAlarm Of(const TNcAlarmRecord& record);
+  // Takes what the definition says from its present texts.
+  void Define();
   // "Alarm 1  TPGas#2  G102  | The oxygen pressure ...  | reason  | solution"
   [[nodiscard]] std::string Words() const;
 };

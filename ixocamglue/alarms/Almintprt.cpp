@@ -95,6 +95,7 @@ void TAlarmInterpreter::InitMulityAlarm(TDict& dict, const TAlarmsConfig& config
 }
 
 void TAlarmInterpreter::InitAlarmDict() {
+  const TLanguageScope own("");  // whoever lets it be rebuilt
   TAppSys* const app = AppSys();
   const auto service = app ? app->Supports<IAlarmInterpreterSvc>(IID_IAlarmInterpreterSvc) : nullptr;
   if (!service) throw std::runtime_error(SNoAlarmInterpreterSvc);
@@ -116,11 +117,44 @@ void TAlarmInterpreter::InitAlarmDict() {
   }
   TGuard guard(FLock);
   FDict = std::move(dict);
+  FOthers.clear();
 }
 
 std::shared_ptr<const TAlarmInterpreter::TDict> TAlarmInterpreter::Dict() const {
   TGuard guard(FLock);
   return FDict;
+}
+
+std::shared_ptr<const TAlarmInterpreter::TDict> TAlarmInterpreter::Translate(const TDict& own,
+                                                                             std::string_view language) {
+  TAppSys* const app = AppSys();
+  const auto service = app ? app->Supports<IAlarmInterpreterSvc>(IID_IAlarmInterpreterSvc) : nullptr;
+  auto dict = std::make_shared<TDict>(own);
+  try {
+    if (service) (void)AddDefinitions(*dict, service->GetAlarmDefinitionsIn(language));
+  } catch (...) {  // it stays as it is
+  }
+  for (const auto& [identifier, rec] : own) {  // what the machine's file says has no language
+    if (!identifier.starts_with(kUserDefPrefix)) continue;
+    TAlarmRec& shown = (*dict)[identifier] = rec;
+    shown.Alarmtype = SAlarm.Get();
+  }
+  return dict;
+}
+
+std::shared_ptr<const TAlarmInterpreter::TDict> TAlarmInterpreter::ThreadDict() const {
+  const auto own = Dict();
+  if (!GThreadCatalogue) return own;
+  const std::string language = ThreadLanguage();
+  if (language == OwnLanguage()) return own;
+  {
+    TGuard guard(FLock);
+    if (const auto known = FOthers.find(language); known != FOthers.end()) return known->second;
+  }
+  auto dict = Translate(*own, language);
+  TGuard guard(FLock);
+  if (FDict == own) FOthers[language] = dict;  // not of texts that were rebuilt meanwhile
+  return dict;
 }
 
 std::vector<std::string> TAlarmInterpreter::Identifiers() const {
@@ -132,7 +166,7 @@ std::vector<std::string> TAlarmInterpreter::Identifiers() const {
 }
 
 bool TAlarmInterpreter::TryGetAlarmRec(std::string_view id, TAlarmRec& rec) const {
-  const auto dict = Dict();
+  const auto dict = ThreadDict();
   const auto found = dict->find(id);
   rec = found == dict->end() ? TAlarmRec{} : found->second;
   return found != dict->end();

@@ -2,9 +2,11 @@
 //
 // Filled from three sources, a later one replacing what an earlier one says of the same identifier: the application's
 // definition list, the user-defined alarms and the multi-bit groups of the machine configuration. Any thread looks up;
-// a rebuild is made aside and swapped in, so a lookup sees the old texts or the new ones.
+// a rebuild is made aside and swapped in, so a lookup sees the old texts or the new ones. Inside a TLanguageScope a
+// lookup answers in its language, as far as the application has definitions in it.
 #pragma once
 
+#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -73,8 +75,13 @@ class TAlarmInterpreter {
   static void InitUserDefinedAlarm(TDict& dict, const TAlarmsConfig& config);
   static void InitMulityAlarm(TDict& dict, const TAlarmsConfig& config, std::size_t group);
   [[nodiscard]] std::shared_ptr<const TDict> Dict() const;
+  // Of the thread's language.
+  [[nodiscard]] std::shared_ptr<const TDict> ThreadDict() const;
+  // What the language's definitions say, over what the application's own say.
+  [[nodiscard]] static std::shared_ptr<const TDict> Translate(const TDict& own, std::string_view language);
 
   mutable TCriticalSection FLock;
+  mutable std::map<std::string, std::shared_ptr<const TDict>, std::less<>> FOthers IXO_GUARDED_BY(FLock);
   std::shared_ptr<const TDict> FDict IXO_GUARDED_BY(FLock) = std::make_shared<TDict>();
 };
 

@@ -50,11 +50,11 @@ void CheckTexts(const TConfigSection& item, std::vector<TProblem>& problems) {
 
 }  // namespace
 
-std::string TAlarmDefinitionFiles::GetAlarmDefinitions() {
+std::string TAlarmDefinitionFiles::GetAlarmDefinitions() { return GetAlarmDefinitionsIn(OwnLanguage()); }
+
+std::string TAlarmDefinitionFiles::GetAlarmDefinitionsIn(std::string_view language) {
   if (FFolder.empty()) return "[]";
-  const TLocaleManager* const manager = LocaleManager();
-  const std::filesystem::path file = FFolder / ((manager ? manager->Language() : "zh") + ".json");
-  return ReadFile(file).OrThrow(pbUnusable);
+  return ReadFile(FFolder / (std::string(language) + ".json")).OrThrow(pbUnusable);
 }
 
 std::vector<TProblem> CheckAlarmDefinitions(std::string_view json) {

@@ -18,7 +18,9 @@ class TAlarmDefinitionFiles final : public IAlarmInterpreterSvc {
  public:
   // An empty folder name: no definitions.
   explicit TAlarmDefinitionFiles(std::filesystem::path folder) : FFolder(std::move(folder)) {}
-  std::string GetAlarmDefinitions() override;  // throws std::runtime_error for a file that cannot be read
+  // Both throw std::runtime_error for a file that cannot be read.
+  std::string GetAlarmDefinitions() override;
+  std::string GetAlarmDefinitionsIn(std::string_view language) override;
 
  private:
   const std::filesystem::path FFolder;

@@ -21,6 +21,8 @@ inline constexpr TGuid IID_IAlarmFactory{"{C2C9F3B8-1D57-4B0C-8F0E-3A6D1B9E4C21}
 class IAlarmInterpreterSvc : public IAppService {
  public:
   virtual std::string GetAlarmDefinitions() = 0;
+  // The same in another language than the application's own; empty: there are none.
+  virtual std::string GetAlarmDefinitionsIn(std::string_view /*language*/) { return {}; }
 };
 
 // One alarm on its way into the store. The setters are called in this order, SetFinal always with false.

@@ -122,6 +122,13 @@ const TCatalogue* TLocaleReader::Catalogue(std::string_view language) {
   return found == FLanguages.end() ? nullptr : found->second;
 }
 
+std::string TLocaleReader::LanguageOf(const TCatalogue& catalogue) {
+  TGuard guard(FLock);
+  const auto found =
+      std::ranges::find_if(FLanguages, [&](const auto& language) { return language.second == &catalogue; });
+  return found == FLanguages.end() ? std::string() : found->first;
+}
+
 std::vector<std::string> TLocaleReader::Languages() {
   TGuard guard(FLock);
   LoadAll();

@@ -40,6 +40,8 @@ class TLocaleReader final : public ICatalogues {
   [[nodiscard]] const TCatalogue* Catalogue(std::string_view language) override;
   // "zh" and each language that the folder has.
   [[nodiscard]] std::vector<std::string> Languages();
+  // Which language that is; empty: none of this reader's.
+  [[nodiscard]] std::string LanguageOf(const TCatalogue& catalogue);
 
  private:
   struct TRead {

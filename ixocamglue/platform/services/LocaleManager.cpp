@@ -59,9 +59,19 @@ double Quality(std::string_view parameters) {
 
 }  // namespace
 
-std::string RequestLanguage(std::string_view acceptLanguage) {
+std::string OwnLanguage() {
   const TLocaleManager* const manager = LocaleManager();
-  std::string best = manager ? manager->Language() : "zh";
+  return manager ? manager->Language() : "zh";
+}
+
+std::string ThreadLanguage() {
+  TLocaleReader* const reader = GThreadCatalogue ? LocaleReader() : nullptr;
+  std::string language = reader ? reader->LanguageOf(*GThreadCatalogue) : std::string();
+  return language.empty() ? OwnLanguage() : language;
+}
+
+std::string RequestLanguage(std::string_view acceptLanguage) {
+  std::string best = OwnLanguage();
   TLocaleReader* const reader = LocaleReader();
   if (!reader || acceptLanguage.empty()) return best;
   const std::vector<std::string> known = reader->Languages();

@@ -40,5 +40,9 @@ IXO_DECLARE_SERVICE(TLocaleManager, LocaleManager);
 // Which of the locale reader's languages an Accept-Language header asks for most ("en-GB,en;q=0.9": "en", "zh-Hant":
 // "zh"); the controller's own where it is empty or names none of them. For a TLanguageScope. Any thread.
 [[nodiscard]] std::string RequestLanguage(std::string_view acceptLanguage);
+// The controller's language; "zh" where there is no manager. Any thread.
+[[nodiscard]] std::string OwnLanguage();
+// The language of this thread's TLanguageScope, the controller's without one.
+[[nodiscard]] std::string ThreadLanguage();
 
 }  // namespace ixocamglue
