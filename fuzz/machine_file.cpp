@@ -4,6 +4,7 @@
 
 #include "fuzz/InputFile.h"
 #include "ixocamglue/platform/services/Log.h"
+#include "ixocut/Machines.h"
 #include "ixocut/config/ConfigCommand.h"
 
 using namespace ixocut;
@@ -23,7 +24,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   try {
     std::ostringstream out;
     (void)RunConfigCheck(file, true, false, out);
-    TMachineFile machine;
+    TMachineFile machine(Machines());
     machine.Load(file);
     const std::string before = Shown(machine);
     (void)machine.Config().Save().OrThrow(pbUnusable);

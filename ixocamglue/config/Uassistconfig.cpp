@@ -50,44 +50,57 @@ void BindCounter(TMachineConfig& config) {
   FWorkPierceCounter->SetConfig(&FIxoCutCfg->ClientWork.AutoCleanHeadConfig, &config);
 }
 
+// Each section with the global of its record, in the order of the file.
+template <class Add>
+void EachSection(TXmlSubConfig& config, Add add) {
+  add(config, "AutoCleanHead", FNozzleCleanCfg);
+  add(config, "MaintainCutHead", FCHMaintainCfg);
+  add(config, "LaserAlignment", FLaserAlignCfg);
+  add(config, "PhotoPaperDetect", FPaperDetectCfg);
+  add(config, "FloatCalibration", FFloatCailCfg);
+  add(config, "CustomCamParams", FCustomCamParamsCfg);
+  add(config, "EdgeSeekVison", FEdgeSeekVisionCfg);
+  add(config, "NozzleChange", FNozzleChangeCfg);
+  add(config, "Blanking", FBlankingCfg);
+  add(config, "IxoCutParams", FIxoCutCfg);
+  add(config, "VisionGlbParams", FVisionGlbCfg);
+  add(config, "StrokeMeasurement", FStrokeCfg);
+  add(config, "UCSOrgName", FUCSOrgCfg);
+  if (TFollowerSection* const section = add(config, kCaliResultsSection, FFollowerSection)) {
+    add(*section, "CaliResults", FCaliRstCfg);
+    add(*section, "CaliResults2", FCaliRstCfg2);
+  }
+  add(config, "ScanCode", FScanCodeCfg);
+  add(config, "CloudCut", FCloudCutCfg);
+  add(config, "FocusDebug", FFocusDebugParams);
+  add(config, "MoltenPoolDebug", FMoltenPoolDebugParams);
+  add(config, "Healths", FHealthCfg);
+  add(config, "MarkPoints", FMarkPointsCfg);
+  add(config, "SysDelay", FSysDelayCfg);
+  add(config, "StrayLight", FStrayLightParams);
+  add(config, "ModbusStore", FModbusStoreCfg);
+}
+
 }  // namespace
 
 void InitCamConfigs(TMachineConfig& config) {
   if (config.SubConfig("AutoCleanHead")) return;
-  config.AddSubConfig("AutoCleanHead", FNozzleCleanCfg);
-  config.AddSubConfig("MaintainCutHead", FCHMaintainCfg);
-  config.AddSubConfig("LaserAlignment", FLaserAlignCfg);
-  config.AddSubConfig("PhotoPaperDetect", FPaperDetectCfg);
-  config.AddSubConfig("FloatCalibration", FFloatCailCfg);
-  config.AddSubConfig("CustomCamParams", FCustomCamParamsCfg);
-  config.AddSubConfig("EdgeSeekVison", FEdgeSeekVisionCfg);
-  config.AddSubConfig("NozzleChange", FNozzleChangeCfg);
-  config.AddSubConfig("Blanking", FBlankingCfg);
-  config.AddSubConfig("IxoCutParams", FIxoCutCfg);
-  config.AddSubConfig("VisionGlbParams", FVisionGlbCfg);
-  config.AddSubConfig("StrokeMeasurement", FStrokeCfg);
-  config.AddSubConfig("UCSOrgName", FUCSOrgCfg);
-  if (TFollowerSection* const section = config.AddSubConfig(kCaliResultsSection, FFollowerSection)) {
-    section->AddSubConfig("CaliResults", FCaliRstCfg);
-    section->AddSubConfig("CaliResults2", FCaliRstCfg2);
-  }
-  config.AddSubConfig("ScanCode", FScanCodeCfg);
-  config.AddSubConfig("CloudCut", FCloudCutCfg);
-  config.AddSubConfig("FocusDebug", FFocusDebugParams);
-  config.AddSubConfig("MoltenPoolDebug", FMoltenPoolDebugParams);
-  config.AddSubConfig("Healths", FHealthCfg);
-  config.AddSubConfig("MarkPoints", FMarkPointsCfg);
-  config.AddSubConfig("SysDelay", FSysDelayCfg);
-  config.AddSubConfig("StrayLight", FStrayLightParams);
+  EachSection(config,
+              [](TXmlSubConfig& to, std::string_view name, auto*& global) { return to.AddSubConfig(name, global); });
   BindCounter(config);
-  config.AddSubConfig("ModbusStore", FModbusStoreCfg);
-
   config.OnDying([record = FIxoCutCfg] {
     if (FWorkPierceCounter && FIxoCutCfg == record) FWorkPierceCounter->SetConfig(nullptr, nullptr);
   });
   config.OnLoaded([] {
     if (FWorkPierceCounter) FWorkPierceCounter->LoadParam();
     InitFlags();
+  });
+}
+
+void AddCamSections(TMachineConfig& config, TCamSlots& slots) {
+  EachSection(config, [&slots](TXmlSubConfig& to, std::string_view name, auto*& global) {
+    using TRecord = std::remove_reference_t<decltype(*global)>;
+    return to.AddSubConfig(name, std::any_cast<TRecord*&>(slots.emplace_back(static_cast<TRecord*>(nullptr))));
   });
 }
 

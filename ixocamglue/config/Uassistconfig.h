@@ -5,6 +5,9 @@
 // counter's; records are edited only while no procedure runs.
 #pragma once
 
+#include <any>
+#include <deque>
+
 #include "ixocamglue/config/Ucleanconfig.h"
 #include "ixocamglue/config/Uclientconfig.h"
 #include "ixocamglue/config/Ulistconfig.h"
@@ -45,6 +48,11 @@ inline constexpr std::string_view kCaliResultsSection = "Follower";
 // Registers the sections above on a machine configuration, before it is loaded; a second call on the same one does
 // nothing. After each load the pierce counter starts from the stored count, and InitFlags runs.
 void InitCamConfigs(TMachineConfig& config);
+
+// Adds the same sections to a configuration that is only looked at and edited for itself: no global is set, and a load
+// does nothing else. What points to the records lives in `slots`, which outlives them.
+using TCamSlots = std::deque<std::any>;
+void AddCamSections(TMachineConfig& config, TCamSlots& slots);
 
 // Stores the blanking position as flag position 104 of the cutting driver, whether blanking is enabled or not. Without
 // a record or a driver nothing. Called after each load, and again by the controller when the driver has come later.

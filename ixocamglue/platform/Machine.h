@@ -19,10 +19,13 @@
 
 namespace ixocamglue {
 
+class TConfigSection;
 class TMachineConfig;
 class TNcAlarmManager;
 class TNcStateFramework;
 class TVirtualClock;
+class TXmlSubConfig;
+struct TMachineBounds;
 
 // What a device call does. Reads, locks, stops and offs are harmless after an abort; sets and starts are not.
 enum class TVerbKind : std::uint8_t { vkRead, vkLock, vkStop, vkOff, vkSet, vkStart };
@@ -148,6 +151,13 @@ struct TMachineFactory {
   // Says why the configuration does not describe such a machine.
   std::function<TResult<std::unique_ptr<IMachine>>(const TMachineContext&)> Make;
   std::span<const TMachineFault> Faults = {};
+  // What this machine alone has in a machine file, for who checks, shows and edits one: its section's name, and a fresh
+  // record of it. Null: nothing.
+  const char* Section = nullptr;
+  std::function<std::unique_ptr<TXmlSubConfig>()> MakeSection;
+  // What a file of this document element describes; adds what keeps such a machine from being made. Null: as any
+  // machine's (TMachineBounds::Read).
+  std::function<TMachineBounds(const TConfigSection& root, std::vector<TProblem>& problems)> Bounds;
 };
 
 }  // namespace ixocamglue

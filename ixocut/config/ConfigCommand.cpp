@@ -2,18 +2,18 @@
 
 #include <algorithm>
 #include <iostream>
-#include <map>
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "controller/StateFolder.h"
-#include "ixocamglue/config/Uassistconfig.h"
+#include "controller/config/ConfigJson.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/Document.h"
+#include "ixocut/Machines.h"
 
 namespace ixocut {
 
@@ -25,13 +25,6 @@ std::string Quoted(const std::string& text) {
 }
 
 std::string Shown(const TPropertyView& view) { return view.Type == "string" ? Quoted(view.Value) : view.Value; }
-
-nlohmann::ordered_json JsonOf(const TPropertyView& view, const std::string& text) {
-  if (view.Type == "Boolean") return text == "True";
-  if (view.Type == "string") return text;
-  return nlohmann::ordered_json::parse(text, nullptr, false).is_number() ? nlohmann::ordered_json::parse(text)
-                                                                         : nlohmann::ordered_json(text);
-}
 
 // A value that no record knows, as the file has it.
 std::optional<std::string> ForeignValue(const TMachineConfig& config, const std::string& path) {
@@ -55,15 +48,6 @@ std::optional<std::string> ForeignValue(const TMachineConfig& config, const std:
   return text;
 }
 
-// The supervisor's values that the file leaves to their defaults.
-std::vector<const TSupervisorConfig::TRow*> Defaulted(const TMachineConfig& config) {
-  const TConfigSection section = config.Root().Child("Supervisor");
-  std::vector<const TSupervisorConfig::TRow*> rows;
-  for (const TSupervisorConfig::TRow& row : TSupervisorConfig::Rows())
-    if (TrimXml(section.GetText(row.Name.Text, "")).empty()) rows.push_back(&row);
-  return rows;
-}
-
 // "3", "2.5 bar"; texts in quotation marks.
 std::string WithUnit(const TPropertyView& view, const std::string& shown) {
   return view.Unit().empty() ? shown : shown + " " + view.Unit();
@@ -71,115 +55,30 @@ std::string WithUnit(const TPropertyView& view, const std::string& shown) {
 
 std::string Sentence(const TPropertyView& view) { return view.Text().empty() ? "" : "  # " + view.Text(); }
 
-// What the records' line says of a property.
-nlohmann::ordered_json JsonFacts(const TPropertyView& view) {
-  nlohmann::ordered_json row{{"path", view.Path}, {"type", view.Type}, {"default", JsonOf(view, view.Default)}};
-  if (!view.RangeText().empty()) row["range"] = view.RangeText();
-  if (!view.Unit().empty()) row["unit"] = view.Unit();
-  row["text"] = view.Text();
-  return row;
-}
-
 }  // namespace
-
-nlohmann::ordered_json JsonOf(const std::vector<TConfigFinding>& findings) {
-  auto list = nlohmann::ordered_json::array();
-  for (const TConfigFinding& finding : findings)
-    list.push_back({{"place", finding.Place}, {"path", finding.Path}, {"text", finding.Text}});
-  return list;
-}
 
 void TellWrong(const std::filesystem::path& file, const std::vector<TConfigFinding>& wrong) {
   for (const TConfigFinding& finding : wrong)
     std::cerr << file.string() << ':' << finding.Place << ": " << finding.Path << ": " << finding.Text << std::endl;
 }
 
-namespace {}  // namespace
-
-TWholeConfig::TWholeConfig() {
-  AddSubConfig("Alarms", FAlarms);
-  AddSubConfig(kKeyDefinitionSection, FKeys);
-}
-
-void TWholeConfig::Publish(TPublisher& p) {
-  FMachine.Publish(p);
-  p.Child("Simulator", FSimulator);
-  FJog.Publish(p);
-}
-
-TMachineFile::TMachineFile() { InitCamConfigs(FConfig); }
-TMachineFile::~TMachineFile() { FreeAssistConfig(); }
-
-void TMachineFile::Load(const std::filesystem::path& file, TXmlDetail detail) {
-  FConfig.Load(file, mfRefused, detail).OrThrow(pbUnusable);
-}
-
-void TMachineFile::Hold(const std::filesystem::path& file) {
-  if (const TLockState lock = FConfig.Hold(file); lock != lsHeld)
-    throw EProblem(lock == lsBusy ? pbRefused : pbUnusable, FConfig.HoldProblem());
-}
-
-std::vector<TConfigFinding> TMachineFile::Findings(const TXmlDocument& document) {
-  auto findings = CheckDocument(document, FConfig);
-  const TConfigSection root(document.RootHandle(), "");
-  std::vector<TProblem> fatal;
-  std::vector<TProblem> others;
-  const TMachineBounds bounds = TSimConfig::FromRoot(root, fatal);
-  CheckRecord(root, FConfig, bounds, others, jdAll);
-  CheckRules(root, FConfig, bounds, others);
-  AddFindings(document, fatal, findings);
-  AddFindings(document, others, findings);
-  return findings;
-}
-
-std::vector<TConfigFinding> TMachineFile::FindingsWhenSaved() {
-  std::string bytes = FConfig.Document().Serialise();
-  FConfig.DropDocument();  // one document at a time
-  const auto parse = [this](TXmlDocument& document, std::string&& text, TXmlDetail detail) {
-    auto parsed = document.Parse(std::move(text), detail);
-    if (parsed) return;
-    TProblem problem = parsed.Problem();
-    problem.Where.insert(0, FConfig.File().string() + ":");
-    throw EProblem(pbUnusable, problem);
-  };
-  {
-    TXmlDocument document;
-    parse(document, std::move(bytes), xdAll);
-    TXmlContext context;
-    FConfig.SaveToXmlNode(document.Root(context));
-    if (!context.Problem.empty()) throw EProblem(pbRequest, context.Problem);
-    bytes = document.Serialise();
-  }
-  TXmlDocument saved;
-  parse(saved, std::move(bytes), xdPlaces);
-  return Findings(saved);
-}
-
-std::vector<TConfigFinding> TMachineFile::Wrong(std::initializer_list<std::string_view> sections) {
-  auto findings = Findings(FConfig.Document());
-  std::erase_if(findings, [&](const TConfigFinding& finding) {
-    return finding.Foreign ||
-           std::ranges::none_of(sections, [&](auto section) { return IsUnder(finding.Path, section); });
-  });
-  return findings;
-}
-
 int RunConfigCheck(const std::filesystem::path& file, bool all, bool json, std::ostream& out) {
-  TMachineFile machine;
+  TMachineFile machine(Machines());
   machine.Load(file, xdPlaces);
   auto findings = machine.Findings(machine.Config().Document());
   const auto foreign = static_cast<std::size_t>(std::ranges::count_if(findings, &TConfigFinding::Foreign));
   const std::size_t faults = findings.size() - foreign;
   if (!all) std::erase_if(findings, &TConfigFinding::Foreign);
-  const auto defaulted = Defaulted(machine.Config());
+  const auto defaulted = DefaultedLimits(machine.Config());
   const std::string name = file.string();
   if (json) {
-    nlohmann::ordered_json defaults = nlohmann::ordered_json::object();
-    for (const auto* const row : defaulted) defaults["Supervisor/" + std::string(row->Name.Text)] = row->Default;
     std::optional<TProblem> problem;
     if (faults != 0) problem = {.What = Format(Tr("%zu values or names are wrong"), faults), .Where = name};
     PrintDocument(out, "config check",
-                  {{"file", name}, {"findings", JsonOf(findings)}, {"unknown", foreign}, {"defaults", defaults}},
+                  {{"file", name},
+                   {"findings", JsonOf(findings)},
+                   {"unknown", foreign},
+                   {"defaults", ixocontroller::JsonOf(defaulted)}},
                   problem);
     return faults == 0 ? kExitSuccess : kExitOtherwise;
   }
@@ -201,7 +100,7 @@ int RunConfigCheck(const std::filesystem::path& file, bool all, bool json, std::
 }
 
 int RunConfigShow(const std::filesystem::path& file, const std::string& section, bool json, std::ostream& out) {
-  TMachineFile machine;
+  TMachineFile machine(Machines());
   machine.Load(file, xdPlaces);
   const auto views = FindSection(machine.Config(), section).OrThrow(pbRequest);
   const auto wrong = machine.Wrong({section});
@@ -217,7 +116,7 @@ int RunConfigShow(const std::filesystem::path& file, const std::string& section,
 }
 
 int RunConfigGet(const std::filesystem::path& file, const std::string& path, bool json, std::ostream& out) {
-  TMachineFile machine;
+  TMachineFile machine(Machines());
   machine.Load(file, xdPlaces);
   const auto view = FindProperty(machine.Config(), path);
   const bool isSection = !view && FindSection(machine.Config(), path);
@@ -239,25 +138,10 @@ int RunConfigGet(const std::filesystem::path& file, const std::string& path, boo
 
 int RunConfigSet(const std::filesystem::path& file, const std::string& path, const std::string& value, TSetting setting,
                  std::ostream& out) {
-  TMachineFile machine;
+  TMachineFile machine(Machines());
   machine.Hold(file);
   machine.Load(file, xdPlaces);
-  const auto before = machine.Findings(machine.Config().Document());
-  SetProperty(machine.Config(), path, value).OrThrow(pbRequest);
-  // What was wrong before and is elsewhere is `check`'s to tell.
-  auto wrong = machine.FindingsWhenSaved();
-  std::erase_if(wrong, [&](const TConfigFinding& finding) {
-    return finding.Foreign || (!SameFolded(finding.Path, path) &&
-                               std::ranges::find(before, finding.Path, &TConfigFinding::Path) != before.end());
-  });
-  if (!wrong.empty() && !setting.Force) {
-    constexpr std::size_t kMostNamed = 3;
-    std::string named;
-    for (std::size_t i = 0; i < std::min(wrong.size(), kMostNamed); ++i)
-      named += (i == 0 ? "" : "; ") + wrong[i].Path + ": " + wrong[i].Text;
-    if (wrong.size() > kMostNamed) named += Format(Tr("; and %zu more"), wrong.size() - kMostNamed);
-    throw EProblem(pbRequest, {.What = named, .Remedy = Tr("nothing was set; --force sets it all the same")});
-  }
+  const auto wrong = machine.Set(path, value, setting.Force);
   const std::string unsure = machine.Config().Save().OrThrow(pbUnusable);
   if (!unsure.empty()) std::cerr << "ixocut config set: " << unsure << std::endl;
   const auto view = FindProperty(machine.Config(), path).OrThrow(pbRequest);
@@ -276,45 +160,28 @@ int RunConfigSet(const std::filesystem::path& file, const std::string& path, con
 
 int RunConfigDiff(const std::filesystem::path& a, const std::filesystem::path& b, bool json, std::ostream& out) {
   const auto read = [](const std::filesystem::path& file) {
-    TMachineFile machine;
+    TMachineFile machine(Machines());
     machine.Load(file, xdPlaces);
     return ViewProperties(machine.Config(), false);
   };
   const auto left = read(a);
   const auto right = read(b);
-  std::map<std::string_view, const TPropertyView*> other;
-  for (const auto& view : right) other[view.Path] = &view;
-  auto differences = nlohmann::ordered_json::array();
-  const auto line = [&](const TPropertyView& view, const TPropertyView* from, const TPropertyView* to) {
-    differences.push_back({{"path", view.Path},
-                           {"from", from ? JsonOf(*from, from->Value) : nlohmann::ordered_json()},
-                           {"to", to ? JsonOf(*to, to->Value) : nlohmann::ordered_json()}});
-    const auto shown = [](const TPropertyView* at) {
-      return at ? WithUnit(*at, Shown(*at)) : std::string(Tr("(missing)"));
-    };
-    if (!json) out << view.Path << ": " << shown(from) << " -> " << shown(to) << '\n';
+  const auto differences = Differences(left, right);
+  const auto shown = [](const TPropertyView* at) {
+    return at ? WithUnit(*at, Shown(*at)) : std::string(Tr("(missing)"));
   };
-  for (const auto& view : left) {
-    const auto it = other.find(view.Path);
-    if (it == other.end()) {
-      line(view, &view, nullptr);
-      continue;
-    }
-    if (it->second->Value != view.Value) line(view, &view, it->second);
-    other.erase(it);
-  }
-  for (const auto& view : right)
-    if (other.contains(view.Path)) line(view, nullptr, &view);
+  for (const TConfigDifference& difference : differences)
+    if (!json) out << difference.Path() << ": " << shown(difference.From) << " -> " << shown(difference.To) << '\n';
   if (json) {
     std::optional<TProblem> problem;
     if (!differences.empty()) problem = {.What = Format(Tr("the files differ in %zu properties"), differences.size())};
-    PrintDocument(out, "config diff", {{"differences", differences}}, problem);
+    PrintDocument(out, "config diff", {{"differences", JsonOf(differences)}}, problem);
   }
   return differences.empty() ? kExitSuccess : kExitOtherwise;
 }
 
 int RunConfigSchema(bool json, std::ostream& out) {
-  TMachineFile machine;
+  TMachineFile machine(Machines());
   auto document = nlohmann::ordered_json::array();
   for (const auto& view : ViewProperties(machine.Config(), true)) {
     document.push_back(JsonFacts(view));
@@ -329,7 +196,7 @@ int RunConfigSchema(bool json, std::ostream& out) {
 }
 
 int RunConfigRestore(const std::filesystem::path& file, bool json, std::ostream& out) {
-  TMachineFile machine;
+  TMachineFile machine(Machines());
   machine.Hold(file);
   (void)machine.Config().Load(file);  // whether it can be read, or is there, or not
   std::error_code error;

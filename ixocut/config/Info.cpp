@@ -4,11 +4,13 @@
 #include <nlohmann/json.hpp>
 
 #include "controller/StateFolder.h"
+#include "controller/config/ConfigJson.h"
 #include "ixocamglue/config/Libmachinecfg.h"
 #include "ixocamglue/config/Ucamglue.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/Document.h"
+#include "ixocut/Machines.h"
 #include "ixocut/OperatorTexts.h"
 #include "ixocut/config/ConfigCommand.h"
 
@@ -36,7 +38,8 @@ struct TInfoOptions {
 }  // namespace
 
 int RunInfo(const std::filesystem::path& file, const std::string& language, bool json, std::ostream& out) {
-  TMachineFile machine;
+  TMachineFile machine(Machines());
+  const TInstalled<TMachineConfig> installed(machine.Config());
   machine.Load(file, xdPlaces);
   const TOperatorTexts texts("info", language);
 

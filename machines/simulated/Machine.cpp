@@ -176,7 +176,14 @@ TMachineFactory SimulatedMachine(TSimOptions options) {
     if (options.Adjust) options.Adjust(config);
     return TResult<std::unique_ptr<IMachine>>(std::make_unique<TSimMachine>(context, config, options.Parts));
   };
-  return {"simulated", make, SimFaults()};
+  return {.Name = "simulated",
+          .Make = make,
+          .Faults = SimFaults(),
+          .Section = "Simulator",
+          .MakeSection = [] { return std::make_unique<TSimulatorRecord>(); },
+          .Bounds = [](const TConfigSection& root, std::vector<TProblem>& problems) -> TMachineBounds {
+            return TSimConfig::FromRoot(root, problems);
+          }};
 }
 
 }  // namespace ixocamglue

@@ -17,6 +17,7 @@
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocut/CommandLine.h"
+#include "ixocut/Machines.h"
 #include "ixocut/config/ConfigCommand.h"
 
 namespace ixocamglue::test {
@@ -173,7 +174,7 @@ TEST_F(ConfigCommand, AValueOfTheSupervisorThatIsAbsentOrTooShortHasItsDefault) 
             std::string::npos)
       << Out.str();
   EXPECT_EQ(Ixocut("run delay --ms 200"), 0);  // no reason to refuse the machine
-  TMachineFile machine;
+  TMachineFile machine(Machines());
   machine.Load(File);
   TSupervisorConfig limits;
   machine.Config().Section("Supervisor").Load(limits);
@@ -188,7 +189,7 @@ TEST_F(ConfigCommand, AValueOfTheSupervisorThatIsAbsentOrTooShortHasItsDefault) 
 TEST_F(ConfigCommand, EachPropertyHasItsSentenceInBothLanguagesAndEachNumberItsRange) {
   std::ifstream in(ShareFolder() / "locale/zh.json");
   const auto chinese = nlohmann::json::parse(in).at("Messages");
-  TMachineFile machine;
+  TMachineFile machine(Machines());
   const auto schema = ViewProperties(machine.Config(), true);
   EXPECT_GT(schema.size(), 400u);
   for (const TPropertyView& view : schema) {
@@ -323,7 +324,7 @@ TEST_F(ConfigCommand, ACutFileIsNamedWithItsPlaceAndNeverSaved) {
   const std::string whole = Bytes();
   for (std::size_t size = 0; size < whole.size() - 1; size += 97) {
     std::ofstream(File, std::ios::binary) << whole.substr(0, size);
-    TMachineFile machine;
+    TMachineFile machine(Machines());
     EXPECT_TRUE(machine.Config().Load(File).Problem().Text().starts_with(File.string() + ":")) << size;
     EXPECT_FALSE(machine.Config().Save());
     EXPECT_EQ(Bytes().size(), size);
