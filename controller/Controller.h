@@ -57,7 +57,7 @@ struct TControllerOptions {
   bool Supervisor = true;
   std::size_t LogCapacity = 1024;     // lines
   std::filesystem::path AlarmFolder;  // holds <language>.json; empty: no alarm is defined
-  // Runs the alarm manager, its client and this store. Real time only. Empty: alarms end in the package's events.
+  // Runs the alarm manager, its client and this store. Empty: alarms end in the package's events.
   std::filesystem::path AlarmDb;
   // Told when the store cannot be written, is another program's or had to be made again, and at the end what it does
   // not have; any thread. What is not stored then goes to EndFailed too. Null: logged only.

@@ -28,7 +28,7 @@ TAlarmPackage::TAlarmPackage(TNcStateFramework& framework, IMachineObserver& jou
       FClock(clock),
       FStoreAlarms(kPrefix, {{saFailed, naShownOnly, ""}, {saHeld, naShownOnly, ""}}) {
   FManager.OnRaised([&framework](const TNcAlarmRecord& record) { framework.PostAlarm(record); });
-  if (FClock) FTimer = FClock->Every(TNcAlarmManager::kPollMs, [this](std::uint64_t) { FManager.DrainOnce(); });
+  if (FClock) FTimer = FClock->Every(TNcAlarmManager::kPollMs, [this](std::uint64_t) { DrainOnce(); });
 }
 
 void TAlarmPackage::OpenStore(const std::filesystem::path& file, int retentionDays, TStoreTold told) {
@@ -54,6 +54,7 @@ void TAlarmPackage::OpenStore(const std::filesystem::path& file, int retentionDa
   AppSys()->Register(IID_IAlarmFactory, std::static_pointer_cast<IAlarmFactory>(FStore));
   FManager.AddSource(FStoreAlarms);
   (void)FStore->Open();  // what fails is told
+  SetAlarmLimits({.ClientThread = FClock == nullptr});
   (void)AlarmManager();
 }
 
@@ -78,11 +79,16 @@ void TAlarmPackage::StoreSays(std::int32_t id, std::string desc) {
   FManager.Raise({.IdPrefix = kPrefix, .Desc = std::move(desc), .Id = id, .Attrs = naShownOnly});
 }
 
+void TAlarmPackage::DrainOnce() {
+  FManager.DrainOnce();
+  if (TAlarmManager* const manager = FStore ? AlarmManager() : nullptr) manager->RunClient();
+}
+
 // Until the client has taken over what was raised.
 void TAlarmPackage::Drain() {
   TAlarmManager* const manager = AlarmManager();
   if (!manager) return;
-  FManager.DrainOnce();
+  DrainOnce();
   for (const std::uint64_t end = Clock().MonotonicMs() + kDrainMs; Clock().MonotonicMs() < end; Clock().Sleep(1))
     if (manager->GetAlarmFifos(0).Sizes().Queue + manager->GetAlarmFifos(1).Sizes().Queue == 0) return;
 }

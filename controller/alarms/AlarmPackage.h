@@ -59,6 +59,7 @@ class TAlarmPackage {
  private:
   void StoreFailed(const std::filesystem::path& file, const TProblem& why, bool held);
   void StoreSays(std::int32_t id, std::string desc);
+  void DrainOnce();
   void Drain();
   [[nodiscard]] std::optional<TProblem> TellUnstored(const std::filesystem::path& file);
 

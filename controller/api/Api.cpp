@@ -61,6 +61,7 @@ TProblem NeedsRole(TRole role, const TAsker& who) {
 }
 
 TApiReply RunRoute(const TApiRoute& route, TService& service, const TApiRequest& request) {
+  const TLanguageScope language(request.Language);
   try {
     if (route.Lease)
       if (const auto admitted = service.Lease().Admit(request.Lease, RealMs()); !admitted)
@@ -95,7 +96,7 @@ TApiReply Fail(const EProblem& problem) {
 std::span<const TApiRoute> TApi::Routes() {
   static const std::vector<TApiRoute> routes = [] {
     std::vector<TApiRoute> all;
-    for (const auto of : {&StatusRoutes, &AccessRoutes})
+    for (const auto of : {&StatusRoutes, &AccessRoutes, &AlarmsRoutes, &ConfigRoutes})
       for (const TApiRoute& route : of()) all.push_back(route);
     return all;
   }();
@@ -119,6 +120,7 @@ const TApiRoute* TApi::Find(std::string_view method, std::string_view path, std:
 }
 
 void TApi::Handle(TApiRequest request, std::function<void(TApiReply)> answer) {
+  const TLanguageScope language(request.Language);
   bool known = false;
   const TApiRoute* const route = Find(request.Method, request.Path, request.Params, known);
   if (!route)

@@ -66,5 +66,7 @@ class TApi {
 // Of each subject, in its own file.
 [[nodiscard]] std::span<const TApiRoute> StatusRoutes();
 [[nodiscard]] std::span<const TApiRoute> AccessRoutes();
+[[nodiscard]] std::span<const TApiRoute> AlarmsRoutes();
+[[nodiscard]] std::span<const TApiRoute> ConfigRoutes();
 
 }  // namespace ixocontroller

@@ -51,6 +51,7 @@ TService::TService(TServiceOptions options)
   TControllerOptions controller = FOptions.Controller;
   controller.Sinks.push_back(FLogEvents.get());
   FController = std::make_unique<TController>(std::move(controller));
+  FAlarms.emplace(*FController, FEvents);
   FController->OnState([this](std::int32_t from, std::int32_t to) {
     FEvents.Add(evState, [from, to] {
       return nlohmann::ordered_json{{"from", StateWord(from)}, {"state", StateWord(to)}, {"stateNumber", to}};

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "controller/Controller.h"
+#include "controller/service/AlarmDesk.h"
 #include "controller/service/Asker.h"
 #include "controller/service/Events.h"
 #include "controller/service/Lease.h"
@@ -53,6 +54,7 @@ class TService {
   [[nodiscard]] std::shared_ptr<const TStatus> Status() const;
   [[nodiscard]] TEventRing& Events() { return FEvents; }
   [[nodiscard]] TAccess& Access() { return FAccess; }
+  [[nodiscard]] TAlarmDesk& Alarms() { return *FAlarms; }
   [[nodiscard]] const TServiceOptions& Options() const { return FOptions; }
   [[nodiscard]] TController& Controller() { return *FController; }  // its any-thread operations
   // Ends what runs; `who` is named as the cause.
@@ -87,6 +89,7 @@ class TService {
   TAccess FAccess;
   const std::unique_ptr<TLogEvents> FLogEvents;
   std::unique_ptr<TController> FController;
+  std::optional<TAlarmDesk> FAlarms;
 
   // interface thread
   TRunner FRunner;

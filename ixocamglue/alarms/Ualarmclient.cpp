@@ -46,9 +46,9 @@ void TAlarmThread::Execute() {
 
 // --- TAlarmClient ---
 
-TAlarmClient::TAlarmClient(TAlarmManager& manager) : FManager(manager), FThread(*this) {
+TAlarmClient::TAlarmClient(TAlarmManager& manager, bool ownThread) : FManager(manager), FThread(*this) {
   FManager.RegisterClient(this, true);
-  FThread.Start();
+  if (ownThread) FThread.Start();
 }
 
 TAlarmClient::~TAlarmClient() { Stop(); }

@@ -45,8 +45,8 @@ class TAlarmClient {
   static constexpr int kCommitEvery = 500;  // messages
 
   // Registers with replay before the thread starts, so that its first pass sees every alarm so far. The manager
-  // outlives the client's thread.
-  explicit TAlarmClient(TAlarmManager& manager);
+  // outlives the client's thread. Without a thread of its own its passes are somebody else's to run.
+  explicit TAlarmClient(TAlarmManager& manager, bool ownThread = true);
   ~TAlarmClient();
   TAlarmClient(const TAlarmClient&) = delete;
   TAlarmClient& operator=(const TAlarmClient&) = delete;

@@ -66,7 +66,7 @@ void TAlarmManager::Initialize() {
   FAddedHandle = nc->AlarmAdded().Subscribe([this](const TNcAlarmRecord& rec) { NcAlarmAdded(rec); });
   FRemovedHandle = nc->AlarmRemoved().Subscribe([this](const TNcAlarmRecord& rec) { NcAlarmRemoved(rec); });
   for (std::int32_t i = 0; i < nc->GetAlarmCount(); ++i) NcAlarmAdded(nc->GetAlarm(i).SnapShot());
-  FClient = std::make_unique<TAlarmClient>(*this);
+  FClient = std::make_unique<TAlarmClient>(*this, FLimits.ClientThread);
 }
 
 void TAlarmManager::RegisterClient(TAlarmConsumer client, bool replay) {

@@ -25,6 +25,7 @@ inline constexpr std::size_t kAlarmLevels = 2;
 
 // What may be limited or reported; everything is off by default.
 struct TAlarmLimits {
+  bool ClientThread = true;             // false: RunClient does what the client's thread would do, every 20 ms
   std::size_t HistoryCap = 0;           // messages per level; active alarms are kept beyond it
   std::size_t QueueThreshold = 0;       // a queue that grows to this is reported, once per growth
   std::size_t HistoryThreshold = 0;     // the same for the history
@@ -60,6 +61,10 @@ class TAlarmManager {
     return FCounters[level].load(std::memory_order_acquire);
   }
   [[nodiscard]] std::vector<TNcAlarmMsg> GetRemovedAlarms();  // in order of removal
+  // One pass of a client that has no thread of its own; one thread.
+  void RunClient() {
+    if (FClient && !FLimits.ClientThread) (void)FClient->RunPass();
+  }
   [[nodiscard]] bool Running() const { return FRunning.load(std::memory_order_acquire); }
 
   // --- the alarm package's thread ---

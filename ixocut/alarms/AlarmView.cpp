@@ -2,10 +2,7 @@
 
 #include <iostream>
 
-#include <nlohmann/json.hpp>
-
 #include "controller/StateFolder.h"
-#include "ixocamglue/alarms/Almintprt.h"
 #include "ixocamglue/alarms/Ualarmdefs.h"
 #include "ixocamglue/platform/services/UtcTime.h"
 #include "ixocamglue/support/Format.h"
@@ -15,23 +12,6 @@
 namespace ixocut {
 using namespace ixocontroller;
 namespace {
-
-struct TColumn {
-  const char* Name;
-  std::string TAlarmRow::*Text;
-};
-constexpr TColumn kColumns[] = {{"raised", &TAlarmRow::Raised},
-                                {"cleared", &TAlarmRow::Cleared},
-                                {"acknowledged", &TAlarmRow::Acknowledged},
-                                {"byWhom", &TAlarmRow::ByWhom},
-                                {"mark", &TAlarmRow::Mark},
-                                {"identifier", &TAlarmRow::Identifier},
-                                {"code", &TAlarmRow::Code},
-                                {"module", &TAlarmRow::Module},
-                                {"type", &TAlarmRow::Type},
-                                {"description", &TAlarmRow::Description},
-                                {"reason", &TAlarmRow::Reason},
-                                {"solution", &TAlarmRow::Solution}};
 
 std::string Quoted(const std::string& text) {
   if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
@@ -44,20 +24,6 @@ std::string Quoted(const std::string& text) {
 }
 
 }  // namespace
-
-TAlarmRow Translated(TAlarmRow row) {
-  const TAlarmInterpreter* const interpreter = AlarmInterpreter();
-  TAlarmRec rec;
-  if (!interpreter || !interpreter->TryGetAlarmRec(row.Identifier, rec)) return row;
-  row.Code = rec.Code;
-  row.Module = rec.Category;
-  row.Type = rec.Alarmtype;
-  if (!rec.AlarmDesc.empty() && rec.AlarmDesc != row.Description)
-    row.Description = row.Description.empty() ? rec.AlarmDesc : rec.AlarmDesc + " (" + row.Description + ")";
-  row.Reason = rec.Reason;
-  row.Solution = rec.Solution;
-  return row;
-}
 
 std::string ShownTime(const std::string& stored) {
   const auto moment = ParseMoment(stored);
@@ -82,22 +48,15 @@ std::string AlarmLine(const TAlarmRow& row) {
   return line;
 }
 
-nlohmann::ordered_json AlarmJson(const TAlarmRow& row) {
-  nlohmann::ordered_json json{
-      {"row", row.Row}, {"level", row.Level}, {"active", row.Active()}, {"first", row.FirstOut}};
-  for (const TColumn& column : kColumns) json[column.Name] = row.*column.Text;
-  return json;
-}
-
 std::string AlarmCsv(const TAlarmRow& row) {
   std::string line = std::to_string(row.Level);
-  for (const TColumn& column : kColumns) line += "," + Quoted(row.*column.Text);
+  for (const TAlarmColumn& column : AlarmColumns()) line += "," + Quoted(row.*column.Text);
   return line;
 }
 
 std::string AlarmCsvHead() {
   std::string line = "level";
-  for (const TColumn& column : kColumns) line += std::string(",") + column.Name;
+  for (const TAlarmColumn& column : AlarmColumns()) line += std::string(",") + column.Name;
   return line;
 }
 

@@ -8,10 +8,8 @@
 #include <string_view>
 #include <vector>
 
-#include <nlohmann/json_fwd.hpp>
-
+#include "controller/alarms/AlarmRows.h"
 #include "ixocamglue/Library.h"
-#include "ixocamglue/alarms/store/AlarmHistory.h"
 #include "ixocamglue/platform/services/AppSys.h"
 #include "ixocamglue/platform/services/Locale.h"
 #include "ixocamglue/platform/services/LocaleManager.h"
@@ -19,15 +17,11 @@
 
 namespace ixocut {
 using namespace ixocamglue;
-
-// An alarm as it is shown: what the dictionary says of the identifier, behind its description the message's own in
-// brackets, which may name an axis, a port or a value; everything as stored where it says nothing.
-[[nodiscard]] TAlarmRow Translated(TAlarmRow row);
+using namespace ixocontroller;
 
 // "2026-01-01 08:00:00.000+08:00  [active]  1  TPLaser#1  L101  | Laser  | emission lost  | reason  | solution"; the
 // time of this place.
 [[nodiscard]] std::string AlarmLine(const TAlarmRow& row);
-[[nodiscard]] nlohmann::ordered_json AlarmJson(const TAlarmRow& row);
 // A line of comma-separated text (RFC 4180), and its head.
 [[nodiscard]] std::string AlarmCsv(const TAlarmRow& row);
 [[nodiscard]] std::string AlarmCsvHead();

@@ -37,20 +37,8 @@ std::filesystem::path KnownMachine(const TAlarmsOptions& options) {
   return std::filesystem::exists(copy, error) ? copy : ShareFolder() / "machines" / "machine.xml";
 }
 
-TAlarmFilter FilterOf(const TAlarmsOptions& options) {
-  TAlarmFilter filter;
-  if (!options.Since.empty()) filter.Since = ParseMoment(options.Since);
-  if (!options.Since.empty() && !filter.Since)
-    throw EProblem(pbRequest, {.What = Format(Tr("\"%s\" is no time"), options.Since.c_str()),
-                               .Where = "--since",
-                               .Why = {},
-                               .Remedy = Tr("write YYYY-MM-DD, or that with hh:mm, hh:mm:ss or hh:mm:ss.zzz behind a "
-                                            "blank; an offset (+08:00) may follow")});
-  if (options.Active != options.History)
-    filter.What = options.Active ? TAlarmFilter::TWhat::Active : TAlarmFilter::TWhat::History;
-  filter.Level = options.Level;
-  filter.Identifier = options.Id;
-  return filter;
+TAlarmFilter Filter(const TAlarmsOptions& options) {
+  return FilterOf({options.Since, options.Active, options.History, options.Level, options.Id}, "--since");
 }
 
 }  // namespace
@@ -85,7 +73,7 @@ int RunAlarmsLookup(const TAlarmsOptions& options, std::ostream& out) {
 }
 
 int RunAlarmsList(const TAlarmsOptions& options, std::ostream& out) {
-  const TAlarmFilter filter = FilterOf(options);
+  const TAlarmFilter filter = Filter(options);
   TAlarmHistory history(AlarmDbFile(options));
   const TAlarmLookup lookup(options.Language, KnownMachine(options));
   const auto suppressions = history.Suppressions(UtcNow());
@@ -160,7 +148,7 @@ int RunAlarmsWatch(const TAlarmsOptions& options, std::ostream& out) {
 }
 
 int RunAlarmsStats(const TAlarmsOptions& options, std::ostream& out) {
-  const TAlarmFilter filter = FilterOf(options);
+  const TAlarmFilter filter = Filter(options);
   TAlarmHistory history(AlarmDbFile(options));
   const TAlarmStats stats = StatsOf(history.Rows(filter), UtcNow());
   if (options.Json) {

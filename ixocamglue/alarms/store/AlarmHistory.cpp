@@ -30,7 +30,9 @@ std::vector<TAlarmRow> TAlarmHistory::Rows(const TAlarmFilter& filter) {
   // Whether a row was first-out takes all rows: a raise is, when nothing that was raised before was open.
   TSqliteStmt stmt(*FDb,
                    "SELECT row,identifier,code,module,type,description,reason,solution,level,raised,cleared,"
-                   "acknowledged,by_whom,mark FROM alarms ORDER BY row");
+                   "acknowledged,by_whom,mark FROM alarms WHERE ?1=0 OR row>(SELECT max(row) FROM alarms)-?1 "
+                   "ORDER BY row");
+  stmt.Bind(1, filter.Newest);
   std::vector<TAlarmRow> rows;
   std::multiset<std::string> open;  // when the rows so far were cleared; an empty text sorts first
   std::size_t neverCleared = 0;

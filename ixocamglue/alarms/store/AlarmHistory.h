@@ -31,6 +31,8 @@ struct TAlarmFilter {
   std::optional<TDateTime> Since;  // of the raise, UTC
   std::optional<std::int64_t> Level;
   std::string Identifier;
+  // Only so many of the last rows are looked at, and an alarm is then first among these; 0: all.
+  std::int64_t Newest = 0;
 };
 
 class TAlarmHistory {

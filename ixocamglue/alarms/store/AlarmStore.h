@@ -102,6 +102,7 @@ class TAlarmStore final : public IAlarmSvcIntf, public IAlarmFactory {
   // the one before is not called any more.
   void OnFate(std::function<void(const TAlarmFate&)> told);
 
+  [[nodiscard]] const std::filesystem::path& File() const { return FFile; }
   [[nodiscard]] std::uint64_t Lost() const;
   [[nodiscard]] std::size_t Waiting() const;
   [[nodiscard]] bool Failing() const;  // an outage lasts

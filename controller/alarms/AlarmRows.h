@@ -1,0 +1,44 @@
+// Alarms of a store and alarms that stand, as people and programs read them: with what their definitions say, in the
+// language of the thread that shows them. Any thread.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json_fwd.hpp>
+
+#include "ixocamglue/alarms/store/AlarmHistory.h"
+
+namespace ixocontroller {
+using namespace ixocamglue;
+
+// An alarm as it is shown: what the dictionary says of the identifier, behind its description the message's own in
+// brackets, which may name an axis, a port or a value; everything as stored where it says nothing.
+[[nodiscard]] TAlarmRow Translated(TAlarmRow row);
+
+// {"row", "level", "active", "first", "raised", ..., "solution"}
+[[nodiscard]] nlohmann::ordered_json AlarmJson(const TAlarmRow& row);
+
+// The texts of AlarmJson in its order, by their names.
+struct TAlarmColumn {
+  const char* Name;
+  std::string TAlarmRow::*Text;
+};
+[[nodiscard]] const std::vector<TAlarmColumn>& AlarmColumns();
+
+struct TAlarmAsked {
+  std::string Since;  // a moment; empty: from the first one on
+  bool Active = false, History = false;
+  std::optional<std::int64_t> Level;
+  std::string Identifier;
+};
+// Throws EProblem (pbRequest) for what is no moment; `where` names it.
+[[nodiscard]] TAlarmFilter FilterOf(const TAlarmAsked& asked, const char* where);
+
+// [{"identifier", "code", "category", "type", "brief", "text", "reason", "solution"}] of each identifier that is
+// defined, or of one; empty: all.
+[[nodiscard]] nlohmann::ordered_json DefinitionsJson(const std::string& identifier);
+
+}  // namespace ixocontroller

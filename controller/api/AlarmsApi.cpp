@@ -1,0 +1,102 @@
+// What stands, what stood, what it means; who has seen it, and what is hidden for a while.
+#include "controller/alarms/AlarmRows.h"
+#include "controller/api/Api.h"
+#include "controller/api/Asked.h"
+#include "controller/service/AlarmDesk.h"
+#include "ixocamglue/platform/services/LocaleManager.h"
+#include "ixocamglue/platform/services/UtcTime.h"
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
+#include "ixocamglue/support/ValueText.h"
+
+namespace ixocontroller {
+namespace {
+
+constexpr std::size_t kUsualRows = 200;
+constexpr std::size_t kMostRows = 10'000;
+constexpr std::size_t kMostText = 1000;  // of an identifier or a reason
+
+TApiReply ShowAlarms(TService& service, const TApiRequest&) {
+  TApiReply reply;
+  reply.Body = {{"alarms", service.Alarms().Standing()}};
+  return reply;
+}
+
+TApiReply AlarmsHistory(TService& service, const TApiRequest& request) {
+  const TAlarmStore* const store = service.Controller().AlarmStore();
+  if (!store) return Fail(404, {.What = Tr("this controller keeps no alarm store")});
+  const std::string level = QueryOf(request, "level");
+  const std::string limit = QueryOf(request, "limit");
+  TAlarmAsked asked;
+  asked.Since = QueryOf(request, "since");
+  asked.Active = QueryOf(request, "active") == "true";
+  asked.History = QueryOf(request, "active") == "false";
+  if (!level.empty()) asked.Level = static_cast<std::int64_t>(WholeNumber(level, "level", 0, 1));
+  asked.Identifier = QueryOf(request, "identifier");
+  TAlarmFilter filter = FilterOf(asked, "since");
+  filter.Newest = kMostRows;
+  const std::size_t most = limit.empty() ? kUsualRows : WholeNumber(limit, "limit", 1, kMostRows);
+
+  TAlarmHistory history(store->File());
+  const std::vector<TAlarmRow> rows = history.Rows(filter);
+  const std::vector<TAlarmSuppression> suppressions = history.Suppressions(UtcNow());
+  const std::size_t left = rows.size() > most ? rows.size() - most : 0;
+  TApiReply reply;
+  reply.Body = {{"lang", OwnLanguage()}, {"leftOut", left}, {"alarms", nlohmann::ordered_json::array()}};
+  for (std::size_t i = left; i < rows.size(); ++i) {
+    auto json = AlarmJson(Translated(rows[i]));
+    json["message"] = rows[i].Description;
+    json["suppressed"] = IsSuppressed(rows[i], suppressions);
+    reply.Body["alarms"].push_back(std::move(json));
+  }
+  return reply;
+}
+
+TApiReply AlarmDefinitions(TService&, const TApiRequest& request) {
+  const std::string identifier = QueryOf(request, "identifier");
+  TApiReply reply;
+  reply.Body = {{"definitions", DefinitionsJson(identifier)}};
+  if (identifier.empty() || !reply.Body["definitions"].empty()) return reply;
+  return Fail(404, {.What = Tr("no definition has this identifier"), .Where = identifier});
+}
+
+TApiReply AcknowledgeAlarm(TService& service, const TApiRequest& request) {
+  const std::string& serial = request.Params.at("serial");
+  const auto number = ParseExactly<std::uint64_t>(serial);
+  if (!number || !service.Alarms().Acknowledge(*number, request.Who))
+    return Fail(404, {.What = Tr("no alarm with this serial number stands"), .Where = serial});
+  TApiReply reply;
+  reply.Body = {{"serial", *number}, {"byWhom", request.Who.Name}};
+  return reply;
+}
+
+TApiReply SuppressAlarm(TService& service, const TApiRequest& request) {
+  const auto text = [&](const char* name) {
+    const auto found = request.Body.find(name);
+    return found != request.Body.end() && found->is_string() ? found->get<std::string>() : std::string();
+  };
+  if (!request.Body.is_object() || text("identifier").empty() || text("identifier").size() > kMostText ||
+      text("reason").size() > kMostText || !request.Body.contains("minutes"))
+    throw EProblem(pbRequest, Tr("expected {\"identifier\": \"...\", \"minutes\": 1 to 10080, \"reason\": \"...\"}"));
+  const std::uint64_t minutes = WholeNumber(request.Body["minutes"].dump(), "minutes", 0, TAlarmDesk::kMostMinutes);
+  TApiReply reply;
+  const std::string until =
+      service.Alarms().Suppress(text("identifier"), minutes, text("reason"), request.Who).OrThrow(pbRefused);
+  reply.Body = {{"identifier", text("identifier")}, {"until", until}};
+  return reply;
+}
+
+constexpr TApiRoute kAlarmsRoutes[] = {
+    {"GET", "/api/v1/alarms", roNone, false, true, &ShowAlarms, "The alarms that stand"},
+    {"GET", "/api/v1/alarms/history", roNone, false, true, &AlarmsHistory, "Alarms of the store"},
+    {"GET", "/api/v1/alarms/definitions", roNone, false, true, &AlarmDefinitions, "What alarms mean"},
+    {"POST", "/api/v1/alarms/suppress", roOperator, false, true, &SuppressAlarm, "Mark an alarm as suppressed for a while"},
+    {"POST", "/api/v1/alarms/{serial}/acknowledge", roOperator, false, true, &AcknowledgeAlarm,
+     "Tell that somebody has seen an alarm"},
+};
+
+}  // namespace
+
+std::span<const TApiRoute> AlarmsRoutes() { return kAlarmsRoutes; }
+
+}  // namespace ixocontroller

@@ -1,0 +1,264 @@
+// Alarms and configuration as they are asked for over the wire: on a service in virtual time, without a socket.
+#include <filesystem>
+#include <fstream>
+#include <future>
+#include <memory>
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "controller/StateFolder.h"
+#include "controller/api/Api.h"
+#include "controller/config/ConfigHistory.h"
+#include "controller/procedures/Procedures.h"
+#include "fixture/TempDir.h"
+#include "ixocamglue/config/Uassistconfig.h"
+#include "ixocamglue/motion/Usequence.h"
+#include "ixocamglue/platform/xml/JogSections.h"
+#include "ixocamglue/support/Files.h"
+#include "machines/simulated/Machine.h"
+
+namespace ixocamglue::test {
+using namespace ixocontroller;
+namespace {
+
+class TServiceApi : public testing::Test {
+ protected:
+  TServiceApi() { std::filesystem::copy_file(ShareFolder() / "machines/machine.xml", File); }
+
+  TService& Service() {
+    if (FService) return *FService;
+    TServiceOptions options;
+    options.Controller.Machines = {SimulatedMachine()};
+    options.Controller.MachineFile = File;
+    options.Controller.SavesMachineFile = true;
+    options.Controller.LocaleFolder = ShareFolder() / "locale";
+    options.Controller.AlarmFolder = ShareFolder() / "alarms";
+    options.Controller.AlarmDb = Dir.Path() / "alarms.db";
+    options.StateFolder = Dir.Path();
+    options.Speed = 50;
+    FService = std::make_unique<TService>(std::move(options));
+    FService->Start();
+    return *FService;
+  }
+  void Restart() { FService.reset(); }
+  // The answer of the whole table of routes.
+  TApiReply Ask(const std::string& method, std::string path, nlohmann::json body = {}, const std::string& lang = "en") {
+    TApiRequest request;
+    request.Method = method;
+    if (const auto query = path.find('?'); query != std::string::npos) {
+      const auto equals = path.find('=', query);
+      request.Query[path.substr(query + 1, equals - query - 1)] = path.substr(equals + 1);
+      path.resize(query);
+    }
+    request.Path = "/api/v1/" + path;
+    request.Body = std::move(body);
+    request.Language = lang;
+    request.Who = {.Name = "tester", .Role = roOperator, .Local = true};
+    std::promise<TApiReply> answered;
+    TApi(Service()).Handle(std::move(request), [&](TApiReply reply) { answered.set_value(std::move(reply)); });
+    return answered.get_future().get();
+  }
+  TApiReply Set(const std::string& path, nlohmann::json value, const std::string& version = "*") {
+    return Ask("PUT", "config/" + path, {{"value", std::move(value)}, {"version", version}});
+  }
+  // On the interface thread.
+  void Do(const std::function<void(TController&)>& what) {
+    std::promise<void> done;
+    Service().Post([&] {
+      what(Service().Controller());
+      done.set_value();
+    });
+    done.get_future().get();
+  }
+  nlohmann::ordered_json AlarmEvents() {
+    auto list = nlohmann::ordered_json::array();
+    for (const TServiceEvent& event : Service().Events().Read(0).Events)
+      if (event.Kind == evAlarm) list.push_back(event.Body());
+    return list;
+  }
+  std::string Bytes() { return ReadFile(File).OrThrow(pbUnusable); }
+
+  const TTempDir Dir;
+  const std::filesystem::path File = Dir.Path() / "machine.xml";
+
+ private:
+  std::unique_ptr<TService> FService;
+};
+
+TEST_F(TServiceApi, AValueIsSetInTheControllerAndItsFileAndOthersAreToldSo) {
+  const auto shown = Ask("GET", "config?section=AutoCleanHead/CleanCount");
+  ASSERT_EQ(shown.Status, 200) << shown.Body;
+  EXPECT_EQ(shown.Body["properties"]["AutoCleanHead/CleanCount"], 3);
+  EXPECT_EQ(shown.Body["version"], shown.ETag);
+  auto set = Set("AutoCleanHead/CleanCount", 5, shown.ETag);
+  ASSERT_EQ(set.Status, 200) << set.Body;
+  EXPECT_EQ(set.Body["inForce"], "now");
+  EXPECT_EQ(set.Body["before"], 3);
+  Do([](TController&) { EXPECT_EQ(FNozzleCleanCfg->CleanCount, 5); });
+  EXPECT_NE(Bytes().find("<CleanCount>5<"), std::string::npos);
+
+  const auto late = Set("AutoCleanHead/CleanCount", 7, shown.ETag);
+  EXPECT_EQ(late.Status, 412);
+  EXPECT_EQ(late.ETag, set.ETag);
+  EXPECT_EQ(Set("AutoCleanHead/CleanCount", 7, set.ETag).Status, 200);
+
+  // What the controller has no record of, and what has its own.
+  EXPECT_EQ(Set("Simulator/PlateZ", 99).Body["inForce"], "next start");
+  EXPECT_EQ(Set("Axes/Axis[1]/MaxSpeed", 1200).Body["inForce"], "next start");
+  EXPECT_EQ(Set("JogXY/LowJogSpeed", 12.5).Body["inForce"], "now");
+  Do([](TController& controller) {
+    EXPECT_EQ(controller.Jog().XY().LowJogSpeed, 12.5);
+    TJogXYSection xy = controller.Jog().XY();
+    xy.HighJogSpeed = 222;
+    controller.Jog().SetXY(xy);
+    EXPECT_TRUE(controller.Jog().Save());  // and nobody undoes what another has set
+    EXPECT_TRUE(MachineConfig()->Save());
+  });
+  const auto all = Ask("GET", "config").Body["properties"];
+  for (const auto& [path, value] : {std::pair<const char*, double>{"AutoCleanHead/CleanCount", 7},
+                                    {"Simulator/PlateZ", 99},
+                                    {"Axes/Axis[1]/MaxSpeed", 1200},
+                                    {"JogXY/LowJogSpeed", 12.5},
+                                    {"JogXY/HighJogSpeed", 222}})
+    EXPECT_EQ(all.value(path, -1.0), value) << path;
+
+  const auto changes = Ask("GET", "config/history?limit=2").Body["changes"];
+  ASSERT_EQ(changes.size(), 2u);
+  EXPECT_EQ(changes[1]["path"], "JogXY/LowJogSpeed");
+  EXPECT_EQ(changes[1]["who"], "tester");
+  EXPECT_EQ(changes[1]["to"], "12.5");
+  const auto diff = Ask("GET", "config/diff?against=backup").Body["differences"];
+  EXPECT_EQ(diff.size(), 1u) << diff;
+  EXPECT_EQ(diff[0]["path"], "JogXY/HighJogSpeed");
+
+  EXPECT_EQ(Ask("POST", "config/restore").Body["restored"], true);
+  Do([](TController& controller) { EXPECT_NE(controller.Jog().XY().HighJogSpeed, 222); });
+}
+
+TEST_F(TServiceApi, WhatIsWrongIsRefusedWithItsReasonAndNothingIsChanged) {
+  const std::string before = Bytes();
+  struct TCase {
+    const char* Path;
+    nlohmann::json Value;
+    int Status;
+  };
+  const TCase cases[] = {{"AutoCleanHead/CleanCount", "x", 400},   {"AutoCleanHead/CleanCount", nullptr, 400},
+                         {"AutoCleanHead/CleanCoun", 3, 400},      {"AutoCleanHead", 3, 400},
+                         {"Axes/Axis[1]/SoftLimitPos", 3000, 400}, {"Laser/EmissionOnDelay", -1, 400},
+                         {"UCSOrgName/UCSName1", "a\x0b", 400},    {"UCSOrgName/UCSName1", {{"a", 1}}, 400}};
+  for (const TCase& c : cases) {
+    const auto reply = Set(c.Path, c.Value);
+    EXPECT_EQ(reply.Status, c.Status) << c.Path << reply.Body;
+    EXPECT_FALSE(reply.Body["what"].get<std::string>().empty());
+  }
+  EXPECT_EQ(Ask("PUT", "config/AutoCleanHead/CleanCount", {{"value", 3}}).Status, 400) << "no version";
+  EXPECT_EQ(Ask("PUT", "config/AutoCleanHead/CleanCount", 7).Status, 400);
+  EXPECT_EQ(Ask("GET", "config?section=Nowhere").Status, 404);
+  EXPECT_EQ(Ask("GET", "config/diff").Status, 404) << "there is no previous version";
+  EXPECT_EQ(Ask("GET", "config/diff?against=me").Status, 400);
+  EXPECT_EQ(Ask("POST", "config/restore").Status, 503);
+  EXPECT_TRUE(Ask("GET", "config/check").Body["inOrder"]);
+  EXPECT_GT(Ask("GET", "config/schema").Body["properties"].size(), 400u);
+  EXPECT_EQ(Bytes(), before);
+
+  Do([](TController& controller) { EXPECT_TRUE(controller.Start(ShareRoot(MakeShot(60'000)))); });
+  for (const auto& reply : {Set("AutoCleanHead/CleanCount", 4), Ask("POST", "config/restore")})
+    EXPECT_EQ(reply.Status, 409) << reply.Body;
+  EXPECT_EQ(Bytes(), before);
+  Do([](TController& controller) { EXPECT_EQ(FNozzleCleanCfg->CleanCount, 3), controller.Framework().Stop(); });
+}
+
+TEST_F(TServiceApi, TheListOfChangesKeepsTheLastOnesAndPassesOverWhatACrashHasCut) {
+  const auto file = Dir.Path() / "changes";
+  TConfigHistory history(file);
+  std::uintmax_t largest = 0;
+  for (int i = 0; i < 3000; ++i) {
+    history.Add({.Who = "me", .What = "set", .Path = "p", .From = std::string(1000, 'x'), .To = std::to_string(i)});
+    largest = std::max(largest, std::filesystem::file_size(file));
+  }
+  EXPECT_LT(largest, TConfigHistory::kMostBytes + 1000);
+  std::ofstream(file, std::ios::app) << "{\"at\": \"20";
+  history.Add({.Who = "me", .What = "set", .Path = "p", .From = {}, .To = "3000"});
+  const auto all = history.Read(10'000);
+  EXPECT_GE(all.size(), TConfigHistory::kKept);
+  EXPECT_EQ(all.back()["to"], "3000");
+}
+
+TEST_F(TServiceApi, AlarmsAreToldInEachClientsLanguageAndWhatIsShownOfThemPermitsNothing) {
+  Do([](TController& controller) {
+    controller.RaiseAlarm({.IdPrefix = "TPLaser", .Desc = "source says 42", .Id = 1, .Attrs = naForbidLaser});
+    controller.RaiseAlarm({.IdPrefix = "Mine", .Desc = "a note", .Id = 7, .Attrs = naShownOnly});
+  });
+  const auto english = Ask("GET", "alarms").Body["alarms"];
+  const auto chinese = Ask("GET", "alarms", {}, "zh").Body["alarms"];
+  ASSERT_EQ(english.size(), 2u) << english;
+  EXPECT_EQ(english[0]["identifier"], "TPLaser#1");
+  EXPECT_NE(english[0]["solution"], chinese[0]["solution"]);
+  EXPECT_FALSE(english[0]["solution"].get<std::string>().empty());
+  EXPECT_EQ(chinese[0]["description"], "source says 42");
+  EXPECT_EQ(chinese[0]["lang"], "zh") << "the controller's, whoever asks";
+  EXPECT_EQ(english[1]["text"], "a note");
+  EXPECT_EQ(Ask("GET", "alarms/definitions?identifier=TPLaser#1").Body["definitions"][0]["solution"],
+            english[0]["solution"]);
+  EXPECT_EQ(Ask("GET", "alarms/definitions?identifier=Nobody#1").Status, 404);
+
+  const auto suppress = [&](const char* id, nlohmann::json minutes) {
+    return Ask("POST", "alarms/suppress", {{"identifier", id}, {"minutes", std::move(minutes)}, {"reason", "known"}});
+  };
+  EXPECT_EQ(suppress("TPLaser#1", 5).Status, 409) << "level 1 is never hidden";
+  EXPECT_EQ(suppress("Mine#7", 10'081).Status, 400);
+  EXPECT_EQ(suppress("Mine#7", -1).Status, 400);
+  EXPECT_EQ(suppress("Mine#7", 5).Status, 200);
+  EXPECT_EQ(Ask("POST", "alarms/99/acknowledge").Status, 404);
+  const std::string serial = english[0]["serial"].dump();
+  EXPECT_EQ(Ask("POST", "alarms/" + serial + "/acknowledge").Body["byWhom"], "tester");
+  const auto seen = Ask("GET", "alarms").Body["alarms"];
+  EXPECT_EQ(seen[0]["byWhom"], "tester");
+  EXPECT_TRUE(seen[0]["suppressedUntil"].is_null());
+  EXPECT_TRUE(seen[1]["suppressedUntil"].is_string());
+  Do([](TController& controller) { EXPECT_FALSE(controller.Alarms().AllowLaser()); });
+
+  Do([](TController& controller) { controller.ClearAlarms(); });
+  for (int i = 0; i < 500 && AlarmEvents().size() < 6; ++i) Do([](TController&) {});
+  std::string told;
+  for (const auto& event : AlarmEvents())
+    told += event["what"].get<std::string>() + " " + event["identifier"].get<std::string>() + ", ";
+  EXPECT_EQ(told,
+            "raised TPLaser#1, raised Mine#7, suppressed Mine#7, acknowledged TPLaser#1, cleared TPLaser#1, cleared "
+            "Mine#7, ");
+}
+
+TEST_F(TServiceApi, TheStoreHasWhatStoodAndTheNextStartClosesWhatACrashHasLeft) {
+  Do([](TController& controller) {
+    controller.RaiseAlarm({.IdPrefix = "Mine", .Desc = "a note", .Id = 7, .Attrs = naShownOnly});
+  });
+  const auto settled = [&] {
+    bool is = false;
+    for (int i = 0; i < 2000 && !is; ++i) Do([&](TController& controller) { is = controller.AlarmsSettled(); });
+    return is;
+  };
+  ASSERT_TRUE(settled());
+  EXPECT_EQ(Ask("POST", "alarms/suppress", {{"identifier", "Mine#7"}, {"minutes", 60}}).Status, 200);
+  const auto standing = Ask("GET", "alarms/history?active=true").Body;
+  ASSERT_EQ(standing["alarms"].size(), 1u) << standing;
+  EXPECT_EQ(standing["alarms"][0]["message"], "a note");
+  EXPECT_EQ(Ask("GET", "alarms/history?limit=0").Status, 400);
+  EXPECT_EQ(Ask("GET", "alarms/history?since=soon").Status, 400);
+  const TTempDir left;  // as a crash leaves it
+  Do([&](TController&) { std::filesystem::copy(Dir.Path(), left.Path(), std::filesystem::copy_options::recursive); });
+  Restart();
+  for (const char* const name : {"alarms.db", "alarms.db-wal"}) {
+    std::filesystem::remove(Dir.Path() / name);
+    if (std::filesystem::exists(left.Path() / name)) std::filesystem::copy_file(left.Path() / name, Dir.Path() / name);
+  }
+  ASSERT_TRUE(settled());
+  const auto closed = Ask("GET", "alarms/history?active=false").Body["alarms"];
+  ASSERT_EQ(closed.size(), 1u) << closed;
+  EXPECT_EQ(closed[0]["mark"], "restart");
+  EXPECT_EQ(closed[0]["suppressed"], true) << "as before";
+}
+
+}  // namespace
+}  // namespace ixocamglue::test
