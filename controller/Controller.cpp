@@ -185,6 +185,8 @@ void TController::LoadConfig() {
   FParts->Jog.Load(config);
 }
 
+void TController::NoteAddress(const std::string& url) { FParts->Config.NoteHold(url); }
+
 void TController::LoadTexts() {
   TParts& p = *FParts;
   if (const std::string problem = p.LocaleManager.ChangeLanguage(FOptions.Language); !problem.empty())

@@ -127,6 +127,8 @@ class TController {
   [[nodiscard]] bool AlarmsSettled();
   [[nodiscard]] TSupervisor* Supervisor();  // null: there is none
   [[nodiscard]] TCustomMotionState& MotionState();
+  // What others are told who want the machine file for themselves, beside this process's number. Any thread.
+  void NoteAddress(const std::string& url);
   // Called on the state thread after each change of state. Set before the loop runs.
   void OnState(TNcStateFramework::TObserver observer);
   // Locale entries that were refused, why the language could not be selected, and why the machine file cannot be saved.

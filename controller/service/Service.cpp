@@ -112,6 +112,11 @@ void TService::Wake() {
   FWork.notify_one();
 }
 
+void TService::SetAddress(const std::string& url) {
+  FAccess.SetAddress(url);
+  FController->NoteAddress(url);
+}
+
 std::shared_ptr<const TStatus> TService::Status() const {
   TGuard guard(FStatusLock);
   return FStatus;
@@ -213,7 +218,7 @@ void TService::LeaseChanged(const TLeaseEvent& event) {
       return who ? nlohmann::ordered_json(who->Name) : nlohmann::ordered_json();
     };
     return nlohmann::ordered_json{
-        {"change", LeaseChangeWord(event.Change)}, {"was", name(event.Was)}, {"holder", name(event.Now)}};
+        {"event", LeaseChangeWord(event.Change)}, {"was", name(event.Was)}, {"holder", name(event.Now)}};
   });
   for (const auto& told : FLeaseTold) told(event);
 }

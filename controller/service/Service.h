@@ -55,6 +55,8 @@ class TService {
   [[nodiscard]] TEventRing& Events() { return FEvents; }
   [[nodiscard]] TAccess& Access() { return FAccess; }
   [[nodiscard]] TAlarmDesk& Alarms() { return *FAlarms; }
+  // Where the wire listens: for the console's links, and for who wants the machine file.
+  void SetAddress(const std::string& url);
   [[nodiscard]] const TServiceOptions& Options() const { return FOptions; }
   [[nodiscard]] TController& Controller() { return *FController; }  // its any-thread operations
   // Ends what runs; `who` is named as the cause.
