@@ -76,4 +76,13 @@ std::string TLiveConfig::Restore() {
   return kept;
 }
 
+void TLiveConfig::Reread() {
+  {
+    TMachineFile file(FMachines);
+    Load(file);
+  }
+  FConfig.Load(File()).OrThrow(pbUnusable);
+  if (TJogSections* const jog = JogSections()) jog->Load(FConfig);
+}
+
 }  // namespace ixocontroller

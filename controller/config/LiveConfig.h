@@ -37,6 +37,8 @@ class TLiveConfig {
   TSet Set(const std::string& path, const std::string& value, bool force);
   // As TXmlConfig::Restore; the values of the version that is back are the controller's. Throws EProblem.
   std::string Restore();
+  // Takes over what somebody else has written into the file. A file that cannot be read changes nothing: EProblem.
+  void Reread();
 
  private:
   // Whether the controller has a record of it, and reads the file again for nothing else.

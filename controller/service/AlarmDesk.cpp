@@ -70,7 +70,7 @@ TAlarmDesk::~TAlarmDesk() {
 void TAlarmDesk::Tell(const char* what, const TNcAlarmRecord& record) {
   FEvents.Add(evAlarm, [what, record, lang = OwnLanguage()] {
     auto json = Described(record, lang);
-    json["what"] = what;
+    json["event"] = what;
     json["at"] = json["raised"];  // of the clear, where it is one
     json.erase("raised");
     return json;
@@ -116,7 +116,7 @@ bool TAlarmDesk::Acknowledge(std::uint64_t serial, const TAsker& who) {
     manager->Acknowledge(identifier, now);
   FEvents.Add(evAlarm, [record = *found, by = who.Name, at = FormatUtc(now), lang = OwnLanguage()] {
     auto json = Described(record, lang);
-    json["what"] = "acknowledged";
+    json["event"] = "acknowledged";
     json["at"] = at;
     json["byWhom"] = by;
     return json;
@@ -141,7 +141,8 @@ TResult<std::string> TAlarmDesk::Suppress(const std::string& identifier, std::ui
   if (TAlarmStore* const store = FController.AlarmStore())
     store->Suppress({identifier, until, reason.empty() ? who.Name : reason + " (" + who.Name + ")"});
   FEvents.Add(evAlarm, [identifier, until, by = who.Name] {
-    return nlohmann::ordered_json{{"what", "suppressed"}, {"identifier", identifier}, {"until", until}, {"byWhom", by}};
+    return nlohmann::ordered_json{
+        {"event", "suppressed"}, {"identifier", identifier}, {"until", until}, {"byWhom", by}};
   });
   return until;
 }

@@ -3,6 +3,7 @@
 #include <fstream>
 #include <future>
 #include <memory>
+#include <regex>
 #include <string>
 
 #include <gmock/gmock.h>
@@ -11,6 +12,7 @@
 #include "controller/StateFolder.h"
 #include "controller/api/Api.h"
 #include "controller/config/ConfigHistory.h"
+#include "controller/config/LiveConfig.h"
 #include "controller/procedures/Procedures.h"
 #include "fixture/TempDir.h"
 #include "ixocamglue/config/Uassistconfig.h"
@@ -133,6 +135,17 @@ TEST_F(TServiceApi, AValueIsSetInTheControllerAndItsFileAndOthersAreToldSo) {
   EXPECT_EQ(diff.size(), 1u) << diff;
   EXPECT_EQ(diff[0]["path"], "JogXY/HighJogSpeed");
 
+  Do([&](TController& controller) {
+    TLiveConfig live(*MachineConfig(), Service().Options().Controller.Machines);
+    const std::string whole = Bytes();
+    std::ofstream(File) << whole.substr(0, 1000);
+    EXPECT_THROW(live.Reread(), EProblem);
+    EXPECT_EQ(FNozzleCleanCfg->CleanCount, 7) << "an unreadable file changes nothing";
+    std::ofstream(File) << std::regex_replace(whole, std::regex("<CleanCount>7<"), "<CleanCount>9<");
+    live.Reread();
+    EXPECT_EQ(FNozzleCleanCfg->CleanCount, 9);
+    EXPECT_EQ(controller.Jog().XY().HighJogSpeed, 222);
+  });
   EXPECT_EQ(Ask("POST", "config/restore").Body["restored"], true);
   Do([](TController& controller) { EXPECT_NE(controller.Jog().XY().HighJogSpeed, 222); });
 }
@@ -200,6 +213,12 @@ TEST_F(TServiceApi, AlarmsAreToldInEachClientsLanguageAndWhatIsShownOfThemPermit
   EXPECT_EQ(chinese[0]["description"], "source says 42");
   EXPECT_EQ(chinese[0]["lang"], "zh") << "the controller's, whoever asks";
   EXPECT_EQ(english[1]["text"], "a note");
+  const auto keepAsking = [&](const char* lang, const nlohmann::ordered_json& expected) {
+    return std::async(std::launch::async, [&, lang] {
+      for (int i = 0; i < 50; ++i) EXPECT_EQ(Ask("GET", "alarms", {}, lang).Body["alarms"], expected) << lang;
+    });
+  };
+  { const auto one = keepAsking("en", english), other = keepAsking("zh", chinese); }
   EXPECT_EQ(Ask("GET", "alarms/definitions?identifier=TPLaser#1").Body["definitions"][0]["solution"],
             english[0]["solution"]);
   EXPECT_EQ(Ask("GET", "alarms/definitions?identifier=Nobody#1").Status, 404);
@@ -224,7 +243,7 @@ TEST_F(TServiceApi, AlarmsAreToldInEachClientsLanguageAndWhatIsShownOfThemPermit
   for (int i = 0; i < 500 && AlarmEvents().size() < 6; ++i) Do([](TController&) {});
   std::string told;
   for (const auto& event : AlarmEvents())
-    told += event["what"].get<std::string>() + " " + event["identifier"].get<std::string>() + ", ";
+    told += event["event"].get<std::string>() + " " + event["identifier"].get<std::string>() + ", ";
   EXPECT_EQ(told,
             "raised TPLaser#1, raised Mine#7, suppressed Mine#7, acknowledged TPLaser#1, cleared TPLaser#1, cleared "
             "Mine#7, ");

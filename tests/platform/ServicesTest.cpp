@@ -191,12 +191,17 @@ TEST(LocaleTexts, AScopeSpeaksAnotherLanguageOnItsThreadOnlyAndNests) {
   const TInstalled<TLocaleReader> readerInstalled(reader);
   const TInstalled<TLocaleManager> managerInstalled(manager);
   ASSERT_EQ(manager.ChangeLanguage("zh"), "");
+  reader.Apply(TextList(SPlain, SFormatted));
   const std::string chinese = Tr(message);
+  EXPECT_EQ(Retold(chinese), chinese);
   {
     const TLanguageScope english("en");
     EXPECT_STREQ(SPlain.Get(), "off");
     EXPECT_EQ(Show(SFormatted, 3), "3 毫米") << "an entry that takes other arguments";
     EXPECT_STREQ(Tr(message), message);
+    EXPECT_EQ(Retold("关"), "off");
+    EXPECT_EQ(Retold(chinese), message);
+    EXPECT_EQ(Retold("其他"), "其他") << "nobody's text";
     std::thread([&] { EXPECT_STREQ(SPlain.Get(), "关"); }).join();
     {
       const TLanguageScope inner("zh");

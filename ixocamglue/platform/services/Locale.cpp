@@ -89,6 +89,7 @@ std::vector<std::string> TLocaleReader::Apply(TTextList texts) {
   TGuard guard(FLock);
   std::vector<std::string> refused = std::exchange(FRefused, {});
   for (TText* text : texts) {
+    if (FTexts.insert(text).second) FBackOf = nullptr;
     const std::string* const found = FCurrent ? FCurrent->Find(*text) : nullptr;
     if (!found) {
       text->Set(nullptr);
@@ -127,6 +128,27 @@ std::string TLocaleReader::LanguageOf(const TCatalogue& catalogue) {
   const auto found =
       std::ranges::find_if(FLanguages, [&](const auto& language) { return language.second == &catalogue; });
   return found == FLanguages.end() ? std::string() : found->first;
+}
+
+std::string TLocaleReader::Retold(const std::string& text) {
+  const TCatalogue* const to = GThreadCatalogue;
+  TGuard guard(FLock);
+  if (!to || !FCurrent || to == FCurrent) return text;
+  if (std::exchange(FBackOf, FCurrent) != FCurrent) {
+    FTextsBack.clear();
+    FMessagesBack.clear();
+    for (TText* const known : FTexts) FTextsBack[FCurrent->Of(*known)].push_back(known);
+    for (const auto& [english, own] : FCurrent->Messages) FMessagesBack[own].push_back(english.c_str());
+  }
+  std::set<std::string_view> told;
+  if (const auto found = FTextsBack.find(text); found != FTextsBack.end()) {
+    for (const TText* const known : found->second) told.insert(to->Of(*known));
+  } else if (const auto message = FMessagesBack.find(text); message != FMessagesBack.end()) {
+    for (const char* const english : message->second) told.insert(Tr(english));
+  } else {
+    told.insert(Tr(text.c_str()));  // an English message, or none
+  }
+  return told.size() == 1 ? std::string(*told.begin()) : text;
 }
 
 std::vector<std::string> TLocaleReader::Languages() {

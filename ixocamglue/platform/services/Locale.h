@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -42,6 +43,8 @@ class TLocaleReader final : public ICatalogues {
   [[nodiscard]] std::vector<std::string> Languages();
   // Which language that is; empty: none of this reader's.
   [[nodiscard]] std::string LanguageOf(const TCatalogue& catalogue);
+  // See the function Retold.
+  [[nodiscard]] std::string Retold(const std::string& text);
 
  private:
   struct TRead {
@@ -61,6 +64,11 @@ class TLocaleReader final : public ICatalogues {
   std::map<std::string, const TCatalogue*, std::less<>> FLanguages IXO_GUARDED_BY(FLock);
   const TCatalogue* FCurrent IXO_GUARDED_BY(FLock) = nullptr;
   bool FLoadedAll IXO_GUARDED_BY(FLock) = false;
+  // For Retold: every text that was ever applied, and where the present language's texts come from.
+  std::set<TText*> FTexts IXO_GUARDED_BY(FLock);
+  std::map<std::string, std::vector<TText*>, std::less<>> FTextsBack IXO_GUARDED_BY(FLock);
+  std::map<std::string, std::vector<const char*>, std::less<>> FMessagesBack IXO_GUARDED_BY(FLock);
+  const TCatalogue* FBackOf IXO_GUARDED_BY(FLock) = nullptr;
   std::vector<std::string> FRefused IXO_GUARDED_BY(FLock);  // of the messages, for the next Apply
 };
 

@@ -70,6 +70,11 @@ std::string ThreadLanguage() {
   return language.empty() ? OwnLanguage() : language;
 }
 
+std::string Retold(const std::string& text) {
+  TLocaleReader* const reader = GThreadCatalogue ? LocaleReader() : nullptr;
+  return reader ? reader->Retold(text) : text;
+}
+
 std::string RequestLanguage(std::string_view acceptLanguage) {
   std::string best = OwnLanguage();
   TLocaleReader* const reader = LocaleReader();

@@ -44,5 +44,8 @@ IXO_DECLARE_SERVICE(TLocaleManager, LocaleManager);
 [[nodiscard]] std::string OwnLanguage();
 // The language of this thread's TLanguageScope, the controller's without one.
 [[nodiscard]] std::string ThreadLanguage();
+// A text that was made in the controller's language, in that of this thread's TLanguageScope, where it is a whole text
+// or message without arguments; any other one as it is. Any thread.
+[[nodiscard]] std::string Retold(const std::string& text);
 
 }  // namespace ixocamglue
