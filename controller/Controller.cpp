@@ -27,7 +27,6 @@ namespace ixocontroller {
 namespace {
 
 constexpr std::uint32_t kMachineRoundMs = 2;
-constexpr const char* kMachineSection = "Machine";
 constexpr std::uint32_t kBeginMs = 800;     // for the step that stands to return
 constexpr std::uint32_t kEndSlackMs = 300;  // for what the thread is at when it is asked to end
 constexpr int kLogMs = 50;                  // for the log's last lines
@@ -103,6 +102,7 @@ struct TController::TParts {
   std::optional<TKeyCommands> Keys;
   TGasDescents Descents{Registry};
   std::unique_ptr<IMachine> Machine;
+  TMachineLimits Limits;
   std::optional<TSupervisor> Supervisor;
   std::optional<TThreadWatch> Threads;
   std::optional<TRoundThread> MachineThread;
@@ -198,18 +198,11 @@ void TController::LoadTexts() {
 
 void TController::MakeMachine() {
   TParts& p = *FParts;
-  const std::string driver = p.Config.Section(kMachineSection).GetText("Driver", "");
-  std::string known;
-  for (const TMachineFactory& factory : FOptions.Machines) known += (known.empty() ? "" : ", ") + factory.Name;
-  const auto factory =
-      driver.empty() ? FOptions.Machines.begin() : std::ranges::find(FOptions.Machines, driver, &TMachineFactory::Name);
-  if (factory == FOptions.Machines.end())
-    throw EProblem(pbUnusable, TProblem{.What = Format(Tr("\"%s\" is no machine driver; there are: %s"), driver.c_str(),
-                                                       known.c_str()),
-                                        .Where = FOptions.MachineFile.string() + ": Machine/Driver"});
+  const TMachineFactory* const factory = FindMachine(p.Config, FOptions.Machines).OrThrow(pbUnusable);
   const TMachineContext context{*p.Framework, p.Config, p.Alarms->Manager(), p.Journal, VirtualClock(), FOptions.Seed};
   p.Machine = factory->Make(context).OrThrow(pbUnusable);
   p.Machine->Connect().OrThrow(pbUnusable);
+  if (auto limits = LimitsOf(p.Config, FOptions.Machines)) p.Limits = *std::move(limits);
   if (!FOptions.MachineFile.empty()) InitFlags();  // the driver has come after the load
 }
 
@@ -242,6 +235,7 @@ void TController::MakeSupervisor() {
 TVirtualClock* TController::VirtualClock() { return FParts->Virtual ? &*FParts->Virtual : nullptr; }
 TNcStateFramework& TController::Framework() { return *FParts->Framework; }
 IMachine& TController::Machine() { return *FParts->Machine; }
+const TMachineLimits& TController::Limits() const { return FParts->Limits; }
 TJournal& TController::Journal() { return FParts->Journal; }
 TKeyCommands& TController::Keys() { return *FParts->Keys; }
 TNcAlarmManager& TController::Alarms() { return FParts->Alarms->Manager(); }

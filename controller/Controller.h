@@ -111,6 +111,8 @@ class TController {
   [[nodiscard]] TVirtualClock* VirtualClock();  // null: real time
   [[nodiscard]] TNcStateFramework& Framework();
   [[nodiscard]] IMachine& Machine();
+  // What the machine allows, as its file said when it was made.
+  [[nodiscard]] const TMachineLimits& Limits() const;
   [[nodiscard]] TJournal& Journal();
   [[nodiscard]] TKeyCommands& Keys();
   [[nodiscard]] TNcAlarmManager& Alarms();

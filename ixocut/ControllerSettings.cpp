@@ -5,11 +5,9 @@
 
 #include "controller/Controller.h"
 #include "controller/StateFolder.h"
-#include "controller/procedures/MachineLimits.h"
 #include "ixocamglue/platform/xml/MachineConfig.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/Machines.h"
-#include "machines/simulated/Config.h"
 
 namespace ixocut {
 using namespace ixocontroller;
@@ -17,13 +15,9 @@ using namespace ixocontroller;
 std::filesystem::path TControllerSettings::MachineFile() const { return ixocontroller::MachineFile(Machine, State); }
 
 TMachineLimits TControllerSettings::Limits() const {
-  const std::filesystem::path file = MachineFile();
   TMachineConfig config;
-  config.Load(file).OrThrow(pbUnusable);
-  std::vector<TProblem> problems;
-  const TSimConfig machine = TSimConfig::FromConfig(config, problems);
-  if (!problems.empty()) throw EProblem(pbUnusable, file.string() + ": " + problems.front().Text());
-  return {machine, machine.Laser.EmissionOnDelay, machine.Physics.PlateZ, machine.WorkArea};
+  config.Load(MachineFile()).OrThrow(pbUnusable);
+  return LimitsOf(config, Machines()).OrThrow(pbUnusable);
 }
 
 namespace {

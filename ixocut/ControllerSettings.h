@@ -13,10 +13,10 @@ class App;
 }
 namespace ixocamglue {
 class ILogSink;
-}
+struct TMachineLimits;
+}  // namespace ixocamglue
 namespace ixocontroller {
 struct TControllerOptions;
-struct TMachineLimits;
 }  // namespace ixocontroller
 
 namespace ixocut {
@@ -32,7 +32,7 @@ struct TControllerSettings {
   // The user's machine file. Throws EProblem when it cannot be made.
   [[nodiscard]] std::filesystem::path MachineFile() const;
   // What the machine of that file allows. Throws EProblem for one that cannot be used.
-  [[nodiscard]] ixocontroller::TMachineLimits Limits() const;
+  [[nodiscard]] ixocamglue::TMachineLimits Limits() const;
   // The options with that file, the machines that the program knows, and with the texts and the alarm definitions that
   // come with the program. `sink`, where there is one, outlives the controller. Throws as MachineFile.
   [[nodiscard]] ixocontroller::TControllerOptions Options(ixocamglue::ILogSink* sink = nullptr) const;

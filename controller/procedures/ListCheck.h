@@ -6,8 +6,8 @@
 #include <span>
 #include <utility>
 
-#include "controller/procedures/MachineLimits.h"
 #include "controller/procedures/Procedures.h"
+#include "ixocamglue/platform/Machine.h"
 
 namespace ixocontroller {
 

@@ -15,8 +15,8 @@
 #include <string>
 #include <vector>
 
-#include "controller/procedures/MachineLimits.h"
 #include "controller/procedures/Procedures.h"
+#include "ixocamglue/platform/Machine.h"
 
 namespace ixocontroller {
 

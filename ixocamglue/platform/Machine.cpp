@@ -1,8 +1,12 @@
 #include "ixocamglue/platform/Machine.h"
 
+#include <algorithm>
+
 #include "ixocamglue/platform/services/Clock.h"
 #include "ixocamglue/platform/states/NcState.h"
+#include "ixocamglue/platform/xml/MachineConfig.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
 
@@ -35,6 +39,28 @@ TMachineSnapshot IMachine::Snapshot() {
     }
   if (const TNcStateFramework* const states = NcStates()) now.State = states->CurrentState();
   return now;
+}
+
+TResult<const TMachineFactory*> FindMachine(const TMachineConfig& config, std::span<const TMachineFactory> machines) {
+  const std::string driver = config.Section("Machine").GetText("Driver", "");
+  const auto factory = driver.empty() ? machines.begin() : std::ranges::find(machines, driver, &TMachineFactory::Name);
+  if (factory != machines.end()) return &*factory;
+  std::string known;
+  for (const TMachineFactory& machine : machines) known += (known.empty() ? "" : ", ") + machine.Name;
+  return TProblem{.What = Format(Tr("\"%s\" is no machine driver; there are: %s"), driver.c_str(), known.c_str()),
+                  .Where = config.File().string() + ": Machine/Driver"};
+}
+
+TResult<TMachineLimits> LimitsOf(const TMachineConfig& config, std::span<const TMachineFactory> machines) {
+  auto factory = FindMachine(config, machines);
+  if (!factory) return factory.Problem();
+  if (const auto& limits = (*factory)->Limits) return limits(config);
+  TMachineLimits any;
+  std::vector<TProblem> problems;
+  any.Bounds.Read(config, problems);
+  any.EmissionOnDelayMs = any.Bounds.Laser.EmissionOnDelay;
+  if (problems.empty()) return any;
+  return TProblem{.What = config.File().string() + ": " + problems.front().Text()};
 }
 
 }  // namespace ixocamglue

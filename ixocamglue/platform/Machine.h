@@ -8,6 +8,7 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <span>
 #include <string>
@@ -15,6 +16,7 @@
 #include <vector>
 
 #include "ixocamglue/platform/ports/MotionDriver.h"
+#include "ixocamglue/platform/xml/Bounds.h"
 #include "ixocamglue/support/Problem.h"
 
 namespace ixocamglue {
@@ -139,10 +141,23 @@ class IMachine {
   virtual void CatchUp(std::uint64_t nowMs) { static_cast<void>(nowMs); }
   // The state has changed; the state thread.
   virtual void NoteState(std::int32_t state) { static_cast<void>(state); }
+  // Stops at once whatever moves or blows, past whoever uses the devices: what a person asks for who wants everything
+  // off. Any thread, also while a device call of another one hangs; the caller has a thread for it that may wait.
+  // The laser's part of it is its latch. Here: nothing; the state thread stops each device in its next pass.
+  virtual void StopNow() {}
   // Any thread. Here: laser, emission and gas as the adapters have told the watch, the latch, and the state.
   virtual TMachineSnapshot Snapshot();
   // Lets one of its factory's faults happen, from now on. False: it has no fault of this name.
   virtual bool Inject(std::string_view fault) { return static_cast<void>(fault), false; }
+};
+
+// What one machine allows, for command lines, requests and files that are checked before anything moves.
+struct TMachineLimits {
+  TMachineBounds Bounds;
+  std::int32_t EmissionOnDelayMs = 5000;  // how long 516 waits for emission
+  // Z at which a nozzle touches what lies on the table, and where the table is.
+  double TableZ = std::numeric_limits<double>::infinity();
+  TNcArea Table;
 };
 
 // How a program makes the machines that it knows; the first one is made where the machine file names none.
@@ -158,6 +173,14 @@ struct TMachineFactory {
   // What a file of this document element describes; adds what keeps such a machine from being made. Null: as any
   // machine's (TMachineBounds::Read).
   std::function<TMachineBounds(const TConfigSection& root, std::vector<TProblem>& problems)> Bounds;
+  // What the configuration says of such a machine, without connecting to it; where there is none, what it says of any.
+  std::function<TResult<TMachineLimits>(const TMachineConfig&)> Limits;
 };
+
+// The one that the configuration names ("Machine/Driver"), or the first one where it names none.
+[[nodiscard]] TResult<const TMachineFactory*> FindMachine(const TMachineConfig& config,
+                                                          std::span<const TMachineFactory> machines);
+// What that machine allows.
+[[nodiscard]] TResult<TMachineLimits> LimitsOf(const TMachineConfig& config, std::span<const TMachineFactory> machines);
 
 }  // namespace ixocamglue

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "controller/procedures/MachineLimits.h"
 #include "controller/procedures/ProcedureRun.h"
 #include "controller/procedures/Procedures.h"
+#include "ixocamglue/platform/Machine.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocut/Console.h"
 #include "ixocut/ControllerSettings.h"

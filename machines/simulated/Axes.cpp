@@ -172,6 +172,11 @@ void TSimMotion::TurnAxis(std::int32_t axis, double turns, double turnsPerS) {
 void TSimMotion::StopAll(std::int32_t mode) {
   if (!FCore.Gate.Enter("axes", "StopAll", vkStop, Format("%d", mode))) return;
   const TSimScope scope(FCore);
+  Halt();
+}
+
+void TSimMotion::Halt() {
+  FCore.AssertLocked();
   FNextPoints.clear();
   FPath.Brake();
   FZ.Brake();
@@ -400,6 +405,11 @@ void TSimCutHead::MoveFocus(double mm, double mmPerS) {
 void TSimCutHead::Stop(std::int32_t mode) {
   if (!FCore.Gate.Enter("head", "Stop", vkStop, Format("%d", mode))) return;
   const TSimScope scope(FCore);
+  Halt();
+}
+
+void TSimCutHead::Halt() {
+  FCore.AssertLocked();
   FFocus.Brake();
 }
 

@@ -76,6 +76,7 @@ class TSimMotion final : public TNcMotionDriver, public ISimPart {
   void SetLimitPressed(bool pressed);  // the limit switch of X+: XY moves no more
 
   // --- past the gate; the core's lock is held ---
+  void Halt();
   [[nodiscard]] TPoint2 Pos() const;
   [[nodiscard]] TPoint2 Speed() const;  // of each axis, with its sign
   [[nodiscard]] bool Moving() const;
@@ -162,7 +163,9 @@ class TSimCutHead final : public TNcCutHeadCtrl, public ISimPart {
   double GetFocus() override;
   TAxisLimits GetFocusLimits() override;
 
-  [[nodiscard]] double Focus() const;  // past the gate; the core's lock is held
+  // --- past the gate; the core's lock is held ---
+  void Halt();
+  [[nodiscard]] double Focus() const;
   [[nodiscard]] double Speed() const;
   [[nodiscard]] bool Moving() const;
   void Step(std::uint64_t nowMs) override;

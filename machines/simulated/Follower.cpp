@@ -51,6 +51,11 @@ void TSimFollower::SetFollowing(bool on) {
 void TSimFollower::Stop(std::int32_t mode) {
   if (!FCore.Gate.Enter(FDevice, "Stop", vkStop, Format("%d", mode))) return;
   const TSimScope scope(FCore);
+  Halt();
+}
+
+void TSimFollower::Halt() {
+  FCore.AssertLocked();
   SetFollowing(false);
   Interrupt();
   FZ.Brake();

@@ -49,7 +49,9 @@ class TSimFollower final : public TNcFollower, public ISimPart {
   void SetRipple(double picofarad);
   void SetCalibrationStuck(bool stuck);  // it comes to the plate and never ends
 
-  [[nodiscard]] double Z() const;  // past the gate; the core's lock is held
+  // --- past the gate; the core's lock is held ---
+  void Halt();
+  [[nodiscard]] double Z() const;
   [[nodiscard]] double Speed() const;
   [[nodiscard]] bool Moving() const;
   [[nodiscard]] bool Following() const;

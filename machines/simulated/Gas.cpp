@@ -131,6 +131,11 @@ void TSimGas::SwitchOff() {
   NoteGasOff();
   if (!FCore.Gate.Enter("gas", "SwitchOff", vkOff)) return;
   const TSimScope scope(FCore);
+  Halt();
+}
+
+void TSimGas::Halt() {
+  FCore.AssertLocked();
   Switch(false);
 }
 

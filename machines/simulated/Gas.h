@@ -55,7 +55,9 @@ class TSimGas final : public TNcGas, public ISimPart {
     bool Switching = false;
     double Volt = 0.0;  // put out to the selected branch's valve
   };
-  [[nodiscard]] TFacts Facts() const;  // past the gate; the core's lock is held
+  // --- past the gate; the core's lock is held ---
+  [[nodiscard]] TFacts Facts() const;
+  void Halt();
 
   void Step(std::uint64_t nowMs) override;
 

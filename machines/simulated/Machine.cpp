@@ -122,6 +122,19 @@ void TSimMachine::NoteState(std::int32_t state) {
   if (std::exchange(FState, state) != state) FInportCtrl.Cancel();
 }
 
+void TSimMachine::StopNow() {
+  {
+    const TSimScope scope(FCore);
+    FMotion.Halt();
+    FHead.Halt();
+    FFollower.Halt();
+    if (FSecondFollower) FSecondFollower->Halt();
+    FGas.Halt();
+  }
+  NoteGasOff();
+  (void)FGate.Enter("machine", "StopNow", vkStop);  // what is planned for the call comes too late for it
+}
+
 bool TSimMachine::Inject(std::string_view fault) { return InjectSimFault(*this, fault); }
 
 TMachineSnapshot TSimMachine::Snapshot() {
@@ -176,6 +189,12 @@ TMachineFactory SimulatedMachine(TSimOptions options) {
     if (options.Adjust) options.Adjust(config);
     return TResult<std::unique_ptr<IMachine>>(std::make_unique<TSimMachine>(context, config, options.Parts));
   };
+  const auto limits = [](const TMachineConfig& config) -> TResult<TMachineLimits> {
+    std::vector<TProblem> problems;
+    const TSimConfig sim = TSimConfig::FromConfig(config, problems);
+    if (!problems.empty()) return TProblem{.What = config.File().string() + ": " + problems.front().Text()};
+    return TMachineLimits{sim, sim.Laser.EmissionOnDelay, sim.Physics.PlateZ, sim.WorkArea};
+  };
   return {.Name = "simulated",
           .Make = make,
           .Faults = SimFaults(),
@@ -183,7 +202,8 @@ TMachineFactory SimulatedMachine(TSimOptions options) {
           .MakeSection = [] { return std::make_unique<TSimulatorRecord>(); },
           .Bounds = [](const TConfigSection& root, std::vector<TProblem>& problems) -> TMachineBounds {
             return TSimConfig::FromRoot(root, problems);
-          }};
+          },
+          .Limits = limits};
 }
 
 }  // namespace ixocamglue

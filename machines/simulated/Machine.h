@@ -50,6 +50,8 @@ class TSimMachine final : public IMachine, public TNcCutSystem {
   void CatchUp(std::uint64_t nowMs) override;
   // A wait for an input ends with its state.
   void NoteState(std::int32_t state) override;
+  // Axes, head, followers and gas; takes the physics' lock only, which no hanging call holds.
+  void StopNow() override;
   TMachineSnapshot Snapshot() override;
   bool Inject(std::string_view fault) override;
 

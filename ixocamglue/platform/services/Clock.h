@@ -52,7 +52,9 @@ class IClock {
   virtual std::uint64_t MonotonicUs() { return MonotonicMs() * 1000; }  // as fine as the clock is; for measurements
   virtual TDateTime Now() = 0;  // wall time, for stamps that are stored or shown
   virtual void Sleep(std::uint32_t ms) = 0;
-  virtual void Spin() = 0;  // inside a poll loop without sleep; virtual time moves on by 1 ms
+  // Inside a poll loop without sleep: pauses for at most 200 us, so that the loop takes no core; virtual time moves on
+  // by 1 ms.
+  virtual void Spin() = 0;
   // A thread's wait. True at once when the stop is asked, false after `ms`.
   virtual bool Pause(TStop& stop, std::uint32_t ms) = 0;
 };

@@ -22,16 +22,16 @@ class TFlag {
 
 }  // namespace
 
-TDateTime TVirtualClock::Now() { return {kStartDays + FWallDays + static_cast<double>(FNow - FFirstMs) / kMsPerDay}; }
+TDateTime TVirtualClock::Now() { return {kStartDays + FWallDays.load() + static_cast<double>(MonotonicMs() - FFirstMs) / kMsPerDay}; }
 
 void TVirtualClock::Sleep(std::uint32_t ms) {
   if (FStepping) return;
-  for (; ms > 0; --ms) StepTo(FNow + 1);
+  for (; ms > 0; --ms) StepTo(MonotonicMs() + 1);
 }
 
 bool TVirtualClock::Pause(TStop& stop, std::uint32_t ms) {
   if (FStepping) return stop.Asked();
-  for (; ms > 0 && !stop.Asked(); --ms) StepTo(FNow + 1);
+  for (; ms > 0 && !stop.Asked(); --ms) StepTo(MonotonicMs() + 1);
   return stop.Asked();
 }
 
@@ -42,7 +42,7 @@ std::size_t TVirtualClock::OnStep(TListener listener) {
 
 std::size_t TVirtualClock::Every(std::uint32_t periodMs, TListener timer) {
   const std::uint64_t period = std::max<std::uint32_t>(periodMs, 1);
-  FTimers.push_back({++FHandles, period, FNow + period, std::move(timer)});
+  FTimers.push_back({++FHandles, period, MonotonicMs() + period, std::move(timer)});
   return FHandles;
 }
 
@@ -53,13 +53,13 @@ void TVirtualClock::Remove(std::size_t handle) {
 }
 
 void TVirtualClock::StepTo(std::uint64_t nowMs) {
-  FNow = nowMs;
+  FNow.store(nowMs, std::memory_order_release);
   const TFlag stepping(FStepping);
-  for (const TTimer& listener : FListeners) listener.Call(FNow);
+  for (const TTimer& listener : FListeners) listener.Call(nowMs);
   for (TTimer& timer : FTimers) {
-    if (FNow < timer.DueMs) continue;
-    timer.DueMs = FNow + timer.PeriodMs;
-    timer.Call(FNow);
+    if (nowMs < timer.DueMs) continue;
+    timer.DueMs = nowMs + timer.PeriodMs;
+    timer.Call(nowMs);
   }
 }
 

@@ -1,10 +1,11 @@
 // A clock for runs that repeat exactly: time moves only when somebody sleeps, in steps of 1 ms.
 //
-// One thread uses the clock and everything that hangs on it. Sleeping from within a listener or timer advances nothing:
+// One thread moves the clock, and uses everything that hangs on it; any thread may read the time. Sleeping from within a listener or timer advances nothing:
 // the step that called it is not over yet. Both counts start anywhere; by default the tick count wraps 5 minutes after
 // the start, so that every longer run passes over the wrap.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <vector>
@@ -22,18 +23,18 @@ class TVirtualClock final : public IClock {
   explicit TVirtualClock(std::uint32_t firstTick = kFirstTick, std::uint64_t firstMs = 0)
       : FFirstTick(firstTick), FFirstMs(firstMs), FNow(firstMs) {}
 
-  std::uint32_t TickMs() override { return FFirstTick + static_cast<std::uint32_t>(FNow - FFirstMs); }
-  std::uint64_t MonotonicMs() override { return FNow; }  // starts at `firstMs`
+  std::uint32_t TickMs() override { return FFirstTick + static_cast<std::uint32_t>(MonotonicMs() - FFirstMs); }
+  std::uint64_t MonotonicMs() override { return FNow.load(std::memory_order_acquire); }  // starts at `firstMs`
   TDateTime Now() override;                              // starts at 2026-01-01 08:00
   void Sleep(std::uint32_t ms) override;
   void Spin() override { Sleep(1); }
   bool Pause(TStop& stop, std::uint32_t ms) override;
   // A pause in which nobody does anything: time moves on at once, as one step.
   void Skip(std::uint64_t ms) {
-    if (!FStepping && ms > 0) StepTo(FNow + ms);
+    if (!FStepping && ms > 0) StepTo(MonotonicMs() + ms);
   }
   // The wall time alone is set, by so many days.
-  void SetWall(double days) { FWallDays += days; }
+  void SetWall(double days) { FWallDays.store(FWallDays.load() + days); }
 
   // Called after each step, in the order of registration, before the timers. Returns a handle for Remove; neither is
   // called from within a listener.
@@ -54,8 +55,8 @@ class TVirtualClock final : public IClock {
 
   const std::uint32_t FFirstTick;
   const std::uint64_t FFirstMs;
-  std::uint64_t FNow;
-  double FWallDays = 0.0;
+  std::atomic<std::uint64_t> FNow;
+  std::atomic<double> FWallDays{0.0};
   bool FStepping = false;
   std::size_t FHandles = 0;
   std::vector<TTimer> FListeners;

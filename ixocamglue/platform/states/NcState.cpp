@@ -160,6 +160,12 @@ void TNcStateFramework::Release(std::shared_ptr<void> object) {
   FHasMail.store(true, std::memory_order_release);
 }
 
+void TNcStateFramework::RunNext(std::function<void()> work) {
+  TGuard guard(FLock);
+  FMail.Work.push_back(std::move(work));
+  FHasMail.store(true, std::memory_order_release);
+}
+
 TNcStateFramework::TMail TNcStateFramework::TakeMail() {
   if (!FHasMail.load(std::memory_order_acquire)) return {};
   TGuard guard(FLock);
@@ -183,36 +189,46 @@ std::uint32_t TNcStateFramework::RunOnce() {
   FWatch.BeatMs.store(Clock().MonotonicMs(), std::memory_order_release);
 
   std::uint32_t loopDelay = kLoopDelayMs;
+  TMail mail;
   try {
-    if (!FCurrent.load(std::memory_order_relaxed)) {  // power-up: enter standby
-      FCurrent.store(State(nsStandby), std::memory_order_release);
-      DemandSafe(false);
-    }
-    RetrySafe();
-    TMail mail = TakeMail();
-    if (mail.Stop) {
-      FStopTaken = true;
-      FStopLeft = CurrentState() == nsStandby;
-    }
-    FreeReleased(mail);
-    if (mail.Change) RequestChange(*mail.Change);
-    std::int32_t reason = AbortReason(mail);
-    try {
-      FCurrent.load(std::memory_order_relaxed)->UpdateThread(loopDelay);
-    } catch (...) {
-      LogGuarded("UpdateThread", std::current_exception());
-      if (reason == srDone) reason = srError;
-    }
-    if (reason != srDone || BusyMet(reason)) Tick(reason);
-    if (FChange) EndState(reason);
-    if (FChange) Enter(*std::exchange(FChange, std::nullopt));
-    StopWhenWedged();
-    EndStop();
+    Pass(mail, loopDelay);
   } catch (...) {  // nothing kills the state thread
     LogGuarded("RunOnce", std::current_exception());
     PostAgain();
   }
+  for (const auto& work : mail.Work) try {
+      work();
+    } catch (...) {
+      LogGuarded("RunNext", std::current_exception());
+    }
   return std::max<std::uint32_t>(loopDelay, 1);
+}
+
+void TNcStateFramework::Pass(TMail& mail, std::uint32_t& loopDelay) {
+  if (!FCurrent.load(std::memory_order_relaxed)) {  // power-up: enter standby
+    FCurrent.store(State(nsStandby), std::memory_order_release);
+    DemandSafe(false);
+  }
+  RetrySafe();
+  mail = TakeMail();
+  if (mail.Stop) {
+    FStopTaken = true;
+    FStopLeft = CurrentState() == nsStandby;
+  }
+  FreeReleased(mail);
+  if (mail.Change) RequestChange(*mail.Change);
+  std::int32_t reason = AbortReason(mail);
+  try {
+    FCurrent.load(std::memory_order_relaxed)->UpdateThread(loopDelay);
+  } catch (...) {
+    LogGuarded("UpdateThread", std::current_exception());
+    if (reason == srDone) reason = srError;
+  }
+  if (reason != srDone || BusyMet(reason)) Tick(reason);
+  if (FChange) EndState(reason);
+  if (FChange) Enter(*std::exchange(FChange, std::nullopt));
+  StopWhenWedged();
+  EndStop();
 }
 
 // A stop that was taken and could not be carried out is not lost.

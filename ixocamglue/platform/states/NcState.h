@@ -136,6 +136,8 @@ class TNcStateFramework {
   void PostAlarm(TNcAlarmRecord alarm);
   // Drops this reference in a pass in which it is the last one, or with the framework.
   void Release(std::shared_ptr<void> object);
+  // Has the state thread do this behind its next pass, whatever that comes to. What it throws is logged.
+  void RunNext(std::function<void()> work);
   [[nodiscard]] std::int32_t CurrentState() const { return FNumber.load(std::memory_order_acquire); }
   [[nodiscard]] TNcBusyKind Busy() const { return FWatch.Busy.load(std::memory_order_acquire); }
   // A change of state is requested and not yet carried out.
@@ -172,12 +174,14 @@ class TNcStateFramework {
     std::optional<TChange> Change;
     std::vector<TNcAlarmRecord> Alarms;
     std::vector<std::shared_ptr<void>> Released;
+    std::vector<std::function<void()>> Work;
     bool Stop = false;
     std::int32_t Abort = srDone;
     std::string StopCause, AbortCause;
   };
 
   TMail TakeMail();
+  void Pass(TMail& mail, std::uint32_t& loopDelay);
   void FreeReleased(TMail& mail);
   // What ends the state in this pass, or srDone.
   std::int32_t AbortReason(TMail& mail);
