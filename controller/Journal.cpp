@@ -16,9 +16,7 @@ bool SameAtAnotherTime(const TJournalSample& a, TJournalSample& b) {
   return same;
 }
 
-auto OfText(const std::vector<TSignal>& signals, std::string_view text) {
-  return std::ranges::find(signals, text, &TSignal::Text);
-}
+auto OfText(const auto& signals, std::string_view text) { return std::ranges::find(signals, text, &TSignal::Text); }
 
 }  // namespace
 
@@ -47,6 +45,9 @@ bool TSignals::Has(std::string_view text) const { return OfText(FItems, text) !=
 void TJournal::Add(TJournalEntry entry) {
   TGuard guard(FLock);
   FEntries.push_back(std::move(entry));
+  if (FMost == 0 || FEntries.size() <= FMost) return;
+  FEntries.pop_front();
+  ++FGone;
 }
 
 void TJournal::Called(TDeviceCall call) {
@@ -66,6 +67,7 @@ void TJournal::State(std::uint64_t ms, std::int32_t state) {
 void TJournal::Signalled(const TSignal& signal) {
   TGuard guard(FLock);
   FSignals.push_back(signal);
+  if (FMost > 0 && FSignals.size() > FMost) FSignals.pop_front();
 }
 
 void TJournal::Take(TJournalSample sample) {
@@ -82,9 +84,20 @@ void TJournal::Take(TJournalSample sample) {
 void TJournal::Clear() {
   TGuard guard(FLock);
   FEntries.clear();
+  FGone = 0;
   FSignals.clear();
   FSamples.clear();
   FLatest.reset();
+}
+
+void TJournal::Bound(std::size_t most) {
+  TGuard guard(FLock);
+  FMost = most;
+}
+
+std::size_t TJournal::Gone() const {
+  TGuard guard(FLock);
+  return FGone;
 }
 
 std::vector<TJournalSample> TJournal::Samples() const {
@@ -101,7 +114,7 @@ std::size_t TJournal::Size() const {
 
 std::vector<TJournalEntry> TJournal::Entries() const {
   TGuard guard(FLock);
-  return FEntries;
+  return {FEntries.begin(), FEntries.end()};
 }
 
 std::vector<std::string> TJournal::Lines() const {
@@ -113,7 +126,7 @@ std::vector<std::string> TJournal::Lines() const {
 
 TSignals TJournal::Signals() const {
   TGuard guard(FLock);
-  return TSignals(FSignals);
+  return TSignals({FSignals.begin(), FSignals.end()});
 }
 
 bool TJournal::HasSignal(std::string_view text) const {

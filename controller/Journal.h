@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <optional>
 #include <string>
@@ -34,7 +35,7 @@ struct TJournalEntry {
 
 // What was plainly so at one moment, taken by who wants to judge a run without believing a word that was said in it.
 struct TJournalSample {
-  std::size_t At = 0;  // so many entries stand before it
+  std::size_t At = 0;  // so many entries stand before it, where all are kept
   TMachineSnapshot Machine;
   bool LaserAllowed = true;  // by the standing alarms
   std::int32_t Leaf = 0;     // the command number of the step that stands, or stood last
@@ -67,6 +68,10 @@ class TJournal final : public IMachineObserver {
   // Called ahead of each command, on the thread that gives it. Virtual time; set while nothing runs.
   void BeforeCommand(std::function<void()> listener) { FBeforeCommand = std::move(listener); }
   void Clear();
+  // From now on at most so many entries and as many signals are kept, and the oldest ones go; 0: all. Samples are
+  // not bound by it.
+  void Bound(std::size_t most);
+  [[nodiscard]] std::size_t Gone() const;  // entries, since the last Clear
 
   [[nodiscard]] std::size_t Size() const;
   [[nodiscard]] std::vector<TJournalSample> Samples() const;
@@ -80,8 +85,10 @@ class TJournal final : public IMachineObserver {
 
   std::function<void()> FBeforeCommand;
   mutable TCriticalSection FLock;
-  std::vector<TJournalEntry> FEntries IXO_GUARDED_BY(FLock);
-  std::vector<TSignal> FSignals IXO_GUARDED_BY(FLock);
+  std::size_t FMost IXO_GUARDED_BY(FLock) = 0;
+  std::size_t FGone IXO_GUARDED_BY(FLock) = 0;
+  std::deque<TJournalEntry> FEntries IXO_GUARDED_BY(FLock);
+  std::deque<TSignal> FSignals IXO_GUARDED_BY(FLock);
   std::vector<TJournalSample> FSamples IXO_GUARDED_BY(FLock);
   std::optional<TJournalSample> FLatest IXO_GUARDED_BY(FLock);
 };

@@ -101,13 +101,21 @@ TRunAlarms::~TRunAlarms() {
 void TRunAlarms::Raised(const TNcAlarmRecord& record) {
   TRunAlarm alarm = TRunAlarm::Of(record);
   TGuard guard(FLock);
-  FItems.push_back(std::move(alarm));
+  if (FItems.size() < kMost)
+    FItems.push_back(std::move(alarm));
+  else
+    ++FGone;
 }
 
 void TRunAlarms::Cleared(const TNcAlarmRecord& record) {
   TGuard guard(FLock);
   const auto raised = std::ranges::find(FItems, record.Serial, &TRunAlarm::Serial);
   if (raised != FItems.end()) raised->ClearedMs = MsOf(record.Time);
+}
+
+std::size_t TRunAlarms::Gone() const {
+  TGuard guard(FLock);
+  return FGone;
 }
 
 std::vector<TRunAlarm> TRunAlarms::Items() const {

@@ -2,6 +2,7 @@
 // TLanguageScope). Any thread.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -36,15 +37,18 @@ struct TRunAlarm {
 [[nodiscard]] std::vector<std::string> AlarmLines(std::span<const TRunAlarm> alarms, std::uint64_t startMs);
 [[nodiscard]] nlohmann::ordered_json AlarmsJson(std::span<const TRunAlarm> alarms, std::uint64_t startMs);
 
-// What is raised from the construction on, and what stands by then. The package outlives it.
+// What is raised from the construction on, and what stands by then; the first kMost of it. The package outlives it.
 class TRunAlarms {
  public:
+  static constexpr std::size_t kMost = 1000;
+
   explicit TRunAlarms(TNcAlarmManager& package);
   ~TRunAlarms();
   TRunAlarms(const TRunAlarms&) = delete;
   TRunAlarms& operator=(const TRunAlarms&) = delete;
 
   [[nodiscard]] std::vector<TRunAlarm> Items() const;  // in the order of their raises
+  [[nodiscard]] std::size_t Gone() const;              // those behind the first kMost
 
  private:
   void Raised(const TNcAlarmRecord& record);
@@ -53,6 +57,7 @@ class TRunAlarms {
   TNcAlarmManager& FPackage;
   mutable TCriticalSection FLock;
   std::vector<TRunAlarm> FItems IXO_GUARDED_BY(FLock);
+  std::size_t FGone IXO_GUARDED_BY(FLock) = 0;
   std::uint64_t FAdded = 0;
   std::uint64_t FRemoved = 0;
 };

@@ -4,7 +4,7 @@
 #include <span>
 #include <string>
 
-#include "controller/procedures/ProcedureRun.h"
+#include "controller/procedures/RunWatch.h"
 
 namespace ixocontroller {
 

@@ -35,7 +35,7 @@ void TMotionTrace::Sample(const TMachineSnapshot& now) {
 void TMotionTrace::Keep(const TTracePoint& point) {
   if (!FPoints.empty() && point.Ms < FPoints.back().Ms + FEveryMs) return;
   FPoints.push_back(point);
-  if (FPoints.size() < kMostPoints) return;
+  if (FPoints.size() < FMost) return;
   for (std::size_t i = 0; i < FPoints.size() / 2; ++i) FPoints[i] = FPoints[2 * i];
   FPoints.resize(FPoints.size() / 2);
   FEveryMs *= 2;

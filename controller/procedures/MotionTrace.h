@@ -21,11 +21,14 @@ struct TTracePoint {
 
 class TMotionTrace {
  public:
-  // Beyond this many points every second one is left out, and so on: hours fit as well.
   static constexpr std::size_t kMostPoints = 200'000;
+
+  // Beyond so many points every second one is left out, and so on: hours fit as well.
+  explicit TMotionTrace(std::size_t most = kMostPoints) : FMost(most) {}
 
   // In the order of time; the samples' distance bounds what the path's length misses of a curve.
   void Sample(const TMachineSnapshot& now);
+  [[nodiscard]] std::size_t Size() const { return FPoints.size(); }
   // With the last sample.
   [[nodiscard]] std::vector<TTracePoint> Points() const;
   [[nodiscard]] double PathXY() const { return FPathXY; }
@@ -34,6 +37,7 @@ class TMotionTrace {
  private:
   void Keep(const TTracePoint& point);
 
+  std::size_t FMost;
   std::vector<TTracePoint> FPoints;
   std::optional<TTracePoint> FLast;
   bool FAtRest = false;  // FLast is not kept: nothing has changed since the last one that is

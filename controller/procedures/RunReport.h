@@ -7,7 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "controller/procedures/MotionTrace.h"
-#include "controller/procedures/ProcedureRun.h"
+#include "controller/procedures/RunWatch.h"
 #include "ixocamglue/platform/Machine.h"
 
 namespace ixocontroller {

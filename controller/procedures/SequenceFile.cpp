@@ -8,10 +8,10 @@
 #include <nlohmann/json.hpp>
 
 #include "controller/procedures/BeamCheck.h"
+#include "controller/procedures/Calls.h"
 #include "controller/procedures/ListCheck.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/JsonText.h"
-#include "ixocamglue/support/Nearest.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/Texts.h"
 
@@ -61,25 +61,12 @@ class TCountingIterator {
   TReadSoFar* FRead;
 };
 
-std::string UnknownParam(const TProcedure& row, const std::string& name) {
-  TNearestName nearest(name);
-  std::string names;
-  nearest.Consider("description");
-  for (const TMotionParam& p : row.Params) {
-    nearest.Consider(p.Name);
-    names += (names.empty() ? "" : ", ") + std::string(p.Name);
-  }
-  return Format(Tr("is no parameter of %s"), row.Name) + "; " +
-         (!nearest.Found().empty() ? Format(Tr("did you mean \"%s\"?"), std::string(nearest.Found()).c_str())
-          : names.empty()          ? std::string(Tr("it has none"))
-                                   : Format(Tr("it has %s"), names.c_str()));
-}
-
 class TReader {
  public:
-  TReader(std::filesystem::path file, const TMachineLimits& machine) : FFile(std::move(file)), FMachine(machine) {}
+  // `from`: the file, or what else it was read from.
+  TReader(std::filesystem::path from, const TMachineLimits& machine) : FFile(std::move(from)), FMachine(machine) {}
 
-  TSequenceFile Read();
+  TSequenceFile Read(const std::string& text);
 
  private:
   void Problem(const std::string& place, const std::string& what);
@@ -165,16 +152,7 @@ TJson TReader::Parse(const std::string& text) {
   }
 }
 
-TSequenceFile TReader::Read() {
-  std::error_code error;
-  if (!std::filesystem::is_regular_file(FFile, error))
-    throw EProblem(pbUnusable, FFile.string() + ": " + Tr("is no file that can be read"));
-  if (std::filesystem::file_size(FFile, error) > kMostBytes)
-    throw EProblem(pbUnusable, FFile.string() + ": " + Tr("is too large for a sequence"));
-  std::ifstream in(FFile, std::ios::binary);
-  const std::string text{std::istreambuf_iterator<char>(in), {}};
-  if (!in) throw EProblem(pbUnusable, FFile.string() + ": " + Tr("cannot be read"));
-
+TSequenceFile TReader::Read(const std::string& text) {
   const TJson document = Parse(text);
   TSequenceFile sequence{FFile.stem().string(), {}};
   if (!document.is_object()) {
@@ -251,7 +229,7 @@ void TReader::ReadCommand(const TJson& item, const std::string& place, TSequence
     const auto param =
         std::ranges::find(row->Params, name, [](const TMotionParam& p) { return std::string_view(p.Name); });
     if (param == row->Params.end()) {
-      Problem(at, UnknownParam(*row, name));
+      Problem(at, NoParameter(*row, name));
       continue;
     }
     auto& target = call.Values[static_cast<std::size_t>(param - row->Params.begin())].emplace(0.0);  // there, if wrong
@@ -278,7 +256,22 @@ bool TReader::ReadValue(const TMotionParam& param, const TJson& value, const std
 }  // namespace
 
 TSequenceFile ReadSequenceFile(const std::filesystem::path& file, const TMachineLimits& machine) {
-  return TReader(file, machine).Read();
+  std::error_code error;
+  if (!std::filesystem::is_regular_file(file, error))
+    throw EProblem(pbUnusable, file.string() + ": " + Tr("is no file that can be read"));
+  if (std::filesystem::file_size(file, error) > kMostBytes)
+    throw EProblem(pbUnusable, file.string() + ": " + Tr("is too large for a sequence"));
+  std::ifstream in(file, std::ios::binary);
+  const std::string text{std::istreambuf_iterator<char>(in), {}};
+  if (!in) throw EProblem(pbUnusable, file.string() + ": " + Tr("cannot be read"));
+  return TReader(file, machine).Read(text);
+}
+
+TSequenceFile ReadSequence(const std::string& name, const std::string& text, const TMachineLimits& machine) try {
+  if (text.size() > kMostBytes) throw EProblem(pbRequest, name + ": " + Tr("is too large for a sequence"));
+  return TReader(name, machine).Read(text);
+} catch (const EProblem& problem) {
+  throw EProblem(pbRequest, problem.Problem);
 }
 
 }  // namespace ixocontroller

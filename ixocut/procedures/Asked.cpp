@@ -82,29 +82,6 @@ TParamTexts ReadParams(const TProcedure& row, const std::vector<std::string>& wo
   return texts;
 }
 
-TMotionCall CallOf(const TProcedure& row, const TParamTexts& texts, const TMachineBounds& machine, bool whole) {
-  TMotionCall call{&row, TMotionValues(row.Params.size()), {}};
-  const auto given = [&](auto use) {
-    for (std::size_t i = 0; i < row.Params.size(); ++i)
-      if (const auto text = texts.find(row.Params[i].Name); text != texts.end()) use(row.Params[i], i, text->second);
-  };
-  const auto refuse = [](const TMotionParam& param, const TProblem& problem) {
-    throw EProblem(pbRequest, std::string("--") + param.Name + ": " + problem.Text());
-  };
-  given([&](const TMotionParam& param, std::size_t i, const std::string& text) {
-    const auto value = ParseParam(param, text);
-    if (!value) refuse(param, value.Problem());
-    call.Values[i] = *value;
-  });
-  if (whole)
-    if (const auto needs = call.CheckNeeds("--"); !needs)
-      throw EProblem(pbRequest, std::string(row.Name) + ": " + needs.Problem().Text());
-  given([&](const TMotionParam& param, std::size_t, const std::string&) {  // a range can depend on another value
-    if (const auto checked = call.Check(param, machine); !checked) refuse(param, checked.Problem());
-  });
-  return call;
-}
-
 void RefuseExtra(const TProcedure& row, const std::string& extra) {
   TNearestName nearest(extra);
   std::vector<std::string> candidates;

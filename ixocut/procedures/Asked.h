@@ -2,11 +2,11 @@
 // table with its parameters.
 #pragma once
 
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "controller/procedures/Calls.h"
 #include "controller/procedures/ProcedureRun.h"
 #include "controller/procedures/Procedures.h"
 #include "ixocamglue/platform/Machine.h"
@@ -37,15 +37,8 @@ void AddRunSettings(CLI::App& command, TRunSettings& settings);
 [[nodiscard]] std::unique_ptr<TProcedureRun> MakeRun(const TControllerSettings& settings, const TRunTriggers& triggers,
                                                      TConsole& console);
 
-// Parameters as they were given: names without "--".
-using TParamTexts = std::map<std::string, std::string>;
-
 // "--x", "100", "--y=50" and so on. Throws EProblem for what is neither.
 [[nodiscard]] TParamTexts ReadParams(const TProcedure& row, const std::vector<std::string>& words);
-// The call, with what `texts` say. Throws EProblem for a name that the row has not and for a value that this machine
-// does not allow; with `whole` also for one that is missing.
-[[nodiscard]] TMotionCall CallOf(const TProcedure& row, const TParamTexts& texts, const TMachineBounds& machine,
-                                 bool whole);
 // What nobody expected on the command line of the row.
 [[noreturn]] void RefuseExtra(const TProcedure& row, const std::string& extra);
 

@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include "controller/procedures/ProcedureJson.h"
 #include "controller/procedures/Timeline.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
@@ -24,25 +25,11 @@ struct TProceduresOptions : TControllerSettings {
   bool Faults = false;
 };
 
-const char* KindName(TParamKind kind) {
-  switch (kind) {
-    case pkNumber: return "number";
-    case pkWhole: return "integer";
-    case pkSwitch: return "boolean";
-  }
-  return "";
-}
-
-// What a parameter of the row may be, whatever its other values are.
-TLimits LimitsOf(const TProcedure& row, const TMotionParam& param, const TMachineBounds& machine) {
-  return TMotionCall{&row, TMotionValues(row.Params.size()), {}}.LimitsOf(param, machine);
-}
-
 void Print(std::ostream& out, const TProcedure& row, const TMachineBounds& machine) {
   const std::string number = row.Command > 0 ? Format("%4d", row.Command) : "    ";
   out << number << "  " << Format("%-22s %s\n", row.Name, Tr(row.Summary));
   for (const TMotionParam& param : row.Params) {
-    std::string range = param.At.Kind == pkSwitch ? "true, false" : LimitsOf(row, param, machine).Text();
+    std::string range = param.At.Kind == pkSwitch ? "true, false" : ParamLimits(row, param, machine).Text();
     if (const std::string unit = UnitText(param.Unit); !unit.empty()) range += " " + unit;
     std::string def = param.Need == TMotionParam::Required ? Tr("needed")
                       : std::isnan(param.Default)          ? "-"
@@ -50,37 +37,6 @@ void Print(std::ostream& out, const TProcedure& row, const TMachineBounds& machi
     if (const std::size_t width = DisplayWidth(def); width < kDefaultWidth) def.append(kDefaultWidth - width, ' ');
     out << Format("        --%-15s %-26s %s %s\n", param.Name, range.c_str(), def.c_str(), Tr(param.Summary));
   }
-}
-
-nlohmann::ordered_json JsonOf(const TProcedure& row, const TMachineBounds& machine) {
-  auto params = nlohmann::ordered_json::array();
-  for (const TMotionParam& param : row.Params) {
-    nlohmann::ordered_json item{{"name", param.Name},
-                                {"type", KindName(param.At.Kind)},
-                                {"unit", UnitText(param.Unit)},
-                                {"summary", Tr(param.Summary)},
-                                {"required", param.Need == TMotionParam::Required}};
-    if (param.At.Kind != pkSwitch) {
-      const TLimits range = LimitsOf(row, param, machine);
-      if (range.IsChoice) {
-        item["numbers"] = range.Numbers;
-      } else {
-        item["lowest"] = range.Lowest;
-        item["highest"] = range.Highest;
-      }
-    }
-    if (param.Need != TMotionParam::Required && !std::isnan(param.Default)) {
-      if (param.At.Kind == pkSwitch)
-        item["default"] = param.Default != 0.0;
-      else
-        item["default"] = param.Default;
-    }
-    params.push_back(std::move(item));
-  }
-  nlohmann::ordered_json item{{"name", row.Name}, {"summary", Tr(row.Summary)}};
-  if (row.Command > 0) item["command"] = row.Command;
-  item["parameters"] = std::move(params);
-  return item;
 }
 
 int ListFaults(const TProceduresOptions& options, std::ostream& out) {
@@ -103,7 +59,7 @@ int Run(const TProceduresOptions& options, std::ostream& out) {
   for (const TProcedure* row : Procedures()) {
     if (!options.Name.empty() && options.Name != row->Name) continue;
     if (options.Json)
-      document.push_back(JsonOf(*row, machine));
+      document.push_back(ProcedureJson(*row, machine));
     else
       Print(out, *row, machine);
   }

@@ -6,7 +6,6 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
-#include "controller/procedures/ListCheck.h"
 #include "controller/procedures/RunReport.h"
 #include "controller/procedures/SequenceFile.h"
 #include "ixocamglue/platform/states/NcParams.h"
@@ -52,9 +51,7 @@ void RequireFile(const std::string& name) {
 
 TJob JobOf(const TRunOptions& options, const TMachineLimits& machine) {
   if (const TProcedure* const row = FindProcedure(options.Name)) {
-    TMotionCall call = CallOf(*row, options.Texts, machine.Bounds, true);
-    if (row->Command == TSmtWaitInport::Cmd)
-      if (const auto wrong = CheckList({&call, 1}, machine)) throw EProblem(pbRequest, wrong->second);
+    TMotionCall call = CallAlone(*row, options.Texts, machine);
     const std::string text = call.Text();
     return {text, row->Name, {std::move(call)}};
   }

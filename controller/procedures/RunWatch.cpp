@@ -1,0 +1,135 @@
+#include "controller/procedures/RunWatch.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "controller/HostTexts.h"
+#include "controller/procedures/Failure.h"
+#include "controller/procedures/ProcedureTexts.h"
+#include "controller/procedures/Timeline.h"
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
+
+namespace ixocontroller {
+
+void TRunWatch::Changed(std::int32_t from, std::int32_t to) {
+  if (to == nsCustomMotion) {
+    FEnteredAt.store(Clock().MonotonicMs(), std::memory_order_release);
+  } else if (from == nsCustomMotion) {
+    FLeftAt.store(Clock().MonotonicMs(), std::memory_order_release);
+  }
+}
+
+void TRunWatch::Begin(TRunTriggers triggers) {
+  FTriggers = std::move(triggers);
+  FEnteredAt.store(kNever);
+  FLeftAt.store(kNever);
+  FInTime = true;
+  FCutOff.clear();
+  FStopAsked = FStopSent = FAlarmSent = false;
+  FSteps.Clear();
+  FAlarms.reset();
+  FAlarms.emplace(FController.Alarms());
+  FStartMs = Clock().MonotonicMs();
+  FDroppedBefore = FController.Logs().Dropped();
+  FCollisionsBefore = FController.Machine().Snapshot().Collisions;
+  for (const std::string& name : FTriggers.Faults) FController.Machine().Inject(name);
+}
+
+void TRunWatch::Look(std::uint64_t nowMs) {
+  const std::uint64_t entered = FEnteredAt.load(std::memory_order_acquire);
+  if (entered == kNever || FLeftAt.load(std::memory_order_acquire) != kNever || nowMs < entered) return;
+  const std::uint64_t lasted = nowMs - entered;
+  if (FTriggers.StopAt && lasted >= *FTriggers.StopAt && !std::exchange(FStopSent, true))
+    FController.Framework().Stop();
+  if (FTriggers.AlarmAt && lasted >= *FTriggers.AlarmAt && !std::exchange(FAlarmSent, true))
+    FController.RaiseAlarm({.IdPrefix = "TPHost", .Desc = SAskedAlarm.Get(), .Id = 1, .Attrs = naForbidMove});
+}
+
+TRunEnd TRunWatch::HowItEnded(const TRunReport& report) const {
+  if (!FInTime) return {"unfinished", SEndNever.Get()};
+  if (FEnteredAt.load() == kNever)
+    return FStopAsked ? TRunEnd{"stopped", SEndStopped.Get()} : TRunEnd{"refused", SEndRefused.Get()};
+  const TMotionOutcome& outcome = FController.MotionState().Outcome();
+  if (outcome.Type != metSuccess && !FCutOff.empty()) return {"stopped", SEndStopped.Get()};
+  switch (outcome.Type) {
+    case metSuccess:
+      if (report.Collisions > 0) return {"collision", SEndCollided.Get()};
+      if (FController.Framework().Watch().GasStays()) return {"gas-open", SEndGasOpen.Get()};
+      return FController.Effects().LightMissed() ? TRunEnd{"no-light", SEndNoLight.Get()}
+                                                 : TRunEnd{"success", SEndSuccess.Get()};
+    case metStop: return {"stopped", SEndStopped.Get()};
+    case metPause: return {"paused", SEndPaused.Get()};
+    case metAlarm: return {"alarm", SEndAlarm.Get()};
+    case metError: break;
+  }
+  return {"error", SRunFailed.Get()};
+}
+
+// Those of this run; the machine counts from its making on.
+void TRunWatch::FindCollisions(TRunReport& report, TMachineSnapshot& shown) const {
+  report.Collisions = shown.Collisions - FCollisionsBefore;
+  if (report.Collisions == 0 || FCollisionsBefore == 0) return;
+  for (const TJournalEntry& entry : FController.Journal().Entries())
+    if (entry.Call == 0 && entry.Verb.starts_with(kCollision) && entry.Ms >= FStartMs) {
+      shown.FirstCollision = entry.Device + ": " + entry.Verb;
+      return;
+    }
+}
+
+TRunReport TRunWatch::Report() {
+  TRunReport report;
+  TMachineSnapshot shown = FController.Machine().Snapshot();
+  FindCollisions(report, shown);
+  report.End = HowItEnded(report);
+  report.Dark = !shown.Laser && !shown.Emission;
+
+  const std::uint64_t entered = FEnteredAt.load();
+  report.StartMs = report.EnteredMs = FStartMs;
+  report.EndMs = Clock().MonotonicMs();
+  if (entered != kNever) {
+    report.EnteredMs = entered;
+    report.DurationMs = std::min(FLeftAt.load(), report.EndMs) - entered;
+    const TMotionOutcome& outcome = FController.MotionState().Outcome();
+    report.Path = outcome.Path;
+    report.Fault = outcome.Fault;
+    report.Cause = outcome.Cause.empty() ? BeamCauseText(FController.Framework().LateBeamCause()) : outcome.Cause;
+    if (outcome.Type != metSuccess && !FCutOff.empty()) report.Cause = FCutOff;
+    report.NextState = outcome.NextState;
+    report.At = StepOf(outcome.Path, FSteps.Standing());
+  }
+  report.Steps = FSteps.Items();
+  if (FAlarms) report.Alarms = FAlarms->Items();
+  report.Signals = FController.Journal().Signals().Items();
+  const TTimeline timeline(report.Signals, FStartMs, report.EndMs);
+  report.Timeline = timeline.Draw();
+  report.TimelineJson = timeline.Json();
+  report.Journal = FController.Journal().Lines();
+  Note(report, shown);
+  if (!report.Success())
+    report.Problem =
+        FailureOf(report, shown, entered != kNever ? FController.MotionState().Outcome() : TMotionOutcome());
+  FAlarms.reset();
+  return report;
+}
+
+void TRunWatch::Note(TRunReport& report, const TMachineSnapshot& shown) const {
+  const auto tooEarly = [&](const char* option, const std::optional<std::uint64_t>& at, bool sent) {
+    if (at && !sent) report.Notes.push_back(Show(SShotTooEarly, option, ShownMs(*at)));
+  };
+  tooEarly("--stop-at", FTriggers.StopAt, FStopSent);
+  tooEarly("--alarm-at", FTriggers.AlarmAt, FAlarmSent);
+  if (const auto dropped = FController.Logs().Dropped() - FDroppedBefore; dropped > 0)
+    report.Notes.push_back(Show(SLinesDropped, ShownMs(dropped)));
+  const auto lost = [&](std::size_t count, const char* text) {
+    if (count > 0) report.Notes.push_back(Format(Tr(text), count));
+  };
+  lost(FController.Journal().Gone(), TrMark("the first %zu lines of the journal are not kept"));
+  lost(FSteps.Gone(), TrMark("the first %zu steps are not kept"));
+  lost(FAlarms ? FAlarms->Gone() : 0, TrMark("%zu further alarms are not kept"));
+  if (report.Collisions > 0)
+    report.Notes.push_back(Show(SRunCollided, ShownMs(report.Collisions), shown.FirstCollision.c_str()));
+  if (!report.Dark) report.Notes.emplace_back(SShotNotDark.Get());
+}
+
+}  // namespace ixocontroller
