@@ -103,6 +103,7 @@ struct TController::TParts {
   TGasDescents Descents{Registry};
   std::unique_ptr<IMachine> Machine;
   TMachineLimits Limits;
+  std::string Driver;
   std::optional<TSupervisor> Supervisor;
   std::optional<TThreadWatch> Threads;
   std::optional<TRoundThread> MachineThread;
@@ -199,6 +200,7 @@ void TController::LoadTexts() {
 void TController::MakeMachine() {
   TParts& p = *FParts;
   const TMachineFactory* const factory = FindMachine(p.Config, FOptions.Machines).OrThrow(pbUnusable);
+  p.Driver = factory->Name;
   const TMachineContext context{*p.Framework, p.Config, p.Alarms->Manager(), p.Journal, VirtualClock(), FOptions.Seed};
   p.Machine = factory->Make(context).OrThrow(pbUnusable);
   p.Machine->Connect().OrThrow(pbUnusable);
@@ -235,6 +237,7 @@ void TController::MakeSupervisor() {
 TVirtualClock* TController::VirtualClock() { return FParts->Virtual ? &*FParts->Virtual : nullptr; }
 TNcStateFramework& TController::Framework() { return *FParts->Framework; }
 IMachine& TController::Machine() { return *FParts->Machine; }
+const std::string& TController::Driver() const { return FParts->Driver; }
 const TMachineLimits& TController::Limits() const { return FParts->Limits; }
 TJournal& TController::Journal() { return FParts->Journal; }
 TKeyCommands& TController::Keys() { return *FParts->Keys; }

@@ -113,6 +113,7 @@ class TController {
   [[nodiscard]] IMachine& Machine();
   // What the machine allows, as its file said when it was made.
   [[nodiscard]] const TMachineLimits& Limits() const;
+  [[nodiscard]] const std::string& Driver() const;  // the machine's name
   [[nodiscard]] TJournal& Journal();
   [[nodiscard]] TKeyCommands& Keys();
   [[nodiscard]] TNcAlarmManager& Alarms();

@@ -128,6 +128,14 @@ bool TSafeEnd::Round() {
   return !missing;
 }
 
+void TSafeEnd::StopDevices() {
+  for (const TDevice& device : kDevices) try {
+      (void)device.Off();
+    } catch (...) {
+      if (TDiag d{dlError}) d("%s, all off: %s", device.Name, DescribeException(std::current_exception()).c_str());
+    }
+}
+
 bool TSafeEnd::TripLatch(bool mayHang) {
   const auto trip = [] {
     try {

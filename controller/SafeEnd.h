@@ -23,6 +23,9 @@ class TSafeEnd {
   // throws.
   void Run();
 
+  // One round over all these devices, for who wants them off at once: each is told, and nobody waits. The state thread.
+  static void StopDevices();
+
   // --- any thread ---
   // The state thread has come to it.
   [[nodiscard]] bool Begun() const { return FBegun.load(); }

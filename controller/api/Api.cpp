@@ -96,7 +96,7 @@ TApiReply Fail(const EProblem& problem) {
 std::span<const TApiRoute> TApi::Routes() {
   static const std::vector<TApiRoute> routes = [] {
     std::vector<TApiRoute> all;
-    for (const auto of : {&StatusRoutes, &AccessRoutes, &AlarmsRoutes, &ConfigRoutes})
+    for (const auto of : {&StatusRoutes, &ControlRoutes, &RunsRoutes, &AccessRoutes, &AlarmsRoutes, &ConfigRoutes})
       for (const TApiRoute& route : of()) all.push_back(route);
     return all;
   }();

@@ -65,6 +65,8 @@ class TApi {
 
 // Of each subject, in its own file.
 [[nodiscard]] std::span<const TApiRoute> StatusRoutes();
+[[nodiscard]] std::span<const TApiRoute> ControlRoutes();
+[[nodiscard]] std::span<const TApiRoute> RunsRoutes();
 [[nodiscard]] std::span<const TApiRoute> AccessRoutes();
 [[nodiscard]] std::span<const TApiRoute> AlarmsRoutes();
 [[nodiscard]] std::span<const TApiRoute> ConfigRoutes();

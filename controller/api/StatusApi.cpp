@@ -1,5 +1,8 @@
 // GET health, status: answered on the caller's thread from the last status, whatever the controller is at.
+#include <algorithm>
+
 #include "controller/api/Api.h"
+#include "controller/service/RealTime.h"
 
 namespace ixocontroller {
 namespace {
@@ -8,12 +11,15 @@ constexpr std::uint64_t kBeatMs = 2000;  // a state thread that is silent for lo
 
 TApiReply Health(TService& service, const TApiRequest&) {
   const auto status = service.Status();
-  const bool lives = status->BeatAgeMs < kBeatMs;
+  const std::uint64_t now = RealMs();
+  const std::uint64_t ageMs = now - std::min(now, status->RealMs);  // the interface thread's silence
+  const bool lives = status->BeatAgeMs < kBeatMs && ageMs < kBeatMs;
   TApiReply reply;
   reply.Status = lives ? 200 : 503;
   reply.Body = {{"lives", lives},
                 {"state", StateWord(status->State)},
                 {"beatAgeMs", status->BeatAgeMs},
+                {"statusAgeMs", ageMs},
                 {"epoch", service.Events().Epoch()}};
   return reply;
 }

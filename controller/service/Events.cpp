@@ -65,16 +65,15 @@ TEventRing::TRead TEventRing::Read(std::uint64_t after, std::size_t most) const 
   }
   // The numbers rise, so the first one to read is found from the newest backwards.
   std::size_t count = 0;
-  const auto at = [&](std::size_t i) -> const TServiceEvent& { return FRing[(FFirst + i) % FRing.size()]; };
-  while (count < FRing.size() && at(FRing.size() - 1 - count).Number > after) ++count;
+  while (count < FRing.size() && At(FRing.size() - 1 - count).Number > after) ++count;
   bool signals = FSignals.Number > after;
   for (std::size_t i = FRing.size() - count; i < FRing.size() && read.Events.size() < most; ++i) {
-    if (signals && FSignals.Number < at(i).Number) {
+    if (signals && FSignals.Number < At(i).Number) {
       read.Events.push_back(FSignals);
       signals = false;
       if (read.Events.size() == most) return read;
     }
-    read.Events.push_back(at(i));
+    read.Events.push_back(At(i));
   }
   if (signals && read.Events.size() < most) read.Events.push_back(FSignals);
   return read;

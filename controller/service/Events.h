@@ -6,8 +6,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -24,8 +27,18 @@ using enum TEventKind;
 inline constexpr std::size_t kEventKinds = 9;
 [[nodiscard]] const char* EventName(TEventKind kind);  // "state"
 
-// Made when it is read, in the reader's language and on its thread: what it holds does not change.
-using TEventBody = std::function<nlohmann::ordered_json()>;
+// Made when it is read, in the reader's language and on its thread: what it holds does not change. Cheap to copy.
+class TEventBody {
+ public:
+  TEventBody() = default;
+  template <class Make>
+  requires std::is_invocable_r_v<nlohmann::ordered_json, Make> TEventBody(Make make)
+      : FMake(std::make_shared<const std::function<nlohmann::ordered_json()>>(std::move(make))) {}
+  nlohmann::ordered_json operator()() const { return FMake ? (*FMake)() : nlohmann::ordered_json(); }
+
+ private:
+  std::shared_ptr<const std::function<nlohmann::ordered_json()>> FMake;
+};
 
 struct TServiceEvent {
   std::uint64_t Number = 0;  // from 1 on
@@ -52,12 +65,17 @@ class TEventRing {
     std::uint64_t MissedTo = 0;
   };
   // What follows the event of this number.
-  [[nodiscard]] TRead Read(std::uint64_t after, std::size_t most = kEvents) const;
+  [[nodiscard]] TRead Read(std::uint64_t after, std::size_t most = kEvents + 1) const;
 
   // Called behind each Add, on its thread and without a lock; must not wait. Set before anything is added.
   void OnAdded(std::function<void()> told) { FTold = std::move(told); }
 
  private:
+  // From the oldest one on.
+  [[nodiscard]] const TServiceEvent& At(std::size_t i) const IXO_REQUIRES(FLock) {
+    return FRing[(FFirst + i) % FRing.size()];
+  }
+
   const std::string FEpoch;
   std::function<void()> FTold;
   mutable TCriticalSection FLock;

@@ -1,15 +1,24 @@
 #include "controller/service/RealTime.h"
 
+#include <atomic>
 #include <chrono>
 
 #include "ixocamglue/platform/services/UtcTime.h"
 
 namespace ixocontroller {
+namespace {
+
+std::atomic<std::uint64_t> GSkippedMs{0};
+
+}  // namespace
 
 std::uint64_t RealMs() {
   using namespace std::chrono;
-  return static_cast<std::uint64_t>(duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count());
+  const auto now = duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
+  return static_cast<std::uint64_t>(now) + GSkippedMs.load(std::memory_order_relaxed);
 }
+
+void SkipRealTime(std::uint64_t ms) { GSkippedMs.fetch_add(ms); }
 
 std::int64_t RealUnixMs() {
   using namespace std::chrono;

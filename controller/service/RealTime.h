@@ -8,6 +8,8 @@
 namespace ixocontroller {
 
 [[nodiscard]] std::uint64_t RealMs();  // steady; only differences mean something
+// As if so much more had passed, for who does not want to wait for it.
+void SkipRealTime(std::uint64_t ms);
 [[nodiscard]] std::int64_t RealUnixMs();
 [[nodiscard]] std::string UtcText(std::int64_t unixMs);  // "2026-05-01T07:00:00.000+00:00"
 

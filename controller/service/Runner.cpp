@@ -3,17 +3,284 @@
 #include <algorithm>
 #include <utility>
 
+#include "controller/procedures/RunReport.h"
+#include "controller/service/RealTime.h"
+#include "ixocamglue/platform/services/LocaleManager.h"
+#include "ixocamglue/platform/services/Log.h"
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
+
 namespace ixocontroller {
+namespace {
+
+constexpr std::uint64_t kSettleMs = 5000;  // a device acknowledges switching off
+constexpr std::uint64_t kTailMs = 50;
+constexpr std::size_t kLineBytes = 100;
+constexpr std::size_t kStepBytes = 160;
+
+nlohmann::ordered_json ParamsJson(const TMotionCall& call) {
+  auto params = nlohmann::ordered_json::object();
+  for (std::size_t i = 0; i < call.Values.size(); ++i) {
+    if (!call.Values[i]) continue;
+    const TMotionParam& param = call.Row->Params[i];
+    if (param.At.Kind == pkSwitch)
+      params[param.Name] = *call.Values[i] != 0.0;
+    else
+      params[param.Name] = *call.Values[i];
+  }
+  return params;
+}
+
+std::vector<std::string> CallTexts(const std::vector<TMotionCall>& calls) {
+  std::vector<std::string> texts;
+  for (const TMotionCall& call : calls) texts.push_back(call.Text());
+  return texts;
+}
+
+nlohmann::ordered_json StepJson(std::uint64_t run, std::uint64_t startMs, const TStepSpan& step) {
+  return {{"run", run},
+          {"level", step.Level},
+          {"number", step.Number},
+          {"count", step.Count},
+          {"command", step.Command},
+          {"description", step.Desc},
+          {"startMs", step.From - std::min(startMs, step.From)}};
+}
+
+}  // namespace
+
+// --- what is kept of a run ---
+
+std::size_t TRunRecord::Bytes() const {
+  return Trace.Size() * sizeof(TTracePoint) + Report.Steps.size() * kStepBytes +
+         (Report.Journal.size() + Report.Timeline.size() + Calls.size() + Report.Alarms.size()) * kLineBytes +
+         Report.Signals.size() * sizeof(TSignal) * 2;
+}
+
+nlohmann::ordered_json RunHeadJson(const TRunRecord& record) {
+  nlohmann::ordered_json json{{"id", record.Id},
+                              {"procedure", record.Procedure},
+                              {"sequence", record.Sequence},
+                              {"params", record.Params},
+                              {"calls", CallTexts(record.Calls)},
+                              {"startedBy", record.Starter.Name},
+                              {"detached", record.Detached},
+                              {"start", UtcText(record.StartUnixMs)},
+                              {"end", nullptr},
+                              {"outcome", nullptr}};
+  if (record.EndUnixMs == 0) return json;
+  json["end"] = UtcText(record.EndUnixMs);
+  json["outcome"] = record.Report.End.Name;
+  json["success"] = record.Report.Success();
+  json["durationMs"] = record.Report.DurationMs;
+  json["lang"] = record.Language;
+  json["words"] = record.Report.End.Words;
+  json["problem"] = nullptr;
+  if (const auto& problem = record.Report.Problem)
+    json["problem"] = {
+        {"what", problem->What}, {"where", problem->Where}, {"why", problem->Why}, {"remedy", problem->Remedy}};
+  return json;
+}
+
+nlohmann::ordered_json RunJson(const TRunRecord& record) {
+  nlohmann::ordered_json json = RunHeadJson(record);
+  if (record.EndUnixMs == 0) return json;
+  json.update(ReportJson(record.Report, record.Trace, record.Last));
+  json["lines"] = ReportLines(record.Report, record.Trace, record.Last, false);
+  return json;
+}
+
+nlohmann::ordered_json TraceJson(const TRunRecord& record) {
+  auto points = nlohmann::ordered_json::array();
+  const std::uint64_t start = record.Report.StartMs;
+  for (const TTracePoint& p : record.Trace.Points())
+    points.push_back({p.Ms - std::min(start, p.Ms), p.X, p.Y, p.Z, p.Focus});
+  return points;
+}
+
+// --- the runner ---
+
+TRunner::TRunner(TController& controller, TStepSpans& steps, TEventRing& events)
+    : FController(controller), FSteps(steps), FEvents(events), FWatch(controller, steps) {
+  FController.MotionState().AddObserver(FSteps);
+}
 
 TRunRecordPtr TRunner::Find(std::uint64_t id) const {
   const auto record = std::ranges::find_if(FRecords, [&](const TRunRecordPtr& r) { return r->Id == id; });
   return record == FRecords.end() ? nullptr : *record;
 }
 
+TResult<std::uint64_t> TRunner::Start(TRunRequest request, const TAsker& who) {
+  const TLanguageScope own("");  // what is made here stays
+  if (FPhase != TPhase::Idle) return TProblem{.What = Tr("a procedure is running"), .Why = FRun->Procedure};
+  if (FController.Running()) return TProblem{.What = Tr("a procedure is running")};
+  std::shared_ptr<IStateMotion> root = ShareRoot(MakeRoot(request.Procedure, request.Calls));
+
+  auto run = std::make_shared<TRunRecord>();
+  run->Procedure = request.Procedure;
+  run->Sequence = request.Sequence;
+  run->Starter = who;
+  const std::uint64_t attender = request.AttendedBy != 0 ? request.AttendedBy : who.Connection;
+  run->Detached = request.Detached || attender == 0;
+  run->StartUnixMs = RealUnixMs();
+  if (const TLocaleManager* const locale = LocaleManager()) run->Language = locale->Language();
+  run->Calls = request.Calls;
+  if (request.Sequence)
+    run->Params = CallTexts(run->Calls);
+  else if (!request.Calls.empty())
+    run->Params = ParamsJson(request.Calls.front());
+
+  if (request.SaveCalibration) FController.Params().SetInt("AutoSaveCaliResult", 1);
+  // What is on stays on in the picture of the run.
+  const TMachineSnapshot& now = run->First = FController.Machine().Snapshot();
+  TJournal& journal = FController.Journal();
+  journal.Clear();
+  if (now.Emission) journal.Signalled({now.Ms, sgEmission, true});
+  if (now.Gas) journal.Signalled({now.Ms, sgGas, true, now.GasBranch, now.GasSetBar});
+  for (const std::int32_t port : now.OutputsOn) journal.Signalled({now.Ms, sgOutput, true, port});
+  FWatch.Begin(std::move(request.Triggers));
+  FToldSteps = 0;
+  run->Report.StartMs = FWatch.StartMs();
+  if (TResult<> started = FController.Start(std::move(root)); !started) {
+    FWatch.Forget();
+    return started.Problem();
+  }
+  if (FBegun) run->Id = FBegun(*run);
+  if (run->Id == 0) run->Id = FIds + 1;
+  FIds = run->Id;
+  FRun = std::move(run);
+  FPhase = TPhase::Runs;
+  FLimitMs = request.LimitMs;
+  FTimeOver = false;
+  FAttender = 0;
+  FAloneAt = 0;
+  if (!FRun->Detached) Attend(attender);
+  LogMsg(lkInfo, 0,
+         Format(Tr("%s starts run %llu: %s"), who.Name.c_str(), static_cast<unsigned long long>(FRun->Id),
+                FRun->Procedure.c_str()),
+         "TPHost");
+  FEvents.Add(evRun, [head = RunHeadJson(*FRun)] {
+    auto json = head;
+    json["event"] = "begun";
+    return json;
+  });
+  return FRun->Id;
+}
+
+void TRunner::Sample(std::uint64_t nowMs) {
+  if (FPhase == TPhase::Idle) return;
+  FRun->Trace.Sample(FController.Machine().Snapshot());
+  FWatch.Look(nowMs);
+}
+
+void TRunner::Pass() {
+  if (FPhase == TPhase::Idle) return;
+  const std::uint64_t now = Clock().MonotonicMs();
+  if (!FController.VirtualClock()) Sample(now);
+  WatchAttendance();
+  Step(now);
+}
+
+void TRunner::Step(std::uint64_t nowMs) {
+  const bool running = FController.Running();  // before the steps are looked at
+  TellSteps();
+  switch (FPhase) {
+    case TPhase::Idle: return;
+    case TPhase::Runs:
+      if (!running) {
+        FPhase = TPhase::Settles;
+        FUntilMs = nowMs + kSettleMs;
+      } else if (nowMs - FWatch.StartMs() >= FLimitMs && !std::exchange(FTimeOver, true)) {
+        FWatch.TimeIsOver();
+        FController.Framework().Stop();
+      }
+      return;
+    case TPhase::Settles:
+      if (FController.Framework().SafePending() && nowMs < FUntilMs) return;
+      FPhase = TPhase::Ends;
+      FUntilMs = nowMs + kTailMs;
+      return;
+    case TPhase::Ends:
+      if (nowMs >= FUntilMs) Finish();
+      return;
+  }
+}
+
+void TRunner::TellSteps() {
+  if (FSteps.Begun() == FToldSteps) return;
+  for (const TStepSpan& step : FSteps.Behind(FToldSteps))
+    FEvents.Add(evStep, [run = FRun->Id, start = FWatch.StartMs(), step] { return StepJson(run, start, step); });
+}
+
+void TRunner::Finish() {
+  const TLanguageScope own("");
+  FRun->Last = FController.Machine().Snapshot();
+  FRun->Report = FWatch.Report();
+  FRun->EndUnixMs = RealUnixMs();
+  FPhase = TPhase::Idle;
+  TRunRecordPtr record = std::exchange(FRun, nullptr);
+  LogMsg(lkInfo, 0,
+         Format(Tr("run %llu: %s"), static_cast<unsigned long long>(record->Id), ClosingLine(record->Report).c_str()),
+         "TPHost");
+  FEvents.Add(evRun, [head = RunHeadJson(*record)] {
+    auto json = head;
+    json["event"] = "ended";
+    return json;
+  });
+  Keep(std::move(record));
+}
+
 void TRunner::Keep(TRunRecordPtr record) {
-  for (const TEnded& told : FTold) told(record);
-  FRecords.push_back(std::move(record));
-  if (FRecords.size() > kKept) FRecords.pop_front();
+  FRecords.push_back(record);
+  std::size_t bytes = 0;
+  for (const TRunRecordPtr& kept : FRecords) bytes += kept->Bytes();
+  while (FRecords.size() > kKept || (bytes > kKeptBytes && FRecords.size() > 1)) {
+    bytes -= FRecords.front()->Bytes();
+    FRecords.pop_front();
+  }
+  for (const auto& told : FEnded) told(record);
+}
+
+void TRunner::Close() {
+  if (FPhase != TPhase::Idle) Finish();
+}
+
+// --- attendance ---
+
+void TRunner::Attend(std::uint64_t connection) {
+  if (FPhase == TPhase::Idle || FRun->Detached || connection == 0) return;
+  FAttender = connection;
+  FAloneAt = FConnections.contains(connection) ? 0 : RealMs();
+}
+
+void TRunner::Disconnected(std::uint64_t connection) {
+  FConnections.erase(connection);
+  if (FAttender == connection && FAloneAt == 0) FAloneAt = RealMs();
+}
+
+std::optional<std::uint64_t> TRunner::AloneMs() const {
+  if (FPhase != TPhase::Runs || FAttender == 0 || FAloneAt == 0) return std::nullopt;
+  const std::uint64_t now = RealMs();
+  return now - std::min(std::max(FAloneAt, FSignAt), now);
+}
+
+void TRunner::WatchAttendance() {
+  const auto alone = AloneMs();
+  if (!alone || *alone < kAttendMs) return;
+  FAttender = 0;
+  FAloneAt = 0;
+  FWatch.StopAsked();
+  FController.Framework().Stop(Tr("nobody attends"));
+}
+
+void TRunner::Show(TStatus& status) const {
+  if (FPhase == TPhase::Idle) return;
+  status.Run = FRun->Id;
+  status.Procedure = FRun->Procedure;
+  status.Starter = FRun->Starter.Name;
+  status.RunMs = status.MachineMs - std::min(FWatch.StartMs(), status.MachineMs);
+  for (const TStepSpan& step : FSteps.Open()) status.Path.push_back({step.Number, step.Count, step.Command, step.Desc});
+  if (const auto alone = AloneMs()) status.NobodyMs = kAttendMs - std::min(*alone, kAttendMs);
 }
 
 }  // namespace ixocontroller

@@ -7,7 +7,11 @@
 #include <pthread.h>
 #include <utility>
 
+#include "controller/SafeEnd.h"
+#include "controller/Supervisor.h"
+#include "controller/procedures/ProcedureRun.h"
 #include "controller/service/RealTime.h"
+#include "ixocamglue/platform/ports/CutSystem.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/platform/services/ThreadTable.h"
 #include "ixocamglue/support/Faults.h"
@@ -20,6 +24,14 @@ namespace {
 constexpr const char* kThread = "ixo-interface";
 constexpr std::uint64_t kMostBehindUs = 100'000;  // virtual time that cannot keep up is not made up for
 constexpr std::uint64_t kLeastWaitUs = 50;
+constexpr std::uint64_t kLookEveryMs = 5;  // at a run, in real time
+constexpr std::size_t kJournalEntries = 20'000;
+constexpr std::uint32_t kTaskMs = 300;  // for a task that is under way at the end
+constexpr std::uint64_t kBeatMs = 200;  // a state thread that has been silent for longer does not live
+constexpr int kExitHangs = 3;           // as for any device that cannot be used
+constexpr const char* kSource = "TPHost";
+constexpr const char* kAllOffAlarm = "TPAllOff";
+constexpr const char* kAllOffTrip = TrMark("everything was switched off");
 
 std::uint64_t RealUs() {
   using namespace std::chrono;
@@ -47,39 +59,56 @@ TService::TService(TServiceOptions options)
     : FOptions(std::move(options)),
       FAccess(FOptions.StateFolder),
       FLogEvents(std::make_unique<TLogEvents>(FEvents)),
+      FController([this] {
+        TControllerOptions controller = FOptions.Controller;
+        controller.Sinks.push_back(FLogEvents.get());
+        return std::make_unique<TController>(std::move(controller));
+      }()),
+      FRunner(*FController, FSteps, FEvents),
       FLease([this](const TLeaseEvent& event) { LeaseChanged(event); }) {
-  TControllerOptions controller = FOptions.Controller;
-  controller.Sinks.push_back(FLogEvents.get());
-  FController = std::make_unique<TController>(std::move(controller));
   FAlarms.emplace(*FController, FEvents);
+  FController->Journal().Bound(kJournalEntries);
   FController->OnState([this](std::int32_t from, std::int32_t to) {
-    FEvents.Add(evState, [from, to] {
-      return nlohmann::ordered_json{{"from", StateWord(from)}, {"state", StateWord(to)}, {"stateNumber", to}};
-    });
-    Wake();
+    FRunner.Changed(from, to);
+    // Told by the interface thread: a reader may have the ring.
+    const auto tell = [this, from, to] {
+      FEvents.Add(evState, [from, to] {
+        return nlohmann::ordered_json{{"from", StateWord(from)}, {"state", StateWord(to)}, {"stateNumber", to}};
+      });
+    };
+    if (!Post(tell)) tell();
   });
+  FSteps.OnBegun([this] { Wake(); });
+  if (TVirtualClock* const clock = FController->VirtualClock())
+    FClockHandle = clock->OnStep([this](std::uint64_t nowMs) { FRunner.Sample(nowMs); });
+  FStopper.emplace([this] { FController->Machine().StopNow(); });
   Publish();
 }
 
-TService::~TService() { End(); }
+TService::~TService() {
+  End();
+  if (TVirtualClock* const clock = FController->VirtualClock()) clock->Remove(FClockHandle);
+}
 
 void TService::Start() {
   if (!FController->VirtualClock()) {
     FController->StartThreads();
     WaitForStandby(*FController);
-    FThread = std::thread([this] { Run(); });
+    Publish();
+    FThread = std::thread([this] { RunThread(); });
     return;
   }
   std::promise<void> ready;
   FThread = std::thread([this, &ready] {
     try {
       WaitForStandby(*FController);
+      Publish();
     } catch (...) {
       FStopped.store(true);
       return ready.set_exception(std::current_exception());
     }
     ready.set_value();
-    Run();
+    RunThread();
   });
   ready.get_future().get();
 }
@@ -87,11 +116,27 @@ void TService::Start() {
 void TService::End() {
   {
     TGuard guard(FLock);
-    FEnding = true;
+    if (std::exchange(FEnding, true)) return;
   }
   FWork.notify_all();
-  if (FThread.joinable()) FThread.join();
+  const auto wait = [this](std::uint32_t ms) {
+    for (; FThread.joinable() && ms > 0 && !FStopped.load(); --ms)
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    return FStopped.load() || !FThread.joinable();
+  };
+  (void)wait(kTaskMs);
   FController->StopThreads();
+  EndOrExit(wait(kTaskMs), Tr("a task of the interface thread has not returned"));
+  if (FThread.joinable()) FThread.join();
+  EndOrExit(FStopper->End(kTaskMs), Tr("the machine's stop has not returned"));
+  FRunner.Close();
+}
+
+// Nothing can be taken down under a thread that may come back from its call at any time.
+void TService::EndOrExit(bool ended, const char* what) {
+  if (ended) return;
+  if (FOptions.Controller.EndFailed) FOptions.Controller.EndFailed({.What = what}, true);
+  std::_Exit(kExitHangs);
 }
 
 bool TService::Post(std::function<void()> task) {
@@ -122,19 +167,127 @@ std::shared_ptr<const TStatus> TService::Status() const {
   return FStatus;
 }
 
+// --- what ends something; any thread ---
+
 void TService::Stop(const TAsker& who) {
-  LogMsg(lkWarning, 0, Format(Tr("%s asks to stop"), who.Name.c_str()), "TPHost");
-  FController->Framework().Stop(Format(Tr("%s has stopped it"), who.Name.c_str()));
+  const TLanguageScope own("");
+  FController->Framework().Stop(Format(Tr("stopped by %s"), who.Name.c_str()));
+  LogMsg(lkWarning, 0, Format(Tr("stopped by %s"), who.Name.c_str()), kSource);
+  Post([this] { FRunner.StopAsked(); });
 }
 
+void TService::Pause(const TAsker& who) {
+  const TLanguageScope own("");
+  FController->Framework().Abort(srPause, Format(Tr("paused by %s"), who.Name.c_str()));
+  LogMsg(lkWarning, 0, Format(Tr("paused by %s"), who.Name.c_str()), kSource);
+}
+
+void TService::AllOff(const TAsker& who) {
+  const TLanguageScope own("");
+  FAllOff.store(true);
+  TTryAll tryAll;
+  tryAll([&] {
+    if (TNcLaser* const laser = FittedLaser()) laser->Trip(kAllOffTrip);
+  });
+  FStopper->Ask();
+  TNcStateFramework& framework = FController->Framework();
+  std::string cause = Format(Tr("everything was switched off by %s"), who.Name.c_str());
+  tryAll([&] { framework.RunNext(&TSafeEnd::StopDevices); })([&] { framework.Stop(cause); })([&] { KeepStill(who); });
+  LogMsg(lkError, 0, cause, kSource);
+  Post([this, cause = std::move(cause)] { FRunner.CutOff(cause); });
+}
+
+// One alarm, however often it is asked for.
+void TService::KeepStill(const TAsker& who) {
+  const std::uint64_t serial = FController->Alarms().Raise(
+      {.IdPrefix = kAllOffAlarm,
+       .Desc = Format(Tr("everything was switched off by %s"), who.Name.c_str()),
+       .Id = 1,
+       .Attrs = naForbidMove | naForbidLaser | naForbidFollower | naForbidCut | naForbidHoming | naRequireStop});
+  std::uint64_t none = 0;
+  if (!FAllOffAlarm.compare_exchange_strong(none, serial)) (void)FController->Alarms().ClearSerial(serial);
+}
+
+void TService::Connected(std::uint64_t connection) {
+  Post([this, connection] { FRunner.Connected(connection); });
+}
+
+void TService::Disconnected(std::uint64_t connection) {
+  Post([this, connection] { FRunner.Disconnected(connection); });
+}
+
+// --- interface thread: what begins something ---
+
 TResult<> TService::AtRest() {
+  if (FRunner.Current())
+    return TProblem{.What = Format(Tr("the procedure %s is running"), FRunner.Current()->Procedure.c_str()),
+                    .Remedy = Tr("stop it, or wait until it has ended")};
   if (!FController->Running()) return {};
-  return TProblem{.What = Tr("a procedure is running")};
+  const char* const state = StateWord(FController->Framework().CurrentState());
+  return TProblem{.What = Format(Tr("the procedure %s is running"), state),
+                  .Remedy = Tr("stop it, or wait until it has ended")};
+}
+
+TResult<std::uint64_t> TService::Run(TRunRequest request, const TAsker& who) {
+  if (FAllOff.load())
+    return TProblem{.What = Tr("everything was switched off"), .Remedy = Tr("remove the cause, then reset it")};
+  return FRunner.Start(std::move(request), who);
+}
+
+namespace {
+
+TProblem StaysOff(std::string why, const char* remedy) {
+  return {.What = Tr("everything stays switched off"), .Why = std::move(why), .Remedy = remedy};
+}
+
+}  // namespace
+
+TResult<> TService::StandsStill() {
+  TNcStateFramework& framework = FController->Framework();
+  const std::uint64_t now = Clock().MonotonicMs();
+  const std::uint64_t beat = framework.Watch().BeatMs.load(std::memory_order_acquire);
+  if (now > beat && now - beat > kBeatMs)
+    return StaysOff(Tr("the state thread gives no sign of life"), Tr("restart the program"));
+  if (framework.CurrentState() != nsStandby || framework.ChangePending() || FRunner.Busy())
+    return StaysOff(Tr("the machine is not in standby"), Tr("stop what runs"));
+  if (framework.SafePending())
+    return StaysOff(Tr("a device has not acknowledged switching off"), Tr("wait until it has, or repair it"));
+  if (FController->Machine().Snapshot().Moving())
+    return StaysOff(Tr("an axis still moves"), Tr("wait until it stands"));
+  return {};
+}
+
+TResult<> TService::NoOtherAlarm() {
+  for (const TNcAlarmRecord& alarm : FController->Alarms().Standing())
+    if (alarm.Serial != FAllOffAlarm.load() && alarm.Level() == 1)
+      return StaysOff(Format("%s: %s", alarm.Identifier().c_str(), alarm.Desc.c_str()),
+                      Tr("remove the cause of the alarm and clear it"));
+  return {};
+}
+
+TResult<> TService::Reset(const TAsker& who) {
+  if (FAllOff.load())
+    if (TResult<> still = StandsStill(); !still) return still;
+  FController->ClearAlarms();
+  FController->Alarms().ResetAlarms();
+  if (FAllOff.load())
+    if (TResult<> none = NoOtherAlarm(); !none) return none;
+  const std::uint64_t serial = FAllOffAlarm.exchange(0);
+  if (serial != 0) (void)FController->Alarms().ClearSerial(serial);
+  if (TResult<> reset = FController->ResetLatch(); !reset) {
+    if (FAllOff.load()) KeepStill(who);
+    return reset;
+  }
+  // Asked for again meanwhile: then its alarm stands again, and it stays.
+  if (FAllOffAlarm.load() == 0) FAllOff.store(false);
+  const TLanguageScope own("");
+  LogMsg(lkWarning, 0, Format(Tr("reset by %s"), who.Name.c_str()), kSource);
+  return {};
 }
 
 // --- the interface thread ---
 
-void TService::Run() {
+void TService::RunThread() {
   pthread_setname_np(pthread_self(), kThread);
   if (FController->VirtualClock())
     RunVirtual();
@@ -171,8 +324,10 @@ void TService::RunReal() {
   while (RunTasks()) {
     sign.Beat();
     const std::uint64_t now = RealMs();
+    FRunner.Pass();
     if (now >= FRoundAt) Round();
-    WaitForWork((FRoundAt > now ? FRoundAt - now : 1) * 1000);
+    const std::uint64_t left = FRoundAt > now ? FRoundAt - now : 1;
+    WaitForWork((FRunner.Busy() ? std::min(left, kLookEveryMs) : left) * 1000);
   }
 }
 
@@ -183,7 +338,8 @@ void TService::RunVirtual() {
   std::uint64_t startMs = clock.MonotonicMs();
   while (RunTasks()) {
     const std::uint64_t nowUs = RealUs();
-    if (nowUs / 1000 >= FRoundAt) Round();
+    const std::uint64_t nowMs = RealMs();
+    if (nowMs >= FRoundAt) Round();
     // When the clock is due where it stands.
     const auto dueUs = startUs + static_cast<std::uint64_t>(static_cast<double>(clock.MonotonicMs() - startMs) *
                                                             1000.0 / FOptions.Speed);
@@ -193,8 +349,9 @@ void TService::RunVirtual() {
         startMs = clock.MonotonicMs();
       }
       FController->RunPass();
+      FRunner.Pass();
     } else {
-      const std::uint64_t roundUs = FRoundAt * 1000 > nowUs ? FRoundAt * 1000 - nowUs : 0;
+      const std::uint64_t roundUs = FRoundAt > nowMs ? (FRoundAt - nowMs) * 1000 : 0;
       WaitForWork(std::max(std::min(dueUs - nowUs, roundUs), kLeastWaitUs));
     }
   }
@@ -204,6 +361,7 @@ void TService::Round() {
   const std::uint64_t now = RealMs();
   FRoundAt = now + kStatusEveryMs;
   FLease.Watch(now);
+  if (FLease.Holder()) FRunner.Attended(now - (TLease::kLeaseMs - std::min(FLease.LeftMs(now), TLease::kLeaseMs)));
   for (const auto& round : FRounds) try {
       round(now);
     } catch (...) {
@@ -220,6 +378,7 @@ void TService::LeaseChanged(const TLeaseEvent& event) {
     return nlohmann::ordered_json{
         {"event", LeaseChangeWord(event.Change)}, {"was", name(event.Was)}, {"holder", name(event.Now)}};
   });
+  if (event.Now) FRunner.Attend(event.Now->Connection);
   for (const auto& told : FLeaseTold) told(event);
 }
 
@@ -228,6 +387,7 @@ void TService::Publish() {
   auto status = std::make_shared<TStatus>();
   TNcStateFramework& framework = FController->Framework();
   status->Number = before ? before->Number + 1 : 1;
+  status->RealMs = RealMs();
   status->UnixMs = RealUnixMs();
   status->Machine = FController->Machine().Snapshot();
   status->MachineMs = Clock().MonotonicMs();
@@ -239,6 +399,8 @@ void TService::Publish() {
   status->SafePending = framework.SafePending();
   status->AllowMove = FController->Alarms().AllowMove();
   status->AllowLaser = FController->Alarms().AllowLaser();
+  status->AllOff = FAllOff.load();
+  FRunner.Show(*status);
   status->Alarms = static_cast<std::uint32_t>(FController->Alarms().Standing().size());
   if (before && !SameSignals(before->Machine, status->Machine))
     FEvents.Add(evSignals, [status] { return SignalsJson(status->Machine); });

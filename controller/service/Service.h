@@ -6,6 +6,7 @@
 // Panel, configuration, gas model and locale are touched on the interface thread only.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <filesystem>
@@ -23,6 +24,7 @@
 #include "controller/service/Lease.h"
 #include "controller/service/Runner.h"
 #include "controller/service/Status.h"
+#include "controller/service/Stopper.h"
 #include "controller/wire/Access.h"
 
 namespace ixocontroller {
@@ -31,6 +33,7 @@ struct TServiceOptions {
   TControllerOptions Controller;  // Realtime: real threads; else virtual time
   double Speed = 1.0;             // virtual: machine time per real time, above 0
   std::filesystem::path StateFolder;
+  bool ResetFromAfar = false;  // all-off may be reset from another machine
 };
 
 class TService {
@@ -61,6 +64,16 @@ class TService {
   [[nodiscard]] TController& Controller() { return *FController; }  // its any-thread operations
   // Ends what runs; `who` is named as the cause.
   void Stop(const TAsker& who);
+  void Pause(const TAsker& who);
+  // Everything is stopped at once: the laser's latch is tripped on the caller's thread, IMachine::StopNow is called on
+  // one that stands ready, what runs is stopped, and the state thread stops each device again in its next pass. It
+  // waits for no device and works while the state thread hangs. Until it is reset an alarm keeps everything still. A
+  // means against faults of software, not an emergency stop.
+  void AllOff(const TAsker& who);
+  [[nodiscard]] bool IsAllOff() const { return FAllOff.load(); }
+  // A connection of the wire has come, or has gone: who attends a run is there as long as its connection.
+  void Connected(std::uint64_t connection);
+  void Disconnected(std::uint64_t connection);
 
   // --- interface thread; before Start also the thread that made the service ---
   [[nodiscard]] TRunner& Runner() { return FRunner; }
@@ -69,13 +82,18 @@ class TService {
   void OnLease(std::function<void(const TLeaseEvent&)> changed) { FLeaseTold.push_back(std::move(changed)); }
   // Refused while a procedure runs, with its name: configuration changes take effect at rest.
   [[nodiscard]] TResult<> AtRest();
+  // Starts a run; refused also while everything is off. Throws what TRunner::Start throws.
+  [[nodiscard]] TResult<std::uint64_t> Run(TRunRequest request, const TAsker& who);
+  // Clears the alarms that stay until they are reset, then what AllOff has done, then the laser's latch. Refused while
+  // the cause of one of them stands, which then stays as it is.
+  [[nodiscard]] TResult<> Reset(const TAsker& who);
   // Called every kStatusEveryMs of real time, before the status is made. Before Start.
   void OnRound(std::function<void(std::uint64_t realMs)> round) { FRounds.push_back(std::move(round)); }
 
  private:
   class TLogEvents;
 
-  void Run();
+  void RunThread();
   void RunReal();
   void RunVirtual();
   bool RunTasks();  // false: none, and the end was asked for
@@ -85,13 +103,24 @@ class TService {
   void Wake();
   // Waits until something is posted or asked for, `micros` of real time at most.
   void WaitForWork(std::uint64_t micros);
+  void KeepStill(const TAsker& who);
+  [[nodiscard]] TResult<> StandsStill();
+  [[nodiscard]] TResult<> NoOtherAlarm();
+  void EndOrExit(bool ended, const char* what);
 
   const TServiceOptions FOptions;
   TEventRing FEvents;
   TAccess FAccess;
   const std::unique_ptr<TLogEvents> FLogEvents;
-  std::unique_ptr<TController> FController;
+  TStepSpans FSteps;
+  const std::unique_ptr<TController> FController;
   std::optional<TAlarmDesk> FAlarms;
+  std::size_t FClockHandle = 0;
+  std::optional<TStopper> FStopper;
+
+  // any thread
+  std::atomic<bool> FAllOff{false};
+  std::atomic<std::uint64_t> FAllOffAlarm{0};  // its serial; 0: none stands
 
   // interface thread
   TRunner FRunner;

@@ -28,6 +28,7 @@ struct TStepPlace {
 
 struct TStatus {
   std::uint64_t Number = 0;  // from 1 on
+  std::uint64_t RealMs = 0;  // RealMs() then
   std::int64_t UnixMs = 0;
   std::uint64_t MachineMs = 0;  // of the machine's clock, monotonic
   std::uint64_t BeatAgeMs = 0;  // machine time since the state thread's last sign of life

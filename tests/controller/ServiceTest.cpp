@@ -1,0 +1,182 @@
+// A controller that stays up, in virtual time: requests, runs and their reports, attendance, all-off and the way back.
+#include <gmock/gmock.h>
+
+#include "fixture/ServiceWorld.h"
+
+namespace ixocamglue::test {
+namespace {
+
+using testing::HasSubstr;
+
+TEST(Service, ARunIsStartedFollowedAndReportedAndTheNextOneKnowsNothingOfIt) {
+  TServiceWorld world(false);
+  const nlohmann::json move{{"procedure", "move-xy"}, {"params", {{"x", 30}, {"y", "20"}, {"speed", 300}}}};
+  const std::uint64_t first = world.StartRun(move);
+  const TJson report = world.Report(first);
+  EXPECT_EQ(report["outcome"], "success") << report.dump();
+  EXPECT_EQ(report["steps"].size(), 1U);
+  EXPECT_EQ(report["position"]["x"], 30.0);
+  EXPECT_THAT(report["lines"].back().get<std::string>(), HasSubstr("Succe"));
+  const TJson trace = world.Ask("GET", "/api/v1/runs/1/trace").Body;
+  EXPECT_EQ(trace["points"].back()[2], 20.0);
+
+  std::vector<std::string> told;
+  std::uint64_t last = 0;
+  for (const TServiceEvent& event : world.Service.Events().Read(0).Events) {
+    EXPECT_GT(event.Number, last);
+    last = event.Number;
+    if (event.Kind == evRun) told.push_back(event.Body()["event"]);
+    if (event.Kind == evStep) told.push_back(event.Body()["description"].is_string() ? "step" : "");
+  }
+  EXPECT_THAT(told, testing::ElementsAre("begun", "step", "ended"));
+
+  const TJson second = world.Report(world.StartRun({{"procedure", "delay"}, {"params", {{"ms", 20}}}}));
+  EXPECT_EQ(second["outcome"], "success");
+  EXPECT_LT(second["journal"].size(), report["journal"].size());
+  EXPECT_EQ(second["pathMm"]["xy"], 0.0);
+}
+
+TEST(Service, WrongRequestsSayWhatIsWrongAndStartNothing) {
+  TServiceWorld world(false);
+  const auto fails = [&](nlohmann::json body, int status, const char* says) {
+    const TApiReply reply = world.Ask("POST", "/api/v1/runs", std::move(body));
+    EXPECT_EQ(reply.Status, status) << reply.Body.dump();
+    EXPECT_THAT(reply.Body["detail"].get<std::string>(), HasSubstr(says));
+  };
+  fails({{"procedure", "move-xz"}}, 400, "did you mean \"move-xy\"?");
+  fails({{"procedure", "move-xy"}, {"params", {{"x", 1e6}, {"y", 0}}}}, 400, "params.x: 1000000 is not in");
+  fails({{"procedure", "move-xy"}, {"params", {{"x", 1}, {"q", 0}}}}, 400, "params.q");
+  fails({{"procedure", "move-xy"}, {"params", {{"x", nullptr}}}}, 400, "params.x");
+  fails({{"procedure", "delay"}, {"calls", nlohmann::json::array()}}, 400, "one of");
+  fails({{"calls", {{{"command", "gas-on"}, {"branch", 99}, {"pressure", 1}}}}}, 400, "commands[1].branch");
+  fails({{"sequence", "../machine"}}, 400, "sequence");
+  fails({{"calls", {{{"command", 142}}}}, {"faults", {"laser.no-emision"}}}, 400, "did you mean laser.no-emission?");
+  fails({{"calls", {{{"command", 142}}}}, {"limitMs", -1}}, 400, "limitMs");
+  fails(nlohmann::json::array(), 400, "no JSON object");
+  EXPECT_EQ(world.Ask("GET", "/api/v1/nothing").Status, 404);
+  EXPECT_EQ(world.Ask("GET", "/api/v1/runs/18446744073709551616").Status, 404);
+  EXPECT_EQ(world.Ask("PUT", "/api/v1/stop").Status, 405);
+  TAsker viewer = TServiceWorld::Operator();
+  viewer.Role = roViewer;
+  EXPECT_EQ(world.Ask("POST", "/api/v1/runs", {{"procedure", "delay"}}, viewer).Status, 403);
+  TAsker afar;
+  EXPECT_EQ(world.Ask("POST", "/api/v1/stop", nullptr, afar).Status, 401);
+  EXPECT_EQ(world.Service.Status()->Run, 0U);
+}
+
+TEST(Service, WhileAProcedureRunsNothingElseBeginsAndItsStopNamesWhoAsked) {
+  TServiceWorld world(false, 1.0);
+  world.StartDelay(600'000);
+  const TApiReply refused = world.Ask("POST", "/api/v1/runs", {{"procedure", "delay"}, {"params", {{"ms", 1}}}});
+  EXPECT_EQ(refused.Status, 409);
+  world.Do([&] {
+    const TResult<> rest = world.Service.AtRest();
+    ASSERT_FALSE(rest);
+    EXPECT_THAT(rest.Problem().What, HasSubstr("delay"));
+  });
+  EXPECT_TRUE(world.Comes([&] { return !world.Service.Status()->Path.empty(); }));
+  EXPECT_EQ(world.Ask("POST", "/api/v1/stop").Status, 202);
+  const TJson report = world.Report(1);
+  EXPECT_EQ(report["outcome"], "stopped");
+  EXPECT_EQ(report["cause"], "stopped by anna");
+}
+
+TEST(Service, ARunThatNobodyAttendsIsStoppedUnlessSomebodyTakesOver) {
+  TServiceWorld world(false, 1.0);
+  world.Service.Connected(1);
+  world.StartDelay(600'000);
+  const auto left = [&] { return world.Service.Status()->NobodyMs; };
+  world.Service.Disconnected(1);
+  ASSERT_TRUE(world.Comes([&] { return left().has_value(); }));
+  world.Service.Connected(2);
+  world.Do([&] { world.Service.Runner().Attend(2); });
+  SkipRealTime(11'000);  // the lease has run out as well
+  ASSERT_TRUE(world.Comes([&] { return !left(); }));
+  EXPECT_EQ(world.Service.Status()->Run, 1U);
+
+  world.Service.Disconnected(2);
+  ASSERT_TRUE(world.Comes([&] { return left().has_value(); }));
+  SkipRealTime(9'000);
+  ASSERT_TRUE(world.Comes([&] { return left().value_or(kAttendMs) < 1'000; }));
+  SkipRealTime(1'000);
+  const TJson report = world.Report(1);
+  EXPECT_EQ(report["outcome"], "stopped");
+  EXPECT_EQ(report["cause"], "nobody attends");
+}
+
+TEST(Service, AllOffKeepsEverythingStillUntilItIsResetAtTheMachineWithoutACauseThatStands) {
+  TServiceWorld world(false, 1.0);
+  world.StartDelay(600'000);
+  EXPECT_EQ(world.Ask("POST", "/api/v1/all-off").Status, 202);
+  EXPECT_EQ(world.Ask("POST", "/api/v1/all-off").Status, 202);
+  EXPECT_THAT(world.Report(1)["cause"].get<std::string>(), HasSubstr("anna"));
+  ASSERT_TRUE(world.Comes([&] { return world.Service.Status()->Machine.LatchTripped; }));
+  EXPECT_EQ(world.Service.Status()->Alarms, 2U);  // its own, once, and the latch's
+  EXPECT_FALSE(world.Service.Status()->AllowMove);
+  EXPECT_EQ(world.Ask("POST", "/api/v1/runs", {{"procedure", "delay"}, {"params", {{"ms", 1}}}}).Status, 409);
+
+  const auto reset = [&](TAsker who) { return world.Ask("POST", "/api/v1/reset", nullptr, std::move(who)); };
+  EXPECT_EQ(reset(TServiceWorld::Operator(1, false)).Status, 403);
+  const std::uint64_t serial =
+      world.Service.Controller().Alarms().Raise({.IdPrefix = "TP", .Desc = "door", .Id = 7, .Attrs = naForbidMove});
+  const TApiReply refused = reset(TServiceWorld::Operator());
+  EXPECT_EQ(refused.Status, 409);
+  EXPECT_THAT(refused.Body["why"].get<std::string>(), HasSubstr("door"));
+  EXPECT_TRUE(world.Service.IsAllOff());
+  world.Service.Controller().Alarms().ClearSerial(serial);
+  EXPECT_EQ(reset(TServiceWorld::Operator()).Status, 200);
+  EXPECT_FALSE(world.Service.IsAllOff());
+  EXPECT_EQ(world.Report(world.StartRun({{"procedure", "delay"}, {"params", {{"ms", 1}}}}))["outcome"], "success");
+}
+
+TEST(Service, WhatIsKeptIsBounded) {
+  TServiceWorld world(false, 1000.0);
+  for (std::size_t i = 0; i < TRunner::kKept + 2; ++i)
+    world.Report(world.StartRun({{"procedure", "delay"}, {"params", {{"ms", 1}}}}));
+  EXPECT_EQ(world.Ask("GET", "/api/v1/runs/2").Status, 404);
+  EXPECT_EQ(world.Ask("GET", "/api/v1/runs/3").Status, 200);
+
+  TEventRing ring;
+  for (std::size_t i = 0; i < TEventRing::kEvents + 10; ++i) ring.Add(i % 2 == 0 ? evSignals : evLog, {});
+  for (std::size_t i = 0; i < TEventRing::kEvents; ++i) ring.Add(evLog, {});
+  const auto read = ring.Read(5);
+  EXPECT_EQ(read.MissedFrom, 6U);
+  EXPECT_EQ(read.MissedTo, TEventRing::kEvents + 10);
+  ASSERT_EQ(read.Events.size(), TEventRing::kEvents + 1);
+  EXPECT_EQ(read.Events.back().Number, ring.Last());
+  EXPECT_EQ(ring.Read(ring.Last()).Events.size(), 0U);
+
+  TJournal journal;
+  journal.Bound(3);
+  for (std::uint64_t ms = 0; ms < 5; ++ms) journal.Happened(ms, "a", "b");
+  EXPECT_EQ(journal.Size(), 3U);
+  EXPECT_EQ(journal.Gone(), 2U);
+}
+
+TEST(Service, TheMachinesClockRunsSoManyTimesAsFast) {
+  for (const double speed : {1.0, 50.0}) {
+    TServiceWorld world(false, speed);
+    const auto now = [&] { return world.Service.Controller().VirtualClock()->MonotonicMs(); };
+    const std::uint64_t realStart = RealMs();
+    const std::uint64_t start = now();
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    const double ran = static_cast<double>(now() - start) / static_cast<double>(RealMs() - realStart);
+    EXPECT_NEAR(ran, speed, speed * 0.3);
+  }
+}
+
+TEST(Service, TasksAreDoneInOrderAlsoThoseBeforeTheEndAndNoneBehindIt) {
+  TServiceWorld world(false);
+  std::vector<int> done;
+  for (int i = 0; i < 100; ++i) EXPECT_TRUE(world.Service.Post([&done, i] { done.push_back(i); }));
+  EXPECT_TRUE(world.Service.Post([] { throw std::runtime_error("a task"); }));
+  EXPECT_TRUE(world.Service.Post([&] { done.push_back(100); }));
+  world.Service.End();
+  EXPECT_EQ(done.size(), 101U);
+  EXPECT_TRUE(std::ranges::is_sorted(done));
+  EXPECT_FALSE(world.Service.Post([] {}));
+  EXPECT_EQ(world.Request("GET", "/api/v1/runs/1", nullptr, TServiceWorld::Operator()).Status, 503);
+}
+
+}  // namespace
+}  // namespace ixocamglue::test

@@ -1,0 +1,100 @@
+// A controller that stays up, with real threads: stop and all-off, also while the state thread hangs, and its end.
+#include <gmock/gmock.h>
+
+#include "fixture/ServiceWorld.h"
+
+namespace ixocamglue::test {
+namespace {
+
+const nlohmann::json kLongMove{{"procedure", "move-xy"}, {"params", {{"x", 2500}, {"y", 1200}, {"speed", 20}}}};
+
+std::uint64_t MsOf(const std::function<void()>& what) {
+  const auto from = std::chrono::steady_clock::now();
+  what();
+  return static_cast<std::uint64_t>(
+      std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - from).count());
+}
+
+TEST(ServiceThreaded, AllOffStopsTheMachineWhileTheStateThreadHangs) {
+  TServiceWorld world(true);
+  (void)world.StartRun(kLongMove);
+  ASSERT_TRUE(world.Comes([&] { return world.Machine().Snapshot().AxesMoving; }));
+  TCallGate& gate = world.Machine().Gate();
+  gate.PlanSet({.Call = gate.Calls() + 2, .Fault = gfHang, .HangMs = 1200});
+  ASSERT_TRUE(world.Comes([&] { return gate.Fired(); }));
+
+  EXPECT_LE(MsOf([&] { EXPECT_EQ(world.Ask("POST", "/api/v1/all-off").Status, 202); }), 15U);
+  EXPECT_TRUE(world.Machine().LaserDevice().LatchReason() != nullptr);
+  EXPECT_TRUE(world.Comes([&] { return !world.Machine().Snapshot().AxesMoving; }, 300));
+  EXPECT_EQ(world.Service.Controller().Framework().CurrentState(), nsCustomMotion) << "it hangs no more";
+  EXPECT_EQ(world.Ask("POST", "/api/v1/reset").Status, 409);
+
+  const TJson report = world.Report(1);
+  EXPECT_EQ(report["outcome"], "stopped") << report.dump();
+  EXPECT_FALSE(world.Machine().Snapshot().Moving());
+  TApiReply reset;
+  EXPECT_TRUE(world.Comes([&] {
+    reset = world.Ask("POST", "/api/v1/reset");
+    return reset.Status == 200;
+  })) << reset.Body.dump();
+}
+
+TEST(ServiceThreaded, StopComesThroughFromAnyThreadAndTheEndIsDarkWithinThreeSeconds) {
+  TServiceWorld world(true);
+  const std::uint64_t id = world.StartRun(kLongMove);
+  ASSERT_TRUE(world.Comes([&] { return world.Machine().Snapshot().AxesMoving; }));
+  world.Service.Stop(TServiceWorld::Operator());
+  EXPECT_EQ(world.Report(id)["outcome"], "stopped");
+
+  (void)world.StartRun(kLongMove);
+  ASSERT_TRUE(world.Comes([&] { return world.Machine().Snapshot().AxesMoving; }));
+  EXPECT_LE(MsOf([&] { world.Service.End(); }), 3000U);
+  const TMachineSnapshot last = world.Machine().Snapshot();
+  EXPECT_FALSE(last.Moving() || last.Laser || last.Emission || last.Gas);
+}
+
+TEST(ServiceThreaded, ManyReadStopAndAskWhileRunsBeginAndEnd) {
+  TServiceWorld world(true);
+  std::atomic<bool> done{false};
+  std::vector<std::thread> others;
+  const auto keepDoing = [&](std::uint32_t everyMs, std::function<void()> what) {
+    others.emplace_back([&done, everyMs, what = std::move(what)] {
+      while (!done) {
+        what();
+        std::this_thread::sleep_for(std::chrono::milliseconds(everyMs));
+      }
+    });
+  };
+  std::uint64_t seen = 0;
+  keepDoing(1, [&] { (void)StatusJson(*world.Service.Status()); });
+  keepDoing(2, [&] {
+    for (const TServiceEvent& event : world.Service.Events().Read(seen).Events) {
+      EXPECT_GT(event.Number, std::exchange(seen, event.Number));
+      (void)event.Body();
+    }
+  });
+  keepDoing(31, [&] { world.Service.Stop(TServiceWorld::Operator()); });
+  keepDoing(97, [&] { world.Service.AllOff(TServiceWorld::Operator()); });
+  keepDoing(5, [&] {
+    world.Service.Connected(5);
+    world.Service.Disconnected(5);
+  });
+  std::size_t begun = 0;
+  for (int i = 0; i < 60; ++i) {
+    (void)world.Ask("POST", "/api/v1/reset");
+    begun += world.Ask("POST", "/api/v1/runs", {{"procedure", "delay"}, {"params", {{"ms", 20}}}}).Status == 201;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  done = true;
+  for (std::thread& other : others) other.join();
+  EXPECT_GT(begun, 0U);
+  EXPECT_TRUE(world.Comes([&] {
+    bool busy = true;
+    world.Do([&] { busy = world.Service.Runner().Busy(); });
+    return !busy && world.Ask("POST", "/api/v1/reset").Status == 200;
+  }));
+  EXPECT_EQ(world.Report(world.StartRun({{"procedure", "delay"}, {"params", {{"ms", 1}}}}))["outcome"], "success");
+}
+
+}  // namespace
+}  // namespace ixocamglue::test
