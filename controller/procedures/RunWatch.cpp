@@ -94,10 +94,10 @@ TRunReport TRunWatch::Report() {
     report.Path = outcome.Path;
     report.Fault = outcome.Fault;
     report.Cause = outcome.Cause.empty() ? BeamCauseText(FController.Framework().LateBeamCause()) : outcome.Cause;
-    if (outcome.Type != metSuccess && !FCutOff.empty()) report.Cause = FCutOff;
     report.NextState = outcome.NextState;
     report.At = StepOf(outcome.Path, FSteps.Standing());
   }
+  if (!FCutOff.empty() && !report.Success()) report.Cause = FCutOff;
   report.Steps = FSteps.Items();
   if (FAlarms) report.Alarms = FAlarms->Items();
   report.Signals = FController.Journal().Signals().Items();
