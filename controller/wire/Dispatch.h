@@ -1,0 +1,53 @@
+// From a request to its answer: who asks, whether he may, and who is to answer. It knows no socket. One thread, the
+// wire's; what the interface thread answers comes back to it.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <string>
+
+#include "controller/wire/Access.h"
+#include "controller/wire/AnsweredOnce.h"
+#include "controller/wire/EventFeed.h"
+#include "controller/wire/WireRequest.h"
+
+namespace ixocontroller {
+
+struct TDispatchOptions {
+  TWireHosts Hosts;
+  std::filesystem::path OpenApi;
+  std::function<void(std::function<void()>)> OnWireThread;  // runs it there; any thread
+};
+
+class TWireDispatch {
+ public:
+  using TAnswer = std::function<void(TWireReply)>;
+
+  TWireDispatch(TApi& api, TService& service, TDispatchOptions options);
+
+  // `Answer` is called once, now or later, or `Follow` now.
+  struct TReplies {
+    TAnswer Answer;
+    std::function<void(TFeedWish)> Follow;
+  };
+  void Serve(const TPeer& peer, TWireRequest request, TReplies replies);
+
+ private:
+  struct TAsked;
+
+  // Why it is refused; nothing: `asked` says what is asked for.
+  [[nodiscard]] std::optional<TWireReply> Check(const TWireRequest& request, TAsked& asked);
+  [[nodiscard]] std::optional<TWireReply> CheckWho(const TWireRequest& request, TAsked& asked);
+  void ServeOnce(TAsked asked, const TWireRequest& request, TAnswer answer);
+  void Ask(TAsked asked, TAnswer answer);
+  void Follow(const TAsked& asked, const TReplies& replies);
+  [[nodiscard]] TWireReply OpenApi() const;
+
+  TApi& FApi;
+  TService& FService;
+  const TDispatchOptions FOptions;
+  TAnsweredOnce FOnce;
+};
+
+}  // namespace ixocontroller

@@ -1,0 +1,388 @@
+#include "controller/wire/Server.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <exception>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <optional>
+#include <sys/socket.h>
+#include <thread>
+#include <unordered_map>
+#include <utility>
+
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/address.hpp>
+#include <boost/asio/posix/stream_descriptor.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/steady_timer.hpp>
+
+#include "controller/service/Lease.h"
+#include "controller/wire/Dispatch.h"
+#include "controller/wire/WireSession.h"
+#include "ixocamglue/platform/services/AppSys.h"
+#include "ixocamglue/platform/services/ThreadTable.h"
+#include "ixocamglue/support/Faults.h"
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
+
+namespace ixocontroller {
+
+namespace asio = boost::asio;
+
+using TWireTask = std::function<void()>;
+
+// The way to the wire's thread, which others may still have when it has ended.
+class TWirePostbox {
+ public:
+  explicit TWirePostbox(asio::io_context& context) : FContext(&context) {}
+  // Runs it when what runs now is done.
+  void Post(TWireTask task) {
+    TGuard guard(FLock);
+    if (FContext) asio::post(*FContext, std::move(task));
+  }
+  // Runs it now where it is called on the wire's thread.
+  void Run(TWireTask task) {
+    if (FThread.load() == std::this_thread::get_id()) return task();
+    Post(std::move(task));
+  }
+  void IsHere() { FThread = std::this_thread::get_id(); }
+  void Shut() {
+    TGuard guard(FLock);
+    FContext = nullptr;
+  }
+
+ private:
+  std::atomic<std::thread::id> FThread;
+  TCriticalSection FLock;
+  asio::io_context* FContext IXO_GUARDED_BY(FLock);
+};
+
+namespace {
+
+constexpr const char* kWireThread = "ixo-wire";
+constexpr std::size_t kReserved = 64;  // descriptors that connections leave free
+constexpr std::size_t kAcceptAtOnce = 16;
+constexpr std::uint64_t kWatchMs = 250;  // between two looks at what takes too long
+constexpr std::uint64_t kPauseMs = 20;   // when there is no descriptor for a newcomer
+constexpr std::uint64_t kKeyMs = 1000;   // since the last word of who holds a key
+constexpr std::string_view kPanelPath = "/api/v1/panel/";
+
+TPeer PeerOf(int fd, const sockaddr_storage& address) {
+  TPeer peer;
+  if (address.ss_family == AF_UNIX) {
+    ucred user{};
+    socklen_t size = sizeof user;
+    peer.User = ::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &user, &size) == 0 ? user.uid : ~0U;
+    return peer;
+  }
+  if (address.ss_family == AF_INET6) {
+    asio::ip::address_v6::bytes_type bytes;
+    std::ranges::copy(reinterpret_cast<const sockaddr_in6*>(&address)->sin6_addr.s6_addr, bytes.begin());
+    const asio::ip::address_v6 six(bytes);
+    peer.Address =
+        six.is_v4_mapped() ? asio::ip::make_address_v4(asio::ip::v4_mapped, six).to_string() : six.to_string();
+  } else {
+    peer.Address =
+        asio::ip::address_v4(ntohl(reinterpret_cast<const sockaddr_in*>(&address)->sin_addr.s_addr)).to_string();
+  }
+  return peer;
+}
+
+// Answers go out at once, and a machine that has gone is noticed within 15 s.
+void SetUpTcp(int fd, bool local) {
+  const auto set = [fd](int level, int name, int value) { ::setsockopt(fd, level, name, &value, sizeof value); };
+  set(IPPROTO_TCP, TCP_NODELAY, 1);
+  if (local) return;
+  set(SOL_SOCKET, SO_KEEPALIVE, 1);
+  set(IPPROTO_TCP, TCP_KEEPIDLE, 5);
+  set(IPPROTO_TCP, TCP_KEEPINTVL, 2);
+  set(IPPROTO_TCP, TCP_KEEPCNT, 4);
+  set(IPPROTO_TCP, TCP_USER_TIMEOUT, 15'000);
+}
+
+}  // namespace
+
+class TWireServer::TCore final : public IWireDesk {
+ public:
+  TCore(TApi& api, TService& service, TWireOptions options);
+  ~TCore() { End(); }
+
+  void Start();
+  void End();
+
+  const TWireOptions Options;
+  std::uint16_t Port = 0;
+  std::string Url;
+  std::function<void(std::uint64_t, bool)> Told;
+
+ private:
+  struct TListener {
+    TListener(asio::io_context& context, int fd) : Descriptor(context, fd), Pause(context) {}
+    asio::posix::stream_descriptor Descriptor;
+    asio::steady_timer Pause;
+  };
+
+  void Listen(TOwnFd fd);
+  void WaitForNewcomers(TListener& listener);
+  void Accept(TListener& listener);
+  void Welcome(TOwnFd fd, const sockaddr_storage& address);
+  // The connection that is missed least is closed; false: there is none.
+  bool MakeRoom();
+  [[nodiscard]] std::pair<int, std::uint64_t> Worth(const TWireSession& session, std::uint64_t nowMs) const;
+
+  void Serve(TWireSession& session, TWireRequest request) override;
+  void Ended(TWireSession& session) override;
+  void Follow(TWireSession& session, TFeedWish wish);
+
+  void Run();
+  void Tick();
+  [[nodiscard]] TWireHosts HostsOf() const;
+
+  asio::io_context FContext{1};
+  const std::shared_ptr<TWirePostbox> FPostbox = std::make_shared<TWirePostbox>(FContext);
+  const std::shared_ptr<std::atomic<bool>> FPumpAsked = std::make_shared<std::atomic<bool>>(false);
+  asio::steady_timer FTimer{FContext};
+  std::vector<std::unique_ptr<TListener>> FListeners;
+  TEventHub FHub;
+  std::optional<TWireDispatch> FDispatch;
+  std::unordered_map<std::uint64_t, std::shared_ptr<TWireSession>> FSessions;
+  std::uint64_t FLastSession = 0;
+  std::size_t FMost = 0;  // connections
+  std::uint64_t FWatchedMs = 0;
+  std::optional<TThreadSign> FSign;
+  bool FEnded = false;
+  std::thread FThread;
+};
+
+TWireServer::TCore::TCore(TApi& api, TService& service, TWireOptions options)
+    : Options(std::move(options)), FHub(service.Events()) {
+  if (!IsLoopback(Options.Address) && !Options.Insecure)
+    throw EProblem(pbRequest, {.What = Format(Tr("the controller does not listen on %s"), Options.Address.c_str()),
+                               .Where = "--address",
+                               .Why = Tr("what is said there is not encrypted, and others can read it"),
+                               .Remedy = Tr("stay with 127.0.0.1 and come by ssh, or accept that with --insecure")});
+  FMost = std::min(Options.Limits.Connections, std::max<std::size_t>(RoomForConnections(kReserved), 1));
+  TOwnFd tcp = ListenTcp(Options.Address, Options.Port).OrThrow(pbUnusable);
+  Port = PortOf(tcp.Get());
+  const bool six = Options.Address.find(':') != std::string::npos;
+  Url = Format(six ? "http://[%s]:%d" : "http://%s:%d", Options.Address.c_str(), Port);
+  Listen(std::move(tcp));
+  if (!Options.StateFolder.empty()) Listen(ListenUnix(Options.StateFolder).OrThrow(pbUnusable));
+  FDispatch.emplace(api, service,
+                    TDispatchOptions{.Hosts = HostsOf(),
+                                     .OpenApi = Options.OpenApi,
+                                     .OnWireThread = [box = FPostbox](TWireTask task) { box->Run(std::move(task)); }});
+  service.Access().SetAddress(Url);
+  // The ring outlives this.
+  service.Events().OnAdded([box = FPostbox, asked = FPumpAsked, this] {
+    if (!asked->exchange(true))
+      box->Post([this] {
+        FPumpAsked->store(false);
+        FHub.Pump(RealMs());
+      });
+  });
+}
+
+TWireHosts TWireServer::TCore::HostsOf() const {
+  std::vector<std::string> names = Options.Hosts;
+  const std::string& own = Options.Address;
+  // Every address of the machine is none to be asked under: those are given as names.
+  if (!IsLoopback(own) && own != "0.0.0.0" && own != "::")
+    names.push_back(own.find(':') == std::string::npos ? own : "[" + own + "]");
+  return TWireHosts(std::move(names));
+}
+
+void TWireServer::TCore::Listen(TOwnFd fd) {
+  FListeners.push_back(std::make_unique<TListener>(FContext, fd.Get()));
+  (void)fd.Release();
+}
+
+// --- newcomers ---
+
+void TWireServer::TCore::WaitForNewcomers(TListener& listener) {
+  listener.Descriptor.async_wait(asio::posix::stream_descriptor::wait_read,
+                                 [this, &listener](const boost::system::error_code& error) {
+                                   if (!error) Accept(listener);
+                                 });
+}
+
+void TWireServer::TCore::Accept(TListener& listener) {
+  for (std::size_t i = 0; i < kAcceptAtOnce; ++i) {
+    sockaddr_storage address{};
+    socklen_t size = sizeof address;
+    TOwnFd fd(::accept4(listener.Descriptor.native_handle(), reinterpret_cast<sockaddr*>(&address), &size,
+                        SOCK_NONBLOCK | SOCK_CLOEXEC));
+    if (fd.Get() >= 0) {
+      Welcome(std::move(fd), address);
+      continue;
+    }
+    const int error = errno;
+    if (error == EINTR || error == ECONNABORTED) continue;
+    if (error != EMFILE && error != ENFILE && error != ENOBUFS && error != ENOMEM) break;
+    if (MakeRoom()) continue;
+    // Others in this process have the descriptors; the newcomer waits in the system's queue.
+    listener.Pause.expires_after(std::chrono::milliseconds(kPauseMs));
+    listener.Pause.async_wait([this, &listener](const boost::system::error_code& ended) {
+      if (!ended) WaitForNewcomers(listener);
+    });
+    return;
+  }
+  WaitForNewcomers(listener);
+}
+
+void TWireServer::TCore::Welcome(TOwnFd fd, const sockaddr_storage& address) {
+  while (FSessions.size() >= FMost && MakeRoom()) {
+  }
+  TPeer peer = PeerOf(fd.Get(), address);
+  peer.Connection = ++FLastSession;
+  if (!peer.IsUnix()) SetUpTcp(fd.Get(), peer.IsLocal());
+  const auto session = std::make_shared<TWireSession>(*this, FContext, std::move(fd), std::move(peer), Options.Limits);
+  FSessions.emplace(FLastSession, session);
+  if (Told) Told(FLastSession, true);
+  session->Start();
+}
+
+// The least goes first. Idle ones, those that are slow to ask or to take their answer; then who follows events; who
+// waits for an answer; who has shown a lease or holds a key.
+std::pair<int, std::uint64_t> TWireServer::TCore::Worth(const TWireSession& session, std::uint64_t nowMs) const {
+  if (session.KeptUntilMs > nowMs) return {3, session.UsedMs()};
+  switch (session.Stage()) {
+    case TWireStage::wsEnding:
+    case TWireStage::wsIdle:
+    case TWireStage::wsReading:
+    case TWireStage::wsAnswering: return {0, session.UsedMs()};
+    case TWireStage::wsFollowing: return {1, session.UsedMs()};
+    case TWireStage::wsAsked: break;
+  }
+  return {2, session.UsedMs()};
+}
+
+bool TWireServer::TCore::MakeRoom() {
+  const std::uint64_t nowMs = RealMs();
+  std::shared_ptr<TWireSession> least;
+  std::tuple<int, std::uint64_t, std::uint64_t> lowest;
+  for (const auto& [number, session] : FSessions) {
+    const auto [kind, used] = Worth(*session, nowMs);
+    const std::tuple worth(kind, used, number);
+    if (least && worth >= lowest) continue;
+    least = session;
+    lowest = worth;
+  }
+  if (least) least->Close();
+  return least != nullptr;
+}
+
+// --- requests ---
+
+void TWireServer::TCore::Serve(TWireSession& session, TWireRequest request) {
+  const std::uint64_t nowMs = RealMs();
+  if (!request.Lease.empty()) session.KeptUntilMs = nowMs + TLease::kLeaseMs;
+  if (request.Target.starts_with(kPanelPath) && IsCommand(request.Method))
+    session.KeptUntilMs = std::max(session.KeptUntilMs, nowMs + kKeyMs);
+  const std::weak_ptr<TWireSession> asker = session.shared_from_this();
+  const auto answer = [asker](TWireReply reply) {
+    if (const auto open = asker.lock()) open->Answer(std::move(reply));
+  };
+  const auto follow = [this, asker, lastId = request.LastEventId](TFeedWish wish) {
+    wish.LastId = lastId;
+    if (const auto open = asker.lock()) Follow(*open, std::move(wish));
+  };
+  try {
+    FDispatch->Serve(session.Peer(), std::move(request), {answer, follow});
+  } catch (...) {
+    session.Answer(Refuse(500, {.What = DescribeException(std::current_exception())}));
+  }
+}
+
+void TWireServer::TCore::Follow(TWireSession& session, TFeedWish wish) {
+  if (FHub.Feeds() >= Options.Limits.Feeds) {
+    TWireReply reply = Refuse(503, {.What = Format(Tr("%zu connections follow the events already"), FHub.Feeds()),
+                                    .Where = {},
+                                    .Why = {},
+                                    .Remedy = Tr("end one of them, or ask for the status instead")});
+    reply.RetryAfterS = 5;
+    return session.Answer(std::move(reply));
+  }
+  const auto more = [this, follower = std::weak_ptr(session.shared_from_this())] {
+    asio::post(FContext, [follower] {
+      if (const auto open = follower.lock()) open->SendEvents();
+    });
+  };
+  session.Follow(FHub.Open(std::move(wish), RealMs(), more));
+  Tick();
+}
+
+void TWireServer::TCore::Ended(TWireSession& session) {
+  if (session.Feed()) FHub.Close(session.Feed());
+  const std::uint64_t number = session.Peer().Connection;
+  FSessions.erase(number);
+  if (Told) Told(number, false);
+}
+
+// --- the thread ---
+
+// Signals that were too early for their client, connections that take too long, the thread's sign of life.
+void TWireServer::TCore::Tick() {
+  const std::uint64_t nowMs = RealMs();
+  if (FSign) FSign->Beat();
+  if (FHub.Feeds() != 0) FHub.Pump(nowMs);
+  if (nowMs - FWatchedMs >= kWatchMs) {
+    FWatchedMs = nowMs;
+    FHub.Beat(nowMs, Options.Limits.BeatMs);
+    std::vector<std::shared_ptr<TWireSession>> open;
+    open.reserve(FSessions.size());
+    for (const auto& [number, session] : FSessions) open.push_back(session);
+    for (const auto& session : open) session->Watch(nowMs);
+  }
+  FTimer.expires_after(std::chrono::milliseconds(FHub.Feeds() != 0 ? TEventHub::kRoundMs : kWatchMs));
+  FTimer.async_wait([this](const boost::system::error_code& error) {
+    if (!error) Tick();
+  });
+}
+
+void TWireServer::TCore::Run() {
+  pthread_setname_np(pthread_self(), kWireThread);
+  FPostbox->IsHere();
+  FSign.emplace(kWireThread, tkOther);
+  for (const auto& listener : FListeners) WaitForNewcomers(*listener);
+  Tick();
+  for (;;) {
+    try {
+      FContext.run();
+      break;
+    } catch (...) {
+      LogMsg(lkException, 0, DescribeException(std::current_exception()).c_str(), "TWireServer");
+    }
+  }
+  FSign.reset();
+}
+
+void TWireServer::TCore::Start() {
+  FThread = std::thread([this] { Run(); });
+}
+
+void TWireServer::TCore::End() {
+  if (std::exchange(FEnded, true)) return;
+  FPostbox->Shut();
+  FContext.stop();
+  if (FThread.joinable()) FThread.join();
+  Told = nullptr;
+  while (!FSessions.empty()) FSessions.begin()->second->Close();
+  FListeners.clear();
+  if (!Options.StateFolder.empty()) RemoveUnix(Options.StateFolder);
+}
+
+TWireServer::TWireServer(TApi& api, TService& service, TWireOptions options)
+    : FCore(std::make_unique<TCore>(api, service, std::move(options))) {}
+TWireServer::~TWireServer() = default;
+
+void TWireServer::Start() { FCore->Start(); }
+void TWireServer::End() { FCore->End(); }
+std::uint16_t TWireServer::Port() const { return FCore->Port; }
+std::string TWireServer::Url() const { return FCore->Url; }
+void TWireServer::OnConnection(std::function<void(std::uint64_t, bool)> told) { FCore->Told = std::move(told); }
+
+}  // namespace ixocontroller

@@ -1,0 +1,69 @@
+// One connection: HTTP/1.1 requests read one by one, each answered before the next is looked at. The wire's thread
+// only.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include <boost/asio/io_context.hpp>
+
+#include "controller/wire/Access.h"
+#include "controller/wire/EventFeed.h"
+#include "controller/wire/Listen.h"
+#include "controller/wire/WireLimits.h"
+#include "controller/wire/WireRequest.h"
+
+namespace ixocontroller {
+
+class TWireSession;
+
+class IWireDesk {
+ public:
+  // Answered once, by Answer or Follow, now or later.
+  virtual void Serve(TWireSession& session, TWireRequest request) = 0;
+  // Behind its last call.
+  virtual void Ended(TWireSession& session) = 0;
+
+ protected:
+  ~IWireDesk() = default;
+};
+
+enum class TWireStage : std::uint8_t {
+  wsIdle,       // nothing of a request has come
+  wsReading,    // some of it
+  wsAsked,      // it waits for its answer
+  wsAnswering,  // some of that is sent
+  wsFollowing,  // events
+  wsEnding
+};
+
+class TWireSession : public std::enable_shared_from_this<TWireSession> {
+ public:
+  TWireSession(IWireDesk& desk, boost::asio::io_context& context, TOwnFd socket, TPeer peer, const TWireLimits& limits);
+  ~TWireSession();
+  TWireSession(const TWireSession&) = delete;
+  TWireSession& operator=(const TWireSession&) = delete;
+
+  void Start();
+  void Answer(TWireReply reply);
+  void Follow(std::shared_ptr<TEventFeed> feed);
+  void SendEvents();  // the feed has something
+  // At once; Ended is called once.
+  void Close();
+  // Ends what takes too long.
+  void Watch(std::uint64_t nowMs);
+
+  [[nodiscard]] const TPeer& Peer() const;
+  [[nodiscard]] TWireStage Stage() const;
+  [[nodiscard]] const std::shared_ptr<TEventFeed>& Feed() const;
+  // When its last request was whole, or it began.
+  [[nodiscard]] std::uint64_t UsedMs() const;
+  // Until when it is not closed for a newcomer while others can be: it has shown a lease, or holds a key.
+  std::uint64_t KeptUntilMs = 0;
+
+ private:
+  struct TParts;
+  const std::unique_ptr<TParts> FParts;
+};
+
+}  // namespace ixocontroller

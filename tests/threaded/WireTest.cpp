@@ -1,0 +1,420 @@
+// The wire over real sockets: who is refused, what broken and slow clients come to, events, and more clients than there
+// is room for.
+#include <arpa/inet.h>
+#include <chrono>
+#include <filesystem>
+#include <memory>
+#include <netinet/in.h>
+#include <optional>
+#include <poll.h>
+#include <string>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include "controller/StateFolder.h"
+#include "controller/wire/EventFeed.h"
+#include "controller/wire/Server.h"
+#include "fixture/TempDir.h"
+#include "ixocamglue/support/Format.h"
+#include "machines/simulated/Machine.h"
+
+namespace ixocamglue::test {
+using namespace ixocontroller;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+namespace {
+
+using TSteady = std::chrono::steady_clock;
+
+struct TAnswer {
+  int Status = 0;  // 0: the connection ended without one
+  std::string Head, Body;
+};
+
+// A client that sends what it is told, byte by byte if need be.
+class TClient {
+ public:
+  explicit TClient(int port) : Fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_in to{};
+    to.sin_family = AF_INET;
+    to.sin_port = htons(static_cast<std::uint16_t>(port));
+    to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    Connected = ::connect(Fd.Get(), reinterpret_cast<const sockaddr*>(&to), sizeof to) == 0;
+  }
+  explicit TClient(const std::string& path) : Fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_un to{};
+    to.sun_family = AF_UNIX;
+    std::ranges::copy(path, to.sun_path);
+    Connected = ::connect(Fd.Get(), reinterpret_cast<const sockaddr*>(&to), sizeof to) == 0;
+  }
+
+  void Send(const std::string& text) const { (void)!::send(Fd.Get(), text.data(), text.size(), MSG_NOSIGNAL); }
+  // One answer; what follows it stays. `head`: an answer without a body, whatever it says.
+  TAnswer Read(bool head = false) {
+    TAnswer answer;
+    std::size_t end = 0;
+    while ((end = FIn.find("\r\n\r\n")) == std::string::npos)
+      if (!More()) return {};
+    answer.Head = FIn.substr(0, end);
+    FIn.erase(0, end + 4);
+    answer.Status = std::atoi(answer.Head.c_str() + 9);
+    const std::size_t at = answer.Head.find("Content-Length: ");
+    const std::size_t size = at == std::string::npos || head ? 0 : std::stoul(answer.Head.substr(at + 16));
+    while (FIn.size() < size && More()) {
+    }
+    answer.Body = FIn.substr(0, size);
+    FIn.erase(0, size);
+    return answer;
+  }
+  // Up to `end`, or all there is.
+  std::string ReadTo(const std::string& end) {
+    while (FIn.find(end) == std::string::npos && More()) {
+    }
+    return FIn;
+  }
+  TAnswer Ask(const std::string& text) {
+    Send(text);
+    return Read();
+  }
+
+  TOwnFd Fd;
+  bool Connected = false;
+
+ private:
+  bool More() {
+    pollfd wait{Fd.Get(), POLLIN, 0};
+    if (::poll(&wait, 1, 6000) <= 0) return false;
+    char buffer[16'384];
+    const auto got = ::recv(Fd.Get(), buffer, sizeof buffer, 0);
+    if (got > 0) FIn.append(buffer, static_cast<std::size_t>(got));
+    return got > 0;
+  }
+  std::string FIn;
+};
+
+std::string Request(const std::string& line, const std::string& headers = "", const std::string& body = "") {
+  const std::string length =
+      body.empty() ? "" : "Content-Type: application/json\r\nContent-Length: " + std::to_string(body.size()) + "\r\n";
+  return line + " HTTP/1.1\r\nHost: localhost\r\n" + headers + length + "\r\n" + body;
+}
+std::string Get(const std::string& path) { return Request("GET /api/v1/" + path); }
+std::string Post(const std::string& path, const std::string& headers = "", const std::string& body = "{}") {
+  return Request("POST /api/v1/" + path, headers, body);
+}
+
+class Wire : public testing::Test {
+ protected:
+  explicit Wire(TWireLimits limits = {}) : FLimits(limits) {}
+  void SetUp() override {
+    std::filesystem::copy_file(ShareFolder() / "machines/machine.xml", FDir.Path() / "machine.xml");
+    TServiceOptions options;
+    options.Controller.Machines = {SimulatedMachine()};
+    options.Controller.MachineFile = FDir.Path() / "machine.xml";
+    options.Controller.LocaleFolder = ShareFolder() / "locale";
+    options.Controller.Language = "en";
+    options.StateFolder = State;
+    Service = std::make_unique<TService>(std::move(options));
+    Api = std::make_unique<TApi>(*Service);
+    TWireOptions wire;
+    wire.Port = 0;
+    wire.StateFolder = State;
+    wire.Limits = FLimits;
+    Server = std::make_unique<TWireServer>(*Api, *Service, wire);
+    Service->Start();
+    Server->Start();
+  }
+
+  [[nodiscard]] TClient Tcp() const { return TClient(Server->Port()); }
+  [[nodiscard]] TClient Unix() const { return TClient((State / kWireSocket).string()); }
+  [[nodiscard]] bool Leased() { return Unix().Ask(Post("lease")).Status == 409; }
+
+ private:
+  const TWireLimits FLimits;
+
+ protected:
+  TTempDir FDir;
+  std::filesystem::path State = FDir.Path() / "state";
+  std::unique_ptr<TService> Service;
+  std::unique_ptr<TApi> Api;
+  std::unique_ptr<TWireServer> Server;
+};
+
+// --- refusals ---
+
+TEST_F(Wire, RefusesWhatIsMalformedOrNotMeantForItAndDoesNothing) {
+  const std::string deep(70, '[');
+  const struct {
+    std::string Sent;
+    int Status;
+    const char* Says;
+  } kCases[] = {
+      {"GET /api/v1/status HTTP/1.1\r\nHost: evil.example:8620\r\n\r\n", 421, "evil.example"},
+      {"GET /nowhere HTTP/1.1\r\nHost: 127.0.0.1.evil.example\r\n\r\n", 421, "not asked under that name"},
+      {"GET /api/v1/status HTTP/1.1\r\n\r\n", 400, "one Host"},
+      {"GET /api/v1/status HTTP/1.1\r\nHost: localhost\r\nHost: evil.example\r\n\r\n", 400, "one Host"},
+      {"\x16\x03\x01 what is this\r\n\r\n", 400, "no HTTP/1.1"},
+      {Request("GET http://localhost/api/v1/status"), 400, "malformed"},
+      {Request("GET /api/v1/st%2"), 400, "malformed"},
+      {Request("GET /api/v1/%ff%fe"), 400, "malformed"},
+      {Request("GET /api/v1/status?a=1&a=2"), 400, "malformed"},
+      {Get("nothing"), 404, "/api/v1/nothing"},
+      {Request("PATCH /api/v1/status"), 405, "Allow: GET, HEAD\r\n"},
+      {Get("events?kinds=state,stp"), 400, "did you mean \\\"step\\\""},
+      {Get("events?rate=51"), 400, "1 to 50"},
+      {Request("GET /api/v1/status", "X: " + std::string(20'000, 'x') + "\r\n"), 431, "header"},
+      {"POST /api/v1/lease HTTP/1.1\r\nHost: localhost\r\nContent-Length: 1048577\r\n\r\n", 413, "1048576"},
+      {Post("lease", "Origin: http://evil.example\r\n"), 403, "Origin"},
+      {Post("lease", "Origin: null\r\n"), 403, "Origin"},
+      {Post("lease", "Sec-Fetch-Site: cross-site\r\n"), 403, "Sec-Fetch-Site"},
+      {Post("lease", "Authorization: Bearer nonsense\r\n"), 401, "WWW-Authenticate: Bearer"},
+      {Request("POST /api/v1/lease", "Content-Type: text/plain\r\nContent-Length: 2\r\n") + "{}", 415, "JSON"},
+      {Post("lease", "", "{\"takeOver\":\n tru}"), 400, "\"where\":\"2:"},
+      {Post("lease", "", "{\"takeOver\": \"\xff\"}"), 400, "JSON"},
+      {Post("lease", "", deep), 400, "64 levels"},
+      {Post("lease", "Idempotency-Key: " + std::string(201, 'k') + "\r\n"), 400, "200 bytes"},
+  };
+  for (const auto& c : kCases) {
+    const TAnswer answer = Unix().Ask(c.Sent);
+    EXPECT_EQ(answer.Status, c.Status) << c.Sent.substr(0, 200);
+    EXPECT_THAT(answer.Head + "\r\n" + answer.Body, HasSubstr(c.Says)) << c.Sent.substr(0, 200);
+    EXPECT_THAT(answer.Head, HasSubstr("application/problem+json"));
+  }
+  // From the loopback one may read, and needs a token to command; all that was refused above has taken nothing.
+  EXPECT_EQ(Tcp().Ask(Get("status")).Status, 200);
+  EXPECT_EQ(Tcp().Ask(Post("lease")).Status, 401);
+  EXPECT_EQ(Unix().Ask(Post("lease", "Origin: http://localhost\r\nSec-Fetch-Site: same-origin\r\n")).Status, 200);
+  EXPECT_TRUE(Leased());
+}
+
+TEST_F(Wire, StopsForWhoeverIsAtThisMachineWhateverTokenIsShown) {
+  for (const char* const path : {"stop", "all-off"}) {
+    EXPECT_EQ(Tcp().Ask(Post(path)).Status, 200) << path;
+    for (int i = 0; i < 15; ++i)
+      EXPECT_EQ(Tcp().Ask(Post(path, "Authorization: Bearer old\r\nIdempotency-Key: same\r\n")).Status, 200) << path;
+    EXPECT_EQ(Tcp().Ask(Post(path, "Origin: http://evil.example\r\n")).Status, 403) << path;
+  }
+}
+
+TEST_F(Wire, AnswersInOrderOnOneConnectionAndInEachOnesLanguage) {
+  TClient client = Tcp();
+  client.Send(Get("status") + Request("HEAD /api/v1/health") + Request("OPTIONS /api/v1/lease") +
+              Request("GET /api/v1/nothing", "Accept-Language: de, zh-CN;q=0.8, en;q=0.5\r\n") + Get("nothing"));
+  EXPECT_THAT(client.Read().Body, HasSubstr("\"state\""));
+  const TAnswer head = client.Read(true);
+  EXPECT_THAT(head.Head, AllOf(HasSubstr("200 OK"), Not(HasSubstr("Content-Length: 0"))));
+  EXPECT_THAT(client.Read().Head, AllOf(HasSubstr("204"), HasSubstr("Allow: POST, DELETE"), Not(HasSubstr("Access-"))));
+  const std::string chinese = client.Read().Body;
+  const std::string english = client.Read().Body;
+  EXPECT_THAT(english, HasSubstr("there is no such path"));
+  EXPECT_THAT(chinese, AllOf(HasSubstr("/api/v1/nothing"), Not(HasSubstr("there is no such path"))));
+}
+
+TEST_F(Wire, AsksOnceHoweverOftenTheSameKeyIsSent) {
+  const std::string key = "Idempotency-Key: a\r\n";
+  const TAnswer first = Unix().Ask(Post("lease", key));
+  EXPECT_EQ(first.Status, 200);
+  EXPECT_EQ(Unix().Ask(Post("lease", key)).Body, first.Body);
+  EXPECT_EQ(Unix().Ask(Post("lease", key, "{\"takeOver\":true}")).Status, 422);
+  EXPECT_EQ(Unix().Ask(Post("lease", "Idempotency-Key: b\r\n")).Status, 409);
+}
+
+TEST(WireSockets, StandInTheirOwnersFolderHoweverLongItsNameIsAndNameWhoHasThePort) {
+  const TTempDir dir;
+  const auto folder = dir.Path() / std::string(120, 'd');
+  const auto socket = ListenUnix(folder);
+  ASSERT_TRUE(socket.Ok());
+  struct stat seen {};
+  ::stat((folder / kWireSocket).c_str(), &seen);
+  EXPECT_EQ(seen.st_mode, static_cast<mode_t>(S_IFSOCK | 0600));
+  ::stat(folder.c_str(), &seen);
+  EXPECT_EQ(seen.st_mode & 0777, 0700U);
+  const auto again = ListenUnix(folder);  // what was left there is replaced
+  EXPECT_TRUE(again.Ok());
+
+  const auto tcp = ListenTcp("127.0.0.1", 0);
+  ASSERT_TRUE(tcp.Ok());
+  const auto taken = ListenTcp("127.0.0.1", PortOf(tcp->Get()));
+  ASSERT_FALSE(taken.Ok());
+  EXPECT_THAT(taken.Problem().Why, HasSubstr(std::to_string(getpid())));
+  EXPECT_FALSE(ListenTcp("localhost", 0).Ok());
+}
+
+// --- slow and cut ---
+
+class HastyWire : public Wire {
+ protected:
+  HastyWire() : Wire({.RequestMs = 100, .LingerMs = 200, .BeatMs = 100}) {}
+};
+
+TEST_F(HastyWire, EndsARequestThatDoesNotComeToItsEndAndKeepsOneThatIsSilent) {
+  TClient silent = Tcp();
+  TClient slow = Tcp();
+  slow.Send("POST /api/v1/lease HTTP/1.1\r\nHost: localhost\r\nContent-Len");
+  EXPECT_EQ(slow.Read().Status, 408);
+  EXPECT_EQ(slow.Read().Status, 0);
+  EXPECT_EQ(silent.Ask(Get("health")).Status, 200);
+}
+
+TEST_F(Wire, SurvivesEveryPlaceAtWhichARequestIsCut) {
+  const std::string whole = Post("lease", "Idempotency-Key: cut\r\n");
+  for (std::size_t length = 0; length < whole.size(); ++length) Unix().Send(whole.substr(0, length));
+  for (int i = 0; i < 20; ++i) Tcp().Send(Get("status") + Get("status"));  // gone before its answers
+  EXPECT_FALSE(Leased());
+}
+
+// --- events ---
+
+void AddState(TService& service, const std::string& text) {
+  service.Events().Add(evState, [text] { return nlohmann::ordered_json{{"text", text}}; });
+}
+
+std::string LastId(const std::string& events) {
+  const std::size_t at = events.rfind("id: ") + 4;
+  return events.substr(at, events.find('\n', at) - at);
+}
+
+TEST_F(HastyWire, TellsWhatHappensAndGoesOnBehindTheLastEventThatWasSeen) {
+  TClient first = Tcp();
+  first.Send(Get("events?kinds=state"));
+  EXPECT_THAT(first.ReadTo("event: hello"), HasSubstr("text/event-stream"));
+  AddState(*Service, "one");
+  Service->Events().Add(evLed, [] { return nlohmann::ordered_json{{"text", "led"}}; });
+  const std::string seen = first.ReadTo("one\"}");
+  EXPECT_THAT(first.ReadTo(": still here"), Not(HasSubstr("led")));
+
+  AddState(*Service, "two");
+  AddState(*Service, "three");
+  TClient second = Tcp();
+  second.Send(Request("GET /api/v1/events?kinds=state", "Last-Event-ID: " + LastId(seen) + "\r\n"));
+  const std::string missed = second.ReadTo("three\"}");
+  EXPECT_THAT(missed, AllOf(HasSubstr("two"), Not(HasSubstr("one")), Not(HasSubstr("event: epoch"))));
+
+  TClient third = Tcp();
+  third.Send(Request("GET /api/v1/events?kinds=state", "Last-Event-ID: 0123456789abcdef-7\r\n"));
+  EXPECT_THAT(third.ReadTo("three\"}"), AllOf(HasSubstr("event: epoch"), HasSubstr("one")));
+}
+
+TEST_F(HastyWire, LetsGoOfAClientThatReadsNothingAndSaysFromWhere) {
+  TClient slow = Tcp();
+  slow.Send(Get("events?kinds=state"));
+  slow.ReadTo("event: hello");
+  for (int i = 0; i < 2000; ++i) AddState(*Service, std::string(8000, 'x'));
+  EXPECT_THAT(slow.ReadTo("event: missed").substr(0, 100), Not(testing::IsEmpty()));
+  const std::string all = slow.ReadTo("never comes");
+  EXPECT_THAT(all.substr(all.find("event: missed")), HasSubstr("\"why\":\"slow\""));
+  EXPECT_EQ(Tcp().Ask(Get("health")).Status, 200);
+}
+
+TEST(WireFeed, DropsSignalsBeforeAnythingElseAndKeepsEachClientsRate) {
+  TEventRing ring;
+  TEventHub hub(ring);
+  const auto add = [&](TEventKind kind, std::size_t size) {
+    ring.Add(kind, [text = std::string(size, 's')] { return nlohmann::ordered_json{{"text", text}}; });
+  };
+  const auto feed = hub.Open(*ReadFeedWish({{"rate", "20"}}), 1000, [] {});
+  EXPECT_THAT(feed->Take(), HasSubstr("event: hello"));
+  int shown = 0;
+  for (std::uint64_t ms = 1000; ms < 2000; ms += 10) {
+    add(evSignals, 10);
+    hub.Pump(ms);
+    for (std::string text = feed->Take(); !text.empty(); text = feed->Take())
+      shown += text.find("event: signals") != std::string::npos;
+  }
+  EXPECT_EQ(shown, 20);
+
+  // What reads nothing: the signals go, the states stay; then it is let go.
+  std::uint64_t ms = 5000;
+  const auto fill = [&](TEventKind kind, std::size_t bytes) {
+    for (std::size_t done = 0; done < bytes; done += 8000) {
+      add(kind, 8000);
+      hub.Pump(ms += 1000);
+    }
+  };
+  fill(evState, TEventFeed::kMostBytes / 2);
+  fill(evSignals, TEventFeed::kMostBytes);
+  fill(evState, TEventFeed::kMostBytes / 4);
+  EXPECT_FALSE(feed->Ending());
+  fill(evState, TEventFeed::kMostBytes / 2);
+  EXPECT_TRUE(feed->Ending());
+  EXPECT_THAT(feed->Take(), HasSubstr("event: missed"));
+}
+
+TEST(WireFeed, SaysWhatTheRingHasLostAndCatchesUpWithTheRest) {
+  TEventRing ring;
+  TEventHub hub(ring);
+  for (std::size_t i = 0; i < TEventRing::kEvents + 10; ++i)
+    ring.Add(evState, [] { return nlohmann::ordered_json::object(); });
+  TFeedWish wish = *ReadFeedWish({{"kinds", "state"}});
+  wish.LastId = ring.Epoch() + "-5";
+  const auto feed = hub.Open(wish, 1000, [] {});
+  std::string all;
+  for (std::string text = feed->Take(); !text.empty(); text = feed->Take()) all += text;
+  EXPECT_THAT(all, HasSubstr("\"from\":6,\"to\":10"));
+  std::size_t states = 0;
+  for (std::size_t at = 0; (at = all.find("event: state", at)) != std::string::npos; ++at) ++states;
+  EXPECT_EQ(states, TEventRing::kEvents);
+  EXPECT_FALSE(feed->Ending());
+}
+
+// --- more than there is room for ---
+
+// In a process of its own, so that the server's descriptors are its own. Answers 0 when each of `stops` was answered.
+int Crowd(int port, int idle, int silent, int stops) {
+  rlimit limit{};
+  ::getrlimit(RLIMIT_NOFILE, &limit);
+  limit.rlim_cur = limit.rlim_max;
+  ::setrlimit(RLIMIT_NOFILE, &limit);
+  std::vector<std::unique_ptr<TClient>> kept;
+  for (int i = 0; i < idle + silent; ++i) {
+    kept.push_back(std::make_unique<TClient>(port));
+    if (!kept.back()->Connected) return 1;
+    if (i >= idle) kept.back()->Send(Get("events"));
+  }
+  for (int i = 0; i < stops; ++i)
+    if (TClient(port).Ask(Post("stop")).Status != 200) return 2;
+  return 0;
+}
+
+TEST(WireCrowd, StopsThroughTwoThousandConnectionsAndSilentFollowers) {
+  int toChild[2];
+  ASSERT_EQ(::pipe(toChild), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    int port = 0;
+    if (::read(toChild[0], &port, sizeof port) != sizeof port) ::_exit(9);
+    ::_exit(Crowd(port, 2000, 50, 300));
+  }
+  rlimit before{};
+  ::getrlimit(RLIMIT_NOFILE, &before);
+  const rlimit low{1024, std::max<rlim_t>(before.rlim_max, 1024)};
+  ::setrlimit(RLIMIT_NOFILE, &low);
+
+  class TCrowded : public Wire {
+   public:
+    void TestBody() override {}
+    using Wire::Server;
+    using Wire::SetUp;
+    using Wire::Tcp;
+  } wire;
+  wire.SetUp();
+  const int port = wire.Server->Port();
+  ASSERT_EQ(::write(toChild[1], &port, sizeof port), static_cast<ssize_t>(sizeof port));
+  int status = -1;
+  ::waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(wire.Tcp().Ask(Get("health")).Status, 200);
+  for (const int fd : toChild) ::close(fd);
+  ::setrlimit(RLIMIT_NOFILE, &before);
+}
+
+}  // namespace
+}  // namespace ixocamglue::test
