@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include "ixocamglue/support/JsonText.h"
 #include "ixocamglue/support/Texts.h"
 
 namespace ixocut {
@@ -24,15 +25,11 @@ bool JsonAsked(int argc, const char* const* argv) {
   return false;
 }
 
-nlohmann::ordered_json JsonOf(const TProblem& problem) {
-  return {{"what", problem.What}, {"where", problem.Where}, {"why", problem.Why}, {"remedy", problem.Remedy}};
-}
-
 void PrintDocument(std::ostream& out, std::string_view command, const nlohmann::ordered_json& result,
                    const std::optional<TProblem>& problem, bool lines) {
   const nlohmann::ordered_json document{{"command", command},
                                         {"ok", !problem},
-                                        {"problem", problem ? JsonOf(*problem) : nlohmann::ordered_json()},
+                                        {"problem", problem ? ProblemJson(*problem) : nlohmann::ordered_json()},
                                         {"result", result}};
   out << document.dump(lines ? -1 : 2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n' << std::flush;
   GPrinted = true;

@@ -23,7 +23,6 @@ CLI::Option* AddJsonOption(CLI::App& command, bool& json);
 // Whether --json stands on the command line.
 [[nodiscard]] bool JsonAsked(int argc, const char* const* argv);
 
-[[nodiscard]] nlohmann::ordered_json JsonOf(const TProblem& problem);
 // `lines`: the whole document in one line, where a command prints many.
 void PrintDocument(std::ostream& out, std::string_view command, const nlohmann::ordered_json& result,
                    const std::optional<TProblem>& problem = {}, bool lines = false);

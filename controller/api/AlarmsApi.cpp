@@ -90,7 +90,8 @@ constexpr TApiRoute kAlarmsRoutes[] = {
     {"GET", "/api/v1/alarms", roNone, false, true, &ShowAlarms, "The alarms that stand"},
     {"GET", "/api/v1/alarms/history", roNone, false, true, &AlarmsHistory, "Alarms of the store"},
     {"GET", "/api/v1/alarms/definitions", roNone, false, true, &AlarmDefinitions, "What alarms mean"},
-    {"POST", "/api/v1/alarms/suppress", roOperator, false, true, &SuppressAlarm, "Mark an alarm as suppressed for a while"},
+    {"POST", "/api/v1/alarms/suppress", roOperator, false, true, &SuppressAlarm,
+     "Mark an alarm as suppressed for a while"},
     {"POST", "/api/v1/alarms/{serial}/acknowledge", roOperator, false, true, &AcknowledgeAlarm,
      "Tell that somebody has seen an alarm"},
 };

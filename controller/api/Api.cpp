@@ -96,7 +96,8 @@ TApiReply Fail(const EProblem& problem) {
 std::span<const TApiRoute> TApi::Routes() {
   static const std::vector<TApiRoute> routes = [] {
     std::vector<TApiRoute> all;
-    for (const auto of : {&StatusRoutes, &ControlRoutes, &RunsRoutes, &AccessRoutes, &AlarmsRoutes, &ConfigRoutes})
+    for (const auto of : {&StatusRoutes, &ControlRoutes, &RunsRoutes, &AccessRoutes, &AlarmsRoutes, &ConfigRoutes,
+                          &HistoryRoutes, &QueueRoutes})
       for (const TApiRoute& route : of()) all.push_back(route);
     return all;
   }();
@@ -128,10 +129,11 @@ void TApi::Handle(TApiRequest request, std::function<void(TApiReply)> answer) {
         known ? Fail(405, {.What = Tr("the path has no such method"), .Where = request.Method + " " + request.Path})
               : Fail(404, {.What = Tr("there is no such path"), .Where = request.Path}));
   if (request.Who.Role < route->Role) return answer(Fail(403, NeedsRole(route->Role, request.Who)));
-  if (!route->OnInterface) return answer(RunRoute(*route, FService, request));
+  if (!route->OnInterface && !route->OnFiles) return answer(RunRoute(*route, FService, request));
   const auto asked = std::make_shared<TApiRequest>(std::move(request));
   const auto told = std::make_shared<std::function<void(TApiReply)>>(std::move(answer));
-  if (!FService.Post([this, route, asked, told] { (*told)(RunRoute(*route, FService, *asked)); }))
+  const auto run = [this, route, asked, told] { (*told)(RunRoute(*route, FService, *asked)); };
+  if (!(route->OnFiles ? FService.PostFiles(run) : FService.Post(run)))
     (*told)(Fail(503, {.What = Tr("the controller is ending")}));
 }
 

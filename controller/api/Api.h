@@ -40,13 +40,15 @@ struct TApiRoute {
   bool OnInterface;  // on the interface thread; else on the caller's, where it reads the status and posts
   TApiReply (*Run)(TService& service, const TApiRequest& request);
   const char* Summary;  // one line of the OpenAPI document; English
+  // On the thread for what waits for a disk, where it calls what any thread may call; not with OnInterface or Lease.
+  bool OnFiles = false;
 };
 
 class TApi {
  public:
   explicit TApi(TService& service) : FService(service) {}
 
-  // Any thread. `answer` is called once, on the caller's or the interface thread; it must not wait. Who
+  // Any thread. `answer` is called once, on the caller's thread or one of the service's; it must not wait. Who
   // has not the role that the route needs is refused with 403, and who shows no lease where it is needed with 409.
   void Handle(TApiRequest request, std::function<void(TApiReply)> answer);
   // The route of a request; null: none. `known`: another method has this path.
@@ -68,6 +70,8 @@ class TApi {
 [[nodiscard]] std::span<const TApiRoute> ControlRoutes();
 [[nodiscard]] std::span<const TApiRoute> RunsRoutes();
 [[nodiscard]] std::span<const TApiRoute> AccessRoutes();
+[[nodiscard]] std::span<const TApiRoute> HistoryRoutes();
+[[nodiscard]] std::span<const TApiRoute> QueueRoutes();
 [[nodiscard]] std::span<const TApiRoute> AlarmsRoutes();
 [[nodiscard]] std::span<const TApiRoute> ConfigRoutes();
 

@@ -81,16 +81,6 @@ std::vector<std::string> FaultsOf(const TService& service, const TBody& body) {
   return names;
 }
 
-// A name of the state folder, never a path.
-std::filesystem::path SequencePath(const TService& service, const std::string& name) {
-  const auto allowed = [](char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '_' ||
-           c == '.';
-  };
-  if (name.front() == '.' || !std::ranges::all_of(name, allowed)) Refuse("sequence", Tr("is no name of a sequence"));
-  return service.Options().StateFolder / "sequences" / (name + ".json");
-}
-
 void ReadWhat(TService& service, const TBody& body, TRunRequest& request) {
   const TMachineLimits& limits = service.Controller().Limits();
   const auto procedure = TextOf(body, "procedure");
@@ -107,7 +97,9 @@ void ReadWhat(TService& service, const TBody& body, TRunRequest& request) {
   }
   TSequenceFile file;
   if (sequence) {
-    file = ReadSequenceFile(SequencePath(service, *sequence), limits);
+    const TSequences& files = service.Jobs().Sequences();
+    if (!files.Has(*sequence)) Refuse("sequence", Tr("there is no such sequence"));
+    file = ReadSequence(*sequence, files.Read(*sequence), limits);
   } else {
     const std::string name = TextOf(body, "name").value_or("calls");
     file = ReadSequence(name, TBody{{"name", name}, {"commands", *calls}}.dump(), limits);
@@ -156,15 +148,6 @@ TApiReply NoRun(const TApiRequest& request) {
   return Fail(404, {.What = Tr("there is no such run at hand"), .Where = request.Path});
 }
 
-TApiReply ShowRun(TService& service, const TApiRequest& request) {
-  TRunRecordPtr ended;
-  const TRunRecord* const run = FindRun(service, request, ended);
-  if (!run) return NoRun(request);
-  TApiReply reply;
-  reply.Body = RunJson(*run);
-  return reply;
-}
-
 TApiReply ShowTrace(TService& service, const TApiRequest& request) {
   TRunRecordPtr ended;
   const TRunRecord* const run = FindRun(service, request, ended);
@@ -185,7 +168,6 @@ TApiReply ShowProcedures(TService& service, const TApiRequest&) {
 constexpr TApiRoute kRunsRoutes[] = {
     {"GET", "/api/v1/procedures", roNone, false, false, &ShowProcedures, "What can be run, with parameters and ranges"},
     {"POST", "/api/v1/runs", roOperator, true, true, &StartRun, "Start a procedure, a sequence or a list of calls"},
-    {"GET", "/api/v1/runs/{id}", roNone, false, true, &ShowRun, "A run, with its report once it has ended"},
     {"GET", "/api/v1/runs/{id}/trace", roNone, false, true, &ShowTrace, "Where the axes were during a run"},
 };
 

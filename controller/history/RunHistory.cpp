@@ -71,10 +71,7 @@ TRunHistory::TRunHistory(std::filesystem::path file, TRunHistoryOptions options)
     : FFile(std::move(file)), FOptions(std::move(options)) {}
 
 TRunHistory::~TRunHistory() {
-  try {
-    Close();
-  } catch (...) {  // nobody is left to be told
-  }
+  if (!Close()) FThread.join();
 }
 
 TResult<> TRunHistory::Open() {
@@ -85,22 +82,30 @@ TResult<> TRunHistory::Open() {
     FLastId = std::max(FLastId, UnixMs(TSystemClock().Now()));
     FFirstId = FLastId + 1;
   }
-  FThread = std::thread([this] { Work(); });
+  FThread = std::thread([this] {
+    Work();
+    FEnded.store(true);
+  });
   if (written) return {};
   return Trouble();
 }
 
-void TRunHistory::Close() {
-  if (!FThread.joinable()) return;
+bool TRunHistory::Close() {
+  if (!FThread.joinable()) return true;
   {
     TGuard guard(FLock);
     FEnding = true;
   }
   FWork.notify_all();
+  for (auto end = TSteady::now() + TMs(kHistoryEndMs + kHistoryAnswerMs); !FEnded.load();) {
+    if (TSteady::now() > end) return false;
+    std::this_thread::sleep_for(TMs(1));
+  }
   FThread.join();
   FStatements.reset();
   FDb.reset();
   FWriter.Release();
+  return true;
 }
 
 // --- any thread ---

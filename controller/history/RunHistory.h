@@ -6,6 +6,7 @@
 // All waits count real time, whatever clock the machine has.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
@@ -33,6 +34,7 @@ namespace ixocontroller {
 inline constexpr int kHistoryBusyMs = 200;
 inline constexpr std::uint32_t kHistoryRetryMs = 1000;
 inline constexpr std::uint32_t kHistoryEndMs = 500;        // how long the end tries to write what waits
+inline constexpr std::uint32_t kHistoryAnswerMs = 300;     // and how long the last try may take
 inline constexpr std::size_t kHistoryQueueLimit = 20'000;  // rows that wait in memory: runs with their steps
 inline constexpr std::int64_t kRunsKept = 100'000;         // in the file
 inline constexpr std::size_t kRunsForEstimate = 20;        // the last successful ones of a name
@@ -60,7 +62,8 @@ class TRunHistory {
   // need, and starts the thread. Whatever fails, runs are kept in memory and the file is tried again.
   TResult<> Open();
   // Writes what waits, and tries for kHistoryEndMs; the last call. A run that has not ended stays open in the file.
-  void Close();
+  // False: the disk does not answer, and the history may not be destroyed.
+  bool Close();
 
   // --- any thread; no wait for a file ---
   // The run's number, above those of all runs before; `run` has no end yet.
@@ -126,6 +129,7 @@ class TRunHistory {
   std::unique_ptr<TStatements> FStatements;
   std::int64_t FRows = 0;     // in the file
   std::int64_t FFirstId = 0;  // of this program's runs; 0: not known yet
+  std::atomic<bool> FEnded{false};
   std::thread FThread;
 };
 

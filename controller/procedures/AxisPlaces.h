@@ -30,6 +30,8 @@ class TAxisPlaces {
   [[nodiscard]] std::optional<double> At(TBoundKind axis, bool second = false) const {
     return axis == bkZ && second ? FSecondZ : FAt[Index(axis)];
   }
+  // Where an axis stands before the first call.
+  void Stands(TBoundKind axis, double mm) { FAt[Index(axis)] = mm; }
   // What is known behind the call. One that travels raises both heads.
   void Pass(const TMotionCall& call) {
     for (const TBoundKind axis : kAxes) {

@@ -247,7 +247,9 @@ const std::vector<TProcedure>& ProcedureTable() {
   constexpr TProcedureFlags kXY{.MovesXY = true};
   constexpr TProcedureFlags kZ{.MovesZ = true};
   constexpr TProcedureFlags kXYZ{.MovesXY = true, .MovesZ = true};
-  constexpr TProcedureFlags kAllAxes{.MovesXY = true, .MovesZ = true, .MovesFocus = true};
+  constexpr TProcedureFlags kTravel{.MovesXY = true, .MovesZ = true, .Reentry = true};
+  constexpr TProcedureFlags kTravelFar{.MovesXY = true, .MovesZ = true, .MovesFocus = true, .Reentry = true};
+  constexpr TProcedureFlags kRack{.MovesXY = true, .MovesZ = true, .Once = true};
   constexpr TProcedureFlags kLaser{.LightsBeam = true};
   static const std::vector<TProcedure> rows{
       Row("move-xy", 131, TrMark("move XY, at the height where the head stands"), kXY, MoveXY<TSmtMoveToXY>(),
@@ -260,7 +262,7 @@ const std::vector<TProcedure>& ProcedureTable() {
                 1.0),
           {}, {"raise"}),
       Row("move-z", 136, TrMark("move Z, up or down"), kZ, ZMove(Z(kAt<&TSmtSafeMoveToZ::FTargetZ>), 0.0), {30}),
-      Row("safe-move", 137, TrMark("raise the head (134), then move XY (131)"), kXYZ, MoveXY<TSmtSafeMoveToXY>(),
+      Row("safe-move", 137, TrMark("raise the head (134), then move XY (131)"), kTravel, MoveXY<TSmtSafeMoveToXY>(),
           {40, 30}, {"go-xy"}),
       // The origin decides what the machine's limits are in work coordinates; the step checks them.
       Row("move-work", 138, TrMark("raise the head, then to a point in work coordinates"), kXYZ,
@@ -271,7 +273,7 @@ const std::vector<TProcedure>& ProcedureTable() {
            XYSpeed(kAt<&TSmtRaisedMove::FSpeed>)},
           {40, 30}, {"work-xy"}),
       Row("move-assist", 139, TrMark("raise the head, then to a point in machine coordinates; not with the laser on"),
-          kXYZ, MoveXY<TSmtRaisedMove>(), {40, 30}, {"assist-xy"}),
+          kTravel, MoveXY<TSmtRaisedMove>(), {40, 30}, {"assist-xy"}),
       Row("gas-on", 141, TrMark("gas on; it stays on"), {.LeavesGasOn = true},
           {Param("branch", uNone, TrMark("gas branch, by gas type"), bdFittedBranch, 0.0,
                  kAt<&TSmtGasOnState::FGasBranch>, Required),
@@ -292,14 +294,14 @@ const std::vector<TProcedure>& ProcedureTable() {
            Follower(kAt<&TSmtFollow::FFollowerIndex>)},
           {1.5}),
       Row("uninstall-nozzle", 163, TrMark("leave the head's nozzle in a slot of the rack; the head stands over it"),
-          kXYZ, Slot(), {0, 0}, {"uninstall"}),
-      Row("install-nozzle", 164, TrMark("take a nozzle from a slot of the rack; the head stands over it"), kXYZ, Slot(),
-          {0, 1}, {"install"}),
+          kRack, Slot(), {0, 0}, {"uninstall"}),
+      Row("install-nozzle", 164, TrMark("take a nozzle from a slot of the rack; the head stands over it"), kRack,
+          Slot(), {0, 1}, {"install"}),
       Row("output-on", 172, TrMark("switch an output on"), {.Outputs = TProcedureFlags::otStay}, {Outport()}, {5},
           {"output"}),
       Row("output-off", 173, TrMark("switch an output off"), {}, {Outport()}, {5}, {"output"}),
       Row("wait-input", 176, TrMark("wait for an input that answers an output"), {}, WaitInput(), {3, 1, 500, 4, 1}),
-      Row("safe-move-xyz", 181, TrMark("raise the head, move XY, then Z"), kXYZ,
+      Row("safe-move-xyz", 181, TrMark("raise the head, move XY, then Z"), kTravel,
           MoveXY<TSmtSafeMoveToXY>({Z(kAt<&TSmtSafeMoveToXYZ::FTargetZ>)}), {40, 30, 30}, {"go-xyz"}),
       Row("lubricate", 350, TrMark("along the edges and both diagonals of a rectangle; the head is at its safe height"),
           kXY, Lubricate(), {10, 10, 60, 40}),
@@ -308,7 +310,7 @@ const std::vector<TProcedure>& ProcedureTable() {
            Param("speed", uMmPerS, TrMark("speed of the focus, 0 is the machine's default"), bdFocusSpeed, 0.0,
                  kAt<&TSmtMoveToF::FSpeed>)},
           {4}),
-      Row("safe-move-xyzf", 422, TrMark("raise the head, move XY, then focus, then Z"), kAllAxes,
+      Row("safe-move-xyzf", 422, TrMark("raise the head, move XY, then focus, then Z"), kTravelFar,
           MoveXY<TSmtSafeMoveToXY>({Z(kAt<&TSmtSafeMoveToXYZ::FTargetZ>), Focus(kAt<&TSmtSafeMoveToXYZF::FFocus>)}),
           {40, 30, 30, -2}, {"go-xyzf"}),
       Row("clean-nozzle-manual", 513, TrMark("clean the nozzle on the brush"), kXYZ, {CleanReturn()}, {},
@@ -329,16 +331,17 @@ const std::vector<TProcedure>& ProcedureTable() {
       Row("beam-off", 522, TrMark("laser off, emission untouched"), {.EndsBeam = true}),
       Row("delay", 612, TrMark("wait"), {},
           {Param("ms", uMs, TrMark("how long"), bdRange(0, kMostMs), 0.0, kAtDelay, Required)}, {30}),
-      Made(MakeChange, Row("change-nozzle", 0, TrMark("put the head's nozzle into the rack and take another one"),
-                           {.MovesXY = true, .MovesZ = true, .Outputs = TProcedureFlags::otStayAfterAbort},
-                           {Param("from", uNone, TrMark("number of the nozzle in the head"), bdRange(0, kMostNozzle),
-                                  kUnset, kMadeWith, Together),
-                            Param("to", uNone, TrMark("number of the nozzle to take (default: both as chosen last)"),
-                                  bdRange(0, kMostNozzle), kUnset, kMadeWith, Together)})),
+      Made(MakeChange,
+           Row("change-nozzle", 0, TrMark("put the head's nozzle into the rack and take another one"),
+               {.MovesXY = true, .MovesZ = true, .Once = true, .Outputs = TProcedureFlags::otStayAfterAbort},
+               {Param("from", uNone, TrMark("number of the nozzle in the head"), bdRange(0, kMostNozzle), kUnset,
+                      kMadeWith, Together),
+                Param("to", uNone, TrMark("number of the nozzle to take (default: both as chosen last)"),
+                      bdRange(0, kMostNozzle), kUnset, kMadeWith, Together)})),
       Made([](TCustomMotionState* ctrl, const TMotionValues&) { return MakeGoMaintenance(ctrl); },
-           Row("go-maintenance", 0, TrMark("to the maintenance position (422)"), kAllAxes, {}, {}, {"go"})),
+           Row("go-maintenance", 0, TrMark("to the maintenance position (422)"), kTravelFar, {}, {}, {"go"})),
       Made([](TCustomMotionState* ctrl, const TMotionValues&) { return MakeGoBlanking(ctrl); },
-           Row("go-blanking", 0, TrMark("to the blanking position (137)"), kXYZ, {}, {}, {"go"})),
+           Row("go-blanking", 0, TrMark("to the blanking position (137)"), kTravel, {}, {}, {"go"})),
       Made(MakeLaserTest,
            Row("laser-test", 0, TrMark("laser on with its wait for emission (516), off in two steps"), kLaser)),
       Made(MakeGasPurge, Row("gas-purge", 0, TrMark("gas on, delay, gas off"))),

@@ -57,6 +57,10 @@ struct TProcedureFlags {
   bool NeedsEmission = false;    // alone it waits for ever, or stays dark
   bool LeavesGasOn = false;      // on success
   bool LeavesFollowing = false;  // on success
+  // First of all it raises the head, then it travels to a place of its own: a list that was ended may begin here again,
+  // dark, without gas, and with everything else as the calls before it have left it.
+  bool Reentry = false;
+  bool Once = false;  // takes or leaves a nozzle: what it has done once must not be done again
   enum TOutputs : std::uint8_t { otOff, otStayAfterAbort, otStay } Outputs = otOff;
 };
 

@@ -27,6 +27,7 @@ const char* EventName(TEventKind kind) {
     case evLog: return "log";
     case evLease: return "lease";
     case evKey: return "key";
+    case evQueue: return "queue";
   }
   return "";
 }

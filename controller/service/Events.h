@@ -22,9 +22,20 @@ using namespace ixocamglue;
 
 // Signals: where head and axes are, and what is on. Each follower has its own rate for them, so they take no place in
 // the ring: of those that nobody read only the last one is left.
-enum class TEventKind : std::uint8_t { evState, evStep, evAlarm, evRun, evLed, evSignals, evLog, evLease, evKey };
+enum class TEventKind : std::uint8_t {
+  evState,
+  evStep,
+  evAlarm,
+  evRun,
+  evLed,
+  evSignals,
+  evLog,
+  evLease,
+  evKey,
+  evQueue
+};
 using enum TEventKind;
-inline constexpr std::size_t kEventKinds = 9;
+inline constexpr std::size_t kEventKinds = 10;
 [[nodiscard]] const char* EventName(TEventKind kind);  // "state"
 
 // Made when it is read, in the reader's language and on its thread: what it holds does not change. Cheap to copy.

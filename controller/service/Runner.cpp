@@ -49,6 +49,11 @@ nlohmann::ordered_json StepJson(std::uint64_t run, std::uint64_t startMs, const 
 
 }  // namespace
 
+nlohmann::ordered_json RunParams(bool sequence, const std::vector<TMotionCall>& calls) {
+  if (sequence) return CallTexts(calls);
+  return calls.empty() ? nlohmann::ordered_json() : ParamsJson(calls.front());
+}
+
 // --- what is kept of a run ---
 
 std::size_t TRunRecord::Bytes() const {
@@ -125,10 +130,7 @@ TResult<std::uint64_t> TRunner::Start(TRunRequest request, const TAsker& who) {
   run->StartUnixMs = RealUnixMs();
   if (const TLocaleManager* const locale = LocaleManager()) run->Language = locale->Language();
   run->Calls = request.Calls;
-  if (request.Sequence)
-    run->Params = CallTexts(run->Calls);
-  else if (!request.Calls.empty())
-    run->Params = ParamsJson(request.Calls.front());
+  run->Params = RunParams(request.Sequence, run->Calls);
 
   if (request.SaveCalibration) FController.Params().SetInt("AutoSaveCaliResult", 1);
   // What is on stays on in the picture of the run.

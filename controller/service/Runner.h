@@ -57,6 +57,8 @@ struct TRunRecord {
 };
 using TRunRecordPtr = std::shared_ptr<const TRunRecord>;
 
+// Of a procedure an object, of a sequence a list of calls.
+[[nodiscard]] nlohmann::ordered_json RunParams(bool sequence, const std::vector<TMotionCall>& calls);
 // What is known of it without its report; "outcome" is null while it runs.
 [[nodiscard]] nlohmann::ordered_json RunHeadJson(const TRunRecord& record);
 // With its report as `ixocut run --json` has it, and the lines that the command shows behind the log.

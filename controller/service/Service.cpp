@@ -82,6 +82,7 @@ TService::TService(TServiceOptions options)
   if (TVirtualClock* const clock = FController->VirtualClock())
     FClockHandle = clock->OnStep([this](std::uint64_t nowMs) { FRunner.Sample(nowMs); });
   FStopper.emplace([this] { FController->Machine().StopNow(); });
+  FJobs.emplace(*this);
   Publish();
 }
 
@@ -129,7 +130,9 @@ void TService::End() {
   EndOrExit(wait(kTaskMs), Tr("a task of the interface thread has not returned"));
   if (FThread.joinable()) FThread.join();
   EndOrExit(FStopper->End(kTaskMs), Tr("the machine's stop has not returned"));
+  EndOrExit(FFiles.End(kTaskMs), Tr("a request that reads or writes a file has not returned"));
   FRunner.Close();
+  EndOrExit(FJobs->Close(), Tr("the history of runs has not been written to its end"));
 }
 
 // Nothing can be taken down under a thread that may come back from its call at any time.

@@ -21,10 +21,12 @@
 #include "controller/service/AlarmDesk.h"
 #include "controller/service/Asker.h"
 #include "controller/service/Events.h"
+#include "controller/service/Jobs.h"
 #include "controller/service/Lease.h"
 #include "controller/service/Runner.h"
 #include "controller/service/Status.h"
 #include "controller/service/Stopper.h"
+#include "controller/service/TaskThread.h"
 #include "controller/wire/Access.h"
 
 namespace ixocontroller {
@@ -53,6 +55,8 @@ class TService {
   // Done on the interface thread, in order. False: the service has ended, and the task is not done. What a task throws
   // is logged.
   bool Post(std::function<void()> task);
+  // The same on the thread `ixo-files`, for what waits for a disk.
+  bool PostFiles(std::function<void()> task) { return FFiles.Post(std::move(task)); }
   // The last one, never null; waits for nobody.
   [[nodiscard]] std::shared_ptr<const TStatus> Status() const;
   [[nodiscard]] TEventRing& Events() { return FEvents; }
@@ -60,6 +64,7 @@ class TService {
   [[nodiscard]] TAlarmDesk& Alarms() { return *FAlarms; }
   // Where the wire listens: for the console's links, and for who wants the machine file.
   void SetAddress(const std::string& url);
+  [[nodiscard]] TJobs& Jobs() { return *FJobs; }  // what any thread may ask of it
   [[nodiscard]] const TServiceOptions& Options() const { return FOptions; }
   [[nodiscard]] TController& Controller() { return *FController; }  // its any-thread operations
   // Ends what runs; `who` is named as the cause.
@@ -128,6 +133,7 @@ class TService {
   std::uint64_t FRoundAt = 0;  // real time
   TLease FLease;
   std::vector<std::function<void(const TLeaseEvent&)>> FLeaseTold;
+  std::optional<TJobs> FJobs;
 
   // guarded by FLock
   TCriticalSection FLock;
@@ -141,6 +147,7 @@ class TService {
 
   std::atomic<bool> FStopped{false};  // the interface thread has come to its end
   std::thread FThread;
+  TTaskThread FFiles{"ixo-files"};
 };
 
 }  // namespace ixocontroller

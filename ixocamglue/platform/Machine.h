@@ -106,6 +106,7 @@ struct TMachineSnapshot {
   bool Calibrating = false;      // any follower
   std::int32_t DockedTable = 0;  // 1 or 2; 0: none, or there are no pallets
   std::vector<std::int32_t> OutputsOn;
+  std::int32_t Nozzle = -1;  // in the head; 0: none
   // What was struck since the machine was made: how often, and what was said of the first one ("follower: collision:
   // ..."). Each one stands in the journal behind kCollision.
   std::uint32_t Collisions = 0;

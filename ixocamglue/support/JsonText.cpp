@@ -50,4 +50,8 @@ TProblem JsonProblem(std::string_view text) {
                           before.size() - (lineStart == std::string_view::npos ? 0 : lineStart + 1) + 1)};
 }
 
+nlohmann::ordered_json ProblemJson(const TProblem& problem) {
+  return {{"what", problem.What}, {"where", problem.Where}, {"why", problem.Why}, {"remedy", problem.Remedy}};
+}
+
 }  // namespace ixocamglue

@@ -1,15 +1,19 @@
-// What people are told of a text that is no JSON document: the parser's own words are English and name its insides.
-// Any thread.
+// Problems and JSON. Any thread.
 #pragma once
 
 #include <string_view>
+
+#include <nlohmann/json_fwd.hpp>
 
 #include "ixocamglue/support/Problem.h"
 
 namespace ixocamglue {
 
-// Of a text that the parser has refused: What says so in the operator's language, Where is "line:column", both from 1;
-// a byte order mark counts for nothing.
+// What people are told of a text that the parser has refused, whose own words are English and name its insides: What
+// says so in the operator's language, Where is "line:column", both from 1; a byte order mark counts for nothing.
 [[nodiscard]] TProblem JsonProblem(std::string_view text);
+
+// {"what","where","why","remedy"}
+[[nodiscard]] nlohmann::ordered_json ProblemJson(const TProblem& problem);
 
 }  // namespace ixocamglue

@@ -15,6 +15,7 @@
 #include "ixocamglue/support/FileLock.h"
 #include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/JsonText.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
@@ -240,7 +241,7 @@ int RunAlarmsCheck(const TAlarmsOptions& options, std::ostream& out) {
   }
   if (options.Json) {
     auto json = nlohmann::ordered_json::array();
-    for (const TProblem& problem : problems) json.push_back(JsonOf(problem));
+    for (const TProblem& problem : problems) json.push_back(ProblemJson(problem));
     PrintDocument(out, "alarms check", {{"file", options.File}, {"problems", json}},
                   problems.empty() ? std::nullopt : std::optional(problems.front()));
   } else {

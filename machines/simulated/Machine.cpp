@@ -169,6 +169,7 @@ TMachineSnapshot TSimMachine::Snapshot() {
   const double speedZ = FConfig.Physics.Follower ? FFollower.Speed() : FMotion.ZSpeed();
   now.FollowingError = {speed.X * lagS, speed.Y * lagS, speedZ * lagS, FHead.Speed() * lagS};
   now.RackMoving = FRack.Travelling();
+  now.Nozzle = FRack.Nozzle();
   now.DockedTable = FTable.Docked();
   now.OutputsOn = FPorts.OutputsOn();
   now.Collisions = FCore.Collisions();

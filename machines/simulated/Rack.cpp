@@ -87,6 +87,11 @@ bool TSimRack::Travelling() const {
   return FTravelling;
 }
 
+std::int32_t TSimRack::Nozzle() const {
+  FCore.AssertLocked();
+  return FHead;
+}
+
 void TSimRack::Step(std::uint64_t) {
   FCore.AssertLocked();
   const bool parts = FTravelling;

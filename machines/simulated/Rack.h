@@ -38,7 +38,9 @@ class TSimRack final : public ISimPart {
 
   [[nodiscard]] std::int32_t HeadNozzle() const;  // 0: none; any thread
   [[nodiscard]] std::int32_t NozzleIn(std::size_t slot) const;
-  [[nodiscard]] bool Travelling() const;  // cap or stage; the core's lock is held
+  // The core's lock is held.
+  [[nodiscard]] bool Travelling() const;      // cap or stage
+  [[nodiscard]] std::int32_t Nozzle() const;  // as HeadNozzle
 
   void Step(std::uint64_t nowMs) override;
 

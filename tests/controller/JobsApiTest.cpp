@@ -1,0 +1,187 @@
+// History, queue and going on as they are asked for over the wire: on a service in virtual time, without a socket.
+#include <chrono>
+#include <future>
+#include <thread>
+
+#include <gmock/gmock.h>
+
+#include "controller/StateFolder.h"
+#include "controller/api/Api.h"
+#include "fixture/Faults.h"
+#include "fixture/TempDir.h"
+#include "machines/simulated/Machine.h"
+
+namespace ixocamglue::test {
+using namespace ixocontroller;
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using TJson = nlohmann::json;
+
+class JobsApi : public testing::Test {
+ protected:
+  JobsApi() { Start(); }
+  void Start() {
+    FService.reset();
+    TServiceOptions options;
+    options.Controller.Machines = {SimulatedMachine()};
+    options.Controller.MachineFile = ShareFolder() / "machines/machine.xml";
+    options.Controller.LocaleFolder = ShareFolder() / "locale";
+    options.StateFolder = Dir.Path();
+    options.Speed = 200;
+    FService = std::make_unique<TService>(std::move(options));
+    FService->Start();
+    FLease = Ask("POST", "lease").Body.at("lease");
+  }
+  TApiReply Ask(const std::string& method, const std::string& path, TJson body = {},
+                std::map<std::string, std::string> query = {}) {
+    TApiRequest request;
+    request.Method = method;
+    request.Path = "/api/v1/" + path;
+    request.Query = std::move(query);
+    request.Body = std::move(body);
+    request.Language = "en";
+    request.Lease = FLease;
+    request.Who = {.Name = "tester", .Role = roOperator, .Local = true};
+    std::promise<TApiReply> answered;
+    TApi(*FService).Handle(std::move(request), [&](TApiReply reply) { answered.set_value(std::move(reply)); });
+    return answered.get_future().get();
+  }
+  TJson Get(const std::string& path, std::map<std::string, std::string> query = {}) {
+    const TApiReply reply = Ask("GET", path, {}, std::move(query));
+    EXPECT_EQ(reply.Status, 200) << path << ": " << reply.Body;
+    return reply.Body;
+  }
+  // The run as the history has it once it has ended.
+  TJson Ended(const TJson& id) {
+    TJson run;
+    for (int i = 0; i < 2000; ++i, std::this_thread::sleep_for(std::chrono::milliseconds(5)))
+      for (const TJson& one : Get("runs").at("runs"))
+        if (one.at("id") == id && !(run = one).at("outcome").is_null()) return run;
+    ADD_FAILURE() << "run " << id << " does not end";
+    return run;
+  }
+  template <class Is>
+  bool Soon(Is is) {
+    for (int i = 0; i < 2000 && !is(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    return is();
+  }
+  // "shot done, shot waits | held: why"
+  std::string Queue() {
+    const TJson queue = Get("queue");
+    std::string text;
+    for (const char* list : {"ended", "jobs"})
+      for (const TJson& job : queue.at(list))
+        text +=
+            (text.empty() ? "" : ", ") + job.at("name").get<std::string>() + " " + job.at("state").get<std::string>();
+    return text + (queue.at("held") == true ? " | held: " + queue.at("why").at("what").get<std::string>() : "");
+  }
+
+  const TTempDir Dir;
+  std::string FLease;
+  std::unique_ptr<TService> FService;
+};
+
+const TJson kLong = {{"name", "long way"},
+                     {"commands",
+                      {{{"command", "safe-move"}, {"x", 40}, {"y", 30}},
+                       {{"command", "delay"}, {"ms", 60000}},
+                       {{"command", "safe-move"}, {"x", 80}, {"y", 30}}}}};
+
+TEST_F(JobsApi, RunsAreListedComparedAndFollowedAcrossARestart) {
+  const TJson first = Ask("POST", "runs", {{"procedure", "safe-move"}, {"params", {{"x", 40}, {"y", 30}}}}).Body;
+  EXPECT_EQ(Ended(first.at("id")).at("outcome"), "success");
+  const TJson second = Ask("POST", "runs", {{"procedure", "safe-move"}, {"params", {{"x", 90}, {"y", 30}}}}).Body;
+  const TJson run = Ended(second.at("id"));
+  EXPECT_TRUE(run.at("startedBy") == "tester" && run.at("params").at("x") == 90 && run.at("durationMs") > 0);
+  const TJson long1 =
+      Ask("POST", "runs", {{"procedure", "delay"}, {"params", {{"ms", 600000}}}, {"detach", true}}).Body;
+  EXPECT_EQ(Get("runs").at("runs").at(0).at("id"), long1.at("id"));
+  EXPECT_TRUE(Get("runs").at("runs").at(0).at("outcome").is_null());
+  Start();
+  const TJson list = Get("runs");
+  EXPECT_EQ(list.at("runs").size(), 3U);
+  EXPECT_NE(list.at("runs").at(0).at("outcome"), "success");
+  EXPECT_EQ(Get("runs", {{"name", "safe-move"}, {"limit", "1"}}).at("runs").at(0).at("id"), second.at("id"));
+  const TJson steps = Get("runs/" + first.at("id").dump()).at("steps");
+  EXPECT_GE(steps.size(), 2U);
+  const TJson both = Get("runs/compare", {{"a", first.at("id").dump()}, {"b", second.at("id").dump()}});
+  EXPECT_EQ(both.at("steps").size(), steps.size());
+  EXPECT_TRUE(both.at("steps").at(0).at("differenceMs").is_number());
+  const TJson trend = Get("runs/trend", {{"name", "safe-move"}});
+  EXPECT_EQ(trend.at("runs").size(), 2U);
+  EXPECT_GT(trend.at("medianMs"), 0);
+  EXPECT_EQ(Ask("GET", "runs/99").Status, 404);
+  EXPECT_EQ(Ask("GET", "runs/one").Status, 400);
+  EXPECT_EQ(Ask("GET", "runs", {}, {{"limit", "0"}}).Status, 400);
+  EXPECT_EQ(Ask("GET", "runs/compare", {}, {{"a", "1"}}).Status, 400);
+}
+
+TEST_F(JobsApi, TheQueueRunsStoredSequencesAndProceduresAndIsHeldAfterARestart) {
+  const TJson file{
+      {"commands", {{{"command", "safe-move"}, {"x", 40}, {"y", 30}}, {{"command", "delay"}, {"ms", 20}}}}};
+  EXPECT_EQ(Ask("PUT", "sequences/short", file).Status, 201);
+  EXPECT_EQ(Ask("PUT", "sequences/short", file).Status, 200);
+  EXPECT_EQ(Ask("PUT", "sequences/..", file).Status, 400);
+  EXPECT_EQ(Ask("PUT", "sequences/bad", {{"commands", {{{"command", "safe-move"}, {"x", 40}}}}}).Status, 400);
+  EXPECT_EQ(Get("sequences").at("sequences").size(), 1U);
+  EXPECT_EQ(TJson::parse(Ask("GET", "sequences/short").Text), file);
+  EXPECT_EQ(Ask("POST", "queue", {{"sequence", "other"}}).Status, 404);
+  EXPECT_EQ(Ask("POST", "queue", {{"procedure", "shot"}, {"params", {{"ms", -5}}}}).Status, 400);
+  EXPECT_EQ(Ask("POST", "queue/start").Status, 409);  // it is empty
+
+  EXPECT_EQ(Ask("POST", "queue", {{"sequence", "short"}}).Status, 201);
+  EXPECT_EQ(Ask("DELETE", "sequences/short").Status, 200);  // the job has it
+  EXPECT_EQ(Ask("GET", "sequences/short").Status, 404);
+  const TJson asked =
+      Ask("POST", "queue", {{"procedure", "shot"}, {"params", {{"ms", 60}}}, {"question", "ready?"}}).Body;
+  EXPECT_EQ(Ask("POST", "queue/start").Status, 200);
+  ASSERT_TRUE(Soon([&] { return Queue() == "short done, shot asks"; })) << Queue();
+  EXPECT_EQ(Ask("POST", "queue/" + asked.at("id").dump() + "/answer", {{"answer", "perhaps"}}).Status, 400);
+  EXPECT_EQ(Ask("POST", "queue/77/answer", {{"answer", "run"}}).Status, 404);
+  EXPECT_EQ(Ask("POST", "queue/" + asked.at("id").dump() + "/answer", {{"answer", "run"}}).Status, 200);
+  ASSERT_TRUE(Soon([&] { return Queue() == "short done, shot done | held: every job has come to its end"; }))
+      << Queue();
+  EXPECT_EQ(Get("runs").at("runs").at(0).at("startedBy"), "queue, job 2 (tester)");
+
+  const TJson third = Ask("POST", "queue", {{"procedure", "shot"}, {"params", {{"ms", 60}}}}).Body;
+  EXPECT_EQ(third.at("estimateMs"), Get("runs").at("runs").at(0).at("durationMs"));
+  FService->Post([this] {
+    FService->Controller().RaiseAlarm({.IdPrefix = "TP", .Desc = "cooling", .Id = 1, .Attrs = naForbidMove});
+  });
+  EXPECT_EQ(Ask("POST", "queue/start").Status, 200);
+  ASSERT_TRUE(Soon([&] { return Get("queue").at("held") == true; }));
+  EXPECT_THAT(Queue(), HasSubstr("shot waits | held: an alarm stands"));
+  Start();
+  EXPECT_THAT(Queue(), HasSubstr("shot waits | held: the controller was started again, and nothing starts by itself"));
+  EXPECT_EQ(Ask("DELETE", "queue/" + third.at("id").dump()).Status, 200);
+}
+
+TEST_F(JobsApi, ARunThatWasEndedGoesOnOnlyWithWhatWasShownConfirmed) {
+  EXPECT_EQ(Ask("POST", "continue").Status, 409);
+  const TJson run = Ask("POST", "runs", {{"name", "long way"}, {"calls", kLong.at("commands")}, {"detach", true}}).Body;
+  ASSERT_TRUE(Soon([&] {
+    const auto status = FService->Status();
+    return !status->Path.empty() && status->Path.front().Number == 2;
+  }));
+  EXPECT_EQ(Ask("POST", "continue").Status, 409);  // it runs
+  EXPECT_EQ(Ask("POST", "pause").Status, 202);
+  EXPECT_EQ(Ended(run.at("id")).at("outcome"), "paused");
+
+  const TApiReply offer = Ask("POST", "continue");
+  EXPECT_EQ(offer.Status, 409);
+  EXPECT_EQ(offer.Body.at("from"), 1);
+  EXPECT_EQ(offer.Body.at("again"), TJson({"safe-move --x 40 --y 30", "delay --ms 60000"}));
+  EXPECT_EQ(offer.Body.at("lightsBeam"), false);
+  EXPECT_EQ(Ask("POST", "continue", {{"confirm", "0123456789abcdef"}}).Status, 409);
+  EXPECT_EQ(Ask("POST", "continue", {{"confirm", offer.Body.at("confirm")}}).Status, 409);  // used up
+  const TJson confirm = Ask("POST", "continue").Body.at("confirm");
+  const TApiReply on = Ask("POST", "continue", {{"confirm", confirm}});
+  ASSERT_EQ(on.Status, 201) << on.Body;
+  EXPECT_EQ(Ended(on.Body.at("id")).at("outcome"), "success");
+  EXPECT_EQ(Ask("POST", "continue").Status, 409);
+}
+
+}  // namespace
+}  // namespace ixocamglue::test
