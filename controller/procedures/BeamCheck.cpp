@@ -25,6 +25,7 @@ class TBeamCheck {
       case TSmtDelay::Cmd: return call.Value("ms");
       case TSmtWaitInport::Cmd: return call.Value("time");
       case TSmtLaserOn::Cmd: return FMachine.EmissionOnDelayMs + kEmissionExtraMs;
+      case TSmtEmissionOn::Cmd:
       case TSmtLaserOnOnly::Cmd: return 0.0;
       case TSmtMoveToXY::Cmd:
       case TSmtSafeMoveToZ::Cmd:

@@ -209,7 +209,7 @@ TEST_F(RunCommand, ABeamThatCouldStayOnIsRefusedBeforeItIsLit) {
       {R"(516, [141, "branch", 2, "pressure", 1], 517)", "commands[2]: gas-on is not allowed"},
       {"516, 142", "commands[2]: gas-off is not allowed"},
       {R"(516, ["shot"], 517)", "commands[2]: shot is not allowed"},
-      {R"(516, [612, "ms", 54900], 522)", ""},
+      {R"(516, 518, [612, "ms", 54900], 522)", ""},
       {R"(516, [612, "ms", 54901], 522)", "commands[2]: the beam would be on for 60001 ms"},
       {R"(518, 520, [612, "ms", 60000], 522, [612, "ms", 9000], 520, [612, "ms", 60000])", ""},
       {R"(520, [176, "input", 4, "output", 4, "switch-output", true, "time", 60001])",
