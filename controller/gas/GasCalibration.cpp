@@ -229,8 +229,13 @@ void TGasCalibration::Judge(const TGasAdjustEvent& event, TGasResult& result) {
   if (!curve) result.Curve.clear();
   if (curve && !good) result.Why = Show(SGasBadVerdict, gas.c_str(), FirstBad(result.Findings)->Sentence.c_str());
   const bool stored = result.Why.empty() && event.Good;
-  if (stored && event.Unsaved)
-    return Refuse(result, TGasEnd::Unsaved, Show(SGasNotSaved, gas.c_str(), event.Unsaved->Text().c_str()));
+  if (stored && event.Unsaved) {
+    result.End = TGasEnd::Unsaved;
+    result.Why = Show(SGasNotSaved, gas.c_str(), event.Unsaved->Text().c_str());
+    PutBackTable(event.Gas);  // its backup is as it was
+    FModel.AddMsg(result.Why);
+    return;
+  }
   if (result.Why.empty()) {
     TQuickGasDAAdjust adjust;
     adjust.SetBranch(event.Gas);
@@ -261,10 +266,19 @@ bool TGasCalibration::Good(TGasResult& result) {
   return FKeep || !FirstBad(result.Findings);
 }
 
+// One message for all of them.
 void TGasCalibration::Saved(const TProblem& unsaved) {
-  for (TGasResult& result : FResults)
-    if (result.End == TGasEnd::Stored)
-      Refuse(result, TGasEnd::Unsaved, Show(SGasNotSaved, GasDesc(result.Gas).c_str(), unsaved.Text().c_str()));
+  const std::string reason = unsaved.Text();
+  std::string names;
+  for (TGasResult& result : FResults) {
+    if (result.End != TGasEnd::Stored) continue;
+    const std::string gas = GasDesc(result.Gas);
+    names += (names.empty() ? "" : ", ") + gas;
+    result.End = TGasEnd::Unsaved;
+    result.Why = Show(SGasNotSaved, gas.c_str(), reason.c_str());
+    PutBack(result.Gas);
+  }
+  FModel.AddMsg(names.empty() ? reason : Show(SGasNotSaved, names.c_str(), reason.c_str()));
 }
 
 void TGasCalibration::Refuse(TGasResult& result, TGasEnd end, std::string why) {
@@ -274,11 +288,16 @@ void TGasCalibration::Refuse(TGasResult& result, TGasEnd end, std::string why) {
   FModel.AddMsg(result.Why);
 }
 
-void TGasCalibration::PutBack(std::int32_t gas) {
+void TGasCalibration::PutBackTable(std::int32_t gas) {
   const TPrevious& previous = FPrevious.at(gas);
   TGasBranchConfig& branch = *MachineConfig()->GetGasBranch(gas);
   CopyTable(previous.Table, branch.DAAdjustTable);
   branch.DAAdjustEnabled = previous.Enabled;
+}
+
+void TGasCalibration::PutBack(std::int32_t gas) {
+  PutBackTable(gas);
+  const TPrevious& previous = FPrevious.at(gas);
   TGasCaliConfig stored;
   stored.Open();
   TGasBraCaliConfig* const tables = stored.GetGasConfig(gas);
@@ -289,8 +308,9 @@ void TGasCalibration::PutBack(std::int32_t gas) {
     tables->DeleteTable(FNozzle.Type, FNozzle.Size);
   std::string problem;
   if (stored.SaveTables(&problem)) return;
-  Result(gas).End = TGasEnd::Unsaved;  // whatever made it come back
-  FModel.AddMsg(std::move(problem));
+  TGasResult& result = Result(gas);
+  result.End = TGasEnd::Unsaved;  // whatever made it come back
+  if (result.Why.find(problem) == std::string::npos) FModel.AddMsg(std::move(problem));
 }
 
 }  // namespace ixocontroller

@@ -118,7 +118,8 @@ class TGasCalibration {
   [[nodiscard]] bool Good(TGasResult& result);
   void Saved(const TProblem& unsaved);
   void Refuse(TGasResult& result, TGasEnd end, std::string why);
-  void PutBack(std::int32_t gas);
+  void PutBackTable(std::int32_t gas);  // into the branch
+  void PutBack(std::int32_t gas);       // and into the file of the nozzles' tables
   [[nodiscard]] TGasResult& Result(std::int32_t gas);
 
   TController& FController;

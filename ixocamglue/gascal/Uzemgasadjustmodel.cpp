@@ -107,10 +107,7 @@ TResult<> TZemGasAdjustModel::BackupCaliInfo(std::int32_t gasType) {
   }
   stored.Open();
   stored.SetDAAdjustTable(gasType, nozzType, nozzSize, branch->DAAdjustTable);
-  if (std::string problem; !stored.SaveTables(&problem)) {
-    AddMsg(problem);
-    return TProblem{.What = std::move(problem)};
-  }
+  if (std::string problem; !stored.SaveTables(&problem)) return TProblem{.What = std::move(problem)};
   AddMsg(SBackup);
   for (std::int32_t i = 0; i < branch->DAAdjustTable.GetCount(); ++i) {
     const TDAAdjustItem& item = *branch->DAAdjustTable.GetItem(i);
@@ -130,6 +127,13 @@ double TZemGasAdjustModel::GetMaxPress(std::int32_t gasType) const {
 void TZemGasAdjustModel::AddMsg(std::string text) {
   TGuard guard(FLock);
   FMessages.push_back(std::move(text));
+}
+
+void TZemGasAdjustModel::Tell(const TGasAdjustEvent& event) {
+  if (FObserver)
+    FObserver(event);
+  else if (event.Unsaved)
+    AddMsg(event.Unsaved->Text());
 }
 
 bool TZemGasAdjustModel::GetMsg(std::string& text) {

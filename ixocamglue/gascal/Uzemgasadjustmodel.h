@@ -60,8 +60,8 @@ class TZemGasAdjustModel {
   // there is no such table, it has no entries or cannot be used (see TGasCaliConfig::CheckTable), or a file cannot be
   // read or saved; without a word there while a calibration runs. The configuration then has what it had.
   TResult<> LoadGasData(std::int32_t gasType, std::string_view nozzType, double nozzSize);
-  // Stores the branch's present table, when it has entries, under the present nozzle. A problem, said in the message
-  // log too, when the file cannot be saved. Gas types 4 to 6 have no stored tables.
+  // Stores the branch's present table, when it has entries, under the present nozzle. A problem, which the caller tells,
+  // when the file cannot be saved. Gas types 4 to 6 have no stored tables.
   TResult<> BackupCaliInfo(std::int32_t gasType);
   [[nodiscard]] double GetMaxPress(std::int32_t gasType) const;  // the largest of the branch's table; 0 without
 
@@ -73,16 +73,16 @@ class TZemGasAdjustModel {
   void SetRefined(bool refined) { FRefinedAsked.store(refined, std::memory_order_release); }
   [[nodiscard]] bool Refined() const { return FRefinedAsked.load(std::memory_order_acquire); }
 
-  // Called on the state thread. Set while no calibration runs; must not throw.
+  // Called on the state thread; tells what could not be saved, which is else said in the message log. Set while no
+  // calibration runs; must not throw.
   void SetObserver(std::function<void(const TGasAdjustEvent&)> observer) { FObserver = std::move(observer); }
 
   // --- for the state ---
   [[nodiscard]] std::vector<std::int32_t> GasTypes() const;
   void Begin() { FProgress.store(0.0, std::memory_order_release); }
   void Progress(double percent);  // never falls
-  void Tell(const TGasAdjustEvent& event) const {
-    if (FObserver) FObserver(event);
-  }
+  // The observer hears of it, or the message log of what could not be saved.
+  void Tell(const TGasAdjustEvent& event);
 
  private:
   std::function<void(const TGasAdjustEvent&)> FObserver;

@@ -233,7 +233,6 @@ void TZemGasAdjustState::SaveConfig() {
   TMachineConfig* const config = MachineConfig();
   if (!config) return;
   const auto saved = config->Save();
-  if (!saved) AddAdjustMsg(saved.Problem().Text());
   if (TZemGasAdjustModel* const model = GZemGasAdjustModel())
     model->Tell({.Kind = TGasAdjustEvent::TKind::Saved,
                  .TimeMs = static_cast<std::int64_t>(Clock().MonotonicMs()),

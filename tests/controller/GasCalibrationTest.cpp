@@ -256,6 +256,11 @@ TEST_F(GasCommands, WhatIsBadOrCannotBeSavedLeavesThePreviousTable) {
   std::filesystem::create_directory(FDir.Path() / "st/GasCalibration.config");
   EXPECT_EQ(Gas(calibrate), 3) << FOut;
   EXPECT_THAT(FOut, HasSubstr("not saved"));
+  const std::string message = "the calibration could not be saved (st/GasCalibration.config: ";
+  const std::size_t told = FOut.find(message);
+  ASSERT_NE(told, std::string::npos) << FOut;
+  const std::string reason = FOut.substr(told + message.size(), 20);
+  EXPECT_EQ(FOut.find("ms  st/GasCalibration.config: " + reason), std::string::npos) << "told once: " << FOut;
   EXPECT_EQ(Read("st/machine.xml"), machine);
 }
 
