@@ -4,7 +4,9 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <unordered_map>
 #include <unordered_set>
+#include <utility>
 
 #include "controller/config/ConfigView.h"
 #include "ixocamglue/support/Format.h"
@@ -60,6 +62,12 @@ class TNames final : public TFieldPublisher<TNames>, private TFieldListener {
  private:
   void Said(const TFieldFacts& facts) override { Values.back().Text = facts.Text; }
 };
+
+std::string Folded(std::string_view name) {
+  std::string text(name);
+  std::ranges::transform(text, text.begin(), FoldAscii);
+  return text;
+}
 
 std::size_t ElementOffset(const TXmlNode& node) {
   return static_cast<std::size_t>(std::max<std::ptrdiff_t>(node.Offset(), 0));
@@ -136,16 +144,11 @@ class TChecker {
     const TNames& names = element.Names;
     const auto children = element.Node.Children();
     std::map<std::string, std::pair<std::size_t, std::size_t>, std::less<>> counts;  // all of a name, and so far
-    const auto folded = [](std::string_view name) {
-      std::string text(name);
-      std::ranges::transform(text, text.begin(), FoldAscii);
-      return text;
-    };
-    for (const TXmlNode& child : children) ++counts[folded(child.Name())].first;
+    for (const TXmlNode& child : children) ++counts[Folded(child.Name())].first;
     for (const TXmlNode& child : children) {
       const std::size_t at = ElementOffset(child);
       const std::string_view name = child.Name();
-      auto& [all, number] = counts[folded(name)];
+      auto& [all, number] = counts[Folded(name)];
       ++number;
       const auto* const item = Find(names.Lists, name);
       const std::string numbered = std::string(name) + (all > 1 || item ? Format("[%zu]", number) : "");
@@ -189,35 +192,62 @@ class TChecker {
   std::vector<TConfigFinding>& FOut;
 };
 
-// Where the element or attribute of this path stands; what is missing, where it would belong.
-std::size_t OffsetOf(const TXmlDocument& document, std::string_view path) {
-  TXmlContext context;
-  TXmlNode node = document.Root(context);
-  while (true) {
-    const auto slash = path.find('/');
-    std::string_view part = path.substr(0, slash);
-    if (slash == std::string_view::npos) {
-      const auto attributes = node.Attributes();
-      const auto it = std::ranges::find_if(attributes, [&](const auto& a) { return SameFolded(a.Name, part); });
-      const auto offsets = document.AttributeOffsets(node);
-      const auto index = static_cast<std::size_t>(it - attributes.begin());
-      if (it != attributes.end() && index < offsets.size()) return offsets[index];
-      const TXmlNode child = node.Child(part);
-      return ElementOffset(child ? child : node);
+// Where the elements and attributes of paths stand; of what is missing, where it would belong. The children of an
+// element are looked through once, however many of them are asked for.
+class TPlaces {
+ public:
+  explicit TPlaces(const TXmlDocument& document) : FDocument(document), FRoot(document.Root(FContext)) {}
+
+  std::size_t OffsetOf(std::string_view path) {
+    const auto slash = path.rfind('/');
+    const auto [node, whole] =
+        slash == std::string_view::npos ? std::pair(FRoot, true) : Element(path.substr(0, slash));
+    if (!whole) return ElementOffset(node);
+    const std::string_view name = path.substr(slash + 1);  // all of it where there is no slash
+    const auto attributes = node.Attributes();
+    const auto it = std::ranges::find_if(attributes, [&](const auto& a) { return SameFolded(a.Name, name); });
+    if (it != attributes.end()) {
+      const auto offsets = FDocument.AttributeOffsets(node);
+      if (const auto index = static_cast<std::size_t>(it - attributes.begin()); index < offsets.size())
+        return offsets[index];
     }
-    path.remove_prefix(slash + 1);
-    std::uint32_t number = 1;
-    if (const auto bracket = part.find('['); bracket != std::string_view::npos) {
-      number = ParseNumber<std::uint32_t>(part.substr(bracket + 1, part.size() - bracket - 2)).value_or(1);
-      part = part.substr(0, bracket);
-    }
-    const auto children = node.Children();
-    const auto next = std::ranges::find_if(
-        children, [&](const TXmlNode& child) { return SameFolded(child.Name(), part) && --number == 0; });
-    if (next == children.end()) return ElementOffset(node);
-    node = *next;
+    const TXmlNode child = node.Child(name);
+    return ElementOffset(child ? child : node);
   }
-}
+
+ private:
+  using TChildren = std::unordered_map<std::string, std::vector<TXmlNode>>;  // by name
+
+  // The element, or the last one on its path that there is.
+  std::pair<TXmlNode, bool> Element(std::string_view path) {
+    TXmlNode node = FRoot;
+    while (!path.empty()) {
+      const std::string_view part = path.substr(0, path.find('/'));
+      path.remove_prefix(std::min(part.size() + 1, path.size()));
+      const auto bracket = std::min(part.find('['), part.size());
+      std::size_t number = 1;
+      if (bracket < part.size())
+        number = ParseNumber<std::uint32_t>(part.substr(bracket + 1, part.size() - bracket - 2)).value_or(1);
+      const auto& children = ChildrenOf(node);
+      const auto named = children.find(Folded(part.substr(0, bracket)));
+      if (named == children.end() || number < 1 || number > named->second.size()) return {node, false};
+      node = named->second[number - 1];
+    }
+    return {node, true};
+  }
+
+  const TChildren& ChildrenOf(const TXmlNode& node) {
+    const auto [it, isNew] = FChildren.try_emplace(node.Handle());
+    if (isNew)
+      for (const TXmlNode& child : node.Children()) it->second[Folded(child.Name())].push_back(child);
+    return it->second;
+  }
+
+  const TXmlDocument& FDocument;
+  TXmlContext FContext;
+  TXmlNode FRoot;
+  std::unordered_map<const void*, TChildren> FChildren;
+};
 
 // Brings them into the order of the document and says the place of each, in one way through the text.
 void Settle(const TXmlDocument& document, std::vector<TConfigFinding>& findings) {
@@ -250,8 +280,9 @@ void AddFindings(const TXmlDocument& document, const std::vector<TProblem>& prob
                  std::vector<TConfigFinding>& findings) {
   std::unordered_set<std::size_t> known;
   for (const TConfigFinding& finding : findings) known.insert(finding.Offset);
+  TPlaces places(document);
   for (const TProblem& problem : problems) {
-    const std::size_t offset = OffsetOf(document, problem.Where);
+    const std::size_t offset = places.OffsetOf(problem.Where);
     if (known.contains(offset)) continue;
     findings.push_back({offset, {}, problem.Where, TProblem{.What = problem.What, .Why = problem.Why}.Text()});
   }

@@ -134,9 +134,17 @@ std::string TXmlNode::Path() const {
   std::string path;
   for (pugi::xml_node node = Node(*this); node.parent().type() == pugi::node_element; node = node.parent()) {
     std::string part = node.name();
-    std::size_t number = 1;
-    for (auto before = node.previous_sibling(); before; before = before.previous_sibling())
+    const auto known = FContext->Numbered.find(node.parent().internal_object());
+    std::size_t number = 0;
+    for (auto before = node; before; before = before.previous_sibling()) {
+      if (known != FContext->Numbered.end() && before.internal_object() == known->second.first &&
+          SameFolded(before.name(), node.name())) {
+        number += known->second.second;
+        break;
+      }
       if (SameFolded(before.name(), node.name())) ++number;
+    }
+    if (number > 1) FContext->Numbered[node.parent().internal_object()] = {node.internal_object(), number};
     bool several = number > 1;
     for (auto after = node.next_sibling(); after && !several; after = after.next_sibling())
       several = SameFolded(after.name(), node.name());

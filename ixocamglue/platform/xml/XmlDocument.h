@@ -4,9 +4,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "ixocamglue/support/Problem.h"
@@ -24,6 +26,8 @@ struct TXmlContext {
   bool Changed = false;
   std::string Problem;  // a value that no XML file can hold; the save must not go on
   bool Quiet = false;   // a load does not log the texts that are no value of their property
+  // By parent, the child that was numbered last, so that items are numbered in one way through their list.
+  std::map<const pugi::xml_node_struct*, std::pair<pugi::xml_node_struct*, std::size_t>> Numbered{};
 };
 
 // An element, or none. Valid as long as its document and its context.
