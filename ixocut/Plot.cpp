@@ -16,6 +16,7 @@
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/SystemError.h"
 #include "ixocamglue/support/Texts.h"
+#include "ixocut/OutputFile.h"
 
 namespace ixocut {
 using namespace ixocamglue;
@@ -70,10 +71,11 @@ void RunGnuplot(const fs::path& folder) {
 
 }  // namespace
 
-void CheckPlotName(const char* option, const std::string& target) {
+void CheckPlotFile(const char* option, const std::string& target) {
   if (fs::path(target).extension() != ".svg")
     throw EProblem(pbRequest, Format(Tr("%s: \"%s\" does not end in .svg"), option, target.c_str()));
   if (!GnuplotIsThere()) ThrowNoGnuplot();
+  CheckOutputFile(option, target, [](std::string_view head) { return head.find("<svg") != head.npos; });
 }
 
 // SVG leaves the letters to the fonts where it is looked at; for Chinese here, ./run installs one.

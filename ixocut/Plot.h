@@ -6,8 +6,9 @@
 
 namespace ixocut {
 
-// Refuses a file that is no SVG, and any while gnuplot is not there, before anything runs; `option` is what named it.
-void CheckPlotName(const char* option, const std::string& target);
+// Before anything runs: refuses a name that is no SVG's, a file that CheckOutputFile refuses unless it is a picture,
+// and any while gnuplot is not there; `option` is what named it.
+void CheckPlotFile(const char* option, const std::string& target);
 
 // What a script for DrawPlot starts with; the size in pixels.
 [[nodiscard]] std::string PlotStart(int width, int height);

@@ -225,10 +225,7 @@ int TCalibrate::Run() {
 
 int RunCalibrate(const TCalibrateOptions& options, std::ostream& out) {
   (void)AskedGases(options.Gases);  // judged before anything is opened
-  if (!options.Plot.empty()) {
-    CheckPlotName("--plot", options.Plot);
-    CheckOutputFile("--plot", options.Plot, [](std::string_view head) { return head.find("<svg") != head.npos; });
-  }
+  if (!options.Plot.empty()) CheckPlotFile("--plot", options.Plot);
   if (!options.Record.empty()) CheckOutputFile("--record", options.Record, IsGasRecording);
   TConsole console(out, options.Json, false);
   return TCalibrate(options, console).Run();

@@ -235,7 +235,7 @@ std::string Script(const TRecording& recording, const TPicture& picture) {
 }  // namespace
 
 int PlotMonitorFile(const std::string& file, const std::string& target, TConsole& console) {
-  CheckPlotName("--out", target);
+  CheckPlotFile("--out", target);
   const TRecording recording = LoadRecording(file);
   const TPicture picture = PictureOf(recording);
   const std::size_t panels = picture.Panels.size() + (picture.Bands.empty() ? 0 : 1);

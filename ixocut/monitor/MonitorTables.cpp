@@ -91,17 +91,20 @@ void RefuseOwnSource(const std::string& file, const std::string& target) {
                                .Remedy = Tr("name another one; nothing was written")});
 }
 
-// A table of ours, a recording, or nothing yet: any other file keeps what it has.
 void CheckTarget(const std::string& file, const std::string& target) {
   RefuseOwnSource(file, target);
+  CheckMonitorTarget(target);
+}
+
+}  // namespace
+
+void CheckMonitorTarget(const std::string& target) {
   CheckOutputFile("--out", target, [](std::string_view head) {
     const std::string_view text = WithoutMark(head);
     const std::string_view first = text.substr(0, text.find_first_of("\r\n"));
     return first.starts_with(kTimeColumn) || first.find(SFileVersion) != std::string_view::npos;
   });
 }
-
-}  // namespace
 
 int DiffMonitorFiles(const std::string& a, const std::string& b, const std::string& align, TConsole& console) {
   TRecording left = LoadRecording(a);

@@ -9,6 +9,7 @@
 #include "controller/recordings/LiveRecording.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/Document.h"
+#include "ixocut/monitor/MonitorCommands.h"
 #include "ixocut/procedures/Asked.h"
 
 namespace ixocut {
@@ -42,6 +43,7 @@ int RunRecord(const TRecordOptions& options, std::ostream& out) {
   const TParamTexts texts = ReadParams(row, options.Params);
   const TMotionCall call = CallOf(row, texts, options.Limits().Bounds, true);
 
+  CheckMonitorTarget(options.Out);
   TConsole console(out, options.Json, false);
   const auto run = MakeRun(options, {}, console);
   // Opened before anything moves: what cannot be written is not worth a run.
@@ -83,7 +85,7 @@ void AddRecordCommand(CLI::App& program, TCommandRun& run) {
       ->type_name("NAME");
   record->add_option("--signals", options->Signals, Tr("What to record, separated by commas (default: everything)"))
       ->type_name("LIST");
-  record->add_option("--out", options->Out, Tr("The monitor file to write; a file that is there is replaced"))
+  record->add_option("--out", options->Out, Tr("The monitor file to write; a recording that is there is replaced"))
       ->type_name("FILE");
   AddJsonOption(*record, options->Json);
   AddControllerSettings(*record, *options);

@@ -102,12 +102,7 @@ class TObserver {
 };
 
 int Run(const TRunOptions& options, std::ostream& out) {
-  if (!options.Plot.empty()) {
-    CheckPlotName("--plot", options.Plot);
-    const auto folder = std::filesystem::absolute(options.Plot).parent_path();
-    if (std::error_code error; !std::filesystem::is_directory(folder, error))
-      throw EProblem(pbUnusable, Format(Tr("--plot: %s is no folder"), folder.c_str()));
-  }
+  if (!options.Plot.empty()) CheckPlotFile("--plot", options.Plot);
   const TJob job = JobOf(options, options.Limits());
   TConsole console(out, options.Json, options.Trace);
   nlohmann::ordered_json document{{"procedure", job.Name}, {"seed", options.Seed}};
