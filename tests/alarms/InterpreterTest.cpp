@@ -8,7 +8,6 @@
 #include "ixocamglue/Library.h"
 #include "ixocamglue/alarms/Almintprt.h"
 #include "ixocamglue/alarms/Ualarmdefs.h"
-#include "ixocamglue/alarms/Ualarmtexts.h"
 #include "ixocamglue/platform/ports/Alarmintf.h"
 #include "ixocamglue/platform/services/Locale.h"
 #include "ixocamglue/platform/services/LocaleManager.h"

@@ -1,6 +1,5 @@
 #include <deque>
 #include <memory>
-#include <numeric>
 #include <vector>
 
 #include <gtest/gtest.h>

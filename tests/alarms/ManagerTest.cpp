@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include "fixture/Faults.h"
-#include "fixture/TempDir.h"
 #include "ixocamglue/alarms/Ualarmmanager.h"
 #include "ixocamglue/platform/alarms/NcSimpleAlarmSource.h"
 #include "ixocamglue/platform/ports/Alarmintf.h"
@@ -232,6 +231,9 @@ TEST(NcAlarmPackage, PermissionsChangeAtOnceAndFollowEveryStandingAlarm) {
   EXPECT_TRUE(package.Clear("T#1"));
   EXPECT_FALSE(package.Clear("T#1"));
   EXPECT_TRUE(package.AllowLaser() && !package.RequireOrg());
+  package.Raise({.IdPrefix = "T", .Id = 3, .Attrs = naForbidFollower | naRequireStop});
+  EXPECT_FALSE(package.AllowFollower() || !package.RequireStop());
+  EXPECT_TRUE(package.AllowCut() && package.AllowLaser() && package.AllowHoming() && package.AllowMove());
   package.Raise({.IdPrefix = "T", .Id = 2, .Attrs = NcAlarmAxis(3, false) | naShownOnly});
   EXPECT_FALSE(package.AllowMoveAxis(3, false));
   EXPECT_TRUE(package.AllowMove() && package.AllowMoveAxis(3, true));

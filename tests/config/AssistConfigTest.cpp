@@ -1,7 +1,8 @@
 #include <fstream>
-#include <set>
+#include <sstream>
 
 #include <gtest/gtest.h>
+#include <pugixml.hpp>
 
 #include "controller/config/ConfigView.h"
 #include "fixture/Faults.h"
@@ -191,38 +192,25 @@ TEST_F(AssistConfig, ADifferentValueInEveryFieldComesBackAsAttributeAndAsElement
     EXPECT_EQ(seen, wanted.size());
   };
   EXPECT_GT(wanted.size(), 300u);
-  std::string xml = SaveAndRead();
+  (void)SaveAndRead();
   expectAll();
   // The same file with each attribute as an element.
-  std::string elements;
-  for (std::size_t i = 0; i < xml.size();) {
-    const auto open = xml.find('<', i);
-    if (open == std::string::npos) {
-      elements += xml.substr(i);
-      break;
+  struct TSpread final : pugi::xml_tree_walker {
+    bool for_each(pugi::xml_node& node) override {
+      if (node.type() != pugi::node_element) return true;
+      while (const pugi::xml_attribute attribute = node.first_attribute()) {
+        node.append_child(attribute.name()).text().set(attribute.value());
+        node.remove_attribute(attribute);
+      }
+      return true;
     }
-    elements += xml.substr(i, open - i);
-    const auto close = xml.find('>', open);
-    std::string tag = xml.substr(open, close - open + 1);
-    i = close + 1;
-    const auto space = tag.find(' ');
-    if (tag[1] == '/' || tag[1] == '?' || space == std::string::npos) {
-      elements += tag;
-      continue;
-    }
-    const bool empty = tag.ends_with("/>");
-    const std::string name = tag.substr(1, space - 1);
-    elements += "<" + name + ">";
-    for (auto at = space + 1; at < tag.size();) {
-      const auto equals = tag.find("=\"", at);
-      if (equals == std::string::npos) break;
-      const auto end = tag.find('"', equals + 2);
-      const std::string attribute = tag.substr(at, equals - at);
-      elements += "<" + attribute + ">" + tag.substr(equals + 2, end - equals - 2) + "</" + attribute + ">";
-      at = end + 2;
-    }
-    if (empty) elements += "</" + name + ">";
-  }
+  } spread;
+  pugi::xml_document document;
+  ASSERT_TRUE(document.load_file(File.c_str()));
+  document.traverse(spread);
+  std::ostringstream written;
+  document.save(written);
+  const std::string elements = written.str();
   std::ofstream(File, std::ios::binary) << elements;
   ASSERT_TRUE(Config.Load(File));
   expectAll();

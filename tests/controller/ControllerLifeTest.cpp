@@ -1,5 +1,4 @@
 // A controller takes back what it installed, also when it cannot be made.
-#include <filesystem>
 #include <fstream>
 
 #include <gtest/gtest.h>

@@ -3,7 +3,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <map>
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>

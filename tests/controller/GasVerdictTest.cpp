@@ -1,21 +1,13 @@
 // What recordings of good and faulty valves are judged to be, and recordings that are none.
 #include <cmath>
-#include <cstdlib>
 #include <fstream>
 #include <functional>
-#include <iterator>
 #include <limits>
-#include <sys/wait.h>
 
 #include <gmock/gmock.h>
-#include <nlohmann/json.hpp>
 
-#include "controller/StateFolder.h"
-#include "controller/gas/GasTexts.h"
 #include "controller/gas/GasVerdict.h"
-#include "fixture/Paths.h"
-#include "fixture/TempDir.h"
-#include "ixocamglue/platform/services/Locale.h"
+#include "fixture/Program.h"
 #include "ixocamglue/support/Problem.h"
 #include "machines/simulated/GasValve.h"
 
@@ -126,8 +118,14 @@ TEST(GasVerdict, EachFaultIsFoundAndNoOther) {
   EXPECT_THAT(Bad(offZero), ElementsAre("zero")) << "the reading with the valve shut";
 }
 
-class GasRecordings : public testing::Test {
+class GasRecordings : public TProgramTest {
  protected:
+  GasRecordings() { FLanguage = "en"; }
+  int Gas(const std::string& arguments) {
+    const TRun run = Ixocut("gas " + arguments);
+    FOut = run.All();
+    return run.ExitCode;
+  }
   std::string WhyNot(const std::string& text) {
     std::ofstream(FFile) << text;
     try {
@@ -139,7 +137,7 @@ class GasRecordings : public testing::Test {
     return {};
   }
 
-  TTempDir FDir;
+  std::string FOut;
   const std::string FFile = (FDir.Path() / "gas.json").string();
 };
 
@@ -190,33 +188,23 @@ TEST_F(GasRecordings, WhatIsNoRecordingIsRefusedWithThePlace) {
 }
 
 TEST_F(GasRecordings, ACalibratedMachineReachesItsPressuresAndItsRecordingIsJudged) {
-  const auto ixocut = [&](const std::string& arguments) {
-    const int status = std::system(
-        ("cd '" + FDir.Path().string() + "' && '" + IxocutBinary() + "' gas " + arguments + " >out 2>&1").c_str());
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  };
-  const auto said = [&] {
-    std::ifstream in(FDir.Path() / "out");
-    return std::string(std::istreambuf_iterator<char>(in), {});
-  };
-  EXPECT_EQ(ixocut("pressure --gas O2 --bar 3.5 --state s --lang en"), 1);
-  EXPECT_THAT(said(), testing::HasSubstr("no table in use"));
-  ASSERT_EQ(ixocut("calibrate --gas O2 --nozzle S --size 1.5 --method refined --record gas.json --descend --state s"),
-            0)
-      << said();
-  ASSERT_EQ(ixocut("pressure --gas O2 --bar 3.5 --state s --json"), 0) << said();
-  const auto reached = nlohmann::json::parse(said())["result"];
+  EXPECT_EQ(Gas("pressure --gas O2 --bar 3.5 --state s"), 1);
+  EXPECT_THAT(FOut, testing::HasSubstr("no table in use"));
+  ASSERT_EQ(Gas("calibrate --gas O2 --nozzle S --size 1.5 --method refined --record gas.json --descend --state s"), 0)
+      << FOut;
+  ASSERT_EQ(Gas("pressure --gas O2 --bar 3.5 --state s --json"), 0) << FOut;
+  const auto reached = nlohmann::json::parse(FOut)["result"];
   EXPECT_NEAR(reached["reachedBar"].get<double>(), 3.5, 0.1);
   EXPECT_NE(reached["reachedBar"].get<double>(), 3.5);
   EXPECT_DOUBLE_EQ(reached["errorBar"].get<double>(), reached["reachedBar"].get<double>() - 3.5);
   EXPECT_NEAR(reached["sensorBar"].get<double>(), reached["reachedBar"].get<double>() + 0.004, 0.003);
-  EXPECT_EQ(ixocut("pressure --gas O2 --bar 11 --state s"), 2);
-  EXPECT_EQ(ixocut("pressure --gas O2,N2 --bar 1 --state s"), 2);
-  EXPECT_EQ(ixocut("verdict gas.json --lang en"), 0) << said();
-  EXPECT_THAT(said(), testing::AllOf(testing::StartsWith("Oxygen, nozzle"), testing::HasSubstr("ok hysteresis")));
+  EXPECT_EQ(Gas("pressure --gas O2 --bar 11 --state s"), 2);
+  EXPECT_EQ(Gas("pressure --gas O2,N2 --bar 1 --state s"), 2);
+  EXPECT_EQ(Gas("verdict gas.json"), 0) << FOut;
+  EXPECT_THAT(FOut, testing::AllOf(testing::StartsWith("Oxygen, nozzle"), testing::HasSubstr("ok hysteresis")));
   std::ofstream(FFile, std::ios::app) << "}";
-  EXPECT_EQ(ixocut("verdict gas.json --lang en"), 3);
-  EXPECT_THAT(said(), testing::HasSubstr(": is not valid JSON here"));
+  EXPECT_EQ(Gas("verdict gas.json"), 3);
+  EXPECT_THAT(FOut, testing::HasSubstr(": is not valid JSON here"));
 }
 
 }  // namespace

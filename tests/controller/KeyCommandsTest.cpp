@@ -241,14 +241,6 @@ TEST_F(KeyCommands, AHeldKeyEndsItsOwnBeamAlwaysAndNoOther) {
   EXPECT_TRUE(TCustomMotionState::GetExecOK(515, false));
 }
 
-TEST_F(KeyCommands, EmissionLostWhileCuttingEndsTheCut) {
-  Press(kcStart);
-  RunUntil("laser on");
-  Machine().LaserDevice().LoseEmission();
-  RunTo(csStandby, 30);
-  EXPECT_FALSE(Now().Laser || Now().Gas);
-}
-
 TEST_F(KeyCommands, TheEmergencyStopLatchesUntilItIsResetByHand) {
   Press(kcStart);
   RunUntil("laser on");

@@ -11,7 +11,6 @@
 #include "fixture/Machine.h"
 #include "ixocamglue/config/Uassistconfig.h"
 #include "ixocamglue/motion/Ustatemotion.h"
-#include "ixocamglue/platform/services/Locale.h"
 #include "ixocamglue/platform/states/NcState.h"
 #include "ixocamglue/support/Format.h"
 

@@ -25,15 +25,9 @@ struct TPlainGas : TNcCutSystem, TNcGas, TNcDeviceManager {
   std::int32_t GetState() override { return 0; }
   TNcLaser* Laser() override { return nullptr; }
   TNcGas* Gas() override { return this; }
-  TNcInportCtrl* InportCtrl() override { return nullptr; }
-  TNcCutHeadCtrl* CutHeadCtrl() override { return nullptr; }
-  TNcMultiFollower* MultiFollower() override { return nullptr; }
-  TNcSwitchTable* SwitchTable() override { return nullptr; }
   void Lock() override {}
   void Unlock() override {}
   void SwitchLaser(bool) override {}
-  void KeyDown(std::int32_t, std::int32_t, bool) override {}
-  void KeyUp(std::int32_t, std::int32_t) override {}
 
   bool IsBusy() override { return false; }
   bool GetGas() override { return On; }

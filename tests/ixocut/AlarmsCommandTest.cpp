@@ -3,7 +3,6 @@
 #include <csignal>
 #include <fcntl.h>
 #include <fstream>
-#include <iterator>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -11,7 +10,6 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
-#include "fixture/Faults.h"
 #include "fixture/Paths.h"
 #include "fixture/Program.h"
 #include "ixocamglue/alarms/store/AlarmHistory.h"

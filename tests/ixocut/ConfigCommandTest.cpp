@@ -1,19 +1,15 @@
 #include <algorithm>
 #include <chrono>
-#include <cstdlib>
 #include <fstream>
 #include <future>
 #include <sstream>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 
 #include "controller/StateFolder.h"
 #include "fixture/Allocations.h"
-#include "fixture/Paths.h"
-#include "fixture/TempDir.h"
+#include "fixture/Program.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocut/CommandLine.h"
@@ -27,14 +23,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
-class ConfigCommand : public testing::Test {
+class ConfigCommand : public TProgramTest {
  protected:
   ConfigCommand() { fs::copy_file(ShareFolder() / "machines/machine.xml", File); }
 
-  std::string Bytes() const {
-    std::ifstream in(File, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-  }
+  std::string Bytes() const { return Read("machine.xml"); }
   void Replace(std::string_view from, std::string_view to) const {
     std::string text = Bytes();
     const auto at = text.find(from);
@@ -61,15 +54,11 @@ class ConfigCommand : public testing::Test {
   }
 
   // The exit code of the program itself on this file.
-  int Ixocut(const std::string& arguments) const {
-    const int status = std::system(("'" + IxocutBinary() + "' " + arguments + " --machine '" + File.string() +
-                                    "' --state '" + Dir.Path().string() + "' >/dev/null 2>&1")
-                                       .c_str());
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  int Program(const std::string& arguments) const {
+    return Ixocut(arguments + " --machine '" + File.string() + "' --state .").ExitCode;
   }
 
-  TTempDir Dir;
-  fs::path File = Dir.Path() / "machine.xml";
+  const fs::path File = FDir.Path() / "machine.xml";
   std::ostringstream Out;
   std::string Why;
 };
@@ -173,7 +162,7 @@ TEST_F(ConfigCommand, AValueOfTheSupervisorThatIsAbsentOrTooShortHasItsDefault) 
   EXPECT_NE(Out.str().find("Supervisor: not given, the default is in force: FollowerLimitMs 60000\n"),
             std::string::npos)
       << Out.str();
-  EXPECT_EQ(Ixocut("run delay --ms 200"), 0);  // no reason to refuse the machine
+  EXPECT_EQ(Program("run delay --ms 200"), 0);  // no reason to refuse the machine
   TMachineFile machine(Machines());
   machine.Load(File);
   TSupervisorConfig limits;
@@ -248,8 +237,8 @@ TEST_F(ConfigCommand, ABranchThatStatesNoLimitOrZeroHas16BarEverywhereAndItsFile
   const std::string before = Bytes();
   EXPECT_EQ(Check(), 0) << Out.str();
   for (const char* const gas : {"Air", "O2"}) {
-    EXPECT_EQ(Ixocut(Format("gas pressure --gas %s --bar 16.1", gas)), 2) << gas;
-    EXPECT_EQ(Ixocut(Format("gas pressure --gas %s --bar 16", gas)), 1) << gas;  // no table is in use
+    EXPECT_EQ(Program(Format("gas pressure --gas %s --bar 16.1", gas)), 2) << gas;
+    EXPECT_EQ(Program(Format("gas pressure --gas %s --bar 16", gas)), 1) << gas;  // no table is in use
   }
   for (const char* const branch : {"2", "1"}) {
     EXPECT_EQ(Set("AutoCleanHead/CleanGasBranch", branch), 0);
@@ -314,21 +303,10 @@ TEST_F(ConfigCommand, WhatCannotBeDoneHasItsExitCodeAndChangesNothing) {
   EXPECT_EQ(ExitCode([&] { return RunConfigGet(File, "Laser/Absent", false, Out); }), 2);
   EXPECT_EQ(ExitCode([&] { return RunConfigRestore(File, false, Out); }), 3);
   EXPECT_EQ(Bytes(), before);
-  EXPECT_EQ(ExitCode([&] { return RunConfigCheck(Dir.Path() / "absent.xml", false, false, Out); }), 3);
+  EXPECT_EQ(ExitCode([&] { return RunConfigCheck(FDir.Path() / "absent.xml", false, false, Out); }), 3);
   std::ofstream(File) << "<MachineConfig>";
   EXPECT_EQ(Set("AutoCleanHead/CleanCount", "4"), 3);
   EXPECT_EQ(Bytes(), "<MachineConfig>");
-}
-
-TEST_F(ConfigCommand, ACutFileIsNamedWithItsPlaceAndNeverSaved) {
-  const std::string whole = Bytes();
-  for (std::size_t size = 0; size < whole.size() - 1; size += 97) {
-    std::ofstream(File, std::ios::binary) << whole.substr(0, size);
-    TMachineFile machine(Machines());
-    EXPECT_TRUE(machine.Config().Load(File).Problem().Text().starts_with(File.string() + ":")) << size;
-    EXPECT_FALSE(machine.Config().Save());
-    EXPECT_EQ(Bytes().size(), size);
-  }
 }
 
 // Counted in allocations: to check, load and save a file with so many unknown attributes or sections.
@@ -364,7 +342,7 @@ TEST_F(ConfigCommand, WhoSetsIsToldWhoKeepsTheFile) {
   EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
   EXPECT_NE(why.find(Format("process %d", ::getpid())), std::string::npos) << why;
   EXPECT_EQ(Bytes(), before);
-  EXPECT_EQ(Ixocut("shot --ms 100"), 0);  // it saves nothing
+  EXPECT_EQ(Program("shot --ms 100"), 0);  // it saves nothing
 
   // Who waited for a lock file that was replaced meanwhile holds nothing.
   const fs::path lockFile = File.string() + ".lock";
@@ -385,7 +363,7 @@ TEST_F(ConfigCommand, WhoSetsIsToldWhoKeepsTheFile) {
 }
 
 TEST_F(ConfigCommand, AValueThatWasSetIsShownDiffersAndComesBack) {
-  const fs::path old = Dir.Path() / "old.xml";
+  const fs::path old = FDir.Path() / "old.xml";
   fs::copy_file(File, old);
   EXPECT_EQ(Set("UCSOrgName/UCSName7", "a \"b\""), 0);
   EXPECT_EQ(Set("Healths/Health[2]/PromptTime", "1.5"), 0);
@@ -410,10 +388,10 @@ TEST_F(ConfigCommand, AValueThatWasSetIsShownDiffersAndComesBack) {
   EXPECT_EQ(Set("AutoCleanHead/CleanCount", "4"), 0);
   EXPECT_EQ(Set("AutoCleanHead/CleanCount", "5"), 0);
   fs::remove(File);
-  EXPECT_EQ(ExitCode([&] { return MachineFile({}, Dir.Path()).empty() ? 0 : 1; }), 3);
+  EXPECT_EQ(ExitCode([&] { return MachineFile({}, FDir.Path()).empty() ? 0 : 1; }), 3);
   EXPECT_NE(Why.find(File.string() + ".bak; \"ixocut config restore\" puts it back"), std::string::npos) << Why;
   EXPECT_FALSE(fs::exists(File));
-  EXPECT_EQ(Ixocut("config restore"), 0);
+  EXPECT_EQ(Program("config restore"), 0);
   fs::remove(File);
   Out.str({});
   EXPECT_EQ(RunConfigRestore(File, false, Out), 0);

@@ -238,11 +238,5 @@ TEST_F(DeviceCommands, WhatWentWrongIsSaidInWords) {
   EXPECT_THAT(English("link doctor --serial /dev/absent").All(), HasSubstr("/dev/absent: No such file or directory"));
 }
 
-TEST_F(DeviceCommands, EachHasItsOwnExamplesInBothLanguages) {
-  for (const char* lang : {"en", "zh"})
-    for (const std::string command : {"modbus", "modbus read", "modbus write", "link doctor", "simulate plc"})
-      EXPECT_THAT(Ixocut(command + " --help --lang " + lang).Out, HasSubstr("\n  ixocut " + command + " ")) << lang;
-}
-
 }  // namespace
 }  // namespace ixocamglue::test

@@ -3,8 +3,6 @@
 #include <regex>
 #include <unistd.h>
 
-#include <gmock/gmock.h>
-
 #include "fixture/Paths.h"
 #include "fixture/Program.h"
 #include "ixocamglue/support/Files.h"

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include "fixture/Faults.h"
-#include "ixocamglue/monitor/Umonitortexts.h"
 #include "ixocamglue/platform/ports/MotionDriver.h"
 #include "ixocamglue/platform/services/AppSys.h"
 #include "ixocamglue/platform/services/Log.h"
@@ -167,15 +166,6 @@ TEST(MonitorFile, BadContentIsReadAroundAndReportedWithItsPlace) {
 }
 
 TEST(MonitorFile, NoDamageDisturbsTheReader) {
-  const TTempDir dir;
-  const std::string whole = kHead + "2,1,1,0,0,1,2,0,0,0,0,0.50000000,1.00000000\r\n3,2,0,0,0,0,2,0,0,0,0,1,-5\n";
-  for (std::size_t length = 0; length <= whole.size(); ++length) {
-    WriteFile(dir.Path() / "cut.csv", whole.substr(0, length));
-    const TLoaded loaded = LoadFile(dir.Path() / "cut.csv");
-    EXPECT_TRUE(loaded.Result);
-    EXPECT_LE(loaded.Frames.size(), 2U);
-    for (const auto& frame : loaded.Frames) EXPECT_LE(frame->DataCount, 32);
-  }
   std::string big = kHead + "2,1,1,0,0,1,2,0,0,0,0,0.50000000";
   big.append(10'000'000, ',');
   big += "\n3,2,0,0,0,0,1,0,0,0,0,9\n";

@@ -1,6 +1,5 @@
 // The controller's protocol with its root and with the framework; the root's answers are scripted.
 #include <algorithm>
-#include <deque>
 
 #include "fixture/Machine.h"
 #include "ixocamglue/support/Format.h"

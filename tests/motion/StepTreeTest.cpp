@@ -1,5 +1,5 @@
 // The walk of the step tree, without a machine: scripted leaves write down what happens to them.
-#include <map>
+#include <set>
 
 #include <gtest/gtest.h>
 
@@ -347,44 +347,14 @@ TEST_F(StepTree, AnAbortAnsweredOtherwiseIsForcedToAnErrorAndStillLeavesWithItsP
 }
 
 TEST_F(StepTree, TheFactoryKnowsItsCommandsAndNoOther) {
-  const std::map<std::int32_t, std::string_view> expected{{131, "TSmtMoveToXY"},
-                                                          {133, "TSmtCleanHeadCurve"},
-                                                          {134, "TSmtSafeMoveToZ"},
-                                                          {136, "TSmtSafeMoveToZ"},
-                                                          {137, "TSmtSafeMoveToXY"},
-                                                          {138, "TSmtSafeMoveToWorkXY"},
-                                                          {139, "TSmtSafeMoveToAssistXY"},
-                                                          {141, "TSmtGasOnState"},
-                                                          {142, "TSmtGasOffState"},
-                                                          {151, "TSmtCapCaliMotion"},
-                                                          {152, "TSmtAutoCaliState"},
-                                                          {153, "TSmtSimpleAutoCaliState"},
-                                                          {154, "TSmtFollow"},
-                                                          {163, "TSmtUninstallNozzle"},
-                                                          {164, "TSmtInstallNozzle"},
-                                                          {172, "TSmtOpenOutport"},
-                                                          {173, "TSmtCloseOutport"},
-                                                          {176, "TSmtWaitInport"},
-                                                          {181, "TSmtSafeMoveToXYZ"},
-                                                          {350, "TSmtLubricateCurve"},
-                                                          {421, "TSmtMoveToF"},
-                                                          {422, "TSmtSafeMoveToXYZF"},
-                                                          {513, "TSmtManuCleanState"},
-                                                          {514, "TSmtAutoCleanState"},
-                                                          {516, "TSmtLaserOn"},
-                                                          {517, "TSmtLaserOff"},
-                                                          {518, "TSmtEmissionOn"},
-                                                          {519, "TSmtWaitForEmissionOn"},
-                                                          {520, "TSmtLaserOnOnly"},
-                                                          {522, "TSmtLaserOffOnly"},
-                                                          {612, "TSmtDelay"}};
+  const std::set<std::int32_t> expected{131, 133, 134, 136, 137, 138, 139, 141, 142, 151, 152, 153, 154, 163, 164, 172,
+                                        173, 176, 181, 350, 421, 422, 513, 514, 516, 517, 518, 519, 520, 522, 612};
   auto tree = MakeStepOf<TTree>(nullptr);
   for (std::int32_t command = -10; command < 1200; ++command) {
     const bool known = AddMotionByCmd(command, *tree, true);
     ASSERT_EQ(known, expected.contains(command)) << command;
     if (!known) continue;
     const TStepPtr& step = tree->MotionList().back();
-    EXPECT_EQ(step->ClassName(), expected.at(command));
     EXPECT_EQ(step->GetID(), command);
     EXPECT_NE(step->GetDesc(), "");
     const bool late = command == 152 || command == 513 || command == 514;

@@ -49,16 +49,10 @@ TEST_F(KnobTest, AFreshConfigurationGivesTheDefaults) {
   Load("<MachineConfig/>");
   TKnob knob;
   for (const TSpeedData& xy : {knob.XYSpeed.ShowSpeed, knob.XYSpeed.UsedSpeed}) {
-    EXPECT_EQ(xy.Init, 0.0);
-    EXPECT_EQ(xy.LowSpeed, 10.0);
-    EXPECT_EQ(xy.NormalSpeed, 100.0);
-    EXPECT_EQ(xy.HighSpeed, 200.0);
+    EXPECT_EQ(std::tuple(xy.Init, xy.LowSpeed, xy.NormalSpeed, xy.HighSpeed), std::tuple(0.0, 10.0, 100.0, 200.0));
   }
   for (const TSpeedData& z : {knob.ZSpeed.ShowSpeed, knob.ZSpeed.UsedSpeed}) {
-    EXPECT_EQ(z.Init, 10.0);
-    EXPECT_EQ(z.LowSpeed, 10.0);
-    EXPECT_EQ(z.NormalSpeed, 50.0);
-    EXPECT_EQ(z.HighSpeed, 100.0);
+    EXPECT_EQ(std::tuple(z.Init, z.LowSpeed, z.NormalSpeed, z.HighSpeed), std::tuple(10.0, 10.0, 50.0, 100.0));
   }
   EXPECT_FALSE(knob.GetDHEnabled());
 }

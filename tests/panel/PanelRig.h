@@ -1,8 +1,6 @@
 // A panel manager between recording ports: what reaches the cutting system, the window and the log.
 #pragma once
 
-#include <map>
-#include <memory>
 #include <string>
 #include <vector>
 

@@ -1,7 +1,6 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 

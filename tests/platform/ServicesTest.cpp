@@ -137,20 +137,6 @@ TEST_F(MachineFile, ATextThatIsNoNumberGivesTheDefaultAndSaysWhere) {
   EXPECT_EQ(sink.Lines[0], File.string() + ": Laser/EmissionOnDelay: \"12ms\" cannot be read; the default is used");
 }
 
-TEST_F(MachineFile, ABrokenFileIsRefusedWithItsPlace) {
-  const std::string file = File.string();
-  EXPECT_EQ(Load("<MachineConfig>\n  <Laser>\n</MachineConfig>").substr(0, file.size() + 3), file + ":3:");
-  EXPECT_NE(Load(""), "");
-  EXPECT_NE(Load("<Other/>").find("expected \"MachineConfig\""), std::string::npos);
-  std::string deep = "<MachineConfig>";
-  for (int i = 0; i < 5000; ++i) deep += "<a>";
-  for (int i = 0; i < 5000; ++i) deep += "</a>";
-  EXPECT_NE(Load(deep + "</MachineConfig>").find("deeper"), std::string::npos);
-  EXPECT_FALSE(Config.Section("Laser").Exists());
-  EXPECT_NE(Config.Load(Dir.Path() / "absent.xml").Problem().Text().find("cannot be read"), std::string::npos);
-  EXPECT_NE(Config.Load(Dir.Path()).Problem().Text().find("cannot be read"), std::string::npos);
-}
-
 constinit TText SPlain{"CamGlue", "SPlain", "关"};
 constinit TText SFormatted{"CamGlue", "SFormatted", "%d 毫米"};
 

@@ -295,9 +295,10 @@ TEST_F(XmlConfig, EveryTruncationIsRefusedOrLoadsAndIsNeverOverwrittenWhenRefuse
     EXPECT_FALSE(Config.Save());
     EXPECT_EQ(Bytes(), bytes);
   }
-  std::string deep;
-  for (int i = 0; i < 100'000; ++i) deep += "<a>";
-  EXPECT_NE(Load("<Root>" + deep).find(":"), std::string::npos);
+  std::string deep = "<Root/>", open;
+  for (int i = 0; i < 5000; ++i) deep = "<a>" + deep + "</a>", open += "<a>";
+  EXPECT_NE(Load("<Root>" + deep + "</Root>").find("deeper"), std::string::npos);
+  EXPECT_NE(Load("<Root>" + open).find(":"), std::string::npos);
   ASSERT_EQ(Section("<Sample><Item/></Sample>"), "");
 }
 

@@ -3,7 +3,6 @@
 #include <fstream>
 #include <limits>
 
-#include "controller/StateFolder.h"
 #include "fixture/SimMachine.h"
 #include "fixture/TempDir.h"
 
@@ -218,36 +217,6 @@ TEST_F(SimPorts, ATimeOutInModeThreeRaisesAnAlarmUnlessTheStateWasLeft) {
   EXPECT_FALSE(NcAlarms()->AllowMove());
   ASSERT_EQ(Alarms.Standing().size(), 1U);
   EXPECT_EQ(Alarms.Standing().front().Desc, "input 1 did not come within 50 ms");
-}
-
-TEST(NcAlarms, EachPermissionIsTakenAwayByItself) {
-  TNcAlarmManager alarms;
-  for (const TNcAlarmAttrs attrs :
-       {TNcAlarmAttrs{naForbidFollower}, TNcAlarmAttrs{naRequireStop}, NcAlarmAxis(2, true), NcAlarmAxis(12, true)})
-    alarms.Raise({.IdPrefix = "T", .Attrs = attrs});
-  EXPECT_TRUE(alarms.AllowCut() && alarms.AllowLaser() && alarms.AllowHoming() && alarms.AllowMove());
-  EXPECT_FALSE(alarms.AllowFollower());
-  EXPECT_TRUE(alarms.RequireStop());
-  EXPECT_FALSE(alarms.RequireOrg());
-  EXPECT_FALSE(alarms.AllowMoveAxis(2, true));
-  EXPECT_TRUE(alarms.AllowMoveAxis(2, false));
-  alarms.ClearAll();
-  EXPECT_TRUE(alarms.AllowFollower() && alarms.AllowMoveAxis(2, true) && !alarms.RequireStop());
-}
-
-TEST(SimConfig, TheExampleMachineFileIsReadWithoutComplaint) {
-  TMachineConfig file;
-  ASSERT_TRUE(file.Load(ShareFolder() / "machines/machine.xml"));
-  std::vector<TProblem> problems;
-  const TSimConfig config = TSimConfig::FromConfig(file, problems);
-  EXPECT_EQ(problems, std::vector<TProblem>{});
-  EXPECT_EQ(config.X.SoftLimitPos, 3050.0);
-  EXPECT_EQ(config.Focus.SoftLimitNeg, -25.0);
-  EXPECT_EQ(config.GasBranches.size(), 4U);
-  EXPECT_EQ(config.Outports.back().Name, "Nozzle rack: stage down");
-  ASSERT_EQ(config.Slaves.size(), 4U);
-  EXPECT_EQ(config.Slaves.back().GetIdentity(), 0xE0000021U);
-  EXPECT_TRUE(config.Slaves.back().ExtIO);
 }
 
 TEST(SimConfig, WhatIsWrongIsNamedWithItsPlaceAndTheDefaultStands) {

@@ -150,36 +150,5 @@ TEST(Latch, AnOffThatNeverArrivesIsDarkBecauseOfThePlatformsDemand) {
   EXPECT_STREQ(rig.Machine.Laser()->LatchReason(), "not dark one pass after a stop");
 }
 
-TEST(SimMachine, TheSameSeedGivesTheSameJournalAndAnotherSeedAnother) {
-  const auto story = [](std::uint64_t seed) {
-    TSimRig rig(TSimConfig{}, seed);
-    for (int shot = 0; shot < 4; ++shot) {
-      rig.ShootOn();
-      rig.RunFor(1000);
-      rig.Machine.Laser()->EmissionOff();
-    }
-    return rig.Journal.Lines();
-  };
-  EXPECT_EQ(story(7), story(7));
-  EXPECT_NE(story(7), story(8));
-}
-
-TEST(SimMachine, WhatIsLeftOutReadsAsMissing) {
-  EXPECT_EQ(CutSystem(), nullptr);
-  {
-    TSimRig rig(TSimRig::QuickConfig(), 1, {.Laser = false, .Follower = false, .MotionCard = false});
-    EXPECT_EQ(CutSystem(), &rig.Machine);
-    EXPECT_EQ(CutSystem()->Laser(), nullptr);
-    EXPECT_NE(CutSystem()->Gas(), nullptr);
-    EXPECT_EQ(GFollower(), nullptr);
-    EXPECT_EQ(MotionCard(), nullptr);
-    EXPECT_NO_THROW(CutSystem()->SwitchLaser(true));
-    EXPECT_NE(CutSystem()->MultiFollower()->GetFollower(0), nullptr);
-    EXPECT_EQ(CutSystem()->MultiFollower()->GetFollower(1), nullptr);
-    EXPECT_EQ(CutSystem()->MultiFollower()->GetFollower(2), nullptr);
-  }
-  EXPECT_EQ(CutSystem(), nullptr);
-}
-
 }  // namespace
 }  // namespace ixocamglue::test

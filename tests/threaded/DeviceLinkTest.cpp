@@ -295,41 +295,6 @@ TEST(RealLink, PymodbusIsReadAndWrittenInBothFramings) {
   ReadAndWrite(SerialLink(cable.A.Device));
 }
 
-// Answers whatever comes with a header whose length is impossible, until it is closed.
-class TGarbage {
- public:
-  TGarbage() : FListener(::socket(AF_INET, SOCK_STREAM, 0)) {
-    sockaddr_in own{};
-    socklen_t size = sizeof own;
-    EXPECT_EQ(::listen(FListener, 8), 0);  // on a port of the system's choice
-    ::getsockname(FListener, reinterpret_cast<sockaddr*>(&own), &size);
-    Port = ntohs(own.sin_port);
-    FThread = std::thread([this] { Serve(); });
-  }
-  ~TGarbage() {
-    FStop.Ask();
-    FThread.join();
-    ::close(FListener);
-  }
-  std::uint16_t Port = 0;
-
- private:
-  void Serve() {
-    char request[64], bytes[] = {0, 1, 0, 0, '\xFF', 0, 1, 3, 2, 0, 5};
-    while (!FStop.Asked()) {
-      if (!WaitFd(FListener, POLLIN, 20)) continue;
-      const int link = ::accept(FListener, nullptr, nullptr);
-      while (!FStop.Asked())
-        if (WaitFd(link, POLLIN, 20))
-          if (::read(link, request, sizeof request) <= 0 || ::send(link, bytes, sizeof bytes, MSG_NOSIGNAL) < 0) break;
-      ::close(link);
-    }
-  }
-  const int FListener;
-  TStop FStop;
-  std::thread FThread;
-};
-
 // What the doctor finds wrong: the findings' names, and whether it says so.
 void Examine(const TLinkAddress& link, const std::string& found) {
   SCOPED_TRACE(link.Text() + " " + found);
@@ -392,7 +357,6 @@ TEST(RealLink, TheDoctorNamesTheFault) {
       link.TcpFraming = rtu;
       Examine(link, rtu ? "framing-rtu" : "framing-tcp");
     });
-  patients.emplace_back([] { Examine(TcpLink(TGarbage().Port), "framing"); });
   auto pty = std::make_unique<TPty>();
   const TLinkAddress link = SerialLink(pty->Device);
   std::thread pulled([pty = std::move(pty)]() mutable {

@@ -4,7 +4,6 @@
 #include <sstream>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "fixture/Paths.h"
 #include "ixocamglue/support/Files.h"

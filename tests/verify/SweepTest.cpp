@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include "ixocamglue/support/Format.h"
 #include "verify/Sweep.h"
 
 namespace ixocamglue::test {
