@@ -136,7 +136,7 @@ class TSoakRun {
       if (Now() >= end) {
         FSampler.Note(kCause, "cut");
         FController.Framework().Stop();
-        if (!FController.RunToEnd(kSettleMs)) return Say(Tr("a procedure does not end"));
+        if (!FController.RunToEnd(kSettleMs)) return Say(Tr("the procedure does not end"));
       }
       FController.RunPass();
     }

@@ -343,7 +343,7 @@ TSweepMachine::TSweepMachine() {
   FBytes = bytes.str();
   std::string folder = (std::filesystem::temp_directory_path() / "ixocut-sweep-XXXXXX").string();
   if (!mkdtemp(folder.data()))
-    throw EProblem(pbUnusable, TProblem{.What = Tr("no folder can be made"), .Where = folder});
+    throw EProblem(pbUnusable, TProblem{.What = Tr("the folder cannot be created"), .Where = folder});
   FFolder = folder;
   FFile = FFolder / "machine.xml";
 }

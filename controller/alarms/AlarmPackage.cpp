@@ -36,7 +36,7 @@ void TAlarmPackage::OpenStore(const std::filesystem::path& file, int retentionDa
   FTold = std::move(told);
   TAlarmStoreOptions options;
   options.RetentionDays = retentionDays;
-  options.OnFailed = [this](const TProblem& why, bool held) { StoreFailed(FStoreFile, why, held); };
+  options.OnFailed = [this](const TProblem& why, bool held) { StoreFailed(why, held); };
   options.OnWritten = [this] {
     for (const std::int32_t id : {saFailed, saHeld}) FStoreAlarms.Set(id, false);
   };
@@ -58,17 +58,17 @@ void TAlarmPackage::OpenStore(const std::filesystem::path& file, int retentionDa
   (void)AlarmManager();
 }
 
-void TAlarmPackage::StoreFailed(const std::filesystem::path& file, const TProblem& why, bool held) {
+void TAlarmPackage::StoreFailed(const TProblem& why, bool held) {
   FStoreAlarms.Set(held ? saHeld : saFailed, true, why.Text());
   if (!FTold) return;
   if (held)
     FTold({.What = Tr("another program writes this alarm store; alarms are not stored"),
-           .Where = file.string(),
+           .Where = FStoreFile.string(),
            .Why = why.What,
            .Remedy = Tr("end that program, or name another store")});
   else
     FTold({.What = Tr("alarms cannot be stored; they are kept and tried again every second"),
-           .Where = file.string(),
+           .Where = FStoreFile.string(),
            .Why = why.Why.empty() ? why.What : why.What + ": " + why.Why,
            .Remedy = Tr("make room on the disk, or end the program that holds the file")});
 }
@@ -103,12 +103,12 @@ std::optional<TProblem> TAlarmPackage::Close() {
   AppSys()->Unregister(IID_IAlarmSvcIntf);
   AppSys()->Unregister(IID_IAlarmFactory);
   FStore->Close();  // while the alarms can still be looked up
-  std::optional<TProblem> problem = TellUnstored(FStoreFile);
+  std::optional<TProblem> problem = TellUnstored();
   FStore.reset();
   return problem;
 }
 
-std::optional<TProblem> TAlarmPackage::TellUnstored(const std::filesystem::path& file) {
+std::optional<TProblem> TAlarmPackage::TellUnstored() {
   const std::vector<TAlarmOp> unstored = FStore->Unstored();
   const std::uint64_t count = unstored.size() + FStore->Lost();
   if (count == 0) return std::nullopt;
@@ -122,7 +122,7 @@ std::optional<TProblem> TAlarmPackage::TellUnstored(const std::filesystem::path&
   const TProblem trouble = FStore->Trouble();
   return TProblem{
       .What = Format(Tr("%llu entries of alarms are not in the alarm store"), static_cast<unsigned long long>(count)),
-      .Where = file.string(),
+      .Where = FStoreFile.string(),
       .Why = trouble.What,
       .Remedy = trouble.Remedy};
 }

@@ -57,11 +57,11 @@ class TAlarmPackage {
   [[nodiscard]] bool Settled() const;
 
  private:
-  void StoreFailed(const std::filesystem::path& file, const TProblem& why, bool held);
+  void StoreFailed(const TProblem& why, bool held);
   void StoreSays(std::int32_t id, std::string desc);
   void DrainOnce();
   void Drain();
-  [[nodiscard]] std::optional<TProblem> TellUnstored(const std::filesystem::path& file);
+  [[nodiscard]] std::optional<TProblem> TellUnstored();
 
   IMachineObserver& FJournal;
   TVirtualClock* FClock;  // null: real time, or closed

@@ -328,7 +328,7 @@ const std::vector<TProcedure>& ProcedureTable() {
       Row("wait-emission", 519, TrMark("wait until emission is on, without a limit"), {.NeedsEmission = true}),
       Row("beam-on", 520, TrMark("laser on, emission untouched; dark again when the procedure ends"),
           {.LightsBeam = true, .LeavesBeam = true, .NeedsEmission = true}),
-      Row("beam-off", 522, TrMark("laser off, emission untouched"), {.EndsBeam = true}),
+      Row("beam-off", 522, TrMark("laser off, shutter stays"), {.EndsBeam = true}),
       Row("delay", 612, TrMark("wait"), {},
           {Param("ms", uMs, TrMark("how long"), bdRange(0, kMostMs), 0.0, kAtDelay, Required)}, {30}),
       Made(MakeChange,

@@ -14,20 +14,22 @@ namespace {
 
 constexpr std::size_t kIndent = 2;
 
-// "Output 5 (Extraction)", as the machine file names it.
+// "Output 5 (Extraction)"
 std::string OutputText(std::int32_t port) {
-  std::string text = Format("%s %d", SRowOutput.Get(), port);
-  TMachineConfig* const config = MachineConfig();
-  if (!config) return text;
-  for (const TConfigSection& output : config->Section("Ports").Children("Outport"))
-    if (output.GetInt("Number", 0) == port)
-      if (const std::string name = output.GetText("Name", ""); !name.empty()) return text + " (" + name + ")";
-  return text;
+  const std::string name = OutputName(port);
+  return Format("%s %d", SRowOutput.Get(), port) + (name.empty() ? "" : " (" + name + ")");
 }
 
 std::string Mm(double value) { return Format("%.2f", value); }
 
 }  // namespace
+
+std::string OutputName(std::int32_t port) {
+  if (const TMachineConfig* const config = MachineConfig())
+    for (const TConfigSection& output : config->Section("Ports").Children("Outport"))
+      if (output.GetInt("Number", 0) == port) return output.GetText("Name", "");
+  return {};
+}
 
 std::string WhatIsOn(const TMachineSnapshot& now) {
   std::string on;

@@ -1,4 +1,5 @@
-// What `ixocut run` shows: the line of position and signals while it runs, and the report at its end.
+// What is shown of a run: the line of position and signals while it runs, and the report at its end. In the language of
+// the controller, which still lives; the thread that has made the controller.
 #pragma once
 
 #include <string>
@@ -12,13 +13,14 @@
 
 namespace ixocontroller {
 
-// "X 100.00 Y 50.00 Z 10.00 F 0.00  laser, gas 2 1.50 bar, output 4"; what is off is left out.
+// As the machine file names the output; empty: it does not.
+[[nodiscard]] std::string OutputName(std::int32_t port);
+// "X 100.00 Y 50.00 Z 10.00 F 0.00  Laser, Gas O2 1.50 bar, Output 4 (Nozzle cover)"; what is off is left out.
 [[nodiscard]] std::string StatusText(const TMachineSnapshot& now);
 // What is on, as in StatusText; empty: nothing.
 [[nodiscard]] std::string WhatIsOn(const TMachineSnapshot& now);
 
-// The lines behind the log, in the language of the controller, which still lives: notes, steps, timeline, path, and how
-// it ended.
+// The lines behind the log: notes, steps, timeline, path, and how it ended.
 [[nodiscard]] std::vector<std::string> ReportLines(const TRunReport& report, const TMotionTrace& trace,
                                                    const TMachineSnapshot& last, bool withJournal);
 // The last line: how it ended and when, and of a failure at which step, why and what to do.

@@ -108,7 +108,10 @@ std::string LabelOf(const TSignalRow& row) {
     case sgEmission: return SRowEmission.Get();
     case sgLaser: return SRowLaser.Get();
     case sgGas: return SRowGas.Get();
-    case sgOutput: return Format("%s %d", SRowOutput.Get(), row.Output);
+    case sgOutput: {
+      const std::string name = OutputName(row.Output);
+      return name.empty() ? Format("%s %d", SRowOutput.Get(), row.Output) : name;
+    }
     case sgAiming: return Tr("aiming light");
     case sgGasVolt: break;  // no row
   }

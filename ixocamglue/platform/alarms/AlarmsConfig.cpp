@@ -18,9 +18,9 @@ void TUserAlarmRecord::Publish(TPublisher& p) {
   p.Field("Number", Number, 0, kOptional)
       .Within(bdAtLeast(0))
       .Text(TrMark("Number of the alarm; its identifier is UserDefAlarm# and this number plus 1000"));
-  p.Field("Description", Description, "", kOptional).Text(TrMark("What the operator reads when the alarm stands"));
-  p.Field("Reason", Reason, "", kOptional).Text(TrMark("Why the alarm comes, as the operator reads it"));
-  p.Field("Solution", Solution, "", kOptional).Text(TrMark("What the operator should do about the alarm"));
+  p.Field("Description", Description, "", kOptional).Text(TrMark("What the operator reads when this alarm stands"));
+  p.Field("Reason", Reason, "", kOptional).Text(TrMark("Why this alarm comes, as the operator reads it"));
+  p.Field("Solution", Solution, "", kOptional).Text(TrMark("What the operator should do about this alarm"));
 }
 
 void TGroupAlarmRecord::Publish(TPublisher& p) {
