@@ -5,7 +5,6 @@
 #include <fstream>
 #include <memory>
 #include <optional>
-#include <stdlib.h>
 
 #include "controller/Controller.h"
 #include "controller/gas/GasCalibration.h"
@@ -14,6 +13,7 @@
 #include "ixocamglue/gascal/Ugasadjusttexts.h"
 #include "ixocamglue/gascal/Uzemgasadjuststate.h"
 #include "ixocamglue/motion/Usequence.h"
+#include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/Texts.h"
@@ -54,19 +54,7 @@ const TEntries kOld = {{0, 0}, {7, 10}};
 // A folder with the two files as they are before each run.
 class TFiles {
  public:
-  TFiles() {
-    std::string name = (fs::temp_directory_path() / "ixocut-sweep-XXXXXX").string();
-    if (!mkdtemp(name.data())) throw EProblem(pbUnusable, Tr("no temporary folder for the sweep can be made"));
-    FFolder = name;
-  }
-  ~TFiles() {
-    std::error_code ignored;
-    fs::remove_all(FFolder, ignored);
-  }
-  TFiles(const TFiles&) = delete;
-  TFiles& operator=(const TFiles&) = delete;
-
-  [[nodiscard]] fs::path Machine() const { return FFolder / "machine.xml"; }
+  [[nodiscard]] fs::path Machine() const { return FFolder.Path() / "machine.xml"; }
   void Reset() const {
     std::string machine = "<MachineConfig><GasBranches>";
     std::string tables = "<GasCalibration>";
@@ -78,11 +66,11 @@ class TFiles {
                        kNozzleMm, kOldTable, gas);
     }
     std::ofstream(Machine()) << machine << "</GasBranches></MachineConfig>";
-    std::ofstream(FFolder / "GasCalibration.config") << tables << "</GasCalibration>";
+    std::ofstream(FFolder.Path() / "GasCalibration.config") << tables << "</GasCalibration>";
   }
 
  private:
-  fs::path FFolder;
+  const TTempFolder FFolder{"ixocut-sweep"};
 };
 
 TEntries EntriesOf(const TDAAdjustTable& table) {

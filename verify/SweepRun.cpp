@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <fstream>
-#include <sstream>
-#include <unistd.h>
 #include <utility>
 
 #include "controller/StateFolder.h"
@@ -334,24 +332,7 @@ std::string TSweepPoint::Text() const {
 
 // --- TSweepMachine ---
 
-TSweepMachine::TSweepMachine() {
-  const std::filesystem::path example = ShareFolder() / "machines" / "machine.xml";
-  std::ifstream in(example, std::ios::binary);
-  std::ostringstream bytes;
-  if (!in || !(bytes << in.rdbuf()))
-    throw EProblem(pbUnusable, TProblem{.What = Tr("the example cannot be read"), .Where = example.string()});
-  FBytes = bytes.str();
-  std::string folder = (std::filesystem::temp_directory_path() / "ixocut-sweep-XXXXXX").string();
-  if (!mkdtemp(folder.data()))
-    throw EProblem(pbUnusable, TProblem{.What = Tr("the folder cannot be created"), .Where = folder});
-  FFolder = folder;
-  FFile = FFolder / "machine.xml";
-}
-
-TSweepMachine::~TSweepMachine() {
-  std::error_code ignored;
-  std::filesystem::remove_all(FFolder, ignored);
-}
+TSweepMachine::TSweepMachine() : FBytes(ReadFile(ShareFolder() / "machines" / "machine.xml").OrThrow(pbUnusable)) {}
 
 const std::filesystem::path& TSweepMachine::Fresh() {
   std::error_code missing;

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "ixocamglue/platform/states/NcState.h"
+#include "ixocamglue/support/Files.h"
 #include "verify/SweepCase.h"
 #include "verify/SweepTask.h"
 
@@ -57,15 +58,12 @@ struct TSweepFacts : TSweepVerdict {
 class TSweepMachine {
  public:
   TSweepMachine();  // throws EProblem when the example cannot be read or no folder be made
-  ~TSweepMachine();
-  TSweepMachine(const TSweepMachine&) = delete;
-  TSweepMachine& operator=(const TSweepMachine&) = delete;
   [[nodiscard]] const std::filesystem::path& Fresh();
 
  private:
-  std::string FBytes;
-  std::filesystem::path FFolder;
-  std::filesystem::path FFile;
+  const std::string FBytes;
+  const TTempFolder FFolder{"ixocut-sweep"};
+  const std::filesystem::path FFile = FFolder.Path() / "machine.xml";
   std::filesystem::file_time_type FWritten;
 };
 
