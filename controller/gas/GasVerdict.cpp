@@ -343,13 +343,11 @@ const TGasFinding* FirstBad(const std::vector<TGasFinding>& findings) {
 std::vector<std::string> FindingLines(const std::vector<TGasFinding>& findings) {
   std::vector<std::string> lines;
   for (const TGasFinding& finding : findings) {
-    std::string kind = Tr(finding.Kind);
-    kind.append(kKindWidth - std::min(kKindWidth, DisplayWidth(kind)), ' ');
     lines.push_back(Format("  %s %s %s",
                            finding.Bad     ? "!!"
                            : finding.Doubt ? " ?"
                                            : "ok",
-                           kind.c_str(), finding.Sentence.c_str()));
+                           Padded(Tr(finding.Kind), kKindWidth).c_str(), finding.Sentence.c_str()));
   }
   return lines;
 }

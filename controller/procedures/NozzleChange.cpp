@@ -5,11 +5,11 @@
 #include <vector>
 
 #include "controller/procedures/ProcedureTexts.h"
+#include "ixocamglue/config/Libmachinecfg.h"
 #include "ixocamglue/config/Uassistconfig.h"
 #include "ixocamglue/motion/Umotionchecks.h"
 #include "ixocamglue/motion/Usequence.h"
 #include "ixocamglue/motion/Ustatemotion.h"
-#include "ixocamglue/platform/xml/MachineConfig.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/Texts.h"
@@ -46,15 +46,6 @@ TSequenceItem Wait(const TRackMove& move, std::int32_t switched) {
             wait.FWaitTime = kMoveLimitMs;
             wait.FInportLogic = level;
           }};
-}
-
-// As the machine file names it; empty: it does not.
-std::string InputName(std::int32_t port) {
-  TMachineConfig* const config = MachineConfig();
-  if (!config) return {};
-  for (const TConfigSection& input : config->Section("Ports").Children("Inport"))
-    if (input.GetInt("Number", 0) == port) return input.GetText("Name", "");
-  return {};
 }
 
 TSequenceItem Check(const TRackMove& move) {
@@ -134,7 +125,7 @@ TStepType TSmtInputCheck::DoMotion(std::int32_t) {
   input.Port = FPort;
   input.Level = FLevel ? 1 : 0;
   const bool met = InputIsMet(input);
-  const std::string name = met ? "" : InputName(FPort);
+  const std::string name = met ? "" : PortName("Inport", FPort);
   TPreCheck check(*this);
   check.Require(met || name.empty(), SNamedInputNotMet, name.c_str(), FPort).Require(met, SInputNotMet, FPort);
   if (!check) return Fail();

@@ -5,7 +5,6 @@
 
 #include "controller/HostTexts.h"
 #include "ixocamglue/config/Libmachinecfg.h"
-#include "ixocamglue/platform/xml/MachineConfig.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
 
@@ -16,20 +15,13 @@ constexpr std::size_t kIndent = 2;
 
 // "Output 5 (Extraction)"
 std::string OutputText(std::int32_t port) {
-  const std::string name = OutputName(port);
+  const std::string name = PortName("Outport", port);
   return Format("%s %d", SRowOutput.Get(), port) + (name.empty() ? "" : " (" + name + ")");
 }
 
 std::string Mm(double value) { return Format("%.2f", value); }
 
 }  // namespace
-
-std::string OutputName(std::int32_t port) {
-  if (const TMachineConfig* const config = MachineConfig())
-    for (const TConfigSection& output : config->Section("Ports").Children("Outport"))
-      if (output.GetInt("Number", 0) == port) return output.GetText("Name", "");
-  return {};
-}
 
 std::string WhatIsOn(const TMachineSnapshot& now) {
   std::string on;

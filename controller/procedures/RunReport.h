@@ -13,8 +13,6 @@
 
 namespace ixocontroller {
 
-// As the machine file names the output; empty: it does not.
-[[nodiscard]] std::string OutputName(std::int32_t port);
 // "X 100.00 Y 50.00 Z 10.00 F 0.00  Laser, Gas O2 1.50 bar, Output 4 (Nozzle cover)"; what is off is left out.
 [[nodiscard]] std::string StatusText(const TMachineSnapshot& now);
 // What is on, as in StatusText; empty: nothing.

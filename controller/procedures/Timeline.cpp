@@ -14,12 +14,6 @@ namespace {
 constexpr std::size_t kMarks = 4;  // numbers on the scale, beside the one at its end
 constexpr std::string_view kOn = "█", kPart = "▄", kOff = "·";
 
-std::string Padded(std::string text, std::size_t width) {
-  const std::size_t shown = DisplayWidth(text);
-  if (shown < width) text.append(width - shown, ' ');
-  return text;
-}
-
 }  // namespace
 
 std::size_t DisplayWidth(std::string_view text) {
@@ -30,6 +24,12 @@ std::size_t DisplayWidth(std::string_view text) {
     width += byte >= 0xE3 && byte < 0xF0 ? 2 : 1;  // U+3000 and up, the Chinese ones
   }
   return width;
+}
+
+std::string Padded(std::string text, std::size_t width) {
+  const std::size_t shown = DisplayWidth(text);
+  if (shown < width) text.append(width - shown, ' ');
+  return text;
 }
 
 TTimeline::TTimeline(std::span<const TSignal> signals, std::uint64_t startMs, std::uint64_t endMs)

@@ -71,6 +71,13 @@ std::int32_t AskedGasType(std::string_view text) {
   return it == std::end(kGasTypes) ? -1 : it->Value;
 }
 
+std::string PortName(const char* kind, std::int32_t number) {
+  if (const TMachineConfig* const config = MachineConfig())
+    for (const TConfigSection& port : config->Section("Ports").Children(kind))
+      if (port.GetInt("Number", -1) == number) return port.GetText("Name", "");
+  return {};
+}
+
 void TGasTypeDic::Reset() {
   std::vector<std::string> names;
   std::vector<std::string> values;

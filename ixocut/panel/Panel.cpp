@@ -100,11 +100,6 @@ const char* WhoWord(const TKeyReason& reason) {
   return reason.Permits ? Tr("permits") : reason.Blocks ? Tr("REFUSES") : Tr("against it");
 }
 
-std::string Padded(std::string text, std::size_t width) {
-  const std::size_t shown = DisplayWidth(text);
-  return shown < width ? text.append(width - shown, ' ') : text;
-}
-
 void PrintWhy(TKeyCode key, const TKeyWhy& why, std::ostream& out) {
   out << Format(Tr("%s, command %d: %s"), std::string(KeyName(key)).c_str(), why.Command, why.Conclusion.c_str())
       << '\n';

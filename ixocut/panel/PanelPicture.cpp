@@ -1,6 +1,7 @@
 #include "ixocut/panel/PanelPicture.h"
 
 #include <array>
+#include <utility>
 
 #include "controller/panel/PanelNames.h"
 #include "controller/procedures/Timeline.h"
@@ -53,9 +54,7 @@ std::vector<std::string> DrawPanel(TKeyMask leds, bool hints, std::size_t column
     std::string text = (leds & KeyBit(key)) != 0 ? "●" : "○";
     text += std::string(" ") + ShownKey(key);
     if (hints) text += " " + TerminalHint(key);
-    const std::size_t width = DisplayWidth(text);
-    if (i % columns + 1 < columns && width < cellWidth) text.append(cellWidth - width, ' ');
-    lines.back() += text;
+    lines.back() += i % columns + 1 < columns ? Padded(std::move(text), cellWidth) : text;
   }
   return lines;
 }

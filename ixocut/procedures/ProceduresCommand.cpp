@@ -31,11 +31,11 @@ void Print(std::ostream& out, const TProcedure& row, const TMachineBounds& machi
   for (const TMotionParam& param : row.Params) {
     std::string range = param.At.Kind == pkSwitch ? "true, false" : ParamLimits(row, param, machine).Text();
     if (const std::string unit = UnitText(param.Unit); !unit.empty()) range += " " + unit;
-    std::string def = param.Need == TMotionParam::Required ? Tr("needed")
-                      : std::isnan(param.Default)          ? "-"
-                                                           : ParamText(param, param.Default);
-    if (const std::size_t width = DisplayWidth(def); width < kDefaultWidth) def.append(kDefaultWidth - width, ' ');
-    out << Format("        --%-15s %-26s %s %s\n", param.Name, range.c_str(), def.c_str(), Tr(param.Summary));
+    const std::string def = param.Need == TMotionParam::Required ? Tr("needed")
+                            : std::isnan(param.Default)          ? "-"
+                                                                 : ParamText(param, param.Default);
+    out << Format("        --%-15s %-26s %s %s\n", param.Name, range.c_str(), Padded(def, kDefaultWidth).c_str(),
+                  Tr(param.Summary));
   }
 }
 

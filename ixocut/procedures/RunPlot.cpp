@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "controller/HostTexts.h"
+#include "ixocamglue/config/Libmachinecfg.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocut/Plot.h"
@@ -109,7 +110,7 @@ std::string LabelOf(const TSignalRow& row) {
     case sgLaser: return SRowLaser.Get();
     case sgGas: return SRowGas.Get();
     case sgOutput: {
-      const std::string name = OutputName(row.Output);
+      const std::string name = PortName("Outport", row.Output);
       return name.empty() ? Format("%s %d", SRowOutput.Get(), row.Output) : name;
     }
     case sgAiming: return Tr("aiming light");

@@ -370,9 +370,12 @@ void TAlarmStore::CommitLocked(TNews& news) {
         PutBack(ops);
         continue;
       }
-      for (const TAlarmOp& op : ops)
-        if (!op.Told && op.Kind <= TAlarmOp::TKind::Clear)
-          news.Fates.push_back({op.Serial, op.Kind == TAlarmOp::TKind::Clear, true});
+      for (const TAlarmOp& op : ops) {
+        const bool cleared = op.Kind == TAlarmOp::TKind::Clear;
+        if (cleared) FByHand.erase(op.Serial);
+        if (!op.Told && (cleared || op.Kind == TAlarmOp::TKind::Raise))
+          news.Fates.push_back({op.Serial, cleared, true});
+      }
     }
   } catch (...) {
     PutBack(ops);
