@@ -60,8 +60,8 @@ class TZemGasAdjustModel {
   // there is no such table, it has no entries or cannot be used (see TGasCaliConfig::CheckTable), or a file cannot be
   // read or saved; without a word there while a calibration runs. The configuration then has what it had.
   TResult<> LoadGasData(std::int32_t gasType, std::string_view nozzType, double nozzSize);
-  // Stores the branch's present table, when it has entries, under the present nozzle. A problem, which the caller tells,
-  // when the file cannot be saved. Gas types 4 to 6 have no stored tables.
+  // Stores the branch's present table, when it has entries, under the present nozzle. A problem, which the caller
+  // tells, when the file cannot be saved. Gas types 4 to 6 have no stored tables.
   TResult<> BackupCaliInfo(std::int32_t gasType);
   [[nodiscard]] double GetMaxPress(std::int32_t gasType) const;  // the largest of the branch's table; 0 without
 
