@@ -5,6 +5,7 @@
 
 #include "controller/HostTexts.h"
 #include "ixocamglue/config/Libmachinecfg.h"
+#include "ixocamglue/platform/services/LocaleManager.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
 
@@ -84,11 +85,11 @@ nlohmann::ordered_json ReportJson(const TRunReport& report, const TMotionTrace& 
                      {"number", step.Number},
                      {"count", step.Count},
                      {"command", step.Command},
-                     {"description", step.Desc},
+                     {"description", Retold(step.Desc)},
                      {"startMs", step.From - report.StartMs},
                      {"durationMs", step.To - step.From}});
   return {{"outcome", report.End.Name},
-          {"words", report.End.Words},
+          {"words", Retold(report.End.Words)},
           {"durationMs", report.DurationMs},
           {"dark", report.Dark},
           {"collisions", report.Collisions},

@@ -43,7 +43,7 @@ nlohmann::ordered_json StepJson(std::uint64_t run, std::uint64_t startMs, const 
           {"number", step.Number},
           {"count", step.Count},
           {"command", step.Command},
-          {"description", step.Desc},
+          {"description", Retold(step.Desc)},
           {"startMs", step.From - std::min(startMs, step.From)}};
 }
 
@@ -79,11 +79,13 @@ nlohmann::ordered_json RunHeadJson(const TRunRecord& record) {
   json["success"] = record.Report.Success();
   json["durationMs"] = record.Report.DurationMs;
   json["lang"] = record.Language;
-  json["words"] = record.Report.End.Words;
+  json["words"] = Retold(record.Report.End.Words);
   json["problem"] = nullptr;
   if (const auto& problem = record.Report.Problem)
-    json["problem"] = {
-        {"what", problem->What}, {"where", problem->Where}, {"why", problem->Why}, {"remedy", problem->Remedy}};
+    json["problem"] = {{"what", Retold(problem->What)},
+                       {"where", problem->Where},
+                       {"why", Retold(problem->Why)},
+                       {"remedy", Retold(problem->Remedy)}};
   return json;
 }
 

@@ -3,6 +3,7 @@
 #include "controller/gas/GasDescent.h"
 #include "controller/service/RealTime.h"
 #include "ixocamglue/platform/ports/CutStates.h"
+#include "ixocamglue/platform/services/LocaleManager.h"
 
 namespace ixocontroller {
 
@@ -61,8 +62,10 @@ nlohmann::ordered_json StatusJson(const TStatus& status) {
   if (status.Run != 0) {
     auto path = nlohmann::ordered_json::array();
     for (const TStepPlace& step : status.Path)
-      path.push_back(
-          {{"number", step.Number}, {"count", step.Count}, {"command", step.Command}, {"description", step.Desc}});
+      path.push_back({{"number", step.Number},
+                      {"count", step.Count},
+                      {"command", step.Command},
+                      {"description", Retold(step.Desc)}});
     nlohmann::ordered_json run{{"id", status.Run},      {"procedure", status.Procedure}, {"startedBy", status.Starter},
                                {"runMs", status.RunMs}, {"path", std::move(path)},       {"nobodyAttendsMs", nullptr}};
     if (status.NobodyMs) run["nobodyAttendsMs"] = *status.NobodyMs;
