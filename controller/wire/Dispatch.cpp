@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "controller/service/RealTime.h"
+#include "ixocamglue/platform/services/LocaleManager.h"
 #include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
@@ -59,7 +60,7 @@ TWireDispatch::TWireDispatch(TApi& api, TService& service, TDispatchOptions opti
 
 void TWireDispatch::Serve(const TPeer& peer, TWireRequest request, TReplies replies) {
   TAsked asked{.Peer = peer, .Request = {}};
-  asked.Request.Language = LanguageOf(request.AcceptLanguage, FService.Options().Controller.Language);
+  asked.Request.Language = RequestLanguage(request.AcceptLanguage);
   const TLanguageScope scope(asked.Request.Language);
   std::optional<TWireReply> refused = Check(request, asked);
   if (IsCommand(request.Method)) {

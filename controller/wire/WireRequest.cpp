@@ -169,29 +169,4 @@ std::optional<TWireReply> ReadBody(const TWireRequest& request, TApiRequest& int
   return Refuse(400, {.What = Tr("the body is no valid JSON"), .Where = problem.Where, .Why = problem.What});
 }
 
-std::string LanguageOf(std::string_view acceptLanguage, std::string_view otherwise) {
-  std::string best(otherwise);
-  double most = 0;
-  while (!acceptLanguage.empty()) {
-    std::string_view item = NextOf(acceptLanguage, ',');
-    const std::string_view tag = NextOf(item, ';');
-    double weight = 1;
-    while (!item.empty()) {
-      const std::string_view part = NextOf(item, ';');
-      if (part.starts_with("q=")) weight = ParseExactly<double>(part.substr(2)).value_or(0);
-    }
-    const std::string_view language = tag.substr(0, tag.find('-'));
-    for (const char* const known : {"zh", "en"})
-      if (SameFolded(language, known) && weight > most) {
-        best = known;
-        most = weight;
-      }
-    if (language == "*" && weight > most) {
-      best = otherwise;
-      most = weight;
-    }
-  }
-  return best;
-}
-
 }  // namespace ixocontroller

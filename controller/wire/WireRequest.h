@@ -55,7 +55,4 @@ class TWireHosts {
 [[nodiscard]] std::optional<TWireReply> ReadTarget(std::string_view target, TApiRequest& into);
 [[nodiscard]] std::optional<TWireReply> ReadBody(const TWireRequest& request, TApiRequest& into);
 
-// The one of zh and en that is wanted most; else `otherwise`.
-[[nodiscard]] std::string LanguageOf(std::string_view acceptLanguage, std::string_view otherwise);
-
 }  // namespace ixocontroller
