@@ -116,7 +116,6 @@ class TWireServer::TCore final : public IWireDesk {
   const TWireOptions Options;
   std::uint16_t Port = 0;
   std::string Url;
-  std::function<void(std::uint64_t, bool)> Told;
 
  private:
   struct TListener {
@@ -141,6 +140,7 @@ class TWireServer::TCore final : public IWireDesk {
   void Tick();
   [[nodiscard]] TWireHosts HostsOf() const;
 
+  TService& FService;
   asio::io_context FContext{1};
   const std::shared_ptr<TWirePostbox> FPostbox = std::make_shared<TWirePostbox>(FContext);
   const std::shared_ptr<std::atomic<bool>> FPumpAsked = std::make_shared<std::atomic<bool>>(false);
@@ -158,7 +158,7 @@ class TWireServer::TCore final : public IWireDesk {
 };
 
 TWireServer::TCore::TCore(TApi& api, TService& service, TWireOptions options)
-    : Options(std::move(options)), FHub(service.Events()) {
+    : Options(std::move(options)), FService(service), FHub(service.Events()) {
   if (!IsLoopback(Options.Address) && !Options.Insecure)
     throw EProblem(pbRequest, {.What = Format(Tr("the controller does not listen on %s"), Options.Address.c_str()),
                                .Where = "--address",
@@ -241,7 +241,7 @@ void TWireServer::TCore::Welcome(TOwnFd fd, const sockaddr_storage& address) {
   if (!peer.IsUnix()) SetUpTcp(fd.Get(), peer.IsLocal());
   const auto session = std::make_shared<TWireSession>(*this, FContext, std::move(fd), std::move(peer), Options.Limits);
   FSessions.emplace(FLastSession, session);
-  if (Told) Told(FLastSession, true);
+  FService.Connected(FLastSession);
   session->Start();
 }
 
@@ -319,7 +319,7 @@ void TWireServer::TCore::Ended(TWireSession& session) {
   if (session.Feed()) FHub.Close(session.Feed());
   const std::uint64_t number = session.Peer().Connection;
   FSessions.erase(number);
-  if (Told) Told(number, false);
+  FService.Disconnected(number);
 }
 
 // --- the thread ---
@@ -369,7 +369,6 @@ void TWireServer::TCore::End() {
   FPostbox->Shut();
   FContext.stop();
   if (FThread.joinable()) FThread.join();
-  Told = nullptr;
   while (!FSessions.empty()) FSessions.begin()->second->Close();
   FListeners.clear();
   if (!Options.StateFolder.empty()) RemoveUnix(Options.StateFolder);
@@ -383,6 +382,5 @@ void TWireServer::Start() { FCore->Start(); }
 void TWireServer::End() { FCore->End(); }
 std::uint16_t TWireServer::Port() const { return FCore->Port; }
 std::string TWireServer::Url() const { return FCore->Url; }
-void TWireServer::OnConnection(std::function<void(std::uint64_t, bool)> told) { FCore->Told = std::move(told); }
 
 }  // namespace ixocontroller

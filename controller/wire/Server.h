@@ -46,8 +46,6 @@ class TWireServer {
 
   [[nodiscard]] std::uint16_t Port() const;
   [[nodiscard]] std::string Url() const;  // "http://127.0.0.1:8620"
-  // Told on the wire's thread of every connection that was opened by somebody, and that it is over. Before Start.
-  void OnConnection(std::function<void(std::uint64_t connection, bool open)> told);
 
  private:
   class TCore;

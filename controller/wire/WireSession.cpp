@@ -1,5 +1,6 @@
 #include "controller/wire/WireSession.h"
 
+#include <algorithm>
 #include <optional>
 #include <sys/socket.h>
 #include <utility>
@@ -10,7 +11,6 @@
 #include <boost/asio/write.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/http/parser.hpp>
-#include <boost/beast/http/read.hpp>
 #include <boost/beast/http/string_body.hpp>
 
 #include "controller/service/RealTime.h"
@@ -83,18 +83,15 @@ std::string HeadOf(const TWireReply& reply, bool keepsAlive) {
   return head;
 }
 
-// Of what the parser refuses; nothing: the connection is over.
-std::optional<TWireReply> Malformed(const TWireError& error) {
-  std::optional<TWireReply> reply;
+// Of what the parser refuses.
+TWireReply Malformed(const TWireError& error) {
+  TWireReply reply = Refuse(400, {.What = Tr("the request is no HTTP/1.1")});
   if (error == http::error::body_limit)
     reply = Refuse(413, {.What = Format(Tr("the body is larger than %llu bytes"),
                                         static_cast<unsigned long long>(TWireLimits::kMostBody))});
-  else if (error == http::error::header_limit || error == http::error::buffer_overflow)
+  if (error == http::error::header_limit)
     reply = Refuse(431, {.What = Format(Tr("the request's header is larger than %u bytes"), TWireLimits::kMostHeader)});
-  else if (error.category() == make_error_code(http::error::bad_method).category() &&
-           error != http::error::end_of_stream && error != http::error::partial_message)
-    reply = Refuse(400, {.What = Tr("the request is no HTTP/1.1")});
-  if (reply) reply->Close = true;
+  reply.Close = true;
   return reply;
 }
 
@@ -124,7 +121,7 @@ struct TWireSession::TParts {
   }
 
   void ReadSome(TWireSession& self);
-  void HaveRead(TWireSession& self, const TWireError& error);
+  void Parse(TWireSession& self);
   void Asked(TWireSession& self);
   void Next(TWireSession& self);
   void Write(TWireSession& self, void (TParts::*then)(TWireSession&));
@@ -161,31 +158,43 @@ void TWireSession::TParts::Next(TWireSession& self) {
   Parser.emplace();
   Parser->header_limit(TWireLimits::kMostHeader);
   Parser->body_limit(TWireLimits::kMostBody);
-  Enter(Read.size() == 0 ? TWireStage::wsIdle : TWireStage::wsReading);
-  ReadSome(self);
+  Parser->eager(true);
+  Head = false;
+  Enter(TWireStage::wsIdle);
+  if (Read.size() == 0) return ReadSome(self);
+  Parse(self);
 }
 
 void TWireSession::TParts::ReadSome(TWireSession& self) {
   Reading = true;
-  http::async_read_some(Socket, Read, *Parser,
-                        [this, keep = self.shared_from_this()](const TWireError& error, std::size_t) {
-                          Reading = false;
-                          if (!Over) HaveRead(*keep, error);
-                        });
+  const std::size_t most = Parser->is_header_done() ? kReadAhead : kKeptBytes;
+  const auto room = Read.prepare(std::min(most, Read.max_size() - Read.size()));
+  Socket.async_read_some(room, [this, keep = self.shared_from_this()](const TWireError& error, std::size_t bytes) {
+    Reading = false;
+    if (Over) return;
+    if (error) return keep->Close();
+    Read.commit(bytes);
+    // Else it has been answered that it takes too long.
+    if (Stage == TWireStage::wsIdle || Stage == TWireStage::wsReading) Parse(*keep);
+  });
 }
 
-void TWireSession::TParts::HaveRead(TWireSession& self, const TWireError& error) {
-  // It has been answered that it takes too long.
-  if (Stage == TWireStage::wsAnswering || Stage == TWireStage::wsEnding) return;
-  if (error && error != http::error::need_more) {
-    std::optional<TWireReply> reply = Malformed(error);
-    if (!reply) return self.Close();
-    Enter(TWireStage::wsAsked);
-    return self.Answer(std::move(*reply));
-  }
+void TWireSession::TParts::Parse(TWireSession& self) {
   if (Stage == TWireStage::wsIdle) Enter(TWireStage::wsReading);
+  TWireError error;
+  for (std::size_t used = 1; used != 0 && Read.size() != 0 && !error && !Parser->is_done();) {
+    used = Parser->put(Read.data(), error);
+    Read.consume(used);
+  }
+  if (error == http::error::need_more) error = {};
+  // A header for which there is no room in front of its end is one that is too large.
+  if (!error && Read.size() >= Read.max_size()) error = http::error::header_limit;
+  if (error) {
+    Enter(TWireStage::wsAsked);
+    return self.Answer(Malformed(error));
+  }
   if (Parser->is_done()) return Asked(self);
-  if (Parser->is_header_done() && !Writing && Parser->get()[http::field::expect] == "100-continue") {
+  if (Parser->is_header_done() && Parser->get()[http::field::expect] == "100-continue") {
     Parser->get().erase(http::field::expect);
     Out = kContinue;
     return Write(self, &TParts::ReadSome);
@@ -307,6 +316,7 @@ void TWireSession::Watch(std::uint64_t nowMs) {
     case TWireStage::wsAsked: return;
     case TWireStage::wsReading: {
       if (since < my.Limits.RequestMs) return;
+      if (my.Writing) return Close();
       my.Enter(TWireStage::wsAsked);
       TWireReply reply = Refuse(408, {.What = Tr("the request took too long to arrive")});
       reply.Close = true;

@@ -197,9 +197,9 @@ TEST_F(Wire, RefusesWhatIsMalformedOrNotMeantForItAndDoesNothing) {
 
 TEST_F(Wire, StopsForWhoeverIsAtThisMachineWhateverTokenIsShown) {
   for (const char* const path : {"stop", "all-off"}) {
-    EXPECT_EQ(Tcp().Ask(Post(path)).Status, 200) << path;
+    EXPECT_EQ(Tcp().Ask(Post(path)).Status, 202) << path;
     for (int i = 0; i < 15; ++i)
-      EXPECT_EQ(Tcp().Ask(Post(path, "Authorization: Bearer old\r\nIdempotency-Key: same\r\n")).Status, 200) << path;
+      EXPECT_EQ(Tcp().Ask(Post(path, "Authorization: Bearer old\r\nIdempotency-Key: same\r\n")).Status, 202) << path;
     EXPECT_EQ(Tcp().Ask(Post(path, "Origin: http://evil.example\r\n")).Status, 403) << path;
   }
 }
@@ -380,7 +380,7 @@ int Crowd(int port, int idle, int silent, int stops) {
     if (i >= idle) kept.back()->Send(Get("events"));
   }
   for (int i = 0; i < stops; ++i)
-    if (TClient(port).Ask(Post("stop")).Status != 200) return 2;
+    if (TClient(port).Ask(Post("stop")).Status != 202) return 2;
   return 0;
 }
 
