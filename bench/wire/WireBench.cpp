@@ -152,6 +152,12 @@ TFigure Load(int port, const std::function<double()>& cpu) {
     epoll_event event{.events = EPOLLIN, .data = {.ptr = links.back().get()}};
     ::epoll_ctl(poll, EPOLL_CTL_ADD, links.back()->Fd, &event);
   }
+  // The server's thread is there when it has answered.
+  for (const auto& link : links) {
+    if (::send(link->Fd, request.data(), request.size(), MSG_NOSIGNAL) < 0) throw std::runtime_error("not sent");
+    while (!link->Read()) {
+    }
+  }
   const double cpuStart = cpu();
   const double start = Now();
   for (const auto& link : links) ask(*link);
@@ -350,7 +356,11 @@ void MeasureStops(const char* path, int count) {
     answer.push_back((Now() - start) * 1e3);
     WaitFor("the laser is switched off", [&] { return OffMs(journal, fromMs) != 0; });
     device.push_back(static_cast<double>(OffMs(journal, fromMs) - fromMs));
-    WaitFor("standby", [&] { return !controller.Service().Status()->Running; });
+    ::usleep(100'000);  // the status is at most as old
+    WaitFor("standby", [&] {
+      const auto status = controller.Service().Status();
+      return !status->Running && status->Run == 0;
+    });
     if (std::string(path) == "all-off") (void)command.Ask("reset", "{}", lease);
   }
   std::ranges::sort(device);
