@@ -197,7 +197,10 @@ void TService::AllOff(const TAsker& who) {
   std::string cause = Format(Tr("everything was switched off by %s"), who.Name.c_str());
   tryAll([&] { framework.RunNext(&TSafeEnd::StopDevices); })([&] { framework.Stop(cause); })([&] { KeepStill(who); });
   LogMsg(lkError, 0, cause, kSource);
-  Post([this, cause = std::move(cause)] { FRunner.CutOff(cause); });
+  Post([this, cause = std::move(cause)] {
+    FRunner.CutOff(cause);
+    Publish();
+  });
 }
 
 // One alarm, however often it is asked for.
@@ -285,6 +288,7 @@ TResult<> TService::Reset(const TAsker& who) {
   if (FAllOffAlarm.load() == 0) FAllOff.store(false);
   const TLanguageScope own("");
   LogMsg(lkWarning, 0, Format(Tr("reset by %s"), who.Name.c_str()), kSource);
+  Publish();  // who asks next sees it
   return {};
 }
 
