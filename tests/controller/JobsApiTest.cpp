@@ -144,6 +144,10 @@ TEST_F(JobsApi, TheQueueRunsStoredSequencesAndProceduresAndIsHeldAfterARestart) 
   ASSERT_TRUE(Soon([&] { return Queue() == "short done, shot done | held: every job has come to its end"; }))
       << Queue();
   EXPECT_EQ(Get("runs").at("runs").at(0).at("startedBy"), "queue, job 2 (tester)");
+  int questions = 0;
+  for (const TServiceEvent& event : FService->Events().Read(0).Events)
+    questions += event.Kind == evQueue && event.Body().at("event") == "question" ? 1 : 0;
+  EXPECT_EQ(questions, 1);
 
   const TJson third = Ask("POST", "queue", {{"procedure", "shot"}, {"params", {{"ms", 60}}}}).Body;
   EXPECT_EQ(third.at("estimateMs"), Get("runs").at("runs").at(0).at("durationMs"));
