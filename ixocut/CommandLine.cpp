@@ -25,9 +25,10 @@ namespace ixocut {
 namespace {
 
 constexpr TAddCommand kCommands[] = {
-    AddShotCommand,   AddRunCommand,  AddProceduresCommand, AddTreeCommand,   AddSweepCommand,  AddSoakCommand,
-    AddPanelCommand,  AddKnobCommand, AddConfigCommand,     AddInfoCommand,   AddRecordCommand, AddMonitorCommand,
-    AddModbusCommand, AddLinkCommand, AddSimulateCommand,   AddAlarmsCommand, AddGasCommand};
+    AddServeCommand,   AddRunsCommand,       AddQueueCommand, AddStatusCommand,   AddControlCommands, AddShotCommand,
+    AddRunCommand,     AddProceduresCommand, AddTreeCommand,  AddSweepCommand,    AddSoakCommand,     AddPanelCommand,
+    AddKnobCommand,    AddConfigCommand,     AddInfoCommand,  AddAlarmsCommand,   AddGasCommand,      AddRecordCommand,
+    AddMonitorCommand, AddModbusCommand,     AddLinkCommand,  AddSimulateCommand, AddTokenCommand,    AddTourCommand};
 
 constexpr const char* kOwnLanguage = "zh";  // of the texts in the program itself
 std::string GLanguage = kOwnLanguage;       // what --lang is unless it is given; set before the commands are added

@@ -21,6 +21,13 @@ struct TControllerOptions;
 
 namespace ixocut {
 
+// Which running controller a command is for (client/Attach.h).
+struct TAttachOptions {
+  std::string Url;        // empty: the one of the state folder
+  std::string TokenFile;  // empty: IXOCUT_TOKEN
+  bool Local = false;     // none: the command works by itself
+};
+
 struct TControllerSettings {
   std::optional<std::filesystem::path> Machine, State;
   std::string Language = "zh";
@@ -28,6 +35,8 @@ struct TControllerSettings {
   bool Realtime = false;
   bool Saves = false;  // the command saves the machine file
   std::string Db;      // with Realtime the alarm store; empty: none
+
+  TAttachOptions Attach = {};
 
   // The user's machine file. Throws EProblem when it cannot be made.
   [[nodiscard]] std::filesystem::path MachineFile() const;

@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "controller/HostTexts.h"
+#include "controller/procedures/Timeline.h"
 #include "ixocamglue/config/Libmachinecfg.h"
 #include "ixocamglue/platform/services/LocaleManager.h"
 #include "ixocamglue/support/Format.h"
@@ -91,6 +92,7 @@ nlohmann::ordered_json ReportJson(const TRunReport& report, const TMotionTrace& 
   return {{"outcome", report.End.Name},
           {"words", Retold(report.End.Words)},
           {"durationMs", report.DurationMs},
+          {"lengthMs", report.EndMs - report.StartMs},
           {"dark", report.Dark},
           {"collisions", report.Collisions},
           {"path", report.Path},
@@ -107,6 +109,74 @@ nlohmann::ordered_json ReportJson(const TRunReport& report, const TMotionTrace& 
           {"alarms", AlarmsJson(report.Alarms, report.StartMs)},
           {"timeline", report.TimelineJson},
           {"journal", report.Journal}};
+}
+
+namespace {
+
+constexpr const char* kEnds[] = {"success", "no-light", "gas-open", "collision", "stopped",
+                                 "paused",  "alarm",    "error",    "refused",   "unfinished"};
+
+// The spans of a timeline as the changes that they were drawn from.
+std::vector<TSignal> SignalsOf(const nlohmann::ordered_json& rows) {
+  constexpr std::pair<const char*, TSignalKind> kinds[] = {
+      {"state", sgState}, {"emission", sgEmission}, {"laser", sgLaser}, {"gas", sgGas}};
+  std::vector<TSignal> signals;
+  for (const auto& row : rows)
+    for (const auto& [name, kind] : kinds)
+      if (row.at("signal") == name)
+        for (const auto& span : row.at("on")) {
+          signals.push_back({.Ms = span.at(0), .Kind = kind, .On = true});
+          signals.push_back({.Ms = span.at(1), .Kind = kind, .On = false});
+        }
+  std::ranges::stable_sort(signals, {}, &TSignal::Ms);
+  return signals;
+}
+
+}  // namespace
+
+TRunReport ReportFromJson(const nlohmann::ordered_json& json, const nlohmann::ordered_json& problem) try {
+  TRunReport report;
+  const std::string outcome = json.at("outcome");
+  for (const char* const end : kEnds)
+    if (outcome == end) report.End.Name = end;
+  json.at("words").get_to(report.End.Words);
+  json.at("durationMs").get_to(report.DurationMs);
+  json.at("lengthMs").get_to(report.EndMs);
+  json.at("dark").get_to(report.Dark);
+  json.at("collisions").get_to(report.Collisions);
+  json.at("path").get_to(report.Path);
+  json.at("fault").get_to(report.Fault);
+  json.at("cause").get_to(report.Cause);
+  json.at("nextState").get_to(report.NextState);
+  for (const auto& step : json.at("steps")) {
+    const std::uint64_t from = step.at("startMs");
+    report.Steps.push_back({.Level = step.at("level"),
+                            .Number = step.at("number"),
+                            .Count = step.at("count"),
+                            .Command = step.at("command"),
+                            .Desc = step.at("description"),
+                            .From = from,
+                            .To = from + step.at("durationMs").get<std::uint64_t>()});
+  }
+  json.at("notes").get_to(report.Notes);
+  for (const auto& alarm : json.at("alarms"))
+    report.Alarms.push_back({.RaisedMs = alarm.at("atMs"),
+                             .Level = alarm.at("level"),
+                             .Identifier = alarm.at("identifier"),
+                             .Description = alarm.at("description"),
+                             .Code = alarm.at("code"),
+                             .Text = alarm.at("text"),
+                             .Reason = alarm.at("reason"),
+                             .Solution = alarm.at("solution")});
+  report.TimelineJson = json.at("timeline");
+  report.Signals = SignalsOf(report.TimelineJson);
+  report.Timeline = TTimeline(report.Signals, 0, report.EndMs).Draw();
+  json.at("journal").get_to(report.Journal);
+  if (problem.is_object())
+    report.Problem = TProblem{problem.at("what"), problem.at("where"), problem.at("why"), problem.at("remedy")};
+  return report;
+} catch (const nlohmann::json::exception&) {
+  throw EProblem(pbUnusable, Tr("the controller's report of the run cannot be read"));
 }
 
 }  // namespace ixocontroller

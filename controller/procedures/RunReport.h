@@ -25,5 +25,8 @@ namespace ixocontroller {
 [[nodiscard]] std::string ClosingLine(const TRunReport& report);
 [[nodiscard]] nlohmann::ordered_json ReportJson(const TRunReport& report, const TMotionTrace& trace,
                                                 const TMachineSnapshot& last);
+// What ReportJson has made of a report, with the problem that stands beside it (null: none). Times count from 0, the
+// run's start; of the signals those of the timeline. Throws EProblem (pbUnusable) for anything else.
+[[nodiscard]] TRunReport ReportFromJson(const nlohmann::ordered_json& json, const nlohmann::ordered_json& problem);
 
 }  // namespace ixocontroller

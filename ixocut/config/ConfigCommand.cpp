@@ -14,6 +14,7 @@
 #include "ixocut/CommandLine.h"
 #include "ixocut/Document.h"
 #include "ixocut/Machines.h"
+#include "ixocut/client/Attach.h"
 
 namespace ixocut {
 
@@ -216,12 +217,11 @@ int RunConfigRestore(const std::filesystem::path& file, bool json, std::ostream&
 
 namespace {
 
-struct TConfigOptions {
-  std::optional<std::filesystem::path> Machine, State;
+struct TConfigOptions : TControllerSettings {
   std::string File, Other, Path, Value;
   bool All = false;
   TSetting Setting;
-  [[nodiscard]] std::filesystem::path MachinePath() const { return MachineFile(Machine, State); }
+  [[nodiscard]] std::filesystem::path MachinePath() const { return ixocontroller::MachineFile(Machine, State); }
   // The file itself may be gone.
   [[nodiscard]] std::filesystem::path RestorePath() const {
     const std::filesystem::path file = Machine ? *Machine : StateFolder(State) / "machine.xml";
@@ -230,6 +230,62 @@ struct TConfigOptions {
                                                                                                   : MachinePath();
   }
 };
+
+// --- on the controller that runs, which has the file to itself ---
+
+std::string WirePath(const std::string& path) {
+  std::string text = "/api/v1/config";
+  for (std::size_t from = 0; from <= path.size();) {
+    const std::size_t slash = std::min(path.find('/', from), path.size());
+    text += "/" + UrlPart(std::string_view(path).substr(from, slash - from));
+    from = slash + 1;
+  }
+  return text;
+}
+
+int SetThere(const TConfigOptions& options, TWireClient& client, std::ostream& out) {
+  const nlohmann::ordered_json row =
+      client
+          .Ask("PUT", WirePath(options.Path),
+               {{"value", options.Value}, {"version", "*"}, {"force", options.Setting.Force}})
+          .Body;
+  if (options.Setting.Json) {
+    PrintDocument(out, "config set", row);
+    return kExitSuccess;
+  }
+  for (const auto& finding : row.at("wrong"))
+    std::cerr << Format(Tr("set by force: %s: %s"), finding.value("path", "").c_str(),
+                        finding.value("text", "").c_str())
+              << std::endl;
+  out << row.at("path").get<std::string>() << " = " << row.at("value").dump();
+  if (const std::string unit = row.value("unit", ""); !unit.empty()) out << ' ' << unit;
+  if (const std::string text = row.value("text", ""); !text.empty()) out << "  # " << text;
+  if (row.value("inForce", "") == "next start") out << "  " << Tr("(in force from the next start on)");
+  out << '\n';
+  return kExitSuccess;
+}
+
+int Set(TConfigOptions options, std::ostream& out) {
+  const TAttachment attachment(options);
+  if (TWireClient* const client = attachment.Client()) return SetThere(options, *client, out);
+  return RunConfigSet(options.MachinePath(), options.Path, options.Value, options.Setting, out);
+}
+
+int Restore(TConfigOptions options, std::ostream& out) {
+  const TAttachment attachment(options);
+  TWireClient* const client = attachment.Client();
+  if (!client) return RunConfigRestore(options.RestorePath(), options.Setting.Json, out);
+  const nlohmann::ordered_json answer = client->Post("/api/v1/config/restore");
+  const std::string file = answer.at("file"), kept = answer.at("kept");
+  if (options.Setting.Json)
+    PrintDocument(out, "config restore", answer);
+  else
+    out << (kept.empty() ? Format(Tr("%s: is the previous version already; nothing was changed"), file.c_str())
+                         : Format(Tr("%s: the previous version is back; what was replaced is kept as %s"), file.c_str(),
+                                  kept.c_str()))
+        << '\n';
+  return kExitSuccess;
+}
 
 void SetConfigHelp(CLI::App& command, std::vector<const char*> examples) {
   SetHelp(
@@ -279,16 +335,16 @@ void AddConfigCommand(CLI::App& program, TCommandRun& run) {
   file(get, "PATH", options->Path, Tr("The property"));
   AddMachineOptions(*get, options->Machine, options->State);
 
-  CLI::App* const set =
-      command("set", Tr("Set one property and save the file"),
-              {"ixocut config set AutoCleanHead/CleanCount 3",
-               "ixocut config set \"MarkPoints/MarkPoint[2]/CustomDesc\" Loading",
-               "ixocut config set Axes/Axis[1]/SoftLimitPos 3000 --force"},
-              [](auto& o) { return RunConfigSet(o.MachinePath(), o.Path, o.Value, o.Setting, std::cout); });
+  CLI::App* const set = command("set", Tr("Set one property and save the file"),
+                                {"ixocut config set AutoCleanHead/CleanCount 3",
+                                 "ixocut config set \"MarkPoints/MarkPoint[2]/CustomDesc\" Loading",
+                                 "ixocut config set Axes/Axis[1]/SoftLimitPos 3000 --force"},
+                                [](auto& o) { return Set(o, std::cout); });
   file(set, "PATH", options->Path, Tr("The property"));
   file(set, "VALUE", options->Value, Tr("Its new value"));
   set->add_flag("--force", options->Setting.Force, Tr("Also a value that check would name"));
   AddMachineOptions(*set, options->Machine, options->State);
+  AddAttachOptions(*set, options->Attach, true);
 
   CLI::App* const diff = command("diff", Tr("Print the properties in which two machine files differ"),
                                  {"ixocut config diff machine.xml machine.xml.bak"},
@@ -300,11 +356,11 @@ void AddConfigCommand(CLI::App& program, TCommandRun& run) {
           {"ixocut config schema", "ixocut config schema --json"},
           [](auto& o) { return RunConfigSchema(o.Setting.Json, std::cout); });
 
-  CLI::App* const restore =
-      command("restore", Tr("Put the previous version of the machine file back"),
-              {"ixocut config restore", "ixocut config restore --machine machine.xml"},
-              [](auto& o) { return RunConfigRestore(o.RestorePath(), o.Setting.Json, std::cout); });
+  CLI::App* const restore = command("restore", Tr("Put the previous version of the machine file back"),
+                                    {"ixocut config restore", "ixocut config restore --machine machine.xml"},
+                                    [](auto& o) { return Restore(o, std::cout); });
   AddMachineOptions(*restore, options->Machine, options->State);
+  AddAttachOptions(*restore, options->Attach, true);
   SetConfigHelp(*config, {"ixocut config check machine.xml", "ixocut config set AutoCleanHead/CleanCount 3",
                           "ixocut config show NozzleChange --json"});
 }

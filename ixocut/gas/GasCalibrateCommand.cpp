@@ -18,6 +18,7 @@
 #include "controller/procedures/Timeline.h"
 #include "ixocamglue/gascal/Ugasnozzcaliconfig.h"
 #include "ixocamglue/monitor/Umonitorsink.h"
+#include "ixocamglue/platform/xml/FileLayer.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
@@ -26,9 +27,12 @@
 #include "ixocut/ControllerSettings.h"
 #include "ixocut/Document.h"
 #include "ixocut/Machines.h"
+#include "ixocut/OperatorTexts.h"
 #include "ixocut/OutputFile.h"
 #include "ixocut/Plot.h"
 #include "ixocut/Table.h"
+#include "ixocut/client/Attach.h"
+#include "ixocut/client/WireRun.h"
 #include "ixocut/gas/GasCommand.h"
 #include "ixocut/gas/GasPlot.h"
 
@@ -223,10 +227,112 @@ int TCalibrate::Run() {
   return FJob.Calibration().Success() ? kExitSuccess : kExitOtherwise;
 }
 
-int RunCalibrate(const TCalibrateOptions& options, std::ostream& out) {
+// --- on the controller that runs ---
+
+constexpr std::pair<const char*, TGasEnd> kEndNames[] = {
+    {"unfinished", TGasEnd::Unfinished}, {"skipped", TGasEnd::Skipped}, {"failed", TGasEnd::Failed},
+    {"restored", TGasEnd::Restored},     {"unsaved", TGasEnd::Unsaved}, {"stored", TGasEnd::Stored}};
+
+// What the controller tells of a gas, as far as it is shown; as long as `json`.
+TGasResult ResultOf(const nlohmann::ordered_json& json) {
+  TGasResult result;
+  result.Gas = AskedGasType(json.at("gas").get<std::string>());
+  for (const auto& [name, end] : kEndNames)
+    if (json.at("result") == name) result.End = end;
+  json.at("durationMs").get_to(result.DurationMs);
+  if (!json.at("kneeVolt").is_null()) result.Knee = json.at("kneeVolt").get<double>();
+  for (const auto& point : json.at("points"))
+    result.Points.push_back({.Volt = point.at("volt"), .Settled = true, .Press = point.at("bar")});
+  for (const auto& dot : json.at("curve")) result.Curve.push_back({dot.at("volt"), dot.at("bar")});
+  for (const auto& finding : json.at("findings"))
+    result.Findings.push_back({.Kind = finding.at("kind").get_ref<const std::string&>().c_str(),
+                               .Bad = finding.at("bad"),
+                               .Doubt = finding.at("doubt"),
+                               .Sentence = finding.at("text")});
+  return result;
+}
+
+// The samples of the calibration, which only the controller's recording has.
+void AddSamples(const TGasRecording& recording, std::vector<TGasResult>& results) {
+  for (TGasResult& result : results)
+    for (const TRecordedGas& gas : recording.Gases) {
+      if (gas.GasType != result.Gas) continue;
+      result.Points.clear();
+      for (const TRecordedGasPoint& point : gas.Points)
+        if (!point.Descending)
+          result.Points.push_back({.Volt = point.Volt,
+                                   .Settled = point.Settled.has_value(),
+                                   .Foreseen = point.Foreseen,
+                                   .Press = point.Settled.value_or(0.0),
+                                   .Samples = point.Samples});
+    }
+}
+
+int CalibrateThere(const TCalibrateOptions& options, TWireClient& client, std::ostream& out) {
+  if (!options.Faults.empty())
+    throw EProblem(pbRequest, TProblem{.What = Tr("a controller that runs is given no fault for a calibration"),
+                                       .Where = "--fault",
+                                       .Remedy = Tr("--local works on a copy")});
+  auto gases = nlohmann::ordered_json::array();
+  std::string names;
+  for (const std::int32_t gas : AskedGases(options.Gases)) {
+    gases.push_back(GasName(gas));
+    names += (names.empty() ? "" : ", ") + ShownGas(gas);
+  }
+  const nlohmann::ordered_json body{
+      {"gases", gases},           {"nozzle", options.Nozzle.Type}, {"size", options.Nozzle.Size},
+      {"method", options.Method}, {"keep", options.Keep},          {"descend", options.Descend}};
+  const TOperatorTexts texts("gas calibrate", options.Language);
+  TConsole console(out, options.Json, false);
+  TProgressBar bar(console, !options.Json);
+  console.Say(Show(SGasTitle, names.c_str(), options.Nozzle.Type.c_str(), ValueText(options.Nozzle.Size).c_str()));
+  const TWireRun run = RunOnController(
+      client, {.Path = "/api/v1/gas/calibrate", .Body = body}, console, {}, [&](const nlohmann::ordered_json& event) {
+        if (event.value("event", "") == "progress") {
+          TGasCalibration::TNow now;
+          now.Gas = AskedGasType(event.value("gas", ""));
+          now.Volt = event.value("volt", 0.0);
+          now.Press = event.value("bar", 0.0);
+          bar.Show(event.value("percent", 0.0), now, event.value("ms", std::uint64_t{0}));
+        } else if (const std::string text = event.value("text", ""); !text.empty()) {
+          bar.Clear();
+          console.Say(text);
+        }
+      });
+  bar.Clear();
+  const nlohmann::ordered_json& told = run.Json.at("result");
+  std::vector<TGasResult> results;
+  for (const auto& gas : told.at("gases")) results.push_back(ResultOf(gas));
+  console.Say("");
+  for (const std::string& line : Table(results)) console.Say(line);
+  for (const TGasResult& result : results) {
+    if (result.Findings.empty()) continue;
+    console.Say(Show(SGasVerdict, GasDesc(result.Gas).c_str()));
+    for (const std::string& line : FindingLines(result.Findings)) console.Say(line);
+  }
+  if (!options.Plot.empty() || !options.Record.empty()) {
+    const TTempFolder folder("ixocut-gas");
+    const std::string file = options.Record.empty() ? (folder.Path() / "gas.json").string() : options.Record;
+    const std::string recording = client.Get("/api/v1/gas/recording?run=" + std::to_string(run.Id)).dump(2) + "\n";
+    if (const TReplaced written = ReplaceFile(file, recording, ""); !written.Done)
+      throw EProblem(pbUnusable, written.Problem);
+    if (!options.Record.empty()) console.Say(options.Record);
+    if (!options.Plot.empty()) {
+      AddSamples(ReadGasRecording(file), results);
+      DrawGasCalibration(results, options.Nozzle, options.Plot);
+      console.Say(options.Plot);
+    }
+  }
+  console.Print("gas calibrate", told, run.Report.Problem);
+  return run.Report.Problem ? kExitOtherwise : kExitSuccess;
+}
+
+int RunCalibrate(TCalibrateOptions options, std::ostream& out) {
   (void)AskedGases(options.Gases);  // judged before anything is opened
   if (!options.Plot.empty()) CheckPlotFile("--plot", options.Plot);
   if (!options.Record.empty()) CheckOutputFile("--record", options.Record, IsGasRecording);
+  const TAttachment attachment(options);
+  if (TWireClient* const client = attachment.Client()) return CalibrateThere(options, *client, out);
   TConsole console(out, options.Json, false);
   return TCalibrate(options, console).Run();
 }
@@ -267,6 +373,7 @@ void AddGasCalibrateCommand(CLI::App& gas, TCommandRun& run) {
   command->add_flag("--realtime", options->Realtime, Tr("Run on the real clock; Ctrl-C stops the calibration"));
   AddJsonOption(*command, options->Json);
   AddControllerSettings(*command, *options);
+  AddAttachOptions(*command, options->Attach, true);
   SetHelp(
       *command,
       {.Notes =

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
 
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Nearest.h"
@@ -11,6 +12,7 @@
 #include "ixocut/CommandLine.h"
 #include "ixocut/Document.h"
 #include "ixocut/Machines.h"
+#include "ixocut/client/Attach.h"
 
 namespace ixocut {
 namespace {
@@ -57,6 +59,19 @@ void AddRunSettings(CLI::App& command, TRunSettings& settings) {
   AddJsonOption(command, settings.Json);
   command.add_flag("--trace", settings.Trace, Tr("Show the whole diagnostic channel, in the words of the log"));
   AddControllerSettings(command, settings);
+  AddAttachOptions(command, settings.Attach, true);
+}
+
+nlohmann::ordered_json WireBody(const std::string& procedure, const TParamTexts& texts, const TRunTriggers& triggers) {
+  nlohmann::ordered_json body{{"procedure", procedure}, {"params", texts}};
+  AddTriggers(body, triggers);
+  return body;
+}
+
+void AddTriggers(nlohmann::ordered_json& body, const TRunTriggers& triggers) {
+  if (!triggers.Faults.empty()) body["faults"] = triggers.Faults;
+  if (triggers.StopAt) body["stopAt"] = *triggers.StopAt;
+  if (triggers.AlarmAt) body["alarmAt"] = *triggers.AlarmAt;
 }
 
 std::unique_ptr<TProcedureRun> MakeRun(const TControllerSettings& settings, const TRunTriggers& triggers,

@@ -9,10 +9,15 @@
 #include "controller/procedures/RunReport.h"
 #include "controller/procedures/SequenceFile.h"
 #include "ixocamglue/platform/states/NcParams.h"
+#include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/JsonText.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocut/CommandLine.h"
+#include "ixocut/OperatorTexts.h"
 #include "ixocut/Plot.h"
+#include "ixocut/client/Attach.h"
+#include "ixocut/client/WireRun.h"
 #include "ixocut/procedures/Asked.h"
 #include "ixocut/procedures/RunPlot.h"
 
@@ -31,6 +36,7 @@ struct TRunOptions : TRunSettings {
   std::uint64_t LimitMs = 600'000;
   bool Journal = false;
   bool SaveCalibration = false;
+  bool Detach = false;
 };
 
 // What runs.
@@ -62,19 +68,14 @@ TJob JobOf(const TRunOptions& options, const TMachineLimits& machine) {
 
 // --- while it runs ---
 
-// In virtual time within each ms of the clock, else every few ms on the main thread.
+// Told of each ms of machine time that somebody has looked at.
 class TObserver {
  public:
-  TObserver(TProcedureRun& run, TConsole& console, const TRunOptions& options)
-      : FRun(run),
-        FConsole(console),
-        FQuiet(options.Json),
-        FEveryMs(console.OnTerminal() ? kTerminalEveryMs : kStatusEveryMs) {}
+  TObserver(TConsole& console, const TRunOptions& options)
+      : FConsole(console), FQuiet(options.Json), FEveryMs(console.OnTerminal() ? kTerminalEveryMs : kStatusEveryMs) {}
 
-  void Look(std::uint64_t nowMs) {
-    const TMachineSnapshot now = FRun.Controller().Machine().Snapshot();
-    FTrace.Sample(now);
-    const std::uint64_t begun = FRun.Steps().Begun();
+  // `begun` rises with each step that begins.
+  void Look(std::uint64_t nowMs, const TMachineSnapshot& now, std::uint64_t begun) {
     const bool stepped = begun != FBegun;
     if (stepped) FSteppedMs = nowMs;
     // A step of an hour does not fill the screen.
@@ -87,34 +88,66 @@ class TObserver {
     FShown = std::move(text);
     FConsole.Status(nowMs, FShown);
   }
-  [[nodiscard]] const TMotionTrace& Trace() const { return FTrace; }
 
  private:
-  TProcedureRun& FRun;
   TConsole& FConsole;
   const bool FQuiet;
   const std::uint64_t FEveryMs;
-  TMotionTrace FTrace;
   std::uint64_t FBegun = 0;
   std::uint64_t FShownMs = 0;
   std::uint64_t FSteppedMs = 0;
   std::string FShown;
 };
 
-int Run(const TRunOptions& options, std::ostream& out) {
-  if (!options.Plot.empty()) CheckPlotFile("--plot", options.Plot);
-  const TJob job = JobOf(options, options.Limits());
-  TConsole console(out, options.Json, options.Trace);
+// The report's lines, and the picture where one is wanted; why that could not be drawn is told behind the report.
+struct TShown {
+  std::vector<std::string> Lines;
+  std::optional<EProblem> PlotFailed;
+
+  void Plot(const TRunOptions& options, const TRunReport& report, const TMotionTrace& trace, const std::string& title) {
+    if (options.Plot.empty()) return;
+    try {
+      PlotRun(report, trace, title, options.Plot);
+      Lines.push_back(options.Plot);
+    } catch (const EProblem& e) {
+      PlotFailed = e;
+    }
+  }
+};
+
+int Finish(const TRunOptions& options, TConsole& console, const TShown& shown, nlohmann::ordered_json document,
+           const std::optional<TProblem>& problem) {
+  for (const std::string& line : shown.Lines) console.Say(line);
+  if (options.Json) {
+    document["log"] = console.Log();
+    console.Print("run", document, problem);
+  }
+  if (shown.PlotFailed) throw *shown.PlotFailed;
+  return problem ? kExitOtherwise : kExitSuccess;
+}
+
+nlohmann::ordered_json Document(const TRunOptions& options, const TJob& job) {
   nlohmann::ordered_json document{{"procedure", job.Name}, {"seed", options.Seed}};
   document["calls"] = nlohmann::ordered_json::array();
   for (const TMotionCall& call : job.Calls) document["calls"].push_back(call.Text());
-  std::vector<std::string> lines;
-  std::optional<EProblem> plotFailed;  // told behind the report
+  return document;
+}
+
+int RunHere(const TRunOptions& options, std::ostream& out) {
+  const TJob job = JobOf(options, options.Limits());
+  TConsole console(out, options.Json, options.Trace);
+  nlohmann::ordered_json document = Document(options, job);
+  TShown shown;
   const std::optional<TProblem> problem = [&] {
     const auto run = MakeRun(options, options, console);
     console.Say(job.Title);
-    TObserver observer(*run, console, options);
-    run->OnLook([&](std::uint64_t nowMs) { observer.Look(nowMs); });
+    TMotionTrace trace;
+    TObserver observer(console, options);
+    run->OnLook([&](std::uint64_t nowMs) {
+      const TMachineSnapshot now = run->Controller().Machine().Snapshot();
+      trace.Sample(now);
+      observer.Look(nowMs, now, run->Steps().Begun());
+    });
     const auto make = [&] {
       TStepPtr root = MakeRoot(job.Name, job.Calls);
       if (TNcParams* const params = NcParams(); params && options.SaveCalibration)
@@ -123,25 +156,74 @@ int Run(const TRunOptions& options, std::ostream& out) {
     };
     const TRunReport report = run->Run(make, options.LimitMs);
     const TMachineSnapshot last = run->Controller().Machine().Snapshot();
-    lines = ReportLines(report, observer.Trace(), last, options.Journal);
-    if (options.Json) document.update(ReportJson(report, observer.Trace(), last));
-    if (!options.Plot.empty()) {
-      try {
-        PlotRun(report, observer.Trace(), job.Title, options.Plot);
-        lines.push_back(options.Plot);
-      } catch (const EProblem& e) {
-        plotFailed = e;
-      }
-    }
+    shown.Lines = ReportLines(report, trace, last, options.Journal);
+    if (options.Json) document.update(ReportJson(report, trace, last));
+    shown.Plot(options, report, trace, job.Title);
     return report.Problem;
   }();
-  for (const std::string& line : lines) console.Say(line);
-  if (options.Json) {
-    document["log"] = console.Log();
-    console.Print("run", document, problem);
+  return Finish(options, console, shown, std::move(document), problem);
+}
+
+// What POST runs is given; the controller looks at its own machine.
+nlohmann::ordered_json WireJob(const TRunOptions& options) {
+  if (FindProcedure(options.Name)) return WireBody(options.Name, options.Texts, options);
+  RequireFile(options.Name);
+  const std::string text = ReadFile(std::filesystem::path(options.Name)).OrThrow(pbUnusable);
+  auto file = nlohmann::ordered_json::parse(text, nullptr, false);
+  if (file.is_discarded()) {
+    TProblem problem = JsonProblem(text);
+    problem.Where = options.Name + ":" + problem.Where;
+    throw EProblem(pbRequest, std::move(problem));
   }
-  if (plotFailed) throw *plotFailed;
-  return problem ? kExitOtherwise : kExitSuccess;
+  nlohmann::ordered_json body = nlohmann::ordered_json::object();
+  if (!file.is_object() || !file.contains("commands")) {
+    body["calls"] = std::move(file);
+  } else {
+    body["calls"] = std::move(file["commands"]);
+    if (file.contains("name")) body["name"] = file["name"];
+  }
+  AddTriggers(body, options);
+  return body;
+}
+
+std::string WireTitle(const TRunOptions& options) {
+  std::string title = options.Name;
+  for (const auto& [name, text] : options.Texts) title += " --" + name + " " + text;
+  return title;
+}
+
+// In the controller that runs.
+int RunThere(const TRunOptions& options, TWireClient& client, std::ostream& out) {
+  nlohmann::ordered_json body = WireJob(options);
+  body["limitMs"] = options.LimitMs;
+  if (options.SaveCalibration) body["saveCalibration"] = true;
+  const TOperatorTexts texts("run", options.Language);
+  TConsole console(out, options.Json, options.Trace);
+  console.Say(WireTitle(options));
+  TObserver observer(console, options);
+  const TWireRun run = RunOnController(
+      client, {.Body = body, .Detach = options.Detach}, console,
+      [&](std::uint64_t ms, const TMachineSnapshot& now, std::uint64_t begun) { observer.Look(ms, now, begun); });
+  nlohmann::ordered_json document{{"run", run.Id}};
+  TShown shown;
+  if (options.Detach) {
+    shown.Lines = {Format(Tr("run %llu goes on in the controller"), static_cast<unsigned long long>(run.Id))};
+    return Finish(options, console, shown, std::move(document), {});
+  }
+  if (options.Journal) shown.Lines = run.Report.Journal;
+  for (const auto& line : run.Json.at("lines")) shown.Lines.push_back(line);
+  document.update(run.Json);
+  document.erase("lines");
+  if (!options.Plot.empty()) shown.Plot(options, run.Report, TraceOf(client, run.Id), WireTitle(options));
+  return Finish(options, console, shown, std::move(document), run.Report.Problem);
+}
+
+int Run(TRunOptions options, std::ostream& out) {
+  if (!options.Plot.empty()) CheckPlotFile("--plot", options.Plot);
+  const TAttachment attachment(options);
+  if (TWireClient* const client = attachment.Client()) return RunThere(options, *client, out);
+  if (options.Detach) (void)attachment.Controller();
+  return RunHere(options, out);
 }
 
 // --- the command line ---
@@ -184,6 +266,8 @@ void AddRunCommand(CLI::App& program, TCommandRun& run) {
       ->add_flag("--save-calibration", options->SaveCalibration,
                  Tr("Save the results of height calibrations in the machine file"))
       ->each([options](const std::string&) { options->Saves = true; });
+  command->add_flag("--detach", options->Detach,
+                    Tr("Return once it runs; nobody has to attend it then. Only with a controller that runs"));
   for (const TProcedure* row : Procedures()) AddRow(*command, *row, options);
   SetHelp(
       *command,

@@ -13,6 +13,9 @@
 #include "ixocamglue/motion/Umotiontexts.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocut/CommandLine.h"
+#include "ixocut/OperatorTexts.h"
+#include "ixocut/client/Attach.h"
+#include "ixocut/client/WireRun.h"
 
 namespace ixocut {
 namespace {
@@ -21,26 +24,20 @@ constexpr std::uint64_t kSpareMs = 120'000;  // beyond the beam: emission, the s
 
 }  // namespace
 
-int RunShot(const TShotOptions& options, std::ostream& out) {
-  if (options.Ms > kShotLongestMs) throw EProblem(pbRequest, Tr("a shot of this length is not possible"));
-  TConsole console(out, options.Json, options.Trace);
-  bool execOK = false;
-  std::vector<std::string> lines;  // for the operator, behind the log: the session's end writes its last lines
-  const TRunReport report = [&] {
-    const auto run = MakeRun(options, options, console);
-    console.Say(Show(SShotTitle, SLaserOnTimeDesc.Get(), ShownMs(options.Ms)));
-    const TMotionCall shot{FindProcedure("shot"), {static_cast<double>(options.Ms)}, {}};
-    TRunReport made = run->Run([&] { return MakeRoot("shot", {&shot, 1}); }, options.Ms + kSpareMs);
-    execOK = TCustomMotionState::GetExecOK(TSmtLaserOnTimeState::Cmd, false);
-    lines = made.Notes;
-    std::ranges::move(AlarmLines(made.Alarms, made.StartMs), std::back_inserter(lines));
-    lines.emplace_back();
-    lines.insert(lines.end(), made.Timeline.begin(), made.Timeline.end());
-    lines.emplace_back();
-    if (!made.Problem && !execOK) made.Problem = {.What = Tr("the shot did not end as it was asked for")};
-    lines.push_back(ClosingLine(made));
-    return made;
-  }();
+namespace {
+
+std::vector<std::string> ShotLines(const TRunReport& report) {
+  std::vector<std::string> lines = report.Notes;
+  std::ranges::move(AlarmLines(report.Alarms, report.StartMs), std::back_inserter(lines));
+  lines.emplace_back();
+  lines.insert(lines.end(), report.Timeline.begin(), report.Timeline.end());
+  lines.emplace_back();
+  lines.push_back(ClosingLine(report));
+  return lines;
+}
+
+int Finish(const TShotOptions& options, TConsole& console, const TRunReport& report, bool execOK,
+           const std::vector<std::string>& lines) {
   for (const std::string& line : lines) console.Say(line);
   if (options.Json) {
     console.Print("shot",
@@ -62,6 +59,38 @@ int RunShot(const TShotOptions& options, std::ostream& out) {
                   report.Problem);
   }
   return report.Problem ? kExitOtherwise : kExitSuccess;
+}
+
+int ShootThere(const TShotOptions& options, TWireClient& client, std::ostream& out) {
+  const TOperatorTexts texts("shot", options.Language);
+  TConsole console(out, options.Json, options.Trace);
+  console.Say(Show(SShotTitle, SLaserOnTimeDesc.Get(), ShownMs(options.Ms)));
+  nlohmann::ordered_json body = WireBody("shot", {{"ms", std::to_string(options.Ms)}}, options);
+  body["limitMs"] = options.Ms + kSpareMs;
+  const TRunReport report = RunOnController(client, {.Body = body}, console, {}).Report;
+  return Finish(options, console, report, report.Success(), ShotLines(report));
+}
+
+}  // namespace
+
+int RunShot(TShotOptions options, std::ostream& out) {
+  if (options.Ms > kShotLongestMs) throw EProblem(pbRequest, Tr("a shot of this length is not possible"));
+  const TAttachment attachment(options);
+  if (TWireClient* const client = attachment.Client()) return ShootThere(options, *client, out);
+  TConsole console(out, options.Json, options.Trace);
+  bool execOK = false;
+  std::vector<std::string> lines;  // for the operator, behind the log: the session's end writes its last lines
+  const TRunReport report = [&] {
+    const auto run = MakeRun(options, options, console);
+    console.Say(Show(SShotTitle, SLaserOnTimeDesc.Get(), ShownMs(options.Ms)));
+    const TMotionCall shot{FindProcedure("shot"), {static_cast<double>(options.Ms)}, {}};
+    TRunReport made = run->Run([&] { return MakeRoot("shot", {&shot, 1}); }, options.Ms + kSpareMs);
+    execOK = TCustomMotionState::GetExecOK(TSmtLaserOnTimeState::Cmd, false);
+    if (!made.Problem && !execOK) made.Problem = {.What = Tr("the shot did not end as it was asked for")};
+    lines = ShotLines(made);
+    return made;
+  }();
+  return Finish(options, console, report, execOK, lines);
 }
 
 void AddShotCommand(CLI::App& program, TCommandRun& run) {

@@ -1,0 +1,133 @@
+#include "ixocut/client/Attach.h"
+
+#include <cstdlib>
+#include <iostream>
+
+#include <CLI/CLI.hpp>
+
+#include "controller/StateFolder.h"
+#include "controller/service/ControllerFile.h"
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/SystemError.h"
+#include "ixocamglue/support/Texts.h"
+#include "ixocut/CommandLine.h"
+
+namespace ixocut {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string TokenOf(const TAttachOptions& attach) {
+  if (attach.TokenFile.empty()) {
+    const char* const text = std::getenv("IXOCUT_TOKEN");
+    return text ? text : "";
+  }
+  const TResult<std::string> text = ReadFile(fs::path(attach.TokenFile));
+  if (!text) {
+    TProblem problem = text.Problem();
+    problem.Where = "--token-file " + problem.Where;
+    throw EProblem(pbUnusable, std::move(problem));
+  }
+  return text->substr(0, text->find_first_of(" \t\r\n"));
+}
+
+}  // namespace
+
+void AddAttachOptions(CLI::App& command, TAttachOptions& attach, bool byItself) {
+  CLI::Option* const url =
+      command.add_option("--url", attach.Url, Tr("The controller at this address, http://127.0.0.1:8620 for example"))
+          ->type_name("URL");
+  command.add_option("--token-file", attach.TokenFile, Tr("The file that holds the token (default: IXOCUT_TOKEN)"))
+      ->type_name("FILE");
+  if (byItself)
+    command
+        .add_flag("--local", attach.Local,
+                  Tr("Without a controller that runs; where one holds the files, on a copy that is not kept"))
+        ->excludes(url);
+}
+
+TAttachment::TAttachment(TControllerSettings& settings) {
+  const TAttachOptions& attach = settings.Attach;
+  if (!attach.Url.empty()) {
+    FPlace = attach.Url;
+    FClient = std::make_unique<TWireClient>(TWireAddress::OfUrl(attach.Url), TokenOf(attach), settings.Language);
+    return;
+  }
+  fs::path folder;
+  try {
+    folder = ixocontroller::StateFolder(settings.State);
+  } catch (const EProblem&) {
+    if (!settings.Machine) throw;  // it has a file, and needs no state folder
+    return;
+  }
+  FPlace = folder.string();
+  // A machine file that is named is used as it is, unless it is the state folder's own.
+  std::error_code error;
+  if (settings.Machine && !fs::equivalent(*settings.Machine, folder / "machine.xml", error)) return;
+  const auto place = ixocontroller::FindController(folder);
+  if (!place) return;
+  if (attach.Local) {
+    MakeCopy(settings, folder, place->Process);
+    return;
+  }
+  if (place->Socket.empty() && place->Url.empty()) {
+    FStarting = true;
+    return;
+  }
+  const TWireAddress address =
+      place->Socket.empty() ? TWireAddress::OfUrl(place->Url) : TWireAddress{.Socket = place->Socket, .Host = {}};
+  FClient = std::make_unique<TWireClient>(address, TokenOf(attach), settings.Language);
+}
+
+// What is read there: the machine file and the gas tables. The stores are the controller's that writes them.
+void TAttachment::MakeCopy(TControllerSettings& settings, const fs::path& folder, std::int64_t process) {
+  FCopy.emplace("ixocut-local");
+  for (const char* const name : {"machine.xml", "GasCalibration.config"}) {
+    std::error_code error;
+    if (fs::exists(folder / name, error)) fs::copy_file(folder / name, FCopy->Path() / name, error);
+    if (error)
+      throw EProblem(pbUnusable, TProblem{.What = Tr("the file cannot be copied"),
+                                          .Where = (folder / name).string(),
+                                          .Why = SystemErrorText(error.value())});
+  }
+  settings.State = FCopy->Path();
+  settings.Machine.reset();
+  std::cerr << Format(Tr("A controller (process %lld) has the state folder %s: this works on a copy, and nothing of it "
+                         "is kept."),
+                      static_cast<long long>(process), folder.c_str())
+            << std::endl;
+}
+
+TWireClient& TAttachment::Controller() const {
+  if (FClient) return *FClient;
+  if (FStarting)
+    throw EProblem(pbRefused, TProblem{.What = Tr("the controller is starting, or has no address"), .Where = FPlace});
+  throw EProblem(pbRefused, {.What = Tr("no controller runs"),
+                             .Where = FPlace,
+                             .Remedy = Tr("\"ixocut serve\" starts one; --url names another")});
+}
+
+TClientLease::TClientLease(TWireClient& client, bool takeOver) : FClient(client) {
+  FClient.SetLease(FClient.Post("/api/v1/lease", {{"takeOver", takeOver}}).at("lease").get<std::string>());
+}
+
+TClientLease::~TClientLease() {
+  try {
+    if (FHeld) (void)FClient.Ask("DELETE", "/api/v1/lease");
+  } catch (const std::exception&) {  // it runs out by itself
+  }
+  FClient.SetLease({});
+}
+
+bool TClientLease::Beat() {
+  try {
+    if (FHeld) (void)FClient.Post("/api/v1/lease/heartbeat");
+  } catch (const EProblem& problem) {
+    if (problem.Blame != pbRefused) throw;
+    FHeld = false;
+    FClient.SetLease({});
+  }
+  return FHeld;
+}
+
+}  // namespace ixocut

@@ -1,0 +1,57 @@
+// Whom a command talks to: the one place where that is chosen. A controller that runs for the state folder or the
+// machine file, the one that --url names, or nobody: the command then works by itself, as it does with --local.
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "ixocamglue/support/Files.h"
+#include "ixocut/ControllerSettings.h"
+#include "ixocut/client/WireClient.h"
+
+namespace ixocut {
+
+// --url, --token-file and, where the command can work by itself, --local.
+void AddAttachOptions(CLI::App& command, TAttachOptions& attach, bool byItself);
+
+class TAttachment {
+ public:
+  // With --local, where a controller holds the state folder: `settings` then names a temporary copy of it, which is
+  // said on the error output. Throws EProblem for an address or a token file that is none.
+  explicit TAttachment(TControllerSettings& settings);
+  TAttachment(const TAttachment&) = delete;
+  TAttachment& operator=(const TAttachment&) = delete;
+
+  [[nodiscard]] TWireClient* Client() const { return FClient.get(); }  // null: the command works by itself
+  // Throws EProblem where no controller runs.
+  [[nodiscard]] TWireClient& Controller() const;
+
+ private:
+  void MakeCopy(TControllerSettings& settings, const std::filesystem::path& folder, std::int64_t process);
+
+  bool FStarting = false;
+  std::string FPlace;  // where a controller was looked for
+  std::unique_ptr<TWireClient> FClient;
+  std::optional<TTempFolder> FCopy;
+};
+
+// The lease of control for the life of this object: renewed by Beat, given back. Refused where another has it,
+// unless it is to be taken over.
+class TClientLease {
+ public:
+  TClientLease(TWireClient& client, bool takeOver);
+  ~TClientLease();
+  TClientLease(const TClientLease&) = delete;
+  TClientLease& operator=(const TClientLease&) = delete;
+
+  // At least every second. False: another has taken it.
+  bool Beat();
+
+ private:
+  TWireClient& FClient;
+  bool FHeld = true;
+};
+
+}  // namespace ixocut

@@ -1,0 +1,147 @@
+// `ixocut stop`, `pause`, `continue`, `all-off` and `reset`: one request each to the controller that runs.
+#include <chrono>
+#include <iostream>
+#include <memory>
+#include <thread>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
+#include "ixocut/CommandLine.h"
+#include "ixocut/Document.h"
+#include "ixocut/OperatorTexts.h"
+#include "ixocut/client/Attach.h"
+#include "ixocut/client/StatusView.h"
+
+namespace ixocut {
+namespace {
+
+using TJson = nlohmann::ordered_json;
+
+constexpr auto kEndsWithin = std::chrono::seconds(5);  // what was asked to end, on the real clock
+constexpr auto kRestLookEvery = std::chrono::milliseconds(20);
+
+struct TControlOptions : TControllerSettings {
+  bool Json = false;
+  bool Yes = false;  // continue: nobody is asked
+};
+
+struct TControl {
+  const char* Name;
+  const char* Path;
+  const char* About;
+  const char* Done;  // what is said when it has come to pass
+  bool Lease;
+  bool Ends;  // waits until nothing runs
+};
+
+constexpr TControl kControls[] = {
+    {"stop", "/api/v1/stop", TrMark("Stop what runs"), TrMark("stopped"), false, true},
+    {"pause", "/api/v1/pause", TrMark("Pause what runs, which ends it; continue goes on where that is safe"),
+     TrMark("paused"), true, true},
+    {"all-off", "/api/v1/all-off", TrMark("Stop everything at once and latch the laser, until it is reset"),
+     TrMark("everything is switched off"), false, true},
+    {"reset", "/api/v1/reset", TrMark("End what all-off has latched, when its cause is gone"), TrMark("reset"), true,
+     false},
+};
+
+// The status once nothing runs any more, or the last one when that takes too long.
+TJson WaitForRest(TWireClient& client) {
+  const auto end = std::chrono::steady_clock::now() + kEndsWithin;
+  for (;;) {
+    TJson status = client.Get("/api/v1/status");
+    if (!status.value("running", false) || std::chrono::steady_clock::now() >= end) return status;
+    std::this_thread::sleep_for(kRestLookEvery);
+  }
+}
+
+int Finish(const std::string& command, const TControlOptions& options, const char* done, const TJson& answer,
+           const TJson& status, std::ostream& out) {
+  std::optional<TProblem> problem;
+  if (status.value("running", false)) problem = {.What = Tr("it was asked for, and something runs all the same")};
+  if (options.Json) {
+    PrintDocument(out, command, {{"answer", answer}, {"status", status}}, problem);
+  } else {
+    const TOperatorTexts texts(command.c_str(), options.Language);
+    out << (problem ? problem->Text() : std::string(Tr(done))) << '\n' << StatusLine(status) << '\n';
+  }
+  return problem ? kExitOtherwise : kExitSuccess;
+}
+
+int RunControl(const TControl& control, TControlOptions options, std::ostream& out) {
+  const TAttachment attachment(options);
+  TWireClient& client = attachment.Controller();
+  std::optional<TClientLease> lease;
+  if (control.Lease) lease.emplace(client, true);
+  const TJson answer = client.Post(control.Path);
+  TJson status = control.Ends ? WaitForRest(client) : client.Get("/api/v1/status");
+  return Finish(control.Name, options, control.Done, answer, status, out);
+}
+
+// What continue will do, confirmed by a person.
+bool Confirmed(const TJson& plan, const TControlOptions& options, std::ostream& out) {
+  if (options.Yes) return true;
+  if (options.Json || isatty(STDIN_FILENO) != 1)
+    throw EProblem(pbRequest,
+                   TProblem{.What = Tr("continue asks before anything moves"), .Remedy = Tr("--yes answers")});
+  for (const TJson& line : plan) out << "  " << (line.is_string() ? line.get<std::string>() : line.dump()) << '\n';
+  out << Tr("Do this? (y/n) ") << std::flush;
+  std::string answer;
+  return std::getline(std::cin, answer) && (answer == "y" || answer == "Y");
+}
+
+int RunContinue(TControlOptions options, std::ostream& out) {
+  const TAttachment attachment(options);
+  TWireClient& client = attachment.Controller();
+  const TClientLease lease(client, true);
+  const TWireAnswer offer = client.AskAny("POST", "/api/v1/continue", TJson::object());
+  if (!offer.Body.is_object() || !offer.Body.contains("confirm")) client.Check(offer);
+  TJson answer = offer.Body;
+  if (offer.Status >= 400) {
+    if (!Confirmed(offer.Body.at("again"), options, out)) {
+      out << Tr("nothing was started") << '\n';
+      return kExitOtherwise;
+    }
+    answer = client.Post("/api/v1/continue", {{"confirm", offer.Body.at("confirm")}});
+  }
+  return Finish("continue", options, Tr("it goes on"), answer, TJson::object(), out);
+}
+
+CLI::App* AddOne(CLI::App& program, const char* name, const char* about,
+                 const std::shared_ptr<TControlOptions>& options, const char* notes) {
+  CLI::App* const command = program.add_subcommand(name, Tr(about));
+  AddJsonOption(*command, options->Json);
+  AddAttachOptions(*command, options->Attach, false);
+  AddMachineOptions(*command, options->Machine, options->State);
+  AddLanguageOption(*command, options->Language);
+  const std::string example = std::string("ixocut ") + name, json = example + " --json";
+  SetHelp(*command,
+          {.Notes = notes,
+           .ExitCodes = Tr("0 done, 1 refused or no controller runs, 2 wrong command line, 3 it does not answer"),
+           .Examples = {example.c_str(), json.c_str()}});
+  return command;
+}
+
+}  // namespace
+
+void AddControlCommands(CLI::App& program, TCommandRun& run) {
+  for (const TControl& control : kControls) {
+    const auto options = std::make_shared<TControlOptions>();
+    CLI::App* const command =
+        AddOne(program, control.Name, control.About, options,
+               control.Lease ? Tr("Takes over control from whoever has it.") : Tr("Needs no control of the machine."));
+    command->callback(
+        [&control, options, &run] { run = [&control, options] { return RunControl(control, *options, std::cout); }; });
+  }
+  const auto options = std::make_shared<TControlOptions>();
+  CLI::App* const command = AddOne(program, "continue", TrMark("Go on after a pause or a failure"), options,
+                                   Tr("Only where the procedure can be entered again; what will be done again is shown "
+                                      "first. Takes over control from\nwhoever has it."));
+  command->add_flag("--yes", options->Yes, Tr("Do what would be shown without asking"));
+  command->callback([options, &run] { run = [options] { return RunContinue(*options, std::cout); }; });
+}
+
+}  // namespace ixocut

@@ -1,0 +1,218 @@
+// `ixocut runs` and `ixocut queue`: what has run, and what will.
+#include <iostream>
+#include <memory>
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
+#include "ixocut/CommandLine.h"
+#include "ixocut/Document.h"
+#include "ixocut/Table.h"
+#include "ixocut/client/Attach.h"
+#include "ixocut/procedures/Asked.h"
+
+namespace ixocut {
+namespace {
+
+using TJson = nlohmann::ordered_json;
+using TRows = std::vector<std::vector<std::string>>;
+
+struct TRunsOptions : TControllerSettings {
+  bool Json = false;
+  std::string Name, Answer, Question;
+  std::uint64_t A = 0, B = 0, Limit = 20;
+  std::vector<std::string> Params;
+};
+
+// A member as people read it; empty: there is none.
+std::string Cell(const TJson& json, const char* name) {
+  const auto it = json.find(name);
+  if (it == json.end() || it->is_null()) return "";
+  return it->is_string() ? it->get<std::string>() : it->dump();
+}
+
+std::string SecondsOf(const TJson& json, const char* name) {
+  const auto it = json.find(name);
+  return it != json.end() && it->is_number() ? Format("%.2f s", it->get<double>() / 1000) : std::string();
+}
+
+void Show(const char* command, const TRunsOptions& options, const TJson& answer, const TRows& rows, std::ostream& out) {
+  if (options.Json) return PrintDocument(out, command, answer);
+  for (const std::string& line : DrawTable(rows)) out << line << '\n';
+}
+
+std::vector<std::string> StepRow(const TJson& step, std::vector<std::string> more) {
+  const auto level = step.value("level", std::size_t{0});
+  std::vector<std::string> row{std::string(2 * level, ' ') + Cell(step, "number") + " " + Cell(step, "description")};
+  row.insert(row.end(), more.begin(), more.end());
+  return row;
+}
+
+int ListRuns(const TRunsOptions& options, TWireClient& client, std::ostream& out) {
+  std::string path = Format("/api/v1/runs?limit=%llu", static_cast<unsigned long long>(options.Limit));
+  if (!options.Name.empty()) path += "&name=" + UrlPart(options.Name);
+  const TJson answer = client.Get(path);
+  TRows rows{{Tr("run"), Tr("start"), Tr("time"), Tr("by"), Tr("procedure"), Tr("outcome")}};
+  for (const TJson& run : answer.at("runs"))
+    rows.push_back({Cell(run, "id"), Cell(run, "start"), SecondsOf(run, "durationMs"), Cell(run, "startedBy"),
+                    Cell(run, "procedure"), Cell(run, "outcome")});
+  Show("runs list", options, answer, rows, out);
+  return kExitSuccess;
+}
+
+int ShowRun(const TRunsOptions& options, TWireClient& client, std::ostream& out) {
+  const TJson run = client.Get("/api/v1/runs/" + std::to_string(options.A));
+  TRows rows{{Tr("step"), Tr("start"), Tr("time")}};
+  if (run.contains("steps"))
+    for (const TJson& step : run.at("steps"))
+      rows.push_back(StepRow(step, {SecondsOf(step, "startMs"), SecondsOf(step, "durationMs")}));
+  if (!options.Json) {
+    out << Cell(run, "procedure") << "  " << Cell(run, "params") << "  " << Cell(run, "startedBy") << "  "
+        << Cell(run, "start") << "  " << Cell(run, "outcome") << "  " << SecondsOf(run, "durationMs") << '\n';
+    if (const auto it = run.find("problem"); it != run.end() && it->is_object())
+      out << Cell(*it, "what") << "; " << Cell(*it, "why") << "; " << Cell(*it, "remedy") << '\n';
+  }
+  Show("runs show", options, run, rows, out);
+  return kExitSuccess;
+}
+
+int CompareRuns(const TRunsOptions& options, TWireClient& client, std::ostream& out) {
+  const TJson answer =
+      client.Get(Format("/api/v1/runs/compare?a=%llu&b=%llu", static_cast<unsigned long long>(options.A),
+                        static_cast<unsigned long long>(options.B)));
+  TRows rows{{Tr("step"), std::to_string(options.A), std::to_string(options.B), Tr("difference")}};
+  for (const TJson& step : answer.at("steps"))
+    rows.push_back(StepRow(step, {SecondsOf(step, "aMs"), SecondsOf(step, "bMs"), SecondsOf(step, "differenceMs")}));
+  Show("runs compare", options, answer, rows, out);
+  return kExitSuccess;
+}
+
+// --- the queue ---
+
+int TellQueue(const char* command, const TRunsOptions& options, const TJson& answer, std::ostream& out) {
+  TRows rows{{Tr("job"), Tr("procedure"), Tr("state"), Tr("by"), Tr("question")}};
+  for (const TJson& job : answer.at("jobs"))
+    rows.push_back({Cell(job, "id"), Cell(job, "name"), Cell(job, "state"), Cell(job, "who"), Cell(job, "question")});
+  Show(command, options, answer, rows, out);
+  return kExitSuccess;
+}
+
+int ListQueue(const TRunsOptions& options, TWireClient& client, std::ostream& out) {
+  return TellQueue("queue list", options, client.Get("/api/v1/queue"), out);
+}
+
+int AddToQueue(const TRunsOptions& options, TWireClient& client, std::ostream& out) {
+  TJson body;
+  if (const TProcedure* const row = FindProcedure(options.Name))
+    body = {{"procedure", row->Name}, {"params", ReadParams(*row, options.Params)}};
+  else
+    body = {{"sequence", options.Name}};
+  if (!options.Question.empty()) body["question"] = options.Question;
+  return TellQueue("queue add", options, client.Post("/api/v1/queue", body), out);
+}
+
+int StartQueue(const TRunsOptions& options, TWireClient& client, std::ostream& out) {
+  const TClientLease lease(client, true);
+  return TellQueue("queue start", options, client.Post("/api/v1/queue/start"), out);
+}
+
+int HoldQueue(const TRunsOptions& options, TWireClient& client, std::ostream& out) {
+  return TellQueue("queue hold", options, client.Post("/api/v1/queue/hold"), out);
+}
+
+int RemoveJob(const TRunsOptions& options, TWireClient& client, std::ostream& out) {
+  return TellQueue("queue remove", options, client.Ask("DELETE", "/api/v1/queue/" + std::to_string(options.A)).Body,
+                   out);
+}
+
+int AnswerJob(const TRunsOptions& options, TWireClient& client, std::ostream& out) {
+  const TClientLease lease(client, true);
+  return TellQueue("queue answer", options,
+                   client.Post("/api/v1/queue/" + std::to_string(options.A) + "/answer", {{"answer", options.Answer}}),
+                   out);
+}
+
+using TAction = int (*)(const TRunsOptions&, TWireClient&, std::ostream&);
+
+std::pair<CLI::App*, std::shared_ptr<TRunsOptions>> AddOne(CLI::App& parent, const char* name, const char* about,
+                                                           TAction action, TCommandRun& run,
+                                                           std::vector<const char*> examples) {
+  const auto options = std::make_shared<TRunsOptions>();
+  CLI::App* const command = parent.add_subcommand(name, about);
+  AddJsonOption(*command, options->Json);
+  AddAttachOptions(*command, options->Attach, false);
+  AddMachineOptions(*command, options->Machine, options->State);
+  AddLanguageOption(*command, options->Language);
+  SetHelp(*command,
+          {.Notes = {},
+           .ExitCodes = Tr("0 done, 1 refused or no controller runs, 2 wrong command line, 3 it does not answer"),
+           .Examples = std::move(examples)});
+  command->callback([options, action, &run] {
+    run = [options, action] {
+      const TAttachment attachment(*options);
+      return action(*options, attachment.Controller(), std::cout);
+    };
+  });
+  return {command, options};
+}
+
+}  // namespace
+
+void AddRunsCommand(CLI::App& program, TCommandRun& run) {
+  CLI::App* const runs = program.add_subcommand("runs", Tr("What has run: list, steps, comparison"));
+  runs->require_subcommand(1);
+  SetHelp(*runs, {{}, {}, {"ixocut runs list", "ixocut runs show 12", "ixocut runs compare 11 12"}});
+  const auto number = [](CLI::App& command, const char* name, std::uint64_t& value) {
+    AddNumberOption(command, name, value, 1, std::uint64_t{1} << 53U, "", Tr("The number of the run"))->required();
+  };
+  {
+    const auto [list, options] = AddOne(*runs, "list", Tr("The last runs, the newest first"), &ListRuns, run,
+                                        {"ixocut runs list", "ixocut runs list --name shot --limit 5 --json"});
+    list->add_option("--name", options->Name, Tr("Only this procedure or sequence"))->type_name("NAME");
+    AddNumberOption(*list, "--limit", options->Limit, 1, 1000, "", Tr("At most so many"))->capture_default_str();
+  }
+  {
+    const auto [show, options] =
+        AddOne(*runs, "show", Tr("One run with the times of its steps"), &ShowRun, run, {"ixocut runs show 12"});
+    number(*show, "RUN", options->A);
+  }
+  const auto [compare, options] =
+      AddOne(*runs, "compare", Tr("Two runs step by step"), &CompareRuns, run, {"ixocut runs compare 11 12"});
+  number(*compare, "A", options->A);
+  number(*compare, "B", options->B);
+}
+
+void AddQueueCommand(CLI::App& program, TCommandRun& run) {
+  CLI::App* const queue = program.add_subcommand("queue", Tr("What will run: jobs one after the other"));
+  queue->require_subcommand(1);
+  SetHelp(*queue, {{}, {}, {"ixocut queue add change-nozzle --from 1 --to 2", "ixocut queue start"}});
+  const auto job = [](CLI::App& command, std::uint64_t& value) {
+    AddNumberOption(command, "JOB", value, 1, std::uint64_t{1} << 53U, "", Tr("The number of the job"))->required();
+  };
+  (void)AddOne(*queue, "list", Tr("The jobs"), &ListQueue, run, {"ixocut queue list --json"});
+  {
+    const auto [add, options] =
+        AddOne(*queue, "add", Tr("Add a procedure or a stored sequence"), &AddToQueue, run,
+               {"ixocut queue add shot --ms 500", "ixocut queue add purge --question \"Is the plate in place?\""});
+    add->add_option("NAME", options->Name, Tr("The procedure, or the sequence's name"))->required()->type_name("");
+    add->add_option("--question", options->Question, Tr("What the operator is asked before it runs"))
+        ->type_name("TEXT");
+    add->allow_extras();
+    add->parse_complete_callback([add = add, options = options] { options->Params = add->remaining(); });
+  }
+  (void)AddOne(*queue, "start", Tr("Let the jobs run"), &StartQueue, run, {"ixocut queue start"});
+  (void)AddOne(*queue, "hold", Tr("Start no further job"), &HoldQueue, run, {"ixocut queue hold"});
+  {
+    const auto [remove, options] =
+        AddOne(*queue, "remove", Tr("Take a job out"), &RemoveJob, run, {"ixocut queue remove 3"});
+    job(*remove, options->A);
+  }
+  const auto [answer, options] =
+      AddOne(*queue, "answer", Tr("Answer a job's question"), &AnswerJob, run, {"ixocut queue answer 3 yes"});
+  job(*answer, options->A);
+  answer->add_option("ANSWER", options->Answer, Tr("One of its choices"))->required()->type_name("");
+}
+
+}  // namespace ixocut

@@ -1,0 +1,176 @@
+// `ixocut serve`: the controller that stays up, with its wire, until a signal ends it.
+#include <chrono>
+#include <iostream>
+#include <memory>
+#include <thread>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include "controller/ReloadSignal.h"
+#include "controller/SignalStop.h"
+#include "controller/StateFolder.h"
+#include "controller/api/Api.h"
+#include "controller/config/LiveConfig.h"
+#include "controller/service/ControllerFile.h"
+#include "controller/service/Notifications.h"
+#include "controller/service/Notify.h"
+#include "controller/service/ProcessLog.h"
+#include "controller/wire/Server.h"
+#include "ixocamglue/platform/services/AppSys.h"
+#include "ixocamglue/platform/services/Log.h"
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
+#include "ixocut/CommandLine.h"
+#include "ixocut/Document.h"
+#include "ixocut/Table.h"
+#include "ixocut/client/Attach.h"
+
+namespace ixocut {
+namespace {
+
+constexpr auto kSignalLookEvery = std::chrono::milliseconds(20);
+
+struct TServeOptions : TControllerSettings {
+  std::uint64_t Virtual = 0;  // 0: real time
+  std::uint64_t Port = ixocontroller::kWirePort;
+  std::string Listen = "127.0.0.1";
+  std::vector<std::string> Hosts;
+  bool Insecure = false;
+  bool Json = false;
+};
+
+void Tell(const TServeOptions& options, const ixocontroller::TWireServer& server, const std::string& link,
+          const std::filesystem::path& socket, ixocontroller::TService& service, std::ostream& out) {
+  const std::string machine = service.Options().Controller.MachineFile.string();
+  const std::string state = ixocontroller::StateWord(service.Status()->State);
+  if (options.Json)
+    return PrintDocument(out, "serve",
+                         {{"url", server.Url()},
+                          {"socket", socket.string()},
+                          {"process", ::getpid()},
+                          {"machine", machine},
+                          {"state", state}},
+                         {}, true);
+  std::vector<std::vector<std::string>> rows{
+      {Tr("address"), server.Url()}, {Tr("socket"), socket.string()}, {Tr("machine"), machine}, {Tr("state"), state}};
+  if (!link.empty()) rows.insert(rows.begin() + 1, {Tr("console"), link + Tr("  (good once, for 60 s)")});
+  for (const std::string& line : DrawTable(rows)) out << line << '\n';
+  out << Tr("Software is not the emergency stop.") << std::endl;
+}
+
+// The machine file is read again, at rest, on the interface thread.
+void Reread(ixocontroller::TService& service) {
+  service.Post([&service] {
+    try {
+      ixocontroller::TLiveConfig(*MachineConfig(), service.Options().Controller.Machines).Reread();
+      LogMsg(lkInfo, 0, Tr("the machine file was read again"), "TPHost");
+    } catch (const EProblem& problem) {
+      LogMsg(lkError, 0, problem.Problem.Text(), "TPHost");
+    }
+  });
+}
+
+// Until a signal ends it.
+void WaitForEnd(ixocontroller::TService& service, ixocontroller::TNotify& notify) {
+  bool reread = false;
+  while (!ixocontroller::TSignalStop::Asked()) {
+    std::this_thread::sleep_for(kSignalLookEvery);
+    reread = ixocontroller::TReloadSignal::Take() || reread;
+    if (!reread || service.Status()->Running) continue;
+    reread = false;
+    notify.Reloading();
+    Reread(service);
+    notify.Ready();
+  }
+}
+
+int RunServe(TServeOptions options, std::ostream& out) {
+  namespace ctl = ixocontroller;
+  const std::filesystem::path state = ctl::StateFolder(options.State);
+  const ctl::TSignalStop signals;
+  const ctl::TReloadSignal reload;
+  ctl::TControllerLock lock;
+  lock.Take(state).OrThrow(pbRefused);
+
+  options.Realtime = options.Virtual == 0;
+  options.Saves = true;
+  const auto log = ctl::MakeProcessLog(state);
+  ctl::TControllerOptions controller = options.Options(log.get());
+  controller.AlarmDb = state / "alarms.db";
+  ctl::TService service({.Controller = std::move(controller),
+                         .Speed = options.Realtime ? 1.0 : static_cast<double>(options.Virtual),
+                         .StateFolder = state});
+  ctl::TApi api(service);
+  ctl::TWireServer server(api, service,
+                          {.Address = options.Listen,
+                           .Port = static_cast<std::uint16_t>(options.Port),
+                           .StateFolder = state,
+                           .Hosts = options.Hosts,
+                           .Insecure = options.Insecure,
+                           .OpenApi = ctl::ShareFolder() / "openapi.json",
+                           .Limits = {}});
+  server.OnConnection([&service](std::uint64_t connection, bool open) {
+    if (open)
+      service.Connected(connection);
+    else
+      service.Disconnected(connection);
+  });
+  service.SetAddress(server.Url());
+  service.Start();
+  server.Start();
+  const ctl::TNotifications notifications(service.Events(), state);
+  ctl::TNotify notify(ctl::TNotifyOptions::FromEnvironment(), ctl::BeatsOf(service.Controller()),
+                      [&service] { return std::string(ctl::StateWord(service.Status()->State)); });
+  const std::filesystem::path socket = std::filesystem::absolute(state / ctl::kWireSocket);
+  if (const TResult<> described = lock.Describe(server.Url(), socket.string()); !described)
+    std::cerr << "ixocut serve: " << described.Problem().Text() << std::endl;
+  Tell(options, server,
+       isatty(STDOUT_FILENO) == 1 ? service.Access().Link(service.Access().MakeCode(ctl::roOperator)) : "", socket,
+       service, out);
+  notify.Ready();
+
+  WaitForEnd(service, notify);
+  notify.Stopping();
+  server.End();
+  service.End();
+  lock.Release();
+  return kExitSuccess;
+}
+
+}  // namespace
+
+void AddServeCommand(CLI::App& program, TCommandRun& run) {
+  const auto options = std::make_shared<TServeOptions>();
+  CLI::App* const serve = program.add_subcommand("serve", Tr("Run the controller until it is ended"));
+  CLI::Option* const realtime =
+      serve->add_flag("--realtime", options->Realtime, Tr("Run on the real clock, as without this option"));
+  AddNumberOption(*serve, "--virtual", options->Virtual, 1, 100'000, "",
+                  Tr("Run the machine's clock so many times as fast, 1 to 100000: for demonstrations and tests"))
+      ->excludes(realtime);
+  AddNumberOption(*serve, "--port", options->Port, 0, 0xFFFF, "", Tr("The port; 0 takes a free one"))
+      ->capture_default_str();
+  serve->add_option("--listen", options->Listen, Tr("The address; another than the loopback's needs --insecure"))
+      ->type_name("ADDRESS")
+      ->capture_default_str();
+  serve->add_flag("--insecure", options->Insecure,
+                  Tr("Let other machines in without encryption; none of them has the role service"));
+  serve->add_option("--host", options->Hosts, Tr("A further name that it is asked under; may be given several times"))
+      ->expected(1)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+      ->type_name("NAME");
+  AddJsonOption(*serve, options->Json);
+  AddControllerSettings(*serve, *options);
+  SetHelp(
+      *serve,
+      {.Notes = Tr("All other commands of this state folder then work on this controller. Ctrl-C and SIGTERM end it, "
+                   "dark and in\norder. The link for the console in a browser is shown on a terminal only; "
+                   "\"ixocut console\" makes a new one."),
+       .ExitCodes = Tr("0 it was ended, 1 another controller has the state folder or the machine file, 2 wrong "
+                       "command line,\n3 a file, a device or the port cannot be used"),
+       .Examples = {"ixocut serve", "ixocut serve --port 0 --state /var/lib/ixocut", "ixocut serve --virtual 10"}});
+  serve->callback([options, &run] { run = [options] { return RunServe(*options, std::cout); }; });
+}
+
+}  // namespace ixocut

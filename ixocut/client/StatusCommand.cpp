@@ -1,0 +1,158 @@
+// `ixocut status` and `ixocut watch`: what the controller does now, and from now on.
+#include <chrono>
+#include <iostream>
+#include <memory>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+
+#include "controller/SignalStop.h"
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
+#include "ixocut/CommandLine.h"
+#include "ixocut/Document.h"
+#include "ixocut/OperatorTexts.h"
+#include "ixocut/client/Attach.h"
+#include "ixocut/client/StatusView.h"
+
+namespace ixocut {
+namespace {
+
+using TSteady = std::chrono::steady_clock;
+
+constexpr std::uint32_t kWatchWaitMs = 100;
+constexpr auto kRedrawEvery = std::chrono::milliseconds(100);  // on a terminal
+constexpr auto kLineEvery = std::chrono::seconds(1);           // of signals alone, otherwise
+
+struct TStatusOptions : TControllerSettings {
+  bool Json = false;
+  std::uint64_t ForMs = 0;  // watch: 0, until it is ended
+};
+
+int RunStatus(TStatusOptions options, std::ostream& out) {
+  const TAttachment attachment(options);
+  const auto status = attachment.Controller().Get("/api/v1/status");
+  if (options.Json) {
+    PrintDocument(out, "status", status);
+    return kExitSuccess;
+  }
+  const TOperatorTexts texts("status", options.Language);
+  for (const std::string& line : StatusLines(status)) out << line << '\n';
+  return kExitSuccess;
+}
+
+// One line that is drawn over itself on a terminal, else a line for each change.
+class TWatchView {
+ public:
+  TWatchView(TWireClient& client, bool json, std::ostream& out)
+      : FClient(client), FJson(json), FTerminal(&out == &std::cout && isatty(STDOUT_FILENO) == 1), FOut(out) {
+    FStatus = FClient.Get("/api/v1/status");
+    Show(true);
+  }
+  ~TWatchView() {
+    if (FDrawn) FOut << std::endl;
+  }
+  TWatchView(const TWatchView&) = delete;
+  TWatchView& operator=(const TWatchView&) = delete;
+
+  void Take(const TWireEvent& event) {
+    if (FJson)
+      return PrintDocument(FOut, "watch", {{"id", event.Id}, {"event", event.Name}, {"data", event.Data}}, {}, true);
+    if (event.Name == "signals") {
+      FStatus["signals"] = event.Data.contains("signals") ? event.Data["signals"] : event.Data;
+      FChanged = true;
+    } else if (event.Name == "alarm" || event.Name == "log") {
+      Say(event);
+      FStale = true;
+    } else {
+      FStale = true;
+    }
+  }
+  // What has changed is shown, at most so often.
+  void Show(bool now = false) {
+    if (FJson) return;
+    if (std::exchange(FStale, false)) {
+      FStatus = FClient.Get("/api/v1/status");
+      FChanged = now = true;
+    }
+    const auto at = TSteady::now();
+    if (!now && (!FChanged || at - FShownAt < (FTerminal ? TSteady::duration(kRedrawEvery) : kLineEvery))) return;
+    std::string line = StatusLine(FStatus);
+    if (line == FLine) return;
+    FLine = std::move(line);
+    FShownAt = at;
+    FChanged = false;
+    if (FTerminal) FOut << "\r\033[K";
+    FOut << FLine;
+    if (!FTerminal) FOut << '\n';
+    FOut << std::flush;
+    FDrawn = FTerminal;
+  }
+
+ private:
+  void Say(const TWireEvent& event) {
+    std::string text;
+    for (const char* const name : {"identifier", "code", "change", "text"})
+      if (const auto it = event.Data.find(name); it != event.Data.end() && it->is_string() && !it->empty())
+        text += (text.empty() ? "" : "  ") + it->get<std::string>();
+    if (text.empty()) return;
+    if (FDrawn) FOut << "\r\033[K";
+    FDrawn = false;
+    FLine.clear();
+    FOut << text << '\n' << std::flush;
+  }
+
+  TWireClient& FClient;
+  const bool FJson;
+  const bool FTerminal;
+  std::ostream& FOut;
+  nlohmann::ordered_json FStatus;
+  std::string FLine;
+  TSteady::time_point FShownAt;
+  bool FChanged = true;
+  bool FStale = false;
+  bool FDrawn = false;  // the cursor stands behind a line
+};
+
+int RunWatch(TStatusOptions options, std::ostream& out) {
+  const TAttachment attachment(options);
+  const TOperatorTexts texts("watch", options.Language);
+  const ixocontroller::TSignalStop signals;
+  TWireClient& client = attachment.Controller();
+  TWireEvents events(client);
+  TWatchView view(client, options.Json, out);
+  const auto end = TSteady::now() + std::chrono::milliseconds(options.ForMs);
+  while (!ixocontroller::TSignalStop::Asked() && (options.ForMs == 0 || TSteady::now() < end)) {
+    if (const auto event = events.Next(kWatchWaitMs)) view.Take(*event);
+    if (events.Ended())
+      throw EProblem(pbUnusable, {.What = Tr("the controller has ended"), .Where = client.Address().Text()});
+    view.Show();
+  }
+  return kExitSuccess;
+}
+
+}  // namespace
+
+void AddStatusCommand(CLI::App& program, TCommandRun& run) {
+  const auto add = [&](const char* name, const char* about, auto action, std::vector<const char*> examples) {
+    const auto options = std::make_shared<TStatusOptions>();
+    CLI::App* const command = program.add_subcommand(name, about);
+    AddJsonOption(*command, options->Json);
+    AddAttachOptions(*command, options->Attach, false);
+    AddMachineOptions(*command, options->Machine, options->State);
+    AddLanguageOption(*command, options->Language);
+    SetHelp(*command, {.Notes = {},
+                       .ExitCodes = Tr("0 a controller runs, 1 none runs, 2 wrong command line, 3 it does not answer"),
+                       .Examples = std::move(examples)});
+    command->callback([options, action, &run] { run = [options, action] { return action(*options, std::cout); }; });
+    return std::pair(command, options);
+  };
+  add("status", Tr("What the controller does now"), &RunStatus,
+      {"ixocut status", "ixocut status --json", "ixocut status --url http://127.0.0.1:8620"});
+  const auto [watch, options] = add("watch", Tr("Follow the controller: state, step, positions, signals, alarms"),
+                                    &RunWatch, {"ixocut watch", "ixocut watch --for 60000 --json"});
+  AddNumberOption(*watch, "--for", options->ForMs, 1, 86'400'000, "ms",
+                  Tr("End by itself after this time, 1 to 86400000"));
+}
+
+}  // namespace ixocut

@@ -1,0 +1,119 @@
+#include "ixocut/client/StatusView.h"
+
+#include "controller/procedures/RunReport.h"
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
+#include "ixocut/Table.h"
+
+namespace ixocut {
+namespace {
+
+using TJson = nlohmann::ordered_json;
+
+constexpr const char* kStates[][2] = {{"standby", TrMark("standby")},
+                                      {"procedure", TrMark("procedure")},
+                                      {"gas-calibration", TrMark("gas calibration")},
+                                      {"gas-descent", TrMark("measuring the gas downwards")},
+                                      {"working", TrMark("cutting")},
+                                      {"paused", TrMark("paused")},
+                                      {"return-to-origin", TrMark("return to origin")},
+                                      {"jogging", TrMark("jogging")},
+                                      {"dry-run", TrMark("dry run")},
+                                      {"follower-calibration", TrMark("calibration of the follower")},
+                                      {"walk-around", TrMark("walk around")}};
+
+std::string ShownStateWord(const std::string& word) {
+  for (const auto& [known, shown] : kStates)
+    if (word == known) return Tr(shown);
+  return word;
+}
+
+std::string Seconds(const TJson& ms) { return Format("%.1f s", ms.is_number() ? ms.get<double>() / 1000 : 0.0); }
+
+// What keeps the machine from working, each as people read it.
+std::vector<std::string> Hindrances(const TJson& status) {
+  std::vector<std::string> all;
+  if (status.value("allOff", false)) all.emplace_back(Tr("everything was switched off; \"ixocut reset\" ends that"));
+  if (status.value("latched", false))
+    all.push_back(Format(Tr("the laser is latched: %s"), Tr(status.value("latchReason", "").c_str())));
+  if (status.value("safePending", false)) all.emplace_back(Tr("a device has not acknowledged switching off"));
+  if (!status.value("allowMove", true)) all.emplace_back(Tr("an alarm forbids motion"));
+  if (!status.value("allowLaser", true)) all.emplace_back(Tr("an alarm forbids the laser"));
+  return all;
+}
+
+const TJson& Member(const TJson& json, const char* name) {
+  static const TJson none;
+  const auto it = json.is_object() ? json.find(name) : json.end();
+  return json.is_object() && it != json.end() ? *it : none;
+}
+
+}  // namespace
+
+TMachineSnapshot SnapshotOf(const TJson& signals, TMachineSnapshot before) {
+  TMachineSnapshot now = std::move(before);
+  const auto set = [](const TJson& json, const char* name, auto& value) {
+    if (const TJson& member = Member(json, name); !member.is_null()) member.get_to(value);
+  };
+  const TJson& position = Member(signals, "position");
+  set(position, "xMm", now.Pos.X);
+  set(position, "yMm", now.Pos.Y);
+  set(position, "zMm", now.Z);
+  set(position, "focusMm", now.Focus);
+  set(signals, "laser", now.Laser);
+  set(signals, "emission", now.Emission);
+  set(signals, "aiming", now.Aiming);
+  const TJson& gas = Member(signals, "gas");
+  set(gas, "on", now.Gas);
+  set(gas, "branch", now.GasBranch);
+  set(gas, "setBar", now.GasSetBar);
+  set(gas, "bar", now.GasBar);
+  set(signals, "following", now.Following);
+  set(signals, "calibrating", now.Calibrating);
+  set(signals, "outputsOn", now.OutputsOn);
+  return now;
+}
+
+std::string PathText(const TJson& path) {
+  std::string text;
+  if (path.is_array())
+    for (const TJson& step : path)
+      text += (text.empty() ? "" : ", ") + Format("%d/%d %s", step.value("number", 0), step.value("count", 0),
+                                                  step.value("description", "").c_str());
+  return text;
+}
+
+std::string StateText(const TJson& status) {
+  std::string text = ShownStateWord(status.value("state", ""));
+  if (const TJson& run = Member(status, "run"); run.is_object()) text += " " + run.value("procedure", "");
+  return text;
+}
+
+std::vector<std::string> StatusLines(const TJson& status) {
+  std::vector<std::vector<std::string>> rows;
+  const auto add = [&](const char* name, std::string value) { rows.push_back({name, std::move(value)}); };
+  add(Tr("state"), StateText(status));
+  if (const TJson& run = Member(status, "run"); run.is_object()) {
+    add(Tr("run"), Format(Tr("%s, for %s, started by %s"), run.at("id").dump().c_str(),
+                          Seconds(Member(run, "runMs")).c_str(), run.value("startedBy", "").c_str()));
+    add(Tr("step"), PathText(Member(run, "path")));
+    if (const TJson& left = Member(run, "nobodyAttendsMs"); left.is_number())
+      add(Tr("attended"), Format(Tr("by nobody; it is stopped in %s"), Seconds(left).c_str()));
+  }
+  add(Tr("position"), ixocontroller::StatusText(SnapshotOf(Member(status, "signals"))));
+  add(Tr("alarms"), Member(status, "alarms").dump());
+  for (const std::string& text : Hindrances(status)) add(Tr("attention"), text);
+  return DrawTable(rows);
+}
+
+std::string StatusLine(const TJson& status) {
+  std::string text = StateText(status);
+  if (const std::string path = PathText(Member(Member(status, "run"), "path")); !path.empty()) text += "  " + path;
+  text += "  " + ixocontroller::StatusText(SnapshotOf(Member(status, "signals")));
+  if (const TJson& alarms = Member(status, "alarms"); alarms.is_number() && alarms != 0)
+    text += "  " + Format(Tr("alarms: %s"), alarms.dump().c_str());
+  for (const std::string& hindrance : Hindrances(status)) text += "  ! " + hindrance;
+  return text;
+}
+
+}  // namespace ixocut

@@ -1,0 +1,119 @@
+// `ixocut token` and `ixocut console`: who may ask the controller.
+#include <iostream>
+#include <memory>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include "controller/StateFolder.h"
+#include "controller/wire/Tokens.h"
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
+#include "ixocut/CommandLine.h"
+#include "ixocut/Document.h"
+#include "ixocut/Table.h"
+#include "ixocut/client/Attach.h"
+
+namespace ixocut {
+namespace {
+
+struct TTokenOptions : TControllerSettings {
+  std::string Name;
+  std::string Role = "operator";
+  bool Json = false;
+};
+
+ixocontroller::TTokenFile TokenFileOf(const TTokenOptions& options) {
+  return ixocontroller::TTokenFile(ixocontroller::StateFolder(options.State));
+}
+
+int RunTokenAdd(const TTokenOptions& options, std::ostream& out) {
+  const ixocontroller::TRole role = ixocontroller::RoleOf(options.Role).OrThrow(pbRequest);
+  const std::string token = TokenFileOf(options).Add(options.Name, role).OrThrow(pbRefused);
+  if (options.Json)
+    PrintDocument(out, "token add", {{"name", options.Name}, {"role", options.Role}, {"token", token}});
+  else
+    out << token << '\n';
+  return kExitSuccess;
+}
+
+int RunTokenList(const TTokenOptions& options, std::ostream& out) {
+  const auto tokens = TokenFileOf(options).List().OrThrow(pbUnusable);
+  auto list = nlohmann::ordered_json::array();
+  std::vector<std::vector<std::string>> rows{{Tr("name"), Tr("role"), Tr("made")}};
+  for (const ixocontroller::TToken& token : tokens) {
+    const char* const role = ixocontroller::RoleWord(token.Role);
+    list.push_back({{"name", token.Name}, {"role", role}, {"created", token.Created}});
+    rows.push_back({token.Name, role, token.Created});
+  }
+  if (options.Json) {
+    PrintDocument(out, "token list", list);
+    return kExitSuccess;
+  }
+  for (const std::string& line : DrawTable(rows)) out << line << '\n';
+  return kExitSuccess;
+}
+
+int RunTokenRevoke(const TTokenOptions& options, std::ostream& out) {
+  TokenFileOf(options).Revoke(options.Name).OrThrow(pbRefused);
+  if (options.Json)
+    PrintDocument(out, "token revoke", {{"name", options.Name}});
+  else
+    out << Format(Tr("%s: may no longer ask"), options.Name.c_str()) << '\n';
+  return kExitSuccess;
+}
+
+// The code in the link lets in whoever has it: a terminal's owner, never a log.
+int RunConsole(TTokenOptions options, std::ostream& out) {
+  (void)ixocontroller::RoleOf(options.Role).OrThrow(pbRequest);
+  if (isatty(STDOUT_FILENO) != 1)
+    throw EProblem(pbRequest, {.What = Tr("the link is shown on a terminal only"),
+                               .Why = Tr("who has it may command the machine"),
+                               .Remedy = Tr("a program uses a token: \"ixocut token add NAME\"")});
+  const TAttachment attachment(options);
+  const auto answer = attachment.Controller().Post("/api/v1/session/code", {{"role", options.Role}});
+  out << answer.at("link").get<std::string>() << '\n' << Tr("good once, for 60 s") << '\n';
+  return kExitSuccess;
+}
+
+}  // namespace
+
+void AddTokenCommand(CLI::App& program, TCommandRun& run) {
+  CLI::App* const token = program.add_subcommand("token", Tr("Who may ask the controller, and what"));
+  token->require_subcommand(1);
+  const THelp help{.Notes = Tr("viewer reads, operator commands, service may also change what protects the machine. A "
+                               "token is shown once; what is\nkept is its hash. They hold for the controller that "
+                               "runs without its being told."),
+                   .ExitCodes = Tr("0 success, 1 refused, 2 wrong command line, 3 a file cannot be used"),
+                   .Examples = {"ixocut token add kitchen --role viewer", "ixocut token list --json",
+                                "ixocut token revoke kitchen"}};
+  SetHelp(*token, help);
+  const auto add = [&](CLI::App& parent, const char* name, const char* about, auto action, bool named, bool hasRole) {
+    const auto options = std::make_shared<TTokenOptions>();
+    CLI::App* const command = parent.add_subcommand(name, about);
+    if (named) command->add_option("NAME", options->Name, Tr("Its name"))->required()->type_name("");
+    if (hasRole)
+      command->add_option("--role", options->Role, Tr("viewer, operator or service"))
+          ->type_name("ROLE")
+          ->capture_default_str();
+    AddMachineOptions(*command, options->Machine, options->State);
+    AddLanguageOption(*command, options->Language);
+    SetHelp(*command, help);
+    command->callback([options, action, &run] { run = [options, action] { return action(*options, std::cout); }; });
+    return std::pair(command, options);
+  };
+  for (const auto& [command, options] :
+       {add(*token, "add", Tr("Make one and show it"), &RunTokenAdd, true, true),
+        add(*token, "list", Tr("Show their names and roles"), &RunTokenList, false, false),
+        add(*token, "revoke", Tr("End one"), &RunTokenRevoke, true, false)})
+    AddJsonOption(*command, options->Json);
+  const auto [console, options] =
+      add(program, "console", Tr("Make a new link for the console in a browser"), &RunConsole, false, true);
+  AddAttachOptions(*console, options->Attach, false);
+  SetHelp(*console, {.Notes = Tr("The link holds a code that is good once, for 60 s; it is shown on a terminal only."),
+                     .ExitCodes = {},
+                     .Examples = {"ixocut console", "ixocut console --role viewer"}});
+}
+
+}  // namespace ixocut

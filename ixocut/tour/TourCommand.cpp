@@ -1,0 +1,281 @@
+// `ixocut tour`: a working day of a controller in virtual time, in at most 15 s: the program's own commands against a
+// controller with a state folder and a port of its own, beside whatever else runs.
+#include <algorithm>
+#include <chrono>
+#include <iostream>
+#include <memory>
+#include <sstream>
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include "controller/SignalStop.h"
+#include "controller/StateFolder.h"
+#include "ixocamglue/support/Files.h"
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/SystemError.h"
+#include "ixocamglue/support/Texts.h"
+#include "ixocut/CommandLine.h"
+#include "ixocut/Console.h"
+#include "ixocut/Document.h"
+#include "ixocut/Table.h"
+#include "ixocut/client/Attach.h"
+#include "ixocut/client/Child.h"
+
+namespace ixocut {
+namespace {
+
+namespace fs = std::filesystem;
+using TSteady = std::chrono::steady_clock;
+using TMs = std::chrono::milliseconds;
+
+constexpr const char* kSpeed = "60";  // how many times as fast as a real one the machine lives
+constexpr TMs kReadyWithin{5000};
+constexpr TMs kStopWithin{10'000};  // of one command
+constexpr TMs kEndWithin{3000};
+constexpr TMs kPollEvery{10};
+constexpr const char* kMark = ".ixocut-tour";  // in a folder that a tour has made: the next one may clear it
+constexpr const char* kPlc = "PLC";            // in a command: the address of the simulated one
+
+struct TStop {
+  const char* Title;
+  const char* Command;
+  int ExitCode;
+  std::size_t Lines;  // of the end of what it says that are shown
+};
+
+constexpr TStop kStops[] = {
+    {TrMark("A timed shot"), "shot --ms 500", 0, 8},
+    {TrMark("The nozzle is changed"), "run change-nozzle --from 1 --to 2 --plot nozzle.svg", 0, 4},
+    {TrMark("Three gas valves are calibrated and judged"),
+     "gas calibrate --gas Air,O2,N2 --nozzle S --size 1.5 --plot gas.svg", 0, 12},
+    {TrMark("The loading PLC is written to over Modbus"), "modbus write --tcp PLC --unit 1 --addr 16 --values 7,8", 0,
+     3},
+    {TrMark("and asked"), "modbus read --tcp PLC --unit 1 --addr 16 --count 2", 0, 3},
+    {TrMark("An alarm ends a shot"), "shot --ms 500 --alarm-at 1000", 1, 3},
+    {TrMark("What the alarm store says of it"), "alarms list --history", 0, 4},
+    {TrMark("A key is refused"), "panel why LASER --form DlgEdgeSeek", 1, 6},
+    {TrMark("A square is driven and recorded"), "record --procedure square --out square.csv", 0, 3},
+    {TrMark("and drawn"), "monitor plot square.csv --out square.svg", 0, 1},
+    {TrMark("What has run today"), "runs list", 0, 8},
+};
+
+struct TTourOptions : TControllerSettings {
+  std::string Out;
+  bool Json = false;
+};
+
+struct TDone {
+  std::string Title, Command;
+  int ExitCode = -1;
+  bool AsMeant = false;
+  std::uint64_t Ms = 0;
+};
+
+std::vector<std::string> Words(const std::string& text) {
+  std::istringstream in(text);
+  return {std::istream_iterator<std::string>(in), {}};
+}
+
+// Its last lines that hold anything.
+std::vector<std::string> LastLines(const fs::path& file, std::size_t most) {
+  std::vector<std::string> lines;
+  std::istringstream in(ReadFile(file).OrThrow(pbUnusable));
+  for (std::string line; std::getline(in, line);)
+    if (line.find_first_not_of(" \r") != std::string::npos) lines.push_back(line);
+  if (lines.size() > most) lines.erase(lines.begin(), lines.end() - static_cast<std::ptrdiff_t>(most));
+  return lines;
+}
+
+std::uint64_t MsSince(TSteady::time_point start) {
+  return static_cast<std::uint64_t>(std::chrono::duration_cast<TMs>(TSteady::now() - start).count());
+}
+
+class TTour {
+ public:
+  TTour(const TTourOptions& options, std::ostream& out)
+      : FOptions(options), FOut(out), FFolder(MakeFolder(options)), FState(FFolder / "state") {}
+
+  int Run() {
+    const auto start = TSteady::now();
+    Say(Format(Tr("A working day of a controller in virtual time, in %s"), FFolder.c_str()));
+    const auto controller = StartController();
+    const auto plc = StartPlc();
+    for (const TStop& stop : kStops) {
+      if (ixocontroller::TSignalStop::Asked()) throw EProblem(pbRefused, Tr("the tour was ended"));
+      Visit(stop);
+    }
+    EndController(*controller);
+    const std::uint64_t tookMs = MsSince(start);
+    return Sum(tookMs);
+  }
+
+ private:
+  static fs::path MakeFolder(const TTourOptions& options) {
+    const fs::path folder =
+        fs::absolute(options.Out.empty() ? ixocontroller::StateFolder(options.State) / "tour" : fs::path(options.Out));
+    std::error_code error;
+    if (fs::exists(folder, error) && !fs::is_empty(folder, error)) {
+      if (!fs::exists(folder / kMark, error))
+        throw EProblem(pbRequest, TProblem{.What = Tr("the folder holds something else"), .Where = folder.string()});
+      fs::remove_all(folder, error);
+    }
+    if (!error) fs::create_directories(folder / "state", error);
+    if (error)
+      throw EProblem(pbUnusable, TProblem{.What = Tr("the folder cannot be created"),
+                                          .Where = folder.string(),
+                                          .Why = SystemErrorText(error.value())});
+    if (!TouchMark(folder / kMark))
+      throw EProblem(pbUnusable, TProblem{.What = Tr("the folder cannot be written to"), .Where = folder.string()});
+    return folder;
+  }
+  static bool TouchMark(const fs::path& mark) { return static_cast<bool>(std::ofstream(mark)); }
+
+  void Say(const std::string& line) {
+    if (!FOptions.Json) FOut << line << '\n' << std::flush;
+  }
+  void Begin(const char* title, const std::string& command) {
+    Say("");
+    Say(Format("%2zu  %s", FDone.size() + 1, Tr(title)));
+    Say("    $ ixocut " + command);
+  }
+  fs::path SaidFile() const { return FFolder / Format("%02zu.txt", FDone.size() + 1); }
+
+  std::unique_ptr<TChild> StartController() {
+    const auto start = TSteady::now();
+    const std::string command = Format("serve --virtual %s --port 0 --state state", kSpeed);
+    Begin(TrMark("The controller starts"), command);
+    auto words = Words(command);
+    words.insert(words.end(), {"--lang", FOptions.Language});
+    auto child = std::make_unique<TChild>(words, FFolder, SaidFile());
+    TControllerSettings settings;
+    settings.State = FState;
+    settings.Language = FOptions.Language;
+    for (const auto end = start + kReadyWithin;;) {
+      const std::optional<int> ended = child->Wait(kPollEvery);
+      if (const TAttachment attachment(settings); !ended && attachment.Client()) break;
+      if (ended || TSteady::now() >= end)
+        throw EProblem(pbUnusable,
+                       TProblem{.What = Tr("the controller has not started"),
+                                .Where = SaidFile().string(),
+                                .Why = LastLines(SaidFile(), 1).empty() ? "" : LastLines(SaidFile(), 1)[0]});
+    }
+    Done(TrMark("The controller starts"), command, 0, true, MsSince(start), 6);
+    return child;
+  }
+
+  std::unique_ptr<TChild> StartPlc() {
+    const fs::path said = FFolder / "plc.txt";
+    auto child = std::make_unique<TChild>(
+        std::vector<std::string>{"simulate", "plc", "--tcp", "0", "--json", "--lang", FOptions.Language}, FFolder,
+        said);
+    for (const auto end = TSteady::now() + kReadyWithin; FPlc.empty() && TSteady::now() < end;) {
+      if (child->Wait(kPollEvery)) break;
+      const auto document = nlohmann::json::parse(ReadFile(said).OrThrow(pbUnusable), nullptr, false);
+      if (document.is_object()) FPlc = document.at("result").at("link");
+    }
+    if (FPlc.empty()) throw EProblem(pbUnusable, Tr("the simulated PLC has not started"));
+    return child;
+  }
+
+  void Visit(const TStop& stop) {
+    const auto start = TSteady::now();
+    std::string command = stop.Command;
+    if (const std::size_t at = command.find(kPlc); at != std::string::npos)
+      command.replace(at, std::char_traits<char>::length(kPlc), FPlc);
+    Begin(stop.Title, command);
+    auto words = Words(command);
+    if (words.front() != "modbus" && words.front() != "monitor") words.insert(words.end(), {"--state", "state"});
+    words.insert(words.end(), {"--lang", FOptions.Language});
+    TChild child(words, FFolder, SaidFile());
+    const int exitCode = child.Wait(kStopWithin).value_or(-1);
+    Done(stop.Title, command, exitCode, exitCode == stop.ExitCode, MsSince(start), stop.Lines);
+  }
+
+  void EndController(TChild& controller) {
+    const auto start = TSteady::now();
+    Say("");
+    Say(Format("%2zu  %s", FDone.size() + 1, Tr("The controller ends, dark and in order")));
+    const int exitCode = controller.End(kEndWithin).value_or(-1);
+    FDone.push_back({Tr("The controller ends, dark and in order"), "", exitCode, exitCode == 0, MsSince(start)});
+  }
+
+  void Done(const char* title, const std::string& command, int exitCode, bool asMeant, std::uint64_t ms,
+            std::size_t lines) {
+    for (const std::string& line : LastLines(SaidFile(), asMeant ? lines : 10)) Say("    " + line);
+    FDone.push_back({Tr(title), command, exitCode, asMeant, ms});
+  }
+
+  int Sum(std::uint64_t tookMs) {
+    auto stops = nlohmann::ordered_json::array();
+    std::vector<std::vector<std::string>> rows{{"", Tr("time"), Tr("as meant")}};
+    std::size_t wrong = 0;
+    for (const TDone& done : FDone) {
+      stops.push_back({{"title", done.Title},
+                       {"command", done.Command},
+                       {"exitCode", done.ExitCode},
+                       {"asMeant", done.AsMeant},
+                       {"ms", done.Ms}});
+      rows.push_back({done.Title, Format("%.2f s", static_cast<double>(done.Ms) / 1000),
+                      done.AsMeant ? Tr("yes") : Format(Tr("NO: exit code %d"), done.ExitCode)});
+      if (!done.AsMeant) ++wrong;
+    }
+    auto files = nlohmann::ordered_json::array();
+    std::string names;
+    for (const auto& file : fs::recursive_directory_iterator(FFolder)) {
+      if (!file.is_regular_file() || file.path().filename() == kMark) continue;
+      files.push_back(fs::relative(file.path(), FFolder).string());
+    }
+    std::sort(files.begin(), files.end());
+    for (const auto& file : files)
+      if (!file.get<std::string>().ends_with(".txt") && !file.get<std::string>().ends_with(".lock"))
+        names += (names.empty() ? "" : ", ") + file.get<std::string>();
+    Say("");
+    for (const std::string& line : DrawTable(rows)) Say(line);
+    Say("");
+    Say(Format(Tr("%.1f s in all. What it made is in %s: %s; what each command said is in its numbered text."),
+               static_cast<double>(tookMs) / 1000, FFolder.c_str(), names.c_str()));
+    std::optional<TProblem> problem;
+    if (wrong != 0)
+      problem = {.What = Format(Tr("%zu stops of the tour have not gone as they are meant"), wrong),
+                 .Where = FFolder.string()};
+    if (FOptions.Json)
+      PrintDocument(FOut, "tour", {{"folder", FFolder.string()}, {"ms", tookMs}, {"stops", stops}, {"files", files}},
+                    problem);
+    else if (problem)
+      throw EProblem(pbRefused, *problem);
+    return problem ? kExitOtherwise : kExitSuccess;
+  }
+
+  const TTourOptions& FOptions;
+  std::ostream& FOut;
+  const fs::path FFolder, FState;
+  std::string FPlc;
+  std::vector<TDone> FDone;
+};
+
+}  // namespace
+
+void AddTourCommand(CLI::App& program, TCommandRun& run) {
+  const auto options = std::make_shared<TTourOptions>();
+  CLI::App* const tour = program.add_subcommand("tour", Tr("Show what there is: a working day in a few seconds"));
+  tour->add_option("--out", options->Out, Tr("The folder for what it makes (default: tour in the state folder)"))
+      ->type_name("DIR");
+  AddJsonOption(*tour, options->Json);
+  AddMachineOptions(*tour, options->Machine, options->State);
+  AddLanguageOption(*tour, options->Language);
+  SetHelp(*tour,
+          {.Notes = Tr("Starts a controller of its own in virtual time, with a state folder and a port of its own, and "
+                       "runs this\nprogram's commands against it. It runs beside a controller that works."),
+           .ExitCodes = Tr("0 all went as it is meant, 1 something did not, 2 wrong command line, 3 a file or program "
+                           "cannot be used"),
+           .Examples = {"ixocut tour", "ixocut tour --out /tmp/tour --lang en"}});
+  tour->callback([options, &run] {
+    run = [options] {
+      const ixocontroller::TSignalStop signals;
+      return TTour(*options, std::cout).Run();
+    };
+  });
+}
+
+}  // namespace ixocut

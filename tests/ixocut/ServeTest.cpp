@@ -1,0 +1,106 @@
+// The controller that stays up, as its users meet it: the real program, its sockets, its files and its signals.
+#include <csignal>
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include "fixture/Paths.h"
+#include "fixture/Program.h"
+#include "ixocut/client/Child.h"
+#include "ixocut/client/WireClient.h"
+
+namespace ixocamglue::test {
+namespace {
+
+using namespace std::chrono_literals;
+using ixocut::TChild;
+using ixocut::TWireClient;
+using testing::HasSubstr;
+
+class Serve : public TProgramTest {
+ protected:
+  Serve() {
+    FLanguage = "en";
+    ::setenv("XDG_STATE_HOME", FDir.Path().c_str(), 1);
+    ::setenv("IXOCUT_LANG", "en", 1);
+  }
+  ~Serve() override { ::unsetenv("XDG_STATE_HOME"); }
+
+  // A controller whose machine lives 50 times as fast, on a port of its own; its address.
+  std::string Start(const std::string& more = {}) {
+    std::vector<std::string> words{"serve", "--json", "--port", "0"};
+    std::istringstream in(more.empty() ? "--virtual 50" : more);
+    words.insert(words.end(), std::istream_iterator<std::string>(in), {});
+    FServe = std::make_unique<TChild>(words, FDir.Path(), FDir.Path() / "serve.out", IxocutBinary());
+    for (const auto end = std::chrono::steady_clock::now() + 10s; std::chrono::steady_clock::now() < end;) {
+      if (FServe->Wait(5ms)) break;
+      const auto document = nlohmann::json::parse(Read("serve.out"), nullptr, false);
+      if (document.is_object()) return document.at("result").at("url");
+    }
+    ADD_FAILURE() << Read("serve.out");
+    return {};
+  }
+
+  std::unique_ptr<TChild> FServe;
+};
+
+TEST_F(Serve, EveryCommandTalksToTheOneControllerOfItsStateFolder) {
+  EXPECT_EQ(Ixocut("status").ExitCode, 1);
+  const std::string url = Start();
+  const auto status = Json("status", 0);
+  EXPECT_EQ(status.at("state"), "standby");
+  EXPECT_THAT(Ixocut("status --url " + url).Out, HasSubstr("standby"));
+
+  const TRun second = Ixocut("serve --port 0");
+  EXPECT_EQ(second.ExitCode, 1);
+  EXPECT_THAT(second.Err, HasSubstr(url));
+
+  // The same beam in one controller: its clock is where the run before has left it.
+  const auto shot = Json("shot --ms 100", 0);
+  EXPECT_EQ(shot.at("outcome"), "success");
+  EXPECT_GT(Json("status", 0).at("machineMs"), status.at("machineMs").get<std::uint64_t>() + 900);
+
+  // What needs no rights is shown to everybody on this machine; what commands needs a token.
+  const TRun stranger = Ixocut("shot --ms 100 --url " + url);
+  EXPECT_EQ(stranger.ExitCode, 1) << stranger.All();
+  const std::string token = Ixocut("token add kitchen").Out;
+  const TRun known = Ixocut("shot --ms 100 --url " + url, "IXOCUT_TOKEN=" + token.substr(0, token.find('\n')));
+  EXPECT_EQ(known.ExitCode, 0) << known.All();
+
+  const TRun watched = Ixocut("watch --for 300 --json");
+  EXPECT_EQ(watched.ExitCode, 0) << watched.All();
+
+  EXPECT_EQ(FServe->End(3s), 0);
+  EXPECT_EQ(Ixocut("status").ExitCode, 1);
+}
+
+TEST_F(Serve, WhatRunsIsStoppedFromAnotherTerminal) {
+  (void)Start("--virtual 5");
+  TChild shot({"shot", "--ms", "30000", "--lang", "en"}, FDir.Path(), FDir.Path() / "shot.out", IxocutBinary());
+  for (int i = 0; i < 500 && !Json("status", 0).at("signals").at("laser").get<bool>(); ++i)
+    std::this_thread::sleep_for(5ms);
+  EXPECT_EQ(Ixocut("stop").ExitCode, 0);
+  EXPECT_EQ(shot.Wait(10s), 1);
+  EXPECT_THAT(Read("shot.out"), HasSubstr("Stopped after"));
+  EXPECT_FALSE(Json("status", 0).at("signals").at("laser"));
+}
+
+TEST_F(Serve, AStateFolderWithALongNameWorks) {
+  const auto folder = FDir.Path() / std::string(120, 'a');
+  ::setenv("XDG_STATE_HOME", folder.c_str(), 1);
+  (void)Start();
+  EXPECT_EQ(Ixocut("status", "XDG_STATE_HOME=" + folder.string()).ExitCode, 0);
+}
+
+TEST_F(Serve, LocalWorksOnACopyAndLeavesTheControllersFilesAlone) {
+  (void)Start();
+  const std::string before = Read("ixocut/machine.xml");
+  const TRun set = Ixocut("gas calibrate --gas Air --nozzle S --size 1.5 --local");
+  EXPECT_EQ(set.ExitCode, 0) << set.All();
+  EXPECT_THAT(set.Err, HasSubstr("on a copy"));
+  EXPECT_EQ(Read("ixocut/machine.xml"), before);
+}
+
+}  // namespace
+}  // namespace ixocamglue::test
