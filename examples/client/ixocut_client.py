@@ -160,7 +160,7 @@ def run(controller, procedure, words):
         while True:
             try:
                 report = controller.ask("GET", "/runs/%d" % number_of_run)
-                if report.get("report"):
+                if report["outcome"]:
                     break
                 controller.ask("POST", "/lease/heartbeat")
                 status = controller.ask("GET", "/status")
@@ -173,8 +173,8 @@ def run(controller, procedure, words):
                 controller.ask("POST", "/stop")  # needs nothing, and gets through
     finally:
         controller.give_back()
-    print(report["report"]["words"])
-    return 0 if report["report"]["outcome"] == "success" else 1
+    print(report["words"])
+    return 0 if report["outcome"] == "success" else 1
 
 
 def main(words):

@@ -1,5 +1,7 @@
 // The controller that stays up, as its users meet it: the real program, its sockets, its files and its signals.
-#include <csignal>
+#include <chrono>
+#include <cstdlib>
+#include <sstream>
 #include <thread>
 
 #include <gmock/gmock.h>
@@ -67,6 +69,17 @@ TEST_F(Serve, EveryCommandTalksToTheOneControllerOfItsStateFolder) {
   const std::string token = Ixocut("token add kitchen").Out;
   const TRun known = Ixocut("shot --ms 100 --url " + url, "IXOCUT_TOKEN=" + token.substr(0, token.find('\n')));
   EXPECT_EQ(known.ExitCode, 0) << known.All();
+
+  // Somebody else's program, over both ways.
+  const std::string client = "python3 '" + TestSources() + "/../examples/client/ixocut_client.py' ";
+  const auto python = [&](const std::string& environment, const std::string& words) {
+    const std::string out = (FDir.Path() / "py.out").string();
+    return std::system((environment + " " + client + words + " >'" + out + "' 2>&1").c_str());
+  };
+  const std::string socket = (FDir.Path() / "ixocut" / "controller.sock").string();
+  EXPECT_EQ(python("IXOCUT_URL='" + socket + "'", "run shot ms=100"), 0) << Read("py.out");
+  EXPECT_EQ(python("IXOCUT_URL=" + url, "watch 0"), 0) << Read("py.out");
+  EXPECT_NE(python("IXOCUT_URL=" + url + " IXOCUT_TOKEN=wrong", "run shot ms=100"), 0);
 
   const TRun watched = Ixocut("watch --for 300 --json");
   EXPECT_EQ(watched.ExitCode, 0) << watched.All();
