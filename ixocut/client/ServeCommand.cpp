@@ -111,12 +111,6 @@ int RunServe(TServeOptions options, std::ostream& out) {
                            .Insecure = options.Insecure,
                            .OpenApi = ctl::ShareFolder() / "openapi.json",
                            .Limits = {}});
-  server.OnConnection([&service](std::uint64_t connection, bool open) {
-    if (open)
-      service.Connected(connection);
-    else
-      service.Disconnected(connection);
-  });
   service.SetAddress(server.Url());
   service.Start();
   server.Start();
