@@ -107,6 +107,15 @@ TWireClient& TAttachment::Controller() const {
                              .Remedy = Tr("\"ixocut serve\" starts one; --url names another")});
 }
 
+void TellByItself(const std::optional<fs::path>& state) {
+  const auto place = ixocontroller::FindController(ixocontroller::StateFolder(state));
+  if (place)
+    std::cerr << Format(Tr("A controller (process %d) has the state folder: this command works beside it, on a machine "
+                           "of its own in virtual time."),
+                        static_cast<int>(place->Process))
+              << std::endl;
+}
+
 TClientLease::TClientLease(TWireClient& client, bool takeOver) : FClient(client) {
   FClient.SetLease(FClient.Post("/api/v1/lease", {{"takeOver", takeOver}}).at("lease").get<std::string>());
 }

@@ -37,6 +37,10 @@ class TAttachment {
   std::optional<TTempFolder> FCopy;
 };
 
+// Of a command that is not for the controller that runs: where one has the state folder, that is said on the error
+// output.
+void TellByItself(const std::optional<std::filesystem::path>& state);
+
 // The lease of control for the life of this object: renewed by Beat, given back. Refused where another has it,
 // unless it is to be taken over.
 class TClientLease {

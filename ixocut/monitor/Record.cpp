@@ -9,6 +9,7 @@
 #include "controller/recordings/LiveRecording.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/Document.h"
+#include "ixocut/client/Attach.h"
 #include "ixocut/monitor/MonitorCommands.h"
 #include "ixocut/procedures/Asked.h"
 
@@ -44,6 +45,7 @@ int RunRecord(const TRecordOptions& options, std::ostream& out) {
   const TMotionCall call = CallOf(row, texts, options.Limits().Bounds, true);
 
   CheckMonitorTarget(options.Out);
+  if (!options.Machine) TellByItself(options.State);
   TConsole console(out, options.Json, false);
   const auto run = MakeRun(options, {}, console);
   // Opened before anything moves: what cannot be written is not worth a run.

@@ -22,6 +22,7 @@
 #include "ixocut/Console.h"
 #include "ixocut/ControllerSettings.h"
 #include "ixocut/Document.h"
+#include "ixocut/client/Attach.h"
 #include "ixocut/panel/PanelScript.h"
 #include "ixocut/panel/PanelTerminal.h"
 
@@ -53,6 +54,7 @@ void PowerUp(TController& session) {
 
 int RunScript(const TPanelOptions& options, std::ostream& out) {
   const std::vector<TScriptLine> lines = ReadScript(options.Script);
+  if (!options.Machine) TellByItself(options.State);
   TConsole console(out, options.Json, false);
   nlohmann::ordered_json events, raised;
   {
@@ -143,6 +145,7 @@ int RunWhy(const TPanelOptions& options, std::ostream& out) {
   std::vector<TScriptLine> lines;
   if (!options.Script.empty()) lines = ReadScript(options.Script);
 
+  if (!options.Machine) TellByItself(options.State);
   TController session(options.Options());
   CheckScriptAlarms(options.Script, lines, session);
   std::vector<TNcAlarmRecord> alarms;
