@@ -1,5 +1,6 @@
 #include "controller/StateFolder.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <string>
 #include <system_error>
@@ -11,6 +12,7 @@
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/SystemError.h"
 #include "ixocamglue/support/Texts.h"
+#include "ixocamglue/support/ValueText.h"
 
 namespace ixocontroller {
 using namespace ixocamglue;
@@ -74,6 +76,16 @@ fs::path MachineFile(const std::optional<fs::path>& machine, const std::optional
   const fs::path copy = StateFolder(state) / "machine.xml";
   CopyOnce(ShareFolder() / "machines" / "machine.xml", copy);
   return copy;
+}
+
+TResult<> CheckStoredName(std::string_view name) {
+  constexpr std::size_t kMostBytes = 64;
+  const auto plain = [](char c) {
+    return (c >= '0' && c <= '9') || (FoldAscii(c) >= 'a' && FoldAscii(c) <= 'z') || c == '.' || c == '_' || c == '-';
+  };
+  if (!name.empty() && name.size() <= kMostBytes && name.front() != '.' && std::ranges::all_of(name, plain)) return {};
+  return TProblem{.What = Format(Tr("\"%s\" is no name"), std::string(name.substr(0, kMostBytes)).c_str()),
+                  .Why = Tr("a name has 1 to 64 letters, digits, '.', '_' and '-', and does not begin with '.'")};
 }
 
 }  // namespace ixocontroller

@@ -4,6 +4,9 @@
 
 #include <filesystem>
 #include <optional>
+#include <string_view>
+
+#include "ixocamglue/support/Problem.h"
 
 namespace ixocontroller {
 
@@ -19,6 +22,10 @@ namespace ixocontroller {
 // process makes it at the same moment. The copy appears whole or not at all. Refused where only the previous version
 // of the copy (".bak") is left: it is the user's own.
 void CopyOnce(const std::filesystem::path& example, const std::filesystem::path& copy);
+
+// A name under which something is kept in the state folder, asked for from anywhere: 1 to 64 letters, digits, '.', '_'
+// and '-', and neither a path nor a hidden file.
+[[nodiscard]] ixocamglue::TResult<> CheckStoredName(std::string_view name);
 
 // The machine file to work on: `machine` as it is when given (it must exist), else machine.xml in the state folder,
 // made from the example at first use.

@@ -8,7 +8,7 @@ packages() {
       ;;
     test)
       echo "$(packages run) libgtest-dev libgmock-dev clang-format locales libmodbus-dev python3-pymodbus" \
-        "python3-serial python3-serial-asyncio"
+        "python3-serial python3-serial-asyncio python3-jsonschema"
       ;;
     bench)
       echo "$(packages run) libbenchmark-dev libfccp-dev libfmt-dev libmodbus-dev libreaderwriterqueue-dev" \

@@ -54,12 +54,6 @@ bool Fits(std::string_view pattern, std::string_view path, std::map<std::string,
   return pattern.empty() && path.empty();
 }
 
-TProblem NeedsRole(TRole role, const TAsker& who) {
-  return {.What = Format(Tr("this needs the role %s"), RoleWord(role)),
-          .Why = Format(Tr("%s has the role %s"), who.Name.c_str(), RoleWord(who.Role)),
-          .Remedy = Tr("send a token of that role, or open the console by a new link: \"ixocut console\"")};
-}
-
 TApiReply RunRoute(const TApiRoute& route, TService& service, const TApiRequest& request) {
   const TLanguageScope language(request.Language);
   try {
@@ -75,6 +69,12 @@ TApiReply RunRoute(const TApiRoute& route, TService& service, const TApiRequest&
 }
 
 }  // namespace
+
+TProblem NeedsRole(TRole role, const TAsker& who) {
+  return {.What = Format(Tr("this needs the role %s"), RoleWord(role)),
+          .Why = Format(Tr("%s has the role %s"), who.Name.c_str(), RoleWord(who.Role)),
+          .Remedy = Tr("send a token of that role, or open the console by a new link: \"ixocut console\"")};
+}
 
 TApiReply Fail(int status, const TProblem& problem) {
   TApiReply reply;
@@ -96,8 +96,9 @@ TApiReply Fail(const EProblem& problem) {
 std::span<const TApiRoute> TApi::Routes() {
   static const std::vector<TApiRoute> routes = [] {
     std::vector<TApiRoute> all;
-    for (const auto of : {&StatusRoutes, &ControlRoutes, &RunsRoutes, &AccessRoutes, &AlarmsRoutes, &ConfigRoutes,
-                          &HistoryRoutes, &QueueRoutes})
+    for (const auto of :
+         {&StatusRoutes, &ControlRoutes, &RunsRoutes, &AccessRoutes, &AlarmsRoutes, &ConfigRoutes, &HistoryRoutes,
+          &QueueRoutes, &PanelRoutes, &GasRoutes, &RecordingsRoutes, &LinksRoutes, &LogRoutes})
       for (const TApiRoute& route : of()) all.push_back(route);
     return all;
   }();

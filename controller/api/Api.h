@@ -65,6 +65,9 @@ class TApi {
 // 400, 409 or 503, as it is to be blamed.
 [[nodiscard]] TApiReply Fail(const EProblem& problem);
 
+// What somebody without the role is told; for Fail(403).
+[[nodiscard]] TProblem NeedsRole(TRole role, const TAsker& who);
+
 // Of each subject, in its own file.
 [[nodiscard]] std::span<const TApiRoute> StatusRoutes();
 [[nodiscard]] std::span<const TApiRoute> ControlRoutes();
@@ -74,5 +77,10 @@ class TApi {
 [[nodiscard]] std::span<const TApiRoute> QueueRoutes();
 [[nodiscard]] std::span<const TApiRoute> AlarmsRoutes();
 [[nodiscard]] std::span<const TApiRoute> ConfigRoutes();
+[[nodiscard]] std::span<const TApiRoute> PanelRoutes();
+[[nodiscard]] std::span<const TApiRoute> GasRoutes();
+[[nodiscard]] std::span<const TApiRoute> RecordingsRoutes();
+[[nodiscard]] std::span<const TApiRoute> LinksRoutes();
+[[nodiscard]] std::span<const TApiRoute> LogRoutes();
 
 }  // namespace ixocontroller

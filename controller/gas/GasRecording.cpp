@@ -138,13 +138,17 @@ TRecordedGas GasOf(const TReader& reader) {
 
 }  // namespace
 
-void WriteGasRecording(const std::string& file, const TGasRecording& recording) {
+TJson GasRecordingJson(const TGasRecording& recording) {
   TJson gases = TJson::array();
   for (const TRecordedGas& gas : recording.Gases) gases.push_back(JsonOf(gas));
-  const TJson document{{"format", kFormat},
-                       {"version", kVersion},
-                       {"nozzle", {{"type", recording.NozzType}, {"size", recording.NozzSize}}},
-                       {"gases", std::move(gases)}};
+  return {{"format", kFormat},
+          {"version", kVersion},
+          {"nozzle", {{"type", recording.NozzType}, {"size", recording.NozzSize}}},
+          {"gases", std::move(gases)}};
+}
+
+void WriteGasRecording(const std::string& file, const TGasRecording& recording) {
+  const TJson document = GasRecordingJson(recording);
   TMonitorFileSink sink(file);
   sink.Write(document.dump(-1, ' ', false, TJson::error_handler_t::replace) + "\n");
   sink.Commit();

@@ -18,6 +18,8 @@
 #include <string_view>
 #include <vector>
 
+#include <nlohmann/json_fwd.hpp>
+
 #include "ixocamglue/gascal/Ugasdots.h"
 
 namespace ixocontroller {
@@ -49,6 +51,8 @@ struct TGasRecording {
   std::vector<TRecordedGas> Gases;
 };
 
+// The file's document.
+[[nodiscard]] nlohmann::ordered_json GasRecordingJson(const TGasRecording& recording);
 // Replaces the file as a whole. Throws EProblem (exit code 3) when it cannot be written.
 void WriteGasRecording(const std::string& file, const TGasRecording& recording);
 

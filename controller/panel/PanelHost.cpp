@@ -17,6 +17,14 @@ constexpr const char* kSource = "TPHost";
 
 void Say(const std::string& text) { LogMsg(lkWarning, 0, text, kSource); }
 
+double& SpeedAt(TSpeedData& speed, TSpeedState level) {
+  return level == ssLow ? speed.LowSpeed : level == ssNormal ? speed.NormalSpeed : speed.HighSpeed;
+}
+
+nlohmann::ordered_json JsonOf(const TSpeedData& speed) {
+  return {{"init", speed.Init}, {"low", speed.LowSpeed}, {"normal", speed.NormalSpeed}, {"high", speed.HighSpeed}};
+}
+
 }  // namespace
 
 TPanelHost::TPanelHost(TController& session)
@@ -78,12 +86,7 @@ void TPanelHost::ResetEmergencyStop() {
 }
 
 void TPanelHost::SetKnob(TSpeedState level) {
-  if (const std::string problem = CheckKnob(); !problem.empty()) return Say(problem);
-  try {
-    ApplyKnob(FController, level);
-  } catch (const EDesignFault& fault) {
-    LogMsg(lkError, 0, fault.what(), fault.Unit());
-  }
+  if (const TResult<> set = SetKnobLevel(FController, level); !set) Say(set.Problem().Text());
 }
 
 void TPanelHost::TurnKnob() {
@@ -138,6 +141,43 @@ void ApplyKnob(TController& session, TSpeedState level) {
     (level == ssHigh ? z.HighJogSpeed : z.JogSpeed) = static_cast<float>(speed(knob.ZSpeed.UsedSpeed));
     jog.SetZ(head, z);
   }
+}
+
+TResult<> SetKnobLevel(TController& session, TSpeedState level) {
+  if (std::string problem = CheckKnob(); !problem.empty()) return TProblem{.What = std::move(problem)};
+  try {
+    ApplyKnob(session, level);
+  } catch (const EDesignFault& fault) {
+    return TProblem{.What = Format("%s: %s", fault.Unit(), fault.what())};
+  }
+  return {};
+}
+
+void SetKnobSpeeds(TSpeedState level, std::optional<double> xy, std::optional<double> z) {
+  TKnob& knob = Knob();
+  const TSpeedData xyBefore = knob.XYSpeed.ShowSpeed;
+  const TSpeedData zBefore = knob.ZSpeed.ShowSpeed;
+  if (xy) SpeedAt(knob.XYSpeed.ShowSpeed, level) = *xy;
+  if (z) SpeedAt(knob.ZSpeed.ShowSpeed, level) = *z;
+  if (std::string problem = CheckKnob(); !problem.empty()) {
+    knob.XYSpeed.ShowSpeed = xyBefore;
+    knob.ZSpeed.ShowSpeed = zBefore;
+    throw EProblem(pbRefused, std::move(problem));
+  }
+  knob.SaveConfig();
+  knob.LoadConfig();
+}
+
+nlohmann::ordered_json KnobJson(TController& session) {
+  const TKnob& knob = Knob();
+  const TNcParams& params = session.Params();
+  nlohmann::ordered_json json{
+      {"state", LevelName(knob.GetSpeedState())},    {"twoHeads", knob.GetDHEnabled()},
+      {"xy", JsonOf(knob.XYSpeed.UsedSpeed)},        {"z", JsonOf(knob.ZSpeed.UsedSpeed)},
+      {"JogFast", params.GetBool("JogFast", false)}, {"JogSlow", params.GetBool("JogSlow", false)},
+      {"zJogSpeed", session.Jog().Z(0).JogSpeed}};
+  if (const double speed = params.GetDouble("JogSpeed", -1.0); speed >= 0.0) json["JogSpeed"] = speed;
+  return json;
 }
 
 const char* LevelName(TSpeedState level) { return level == ssLow ? "low" : level == ssNormal ? "normal" : "high"; }

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 #include "controller/Controller.h"
 #include "controller/panel/PanelGuard.h"
 #include "ixocamglue/panel/Uknob.h"
@@ -58,6 +60,14 @@ class TPanelHost {
 // Sets the knob's level; where it is in force already, which the knob takes for no change, what follows from it is
 // written all the same. The jog sections are not saved then. Throws as TKnob::SetSpeedState.
 void ApplyKnob(TController& session, TSpeedState level);
+
+// The same, where the knob's speeds are right; else refused with what is wrong with them.
+TResult<> SetKnobLevel(TController& session, TSpeedState level);
+// The shown speeds of a level, mm/s; saved in the machine file. Throws EProblem (pbRefused) for speeds that are not
+// right: nothing has changed then.
+void SetKnobSpeeds(TSpeedState level, std::optional<double> xy, std::optional<double> z);
+// The levels, and the parameters and jog sections that follow from the one in force.
+[[nodiscard]] nlohmann::ordered_json KnobJson(TController& session);
 
 // "low", "normal" or "high"; throws EProblem for another word.
 [[nodiscard]] TSpeedState LevelOf(const std::string& word);

@@ -104,6 +104,29 @@ TKeyWhy Why(TPanelHost& host, TKeyCode key, std::int32_t state) {
   return why;
 }
 
+nlohmann::ordered_json JsonOf(TKeyCode key, const TKeyWhy& why) {
+  const TText* const text = VerdictText(why.Verdict);
+  nlohmann::ordered_json json{
+      {"key", KeyName(key)}, {"keyCommand", why.Command},    {"allowed", why.Verdict == pvSent},  {"sent", why.Sent},
+      {"acts", why.Acts},    {"conclusion", why.Conclusion}, {"message", text ? text->Get() : ""}};
+  auto& masks = json["masks"] = nlohmann::ordered_json::array();
+  for (const TKeyReason& reason : why.Reasons)
+    masks.push_back({{"mask", reason.Who},
+                     {"permits", reason.Permits},
+                     {"blocks", reason.Blocks},
+                     {"because", reason.Because},
+                     {"change", reason.Change}});
+  return json;
+}
+
+std::optional<TProblem> ProblemOf(TKeyCode key, const TKeyWhy& why) {
+  for (const TKeyReason& reason : why.Reasons)
+    if (reason.Blocks)
+      return TProblem{
+          .What = why.Conclusion, .Where = std::string(KeyName(key)), .Why = reason.Because, .Remedy = reason.Change};
+  return {};
+}
+
 std::string WhyNothing(TPanelHost& host, TKeyCode key) {
   const TKeyMask bit = KeyBit(key);
   switch (Judge(key)) {

@@ -93,6 +93,7 @@ nlohmann::ordered_json RunJson(const TRunRecord& record) {
   nlohmann::ordered_json json = RunHeadJson(record);
   if (record.EndUnixMs == 0) return json;
   json.update(ReportJson(record.Report, record.Trace, record.Last));
+  if (!record.Result.is_null()) json["result"] = record.Result;
   json["lines"] = ReportLines(record.Report, record.Trace, record.Last, false);
   return json;
 }
@@ -121,7 +122,8 @@ TResult<std::uint64_t> TRunner::Start(TRunRequest request, const TAsker& who) {
   const TLanguageScope own("");  // what is made here stays
   if (FPhase != TPhase::Idle) return TProblem{.What = Tr("a procedure is running"), .Why = FRun->Procedure};
   if (FController.Running()) return TProblem{.What = Tr("a procedure is running")};
-  std::shared_ptr<IStateMotion> root = ShareRoot(MakeRoot(request.Procedure, request.Calls));
+  std::shared_ptr<IStateMotion> root;
+  if (!request.Job) root = ShareRoot(MakeRoot(request.Procedure, request.Calls));
 
   auto run = std::make_shared<TRunRecord>();
   run->Procedure = request.Procedure;
@@ -132,7 +134,7 @@ TResult<std::uint64_t> TRunner::Start(TRunRequest request, const TAsker& who) {
   run->StartUnixMs = RealUnixMs();
   if (const TLocaleManager* const locale = LocaleManager()) run->Language = locale->Language();
   run->Calls = request.Calls;
-  run->Params = RunParams(request.Sequence, run->Calls);
+  run->Params = request.Job ? request.JobParams : RunParams(request.Sequence, run->Calls);
 
   if (request.SaveCalibration) FController.Params().SetInt("AutoSaveCaliResult", 1);
   // What is on stays on in the picture of the run.
@@ -145,7 +147,7 @@ TResult<std::uint64_t> TRunner::Start(TRunRequest request, const TAsker& who) {
   FWatch.Begin(std::move(request.Triggers));
   FToldSteps = 0;
   run->Report.StartMs = FWatch.StartMs();
-  if (TResult<> started = FController.Start(std::move(root)); !started) {
+  if (TResult<> started = request.Job ? request.Job->Start() : FController.Start(std::move(root)); !started) {
     FWatch.Forget();
     return started.Problem();
   }
@@ -153,6 +155,7 @@ TResult<std::uint64_t> TRunner::Start(TRunRequest request, const TAsker& who) {
   if (run->Id == 0) run->Id = FIds + 1;
   FIds = run->Id;
   FRun = std::move(run);
+  FJob = std::move(request.Job);
   FPhase = TPhase::Runs;
   FLimitMs = request.LimitMs;
   FTimeOver = false;
@@ -186,7 +189,8 @@ void TRunner::Pass() {
 }
 
 void TRunner::Step(std::uint64_t nowMs) {
-  const bool running = FController.Running();  // before the steps are looked at
+  const bool running = FPhase == TPhase::Runs && FJob ? FJob->Pass(FRun->Id, nowMs)
+                                                      : FController.Running();  // before the steps are looked at
   TellSteps();
   switch (FPhase) {
     case TPhase::Idle: return;
@@ -220,6 +224,7 @@ void TRunner::Finish() {
   const TLanguageScope own("");
   FRun->Last = FController.Machine().Snapshot();
   FRun->Report = FWatch.Report();
+  if (const auto job = std::exchange(FJob, nullptr)) FRun->Result = job->Finish(FRun->Id, FRun->Report);
   FRun->EndUnixMs = RealUnixMs();
   FPhase = TPhase::Idle;
   TRunRecordPtr record = std::exchange(FRun, nullptr);

@@ -18,6 +18,7 @@
 #include "controller/procedures/RunWatch.h"
 #include "controller/service/Asker.h"
 #include "controller/service/Events.h"
+#include "controller/service/RunJob.h"
 #include "controller/service/Status.h"
 
 namespace ixocontroller {
@@ -32,6 +33,8 @@ struct TRunRequest {
   TRunTriggers Triggers;
   bool SaveCalibration = false;  // a calibration of the height sensor is stored
   bool Detached = false;
+  std::shared_ptr<IRunJob> Job;      // what runs instead of a procedure; null: none
+  nlohmann::ordered_json JobParams;  // with which it was asked for
   // The connection that attends it; 0: the starter's own. A run that is started without one is detached.
   std::uint64_t AttendedBy = 0;
 };
@@ -49,6 +52,7 @@ struct TRunRecord {
   std::int64_t StartUnixMs = 0;
   std::int64_t EndUnixMs = 0;  // 0: it runs
   TRunReport Report;
+  nlohmann::ordered_json Result;  // a job's; null: it was none
   TMotionTrace Trace{kTracePoints};
   TMachineSnapshot First, Last;  // the machine before it and at its end
 
@@ -131,6 +135,7 @@ class TRunner {
 
   TPhase FPhase = TPhase::Idle;
   std::shared_ptr<TRunRecord> FRun;
+  std::shared_ptr<IRunJob> FJob;
   std::uint64_t FLimitMs = 0;
   bool FTimeOver = false;
   std::uint64_t FUntilMs = 0;  // of the phase

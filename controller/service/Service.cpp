@@ -62,8 +62,10 @@ TService::TService(TServiceOptions options)
       FController([this] {
         TControllerOptions controller = FOptions.Controller;
         controller.Sinks.push_back(FLogEvents.get());
+        controller.Sinks.push_back(&FLogLines);
         return std::make_unique<TController>(std::move(controller));
       }()),
+      FGas(*FController, FEvents),
       FRunner(*FController, FSteps, FEvents),
       FLease([this](const TLeaseEvent& event) { LeaseChanged(event); }) {
   FAlarms.emplace(*FController, FEvents);
@@ -219,7 +221,10 @@ void TService::Connected(std::uint64_t connection) {
 }
 
 void TService::Disconnected(std::uint64_t connection) {
-  Post([this, connection] { FRunner.Disconnected(connection); });
+  Post([this, connection] {
+    FRunner.Disconnected(connection);
+    FDesks->Panel.Keys().ConnectionGone(connection, RealMs());
+  });
 }
 
 // --- interface thread: what begins something ---
@@ -296,10 +301,12 @@ TResult<> TService::Reset(const TAsker& who) {
 
 void TService::RunThread() {
   pthread_setname_np(pthread_self(), kThread);
+  FDesks.emplace(*FController, FEvents, FOptions.StateFolder);
   if (FController->VirtualClock())
     RunVirtual();
   else
     RunReal();
+  FDesks.reset();
   FStopped.store(true);
 }
 
@@ -355,6 +362,7 @@ void TService::RunVirtual() {
         startUs = nowUs;
         startMs = clock.MonotonicMs();
       }
+      FDesks->Panel.Watch(RealMs());
       FController->RunPass();
       FRunner.Pass();
     } else {
@@ -367,6 +375,7 @@ void TService::RunVirtual() {
 void TService::Round() {
   const std::uint64_t now = RealMs();
   FRoundAt = now + kStatusEveryMs;
+  FDesks->Round(now);
   FLease.Watch(now);
   if (FLease.Holder()) FRunner.Attended(now - (TLease::kLeaseMs - std::min(FLease.LeftMs(now), TLease::kLeaseMs)));
   for (const auto& round : FRounds) try {
@@ -378,6 +387,7 @@ void TService::Round() {
 }
 
 void TService::LeaseChanged(const TLeaseEvent& event) {
+  if (FDesks) FDesks->Panel.Keys().ReleaseAll(kuLease, RealMs());
   FEvents.Add(evLease, [event] {
     const auto name = [](const std::optional<TAsker>& who) {
       return who ? nlohmann::ordered_json(who->Name) : nlohmann::ordered_json();

@@ -20,9 +20,12 @@
 #include "controller/Controller.h"
 #include "controller/service/AlarmDesk.h"
 #include "controller/service/Asker.h"
+#include "controller/service/Desks.h"
 #include "controller/service/Events.h"
+#include "controller/service/GasDesk.h"
 #include "controller/service/Jobs.h"
 #include "controller/service/Lease.h"
+#include "controller/service/LogLines.h"
 #include "controller/service/Runner.h"
 #include "controller/service/Status.h"
 #include "controller/service/Stopper.h"
@@ -62,6 +65,7 @@ class TService {
   [[nodiscard]] TEventRing& Events() { return FEvents; }
   [[nodiscard]] TAccess& Access() { return FAccess; }
   [[nodiscard]] TAlarmDesk& Alarms() { return *FAlarms; }
+  [[nodiscard]] const TLogLines& LogLines() const { return FLogLines; }
   // Where the wire listens: for the console's links, and for who wants the machine file.
   void SetAddress(const std::string& url);
   [[nodiscard]] TJobs& Jobs() { return *FJobs; }  // what any thread may ask of it
@@ -85,6 +89,11 @@ class TService {
   [[nodiscard]] TLease& Lease() { return FLease; }
   // Called behind each change of the lease. Before Start.
   void OnLease(std::function<void(const TLeaseEvent&)> changed) { FLeaseTold.push_back(std::move(changed)); }
+  // From Start on.
+  [[nodiscard]] TPanelDesk& Panel() { return FDesks->Panel; }
+  [[nodiscard]] TGasDesk& Gas() { return FGas; }
+  [[nodiscard]] TRecordings& Recordings() { return FDesks->Recordings; }
+  [[nodiscard]] TLinkDesk& Links() { return FDesks->Links; }
   // Refused while a procedure runs, with its name: configuration changes take effect at rest.
   [[nodiscard]] TResult<> AtRest();
   // Starts a run; refused also while everything is off. Throws what TRunner::Start throws.
@@ -117,6 +126,7 @@ class TService {
   TEventRing FEvents;
   TAccess FAccess;
   const std::unique_ptr<TLogEvents> FLogEvents;
+  TLogLines FLogLines;
   TStepSpans FSteps;
   const std::unique_ptr<TController> FController;
   std::optional<TAlarmDesk> FAlarms;
@@ -128,9 +138,11 @@ class TService {
   std::atomic<std::uint64_t> FAllOffAlarm{0};  // its serial; 0: none stands
 
   // interface thread
+  TGasDesk FGas;
   TRunner FRunner;
   std::vector<std::function<void(std::uint64_t)>> FRounds;
   std::uint64_t FRoundAt = 0;  // real time
+  std::optional<TDesks> FDesks;
   TLease FLease;
   std::vector<std::function<void(const TLeaseEvent&)>> FLeaseTold;
   std::optional<TJobs> FJobs;

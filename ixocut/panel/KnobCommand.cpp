@@ -38,17 +38,9 @@ std::optional<double> SpeedOf(const char* option, const std::string& text) {
   return value;
 }
 
-double& Level(TSpeedData& speed, TSpeedState level) {
-  return level == ssLow ? speed.LowSpeed : level == ssNormal ? speed.NormalSpeed : speed.HighSpeed;
-}
-
 std::string Right(const std::string& text, std::size_t width) {
   const std::size_t shown = DisplayWidth(text);
   return shown < width ? std::string(width - shown, ' ') + text : text;
-}
-
-nlohmann::ordered_json JsonOf(const TSpeedData& speed) {
-  return {{"init", speed.Init}, {"low", speed.LowSpeed}, {"normal", speed.NormalSpeed}, {"high", speed.HighSpeed}};
 }
 
 // The levels, and the parameters and jog sections that follow from the one in force.
@@ -57,16 +49,7 @@ void Print(const std::string& command, const TKnobOptions& options, TController&
   const TSpeedState level = knob.GetSpeedState();
   const TNcParams& params = session.Params();
   if (options.Json) {
-    nlohmann::ordered_json document{{"state", LevelName(level)},
-                                    {"twoHeads", knob.GetDHEnabled()},
-                                    {"xy", JsonOf(knob.XYSpeed.UsedSpeed)},
-                                    {"z", JsonOf(knob.ZSpeed.UsedSpeed)},
-                                    {"JogFast", params.GetBool("JogFast", false)},
-                                    {"JogSlow", params.GetBool("JogSlow", false)},
-                                    {"zJogSpeed", session.Jog().Z(0).JogSpeed}};
-    const double jogSpeed = params.GetDouble("JogSpeed", -1.0);
-    if (jogSpeed >= 0.0) document["JogSpeed"] = jogSpeed;
-    PrintDocument(out, command, document);
+    PrintDocument(out, command, KnobJson(session));
     return;
   }
   out << Format(Tr("state %s%s"), ShownLevel(level), knob.GetDHEnabled() ? Tr(", two heads") : "") << '\n';
@@ -96,24 +79,10 @@ int RunKnob(const std::string& command, const TKnobOptions& options, TKnobDo wha
   if (what == TKnobDo::Speed && !xy && !z) throw EProblem(pbRequest, Tr("--xy or --z is needed"));
 
   TController session(options.Options());
-  TKnob& knob = Knob();
-  const auto check = [&] {
-    if (const std::string problem = CheckKnob(); !problem.empty()) throw EProblem(pbRefused, problem);
-  };
-  if (what == TKnobDo::Speed) {
-    if (xy) Level(knob.XYSpeed.ShowSpeed, *level) = *xy;
-    if (z) Level(knob.ZSpeed.ShowSpeed, *level) = *z;
-    check();
-    knob.SaveConfig();
-    knob.LoadConfig();
-  } else if (what == TKnobDo::State) {
-    check();
-    try {
-      ApplyKnob(session, *level);
-    } catch (const EDesignFault& fault) {
-      throw EProblem(pbRefused, Format("%s: %s", fault.Unit(), fault.what()));
-    }
-  }
+  if (what == TKnobDo::Speed)
+    SetKnobSpeeds(*level, xy, z);
+  else if (what == TKnobDo::State)
+    SetKnobLevel(session, *level).OrThrow(pbRefused);
   if (level) (void)session.Jog().Save().OrThrow(pbUnusable);
   Print(command, options, session, out);
   return kExitSuccess;

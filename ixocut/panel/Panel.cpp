@@ -113,30 +113,6 @@ void PrintWhy(TKeyCode key, const TKeyWhy& why, std::ostream& out) {
   }
 }
 
-nlohmann::ordered_json JsonOf(TKeyCode key, const TKeyWhy& why) {
-  const TText* const text = VerdictText(why.Verdict);
-  nlohmann::ordered_json json{
-      {"key", KeyName(key)}, {"keyCommand", why.Command},    {"allowed", why.Verdict == pvSent},  {"sent", why.Sent},
-      {"acts", why.Acts},    {"conclusion", why.Conclusion}, {"message", text ? text->Get() : ""}};
-  auto& masks = json["masks"] = nlohmann::ordered_json::array();
-  for (const TKeyReason& reason : why.Reasons)
-    masks.push_back({{"mask", reason.Who},
-                     {"permits", reason.Permits},
-                     {"blocks", reason.Blocks},
-                     {"because", reason.Because},
-                     {"change", reason.Change}});
-  return json;
-}
-
-// What keeps the press from having its effect; none where it has it.
-std::optional<TProblem> ProblemOf(TKeyCode key, const TKeyWhy& why) {
-  for (const TKeyReason& reason : why.Reasons)
-    if (reason.Blocks)
-      return TProblem{
-          .What = why.Conclusion, .Where = std::string(KeyName(key)), .Why = reason.Because, .Remedy = reason.Change};
-  return {};
-}
-
 int RunWhy(const TPanelOptions& options, std::ostream& out) {
   const TKeyCode key = ParseKey(options.Key).OrThrow(pbRequest);
   if (!options.Form.empty()) CheckForm(options.Form).OrThrow(pbRequest);

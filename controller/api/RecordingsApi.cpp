@@ -1,0 +1,92 @@
+// Recordings of the machine's signals: files of the state folder, by their names.
+#include "controller/StateFolder.h"
+#include "controller/api/Api.h"
+#include "controller/api/Asked.h"
+#include "controller/api/Body.h"
+#include "controller/recordings/Recordings.h"
+#include "controller/service/RealTime.h"
+
+namespace ixocontroller {
+namespace {
+
+using TJson = nlohmann::ordered_json;
+
+constexpr std::uint64_t kMostPoints = 20'000;
+
+TJson RunningJson(TRecordings& recordings) {
+  const auto now = recordings.Now();
+  if (!now) return nullptr;
+  return {{"name", now->Name}, {"signals", now->Signals}, {"limitMs", now->LimitMs}, {"recordedMs", now->Ms}};
+}
+
+TApiReply ListRecordings(TService& service, const TApiRequest&) {
+  TJson list = TJson::array();
+  for (const TRecordingInfo& file : service.Recordings().List())
+    list.push_back({{"name", file.Name}, {"bytes", file.Bytes}, {"changed", UtcText(file.UnixMs)}});
+  TApiReply reply;
+  reply.Body = {{"recordings", std::move(list)}, {"running", RunningJson(service.Recordings())}};
+  return reply;
+}
+
+TApiReply ReadRecording(TService& service, const TApiRequest& request) {
+  TRecordingPart part{.Signals = QueryOf(request, "signals")};
+  const auto number = [&](const char* name, std::uint64_t least, std::uint64_t most, std::uint64_t otherwise) {
+    const std::string text = QueryOf(request, name);
+    return text.empty() ? otherwise : WholeNumber(text, name, least, most);
+  };
+  constexpr std::uint64_t kLast = std::uint64_t{1} << 52U;
+  part.FromMs = static_cast<std::int64_t>(number("fromMs", 0, kLast, 0));
+  part.ToMs = static_cast<std::int64_t>(number("toMs", 0, kLast, kLast));
+  part.Points = number("points", 1, kMostPoints, part.Points);
+  auto read = service.Recordings().Read(request.Params.at("name"), part);
+  if (!read) return Fail(404, read.Problem());
+  TApiReply reply;
+  reply.Body = std::move(*read);
+  return reply;
+}
+
+TApiReply StartRecording(TService& service, const TApiRequest& request) {
+  const TAskedBody body(request, {"name", "signals", "limitMs"});
+  std::string list;
+  for (const std::string& signal : body.Texts("signals")) list += (list.empty() ? "" : ",") + signal;
+  std::vector<TMonitorSignalKey> signals = ParseSignals(list).OrThrow(pbRequest);
+  const std::uint64_t limitMs = body.Has("limitMs")
+                                    ? static_cast<std::uint64_t>(body.Whole("limitMs", 1, TRecordings::kLongestMs))
+                                    : TRecordings::kUsualMs;
+  const std::string name = body.Text("name");
+  CheckStoredName(name).OrThrow(pbRequest);
+  service.Recordings().Start(name, std::move(signals), limitMs).OrThrow(pbRefused);
+  TApiReply reply;
+  reply.Status = 201;
+  reply.Body = RunningJson(service.Recordings());
+  return reply;
+}
+
+TApiReply StopRecording(TService& service, const TApiRequest& request) {
+  const std::string& name = request.Params.at("name");
+  TApiReply reply;
+  reply.Body = {{"name", name}, {"samples", service.Recordings().Stop(name).OrThrow(pbRefused)}};
+  return reply;
+}
+
+TApiReply DeleteRecording(TService& service, const TApiRequest& request) {
+  const std::string& name = request.Params.at("name");
+  service.Recordings().Delete(name).OrThrow(pbRefused);
+  TApiReply reply;
+  reply.Body = {{"name", name}};
+  return reply;
+}
+
+constexpr TApiRoute kRecordingsRoutes[] = {
+    {"GET", "/api/v1/recordings", roNone, false, true, &ListRecordings, "The recordings, and the one being made"},
+    {"POST", "/api/v1/recordings", roOperator, false, true, &StartRecording, "Record signals of the machine"},
+    {"GET", "/api/v1/recordings/{name}", roNone, false, true, &ReadRecording, "A recording's signals, thinned out"},
+    {"DELETE", "/api/v1/recordings/{name}", roOperator, false, true, &DeleteRecording, "Delete a recording"},
+    {"DELETE", "/api/v1/recordings/{name}/running", roOperator, false, true, &StopRecording, "End a recording"},
+};
+
+}  // namespace
+
+std::span<const TApiRoute> RecordingsRoutes() { return kRecordingsRoutes; }
+
+}  // namespace ixocontroller

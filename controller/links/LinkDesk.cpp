@@ -1,0 +1,151 @@
+#include "controller/links/LinkDesk.h"
+
+#include <algorithm>
+#include <atomic>
+#include <pthread.h>
+#include <utility>
+
+#include "controller/Supervisor.h"
+#include "ixocamglue/config/Uassistconfig.h"
+#include "ixocamglue/config/Uclientconfig.h"
+#include "ixocamglue/platform/comm/Comm.h"
+#include "ixocamglue/platform/services/ThreadTable.h"
+#include "ixocamglue/platform/services/VirtualClock.h"
+#include "ixocamglue/support/Faults.h"
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Locks.h"
+#include "ixocamglue/support/Texts.h"
+
+namespace ixocontroller {
+namespace {
+
+const char* MarkWord(TDoctorMark mark) { return mark == dmGood ? "ok" : mark == dmNote ? "note" : "fault"; }
+
+nlohmann::ordered_json JsonOf(const TConfiguredLink& link) {
+  const TLinkAddress& address = link.Address;
+  return {{"name", link.Name},
+          {"section", link.Section},
+          {"transport", address.IsTcp ? "tcp" : "serial"},
+          {"framing", address.TcpFraming ? "tcp" : "rtu"},
+          {"address", address.Text()},
+          {"inUse", link.InUse}};
+}
+
+// Every device object has a thread of its own, from its making to its end.
+nlohmann::ordered_json DevicesJson() {
+  auto devices = nlohmann::ordered_json::array();
+  const std::uint64_t now = Clock().MonotonicMs();
+  TThreadSeen seen;
+  for (std::size_t row = 0; row < TThreadTable::kRows; ++row) {
+    if (!ThreadTable().Read(row, seen) || seen.Kind != tkDevice) continue;
+    devices.push_back({{"name", seen.Name},
+                       {"state", seen.Life == tlRuns     ? "runs"
+                                 : seen.Life == tlParked ? "parked"
+                                                         : "failed"},
+                       {"silentMs", now - std::min(now, seen.BeatMs)}});
+  }
+  return devices;
+}
+
+}  // namespace
+
+std::vector<TConfiguredLink> ConfiguredLinks() {
+  std::vector<TConfiguredLink> links;
+  if (FModbusStoreCfg) {
+    const TDataTransConfig& trans = FModbusStoreCfg->DataTransConfig;
+    TLinkAddress address;
+    address.IsTcp = trans.UseTcp;
+    address.TcpFraming = trans.UseTcp && trans.IsModbusTcp;
+    address.Host = trans.TcpHost;
+    address.Port = trans.TcpPort;
+    if (!trans.UseTcp) address.Device = SerialPortPath(trans.CommPort);
+    address.Settings = trans.CommSettings;
+    links.push_back({.Name = "modbus-store",
+                     .Section = "ModbusStore/DataTransConfig",
+                     .Address = std::move(address),
+                     .InUse = FModbusStoreCfg->StoreEnabled || FModbusStoreCfg->UCSInfoEnabled ||
+                              FModbusStoreCfg->ExportFileNameEnabled});
+  }
+  return links;
+}
+
+// --- the doctor ---
+
+struct TLinkDesk::TExamination {
+  TConfiguredLink Link;
+  TDoctorOptions Options;
+  std::string Language;
+  TStop Stop;
+  std::atomic<bool> Ended{false};
+  bool Good = false;  // read behind Ended
+  TCriticalSection Lock;
+  std::vector<TDoctorStep> Steps IXO_GUARDED_BY(Lock);
+
+  void Run() {
+    pthread_setname_np(pthread_self(), "ixo-doctor");
+    const TLanguageScope language(Language);
+    try {
+      Good = ExamineLink(
+          Options,
+          [this](const TDoctorStep& step) {
+            TGuard guard(Lock);
+            Steps.push_back(step);
+          },
+          Stop);
+    } catch (...) {
+      LogFault("ixo-doctor", std::current_exception());
+    }
+    Ended.store(true, std::memory_order_release);
+  }
+};
+
+TLinkDesk::~TLinkDesk() { End(); }
+
+void TLinkDesk::End() {
+  if (FExamination) FExamination->Stop.Ask();
+  if (FThread.joinable()) FThread.join();
+}
+
+TResult<> TLinkDesk::Examine(const std::string& name, std::uint8_t unit, std::uint16_t addr,
+                             const std::string& language) {
+  const std::vector<TConfiguredLink> links = ConfiguredLinks();
+  const auto link = std::ranges::find(links, name, &TConfiguredLink::Name);
+  if (link == links.end()) return TProblem{.What = Format(Tr("the machine file has no link %s"), name.c_str())};
+  if (dynamic_cast<TVirtualClock*>(&Clock()))
+    return TProblem{.What = Tr("a link is examined in real time only"),
+                    .Remedy = Tr("use \"ixocut link doctor\" with the link's address")};
+  if (FExamination && !FExamination->Ended.load(std::memory_order_acquire))
+    return TProblem{.What = Format(Tr("the link %s is being examined"), FExamination->Link.Name.c_str())};
+  End();
+  FExamination = std::make_shared<TExamination>();
+  FExamination->Link = *link;
+  FExamination->Options = {.Link = link->Address, .Unit = unit, .Addr = addr};
+  FExamination->Language = language;
+  FThread = std::thread([examination = FExamination] { examination->Run(); });
+  return {};
+}
+
+nlohmann::ordered_json TLinkDesk::Json() const {
+  auto links = nlohmann::ordered_json::array();
+  for (const TConfiguredLink& link : ConfiguredLinks()) links.push_back(JsonOf(link));
+  return {{"links", std::move(links)}, {"devices", DevicesJson()}, {"examination", ExaminationJson()}};
+}
+
+nlohmann::ordered_json TLinkDesk::ExaminationJson() const {
+  if (!FExamination) return nullptr;
+  TExamination& of = *FExamination;
+  const bool ended = of.Ended.load(std::memory_order_acquire);
+  auto steps = nlohmann::ordered_json::array();
+  {
+    TGuard guard(of.Lock);
+    for (const TDoctorStep& step : of.Steps)
+      steps.push_back(
+          {{"mark", MarkWord(step.Mark)}, {"id", step.Id}, {"finding", step.Finding}, {"next", step.NextThing}});
+  }
+  return {{"link", of.Link.Name},     {"unit", of.Options.Unit},
+          {"addr", of.Options.Addr},  {"lang", of.Language},
+          {"ended", ended},           {"good", ended ? nlohmann::ordered_json(of.Good) : nlohmann::ordered_json()},
+          {"steps", std::move(steps)}};
+}
+
+}  // namespace ixocontroller

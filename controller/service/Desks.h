@@ -1,0 +1,29 @@
+// What a controller that stays up has beside its runs: panel, recordings, links. Made on the interface thread once the
+// machine has acknowledged standby, and ended there.
+#pragma once
+
+#include <filesystem>
+
+#include "controller/links/LinkDesk.h"
+#include "controller/recordings/Recordings.h"
+#include "controller/service/PanelDesk.h"
+
+namespace ixocontroller {
+
+struct TDesks {
+  TDesks(TController& controller, TEventRing& events, const std::filesystem::path& stateFolder)
+      : Panel(controller, events), Recordings(controller, stateFolder / "recordings") {}
+
+  // Every few ms of real time.
+  void Round(std::uint64_t realMs) {
+    Panel.Watch(realMs);
+    Panel.Tell();
+    Recordings.Round();
+  }
+
+  TPanelDesk Panel;
+  TRecordings Recordings;
+  TLinkDesk Links;
+};
+
+}  // namespace ixocontroller

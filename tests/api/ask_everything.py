@@ -1,0 +1,280 @@
+#!/usr/bin/env python3
+"""ask_everything.py IXOCUT DOCUMENT: starts `IXOCUT serve` in virtual time, asks every path of the OpenAPI document over
+HTTP, well and wrongly, and holds every answer against the document. Needs python3-jsonschema; exits with 1 where an
+answer does not fit, a path was never answered well, or something is asked that is not described."""
+import http.client
+import json
+import re
+import shutil
+import signal
+import socket
+import subprocess
+import sys
+import tempfile
+import time
+
+import jsonschema
+
+PREFIX = "/api/v1"
+WITHIN_S = 30
+
+
+class UnixConnection(http.client.HTTPConnection):
+    def __init__(self, path):
+        super().__init__("localhost")
+        self.unix_path = path
+
+    def connect(self):
+        self.sock = socket.socket(socket.AF_UNIX)
+        self.sock.settimeout(WITHIN_S)
+        self.sock.connect(self.unix_path)
+
+
+class Document:
+    def __init__(self, file):
+        with open(file, encoding="utf-8") as text:
+            self.content = json.load(text)
+        self.paths = []
+        for path in self.content["paths"]:
+            pattern = re.escape(path)
+            pattern = re.sub(r"\\{[a-z]+\\\.\\\.\\\.\\}", ".+", pattern)
+            self.paths.append((re.compile(re.sub(r"\\{[a-z]+\\}", "[^/]+", pattern) + "$"), path))
+        self.paths.sort(key=lambda one: one[1].count("{"))  # one that is spelled out goes first
+
+    def operation(self, method, path):
+        for pattern, name in self.paths:
+            if pattern.match(path) and method.lower() in self.content["paths"][name]:
+                return name, self.content["paths"][name][method.lower()]
+        return None, None
+
+    def resolved(self, thing):
+        while "$ref" in thing:
+            found = self.content
+            for part in thing["$ref"][2:].split("/"):
+                found = found[part]
+            thing = found
+        return thing
+
+    def check(self, schema, value):
+        whole = {"components": self.content["components"], "allOf": [schema]}
+        return [f"{'/'.join(map(str, error.absolute_path)) or 'the whole'}: {error.message[:200]}"
+                for error in jsonschema.Draft202012Validator(whole).iter_errors(value)]
+
+
+class Asker:
+    def __init__(self, document, place):
+        self.document = document
+        self.place = place
+        self.lease = None
+        self.wrong = []
+        self.answered = set()
+
+    def complain(self, what):
+        self.wrong.append(what)
+        print("!!", what)
+
+    def ask(self, method, path, body=None, local=True, headers=None, expect=None):
+        """`local`: over the Unix socket, where the user is known; else over TCP, as nobody."""
+        if local:
+            connection = UnixConnection(self.place["socket"])
+        else:
+            connection = http.client.HTTPConnection(self.place["url"].split("//")[1], timeout=WITHIN_S)
+        send = {"Accept-Language": "en", **(headers or {})}
+        if self.lease and local:
+            send["Lease"] = self.lease
+        text = None
+        if body is not None or method in ("POST", "PUT"):
+            text = json.dumps({} if body is None else body)
+            send["Content-Type"] = "application/json"
+        connection.request(method, PREFIX + "/" + path, text, send)
+        response = connection.getresponse()
+        raw = response.read()
+        connection.close()
+        where = f"{method} {path} -> {response.status}"
+        try:
+            value = json.loads(raw)
+        except ValueError:
+            self.complain(f"{where}: no JSON: {raw[:100]!r}")
+            return response.status, None
+        self.hold(method, path.split("?")[0], where, response, value)
+        if expect is not None and response.status not in (expect if isinstance(expect, tuple) else (expect,)):
+            self.complain(f"{where}: expected {expect}: {raw[:300]!r}")
+        return response.status, value
+
+    def hold(self, method, path, where, response, value):
+        kind = response.headers.get("Content-Type", "").split(";")[0]
+        if response.status >= 400:
+            if kind != "application/problem+json":
+                self.complain(f"{where}: the problem is {kind}")
+            schema = {"$ref": "#/components/schemas/Problem"}
+            for problem in self.document.check(schema, value):
+                self.complain(f"{where}: {problem}")
+            if not value.get("detail"):
+                self.complain(f"{where}: the problem says nothing")
+        name, operation = self.document.operation(method, PREFIX + "/" + path)
+        if operation is None:
+            if response.status not in (404, 405):
+                self.complain(f"{where}: is not described")
+            return
+        described = operation["responses"].get(str(response.status))
+        if described is None:
+            self.complain(f"{where}: this status is not described")
+            return
+        if response.status >= 400:
+            return
+        content = self.document.resolved(described)["content"]
+        if kind not in content:
+            self.complain(f"{where}: {kind} is not described")
+            return
+        problems = self.document.check(content[kind]["schema"], value)
+        for problem in problems:
+            self.complain(f"{where}: {problem}")
+        if not problems:
+            self.answered.add((method, name))
+
+    def good(self, method, path, body=None, **more):
+        status, value = self.ask(method, path, body, **more)
+        if status >= 300:
+            self.complain(f"{method} {path} -> {status}: {json.dumps(value)[:300]}")
+            return {}
+        return value
+
+    def take_lease(self):
+        self.lease = self.good("POST", "lease", {"takeOver": True}).get("lease")
+
+    def wait_for_run(self, run):
+        end = time.monotonic() + WITHIN_S
+        while run and time.monotonic() < end:
+            answer = self.good("GET", f"runs/{run}")
+            if answer.get("outcome") or not answer:
+                return answer
+            self.good("POST", "lease/heartbeat")
+            time.sleep(0.05)
+        self.complain(f"run {run} does not end")
+        return {}
+
+    def events(self):
+        connection = http.client.HTTPConnection(self.place["url"].split("//")[1], timeout=WITHIN_S)
+        connection.request("GET", PREFIX + "/events?kinds=state,run")
+        response = connection.getresponse()
+        line = response.readline()
+        connection.close()
+        if response.status == 200 and response.headers.get("Content-Type", "").startswith("text/event-stream") and line:
+            self.answered.add(("GET", PREFIX + "/events"))
+        else:
+            self.complain(f"GET events -> {response.status}, {line!r}")
+
+
+def ask_well(asker):
+    for path in ("health", "status", "machine", "procedures", "tokens", "alarms", "alarms/definitions", "config",
+                 "config/schema", "config/check", "config/history", "config/diff?against=defaults", "gas", "gas/tables",
+                 "panel", "panel/why?key=LASER", "panel/forms", "links", "recordings", "log", "log?level=warning",
+                 "openapi.json"):
+        asker.good("GET", path)
+    asker.ask("GET", "alarms/history", expect=(200, 404))
+    asker.events()
+    asker.take_lease()
+    asker.good("POST", "lease/heartbeat")
+
+    asker.good("POST", "tokens", {"name": "asker", "role": "viewer"})
+    asker.good("DELETE", "tokens/asker")
+    code = asker.good("POST", "session/code", {"role": "viewer"}).get("code")
+    asker.good("POST", "session", {"code": code}, local=False)
+
+    run = asker.good("POST", "runs", {"procedure": "move-xy", "params": {"x": 30, "y": 20}}).get("id")
+    asker.wait_for_run(run)
+    asker.good("GET", f"runs/{run}/trace")
+    run = asker.good("POST", "runs", {"procedure": "delay", "params": {"ms": 60000}}).get("id")
+    asker.good("POST", "pause")
+    asker.wait_for_run(run)
+    asker.good("POST", "stop", local=False)
+    asker.good("POST", "all-off", local=False)
+    for alarm in asker.good("GET", "alarms").get("alarms", [])[:1]:
+        asker.good("POST", f"alarms/{alarm['serial']}/acknowledge")
+    end = time.monotonic() + WITHIN_S
+    while asker.ask("POST", "reset")[0] != 200 and time.monotonic() < end:
+        time.sleep(0.05)
+
+    run = asker.good("POST", "gas/calibrate", {"gases": ["Air"], "nozzle": "S", "size": 1.5}).get("id")
+    asker.wait_for_run(run)
+    for path in ("gas", "gas/verdict", "gas/recording", "gas/tables?gas=Air&nozzle=S&size=1.5"):
+        asker.good("GET", path)
+    asker.good("POST", "gas/use", {"gases": "Air", "nozzle": "S", "size": 1.5})
+
+    asker.good("POST", "panel/form", {"form": "Work"})
+    press = {"key": "AIMING", "press": "one", "atMs": asker.good("GET", "panel").get("serverMs")}
+    asker.good("POST", "panel/press", press)
+    asker.ask("POST", "panel/heartbeat", {"presses": ["one"], "atMs": asker.good("GET", "panel").get("serverMs")},
+              expect=(200, 409))
+    asker.good("POST", "panel/heartbeat", {"presses": [], "atMs": asker.good("GET", "panel").get("serverMs")})
+    asker.good("POST", "panel/release", {"press": "one"})
+    asker.good("POST", "panel/knob", {"level": "normal"})
+
+    asker.good("POST", "recordings", {"name": "one", "signals": ["position", "state"], "limitMs": 60000})
+    time.sleep(0.1)
+    asker.ask("DELETE", "recordings/one/running", expect=(200, 409))
+    asker.good("GET", "recordings/one?points=10&signals=position.1")
+    asker.good("DELETE", "recordings/one")
+    asker.good("POST", "recordings", {"name": "two", "limitMs": 120000})
+    asker.good("DELETE", "recordings/two/running")
+
+    version = asker.good("GET", "config").get("version")
+    name = "config/ModbusStore/WriteFileNameParamAddr"
+    asker.good("PUT", name, {"value": 7, "version": version})
+    asker.ask("PUT", name, {"value": 8, "version": version}, expect=412)
+    asker.good("POST", "config/restore")
+    asker.good("DELETE", "lease")
+    asker.take_lease()
+    asker.good("POST", "alarms/suppress", {"identifier": "TPHost#1", "minutes": 1, "reason": "asked"})
+
+
+def ask_wrongly(asker):
+    document = asker.document.content["paths"]
+    for path, methods in document.items():
+        spelled = re.sub(r"{[^}]*}", "no-such-thing", path)[len(PREFIX) + 1:]
+        for method, operation in methods.items():
+            if path.endswith("/events") or path.endswith("/stop") or path.endswith("/all-off"):
+                continue
+            if "requestBody" in operation:
+                taken = () if operation["requestBody"]["required"] else (200, 201)
+                asker.ask(method.upper(), spelled, [1], expect=(400, 404, 409, *taken))
+                asker.ask(method.upper(), spelled, {"no such member": 1}, expect=(200, 201, 400, 404, 409))
+            elif "{" in path:
+                asker.ask(method.upper(), spelled, expect=(400, 404, 409))
+            if operation["x-role"] != "none":
+                asker.ask(method.upper(), spelled, {}, local=False, expect=(401, 403))
+    asker.ask("GET", "no-such-thing", expect=404)
+    asker.ask("DELETE", "status", expect=405)
+    asker.ask("GET", "status", local=False, headers={"Host": "elsewhere.example"}, expect=421)
+    asker.ask("GET", "status", local=False, headers={"Authorization": "Bearer wrong"}, expect=401)
+    for wrong in ("log?since=-1", "log?level=loud", "gas/tables?gas=He", "gas/tables?size=0", "panel/why?key=NO",
+                  "recordings/one?points=0", "gas/verdict?run=x"):
+        asker.ask("GET", wrong, expect=400)
+
+
+def main():
+    program, file = sys.argv[1:]
+    folder = tempfile.mkdtemp(prefix="ixo")
+    serve = subprocess.Popen([program, "serve", "--virtual", "100", "--port", "0", "--state", folder, "--json",
+                              "--lang", "en"], stdout=subprocess.PIPE, text=True)
+    try:
+        started = json.loads(serve.stdout.readline())
+        asker = Asker(Document(file), started["result"])
+        ask_well(asker)
+        for path, methods in asker.document.content["paths"].items():
+            for method in methods:
+                if (method.upper(), path) not in asker.answered and not methods[method].get("x-unanswered"):
+                    asker.complain(f"{method.upper()} {path} was never answered well")
+        ask_wrongly(asker)
+    finally:
+        serve.send_signal(signal.SIGTERM)
+        serve.wait(WITHIN_S)
+        shutil.rmtree(folder, ignore_errors=True)
+    if serve.returncode != 0:
+        asker.complain(f"serve ended with {serve.returncode}")
+    print(f"{len(asker.answered)} operations answered well, {len(asker.wrong)} complaints")
+    sys.exit(1 if asker.wrong else 0)
+
+
+if __name__ == "__main__":
+    main()
