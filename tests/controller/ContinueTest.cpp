@@ -97,7 +97,7 @@ TEST_F(Continuing, EachProcedureThatMayBeReenteredRaisesTheHeadBeforeItTravels) 
   for (const TProcedure* row : Procedures()) {
     if (!row->Flags.Reentry) continue;
     ++rows;
-    StartRoot(MakeRoot("low", Calls({{"move-z", {30}}})));
+    StartRoot(MakeRoot("low", Calls({{"safe-move", {5, 5}}, {"move-z", {30}}})));
     ASSERT_EQ(Finish(), metSuccess);
     Journal().Clear();
     StartRoot(MakeRoot(row->Name, Calls({{row->Name, row->SampleValues()}})));

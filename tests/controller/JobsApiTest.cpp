@@ -28,6 +28,7 @@ class JobsApi : public testing::Test {
     options.Controller.Machines = {SimulatedMachine()};
     options.Controller.MachineFile = ShareFolder() / "machines/machine.xml";
     options.Controller.LocaleFolder = ShareFolder() / "locale";
+    options.Controller.Language = "en";
     options.StateFolder = Dir.Path();
     options.Speed = 200;
     FService = std::make_unique<TService>(std::move(options));
@@ -56,9 +57,11 @@ class JobsApi : public testing::Test {
   // The run as the history has it once it has ended.
   TJson Ended(const TJson& id) {
     TJson run;
-    for (int i = 0; i < 2000; ++i, std::this_thread::sleep_for(std::chrono::milliseconds(5)))
-      for (const TJson& one : Get("runs").at("runs"))
+    for (int i = 0; i < 2000; ++i, std::this_thread::sleep_for(std::chrono::milliseconds(5))) {
+      const TJson list = Get("runs");
+      for (const TJson& one : list.at("runs"))
         if (one.at("id") == id && !(run = one).at("outcome").is_null()) return run;
+    }
     ADD_FAILURE() << "run " << id << " does not end";
     return run;
   }
@@ -86,7 +89,7 @@ class JobsApi : public testing::Test {
 const TJson kLong = {{"name", "long way"},
                      {"commands",
                       {{{"command", "safe-move"}, {"x", 40}, {"y", 30}},
-                       {{"command", "delay"}, {"ms", 60000}},
+                       {{"command", "delay"}, {"ms", 600000}},
                        {{"command", "safe-move"}, {"x", 80}, {"y", 30}}}}};
 
 TEST_F(JobsApi, RunsAreListedComparedAndFollowedAcrossARestart) {
@@ -176,15 +179,16 @@ TEST_F(JobsApi, ARunThatWasEndedGoesOnOnlyWithWhatWasShownConfirmed) {
   const TApiReply offer = Ask("POST", "continue");
   EXPECT_EQ(offer.Status, 409);
   EXPECT_EQ(offer.Body.at("from"), 1);
-  EXPECT_EQ(offer.Body.at("again"), TJson({"safe-move --x 40 --y 30", "delay --ms 60000"}));
+  EXPECT_EQ(offer.Body.at("again"), TJson({"safe-move --x 40 --y 30", "delay --ms 600000"}));
   EXPECT_EQ(offer.Body.at("lightsBeam"), false);
   EXPECT_EQ(Ask("POST", "continue", {{"confirm", "0123456789abcdef"}}).Status, 409);
   EXPECT_EQ(Ask("POST", "continue", {{"confirm", offer.Body.at("confirm")}}).Status, 409);  // used up
   const TJson confirm = Ask("POST", "continue").Body.at("confirm");
   const TApiReply on = Ask("POST", "continue", {{"confirm", confirm}});
   ASSERT_EQ(on.Status, 201) << on.Body;
-  EXPECT_EQ(Ended(on.Body.at("id")).at("outcome"), "success");
-  EXPECT_EQ(Ask("POST", "continue").Status, 409);
+  EXPECT_EQ(on.Body.at("calls").size(), 3U);
+  EXPECT_EQ(Ask("POST", "stop").Status, 202);
+  EXPECT_EQ(Ended(on.Body.at("id")).at("outcome"), "stopped");
 }
 
 }  // namespace
