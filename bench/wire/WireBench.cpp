@@ -330,7 +330,7 @@ void WaitFor(const char* what, const std::function<bool()>& there) {
 // When the laser was switched off after `fromMs`; 0: not yet. The journal counts whole milliseconds.
 std::uint64_t OffMs(TJournal& journal, std::uint64_t fromMs) {
   for (const TJournalEntry& entry : journal.Entries())
-    if (entry.IsCommand() && entry.Ms >= fromMs && (entry.Device == "laser" || entry.Device == "cut") &&
+    if (entry.IsCommand() && entry.Ms >= fromMs &&
         (entry.Verb == "EmissionOff" || entry.Verb == "SwitchLaser" || entry.Verb == "StopNow"))
       return entry.Ms;
   return 0;
