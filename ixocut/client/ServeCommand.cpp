@@ -109,7 +109,7 @@ int RunServe(TServeOptions options, std::ostream& out) {
                            .StateFolder = state,
                            .Hosts = options.Hosts,
                            .Insecure = options.Insecure,
-                           .OpenApi = ctl::ShareFolder() / "openapi.json",
+                           .OpenApi = ctl::ShareFolder() / "api" / "openapi.json",
                            .Limits = {}});
   service.SetAddress(server.Url());
   service.Start();
