@@ -20,7 +20,7 @@ THistoryRun HistoryOf(const TRunRecord& record) {
   THistoryRun run;
   run.Id = static_cast<std::int64_t>(record.Id);
   run.Name = record.Procedure;
-  run.Kind = record.Sequence ? kKindSequence : kKindProcedure;
+  run.Kind = record.Sequence ? kKindSequence : record.Calls.empty() ? kKindCalibration : kKindProcedure;
   run.Params = record.Params.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
   run.Who = record.Starter.Name;
   run.Detached = record.Detached;

@@ -223,6 +223,28 @@ def ask_well(asker):
     asker.good("PUT", name, {"value": 7, "version": version})
     asker.ask("PUT", name, {"value": 8, "version": version}, expect=412)
     asker.good("POST", "config/restore")
+    asker.good("POST", "queue/hold")
+    asker.good("PUT", "sequences/one", {"name": "one", "commands": [{"command": "delay", "ms": 20}]})
+    for path in ("sequences", "sequences/one", "queue"):
+        asker.good("GET", path)
+    other = asker.good("POST", "queue", {"sequence": "one"}).get("id")
+    asker.good("DELETE", f"queue/{other}")
+    job = asker.good("POST", "queue", {"procedure": "delay", "params": {"ms": 20}, "question": "is it clear?"}).get("id")
+    asker.good("POST", "queue/start")
+    end = time.monotonic() + WITHIN_S
+    while time.monotonic() < end and not any(one["id"] == job and one["state"] == "asks"
+                                             for one in asker.good("GET", "queue").get("jobs", [])):
+        time.sleep(0.05)
+    asker.good("POST", f"queue/{job}/answer", {"answer": "run"})
+    while time.monotonic() < end and any(one["id"] == job for one in asker.good("GET", "queue").get("jobs", [])):
+        time.sleep(0.05)
+    asker.good("POST", "queue/hold")
+    asker.good("DELETE", "sequences/one")
+    runs = [one["id"] for one in asker.good("GET", "runs").get("runs", [])]
+    asker.good("GET", f"runs/compare?a={runs[0]}&b={runs[-1]}")
+    asker.good("GET", "runs/trend?name=delay")
+    asker.ask("POST", "continue", {"confirm": "nothing"}, expect=409)
+
     asker.good("DELETE", "lease")
     asker.take_lease()
     asker.good("POST", "alarms/suppress", {"identifier": "TPHost#1", "minutes": 1, "reason": "asked"})
