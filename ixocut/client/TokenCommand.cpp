@@ -89,7 +89,8 @@ void AddTokenCommand(CLI::App& program, TCommandRun& run) {
                    .Examples = {"ixocut token add kitchen --role viewer", "ixocut token list --json",
                                 "ixocut token revoke kitchen"}};
   SetHelp(*token, help);
-  const auto add = [&](CLI::App& parent, const char* name, const char* about, auto action, bool named, bool hasRole) {
+  const auto add = [&](CLI::App& parent, const char* name, const char* about, auto action, bool named, bool hasRole,
+                       const char* example) {
     const auto options = std::make_shared<TTokenOptions>();
     CLI::App* const command = parent.add_subcommand(name, about);
     if (named) command->add_option("NAME", options->Name, Tr("Its name"))->required()->type_name("");
@@ -99,17 +100,18 @@ void AddTokenCommand(CLI::App& program, TCommandRun& run) {
           ->capture_default_str();
     AddMachineOptions(*command, options->Machine, options->State);
     AddLanguageOption(*command, options->Language);
-    SetHelp(*command, help);
+    SetHelp(*command, {.Notes = help.Notes, .ExitCodes = help.ExitCodes, .Examples = {example}});
     command->callback([options, action, &run] { run = [options, action] { return action(*options, std::cout); }; });
     return std::pair(command, options);
   };
   for (const auto& [command, options] :
-       {add(*token, "add", Tr("Make one and show it"), &RunTokenAdd, true, true),
-        add(*token, "list", Tr("Show their names and roles"), &RunTokenList, false, false),
-        add(*token, "revoke", Tr("End one"), &RunTokenRevoke, true, false)})
+       {add(*token, "add", Tr("Make one and show it"), &RunTokenAdd, true, true,
+            "ixocut token add kitchen --role viewer"),
+        add(*token, "list", Tr("Show their names and roles"), &RunTokenList, false, false, "ixocut token list --json"),
+        add(*token, "revoke", Tr("End one"), &RunTokenRevoke, true, false, "ixocut token revoke kitchen")})
     AddJsonOption(*command, options->Json);
-  const auto [console, options] =
-      add(program, "console", Tr("Make a new link for the console in a browser"), &RunConsole, false, true);
+  const auto [console, options] = add(program, "console", Tr("Make a new link for the console in a browser"),
+                                      &RunConsole, false, true, "ixocut console");
   AddAttachOptions(*console, options->Attach, false);
   SetHelp(*console, {.Notes = Tr("The link holds a code that is good once, for 60 s; it is shown on a terminal only."),
                      .ExitCodes = {},

@@ -15,8 +15,8 @@ namespace ixocut {
 [[nodiscard]] int DiffMonitorFiles(const std::string& a, const std::string& b, const std::string& align,
                                    TConsole& console);
 inline constexpr const char* kAlignments[] = {"auto", "beam", "procedure", "start"};  // in TAlignment's order
-// Of a file that "--out" names: a recording or a table of ours replaces one of them, or nothing; any other file keeps what
-// it has.
+// Of a file that "--out" names: a recording or a table of ours replaces one of them, or nothing; any other file keeps
+// what it has.
 void CheckMonitorTarget(const std::string& target);
 // One row per sample time, one column per signal. As Recover, refuses a target that is its own source.
 [[nodiscard]] int ConvertMonitorFile(const std::string& file, const std::string& target, TConsole& console);

@@ -54,7 +54,7 @@ TEST(Service, WrongRequestsSayWhatIsWrongAndStartNothing) {
   fails({{"calls", {{{"command", 142}}}}, {"limitMs", -1}}, 400, "limitMs");
   fails(nlohmann::json::array(), 400, "no JSON object");
   EXPECT_EQ(world.Ask("GET", "/api/v1/nothing").Status, 404);
-  EXPECT_EQ(world.Ask("GET", "/api/v1/runs/18446744073709551616").Status, 404);
+  EXPECT_EQ(world.Ask("GET", "/api/v1/runs/18446744073709551616").Status, 400);
   EXPECT_EQ(world.Ask("PUT", "/api/v1/stop").Status, 405);
   TAsker viewer = TServiceWorld::Operator();
   viewer.Role = roViewer;
@@ -133,8 +133,8 @@ TEST(Service, WhatIsKeptIsBounded) {
   TServiceWorld world(false, 1000.0);
   for (std::size_t i = 0; i < TRunner::kKept + 2; ++i)
     world.Report(world.StartRun({{"procedure", "delay"}, {"params", {{"ms", 1}}}}));
-  EXPECT_EQ(world.Ask("GET", "/api/v1/runs/2").Status, 404);
-  EXPECT_EQ(world.Ask("GET", "/api/v1/runs/3").Status, 200);
+  EXPECT_FALSE(world.Service.Runner().Find(2));
+  EXPECT_TRUE(world.Service.Runner().Find(3));
 
   TEventRing ring;
   for (std::size_t i = 0; i < TEventRing::kEvents + 10; ++i) ring.Add(i % 2 == 0 ? evSignals : evLog, {});

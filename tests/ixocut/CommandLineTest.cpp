@@ -90,7 +90,7 @@ TEST_F(CommandLine, AWrongCommandLineIsToldInOneLineAndDoesNothing) {
   } cases[] = {
       {"", "a command is needed"},
       {"cut", "\"cut\" is no command; did you mean \"run\"?"},
-      {"bogus", "\"bogus\" is no command; the commands are shot, run, "},
+      {"bogus", "\"bogus\" is no command; the commands are serve, runs, "},
       {"modbus rea", "\"rea\" is no command; did you mean \"read\"?"},
       {"shot --bogus", "--bogus"},
       {"shot extra", "extra"},

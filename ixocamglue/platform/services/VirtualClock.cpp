@@ -22,7 +22,9 @@ class TFlag {
 
 }  // namespace
 
-TDateTime TVirtualClock::Now() { return {kStartDays + FWallDays.load() + static_cast<double>(MonotonicMs() - FFirstMs) / kMsPerDay}; }
+TDateTime TVirtualClock::Now() {
+  return {kStartDays + FWallDays.load() + static_cast<double>(MonotonicMs() - FFirstMs) / kMsPerDay};
+}
 
 void TVirtualClock::Sleep(std::uint32_t ms) {
   if (FStepping) return;

@@ -1,8 +1,8 @@
 // A clock for runs that repeat exactly: time moves only when somebody sleeps, in steps of 1 ms.
 //
-// One thread moves the clock, and uses everything that hangs on it; any thread may read the time. Sleeping from within a listener or timer advances nothing:
-// the step that called it is not over yet. Both counts start anywhere; by default the tick count wraps 5 minutes after
-// the start, so that every longer run passes over the wrap.
+// One thread moves the clock, and uses everything that hangs on it; any thread may read the time. Sleeping from within
+// a listener or timer advances nothing: the step that called it is not over yet. Both counts start anywhere; by default
+// the tick count wraps 5 minutes after the start, so that every longer run passes over the wrap.
 #pragma once
 
 #include <atomic>
@@ -25,7 +25,7 @@ class TVirtualClock final : public IClock {
 
   std::uint32_t TickMs() override { return FFirstTick + static_cast<std::uint32_t>(MonotonicMs() - FFirstMs); }
   std::uint64_t MonotonicMs() override { return FNow.load(std::memory_order_acquire); }  // starts at `firstMs`
-  TDateTime Now() override;                              // starts at 2026-01-01 08:00
+  TDateTime Now() override;                                                              // starts at 2026-01-01 08:00
   void Sleep(std::uint32_t ms) override;
   void Spin() override { Sleep(1); }
   bool Pause(TStop& stop, std::uint32_t ms) override;
