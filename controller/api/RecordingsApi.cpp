@@ -38,7 +38,7 @@ TApiReply ReadRecording(TService& service, const TApiRequest& request) {
   part.FromMs = static_cast<std::int64_t>(number("fromMs", 0, kLast, 0));
   part.ToMs = static_cast<std::int64_t>(number("toMs", 0, kLast, kLast));
   part.Points = number("points", 1, kMostPoints, part.Points);
-  auto read = service.Recordings().Read(request.Params.at("name"), part);
+  auto read = TRecordings::Read(service.Options().StateFolder / kRecordingsFolder, request.Params.at("name"), part);
   if (!read) return Fail(404, read.Problem());
   TApiReply reply;
   reply.Body = std::move(*read);
@@ -80,7 +80,8 @@ TApiReply DeleteRecording(TService& service, const TApiRequest& request) {
 constexpr TApiRoute kRecordingsRoutes[] = {
     {"GET", "/api/v1/recordings", roNone, false, true, &ListRecordings, "The recordings, and the one being made"},
     {"POST", "/api/v1/recordings", roOperator, false, true, &StartRecording, "Record signals of the machine"},
-    {"GET", "/api/v1/recordings/{name}", roNone, false, true, &ReadRecording, "A recording's signals, thinned out"},
+    {"GET", "/api/v1/recordings/{name}", roNone, false, false, &ReadRecording, "A recording's signals, thinned out",
+     true},
     {"DELETE", "/api/v1/recordings/{name}", roOperator, false, true, &DeleteRecording, "Delete a recording"},
     {"DELETE", "/api/v1/recordings/{name}/running", roOperator, false, true, &StopRecording, "End a recording"},
 };

@@ -62,6 +62,11 @@ class TThinned {
   std::vector<double> FLows, FHighs;
 };
 
+TResult<std::filesystem::path> PathOf(const std::filesystem::path& folder, const std::string& name) {
+  if (const auto good = CheckStoredName(name); !good) return good.Problem();
+  return folder / (name + kEnding);
+}
+
 // First and last time of a file.
 struct TSpan {
   std::int64_t First = std::numeric_limits<std::int64_t>::max();
@@ -146,11 +151,6 @@ TRecordings::~TRecordings() {
     }
 }
 
-TResult<std::filesystem::path> TRecordings::PathOf(const std::string& name) const {
-  if (const auto good = CheckStoredName(name); !good) return good.Problem();
-  return FFolder / (name + kEnding);
-}
-
 bool TRecordings::Makes(const std::string& name) const { return FSampler && FName == name; }
 
 std::optional<TRecordings::TNow> TRecordings::Now() const {
@@ -173,7 +173,7 @@ std::vector<TRecordingInfo> TRecordings::List() const {
 }
 
 TResult<> TRecordings::Start(const std::string& name, std::vector<TMonitorSignalKey> signals, std::uint64_t limitMs) {
-  const auto path = PathOf(name);
+  const auto path = PathOf(FFolder, name);
   if (!path) return path.Problem();
   if (FSampler) return TProblem{.What = Format(Tr("the recording %s is being made"), FName.c_str())};
   std::error_code error;
@@ -204,7 +204,7 @@ TResult<std::uint64_t> TRecordings::Stop(const std::string& name) {
 }
 
 TResult<> TRecordings::Delete(const std::string& name) {
-  const auto path = PathOf(name);
+  const auto path = PathOf(FFolder, name);
   if (!path) return path.Problem();
   if (Makes(name)) return TProblem{.What = Format(Tr("the recording %s is being made"), name.c_str())};
   std::error_code error;
@@ -222,8 +222,9 @@ void TRecordings::Round() {
   }
 }
 
-TResult<nlohmann::ordered_json> TRecordings::Read(const std::string& name, const TRecordingPart& part) const {
-  const auto path = PathOf(name);
+TResult<nlohmann::ordered_json> TRecordings::Read(const std::filesystem::path& folder, const std::string& name,
+                                                  const TRecordingPart& part) {
+  const auto path = PathOf(folder, name);
   if (!path) return path.Problem();
   std::error_code error;
   const std::uint64_t bytes = std::filesystem::file_size(*path, error);

@@ -60,16 +60,17 @@ class TRecordings {
   TResult<std::uint64_t> Stop(const std::string& name);
   // Refused while it is being made, and for one that is not there.
   TResult<> Delete(const std::string& name);
-  // The signals over time, each in at most so many points: of the samples that a point stands for, the lowest and the
-  // highest. Throws EProblem for a file that cannot be read.
-  [[nodiscard]] TResult<nlohmann::ordered_json> Read(const std::string& name, const TRecordingPart& part) const;
+  // Of the recording in the folder, the signals over time, each in at most so many points: of the samples that a point
+  // stands for, the lowest and the highest. Throws EProblem for a file that cannot be read. Any thread; waits for the
+  // disk.
+  [[nodiscard]] static TResult<nlohmann::ordered_json> Read(const std::filesystem::path& folder,
+                                                            const std::string& name, const TRecordingPart& part);
   // Ends the one whose time is over; every few ms.
   void Round();
 
  private:
   class TSampler;
 
-  [[nodiscard]] TResult<std::filesystem::path> PathOf(const std::string& name) const;
   [[nodiscard]] bool Makes(const std::string& name) const;
   std::uint64_t Finish();
 

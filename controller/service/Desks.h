@@ -10,9 +10,11 @@
 
 namespace ixocontroller {
 
+inline constexpr const char* kRecordingsFolder = "recordings";  // of the state folder
+
 struct TDesks {
   TDesks(TController& controller, TEventRing& events, const std::filesystem::path& stateFolder)
-      : Panel(controller, events), Recordings(controller, stateFolder / "recordings") {}
+      : Panel(controller, events), Recordings(controller, stateFolder / kRecordingsFolder) {}
 
   // Every few ms of real time.
   void Round(std::uint64_t realMs) {

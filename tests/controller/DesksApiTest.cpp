@@ -143,7 +143,8 @@ TEST_F(DesksApi, TheLogIsReadFromWhereItWasLeftAndALinkIsNotExaminedInVirtualTim
   LogMsg(lkWarning, 0, "two", "here");
   const auto lines = [&](const std::string& query) {
     std::vector<std::string> texts;
-    for (const TJson& line : Good("GET", "log" + query)["lines"])
+    const TJson log = Good("GET", "log" + query);
+    for (const TJson& line : log["lines"])
       if (line["source"] == "here") texts.push_back(line["text"]);
     return texts;
   };
