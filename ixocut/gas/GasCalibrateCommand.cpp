@@ -99,7 +99,7 @@ std::vector<std::string> Table(const std::vector<TGasResult>& results) {
                                               SGasColKnee.Get(), SGasColMax.Get(), SGasColResult.Get()}};
   for (const TGasResult& result : results) {
     const bool stored = result.End == TGasEnd::Stored;
-    rows.push_back({GasDesc(result.Gas), std::to_string(Settled(result)),
+    rows.push_back({ShownGas(result.Gas), std::to_string(Settled(result)),
                     result.DurationMs > 0 ? Format("%.1f", static_cast<double>(result.DurationMs) / 1000) : "-",
                     stored && result.Knee ? Format("%.2f", *result.Knee) : "-",
                     Settled(result) > 0 ? Format("%.3f", result.MaxBar()) : "-", TextOf(result.End).Get()});
@@ -307,7 +307,7 @@ int CalibrateThere(const TCalibrateOptions& options, TWireClient& client, std::o
   for (const std::string& line : Table(results)) console.Say(line);
   for (const TGasResult& result : results) {
     if (result.Findings.empty()) continue;
-    console.Say(Show(SGasVerdict, GasDesc(result.Gas).c_str()));
+    console.Say(Show(SGasVerdict, ShownGas(result.Gas).c_str()));
     for (const std::string& line : FindingLines(result.Findings)) console.Say(line);
   }
   if (!options.Plot.empty() || !options.Record.empty()) {

@@ -1,15 +1,22 @@
 // `ixocut record`: runs a procedure on the simulated machine, in virtual time, and records it into a monitor file.
+#include <filesystem>
 #include <iostream>
 #include <memory>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "controller/HostTexts.h"
+#include "controller/StateFolder.h"
+#include "controller/procedures/RunReport.h"
 #include "controller/recordings/LiveRecording.h"
+#include "ixocamglue/support/SystemError.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/Document.h"
+#include "ixocut/OperatorTexts.h"
 #include "ixocut/client/Attach.h"
+#include "ixocut/client/WireRun.h"
 #include "ixocut/monitor/MonitorCommands.h"
 #include "ixocut/procedures/Asked.h"
 
@@ -35,17 +42,67 @@ std::vector<TMonitorSignalKey> AskedSignals(const std::string& list) {
   throw EProblem(pbRequest, std::move(problem));
 }
 
-int RunRecord(const TRecordOptions& options, std::ostream& out) {
+// On the controller that runs: it records into its state folder, and the file is taken from there.
+int RecordThere(const TRecordOptions& options, const TProcedure& row, TWireClient& client, std::ostream& out) {
+  namespace fs = std::filesystem;
+  if (!options.Attach.Url.empty())
+    throw EProblem(pbRequest, TProblem{.What = Tr("a recording is taken from the state folder of the controller"),
+                                       .Where = "--url",
+                                       .Remedy = Tr("name that folder with --state DIR")});
+  const std::string name = Format("record-%d", static_cast<int>(::getpid()));
+  nlohmann::ordered_json body{{"name", name}};
+  if (!options.Signals.empty()) body["signals"] = nlohmann::ordered_json::array({options.Signals});
+  const TOperatorTexts texts("record", options.Language);
+  TConsole console(out, options.Json, false);
+  (void)client.Post("/api/v1/recordings", body);
+  const std::string path = "/api/v1/recordings/" + name;
+  const auto forget = [&] {
+    (void)client.AskAny("DELETE", path + "/running");
+    (void)client.AskAny("DELETE", path);
+  };
+  try {
+    const TWireRun run =
+        RunOnController(client, {.Body = WireBody(row.Name, ReadParams(row, options.Params), {})}, console, {});
+    const auto stopped = client.Ask("DELETE", path + "/running").Body;
+    const fs::path file = StateFolder(options.State) / "recordings" / (name + ".csv");
+    std::error_code error;
+    fs::copy_file(file, options.Out, fs::copy_options::overwrite_existing, error);
+    if (error)
+      throw EProblem(pbUnusable, TProblem{.What = Tr("the file cannot be copied"),
+                                          .Where = file.string(),
+                                          .Why = SystemErrorText(error.value())});
+    forget();
+    console.Say("");
+    console.Say(ClosingLine(run.Report));
+    console.Say(options.Out);
+    console.Print("record",
+                  {{"procedure", row.Name},
+                   {"success", run.Report.Success()},
+                   {"words", run.Report.End.Words},
+                   {"durationMs", run.Report.DurationMs},
+                   {"file", options.Out},
+                   {"samples", stopped.at("samples")},
+                   {"log", console.Log()}},
+                  run.Report.Problem);
+    return run.Report.Success() ? kExitSuccess : kExitOtherwise;
+  } catch (...) {
+    forget();
+    throw;
+  }
+}
+
+int RunRecord(TRecordOptions options, std::ostream& out) {
   if (options.Procedure.empty())
     throw EProblem(pbRequest, Format(Tr("--procedure is missing; the procedures are: %s"), ProcedureNames().c_str()));
   const TProcedure& row = *AskProcedure(options.Procedure).OrThrow(pbRequest);
   if (options.Out.empty()) throw EProblem(pbRequest, Tr("--out is missing: the file to write"));
+  CheckMonitorTarget(options.Out);
+  const TAttachment attachment(options);
+  if (TWireClient* const client = attachment.Client()) return RecordThere(options, row, *client, out);
   const auto signals = AskedSignals(options.Signals);
   const TParamTexts texts = ReadParams(row, options.Params);
   const TMotionCall call = CallOf(row, texts, options.Limits().Bounds, true);
 
-  CheckMonitorTarget(options.Out);
-  if (!options.Machine) TellByItself(options.State);
   TConsole console(out, options.Json, false);
   const auto run = MakeRun(options, {}, console);
   // Opened before anything moves: what cannot be written is not worth a run.
@@ -91,6 +148,7 @@ void AddRecordCommand(CLI::App& program, TCommandRun& run) {
       ->type_name("FILE");
   AddJsonOption(*record, options->Json);
   AddControllerSettings(*record, *options);
+  AddAttachOptions(*record, options->Attach, true);
   std::string notes = Tr("Signals (with .1 to .4 behind the name one axis: X, Y, Z, Focus):\n");
   for (const TMonitorSignal& signal : MonitorSignals())
     notes += Format("  %-16s %s%s%s\n", signal.Name, signal.PerAxis ? Tr("per axis") : Tr("one"),

@@ -98,23 +98,53 @@ int RunPanel(const TPanelOptions& options, std::ostream& out) {
 
 // --- panel why ---
 
-const char* WhoWord(const TKeyReason& reason) {
-  return reason.Permits ? Tr("permits") : reason.Blocks ? Tr("REFUSES") : Tr("against it");
+const char* WhoWord(const nlohmann::ordered_json& mask) {
+  return mask.at("permits") == true ? Tr("permits") : mask.at("blocks") == true ? Tr("REFUSES") : Tr("against it");
 }
 
-void PrintWhy(TKeyCode key, const TKeyWhy& why, std::ostream& out) {
-  out << Format(Tr("%s, command %d: %s"), std::string(KeyName(key)).c_str(), why.Command, why.Conclusion.c_str())
+// What JsonOf has made of it, here or in the controller that runs.
+void PrintWhy(const nlohmann::ordered_json& why, std::ostream& out) {
+  const auto text = [](const nlohmann::ordered_json& json, const char* name) {
+    return json.at(name).get<std::string>();
+  };
+  out << Format(Tr("%s, command %d: %s"), text(why, "key").c_str(), why.at("keyCommand").get<int>(),
+                text(why, "conclusion").c_str())
       << '\n';
-  if (const TText* const text = VerdictText(why.Verdict)) out << "  " << text->Get() << '\n';
-  for (const TKeyReason& reason : why.Reasons) {
-    out << "  " << Padded(Tr(reason.Who), 8) << ' ' << Padded(WhoWord(reason), 10) << ' ' << reason.Because;
-    if (!reason.Change.empty()) out << Format(Tr("; needed: %s"), reason.Change.c_str());
+  if (const std::string message = text(why, "message"); !message.empty()) out << "  " << message << '\n';
+  for (const auto& mask : why.at("masks")) {
+    out << "  " << Padded(Tr(text(mask, "mask").c_str()), 8) << ' ' << Padded(WhoWord(mask), 10) << ' '
+        << text(mask, "because");
+    if (const std::string change = text(mask, "change"); !change.empty())
+      out << Format(Tr("; needed: %s"), change.c_str());
     out << '\n';
   }
 }
 
-int RunWhy(const TPanelOptions& options, std::ostream& out) {
+// On the controller that runs, as its machine is now.
+int WhyThere(const TPanelOptions& options, TWireClient& client, std::ostream& out) {
+  const auto why = client.Get("/api/v1/panel/why?key=" + UrlPart(options.Key));
+  std::optional<TProblem> problem;
+  for (const auto& mask : why.at("masks"))
+    if (!problem && mask.at("blocks") == true)
+      problem = TProblem{
+          .What = why.at("conclusion"), .Where = why.at("key"), .Why = mask.at("because"), .Remedy = mask.at("change")};
+  if (options.Json)
+    PrintDocument(out, "panel why", why, problem);
+  else
+    PrintWhy(why, out);
+  return problem ? kExitOtherwise : kExitSuccess;
+}
+
+int RunWhy(TPanelOptions options, std::ostream& out) {
   const TKeyCode key = ParseKey(options.Key).OrThrow(pbRequest);
+  // What is only supposed is not the running machine's.
+  const bool supposed = !options.Form.empty() || !options.AtState.empty() || !options.Alarms.empty() ||
+                        options.Warning || !options.Script.empty();
+  std::optional<TAttachment> attachment;
+  if (!supposed) {
+    attachment.emplace(options);
+    if (TWireClient* const client = attachment->Client()) return WhyThere(options, *client, out);
+  }
   if (!options.Form.empty()) CheckForm(options.Form).OrThrow(pbRequest);
   std::optional<std::int32_t> state;
   if (!options.AtState.empty()) state = ParseState(options.AtState).OrThrow(pbRequest);
@@ -142,7 +172,7 @@ int RunWhy(const TPanelOptions& options, std::ostream& out) {
   if (options.Json)
     PrintDocument(out, "panel why", JsonOf(key, why), problem);
   else
-    PrintWhy(key, why, out);
+    PrintWhy(JsonOf(key, why), out);
   return problem ? kExitOtherwise : kExitSuccess;
 }
 
@@ -214,6 +244,7 @@ void AddPanelCommand(CLI::App& program, TCommandRun& run) {
   why->add_flag("--warning", whyOptions->Warning, Tr("A maintenance warning is pending while the origin is required"));
   why->add_option("--script", whyOptions->Script, Tr("Run this file first"))->type_name("FILE");
   AddCommon(*why, whyOptions);
+  AddAttachOptions(*why, whyOptions->Attach, true);
   SetHelp(
       *why,
       {Tr("Each mask of the panel permits the key or is against it; \"machine\" is what the cutting system makes "
