@@ -52,12 +52,11 @@ constexpr TStop kStops[] = {
     {TrMark("The loading PLC is written to over Modbus"), "modbus write --tcp PLC --unit 1 --addr 16 --values 7,8", 0,
      3},
     {TrMark("and asked"), "modbus read --tcp PLC --unit 1 --addr 16 --count 2", 0, 3},
-    {TrMark("An alarm ends a shot"), "shot --ms 500 --alarm-at 1000", 1, 1},
-    {TrMark("What the alarm store says of it"), "alarms list", 0, 4},
-    {TrMark("A key is refused"), "panel why START", 1, 6},
-    {TrMark("The cause is gone: reset by hand"), "reset", 0, 2},
     {TrMark("A square is driven and recorded"), "record --procedure square --out square.csv", 0, 3},
     {TrMark("and drawn"), "monitor plot square.csv --out square.svg", 0, 1},
+    {TrMark("An alarm ends a shot"), "shot --ms 500 --fault laser.interlock-opens", 1, 1},
+    {TrMark("What the alarm store says of it, with reason and solution"), "alarms list", 0, 4},
+    {TrMark("A key is refused, and why"), "panel why START", 1, 6},
     {TrMark("What has run today"), "runs list", 0, 8},
 };
 

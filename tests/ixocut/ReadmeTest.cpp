@@ -37,15 +37,15 @@ TEST_F(Readme, EachCommandLineWorks) {
   for (std::sregex_iterator it(text.begin(), text.end(), line), end; it != end; ++it) {
     std::string command = Replaced((*it)[1], "1502", port);
     if (command == "panel" || command.starts_with("COMMAND")) continue;
-    if (command.starts_with("simulate ") || command.starts_with("alarms live")) {
-      server = command;
+    if (command.starts_with("simulate ") || command.starts_with("alarms live") || command == "serve") {
+      server = command == "serve" ? "serve --port 0" : command;
       continue;
     }
     if (const auto known = shorter.find(command); known != shorter.end()) command = known->second;
     const auto ends = exits.find(command);
     command = Replaced(command, "check FILE", "check ixocut/machine.xml");
     // What needs a device has the one of the line before it beside it.
-    const bool served = command.find(port) != std::string::npos;
+    const bool served = command.find(port) != std::string::npos || command == "status";
     const TRun run = served ? Ixocut("--version; '" + IxocutBinary() + "' " + server +
                                      " & server=$!; for i in 1 2 3 4 5 6 7 8 9; do '" + IxocutBinary() + "' " +
                                      command + " && break; sleep 0.1; done; code=$?; kill $server; wait; (exit $code)")
