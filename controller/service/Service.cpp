@@ -420,7 +420,11 @@ void TService::Publish() {
   FRunner.Show(*status);
   status->Alarms = static_cast<std::uint32_t>(FController->Alarms().Standing().size());
   if (before && !SameSignals(before->Machine, status->Machine))
-    FEvents.Add(evSignals, [status] { return SignalsJson(status->Machine); });
+    FEvents.Add(evSignals, [status] {
+      nlohmann::ordered_json signals = SignalsJson(status->Machine);
+      signals["machineMs"] = status->MachineMs;
+      return signals;
+    });
   TGuard guard(FStatusLock);
   FStatus = std::move(status);
 }

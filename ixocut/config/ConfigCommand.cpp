@@ -344,6 +344,7 @@ void AddConfigCommand(CLI::App& program, TCommandRun& run) {
   file(set, "VALUE", options->Value, Tr("Its new value"));
   set->add_flag("--force", options->Setting.Force, Tr("Also a value that check would name"));
   AddMachineOptions(*set, options->Machine, options->State);
+  AddLanguageOption(*set, options->Language);
   AddAttachOptions(*set, options->Attach, true);
 
   CLI::App* const diff = command("diff", Tr("Print the properties in which two machine files differ"),
@@ -360,6 +361,7 @@ void AddConfigCommand(CLI::App& program, TCommandRun& run) {
                                     {"ixocut config restore", "ixocut config restore --machine machine.xml"},
                                     [](auto& o) { return Restore(o, std::cout); });
   AddMachineOptions(*restore, options->Machine, options->State);
+  AddLanguageOption(*restore, options->Language);
   AddAttachOptions(*restore, options->Attach, true);
   SetConfigHelp(*config, {"ixocut config check machine.xml", "ixocut config set AutoCleanHead/CleanCount 3",
                           "ixocut config show NozzleChange --json"});
