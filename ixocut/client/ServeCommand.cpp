@@ -2,23 +2,20 @@
 #include <chrono>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <thread>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
-#include "controller/ReloadSignal.h"
 #include "controller/SignalStop.h"
 #include "controller/StateFolder.h"
 #include "controller/api/Api.h"
-#include "controller/config/LiveConfig.h"
 #include "controller/service/ControllerFile.h"
-#include "controller/service/Notifications.h"
-#include "controller/service/Notify.h"
 #include "controller/service/ProcessLog.h"
+#include "controller/service/ServiceProcess.h"
 #include "controller/wire/Server.h"
-#include "ixocamglue/platform/services/AppSys.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
@@ -60,37 +57,10 @@ void Tell(const TServeOptions& options, const ixocontroller::TWireServer& server
   out << Tr("Software is not the emergency stop.") << std::endl;
 }
 
-// The machine file is read again, at rest, on the interface thread.
-void Reread(ixocontroller::TService& service) {
-  service.Post([&service] {
-    try {
-      ixocontroller::TLiveConfig(*MachineConfig(), service.Options().Controller.Machines).Reread();
-      LogMsg(lkInfo, 0, Tr("the machine file was read again"), "TPHost");
-    } catch (const EProblem& problem) {
-      LogMsg(lkError, 0, problem.Problem.Text(), "TPHost");
-    }
-  });
-}
-
-// Until a signal ends it.
-void WaitForEnd(ixocontroller::TService& service, ixocontroller::TNotify& notify) {
-  bool reread = false;
-  while (!ixocontroller::TSignalStop::Asked()) {
-    std::this_thread::sleep_for(kSignalLookEvery);
-    reread = ixocontroller::TReloadSignal::Take() || reread;
-    if (!reread || service.Status()->Running) continue;
-    reread = false;
-    notify.Reloading();
-    Reread(service);
-    notify.Ready();
-  }
-}
-
 int RunServe(TServeOptions options, std::ostream& out) {
   namespace ctl = ixocontroller;
   const std::filesystem::path state = ctl::StateFolder(options.State);
   const ctl::TSignalStop signals;
-  const ctl::TReloadSignal reload;
   ctl::TControllerLock lock;
   lock.Take(state).OrThrow(pbRefused);
 
@@ -114,20 +84,22 @@ int RunServe(TServeOptions options, std::ostream& out) {
   service.SetAddress(server.Url());
   service.Start();
   server.Start();
-  const ctl::TNotifications notifications(service.Events(), state);
-  ctl::TNotify notify(ctl::TNotifyOptions::FromEnvironment(), ctl::BeatsOf(service.Controller()),
-                      [&service] { return std::string(ctl::StateWord(service.Status()->State)); });
+  std::optional<ctl::TServiceProcess> process(std::in_place, service);
   const std::filesystem::path socket = std::filesystem::absolute(state / ctl::kWireSocket);
   if (const TResult<> described = lock.Describe(server.Url(), socket.string()); !described)
     std::cerr << "ixocut serve: " << described.Problem().Text() << std::endl;
   Tell(options, server,
        isatty(STDOUT_FILENO) == 1 ? service.Access().Link(service.Access().MakeCode(ctl::roOperator)) : "", socket,
        service, out);
-  notify.Ready();
+  process->Ready();
 
-  WaitForEnd(service, notify);
-  notify.Stopping();
+  while (!ctl::TSignalStop::Asked()) {
+    std::this_thread::sleep_for(kSignalLookEvery);
+    process->Look();
+  }
+  process->Stopping();
   server.End();
+  process.reset();
   service.End();
   lock.Release();
   return kExitSuccess;
