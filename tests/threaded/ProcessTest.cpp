@@ -47,10 +47,13 @@ class TManager {
     pollfd ready{FHandle, POLLIN, 0};
     char text[512];
     const std::uint64_t end = RealMs() + ms;
-    while (::poll(&ready, 1, static_cast<int>(std::max(end, RealMs()) - RealMs())) > 0 && (ms == 0 || RealMs() < end))
+    for (;;) {
+      const std::uint64_t now = RealMs();  // once: the clock moves on between two looks
+      if (::poll(&ready, 1, now < end ? static_cast<int>(end - now) : 0) <= 0) return told;
+      if (ms != 0 && now >= end) return told;
       if (const auto size = ::recv(FHandle, text, sizeof text, 0); size > 0)
         told.emplace_back(text, static_cast<std::size_t>(size));
-    return told;
+    }
   }
   const std::string Name;
 
