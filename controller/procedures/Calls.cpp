@@ -47,7 +47,7 @@ TParamTexts TextsOf(const TProcedure& row, const nlohmann::json& params) {
   if (!params.is_object())
     throw EProblem(pbRequest, TProblem{.What = Tr("is no object of parameters"), .Where = "params"});
   for (const auto& [name, value] : params.items()) {
-    if (std::ranges::none_of(row.Params, [&](const TMotionParam& p) { return name == p.Name; }))
+    if (std::ranges::none_of(row.Params, [&name = name](const TMotionParam& p) { return name == p.Name; }))
       throw EProblem(pbRequest, TProblem{.What = NoParameter(row, name), .Where = "params." + name});
     if (value.is_string())
       texts[name] = value.get<std::string>();
