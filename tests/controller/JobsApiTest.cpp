@@ -179,7 +179,7 @@ TEST_F(JobsApi, ARunThatWasEndedGoesOnOnlyWithWhatWasShownConfirmed) {
   const TApiReply offer = Ask("POST", "continue");
   EXPECT_EQ(offer.Status, 409);
   EXPECT_EQ(offer.Body.at("from"), 1);
-  EXPECT_EQ(offer.Body.at("again"), TJson({"safe-move --x 40 --y 30", "delay --ms 600000"}));
+  EXPECT_EQ(offer.Body.at("again"), nlohmann::ordered_json({"safe-move --x 40 --y 30", "delay --ms 600000"}));
   EXPECT_EQ(offer.Body.at("lightsBeam"), false);
   EXPECT_EQ(Ask("POST", "continue", {{"confirm", "0123456789abcdef"}}).Status, 409);
   EXPECT_EQ(Ask("POST", "continue", {{"confirm", offer.Body.at("confirm")}}).Status, 409);  // used up
