@@ -132,7 +132,8 @@ TResult<TReentry> FindReentry(std::span<const TMotionCall> calls, std::size_t en
     return TProblem{
         .What = Tr("something was struck since the list began"), .Where = {}, .Why = machine.Now.FirstCollision};
 
-  std::optional<std::size_t> from;
+  const std::size_t none = calls.size();
+  std::size_t from = none;
   std::optional<TLeft> before;
   TLeft left(machine.Start);
   for (std::size_t i = 0; i <= ended; ++i) {
@@ -140,23 +141,23 @@ TResult<TReentry> FindReentry(std::span<const TMotionCall> calls, std::size_t en
       from = i;
       before = left;
     }
-    if (calls[i].Row->Flags.Once) from.reset();  // behind it, or not at all
+    if (calls[i].Row->Flags.Once) from = none;  // behind it, or not at all
     left.Pass(calls[i]);
   }
-  if (!from)
+  if (from == none)
     return TProblem{
         .What = Tr("there is no place where it may begin again"),
         .Where = calls[ended].Text(),
         .Why = Tr("a list begins again only at a move that raises the head first, with the beam and the gas "
                   "off, and nothing of the rack is done twice"),
         .Remedy = Tr("start it from its beginning when the machine is ready for that")};
-  TComparison compared = Compare(calls[*from], *before, machine);
+  TComparison compared = Compare(calls[from], *before, machine);
   if (compared.Problem) return *std::move(compared.Problem);
 
   TReentry reentry;
-  reentry.From = *from;
+  reentry.From = from;
   reentry.Compared = std::move(compared.Lines);
-  for (std::size_t i = *from; i < calls.size(); ++i) {
+  for (std::size_t i = from; i < calls.size(); ++i) {
     (i <= ended ? reentry.Again : reentry.Rest).push_back(calls[i].Text());
     reentry.LightsBeam = reentry.LightsBeam || calls[i].Row->Flags.LightsBeam;
   }
