@@ -133,7 +133,7 @@ void TApi::Handle(TApiRequest request, std::function<void(TApiReply)> answer) {
   if (!route->OnInterface && !route->OnFiles) return answer(RunRoute(*route, FService, request));
   const auto asked = std::make_shared<TApiRequest>(std::move(request));
   const auto told = std::make_shared<std::function<void(TApiReply)>>(std::move(answer));
-  const auto run = [this, route, asked, told] { (*told)(RunRoute(*route, FService, *asked)); };
+  const auto run = [&service = FService, route, asked, told] { (*told)(RunRoute(*route, service, *asked)); };
   if (!(route->OnFiles ? FService.PostFiles(run) : FService.Post(run)))
     (*told)(Fail(503, {.What = Tr("the controller is ending")}));
 }
