@@ -23,7 +23,7 @@ bool StopsMachine(const TApiRequest& request) {
   return request.Method == "POST" && (request.Path == "/api/v1/stop" || request.Path == "/api/v1/all-off");
 }
 
-bool IsOwn(std::string_view path) { return path == kEventsPath || path == kOpenApiPath; }
+bool IsOwn(std::string_view path) { return path == kEventsPath || path == kOpenApiPath || TPages::Owns(path); }
 
 // What a path has, for Allow; empty: there is no such path.
 std::string MethodsOf(std::string_view path) {
@@ -56,7 +56,7 @@ struct TWireDispatch::TAsked {
 };
 
 TWireDispatch::TWireDispatch(TApi& api, TService& service, TDispatchOptions options)
-    : FApi(api), FService(service), FOptions(std::move(options)) {}
+    : FApi(api), FService(service), FOptions(std::move(options)), FPages(FOptions.Pages) {}
 
 void TWireDispatch::Serve(const TPeer& peer, TWireRequest request, TReplies replies) {
   TAsked asked{.Peer = peer, .Request = {}};
@@ -75,6 +75,7 @@ void TWireDispatch::Serve(const TPeer& peer, TWireRequest request, TReplies repl
   if (asked.Request.Path == kEventsPath && request.Method == "GET") return Follow(asked, replies);
   if (asked.Request.Path == kEventsPath) return replies.Answer({.Status = 200, .Body = {}, .ContentType = kEventsType});
   if (asked.Request.Path == kOpenApiPath) return replies.Answer(OpenApi());
+  if (TPages::Owns(asked.Request.Path)) return replies.Answer(FPages.Answer(asked.Request.Path, request.IfNoneMatch));
   if (!request.IdempotencyKey.empty() && request.Method == "POST" && !StopsMachine(asked.Request))
     return ServeOnce(std::move(asked), request, std::move(replies.Answer));
   Ask(std::move(asked), std::move(replies.Answer));
@@ -91,8 +92,8 @@ std::optional<TWireReply> TWireDispatch::Check(const TWireRequest& request, TAsk
   api.Who = TAccess::Stranger(asked.Peer);
   if (auto refused = CheckHost(request, FOptions.Hosts)) return refused;
   if (auto refused = ReadTarget(request.Target, api)) return refused;
-  // Who exchanges a link's code is nobody yet.
-  if (api.Path != kSessionPath)
+  // Who exchanges a link's code is nobody yet, and so is who reads the page that does it.
+  if (api.Path != kSessionPath && !TPages::Owns(api.Path))
     if (auto refused = CheckWho(request, asked)) return refused;
   bool known = false;
   const bool own = IsOwn(api.Path) && api.Method == "GET";

@@ -10,6 +10,7 @@
 #include "controller/wire/Access.h"
 #include "controller/wire/AnsweredOnce.h"
 #include "controller/wire/EventFeed.h"
+#include "controller/wire/Pages.h"
 #include "controller/wire/WireRequest.h"
 
 namespace ixocontroller {
@@ -17,6 +18,7 @@ namespace ixocontroller {
 struct TDispatchOptions {
   TWireHosts Hosts;
   std::filesystem::path OpenApi;
+  TPageFolders Pages;
   std::function<void(std::function<void()>)> OnWireThread;  // runs it there; any thread
 };
 
@@ -47,6 +49,7 @@ class TWireDispatch {
   TApi& FApi;
   TService& FService;
   const TDispatchOptions FOptions;
+  const TPages FPages;
   TAnsweredOnce FOnce;
 };
 

@@ -174,6 +174,7 @@ TWireServer::TCore::TCore(TApi& api, TService& service, TWireOptions options)
   FDispatch.emplace(api, service,
                     TDispatchOptions{.Hosts = HostsOf(),
                                      .OpenApi = Options.OpenApi,
+                                     .Pages = Options.Pages,
                                      .OnWireThread = [box = FPostbox](TWireTask task) { box->Run(std::move(task)); }});
   service.Access().SetAddress(Url);
   // The ring outlives this.

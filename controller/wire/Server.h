@@ -15,6 +15,7 @@
 
 #include "controller/api/Api.h"
 #include "controller/wire/Listen.h"
+#include "controller/wire/Pages.h"
 #include "controller/wire/WireLimits.h"
 
 namespace ixocontroller {
@@ -28,6 +29,7 @@ struct TWireOptions {
   std::vector<std::string> Hosts;  // further names that it is asked under
   bool Insecure = false;           // other machines, without encryption: nobody of them has the role service
   std::filesystem::path OpenApi;   // the file behind openapi.json; empty: none
+  TPageFolders Pages;              // the console's files
   TWireLimits Limits;
 };
 

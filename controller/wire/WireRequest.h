@@ -21,12 +21,13 @@ struct TWireRequest {
   std::string Method, Target, Body;
   // Values of headers; empty: there is none.
   std::string Host, Authorization, Cookie, Origin, FetchSite, ContentType, AcceptLanguage, IdempotencyKey, IfMatch,
-      Lease, LastEventId;
+      IfNoneMatch, Lease, LastEventId;
 };
 
 struct TWireReply {
   int Status = 200;
   std::string Body, ContentType, ETag, Allow, SetCookie;
+  std::string Policy;  // of a page: Content-Security-Policy; the browser may keep it, and asks whether it is the same
   std::uint32_t RetryAfterS = 0;
   bool Close = false;  // the connection ends behind it
 };

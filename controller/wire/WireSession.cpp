@@ -59,6 +59,7 @@ TWireRequest ToRequest(TWireParser& parser) {
   request.AcceptLanguage = ValueOf(message, "Accept-Language");
   request.IdempotencyKey = ValueOf(message, "Idempotency-Key");
   request.IfMatch = ValueOf(message, "If-Match");
+  request.IfNoneMatch = ValueOf(message, "If-None-Match");
   request.Lease = ValueOf(message, "Lease");
   request.LastEventId = ValueOf(message, "Last-Event-ID");
   return request;
@@ -72,13 +73,15 @@ std::string HeadOf(const TWireReply& reply, bool keepsAlive) {
   const auto reason = http::obsolete_reason(static_cast<http::status>(reply.Status));
   std::string head = Format("HTTP/1.1 %d %.*s\r\n", reply.Status, static_cast<int>(reason.size()), reason.data());
   AddHeader(head, "Content-Type", reply.ContentType);
-  if (reply.Status != 204) head += Format("Content-Length: %zu\r\n", reply.Body.size());
+  if (reply.Status != 204 && reply.Status != 304) head += Format("Content-Length: %zu\r\n", reply.Body.size());
   AddHeader(head, "ETag", reply.ETag);
   AddHeader(head, "Allow", reply.Allow);
   AddHeader(head, "Set-Cookie", reply.SetCookie);
   if (reply.RetryAfterS != 0) head += Format("Retry-After: %u\r\n", reply.RetryAfterS);
   if (reply.Status == 401) head += "WWW-Authenticate: Bearer\r\n";
-  head += "Cache-Control: no-store\r\nX-Content-Type-Options: nosniff\r\n";
+  AddHeader(head, "Content-Security-Policy", reply.Policy);
+  head += reply.Policy.empty() ? "Cache-Control: no-store\r\n" : "Cache-Control: no-cache\r\n";
+  head += "X-Content-Type-Options: nosniff\r\nReferrer-Policy: no-referrer\r\n";
   head += keepsAlive ? "Connection: keep-alive\r\n\r\n" : "Connection: close\r\n\r\n";
   return head;
 }

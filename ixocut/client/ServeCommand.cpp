@@ -80,6 +80,9 @@ int RunServe(TServeOptions options, std::ostream& out) {
                            .Hosts = options.Hosts,
                            .Insecure = options.Insecure,
                            .OpenApi = ctl::ShareFolder() / "api" / "openapi.json",
+                           .Pages = {.Console = ctl::ShareFolder() / "console",
+                                     .Locale = ctl::ShareFolder() / "locale",
+                                     .Plots = "/usr/share/javascript/dygraphs"},
                            .Limits = {}});
   service.SetAddress(server.Url());
   service.Start();
