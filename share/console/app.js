@@ -1,0 +1,101 @@
+// The frame round the pages: what is always visible, which page is shown, stop by the keyboard.
+
+import {bar} from "./bar.js";
+import {el, replace} from "./dom.js";
+import {kept} from "./kept.js";
+import {notices} from "./notices.js";
+import {mark, preferredLanguage, tr, useLanguage} from "./texts.js";
+import {problemBox} from "./widgets.js";
+import {wire} from "./wire.js";
+
+// In the order in which they stand in the menu; each is pages/<id>.js with `open(root)`, which answers what closes it.
+const kPages = [
+  {id: "machine", title: mark("Machine")},
+  {id: "procedures", title: mark("Procedures")},
+  {id: "runs", title: mark("Runs")},
+  {id: "panel", title: mark("Panel")},
+  {id: "alarms", title: mark("Alarms")},
+  {id: "gas", title: mark("Gas")},
+  {id: "recordings", title: mark("Recordings")},
+  {id: "config", title: mark("Configuration")},
+  {id: "links", title: mark("Links")},
+  {id: "log", title: mark("Log")},
+];
+
+const root = document.getElementById("page");
+const menu = document.getElementById("pages");
+const saved = kept("app", {page: kPages[0].id});
+let close = null;
+let opening = 0;
+
+function showMenu(page) {
+  menu.setAttribute("aria-label", tr("Pages"));
+  replace(menu, el("ul", {}, kPages.map(({id, title}) =>
+    el("li", {}, el("a", {href: "#" + id, "aria-current": id === page.id ? "page" : null}, tr(title))))));
+}
+
+// The hash is "#page" or "#page/what": the page reads the rest itself.
+async function showPage() {
+  const id = location.hash.slice(1).split("/")[0] || saved.get("page");
+  const page = kPages.find((candidate) => candidate.id === id) ?? kPages[0];
+  const mine = ++opening;
+  saved.set({page: page.id});
+  showMenu(page);
+  close?.();
+  close = null;
+  document.title = tr(page.title) + " - IxoCAMGlue";
+  const heading = el("h1", {}, tr(page.title));
+  const content = el("div", {class: "page " + page.id});
+  replace(root, heading, content);
+  try {
+    const module = await import("./pages/" + page.id + ".js");
+    if (mine !== opening) return;
+    const closes = await module.open(content);
+    if (mine === opening) close = closes ?? null;
+    else closes?.();
+  } catch (error) {
+    console.error(error);
+    if (mine === opening) replace(content, problemBox({what: error.what ?? error.message, ...error}));
+  }
+}
+
+export async function changeLanguage(language) {
+  await useLanguage(language);
+  wire.languageChanged();
+  bar.show();
+  notices.show();
+  showPage();
+}
+
+// Stop comes first, whatever has focus; a key that is held is one press.
+window.addEventListener("keydown", (event) => {
+  if (event.key !== "Escape") return;
+  event.preventDefault();
+  event.stopImmediatePropagation();
+  if (event.repeat) return;
+  if (event.shiftKey) wire.allOff();
+  else wire.stop();
+}, {capture: true});
+
+// The code of the link that opened the page is good once and is nobody's to read afterwards.
+async function logIn() {
+  const code = /^#code=([^&]+)$/.exec(location.hash)?.[1];
+  if (!code) return;
+  history.replaceState(null, "", "#" + saved.get("page"));
+  try {
+    await wire.logIn(decodeURIComponent(code));
+  } catch (problem) {
+    notices.linkRefused(problem);
+  }
+}
+
+await useLanguage(preferredLanguage());
+bar.open(document.getElementById("bar"), changeLanguage);
+notices.open(document.getElementById("notices"));
+await logIn();
+window.addEventListener("hashchange", async () => {
+  await logIn();
+  showPage();
+});
+wire.start();
+showPage();

@@ -1,0 +1,36 @@
+// Nodes without markup: text from files and devices is only ever text.
+
+// el("button", {class: "big", onclick: go, disabled: true}, "Go"): attributes by their names, handlers as "on...";
+// false, null and undefined are left out, as attributes and as children.
+export function el(tag, attributes = {}, ...children) {
+  return fill(document.createElement(tag), attributes, children);
+}
+
+// The same for drawings.
+export function svg(tag, attributes = {}, ...children) {
+  return fill(document.createElementNS("http://www.w3.org/2000/svg", tag), attributes, children);
+}
+
+function fill(node, attributes, children) {
+  for (const [name, value] of Object.entries(attributes)) {
+    if (value === false || value === null || value === undefined) continue;
+    if (name.startsWith("on")) node.addEventListener(name.slice(2), value);
+    else if (name === "value") node.value = value;
+    else node.setAttribute(name, value === true ? "" : value);
+  }
+  node.append(...some(children));
+  return node;
+}
+
+function some(children) {
+  return children.flat(Infinity).filter((child) => child !== false && child !== null && child !== undefined);
+}
+
+export function replace(node, ...children) {
+  node.replaceChildren(...some(children));
+}
+
+// Changes a text only where it differs: what reads the page aloud says nothing twice.
+export function setText(node, text) {
+  if (node.textContent !== text) node.textContent = text;
+}

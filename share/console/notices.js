@@ -1,0 +1,58 @@
+// What the page cannot leave unsaid, large and above everything else: no connection, no right to command, all off, a
+// stop without an answer.
+
+import {el, replace} from "./dom.js";
+import {tr} from "./texts.js";
+import {problemBox, say, withControl} from "./widgets.js";
+import {wire} from "./wire.js";
+
+class Notices {
+  #refused = null;  // why the link that opened the page is not good
+  #unanswered = false;
+
+  open(root) {
+    this.root = root;
+    for (const kind of ["status", "stale", "session", "connection"]) wire.on(kind, () => this.show());
+    wire.on("stopUnanswered", () => this.#stopAnswered(false));
+    wire.on("stopAnswered", (path) => {
+      this.#stopAnswered(true);
+      say(path === "stop" ? tr("Stop was sent") : tr("All off was sent"));
+    });
+  }
+
+  linkRefused(problem) {
+    this.#refused = problem;
+    this.show();
+  }
+
+  #stopAnswered(answered) {
+    this.#unanswered = !answered;
+    this.show();
+  }
+
+  show() {
+    const list = [];
+    if (this.#unanswered)
+      list.push({id: "unanswered", kind: "worst", title: tr("No answer to Stop"), text: tr("Use the emergency stop at the machine.")});
+    if (wire.stale && performance.now() > 3000)
+      list.push({id: "lost", kind: "bad", title: tr("No connection to the controller"),
+        text: tr("What is shown is old. The page goes on trying; what was started is stopped after 10 s without anybody who attends it.")});
+    if (this.#refused && wire.session.role === "viewer") list.push({id: "refused", kind: "bad", node: problemBox(this.#refused)});
+    if (!wire.stale && wire.session.role === "viewer")
+      list.push({id: "viewer", kind: "note", title: tr("You can look, stop and switch all off"),
+        text: tr("To command the machine, open the link that \"ixocut console\" prints.")});
+    if (wire.status?.allOff)
+      list.push({id: "all-off", kind: "bad", title: tr("All off"), text: tr("Everything was stopped at once. Remove the cause, then reset."), reset: true});
+    else if (wire.status?.latched)
+      list.push({id: "latched", kind: "bad", title: tr("The laser's latch has tripped"), text: wire.status.latchReason, reset: true});
+    const key = JSON.stringify([list.map(({id, text}) => [id, text]), document.documentElement.lang]);
+    if (key === this.shown) return;
+    this.shown = key;
+    replace(this.root, list.map(({id, kind, title, text, node, reset}) =>
+      el("section", {class: "notice " + kind, id: "notice-" + id, role: kind === "note" ? "status" : "alert"},
+        node ?? [el("strong", {}, title), " ", el("span", {}, text)],
+        reset && el("button", {type: "button", onclick: () => withControl(() => wire.post("reset"))}, tr("Reset")))));
+  }
+}
+
+export const notices = new Notices();

@@ -1,0 +1,201 @@
+// What several pages are made of: problems, dialogs, tables, fields, numbers and times as people read them.
+
+import {el, replace, setText} from "./dom.js";
+import {currentLanguage, tr} from "./texts.js";
+import {wire} from "./wire.js";
+
+// --- numbers and times ---
+
+export function numberText(value, digits = 2) {
+  return value === null || value === undefined ? "-" : Number(value).toFixed(digits);
+}
+
+// "1.24 s", "3:05 min"
+export function durationText(ms) {
+  if (ms === null || ms === undefined) return "-";
+  if (ms < 1000) return Math.round(ms) + " ms";
+  if (ms < 60000) return (ms / 1000).toFixed(2) + " s";
+  const s = Math.round(ms / 1000);
+  return Math.floor(s / 60) + ":" + String(s % 60).padStart(2, "0") + " min";
+}
+
+// Local time of what the controller says in UTC.
+export function timeText(utc, withDate = true) {
+  if (!utc) return "-";
+  const options = {hour: "2-digit", minute: "2-digit", second: "2-digit", hour12: false};
+  if (withDate) Object.assign(options, {year: "numeric", month: "2-digit", day: "2-digit"});
+  return new Intl.DateTimeFormat(currentLanguage() === "zh" ? "zh-CN" : "en-GB", options).format(new Date(utc));
+}
+
+// --- what is said ---
+
+// Said once, aloud as well, and gone after a while.
+export function say(text) {
+  const told = document.getElementById("told");
+  setText(told, text);
+  told.classList.add("shown");
+  clearTimeout(say.timer);
+  say.timer = setTimeout(() => told.classList.remove("shown"), 4000);
+}
+
+// What went wrong, why, and what to do; as a node.
+export function problemBox(problem) {
+  const what = problem.status === 0 ? tr("The controller does not answer") : problem.what;
+  return el("div", {class: "problem", role: "alert"},
+    el("strong", {}, what),
+    problem.where && el("div", {class: "where"}, problem.where),
+    problem.why && el("div", {}, problem.why),
+    problem.remedy && el("div", {class: "remedy"}, problem.remedy));
+}
+
+// --- dialogs ---
+
+// Modal; answers the button's value, or null. buttons: [{text, value, kind: "main" | "danger", when: () => boolean}].
+export function ask(title, content, buttons) {
+  return new Promise((answer) => {
+    const heading = el("h2", {id: "dialog-title"}, title);
+    const close = (value) => {
+      dialog.close();
+      dialog.remove();
+      answer(value);
+    };
+    const dialog = el("dialog", {"aria-labelledby": "dialog-title", oncancel: (event) => event.preventDefault()},
+      heading, el("div", {class: "content"}, content),
+      el("div", {class: "buttons"}, buttons.map((button) =>
+        el("button", {type: "button", class: button.kind, onclick: () => (!button.when || button.when()) && close(button.value)}, button.text))));
+    document.body.append(dialog);
+    dialog.showModal();
+  });
+}
+
+export function showProblem(problem, title = tr("This was refused")) {
+  return ask(title, problemBox(problem), [{text: tr("Close"), value: null, kind: "main"}]);
+}
+
+// Runs what needs control: takes it where nobody has it, asks where somebody else has it. Problems are shown; answers
+// what `action` answers, or undefined.
+export async function withControl(action) {
+  try {
+    if (!(await wire.takeControl())) {
+      const holder = wire.lease.holder;
+      const text = tr("%s has control. Whoever takes it over attends what runs; keys that are held are released.", holder);
+      if (!(await ask(tr("Take over control?"), el("p", {}, text), [
+        {text: tr("Take over"), value: true, kind: "main"},
+        {text: tr("Cancel"), value: false},
+      ]))) return undefined;
+      await wire.takeControl(true);
+    }
+    return await action();
+  } catch (problem) {
+    if (!("what" in problem)) throw problem;
+    await showProblem(problem);
+    return undefined;
+  }
+}
+
+// --- tables ---
+
+// columns: [{title, cell: (row) => node or text, number: true}]; rows may be chosen by `onrow`.
+export function table(caption, columns, rows, {onrow, rowClass} = {}) {
+  const line = (row) => {
+    const cells = columns.map((column, i) => {
+      const content = column.cell(row);
+      const shown = onrow && i === 0 ? el("button", {type: "button", class: "link", onclick: () => onrow(row)}, content) : content;
+      return el("td", {class: column.number && "number"}, shown);
+    });
+    return el("tr", {class: rowClass?.(row)}, cells);
+  };
+  return el("div", {class: "scroll", tabindex: "0", role: "region", "aria-label": caption},
+    el("table", {},
+      el("caption", {class: "aside"}, caption),
+      el("thead", {}, el("tr", {}, columns.map((column) => el("th", {scope: "col", class: column.number && "number"}, column.title)))),
+      el("tbody", {}, rows.map(line))));
+}
+
+// --- fields ---
+
+// One field of a form: {name, title, type: "number" | "integer" | "boolean" | "text", unit, summary, lowest, highest,
+// numbers, choices: [{value, text}], required, default}. `read()` answers the value, undefined where it is empty, or
+// throws a text that is shown beside the field.
+let fieldCount = 0;
+export function field(of, value = of.default) {
+  const id = "field-" + ++fieldCount;
+  const wrong = el("div", {class: "wrong", id: id + "-wrong"});
+  const about = [of.summary, rangeText(of), of.default !== undefined && of.type !== "boolean" && tr("without: %s", of.default)].filter(Boolean).join("; ");
+  const attributes = {id, name: of.name, "aria-describedby": id + "-about " + id + "-wrong"};
+  const choices = of.choices ?? of.numbers?.map((number) => ({value: number, text: String(number)}));
+  let input;
+  if (of.type === "boolean") input = el("input", {...attributes, type: "checkbox", checked: value === true});
+  else if (choices)
+    input = el("select", attributes, !of.required && el("option", {value: ""}, ""), choices.map((choice) =>
+      el("option", {value: choice.value, selected: choice.value === value}, choice.text)));
+  else input = el("input", {...attributes, type: "text", inputmode: of.type === "text" ? "text" : "decimal", autocomplete: "off", value: value ?? ""});
+  const node = el("div", {class: "field " + of.type},
+    el("label", {for: id}, of.title ?? of.name, of.required && el("span", {class: "aside"}, " ", tr("(needed)"))),
+    el("div", {class: "input"}, input, of.unit && el("span", {class: "unit"}, of.unit)),
+    el("div", {class: "aside about", id: id + "-about"}, about), wrong);
+  const refuse = (text) => {
+    setText(wrong, text);
+    input.setAttribute("aria-invalid", "true");
+    throw text;
+  };
+  return {
+    node,
+    input,
+    read() {
+      setText(wrong, "");
+      input.removeAttribute("aria-invalid");
+      if (of.type === "boolean") return input.checked;
+      const text = input.value.trim();
+      if (text === "") return of.required ? refuse(tr("a value is needed")) : undefined;
+      if (of.type === "text") return text;
+      const number = Number(text.replace(",", "."));
+      if (!Number.isFinite(number)) refuse(tr("this is no number"));
+      if (of.type === "integer" && !Number.isInteger(number)) refuse(tr("this is no whole number"));
+      if (of.lowest !== null && of.lowest !== undefined && number < of.lowest) refuse(tr("at least %s", of.lowest));
+      if (of.highest !== null && of.highest !== undefined && number > of.highest) refuse(tr("at most %s", of.highest));
+      return number;
+    },
+    refuse(text) {
+      setText(wrong, text);
+      input.setAttribute("aria-invalid", "true");
+    },
+  };
+}
+
+function rangeText(of) {
+  const some = (value) => value !== null && value !== undefined;
+  if (some(of.lowest) && some(of.highest)) return tr("%s to %s", of.lowest, of.highest);
+  if (some(of.lowest)) return tr("at least %s", of.lowest);
+  if (some(of.highest)) return tr("at most %s", of.highest);
+  return of.range ?? "";
+}
+
+// The values of several fields by their names, the first wrong one in focus; null where one is wrong.
+export function readAll(fields) {
+  const values = {};
+  let first = null;
+  for (const {name, part} of fields) {
+    try {
+      const value = part.read();
+      if (value !== undefined) values[name] = value;
+    } catch (wrong) {
+      if (typeof wrong !== "string") throw wrong;
+      first ??= part;
+    }
+  }
+  first?.input.focus();
+  return first ? null : values;
+}
+
+// A list of choices of which one is shown: [{id, title}]. `shown(id)` fills the node below.
+export function tabs(label, choices, chosen, shown) {
+  const bar = el("div", {class: "tabs", role: "group", "aria-label": label});
+  const show = (id) => {
+    replace(bar, choices.map((choice) =>
+      el("button", {type: "button", "aria-pressed": choice.id === id ? "true" : "false", onclick: () => show(choice.id)}, choice.title)));
+    shown(id);
+  };
+  show(chosen);
+  return bar;
+}

@@ -1,0 +1,293 @@
+// The controller's interface as the page uses it: requests, events, control, and how old what is shown is.
+
+import {currentLanguage} from "./texts.js";
+
+const kBase = "/api/v1/";
+const kStopAnswerMs = 500;  // without an answer it is said large
+const kStatusMs = 500;  // between two looks at the status
+const kStaleMs = 1000;  // values that are older are grey
+const kHeartbeatMs = 3000;  // of the lease, which lasts for 10 s
+const kRetryMs = 1000;
+const kLeaseKey = "lease";
+
+// What the controller refused, or why it could not be asked: `what`, `where`, `why`, `remedy`; `status` 0: no answer.
+export class Problem extends Error {
+  constructor(status, body = {}) {
+    super(body.detail ?? body.what ?? String(status));
+    this.status = status;
+    this.what = body.what ?? body.title ?? String(status);
+    this.where = body.where ?? "";
+    this.why = body.why ?? "";
+    this.remedy = body.remedy ?? "";
+  }
+}
+
+class Wire {
+  // Of the controller, as far as it is known: null before the first answer.
+  status = null;
+  machine = null;
+  alarms = [];
+  lease = {holder: null, mine: false};
+  session = {name: "", role: "viewer"};
+  connected = false;  // the event stream is open
+  #listeners = new Map();
+  #leaseId = sessionStorage.getItem(kLeaseKey) ?? "";
+  #answeredAt = 0;
+  #lastEventId = "";
+  #stream = null;
+  #rate = 10;
+  #stale = true;
+
+  // --- asking ---
+
+  get(path) {
+    return this.#ask("GET", path);
+  }
+  post(path, body = {}) {
+    return this.#ask("POST", path, body);
+  }
+  put(path, body) {
+    return this.#ask("PUT", path, body);
+  }
+  delete(path) {
+    return this.#ask("DELETE", path, {});
+  }
+
+  async #ask(method, path, body, more = {}) {
+    const headers = {"Accept-Language": currentLanguage(), ...more};
+    if (body !== undefined) headers["Content-Type"] = "application/json";
+    if (this.#leaseId) headers.Lease = this.#leaseId;
+    let answer;
+    let json = {};
+    try {
+      answer = await fetch(kBase + path, {
+        method,
+        headers,
+        body: body === undefined ? undefined : JSON.stringify(body),
+        cache: "no-store",
+      });
+      const text = await answer.text();
+      json = text ? JSON.parse(text) : {};
+    } catch (error) {
+      if (error instanceof SyntaxError) throw new Problem(answer.status, {what: error.message, where: path});
+      this.#tell("unreachable");
+      throw new Problem(0, {what: "no answer", where: path});
+    }
+    this.#answeredAt = performance.now();
+    if (!answer.ok) throw new Problem(answer.status, json);
+    return json;
+  }
+
+  // --- stop: without lease, whatever else is under way ---
+
+  stop() {
+    return this.#stopBy("stop");
+  }
+  allOff() {
+    return this.#stopBy("all-off");
+  }
+  async #stopBy(path) {
+    const late = setTimeout(() => this.#tell("stopUnanswered", path), kStopAnswerMs);
+    try {
+      await fetch(kBase + path, {
+        method: "POST",
+        headers: {"Content-Type": "application/json", "Accept-Language": currentLanguage()},
+        body: "{}",
+        cache: "no-store",
+        keepalive: true,
+        priority: "high",
+      }).then((answer) => {
+        if (!answer.ok) throw new Problem(answer.status);
+      });
+      this.#tell("stopAnswered", path);
+    } catch {
+      this.#tell("stopUnanswered", path);
+    } finally {
+      clearTimeout(late);
+    }
+  }
+
+  // --- control ---
+
+  // Takes control; where somebody else has it only with `takeOver`. Answers false where that is needed.
+  async takeControl(takeOver = false) {
+    if (this.lease.mine) return true;
+    if (this.lease.holder && !takeOver) return false;
+    this.#setLease((await this.post("lease", {takeOver})).lease);
+    return true;
+  }
+  async giveControl() {
+    const id = this.#leaseId;
+    this.#setLease("");
+    if (id) await this.#ask("DELETE", "lease", {}, {Lease: id});
+  }
+  #setLease(id) {
+    this.#leaseId = id;
+    sessionStorage.setItem(kLeaseKey, id);
+    this.lease = {holder: id ? this.session.name : null, mine: Boolean(id)};
+    this.#tell("lease", this.lease);
+  }
+  async #renew() {
+    if (!this.#leaseId) return;
+    try {
+      await this.post("lease/heartbeat");
+    } catch (problem) {
+      if (problem.status === 0) return;
+      this.#setLease("");
+      await this.#readLease();
+    }
+  }
+  async #readLease() {
+    const {holder} = await this.get("lease");
+    this.lease = {holder, mine: this.lease.mine && Boolean(holder)};
+    this.#tell("lease", this.lease);
+  }
+
+  // --- listening ---
+
+  // kind: state, step, alarm, run, led, signals, log, lease, key, queue of the controller's events; and of the page's own
+  // status (looked at anew), alarms (the standing ones changed), connection, stale, session, stopAnswered,
+  // stopUnanswered. Answers what ends it.
+  on(kind, listener) {
+    if (!this.#listeners.has(kind)) this.#listeners.set(kind, new Set());
+    this.#listeners.get(kind).add(listener);
+    return () => this.#listeners.get(kind).delete(listener);
+  }
+  #tell(kind, data) {
+    for (const listener of [...(this.#listeners.get(kind) ?? [])]) {
+      try {
+        listener(data);
+      } catch (error) {
+        console.error(error);
+      }
+    }
+  }
+
+  // What is shown is older than a second.
+  get stale() {
+    return this.#stale;
+  }
+
+  // Signals a second, 1 to 50.
+  setRate(rate) {
+    if (rate === this.#rate) return;
+    this.#rate = rate;
+    this.#stream?.abort();
+  }
+
+  async start() {
+    await this.#look();
+    setInterval(() => this.#look(), kStatusMs);
+    setInterval(() => this.#renew(), kHeartbeatMs);
+    setInterval(() => this.#watchAge(), kStatusMs / 2);
+    this.#follow();
+  }
+
+  // Everything that events alone do not tell, once and after each gap.
+  async refresh() {
+    await Promise.all([this.#look(), this.#readAlarms(), this.#readSession(), this.get("machine").then((machine) => (this.machine = machine))]);
+    if (this.#leaseId) await this.#renew();
+    if (!this.#leaseId) await this.#readLease();
+    this.#tell("connection", this.connected);
+  }
+
+  // Exchanges a link's code for a session.
+  async logIn(code) {
+    await this.post("session", {code});
+    await this.#readSession();
+  }
+  async #readSession() {
+    this.session = await this.get("session");
+    this.#tell("session", this.session);
+  }
+  async #readAlarms() {
+    this.alarms = (await this.get("alarms")).alarms;
+    this.#tell("alarms", this.alarms);
+  }
+
+  #looking = false;
+  async #look() {
+    if (this.#looking) return;
+    this.#looking = true;
+    try {
+      this.status = await this.get("status");
+      this.#tell("status", this.status);
+    } catch {
+      // Said by its age.
+    } finally {
+      this.#looking = false;
+      this.#watchAge();
+    }
+  }
+  #watchAge() {
+    const stale = !this.#answeredAt || performance.now() - this.#answeredAt > kStaleMs;
+    if (stale === this.#stale) return;
+    this.#stale = stale;
+    this.#tell("stale", stale);
+  }
+
+  async #follow() {
+    for (;;) {
+      const stream = new AbortController();
+      this.#stream = stream;
+      let retryMs = kRetryMs;
+      try {
+        const headers = {Accept: "text/event-stream", "Accept-Language": currentLanguage()};
+        if (this.#lastEventId) headers["Last-Event-ID"] = this.#lastEventId;
+        const answer = await fetch(kBase + "events?rate=" + this.#rate, {headers, signal: stream.signal, cache: "no-store"});
+        if (!answer.ok) throw new Problem(answer.status);
+        this.connected = true;
+        await this.refresh();
+        await this.#read(answer.body.pipeThrough(new TextDecoderStream()).getReader());
+      } catch {
+        if (stream.signal.aborted) retryMs = 0;
+      }
+      if (!stream.signal.aborted) {
+        this.connected = false;
+        this.#tell("connection", false);
+      }
+      await new Promise((done) => setTimeout(done, retryMs));
+    }
+  }
+
+  async #read(reader) {
+    let text = "";
+    for (;;) {
+      const {value, done} = await reader.read();
+      if (done) return;
+      this.#answeredAt = performance.now();
+      text += value;
+      const blocks = text.split("\n\n");
+      text = blocks.pop();
+      for (const block of blocks) this.#take(block);
+    }
+  }
+
+  #take(block) {
+    let kind = "";
+    let data = "";
+    for (const line of block.split("\n")) {
+      if (line.startsWith("id: ")) this.#lastEventId = line.slice(4);
+      else if (line.startsWith("event: ")) kind = line.slice(7);
+      else if (line.startsWith("data: ")) data += line.slice(6);
+    }
+    if (!kind) return;
+    const event = JSON.parse(data);
+    if (kind === "signals" && this.status) this.status = {...this.status, signals: event};
+    if (kind === "alarm") this.#readAlarms();
+    if (kind === "lease") {
+      this.lease = {holder: event.holder, mine: Boolean(this.#leaseId)};
+      this.#renew();  // which tells whether it still is this page's
+    }
+    if (kind === "state" || kind === "run") this.#look();
+    if (kind === "missed" || kind === "epoch") this.refresh();
+    this.#tell(kind, event);
+  }
+
+  // After a change of language: what was told in the other one is asked again.
+  languageChanged() {
+    this.#stream?.abort();
+  }
+}
+
+export const wire = new Wire();
