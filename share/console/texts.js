@@ -1,5 +1,5 @@
 // The page's texts in the operator's language: English as it is written here, any other from the program's catalogue.
-// Texts stand in double quotes within tr("...") or mark("..."): so the catalogue's test finds them.
+// Texts stand in double quotes within tr() or mark(), so that the catalogue's test and the server find them.
 
 const kLanguages = ["en", "zh"];
 const kNames = {en: "English", zh: "中文"};
@@ -16,7 +16,7 @@ export function currentLanguage() {
   return language;
 }
 
-// tr("%s holds control", name): %s and %d take what follows, %% is a percent sign.
+// %s and %d take the values that follow, in their order; %% is a percent sign.
 export function tr(english, ...values) {
   let next = 0;
   return (catalogue[english] ?? english).replace(/%(%|s|d)/g, (sign, kind) => (kind === "%" ? "%" : String(values[next++])));

@@ -51,14 +51,16 @@ TEST(Texts, EachStandsOnceAndInBothLanguagesWithTheSameArguments) {
   EXPECT_EQ(known, translated);
 }
 
-// The texts of Tr("...") and TrMark("...") in the sources, each as the compiler joins its literals.
+// The texts of Tr("...") and TrMark("...") in the sources, each as the compiler joins its literals; of tr("...") and
+// mark("...") in the console's scripts.
 std::set<std::string> WrittenMessages() {
-  static const std::regex call(R"re(\bTr(?:Mark)?\(\s*((?:"(?:[^"\\]|\\.)*"\s*)+))re");
+  static const std::regex call(R"re(\b(?:Tr(?:Mark)?|tr|mark)\(\s*((?:"(?:[^"\\]|\\.)*"\s*)+))re");
   static const std::regex literal(R"re("((?:[^"\\]|\\.)*)")re");
   std::set<std::string> messages;
-  for (const char* const folder : {"ixocamglue", "controller", "machines", "verify", "ixocut"})
+  const std::set<std::string> kinds = {".cpp", ".h", ".js"};
+  for (const char* const folder : {"ixocamglue", "controller", "machines", "verify", "ixocut", "share/console"})
     for (const auto& file : std::filesystem::recursive_directory_iterator(TestSources() + "/../" + folder)) {
-      if (file.path().extension() != ".cpp" && file.path().extension() != ".h") continue;
+      if (!kinds.contains(file.path().extension().string())) continue;
       const std::string source = ReadFile(file.path()).OrThrow(pbUnusable);
       for (std::sregex_iterator it(source.begin(), source.end(), call), end; it != end; ++it) {
         const std::string literals = (*it)[1];
