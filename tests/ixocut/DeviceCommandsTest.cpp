@@ -224,13 +224,17 @@ TEST_F(DeviceCommands, WhatWentWrongIsSaidInWords) {
   }
   EXPECT_THAT(English("modbus read --addr 0 --tcp 127.0.0.1:1").All(), HasSubstr("(Connection refused)"));
   EXPECT_THAT(English("modbus read --addr 0 --tcp name.invalid").All(), HasSubstr("is not resolved"));
+  const TTempFolder folder("ixo-line");
   const int line = ::posix_openpt(O_RDWR | O_NOCTTY);
   char name[64] = "";
   ASSERT_TRUE(::grantpt(line) == 0 && ::unlockpt(line) == 0 && ::ptsname_r(line, name, sizeof name) == 0);
   const std::string read = std::string("modbus read --timeout 100 --addr 0 --serial ") + name;
   EXPECT_THAT(English(read + ",9600,e,8,1").All(), HasSubstr("pseudo-terminal"));
   // Nobody answers: the next process would take the late reply.
-  EXPECT_THAT(English(read + " & sleep 0.6; kill -INT $!; wait $!").Err,
+  const std::string told = (folder.Path() / "told").string();
+  EXPECT_THAT(English(read + " 2>" + told + " & until grep -q waiting " + told +
+                      "; do sleep 0.05; done; kill -INT $!; wait $!; cat " + told + " >&2")
+                  .Err,
               testing::AllOf(HasSubstr("until the line has been silent"), HasSubstr("wait 3 s before the next")));
   ::close(line);
   EXPECT_THAT(English("link doctor --tcp 127.0.0.1:1").All(), HasSubstr("refuses the connection"));
