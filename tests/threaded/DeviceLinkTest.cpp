@@ -308,7 +308,8 @@ std::string Findings(const TLinkAddress& link, const std::string& expected) {
     EXPECT_TRUE(expected != "stale" || link.TcpFraming || step.NextThing.find("TCP") == std::string::npos);
     EXPECT_TRUE(expected != "framing-rtu" || step.NextThing.find("--framing rtu") != std::string::npos);
   };
-  EXPECT_EQ(ExamineLink(options, tell, stop), bad.empty());
+  const bool fine = ExamineLink(options, tell, stop);
+  EXPECT_EQ(fine, bad.empty());
   return bad;
 }
 
