@@ -1,6 +1,8 @@
 // The key panel: what it shows, why a key does nothing, and its keys, form and knob.
 #include <algorithm>
+#include <sstream>
 
+#include "controller/alarms/RunAlarms.h"
 #include "controller/api/Api.h"
 #include "controller/api/Asked.h"
 #include "controller/api/Body.h"
@@ -52,21 +54,74 @@ TApiReply ShowPanel(TService& service, const TApiRequest&) {
   return reply;
 }
 
+// A state's number, its word on the wire or its name.
+std::int32_t StateOf(const std::string& text) {
+  for (std::int32_t state = 0; state <= kCutStates; ++state)
+    if (text == StateWord(state)) return state;
+  return ParseState(text).OrThrow(pbRequest);
+}
+
+// What a query supposes: form, state, alarms, warning. "alarms" is a list with commas; an empty one and an empty form
+// are none.
+TPanelSupposed SupposedOf(TService& service, const TApiRequest& request) {
+  TPanelSupposed supposed;
+  const auto given = [&request](const char* name) -> std::optional<std::string> {
+    const auto found = request.Query.find(name);
+    return found == request.Query.end() ? std::nullopt : std::optional(found->second);
+  };
+  if ((supposed.Form = given("form")) && !supposed.Form->empty()) CheckForm(*supposed.Form).OrThrow(pbRequest);
+  if (const auto state = given("state")) supposed.State = StateOf(*state);
+  if (const auto alarms = given("alarms")) {
+    supposed.Alarms.emplace();
+    std::istringstream list(*alarms);
+    for (std::string text; std::getline(list, text, ',');)
+      supposed.Alarms->push_back(ParseAlarm(service.Panel().RegisteredAlarms(), text).OrThrow(pbRequest));
+  }
+  if (const auto warning = given("warning")) {
+    if (*warning != "true" && *warning != "false")
+      throw EProblem(pbRequest, TProblem{.What = Tr("neither true nor false"), .Where = "warning"});
+    supposed.Warning = *warning == "true";
+  }
+  return supposed;
+}
+
 TApiReply ShowWhy(TService& service, const TApiRequest& request) {
   const TKeyCode key = ParseKey(QueryOf(request, "key")).OrThrow(pbRequest);
-  const std::int32_t state = service.Controller().Framework().CurrentState();
+  TPanelHost& host = service.Panel().Host();
   TApiReply reply;
-  reply.Body = JsonOf(key, Why(service.Panel().Host(), key, state));
+  reply.Body = JsonOf(key, Why(host, key, TPanelPicture(host, SupposedOf(service, request))));
   return reply;
 }
 
-TApiReply ShowForms(TService&, const TApiRequest&) {
-  TJson forms = TJson::array();
+TApiReply ShowKeys(TService& service, const TApiRequest& request) {
+  TPanelHost& host = service.Panel().Host();
+  const TPanelPicture picture(host, SupposedOf(service, request));
+  TApiReply reply;
+  reply.Body = {{"form", picture.Form.empty() ? TJson() : TJson(picture.Form)},
+                {"state", StateWord(picture.Met.State)},
+                {"stateNumber", picture.Met.State},
+                {"alarms", TJson::array()},
+                {"keys", TJson::array()}};
+  for (const TNcAlarmRecord& alarm : picture.Alarms) reply.Body["alarms"].push_back(alarm.Identifier());
+  for (std::size_t i = 0; i < kKeys; ++i) {
+    const auto key = static_cast<TKeyCode>(i);
+    reply.Body["keys"].push_back(JsonOf(key, Why(host, key, picture)));
+  }
+  return reply;
+}
+
+TApiReply ShowForms(TService& service, const TApiRequest&) {
+  TJson forms = TJson::array(), states = TJson::array(), alarms = TJson::array();
   for (const TFormGroup& group : FormGroups())
     for (const std::string_view form : group.Forms)
       forms.push_back({{"form", form}, {"allKeys", group.Mask == kAllKeys}, {"keys", KeyList(group.Mask)}});
+  for (std::int32_t state = 0; state <= kCutStates; ++state)
+    states.push_back({{"number", state}, {"state", StateWord(state)}, {"text", ShownState(ClassifyCutState(state))}});
+  for (const TNcAlarmRecord& alarm : KnownAlarms(service.Panel().RegisteredAlarms()))
+    alarms.push_back(
+        {{"identifier", alarm.Identifier()}, {"level", alarm.Level()}, {"text", TRunAlarm::Of(alarm).Text}});
   TApiReply reply;
-  reply.Body = {{"forms", std::move(forms)}};
+  reply.Body = {{"forms", std::move(forms)}, {"states", std::move(states)}, {"alarms", std::move(alarms)}};
   return reply;
 }
 
@@ -92,7 +147,7 @@ TApiReply Press(TService& service, const TApiRequest& request) {
   if (auto refused = MayPress(service, request, key)) return *refused;
   TPanelDesk& panel = service.Panel();
   // What would come to nothing is said before the key is held; the log has its line of it from the terminal's panel.
-  const TKeyWhy why = Why(panel.Host(), key, service.Controller().Framework().CurrentState());
+  const TKeyWhy why = Why(panel.Host(), key, TPanelPicture(panel.Host()));
   if (THeldKeys::NeedsLease(key) && !why.Acts)
     if (const auto problem = ProblemOf(key, why)) return Fail(409, *problem);
   panel.Keys().Press(press, RealMs()).OrThrow(pbRefused);
@@ -176,8 +231,10 @@ TApiReply SetKnob(TService& service, const TApiRequest& request) {
 
 constexpr TApiRoute kPanelRoutes[] = {
     {"GET", "/api/v1/panel", roNone, false, true, &ShowPanel, "The panel: keys, LEDs, form and knob"},
-    {"GET", "/api/v1/panel/why", roNone, false, true, &ShowWhy, "Why a key does what it does now"},
-    {"GET", "/api/v1/panel/forms", roNone, false, false, &ShowForms, "The forms, and the keys that each permits"},
+    {"GET", "/api/v1/panel/why", roNone, false, true, &ShowWhy, "Why a key does what it does, now or in another state"},
+    {"GET", "/api/v1/panel/keys", roNone, false, true, &ShowKeys, "What each key would do, now or in another state"},
+    {"GET", "/api/v1/panel/forms", roNone, false, true, &ShowForms,
+     "The forms and the keys that each permits; states and alarms that may be supposed"},
     {"POST", "/api/v1/panel/press", roNone, false, true, &Press, "Press a key, which is held until it is released"},
     {"POST", "/api/v1/panel/release", roNone, false, true, &Release, "Release a key by its press"},
     {"POST", "/api/v1/panel/heartbeat", roOperator, false, true, &Heartbeat, "Hold keys down for another 200 ms"},

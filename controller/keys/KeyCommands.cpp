@@ -64,8 +64,7 @@ constexpr TCommandRow kCommands[] = {
     {kcBreakLocate, TrMark("to the break"), kInterrupted, nCut | nMove},
 };
 
-const char* AlarmRefusal(const TCommandRow& row) {
-  TNcAlarms* const alarms = NcAlarms();
+const char* AlarmRefusal(const TCommandRow& row, TNcAlarms* alarms) {
   if (!alarms) return nullptr;
   if (alarms->RequireStop()) return TrMark("an alarm requires a stop");
   if ((row.Needs & nCut) != 0 && !alarms->AllowCut()) return TrMark("an alarm forbids cutting");
@@ -96,24 +95,24 @@ TKeyCommands::TKeyCommands(TNcStateFramework& framework, TNcRegistry& registry, 
 
 TKeyCommands::~TKeyCommands() { UnregisterKeyStates(FRegistry); }
 
-TKeyCommands::TWhyNot TKeyCommands::WhyNot(std::int32_t command, std::int32_t state) const {
-  return WhyNot(command, state, SwitchesOff(command));
+TKeyCommands::TWhyNot TKeyCommands::WhyNot(std::int32_t command, const TMet& met) const {
+  return WhyNot(command, met, SwitchesOff(command));
 }
 
-TKeyCommands::TWhyNot TKeyCommands::WhyNot(std::int32_t command, std::int32_t state, bool off) const {
+TKeyCommands::TWhyNot TKeyCommands::WhyNot(std::int32_t command, const TMet& met, bool off) const {
   if (IsStopCommand(command)) return {};
   const auto row = std::ranges::find(kCommands, command, &TCommandRow::Command);
   if (row == std::end(kCommands)) return TrMark("the machine does not know it");
   if (FEmergency.load(std::memory_order_acquire)) return TrMark("the emergency stop is active");
-  if (const TNcForbidTypeRegistry* const registry = NcForbidTypeRegistry(); registry && registry->IsForbidden(command))
-    return {"it is forbidden (" + registry->Current() + ")", Tr("the form on screen does not permit it")};
-  const TCutState present = ClassifyCutState(state);
+  if (met.Forbidden && met.Forbidden->IsForbidden(command))
+    return {"it is forbidden (" + met.Forbidden->Current() + ")", Tr("the form on screen does not permit it")};
+  const TCutState present = ClassifyCutState(met.State);
   if ((row->States & StateBit(present)) == 0)
     return {Format("the machine is in %s", CutStateName(present)),
             Format(Tr("the machine is in %s"), Tr(CutStateName(present)))};
   // Nothing keeps what is on from being switched off.
   if (off) return {};
-  if (const char* const alarm = AlarmRefusal(*row)) return {alarm, true};
+  if (const char* const alarm = AlarmRefusal(*row, met.Alarms)) return {alarm, true};
   if ((row->Needs & nLaser) == 0 || !LatchReason()) return {};
   const TResult<> usable = LaserUsable();  // reset meanwhile, where it is
   return usable ? TWhyNot() : TWhyNot(usable.Problem().Text(), usable.Problem().Text());
@@ -150,7 +149,8 @@ void TKeyCommands::KeyDown(std::int32_t command) {
     default: break;
   }
   const bool off = SwitchesOff(command);  // asked once: what may be switched off under an alarm is not switched on
-  if (const TWhyNot why = WhyNot(command, FFramework.CurrentState(), off); why.Refused()) return Refuse(command, why);
+  if (const TWhyNot why = WhyNot(command, {.State = FFramework.CurrentState()}, off); why.Refused())
+    return Refuse(command, why);
   switch (command) {
     case kcStart: return Request(command, csWorking, srFresh);
     case kcDryCut: return Request(command, csDryRun, srFresh);

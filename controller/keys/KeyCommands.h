@@ -18,7 +18,9 @@
 #include "ixocamglue/platform/ports/CutStates.h"
 #include "ixocamglue/platform/ports/CutSystem.h"
 #include "ixocamglue/platform/ports/MotionDriver.h"
+#include "ixocamglue/platform/ports/NcAlarms.h"
 #include "ixocamglue/platform/ports/PanelPorts.h"
+#include "ixocamglue/platform/states/ForbidTypes.h"
 #include "ixocamglue/platform/states/NcState.h"
 #include "ixocamglue/support/Texts.h"
 
@@ -50,9 +52,15 @@ class TKeyCommands final : public TNcKeyCommands, public TNcEmergencyStop {
     TWhyNot(std::string journal, std::string shown) : Journal(std::move(journal)), Shown(std::move(shown)) {}
     [[nodiscard]] bool Refused() const { return !Journal.empty(); }
   };
-  // In this machine state; a stop key never is. What only shows when it is tried (a state that is just changing, a
-  // shutter that is closed) does not count. Throws what the device throws.
-  [[nodiscard]] TWhyNot WhyNot(std::int32_t command, std::int32_t state) const;
+  // What a command meets: as it is, or as somebody supposes it.
+  struct TMet {
+    std::int32_t State = 0;
+    TNcAlarms* Alarms = NcAlarms();                                   // null: none stand
+    const TNcForbidTypeRegistry* Forbidden = NcForbidTypeRegistry();  // null: nothing is forbidden
+  };
+  // A stop key never is. What only shows when it is tried (a state that is just changing, a shutter that is closed)
+  // does not count. Throws what the device throws.
+  [[nodiscard]] TWhyNot WhyNot(std::int32_t command, const TMet& met) const;
   bool IsActive() override { return FEmergency.load(std::memory_order_acquire); }
   // The emergency-stop input. Active stops everything and trips the laser's latch; it stays so until it is reset by
   // hand, which resets its own trip of the latch too, and no other.
@@ -72,7 +80,7 @@ class TKeyCommands final : public TNcKeyCommands, public TNcEmergencyStop {
   void SetProgress(const TProgress& progress);
 
  private:
-  [[nodiscard]] TWhyNot WhyNot(std::int32_t command, std::int32_t state, bool off) const;
+  [[nodiscard]] TWhyNot WhyNot(std::int32_t command, const TMet& met, bool off) const;
   void Refuse(std::int32_t command, const TWhyNot& why);
   void Note(std::string_view text);
   void Request(std::int32_t command, TCutState state, std::int32_t param);

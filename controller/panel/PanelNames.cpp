@@ -1,6 +1,8 @@
 #include "controller/panel/PanelNames.h"
 
 #include <algorithm>
+#include <set>
+#include <utility>
 
 #include "controller/Supervisor.h"
 #include "controller/panel/PanelTexts.h"
@@ -33,12 +35,12 @@ const THandAlarm kHandAlarms[] = {
 };
 
 // Everything that can be raised here: by hand, by a registered source, by the controller itself; and what has a
-// definition, which nobody here raises.
-std::vector<TNcAlarmRecord> KnownAlarms(TController& session) {
+// definition, which nobody here raises, and may be one of the others.
+std::vector<TNcAlarmRecord> AllAlarms(std::vector<TNcAlarmRecord> registered) {
   std::vector<TNcAlarmRecord> known;
   for (const THandAlarm& alarm : kHandAlarms)
     known.push_back({.IdPrefix = kHandPrefix, .Desc = alarm.Name->Get(), .Id = alarm.Id, .Attrs = alarm.Attrs});
-  std::ranges::move(session.Alarms().Registered(), std::back_inserter(known));
+  std::ranges::move(registered, std::back_inserter(known));
   known.push_back({.IdPrefix = kSupervisorAlarmPrefix, .Desc = {}, .Id = 1, .Attrs = naForbidMove});
   known.push_back({.IdPrefix = "InportCtrl", .Desc = {}, .Id = 176, .Attrs = naForbidMove});
   const TAlarmInterpreter* const interpreter = AlarmInterpreter();
@@ -149,7 +151,19 @@ TResult<std::int32_t> ParseState(const std::string& text) {
                   .Remedy = DidYouMean(nearest.Found())};
 }
 
+std::vector<TNcAlarmRecord> KnownAlarms(std::vector<TNcAlarmRecord> registered) {
+  std::vector<TNcAlarmRecord> alarms;
+  std::set<std::string> seen;
+  for (TNcAlarmRecord& alarm : AllAlarms(std::move(registered)))
+    if (seen.insert(alarm.Identifier()).second) alarms.push_back(Described(std::move(alarm)));
+  return alarms;
+}
+
 TResult<TNcAlarmRecord> ParseAlarm(TController& session, const std::string& text) {
+  return ParseAlarm(session.Alarms().Registered(), text);
+}
+
+TResult<TNcAlarmRecord> ParseAlarm(std::vector<TNcAlarmRecord> registered, const std::string& text) {
   const auto hash = text.rfind('#');
   const std::string prefix = hash == std::string::npos ? kHandPrefix : text.substr(0, hash);
   const std::string number = text.substr(hash == std::string::npos ? 0 : hash + 1);
@@ -157,7 +171,7 @@ TResult<TNcAlarmRecord> ParseAlarm(TController& session, const std::string& text
   if (std::string problem = CheckNumber(number, 0, 0x7FFFFFFF, ""); hash != std::string::npos && !problem.empty())
     return TProblem{.What = what, .Where = {}, .Why = std::move(problem)};
   const auto id = ParseExactly<std::int32_t>(number);
-  const std::vector<TNcAlarmRecord> known = KnownAlarms(session);
+  const std::vector<TNcAlarmRecord> known = AllAlarms(std::move(registered));
   std::vector<std::string> identifiers;  // outlive the search
   for (const TNcAlarmRecord& alarm : known) {
     if (id && alarm.Id == *id && alarm.IdPrefix == prefix) return Described(alarm);

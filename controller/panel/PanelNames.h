@@ -21,6 +21,11 @@ using namespace ixocamglue;
 // A number of the alarms that can be raised by hand, or an identifier ("TPLaser#1") that the machine, the controller or
 // the definitions know; as it would be raised. What nobody has registered forbids nothing.
 [[nodiscard]] TResult<TNcAlarmRecord> ParseAlarm(TController& session, const std::string& text);
+// The same by what the machine and the controller have registered (TNcAlarmManager::Registered, which waits while a
+// source is asked).
+[[nodiscard]] TResult<TNcAlarmRecord> ParseAlarm(std::vector<TNcAlarmRecord> registered, const std::string& text);
+// All that ParseAlarm knows, each once, described in the thread's language.
+[[nodiscard]] std::vector<TNcAlarmRecord> KnownAlarms(std::vector<TNcAlarmRecord> registered);
 
 // "101 (Laser source fault), ..."
 [[nodiscard]] std::string HandAlarmList();

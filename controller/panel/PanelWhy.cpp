@@ -28,10 +28,10 @@ std::string StatesWith(TKeyMask key) {
   return names;
 }
 
-// The standing alarms that alone keep the key from being permitted.
-std::string AlarmsAgainst(TController& session, TKeyMask key) {
+// Those of the alarms that alone keep the key from being permitted.
+std::string AlarmsAgainst(const std::vector<TNcAlarmRecord>& alarms, TKeyMask key) {
   std::string names;
-  for (const TNcAlarmRecord& record : session.Alarms().Standing()) {
+  for (const TNcAlarmRecord& record : alarms) {
     TNcAlarmManager alone;
     alone.Raise(record);
     if ((KBPManager()->AlarmPermitUnder(&alone) & key) != 0) continue;
@@ -41,9 +41,13 @@ std::string AlarmsAgainst(TController& session, TKeyMask key) {
   return names.empty() ? Tr("the alarms together") : names;
 }
 
-std::string FormOnScreen(TPanelHost& host) {
+std::string FormShown(TPanelHost& host) {
   const auto& open = host.Forms().Open();
-  return open.empty() ? std::string(Tr("no form is on screen")) : Format(Tr("form %s"), open.back().c_str());
+  return open.empty() ? std::string() : open.back();
+}
+
+std::string FormOnScreen(const std::string& form) {
+  return form.empty() ? std::string(Tr("no form is on screen")) : Format(Tr("form %s"), form.c_str());
 }
 
 std::string ShownNumberedState(std::int32_t state) {
@@ -58,33 +62,54 @@ TPressVerdict Judge(TKeyCode key) {
                     manager.GetMap(kMapStatePermit), manager.GetMap(kMapWarningPermit));
 }
 
-TKeyWhy Why(TPanelHost& host, TKeyCode key, std::int32_t state) {
-  TKBPManager& manager = *KBPManager();
-  const TKBPKeyItem& item = *manager.KeyItem(key);
+TPanelPicture::TPanelPicture(TPanelHost& host, const TPanelSupposed& supposed)
+    : Client(KBPManager()->GetMap(kMapClientPermit)),
+      Alarm(KBPManager()->GetMap(kMapAlarmPermit)),
+      State(KBPManager()->GetMap(kMapStatePermit)),
+      Warning(KBPManager()->GetMap(kMapWarningPermit)),
+      Form(supposed.Form.value_or(FormShown(host))),
+      Alarms(supposed.Alarms ? *supposed.Alarms : host.Controller().Alarms().Standing()),
+      Met{.State = supposed.State.value_or(host.Controller().Framework().CurrentState())} {
+  const TKBPManager& manager = *KBPManager();
+  if (supposed.Form) {
+    Client = manager.ClientPermitUnder(FormMask(Form).value_or(kDefaultClientPermit), FForbidden);
+    Met.Forbidden = &FForbidden;
+  }
+  if (supposed.Alarms) {
+    for (const TNcAlarmRecord& alarm : Alarms) FAlarms.Raise(alarm);
+    Alarm = manager.AlarmPermitUnder(&FAlarms);
+    Met.Alarms = &FAlarms;
+  }
+  if (supposed.State) State = manager.StatePermitIn(ClassifyCutState(Met.State));
+  if (supposed.Warning) Warning = *supposed.Warning ? kAllKeys & ~KeyBit(CK_RETURN0) : kAllKeys;
+}
+
+TKeyWhy Why(TPanelHost& host, TKeyCode key, const TPanelPicture& picture) {
+  const TKBPKeyItem& item = *KBPManager()->KeyItem(key);
   const TKeyMask bit = KeyBit(key);
   TKeyWhy why;
-  why.Verdict = Judge(key);
+  why.Verdict = JudgePress(key, picture.Client, picture.Alarm, picture.State, picture.Warning);
   why.Command = item.GetCMD();
   why.Sent = why.Command != 0 && (why.Verdict == pvSent || why.Verdict == pvSentUnderAlarm);
-  const auto refused = why.Sent ? host.Controller().Keys().WhyNot(why.Command, state) : TKeyCommands::TWhyNot();
+  const auto refused = why.Sent ? host.Controller().Keys().WhyNot(why.Command, picture.Met) : TKeyCommands::TWhyNot();
   why.Acts = why.Sent && !refused.Refused();
 
-  const auto add = [&](const char* who, std::int32_t map, TPressVerdict blocked, std::string because, auto change) {
-    const bool permits = (manager.GetMap(map) & bit) != 0;
+  const auto add = [&](const char* who, TKeyMask mask, TPressVerdict blocked, std::string because, auto change) {
+    const bool permits = (mask & bit) != 0;
     auto& reason = why.Reasons.emplace_back(TKeyReason{who, permits, why.Verdict == blocked, std::move(because)});
     if (!permits) reason.Change = change();
   };
-  add(TrMark("client"), kMapClientPermit, pvClientRefuses, FormOnScreen(host),
+  add(TrMark("client"), picture.Client, pvClientRefuses, FormOnScreen(picture.Form),
       [&] { return Format(Tr("a form that permits the key, for example %s"), FormsWith(bit).c_str()); });
-  const bool alarmed = (manager.GetMap(kMapAlarmPermit) & bit) == 0;
-  const std::string against = alarmed ? AlarmsAgainst(host.Controller(), bit) : Tr("no alarm is against it");
-  add(TrMark("alarm"), kMapAlarmPermit, pvSentUnderAlarm, against,
+  const bool alarmed = (picture.Alarm & bit) == 0;
+  const std::string against = alarmed ? AlarmsAgainst(picture.Alarms, bit) : Tr("no alarm is against it");
+  add(TrMark("alarm"), picture.Alarm, pvSentUnderAlarm, against,
       [&] { return Format(Tr("clear %s"), against.c_str()); });
   why.Reasons.back().Blocks = alarmed && refused.ByAlarm;  // else the press has its effect, or fails of something else
-  add(TrMark("state"), kMapStatePermit, pvStateRefuses, ShownNumberedState(state),
+  add(TrMark("state"), picture.State, pvStateRefuses, ShownNumberedState(picture.Met.State),
       [&] { return Format(Tr("a state that permits the key: %s"), StatesWith(bit).c_str()); });
-  const bool warned = (manager.GetMap(kMapWarningPermit) & bit) == 0;
-  add(TrMark("warning"), kMapWarningPermit, pvWarningRefuses,
+  const bool warned = (picture.Warning & bit) == 0;
+  add(TrMark("warning"), picture.Warning, pvWarningRefuses,
       warned ? Tr("a maintenance warning is pending") : Tr("no maintenance warning is against it"),
       [] { return Tr("settle the maintenance warning, or clear the alarm that requires the origin"); });
   if (why.Sent)
@@ -130,8 +155,8 @@ std::optional<TProblem> ProblemOf(TKeyCode key, const TKeyWhy& why) {
 std::string WhyNothing(TPanelHost& host, TKeyCode key) {
   const TKeyMask bit = KeyBit(key);
   switch (Judge(key)) {
-    case pvClientRefuses: return FormOnScreen(host);
-    case pvSentUnderAlarm: return AlarmsAgainst(host.Controller(), bit);
+    case pvClientRefuses: return FormOnScreen(FormShown(host));
+    case pvSentUnderAlarm: return AlarmsAgainst(host.Controller().Alarms().Standing(), bit);
     case pvStateRefuses: return ShownNumberedState(host.Controller().Framework().CurrentState());
     case pvWarningRefuses: return Tr("a maintenance warning is pending");
     case pvSent: break;

@@ -29,10 +29,36 @@ struct TKeyWhy {
   std::vector<TKeyReason> Reasons;
 };
 
+// What is taken to be otherwise than it is; what is left out is as it is.
+struct TPanelSupposed {
+  std::optional<std::string> Form;  // the only one on screen, one that the table knows; empty: none
+  std::optional<std::int32_t> State;
+  std::optional<std::vector<TNcAlarmRecord>> Alarms;  // all that stand
+  std::optional<bool> Warning;                        // a maintenance warning is pending
+};
+
+// What a key meets: the four masks, the form on screen, the machine's state, the alarms. Made of the panel as it is, or
+// as it would be, which changes nothing of panel and machine. Whether something is on, the laser's latch and the
+// emergency stop are the machine's own in both. Interface thread.
+class TPanelPicture {
+ public:
+  explicit TPanelPicture(TPanelHost& host, const TPanelSupposed& supposed = {});
+  TPanelPicture(const TPanelPicture&) = delete;
+  TPanelPicture& operator=(const TPanelPicture&) = delete;
+
+  TKeyMask Client = 0, Alarm = 0, State = 0, Warning = 0;
+  std::string Form;  // empty: none is on screen
+  std::vector<TNcAlarmRecord> Alarms;
+  TKeyCommands::TMet Met;
+
+ private:
+  TNcAlarmManager FAlarms;
+  TNcForbidTypeRegistry FForbidden;
+};
+
 // By the manager's masks as they are.
 [[nodiscard]] TPressVerdict Judge(TKeyCode key);
-// The key in this machine state; the state mask of the manager is the one of that state.
-[[nodiscard]] TKeyWhy Why(TPanelHost& host, TKeyCode key, std::int32_t state);
+[[nodiscard]] TKeyWhy Why(TPanelHost& host, TKeyCode key, const TPanelPicture& picture);
 [[nodiscard]] nlohmann::ordered_json JsonOf(TKeyCode key, const TKeyWhy& why);
 // What keeps the press from having its effect; none where it has it.
 [[nodiscard]] std::optional<TProblem> ProblemOf(TKeyCode key, const TKeyWhy& why);

@@ -9,6 +9,7 @@ TPanelDesk::TPanelDesk(TController& controller, TEventRing& events)
       FKeys(
           FHost.Guard(), [this](TKeyCode key, std::int32_t param) { return Press(FHost, key, param); },
           [this](const TKeyPress& press, TKeyUp why) { KeyUp(press, why); }),
+      FRegistered(controller.Alarms().Registered()),
       FToldLevel(Knob().GetSpeedState()) {}
 
 bool TPanelDesk::Press(TPanelHost& host, TKeyCode key, std::int32_t param) {

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "controller/panel/PanelHost.h"
 #include "controller/service/Events.h"
@@ -18,6 +19,8 @@ class TPanelDesk {
 
   [[nodiscard]] TPanelHost& Host() { return FHost; }
   [[nodiscard]] THeldKeys& Keys() { return FKeys; }
+  // What the alarms' sources have registered when the desk was made: asking them may wait for a device.
+  [[nodiscard]] const std::vector<TNcAlarmRecord>& RegisteredAlarms() const { return FRegistered; }
   // A form is on screen, or is taken from it: held keys come up.
   void SetForm(const std::string& form, bool open, std::uint64_t realMs);
   // Every few ms of real time, and between any two passes in virtual time.
@@ -33,6 +36,7 @@ class TPanelDesk {
   TEventRing& FEvents;
   TPanelHost FHost;
   THeldKeys FKeys;
+  const std::vector<TNcAlarmRecord> FRegistered;
   TKeyMask FToldLeds = 0;
   TSpeedState FToldLevel;
 };

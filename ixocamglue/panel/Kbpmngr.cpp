@@ -180,13 +180,24 @@ void TKBPManager::SetClientPermit(std::int32_t i, TKeyMask mask) {
       for (std::size_t k = 0; k < kKeyDefs.size(); ++k)
         if (TKBPKeyItem* const item = KeyItem(kKeyDefs[k].Key)) item->SetNormalCmd(std::max(record.Commands[k], 0));
     });
-    TNcForbidTypeRegistry* const registry = NcForbidTypeRegistry();
-    for (const TKeyDef& def : kKeyDefs) {
-      const std::int32_t command = Item(def.Key).NormalCmd();
-      if (registry ? !registry->IsForbidden(command) : command != 0) permit |= KeyBit(def.Key);
-    }
+    permit |= PermittedKKeys(NcForbidTypeRegistry());
   }
   SetMap(i, permit);
+}
+
+TKeyMask TKBPManager::PermittedKKeys(const TNcForbidTypeRegistry* registry) const {
+  TKeyMask permit = 0;
+  for (const TKeyDef& def : kKeyDefs) {
+    const std::int32_t command = Item(def.Key).NormalCmd();
+    if (registry ? !registry->IsForbidden(command) : command != 0) permit |= KeyBit(def.Key);
+  }
+  return permit;
+}
+
+TKeyMask TKBPManager::ClientPermitUnder(TKeyMask mask, TNcForbidTypeRegistry& registry) const {
+  const TKeyMask permit = mask | kAlwaysClient;
+  AllowKeys(permit, registry);
+  return permit | PermittedKKeys(&registry);
 }
 
 void TKBPManager::SetCPMByForm(std::string_view formName, bool isFormShow) {
@@ -218,22 +229,22 @@ void TKBPManager::SafeExec(const std::function<void()>& proc) {
 void TKBPManager::ChangeAllowKeys() {
   TNcForbidTypeRegistry* const registry = NcForbidTypeRegistry();
   if (!registry) return;
-  const TKeyMask permit = GetMap(kMapClientPermit);
-  Guarded("ChangeAllowKeys", 0, [&] {
-    if (permit == kAllKeys) {
-      registry->RegistForbidKey(kNoForbidden, {});
-      registry->SetForbiddenKey(kNoForbidden);
-      return;
-    }
-    std::array<std::int32_t, kKeys + 2> commands{};
-    std::size_t count = 0;
-    for (const auto& item : FItems)
-      if ((permit & item->Mask()) != 0) commands[count++] = item->GetCMD();
-    for (const std::int32_t command : kRightCommands)
-      commands[count++] = (permit & KeyBit(CK_RIGHT)) != 0 ? command : 0;
-    registry->RegistAllowKey(kAllowKeys, std::span(commands.data(), count));
-    registry->SetForbiddenKey(kAllowKeys);
-  });
+  Guarded("ChangeAllowKeys", 0, [&] { AllowKeys(GetMap(kMapClientPermit), *registry); });
+}
+
+void TKBPManager::AllowKeys(TKeyMask permit, TNcForbidTypeRegistry& registry) const {
+  if (permit == kAllKeys) {
+    registry.RegistForbidKey(kNoForbidden, {});
+    registry.SetForbiddenKey(kNoForbidden);
+    return;
+  }
+  std::array<std::int32_t, kKeys + 2> commands{};
+  std::size_t count = 0;
+  for (const auto& item : FItems)
+    if ((permit & item->Mask()) != 0) commands[count++] = item->GetCMD();
+  for (const std::int32_t command : kRightCommands) commands[count++] = (permit & KeyBit(CK_RIGHT)) != 0 ? command : 0;
+  registry.RegistAllowKey(kAllowKeys, std::span(commands.data(), count));
+  registry.SetForbiddenKey(kAllowKeys);
 }
 
 TKeyMask TKBPManager::CurKeyBits() const {

@@ -28,6 +28,8 @@
 
 namespace ixocamglue {
 
+class TNcForbidTypeRegistry;
+
 // What each of the manager's masks means; their numbers are given.
 inline constexpr std::int32_t kMapAlarmPermit = 1;
 inline constexpr std::int32_t kMapBlink = 2;
@@ -148,12 +150,17 @@ class TKBPManager {
   void UpdateWarningPermit();
   // What UpdateAlarmPermit would store under these alarms; null: none stand.
   [[nodiscard]] TKeyMask AlarmPermitUnder(TNcAlarms* alarms) const;
+  // What SetClientPermit would store for this mask; `registry` has the commands in force then.
+  [[nodiscard]] TKeyMask ClientPermitUnder(TKeyMask mask, TNcForbidTypeRegistry& registry) const;
   // What UpdateStatePermit would store in this state.
   [[nodiscard]] TKeyMask StatePermitIn(TCutState state) const;
 
  private:
   friend class TKBPKeyItem;
 
+  void AllowKeys(TKeyMask permit, TNcForbidTypeRegistry& registry) const;
+  // The K keys whose command is not forbidden.
+  [[nodiscard]] TKeyMask PermittedKKeys(const TNcForbidTypeRegistry* registry) const;
   // The first key outside K1 to K4 with the command of this one; null: none, or no command.
   [[nodiscard]] const TKBPKeyItem* SameCommand(const TKBPKeyItem& k) const;
   [[nodiscard]] const TKBPKeyItem& Item(TKeyCode key) const { return *FItems[KeyIndex(key)]; }

@@ -146,8 +146,9 @@ int RunWhy(TPanelOptions options, std::ostream& out) {
     if (TWireClient* const client = attachment->Client()) return WhyThere(options, *client, out);
   }
   if (!options.Form.empty()) CheckForm(options.Form).OrThrow(pbRequest);
-  std::optional<std::int32_t> state;
-  if (!options.AtState.empty()) state = ParseState(options.AtState).OrThrow(pbRequest);
+  TPanelSupposed suppose;
+  if (!options.Form.empty()) suppose.Form = options.Form;
+  if (!options.AtState.empty()) suppose.State = ParseState(options.AtState).OrThrow(pbRequest);
   std::vector<TScriptLine> lines;
   if (!options.Script.empty()) lines = ReadScript(options.Script);
 
@@ -160,14 +161,11 @@ int RunWhy(TPanelOptions options, std::ostream& out) {
   TPanelHost host(session);
   TPanelScript script(host, nullptr);
   script.Run(lines);
-  if (!options.Form.empty()) host.Forms().Show(options.Form);
   for (const TNcAlarmRecord& alarm : alarms) session.RaiseAlarm(alarm);
   if (options.Warning) host.SetWarning(true);
   host.Guard().Refresh();
-  const std::int32_t number = state.value_or(session.Framework().CurrentState());
-  KBPManager()->SetMap(kMapStatePermit, KBPManager()->StatePermitIn(ClassifyCutState(number)));
 
-  const TKeyWhy why = Why(host, key, number);
+  const TKeyWhy why = Why(host, key, TPanelPicture(host, suppose));
   const std::optional<TProblem> problem = ProblemOf(key, why);
   if (options.Json)
     PrintDocument(out, "panel why", JsonOf(key, why), problem);

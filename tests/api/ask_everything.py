@@ -168,7 +168,7 @@ class Asker:
 def ask_well(asker):
     for path in ("health", "status", "machine", "procedures", "tokens", "alarms", "alarms/definitions", "config",
                  "config/schema", "config/check", "config/history", "config/diff?against=defaults", "gas", "gas/tables",
-                 "panel", "panel/why?key=LASER", "panel/forms", "links", "recordings", "log", "log?level=warning",
+                 "panel", "panel/why?key=LASER&form=Work&state=paused&alarms=TPGas%232,104", "panel/keys", "panel/forms", "links", "recordings", "log", "log?level=warning",
                  "openapi.json"):
         asker.good("GET", path)
     asker.ask("GET", "alarms/history", expect=(200, 404))
@@ -270,6 +270,7 @@ def ask_wrongly(asker):
     asker.ask("GET", "status", local=False, headers={"Host": "elsewhere.example"}, expect=421)
     asker.ask("GET", "status", local=False, headers={"Authorization": "Bearer wrong"}, expect=401)
     for wrong in ("log?since=-1", "log?level=loud", "gas/tables?gas=He", "gas/tables?size=0", "panel/why?key=NO",
+                  "panel/keys?form=NO", "panel/keys?state=NO", "panel/keys?alarms=NO", "panel/keys?warning=1",
                   "recordings/one?points=0", "gas/verdict?run=x"):
         asker.ask("GET", wrong, expect=400)
 

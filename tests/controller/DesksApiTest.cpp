@@ -67,6 +67,36 @@ TEST_F(DesksApi, AKeyNeedsAFormLeaseAndHeartbeatAndAStopKeyNothing) {
   EXPECT_EQ(Good("POST", "panel/form", {{"form", "Work"}, {"open", false}})["form"], nullptr);
 }
 
+TEST_F(DesksApi, WhatAKeyWouldDoElsewhereIsAnsweredAndNothingIsChanged) {
+  const auto why = [&](const std::string& supposed) { return Good("GET", "panel/why?key=START" + supposed); };
+  const TJson now = why("");
+  EXPECT_FALSE(now["sent"]);
+  EXPECT_TRUE(why("&form=Work")["acts"]);
+  EXPECT_EQ(why("&form=Work&state=paused")["conclusion"], "refused");
+  const TJson alarmed = why("&form=Work&state=standby&alarms=TPGas#2,104");
+  EXPECT_TRUE(alarmed["sent"]);
+  EXPECT_FALSE(alarmed["acts"]);
+  EXPECT_THAT(alarmed.dump(), HasSubstr("TPGas#2"));
+
+  const TJson keys = Good("GET", "panel/keys?form=DlgManualLubr&state=return-to-origin&alarms=104&warning=true");
+  EXPECT_EQ(keys["form"], "DlgManualLubr");
+  EXPECT_EQ(keys["stateNumber"], 3);
+  EXPECT_EQ(keys["alarms"], TJson({"TPHost#104"}));
+  ASSERT_EQ(keys["keys"].size(), kKeys);
+  const TJson& stop = keys["keys"][static_cast<std::size_t>(CK_STOP)];
+  EXPECT_TRUE(stop["acts"]);
+  const TJson forms = Good("GET", "panel/forms");
+  EXPECT_EQ(forms["states"][2]["state"], "paused");
+  EXPECT_THAT(forms["alarms"].dump(), HasSubstr("TPGas#2"));
+  Refused(400, "did you mean", "GET", "panel/why?key=START&alarms=TPGass#2");
+  Refused(400, "form", "GET", "panel/keys?form=Wrok");
+  Refused(400, "true", "GET", "panel/keys?warning=yes");
+
+  EXPECT_EQ(why(""), now);
+  EXPECT_EQ(Good("GET", "alarms")["alarms"].size(), 0U);
+  EXPECT_EQ(Good("GET", "panel")["form"], nullptr);
+}
+
 TEST_F(DesksApi, TheKnobTurnsByHandAndKeepsItsSpeeds) {
   EXPECT_EQ(Good("POST", "panel/knob", {{"level", "normal"}})["state"], "normal");
   EXPECT_EQ(Good("POST", "panel/knob", {{"counts", 5}})["state"], "high");
