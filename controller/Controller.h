@@ -85,6 +85,8 @@ class TController {
   // has the same. Any thread but the one that is inside a tick of a running procedure. Throws what making a step
   // throws.
   [[nodiscard]] TResult<> Start(std::shared_ptr<IStateMotion> root);
+  // Whether Start would take the root now. Any thread.
+  [[nodiscard]] TResult<> MayStart(IStateMotion& root) const;
   [[nodiscard]] bool Running() const;
   // Whether the steps of the procedure that ended last had their effect.
   [[nodiscard]] const TEffectWatch& Effects() const;
@@ -144,7 +146,6 @@ class TController {
   void LoadTexts();
   void MakeMachine();
   void MakeSupervisor();
-  [[nodiscard]] TResult<> MayStart(IStateMotion& root) const;
 
   const TControllerOptions FOptions;
   const std::unique_ptr<TParts> FParts;

@@ -7,7 +7,9 @@
 #include "controller/procedures/Calls.h"
 #include "controller/procedures/ProcedureJson.h"
 #include "controller/procedures/SequenceFile.h"
+#include "controller/service/ReadyCheck.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/JsonText.h"
 #include "ixocamglue/support/Nearest.h"
 #include "ixocamglue/support/Texts.h"
 
@@ -15,6 +17,7 @@ namespace ixocontroller {
 namespace {
 
 using TBody = nlohmann::json;
+using TJson = nlohmann::ordered_json;
 
 constexpr std::uint64_t kLongestMs = 86'400'000;  // a day
 constexpr std::uint64_t kTriggerLimitMs = 600'000;
@@ -109,11 +112,13 @@ void ReadWhat(TService& service, const TBody& body, TRunRequest& request) {
   request.Calls = std::move(file.Calls);
 }
 
-TApiReply StartRun(TService& service, const TApiRequest& request) {
-  const TBody& body = request.Body;
+void CheckMembers(const TBody& body) {
   if (!body.is_object()) throw EProblem(pbRequest, Tr("the body is no JSON object"));
   for (const auto& [name, value] : body.items())
     if (std::ranges::find(kMembers, name) == kMembers.end()) Refuse(name.c_str(), Tr("unknown name"));
+}
+
+TRunRequest ReadRun(TService& service, const TBody& body) {
   TRunRequest run;
   ReadWhat(service, body, run);
   run.Detached = SwitchOf(body, "detach");
@@ -123,11 +128,35 @@ TApiReply StartRun(TService& service, const TApiRequest& request) {
   run.Triggers.AlarmAt = NumberOf(body, "alarmAt", 0, kTriggerLimitMs);
   run.Triggers.Faults = FaultsOf(service, body);
   run.AttendedBy = NumberOf(body, "attendedBy", 1, std::numeric_limits<std::int64_t>::max()).value_or(0);
-  const auto started = service.Run(std::move(run), request.Who);
+  return run;
+}
+
+TApiReply StartRun(TService& service, const TApiRequest& request) {
+  CheckMembers(request.Body);
+  const auto started = service.Run(ReadRun(service, request.Body), request.Who);
   if (!started) return Fail(409, started.Problem());
   TApiReply reply;
   reply.Status = 201;
   reply.Body = RunHeadJson(*service.Runner().Current());
+  return reply;
+}
+
+// The same body as a start has, and nothing starts: what would refuse it, and what the machine is not ready for, which
+// a job of the queue would wait for.
+TApiReply CheckRun(TService& service, const TApiRequest& request) {
+  CheckMembers(request.Body);
+  auto refused = TJson::array(), unready = TJson::array();
+  try {
+    const TRunRequest run = ReadRun(service, request.Body);
+    const TResult<> may = service.MayRun(run);
+    if (!may) refused.push_back(ProblemJson(may.Problem()));
+    for (const TProblem& problem : FindUnready(service.Controller(), run.Calls))
+      if (may || problem != may.Problem()) unready.push_back(ProblemJson(problem));
+  } catch (const EProblem& problem) {
+    refused.push_back(ProblemJson(problem.Problem));
+  }
+  TApiReply reply;
+  reply.Body = {{"starts", refused.empty()}, {"refused", std::move(refused)}, {"unready", std::move(unready)}};
   return reply;
 }
 
@@ -168,6 +197,7 @@ TApiReply ShowProcedures(TService& service, const TApiRequest&) {
 constexpr TApiRoute kRunsRoutes[] = {
     {"GET", "/api/v1/procedures", roNone, false, false, &ShowProcedures, "What can be run, with parameters and ranges"},
     {"POST", "/api/v1/runs", roOperator, true, true, &StartRun, "Start a procedure, a sequence or a list of calls"},
+    {"POST", "/api/v1/runs/check", roNone, false, true, &CheckRun, "What would refuse a start; nothing starts"},
     {"GET", "/api/v1/runs/{id}/trace", roNone, false, true, &ShowTrace, "Where the axes were during a run"},
 };
 

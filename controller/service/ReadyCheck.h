@@ -2,15 +2,18 @@
 #pragma once
 
 #include <span>
+#include <vector>
 
 #include "controller/Controller.h"
 #include "controller/procedures/Procedures.h"
 
 namespace ixocontroller {
 
-// No alarm forbids anything, the latch is not tripped, the axes have their references, a beam that is needed may be
-// lit, and every value is still within what the machine has: ports, branches, nozzles, ranges. What runs or has not
-// acknowledged going off is TController::Start's to refuse. Any thread.
+// Everything that the machine is not ready for: an alarm forbids something, the axes have no references, the latch is
+// tripped, a beam that is needed may not be lit, a value is not within what the machine has: ports, branches, nozzles,
+// ranges. What runs or has not acknowledged going off is TController::MayStart's to refuse. Any thread.
+[[nodiscard]] std::vector<TProblem> FindUnready(TController& controller, std::span<const TMotionCall> calls);
+// The first of them.
 [[nodiscard]] TResult<> CheckReady(TController& controller, std::span<const TMotionCall> calls);
 
 }  // namespace ixocontroller

@@ -118,10 +118,20 @@ TRunRecordPtr TRunner::Find(std::uint64_t id) const {
   return record == FRecords.end() ? nullptr : *record;
 }
 
-TResult<std::uint64_t> TRunner::Start(TRunRequest request, const TAsker& who) {
-  const TLanguageScope own("");  // what is made here stays
+TResult<> TRunner::NothingRuns() const {
   if (FPhase != TPhase::Idle) return TProblem{.What = Tr("a procedure is running"), .Why = FRun->Procedure};
   if (FController.Running()) return TProblem{.What = Tr("a procedure is running")};
+  return {};
+}
+
+TResult<> TRunner::MayStart(const TRunRequest& request) const {
+  if (TResult<> free = NothingRuns(); !free || request.Job) return free;
+  return FController.MayStart(*ShareRoot(MakeRoot(request.Procedure, request.Calls)));
+}
+
+TResult<std::uint64_t> TRunner::Start(TRunRequest request, const TAsker& who) {
+  if (TResult<> free = NothingRuns(); !free) return free.Problem();
+  const TLanguageScope own("");  // what is made here stays
   std::shared_ptr<IStateMotion> root;
   if (!request.Job) root = ShareRoot(MakeRoot(request.Procedure, request.Calls));
 

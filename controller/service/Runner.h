@@ -89,6 +89,8 @@ class TRunner {
   // The number of the run that begins. Refused while another one runs, and as TController::Start does. Throws what
   // making its steps throws.
   [[nodiscard]] TResult<std::uint64_t> Start(TRunRequest request, const TAsker& who);
+  // Whether Start would take it now; throws as it does.
+  [[nodiscard]] TResult<> MayStart(const TRunRequest& request) const;
   [[nodiscard]] bool Busy() const { return FPhase != TPhase::Idle; }
   [[nodiscard]] const TRunRecord* Current() const { return FRun.get(); }  // null: none
   // That have ended, the newest last.
@@ -117,6 +119,7 @@ class TRunner {
  private:
   enum class TPhase : std::uint8_t { Idle, Runs, Settles, Ends };
 
+  [[nodiscard]] TResult<> NothingRuns() const;
   void Step(std::uint64_t nowMs);
   void TellSteps();
   void WatchAttendance();

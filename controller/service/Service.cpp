@@ -239,10 +239,19 @@ TResult<> TService::AtRest() {
                   .Remedy = Tr("stop it, or wait until it has ended")};
 }
 
+TResult<> TService::NotAllOff() const {
+  if (!FAllOff.load()) return {};
+  return TProblem{.What = Tr("everything was switched off"), .Remedy = Tr("remove the cause, then reset it")};
+}
+
 TResult<std::uint64_t> TService::Run(TRunRequest request, const TAsker& who) {
-  if (FAllOff.load())
-    return TProblem{.What = Tr("everything was switched off"), .Remedy = Tr("remove the cause, then reset it")};
+  if (TResult<> on = NotAllOff(); !on) return on.Problem();
   return FRunner.Start(std::move(request), who);
+}
+
+TResult<> TService::MayRun(const TRunRequest& request) {
+  if (TResult<> on = NotAllOff(); !on) return on;
+  return FRunner.MayStart(request);
 }
 
 namespace {

@@ -98,6 +98,8 @@ class TService {
   [[nodiscard]] TResult<> AtRest();
   // Starts a run; refused also while everything is off. Throws what TRunner::Start throws.
   [[nodiscard]] TResult<std::uint64_t> Run(TRunRequest request, const TAsker& who);
+  // Whether Run would take it now; throws as it does.
+  [[nodiscard]] TResult<> MayRun(const TRunRequest& request);
   // Clears the alarms that stay until they are reset, then what AllOff has done, then the laser's latch. Refused while
   // the cause of one of them stands, which then stays as it is.
   [[nodiscard]] TResult<> Reset(const TAsker& who);
@@ -118,6 +120,7 @@ class TService {
   // Waits until something is posted or asked for, `micros` of real time at most.
   void WaitForWork(std::uint64_t micros);
   void KeepStill(const TAsker& who);
+  [[nodiscard]] TResult<> NotAllOff() const;
   [[nodiscard]] TResult<> StandsStill();
   [[nodiscard]] TResult<> NoOtherAlarm();
   void EndOrExit(bool ended, const char* what);

@@ -180,6 +180,7 @@ def ask_well(asker):
     asker.good("DELETE", "tokens/asker")
     code = asker.good("POST", "session/code", {"role": "viewer"}).get("code")
     asker.good("POST", "session", {"code": code}, local=False)
+    asker.good("POST", "runs/check", {"procedure": "move-xy", "params": {"x": 30, "y": 20}}, local=False)
 
     run = asker.good("POST", "runs", {"procedure": "move-xy", "params": {"x": 30, "y": 20}}).get("id")
     asker.wait_for_run(run)

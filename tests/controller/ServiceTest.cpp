@@ -81,6 +81,26 @@ TEST(Service, WhileAProcedureRunsNothingElseBeginsAndItsStopNamesWhoAsked) {
   EXPECT_EQ(report["cause"], "stopped by anna");
 }
 
+TEST(Service, AStartCanBeCheckedWithoutStarting) {
+  TServiceWorld world(false);
+  const auto check = [&](nlohmann::json body) { return world.Ask("POST", "/api/v1/runs/check", std::move(body)).Body; };
+  const nlohmann::json shot{{"procedure", "shot"}, {"params", {{"ms", 10}}}};
+  EXPECT_TRUE(check(shot)["starts"]) << check(shot).dump();
+  EXPECT_EQ(check(shot)["unready"].size(), 0U);
+  EXPECT_EQ(check({{"procedure", "shoot"}})["refused"].size(), 1U);
+  EXPECT_EQ(check({{"procedure", "shot"}, {"params", {{"ms", -1}}}})["starts"], false);
+
+  // A forbidden laser refuses the shot; a delay would start, and a job of the queue would not.
+  world.Service.Controller().RaiseAlarm({.IdPrefix = "TPHost", .Desc = "test", .Id = 106, .Attrs = naForbidLaser});
+  EXPECT_FALSE(check(shot)["starts"]);
+  const TJson delay = check({{"procedure", "delay"}, {"params", {{"ms", 10}}}});
+  EXPECT_TRUE(delay["starts"]) << delay.dump();
+  EXPECT_EQ(delay["unready"][0]["where"], "TPHost#106");
+  world.StartDelay(600'000);
+  EXPECT_EQ(check({{"procedure", "delay"}, {"params", {{"ms", 10}}}})["starts"], false);
+  EXPECT_EQ(world.Ask("POST", "/api/v1/runs/check", {{"procedur", "delay"}}).Status, 400);
+}
+
 TEST(Service, ARunThatNobodyAttendsIsStoppedUnlessSomebodyTakesOver) {
   TServiceWorld world(false, 1.0);
   world.Service.Connected(1);
