@@ -22,7 +22,7 @@ TResult<std::string> BodyText(const TApiRequest& request, const char* key) {
 TApiReply Refused(const TProblem& problem) { return Fail(409, problem); }
 
 std::optional<TApiReply> MayManageTokens(const TAsker& who) {
-  if (who.Owner || who.Role >= roService) return std::nullopt;
+  if (who.By == kbUser || who.Role >= roService) return std::nullopt;
   return Fail(403, {.What = Tr("tokens are managed by the controller's own user, or with the role service"),
                     .Why = Format(Tr("%s has the role %s"), who.Name.c_str(), RoleWord(who.Role)),
                     .Remedy = Tr("use \"ixocut token\" on the controller's machine")});
@@ -73,7 +73,7 @@ TApiReply MakeCode(TService& service, const TApiRequest& request) {
     if (!asked) return Fail(400, asked.Problem());
     role = *asked;
   }
-  if (role > request.Who.Role && !request.Who.Owner)
+  if (role > request.Who.Role && request.Who.By != kbUser)
     return Fail(403, {.What = Format(Tr("a link has at most the role %s"), RoleWord(request.Who.Role))});
   const std::string code = service.Access().MakeCode(role);
   TApiReply reply;
@@ -97,6 +97,31 @@ TApiReply OpenSession(TService& service, const TApiRequest& request) {
   return reply;
 }
 
+const char* KnownByWord(TKnownBy by) {
+  switch (by) {
+    case kbNothing: return "nothing";
+    case kbUser: return "user";
+    case kbToken: return "token";
+    case kbSession: return "session";
+  }
+  return "";
+}
+
+TApiReply ShowSession(TService&, const TApiRequest& request) {
+  const TAsker& who = request.Who;
+  TApiReply reply;
+  reply.Body = {{"name", who.Name}, {"role", RoleWord(who.Role)}, {"by", KnownByWord(who.By)}, {"local", who.Local}};
+  return reply;
+}
+
+TApiReply EndSession(TService& service, const TApiRequest& request) {
+  TAccess::TLogout logout = service.Access().EndSession(request.Who);
+  TApiReply reply;
+  reply.SetCookie = std::move(logout.SetCookie);
+  reply.Body = {{"ended", logout.Ended}};
+  return reply;
+}
+
 // --- the lease ---
 
 TApiReply LeaseReply(TLease& lease, const std::string& id) {
@@ -107,6 +132,13 @@ TApiReply LeaseReply(TLease& lease, const std::string& id) {
                 {"leftMs", lease.LeftMs(now)},
                 {"serverMs", now}};
   return reply;
+}
+
+// Asking renews nothing.
+TApiReply ShowLease(TService& service, const TApiRequest& request) {
+  TLease& lease = service.Lease();
+  lease.Watch(RealMs());
+  return LeaseReply(lease, lease.Has(request.Lease) ? request.Lease : std::string());
 }
 
 TApiReply TakeLease(TService& service, const TApiRequest& request) {
@@ -135,6 +167,9 @@ constexpr TApiRoute kAccessRoutes[] = {
     {"DELETE", "/api/v1/tokens/{name}", roOperator, false, true, &RevokeToken, "End a token"},
     {"POST", "/api/v1/session/code", roOperator, false, false, &MakeCode, "Make a link to the console, good once"},
     {"POST", "/api/v1/session", roNone, false, false, &OpenSession, "Exchange a link's code for a session"},
+    {"GET", "/api/v1/session", roNone, false, false, &ShowSession, "Who asks: name and role, and what he is known by"},
+    {"DELETE", "/api/v1/session", roNone, false, false, &EndSession, "End the session that asks"},
+    {"GET", "/api/v1/lease", roNone, false, true, &ShowLease, "Who has the lease of control"},
     {"POST", "/api/v1/lease", roOperator, false, true, &TakeLease, "Take the lease of control, or take it over"},
     {"POST", "/api/v1/lease/heartbeat", roOperator, true, true, &RenewLease, "Renew the lease"},
     {"DELETE", "/api/v1/lease", roOperator, true, true, &GiveLeaseBack, "Give the lease back"},

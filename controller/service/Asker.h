@@ -10,12 +10,17 @@ namespace ixocontroller {
 enum class TRole : std::uint8_t { roNone, roViewer, roOperator, roService };
 using enum TRole;
 
+// What the asker is known by.
+enum class TKnownBy : std::uint8_t { kbNothing, kbUser, kbToken, kbSession };
+using enum TKnownBy;
+
 struct TAsker {
   std::string Name;  // "token kitchen", "console 3", "user root (local)"
   TRole Role = roNone;
   std::uint64_t Connection = 0;  // the wire's number of the connection; 0: none (the queue, the program itself)
   bool Local = false;            // from this machine
-  bool Owner = false;            // the controller's own user, by its Unix socket
+  TKnownBy By = kbNothing;       // kbUser: the controller's own user, by its Unix socket
+  std::uint64_t Session = 0;     // the console session's number; 0: it asks by none
 };
 
 }  // namespace ixocontroller

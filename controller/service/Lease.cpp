@@ -27,7 +27,7 @@ TLease::TLease(std::function<void(const TLeaseEvent&)> changed) : FChanged(std::
 
 TResult<std::string> TLease::Take(const TAsker& who, std::string_view id, bool takeOver, std::uint64_t nowMs) {
   Watch(nowMs);
-  if (FHolder && id == FId) {
+  if (Has(id)) {
     FUntilMs = nowMs + kLeaseMs;
     return FId;
   }
@@ -52,7 +52,7 @@ TResult<> TLease::GiveBack(std::string_view id, std::uint64_t nowMs) {
 
 TResult<> TLease::Admit(std::string_view id, std::uint64_t nowMs) {
   Watch(nowMs);
-  if (FHolder && id == FId) {
+  if (Has(id)) {
     FUntilMs = nowMs + kLeaseMs;
     return {};
   }

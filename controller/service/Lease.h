@@ -48,7 +48,8 @@ class TLease {
   void Watch(std::uint64_t nowMs);
 
   [[nodiscard]] const std::optional<TAsker>& Holder() const { return FHolder; }
-  [[nodiscard]] std::uint64_t LeftMs(std::uint64_t nowMs) const;  // 0: nobody has it
+  [[nodiscard]] bool Has(std::string_view id) const { return FHolder && id == FId; }  // is the present one's
+  [[nodiscard]] std::uint64_t LeftMs(std::uint64_t nowMs) const;                      // 0: nobody has it
 
  private:
   void Change(TLeaseChange change, std::optional<TAsker> now);

@@ -115,6 +115,7 @@ TJudged TAccess::Judge(const TPeer& peer, std::string_view authorization, std::s
                                                .Why = Tr("it was revoked, is another controller's, or is mistyped"),
                                                .Remedy = Tr("\"ixocut token list\" shows those there are")});
     who.Name = "token " + token->Name;
+    who.By = kbToken;
     who.Role = capped(token->Role);
     return judged;
   }
@@ -122,6 +123,8 @@ TJudged TAccess::Judge(const TPeer& peer, std::string_view authorization, std::s
     TGuard guard(FLock);
     if (const auto session = FCodes.Find(secret, FNowMs())) {
       who.Name = "console " + ValueText(session->Number);
+      who.By = kbSession;
+      who.Session = session->Number;
       who.Role = capped(session->Role);
       return judged;
     }
@@ -129,7 +132,7 @@ TJudged TAccess::Judge(const TPeer& peer, std::string_view authorization, std::s
   if (peer.IsUnix() && peer.User == FUser) {
     who.Name = FOwner;
     who.Role = roOperator;
-    who.Owner = true;
+    who.By = kbUser;
     return judged;
   }
   if (peer.IsLocal() && !peer.IsUnix()) {
@@ -172,10 +175,18 @@ TAccess::TLogin TAccess::Exchange(const TAsker& who, std::string_view code) {
             .RetryAfterS = wrong.RetryAfterS};
   }
   return {.Status = 200,
-          .SetCookie = FCookie + "=" + opened->Secret +
-                       "; Path=/; HttpOnly; SameSite=Strict; Max-Age=" + ValueText(TConsoleCodes::kSessionMs / 1000),
+          .SetCookie = CookieOf(opened->Secret, TConsoleCodes::kSessionMs / 1000),
           .Session = opened->Session,
           .Problem = {}};
+}
+
+std::string TAccess::CookieOf(const std::string& secret, std::uint64_t seconds) const {
+  return FCookie + "=" + secret + "; Path=/; HttpOnly; SameSite=Strict; Max-Age=" + ValueText(seconds);
+}
+
+TAccess::TLogout TAccess::EndSession(const TAsker& who) {
+  TGuard guard(FLock);
+  return {.Ended = FCodes.End(who.Session), .SetCookie = CookieOf({}, 0)};
 }
 
 void TAccess::LogCommand(const TAsker& who, const TPeer& peer, std::string_view method, std::string_view path,

@@ -92,6 +92,12 @@ class TAccess {
   };
   // `who` as Stranger or Judge has named it.
   [[nodiscard]] TLogin Exchange(const TAsker& who, std::string_view code);
+  struct TLogout {
+    bool Ended = false;     // there was a session
+    std::string SetCookie;  // the browser forgets it, whether there was one or not
+  };
+  // Of the session that `who` asks by.
+  [[nodiscard]] TLogout EndSession(const TAsker& who);
 
   // List, Add and Revoke wait for the disk: not on the wire's thread.
   [[nodiscard]] TTokenFile& Tokens() { return FTokens; }
@@ -103,6 +109,7 @@ class TAccess {
 
  private:
   [[nodiscard]] TJudged Wrong(const std::string& peer, TProblem problem) IXO_REQUIRES(FLock);
+  [[nodiscard]] std::string CookieOf(const std::string& secret, std::uint64_t seconds) const;
 
   const std::function<std::uint64_t()> FNowMs;
   const std::string FCookie;  // its name: of this state folder, as browsers share cookies between ports

@@ -44,4 +44,8 @@ std::optional<TConsoleSession> TConsoleCodes::Find(std::string_view secret, std:
   return found->second.Session;
 }
 
+bool TConsoleCodes::End(std::uint64_t number) {
+  return std::erase_if(FSessions, [number](const auto& row) { return row.second.Session.Number == number; }) != 0;
+}
+
 }  // namespace ixocontroller

@@ -34,6 +34,8 @@ class TConsoleCodes {
   // None: the code is unknown, used or too old.
   [[nodiscard]] std::optional<TOpened> Exchange(std::string_view code, std::uint64_t nowMs);
   [[nodiscard]] std::optional<TConsoleSession> Find(std::string_view secret, std::uint64_t nowMs);
+  // False: there is no session of this number.
+  bool End(std::uint64_t number);
 
  private:
   struct TCode {

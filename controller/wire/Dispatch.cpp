@@ -93,7 +93,8 @@ std::optional<TWireReply> TWireDispatch::Check(const TWireRequest& request, TAsk
   if (auto refused = CheckHost(request, FOptions.Hosts)) return refused;
   if (auto refused = ReadTarget(request.Target, api)) return refused;
   // Who exchanges a link's code is nobody yet, and so is who reads the page that does it.
-  if (api.Path != kSessionPath && !TPages::Owns(api.Path))
+  const bool exchanges = api.Path == kSessionPath && api.Method == "POST";
+  if (!exchanges && !TPages::Owns(api.Path))
     if (auto refused = CheckWho(request, asked)) return refused;
   bool known = false;
   const bool own = IsOwn(api.Path) && api.Method == "GET";

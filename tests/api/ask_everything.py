@@ -180,6 +180,9 @@ def ask_well(asker):
     asker.good("DELETE", "tokens/asker")
     code = asker.good("POST", "session/code", {"role": "viewer"}).get("code")
     asker.good("POST", "session", {"code": code}, local=False)
+    asker.good("GET", "session")
+    asker.good("DELETE", "session")
+    asker.good("GET", "lease")
     asker.good("POST", "runs/check", {"procedure": "move-xy", "params": {"x": 30, "y": 20}}, local=False)
 
     run = asker.good("POST", "runs", {"procedure": "move-xy", "params": {"x": 30, "y": 20}}).get("id")

@@ -62,7 +62,7 @@ class Tokens : public testing::Test {
 TEST_F(Tokens, WhoShowsNothingIsJudgedByWhereItComesFrom) {
   const auto own = Judge(FUnix);
   EXPECT_EQ(own.Who.Role, roOperator);
-  EXPECT_TRUE(own.Who.Owner && own.Who.Local);
+  EXPECT_TRUE(own.Who.By == kbUser && own.Who.Local);
   EXPECT_EQ(own.Who.Connection, 7U);
   EXPECT_THAT(own.Who.Name, testing::MatchesRegex("user .+ \\(local\\)"));
   for (const char* const address : {"127.0.0.1", "127.9.9.9", "::1", "::ffff:127.0.0.1"})
@@ -164,6 +164,13 @@ TEST_F(Tokens, AConsoleLinkIsGoodOnceForAMinuteAndItsSessionForADay) {
   EXPECT_EQ(Judge(FHere, {}, cookie).Who.Role, roService);
   const auto last = FAccess.Exchange(TAccess::Stranger(FHere), FAccess.MakeCode(roOperator));
   EXPECT_EQ(Judge(FHere, {}, cookie).Who.Role, roService) << "the one that nobody used has gone";
+
+  const auto out = FAccess.EndSession(Judge(FHere, {}, cookie).Who);
+  EXPECT_TRUE(out.Ended);
+  EXPECT_THAT(out.SetCookie, testing::MatchesRegex("ixo_[0-9a-f]{8}=; Path=/; .*Max-Age=0"));
+  EXPECT_EQ(Judge(FHere, {}, cookie).Who.By, kbNothing);
+  EXPECT_FALSE(FAccess.EndSession(Judge(FHere, {}, cookie).Who).Ended);
+  EXPECT_EQ(Judge(FHere, {}, cookieOf(last)).Who.Role, roOperator) << "another's session goes on";
   FNow += TConsoleCodes::kSessionMs;
   EXPECT_EQ(Judge(FHere, {}, cookieOf(last)).Who.Role, roViewer);
 }

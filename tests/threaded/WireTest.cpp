@@ -211,11 +211,38 @@ TEST_F(Wire, AnswersInOrderOnOneConnectionAndInEachOnesLanguage) {
   EXPECT_THAT(client.Read().Body, HasSubstr("\"state\""));
   const TAnswer head = client.Read(true);
   EXPECT_THAT(head.Head, AllOf(HasSubstr("200 OK"), Not(HasSubstr("Content-Length: 0"))));
-  EXPECT_THAT(client.Read().Head, AllOf(HasSubstr("204"), HasSubstr("Allow: POST, DELETE"), Not(HasSubstr("Access-"))));
+  EXPECT_THAT(client.Read().Head,
+              AllOf(HasSubstr("204"), HasSubstr("Allow: GET, HEAD, POST, DELETE"), Not(HasSubstr("Access-"))));
   const std::string chinese = client.Read().Body;
   const std::string english = client.Read().Body;
   EXPECT_THAT(english, HasSubstr("there is no such path"));
   EXPECT_THAT(chinese, AllOf(HasSubstr("/api/v1/nothing"), Not(HasSubstr("there is no such path"))));
+}
+
+TEST_F(Wire, ASessionKnowsItselfAndWhoCommandsUntilItLogsOut) {
+  const auto asked = [](const TAnswer& answer) { return nlohmann::json::parse(answer.Body); };
+  EXPECT_EQ(asked(Tcp().Ask(Get("session")))["by"], "nothing");
+  EXPECT_EQ(asked(Unix().Ask(Get("session")))["by"], "user");
+  const std::string code = asked(Unix().Ask(Post("session/code")))["code"];
+  const TAnswer opened = Tcp().Ask(Post("session", "", "{\"code\":\"" + code + "\"}"));
+  const std::size_t at = opened.Head.find("Set-Cookie: ") + 12;
+  const std::string cookie = "Cookie: " + opened.Head.substr(at, opened.Head.find(';', at) - at) + "\r\n";
+  const nlohmann::json self = asked(Tcp().Ask(Request("GET /api/v1/session", cookie)));
+  EXPECT_EQ(self["by"], "session");
+  EXPECT_EQ(self["role"], "operator");
+
+  EXPECT_EQ(asked(Tcp().Ask(Get("lease")))["holder"], nullptr);
+  const std::string lease = asked(Tcp().Ask(Post("lease", cookie)))["lease"];
+  const nlohmann::json seen = asked(Tcp().Ask(Get("lease")));
+  EXPECT_EQ(seen["holder"], self["name"]);
+  EXPECT_EQ(seen["lease"], "");
+  EXPECT_GT(seen["leftMs"], 5000);
+  EXPECT_EQ(asked(Tcp().Ask(Request("GET /api/v1/lease", "Lease: " + lease + "\r\n")))["lease"], lease);
+
+  const TAnswer out = Tcp().Ask(Request("DELETE /api/v1/session", cookie));
+  EXPECT_THAT(out.Head, HasSubstr("Max-Age=0"));
+  EXPECT_EQ(asked(out)["ended"], true);
+  EXPECT_EQ(asked(Tcp().Ask(Request("GET /api/v1/session", cookie)))["by"], "nothing");
 }
 
 TEST_F(Wire, AsksOnceHoweverOftenTheSameKeyIsSent) {
