@@ -1,7 +1,9 @@
 #include "ixocut/client/Attach.h"
 
+#include <chrono>
 #include <cstdlib>
 #include <iostream>
+#include <thread>
 
 #include <CLI/CLI.hpp>
 
@@ -16,6 +18,23 @@ namespace ixocut {
 namespace {
 
 namespace fs = std::filesystem;
+using ixocontroller::TControllerPlace;
+
+constexpr auto kStartWithin = std::chrono::seconds(5);
+constexpr auto kStartLookEvery = std::chrono::milliseconds(20);
+
+bool HasAddress(const TControllerPlace& place) { return !place.Socket.empty() || !place.Url.empty(); }
+
+// Who holds the state folder; one that is starting has a moment to say where it is reached.
+std::optional<TControllerPlace> PlaceOf(const fs::path& folder) {
+  auto place = ixocontroller::FindController(folder);
+  for (const auto end = std::chrono::steady_clock::now() + kStartWithin;
+       place && !HasAddress(*place) && std::chrono::steady_clock::now() < end;) {
+    std::this_thread::sleep_for(kStartLookEvery);
+    place = ixocontroller::FindController(folder);
+  }
+  return place;
+}
 
 std::string TokenOf(const TAttachOptions& attach) {
   if (attach.TokenFile.empty()) {
@@ -64,16 +83,14 @@ TAttachment::TAttachment(TControllerSettings& settings) {
   // A machine file that is named is used as it is, unless it is the state folder's own.
   std::error_code error;
   if (settings.Machine && !fs::equivalent(*settings.Machine, folder / "machine.xml", error)) return;
-  const auto place = ixocontroller::FindController(folder);
+  const auto place = attach.Local ? ixocontroller::FindController(folder) : PlaceOf(folder);
   if (!place) return;
   if (attach.Local) {
     MakeCopy(settings, folder, place->Process);
     return;
   }
-  if (place->Socket.empty() && place->Url.empty()) {
-    FStarting = true;
-    return;
-  }
+  if (!HasAddress(*place))
+    throw EProblem(pbRefused, TProblem{.What = Tr("the controller is starting, or has no address"), .Where = FPlace});
   const TWireAddress address =
       place->Socket.empty() ? TWireAddress::OfUrl(place->Url) : TWireAddress{.Socket = place->Socket, .Host = {}};
   FClient = std::make_unique<TWireClient>(address, TokenOf(attach), settings.Language);
@@ -100,8 +117,6 @@ void TAttachment::MakeCopy(TControllerSettings& settings, const fs::path& folder
 
 TWireClient& TAttachment::Controller() const {
   if (FClient) return *FClient;
-  if (FStarting)
-    throw EProblem(pbRefused, TProblem{.What = Tr("the controller is starting, or has no address"), .Where = FPlace});
   throw EProblem(pbRefused, {.What = Tr("no controller runs"),
                              .Where = FPlace,
                              .Remedy = Tr("\"ixocut serve\" starts one; --url names another")});

@@ -19,7 +19,8 @@ void AddAttachOptions(CLI::App& command, TAttachOptions& attach, bool byItself);
 class TAttachment {
  public:
   // With --local, where a controller holds the state folder: `settings` then names a temporary copy of it, which is
-  // said on the error output. Throws EProblem for an address or a token file that is none.
+  // said on the error output. Waits for a controller that starts. Throws EProblem for an address or a token file that
+  // is none, and for a controller that cannot be reached.
   explicit TAttachment(TControllerSettings& settings);
   TAttachment(const TAttachment&) = delete;
   TAttachment& operator=(const TAttachment&) = delete;
@@ -31,7 +32,6 @@ class TAttachment {
  private:
   void MakeCopy(TControllerSettings& settings, const std::filesystem::path& folder, std::int64_t process);
 
-  bool FStarting = false;
   std::string FPlace;  // where a controller was looked for
   std::unique_ptr<TWireClient> FClient;
   std::optional<TTempFolder> FCopy;
