@@ -6,6 +6,7 @@
 #include "controller/api/Api.h"
 #include "controller/api/Asked.h"
 #include "controller/history/RunArchive.h"
+#include "ixocamglue/platform/services/LocaleManager.h"
 #include "ixocamglue/support/JsonText.h"
 #include "ixocamglue/support/Texts.h"
 
@@ -50,12 +51,12 @@ TJson HistoryHeadJson(const THistoryRun& run) {
     json["problem"] = ProblemJson({.What = Tr("the controller ended while it ran")});
   else
     json["durationMs"] = run.DurationMs;
-  if (run.Problem) json["problem"] = ProblemJson(*run.Problem);
+  if (run.Problem) json["problem"] = ProblemJson(Retold(*run.Problem));
   return json;
 }
 
 TJson HistoryStepJson(const THistoryStep& step) {
-  return {{"level", step.Level}, {"number", step.Number}, {"count", step.Count}, {"description", step.Desc}};
+  return {{"level", step.Level}, {"number", step.Number}, {"count", step.Count}, {"description", Retold(step.Desc)}};
 }
 
 TJson HistoryRunJson(const THistoryRun& run) {
@@ -191,7 +192,7 @@ TApiReply ShowHistoryTrend(TService& service, const TApiRequest& request) {
   for (const TStepFigures& step : archive->Steps(name, last))
     reply.Body["steps"].push_back({{"level", step.Level},
                                    {"number", step.Number},
-                                   {"description", step.Desc},
+                                   {"description", Retold(step.Desc)},
                                    {"times", step.Times},
                                    {"medianMs", step.MedianMs},
                                    {"worstMs", step.WorstMs},

@@ -5,6 +5,7 @@
 #include "controller/api/Asked.h"
 #include "controller/api/Body.h"
 #include "controller/procedures/SequenceFile.h"
+#include "ixocamglue/platform/services/LocaleManager.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
 
@@ -177,7 +178,7 @@ TApiReply GoOn(TService& service, const TApiRequest& request) {
   const TAskedBody body(request, {"confirm"});
   if (body.Has("confirm")) {
     const auto run = service.Jobs().Continue(body.Text("confirm"), request.Who);
-    if (!run) return Fail(409, run.Problem());
+    if (!run) return Fail(409, Retold(run.Problem()));
     TApiReply reply;
     reply.Status = 201;
     reply.Body = RunHeadJson(*service.Runner().Current());

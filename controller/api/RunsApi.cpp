@@ -8,6 +8,7 @@
 #include "controller/procedures/ProcedureJson.h"
 #include "controller/procedures/SequenceFile.h"
 #include "controller/service/ReadyCheck.h"
+#include "ixocamglue/platform/services/LocaleManager.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/JsonText.h"
 #include "ixocamglue/support/Nearest.h"
@@ -134,7 +135,7 @@ TRunRequest ReadRun(TService& service, const TBody& body) {
 TApiReply StartRun(TService& service, const TApiRequest& request) {
   CheckMembers(request.Body);
   const auto started = service.Run(ReadRun(service, request.Body), request.Who);
-  if (!started) return Fail(409, started.Problem());
+  if (!started) return Fail(409, Retold(started.Problem()));
   TApiReply reply;
   reply.Status = 201;
   reply.Body = RunHeadJson(*service.Runner().Current());

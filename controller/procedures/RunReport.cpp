@@ -6,7 +6,6 @@
 #include "controller/HostTexts.h"
 #include "controller/procedures/Timeline.h"
 #include "ixocamglue/config/Libmachinecfg.h"
-#include "ixocamglue/platform/services/LocaleManager.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
 
@@ -86,11 +85,11 @@ nlohmann::ordered_json ReportJson(const TRunReport& report, const TMotionTrace& 
                      {"number", step.Number},
                      {"count", step.Count},
                      {"command", step.Command},
-                     {"description", Retold(step.Desc)},
+                     {"description", step.Desc},
                      {"startMs", step.From - report.StartMs},
                      {"durationMs", step.To - step.From}});
   return {{"outcome", report.End.Name},
-          {"words", Retold(report.End.Words)},
+          {"words", report.End.Words},
           {"durationMs", report.DurationMs},
           {"lengthMs", report.EndMs - report.StartMs},
           {"dark", report.Dark},

@@ -9,6 +9,7 @@
 #include "controller/history/HistoryRun.h"
 #include "controller/service/JsonFile.h"
 #include "controller/service/RealTime.h"
+#include "ixocamglue/platform/services/LocaleManager.h"
 #include "ixocamglue/support/Faults.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/JsonText.h"
@@ -97,7 +98,7 @@ std::optional<TProblem> ProblemOf(const TJob& job) {
 TJson ShownJob(const TJob& job) {
   TJson json = JobJson(job);
   const std::optional<TProblem> problem = ProblemOf(job);
-  json["problem"] = problem ? ProblemJson(*problem) : TJson();
+  json["problem"] = problem ? ProblemJson(Retold(*problem)) : TJson();
   const bool asks = job.State == jsAsks || job.State == jsFailed;
   json["choices"] = ChoicesJson(asks ? ChoicesOf(job) : std::vector<TJobChoice>());
   return json;
@@ -178,7 +179,7 @@ void TQueue::HoldFor(std::function<TProblem()> why, std::string language) {
 }
 
 void TQueue::HoldFor(const TProblem& why) {
-  HoldFor([why] { return why; }, FSeam.Language());
+  HoldFor([why] { return Retold(why); }, FSeam.Language());
 }
 
 const TJob* TQueue::Find(std::uint64_t id) const {

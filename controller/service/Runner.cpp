@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "controller/procedures/RunReport.h"
+#include "controller/procedures/Timeline.h"
 #include "controller/service/RealTime.h"
 #include "ixocamglue/platform/services/LocaleManager.h"
 #include "ixocamglue/platform/services/Log.h"
@@ -62,6 +63,42 @@ std::size_t TRunRecord::Bytes() const {
          Report.Signals.size() * sizeof(TSignal) * 2;
 }
 
+namespace {
+
+// In the language of who asks, as far as the texts are in the catalogue by themselves.
+// Of "Nozzle change, 9/25 Check: raise the stage" the names.
+std::string RetoldPlace(const std::string& place) {
+  constexpr std::string_view between = ", ";
+  std::string told;
+  for (std::size_t from = 0; from < place.size();) {
+    const std::size_t to = std::min(place.find(between, from), place.size());
+    const std::size_t name = place.find_first_not_of("0123456789/ ", from);
+    const std::size_t begin = std::min(name, to);
+    told += place.substr(from, begin - from) + Retold(place.substr(begin, to - begin));
+    if (to < place.size()) told += between;
+    from = to + between.size();
+  }
+  return told;
+}
+
+TRunReport RetoldReport(TRunReport report) {
+  for (TStepSpan& step : report.Steps) step.Desc = Retold(step.Desc);
+  report.End.Words = Retold(report.End.Words);
+  if (report.Problem) {
+    report.Problem = Retold(*report.Problem);
+    report.Problem->Where = RetoldPlace(report.Problem->Where);
+  }
+  for (TRunAlarm& alarm : report.Alarms) {
+    const std::string before = alarm.Solution;
+    alarm.Define();
+    if (report.Problem && !before.empty() && report.Problem->Remedy == before) report.Problem->Remedy = alarm.Solution;
+  }
+  report.Timeline = TTimeline(report.Signals, report.StartMs, report.EndMs).Draw();
+  return report;
+}
+
+}  // namespace
+
 nlohmann::ordered_json RunHeadJson(const TRunRecord& record) {
   nlohmann::ordered_json json{{"id", record.Id},
                               {"procedure", record.Procedure},
@@ -80,21 +117,19 @@ nlohmann::ordered_json RunHeadJson(const TRunRecord& record) {
   json["durationMs"] = record.Report.DurationMs;
   json["lang"] = record.Language;
   json["words"] = Retold(record.Report.End.Words);
-  json["problem"] = nullptr;
-  if (const auto& problem = record.Report.Problem)
-    json["problem"] = {{"what", Retold(problem->What)},
-                       {"where", problem->Where},
-                       {"why", Retold(problem->Why)},
-                       {"remedy", Retold(problem->Remedy)}};
+  const auto& problem = record.Report.Problem;
+  json["problem"] = problem ? ProblemJson(Retold(*problem)) : nlohmann::ordered_json();
   return json;
 }
 
 nlohmann::ordered_json RunJson(const TRunRecord& record) {
   nlohmann::ordered_json json = RunHeadJson(record);
   if (record.EndUnixMs == 0) return json;
-  json.update(ReportJson(record.Report, record.Trace, record.Last));
+  const TRunReport report = RetoldReport(record.Report);
+  json.update(ReportJson(report, record.Trace, record.Last));
+  if (report.Problem) json["problem"] = ProblemJson(*report.Problem);
   if (!record.Result.is_null()) json["result"] = record.Result;
-  json["lines"] = ReportLines(record.Report, record.Trace, record.Last, false);
+  json["lines"] = ReportLines(report, record.Trace, record.Last, false);
   return json;
 }
 

@@ -75,6 +75,10 @@ std::string Retold(const std::string& text) {
   return reader ? reader->Retold(text) : text;
 }
 
+TProblem Retold(const TProblem& problem) {
+  return {Retold(problem.What), problem.Where, Retold(problem.Why), Retold(problem.Remedy)};
+}
+
 std::string RequestLanguage(std::string_view acceptLanguage) {
   std::string best = OwnLanguage();
   TLocaleReader* const reader = LocaleReader();

@@ -11,6 +11,7 @@
 
 #include "ixocamglue/platform/ports/Installed.h"
 #include "ixocamglue/support/Locks.h"
+#include "ixocamglue/support/Problem.h"
 
 namespace ixocamglue {
 
@@ -47,5 +48,7 @@ IXO_DECLARE_SERVICE(TLocaleManager, LocaleManager);
 // A text that was made in the controller's language, in that of this thread's TLanguageScope, where it is a whole text
 // or message without arguments; any other one as it is. Any thread.
 [[nodiscard]] std::string Retold(const std::string& text);
+// The same of each text of a problem but its place.
+[[nodiscard]] TProblem Retold(const TProblem& problem);
 
 }  // namespace ixocamglue
