@@ -294,6 +294,7 @@ TResult<> TService::Reset(const TAsker& who) {
     if (TResult<> none = NoOtherAlarm(); !none) return none;
   const std::uint64_t serial = FAllOffAlarm.exchange(0);
   if (serial != 0) (void)FController->Alarms().ClearSerial(serial);
+  if (FController->Keys().IsActive()) FController->Keys().SetEmergencyStop(false);  // the panel's key
   if (TResult<> reset = FController->ResetLatch(); !reset) {
     if (FAllOff.load()) KeepStill(who);
     return reset;
