@@ -45,6 +45,15 @@ TApiReply ReadRecording(TService& service, const TApiRequest& request) {
   return reply;
 }
 
+TApiReply ReadRecordingFile(TService& service, const TApiRequest& request) {
+  auto text = TRecordings::File(service.Options().StateFolder / kRecordingsFolder, request.Params.at("name"));
+  if (!text) return Fail(404, text.Problem());
+  TApiReply reply;
+  reply.Text = *std::move(text);
+  reply.ContentType = "text/csv";
+  return reply;
+}
+
 TApiReply StartRecording(TService& service, const TApiRequest& request) {
   const TAskedBody body(request, {"name", "signals", "limitMs"});
   std::string list;
@@ -81,6 +90,8 @@ constexpr TApiRoute kRecordingsRoutes[] = {
     {"GET", "/api/v1/recordings", roNone, false, true, &ListRecordings, "The recordings, and the one being made"},
     {"POST", "/api/v1/recordings", roOperator, false, true, &StartRecording, "Record signals of the machine"},
     {"GET", "/api/v1/recordings/{name}", roNone, false, false, &ReadRecording, "A recording's signals, thinned out",
+     true},
+    {"GET", "/api/v1/recordings/{name}/file", roNone, false, false, &ReadRecordingFile, "A recording as its file",
      true},
     {"DELETE", "/api/v1/recordings/{name}", roOperator, false, true, &DeleteRecording, "Delete a recording"},
     {"DELETE", "/api/v1/recordings/{name}/running", roOperator, false, true, &StopRecording, "End a recording"},

@@ -12,6 +12,7 @@
 #include "controller/recordings/Recording.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/support/Faults.h"
+#include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/SystemError.h"
 #include "ixocamglue/support/Texts.h"
@@ -65,6 +66,18 @@ class TThinned {
 TResult<std::filesystem::path> PathOf(const std::filesystem::path& folder, const std::string& name) {
   if (const auto good = CheckStoredName(name); !good) return good.Problem();
   return folder / (name + kEnding);
+}
+
+// A recording that is there and is not too large.
+TResult<std::filesystem::path> ReadableIn(const std::filesystem::path& folder, const std::string& name) {
+  auto path = PathOf(folder, name);
+  if (!path) return path;
+  std::error_code error;
+  const std::uint64_t bytes = std::filesystem::file_size(*path, error);
+  if (error) return TProblem{.What = Format(Tr("there is no recording %s"), name.c_str())};
+  if (bytes > TRecordings::kMostBytes)
+    throw EProblem(pbUnusable, TProblem{.What = Tr("the file is too large to be read here"), .Where = path->string()});
+  return path;
 }
 
 // First and last time of a file.
@@ -224,13 +237,8 @@ void TRecordings::Round() {
 
 TResult<nlohmann::ordered_json> TRecordings::Read(const std::filesystem::path& folder, const std::string& name,
                                                   const TRecordingPart& part) {
-  const auto path = PathOf(folder, name);
+  const auto path = ReadableIn(folder, name);
   if (!path) return path.Problem();
-  std::error_code error;
-  const std::uint64_t bytes = std::filesystem::file_size(*path, error);
-  if (error) return TProblem{.What = Format(Tr("there is no recording %s"), name.c_str())};
-  if (bytes > kMostBytes)
-    throw EProblem(pbUnusable, TProblem{.What = Tr("the file is too large to be read here"), .Where = path->string()});
   const auto wanted =
       part.Signals.empty() ? std::vector<TMonitorSignalKey>() : ParseSignals(part.Signals).OrThrow(pbRequest);
 
@@ -263,7 +271,16 @@ TResult<nlohmann::ordered_json> TRecordings::Read(const std::filesystem::path& f
     json.update(values.Take());
     signals.push_back(std::move(json));
   }
-  return nlohmann::ordered_json{{"name", name}, {"bytes", bytes}, {"everyMs", width}, {"signals", std::move(signals)}};
+  return nlohmann::ordered_json{{"name", name},
+                                {"bytes", std::filesystem::file_size(*path)},
+                                {"everyMs", width},
+                                {"signals", std::move(signals)}};
+}
+
+TResult<std::string> TRecordings::File(const std::filesystem::path& folder, const std::string& name) {
+  const auto path = ReadableIn(folder, name);
+  if (!path) return path.Problem();
+  return ReadFile(*path).OrThrow(pbUnusable);
 }
 
 }  // namespace ixocontroller

@@ -65,6 +65,8 @@ class TRecordings {
   // disk.
   [[nodiscard]] static TResult<nlohmann::ordered_json> Read(const std::filesystem::path& folder,
                                                             const std::string& name, const TRecordingPart& part);
+  // The whole file. Likewise.
+  [[nodiscard]] static TResult<std::string> File(const std::filesystem::path& folder, const std::string& name);
   // Ends the one whose time is over; every few ms.
   void Round();
 

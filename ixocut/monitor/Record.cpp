@@ -1,5 +1,4 @@
 // `ixocut record`: runs a procedure on the simulated machine, in virtual time, and records it into a monitor file.
-#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <unistd.h>
@@ -8,10 +7,10 @@
 #include <nlohmann/json.hpp>
 
 #include "controller/HostTexts.h"
-#include "controller/StateFolder.h"
 #include "controller/procedures/RunReport.h"
 #include "controller/recordings/LiveRecording.h"
-#include "ixocamglue/support/SystemError.h"
+#include "ixocamglue/platform/xml/FileLayer.h"
+#include "ixocamglue/support/Format.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/Document.h"
 #include "ixocut/OperatorTexts.h"
@@ -42,53 +41,60 @@ std::vector<TMonitorSignalKey> AskedSignals(const std::string& list) {
   throw EProblem(pbRequest, std::move(problem));
 }
 
-// On the controller that runs: it records into its state folder, and the file is taken from there.
+// A recording of the controller that runs, gone with this object.
+class TWireRecording {
+ public:
+  TWireRecording(TWireClient& client, const std::string& signals)
+      : FClient(client), FName(Format("record-%d", static_cast<int>(::getpid()))) {
+    nlohmann::ordered_json body{{"name", FName}};
+    if (!signals.empty()) body["signals"] = nlohmann::ordered_json::array({signals});
+    (void)FClient.Post("/api/v1/recordings", body);
+  }
+  ~TWireRecording() {
+    try {
+      (void)FClient.AskAny("DELETE", Path() + "/running");
+      (void)FClient.AskAny("DELETE", Path());
+    } catch (const EProblem&) {  // the controller has gone
+    }
+  }
+  TWireRecording(const TWireRecording&) = delete;
+  TWireRecording& operator=(const TWireRecording&) = delete;
+
+  [[nodiscard]] std::uint64_t Stop() {
+    return FClient.Ask("DELETE", Path() + "/running").Body.at("samples").get<std::uint64_t>();
+  }
+  [[nodiscard]] std::string File() { return FClient.Ask("GET", Path() + "/file").Text; }
+
+ private:
+  [[nodiscard]] std::string Path() const { return "/api/v1/recordings/" + FName; }
+
+  TWireClient& FClient;
+  const std::string FName;
+};
+
+// On the controller that runs: it records, and its file is fetched.
 int RecordThere(const TRecordOptions& options, const TProcedure& row, TWireClient& client, std::ostream& out) {
-  namespace fs = std::filesystem;
-  if (!options.Attach.Url.empty())
-    throw EProblem(pbRequest, TProblem{.What = Tr("a recording is taken from the state folder of the controller"),
-                                       .Where = "--url",
-                                       .Remedy = Tr("name that folder with --state DIR")});
-  const std::string name = Format("record-%d", static_cast<int>(::getpid()));
-  nlohmann::ordered_json body{{"name", name}};
-  if (!options.Signals.empty()) body["signals"] = nlohmann::ordered_json::array({options.Signals});
   const TOperatorTexts texts("record", options.Language);
   TConsole console(out, options.Json, false);
-  (void)client.Post("/api/v1/recordings", body);
-  const std::string path = "/api/v1/recordings/" + name;
-  const auto forget = [&] {
-    (void)client.AskAny("DELETE", path + "/running");
-    (void)client.AskAny("DELETE", path);
-  };
-  try {
-    const TWireRun run =
-        RunOnController(client, {.Body = WireBody(row.Name, ReadParams(row, options.Params), {})}, console, {});
-    const auto stopped = client.Ask("DELETE", path + "/running").Body;
-    const fs::path file = StateFolder(options.State) / "recordings" / (name + ".csv");
-    std::error_code error;
-    fs::copy_file(file, options.Out, fs::copy_options::overwrite_existing, error);
-    if (error)
-      throw EProblem(pbUnusable, TProblem{.What = Tr("the file cannot be copied"),
-                                          .Where = file.string(),
-                                          .Why = SystemErrorText(error.value())});
-    forget();
-    console.Say("");
-    console.Say(ClosingLine(run.Report));
-    console.Say(options.Out);
-    console.Print("record",
-                  {{"procedure", row.Name},
-                   {"success", run.Report.Success()},
-                   {"words", run.Report.End.Words},
-                   {"durationMs", run.Report.DurationMs},
-                   {"file", options.Out},
-                   {"samples", stopped.at("samples")},
-                   {"log", console.Log()}},
-                  run.Report.Problem);
-    return run.Report.Success() ? kExitSuccess : kExitOtherwise;
-  } catch (...) {
-    forget();
-    throw;
-  }
+  TWireRecording recording(client, options.Signals);
+  const TWireRun run =
+      RunOnController(client, {.Body = WireBody(row.Name, ReadParams(row, options.Params), {})}, console, {});
+  const std::uint64_t samples = recording.Stop();
+  if (const TReplaced written = ReplaceFile(options.Out, recording.File(), ""); !written.Done)
+    throw EProblem(pbUnusable, written.Problem);
+  console.Say("");
+  console.Say(ClosingLine(run.Report));
+  console.Say(options.Out);
+  console.Print("record",
+                {{"procedure", row.Name},
+                 {"success", run.Report.Success()},
+                 {"words", run.Report.End.Words},
+                 {"durationMs", run.Report.DurationMs},
+                 {"file", options.Out},
+                 {"samples", samples},
+                 {"log", console.Log()}},
+                run.Report.Problem);
+  return run.Report.Success() ? kExitSuccess : kExitOtherwise;
 }
 
 int RunRecord(TRecordOptions options, std::ostream& out) {

@@ -92,7 +92,8 @@ class Asker:
         connection.close()
         where = f"{method} {path} -> {response.status}"
         try:
-            value = json.loads(raw)
+            is_csv = response.headers.get("Content-Type", "").startswith("text/csv")
+            value = raw.decode() if is_csv else json.loads(raw)
         except ValueError:
             self.complain(f"{where}: no JSON: {raw[:100]!r}")
             return response.status, None
@@ -218,6 +219,7 @@ def ask_well(asker):
     time.sleep(0.1)
     asker.ask("DELETE", "recordings/one/running", expect=(200, 409))
     asker.good("GET", "recordings/one?points=10&signals=position.1")
+    asker.good("GET", "recordings/one/file")
     asker.good("DELETE", "recordings/one")
     asker.good("POST", "recordings", {"name": "two", "limitMs": 120000})
     asker.good("DELETE", "recordings/two/running")
