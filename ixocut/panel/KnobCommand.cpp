@@ -20,6 +20,7 @@
 #include "ixocut/CommandLine.h"
 #include "ixocut/ControllerSettings.h"
 #include "ixocut/Document.h"
+#include "ixocut/client/Attach.h"
 
 namespace ixocut {
 using namespace ixocontroller;
@@ -43,48 +44,63 @@ std::string Right(const std::string& text, std::size_t width) {
   return shown < width ? std::string(width - shown, ' ') + text : text;
 }
 
-// The levels, and the parameters and jog sections that follow from the one in force.
-void Print(const std::string& command, const TKnobOptions& options, TController& session, std::ostream& out) {
-  const TKnob& knob = Knob();
-  const TSpeedState level = knob.GetSpeedState();
-  const TNcParams& params = session.Params();
-  if (options.Json) {
-    PrintDocument(out, command, KnobJson(session));
-    return;
-  }
-  out << Format(Tr("state %s%s"), ShownLevel(level), knob.GetDHEnabled() ? Tr(", two heads") : "") << '\n';
+// The levels, and the parameters and jog sections that follow from the one in force, as KnobJson has them.
+void Print(const std::string& command, bool asJson, const nlohmann::ordered_json& knob, std::ostream& out) {
+  if (asJson) return PrintDocument(out, command, knob);
+  out << Format(Tr("state %s%s"), ShownLevel(LevelOf(knob.at("state"))),
+                knob.at("twoHeads") == true ? Tr(", two heads") : "")
+      << '\n';
   out << Format("   %s %s %s  mm/s", Right(Tr("low"), 8).c_str(), Right(Tr("normal"), 9).c_str(),
                 Right(Tr("high"), 9).c_str())
       << '\n';
-  for (const auto& [name, speed] : {std::pair{"XY", &knob.XYSpeed.UsedSpeed}, std::pair{"Z", &knob.ZSpeed.UsedSpeed}})
-    out << Format("%-2s %8.6g  %8.6g  %8.6g", name, speed->LowSpeed, speed->NormalSpeed, speed->HighSpeed) << '\n';
-  const double jogSpeed = params.GetDouble("JogSpeed", -1.0);
-  if (jogSpeed < 0.0) return;
-  const bool fast = params.GetBool("JogFast", false);
-  const TJogZSection z = session.Jog().Z(0);
-  const char* const jog = fast ? Tr("fast jog") : params.GetBool("JogSlow", false) ? Tr("slow jog") : Tr("normal jog");
-  out << Format(Tr("applied: %s, X and Y %.6g mm/s, Z %.6g mm/s"), jog, jogSpeed,
-                static_cast<double>(fast ? z.HighJogSpeed : z.JogSpeed))
+  for (const auto& [name, member] : {std::pair{"XY", "xy"}, std::pair{"Z", "z"}}) {
+    const auto& speed = knob.at(member);
+    out << Format("%-2s %8.6g  %8.6g  %8.6g", name, speed.at("low").get<double>(), speed.at("normal").get<double>(),
+                  speed.at("high").get<double>())
+        << '\n';
+  }
+  if (!knob.contains("JogSpeed")) return;
+  const bool fast = knob.at("JogFast") == true;
+  const char* const jog = fast ? Tr("fast jog") : knob.at("JogSlow") == true ? Tr("slow jog") : Tr("normal jog");
+  out << Format(Tr("applied: %s, X and Y %.6g mm/s, Z %.6g mm/s"), jog, knob.at("JogSpeed").get<double>(),
+                fast ? knob.at("z").at("high").get<double>() : knob.at("zJogSpeed").get<double>())
       << '\n';
 }
 
 // What a sub-command of `knob` does.
 enum class TKnobDo : std::uint8_t { Show, State, Speed };
 
-int RunKnob(const std::string& command, const TKnobOptions& options, TKnobDo what, std::ostream& out) {
-  std::optional<TSpeedState> level;
-  if (what != TKnobDo::Show) level = LevelOf(options.Level);
+// On the controller that runs.
+nlohmann::ordered_json TurnThere(TWireClient& client, TKnobDo what, TSpeedState level, std::optional<double> xy,
+                                 std::optional<double> z) {
+  if (what == TKnobDo::Show) return client.Get("/api/v1/panel").at("knob");
+  const TClientLease lease(client, true);
+  nlohmann::ordered_json body{{"level", LevelName(level)}};
+  if (xy) body["xy"] = *xy;
+  if (z) body["z"] = *z;
+  auto knob = client.Post("/api/v1/panel/knob", body);
+  knob.erase("dropped");  // of a knob that is turned by counts
+  return knob;
+}
+
+int RunKnob(const std::string& command, TKnobOptions options, TKnobDo what, std::ostream& out) {
+  const TSpeedState level = what == TKnobDo::Show ? ssLow : LevelOf(options.Level);
   const std::optional<double> xy = SpeedOf("--xy", options.XY);
   const std::optional<double> z = SpeedOf("--z", options.Z);
   if (what == TKnobDo::Speed && !xy && !z) throw EProblem(pbRequest, Tr("--xy or --z is needed"));
 
+  const TAttachment attachment(options);
+  if (TWireClient* const client = attachment.Client()) {
+    Print(command, options.Json, TurnThere(*client, what, level, xy, z), out);
+    return kExitSuccess;
+  }
   TController session(options.Options());
   if (what == TKnobDo::Speed)
-    SetKnobSpeeds(*level, xy, z);
+    SetKnobSpeeds(level, xy, z);
   else if (what == TKnobDo::State)
-    SetKnobLevel(session, *level).OrThrow(pbRefused);
-  if (level) (void)session.Jog().Save().OrThrow(pbUnusable);
-  Print(command, options, session, out);
+    SetKnobLevel(session, level).OrThrow(pbRefused);
+  if (what != TKnobDo::Show) (void)session.Jog().Save().OrThrow(pbUnusable);
+  Print(command, options.Json, KnobJson(session), out);
   return kExitSuccess;
 }
 
@@ -94,9 +110,9 @@ void AddKnobCommand(CLI::App& program, TCommandRun& run) {
   CLI::App* const knob = program.add_subcommand("knob", Tr("The jog knob: its speeds and its level"));
   knob->require_subcommand(1);
   SetHelp(*knob,
-          {Tr("The speeds are kept in the machine file; the level lasts as long as the controller process, which for "
-              "these\n"
-              "commands is the command itself: state shows what the level applies and stores its Z speed."),
+          {Tr("The speeds are kept in the machine file; the level lasts as long as the controller process. Without a "
+              "controller\nthat runs that is the command itself: state shows what the level applies and stores its Z "
+              "speed. On one that runs,\nstate and speed take over control from whoever has it, and give it back."),
            {},
            {"ixocut knob show", "ixocut knob state high", "ixocut knob speed normal --xy 120 --z 40"}});
   const auto add = [&](const std::string& name, const char* about, TKnobDo what, std::vector<const char*> examples) {
@@ -112,6 +128,7 @@ void AddKnobCommand(CLI::App& program, TCommandRun& run) {
     AddJsonOption(*command, options->Json);
     AddMachineOptions(*command, options->Machine, options->State);
     AddLanguageOption(*command, options->Language);
+    AddAttachOptions(*command, options->Attach, true);
     SetHelp(*command, {{}, {}, std::move(examples)});
     command->callback([options, name, what, &run] {
       run = [options, name, what] { return RunKnob("knob " + name, *options, what, std::cout); };

@@ -1,9 +1,11 @@
-// ixocut panel, panel why, panel forms.
+// ixocut panel, panel press, panel why, panel forms.
+#include <chrono>
 #include <iostream>
 #include <memory>
 #include <optional>
 #include <ostream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <CLI/CLI.hpp>
@@ -14,6 +16,7 @@
 #include "controller/panel/PanelNames.h"
 #include "controller/panel/PanelWhy.h"
 #include "controller/procedures/Timeline.h"
+#include "controller/service/HeldKeys.h"
 #include "ixocamglue/panel/Kbpforms.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
@@ -22,9 +25,13 @@
 #include "ixocut/Console.h"
 #include "ixocut/ControllerSettings.h"
 #include "ixocut/Document.h"
+#include "ixocut/OperatorTexts.h"
 #include "ixocut/client/Attach.h"
+#include "ixocut/client/StatusView.h"
+#include "ixocut/client/WireKeys.h"
 #include "ixocut/panel/PanelScript.h"
 #include "ixocut/panel/PanelTerminal.h"
+#include "ixocut/panel/WireSeat.h"
 
 namespace ixocut {
 using namespace ixocontroller;
@@ -34,8 +41,11 @@ struct TPanelOptions : TControllerSettings {
   bool Json = false;
   std::string Script;
   std::string Form;
+  std::string Key;  // press, why
+  // press
+  std::uint64_t Ms = 100;
+  std::uint64_t Param = 0;
   // why
-  std::string Key;
   std::string AtState;
   std::vector<std::string> Alarms;
   bool Warning = false;
@@ -45,6 +55,11 @@ struct TPanelOptions : TControllerSettings {
 
 using TOptions = std::shared_ptr<TPanelOptions>;
 
+constexpr std::uint64_t kLongestPressMs = 60'000;
+constexpr std::uint64_t kAfterPressMs = 500;  // what the press has set going is seen
+constexpr auto kBeatLookEvery = std::chrono::milliseconds(10);
+constexpr auto kLeaseBeatEvery = std::chrono::seconds(1);
+
 void PowerUp(TController& session) {
   session.RunPass();
   session.RunPass();
@@ -52,11 +67,13 @@ void PowerUp(TController& session) {
 
 // --- panel ---
 
-int RunScript(const TPanelOptions& options, std::ostream& out) {
-  const std::vector<TScriptLine> lines = ReadScript(options.Script);
+// A script's lines in virtual time; `script`: its file, for the document.
+int Play(const TPanelOptions& options, const char* command, const nlohmann::ordered_json& script,
+         const std::vector<TScriptLine>& lines, std::ostream& out) {
   if (!options.Machine) TellByItself(options.State);
   TConsole console(out, options.Json, false);
   nlohmann::ordered_json events, raised;
+  std::optional<TProblem> problem;
   {
     TController session(options.Options(&console));
     CheckScriptAlarms(options.Script, lines, session);
@@ -67,33 +84,112 @@ int RunScript(const TPanelOptions& options, std::ostream& out) {
     console.SetStart(startMs);
     const TRunAlarms alarms(session.Alarms());
     if (!options.Form.empty()) host.Forms().Show(options.Form);
-    TPanelScript script(host, options.Json ? nullptr : &out);
-    script.Run(lines);
-    script.ShowLeds();
-    events = script.Events();
+    if (!options.Key.empty()) {
+      const TKeyCode key = *ParseKey(options.Key);
+      problem = ProblemOf(key, Why(host, key, session.Framework().CurrentState()));
+    }
+    TPanelScript story(host, options.Json ? nullptr : &out);
+    story.Run(lines);
+    story.ShowLeds();
+    events = story.Events();
     raised = AlarmsJson(alarms.Items(), startMs);
     if (!options.Json)
       for (const std::string& line : AlarmLines(alarms.Items(), startMs)) out << line << '\n';
   }
-  console.Print("panel", {{"script", options.Script}, {"events", events}, {"alarms", raised}, {"log", console.Log()}});
-  return kExitSuccess;
+  nlohmann::ordered_json document = script;
+  document.update({{"events", events}, {"alarms", raised}, {"log", console.Log()}});
+  console.Print(command, document, problem);
+  return problem ? kExitOtherwise : kExitSuccess;
 }
 
-int RunPanel(const TPanelOptions& options, std::ostream& out) {
+int RunPanel(TPanelOptions options, std::ostream& out) {
   if (!options.Form.empty()) CheckForm(options.Form).OrThrow(pbRequest);
-  if (!options.Script.empty()) return RunScript(options, out);
+  if (!options.Script.empty())
+    return Play(options, "panel", {{"script", options.Script}}, ReadScript(options.Script), out);
   if (options.Json) throw EProblem(pbRequest, Tr("--json needs --script FILE"));
   CheckTerminal();
+  const TSignalStop signals;
+  const TAttachment attachment(options);
+  if (TWireClient* const client = attachment.Client()) {
+    const TOperatorTexts texts("panel", options.Language);
+    TWireSeat seat(*client, options.Form);
+    return RunPanelTerminal(seat);
+  }
   TLastLines log;
   TControllerOptions sessionOptions = options.Options(&log);
   sessionOptions.Realtime = true;
-  const TSignalStop signals;
   TController session(sessionOptions);
   for (const std::string& notice : session.Notices()) LogMsg(lkWarning, 0, notice, "TPHost");
   session.StartThreads();
-  TPanelTerminalOptions terminal;
-  if (!options.Form.empty()) terminal.Form = options.Form;
-  return RunPanelTerminal(session, log, terminal);
+  TPanelHost host(session);
+  host.Forms().Show(options.Form.empty() ? FormBehind("") : options.Form);
+  THostSeat seat(host, log);
+  return RunPanelTerminal(seat);
+}
+
+// --- panel press ---
+
+// On the controller that runs, held as long as the option says.
+int PressThere(const TPanelOptions& options, TKeyCode key, TWireClient& client, std::ostream& out) {
+  const TSignalStop signals;
+  const bool leased = THeldKeys::NeedsLease(key);
+  std::optional<TClientLease> lease;
+  if (leased) lease.emplace(client, true);
+  TWireKeys keys(client);
+  std::optional<TWireForm> form;
+  if (leased || !options.Form.empty()) form.emplace(client, keys.Panel(), options.Form);
+  using TSteady = std::chrono::steady_clock;
+  const auto start = TSteady::now();
+  const nlohmann::ordered_json answer = keys.Press(key, static_cast<std::int32_t>(options.Param));
+  const auto heldMs = [&] {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(TSteady::now() - start).count();
+  };
+  std::optional<TProblem> problem;
+  for (auto beatAt = start; keys.Held() && heldMs() < static_cast<std::int64_t>(options.Ms) && !TSignalStop::Asked();) {
+    std::this_thread::sleep_for(kBeatLookEvery);
+    try {
+      keys.Beat();
+      if (!lease || TSteady::now() < beatAt + kLeaseBeatEvery) continue;
+      beatAt = TSteady::now();
+      if (!lease->Beat()) problem = TProblem{.What = Tr("somebody else has taken over control")};
+    } catch (const EProblem& e) {
+      if (e.Blame == pbUnusable) throw;
+      if (leased) problem = e.Problem;  // a stop key has had its effect
+    }
+  }
+  const auto held = heldMs();
+  keys.Release();
+  if (options.Json) {
+    PrintDocument(out, "panel press",
+                  {{"key", answer.at("key")},
+                   {"sent", answer.at("sent")},
+                   {"conclusion", answer.at("conclusion")},
+                   {"heldMs", held},
+                   {"status", client.Get("/api/v1/status")}},
+                  problem);
+  } else {
+    const TOperatorTexts texts("panel press", options.Language);
+    out << Format(Tr("%s: %s; held for %lld ms"), answer.at("key").get<std::string>().c_str(),
+                  answer.at("conclusion").get<std::string>().c_str(), static_cast<long long>(held))
+        << '\n'
+        << StatusLine(client.Get("/api/v1/status")) << '\n';
+    if (problem) out << problem->Text() << '\n';
+  }
+  return problem ? kExitOtherwise : kExitSuccess;
+}
+
+int RunPress(TPanelOptions options, std::ostream& out) {
+  const TKeyCode key = ParseKey(options.Key).OrThrow(pbRequest);
+  if (!options.Form.empty()) CheckForm(options.Form).OrThrow(pbRequest);
+  const TAttachment attachment(options);
+  if (TWireClient* const client = attachment.Client()) return PressThere(options, key, *client, out);
+  if (options.Form.empty()) options.Form = FormBehind("");
+  return Play(options, "panel press", {{"key", KeyName(key)}},
+              {{1, {"press", options.Key, std::to_string(options.Param)}},
+               {2, {"wait", std::to_string(options.Ms)}},
+               {3, {"release", options.Key}},
+               {4, {"wait", std::to_string(kAfterPressMs)}}},
+              out);
 }
 
 // --- panel why ---
@@ -217,16 +313,40 @@ void AddPanelCommand(CLI::App& program, TCommandRun& run) {
   panel->add_option("--form", options->Form, Tr("The form on screen at the start (terminal: Work)"))->type_name("FORM");
   AddSeedOption(*panel, options->Seed);
   AddCommon(*panel, options);
+  AddAttachOptions(*panel, options->Attach, true);
   SetHelp(*panel, {ScriptHelp() + Tr("\n"
                                      "In the terminal each key shows what to press for it. e is always the emergency "
                                      "stop, space always stop.\n"
                                      "The stop key held for 3 s in standby resets the laser's latch, unless its cause "
-                                     "stands."),
+                                     "stands.\n"
+                                     "On a controller that runs it takes over control from whoever has it; leaving it "
+                                     "releases what is held, and ends\nnothing that runs. A controller of its own ends "
+                                     "with it. A script never runs on a controller that runs."),
                    {},
-                   {"ixocut panel --lang en", "ixocut panel --script keys.txt --json"}});
+                   {"ixocut panel --lang en", "ixocut panel --local", "ixocut panel --script keys.txt --json"}});
   panel->callback([options, panel, &run] {
     if (panel->get_subcommands().empty()) run = [options] { return RunPanel(*options, std::cout); };
   });
+
+  const auto pressOptions = std::make_shared<TPanelOptions>();
+  CLI::App* const press = panel->add_subcommand("press", Tr("Press a key, hold it and release it"));
+  press->add_option("KEY", pressOptions->Key, Tr("The key, with or without CK_"))->required()->type_name("");
+  AddNumberOption(*press, "--ms", pressOptions->Ms, 1, kLongestPressMs, "ms", Tr("How long it is held, 1 to 60000"))
+      ->capture_default_str();
+  AddNumberOption(*press, "--param", pressOptions->Param, 0, 0x7FFFFFFF, "", Tr("The parameter of its command"));
+  press->add_option("--form", pressOptions->Form, Tr("The form on screen meanwhile (where there is none: Work)"))
+      ->type_name("FORM");
+  AddSeedOption(*press, pressOptions->Seed);
+  AddCommon(*press, pressOptions);
+  AddAttachOptions(*press, pressOptions->Attach, true);
+  SetHelp(*press, {Tr("On the controller that runs; it takes over control from whoever has it, except for stop, pause "
+                      "and emergency stop,\nwhich need none. Without one the machine of this command is told of it, in "
+                      "virtual time."),
+                   Tr("0 the press has its effect, 1 it is refused or has come up by itself, 2 wrong command line, 3 a "
+                      "file cannot be\nused or the controller does not answer"),
+                   {"ixocut panel press RIGHT --ms 500", "ixocut panel press stop",
+                    "ixocut panel press LASER --form Work --json"}});
+  press->callback([pressOptions, &run] { run = [pressOptions] { return RunPress(*pressOptions, std::cout); }; });
 
   const auto whyOptions = std::make_shared<TPanelOptions>();
   CLI::App* const why =

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <iterator>
 
-#include "controller/alarms/RunAlarms.h"
 #include "controller/panel/PanelNames.h"
 #include "controller/procedures/Timeline.h"
 #include "ixocamglue/support/Format.h"
@@ -24,14 +23,11 @@ std::size_t CharacterLength(std::string_view text, std::size_t at) {
   return end - at;
 }
 
-std::vector<std::string> MachineLines(TPanelHost& host) {
-  TController& session = host.Controller();
-  const TMachineSnapshot now = session.Machine().Snapshot();
-  const auto& open = host.Forms().Open();
+std::vector<std::string> MachineLines(const TPanelView& view) {
+  const TMachineSnapshot& now = view.Now;
   std::vector<std::string> lines;
-  lines.push_back(Format(Tr("form %s   state %d %s   knob %s %.1f mm/s"), open.empty() ? "-" : open.back().c_str(),
-                         now.State, ShownState(ClassifyCutState(now.State)), ShownLevel(Knob().GetSpeedState()),
-                         session.Params().GetDouble("JogSpeed", session.Jog().XY().LowJogSpeed)));
+  lines.push_back(Format(Tr("form %s   state %d %s   knob %s %.1f mm/s"), view.Form.empty() ? "-" : view.Form.c_str(),
+                         now.State, ShownState(ClassifyCutState(now.State)), ShownLevel(view.Knob), view.JogMmPerS));
   lines.push_back(Format("X %8.2f  Y %8.2f  Z %7.2f  %s", now.Pos.X, now.Pos.Y, now.Z,
                          now.Moving() ? Tr("moving") : Tr("at rest")));
   std::string devices =
@@ -50,8 +46,12 @@ void Append(std::vector<std::string>& lines, const std::vector<std::string>& mor
 }  // namespace
 
 void TLastLines::Write(const TLogRecord& record) {
-  if (record.Diagnostic) return;
-  std::string line = FormatDateTime(record.Stamp).substr(kTimeAt, kTimeLength) + " " + record.Text;
+  if (!record.Diagnostic) Add(record.Stamp, record.Text);
+}
+
+void TLastLines::Add(TDateTime stamp, std::string_view text) {
+  std::string line = FormatDateTime(stamp).substr(kTimeAt, kTimeLength) + " ";
+  line += text;
   TGuard guard(FLock);
   if (FLines.size() == kLines) FLines.pop_front();
   FLines.push_back(std::move(line));
@@ -89,7 +89,7 @@ std::vector<std::string> Wrapped(std::string_view text, std::size_t columns) {
   return lines;
 }
 
-std::vector<std::string> PanelScreen(TPanelHost& host, const TLastLines& log, std::size_t columns, std::size_t rows) {
+std::vector<std::string> PanelScreen(const TPanelView& view, std::size_t columns, std::size_t rows) {
   std::vector<std::string> lines =
       Wrapped(Tr("ixocut panel   q quit  x reset emergency stop  Tab form  m alt mode"), columns);
   if (columns < kScreenColumns)
@@ -99,16 +99,15 @@ std::vector<std::string> PanelScreen(TPanelHost& host, const TLastLines& log, st
                           columns),
                    columns));
   else
-    Append(lines, DrawPanel(host.Guard().Leds(), true, columns >= kWideColumns ? kPanelColumns : kNarrow));
-  for (const std::string& line : MachineLines(host)) Append(lines, Wrapped(line, columns));
+    Append(lines, DrawPanel(view.Leds, true, columns >= kWideColumns ? kPanelColumns : kNarrow));
+  for (const std::string& line : MachineLines(view)) Append(lines, Wrapped(line, columns));
 
   const std::vector<std::string> notice = Wrapped(Tr("Software is not the emergency stop."), columns);
   const auto room = [&] { return rows - std::min(rows, lines.size() + notice.size()); };
   std::vector<std::string> alarms;
-  for (const TNcAlarmRecord& alarm : host.Controller().Alarms().Standing())
-    Append(alarms, Wrapped(TRunAlarm::Of(alarm).Words(), columns));
+  for (const std::string& alarm : view.Alarms) Append(alarms, Wrapped(alarm, columns));
   std::vector<std::string> messages;
-  for (const std::string& line : log.Lines()) Append(messages, Wrapped(line, columns));
+  for (const std::string& line : view.Messages) Append(messages, Wrapped(line, columns));
 
   // Half of the room is the messages', where they need it.
   const std::size_t forAlarms = room() - std::min(messages.size(), room() / 2);

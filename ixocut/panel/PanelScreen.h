@@ -7,19 +7,19 @@
 #include <string_view>
 #include <vector>
 
-#include "controller/panel/PanelHost.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/support/Locks.h"
+#include "ixocut/panel/PanelSeat.h"
 
 namespace ixocut {
 using namespace ixocamglue;
-using namespace ixocontroller;
 
 // The last lines of the application log, "12:30:05 text". Any thread.
 class TLastLines final : public ILogSink {
  public:
   static constexpr std::size_t kLines = 50;
   void Write(const TLogRecord& record) override;
+  void Add(TDateTime stamp, std::string_view text);
   [[nodiscard]] std::vector<std::string> Lines() const;  // newest last
 
  private:
@@ -32,7 +32,6 @@ inline constexpr std::size_t kScreenColumns = 80;  // all keys are seen from thi
 [[nodiscard]] std::vector<std::string> Wrapped(std::string_view text, std::size_t columns);
 // The whole screen, at most `rows` lines of at most `columns`. The notice that software is not the emergency stop is
 // its last line; of messages and alarms there is what has room, the newest messages first.
-[[nodiscard]] std::vector<std::string> PanelScreen(TPanelHost& host, const TLastLines& log, std::size_t columns,
-                                                   std::size_t rows);
+[[nodiscard]] std::vector<std::string> PanelScreen(const TPanelView& view, std::size_t columns, std::size_t rows);
 
 }  // namespace ixocut

@@ -1,6 +1,5 @@
 #include "ixocut/panel/PanelTerminal.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
 #include <poll.h>
@@ -10,7 +9,6 @@
 #include <unistd.h>
 
 #include "controller/SignalStop.h"
-#include "ixocamglue/platform/ports/CutCommands.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocut/CommandLine.h"
@@ -20,10 +18,8 @@ namespace {
 
 constexpr std::uint64_t kDrawEveryMs = 100;
 constexpr int kPollMs = 10;
-constexpr std::uint32_t kStopWithinMs = 2000;
 constexpr std::uint64_t kLastWriteMs = 500;  // for a terminal that takes nothing
 constexpr std::size_t kUsualRows = 24;
-constexpr const char* kForms[] = {"Work", "DlgReturnOrg", "DlgLaserTest", "Settings"};  // Tab goes round
 
 // Raw keys, a screen of our own, and release events where the terminal has them; all undone at the end. A terminal that
 // takes nothing holds nobody up: what is written waits.
@@ -90,9 +86,9 @@ class TRawTerminal {
   std::string FPending;
 };
 
-void Draw(TRawTerminal& terminal, TPanelHost& host, const TLastLines& log) {
+void Draw(TRawTerminal& terminal, const TPanelView& view) {
   const winsize size = TRawTerminal::Size();
-  const std::vector<std::string> lines = PanelScreen(host, log, size.ws_col, size.ws_row);
+  const std::vector<std::string> lines = PanelScreen(view, size.ws_col, size.ws_row);
   std::string text = "\x1b[H";
   for (std::size_t i = 0; i < lines.size(); ++i)
     text += i + 1 < lines.size() ? lines[i] + "\x1b[K\r\n" : "\x1b[J\x1b[7m" + lines[i] + "\x1b[0m";
@@ -100,28 +96,12 @@ void Draw(TRawTerminal& terminal, TPanelHost& host, const TLastLines& log) {
 }
 
 // False: quit.
-bool Command(TPanelHost& host, char command) {
-  TKBPManager& manager = *KBPManager();
+bool Command(IPanelSeat& seat, char command) {
   switch (command) {
     case 'q': return false;
-    case 'x': host.ResetEmergencyStop(); break;
-    case 'm':
-      for (const TKeyCode key : {CK_RETURN0, CK_RESUME, CK_BREAK_LOCATE}) {
-        const bool alt = !manager.KeyItem(key)->GetIsAlt();
-        manager.KeyItem(key)->SetAlt(alt, alt);
-      }
-      break;
-    case '\t': {
-      const auto& open = host.Forms().Open();
-      const std::string top = open.empty() ? "" : open.back();
-      const auto it = std::ranges::find(kForms, top);
-      const std::size_t next =
-          it == std::end(kForms) ? 0 : (static_cast<std::size_t>(it - kForms) + 1) % std::size(kForms);
-      host.Guard().ReleaseAll();
-      if (!top.empty()) host.Forms().Hide(top);
-      host.Forms().Show(kForms[next]);
-      break;
-    }
+    case 'x': seat.ResetByHand(); break;
+    case 'm': seat.SwitchAlt(); break;
+    case '\t': seat.NextForm(); break;
     default: break;
   }
   return true;
@@ -134,49 +114,38 @@ void CheckTerminal() {
     throw EProblem(pbRequest, Tr("the panel needs a terminal; --script FILE runs without one"));
 }
 
-TTerminalKeys KeysFor() {
-  return TTerminalKeys([](TKeyCode key) { return IsHeldCommand(KBPManager()->KeyItem(key)->GetCMD()); });
+TTerminalKeys KeysFor(const IPanelSeat& seat) {
+  return TTerminalKeys([&seat](TKeyCode key) { return seat.ActsWhileHeld(key); });
 }
 
-bool Act(TPanelHost& host, const TTerminalEvent& event) {
+bool Act(IPanelSeat& seat, const TTerminalEvent& event) {
   switch (event.Kind) {
-    case TTerminalEvent::TKind::Press: (void)host.Press(event.Key); break;
-    case TTerminalEvent::TKind::Repeat: host.PressAgain(event.Key); break;
-    case TTerminalEvent::TKind::Release: host.Guard().Release(event.Key); break;
-    case TTerminalEvent::TKind::Command: return Command(host, event.Command);
+    case TTerminalEvent::TKind::Press: seat.Press(event.Key); break;
+    case TTerminalEvent::TKind::Repeat: seat.PressAgain(event.Key); break;
+    case TTerminalEvent::TKind::Release: seat.Release(event.Key); break;
+    case TTerminalEvent::TKind::Command: return Command(seat, event.Command);
   }
   return true;
 }
 
-int RunPanelTerminal(TController& session, const TLastLines& log, const TPanelTerminalOptions& options) {
+int RunPanelTerminal(IPanelSeat& seat) {
   TRawTerminal terminal;
-  TPanelHost host(session);
-  host.Forms().Show(options.Form);
-  TTerminalKeys keys = KeysFor();
+  TTerminalKeys keys = KeysFor(seat);
   std::uint64_t drawAt = 0;
   bool go = true;
   std::string bytes;
   while (go && TRawTerminal::Read(bytes)) {
-    host.Guard().Alive();
+    seat.Alive();
     const std::uint64_t now = Clock().MonotonicMs();
     auto events = keys.Feed(bytes, now);
     const auto released = keys.Tick(now);
     events.insert(events.end(), released.begin(), released.end());
-    for (const TTerminalEvent& event : events) go = Act(host, event) && go;
+    for (const TTerminalEvent& event : events) go = Act(seat, event) && go;
     if (!terminal.Flush() || now < drawAt) continue;
-    Draw(terminal, host, log);
+    Draw(terminal, seat.View());
     drawAt = now + kDrawEveryMs;
   }
-  host.Guard().ReleaseAll();
-  host.Guard().Press(CK_STOP);
-  host.Guard().Release(CK_STOP);
-  // The stop is carried out before the threads end.
-  for (const std::uint64_t end = Clock().MonotonicMs() + kStopWithinMs; Clock().MonotonicMs() < end;) {
-    Clock().Sleep(kPollMs);
-    if (session.Framework().CurrentState() == nsStandby && !session.Framework().SafePending() &&
-        !session.Machine().Snapshot().Moving())
-      break;
-  }
+  seat.Leave();
   return kExitSuccess;
 }
 

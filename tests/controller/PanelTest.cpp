@@ -42,6 +42,7 @@ class PanelHost : protected TLogged, public TMachineTest {
   }
 
   TPanelHost FHost;
+  THostSeat FSeat{FHost, FLog};
 };
 
 TEST_F(PanelHost, AHeldKeyIsReleasedWhenItsBitGoesOrThePanelFallsSilent) {
@@ -120,10 +121,10 @@ TEST_F(PanelHost, TheStopKeyHeldForThreeSecondsInStandbyResetsTheLatch) {
 }
 
 TEST_F(PanelHost, ASwitchPressedAgainSwitchesOffWhereverATerminalCannotTell) {
-  TTerminalKeys keys = KeysFor();
+  TTerminalKeys keys = KeysFor(FSeat);
   const auto type = [&](const char* bytes, std::uint64_t afterMs) {
     RunAlive(afterMs);
-    for (const TTerminalEvent& event : keys.Feed(bytes, Clock().MonotonicMs())) EXPECT_TRUE(Act(FHost, event));
+    for (const TTerminalEvent& event : keys.Feed(bytes, Clock().MonotonicMs())) EXPECT_TRUE(Act(FSeat, event));
   };
   for (const auto& [byte, reported] : {std::pair{"g", "\x1b[103u"}, {"a", "\x1b[97u"}, {"s", "\x1b[115u"}}) {
     const auto on = [this, key = *byte] {
@@ -187,7 +188,7 @@ TEST_F(PanelHost, TheTerminalShowsWhyAPressComesToNothing) {
     FHost.Press(c.Key);
     RunAlive(20);
     std::string screen;
-    for (const std::string& line : PanelScreen(FHost, FLog, 80, 24)) screen += line + "\n";
+    for (const std::string& line : PanelScreen(FSeat.View(), 80, 24)) screen += line + "\n";
     for (const char* text : c.Says)
       EXPECT_THAT(screen, testing::ContainsRegex("\n[0-9:]{8} [^\n]*" + std::string(text)));
     FHost.Guard().Release(c.Key);
@@ -203,7 +204,7 @@ TEST_F(PanelHost, TheScreenFitsItsTerminalAndShowsAllKeysFrom80ColumnsOn) {
   RunAlive(200);
   for (const std::size_t columns : {5U, 40U, 79U, 80U, 132U, 133U, 250U})
     for (const std::size_t rows : {0U, 1U, 5U, 24U, 60U}) {
-      const std::vector<std::string> lines = PanelScreen(FHost, FLog, columns, rows);
+      const std::vector<std::string> lines = PanelScreen(FSeat.View(), columns, rows);
       EXPECT_LE(lines.size(), rows) << columns;
       std::string screen;
       for (const std::string& line : lines) {

@@ -113,6 +113,14 @@ TEST_F(PanelCommand, BadInputIsNamed) {
   EXPECT_THAT(Ixocut("panel forms DlgSimLocZPos").Out, AllOf(HasSubstr("0x00071F80"), HasSubstr("CK_STOP CK_EGYSTOP")));
 }
 
+TEST_F(PanelCommand, AKeyIsPressedOnAMachineOfTheCommandsOwn) {
+  const TRun moved = Ixocut("panel press RIGHT --ms 300 --lang en");
+  EXPECT_EQ(moved.ExitCode, 0) << moved.All();
+  EXPECT_THAT(moved.Out, HasSubstr("machine: state 4 (jogging)"));
+  EXPECT_EQ(Ixocut("panel press LASER --form Settings").ExitCode, 1);
+  EXPECT_EQ(Ixocut("panel press LASR").ExitCode, 2);
+}
+
 TEST_F(PanelCommand, TheKnobsSpeedsAreKept) {
   EXPECT_EQ(Ixocut("knob speed normal --xy 120 --z 40").ExitCode, 0);
   const auto json = Json("knob show", 0);

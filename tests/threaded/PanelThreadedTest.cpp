@@ -17,6 +17,7 @@
 #include "fixture/Paths.h"
 #include "fixture/TempDir.h"
 #include "ixocamglue/platform/ports/CutCommands.h"
+#include "ixocut/client/Child.h"
 #include "ixocut/panel/TerminalKeys.h"
 #include "machines/simulated/Machine.h"
 
@@ -101,6 +102,30 @@ TEST(PanelTerminal, AKeyThatATerminalNeverReleasesEndsByItself) {
   program.Type("eq");
   EXPECT_TRUE(program.Shows("\x1b[?1049l")) << "the terminal is as it was";
   EXPECT_EQ(program.ExitCode(), 0);
+}
+
+TEST(PanelTerminal, SitsOnTheControllerThatRunsAndLeavesItRunning) {
+  const TTempDir state;
+  TChild serve({"serve", "--port", "0", "--virtual", "2", "--lang", "en", "--state", state.Path().string()},
+               state.Path(), state.Path() / "serve.out", IxocutBinary());
+  for (int i = 0; i < 1000 && !std::filesystem::exists(state.Path() / "controller.json"); ++i)
+    ASSERT_FALSE(serve.Wait(std::chrono::milliseconds(10)));
+  TTerminalProgram program(state.Path());
+  ASSERT_TRUE(program.Runs()) << "no pseudo-terminal can be opened: " << std::strerror(errno);
+  EXPECT_TRUE(program.Shows("on the controller at"));
+  program.Type("b");
+  EXPECT_TRUE(program.Shows("the key has no command"));
+  program.Type("\x1b[C");
+  EXPECT_TRUE(program.Shows("state 4 jogging"));
+  EXPECT_TRUE(program.Shows("state 0 standby"));
+  program.Type("e");
+  EXPECT_TRUE(program.Shows("LATCHED: emergency stop"));
+  program.Type("x");
+  EXPECT_TRUE(program.Shows("the emergency stop is reset"));
+  program.Type("q");
+  EXPECT_TRUE(program.Shows("\x1b[?1049l")) << "the terminal is as it was";
+  EXPECT_EQ(program.ExitCode(), 0);
+  EXPECT_FALSE(serve.Wait(std::chrono::milliseconds(0)));
 }
 
 TEST(PanelThreaded, RefreshAndPressesFromTwoThreads) {

@@ -1,0 +1,69 @@
+#include "ixocut/panel/PanelSeat.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include "controller/alarms/RunAlarms.h"
+#include "ixocamglue/platform/ports/CutCommands.h"
+#include "ixocut/panel/PanelScreen.h"
+
+namespace ixocut {
+namespace {
+
+constexpr std::uint32_t kRestEveryMs = 10;
+constexpr std::uint32_t kStopWithinMs = 2000;
+constexpr const char* kForms[] = {"Work", "DlgReturnOrg", "DlgLaserTest", "Settings"};
+
+}  // namespace
+
+const char* FormBehind(const std::string& form) {
+  const auto it = std::ranges::find(kForms, form);
+  return it == std::end(kForms) || std::next(it) == std::end(kForms) ? kForms[0] : *std::next(it);
+}
+
+bool THostSeat::ActsWhileHeld(TKeyCode key) const { return IsHeldCommand(KBPManager()->KeyItem(key)->GetCMD()); }
+
+void THostSeat::SwitchAlt() {
+  for (const TKeyCode key : {CK_RETURN0, CK_RESUME, CK_BREAK_LOCATE}) {
+    const bool alt = !KBPManager()->KeyItem(key)->GetIsAlt();
+    KBPManager()->KeyItem(key)->SetAlt(alt, alt);
+  }
+}
+
+void THostSeat::NextForm() {
+  const auto& open = FHost.Forms().Open();
+  const std::string top = open.empty() ? "" : open.back();
+  FHost.Guard().ReleaseAll();
+  if (!top.empty()) FHost.Forms().Hide(top);
+  FHost.Forms().Show(FormBehind(top));
+}
+
+TPanelView THostSeat::View() {
+  TController& session = FHost.Controller();
+  const auto& open = FHost.Forms().Open();
+  TPanelView view{.Leds = FHost.Guard().Leds(),
+                  .Form = open.empty() ? "" : open.back(),
+                  .Now = session.Machine().Snapshot(),
+                  .Knob = Knob().GetSpeedState(),
+                  .JogMmPerS = session.Params().GetDouble("JogSpeed", session.Jog().XY().LowJogSpeed),
+                  .Alarms = {},
+                  .Messages = FLog.Lines()};
+  for (const TNcAlarmRecord& alarm : session.Alarms().Standing()) view.Alarms.push_back(TRunAlarm::Of(alarm).Words());
+  return view;
+}
+
+void THostSeat::Leave() {
+  TController& session = FHost.Controller();
+  FHost.Guard().ReleaseAll();
+  FHost.Guard().Press(CK_STOP);
+  FHost.Guard().Release(CK_STOP);
+  // The stop is carried out before the threads end.
+  for (const std::uint64_t end = Clock().MonotonicMs() + kStopWithinMs; Clock().MonotonicMs() < end;) {
+    Clock().Sleep(kRestEveryMs);
+    if (session.Framework().CurrentState() == nsStandby && !session.Framework().SafePending() &&
+        !session.Machine().Snapshot().Moving())
+      break;
+  }
+}
+
+}  // namespace ixocut

@@ -1,0 +1,241 @@
+#include "ixocut/panel/WireSeat.h"
+
+#include <pthread.h>
+#include <utility>
+
+#include "controller/HostTexts.h"
+#include "controller/alarms/RunAlarms.h"
+#include "controller/panel/PanelNames.h"
+#include "controller/service/HeldKeys.h"
+#include "ixocamglue/platform/ports/CutCommands.h"
+#include "ixocamglue/platform/services/Clock.h"
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
+#include "ixocut/client/StatusView.h"
+
+namespace ixocut {
+namespace {
+
+constexpr std::uint32_t kRoundMs = 10;
+constexpr std::uint64_t kLookEveryMs = 1000;
+constexpr std::uint64_t kStaleEveryMs = 100;
+constexpr std::uint64_t kKeepEveryMs = 1000;
+constexpr std::uint64_t kEmergencyWithinMs = 300;  // then everything is switched off past the panel
+
+}  // namespace
+
+TWireForm::TWireForm(TWireClient& client, const nlohmann::ordered_json& panel, const std::string& form)
+    : FClient(client) {
+  if (!form.empty() || panel.at("form").is_null()) Set(form.empty() ? FormBehind("") : form, true);
+}
+
+TWireForm::~TWireForm() {
+  try {
+    if (!FShown.empty()) Set(FShown, false);
+  } catch (const EProblem&) {  // it has gone, or another commands
+  }
+}
+
+void TWireForm::Show(const std::string& form) {
+  if (!FShown.empty()) Set(FShown, false);
+  Set(form, true);
+}
+
+void TWireForm::Set(const std::string& form, bool open) {
+  (void)FClient.Post("/api/v1/panel/form", {{"form", form}, {"open", open}});
+  FShown = open ? form : "";
+}
+
+// --- the terminal's thread ---
+
+TWireSeat::TWireSeat(TWireClient& client, const std::string& form)
+    : FClient(client),
+      FStops(client.Address(), client.Token(), client.Language()),
+      FEvents(client, "?kinds=state,alarm,run,led,signals,log&rate=10") {
+  TakeControl();
+  FKeys.emplace(FClient);
+  FForm.emplace(FClient, FKeys->Panel(), form);
+  Look();
+  Say(Format(Tr("on the controller at %s; leaving ends nothing that runs"), FClient.Address().Text().c_str()));
+  FThread = std::thread([this] { Run(); });
+}
+
+TWireSeat::~TWireSeat() { Leave(); }
+
+void TWireSeat::Leave() {
+  FEnd = true;
+  if (FThread.joinable()) FThread.join();
+}
+
+bool TWireSeat::ActsWhileHeld(TKeyCode key) const { return IsHeldCommand(FCommands[KeyIndex(key)]); }
+
+void TWireSeat::Press(TKeyCode key) {
+  if (key == CK_EGYSTOP) FEmergencyMs = Clock().MonotonicMs();
+  Do({TAction::Press, key});
+  // At once, whatever the controller is busy with.
+  if (key == CK_EGYSTOP || key == CK_STOP) (void)FStops.Post("/api/v1/stop");
+}
+
+void TWireSeat::SwitchAlt() { Say(Tr("the alt mode is switched on the controller's own panel only")); }
+
+void TWireSeat::Alive() {
+  const std::uint64_t since = FEmergencyMs;
+  if (since != 0 && Clock().MonotonicMs() > since + kEmergencyWithinMs) {
+    FEmergencyMs = 0;
+    (void)FStops.Post("/api/v1/all-off");
+  }
+  TGuard guard(FLock);
+  if (FFailure) std::rethrow_exception(FFailure);
+}
+
+TPanelView TWireSeat::View() {
+  TGuard guard(FLock);
+  TPanelView view = FView;
+  view.Messages = FLog.Lines();
+  return view;
+}
+
+void TWireSeat::Do(TAction action) {
+  TGuard guard(FLock);
+  FActions.push_back(action);
+}
+
+void TWireSeat::Say(const std::string& text) { FLog.Add(Clock().Now(), text); }
+
+// --- the seat's thread ---
+
+void TWireSeat::Run() {
+  pthread_setname_np(pthread_self(), "ixo-seat");
+  try {
+    while (!FEnd) {
+      std::optional<TAction> action;
+      {
+        TGuard guard(FLock);
+        if (!FActions.empty()) {
+          action = FActions.front();
+          FActions.pop_front();
+        }
+      }
+      try {
+        if (action) Carry(*action);
+        FKeys->Beat();
+        KeepControl();
+      } catch (const EProblem& problem) {
+        if (problem.Blame == pbUnusable) throw;
+        Say(problem.Problem.Text());
+      }
+      if (FEvents.Ended())
+        throw EProblem(pbUnusable, {.What = Tr("the controller has ended"), .Where = FClient.Address().Text()});
+      for (auto event = FEvents.Next(action ? 0 : kRoundMs); event; event = FEvents.Next(0)) Take(*event);
+      const std::uint64_t now = Clock().MonotonicMs();
+      if (now >= FLookAtMs + (FStale ? kStaleEveryMs : kLookEveryMs)) Look();
+    }
+  } catch (...) {
+    TGuard guard(FLock);
+    FFailure = std::current_exception();
+  }
+  FKeys.reset();
+  FForm.reset();
+  FLease.reset();
+}
+
+void TWireSeat::Carry(const TAction& action) {
+  switch (action.Kind) {
+    case TAction::Again:
+      LookAt(FKeys->Panel());
+      if ((FOn & KeyBit(action.Key)) == 0) return;
+      [[fallthrough]];
+    case TAction::Press:
+      if (THeldKeys::NeedsLease(action.Key)) TakeControl();
+      (void)FKeys->Press(action.Key);
+      if (action.Key == CK_EGYSTOP) FEmergencyMs = 0;
+      break;
+    case TAction::Release: FKeys->Release(); break;
+    case TAction::Reset:
+      TakeControl();
+      (void)FClient.Post("/api/v1/reset");
+      break;
+    case TAction::Form: {
+      TakeControl();
+      LookAt(FKeys->Panel());
+      std::string form;
+      {
+        TGuard guard(FLock);
+        form = FView.Form;
+      }
+      FForm->Show(FormBehind(form));
+      break;
+    }
+  }
+  FStale = true;
+}
+
+void TWireSeat::TakeControl() {
+  if (FLease) return;
+  FLease.emplace(FClient, true);
+  FKeepAtMs = Clock().MonotonicMs() + kKeepEveryMs;
+}
+
+void TWireSeat::KeepControl() {
+  if (!FLease || Clock().MonotonicMs() < FKeepAtMs) return;
+  FKeepAtMs = Clock().MonotonicMs() + kKeepEveryMs;
+  if (FLease->Beat()) return;
+  FLease.reset();
+  Say(Tr("somebody else has taken over control; the next key takes it back"));
+}
+
+void TWireSeat::Take(const TWireEvent& event) {
+  if (event.Name == "signals") {
+    TGuard guard(FLock);
+    FView.Now = SnapshotOf(event.Data, FView.Now);
+  } else if (event.Name == "log") {
+    if (IsWarning(event.Data)) Say(event.Data.value("text", ""));
+  } else {
+    FStale = true;
+  }
+}
+
+void TWireSeat::Look() {
+  FLookAtMs = Clock().MonotonicMs();
+  FStale = false;
+  const TJson panel = FKeys->Panel();
+  const TJson status = FClient.Get("/api/v1/status");
+  const TJson alarms = FClient.Get("/api/v1/alarms");
+  LookAt(panel);
+  TGuard guard(FLock);
+  FView.Now = SnapshotOf(status.at("signals"), FView.Now);
+  status.at("stateNumber").get_to(FView.Now.State);
+  status.at("latched").get_to(FView.Now.LatchTripped);
+  status.at("latchReason").get_to(FView.Now.LatchReason);
+  FView.Alarms.clear();
+  for (const TJson& alarm : alarms.at("alarms"))
+    FView.Alarms.push_back(TRunAlarm{.Level = alarm.at("level"),
+                                     .Identifier = alarm.at("identifier"),
+                                     .Description = alarm.at("description"),
+                                     .Lang = {},
+                                     .Code = alarm.at("code"),
+                                     .Text = alarm.at("text"),
+                                     .Reason = alarm.at("reason"),
+                                     .Solution = alarm.at("solution")}
+                               .Words());
+}
+
+void TWireSeat::LookAt(const TJson& panel) {
+  TKeyMask lit = 0, on = 0;
+  for (const TJson& key : panel.at("keys")) {
+    const auto code = ParseKey(key.at("key").get<std::string>());
+    if (!code) continue;  // of a newer controller
+    FCommands[KeyIndex(*code)] = key.at("keyCommand").get<std::int32_t>();
+    if (key.at("lit") == true) lit |= KeyBit(*code);
+    if (key.at("on") == true) on |= KeyBit(*code);
+  }
+  FOn = on;
+  const TJson& knob = panel.at("knob");
+  TGuard guard(FLock);
+  FView.Leds = lit;
+  FView.Form = panel.at("form").is_string() ? panel.at("form").get<std::string>() : "";
+  FView.Knob = LevelOf(knob.at("state"));
+  FView.JogMmPerS = knob.value("JogSpeed", knob.at("xy").at("low").get<double>());
+}
+
+}  // namespace ixocut
