@@ -21,7 +21,7 @@ TLiveConfig Live(TService& service) {
 }
 
 TConfigHistory ConfigHistoryOf(TService& service) {
-  return TConfigHistory(service.Options().StateFolder / "config-history.jsonl");
+  return TConfigHistory(service.Options().StateFolder / kConfigHistoryFile);
 }
 
 // Of the way that a version is quoted in a header, nothing is left.

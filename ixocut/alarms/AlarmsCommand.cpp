@@ -5,10 +5,12 @@
 
 #include <CLI/CLI.hpp>
 
+#include "controller/service/AlarmDesk.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/Document.h"
+#include "ixocut/client/Attach.h"
 
 namespace ixocut {
 namespace {
@@ -92,12 +94,13 @@ void AddAlarmsCommand(CLI::App& program, TCommandRun& run) {
   AddMachineOptions(*live, o.Machine, o.State);
   AddLanguageOption(*live, o.Language);
 
-  CLI::App* const list =
-      add("list", Tr("List the alarms of a store, oldest first"), RunAlarmsList,
-          {.Notes = Tr("Lines show the time of this place with its offset, --json and --csv show UTC."),
-           .ExitCodes = {},
-           .Examples = {"ixocut alarms list --active", "ixocut alarms list --since \"2026-01-31 14:00\" --level 1",
-                        "ixocut alarms list --history --csv --db alarms.db"}});
+  CLI::App* const list = add(
+      "list", Tr("List the alarms of a store, oldest first"), RunAlarmsList,
+      {.Notes = Tr("Lines show the time of this place with its offset, --json and --csv show UTC. A controller that "
+                   "runs writes\nwhat happens into its store within moments: list, watch and stats read it there."),
+       .ExitCodes = {},
+       .Examples = {"ixocut alarms list --active", "ixocut alarms list --since \"2026-01-31 14:00\" --level 1",
+                    "ixocut alarms list --history --csv --db alarms.db"}});
   CLI::Option* const active = list->add_flag("--active", o.Active, Tr("Only those that are not cleared"));
   list->add_flag("--history", o.History, Tr("Only those that are cleared"))->excludes(active);
   since(list);
@@ -119,11 +122,30 @@ void AddAlarmsCommand(CLI::App& program, TCommandRun& run) {
       {.Notes = {}, .ExitCodes = {}, .Examples = {"ixocut alarms stats", "ixocut alarms stats --since 2026-01-31"}});
   since(stats);
   json(stats);
-  CLI::App* const ack = add("ack", Tr("Acknowledge an active alarm"), RunAlarmsAck,
-                            {.Notes = {}, .ExitCodes = {}, .Examples = {"ixocut alarms ack TPMaint#1 --who Li"}});
+  CLI::App* const ack = add(
+      "ack", Tr("Acknowledge an active alarm"), RunAlarmsAck,
+      {.Notes = Tr("On the controller that runs, in the name of who asks; else in the store, in the name that --who "
+                   "gives."),
+       .ExitCodes = {},
+       .Examples = {"ixocut alarms ack TPMaint#1", "ixocut alarms ack TPMaint#1 --who Li --db alarms.db"}});
   id(ack);
-  ack->add_option("--who", o.Who, Tr("Who has seen it"))->required()->check(NotEmpty())->type_name("NAME");
+  ack->add_option("--who", o.Who, Tr("Who has seen it; for a store"))->check(NotEmpty())->type_name("NAME");
   json(ack);
+  AddAttachOptions(*ack, o.Attach, false);
+  CLI::App* const suppress = add(
+      "suppress", Tr("Let the controller that runs hide an alarm for a while; never one of level 1"), RunAlarmsSuppress,
+      {.Notes = {},
+       .ExitCodes = Tr("0 done, 1 refused or no controller runs, 2 wrong command line, 3 it does not answer"),
+       .Examples = {"ixocut alarms suppress TPMaint#1 --minutes 60 --reason \"the filter is ordered\""}});
+  id(suppress);
+  AddNumberOption(*suppress, "--minutes", o.Minutes, 0, ixocontroller::TAlarmDesk::kMostMinutes, "",
+                  Tr("For so long, 0 to 10080; 0 shows it again"))
+      ->required();
+  suppress->add_option("--reason", o.Reason, Tr("Why"))->type_name("TEXT");
+  json(suppress);
+  AddMachineOptions(*suppress, o.Machine, o.State);
+  AddLanguageOption(*suppress, o.Language);
+  AddAttachOptions(*suppress, o.Attach, false);
   CLI::App* const clear =
       add("clear", Tr("Clear an alarm that was raised by hand and that no program holds any more"), RunAlarmsClear,
           {.Notes = Tr("Refused while a program writes the store, and for what the machine has raised."),

@@ -22,6 +22,8 @@ struct TAlarmsOptions : TControllerSettings {
   std::optional<std::int64_t> Level;
   std::uint64_t ForMs = 0;  // watch and live: end by itself after this time; 0: never
   std::uint64_t RetentionDays = 0;
+  std::uint64_t Minutes = 0;  // suppress
+  std::string Reason;
 };
 
 int RunAlarmsLookup(const TAlarmsOptions& options, std::ostream& out);
@@ -30,8 +32,14 @@ int RunAlarmsList(const TAlarmsOptions& options, std::ostream& out);
 int RunAlarmsWatch(const TAlarmsOptions& options, std::ostream& out);
 int RunAlarmsStats(const TAlarmsOptions& options, std::ostream& out);
 int RunAlarmsAck(const TAlarmsOptions& options, std::ostream& out);
+int RunAlarmsSuppress(const TAlarmsOptions& options, std::ostream& out);
 int RunAlarmsClear(const TAlarmsOptions& options, std::ostream& out);
 int RunAlarmsCheck(const TAlarmsOptions& options, std::ostream& out);
+
+// Acknowledges in the store, where no controller runs.
+int AcknowledgeInStore(const TAlarmsOptions& options, std::ostream& out);
+void TellAcknowledged(const TAlarmsOptions& options, const std::string& who, std::ostream& out);
+[[nodiscard]] EProblem NotActive(const std::string& id);
 
 // The store's file: --db, or alarms.db in the state folder.
 [[nodiscard]] std::filesystem::path AlarmDbFile(const TAlarmsOptions& options);

@@ -188,21 +188,22 @@ int RunAlarmsStats(const TAlarmsOptions& options, std::ostream& out) {
   return kExitSuccess;
 }
 
-namespace {
-
 EProblem NotActive(const std::string& id) {
   return {pbRefused, {.What = Tr("no active alarm has this identifier"), .Where = id, .Why = {}, .Remedy = {}}};
 }
 
-}  // namespace
+void TellAcknowledged(const TAlarmsOptions& options, const std::string& who, std::ostream& out) {
+  if (options.Json)
+    PrintDocument(out, "alarms ack", {{"identifier", options.Id}, {"byWhom", who}});
+  else
+    out << Format(Tr("%s acknowledged by %s\n"), options.Id.c_str(), who.c_str());
+}
 
-int RunAlarmsAck(const TAlarmsOptions& options, std::ostream& out) {
+int AcknowledgeInStore(const TAlarmsOptions& options, std::ostream& out) {
+  if (options.Who.empty()) throw EProblem(pbRequest, Tr("--who is missing: who has seen it"));
   TAlarmHistory history(AlarmDbFile(options));
   if (!history.Acknowledge(options.Id, options.Who, UtcNow())) throw NotActive(options.Id);
-  if (options.Json)
-    PrintDocument(out, "alarms ack", {{"identifier", options.Id}, {"byWhom", options.Who}});
-  else
-    out << Format(Tr("%s acknowledged by %s\n"), options.Id.c_str(), options.Who.c_str());
+  TellAcknowledged(options, options.Who, out);
   return kExitSuccess;
 }
 

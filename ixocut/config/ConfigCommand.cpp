@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "controller/StateFolder.h"
+#include "controller/config/ConfigHistory.h"
 #include "controller/config/ConfigJson.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
@@ -14,7 +15,9 @@
 #include "ixocut/CommandLine.h"
 #include "ixocut/Document.h"
 #include "ixocut/Machines.h"
+#include "ixocut/alarms/AlarmView.h"
 #include "ixocut/client/Attach.h"
+#include "ixocut/client/StatusView.h"
 
 namespace ixocut {
 
@@ -219,6 +222,7 @@ namespace {
 
 struct TConfigOptions : TControllerSettings {
   std::string File, Other, Path, Value;
+  std::uint64_t Limit = 20;
   bool All = false;
   TSetting Setting;
   [[nodiscard]] std::filesystem::path MachinePath() const { return ixocontroller::MachineFile(Machine, State); }
@@ -287,11 +291,32 @@ int Restore(TConfigOptions options, std::ostream& out) {
   return kExitSuccess;
 }
 
+// Who has changed what: the controller's own list, which it keeps in the state folder.
+int History(TConfigOptions options, std::ostream& out) {
+  const TAttachment attachment(options);
+  TWireClient* const client = attachment.Client();
+  const nlohmann::ordered_json changes =
+      client ? client->Get("/api/v1/config/history?limit=" + std::to_string(options.Limit)).at("changes")
+             : TConfigHistory(StateFolder(options.State) / kConfigHistoryFile).Read(options.Limit);
+  if (options.Setting.Json) {
+    PrintDocument(out, "config history", {{"changes", changes}});
+    return kExitSuccess;
+  }
+  const auto text = [](const nlohmann::ordered_json& change, const char* name) { return change.value(name, ""); };
+  for (const auto& change : changes)
+    out << Format("%s  %s  %s  %s: %s -> %s\n", ShownTime(text(change, "at")).c_str(), text(change, "who").c_str(),
+                  ShownWord(text(change, "what")).c_str(), text(change, "path").c_str(), text(change, "from").c_str(),
+                  text(change, "to").c_str());
+  return kExitSuccess;
+}
+
 void SetConfigHelp(CLI::App& command, std::vector<const char*> examples) {
   SetHelp(
       command,
       {.Notes = Tr("Paths are names with slashes, items of lists counted from 1: \"AutoCleanHead/CleanCount\",\n"
-                   "\"MarkPoints/MarkPoint[2]/CustomDesc\". Values are written as the file has them."),
+                   "\"MarkPoints/MarkPoint[2]/CustomDesc\". Values are written as the file has them. A controller that "
+                   "runs saves "
+                   "what is\nset at once: get, show, check and diff read its file."),
        .ExitCodes = Tr("0 success, 1 check found something or diff found differences, 2 wrong command line, path or\n"
                        "value, 3 a file cannot be used"),
        .Examples = std::move(examples)});
@@ -352,6 +377,15 @@ void AddConfigCommand(CLI::App& program, TCommandRun& run) {
                                  [](auto& o) { return RunConfigDiff(o.File, o.Other, o.Setting.Json, std::cout); });
   file(diff, "A", options->File, Tr("The first file"));
   file(diff, "B", options->Other, Tr("The second file"));
+
+  CLI::App* const history = command("history", Tr("Who has changed what on a controller, the newest last"),
+                                    {"ixocut config history", "ixocut config history --limit 5 --json"},
+                                    [](auto& o) { return History(o, std::cout); });
+  AddNumberOption(*history, "--limit", options->Limit, 1, 10 * TConfigHistory::kKept, "", Tr("At most so many"))
+      ->capture_default_str();
+  AddMachineOptions(*history, options->Machine, options->State);
+  AddLanguageOption(*history, options->Language);
+  AddAttachOptions(*history, options->Attach, false);
 
   command("schema", Tr("Print every property with its type, default, unit, range and what it does"),
           {"ixocut config schema", "ixocut config schema --json"},
