@@ -50,15 +50,6 @@ std::string TextAt(const TJson& row, const char* key) {
   return found != row.end() && found->is_string() ? found->get<std::string>() : std::string();
 }
 
-TResult<> CheckTokenName(const std::string& name) {
-  const auto fits = [](char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' || c == '_' ||
-           c == '-';
-  };
-  if (!name.empty() && name.size() <= kMostNameBytes && std::ranges::all_of(name, fits)) return {};
-  return TProblem{.What = Tr("a token's name has 1 to 64 letters, digits, '.', '_' and '-'")};
-}
-
 TProblem NoTokenArray(const std::filesystem::path& file) {
   return {.What = Tr("\"tokens\" is no list"), .Where = file.string(), .Remedy = Tr("correct the file or remove it")};
 }
@@ -109,6 +100,15 @@ TResult<TRole> RoleOf(std::string_view word) {
 }
 
 // --- TTokenFile ---
+
+TResult<> CheckTokenName(const std::string& name) {
+  const auto fits = [](char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' || c == '_' ||
+           c == '-';
+  };
+  if (!name.empty() && name.size() <= kMostNameBytes && std::ranges::all_of(name, fits)) return {};
+  return TProblem{.What = Tr("a token's name has 1 to 64 letters, digits, '.', '_' and '-'")};
+}
 
 TTokenFile::TTokenFile(const std::filesystem::path& stateFolder) : FFile(stateFolder / kTokensFile) {}
 

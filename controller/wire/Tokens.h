@@ -24,6 +24,8 @@ using namespace ixocamglue;
 [[nodiscard]] const char* RoleWord(TRole role);
 [[nodiscard]] TResult<TRole> RoleOf(std::string_view word);
 
+[[nodiscard]] TResult<> CheckTokenName(const std::string& name);
+
 struct TToken {
   std::string Name;  // 1 to 64 of letters, digits, '.', '_' and '-'
   TRole Role = roNone;

@@ -34,18 +34,19 @@ struct TControl {
   const char* Path;
   const char* About;
   const char* Done;  // what is said when it has come to pass
+  const char* Idle;  // the same where nothing ran before; null: as Done
   bool Lease;
   bool Ends;  // waits until nothing runs
 };
 
 constexpr TControl kControls[] = {
-    {"stop", "/api/v1/stop", TrMark("Stop what runs"), TrMark("stopped"), false, true},
+    {"stop", "/api/v1/stop", TrMark("Stop what runs"), TrMark("stopped"), nullptr, false, true},
     {"pause", "/api/v1/pause", TrMark("Pause what runs, which ends it; continue goes on where that is safe"),
-     TrMark("paused"), true, true},
+     TrMark("it is paused"), TrMark("nothing runs"), true, true},
     {"all-off", "/api/v1/all-off", TrMark("Stop everything at once and latch the laser, until it is reset"),
-     TrMark("everything is switched off"), false, true},
-    {"reset", "/api/v1/reset", TrMark("End what all-off has latched, when its cause is gone"), TrMark("reset"), true,
-     false},
+     TrMark("everything is switched off"), nullptr, false, true},
+    {"reset", "/api/v1/reset", TrMark("End what all-off has latched, when its cause is gone"), TrMark("reset"), nullptr,
+     true, false},
 };
 
 // The status once nothing runs any more, or the last one when that takes too long.
@@ -76,9 +77,10 @@ int RunControl(const TControl& control, TControlOptions options, std::ostream& o
   TWireClient& client = attachment.Controller();
   std::optional<TClientLease> lease;
   if (control.Lease) lease.emplace(client, true);
+  const bool idle = control.Idle && client.Get("/api/v1/status").at("running") == false;
   const TJson answer = client.Post(control.Path);
   TJson status = control.Ends ? WaitForRest(client) : client.Get("/api/v1/status");
-  return Finish(control.Name, options, control.Done, answer, status, out);
+  return Finish(control.Name, options, idle ? control.Idle : control.Done, answer, status, out);
 }
 
 // What continue will do, confirmed by a person.

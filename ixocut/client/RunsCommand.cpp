@@ -10,7 +10,9 @@
 #include "ixocut/CommandLine.h"
 #include "ixocut/Document.h"
 #include "ixocut/Table.h"
+#include "ixocut/alarms/AlarmView.h"
 #include "ixocut/client/Attach.h"
+#include "ixocut/client/StatusView.h"
 #include "ixocut/procedures/Asked.h"
 
 namespace ixocut {
@@ -50,14 +52,19 @@ std::vector<std::string> StepRow(const TJson& step, std::vector<std::string> mor
   return row;
 }
 
+std::string OutcomeOf(const TJson& run) {
+  const std::string outcome = Cell(run, "outcome");
+  return outcome.empty() ? Tr("it runs") : ShownWord(outcome);
+}
+
 int ListRuns(const TRunsOptions& options, TWireClient& client, std::ostream& out) {
   std::string path = Format("/api/v1/runs?limit=%llu", static_cast<unsigned long long>(options.Limit));
   if (!options.Name.empty()) path += "&name=" + UrlPart(options.Name);
   const TJson answer = client.Get(path);
   TRows rows{{Tr("run"), Tr("start"), Tr("time"), Tr("by"), Tr("procedure"), Tr("outcome")}};
   for (const TJson& run : answer.at("runs"))
-    rows.push_back({Cell(run, "id"), Cell(run, "start"), SecondsOf(run, "durationMs"), Cell(run, "startedBy"),
-                    Cell(run, "procedure"), Cell(run, "outcome")});
+    rows.push_back({Cell(run, "id"), ShownTime(Cell(run, "start")), SecondsOf(run, "durationMs"),
+                    Cell(run, "startedBy"), Cell(run, "procedure"), OutcomeOf(run)});
   Show("runs list", options, answer, rows, out);
   return kExitSuccess;
 }
@@ -70,9 +77,8 @@ int ShowRun(const TRunsOptions& options, TWireClient& client, std::ostream& out)
       rows.push_back(StepRow(step, {SecondsOf(step, "startMs"), SecondsOf(step, "durationMs")}));
   if (!options.Json) {
     out << Cell(run, "procedure") << "  " << Cell(run, "params") << "  " << Cell(run, "startedBy") << "  "
-        << Cell(run, "start") << "  " << Cell(run, "outcome") << "  " << SecondsOf(run, "durationMs") << '\n';
-    if (const auto it = run.find("problem"); it != run.end() && it->is_object())
-      out << Cell(*it, "what") << "; " << Cell(*it, "why") << "; " << Cell(*it, "remedy") << '\n';
+        << ShownTime(Cell(run, "start")) << "  " << OutcomeOf(run) << "  " << SecondsOf(run, "durationMs") << '\n';
+    if (const auto it = run.find("problem"); it != run.end() && it->is_object()) out << ProblemFrom(*it).Text() << '\n';
   }
   Show("runs show", options, run, rows, out);
   return kExitSuccess;
@@ -94,8 +100,17 @@ int CompareRuns(const TRunsOptions& options, TWireClient& client, std::ostream& 
 int TellQueue(const char* command, const TRunsOptions& options, const TJson& answer, std::ostream& out) {
   TRows rows{{Tr("job"), Tr("procedure"), Tr("state"), Tr("by"), Tr("question")}};
   for (const TJson& job : answer.at("jobs"))
-    rows.push_back({Cell(job, "id"), Cell(job, "name"), Cell(job, "state"), Cell(job, "who"), Cell(job, "question")});
+    rows.push_back({Cell(job, "id"), Cell(job, "name"), ShownWord(Cell(job, "state")), Cell(job, "addedBy"),
+                    Cell(job, "question")});
+  if (answer.at("jobs").empty()) rows.clear();
   Show(command, options, answer, rows, out);
+  if (options.Json) return kExitSuccess;
+  for (const TJson& job : answer.at("jobs"))
+    if (job.at("problem").is_object()) out << Cell(job, "id") << ": " << ProblemFrom(job.at("problem")).Text() << '\n';
+  if (answer.at("held") == true)
+    out << Format(Tr("held: %s"), ProblemFrom(answer.at("why")).Text().c_str()) << '\n';
+  else
+    out << Tr("not held: its jobs run one after the other") << '\n';
   return kExitSuccess;
 }
 

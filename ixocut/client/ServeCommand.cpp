@@ -22,7 +22,7 @@
 #include "ixocut/CommandLine.h"
 #include "ixocut/Document.h"
 #include "ixocut/Table.h"
-#include "ixocut/client/Attach.h"
+#include "ixocut/client/StatusView.h"
 
 namespace ixocut {
 namespace {
@@ -50,8 +50,10 @@ void Tell(const TServeOptions& options, const ixocontroller::TWireServer& server
                           {"machine", machine},
                           {"state", state}},
                          {}, true);
-  std::vector<std::vector<std::string>> rows{
-      {Tr("address"), server.Url()}, {Tr("socket"), socket.string()}, {Tr("machine"), machine}, {Tr("state"), state}};
+  std::vector<std::vector<std::string>> rows{{Tr("address"), server.Url()},
+                                             {Tr("socket"), socket.string()},
+                                             {Tr("machine"), machine},
+                                             {Tr("state"), ShownWord(state)}};
   if (!link.empty()) rows.insert(rows.begin() + 1, {Tr("console"), link + Tr("  (good once, for 60 s)")});
   for (const std::string& line : DrawTable(rows)) out << line << '\n';
   out << Tr("Software is not the emergency stop.") << std::endl;

@@ -22,7 +22,8 @@ using TSteady = std::chrono::steady_clock;
 
 constexpr std::uint32_t kWatchWaitMs = 100;
 constexpr auto kRedrawEvery = std::chrono::milliseconds(100);  // on a terminal
-constexpr auto kLineEvery = std::chrono::seconds(1);           // of signals alone, otherwise
+constexpr const char* kAlarmLog = "TAlarmManager";
+constexpr auto kLineEvery = std::chrono::seconds(1);  // of signals alone, otherwise
 
 struct TStatusOptions : TControllerSettings {
   bool Json = false;
@@ -61,10 +62,8 @@ class TWatchView {
     if (event.Name == "signals") {
       FStatus["signals"] = event.Data.contains("signals") ? event.Data["signals"] : event.Data;
       FChanged = true;
-    } else if (event.Name == "alarm" || event.Name == "log") {
-      Say(event);
-      FStale = true;
     } else {
+      Say(TextOf(event));
       FStale = true;
     }
   }
@@ -90,15 +89,27 @@ class TWatchView {
   }
 
  private:
-  void Say(const TWireEvent& event) {
-    std::string text;
-    for (const char* const name : {"identifier", "code", "change", "text"})
-      if (const auto it = event.Data.find(name); it != event.Data.end() && it->is_string() && !it->empty())
-        text += (text.empty() ? "" : "  ") + it->get<std::string>();
+  // Of an alarm, a warning, the end of a run; empty: of nothing that is told in a line of its own.
+  static std::string TextOf(const TWireEvent& event) {
+    const auto text = [&](const char* name) { return event.Data.value(name, ""); };
+    if (event.Name == "alarm") {
+      const std::string code = text("code") == text("identifier") ? "" : "  " + text("code");
+      return ShownWord(text("event")) + "  " + text("identifier") + code + "  " + text("text");
+    }
+    // Of alarms an event tells.
+    if (event.Name == "log") return IsWarning(event.Data) && text("source") != kAlarmLog ? text("text") : "";
+    if (event.Name == "run" && text("event") == "ended")
+      return Format(Tr("run %s, %s: %s"), event.Data.at("id").dump().c_str(), text("procedure").c_str(),
+                    ShownWord(text("outcome")).c_str());
+    return {};
+  }
+  void Say(const std::string& text) {
     if (text.empty()) return;
-    if (FDrawn) FOut << "\r\033[K";
+    if (FDrawn) {
+      FOut << "\r\033[K";
+      FLine.clear();
+    }
     FDrawn = false;
-    FLine.clear();
     FOut << text << '\n' << std::flush;
   }
 

@@ -1,6 +1,7 @@
 #include "ixocut/client/StatusView.h"
 
 #include "controller/procedures/RunReport.h"
+#include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocut/Table.h"
@@ -10,23 +11,48 @@ namespace {
 
 using TJson = nlohmann::ordered_json;
 
-constexpr const char* kStates[][2] = {{"standby", TrMark("standby")},
-                                      {"procedure", TrMark("procedure")},
-                                      {"gas-calibration", TrMark("gas calibration")},
-                                      {"gas-descent", TrMark("measuring the gas downwards")},
-                                      {"working", TrMark("cutting")},
-                                      {"paused", TrMark("paused")},
-                                      {"return-to-origin", TrMark("return to origin")},
-                                      {"jogging", TrMark("jogging")},
-                                      {"dry-run", TrMark("dry run")},
-                                      {"follower-calibration", TrMark("calibration of the follower")},
-                                      {"walk-around", TrMark("walk around")}};
+constexpr const char* kWords[][2] = {{"standby", TrMark("standby")},
+                                     {"procedure", TrMark("procedure")},
+                                     {"gas-calibration", TrMark("gas calibration")},
+                                     {"gas-descent", TrMark("measuring the gas downwards")},
+                                     {"working", TrMark("cutting")},
+                                     {"paused", TrMark("paused")},
+                                     {"return-to-origin", TrMark("return to origin")},
+                                     {"jogging", TrMark("jogging")},
+                                     {"dry-run", TrMark("dry run")},
+                                     {"follower-calibration", TrMark("calibration of the follower")},
+                                     {"walk-around", TrMark("walk around")},
+                                     {"other", TrMark("other")},
+                                     // How a run has ended.
+                                     {"success", TrMark("success")},
+                                     {"no-light", TrMark("no light")},
+                                     {"gas-open", TrMark("gas left open")},
+                                     {"collision", TrMark("collision")},
+                                     {"stopped", TrMark("stopped")},
+                                     {"alarm", TrMark("alarm")},
+                                     {"error", TrMark("error")},
+                                     {"refused", TrMark("refused")},
+                                     {"unfinished", TrMark("not finished")},
+                                     {"lost", TrMark("lost")},
+                                     // What a job is at.
+                                     {"waits", TrMark("waits")},
+                                     {"asks", TrMark("asks")},
+                                     {"runs", TrMark("runs")},
+                                     {"failed", TrMark("failed")},
+                                     {"done", TrMark("done")},
+                                     {"skipped", TrMark("skipped")},
+                                     {"removed", TrMark("removed")},
+                                     // What became of an alarm.
+                                     {"raised", TrMark("raised")},
+                                     {"cleared", TrMark("cleared")},
+                                     {"acknowledged", TrMark("acknowledged")},
+                                     {"suppressed", TrMark("suppressed")},
+                                     // What became of a property of the machine file.
+                                     {"set", TrMark("set")},
+                                     {"forced", TrMark("set by force")},
+                                     {"restored", TrMark("put back")}};
 
-std::string ShownStateWord(const std::string& word) {
-  for (const auto& [known, shown] : kStates)
-    if (word == known) return Tr(shown);
-  return word;
-}
+constexpr const char* kAccessLog = "TAccess";  // of the lines that account for requests
 
 std::string Seconds(const TJson& ms) { return Format("%.1f s", ms.is_number() ? ms.get<double>() / 1000 : 0.0); }
 
@@ -50,6 +76,16 @@ const TJson& Member(const TJson& json, const char* name) {
 
 }  // namespace
 
+std::string ShownWord(const std::string& word) {
+  for (const auto& [known, shown] : kWords)
+    if (word == known) return Tr(shown);
+  return word;
+}
+
+bool IsWarning(const TJson& line) {
+  return line.value("kind", 0) >= lkWarning && line.value("source", "") != kAccessLog;
+}
+
 TMachineSnapshot SnapshotOf(const TJson& signals, TMachineSnapshot before) {
   TMachineSnapshot now = std::move(before);
   const auto set = [](const TJson& json, const char* name, auto& value) {
@@ -60,6 +96,10 @@ TMachineSnapshot SnapshotOf(const TJson& signals, TMachineSnapshot before) {
   set(position, "yMm", now.Pos.Y);
   set(position, "zMm", now.Z);
   set(position, "focusMm", now.Focus);
+  const TJson& moving = Member(signals, "moving");
+  set(moving, "axes", now.AxesMoving);
+  set(moving, "z", now.ZMoving);
+  set(moving, "focus", now.FocusMoving);
   set(signals, "laser", now.Laser);
   set(signals, "emission", now.Emission);
   set(signals, "aiming", now.Aiming);
@@ -84,7 +124,7 @@ std::string PathText(const TJson& path) {
 }
 
 std::string StateText(const TJson& status) {
-  std::string text = ShownStateWord(status.value("state", ""));
+  std::string text = ShownWord(status.value("state", ""));
   if (const TJson& run = Member(status, "run"); run.is_object()) text += " " + run.value("procedure", "");
   return text;
 }

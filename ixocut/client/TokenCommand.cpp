@@ -13,6 +13,7 @@
 #include "ixocut/CommandLine.h"
 #include "ixocut/Document.h"
 #include "ixocut/Table.h"
+#include "ixocut/alarms/AlarmView.h"
 #include "ixocut/client/Attach.h"
 
 namespace ixocut {
@@ -30,6 +31,7 @@ ixocontroller::TTokenFile TokenFileOf(const TTokenOptions& options) {
 
 int RunTokenAdd(const TTokenOptions& options, std::ostream& out) {
   const ixocontroller::TRole role = ixocontroller::RoleOf(options.Role).OrThrow(pbRequest);
+  ixocontroller::CheckTokenName(options.Name).OrThrow(pbRequest);
   const std::string token = TokenFileOf(options).Add(options.Name, role).OrThrow(pbRefused);
   if (options.Json)
     PrintDocument(out, "token add", {{"name", options.Name}, {"role", options.Role}, {"token", token}});
@@ -45,7 +47,7 @@ int RunTokenList(const TTokenOptions& options, std::ostream& out) {
   for (const ixocontroller::TToken& token : tokens) {
     const char* const role = ixocontroller::RoleWord(token.Role);
     list.push_back({{"name", token.Name}, {"role", role}, {"created", token.Created}});
-    rows.push_back({token.Name, role, token.Created});
+    rows.push_back({token.Name, role, ShownTime(token.Created)});
   }
   if (options.Json) {
     PrintDocument(out, "token list", list);

@@ -113,16 +113,13 @@ TBlame BlameOf(int status) {
 }
 
 std::string MemberText(const nlohmann::ordered_json& body, const char* name) {
-  const auto it = body.find(name);
+  const auto it = body.is_object() ? body.find(name) : body.end();
   return it != body.end() && it->is_string() ? it->get<std::string>() : std::string();
 }
 
 [[noreturn]] void ThrowProblem(const TWireAddress& address, const TWireAnswer& answer) {
-  TProblem problem;
-  if (answer.Body.is_object())
-    problem = {MemberText(answer.Body, "what"), MemberText(answer.Body, "where"), MemberText(answer.Body, "why"),
-               MemberText(answer.Body, "remedy")};
-  if (problem.What.empty() && answer.Body.is_object()) problem.What = MemberText(answer.Body, "title");
+  TProblem problem = ProblemFrom(answer.Body);
+  if (problem.What.empty()) problem.What = MemberText(answer.Body, "title");
   if (problem.What.empty())
     problem = {.What = Format(Tr("the controller answers with status %d"), answer.Status), .Where = address.Text()};
   throw EProblem(BlameOf(answer.Status), std::move(problem));
@@ -146,6 +143,10 @@ std::string LowerType(boost::beast::string_view type) {
 }
 
 }  // namespace
+
+TProblem ProblemFrom(const nlohmann::ordered_json& json) {
+  return {MemberText(json, "what"), MemberText(json, "where"), MemberText(json, "why"), MemberText(json, "remedy")};
+}
 
 std::string UrlPart(std::string_view text) {
   std::string part;

@@ -101,6 +101,9 @@ class TWireEvents {
   std::unique_ptr<TStream> FStream;
 };
 
+// What the controller says of a failure, in an answer or inside one; members that are not there are empty.
+[[nodiscard]] TProblem ProblemFrom(const nlohmann::ordered_json& json);
+
 // A part of a path as it stands in a URL: "a b/c" as "a%20b%2Fc".
 [[nodiscard]] std::string UrlPart(std::string_view text);
 

@@ -63,7 +63,7 @@ class TFollower {
                       .TimeMs = data.value("startMs", std::uint64_t{0}),
                       .Text = Format("%d/%d: %s", data.value("number", 0), data.value("count", 0),
                                      data.value("description", "").c_str())});
-    } else if (event.Name == "log" && data.value("kind", 0) >= lkWarning) {
+    } else if (event.Name == "log" && IsWarning(data)) {
       const std::uint64_t ms = data.value("machineMs", FStartMs);
       FConsole.Write({.Kind = data.value("kind", 0),
                       .TimeMs = ms > FStartMs ? ms - FStartMs : 0,

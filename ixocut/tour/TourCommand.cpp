@@ -2,6 +2,7 @@
 // controller with a state folder and a port of its own, beside whatever else runs.
 #include <algorithm>
 #include <chrono>
+#include <fstream>
 #include <iostream>
 #include <memory>
 #include <sstream>
@@ -87,6 +88,11 @@ std::vector<std::string> LastLines(const fs::path& file, std::size_t most) {
   return lines;
 }
 
+std::string LastLine(const fs::path& file) {
+  const auto lines = LastLines(file, 1);
+  return lines.empty() ? std::string() : lines.front();
+}
+
 std::uint64_t MsSince(TSteady::time_point start) {
   return static_cast<std::uint64_t>(std::chrono::duration_cast<TMs>(TSteady::now() - start).count());
 }
@@ -155,10 +161,9 @@ class TTour {
       const std::optional<int> ended = child->Wait(kPollEvery);
       if (const TAttachment attachment(settings); !ended && attachment.Client()) break;
       if (ended || TSteady::now() >= end)
-        throw EProblem(pbUnusable,
-                       TProblem{.What = Tr("the controller has not started"),
-                                .Where = SaidFile().string(),
-                                .Why = LastLines(SaidFile(), 1).empty() ? "" : LastLines(SaidFile(), 1)[0]});
+        throw EProblem(pbUnusable, TProblem{.What = Tr("the controller has not started"),
+                                            .Where = SaidFile().string(),
+                                            .Why = LastLine(SaidFile())});
     }
     Done(TrMark("The controller starts"), command, 0, true, MsSince(start), 6);
     return child;
@@ -195,9 +200,10 @@ class TTour {
   void EndController(TChild& controller) {
     const auto start = TSteady::now();
     Say("");
-    Say(Format("%2zu  %s", FDone.size() + 1, Tr("The controller ends, dark and in order")));
+    const std::string title = Tr("The controller ends, dark and in order");
+    Say(Format("%2zu  %s", FDone.size() + 1, title.c_str()));
     const int exitCode = controller.End(kEndWithin).value_or(-1);
-    FDone.push_back({Tr("The controller ends, dark and in order"), "", exitCode, exitCode == 0, MsSince(start)});
+    FDone.push_back({title, "", exitCode, exitCode == 0, MsSince(start)});
   }
 
   void Done(const char* title, const std::string& command, int exitCode, bool asMeant, std::uint64_t ms,
