@@ -97,6 +97,15 @@ TEST_F(DesksApi, WhatAKeyWouldDoElsewhereIsAnsweredAndNothingIsChanged) {
   EXPECT_EQ(Good("GET", "panel")["form"], nullptr);
 }
 
+TEST_F(DesksApi, TheEmergencyStopKeyIsResetWithEverythingElse) {
+  const auto latched = [&] { return World.Service.Status()->Machine.LatchTripped; };
+  EXPECT_TRUE(Good("POST", "panel/press", Press("EGYSTOP", "a"))["sent"]);
+  Good("POST", "panel/release", {{"press", "a"}});
+  ASSERT_TRUE(World.Comes(latched));
+  EXPECT_EQ(Good("POST", "reset")["state"], "standby");
+  EXPECT_TRUE(World.Comes([&] { return !latched(); }));
+}
+
 TEST_F(DesksApi, TheKnobTurnsByHandAndKeepsItsSpeeds) {
   EXPECT_EQ(Good("POST", "panel/knob", {{"level", "normal"}})["state"], "normal");
   EXPECT_EQ(Good("POST", "panel/knob", {{"counts", 5}})["state"], "high");
@@ -158,10 +167,14 @@ TEST_F(DesksApi, ARecordingIsMadeByNameReadThinnedOutAndDeleted) {
   const TJson& x = read["signals"][read["signals"][0]["name"] == "position.1" ? 0 : 1];
   EXPECT_LE(x["ms"].size(), 20U);
   EXPECT_NEAR(x["high"].back().get<double>(), 30.0, 0.01);
+  const TApiReply file = Ask("GET", "recordings/move/file");
+  EXPECT_EQ(file.ContentType, "text/csv");
+  EXPECT_EQ(file.Text.size(), read["bytes"]);
   EXPECT_EQ(Good("GET", "recordings")["recordings"][0]["name"], "move");
   Refused(409, "already", "POST", "recordings", {{"name", "move"}});
   Good("DELETE", "recordings/move");
   Refused(404, "there is no recording", "GET", "recordings/move");
+  Refused(404, "there is no recording", "GET", "recordings/move/file");
 
   Good("POST", "recordings", {{"name", "short"}, {"limitMs", 100}});
   ASSERT_TRUE(World.Comes([&] { return Ask("GET", "recordings").Body["running"].is_null(); }));

@@ -99,6 +99,39 @@ TEST_F(Serve, WhatRunsIsStoppedFromAnotherTerminal) {
   EXPECT_FALSE(Json("status", 0).at("signals").at("laser"));
 }
 
+TEST_F(Serve, PanelKnobQueueAndRecordingAreThoseOfTheControllerThatRuns) {
+  const std::string url = Start();
+  EXPECT_EQ(Json("panel press GAS", 0).at("key"), "CK_GAS");
+  EXPECT_TRUE(Json("status", 0).at("signals").at("gas").at("on"));
+  const TRun refused = Ixocut("panel press LASER --form Settings");
+  EXPECT_EQ(refused.ExitCode, 1) << refused.All();
+  EXPECT_THAT(refused.Err, HasSubstr("form Settings"));
+  const double before = Json("status", 0).at("signals").at("position").at("xMm");
+  EXPECT_GE(Json("panel press RIGHT --ms 300", 0).at("heldMs"), 300);
+  EXPECT_GT(Json("status", 0).at("signals").at("position").at("xMm"), before + 1);
+  EXPECT_EQ(Ixocut("panel press egystop").ExitCode, 0);
+  EXPECT_TRUE(Json("status", 0).at("latched"));
+  EXPECT_EQ(Ixocut("reset").ExitCode, 0);
+
+  EXPECT_EQ(Json("knob speed normal --xy 90 --z 33", 0).at("xy").at("normal"), 90);
+  EXPECT_EQ(Json("knob state normal", 0).at("JogSpeed"), 90);
+  EXPECT_EQ(Json("knob show", 0).at("state"), "normal");
+
+  EXPECT_THAT(Ixocut("queue add shot --ms 100").Out, HasSubstr("held: it was not started"));
+  EXPECT_EQ(Ixocut("queue remove 1").ExitCode, 0);
+
+  // What is told in one language is told again in another.
+  const TRun chinese = Ixocut("run gas-off --lang zh");
+  EXPECT_EQ(chinese.ExitCode, 0) << chinese.All();
+  EXPECT_THAT(chinese.Out, testing::AllOf(HasSubstr("1/1: 关气 (142)"), testing::Not(HasSubstr("Success"))));
+
+  const std::string token = Ixocut("token add kitchen").Out;
+  const TRun recorded = Ixocut("record --procedure gas-off --signals state --out gas.csv --url " + url,
+                               "IXOCUT_TOKEN=" + token.substr(0, token.find('\n')));
+  EXPECT_EQ(recorded.ExitCode, 0) << recorded.All();
+  EXPECT_EQ(Ixocut("monitor show gas.csv").ExitCode, 0);
+}
+
 TEST_F(Serve, AStateFolderWithALongNameWorks) {
   const auto folder = FDir.Path() / std::string(120, 'a');
   ::setenv("XDG_STATE_HOME", folder.c_str(), 1);
