@@ -50,21 +50,45 @@ export function problemBox(problem) {
 
 // --- dialogs ---
 
-// Modal; answers the button's value, or null. buttons: [{text, value, kind: "main" | "danger", when: () => boolean}].
-export function ask(title, content, buttons) {
+// What is below rests while a dialog is open; the bar does not: no dialog stands between an operator and Stop.
+const dialogs = [];
+function restBelow() {
+  for (const id of ["pages", "page"]) document.getElementById(id).inert = dialogs.length > 0;
+  dialogs.forEach((dialog, i) => (dialog.inert = i < dialogs.length - 1));
+}
+
+// Answers the button's value. buttons: [{text, value, kind: "main" | "danger", when: () => boolean}]. `until` (an
+// AbortSignal) is of a dialog that opens by itself and may end so, with null: no button of it has the focus, nor takes a
+// press that was meant for what was there before.
+const kOwnPressMs = 500;
+let dialogCount = 0;
+export function ask(title, content, buttons, {until} = {}) {
   return new Promise((answer) => {
-    const heading = el("h2", {id: "dialog-title"}, title);
+    const id = "dialog-title-" + ++dialogCount;
+    const since = performance.now();
     const close = (value) => {
-      dialog.close();
+      if (!dialogs.includes(dialog)) return;
+      dialogs.splice(dialogs.indexOf(dialog), 1);
+      restBelow();
+      dialog.close();  // where the focus was before has it again
       dialog.remove();
       answer(value);
     };
-    const dialog = el("dialog", {"aria-labelledby": "dialog-title", oncancel: (event) => event.preventDefault()},
-      heading, el("div", {class: "content"}, content),
+    const press = (button) => {
+      if (until && performance.now() - since < kOwnPressMs) return;
+      if (!button.when || button.when()) close(button.value);
+    };
+    const dialog = el("dialog", {"aria-labelledby": id},
+      el("h2", {id, tabindex: "-1", autofocus: Boolean(until)}, title), el("div", {class: "content"}, content),
       el("div", {class: "buttons"}, buttons.map((button) =>
-        el("button", {type: "button", class: button.kind, onclick: () => (!button.when || button.when()) && close(button.value)}, button.text))));
+        el("button", {type: "button", class: button.kind, onclick: () => press(button)}, button.text))));
+    until?.addEventListener("abort", () => close(null));
+    const top = Math.max(...["bar", "notices"].map((above) => document.getElementById(above).getBoundingClientRect().bottom));
+    dialog.style.setProperty("--top", Math.round(scrollY + top) + "px");
     document.body.append(dialog);
-    dialog.showModal();
+    dialogs.push(dialog);
+    dialog.show();
+    restBelow();
   });
 }
 
@@ -127,7 +151,7 @@ export function field(of, value = of.default) {
   let input;
   if (of.type === "boolean") input = el("input", {...attributes, type: "checkbox", checked: value === true});
   else if (choices)
-    input = el("select", attributes, !of.required && el("option", {value: ""}, ""), choices.map((choice) =>
+    input = el("select", attributes, (!of.required || value === undefined) && el("option", {value: ""}, ""), choices.map((choice) =>
       el("option", {value: choice.value, selected: choice.value === value}, choice.text)));
   else input = el("input", {...attributes, type: "text", inputmode: of.type === "text" ? "text" : "decimal", autocomplete: "off", value: value ?? ""});
   const node = el("div", {class: "field " + of.type},
