@@ -117,6 +117,39 @@ export async function withControl(action) {
   }
 }
 
+// A button that posts `body()` to `path` where that is an object, and hands the answer to `done`. Pressed again within a
+// second, or after an answer that was lost, it does nothing a second time.
+const kOnePressMs = 1000;
+export function postButton(text, {kind, path, body = () => ({}), done}) {
+  let busy = false;
+  let meant = null;  // {once, text}: what was posted last, without an answer as yet
+  const button = el("button", {type: "button", class: kind, onclick: async () => {
+    const asked = busy ? null : body();
+    if (!asked) return;
+    busy = true;
+    const rested = new Promise((over) => setTimeout(over, kOnePressMs));
+    const asText = JSON.stringify([path, asked]);
+    if (meant?.text !== asText) meant = {once: newKey(), text: asText};
+    await withControl(async () => {
+      try {
+        const answer = await wire.post(path, asked, {once: meant.once});
+        meant = null;
+        await done?.(answer);
+      } catch (problem) {
+        if (problem.status !== 0) meant = null;
+        throw problem;
+      }
+    });
+    await rested;
+    busy = false;
+  }}, text);
+  return button;
+}
+
+function newKey() {
+  return [...crypto.getRandomValues(new Uint32Array(4))].map((part) => part.toString(16)).join("-");
+}
+
 // --- tables ---
 
 // columns: [{title, cell: (row) => node or text, number: true}]; rows may be chosen by `onrow`.

@@ -11,10 +11,12 @@ const kRetryMs = 1000;
 const kLeaseKey = "lease";
 
 // What the controller refused, or why it could not be asked: `what`, `where`, `why`, `remedy`; `status` 0: no answer.
+// `body`: the whole answer.
 export class Problem extends Error {
   constructor(status, body = {}) {
     super(body.detail ?? body.what ?? String(status));
     this.status = status;
+    this.body = body;
     this.what = body.what ?? body.title ?? String(status);
     this.where = body.where ?? "";
     this.why = body.why ?? "";
@@ -43,8 +45,9 @@ class Wire {
   get(path) {
     return this.#ask("GET", path);
   }
-  post(path, body = {}) {
-    return this.#ask("POST", path, body);
+  // `once` names what is meant: sent again under the same name, it is not done again.
+  post(path, body = {}, {once} = {}) {
+    return this.#ask("POST", path, body, once ? {"Idempotency-Key": once} : {});
   }
   put(path, body) {
     return this.#ask("PUT", path, body);
