@@ -4,6 +4,7 @@ import {bar} from "./bar.js";
 import {el, replace} from "./dom.js";
 import {kept} from "./kept.js";
 import {notices} from "./notices.js";
+import {questions} from "./questions.js";
 import {mark, preferredLanguage, tr, useLanguage} from "./texts.js";
 import {problemBox} from "./widgets.js";
 import {wire} from "./wire.js";
@@ -64,6 +65,7 @@ export async function changeLanguage(language) {
   wire.languageChanged();
   bar.show();
   notices.show();
+  questions.show();
   showPage();
 }
 
@@ -92,6 +94,7 @@ async function logIn() {
 await useLanguage(preferredLanguage());
 bar.open(document.getElementById("bar"), changeLanguage);
 notices.open(document.getElementById("notices"));
+questions.open();
 await logIn();
 window.addEventListener("hashchange", async () => {
   await logIn();
