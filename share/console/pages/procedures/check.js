@@ -6,8 +6,9 @@ import {wire} from "../../wire.js";
 
 const kAfterMs = 300;  // behind the last change
 
+// A list of commands is asked about in one line: where in it something is wrong is said by the command's number.
 function problemItem({what, where, why, remedy}) {
-  return el("li", {}, el("strong", {}, what), where && el("div", {class: "where"}, where), why && el("div", {}, why), remedy && el("div", {class: "remedy"}, remedy));
+  return el("li", {}, el("strong", {}, what.replace(/^[^:\n]*:1: /gm, "")), where && el("div", {class: "where"}, where), why && el("div", {}, why), remedy && el("div", {class: "remedy"}, remedy));
 }
 
 // body: () => what a start would post, or null while there is nothing to ask about.
