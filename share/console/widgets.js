@@ -79,7 +79,7 @@ export function ask(title, content, buttons, {until} = {}) {
       if (!button.when || button.when()) close(button.value);
     };
     const dialog = el("dialog", {"aria-labelledby": id},
-      el("h2", {id, tabindex: "-1", autofocus: Boolean(until)}, title), el("div", {class: "content"}, content),
+      el("h2", {id, tabindex: until && "-1", autofocus: Boolean(until)}, title), el("div", {class: "content"}, content),
       el("div", {class: "buttons"}, buttons.map((button) =>
         el("button", {type: "button", class: button.kind, onclick: () => press(button)}, button.text))));
     until?.addEventListener("abort", () => close(null));

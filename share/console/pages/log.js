@@ -29,7 +29,7 @@ export function open(root) {
   let lines = [];
   let last = 0;
   let timer = null;
-  let reading = false;
+  let asked = 0;
   let closed = false;
 
   const fits = ({level, text, source}) => saved.get("levels").includes(level) && (text + " " + source).toLowerCase().includes(saved.get("text").toLowerCase());
@@ -52,20 +52,17 @@ export function open(root) {
   };
   const look = async () => {
     timer = null;
-    if (reading) return soon();
-    reading = true;
+    const mine = ++asked;
     try {
       const answer = await wire.get("log?limit=" + kLines + "&since=" + last);
-      if (closed) return;
+      if (mine !== asked || closed) return;
       list.lang = answer.lang;
       replace(trouble);
       last = answer.last;
       if (answer.lines.length) add(answer.lines);
       else settle();
     } catch (problem) {
-      if (!closed && problem.status !== 0) replace(trouble, problemBox(problem));
-    } finally {
-      reading = false;
+      if (mine === asked && !closed && problem.status !== 0) replace(trouble, problemBox(problem));
     }
   };
   const soon = () => (timer ??= setTimeout(look, kEveryMs));

@@ -20,7 +20,7 @@ export function openCheck(body) {
   const look = async () => {
     timer = null;
     const mine = ++asked;
-    const what = body();
+    const what = wire.session.name && wire.session.by !== "nothing" && body();  // only who has a session may ask
     if (!what) return replace(node);
     try {
       const {refused, unready} = await wire.post("runs/check", what);

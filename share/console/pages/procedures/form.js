@@ -68,7 +68,7 @@ export function openForm(root, procedure, saved) {
   fields.length === 0 && el("p", {class: "aside"}, tr("It has no parameters.")), el("div", {class: "fields"}, fields.map(({part}) => part.node)));
   replace(root,
     el("h2", {tabindex: "-1"}, procedure.name), el("p", {}, procedure.summary), lately, form,
-    el("details", {class: "more"}, el("summary", {}, tr("More")), el("div", {class: "fields"}, detach.node, limit.node),
+    el("details", {}, el("summary", {}, tr("More")), el("div", {class: "fields"}, detach.node, limit.node),
       el("a", {href: "#runs/trend/" + encodeURIComponent(procedure.name)}, tr("How long it has taken lately"))),
     check.node,
     el("div", {class: "buttons"},

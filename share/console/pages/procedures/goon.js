@@ -12,7 +12,7 @@ function callList(title, calls, start) {
 }
 
 export function openGoOn(root) {
-  const offer = el("div");
+  const offer = el("div", {class: "offer", role: "status"});
   let timer = null;
   let closed = false;
   const withdraw = () => {
@@ -47,7 +47,7 @@ export function openGoOn(root) {
   root.append(el("section", {class: "card"}, el("h2", {}, tr("Continue")),
     el("p", {}, tr("Goes on with the last run where it was paused, stopped or has failed. First it is shown what would be done again; nothing moves.")),
     el("div", {class: "buttons"}, el("button", {type: "button", class: "main", onclick: look}, tr("Show what would be done again"))),
-    el("div", {role: "status"}, offer)));
+    offer));
   const end = wire.on("run", ({event}) => event === "begun" && withdraw());
   return () => {
     closed = true;

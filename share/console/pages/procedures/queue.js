@@ -40,7 +40,7 @@ export function queueButton(read) {
 }
 
 function jobName(job) {
-  return [job.sequence ? tr("%s (sequence)", job.name) : job.name, job.params && el("div", {class: "aside"}, paramsText(job.params))];
+  return [job.sequence ? tr("%s (sequence)", job.name) : job.name, job.params && el("div", {class: "aside params"}, paramsText(job.params))];
 }
 
 function jobState(job) {

@@ -4,7 +4,7 @@ import {el, replace, setText} from "../../dom.js";
 import {tr} from "../../texts.js";
 import {durationText, withControl} from "../../widgets.js";
 import {wire} from "../../wire.js";
-import {again, canAgain, outcomeNode, whyNode} from "../runs/words.js";
+import {again, canAgain, openPage, outcomeNode, whyNode} from "../runs/words.js";
 
 // The middle of the successes with the same values; null where there is none.
 async function estimateMs(id, name) {
@@ -30,7 +30,7 @@ export function openRunning(root) {
     replace(root, el("section", {class: "card running"},
       el("div", {class: "row"}, el("h2", {}, tr("Running: %s", run.procedure)),
         el("button", {type: "button", onclick: () => withControl(() => wire.post("pause"))}, tr("Pause"))),
-      bar, path, el("div", {class: "row facts"}, el("span", {}, tr("Elapsed"), " ", elapsed), el("span", {}, tr("Left"), " ", left),
+      bar, path, el("div", {class: "row"}, el("span", {}, tr("Elapsed"), " ", elapsed), el("span", {}, tr("Left"), " ", left),
         el("span", {class: "aside"}, run.startedBy))));
     estimateMs(run.id, run.procedure).then((ms) => {
       if (shown !== run.id || closed) return;
@@ -57,6 +57,7 @@ export function openRunning(root) {
     replace(root, el("section", {class: "card running"},
       el("div", {class: "row"}, el("h2", {}, run.procedure), el("strong", {}, outcomeNode(run)), el("span", {class: "number"}, durationText(run.durationMs)),
         el("a", {href: "#runs/" + run.id}, tr("Report of run %d", run.id)),
+        run.outcome !== "success" && el("button", {type: "button", onclick: () => openPage("procedures/continue")}, tr("Continue")),
         canAgain(run) && el("button", {type: "button", onclick: () => again(run)}, tr("Again"))),
       whyNode(run)));
   };

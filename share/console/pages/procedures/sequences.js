@@ -35,7 +35,7 @@ export function openSequences(root, saved) {
     const value = text.value.trim() && parsed();
     return value ? {calls: value.commands ?? [], name: name.input.value || "calls"} : null;
   });
-  const stored1 = () => {
+  const askStored = () => {
     if (same()) return {sequence: stored.name};
     showProblem({what: tr("It is not stored as it is shown"), remedy: tr("store it first")});
     return null;
@@ -134,8 +134,8 @@ export function openSequences(root, saved) {
       el("label", {for: text.id}, tr("Commands, as JSON")), text, wrong, check.node, calls,
       el("div", {class: "buttons"},
         el("button", {type: "button", onclick: store}, tr("Store")),
-        postButton(tr("Start"), {kind: "main", path: "runs", body: stored1, done: ({id}) => say(tr("Run %d has started", id))}),
-        queueButton(stored1),
+        postButton(tr("Start"), {kind: "main", path: "runs", body: askStored, done: ({id}) => say(tr("Run %d has started", id))}),
+        queueButton(askStored),
         el("button", {type: "button", onclick: remove}, tr("Delete"))))));
   look();
   const draft = saved.get("draft");

@@ -21,7 +21,7 @@ export function stepName(step) {
 function facts(run) {
   const entry = (title, value) => value !== null && value !== undefined && value !== "" && el("div", {}, el("dt", {}, title), el("dd", {}, value));
   const place = run.position;
-  return el("dl", {class: "facts"},
+  return el("dl", {},
     entry(tr("Outcome"), outcomeNode(run)),
     entry(tr("Time"), durationText(run.durationMs)),
     entry(tr("Start"), timeText(run.start)),
@@ -62,7 +62,7 @@ export function openReport(root, id) {
   const show = (run) => {
     const worst = slowest(run.steps ?? []);
     replace(root,
-      el("section", {class: "card report"},
+      el("section", {class: "card"},
         el("div", {class: "row"}, el("h2", {}, tr("Run %d: %s", run.id, run.procedure)),
           canAgain(run) && el("button", {type: "button", class: "main", onclick: () => again(run)}, tr("Again")),
           el("button", {type: "button", onclick: () => openPage("runs/trend/" + encodeURIComponent(run.procedure))}, tr("Trend")),
