@@ -99,6 +99,7 @@ TJson ShownJob(const TJob& job) {
   TJson json = JobJson(job);
   const std::optional<TProblem> problem = ProblemOf(job);
   json["problem"] = problem ? ProblemJson(Retold(*problem)) : TJson();
+  json["params"] = job.Sequence ? TJson() : job.Content;
   const bool asks = job.State == jsAsks || job.State == jsFailed;
   json["choices"] = ChoicesJson(asks ? ChoicesOf(job) : std::vector<TJobChoice>());
   return json;

@@ -139,6 +139,7 @@ TEST_F(JobsApi, TheQueueRunsStoredSequencesAndProceduresAndIsHeldAfterARestart) 
   EXPECT_EQ(Ask("GET", "sequences/short").Status, 404);
   const TJson asked =
       Ask("POST", "queue", {{"procedure", "shot"}, {"params", {{"ms", 60}}}, {"question", "ready?"}}).Body;
+  EXPECT_EQ(asked.at("jobs").at(1).at("params"), TJson({{"ms", 60}}));
   EXPECT_EQ(Ask("POST", "queue/start").Status, 200);
   ASSERT_TRUE(Soon([&] { return Queue() == "short done, shot asks"; })) << Queue();
   EXPECT_EQ(Ask("POST", "queue/" + asked.at("id").dump() + "/answer", {{"answer", "perhaps"}}).Status, 400);
