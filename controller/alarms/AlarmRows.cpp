@@ -4,9 +4,6 @@
 
 #include "ixocamglue/alarms/Almintprt.h"
 #include "ixocamglue/platform/services/UtcTime.h"
-#include "ixocamglue/support/Format.h"
-#include "ixocamglue/support/Problem.h"
-#include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
 
@@ -49,13 +46,7 @@ nlohmann::ordered_json AlarmJson(const TAlarmRow& row) {
 
 TAlarmFilter FilterOf(const TAlarmAsked& asked, const char* where) {
   TAlarmFilter filter;
-  if (!asked.Since.empty()) filter.Since = ParseMoment(asked.Since);
-  if (!asked.Since.empty() && !filter.Since)
-    throw EProblem(pbRequest, {.What = Format(Tr("\"%s\" is no time"), asked.Since.c_str()),
-                               .Where = where,
-                               .Why = {},
-                               .Remedy = Tr("write YYYY-MM-DD, or that with hh:mm, hh:mm:ss or hh:mm:ss.zzz behind a "
-                                            "blank; an offset (+08:00) may follow")});
+  if (!asked.Since.empty()) filter.Since = AskedMoment(asked.Since, where);
   if (asked.Active != asked.History)
     filter.What = asked.Active ? TAlarmFilter::TWhat::Active : TAlarmFilter::TWhat::History;
   filter.Level = asked.Level;

@@ -7,6 +7,7 @@
 #include "controller/api/Asked.h"
 #include "controller/history/RunArchive.h"
 #include "ixocamglue/platform/services/LocaleManager.h"
+#include "ixocamglue/platform/services/UtcTime.h"
 #include "ixocamglue/support/JsonText.h"
 #include "ixocamglue/support/Texts.h"
 
@@ -101,6 +102,9 @@ TApiReply ListHistory(TService& service, const TApiRequest& request) {
   filter.Limit = WholeOr(request, "limit", 1, kMostRuns, kUsualRuns);
   filter.Before = static_cast<std::int64_t>(WholeOr(request, "before", 1, kMostRun, 0));
   filter.Name = QueryOf(request, "name");
+  filter.Outcome = QueryOf(request, "outcome");
+  if (const std::string since = QueryOf(request, "since"); !since.empty())
+    filter.Since = FormatUtc(AskedMoment(since, "since"));
   std::vector<THistoryRun> runs;
   const auto add = [&](std::vector<THistoryRun> more) {  // from what is newer to what is older
     for (auto run = more.rbegin(); run != more.rend(); ++run)

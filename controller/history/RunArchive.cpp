@@ -62,8 +62,9 @@ std::vector<THistoryRun> TRunArchive::List(const THistoryFilter& filter) {
   TSqliteStmt rows(
       *FDb, std::string(kRun) +
                 (filter.Name.empty() ? "WHERE (?1=0 OR id<?1) AND ?2='' " : "WHERE (?1=0 OR id<?1) AND name=?2 ") +
-                "ORDER BY id DESC LIMIT ?3");
+                "AND (?4='' OR outcome=?4) AND started>=?5 ORDER BY id DESC LIMIT ?3");
   rows.Bind(1, filter.Before).Bind(2, filter.Name).Bind(3, static_cast<std::int64_t>(filter.Limit));
+  rows.Bind(4, filter.Outcome).Bind(5, filter.Since);
   return RunsOf(rows);
 }
 

@@ -18,9 +18,12 @@ struct THistoryFilter {
   std::size_t Limit = 50;
   std::int64_t Before = 0;  // numbers below this one; 0: all
   std::string Name;         // empty: every one
+  std::string Outcome;      // empty: whatever it was
+  std::string Since;        // began then or later, as FormatUtc writes it; empty: all
 
   [[nodiscard]] bool Fits(const THistoryRun& run) const {
-    return (Before == 0 || run.Id < Before) && (Name.empty() || run.Name == Name);
+    return (Before == 0 || run.Id < Before) && (Name.empty() || run.Name == Name) &&
+           (Outcome.empty() || run.Outcome == Outcome) && run.Started >= Since;
   }
 };
 

@@ -107,6 +107,9 @@ TEST_F(JobsApi, RunsAreListedComparedAndFollowedAcrossARestart) {
   EXPECT_EQ(list.at("runs").size(), 3U);
   EXPECT_NE(list.at("runs").at(0).at("outcome"), "success");
   EXPECT_EQ(Get("runs", {{"name", "safe-move"}, {"limit", "1"}}).at("runs").at(0).at("id"), second.at("id"));
+  EXPECT_EQ(Get("runs", {{"outcome", "success"}}).at("runs").size(), 2U);
+  EXPECT_EQ(Get("runs", {{"since", second.at("start")}}).at("runs").size(), 2U);  // and the one that was lost
+  EXPECT_EQ(Ask("GET", "runs", {}, {{"since", "lately"}}).Status, 400);
   const TJson steps = Get("runs/" + first.at("id").dump()).at("steps");
   EXPECT_GE(steps.size(), 2U);
   const TJson both = Get("runs/compare", {{"a", first.at("id").dump()}, {"b", second.at("id").dump()}});

@@ -8,6 +8,8 @@
 #include <iterator>
 
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
 
 namespace ixocamglue {
@@ -101,6 +103,15 @@ std::optional<TDateTime> ParseMoment(std::string_view text) {
   local.tm_sec = part(17, 2);
   local.tm_isdst = -1;  // what the place had then
   return FromUnixMs(static_cast<std::int64_t>(std::mktime(&local)) * 1000 + part(20, 3));
+}
+
+TDateTime AskedMoment(const std::string& text, const char* where) {
+  if (const auto moment = ParseMoment(text)) return *moment;
+  throw EProblem(pbRequest, {.What = Format(Tr("\"%s\" is no time"), text.c_str()),
+                             .Where = where,
+                             .Why = {},
+                             .Remedy = Tr("write YYYY-MM-DD, or that with hh:mm, hh:mm:ss or hh:mm:ss.zzz behind a "
+                                          "blank; an offset (+08:00) may follow")});
 }
 
 }  // namespace ixocamglue

@@ -20,6 +20,8 @@ namespace ixocamglue {
 // The moment of "YYYY-MM-DD", of that with "hh:mm", "hh:mm:ss" or "hh:mm:ss.zzz" behind a blank or a T, and of each of
 // these with "Z" or an offset ("+08:00") behind it; without one it is a time of this place. Nothing for anything else.
 [[nodiscard]] std::optional<TDateTime> ParseMoment(std::string_view text);
+// The same of what somebody asked for; throws EProblem that says what to write, and for what (`where`).
+[[nodiscard]] TDateTime AskedMoment(const std::string& text, const char* where);
 
 // Whole milliseconds since 1970, and back.
 [[nodiscard]] std::int64_t UnixMs(TDateTime utc);
