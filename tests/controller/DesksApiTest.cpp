@@ -67,7 +67,6 @@ TEST_F(DesksApi, AKeyNeedsAFormLeaseAndHeartbeatAndAStopKeyNothing) {
   EXPECT_EQ(Good("POST", "panel/form", {{"form", "Work"}, {"open", false}})["form"], nullptr);
 }
 
-<<<<<<< HEAD
 TEST_F(DesksApi, WhatAKeyWouldDoElsewhereIsAnsweredAndNothingIsChanged) {
   const auto why = [&](const std::string& supposed) { return Good("GET", "panel/why?key=START" + supposed); };
   const TJson now = why("");
@@ -96,15 +95,6 @@ TEST_F(DesksApi, WhatAKeyWouldDoElsewhereIsAnsweredAndNothingIsChanged) {
   EXPECT_EQ(why(""), now);
   EXPECT_EQ(Good("GET", "alarms")["alarms"].size(), 0U);
   EXPECT_EQ(Good("GET", "panel")["form"], nullptr);
-=======
-TEST_F(DesksApi, TheEmergencyStopKeyIsResetWithEverythingElse) {
-  const auto latched = [&] { return World.Service.Status()->Machine.LatchTripped; };
-  EXPECT_TRUE(Good("POST", "panel/press", Press("EGYSTOP", "a"))["sent"]);
-  Good("POST", "panel/release", {{"press", "a"}});
-  ASSERT_TRUE(World.Comes(latched));
-  EXPECT_EQ(Good("POST", "reset")["state"], "standby");
-  EXPECT_TRUE(World.Comes([&] { return !latched(); }));
->>>>>>> 45adcea (Try the panel, the knob, the queue and a recording over the wire)
 }
 
 TEST_F(DesksApi, TheEmergencyStopKeyIsResetWithEverythingElse) {
