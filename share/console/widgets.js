@@ -99,6 +99,8 @@ export function showProblem(problem, title = tr("This was refused")) {
 // Runs what needs control: takes it where nobody has it, asks where somebody else has it. Problems are shown; answers
 // what `action` answers, or undefined.
 export async function withControl(action) {
+  if (wire.session.role === "viewer")
+    return showProblem({what: tr("You can look, stop and switch all off"), remedy: tr("To command the machine, open the link that \"ixocut console\" prints.")});
   try {
     if (!(await wire.takeControl())) {
       const holder = wire.lease.holder;

@@ -20,7 +20,7 @@ export function openCheck(body) {
   const look = async () => {
     timer = null;
     const mine = ++asked;
-    const what = wire.session.name && wire.session.by !== "nothing" && body();  // only who has a session may ask
+    const what = body();
     if (!what) return replace(node);
     try {
       const {refused, unready} = await wire.post("runs/check", what);
@@ -30,7 +30,7 @@ export function openCheck(body) {
         unready.length > 0 && [el("h3", {class: "warn"}, "! ", tr("The machine is not ready for this")), el("ul", {}, unready.map(problemItem))],
         refused.length + unready.length === 0 && el("p", {class: "good"}, "\u2713 ", tr("Nothing stands against the start")));
     } catch (problem) {
-      if (mine === asked && !closed) replace(node, problem.status !== 0 && el("ul", {}, problemItem(problem)));
+      if (mine === asked && !closed) replace(node, problem.status !== 0 && problem.status !== 401 && el("ul", {}, problemItem(problem)));
     }
   };
   const soon = () => {

@@ -103,7 +103,7 @@ export function openQueue(root) {
       if (mine === asked && !closed && problem.status !== 0) replace(state, problemBox(problem));
     }
   };
-  root.append(el("section", {class: "card"}, el("h2", {}, tr("Queue")), state, jobs, ended));
+  root.append(el("section", {class: "card queue"}, el("h2", {}, tr("Queue")), state, jobs, ended));
   look();
   const ends = ["queue", "connection"].map((kind) => wire.on(kind, look));
   return () => {
