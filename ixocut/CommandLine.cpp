@@ -148,9 +148,7 @@ std::optional<TProblem> WrongCommand(const CLI::App& program, const CLI::ParseEr
   return TProblem{.What = Format(Tr("\"%s\" is no command"), words.front().c_str()),
                   .Where = {},
                   .Why = {},
-                  .Remedy = nearest.Found().empty()
-                                ? Format(Tr("the commands are %s"), names.c_str())
-                                : Format(Tr("did you mean \"%s\"?"), std::string(nearest.Found()).c_str())};
+                  .Remedy = nearest.DidYouMean(Format(Tr("the commands are %s"), names.c_str()))};
 }
 
 // Several lines as one; without the blank space around them.

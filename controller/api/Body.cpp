@@ -26,11 +26,9 @@ TAskedBody::TAskedBody(const TApiRequest& request, std::initializer_list<const c
       continue;
     TNearestName nearest(name);
     for (const char* const one : known) nearest.Consider(one);
-    const std::string found(nearest.Found());
-    throw EProblem(pbRequest,
-                   TProblem{.What = Tr("the body has a member that is not known here"),
-                            .Where = name,
-                            .Remedy = found.empty() ? std::string() : Format(Tr("did you mean %s?"), found.c_str())});
+    throw EProblem(pbRequest, TProblem{.What = Tr("the body has a member that is not known here"),
+                                       .Where = name,
+                                       .Remedy = nearest.DidYouMean()});
   }
 }
 

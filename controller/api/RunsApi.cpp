@@ -75,12 +75,9 @@ std::vector<std::string> FaultsOf(const TService& service, const TBody& body) {
         known = known || names.back() == fault.Name;
       }
     if (known) continue;
-    throw EProblem(pbRequest,
-                   TProblem{.What = Format(Tr("the machine has no fault \"%s\""), names.back().c_str()),
-                            .Where = "faults",
-                            .Remedy = nearest.Found().empty()
-                                          ? std::string()
-                                          : Format(Tr("did you mean %s?"), std::string(nearest.Found()).c_str())});
+    throw EProblem(pbRequest, TProblem{.What = Format(Tr("the machine has no fault \"%s\""), names.back().c_str()),
+                                       .Where = "faults",
+                                       .Remedy = nearest.DidYouMean()});
   }
   return names;
 }

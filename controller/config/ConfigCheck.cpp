@@ -184,7 +184,7 @@ class TChecker {
     }
     std::string text = element.IsRoot ? Tr("unknown section") : Tr("unknown name");
     const bool isForeign = nearest.Found().empty();
-    if (!isForeign) text += Format(Tr("; did you mean %s?"), std::string(nearest.Found()).c_str());
+    if (!isForeign) text += "; " + nearest.DidYouMean();
     Add(at, element.At(numbered), std::move(text)).Foreign = isForeign;
   }
 

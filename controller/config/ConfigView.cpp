@@ -130,9 +130,8 @@ TProblem NoSuchPath(TXmlSubConfig& root, std::string_view path, const char* what
   std::string names;
   for (std::size_t i = 0; i < std::min(meant.size(), kMostNames); ++i)
     names += (i == 0 ? "" : ", ") + std::string(meant[i]);
-  return Wrong(Format(what, std::string(path).c_str()), names.empty()
-                                                            ? Tr("\"ixocut config schema\" lists what there is")
-                                                            : Format(Tr("did you mean %s?"), names.c_str()));
+  return Wrong(Format(what, std::string(path).c_str()),
+               names.empty() ? Tr("\"ixocut config schema\" lists what there is") : DidYouMean(names));
 }
 
 // The item of a list that is not there, if the path asks for one that there could be.

@@ -62,10 +62,6 @@ TNcAlarmRecord Described(TNcAlarmRecord alarm) {
   return alarm;
 }
 
-std::string DidYouMean(std::string_view nearest) {
-  return nearest.empty() ? std::string() : Format(Tr("did you mean %s?"), std::string(nearest).c_str());
-}
-
 }  // namespace
 
 const char* ShownKey(TKeyCode key) {
@@ -117,11 +113,10 @@ TResult<TKeyCode> ParseKey(std::string_view text) {
     nearest.Consider(known);
     all += (all.empty() ? "" : " ") + std::string(known);
   }
-  return TProblem{
-      .What = Format(Tr("\"%s\" is no key of the panel"), std::string(text).c_str()),
-      .Where = {},
-      .Why = {},
-      .Remedy = nearest.Found().empty() ? Format(Tr("the keys are %s"), all.c_str()) : DidYouMean(nearest.Found())};
+  return TProblem{.What = Format(Tr("\"%s\" is no key of the panel"), std::string(text).c_str()),
+                  .Where = {},
+                  .Why = {},
+                  .Remedy = nearest.DidYouMean(Format(Tr("the keys are %s"), all.c_str()))};
 }
 
 TResult<> CheckForm(std::string_view form) {
@@ -132,8 +127,7 @@ TResult<> CheckForm(std::string_view form) {
   return TProblem{.What = Format(Tr("\"%s\" is no form of the panel"), std::string(form).c_str()),
                   .Where = {},
                   .Why = {},
-                  .Remedy = nearest.Found().empty() ? Tr("\"ixocut panel forms\" lists them; case counts")
-                                                    : DidYouMean(nearest.Found())};
+                  .Remedy = nearest.DidYouMean(Tr("\"ixocut panel forms\" lists them; case counts"))};
 }
 
 TResult<std::int32_t> ParseState(const std::string& text) {
@@ -148,7 +142,7 @@ TResult<std::int32_t> ParseState(const std::string& text) {
   return TProblem{.What = Format(Tr("\"%s\" is no number or name of a state"), text.c_str()),
                   .Where = {},
                   .Why = {},
-                  .Remedy = DidYouMean(nearest.Found())};
+                  .Remedy = nearest.DidYouMean()};
 }
 
 std::vector<TNcAlarmRecord> KnownAlarms(std::vector<TNcAlarmRecord> registered) {
@@ -179,14 +173,12 @@ TResult<TNcAlarmRecord> ParseAlarm(std::vector<TNcAlarmRecord> registered, const
   }
   TNearestName nearest(text);
   for (const std::string& identifier : identifiers) nearest.Consider(identifier);
-  return TProblem{
-      .What = what,
-      .Where = {},
-      .Why = {},
-      .Remedy = nearest.Found().empty()
-                    ? Format(Tr("the alarms are %s, and the identifiers of \"ixocut alarms\", TPLaser#1 for example"),
-                             HandAlarmList().c_str())
-                    : DidYouMean(nearest.Found())};
+  return TProblem{.What = what,
+                  .Where = {},
+                  .Why = {},
+                  .Remedy = nearest.DidYouMean(
+                      Format(Tr("the alarms are %s, and the identifiers of \"ixocut alarms\", TPLaser#1 for example"),
+                             HandAlarmList().c_str()))};
 }
 
 std::string HandAlarmList() {

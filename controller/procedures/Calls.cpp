@@ -68,9 +68,7 @@ std::string NoParameter(const TProcedure& row, const std::string& name) {
     names += (names.empty() ? "" : ", ") + std::string(p.Name);
   }
   return Format(Tr("is no parameter of %s"), row.Name) + "; " +
-         (!nearest.Found().empty() ? Format(Tr("did you mean \"%s\"?"), std::string(nearest.Found()).c_str())
-          : names.empty()          ? std::string(Tr("it has none"))
-                                   : Format(Tr("it has %s"), names.c_str()));
+         nearest.DidYouMean(names.empty() ? std::string(Tr("it has none")) : Format(Tr("it has %s"), names.c_str()));
 }
 
 }  // namespace ixocontroller

@@ -94,12 +94,8 @@ TResult<const TProcedure*> AskProcedure(std::string_view name) {
     if (std::ranges::find(row->Was, name) != row->Was.end())
       now += (now.empty() ? "\"" : Tr(" or \"")) + std::string(row->Name) + "\"";
   }
-  if (!now.empty())
-    problem.Remedy = Format(Tr("it is called %s now"), now.c_str());
-  else if (!nearest.Found().empty())
-    problem.Remedy = Format(Tr("did you mean \"%s\"?"), std::string(nearest.Found()).c_str());
-  else
-    problem.Remedy = Format(Tr("the procedures are: %s"), ProcedureNames().c_str());
+  problem.Remedy = now.empty() ? nearest.DidYouMean(Format(Tr("the procedures are: %s"), ProcedureNames().c_str()))
+                               : Format(Tr("it is called %s now"), now.c_str());
   return problem;
 }
 

@@ -28,12 +28,10 @@ TProblem BadKind(const std::string& kind) {
     nearest.Consider(name);
     known += (known.empty() ? "" : ", ") + std::string(name);
   }
-  const std::string found(nearest.Found());
   return {.What = Format(Tr("there are no events of the kind \"%s\""), kind.c_str()),
           .Where = "kinds",
           .Why = {},
-          .Remedy = found.empty() ? Format(Tr("the kinds are %s"), known.c_str())
-                                  : Format(Tr("did you mean \"%s\"?"), found.c_str())};
+          .Remedy = nearest.DidYouMean(Format(Tr("the kinds are %s"), known.c_str()))};
 }
 
 }  // namespace

@@ -94,9 +94,7 @@ TResult<TRole> RoleOf(std::string_view word) {
     nearest.Consider(RoleWord(role));
   }
   return TProblem{.What = Format(Tr("\"%s\" is no role"), std::string(word).c_str()),
-                  .Remedy = nearest.Found().empty()
-                                ? std::string(Tr("the roles are viewer, operator and service"))
-                                : Format(Tr("did you mean \"%s\"?"), std::string(nearest.Found()).c_str())};
+                  .Remedy = nearest.DidYouMean(Tr("the roles are viewer, operator and service"))};
 }
 
 // --- TTokenFile ---
@@ -153,9 +151,7 @@ TResult<> TTokenFile::Revoke(const std::string& name, std::uint32_t waitMs) {
   if (found == names.end()) {
     for (const std::string& known : names) nearest.Consider(known);
     return TProblem{.What = Format(Tr("there is no token of the name \"%s\""), name.c_str()),
-                    .Remedy = nearest.Found().empty()
-                                  ? std::string()
-                                  : Format(Tr("did you mean \"%s\"?"), std::string(nearest.Found()).c_str())};
+                    .Remedy = nearest.DidYouMean()};
   }
   tokens.erase(static_cast<std::size_t>(found - names.begin()));
   return SaveJsonFile(FFile, *content);

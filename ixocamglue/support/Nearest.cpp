@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
 
 namespace ixocamglue {
@@ -32,11 +34,17 @@ std::size_t NameDistance(std::string_view a, std::string_view b, std::size_t lim
   return row[b.size()];
 }
 
+std::string DidYouMean(std::string_view names) { return Format(Tr("did you mean %s?"), std::string(names).c_str()); }
+
 void TNearestName::Consider(std::string_view known) {
   const std::size_t distance = NameDistance(FName, known, kNear);
   if (distance >= FBest || distance >= std::min(FName.size(), known.size())) return;
   FBest = distance;
   FNearest = known;
+}
+
+std::string TNearestName::DidYouMean(std::string otherwise) const {
+  return FNearest.empty() ? otherwise : ixocamglue::DidYouMean(FNearest);
 }
 
 }  // namespace ixocamglue

@@ -168,8 +168,7 @@ TResult<TLiveLine> ParseLine(const std::string& text) {
   if (line.Verb == TVerb::Nothing)
     return Because(
         Format(Tr("\"%s\" is unknown; there are raise, clear, ack, suppress, wait, fault, mend"), verb.c_str()),
-        nearest.Found().empty() ? std::string()
-                                : Format(Tr("did you mean \"%s\"?"), std::string(nearest.Found()).c_str()));
+        nearest.DidYouMean());
   if (line.Verb == TVerb::Wait) {
     const auto ms = words >> number ? ParseExactly<std::uint64_t>(number) : std::nullopt;
     if (!ms || *ms > kLongestWaitMs || words >> more) return Because(Tr("expected: wait MS, with 0 to 86400000 ms"));

@@ -27,8 +27,7 @@ std::string CheckFault(const std::string& name) {
     nearest.Consider(fault.Name);
   }
   return Format(Tr("the machine has no fault \"%s\""), name.c_str()) + "; " +
-         (nearest.Found().empty() ? std::string(Tr("`ixocut procedures --faults` lists them"))
-                                  : Format(Tr("did you mean %s?"), std::string(nearest.Found()).c_str()));
+         nearest.DidYouMean(Tr("`ixocut procedures --faults` lists them"));
 }
 
 }  // namespace
@@ -102,9 +101,9 @@ void RefuseExtra(const TProcedure& row, const std::string& extra) {
   std::vector<std::string> candidates;
   for (const TMotionParam& param : row.Params) candidates.push_back(std::string("--") + param.Name);
   for (const std::string& candidate : candidates) nearest.Consider(candidate);
-  TProblem problem{.What = Format(Tr("%s was not expected"), extra.c_str()), .Where = row.Name};
-  if (!nearest.Found().empty()) problem.Remedy = Format(Tr("did you mean %s?"), std::string(nearest.Found()).c_str());
-  throw EProblem(pbRequest, std::move(problem));
+  throw EProblem(pbRequest, TProblem{.What = Format(Tr("%s was not expected"), extra.c_str()),
+                                     .Where = row.Name,
+                                     .Remedy = nearest.DidYouMean()});
 }
 
 }  // namespace ixocut

@@ -43,7 +43,7 @@ TEST(Service, WrongRequestsSayWhatIsWrongAndStartNothing) {
     EXPECT_EQ(reply.Status, status) << reply.Body.dump();
     EXPECT_THAT(reply.Body["detail"].get<std::string>(), HasSubstr(says));
   };
-  fails({{"procedure", "move-xz"}}, 400, "did you mean \"move-xy\"?");
+  fails({{"procedure", "move-xz"}}, 400, "did you mean move-xy?");
   fails({{"procedure", "move-xy"}, {"params", {{"x", 1e6}, {"y", 0}}}}, 400, "params.x: 1000000 is not in");
   fails({{"procedure", "move-xy"}, {"params", {{"x", 1}, {"q", 0}}}}, 400, "params.q");
   fails({{"procedure", "move-xy"}, {"params", {{"x", nullptr}}}}, 400, "params.x");

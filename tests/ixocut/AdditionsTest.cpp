@@ -101,7 +101,7 @@ TEST_F(Additions, ARowOfOnesOwnIsMetEverywhere) {
               HasSubstr("Still on: Output 3 (Pallet clamp), Output 4 (Nozzle cover)\n"));
   EXPECT_THAT(Ixocut({"run", "own-mark", "--port", "99", "--state", State()}, 2),
               HasSubstr("--port: 99 is not one of"));
-  EXPECT_THAT(Ixocut({"run", "own-mak", "--state", State()}, 2), HasSubstr("did you mean \"own-mark\"?"));
+  EXPECT_THAT(Ixocut({"run", "own-mak", "--state", State()}, 2), HasSubstr("did you mean own-mark?"));
   EXPECT_THAT(Ixocut({"record", "--procedure", "own-mark", "--out", State() + "/a.csv", "--state", State()}),
               HasSubstr("1/1: mark"));
   EXPECT_THAT(Ixocut({"tree", "own-round", "--state", State(), "--lang", "zh"}),

@@ -89,9 +89,9 @@ TEST_F(CommandLine, AWrongCommandLineIsToldInOneLineAndDoesNothing) {
     const char* Text;
   } cases[] = {
       {"", "a command is needed"},
-      {"cut", "\"cut\" is no command; did you mean \"run\"?"},
+      {"cut", "\"cut\" is no command; did you mean run?"},
       {"bogus", "\"bogus\" is no command; the commands are serve, runs, "},
-      {"modbus rea", "\"rea\" is no command; did you mean \"read\"?"},
+      {"modbus rea", "\"rea\" is no command; did you mean read?"},
       {"shot --bogus", "--bogus"},
       {"shot extra", "extra"},
       {"shot --ms", "--ms"},

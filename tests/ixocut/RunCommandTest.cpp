@@ -120,8 +120,8 @@ TEST_F(RunCommand, AWrongCommandLineIsToldAndNothingRuns) {
     const char* Text;
   } cases[] = {
       {"", "a procedure or a file is needed"},
-      {"lubricat", "\"lubricat\" is neither a procedure nor a file; did you mean \"lubricate\"?"},
-      {"move-xz --x 1", "did you mean \"move-xy\"?"},
+      {"lubricat", "\"lubricat\" is neither a procedure nor a file; did you mean lubricate?"},
+      {"move-xz --x 1", "did you mean move-xy?"},
       {"safe-move --x 1", "safe-move: --y is missing"},
       {"safe-move --x 4000 --y 1", "--x: 4000 is not in 0..3050 mm"},
       {"safe-move --x nan --y 1", "--x: \"nan\" is not a number"},
@@ -159,7 +159,7 @@ TEST_F(RunCommand, AFileIsCheckedAsAWholeBeforeAnythingMoves) {
       {"{\"commands\": [{\"command\": 131, \"x\": 1e999}]}", "f.json:1:41: the number is too large"},
       {"{\"commands\": [\n{\"command\": 612, \"ms\": 1},\n{\"command\": 132}]}",
        "f.json:3: commands[2].command: 132 is no command"},
-      {"{\"commands\": [{\"command\": \"gas_on\"}]}", "\"gas_on\" is no procedure; did you mean \"gas-on\"?"},
+      {"{\"commands\": [{\"command\": \"gas_on\"}]}", "\"gas_on\" is no procedure; did you mean gas-on?"},
       {"{\"commands\": [{\"x\": 1}]}", "commands[1]: \"command\" is missing"},
       {"{\"commands\": [17]}", "commands[1]: is no object"},
       {"{\"comands\": 1,\n\"commands\": [{\"command\": 142}]}", "f.json:1: comands: unknown name"},
@@ -167,7 +167,7 @@ TEST_F(RunCommand, AFileIsCheckedAsAWholeBeforeAnythingMoves) {
        "f.json:2: commands[1].x: 5000 is not in 0..3050 mm"},
       {"{\"commands\": [{\"command\": 131, \"x\": 1, \"y\": \"2\"}]}", "commands[1].y: is no number (mm)"},
       {"{\"commands\": [{\"command\": 131, \"x\": 1, \"y\": 2, \"sped\": 1}]}",
-       "commands[1].sped: is no parameter of move-xy; did you mean \"speed\"?"},
+       "commands[1].sped: is no parameter of move-xy; did you mean speed?"},
       {"{\"commands\": [{\"command\": 131, \"x\": 1}]}", "commands[1]: move-xy: y is missing"},
       {"{\"commands\": [{\"command\": 131, \"x\": 1, \"y\": 2,\n\"x\": 3}]}",
        "f.json:2: commands[1].x: is there twice"},

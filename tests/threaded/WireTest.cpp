@@ -168,7 +168,7 @@ TEST_F(Wire, RefusesWhatIsMalformedOrNotMeantForItAndDoesNothing) {
       {Request("GET /api/v1/status?a=1&a=2"), 400, "malformed"},
       {Get("nothing"), 404, "/api/v1/nothing"},
       {Request("PATCH /api/v1/status"), 405, "Allow: GET, HEAD\r\n"},
-      {Get("events?kinds=state,stp"), 400, "did you mean \\\"step\\\""},
+      {Get("events?kinds=state,stp"), 400, "did you mean step"},
       {Get("events?rate=51"), 400, "1 to 50"},
       {Request("GET /api/v1/status", "X: " + std::string(20'000, 'x') + "\r\n"), 431, "header"},
       {"POST /api/v1/lease HTTP/1.1\r\nHost: localhost\r\nContent-Length: 1048577\r\n\r\n", 413, "1048576"},
