@@ -212,7 +212,7 @@ void TController::MakeSupervisor() {
   TParts& p = *FParts;
   TMachineBounds machine;
   std::vector<TProblem> wrong;  // the machine was made all the same, and a wrong section keeps its defaults
-  machine.Read(p.Config, wrong);
+  machine.Read(p.Config.Root(), wrong);
   MotionState().AddObserver(p.Leaf.emplace(p.Framework->Watch(), machine));
   if (!FOptions.Supervisor) return;
   const auto fail = [&p](const std::string& reason) { p.Framework->Abort(srError, reason); };

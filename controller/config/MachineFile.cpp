@@ -14,7 +14,7 @@ TMachineBounds BoundsOf(const TConfigSection& root, std::span<const TMachineFact
   if (!machines.empty()) {
     const auto named = std::ranges::find(machines, root.Child("Machine").GetText("Driver", ""), &TMachineFactory::Name);
     const TMachineFactory& machine = named == machines.end() ? machines.front() : *named;
-    if (machine.Bounds) return machine.Bounds(root, problems);
+    return machine.LimitsOf(root, problems).Bounds;
   }
   TMachineBounds bounds;
   bounds.Read(root, problems);

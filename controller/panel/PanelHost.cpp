@@ -113,7 +113,7 @@ std::string CheckJogSpeeds(double low, double normal, double high, double most) 
 std::string CheckKnob() {
   TMachineBounds config;
   std::vector<TProblem> wrong;  // the machine was made all the same
-  config.Read(*MachineConfig(), wrong);
+  config.Read(MachineConfig()->Root(), wrong);
   const TSpeedData& xy = Knob().XYSpeed.ShowSpeed;
   const TSpeedData& z = Knob().ZSpeed.ShowSpeed;
   if (std::string problem =

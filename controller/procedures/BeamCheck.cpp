@@ -24,7 +24,7 @@ class TBeamCheck {
     switch (call.Row->Command) {
       case TSmtDelay::Cmd: return call.Value("ms");
       case TSmtWaitInport::Cmd: return call.Value("time");
-      case TSmtLaserOn::Cmd: return FMachine.EmissionOnDelayMs + kEmissionExtraMs;
+      case TSmtLaserOn::Cmd: return FMachine.Bounds.Laser.EmissionOnDelay + kEmissionExtraMs;
       case TSmtEmissionOn::Cmd:
       case TSmtLaserOnOnly::Cmd: return 0.0;
       case TSmtMoveToXY::Cmd:

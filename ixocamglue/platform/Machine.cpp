@@ -51,15 +51,19 @@ TResult<const TMachineFactory*> FindMachine(const TMachineConfig& config, std::s
                   .Where = config.File().string() + ": Machine/Driver"};
 }
 
+TMachineLimits TMachineFactory::LimitsOf(const TConfigSection& root, std::vector<TProblem>& problems) const {
+  if (Limits) return Limits(root, problems);
+  TMachineLimits any;
+  any.Bounds.Read(root, problems);
+  return any;
+}
+
 TResult<TMachineLimits> LimitsOf(const TMachineConfig& config, std::span<const TMachineFactory> machines) {
   auto factory = FindMachine(config, machines);
   if (!factory) return factory.Problem();
-  if (const auto& limits = (*factory)->Limits) return limits(config);
-  TMachineLimits any;
   std::vector<TProblem> problems;
-  any.Bounds.Read(config, problems);
-  any.EmissionOnDelayMs = any.Bounds.Laser.EmissionOnDelay;
-  if (problems.empty()) return any;
+  TMachineLimits limits = (*factory)->LimitsOf(config.Root(), problems);
+  if (problems.empty()) return limits;
   return TProblem{.What = config.File().string() + ": " + problems.front().Text()};
 }
 

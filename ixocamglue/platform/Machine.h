@@ -155,7 +155,6 @@ class IMachine {
 // What one machine allows, for command lines, requests and files that are checked before anything moves.
 struct TMachineLimits {
   TMachineBounds Bounds;
-  std::int32_t EmissionOnDelayMs = 5000;  // how long 516 waits for emission
   // Z at which a nozzle touches what lies on the table, and where the table is.
   double TableZ = std::numeric_limits<double>::infinity();
   TNcArea Table;
@@ -171,17 +170,17 @@ struct TMachineFactory {
   // record of it. Null: nothing.
   const char* Section = nullptr;
   std::function<std::unique_ptr<TXmlSubConfig>()> MakeSection;
-  // What a file of this document element describes; adds what keeps such a machine from being made. Null: as any
-  // machine's (TMachineBounds::Read).
-  std::function<TMachineBounds(const TConfigSection& root, std::vector<TProblem>& problems)> Bounds;
-  // What the configuration says of such a machine, without connecting to it; where there is none, what it says of any.
-  std::function<TResult<TMachineLimits>(const TMachineConfig&)> Limits;
+  // What a file of this document element describes, without connecting to it; adds what keeps such a machine from being
+  // made. Null: as any machine's (TMachineBounds::Read).
+  std::function<TMachineLimits(const TConfigSection& root, std::vector<TProblem>& problems)> Limits;
+
+  [[nodiscard]] TMachineLimits LimitsOf(const TConfigSection& root, std::vector<TProblem>& problems) const;
 };
 
 // The one that the configuration names ("Machine/Driver"), or the first one where it names none.
 [[nodiscard]] TResult<const TMachineFactory*> FindMachine(const TMachineConfig& config,
                                                           std::span<const TMachineFactory> machines);
-// What that machine allows.
+// What that machine allows; the first thing that keeps it from being made.
 [[nodiscard]] TResult<TMachineLimits> LimitsOf(const TMachineConfig& config, std::span<const TMachineFactory> machines);
 
 }  // namespace ixocamglue

@@ -129,11 +129,8 @@ struct TSimConfig : TMachineBounds {
 
   [[nodiscard]] TSimGasValve GasValve(std::int32_t gasType) const;
 
-  // What the file does not say keeps its default; see TMachineBounds::Read for the problems.
-  [[nodiscard]] static TSimConfig FromConfig(const TMachineConfig& config, std::vector<TProblem>& problems) {
-    return FromRoot(config.Root(), problems);
-  }
-  // The same of a file with this document element.
+  // Of a file with this document element. What it does not say keeps its default; see TMachineBounds::Read for the
+  // problems.
   [[nodiscard]] static TSimConfig FromRoot(const TConfigSection& root, std::vector<TProblem>& problems);
 };
 

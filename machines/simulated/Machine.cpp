@@ -182,7 +182,7 @@ TMachineFactory SimulatedMachine(TSimOptions options) {
   const auto make = [options =
                          std::move(options)](const TMachineContext& context) -> TResult<std::unique_ptr<IMachine>> {
     std::vector<TProblem> problems;
-    TSimConfig config = TSimConfig::FromConfig(context.Config, problems);
+    TSimConfig config = TSimConfig::FromRoot(context.Config.Root(), problems);
     std::string text;
     for (const TProblem& problem : problems)
       text += (text.empty() ? "" : "\n") + context.Config.File().string() + ": " + problem.Text();
@@ -190,20 +190,15 @@ TMachineFactory SimulatedMachine(TSimOptions options) {
     if (options.Adjust) options.Adjust(config);
     return TResult<std::unique_ptr<IMachine>>(std::make_unique<TSimMachine>(context, config, options.Parts));
   };
-  const auto limits = [](const TMachineConfig& config) -> TResult<TMachineLimits> {
-    std::vector<TProblem> problems;
-    const TSimConfig sim = TSimConfig::FromConfig(config, problems);
-    if (!problems.empty()) return TProblem{.What = config.File().string() + ": " + problems.front().Text()};
-    return TMachineLimits{sim, sim.Laser.EmissionOnDelay, sim.Physics.PlateZ, sim.WorkArea};
+  const auto limits = [](const TConfigSection& root, std::vector<TProblem>& problems) -> TMachineLimits {
+    const TSimConfig sim = TSimConfig::FromRoot(root, problems);
+    return {sim, sim.Physics.PlateZ, sim.WorkArea};
   };
   return {.Name = "simulated",
           .Make = make,
           .Faults = SimFaults(),
           .Section = "Simulator",
           .MakeSection = [] { return std::make_unique<TSimulatorRecord>(); },
-          .Bounds = [](const TConfigSection& root, std::vector<TProblem>& problems) -> TMachineBounds {
-            return TSimConfig::FromRoot(root, problems);
-          },
           .Limits = limits};
 }
 

@@ -235,7 +235,7 @@ TEST(SimConfig, WhatIsWrongIsNamedWithItsPlaceAndTheDefaultStands) {
   TMachineConfig file;
   ASSERT_TRUE(file.Load(path));
   std::vector<TProblem> problems;
-  const TSimConfig config = TSimConfig::FromConfig(file, problems);
+  const TSimConfig config = TSimConfig::FromRoot(file.Root(), problems);
   const std::vector<std::string> expected = {
       "DHMode: \"3\", outside 0 to 2",
       "Laser/EmissionOnDelay: \"soon\", not a whole number in range",

@@ -232,7 +232,7 @@ TEST(GasValveFile, ValvesAreReadAndWhatIsWrongIsNamed) {
   TMachineConfig config;
   ASSERT_TRUE(config.Load(file));
   std::vector<TProblem> problems;
-  const TSimConfig sim = TSimConfig::FromConfig(config, problems);
+  const TSimConfig sim = TSimConfig::FromRoot(config.Root(), problems);
   EXPECT_EQ(sim.GasValve(2).Params.Psup, 6.0);
   EXPECT_EQ(sim.GasValve(2).Params.Uk, 8.6);
   EXPECT_EQ(sim.GasValve(2).Fault, vfStuck);

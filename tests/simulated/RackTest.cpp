@@ -17,7 +17,7 @@ TSimConfig ExampleConfig() {
   TMachineConfig file;
   EXPECT_TRUE(file.Load(ShareFolder() / "machines/machine.xml"));
   std::vector<TProblem> problems;
-  return TSimConfig::FromConfig(file, problems);
+  return TSimConfig::FromRoot(file.Root(), problems);
 }
 
 // The example machine, as somebody at its ports moves it.

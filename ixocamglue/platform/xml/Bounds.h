@@ -36,7 +36,6 @@ struct TMachineBounds {
   // or given twice adds a problem, in the order of the sections: a machine is made only without any. A section with one
   // keeps its defaults.
   void Read(const TConfigSection& root, std::vector<TProblem>& problems);
-  void Read(const TMachineConfig& config, std::vector<TProblem>& problems) { Read(config.Root(), problems); }
 
   // Reads a section over what the record holds, unless something in it is wrong.
   template <class Record>
