@@ -2,77 +2,41 @@
 #include <filesystem>
 #include <fstream>
 #include <future>
-#include <memory>
+#include <optional>
 #include <regex>
 #include <string>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include "controller/StateFolder.h"
-#include "controller/api/Api.h"
 #include "controller/config/ConfigHistory.h"
 #include "controller/config/LiveConfig.h"
 #include "controller/procedures/Procedures.h"
-#include "fixture/TempDir.h"
+#include "fixture/ServiceWorld.h"
 #include "ixocamglue/config/Uassistconfig.h"
 #include "ixocamglue/motion/Usequence.h"
 #include "ixocamglue/platform/xml/JogSections.h"
 #include "ixocamglue/support/Files.h"
-#include "machines/simulated/Machine.h"
 
 namespace ixocamglue::test {
-using namespace ixocontroller;
 namespace {
 
 class TServiceApi : public testing::Test {
  protected:
-  TServiceApi() { std::filesystem::copy_file(ShareFolder() / "machines/machine.xml", File); }
-
-  TService& Service() {
-    if (FService) return *FService;
-    TServiceOptions options;
-    options.Controller.Machines = {SimulatedMachine()};
-    options.Controller.MachineFile = File;
-    options.Controller.SavesMachineFile = true;
-    options.Controller.LocaleFolder = ShareFolder() / "locale";
-    options.Controller.AlarmFolder = ShareFolder() / "alarms";
-    options.Controller.AlarmDb = Dir.Path() / "alarms.db";
-    options.StateFolder = Dir.Path();
-    options.Speed = 50;
-    FService = std::make_unique<TService>(std::move(options));
-    FService->Start();
-    return *FService;
+  TServiceWorld& World() {
+    if (!FWorld) FWorld.emplace(false, 50.0, TWorldExtras{.Example = true, .Folder = Dir.Path()});
+    return *FWorld;
   }
-  void Restart() { FService.reset(); }
-  // The answer of the whole table of routes.
-  TApiReply Ask(const std::string& method, std::string path, nlohmann::json body = {}, const std::string& lang = "en") {
-    TApiRequest request;
-    request.Method = method;
-    if (const auto query = path.find('?'); query != std::string::npos) {
-      const auto equals = path.find('=', query);
-      request.Query[path.substr(query + 1, equals - query - 1)] = path.substr(equals + 1);
-      path.resize(query);
-    }
-    request.Path = "/api/v1/" + path;
-    request.Body = std::move(body);
-    request.Language = lang;
-    request.Who = {.Name = "tester", .Role = roOperator, .Local = true};
-    std::promise<TApiReply> answered;
-    TApi(Service()).Handle(std::move(request), [&](TApiReply reply) { answered.set_value(std::move(reply)); });
-    return answered.get_future().get();
+  TService& Service() { return World().Service; }
+  void Restart() { FWorld.reset(); }
+  TApiReply Ask(const std::string& method, const std::string& path, nlohmann::json body = {}, const char* lang = "en") {
+    return World().Ask(method, path, std::move(body), TServiceWorld::Operator(), lang);
   }
   TApiReply Set(const std::string& path, nlohmann::json value, const std::string& version = "*") {
     return Ask("PUT", "config/" + path, {{"value", std::move(value)}, {"version", version}});
   }
   // On the interface thread.
   void Do(const std::function<void(TController&)>& what) {
-    std::promise<void> done;
-    Service().Post([&] {
-      what(Service().Controller());
-      done.set_value();
-    });
-    done.get_future().get();
+    World().Do([&] { what(Service().Controller()); });
   }
   nlohmann::ordered_json AlarmEvents() {
     auto list = nlohmann::ordered_json::array();
@@ -80,13 +44,16 @@ class TServiceApi : public testing::Test {
       if (event.Kind == evAlarm) list.push_back(event.Body());
     return list;
   }
-  std::string Bytes() { return ReadFile(File).OrThrow(pbUnusable); }
+  std::string Bytes() {
+    (void)World();
+    return ReadFile(File).OrThrow(pbUnusable);
+  }
 
   const TTempDir Dir;
   const std::filesystem::path File = Dir.Path() / "machine.xml";
 
  private:
-  std::unique_ptr<TService> FService;
+  std::optional<TServiceWorld> FWorld;
 };
 
 TEST_F(TServiceApi, AValueIsSetInTheControllerAndItsFileAndOthersAreToldSo) {
@@ -129,7 +96,7 @@ TEST_F(TServiceApi, AValueIsSetInTheControllerAndItsFileAndOthersAreToldSo) {
   const auto changes = Ask("GET", "config/history?limit=2").Body["changes"];
   ASSERT_EQ(changes.size(), 2u);
   EXPECT_EQ(changes[1]["path"], "JogXY/LowJogSpeed");
-  EXPECT_EQ(changes[1]["who"], "tester");
+  EXPECT_EQ(changes[1]["who"], "anna");
   EXPECT_EQ(changes[1]["to"], "12.5");
   const auto diff = Ask("GET", "config/diff?against=backup").Body["differences"];
   EXPECT_EQ(diff.size(), 1u) << diff;
@@ -211,7 +178,7 @@ TEST_F(TServiceApi, AlarmsAreToldInEachClientsLanguageAndWhatIsShownOfThemPermit
   EXPECT_NE(english[0]["solution"], chinese[0]["solution"]);
   EXPECT_FALSE(english[0]["solution"].get<std::string>().empty());
   EXPECT_EQ(chinese[0]["description"], "source says 42");
-  EXPECT_EQ(chinese[0]["lang"], "zh") << "the controller's, whoever asks";
+  EXPECT_EQ(chinese[0]["lang"], "en") << "the controller's, whoever asks";
   EXPECT_EQ(english[1]["text"], "a note");
   const auto keepAsking = [&](const char* lang, const nlohmann::ordered_json& expected) {
     return std::async(std::launch::async, [&, lang] {
@@ -232,9 +199,9 @@ TEST_F(TServiceApi, AlarmsAreToldInEachClientsLanguageAndWhatIsShownOfThemPermit
   EXPECT_EQ(suppress("Mine#7", 5).Status, 200);
   EXPECT_EQ(Ask("POST", "alarms/99/acknowledge").Status, 404);
   const std::string serial = english[0]["serial"].dump();
-  EXPECT_EQ(Ask("POST", "alarms/" + serial + "/acknowledge").Body["byWhom"], "tester");
+  EXPECT_EQ(Ask("POST", "alarms/" + serial + "/acknowledge").Body["byWhom"], "anna");
   const auto seen = Ask("GET", "alarms").Body["alarms"];
-  EXPECT_EQ(seen[0]["byWhom"], "tester");
+  EXPECT_EQ(seen[0]["byWhom"], "anna");
   EXPECT_TRUE(seen[0]["suppressedUntil"].is_null());
   EXPECT_TRUE(seen[1]["suppressedUntil"].is_string());
   Do([](TController& controller) { EXPECT_FALSE(controller.Alarms().AllowLaser()); });

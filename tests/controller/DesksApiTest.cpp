@@ -13,13 +13,11 @@ namespace {
 
 using testing::HasSubstr;
 
-constexpr bool kExample = true;  // with the example's machine file
-
 class DesksApi : public testing::Test {
  protected:
   TApiReply Ask(const std::string& method, const std::string& path, nlohmann::json body = nullptr,
                 TAsker who = TServiceWorld::Operator()) {
-    return World.Ask(method, "/api/v1/" + path, std::move(body), std::move(who));
+    return World.Ask(method, path, std::move(body), std::move(who));
   }
   TJson Good(const std::string& method, const std::string& path, nlohmann::json body = nullptr) {
     const TApiReply reply = Ask(method, path, std::move(body));
@@ -40,7 +38,7 @@ class DesksApi : public testing::Test {
     return bodies;
   }
 
-  TServiceWorld World{false, 200.0, kExample};
+  TServiceWorld World{false, 200.0, {.Example = true}};
 };
 
 TEST_F(DesksApi, AKeyNeedsAFormLeaseAndHeartbeatAndAStopKeyNothing) {
@@ -55,14 +53,14 @@ TEST_F(DesksApi, AKeyNeedsAFormLeaseAndHeartbeatAndAStopKeyNothing) {
 
   EXPECT_TRUE(Good("POST", "panel/press", Press("aiming", "e"))["sent"]);
   World.Do([] { SkipRealTime(THeldKeys::kGapMs + 1); });
-  ASSERT_TRUE(World.Comes([&] { return !Events(evKey).empty(); }));
+  ASSERT_TRUE(Comes([&] { return !Events(evKey).empty(); }));
   EXPECT_EQ(Events(evKey).back()["up"], "gap");
   Refused(409, "holds no key any more", "POST", "panel/heartbeat", {{"presses", {"e"}}, {"atMs", RealMs()}});
-  ASSERT_TRUE(World.Comes([&] { return !Events(evLed).empty(); }));
+  ASSERT_TRUE(Comes([&] { return !Events(evLed).empty(); }));
 
   TAsker nobody;
   nobody.Local = true;
-  EXPECT_TRUE(World.Request("POST", "/api/v1/panel/press", Press("STOP", "g"), nobody).Body["sent"]);
+  EXPECT_TRUE(World.Request("POST", "panel/press", Press("STOP", "g"), nobody).Body["sent"]);
   EXPECT_EQ(Good("GET", "panel/why?key=START")["key"], "CK_START");
   EXPECT_EQ(Good("POST", "panel/form", {{"form", "Work"}, {"open", false}})["form"], nullptr);
 }
@@ -177,7 +175,7 @@ TEST_F(DesksApi, ARecordingIsMadeByNameReadThinnedOutAndDeleted) {
   Refused(404, "there is no recording", "GET", "recordings/move/file");
 
   Good("POST", "recordings", {{"name", "short"}, {"limitMs", 100}});
-  ASSERT_TRUE(World.Comes([&] { return Ask("GET", "recordings").Body["running"].is_null(); }));
+  ASSERT_TRUE(Comes([&] { return Ask("GET", "recordings").Body["running"].is_null(); }));
   EXPECT_EQ(Good("GET", "recordings/short?signals=laser")["signals"][0]["ms"].size(), 100U);
 }
 
@@ -191,7 +189,7 @@ TEST_F(DesksApi, TheLogIsReadFromWhereItWasLeftAndALinkIsNotExaminedInVirtualTim
       if (line["source"] == "here") texts.push_back(line["text"]);
     return texts;
   };
-  ASSERT_TRUE(World.Comes([&] { return lines("").size() == 2; }));
+  ASSERT_TRUE(Comes([&] { return lines("").size() == 2; }));
   EXPECT_THAT(lines("?level=warning"), testing::ElementsAre("two"));
   const std::uint64_t last = Good("GET", "log")["last"];
   EXPECT_THAT(lines("?since=" + std::to_string(last)), testing::IsEmpty());

@@ -1,74 +1,43 @@
 // History, queue and going on as they are asked for over the wire: on a service in virtual time, without a socket.
-#include <chrono>
-#include <future>
-#include <thread>
+#include <algorithm>
+#include <optional>
 
 #include <gmock/gmock.h>
 
-#include "controller/StateFolder.h"
-#include "controller/api/Api.h"
-#include "fixture/Faults.h"
-#include "fixture/TempDir.h"
-#include "machines/simulated/Machine.h"
+#include "fixture/ServiceWorld.h"
 
 namespace ixocamglue::test {
-using namespace ixocontroller;
 namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
-using TJson = nlohmann::json;
 
 class JobsApi : public testing::Test {
  protected:
   JobsApi() { Start(); }
   void Start() {
-    FService.reset();
-    TServiceOptions options;
-    options.Controller.Machines = {SimulatedMachine()};
-    options.Controller.MachineFile = ShareFolder() / "machines/machine.xml";
-    options.Controller.LocaleFolder = ShareFolder() / "locale";
-    options.Controller.Language = "en";
-    options.StateFolder = Dir.Path();
-    options.Speed = 200;
-    FService = std::make_unique<TService>(std::move(options));
-    FService->Start();
-    FLease = Ask("POST", "lease").Body.at("lease");
+    FWorld.reset();
+    FWorld.emplace(false, 200.0, TWorldExtras{.Example = true, .Folder = Dir.Path()});
   }
-  TApiReply Ask(const std::string& method, const std::string& path, TJson body = {},
-                std::map<std::string, std::string> query = {}) {
-    TApiRequest request;
-    request.Method = method;
-    request.Path = "/api/v1/" + path;
-    request.Query = std::move(query);
-    request.Body = std::move(body);
-    request.Language = "en";
-    request.Lease = FLease;
-    request.Who = {.Name = "tester", .Role = roOperator, .Local = true};
-    std::promise<TApiReply> answered;
-    TApi(*FService).Handle(std::move(request), [&](TApiReply reply) { answered.set_value(std::move(reply)); });
-    return answered.get_future().get();
+  TService& Service() { return FWorld->Service; }
+  TApiReply Ask(const std::string& method, const std::string& path, TJson body = {}) {
+    return FWorld->Ask(method, path, std::move(body));
   }
-  TJson Get(const std::string& path, std::map<std::string, std::string> query = {}) {
-    const TApiReply reply = Ask("GET", path, {}, std::move(query));
+  TJson Get(const std::string& path) {
+    const TApiReply reply = Ask("GET", path);
     EXPECT_EQ(reply.Status, 200) << path << ": " << reply.Body;
     return reply.Body;
   }
   // The run as the history has it once it has ended.
   TJson Ended(const TJson& id) {
     TJson run;
-    for (int i = 0; i < 2000; ++i, std::this_thread::sleep_for(std::chrono::milliseconds(5))) {
+    EXPECT_TRUE(Comes([&] {
       const TJson list = Get("runs");
-      for (const TJson& one : list.at("runs"))
-        if (one.at("id") == id && !(run = one).at("outcome").is_null()) return run;
-    }
-    ADD_FAILURE() << "run " << id << " does not end";
+      const auto found = std::ranges::find(list.at("runs"), id, [](const TJson& one) { return one.at("id"); });
+      return found != list.at("runs").end() && !(run = *found).at("outcome").is_null();
+    })) << "run "
+        << id << " does not end";
     return run;
-  }
-  template <class Is>
-  bool Soon(Is is) {
-    for (int i = 0; i < 2000 && !is(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    return is();
   }
   // "shot done, shot waits | held: why"
   std::string Queue() {
@@ -82,8 +51,9 @@ class JobsApi : public testing::Test {
   }
 
   const TTempDir Dir;
-  std::string FLease;
-  std::unique_ptr<TService> FService;
+
+ private:
+  std::optional<TServiceWorld> FWorld;
 };
 
 const TJson kLong = {{"name", "long way"},
@@ -97,7 +67,7 @@ TEST_F(JobsApi, RunsAreListedComparedAndFollowedAcrossARestart) {
   EXPECT_EQ(Ended(first.at("id")).at("outcome"), "success");
   const TJson second = Ask("POST", "runs", {{"procedure", "safe-move"}, {"params", {{"x", 90}, {"y", 30}}}}).Body;
   const TJson run = Ended(second.at("id"));
-  EXPECT_TRUE(run.at("startedBy") == "tester" && run.at("params").at("x") == 90 && run.at("durationMs") > 0);
+  EXPECT_TRUE(run.at("startedBy") == "anna" && run.at("params").at("x") == 90 && run.at("durationMs") > 0);
   const TJson long1 =
       Ask("POST", "runs", {{"procedure", "delay"}, {"params", {{"ms", 600000}}}, {"detach", true}}).Body;
   EXPECT_EQ(Get("runs").at("runs").at(0).at("id"), long1.at("id"));
@@ -106,22 +76,22 @@ TEST_F(JobsApi, RunsAreListedComparedAndFollowedAcrossARestart) {
   const TJson list = Get("runs");
   EXPECT_EQ(list.at("runs").size(), 3U);
   EXPECT_NE(list.at("runs").at(0).at("outcome"), "success");
-  EXPECT_EQ(Get("runs", {{"name", "safe-move"}, {"limit", "1"}}).at("runs").at(0).at("id"), second.at("id"));
-  EXPECT_EQ(Get("runs", {{"outcome", "success"}}).at("runs").size(), 2U);
-  EXPECT_EQ(Get("runs", {{"since", second.at("start")}}).at("runs").size(), 2U);  // and the one that was lost
-  EXPECT_EQ(Ask("GET", "runs", {}, {{"since", "lately"}}).Status, 400);
+  EXPECT_EQ(Get("runs?name=safe-move&limit=1").at("runs").at(0).at("id"), second.at("id"));
+  EXPECT_EQ(Get("runs?outcome=success").at("runs").size(), 2U);
+  EXPECT_EQ(Get("runs?since=" + second.at("start").get<std::string>()).at("runs").size(), 2U);  // and the lost one
+  EXPECT_EQ(Ask("GET", "runs?since=lately").Status, 400);
   const TJson steps = Get("runs/" + first.at("id").dump()).at("steps");
   EXPECT_GE(steps.size(), 2U);
-  const TJson both = Get("runs/compare", {{"a", first.at("id").dump()}, {"b", second.at("id").dump()}});
+  const TJson both = Get("runs/compare?a=" + first.at("id").dump() + "&b=" + second.at("id").dump());
   EXPECT_EQ(both.at("steps").size(), steps.size());
   EXPECT_TRUE(both.at("steps").at(0).at("differenceMs").is_number());
-  const TJson trend = Get("runs/trend", {{"name", "safe-move"}});
+  const TJson trend = Get("runs/trend?name=safe-move");
   EXPECT_EQ(trend.at("runs").size(), 2U);
   EXPECT_GT(trend.at("medianMs"), 0);
   EXPECT_EQ(Ask("GET", "runs/99").Status, 404);
   EXPECT_EQ(Ask("GET", "runs/one").Status, 400);
-  EXPECT_EQ(Ask("GET", "runs", {}, {{"limit", "0"}}).Status, 400);
-  EXPECT_EQ(Ask("GET", "runs/compare", {}, {{"a", "1"}}).Status, 400);
+  EXPECT_EQ(Ask("GET", "runs?limit=0").Status, 400);
+  EXPECT_EQ(Ask("GET", "runs/compare?a=1").Status, 400);
 }
 
 TEST_F(JobsApi, TheQueueRunsStoredSequencesAndProceduresAndIsHeldAfterARestart) {
@@ -144,25 +114,25 @@ TEST_F(JobsApi, TheQueueRunsStoredSequencesAndProceduresAndIsHeldAfterARestart) 
       Ask("POST", "queue", {{"procedure", "shot"}, {"params", {{"ms", 60}}}, {"question", "ready?"}}).Body;
   EXPECT_EQ(asked.at("jobs").at(1).at("params"), TJson({{"ms", 60}}));
   EXPECT_EQ(Ask("POST", "queue/start").Status, 200);
-  ASSERT_TRUE(Soon([&] { return Queue() == "short done, shot asks"; })) << Queue();
+  ASSERT_TRUE(Comes([&] { return Queue() == "short done, shot asks"; })) << Queue();
   EXPECT_EQ(Ask("POST", "queue/" + asked.at("id").dump() + "/answer", {{"answer", "perhaps"}}).Status, 400);
   EXPECT_EQ(Ask("POST", "queue/77/answer", {{"answer", "run"}}).Status, 404);
   EXPECT_EQ(Ask("POST", "queue/" + asked.at("id").dump() + "/answer", {{"answer", "run"}}).Status, 200);
-  ASSERT_TRUE(Soon([&] { return Queue() == "short done, shot done | held: every job has come to its end"; }))
+  ASSERT_TRUE(Comes([&] { return Queue() == "short done, shot done | held: every job has come to its end"; }))
       << Queue();
-  EXPECT_EQ(Get("runs").at("runs").at(0).at("startedBy"), "queue, job 2 (tester)");
+  EXPECT_EQ(Get("runs").at("runs").at(0).at("startedBy"), "queue, job 2 (anna)");
   int questions = 0;
-  for (const TServiceEvent& event : FService->Events().Read(0).Events)
+  for (const TServiceEvent& event : Service().Events().Read(0).Events)
     questions += event.Kind == evQueue && event.Body().at("event") == "question" ? 1 : 0;
   EXPECT_EQ(questions, 1);
 
   const TJson third = Ask("POST", "queue", {{"procedure", "shot"}, {"params", {{"ms", 60}}}}).Body;
   EXPECT_EQ(third.at("estimateMs"), Get("runs").at("runs").at(0).at("durationMs"));
-  FService->Post([this] {
-    FService->Controller().RaiseAlarm({.IdPrefix = "TP", .Desc = "cooling", .Id = 1, .Attrs = naForbidMove});
+  Service().Post([this] {
+    Service().Controller().RaiseAlarm({.IdPrefix = "TP", .Desc = "cooling", .Id = 1, .Attrs = naForbidMove});
   });
   EXPECT_EQ(Ask("POST", "queue/start").Status, 200);
-  ASSERT_TRUE(Soon([&] { return Get("queue").at("held") == true; }));
+  ASSERT_TRUE(Comes([&] { return Get("queue").at("held") == true; }));
   EXPECT_THAT(Queue(), HasSubstr("shot waits | held: an alarm stands"));
   Start();
   EXPECT_THAT(Queue(), HasSubstr("shot waits | held: the controller was started again, and nothing starts by itself"));
@@ -172,8 +142,8 @@ TEST_F(JobsApi, TheQueueRunsStoredSequencesAndProceduresAndIsHeldAfterARestart) 
 TEST_F(JobsApi, ARunThatWasEndedGoesOnOnlyWithWhatWasShownConfirmed) {
   EXPECT_EQ(Ask("POST", "continue").Status, 409);
   const TJson run = Ask("POST", "runs", {{"name", "long way"}, {"calls", kLong.at("commands")}, {"detach", true}}).Body;
-  ASSERT_TRUE(Soon([&] {
-    const auto status = FService->Status();
+  ASSERT_TRUE(Comes([&] {
+    const auto status = Service().Status();
     return !status->Path.empty() && status->Path.front().Number == 2;
   }));
   EXPECT_EQ(Ask("POST", "continue").Status, 409);  // it runs

@@ -54,14 +54,6 @@ class HeldKeys : public TMachineTest {
   TResult<> Beat(std::vector<std::string> ids, std::uint64_t connection = 1, std::uint64_t ageMs = 0) {
     return FKeys.Heartbeat(ids, connection, FNow - ageMs, FNow);
   }
-  // What the cutting system was told since.
-  TTexts Keys() {
-    TTexts keys;
-    for (const std::string& command : Commands("cut"))
-      if (command.starts_with("Key")) keys.push_back(command);
-    Journal().Clear();
-    return keys;
-  }
 
   std::uint64_t FNow = 5'000'000;
   TTexts FUp;
@@ -74,19 +66,19 @@ TEST_F(HeldKeys, AKeyIsDownWhileItsHeartbeatsComeAndNeedsANewPressAfterAGap) {
   EXPECT_TRUE(Press("a", CK_RIGHT));
   EXPECT_TRUE(Press("a", CK_RIGHT)) << "sent again";
   for (int i = 0; i < 20; ++i, FNow += 50) EXPECT_TRUE(Beat({"a"}));
-  EXPECT_THAT(Keys(), ElementsAre("KeyDown 34 0"));
+  EXPECT_THAT(TakeKeys(), ElementsAre("KeyDown 34 0"));
   FNow += 150;
   FKeys.Watch(FNow);
   EXPECT_TRUE(FKeys.Any()) << "200 ms are no gap";
   FNow += 1;
   FKeys.Watch(FNow);
-  EXPECT_THAT(Keys(), ElementsAre("KeyUp 34 0"));
+  EXPECT_THAT(TakeKeys(), ElementsAre("KeyUp 34 0"));
   EXPECT_FALSE(Beat({"a"}));
   EXPECT_FALSE(Press("a", CK_RIGHT)) << "a new press has a new id";
   EXPECT_TRUE(Press("b", CK_RIGHT));
   EXPECT_TRUE(FKeys.Release("b", FNow));
   EXPECT_THAT(FUp, ElementsAre("a gap", "b released"));
-  EXPECT_THAT(Keys(), ElementsAre("KeyDown 34 0", "KeyUp 34 0"));
+  EXPECT_THAT(TakeKeys(), ElementsAre("KeyDown 34 0", "KeyUp 34 0"));
 }
 
 TEST_F(HeldKeys, WhatComesLateOrOutOfOrderPressesNothing) {
@@ -96,7 +88,7 @@ TEST_F(HeldKeys, WhatComesLateOrOutOfOrderPressesNothing) {
   EXPECT_FALSE(FKeys.Press({"c", CK_RIGHT, 0, 1, FNow + 51}, FNow)) << "of a time to come";
   EXPECT_FALSE(Press("", CK_RIGHT));
   EXPECT_FALSE(Press("a b", CK_RIGHT));
-  EXPECT_THAT(Keys(), IsEmpty());
+  EXPECT_THAT(TakeKeys(), IsEmpty());
   EXPECT_TRUE(Press("d", CK_RIGHT, 1, 200));
   FNow += 150;
   EXPECT_FALSE(Beat({"d"}, 1, 201)) << "a heartbeat that was under way for long is no sign of life";
@@ -123,7 +115,7 @@ TEST_F(HeldKeys, AKeyBelongsToOnePressAndGoesWithItsConnectionLeaseAndForm) {
   EXPECT_TRUE(FKeys.Any()) << "it goes on over another one";
   FKeys.ReleaseAll(kuLease, FNow);
   EXPECT_THAT(FUp, ElementsAre("a connection", "c lease"));
-  EXPECT_THAT(Keys(), ElementsAre("KeyDown 34 0", "KeyDown 35 0", "KeyUp 34 0", "KeyUp 35 0"));
+  EXPECT_THAT(TakeKeys(), ElementsAre("KeyDown 34 0", "KeyDown 35 0", "KeyUp 34 0", "KeyUp 35 0"));
 }
 
 TEST_F(HeldKeys, StopKeysGetThroughWhateverIsWrongWithThem) {
@@ -132,7 +124,7 @@ TEST_F(HeldKeys, StopKeysGetThroughWhateverIsWrongWithThem) {
   EXPECT_TRUE(Press("", CK_PAUSE, 2));
   EXPECT_TRUE(FKeys.Release("c", FNow));
   EXPECT_TRUE(Press("c", CK_EGYSTOP));
-  EXPECT_THAT(Keys(), ElementsAre("KeyDown 4 0", "KeyDown 4 0", "KeyDown 3 0", "KeyDown 15 0"));
+  EXPECT_THAT(TakeKeys(), ElementsAre("KeyDown 4 0", "KeyDown 4 0", "KeyDown 3 0", "KeyDown 15 0"));
   EXPECT_FALSE(THeldKeys::NeedsLease(CK_STOP));
   EXPECT_TRUE(THeldKeys::NeedsLease(CK_START));
 }

@@ -23,13 +23,6 @@ struct TLogged {
 class PanelHost : protected TLogged, public TMachineTest {
  protected:
   PanelHost() : TMachineTest({}, {.Sinks = {&FLog}}), FHost(FController) { FHost.Forms().Show("Work"); }
-  TTexts Keys() {
-    TTexts keys;
-    for (const std::string& command : Commands("cut"))
-      if (command.starts_with("Key")) keys.push_back(command);
-    Journal().Clear();
-    return keys;
-  }
   // Passes with the panel's signs of life.
   void RunAlive(std::uint64_t ms) {
     for (const std::uint64_t end = Clock().MonotonicMs() + ms; Clock().MonotonicMs() < end;) {
@@ -48,16 +41,16 @@ class PanelHost : protected TLogged, public TMachineTest {
 TEST_F(PanelHost, AHeldKeyIsReleasedWhenItsBitGoesOrThePanelFallsSilent) {
   FHost.Guard().Press(CK_RIGHT);
   RunAlive(1000);
-  EXPECT_THAT(Keys(), ElementsAre("KeyDown 34 0"));
+  EXPECT_THAT(TakeKeys(), ElementsAre("KeyDown 34 0"));
   DropBit(CK_RIGHT);
   RunAlive(200);
-  EXPECT_THAT(Keys(), ElementsAre("KeyUp 34 0"));
+  EXPECT_THAT(TakeKeys(), ElementsAre("KeyUp 34 0"));
 
   FHost.Guard().Press(CK_JOG_LASER);
   RunAlive(300);
   EXPECT_TRUE(Machine().Snapshot().Laser);
   FController.RunFor(200);  // silent
-  EXPECT_THAT(Keys(), ElementsAre("KeyDown 51 0", "KeyUp 51 0"));
+  EXPECT_THAT(TakeKeys(), ElementsAre("KeyDown 51 0", "KeyUp 51 0"));
   EXPECT_FALSE(Machine().Snapshot().Laser);
   FHost.Guard().ReleaseAll();
   EXPECT_EQ(KBPManager()->CurKeyBits(), 0U);
@@ -71,7 +64,7 @@ TEST_F(PanelHost, TheReleaseNamesTheCommandThatWasPressed) {
   RunAlive(100);
   key.SetNormalCmd(kcGas);
   FHost.Guard().Release(CK_K1);
-  EXPECT_THAT(Keys(), ElementsAre("KeyDown 33 0", "KeyUp 33 0", "KeyUp 148 0"));
+  EXPECT_THAT(TakeKeys(), ElementsAre("KeyDown 33 0", "KeyUp 33 0", "KeyUp 148 0"));
 }
 
 TEST_F(PanelHost, StaleMasksLetOnlyStopKeysThrough) {
@@ -84,7 +77,7 @@ TEST_F(PanelHost, StaleMasksLetOnlyStopKeysThrough) {
   Journal().Clear();
   EXPECT_FALSE(guard.Press(CK_GAS));
   for (const TKeyCode key : {CK_PAUSE, CK_STOP, CK_EGYSTOP}) EXPECT_TRUE(guard.Press(key));
-  EXPECT_THAT(Keys(), ElementsAre("KeyDown 3 0", "KeyDown 4 0", "KeyDown 15 0"));
+  EXPECT_THAT(TakeKeys(), ElementsAre("KeyDown 3 0", "KeyDown 4 0", "KeyDown 15 0"));
 }
 
 TEST_F(PanelHost, TheEmergencyStopNeedsNeitherPanelNorCuttingSystem) {

@@ -9,6 +9,7 @@
 #include "controller/history/RunHistory.h"
 #include "fixture/Faults.h"
 #include "fixture/TempDir.h"
+#include "fixture/Waiting.h"
 #include "ixocamglue/platform/services/VirtualClock.h"
 
 namespace ixocontroller {
@@ -46,12 +47,6 @@ class RunHistory : public testing::Test {
     const std::int64_t id = run.Id;
     FHistory->End(std::move(run));
     return id;
-  }
-  // Until `is` holds; it is another thread that brings it about.
-  template <class Is>
-  static bool Soon(Is is) {
-    for (int i = 0; i < 5000 && !is(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    return is();
   }
   TTexts Rows(const THistoryFilter& filter = {}) {
     TTexts rows;
@@ -104,19 +99,19 @@ TEST_F(RunHistory, AFileThatCannotBeWrittenIsToldOnceWaitsForNobodyAndGetsWhatWa
         .OnWritten = [&] { ++written; },
         .OnLost = [&](std::uint64_t) { ++lost; },
         .QueueLimit = 4});
-  ASSERT_TRUE(Soon([&] { return FHistory->Waiting().empty(); }));
+  ASSERT_TRUE(ixocamglue::test::Comes([&] { return FHistory->Waiting().empty(); }));
   {
     TSqliteDb other(File, TSqliteDb::TMode::ReadWrite, 0);
     other.Exec("BEGIN EXCLUSIVE");
     for (int i = 0; i < 3; ++i) Do(Record("shot", i, "success"));
-    ASSERT_TRUE(Soon([&] { return FHistory->Failing(); }));
+    ASSERT_TRUE(ixocamglue::test::Comes([&] { return FHistory->Failing(); }));
     EXPECT_NE(FHistory->Trouble().What, "");
     for (int i = 3; i < 7; ++i) Do(Record("shot", i, "success"));
     const auto waiting = FHistory->Waiting();
     EXPECT_TRUE(waiting.size() <= 4 && waiting.back().Id == 7 && waiting.back().DurationMs == 6);
     other.Exec("ROLLBACK");
   }
-  ASSERT_TRUE(Soon([&] { return FHistory->Waiting().empty() && !FHistory->Failing(); }));
+  ASSERT_TRUE(ixocamglue::test::Comes([&] { return FHistory->Waiting().empty() && !FHistory->Failing(); }));
   EXPECT_EQ(Rows().front() + " of " + std::to_string(Rows().size()),
             "7 shot success of " + std::to_string(7 - FHistory->Lost()));
   std::filesystem::remove(File);  // made again with the next run
@@ -131,7 +126,7 @@ TEST_F(RunHistory, AFileThatCannotBeWrittenIsToldOnceWaitsForNobodyAndGetsWhatWa
   EXPECT_FALSE(Opened);
   EXPECT_GT(Do(Record("kept", 1, "success")), 1'000'000'000'000);
   other.Release();
-  ASSERT_TRUE(Soon([&] { return FHistory->Waiting().empty(); }));
+  ASSERT_TRUE(ixocamglue::test::Comes([&] { return FHistory->Waiting().empty(); }));
   EXPECT_EQ(Rows().size(), 2U);
 }
 

@@ -17,7 +17,7 @@ TEST(Service, ARunIsStartedFollowedAndReportedAndTheNextOneKnowsNothingOfIt) {
   EXPECT_EQ(report["steps"].size(), 1U);
   EXPECT_EQ(report["position"]["x"], 30.0);
   EXPECT_THAT(report["lines"].back().get<std::string>(), HasSubstr("Succe"));
-  const TJson trace = world.Ask("GET", "/api/v1/runs/1/trace").Body;
+  const TJson trace = world.Ask("GET", "runs/1/trace").Body;
   EXPECT_EQ(trace["points"].back()[2], 20.0);
 
   std::vector<std::string> told;
@@ -39,7 +39,7 @@ TEST(Service, ARunIsStartedFollowedAndReportedAndTheNextOneKnowsNothingOfIt) {
 TEST(Service, WrongRequestsSayWhatIsWrongAndStartNothing) {
   TServiceWorld world(false);
   const auto fails = [&](nlohmann::json body, int status, const char* says) {
-    const TApiReply reply = world.Ask("POST", "/api/v1/runs", std::move(body));
+    const TApiReply reply = world.Ask("POST", "runs", std::move(body));
     EXPECT_EQ(reply.Status, status) << reply.Body.dump();
     EXPECT_THAT(reply.Body["detail"].get<std::string>(), HasSubstr(says));
   };
@@ -53,29 +53,29 @@ TEST(Service, WrongRequestsSayWhatIsWrongAndStartNothing) {
   fails({{"calls", {{{"command", 142}}}}, {"faults", {"laser.no-emision"}}}, 400, "did you mean laser.no-emission?");
   fails({{"calls", {{{"command", 142}}}}, {"limitMs", -1}}, 400, "limitMs");
   fails(nlohmann::json::array(), 400, "no JSON object");
-  EXPECT_EQ(world.Ask("GET", "/api/v1/nothing").Status, 404);
-  EXPECT_EQ(world.Ask("GET", "/api/v1/runs/18446744073709551616").Status, 400);
-  EXPECT_EQ(world.Ask("PUT", "/api/v1/stop").Status, 405);
+  EXPECT_EQ(world.Ask("GET", "nothing").Status, 404);
+  EXPECT_EQ(world.Ask("GET", "runs/18446744073709551616").Status, 400);
+  EXPECT_EQ(world.Ask("PUT", "stop").Status, 405);
   TAsker viewer = TServiceWorld::Operator();
   viewer.Role = roViewer;
-  EXPECT_EQ(world.Ask("POST", "/api/v1/runs", {{"procedure", "delay"}}, viewer).Status, 403);
+  EXPECT_EQ(world.Ask("POST", "runs", {{"procedure", "delay"}}, viewer).Status, 403);
   TAsker afar;
-  EXPECT_EQ(world.Ask("POST", "/api/v1/stop", nullptr, afar).Status, 401);
+  EXPECT_EQ(world.Ask("POST", "stop", nullptr, afar).Status, 401);
   EXPECT_EQ(world.Service.Status()->Run, 0U);
 }
 
 TEST(Service, WhileAProcedureRunsNothingElseBeginsAndItsStopNamesWhoAsked) {
   TServiceWorld world(false, 1.0);
   world.StartDelay(600'000);
-  const TApiReply refused = world.Ask("POST", "/api/v1/runs", {{"procedure", "delay"}, {"params", {{"ms", 1}}}});
+  const TApiReply refused = world.Ask("POST", "runs", {{"procedure", "delay"}, {"params", {{"ms", 1}}}});
   EXPECT_EQ(refused.Status, 409);
   world.Do([&] {
     const TResult<> rest = world.Service.AtRest();
     ASSERT_FALSE(rest);
     EXPECT_THAT(rest.Problem().What, HasSubstr("delay"));
   });
-  EXPECT_TRUE(world.Comes([&] { return !world.Service.Status()->Path.empty(); }));
-  EXPECT_EQ(world.Ask("POST", "/api/v1/stop").Status, 202);
+  EXPECT_TRUE(Comes([&] { return !world.Service.Status()->Path.empty(); }));
+  EXPECT_EQ(world.Ask("POST", "stop").Status, 202);
   const TJson report = world.Report(1);
   EXPECT_EQ(report["outcome"], "stopped");
   EXPECT_EQ(report["cause"], "stopped by anna");
@@ -83,7 +83,7 @@ TEST(Service, WhileAProcedureRunsNothingElseBeginsAndItsStopNamesWhoAsked) {
 
 TEST(Service, AStartCanBeCheckedWithoutStarting) {
   TServiceWorld world(false);
-  const auto check = [&](nlohmann::json body) { return world.Ask("POST", "/api/v1/runs/check", std::move(body)).Body; };
+  const auto check = [&](nlohmann::json body) { return world.Ask("POST", "runs/check", std::move(body)).Body; };
   const nlohmann::json shot{{"procedure", "shot"}, {"params", {{"ms", 10}}}};
   EXPECT_TRUE(check(shot)["starts"]) << check(shot).dump();
   EXPECT_EQ(check(shot)["unready"].size(), 0U);
@@ -98,7 +98,7 @@ TEST(Service, AStartCanBeCheckedWithoutStarting) {
   EXPECT_EQ(delay["unready"][0]["where"], "TPHost#106");
   world.StartDelay(600'000);
   EXPECT_EQ(check({{"procedure", "delay"}, {"params", {{"ms", 10}}}})["starts"], false);
-  EXPECT_EQ(world.Ask("POST", "/api/v1/runs/check", {{"procedur", "delay"}}).Status, 400);
+  EXPECT_EQ(world.Ask("POST", "runs/check", {{"procedur", "delay"}}).Status, 400);
 }
 
 TEST(Service, ARunThatNobodyAttendsIsStoppedUnlessSomebodyTakesOver) {
@@ -107,17 +107,17 @@ TEST(Service, ARunThatNobodyAttendsIsStoppedUnlessSomebodyTakesOver) {
   world.StartDelay(600'000);
   const auto left = [&] { return world.Service.Status()->NobodyMs; };
   world.Service.Disconnected(1);
-  ASSERT_TRUE(world.Comes([&] { return left().has_value(); }));
+  ASSERT_TRUE(Comes([&] { return left().has_value(); }));
   world.Service.Connected(2);
   world.Do([&] { world.Service.Runner().Attend(2); });
   SkipRealTime(11'000);  // the lease has run out as well
-  ASSERT_TRUE(world.Comes([&] { return !left(); }));
+  ASSERT_TRUE(Comes([&] { return !left(); }));
   EXPECT_EQ(world.Service.Status()->Run, 1U);
 
   world.Service.Disconnected(2);
-  ASSERT_TRUE(world.Comes([&] { return left().has_value(); }));
+  ASSERT_TRUE(Comes([&] { return left().has_value(); }));
   SkipRealTime(9'000);
-  ASSERT_TRUE(world.Comes([&] { return left().value_or(kAttendMs) < 1'000; }));
+  ASSERT_TRUE(Comes([&] { return left().value_or(kAttendMs) < 1'000; }));
   SkipRealTime(1'000);
   const TJson report = world.Report(1);
   EXPECT_EQ(report["outcome"], "stopped");
@@ -127,15 +127,15 @@ TEST(Service, ARunThatNobodyAttendsIsStoppedUnlessSomebodyTakesOver) {
 TEST(Service, AllOffKeepsEverythingStillUntilItIsResetAtTheMachineWithoutACauseThatStands) {
   TServiceWorld world(false, 1.0);
   world.StartDelay(600'000);
-  EXPECT_EQ(world.Ask("POST", "/api/v1/all-off").Status, 202);
-  EXPECT_EQ(world.Ask("POST", "/api/v1/all-off").Status, 202);
+  EXPECT_EQ(world.Ask("POST", "all-off").Status, 202);
+  EXPECT_EQ(world.Ask("POST", "all-off").Status, 202);
   EXPECT_THAT(world.Report(1)["cause"].get<std::string>(), HasSubstr("anna"));
-  ASSERT_TRUE(world.Comes([&] { return world.Service.Status()->Machine.LatchTripped; }));
+  ASSERT_TRUE(Comes([&] { return world.Service.Status()->Machine.LatchTripped; }));
   EXPECT_EQ(world.Service.Status()->Alarms, 2U);  // its own, once, and the latch's
   EXPECT_FALSE(world.Service.Status()->AllowMove);
-  EXPECT_EQ(world.Ask("POST", "/api/v1/runs", {{"procedure", "delay"}, {"params", {{"ms", 1}}}}).Status, 409);
+  EXPECT_EQ(world.Ask("POST", "runs", {{"procedure", "delay"}, {"params", {{"ms", 1}}}}).Status, 409);
 
-  const auto reset = [&](TAsker who) { return world.Ask("POST", "/api/v1/reset", nullptr, std::move(who)); };
+  const auto reset = [&](TAsker who) { return world.Ask("POST", "reset", nullptr, std::move(who)); };
   EXPECT_EQ(reset(TServiceWorld::Operator(1, false)).Status, 403);
   const std::uint64_t serial =
       world.Service.Controller().Alarms().Raise({.IdPrefix = "TP", .Desc = "door", .Id = 7, .Attrs = naForbidMove});
@@ -195,7 +195,7 @@ TEST(Service, TasksAreDoneInOrderAlsoThoseBeforeTheEndAndNoneBehindIt) {
   EXPECT_EQ(done.size(), 101U);
   EXPECT_TRUE(std::ranges::is_sorted(done));
   EXPECT_FALSE(world.Service.Post([] {}));
-  EXPECT_EQ(world.Request("GET", "/api/v1/runs/1", nullptr, TServiceWorld::Operator()).Status, 503);
+  EXPECT_EQ(world.Request("GET", "runs/1", nullptr, TServiceWorld::Operator()).Status, 503);
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 #include "controller/StateFolder.h"
 #include "controller/procedures/Procedures.h"
 #include "fixture/TempDir.h"
+#include "fixture/Waiting.h"
 #include "ixocamglue/Library.h"
 #include "ixocamglue/alarms/Almintprt.h"
 #include "ixocamglue/alarms/Ualarmdefs.h"
@@ -195,21 +196,17 @@ TEST(AlarmThreads, WithAStoreTooAnAlarmReachesTheProcedureOnce) {
   options.Machines = {SimulatedMachine()};
   TController controller(std::move(options));
   const TNcStateFramework& framework = controller.Framework();
-  const auto until = [](const auto& done) {
-    for (int wait = 0; wait < 2000 && !done(); ++wait) Clock().Sleep(5);
-    ASSERT_TRUE(done());
-  };
   controller.StartThreads();
   TNcWatch& watch = controller.Framework().Watch();
-  until([&] { return watch.Pass.load() > 0 && !framework.SafePending(); });
+  ASSERT_TRUE(Comes([&] { return watch.Pass.load() > 0 && !framework.SafePending(); }));
   auto delay = MakeStepOf<TListeningDelay>(nullptr);
   delay->SetDelay(60'000);
   ASSERT_TRUE(controller.Start(ShareRoot(std::move(delay))));
-  until([&] { return watch.Tick.load() > 0; });
+  ASSERT_TRUE(Comes([&] { return watch.Tick.load() > 0; }));
   controller.RaiseAlarm({.IdPrefix = "T", .Desc = "told", .Id = 1});
-  until([&] { return TAlarmHistory(folder.Path() / "alarms.db").Rows({}).size() == 1; });
+  ASSERT_TRUE(Comes([&] { return TAlarmHistory(folder.Path() / "alarms.db").Rows({}).size() == 1; }));
   const auto passes = watch.Pass.load();
-  until([&] { return watch.Pass.load() > passes + 2; });
+  ASSERT_TRUE(Comes([&] { return watch.Pass.load() > passes + 2; }));
   EXPECT_EQ(TListeningDelay::Heard, 1);
 }
 

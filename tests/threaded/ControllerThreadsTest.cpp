@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -12,6 +11,7 @@
 #include "controller/StateFolder.h"
 #include "fixture/Machine.h"
 #include "fixture/TempDir.h"
+#include "fixture/Waiting.h"
 #include "ixocamglue/devcomm/Umodbuscomm.h"
 #include "ixocamglue/motion/Umotiontexts.h"
 #include "ixocamglue/platform/services/Locale.h"
@@ -23,8 +23,7 @@ namespace {
 void StartUp(TController& session) {
   session.StartThreads();
   const auto& framework = session.Framework();
-  for (int wait = 0; wait < 400 && (session.Framework().Watch().Pass == 0 || framework.SafePending()); ++wait)
-    Clock().Sleep(5);
+  ASSERT_TRUE(Comes([&] { return session.Framework().Watch().Pass > 0 && !framework.SafePending(); }));
 }
 
 TEST(SessionThreaded, OtherThreadsStopAskLogAndTranslateWhileProceduresRun) {
@@ -38,30 +37,21 @@ TEST(SessionThreaded, OtherThreadsStopAskLogAndTranslateWhileProceduresRun) {
   TController session(options);
   StartUp(session);
 
-  std::atomic<bool> done{false};
-  std::vector<std::thread> others;
-  const auto keepDoing = [&](std::uint32_t everyMs, std::function<void()> what) {
-    others.emplace_back([&done, everyMs, what = std::move(what)] {
-      while (!done) {
-        what();
-        Clock().Sleep(everyMs);
-      }
-    });
-  };
-  keepDoing(37, [&] { session.Framework().Stop(); });
-  keepDoing(53, [&] { session.Framework().PostAlarm({"TP", "harmless", 1}); });
-  keepDoing(5, [&] { static_cast<void>(session.Machine().Snapshot()); });
-  keepDoing(7, [&] {
+  TSideThreads others;
+  others.KeepDoing(37, [&] { session.Framework().Stop(); });
+  others.KeepDoing(53, [&] { session.Framework().PostAlarm({"TP", "harmless", 1}); });
+  others.KeepDoing(5, [&] { static_cast<void>(session.Machine().Snapshot()); });
+  others.KeepDoing(7, [&] {
     LogMsg(lkInfo, 0, SOpenShutter.Get());
     static_cast<void>(TCustomMotionState::GetExecOK(515, false));
     static_cast<void>(session.Framework().Busy());
   });
-  keepDoing(11, [&, english = false]() mutable {
+  others.KeepDoing(11, [&, english = false]() mutable {
     static_cast<void>(LocaleReader()->SelectLanguage((english = !english) ? "en" : "zh"));
     session.Library().LoadLocaleResources();
   });
   for (const auto& [language, text] : {std::pair("en", "Open shutter"), std::pair("zh", SOpenShutter.Default)})
-    keepDoing(1, [language = language, text = std::string(text)] {
+    others.KeepDoing(1, [language = language, text = std::string(text)] {
       const TLanguageScope scope(language);
       EXPECT_EQ(SOpenShutter.Get(), text);
       EXPECT_EQ(std::string_view(Tr("the memory grows")) == "the memory grows", std::string_view(language) == "en");
@@ -73,11 +63,9 @@ TEST(SessionThreaded, OtherThreadsStopAskLogAndTranslateWhileProceduresRun) {
     Clock().Sleep(5);
     if (!session.Start(ShareRoot(MakeShot(10)))) continue;
     ++started;
-    for (int wait = 0; wait < 400 && session.Running(); ++wait) Clock().Sleep(5);
-    ASSERT_FALSE(session.Running());
+    ASSERT_TRUE(Comes([&] { return !session.Running(); }));
   }
-  done = true;
-  for (std::thread& other : others) other.join();
+  others.End();
   EXPECT_GT(started, 0);
   Clock().Sleep(60);  // the beam's last off is acknowledged
   EXPECT_FALSE(session.Machine().Snapshot().Laser || session.Machine().Snapshot().Emission);
@@ -91,7 +79,7 @@ TEST(SessionThreaded, EndsARunningShotInRealTime) {
   TController session(options);
   StartUp(session);
   ASSERT_TRUE(session.Start(ShareRoot(MakeShot(60'000))));
-  for (int wait = 0; wait < 400 && !session.Journal().HasSignal("laser on"); ++wait) Clock().Sleep(5);
+  EXPECT_TRUE(Comes([&] { return session.Journal().HasSignal("laser on"); }));
   EXPECT_TRUE(session.Machine().Snapshot().Laser);
 }
 

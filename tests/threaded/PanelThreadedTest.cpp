@@ -16,6 +16,7 @@
 #include "controller/panel/PanelHost.h"
 #include "fixture/Paths.h"
 #include "fixture/TempDir.h"
+#include "fixture/Waiting.h"
 #include "ixocamglue/platform/ports/CutCommands.h"
 #include "ixocut/client/Child.h"
 #include "ixocut/panel/TerminalKeys.h"
@@ -132,15 +133,11 @@ TEST(PanelThreaded, RefreshAndPressesFromTwoThreads) {
   TController session(Realtime());
   session.StartThreads();
   TPanelHost host(session);
-  std::atomic<bool> done{false};
-  std::thread refresh([&] {
-    while (!done) host.Guard().Refresh();
-  });
-  std::thread flood([&] {
-    for (std::int32_t i = 0; !done; ++i) {
-      session.Alarms().Raise({.IdPrefix = "TPTest", .Desc = "flood", .Id = i, .Attrs = naForbidCut});
-      session.ClearAlarms();
-    }
+  TSideThreads others;
+  others.KeepDoing(0, [&] { host.Guard().Refresh(); });
+  others.KeepDoing(0, [&, i = 0]() mutable {
+    session.Alarms().Raise({.IdPrefix = "TPTest", .Desc = "flood", .Id = i++, .Attrs = naForbidCut});
+    session.ClearAlarms();
   });
   for (int i = 0; i < 200; ++i) {
     host.Forms().Show(i % 2 ? "Work" : "DlgEdgeSeek");
@@ -150,9 +147,7 @@ TEST(PanelThreaded, RefreshAndPressesFromTwoThreads) {
     }
     KBPManager()->KeyItem(CK_RESUME)->SetAlt(i % 2 == 0, true);
   }
-  done = true;
-  refresh.join();
-  flood.join();
+  others.End();
   EXPECT_EQ(KBPManager()->CurKeyBits(), 0U);
   const auto stops = std::ranges::count_if(session.Journal().Entries(), [](const TJournalEntry& entry) {
     return entry.Verb == "KeyDown" && entry.Args == "4 0";
@@ -166,15 +161,10 @@ TEST(PanelThreaded, StopArrivesWhileTheStateThreadHangs) {
   session.StartThreads();
   TPanelHost host(session);
   host.Forms().Show("Work");
-  const auto waitFor = [](auto condition) {
-    for (int i = 0; i < 2000 && !condition(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    return condition();
-  };
-  ASSERT_TRUE(
-      waitFor([&] { return session.Framework().Watch().Pass.load() > 2 && !session.Framework().SafePending(); }));
+  ASSERT_TRUE(Comes([&] { return session.Framework().Watch().Pass.load() > 2 && !session.Framework().SafePending(); }));
 
   host.Guard().Press(CK_DRY_CUT);
-  ASSERT_TRUE(waitFor([&] { return session.Machine().Snapshot().AxesMoving; }));
+  ASSERT_TRUE(Comes([&] { return session.Machine().Snapshot().AxesMoving; }));
   const auto hang = [&] {
     if (!OnStateThread()) return;
     hangs = true;
@@ -182,12 +172,12 @@ TEST(PanelThreaded, StopArrivesWhileTheStateThreadHangs) {
   };
   TCallGate& gate = Simulated(session.Machine()).Gate();
   // Which thread makes the planned call is open; it is planned anew until the state thread has made one.
-  ASSERT_TRUE(waitFor([&] {
+  ASSERT_TRUE(Comes([&] {
     if (!hangs) gate.PlanSet({.Call = gate.Calls() + 2, .Fault = gfCallback, .Callback = hang});
     return hangs.load();
   }));
   host.Guard().Press(CK_STOP);
-  EXPECT_TRUE(waitFor([&] { return !session.Machine().Snapshot().AxesMoving; }));
+  EXPECT_TRUE(Comes([&] { return !session.Machine().Snapshot().AxesMoving; }));
   released = true;
 }
 

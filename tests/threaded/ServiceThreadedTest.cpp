@@ -18,23 +18,23 @@ std::uint64_t MsOf(const std::function<void()>& what) {
 TEST(ServiceThreaded, AllOffStopsTheMachineWhileTheStateThreadHangs) {
   TServiceWorld world(true);
   (void)world.StartRun(kLongMove);
-  ASSERT_TRUE(world.Comes([&] { return world.Machine().Snapshot().AxesMoving; }));
+  ASSERT_TRUE(Comes([&] { return world.Machine().Snapshot().AxesMoving; }));
   TCallGate& gate = world.Machine().Gate();
   gate.PlanSet({.Call = gate.Calls() + 2, .Fault = gfHang, .HangMs = 1200});
-  ASSERT_TRUE(world.Comes([&] { return gate.Fired(); }));
+  ASSERT_TRUE(Comes([&] { return gate.Fired(); }));
 
-  EXPECT_LE(MsOf([&] { EXPECT_EQ(world.Ask("POST", "/api/v1/all-off").Status, 202); }), 15U);
+  EXPECT_LE(MsOf([&] { EXPECT_EQ(world.Ask("POST", "all-off").Status, 202); }), 15U);
   EXPECT_TRUE(world.Machine().LaserDevice().LatchReason() != nullptr);
-  EXPECT_TRUE(world.Comes([&] { return !world.Machine().Snapshot().AxesMoving; }, 300));
+  EXPECT_TRUE(Comes([&] { return !world.Machine().Snapshot().AxesMoving; }, 300));
   EXPECT_EQ(world.Service.Controller().Framework().CurrentState(), nsCustomMotion) << "it hangs no more";
-  EXPECT_EQ(world.Ask("POST", "/api/v1/reset").Status, 409);
+  EXPECT_EQ(world.Ask("POST", "reset").Status, 409);
 
   const TJson report = world.Report(1);
   EXPECT_EQ(report["outcome"], "stopped") << report.dump();
   EXPECT_FALSE(world.Machine().Snapshot().Moving());
   TApiReply reset;
-  EXPECT_TRUE(world.Comes([&] {
-    reset = world.Ask("POST", "/api/v1/reset");
+  EXPECT_TRUE(Comes([&] {
+    reset = world.Ask("POST", "reset");
     return reset.Status == 200;
   })) << reset.Body.dump();
 }
@@ -42,12 +42,12 @@ TEST(ServiceThreaded, AllOffStopsTheMachineWhileTheStateThreadHangs) {
 TEST(ServiceThreaded, StopComesThroughFromAnyThreadAndTheEndIsDarkWithinThreeSeconds) {
   TServiceWorld world(true);
   const std::uint64_t id = world.StartRun(kLongMove);
-  ASSERT_TRUE(world.Comes([&] { return world.Machine().Snapshot().AxesMoving; }));
+  ASSERT_TRUE(Comes([&] { return world.Machine().Snapshot().AxesMoving; }));
   world.Service.Stop(TServiceWorld::Operator());
   EXPECT_EQ(world.Report(id)["outcome"], "stopped");
 
   (void)world.StartRun(kLongMove);
-  ASSERT_TRUE(world.Comes([&] { return world.Machine().Snapshot().AxesMoving; }));
+  ASSERT_TRUE(Comes([&] { return world.Machine().Snapshot().AxesMoving; }));
   EXPECT_LE(MsOf([&] { world.Service.End(); }), 3000U);
   const TMachineSnapshot last = world.Machine().Snapshot();
   EXPECT_FALSE(last.Moving() || last.Laser || last.Emission || last.Gas);
@@ -55,43 +55,33 @@ TEST(ServiceThreaded, StopComesThroughFromAnyThreadAndTheEndIsDarkWithinThreeSec
 
 TEST(ServiceThreaded, ManyReadStopAndAskWhileRunsBeginAndEnd) {
   TServiceWorld world(true);
-  std::atomic<bool> done{false};
-  std::vector<std::thread> others;
-  const auto keepDoing = [&](std::uint32_t everyMs, std::function<void()> what) {
-    others.emplace_back([&done, everyMs, what = std::move(what)] {
-      while (!done) {
-        what();
-        std::this_thread::sleep_for(std::chrono::milliseconds(everyMs));
-      }
-    });
-  };
   std::uint64_t seen = 0;
-  keepDoing(1, [&] { (void)StatusJson(*world.Service.Status()); });
-  keepDoing(2, [&] {
+  TSideThreads others;
+  others.KeepDoing(1, [&] { (void)StatusJson(*world.Service.Status()); });
+  others.KeepDoing(2, [&] {
     for (const TServiceEvent& event : world.Service.Events().Read(seen).Events) {
       EXPECT_GT(event.Number, std::exchange(seen, event.Number));
       (void)event.Body();
     }
   });
-  keepDoing(31, [&] { world.Service.Stop(TServiceWorld::Operator()); });
-  keepDoing(97, [&] { world.Service.AllOff(TServiceWorld::Operator()); });
-  keepDoing(5, [&] {
+  others.KeepDoing(31, [&] { world.Service.Stop(TServiceWorld::Operator()); });
+  others.KeepDoing(97, [&] { world.Service.AllOff(TServiceWorld::Operator()); });
+  others.KeepDoing(5, [&] {
     world.Service.Connected(5);
     world.Service.Disconnected(5);
   });
   std::size_t begun = 0;
   for (int i = 0; i < 60; ++i) {
-    (void)world.Ask("POST", "/api/v1/reset");
-    begun += world.Ask("POST", "/api/v1/runs", {{"procedure", "delay"}, {"params", {{"ms", 20}}}}).Status == 201;
+    (void)world.Ask("POST", "reset");
+    begun += world.Ask("POST", "runs", {{"procedure", "delay"}, {"params", {{"ms", 20}}}}).Status == 201;
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
-  done = true;
-  for (std::thread& other : others) other.join();
+  others.End();
   EXPECT_GT(begun, 0U);
-  EXPECT_TRUE(world.Comes([&] {
+  EXPECT_TRUE(Comes([&] {
     bool busy = true;
     world.Do([&] { busy = world.Service.Runner().Busy(); });
-    return !busy && world.Ask("POST", "/api/v1/reset").Status == 200;
+    return !busy && world.Ask("POST", "reset").Status == 200;
   }));
   EXPECT_EQ(world.Report(world.StartRun({{"procedure", "delay"}, {"params", {{"ms", 1}}}}))["outcome"], "success");
 }

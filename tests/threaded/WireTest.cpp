@@ -19,15 +19,10 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
-#include "controller/StateFolder.h"
 #include "controller/wire/EventFeed.h"
-#include "controller/wire/Server.h"
-#include "fixture/TempDir.h"
-#include "ixocamglue/support/Format.h"
-#include "machines/simulated/Machine.h"
+#include "fixture/ServiceWorld.h"
 
 namespace ixocamglue::test {
-using namespace ixocontroller;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
@@ -113,39 +108,14 @@ std::string Post(const std::string& path, const std::string& headers = "", const
 
 class Wire : public testing::Test {
  protected:
-  explicit Wire(TWireLimits limits = {}) : FLimits(limits) {}
-  void SetUp() override {
-    std::filesystem::copy_file(ShareFolder() / "machines/machine.xml", FDir.Path() / "machine.xml");
-    TServiceOptions options;
-    options.Controller.Machines = {SimulatedMachine()};
-    options.Controller.MachineFile = FDir.Path() / "machine.xml";
-    options.Controller.LocaleFolder = ShareFolder() / "locale";
-    options.Controller.Language = "en";
-    options.StateFolder = State;
-    Service = std::make_unique<TService>(std::move(options));
-    Api = std::make_unique<TApi>(*Service);
-    TWireOptions wire;
-    wire.Port = 0;
-    wire.StateFolder = State;
-    wire.Limits = FLimits;
-    Server = std::make_unique<TWireServer>(*Api, *Service, wire);
-    Service->Start();
-    Server->Start();
-  }
+  explicit Wire(TWireLimits limits = {}) : World(false, 1.0, {.Example = true, .Wire = limits}) {}
 
-  [[nodiscard]] TClient Tcp() const { return TClient(Server->Port()); }
-  [[nodiscard]] TClient Unix() const { return TClient((State / kWireSocket).string()); }
+  [[nodiscard]] int Port() const { return World.Server->Port(); }
+  [[nodiscard]] TClient Tcp() const { return TClient(Port()); }
+  [[nodiscard]] TClient Unix() const { return TClient((World.Folder / kWireSocket).string()); }
   [[nodiscard]] bool Leased() { return Unix().Ask(Post("lease")).Status == 409; }
 
- private:
-  const TWireLimits FLimits;
-
- protected:
-  TTempDir FDir;
-  std::filesystem::path State = FDir.Path() / "state";
-  std::unique_ptr<TService> Service;
-  std::unique_ptr<TApi> Api;
-  std::unique_ptr<TWireServer> Server;
+  TServiceWorld World;
 };
 
 // --- refusals ---
@@ -313,13 +283,13 @@ TEST_F(HastyWire, TellsWhatHappensAndGoesOnBehindTheLastEventThatWasSeen) {
   TClient first = Tcp();
   first.Send(Get("events?kinds=state"));
   EXPECT_THAT(first.ReadTo("event: hello"), HasSubstr("text/event-stream"));
-  AddState(*Service, "one");
-  Service->Events().Add(evLed, [] { return nlohmann::ordered_json{{"text", "led"}}; });
+  AddState(World.Service, "one");
+  World.Service.Events().Add(evLed, [] { return nlohmann::ordered_json{{"text", "led"}}; });
   const std::string seen = first.ReadTo("one\"}");
   EXPECT_THAT(first.ReadTo(": still here"), Not(HasSubstr("led")));
 
-  AddState(*Service, "two");
-  AddState(*Service, "three");
+  AddState(World.Service, "two");
+  AddState(World.Service, "three");
   TClient second = Tcp();
   second.Send(Request("GET /api/v1/events?kinds=state", "Last-Event-ID: " + LastId(seen) + "\r\n"));
   const std::string missed = second.ReadTo("three\"}");
@@ -334,7 +304,7 @@ TEST_F(HastyWire, LetsGoOfAClientThatReadsNothingAndSaysFromWhere) {
   TClient slow = Tcp();
   slow.Send(Get("events?kinds=state"));
   slow.ReadTo("event: hello");
-  for (int i = 0; i < 2000; ++i) AddState(*Service, std::string(8000, 'x'));
+  for (int i = 0; i < 2000; ++i) AddState(World.Service, std::string(8000, 'x'));
   EXPECT_THAT(slow.ReadTo("event: missed").substr(0, 100), Not(testing::IsEmpty()));
   const std::string all = slow.ReadTo("never comes");
   EXPECT_THAT(all.substr(all.find("event: missed")), HasSubstr("\"why\":\"slow\""));
@@ -425,20 +395,13 @@ TEST(WireCrowd, StopsThroughTwoThousandConnectionsAndSilentFollowers) {
   const rlimit low{1024, std::max<rlim_t>(before.rlim_max, 1024)};
   ::setrlimit(RLIMIT_NOFILE, &low);
 
-  class TCrowded : public Wire {
-   public:
-    void TestBody() override {}
-    using Wire::Server;
-    using Wire::SetUp;
-    using Wire::Tcp;
-  } wire;
-  wire.SetUp();
-  const int port = wire.Server->Port();
+  const TServiceWorld world(false, 1.0, {.Example = true, .Wire = TWireLimits{}});
+  const int port = world.Server->Port();
   ASSERT_EQ(::write(toChild[1], &port, sizeof port), static_cast<ssize_t>(sizeof port));
   int status = -1;
   ::waitpid(child, &status, 0);
   EXPECT_EQ(status, 0);
-  EXPECT_EQ(wire.Tcp().Ask(Get("health")).Status, 200);
+  EXPECT_EQ(TClient(port).Ask(Get("health")).Status, 200);
   for (const int fd : toChild) ::close(fd);
   ::setrlimit(RLIMIT_NOFILE, &before);
 }
