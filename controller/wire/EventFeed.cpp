@@ -1,9 +1,11 @@
 #include "controller/wire/EventFeed.h"
 
 #include <algorithm>
+#include <exception>
 #include <utility>
 
 #include "controller/service/RealTime.h"
+#include "ixocamglue/support/Faults.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Nearest.h"
 #include "ixocamglue/support/Texts.h"
@@ -161,6 +163,12 @@ std::shared_ptr<const std::string> TEventHub::Render(const TServiceEvent& event,
   }
   for (const TText& text : FRendered)
     if (text.Language == language) return text.Text;
+  FRendered.push_back({language, RenderNow(event, language)});
+  return FRendered.back().Text;
+}
+
+// One whose text cannot be made is told as missed: the others go on.
+std::shared_ptr<const std::string> TEventHub::RenderNow(const TServiceEvent& event, const std::string& language) try {
   const TLanguageScope scope(language);
   nlohmann::ordered_json data{{"number", event.Number}, {"time", UtcText(event.UnixMs)}};
   nlohmann::ordered_json body = event.Body();
@@ -173,8 +181,11 @@ std::shared_ptr<const std::string> TEventHub::Render(const TServiceEvent& event,
   text += Format("event: %s\ndata: ", EventName(event.Kind));
   text += Json(data);
   text += "\n\n";
-  FRendered.push_back({language, std::make_shared<const std::string>(std::move(text))});
-  return FRendered.back().Text;
+  return std::make_shared<const std::string>(std::move(text));
+} catch (...) {
+  const std::string what = DescribeException(std::current_exception());
+  return Note("missed", {{"from", event.Number}, {"to", event.Number}, {"why", "fault"}, {"text", what}}, event.Number)
+      .Text;
 }
 
 void TEventHub::Pump(std::uint64_t nowMs) {

@@ -98,6 +98,7 @@ class TEventHub {
   void CatchUp(TEventFeed& feed);
   void HandOnSignals(std::uint64_t nowMs);
   [[nodiscard]] std::shared_ptr<const std::string> Render(const TServiceEvent& event, const std::string& language);
+  [[nodiscard]] std::shared_ptr<const std::string> RenderNow(const TServiceEvent& event, const std::string& language);
   [[nodiscard]] TEventFeed::TItem Note(const char* name, const nlohmann::ordered_json& data, std::uint64_t number = 0);
 
   TEventRing& FRing;

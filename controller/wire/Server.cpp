@@ -19,10 +19,10 @@
 #include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
 
+#include "controller/Supervisor.h"
 #include "controller/service/Lease.h"
 #include "controller/wire/Dispatch.h"
 #include "controller/wire/WireSession.h"
-#include "ixocamglue/platform/services/AppSys.h"
 #include "ixocamglue/platform/services/ThreadTable.h"
 #include "ixocamglue/support/Faults.h"
 #include "ixocamglue/support/Format.h"
@@ -217,7 +217,11 @@ void TWireServer::TCore::Accept(TListener& listener) {
     TOwnFd fd(::accept4(listener.Descriptor.native_handle(), reinterpret_cast<sockaddr*>(&address), &size,
                         SOCK_NONBLOCK | SOCK_CLOEXEC));
     if (fd.Get() >= 0) {
-      Welcome(std::move(fd), address);
+      try {
+        Welcome(std::move(fd), address);
+      } catch (...) {  // the next one is welcome all the same
+        LogFault("TWireServer", std::current_exception());
+      }
       continue;
     }
     const int error = errno;
@@ -327,6 +331,11 @@ void TWireServer::TCore::Ended(TWireSession& session) {
 
 // Signals that were too early for their client, connections that take too long, the thread's sign of life.
 void TWireServer::TCore::Tick() {
+  // First, so that nothing which is thrown below ends it.
+  FTimer.expires_after(std::chrono::milliseconds(FHub.Feeds() != 0 ? TEventHub::kRoundMs : kWatchMs));
+  FTimer.async_wait([this](const boost::system::error_code& error) {
+    if (!error) Tick();
+  });
   const std::uint64_t nowMs = RealMs();
   if (FSign) FSign->Beat();
   if (FHub.Feeds() != 0) FHub.Pump(nowMs);
@@ -338,10 +347,6 @@ void TWireServer::TCore::Tick() {
     for (const auto& [number, session] : FSessions) open.push_back(session);
     for (const auto& session : open) session->Watch(nowMs);
   }
-  FTimer.expires_after(std::chrono::milliseconds(FHub.Feeds() != 0 ? TEventHub::kRoundMs : kWatchMs));
-  FTimer.async_wait([this](const boost::system::error_code& error) {
-    if (!error) Tick();
-  });
 }
 
 void TWireServer::TCore::Run() {
@@ -355,7 +360,7 @@ void TWireServer::TCore::Run() {
       FContext.run();
       break;
     } catch (...) {
-      LogMsg(lkException, 0, DescribeException(std::current_exception()).c_str(), "TWireServer");
+      LogFault("TWireServer", std::current_exception());
     }
   }
   FSign.reset();

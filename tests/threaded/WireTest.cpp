@@ -345,6 +345,28 @@ TEST(WireFeed, DropsSignalsBeforeAnythingElseAndKeepsEachClientsRate) {
   EXPECT_THAT(feed->Take(), HasSubstr("event: missed"));
 }
 
+TEST(WireFeed, AnEventThatCannotBeToldHoldsUpNoOther) {
+  TEventRing ring;
+  TEventHub hub(ring);
+  const auto good = [] { return nlohmann::ordered_json{{"text", "good"}}; };
+  const auto bad = []() -> nlohmann::ordered_json { throw std::runtime_error("no text"); };
+  const auto told = [](TEventFeed& feed) {
+    std::string all;
+    for (std::string text = feed.Take(); !text.empty(); text = feed.Take()) all += text;
+    return all;
+  };
+  const auto both = AllOf(HasSubstr(R"("from":1,"to":1,"why":"fault","text":"no text")"), HasSubstr("\"good\""));
+  const auto follows = hub.Open(*ReadFeedWish({{"kinds", "state,signals"}}), 1000, [] {});
+  ring.Add(evState, bad);
+  ring.Add(evSignals, bad);
+  ring.Add(evState, good);
+  EXPECT_NO_THROW(hub.Pump(2000));
+  EXPECT_THAT(told(*follows), both);
+  TFeedWish wish = *ReadFeedWish({});
+  wish.LastId = ring.Epoch() + "-0";
+  EXPECT_THAT(told(*hub.Open(wish, 3000, [] {})), both) << "also of one that catches up";
+}
+
 TEST(WireFeed, SaysWhatTheRingHasLostAndCatchesUpWithTheRest) {
   TEventRing ring;
   TEventHub hub(ring);
