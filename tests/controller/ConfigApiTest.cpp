@@ -143,6 +143,17 @@ TEST_F(TServiceApi, WhatIsWrongIsRefusedWithItsReasonAndNothingIsChanged) {
   EXPECT_GT(Ask("GET", "config/schema").Body["properties"].size(), 400u);
   EXPECT_EQ(Bytes(), before);
 
+  // Whichever comes first is done: a run that begins is not changed under its feet.
+  const nlohmann::json four{{"value", 4}, {"version", "*"}};
+  const nlohmann::json delay{{"procedure", "delay"}, {"params", {{"ms", 600'000}}}};
+  const auto late = World().AskInOneGo({{"POST", "runs", delay}, {"PUT", "config/AutoCleanHead/CleanCount", four}});
+  EXPECT_EQ(late[0].Status, 201) << late[0].Body;
+  EXPECT_EQ(late[1].Status, 409) << late[1].Body;
+  EXPECT_EQ(late[1].Body["what"], "the procedure delay is running");
+  EXPECT_EQ(Bytes(), before);
+  EXPECT_EQ(Ask("POST", "stop").Status, 202);
+  EXPECT_EQ(World().Report(late[0].Body["id"])["outcome"], "stopped");
+
   Do([](TController& controller) { EXPECT_TRUE(controller.Start(ShareRoot(MakeShot(60'000)))); });
   for (const auto& reply : {Set("AutoCleanHead/CleanCount", 4), Ask("POST", "config/restore")})
     EXPECT_EQ(reply.Status, 409) << reply.Body;

@@ -104,6 +104,22 @@ TEST_F(DesksApi, TheEmergencyStopKeyIsResetWithEverythingElse) {
   EXPECT_TRUE(World.Comes([&] { return !latched(); }));
 }
 
+TEST_F(DesksApi, AKeyThatIsHeldGoesUpWhenTheFormChangesAndNeedsANewPress) {
+  Good("POST", "panel/form", {{"form", "Work"}});
+  const auto replies = World.AskInOneGo({{"POST", "panel/press", Press("RIGHT", "a")},
+                                         {"POST", "panel/form", {{"form", "DlgEdgeSeek"}}},
+                                         {"POST", "panel/heartbeat", {{"presses", {"a"}}, {"atMs", RealMs()}}}});
+  EXPECT_EQ(replies[0].Body["sent"], true) << replies[0].Body;
+  EXPECT_EQ(replies[1].Body["form"], "DlgEdgeSeek");
+  EXPECT_EQ(replies[2].Status, 409) << replies[2].Body;
+  ASSERT_EQ(Events(evKey).size(), 1U);
+  EXPECT_EQ(Events(evKey).front()["up"], "form");
+  std::vector<std::string> keys;
+  for (const TJournalEntry& entry : World.Service.Controller().Journal().Entries())
+    if (entry.Verb.starts_with("Key")) keys.push_back(entry.Verb + " " + entry.Args);
+  EXPECT_THAT(keys, testing::ElementsAre("KeyDown 34 0", "KeyUp 34 0"));
+}
+
 TEST_F(DesksApi, TheKnobTurnsByHandAndKeepsItsSpeeds) {
   EXPECT_EQ(Good("POST", "panel/knob", {{"level", "normal"}})["state"], "normal");
   EXPECT_EQ(Good("POST", "panel/knob", {{"counts", 5}})["state"], "high");
@@ -148,6 +164,22 @@ TEST_F(DesksApi, OneCalibrationFollowsAnotherAndEachTellsItsProgressAndItsVerdic
   EXPECT_EQ(Good("GET", "gas")["lastRun"], third);
 }
 
+TEST_F(DesksApi, ACalibrationThatAllOffEndsStoresNothingLeavesTheGasOffAndCanBeRepeated) {
+  const nlohmann::json air{{"gases", "Air"}, {"nozzle", "S"}, {"size", 1.5}};
+  const TJson before = Good("GET", "gas/tables?nozzle=S");
+  const std::uint64_t first = Good("POST", "gas/calibrate", air)["id"];
+  ASSERT_TRUE(Comes([&] { return World.Machine().Snapshot().Gas; }));
+  EXPECT_EQ(Ask("POST", "all-off").Status, 202);
+  const TJson report = World.Report(first);
+  EXPECT_EQ(report["outcome"], "stopped") << report.dump();
+  EXPECT_THAT(report["cause"].get<std::string>(), HasSubstr("anna"));
+  EXPECT_FALSE(World.Machine().Snapshot().Gas);
+  EXPECT_EQ(Good("GET", "gas/tables?nozzle=S"), before);
+  Refused(409, "switched off", "POST", "gas/calibrate", air);
+  ASSERT_TRUE(Comes([&] { return Ask("POST", "reset").Status == 200; }));
+  EXPECT_EQ(World.Report(Good("POST", "gas/calibrate", air)["id"])["outcome"], "success");
+}
+
 TEST_F(DesksApi, ARecordingIsMadeByNameReadThinnedOutAndDeleted) {
   for (const char* const name : {"../machine", "a/b", ".hidden", ""})
     EXPECT_EQ(Ask("POST", "recordings", {{"name", name}}).Status, 400) << name;
@@ -173,6 +205,18 @@ TEST_F(DesksApi, ARecordingIsMadeByNameReadThinnedOutAndDeleted) {
   Good("DELETE", "recordings/move");
   Refused(404, "there is no recording", "GET", "recordings/move");
   Refused(404, "there is no recording", "GET", "recordings/move/file");
+
+  // One that a run's end meets has all of it, before and after.
+  World.StartDelay(600'000);
+  ASSERT_TRUE(Comes([&] { return World.Service.Status()->State == nsCustomMotion; }));
+  Good("POST", "recordings", {{"name", "end"}, {"signals", {"state"}}, {"limitMs", 600'000}});
+  EXPECT_EQ(Ask("POST", "stop").Status, 202);
+  EXPECT_EQ(World.Report(run + 1)["outcome"], "stopped");
+  World.Report(World.StartRun({{"procedure", "delay"}, {"params", {{"ms", 5}}}}));
+  Good("DELETE", "recordings/end/running");
+  const TJson end = Good("GET", "recordings/end?points=1000")["signals"][0];
+  EXPECT_EQ(end["high"].front(), 204);
+  EXPECT_THAT(end["low"].get<std::vector<int>>(), testing::Contains(0));
 
   Good("POST", "recordings", {{"name", "short"}, {"limitMs", 100}});
   ASSERT_TRUE(Comes([&] { return Ask("GET", "recordings").Body["running"].is_null(); }));
