@@ -12,7 +12,6 @@
 #include "ixocamglue/config/Libmachinecfg.h"
 #include "ixocamglue/gascal/Ugasadjusttexts.h"
 #include "ixocamglue/gascal/Uzemgasadjuststate.h"
-#include "ixocamglue/motion/Usequence.h"
 #include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
@@ -21,6 +20,7 @@
 #include "machines/simulated/Random.h"
 #include "verify/Oracle.h"
 #include "verify/Sampler.h"
+#include "verify/SweepCase.h"
 
 namespace ixoverify {
 using namespace ixocontroller;
@@ -41,7 +41,6 @@ constexpr TValveFault kFaults[] = {vfStuck,    vfNoSupply,   vfLowSupply,      v
                                    vfSlowLine, vfSlowUpdate, vfNegativeOffset, vfWideDeadBand};
 constexpr int kDrawnTicks = 50;
 constexpr std::uint64_t kLongestMs = 300'000;  // per gas: 15 points of 15 s and what lies between them
-constexpr std::int32_t kProbeId = 998;
 constexpr const char* kNozzle = "S";
 constexpr double kNozzleMm = 1.5;
 // The table that each gas has before: bar, V.
@@ -207,12 +206,7 @@ class TGasSweepRun {
   void Probe() {
     FController.Alarms().ClearAll();
     FController.RunFor(50);
-    auto probe = MakeStepOf<TSmtSequence>(nullptr);
-    probe->Define(kProbeId, "probe", {{612, "delay", nullptr}});
-    if (const TResult<> started = FController.Start(ShareRoot(std::move(probe))); !started)
-      return Violation(Tr("not ready for the next procedure: ") + started.Problem().Text());
-    if (!FController.RunToEnd(1000) || !TCustomMotionState::GetExecOK(kProbeId, false))
-      Violation(Tr("the next procedure did not succeed"));
+    if (const TResult<> ran = RunNext(FController); !ran) Violation(ran.Problem().What);
   }
 
   const TFiles& FFiles;

@@ -2,6 +2,10 @@
 
 #include <algorithm>
 #include <string_view>
+#include <utility>
+
+#include "ixocamglue/motion/Usequence.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixoverify {
 namespace {
@@ -120,6 +124,17 @@ std::vector<TSweepCase> SweepCases() {
     }
   }
   return cases;
+}
+
+TResult<> RunNext(TController& controller) {
+  constexpr std::int32_t kProbeId = 999;
+  auto probe = MakeStepOf<TSmtSequence>(nullptr);
+  probe->Define(kProbeId, "probe", {{612, "delay", nullptr}});
+  if (const TResult<> started = controller.Start(ShareRoot(std::move(probe))); !started)
+    return TProblem{.What = Tr("not ready for the next procedure: ") + started.Problem().Text()};
+  if (!controller.RunToEnd(1000) || !TCustomMotionState::GetExecOK(kProbeId, false))
+    return TProblem{.What = Tr("the next procedure did not succeed")};
+  return {};
 }
 
 }  // namespace ixoverify

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "controller/Controller.h"
 #include "controller/procedures/Procedures.h"
 #include "machines/simulated/Machine.h"
 
@@ -30,5 +31,8 @@ struct TSweepCase {
 };
 
 [[nodiscard]] std::vector<TSweepCase> SweepCases();
+
+// That a short procedure runs to its end, whatever was before it.
+[[nodiscard]] TResult<> RunNext(TController& controller);
 
 }  // namespace ixoverify

@@ -7,7 +7,6 @@
 #include "controller/StateFolder.h"
 #include "controller/procedures/ProcedureRun.h"
 #include "ixocamglue/config/Uassistconfig.h"
-#include "ixocamglue/motion/Usequence.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/Texts.h"
@@ -20,7 +19,6 @@ namespace {
 
 constexpr std::uint64_t kCutMs = 10'000;    // machine time after which a procedure that still runs is stopped
 constexpr std::uint64_t kSettleMs = 3'000;  // for axes to come to rest
-constexpr std::int32_t kProbeId = 999;
 
 void HurryNozzles(TNozzleChangeConfig& rack) {
   rack.ZMoveLowSpeed = 400.0L;
@@ -276,12 +274,7 @@ class TSweepRun {
 
   // The next procedure must run.
   void Probe() {
-    auto probe = MakeStepOf<TSmtSequence>(nullptr);
-    probe->Define(kProbeId, "probe", {{612, "delay", nullptr}});
-    if (const TResult<> started = FController.Start(ShareRoot(std::move(probe))); !started)
-      return Violation(Tr("not ready for the next procedure: ") + started.Problem().Text());
-    if (!FController.RunToEnd(1000) || !TCustomMotionState::GetExecOK(kProbeId, false))
-      Violation(Tr("the next procedure did not succeed"));
+    if (const TResult<> ran = RunNext(FController); !ran) Violation(ran.Problem().What);
   }
 
   const TSweepCase& FCase;
