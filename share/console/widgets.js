@@ -10,6 +10,11 @@ export function numberText(value, digits = 2) {
   return value === null || value === undefined ? "-" : Number(value).toFixed(digits);
 }
 
+// Of an axis: no minus sign before what is shown as zero.
+export function millimetres(value, digits = 2) {
+  return numberText(value === null || value === undefined || Number(value.toFixed(digits)) !== 0 ? value : 0, digits);
+}
+
 // "1.24 s", "3:05 min"
 export function durationText(ms) {
   if (ms === null || ms === undefined) return "-";
@@ -25,6 +30,27 @@ export function timeText(utc, withDate = true) {
   const options = {hour: "2-digit", minute: "2-digit", second: "2-digit", hour12: false};
   if (withDate) Object.assign(options, {year: "numeric", month: "2-digit", day: "2-digit"});
   return new Intl.DateTimeFormat(currentLanguage() === "zh" ? "zh-CN" : "en-GB", options).format(new Date(utc));
+}
+
+// `action` at once and then at most once in `ms`, the last call included; end() forgets what is due.
+export function rarely(ms, action) {
+  let timer = null;
+  let due = false;
+  const next = () => {
+    timer = null;
+    if (due) call();
+  };
+  const call = () => {
+    due = timer !== null;
+    if (due) return;
+    timer = setTimeout(next, ms);
+    action();
+  };
+  call.end = () => {
+    clearTimeout(timer);
+    due = false;
+  };
+  return call;
 }
 
 // --- what is said ---
@@ -249,12 +275,11 @@ export function readAll(fields) {
 
 // A list of choices of which one is shown: [{id, title}]. `shown(id)` fills the node below.
 export function tabs(label, choices, chosen, shown) {
-  const bar = el("div", {class: "tabs", role: "group", "aria-label": label});
+  const buttons = choices.map(({id, title}) => el("button", {type: "button", onclick: () => show(id)}, title));
   const show = (id) => {
-    replace(bar, choices.map((choice) =>
-      el("button", {type: "button", "aria-pressed": choice.id === id ? "true" : "false", onclick: () => show(choice.id)}, choice.title)));
+    choices.forEach((choice, i) => buttons[i].setAttribute("aria-pressed", choice.id === id ? "true" : "false"));
     shown(id);
   };
   show(chosen);
-  return bar;
+  return el("div", {class: "tabs", role: "group", "aria-label": label}, buttons);
 }

@@ -1,0 +1,115 @@
+// Positions of the axes and their steps by hand: each a run of the procedure that moves the axis, refused beforehand
+// where it would leave the axis' limits.
+
+import {el, setText} from "../../dom.js";
+import {kept} from "../../kept.js";
+import {mark, tr} from "../../texts.js";
+import {millimetres, say, tabs, withControl} from "../../widgets.js";
+import {wire} from "../../wire.js";
+import {stateText} from "../../bar.js";
+
+const kSteps = [0.1, 1, 10, 100];
+const kSlackMm = 1e-6;
+
+const saved = kept("machine.axes", {step: 10});
+
+// The axes as the controller names them; arrows as the page draws them: Y upwards on the bed, Z downwards to the plate.
+const kAxes = [
+  {id: "x", title: "X", letter: "X", at: "xMm", arrows: ["\u2190", "\u2192"], moves: "axes",
+    run: (to, at) => ({procedure: "move-xy", params: {x: to, y: at.yMm}}), speed: "JogXY/NormalJogSpeed"},
+  {id: "y", title: "Y", letter: "Y", at: "yMm", arrows: ["\u2193", "\u2191"], moves: "axes",
+    run: (to, at) => ({procedure: "move-xy", params: {x: at.xMm, y: to}}), speed: "JogXY/NormalJogSpeed"},
+  {id: "z", title: "Z", letter: "Z", at: "zMm", arrows: ["\u2191", "\u2193"], moves: "z",
+    run: (to) => ({procedure: "move-z", params: {z: to}}), speed: "JogZ[1]/NormalJogSpeed"},
+  {id: "focus", title: mark("Focus"), letter: "F", at: "focusMm", arrows: ["", ""], moves: "focus",
+    run: (to) => ({procedure: "focus", params: {focus: to}})},
+];
+
+export class Axes {
+  #sent = false;  // a step was asked for and not answered yet
+
+  constructor(machine, properties) {
+    this.rows = kAxes.map((axis) => this.#row(axis, machine.axes[axis.id], properties[axis.speed]));
+    this.reason = el("p", {class: "reason", id: "axes-reason", role: "status"});
+    this.node = el("section", {class: "card axes"},
+      el("div", {class: "row heading"}, el("h2", {}, tr("Axes")),
+        el("div", {class: "row"}, el("span", {class: "aside", "aria-hidden": "true"}, tr("Step in mm")), tabs(tr("Step in mm"), kSteps.map((step) => ({id: step, title: String(step)})), saved.get("step"), (step) => {
+          saved.set({step});
+          if (wire.status && this.rows) this.show(wire.status);
+        }))),
+      this.rows.map(({node}) => node), this.reason);
+  }
+
+  #row(axis, limits, speed) {
+    const row = {axis, limits, speed, value: el("b", {class: "number"}), moving: el("small", {class: "moving"})};
+    row.buttons = [-1, 1].map((sign, i) => {
+      const left = el("small", {class: "number"});
+      const name = axis.letter + (sign < 0 ? "\u2212" : "+");
+      const button = el("button", {type: "button", class: "jog", "aria-describedby": "axes-reason", onclick: () => this.#step(row, sign)},
+        el("b", {}, name, " ", el("span", {"aria-hidden": "true"}, axis.arrows[i])), left);
+      return {button, left, sign};
+    });
+    row.node = el("div", {class: "axis-row"},
+      el("span", {class: "name"}, el("b", {}, tr(axis.title)), row.moving),
+      el("span", {class: "place"}, row.value, el("span", {class: "unit"}, " mm")),
+      row.buttons.map(({button}) => button));
+    return row;
+  }
+
+  // Why no axis may be moved by hand now; empty: it may.
+  #refusal({state, run, allOff, allowMove, signals}) {
+    if (wire.stale) return tr("No connection to the controller");
+    if (wire.session.role === "viewer") return tr("This page may only look");
+    if (allOff) return tr("All off");
+    if (run) return tr("the procedure %s is running", run.procedure);
+    if (state !== "standby") return stateText(state);
+    if (!allowMove) return tr("Motion is forbidden");
+    if (this.#sent || Object.values(signals.moving).some(Boolean)) return tr("An axis moves");
+    return "";
+  }
+
+  // From where the axis stands to its limit, mm.
+  static #left({axis, limits}, sign, position) {
+    return Math.max(0, sign > 0 ? limits.mostMm - position[axis.at] : position[axis.at] - limits.leastMm);
+  }
+
+  show(status) {
+    const refusal = this.#refusal(status);
+    const step = saved.get("step");
+    setText(this.reason, refusal);
+    for (const row of this.rows) {
+      const {position, moving} = status.signals;
+      setText(row.value, millimetres(position[row.axis.at]));
+      setText(row.moving, moving[row.axis.moves] ? tr("moves") : "");
+      for (const {button, left, sign} of row.buttons) {
+        const mm = Axes.#left(row, sign, position);
+        const short = mm < step - kSlackMm;
+        setText(left, short ? tr("only %s left", millimetres(mm)) : tr("%s left", millimetres(mm)));
+        const off = Boolean(refusal) || short ? "true" : "false";
+        if (button.getAttribute("aria-disabled") !== off) button.setAttribute("aria-disabled", off);
+      }
+    }
+  }
+
+  async #step(row, sign) {
+    const {status} = wire;
+    if (!status) return;
+    const {position} = status.signals;
+    const step = saved.get("step");
+    const refusal = this.#refusal(status);
+    if (refusal) return say(refusal);
+    if (Axes.#left(row, sign, position) < step - kSlackMm) return say(tr("The axis' limit is nearer than the step"));
+    const to = Math.min(row.limits.mostMm, Math.max(row.limits.leastMm, round(position[row.axis.at] + sign * step)));
+    const {procedure, params} = row.axis.run(to, position);
+    if (row.speed) params.speed = row.speed;
+    this.#sent = true;
+    this.show(status);
+    await withControl(() => wire.post("runs", {procedure, params}));
+    this.#sent = false;
+    if (wire.status) this.show(wire.status);
+  }
+}
+
+function round(mm) {
+  return Math.round(mm * 1000) / 1000;
+}
