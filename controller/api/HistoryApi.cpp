@@ -140,7 +140,7 @@ std::optional<TJson> RunAtHand(TService& service, std::uint64_t id, const std::s
     const TRunRecord* const current = service.Runner().Current();
     const TRunRecordPtr ended = service.Runner().Find(id);
     if (current && current->Id == id)
-      found->set_value(ixocontroller::RunJson(*current));
+      found->set_value(service.Runner().CurrentJson());
     else
       found->set_value(ended ? std::optional(ixocontroller::RunJson(*ended)) : std::nullopt);
   });

@@ -78,16 +78,20 @@ std::string ClosingLine(const TRunReport& report) {
   return line;
 }
 
+nlohmann::ordered_json StepsJson(const std::vector<TStepSpan>& steps, std::uint64_t startMs) {
+  auto json = nlohmann::ordered_json::array();
+  for (const TStepSpan& step : steps)
+    json.push_back({{"level", step.Level},
+                    {"number", step.Number},
+                    {"count", step.Count},
+                    {"command", step.Command},
+                    {"description", step.Desc},
+                    {"startMs", step.From - std::min(startMs, step.From)},
+                    {"durationMs", step.To - step.From}});
+  return json;
+}
+
 nlohmann::ordered_json ReportJson(const TRunReport& report, const TMotionTrace& trace, const TMachineSnapshot& last) {
-  auto steps = nlohmann::ordered_json::array();
-  for (const TStepSpan& step : report.Steps)
-    steps.push_back({{"level", step.Level},
-                     {"number", step.Number},
-                     {"count", step.Count},
-                     {"command", step.Command},
-                     {"description", step.Desc},
-                     {"startMs", step.From - report.StartMs},
-                     {"durationMs", step.To - step.From}});
   return {{"outcome", report.End.Name},
           {"words", report.End.Words},
           {"durationMs", report.DurationMs},
@@ -103,7 +107,7 @@ nlohmann::ordered_json ReportJson(const TRunReport& report, const TMotionTrace& 
           {"gas", last.Gas},
           {"following", last.Following},
           {"outputsOn", last.OutputsOn},
-          {"steps", std::move(steps)},
+          {"steps", StepsJson(report.Steps, report.StartMs)},
           {"notes", report.Notes},
           {"alarms", AlarmsJson(report.Alarms, report.StartMs)},
           {"timeline", report.TimelineJson},

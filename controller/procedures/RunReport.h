@@ -23,6 +23,8 @@ namespace ixocontroller {
                                                    const TMachineSnapshot& last, bool withJournal);
 // The last line: how it ended and when, and of a failure at which step, why and what to do.
 [[nodiscard]] std::string ClosingLine(const TRunReport& report);
+// Times count from startMs.
+[[nodiscard]] nlohmann::ordered_json StepsJson(const std::vector<TStepSpan>& steps, std::uint64_t startMs);
 [[nodiscard]] nlohmann::ordered_json ReportJson(const TRunReport& report, const TMotionTrace& trace,
                                                 const TMachineSnapshot& last);
 // What ReportJson has made of a report, with the problem that stands beside it (null: none). Times count from 0, the

@@ -133,6 +133,14 @@ nlohmann::ordered_json RunJson(const TRunRecord& record) {
   return json;
 }
 
+nlohmann::ordered_json TRunner::CurrentJson() const {
+  nlohmann::ordered_json json = RunHeadJson(*FRun);
+  std::vector<TStepSpan> steps = FSteps.Items();
+  for (TStepSpan& step : steps) step.Desc = Retold(step.Desc);
+  json["steps"] = StepsJson(steps, FWatch.StartMs());
+  return json;
+}
+
 nlohmann::ordered_json TraceJson(const TRunRecord& record) {
   auto points = nlohmann::ordered_json::array();
   const std::uint64_t start = record.Report.StartMs;

@@ -93,6 +93,7 @@ class TRunner {
   [[nodiscard]] TResult<> MayStart(const TRunRequest& request) const;
   [[nodiscard]] bool Busy() const { return FPhase != TPhase::Idle; }
   [[nodiscard]] const TRunRecord* Current() const { return FRun.get(); }  // null: none
+  [[nodiscard]] nlohmann::ordered_json CurrentJson() const;  // what is known of it, and its steps until now
   // That have ended, the newest last.
   [[nodiscard]] const std::deque<TRunRecordPtr>& Records() const { return FRecords; }
   [[nodiscard]] TRunRecordPtr Find(std::uint64_t id) const;  // that has ended; null: gone, or never was

@@ -75,6 +75,10 @@ TEST(Service, WhileAProcedureRunsNothingElseBeginsAndItsStopNamesWhoAsked) {
     EXPECT_THAT(rest.Problem().What, HasSubstr("delay"));
   });
   EXPECT_TRUE(Comes([&] { return !world.Service.Status()->Path.empty(); }));
+  const TJson running = world.Ask("GET", "runs/1").Body;
+  EXPECT_TRUE(running["outcome"].is_null());
+  ASSERT_EQ(running["steps"].size(), 1U);
+  EXPECT_EQ(running["steps"][0]["startMs"], 0);
   EXPECT_EQ(world.Ask("POST", "stop").Status, 202);
   const TJson report = world.Report(1);
   EXPECT_EQ(report["outcome"], "stopped");
