@@ -35,6 +35,8 @@ nlohmann::ordered_json Described(const TNcAlarmRecord& record, const std::string
           {"reason", rec.Reason},
           {"solution", rec.Solution},
           {"description", record.Desc},
+          {"forbidsMove", (record.Attrs & naForbidMove) != 0},
+          {"forbidsLaser", (record.Attrs & naForbidLaser) != 0},
           {"lang", lang}};
 }
 

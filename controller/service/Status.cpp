@@ -34,6 +34,8 @@ nlohmann::ordered_json SignalsJson(const TMachineSnapshot& now) {
           {"gas", {{"on", now.Gas}, {"branch", now.GasBranch}, {"setBar", now.GasSetBar}, {"bar", now.GasBar}}},
           {"following", now.Following},
           {"calibrating", now.Calibrating},
+          {"nozzle", now.Nozzle < 0 ? nlohmann::ordered_json() : nlohmann::ordered_json(now.Nozzle)},
+          {"dockedTable", now.DockedTable},
           {"outputsOn", now.OutputsOn}};
 }
 

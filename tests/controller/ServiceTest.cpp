@@ -137,6 +137,10 @@ TEST(Service, AllOffKeepsEverythingStillUntilItIsResetAtTheMachineWithoutACauseT
   ASSERT_TRUE(Comes([&] { return world.Service.Status()->Machine.LatchTripped; }));
   EXPECT_EQ(world.Service.Status()->Alarms, 2U);  // its own, once, and the latch's
   EXPECT_FALSE(world.Service.Status()->AllowMove);
+  for (const TJson& alarm : world.Ask("GET", "alarms").Body["alarms"]) {
+    EXPECT_EQ(alarm["forbidsMove"], alarm["identifier"] == "TPAllOff#1") << alarm;
+    EXPECT_TRUE(alarm["forbidsLaser"]) << alarm;
+  }
   EXPECT_EQ(world.Ask("POST", "runs", {{"procedure", "delay"}, {"params", {{"ms", 1}}}}).Status, 409);
 
   const auto reset = [&](TAsker who) { return world.Ask("POST", "reset", nullptr, std::move(who)); };
