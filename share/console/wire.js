@@ -241,7 +241,7 @@ class Wire {
         if (!answer.ok) throw new Problem(answer.status);
         this.connected = true;
         await this.refresh();
-        await this.#read(answer.body.pipeThrough(new TextDecoderStream()).getReader());
+        await this.#read(answer.body.getReader());
       } catch {
         if (stream.signal.aborted) retryMs = 0;
       }
@@ -254,12 +254,13 @@ class Wire {
   }
 
   async #read(reader) {
+    const decoder = new TextDecoder();
     let text = "";
     for (;;) {
       const {value, done} = await reader.read();
       if (done) return;
       this.#answeredAt = performance.now();
-      text += value;
+      text += decoder.decode(value, {stream: true});
       const blocks = text.split("\n\n");
       text = blocks.pop();
       for (const block of blocks) this.#take(block);

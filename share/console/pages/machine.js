@@ -32,21 +32,26 @@ export async function open(root) {
     el("div", {class: "second"}, axes.node, signs.node),
     el("div", {class: "third"}, side.node, places.node));
 
-  const texts = rarely(kTextMs, () => {
-    root.classList.toggle("stale-values", wire.stale);
-    if (wire.status) for (const part of [bed, side, axes, signs, places]) part.show(wire.status);
-  });
   let frame = 0;
-  const picture = rarely(kDrawMs, () => {
-    frame ||= requestAnimationFrame(() => {
-      frame = 0;
-      bed.move(wire.status.signals);
-      side.move(wire.status.signals);
-    });
+  let due = false;  // texts are to be shown with the next picture
+  const show = () => {
+    frame = 0;
+    bed.move(wire.status.signals);
+    side.move(wire.status.signals);
+    if (!due) return;
+    due = false;
+    root.classList.toggle("stale-values", wire.stale);
+    for (const part of [bed, side, axes, signs, places]) part.show(wire.status);
+  };
+  const picture = rarely(kDrawMs, () => (frame ||= requestAnimationFrame(show)));
+  const texts = rarely(kTextMs, () => {
+    due = true;
+    picture();
   });
   const moved = () => {
-    if (wire.status) picture();
+    if (!wire.status) return;
     texts();
+    picture();
   };
   const ends = [
     wire.on("signals", (signals) => {

@@ -1,5 +1,5 @@
 // The bed from above, to scale, Y upwards. What stands still is a drawing; the path is painted where it grows; head and
-// portal are layers that are only shifted, so that a picture of the screen costs next to nothing.
+// portal are layers that are only shifted, as that costs least.
 
 import {el, svg} from "../../dom.js";
 import {tr} from "../../texts.js";
@@ -51,6 +51,7 @@ export class Bed {
         el("button", {type: "button", onclick: () => this.#forget()}, tr("Clear path"))),
       this.view);
 
+    this.unpainted = [];  // stretches that have come since, bounded by the page's texts
     this.offRun = run.on(() => this.#showPlan(run));
     this.observer = new ResizeObserver(() => this.#resize());
     this.observer.observe(this.view);
@@ -111,7 +112,7 @@ export class Bed {
 
   travelled({position, laser, emission}) {
     const step = path.add(position.xMm, position.yMm, laser && emission);
-    if (step && this.context) this.#paint([step]);
+    if (step) this.unpainted.push(step);
   }
   lost() {
     path.gap();
@@ -134,6 +135,7 @@ export class Bed {
     this.context.lineCap = "round";
     const style = getComputedStyle(document.documentElement);
     this.colours = {dark: style.getPropertyValue("--muted"), lit: style.getPropertyValue("--beam")};
+    this.unpainted = [];
     this.#paint(path.steps());
     if (this.last) this.move(this.last);
   }
@@ -167,6 +169,7 @@ export class Bed {
   }
 
   show({signals}) {
+    if (this.context) this.#paint(this.unpainted.splice(0));
     const {xMm, yMm} = signals.position;
     const text = tr("The bed from above: the head stands at X %s, Y %s mm", millimetres(xMm, 0), millimetres(yMm, 0));
     if (this.view.getAttribute("aria-label") !== text) this.view.setAttribute("aria-label", text);
