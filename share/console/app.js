@@ -28,6 +28,7 @@ const menu = document.getElementById("pages");
 const saved = kept("app", {page: kPages[0].id});
 let close = null;
 let opening = 0;
+let failed = false;  // the page could not be opened; it is tried again when the controller answers
 
 function showMenu(page) {
   menu.setAttribute("aria-label", tr("Pages"));
@@ -44,6 +45,7 @@ async function showPage() {
   showMenu(page);
   close?.();
   close = null;
+  failed = false;
   document.title = tr(page.title) + " - IxoCAMGlue";
   const heading = el("h1", {}, tr(page.title));
   const content = el("div", {class: "page " + page.id});
@@ -56,7 +58,8 @@ async function showPage() {
     else closes?.();
   } catch (error) {
     console.error(error);
-    if (mine === opening) replace(content, problemBox({what: error.what ?? error.message, ...error}));
+    failed = mine === opening;
+    if (failed) replace(content, problemBox({what: error.what ?? error.message, ...error}));
   }
 }
 
@@ -100,5 +103,6 @@ window.addEventListener("hashchange", async () => {
   await logIn();
   showPage();
 });
+wire.on("connection", (connected) => connected && failed && showPage());
 wire.start();
 showPage();

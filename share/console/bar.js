@@ -28,6 +28,8 @@ class Bar {
   open(root, changeLanguage) {
     this.root = root;
     this.changeLanguage = changeLanguage;
+    // A short shot is over before the status is looked at.
+    wire.on("signals", () => this.showBeam());
     for (const kind of ["status", "stale", "lease", "session", "connection", "alarms"]) wire.on(kind, () => this.update());
     this.show();
   }
@@ -37,7 +39,7 @@ class Bar {
     this.what = el("span", {id: "running"});
     this.alarms = el("a", {href: "#alarms", id: "alarm-count"});
     this.control = el("button", {type: "button", id: "control", onclick: () => this.changeControl()});
-    this.beam = el("span", {id: "beam", class: "sign"});
+    this.beam = el("span", {id: "beam", class: "sign", role: "status"});
     const language = el("select", {id: "language", "aria-label": tr("Language"), onchange: (event) => this.changeLanguage(event.target.value)},
       languages().map(({id, name}) => el("option", {value: id, lang: id, selected: id === currentLanguage()}, name)));
     const stop = el("button", {type: "button", id: "stop", "aria-keyshortcuts": "Escape", onclick: () => wire.stop()},
@@ -58,9 +60,7 @@ class Bar {
     setText(this.state, status ? stateText(status.state) : "-");
     const run = status?.run;
     setText(this.what, run ? [run.procedure, durationText(run.runMs), run.startedBy].join(" · ") : tr("Nothing runs"));
-    const lit = status?.signals.laser || status?.signals.emission;
-    this.beam.hidden = !lit;
-    setText(this.beam, lit ? tr("Beam on") : "");
+    this.showBeam();
     const alarms = wire.alarms.length;
     setText(this.alarms, alarms === 0 ? tr("No alarms") : tr("Alarms: %d", alarms));
     this.alarms.classList.toggle("standing", alarms > 0);
@@ -68,6 +68,11 @@ class Bar {
     setText(this.control, holder);
     this.control.classList.toggle("mine", lease.mine);
     this.control.setAttribute("aria-pressed", lease.mine ? "true" : "false");
+  }
+
+  showBeam() {
+    const {laser, emission} = wire.status?.signals ?? {};
+    setText(this.beam, laser || emission ? tr("Beam on") : "");
   }
 
   async changeControl() {

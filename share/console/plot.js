@@ -6,6 +6,9 @@ import {numberText} from "./widgets.js";
 const kRedrawMs = 100;
 const kSeries = 8;  // colours in console.css: --series-1 ...
 
+// The library is no module: it comes with the first page that plots.
+await new Promise((done, failed) => document.head.append(el("script", {src: "/console/dygraph.min.js", onload: done, onerror: failed})));
+
 function colour(i) {
   return getComputedStyle(document.documentElement).getPropertyValue("--series-" + ((i % kSeries) + 1)).trim();
 }

@@ -35,8 +35,10 @@ class Wire {
   #listeners = new Map();
   #leaseId = sessionStorage.getItem(kLeaseKey) ?? "";
   #answeredAt = 0;
+  #renewedAt = 0;
   #lastEventId = "";
   #stream = null;
+  #wantedRate = 10;
   #rate = 10;
   #stale = true;
 
@@ -131,6 +133,7 @@ class Wire {
     this.#tell("lease", this.lease);
   }
   async #renew() {
+    this.#renewedAt = performance.now();
     if (!this.#leaseId) return;
     try {
       await this.post("lease/heartbeat");
@@ -171,8 +174,13 @@ class Wire {
     return this.#stale;
   }
 
-  // Signals a second, 1 to 50.
+  // Signals a second, 1 to 50; while nobody sees the page it is 1.
   setRate(rate) {
+    this.#wantedRate = rate;
+    this.#applyRate();
+  }
+  #applyRate() {
+    const rate = document.hidden ? 1 : this.#wantedRate;
     if (rate === this.#rate) return;
     this.#rate = rate;
     this.#stream?.abort();
@@ -183,6 +191,10 @@ class Wire {
     setInterval(() => this.#look(), kStatusMs);
     setInterval(() => this.#renew(), kHeartbeatMs);
     setInterval(() => this.#watchAge(), kStatusMs / 2);
+    document.addEventListener("visibilitychange", () => {
+      this.#applyRate();
+      if (!document.hidden) this.#look();
+    });
     this.#follow();
   }
 
@@ -260,6 +272,8 @@ class Wire {
       const {value, done} = await reader.read();
       if (done) return;
       this.#answeredAt = performance.now();
+      // A browser lets the timers of a hidden page sleep for a minute, not what it receives.
+      if (document.hidden && this.#answeredAt - this.#renewedAt > kHeartbeatMs) this.#renew();
       text += decoder.decode(value, {stream: true});
       const blocks = text.split("\n\n");
       text = blocks.pop();

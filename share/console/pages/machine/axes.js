@@ -7,9 +7,10 @@ import {mark, tr} from "../../texts.js";
 import {millimetres, say, tabs, withControl} from "../../widgets.js";
 import {wire} from "../../wire.js";
 import {stateText} from "../../bar.js";
+import {plateOf} from "./side.js";
 
 const kSteps = [0.1, 1, 10, 100];
-const kSlackMm = 1e-6;
+const kSlackMm = 1e-3;
 
 const saved = kept("machine.axes", {step: 10});
 
@@ -29,6 +30,7 @@ export class Axes {
   #sent = false;  // a step was asked for and not answered yet
 
   constructor(machine, properties) {
+    this.plateAt = plateOf(machine, properties);
     this.rows = kAxes.map((axis) => this.#row(axis, machine.axes[axis.id], properties[axis.speed]));
     this.reason = el("p", {class: "reason", id: "axes-reason", role: "status"});
     this.node = el("section", {class: "card axes"},
@@ -68,9 +70,11 @@ export class Axes {
     return "";
   }
 
-  // From where the axis stands to its limit, mm.
-  static #left({axis, limits}, sign, position) {
-    return Math.max(0, sign > 0 ? limits.mostMm - position[axis.at] : position[axis.at] - limits.leastMm);
+  // From where the axis stands to where it must not go any further, mm: its limit, or the plate.
+  #left({axis, limits}, sign, position) {
+    if (sign < 0) return Math.max(0, position[axis.at] - limits.leastMm);
+    const most = axis.id === "z" ? Math.min(limits.mostMm, this.plateAt(position) ?? limits.mostMm) : limits.mostMm;
+    return Math.max(0, most - position[axis.at]);
   }
 
   show(status) {
@@ -82,9 +86,9 @@ export class Axes {
       setText(row.value, millimetres(position[row.axis.at]));
       setText(row.moving, moving[row.axis.moves] ? tr("moves") : "");
       for (const {button, left, sign} of row.buttons) {
-        const mm = Axes.#left(row, sign, position);
+        const mm = this.#left(row, sign, position);
         const short = mm < step - kSlackMm;
-        setText(left, short ? tr("only %s left", millimetres(mm)) : tr("%s left", millimetres(mm)));
+        setText(left, short ? (mm < kSlackMm ? tr("at the end") : tr("only %s left", millimetres(mm))) : tr("%s left", millimetres(mm)));
         const off = Boolean(refusal) || short ? "true" : "false";
         if (button.getAttribute("aria-disabled") !== off) button.setAttribute("aria-disabled", off);
       }
@@ -98,7 +102,7 @@ export class Axes {
     const step = saved.get("step");
     const refusal = this.#refusal(status);
     if (refusal) return say(refusal);
-    if (Axes.#left(row, sign, position) < step - kSlackMm) return say(tr("The axis' limit is nearer than the step"));
+    if (this.#left(row, sign, position) < step - kSlackMm) return say(tr("The step leads beyond the axis' limit or into the plate"));
     const to = Math.min(row.limits.mostMm, Math.max(row.limits.leastMm, round(position[row.axis.at] + sign * step)));
     const {procedure, params} = row.axis.run(to, position);
     if (row.speed) params.speed = row.speed;

@@ -8,13 +8,21 @@ const kTickMm = 20;
 const kHeadPx = 64;  // from the nozzle's tip upwards, as in the style
 const kFootPx = 12;  // below the lowest level
 
+// Answers at which Z the plate lies below a position; null: there is none, or nobody knows. Only of a machine of
+// software it stands in the machine file.
+export function plateOf({table}, properties) {
+  const z = properties["Simulator/PlateZ"] ?? null;
+  return ({xMm, yMm}) =>
+    xMm >= table.leastXMm && xMm <= table.mostXMm && yMm >= table.leastYMm && yMm <= table.mostYMm ? z : null;
+}
+
 export class Side {
   constructor(machine, properties) {
     const {leastMm, mostMm} = machine.axes.z;
     this.least = leastMm;
     this.range = mostMm - leastMm;
-    this.table = machine.table;
-    this.plateMm = properties["Simulator/PlateZ"] ?? null;  // of a machine of software alone it is known
+    this.plateAt = plateOf(machine, properties);
+    const plateMm = properties["Simulator/PlateZ"];
     const marks = [];
     for (let z = Math.ceil(leastMm / kTickMm) * kTickMm; z <= mostMm; z += kTickMm)
       marks.push(this.#at(z, "tick", String(z)));
@@ -22,7 +30,7 @@ export class Side {
     this.head = el("div", {class: "nozzle"}, svg("svg", {viewBox: "-20 -64 40 64", "aria-hidden": "true"},
       svg("path", {class: "body", d: "M-18-64H18V-30L10-18H-10L-18-30Z"}),
       svg("path", {class: "tip", d: "M-8-18H8L2 0H-2Z"})), this.beam);
-    this.plate = this.plateMm === null ? null : this.#at(this.plateMm, "plate", tr("plate"));
+    this.plate = plateMm === undefined ? null : this.#at(plateMm, "plate", tr("plate"));
     this.view = el("div", {class: "side", role: "img", "aria-label": tr("The head from the side")}, marks,
       this.#at(machine.safeZMm, "safe", tr("safe height")), this.plate, this.head);
     this.z = el("b", {class: "number"});
@@ -49,29 +57,25 @@ export class Side {
     if (this.last) this.move(this.last);
   }
 
-  #overPlate({xMm, yMm}) {
-    const {leastXMm, mostXMm, leastYMm, mostYMm} = this.table;
-    return this.plateMm !== null && xMm >= leastXMm && xMm <= mostXMm && yMm >= leastYMm && yMm <= mostYMm;
-  }
-
   move(signals) {
     this.last = signals;
     if (!this.scale) return;
     const lit = signals.laser && signals.emission;
-    const over = this.#overPlate(signals.position);
+    const plate = this.plateAt(signals.position);
     const y = ((signals.position.zMm - this.least) * this.scale).toFixed(1);
-    const ray = lit ? Math.max(0, ((over ? this.plateMm : this.least + this.range) - signals.position.zMm) * this.scale).toFixed(1) : "0";
-    const key = y + " " + ray + " " + over;
+    const ray = lit ? Math.max(0, ((plate ?? this.least + this.range) - signals.position.zMm) * this.scale).toFixed(1) : "0";
+    const key = y + " " + ray + " " + plate;
     if (key === this.shown) return;
     this.shown = key;
     this.head.style.setProperty("transform", `translateY(${y}px)`);
     this.beam.style.setProperty("height", ray + "px");
-    if (this.plate) this.plate.hidden = !over;
+    if (this.plate) this.plate.hidden = plate === null;
   }
 
   show({signals}) {
     setText(this.z, millimetres(signals.position.zMm));
-    if (this.plate) setText(this.gap, this.#overPlate(signals.position) ? millimetres(this.plateMm - signals.position.zMm) : "-");
+    const plate = this.plateAt(signals.position);
+    if (this.plate) setText(this.gap, plate === null ? "-" : millimetres(plate - signals.position.zMm));
     setText(this.follows, signals.calibrating ? tr("calibrates") : signals.following ? tr("follows the plate") : tr("off"));
   }
 

@@ -18,7 +18,7 @@ export class Signs {
   constructor(machine) {
     this.machine = machine;
     this.rows = Object.fromEntries(kRows.map(({id}) => [id, {sign: el("b"), more: el("span")}]));
-    this.node = el("section", {class: "card"}, el("h2", {}, tr("What is on")),
+    this.node = el("section", {class: "card"}, el("h2", {}, tr("State and permission")),
       el("dl", {class: "facts signs"}, kRows.map(({id, title}) =>
         [el("dt", {}, tr(title)), el("dd", {}, this.rows[id].sign, " ", this.rows[id].more)])));
   }
