@@ -95,9 +95,17 @@ async function logIn() {
 }
 
 await useLanguage(preferredLanguage());
-bar.open(document.getElementById("bar"), changeLanguage);
-notices.open(document.getElementById("notices"));
+const [above, below] = ["bar", "notices"].map((id) => document.getElementById(id));
+bar.open(above, changeLanguage);
+notices.open(below);
 questions.open();
+const measure = new ResizeObserver(() => {
+  const {style} = document.documentElement;
+  style.setProperty("--bar", above.offsetHeight + "px");
+  style.setProperty("--above", above.offsetHeight + below.offsetHeight + "px");
+});
+measure.observe(above);
+measure.observe(below);
 await logIn();
 window.addEventListener("hashchange", async () => {
   await logIn();

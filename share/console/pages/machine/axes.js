@@ -88,7 +88,8 @@ export class Axes {
       for (const {button, left, sign} of row.buttons) {
         const mm = this.#left(row, sign, position);
         const short = mm < step - kSlackMm;
-        setText(left, short ? (mm < kSlackMm ? tr("at the end") : tr("only %s left", millimetres(mm))) : tr("%s left", millimetres(mm)));
+        const shown = millimetres(mm, mm < 100 ? 2 : 1);
+        setText(left, mm < kSlackMm ? tr("at the end") : short ? tr("only %s left", shown) : tr("%s left", shown));
         const off = Boolean(refusal) || short ? "true" : "false";
         if (button.getAttribute("aria-disabled") !== off) button.setAttribute("aria-disabled", off);
       }
