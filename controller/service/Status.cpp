@@ -4,6 +4,7 @@
 #include "controller/service/RealTime.h"
 #include "ixocamglue/platform/ports/CutStates.h"
 #include "ixocamglue/platform/services/LocaleManager.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
 
@@ -55,7 +56,7 @@ nlohmann::ordered_json StatusJson(const TStatus& status) {
                               {"safePending", status.SafePending},
                               {"beatAgeMs", status.BeatAgeMs},
                               {"latched", status.Machine.LatchTripped},
-                              {"latchReason", status.Machine.LatchReason},
+                              {"latchReason", Tr(status.Machine.LatchReason.c_str())},
                               {"allowMove", status.AllowMove},
                               {"allowLaser", status.AllowLaser},
                               {"alarms", status.Alarms},

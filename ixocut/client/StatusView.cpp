@@ -61,7 +61,7 @@ std::vector<std::string> Hindrances(const TJson& status) {
   std::vector<std::string> all;
   if (status.value("allOff", false)) all.emplace_back(Tr("everything was switched off; \"ixocut reset\" ends that"));
   if (status.value("latched", false))
-    all.push_back(Format(Tr("the laser is latched: %s"), Tr(status.value("latchReason", "").c_str())));
+    all.push_back(Format(Tr("the laser is latched: %s"), status.value("latchReason", "").c_str()));
   if (status.value("safePending", false)) all.emplace_back(Tr("a device has not acknowledged switching off"));
   if (!status.value("allowMove", true)) all.emplace_back(Tr("an alarm forbids motion"));
   if (!status.value("allowLaser", true)) all.emplace_back(Tr("an alarm forbids the laser"));
