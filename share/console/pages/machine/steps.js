@@ -6,7 +6,7 @@ import {durationText, problemBox, rarely} from "../../widgets.js";
 import {wire} from "../../wire.js";
 
 const kShowMs = 250;
-const kMostShown = 200;  // of one list; the older ones are counted
+const kMostShown = 200;  // of one list
 
 export class Steps {
   #first = null;  // of run.steps
@@ -17,8 +17,9 @@ export class Steps {
   constructor(run) {
     this.run = run;
     this.what = el("span", {class: "aside"});
+    this.earlier = el("p", {class: "aside"});
     this.list = el("ol");
-    this.box = el("div", {class: "tree", tabindex: "0", role: "region", "aria-label": tr("Steps of the run")}, this.list);
+    this.box = el("div", {class: "tree", tabindex: "0", role: "region", "aria-label": tr("Steps of the run")}, this.earlier, this.list);
     this.end = el("div");
     this.node = el("section", {class: "card"}, 
       el("div", {class: "row heading"}, el("h2", {}, tr("Steps of the run")), this.what), this.box, this.end);
@@ -30,15 +31,17 @@ export class Steps {
   #show() {
     const {run} = this;
     const key = [run.id, run.over, run.problem?.what].join(" ");
+    const atEnd = this.box.scrollTop + this.box.clientHeight >= this.box.scrollHeight - 8;
     if (run.steps[0] !== this.#first) this.#clear();
     const now = run.over ? run.head?.durationMs : wire.status?.run?.runMs;
     if (run.id === 0) setText(this.what, tr("Nothing has run yet"));
     else setText(this.what, [run.head.procedure, tr("run %d", run.id), durationText(now)].join(" \u00b7 "));
-    const atEnd = this.box.scrollTop + this.box.clientHeight >= this.box.scrollHeight - 8;
     for (let i = this.#rows.length; i < run.steps.length; ++i) this.#append(run.steps[i]);
     run.steps.forEach((step, i) => this.#update(this.#rows[i], step, now));
-    if (atEnd && !run.over) this.box.scrollTop = this.box.scrollHeight;
+    const gone = (this.list.firstElementChild?.value ?? 1) - 1;
+    setText(this.earlier, gone > 0 ? tr("%d earlier steps are not shown", gone) : "");
     this.box.hidden = run.steps.length === 0;
+    if (atEnd) this.box.scrollTop = this.box.scrollHeight;
     if (key === this.#told) return;
     this.#told = key;
     const {problem} = run.head ?? {};
@@ -59,7 +62,7 @@ export class Steps {
     const time = el("span", {class: "number"});
     const line = el("div", {class: "line-of"}, el("span", {class: "sign-of"}, sign), el("span", {class: "aside number"}, step.number + "/" + step.count),
       el("span", {class: "text"}, step.description), time);
-    const row = {item: el("li", {}, line), line, sign, time, list: null, state: ""};
+    const row = {item: el("li", {value: step.number}, line), line, sign, time, list: null, state: ""};
     const parent = this.#parents[step.level - 1];
     append(parent ? listOf(parent) : this.list, row.item);
     this.#parents.length = step.level;
@@ -97,6 +100,5 @@ function listOf(row) {
 
 function append(list, item) {
   list.append(item);
-  if (list.children.length <= kMostShown) return;
-  list.firstElementChild.remove();
+  if (list.children.length > kMostShown) list.firstElementChild.remove();
 }
