@@ -15,7 +15,7 @@ import {Steps} from "./machine/steps.js";
 
 const kRate = 50;
 const kUsualRate = 10;
-const kDrawMs = 33;
+const kDrawMs = 40;
 const kTextMs = 100;
 
 export async function open(root) {
