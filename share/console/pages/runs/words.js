@@ -43,9 +43,9 @@ export function paramsText(params) {
   return Object.entries(params ?? {}).map(([name, value]) => name + " " + (value === true ? tr("yes") : value === false ? tr("no") : value)).join(", ");
 }
 
-// Whether there is a form that it can be started from: a calibration has its own page.
-export function canAgain(run) {
-  return run.kind !== "calibration" && Boolean(run.params);
+// Whether there is a form that it can be started from: a calibration, which has no calls, has its own page.
+export function canAgain({kind, calls, params}) {
+  return kind !== "calibration" && calls?.length !== 0 && Boolean(params);
 }
 
 // Opens the form with the same values; nothing starts.
