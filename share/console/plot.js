@@ -1,9 +1,11 @@
 // Plots by dygraphs, with title, legend and labels of our own as nodes. At most ten redraws a second.
 
 import {el, replace} from "./dom.js";
+import {tr} from "./texts.js";
 import {numberText} from "./widgets.js";
 
 const kRedrawMs = 100;
+const kLabelled = 40;  // px of a band from which on its text is drawn
 const kSeries = 8;  // colours in console.css: --series-1 ...
 
 // The library is no module: it comes with the first page that plots.
@@ -13,8 +15,21 @@ function colour(i) {
   return getComputedStyle(document.documentElement).getPropertyValue("--series-" + ((i % kSeries) + 1)).trim();
 }
 
+// Several series of [[x, y], ...] as rows over one x; a series has null where it has no value.
+export function overlay(series) {
+  const rows = new Map();
+  series.forEach((points, i) => {
+    for (const [x, y] of points) {
+      if (!rows.has(x)) rows.set(x, [x, ...series.map(() => null)]);
+      rows.get(x)[i + 1] = y;
+    }
+  });
+  return [...rows.values()].sort((a, b) => a[0] - b[0]);
+}
+
 // options: {title, x: "Time in s", labels: ["P in bar", ...], kept: kept(...), bands: [{from, to, text}], digits, dashed: [i],
-// points: true, syncWith: [plots]}; rows: [[x, y1, y2, ...]].
+// points: true, stepped: true, group: plots that are zoomed as one (an array that they share), onzoom: (window or null)};
+// rows: [[x, y1, y2, ...]].
 export class Plot {
   constructor(options, rows = []) {
     this.options = options;
@@ -25,6 +40,7 @@ export class Plot {
       el("figcaption", {}, options.title), this.legend, this.canvas, el("div", {class: "aside axis"}, options.x));
     this.graph = null;
     this.timer = null;
+    options.group?.push(this);
     this.observer = new ResizeObserver(() => this.draw());
     this.observer.observe(this.canvas);
     this.scheme = matchMedia("(prefers-color-scheme: dark)");
@@ -53,7 +69,7 @@ export class Plot {
       return;
     }
     this.drawn = this.rows;
-    const {labels, kept, bands, dashed = [], points = false} = this.options;
+    const {labels, kept, bands, dashed = [], points = false, stepped = false} = this.options;
     const style = getComputedStyle(document.documentElement);
     const ink = style.getPropertyValue("--muted").trim();
     const series = {};
@@ -64,6 +80,7 @@ export class Plot {
       series,
       dateWindow: kept?.get("zoom") ?? null,
       drawPoints: points,
+      stepPlot: stepped,
       connectSeparatedPoints: true,
       axisLineColor: ink,
       gridLineColor: style.getPropertyValue("--line").trim(),
@@ -72,13 +89,23 @@ export class Plot {
       showLabelsOnHighlight: false,
       highlightCallback: (event, x) => this.#showAt(x),
       unhighlightCallback: () => this.#showAt(null),
-      zoomCallback: (from, to) => kept?.set({zoom: this.graph?.isZoomed("x") ? [from, to] : null}),
+      zoomCallback: (from, to) => this.#zoomed(this.graph?.isZoomed("x") ? [from, to] : null),
       underlayCallback: (context, area, graph) => {
-        context.fillStyle = style.getPropertyValue("--band").trim();
         for (const band of bands ?? []) {
           const left = Math.max(area.x, graph.toDomXCoord(band.from));
           const right = Math.min(area.x + area.w, graph.toDomXCoord(band.to));
-          if (right > left) context.fillRect(left, area.y, Math.max(1, right - left), area.h);
+          if (right <= left) continue;
+          context.fillStyle = style.getPropertyValue("--band").trim();
+          context.fillRect(left, area.y, Math.max(1, right - left - 1), area.h);
+          if (!band.text || right - left < kLabelled) continue;
+          context.save();
+          context.beginPath();
+          context.rect(left, area.y, right - left - 4, area.h);
+          context.clip();
+          context.fillStyle = ink;
+          context.font = "12px sans-serif";
+          context.fillText(band.text, left + 4, area.y + 13);
+          context.restore();
         }
       },
     });
@@ -95,12 +122,43 @@ export class Plot {
     }));
   }
 
+  // What of x is shown, null for all of it; of the whole group.
+  #zoomed(window) {
+    const {kept, group, onzoom} = this.options;
+    kept?.set({zoom: window});
+    for (const plot of group ?? []) if (plot !== this) plot.graph?.updateOptions({dateWindow: window});
+    onzoom?.(window);
+  }
+
+  setZoom(window) {
+    this.graph?.updateOptions({dateWindow: window});
+    this.#zoomed(window);
+  }
+
   resetZoom() {
-    this.options.kept?.set({zoom: null});
-    this.graph?.resetZoom();
+    this.setZoom(null);
+  }
+
+  // Without a mouse: closer by 2, away by 0.5, and on by a part of what is shown.
+  zoomBy(factor, on = 0) {
+    if (!this.graph) return;
+    const [least, most] = this.graph.xAxisExtremes();
+    const [from, to] = this.graph.xAxisRange();
+    const width = Math.min((to - from) / factor, most - least);
+    const start = Math.min(Math.max((from + to - width) / 2 + on * width, least), most - width);
+    this.setZoom(width >= most - least ? null : [start, start + width]);
+  }
+
+  zoomButtons() {
+    const button = (text, label, go) => el("button", {type: "button", "aria-label": label, title: label, onclick: go}, text);
+    return el("div", {class: "row", role: "group", "aria-label": tr("Zoom of the plot")},
+      button("+", tr("Zoom in"), () => this.zoomBy(2)), button("\u2212", tr("Zoom out"), () => this.zoomBy(0.5)),
+      button("\u25c0", tr("To the left"), () => this.zoomBy(1, -0.5)), button("\u25b6", tr("To the right"), () => this.zoomBy(1, 0.5)),
+      el("button", {type: "button", onclick: () => this.resetZoom()}, tr("Show all")));
   }
 
   close() {
+    this.options.group?.splice(this.options.group.indexOf(this), 1);
     clearTimeout(this.timer);
     this.observer.disconnect();
     this.scheme.removeEventListener("change", this.recolour);
