@@ -260,6 +260,7 @@ class Wire {
       if (!stream.signal.aborted) {
         this.connected = false;
         this.#tell("connection", false);
+        stream.abort();  // what failed behind its beginning would keep the connection
       }
       await new Promise((done) => setTimeout(done, retryMs));
     }
