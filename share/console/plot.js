@@ -4,6 +4,9 @@ import {el, replace} from "./dom.js";
 import {tr} from "./texts.js";
 import {numberText} from "./widgets.js";
 
+// Its legend sets styles by attributes, which the page's policy forbids, even where nobody wants it.
+Dygraph.PLUGINS = Dygraph.PLUGINS.filter((plugin) => plugin !== Dygraph.Plugins.Legend);
+
 const kRedrawMs = 100;
 const kLabelled = 40;  // px of a band from which on its text is drawn
 const kSeries = 8;  // colours in console.css: --series-1 ...
@@ -28,7 +31,7 @@ export function overlay(series) {
 }
 
 // options: {title, x: "Time in s", labels: ["P in bar", ...], kept: kept(...), bands: [{from, to, text}], digits, dashed: [i],
-// points: true, stepped: true, group: plots that are zoomed as one (an array that they share), onzoom: (window or null)};
+// points: true, dots: [i] (without a line), stepped: true, group: plots that are zoomed as one (an array that they share), onzoom: (window or null)};
 // rows: [[x, y1, y2, ...]].
 export class Plot {
   constructor(options, rows = []) {
@@ -69,17 +72,20 @@ export class Plot {
       return;
     }
     this.drawn = this.rows;
-    const {labels, kept, bands, dashed = [], points = false, stepped = false} = this.options;
+    const {labels, kept, bands, dashed = [], dots = [], points = false, stepped = false} = this.options;
     const style = getComputedStyle(document.documentElement);
     const ink = style.getPropertyValue("--muted").trim();
     const series = {};
-    labels.forEach((label, i) => (series[label] = dashed.includes(i) ? {strokePattern: [6, 4]} : {}));
+    labels.forEach((label, i) => {
+      series[label] = dashed.includes(i) ? {strokePattern: [6, 4]} : dots.includes(i) ? {strokeWidth: 0, drawPoints: true, pointSize: 4} : {};
+    });
     this.graph = new Dygraph(this.canvas, this.rows, {
       labels: ["x", ...labels],
       colors: labels.map((_, i) => colour(i)),
       series,
       dateWindow: kept?.get("zoom") ?? null,
       drawPoints: points,
+      xRangePad: points ? 6 : 0,
       stepPlot: stepped,
       connectSeparatedPoints: true,
       axisLineColor: ink,

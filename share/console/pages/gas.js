@@ -27,7 +27,7 @@ class GasPage {
     this.curves = el("section", {class: "card"});
     this.verdict = el("section", {class: "card"});
     this.stored = el("section", {class: "card"});
-    replace(root, el("div", {class: "columns"}, this.start, el("div", {}, this.now, this.calculator, this.stored)), this.curves, this.verdict);
+    this.root = root;
     this.plot = null;
     this.ends = [
       wire.on("run", (event) => this.told(event)),
@@ -51,12 +51,21 @@ class GasPage {
     this.former = formerTables(gas.branches, branches.properties, differences);
     this.onlyTables = differences.every(({path}) => path.startsWith("GasBranches/") && path.includes("/DAAdjust"));
     this.last = gas.lastRun === null ? null : await wire.get("runs/" + gas.lastRun).catch(() => null);
+    this.layOut();
     this.showStart();
     this.showNow();
     this.showCalculator();
     this.showCurves();
     this.showStored();
     await this.showVerdict();
+  }
+
+  // While a calibration runs its curves come first.
+  layOut() {
+    const {start, now, calculator, stored, curves, verdict} = this;
+    const columns = (...cards) => el("div", {class: "columns"}, cards);
+    if (this.running) replace(this.root, columns(start, now), curves, columns(calculator, stored), verdict);
+    else replace(this.root, columns(start, el("div", {}, now, calculator, stored)), curves, verdict);
   }
 
   // --- start ---
@@ -135,8 +144,9 @@ class GasPage {
     live[gas] = {...live[gas], [volt]: bar};
     const change = saved.get("gas") !== gas;
     saved.set({live, gas});
-    if (change || !this.plot) this.showCurves();
-    else this.plot.set(overlay(this.series(gas).map(({points}) => points)));
+    const list = this.series(gas);
+    if (change || this.plot?.options.labels.length !== list.length) this.showCurves();
+    else this.plot.set(overlay(list.map(({points}) => points)));
   }
 
   // --- pressure now ---
@@ -151,13 +161,14 @@ class GasPage {
     const now = wire.status?.signals.gas;
     const name = this.gas.branches.find((branch) => branch.type === now?.branch)?.text ?? "-";
     setText(this.pressure, now ? numberText(now.bar) + " bar" : "-");
-    setText(this.what, !now ? "" : now.on ? tr("%s is on, set to %s bar", name, numberText(now.setBar)) : tr("%s is off", name));
+    setText(this.what, !now ? "" : !now.on ? tr("%s is off", name)
+      : this.running ? tr("%s is on", name) : tr("%s is on, set to %s bar", name, numberText(now.setBar)));
     this.now.classList.toggle("stale-values", wire.stale);
   }
 
   // --- curves ---
 
-  // The curves of a gas: [{label, points: [[V, bar], ...], dashed}].
+  // The curves of a gas: [{label, points: [[V, bar], ...], dashed, dots}].
   series(gas) {
     const pairs = (points) => points.map(({volt, bar}) => [volt, bar]);
     const list = [];
@@ -166,12 +177,12 @@ class GasPage {
     if (this.running) {
       if (points.length) list.push({label: tr("In use"), points: pairs(points), dashed: true});
       const live = Object.entries(saved.get("live")[gas] ?? {}).map(([volt, bar]) => [Number(volt), bar]);
-      if (live.length) list.push({label: tr("Measured now"), points: live});
+      if (live.length) list.push({label: tr("Measured now"), points: live, dots: true});
       return list;
     }
     if (this.former[gas]?.length) list.push({label: tr("Before"), points: pairs(this.former[gas]), dashed: true});
     if (points.length) list.push({label: tr("In use"), points: pairs(points)});
-    if (result?.points.length) list.push({label: tr("Measured"), points: pairs(result.points)});
+    if (result?.points.length) list.push({label: tr("Measured"), points: pairs(result.points), dots: true});
     return list;
   }
 
@@ -186,7 +197,7 @@ class GasPage {
       const list = gas ? this.series(gas) : [];
       if (list.length === 0) return replace(below, el("p", {}, tr("This gas has no curve yet.")));
       this.plot = new Plot({title: tr("Pressure in bar over voltage"), x: tr("Voltage in V"), labels: list.map(({label}) => label),
-        dashed: list.flatMap(({dashed}, i) => (dashed ? [i] : [])), points: true}, overlay(list.map(({points}) => points)));
+        dashed: list.flatMap(({dashed}, i) => (dashed ? [i] : [])), dots: list.flatMap(({dots}, i) => (dots ? [i] : [])), points: true}, overlay(list.map(({points}) => points)));
       replace(below, this.plot.node);
       this.plot.draw();
     };
@@ -267,7 +278,6 @@ class GasPage {
     replace(this.stored, heading, table(tr("One table for each gas and nozzle"), [
       {title: tr("Gas"), cell: (row) => this.nameOf(row.gas)},
       {title: tr("Nozzle"), cell: nozzleText},
-      {title: tr("Points"), number: true, cell: (row) => row.points.length},
       {title: tr("Highest"), number: true, cell: (row) => numberText(highest(row.points)) + " bar"},
       {title: "", cell: (row) => (inUse(row) ? tr("in use") : el("button", {type: "button", onclick: () => use(row),
         "aria-label": tr("Use the table of %s, nozzle %s", this.nameOf(row.gas), nozzleText(row))}, tr("Use")))},
