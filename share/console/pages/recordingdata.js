@@ -1,0 +1,93 @@
+// A recording as its plots need it: read coarsely, read again finely where it is looked at, its edges, and what ran.
+
+import {wire} from "../wire.js";
+
+const kPoints = 1500;  // of each signal, of what is shown
+const kMostPoints = 20000;  // that one answer holds
+const kSameRunMs = 2000;  // real time between a run's start and the edge that it made
+
+export class Recording {
+  constructor(name, all) {
+    this.name = name;
+    this.all = all;  // as it was answered for the whole time
+    this.fine = null;  // and for a part of it
+    this.shiftMs = 0;  // to where it is shown
+  }
+
+  static async read(name) {
+    return new Recording(name, await wire.get("recordings/" + name + "?points=" + kPoints));
+  }
+
+  get signals() {
+    return this.all.signals;
+  }
+  has(signal) {
+    return this.signals.some(({name}) => name === signal);
+  }
+  get lengthMs() {
+    return Math.max(0, ...this.signals.map(({ms}) => ms.at(-1) ?? 0)) + this.all.everyMs;
+  }
+
+  // Reads what is between two times of the plot more finely; false where the points at hand are as fine.
+  async refine(window) {
+    const had = this.fine !== null;
+    this.fine = null;
+    if (!window || this.all.everyMs === 1) return had;
+    const fromMs = Math.max(0, Math.floor(window[0] * 1000 - this.shiftMs));
+    const toMs = Math.ceil(window[1] * 1000 - this.shiftMs);
+    if (toMs <= fromMs) return had;
+    const part = await wire.get("recordings/" + this.name + "?points=" + kPoints + "&fromMs=" + fromMs + "&toMs=" + toMs);
+    this.fine = {...part, fromMs, toMs};
+    return true;
+  }
+
+  // [[s, value], ...]: of the samples that a point stands for the lowest and the highest.
+  points(signal) {
+    const list = [];
+    const add = ({signals, everyMs}, wanted) => {
+      const values = signals.find(({name}) => name === signal);
+      values?.ms.forEach((ms, i) => {
+        if (!wanted(ms)) return;
+        list.push([(ms + this.shiftMs) / 1000, values.low[i]]);
+        if (values.high[i] !== values.low[i]) list.push([(ms + everyMs / 2 + this.shiftMs) / 1000, values.high[i]]);
+      });
+    };
+    const {fine} = this;
+    add(this.all, (ms) => !fine || ms < fine.fromMs || ms > fine.toMs);
+    if (fine) add(fine, () => true);
+    return list.sort((a, b) => a[0] - b[0]);
+  }
+
+  // The times in ms, exactly, where a signal rises above a value, else above half of its range.
+  async risingEdges(signal, above) {
+    const ask = async (more) => (await wire.get("recordings/" + this.name + "?signals=" + signal + more)).signals[0];
+    const coarse = await ask("&points=" + kMostPoints);
+    if (!coarse) return [];
+    const half = above ?? (Math.max(...coarse.high) + Math.min(...coarse.low)) / 2;
+    const edges = [];
+    for (let i = 1; i < coarse.ms.length; ++i) {
+      if (!(coarse.high[i - 1] <= half && coarse.high[i] > half)) continue;
+      const width = coarse.ms[i] - coarse.ms[i - 1];
+      const fine = width === 1 ? coarse : await ask("&points=" + kMostPoints + "&fromMs=" + coarse.ms[i - 1] + "&toMs=" + (coarse.ms[i] + width));
+      edges.push(width === 1 ? coarse.ms[i] : fine.ms.find((ms, k) => fine.high[k] > half));
+    }
+    return edges;
+  }
+
+  // The runs that it shows, each with its steps and where it began: an edge of the signal "state" at about the run's
+  // start. `changed`: when the file was finished; `speed`: of the machine's clock.
+  async runs(changed, speed) {
+    if (!this.has("state")) return [];
+    const startMs = new Date(changed).getTime() - this.lengthMs / speed;
+    const edges = await this.risingEdges("state", 0);
+    const heads = (await wire.get("runs?limit=100")).runs;
+    const found = [];
+    for (const edge of edges) {
+      const away = (run) => Math.abs(new Date(run.start).getTime() - startMs - edge / speed);
+      const head = heads.reduce((best, run) => (best && away(best) <= away(run) ? best : run), null);
+      if (head && away(head) < kSameRunMs && !found.some(({id}) => id === head.id))
+        found.push({...(await wire.get("runs/" + head.id)), atMs: edge});
+    }
+    return found;
+  }
+}

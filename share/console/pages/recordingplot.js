@@ -1,0 +1,131 @@
+// One recording as plots, one for each unit; another one laid over it from an event on.
+
+import {el, replace} from "../dom.js";
+import {overlay, Plot} from "../plot.js";
+import {mark, tr} from "../texts.js";
+import {field, numberText, problemBox} from "../widgets.js";
+import {wire} from "../wire.js";
+import {Recording} from "./recordingdata.js";
+
+const kRefineMs = 300;  // behind the last change of the zoom
+// Which signals stand in one plot, by the beginning of their names; "state" is shown as bands.
+const kPlots = [
+  {signals: ["position."], title: mark("Position in mm")},
+  {signals: ["speed."], title: mark("Speed in mm/s")},
+  {signals: ["acceleration."], title: mark("Acceleration in mm/s2")},
+  {signals: ["following-error."], title: mark("Following error in mm")},
+  {signals: ["gas-pressure"], title: mark("Gas pressure in bar")},
+  {signals: ["laser", "emission"], title: mark("Laser and emission"), stepped: true},
+  {signals: ["gas-branch"], title: mark("Gas branch"), stepped: true},
+];
+
+export class RecordingPlot {
+  // saved: kept(...) with over, align, zoom, hidden; list: the recordings that there are.
+  constructor(root, saved, list) {
+    Object.assign(this, {root, saved, list, plots: [], timer: null});
+  }
+
+  close() {
+    clearTimeout(this.timer);
+    for (const plot of [...this.plots]) plot.close();
+    this.root = el("div");  // what is still being read is shown to nobody
+  }
+
+  async open(name) {
+    replace(this.root, el("p", {class: "aside"}, tr("The recording is being read.")));
+    try {
+      this.first = await Recording.read(name);
+      const over = this.saved.get("over");
+      this.second = over && over !== name && this.list.some((file) => file.name === over) ? await Recording.read(over) : null;
+      const {changed} = this.list.find((file) => file.name === name);
+      this.runs = await this.first.runs(changed, wire.machine?.speed || 1).catch(() => []);
+      await this.align();
+      this.show();
+    } catch (problem) {
+      if (!("what" in problem)) throw problem;
+      replace(this.root, problemBox(problem));
+    }
+  }
+
+  // Moves the second one so that the first rising edge of the chosen signal is where the first one has it.
+  async align() {
+    this.aligned = "";
+    if (!this.second) return;
+    const signal = this.saved.get("align");
+    this.second.shiftMs = 0;
+    if (!signal) return;
+    const [a, b] = await Promise.all([this.first, this.second].map((recording) => recording.risingEdges(signal)));
+    if (a.length === 0 || b.length === 0) {
+      this.aligned = tr("One of the two has no such edge: both are shown from their beginnings.");
+      return;
+    }
+    this.second.shiftMs = a[0] - b[0];
+    this.aligned = tr("The second one is moved by %s s.", numberText(this.second.shiftMs / 1000, 3));
+  }
+
+  show() {
+    for (const plot of [...this.plots]) plot.close();
+    this.plots = [];
+    const {first, second} = this;
+    const others = this.list.filter((file) => file.name !== first.name).map((file) => ({value: file.name, text: file.name}));
+    const over = field({name: "over", title: tr("Lay another one over it"), type: "text", choices: others}, second?.name);
+    over.input.addEventListener("change", () => {
+      this.saved.set({over: over.input.value});
+      this.open(first.name);
+    });
+    const common = first.signals.filter(({name}) => second?.has(name));
+    const align = second && field({name: "align", title: tr("Both begin where this signal first rises"), type: "text",
+      choices: common.map(({name, caption}) => ({value: name, text: caption}))}, this.saved.get("align"));
+    align?.input.addEventListener("change", async () => {
+      this.saved.set({align: align.input.value});
+      await this.align();
+      this.show();
+    });
+    const nodes = kPlots.map((of) => this.plot(of)).filter(Boolean);
+    replace(this.root,
+      el("h2", {}, second ? tr("%s, dashed: %s", first.name, second.name) : first.name),
+      el("div", {class: "row choices"}, over.node, align?.node), this.aligned && el("p", {}, this.aligned),
+      this.runs.length > 0 && el("p", {class: "aside"}, tr("The bands are the steps of: %s.",
+        this.runs.map((run) => tr("run %s, %s", run.id, run.procedure)).join("; "))),
+      this.plots[0]?.zoomButtons(), nodes.length ? nodes : el("p", {}, tr("The recording has no values.")));
+    for (const plot of this.plots) plot.draw();
+    const zoom = this.saved.get("zoom");
+    if (zoom) this.refine(zoom);
+  }
+
+  plot({signals, title, stepped}) {
+    const wanted = (name) => signals.some((start) => name.startsWith(start));
+    const series = this.first.signals.filter(({name}) => wanted(name)).map((signal) => ({...signal, of: this.first}));
+    if (series.length === 0) return null;
+    for (const signal of this.second?.signals ?? [])
+      if (wanted(signal.name)) series.push({...signal, of: this.second, caption: signal.caption + " (" + this.second.name + ")"});
+    const plot = new Plot({title: tr(title), x: tr("Time in s"), labels: series.map(({caption}) => caption), stepped,
+      dashed: series.flatMap(({of}, i) => (of === this.second ? [i] : [])), group: this.plots, kept: this.saved, bands: this.bands(),
+      onzoom: (window) => this.refine(window)});
+    plot.rowsNow = () => overlay(series.map(({name, of}) => of.points(name)));
+    plot.rows = plot.rowsNow();
+    return plot.node;
+  }
+
+  bands() {
+    const at = (run, ms) => (run.atMs + ms) / 1000;
+    return this.runs.flatMap((run) => [
+      ...(run.steps ?? []).filter(({level}) => level === 0).map(({startMs, durationMs, number, description}) =>
+        ({from: at(run, startMs), to: at(run, startMs + (durationMs ?? 0)), text: number + " " + description})),
+      ...(run.alarms ?? []).map((alarm) => ({from: at(run, alarm.atMs), to: at(run, alarm.clearedMs ?? run.durationMs), text: "\u26a0 " + alarm.description})),
+    ]);
+  }
+
+  // What is looked at closely is read again.
+  refine(window) {
+    clearTimeout(this.timer);
+    this.timer = setTimeout(async () => {
+      try {
+        const changed = await Promise.all([this.first, this.second].filter(Boolean).map((recording) => recording.refine(window)));
+        if (changed.includes(true)) for (const plot of this.plots) plot.set(plot.rowsNow());
+      } catch (problem) {
+        if (!("what" in problem)) throw problem;  // the coarse points stay
+      }
+    }, kRefineMs);
+  }
+}

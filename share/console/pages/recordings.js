@@ -1,0 +1,240 @@
+// Recordings of signals: made, followed while they are made, listed, looked at, taken away and deleted.
+
+import {el, replace, setText} from "../dom.js";
+import {kept} from "../kept.js";
+import {overlay, Plot} from "../plot.js";
+import {mark, tr} from "../texts.js";
+import {ask, durationText, field, numberText, readAll, say, showProblem, table, timeText} from "../widgets.js";
+import {wire} from "../wire.js";
+import {RecordingPlot} from "./recordingplot.js";
+
+const kLookMs = 1000;
+const kLiveRows = 600;
+const kMostValues = 4000;  // signals times seconds of one recording
+const kAxes = ["X", "Y", "Z", "Focus"];  // 1 to 4
+const kAxisSignals = [
+  {name: "position", title: mark("Position")},
+  {name: "speed", title: mark("Speed")},
+  {name: "acceleration", title: mark("Acceleration")},
+  {name: "following-error", title: mark("Following error")},
+];
+const kSignals = [
+  {name: "laser", title: mark("Laser")},
+  {name: "emission", title: mark("Emission")},
+  {name: "gas-pressure", title: mark("Gas pressure")},
+  {name: "gas-branch", title: mark("Gas branch")},
+  {name: "state", title: mark("State of the machine: it shows the steps of runs")},
+];
+const saved = kept("recordings", {signals: ["position", "laser", "emission", "gas-pressure", "state"], axes: ["1", "2", "3", "4"], seconds: 60,
+  open: "", over: "", align: "", zoom: null});
+
+const sizeText = (bytes) => (bytes < 1e6 ? numberText(bytes / 1e3, 0) + " kB" : numberText(bytes / 1e6, 1) + " MB");
+
+// "cut-20261122-143005": unlike any before, and legible.
+function newName() {
+  const now = new Date();
+  const two = (number) => String(number).padStart(2, "0");
+  return "rec-" + now.getFullYear() + two(now.getMonth() + 1) + two(now.getDate()) + "-" + two(now.getHours()) + two(now.getMinutes()) + two(now.getSeconds());
+}
+
+function chosenSignals() {
+  const chosen = saved.get("signals");
+  const axes = saved.get("axes");
+  return [
+    ...kAxisSignals.filter(({name}) => chosen.includes(name)).flatMap(({name}) => axes.map((axis) => name + "." + axis)),
+    ...kSignals.filter(({name}) => chosen.includes(name)).map(({name}) => name),
+  ];
+}
+
+class RecordingsPage {
+  constructor(root) {
+    this.make = el("section", {class: "card"});
+    this.files = el("section", {class: "card"});
+    this.shown = el("section", {class: "card shown"});
+    replace(root, el("div", {class: "columns"}, this.make, this.files), this.shown);
+    this.ends = [wire.on("signals", (signals) => this.live(signals))];
+    this.timer = setInterval(() => this.look(), kLookMs);
+  }
+
+  close() {
+    for (const end of this.ends) end();
+    clearInterval(this.timer);
+    this.plot?.close();
+    this.closeLive();
+  }
+
+  async load() {
+    const {recordings, running} = await wire.get("recordings");
+    const before = this.running?.name;
+    this.list = recordings;
+    this.running = running;
+    this.showMake();
+    this.showList();
+    const name = saved.get("open");
+    if (recordings.some((file) => file.name === name)) {
+      if (!this.plot) await this.open(name);
+    } else this.shown.hidden = true;
+    if (before && !running) say(tr("%s is recorded", before));
+  }
+
+  // While one is being made, how far it is; its end is seen by this, too.
+  async look() {
+    if (!this.running || this.looking) return;
+    this.looking = true;
+    try {
+      const {running} = await wire.get("recordings");
+      if (running?.name !== this.running?.name) await this.load();
+      else this.showProgress(running);
+    } catch {
+      // Said by the age of what is shown.
+    } finally {
+      this.looking = false;
+    }
+  }
+
+  // --- making one ---
+
+  showMake() {
+    this.closeLive();
+    if (this.running) return this.showRunning();
+    const about = el("p", {class: "aside", role: "status"});
+    const name = field({name: "name", title: tr("Name"), type: "text", required: true, summary: tr("letters, digits, and . _ -")}, newName());
+    const seconds = field({name: "seconds", title: tr("At most"), type: "number", unit: "s", lowest: 0.001, highest: 600, required: true}, saved.get("seconds"));
+    const tell = () => {
+      const count = chosenSignals().length;
+      setText(about, count === 0 ? tr("Choose at least one signal.")
+        : tr("%d signals, one sample a millisecond each, for %d s at most", count, Math.min(600, Math.floor(kMostValues / count))));
+    };
+    const boxes = (legend, member, choices) => el("fieldset", {}, el("legend", {}, legend), choices.map(({value, text}) => {
+      const box = el("input", {type: "checkbox", checked: saved.get(member).includes(value), onchange: () => {
+        const others = saved.get(member).filter((other) => other !== value);
+        saved.set({[member]: box.checked ? [...others, value].sort() : others});
+        tell();
+      }});
+      return el("label", {class: "choice"}, box, text);
+    }));
+    const of = (rows) => rows.map((row) => ({value: row.name, text: tr(row.title)}));
+    const start = async () => {
+      const values = readAll([{name: "name", part: name}, {name: "seconds", part: seconds}]);
+      const signals = chosenSignals();
+      if (!values || signals.length === 0) return;
+      saved.set({seconds: values.seconds});
+      try {
+        await wire.post("recordings", {name: values.name, signals, limitMs: Math.round(values.seconds * 1000)});
+        await this.load();
+      } catch (problem) {
+        await showProblem(problem);
+      }
+    };
+    replace(this.make, el("h2", {}, tr("Record")),
+      boxes(tr("Of the axes"), "signals", of(kAxisSignals)), boxes(tr("Axes"), "axes", kAxes.map((text, i) => ({value: String(i + 1), text}))),
+      boxes(tr("Of the machine"), "signals", of(kSignals)), about, el("div", {class: "row"}, name.node, seconds.node),
+      el("button", {type: "button", class: "main", onclick: start}, tr("Start recording")));
+    tell();
+  }
+
+  showRunning() {
+    this.bar = el("progress", {max: this.running.limitMs, "aria-label": tr("How much is recorded")});
+    this.done = el("p", {});
+    this.rows = {mm: [], bar: []};
+    this.plots = {
+      mm: new Plot({title: tr("Position in mm"), x: tr("Time of the machine in s"), labels: kAxes}),
+      bar: new Plot({title: tr("Pressure, laser and emission"), x: tr("Time of the machine in s"), stepped: true,
+        labels: [tr("Gas pressure in bar"), tr("Laser"), tr("Emission")]}),
+    };
+    const end = async () => {
+      try {
+        await wire.delete("recordings/" + this.running.name + "/running");
+        await this.load();
+      } catch (problem) {
+        await showProblem(problem);
+      }
+    };
+    replace(this.make, el("h2", {}, tr("%s is being recorded", this.running.name)), this.bar, this.done,
+      el("button", {type: "button", class: "main", onclick: end}, tr("End recording")),
+      el("p", {class: "aside"}, tr("The plots show how it is now; the file has every sample.")), this.plots.mm.node, this.plots.bar.node);
+    this.showProgress(this.running);
+  }
+
+  showProgress({recordedMs, limitMs, signals}) {
+    this.bar.value = recordedMs;
+    setText(this.done, tr("%s of %s, %d signals", durationText(recordedMs), durationText(limitMs), signals));
+  }
+
+  live({position: {xMm, yMm, zMm, focusMm}, gas, laser, emission, machineMs}) {
+    if (!this.plots || machineMs === undefined) return;
+    const add = (id, ...values) => {
+      this.rows[id] = [...this.rows[id].slice(1 - kLiveRows), [machineMs / 1000, ...values]];
+      this.plots[id].set(this.rows[id]);
+    };
+    add("mm", xMm, yMm, zMm, focusMm);
+    add("bar", gas.bar, Number(laser), Number(emission));
+  }
+
+  closeLive() {
+    for (const plot of Object.values(this.plots ?? {})) plot.close();
+    this.plots = null;
+  }
+
+  // --- those that there are ---
+
+  showList() {
+    const heading = el("h2", {}, tr("Recordings"));
+    if (this.list.length === 0) return replace(this.files, heading, el("p", {}, tr("Nothing was recorded yet.")));
+    const newest = this.list.toSorted((a, b) => b.changed.localeCompare(a.changed));
+    replace(this.files, heading, table(tr("The newest first; the name shows it"), [
+      {title: tr("Name"), cell: ({name}) => name},
+      {title: tr("Ended"), cell: ({changed}) => timeText(changed)},
+      {title: tr("Size"), number: true, cell: ({bytes}) => sizeText(bytes)},
+      {title: "", cell: ({name}) => el("div", {class: "actions"},
+        el("a", {class: "button", href: "/api/v1/recordings/" + name + "/file", download: name + ".csv", "aria-label": tr("Download %s", name)}, tr("Download")),
+        el("button", {type: "button", "aria-label": tr("Delete %s", name), onclick: () => this.remove(name)}, tr("Delete")))},
+    ], newest, {onrow: ({name}) => this.choose(name), rowClass: ({name}) => name === saved.get("open") && "chosen"}));
+  }
+
+  async choose(name) {
+    saved.set({open: name, over: "", zoom: null});
+    this.showList();
+    await this.open(name);
+    this.shown.scrollIntoView({block: "start"});
+  }
+
+  async open(name) {
+    this.plot?.close();
+    this.shown.hidden = false;
+    const content = el("div");
+    replace(this.shown, content);
+    this.plot = new RecordingPlot(content, saved, this.list);
+    await this.plot.open(name);
+  }
+
+  async remove(name) {
+    if (!(await ask(tr("Delete %s?", name), el("p", {}, tr("The recording is gone then.")), [
+      {text: tr("Delete"), value: true, kind: "danger"},
+      {text: tr("Keep"), value: false},
+    ]))) return;
+    try {
+      await wire.delete("recordings/" + name);
+      if (saved.get("open") === name) {
+        saved.set({open: "", over: "", zoom: null});
+        this.plot?.close();
+        this.plot = null;
+      }
+      await this.load();
+      say(tr("%s is deleted", name));
+    } catch (problem) {
+      await showProblem(problem);
+    }
+  }
+}
+
+export async function open(root) {
+  const page = new RecordingsPage(root);
+  try {
+    await page.load();
+  } catch (problem) {
+    page.close();
+    throw problem;
+  }
+  return () => page.close();
+}
