@@ -15,7 +15,7 @@ const kSeries = 8;  // colours in console.css: --series-1 ...
 await new Promise((done, failed) => document.head.append(el("script", {src: "/console/dygraph.min.js", onload: done, onerror: failed})));
 
 function colour(i) {
-  return getComputedStyle(document.documentElement).getPropertyValue("--series-" + ((i % kSeries) + 1)).trim();
+  return getComputedStyle(document.documentElement).getPropertyValue("--series-" + (i + 1)).trim();
 }
 
 // Several series of [[x, y], ...] as rows over one x; a series has null where it has no value.
@@ -31,7 +31,7 @@ export function overlay(series) {
 }
 
 // options: {title, x: "Time in s", labels: ["P in bar", ...], kept: kept(...), bands: [{from, to, text}], digits, dashed: [i],
-// points: true, dots: [i] (without a line), stepped: true, group: plots that are zoomed as one (an array that they share), onzoom: (window or null)};
+// colours: [number of each series' colour], points: true, dots: [i] (without a line), stepped: true, group: plots that are zoomed as one (an array that they share), onzoom: (window or null)};
 // rows: [[x, y1, y2, ...]].
 export class Plot {
   constructor(options, rows = []) {
@@ -81,7 +81,7 @@ export class Plot {
     });
     this.graph = new Dygraph(this.canvas, this.rows, {
       labels: ["x", ...labels],
-      colors: labels.map((_, i) => colour(i)),
+      colors: labels.map((_, i) => colour(this.#colour(i))),
       series,
       dateWindow: kept?.get("zoom") ?? null,
       drawPoints: points,
@@ -118,14 +118,23 @@ export class Plot {
     this.#showAt(null);
   }
 
-  // The values of the row nearest to x, else the last ones.
+  // The values at x, else the last ones; of a series that has none there, the one before.
   #showAt(x) {
-    let row = this.rows[this.rows.length - 1];
-    if (x !== null) row = this.rows.find((candidate) => candidate[0] >= x) ?? row;
-    replace(this.legend, this.options.labels.map((label, i) => {
-      const swatch = el("span", {class: "swatch series-" + ((i % kSeries) + 1), "aria-hidden": "true"});
-      return el("span", {class: "entry"}, swatch, label, " ", el("b", {}, numberText(row?.[i + 1], this.options.digits ?? 2)));
+    const {labels, dashed = [], digits = 2} = this.options;
+    const at = x === null ? -1 : this.rows.findIndex((candidate) => candidate[0] >= x);
+    const last = at < 0 ? this.rows.length - 1 : at;
+    const value = (i) => {
+      for (let k = last; k >= 0; --k) if (this.rows[k][i + 1] !== null) return this.rows[k][i + 1];
+      return null;
+    };
+    replace(this.legend, labels.map((label, i) => {
+      const swatch = el("span", {class: ["swatch", "series-" + (this.#colour(i) + 1), dashed.includes(i) && "dashed"].filter(Boolean).join(" "),
+        "aria-hidden": "true"});
+      return el("span", {class: "entry"}, swatch, label, " ", el("b", {}, numberText(value(i), digits)));
     }));
+  }
+  #colour(i) {
+    return (this.options.colours?.[i] ?? i) % kSeries;
   }
 
   // What of x is shown, null for all of it; of the whole group.

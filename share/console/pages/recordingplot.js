@@ -98,9 +98,10 @@ export class RecordingPlot {
     const series = this.first.signals.filter(({name}) => wanted(name)).map((signal) => ({...signal, of: this.first}));
     if (series.length === 0) return null;
     for (const signal of this.second?.signals ?? [])
-      if (wanted(signal.name)) series.push({...signal, of: this.second, caption: signal.caption + " (" + this.second.name + ")"});
+      if (wanted(signal.name)) series.push({...signal, of: this.second, caption: tr("%s, the second", signal.caption)});
+    const names = [...new Set(series.map(({name}) => name))];
     const plot = new Plot({title: tr(title), x: tr("Time in s"), labels: series.map(({caption}) => caption), stepped,
-      dashed: series.flatMap(({of}, i) => (of === this.second ? [i] : [])), group: this.plots, kept: this.saved, bands: this.bands(),
+      colours: series.map(({name}) => names.indexOf(name)), dashed: series.flatMap(({of}, i) => (of === this.second ? [i] : [])), group: this.plots, kept: this.saved, bands: this.bands(),
       onzoom: (window) => this.refine(window)});
     plot.rowsNow = () => overlay(series.map(({name, of}) => of.points(name)));
     plot.rows = plot.rowsNow();
