@@ -100,7 +100,7 @@ class LinksPage {
 
   showDevices(devices) {
     const heading = el("h2", {}, tr("Devices"));
-    if (devices.length === 0) return [heading, el("p", {}, tr("No device has a thread of its own: nothing that goes over a link is switched on."))];
+    if (devices.length === 0) return [heading, el("p", {}, tr("No device runs at the moment."))];
     return [heading, table(tr("Each with its last sign of life"), [
       {title: tr("Name"), cell: ({name}) => name},
       {title: tr("State"), cell: ({state}) => el("span", {class: state === "failed" && "bad"}, tr(kDeviceStates[state] ?? state))},
