@@ -30,9 +30,14 @@ export function overlay(series) {
   return [...rows.values()].sort((a, b) => a[0] - b[0]);
 }
 
+// The numbers of those that are meant.
+export function indices(list, meant) {
+  return list.flatMap((of, i) => (meant(of) ? [i] : []));
+}
+
 // options: {title, x: "Time in s", labels: ["P in bar", ...], kept: kept(...), bands: [{from, to, text}], digits, dashed: [i],
-// colours: [number of each series' colour], points: true, dots: [i] (without a line), stepped: true, group: plots that are zoomed as one (an array that they share), onzoom: (window or null)};
-// rows: [[x, y1, y2, ...]].
+// dots: [i] (without a line), colours: [number of each series' colour], points: true, stepped: true, group: plots that are
+// zoomed as one (an array that they share), onzoom: (window or null)}; rows: [[x, y1, y2, ...]].
 export class Plot {
   constructor(options, rows = []) {
     this.options = options;
@@ -77,7 +82,9 @@ export class Plot {
     const ink = style.getPropertyValue("--muted").trim();
     const series = {};
     labels.forEach((label, i) => {
-      series[label] = dashed.includes(i) ? {strokePattern: [6, 4]} : dots.includes(i) ? {strokeWidth: 0, drawPoints: true, pointSize: 4} : {};
+      series[label] = {};
+      if (dashed.includes(i)) series[label] = {strokePattern: [6, 4]};
+      if (dots.includes(i)) series[label] = {strokeWidth: 0, drawPoints: true, pointSize: 4};
     });
     this.graph = new Dygraph(this.canvas, this.rows, {
       labels: ["x", ...labels],
@@ -128,9 +135,8 @@ export class Plot {
       return null;
     };
     replace(this.legend, labels.map((label, i) => {
-      const swatch = el("span", {class: ["swatch", "series-" + (this.#colour(i) + 1), dashed.includes(i) && "dashed"].filter(Boolean).join(" "),
-        "aria-hidden": "true"});
-      return el("span", {class: "entry"}, swatch, label, " ", el("b", {}, numberText(value(i), digits)));
+      const kind = "swatch series-" + (this.#colour(i) + 1) + (dashed.includes(i) ? " dashed" : "");
+      return el("span", {class: "entry"}, el("span", {class: kind, "aria-hidden": "true"}), label, " ", el("b", {}, numberText(value(i), digits)));
     }));
   }
   #colour(i) {

@@ -118,8 +118,13 @@ export function ask(title, content, buttons, {until} = {}) {
   });
 }
 
+// Says something that has to be read.
+export function tell(title, content) {
+  return ask(title, content, [{text: tr("Close"), value: null, kind: "main"}]);
+}
+
 export function showProblem(problem, title = tr("This was refused")) {
-  return ask(title, problemBox(problem), [{text: tr("Close"), value: null, kind: "main"}]);
+  return tell(title, problemBox(problem));
 }
 
 // Runs what needs control: takes it where nobody has it, asks where somebody else has it. Problems are shown; answers

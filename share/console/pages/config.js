@@ -1,9 +1,9 @@
 // The machine file: its sections, searched and changed; what is wrong in it; who has changed what.
 
-import {el, replace, setText} from "../dom.js";
+import {el, replace} from "../dom.js";
 import {kept} from "../kept.js";
 import {mark, tr} from "../texts.js";
-import {ask, field, problemBox, say, showProblem, table, tabs, timeText} from "../widgets.js";
+import {ask, field, problemBox, say, showProblem, table, tabs, tell, timeText} from "../widgets.js";
 import {wire} from "../wire.js";
 
 const kMostFound = 60;
@@ -18,15 +18,18 @@ const kWhat = {set: mark("set"), forced: mark("set although wrong"), restored: m
 const saved = kept("config", {view: "values", section: "", search: "", edits: {}});
 
 const sectionOf = (path) => path.split("/")[0];
-const textOf = (value) => (value === true ? tr("yes") : value === false ? tr("no") : value === null ? "-" : value === "" ? "\u2014" : String(value));
+
+function textOf(value) {
+  if (typeof value === "boolean") return value ? tr("yes") : tr("no");
+  return value === null || value === "" ? "-" : String(value);
+}
 
 class ConfigPage {
   constructor(root) {
     this.root = root;
     this.content = el("div");
-    this.busy = el("div", {class: "busy"});
     this.pending = el("div", {class: "pending card", role: "status"});
-    this.ends = [wire.on("status", () => this.showBusy())];
+    this.ends = [wire.on("status", () => this.showPending())];
   }
 
   close() {
@@ -48,8 +51,7 @@ class ConfigPage {
       saved.set({view});
       this.show();
     });
-    replace(this.root, this.busy, bar, this.content, this.pending);
-    this.showBusy();
+    replace(this.root, bar, this.content, this.pending);
   }
 
   async read() {
@@ -58,7 +60,8 @@ class ConfigPage {
     this.version = version;
     this.wrong = wrong;
     const edits = saved.get("edits");
-    saved.set({edits: Object.fromEntries(Object.entries(edits).filter(([path, value]) => path in properties && properties[path] !== value))});
+    const differs = ([path, value]) => path in properties && properties[path] !== value;
+    saved.set({edits: Object.fromEntries(Object.entries(edits).filter(differs))});
     if (!this.sections().includes(saved.get("section"))) saved.set({section: this.sections()[0]});
   }
 
@@ -67,14 +70,6 @@ class ConfigPage {
   }
   about(path) {
     return this.schema.get(path.replace(/\[\d+\]/g, "[]"));
-  }
-
-  // While something runs nothing is saved; it is said before somebody types.
-  showBusy() {
-    const running = wire.status?.running ? wire.status.run?.procedure ?? wire.status.state : "";
-    if (running === this.running) return;
-    this.running = running;
-    replace(this.busy, running && el("p", {class: "warn", role: "status"}, tr("%s is running: nothing can be saved until it has ended.", running)));
   }
 
   show() {
@@ -116,8 +111,10 @@ class ConfigPage {
     replace(this.list, this.sections().map((section) => {
       const count = edits.filter((path) => sectionOf(path) === section).length;
       const wrong = this.wrong.some(({path}) => sectionOf(path) === section);
-      return el("li", {}, el("button", {type: "button", "aria-current": section === chosen ? "true" : null, onclick: () => this.choose(section)},
-        section, wrong && el("span", {class: "bad"}, " \u2717 ", tr("wrong")), count > 0 && el("span", {class: "warn"}, " ", tr("edited: %d", count))));
+      const current = section === chosen ? "true" : null;
+      return el("li", {}, el("button", {type: "button", "aria-current": current, onclick: () => this.choose(section)}, section,
+        wrong && el("span", {class: "bad"}, " \u2717 ", tr("wrong")),
+        count > 0 && el("span", {class: "warn"}, " ", tr("edited: %d", count))));
     }));
   }
 
@@ -216,12 +213,18 @@ class ConfigPage {
 
   showPending() {
     const count = Object.keys(saved.get("edits")).length;
-    if (count === this.shownPending) return;
-    this.shownPending = count;
+    const {running, run, state} = wire.status ?? {};
+    const busy = running ? (run?.procedure ?? state) : "";
+    const shown = count + busy;
+    if (shown === this.shownPending) return;
+    this.shownPending = shown;
     this.pending.hidden = count === 0;
-    replace(this.pending, el("b", {}, tr("Not saved: %d", count)), el("div", {class: "buttons"},
-      el("button", {type: "button", class: "main", onclick: () => this.review()}, tr("Look at the difference and save")),
-      el("button", {type: "button", onclick: () => this.discard()}, tr("Undo all"))));
+    replace(this.pending,
+      el("div", {}, el("b", {}, tr("Not saved: %d", count)),
+        busy && el("div", {}, tr("%s is running: nothing can be saved until it has ended.", busy))),
+      el("div", {class: "buttons"},
+        el("button", {type: "button", class: "main", onclick: () => this.review()}, tr("Look at the difference and save")),
+        el("button", {type: "button", onclick: () => this.discard()}, tr("Undo all"))));
   }
 
   async discard() {
@@ -238,8 +241,8 @@ class ConfigPage {
   }
 
   async review() {
-    const content = [differences(this.changes()), el("p", {class: "aside"}, tr("Each value is saved for itself; the version before is kept."))];
-    if (await ask(tr("Save these changes?"), content, [
+    const text = tr("Each value is saved for itself; the version before is kept.");
+    if (await ask(tr("Save these changes?"), [differences(this.changes()), el("p", {class: "aside"}, text)], [
       {text: tr("Save"), value: true, kind: "main"},
       {text: tr("Cancel"), value: false},
     ])) await this.save();
@@ -276,12 +279,11 @@ class ConfigPage {
     this.show();
     if (done) say(tr("Saved: %d", done));
     if (stopped?.status === 412)
-      await ask(tr("Somebody else has changed the machine file"), [problemBox(stopped),
-        el("p", {}, tr("It was read again. What you have typed is kept: look at the difference once more."))], [{text: tr("Close"), value: null, kind: "main"}]);
+      await tell(tr("Somebody else has changed the machine file"), [problemBox({...stopped, remedy: ""}),
+        el("p", {}, tr("It was read again. What you have typed is kept: look at the difference once more."))]);
     else if (stopped) await showProblem(stopped, tr("Not saved"));
     for (const {change, problem} of stopped ? [] : refused) await this.force(change, problem);
-    if (later.length)
-      await ask(tr("In force from the next start of the controller on"), el("p", {}, later.join(", ")), [{text: tr("Close"), value: null, kind: "main"}]);
+    if (later.length) await tell(tr("In force from the next start of the controller on"), el("p", {}, later.join(", ")));
   }
 
   async force(change, problem) {
@@ -313,7 +315,8 @@ class ConfigPage {
     const known = check.findings.filter(({path}) => path in this.values);
     const others = check.findings.filter(({path}) => !(path in this.values));
     replace(this.content, el("section", {class: "card"},
-      el("h2", {class: check.inOrder ? "good" : "bad"}, check.inOrder ? "\u2713 " + tr("The machine file is in order") : "\u2717 " + tr("Something is wrong in the machine file")),
+      check.inOrder ? el("h2", {class: "good"}, "\u2713 ", tr("The machine file is in order"))
+        : el("h2", {class: "bad"}, "\u2717 ", tr("Something is wrong in the machine file")),
       el("p", {class: "aside"}, check.file),
       known.length > 0 && table(tr("Findings; each name leads to the value"), [
         {title: tr("Property"), cell: ({path}) => path},
@@ -348,7 +351,8 @@ class ConfigPage {
     replace(this.content,
       el("section", {class: "card"}, el("h2", {}, tr("Previous version")),
         differs.length === 0 ? el("p", {}, previous ? tr("The previous version is the same.") : tr("There is no previous version."))
-          : [differences(differs), el("p", {}, el("button", {type: "button", onclick: () => this.restore(differs)}, tr("Put the previous version back")))]),
+          : [differences(differs),
+            el("button", {type: "button", onclick: () => this.restore(differs)}, tr("Put the previous version back"))]),
       el("section", {class: "card"}, el("h2", {}, tr("Changes, the newest first")),
         changes.length === 0 ? el("p", {}, tr("Nobody has changed anything yet."))
           : table(tr("Who has changed what, and when"), [

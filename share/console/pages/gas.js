@@ -2,7 +2,7 @@
 
 import {el, replace, setText} from "../dom.js";
 import {kept} from "../kept.js";
-import {overlay, Plot} from "../plot.js";
+import {indices, overlay, Plot} from "../plot.js";
 import {mark, tr} from "../texts.js";
 import {ask, field, numberText, problemBox, readAll, say, table, tabs, withControl} from "../widgets.js";
 import {wire} from "../wire.js";
@@ -90,7 +90,8 @@ class GasPage {
     const wrong = el("div", {class: "wrong", role: "alert"});
     const fields = {
       nozzle: field({name: "nozzle", title: tr("Nozzle type"), type: "text", required: true}, saved.get("nozzle")),
-      size: field({name: "size", title: tr("Nozzle diameter"), type: "number", unit: "mm", lowest: 0.1, highest: 100, required: true}, saved.get("size")),
+      size: field({name: "size", title: tr("Nozzle diameter"), type: "number", unit: "mm", lowest: 0.1, highest: 100, required: true},
+        saved.get("size")),
       method: field({name: "method", title: tr("Method"), type: "text", required: true,
         choices: kMethods.map(({value, text}) => ({value, text: tr(text)}))}, saved.get("method")),
       descend: field({name: "descend", title: tr("Measure downwards as well, for the verdict"), type: "boolean"}),
@@ -197,7 +198,8 @@ class GasPage {
       const list = gas ? this.series(gas) : [];
       if (list.length === 0) return replace(below, el("p", {}, tr("This gas has no curve yet.")));
       this.plot = new Plot({title: tr("Pressure in bar over voltage"), x: tr("Voltage in V"), labels: list.map(({label}) => label),
-        dashed: list.flatMap(({dashed}, i) => (dashed ? [i] : [])), dots: list.flatMap(({dots}, i) => (dots ? [i] : [])), points: true}, overlay(list.map(({points}) => points)));
+        dashed: indices(list, ({dashed}) => dashed), dots: indices(list, ({dots}) => dots), points: true},
+      overlay(list.map(({points}) => points)));
       replace(below, this.plot.node);
       this.plot.draw();
     };

@@ -64,8 +64,9 @@ class LinksPage {
   showDoctor(links) {
     const heading = el("h2", {}, tr("Examine a link"));
     if (links.length === 0) return [heading, el("p", {}, tr("There is nothing to examine."))];
+    const choices = links.map(({name}) => ({value: name, text: name}));
     const fields = {
-      link: field({name: "link", title: tr("Link"), type: "text", required: true, choices: links.map(({name}) => ({value: name, text: name}))}, saved.get("link")),
+      link: field({name: "link", title: tr("Link"), type: "text", required: true, choices}, saved.get("link")),
       unit: field({name: "unit", title: tr("Unit"), type: "integer", lowest: 1, highest: 255, required: true,
         summary: tr("the device's Modbus address")}, saved.get("unit")),
       addr: field({name: "addr", title: tr("Register"), type: "integer", lowest: 0, highest: 65534, required: true,

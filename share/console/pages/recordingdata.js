@@ -60,15 +60,16 @@ export class Recording {
 
   // The times in ms, exactly, where a signal rises above a value, else above half of its range.
   async risingEdges(signal, above) {
-    const ask = async (more) => (await wire.get("recordings/" + this.name + "?signals=" + signal + more)).signals[0];
-    const coarse = await ask("&points=" + kMostPoints);
+    const path = "recordings/" + this.name + "?signals=" + signal + "&points=" + kMostPoints;
+    const ask = async (part) => (await wire.get(path + part)).signals[0];
+    const coarse = await ask("");
     if (!coarse) return [];
     const half = above ?? (Math.max(...coarse.high) + Math.min(...coarse.low)) / 2;
     const edges = [];
     for (let i = 1; i < coarse.ms.length; ++i) {
       if (!(coarse.high[i - 1] <= half && coarse.high[i] > half)) continue;
       const width = coarse.ms[i] - coarse.ms[i - 1];
-      const fine = width === 1 ? coarse : await ask("&points=" + kMostPoints + "&fromMs=" + coarse.ms[i - 1] + "&toMs=" + (coarse.ms[i] + width));
+      const fine = width === 1 ? coarse : await ask("&fromMs=" + coarse.ms[i - 1] + "&toMs=" + (coarse.ms[i] + width));
       edges.push(width === 1 ? coarse.ms[i] : fine.ms.find((ms, k) => fine.high[k] > half));
     }
     return edges;

@@ -1,7 +1,7 @@
 // One recording as plots, one for each unit; another one laid over it from an event on.
 
 import {el, replace} from "../dom.js";
-import {overlay, Plot} from "../plot.js";
+import {indices, overlay, Plot} from "../plot.js";
 import {mark, tr} from "../texts.js";
 import {field, numberText, problemBox} from "../widgets.js";
 import {wire} from "../wire.js";
@@ -101,7 +101,8 @@ export class RecordingPlot {
       if (wanted(signal.name)) series.push({...signal, of: this.second, caption: tr("%s, the second", signal.caption)});
     const names = [...new Set(series.map(({name}) => name))];
     const plot = new Plot({title: tr(title), x: tr("Time in s"), labels: series.map(({caption}) => caption), stepped,
-      colours: series.map(({name}) => names.indexOf(name)), dashed: series.flatMap(({of}, i) => (of === this.second ? [i] : [])), group: this.plots, kept: this.saved, bands: this.bands(),
+      colours: series.map(({name}) => names.indexOf(name)), dashed: indices(series, ({of}) => of === this.second),
+      group: this.plots, kept: this.saved, bands: this.bands(),
       onzoom: (window) => this.refine(window)});
     plot.rowsNow = () => overlay(series.map(({name, of}) => of.points(name)));
     plot.rows = plot.rowsNow();
@@ -113,7 +114,8 @@ export class RecordingPlot {
     return this.runs.flatMap((run) => [
       ...(run.steps ?? []).filter(({level}) => level === 0).map(({startMs, durationMs, number, description}) =>
         ({from: at(run, startMs), to: at(run, startMs + (durationMs ?? 0)), text: number + " " + description})),
-      ...(run.alarms ?? []).map((alarm) => ({from: at(run, alarm.atMs), to: at(run, alarm.clearedMs ?? run.durationMs), text: "\u26a0 " + alarm.description})),
+      ...(run.alarms ?? []).map(({atMs, clearedMs, description}) =>
+        ({from: at(run, atMs), to: at(run, clearedMs ?? run.durationMs), text: "\u26a0 " + description})),
     ]);
   }
 

@@ -25,16 +25,15 @@ const kSignals = [
   {name: "gas-branch", title: mark("Gas branch")},
   {name: "state", title: mark("State of the machine: it shows the steps of runs")},
 ];
-const saved = kept("recordings", {signals: ["position", "laser", "emission", "gas-pressure", "state"], axes: ["1", "2", "3", "4"], seconds: 60,
-  open: "", over: "", align: "", zoom: null});
+const saved = kept("recordings", {signals: ["position", "laser", "emission", "gas-pressure", "state"],
+  axes: ["1", "2", "3", "4"], seconds: 60, open: "", over: "", align: "", zoom: null});
 
 const sizeText = (bytes) => (bytes < 1e6 ? numberText(bytes / 1e3, 0) + " kB" : numberText(bytes / 1e6, 1) + " MB");
 
-// "cut-20261122-143005": unlike any before, and legible.
+// "rec-20261122-143005", of the local time.
 function newName() {
-  const now = new Date();
-  const two = (number) => String(number).padStart(2, "0");
-  return "rec-" + now.getFullYear() + two(now.getMonth() + 1) + two(now.getDate()) + "-" + two(now.getHours()) + two(now.getMinutes()) + two(now.getSeconds());
+  const local = new Date(Date.now() - new Date().getTimezoneOffset() * 60000);
+  return "rec-" + local.toISOString().slice(0, 19).replace(/[-:]/g, "").replace("T", "-");
 }
 
 function chosenSignals() {
@@ -98,8 +97,10 @@ class RecordingsPage {
     this.closeLive();
     if (this.running) return this.showRunning();
     const about = el("p", {class: "aside", role: "status"});
-    const name = field({name: "name", title: tr("Name"), type: "text", required: true, summary: tr("letters, digits, and . _ -")}, newName());
-    const seconds = field({name: "seconds", title: tr("At most"), type: "number", unit: "s", lowest: 0.001, highest: 600, required: true}, saved.get("seconds"));
+    const summary = tr("letters, digits, and . _ -");
+    const name = field({name: "name", title: tr("Name"), type: "text", required: true, summary}, newName());
+    const seconds = field({name: "seconds", title: tr("At most"), type: "number", unit: "s", lowest: 0.001, highest: 600, required: true},
+      saved.get("seconds"));
     const tell = () => {
       const count = chosenSignals().length;
       setText(about, count === 0 ? tr("Choose at least one signal.")
@@ -127,7 +128,8 @@ class RecordingsPage {
       }
     };
     replace(this.make, el("h2", {}, tr("Record")),
-      boxes(tr("Of the axes"), "signals", of(kAxisSignals)), boxes(tr("Axes"), "axes", kAxes.map((text, i) => ({value: String(i + 1), text}))),
+      boxes(tr("Of the axes"), "signals", of(kAxisSignals)),
+      boxes(tr("Axes"), "axes", kAxes.map((text, i) => ({value: String(i + 1), text}))),
       boxes(tr("Of the machine"), "signals", of(kSignals)), about, el("div", {class: "row"}, name.node, seconds.node),
       el("button", {type: "button", class: "main", onclick: start}, tr("Start recording")));
     tell();
@@ -187,7 +189,8 @@ class RecordingsPage {
       {title: tr("Ended"), cell: ({changed}) => timeText(changed)},
       {title: tr("Size"), number: true, cell: ({bytes}) => sizeText(bytes)},
       {title: "", cell: ({name}) => el("div", {class: "actions"},
-        el("a", {class: "button", href: "/api/v1/recordings/" + name + "/file", download: name + ".csv", "aria-label": tr("Download %s", name)}, tr("Download")),
+        el("a", {class: "button", href: "/api/v1/recordings/" + name + "/file", download: name + ".csv",
+          "aria-label": tr("Download %s", name)}, tr("Download")),
         el("button", {type: "button", "aria-label": tr("Delete %s", name), onclick: () => this.remove(name)}, tr("Delete")))},
     ], newest, {onrow: ({name}) => this.choose(name), rowClass: ({name}) => name === saved.get("open") && "chosen"}));
   }
