@@ -30,6 +30,12 @@ export function replace(node, ...children) {
   node.replaceChildren(...some(children));
 }
 
+// Where what had the focus was drawn anew: the keyboard goes on from here.
+export function goOnFrom(node) {
+  node.tabIndex = -1;
+  node.focus({preventScroll: true});
+}
+
 // Changes a text only where it differs: what reads the page aloud says nothing twice.
 export function setText(node, text) {
   if (node.textContent !== text) node.textContent = text;

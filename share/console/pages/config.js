@@ -1,6 +1,6 @@
 // The machine file: its sections, searched and changed; what is wrong in it; who has changed what.
 
-import {el, replace} from "../dom.js";
+import {el, goOnFrom, replace} from "../dom.js";
 import {kept} from "../kept.js";
 import {mark, tr} from "../texts.js";
 import {ask, field, problemBox, say, showProblem, table, tabs, tell, timeText} from "../widgets.js";
@@ -85,12 +85,12 @@ class ConfigPage {
   showValues() {
     this.list = el("ul", {class: "sections"});
     this.open = el("section", {class: "card open", "aria-live": "off"});
-    const search = el("input", {type: "search", id: "config-search", value: saved.get("search"), autocomplete: "off",
+    const search = (this.search = el("input", {type: "search", id: "config-search", value: saved.get("search"), autocomplete: "off",
       oninput: () => {
         saved.set({search: search.value});
         clearTimeout(this.typing);
         this.typing = setTimeout(() => this.showOpen(), 200);
-      }});
+      }}));
     replace(this.content, el("div", {class: "search"}, el("label", {for: "config-search"}, tr("Search names and sentences")), search),
       el("div", {class: "split"}, el("nav", {"aria-label": tr("Sections")}, this.list), this.open));
     this.showOpen();
@@ -120,8 +120,10 @@ class ConfigPage {
 
   choose(section) {
     saved.set({section, search: ""});
-    this.showValues();
-    this.open.scrollIntoView({block: "nearest"});
+    this.search.value = "";
+    this.showOpen();
+    this.list.querySelector("[aria-current]")?.focus({preventScroll: true});
+    if (this.open.getBoundingClientRect().top < 0) this.open.scrollIntoView();
   }
 
   showFound(search) {
@@ -151,7 +153,7 @@ class ConfigPage {
     const edits = saved.get("edits");
     const type = {Boolean: "boolean", string: "text", Integer: "integer", Cardinal: "integer"}[about.type] ?? "number";
     const part = field({name: path, title: name, type, unit: about.unit, range: about.range,
-      summary: [about.text, "default" in about && tr("default: %s", textOf(about.default))].filter(Boolean).join("; ")},
+      summary: [about.text, "default" in about && about.default !== "" && tr("default: %s", textOf(about.default))].filter(Boolean).join("; ")},
       path in edits ? edits[path] : this.values[path]);
     const signs = el("span", {class: "signs"});
     const mark = () => {
@@ -375,6 +377,7 @@ class ConfigPage {
       const {restored} = await wire.post("config/restore");
       await this.read();
       this.show();
+      goOnFrom(this.content);
       say(restored ? tr("The previous version is in force again") : tr("There is no previous version."));
     } catch (problem) {
       await showProblem(problem);

@@ -1,6 +1,6 @@
 // Gas valves: a calibration as it goes on, the verdict, old against new curves, stored tables, pressure to voltage.
 
-import {el, replace, setText} from "../dom.js";
+import {el, goOnFrom, replace, setText} from "../dom.js";
 import {kept} from "../kept.js";
 import {indices, overlay, Plot} from "../plot.js";
 import {mark, tr} from "../texts.js";
@@ -36,6 +36,7 @@ class GasPage {
   }
 
   close() {
+    this.closed = true;
     for (const end of this.ends) end();
     this.plot?.close();
   }
@@ -51,6 +52,7 @@ class GasPage {
     this.former = formerTables(gas.branches, branches.properties, differences);
     this.onlyTables = differences.every(({path}) => path.startsWith("GasBranches/") && path.includes("/DAAdjust"));
     this.last = gas.lastRun === null ? null : await wire.get("runs/" + gas.lastRun).catch(() => null);
+    if (this.closed) return;
     this.layOut();
     this.showStart();
     this.showNow();
@@ -129,7 +131,7 @@ class GasPage {
       this.progress(event);
     } else if (event.event === "ended" && event.procedure === kRun) {
       await this.load();
-      say(tr("The calibration has ended: %s", event.words));
+      say(tr("The calibration has ended: %s", event.words ?? event.outcome));
     }
   }
 
@@ -239,6 +241,7 @@ class GasPage {
     ]))) return;
     if (!(await withControl(() => wire.post("config/restore")))) return;
     await this.load();
+    goOnFrom(this.curves);
     say(tr("The old curves are in use again"));
   }
 
@@ -274,6 +277,7 @@ class GasPage {
     const use = (row) => withControl(async () => {
       const {messages, problem} = await wire.post("gas/use", {gases: [row.gas], nozzle: row.nozzle, size: row.size});
       await this.load();
+      goOnFrom(this.stored);
       say(problem ?? messages.at(-1) ?? tr("The table is in use"));
     });
     const inUse = (row) => largestDifference(ofGas(this.gas.branches, row.gas)?.table.points ?? [], row.points) < 1e-3;

@@ -26,9 +26,9 @@ export class RecordingPlot {
   }
 
   close() {
+    this.closed = true;  // what is still being read is shown to nobody
     clearTimeout(this.timer);
     for (const plot of [...this.plots]) plot.close();
-    this.root = el("div");  // what is still being read is shown to nobody
   }
 
   async open(name) {
@@ -64,6 +64,7 @@ export class RecordingPlot {
   }
 
   show() {
+    if (this.closed) return;
     for (const plot of [...this.plots]) plot.close();
     this.plots = [];
     const {first, second} = this;

@@ -1,6 +1,6 @@
 // Recordings of signals: made, followed while they are made, listed, looked at, taken away and deleted.
 
-import {el, replace, setText} from "../dom.js";
+import {el, goOnFrom, replace, setText} from "../dom.js";
 import {kept} from "../kept.js";
 import {overlay, Plot} from "../plot.js";
 import {mark, tr} from "../texts.js";
@@ -51,11 +51,14 @@ class RecordingsPage {
     this.files = el("section", {class: "card"});
     this.shown = el("section", {class: "card shown"});
     replace(root, el("div", {class: "columns"}, this.make, this.files), this.shown);
-    this.ends = [wire.on("signals", (signals) => this.live(signals))];
+    // What changes comes as events; what stays as it is, with the status.
+    this.ends = [wire.on("signals", (signals) => this.live(signals)),
+      wire.on("status", ({signals, machineMs}) => this.live({...signals, machineMs}))];
     this.timer = setInterval(() => this.look(), kLookMs);
   }
 
   close() {
+    this.closed = true;
     for (const end of this.ends) end();
     clearInterval(this.timer);
     this.plot?.close();
@@ -64,6 +67,7 @@ class RecordingsPage {
 
   async load() {
     const {recordings, running} = await wire.get("recordings");
+    if (this.closed) return;
     const before = this.running?.name;
     this.list = recordings;
     this.running = running;
@@ -164,7 +168,7 @@ class RecordingsPage {
   }
 
   live({position: {xMm, yMm, zMm, focusMm}, gas, laser, emission, machineMs}) {
-    if (!this.plots || machineMs === undefined) return;
+    if (!this.plots || !(machineMs / 1000 > (this.rows.mm.at(-1)?.[0] ?? 0))) return;
     const add = (id, ...values) => {
       this.rows[id] = [...this.rows[id].slice(1 - kLiveRows), [machineMs / 1000, ...values]];
       this.plots[id].set(this.rows[id]);
@@ -200,6 +204,7 @@ class RecordingsPage {
     this.showList();
     await this.open(name);
     this.shown.scrollIntoView({block: "start"});
+    goOnFrom(this.shown);
   }
 
   async open(name) {
@@ -224,6 +229,7 @@ class RecordingsPage {
         this.plot = null;
       }
       await this.load();
+      goOnFrom(this.files);
       say(tr("%s is deleted", name));
     } catch (problem) {
       await showProblem(problem);
