@@ -4,7 +4,7 @@ import {el, goOnFrom, replace, setText} from "../dom.js";
 import {kept} from "../kept.js";
 import {indices, overlay, Plot} from "../plot.js";
 import {mark, tr} from "../texts.js";
-import {ask, field, numberText, problemBox, readAll, say, table, tabs, withControl} from "../widgets.js";
+import {ask, field, numberText, postButton, problemBox, readAll, say, table, tabs, withControl} from "../widgets.js";
 import {wire} from "../wire.js";
 import {barAt, formerTables, largestDifference, voltAt} from "./gascurves.js";
 
@@ -107,20 +107,20 @@ class GasPage {
       fields.nozzle.input.value = known?.nozzle ?? "";
       fields.size.input.value = known?.size ?? "";
     });
-    const start = () => {
+    const order = () => {
       const chosen = gases.filter(({box}) => box.checked).map(({box}) => box.value);
       setText(wrong, chosen.length ? "" : tr("choose at least one gas"));
       const values = readAll(Object.entries(fields).map(([name, part]) => ({name, part})));
-      if (!values || chosen.length === 0) return;
+      if (!values || chosen.length === 0) return null;
       saved.set({gases: chosen, nozzle: values.nozzle, size: values.size, method: values.method});
-      withControl(() => wire.post("gas/calibrate", {gases: chosen, ...values}));
+      return {gases: chosen, ...values};
     };
     replace(this.start, el("h2", {}, tr("Calibrate")),
       el("fieldset", {}, el("legend", {}, tr("Gases")), gases.map(({node}) => node), wrong),
       this.nozzles.length > 0 && nozzle.node, el("div", {class: "pair"}, fields.nozzle.node, fields.size.node),
       fields.method.node, fields.descend.node, fields.keep.node,
       el("p", {class: "aside"}, tr("Gas flows while it is measured: the head must stand free, with the nozzle that is named here.")),
-      el("button", {type: "button", class: "main", onclick: start}, tr("Start calibration")));
+      postButton(tr("Start calibration"), {kind: "main", path: "gas/calibrate", body: order}));
   }
 
   async told(event) {
