@@ -4,15 +4,14 @@ import {el, replace} from "./dom.js";
 import {tr} from "./texts.js";
 import {numberText} from "./widgets.js";
 
-// Its legend sets styles by attributes, which the page's policy forbids, even where nobody wants it.
-Dygraph.PLUGINS = Dygraph.PLUGINS.filter((plugin) => plugin !== Dygraph.Plugins.Legend);
-
 const kRedrawMs = 100;
 const kLabelled = 40;  // px of a band from which on its text is drawn
 const kSeries = 8;  // colours in console.css: --series-1 ...
 
 // The library is no module: it comes with the first page that plots.
 await new Promise((done, failed) => document.head.append(el("script", {src: "/console/dygraph.min.js", onload: done, onerror: failed})));
+// Its legend sets styles by attributes, which the page's policy forbids, even where nobody wants it.
+Dygraph.PLUGINS = Dygraph.PLUGINS.filter((plugin) => plugin !== Dygraph.Plugins.Legend);
 
 function colour(i) {
   return getComputedStyle(document.documentElement).getPropertyValue("--series-" + (i + 1)).trim();

@@ -93,7 +93,7 @@ class LinksPage {
       el("ol", {class: "steps"}, steps.map(({mark: word, finding, next}) => {
         const {sign, text, kind} = kMarks[word];
         return el("li", {class: kind}, el("span", {class: "mark", "aria-hidden": "true"}, sign),
-          el("div", {}, el("span", {class: "hidden-text"}, tr(text) + ": "), finding, next && el("div", {class: "next"}, next)));
+          el("div", {}, el("span", {class: "aloud"}, tr(text) + ": "), finding, next && el("div", {class: "next"}, next)));
       })),
       el("p", {class: ended ? (good ? "good" : "bad") : "aside"},
         el("b", {}, !ended ? tr("The examination goes on.") : good ? tr("The link is in order.") : tr("The link is not in order.")))];
