@@ -86,7 +86,7 @@ int Play(const TPanelOptions& options, const char* command, const nlohmann::orde
     if (!options.Form.empty()) host.Forms().Show(options.Form);
     if (!options.Key.empty()) {
       const TKeyCode key = *ParseKey(options.Key);
-      problem = ProblemOf(key, Why(host, key, session.Framework().CurrentState()));
+      problem = ProblemOf(key, Why(host, key, TPanelPicture(host)));
     }
     TPanelScript story(host, options.Json ? nullptr : &out);
     story.Run(lines);
