@@ -127,12 +127,22 @@ export function showProblem(problem, title = tr("This was refused")) {
   return tell(title, problemBox(problem));
 }
 
-// Runs what needs control: takes it where nobody has it, asks where somebody else has it. Problems are shown; answers
-// what `action` answers, or undefined.
-export async function withControl(action) {
-  if (wire.session.role === "viewer")
-    return showProblem({what: tr("You can look, stop and switch all off"), remedy: tr("To command the machine, open the link that \"ixocut console\" prints.")});
+// Shows what an action is refused for; answers what it answers, or undefined.
+export async function attempt(action) {
   try {
+    return await action();
+  } catch (problem) {
+    if (!("what" in problem)) throw problem;
+    await showProblem(problem);
+    return undefined;
+  }
+}
+
+// Runs what needs control: takes it where nobody has it, asks where somebody else has it. As attempt.
+export function withControl(action) {
+  return attempt(async () => {
+    if (wire.session.role === "viewer")
+      throw {what: tr("You can look, stop and switch all off"), remedy: tr("To command the machine, open the link that \"ixocut console\" prints.")};
     if (!(await wire.takeControl())) {
       const holder = wire.lease.holder;
       const text = tr("%s has control. Whoever takes it over attends what runs; keys that are held are released.", holder);
@@ -142,12 +152,8 @@ export async function withControl(action) {
       ]))) return undefined;
       await wire.takeControl(true);
     }
-    return await action();
-  } catch (problem) {
-    if (!("what" in problem)) throw problem;
-    await showProblem(problem);
-    return undefined;
-  }
+    return action();
+  });
 }
 
 // A button that posts `body()` to `path` where that is an object, and hands the answer to `done`. Pressed again within a

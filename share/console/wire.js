@@ -8,6 +8,7 @@ const kStatusMs = 500;  // between two looks at the status
 const kStaleMs = 1000;  // values that are older are grey
 const kHeartbeatMs = 3000;  // of the lease, which lasts for 10 s
 const kRetryMs = 1000;
+const kClockMs = 30000;  // what the fastest answers say of the controller's clock holds for at most twice as long
 const kLeaseKey = "lease";
 
 // What the controller refused, or why it could not be asked: `what`, `where`, `why`, `remedy`; `status` 0: no answer.
@@ -41,15 +42,17 @@ class Wire {
   #wantedRate = 10;
   #rate = 10;
   #stale = true;
+  // The controller's ms less the page's, by the fastest answers of this and of the last span of kClockMs.
+  #clock = {since: 0, now: -Infinity, before: -Infinity};
 
   // --- asking ---
 
   get(path) {
     return this.#ask("GET", path);
   }
-  // `once` names what is meant: sent again under the same name, it is not done again.
-  post(path, body = {}, {once} = {}) {
-    return this.#ask("POST", path, body, once ? {"Idempotency-Key": once} : {});
+  // `once` names what is meant: sent again under the same name, it is not done again. options: of fetch.
+  post(path, body = {}, {once, ...options} = {}) {
+    return this.#ask("POST", path, body, {headers: once ? {"Idempotency-Key": once} : {}, ...options});
   }
   put(path, body) {
     return this.#ask("PUT", path, body);
@@ -58,7 +61,7 @@ class Wire {
     return this.#ask("DELETE", path, {});
   }
 
-  async #ask(method, path, body, more = {}) {
+  async #ask(method, path, body, {headers: more, ...options} = {}) {
     const headers = {"Accept-Language": currentLanguage(), ...more};
     if (body !== undefined) headers["Content-Type"] = "application/json";
     if (this.#leaseId) headers.Lease = this.#leaseId;
@@ -70,6 +73,7 @@ class Wire {
         headers,
         body: body === undefined ? undefined : JSON.stringify(body),
         cache: "no-store",
+        ...options,
       });
       const text = await answer.text();
       json = text ? JSON.parse(text) : {};
@@ -80,7 +84,18 @@ class Wire {
     }
     this.#answeredAt = performance.now();
     if (!answer.ok) throw new Problem(answer.status, json);
+    if (json.serverMs !== undefined) this.#readClock(json.serverMs);
     return json;
+  }
+
+  // The controller's time, rather too early than too late: how old a press is, or a heartbeat.
+  serverMs() {
+    return Math.max(0, Math.floor(performance.now() + Math.max(this.#clock.now, this.#clock.before)));
+  }
+  #readClock(serverMs) {
+    const own = performance.now();
+    if (own - this.#clock.since > kClockMs) this.#clock = {since: own, now: -Infinity, before: this.#clock.now};
+    this.#clock.now = Math.max(this.#clock.now, serverMs - own);
   }
 
   // --- stop: without lease, whatever else is under way ---
@@ -94,16 +109,17 @@ class Wire {
   async #stopBy(path) {
     const late = setTimeout(() => this.#tell("stopUnanswered", path), kStopAnswerMs);
     try {
-      await fetch(kBase + path, {
+      const asked = fetch(kBase + path, {
         method: "POST",
         headers: {"Content-Type": "application/json", "Accept-Language": currentLanguage()},
         body: "{}",
         cache: "no-store",
         keepalive: true,
         priority: "high",
-      }).then((answer) => {
-        if (!answer.ok) throw new Problem(answer.status);
       });
+      this.#tell("stopping", path);
+      const answer = await asked;
+      if (!answer.ok) throw new Problem(answer.status);
       this.#tell("stopAnswered", path);
     } catch {
       this.#tell("stopUnanswered", path);
@@ -124,7 +140,7 @@ class Wire {
   async giveControl() {
     const id = this.#leaseId;
     this.#setLease("");
-    if (id) await this.#ask("DELETE", "lease", {}, {Lease: id});
+    if (id) await this.#ask("DELETE", "lease", {}, {headers: {Lease: id}});
   }
   #setLease(id) {
     this.#leaseId = id;
@@ -152,8 +168,8 @@ class Wire {
   // --- listening ---
 
   // kind: state, step, alarm, run, led, signals, log, lease, key, queue of the controller's events; and of the page's own
-  // status (looked at anew), alarms (the standing ones changed), connection, stale, session, stopAnswered,
-  // stopUnanswered. Answers what ends it.
+  // status (looked at anew), alarms (the standing ones changed), connection, stale, session, stopping (it is on its way),
+  // stopAnswered, stopUnanswered. Answers what ends it.
   on(kind, listener) {
     if (!this.#listeners.has(kind)) this.#listeners.set(kind, new Set());
     this.#listeners.get(kind).add(listener);
@@ -259,6 +275,7 @@ class Wire {
       }
       if (!stream.signal.aborted) {
         this.connected = false;
+        this.#clock = {since: 0, now: -Infinity, before: -Infinity};  // the next one may be another machine's
         this.#tell("connection", false);
         stream.abort();  // what failed behind its beginning would keep the connection
       }
