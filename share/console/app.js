@@ -5,6 +5,7 @@ import {el, replace} from "./dom.js";
 import {kept} from "./kept.js";
 import {notices} from "./notices.js";
 import {questions} from "./questions.js";
+import "./sound.js";
 import {mark, preferredLanguage, tr, useLanguage} from "./texts.js";
 import {problemBox} from "./widgets.js";
 import {wire} from "./wire.js";

@@ -1,0 +1,156 @@
+// Alarms: those that stand, what stood, how often, and what they mean.
+
+import {el, replace} from "../dom.js";
+import {kept} from "../kept.js";
+import {setSound, soundOn} from "../sound.js";
+import {mark, tr} from "../texts.js";
+import {ask, attempt, field, problemBox, readAll, table, tabs, timeText} from "../widgets.js";
+import {wire} from "../wire.js";
+import {openHistory} from "./alarmhistory.js";
+
+const kReads = 300;  // ms between an event and the look that follows: a burst is looked at once
+const kDay = 1440;  // minutes
+const kSpans = [[10, mark("10 minutes")], [60, mark("1 hour")], [480, mark("8 hours")], [kDay, mark("1 day")], [7 * kDay, mark("1 week")]];
+
+export function open(root) {
+  const saved = kept("alarms", {tab: "standing"});
+  const content = el("div");
+  let close = null;
+  const show = (tab) => {
+    close?.();
+    saved.set({tab});
+    close = {standing: openStanding, history: openHistory, statistics: (node) => openHistory(node, true), definitions: openDefinitions}[tab](content);
+  };
+  const sound = el("input", {type: "checkbox", checked: soundOn(), onchange: () => setSound(sound.checked)});
+  replace(root, el("div", {class: "row top"}, tabs(tr("Views"), [
+    {id: "standing", title: tr("Standing")},
+    {id: "history", title: tr("History")},
+    {id: "statistics", title: tr("Statistics")},
+    {id: "definitions", title: tr("Definitions")},
+  ], saved.get("tab"), show), el("label", {class: "sound"}, sound, tr("Sound for new alarms"))), content);
+  return () => close?.();
+}
+
+export function levelSign(level) {
+  return level === 1 ? el("span", {class: "sign bad"}, "⚠ " + tr("Alarm")) : el("span", {class: "sign warn"}, "▲ " + tr("Warning"));
+}
+
+// --- those that stand ---
+
+function openStanding(root) {
+  let first = new Set();  // identifiers whose alarm came while nothing else stood
+  let timer = null;
+  let closed = false;
+
+  async function readFirst() {
+    try {
+      const {alarms} = await wire.get("alarms/history?active=true&limit=1000");
+      first = new Set(alarms.filter((row) => row.first).map((row) => row.identifier));
+    } catch {
+      first = new Set();  // a controller without a store knows no firsts
+    }
+    if (!closed) show();
+  }
+
+  function card(alarm) {
+    const line = (title, text) => text && el("div", {class: "line"}, el("dt", {}, title), el("dd", {}, text));
+    return el("li", {class: "card alarm level-" + alarm.level},
+      el("div", {class: "row"}, levelSign(alarm.level), first.has(alarm.identifier) && el("span", {class: "sign"}, tr("First of its burst")),
+        el("strong", {class: "code"}, alarm.code), el("time", {class: "aside"}, timeText(alarm.raised))),
+      el("h3", {}, alarm.text),
+      el("dl", {}, line(tr("Message"), alarm.description !== alarm.text && alarm.description),
+        line(tr("Reason"), alarm.reason), line(tr("What to do"), alarm.solution),
+        line(tr("Identifier"), alarm.identifier)),
+      el("div", {class: "row"},
+        alarm.acknowledged ? el("span", {class: "good"}, "✓ " + tr("Seen by %s, %s", alarm.byWhom, timeText(alarm.acknowledged)))
+          : el("button", {type: "button", class: "main", onclick: () => acknowledge(alarm)}, tr("Acknowledge")),
+        alarm.level === 0 && (alarm.suppressedUntil
+          ? el("button", {type: "button", onclick: () => suppress(alarm.identifier, 0, "")}, tr("Show again"))
+          : el("button", {type: "button", onclick: () => askSuppress(alarm)}, tr("Suppress...")))));
+  }
+
+  function show() {
+    const shown = wire.alarms.filter((alarm) => !alarm.suppressedUntil).toReversed();
+    // What began a burst first, then the newest.
+    shown.sort((a, b) => b.level - a.level || first.has(b.identifier) - first.has(a.identifier));
+    const hidden = wire.alarms.filter((alarm) => alarm.suppressedUntil);
+    replace(root,
+      el("h2", {}, tr("Alarms that stand: %d", shown.length)),
+      shown.length === 0 && el("p", {class: "card good"}, "✓ " + tr("No alarm stands.")),
+      el("ul", {class: "alarm-list"}, shown.map(card)),
+      hidden.length > 0 && el("details", {}, el("summary", {}, tr("Suppressed for a while: %d", hidden.length)),
+        el("ul", {class: "alarm-list"}, hidden.map((alarm) => [
+          el("li", {class: "aside"}, tr("until %s", timeText(alarm.suppressedUntil))), card(alarm)]))));
+    root.classList.toggle("stale-values", wire.stale);
+  }
+
+  function acknowledge(alarm) {
+    return attempt(() => wire.post("alarms/" + alarm.serial + "/acknowledge"));
+  }
+  function suppress(identifier, minutes, reason) {
+    return attempt(() => wire.post("alarms/suppress", {identifier, minutes, reason}));
+  }
+  async function askSuppress(alarm) {
+    const fields = [
+      {name: "minutes", part: field({name: "minutes", title: tr("For how long"), type: "integer", required: true,
+        choices: kSpans.map(([value, text]) => ({value, text: tr(text)}))}, kSpans[1][0])},
+      {name: "reason", part: field({name: "reason", title: tr("Why"), type: "text", required: true})},
+    ];
+    let values = null;
+    const content = el("div", {}, el("p", {}, tr("It is not listed for so long; what it forbids stays forbidden. Who did it and why is kept.")),
+      fields.map((of) => of.part.node));
+    if (await ask(tr("Suppress %s", alarm.code + " " + alarm.text), content, [
+      {text: tr("Suppress"), value: true, kind: "main", when: () => (values = readAll(fields)) !== null},
+      {text: tr("Cancel"), value: false},
+    ])) await suppress(alarm.identifier, values.minutes, values.reason);
+  }
+
+  const soon = () => {
+    timer ??= setTimeout(() => {
+      timer = null;
+      readFirst();
+    }, kReads);
+  };
+  show();
+  readFirst();
+  const ends = [wire.on("alarms", () => {
+    show();
+    soon();
+  }), wire.on("stale", show)];
+  return () => {
+    closed = true;
+    clearTimeout(timer);
+    for (const end of ends) end();
+  };
+}
+
+// --- what they mean ---
+
+function openDefinitions(root) {
+  const saved = kept("alarms.definitions", {search: ""});
+  let all = [];
+  const list = el("div");
+  const search = el("input", {type: "text", id: "definition-search", autocomplete: "off", value: saved.get("search"), oninput: () => {
+    saved.set({search: search.value});
+    show();
+  }});
+  function show() {
+    const wanted = search.value.trim().toLowerCase();
+    const fits = all.filter((of) => Object.values(of).join(" ").toLowerCase().includes(wanted));
+    replace(list, table(tr("%d of %d definitions", fits.length, all.length), [
+      {title: tr("Code"), cell: (of) => [el("strong", {}, of.code), el("div", {class: "aside"}, of.identifier)]},
+      {title: tr("Text"), cell: (of) => [el("div", {}, of.text), el("div", {class: "aside"}, of.category + " · " + of.type)]},
+      {title: tr("Reason"), cell: (of) => of.reason},
+      {title: tr("What to do"), cell: (of) => of.solution},
+    ], fits));
+  }
+  replace(root, el("section", {class: "card"}, el("h2", {}, tr("What alarms mean")),
+    el("div", {class: "field"}, el("label", {for: "definition-search"}, tr("Search")), search), list));
+  wire.get("alarms/definitions").then(
+    (answer) => {
+      all = answer.definitions;
+      show();
+    },
+    (problem) => replace(list, problemBox(problem)));
+  return () => {};
+}

@@ -1,0 +1,132 @@
+// What each key would do with another form, in another state and under other alarms; the machine is not touched.
+
+import {el, replace} from "../dom.js";
+import {kept} from "../kept.js";
+import {tr} from "../texts.js";
+import {problemBox, table} from "../widgets.js";
+import {wire} from "../wire.js";
+import {keyLabel, maskText, verdict} from "./keys.js";
+
+const kAsItIs = "as-it-is";
+const kMostFound = 8;  // alarms that are offered at a time
+
+export function openTry(root) {
+  // Each is what is supposed, or kAsItIs; alarms: a list, or null.
+  const saved = kept("trykeys", {form: kAsItIs, state: kAsItIs, warning: kAsItIs, alarms: null, search: ""});
+  const result = el("div", {"aria-live": "polite"});
+  const chosen = el("div", {class: "row chosen"});
+  const found = el("div", {class: "row"});
+  const search = el("input", {type: "text", id: "try-search", autocomplete: "off", value: saved.get("search"), oninput: () => {
+    saved.set({search: search.value});
+    showAlarms();
+  }});
+  let known = {forms: [], states: [], alarms: []};
+  let labels = new Map();
+  let asked = 0;
+  let closed = false;
+
+  const choice = (name, title, options) => {
+    const id = "try-" + name;
+    const all = [{value: kAsItIs, text: tr("as it is now")}, ...options];
+    return el("div", {class: "field"}, el("label", {for: id}, title),
+      el("select", {id, onchange: (event) => change({[name]: event.target.value})},
+        all.map(({value, text}) => el("option", {value, selected: value === saved.get(name)}, text))));
+  };
+
+  function change(what) {
+    saved.set(what);
+    showAlarms();
+    ask();
+  }
+
+  function add(identifier) {
+    search.value = "";
+    change({alarms: [...(saved.get("alarms") ?? []), identifier], search: ""});
+    search.focus();
+  }
+
+  function query() {
+    const parts = [];
+    for (const name of ["form", "state", "warning"])
+      if (saved.get(name) !== kAsItIs) parts.push(name + "=" + encodeURIComponent(saved.get(name)));
+    if (saved.get("alarms")) parts.push("alarms=" + encodeURIComponent(saved.get("alarms").join(",")));
+    return parts.join("&");
+  }
+
+  async function ask() {
+    const mine = ++asked;
+    try {
+      const answer = await wire.get("panel/keys?" + query());
+      if (mine === asked && !closed) show(answer);
+    } catch (problem) {
+      if (mine === asked && !closed) replace(result, problemBox(problem));
+    }
+  }
+
+  function show({keys, form, state, alarms}) {
+    const acting = keys.filter((key) => key.acts).length;
+    const blocking = (key) => key.masks.filter((mask) => mask.blocks);
+    const lines = (key, what) => blocking(key).map((mask) => el("div", {}, what(mask)));
+    const stateName = known.states.find((of) => of.state === state)?.text ?? state;
+    replace(result,
+      el("p", {}, el("strong", {}, tr("%d of %d keys would have an effect", acting, keys.length)), " ",
+        el("span", {class: "aside"}, tr("form %s, state %s, alarms %s", form ?? tr("none"), stateName, alarms.join(", ") || tr("none")))),
+      table(tr("What each key would do"), [
+        {title: tr("Key"), cell: (key) => keyLabel(key.key, labels.get(key.key) ?? key.key)},
+        {title: tr("What it would do"), cell: (key) => verdict(key.acts, key.conclusion)},
+        {title: tr("Why"), cell: (key) => lines(key, (mask) => maskText(mask.mask) + ": " + mask.because)},
+        {title: tr("What would help"), cell: (key) => lines(key, (mask) => mask.change)},
+      ], keys));
+  }
+
+  function showAlarms() {
+    const list = saved.get("alarms");
+    const text = (identifier) => known.alarms.find((alarm) => alarm.identifier === identifier)?.text ?? "";
+    replace(chosen, list === null ? el("span", {class: "aside"}, tr("as they are now")) : [
+      list.length === 0 && el("span", {class: "aside"}, tr("none")),
+      list.map((identifier) => el("button", {type: "button", "aria-label": tr("Without %s", identifier),
+        onclick: () => change({alarms: list.filter((other) => other !== identifier)})}, "✕ " + identifier + " " + text(identifier)))],
+      list !== null && el("button", {type: "button", onclick: () => change({alarms: null})}, tr("As they are now")),
+      list?.length !== 0 && el("button", {type: "button", onclick: () => change({alarms: []})}, tr("None")));
+    const wanted = search.value.trim().toLowerCase();
+    const fits = known.alarms.filter((alarm) => !list?.includes(alarm.identifier) &&
+      (alarm.identifier + " " + alarm.text).toLowerCase().includes(wanted));
+    replace(found, wanted === "" ? null : [fits.slice(0, kMostFound).map((alarm) =>
+      el("button", {type: "button", onclick: () => add(alarm.identifier)},
+        "+ " + alarm.identifier + " " + alarm.text + (alarm.level === 1 ? " " + tr("(level 1)") : ""))),
+      fits.length === 0 && el("span", {class: "aside"}, tr("No alarm fits")),
+      fits.length > kMostFound && el("span", {class: "aside"}, tr("and %d more", fits.length - kMostFound))]);
+  }
+
+  async function start() {
+    try {
+      const [forms, panel] = await Promise.all([wire.get("panel/forms"), wire.get("panel")]);
+      if (closed) return;
+      known = forms;
+      labels = new Map(panel.keys.map((key) => [key.key, key.label]));
+    } catch (problem) {
+      if (!closed) replace(root, problemBox(problem));
+      return;
+    }
+    const names = known.forms.map((of) => of.form).sort();
+    replace(root,
+      el("section", {class: "card"}, el("h2", {}, tr("Suppose")),
+        el("p", {class: "aside"}, tr("Nothing happens at the machine: this only asks what the keys would do.")),
+        el("div", {class: "row suppose"},
+          choice("form", tr("Form on screen"), [{value: "", text: tr("none")}, ...names.map((name) => ({value: name, text: name}))]),
+          choice("state", tr("State of the machine"), known.states.map((of) => ({value: of.state, text: of.number + " " + of.text}))),
+          choice("warning", tr("Maintenance warning"), [{value: "true", text: tr("pending")}, {value: "false", text: tr("none")}])),
+        el("h3", {}, tr("Alarms that stand")), chosen,
+        el("div", {class: "field"}, el("label", {for: "try-search"}, tr("Add an alarm: search")), search), found),
+      el("section", {class: "card"}, el("h2", {}, tr("What each key would do")), result));
+    showAlarms();
+    ask();
+  }
+
+  start();
+  const ends = ["state", "alarms", "connection"].map((kind) => wire.on(kind, ask));
+  return () => {
+    closed = true;
+    for (const end of ends) end();
+  };
+}
