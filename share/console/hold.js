@@ -64,7 +64,7 @@ export class Holding {
       const second = event === this.#secondTouch;
       if (second && !key.stopKey) return;
       // A finger that leaves the key no longer holds it; and what takes the focus away covers it.
-      if (node.hasPointerCapture(event.pointerId)) node.releasePointerCapture(event.pointerId);
+      if (event.target.hasPointerCapture(event.pointerId)) event.target.releasePointerCapture(event.pointerId);
       node.focus({preventScroll: true});
       this.#press(key, "pointer" + event.pointerId);
     });
