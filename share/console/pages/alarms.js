@@ -97,9 +97,9 @@ function openStanding(root) {
       {name: "reason", part: field({name: "reason", title: tr("Why"), type: "text", required: true})},
     ];
     let values = null;
-    const content = el("div", {}, el("p", {}, tr("It is not listed for so long; what it forbids stays forbidden. Who did it and why is kept.")),
+    const content = el("div", {}, el("p", {}, el("strong", {}, alarm.text)), el("p", {}, tr("It is not listed for so long; what it forbids stays forbidden. Who did it and why is kept.")),
       fields.map((of) => of.part.node));
-    if (await ask(tr("Suppress %s", alarm.code + " " + alarm.text), content, [
+    if (await ask(tr("Suppress %s", alarm.code), content, [
       {text: tr("Suppress"), value: true, kind: "main", when: () => (values = readAll(fields)) !== null},
       {text: tr("Cancel"), value: false},
     ])) await suppress(alarm.identifier, values.minutes, values.reason);
