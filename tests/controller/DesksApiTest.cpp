@@ -99,9 +99,9 @@ TEST_F(DesksApi, TheEmergencyStopKeyIsResetWithEverythingElse) {
   const auto latched = [&] { return World.Service.Status()->Machine.LatchTripped; };
   EXPECT_TRUE(Good("POST", "panel/press", Press("EGYSTOP", "a"))["sent"]);
   Good("POST", "panel/release", {{"press", "a"}});
-  ASSERT_TRUE(World.Comes(latched));
+  ASSERT_TRUE(Comes(latched));
   EXPECT_EQ(Good("POST", "reset")["state"], "standby");
-  EXPECT_TRUE(World.Comes([&] { return !latched(); }));
+  EXPECT_TRUE(Comes([&] { return !latched(); }));
 }
 
 TEST_F(DesksApi, AKeyThatIsHeldGoesUpWhenTheFormChangesAndNeedsANewPress) {
