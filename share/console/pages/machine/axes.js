@@ -10,6 +10,7 @@ import {stateText} from "../../bar.js";
 import {plateOf} from "./side.js";
 
 const kSteps = [0.1, 1, 10, 100];
+const kEndMs = 1000;
 const kSlackMm = 1e-3;
 
 const saved = kept("machine.axes", {step: 10});
@@ -27,7 +28,7 @@ const kAxes = [
 ];
 
 export class Axes {
-  #sent = false;  // a step was asked for and not answered yet
+  #sent = false;  // a step is under way
 
   constructor(machine, properties) {
     this.plateAt = plateOf(machine, properties);
@@ -45,7 +46,7 @@ export class Axes {
   #row(axis, limits, speed) {
     const row = {axis, limits, speed, value: el("b", {class: "number"}), moving: el("small", {class: "moving"})};
     row.buttons = [-1, 1].map((sign, i) => {
-      const left = el("small", {class: "number"});
+      const left = el("small");
       const name = axis.letter + (sign < 0 ? "\u2212" : "+");
       const button = el("button", {type: "button", class: "jog", "aria-describedby": "axes-reason", onclick: () => this.#step(row, sign)},
         el("b", {}, name, " ", el("span", {"aria-hidden": "true"}, axis.arrows[i])), left);
@@ -89,7 +90,7 @@ export class Axes {
         const mm = this.#left(row, sign, position);
         const short = mm < step - kSlackMm;
         const shown = millimetres(mm, mm < 100 ? 2 : 1);
-        setText(left, mm < kSlackMm ? tr("at the end") : short ? tr("only %s left", shown) : tr("%s left", shown));
+        setText(left, mm < kSlackMm ? tr("at the end") : short ? tr("just %s", shown) : tr("%s left", shown));
         const off = Boolean(refusal) || short ? "true" : "false";
         if (button.getAttribute("aria-disabled") !== off) button.setAttribute("aria-disabled", off);
       }
@@ -109,10 +110,27 @@ export class Axes {
     if (row.speed) params.speed = row.speed;
     this.#sent = true;
     this.show(status);
-    await withControl(() => wire.post("runs", {procedure, params}));
+    await runThrough({procedure, params});
     this.#sent = false;
     if (wire.status) this.show(wire.status);
   }
+}
+
+// Until the run has ended the position is not what the next step starts from; one that lasts is seen in the status.
+async function runThrough(what) {
+  let ended = 0;
+  let wake = () => {};
+  const off = wire.on("run", (event) => {
+    if (event.event === "ended") ended = event.id;
+    wake();
+  });
+  const run = await withControl(() => wire.post("runs", what));
+  if (run && run.id !== ended)
+    await new Promise((done) => {
+      wake = () => run.id === ended && done();
+      setTimeout(done, kEndMs);
+    });
+  off();
 }
 
 function round(mm) {
