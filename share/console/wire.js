@@ -39,6 +39,7 @@ class Wire {
   #renewedAt = 0;
   #lastEventId = "";
   #stream = null;
+  #wake = null;
   #wantedRate = 10;
   #rate = 10;
   #stale = true;
@@ -147,6 +148,7 @@ class Wire {
     sessionStorage.setItem(kLeaseKey, id);
     this.lease = {holder: id ? this.session.name : null, mine: Boolean(id)};
     this.#tell("lease", this.lease);
+    this.#applyRate();
   }
   async #renew() {
     this.#renewedAt = performance.now();
@@ -190,16 +192,19 @@ class Wire {
     return this.#stale;
   }
 
-  // Signals a second, 1 to 50; while nobody sees the page it is 1.
+  // Signals a second, 1 to 50; while nobody sees the page it is 1. Without control it then listens not at all: a browser
+  // opens six connections to one controller, and the other pages' Stop needs one of them.
   setRate(rate) {
     this.#wantedRate = rate;
     this.#applyRate();
   }
   #applyRate() {
-    const rate = document.hidden ? 1 : this.#wantedRate;
+    const hiddenRate = this.#leaseId ? 1 : 0;
+    const rate = document.hidden ? hiddenRate : this.#wantedRate;
     if (rate === this.#rate) return;
     this.#rate = rate;
     this.#stream?.abort();
+    this.#wake?.();
   }
 
   async start() {
@@ -211,6 +216,7 @@ class Wire {
       this.#applyRate();
       if (!document.hidden) this.#look();
     });
+    this.#applyRate();
     this.#follow();
   }
 
@@ -259,6 +265,7 @@ class Wire {
 
   async #follow() {
     for (;;) {
+      while (this.#rate === 0) await new Promise((wake) => (this.#wake = wake));
       const stream = new AbortController();
       this.#stream = stream;
       let retryMs = kRetryMs;
