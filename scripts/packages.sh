@@ -4,19 +4,21 @@ packages() {
   case $1 in
     run)
       echo "g++ cmake ninja-build libpugixml-dev libutfcpp-dev nlohmann-json3-dev libcli11-dev libboost-dev" \
-        "libsqlite3-dev gnuplot-nox fonts-wqy-zenhei"
+        "libsqlite3-dev gnuplot-nox fonts-wqy-zenhei libjs-dygraphs"
       ;;
     test)
       echo "$(packages run) libgtest-dev libgmock-dev clang-format locales libmodbus-dev python3-pymodbus" \
         "python3-serial python3-serial-asyncio python3-jsonschema"
       ;;
+    # npm where there is none of another origin, which Debian's would clash with.
+    console) echo "$(packages test) chromium chromium-driver python3-selenium $(command -v npm >/dev/null || echo npm)" ;;
     bench)
       echo "$(packages run) libbenchmark-dev libfccp-dev libfmt-dev libmodbus-dev libreaderwriterqueue-dev" \
         "libspdlog-dev valgrind"
       ;;
     ci) echo "$(packages test) $(packages bench) clang libclang-rt-14-dev util-linux" ;;
     *)
-      echo "packages.sh: no set of packages is called '$1'; there are run, test, bench and ci" >&2
+      echo "packages.sh: no set of packages is called '$1'; there are run, test, console, bench and ci" >&2
       return 1
       ;;
   esac
