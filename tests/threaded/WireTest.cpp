@@ -215,6 +215,19 @@ TEST_F(Wire, ASessionKnowsItselfAndWhoCommandsUntilItLogsOut) {
   EXPECT_EQ(asked(Tcp().Ask(Request("GET /api/v1/session", cookie)))["by"], "nothing");
 }
 
+TEST_F(Wire, ServesTheConsoleToAnybodyAtThisMachineAndOnlyToBeRead) {
+  const TAnswer page = Tcp().Ask(Request("GET /", "Authorization: Bearer old\r\nCookie: ixocut=old\r\n"));
+  EXPECT_EQ(page.Status, 200);
+  EXPECT_THAT(page.Head, AllOf(HasSubstr("text/html"), HasSubstr("Content-Security-Policy: default-src 'none'"),
+                               HasSubstr("Cache-Control: no-cache"), HasSubstr("nosniff")));
+  const std::size_t tag = page.Head.find("ETag: ") + 6;
+  const std::string known = "If-None-Match: " + page.Head.substr(tag, page.Head.find("\r\n", tag) - tag) + "\r\n";
+  EXPECT_EQ(Tcp().Ask(Request("GET /", known)).Status, 304);
+  EXPECT_EQ(Tcp().Ask(Request("GET /console/%2e%2e/locale/zh.json")).Status, 404);
+  EXPECT_EQ(Tcp().Ask("GET / HTTP/1.1\r\nHost: evil.example\r\n\r\n").Status, 421);
+  EXPECT_EQ(Tcp().Ask(Request("POST /console/app.js", "", "{}")).Status, 404);
+}
+
 TEST_F(Wire, AsksOnceHoweverOftenTheSameKeyIsSent) {
   const std::string key = "Idempotency-Key: a\r\n";
   const TAnswer first = Unix().Ask(Post("lease", key));
