@@ -1,4 +1,3 @@
-#!/usr/bin/python3
 """A key of the panel that is held in a browser is up at the controller as soon as nobody is sure to hold it, and stays up."""
 import datetime
 import os
@@ -302,7 +301,3 @@ class HeldKeysTest(fixture.ConsoleTest):
         Hand(second, "CK_STOP").mouse("mouseReleased")
         Hand(first, KEY).mouse("mouseReleased")
         wait(lambda: not self.down(), "the key is up")
-
-
-if __name__ == "__main__":
-    fixture.main()
