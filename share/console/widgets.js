@@ -294,3 +294,16 @@ export function tabs(label, choices, chosen, shown) {
   show(chosen);
   return el("div", {class: "tabs", role: "group", "aria-label": label}, buttons);
 }
+
+// --- pages ---
+
+// Loads a page that is an object with load() and close(); answers what closes it.
+export async function openPage(page) {
+  try {
+    await page.load();
+  } catch (problem) {
+    page.close();
+    throw problem;
+  }
+  return () => page.close();
+}

@@ -3,7 +3,7 @@
 import {el, goOnFrom, replace} from "../dom.js";
 import {kept} from "../kept.js";
 import {mark, tr} from "../texts.js";
-import {ask, field, problemBox, say, showProblem, table, tabs, tell, timeText} from "../widgets.js";
+import {ask, attempt, field, openPage, problemBox, say, showProblem, table, tabs, tell, timeText} from "../widgets.js";
 import {wire} from "../wire.js";
 
 const kMostFound = 60;
@@ -294,11 +294,7 @@ class ConfigPage {
       {text: tr("Leave it unsaved"), value: false, kind: "main"},
       {text: tr("Save it all the same"), value: true, kind: "danger"},
     ]))) return this.parts?.get(change.path)?.refuse(problem.what);
-    try {
-      await wire.put("config/" + change.path, {value: change.to, version: this.version, force: true});
-    } catch (again) {
-      await showProblem(again, tr("Not saved"));
-    }
+    await attempt(() => wire.put("config/" + change.path, {value: change.to, version: this.version, force: true}));
     await this.read().catch(() => {});
     this.show();
   }
@@ -373,15 +369,13 @@ class ConfigPage {
       {text: tr("Put back"), value: true, kind: "main"},
       {text: tr("Cancel"), value: false},
     ]))) return;
-    try {
+    await attempt(async () => {
       const {restored} = await wire.post("config/restore");
       await this.read();
       this.show();
       goOnFrom(this.content);
       say(restored ? tr("The previous version is in force again") : tr("There is no previous version."));
-    } catch (problem) {
-      await showProblem(problem);
-    }
+    });
   }
 }
 
@@ -393,13 +387,6 @@ function differences(rows) {
   ], rows);
 }
 
-export async function open(root) {
-  const page = new ConfigPage(root);
-  try {
-    await page.load();
-  } catch (problem) {
-    page.close();
-    throw problem;
-  }
-  return () => page.close();
+export function open(root) {
+  return openPage(new ConfigPage(root));
 }

@@ -4,7 +4,7 @@ import {el, goOnFrom, replace, setText} from "../dom.js";
 import {kept} from "../kept.js";
 import {indices, overlay, Plot} from "../plot.js";
 import {mark, tr} from "../texts.js";
-import {ask, field, numberText, postButton, problemBox, readAll, say, table, tabs, withControl} from "../widgets.js";
+import {ask, field, numberText, openPage, postButton, problemBox, readAll, say, table, tabs, withControl} from "../widgets.js";
 import {wire} from "../wire.js";
 import {barAt, formerTables, largestDifference, voltAt} from "./gascurves.js";
 
@@ -347,13 +347,6 @@ function nozzlesOf(rack, tables) {
   return [...known.values()].sort((a, b) => a.nozzle.localeCompare(b.nozzle) || a.size - b.size);
 }
 
-export async function open(root) {
-  const page = new GasPage(root);
-  try {
-    await page.load();
-  } catch (problem) {
-    page.close();
-    throw problem;
-  }
-  return () => page.close();
+export function open(root) {
+  return openPage(new GasPage(root));
 }

@@ -3,7 +3,7 @@
 import {el, replace} from "../dom.js";
 import {kept} from "../kept.js";
 import {mark, tr} from "../texts.js";
-import {field, readAll, table, withControl} from "../widgets.js";
+import {field, openPage, readAll, table, withControl} from "../widgets.js";
 import {wire} from "../wire.js";
 
 const kLookMs = 2000;
@@ -110,13 +110,6 @@ class LinksPage {
   }
 }
 
-export async function open(root) {
-  const page = new LinksPage(root);
-  try {
-    await page.load();
-  } catch (problem) {
-    page.close();
-    throw problem;
-  }
-  return () => page.close();
+export function open(root) {
+  return openPage(new LinksPage(root));
 }

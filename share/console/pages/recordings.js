@@ -4,7 +4,7 @@ import {el, goOnFrom, replace, setText} from "../dom.js";
 import {kept} from "../kept.js";
 import {overlay, Plot} from "../plot.js";
 import {mark, tr} from "../texts.js";
-import {ask, durationText, field, numberText, readAll, say, showProblem, table, timeText} from "../widgets.js";
+import {ask, attempt, durationText, field, numberText, openPage, readAll, say, table, timeText} from "../widgets.js";
 import {wire} from "../wire.js";
 import {RecordingPlot} from "./recordingplot.js";
 
@@ -124,12 +124,10 @@ class RecordingsPage {
       const signals = chosenSignals();
       if (!values || signals.length === 0) return;
       saved.set({seconds: values.seconds});
-      try {
+      await attempt(async () => {
         await wire.post("recordings", {name: values.name, signals, limitMs: Math.round(values.seconds * 1000)});
         await this.load();
-      } catch (problem) {
-        await showProblem(problem);
-      }
+      });
     };
     replace(this.make, el("h2", {}, tr("Record")),
       boxes(tr("Of the axes"), "signals", of(kAxisSignals)),
@@ -148,14 +146,10 @@ class RecordingsPage {
       bar: new Plot({title: tr("Pressure, laser and emission"), x: tr("Time of the machine in s"), stepped: true,
         labels: [tr("Gas pressure in bar"), tr("Laser"), tr("Emission")]}),
     };
-    const end = async () => {
-      try {
-        await wire.delete("recordings/" + this.running.name + "/running");
-        await this.load();
-      } catch (problem) {
-        await showProblem(problem);
-      }
-    };
+    const end = () => attempt(async () => {
+      await wire.delete("recordings/" + this.running.name + "/running");
+      await this.load();
+    });
     replace(this.make, el("h2", {}, tr("%s is being recorded", this.running.name)), this.bar, this.done,
       el("button", {type: "button", class: "main", onclick: end}, tr("End recording")),
       el("p", {class: "aside"}, tr("The plots show how it is now; the file has every sample.")), this.plots.mm.node, this.plots.bar.node);
@@ -221,7 +215,7 @@ class RecordingsPage {
       {text: tr("Delete"), value: true, kind: "danger"},
       {text: tr("Keep"), value: false},
     ]))) return;
-    try {
+    await attempt(async () => {
       await wire.delete("recordings/" + name);
       if (saved.get("open") === name) {
         saved.set({open: "", over: "", zoom: null});
@@ -231,19 +225,10 @@ class RecordingsPage {
       await this.load();
       goOnFrom(this.files);
       say(tr("%s is deleted", name));
-    } catch (problem) {
-      await showProblem(problem);
-    }
+    });
   }
 }
 
-export async function open(root) {
-  const page = new RecordingsPage(root);
-  try {
-    await page.load();
-  } catch (problem) {
-    page.close();
-    throw problem;
-  }
-  return () => page.close();
+export function open(root) {
+  return openPage(new RecordingsPage(root));
 }
