@@ -98,33 +98,37 @@ export class Axes {
   }
 
   async #step(row, sign) {
-    const {status} = wire;
-    if (!status) return;
-    const {position} = status.signals;
-    const step = saved.get("step");
-    const refusal = this.#refusal(status);
+    if (!wire.status) return;
+    const refusal = this.#refusal(wire.status);
     if (refusal) return say(refusal);
-    if (this.#left(row, sign, position) < step - kSlackMm) return say(tr("The step leads beyond the axis' limit or into the plate"));
-    const to = Math.min(row.limits.mostMm, Math.max(row.limits.leastMm, round(position[row.axis.at] + sign * step)));
-    const {procedure, params} = row.axis.run(to, position);
-    if (row.speed) params.speed = row.speed;
     this.#sent = true;
-    this.show(status);
-    await runThrough({procedure, params});
+    this.show(wire.status);
+    await runThrough(async () => {
+      const {position} = (await wire.get("status")).signals;  // not as it was seen last
+      const step = saved.get("step");
+      if (this.#left(row, sign, position) < step - kSlackMm) {
+        say(tr("The step leads beyond the axis' limit or into the plate"));
+        return undefined;
+      }
+      const to = Math.min(row.limits.mostMm, Math.max(row.limits.leastMm, round(position[row.axis.at] + sign * step)));
+      const {procedure, params} = row.axis.run(to, position);
+      if (row.speed) params.speed = row.speed;
+      return wire.post("runs", {procedure, params});
+    });
     this.#sent = false;
-    if (wire.status) this.show(wire.status);
+    this.show(wire.status);
   }
 }
 
-// Until the run has ended the position is not what the next step starts from; one that lasts is seen in the status.
-async function runThrough(what) {
+// Until the run that `start` answers has ended no other one is asked for; one that lasts is seen in the status.
+async function runThrough(start) {
   let ended = 0;
   let wake = () => {};
   const off = wire.on("run", (event) => {
     if (event.event === "ended") ended = event.id;
     wake();
   });
-  const run = await withControl(() => wire.post("runs", what));
+  const run = await withControl(start);
   if (run && run.id !== ended)
     await new Promise((done) => {
       wake = () => run.id === ended && done();
