@@ -298,7 +298,7 @@ export function tabs(label, choices, chosen, shown) {
 // --- pages ---
 
 // Loads a page that is an object with load() and close(); answers what closes it.
-export async function openPage(page) {
+export async function loadPage(page) {
   try {
     await page.load();
   } catch (problem) {

@@ -3,7 +3,7 @@
 import {el, goOnFrom, replace} from "../dom.js";
 import {kept} from "../kept.js";
 import {mark, tr} from "../texts.js";
-import {ask, attempt, field, openPage, problemBox, say, showProblem, table, tabs, tell, timeText} from "../widgets.js";
+import {ask, attempt, field, loadPage, problemBox, say, showProblem, table, tabs, tell, timeText} from "../widgets.js";
 import {wire} from "../wire.js";
 
 const kMostFound = 60;
@@ -388,5 +388,5 @@ function differences(rows) {
 }
 
 export function open(root) {
-  return openPage(new ConfigPage(root));
+  return loadPage(new ConfigPage(root));
 }

@@ -4,9 +4,10 @@ import {el, goOnFrom, replace, setText} from "../dom.js";
 import {kept} from "../kept.js";
 import {indices, overlay, Plot} from "../plot.js";
 import {mark, tr} from "../texts.js";
-import {ask, field, numberText, openPage, postButton, problemBox, readAll, say, table, tabs, withControl} from "../widgets.js";
+import {ask, field, loadPage, numberText, postButton, problemBox, readAll, say, table, tabs, withControl} from "../widgets.js";
 import {wire} from "../wire.js";
 import {barAt, formerTables, largestDifference, voltAt} from "./gascurves.js";
+import {outcomeText} from "./runs/words.js";
 
 const kRun = "gas-calibrate";
 const kMethods = [
@@ -124,6 +125,7 @@ class GasPage {
   }
 
   async told(event) {
+    if (!this.gas) return;  // what is being loaded knows it
     if (event.event === "begun" && event.procedure === kRun) {
       saved.set({live: {}, gas: event.params.gases[0]});
       await this.load();
@@ -131,7 +133,7 @@ class GasPage {
       this.progress(event);
     } else if (event.event === "ended" && event.procedure === kRun) {
       await this.load();
-      say(tr("The calibration has ended: %s", event.words ?? event.outcome));
+      say(tr("The calibration has ended: %s", outcomeText(event)));
     }
   }
 
@@ -262,7 +264,7 @@ class GasPage {
         const result = ofGas(this.last?.result?.gases ?? [], gas);
         return [
           el("h3", {class: good ? "good" : "bad"}, text + ": " + (stopped ? tr("stopped") : good ? tr("in order") : tr("not in order"))),
-          result?.why && el("p", {}, result.why),
+          result?.why && el("p", {lang: this.last.lang}, result.why),
           el("ul", {class: "findings"}, findings.map((finding) =>
             el("li", {class: finding.bad ? "bad" : finding.doubt ? "warn" : "fine"}, finding.text))),
         ];
@@ -348,5 +350,5 @@ function nozzlesOf(rack, tables) {
 }
 
 export function open(root) {
-  return openPage(new GasPage(root));
+  return loadPage(new GasPage(root));
 }

@@ -3,7 +3,7 @@
 import {el, replace} from "../dom.js";
 import {kept} from "../kept.js";
 import {mark, tr} from "../texts.js";
-import {field, openPage, readAll, table, withControl} from "../widgets.js";
+import {field, loadPage, readAll, table, withControl} from "../widgets.js";
 import {wire} from "../wire.js";
 
 const kLookMs = 2000;
@@ -111,5 +111,5 @@ class LinksPage {
 }
 
 export function open(root) {
-  return openPage(new LinksPage(root));
+  return loadPage(new LinksPage(root));
 }

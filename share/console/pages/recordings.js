@@ -4,7 +4,7 @@ import {el, goOnFrom, replace, setText} from "../dom.js";
 import {kept} from "../kept.js";
 import {overlay, Plot} from "../plot.js";
 import {mark, tr} from "../texts.js";
-import {ask, attempt, durationText, field, numberText, openPage, readAll, say, table, timeText} from "../widgets.js";
+import {ask, attempt, durationText, field, loadPage, numberText, readAll, say, table, timeText} from "../widgets.js";
 import {wire} from "../wire.js";
 import {RecordingPlot} from "./recordingplot.js";
 
@@ -230,5 +230,5 @@ class RecordingsPage {
 }
 
 export function open(root) {
-  return openPage(new RecordingsPage(root));
+  return loadPage(new RecordingsPage(root));
 }
