@@ -191,7 +191,8 @@ TAccess::TLogout TAccess::EndSession(const TAsker& who) {
 
 void TAccess::LogCommand(const TAsker& who, const TPeer& peer, std::string_view method, std::string_view path,
                          int status) {
-  if (status == 429 || (status < 400 && path.ends_with("/heartbeat"))) return;
+  const bool changesNothing = path.ends_with("/heartbeat") || path.ends_with("/check");
+  if (status == 429 || (status < 400 && changesNothing)) return;
   LogMsg(status < 400 ? lkInfo : lkWarning, 0,
          Format(Tr("%s %s by %s from %s: %d"), std::string(method).c_str(), std::string(path).c_str(), who.Name.c_str(),
                 peer.Text().c_str(), status)

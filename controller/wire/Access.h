@@ -103,7 +103,7 @@ class TAccess {
   [[nodiscard]] TTokenFile& Tokens() { return FTokens; }
 
   // The line of a command, for the application log: who, from where, what, and what became of it. `path` is without its
-  // query. None of heartbeats that were taken, and none of who tries too often.
+  // query. None of heartbeats and checks that were taken, and none of who tries too often.
   static void LogCommand(const TAsker& who, const TPeer& peer, std::string_view method, std::string_view path,
                          int status);
 
