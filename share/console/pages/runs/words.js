@@ -12,7 +12,7 @@ export const kOutcomes = {
   stopped: mark("Stopped"),
   paused: mark("Paused"),
   alarm: mark("Alarm"),
-  error: mark("Error"),
+  error: mark("Failed"),
   refused: mark("Refused"),
   unfinished: mark("Unfinished"),
   lost: mark("Lost"),
