@@ -13,6 +13,10 @@ class Notices {
   open(root) {
     this.root = root;
     for (const kind of ["status", "stale", "session", "connection"]) wire.on(kind, () => this.show());
+    // Nothing runs in what has been answered since: the stop that was not answered is over.
+    wire.on("status", ({state, run}) => {
+      if (this.#unanswered && state === "standby" && !run) this.#stopAnswered(true);
+    });
     wire.on("stopUnanswered", () => this.#stopAnswered(false));
     wire.on("stopAnswered", (path) => {
       this.#stopAnswered(true);

@@ -17,13 +17,13 @@ const saved = kept("machine.axes", {step: 10});
 
 // The axes as the controller names them; arrows as the page draws them: Y upwards on the bed, Z downwards to the plate.
 const kAxes = [
-  {id: "x", title: "X", letter: "X", at: "xMm", arrows: ["\u2190", "\u2192"], moves: "axes",
+  {id: "x", title: "X", letter: "X", needs: "axes", at: "xMm", arrows: ["\u2190", "\u2192"], moves: "axes",
     run: (to, at) => ({procedure: "move-xy", params: {x: to, y: at.yMm}}), speed: "JogXY/NormalJogSpeed"},
-  {id: "y", title: "Y", letter: "Y", at: "yMm", arrows: ["\u2193", "\u2191"], moves: "axes",
+  {id: "y", title: "Y", letter: "Y", needs: "axes", at: "yMm", arrows: ["\u2193", "\u2191"], moves: "axes",
     run: (to, at) => ({procedure: "move-xy", params: {x: at.xMm, y: to}}), speed: "JogXY/NormalJogSpeed"},
-  {id: "z", title: "Z", letter: "Z", at: "zMm", arrows: ["\u2191", "\u2193"], moves: "z",
+  {id: "z", title: "Z", letter: "Z", needs: "followers", at: "zMm", arrows: ["\u2191", "\u2193"], moves: "z",
     run: (to) => ({procedure: "move-z", params: {z: to}}), speed: "JogZ[1]/NormalJogSpeed"},
-  {id: "focus", title: mark("Focus"), letter: "F", at: "focusMm", arrows: ["", ""], moves: "focus",
+  {id: "focus", title: mark("Focus"), letter: "F", needs: "head", at: "focusMm", arrows: ["", ""], moves: "focus",
     run: (to) => ({procedure: "focus", params: {focus: to}})},
 ];
 
@@ -32,11 +32,11 @@ export class Axes {
 
   constructor(machine, properties) {
     this.plateAt = plateOf(machine, properties);
-    this.rows = kAxes.map((axis) => this.#row(axis, machine.axes[axis.id], properties[axis.speed]));
+    this.rows = kAxes.filter(({needs}) => machine.fitted[needs]).map((axis) => this.#row(axis, machine.axes[axis.id], properties[axis.speed]));
     this.reason = el("p", {class: "reason", id: "axes-reason", role: "status"});
     this.node = el("section", {class: "card axes"},
       el("div", {class: "row heading"}, el("h2", {}, tr("Axes")),
-        el("div", {class: "row"}, el("span", {class: "aside", "aria-hidden": "true"}, tr("Step in mm")), tabs(tr("Step in mm"), kSteps.map((step) => ({id: step, title: String(step)})), saved.get("step"), (step) => {
+        el("div", {class: "row"}, el("span", {class: "aside", "aria-hidden": "true"}, tr("Step, mm")), tabs(tr("Step, mm"), kSteps.map((step) => ({id: step, title: String(step)})), saved.get("step"), (step) => {
           saved.set({step});
           if (wire.status && this.rows) this.show(wire.status);
         }))),

@@ -36,7 +36,7 @@ export class Side {
     this.z = el("b", {class: "number"});
     this.gap = el("b", {class: "number"});
     this.follows = el("b");
-    this.node = el("section", {class: "card"},
+    this.node = el("section", {class: "card", hidden: machine.fitted.followers === 0},
       el("h2", {}, tr("Head from the side")), this.view,
       el("dl", {class: "facts"}, el("dt", {}, tr("Nozzle, from the top")), el("dd", {}, this.z, " mm"),
         this.plate && [el("dt", {}, tr("To the plate")), el("dd", {}, this.gap, " mm")],

@@ -6,11 +6,11 @@ import {numberText} from "../../widgets.js";
 import {wire} from "../../wire.js";
 
 const kRows = [
-  {id: "beam", title: mark("Beam")},
-  {id: "gas", title: mark("Gas")},
+  {id: "beam", title: mark("Beam"), needs: "laser"},
+  {id: "gas", title: mark("Gas"), needs: "gas"},
   {id: "move", title: mark("Motion")},
-  {id: "laser", title: mark("Laser")},
-  {id: "latch", title: mark("Latch")},
+  {id: "laser", title: mark("Laser"), needs: "laser"},
+  {id: "latch", title: mark("Latch"), needs: "laser"},
   {id: "outputs", title: mark("Outputs")},
 ];
 
@@ -19,7 +19,7 @@ export class Signs {
     this.machine = machine;
     this.rows = Object.fromEntries(kRows.map(({id}) => [id, {sign: el("b"), more: el("span")}]));
     this.node = el("section", {class: "card"}, el("h2", {}, tr("State and permission")),
-      el("dl", {class: "facts signs"}, kRows.map(({id, title}) =>
+      el("dl", {class: "facts signs"}, kRows.filter(({needs}) => !needs || machine.fitted[needs]).map(({id, title}) =>
         [el("dt", {}, tr(title)), el("dd", {}, this.rows[id].sign, " ", this.rows[id].more)])));
   }
 
