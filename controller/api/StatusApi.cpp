@@ -16,11 +16,8 @@ TApiReply Health(TService& service, const TApiRequest&) {
   const bool lives = status->BeatAgeMs < kBeatMs && ageMs < kBeatMs;
   TApiReply reply;
   reply.Status = lives ? 200 : 503;
-  reply.Body = {{"lives", lives},
-                {"state", StateWord(status->State)},
-                {"beatAgeMs", status->BeatAgeMs},
-                {"statusAgeMs", ageMs},
-                {"epoch", service.Events().Epoch()}};
+  reply.Body = {{"lives", lives},       {"state", StateWord(status->State)}, {"beatAgeMs", status->BeatAgeMs},
+                {"statusAgeMs", ageMs}, {"faults", service.Faults()},        {"epoch", service.Events().Epoch()}};
   return reply;
 }
 

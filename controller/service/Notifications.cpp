@@ -16,6 +16,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "controller/Supervisor.h"
 #include "controller/service/JsonFile.h"
 #include "controller/service/RealTime.h"
 #include "ixocamglue/platform/services/AppSys.h"
@@ -245,7 +246,11 @@ TNotifications::TNotifications(const TEventRing& events, const std::filesystem::
     : FEvents(events), FFile(stateFolder / "notifications.json"), FSeen(events.Last()) {
   FThread = std::thread([this] {
     pthread_setname_np(pthread_self(), "ixo-tell");
-    do Look();
+    do try {
+        Look();
+      } catch (...) {  // its event counts as told
+        LogFault("ixo-tell", std::current_exception());
+      }
     while (!FStop.WaitFor(kLookEveryMs));
   });
 }

@@ -10,6 +10,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include "controller/Supervisor.h"
 #include "controller/service/RealTime.h"
 #include "ixocamglue/platform/services/ThreadTable.h"
 #include "ixocamglue/support/Format.h"
@@ -58,7 +59,11 @@ void TNotify::Ready() {
   if (!Listened() || FThread.joinable() || FStopped) return;
   FThread = std::thread([this] {
     pthread_setname_np(pthread_self(), "ixo-notify");
-    do Round(RealMs());
+    do try {
+        Round(RealMs());
+      } catch (...) {
+        LogFault("ixo-notify", std::current_exception());
+      }
     while (!FStop.WaitFor(kRoundMs));
   });
 }

@@ -25,6 +25,7 @@ constexpr const char* kThread = "ixo-interface";
 constexpr std::uint64_t kMostBehindUs = 100'000;  // virtual time that cannot keep up is not made up for
 constexpr std::uint64_t kLeastWaitUs = 50;
 constexpr std::uint64_t kLookEveryMs = 5;  // at a run, in real time
+constexpr std::uint64_t kFaultAgainMs = 10'000;
 constexpr std::size_t kJournalEntries = 20'000;
 constexpr std::uint32_t kTaskMs = 300;  // for a task that is under way at the end
 constexpr std::uint64_t kBeatMs = 200;  // a state thread that has been silent for longer does not live
@@ -94,25 +95,9 @@ TService::~TService() {
 }
 
 void TService::Start() {
-  if (!FController->VirtualClock()) {
-    FController->StartThreads();
-    WaitForStandby(*FController);
-    Publish();
-    FThread = std::thread([this] { RunThread(); });
-    return;
-  }
+  if (!FController->VirtualClock()) FController->StartThreads();
   std::promise<void> ready;
-  FThread = std::thread([this, &ready] {
-    try {
-      WaitForStandby(*FController);
-      Publish();
-    } catch (...) {
-      FStopped.store(true);
-      return ready.set_exception(std::current_exception());
-    }
-    ready.set_value();
-    RunThread();
-  });
+  FThread = std::thread([this, &ready] { RunThread(ready); });
   ready.get_future().get();
 }
 
@@ -309,15 +294,47 @@ TResult<> TService::Reset(const TAsker& who) {
 
 // --- the interface thread ---
 
-void TService::RunThread() {
+void TService::RunThread(std::promise<void>& ready) {
   pthread_setname_np(pthread_self(), kThread);
-  FDesks.emplace(*FController, FEvents, FOptions.StateFolder);
+  try {
+    WaitForStandby(*FController);
+    FDesks.emplace(*FController, FEvents, FOptions.StateFolder);
+    Publish();
+  } catch (...) {
+    FStopped.store(true);
+    return ready.set_exception(std::current_exception());
+  }
+  ready.set_value();
   if (FController->VirtualClock())
     RunVirtual();
   else
     RunReal();
   FDesks.reset();
   FStopped.store(true);
+}
+
+template <class F>
+bool TService::Carefully(F action) {
+  try {
+    action();
+    return true;
+  } catch (...) {
+    RoundFailed(std::current_exception());
+    return false;
+  }
+}
+
+void TService::RoundFailed(const std::exception_ptr& error) {
+  ++FFaults;
+  try {
+    std::string text = DescribeException(error);
+    const std::uint64_t now = RealMs();
+    if (text == FToldFault && now - FToldMs < kFaultAgainMs) return;
+    FToldFault = std::move(text);
+    FToldMs = now;
+  } catch (...) {  // no memory for the text
+  }
+  LogFault(kThread, error);
 }
 
 bool TService::RunTasks() {
@@ -332,6 +349,7 @@ bool TService::RunTasks() {
   for (const auto& task : tasks) try {
       task();
     } catch (...) {
+      ++FFaults;
       LogFault(kThread, std::current_exception());
     }
   return !ending;
@@ -343,14 +361,19 @@ void TService::WaitForWork(std::uint64_t micros) {
                  [this]() IXO_NO_ANALYSIS { return FWoken || FEnding || !FTasks.empty(); });
 }
 
+std::uint64_t TService::RoundEveryMs() { return kStatusEveryMs; }
+
+bool TService::RoundIsDue(std::uint64_t nowMs) { return nowMs >= FRoundedMs + RoundEveryMs(); }
+
 void TService::RunReal() {
   TThreadSign sign(kThread, tkOther);
   while (RunTasks()) {
     sign.Beat();
     const std::uint64_t now = RealMs();
-    FRunner.Pass();
-    if (now >= FRoundAt) Round();
-    const std::uint64_t left = FRoundAt > now ? FRoundAt - now : 1;
+    Carefully([this] { FRunner.Pass(); });
+    if (RoundIsDue(now)) Round();
+    const std::uint64_t due = FRoundedMs + RoundEveryMs();
+    const std::uint64_t left = due > now ? due - now : 1;
     WaitForWork((FRunner.Busy() ? std::min(left, kLookEveryMs) : left) * 1000);
   }
 }
@@ -363,7 +386,7 @@ void TService::RunVirtual() {
   while (RunTasks()) {
     const std::uint64_t nowUs = RealUs();
     const std::uint64_t nowMs = RealMs();
-    if (nowMs >= FRoundAt) Round();
+    if (RoundIsDue(nowMs)) Round();
     // When the clock is due where it stands.
     const auto dueUs = startUs + static_cast<std::uint64_t>(static_cast<double>(clock.MonotonicMs() - startMs) *
                                                             1000.0 / FOptions.Speed);
@@ -372,28 +395,25 @@ void TService::RunVirtual() {
         startUs = nowUs;
         startMs = clock.MonotonicMs();
       }
-      FDesks->Panel.Watch(RealMs());
-      FController->RunPass();
-      FRunner.Pass();
+      Carefully([this] { FDesks->Panel.Watch(RealMs()); });
+      if (!Carefully([this] { FController->RunPass(); })) WaitForWork(kStatusEveryMs * 1000);  // the clock may stand
+      Carefully([this] { FRunner.Pass(); });
     } else {
-      const std::uint64_t roundUs = FRoundAt > nowMs ? (FRoundAt - nowMs) * 1000 : 0;
+      const std::uint64_t roundMs = FRoundedMs + RoundEveryMs();
+      const std::uint64_t roundUs = roundMs > nowMs ? (roundMs - nowMs) * 1000 : 0;
       WaitForWork(std::max(std::min(dueUs - nowUs, roundUs), kLeastWaitUs));
     }
   }
 }
 
+// Each part by itself: what fails keeps no other from its turn.
 void TService::Round() {
-  const std::uint64_t now = RealMs();
-  FRoundAt = now + kStatusEveryMs;
-  FDesks->Round(now);
-  FLease.Watch(now);
+  const std::uint64_t now = FRoundedMs = RealMs();
+  Carefully([&] { FDesks->Round(now); });
+  Carefully([&] { FLease.Watch(now); });
   if (FLease.Holder()) FRunner.Attended(now - (TLease::kLeaseMs - std::min(FLease.LeftMs(now), TLease::kLeaseMs)));
-  for (const auto& round : FRounds) try {
-      round(now);
-    } catch (...) {
-      LogFault(kThread, std::current_exception());
-    }
-  Publish();
+  for (const auto& round : FRounds) Carefully([&] { round(now); });
+  Carefully([this] { Publish(); });
 }
 
 void TService::LeaseChanged(const TLeaseEvent& event) {

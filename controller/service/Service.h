@@ -9,8 +9,10 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <exception>
 #include <filesystem>
 #include <functional>
+#include <future>
 #include <memory>
 #include <optional>
 #include <string>
@@ -80,6 +82,9 @@ class TService {
   // means against faults of software, not an emergency stop.
   void AllOff(const TAsker& who);
   [[nodiscard]] bool IsAllOff() const { return FAllOff.load(); }
+  // How often a task or a round of the interface thread has thrown since the start. It is logged, and what comes again
+  // and again only every 10 s; the thread goes on.
+  [[nodiscard]] std::uint64_t Faults() const { return FFaults.load(); }
   // A connection of the wire has come, or has gone: who attends a run is there as long as its connection.
   void Connected(std::uint64_t connection);
   void Disconnected(std::uint64_t connection);
@@ -109,11 +114,17 @@ class TService {
  private:
   class TLogEvents;
 
-  void RunThread();
+  void RunThread(std::promise<void>& ready);
   void RunReal();
   void RunVirtual();
   bool RunTasks();  // false: none, and the end was asked for
   void Round();
+  [[nodiscard]] bool RoundIsDue(std::uint64_t nowMs);
+  [[nodiscard]] std::uint64_t RoundEveryMs();
+  // What it throws is told; false then.
+  template <class F>
+  bool Carefully(F action);
+  void RoundFailed(const std::exception_ptr& error);
   void Publish();
   void LeaseChanged(const TLeaseEvent& event);
   void Wake();
@@ -139,12 +150,15 @@ class TService {
   // any thread
   std::atomic<bool> FAllOff{false};
   std::atomic<std::uint64_t> FAllOffAlarm{0};  // its serial; 0: none stands
+  std::atomic<std::uint64_t> FFaults{0};
 
   // interface thread
   TGasDesk FGas;
   TRunner FRunner;
   std::vector<std::function<void(std::uint64_t)>> FRounds;
-  std::uint64_t FRoundAt = 0;  // real time
+  std::uint64_t FRoundedMs = 0;  // real time, as FToldMs
+  std::string FToldFault;        // of a round
+  std::uint64_t FToldMs = 0;
   std::optional<TDesks> FDesks;
   TLease FLease;
   std::vector<std::function<void(const TLeaseEvent&)>> FLeaseTold;

@@ -340,6 +340,11 @@ void TWireServer::TCore::Tick() {
   if (FSign) FSign->Beat();
   if (FHub.Feeds() != 0) FHub.Pump(nowMs);
   if (nowMs - FWatchedMs >= kWatchMs) {
+  // First, as what follows may throw for want of memory.
+  FTimer.expires_after(std::chrono::milliseconds(FHub.Feeds() != 0 ? TEventHub::kRoundMs : kWatchMs));
+  FTimer.async_wait([this](const boost::system::error_code& error) {
+    if (!error) Tick();
+  });
     FWatchedMs = nowMs;
     FHub.Beat(nowMs, Options.Limits.BeatMs);
     std::vector<std::shared_ptr<TWireSession>> open;
