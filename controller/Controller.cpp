@@ -27,10 +27,11 @@ namespace ixocontroller {
 namespace {
 
 constexpr std::uint32_t kMachineRoundMs = 2;
-constexpr std::uint32_t kBeginMs = 800;     // for the step that stands to return
-constexpr std::uint32_t kEndSlackMs = 300;  // for what the thread is at when it is asked to end
-constexpr int kLogMs = 50;                  // for the log's last lines
-constexpr int kExitHangs = 3;               // as for any device that cannot be used
+constexpr std::uint32_t kMachineRestMs = 10;  // in standby without light: each device call looks at the clock by itself
+constexpr std::uint32_t kBeginMs = 800;       // for the step that stands to return
+constexpr std::uint32_t kEndSlackMs = 300;    // for what the thread is at when it is asked to end
+constexpr int kLogMs = 50;                    // for the log's last lines
+constexpr int kExitHangs = 3;                 // as for any device that cannot be used
 
 }  // namespace
 
@@ -337,7 +338,14 @@ void TController::StartThreads() {
   TParts& p = *FParts;
   p.Logs.Start();
   p.Alarms->Start();
-  p.MachineThread.emplace("ixo-machine", kMachineRoundMs, [&p](std::uint64_t nowMs) { p.Machine->CatchUp(nowMs); });
+  const auto periodMs = [&p] {
+    TNcStateFramework& states = *p.Framework;
+    const TNcWatch& watch = states.Watch();
+    const bool rests = states.CurrentState() == nsStandby && !states.ChangePending() && !states.SafePending() &&
+                       !watch.LaserAsked.Runs() && !watch.EmissionAsked.Runs();
+    return rests ? kMachineRestMs : kMachineRoundMs;
+  };
+  p.MachineThread.emplace("ixo-machine", periodMs, [&p](std::uint64_t nowMs) { p.Machine->CatchUp(nowMs); });
   p.StateThread.emplace(*p.Framework, [&p] { p.End->Run(); });
   if (p.Supervisor)
     p.SupervisorThread.emplace("ixo-supervisor", kSupervisorRoundMs, [&p](std::uint64_t nowMs) {

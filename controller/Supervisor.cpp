@@ -160,7 +160,12 @@ void TSupervisor::Climb(const TBroken& broken, std::uint64_t nowMs) {
 }
 
 TRoundThread::TRoundThread(const char* name, std::uint32_t periodMs, std::function<void(std::uint64_t)> round)
-    : FThread([this, name, periodMs, call = std::move(round)] {
+    : TRoundThread(
+          name, [periodMs] { return periodMs; }, std::move(round)) {}
+
+TRoundThread::TRoundThread(const char* name, std::function<std::uint32_t()> periodMs,
+                           std::function<void(std::uint64_t)> round)
+    : FThread([this, name, period = std::move(periodMs), call = std::move(round)] {
         pthread_setname_np(pthread_self(), name);
         TThreadSign sign(name, tkOther);
         do {
@@ -170,7 +175,7 @@ TRoundThread::TRoundThread(const char* name, std::uint32_t periodMs, std::functi
           } catch (...) {
             LogFault(name, std::current_exception());
           }
-        } while (!Clock().Pause(FStop, periodMs));
+        } while (!Clock().Pause(FStop, period()));
       }) {}
 
 TRoundThread::~TRoundThread() {

@@ -92,6 +92,9 @@ class TRoundThread {
  public:
   // `name`: at most 15 characters.
   TRoundThread(const char* name, std::uint32_t periodMs, std::function<void(std::uint64_t nowMs)> round);
+  // The period until the next round, asked behind each one.
+  TRoundThread(const char* name, std::function<std::uint32_t()> periodMs,
+               std::function<void(std::uint64_t nowMs)> round);
   ~TRoundThread();
   TRoundThread(const TRoundThread&) = delete;
   TRoundThread& operator=(const TRoundThread&) = delete;

@@ -35,6 +35,8 @@ class TJobs {
 
   // --- interface thread ---
   [[nodiscard]] TQueue& Queue();  // throws as History
+  // The queue is not held: a job may start with the next round.
+  [[nodiscard]] bool WillStart() const { return FQueue && !FQueue->Held(); }
   // What would be done again as the machine is now, and is ready for; or why nothing can go on.
   [[nodiscard]] TResult<TContinue::TOffer> OfferToContinue();
   // Starts what was offered under the token. The number of the new run.

@@ -103,6 +103,7 @@ class TRunner {
   void Attended(std::uint64_t realMs) { FSignAt = realMs; }
   void Connected(std::uint64_t connection) { FConnections.insert(connection); }
   void Disconnected(std::uint64_t connection);
+  [[nodiscard]] bool AnyConnected() const { return !FConnections.empty(); }
   // Somebody asked to stop.
   void StopAsked() { FWatch.StopAsked(); }
   void CutOff(std::string cause) { FWatch.CutOff(std::move(cause)); }

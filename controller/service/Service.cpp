@@ -361,7 +361,11 @@ void TService::WaitForWork(std::uint64_t micros) {
                  [this]() IXO_NO_ANALYSIS { return FWoken || FEnding || !FTasks.empty(); });
 }
 
-std::uint64_t TService::RoundEveryMs() { return kStatusEveryMs; }
+std::uint64_t TService::RoundEveryMs() {
+  const bool idle = !FController->VirtualClock() && !FRunner.Busy() && !FRunner.AnyConnected() && !FJobs->WillStart() &&
+                    !FDesks->Panel.Keys().Any();
+  return idle ? kIdleEveryMs : kStatusEveryMs;
+}
 
 bool TService::RoundIsDue(std::uint64_t nowMs) { return nowMs >= FRoundedMs + RoundEveryMs(); }
 
@@ -448,7 +452,7 @@ void TService::Publish() {
   status->AllowLaser = FController->Alarms().AllowLaser();
   status->AllOff = FAllOff.load();
   FRunner.Show(*status);
-  status->Alarms = static_cast<std::uint32_t>(FController->Alarms().Standing().size());
+  status->Alarms = static_cast<std::uint32_t>(FController->Alarms().Count());
   if (before && !SameSignals(before->Machine, status->Machine))
     FEvents.Add(evSignals, [status] {
       nlohmann::ordered_json signals = SignalsJson(status->Machine);

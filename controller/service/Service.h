@@ -108,7 +108,8 @@ class TService {
   // Clears the alarms that stay until they are reset, then what AllOff has done, then the laser's latch. Refused while
   // the cause of one of them stands, which then stays as it is.
   [[nodiscard]] TResult<> Reset(const TAsker& who);
-  // Called every kStatusEveryMs of real time, before the status is made. Before Start.
+  // Called with each round, before the status is made: every kStatusEveryMs of real time, and every kIdleEveryMs while
+  // nothing runs, no job waits and nobody is connected. Before Start.
   void OnRound(std::function<void(std::uint64_t realMs)> round) { FRounds.push_back(std::move(round)); }
 
  private:

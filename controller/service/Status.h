@@ -16,6 +16,7 @@ namespace ixocontroller {
 using namespace ixocamglue;
 
 inline constexpr std::uint32_t kStatusEveryMs = 20;
+inline constexpr std::uint32_t kIdleEveryMs = 100;  // while nothing runs and nobody is connected
 
 // A step of the procedure that runs, and the step within it, and so on.
 struct TStepPlace {

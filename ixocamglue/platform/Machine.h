@@ -138,7 +138,8 @@ class IMachine {
   virtual ~IMachine() = default;
   // Installs the ports for the machine's life. Once; says what does not answer, and has then installed nothing.
   virtual TResult<> Connect() = 0;
-  // In real time, every 2 ms on a thread of its own: a machine made of software lets its physics follow the clock.
+  // In real time, every 2 ms on a thread of its own, and every 10 ms in standby without light: a machine made of
+  // software lets its physics follow the clock.
   virtual void CatchUp(std::uint64_t nowMs) { static_cast<void>(nowMs); }
   // The state has changed; the state thread.
   virtual void NoteState(std::int32_t state) { static_cast<void>(state); }

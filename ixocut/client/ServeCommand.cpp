@@ -27,7 +27,7 @@
 namespace ixocut {
 namespace {
 
-constexpr auto kSignalLookEvery = std::chrono::milliseconds(20);
+constexpr auto kSignalLookEvery = std::chrono::milliseconds(50);
 
 struct TServeOptions : TControllerSettings {
   std::uint64_t Virtual = 0;  // 0: real time

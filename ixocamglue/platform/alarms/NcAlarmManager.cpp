@@ -180,6 +180,11 @@ std::vector<TNcAlarmRecord> TNcAlarmManager::Standing() const {
   return records;
 }
 
+std::size_t TNcAlarmManager::Count() const {
+  TGuard guard(FLock);
+  return FStanding.size();
+}
+
 // --- records and events ---
 
 std::int32_t TNcAlarmManager::GetAlarmCount() { return static_cast<std::int32_t>(FShown.size()); }

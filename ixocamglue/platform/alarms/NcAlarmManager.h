@@ -55,6 +55,7 @@ class TNcAlarmManager : public TNcAlarms {
   bool ClearSerial(std::uint64_t serial);
   void ClearAll();
   [[nodiscard]] std::vector<TNcAlarmRecord> Standing() const;  // in the order of their raises
+  [[nodiscard]] std::size_t Count() const;                     // of those
   [[nodiscard]] bool Stands(std::uint64_t serial) const;
   // Told each alarm in the moment of its raise, on the raising thread, who may hold locks: it calls nobody back. Set
   // before the first raise.
