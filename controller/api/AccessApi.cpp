@@ -162,9 +162,9 @@ TApiReply GiveLeaseBack(TService& service, const TApiRequest& request) {
 }
 
 constexpr TApiRoute kAccessRoutes[] = {
-    {"GET", "/api/v1/tokens", roOperator, false, true, &ListTokens, "The tokens' names and roles"},
-    {"POST", "/api/v1/tokens", roOperator, false, true, &AddToken, "Make a token, which is shown once"},
-    {"DELETE", "/api/v1/tokens/{name}", roOperator, false, true, &RevokeToken, "End a token"},
+    {"GET", "/api/v1/tokens", roOperator, false, false, &ListTokens, "The tokens' names and roles", true},
+    {"POST", "/api/v1/tokens", roOperator, false, false, &AddToken, "Make a token, which is shown once", true},
+    {"DELETE", "/api/v1/tokens/{name}", roOperator, false, false, &RevokeToken, "End a token", true},
     {"POST", "/api/v1/session/code", roOperator, false, false, &MakeCode, "Make a link to the console, good once"},
     {"POST", "/api/v1/session", roNone, false, false, &OpenSession, "Exchange a link's code for a session"},
     {"GET", "/api/v1/session", roNone, false, false, &ShowSession, "Who asks: name and role, and what he is known by"},

@@ -88,8 +88,8 @@ TApiReply SuppressAlarm(TService& service, const TApiRequest& request) {
 
 constexpr TApiRoute kAlarmsRoutes[] = {
     {"GET", "/api/v1/alarms", roNone, false, true, &ShowAlarms, "The alarms that stand"},
-    {"GET", "/api/v1/alarms/history", roNone, false, true, &AlarmsHistory, "Alarms of the store"},
-    {"GET", "/api/v1/alarms/definitions", roNone, false, true, &AlarmDefinitions, "What alarms mean"},
+    {"GET", "/api/v1/alarms/history", roNone, false, false, &AlarmsHistory, "Alarms of the store", true},
+    {"GET", "/api/v1/alarms/definitions", roNone, false, false, &AlarmDefinitions, "What alarms mean", true},
     {"POST", "/api/v1/alarms/suppress", roOperator, false, true, &SuppressAlarm,
      "Mark an alarm as suppressed for a while"},
     {"POST", "/api/v1/alarms/{serial}/acknowledge", roOperator, false, true, &AcknowledgeAlarm,

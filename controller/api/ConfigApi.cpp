@@ -1,5 +1,7 @@
-// The machine file of the running controller: shown, checked, compared, changed and put back.
+// The machine file of the running controller: shown, checked, compared, changed and put back. What only reads it is
+// answered from the disk on the thread for files: a large file keeps no held key waiting.
 #include <algorithm>
+#include <memory>
 
 #include "controller/api/Api.h"
 #include "controller/api/Asked.h"
@@ -14,10 +16,23 @@ namespace {
 
 constexpr std::size_t kUsualChanges = 100;
 
+// Any thread.
+const std::filesystem::path& FileOf(TService& service) {
+  const std::filesystem::path& file = service.Options().Controller.MachineFile;
+  if (file.empty()) throw EProblem(pbRefused, Tr("this controller runs without a machine file"));
+  return file;
+}
+
 TLiveConfig Live(TService& service) {
-  TMachineConfig* const config = MachineConfig();
-  if (!config || config->File().empty()) throw EProblem(pbRefused, Tr("this controller runs without a machine file"));
-  return {*config, service.Options().Controller.Machines};
+  (void)FileOf(service);
+  return {*MachineConfig(), service.Options().Controller.Machines};
+}
+
+// The file as it is on the disk, beside the values that the machine runs with; any thread.
+std::unique_ptr<TMachineFile> FileOnDisk(TService& service) {
+  auto file = std::make_unique<TMachineFile>(service.Options().Controller.Machines);
+  file->Load(FileOf(service), xdPlaces);
+  return file;
 }
 
 TConfigHistory ConfigHistoryOf(TService& service) {
@@ -31,21 +46,27 @@ std::string Bare(std::string tag) {
   return tag;
 }
 
+void AddVersion(TApiReply& reply, const TLiveConfig& live) {
+  const std::string version = live.Version().OrThrow(pbUnusable);
+  reply.Body["version"] = version;
+  reply.ETag = version;
+}
+
 void RefuseConfigWhileRunning(TService& service) { service.AtRest().OrThrow(pbRefused); }
 
 TApiReply ShowConfig(TService& service, const TApiRequest& request) {
-  const TLiveConfig live = Live(service);
-  TMachineFile file(service.Options().Controller.Machines);
-  TApiReply reply;
-  reply.ETag = live.Version().OrThrow(pbUnusable);
-  live.Load(file);
+  // Before the values: saved in between, they are newer than it, and a change by it is refused.
+  const std::string version = TLiveConfig::VersionOf(FileOf(service)).OrThrow(pbUnusable);
+  const auto file = FileOnDisk(service);
   const std::string section = QueryOf(request, "section");
-  const auto views = FindSection(file.Config(), section);
+  const auto views = FindSection(file->Config(), section);
   if (!views) return Fail(404, views.Problem());
+  TApiReply reply;
+  reply.ETag = version;
   reply.Body = {
-      {"file", live.File().string()}, {"version", reply.ETag}, {"properties", nlohmann::ordered_json::object()}};
+      {"file", FileOf(service).string()}, {"version", version}, {"properties", nlohmann::ordered_json::object()}};
   for (const TPropertyView& view : *views) reply.Body["properties"][view.Path] = JsonOf(view, view.Value);
-  reply.Body["wrong"] = JsonOf(file.Wrong({section}));
+  reply.Body["wrong"] = JsonOf(file->Wrong({section}));
   return reply;
 }
 
@@ -59,19 +80,17 @@ TApiReply ConfigSchema(TService& service, const TApiRequest&) {
 }
 
 TApiReply CheckConfig(TService& service, const TApiRequest& request) {
-  const TLiveConfig live = Live(service);
-  TMachineFile file(service.Options().Controller.Machines);
-  live.Load(file);
-  auto findings = file.Findings(file.Config().Document());
+  const auto file = FileOnDisk(service);
+  auto findings = file->Findings(file->Config().Document());
   const auto foreign = static_cast<std::size_t>(std::ranges::count_if(findings, &TConfigFinding::Foreign));
   const std::size_t faults = findings.size() - foreign;
   if (QueryOf(request, "all") != "true") std::erase_if(findings, &TConfigFinding::Foreign);
   TApiReply reply;
-  reply.Body = {{"file", live.File().string()},
+  reply.Body = {{"file", FileOf(service).string()},
                 {"inOrder", faults == 0},
                 {"findings", JsonOf(findings)},
                 {"unknown", foreign},
-                {"defaults", JsonOf(DefaultedLimits(file.Config()))}};
+                {"defaults", JsonOf(DefaultedLimits(file->Config()))}};
   return reply;
 }
 
@@ -88,17 +107,15 @@ TApiReply DiffConfig(TService& service, const TApiRequest& request) {
   if (!against.empty() && against != "backup" && against != "defaults")
     throw EProblem(pbRequest, {.What = Format(Tr("\"%s\" is neither \"backup\" nor \"defaults\""), against.c_str()),
                                .Where = "against"});
-  const TLiveConfig live = Live(service);
-  TMachineFile file(service.Options().Controller.Machines);
-  live.Load(file);
-  const auto views = ViewProperties(file.Config(), false);
+  const auto file = FileOnDisk(service);
+  const auto views = ViewProperties(file->Config(), false);
   std::vector<TPropertyView> others;
   std::string other = "defaults";
   if (against == "defaults") {
     others = views;
     for (TPropertyView& view : others) view.Value = view.Default;
   } else {
-    other = live.File().string() + std::string(TXmlConfig::kBackupSuffix);
+    other = FileOf(service).string() + std::string(TXmlConfig::kBackupSuffix);
     std::error_code error;
     if (!std::filesystem::exists(other, error))
       return Fail(404, {.What = Tr("there is no previous version"), .Where = other});
@@ -107,7 +124,7 @@ TApiReply DiffConfig(TService& service, const TApiRequest& request) {
     others = ViewProperties(backup.Config(), false);
   }
   TApiReply reply;
-  reply.Body = {{"from", other}, {"to", live.File().string()}, {"differences", JsonOf(Differences(others, views))}};
+  reply.Body = {{"from", other}, {"to", FileOf(service).string()}, {"differences", JsonOf(Differences(others, views))}};
   return reply;
 }
 
@@ -156,7 +173,7 @@ TApiReply SetConfig(TService& service, const TApiRequest& request) {
   reply.Body["wrong"] = JsonOf(done.Wrong);
   reply.Body["inForce"] = done.Now ? "now" : "next start";
   if (!done.Unsure.empty()) reply.Body["unsure"] = done.Unsure;
-  reply.Body["version"] = reply.ETag = live.Version().OrThrow(pbUnusable);
+  AddVersion(reply, live);
   return reply;
 }
 
@@ -176,17 +193,18 @@ TApiReply RestoreConfig(TService& service, const TApiRequest& request) {
   }
   TApiReply reply;
   reply.Body = {{"file", live.File().string()}, {"restored", !kept.empty()}, {"kept", kept}};
-  reply.Body["version"] = reply.ETag = live.Version().OrThrow(pbUnusable);
+  AddVersion(reply, live);
   return reply;
 }
 
 constexpr TApiRoute kConfigRoutes[] = {
-    {"GET", "/api/v1/config", roNone, false, true, &ShowConfig, "The values of the machine file"},
-    {"GET", "/api/v1/config/schema", roNone, false, true, &ConfigSchema, "What the machine file may hold"},
-    {"GET", "/api/v1/config/check", roNone, false, true, &CheckConfig, "What is wrong in the machine file"},
-    {"GET", "/api/v1/config/history", roNone, false, true, &ConfigChanges, "Who has changed what in the machine file"},
-    {"GET", "/api/v1/config/diff", roNone, false, true, &DiffConfig,
-     "What differs from the previous version or the defaults"},
+    {"GET", "/api/v1/config", roNone, false, false, &ShowConfig, "The values of the machine file", true},
+    {"GET", "/api/v1/config/schema", roNone, false, false, &ConfigSchema, "What the machine file may hold", true},
+    {"GET", "/api/v1/config/check", roNone, false, false, &CheckConfig, "What is wrong in the machine file", true},
+    {"GET", "/api/v1/config/history", roNone, false, false, &ConfigChanges, "Who has changed what in the machine file",
+     true},
+    {"GET", "/api/v1/config/diff", roNone, false, false, &DiffConfig,
+     "What differs from the previous version or the defaults", true},
     {"PUT", "/api/v1/config/{path...}", roOperator, false, true, &SetConfig,
      "Set one property and save the machine file"},
     {"POST", "/api/v1/config/restore", roOperator, false, true, &RestoreConfig,

@@ -1,5 +1,5 @@
 // What was changed in the machine file, when and by whom: a file with a line of JSON for each change, which keeps the
-// last ones. One thread; a line that a crash has cut is passed over.
+// last ones. One thread adds; any reads: a line that is not whole, after a crash or while it is added, is passed over.
 #pragma once
 
 #include <cstddef>

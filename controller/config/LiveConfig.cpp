@@ -27,13 +27,10 @@ bool IsJog(std::string_view section) { return SameFolded(section, "JogXY") || Sa
 
 }  // namespace
 
-TResult<std::string> TLiveConfig::Version() const {
-  std::string bytes;
-  if (const auto read = ReadFile(File()); read)
-    bytes = *read;
-  else
-    return read.Problem();
-  return Format("%016zx", std::hash<std::string>()(bytes));
+TResult<std::string> TLiveConfig::VersionOf(const std::filesystem::path& file) {
+  const auto bytes = ReadFile(file);
+  if (!bytes) return bytes.Problem();
+  return Format("%016zx", std::hash<std::string>()(*bytes));
 }
 
 bool TLiveConfig::HasRecord(std::string_view path) const {

@@ -21,7 +21,9 @@ class TLiveConfig {
   // Empty: the controller runs without one.
   [[nodiscard]] const std::filesystem::path& File() const { return FConfig.File(); }
   // Changes with each save of the file, whoever saves it.
-  [[nodiscard]] TResult<std::string> Version() const;
+  [[nodiscard]] TResult<std::string> Version() const { return VersionOf(File()); }
+  // Any thread; waits for the disk.
+  [[nodiscard]] static TResult<std::string> VersionOf(const std::filesystem::path& file);
   // Throws EProblem (pbUnusable).
   void Load(TMachineFile& into) const { into.Load(File(), xdPlaces); }
 

@@ -56,7 +56,10 @@ struct TWireDispatch::TAsked {
 };
 
 TWireDispatch::TWireDispatch(TApi& api, TService& service, TDispatchOptions options)
-    : FApi(api), FService(service), FOptions(std::move(options)), FPages(FOptions.Pages) {}
+    : FApi(api), FService(service), FOptions(std::move(options)), FPages(FOptions.Pages) {
+  if (FOptions.OpenApi.empty()) return;
+  if (TResult<std::string> text = ReadFile(FOptions.OpenApi)) FOpenApi = *std::move(text);
+}
 
 void TWireDispatch::Serve(const TPeer& peer, TWireRequest request, TReplies replies) {
   TAsked asked{.Peer = peer, .Request = {}};
@@ -167,14 +170,13 @@ void TWireDispatch::Ask(TAsked asked, TAnswer answer) {
     back([answer, wire = ToWire(std::move(reply))] { answer(wire); });
   });
 }
+  if (FOpenApi.empty())
+    return Refuse(404, {.What = Tr("the description is not installed"), .Where = FOptions.OpenApi.string()});
 
 TWireReply TWireDispatch::OpenApi() const {
   TWireReply reply;
-  const TResult<std::string> text =
-      FOptions.OpenApi.empty() ? TResult<std::string>(TProblem{}) : ReadFile(FOptions.OpenApi);
-  if (!text) return Refuse(404, {.What = Tr("the description is not installed"), .Where = FOptions.OpenApi.string()});
   reply.ContentType = kJsonType;
-  reply.Body = *text;
+  reply.Body = FOpenApi;
   return reply;
 }
 

@@ -50,6 +50,7 @@ class TWireDispatch {
   TService& FService;
   const TDispatchOptions FOptions;
   const TPages FPages;
+  std::string FOpenApi;  // read once: the wire's thread waits for no disk; empty: there is none
   TAnsweredOnce FOnce;
 };
 
