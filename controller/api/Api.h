@@ -28,7 +28,8 @@ struct TApiReply {
   int Status = 200;
   nlohmann::ordered_json Body;    // from 400 on a problem by RFC 9457, made by Fail; application/problem+json
   std::string Text, ContentType;  // instead of Body where ContentType is set
-  std::string ETag, SetCookie;
+  std::string ETag;               // with its quotation marks
+  std::string SetCookie;
   std::uint32_t RetryAfterS = 0;  // with 429
 };
 

@@ -35,11 +35,13 @@ std::unique_ptr<TMachineFile> FileOnDisk(TService& service) {
   return file;
 }
 
+std::string Quoted(const std::string& version) { return '"' + version + '"'; }
+
 TConfigHistory ConfigHistoryOf(TService& service) {
   return TConfigHistory(service.Options().StateFolder / kConfigHistoryFile);
 }
 
-// Of the way that a version is quoted in a header, nothing is left.
+// The other way round, also where somebody has made it a weak one.
 std::string Bare(std::string tag) {
   if (tag.starts_with("W/")) tag.erase(0, 2);
   std::erase(tag, '"');
@@ -49,7 +51,7 @@ std::string Bare(std::string tag) {
 void AddVersion(TApiReply& reply, const TLiveConfig& live) {
   const std::string version = live.Version().OrThrow(pbUnusable);
   reply.Body["version"] = version;
-  reply.ETag = version;
+  reply.ETag = Quoted(version);
 }
 
 void RefuseConfigWhileRunning(TService& service) { service.AtRest().OrThrow(pbRefused); }
@@ -62,7 +64,7 @@ TApiReply ShowConfig(TService& service, const TApiRequest& request) {
   const auto views = FindSection(file->Config(), section);
   if (!views) return Fail(404, views.Problem());
   TApiReply reply;
-  reply.ETag = version;
+  reply.ETag = Quoted(version);
   reply.Body = {
       {"file", FileOf(service).string()}, {"version", version}, {"properties", nlohmann::ordered_json::object()}};
   for (const TPropertyView& view : *views) reply.Body["properties"][view.Path] = JsonOf(view, view.Value);
@@ -149,7 +151,7 @@ TApiReply SetConfig(TService& service, const TApiRequest& request) {
                                  .Where = live.File().string(),
                                  .Why = {},
                                  .Remedy = Tr("read it again and repeat what was done")});
-    reply.ETag = present;
+    reply.ETag = Quoted(present);
     return reply;
   }
   const std::string& path = request.Params.at("path");

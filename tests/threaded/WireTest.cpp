@@ -213,6 +213,22 @@ TEST_F(Wire, ASessionKnowsItselfAndWhoCommandsUntilItLogsOut) {
   EXPECT_THAT(out.Head, HasSubstr("Max-Age=0"));
   EXPECT_EQ(asked(out)["ended"], true);
   EXPECT_EQ(asked(Tcp().Ask(Request("GET /api/v1/session", cookie)))["by"], "nothing");
+  EXPECT_EQ(Tcp().Ask(Post("lease", cookie)).Status, 401) << "a cookie that is nobody's is no token";
+}
+
+TEST_F(Wire, AVersionIsTakenBackAsItWasGiven) {
+  const std::string head = Tcp().Ask(Get("config")).Head;
+  const std::size_t at = head.find("ETag: ") + 6;
+  const std::string tag = head.substr(at, head.find('\r', at) - at);
+  EXPECT_THAT(tag, testing::MatchesRegex("\"[0-9a-f]{16}\""));
+  const auto put = [&](const std::string& value) {
+    return Unix().Ask(Request("PUT /api/v1/config/ModbusStore/WriteFileNameParamAddr", "If-Match: " + tag + "\r\n",
+                              "{\"value\":" + value + "}"));
+  };
+  EXPECT_EQ(put("7").Status, 200);
+  const TAnswer late = put("8");
+  EXPECT_EQ(late.Status, 412);
+  EXPECT_THAT(late.Head, Not(HasSubstr(tag)));
 }
 
 TEST_F(Wire, ServesTheConsoleToAnybodyAtThisMachineAndOnlyToBeRead) {
