@@ -112,6 +112,7 @@ TApiReply ShowSession(TService&, const TApiRequest& request) {
   TApiReply reply;
   reply.Body = {{"name", who.Name}, {"role", RoleWord(who.Role)}, {"by", KnownByWord(who.By)}, {"local", who.Local}};
   return reply;
+  reply.Leased = !id.empty();
 }
 
 TApiReply EndSession(TService& service, const TApiRequest& request) {

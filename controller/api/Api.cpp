@@ -57,10 +57,12 @@ bool Fits(std::string_view pattern, std::string_view path, std::map<std::string,
 TApiReply RunRoute(const TApiRoute& route, TService& service, const TApiRequest& request) {
   const TLanguageScope language(request.Language);
   try {
-    if (route.Lease)
-      if (const auto admitted = service.Lease().Admit(request.Lease, RealMs()); !admitted)
-        return Fail(409, admitted.Problem());
-    return route.Run(service, request);
+    if (!route.Lease) return route.Run(service, request);
+    if (const auto admitted = service.Lease().Admit(request.Lease, RealMs()); !admitted)
+      return Fail(409, admitted.Problem());
+    TApiReply reply = route.Run(service, request);
+    reply.Leased = true;
+    return reply;
   } catch (const EProblem& problem) {
     return Fail(problem);
   } catch (...) {

@@ -31,6 +31,7 @@ struct TApiReply {
   std::string ETag;               // with its quotation marks
   std::string SetCookie;
   std::uint32_t RetryAfterS = 0;  // with 429
+  bool Leased = false;            // the asker has the lease of control
 };
 
 struct TApiRoute {

@@ -251,7 +251,7 @@ void TWireServer::TCore::Welcome(TOwnFd fd, const sockaddr_storage& address) {
 }
 
 // The least goes first. Idle ones, those that are slow to ask or to take their answer; then who follows events; who
-// waits for an answer; who has shown a lease or holds a key.
+// waits for an answer; who has the lease or holds a key.
 std::pair<int, std::uint64_t> TWireServer::TCore::Worth(const TWireSession& session, std::uint64_t nowMs) const {
   if (session.KeptUntilMs > nowMs) return {3, session.UsedMs()};
   switch (session.Stage()) {
@@ -283,13 +283,15 @@ bool TWireServer::TCore::MakeRoom() {
 // --- requests ---
 
 void TWireServer::TCore::Serve(TWireSession& session, TWireRequest request) {
-  const std::uint64_t nowMs = RealMs();
-  if (!request.Lease.empty()) session.KeptUntilMs = nowMs + TLease::kLeaseMs;
-  if (request.Target.starts_with(kPanelPath) && IsCommand(request.Method))
-    session.KeptUntilMs = std::max(session.KeptUntilMs, nowMs + kKeyMs);
+  const bool panel = request.Target.starts_with(kPanelPath) && IsCommand(request.Method);
   const std::weak_ptr<TWireSession> asker = session.shared_from_this();
-  const auto answer = [asker](TWireReply reply) {
-    if (const auto open = asker.lock()) open->Answer(std::move(reply));
+  const auto answer = [asker, panel](TWireReply reply) {
+    const auto open = asker.lock();
+    if (!open) return;
+    // By what was answered: anybody can send a header, or a key that is refused.
+    const std::uint64_t keptMs = reply.Leased ? TLease::kLeaseMs : panel && reply.Status < 400 ? kKeyMs : 0;
+    if (keptMs != 0) open->KeptUntilMs = std::max(open->KeptUntilMs, RealMs() + keptMs);
+    open->Answer(std::move(reply));
   };
   const auto follow = [this, asker, lastId = request.LastEventId](TFeedWish wish) {
     wish.LastId = lastId;
@@ -338,13 +340,13 @@ void TWireServer::TCore::Tick() {
   });
   const std::uint64_t nowMs = RealMs();
   if (FSign) FSign->Beat();
-  if (FHub.Feeds() != 0) FHub.Pump(nowMs);
-  if (nowMs - FWatchedMs >= kWatchMs) {
   // First, as what follows may throw for want of memory.
   FTimer.expires_after(std::chrono::milliseconds(FHub.Feeds() != 0 ? TEventHub::kRoundMs : kWatchMs));
   FTimer.async_wait([this](const boost::system::error_code& error) {
     if (!error) Tick();
   });
+  if (FHub.Feeds() != 0) FHub.Pump(nowMs);
+  if (nowMs - FWatchedMs >= kWatchMs) {
     FWatchedMs = nowMs;
     FHub.Beat(nowMs, Options.Limits.BeatMs);
     std::vector<std::shared_ptr<TWireSession>> open;

@@ -97,6 +97,7 @@ TWireReply ToWire(TApiReply reply) {
   wire.ETag = std::move(reply.ETag);
   wire.SetCookie = std::move(reply.SetCookie);
   wire.RetryAfterS = reply.RetryAfterS;
+  wire.Leased = reply.Leased;
   if (!reply.ContentType.empty()) {
     wire.ContentType = std::move(reply.ContentType);
     wire.Body = std::move(reply.Text);

@@ -29,7 +29,8 @@ struct TWireReply {
   std::string Body, ContentType, ETag, Allow, SetCookie;
   std::string Policy;  // of a page: Content-Security-Policy; the browser may keep it, and asks whether it is the same
   std::uint32_t RetryAfterS = 0;
-  bool Close = false;  // the connection ends behind it
+  bool Close = false;   // the connection ends behind it
+  bool Leased = false;  // to who has the lease of control
 };
 [[nodiscard]] TWireReply ToWire(TApiReply reply);
 [[nodiscard]] TWireReply Refuse(int status, const TProblem& problem);

@@ -58,7 +58,7 @@ class TWireSession : public std::enable_shared_from_this<TWireSession> {
   [[nodiscard]] const std::shared_ptr<TEventFeed>& Feed() const;
   // When its last request was whole, or it began.
   [[nodiscard]] std::uint64_t UsedMs() const;
-  // Until when it is not closed for a newcomer while others can be: it has shown a lease, or holds a key.
+  // Until when it is not closed for a newcomer while others can be: it has the lease, or holds a key.
   std::uint64_t KeptUntilMs = 0;
 
  private:

@@ -415,6 +415,23 @@ TEST(WireFeed, SaysWhatTheRingHasLostAndCatchesUpWithTheRest) {
 
 // --- more than there is room for ---
 
+class NarrowWire : public Wire {
+ protected:
+  NarrowWire() : Wire({.Connections = 4}) {}
+};
+
+TEST_F(NarrowWire, KeepsWhoHasTheLeaseAndNotWhoSaysSo) {
+  TClient holder = Unix();
+  const std::string lease = nlohmann::json::parse(holder.Ask(Post("lease")).Body)["lease"];
+  std::vector<std::unique_ptr<TClient>> others;
+  for (int i = 0; i < 10; ++i) {
+    others.push_back(std::make_unique<TClient>(Server->Port()));
+    EXPECT_EQ(others.back()->Ask(Request("GET /api/v1/status", "Lease: mine\r\n")).Status, 200);
+    EXPECT_EQ(others.back()->Ask(Post("panel/press", "", R"({"key":"LASER","press":"a","atMs":0})")).Status, 403);
+  }
+  EXPECT_EQ(holder.Ask(Post("lease/heartbeat", "Lease: " + lease + "\r\n")).Status, 200);
+}
+
 // In a process of its own, so that the server's descriptors are its own. Answers 0 when each of `stops` was answered.
 int Crowd(int port, int idle, int silent, int stops) {
   rlimit limit{};
