@@ -52,7 +52,6 @@ TWireReply WrongMethod(const TApiRequest& request, std::string allowed) {
 struct TWireDispatch::TAsked {
   TPeer Peer;
   TApiRequest Request;
-  bool Shown = false;  // a token, or a session's cookie
 };
 
 TWireDispatch::TWireDispatch(TApi& api, TService& service, TDispatchOptions options)
@@ -112,7 +111,7 @@ std::optional<TWireReply> TWireDispatch::Check(const TWireRequest& request, TAsk
     return reply;
   }
   if (auto refused = CheckOrigin(request)) return refused;
-  if (route && api.Who.Role < route->Role && !asked.Shown)
+  if (route && api.Who.Role < route->Role && api.Who.By == kbNothing)
     return Refuse(401, {.What = Format(Tr("this needs a token of the role %s"), RoleWord(route->Role)),
                         .Where = api.Method + " " + api.Path,
                         .Why = {},
@@ -124,7 +123,6 @@ std::optional<TWireReply> TWireDispatch::Check(const TWireRequest& request, TAsk
 
 std::optional<TWireReply> TWireDispatch::CheckWho(const TWireRequest& request, TAsked& asked) {
   TJudged judged = FService.Access().Judge(asked.Peer, request.Authorization, request.Cookie);
-  asked.Shown = !request.Authorization.empty() || !request.Cookie.empty();
   if (judged.Ok()) {
     asked.Request.Who = std::move(judged.Who);
     return std::nullopt;
@@ -170,10 +168,10 @@ void TWireDispatch::Ask(TAsked asked, TAnswer answer) {
     back([answer, wire = ToWire(std::move(reply))] { answer(wire); });
   });
 }
-  if (FOpenApi.empty())
-    return Refuse(404, {.What = Tr("the description is not installed"), .Where = FOptions.OpenApi.string()});
 
 TWireReply TWireDispatch::OpenApi() const {
+  if (FOpenApi.empty())
+    return Refuse(404, {.What = Tr("the description is not installed"), .Where = FOptions.OpenApi.string()});
   TWireReply reply;
   reply.ContentType = kJsonType;
   reply.Body = FOpenApi;
