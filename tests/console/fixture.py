@@ -32,6 +32,8 @@ LANGUAGES = ("en", "zh")
 PAGES = ("machine", "procedures", "runs", "panel", "alarms", "gas", "recordings", "config", "links", "log")
 WITHIN_S = 20  # for whatever must happen at all; a failure alone takes so long
 BROWSERS_OWN = ("chrome", "chrome-extension", "chrome-untrusted", "about", "data", "blob")
+# Of a machine file that nobody has changed yet.
+NO_PREVIOUS = r"/api/v1/config/diff .* status of 404"
 
 TELL_VIOLATIONS = """
 addEventListener("securitypolicyviolation", (event) =>
@@ -99,7 +101,7 @@ class Controller:
     def link(self, role="operator"):
         return self.client.ask("POST", "/session/code", {"role": role})["link"]
 
-    def start_run(self, procedure="delay", wait_for=None, **params):
+    def start_run(self, procedure="delay", **params):
         """A run that nobody needs to attend, started by the controller's own user, who then has no control."""
         self.client.take_control()
         run = self.client.ask("POST", "/runs", {
