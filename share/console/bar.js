@@ -66,6 +66,7 @@ class Bar {
     this.alarms.classList.toggle("standing", alarms > 0);
     const holder = lease.mine ? tr("You have control") : lease.holder ? tr("%s has control", lease.holder) : tr("Nobody has control");
     setText(this.control, holder);
+    this.control.title = holder;
     this.control.classList.toggle("mine", lease.mine);
     this.control.setAttribute("aria-pressed", lease.mine ? "true" : "false");
   }
