@@ -210,6 +210,7 @@ TEST_F(DesksApi, ARecordingIsMadeByNameReadThinnedOutAndDeleted) {
   World.StartDelay(600'000);
   ASSERT_TRUE(Comes([&] { return World.Service.Status()->State == nsCustomMotion; }));
   Good("POST", "recordings", {{"name", "end"}, {"signals", {"state"}}, {"limitMs", 600'000}});
+  ASSERT_TRUE(Comes([&] { return Ask("GET", "recordings").Body["running"]["recordedMs"] > 0; }));
   EXPECT_EQ(Ask("POST", "stop").Status, 202);
   EXPECT_EQ(World.Report(run + 1)["outcome"], "stopped");
   World.Report(World.StartRun({{"procedure", "delay"}, {"params", {{"ms", 5}}}}));
