@@ -111,6 +111,7 @@ export class Bed {
   // --- the path ---
 
   travelled({position, laser, emission}) {
+    if (document.hidden) return path.gap();  // too few signals come to tell the way
     const step = path.add(position.xMm, position.yMm, laser && emission);
     if (step) this.unpainted.push(step);
   }
