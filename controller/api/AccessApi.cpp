@@ -1,5 +1,6 @@
 // Tokens, the console's links and sessions, and the lease of control.
 #include "controller/api/Api.h"
+#include "controller/api/Body.h"
 #include "controller/service/RealTime.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
@@ -10,14 +11,6 @@ namespace {
 using TJson = nlohmann::ordered_json;
 
 constexpr std::uint32_t kTokenWaitMs = 100;  // for a command that changes the tokens at this moment
-
-// A member of the body that is a text; a problem where it is missing or something else.
-TResult<std::string> BodyText(const TApiRequest& request, const char* key) {
-  if (request.Body.is_object())
-    if (const auto found = request.Body.find(key); found != request.Body.end() && found->is_string())
-      return found->get<std::string>();
-  return TProblem{.What = Format(Tr("\"%s\" is missing: a text"), key)};
-}
 
 TApiReply Refused(const TProblem& problem) { return Fail(409, problem); }
 
@@ -41,17 +34,14 @@ TApiReply ListTokens(TService& service, const TApiRequest& request) {
 
 TApiReply AddToken(TService& service, const TApiRequest& request) {
   if (auto refused = MayManageTokens(request.Who)) return *refused;
-  const auto name = BodyText(request, "name");
-  if (!name) return Fail(400, name.Problem());
-  const auto word = BodyText(request, "role");
-  if (!word) return Fail(400, word.Problem());
-  const auto role = RoleOf(*word);
-  if (!role) return Fail(400, role.Problem());
-  const auto token = service.Access().Tokens().Add(*name, *role, kTokenWaitMs);
+  const TAskedBody body(request, {"name", "role"});
+  const std::string name = body.Text("name");
+  const TRole role = RoleOf(body.Text("role")).OrThrow(pbRequest);
+  const auto token = service.Access().Tokens().Add(name, role, kTokenWaitMs);
   if (!token) return Refused(token.Problem());
   TApiReply reply;
   reply.Status = 201;
-  reply.Body = {{"name", *name}, {"role", RoleWord(*role)}, {"token", *token}};
+  reply.Body = {{"name", name}, {"role", RoleWord(role)}, {"token", *token}};
   return reply;
 }
 
@@ -66,13 +56,9 @@ TApiReply RevokeToken(TService& service, const TApiRequest& request) {
 }
 
 TApiReply MakeCode(TService& service, const TApiRequest& request) {
-  TRole role = std::min(request.Who.Role, roOperator);
-  if (request.Body.is_object() && request.Body.contains("role")) {
-    const auto word = BodyText(request, "role");
-    const auto asked = word ? RoleOf(*word) : TResult<TRole>(word.Problem());
-    if (!asked) return Fail(400, asked.Problem());
-    role = *asked;
-  }
+  const TAskedBody body(request, {"role"});
+  const TRole role =
+      body.Has("role") ? RoleOf(body.Text("role")).OrThrow(pbRequest) : std::min(request.Who.Role, roOperator);
   if (role > request.Who.Role && request.Who.By != kbUser)
     return Fail(403, {.What = Format(Tr("a link has at most the role %s"), RoleWord(request.Who.Role))});
   const std::string code = service.Access().MakeCode(role);
@@ -86,9 +72,8 @@ TApiReply MakeCode(TService& service, const TApiRequest& request) {
 }
 
 TApiReply OpenSession(TService& service, const TApiRequest& request) {
-  const auto code = BodyText(request, "code");
-  if (!code) return Fail(400, code.Problem());
-  TAccess::TLogin login = service.Access().Exchange(request.Who, *code);
+  const TAskedBody body(request, {"code"});
+  TAccess::TLogin login = service.Access().Exchange(request.Who, body.Text("code"));
   TApiReply reply = login.Status == 200 ? TApiReply() : Fail(login.Status, login.Problem);
   reply.RetryAfterS = login.RetryAfterS;
   if (login.Status != 200) return reply;
@@ -112,7 +97,6 @@ TApiReply ShowSession(TService&, const TApiRequest& request) {
   TApiReply reply;
   reply.Body = {{"name", who.Name}, {"role", RoleWord(who.Role)}, {"by", KnownByWord(who.By)}, {"local", who.Local}};
   return reply;
-  reply.Leased = !id.empty();
 }
 
 TApiReply EndSession(TService& service, const TApiRequest& request) {
@@ -128,6 +112,7 @@ TApiReply EndSession(TService& service, const TApiRequest& request) {
 TApiReply LeaseReply(TLease& lease, const std::string& id) {
   const std::uint64_t now = RealMs();
   TApiReply reply;
+  reply.Leased = !id.empty();
   reply.Body = {{"lease", id},
                 {"holder", lease.Holder() ? TJson(lease.Holder()->Name) : TJson()},
                 {"leftMs", lease.LeftMs(now)},
@@ -143,12 +128,7 @@ TApiReply ShowLease(TService& service, const TApiRequest& request) {
 }
 
 TApiReply TakeLease(TService& service, const TApiRequest& request) {
-  bool takeOver = false;
-  if (request.Body.is_object() && request.Body.contains("takeOver")) {
-    if (!request.Body["takeOver"].is_boolean())
-      return Fail(400, {.What = Format(Tr("\"%s\" is neither true nor false"), "takeOver")});
-    takeOver = request.Body["takeOver"].get<bool>();
-  }
+  const bool takeOver = TAskedBody(request, {"takeOver"}).Flag("takeOver", false);
   const auto id = service.Lease().Take(request.Who, request.Lease, takeOver, RealMs());
   return id ? LeaseReply(service.Lease(), *id) : Refused(id.Problem());
 }

@@ -2,6 +2,7 @@
 #include "controller/alarms/AlarmRows.h"
 #include "controller/api/Api.h"
 #include "controller/api/Asked.h"
+#include "controller/api/Body.h"
 #include "controller/service/AlarmDesk.h"
 #include "ixocamglue/platform/services/LocaleManager.h"
 #include "ixocamglue/platform/services/UtcTime.h"
@@ -71,18 +72,20 @@ TApiReply AcknowledgeAlarm(TService& service, const TApiRequest& request) {
 }
 
 TApiReply SuppressAlarm(TService& service, const TApiRequest& request) {
-  const auto text = [&](const char* name) {
-    const auto found = request.Body.find(name);
-    return found != request.Body.end() && found->is_string() ? found->get<std::string>() : std::string();
+  const TAskedBody body(request, {"identifier", "minutes", "reason"});
+  const auto text = [&body](const char* name) {
+    std::string value = body.Text(name);
+    if (value.size() > kMostText)
+      throw EProblem(pbRequest, TProblem{.What = Format(Tr("it is longer than %zu bytes"), kMostText), .Where = name});
+    return value;
   };
-  if (!request.Body.is_object() || text("identifier").empty() || text("identifier").size() > kMostText ||
-      text("reason").size() > kMostText || !request.Body.contains("minutes"))
-    throw EProblem(pbRequest, Tr("expected {\"identifier\": \"...\", \"minutes\": 1 to 10080, \"reason\": \"...\"}"));
-  const std::uint64_t minutes = WholeNumber(request.Body["minutes"].dump(), "minutes", 0, TAlarmDesk::kMostMinutes);
+  const std::string identifier = text("identifier");
+  const std::string reason = body.Has("reason") && request.Body["reason"] != "" ? text("reason") : std::string();
+  const auto minutes =
+      static_cast<std::uint64_t>(body.Whole("minutes", 0, static_cast<std::int64_t>(TAlarmDesk::kMostMinutes)));
   TApiReply reply;
-  const std::string until =
-      service.Alarms().Suppress(text("identifier"), minutes, text("reason"), request.Who).OrThrow(pbRefused);
-  reply.Body = {{"identifier", text("identifier")}, {"until", until}};
+  reply.Body = {{"identifier", identifier},
+                {"until", service.Alarms().Suppress(identifier, minutes, reason, request.Who).OrThrow(pbRefused)}};
   return reply;
 }
 
