@@ -200,12 +200,12 @@ TEST(Service, ARoundThatFailsIsToldAndTheNextOneComes) {
     world.Service.OnLease([](const TLeaseEvent&) { throw std::runtime_error("nobody hears it"); });
     SkipRealTime(TLease::kLeaseMs + 1);
   });
-  ASSERT_TRUE(world.Comes([&] { return world.Service.Faults() == 1; }));
+  ASSERT_TRUE(Comes([&] { return world.Service.Faults() == 1; }));
   const std::uint64_t number = world.Service.Status()->Number;
-  EXPECT_TRUE(world.Comes([&] { return world.Service.Status()->Number > number + 2; }));
+  EXPECT_TRUE(Comes([&] { return world.Service.Status()->Number > number + 2; }));
   EXPECT_EQ(world.Service.Faults(), 1U);
-  EXPECT_TRUE(world.Comes(
-      [&] { return world.Ask("GET", "/api/v1/log").Body.dump().find("nobody hears it") != std::string::npos; }));
+  EXPECT_TRUE(
+      Comes([&] { return world.Ask("GET", "/api/v1/log").Body.dump().find("nobody hears it") != std::string::npos; }));
 }
 
 TEST(Service, TasksAreDoneInOrderAlsoThoseBeforeTheEndAndNoneBehindIt) {
