@@ -117,6 +117,7 @@ TApiReply LeaseReply(TLease& lease, const std::string& id) {
                 {"holder", lease.Holder() ? TJson(lease.Holder()->Name) : TJson()},
                 {"leftMs", lease.LeftMs(now)},
                 {"serverMs", now}};
+  reply.Leased = !id.empty();
   return reply;
 }
 
