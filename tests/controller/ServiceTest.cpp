@@ -195,7 +195,7 @@ TEST(Service, TheMachinesClockRunsSoManyTimesAsFast) {
 
 TEST(Service, ARoundThatFailsIsToldAndTheNextOneComes) {
   TServiceWorld world(false);
-  EXPECT_EQ(world.Ask("GET", "/api/v1/health").Body["faults"], 0);  // it has taken the lease
+  EXPECT_EQ(world.Ask("GET", "health").Body["faults"], 0);  // it has taken the lease
   world.Do([&] {
     world.Service.OnLease([](const TLeaseEvent&) { throw std::runtime_error("nobody hears it"); });
     SkipRealTime(TLease::kLeaseMs + 1);
@@ -205,7 +205,7 @@ TEST(Service, ARoundThatFailsIsToldAndTheNextOneComes) {
   EXPECT_TRUE(Comes([&] { return world.Service.Status()->Number > number + 2; }));
   EXPECT_EQ(world.Service.Faults(), 1U);
   EXPECT_TRUE(
-      Comes([&] { return world.Ask("GET", "/api/v1/log").Body.dump().find("nobody hears it") != std::string::npos; }));
+      Comes([&] { return world.Ask("GET", "log").Body.dump().find("nobody hears it") != std::string::npos; }));
 }
 
 TEST(Service, TasksAreDoneInOrderAlsoThoseBeforeTheEndAndNoneBehindIt) {

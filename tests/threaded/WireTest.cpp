@@ -425,7 +425,7 @@ TEST_F(NarrowWire, KeepsWhoHasTheLeaseAndNotWhoSaysSo) {
   const std::string lease = nlohmann::json::parse(holder.Ask(Post("lease")).Body)["lease"];
   std::vector<std::unique_ptr<TClient>> others;
   for (int i = 0; i < 10; ++i) {
-    others.push_back(std::make_unique<TClient>(Server->Port()));
+    others.push_back(std::make_unique<TClient>(Port()));
     EXPECT_EQ(others.back()->Ask(Request("GET /api/v1/status", "Lease: mine\r\n")).Status, 200);
     EXPECT_EQ(others.back()->Ask(Post("panel/press", "", R"({"key":"LASER","press":"a","atMs":0})")).Status, 403);
   }
