@@ -101,7 +101,11 @@ export class Holding {
         await wire.takeControl();
         if (this.hold !== hold) return;
       }
-      await wire.post("panel/press", {key: key.key, press: hold.id, atMs: wire.serverMs()}, kAtOnce);
+      const pressed = wire.post("panel/press", {key: key.key, press: hold.id, atMs: wire.serverMs()}, kAtOnce);
+      hold.beatMs = hold.answeredMs = performance.now();
+      // Who may only stop holds nothing.
+      if (wire.session.role !== "viewer") this.#timer = setInterval(() => this.#beat(hold), kHeartbeatMs);
+      await pressed;
     } catch (problem) {
       this.#up(hold, "refused", problem);
       return;
@@ -109,10 +113,6 @@ export class Holding {
     if (this.hold !== hold) return;
     hold.phase = "down";
     this.told(hold);
-    if (wire.session.role === "viewer") return;  // who may only stop holds nothing
-    hold.beatMs = hold.answeredMs = performance.now();
-    this.#timer = setInterval(() => this.#beat(hold), kHeartbeatMs);
-    this.#beat(hold);
   }
 
   // At most one is under way; what could not be sent in its time is left out.
@@ -124,11 +124,12 @@ export class Holding {
     hold.beatMs = now;
     if (hold.beating) return;
     hold.beating = true;
+    const early = hold.phase === "asked";  // it may be there before the press is
     try {
       await wire.post("panel/heartbeat", {presses: [hold.id], atMs: wire.serverMs()}, kAtOnce);
       hold.answeredMs = performance.now();
     } catch (problem) {
-      if (this.hold === hold) this.release(problem.status === 0 ? "connection" : "gap", problem);
+      if (this.hold === hold && !early) this.release(problem.status === 0 ? "connection" : "gap", problem);
     } finally {
       hold.beating = false;
     }

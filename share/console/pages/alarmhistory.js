@@ -10,9 +10,9 @@ import {kFloodRaises, statisticsOf} from "./alarmstats.js";
 
 const kHourMs = 3600000;
 const kSpans = [["1", mark("last hour")], ["8", mark("last 8 hours")], ["24", mark("last day")], ["168", mark("last week")], ["", mark("everything")]];
-const kMostRows = 2000;
+const kMostRows = 1000;
 const kShownRows = 200;
-const kLookMs = 1000;  // behind a change
+const kLookMs = 3000;  // behind a change: a burst is read once
 
 export function openHistory(root, statistics = false) {
   const saved = kept("alarms.history", {hours: "24", level: "", search: "", shown: kShownRows});

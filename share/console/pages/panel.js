@@ -145,6 +145,7 @@ function openPanel(root, tools) {
   let looking = false;
   let again = false;
   async function look() {
+    if (holding.hold) return;  // heartbeats come first; its end looks again
     if (looking) return void (again = true);
     looking = true;
     try {
