@@ -135,17 +135,15 @@ void AddAlarmsCommand(CLI::App& program, TCommandRun& run) {
   CLI::App* const suppress = add(
       "suppress", Tr("Let the controller that runs hide an alarm for a while; never one of level 1"), RunAlarmsSuppress,
       {.Notes = {},
-       .ExitCodes = Tr("0 done, 1 refused or no controller runs, 2 wrong command line, 3 it does not answer"),
+       .ExitCodes =
+           Tr("0 done, 1 refused, ended otherwise or no controller runs, 2 wrong command line, 3 it does not answer"),
        .Examples = {"ixocut alarms suppress TPMaint#1 --minutes 60 --reason \"the filter is ordered\""}});
   id(suppress);
   AddNumberOption(*suppress, "--minutes", o.Minutes, 0, ixocontroller::TAlarmDesk::kMostMinutes, "",
                   Tr("For so long, 0 to 10080; 0 shows it again"))
       ->required();
   suppress->add_option("--reason", o.Reason, Tr("Why"))->type_name("TEXT");
-  json(suppress);
-  AddMachineOptions(*suppress, o.Machine, o.State);
-  AddLanguageOption(*suppress, o.Language);
-  AddAttachOptions(*suppress, o.Attach, false);
+  AddClientOptions(*suppress, o, o.Json, false);
   CLI::App* const clear =
       add("clear", Tr("Clear an alarm that was raised by hand and that no program holds any more"), RunAlarmsClear,
           {.Notes = Tr("Refused while a program writes the store, and for what the machine has raised."),

@@ -13,6 +13,7 @@
 #include "ixocamglue/support/SystemError.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocut/CommandLine.h"
+#include "ixocut/Document.h"
 
 namespace ixocut {
 namespace {
@@ -63,6 +64,13 @@ void AddAttachOptions(CLI::App& command, TAttachOptions& attach, bool byItself) 
         .add_flag("--local", attach.Local,
                   Tr("Without a controller that runs; where one holds the files, on a copy that is not kept"))
         ->excludes(url);
+}
+
+void AddClientOptions(CLI::App& command, TControllerSettings& settings, bool& json, bool byItself) {
+  AddJsonOption(command, json);
+  AddAttachOptions(command, settings.Attach, byItself);
+  AddMachineOptions(command, settings.Machine, settings.State);
+  AddLanguageOption(command, settings.Language);
 }
 
 TAttachment::TAttachment(TControllerSettings& settings) {

@@ -16,6 +16,9 @@ namespace ixocut {
 // --url, --token-file and, where the command can work by itself, --local.
 void AddAttachOptions(CLI::App& command, TAttachOptions& attach, bool byItself);
 
+// What a command for a controller takes: --json, the above, --machine, --state and --lang.
+void AddClientOptions(CLI::App& command, TControllerSettings& settings, bool& json, bool byItself);
+
 class TAttachment {
  public:
   // With --local, where a controller holds the state folder: `settings` then names a temporary copy of it, which is

@@ -156,13 +156,11 @@ std::pair<CLI::App*, std::shared_ptr<TRunsOptions>> AddOne(CLI::App& parent, con
                                                            std::vector<const char*> examples) {
   const auto options = std::make_shared<TRunsOptions>();
   CLI::App* const command = parent.add_subcommand(name, about);
-  AddJsonOption(*command, options->Json);
-  AddAttachOptions(*command, options->Attach, false);
-  AddMachineOptions(*command, options->Machine, options->State);
-  AddLanguageOption(*command, options->Language);
+  AddClientOptions(*command, *options, options->Json, false);
   SetHelp(*command,
           {.Notes = {},
-           .ExitCodes = Tr("0 done, 1 refused or no controller runs, 2 wrong command line, 3 it does not answer"),
+           .ExitCodes = Tr(
+               "0 done, 1 refused, ended otherwise or no controller runs, 2 wrong command line, 3 it does not answer"),
            .Examples = std::move(examples)});
   command->callback([options, action, &run] {
     run = [options, action] {

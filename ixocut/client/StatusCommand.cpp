@@ -148,10 +148,7 @@ void AddStatusCommand(CLI::App& program, TCommandRun& run) {
   const auto add = [&](const char* name, const char* about, auto action, std::vector<const char*> examples) {
     const auto options = std::make_shared<TStatusOptions>();
     CLI::App* const command = program.add_subcommand(name, about);
-    AddJsonOption(*command, options->Json);
-    AddAttachOptions(*command, options->Attach, false);
-    AddMachineOptions(*command, options->Machine, options->State);
-    AddLanguageOption(*command, options->Language);
+    AddClientOptions(*command, *options, options->Json, false);
     SetHelp(*command, {.Notes = {},
                        .ExitCodes = Tr("0 a controller runs, 1 none runs, 2 wrong command line, 3 it does not answer"),
                        .Examples = std::move(examples)});

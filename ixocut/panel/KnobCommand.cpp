@@ -125,10 +125,7 @@ void AddKnobCommand(CLI::App& program, TCommandRun& run) {
       command->add_option("--xy", options->XY, Tr("Speed of X and Y"))->type_name("MM_S");
       command->add_option("--z", options->Z, Tr("Speed of Z"))->type_name("MM_S");
     }
-    AddJsonOption(*command, options->Json);
-    AddMachineOptions(*command, options->Machine, options->State);
-    AddLanguageOption(*command, options->Language);
-    AddAttachOptions(*command, options->Attach, true);
+    AddClientOptions(*command, *options, options->Json, true);
     SetHelp(*command, {{}, {}, std::move(examples)});
     command->callback([options, name, what, &run] {
       run = [options, name, what] { return RunKnob("knob " + name, *options, what, std::cout); };

@@ -53,8 +53,6 @@ struct TPanelOptions : TControllerSettings {
   std::string Name;
 };
 
-using TOptions = std::shared_ptr<TPanelOptions>;
-
 constexpr std::uint64_t kLongestPressMs = 60'000;
 constexpr std::uint64_t kAfterPressMs = 500;  // what the press has set going is seen
 constexpr auto kBeatLookEvery = std::chrono::milliseconds(10);
@@ -295,12 +293,6 @@ int RunForms(const TPanelOptions& options, std::ostream& out) {
   return kExitSuccess;
 }
 
-void AddCommon(CLI::App& command, const TOptions& options) {
-  AddJsonOption(command, options->Json);
-  AddMachineOptions(command, options->Machine, options->State);
-  AddLanguageOption(command, options->Language);
-}
-
 }  // namespace
 
 void AddPanelCommand(CLI::App& program, TCommandRun& run) {
@@ -312,8 +304,7 @@ void AddPanelCommand(CLI::App& program, TCommandRun& run) {
       ->type_name("FILE");
   panel->add_option("--form", options->Form, Tr("The form on screen at the start (terminal: Work)"))->type_name("FORM");
   AddSeedOption(*panel, options->Seed);
-  AddCommon(*panel, options);
-  AddAttachOptions(*panel, options->Attach, true);
+  AddClientOptions(*panel, *options, options->Json, true);
   SetHelp(*panel, {ScriptHelp() + Tr("\n"
                                      "In the terminal each key shows what to press for it. e is always the emergency "
                                      "stop, space always stop.\n"
@@ -337,8 +328,7 @@ void AddPanelCommand(CLI::App& program, TCommandRun& run) {
   press->add_option("--form", pressOptions->Form, Tr("The form on screen meanwhile (where there is none: Work)"))
       ->type_name("FORM");
   AddSeedOption(*press, pressOptions->Seed);
-  AddCommon(*press, pressOptions);
-  AddAttachOptions(*press, pressOptions->Attach, true);
+  AddClientOptions(*press, *pressOptions, pressOptions->Json, true);
   SetHelp(*press, {Tr("On the controller that runs; it takes over control from whoever has it, except for stop, pause "
                       "and emergency stop,\nwhich need none. Without one the machine of this command is told of it, in "
                       "virtual time."),
@@ -361,8 +351,7 @@ void AddPanelCommand(CLI::App& program, TCommandRun& run) {
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
   why->add_flag("--warning", whyOptions->Warning, Tr("A maintenance warning is pending while the origin is required"));
   why->add_option("--script", whyOptions->Script, Tr("Run this file first"))->type_name("FILE");
-  AddCommon(*why, whyOptions);
-  AddAttachOptions(*why, whyOptions->Attach, true);
+  AddClientOptions(*why, *whyOptions, whyOptions->Json, true);
   SetHelp(
       *why,
       {Tr("Each mask of the panel permits the key or is against it; \"machine\" is what the cutting system makes "
@@ -376,7 +365,9 @@ void AddPanelCommand(CLI::App& program, TCommandRun& run) {
   CLI::App* const forms =
       panel->add_subcommand("forms", Tr("The forms and the keys that are permitted while each is shown"));
   forms->add_option("NAME", formOptions->Name, Tr("Only this form"))->type_name("");
-  AddCommon(*forms, formOptions);
+  AddJsonOption(*forms, formOptions->Json);
+  AddMachineOptions(*forms, formOptions->Machine, formOptions->State);
+  AddLanguageOption(*forms, formOptions->Language);
   SetHelp(*forms,
           {Tr("The keys are those in force on this machine: with stop and emergency stop, which every form permits,\n"
               "and with K1 to K4 where their command is not forbidden."),
