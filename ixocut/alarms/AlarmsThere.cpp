@@ -21,7 +21,8 @@ int RunAlarmsAck(const TAlarmsOptions& options, std::ostream& out) {
   TWireClient* const client = attachment.Client();
   if (!client) return AcknowledgeInStore(options, out);
   nlohmann::ordered_json seen;  // the newest one
-  for (const auto& alarm : client->Get("/api/v1/alarms").at("alarms"))
+  const auto standing = client->Get("/api/v1/alarms");
+  for (const auto& alarm : standing.at("alarms"))
     if (alarm.at("identifier") == options.Id) seen = alarm.at("serial");
   if (seen.is_null()) throw NotActive(options.Id);
   const auto answer = client->Post("/api/v1/alarms/" + seen.dump() + "/acknowledge");

@@ -109,8 +109,8 @@ TWireRun RunOnController(TWireClient& client, const TWireOrder& order, TConsole&
 
 TMotionTrace TraceOf(TWireClient& client, std::uint64_t run) {
   TMotionTrace trace;
-  for (const TJson& point :
-       client.Get(Format("/api/v1/runs/%llu/trace", static_cast<unsigned long long>(run))).at("points")) {
+  const TJson answer = client.Get(Format("/api/v1/runs/%llu/trace", static_cast<unsigned long long>(run)));
+  for (const TJson& point : answer.at("points")) {
     TMachineSnapshot now;
     point.at(0).get_to(now.Ms);
     point.at(1).get_to(now.Pos.X);
