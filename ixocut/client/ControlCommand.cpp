@@ -11,10 +11,12 @@
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocut/CommandLine.h"
+#include "ixocut/Console.h"
 #include "ixocut/Document.h"
 #include "ixocut/OperatorTexts.h"
 #include "ixocut/client/Attach.h"
 #include "ixocut/client/StatusView.h"
+#include "ixocut/client/WireRun.h"
 
 namespace ixocut {
 namespace {
@@ -59,19 +61,6 @@ TJson WaitForRest(TWireClient& client) {
   }
 }
 
-int Finish(const std::string& command, const TControlOptions& options, const char* done, const TJson& answer,
-           const TJson& status, std::ostream& out) {
-  std::optional<TProblem> problem;
-  if (status.value("running", false)) problem = {.What = Tr("it was asked for, and something runs all the same")};
-  if (options.Json) {
-    PrintDocument(out, command, {{"answer", answer}, {"status", status}}, problem);
-  } else {
-    const TOperatorTexts texts(command.c_str(), options.Language);
-    out << (problem ? problem->Text() : std::string(Tr(done))) << '\n' << StatusLine(status) << '\n';
-  }
-  return problem ? kExitOtherwise : kExitSuccess;
-}
-
 int RunControl(const TControl& control, TControlOptions options, std::ostream& out) {
   const TAttachment attachment(options);
   TWireClient& client = attachment.Controller();
@@ -79,17 +68,35 @@ int RunControl(const TControl& control, TControlOptions options, std::ostream& o
   if (control.Lease) lease.emplace(client, true);
   const bool idle = control.Idle && client.Get("/api/v1/status").at("running") == false;
   const TJson answer = client.Post(control.Path);
-  TJson status = control.Ends ? WaitForRest(client) : client.Get("/api/v1/status");
-  return Finish(control.Name, options, idle ? control.Idle : control.Done, answer, status, out);
+  const TJson status = control.Ends ? WaitForRest(client) : client.Get("/api/v1/status");
+  std::optional<TProblem> problem;
+  if (control.Ends && status.value("running", false))
+    problem = {.What = Tr("it was asked for, and something runs all the same")};
+  if (options.Json) {
+    PrintDocument(out, control.Name, {{"answer", answer}, {"status", status}}, problem);
+  } else {
+    const TOperatorTexts texts(control.Name, options.Language);
+    out << (problem ? problem->Text() : std::string(Tr(idle ? control.Idle : control.Done))) << '\n'
+        << StatusLine(status) << '\n';
+  }
+  return problem ? kExitOtherwise : kExitSuccess;
 }
 
 // What continue will do, confirmed by a person.
-bool Confirmed(const TJson& plan, const TControlOptions& options, std::ostream& out) {
+bool Confirmed(const TJson& offer, const TControlOptions& options, std::ostream& out) {
   if (options.Yes) return true;
   if (options.Json || isatty(STDIN_FILENO) != 1)
     throw EProblem(pbRequest,
                    TProblem{.What = Tr("continue asks before anything moves"), .Remedy = Tr("--yes answers")});
-  for (const TJson& line : plan) out << "  " << (line.is_string() ? line.get<std::string>() : line.dump()) << '\n';
+  const auto list = [&](const char* title, const char* member) {
+    if (offer.at(member).empty()) return;
+    out << title << '\n';
+    for (const TJson& line : offer.at(member)) out << "  " << line.get<std::string>() << '\n';
+  };
+  list(Tr("The machine, as it was left and as it is:"), "compared");
+  list(Tr("Done again:"), "again");
+  list(Tr("And then:"), "rest");
+  if (offer.at("lightsBeam") == true) out << Tr("The beam will be lit.") << '\n';
   out << Tr("Do this? (y/n) ") << std::flush;
   std::string answer;
   return std::getline(std::cin, answer) && (answer == "y" || answer == "Y");
@@ -98,31 +105,40 @@ bool Confirmed(const TJson& plan, const TControlOptions& options, std::ostream& 
 int RunContinue(TControlOptions options, std::ostream& out) {
   const TAttachment attachment(options);
   TWireClient& client = attachment.Controller();
-  const TClientLease lease(client, true);
-  const TWireAnswer offer = client.AskAny("POST", "/api/v1/continue", TJson::object());
-  if (!offer.Body.is_object() || !offer.Body.contains("confirm")) client.Check(offer);
-  TJson answer = offer.Body;
-  if (offer.Status >= 400) {
-    if (!Confirmed(offer.Body.at("again"), options, out)) {
-      out << Tr("nothing was started") << '\n';
-      return kExitOtherwise;
-    }
-    answer = client.Post("/api/v1/continue", {{"confirm", offer.Body.at("confirm")}});
+  const TJson offer = [&] {
+    const TClientLease lease(client, true);
+    const TWireAnswer answer = client.AskAny("POST", "/api/v1/continue", TJson::object());
+    if (!answer.Body.is_object() || !answer.Body.contains("confirm")) client.Check(answer);
+    return answer.Body;
+  }();
+  if (!Confirmed(offer, options, out)) {
+    out << Tr("nothing was started") << '\n';
+    return kExitOtherwise;
   }
-  return Finish("continue", options, Tr("it goes on"), answer, TJson::object(), out);
+  const TOperatorTexts texts("continue", options.Language);
+  TConsole console(out, options.Json, false);
+  console.Say(Tr("it goes on"));
+  const TWireRun run = RunOnController(
+      client, {.Path = "/api/v1/continue", .Body = {{"confirm", offer.at("confirm")}}, .TakeOver = true}, console, {});
+  for (const TJson& line : run.Json.at("lines")) console.Say(line.get<std::string>());
+  if (options.Json) {
+    TJson document = run.Json;
+    document.erase("lines");
+    document["log"] = console.Log();
+    console.Print("continue", document, run.Report.Problem);
+  }
+  return run.Report.Problem ? kExitOtherwise : kExitSuccess;
 }
 
 CLI::App* AddOne(CLI::App& program, const char* name, const char* about,
                  const std::shared_ptr<TControlOptions>& options, const char* notes) {
   CLI::App* const command = program.add_subcommand(name, Tr(about));
-  AddJsonOption(*command, options->Json);
-  AddAttachOptions(*command, options->Attach, false);
-  AddMachineOptions(*command, options->Machine, options->State);
-  AddLanguageOption(*command, options->Language);
+  AddClientOptions(*command, *options, options->Json, false);
   const std::string example = std::string("ixocut ") + name, json = example + " --json";
   SetHelp(*command,
           {.Notes = notes,
-           .ExitCodes = Tr("0 done, 1 refused or no controller runs, 2 wrong command line, 3 it does not answer"),
+           .ExitCodes = Tr(
+               "0 done, 1 refused, ended otherwise or no controller runs, 2 wrong command line, 3 it does not answer"),
            .Examples = {example.c_str(), json.c_str()}});
   return command;
 }
@@ -141,7 +157,8 @@ void AddControlCommands(CLI::App& program, TCommandRun& run) {
   const auto options = std::make_shared<TControlOptions>();
   CLI::App* const command = AddOne(program, "continue", TrMark("Go on after a pause or a failure"), options,
                                    Tr("Only where the procedure can be entered again; what will be done again is shown "
-                                      "first. Takes over control from\nwhoever has it."));
+                                      "first. Takes over control from\nwhoever has it. It is followed to its end, and "
+                                      "Ctrl-C stops it."));
   command->add_flag("--yes", options->Yes, Tr("Do what would be shown without asking"));
   command->callback([options, &run] { run = [options] { return RunContinue(*options, std::cout); }; });
 }

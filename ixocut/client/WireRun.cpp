@@ -92,10 +92,10 @@ class TFollower {
 
 TWireRun RunOnController(TWireClient& client, const TWireOrder& order, TConsole& console, const TWireLook& look,
                          const TWireTold& event) {
-  TClientLease lease(client, false);
+  TClientLease lease(client, order.TakeOver);
   TWireEvents events(client, "?kinds=step,run,signals,log&rate=50");
   TJson body = order.Body;
-  body["detach"] = order.Detach;
+  if (order.Detach) body["detach"] = true;
   TWireRun run;
   client.Post(order.Path, body).at("id").get_to(run.Id);
   if (order.Detach) return run;

@@ -26,7 +26,8 @@ using TWireLook = std::function<void(std::uint64_t ms, const TMachineSnapshot& n
 struct TWireOrder {
   std::string Path = "/api/v1/runs";
   nlohmann::ordered_json Body;
-  bool Detach = false;  // it is only started
+  bool Detach = false;    // it is only started
+  bool TakeOver = false;  // control, from whoever has it
 };
 
 // Progress goes to the console in the words of a run in this process; `event` is told of what else is said of the run.

@@ -99,6 +99,20 @@ TEST_F(Serve, WhatRunsIsStoppedFromAnotherTerminal) {
   EXPECT_FALSE(Json("status", 0).at("signals").at("laser"));
 }
 
+TEST_F(Serve, WhatWasPausedGoesOnAndIsFollowedToItsEnd) {
+  (void)Start("--virtual 20");
+  Write("places.json", R"({"name": "places", "commands": [{"command": "safe-move", "x": 100, "y": 50, "speed": 300},
+      {"command": "delay", "ms": 20000}, {"command": "safe-move", "x": 50, "y": 20, "speed": 300}]})");
+  TChild run({"run", "places.json", "--lang", "en"}, FDir.Path(), FDir.Path() / "run.out", IxocutBinary());
+  for (int i = 0; i < 500 && Read("run.out").find("Delay") == std::string::npos; ++i) std::this_thread::sleep_for(10ms);
+  EXPECT_EQ(Ixocut("pause").ExitCode, 0);
+  EXPECT_EQ(run.Wait(10s), 1) << Read("run.out");
+  EXPECT_EQ(Ixocut("continue").ExitCode, 2) << "nobody can be asked";
+  const auto went = Json("continue --yes", 0);
+  EXPECT_EQ(went.at("outcome"), "success");
+  EXPECT_NEAR(went.at("position").at("x").get<double>(), 50.0, 0.01);
+}
+
 TEST_F(Serve, PanelKnobQueueAndRecordingAreThoseOfTheControllerThatRuns) {
   const std::string url = Start();
   EXPECT_EQ(Json("panel press GAS", 0).at("key"), "CK_GAS");
@@ -111,8 +125,12 @@ TEST_F(Serve, PanelKnobQueueAndRecordingAreThoseOfTheControllerThatRuns) {
   EXPECT_GT(Json("status", 0).at("signals").at("position").at("xMm"), before + 1);
   EXPECT_EQ(Ixocut("panel press egystop").ExitCode, 0);
   EXPECT_TRUE(Json("status", 0).at("latched"));
+  EXPECT_EQ(Json("alarms ack TPLatch#1", 0).at("identifier"), "TPLatch#1");
+  EXPECT_EQ(Json("alarms suppress TPMaint#1 --minutes 5", 0).at("identifier"), "TPMaint#1");
   EXPECT_EQ(Ixocut("reset").ExitCode, 0);
 
+  EXPECT_EQ(Json("config set AutoCleanHead/CleanCount 4", 0).at("inForce"), "now");
+  EXPECT_EQ(Json("config history", 0).at("changes").back().at("to"), "4");
   EXPECT_EQ(Json("knob speed normal --xy 90 --z 33", 0).at("xy").at("normal"), 90);
   EXPECT_EQ(Json("knob state normal", 0).at("JogSpeed"), 90);
   EXPECT_EQ(Json("knob show", 0).at("state"), "normal");
