@@ -161,7 +161,7 @@ TWireServer::TCore::TCore(TApi& api, TService& service, TWireOptions options)
     : Options(std::move(options)), FService(service), FHub(service.Events()) {
   if (!IsLoopback(Options.Address) && !Options.Insecure)
     throw EProblem(pbRequest, {.What = Format(Tr("the controller does not listen on %s"), Options.Address.c_str()),
-                               .Where = "--address",
+                               .Where = "--listen",
                                .Why = Tr("what is said there is not encrypted, and others can read it"),
                                .Remedy = Tr("stay with 127.0.0.1 and come by ssh, or accept that with --insecure")});
   FMost = std::min(Options.Limits.Connections, std::max<std::size_t>(RoomForConnections(kReserved), 1));

@@ -30,6 +30,10 @@ std::string SystemErrorText(int error) {
     case ENXIO: return Tr("No such device or address");
     case ENODEV: return Tr("No such device");
     case EADDRINUSE: return Tr("Address already in use");
+    case ECONNREFUSED: return Tr("Connection refused");
+    case ECONNRESET: return Tr("Connection reset by peer");
+    case ETIMEDOUT: return Tr("Connection timed out");
+    case EHOSTUNREACH: return Tr("No route to host");
     default: return std::system_category().message(error);
   }
 }

@@ -64,7 +64,7 @@ int RunServe(TServeOptions options, std::ostream& out) {
   const std::filesystem::path state = ctl::StateFolder(options.State);
   const ctl::TSignalStop signals;
   ctl::TControllerLock lock;
-  lock.Take(state).OrThrow(pbRefused);
+  lock.Take(state).OrThrow(ctl::FindController(state) ? pbRefused : pbUnusable);
 
   options.Realtime = options.Virtual == 0;
   options.Saves = true;
