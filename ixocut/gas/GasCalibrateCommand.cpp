@@ -300,7 +300,13 @@ int CalibrateThere(const TCalibrateOptions& options, TWireClient& client, std::o
         }
       });
   bar.Clear();
-  const nlohmann::ordered_json& told = run.Json.at("result");
+  nlohmann::ordered_json told = run.Json.at("result");
+  // The verdict once more, in the language of this terminal.
+  const TWireAnswer verdict = client.AskAny("GET", "/api/v1/gas/verdict?run=" + std::to_string(run.Id));
+  if (verdict.Status < 400)
+    for (const auto& judged : verdict.Body.at("gases"))
+      for (auto& gas : told.at("gases"))
+        if (gas.at("gas") == judged.at("gas")) gas["findings"] = judged.at("findings");
   std::vector<TGasResult> results;
   for (const auto& gas : told.at("gases")) results.push_back(ResultOf(gas));
   console.Say("");
