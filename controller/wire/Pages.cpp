@@ -1,5 +1,6 @@
 #include "controller/wire/Pages.h"
 
+#include <algorithm>
 #include <set>
 #include <system_error>
 #include <utility>
@@ -42,6 +43,21 @@ void CollectLiterals(std::string_view script, std::set<std::string, std::less<>>
   }
 }
 
+// Without what a browser does not read: indentation, and lines that are comments. The lines keep their numbers. No text
+// of the console's scripts goes over several lines.
+std::string Lean(std::string_view text) {
+  std::string lean;
+  lean.reserve(text.size());
+  while (!text.empty()) {
+    const std::size_t end = std::min(text.find('\n'), text.size() - 1) + 1;
+    std::string_view line = text.substr(0, end);
+    text.remove_prefix(end);
+    line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
+    lean += line.starts_with("//") ? "\n" : line;
+  }
+  return lean;
+}
+
 }  // namespace
 
 TPages::TPages(const TPageFolders& folders) {
@@ -51,8 +67,7 @@ TPages::TPages(const TPageFolders& folders) {
     const char* const type = TypeOf(it->path());
     if (!type || !it->is_regular_file(error)) continue;
     if (TResult<std::string> body = ReadFile(it->path()))
-      Add(std::string(kBelow) + it->path().lexically_relative(folders.Console).generic_string(), type,
-          std::move(*body));
+      Add(std::string(kBelow) + it->path().lexically_relative(folders.Console).generic_string(), type, Lean(*body));
   }
   if (const auto index = FPages.find("/console/index.html"); index != FPages.end()) FPages["/"] = index->second;
   for (const char* const name : {"dygraph.min.js", "dygraph.min.css"})

@@ -2,7 +2,7 @@
 // once, when the server is made, so that no request waits for a disk; what is not among them is not served.
 //
 //   /                          console/index.html
-//   /console/NAME              console/NAME: .html .js .css .svg
+//   /console/NAME              console/NAME: .html .js .css .svg, without indentation and lines of comment
 //   /console/texts/LANG.json   of the catalogue LANG the messages that stand as literals in the console's scripts
 //   /console/dygraph.min.js    the plots' script, and its style sheet
 //

@@ -1,13 +1,17 @@
 // The console's files as they are served: which there are, and that nothing else is to be had by their paths.
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <string>
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
+#include "controller/StateFolder.h"
 #include "controller/wire/Pages.h"
 #include "fixture/TempDir.h"
+#include "ixocamglue/support/Files.h"
 
 namespace ixocamglue::test {
 using namespace ixocontroller;
@@ -21,7 +25,7 @@ class Pages : public testing::Test {
   Pages() {
     Write("console/index.html", "<!doctype html>");
     Write("console/app.js", "tr(\"Stop\"); mark(\"a \\\"quoted\\\" one\"); 'Not this one'; // Nor this one");
-    Write("console/pages/gas.css", "h1 {}");
+    Write("console/pages/gas.css", "  h1 {}\n\n  // gas\n    p {}");
     Write("console/icon.svg", "<svg/>");
     Write("console/notes.txt", "of no type that is served");
     Write("console/library.min.js", "\"Of somebody else\"");
@@ -50,7 +54,7 @@ TEST_F(Pages, EachFileHasItsTypeItsPolicyAndATagThatSpeaksForItsContent) {
     const char *Path, *Type, *Body;
   } kFiles[] = {{"/", "text/html; charset=utf-8", "<!doctype html>"},
                 {"/console/index.html", "text/html; charset=utf-8", "<!doctype html>"},
-                {"/console/pages/gas.css", "text/css; charset=utf-8", "h1 {}"},
+                {"/console/pages/gas.css", "text/css; charset=utf-8", "h1 {}\n\n\np {}"},
                 {"/console/icon.svg", "image/svg+xml", "<svg/>"},
                 {"/console/dygraph.min.js", "text/javascript; charset=utf-8", "plots"}};
   for (const auto& file : kFiles) {
@@ -108,6 +112,22 @@ TEST_F(Pages, SaysWhatIsMissingWhereNoFilesAreInstalled) {
     EXPECT_EQ(reply.Status, 404);
     EXPECT_THAT(reply.Body, HasSubstr("its files are missing where the program is installed"));
   }
+}
+
+// What a browser fetches of the console; and what its being served line by line relies on.
+TEST(ConsoleFiles, AreSmallAndNoTextGoesOverSeveralLines) {
+  const std::filesystem::path folder = ShareFolder() / "console";
+  const TPages pages({.Console = folder, .Locale = {}, .Plots = {}});
+  std::size_t served = 0;
+  for (const auto& file : std::filesystem::recursive_directory_iterator(folder)) {
+    if (!file.is_regular_file()) continue;
+    served += pages.Answer("/console/" + file.path().lexically_relative(folder).generic_string(), {}).Body.size();
+    if (file.path().extension() != ".js") continue;
+    std::istringstream lines(ReadFile(file.path()).OrThrow(pbUnusable));
+    for (std::string line; std::getline(lines, line);) EXPECT_EQ(std::ranges::count(line, '`') % 2, 0) << line;
+  }
+  EXPECT_GT(served, 100'000U);
+  EXPECT_LE(served, 250'000U);
 }
 
 }  // namespace
