@@ -241,7 +241,7 @@ TEST_F(Wire, ServesTheConsoleToAnybodyAtThisMachineAndOnlyToBeRead) {
   EXPECT_EQ(Tcp().Ask(Request("GET /", known)).Status, 304);
   EXPECT_EQ(Tcp().Ask(Request("GET /console/%2e%2e/locale/zh.json")).Status, 404);
   EXPECT_EQ(Tcp().Ask("GET / HTTP/1.1\r\nHost: evil.example\r\n\r\n").Status, 421);
-  EXPECT_EQ(Tcp().Ask(Request("POST /console/app.js", "", "{}")).Status, 404);
+  EXPECT_EQ(Tcp().Ask(Request("POST /console/app.js", "", "{}")).Status, 405);
 }
 
 TEST_F(Wire, AsksOnceHoweverOftenTheSameKeyIsSent) {
