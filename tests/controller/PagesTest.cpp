@@ -94,6 +94,7 @@ TEST_F(Pages, NothingElseIsToBeHadByWhateverPath) {
     EXPECT_THAT(reply.Body, Not(HasSubstr("beside the console"))) << target;
   }
   TApiRequest asked;
+  EXPECT_TRUE(ReadTarget("/console/app.js%00", asked)) << "refused before it is looked for";
   ASSERT_FALSE(ReadTarget("/console/app.js?v=1#top", asked));
   EXPECT_EQ(pages.Answer(asked.Path, {}).Status, 200);
   for (const char* const path : {"/console", "/consoles/app.js", "/api/v1/status", "//console/app.js", "/secret.js"})
