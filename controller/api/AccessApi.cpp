@@ -117,7 +117,6 @@ TApiReply LeaseReply(TLease& lease, const std::string& id) {
                 {"holder", lease.Holder() ? TJson(lease.Holder()->Name) : TJson()},
                 {"leftMs", lease.LeftMs(now)},
                 {"serverMs", now}};
-  reply.Leased = !id.empty();
   return reply;
 }
 
