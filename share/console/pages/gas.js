@@ -14,6 +14,7 @@ const kMethods = [
   {value: "exact", text: mark("exact: the usual points")},
   {value: "refined", text: mark("refined: more points where the curve bends")},
 ];
+const kSameBar = 1e-3;  // less is one and the same curve, written with fewer digits
 const saved = kept("gas", {gases: [], nozzle: "", method: "exact", gas: "", live: {}, from: ""});
 
 const nozzleText = ({nozzle, size}) => nozzle + " " + size;
@@ -282,7 +283,10 @@ class GasPage {
       goOnFrom(this.stored);
       say(problem ?? messages.at(-1) ?? tr("The table is in use"));
     });
-    const inUse = (row) => largestDifference(ofGas(this.gas.branches, row.gas)?.table.points ?? [], row.points) < 1e-3;
+    const inUse = (row) => {
+      const difference = largestDifference(ofGas(this.gas.branches, row.gas)?.table.points ?? [], row.points);
+      return difference !== null && difference < kSameBar;
+    };
     replace(this.stored, heading, table(tr("One table for each gas and nozzle"), [
       {title: tr("Gas"), cell: (row) => this.nameOf(row.gas)},
       {title: tr("Nozzle"), cell: nozzleText},
