@@ -159,7 +159,8 @@ class TTour {
     settings.Language = FOptions.Language;
     for (const auto end = start + kReadyWithin;;) {
       const std::optional<int> ended = child->Wait(kPollEvery);
-      if (const TAttachment attachment(settings); !ended && attachment.Client()) break;
+      // It can be found a moment before it has said so.
+      if (const TAttachment attachment(settings); !ended && attachment.Client() && !LastLine(SaidFile()).empty()) break;
       if (ended || TSteady::now() >= end)
         throw EProblem(pbUnusable, TProblem{.What = Tr("the controller has not started"),
                                             .Where = SaidFile().string(),
