@@ -31,7 +31,8 @@ struct TRunSettings : TControllerSettings, TRunTriggers {
 // For help pages; shown through Tr.
 inline constexpr const char* kTimesNote = TrMark(
     "Times are those of the simulated machine, which run as fast as the computer can unless --realtime is given.\n"
-    "A controller that runs has its own clock, seed and log: --realtime, --seed, --db and --trace change nothing there.");
+    "A controller that runs has its own clock, seed and log: --realtime, --seed, --db and --trace change nothing "
+    "there.");
 
 // The options of the controller, and all else that a run has.
 void AddRunSettings(CLI::App& command, TRunSettings& settings);
