@@ -8,6 +8,7 @@
 #include "controller/service/RealTime.h"
 #include "controller/service/Service.h"
 #include "ixocamglue/platform/services/Log.h"
+#include "ixocamglue/support/Faults.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
 
@@ -62,9 +63,17 @@ TJobs::TJobs(TService& service) : FService(service) {
     return id;
   });
   runner.OnEnd([this](const TRunRecordPtr& record) {
-    if (FHistory) FHistory->End(HistoryOf(*record));
-    FContinue.Ended(static_cast<std::int64_t>(record->Id), record->Report.End.Name, record->Report.Steps, record->Last);
-    if (FQueue) FQueue->RunEnded(record->Id, record->Report.End.Name, record->Report.Problem);
+    const TRunReport& report = record->Report;
+    TTryAll tryAll;  // a queue that does not hear of it would wait for ever
+    tryAll([&] {
+      if (FHistory) FHistory->End(HistoryOf(*record));
+    });
+    tryAll(
+        [&] { FContinue.Ended(static_cast<std::int64_t>(record->Id), report.End.Name, report.Steps, record->Last); });
+    tryAll([&] {
+      if (FQueue) FQueue->RunEnded(record->Id, report.End.Name, report.Problem);
+    });
+    tryAll.Rethrow();
   });
 }
 
