@@ -268,7 +268,13 @@ void TNotifications::Look() {
   }
   std::size_t told = 0;
   std::size_t left = 0;
-  for (const TServiceEvent& event : FEvents.Read(FSeen).Events) {
+  const TEventRing::TRead read = FEvents.Read(FSeen);
+  if (read.MissedFrom != 0)
+    LogMsg(lkWarning, 0,
+           Format(Tr("nobody was told of the events %llu to %llu: too much has happened meanwhile"),
+                  static_cast<unsigned long long>(read.MissedFrom), static_cast<unsigned long long>(read.MissedTo)),
+           "TNotifications");
+  for (const TServiceEvent& event : read.Events) {
     FSeen = event.Number;
     for (const TTellKind& kind : kTellKinds) {
       if (std::string_view(EventName(event.Kind)) != kind.Kind) continue;
