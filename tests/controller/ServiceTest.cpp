@@ -204,8 +204,7 @@ TEST(Service, ARoundThatFailsIsToldAndTheNextOneComes) {
   const std::uint64_t number = world.Service.Status()->Number;
   EXPECT_TRUE(Comes([&] { return world.Service.Status()->Number > number + 2; }));
   EXPECT_EQ(world.Service.Faults(), 1U);
-  EXPECT_TRUE(
-      Comes([&] { return world.Ask("GET", "log").Body.dump().find("nobody hears it") != std::string::npos; }));
+  EXPECT_TRUE(Comes([&] { return world.Ask("GET", "log").Body.dump().find("nobody hears it") != std::string::npos; }));
 }
 
 TEST(Service, TasksAreDoneInOrderAlsoThoseBeforeTheEndAndNoneBehindIt) {
