@@ -164,22 +164,6 @@ TEST_F(DesksApi, OneCalibrationFollowsAnotherAndEachTellsItsProgressAndItsVerdic
   EXPECT_EQ(Good("GET", "gas")["lastRun"], third);
 }
 
-TEST_F(DesksApi, ACalibrationThatAllOffEndsStoresNothingLeavesTheGasOffAndCanBeRepeated) {
-  const nlohmann::json air{{"gases", "Air"}, {"nozzle", "S"}, {"size", 1.5}};
-  const TJson before = Good("GET", "gas/tables?nozzle=S");
-  const std::uint64_t first = Good("POST", "gas/calibrate", air)["id"];
-  ASSERT_TRUE(Comes([&] { return World.Machine().Snapshot().Gas; }));
-  EXPECT_EQ(Ask("POST", "all-off").Status, 202);
-  const TJson report = World.Report(first);
-  EXPECT_EQ(report["outcome"], "stopped") << report.dump();
-  EXPECT_THAT(report["cause"].get<std::string>(), HasSubstr("anna"));
-  EXPECT_FALSE(World.Machine().Snapshot().Gas);
-  EXPECT_EQ(Good("GET", "gas/tables?nozzle=S"), before);
-  Refused(409, "switched off", "POST", "gas/calibrate", air);
-  ASSERT_TRUE(Comes([&] { return Ask("POST", "reset").Status == 200; }));
-  EXPECT_EQ(World.Report(Good("POST", "gas/calibrate", air)["id"])["outcome"], "success");
-}
-
 TEST_F(DesksApi, ARecordingIsMadeByNameReadThinnedOutAndDeleted) {
   for (const char* const name : {"../machine", "a/b", ".hidden", ""})
     EXPECT_EQ(Ask("POST", "recordings", {{"name", name}}).Status, 400) << name;

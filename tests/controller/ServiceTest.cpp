@@ -157,6 +157,22 @@ TEST(Service, AllOffKeepsEverythingStillUntilItIsResetAtTheMachineWithoutACauseT
   EXPECT_EQ(world.Report(world.StartRun({{"procedure", "delay"}, {"params", {{"ms", 1}}}}))["outcome"], "success");
 }
 
+TEST(Service, ACalibrationThatAllOffEndsStoresNothingLeavesTheGasOffAndCanBeRepeated) {
+  TServiceWorld world(false, 20.0, {.Example = true});
+  const nlohmann::json air{{"gases", "Air"}, {"nozzle", "S"}, {"size", 1.5}};
+  const std::uint64_t first = world.Ask("POST", "gas/calibrate", air).Body["id"];
+  ASSERT_TRUE(Comes([&] { return world.Machine().Snapshot().Gas; }));
+  EXPECT_EQ(world.Ask("POST", "all-off").Status, 202);
+  const TJson report = world.Report(first);
+  EXPECT_EQ(report["outcome"], "stopped") << report.dump();
+  EXPECT_THAT(report["cause"].get<std::string>(), HasSubstr("anna"));
+  EXPECT_FALSE(world.Machine().Snapshot().Gas);
+  EXPECT_EQ(world.Ask("GET", "gas/tables?nozzle=S").Body["tables"].size(), 0U);
+  EXPECT_EQ(world.Ask("POST", "gas/calibrate", air).Status, 409);
+  ASSERT_TRUE(Comes([&] { return world.Ask("POST", "reset").Status == 200; }));
+  EXPECT_EQ(world.Ask("POST", "gas/calibrate", air).Status, 201);
+}
+
 TEST(Service, WhatIsKeptIsBounded) {
   TServiceWorld world(false, 1000.0);
   for (std::size_t i = 0; i < TRunner::kKept + 2; ++i)
