@@ -119,7 +119,7 @@ class Controller:
 class Browser:
     """Chromium with a profile of its own, in the language that its user prefers."""
 
-    def __init__(self, language="en", size=(1280, 800), dark=False, script=""):
+    def __init__(self, language="en", size=(1280, 800), dark=False, script="", log=True):
         options = webdriver.ChromeOptions()
         self.language = language
         self.profile = tempfile.mkdtemp(prefix="ixo")
@@ -132,15 +132,19 @@ class Browser:
             arguments.append("--no-sandbox")  # which Chromium refuses to use as root
         for argument in arguments:
             options.add_argument(argument)
-        options.set_capability("goog:loggingPrefs", {"browser": "ALL", "performance": "ALL"})
+        if log:
+            options.set_capability("goog:loggingPrefs", {"browser": "ALL", "performance": "ALL"})
         self.driver = webdriver.Chrome(options=options, service=Service("/usr/bin/chromedriver"))
         self.driver.execute_cdp_cmd("Page.addScriptToEvaluateOnNewDocument", {"source": TELL_VIOLATIONS + script})
-        self.driver.execute_cdp_cmd("Emulation.setDeviceMetricsOverride", {
-            "width": size[0], "height": size[1], "deviceScaleFactor": 1, "mobile": False})
+        self.resize(size)
         if dark:
             self.dark()
         self.expected = []
         self.hosts = set()
+
+    def resize(self, size):
+        self.driver.execute_cdp_cmd("Emulation.setDeviceMetricsOverride", {
+            "width": size[0], "height": size[1], "deviceScaleFactor": 1, "mobile": False})
 
     def dark(self, is_dark=True):
         self.driver.execute_cdp_cmd("Emulation.setEmulatedMedia", {
@@ -184,9 +188,9 @@ class Browser:
     def shown(self, text, within="body"):
         """What can be pressed, with that visible text: the whole of it, or else its beginning."""
         expression = ".//*[self::button or self::a or self::summary or self::label or @role='button' or @role='tab']"
-        place = self.find(within)
-        candidates = place.find_elements(By.XPATH, expression) if place else []
         try:
+            place = self.find(within)
+            candidates = place.find_elements(By.XPATH, expression) if place else []
             texts = [(candidate, " ".join(candidate.text.split())) for candidate in candidates if candidate.is_displayed()]
         except StaleElementReferenceException:
             return None
@@ -203,9 +207,10 @@ class Browser:
 
     # --- doing something ---
 
-    def press(self, text, within="body"):
-        """A button or link by its English text, in the browser's language."""
-        said = self.tr(text)
+    def press(self, text, within="body", own=True):
+        """A button or link by its text, which is English and shown in the browser's language where it is the console's
+        own."""
+        said = self.tr(text) if own else text
 
         def pressed():
             node = self.shown(said, within)
@@ -219,16 +224,16 @@ class Browser:
             return True
         self.wait(pressed, "\"%s\" can be pressed" % said)
 
-    def field(self, label, within="body"):
-        """The field of the label that begins with this English text."""
-        said = self.tr(label)
+    def field(self, label, within="body", own=True):
+        """The field of the label that begins with this text."""
+        said = self.tr(label) if own else label
         return self.wait(lambda: self.js("""
             for (const label of document.querySelector(arguments[1])?.querySelectorAll("label") ?? [])
               if (label.innerText.trim().startsWith(arguments[0]) && label.control?.checkVisibility()) return label.control;
             """, said, within), "there is a field \"%s\"" % said)
 
-    def fill(self, label, text, within="body"):
-        field = self.field(label, within)
+    def fill(self, label, text, within="body", own=True):
+        field = self.field(label, within, own)
         if field.tag_name == "select":
             field.find_element(By.XPATH, "./option[@value=%s or normalize-space(.)=%s]" % ((json.dumps(text),) * 2)).click()
             return
