@@ -137,7 +137,9 @@ TEST(Service, AllOffKeepsEverythingStillUntilItIsResetAtTheMachineWithoutACauseT
   ASSERT_TRUE(Comes([&] { return world.Service.Status()->Machine.LatchTripped; }));
   EXPECT_EQ(world.Service.Status()->Alarms, 2U);  // its own, once, and the latch's
   EXPECT_FALSE(world.Service.Status()->AllowMove);
-  for (const TJson& alarm : world.Ask("GET", "alarms").Body["alarms"]) {
+  const TJson alarms = world.Ask("GET", "alarms").Body["alarms"];
+  EXPECT_EQ(alarms.size(), 2U);
+  for (const TJson& alarm : alarms) {
     EXPECT_EQ(alarm["forbidsMove"], alarm["identifier"] == "TPAllOff#1") << alarm;
     EXPECT_TRUE(alarm["forbidsLaser"]) << alarm;
   }
