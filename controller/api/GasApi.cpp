@@ -7,6 +7,7 @@
 #include "controller/api/Body.h"
 #include "controller/gas/GasReport.h"
 #include "controller/service/GasDesk.h"
+#include "ixocamglue/platform/services/LocaleManager.h"
 
 namespace ixocontroller {
 namespace {
@@ -75,7 +76,7 @@ TApiReply ShowVerdict(TService& service, const TApiRequest& request) {
     const std::vector<TGasFinding> findings = JudgeGas(gas);  // in the language of who asks
     good = good && !gas.Stopped && !FirstBad(findings);
     gases.push_back({{"gas", gas.Name},
-                     {"text", ShownGas(gas.GasType)},
+                     {"text", Retold(ShownGas(gas.GasType))},
                      {"stopped", gas.Stopped},
                      {"good", !gas.Stopped && !FirstBad(findings)},
                      {"findings", FindingsJson(findings)}});

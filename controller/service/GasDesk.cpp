@@ -22,7 +22,7 @@ constexpr std::int32_t kGasTypes = 6;
 TJson BranchJson(std::int32_t gas, const TGasBranchConfig& branch, const TZemGasAdjustModel& model) {
   return {{"gas", GasName(gas)},
           {"type", gas},
-          {"text", ShownGas(gas)},
+          {"text", Retold(ShownGas(gas))},
           {"calibratable", model.CheckGasValid(gas)},
           {"analogPort", branch.GetDAPort()},
           {"maxPressureBar", branch.GetMaxPressure()},
