@@ -2,7 +2,6 @@
 
 #include <cstring>
 #include <poll.h>
-#include <ranges>
 
 #include "bench/wire/Links.h"
 #include "controller/procedures/StepWatch.h"
@@ -135,7 +134,8 @@ void MeasureStops(int rounds) {
     TStopBench bench;
     const std::vector<TStepSpan> steps = bench.WholeRun(kList);
     const auto leaf = [&](std::size_t i) { return i + 1 == steps.size() || steps[i + 1].Level <= steps[i].Level; };
-    const auto leaves = std::ranges::count_if(std::views::iota(std::size_t{0}, steps.size()), leaf);
+    std::size_t leaves = 0;
+    for (std::size_t i = 0; i < steps.size(); ++i) leaves += leaf(i) ? 1U : 0U;
     for (const char* const path : {"stop", "all-off"}) {
       TStopTimes times;
       for (int round = 0; round < rounds; ++round) {
@@ -149,7 +149,7 @@ void MeasureStops(int rounds) {
           bench.StopAt(rest, i - first + 1, path, times);
         }
       }
-      Print(Format("%s from each of %zu steps", path, static_cast<std::size_t>(leaves)), times);
+      Print(Format("%s from each of %zu steps", path, leaves), times);
     }
   }
   TStopBench bench(60'000);

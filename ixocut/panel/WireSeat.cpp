@@ -71,7 +71,7 @@ bool TWireSeat::ActsWhileHeld(TKeyCode key) const { return IsHeldCommand(FComman
 
 void TWireSeat::Press(TKeyCode key) {
   if (key == CK_EGYSTOP) FEmergencyMs = Clock().MonotonicMs();
-  Do({TAction::Press, key});
+  Do({TAction::acPress, key});
   // At once, whatever the controller is busy with.
   if (key == CK_EGYSTOP || key == CK_STOP) (void)FStops.Post("/api/v1/stop");
 }
@@ -141,21 +141,21 @@ void TWireSeat::Run() {
 
 void TWireSeat::Carry(const TAction& action) {
   switch (action.Kind) {
-    case TAction::Again:
+    case TAction::acAgain:
       LookAt(FKeys->Panel());
       if ((FOn & KeyBit(action.Key)) == 0) return;
       [[fallthrough]];
-    case TAction::Press:
+    case TAction::acPress:
       if (THeldKeys::NeedsLease(action.Key)) TakeControl();
       (void)FKeys->Press(action.Key);
       if (action.Key == CK_EGYSTOP) FEmergencyMs = 0;
       break;
-    case TAction::Release: FKeys->Release(); break;
-    case TAction::Reset:
+    case TAction::acRelease: FKeys->Release(); break;
+    case TAction::acReset:
       TakeControl();
       (void)FClient.Post("/api/v1/reset");
       break;
-    case TAction::Form: {
+    case TAction::acForm: {
       TakeControl();
       LookAt(FKeys->Panel());
       std::string form;

@@ -51,18 +51,18 @@ class TWireSeat final : public IPanelSeat {
 
   [[nodiscard]] bool ActsWhileHeld(TKeyCode key) const override;
   void Press(TKeyCode key) override;
-  void PressAgain(TKeyCode key) override { Do({TAction::Again, key}); }
-  void Release(TKeyCode key) override { Do({TAction::Release, key}); }
-  void ResetByHand() override { Do({TAction::Reset, {}}); }
+  void PressAgain(TKeyCode key) override { Do({TAction::acAgain, key}); }
+  void Release(TKeyCode key) override { Do({TAction::acRelease, key}); }
+  void ResetByHand() override { Do({TAction::acReset, {}}); }
   void SwitchAlt() override;
-  void NextForm() override { Do({TAction::Form, {}}); }
+  void NextForm() override { Do({TAction::acForm, {}}); }
   void Alive() override;
   [[nodiscard]] TPanelView View() override;
   void Leave() override;
 
  private:
   struct TAction {
-    enum TKind : std::uint8_t { Press, Again, Release, Reset, Form } Kind = Press;
+    enum TKind : std::uint8_t { acPress, acAgain, acRelease, acReset, acForm } Kind = acPress;
     TKeyCode Key{};
   };
   using TJson = nlohmann::ordered_json;
