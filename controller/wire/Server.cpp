@@ -340,11 +340,6 @@ void TWireServer::TCore::Tick() {
   });
   const std::uint64_t nowMs = RealMs();
   if (FSign) FSign->Beat();
-  // First, as what follows may throw for want of memory.
-  FTimer.expires_after(std::chrono::milliseconds(FHub.Feeds() != 0 ? TEventHub::kRoundMs : kWatchMs));
-  FTimer.async_wait([this](const boost::system::error_code& error) {
-    if (!error) Tick();
-  });
   if (FHub.Feeds() != 0) FHub.Pump(nowMs);
   if (nowMs - FWatchedMs >= kWatchMs) {
     FWatchedMs = nowMs;
