@@ -65,7 +65,6 @@ std::size_t TRunRecord::Bytes() const {
 
 namespace {
 
-// In the language of who asks, as far as the texts are in the catalogue by themselves.
 // Of "Nozzle change, 9/25 Check: raise the stage" the names.
 std::string RetoldPlace(const std::string& place) {
   constexpr std::string_view between = ", ";
@@ -81,6 +80,7 @@ std::string RetoldPlace(const std::string& place) {
   return told;
 }
 
+// In the language of who asks, as far as the texts are in the catalogue by themselves.
 TRunReport RetoldReport(TRunReport report) {
   for (TStepSpan& step : report.Steps) step.Desc = Retold(step.Desc);
   report.End.Words = Retold(report.End.Words);
