@@ -81,6 +81,7 @@ TProblem NeedsRole(TRole role, const TAsker& who) {
 TApiReply Fail(int status, const TProblem& problem) {
   TApiReply reply;
   reply.Status = status;
+  reply.ContentType = "application/problem+json";
   reply.Body = {{"type", "about:blank"}, {"title", TitleOf(status)}, {"status", status},   {"detail", problem.Text()},
                 {"what", problem.What},  {"where", problem.Where},   {"why", problem.Why}, {"remedy", problem.Remedy}};
   return reply;

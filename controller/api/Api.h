@@ -26,8 +26,8 @@ struct TApiRequest {
 
 struct TApiReply {
   int Status = 200;
-  nlohmann::ordered_json Body;    // from 400 on a problem by RFC 9457, made by Fail; application/problem+json
-  std::string Text, ContentType;  // instead of Body where ContentType is set
+  nlohmann::ordered_json Body;    // of Fail a problem by RFC 9457, application/problem+json
+  std::string Text, ContentType;  // Text: where Body is null; ContentType: empty for a Body of application/json
   std::string ETag;               // with its quotation marks
   std::string SetCookie;
   std::uint32_t RetryAfterS = 0;  // with 429

@@ -98,13 +98,13 @@ TWireReply ToWire(TApiReply reply) {
   wire.SetCookie = std::move(reply.SetCookie);
   wire.RetryAfterS = reply.RetryAfterS;
   wire.Leased = reply.Leased;
-  if (!reply.ContentType.empty()) {
-    wire.ContentType = std::move(reply.ContentType);
+  wire.ContentType = std::move(reply.ContentType);
+  if (reply.Body.is_null()) {
     wire.Body = std::move(reply.Text);
-  } else if (!reply.Body.is_null()) {
-    wire.ContentType = reply.Status >= 400 ? kProblemType : kJsonType;
-    wire.Body = reply.Body.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    return wire;
   }
+  if (wire.ContentType.empty()) wire.ContentType = kJsonType;
+  wire.Body = reply.Body.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
   return wire;
 }
 

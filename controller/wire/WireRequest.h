@@ -13,7 +13,6 @@
 namespace ixocontroller {
 
 inline constexpr const char* kJsonType = "application/json";
-inline constexpr const char* kProblemType = "application/problem+json";
 inline constexpr const char* kEventsType = "text/event-stream";
 inline constexpr std::size_t kMostDepth = 64;  // of a body's arrays and objects
 

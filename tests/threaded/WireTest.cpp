@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <chrono>
 #include <filesystem>
+#include <future>
 #include <memory>
 #include <netinet/in.h>
 #include <optional>
@@ -295,6 +296,17 @@ TEST_F(Wire, SurvivesEveryPlaceAtWhichARequestIsCut) {
   for (std::size_t length = 0; length < whole.size(); ++length) Unix().Send(whole.substr(0, length));
   for (int i = 0; i < 20; ++i) Tcp().Send(Get("status") + Get("status"));  // gone before its answers
   EXPECT_FALSE(Leased());
+}
+
+TEST_F(Wire, HealthSaysInItsOwnShapeThatTheControllerDoesNotLive) {
+  std::promise<void> goOn;
+  ASSERT_TRUE(World.Service.Post([held = goOn.get_future().share()] { held.wait(); }));
+  TClient client = Tcp();
+  TAnswer answer;
+  EXPECT_TRUE(Comes([&] { return (answer = client.Ask(Get("health"))).Status == 503; }));
+  goOn.set_value();
+  EXPECT_THAT(answer.Head, HasSubstr("Content-Type: application/json\r\n"));
+  EXPECT_THAT(answer.Body, HasSubstr("\"lives\":false"));
 }
 
 // --- events ---
