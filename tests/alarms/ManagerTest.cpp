@@ -282,6 +282,7 @@ TEST(NcAlarmPackage, SourcesAreAskedAndTheirAlarmsEndWithThem) {
   package.ClearAll();
   EXPECT_EQ(standing(), TTexts{"its own text"}) << "the condition lasts";
   package.ResetAlarms();
+  EXPECT_TRUE(package.AllowCut()) << "at once";
   EXPECT_EQ(standing(), TTexts{});
   source.Set(2, true);
   EXPECT_EQ(standing(), TTexts{"cut"});

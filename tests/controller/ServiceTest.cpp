@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include "fixture/ServiceWorld.h"
+#include "ixocamglue/platform/alarms/NcSimpleAlarmSource.h"
 
 namespace ixocamglue::test {
 namespace {
@@ -158,6 +159,20 @@ TEST(Service, AllOffKeepsEverythingStillUntilItIsResetAtTheMachineWithoutACauseT
   EXPECT_EQ(reset(TServiceWorld::Operator()).Status, 200);
   EXPECT_FALSE(world.Service.IsAllOff());
   EXPECT_EQ(world.Report(world.StartRun({{"procedure", "delay"}, {"params", {{"ms", 1}}}}))["outcome"], "success");
+}
+
+TEST(Service, OneResetIsEnoughForAnAlarmWhoseCauseIsOver) {
+  TNcSimpleAlarmSource door("TPDoor", {{1, naForbidLaser, "the door is open"}});
+  TServiceWorld world(false, 1.0);
+  TNcAlarmManager& alarms = world.Service.Controller().Alarms();
+  alarms.AddSource(door);
+  door.Set(1, true);
+  ASSERT_TRUE(Comes([&] { return !alarms.AllowLaser(); }));
+  world.Machine().LaserDevice().Trip("by hand");
+  ASSERT_TRUE(Comes([&] { return world.Service.Status()->Machine.LatchTripped; }));
+  const TApiReply reset = world.Ask("POST", "reset");
+  EXPECT_EQ(reset.Status, 200) << reset.Body;
+  EXPECT_EQ(world.Machine().LaserDevice().LatchReason(), nullptr);
 }
 
 TEST(Service, ACalibrationThatAllOffEndsStoresNothingLeavesTheGasOffAndCanBeRepeated) {

@@ -102,7 +102,10 @@ std::vector<TNcAlarmRecord> TNcAlarmManager::Registered() {
 
 void TNcAlarmManager::ResetAlarms() {
   TGuard guard(FSourcesLock);
-  for (const auto& source : FSources) source->Reset();
+  for (const auto& source : FSources) {
+    source->Reset();
+    source->Update();
+  }
 }
 
 // --- raises and clears ---

@@ -61,14 +61,14 @@ class TNcAlarmManager : public TNcAlarms {
   // before the first raise.
   void OnRaised(TNcAlarmEvent::THandler told) { FOnRaised = std::move(told); }
 
-  // Sources are asked from the event thread. Not owned; removing waits for a call in flight and clears what the source
-  // raised. The caller holds no lock that the source's operations take.
+  // Sources are asked from the event thread and by ResetAlarms. Not owned; removing waits for a call in flight and
+  // clears what the source raised. The caller holds no lock that the source's operations take.
   void AddSource(INcAlarmSource20& source);
   void RemoveSource(INcAlarmSource20& source);
   // What the sources have registered: prefix, number and attributes of each.
   [[nodiscard]] std::vector<TNcAlarmRecord> Registered();
-  // The operator's reset: every source is told to reset each alarm that it has raised. A source clears when its next
-  // report says so.
+  // The operator's reset: every source is told to reset each alarm that it has raised, and asked for its report at
+  // once, on the caller's thread. What that still reports stands.
   void ResetAlarms();
 
   // The read bracket; may be nested. Inside it the records stand still.

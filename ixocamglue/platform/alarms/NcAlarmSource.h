@@ -1,5 +1,5 @@
-// Port: a source of alarms, and what the alarm package offers it. The package asks the source from its own thread; a
-// source answers without waiting for its device.
+// Port: a source of alarms, and what the alarm package offers it. The package asks the source from its own thread, and
+// from that of who resets, never from both at once; a source answers without waiting for its device.
 #pragma once
 
 #include <cstdint>

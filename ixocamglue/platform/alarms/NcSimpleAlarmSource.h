@@ -49,7 +49,7 @@ class TNcSimpleAlarmSource final : public INcAlarmSource20 {
   const std::string FPrefix;
   TCriticalSection FLock;
   std::map<std::int32_t, TCondition> FConditions IXO_GUARDED_BY(FLock);
-  // The package's thread: what this report says. It is said without the lock, since the report asks for descriptions;
+  // The thread's that asks: what this report says. It is said without the lock, since the report asks for descriptions;
   // kept, so that a report allocates nothing.
   std::vector<std::pair<std::int32_t, TWord>> FWords;
 };
