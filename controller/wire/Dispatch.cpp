@@ -74,7 +74,7 @@ void TWireDispatch::Serve(const TPeer& peer, TWireRequest request, TReplies repl
     };
   }
   if (refused) return replies.Answer(std::move(*refused));
-  if (asked.Request.Path == kEventsPath && request.Method == "GET") return Follow(asked, replies);
+  if (asked.Request.Path == kEventsPath && request.Method == "GET") return Follow(asked, request, replies);
   if (asked.Request.Path == kEventsPath) return replies.Answer({.Status = 200, .Body = {}, .ContentType = kEventsType});
   if (asked.Request.Path == kOpenApiPath) return replies.Answer(OpenApi());
   if (TPages::Owns(asked.Request.Path)) return replies.Answer(FPages.Answer(asked.Request.Path, request.IfNoneMatch));
@@ -138,11 +138,15 @@ std::optional<TWireReply> TWireDispatch::CheckWho(const TWireRequest& request, T
 
 // --- who answers ---
 
-void TWireDispatch::Follow(const TAsked& asked, const TReplies& replies) {
+void TWireDispatch::Follow(const TAsked& asked, const TWireRequest& request, const TReplies& replies) {
   TResult<TFeedWish> wish = ReadFeedWish(asked.Request.Query);
   if (!wish) return replies.Answer(Refuse(400, wish.Problem()));
   wish->Language = asked.Request.Language;
-  replies.Follow(std::move(*wish));
+  replies.Follow(std::move(*wish), [this, peer = asked.Peer, by = asked.Request.Who.By,
+                                    authorization = request.Authorization, cookie = request.Cookie] {
+    const TJudged now = FService.Access().Judge(peer, authorization, cookie);
+    return now.Ok() && now.Who.By == by;
+  });
 }
 
 void TWireDispatch::ServeOnce(TAsked asked, const TWireRequest& request, TAnswer answer) {

@@ -28,10 +28,11 @@ class TWireDispatch {
 
   TWireDispatch(TApi& api, TService& service, TDispatchOptions options);
 
-  // `Answer` is called once, now or later, or `Follow` now.
+  // `Answer` is called once, now or later, or `Follow` now. `may`: whether the token or session that was shown is still
+  // good; asked on the same thread, while this lives.
   struct TReplies {
     TAnswer Answer;
-    std::function<void(TFeedWish)> Follow;
+    std::function<void(TFeedWish, std::function<bool()> may)> Follow;
   };
   void Serve(const TPeer& peer, TWireRequest request, TReplies replies);
 
@@ -43,7 +44,7 @@ class TWireDispatch {
   [[nodiscard]] std::optional<TWireReply> CheckWho(const TWireRequest& request, TAsked& asked);
   void ServeOnce(TAsked asked, const TWireRequest& request, TAnswer answer);
   void Ask(TAsked asked, TAnswer answer);
-  void Follow(const TAsked& asked, const TReplies& replies);
+  void Follow(const TAsked& asked, const TWireRequest& request, const TReplies& replies);
   [[nodiscard]] TWireReply OpenApi() const;
 
   TApi& FApi;

@@ -134,7 +134,7 @@ class TWireServer::TCore final : public IWireDesk {
 
   void Serve(TWireSession& session, TWireRequest request) override;
   void Ended(TWireSession& session) override;
-  void Follow(TWireSession& session, TFeedWish wish);
+  void Follow(TWireSession& session, TFeedWish wish, std::function<bool()> may);
 
   void Run();
   void Tick();
@@ -293,9 +293,9 @@ void TWireServer::TCore::Serve(TWireSession& session, TWireRequest request) {
     if (keptMs != 0) open->KeptUntilMs = std::max(open->KeptUntilMs, RealMs() + keptMs);
     open->Answer(std::move(reply));
   };
-  const auto follow = [this, asker, lastId = request.LastEventId](TFeedWish wish) {
+  const auto follow = [this, asker, lastId = request.LastEventId](TFeedWish wish, std::function<bool()> may) {
     wish.LastId = lastId;
-    if (const auto open = asker.lock()) Follow(*open, std::move(wish));
+    if (const auto open = asker.lock()) Follow(*open, std::move(wish), std::move(may));
   };
   try {
     FDispatch->Serve(session.Peer(), std::move(request), {answer, follow});
@@ -304,7 +304,7 @@ void TWireServer::TCore::Serve(TWireSession& session, TWireRequest request) {
   }
 }
 
-void TWireServer::TCore::Follow(TWireSession& session, TFeedWish wish) {
+void TWireServer::TCore::Follow(TWireSession& session, TFeedWish wish, std::function<bool()> may) {
   if (FHub.Feeds() >= Options.Limits.Feeds) {
     TWireReply reply = Refuse(503, {.What = Format(Tr("%zu connections follow the events already"), FHub.Feeds()),
                                     .Where = {},
@@ -318,7 +318,7 @@ void TWireServer::TCore::Follow(TWireSession& session, TFeedWish wish) {
       if (const auto open = follower.lock()) open->SendEvents();
     });
   };
-  session.Follow(FHub.Open(std::move(wish), RealMs(), more));
+  session.Follow(FHub.Open(std::move(wish), RealMs(), more), std::move(may));
   Tick();
 }
 

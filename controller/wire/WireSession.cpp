@@ -109,6 +109,7 @@ struct TWireSession::TParts {
   std::optional<TWireParser> Parser;
   std::string Out;
   std::shared_ptr<TEventFeed> Feed;
+  std::function<bool()> MayFollow;
   TWireStage Stage = TWireStage::wsIdle;
   std::uint64_t StageMs = RealMs();  // since when
   std::uint64_t UsedMs = RealMs();
@@ -274,11 +275,12 @@ void TWireSession::TParts::Discard(TWireSession& self) {
 
 // --- events ---
 
-void TWireSession::Follow(std::shared_ptr<TEventFeed> feed) {
+void TWireSession::Follow(std::shared_ptr<TEventFeed> feed, std::function<bool()> may) {
   TParts& my = *FParts;
   if (my.Over || my.Stage != TWireStage::wsAsked) return;
   my.Enter(TWireStage::wsFollowing);
   my.Feed = std::move(feed);
+  my.MayFollow = std::move(may);
   my.Out = Format(
       "HTTP/1.1 200 OK\r\nContent-Type: %s\r\nCache-Control: no-store\r\nX-Accel-Buffering: no\r\n"
       "X-Content-Type-Options: nosniff\r\nConnection: close\r\n\r\n",
@@ -330,7 +332,7 @@ void TWireSession::Watch(std::uint64_t nowMs) {
       return;
     // One that is silent stays as long as little waits for it.
     case TWireStage::wsFollowing:
-      if (my.Feed->Ending() && since >= my.Limits.WriteMs) Close();
+      if ((my.Feed->Ending() && since >= my.Limits.WriteMs) || !my.MayFollow()) Close();
       return;
     case TWireStage::wsEnding:
       if (since >= my.Limits.LingerMs) Close();

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 
 #include <boost/asio/io_context.hpp>
@@ -46,11 +47,12 @@ class TWireSession : public std::enable_shared_from_this<TWireSession> {
 
   void Start();
   void Answer(TWireReply reply);
-  void Follow(std::shared_ptr<TEventFeed> feed);
+  // Until `may` says no more.
+  void Follow(std::shared_ptr<TEventFeed> feed, std::function<bool()> may);
   void SendEvents();  // the feed has something
   // At once; Ended is called once.
   void Close();
-  // Ends what takes too long.
+  // Ends what takes too long, and who may follow no more.
   void Watch(std::uint64_t nowMs);
 
   [[nodiscard]] const TPeer& Peer() const;

@@ -77,6 +77,13 @@ class TClient {
     }
     return FIn;
   }
+  // Whether the other end closes it, what it sends before aside.
+  bool Ends() {
+    while (More()) {
+    }
+    char byte = 0;
+    return ::recv(Fd.Get(), &byte, 1, MSG_DONTWAIT) == 0;
+  }
   TAnswer Ask(const std::string& text) {
     Send(text);
     return Read();
@@ -339,6 +346,31 @@ TEST_F(HastyWire, TellsWhatHappensAndGoesOnBehindTheLastEventThatWasSeen) {
   TClient third = Tcp();
   third.Send(Request("GET /api/v1/events?kinds=state", "Last-Event-ID: 0123456789abcdef-7\r\n"));
   EXPECT_THAT(third.ReadTo("three\"}"), AllOf(HasSubstr("event: epoch"), HasSubstr("one")));
+}
+
+TEST_F(Wire, LetsGoOfAFollowerWhoseTokenIsRevokedOrWhoseSessionEnds) {
+  TAccess& access = World.Service.Access();
+  const std::string token = access.Tokens().Add("kitchen", roViewer).OrThrow(pbUnusable);
+  const TAccess::TLogin login = access.Exchange(TAccess::Stranger({}), access.MakeCode(roViewer));
+  const auto follow = [this](const std::string& header) {
+    TClient client = Tcp();
+    client.Send(Request("GET /api/v1/events?kinds=state", header));
+    client.ReadTo("event: hello");
+    return client;
+  };
+  TClient byToken = follow("Authorization: Bearer " + token + "\r\n");
+  TClient bySession = follow("Cookie: " + login.SetCookie.substr(0, login.SetCookie.find(';')) + "\r\n");
+  TClient byNothing = follow("");
+  ASSERT_TRUE(access.Tokens().Revoke("kitchen"));
+  EXPECT_TRUE(byToken.Ends());
+  AddState(World.Service, "one");
+  EXPECT_THAT(bySession.ReadTo("one\"}"), HasSubstr("one"));
+  TAsker who;
+  who.Session = login.Session.Number;
+  EXPECT_TRUE(access.EndSession(who).Ended);
+  EXPECT_TRUE(bySession.Ends());
+  AddState(World.Service, "two");
+  EXPECT_THAT(byNothing.ReadTo("two\"}"), HasSubstr("two"));
 }
 
 TEST_F(HastyWire, LetsGoOfAClientThatReadsNothingAndSaysFromWhere) {
