@@ -60,10 +60,17 @@ TWireSeat::TWireSeat(TWireClient& client, const std::string& form)
   FThread = std::thread([this] { Run(); });
 }
 
-TWireSeat::~TWireSeat() { Leave(); }
+TWireSeat::~TWireSeat() {
+  try {
+    Leave();
+  } catch (const EProblem&) {  // the controller has gone
+  }
+  if (FThread.joinable()) FThread.join();
+}
 
 void TWireSeat::Leave() {
   FEnd = true;
+  AllOff();  // what waits is not asked any more
   if (FThread.joinable()) FThread.join();
 }
 
@@ -80,12 +87,13 @@ void TWireSeat::SwitchAlt() { Say(Tr("the alt mode is switched on the controller
 
 void TWireSeat::Alive() {
   const std::uint64_t since = FEmergencyMs;
-  if (since != 0 && Clock().MonotonicMs() > since + kEmergencyWithinMs) {
-    FEmergencyMs = 0;
-    (void)FStops.Post("/api/v1/all-off");
-  }
+  if (since != 0 && Clock().MonotonicMs() > since + kEmergencyWithinMs) AllOff();
   TGuard guard(FLock);
   if (FFailure) std::rethrow_exception(FFailure);
+}
+
+void TWireSeat::AllOff() {
+  if (FEmergencyMs.exchange(0) != 0) (void)FStops.Post("/api/v1/all-off");
 }
 
 TPanelView TWireSeat::View() {

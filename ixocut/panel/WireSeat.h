@@ -1,6 +1,7 @@
 // The terminal's panel on the controller that runs. What is asked of it, is asked on a thread of this seat, so that a
 // controller that is slow holds up neither the terminal nor its stop keys: those go out on a connection of their own.
-// Whoever presses takes over control. Leaving stops nothing that runs: held keys come up.
+// Whoever presses takes over control. Leaving stops nothing that runs: held keys come up, and an emergency stop that
+// the panel has not taken yet switches everything off.
 #pragma once
 
 #include <array>
@@ -68,6 +69,7 @@ class TWireSeat final : public IPanelSeat {
   using TJson = nlohmann::ordered_json;
 
   void Do(TAction action);
+  void AllOff();  // where an emergency stop waits, past the panel; throws EProblem
   void Say(const std::string& text);
 
   // The seat's thread.

@@ -19,6 +19,7 @@
 #include "fixture/Waiting.h"
 #include "ixocamglue/platform/ports/CutCommands.h"
 #include "ixocut/client/Child.h"
+#include "ixocut/client/WireClient.h"
 #include "ixocut/panel/TerminalKeys.h"
 #include "machines/simulated/Machine.h"
 
@@ -123,10 +124,13 @@ TEST(PanelTerminal, SitsOnTheControllerThatRunsAndLeavesItRunning) {
   EXPECT_TRUE(program.Shows("LATCHED: emergency stop"));
   program.Type("x");
   EXPECT_TRUE(program.Shows("the emergency stop is reset"));
-  program.Type("q");
+  program.Type("eq");
   EXPECT_TRUE(program.Shows("\x1b[?1049l")) << "the terminal is as it was";
   EXPECT_EQ(program.ExitCode(), 0);
   EXPECT_FALSE(serve.Wait(std::chrono::milliseconds(0)));
+  TWireClient client({.Socket = state.Path() / "controller.sock", .Host = {}}, "", "en");
+  EXPECT_TRUE(Comes([&] { return client.Get("/api/v1/status").at("latched") == true; }))
+      << "an emergency stop is not lost by leaving at once";
 }
 
 TEST(PanelThreaded, RefreshAndPressesFromTwoThreads) {
