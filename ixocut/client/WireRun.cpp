@@ -1,6 +1,7 @@
 #include "ixocut/client/WireRun.h"
 
 #include <chrono>
+#include <thread>
 
 #include "controller/SignalStop.h"
 #include "ixocamglue/support/Format.h"
@@ -38,6 +39,8 @@ class TFollower {
     bool stopped = false;
     for (;;) {
       if (const auto event = events.Next(kEventWaitMs)) Take(*event);
+      // A controller that needs room lets go of who follows: then the run is asked for, as often as events would come.
+      if (events.Ended()) std::this_thread::sleep_for(std::chrono::milliseconds(kEventWaitMs));
       if (TSignalStop::Asked() && !std::exchange(stopped, true)) (void)FClient.Post("/api/v1/stop");
       const auto now = std::chrono::steady_clock::now();
       if (!FEnded && !events.Ended() && now - asked < kAskEvery) continue;
