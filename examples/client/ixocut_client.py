@@ -88,7 +88,8 @@ class Controller:
         try:
             self.connection.request(method, "/api/v1" + path, data, headers)
             response = self.connection.getresponse()
-        except (http.client.RemoteDisconnected, BrokenPipeError):  # an idle connection that was closed
+        except (http.client.RemoteDisconnected, BrokenPipeError, http.client.ImproperConnectionState):
+            # An idle connection that was closed, or one whose last answer was not waited for (Ctrl-C).
             self.connection.close()
             self.connection.request(method, "/api/v1" + path, data, headers)
             response = self.connection.getresponse()

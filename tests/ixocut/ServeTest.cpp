@@ -80,6 +80,15 @@ TEST_F(Serve, EveryCommandTalksToTheOneControllerOfItsStateFolder) {
   EXPECT_EQ(python("IXOCUT_URL='" + socket + "'", "run shot ms=100"), 0) << Read("py.out");
   EXPECT_EQ(python("IXOCUT_URL=" + url, "watch 0"), 0) << Read("py.out");
   EXPECT_NE(python("IXOCUT_URL=" + url + " IXOCUT_TOKEN=wrong", "run shot ms=100"), 0);
+  // A stop gets through although the answer before it was not waited for.
+  for (const char* const part : {"", "c.connection.getresponse();"})
+    EXPECT_EQ(std::system(("cd '" + TestSources() +
+                           "/../examples/client' && python3 -B -c 'import ixocut_client;"
+                           "c = ixocut_client.Controller(\"" +
+                           url + "\"); c.connection.request(\"GET\", \"/api/v1/status\");" + part +
+                           "c.ask(\"POST\", \"/stop\")'")
+                              .c_str()),
+              0);
 
   const TRun watched = Ixocut("watch --for 300 --json");
   EXPECT_EQ(watched.ExitCode, 0) << watched.All();
