@@ -235,20 +235,31 @@ void AddSeedOption(CLI::App& command, std::uint64_t& seed) {
       ->capture_default_str();
 }
 
+namespace {
+
+void AddPath(CLI::App& command, const char* name, std::optional<std::filesystem::path>& value, const char* type,
+             const char* description) {
+  command
+      .add_option_function<std::string>(
+          name, [&value](const std::string& text) { value = text; }, description)
+      ->check(CLI::Validator(
+          [](const std::string& text) { return text.empty() ? std::string(Tr("the name is empty")) : std::string(); },
+          ""))
+      ->type_name(type);
+}
+
+}  // namespace
+
+void AddStateOption(CLI::App& command, std::optional<std::filesystem::path>& state) {
+  AddPath(command, "--state", state, "DIR",
+          Tr("The state folder (default $XDG_STATE_HOME/ixocut or ~/.local/state/ixocut)"));
+}
+
 void AddMachineOptions(CLI::App& command, std::optional<std::filesystem::path>& machine,
                        std::optional<std::filesystem::path>& state) {
-  const auto path = [&](const char* name, std::optional<std::filesystem::path>& value, const char* type,
-                        const char* description) {
-    command
-        .add_option_function<std::string>(
-            name, [&value](const std::string& text) { value = text; }, description)
-        ->check(CLI::Validator(
-            [](const std::string& text) { return text.empty() ? std::string(Tr("the name is empty")) : std::string(); },
-            ""))
-        ->type_name(type);
-  };
-  path("--machine", machine, "FILE", Tr("The machine file to use as it is, instead of the copy in the state folder"));
-  path("--state", state, "DIR", Tr("The state folder (default $XDG_STATE_HOME/ixocut or ~/.local/state/ixocut)"));
+  AddPath(command, "--machine", machine, "FILE",
+          Tr("The machine file to use as it is, instead of the copy in the state folder"));
+  AddStateOption(command, state);
 }
 
 void AddCommands(CLI::App& program, TCommandRun& run) {

@@ -75,6 +75,7 @@ void AddCommands(CLI::App& program, TCommandRun& run);
 // names one with texts, else Chinese.
 void AddLanguageOption(CLI::App& command, std::string& language);
 void AddSeedOption(CLI::App& command, std::uint64_t& seed);
+void AddStateOption(CLI::App& command, std::optional<std::filesystem::path>& state);
 void AddMachineOptions(CLI::App& command, std::optional<std::filesystem::path>& machine,
                        std::optional<std::filesystem::path>& state);
 // An option whose value is a whole number from `lowest` to `highest`.

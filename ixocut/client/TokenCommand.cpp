@@ -100,7 +100,7 @@ void AddTokenCommand(CLI::App& program, TCommandRun& run) {
       command->add_option("--role", options->Role, Tr("viewer, operator or service"))
           ->type_name("ROLE")
           ->capture_default_str();
-    AddMachineOptions(*command, options->Machine, options->State);
+    AddStateOption(*command, options->State);
     AddLanguageOption(*command, options->Language);
     SetHelp(*command, {.Notes = help.Notes, .ExitCodes = help.ExitCodes, .Examples = {example}});
     command->callback([options, action, &run] { run = [options, action] { return action(*options, std::cout); }; });

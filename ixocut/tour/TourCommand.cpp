@@ -1,4 +1,4 @@
-// `ixocut tour`: a working day of a controller in virtual time, in at most 15 s: the program's own commands against a
+// `ixocut tour`: a working day of a controller in virtual time, in a few seconds: the program's own commands against a
 // controller with a state folder and a port of its own, beside whatever else runs.
 #include <algorithm>
 #include <chrono>
@@ -269,7 +269,7 @@ void AddTourCommand(CLI::App& program, TCommandRun& run) {
   tour->add_option("--out", options->Out, Tr("The folder for what it makes (default: tour in the state folder)"))
       ->type_name("DIR");
   AddJsonOption(*tour, options->Json);
-  AddMachineOptions(*tour, options->Machine, options->State);
+  AddStateOption(*tour, options->State);
   AddLanguageOption(*tour, options->Language);
   SetHelp(*tour,
           {.Notes = Tr("Starts a controller of its own in virtual time, with a state folder and a port of its own, and "
