@@ -136,7 +136,8 @@ int RunWatch(TStatusOptions options, std::ostream& out) {
   while (!ixocontroller::TSignalStop::Asked() && (options.ForMs == 0 || TSteady::now() < end)) {
     if (const auto event = events.Next(kWatchWaitMs)) view.Take(*event);
     if (events.Ended())
-      throw EProblem(pbUnusable, {.What = Tr("the controller has ended"), .Where = client.Address().Text()});
+      throw EProblem(pbUnusable,
+                     {.What = Tr("the controller has closed the connection"), .Where = client.Address().Text()});
     view.Show();
   }
   return kExitSuccess;

@@ -133,7 +133,8 @@ void TWireSeat::Run() {
         Say(problem.Problem.Text());
       }
       if (FEvents.Ended())
-        throw EProblem(pbUnusable, {.What = Tr("the controller has ended"), .Where = FClient.Address().Text()});
+        throw EProblem(pbUnusable,
+                       {.What = Tr("the controller has closed the connection"), .Where = FClient.Address().Text()});
       for (auto event = FEvents.Next(action ? 0 : kRoundMs); event; event = FEvents.Next(0)) Take(*event);
       const std::uint64_t now = Clock().MonotonicMs();
       if (now >= FLookAtMs + (FStale ? kStaleEveryMs : kLookEveryMs)) Look();
