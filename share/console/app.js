@@ -113,5 +113,7 @@ window.addEventListener("hashchange", async () => {
   showPage();
 });
 wire.on("connection", (connected) => connected && failed && showPage());
+// Runs are counted anew, and it may have another machine: what a page knows is of the one before.
+wire.on("restarted", showPage);
 wire.start();
 showPage();

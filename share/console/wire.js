@@ -38,6 +38,7 @@ class Wire {
   #answeredAt = 0;
   #renewedAt = 0;
   #lastEventId = "";
+  #epoch = "";  // names the controller's start
   #stream = null;
   #wake = null;
   #wantedRate = 10;
@@ -170,8 +171,9 @@ class Wire {
   // --- listening ---
 
   // kind: state, step, alarm, run, led, signals, log, lease, key, queue of the controller's events; and of the page's own
-  // status (looked at anew), alarms (the standing ones changed), connection, stale, session, stopping (it is on its way),
-  // stopAnswered, stopUnanswered. Answers what ends it.
+  // status (looked at anew), alarms (the standing ones changed), connection, restarted (it is another start of the
+  // controller, perhaps with another machine), stale, session, stopping (it is on its way), stopAnswered, stopUnanswered.
+  // Answers what ends it.
   on(kind, listener) {
     if (!this.#listeners.has(kind)) this.#listeners.set(kind, new Set());
     this.#listeners.get(kind).add(listener);
@@ -323,8 +325,12 @@ class Wire {
       this.#renew();  // which tells whether it still is this page's
     }
     if (kind === "state" || kind === "run") this.#look();
-    if (kind === "missed" || kind === "epoch") this.refresh();
+    if (kind === "missed") this.refresh();
     this.#tell(kind, event);
+    if (kind !== "hello") return;
+    const restarted = this.#epoch && this.#epoch !== event.epoch;
+    this.#epoch = event.epoch;
+    if (restarted) this.#tell("restarted");
   }
 
   // After a change of language: what was told in the other one is asked again.

@@ -71,10 +71,13 @@ class ConnectionTest(fixture.ConsoleTest):
                 controller.end()
                 browser.wait_text(browser.tr("No connection to the controller"), "#notice-lost")
                 browser.wait(lambda: browser.find("#bar.stale"), "what is shown is marked as old")
-                controller.start()  # another one, which knows neither the run nor the session
+                machine = (fixture.SHARE / "machines" / "machine.xml").read_text(encoding="utf-8")
+                (controller.state / "machine.xml").write_text(machine.replace('"S 2.5"', '"S 3.5"'), encoding="utf-8")
+                controller.start()  # another one, which knows neither the run nor the session, of another machine
                 browser.wait(lambda: not browser.find("#notice-lost"), "the connection is back")
                 browser.wait_text(browser.tr("Nothing runs"), "#running")
                 browser.wait(lambda: not browser.find("#bar.stale"), "what is shown is new")
+                browser.wait_text("S 3.5", ".places")
                 browser.wait_text(browser.tr("You can look, stop and switch all off"), "#notices")
                 browser.driver.get(controller.link())  # pasted into the same tab
                 browser.wait(lambda: not browser.find("#notice-viewer"), "the new link lets it in")
