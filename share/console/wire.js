@@ -13,7 +13,7 @@ const kLeaseKey = "lease";
 
 // What the controller refused, or why it could not be asked: `what`, `where`, `why`, `remedy`; `status` 0: no answer.
 // `body`: the whole answer.
-export class Problem extends Error {
+class Problem extends Error {
   constructor(status, body = {}) {
     super(body.detail ?? body.what ?? String(status));
     this.status = status;
@@ -159,7 +159,7 @@ class Wire {
     } catch (problem) {
       if (problem.status === 0) return;
       this.#setLease("");
-      await this.#readLease();
+      await this.#readLease().catch(() => {});
     }
   }
   async #readLease() {
@@ -239,9 +239,23 @@ class Wire {
     this.session = await this.get("session");
     this.#tell("session", this.session);
   }
-  async #readAlarms() {
-    this.alarms = (await this.get("alarms")).alarms;
-    this.#tell("alarms", this.alarms);
+  // One answer after the other: an older one never replaces a newer, and a burst of events is read twice, not each time.
+  #alarmsRead = null;
+  #alarmsDue = false;
+  #readAlarms() {
+    this.#alarmsDue = true;
+    return (this.#alarmsRead ??= this.#readDueAlarms());
+  }
+  async #readDueAlarms() {
+    try {
+      while (this.#alarmsDue) {
+        this.#alarmsDue = false;
+        this.alarms = (await this.get("alarms")).alarms;
+        this.#tell("alarms", this.alarms);
+      }
+    } finally {
+      this.#alarmsRead = null;
+    }
   }
 
   #looking = false;
@@ -319,13 +333,14 @@ class Wire {
     if (!kind) return;
     const event = JSON.parse(data);
     if (kind === "signals" && this.status) this.status = {...this.status, signals: event};
-    if (kind === "alarm") this.#readAlarms();
+    // What is not answered now is read behind the next beginning of the stream.
+    if (kind === "alarm") this.#readAlarms().catch(() => {});
     if (kind === "lease") {
       this.lease = {holder: event.holder, mine: Boolean(this.#leaseId)};
       this.#renew();  // which tells whether it still is this page's
     }
     if (kind === "state" || kind === "run") this.#look();
-    if (kind === "missed") this.refresh();
+    if (kind === "missed") this.refresh().catch(() => {});
     this.#tell(kind, event);
     if (kind !== "hello") return;
     const restarted = this.#epoch && this.#epoch !== event.epoch;
