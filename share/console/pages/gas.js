@@ -31,8 +31,10 @@ class GasPage {
     this.stored = el("section", {class: "card"});
     this.root = root;
     this.plot = null;
+    this.loads = 0;
     this.ends = [
       wire.on("run", (event) => this.told(event)),
+      wire.on("connection", (connected) => connected && this.learnMissed()),
       ...["status", "signals", "stale"].map((kind) => wire.on(kind, () => this.showNow())),
     ];
   }
@@ -44,17 +46,19 @@ class GasPage {
   }
 
   async load() {
+    const mine = ++this.loads;
     const config = (section) => wire.get("config?section=" + section).catch(() => ({properties: {}}));
     const [gas, {tables}, branches, rack, {differences}] = await Promise.all([wire.get("gas"), wire.get("gas/tables"),
       config("GasBranches"), config("NozzleChange"), wire.get("config/diff").catch(() => ({differences: []}))]);
+    const last = gas.lastRun === null ? null : await wire.get("runs/" + gas.lastRun).catch(() => null);
+    if (mine !== this.loads || this.closed) return;
     this.gas = gas;
     this.tables = tables;
+    this.last = last;
     this.nozzles = nozzlesOf(rack.properties, tables);
     // What the machine file had before it was last saved.
     this.former = formerTables(gas.branches, branches.properties, differences);
     this.onlyTables = differences.every(({path}) => path.startsWith("GasBranches/") && path.includes("/DAAdjust"));
-    this.last = gas.lastRun === null ? null : await wire.get("runs/" + gas.lastRun).catch(() => null);
-    if (this.closed) return;
     this.layOut();
     this.showStart();
     this.showNow();
@@ -136,6 +140,13 @@ class GasPage {
       await this.load();
       say(tr("The calibration has ended: %s", outcomeText(event)));
     }
+  }
+
+  // A calibration may have begun or ended while nothing was heard.
+  async learnMissed() {
+    if (!this.gas) return;
+    const {calibrating, lastRun} = await wire.get("gas").catch(() => this.gas);
+    if (calibrating !== this.gas.calibrating || lastRun !== this.gas.lastRun) await this.load();
   }
 
   // The reading at a voltage is the last one before the next voltage is put out.
@@ -254,12 +265,14 @@ class GasPage {
     const heading = el("h2", {}, tr("Verdict"));
     if (this.gas.lastRun === null)
       return replace(this.verdict, heading, el("p", {}, tr("No gas was calibrated since the controller started.")));
+    const mine = this.loads;
     let verdict;
     try {
       verdict = await wire.get("gas/verdict");
     } catch (problem) {
       return replace(this.verdict, heading, problemBox(problem));
     }
+    if (mine !== this.loads) return;
     replace(this.verdict, heading, el("p", {}, tr("Run %s, nozzle %s", verdict.run, nozzleText(verdict))),
       verdict.gases.map(({gas, text, stopped, good, findings}) => {
         const result = ofGas(this.last?.result?.gases ?? [], gas);
