@@ -11,6 +11,7 @@ export class Recording {
     this.name = name;
     this.all = all;  // as it was answered for the whole time
     this.fine = null;  // and for a part of it
+    this.asked = 0;  // for how many parts
     this.shiftMs = 0;  // to where it is shown
   }
 
@@ -30,6 +31,7 @@ export class Recording {
 
   // Reads what is between two times of the plot more finely; false where the points at hand are as fine.
   async refine(window) {
+    const mine = ++this.asked;
     const had = this.fine !== null;
     this.fine = null;
     if (!window || this.all.everyMs === 1) return had;
@@ -37,6 +39,7 @@ export class Recording {
     const toMs = Math.ceil(window[1] * 1000 - this.shiftMs);
     if (toMs <= fromMs) return had;
     const part = await wire.get("recordings/" + this.name + "?points=" + kPoints + "&fromMs=" + fromMs + "&toMs=" + toMs);
+    if (mine !== this.asked) return false;
     this.fine = {...part, fromMs, toMs};
     return true;
   }

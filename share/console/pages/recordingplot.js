@@ -22,7 +22,7 @@ const kPlots = [
 export class RecordingPlot {
   // saved: kept(...) with over, align, zoom, hidden; list: the recordings that there are.
   constructor(root, saved, list) {
-    Object.assign(this, {root, saved, list, plots: [], timer: null});
+    Object.assign(this, {root, saved, list, plots: [], timer: null, asked: 0});
   }
 
   close() {
@@ -32,29 +32,37 @@ export class RecordingPlot {
   }
 
   async open(name) {
+    const mine = ++this.asked;
     replace(this.root, el("p", {class: "aside"}, tr("The recording is being read.")));
     try {
-      this.first = await Recording.read(name);
+      const first = await Recording.read(name);
       const over = this.saved.get("over");
-      this.second = over && over !== name && this.list.some((file) => file.name === over) ? await Recording.read(over) : null;
+      const second = over && over !== name && this.list.some((file) => file.name === over) ? await Recording.read(over) : null;
       const {changed} = this.list.find((file) => file.name === name);
-      this.runs = await this.first.runs(changed, wire.machine?.speed || 1).catch(() => []);
-      await this.align();
-      this.show();
+      const runs = await first.runs(changed, wire.machine?.speed || 1).catch(() => []);
+      if (mine !== this.asked) return;
+      Object.assign(this, {first, second, runs});
+      await this.align(mine);
     } catch (problem) {
       if (!("what" in problem)) throw problem;
-      replace(this.root, problemBox(problem));
+      if (mine === this.asked) replace(this.root, problemBox(problem));
     }
   }
 
-  // Moves the second one so that the first rising edge of the chosen signal is where the first one has it.
-  async align() {
+  // Shows both, the second one moved so that the first rising edge of the chosen signal is where the first one has it.
+  async align(mine = ++this.asked) {
+    const signal = this.second && this.saved.get("align");
+    const [a, b] = signal ? await Promise.all([this.first, this.second].map((recording) => recording.risingEdges(signal))) : [];
+    if (mine !== this.asked) return;
+    this.move(a, b);
+    this.show();
+  }
+
+  // By the edges of the two; undefined where nothing is to be moved.
+  move(a, b) {
     this.aligned = "";
-    if (!this.second) return;
-    const signal = this.saved.get("align");
-    this.second.shiftMs = 0;
-    if (!signal) return;
-    const [a, b] = await Promise.all([this.first, this.second].map((recording) => recording.risingEdges(signal)));
+    if (this.second) this.second.shiftMs = 0;
+    if (!a) return;
     if (a.length === 0 || b.length === 0) {
       this.aligned = tr("One of the two has no such edge: both are shown from their beginnings.");
       return;
@@ -77,10 +85,9 @@ export class RecordingPlot {
     const common = first.signals.filter(({name}) => second?.has(name));
     const align = second && field({name: "align", title: tr("Both begin where this signal first rises"), type: "text",
       choices: common.map(({name, caption}) => ({value: name, text: caption}))}, this.saved.get("align"));
-    align?.input.addEventListener("change", async () => {
+    align?.input.addEventListener("change", () => {
       this.saved.set({align: align.input.value});
-      await this.align();
-      this.show();
+      this.align().catch((problem) => replace(this.root, problemBox(problem)));
     });
     const nodes = kPlots.map((of) => this.plot(of)).filter(Boolean);
     replace(this.root,
