@@ -19,7 +19,9 @@ export function open(root) {
   const show = (tab) => {
     close?.();
     saved.set({tab});
-    close = {standing: openStanding, history: openHistory, statistics: (node) => openHistory(node, true), definitions: openDefinitions}[tab](content);
+    const view = el("div");
+    replace(content, view);
+    close = {standing: openStanding, history: openHistory, statistics: (node) => openHistory(node, true), definitions: openDefinitions}[tab](view);
   };
   const sound = el("input", {type: "checkbox", checked: soundOn(), onchange: () => setSound(sound.checked)});
   replace(root, el("div", {class: "row top"}, tabs(tr("Views"), [

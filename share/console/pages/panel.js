@@ -56,8 +56,10 @@ export function open(root) {
   const show = (tab) => {
     close?.();
     saved.set({tab});
+    const view = el("div");
+    replace(content, view);
     replace(tools);
-    close = tab === "try" ? openTry(content) : openPanel(content, tools);
+    close = tab === "try" ? openTry(view) : openPanel(view, tools);
   };
   replace(root, el("div", {class: "row top"},
     tabs(tr("Views"), [{id: "panel", title: tr("Panel")}, {id: "try", title: tr("Try it")}], saved.get("tab"), show), tools), content);
