@@ -62,10 +62,13 @@ export function openRunning(root) {
       whyNode(run)));
   };
 
-  // Its event was missed.
-  const learnEnd = (id) => {
-    shown = null;
-    wire.get("runs/" + id).then(end, () => {});
+  // Its event was missed; asked again with the next status as long as the end is not known.
+  let learning = false;
+  const learnEnd = async (id) => {
+    if (learning) return;
+    learning = true;
+    await wire.get("runs/" + id).then(end, () => {});
+    learning = false;
   };
 
   const ends = [
