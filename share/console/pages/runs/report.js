@@ -41,16 +41,20 @@ function alarmLine(alarm) {
 }
 
 export function openReport(root, id) {
-  const plots = [];
+  const plots = [];  // zoomed as one
+  const closePlots = () => [...plots].forEach((one) => one.close());
   let closed = false;
   const plotted = el("div");
   const showTrace = async (run) => {
     try {
       const {points} = await wire.get("runs/" + id + "/trace");
       if (closed || points.length < 2) return;
+      closePlots();
       // Every second step of the list stands on a band.
-      const bands = run.steps.filter(({level}) => level === 0).filter((_, i) => i % 2 === 1).map((step) => ({from: step.startMs / 1000, to: (step.startMs + step.durationMs) / 1000}));
-      const plot = (title, labels, rows) => plots.push(new Plot({title, labels, bands, x: tr("Time in s"), kept: kept("runs.trace." + id)}, rows));
+      const bands = (run.steps ?? []).filter(({level}) => level === 0).filter((_, i) => i % 2 === 1)
+        .map((step) => ({from: step.startMs / 1000, to: (step.startMs + step.durationMs) / 1000}));
+      const zoom = kept("runs.trace." + id);
+      const plot = (title, labels, rows) => new Plot({title, labels, bands, x: tr("Time in s"), kept: zoom, group: plots}, rows);
       plot(tr("X and Y"), [tr("X in mm"), tr("Y in mm")], points.map(([ms, x, y]) => [ms / 1000, x, y]));
       plot(tr("Z and focus"), [tr("Z in mm"), tr("Focus in mm")], points.map(([ms, , , z, focus]) => [ms / 1000, z, focus]));
       replace(plotted, plots.map(({node}) => node));
@@ -88,6 +92,6 @@ export function openReport(root, id) {
   return () => {
     closed = true;
     end();
-    for (const one of plots) one.close();
+    closePlots();
   };
 }
