@@ -2,7 +2,7 @@
 
 import {el, goOnFrom, replace, setText} from "../dom.js";
 import {kept} from "../kept.js";
-import {overlay, Plot} from "../plot.js";
+import {Plot} from "../plot.js";
 import {mark, tr} from "../texts.js";
 import {ask, attempt, durationText, field, loadPage, numberText, readAll, say, table, timeText} from "../widgets.js";
 import {wire} from "../wire.js";
@@ -11,7 +11,7 @@ import {RecordingPlot} from "./recordingplot.js";
 const kLookMs = 1000;
 const kLiveRows = 600;
 const kMostValues = 4000;  // signals times seconds of one recording
-const kAxes = ["X", "Y", "Z", "Focus"];  // 1 to 4
+const kAxes = ["X", "Y", "Z", mark("Focus")];  // 1 to 4
 const kAxisSignals = [
   {name: "position", title: mark("Position")},
   {name: "speed", title: mark("Speed")},
@@ -131,7 +131,7 @@ class RecordingsPage {
     };
     replace(this.make, el("h2", {}, tr("Record")),
       boxes(tr("Of the axes"), "signals", of(kAxisSignals)),
-      boxes(tr("Axes"), "axes", kAxes.map((text, i) => ({value: String(i + 1), text}))),
+      boxes(tr("Axes"), "axes", kAxes.map((axis, i) => ({value: String(i + 1), text: tr(axis)}))),
       boxes(tr("Of the machine"), "signals", of(kSignals)), about, el("div", {class: "row"}, name.node, seconds.node),
       el("button", {type: "button", class: "main", onclick: start}, tr("Start recording")));
     tell();
@@ -142,7 +142,7 @@ class RecordingsPage {
     this.done = el("p", {});
     this.rows = {mm: [], bar: []};
     this.plots = {
-      mm: new Plot({title: tr("Position in mm"), x: tr("Time of the machine in s"), labels: kAxes}),
+      mm: new Plot({title: tr("Position in mm"), x: tr("Time of the machine in s"), labels: kAxes.map((axis) => tr(axis))}),
       bar: new Plot({title: tr("Pressure, laser and emission"), x: tr("Time of the machine in s"), stepped: true,
         labels: [tr("Gas pressure in bar"), tr("Laser"), tr("Emission")]}),
     };

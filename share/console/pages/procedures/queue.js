@@ -3,7 +3,7 @@
 import {el, replace} from "../../dom.js";
 import {answerJob, answerText} from "../../questions.js";
 import {mark, tr} from "../../texts.js";
-import {ask, durationText, field, postButton, problemBox, readAll, say, showProblem, table, timeText, withControl} from "../../widgets.js";
+import {ask, durationText, field, problemBox, readAll, say, showProblem, table, timeText, withControl} from "../../widgets.js";
 import {wire} from "../../wire.js";
 import {openPage, outcomeNode, paramsText} from "../runs/words.js";
 
