@@ -38,7 +38,7 @@ for document in DOCUMENTS:
         for place in re.findall(r"`([^`\s]+)`", text) + re.findall(r"\]\(([^)#:]+)\)", text):
             if PLACE.match(place) and not ELSEWHERE.search(place) and not is_there(place):
                 complain(document, number, f"{place} is not there")
-        for path in re.findall(r"(?:\$A|/api/v1)(/[\w/-]+)", text):
+        for path in re.findall(r"(?:\$A|/api/v1)(/[\w/.-]*[\w/-])", text):
             known = "/api/v1" + path
             if path != "/nothing" and not any(pattern.match(known) for pattern in route_patterns):
                 complain(document, number, f"{known} is no route")
