@@ -4,7 +4,7 @@
 
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
-#include "machines/simulated/LaserLatch.h"
+#include "ixocamglue/platform/states/LaserLatch.h"
 #include "verify/Judges.h"
 
 namespace ixoverify {

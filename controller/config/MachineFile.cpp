@@ -25,7 +25,9 @@ TMachineBounds BoundsOf(const TConfigSection& root, std::span<const TMachineFact
 
 TWholeConfig::TWholeConfig(std::span<const TMachineFactory> machines) {
   for (const TMachineFactory& machine : machines)
-    if (machine.MakeSection) FDrivers.push_back({machine.Section, machine.MakeSection()});
+    for (const TMachineSection& section : machine.Sections)
+      if (std::ranges::find(FDrivers, section.Name, &TOwn::Name) == FDrivers.end())
+        FDrivers.push_back({section.Name, section.Make()});
   AddSubConfig("Alarms", FAlarms);
   AddSubConfig(kKeyDefinitionSection, FKeys);
   AddCamSections(*this, FCam);

@@ -28,7 +28,7 @@ namespace ixocontroller {
 // and what it keeps records of its own for.
 class TWholeConfig final : public TMachineConfig {
  public:
-  // With the section of each machine that has one.
+  // With the sections of each machine that has some; of one name the first.
   explicit TWholeConfig(std::span<const TMachineFactory> machines);
   ~TWholeConfig() override { Die(); }
   void Publish(TPublisher& p) override;
@@ -48,7 +48,7 @@ class TWholeConfig final : public TMachineConfig {
     TWholeConfig& FWhole;
   };
   struct TOwn {
-    const char* Name;
+    std::string Name;
     std::unique_ptr<TXmlSubConfig> Record;
   };
 

@@ -4,9 +4,10 @@
 //
 // A driver is made by name, once for all devices that name it, asked for its points and devices, then connected once,
 // and ended by its destructor, all on the controller's main thread while no other thread runs. It has threads of its
-// own for its network. No call of a port or point waits for one: a command is queued, a read gives the newest value,
-// and where that is older than the driver's limit it throws EDeviceAway. All that a driver hands out is its own and
-// lives as long as it does.
+// own for its network. Any thread calls its points and ports, the machine with its own lock held: no such call waits
+// for the network or calls the machine back. A command is queued, a read gives the newest value, and where that is
+// older than the driver's limit it throws EDeviceAway. All that a driver hands out is its own and lives as long as it
+// does.
 #pragma once
 
 #include <cstdint>
@@ -53,20 +54,18 @@ class IMachinePoint {
   [[nodiscard]] bool IsOn() { return Read() != 0.0; }
 };
 
-// A laser source that is more than points; SwitchLaser as TNcCutSystem's.
+// A laser source that is more than points; SwitchLaser as TNcCutSystem's. It asks LaserForbidden, keeps the facts in
+// TNcWatch and tells its signals by itself.
 class IMachineLaser : public TNcLaser {
  public:
   virtual void SwitchLaser(bool on) = 0;
 };
 
-// A line of what a driver has, for who commissions a machine.
-struct TPortFacts {
-  std::string Port;   // "X", "plc:coil:3"; one driver's are unique
-  std::string Value;  // with its unit; empty: none has come
-  std::optional<std::uint64_t> AgeMs;
-  std::string Limits;   // with their unit; empty: none
-  std::string Warning;  // what a person should know of it, through Tr; empty: nothing
-  bool Readable = false;
+// A gas supply that is more than points. It calls NoteGasOff and NoteGasOn and tells its signals by itself.
+class IMachineGas : public TNcGas {
+ public:
+  // What the selected branch's sensor reads, bar; no number without one.
+  virtual double ReadPressure() = 0;
 };
 
 class IMachineDriver {
@@ -81,7 +80,7 @@ class IMachineDriver {
   virtual TNcFollower* Follower(std::int32_t index) { return static_cast<void>(index), nullptr; }  // 0 or 1
   virtual TNcCutHeadCtrl* Focus() { return nullptr; }
   virtual IMachineLaser* Laser() { return nullptr; }
-  virtual TNcGas* Gas() { return nullptr; }
+  virtual IMachineGas* Gas() { return nullptr; }
   virtual TNcSwitchTable* Pallets() { return nullptr; }
 
   // Reaches its device and compares limits and units with the machine file; says what does not answer or contradicts.
@@ -94,11 +93,13 @@ class IMachineDriver {
   // Adds what only it knows, e.g. moving and Focus; the machine has filled in what the ports say.
   virtual void Show(TMachineSnapshot& now) { static_cast<void>(now); }
   virtual bool Inject(std::string_view fault) { return static_cast<void>(fault), false; }
-  // Every port and point that was asked for, as it is now. Any thread; waits for nothing.
+  // Every port and point that was asked for, as it is now; a point's Port is its address as it was asked for. Any
+  // thread; waits for nothing.
   virtual std::vector<TPortFacts> Ports() = 0;
 };
 
-// What a driver says of its device, from a thread of its own; at once, and calls nobody back.
+// What a driver says of its device, from a thread of its own and without a lock that its points take; at once. The
+// machine may write 0 to points meanwhile.
 class IDriverEvents {
  public:
   virtual ~IDriverEvents() = default;
@@ -109,8 +110,10 @@ class IDriverEvents {
 };
 
 struct TDriverContext {
-  const TMachineContext& Machine;  // as the machine's own, but for calls, which the machine tells; outlives the driver
-  IDriverEvents& Events;           // outlives the driver
+  // As the machine's own, but for what the machine tells: calls, outputs, states, and all signals of laser and gas that
+  // are made of points. Outlives the driver.
+  const TMachineContext& Machine;
+  IDriverEvents& Events;  // outlives the driver
 };
 
 // How a program makes the drivers that it knows.
@@ -121,9 +124,7 @@ struct TDriverFactory {
   // Runs in virtual time too; the others refuse it.
   bool VirtualTime = false;
   std::vector<TMachineFault> Faults = {};
-  // What it alone has in a machine file: its section's name, and a fresh record of it. Null: nothing.
-  const char* Section = nullptr;
-  std::function<std::unique_ptr<TXmlSubConfig>()> MakeSection;
+  std::vector<TMachineSection> Sections = {};  // what it alone has in a machine file
   // Whether a machine file's address names such a point, without connecting; the problem's Where is the address.
   std::function<TResult<>(const TConfigSection& root, TPointKind kind, std::string_view address)> CheckPoint;
   // Which of the devices beside points it has: "Axes", "Follower", "Focus", "Laser", "Gas", "Pallets".

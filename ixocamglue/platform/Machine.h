@@ -10,6 +10,7 @@
 #include <functional>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -117,6 +118,21 @@ struct TMachineSnapshot {
   friend bool operator==(const TMachineSnapshot&, const TMachineSnapshot&) = default;
 };
 
+// A port of a machine or of a driver as it is now, for who commissions it.
+struct TPortFacts {
+  std::string Port;   // "X", "plc:coil:3"; one driver's are unique
+  std::string Value;  // with its unit; empty: none has come
+  std::optional<std::uint64_t> AgeMs;
+  std::string Limits;   // with their unit; empty: none
+  std::string Warning;  // what a person should know of it, through Tr; empty: nothing
+  bool Readable = false;
+};
+struct TMachinePort {
+  std::string Device;  // "laser Beam", "input 4 Nozzle cover open", through Tr; empty: none of the machine's
+  std::string Driver;
+  TPortFacts Facts;
+};
+
 // Something that fails on request.
 struct TMachineFault {
   const char* Name;         // "rack.stage-stuck"
@@ -149,6 +165,8 @@ class IMachine {
   virtual void StopNow() {}
   // Any thread. Here: laser, emission and gas as the adapters have told the watch, the latch, and the state.
   virtual TMachineSnapshot Snapshot();
+  // What it is made of. Any thread; waits for nothing.
+  virtual std::vector<TMachinePort> PortFacts() { return {}; }
   // Lets one of its factory's faults happen, from now on. False: it has no fault of this name.
   virtual bool Inject(std::string_view fault) { return static_cast<void>(fault), false; }
 };
@@ -161,16 +179,19 @@ struct TMachineLimits {
   TNcArea Table;
 };
 
+// What a machine alone has in a machine file, for who checks, shows and edits one; a fresh record of it.
+struct TMachineSection {
+  std::string Name;
+  std::function<std::unique_ptr<TXmlSubConfig>()> Make;
+};
+
 // How a program makes the machines that it knows; the first one is made where the machine file names none.
 struct TMachineFactory {
   std::string Name;  // in the machine file: <Machine Driver="..."/>
   // Says why the configuration does not describe such a machine.
   std::function<TResult<std::unique_ptr<IMachine>>(const TMachineContext&)> Make;
-  std::span<const TMachineFault> Faults = {};
-  // What this machine alone has in a machine file, for who checks, shows and edits one: its section's name, and a fresh
-  // record of it. Null: nothing.
-  const char* Section = nullptr;
-  std::function<std::unique_ptr<TXmlSubConfig>()> MakeSection;
+  std::vector<TMachineFault> Faults = {};
+  std::vector<TMachineSection> Sections = {};  // machines may have one in common
   // What a file of this document element describes, without connecting to it; adds what keeps such a machine from being
   // made. Null: as any machine's (TMachineBounds::Read).
   std::function<TMachineLimits(const TConfigSection& root, std::vector<TProblem>& problems)> Limits;

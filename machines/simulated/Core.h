@@ -11,7 +11,7 @@
 
 #include "ixocamglue/platform/Machine.h"
 #include "ixocamglue/support/Locks.h"
-#include "machines/simulated/CallGate.h"
+#include "ixocamglue/platform/CallGate.h"
 #include "machines/simulated/DeviceAlarms.h"
 
 namespace ixocamglue {

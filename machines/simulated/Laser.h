@@ -12,7 +12,7 @@
 
 #include "machines/simulated/Config.h"
 #include "machines/simulated/Core.h"
-#include "machines/simulated/LaserLatch.h"
+#include "ixocamglue/platform/states/LaserLatch.h"
 #include "machines/simulated/Random.h"
 
 namespace ixocamglue {

@@ -196,9 +196,8 @@ TMachineFactory SimulatedMachine(TSimOptions options) {
   };
   return {.Name = "simulated",
           .Make = make,
-          .Faults = SimFaults(),
-          .Section = "Simulator",
-          .MakeSection = [] { return std::make_unique<TSimulatorRecord>(); },
+          .Faults = {SimFaults().begin(), SimFaults().end()},
+          .Sections = {{"Simulator", [] { return std::make_unique<TSimulatorRecord>(); }}},
           .Limits = limits};
 }
 

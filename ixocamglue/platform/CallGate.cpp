@@ -1,4 +1,4 @@
-#include "machines/simulated/CallGate.h"
+#include "ixocamglue/platform/CallGate.h"
 
 #include "ixocamglue/platform/services/Clock.h"
 #include "ixocamglue/platform/states/NcWatch.h"
@@ -17,6 +17,11 @@ void Beat() {
 
 bool TCallGate::Enter(const char* device, const char* verb, TVerbKind kind, std::string args,
                       const char* (*forbids)()) {
+  return Pass(device, verb, kind, std::move(args), forbids) != 0;
+}
+
+std::uint64_t TCallGate::Pass(const char* device, const char* verb, TVerbKind kind, std::string args,
+                              const char* (*forbids)()) {
   const std::uint64_t call = FCalls.fetch_add(1, std::memory_order_relaxed) + 1;
   Beat();
   if (TGatePlan plan; FArmed.load(std::memory_order_acquire) && Hit(call, device, verb, plan)) {
@@ -26,7 +31,7 @@ bool TCallGate::Enter(const char* device, const char* verb, TVerbKind kind, std:
         FFailed.store(true, std::memory_order_relaxed);
         if (FOnAnswer) FOnAnswer(device, false);
         throw EDeviceFault(Format(Tr("%s.%s: the device does not answer"), device, verb));
-      case gfRefuse: Tell(call, device, verb, kind, std::move(args), toRefused); return false;
+      case gfRefuse: Tell(call, device, verb, kind, std::move(args), toRefused); return 0;
       case gfHang: Clock().Sleep(plan.HangMs); break;
       case gfCallback:
         if (plan.Callback) plan.Callback();
@@ -37,10 +42,17 @@ bool TCallGate::Enter(const char* device, const char* verb, TVerbKind kind, std:
   if (const char* const why = forbids ? forbids() : nullptr) {
     Tell(call, device, verb, kind, std::move(args), toRefused);
     if (FObserver) FObserver->Happened(Clock().MonotonicMs(), device, Format("%s refused: %s", verb, why));
-    return false;
+    return 0;
   }
   if (kind != vkRead && kind != vkLock) Tell(call, device, verb, kind, std::move(args), toDone);
-  return true;
+  return call;
+}
+
+void TCallGate::Threw(std::uint64_t call, const char* device, const char* verb, TVerbKind kind,
+                      const std::string& args) {
+  Tell(call, device, verb, kind, args, toThrew);
+  FFailed.store(true, std::memory_order_relaxed);
+  if (FOnAnswer) FOnAnswer(device, false);
 }
 
 bool TCallGate::Hit(std::uint64_t call, const char* device, const char* verb, TGatePlan& plan) {

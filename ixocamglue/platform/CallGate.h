@@ -1,6 +1,6 @@
-// The one gate through which every device call passes: it numbers the calls, gives the state thread's sign of life,
-// lets a planned fault happen and tells the machine's observer. Log sinks have a gate of their own, so that neither
-// tracing nor a language changes the numbers of the device calls.
+// The one gate through which every device call of a machine passes: it numbers the calls, gives the state thread's sign
+// of life, lets a planned fault happen and tells the machine's observer. Log sinks have a gate of their own, so that
+// neither tracing nor a language changes the numbers of the device calls.
 //
 // Any thread. No lock is held while a planned hang lasts or a planned callback runs.
 #pragma once
@@ -49,6 +49,28 @@ class TCallGate {
   [[nodiscard]] bool Enter(const char* device, const char* verb, TVerbKind kind, std::string args = {},
                            const char* (*forbids)() = nullptr);
 
+  // The same for a device whose call may fail by itself: lets `act` do it. What that throws is told as the failure of
+  // this call, and thrown on.
+  template <class Act>
+  bool Carry(const char* device, const char* verb, TVerbKind kind, const std::string& args, const Act& act,
+             const char* (*forbids)() = nullptr) {
+    const std::uint64_t call = Pass(device, verb, kind, args, forbids);
+    if (call == 0) return false;
+    try {
+      act();
+    } catch (...) {
+      Threw(call, device, verb, kind, args);
+      throw;
+    }
+    return true;
+  }
+  // A read; what is answered where the device refuses.
+  template <class Value, class Act>
+  Value Ask(const char* device, const char* verb, Value refused, const Act& act) {
+    Carry(device, verb, vkRead, {}, [&] { refused = act(); });
+    return refused;
+  }
+
   // Told when a device does not answer, and with every later call that passes: `works`. On the calling thread, without
   // a lock; set before the calls start, empty after they have ended.
   void OnAnswer(std::function<void(const char* device, bool works)> listener) { FOnAnswer = std::move(listener); }
@@ -64,6 +86,10 @@ class TCallGate {
   [[nodiscard]] std::optional<std::pair<std::string, std::string>> Stuck() const;
 
  private:
+  // The number of the call; 0: the device refuses.
+  [[nodiscard]] std::uint64_t Pass(const char* device, const char* verb, TVerbKind kind, std::string args,
+                                   const char* (*forbids)());
+  void Threw(std::uint64_t call, const char* device, const char* verb, TVerbKind kind, const std::string& args);
   [[nodiscard]] bool Hit(std::uint64_t call, const char* device, const char* verb, TGatePlan& plan);
   void Tell(std::uint64_t call, const char* device, const char* verb, TVerbKind kind, std::string args,
             TOutcome outcome);
