@@ -311,7 +311,7 @@ int IxocutMain(int argc, const char* const* argv, TAdditions additions) {
     if (const std::string problem = locale.SelectLanguage(GLanguage); !problem.empty()) fail(kExitUnusable, problem);
     Describe(program);
     added.emplace(std::move(additions.Procedures));
-    machines.emplace(std::move(additions.Machines));
+    machines.emplace(std::move(additions.Machines), std::move(additions.Drivers));
     AddCommands(program, run);
     program.parse(argc, argv);
     if (!run) {

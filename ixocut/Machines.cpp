@@ -1,21 +1,39 @@
 #include "ixocut/Machines.h"
 
+#include <algorithm>
+#include <string_view>
 #include <utility>
 
+#include "machines/composed/Machine.h"
+#include "machines/simulated/Driver.h"
 #include "machines/simulated/Machine.h"
 
 namespace ixocut {
 namespace {
 
 std::vector<TMachineFactory> GAdded;
+std::vector<TDriverFactory> GAddedDrivers;
+
+// What a composed machine may name.
+std::vector<TDriverFactory> Drivers() {
+  std::vector<TDriverFactory> drivers{SimulatedDriver()};
+  drivers.insert(drivers.end(), GAddedDrivers.begin(), GAddedDrivers.end());
+  return drivers;
+}
 
 }  // namespace
 
-TAddedMachines::TAddedMachines(std::vector<TMachineFactory> machines) { GAdded = std::move(machines); }
-TAddedMachines::~TAddedMachines() { GAdded.clear(); }
+TAddedMachines::TAddedMachines(std::vector<TMachineFactory> machines, std::vector<TDriverFactory> drivers) {
+  GAdded = std::move(machines);
+  GAddedDrivers = std::move(drivers);
+}
+TAddedMachines::~TAddedMachines() {
+  GAdded.clear();
+  GAddedDrivers.clear();
+}
 
 std::vector<TMachineFactory> Machines() {
-  std::vector<TMachineFactory> machines{SimulatedMachine()};
+  std::vector<TMachineFactory> machines{SimulatedMachine(), ComposedMachine(Drivers())};
   machines.insert(machines.end(), GAdded.begin(), GAdded.end());
   return machines;
 }
@@ -23,7 +41,9 @@ std::vector<TMachineFactory> Machines() {
 std::vector<TMachineFault> MachineFaults() {
   std::vector<TMachineFault> faults;
   for (const TMachineFactory& machine : Machines())
-    faults.insert(faults.end(), machine.Faults.begin(), machine.Faults.end());
+    for (const TMachineFault& fault : machine.Faults)
+      if (std::ranges::find(faults, std::string_view(fault.Name), &TMachineFault::Name) == faults.end())
+        faults.push_back(fault);
   return faults;
 }
 

@@ -4,16 +4,17 @@
 
 #include <vector>
 
-#include "ixocamglue/platform/Machine.h"
+#include "ixocamglue/platform/Driver.h"
 
 namespace ixocut {
 using namespace ixocamglue;
 
 [[nodiscard]] std::vector<TMachineFactory> Machines();
-// An application's, behind the program's own, for the life of this object.
+// An application's machines, and drivers for machines that are put together from their file, behind the program's own,
+// for the life of this object.
 class TAddedMachines {
  public:
-  explicit TAddedMachines(std::vector<TMachineFactory> machines);
+  explicit TAddedMachines(std::vector<TMachineFactory> machines, std::vector<TDriverFactory> drivers = {});
   ~TAddedMachines();
   TAddedMachines(const TAddedMachines&) = delete;
   TAddedMachines& operator=(const TAddedMachines&) = delete;

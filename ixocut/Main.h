@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "controller/procedures/Procedures.h"
-#include "ixocamglue/platform/Machine.h"
+#include "ixocamglue/platform/Driver.h"
 
 namespace ixocut {
 
@@ -13,6 +13,7 @@ namespace ixocut {
 struct TAdditions {
   std::vector<ixocontroller::TProcedure> Procedures = {};
   std::vector<ixocamglue::TMachineFactory> Machines = {};
+  std::vector<ixocamglue::TDriverFactory> Drivers = {};  // of a machine that is put together from its file
 };
 
 // Parses, runs, prints one line on the error output for each failure. Returns the exit code. Main thread.

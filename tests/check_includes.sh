@@ -8,7 +8,7 @@ cd "$1"
 library='ixocamglue/motion ixocamglue/gascal ixocamglue/config ixocamglue/devcomm ixocamglue/monitor ixocamglue/alarms
   ixocamglue/panel ixocamglue/platform ixocamglue/support'
 library=${library//$'\n'/ }
-all="ixocamglue ixocamglue/alarms/store $library controller machines/simulated machines/linuxcnc verify"
+all="ixocamglue ixocamglue/alarms/store $library controller machines/composed machines/simulated machines/linuxcnc verify"
 rules="
 ixocamglue/support:
 ixocamglue/platform: ixocamglue/support
@@ -21,6 +21,7 @@ ixocamglue/panel: ixocamglue/platform ixocamglue/support
 ixocamglue/gascal: ixocamglue/config ixocamglue/platform ixocamglue/support
 ixocamglue/motion: ixocamglue/config ixocamglue/platform ixocamglue/support
 ixocamglue: $library
+machines/composed: ixocamglue/config ixocamglue/devcomm ixocamglue/platform ixocamglue/support
 machines/linuxcnc: ixocamglue/config ixocamglue/devcomm ixocamglue/platform ixocamglue/support
 machines/linuxcnc/hal: machines/linuxcnc ixocamglue/support
 machines/simulated: ixocamglue/config ixocamglue/devcomm ixocamglue/platform ixocamglue/support

@@ -9,9 +9,9 @@
 #include <string_view>
 #include <vector>
 
+#include "ixocamglue/platform/CallGate.h"
 #include "ixocamglue/platform/Machine.h"
 #include "ixocamglue/support/Locks.h"
-#include "ixocamglue/platform/CallGate.h"
 #include "machines/simulated/DeviceAlarms.h"
 
 namespace ixocamglue {

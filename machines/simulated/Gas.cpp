@@ -19,13 +19,6 @@ constexpr std::uint64_t kLowMs = 1000;
 constexpr std::uint64_t kLowLags = 5;  // time constants, beside kLowMs
 constexpr double kFullScaleV = 10.0;
 
-// The voltage for the pressure; none unless the branch has a table that is in use.
-std::optional<double> TableVolt(std::int32_t branch, double bar) {
-  TMachineConfig* const config = MachineConfig();
-  const TGasBranchConfig* const gas = config ? config->GetGasBranch(branch) : nullptr;
-  return gas && gas->DAAdjustEnabled ? gas->DAAdjustTable.GetVolt(bar) : std::nullopt;
-}
-
 }  // namespace
 
 TSimGas::TSimGas(TSimCore& core, const TSimConfig& config, std::uint64_t seed)
@@ -106,7 +99,7 @@ void TSimGas::OutputDA(double volt) {
   Output(limited);
 }
 
-double TSimGas::ReadSensor() {
+double TSimGas::ReadPressure() {
   constexpr double kNone = std::numeric_limits<double>::quiet_NaN();
   if (!FCore.Gate.Enter("sensor", "GetRtGasPressure", vkRead)) return kNone;
   const auto slow = [&] {

@@ -17,13 +17,14 @@
 #include <optional>
 #include <vector>
 
+#include "ixocamglue/platform/Driver.h"
 #include "machines/simulated/Config.h"
 #include "machines/simulated/Core.h"
 #include "machines/simulated/GasValve.h"
 
 namespace ixocamglue {
 
-class TSimGas final : public TNcGas, public ISimPart {
+class TSimGas final : public IMachineGas, public ISimPart {
  public:
   TSimGas(TSimCore& core, const TSimConfig& config, std::uint64_t seed);
   ~TSimGas() override;
@@ -40,7 +41,7 @@ class TSimGas final : public TNcGas, public ISimPart {
   bool SupplyGood() override { return FSupplyGood.load(std::memory_order_acquire); }
 
   // What the selected branch's sensor reads, through the gate as "sensor". No number without a branch.
-  double ReadSensor();
+  double ReadPressure() override;
 
   // What the supply gives; a branch set higher than this stays below it, which is an alarm. Any thread.
   void SetSupply(double bar);

@@ -10,9 +10,10 @@
 #include <cstdint>
 #include <limits>
 
+#include "ixocamglue/platform/Driver.h"
+#include "ixocamglue/platform/states/LaserLatch.h"
 #include "machines/simulated/Config.h"
 #include "machines/simulated/Core.h"
-#include "ixocamglue/platform/states/LaserLatch.h"
 #include "machines/simulated/Random.h"
 
 namespace ixocamglue {
@@ -31,7 +32,7 @@ struct TEmissionScript {
 // What befalls a lit beam, once.
 enum class TLitFault : std::uint8_t { None, EmissionDrops, InterlockOpens, OffHangs };
 
-class TSimLaser final : public TNcLaser, public ISimPart {
+class TSimLaser final : public IMachineLaser, public ISimPart {
  public:
   TSimLaser(TSimCore& core, const TSimConfig& config, std::uint64_t seed);
   ~TSimLaser() override;
@@ -43,7 +44,7 @@ class TSimLaser final : public TNcLaser, public ISimPart {
   bool GetAiming() override;
   void SetAiming(bool on) override;  // neither latch nor emission matter
   void AimingOff() override;
-  void SwitchLaser(bool on);  // the cutting system's SwitchLaser ends here
+  void SwitchLaser(bool on) override;  // the cutting system's SwitchLaser ends here
 
   const char* LatchReason() override { return FLatch.Reason(); }
   void Trip(const char* reason) override { FLatch.Trip(reason); }
@@ -54,6 +55,8 @@ class TSimLaser final : public TNcLaser, public ISimPart {
   [[nodiscard]] bool Lit() const { return FAskLaser && Emitting(); }
   [[nodiscard]] bool Emitting() const { return FEmission && !FLatch.Tripped(); }
   [[nodiscard]] bool Aiming() const { return FAiming; }
+  [[nodiscard]] bool EmissionAsked() const { return FAskEmission; }
+  [[nodiscard]] bool BeamAsked() const { return FAskLaser; }
 
   void SetEmissionScript(TEmissionScript script);
   void LoseEmission();  // the source drops emission by itself; it has to be asked for again

@@ -4,7 +4,6 @@
 #include <string_view>
 
 #include "ixocamglue/support/Format.h"
-#include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
 
@@ -40,6 +39,11 @@ bool TSimPorts::GetInput(std::int32_t inport) {
   const TSimScope scope(FCore);
   const auto it = FInputs.find(inport);
   return it != FInputs.end() && it->second.Level;
+}
+
+bool TSimPorts::OutputIsOn(std::int32_t port) {
+  const TSimScope scope(FCore);
+  return IsOn(port);
 }
 
 void TSimPorts::SetInput(std::int32_t port, bool level) {
@@ -106,50 +110,36 @@ void TSimPorts::Plan(TDue due) { FDue.insert(std::ranges::upper_bound(FDue, due.
 bool TSimInportCtrl::IsBusy() {
   if (!FCore.Gate.Enter("inport", "IsBusy", vkRead)) return true;
   const TSimScope scope(FCore);
-  return FWaiting;
+  return FWait.Runs();
 }
 
 void TSimInportCtrl::SetTimeOutMode(std::int32_t mode) {
   if (!FCore.Gate.Enter("inport", "SetTimeOutMode", vkSet, Format("%d", mode))) return;
   const TSimScope scope(FCore);
-  FMode = mode;
+  FWait.SetTimeOutMode(mode);
 }
 
 void TSimInportCtrl::StartWait(std::int32_t inport, std::int32_t limitMs) {
   if (!FCore.Gate.Enter("inport", "StartWait", vkStart, Format("%d %d", inport, limitMs))) return;
   const TSimScope scope(FCore);
-  FWaiting = true;
-  FInport = inport;
-  FLimitMs = limitMs;
-  FSinceMs = FCore.Now();
-  Look(FSinceMs);
+  FWait.Start(inport, limitMs, FCore.Now());
+  Look(FCore.Now());
 }
 
 void TSimInportCtrl::Cancel() {
   FCore.AssertLocked();
-  if (!FWaiting) return;
-  FWaiting = false;
-  FCore.Event("inport", Format("wait for input %d cancelled", FInport));
+  Tell(FWait.Cancel());
 }
 
 void TSimInportCtrl::Step(std::uint64_t nowMs) {
   FCore.AssertLocked();
-  if (FWaiting) Look(nowMs);
+  if (FWait.Runs()) Look(nowMs);
 }
 
-void TSimInportCtrl::Look(std::uint64_t nowMs) {
-  if (FInport == -1 || FPorts.Reached(FInport)) {
-    FWaiting = false;
-    return FCore.Event("inport", Format("input %d reached", FInport));
-  }
-  if (FLimitMs < 0 || nowMs - FSinceMs < static_cast<std::uint64_t>(FLimitMs)) return;
-  FWaiting = false;
-  FCore.Event("inport", Format("input %d did not come within %d ms", FInport, FLimitMs));
-  if (FMode != kTimeOutAlarm) return;
-  FAlarms.Raise({.IdPrefix = "InportCtrl",
-                 .Desc = Format(Tr("input %d did not come within %d ms"), FInport, FLimitMs),
-                 .Id = kAlarmId,
-                 .Attrs = naForbidMove});
+void TSimInportCtrl::Look(std::uint64_t nowMs) { Tell(FWait.Look(nowMs, FPorts.Reached(FWait.Input()))); }
+
+void TSimInportCtrl::Tell(const std::string& text) {
+  if (!text.empty()) FCore.Event("inport", text);
 }
 
 // --- TSimSwitchTable ---

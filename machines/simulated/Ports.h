@@ -11,6 +11,7 @@
 
 #include "ixocamglue/platform/alarms/NcAlarmManager.h"
 #include "ixocamglue/platform/ports/MotionDriver.h"
+#include "ixocamglue/platform/states/InputWait.h"
 #include "machines/simulated/Config.h"
 #include "machines/simulated/Core.h"
 #include "machines/simulated/Gas.h"
@@ -26,7 +27,10 @@ class TSimPorts final : public TNcMotionCard, public TNcInputGroup, public TNcDe
   bool GetInput(std::int32_t inport) override;  // the level itself, whatever counts as reached
   TNcInputGroup* InputGroup() override { return this; }
   std::int32_t GetAxisCount() override { return 4; }  // X, Y, Z, Focus
-  double GetRtGasPressure() override { return FGas.ReadSensor(); }
+  double GetRtGasPressure() override { return FGas.ReadPressure(); }
+
+  // What the output is switched to; false where it is not fitted. Any thread, past the gate.
+  [[nodiscard]] bool OutputIsOn(std::int32_t port);
 
   // --- scripts ---
   void SetInput(std::int32_t port, bool level);
@@ -75,11 +79,8 @@ class TSimPorts final : public TNcMotionCard, public TNcInputGroup, public TNcDe
 
 class TSimInportCtrl final : public TNcInportCtrl, public ISimPart {
  public:
-  static constexpr std::int32_t kTimeOutAlarm = 3;  // the time-out mode that raises an alarm
-  static constexpr std::int32_t kAlarmId = 176;
-
   TSimInportCtrl(TSimCore& core, TSimPorts& ports, TNcAlarmManager& alarms)
-      : FCore(core), FPorts(ports), FAlarms(alarms) {}
+      : FCore(core), FPorts(ports), FWait(alarms) {}
 
   bool IsBusy() override;
   void SetTimeOutMode(std::int32_t mode) override;
@@ -90,15 +91,11 @@ class TSimInportCtrl final : public TNcInportCtrl, public ISimPart {
 
  private:
   void Look(std::uint64_t nowMs) IXO_REQUIRES(FCore.Lock);
+  void Tell(const std::string& text) IXO_REQUIRES(FCore.Lock);
 
   TSimCore& FCore;
   TSimPorts& FPorts;
-  TNcAlarmManager& FAlarms;
-  bool FWaiting IXO_GUARDED_BY(FCore.Lock) = false;
-  std::int32_t FInport IXO_GUARDED_BY(FCore.Lock) = -1;
-  std::int32_t FMode IXO_GUARDED_BY(FCore.Lock) = 0;
-  std::int32_t FLimitMs IXO_GUARDED_BY(FCore.Lock) = -1;
-  std::uint64_t FSinceMs IXO_GUARDED_BY(FCore.Lock) = 0;
+  TInputWait FWait IXO_GUARDED_BY(FCore.Lock);
 };
 
 // Where the pallets are. Each exchange takes its time, during which none is docked.

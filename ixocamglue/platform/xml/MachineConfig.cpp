@@ -114,6 +114,12 @@ TConfigSection ConfigSection(std::string_view name) {
   return config ? config->Section(name) : TConfigSection(nullptr, std::string(name));
 }
 
+std::optional<double> TableVolt(std::int32_t gasType, double bar) {
+  TMachineConfig* const config = MachineConfig();
+  const TGasBranchConfig* const gas = config ? config->GetGasBranch(gasType) : nullptr;
+  return gas && gas->DAAdjustEnabled ? gas->DAAdjustTable.GetVolt(bar) : std::nullopt;
+}
+
 void GetGasStrValues(std::vector<std::string>& names, std::vector<std::string>& values) {
   names.clear();
   values.clear();

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -82,6 +83,10 @@ IXO_DECLARE_SERVICE(TMachineConfig, MachineConfig);
 
 // MachineConfig()->Section(name), or a missing section where there is no configuration.
 [[nodiscard]] TConfigSection ConfigSection(std::string_view name);
+
+// The voltage that gives this pressure by the branch's calibrated table; none where the branch has none that is in use.
+// Whoever changes the table does so between two calls.
+[[nodiscard]] std::optional<double> TableVolt(std::int32_t gasType, double bar);
 
 // The NC string library's gas list: names and, under the same index, values as texts. The "GasList" section; without
 // one, the gas branches. Empty without a configuration.

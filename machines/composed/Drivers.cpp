@@ -1,0 +1,165 @@
+#include "machines/composed/Drivers.h"
+
+#include <algorithm>
+#include <atomic>
+
+#include "ixocamglue/platform/alarms/NcAlarmManager.h"
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
+#include "ixocamglue/support/ValueText.h"
+#include "machines/composed/Ports.h"
+
+namespace ixocamglue {
+namespace {
+
+constexpr const char* kAlarmPrefix = "TPDriver";
+constexpr TNcAlarmAttrs kAwayAttrs =
+    naForbidCut | naForbidLaser | naForbidFollower | naForbidHoming | naForbidMove | naRequireStop;
+
+}  // namespace
+
+// One driver, what it may tell the observer, and whether its device answers.
+struct TDriverSet::TSlot final : IMachineObserver, IDriverEvents {
+  TSlot(TDriverSet& owner, std::string name, std::int32_t number)
+      : Owner(owner), Name(std::move(name)), Number(number), Context{owner.FCore.Context.Framework,
+                                                                     owner.FCore.Context.Config,
+                                                                     owner.FCore.Context.Alarms,
+                                                                     static_cast<IMachineObserver&>(*this),
+                                                                     owner.FCore.Context.Clock,
+                                                                     owner.FCore.Context.Seed} {}
+
+  void Called(TDeviceCall) override {}
+  void Happened(std::uint64_t ms, std::string_view device, std::string_view text) override {
+    Owner.FCore.Context.Observer.Happened(ms, device, text);
+  }
+  void Signalled(const TSignal& signal) override {
+    switch (signal.Kind) {
+      case sgState:
+      case sgOutput: return;
+      case sgEmission:
+      case sgLaser:
+      case sgAiming:
+        if (!TellsLaser) return;
+        break;
+      case sgGas:
+      case sgGasVolt:
+        if (!TellsGas) return;
+    }
+    Owner.FCore.Context.Observer.Signalled(signal);
+  }
+
+  void Away(const std::string& why) override {
+    Owner.TellAway();
+    TGuard guard(Lock);
+    if (Serial != 0) return;
+    Serial = Owner.FCore.Context.Alarms.Raise(
+        {.IdPrefix = kAlarmPrefix,
+         .Desc = Format(Tr("the devices of the driver \"%s\" do not answer: %s"), Name.c_str(), why.c_str()),
+         .Id = Number,
+         .Attrs = kAwayAttrs});
+    Owner.FCore.Event("driver", Format("%s away: %s", Name.c_str(), why.c_str()));
+  }
+  void Back() override {
+    TGuard guard(Lock);
+    if (Serial == 0) return;
+    Owner.FCore.Context.Alarms.ClearSerial(std::exchange(Serial, 0));
+    Owner.FCore.Event("driver", Format("%s back", Name.c_str()));
+  }
+
+  TDriverSet& Owner;
+  const std::string Name;
+  const std::int32_t Number;  // of its alarm
+  const TMachineContext Context;
+  bool TellsLaser = false;
+  bool TellsGas = false;
+  TCriticalSection Lock;
+  std::uint64_t Serial IXO_GUARDED_BY(Lock) = 0;  // of the alarm that stands; 0: none
+  std::unique_ptr<IMachineDriver> Driver;         // ends before what it tells
+};
+
+TDriverSet::TDriverSet(TComposedCore& core, std::span<const TDriverFactory> factories)
+    : FCore(core), FFactories(factories) {}
+
+TDriverSet::~TDriverSet() {
+  for (const auto& slot : FSlots) slot->Driver.reset();
+  for (const auto& slot : FSlots) slot->Back();
+}
+
+void TDriverSet::OnAway(std::function<void()> listener) {
+  TGuard guard(FAwayLock);
+  FOnAway = std::move(listener);
+}
+
+void TDriverSet::TellAway() {
+  TGuard guard(FAwayLock);
+  if (FOnAway) FOnAway();
+}
+
+TDriverSet::TSlot& TDriverSet::Slot(const std::string& name) {
+  const auto made = std::ranges::find(FSlots, name, [](const auto& slot) { return slot->Name; });
+  if (made != FSlots.end()) return **made;
+  const auto factory = std::ranges::find(FFactories, name, &TDriverFactory::Name);
+  if (factory == FFactories.end()) throw EProblem(pbUnusable, Format(Tr("there is no driver \"%s\""), name.c_str()));
+  if (FCore.Context.Clock && !factory->VirtualTime)
+    throw EProblem(pbUnusable, TProblem{.What = Format(Tr("the driver \"%s\" works in real time only"), name.c_str()),
+                                        .Where = {},
+                                        .Why = Tr("its devices do not wait for a clock that is made of software"),
+                                        .Remedy = Tr("run it with --realtime, or on a controller that serves")});
+  auto slot = std::make_unique<TSlot>(*this, name, static_cast<std::int32_t>(factory - FFactories.begin()) + 1);
+  slot->Driver = factory->Make({slot->Context, *slot}).OrThrow(pbUnusable);
+  FDrivers.push_back(slot->Driver.get());
+  return *FSlots.emplace_back(std::move(slot));
+}
+
+IMachineDriver& TDriverSet::Driver(const std::string& name) { return *Slot(name).Driver; }
+void TDriverSet::TellsLaser(const std::string& name) { Slot(name).TellsLaser = true; }
+void TDriverSet::TellsGas(const std::string& name) { Slot(name).TellsGas = true; }
+
+IMachinePoint* TDriverSet::Point(TPointKind kind, const std::string& address, const std::string& driver,
+                                 std::string label) {
+  if (address.empty()) return nullptr;
+  const TPointName name = PointName(address, driver, FFactories);
+  TSlot& slot = Slot(name.Driver);
+  IMachinePoint* point = slot.Driver->Point(kind, name.Address).OrThrow(pbUnusable);
+  if (name.Inverted) point = FInverted.emplace_back(std::make_unique<TInvertedPoint>(*point)).get();
+  FPoints.push_back({std::move(label), &slot, name.Address, kind, point});
+  return point;
+}
+
+TResult<> TDriverSet::Connect() {
+  for (const auto& slot : FSlots)
+    if (TResult<> connected = slot->Driver->Connect(); !connected) {
+      TProblem problem = connected.Problem();
+      problem.What = Format(Tr("driver \"%s\": %s"), slot->Name.c_str(), problem.What.c_str());
+      return problem;
+    }
+  return {};
+}
+
+std::vector<TMachinePort> TDriverSet::PortFacts() const {
+  std::vector<TMachinePort> ports;
+  for (const auto& slot : FSlots) {
+    const std::vector<TPortFacts> facts = slot->Driver->Ports();
+    for (const TPortFacts& fact : facts)
+      if (std::ranges::none_of(
+              FPoints, [&](const TNamed& point) { return point.Slot == slot.get() && point.Address == fact.Port; }))
+        ports.push_back({{}, slot->Name, fact});
+    for (const TNamed& point : FPoints) {
+      if (point.Slot != slot.get()) continue;
+      const auto said = std::ranges::find(facts, point.Address, &TPortFacts::Port);
+      TPortFacts fact;
+      if (said != facts.end()) fact = *said;
+      fact.Port = point.Address;
+      fact.AgeMs = point.Point->AgeMs();
+      fact.Readable = WhereReached([&] {
+        const double value = point.Point->Read();
+        const bool digital = point.Kind == pkInput || point.Kind == pkOutput;
+        if (digital || fact.Value.empty()) fact.Value = digital ? (value != 0.0 ? "1" : "0") : ValueText(value);
+      });
+      ports.push_back({point.Label, slot->Name, std::move(fact)});
+    }
+  }
+  return ports;
+}
+
+}  // namespace ixocamglue
