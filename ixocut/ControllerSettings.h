@@ -25,6 +25,7 @@ namespace ixocut {
 struct TAttachOptions {
   std::string Url;        // empty: the one of the state folder
   std::string TokenFile;  // empty: IXOCUT_TOKEN
+  std::string Trusted;    // of https, a PEM file; empty: IXOCUT_CA, else the system's
   bool Local = false;     // none: the command works by itself
 };
 

@@ -4,11 +4,11 @@ packages() {
   case $1 in
     run)
       echo "g++ cmake ninja-build libpugixml-dev libutfcpp-dev nlohmann-json3-dev libcli11-dev libboost-dev" \
-        "libsqlite3-dev gnuplot-nox fonts-wqy-zenhei libjs-dygraphs"
+        "libssl-dev libsqlite3-dev gnuplot-nox fonts-wqy-zenhei libjs-dygraphs"
       ;;
     test)
       echo "$(packages run) libgtest-dev libgmock-dev clang-format locales libmodbus-dev python3-pymodbus" \
-        "python3-serial python3-serial-asyncio python3-jsonschema"
+        "python3-serial python3-serial-asyncio python3-jsonschema openssl"
       ;;
     # npm where there is none of another origin, which Debian's would clash with.
     console) echo "$(packages test) chromium chromium-driver python3-selenium $(command -v npm >/dev/null || echo npm)" ;;

@@ -11,8 +11,9 @@
 
 namespace ixocontroller {
 
-TServiceProcess::TServiceProcess(TService& service)
+TServiceProcess::TServiceProcess(TService& service, std::function<void()> reread)
     : FService(service),
+      FReread(std::move(reread)),
       FNotify(TNotifyOptions::FromEnvironment(), BeatsOf(service.Controller()),
               [&service] { return StatusLine(*service.Status()); }),
       FNotifications(service.Events(), service.Options().StateFolder) {}
@@ -22,6 +23,7 @@ void TServiceProcess::Look() {
   if (!FAsked->load() || FService.Status()->Running) return;
   FAsked->store(false);
   FNotify.Reloading();
+  if (FReread) FReread();
   FService.Post([&service = FService, asked = FAsked] {
     if (!service.AtRest()) return asked->store(true);  // a procedure has begun meanwhile
     TMachineConfig* const config = MachineConfig();

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -16,7 +17,8 @@ namespace ixocontroller {
 class TServiceProcess {
  public:
   // Made after TSignalStop and after the service has started; ended before the service ends.
-  explicit TServiceProcess(TService& service);
+  // `reread`: what else is read again then, besides the machine file; it throws nothing. May be empty.
+  explicit TServiceProcess(TService& service, std::function<void()> reread = {});
   ~TServiceProcess() = default;
   TServiceProcess(const TServiceProcess&) = delete;
   TServiceProcess& operator=(const TServiceProcess&) = delete;
@@ -30,6 +32,7 @@ class TServiceProcess {
 
  private:
   TService& FService;
+  const std::function<void()> FReread;
   TReloadSignal FReload;
   const std::shared_ptr<std::atomic<bool>> FAsked = std::make_shared<std::atomic<bool>>(false);  // and not yet done
   TNotify FNotify;

@@ -181,7 +181,8 @@ TAccess::TLogin TAccess::Exchange(const TAsker& who, std::string_view code) {
 }
 
 std::string TAccess::CookieOf(const std::string& secret, std::uint64_t seconds) const {
-  return FCookie + "=" + secret + "; Path=/; HttpOnly; SameSite=Strict; Max-Age=" + ValueText(seconds);
+  return FCookie + "=" + secret + "; Path=/; HttpOnly; SameSite=Strict; Max-Age=" + ValueText(seconds) +
+         (FAddress.starts_with("https:") ? "; Secure" : "");
 }
 
 TAccess::TLogout TAccess::EndSession(const TAsker& who) {

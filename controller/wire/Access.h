@@ -79,7 +79,8 @@ class TAccess {
 
   // For the fragment of the console's link, good for TConsoleCodes::kCodeMs.
   [[nodiscard]] std::string MakeCode(TRole role);
-  // Where the console is reached, "http://127.0.0.1:8620"; empty: nowhere.
+  // Where the console is reached, "http://127.0.0.1:8620"; empty: nowhere. With https browsers send its cookie nowhere
+  // else than by TLS.
   void SetAddress(const std::string& url);
   // The whole link; empty without an address.
   [[nodiscard]] std::string Link(const std::string& code);
@@ -109,7 +110,7 @@ class TAccess {
 
  private:
   [[nodiscard]] TJudged Wrong(const std::string& peer, TProblem problem) IXO_REQUIRES(FLock);
-  [[nodiscard]] std::string CookieOf(const std::string& secret, std::uint64_t seconds) const;
+  [[nodiscard]] std::string CookieOf(const std::string& secret, std::uint64_t seconds) const IXO_REQUIRES(FLock);
 
   const std::function<std::uint64_t()> FNowMs;
   const std::string FCookie;  // its name: of this state folder, as browsers share cookies between ports

@@ -23,6 +23,8 @@
 #include "controller/service/Lease.h"
 #include "controller/wire/Dispatch.h"
 #include "controller/wire/WireSession.h"
+#include "ixocamglue/platform/services/AppSys.h"
+#include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/platform/services/ThreadTable.h"
 #include "ixocamglue/support/Faults.h"
 #include "ixocamglue/support/Format.h"
@@ -65,9 +67,10 @@ namespace {
 constexpr const char* kWireThread = "ixo-wire";
 constexpr std::size_t kReserved = 64;  // descriptors that connections leave free
 constexpr std::size_t kAcceptAtOnce = 16;
-constexpr std::uint64_t kWatchMs = 250;  // between two looks at what takes too long
-constexpr std::uint64_t kPauseMs = 20;   // when there is no descriptor for a newcomer
-constexpr std::uint64_t kKeyMs = 1000;   // since the last word of who holds a key
+constexpr std::uint64_t kWatchMs = 250;    // between two looks at what takes too long
+constexpr std::uint64_t kPauseMs = 20;     // when there is no descriptor for a newcomer
+constexpr std::uint64_t kKeyMs = 1000;     // since the last word of who holds a key
+constexpr std::uint64_t kTellMs = 10'000;  // between two lines of who has not come to TLS
 constexpr std::string_view kPanelPath = "/api/v1/panel/";
 
 TPeer PeerOf(int fd, const sockaddr_storage& address) {
@@ -91,6 +94,11 @@ TPeer PeerOf(int fd, const sockaddr_storage& address) {
   return peer;
 }
 
+// As it stands in a URL.
+std::string HostText(const std::string& address) {
+  return address.find(':') == std::string::npos ? address : "[" + address + "]";
+}
+
 // Answers go out at once, and a machine that has gone is noticed within 15 s.
 void SetUpTcp(int fd, bool local) {
   const auto set = [fd](int level, int name, int value) { ::setsockopt(fd, level, name, &value, sizeof value); };
@@ -112,6 +120,7 @@ class TWireServer::TCore final : public IWireDesk {
 
   void Start();
   void End();
+  void SetTls(std::shared_ptr<const TServerTls> tls);
 
   const TWireOptions Options;
   std::uint16_t Port = 0;
@@ -119,26 +128,30 @@ class TWireServer::TCore final : public IWireDesk {
 
  private:
   struct TListener {
-    TListener(asio::io_context& context, int fd) : Descriptor(context, fd), Pause(context) {}
+    TListener(asio::io_context& context, int fd, bool secure)
+        : Descriptor(context, fd), Pause(context), Secure(secure) {}
     asio::posix::stream_descriptor Descriptor;
     asio::steady_timer Pause;
+    const bool Secure;  // by TLS
   };
 
-  void Listen(TOwnFd fd);
+  void Listen(TOwnFd fd, bool secure);
   void WaitForNewcomers(TListener& listener);
   void Accept(TListener& listener);
-  void Welcome(TOwnFd fd, const sockaddr_storage& address);
+  void Welcome(TOwnFd fd, const sockaddr_storage& address, bool secure);
   // The connection that is missed least is closed; false: there is none.
   bool MakeRoom();
   [[nodiscard]] std::pair<int, std::uint64_t> Worth(const TWireSession& session, std::uint64_t nowMs) const;
 
   void Serve(TWireSession& session, TWireRequest request) override;
+  void NotAgreed(const TWireSession& session, const std::string& why) override;
   void Ended(TWireSession& session) override;
   void Follow(TWireSession& session, TFeedWish wish, std::function<bool()> may);
 
   void Run();
   void Tick();
   [[nodiscard]] TWireHosts HostsOf() const;
+  [[nodiscard]] std::string UrlOf() const;
 
   TService& FService;
   asio::io_context FContext{1};
@@ -152,25 +165,28 @@ class TWireServer::TCore final : public IWireDesk {
   std::uint64_t FLastSession = 0;
   std::size_t FMost = 0;  // connections
   std::uint64_t FWatchedMs = 0;
+  std::shared_ptr<const TServerTls> FTls;  // the wire's thread, once it runs
+  std::optional<std::uint64_t> FToldMs;    // of one who has not come to TLS
+  std::size_t FUntold = 0;                 // others since
   std::optional<TThreadSign> FSign;
   bool FEnded = false;
   std::thread FThread;
 };
 
 TWireServer::TCore::TCore(TApi& api, TService& service, TWireOptions options)
-    : Options(std::move(options)), FService(service), FHub(service.Events()) {
-  if (!IsLoopback(Options.Address) && !Options.Insecure)
+    : Options(std::move(options)), FService(service), FHub(service.Events()), FTls(Options.Tls) {
+  if (!IsLoopback(Options.Address) && !Options.Tls && !Options.Insecure)
     throw EProblem(pbRequest, {.What = Format(Tr("the controller does not listen on %s"), Options.Address.c_str()),
                                .Where = "--listen",
                                .Why = Tr("what is said there is not encrypted, and others can read it"),
-                               .Remedy = Tr("stay with 127.0.0.1 and come by ssh, or accept that with --insecure")});
+                               .Remedy = Tr("give a certificate with --cert and --key, stay with 127.0.0.1 and come "
+                                            "by ssh, or accept that with --insecure")});
   FMost = std::min(Options.Limits.Connections, std::max<std::size_t>(RoomForConnections(kReserved), 1));
   TOwnFd tcp = ListenTcp(Options.Address, Options.Port).OrThrow(pbUnusable);
   Port = PortOf(tcp.Get());
-  const bool six = Options.Address.find(':') != std::string::npos;
-  Url = Format(six ? "http://[%s]:%d" : "http://%s:%d", Options.Address.c_str(), Port);
-  Listen(std::move(tcp));
-  if (!Options.StateFolder.empty()) Listen(ListenUnix(Options.StateFolder).OrThrow(pbUnusable));
+  Url = UrlOf();
+  Listen(std::move(tcp), FTls != nullptr);
+  if (!Options.StateFolder.empty()) Listen(ListenUnix(Options.StateFolder).OrThrow(pbUnusable), false);
   FDispatch.emplace(api, service,
                     TDispatchOptions{.Hosts = HostsOf(),
                                      .OpenApi = Options.OpenApi,
@@ -191,13 +207,19 @@ TWireHosts TWireServer::TCore::HostsOf() const {
   std::vector<std::string> names = Options.Hosts;
   const std::string& own = Options.Address;
   // Every address of the machine is none to be asked under: those are given as names.
-  if (!IsLoopback(own) && own != "0.0.0.0" && own != "::")
-    names.push_back(own.find(':') == std::string::npos ? own : "[" + own + "]");
+  if (!IsLoopback(own) && own != "0.0.0.0" && own != "::") names.push_back(HostText(own));
   return TWireHosts(std::move(names));
 }
 
-void TWireServer::TCore::Listen(TOwnFd fd) {
-  FListeners.push_back(std::make_unique<TListener>(FContext, fd.Get()));
+// A name is what a certificate is for.
+std::string TWireServer::TCore::UrlOf() const {
+  const bool named = !Options.Hosts.empty() && !IsLoopback(Options.Address);
+  return Format("%s://%s:%d", Options.Tls ? "https" : "http",
+                named ? Options.Hosts.front().c_str() : HostText(Options.Address).c_str(), Port);
+}
+
+void TWireServer::TCore::Listen(TOwnFd fd, bool secure) {
+  FListeners.push_back(std::make_unique<TListener>(FContext, fd.Get(), secure));
   (void)fd.Release();
 }
 
@@ -218,7 +240,7 @@ void TWireServer::TCore::Accept(TListener& listener) {
                         SOCK_NONBLOCK | SOCK_CLOEXEC));
     if (fd.Get() >= 0) {
       try {
-        Welcome(std::move(fd), address);
+        Welcome(std::move(fd), address, listener.Secure);
       } catch (...) {  // the next one is welcome all the same
         LogFault("TWireServer", std::current_exception());
       }
@@ -238,13 +260,15 @@ void TWireServer::TCore::Accept(TListener& listener) {
   WaitForNewcomers(listener);
 }
 
-void TWireServer::TCore::Welcome(TOwnFd fd, const sockaddr_storage& address) {
+void TWireServer::TCore::Welcome(TOwnFd fd, const sockaddr_storage& address, bool secure) {
   while (FSessions.size() >= FMost && MakeRoom()) {
   }
   TPeer peer = PeerOf(fd.Get(), address);
   peer.Connection = ++FLastSession;
+  peer.Secure = secure;
   if (!peer.IsUnix()) SetUpTcp(fd.Get(), peer.IsLocal());
-  const auto session = std::make_shared<TWireSession>(*this, FContext, std::move(fd), std::move(peer), Options.Limits);
+  const auto session = std::make_shared<TWireSession>(*this, FContext, std::move(fd), std::move(peer), Options.Limits,
+                                                      secure ? FTls.get() : nullptr);
   FSessions.emplace(FLastSession, session);
   FService.Connected(FLastSession);
   session->Start();
@@ -256,6 +280,7 @@ std::pair<int, std::uint64_t> TWireServer::TCore::Worth(const TWireSession& sess
   if (session.KeptUntilMs > nowMs) return {3, session.UsedMs()};
   switch (session.Stage()) {
     case TWireStage::wsEnding:
+    case TWireStage::wsGreeting:
     case TWireStage::wsIdle:
     case TWireStage::wsReading:
     case TWireStage::wsAnswering: return {0, session.UsedMs()};
@@ -322,6 +347,20 @@ void TWireServer::TCore::Follow(TWireSession& session, TFeedWish wish, std::func
   Tick();
 }
 
+// A line now and then: whoever comes to a port can make many.
+void TWireServer::TCore::NotAgreed(const TWireSession& session, const std::string& why) {
+  const std::uint64_t nowMs = RealMs();
+  if (FToldMs && nowMs - *FToldMs < kTellMs) {
+    ++FUntold;
+    return;
+  }
+  FToldMs = nowMs;
+  LogMsg(lkWarning, 0,
+         Format(Tr("TLS with %s has come to nothing: %s (%zu more before)"), session.Peer().Text().c_str(), why.c_str(),
+                std::exchange(FUntold, 0)),
+         "TWireServer");
+}
+
 void TWireServer::TCore::Ended(TWireSession& session) {
   if (session.Feed()) FHub.Close(session.Feed());
   const std::uint64_t number = session.Peer().Connection;
@@ -382,12 +421,17 @@ void TWireServer::TCore::End() {
   if (!Options.StateFolder.empty()) RemoveUnix(Options.StateFolder);
 }
 
+void TWireServer::TCore::SetTls(std::shared_ptr<const TServerTls> tls) {
+  FPostbox->Post([this, tls = std::move(tls)] { FTls = tls; });
+}
+
 TWireServer::TWireServer(TApi& api, TService& service, TWireOptions options)
     : FCore(std::make_unique<TCore>(api, service, std::move(options))) {}
 TWireServer::~TWireServer() = default;
 
 void TWireServer::Start() { FCore->Start(); }
 void TWireServer::End() { FCore->End(); }
+void TWireServer::SetTls(std::shared_ptr<const TServerTls> tls) { FCore->SetTls(std::move(tls)); }
 std::uint16_t TWireServer::Port() const { return FCore->Port; }
 std::string TWireServer::Url() const { return FCore->Url; }
 

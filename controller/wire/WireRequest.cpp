@@ -126,7 +126,7 @@ std::optional<TWireReply> CheckHost(const TWireRequest& request, const TWireHost
   return Refuse(421, {.What = Tr("this controller is not asked under that name"),
                       .Where = "Host: " + (IsUtf8(request.Host) ? request.Host : std::string("?")),
                       .Why = {},
-                      .Remedy = Tr("ask for http://127.0.0.1 with its port, or start the controller with --host")});
+                      .Remedy = Tr("ask for 127.0.0.1 with its port, or start the controller with --host")});
 }
 
 std::optional<TWireReply> CheckOrigin(const TWireRequest& request) {

@@ -1,19 +1,22 @@
 #include "controller/wire/WireSession.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <optional>
 #include <sys/socket.h>
 #include <utility>
 
 #include <boost/asio/basic_stream_socket.hpp>
 #include <boost/asio/generic/stream_protocol.hpp>
-#include <boost/asio/post.hpp>
+#include <boost/asio/ssl/error.hpp>
+#include <boost/asio/ssl/stream.hpp>
 #include <boost/asio/write.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/http/parser.hpp>
 #include <boost/beast/http/string_body.hpp>
 
 #include "controller/service/RealTime.h"
+#include "controller/wire/Tls.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
 
@@ -26,8 +29,10 @@ namespace {
 
 using TWireError = boost::system::error_code;
 using TWireSocket = asio::basic_stream_socket<asio::generic::stream_protocol, asio::io_context::executor_type>;
+using TWireTls = asio::ssl::stream<TWireSocket&>;
 using TWireParser = http::request_parser<http::string_body>;
 
+constexpr char kTlsFirst = 0x16;  // the first byte of whoever speaks TLS; no request begins with it
 constexpr const char* kContinue = "HTTP/1.1 100 Continue\r\n\r\n";
 constexpr std::size_t kKeptBytes = 4096;
 constexpr std::size_t kReadAhead = 64U << 10U;  // bytes of further requests that are taken in
@@ -105,6 +110,7 @@ struct TWireSession::TParts {
   TWireSocket Socket;
   const TPeer Peer;
   const TWireLimits& Limits;
+  std::optional<TWireTls> Tls;  // around the socket
   boost::beast::flat_buffer Read{kReadAhead};
   std::optional<TWireParser> Parser;
   std::string Out;
@@ -124,6 +130,18 @@ struct TWireSession::TParts {
     StageMs = RealMs();
   }
 
+  // With TLS or without.
+  template <class THandler>
+  void ReadInto(asio::mutable_buffer room, THandler handler) {
+    if (Tls)
+      Tls->async_read_some(room, std::move(handler));
+    else
+      Socket.async_read_some(room, std::move(handler));
+  }
+
+  void Greet(TWireSession& self);
+  void Agree(TWireSession& self);
+  void RefusePlain(TWireSession& self);
   void ReadSome(TWireSession& self);
   void Parse(TWireSession& self);
   void Asked(TWireSession& self);
@@ -131,18 +149,23 @@ struct TWireSession::TParts {
   void Write(TWireSession& self, void (TParts::*then)(TWireSession&));
   void Answered(TWireSession& self);
   void Linger(TWireSession& self);
+  void EndTls(TWireSession& self);
   void Discard(TWireSession& self);
   void Follow(TWireSession& self);
 };
 
 TWireSession::TWireSession(IWireDesk& desk, asio::io_context& context, TOwnFd socket, TPeer peer,
-                           const TWireLimits& limits)
+                           const TWireLimits& limits, const TServerTls* tls)
     : FParts(new TParts{desk, TWireSocket(context), std::move(peer), limits}) {
   TWireError error;
   const int family = FamilyOf(socket.Get());
   FParts->Socket.assign({family, 0}, socket.Get(), error);
   if (!error) (void)socket.Release();
   FParts->Socket.non_blocking(true, error);
+  if (!tls) return;
+  SSL_CTX_up_ref(tls->Context());  // Asio's context gives it back
+  asio::ssl::context shown(tls->Context());
+  FParts->Tls.emplace(FParts->Socket, shown);
 }
 
 TWireSession::~TWireSession() = default;
@@ -152,7 +175,47 @@ TWireStage TWireSession::Stage() const { return FParts->Stage; }
 const std::shared_ptr<TEventFeed>& TWireSession::Feed() const { return FParts->Feed; }
 std::uint64_t TWireSession::UsedMs() const { return FParts->UsedMs; }
 
-void TWireSession::Start() { FParts->Next(*this); }
+void TWireSession::Start() {
+  if (!FParts->Tls) return FParts->Next(*this);
+  FParts->Enter(TWireStage::wsGreeting);
+  FParts->Greet(*this);
+}
+
+// --- TLS ---
+
+// Whoever asks without it is told so, in words that he understands: what comes first is looked at, and stays.
+void TWireSession::TParts::Greet(TWireSession& self) {
+  Socket.async_wait(asio::socket_base::wait_read, [this, keep = self.shared_from_this()](const TWireError& error) {
+    if (Over) return;
+    char first = 0;
+    const auto got = ::recv(Socket.native_handle(), &first, 1, MSG_PEEK | MSG_DONTWAIT);
+    if (got < 0 && (errno == EAGAIN || errno == EINTR)) return Greet(*keep);
+    if (error || got <= 0) return keep->Close();
+    if (first == kTlsFirst) return Agree(*keep);
+    RefusePlain(*keep);
+  });
+}
+
+void TWireSession::TParts::Agree(TWireSession& self) {
+  Tls->async_handshake(asio::ssl::stream_base::server, [this, keep = self.shared_from_this()](const TWireError& error) {
+    if (Over) return;
+    if (!error) return Next(*keep);
+    Desk.NotAgreed(*keep, error.message());
+    keep->Close();
+  });
+}
+
+void TWireSession::TParts::RefusePlain(TWireSession& self) {
+  Tls.reset();
+  Parser.emplace();
+  Enter(TWireStage::wsAsked);
+  TWireReply reply = Refuse(400, {.What = Tr("here only TLS is spoken"),
+                                  .Where = {},
+                                  .Why = {},
+                                  .Remedy = Tr("ask for https:// instead of http://")});
+  reply.Close = true;
+  self.Answer(std::move(reply));
+}
 
 // --- requests ---
 
@@ -173,7 +236,7 @@ void TWireSession::TParts::ReadSome(TWireSession& self) {
   Reading = true;
   const std::size_t most = Parser->is_header_done() ? kReadAhead : kKeptBytes;
   const auto room = Read.prepare(std::min(most, Read.max_size() - Read.size()));
-  Socket.async_read_some(room, [this, keep = self.shared_from_this()](const TWireError& error, std::size_t bytes) {
+  ReadInto(room, [this, keep = self.shared_from_this()](const TWireError& error, std::size_t bytes) {
     Reading = false;
     if (Over) return;
     if (error) return keep->Close();
@@ -229,13 +292,16 @@ void TWireSession::TParts::Write(TWireSession& self, void (TParts::*then)(TWireS
     StageMs = RealMs();
     return asio::transfer_all()(error, done);
   };
-  asio::async_write(Socket, asio::buffer(Out), moves,
-                    [this, then, keep = self.shared_from_this()](const TWireError& error, std::size_t) {
-                      Writing = false;
-                      if (Over) return;
-                      if (error) return keep->Close();
-                      (this->*then)(*keep);
-                    });
+  const auto done = [this, then, keep = self.shared_from_this()](const TWireError& error, std::size_t) {
+    Writing = false;
+    if (Over) return;
+    if (error) return keep->Close();
+    (this->*then)(*keep);
+  };
+  if (Tls)
+    asio::async_write(*Tls, asio::buffer(Out), moves, done);
+  else
+    asio::async_write(Socket, asio::buffer(Out), moves, done);
 }
 
 void TWireSession::Answer(TWireReply reply) {
@@ -257,20 +323,30 @@ void TWireSession::TParts::Answered(TWireSession& self) {
 // The other end has what was sent before it hears that the connection is over, also while it still sends.
 void TWireSession::TParts::Linger(TWireSession& self) {
   Enter(TWireStage::wsEnding);
+  if (Tls) return EndTls(self);
   TWireError ignored;
   Socket.shutdown(asio::socket_base::shutdown_send, ignored);
   if (!Reading) Discard(self);
 }
 
+// It is said that nothing follows, and waited for the same word. Who still sends instead is read without TLS, which is
+// over; who is being read ends with that, or when it has taken too long.
+void TWireSession::TParts::EndTls(TWireSession& self) {
+  Tls->async_shutdown([this, keep = self.shared_from_this()](const TWireError&) {
+    if (Over || Reading) return;
+    Tls.reset();
+    Linger(*keep);
+  });
+}
+
 void TWireSession::TParts::Discard(TWireSession& self) {
   Reading = true;
-  Socket.async_read_some(asio::buffer(Unread),
-                         [this, keep = self.shared_from_this()](const TWireError& error, std::size_t) {
-                           Reading = false;
-                           if (Over) return;
-                           if (error) return keep->Close();
-                           Discard(*keep);
-                         });
+  ReadInto(asio::buffer(Unread), [this, keep = self.shared_from_this()](const TWireError& error, std::size_t) {
+    Reading = false;
+    if (Over) return;
+    if (error) return keep->Close();
+    Discard(*keep);
+  });
 }
 
 // --- events ---
@@ -317,6 +393,10 @@ void TWireSession::Watch(std::uint64_t nowMs) {
   TParts& my = *FParts;
   const std::uint64_t since = nowMs > my.StageMs ? nowMs - my.StageMs : 0;
   switch (my.Stage) {
+    case TWireStage::wsGreeting:
+      if (since < my.Limits.RequestMs) return;
+      my.Desk.NotAgreed(*this, Tr("it took too long"));
+      return Close();
     case TWireStage::wsIdle:
     case TWireStage::wsAsked: return;
     case TWireStage::wsReading: {

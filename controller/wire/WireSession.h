@@ -1,12 +1,10 @@
-// One connection: HTTP/1.1 requests read one by one, each answered before the next is looked at. The wire's thread
-// only.
+// One connection: HTTP/1.1 requests read one by one, each answered before the next is looked at; by TLS where that is
+// wanted, without ever waiting for the other end. The wire's thread only.
 #pragma once
 
 #include <cstdint>
 #include <functional>
 #include <memory>
-
-#include <boost/asio/io_context.hpp>
 
 #include "controller/wire/Access.h"
 #include "controller/wire/EventFeed.h"
@@ -14,7 +12,13 @@
 #include "controller/wire/WireLimits.h"
 #include "controller/wire/WireRequest.h"
 
+namespace boost::asio {
+class io_context;
+}
+
 namespace ixocontroller {
+
+class TServerTls;
 
 class TWireSession;
 
@@ -22,6 +26,8 @@ class IWireDesk {
  public:
   // Answered once, by Answer or Follow, now or later.
   virtual void Serve(TWireSession& session, TWireRequest request) = 0;
+  // TLS has come to nothing, and the connection ends.
+  virtual void NotAgreed(const TWireSession& session, const std::string& why) = 0;
   // Behind its last call.
   virtual void Ended(TWireSession& session) = 0;
 
@@ -30,6 +36,7 @@ class IWireDesk {
 };
 
 enum class TWireStage : std::uint8_t {
+  wsGreeting,   // TLS is not agreed yet
   wsIdle,       // nothing of a request has come
   wsReading,    // some of it
   wsAsked,      // it waits for its answer
@@ -40,7 +47,9 @@ enum class TWireStage : std::uint8_t {
 
 class TWireSession : public std::enable_shared_from_this<TWireSession> {
  public:
-  TWireSession(IWireDesk& desk, boost::asio::io_context& context, TOwnFd socket, TPeer peer, const TWireLimits& limits);
+  // `tls`: null, none. Desk and context outlive the session.
+  TWireSession(IWireDesk& desk, boost::asio::io_context& context, TOwnFd socket, TPeer peer, const TWireLimits& limits,
+               const TServerTls* tls);
   ~TWireSession();
   TWireSession(const TWireSession&) = delete;
   TWireSession& operator=(const TWireSession&) = delete;

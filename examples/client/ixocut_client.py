@@ -6,13 +6,15 @@
     ixocut_client.py run PROCEDURE [NAME=VALUE ...]      Ctrl-C stops it
     ixocut_client.py stop
 
-The controller is found at IXOCUT_URL ("http://127.0.0.1:8620", or the path of its Unix socket), with the token in
-IXOCUT_TOKEN; on the socket the controller's own user needs none. Software is not the emergency stop.
+The controller is found at IXOCUT_URL ("http://127.0.0.1:8620", "https://cutter.example:8620", or the path of its Unix
+socket), with the token in IXOCUT_TOKEN; on the socket the controller's own user needs none. IXOCUT_CA names a PEM file
+with the certificates of who is trusted behind https, instead of the system's. Software is not the emergency stop.
 """
 import http.client
 import json
 import os
 import socket
+import ssl
 import sys
 import time
 import urllib.parse
@@ -49,17 +51,21 @@ class UnixConnection(http.client.HTTPConnection):
 class Controller:
     """One connection for requests, and one for each stream of events."""
 
-    def __init__(self, url=None, token=None, language="en"):
+    def __init__(self, url=None, token=None, language="en", ca=None):
         self.url = url or os.environ.get("IXOCUT_URL", "http://127.0.0.1:8620")
         self.token = token if token is not None else os.environ.get("IXOCUT_TOKEN", "")
+        self.ca = ca or os.environ.get("IXOCUT_CA")
         self.language = language
         self.lease = None
         self.connection = self._connect(30)
 
     def _connect(self, timeout):
-        if not self.url.startswith("http://"):
-            return UnixConnection(self.url, timeout)
         parts = urllib.parse.urlsplit(self.url)
+        if parts.scheme not in ("http", "https"):
+            return UnixConnection(self.url, timeout)
+        if parts.scheme == "https":
+            context = ssl.create_default_context(cafile=self.ca)
+            return http.client.HTTPSConnection(parts.hostname, parts.port or 8620, timeout=timeout, context=context)
         return http.client.HTTPConnection(parts.hostname, parts.port or 8620, timeout=timeout)
 
     def _headers(self, accept):
@@ -88,7 +94,7 @@ class Controller:
         try:
             self.connection.request(method, "/api/v1" + path, data, headers)
             response = self.connection.getresponse()
-        except (http.client.RemoteDisconnected, BrokenPipeError, http.client.ImproperConnectionState):
+        except (http.client.RemoteDisconnected, BrokenPipeError, ssl.SSLEOFError, http.client.ImproperConnectionState):
             # An idle connection that was closed, or one whose last answer was not waited for (Ctrl-C).
             self.connection.close()
             self.connection.request(method, "/api/v1" + path, data, headers)

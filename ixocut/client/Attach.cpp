@@ -37,11 +37,13 @@ std::optional<TControllerPlace> PlaceOf(const fs::path& folder) {
   return place;
 }
 
+std::string Environment(const char* name) {
+  const char* const text = std::getenv(name);
+  return text ? text : "";
+}
+
 std::string TokenOf(const TAttachOptions& attach) {
-  if (attach.TokenFile.empty()) {
-    const char* const text = std::getenv("IXOCUT_TOKEN");
-    return text ? text : "";
-  }
+  if (attach.TokenFile.empty()) return Environment("IXOCUT_TOKEN");
   const TResult<std::string> text = ReadFile(fs::path(attach.TokenFile));
   if (!text) {
     TProblem problem = text.Problem();
@@ -57,6 +59,10 @@ void AddAttachOptions(CLI::App& command, TAttachOptions& attach, bool byItself) 
   CLI::Option* const url =
       command.add_option("--url", attach.Url, Tr("The controller at this address, http://127.0.0.1:8620 for example"))
           ->type_name("URL");
+  command
+      .add_option("--ca", attach.Trusted,
+                  Tr("Who is trusted behind https://, a PEM file (default: IXOCUT_CA, else the system's)"))
+      ->type_name("FILE");
   command.add_option("--token-file", attach.TokenFile, Tr("The file that holds the token (default: IXOCUT_TOKEN)"))
       ->type_name("FILE");
   if (byItself)
@@ -77,7 +83,9 @@ TAttachment::TAttachment(TControllerSettings& settings) {
   const TAttachOptions& attach = settings.Attach;
   if (!attach.Url.empty()) {
     FPlace = attach.Url;
-    FClient = std::make_unique<TWireClient>(TWireAddress::OfUrl(attach.Url), TokenOf(attach), settings.Language);
+    TWireAddress address = TWireAddress::OfUrl(attach.Url);
+    address.Trusted = attach.Trusted.empty() ? Environment("IXOCUT_CA") : attach.Trusted;
+    FClient = std::make_unique<TWireClient>(std::move(address), TokenOf(attach), settings.Language);
     return;
   }
   fs::path folder;

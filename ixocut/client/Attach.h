@@ -13,7 +13,7 @@
 
 namespace ixocut {
 
-// --url, --token-file and, where the command can work by itself, --local.
+// --url, --ca, --token-file and, where the command can work by itself, --local.
 void AddAttachOptions(CLI::App& command, TAttachOptions& attach, bool byItself);
 
 // What a command for a controller takes: --json, the above, --machine, --state and --lang.

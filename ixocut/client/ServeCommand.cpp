@@ -34,9 +34,16 @@ struct TServeOptions : TControllerSettings {
   std::uint64_t Port = ixocontroller::kWirePort;
   std::string Listen = "127.0.0.1";
   std::vector<std::string> Hosts;
+  std::string Certificate, Key;  // empty: no TLS
   bool Insecure = false;
   bool Json = false;
 };
+
+// What is shown to who comes by TLS, where the files are named.
+ixocontroller::TResult<std::shared_ptr<const ixocontroller::TServerTls>> ReadTls(const TServeOptions& options) {
+  if (options.Certificate.empty()) return std::shared_ptr<const ixocontroller::TServerTls>();
+  return ixocontroller::TServerTls::Read(options.Certificate, options.Key);
+}
 
 void Tell(const TServeOptions& options, const ixocontroller::TWireServer& server, const std::string& link,
           const std::filesystem::path& socket, ixocontroller::TService& service, std::ostream& out) {
@@ -62,6 +69,7 @@ void Tell(const TServeOptions& options, const ixocontroller::TWireServer& server
 int RunServe(TServeOptions options, std::ostream& out) {
   namespace ctl = ixocontroller;
   const std::filesystem::path state = ctl::StateFolder(options.State);
+  const auto tls = ReadTls(options).OrThrow(pbUnusable);
   const ctl::TSignalStop signals;
   ctl::TControllerLock lock;
   lock.Take(state).OrThrow(ctl::FindController(state) ? pbRefused : pbUnusable);
@@ -80,6 +88,7 @@ int RunServe(TServeOptions options, std::ostream& out) {
                            .Port = static_cast<std::uint16_t>(options.Port),
                            .StateFolder = state,
                            .Hosts = options.Hosts,
+                           .Tls = tls,
                            .Insecure = options.Insecure,
                            .OpenApi = ctl::ShareFolder() / "api" / "openapi.json",
                            .Pages = {.Console = ctl::ShareFolder() / "console",
@@ -89,7 +98,14 @@ int RunServe(TServeOptions options, std::ostream& out) {
   service.SetAddress(server.Url());
   service.Start();
   server.Start();
-  std::optional<ctl::TServiceProcess> process(std::in_place, service);
+  if (tls) tls->LogState();
+  std::optional<ctl::TServiceProcess> process(std::in_place, service, [&options, &server] {
+    const auto again = ReadTls(options);
+    if (!again) return LogMsg(lkError, 0, again.Problem().Text(), "serve");
+    if (!*again) return;
+    (*again)->LogState();
+    server.SetTls(*again);
+  });
   const std::filesystem::path socket = std::filesystem::absolute(state / ctl::kWireSocket);
   if (const TResult<> described = lock.Describe(server.Url(), socket.string()); !described)
     std::cerr << "ixocut serve: " << described.Problem().Text() << std::endl;
@@ -122,11 +138,24 @@ void AddServeCommand(CLI::App& program, TCommandRun& run) {
       ->excludes(realtime);
   AddNumberOption(*serve, "--port", options->Port, 0, 0xFFFF, "", Tr("The port; 0 takes a free one"))
       ->capture_default_str();
-  serve->add_option("--listen", options->Listen, Tr("The address; another than the loopback's needs --insecure"))
+  serve
+      ->add_option("--listen", options->Listen,
+                   Tr("The address; another than the loopback's needs --cert and --key, or --insecure"))
       ->type_name("ADDRESS")
       ->capture_default_str();
-  serve->add_flag("--insecure", options->Insecure,
-                  Tr("Let other machines in without encryption; none of them has the role service"));
+  CLI::Option* const certificate =
+      serve
+          ->add_option("--cert", options->Certificate,
+                       Tr("TLS: a PEM file with the certificate, then those that issued it"))
+          ->type_name("FILE");
+  CLI::Option* const key =
+      serve->add_option("--key", options->Key, Tr("Its key, a PEM file that nobody else can read"))->type_name("FILE");
+  certificate->needs(key);
+  key->needs(certificate);
+  serve
+      ->add_flag("--insecure", options->Insecure,
+                 Tr("Let other machines in without encryption; none of them has the role service"))
+      ->excludes(certificate);
   serve->add_option("--host", options->Hosts, Tr("A further name that it is asked under; may be given several times"))
       ->expected(1)
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
@@ -137,10 +166,12 @@ void AddServeCommand(CLI::App& program, TCommandRun& run) {
       *serve,
       {.Notes = Tr("All other commands of this state folder then work on this controller. Ctrl-C and SIGTERM end it, "
                    "dark and in\norder. The link for the console in a browser is shown on a terminal only; "
-                   "\"ixocut console\" makes a new one."),
+                   "\"ixocut console\" makes a new one.\nSIGHUP of a service "
+                   "manager reads the machine file, the certificate and the key again, at rest."),
        .ExitCodes = Tr("0 it was ended, 1 another controller has the state folder or the machine file, 2 wrong "
                        "command line,\n3 a file, a device or the port cannot be used"),
-       .Examples = {"ixocut serve", "ixocut serve --port 0 --state /var/lib/ixocut", "ixocut serve --virtual 10"}});
+       .Examples = {"ixocut serve", "ixocut serve --port 0 --state /var/lib/ixocut", "ixocut serve --virtual 10",
+                    "ixocut serve --listen 192.168.0.5 --cert cutter.pem --key cutter.key --host cutter.example"}});
   serve->callback([options, &run] { run = [options] { return RunServe(*options, std::cout); }; });
 }
 

@@ -18,6 +18,7 @@
 #include <boost/beast/http/string_body.hpp>
 
 #include "controller/wire/Listen.h"
+#include "controller/wire/TlsClient.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/JsonText.h"
 #include "ixocamglue/support/SystemError.h"
@@ -38,6 +39,8 @@ constexpr auto kConnectWithin = std::chrono::seconds(5);
 constexpr std::uint64_t kLargestAnswer = 256U << 20U;
 constexpr std::uint32_t kHeaderLimit = 64U << 10U;
 constexpr const char* kEvents = "/api/v1/events";
+constexpr std::string_view kHttp = "http://";
+constexpr std::string_view kHttps = "https://";
 
 // True when `events` or an error are there in time; a signal does not shorten the wait.
 bool WaitUntil(int fd, short events, TSteady::time_point end) {
@@ -161,8 +164,10 @@ std::string UrlPart(std::string_view text) {
 }
 
 TWireAddress TWireAddress::OfUrl(const std::string& url) {
-  constexpr std::string_view scheme = "http://";
-  std::string rest = url.starts_with(scheme) ? url.substr(scheme.size()) : std::string();
+  const bool secure = url.starts_with(kHttps);
+  std::string rest = secure                   ? url.substr(kHttps.size())
+                     : url.starts_with(kHttp) ? url.substr(kHttp.size())
+                                              : std::string();
   while (rest.ends_with('/')) rest.pop_back();
   const std::size_t colon = rest.rfind(':');
   const bool hasPort = colon != std::string::npos && rest.find(']', colon) == std::string::npos;
@@ -173,10 +178,12 @@ TWireAddress TWireAddress::OfUrl(const std::string& url) {
     throw EProblem(pbRequest, {.What = Format(Tr("\"%s\" is no address of a controller"), url.c_str()),
                                .Where = "--url",
                                .Remedy = Tr("http://127.0.0.1:8620 is one")});
-  return {.Socket = {}, .Host = rest, .Port = *port};
+  return {.Socket = {}, .Host = rest, .Port = *port, .Secure = secure, .Trusted = {}};
 }
 
-std::string TWireAddress::Text() const { return Socket.empty() ? "http://" + HostOf(*this) : Socket.string(); }
+std::string TWireAddress::Text() const {
+  return Socket.empty() ? std::string(Secure ? kHttps : kHttp) + HostOf(*this) : Socket.string();
+}
 
 // --- one connection ---
 
@@ -187,10 +194,34 @@ struct TWireClient::TLine {
     int error = 0;
     Fd = address.Socket.empty() ? ConnectTcp(address, error) : ConnectUnix(address.Socket, error);
     if (error != 0) throw EProblem(pbUnusable, NotReached(address, SystemErrorText(error)));
+    if (address.Secure) Agree();
+  }
+
+  void Agree() {
+    Tls = std::make_unique<ixocontroller::TTlsClient>(Address.Host, Address.Trusted);
+    TakeTls({});
+    for (const auto end = TSteady::now() + kConnectWithin; !Tls->Agreed();)
+      if (!Receive(end) && (Ended || TSteady::now() >= end))
+        throw EProblem(pbUnusable, NotReached(Address, Tr("TLS was not agreed in time, or the connection ended")));
+  }
+
+  // Throws for a certificate that is not accepted, and for what is no TLS.
+  void TakeTls(std::string_view bytes) {
+    TResult<> taken = Tls->Take(bytes, In);
+    (void)SendBytes(Tls->Give());  // also why it is not accepted
+    if (taken) return;
+    TProblem problem = taken.Problem();
+    problem.Where = Address.Text();
+    throw EProblem(pbUnusable, std::move(problem));
+  }
+
+  bool Send(std::string_view text) {
+    if (!Tls) return SendBytes(text);
+    return Tls->Say(text) && SendBytes(Tls->Give());
   }
 
   // False when the other end has closed.
-  bool Send(std::string_view bytes) {
+  bool SendBytes(std::string_view bytes) {
     const auto end = TSteady::now() + kAnswerWithin;
     while (!bytes.empty()) {
       const auto sent = ::send(Fd.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
@@ -202,15 +233,21 @@ struct TWireClient::TLine {
     return true;
   }
 
-  // Reads what is there by then; false: nothing has come. `Ended` when the other end has closed.
+  // Reads what is there by then; false: nothing has been said. `Ended` when the other end has closed.
   bool Receive(TSteady::time_point end) {
-    if (!WaitUntil(Fd.Get(), POLLIN, end)) return false;
+    if (Ended || !WaitUntil(Fd.Get(), POLLIN, end)) return false;
     std::array<char, 16'384> buffer;  // NOLINT(cppcoreguidelines-pro-type-member-init): written below
     const auto got = ::recv(Fd.Get(), buffer.data(), buffer.size(), 0);
     if (got < 0 && (errno == EAGAIN || errno == EINTR)) return false;
     Ended = got <= 0;
-    if (!Ended) In.append(buffer.data(), static_cast<std::size_t>(got));
-    return !Ended;
+    if (Ended) return false;
+    const std::string_view bytes(buffer.data(), static_cast<std::size_t>(got));
+    if (Tls)
+      TakeTls(bytes);
+    else
+      In.append(bytes);
+    Ended = Tls && Tls->Ended();
+    return !In.empty();
   }
 
   // Throws for what is no answer.
@@ -227,6 +264,7 @@ struct TWireClient::TLine {
 
   const TWireAddress Address;
   TOwnFd Fd;
+  std::unique_ptr<ixocontroller::TTlsClient> Tls;  // null: none
   std::string In;
   bool Ended = false;
 };

@@ -1,6 +1,6 @@
-// Asks a running controller: HTTP/1.1 with JSON over its Unix socket or TCP, and its events as they come. Every failure
-// is EProblem: what the controller refuses carries its own words (RFC 9457), with the blame that its status has.
-// One thread each. Waits in real time.
+// Asks a running controller: HTTP/1.1 with JSON over its Unix socket, TCP or TLS, and its events as they come. Every
+// failure is EProblem: what the controller refuses carries its own words (RFC 9457), with the blame that its status
+// has. One thread each. Waits in real time.
 #pragma once
 
 #include <cstdint>
@@ -24,8 +24,10 @@ struct TWireAddress {
   std::filesystem::path Socket;  // not empty: the Unix socket; its path may be longer than a socket's name
   std::string Host;
   std::uint16_t Port = 0;
+  bool Secure = false;            // by TLS
+  std::filesystem::path Trusted;  // then: the certificates of who is, a PEM file; empty: the system's
 
-  // "http://127.0.0.1:8620"; throws EProblem (pbRequest) for what is none.
+  // "http://127.0.0.1:8620" or "https://..."; throws EProblem (pbRequest) for what is none.
   [[nodiscard]] static TWireAddress OfUrl(const std::string& url);
   [[nodiscard]] std::string Text() const;  // for people
 };

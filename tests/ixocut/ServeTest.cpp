@@ -1,5 +1,6 @@
 // The controller that stays up, as its users meet it: the real program, its sockets, its files and its signals.
 #include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <sstream>
 #include <thread>
@@ -7,8 +8,10 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
+#include "fixture/Certificates.h"
 #include "fixture/Paths.h"
 #include "fixture/Program.h"
+#include "fixture/Waiting.h"
 #include "ixocut/client/Child.h"
 #include "ixocut/client/WireClient.h"
 
@@ -37,11 +40,17 @@ class Serve : public TProgramTest {
     FServe = std::make_unique<TChild>(words, FDir.Path(), FDir.Path() / "serve.out", IxocutBinary());
     for (const auto end = std::chrono::steady_clock::now() + 10s; std::chrono::steady_clock::now() < end;) {
       if (FServe->Wait(5ms)) break;
-      const auto document = nlohmann::json::parse(Read("serve.out"), nullptr, false);
-      if (document.is_object()) return document.at("result").at("url");
+      if (const auto document = Document(); document.is_object()) return document.at("result").at("url");
     }
     ADD_FAILURE() << Read("serve.out");
     return {};
+  }
+
+  // What it says of itself; its log stands around it where that is the journal's.
+  [[nodiscard]] nlohmann::json Document() const {
+    const std::string said = Read("serve.out");
+    const std::size_t at = std::min(said.find('{'), said.size());
+    return nlohmann::json::parse(said.substr(at, said.find('\n', at) - at), nullptr, false);
   }
 
   std::unique_ptr<TChild> FServe;
@@ -157,6 +166,53 @@ TEST_F(Serve, PanelKnobQueueAndRecordingAreThoseOfTheControllerThatRuns) {
                                "IXOCUT_TOKEN=" + token.substr(0, token.find('\n')));
   EXPECT_EQ(recorded.ExitCode, 0) << recorded.All();
   EXPECT_EQ(Ixocut("monitor show gas.csv").ExitCode, 0);
+}
+
+TEST_F(Serve, ComesByTlsWhereItHasACertificateAndReadsANewOneWhenItIsTold) {
+  TCertificates own, others;
+  own.Make("cutter");
+  others.Make("cutter");
+  const auto take = [&](const TCertificates& from) {
+    for (const char* const name : {"cutter.pem", "cutter.key"})
+      std::filesystem::copy_file(from.Of(name), FDir.Path() / name, std::filesystem::copy_options::overwrite_existing);
+    std::filesystem::permissions(FDir.Path() / "cutter.key", std::filesystem::perms(0600));
+  };
+  take(own);
+  const TRun none = Ixocut("serve --listen 0.0.0.0 --port 0");
+  EXPECT_EQ(none.ExitCode, 2);
+  EXPECT_THAT(none.Err, HasSubstr("--cert and --key"));
+  EXPECT_EQ(Ixocut("serve --cert cutter.pem").ExitCode, 2);
+  const TRun wrong = Ixocut("serve --port 0 --cert cutter.pem --key cutter.pem --state other");
+  EXPECT_EQ(wrong.ExitCode, 3);
+  EXPECT_THAT(wrong.Err, HasSubstr("others can read the key"));
+  EXPECT_FALSE(std::filesystem::exists(FDir.Path() / "other")) << "nothing was begun";
+
+  ::setenv("NOTIFY_SOCKET", (FDir.Path() / "manager").c_str(), 1);  // as a service
+  const std::string url = Start("--virtual 50 --cert cutter.pem --key cutter.key");
+  ::unsetenv("NOTIFY_SOCKET");
+  ASSERT_EQ(url.substr(0, 8), "https://");
+  const auto status = [&](const TCertificates& trusted) {
+    return Ixocut("status --url " + url + " --ca '" + trusted.Of("ca.pem").string() + "'");
+  };
+  EXPECT_THAT(status(own).Out, HasSubstr("standby"));
+  const TRun stranger = status(others);
+  EXPECT_EQ(stranger.ExitCode, 3);
+  EXPECT_THAT(stranger.Err, testing::AllOf(HasSubstr(url), HasSubstr("nobody who is trusted"), HasSubstr("--ca")));
+  EXPECT_THAT(Ixocut("status --url http" + url.substr(5)).Err, HasSubstr("https://"));
+  const auto python = [&](const TCertificates& trusted) {
+    return std::system(("IXOCUT_URL=" + url + " IXOCUT_CA='" + trusted.Of("ca.pem").string() + "' python3 '" +
+                        TestSources() + "/../examples/client/ixocut_client.py' watch 0 >'" +
+                        (FDir.Path() / "py.out").string() + "' 2>&1")
+                           .c_str());
+  };
+  EXPECT_EQ(python(own), 0) << Read("py.out");
+  EXPECT_NE(python(others), 0);
+  EXPECT_THAT(Read("py.out"), HasSubstr("certificate verify failed"));
+
+  take(others);
+  ASSERT_EQ(::kill(Document().at("result").at("process"), SIGHUP), 0);
+  EXPECT_TRUE(Comes([&] { return status(others).ExitCode == 0; }));
+  EXPECT_EQ(status(own).ExitCode, 3);
 }
 
 TEST_F(Serve, AStateFolderWithALongNameWorks) {
