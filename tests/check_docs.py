@@ -10,7 +10,7 @@ ROOT = pathlib.Path(sys.argv[1])
 DOCUMENTS = ["README.md", *(f"docs/{name}" for name in ("ARCHITECTURE.md", "api.md", "kept.md", "real-machine.md"))]
 # What is made where the program works, or is no file of ours.
 ELSEWHERE = re.compile(r"^(state|build|gas|nozzle|square|steps|machine|FILE|purge|alarms|~)\b|\.(db|svg|jsonl|sock|log|lock)$"
-                       r"|^(controller|queue|tokens|config-history)\.json$|GasCalibration\.config")
+                       r"|^(controller|queue|tokens|config-history|notifications)\.json$|GasCalibration\.config")
 PLACE = re.compile(r"^[A-Za-z.][\w./-]*(/|\.(\*|h|cpp|py|sh|json|md|xml))$")
 
 tree = [str(path.relative_to(ROOT)) for folder in sorted(ROOT.iterdir()) if folder.name[:1] != "." and folder.name != "build"

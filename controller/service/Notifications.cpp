@@ -1,17 +1,14 @@
 #include "controller/service/Notifications.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
-#include <netdb.h>
 #include <poll.h>
 #include <pthread.h>
 #include <spawn.h>
 #include <sys/mman.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -32,7 +29,6 @@ using TJson = nlohmann::ordered_json;
 
 constexpr std::size_t kMostRules = 32;
 constexpr int kPollMs = 20;
-constexpr std::string_view kHttp = "http://";
 
 struct TTellKind {
   TTellOn On;
@@ -58,28 +54,6 @@ class THandle {
   const int FHandle;
 };
 
-// "http://127.0.0.1:8080/x" and "http://[::1]/x"; false: it is none.
-bool SplitUrl(std::string_view url, TTellRule& rule) {
-  if (!url.starts_with(kHttp)) return false;
-  url.remove_prefix(kHttp.size());
-  if (std::ranges::any_of(url, [](char c) { return c <= ' ' || c == 0x7F; })) return false;
-  const auto slash = std::min(url.find('/'), url.size());
-  rule.Path = slash == url.size() ? "/" : std::string(url.substr(slash));
-  std::string_view host = url.substr(0, slash);
-  const auto colon = host.rfind(':');
-  const bool hasPort = colon != std::string_view::npos && (host[0] != '[' || host[colon - 1] == ']');
-  rule.Port = hasPort ? std::string(host.substr(colon + 1)) : "80";
-  if (hasPort) host = host.substr(0, colon);
-  if (host.starts_with('[') && host.ends_with(']')) host = host.substr(1, host.size() - 2);
-  rule.Host = host == "localhost" ? "127.0.0.1" : std::string(host);
-  addrinfo hints{};
-  hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV;
-  addrinfo* found = nullptr;
-  if (::getaddrinfo(rule.Host.c_str(), rule.Port.c_str(), &hints, &found) != 0) return false;
-  ::freeaddrinfo(found);
-  return true;
-}
-
 TResult<TTellRule> ReadTellRule(const TJson& row) {
   TTellRule rule;
   const auto on = row.is_object() && row.contains("on") ? row["on"] : TJson();
@@ -91,8 +65,12 @@ TResult<TTellRule> ReadTellRule(const TJson& row) {
   if (row.contains("command") == row.contains("webhook"))
     return TProblem{.What = Tr("a notification has either a \"command\" or a \"webhook\"")};
   if (row.contains("webhook")) {
-    if (!row["webhook"].is_string() || !SplitUrl(row["webhook"].get<std::string>(), rule))
-      return TProblem{.What = Tr("a webhook is \"http://ADDRESS:PORT/PATH\" with a numeric address")};
+    const bool texts = row["webhook"].is_string() && (!row.contains("ca") || row["ca"].is_string());
+    if (texts) rule.Webhook = ParseWebhook(row["webhook"].get<std::string>());
+    if (!rule.Webhook)
+      return TProblem{.What = Tr("a webhook is \"http://HOST:PORT/PATH\" or \"https://HOST:PORT/PATH\"; its \"ca\" "
+                                 "is the path of a file")};
+    rule.Webhook->Trusted = row.value("ca", "");
     return rule;
   }
   const TJson& command = row["command"];
@@ -156,69 +134,9 @@ TResult<> RunCommand(const TTellRule& rule, const std::string& json, const std::
   return WaitForCommand(child, ending);
 }
 
-// --- a webhook ---
-
-// Waits for one of the events; an errno value.
-int WaitFor(int handle, short events, std::uint64_t end, const std::function<bool()>& ending) {
-  while (RealMs() < end && !ending()) {
-    pollfd ready{handle, events, 0};
-    if (::poll(&ready, 1, kPollMs) > 0) return 0;
-  }
-  return ETIMEDOUT;
-}
-
-TResult<> Post(const TTellRule& rule, const std::string& json, const std::function<bool()>& ending) {
-  addrinfo hints{};
-  hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV;
-  hints.ai_socktype = SOCK_STREAM;
-  addrinfo* found = nullptr;
-  if (::getaddrinfo(rule.Host.c_str(), rule.Port.c_str(), &hints, &found) != 0) return SystemProblem(EINVAL);
-  const std::uint64_t end = RealMs() + kWebhookMs;
-  const THandle socket(::socket(found->ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  int error = ::connect(socket.Get(), found->ai_addr, found->ai_addrlen) == 0 ? 0 : errno;
-  ::freeaddrinfo(found);
-  if (error == EINPROGRESS) {
-    socklen_t size = sizeof error;
-    if (const int waited = WaitFor(socket.Get(), POLLOUT, end, ending))
-      error = waited;
-    else if (::getsockopt(socket.Get(), SOL_SOCKET, SO_ERROR, &error, &size) != 0)
-      error = errno;
-  }
-  if (error != 0) return SystemProblem(error);
-  const std::string host = rule.Host.find(':') == std::string::npos ? rule.Host : "[" + rule.Host + "]";
-  const std::string bytes = Format(
-                                "POST %s HTTP/1.1\r\nHost: %s:%s\r\nContent-Type: application/json\r\n"
-                                "Content-Length: %zu\r\nConnection: close\r\n\r\n",
-                                rule.Path.c_str(), host.c_str(), rule.Port.c_str(), json.size()) +
-                            json;
-  for (std::size_t sent = 0; sent < bytes.size();) {
-    const auto now = ::send(socket.Get(), bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
-    if (now > 0)
-      sent += static_cast<std::size_t>(now);
-    else if (errno != EAGAIN && errno != EINTR)
-      return SystemProblem(errno);
-    else if (const int waited = WaitFor(socket.Get(), POLLOUT, end, ending))
-      return SystemProblem(waited);
-  }
-  std::string answer;  // its first line is all that matters
-  while (answer.size() < sizeof "HTTP/1.1 200" - 1) {
-    if (const int waited = WaitFor(socket.Get(), POLLIN, end, ending)) return SystemProblem(waited);
-    char text[64];
-    const auto size = ::recv(socket.Get(), text, sizeof text, 0);
-    if (size < 0 && (errno == EAGAIN || errno == EINTR)) continue;
-    if (size <= 0) return SystemProblem(size < 0 ? errno : ECONNRESET);
-    answer.append(text, static_cast<std::size_t>(size));
-  }
-  if (answer.starts_with("HTTP/1.") && answer[9] == '2') return {};
-  const auto shown = std::ranges::find_if(answer, [](char c) { return c < ' ' || c > '~'; });
-  return TProblem{.What = Format(Tr("the answer is \"%s\""), std::string(answer.begin(), shown).c_str())};
-}
-
 }  // namespace
 
-std::string TTellRule::Name() const {
-  return Command.empty() ? std::string(kHttp) + Host + ":" + Port + Path : Command.front();
-}
+std::string TTellRule::Name() const { return Webhook ? Webhook->Text() : Command.front(); }
 
 TResult<std::vector<TTellRule>> ReadTellRules(const std::filesystem::path& file) {
   const auto content = ReadJsonFile(file);
@@ -237,7 +155,7 @@ TResult<std::vector<TTellRule>> ReadTellRules(const std::filesystem::path& file)
 }
 
 TResult<> Tell(const TTellRule& rule, const std::string& json, const std::function<bool()>& ending) {
-  return rule.Command.empty() ? Post(rule, json, ending) : RunCommand(rule, json, ending);
+  return rule.Webhook ? Post(*rule.Webhook, json, ending) : RunCommand(rule, json, ending);
 }
 
 // --- TNotifications ---

@@ -2,18 +2,19 @@
 // operator. What is told where stands in "notifications.json" of the state folder, which is read again when it changes:
 //
 //   {"notifications": [{"on": ["alarm", "question"], "command": ["/usr/local/bin/tell-shift", "--loud"]},
-//                      {"on": ["end"], "webhook": "http://192.168.0.20:8080/ixocut"}]}
+//                      {"on": ["end"], "webhook": "http://192.168.0.20:8080/ixocut"},
+//                      {"on": ["end"], "webhook": "https://plan.example/ixocut", "ca": "/etc/ixocut/plan.pem"}]}
 //
 // A command gets the event as one JSON object on its standard input, without a shell, and is ended after kCommandMs. A
-// webhook gets it by a plain POST to a numeric address: a name server could keep its end waiting. Both run on the
-// thread `ixo-tell`, one after the other: nothing of the machine waits for them. What fails is logged once, until it
-// works again.
+// webhook gets it by a POST (Webhook.h). Both run on the thread `ixo-tell`, one after the other: nothing of the machine
+// waits for them. What fails is logged once, until it works again.
 #pragma once
 
 #include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -21,6 +22,7 @@
 #include <nlohmann/json.hpp>
 
 #include "controller/service/Events.h"
+#include "controller/service/Webhook.h"
 #include "ixocamglue/platform/services/Clock.h"
 #include "ixocamglue/support/Problem.h"
 
@@ -32,7 +34,7 @@ using enum TTellOn;
 struct TTellRule {
   std::vector<TTellOn> On;
   std::vector<std::string> Command;        // either this
-  std::string Host, Port, Path;            // or these, of "http://host:port/path"
+  std::optional<TWebhook> Webhook;         // or this
   [[nodiscard]] std::string Name() const;  // for messages
 };
 
@@ -41,7 +43,6 @@ struct TTellRule {
 
 // Does what the rule says, within kCommandMs or kWebhookMs; `ending` is asked meanwhile, and ends it.
 inline constexpr std::uint32_t kCommandMs = 10'000;
-inline constexpr std::uint32_t kWebhookMs = 3'000;
 [[nodiscard]] TResult<> Tell(const TTellRule& rule, const std::string& json, const std::function<bool()>& ending);
 
 class TNotifications {
@@ -51,7 +52,8 @@ class TNotifications {
 
   // Tells of what is added from now on. Ring and log outlive it.
   TNotifications(const TEventRing& events, const std::filesystem::path& stateFolder);
-  ~TNotifications();  // does not wait for somebody who does not answer
+  // Does not wait for somebody who does not answer, and for a name that is looked up kWebhookNameMs at most.
+  ~TNotifications();
   TNotifications(const TNotifications&) = delete;
   TNotifications& operator=(const TNotifications&) = delete;
 

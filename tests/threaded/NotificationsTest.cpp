@@ -89,6 +89,10 @@ TEST_F(Notifications, ACommandGetsTheEventOnItsInputAndAWebhookItsPost) {
   EXPECT_TRUE(Tell(Rule({{"on", {"end"}}, {"webhook", hook.Url}}), "{\"b\": 1}\n", &Never));
   EXPECT_THAT(hook.Asked, testing::AllOf(HasSubstr("POST /told HTTP/1.1\r\n"), HasSubstr("Content-Length: 9\r\n"),
                                          HasSubstr("\r\n\r\n{\"b\": 1}\n")));
+  const std::string byName = "http://localhost" + hook.Url.substr(hook.Url.rfind(':'));
+  hook.Asked.clear();
+  EXPECT_TRUE(Tell(Rule({{"on", {"end"}}, {"webhook", byName}}), "{}\n", &Never));
+  EXPECT_THAT(hook.Asked, HasSubstr("Host: localhost:"));
   EXPECT_THAT(Tell(Rule({{"on", {"end"}}, {"webhook", angry.Url}}), "{}\n", &Never).Problem().What, HasSubstr("500"));
   EXPECT_FALSE(
       Tell(Rule({{"on", {"end"}}, {"webhook", silent.Url}}), "{}\n", [start] { return RealMs() > start + 200; }));
@@ -104,8 +108,10 @@ TEST_F(Notifications, AWrongFileIsNamedWithItsRow) {
        {ordered_json(3), ordered_json{{"on", {"end"}}}, ordered_json{{"on", {"never"}}, {"command", {"/x"}}},
         ordered_json{{"on", "end"}, {"command", {"/x"}}}, ordered_json{{"on", {"end"}}, {"command", "/x y"}},
         ordered_json{{"on", {"end"}}, {"command", {"relative"}}},
-        ordered_json{{"on", {"end"}}, {"webhook", "https://1.2.3.4/"}},
-        ordered_json{{"on", {"end"}}, {"webhook", "http://by.name/"}},
+        ordered_json{{"on", {"end"}}, {"webhook", "ftp://1.2.3.4/"}},
+        ordered_json{{"on", {"end"}}, {"webhook", "http://a@by.name/"}},
+        ordered_json{{"on", {"end"}}, {"webhook", "http://by.name:0/"}},
+        ordered_json{{"on", {"end"}}, {"webhook", "https://by.name/"}, {"ca", 1}},
         ordered_json{{"on", {"end"}}, {"webhook", "http://1.2.3.4/ HTTP/1.1\r\nX: y"}}})
     EXPECT_THAT(wrong(row).Where, HasSubstr("notifications[1]")) << row;
   EXPECT_TRUE(ReadTellRules(FDir.Path() / "none").OrThrow(pbUnusable).empty());

@@ -11,6 +11,7 @@
 #include <gmock/gmock.h>
 #include <openssl/ssl.h>
 
+#include "controller/service/Webhook.h"
 #include "controller/wire/TlsClient.h"
 #include "fixture/Certificates.h"
 #include "fixture/ServiceWorld.h"
@@ -199,6 +200,13 @@ TEST_F(TlsWire, AnswersWhoTrustsItAndTellsWhoSpeaksPlainlyWhatToDo) {
   EXPECT_THAT(login.SetCookie, HasSubstr("; Secure"));
   EXPECT_THAT(WhyNot(Address("http://")), AllOf(HasSubstr("only TLS"), HasSubstr("https://")));
   EXPECT_THAT(WhyNot(Address("https://", *Others)), HasSubstr("nobody who is trusted"));
+  const auto hook = [this](const TCertificates& trusted) {
+    auto webhook = ParseWebhook(Address().Text() + "/api/v1/stop");
+    webhook->Trusted = trusted.Of("ca.pem");
+    return Post(*webhook, "{}", [] { return false; });
+  };
+  EXPECT_TRUE(hook(*Own)) << "a webhook comes by TLS, too";
+  EXPECT_THAT(hook(*Others).Problem().Text(), HasSubstr("nobody who is trusted"));
 
   // Another certificate is shown to whoever comes from then on.
   TWireClient kept = Client();
