@@ -42,6 +42,7 @@ TJson PanelJson(TService& service) {
   const auto& open = host.Forms().Open();
   return {{"form", open.empty() ? TJson() : TJson(open.back())},
           {"forms", open},
+          {"alt", host.Alt()},
           {"leds", KeyList(leds)},
           {"keys", std::move(keys)},
           {"knob", KnobJson(service.Controller())},
@@ -193,6 +194,14 @@ TApiReply SetForm(TService& service, const TApiRequest& request) {
   return ShowPanel(service, request);
 }
 
+TApiReply SetAlt(TService& service, const TApiRequest& request) {
+  const TAskedBody body(request, {"alt"});
+  TPanelHost& host = service.Panel().Host();
+  host.SetAlt(body.Flag("alt", true));
+  host.Guard().Refresh();
+  return ShowPanel(service, request);
+}
+
 // The knob turned by so many counts: one level each. Where nothing is moved by hand they are dropped.
 bool TurnKnob(TController& controller, std::int64_t counts) {
   const TCutState state = ClassifyCutState(controller.Framework().CurrentState());
@@ -239,6 +248,8 @@ constexpr TApiRoute kPanelRoutes[] = {
     {"POST", "/api/v1/panel/release", roNone, false, true, &Release, "Release a key by its press"},
     {"POST", "/api/v1/panel/heartbeat", roOperator, false, true, &Heartbeat, "Hold keys down for another 200 ms"},
     {"POST", "/api/v1/panel/form", roOperator, true, true, &SetForm, "Show a form, or hide it"},
+    {"POST", "/api/v1/panel/alt", roOperator, true, true, &SetAlt,
+     "Give the keys their other commands, or take them back"},
     {"POST", "/api/v1/panel/knob", roOperator, true, true, &SetKnob, "Turn the knob, or set a level's speeds"},
 };
 

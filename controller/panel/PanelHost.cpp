@@ -14,6 +14,7 @@ namespace ixocontroller {
 namespace {
 
 constexpr const char* kSource = "TPHost";
+constexpr TKeyCode kAltKeys[] = {CK_RETURN0, CK_RESUME, CK_BREAK_LOCATE};
 
 void Say(const std::string& text) { LogMsg(lkWarning, 0, text, kSource); }
 
@@ -70,6 +71,12 @@ void TPanelHost::PressAgain(TKeyCode key) {
     Press(key);
   });
 }
+
+void TPanelHost::SetAlt(bool alt) {
+  for (const TKeyCode key : kAltKeys) KBPManager()->KeyItem(key)->SetAlt(alt, alt);
+}
+
+bool TPanelHost::Alt() const { return KBPManager()->KeyItem(kAltKeys[0])->GetIsAlt(); }
 
 void TPanelHost::SetWarning(bool pending) {
   FController.Params().SetBool("ExistMaintainWarning", pending);

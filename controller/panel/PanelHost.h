@@ -37,6 +37,9 @@ class TPanelHost {
   void SetWarning(bool pending);
   // By hand: the emergency stop and what it latched.
   void ResetEmergencyStop();
+  // The keys that have another command (homing, resume, locating) do that one and blink, or no longer.
+  void SetAlt(bool alt);
+  [[nodiscard]] bool Alt() const;
   // Applies a level of the knob; refused with a line of the log when the speeds are not right.
   void SetKnob(TSpeedState level);
 

@@ -23,13 +23,6 @@ const char* FormBehind(const std::string& form) {
 
 bool THostSeat::ActsWhileHeld(TKeyCode key) const { return IsHeldCommand(KBPManager()->KeyItem(key)->GetCMD()); }
 
-void THostSeat::SwitchAlt() {
-  for (const TKeyCode key : {CK_RETURN0, CK_RESUME, CK_BREAK_LOCATE}) {
-    const bool alt = !KBPManager()->KeyItem(key)->GetIsAlt();
-    KBPManager()->KeyItem(key)->SetAlt(alt, alt);
-  }
-}
-
 void THostSeat::NextForm() {
   const auto& open = FHost.Forms().Open();
   const std::string top = open.empty() ? "" : open.back();

@@ -56,7 +56,7 @@ class THostSeat final : public IPanelSeat {
   void PressAgain(TKeyCode key) override { FHost.PressAgain(key); }
   void Release(TKeyCode key) override { FHost.Guard().Release(key); }
   void ResetByHand() override { FHost.ResetEmergencyStop(); }
-  void SwitchAlt() override;
+  void SwitchAlt() override { FHost.SetAlt(!FHost.Alt()); }
   void NextForm() override;
   void Alive() override { FHost.Guard().Alive(); }
   [[nodiscard]] TPanelView View() override;

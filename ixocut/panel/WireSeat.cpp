@@ -83,8 +83,6 @@ void TWireSeat::Press(TKeyCode key) {
   if (key == CK_EGYSTOP || key == CK_STOP) (void)FStops.Post("/api/v1/stop");
 }
 
-void TWireSeat::SwitchAlt() { Say(Tr("the alt mode is switched on the controller's own panel only")); }
-
 void TWireSeat::Alive() {
   const std::uint64_t since = FEmergencyMs;
   if (since != 0 && Clock().MonotonicMs() > since + kEmergencyWithinMs) AllOff();
@@ -163,6 +161,10 @@ void TWireSeat::Carry(const TAction& action) {
     case TAction::acReset:
       TakeControl();
       (void)FClient.Post("/api/v1/reset");
+      break;
+    case TAction::acAlt:
+      TakeControl();
+      (void)FClient.Post("/api/v1/panel/alt", {{"alt", !FKeys->Panel().at("alt").get<bool>()}});
       break;
     case TAction::acForm: {
       TakeControl();

@@ -55,7 +55,7 @@ class TWireSeat final : public IPanelSeat {
   void PressAgain(TKeyCode key) override { Do({TAction::acAgain, key}); }
   void Release(TKeyCode key) override { Do({TAction::acRelease, key}); }
   void ResetByHand() override { Do({TAction::acReset, {}}); }
-  void SwitchAlt() override;
+  void SwitchAlt() override { Do({TAction::acAlt, {}}); }
   void NextForm() override { Do({TAction::acForm, {}}); }
   void Alive() override;
   [[nodiscard]] TPanelView View() override;
@@ -63,7 +63,7 @@ class TWireSeat final : public IPanelSeat {
 
  private:
   struct TAction {
-    enum TKind : std::uint8_t { acPress, acAgain, acRelease, acReset, acForm } Kind = acPress;
+    enum TKind : std::uint8_t { acPress, acAgain, acRelease, acReset, acAlt, acForm } Kind = acPress;
     TKeyCode Key{};
   };
   using TJson = nlohmann::ordered_json;

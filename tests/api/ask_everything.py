@@ -212,6 +212,8 @@ def ask_well(asker):
               expect=(200, 409))
     asker.good("POST", "panel/heartbeat", {"presses": [], "atMs": asker.good("GET", "panel").get("serverMs")})
     asker.good("POST", "panel/release", {"press": "one"})
+    for alt in (True, False):
+        asker.good("POST", "panel/alt", {"alt": alt})
     asker.good("POST", "panel/knob", {"level": "normal"})
 
     asker.good("POST", "recordings", {"name": "one", "signals": ["position", "state"], "limitMs": 60000})

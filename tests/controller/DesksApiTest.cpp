@@ -62,6 +62,12 @@ TEST_F(DesksApi, AKeyNeedsAFormLeaseAndHeartbeatAndAStopKeyNothing) {
   nobody.Local = true;
   EXPECT_TRUE(World.Request("POST", "panel/press", Press("STOP", "g"), nobody).Body["sent"]);
   EXPECT_EQ(Good("GET", "panel/why?key=START")["key"], "CK_START");
+  const auto homing = [&] { return Good("GET", "panel/why?key=RETURN0")["keyCommand"].get<int>(); };
+  EXPECT_EQ(homing(), 11);
+  EXPECT_EQ(Good("POST", "panel/alt", {{"alt", true}})["alt"], true);
+  EXPECT_EQ(homing(), 13);
+  EXPECT_EQ(Good("POST", "panel/alt", {{"alt", false}})["alt"], false);
+  EXPECT_EQ(homing(), 11);
   EXPECT_EQ(Good("POST", "panel/form", {{"form", "Work"}, {"open", false}})["form"], nullptr);
 }
 
