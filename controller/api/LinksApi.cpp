@@ -15,10 +15,10 @@ TApiReply ShowLinks(TService& service, const TApiRequest&) {
 TApiReply Examine(TService& service, const TApiRequest& request) {
   const TAskedBody body(request, {"unit", "addr"});
   const auto unit = body.Has("unit") ? body.Whole("unit", 1, 255) : 1;
-  const auto addr = body.Has("addr") ? body.Whole("addr", 0, 0xFFFE) : 0;
+  std::optional<std::uint16_t> addr;
+  if (body.Has("addr")) addr = static_cast<std::uint16_t>(body.Whole("addr", 0, 0xFFFE));
   service.Links()
-      .Examine(request.Params.at("name"), static_cast<std::uint8_t>(unit), static_cast<std::uint16_t>(addr),
-               request.Language)
+      .Examine(request.Params.at("name"), static_cast<std::uint8_t>(unit), addr, request.Language)
       .OrThrow(pbRefused);
   TApiReply reply;
   reply.Status = 202;

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "ixocamglue/devcomm/Udevthrdcomm.h"
@@ -18,6 +19,7 @@ struct TLinkAddress {
   std::int32_t Port = 502;
   std::string Device;
   std::string Settings = "9600,n,8,1";
+  std::optional<std::uint16_t> ProbeRegister;  // TModbusStrictOptions::ProbeRegister
 
   [[nodiscard]] std::string Text() const;
 };

@@ -7,8 +7,6 @@
 
 #include "controller/Supervisor.h"
 #include "ixocamglue/config/Uassistconfig.h"
-#include "ixocamglue/config/Uclientconfig.h"
-#include "ixocamglue/platform/comm/Comm.h"
 #include "ixocamglue/platform/services/ThreadTable.h"
 #include "ixocamglue/platform/services/VirtualClock.h"
 #include "ixocamglue/support/Faults.h"
@@ -28,6 +26,7 @@ nlohmann::ordered_json JsonOf(const TConfiguredLink& link) {
           {"transport", address.IsTcp ? "tcp" : "serial"},
           {"framing", address.TcpFraming ? "tcp" : "rtu"},
           {"address", address.Text()},
+          {"probeRegister", address.ProbeRegister ? nlohmann::ordered_json(*address.ProbeRegister) : nullptr},
           {"inUse", link.InUse}};
 }
 
@@ -48,26 +47,6 @@ nlohmann::ordered_json DevicesJson() {
 }
 
 }  // namespace
-
-std::vector<TConfiguredLink> ConfiguredLinks() {
-  std::vector<TConfiguredLink> links;
-  if (FModbusStoreCfg) {
-    const TDataTransConfig& trans = FModbusStoreCfg->DataTransConfig;
-    TLinkAddress address;
-    address.IsTcp = trans.UseTcp;
-    address.TcpFraming = trans.UseTcp && trans.IsModbusTcp;
-    address.Host = trans.TcpHost;
-    address.Port = trans.TcpPort;
-    if (!trans.UseTcp) address.Device = SerialPortPath(trans.CommPort);
-    address.Settings = trans.CommSettings;
-    links.push_back({.Name = "modbus-store",
-                     .Section = "ModbusStore/DataTransConfig",
-                     .Address = std::move(address),
-                     .InUse = FModbusStoreCfg->StoreEnabled || FModbusStoreCfg->UCSInfoEnabled ||
-                              FModbusStoreCfg->ExportFileNameEnabled});
-  }
-  return links;
-}
 
 // --- the doctor ---
 
@@ -106,11 +85,10 @@ void TLinkDesk::End() {
   if (FThread.joinable()) FThread.join();
 }
 
-TResult<> TLinkDesk::Examine(const std::string& name, std::uint8_t unit, std::uint16_t addr,
+TResult<> TLinkDesk::Examine(const std::string& name, std::uint8_t unit, std::optional<std::uint16_t> addr,
                              const std::string& language) {
-  const std::vector<TConfiguredLink> links = ConfiguredLinks();
-  const auto link = std::ranges::find(links, name, &TConfiguredLink::Name);
-  if (link == links.end()) return TProblem{.What = Format(Tr("the machine file has no link %s"), name.c_str())};
+  TResult<TConfiguredLink> link = FindLink(ConfiguredLinks(FModbusStoreCfg), name);
+  if (!link) return link.Problem();
   if (dynamic_cast<TVirtualClock*>(&Clock()))
     return TProblem{.What = Tr("a link is examined in real time only"),
                     .Remedy = Tr("use \"ixocut link doctor\" with the link's address")};
@@ -119,7 +97,8 @@ TResult<> TLinkDesk::Examine(const std::string& name, std::uint8_t unit, std::ui
   End();
   FExamination = std::make_shared<TExamination>();
   FExamination->Link = *link;
-  FExamination->Options = {.Link = link->Address, .Unit = unit, .Addr = addr};
+  FExamination->Options = {
+      .Link = link->Address, .Unit = unit, .Addr = addr.value_or(TDoctorOptions::RegisterOf(link->Address))};
   FExamination->Language = language;
   FThread = std::thread([examination = FExamination] { examination->Run(); });
   return {};
@@ -127,7 +106,7 @@ TResult<> TLinkDesk::Examine(const std::string& name, std::uint8_t unit, std::ui
 
 nlohmann::ordered_json TLinkDesk::Json() const {
   auto links = nlohmann::ordered_json::array();
-  for (const TConfiguredLink& link : ConfiguredLinks()) links.push_back(JsonOf(link));
+  for (const TConfiguredLink& link : ConfiguredLinks(FModbusStoreCfg)) links.push_back(JsonOf(link));
   return {{"links", std::move(links)}, {"devices", DevicesJson()}, {"examination", ExaminationJson()}};
 }
 

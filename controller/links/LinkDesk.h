@@ -1,27 +1,20 @@
-// The links to devices that the machine file names, and the doctor who looks at one of them on a thread of his own.
+// The links to devices of the running machine configuration, and the doctor who looks at one of them on a thread of his
+// own.
 // Interface thread.
 #pragma once
 
+#include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include <nlohmann/json.hpp>
 
+#include "controller/links/ConfiguredLinks.h"
 #include "controller/links/LinkDoctor.h"
 
 namespace ixocontroller {
-
-struct TConfiguredLink {
-  std::string Name;     // "modbus-store"
-  std::string Section;  // of the machine file
-  TLinkAddress Address;
-  bool InUse = false;  // the machine file switches on something that goes over it
-};
-
-// As the machine configuration has them at this moment.
-[[nodiscard]] std::vector<TConfiguredLink> ConfiguredLinks();
 
 class TLinkDesk {
  public:
@@ -32,8 +25,9 @@ class TLinkDesk {
 
   // Examines the link in real time, for about 15 s at most. Refused while another examination runs, in virtual time,
   // and for a name that no link has.
-  // `language`: of its findings.
-  TResult<> Examine(const std::string& name, std::uint8_t unit, std::uint16_t addr, const std::string& language);
+  // `addr`: without one TDoctorOptions::RegisterOf. `language`: of its findings.
+  TResult<> Examine(const std::string& name, std::uint8_t unit, std::optional<std::uint16_t> addr,
+                    const std::string& language);
   // The configured links, and the devices' threads with their last signs of life.
   [[nodiscard]] nlohmann::ordered_json Json() const;
   // The last examination; null: there was none.

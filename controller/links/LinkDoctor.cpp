@@ -449,6 +449,11 @@ class TExamination {
 
 }  // namespace
 
+std::uint16_t TDoctorOptions::RegisterOf(const TLinkAddress& link) {
+  constexpr std::uint16_t kLast = kModbusAddresses - 2;
+  return std::min(link.ProbeRegister.value_or(0), kLast);
+}
+
 bool ExamineLink(const TDoctorOptions& options, const std::function<void(const TDoctorStep&)>& tell, TStop& stop,
                  std::shared_ptr<INcDataTransIntf>* owing) {
   TExamination examination(options, tell, stop);

@@ -26,6 +26,9 @@ struct TDoctorOptions {
   TLinkAddress Link;
   std::uint8_t Unit = 1;
   std::uint16_t Addr = 0;
+
+  // A register that the device has, with another behind it, as far as its link tells: the probe register, else 0.
+  [[nodiscard]] static std::uint16_t RegisterOf(const TLinkAddress& link);
 };
 
 // Runs in real time, up to about 15 s; only reads registers. `tell` gets each step as it is found. Returns whether it

@@ -262,6 +262,11 @@ void TDataTransConfig::Publish(TPublisher& p) {
   p.Field("TcpPort", TcpPort, 502).Within(1, 65'535).Text(TrMark("Network port of the device; 502 is the usual one"));
   p.Field("IsModbusTcp", IsModbusTcp)
       .Text(TrMark("Whether requests over the network are Modbus TCP frames, otherwise serial ones"));
+  p.Field("ProbeRegister", ProbeRegister, -1, kOptional)
+      .Within(bdRange(0, 65'535).Or(-1))
+      .Text(
+          TrMark("Register that is read before the first write of a connection, which shows that a device answers and "
+                 "not only an echo; -1: none"));
 }
 
 namespace {

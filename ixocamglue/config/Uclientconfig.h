@@ -189,6 +189,9 @@ class TDataTransConfig : public TXmlSubConfig {
   std::string TcpHost;
   std::int32_t TcpPort = 0;
   bool IsModbusTcp = false;
+  // Read before the first write of a connection, in the strict profile; none where it is no address of a register.
+  // Ours: a file has it only where somebody has set it.
+  std::int32_t ProbeRegister = -1;
 };
 
 class TModbusStoreConfig : public TXmlSubConfig {

@@ -20,6 +20,7 @@ struct TDoctorCommand {
   TLinkOptions Link;
   std::uint64_t Unit = 1;
   std::uint64_t Addr = 0;
+  bool AddrGiven = false;
   bool Json = false;
 };
 
@@ -34,11 +35,12 @@ int Run(const TDoctorCommand& command, std::ostream& out) {
   TDoctorOptions options;
   options.Link = ParseLink(command.Link);
   options.Unit = static_cast<std::uint8_t>(command.Unit);
-  options.Addr = static_cast<std::uint16_t>(command.Addr);
+  options.Addr =
+      command.AddrGiven ? static_cast<std::uint16_t>(command.Addr) : TDoctorOptions::RegisterOf(options.Link);
   nlohmann::ordered_json result{{"link", options.Link.Text()},
                                 {"framing", options.Link.TcpFraming ? "tcp" : "rtu"},
                                 {"unit", command.Unit},
-                                {"addr", command.Addr},
+                                {"addr", options.Addr},
                                 {"steps", nlohmann::ordered_json::array()}};
   std::optional<TProblem> problem;
   const auto tell = [&](const TDoctorStep& step) {
@@ -90,15 +92,19 @@ void AddLinkCommand(CLI::App& program, TCommandRun& run) {
       link->add_subcommand("doctor", Tr("Find out what is wrong with a Modbus link, and what to try next"));
   AddLinkOptions(*doctor, options->Link);
   AddNumberOption(*doctor, "--unit", options->Unit, 1, 255, "", Tr("The device's unit address"))->capture_default_str();
-  AddNumberOption(*doctor, "--addr", options->Addr, 0, 0xFFFE, "",
-                  Tr("A holding register that it has; two are read from here"))
-      ->capture_default_str();
-  doctor->callback([options, &run] { run = [options] { return Run(*options, std::cout); }; });
+  CLI::Option* const addr =
+      AddNumberOption(*doctor, "--addr", options->Addr, 0, 0xFFFE, "",
+                      Tr("A holding register that it has; two are read from here (the link's probe register, or 0)"));
+  doctor->callback([options, addr, &run] {
+    options->AddrGiven = addr->count() != 0;
+    run = [options] { return Run(*options, std::cout); };
+  });
   AddJsonOption(*doctor, options->Json);
   const THelp help{.Notes = Tr("It only reads."),
                    .ExitCodes = Tr("0 nothing is wrong, 1 stopped, 2 wrong command line, 3 a fault was found"),
                    .Examples = {"ixocut link doctor --tcp 192.168.0.10",
-                                "ixocut link doctor --serial /dev/ttyUSB0,19200,e,8,1 --unit 3 --addr 100"}};
+                                "ixocut link doctor --serial /dev/ttyUSB0,19200,e,8,1 --unit 3 --addr 100",
+                                "ixocut link doctor --link modbus-store"}};
   SetHelp(*link, help);
   SetHelp(*doctor, help);
 }

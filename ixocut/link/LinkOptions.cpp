@@ -6,10 +6,14 @@
 
 #include <CLI/CLI.hpp>
 
+#include "controller/StateFolder.h"
+#include "controller/config/MachineFile.h"
+#include "controller/links/ConfiguredLinks.h"
 #include "ixocamglue/platform/comm/SerialSettings.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
+#include "ixocut/Machines.h"
 
 namespace ixocut {
 namespace {
@@ -47,6 +51,23 @@ void ParseTcp(const std::string& text, TLinkAddress& link) {
   link.Port = *number;
 }
 
+void ParseSerial(const std::string& text, TLinkAddress& link) {
+  const std::size_t comma = text.find(',');
+  link.Device = text.substr(0, comma);
+  if (comma != std::string::npos) link.Settings = text.substr(comma + 1);
+  if (link.Device.empty())
+    throw EProblem(pbRequest, TProblem{.What = Tr("the device is missing"), .Where = "--serial"});
+  if (const auto settings = ParseSerialSettings(link.Settings); !settings)
+    throw EProblem(pbRequest, TProblem{.What = settings.Problem().Text(), .Where = "--serial"});
+}
+
+TLinkAddress LinkOfFile(const TLinkOptions& options) {
+  TMachineFile file(Machines());
+  file.Load(MachineFile(options.Machine, options.State));
+  const auto* const store = dynamic_cast<const TModbusStoreConfig*>(file.Config().SubConfig("ModbusStore"));
+  return FindLink(ConfiguredLinks(store), options.Name).OrThrow(pbRequest).Address;
+}
+
 sigset_t StopSignals() {
   sigset_t signals;
   ::sigemptyset(&signals);
@@ -63,28 +84,33 @@ void AddLinkOptions(CLI::App& command, TLinkOptions& options) {
   command.add_option("--serial", options.Serial, Tr("The serial device and its settings (9600,n,8,1 unless given)"))
       ->type_name("DEVICE[,BAUD,PARITY,DATA,STOP]")
       ->excludes(tcp);
+  CLI::Option* const link =
+      command
+          .add_option("--link", options.Name,
+                      Tr("A link of the machine file instead, with its settings and its probe register"))
+          ->type_name("NAME")
+          ->excludes(tcp)
+          ->excludes("--serial");
+  AddMachineOptions(command, options.Machine, options.State);
+  for (const char* const name : {"--machine", "--state"}) command.get_option(name)->needs(link);
   command.add_option("--framing", options.Framing, Tr("rtu or tcp (by the link unless given)"))
       ->check(CLI::IsMember({"rtu", "tcp"}))
       ->type_name("FRAMING");
 }
 
 TLinkAddress ParseLink(const TLinkOptions& options) {
-  if (options.Tcp.empty() == options.Serial.empty())
-    throw EProblem(pbRequest, Tr("one of --tcp HOST[:PORT] and --serial DEVICE is needed"));
   TLinkAddress link;
-  link.IsTcp = !options.Tcp.empty();
-  link.TcpFraming = options.Framing.empty() ? link.IsTcp : options.Framing == "tcp";
-  if (link.IsTcp) {
+  if (!options.Name.empty()) {
+    link = LinkOfFile(options);
+  } else if (!options.Tcp.empty()) {
+    link.IsTcp = link.TcpFraming = true;
     ParseTcp(options.Tcp, link);
-    return link;
+  } else if (!options.Serial.empty()) {
+    ParseSerial(options.Serial, link);
+  } else {
+    throw EProblem(pbRequest, Tr("one of --tcp HOST[:PORT], --serial DEVICE and --link NAME is needed"));
   }
-  const std::size_t comma = options.Serial.find(',');
-  link.Device = options.Serial.substr(0, comma);
-  if (comma != std::string::npos) link.Settings = options.Serial.substr(comma + 1);
-  if (link.Device.empty())
-    throw EProblem(pbRequest, TProblem{.What = Tr("the device is missing"), .Where = "--serial"});
-  if (const auto settings = ParseSerialSettings(link.Settings); !settings)
-    throw EProblem(pbRequest, TProblem{.What = settings.Problem().Text(), .Where = "--serial"});
+  if (!options.Framing.empty()) link.TcpFraming = options.Framing == "tcp";
   return link;
 }
 

@@ -2,8 +2,10 @@
 #pragma once
 
 #include <csignal>
+#include <filesystem>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "controller/links/DeviceLink.h"
@@ -13,15 +15,17 @@ namespace ixocut {
 using namespace ixocontroller;
 
 struct TLinkOptions {
-  std::string Tcp;      // HOST[:PORT], [IPV6]:PORT
-  std::string Serial;   // DEVICE[,9600,n,8,1]
+  std::string Tcp;     // HOST[:PORT], [IPV6]:PORT
+  std::string Serial;  // DEVICE[,9600,n,8,1]
+  std::string Name;    // of a link of the machine file
+  std::optional<std::filesystem::path> Machine, State;
   std::string Framing;  // rtu, tcp or empty: by the link
 };
 
-// --tcp or --serial, one of them, and --framing.
+// --tcp, --serial or --link with its machine file, one of them, and --framing.
 void AddLinkOptions(CLI::App& command, TLinkOptions& options);
 
-// Throws EProblem with what is wrong.
+// Throws EProblem with what is wrong, also with a machine file that cannot be read.
 [[nodiscard]] TLinkAddress ParseLink(const TLinkOptions& options);
 
 // "a late reply may still come ...", as a line for the error output.

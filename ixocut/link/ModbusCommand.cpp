@@ -57,7 +57,7 @@ struct TModbusCommand {
   std::uint64_t Timeout = 2000;
   bool TimeoutGiven = false;
   std::uint64_t ProbeAddr = 0;
-  std::optional<std::uint16_t> ProbeRegister;
+  bool ProbeGiven = false;
   std::uint64_t Watch = 0;
   bool Json = false;
   bool Frames = false;
@@ -79,6 +79,7 @@ struct TModbusTask {
 
 TModbusTask TaskOf(const TModbusCommand& command) {
   TModbusTask task{ParseLink(command.Link), {}, {}, 0};
+  if (command.ProbeGiven) task.Link.ProbeRegister = static_cast<std::uint16_t>(command.ProbeAddr);
   const bool bits = FindModbusFunction(command.Table->Read)->Bits;
   if (bits && command.TypeGiven)
     throw EProblem(pbRequest, TProblem{.What = Tr("coils and discrete inputs have no type and no order"),
@@ -89,7 +90,7 @@ TModbusTask TaskOf(const TModbusCommand& command) {
   if (command.Addr + task.Count > kModbusAddresses)
     throw EProblem(pbRequest, Tr("--addr and the count go beyond address 65535"));
   if (!command.Strict()) {
-    if (command.TimeoutGiven || command.ProbeRegister)
+    if (command.TimeoutGiven || command.ProbeGiven)
       throw EProblem(pbRequest, TProblem{.What = Tr("the exact profile's waits are fixed, and it has no probe"),
                                          .Where = "--profile exact",
                                          .Remedy = Tr("leave --timeout and --probe-register away")});
@@ -222,7 +223,7 @@ TTransfer Transfer(const TModbusCommand& command, const TModbusTask& task, TModb
       break;
     }
     options.TotalMs = static_cast<std::uint32_t>(deadlineMs - now);
-    options.ProbeRegister = command.ProbeRegister;
+    options.ProbeRegister = task.Link.ProbeRegister;
     options.ProbeFor = static_cast<std::uint32_t>((task.Count - all.Done + part - 1) / part);
     options.ClearOnSuccess = true;
     device.SetProfile(command.Strict() ? mpStrict : mpExact, options);
@@ -381,8 +382,8 @@ void AddOne(CLI::App& modbus, TCommandRun& run, bool write) {
   CLI::Option* const probe =
       write
           ? AddNumberOption(*command, "--probe-register", options->ProbeAddr, 0, 0xFFFF, "",
-                            Tr("A register to read first, within --timeout: a line that only echoes would confirm what "
-                               "nobody wrote"))
+                            Tr("A register to read first, within --timeout (the link's own unless given): a line that "
+                               "only echoes would confirm what nobody wrote"))
           : nullptr;
   AddNumberOption(*command, "--watch", options->Watch, 1, 86'400'000, "ms",
                   Tr("Again after this pause, until stopped"));
@@ -392,7 +393,7 @@ void AddOne(CLI::App& modbus, TCommandRun& run, bool write) {
     options->TypeGiven = type->count() != 0 || order->count() != 0;
     options->PreDelayGiven = delay->count() != 0;
     options->TimeoutGiven = timeout->count() != 0;
-    if (probe && probe->count() != 0) options->ProbeRegister = static_cast<std::uint16_t>(options->ProbeAddr);
+    options->ProbeGiven = probe && probe->count() != 0;
     run = [options] { return Run(*options, std::cout); };
   });
   if (write)
@@ -404,6 +405,7 @@ void AddOne(CLI::App& modbus, TCommandRun& run, bool write) {
          .Examples = {"ixocut modbus write --tcp 192.168.0.10 --addr 16 --values 1,0x203",
                       "ixocut modbus write --serial /dev/ttyUSB0,19200,e,8,1 --unit 3 --addr 0 --values 7 "
                       "--probe-register 0",
+                      "ixocut modbus write --link modbus-store --addr 16 --values 7",
                       "ixocut modbus write --tcp plc --coils --addr 4 --values 1,0,1",
                       "ixocut modbus write --tcp plc --addr 100 --type float32 --order CDAB --values 1.5"}});
   else

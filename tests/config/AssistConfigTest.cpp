@@ -100,7 +100,8 @@ constexpr TInventory kInventory[] = {
      "StoreEnabled:b WriteCurDrawingParamAddr:i WriteNextDrawingParamAddr:i UCSInfoEnabled:b WriteUCSInfoParamAddr:i "
      "ExportFileNameEnabled:b WriteFileNameParamAddr:i DataTransConfig/CommPort:i=1 "
      "DataTransConfig/CommSettings:s=9600,n,8,1 DataTransConfig/UseTcp:b DataTransConfig/TcpHost:s=127.0.0.1 "
-     "DataTransConfig/TcpPort:i=502 DataTransConfig/IsModbusTcp:b"},
+     "DataTransConfig/TcpPort:i=502 DataTransConfig/IsModbusTcp:b "
+     "DataTransConfig/ProbeRegister:i=-1"},
     {"IxoCutParams/ClientDebug",
      "SeekEdgeBeforeStart:b AutoChangeDrawing:b JogFixed:b FitStyle:i ReturnStyle:i UCSIndex:i JogDistance:d "
      "ViewType:i "

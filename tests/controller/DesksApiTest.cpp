@@ -232,6 +232,9 @@ TEST_F(DesksApi, TheLogIsReadFromWhereItWasLeftAndALinkIsNotExaminedInVirtualTim
   Refused(400, "since", "GET", "log?since=x");
 
   EXPECT_EQ(Good("GET", "links")["links"][0]["name"], "modbus-store");
+  EXPECT_TRUE(Good("GET", "links")["links"][0]["probeRegister"].is_null());
+  Good("PUT", "config/ModbusStore/DataTransConfig/ProbeRegister", {{"value", 7}, {"version", "*"}});
+  EXPECT_EQ(Good("GET", "links")["links"][0]["probeRegister"], 7);
   Refused(409, "real time", "POST", "links/modbus-store/doctor");
   Refused(409, "no link", "POST", "links/nothing/doctor");
 }

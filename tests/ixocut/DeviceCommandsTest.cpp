@@ -221,6 +221,19 @@ TEST_F(DeviceCommands, WhatWentWrongIsSaidInWords) {
     const std::string write = "modbus write --addr 0 --values 1 --tcp " + plc.Tcp;
     EXPECT_EQ(English(write).ExitCode, 0);  // nothing tells it from a reply
     EXPECT_EQ(Json(write + " --probe-register 0", 3)["written"], 0);
+
+    const auto set = [&](const char* name, const std::string& value) {
+      EXPECT_EQ(English(std::string("config set ModbusStore/DataTransConfig/") + name + " " + value).ExitCode, 0);
+    };
+    set("UseTcp", "True");
+    set("IsModbusTcp", "True");
+    set("TcpPort", plc.Tcp.substr(plc.Tcp.find(':') + 1));
+    const std::string named = " --link modbus-store ";
+    EXPECT_EQ(Json("modbus write --addr 0 --values 1" + named, 0)["echoProbe"], "unproved");
+    set("ProbeRegister", "7");
+    EXPECT_EQ(Json("modbus write --addr 0 --values 1" + named, 3)["echoProbe"], "echoed");
+    EXPECT_EQ(Json("link doctor" + named, 3)["addr"], 7);
+    EXPECT_THAT(English("modbus read --addr 0 --link store").Err, HasSubstr("the links are: modbus-store"));
   }
   EXPECT_THAT(English("modbus read --addr 0 --tcp 127.0.0.1:1").All(), HasSubstr("(Connection refused)"));
   EXPECT_THAT(English("modbus read --addr 0 --tcp name.invalid").All(), HasSubstr("is not resolved"));

@@ -14,7 +14,7 @@ const kMarks = {
 };
 const kDeviceStates = {runs: mark("runs"), parked: mark("parked: its thread waits"), failed: mark("failed")};
 const kTransports = {tcp: "TCP", serial: mark("serial line")};
-const saved = kept("links", {link: "", unit: 1, addr: 0});
+const saved = kept("links", {link: "", unit: 1, addr: ""});
 
 class LinksPage {
   constructor(root) {
@@ -56,6 +56,7 @@ class LinksPage {
       {title: tr("Over"), cell: ({transport}) => tr(kTransports[transport] ?? transport)},
       {title: tr("Framing"), cell: ({framing}) => "Modbus " + framing.toUpperCase()},
       {title: tr("Address"), cell: ({address}) => address},
+      {title: tr("Probe register"), cell: ({probeRegister}) => probeRegister ?? tr("none")},
       {title: tr("In use"), cell: ({inUse}) => (inUse ? tr("yes") : tr("no"))},
       {title: tr("Machine file"), cell: ({section}) => el("a", {href: "#config/" + section}, section)},
     ], links)];
@@ -69,15 +70,16 @@ class LinksPage {
       link: field({name: "link", title: tr("Link"), type: "text", required: true, choices}, saved.get("link")),
       unit: field({name: "unit", title: tr("Unit"), type: "integer", lowest: 1, highest: 255, required: true,
         summary: tr("the device's Modbus address")}, saved.get("unit")),
-      addr: field({name: "addr", title: tr("Register"), type: "integer", lowest: 0, highest: 65534, required: true,
-        summary: tr("which is read, and only read")}, saved.get("addr")),
+      addr: field({name: "addr", title: tr("Register"), type: "integer", lowest: 0, highest: 65534,
+        summary: tr("which is read, and only read; empty: the link's probe register, or 0")}, saved.get("addr")),
     };
     const examine = () => {
       const values = readAll(Object.entries(fields).map(([name, part]) => ({name, part})));
       if (!values) return;
-      saved.set(values);
+      const {link, unit, addr} = values;
+      saved.set({link, unit, addr: addr ?? ""});
       withControl(async () => {
-        await wire.post("links/" + encodeURIComponent(values.link) + "/doctor", {unit: values.unit, addr: values.addr});
+        await wire.post("links/" + encodeURIComponent(link) + "/doctor", {unit, addr});
         await this.load();
       });
     };
