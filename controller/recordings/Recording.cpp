@@ -1,6 +1,7 @@
 #include "controller/recordings/Recording.h"
 
 #include <algorithm>
+#include <cmath>
 #include <numeric>
 #include <optional>
 
@@ -40,6 +41,16 @@ std::optional<std::int64_t> EventMs(const TRecording& recording, TAlignment even
   return std::nullopt;
 }
 
+// To about half; how many samples are left.
+std::size_t ThinOut(TRecording& recording) {
+  std::size_t left = 0;
+  for (auto& [key, series] : recording.Series) {
+    series = Outline(series, 4);
+    left += series.Ms.size();
+  }
+  return left;
+}
+
 }  // namespace
 
 std::int64_t TSampleClock::At(std::uint32_t sampleTime) {
@@ -60,23 +71,64 @@ TResult<void> CheckReadable(const TMonitorReader& reader) {
   return {};
 }
 
-TRecording LoadRecording(const std::string& file) {
+TMonitorLoadReport ReadFrames(const std::string& file,
+                              const std::function<void(const TMonitorDataFrame&, std::int64_t)>& each) {
   TMonitorReader reader;
   reader.Open(file).OrThrow(pbUnusable);
   CheckReadable(reader).OrThrow(pbUnusable);
-  TRecording recording;
   TSampleClock clock;
-  for (TMonitorDataFrame frame; reader.Next(frame);) {
+  for (TMonitorDataFrame frame; reader.Next(frame);) each(frame, clock.At(frame.SampleTime));
+  CheckReadable(reader).OrThrow(pbUnusable);
+  return reader.Report();
+}
+
+void CheckSignalCount(std::size_t count, const std::string& file) {
+  if (count > kMostSignals)
+    throw EProblem(
+        pbUnusable,
+        {.What = Format(Tr("more than %zu signals: this is no recording of a machine"), kMostSignals), .Where = file});
+}
+
+TSeries Outline(const TSeries& series, std::size_t stretch) {
+  TSeries outline;
+  outline.Frames = series.Frames;
+  const auto take = [&](std::size_t i) {
+    outline.Ms.push_back(series.Ms[i]);
+    outline.Values.push_back(series.Values[i]);
+  };
+  for (std::size_t from = 0; from < series.Ms.size(); from += stretch) {
+    const std::size_t end = std::min(from + stretch, series.Ms.size());
+    std::size_t low = end;
+    std::size_t high = end;
+    for (std::size_t i = from; i < end; ++i) {
+      if (!std::isfinite(series.Values[i])) continue;
+      if (low == end || series.Values[i] < series.Values[low]) low = i;
+      if (high == end || series.Values[i] > series.Values[high]) high = i;
+    }
+    take(low == end ? from : std::min(low, high));
+    if (low != high) take(std::max(low, high));
+  }
+  return outline;
+}
+
+TRecording LoadRecording(const std::string& file, TDetail detail) {
+  TRecording recording;
+  std::size_t samples = 0;
+  recording.Report = ReadFrames(file, [&](const TMonitorDataFrame& frame, std::int64_t start) {
     TSeries& series = recording.Series[KeyOf(frame)];
-    ++series.Frames;
-    const std::int64_t start = clock.At(frame.SampleTime);
+    if (++series.Frames == 1) CheckSignalCount(recording.Series.size(), file);
     for (std::size_t i = 0; i < frame.Count(); ++i) {
       series.Ms.push_back(start + static_cast<std::int64_t>(i) * frame.TimeInterval);
       series.Values.push_back(frame.GetValue(i));
     }
-  }
-  CheckReadable(reader).OrThrow(pbUnusable);
-  recording.Report = reader.Report();
+    samples += frame.Count();
+    if (detail == TDetail::Whole && samples > kMostSamples)
+      throw EProblem(pbUnusable, {.What = Format(Tr("more than %zu samples, which is too much at once"), kMostSamples),
+                                  .Where = file,
+                                  .Remedy = Tr("record fewer signals or a shorter time; \"ixocut monitor show\" and "
+                                               "\"plot\" take files of any length")});
+    if (detail == TDetail::Outline && samples > kMostOutlineSamples) samples = ThinOut(recording);
+  });
   for (auto& [key, series] : recording.Series) Sort(series);
   return recording;
 }

@@ -76,7 +76,11 @@ TResult<std::filesystem::path> ReadableIn(const std::filesystem::path& folder, c
   const std::uint64_t bytes = std::filesystem::file_size(*path, error);
   if (error) return TProblem{.What = Format(Tr("there is no recording %s"), name.c_str())};
   if (bytes > TRecordings::kMostBytes)
-    throw EProblem(pbUnusable, TProblem{.What = Tr("the file is too large to be read here"), .Where = path->string()});
+    throw EProblem(pbUnusable, TProblem{.What = Format(Tr("%llu MiB, and no more than %llu are read here"),
+                                                       static_cast<unsigned long long>(bytes >> 20U),
+                                                       static_cast<unsigned long long>(TRecordings::kMostBytes >> 20U)),
+                                        .Where = path->string(),
+                                        .Remedy = Tr("look at it with \"ixocut monitor plot\" on this machine")});
   return path;
 }
 
@@ -85,17 +89,6 @@ struct TSpan {
   std::int64_t First = std::numeric_limits<std::int64_t>::max();
   std::int64_t Last = std::numeric_limits<std::int64_t>::min();
 };
-
-template <class Each>
-TMonitorLoadReport ReadFrames(const std::string& file, Each each) {
-  TMonitorReader reader;
-  reader.Open(file).OrThrow(pbUnusable);
-  CheckReadable(reader).OrThrow(pbUnusable);
-  TSampleClock clock;
-  for (TMonitorDataFrame frame; reader.Next(frame);) each(frame, clock.At(frame.SampleTime));
-  CheckReadable(reader).OrThrow(pbUnusable);
-  return reader.Report();
-}
 
 }  // namespace
 

@@ -30,30 +30,15 @@ constexpr double kRoom = 0.07;       // of the curve's height, above and below i
 constexpr double kLeastRoom = 0.01;  // in the signal's unit
 constexpr std::size_t kMostLabels = 20;
 
-void AddPoint(std::string& data, std::int64_t ms, double value) {
-  data += Format("%lld %.9g\n", static_cast<long long>(ms), value);
-}
-
-// Of a long curve the smallest and the largest number of each stretch; a break where a stretch has none.
+// A break where a value is none.
 std::string Points(const TSeries& series) {
-  std::string data;
   const std::size_t count = series.Ms.size();
-  const std::size_t stretch = count <= kMostPoints ? 1 : 2 * count / kMostPoints + 1;
-  for (std::size_t from = 0; from < count; from += stretch) {
-    const std::size_t end = std::min(from + stretch, count);
-    std::size_t low = end;
-    std::size_t high = end;
-    for (std::size_t i = from; i < end; ++i) {
-      if (!std::isfinite(series.Values[i])) continue;
-      if (low == end || series.Values[i] < series.Values[low]) low = i;
-      if (high == end || series.Values[i] > series.Values[high]) high = i;
-    }
-    if (low == end) {
-      data += "\n";
-      continue;
-    }
-    AddPoint(data, series.Ms[std::min(low, high)], series.Values[std::min(low, high)]);
-    if (low != high) AddPoint(data, series.Ms[std::max(low, high)], series.Values[std::max(low, high)]);
+  const TSeries points = Outline(series, count <= kMostPoints ? 1 : 2 * count / kMostPoints + 1);
+  std::string data;
+  for (std::size_t i = 0; i < points.Ms.size(); ++i) {
+    if (std::isfinite(points.Values[i]))
+      data += Format("%lld %.9g", static_cast<long long>(points.Ms[i]), points.Values[i]);
+    data += '\n';
   }
   return data;
 }
@@ -236,7 +221,7 @@ std::string Script(const TRecording& recording, const TPicture& picture) {
 
 int PlotMonitorFile(const std::string& file, const std::string& target, TConsole& console) {
   CheckPlotFile("--out", target);
-  const TRecording recording = LoadRecording(file);
+  const TRecording recording = LoadRecording(file, TDetail::Outline);
   const TPicture picture = PictureOf(recording);
   const std::size_t panels = picture.Panels.size() + (picture.Bands.empty() ? 0 : 1);
   if (panels == 0) throw EProblem(pbUnusable, {Tr("holds no numbers: there is nothing to plot"), file, "", ""});

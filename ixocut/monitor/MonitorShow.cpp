@@ -41,7 +41,10 @@ TFacts Collect(TMonitorReader& reader) {
     const std::int64_t start = clock.At(frame.SampleTime);
     const auto count = static_cast<std::int64_t>(frame.Count());
     const std::int64_t end = start + std::max<std::int64_t>(count - 1, 0) * frame.TimeInterval;
-    if (signal.Frames++ == 0) signal.FirstMs = start;
+    if (signal.Frames++ == 0) {
+      CheckSignalCount(facts.size(), reader.Report().FileName);
+      signal.FirstMs = start;
+    }
     signal.FirstMs = std::min(signal.FirstMs, start);
     signal.LastMs = std::max(signal.LastMs, end);
     for (std::size_t i = 0; i < frame.Count(); ++i) {

@@ -107,8 +107,8 @@ void CheckMonitorTarget(const std::string& target) {
 }
 
 int DiffMonitorFiles(const std::string& a, const std::string& b, const std::string& align, TConsole& console) {
-  TRecording left = LoadRecording(a);
-  TRecording right = LoadRecording(b);
+  TRecording left = LoadRecording(a, TDetail::Whole);
+  TRecording right = LoadRecording(b, TDetail::Whole);
   const auto asked = static_cast<TAlignment>(std::ranges::find(kAlignments, align) - std::begin(kAlignments));
   const auto used = static_cast<std::size_t>(Align(left, right, asked));
   bool differ = false;
@@ -160,7 +160,7 @@ int DiffMonitorFiles(const std::string& a, const std::string& b, const std::stri
 
 int ConvertMonitorFile(const std::string& file, const std::string& target, TConsole& console) {
   CheckTarget(file, target);
-  const TRecording recording = LoadRecording(file);
+  const TRecording recording = LoadRecording(file, TDetail::Whole);
   TMonitorFileSink sink(target);
   struct TColumn {
     const TSeries& Series;

@@ -1,15 +1,19 @@
 // Recordings as a user meets them: the real binary, the files that it leaves.
+#include <algorithm>
 #include <cstdlib>
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
+#include "controller/recordings/Recording.h"
 #include "fixture/Program.h"
+#include "ixocamglue/support/Format.h"
 #include "tests/monitor/MonitorFiles.h"
 
 namespace ixocamglue::test {
 namespace {
 
+using namespace ixocontroller;
 using testing::HasSubstr;
 
 class MonitorCommands : public TProgramTest {
@@ -120,6 +124,32 @@ TEST_F(MonitorCommands, AValueThatIsNoNumberHidesNothingButItself) {
   const TRun plot = Ixocut("monitor plot a --out a.svg");
   EXPECT_EQ(plot.ExitCode, 0) << plot.Err;
   EXPECT_THAT(plot.Out, HasSubstr("left out, without a number: position.2"));
+}
+
+TEST_F(MonitorCommands, ALongFileIsAnOutlineThatKeepsItsExtremesAndTooManySignalsAreRefused) {
+  constexpr std::size_t kFrames = kMostOutlineSamples / 32 + 1000;
+  std::string text = kHead;
+  for (std::size_t i = 0; i < kFrames; ++i) {
+    text += Format("2,1,1,0,%zu,1,32,0,0,0,0", i * 32);
+    for (int value = 0; value < 32; ++value) text += i == kFrames / 2 && value == 7 ? ",-5" : ",1";
+    text += '\n';
+  }
+  WriteFile(FDir.Path() / "long", text);
+  const TRecording outline = LoadRecording((FDir.Path() / "long").string(), TDetail::Outline);
+  const TSeries& series = outline.Series.begin()->second;
+  EXPECT_LE(series.Ms.size(), kMostOutlineSamples);
+  const auto low = std::ranges::min_element(series.Values) - series.Values.begin();
+  EXPECT_EQ(series.Values[static_cast<std::size_t>(low)], -5);
+  EXPECT_EQ(series.Ms[static_cast<std::size_t>(low)], static_cast<std::int64_t>(kFrames / 2 * 32 + 7));
+
+  text = kHead;
+  for (std::size_t i = 0; i <= kMostSignals; ++i) text += Format("2,1,%zu,0,0,1,1,0,0,0,0,1\n", i);
+  WriteFile(FDir.Path() / "wide", text);
+  for (const char* command : {"show wide", "plot wide --out wide.svg", "diff wide wide", "convert wide --to columns --out w"}) {
+    const TRun run = Ixocut(std::string("monitor ") + command, "IXOCUT_LANG=en");
+    EXPECT_EQ(run.ExitCode, 3) << command;
+    EXPECT_THAT(run.Err, HasSubstr("more than 1000 signals")) << command;
+  }
 }
 
 TEST_F(MonitorCommands, APlotIsAPictureAndWithoutGnuplotAMessage) {
