@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <memory>
+#include <pthread.h>
 #include <system_error>
 #include <thread>
 
@@ -150,7 +151,10 @@ bool TSafeEnd::TripLatch(bool mayHang) {
   };
   try {
     if (mayHang)
-      std::thread(tripped).detach();
+      std::thread([tripped] {
+        pthread_setname_np(pthread_self(), "ixo-latch");
+        tripped();
+      }).detach();
     else
       tripped();
   } catch (const std::system_error&) {  // there is no thread to be had

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <iostream>
+#include <pthread.h>
 #include <thread>
 
 #include <CLI/CLI.hpp>
@@ -144,6 +145,7 @@ struct TStopOnSignal::TImpl {
   enum TState : std::uint8_t { siIdle, siBegun, siGivenUp };
 
   void Watch(TStop& stop) {
+    pthread_setname_np(pthread_self(), "ixo-signals");
     constexpr timespec kSlice{0, 20'000'000};
     const sigset_t signals = StopSignals();
     std::uint64_t askedMs = 0;

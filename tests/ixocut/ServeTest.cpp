@@ -2,6 +2,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <sstream>
 #include <thread>
 
@@ -12,6 +13,7 @@
 #include "fixture/Paths.h"
 #include "fixture/Program.h"
 #include "fixture/Waiting.h"
+#include "ixocamglue/support/Files.h"
 #include "ixocut/client/Child.h"
 #include "ixocut/client/WireClient.h"
 
@@ -66,6 +68,15 @@ TEST_F(Serve, EveryCommandTalksToTheOneControllerOfItsStateFolder) {
   const TRun second = Ixocut("serve --port 0");
   EXPECT_EQ(second.ExitCode, 1);
   EXPECT_THAT(second.Err, HasSubstr(url));
+
+  // Whoever looks at its threads sees by their names what each is for.
+  const std::string process =
+      std::to_string(nlohmann::json::parse(Read("ixocut/controller.json")).at("process").get<int>());
+  std::vector<std::string> unnamed;
+  for (const auto& task : std::filesystem::directory_iterator("/proc/" + process + "/task"))
+    if (const std::string name = ReadFile(task.path() / "comm").OrThrow(pbUnusable); name == "ixocut\n")
+      unnamed.push_back(task.path().filename());
+  EXPECT_THAT(unnamed, testing::ElementsAre(process));
 
   // The same beam in one controller: its clock is where the run before has left it.
   const auto shot = Json("shot --ms 100", 0);
