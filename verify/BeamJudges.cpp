@@ -2,6 +2,7 @@
 #include <cmath>
 #include <optional>
 
+#include "ixocamglue/motion/Ulasersteps.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocamglue/platform/states/LaserLatch.h"
@@ -43,14 +44,16 @@ void JudgeLightAfterCause(TJudging& run) {
 }
 
 // Causes here are also the latch itself and an alarm: whenever one comes, what was asked for has to be taken back by
-// commands within a pass.
+// commands within a pass. Step 516 waits for emission within its tick, and there is no light to be saved yet: it takes
+// back what it asked for when its wait ends.
 void JudgeLatch(TJudging& run) {
   const std::vector<TFact>& facts = run.Story.Facts();
   if (run.Story.HungMs(facts.back().Ms) > 0) return;
   for (std::size_t i = 1; i < facts.size(); ++i) {
     const TFact& fact = facts[i];
     const bool tripped = fact.Now().LatchTripped && !facts[i - 1].Now().LatchTripped;
-    if (!tripped || !(fact.EmissionAsked || fact.LaserAsked)) continue;
+    const bool waits = fact.Shown->Leaf == TSmtLaserOn::Cmd && !fact.LaserAsked && !fact.Now().Laser;
+    if (!tripped || waits || !(fact.EmissionAsked || fact.LaserAsked)) continue;
     const bool taken = std::any_of(
         facts.begin() + static_cast<std::ptrdiff_t>(i), facts.end(),
         [&](const TFact& later) { return later.Ms <= fact.Ms + kPassMs && !later.EmissionAsked && !later.LaserAsked; });

@@ -144,14 +144,18 @@ TPoints HangPoints(const TScope& scope) {
   return points;
 }
 
-TPoints BeamLostPoints(const TScope& scope) {
+template <TSweepEvent... Events>
+TPoints EventPoints(const TScope& scope) {
   TPoints points;
-  if (!scope.Case.Flags().LightsBeam && !scope.Case.Flags().NeedsEmission) return points;
   const std::uint32_t ticks = scope.Try({}).Ticks;
   for (std::uint32_t tick = 0; tick < ticks; ++tick)
-    for (const TSweepEvent event : {TSweepEvent::LaserAlarm, TSweepEvent::LostEmission})
-      points.push_back({.AbortTick = tick, .Event = event});
+    for (const TSweepEvent event : {Events...}) points.push_back({.AbortTick = tick, .Event = event});
   return points;
+}
+
+TPoints BeamLostPoints(const TScope& scope) {
+  if (!scope.Case.Flags().LightsBeam && !scope.Case.Flags().NeedsEmission) return {};
+  return EventPoints<TSweepEvent::LaserAlarm, TSweepEvent::LostEmission>(scope);
 }
 
 TPoints SupervisedPoints(const TScope& scope) {
@@ -185,6 +189,8 @@ constexpr TDimension kDimensions[] = {
     {"hang", false, HangPoints},
     {"beam-lost", false, BeamLostPoints},
     {"supervised", false, SupervisedPoints},
+    {"end", false, EventPoints<TSweepEvent::End>},
+    {"pallet", false, EventPoints<TSweepEvent::PalletExchange>},
     {"clock", false, ClockPoints},
     {kFirstLarge, false, PairPoints},
     {"combined", false, CombinedPoints},

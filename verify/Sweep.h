@@ -16,6 +16,8 @@
 //   hang        every device call takes 300 ms: the latch has made dark what was asked for, and it is no success
 //   beam-lost   laser procedures: every tick x a laser alarm, or emission that is lost
 //   supervised  every tick x a stop, with the supervisor
+//   end         every tick x the end of the controller, as its destructor and SIGTERM bring it
+//   pallet      every tick x a pallet exchange that is asked for
 //   clock       across the wrap of the 32-bit tick, across 49.7 days of the long count, and behind them
 //
 // The budget counts points. Each dimension of each procedure has its share, and which points that is the seed decides

@@ -19,6 +19,9 @@ namespace {
 
 constexpr std::uint64_t kCutMs = 10'000;    // machine time after which a procedure that still runs is stopped
 constexpr std::uint64_t kSettleMs = 3'000;  // for axes to come to rest
+constexpr std::uint32_t kEndedMs = 3'000;   // for the same, when nobody looks at them any more
+constexpr std::int32_t kNextPallet = 2;
+constexpr std::uint32_t kExchangeMs = 100;
 
 void HurryNozzles(TNozzleChangeConfig& rack) {
   rack.ZMoveLowSpeed = 400.0L;
@@ -76,10 +79,16 @@ class TSweepRun {
     FFacts.DeviceCalls = Gate().Calls() - FDeviceBase;
     if (FPoint.AbortTick && FAbortedAt) FFacts.CallsAfterAbort = Gate().Calls() - FAbortBase;
     FFacts.SinkCalls = FLogGate.Calls() - FSinkBase;
-    Settle();
-    Mend();
-    AskOracle();
-    Probe();
+    if (Ended()) {
+      Clock().Sleep(kEndedMs);  // no pass any more
+      FSampler.Sample();
+      AskOracle();
+    } else {
+      Settle();
+      Mend();
+      AskOracle();
+      Probe();
+    }
     return std::move(FFacts);
   }
 
@@ -92,6 +101,9 @@ class TSweepRun {
     options.FirstMs = FPoint.FirstMs;
     options.LogCapacity = 64;
     options.Sinks = {&FGatedSink};
+    options.EndFailed = [this](const TProblem&, bool) {
+      Violation(Tr("not everything is off when the controller has ended"));
+    };
     if (!FCase.PlainMachine) options.MachineFile = FMachine.Fresh();
     const auto adjust = [&what = FCase](TSimConfig& config) {
       config.Physics.EmissionDelayMs = 30;
@@ -205,8 +217,15 @@ class TSweepRun {
       case TSweepEvent::LaserAlarm:
         return FController.RaiseAlarm({.IdPrefix = "TPSweep", .Desc = "laser alarm", .Id = 2, .Attrs = naForbidLaser});
       case TSweepEvent::LostEmission: return Machine().Laser()->LoseEmission();
+      case TSweepEvent::End:
+        NoteCause("end");
+        FController.StopThreads();  // what its destructor does first, and what SIGTERM comes to
+        return FSampler.Note(kEnded);
+      case TSweepEvent::PalletExchange: return Machine().Table().Exchange(kNextPallet, kExchangeMs);
     }
   }
+
+  [[nodiscard]] bool Ended() const { return FAbortedAt && FPoint.Event == TSweepEvent::End; }
 
   void AfterPass() {
     const auto& framework = FController.Framework();
@@ -225,6 +244,16 @@ class TSweepRun {
   void Settle() {
     FController.RunFor(200);
     for (std::uint64_t ms = 0; Moving() && ms < kSettleMs; ms += 100) FController.RunFor(100);
+    if (FAbortedAt && FPoint.Event == TSweepEvent::PalletExchange) SeeExchange();
+  }
+
+  // The lift waits for whatever may stay following, and for nothing else.
+  void SeeExchange() {
+    FController.RunFor(TSimSwitchTable::kRestMs + kExchangeMs);
+    const TMachineSnapshot now = FController.Machine().Snapshot();
+    if (now.DockedTable != kNextPallet && !now.Following)
+      Violation(Tr("the machine is at rest, and yet the pallets were not exchanged"));
+    Machine().Table().SetDocked(kNextPallet);
   }
 
   // No device fails any more, and no alarm stands.
@@ -253,7 +282,7 @@ class TSweepRun {
     expected.OutputsMayStayOn = FCase.Flags().Outputs == TProcedureFlags::otStay ||
                                 (FCase.Flags().Outputs == TProcedureFlags::otStayAfterAbort && !expected.Success);
     if (expected.Success != (outcome.Type == metSuccess)) Violation(Tr("the success flag contradicts the outcome"));
-    if (FPoint.AbortTick && FAbortedAt && FPoint.Event == TSweepEvent::Abort && expected.Success)
+    if (FAbortedAt && (FPoint.Event == TSweepEvent::Abort || Ended()) && expected.Success)
       Violation(Tr("aborted, and yet it ended with success"));
     if (FPoint.Undisturbed() && !expected.Success)
       Violation(Tr("undisturbed, and yet it failed: ") + outcome.Path + outcome.Fault);
@@ -307,6 +336,8 @@ std::string TSweepPoint::Text() const {
   std::string text;
   if (AbortTick && Event == TSweepEvent::Abort) text += Format(Tr("reason %d at tick %u, "), Reason, *AbortTick);
   if (AbortTick && Event == TSweepEvent::LaserAlarm) text += Format(Tr("laser alarm at tick %u, "), *AbortTick);
+  if (AbortTick && Event == TSweepEvent::End) text += Format(Tr("controller ended at tick %u, "), *AbortTick);
+  if (AbortTick && Event == TSweepEvent::PalletExchange) text += Format(Tr("pallet exchange at tick %u, "), *AbortTick);
   if (AbortTick && Event == TSweepEvent::LostEmission) text += Format(Tr("emission lost at tick %u, "), *AbortTick);
   if (Emission != TSweepEmission::Configured) text += Format(Tr("emission case %d, "), static_cast<int>(Emission));
   if (DeviceCall)

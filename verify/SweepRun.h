@@ -19,7 +19,7 @@ using namespace ixocontroller;
 enum class TSweepEmission : std::uint8_t { Configured, AtOnce, AfterOnePoll, AfterEightPolls, Never };
 enum class TSweepCall : std::uint8_t { None, Stop, Alarm, SecondProcedure };
 // What happens at the tick, instead of an abort.
-enum class TSweepEvent : std::uint8_t { Abort, LaserAlarm, LostEmission };
+enum class TSweepEvent : std::uint8_t { Abort, LaserAlarm, LostEmission, End, PalletExchange };
 
 // What goes wrong in one run.
 struct TSweepPoint {

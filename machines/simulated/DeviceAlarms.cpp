@@ -52,14 +52,17 @@ TSimDeviceAlarms::TSimDeviceAlarms()
     : FAxes(kAxisPrefix, AxisRows()),
       FGas(kGasPrefix, GasRows()),
       FLaser(kLaserPrefix, {{1, naForbidCut, Tr("emission lost")}, {3, naForbidLaser, Tr("interlock open")}}),
+      FPallets(kPalletPrefix,
+               {{4, naForbidMove | naForbidFollower | naForbidLaser, Tr("pallets are being exchanged")}}),
       FDevices(kDevicePrefix, DeviceRows()) {}
 
 void TSimDeviceAlarms::AddTo(TNcAlarmManager& alarms) {
-  for (TNcSimpleAlarmSource* const source : {&FAxes, &FGas, &FLaser, &FDevices}) alarms.AddSource(*source);
+  for (TNcSimpleAlarmSource* const source : {&FAxes, &FGas, &FLaser, &FPallets, &FDevices}) alarms.AddSource(*source);
 }
 
 void TSimDeviceAlarms::RemoveFrom(TNcAlarmManager& alarms) {
-  for (TNcSimpleAlarmSource* const source : {&FAxes, &FGas, &FLaser, &FDevices}) alarms.RemoveSource(*source);
+  for (TNcSimpleAlarmSource* const source : {&FAxes, &FGas, &FLaser, &FPallets, &FDevices})
+    alarms.RemoveSource(*source);
 }
 
 void TSimDeviceAlarms::GasLow(std::int32_t gasType, bool low) {

@@ -15,6 +15,7 @@ class TSimDeviceAlarms {
   static constexpr const char* kAxisPrefix = "TPAxis";      // #1 X-, #2 X+, #3 Y-, ... #8 Focus+
   static constexpr const char* kGasPrefix = "TPGas";        // #gas type
   static constexpr const char* kLaserPrefix = "TPLaser";    // #1, #3
+  static constexpr const char* kPalletPrefix = "TPPallet";  // #4
   static constexpr const char* kDevicePrefix = "TPDevice";  // #1 laser, #2 gas, ... see the table in the source
   enum TAxis : std::int32_t { axX, axY, axZ, axFocus };
 
@@ -32,6 +33,8 @@ class TSimDeviceAlarms {
   void GasLow(std::int32_t gasType, bool low);
   void EmissionLost(bool lost) { FLaser.Set(1, lost); }
   void InterlockOpen(bool open) { FLaser.Set(3, open); }
+  // From when an exchange is asked for until its pallet is docked: nothing may move, follow or give light.
+  void PalletsExchanged(bool underWay) { FPallets.Set(4, underWay); }
   void Communication(std::string_view device, bool works);  // a device without an alarm of its own is ignored
 
  private:
@@ -40,6 +43,7 @@ class TSimDeviceAlarms {
   TNcSimpleAlarmSource FAxes;
   TNcSimpleAlarmSource FGas;
   TNcSimpleAlarmSource FLaser;
+  TNcSimpleAlarmSource FPallets;
   TNcSimpleAlarmSource FDevices;
 };
 

@@ -32,7 +32,7 @@ TSimMachine::TSimMachine(const TMachineContext& context, const TSimConfig& confi
       FMultiFollower(config.Physics.Follower ? &FFollower : nullptr, FSecondFollower.get()),
       FPorts(FCore, FConfig, FGas),
       FInportCtrl(FCore, FPorts, context.Alarms),
-      FTable(FCore, FConfig),
+      FTable(FCore, FConfig, [this] { return AtRest(); }),
       FRack(FCore, FConfig.Rack, FPorts, FMotion, config.Physics.Follower ? &FFollower : nullptr,
             FSecondFollower.get()),
       FBrush(FCore, FConfig.Brushes, FMotion, config.Physics.Follower ? &FFollower : nullptr),
@@ -136,6 +136,13 @@ void TSimMachine::StopNow() {
 }
 
 bool TSimMachine::Inject(std::string_view fault) { return InjectSimFault(*this, fault); }
+
+bool TSimMachine::AtRest() const {
+  FCore.AssertLocked();
+  const auto rests = [](const TSimFollower& z) { return !z.Moving() && !z.Following() && !z.Calibrating(); };
+  return !FLaser.Lit() && !FMotion.Moving() && !FHead.Moving() && !FRack.Travelling() && rests(FFollower) &&
+         (!FSecondFollower || rests(*FSecondFollower));
+}
 
 TMachineSnapshot TSimMachine::Snapshot() {
   const TSimScope scope(FCore);

@@ -85,6 +85,8 @@ class TSimMachine final : public IMachine, public TNcCutSystem {
 
  private:
   void TellWatch() IXO_REQUIRES(FCore.Lock);  // where the axes are
+  // No light, and nothing moves or follows. The core's lock is held.
+  [[nodiscard]] bool AtRest() const;
 
   const TMachineContext FContext;
   const TSimConfig FConfig;

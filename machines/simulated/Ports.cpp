@@ -153,31 +153,43 @@ std::int32_t TSimSwitchTable::GetValue(const char* name, std::int32_t defValue) 
 
 void TSimSwitchTable::SetDocked(std::int32_t table) {
   const TSimScope scope(FCore);
-  FMoving = false;
+  FLift = TLift::Rests;
   FDocked = table;
+  FCore.DeviceAlarms.PalletsExchanged(false);
 }
 
 void TSimSwitchTable::Exchange(std::int32_t table, std::uint32_t ms) {
   const TSimScope scope(FCore);
-  FDocked = 0;
   FNext = table;
-  FMoving = true;
-  FArrivesMs = FCore.Now() + ms;
-  FCore.Event("table", Format("pallet %d is coming", table));
+  FTakesMs = ms;
+  FLift = TLift::Waits;
+  FSinceMs = FCore.Now();
+  FCore.DeviceAlarms.PalletsExchanged(true);
 }
 
 void TSimSwitchTable::SetJammed(bool jammed) {
   if (jammed) Exchange(2, 0);
   const TSimScope scope(FCore);
   FJammed = jammed;
+  if (jammed) Undock();
+}
+
+void TSimSwitchTable::Undock() {
+  FLift = TLift::Moves;
+  FSinceMs = FCore.Now();
+  FDocked = 0;
+  FCore.Event("table", Format("pallet %d is coming", FNext));
 }
 
 void TSimSwitchTable::Step(std::uint64_t nowMs) {
   FCore.AssertLocked();
-  if (!FMoving || FJammed || nowMs < FArrivesMs) return;
-  FMoving = false;
+  if (FLift == TLift::Waits && !FAtRest()) FSinceMs = nowMs;
+  if (FLift == TLift::Waits && nowMs >= FSinceMs + kRestMs) Undock();
+  if (FLift != TLift::Moves || FJammed || nowMs < FSinceMs + FTakesMs) return;
+  FLift = TLift::Rests;
   FDocked = FNext;
   FCore.Event("table", Format("pallet %d docked", FDocked));
+  FCore.DeviceAlarms.PalletsExchanged(false);
 }
 
 }  // namespace ixocamglue

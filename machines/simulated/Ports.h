@@ -98,15 +98,20 @@ class TSimInportCtrl final : public TNcInportCtrl, public ISimPart {
   TInputWait FWait IXO_GUARDED_BY(FCore.Lock);
 };
 
-// Where the pallets are. Each exchange takes its time, during which none is docked.
+// Where the pallets are. An exchange raises an alarm that ends whatever moves, follows or gives light. The lift begins
+// when all that has been at rest for kRestMs, and takes its time, during which no pallet is docked.
 class TSimSwitchTable final : public TNcSwitchTable, public ISimPart {
  public:
-  TSimSwitchTable(TSimCore& core, const TSimConfig& config) : FCore(core), FDocked(config.DockedTable) {}
+  static constexpr std::uint32_t kRestMs = 100;
+
+  // `atRest`: asked with the core's lock held.
+  TSimSwitchTable(TSimCore& core, const TSimConfig& config, std::function<bool()> atRest)
+      : FCore(core), FAtRest(std::move(atRest)), FDocked(config.DockedTable) {}
 
   std::int32_t GetValue(const char* name, std::int32_t defValue) override;  // "DockedTable": 0 while none is docked
 
   // --- any thread ---
-  void SetDocked(std::int32_t table);  // 1 or 2, 0 none, at once
+  void SetDocked(std::int32_t table);  // 1 or 2, 0 none, at once; ends an exchange
   void Exchange(std::int32_t table, std::uint32_t ms);
   void SetJammed(bool jammed);  // an exchange never ends, and one is under way
 
@@ -117,12 +122,18 @@ class TSimSwitchTable final : public TNcSwitchTable, public ISimPart {
   void Step(std::uint64_t nowMs) override;
 
  private:
+  enum class TLift : std::uint8_t { Rests, Waits, Moves };
+
+  void Undock() IXO_REQUIRES(FCore.Lock);
+
   TSimCore& FCore;
+  const std::function<bool()> FAtRest;
+  TLift FLift IXO_GUARDED_BY(FCore.Lock) = TLift::Rests;
   std::int32_t FDocked IXO_GUARDED_BY(FCore.Lock);
   std::int32_t FNext IXO_GUARDED_BY(FCore.Lock) = 0;
-  bool FMoving IXO_GUARDED_BY(FCore.Lock) = false;
   bool FJammed IXO_GUARDED_BY(FCore.Lock) = false;
-  std::uint64_t FArrivesMs IXO_GUARDED_BY(FCore.Lock) = 0;
+  std::uint32_t FTakesMs IXO_GUARDED_BY(FCore.Lock) = 0;
+  std::uint64_t FSinceMs IXO_GUARDED_BY(FCore.Lock) = 0;  // waiting: at rest; moving: under way
 };
 
 }  // namespace ixocamglue

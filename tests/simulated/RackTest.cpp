@@ -224,7 +224,7 @@ TEST_F(SimRack, PalletsLimitsAndOriginFailAsAsked) {
   Machine.Table().Exchange(2, 1000);
   RunFor(500);
   EXPECT_EQ(docked(), 0);
-  RunFor(600);
+  RunFor(700);
   EXPECT_EQ(docked(), 2);
   Apply("table.moving");
   RunFor(5000);
