@@ -2,6 +2,7 @@
 
 #include <exception>
 #include <optional>
+#include <unordered_map>
 #include <utility>
 
 #include "controller/service/RealTime.h"
@@ -111,6 +112,18 @@ std::span<const TApiRoute> TApi::Routes() {
 // A path that is spelled out goes before one with a place for a name.
 const TApiRoute* TApi::Find(std::string_view method, std::string_view path, std::map<std::string, std::string>& params,
                             bool& known) {
+  static const std::unordered_multimap<std::string_view, const TApiRoute*> spelled = [] {
+    std::unordered_multimap<std::string_view, const TApiRoute*> all;
+    for (const TApiRoute& route : Routes()) all.emplace(route.Path, &route);
+    return all;
+  }();
+  const auto [first, last] = spelled.equal_range(path);
+  for (auto it = first; it != last; ++it) {
+    if (method != it->second->Method) continue;
+    params.clear();
+    known = true;
+    return it->second;
+  }
   const TApiRoute* found = nullptr;
   known = false;
   for (const TApiRoute& route : Routes()) {
@@ -132,12 +145,17 @@ void TApi::Handle(TApiRequest request, std::function<void(TApiReply)> answer) {
     return answer(
         known ? Fail(405, {.What = Tr("the path has no such method"), .Where = request.Method + " " + request.Path})
               : Fail(404, {.What = Tr("there is no such path"), .Where = request.Path}));
-  if (request.Who.Role < route->Role) return answer(Fail(403, NeedsRole(route->Role, request.Who)));
-  if (!route->OnInterface && !route->OnFiles) return answer(RunRoute(*route, FService, request));
+  Handle(*route, std::move(request), std::move(answer));
+}
+
+void TApi::Handle(const TApiRoute& route, TApiRequest request, std::function<void(TApiReply)> answer) {
+  const TLanguageScope language(request.Language);
+  if (request.Who.Role < route.Role) return answer(Fail(403, NeedsRole(route.Role, request.Who)));
+  if (!route.OnInterface && !route.OnFiles) return answer(RunRoute(route, FService, request));
   const auto asked = std::make_shared<TApiRequest>(std::move(request));
   const auto told = std::make_shared<std::function<void(TApiReply)>>(std::move(answer));
-  const auto run = [&service = FService, route, asked, told] { (*told)(RunRoute(*route, service, *asked)); };
-  if (!(route->OnFiles ? FService.PostFiles(run) : FService.Post(run)))
+  const auto run = [&service = FService, &route, asked, told] { (*told)(RunRoute(route, service, *asked)); };
+  if (!(route.OnFiles ? FService.PostFiles(run) : FService.Post(run)))
     (*told)(Fail(503, {.What = Tr("the controller is ending")}));
 }
 

@@ -53,6 +53,8 @@ class TApi {
   // Any thread. `answer` is called once, on the caller's thread or one of the service's; it must not wait. Who
   // has not the role that the route needs is refused with 403, and who shows no lease where it is needed with 409.
   void Handle(TApiRequest request, std::function<void(TApiReply)> answer);
+  // The same where Find has found the route, and filled in the request's Params.
+  void Handle(const TApiRoute& route, TApiRequest request, std::function<void(TApiReply)> answer);
   // The route of a request; null: none. `known`: another method has this path.
   [[nodiscard]] static const TApiRoute* Find(std::string_view method, std::string_view path,
                                              std::map<std::string, std::string>& params, bool& known);

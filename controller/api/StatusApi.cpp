@@ -21,9 +21,10 @@ TApiReply Health(TService& service, const TApiRequest&) {
   return reply;
 }
 
-TApiReply ShowStatus(TService& service, const TApiRequest&) {
+TApiReply ShowStatus(TService& service, const TApiRequest& request) {
   TApiReply reply;
-  reply.Body = StatusJson(*service.Status());
+  reply.Text = *service.StatusText(request.Language);
+  reply.ContentType = "application/json";
   return reply;
 }
 

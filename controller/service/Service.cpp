@@ -157,6 +157,10 @@ std::shared_ptr<const TStatus> TService::Status() const {
   return FStatus;
 }
 
+std::shared_ptr<const std::string> TService::StatusText(const std::string& language) {
+  return FStatusTexts.Of(*Status(), language);
+}
+
 // --- what ends something; any thread ---
 
 void TService::Stop(const TAsker& who) {

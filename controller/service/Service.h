@@ -64,6 +64,8 @@ class TService {
   bool PostFiles(std::function<void()> task) { return FFiles.Post(std::move(task)); }
   // The last one, never null; waits for nobody.
   [[nodiscard]] std::shared_ptr<const TStatus> Status() const;
+  // Its JSON; `language` is the one of the thread's TLanguageScope.
+  [[nodiscard]] std::shared_ptr<const std::string> StatusText(const std::string& language);
   [[nodiscard]] TEventRing& Events() { return FEvents; }
   [[nodiscard]] TAccess& Access() { return FAccess; }
   [[nodiscard]] TAlarmDesk& Alarms() { return *FAlarms; }
@@ -174,6 +176,8 @@ class TService {
   // guarded by FStatusLock
   mutable TCriticalSection FStatusLock;
   std::shared_ptr<const TStatus> FStatus IXO_GUARDED_BY(FStatusLock);
+
+  TStatusTexts FStatusTexts;
 
   std::atomic<bool> FStopped{false};  // the interface thread has come to its end
   std::thread FThread;

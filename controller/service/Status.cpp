@@ -77,4 +77,21 @@ nlohmann::ordered_json StatusJson(const TStatus& status) {
   return json;
 }
 
+std::shared_ptr<const std::string> TStatusTexts::Of(const TStatus& status, const std::string& language) {
+  {
+    TGuard guard(FLock);
+    const auto found = FTexts.find(language);
+    if (FNumber == status.Number && found != FTexts.end()) return found->second;
+  }
+  auto text = std::make_shared<const std::string>(
+      StatusJson(status).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+  TGuard guard(FLock);
+  if (FNumber < status.Number) {
+    FNumber = status.Number;
+    FTexts.clear();
+  }
+  if (FNumber == status.Number) FTexts[language] = text;
+  return text;
+}
+
 }  // namespace ixocontroller

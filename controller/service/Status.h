@@ -3,6 +3,8 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -11,6 +13,7 @@
 
 #include "ixocamglue/platform/Machine.h"
 #include "ixocamglue/platform/states/NcState.h"
+#include "ixocamglue/support/Locks.h"
 
 namespace ixocontroller {
 using namespace ixocamglue;
@@ -52,6 +55,20 @@ struct TStatus {
 };
 
 [[nodiscard]] nlohmann::ordered_json StatusJson(const TStatus& status);
+
+// The last status as the text of its JSON, made once for each language: it is asked for far more often than it changes.
+// Any thread.
+class TStatusTexts {
+ public:
+  // `language` is the one of the thread's TLanguageScope.
+  [[nodiscard]] std::shared_ptr<const std::string> Of(const TStatus& status, const std::string& language);
+
+ private:
+  TCriticalSection FLock;
+  std::uint64_t FNumber IXO_GUARDED_BY(FLock) = 0;  // of the status that they are made of
+  std::map<std::string, std::shared_ptr<const std::string>> FTexts IXO_GUARDED_BY(FLock);
+};
+
 // Positions, and what is on: what changes all the time.
 [[nodiscard]] nlohmann::ordered_json SignalsJson(const TMachineSnapshot& now);
 // Whether somebody who sees the one would see another picture in the other.

@@ -52,6 +52,7 @@ TWireReply WrongMethod(const TApiRequest& request, std::string allowed) {
 struct TWireDispatch::TAsked {
   TPeer Peer;
   TApiRequest Request;
+  const TApiRoute* Route = nullptr;  // null: the wire answers itself, or it is refused
 };
 
 TWireDispatch::TWireDispatch(TApi& api, TService& service, TDispatchOptions options)
@@ -61,7 +62,7 @@ TWireDispatch::TWireDispatch(TApi& api, TService& service, TDispatchOptions opti
 }
 
 void TWireDispatch::Serve(const TPeer& peer, TWireRequest request, TReplies replies) {
-  TAsked asked{.Peer = peer, .Request = {}};
+  TAsked asked{.Peer = peer, .Request = {}, .Route = nullptr};
   asked.Request.Language = RequestLanguage(request.AcceptLanguage);
   const TLanguageScope scope(asked.Request.Language);
   std::optional<TWireReply> refused = Check(request, asked);
@@ -101,6 +102,7 @@ std::optional<TWireReply> TWireDispatch::Check(const TWireRequest& request, TAsk
   bool known = false;
   const bool own = IsOwn(api.Path) && api.Method == "GET";
   const TApiRoute* const route = own ? nullptr : TApi::Find(api.Method, api.Path, api.Params, known);
+  asked.Route = route;
   if (!own && !route) {
     std::string methods = MethodsOf(api.Path);
     if (methods.empty()) return Refuse(404, {.What = Tr("there is no such path"), .Where = api.Path});
@@ -168,9 +170,10 @@ void TWireDispatch::ServeOnce(TAsked asked, const TWireRequest& request, TAnswer
 
 void TWireDispatch::Ask(TAsked asked, TAnswer answer) {
   // Answered on whatever thread, perhaps when this is no more.
-  FApi.Handle(std::move(asked.Request), [answer = std::move(answer), back = FOptions.OnWireThread](TApiReply reply) {
-    back([answer, wire = ToWire(std::move(reply))] { answer(wire); });
-  });
+  FApi.Handle(*asked.Route, std::move(asked.Request),
+              [answer = std::move(answer), back = FOptions.OnWireThread](TApiReply reply) {
+                back([answer, wire = ToWire(std::move(reply))]() mutable { answer(std::move(wire)); });
+              });
 }
 
 TWireReply TWireDispatch::OpenApi() const {

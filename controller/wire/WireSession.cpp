@@ -19,6 +19,7 @@
 #include "controller/wire/Tls.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
+#include "ixocamglue/support/ValueText.h"
 
 namespace ixocontroller {
 
@@ -35,6 +36,7 @@ using TWireParser = http::request_parser<http::string_body>;
 constexpr char kTlsFirst = 0x16;  // the first byte of whoever speaks TLS; no request begins with it
 constexpr const char* kContinue = "HTTP/1.1 100 Continue\r\n\r\n";
 constexpr std::size_t kKeptBytes = 4096;
+constexpr std::size_t kUsualHead = 300;         // bytes of an answer's header
 constexpr std::size_t kReadAhead = 64U << 10U;  // bytes of further requests that are taken in
 
 int FamilyOf(int fd) {
@@ -71,18 +73,21 @@ TWireRequest ToRequest(TWireParser& parser) {
 }
 
 void AddHeader(std::string& head, const char* name, const std::string& value) {
-  if (!value.empty()) head += Format("%s: %s\r\n", name, value.c_str());
+  if (!value.empty()) head.append(name).append(": ").append(value).append("\r\n");
 }
 
 std::string HeadOf(const TWireReply& reply, bool keepsAlive) {
   const auto reason = http::obsolete_reason(static_cast<http::status>(reply.Status));
-  std::string head = Format("HTTP/1.1 %d %.*s\r\n", reply.Status, static_cast<int>(reason.size()), reason.data());
+  std::string head;
+  head.reserve(kUsualHead + reply.Body.size());
+  head.append("HTTP/1.1 ").append(ValueText(reply.Status)).append(" ");
+  head.append(reason.data(), reason.size()).append("\r\n");
   AddHeader(head, "Content-Type", reply.ContentType);
-  if (reply.Status != 204 && reply.Status != 304) head += Format("Content-Length: %zu\r\n", reply.Body.size());
+  if (reply.Status != 204 && reply.Status != 304) AddHeader(head, "Content-Length", ValueText(reply.Body.size()));
   AddHeader(head, "ETag", reply.ETag);
   AddHeader(head, "Allow", reply.Allow);
   AddHeader(head, "Set-Cookie", reply.SetCookie);
-  if (reply.RetryAfterS != 0) head += Format("Retry-After: %u\r\n", reply.RetryAfterS);
+  if (reply.RetryAfterS != 0) AddHeader(head, "Retry-After", ValueText(reply.RetryAfterS));
   if (reply.Status == 401) head += "WWW-Authenticate: Bearer\r\n";
   AddHeader(head, "Content-Security-Policy", reply.Policy);
   head += reply.Policy.empty() ? "Cache-Control: no-store\r\n" : "Cache-Control: no-cache\r\n";

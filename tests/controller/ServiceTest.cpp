@@ -37,6 +37,22 @@ TEST(Service, ARunIsStartedFollowedAndReportedAndTheNextOneKnowsNothingOfIt) {
   EXPECT_EQ(second["pathMm"]["xy"], 0.0);
 }
 
+TEST(Service, AStatusIsToldAsItIsInEachLanguage) {
+  TServiceWorld world(false, 1.0);
+  const auto told = [&](const char* language) {
+    return TJson::parse(world.Ask("GET", "status", {}, TServiceWorld::Operator(), language).Text);
+  };
+  EXPECT_EQ(told("en").at("running"), false);
+  world.StartRun({{"calls", {{{"command", "delay"}, {"ms", 600'000}}, {{"command", "safe-z"}}}}});
+  ASSERT_TRUE(Comes([&] { return !world.Service.Status()->Path.empty(); }));
+  const auto step = [&](const char* language) { return told(language).at("run").at("path").at(0).at("description"); };
+  EXPECT_EQ(step("en"), "Delay");
+  EXPECT_EQ(step("zh"), "延时");
+  EXPECT_EQ(step("en"), "Delay");
+  const auto first = told("en");
+  ASSERT_TRUE(Comes([&] { return told("en").at("machineMs") > first.at("machineMs"); }));
+}
+
 TEST(Service, WrongRequestsSayWhatIsWrongAndStartNothing) {
   TServiceWorld world(false);
   const auto fails = [&](nlohmann::json body, int status, const char* says) {
