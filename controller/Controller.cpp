@@ -27,10 +27,10 @@ namespace ixocontroller {
 namespace {
 
 constexpr std::uint32_t kMachineRoundMs = 2;
-constexpr std::uint32_t kMachineRestMs = 10;  // in standby without light: each device call looks at the clock by itself
+constexpr std::uint32_t kMachineRestMs = 20;  // in standby without light: each device call looks at the clock by itself
 constexpr std::uint32_t kBeginMs = 800;       // for the step that stands to return
 constexpr std::uint32_t kEndSlackMs = 300;    // for what the thread is at when it is asked to end
-constexpr int kLogMs = 50;                    // for the log's last lines
+constexpr int kLogMs = 150;                   // for the log's last lines
 constexpr int kExitHangs = 3;                 // as for any device that cannot be used
 
 }  // namespace

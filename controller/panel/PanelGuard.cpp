@@ -87,6 +87,12 @@ void TPanelGuard::Watch(std::uint64_t nowMs) {
   WatchStop(!silent && (down & KeyBit(CK_STOP)) != 0, nowMs);
 }
 
+std::uint32_t TPanelGuard::WatchInMs() const {
+  static_assert(kRestMs + kWatchMs <= kSilentMs);
+  const bool held = std::ranges::any_of(FHeld, [](const auto& command) { return command.load() != 0; });
+  return held || (FManager.CurKeyBits() & KeyBit(CK_STOP)) != 0 ? kWatchMs : kRestMs;
+}
+
 void TPanelGuard::WatchStop(bool down, std::uint64_t nowMs) {
   const TNcStateFramework* const states = NcStates();
   if (!down || !states || states->CurrentState() != nsStandby) {

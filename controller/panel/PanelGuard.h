@@ -1,8 +1,8 @@
 // What keeps a panel safe that the machine logic takes at its word.
 //
-// Press, Release, Enable and the forms belong to the user-interface thread; Refresh (every 100 ms) and Watch (every
-// 20 ms) to a thread or timer each, so that a device that hangs in a refresh holds up neither keys nor releases. Alive
-// is called by whoever reads the keys, at least every 100 ms.
+// Press, Release, Enable and the forms belong to the user-interface thread; Refresh (every 100 ms) and Watch (as
+// WatchInMs says) to a thread or timer each, so that a device that hangs in a refresh holds up neither keys nor
+// releases. Alive is called by whoever reads the keys, at least every 100 ms.
 #pragma once
 
 #include <array>
@@ -23,6 +23,7 @@ class TPanelGuard {
  public:
   static constexpr std::uint32_t kRefreshMs = 100;
   static constexpr std::uint32_t kWatchMs = 20;
+  static constexpr std::uint32_t kRestMs = 100;    // between two looks while no key is held that they are for
   static constexpr std::uint64_t kStaleMs = 500;   // masks older than this let stop keys through only
   static constexpr std::uint64_t kSilentMs = 150;  // with a watch round on top still below 200 ms
 
@@ -44,6 +45,9 @@ class TPanelGuard {
   // Releases, at the cutting system and with the command that was pressed, what acts while it is held and whose key bit
   // has gone, or whose panel has fallen silent.
   void Watch(std::uint64_t nowMs);
+  // Until the next Watch: kWatchMs, or kRestMs. A key that is pressed within these is seen before its panel can be
+  // silent for kSilentMs.
+  [[nodiscard]] std::uint32_t WatchInMs() const;
   [[nodiscard]] TKeyMask Leds() const { return FLeds.load(std::memory_order_acquire); }
 
  private:

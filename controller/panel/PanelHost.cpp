@@ -47,7 +47,8 @@ TPanelHost::TPanelHost(TController& session)
     FTimers.push_back(clock->Every(TPanelGuard::kWatchMs, [this](std::uint64_t now) { FGuard.Watch(now); }));
   } else {
     FRefreshThread.emplace("ixo-panel", TPanelGuard::kRefreshMs, [this](std::uint64_t) { FGuard.Refresh(); });
-    FWatchThread.emplace("ixo-panelwatch", TPanelGuard::kWatchMs, [this](std::uint64_t now) { FGuard.Watch(now); });
+    FWatchThread.emplace(
+        "ixo-panelwatch", [this] { return FGuard.WatchInMs(); }, [this](std::uint64_t now) { FGuard.Watch(now); });
   }
 }
 

@@ -56,6 +56,24 @@ TEST_F(PanelHost, AHeldKeyIsReleasedWhenItsBitGoesOrThePanelFallsSilent) {
   EXPECT_EQ(KBPManager()->CurKeyBits(), 0U);
 }
 
+// Pressed right behind a look of the watch that saw nothing held.
+TEST_F(PanelHost, ARareWatchReleasesWithin200MsAndIsOftenWhileAKeyIsHeld) {
+  TPanelGuard guard(*KBPManager(), {});
+  guard.Enable();
+  EXPECT_EQ(guard.WatchInMs(), TPanelGuard::kRestMs);
+  guard.Press(CK_RIGHT);
+  EXPECT_THAT(TakeKeys(), ElementsAre("KeyDown 34 0"));
+  std::uint64_t ms = TPanelGuard::kRestMs;
+  for (guard.Watch(Clock().MonotonicMs() + ms); TakeKeys().empty(); guard.Watch(Clock().MonotonicMs() + ms)) {
+    ms += guard.WatchInMs();
+    ASSERT_LE(ms, 200U);
+  }
+  EXPECT_GT(ms, TPanelGuard::kSilentMs);
+  EXPECT_EQ(guard.WatchInMs(), TPanelGuard::kRestMs);
+  guard.Press(CK_STOP);
+  EXPECT_EQ(guard.WatchInMs(), TPanelGuard::kWatchMs);
+}
+
 TEST_F(PanelHost, TheReleaseNamesTheCommandThatWasPressed) {
   TKBPKeyItem& key = *KBPManager()->KeyItem(CK_K1);
   key.SetNormalCmd(kcJogLeft);

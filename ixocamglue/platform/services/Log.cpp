@@ -1,5 +1,6 @@
 #include "ixocamglue/platform/services/Log.h"
 
+#include <algorithm>
 #include <pthread.h>
 #include <utility>
 
@@ -8,6 +9,8 @@ namespace {
 
 constexpr std::size_t kTextCapacity = 200;  // lines up to here reuse their slot without allocating
 constexpr std::uint32_t kDrainEveryMs = 20;
+constexpr std::uint32_t kQuietEveryMs = 100;
+constexpr std::uint32_t kQuietAfter = 50;  // rounds without a line
 
 }  // namespace
 
@@ -93,7 +96,8 @@ void TLogService::Start() {
   FSign.emplace("ixo-log", tkLog);
   FThread = std::thread([this] {
     pthread_setname_np(pthread_self(), "ixo-log");
-    while (!Clock().Pause(FStop, kDrainEveryMs)) DrainOnce();
+    for (std::uint32_t empty = 0; !Clock().Pause(FStop, empty < kQuietAfter ? kDrainEveryMs : kQuietEveryMs);)
+      empty = DrainOnce() != 0 ? 0 : std::min(empty + 1, kQuietAfter);
   });
 }
 

@@ -71,7 +71,8 @@ class TLogService {
 
   // Writes everything that is queued; returns the number of lines.
   std::size_t DrainOnce();
-  void Start();  // own thread, draining every 20 ms, until the service ends
+  // Own thread, until the service ends; it drains every 20 ms, and every 100 ms when nothing was posted for 1 s.
+  void Start();
 
   [[nodiscard]] std::uint64_t Dropped() const { return FDropped.load(std::memory_order_relaxed); }
   [[nodiscard]] std::uint64_t Swallowed() const { return FSwallowed.load(std::memory_order_relaxed); }
