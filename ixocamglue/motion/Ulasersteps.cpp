@@ -79,6 +79,7 @@ TStepType TSmtLaserOn::DoMotion(std::int32_t) {
   return Await(csbtEnsure);
 }
 
+// Kept: a stop does not shorten it. The device holds the beam back meanwhile, and the step closes emission behind it.
 void TSmtLaserOn::PollEmission(TNcLaser& laser, std::uint32_t startTick, std::uint32_t limitMs) {
   while (!laser.GetEmission() && Clock().TickMs() - startTick <= limitMs) Clock().Spin();
 }

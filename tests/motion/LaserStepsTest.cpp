@@ -91,10 +91,12 @@ TEST_F(LaserSteps, AStopDuringTheWaitOfLaserOnClosesEmissionAgain) {
     Machine().Laser()->SetEmissionScript(comes ? TEmissionScript{} : TEmissionScript::Never());
     Journal().Clear();
     StartSequence({{516, "on"}});
+    const auto start = Clock().MonotonicMs();
     const auto timer = FController.VirtualClock()->Every(comes ? 50 : 1000, [&](std::uint64_t) {
       if (FController.Running()) Framework().Stop();
     });
     EXPECT_EQ(Finish(), metStop);
+    EXPECT_GT(Clock().MonotonicMs() - start, comes ? 99u : 5000u);  // Kept: it is no shorter for the stop
     FController.VirtualClock()->Remove(timer);
     for (const auto& command : Commands("laser")) EXPECT_NE(command, "SwitchLaser on");
     EXPECT_EQ(Commands("laser")[1], "EmissionOff");
