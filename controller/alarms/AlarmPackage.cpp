@@ -19,7 +19,8 @@ constexpr const char* kPrefix = "TPAlarmStore";
 enum TStoreAlarm : std::int32_t { saLost = 1, saFailed = 2, saHeld = 3, saMadeAgain = 4 };
 
 constexpr std::uint64_t kDrainMs = 2000;
-constexpr std::size_t kMostTold = 50;  // of what is not stored, one by one
+constexpr std::size_t kMostTold = 50;        // of what is not stored, one by one
+constexpr std::size_t kMostReplayed = 1000;  // messages of a level, to who registers late: a process runs for months
 
 }  // namespace
 
@@ -54,7 +55,7 @@ void TAlarmPackage::OpenStore(const std::filesystem::path& file, int retentionDa
   AppSys()->Register(IID_IAlarmFactory, std::static_pointer_cast<IAlarmFactory>(FStore));
   FManager.AddSource(FStoreAlarms);
   (void)FStore->Open();  // what fails is told
-  SetAlarmLimits({.ClientThread = FClock == nullptr});
+  SetAlarmLimits({.ClientThread = FClock == nullptr, .HistoryCap = kMostReplayed});
   (void)AlarmManager();
 }
 

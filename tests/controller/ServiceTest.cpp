@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include "fixture/ServiceWorld.h"
+#include "ixocamglue/alarms/Ualarmmanager.h"
 #include "ixocamglue/platform/alarms/NcSimpleAlarmSource.h"
 
 namespace ixocamglue::test {
@@ -51,6 +52,19 @@ TEST(Service, AStatusIsToldAsItIsInEachLanguage) {
   EXPECT_EQ(step("en"), "Delay");
   const auto first = told("en");
   ASSERT_TRUE(Comes([&] { return told("en").at("machineMs") > first.at("machineMs"); }));
+}
+
+TEST(Service, MonthsOfAlarmsTakeNoMoreMemoryThanTheLastThousandMessages) {
+  TServiceWorld world(false);
+  TNcAlarmManager& alarms = world.Service.Controller().Alarms();
+  for (int i = 0; i < 1000; ++i) {
+    alarms.Raise({.IdPrefix = "TP", .Desc = "came and went", .Id = 1, .Attrs = naShownOnly});
+    alarms.ClearAll();
+  }
+  ASSERT_TRUE(Comes([&] { return world.Service.Controller().AlarmsSettled(); }));
+  const std::size_t kept = AlarmManager()->GetAlarmFifos(0).Sizes().History;
+  EXPECT_GE(kept, 1000U);
+  EXPECT_LE(kept, 1250U);
 }
 
 TEST(Service, WrongRequestsSayWhatIsWrongAndStartNothing) {

@@ -163,6 +163,7 @@ void PrepareStore(TSqliteDb& db, const TStoreShape& shape) {
   }
   db.Exec("PRAGMA journal_mode=WAL");
   db.Exec("PRAGMA synchronous=FULL");
+  db.Exec("PRAGMA cache_size=-256");  // KiB: whoever appends reads little back, and a file may grow for months
   db.Exec(shape.Tables);
   (void)TSqliteStmt(db, shape.Columns);
   db.Exec(Format("PRAGMA user_version=%d", shape.Version).c_str());
