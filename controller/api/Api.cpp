@@ -55,20 +55,31 @@ bool Fits(std::string_view pattern, std::string_view path, std::map<std::string,
   return pattern.empty() && path.empty();
 }
 
-TApiReply RunRoute(const TApiRoute& route, TService& service, const TApiRequest& request) {
-  const TLanguageScope language(request.Language);
-  try {
-    if (!route.Lease) return route.Run(service, request);
+// Null: it is answered later.
+std::optional<TApiReply> ReplyOf(const TApiRoute& route, TService& service, const TApiRequest& request,
+                                 const TApiAnswer& answer) {
+  if (route.Lease)
     if (const auto admitted = service.Lease().Admit(request.Lease, RealMs()); !admitted)
       return Fail(409, admitted.Problem());
-    TApiReply reply = route.Run(service, request);
-    reply.Leased = true;
-    return reply;
-  } catch (const EProblem& problem) {
-    return Fail(problem);
+  TApiReply reply = route.Run(service, request);
+  reply.Leased = reply.Leased || route.Lease;
+  if (!reply.Later) return reply;
+  reply.Later([answer, leased = route.Lease](TApiReply later) {
+    later.Leased = leased && later.Status < 400;
+    answer(std::move(later));
+  });
+  return std::nullopt;
+}
+
+void RunRoute(const TApiRoute& route, TService& service, const TApiRequest& request, const TApiAnswer& answer) {
+  const TLanguageScope language(request.Language);
+  std::optional<TApiReply> reply;
+  try {
+    reply = ReplyOf(route, service, request, answer);
   } catch (...) {
-    return Fail(500, {.What = DescribeException(std::current_exception())});
+    reply = Fail(std::current_exception());
   }
+  if (reply) answer(*std::move(reply));
 }
 
 }  // namespace
@@ -88,13 +99,17 @@ TApiReply Fail(int status, const TProblem& problem) {
   return reply;
 }
 
-TApiReply Fail(const EProblem& problem) {
+TApiReply Fail(const std::exception_ptr& failed) try {
+  std::rethrow_exception(failed);
+} catch (const EProblem& problem) {
   switch (problem.Blame) {
     case pbRequest: return Fail(400, problem.Problem);
     case pbRefused: return Fail(409, problem.Problem);
     case pbUnusable: break;
   }
   return Fail(503, problem.Problem);
+} catch (...) {
+  return Fail(500, {.What = DescribeException(failed)});
 }
 
 std::span<const TApiRoute> TApi::Routes() {
@@ -137,7 +152,7 @@ const TApiRoute* TApi::Find(std::string_view method, std::string_view path, std:
   return found;
 }
 
-void TApi::Handle(TApiRequest request, std::function<void(TApiReply)> answer) {
+void TApi::Handle(TApiRequest request, TApiAnswer answer) {
   const TLanguageScope language(request.Language);
   bool known = false;
   const TApiRoute* const route = Find(request.Method, request.Path, request.Params, known);
@@ -148,13 +163,13 @@ void TApi::Handle(TApiRequest request, std::function<void(TApiReply)> answer) {
   Handle(*route, std::move(request), std::move(answer));
 }
 
-void TApi::Handle(const TApiRoute& route, TApiRequest request, std::function<void(TApiReply)> answer) {
+void TApi::Handle(const TApiRoute& route, TApiRequest request, TApiAnswer answer) {
   const TLanguageScope language(request.Language);
   if (request.Who.Role < route.Role) return answer(Fail(403, NeedsRole(route.Role, request.Who)));
-  if (!route.OnInterface && !route.OnFiles) return answer(RunRoute(route, FService, request));
+  if (!route.OnInterface && !route.OnFiles) return RunRoute(route, FService, request, answer);
   const auto asked = std::make_shared<TApiRequest>(std::move(request));
-  const auto told = std::make_shared<std::function<void(TApiReply)>>(std::move(answer));
-  const auto run = [&service = FService, &route, asked, told] { (*told)(RunRoute(route, service, *asked)); };
+  const auto told = std::make_shared<TApiAnswer>(std::move(answer));
+  const auto run = [&service = FService, &route, asked, told] { RunRoute(route, service, *asked, *told); };
   if (!(route.OnFiles ? FService.PostFiles(run) : FService.Post(run)))
     (*told)(Fail(503, {.What = Tr("the controller is ending")}));
 }

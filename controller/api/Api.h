@@ -1,6 +1,7 @@
 // What can be asked of a controller, and what is answered: one table of routes, JSON in and out. It knows no socket.
 #pragma once
 
+#include <exception>
 #include <functional>
 #include <map>
 #include <span>
@@ -24,6 +25,9 @@ struct TApiRequest {
   std::string Lease;  // the id that the request shows
 };
 
+struct TApiReply;
+using TApiAnswer = std::function<void(TApiReply)>;
+
 struct TApiReply {
   int Status = 200;
   nlohmann::ordered_json Body;    // of Fail a problem by RFC 9457, application/problem+json
@@ -32,6 +36,9 @@ struct TApiReply {
   std::string SetCookie;
   std::uint32_t RetryAfterS = 0;  // with 429
   bool Leased = false;            // the asker has the lease of control
+  // Instead of all that: begins what waits for a disk, and answers behind it. What it throws is the answer. Of routes
+  // on the interface thread, and called there.
+  std::function<void(TApiAnswer)> Later;
 };
 
 struct TApiRoute {
@@ -52,9 +59,9 @@ class TApi {
 
   // Any thread. `answer` is called once, on the caller's thread or one of the service's; it must not wait. Who
   // has not the role that the route needs is refused with 403, and who shows no lease where it is needed with 409.
-  void Handle(TApiRequest request, std::function<void(TApiReply)> answer);
+  void Handle(TApiRequest request, TApiAnswer answer);
   // The same where Find has found the route, and filled in the request's Params.
-  void Handle(const TApiRoute& route, TApiRequest request, std::function<void(TApiReply)> answer);
+  void Handle(const TApiRoute& route, TApiRequest request, TApiAnswer answer);
   // The route of a request; null: none. `known`: another method has this path.
   [[nodiscard]] static const TApiRoute* Find(std::string_view method, std::string_view path,
                                              std::map<std::string, std::string>& params, bool& known);
@@ -66,8 +73,8 @@ class TApi {
 
 // {"type","title","status","detail","what","where","why","remedy"}
 [[nodiscard]] TApiReply Fail(int status, const TProblem& problem);
-// 400, 409 or 503, as it is to be blamed.
-[[nodiscard]] TApiReply Fail(const EProblem& problem);
+// 400, 409 or 503, as it is to be blamed; what is no EProblem: 500.
+[[nodiscard]] TApiReply Fail(const std::exception_ptr& failed);
 
 // What somebody without the role is told; for Fail(403).
 [[nodiscard]] TProblem NeedsRole(TRole role, const TAsker& who);

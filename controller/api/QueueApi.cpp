@@ -17,10 +17,20 @@ using TJson = nlohmann::ordered_json;
 constexpr std::size_t kMostNote = 500;
 constexpr std::uint64_t kMostJob = 1ULL << 53U;  // a number of JSON
 
-TApiReply QueueReply(TService& service, int status = 200) {
+TApiReply QueueReply(TService& service) {
   TApiReply reply;
-  reply.Status = status;
   reply.Body = service.Jobs().Queue().Show();
+  return reply;
+}
+
+// The queue as it is when what is asked of it is on the disk.
+TApiReply QueueReplyLater(TService& service, std::function<void(TQueue& queue, TDiskDone done)> ask) {
+  TApiReply reply;
+  reply.Later = [&service, ask = std::move(ask)](TApiAnswer answer) {
+    ask(service.Jobs().Queue(), [&service, answer](std::uint64_t, const std::exception_ptr& failed) {
+      answer(failed ? Fail(failed) : QueueReply(service));
+    });
+  };
   return reply;
 }
 
@@ -87,9 +97,16 @@ TApiReply AddJob(TService& service, const TApiRequest& request) {
   job.Note = NoteOf(body, "note");
   job.Question = NoteOf(body, "question");
   job.Choices = AskedChoices(request.Body);
-  const std::uint64_t id = service.Jobs().Queue().Add(std::move(job), request.Who);
-  TApiReply reply = QueueReply(service, 201);
-  reply.Body["id"] = id;
+  TApiReply reply;
+  reply.Later = [&service, job, who = request.Who](TApiAnswer answer) {
+    service.Jobs().Queue().Add(job, who, [&service, answer](std::uint64_t id, const std::exception_ptr& failed) {
+      if (failed) return answer(Fail(failed));
+      TApiReply added = QueueReply(service);
+      added.Status = 201;
+      added.Body["id"] = id;
+      answer(std::move(added));
+    });
+  };
   return reply;
 }
 
@@ -116,16 +133,19 @@ TApiReply NoJob(const TApiRequest& request) {
 TApiReply RemoveJob(TService& service, const TApiRequest& request) {
   const TJob* const job = AskedJob(service, request);
   if (!job) return NoJob(request);
-  service.Jobs().Queue().Remove(job->Id, request.Who);
-  return QueueReply(service);
+  return QueueReplyLater(service, [id = job->Id, who = request.Who](TQueue& queue, TDiskDone done) {
+    queue.Remove(id, who, std::move(done));
+  });
 }
 
 TApiReply AnswerJob(TService& service, const TApiRequest& request) {
   const TJob* const job = AskedJob(service, request);
   if (!job) return NoJob(request);
   const TAskedBody body(request, {"answer"});
-  service.Jobs().Queue().Answer(job->Id, body.Text("answer"), request.Who);
-  return QueueReply(service);
+  return QueueReplyLater(
+      service, [id = job->Id, answer = body.Text("answer"), who = request.Who](TQueue& queue, TDiskDone done) {
+        queue.Answer(id, answer, who, std::move(done));
+      });
 }
 
 // --- sequence files ---

@@ -20,11 +20,30 @@ TJson RunningJson(TRecordings& recordings) {
 }
 
 TApiReply ListRecordings(TService& service, const TApiRequest&) {
-  TJson list = TJson::array();
-  for (const TRecordingInfo& file : service.Recordings().List())
-    list.push_back({{"name", file.Name}, {"bytes", file.Bytes}, {"changed", UtcText(file.UnixMs)}});
   TApiReply reply;
-  reply.Body = {{"recordings", std::move(list)}, {"running", RunningJson(service.Recordings())}};
+  reply.Later = [&service](TApiAnswer answer) {
+    const auto list = std::make_shared<TJson>(TJson::array());
+    const auto read = [list, folder = service.Options().StateFolder / kRecordingsFolder] {
+      for (const TRecordingInfo& file : TRecordings::List(folder))
+        list->push_back({{"name", file.Name}, {"bytes", file.Bytes}, {"changed", UtcText(file.UnixMs)}});
+    };
+    service.OnDisk(read, [&service, list, answer] {
+      TApiReply listed;
+      listed.Body = {{"recordings", std::move(*list)}, {"running", RunningJson(service.Recordings())}};
+      answer(std::move(listed));
+    });
+  };
+  return reply;
+}
+
+// Answered when `ask` is done.
+TApiReply ReplyLater(std::function<void(TDiskDone)> ask, std::function<TApiReply(std::uint64_t)> replyOf) {
+  TApiReply reply;
+  reply.Later = [ask = std::move(ask), replyOf = std::move(replyOf)](TApiAnswer answer) {
+    ask([answer, replyOf](std::uint64_t number, const std::exception_ptr& failed) {
+      answer(failed ? Fail(failed) : replyOf(number));
+    });
+  };
   return reply;
 }
 
@@ -64,26 +83,34 @@ TApiReply StartRecording(TService& service, const TApiRequest& request) {
                                     : TRecordings::kUsualMs;
   const std::string name = body.Text("name");
   CheckStoredName(name).OrThrow(pbRequest);
-  service.Recordings().Start(name, std::move(signals), limitMs).OrThrow(pbRefused);
-  TApiReply reply;
-  reply.Status = 201;
-  reply.Body = RunningJson(service.Recordings());
-  return reply;
+  return ReplyLater([&service, name, signals = std::move(signals),
+                     limitMs](TDiskDone done) { service.Recordings().Start(name, signals, limitMs, std::move(done)); },
+                    [&service](std::uint64_t) {
+                      TApiReply reply;
+                      reply.Status = 201;
+                      reply.Body = RunningJson(service.Recordings());
+                      return reply;
+                    });
 }
 
 TApiReply StopRecording(TService& service, const TApiRequest& request) {
   const std::string& name = request.Params.at("name");
-  TApiReply reply;
-  reply.Body = {{"name", name}, {"samples", service.Recordings().Stop(name).OrThrow(pbRefused)}};
-  return reply;
+  return ReplyLater([&service, name](TDiskDone done) { service.Recordings().Stop(name, std::move(done)); },
+                    [name](std::uint64_t samples) {
+                      TApiReply reply;
+                      reply.Body = {{"name", name}, {"samples", samples}};
+                      return reply;
+                    });
 }
 
 TApiReply DeleteRecording(TService& service, const TApiRequest& request) {
   const std::string& name = request.Params.at("name");
-  service.Recordings().Delete(name).OrThrow(pbRefused);
-  TApiReply reply;
-  reply.Body = {{"name", name}};
-  return reply;
+  return ReplyLater([&service, name](TDiskDone done) { service.Recordings().Delete(name, std::move(done)); },
+                    [name](std::uint64_t) {
+                      TApiReply reply;
+                      reply.Body = {{"name", name}};
+                      return reply;
+                    });
 }
 
 constexpr TApiRoute kRecordingsRoutes[] = {

@@ -1,11 +1,8 @@
 #include "controller/recordings/LiveRecording.h"
 
-#include <string>
-
 #include "ixocamglue/monitor/Statusmonitorsys.h"
 
 namespace ixocontroller {
-namespace {
 
 std::vector<std::string> MotorNames() {
   std::vector<std::string> motors;
@@ -14,10 +11,9 @@ std::vector<std::string> MotorNames() {
   return motors;
 }
 
-}  // namespace
-
-TLiveRecording::TLiveRecording(const std::filesystem::path& file, std::vector<TMonitorSignalKey> signals)
-    : FSignals(signals.size()), FSink(file.string()), FWriter(FSink, MotorNames()), FRecorder(FWriter, signals) {}
+TLiveRecording::TLiveRecording(const std::filesystem::path& file, std::vector<TMonitorSignalKey> signals,
+                               const std::vector<std::string>& motors)
+    : FSignals(signals.size()), FSink(file.string()), FWriter(FSink, motors), FRecorder(FWriter, signals) {}
 
 void TLiveRecording::Sample(std::uint64_t nowMs, const TMachineSnapshot& now) {
   if (FFailure) return;

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <exception>
 #include <filesystem>
+#include <string>
 #include <vector>
 
 #include "controller/recordings/Recorder.h"
@@ -13,9 +14,10 @@ namespace ixocontroller {
 
 class TLiveRecording {
  public:
-  // Opens the file before anything is sampled; a file of this name is replaced at the end. Throws EProblem where it
-  // cannot be written.
-  TLiveRecording(const std::filesystem::path& file, std::vector<TMonitorSignalKey> signals);
+  // Opens the file before anything is sampled; a file of this name is replaced at the end. `motors` are the machine's,
+  // as MotorNames gives them. Throws EProblem where the file cannot be written.
+  TLiveRecording(const std::filesystem::path& file, std::vector<TMonitorSignalKey> signals,
+                 const std::vector<std::string>& motors);
 
   // The machine at `nowMs`. One sample per ms is written: a ms that was missed gets what is seen now. What fails ends
   // the sampling, not the machine, and is kept for Finish.
@@ -35,5 +37,8 @@ class TLiveRecording {
   std::uint64_t FNextMs = 0;
   std::exception_ptr FFailure;
 };
+
+// Of the machine, for the file's header. Where the machine's configuration may be read.
+[[nodiscard]] std::vector<std::string> MotorNames();
 
 }  // namespace ixocontroller

@@ -10,6 +10,7 @@
 #include "controller/StateFolder.h"
 #include "controller/Supervisor.h"
 #include "controller/recordings/Recording.h"
+#include "ixocamglue/platform/services/LocaleManager.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/support/Faults.h"
 #include "ixocamglue/support/Files.h"
@@ -96,10 +97,9 @@ struct TSpan {
 
 class TRecordings::TSampler {
  public:
-  TSampler(TController& controller, const std::filesystem::path& file, std::vector<TMonitorSignalKey> signals,
-           std::uint64_t limitMs)
+  TSampler(TController& controller, std::unique_ptr<TLiveRecording> recording, std::uint64_t limitMs)
       : FController(controller),
-        FRecording(file, std::move(signals)),
+        FRecording(std::move(recording)),
         FStartMs(Clock().MonotonicMs()),
         FEndMs(FStartMs + limitMs) {
     const auto sample = [this](std::uint64_t nowMs) { Sample(nowMs); };
@@ -108,34 +108,36 @@ class TRecordings::TSampler {
     else
       FThread.emplace("ixo-record", kSampleMs, sample);
   }
-  ~TSampler() { End(); }
+  ~TSampler() { Cease(); }
   TSampler(const TSampler&) = delete;
   TSampler& operator=(const TSampler&) = delete;
 
   [[nodiscard]] bool Over() const { return FOver.load(std::memory_order_acquire); }
   [[nodiscard]] std::uint64_t LimitMs() const { return FEndMs - FStartMs; }
   [[nodiscard]] std::uint64_t Ms() const { return std::min(Clock().MonotonicMs() - FStartMs, LimitMs()); }
-  [[nodiscard]] std::size_t Signals() const { return FRecording.Signals(); }
+  [[nodiscard]] std::size_t Signals() const { return FRecording->Signals(); }
 
+  // On the thread that made it: nothing is sampled behind it in virtual time, and in real time one more at most.
+  void Cease() {
+    FOver.store(true, std::memory_order_release);
+    if (FTimer) FController.VirtualClock()->Remove(*std::exchange(FTimer, std::nullopt));
+  }
+  // Behind that, on any thread: waits for the disk. The number of its samples.
   std::uint64_t Finish() {
-    End();
-    FRecording.Finish();
-    return FRecording.Samples();
+    FThread.reset();
+    FRecording->Finish();
+    return FRecording->Samples();
   }
 
  private:
   void Sample(std::uint64_t nowMs) {
     if (Over()) return;
-    FRecording.Sample(std::min(nowMs, FEndMs), FController.Machine().Snapshot());
-    if (nowMs >= FEndMs || FRecording.Failed()) FOver.store(true, std::memory_order_release);
-  }
-  void End() {
-    if (FTimer) FController.VirtualClock()->Remove(*std::exchange(FTimer, std::nullopt));
-    FThread.reset();
+    FRecording->Sample(std::min(nowMs, FEndMs), FController.Machine().Snapshot());
+    if (nowMs >= FEndMs || FRecording->Failed()) FOver.store(true, std::memory_order_release);
   }
 
   TController& FController;
-  TLiveRecording FRecording;  // the sampler's until End
+  const std::unique_ptr<TLiveRecording> FRecording;  // what samples has it, then Finish
   const std::uint64_t FStartMs, FEndMs;
   std::atomic<bool> FOver{false};
   std::optional<std::size_t> FTimer;
@@ -144,30 +146,71 @@ class TRecordings::TSampler {
 
 // --- TRecordings ---
 
-TRecordings::TRecordings(TController& controller, std::filesystem::path folder)
-    : FController(controller), FFolder(std::move(folder)) {}
+namespace {
 
-TRecordings::~TRecordings() {
-  if (FSampler) try {
-      Finish();
-    } catch (const EProblem& problem) {
-      LogMsg(lkError, 0, problem.Problem.Text(), "TPHost");
-    } catch (...) {
-      LogFault("recording", std::current_exception());
-    }
+void LogFailed(const std::exception_ptr& failed) {
+  try {
+    std::rethrow_exception(failed);
+  } catch (const EProblem& problem) {
+    LogMsg(lkError, 0, problem.Problem.Text(), "TPHost");
+  } catch (...) {
+    LogFault("recording", failed);
+  }
 }
 
-bool TRecordings::Makes(const std::string& name) const { return FSampler && FName == name; }
+}  // namespace
+
+TRecordings::TRecordings(TController& controller, std::filesystem::path folder, TDiskWork onDisk)
+    : FController(controller), FFolder(std::move(folder)), FOnDisk(std::move(onDisk)) {}
+
+// Nobody else waits any more: the last one is finished here, unless that is under way.
+TRecordings::~TRecordings() {
+  if (!FSampler || FFinishing) return;
+  try {
+    FSampler->Cease();
+    (void)FSampler->Finish();
+  } catch (...) {
+    LogFailed(std::current_exception());
+  }
+}
+
+void TRecordings::OnDisk(std::function<std::uint64_t()> work, std::function<void()> then, TDiskDone done) {
+  struct TOutcome {
+    std::uint64_t Number = 0;
+    std::exception_ptr Failed;
+  };
+  const auto outcome = std::make_shared<TOutcome>();
+  const std::string language = ThreadLanguage();
+  const auto answers = [outcome, language, work = std::move(work)] {
+    const TLanguageScope scope(language);
+    try {
+      outcome->Number = work();
+    } catch (...) {
+      outcome->Failed = std::current_exception();
+    }
+  };
+  FOnDisk(answers, [outcome, language, here = std::weak_ptr(FHere), then = std::move(then), done = std::move(done)] {
+    if (here.expired()) return;
+    const TLanguageScope scope(language);
+    try {
+      then();
+    } catch (...) {
+      outcome->Failed = std::current_exception();
+    }
+    done(outcome->Number, outcome->Failed);
+  });
+}
 
 std::optional<TRecordings::TNow> TRecordings::Now() const {
   if (!FSampler) return std::nullopt;
   return TNow{FName, FSampler->Signals(), FSampler->LimitMs(), FSampler->Ms()};
 }
 
-std::vector<TRecordingInfo> TRecordings::List() const {
+std::vector<TRecordingInfo> TRecordings::List(const std::filesystem::path& folder) {
   std::vector<TRecordingInfo> list;
   std::error_code error;
-  for (const auto& entry : std::filesystem::directory_iterator(FFolder, error)) {
+  for (std::filesystem::directory_iterator it(folder, error), end; !error && it != end; it.increment(error)) {
+    const std::filesystem::directory_entry& entry = *it;
     const std::string name = entry.path().stem().string();
     std::error_code none;
     if (entry.path().extension() != kEnding || !CheckStoredName(name) || !entry.is_regular_file(none)) continue;
@@ -178,54 +221,101 @@ std::vector<TRecordingInfo> TRecordings::List() const {
   return list;
 }
 
-TResult<> TRecordings::Start(const std::string& name, std::vector<TMonitorSignalKey> signals, std::uint64_t limitMs) {
-  const auto path = PathOf(FFolder, name);
-  if (!path) return path.Problem();
-  if (FSampler) return TProblem{.What = Format(Tr("the recording %s is being made"), FName.c_str())};
+namespace {
+
+// The file of a recording that is to be made, open.
+std::unique_ptr<TLiveRecording> OpenNew(const std::filesystem::path& path, const std::string& name,
+                                        const std::vector<TMonitorSignalKey>& signals,
+                                        const std::vector<std::string>& motors) {
   std::error_code error;
-  if (std::filesystem::exists(*path, error))
-    return TProblem{.What = Format(Tr("there is a recording %s already"), name.c_str()),
-                    .Remedy = Tr("delete it, or take another name")};
-  if (List().size() >= kMostFiles)
-    return TProblem{.What = Format(Tr("there are %d recordings, and no more are kept"), static_cast<int>(kMostFiles)),
-                    .Remedy = Tr("delete those that are not needed any more")};
+  if (std::filesystem::exists(path, error))
+    throw EProblem(pbRefused, {.What = Format(Tr("there is a recording %s already"), name.c_str()),
+                               .Where = {},
+                               .Why = {},
+                               .Remedy = Tr("delete it, or take another name")});
+  if (TRecordings::List(path.parent_path()).size() >= TRecordings::kMostFiles)
+    throw EProblem(pbRefused, {.What = Format(Tr("there are %d recordings, and no more are kept"),
+                                              static_cast<int>(TRecordings::kMostFiles)),
+                               .Where = {},
+                               .Why = {},
+                               .Remedy = Tr("delete those that are not needed any more")});
+  std::filesystem::create_directories(path.parent_path(), error);
+  return std::make_unique<TLiveRecording>(path, signals, motors);
+}
+
+void Remove(const std::filesystem::path& path, const std::string& name) {
+  std::error_code error;
+  if (std::filesystem::remove(path, error)) return;
+  if (!error) throw EProblem(pbRefused, Format(Tr("there is no recording %s"), name.c_str()));
+  throw EProblem(
+      pbRefused,
+      {.What = Tr("the file cannot be removed"), .Where = path.string(), .Why = error.message(), .Remedy = {}});
+}
+
+}  // namespace
+
+void TRecordings::RefuseWhileMaking() const {
+  if (!FName.empty()) throw EProblem(pbRefused, Format(Tr("the recording %s is being made"), FName.c_str()));
+}
+
+void TRecordings::Start(const std::string& name, std::vector<TMonitorSignalKey> signals, std::uint64_t limitMs,
+                        TDiskDone done) {
+  const std::filesystem::path path = PathOf(FFolder, name).OrThrow(pbRequest);
+  RefuseWhileMaking();
   if (signals.size() * limitMs > kMostValues)
-    return TProblem{.What = Format(Tr("%zu signals over %llu s are more than a recording holds"), signals.size(),
-                                   static_cast<unsigned long long>(limitMs / 1000)),
-                    .Remedy = Tr("record fewer signals, or for a shorter time")};
-  std::filesystem::create_directories(FFolder, error);
-  FSampler = std::make_unique<TSampler>(FController, *path, std::move(signals), limitMs);
+    throw EProblem(pbRefused, {.What = Format(Tr("%zu signals over %llu s are more than a recording holds"),
+                                              signals.size(), static_cast<unsigned long long>(limitMs / 1000)),
+                               .Where = {},
+                               .Why = {},
+                               .Remedy = Tr("record fewer signals, or for a shorter time")});
   FName = name;
-  return {};
+  const auto opened = std::make_shared<std::unique_ptr<TLiveRecording>>();
+  const auto open = [opened, path, name, signals = std::move(signals), motors = MotorNames()]() -> std::uint64_t {
+    *opened = OpenNew(path, name, signals, motors);
+    return 0;
+  };
+  const auto begin = [this, opened, name, limitMs] {
+    FName.clear();
+    if (!*opened) return;
+    FSampler = std::make_shared<TSampler>(FController, std::move(*opened), limitMs);
+    FName = name;
+  };
+  OnDisk(open, begin, std::move(done));
 }
 
-std::uint64_t TRecordings::Finish() {
-  const auto sampler = std::move(FSampler);
-  return sampler->Finish();
+void TRecordings::Finish(TDiskDone done) {
+  FFinishing = true;
+  FSampler->Cease();
+  const auto end = [this] {
+    FSampler.reset();
+    FName.clear();
+    FFinishing = false;
+  };
+  OnDisk([sampler = FSampler] { return sampler->Finish(); }, end, std::move(done));
 }
 
-TResult<std::uint64_t> TRecordings::Stop(const std::string& name) {
-  if (!Makes(name)) return TProblem{.What = Format(Tr("the recording %s is not being made"), name.c_str())};
-  return Finish();
+void TRecordings::Stop(const std::string& name, TDiskDone done) {
+  if (!FSampler || FFinishing || FName != name)
+    throw EProblem(pbRefused, Format(Tr("the recording %s is not being made"), name.c_str()));
+  Finish(std::move(done));
 }
 
-TResult<> TRecordings::Delete(const std::string& name) {
-  const auto path = PathOf(FFolder, name);
-  if (!path) return path.Problem();
-  if (Makes(name)) return TProblem{.What = Format(Tr("the recording %s is being made"), name.c_str())};
-  std::error_code error;
-  if (std::filesystem::remove(*path, error)) return {};
-  if (error) return TProblem{.What = Tr("the file cannot be removed"), .Where = path->string(), .Why = error.message()};
-  return TProblem{.What = Format(Tr("there is no recording %s"), name.c_str())};
+void TRecordings::Delete(const std::string& name, TDiskDone done) {
+  const std::filesystem::path path = PathOf(FFolder, name).OrThrow(pbRefused);
+  if (FName == name) RefuseWhileMaking();
+  const auto remove = [path, name]() -> std::uint64_t {
+    Remove(path, name);
+    return 0;
+  };
+  OnDisk(
+      remove, [] {}, std::move(done));
 }
 
 void TRecordings::Round() {
-  if (!FSampler || !FSampler->Over()) return;
-  try {
-    Finish();
-  } catch (const EProblem& problem) {
-    LogMsg(lkError, 0, problem.Problem.Text(), "TPHost");
-  }
+  if (!FSampler || FFinishing || !FSampler->Over()) return;
+  Finish([](std::uint64_t, const std::exception_ptr& failed) {
+    if (failed) LogFailed(failed);
+  });
 }
 
 TResult<nlohmann::ordered_json> TRecordings::Read(const std::filesystem::path& folder, const std::string& name,

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <filesystem>
+#include <utility>
 
 #include "controller/links/LinkDesk.h"
 #include "controller/recordings/Recordings.h"
@@ -13,8 +14,8 @@ namespace ixocontroller {
 inline constexpr const char* kRecordingsFolder = "recordings";  // of the state folder
 
 struct TDesks {
-  TDesks(TController& controller, TEventRing& events, const std::filesystem::path& stateFolder)
-      : Panel(controller, events), Recordings(controller, stateFolder / kRecordingsFolder) {}
+  TDesks(TController& controller, TEventRing& events, const std::filesystem::path& stateFolder, TDiskWork onDisk)
+      : Panel(controller, events), Recordings(controller, stateFolder / kRecordingsFolder, std::move(onDisk)) {}
 
   // Every few ms of real time.
   void Round(std::uint64_t realMs) {

@@ -79,6 +79,10 @@ TJobs::TJobs(TService& service) : FService(service) {
 
 TJobs::~TJobs() = default;
 
+void TJobs::StartNoMore() {
+  if (FQueue) FQueue->Close();
+}
+
 bool TJobs::Close() { return !FHistory || FHistory->Close(); }
 
 TRunHistory& TJobs::History() {
@@ -130,7 +134,9 @@ TQueue::TSeam TJobs::Seam() {
             }
           },
           .Changed = [this] { TellQueue(); },
-          .Language = [&service] { return service.Options().Controller.Language; }};
+          .Language = [&service] { return service.Options().Controller.Language; },
+          .OnDisk = [&service](std::function<void()> work,
+                               std::function<void()> then) { service.OnDisk(std::move(work), std::move(then)); }};
 }
 
 // A question is one event, however often the queue changes while it stands.

@@ -26,6 +26,8 @@ class TJobs {
   TJobs(const TJobs&) = delete;
   TJobs& operator=(const TJobs&) = delete;
 
+  // No job starts any more. Before Close, when the interface thread has ended.
+  void StartNoMore();
   // What has run is written. Once, when nothing runs any more; false: the disk does not answer.
   [[nodiscard]] bool Close();
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <exception>
+#include <memory>
 #include <stdexcept>
 #include <utility>
 
@@ -89,6 +90,28 @@ TJob JobOf(const TJson& json) {
   return job;
 }
 
+// What the answer does with the job; throws EProblem where it is none.
+TJobThen ChoiceOf(const TJob& job, const std::string& answer) {
+  if (job.State != jsAsks && job.State != jsFailed) throw EProblem(pbRefused, Tr("the job asks nothing now"));
+  const auto& choices = ChoicesOf(job);
+  const auto choice = std::ranges::find(choices, answer, &TJobChoice::Answer);
+  if (choice != choices.end()) return choice->Then;
+  std::string known;
+  for (const TJobChoice& one : choices) known += (known.empty() ? "" : ", ") + one.Answer;
+  throw EProblem(pbRequest, {.What = Format(Tr("\"%s\" is no answer"), answer.c_str()),
+                             .Where = {},
+                             .Why = {},
+                             .Remedy = Format(Tr("answer one of: %s"), known.c_str())});
+}
+
+TProblem ProblemOf(const std::exception_ptr& failed) try {
+  std::rethrow_exception(failed);
+} catch (const EProblem& problem) {
+  return problem.Problem;
+} catch (...) {
+  return {.What = DescribeException(std::current_exception())};
+}
+
 // A job that ran when its controller ended has nothing else that says why.
 std::optional<TProblem> ProblemOf(const TJob& job) {
   if (job.Outcome == kOutcomeLost) return TProblem{.What = Tr("the controller ended while it ran")};
@@ -125,22 +148,21 @@ void TQueue::Read() {
         throw EProblem(
             pbUnusable,
             {.What = Tr("the queue was written by a newer version"), .Where = FFile.string(), .Why = {}, .Remedy = {}});
-      for (const TJson& job : read->at("jobs")) FJobs.push_back(JobOf(job));
-      for (const TJson& job : read->at("ended")) FEnded.push_back(JobOf(job));
-      FLastId = read->at("last").get<std::uint64_t>();
+      for (const TJson& job : read->at("jobs")) FNow.Jobs.push_back(JobOf(job));
+      for (const TJson& job : read->at("ended")) FNow.Ended.push_back(JobOf(job));
+      FNow.LastId = read->at("last").get<std::uint64_t>();
     } catch (const EProblem& problem) {
       FUnreadable = problem.Problem;
     } catch (const std::exception&) {
-      FJobs.clear();
-      FEnded.clear();
+      FNow = {};
       FUnreadable = TProblem{.What = Tr("the file is no queue of this version"), .Where = FFile.string()};
     }
   }
   if (FUnreadable) {
     FWhy = {[problem = *FUnreadable] { return problem; }, FSeam.Language()};
-  } else if (!FJobs.empty()) {
+  } else if (!FNow.Jobs.empty()) {
     FWhy = {[] { return TProblem{.What = Tr("the controller was started again, and nothing starts by itself")}; }, {}};
-    for (TJob& job : FJobs) {
+    for (TJob& job : FNow.Jobs) {
       if (job.State == jsAsks) job.State = jsWaits;
       if (job.State != jsRuns) continue;
       job.State = jsFailed;
@@ -149,28 +171,83 @@ void TQueue::Read() {
   }
 }
 
-TResult<> TQueue::Save() const {
-  TJson json{{"version", kVersion}, {"last", FLastId}, {"jobs", TJson::array()}, {"ended", TJson::array()}};
+// --- what the file holds ---
+
+TJson TQueue::TContent::Json() const {
+  TJson json{{"version", kVersion}, {"last", LastId}, {"jobs", TJson::array()}, {"ended", TJson::array()}};
   const auto add = [](const TJob& job, TJson& to) { to.push_back(JobJson(job)), to.back()["content"] = job.Content; };
-  for (const TJob& job : FJobs) add(job, json["jobs"]);
-  for (const TJob& job : FEnded) add(job, json["ended"]);
-  return SaveJsonFile(FFile, json);
+  for (const TJob& job : Jobs) add(job, json["jobs"]);
+  for (const TJob& job : Ended) add(job, json["ended"]);
+  return json;
 }
 
-void TQueue::Change(const std::function<void()>& change) {
-  if (FUnreadable) throw EProblem(pbUnusable, *FUnreadable);
-  const auto before = std::tuple(FJobs, FEnded, FLastId);
-  change();
-  if (const auto saved = Save(); !saved) {
-    std::tie(FJobs, FEnded, FLastId) = before;
-    throw EProblem(pbUnusable, saved.Problem());
+TJob& TQueue::TContent::At(std::uint64_t id) {
+  const auto found = std::ranges::find(Jobs, id, &TJob::Id);
+  if (found == Jobs.end())
+    throw EProblem(pbRequest, Format(Tr("there is no job %llu"), static_cast<unsigned long long>(id)));
+  return *found;
+}
+
+void TQueue::TContent::Leave(std::uint64_t id, TJobState state) {
+  const auto job = std::ranges::find(Jobs, id, &TJob::Id);
+  job->State = state;
+  job->Content = nullptr;
+  Ended.push_back(std::move(*job));
+  Jobs.erase(job);
+  if (Ended.size() > kJobsShown) Ended.pop_front();
+}
+
+// --- how it changes ---
+
+void TQueue::Change(TApply apply, TDiskDone done) {
+  FChanges.push_back({std::move(apply), std::move(done), ThreadLanguage()});
+  WriteNext();
+}
+
+void TQueue::WriteNext() {
+  while (!FWriting && !FChanges.empty()) {
+    TChange change = std::move(FChanges.front());
+    FChanges.pop_front();
+    const TLanguageScope language(change.Language);
+    TContent next = FNow;
+    try {
+      if (FUnreadable) throw EProblem(pbUnusable, *FUnreadable);
+      if (change.Apply) (void)change.Apply(next);
+    } catch (...) {
+      change.Done(0, std::current_exception());
+      continue;
+    }
+    FWriting = true;
+    const auto saved =
+        std::make_shared<TResult<>>(TProblem{.What = Tr("the file cannot be written"), .Where = FFile.string()});
+    FSeam.OnDisk([file = FFile, json = next.Json(), saved] { *saved = SaveJsonFile(file, json); },
+                 [this, change = std::move(change), saved] {
+                   FWriting = false;
+                   Written(change, *saved);
+                   WriteNext();
+                 });
   }
-  FSeam.Changed();
+}
+
+// Once more, as something may have happened since the copy was made.
+void TQueue::Written(const TChange& change, const TResult<>& saved) {
+  const TLanguageScope language(change.Language);
+  std::uint64_t job = 0;
+  try {
+    if (!saved) throw EProblem(pbUnusable, Retold(saved.Problem()));
+    if (change.Apply) job = change.Apply(FNow);
+  } catch (...) {
+    return change.Done(0, std::current_exception());
+  }
+  if (change.Apply) FSeam.Changed();
+  change.Done(job, nullptr);
 }
 
 void TQueue::Happened() {
-  if (const auto saved = Save(); !saved) HoldFor(saved.Problem());
   FSeam.Changed();
+  Change({}, [this](std::uint64_t, const std::exception_ptr& failed) {
+    if (failed) HoldFor(ProblemOf(failed));
+  });
 }
 
 void TQueue::HoldFor(std::function<TProblem()> why, std::string language) {
@@ -184,29 +261,13 @@ void TQueue::HoldFor(const TProblem& why) {
 }
 
 const TJob* TQueue::Find(std::uint64_t id) const {
-  const auto found = std::ranges::find(FJobs, id, &TJob::Id);
-  return found == FJobs.end() ? nullptr : &*found;
-}
-
-TJob& TQueue::At(std::uint64_t id) {
-  const auto found = std::ranges::find(FJobs, id, &TJob::Id);
-  if (found == FJobs.end())
-    throw EProblem(pbRequest, Format(Tr("there is no job %llu"), static_cast<unsigned long long>(id)));
-  return *found;
-}
-
-void TQueue::Leave(std::uint64_t id, TJobState state) {
-  const auto job = std::ranges::find(FJobs, id, &TJob::Id);
-  job->State = state;
-  job->Content = nullptr;
-  FEnded.push_back(std::move(*job));
-  FJobs.erase(job);
-  if (FEnded.size() > kJobsShown) FEnded.pop_front();
+  const auto found = std::ranges::find(FNow.Jobs, id, &TJob::Id);
+  return found == FNow.Jobs.end() ? nullptr : &*found;
 }
 
 // --- what is asked of it ---
 
-std::uint64_t TQueue::Add(TJobAsked asked, const TAsker& who) {
+void TQueue::Add(TJobAsked asked, const TAsker& who, TDiskDone done) {
   TJob job;
   job.Name = std::move(asked.Name);
   job.Sequence = asked.Sequence;
@@ -220,58 +281,55 @@ std::uint64_t TQueue::Add(TJobAsked asked, const TAsker& who) {
       job.Choices.size() > kMostChoices)
     throw EProblem(pbRequest, Format(Tr("a question has at most %zu choices, none of them empty"), kMostChoices));
   (void)FSeam.Calls(job);  // throws what is wrong with it
-  if (FJobs.size() >= kMostJobs) throw EProblem(pbRefused, Format(Tr("the queue is full: %zu jobs"), FJobs.size()));
-  std::size_t bytes = job.Content.dump().size();
-  for (const TJob& other : FJobs) bytes += other.Content.dump().size();
-  if (bytes > kMostBytes) throw EProblem(pbRefused, Tr("the queue is full: its jobs are too large together"));
-  Change([&] {
-    job.Id = ++FLastId;
-    FJobs.push_back(job);
-  });
-  return job.Id;
+  const auto add = [job](TContent& now) {
+    if (now.Jobs.size() >= kMostJobs)
+      throw EProblem(pbRefused, Format(Tr("the queue is full: %zu jobs"), now.Jobs.size()));
+    std::size_t bytes = job.Content.dump().size();
+    for (const TJob& other : now.Jobs) bytes += other.Content.dump().size();
+    if (bytes > kMostBytes) throw EProblem(pbRefused, Tr("the queue is full: its jobs are too large together"));
+    now.Jobs.push_back(job);
+    return now.Jobs.back().Id = ++now.LastId;
+  };
+  Change(add, std::move(done));
 }
 
-void TQueue::Remove(std::uint64_t id, const TAsker& who) {
-  if (At(id).State == jsRuns)
-    throw EProblem(pbRefused, {.What = Tr("the job runs"), .Where = {}, .Why = {}, .Remedy = Tr("stop it first")});
-  Change([&] {
-    At(id).AnsweredBy = who.Name;
-    Leave(id, jsRemoved);
-  });
+void TQueue::Remove(std::uint64_t id, const TAsker& who, TDiskDone done) {
+  const auto remove = [id, name = who.Name](TContent& now) {
+    TJob& job = now.At(id);
+    if (job.State == jsRuns)
+      throw EProblem(pbRefused, {.What = Tr("the job runs"), .Where = {}, .Why = {}, .Remedy = Tr("stop it first")});
+    job.AnsweredBy = name;
+    now.Leave(id, jsRemoved);
+    return id;
+  };
+  Change(remove, std::move(done));
 }
 
-void TQueue::Answer(std::uint64_t id, std::string_view answer, const TAsker& who) {
-  const TJob& job = At(id);
-  if (job.State != jsAsks && job.State != jsFailed) throw EProblem(pbRefused, Tr("the job asks nothing now"));
-  const auto& choices = ChoicesOf(job);
-  const auto choice = std::ranges::find(choices, answer, &TJobChoice::Answer);
-  if (choice == choices.end()) {
-    std::string known;
-    for (const TJobChoice& one : choices) known += (known.empty() ? "" : ", ") + one.Answer;
-    throw EProblem(pbRequest, {.What = Format(Tr("\"%s\" is no answer"), std::string(answer).c_str()),
-                               .Where = {},
-                               .Why = {},
-                               .Remedy = Format(Tr("answer one of: %s"), known.c_str())});
+void TQueue::Answer(std::uint64_t id, const std::string& answer, const TAsker& who, TDiskDone done) {
+  if (const TJob* const job = Find(id); job && ChoiceOf(*job, answer) == jtHold) {
+    Hold(who);
+    return done(id, nullptr);
   }
-  const TJobThen then = choice->Then;
-  if (then == jtHold) return Hold(who);
-  Change([&] {
-    TJob& changed = At(id);
-    changed.AnsweredBy = who.Name;
-    if (changed.State == jsAsks) changed.Answer = answer;
-    changed.Outcome.clear();
-    changed.Problem.reset();
-    changed.State = jsWaits;
-    if (then == jtSkip) Leave(id, jsSkipped);
-  });
+  const auto take = [id, answer, name = who.Name](TContent& now) {
+    TJob& job = now.At(id);
+    const TJobThen then = ChoiceOf(job, answer);
+    job.AnsweredBy = name;
+    if (job.State == jsAsks) job.Answer = answer;
+    job.Outcome.clear();
+    job.Problem.reset();
+    job.State = jsWaits;
+    if (then == jtSkip) now.Leave(id, jsSkipped);
+    return id;
+  };
+  Change(take, std::move(done));
 }
 
 void TQueue::Start(const TAsker&) {
   if (FUnreadable) throw EProblem(pbUnusable, *FUnreadable);
-  if (FJobs.empty()) throw EProblem(pbRefused, Tr("the queue is empty"));
-  if (FJobs.front().State == jsFailed)
+  if (FNow.Jobs.empty()) throw EProblem(pbRefused, Tr("the queue is empty"));
+  if (FNow.Jobs.front().State == jsFailed)
     throw EProblem(pbRefused, {.What = Tr("the first job has not succeeded"),
-                               .Where = FJobs.front().Name,
+                               .Where = FNow.Jobs.front().Name,
                                .Why = {},
                                .Remedy = Format(Tr("answer it: %s or %s"), kAgain, kSkip)});
   FHeld = false;
@@ -285,9 +343,9 @@ void TQueue::Hold(const TAsker& who) {
 // --- what it does ---
 
 void TQueue::Round() {
-  if (FHeld) return;
-  if (FJobs.empty()) return HoldFor([] { return TProblem{.What = Tr("every job has come to its end")}; });
-  TJob& job = FJobs.front();
+  if (FHeld || FWriting) return;
+  if (FNow.Jobs.empty()) return HoldFor([] { return TProblem{.What = Tr("every job has come to its end")}; });
+  TJob& job = FNow.Jobs.front();
   if (job.State != jsWaits || FSeam.Busy()) return;
   if (job.Question.empty() || !job.Answer.empty()) return Begin();
   job.State = jsAsks;
@@ -297,30 +355,46 @@ void TQueue::Round() {
 // Whatever goes wrong holds the queue with the job in its place. What runs is in the file before it moves anything.
 void TQueue::Begin() {
   try {
-    std::vector<TMotionCall> calls = FSeam.Calls(FJobs.front());
+    std::vector<TMotionCall> calls = FSeam.Calls(FNow.Jobs.front());
     FSeam.Ready(calls).OrThrow(pbRefused);
-    Change([&] { FJobs.front().State = jsRuns; });
-    try {
-      FJobs.front().Run = FSeam.Start(FJobs.front(), std::move(calls)).OrThrow(pbRefused);
-    } catch (...) {
-      FJobs.front().State = jsWaits;
-      Happened();
-      throw;
-    }
-    FSeam.Changed();
-  } catch (const EProblem& problem) {
-    HoldFor(problem.Problem);
+    const auto mark = [id = FNow.Jobs.front().Id](TContent& now) {
+      now.At(id).State = jsRuns;
+      return id;
+    };
+    Change(mark, [this, calls = std::move(calls)](std::uint64_t, const std::exception_ptr& failed) {
+      if (failed) return HoldFor(ProblemOf(failed));
+      Launch(calls);
+    });
   } catch (...) {
-    HoldFor({.What = DescribeException(std::current_exception())});
+    HoldFor(ProblemOf(std::current_exception()));
   }
 }
 
+// While it was written somebody may have held the queue, or begun something, or the machine has changed.
+void TQueue::Launch(std::vector<TMotionCall> calls) {
+  if (FHeld || FSeam.Busy()) return PutBack();
+  TJob& job = FNow.Jobs.front();
+  try {
+    FSeam.Ready(calls).OrThrow(pbRefused);
+    job.Run = FSeam.Start(job, std::move(calls)).OrThrow(pbRefused);
+    FSeam.Changed();
+  } catch (...) {
+    HoldFor(ProblemOf(std::current_exception()));
+    PutBack();
+  }
+}
+
+void TQueue::PutBack() {
+  FNow.Jobs.front().State = jsWaits;
+  Happened();
+}
+
 void TQueue::RunEnded(std::uint64_t run, std::string_view outcome, const std::optional<TProblem>& problem) {
-  if (FJobs.empty() || FJobs.front().State != jsRuns || FJobs.front().Run != run) return;
-  TJob& job = FJobs.front();
+  if (FNow.Jobs.empty() || FNow.Jobs.front().State != jsRuns || FNow.Jobs.front().Run != run) return;
+  TJob& job = FNow.Jobs.front();
   job.Outcome = outcome;
   if (outcome == kOutcomeSuccess) {
-    Leave(job.Id, jsDone);
+    FNow.Leave(job.Id, jsDone);
     return Happened();
   }
   job.State = jsFailed;
@@ -335,8 +409,9 @@ void TQueue::RunEnded(std::uint64_t run, std::string_view outcome, const std::op
 }
 
 TJson TQueue::Asks() const {
-  if (FJobs.empty() || (FJobs.front().State != jsAsks && FJobs.front().State != jsFailed)) return nullptr;
-  return ShownJob(FJobs.front());
+  const std::deque<TJob>& jobs = FNow.Jobs;
+  if (jobs.empty() || (jobs.front().State != jsAsks && jobs.front().State != jsFailed)) return nullptr;
+  return ShownJob(jobs.front());
 }
 
 TJson TQueue::Show() const {
@@ -346,7 +421,7 @@ TJson TQueue::Show() const {
   std::int64_t together = 0;
   std::size_t unknown = 0;
   json["jobs"] = TJson::array();
-  for (const TJob& job : FJobs) {
+  for (const TJob& job : FNow.Jobs) {
     TJson one = ShownJob(job);
     const auto estimate = FSeam.EstimateMs(job);
     one["estimateMs"] = estimate ? TJson(*estimate) : TJson();
@@ -357,7 +432,7 @@ TJson TQueue::Show() const {
   json["estimateMs"] = together;
   json["withoutEstimate"] = unknown;
   json["ended"] = TJson::array();
-  for (const TJob& job : FEnded) json["ended"].push_back(ShownJob(job));
+  for (const TJob& job : FNow.Ended) json["ended"].push_back(ShownJob(job));
   return json;
 }
 

@@ -3,7 +3,8 @@
 //
 // The queue is held until somebody starts it: when it was read, when a check or a job fails, and when it is empty. What
 // a job runs is taken into the queue when the job is added: a sequence that is changed afterwards changes no job.
-// Interface thread; each change is on the disk before it counts.
+// Interface thread, which waits for no disk; each change is on the disk before it counts, and one is written after the
+// other.
 #pragma once
 
 #include <cstdint>
@@ -17,6 +18,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "controller/DiskWork.h"
 #include "controller/procedures/Procedures.h"
 #include "controller/service/Asker.h"
 
@@ -75,53 +77,77 @@ class TQueue {
     std::function<std::optional<std::int64_t>(const TJob&)> EstimateMs;
     std::function<void()> Changed;          // after each change, for who follows the queue
     std::function<std::string()> Language;  // of the problems that are kept
+    TDiskWork OnDisk;                       // calls nobody when the queue has ended
   };
 
   // Reads the file. One that cannot be read is left as it is, and the queue takes nothing.
   TQueue(std::filesystem::path folder, TSeam seam);
 
-  // Throw EProblem for what is wrong with the job, or refused.
-  std::uint64_t Add(TJobAsked asked, const TAsker& who);
-  void Remove(std::uint64_t id, const TAsker& who);
-  void Answer(std::uint64_t id, std::string_view answer, const TAsker& who);
-  void Start(const TAsker& who);
+  // `done` is told of the job's number when the change is on the disk, or of the EProblem for what is refused or cannot
+  // be written; in the language in which it was asked. What is wrong at once may be thrown instead.
+  void Add(TJobAsked asked, const TAsker& who, TDiskDone done);
+  void Remove(std::uint64_t id, const TAsker& who, TDiskDone done);
+  void Answer(std::uint64_t id, const std::string& answer, const TAsker& who, TDiskDone done);
+  void Start(const TAsker& who);  // throws EProblem
   // What runs goes on, and nothing follows it.
   void Hold(const TAsker& who);
 
   // Starts what is due; every few ms.
   void Round();
+  // Nothing starts any more, not even what is being marked on the disk.
+  void Close() { FHeld = true; }
   void RunEnded(std::uint64_t run, std::string_view outcome, const std::optional<TProblem>& problem);
 
   [[nodiscard]] const TJob* Find(std::uint64_t id) const;  // null: no job that waits, asks, runs or has failed
   [[nodiscard]] bool Held() const { return FHeld; }
   // The first job where it waits for an answer, as Show has it; else null.
   [[nodiscard]] nlohmann::ordered_json Asks() const;
-  [[nodiscard]] nlohmann::ordered_json Show() const;
+  [[nodiscard]] nlohmann::ordered_json Show() const;  // without changes that are not on the disk yet
 
  private:
+  // What the file holds.
+  struct TContent {
+    std::deque<TJob> Jobs;
+    std::deque<TJob> Ended;  // the newest last
+    std::uint64_t LastId = 0;
+
+    [[nodiscard]] TJob& At(std::uint64_t id);  // throws EProblem
+    void Leave(std::uint64_t id, TJobState state);
+    [[nodiscard]] nlohmann::ordered_json Json() const;
+  };
+  // Checks and changes; answers the number of the job. Called on a copy before it is written, and then once more;
+  // empty: what has happened is written.
+  using TApply = std::function<std::uint64_t(TContent&)>;
+  struct TChange {
+    TApply Apply;
+    TDiskDone Done;
+    std::string Language;
+  };
   // Made where it is shown, in the reader's language; one that exists only as text carries its language.
   struct TWhy {
     std::function<TProblem()> Problem;
     std::string Language;
   };
 
-  TJob& At(std::uint64_t id);  // throws EProblem
   void Read();
-  [[nodiscard]] TResult<> Save() const;
-  // Nothing has changed where it cannot be saved; then EProblem.
-  void Change(const std::function<void()>& change);
-  // What has happened has happened, also where it cannot be saved.
+  // Nothing has changed where it cannot be written.
+  void Change(TApply apply, TDiskDone done);
+  void WriteNext();
+  void Written(const TChange& change, const TResult<>& saved);
+  // What has happened has happened, also where it cannot be written.
   void Happened();
   void HoldFor(std::function<TProblem()> why, std::string language = {});
   void HoldFor(const TProblem& why);
-  void Leave(std::uint64_t id, TJobState state);
   void Begin();
+  // Behind the change that marks it as running.
+  void Launch(std::vector<TMotionCall> calls);
+  void PutBack();
 
   const std::filesystem::path FFile;
   const TSeam FSeam;
-  std::deque<TJob> FJobs;
-  std::deque<TJob> FEnded;  // the newest last
-  std::uint64_t FLastId = 0;
+  TContent FNow;
+  std::deque<TChange> FChanges;  // that wait
+  bool FWriting = false;
   bool FHeld = true;
   TWhy FWhy;  // it is held
   std::optional<TProblem> FUnreadable;

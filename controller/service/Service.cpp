@@ -22,14 +22,16 @@ namespace ixocontroller {
 namespace {
 
 constexpr const char* kThread = "ixo-interface";
+constexpr const char* kFiles = "ixo-files";
 constexpr std::uint64_t kMostBehindUs = 100'000;  // virtual time that cannot keep up is not made up for
 constexpr std::uint64_t kLeastWaitUs = 50;
 constexpr std::uint64_t kLookEveryMs = 5;  // at a run, in real time
 constexpr std::uint64_t kFaultAgainMs = 10'000;
 constexpr std::size_t kJournalEntries = 20'000;
-constexpr std::uint32_t kTaskMs = 300;  // for a task that is under way at the end
-constexpr std::uint64_t kBeatMs = 200;  // a state thread that has been silent for longer does not live
-constexpr int kExitHangs = 3;           // as for any device that cannot be used
+constexpr std::uint32_t kTaskMs = 300;    // for a task that is under way at the end
+constexpr std::uint32_t kFilesMs = 1000;  // and for what a disk still has to take
+constexpr std::uint64_t kBeatMs = 200;    // a state thread that has been silent for longer does not live
+constexpr int kExitHangs = 3;             // as for any device that cannot be used
 constexpr const char* kSource = "TPHost";
 constexpr const char* kAllOffAlarm = "TPAllOff";
 constexpr const char* kAllOffTrip = TrMark("everything was switched off");
@@ -117,8 +119,10 @@ void TService::End() {
   EndOrExit(wait(kTaskMs), Tr("a task of the interface thread has not returned"));
   if (FThread.joinable()) FThread.join();
   EndOrExit(FStopper->End(kTaskMs), Tr("the machine's stop has not returned"));
-  EndOrExit(FFiles.End(kTaskMs), Tr("a request that reads or writes a file has not returned"));
+  FJobs->StartNoMore();
   FRunner.Close();
+  EndOrExit(FFiles.End(kFilesMs), Tr("a request that reads or writes a file has not returned"));
+  RunLate();
   EndOrExit(FJobs->Close(), Tr("the history of runs has not been written to its end"));
 }
 
@@ -137,6 +141,32 @@ bool TService::Post(std::function<void()> task) {
   }
   FWork.notify_one();
   return true;
+}
+
+void TService::OnDisk(std::function<void()> work, std::function<void()> then) {
+  const auto both = [this, work = std::move(work), then = std::move(then)] {
+    try {
+      work();
+    } catch (...) {
+      LogFault(kFiles, std::current_exception());
+    }
+    if (Post(then)) return;
+    TGuard guard(FLock);
+    FLate.push_back(then);
+  };
+  if (PostFiles(both)) return;
+  both();
+  RunLate();
+}
+
+// Nobody else is left: what it asks for in turn is done at once.
+void TService::RunLate() {
+  std::vector<std::function<void()>> late;
+  {
+    TGuard guard(FLock);
+    late.swap(FLate);
+  }
+  for (const auto& then : late) Carefully(then);
 }
 
 void TService::Wake() {
@@ -302,7 +332,9 @@ void TService::RunThread(std::promise<void>& ready) {
   pthread_setname_np(pthread_self(), kThread);
   try {
     WaitForStandby(*FController);
-    FDesks.emplace(*FController, FEvents, FOptions.StateFolder);
+    FDesks.emplace(
+        *FController, FEvents, FOptions.StateFolder,
+        [this](std::function<void()> work, std::function<void()> then) { OnDisk(std::move(work), std::move(then)); });
     Publish();
   } catch (...) {
     FStopped.store(true);

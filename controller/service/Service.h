@@ -62,6 +62,9 @@ class TService {
   bool Post(std::function<void()> task);
   // The same on the thread `ixo-files`, for what waits for a disk.
   bool PostFiles(std::function<void()> task) { return FFiles.Post(std::move(task)); }
+  // `work` on that thread, then `then` on the interface thread: what was asked for there, and waits for a disk. At the
+  // end both are done on the thread that ends the service. What `work` throws is logged.
+  void OnDisk(std::function<void()> work, std::function<void()> then);
   // The last one, never null; waits for nobody.
   [[nodiscard]] std::shared_ptr<const TStatus> Status() const;
   // Its JSON; `language` is the one of the thread's TLanguageScope.
@@ -127,6 +130,7 @@ class TService {
   // What it throws is told; false then.
   template <class F>
   bool Carefully(F action);
+  void RunLate();
   void RoundFailed(const std::exception_ptr& error);
   void Publish();
   void LeaseChanged(const TLeaseEvent& event);
@@ -172,7 +176,8 @@ class TService {
   std::condition_variable FWork;
   std::vector<std::function<void()>> FTasks IXO_GUARDED_BY(FLock);
   bool FWoken IXO_GUARDED_BY(FLock) = false;
-  bool FEnding IXO_GUARDED_BY(FLock) = false;  // nothing is taken any more
+  bool FEnding IXO_GUARDED_BY(FLock) = false;                      // nothing is taken any more
+  std::vector<std::function<void()>> FLate IXO_GUARDED_BY(FLock);  // what OnDisk has to call then
   // guarded by FStatusLock
   mutable TCriticalSection FStatusLock;
   std::shared_ptr<const TStatus> FStatus IXO_GUARDED_BY(FStatusLock);

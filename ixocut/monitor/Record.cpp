@@ -112,7 +112,7 @@ int RunRecord(TRecordOptions options, std::ostream& out) {
   TConsole console(out, options.Json, false);
   const auto run = MakeRun(options, {}, console);
   // Opened before anything moves: what cannot be written is not worth a run.
-  TLiveRecording recording(options.Out, signals);
+  TLiveRecording recording(options.Out, signals, MotorNames());
   const auto sample = [&](std::uint64_t nowMs) { recording.Sample(nowMs, run->Controller().Machine().Snapshot()); };
   const auto make = [&] {
     TStepPtr root = MakeRoot(row.Name, {&call, 1});

@@ -1,6 +1,9 @@
 // History, queue and going on as they are asked for over the wire: on a service in virtual time, without a socket.
 #include <algorithm>
+#include <chrono>
+#include <future>
 #include <optional>
+#include <thread>
 
 #include <gmock/gmock.h>
 
@@ -22,6 +25,9 @@ class JobsApi : public testing::Test {
   TService& Service() { return FWorld->Service; }
   TApiReply Ask(const std::string& method, const std::string& path, TJson body = {}) {
     return FWorld->Ask(method, path, std::move(body));
+  }
+  std::future<TApiReply> Send(const std::string& method, const std::string& path, TJson body) {
+    return FWorld->Send(method, path, std::move(body), TServiceWorld::Operator(), "en");
   }
   TJson Get(const std::string& path) {
     const TApiReply reply = Ask("GET", path);
@@ -137,6 +143,48 @@ TEST_F(JobsApi, TheQueueRunsStoredSequencesAndProceduresAndIsHeldAfterARestart) 
   Start();
   EXPECT_THAT(Queue(), HasSubstr("shot waits | held: the controller was started again, and nothing starts by itself"));
   EXPECT_EQ(Ask("DELETE", "queue/" + third.at("id").dump()).Status, 200);
+}
+
+TEST_F(JobsApi, ADiskThatHangsKeepsNobodyWaitingButWhoAskedForIt) {
+  EXPECT_EQ(Ask("POST", "queue/start").Status, 409);
+  std::promise<void> disk;
+  ASSERT_TRUE(Service().PostFiles([answers = disk.get_future().share()] { answers.wait(); }));
+  std::vector<std::future<TApiReply>> waiting;
+  waiting.push_back(Send("POST", "queue", {{"procedure", "shot"}, {"params", {{"ms", 60}}}}));
+  waiting.push_back(Send("POST", "recordings", {{"name", "one"}}));
+  waiting.push_back(Send("GET", "recordings", {}));
+  EXPECT_EQ(Get("queue").at("jobs").size(), 0U);
+  EXPECT_EQ(Ask("POST", "recordings", {{"name", "two"}}).Status, 409);
+  EXPECT_EQ(Ask("DELETE", "recordings/one/running").Status, 409);
+  EXPECT_EQ(Ask("POST", "queue", {{"procedure", "shot"}, {"params", {{"ms", -5}}}}).Status, 400);
+  for (auto& one : waiting) EXPECT_EQ(one.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
+  disk.set_value();
+  EXPECT_EQ(waiting[0].get().Body.at("jobs").size(), 1U);
+  EXPECT_EQ(waiting[1].get().Status, 201);
+  EXPECT_EQ(waiting[2].get().Body.at("running").at("name"), "one");
+
+  // What ends the controller waits for what a disk has begun, and it counts.
+  std::promise<void> again;
+  ASSERT_TRUE(Service().PostFiles([answers = again.get_future().share()] { answers.wait(); }));
+  auto removed = Send("DELETE", "queue/1", {});
+  EXPECT_EQ(Get("queue").at("jobs").size(), 1U);
+  again.set_value();
+  Start();
+  EXPECT_EQ(removed.get().Status, 200);
+  EXPECT_EQ(Get("queue").at("jobs").size(), 0U);
+  EXPECT_EQ(Get("recordings").at("recordings").at(0).at("name"), "one");
+
+  // A job that was marked too late never runs.
+  EXPECT_EQ(Ask("POST", "queue", {{"procedure", "shot"}, {"params", {{"ms", 60}}}}).Status, 201);
+  ASSERT_TRUE(Service().PostFiles([&service = Service()] {
+    while (service.Post([] {})) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }));
+  EXPECT_EQ(Ask("POST", "queue/start").Status, 200);
+  const std::uint64_t number = Service().Status()->Number;
+  ASSERT_TRUE(Comes([&] { return Service().Status()->Number > number + 2; }));
+  Start();
+  EXPECT_THAT(Queue(), HasSubstr("shot waits | held: the controller was started again"));
+  EXPECT_EQ(Get("runs").at("runs").size(), 0U);
 }
 
 TEST_F(JobsApi, ARunThatWasEndedGoesOnOnlyWithWhatWasShownConfirmed) {

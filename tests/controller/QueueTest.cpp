@@ -1,4 +1,5 @@
 // Jobs one after the other, on real files and with a machine that the test plays.
+#include <deque>
 #include <fstream>
 
 #include <gmock/gmock.h>
@@ -38,10 +39,41 @@ class Queue : public testing::Test {
                                  [](const TJob& job) {
                                    return job.Name == "shot" ? std::optional<std::int64_t>(60) : std::nullopt;
                                  },
-                                 [] {}, [] { return "en"; }});
+                                 [] {}, [] { return "en"; },
+                                 [this](std::function<void()> work, const std::function<void()>& then) {
+                                   FDisk.emplace_back([work = std::move(work), then] {
+                                     work();
+                                     then();
+                                   });
+                                   if (!SlowDisk) Write();
+                                 }});
   }
+  // The next one that the disk has not taken yet.
+  void Write() {
+    const auto next = std::move(FDisk.front());
+    FDisk.pop_front();
+    next();
+  }
+  // What is told when the disk has taken it.
+  static std::uint64_t Told(const std::function<void(TDiskDone)>& ask) {
+    std::uint64_t job = 0;
+    std::exception_ptr failed;
+    ask([&](std::uint64_t number, const std::exception_ptr& why) { job = number, failed = why; });
+    if (failed) std::rethrow_exception(failed);
+    return job;
+  }
+  static TJobAsked Asked(const std::string& name) { return {name, false, {{"ms", 5}}, "note", {}, {}}; }
   std::uint64_t Add(const std::string& name, const std::string& question = {}, std::vector<TJobChoice> choices = {}) {
-    return FQueue->Add({name, false, {{"ms", 5}}, "note", question, std::move(choices)}, kLi);
+    TJobAsked asked = Asked(name);
+    asked.Question = question;
+    asked.Choices = std::move(choices);
+    return Told([&](TDiskDone done) { FQueue->Add(asked, kLi, std::move(done)); });
+  }
+  void Remove(std::uint64_t id) {
+    (void)Told([&](TDiskDone done) { FQueue->Remove(id, kLi, std::move(done)); });
+  }
+  void Answer(std::uint64_t id, const char* answer) {
+    (void)Told([&](TDiskDone done) { FQueue->Answer(id, answer, kLi, std::move(done)); });
   }
   void End(const char* outcome) { FQueue->RunEnded(Started.size(), outcome, TProblem{.What = "ended"}); }
   // "shot waits, pierce asks | held: why"
@@ -56,9 +88,13 @@ class Queue : public testing::Test {
 
   const TTempDir Folder;
   bool Busy = false;
+  bool SlowDisk = false;
   std::string NotReady;
   TTexts Started;
   std::optional<TQueue> FQueue;
+
+ private:
+  std::deque<std::function<void()>> FDisk;
 };
 
 TEST_F(Queue, JobsRunOneAfterTheOtherUntilOneFailsAndNothingStartsBeforeSomebodyStartsIt) {
@@ -76,19 +112,19 @@ TEST_F(Queue, JobsRunOneAfterTheOtherUntilOneFailsAndNothingStartsBeforeSomebody
   FQueue->Round();
   EXPECT_EQ(Shown(), "shot runs, pierce waits, square waits");
   EXPECT_EQ(FQueue->Show()["estimateMs"].get<int>() + 1000 * FQueue->Show()["withoutEstimate"].get<int>(), 2060);
-  EXPECT_THROW(FQueue->Remove(1, kLi), EProblem);
+  EXPECT_THROW(Remove(1), EProblem);
   End("success");
   FQueue->Round();
   End("alarm");
   FQueue->Round();
   EXPECT_EQ(Shown(), "pierce failed, square waits | held: job 2 has not succeeded");
   EXPECT_THROW(FQueue->Start(kLi), EProblem);
-  FQueue->Answer(2, "again", kLi);
+  Answer(2, "again");
   EXPECT_EQ(Shown(), "pierce waits, square waits | held: job 2 has not succeeded");
   FQueue->Start(kLi);
   FQueue->Round();
   End("stopped");
-  FQueue->Answer(2, "skip", kLi);
+  Answer(2, "skip");
   FQueue->Start(kLi);
   NotReady = "an alarm stands";
   FQueue->Round();
@@ -106,24 +142,24 @@ TEST_F(Queue, JobsRunOneAfterTheOtherUntilOneFailsAndNothingStartsBeforeSomebody
 
 TEST_F(Queue, AQuestionIsAskedWhenItsJobIsDueAndOnlyItsChoicesAnswerIt) {
   Add("shot", "is the plate on?", {{"yes", jtRun}, {"no plate", jtSkip}, {"wait", jtHold}});
-  EXPECT_THROW(FQueue->Answer(1, "yes", kLi), EProblem);
+  EXPECT_THROW(Answer(1, "yes"), EProblem);
   FQueue->Start(kLi);
   FQueue->Round();
   EXPECT_EQ(Shown(), "shot asks");
-  EXPECT_THROW(FQueue->Answer(1, "perhaps", kLi), EProblem);
-  FQueue->Answer(1, "wait", kLi);
+  EXPECT_THROW(Answer(1, "perhaps"), EProblem);
+  Answer(1, "wait");
   EXPECT_EQ(Shown(), "shot asks | held: Li holds it");
   Open();  // it asks again
   EXPECT_THAT(Shown(), HasSubstr("shot waits | held: the controller was started again"));
   FQueue->Start(kLi);
   FQueue->Round();
-  FQueue->Answer(1, "yes", kLi);
+  Answer(1, "yes");
   FQueue->Round();
   EXPECT_EQ(Started, TTexts{"shot"});
   Add("pierce", "go on?");
   End("success");
   FQueue->Round();
-  FQueue->Answer(2, "skip", kLi);
+  Answer(2, "skip");
   FQueue->Round();
   EXPECT_EQ(Started, TTexts{"shot"});
   EXPECT_THROW(Add("shot", "?", {{"", jtRun}}), EProblem);
@@ -140,7 +176,7 @@ TEST_F(Queue, ARestartStartsNothingAndTheJobThatRanHasFailed) {
   EXPECT_THAT(Shown(), HasSubstr("shot failed, pierce waits | held: the controller was started again"));
   EXPECT_EQ(FQueue->Show()["jobs"][0]["problem"]["what"], "the controller ended while it ran");
   EXPECT_EQ(FQueue->Show()["jobs"][1]["addedBy"], "Li");
-  FQueue->Answer(1, "skip", kLi);
+  Answer(1, "skip");
   EXPECT_EQ(Add("square"), 3U);  // numbers go on
 
   std::ofstream(Folder.Path() / "queue.json") << "{\"version\": 1, \"jobs\": [7]}";
@@ -160,6 +196,45 @@ TEST_F(Queue, AJobThatCannotBeKeptIsRefusedAndOneThatCannotBeMarkedNeverStarts) 
   FQueue->Round();
   EXPECT_THAT(Shown(), HasSubstr("shot waits | held: the file cannot be written"));
   EXPECT_EQ(Started, TTexts{});
+}
+
+TEST_F(Queue, WhatADiskHasNotTakenYetDoesNotCountAndWhatHappensMeanwhileStays) {
+  Add("shot");
+  Add("pierce");
+  FQueue->Start(kLi);
+  FQueue->Round();
+  SlowDisk = true;
+  std::vector<std::uint64_t> told;
+  const auto tell = [&](std::uint64_t job, const std::exception_ptr& failed) { told.push_back(failed ? 0 : job); };
+  FQueue->Add(Asked("square"), kLi, tell);
+  FQueue->Remove(2, kLi, tell);
+  FQueue->Remove(2, kLi, tell);
+  End("success");
+  FQueue->Round();
+  EXPECT_EQ(Shown(), "pierce waits");
+  EXPECT_THAT(told, testing::IsEmpty());
+  Write();
+  EXPECT_EQ(Shown(), "pierce waits, square waits");
+  Write();
+  EXPECT_EQ(Shown(), "square waits");
+  EXPECT_THAT(told, testing::ElementsAre(3, 2, 0));  // the second one finds it gone
+  Write();
+  EXPECT_EQ(FQueue->Show()["ended"][0]["name"], "shot");
+
+  // It is marked as running first; who holds the queue meanwhile is heard.
+  FQueue->Round();
+  FQueue->Hold(kLi);
+  Write();
+  EXPECT_EQ(Shown(), "square waits | held: Li holds it");
+  Write();
+  FQueue->Start(kLi);
+  FQueue->Round();
+  EXPECT_EQ(Started, TTexts{"shot"});
+  Write();
+  EXPECT_EQ(Started, (TTexts{"shot", "square"}));
+  Open();
+  EXPECT_THAT(Shown(), HasSubstr("square failed | held: the controller was started again"));
+  EXPECT_EQ(FQueue->Show()["ended"].size(), 2U);
 }
 
 TEST(Sequences, ANameIsNeverAPath) {
