@@ -30,7 +30,7 @@ verify: ixocamglue ixocamglue/alarms/store $library controller machines/simulate
 ixocut: $all
 examples/machine:
 tests/fixture: $all ixocut
-tests: $all ixocut tests/fixture examples/machine
+tests: $all ixocut tests/fixture examples/machine machines/linuxcnc/hal
 bench: $all ixocut
 fuzz: $all ixocut tests/fixture
 "

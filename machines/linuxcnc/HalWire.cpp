@@ -13,9 +13,10 @@ namespace {
 
 constexpr std::array<std::string_view, 3> kKinds = {"bit", "float", "s32"};
 constexpr std::array<std::string_view, 2> kRoles = {"command", "watch"};
-constexpr std::array<std::string_view, 7> kByes = {"ends", "stalled", "silent", "slow", "version", "crowded", "wrong"};
+constexpr std::array<std::string_view, 8> kByes = {"ends", "stalled", "realtime", "silent",
+                                                   "slow", "version", "crowded",  "wrong"};
 constexpr std::array<std::string_view, 5> kVerbs = {"hello", "set", "beat", "alive", "rearm"};
-constexpr std::array<std::string_view, 3> kOwn = {kHalHeartbeat, kHalRearm, kHalClient};
+constexpr std::array<std::string_view, 4> kOwn = {kHalHeartbeat, kHalRearm, kHalClient, kHalServo};
 
 template <class Enum, std::size_t N>
 std::string_view Word(const std::array<std::string_view, N>& words, Enum value) {
@@ -53,6 +54,16 @@ bool IsName(std::string_view name) {
   return !name.empty() && name.size() <= kHalNameMax && std::ranges::all_of(name, [](char c) {
     return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' || c == '.';
   });
+}
+
+// One blank between the words of a line, none around them, nothing from a "#" on.
+std::string Squeezed(std::string_view line) {
+  std::string words;
+  for (const char c : TrimXml(line.substr(0, line.find('#')))) {
+    const bool blank = c == ' ' || c == '\t';
+    if (!blank || words.back() != ' ') words += blank ? ' ' : c;
+  }
+  return words;
 }
 
 // A line as a person may see it.
@@ -201,9 +212,8 @@ TResult<THalPin> ParseHalPin(std::string_view text) {
   const auto direction = words.Next();
   const auto name = words.Next();
   if (!kind || (direction != "in" && direction != "out") || words.More())
-    return TProblem{
-        .What = Format(Tr("this is no pin of ixocut-hal: \"%s\""), Quoted(text).c_str()),
-        .Remedy = Tr("write bit, float or s32, then in or out, then its name, with one blank between them")};
+    return TProblem{.What = Format(Tr("this is no pin of ixocut-hal: \"%s\""), Quoted(text).c_str()),
+                    .Remedy = Tr("write bit, float or s32, then in or out, then its name")};
   if (!IsName(name))
     return TProblem{
         .What = Format(Tr("this is no name for a pin of ixocut-hal: \"%s\""), Quoted(name).c_str()),
@@ -222,9 +232,8 @@ TResult<std::vector<THalPin>> ParseHalPins(std::string_view file) {
   };
   for (int line = 1; !file.empty(); ++line) {
     const auto end = file.find('\n');
-    auto text = file.substr(0, end);
+    const std::string text = Squeezed(file.substr(0, end));
     file = end == std::string_view::npos ? std::string_view{} : file.substr(end + 1);
-    text = TrimXml(text.substr(0, text.find('#')));
     if (text.empty()) continue;
     auto pin = ParseHalPin(text);
     if (!pin) return fail(line, pin.Problem());
@@ -241,6 +250,7 @@ const char* HalByeText(THalBye bye) {
   switch (bye) {
     case hbEnds: return Tr("ixocut-hal has ended");
     case hbStalled: return Tr("ixocut-hal was held up");
+    case hbRealtime: return Tr("the realtime process of LinuxCNC stands still");
     case hbSilent: return Tr("ixocut-hal has heard nothing of the controller");
     case hbSlow: return Tr("the controller has not read what ixocut-hal sent");
     case hbVersion: return Tr("ixocut-hal and the controller are of different versions");

@@ -23,10 +23,12 @@
 // frame were read after it. So a `set N` has been read back when a frame has DONE >= N and shows the value.
 //
 // On silence. ixocut-hal writes FALSE or 0 to every output, and ends the connection, when the commanding client has
-// closed it, has sent no line for 300 ms, or has sent one that is wrong; and when ixocut-hal itself was held up for
-// 100 ms, as what waited in the socket meanwhile is as old as that. It writes them before it ends, too. A client takes
-// 200 ms without a frame for the loss of the device. The latch in HAL falls by itself after 100 ms without a beat.
-// Nobody's outputs come back when a connection does: they are set again, and the latch rearmed.
+// closed it, has sent no line for 300 ms, or has sent one that is wrong; when ixocut-hal itself was held up for 100 ms,
+// as what waited in the socket meanwhile is as old as that; and when the pin "servo-seconds" has stood still for 100
+// ms, which the realtime process counts up in every period: nobody commands a machine whose latch cannot fall. It
+// writes them before it ends, too. A client takes 200 ms without a frame for the loss of the device. The latch in HAL
+// falls by itself after 100 ms without a beat. Nobody's outputs come back when a connection does: they are set again,
+// and the latch rearmed.
 #pragma once
 
 #include <cstddef>
@@ -48,7 +50,7 @@ inline constexpr std::uint32_t kHalLatchMs = 100;  // `oneshot` in the example's
 inline constexpr std::uint32_t kHalFrameMs = 10;
 inline constexpr std::uint32_t kHalFullMs = 1000;
 inline constexpr std::uint32_t kHalRearmMs = 20;
-inline constexpr std::uint32_t kHalStallMs = 100;   // ixocut-hal was held up
+inline constexpr std::uint32_t kHalStallMs = 100;   // ixocut-hal was held up, or the realtime process is
 inline constexpr std::uint32_t kHalClientMs = 300;  // the commanding client was silent
 inline constexpr std::uint32_t kHalDeviceMs = 200;  // ixocut-hal was silent
 inline constexpr std::size_t kHalNameMax = 36;      // HAL's 47 without "ixocut-hal."
@@ -56,10 +58,12 @@ inline constexpr std::size_t kHalPinsMax = 256;
 inline constexpr std::size_t kHalAskMax = 256;          // bytes of a client's line
 inline constexpr std::size_t kHalTellMax = 32U * 1024;  // bytes of ixocut-hal's
 
-// Pins that ixocut-hal has whatever its list says; not in `hello`. "client": somebody commands.
+// Pins that ixocut-hal has whatever its list says; not in `hello`. "client": somebody commands. The last one is an
+// input.
 inline constexpr std::string_view kHalHeartbeat = "heartbeat";
 inline constexpr std::string_view kHalRearm = "rearm";
 inline constexpr std::string_view kHalClient = "client";
+inline constexpr std::string_view kHalServo = "servo-seconds";
 
 enum class THalKind : std::uint8_t { hkBit, hkFloat, hkS32 };
 using enum THalKind;
@@ -76,13 +80,14 @@ using enum THalRole;
 
 // Why a connection ends.
 enum class THalBye : std::uint8_t {
-  hbEnds,     // ixocut-hal ends
-  hbStalled,  // it was held up for over kHalStallMs
-  hbSilent,   // the client was
-  hbSlow,     // the client does not read
-  hbVersion,  // the client speaks another version
-  hbCrowded,  // there are too many clients
-  hbWrong     // a line is not understood, names no output, its number does not rise, or who only watches has sent it
+  hbEnds,      // ixocut-hal ends
+  hbStalled,   // it was held up for over kHalStallMs
+  hbRealtime,  // the realtime process stands still
+  hbSilent,    // the client was silent
+  hbSlow,      // the client does not read
+  hbVersion,   // the client speaks another version
+  hbCrowded,   // there are too many clients
+  hbWrong      // a line is not understood, names no output, its number does not rise, or who only watches has sent it
 };
 using enum THalBye;
 
@@ -128,7 +133,7 @@ using THalTell = std::variant<THalHello, THalPin, THalFrame, THalBye>;
 
 // "bit out laser": a pin as the list of ixocut-hal spells it.
 [[nodiscard]] TResult<THalPin> ParseHalPin(std::string_view text);
-// The list as a file: a pin a line; "#" begins a comment. The problem's Where is "line 3".
+// The list as a file: a pin a line, with any blanks; "#" begins a comment. The problem's Where is "line 3".
 [[nodiscard]] TResult<std::vector<THalPin>> ParseHalPins(std::string_view file);
 
 // For people, through Tr: "the client was silent".

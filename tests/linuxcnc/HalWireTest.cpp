@@ -73,7 +73,7 @@ TEST(HalWire, WhatIxocutHalSaysIsReadAsItWasSaid) {
   const THalPin pin{.Kind = hkFloat, .Output = true, .Name = "gas.da-1"};
   EXPECT_EQ(HalLine(pin), "pin float out gas.da-1\n");
   EXPECT_EQ(std::get<THalPin>(*ParseHalTell(Bare(HalLine(pin)))), pin);
-  for (const THalBye bye : {hbEnds, hbStalled, hbSilent, hbSlow, hbVersion, hbCrowded, hbWrong}) {
+  for (const THalBye bye : {hbEnds, hbStalled, hbRealtime, hbSilent, hbSlow, hbVersion, hbCrowded, hbWrong}) {
     EXPECT_EQ(std::get<THalBye>(*ParseHalTell(Bare(HalLine(bye)))), bye);
     EXPECT_STRNE(HalByeText(bye), "");
   }
@@ -119,7 +119,7 @@ TEST(HalWire, LinesComeOutOfBytesHoweverTheyWereCut) {
 }
 
 TEST(HalWire, AListOfPinsSaysWhereItIsWrong) {
-  const auto pins = ParseHalPins("# laser\nbit out laser  # the beam\r\n\n  float in gap\ns32 in tool");
+  const auto pins = ParseHalPins("# laser\nbit out laser  # the beam\r\n\n  float \t in  gap \ns32 in tool");
   ASSERT_TRUE(pins.Ok());
   EXPECT_THAT(*pins, testing::ElementsAre(THalPin{hkBit, true, "laser"}, THalPin{hkFloat, false, "gap"},
                                           THalPin{hkS32, false, "tool"}));
@@ -127,7 +127,7 @@ TEST(HalWire, AListOfPinsSaysWhereItIsWrong) {
       {"bit out laser\nbit in laser", "line 2: the pin \"laser\" stands twice"},
       {"bit laser",
        "line 1: this is no pin of ixocut-hal: \"bit laser\"; write bit, float or s32, then in or out, then "
-       "its name, with one blank between them"},
+       "its name"},
       {"\nbit in Gap",
        "line 2: this is no name for a pin of ixocut-hal: \"Gap\"; write up to 36 small letters, digits, "
        "\"-\" and \".\""},
