@@ -22,4 +22,4 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/IxoCAMGlueConfigVersion.c
 install(FILES ${PROJECT_BINARY_DIR}/IxoCAMGlueConfig.cmake ${PROJECT_BINARY_DIR}/IxoCAMGlueConfigVersion.cmake
   DESTINATION ${package_dir})
 
-install(DIRECTORY share/ DESTINATION ${CMAKE_INSTALL_DATADIR}/ixocamglue)
+install(DIRECTORY share/ DESTINATION ${CMAKE_INSTALL_DATADIR}/ixocamglue USE_SOURCE_PERMISSIONS)
