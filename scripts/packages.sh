@@ -12,13 +12,15 @@ packages() {
       ;;
     # npm where there is none of another origin, which Debian's would clash with.
     console) echo "$(packages test) chromium chromium-driver python3-selenium $(command -v npm >/dev/null || echo npm)" ;;
+    # The simulated machine's; not of a program of ours.
+    linuxcnc) echo "linuxcnc-uspace linuxcnc-uspace-dev iproute2 util-linux" ;;
     bench)
       echo "$(packages run) libbenchmark-dev libfccp-dev libfmt-dev libmodbus-dev libreaderwriterqueue-dev" \
         "libspdlog-dev valgrind"
       ;;
     ci) echo "$(packages test) $(packages bench) clang libclang-rt-14-dev util-linux" ;;
     *)
-      echo "packages.sh: no set of packages is called '$1'; there are run, test, console, bench and ci" >&2
+      echo "packages.sh: no set of packages is called '$1'; there are run, test, console, linuxcnc, bench and ci" >&2
       return 1
       ;;
   esac
