@@ -3,9 +3,9 @@
 #include <optional>
 
 #include "ixocamglue/motion/Ulasersteps.h"
+#include "ixocamglue/platform/states/LaserLatch.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
-#include "ixocamglue/platform/states/LaserLatch.h"
 #include "verify/Judges.h"
 
 namespace ixoverify {

@@ -105,7 +105,7 @@ TEST_F(CommandLine, AWrongCommandLineIsToldInOneLineAndDoesNothing) {
       {"tree", "NAME is missing; the procedures are: move-xy, "},
       {"tree nix", "\"nix\" is no procedure; the procedures are: move-xy, "},
       {"sweep --procedure nix", "--procedure: \"nix\" is no procedure"},
-      {"modbus read --addr 0", "one of --tcp HOST[:PORT] and --serial DEVICE is needed"},
+      {"modbus read --addr 0", "one of --tcp HOST[:PORT], --serial DEVICE and --link NAME is needed"},
       {"modbus read --tcp h --serial d --addr 0", "--tcp excludes --serial"},
       {"modbus read --tcp h", "--addr is required"},
       {"modbus read --tcp h:0 --addr 0", "--tcp h:0: the port is a number from 1 to 65535"},
@@ -113,7 +113,7 @@ TEST_F(CommandLine, AWrongCommandLineIsToldInOneLineAndDoesNothing) {
       {"modbus read --tcp h --addr 65535 --count 2", "beyond address 65535"},
       {"modbus read --serial /dev/null,9600,x,8,1 --addr 0", "the parity is n, o, e, m or s"},
       {"modbus write --tcp h --addr 0 --values 1,70000", "\"70000\" is no such value (uint16 is 0 to 65535"},
-      {"link doctor", "one of --tcp HOST[:PORT] and --serial DEVICE is needed"},
+      {"link doctor", "one of --tcp HOST[:PORT], --serial DEVICE and --link NAME is needed"},
       {"simulate plc", "one of --tcp PORT and --serial DEVICE is needed"},
   };
   for (const auto& c : cases) {

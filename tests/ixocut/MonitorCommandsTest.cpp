@@ -145,7 +145,8 @@ TEST_F(MonitorCommands, ALongFileIsAnOutlineThatKeepsItsExtremesAndTooManySignal
   text = kHead;
   for (std::size_t i = 0; i <= kMostSignals; ++i) text += Format("2,1,%zu,0,0,1,1,0,0,0,0,1\n", i);
   WriteFile(FDir.Path() / "wide", text);
-  for (const char* command : {"show wide", "plot wide --out wide.svg", "diff wide wide", "convert wide --to columns --out w"}) {
+  for (const char* command :
+       {"show wide", "plot wide --out wide.svg", "diff wide wide", "convert wide --to columns --out w"}) {
     const TRun run = Ixocut(std::string("monitor ") + command, "IXOCUT_LANG=en");
     EXPECT_EQ(run.ExitCode, 3) << command;
     EXPECT_THAT(run.Err, HasSubstr("more than 1000 signals")) << command;
