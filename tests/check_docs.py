@@ -7,7 +7,7 @@ import re
 import sys
 
 ROOT = pathlib.Path(sys.argv[1])
-DOCUMENTS = ["README.md", *(f"docs/{name}" for name in ("ARCHITECTURE.md", "api.md", "kept.md", "real-machine.md"))]
+DOCUMENTS = ["README.md", *(f"docs/{name}.md" for name in ("ARCHITECTURE", "api", "kept", "linuxcnc", "real-machine"))]
 # What is made where the program works, or is no file of ours.
 ELSEWHERE = re.compile(r"^(state|build|gas|nozzle|square|steps|machine|FILE|purge|alarms|~)\b|\.(db|svg|jsonl|sock|log|lock)$"
                        r"|^(controller|queue|tokens|config-history|notifications)\.json$|GasCalibration\.config")

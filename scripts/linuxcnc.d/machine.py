@@ -185,12 +185,6 @@ class PlantBeside:
         self.thread.join()
 
 
-def switch_on(text):
-    text.set("estop off")
-    text.set("machine on")
-    until("the machine is on", lambda: signal_value("motion.motion-enabled"))
-
-
 def light_up(controller):
     """Emission, the latch's edge while laser is low, and the beam."""
     controller.say("set emission 1")

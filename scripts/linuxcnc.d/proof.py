@@ -22,6 +22,7 @@ CASES = {
     "controller STOP": ("controller", signal.SIGSTOP, True, True),
     "ixocut-hal KILL": ("ixocut-hal", signal.SIGKILL, True, True),
     "ixocut-hal STOP": ("ixocut-hal", signal.SIGSTOP, True, True),
+    "ixocut-hal TERM": ("ixocut-hal", signal.SIGTERM, False, True),
     "rtapi_app STOP": ("rtapi_app", signal.SIGSTOP, True, False),
     "rtapi_app KILL": ("rtapi_app", signal.SIGKILL, False, False),
     "linuxcncrsh KILL": ("linuxcncrsh", signal.SIGKILL, False, False),
@@ -93,8 +94,7 @@ def recovered(machine):
 
 def latch_inside(case, times):
     import machine
-    mark, text, sampler = machine.Mark(), machine.TextInterface(), machine.Sampler()
-    machine.switch_on(text)
+    mark, sampler = machine.Mark(), machine.Sampler()
     done, tries = 0, 0
     while done < times and tries < times + 5:
         tries += 1
@@ -111,12 +111,9 @@ def follow_inside(_case, _times):
     import machine
     mark = machine.Mark()  # HAL tells values to components only
     text = machine.TextInterface()
-    machine.switch_on(text)
     controller = machine.Controller()
     controller.say("rearm")
     machine.until("the latch is up", lambda: machine.signal_value("beam-latch.ok-out"))
-    text.set("home -1")
-    machine.until("all is homed", lambda: all(machine.signal_value(f"joint.{i}.homed") for i in range(5)))
     text.set("mode mdi")
 
     def go(line, joint, target):
