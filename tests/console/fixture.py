@@ -62,7 +62,8 @@ def wait(condition, what, within=WITHIN_S):
 
 
 class Controller:
-    """`ixocut serve` on a free port with a state folder of its own; `machine` changes the text of the machine file."""
+    """`ixocut serve` on a free port with a state folder of its own, so many times as fast as the time, or by the real
+    clock (None); `machine` changes the text of the machine file."""
 
     def __init__(self, speed=10, machine=None):
         self.state = pathlib.Path(tempfile.mkdtemp(prefix="ixo"))
@@ -74,8 +75,9 @@ class Controller:
 
     def start(self):
         """Again on the same port, where it has been running before."""
-        command = [PROGRAM, "serve", "--virtual", str(self.speed), "--port", str(self.port), "--state", str(self.state),
-                   "--json", "--lang", "en"]
+        command = [PROGRAM, "serve", "--port", str(self.port), "--state", str(self.state), "--json", "--lang", "en"]
+        if self.speed is not None:
+            command += ["--virtual", str(self.speed)]
         self.process = subprocess.Popen(command, stdout=subprocess.PIPE, text=True,
                                         env={**os.environ, "IXOCUT_DATA": str(SHARE)})
         told = json.loads(self.process.stdout.readline())["result"]

@@ -1,46 +1,63 @@
-// Where the head has travelled, and where with the beam: points of straight stretches, the oldest ones forgotten.
+// Where the head has travelled, and where with the beam: points of straight stretches, the oldest ones forgotten. They
+// stand in arrays that are as long from the beginning as they can become.
 
 const kMost = 4000;
 const kForgotten = 1000;  // at once
 const kStraightMm = 0.02;  // off the line
+const [kDark, kLit, kGap] = [0, 1, 2];  // the way from the point before to this one; a gap has no place
 
 export class Path {
-  #points = [];  // {x, y, lit}: lit from the point before to this one; null: nobody saw the way
+  #count = 0;
+  #x = new Float64Array(kMost);
+  #y = new Float64Array(kMost);
+  #kinds = new Uint8Array(kMost);
 
   // Answers the stretch that is new, or null.
   add(x, y, lit) {
-    const points = this.#points;
-    const last = points.at(-1);
     const point = {x, y, lit};
+    const last = this.#at(this.#count - 1);
     if (!last) {
-      points.push(point);
+      this.#push(x, y, lit ? kLit : kDark);
       return lit ? {from: point, to: point, lit} : null;
     }
     if (last.x === x && last.y === y && last.lit === lit) return null;
-    const before = points.at(-2);
-    if (before && last.lit === lit && straight(before, last, point)) points[points.length - 1] = point;
-    else points.push(point);
-    if (points.length > kMost) points.splice(0, kForgotten);
+    const before = this.#at(this.#count - 2);
+    if (before && last.lit === lit && straight(before, last, point)) --this.#count;
+    this.#push(x, y, lit ? kLit : kDark);
     return {from: last, to: point, lit};
   }
 
   // What comes next does not follow from what came before.
   gap() {
-    if (this.#points.length > 0 && this.#points.at(-1)) this.#points.push(null);
+    if (this.#at(this.#count - 1)) this.#push(0, 0, kGap);
   }
 
   clear() {
-    this.#points = [];
+    this.#count = 0;
   }
 
   steps() {
     const steps = [];
-    this.#points.forEach((to, i) => {
-      const from = this.#points[i - 1];
+    for (let i = 0; i < this.#count; ++i) {
+      const [from, to] = [this.#at(i - 1), this.#at(i)];
       if (from && to) steps.push({from, to, lit: to.lit});
       else if (to?.lit) steps.push({from: to, to, lit: true});
-    });
+    }
     return steps;
+  }
+
+  // null: there is no point there.
+  #at(i) {
+    return i < 0 || this.#kinds[i] === kGap ? null : {x: this.#x[i], y: this.#y[i], lit: this.#kinds[i] === kLit};
+  }
+  #push(x, y, kind) {
+    if (this.#count === kMost) {
+      for (const list of [this.#x, this.#y, this.#kinds]) list.copyWithin(0, kForgotten);
+      this.#count -= kForgotten;
+    }
+    this.#x[this.#count] = x;
+    this.#y[this.#count] = y;
+    this.#kinds[this.#count++] = kind;
   }
 }
 
