@@ -45,6 +45,9 @@ class Notices {
     if (!wire.stale && wire.session.role === "viewer")
       list.push({id: "viewer", kind: "note", title: tr("You can look, stop and switch all off"),
         text: tr("To command the machine, open the link that \"ixocut console\" prints.")});
+    if (!wire.stale && !wire.listens)
+      list.push({id: "many", kind: "note", title: tr("Many windows of this page are open"),
+        text: tr("Until this one comes to the front, it is looked at every 2 s. Stop works as ever.")});
     if (wire.status?.allOff)
       list.push({id: "all-off", kind: "bad", title: tr("All off"), text: tr("Everything was stopped at once. Remove the cause, then reset."), reset: true});
     else if (wire.status?.latched)

@@ -10,6 +10,9 @@ const kHeartbeatMs = 3000;  // of the lease, which lasts for 10 s
 const kRetryMs = 1000;
 const kClockMs = 30000;  // what the fastest answers say of the controller's clock holds for at most twice as long
 const kLeaseKey = "lease";
+const kSeats = 3;
+const kSeatKey = "seat";  // the one that was taken from another page last
+const kUnseatedMs = 2000;
 
 // What the controller refused, or why it could not be asked: `what`, `where`, `why`, `remedy`; `status` 0: no answer.
 // `body`: the whole answer.
@@ -40,6 +43,8 @@ class Wire {
   #lastEventId = "";
   #epoch = "";  // names the controller's start
   #stream = null;
+  #leaveSeat = null;
+  #inFront = document.hasFocus();  // it has come to the front, and not sat down since
   #wake = null;
   #wantedRate = 10;
   #rate = 10;
@@ -150,6 +155,7 @@ class Wire {
     this.lease = {holder: id ? this.session.name : null, mine: Boolean(id)};
     this.#tell("lease", this.lease);
     this.#applyRate();
+    if (!this.#leaveSeat && this.listens !== Boolean(id)) this.#listenAnew();
   }
   async #renew() {
     this.#renewedAt = performance.now();
@@ -194,8 +200,47 @@ class Wire {
     return this.#stale;
   }
 
-  // Signals a second, 1 to 50; while nobody sees the page it is 1. Without control it then listens not at all: a browser
-  // opens six connections to one controller, and the other pages' Stop needs one of them.
+  // A browser opens six connections to one controller, and each page's Stop needs one of them: so many pages listen at
+  // once as there are seats, the ones that came to the front last; and who has control. What the others show is looked
+  // at every now and then.
+  listens = true;
+  // Whether it sits. Where all seats are taken, a page that has come to the front takes the one that was not taken so
+  // for the longest time.
+  async #sit() {
+    if (this.#leaveSeat || !navigator.locks) return true;  // no locks: a page from afar
+    for (let seat = 0; seat < kSeats; ++seat) if (await this.#sitOn(seat, {ifAvailable: true})) return true;
+    if (!this.#inFront || !document.hasFocus()) return false;
+    const seat = (Number(localStorage.getItem(kSeatKey)) + 1) % kSeats;
+    localStorage.setItem(kSeatKey, seat);
+    return this.#sitOn(seat, {steal: true});
+  }
+  #sitOn(seat, options) {
+    return new Promise((sits) => {
+      const taken = navigator.locks.request("events-" + seat, options, (lock) => {
+        sits(Boolean(lock));
+        if (!lock) return undefined;
+        this.#inFront = false;
+        return new Promise((leave) => (this.#leaveSeat = leave));
+      });
+      taken.catch(() => {  // taken away; or there are no locks for this page
+        sits(true);
+        this.#leaveSeat = null;
+        this.#listenAnew();
+      });
+    });
+  }
+  #listenAnew() {
+    this.#stream?.abort();
+    this.#wake?.();
+  }
+  #sleep(ms) {
+    return new Promise((wake) => {
+      this.#wake = wake;
+      if (ms) setTimeout(wake, ms);
+    });
+  }
+
+  // Signals a second, 1 to 50; while nobody sees the page it is 1, and without control it then listens not at all.
   setRate(rate) {
     this.#wantedRate = rate;
     this.#applyRate();
@@ -205,8 +250,7 @@ class Wire {
     const rate = document.hidden ? hiddenRate : this.#wantedRate;
     if (rate === this.#rate) return;
     this.#rate = rate;
-    this.#stream?.abort();
-    this.#wake?.();
+    this.#listenAnew();
   }
 
   async start() {
@@ -217,6 +261,10 @@ class Wire {
     document.addEventListener("visibilitychange", () => {
       this.#applyRate();
       if (!document.hidden) this.#look();
+    });
+    addEventListener("focus", () => {
+      this.#inFront = true;
+      if (!this.listens) this.#wake?.();
     });
     this.#applyRate();
     this.#follow();
@@ -281,7 +329,22 @@ class Wire {
 
   async #follow() {
     for (;;) {
-      while (this.#rate === 0) await new Promise((wake) => (this.#wake = wake));
+      if (this.#rate === 0) {
+        this.#leaveSeat?.();
+        this.#leaveSeat = null;
+        await this.#sleep();
+        continue;
+      }
+      this.listens = (await this.#sit()) || Boolean(this.#leaseId);
+      if (!this.listens) {
+        this.connected = true;
+        await this.refresh().catch(() => {
+          this.connected = false;
+          this.#tell("connection", false);
+        });
+        await this.#sleep(kUnseatedMs);
+      }
+      if (!this.listens || this.#rate === 0) continue;
       const stream = new AbortController();
       this.#stream = stream;
       let retryMs = kRetryMs;
@@ -350,7 +413,7 @@ class Wire {
 
   // After a change of language: what was told in the other one is asked again.
   languageChanged() {
-    this.#stream?.abort();
+    this.#listenAnew();
   }
 }
 

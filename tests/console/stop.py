@@ -79,6 +79,24 @@ class StopTest(fixture.ConsoleTest):
         browser.escape()
         self.stopped(controller, run)
 
+    def test_stop_from_each_of_eight_visible_windows(self):
+        controller, browser = self.opened()
+        for _ in range(7):
+            browser.driver.switch_to.new_window("window")
+            browser.driver.get(controller.url + "/")
+            browser.wait(lambda: browser.text("#state") not in ("", "-"), "the state is shown")
+        for window in browser.driver.window_handles:  # by its own bar, without coming to the front
+            browser.driver.switch_to.window(window)
+            self.assertFalse(browser.js("return document.hidden"))
+            run = controller.start_run()
+            browser.js("document.querySelector('#stop').click()")
+            self.stopped(controller, run)
+            browser.wait_text("Nothing runs", "#running")
+            browser.wait(lambda: not browser.find("#bar.stale"), "what is shown is new")
+        listening = [browser.js("return import('/console/wire.js').then(({wire}) => wire.listens)")
+                     for window in browser.driver.window_handles if not browser.driver.switch_to.window(window)]
+        self.assertEqual(listening.count(True), 3)
+
     def test_no_answer_is_said_large(self):
         for language in fixture.LANGUAGES:
             with self.subTest(language=language):
