@@ -34,7 +34,7 @@ export function indices(list, meant) {
   return list.flatMap((of, i) => (meant(of) ? [i] : []));
 }
 
-// options: {title, x: "Time in s", labels: ["P in bar", ...], kept: kept(...), bands: [{from, to, text}], digits, dashed: [i],
+// options: {title, x: "Time in s", labels: ["P in bar", ...], kept: kept(...), bands: [{from, to, text, alarm}], digits, dashed: [i],
 // dots: [i] (without a line), colours: [number of each series' colour], points: true, stepped: true, group: plots that are
 // zoomed as one (an array that they share), onzoom: (window or null)}; rows: [[x, y1, y2, ...]].
 export class Plot {
@@ -104,19 +104,26 @@ export class Plot {
       zoomCallback: (from, to) => this.#zoomed(this.graph?.isZoomed("x") ? [from, to] : null),
       underlayCallback: (context, area, graph) => {
         for (const band of bands ?? []) {
-          const left = Math.max(area.x, graph.toDomXCoord(band.from));
+          const left = Math.round(Math.max(area.x, graph.toDomXCoord(band.from)));
           const right = Math.min(area.x + area.w, graph.toDomXCoord(band.to));
-          if (right <= left) continue;
-          context.fillStyle = style.getPropertyValue("--band").trim();
-          context.fillRect(left, area.y, Math.max(1, right - left - 1), area.h);
-          if (!band.text || right - left < kLabelled) continue;
+          if (right < left || (right === left && !band.alarm)) continue;
           context.save();
-          context.beginPath();
-          context.rect(left, area.y, right - left - 4, area.h);
-          context.clip();
-          context.fillStyle = ink;
-          context.font = "12px sans-serif";
-          context.fillText(band.text, left + 4, area.y + 13);
+          context.fillStyle = style.getPropertyValue(band.alarm ? "--bad" : "--band").trim();
+          if (band.alarm) {
+            context.fillRect(left, area.y, 2, area.h);
+            context.globalAlpha = 0.15;
+          }
+          context.fillRect(left, area.y, Math.max(1, right - left - 1), area.h);
+          context.globalAlpha = 1;
+          const room = (band.alarm ? area.x + area.w : right) - left - 4;
+          if (room >= kLabelled) {
+            context.beginPath();
+            context.rect(left, area.y, room, area.h);
+            context.clip();
+            if (!band.alarm) context.fillStyle = ink;
+            context.font = "12px sans-serif";
+            context.fillText(band.text, left + 4, area.y + (band.alarm ? 29 : 13));
+          }
           context.restore();
         }
       },

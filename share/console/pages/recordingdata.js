@@ -5,6 +5,7 @@ import {wire} from "../wire.js";
 const kPoints = 1500;  // of each signal, of what is shown
 const kMostPoints = 20000;  // that one answer holds
 const kSameRunMs = 2000;  // real time between a run's start and the edge that it made
+const kSlackMs = 200;  // that a beginning is not known better than
 
 export class Recording {
   constructor(name, all) {
@@ -69,11 +70,12 @@ export class Recording {
     if (!coarse) return [];
     const half = above ?? (Math.max(...coarse.high) + Math.min(...coarse.low)) / 2;
     const edges = [];
-    for (let i = 1; i < coarse.ms.length; ++i) {
-      if (!(coarse.high[i - 1] <= half && coarse.high[i] > half)) continue;
-      const width = coarse.ms[i] - coarse.ms[i - 1];
-      const fine = width === 1 ? coarse : await ask("&fromMs=" + coarse.ms[i - 1] + "&toMs=" + (coarse.ms[i] + width));
-      edges.push(width === 1 ? coarse.ms[i] : fine.ms.find((ms, k) => fine.high[k] > half));
+    const {ms, high} = coarse;
+    for (let i = 1; i < ms.length; ++i) {
+      if (!(high[i - 1] <= half && high[i] > half)) continue;
+      const width = ms[i] - ms[i - 1];
+      const fine = width === 1 ? coarse : await ask("&fromMs=" + ms[i - 1] + "&toMs=" + (ms[i] + width));
+      edges.push(width === 1 ? ms[i] : fine.ms.find((at, k) => fine.high[k] > half));
     }
     return edges;
   }
@@ -86,12 +88,23 @@ export class Recording {
     const edges = await this.risingEdges("state", 0);
     const heads = (await wire.get("runs?limit=100")).runs;
     const found = [];
+    const add = async (head, atMs) => {
+      const run = await wire.get("runs/" + head.id);
+      // One that was read from the history knows no more than which alarm has ended it.
+      run.alarms ??= run.outcome === "alarm" ? [{atMs: run.durationMs, text: run.problem?.why}] : [];
+      found.push({...run, atMs});
+    };
+    const startOf = (run) => new Date(run.start).getTime();
     for (const edge of edges) {
-      const away = (run) => Math.abs(new Date(run.start).getTime() - startMs - edge / speed);
+      const away = (run) => Math.abs(startOf(run) - startMs - edge / speed);
       const head = heads.reduce((best, run) => (best && away(best) <= away(run) ? best : run), null);
-      if (head && away(head) < kSameRunMs && !found.some(({id}) => id === head.id))
-        found.push({...(await wire.get("runs/" + head.id)), atMs: edge});
+      if (head && away(head) < kSameRunMs && !found.some(({id}) => id === head.id)) await add(head, edge);
     }
-    return found;
+    // It begins within a run.
+    const within = this.signals.find(({name}) => name === "state").low[0] > 0;
+    const beginMs = found.length > 0 ? startOf(found[0]) - found[0].atMs / speed : startMs;
+    const first = within && heads.find((run) => startOf(run) < beginMs + kSlackMs && !(new Date(run.end ?? Infinity).getTime() < beginMs));
+    if (first && !found.some(({id}) => id === first.id)) await add(first, Math.min(0, startOf(first) - beginMs) * speed);
+    return found.sort((a, b) => a.atMs - b.atMs);
   }
 }

@@ -19,6 +19,10 @@ const kPlots = [
   {signals: ["gas-branch"], title: mark("Gas branch"), stepped: true},
 ];
 
+function alarmText({text}) {
+  return "\u26a0 " + text;
+}
+
 export class RecordingPlot {
   // saved: kept(...) with over, align, zoom, hidden; list: the recordings that there are.
   constructor(root, saved, list) {
@@ -94,7 +98,7 @@ export class RecordingPlot {
       el("h2", {}, second ? tr("%s, dashed: %s", first.name, second.name) : first.name),
       el("div", {class: "row choices"}, over.node, align?.node), this.aligned && el("p", {}, this.aligned),
       this.runs.length > 0 && el("p", {class: "aside"}, tr("The bands are the steps of: %s.",
-        this.runs.map((run) => tr("run %s, %s", run.id, run.procedure)).join("; "))),
+        this.runs.map((run) => [tr("run %s, %s", run.id, run.procedure), ...run.alarms.map(alarmText)].join(" ")).join("; "))),
       this.plots[0]?.zoomButtons(), nodes.length ? nodes : el("p", {}, tr("The recording has no values.")));
     for (const plot of this.plots) plot.draw();
     const zoom = this.saved.get("zoom");
@@ -122,8 +126,8 @@ export class RecordingPlot {
     return this.runs.flatMap((run) => [
       ...(run.steps ?? []).filter(({level}) => level === 0).map(({startMs, durationMs, number, description}) =>
         ({from: at(run, startMs), to: at(run, startMs + (durationMs ?? 0)), text: number + " " + description})),
-      ...(run.alarms ?? []).map(({atMs, clearedMs, description}) =>
-        ({from: at(run, atMs), to: at(run, clearedMs ?? run.durationMs), text: "\u26a0 " + description})),
+      ...run.alarms.map((alarm) =>
+        ({from: at(run, alarm.atMs), to: at(run, alarm.clearedMs ?? run.durationMs), text: alarmText(alarm), alarm: true})),
     ]);
   }
 
