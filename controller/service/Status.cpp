@@ -27,17 +27,18 @@ const char* StateWord(std::int32_t state) {
 }
 
 nlohmann::ordered_json SignalsJson(const TMachineSnapshot& now) {
-  return {{"position", {{"xMm", now.Pos.X}, {"yMm", now.Pos.Y}, {"zMm", now.Z}, {"focusMm", now.Focus}}},
-          {"moving", {{"axes", now.AxesMoving}, {"z", now.ZMoving}, {"focus", now.FocusMoving}}},
-          {"laser", now.Laser},
-          {"emission", now.Emission},
-          {"aiming", now.Aiming},
-          {"gas", {{"on", now.Gas}, {"branch", now.GasBranch}, {"setBar", now.GasSetBar}, {"bar", now.GasBar}}},
-          {"following", now.Following},
-          {"calibrating", now.Calibrating},
-          {"nozzle", now.Nozzle < 0 ? nlohmann::ordered_json() : nlohmann::ordered_json(now.Nozzle)},
-          {"dockedTable", now.DockedTable},
-          {"outputsOn", now.OutputsOn}};
+  return {
+      {"position", {{"xMm", now.Pos.X}, {"yMm", now.Pos.Y}, {"zMm", now.Z}, {"z2Mm", now.Z2}, {"focusMm", now.Focus}}},
+      {"moving", {{"axes", now.AxesMoving}, {"z", now.ZMoving}, {"focus", now.FocusMoving}}},
+      {"laser", now.Laser},
+      {"emission", now.Emission},
+      {"aiming", now.Aiming},
+      {"gas", {{"on", now.Gas}, {"branch", now.GasBranch}, {"setBar", now.GasSetBar}, {"bar", now.GasBar}}},
+      {"following", now.Following},
+      {"calibrating", now.Calibrating},
+      {"nozzle", now.Nozzle < 0 ? nlohmann::ordered_json() : nlohmann::ordered_json(now.Nozzle)},
+      {"dockedTable", now.DockedTable},
+      {"outputsOn", now.OutputsOn}};
 }
 
 bool SameSignals(const TMachineSnapshot& a, const TMachineSnapshot& b) {

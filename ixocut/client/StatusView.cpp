@@ -95,6 +95,7 @@ TMachineSnapshot SnapshotOf(const TJson& signals, TMachineSnapshot before) {
   set(position, "xMm", now.Pos.X);
   set(position, "yMm", now.Pos.Y);
   set(position, "zMm", now.Z);
+  set(position, "z2Mm", now.Z2);
   set(position, "focusMm", now.Focus);
   const TJson& moving = Member(signals, "moving");
   set(moving, "axes", now.AxesMoving);
