@@ -43,8 +43,9 @@ void CollectLiterals(std::string_view script, std::set<std::string, std::less<>>
   }
 }
 
-// Without what a browser does not read: indentation, and lines that are comments. The lines keep their numbers. No text
-// of the console's scripts goes over several lines.
+// Without what a browser does not read: indentation, lines that are comments, and comments behind code, which stand two
+// blanks off it. The lines keep their numbers. No text of the console's scripts goes over several lines or holds such a
+// comment.
 std::string Lean(std::string_view text) {
   std::string lean;
   lean.reserve(text.size());
@@ -53,7 +54,9 @@ std::string Lean(std::string_view text) {
     std::string_view line = text.substr(0, end);
     text.remove_prefix(end);
     line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
-    lean += line.starts_with("//") ? "\n" : line;
+    const std::size_t comment = line.starts_with("//") ? 0 : line.find("  // ");
+    lean += line.substr(0, comment);
+    if (comment != std::string_view::npos) lean += '\n';
   }
   return lean;
 }
