@@ -97,7 +97,9 @@ function openPanel(root, tools) {
     paint();
   });
   const formless = el("p", {class: "warn", hidden: true}, "▲ " + tr("No form is on screen: only the stop keys act."));
-  replace(tools, el("label", {for: "panel-form"}, tr("Form on screen")), form);
+  const alt = el("button", {type: "button", id: "panel-alt", title: tr("Three keys then send another command; where they are lit, they blink."),
+    onclick: () => withControl(() => wire.post("panel/alt", {alt: !panel?.alt})).then(look)}, tr("Alt mode"));
+  replace(tools, el("label", {for: "panel-form"}, tr("Form on screen")), form, alt);
   replace(root, formless,
     el("div", {class: "panel-keys"}, kGroups.map((group) =>
       el("section", {class: "card key-group columns-" + group.columns},
@@ -140,6 +142,7 @@ function openPanel(root, tools) {
       key.node.classList.toggle("refused", !of.permitted);
       key.node.classList.toggle("down", mine || of.down);
     }
+    alt.setAttribute("aria-pressed", String(panel.alt));
     knob.show(panel.knob);
   }
 

@@ -1,0 +1,40 @@
+"""Lamps of the panel: lit, and blinking where the panel's own blink."""
+import fixture
+from held_keys import Hand
+
+KEY = "CK_RETURN0"
+SIGNS = "return document.querySelector('[data-key=%s] small').innerText" % KEY
+LIT = "return document.querySelector('[data-key=%s]').classList.contains('lit')" % KEY
+
+
+class LampsTest(fixture.ConsoleTest):
+    def test_in_the_alt_mode_the_lamp_of_what_goes_on_blinks(self):
+        controller, page = self.controller(speed=1), self.browser("zh")
+        controller.client.take_control()
+        controller.client.ask("POST", "/panel/form", {"form": "Work"})
+        controller.client.ask("POST", "/runs", {"procedure": "safe-move", "params": {"x": 2500, "y": 1200}})
+        fixture.wait(lambda: not controller.client.ask("GET", "/status")["running"], "the head is far from the origin")
+        controller.client.give_back()
+        page.open(controller, "panel")
+        hand = Hand(page, KEY)
+
+        def returns():
+            hand.press()
+            page.wait(lambda: page.js(LIT), "the lamp is lit")
+            hand.lift()
+            return controller.client.ask("GET", "/status")["state"]
+        self.assertEqual(returns(), "return-to-origin")
+        self.assertNotIn(page.tr("blinks"), page.js(SIGNS))
+        page.press("Stop", "#bar")
+        page.wait(lambda: not page.js(LIT), "the lamp is dark")
+
+        page.press("Alt mode")
+        page.wait(lambda: controller.client.ask("GET", "/panel")["alt"], "the alt mode is on")
+        returns()
+        page.wait(lambda: page.tr("blinks") in page.js(SIGNS), "it says that it blinks")
+        for lit in (False, True):
+            page.wait(lambda: page.js(LIT) == lit, "it is lit and dark")
+        page.press("Stop", "#bar")
+        page.wait(lambda: page.tr("blinks") not in page.js(SIGNS), "it says so no longer")
+        page.press("Alt mode")
+        page.wait(lambda: not controller.client.ask("GET", "/panel")["alt"], "the alt mode is off")
