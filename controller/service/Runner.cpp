@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "controller/procedures/PlannedPath.h"
 #include "controller/procedures/RunReport.h"
 #include "controller/procedures/Timeline.h"
 #include "controller/service/RealTime.h"
@@ -58,7 +59,7 @@ nlohmann::ordered_json RunParams(bool sequence, const std::vector<TMotionCall>& 
 // --- what is kept of a run ---
 
 std::size_t TRunRecord::Bytes() const {
-  return Trace.Size() * sizeof(TTracePoint) + Report.Steps.size() * kStepBytes +
+  return Trace.Size() * sizeof(TTracePoint) + Plan.size() * sizeof(TPoint2) + Report.Steps.size() * kStepBytes +
          (Report.Journal.size() + Report.Timeline.size() + Calls.size() + Report.Alarms.size()) * kLineBytes +
          Report.Signals.size() * sizeof(TSignal) * 2;
 }
@@ -105,11 +106,13 @@ nlohmann::ordered_json RunHeadJson(const TRunRecord& record) {
                               {"sequence", record.Sequence},
                               {"params", record.Params},
                               {"calls", CallTexts(record.Calls)},
+                              {"plan", nlohmann::ordered_json::array()},
                               {"startedBy", record.Starter.Name},
                               {"detached", record.Detached},
                               {"start", UtcText(record.StartUnixMs)},
                               {"end", nullptr},
                               {"outcome", nullptr}};
+  for (const TPoint2& point : record.Plan) json["plan"].push_back({point.X, point.Y});
   if (record.EndUnixMs == 0) return json;
   json["end"] = UtcText(record.EndUnixMs);
   json["outcome"] = record.Report.End.Name;
@@ -176,9 +179,11 @@ TResult<std::uint64_t> TRunner::Start(TRunRequest request, const TAsker& who) {
   if (TResult<> free = NothingRuns(); !free) return free.Problem();
   const TLanguageScope own("");  // what is made here stays
   std::shared_ptr<IStateMotion> root;
-  if (!request.Job) root = ShareRoot(MakeRoot(request.Procedure, request.Calls));
-
   auto run = std::make_shared<TRunRecord>();
+  if (!request.Job) {
+    root = ShareRoot(MakeRoot(request.Procedure, request.Calls));
+    run->Plan = PlannedPath(request.Procedure, request.Calls);
+  }
   run->Procedure = request.Procedure;
   run->Sequence = request.Sequence;
   run->Starter = who;

@@ -46,6 +46,7 @@ struct TRunRecord {
   bool Sequence = false;
   nlohmann::ordered_json Params;  // of a procedure an object, of a sequence a list of calls
   std::vector<TMotionCall> Calls;
+  std::vector<TPoint2> Plan;  // where XY will be sent, as far as it is known before
   TAsker Starter;
   bool Detached = false;
   std::string Language;  // of the report's words

@@ -4,9 +4,6 @@ import {wire} from "../../wire.js";
 
 const kMostSteps = 1000;
 
-// Procedures that go to a place in machine coordinates: where they go is known before they are there.
-const kMoves = new Set(["move-xy", "safe-move", "move-assist", "safe-move-xyz", "safe-move-xyzf"]);
-
 export class Run {
   id = 0;  // 0: nothing has run yet
   head = null;
@@ -38,15 +35,9 @@ export class Run {
     for (const end of this.#ends) end();
   }
 
-  // Where its moves go, [[x, y], ...]; empty: not known.
+  // Where XY goes, [[x, y], ...], as far as the controller knew before; empty: not known.
   get targets() {
-    const targets = [];
-    for (const call of this.head?.calls ?? []) {
-      const [name, ...words] = call.split(" ");
-      const value = (param) => Number(words[words.indexOf("--" + param) + 1]);
-      if (kMoves.has(name)) targets.push([value("x"), value("y")]);
-    }
-    return targets.every((target) => target.every(Number.isFinite)) ? targets : [];
+    return this.head?.plan ?? [];
   }
 
   async #find() {
