@@ -10,8 +10,9 @@
 namespace ixocontroller {
 
 // Everything that the machine is not ready for: an alarm forbids something, the axes have no references, the latch is
-// tripped, a beam that is needed may not be lit, a value is not within what the machine has: ports, branches, nozzles,
-// ranges. What runs or has not acknowledged going off is TController::MayStart's to refuse. Any thread.
+// tripped, a beam that is needed may not be lit, the head would strike the nozzle rack, a value is not within what the
+// machine has: ports, branches, nozzles, ranges. What runs or has not acknowledged going off is TController::MayStart's
+// to refuse. Any thread.
 [[nodiscard]] std::vector<TProblem> FindUnready(TController& controller, std::span<const TMotionCall> calls);
 // The first of them.
 [[nodiscard]] TResult<> CheckReady(TController& controller, std::span<const TMotionCall> calls);

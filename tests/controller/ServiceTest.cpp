@@ -1,4 +1,6 @@
 // A controller that stays up, in virtual time: requests, runs and their reports, attendance, all-off and the way back.
+#include <algorithm>
+
 #include <gmock/gmock.h>
 
 #include "fixture/ServiceWorld.h"
@@ -134,6 +136,30 @@ TEST(Service, AStartCanBeCheckedWithoutStarting) {
   world.StartDelay(600'000);
   EXPECT_EQ(check({{"procedure", "delay"}, {"params", {{"ms", 10}}}})["starts"], false);
   EXPECT_EQ(world.Ask("POST", "runs/check", {{"procedur", "delay"}}).Status, 400);
+}
+
+TEST(Service, AStoppedNozzleChangeIsToldBeforeTheHeadStrikesTheRack) {
+  TServiceWorld world(false, 20.0, {.Example = true});
+  const auto check = [&](const char* procedure) {
+    return world.Ask("POST", "runs/check", {{"procedure", procedure}, {"params", {{"x", 500}, {"y", 500}}}})
+        .Body["unready"];
+  };
+  const std::uint64_t id = world.StartRun({{"procedure", "change-nozzle"}, {"params", {{"from", 1}, {"to", 2}}}});
+  EXPECT_EQ(world.Ask("GET", "runs/" + std::to_string(id)).Body["plan"].size(), 2U);
+  ASSERT_TRUE(Comes([&] {
+    const TMachineSnapshot now = world.Service.Status()->Machine;
+    return now.Z > world.Service.Controller().Limits().Bounds.SafeZ && std::ranges::count(now.OutputsOn, 8) != 0;
+  }));
+  EXPECT_EQ(world.Ask("POST", "stop").Status, 202);
+  EXPECT_EQ(world.Report(id)["outcome"], "stopped");
+  const TJson unready = check("move-xy");
+  ASSERT_EQ(unready.size(), 1U);
+  EXPECT_THAT(unready[0]["what"].get<std::string>(), HasSubstr("nozzle rack"));
+  EXPECT_EQ(check("safe-move").size(), 0U);
+  const TJson away = world.Report(world.StartRun({{"procedure", "safe-move"}, {"params", {{"x", 500}, {"y", 500}}}}));
+  EXPECT_EQ(away["outcome"], "success");
+  EXPECT_EQ(away["plan"], (TJson{{500.0, 500.0}}));
+  EXPECT_EQ(check("move-xy").size(), 0U);
 }
 
 TEST(Service, ARunThatNobodyAttendsIsStoppedUnlessSomebodyTakesOver) {
