@@ -16,6 +16,7 @@ class LampsTest(fixture.ConsoleTest):
         fixture.wait(lambda: not controller.client.ask("GET", "/status")["running"], "the head is far from the origin")
         controller.client.give_back()
         page.open(controller, "panel")
+        page.wait_text(page.tr("STOP ALL"), "[data-key=CK_EGYSTOP]")  # not by the name of what is at the machine
         hand = Hand(page, KEY)
 
         def returns():
