@@ -272,7 +272,7 @@ TEST_F(TlsWire, SurvivesEveryPlaceAtWhichAGreetingIsCut) {
 
 class HastyTlsWire : public TlsWire {
  protected:
-  HastyTlsWire() : TlsWire({.Connections = 8, .RequestMs = 300, .LingerMs = 200}) {}
+  HastyTlsWire() : TlsWire({.Connections = 8, .RequestMs = 2000, .LingerMs = 500}) {}
 };
 
 TEST_F(HastyTlsWire, EndsASlowGreetingAndLetsNobodyWaitForIt) {
