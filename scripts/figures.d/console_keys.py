@@ -16,7 +16,7 @@ from held_keys import Hand, processes
 TIMES = 24  # of each way that the page itself notices
 STILL = 12  # of each of the browser's processes that stand still
 HALF_OPEN = 48
-HOLDS = 20  # a machine that is busy lets go of one now and then before its time
+HOLD_S = 180  # a machine that is busy lets go of a key again and again before its time
 TOLD_S = 0.1  # until an event has come
 
 
@@ -102,7 +102,8 @@ class Holds:
         return next(of["down"] for of in keys if of["key"] == held_keys.KEY)
 
     def hold(self):
-        for _ in range(HOLDS):
+        until = time.monotonic() + HOLD_S
+        while time.monotonic() < until:
             self.press()
             time.sleep(random.uniform(0.4, 0.6))  # at any moment between two heartbeats
             if self.down():
@@ -155,6 +156,7 @@ def by_page(holds):
         driver.switch_to.window(other)
         driver.close()
         driver.switch_to.window(first)
+        holds.hand.cdp("Page.bringToFront")
 
     def press():
         browser.js("window.behindMs = null")
