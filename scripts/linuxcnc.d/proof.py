@@ -67,7 +67,7 @@ def latch_once(case, number, mark, sampler, machine):
     else:
         rows = sampler.take()
         at = rows["proof_mark"].index(1.0)
-        lit_before = rows["light"][at] == 1.0
+        lit_before = at > 0 and rows["light"][at - 1] == 1.0
         dark_ms = by_rows(rows, at)
         dark_from = next((i for i in range(at, len(rows["light"])) if not rows["light"][i]), len(rows["light"]))
         lit_again = int(sum(rows["light"][dark_from:]))
