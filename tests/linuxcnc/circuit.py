@@ -10,6 +10,7 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 SCRIPT = str(ROOT / "scripts" / "linuxcnc")
 SHARE = ROOT / "share" / "machines" / "linuxcnc"
 STATED = 0.01  # of the sensor's curve
+CANNOT = 77
 
 
 def curve(name):
@@ -70,6 +71,8 @@ class Script(unittest.TestCase):
                               ' test -S "$LINUXCNC_FOLDER/ixocut-hal.sock"; echo $?; halcmd getp ixocut-hal.x.max; exit 3'],
                              capture_output=True, text=True, timeout=60,
                              env=dict(os.environ, LINUXCNC_EDIT="s/^MAX_LIMIT = 3050/MAX_LIMIT = 2000/"))
+        if ran.returncode == CANNOT:
+            self.skipTest(ran.stderr)
         self.assertEqual(ran.returncode, 3, ran.stderr)
         uid, folder, socket, most = ran.stdout.split()
         if os.geteuid() == 0:  # everybody else is shown as root in his own namespaces
@@ -81,6 +84,8 @@ class Script(unittest.TestCase):
     def prove(self, *arguments):
         ran = subprocess.run([SCRIPT, *arguments], capture_output=True, text=True, timeout=280)
         print(ran.stdout)
+        if ran.returncode == CANNOT:
+            self.skipTest(ran.stderr)
         self.assertEqual(ran.returncode, 0, ran.stdout + ran.stderr)
 
     def test_whatever_is_killed_or_stopped_the_plant_is_dark(self):
