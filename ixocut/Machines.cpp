@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "machines/composed/Machine.h"
+#include "machines/linuxcnc/Driver.h"
 #include "machines/simulated/Driver.h"
 #include "machines/simulated/Machine.h"
 
@@ -14,14 +15,13 @@ namespace {
 std::vector<TMachineFactory> GAdded;
 std::vector<TDriverFactory> GAddedDrivers;
 
-// What a composed machine may name.
+}  // namespace
+
 std::vector<TDriverFactory> Drivers() {
-  std::vector<TDriverFactory> drivers{SimulatedDriver()};
+  std::vector<TDriverFactory> drivers{SimulatedDriver(), LinuxcncDriver()};
   drivers.insert(drivers.end(), GAddedDrivers.begin(), GAddedDrivers.end());
   return drivers;
 }
-
-}  // namespace
 
 TAddedMachines::TAddedMachines(std::vector<TMachineFactory> machines, std::vector<TDriverFactory> drivers) {
   GAdded = std::move(machines);

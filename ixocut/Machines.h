@@ -10,6 +10,8 @@ namespace ixocut {
 using namespace ixocamglue;
 
 [[nodiscard]] std::vector<TMachineFactory> Machines();
+// What a machine that is put together from its file may name.
+[[nodiscard]] std::vector<TDriverFactory> Drivers();
 // An application's machines, and drivers for machines that are put together from their file, behind the program's own,
 // for the life of this object.
 class TAddedMachines {

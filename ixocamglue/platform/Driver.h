@@ -129,6 +129,10 @@ struct TDriverFactory {
   std::function<TResult<>(const TConfigSection& root, TPointKind kind, std::string_view address)> CheckPoint;
   // Which of the devices beside points it has: "Axes", "Follower", "Focus", "Laser", "Gas", "Pallets".
   std::vector<std::string> Devices = {};
+  // What only a person orders, on a connection of its own; null: there is nothing of the kind. Neither a start nor a
+  // connection that is back does it. Arm makes the device ready to move and moves nothing; Home homes its axes.
+  std::function<TResult<>(const TConfigSection& root)> Arm = {};
+  std::function<TResult<>(const TConfigSection& root)> Home = {};
 };
 
 }  // namespace ixocamglue

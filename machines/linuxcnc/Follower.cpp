@@ -1,0 +1,258 @@
+#include "machines/linuxcnc/Follower.h"
+
+#include <algorithm>
+#include <cmath>
+#include <stdexcept>
+
+#include "ixocamglue/platform/ports/CutStates.h"
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
+#include "machines/linuxcnc/Axes.h"
+#include "machines/linuxcnc/Pins.h"
+
+namespace ixocamglue {
+namespace {
+
+constexpr double kBandMm = 0.05;            // within it a height counts as reached
+constexpr double kBottomMm = 0.1;           // before the end of the axis
+constexpr std::uint32_t kRestSamples = 20;  // one a frame: 200 ms
+constexpr std::int32_t kWorstLevel = 4;
+
+// 1 is best; by the spread as a share of the whole range.
+std::int32_t Level(double spread, double range) {
+  if (!(range > 0.0)) return kWorstLevel;
+  std::int32_t level = 1;
+  for (const double share : {0.005, 0.02, 0.06})
+    if (spread > share * range) ++level;
+  return level;
+}
+
+}  // namespace
+
+void TSensorJudgement::See(double value) {
+  FLeast = FSeen == 0 ? value : std::min(FLeast, value);
+  FMost = FSeen == 0 ? value : std::max(FMost, value);
+  ++FSeen;
+}
+
+void TSensorJudgement::Approaching(double value) {
+  See(value);
+  FWorstDrop = std::max(FWorstDrop, FMost - value);
+}
+
+void TSensorJudgement::Resting(double value) {
+  See(value);
+  FRestLeast = FRested == 0 ? value : std::min(FRestLeast, value);
+  FRestMost = FRested == 0 ? value : std::max(FRestMost, value);
+  FRestSum += value;
+  ++FRested;
+}
+
+TNcCaliResult TSensorJudgement::Result(bool plateFound) const {
+  TNcCaliResult result;
+  result.CaliCapRange = FMost - FLeast;
+  if (!plateFound || FRested == 0) {
+    result.Cap = FMost;
+    result.ErrorType = jeNoPlate;
+    return result;
+  }
+  const double spread = FRestMost - FRestLeast;
+  result.Cap = FRestSum / FRested;
+  result.SteadyLv = Level(spread, result.CaliCapRange);
+  result.SmoothLv = Level(FWorstDrop - spread, result.CaliCapRange);  // noise alone makes no curve uneven
+  if (result.SteadyLv >= kWorstLevel)
+    result.ErrorType = jeNoisy;
+  else if (result.SmoothLv >= kWorstLevel)
+    result.ErrorType = jeNotSmooth;
+  return result;
+}
+
+const char* TSensorJudgement::ErrorText(std::int32_t error) {
+  switch (error) {
+    case jeGood: return "good";
+    case jeNoPlate: return TrMark("no plate found");
+    case jeNoisy: return TrMark("the signal is noisy");
+    case jeNotSmooth: return TrMark("the curve is not smooth");
+    case jeInterrupted: return TrMark("interrupted");
+    default: return "unknown";
+  }
+}
+
+bool TLncFollower::IsBusy() {
+  const bool moves = FLink.Busy(luZ);
+  TGuard guard(FLock);
+  switch (FPhase) {
+    case TPhase::Still: return moves;
+    case TPhase::Following: return moves || !FReached;
+    case TPhase::Down:
+    case TPhase::Resting:
+    case TPhase::Up: break;
+  }
+  return true;
+}
+
+void TLncFollower::MoveZ(double mm, double mmPerS) {
+  const TLncConfig& config = FLink.Config();
+  if (!FLink.Homed(laZ)) {
+    RequireInside(config, laZ, mm);
+    const double way = config.ToTheirs(laZ, mm) - FLink.Pos(laZ);
+    return FLink.JogUnhomed(luZ, laZ, way, std::min(SpeedOf(config.Axes[laZ].Limits, mmPerS), kUnhomedSpeed));
+  }
+  TLncMove move = StraightMove(config, luZ, laZ, mm, mmPerS);
+  move.ClearOffset = true;
+  {
+    TGuard guard(FLock);
+    LetGo();
+  }
+  FLink.Move(std::move(move));
+}
+
+void TLncFollower::Follow(double heightMm) {
+  if (!(heightMm >= 0.0 && heightMm <= kReach))
+    throw std::runtime_error(Format(Tr("a height of %.3f cannot be followed"), heightMm));
+  Begin(TPhase::Following, heightMm);
+}
+
+void TLncFollower::StartCalibrate() { Begin(TPhase::Down, FLink.Config().PlateTouch); }
+
+// The loop needs LinuxCNC in a mode that coordinates its axes: a move without a line sees to it.
+void TLncFollower::Begin(TPhase phase, double heightMm) {
+  if (!FLink.Homed(laZ))
+    throw std::runtime_error(
+        Format(Tr("axis %s of LinuxCNC is not homed; home it there, or by \"ixocut machine home\""), AxisName(laZ)));
+  const double from = GetZ();
+  std::uint32_t order = 0;
+  {
+    TGuard guard(FLock);
+    if (phase == TPhase::Down) LetGo();
+    order = ++FOrder;
+    FPhase = phase;
+    FReached = false;
+    FLoopOn = false;
+    FHeight = heightMm;
+    FFromZ = from;
+    FJudgement = {};
+    if (phase == TPhase::Down)
+      FResult = {.Cap = 0.0, .CaliCapRange = 0.0, .ErrorType = TSensorJudgement::jeInterrupted};
+  }
+  const auto loop = [this, order] {
+    TGuard guard(FLock);
+    if (FOrder != order) return;
+    FLink.Hal().Set(kPinFollowSpeed, FLink.Config().FollowSpeed);
+    FLink.Hal().Set(kPinHeight, FHeight);
+    FLink.Hal().Set(kPinFollow, 1.0);
+    FLoopOn = true;
+  };
+  try {
+    FLink.Move({.Unit = luZ, .ClearOffset = phase == TPhase::Down, .NeedsMdi = true, .Then = loop});
+  } catch (...) {
+    TGuard guard(FLock);
+    LetGo();
+    throw;
+  }
+}
+
+void TLncFollower::Stop(std::int32_t) {
+  {
+    TGuard guard(FLock);
+    LetGo();
+  }
+  FLink.Stop(luZ);
+}
+
+void TLncFollower::LetGo() {
+  ++FOrder;
+  if (FPhase == TPhase::Still) return;
+  FLink.Hal().Set(kPinFollow, 0.0);
+  FPhase = TPhase::Still;
+  FReached = true;
+  FLoopOn = false;
+}
+
+bool TLncFollower::IsFollowing() {
+  static_cast<void>(FLink.Pos(laZ));  // throws where nobody knows
+  TGuard guard(FLock);
+  return FPhase == TPhase::Following;
+}
+
+TAxisLimits TLncFollower::GetZLimits() {
+  const TAxisConfig& limits = FLink.Config().Axes[laZ].Limits;
+  return {limits.SoftLimitNeg, limits.SoftLimitPos};
+}
+
+TNcCaliResult TLncFollower::GetCaliResult() {
+  TGuard guard(FLock);
+  return FResult;
+}
+
+bool TLncFollower::Calibrating() const {
+  TGuard guard(FLock);
+  return FPhase == TPhase::Down || FPhase == TPhase::Resting || FPhase == TPhase::Up;
+}
+
+bool TLncFollower::AtBottom() const {
+  const TLncConfig& config = FLink.Config();
+  return config.ToOurs(laZ, FLink.Hal().Value(config.Pin(laZ, kAxisPos)).value_or(0.0)) >=
+         config.Axes[laZ].Limits.SoftLimitPos - kBottomMm;
+}
+
+void TLncFollower::Take(std::uint64_t) {
+  const bool away = !FLink.WhyAway().empty();
+  const THalClient& hal = FLink.Hal();
+  const double sensor = hal.Value(kPinSensor).value_or(0.0);
+  bool rise = false;
+  {
+    TGuard guard(FLock);
+    if (FPhase == TPhase::Still) return;
+    if (away) return LetGo();
+    const bool there = FLoopOn && std::abs(hal.Value(kPinGap).value_or(-1.0) - FHeight) <= kBandMm;
+    const bool bottom = FLoopOn && !there && AtBottom();
+    switch (FPhase) {
+      case TPhase::Still: return;
+      case TPhase::Following:
+        FReached = FReached || there;
+        if (bottom) LetGo();  // there is no plate
+        return;
+      case TPhase::Down:
+        if (!FLoopOn) return;
+        FJudgement.Approaching(sensor);
+        if (there && !FLink.Moving(laZ)) FPhase = TPhase::Resting;
+        rise = bottom;
+        break;
+      case TPhase::Resting:
+        FJudgement.Resting(sensor);
+        rise = FJudgement.Rested() >= kRestSamples;
+        break;
+      case TPhase::Up: break;
+    }
+    if (rise) {
+      FComing = FJudgement.Result(FPhase == TPhase::Resting);
+      FPhase = TPhase::Up;
+    }
+  }
+  try {
+    if (rise) return Rise();
+    TGuard guard(FLock);
+    if (FPhase != TPhase::Up || FLink.Busy(luZ)) return;
+    FPhase = TPhase::Still;
+    FReached = true;
+    FResult = FComing;
+  } catch (const std::exception&) {  // it failed, and says so to who asks for it
+    TGuard guard(FLock);
+    LetGo();
+  }
+}
+
+void TLncFollower::Rise() {
+  double from = 0.0;
+  {
+    TGuard guard(FLock);
+    FLoopOn = false;
+    from = FFromZ;
+  }
+  TLncMove up = StraightMove(FLink.Config(), luZ, laZ, from, 0.0);
+  up.ClearOffset = true;
+  FLink.Move(std::move(up));
+}
+
+}  // namespace ixocamglue

@@ -1,0 +1,140 @@
+#include "machines/linuxcnc/RshClient.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+
+#include "ixocamglue/platform/services/Clock.h"
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/SystemError.h"
+#include "ixocamglue/support/Texts.h"
+
+namespace ixocamglue {
+namespace {
+
+constexpr std::uint32_t kSliceMs = 20;  // how long a cancel may be overlooked
+constexpr std::size_t kLongestLine = 4096;
+
+std::string Capitals(std::string_view text) {
+  std::string capitals(text);
+  for (char& c : capitals) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  return capitals;
+}
+
+// "SET MDI" of "set mdi G0 X1"; "PROGRAM_STATUS" of "get program_status": how its answer begins.
+std::string AnswerName(std::string_view verb, std::string_view what) {
+  const std::string name = Capitals(what.substr(0, what.find(' ')));
+  return verb == "set" ? "SET " + name : name;
+}
+
+}  // namespace
+
+TRshClient::TRshClient(TRshAddress address, const char* client)
+    : FAddress(std::move(address)), FClient(client), FTcp(CommParts().MakeTcp()) {}
+
+TResult<> TRshClient::Open(bool enable) {
+  Close();
+  FCancelled.store(false, std::memory_order_release);
+  const std::string where = Format("%s:%d", FAddress.Host.c_str(), FAddress.Port);
+  const auto problem = [&](std::string what, std::string why, std::string remedy) {
+    Close();
+    return TProblem{std::move(what), where, std::move(why), std::move(remedy)};
+  };
+  if (FResolved.empty()) {
+    FResolved = CommParts().Resolve(FAddress.Host, kResolveLimitMs);
+    if (FResolved.empty())
+      return problem(Format(Tr("the host %s is not known"), FAddress.Host.c_str()), {},
+                     Tr("correct Host in the section Linuxcnc of the machine file"));
+    FTcp->SetRemote(FResolved, FAddress.Port);
+  }
+  if (!FTcp->Connect(kOpenLimitMs)) {
+    const int error = FTcp->ConnectError();
+    return problem(Tr("LinuxCNC's text interface does not answer"),
+                   error != 0 ? SystemErrorText(error) : Tr("nothing answered in time"),
+                   Tr("start LinuxCNC with linuxcncrsh, or correct Host and Port in the section Linuxcnc"));
+  }
+  FOpen = true;
+  std::string rest;
+  if (Ask(Format("hello %s %s 1.0", FAddress.Password.c_str(), FClient.c_str()), "HELLO", kOpenLimitMs, rest) !=
+          roAck ||
+      rest.rfind("ACK", 0) != 0)
+    return problem(Tr("LinuxCNC's text interface does not let the controller in"), rest,
+                   Tr("correct Password in the section Linuxcnc of the machine file"));
+  // Verbose first: before it nothing that is set is answered.
+  if (Set("verbose on", kOpenLimitMs) != roAck || Set("echo off", kOpenLimitMs) != roAck)
+    return problem(Tr("LinuxCNC's text interface does not answer as it should"), {}, {});
+  if (enable && Set("enable " + FAddress.Enable, kOpenLimitMs) != roAck)
+    return problem(Tr("LinuxCNC's text interface does not let the controller command it"), {},
+                   Tr("correct Enable in the section Linuxcnc of the machine file"));
+  return {};
+}
+
+void TRshClient::Close() {
+  FTcp->Disconnect();
+  FReceived.clear();
+  FOpen = false;
+}
+
+void TRshClient::Cancel() { FCancelled.store(true, std::memory_order_release); }
+
+TRshOutcome TRshClient::Set(std::string_view what, std::uint32_t limitMs) {
+  std::string rest;
+  const TRshOutcome outcome = Ask("set " + std::string(what), AnswerName("set", what), limitMs, rest);
+  return outcome == roAck && rest != "ACK" ? roNak : outcome;
+}
+
+TRshOutcome TRshClient::Get(std::string_view what, std::uint32_t limitMs, std::string& value) {
+  return Ask("get " + std::string(what), AnswerName("get", what), limitMs, value);
+}
+
+TRshOutcome TRshClient::Ask(std::string_view request, std::string_view name, std::uint32_t limitMs, std::string& rest) {
+  rest.clear();
+  if (!FOpen) return roClosed;
+  const std::string line = std::string(request) + "\r\n";
+  if (FTcp->Send(std::span(reinterpret_cast<const std::uint8_t*>(line.data()), line.size())) < 0) {
+    Close();
+    return roClosed;
+  }
+  const std::string echo = Capitals(request);
+  const std::uint64_t end = Clock().MonotonicMs() + limitMs;
+  for (std::string answer;;) {
+    while (NextLine(answer)) {
+      const std::string capitals = Capitals(answer);
+      if (capitals == echo) continue;
+      if (capitals == "SET NAK" || capitals == "GET NAK" || capitals == "GET " + std::string(name) + " NAK")
+        return roNak;
+      if (capitals.rfind(name, 0) != 0) continue;
+      if (capitals.size() > name.size() && capitals[name.size()] != ' ') continue;
+      rest = capitals.substr(std::min(capitals.size(), name.size() + 1));
+      return roAck;
+    }
+    const std::uint64_t now = Clock().MonotonicMs();
+    const bool cancelled = FCancelled.load(std::memory_order_acquire);
+    if (cancelled || now >= end) {
+      Close();
+      return cancelled ? roClosed : roSilent;
+    }
+    if (!FTcp->WaitReadable(static_cast<std::uint32_t>(std::min<std::uint64_t>(end - now, kSliceMs)))) continue;
+    std::array<std::uint8_t, 1024> buffer;
+    const int got = FTcp->Receive(buffer);
+    if (got == 0 || FReceived.size() > kLongestLine) {
+      Close();
+      return roClosed;
+    }
+    if (got > 0) FReceived.append(reinterpret_cast<const char*>(buffer.data()), static_cast<std::size_t>(got));
+  }
+}
+
+// Lines end "\r\n" or "\n\r"; empty ones are none.
+bool TRshClient::NextLine(std::string& line) {
+  for (;;) {
+    const std::size_t end = FReceived.find_first_of("\r\n");
+    if (end == std::string::npos) return false;
+    line = FReceived.substr(0, end);
+    FReceived.erase(0, end + 1);
+    while (!line.empty() && line.back() == ' ') line.pop_back();
+    if (!line.empty()) return true;
+  }
+}
+
+}  // namespace ixocamglue
