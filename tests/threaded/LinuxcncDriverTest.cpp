@@ -1,0 +1,345 @@
+// The driver `linuxcnc` against a LinuxCNC that answers as the real one does, and as a broken one. Real time.
+#include <gmock/gmock.h>
+
+#include "fixture/FakeLinuxcnc.h"
+#include "fixture/Waiting.h"
+#include "ixocamglue/platform/ports/CutStates.h"
+#include "ixocamglue/platform/states/NcWatch.h"
+#include "machines/linuxcnc/Axes.h"
+#include "machines/linuxcnc/Follower.h"
+#include "machines/linuxcnc/Pins.h"
+#include "machines/linuxcnc/Points.h"
+
+namespace ixocamglue::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+constexpr std::int32_t kProcedure = 204;
+
+struct TEvents final : IDriverEvents {
+  void Away(const std::string& why) override {
+    TGuard guard(Lock);
+    Told.push_back(why);
+    AtMs = Clock().MonotonicMs();
+  }
+  void Back() override {
+    TGuard guard(Lock);
+    Told.push_back("back");
+  }
+  std::string Last() {
+    TGuard guard(Lock);
+    return Told.empty() ? "" : Told.back();
+  }
+  TCriticalSection Lock;
+  std::vector<std::string> Told;
+  std::uint64_t AtMs = 0;
+};
+
+class LinuxcncDriver : public testing::Test {
+ protected:
+  LinuxcncDriver() {
+    Beat.KeepDoing(5, [this] {
+      if (Alive) Watch.BeatMs = Clock().MonotonicMs();
+    });
+  }
+  ~LinuxcncDriver() override {
+    Link.End();
+    Beat.End();
+  }
+  void Start() {
+    const TResult<> started = Link.Start();
+    ASSERT_TRUE(started) << started.Problem().Text();
+    Link.OnFrame({});
+  }
+  std::string WhyNot() {
+    const TResult<> started = Link.Start();
+    return started ? "" : started.Problem().Text();
+  }
+  // What a call is refused with.
+  template <class Act>
+  static std::string Refused(const Act& act) {
+    try {
+      act();
+    } catch (const std::runtime_error& error) {
+      return error.what();
+    }
+    return "";
+  }
+  [[nodiscard]] bool Ends(TLncUnit unit) {
+    return Comes([&] { return !Link.Busy(unit); });
+  }
+  // How long until the driver says that LinuxCNC is away, after `act`.
+  template <class Act>
+  std::uint64_t AwayAfter(const Act& act) {
+    const std::uint64_t from = Clock().MonotonicMs();
+    act();
+    EXPECT_TRUE(Comes([&] { return !Link.WhyAway().empty() && Events.Last() != ""; }));
+    return Events.AtMs - from;
+  }
+
+  TNcWatch Watch;
+  TInstalled<TNcWatch> FWatch{Watch};
+  std::atomic<bool> Alive{true};
+  TSideThreads Beat;
+  TFakeLinuxcnc Cnc;
+  TEvents Events;
+  TLncLink Link{Cnc.Config(), Events};
+  TLncMotion Motion{Link};
+  TLncFocus Focus{Link};
+  TLncFollower Follower{Link};
+};
+
+TEST_F(LinuxcncDriver, AMoveIsOneWholeLineAndBusyUntilItsTargetIsReached) {
+  Start();
+  Motion.MoveXY({100.0, 50.0}, 500.0);
+  EXPECT_TRUE(Motion.IsBusy());
+  EXPECT_FALSE(Follower.IsBusy());
+  ASSERT_TRUE(Ends(luXY));
+  EXPECT_NEAR(Motion.GetPos(0), 100.0, TLncLink::kArrivedMm);
+  Focus.MoveFocus(-3.0, 0.0);
+  ASSERT_TRUE(Ends(luFocus));
+  Motion.TurnAxis(2, 0.5, 2.0);
+  ASSERT_TRUE(Ends(luTurn));
+  EXPECT_NEAR(Motion.GetPos(2), 0.5, 1e-3);
+  const TPoint2 round[] = {{110.0, 50.0}, {110.0, 60.0}, {100.0, 50.0}};
+  Motion.MoveCurve(round, 200.0);
+  ASSERT_TRUE(Ends(luXY));
+  EXPECT_THAT(Cnc.Told(), ElementsAre("mode MDI", "mdi G90 G21 G94 G61 G53 G1 X100.0000 Y50.0000 F30000.000",
+                                      "mdi G90 G21 G94 G61 G53 G1 W-3.0000 F6000.000",
+                                      "mdi G90 G21 G94 G61 G53 G1 A180.0000 F43200.000",
+                                      "mdi G90 G21 G94 G61 G53 G1 X110.0000 Y50.0000 F12000.000",
+                                      "mdi G90 G21 G94 G61 G53 G1 X110.0000 Y60.0000 F12000.000",
+                                      "mdi G90 G21 G94 G61 G53 G1 X100.0000 Y50.0000 F12000.000"));
+  EXPECT_NEAR(Cnc.At(laX), 100.0, 1e-9);
+}
+
+TEST_F(LinuxcncDriver, AStopHoldsAtOnceAndLetsGoOnlyAfterTheAbort) {
+  Start();
+  Motion.MoveXY({3000.0, 0.0}, 300.0);
+  ASSERT_TRUE(Comes([&] { return Cnc.At(laX) > 20.0; }));
+  Focus.MoveFocus(5.0, 0.0);  // waits behind it
+  Motion.StopAll(0);
+  ASSERT_TRUE(Comes([&] { return Cnc.Output("inhibit") != 0.0; }, 100));
+  const double at = Cnc.At(laX);
+  EXPECT_TRUE(Motion.IsBusy());
+  ASSERT_TRUE(Ends(luXY));
+  ASSERT_TRUE(Comes([&] { return Cnc.Output("inhibit") == 0.0; }));
+  EXPECT_EQ(Cnc.At(laX), at) << "it went on when it was let go";
+  EXPECT_TRUE(std::ranges::count(Cnc.Told(), "abort"));
+  ASSERT_TRUE(Ends(luFocus));
+  EXPECT_NEAR(Cnc.At(laFocus), 5.0, 1e-9) << "what another port waits for goes on";
+  // A stop of what rests tells LinuxCNC nothing.
+  const auto told = Cnc.Told().size();
+  Motion.StopAll(0);
+  Focus.Stop(1);
+  EXPECT_FALSE(Motion.IsBusy());
+  EXPECT_EQ(Cnc.Told().size(), told);
+}
+
+TEST_F(LinuxcncDriver, AMoveThatEndsElsewhereHasFailedAndSaysWhere) {
+  Start();
+  Motion.MoveXY({1000.0, 0.0}, 200.0);
+  ASSERT_TRUE(Comes([&] { return Cnc.At(laX) > 10.0; }));
+  Cnc.AbortByHand();
+  std::string why;
+  ASSERT_TRUE(Comes([&] { return !(why = Refused([&] { static_cast<void>(Motion.IsBusy()); })).empty(); }));
+  EXPECT_THAT(why, HasSubstr("LinuxCNC has ended the move with X at"));
+  Motion.StopAll(0);
+  ASSERT_TRUE(Ends(luXY));
+  Cnc.ForgetsLines = true;  // acknowledged, and not done
+  Motion.MoveXY({10.0, 0.0}, 200.0);
+  EXPECT_TRUE(Comes([&] { return !Refused([&] { static_cast<void>(Motion.IsBusy()); }).empty(); }));
+}
+
+TEST_F(LinuxcncDriver, WhatIsNotReadyMovesNothingAndSaysWhatIsToBeDone) {
+  Cnc.Estop = true, Cnc.On = false;
+  Start();
+  const auto move = [&] { return Refused([&] { Motion.MoveXY({1.0, 1.0}, 10.0); }); };
+  EXPECT_THAT(move(), HasSubstr("emergency stop"));
+  Cnc.Estop = false;
+  ASSERT_TRUE(Comes([&] { return !Link.Status().Estop; }));
+  EXPECT_THAT(move(), HasSubstr("machine is off"));
+  Cnc.On = true, Cnc.Latch = false;
+  ASSERT_TRUE(Comes([&] { return Link.Status().On && !Link.Hal().IsOn(kPinLatch); }));
+  EXPECT_THAT(move(), HasSubstr("latch in HAL is down"));
+  Cnc.Latch = true, Cnc.Homed = false;
+  ASSERT_TRUE(Comes([&] { return Link.Hal().IsOn(kPinLatch) && !Link.Homed(laX); }));
+  EXPECT_THAT(move(), HasSubstr("jog keys only"));
+  EXPECT_THAT(Refused([&] { Focus.MoveFocus(1.0, 0.0); }), HasSubstr("Focus of LinuxCNC is not homed"));
+  EXPECT_THAT(Refused([&] { Follower.Follow(1.0); }), HasSubstr("Z of LinuxCNC is not homed"));
+  EXPECT_THAT(Cnc.Told(), IsEmpty());
+  Link.NoteState(StateNumber(csJogging));
+  Motion.MoveXY({5.0, 0.0}, 500.0);
+  ASSERT_TRUE(Ends(luXY));
+  EXPECT_THAT(Cnc.Told(), ElementsAre("jog_incr 0 1200.000 5.0000"));
+  EXPECT_EQ(Events.Last(), "");
+}
+
+TEST_F(LinuxcncDriver, TargetsOutsideTheLimitsAndNoNumbersAreRefused) {
+  Start();
+  EXPECT_THAT(Refused([&] { Motion.MoveXY({3001.0, 0.0}, 0.0); }), HasSubstr("X 3001.000 lies outside 0.000 to 3000"));
+  EXPECT_THAT(Refused([&] { Motion.MoveXY({0.0, std::nan("")}, 0.0); }), HasSubstr("Y"));
+  EXPECT_THAT(Refused([&] { Follower.MoveZ(121.0, 0.0); }), HasSubstr("Z 121.000"));
+  EXPECT_THAT(Refused([&] { Follower.Follow(16.0); }), HasSubstr("cannot be followed"));
+  EXPECT_THAT(Refused([&] { Motion.TurnAxis(5, 1.0, 0.0); }), HasSubstr("axis 5"));
+  EXPECT_THAT(Cnc.Told(), IsEmpty());
+}
+
+TEST_F(LinuxcncDriver, FollowingIsGivenBackBeforeZMovesByTheMachine) {
+  Link.OnFrame([&](std::uint64_t now) { Follower.Take(now); });
+  ASSERT_TRUE(Link.Start());
+  Follower.MoveZ(60.0, 0.0);
+  ASSERT_TRUE(Ends(luZ));
+  EXPECT_NEAR(Cnc.At(laZ), -60.0, 1e-9);
+  Follower.Follow(1.0);
+  EXPECT_TRUE(Follower.IsBusy());
+  ASSERT_TRUE(Comes([&] { return !Follower.IsBusy(); }));
+  EXPECT_TRUE(Follower.IsFollowing());
+  EXPECT_NEAR(Follower.GetZ(), 79.0, 0.1);
+  Follower.MoveZ(10.0, 0.0);
+  EXPECT_FALSE(Follower.IsFollowing());
+  ASSERT_TRUE(Ends(luZ));
+  EXPECT_NEAR(Cnc.At(laZ), -10.0, 1e-9);
+  EXPECT_EQ(Cnc.Output("follow") + Cnc.Output("follow-clear"), 0.0);
+  Follower.Follow(1.0);
+  ASSERT_TRUE(Comes([&] { return Cnc.At(laZ) < -20.0; }));
+  Follower.Stop(1);
+  ASSERT_TRUE(Comes([&] { return Cnc.Output("follow") == 0.0 && !Follower.IsBusy(); }));
+  EXPECT_FALSE(Follower.IsFollowing());
+}
+
+TEST_F(LinuxcncDriver, ACalibrationLooksAtTheSensorAndReturns) {
+  Link.OnFrame([&](std::uint64_t now) { Follower.Take(now); });
+  ASSERT_TRUE(Link.Start());
+  const auto calibrate = [&] {
+    Follower.StartCalibrate();
+    EXPECT_TRUE(Comes([&] { return !Follower.IsBusy(); }));
+    return Follower.GetCaliResult();
+  };
+  Follower.MoveZ(30.0, 0.0);
+  ASSERT_TRUE(Ends(luZ));
+  const TNcCaliResult good = calibrate();
+  EXPECT_EQ(good.ErrorType, TSensorJudgement::jeGood);
+  EXPECT_NEAR(good.Cap, 61.1 + 0.4 / 1.1, 0.02);
+  EXPECT_EQ(good.SteadyLv, 1);
+  EXPECT_NEAR(Follower.GetZ(), 30.0, 0.01);
+  Cnc.Wave = 0.1;
+  EXPECT_EQ(calibrate().ErrorType, TSensorJudgement::jeNotSmooth);
+  Cnc.Wave = 0.0, Cnc.Plate = false;
+  EXPECT_EQ(calibrate().ErrorType, TSensorJudgement::jeNoPlate);
+  Follower.StartCalibrate();
+  Follower.Stop(1);
+  ASSERT_TRUE(Comes([&] { return !Follower.IsBusy(); }));
+  EXPECT_EQ(Follower.GetCaliResult().ErrorType, TSensorJudgement::jeInterrupted);
+}
+
+TEST_F(LinuxcncDriver, WhatContradictsTheMachineFileRefusesTheStart) {
+  Cnc.Inches = true;
+  EXPECT_THAT(WhyNot(), HasSubstr("does not count in mm"));
+  Cnc.Inches = false;
+  Cnc.MaxX = 2000.0;
+  EXPECT_TRUE(
+      Comes([&] { return WhyNot().find("the limits of axis X are wider than LinuxCNC's") != std::string::npos; }));
+  TLncConfig wrong = Cnc.Config();
+  Cnc.MaxX = 3000.0;
+  wrong.Rsh.Enable = "wrong";
+  TLncLink refused(wrong, Events);
+  EXPECT_TRUE(Comes([&] { return refused.Start().Problem().Text().find("command it") != std::string::npos; }));
+  wrong.HalSocket += ".none";
+  TLncLink nobody(wrong, Events);
+  EXPECT_THAT(nobody.Start().Problem().Text(), HasSubstr("ixocut-hal does not answer"));
+}
+
+// What the driver says, and what LinuxCNC hears of it, when LinuxCNC goes.
+TEST_F(LinuxcncDriver, LossIsFoundWithinHalfASecondAndNothingBeatsAnyMore) {
+  Start();
+  Link.NoteState(kProcedure);
+  ASSERT_TRUE(Comes([&] { return Cnc.Beats > 5 && Cnc.FeedOverrides() > 2; }));
+  struct TCase {
+    const char* Why;
+    std::function<void()> Lose, Mend;
+  };
+  const TCase cases[] = {
+      {"task is silent", [&] { Cnc.TaskSilent = true; }, [&] { Cnc.TaskSilent = false; }},
+      {"silent", [&] { Cnc.TextSilent = true; }, [&] { Cnc.TextSilent = false; }},
+      {"has closed", [&] { Cnc.CloseText(); }, [] {}},
+      {"ixocut-hal is away", [&] { Cnc.HalSilent = true; }, [&] { Cnc.HalSilent = false; }},
+      {"ixocut-hal is away", [&] { Cnc.CloseHal(); }, [] {}},
+      {"another client commands", [&] { Cnc.StealEnable(); }, [] {}},
+      {"emergency stop", [&] { Cnc.Estop = true, Cnc.On = false; }, [&] { Cnc.Estop = false, Cnc.On = true; }},
+      {"switched off", [&] { Cnc.On = false; }, [&] { Cnc.On = true; }},
+      {"mode AUTO", [&] { Cnc.TakeMode("AUTO"); }, [&] { Cnc.TakeMode("MDI"); }},
+      {"was unhomed", [&] { Cnc.Homed = false; }, [&] { Cnc.Homed = true; }},
+  };
+  for (const TCase& c : cases) {
+    SCOPED_TRACE(c.Why);
+    Motion.MoveXY({Cnc.At(laX) > 1000.0 ? 0.0 : 2000.0, 0.0}, 300.0);
+    ASSERT_TRUE(Comes([&] { return Link.Moving(laX); }));
+    EXPECT_LE(AwayAfter(c.Lose), 1500U);
+    EXPECT_THAT(Events.Last(), HasSubstr(c.Why));
+    EXPECT_THAT(Refused([&] { Motion.MoveXY({1.0, 1.0}, 0.0); }), HasSubstr(c.Why));
+    const std::uint64_t beats = Cnc.Beats;
+    Clock().Sleep(60);
+    EXPECT_LE(Cnc.Beats, beats + 1);
+    c.Mend();
+    Clock().Sleep(30);
+    EXPECT_NE(Events.Last(), "back") << "a procedure still runs";
+    Link.NoteState(0);
+    ASSERT_TRUE(Comes([&] { return Events.Last() == "back"; }));
+    const double rests = Cnc.At(laX);
+    Clock().Sleep(50);
+    EXPECT_EQ(Cnc.At(laX), rests) << "it moves by itself";
+    const auto told = Cnc.Told();
+    EXPECT_EQ(told.back(), "abort");
+    Link.NoteState(kProcedure);
+    ASSERT_TRUE(Comes([&] { return Cnc.Beats > beats + 3; }));
+  }
+}
+
+TEST_F(LinuxcncDriver, NothingBeatsForAStateThreadThatHangs) {
+  Start();
+  ASSERT_TRUE(Comes([&] { return Cnc.Beats > 5; }));
+  Alive = false;
+  Clock().Sleep(400);
+  const std::uint64_t beats = Cnc.Beats;
+  Clock().Sleep(100);
+  EXPECT_EQ(Cnc.Beats, beats);
+  EXPECT_EQ(Events.Last(), "");
+  EXPECT_FALSE(Link.Hal().Value("laser").value_or(1.0));
+}
+
+TEST_F(LinuxcncDriver, PointsArePinsThatAreReadBackAndRearmComesAfterAnAbort) {
+  Start();
+  THalPoint laser(Link, pkOutput, "hal:laser", "laser");
+  THalPoint gap(Link, pkAnalogIn, "hal:gap", "gap");
+  THalPoint rearm(Link, pkOutput, "hal:rearm", "rearm");
+  EXPECT_TRUE(laser.Check());
+  EXPECT_THAT(THalPoint(Link, pkInput, "hal:laser", "laser").Check().Problem().Text(), HasSubstr("another kind"));
+  EXPECT_THAT(THalPoint(Link, pkInput, "hal:none", "none").Check().Problem().Text(), HasSubstr("no pin \"none\""));
+  EXPECT_THAT(HalPointName(pkOutput, "hal:inhibit").Problem().Text(), HasSubstr("by itself"));
+  EXPECT_THAT(HalPointName(pkInput, "coil:3").Problem().Text(), HasSubstr("hal:laser"));
+  laser.Write(1.0);
+  ASSERT_TRUE(Comes([&] {
+    laser.Write(1.0);  // as often as it likes
+    return laser.Settled();
+  }));
+  EXPECT_TRUE(laser.IsOn());
+  EXPECT_NEAR(gap.Read(), 15.0, 0.1);
+  laser.Write(0.0);
+  rearm.Write(1.0);
+  EXPECT_FALSE(rearm.Settled());
+  rearm.Write(0.0);
+  ASSERT_TRUE(Comes([&] { return Cnc.Rearms == 1; }));
+  EXPECT_EQ(Cnc.Told().back(), "abort");
+  Cnc.HalSilent = true;
+  ASSERT_TRUE(Comes([&] { return Events.Last() != ""; }));
+  EXPECT_THROW(laser.Write(1.0), EDeviceAway);
+  EXPECT_NO_THROW(laser.Write(0.0));
+  EXPECT_THROW(static_cast<void>(gap.Read()), EDeviceAway);
+}
+
+}  // namespace
+}  // namespace ixocamglue::test
