@@ -25,10 +25,11 @@ namespace ixocut {
 namespace {
 
 constexpr TAddCommand kCommands[] = {
-    AddServeCommand,   AddRunsCommand,       AddQueueCommand, AddStatusCommand,   AddControlCommands, AddShotCommand,
-    AddRunCommand,     AddProceduresCommand, AddTreeCommand,  AddSweepCommand,    AddSoakCommand,     AddPanelCommand,
-    AddKnobCommand,    AddConfigCommand,     AddInfoCommand,  AddAlarmsCommand,   AddGasCommand,      AddRecordCommand,
-    AddMonitorCommand, AddModbusCommand,     AddLinkCommand,  AddSimulateCommand, AddTokenCommand,    AddTourCommand};
+    AddServeCommand,  AddRunsCommand,     AddQueueCommand,      AddStatusCommand,  AddControlCommands,
+    AddShotCommand,   AddRunCommand,      AddProceduresCommand, AddTreeCommand,    AddSweepCommand,
+    AddSoakCommand,   AddPanelCommand,    AddKnobCommand,       AddConfigCommand,  AddInfoCommand,
+    AddAlarmsCommand, AddGasCommand,      AddRecordCommand,     AddMonitorCommand, AddModbusCommand,
+    AddLinkCommand,   AddSimulateCommand, AddTokenCommand,      AddTourCommand,    AddMachineCommand};
 
 constexpr const char* kOwnLanguage = "zh";  // of the texts in the program itself
 std::string GLanguage = kOwnLanguage;       // what --lang is unless it is given; set before the commands are added

@@ -57,6 +57,7 @@ void AddControlCommands(CLI::App& program, TCommandRun& run);  // stop, pause, c
 void AddRunsCommand(CLI::App& program, TCommandRun& run);
 void AddQueueCommand(CLI::App& program, TCommandRun& run);
 void AddTokenCommand(CLI::App& program, TCommandRun& run);  // and console
+void AddMachineCommand(CLI::App& program, TCommandRun& run);
 void AddTourCommand(CLI::App& program, TCommandRun& run);
 
 // What stands below the options on a command's help page; its texts are passed through Tr by who writes them.

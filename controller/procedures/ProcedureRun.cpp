@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "controller/HostTexts.h"
+#include "controller/LaserLatch.h"
 #include "controller/procedures/Procedures.h"
 #include "ixocamglue/support/Texts.h"
 
@@ -93,6 +94,18 @@ void TProcedureRun::Ready() {
     Watch(Clock().MonotonicMs());
     CheckSignal();
   });
+  SetLatch();
+}
+
+// A source's own latch is down as long as no controller lives. Whoever runs a procedure on a controller of its own has
+// it set before, as the operator of one that stays up does by his reset; what stays latched refuses by itself.
+void TProcedureRun::SetLatch() {
+  constexpr std::uint64_t kSetWithinMs = 3'000;
+  try {
+    if (LatchReason() && FController.ResetLatch())
+      static_cast<void>(WaitFor(kSetWithinMs, [] { return !LatchReason(); }));
+  } catch (const std::exception&) {  // the laser cannot be reached: the procedure says so where it needs one
+  }
 }
 
 void TProcedureRun::Drive(std::shared_ptr<IStateMotion> root, std::uint64_t limitMs, std::uint64_t endWithinMs) {

@@ -54,6 +54,7 @@ class TProcedureRun {
 
   void Watch(std::uint64_t nowMs);
   void CheckSignal();
+  void SetLatch();
   template <class Done>
   bool WaitFor(std::uint64_t limitMs, Done done);
 
