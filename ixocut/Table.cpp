@@ -18,6 +18,13 @@ std::size_t Width(const std::string& text) {
 
 }  // namespace
 
+std::string CsvField(std::string_view text) {
+  if (text.find_first_of(",\"\r\n") == std::string_view::npos) return std::string(text);
+  std::string field = "\"";
+  for (const char c : text) field.append(c == '"' ? 2 : 1, c);
+  return field + '"';
+}
+
 std::vector<std::string> DrawTable(const std::vector<std::vector<std::string>>& rows) {
   std::vector<std::size_t> widths;
   for (const auto& row : rows) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "ixocamglue/platform/comm/HostText.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Locks.h"
 #include "ixocamglue/support/Texts.h"
@@ -11,7 +12,7 @@ namespace ixocontroller {
 
 std::string TLinkAddress::Text() const {
   if (!IsTcp) return Device + " " + Settings;
-  return (Host.find(':') == std::string::npos ? Host : "[" + Host + "]") + ":" + std::to_string(Port);
+  return HostText(Host) + ":" + std::to_string(Port);
 }
 
 // A link that is opened again must not find another device behind its number.

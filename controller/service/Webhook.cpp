@@ -14,6 +14,7 @@
 #include "controller/wire/Listen.h"
 #include "controller/wire/TlsClient.h"
 #include "ixocamglue/platform/comm/Comm.h"
+#include "ixocamglue/platform/comm/HostText.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/SystemError.h"
 #include "ixocamglue/support/Texts.h"
@@ -25,10 +26,6 @@ namespace {
 constexpr std::string_view kSchemes[] = {"http://", "https://"};
 constexpr const char* kSchemePorts[] = {"80", "443"};
 constexpr int kWebhookPollMs = 20;
-
-std::string HostText(const TWebhook& webhook) {
-  return webhook.Host.find(':') == std::string::npos ? webhook.Host : "[" + webhook.Host + "]";
-}
 
 bool IsHostSign(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' || c == '-' || c == '_';
@@ -134,7 +131,7 @@ TResult<> TalkPlainly(TWebhookLine& line, const std::string& request, std::size_
 }  // namespace
 
 std::string TWebhook::Text() const {
-  return std::string(kSchemes[Secure ? 1 : 0]) + HostText(*this) + ":" + Port + Path;
+  return std::string(kSchemes[Secure ? 1 : 0]) + HostText(Host) + ":" + Port + Path;
 }
 
 std::optional<TWebhook> ParseWebhook(std::string_view url) {
@@ -164,11 +161,12 @@ std::optional<TWebhook> ParseWebhook(std::string_view url) {
 TResult<> Post(const TWebhook& webhook, const std::string& json, const std::function<bool()>& ending) {
   TWebhookLine line(RealMs() + kWebhookMs, ending);
   if (const int error = line.Connect(webhook)) return LineProblem(error);
-  const std::string request = Format(
-                                  "POST %s HTTP/1.1\r\nHost: %s:%s\r\nContent-Type: application/json\r\n"
-                                  "Content-Length: %zu\r\nConnection: close\r\n\r\n",
-                                  webhook.Path.c_str(), HostText(webhook).c_str(), webhook.Port.c_str(), json.size()) +
-                              json;
+  const std::string request =
+      Format(
+          "POST %s HTTP/1.1\r\nHost: %s:%s\r\nContent-Type: application/json\r\n"
+          "Content-Length: %zu\r\nConnection: close\r\n\r\n",
+          webhook.Path.c_str(), HostText(webhook.Host).c_str(), webhook.Port.c_str(), json.size()) +
+      json;
   constexpr std::size_t kStatusEnd = sizeof "HTTP/1.1 200" - 1;  // its first line is all that matters
   std::string answer;
   try {

@@ -23,6 +23,7 @@
 #include "controller/service/Lease.h"
 #include "controller/wire/Dispatch.h"
 #include "controller/wire/WireSession.h"
+#include "ixocamglue/platform/comm/HostText.h"
 #include "ixocamglue/platform/services/AppSys.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/platform/services/ThreadTable.h"
@@ -92,11 +93,6 @@ TPeer PeerOf(int fd, const sockaddr_storage& address) {
         asio::ip::address_v4(ntohl(reinterpret_cast<const sockaddr_in*>(&address)->sin_addr.s_addr)).to_string();
   }
   return peer;
-}
-
-// As it stands in a URL.
-std::string HostText(const std::string& address) {
-  return address.find(':') == std::string::npos ? address : "[" + address + "]";
 }
 
 // Answers go out at once, and a machine that has gone is noticed within 15 s.

@@ -8,22 +8,10 @@
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/Texts.h"
+#include "ixocut/Table.h"
 
 namespace ixocut {
 using namespace ixocontroller;
-namespace {
-
-std::string Quoted(const std::string& text) {
-  if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
-  std::string quoted = "\"";
-  for (const char c : text) {
-    if (c == '"') quoted += '"';
-    quoted += c;
-  }
-  return quoted + '"';
-}
-
-}  // namespace
 
 std::string ShownTime(const std::string& stored) {
   const auto moment = ParseMoment(stored);
@@ -50,7 +38,7 @@ std::string AlarmLine(const TAlarmRow& row) {
 
 std::string AlarmCsv(const TAlarmRow& row) {
   std::string line = std::to_string(row.Level);
-  for (const TAlarmColumn& column : AlarmColumns()) line += "," + Quoted(row.*column.Text);
+  for (const TAlarmColumn& column : AlarmColumns()) line += "," + CsvField(row.*column.Text);
   return line;
 }
 

@@ -19,6 +19,7 @@
 
 #include "controller/wire/Listen.h"
 #include "controller/wire/TlsClient.h"
+#include "ixocamglue/platform/comm/HostText.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/JsonText.h"
 #include "ixocamglue/support/SystemError.h"
@@ -130,8 +131,7 @@ std::string MemberText(const nlohmann::ordered_json& body, const char* name) {
 
 std::string HostOf(const TWireAddress& address) {
   if (!address.Socket.empty()) return "localhost";
-  const bool six = address.Host.find(':') != std::string::npos;
-  return (six ? "[" + address.Host + "]" : address.Host) + ":" + std::to_string(address.Port);
+  return HostText(address.Host) + ":" + std::to_string(address.Port);
 }
 
 std::string RandomKey() {

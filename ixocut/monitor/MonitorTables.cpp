@@ -76,13 +76,6 @@ void AddCell(std::string& row, double value) {
   row.append(text, end.ptr);
 }
 
-std::string Quoted(std::string_view text) {
-  if (text.find_first_of(",\"\r\n") == std::string_view::npos) return std::string(text);
-  std::string out = "\"";
-  for (const char c : text) out.append(c == '"' ? 2 : 1, c);
-  return out + '"';
-}
-
 void RefuseOwnSource(const std::string& file, const std::string& target) {
   std::error_code absent;
   if (std::filesystem::equivalent(file, target, absent))
@@ -170,7 +163,7 @@ int ConvertMonitorFile(const std::string& file, const std::string& target, TCons
   std::string row = kTimeColumn;
   for (const auto& [key, series] : recording.Series) {
     columns.push_back({series});
-    row += "," + Quoted(SignalCaption(key, recording.Report.Motors));
+    row += "," + CsvField(SignalCaption(key, recording.Report.Motors));
   }
   std::uint64_t rows = 0;
   for (;;) {
