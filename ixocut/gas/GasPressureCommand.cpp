@@ -66,7 +66,6 @@ int RunPressure(const TPressureOptions& options, std::ostream& out) {
   const std::vector<std::int32_t> gases = AskedGases(options.Gas);
   if (gases.size() != 1) throw EProblem(pbRequest, TProblem{.What = Tr("one gas at a time"), .Where = "--gas"});
   const std::int32_t gas = gases.front();
-  const std::string name = ShownGas(gas);
   const auto bar = ParseNumber<double>(options.Bar);
   if (!bar || !(*bar >= 0.0))
     throw EProblem(pbRequest,
@@ -76,6 +75,7 @@ int RunPressure(const TPressureOptions& options, std::ostream& out) {
   TController machine(options.Options(&console));
   console.SetStart(Clock().MonotonicMs());
 
+  const std::string name = ShownGas(gas);  // the controller has brought the language
   const TGasBranchConfig* const branch = MachineConfig()->GetGasBranch(gas);
   if (!branch) throw EProblem(pbUnusable, Format(Tr("the machine has no branch for %s"), name.c_str()));
   if (*bar > branch->GetMaxPressure())

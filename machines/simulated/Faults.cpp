@@ -49,7 +49,9 @@ constexpr TSimFault kFaults[] = {
      [](TSimMachine& m) { m.Rack().SetSlotInputsStuck(true); }},
     {{"brush.missing", TrMark("there is no brush: cleaning is no use of it")},
      [](TSimMachine& m) { m.Brush().Remove(); }},
-    {{"table.moving", TrMark("a pallet exchange is under way and never ends: no pallet is docked")},
+    {{"table.moving",
+      TrMark(
+          "a pallet exchange is under way and never ends: no pallet is docked, and an alarm forbids laser and motion")},
      [](TSimMachine& m) { m.Table().SetJammed(true); }},
     {{"axes.limit", TrMark("the limit switch X+ is pressed: X and Y do not move")},
      [](TSimMachine& m) { m.Motion().SetLimitPressed(true); }},

@@ -240,6 +240,9 @@ TEST_F(ConfigCommand, ABranchThatStatesNoLimitOrZeroHas16BarEverywhereAndItsFile
     EXPECT_EQ(Program(Format("gas pressure --gas %s --bar 16.1", gas)), 2) << gas;
     EXPECT_EQ(Program(Format("gas pressure --gas %s --bar 16", gas)), 1) << gas;  // no table is in use
   }
+  const TRun english =
+      Ixocut("gas pressure --gas O2 --bar 99 --state . --machine '" + File.string() + "'", "IXOCUT_LANG=en");
+  EXPECT_NE(english.Err.find("the branch of Oxygen"), std::string::npos) << english.Err;
   for (const char* const branch : {"2", "1"}) {
     EXPECT_EQ(Set("AutoCleanHead/CleanGasBranch", branch), 0);
     EXPECT_EQ(Set("AutoCleanHead/CleanGasPressure", "16.1"), 2);
