@@ -129,7 +129,8 @@ const TApiRoute* TApi::Find(std::string_view method, std::string_view path, std:
                             bool& known) {
   static const std::unordered_multimap<std::string_view, const TApiRoute*> spelled = [] {
     std::unordered_multimap<std::string_view, const TApiRoute*> all;
-    for (const TApiRoute& route : Routes()) all.emplace(route.Path, &route);
+    for (const TApiRoute& route : Routes())
+      if (std::string_view(route.Path).find('{') == std::string_view::npos) all.emplace(route.Path, &route);
     return all;
   }();
   const auto [first, last] = spelled.equal_range(path);

@@ -95,6 +95,7 @@ TEST_F(JobsApi, RunsAreListedComparedAndFollowedAcrossARestart) {
   EXPECT_EQ(trend.at("runs").size(), 2U);
   EXPECT_GT(trend.at("medianMs"), 0);
   EXPECT_EQ(Ask("GET", "runs/99").Status, 404);
+  EXPECT_EQ(Ask("GET", "runs/{id}").Status, 400);
   EXPECT_EQ(Ask("GET", "runs/one").Status, 400);
   EXPECT_EQ(Ask("GET", "runs?limit=0").Status, 400);
   EXPECT_EQ(Ask("GET", "runs/compare?a=1").Status, 400);
