@@ -169,8 +169,9 @@ void THalServer::Accept() {
 void THalServer::Hear(TClient& client) {
   char bytes[4096];
   const auto count = recv(client.Fd, bytes, sizeof bytes, 0);
+  const bool failed = count < 0 && errno != EAGAIN && errno != EINTR;
   NoteStall();  // held up in front of or in this very call
-  if (count == 0 || (count < 0 && errno != EAGAIN && errno != EINTR)) client.Gone = true;
+  if (count == 0 || failed) client.Gone = true;
   if (count > 0) client.Lines.Add({bytes, static_cast<std::size_t>(count)});
   while (!client.Bye && !client.Gone) {
     const auto line = client.Lines.Next();
