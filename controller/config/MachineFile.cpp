@@ -25,9 +25,11 @@ TMachineBounds BoundsOf(const TConfigSection& root, std::span<const TMachineFact
 
 TWholeConfig::TWholeConfig(std::span<const TMachineFactory> machines) {
   for (const TMachineFactory& machine : machines)
-    for (const TMachineSection& section : machine.Sections)
-      if (std::ranges::find(FDrivers, section.Name, &TOwn::Name) == FDrivers.end())
-        FDrivers.push_back({section.Name, section.Make()});
+    for (const TMachineSection& section : machine.Sections) {
+      if (std::ranges::find(FDrivers, section.Name, &TOwn::Name) != FDrivers.end()) continue;
+      FDrivers.push_back({section.Name, section.Make()});
+      FDrivers.back().Record->AddNothingEmpty();
+    }
   AddSubConfig("Alarms", FAlarms);
   AddSubConfig(kKeyDefinitionSection, FKeys);
   AddCamSections(*this, FCam);

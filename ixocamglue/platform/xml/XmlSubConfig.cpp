@@ -241,6 +241,19 @@ class TLoadPublisher final : public TFieldPublisher<TLoadPublisher> {
   int FPublished = 0;
 };
 
+namespace {
+
+// Whether its element would be empty in a new file.
+bool SaysNothing(TXmlSubConfig& record) {
+  pugi::xml_document document;
+  TXmlContext context;
+  const pugi::xml_node element = document.append_child("x");
+  record.SaveToXmlNode({element.internal_object(), &context});
+  return !element.first_attribute() && !element.first_child();
+}
+
+}  // namespace
+
 class TSavePublisher final : public TFieldPublisher<TSavePublisher> {
  public:
   TSavePublisher(TXmlSubConfig& record, TXmlNode node) : FRecord(record), FNode(node), FElement(node) {}
@@ -261,6 +274,8 @@ class TSavePublisher final : public TFieldPublisher<TSavePublisher> {
 
   void Child(TPropName name, TXmlSubConfig& child) override {
     auto* const entry = FElement.Element(name);
+    if (FRecord.FSparse) child.AddNothingEmpty();
+    if (!entry && child.FSparse && SaysNothing(child)) return;
     if (entry) FElement.Rename(*entry, name.Text);
     const auto element = entry ? entry->Element : FElement.AppendElement(name.Text);
     child.SaveToXmlNode({element.internal_object(), &FNode.Context()});

@@ -199,6 +199,9 @@ class TXmlSubConfig {
     return {};
   }
 
+  // From now on a save adds the element of this record, and those of what belongs to it, only where there is something
+  // to say: for a section that most files do not have.
+  void AddNothingEmpty() { FSparse = true; }
   // After a save has reached the disk: the elements of the lists are now numbered as the lists are.
   void Settle();
 
@@ -225,6 +228,7 @@ class TXmlSubConfig {
   [[nodiscard]] std::string ReadNamed(std::string_view name, bool& found) const;
 
   std::int32_t FOrdinal = -1;  // which of its list's elements it came from
+  bool FSparse = false;
   std::unique_ptr<TExtras> FExtras;
 };
 
