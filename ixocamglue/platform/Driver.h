@@ -133,6 +133,8 @@ struct TDriverFactory {
   // connection that is back does it. Arm makes the device ready to move and moves nothing; Home homes its axes.
   std::function<TResult<>(const TConfigSection& root)> Arm = {};
   std::function<TResult<>(const TConfigSection& root)> Home = {};
+  // Adds what a file that names this driver says wrongly of it, without connecting. Null: its sections' bounds are all.
+  std::function<void(const TConfigSection& root, std::vector<TProblem>& problems)> Check = {};
 };
 
 }  // namespace ixocamglue

@@ -1,6 +1,7 @@
 #include "machines/composed/Devices.h"
 
 #include <algorithm>
+#include <set>
 
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Nearest.h"
@@ -151,7 +152,10 @@ class TDeviceCheck {
   // Null, with a problem, for a name that is no driver.
   const TDriverFactory* Driver(const TConfigSection& section, const std::string& name) {
     const auto it = std::ranges::find(FDrivers, name, &TDriverFactory::Name);
-    if (it != FDrivers.end()) return &*it;
+    if (it != FDrivers.end()) {
+      FNamed.insert(&*it);
+      return &*it;
+    }
     TNearestName nearest(name);
     std::string known;
     for (const TDriverFactory& driver : FDrivers) {
@@ -194,6 +198,16 @@ class TDeviceCheck {
       FProblems.back().Remedy = good.Problem().Remedy;
     }
   }
+  // What those that are named say of the file; what was said before is not said again.
+  void Drivers() {
+    for (const TDriverFactory* const driver : FNamed) {
+      if (!driver->Check) continue;
+      std::vector<TProblem> own;
+      driver->Check(FRoot, own);
+      for (TProblem& problem : own)
+        if (std::ranges::find(FProblems, problem) == FProblems.end()) FProblems.push_back(std::move(problem));
+    }
+  }
   void Add(const TConfigSection& section, std::string_view property, const std::string& value, const std::string& why) {
     FProblems.push_back(ProblemAt(section, property, value, why));
   }
@@ -202,6 +216,7 @@ class TDeviceCheck {
   const TConfigSection& FRoot;
   const std::span<const TDriverFactory> FDrivers;
   std::vector<TProblem>& FProblems;
+  std::set<const TDriverFactory*> FNamed;
 };
 
 void CheckLaser(TDeviceCheck& check, const TConfigSection& section, const TLaserDevice& laser) {
@@ -293,6 +308,7 @@ void ReadDevices(const TConfigSection& root, std::span<const TDriverFactory> dri
   CheckPorts(check, section, "Output", pkOutput, devices.Outputs, &machine.Outports);
   CheckPorts(check, section, "AnalogIn", pkAnalogIn, devices.AnalogIns, nullptr);
   CheckPorts(check, section, "AnalogOut", pkAnalogOut, devices.AnalogOuts, nullptr);
+  check.Drivers();
   machine.Followers = devices.SecondFollower.Driver.empty() ? 1 : 2;
 }
 

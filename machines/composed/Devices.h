@@ -86,7 +86,7 @@ class TPointDevice : public TXmlSubConfig {
   std::string Driver, Address;
 };
 
-// What lies below the head, for who looks ahead.
+// What lies below the head, for who looks ahead; without an area it is all that X and Y reach.
 class TTableDevice : public TXmlSubConfig {
  public:
   void Publish(TPublisher& p) override;

@@ -122,7 +122,7 @@ IMachinePoint* TDriverSet::Point(TPointKind kind, const std::string& address, co
   TSlot& slot = Slot(name.Driver);
   IMachinePoint* point = slot.Driver->Point(kind, name.Address).OrThrow(pbUnusable);
   if (name.Inverted) point = FInverted.emplace_back(std::make_unique<TInvertedPoint>(*point)).get();
-  FPoints.push_back({std::move(label), &slot, name.Address, kind, point});
+  if (!label.empty()) FPoints.push_back({std::move(label), &slot, name.Address, kind, point});
   return point;
 }
 

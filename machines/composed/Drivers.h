@@ -33,7 +33,8 @@ class TDriverSet {
   // --- while the machine is made ---
   // The driver of this name, made at its first use. Throws EProblem (pbUnusable).
   IMachineDriver& Driver(const std::string& name);
-  // The point at a device's address, which is shown under `label`; null for none. Throws EProblem (pbUnusable).
+  // The point at a device's address, which is shown under `label` (empty: under another one); null for none. Throws
+  // EProblem (pbUnusable).
   IMachinePoint* Point(TPointKind kind, const std::string& address, const std::string& driver, std::string label);
   // The driver tells of its laser or gas by itself from now on.
   void TellsLaser(const std::string& name);

@@ -115,8 +115,7 @@ void TComposedMachine::MakeGas(const TDevicesRecord& devices, const TMachineBoun
       line.HasVolt = branch.DAPort != 0;
       for (const auto& out : devices.AnalogOuts)
         if (line.HasVolt && out->Number == branch.DAPort)
-          line.VoltPoint = FDrivers.Point(pkAnalogOut, out->Address, out->Driver,
-                                          Format(Tr("gas %d voltage, analogue output %d"), each->GasType, out->Number));
+          line.VoltPoint = FDrivers.Point(pkAnalogOut, out->Address, out->Driver, {});
     }
     lines.push_back(line);
   }
@@ -128,22 +127,23 @@ void TComposedMachine::MakeGas(const TDevicesRecord& devices, const TMachineBoun
 }
 
 void TComposedMachine::MakePorts(const TDevicesRecord& devices, const TMachineBounds& machine) {
-  const auto label = [](const char* text, const TPointDevice& port, const std::vector<TPortConfig>& names) {
+  const auto name = [](const TPointDevice& port, const std::vector<TPortConfig>& names) {
     const auto named = std::ranges::find(names, port.Number, &TPortConfig::Number);
-    return Format("%s %d%s%s", text, port.Number, named != names.end() && !named->Name.empty() ? " " : "",
-                  named == names.end() ? "" : named->Name.c_str());
+    return named == names.end() ? std::string() : named->Name;
   };
-  for (const auto& port : devices.Inputs)
-    FPorts.AddInput(port->Number,
-                    *FDrivers.Point(pkInput, port->Address, port->Driver, label(Tr("input"), *port, machine.Inports)));
-  for (const auto& port : devices.Outputs)
-    FPorts.AddOutput(port->Number, *FDrivers.Point(pkOutput, port->Address, port->Driver,
-                                                   label(Tr("output"), *port, machine.Outports)));
+  for (const auto& port : devices.Inputs) {
+    std::string label = Format(Tr("input %d %s"), port->Number, name(*port, machine.Inports).c_str());
+    FPorts.AddInput(port->Number, *FDrivers.Point(pkInput, port->Address, port->Driver, std::move(label)));
+  }
+  for (const auto& port : devices.Outputs) {
+    std::string label = Format(Tr("output %d %s"), port->Number, name(*port, machine.Outports).c_str());
+    FPorts.AddOutput(port->Number, *FDrivers.Point(pkOutput, port->Address, port->Driver, std::move(label)));
+  }
   // Those that nothing else of the machine uses are looked at by who commissions it.
   for (const auto& port : devices.AnalogIns)
-    FDrivers.Point(pkAnalogIn, port->Address, port->Driver, label(Tr("analogue input"), *port, {}));
+    FDrivers.Point(pkAnalogIn, port->Address, port->Driver, Format(Tr("analogue input %d"), port->Number));
   for (const auto& port : devices.AnalogOuts)
-    FDrivers.Point(pkAnalogOut, port->Address, port->Driver, label(Tr("analogue output"), *port, {}));
+    FDrivers.Point(pkAnalogOut, port->Address, port->Driver, Format(Tr("analogue output %d"), port->Number));
 }
 
 TResult<> TComposedMachine::Connect() {
@@ -324,6 +324,10 @@ TMachineFactory ComposedMachine(std::vector<TDriverFactory> drivers) {
     if (devices.Table.Z > 0.0) {
       limits.TableZ = devices.Table.Z;
       limits.Table = devices.Table.Area;
+      const TMachineBounds& machine = limits.Bounds;
+      if (limits.Table.Max.X <= limits.Table.Min.X || limits.Table.Max.Y <= limits.Table.Min.Y)
+        limits.Table = {{machine.X.SoftLimitNeg, machine.Y.SoftLimitNeg},
+                        {machine.X.SoftLimitPos, machine.Y.SoftLimitPos}};
     }
     return limits;
   };

@@ -66,6 +66,7 @@ bool Fits(const TSimConfig& config, TPointKind kind, const TSimAddress& address)
       break;
     case pkAnalogIn: return address.Kind == "bar" && has(config.GasBranches, &TSimGasBranch::GasType);
     case pkAnalogOut:
+      if (address.Kind == "set") return has(config.GasBranches, &TSimGasBranch::GasType);
       return address.Kind == "da" && address.Number > 0 && has(config.GasBranches, &TSimGasBranch::DAPort);
   }
   return address.Kind == "laser" &&
@@ -78,7 +79,7 @@ TProblem NoSuchPoint(TPointKind kind, std::string_view address) {
     case pkInput: like = "in:1, laser:confirmed, laser:lit, laser:ok"; break;
     case pkOutput: like = "out:1, valve:2, laser:emission, laser:beam, laser:aiming, laser:trip, laser:rearm"; break;
     case pkAnalogIn: like = "bar:2"; break;
-    case pkAnalogOut: like = "da:34"; break;
+    case pkAnalogOut: like = "da:34, set:2"; break;
   }
   return {.What = Tr("the simulated machine has no such point"),
           .Where = std::string(address),
@@ -147,48 +148,18 @@ class TSimDriver final : public IMachineDriver {
   }
 
   std::vector<TPortFacts> Ports() override {
-    const TMachineSnapshot now = FMachine.Snapshot();
-    const TSimConfig& config = FMachine.Config();
     std::vector<TPortFacts> ports;
-    const auto axis = [&](const char* name, double mm, const TSimAxisConfig& limits) {
-      ports.push_back({.Port = name,
-                       .Value = Format("%.3f mm", mm),
-                       .AgeMs = 0,
-                       .Limits = Format("%g..%g mm", limits.SoftLimitNeg, limits.SoftLimitPos),
-                       .Warning = {},
-                       .Readable = true});
-    };
-    if (FHas.Axes) {
-      axis("X", now.Pos.X, config.X);
-      axis("Y", now.Pos.Y, config.Y);
+    for (TMachinePort& port : FMachine.PortFacts()) {
+      const std::string& name = port.Facts.Port;
+      const bool axes = name == "X" || name == "Y";
+      const bool z = name == "Z" || name == "Z2";
+      const bool has = (axes && FHas.Axes) || (z && (FHas.Axes || FHas.Follower)) || (name == "Focus" && FHas.Focus) ||
+                       (name == "laser" && FHas.Laser) || (name.starts_with("gas:") && FHas.Gas) ||
+                       (name == "pallets" && FHas.Pallets);
+      if (has) ports.push_back(std::move(port.Facts));
     }
-    if (FHas.Axes || FHas.Follower) axis("Z", now.Z, config.Z);
-    if (FHas.Focus) axis("Focus", now.Focus, config.Focus);
-    if (FHas.Laser)
-      ports.push_back(
-          {.Port = "laser", .Value = now.Laser ? "1" : "0", .AgeMs = 0, .Limits = {}, .Warning = {}, .Readable = true});
-    if (FHas.Gas)
-      for (const TSimGasBranch& branch : config.GasBranches)
-        ports.push_back({.Port = Format("gas:%d", branch.GasType),
-                         .Value = branch.GasType == now.GasBranch ? Format("%.2f bar", now.GasBar) : std::string(),
-                         .AgeMs = 0,
-                         .Limits = Format("0..%g bar", branch.MaxPressure),
-                         .Warning = {},
-                         .Readable = true});
-    if (FHas.Pallets)
-      ports.push_back({.Port = "pallets",
-                       .Value = Format("%d", now.DockedTable),
-                       .AgeMs = 0,
-                       .Limits = {},
-                       .Warning = {},
-                       .Readable = true});
     for (const auto& [address, point] : FPoints)
-      ports.push_back({.Port = address,
-                       .Value = ValueText(point->Read()),
-                       .AgeMs = 0,
-                       .Limits = {},
-                       .Warning = {},
-                       .Readable = true});
+      ports.push_back({.Port = address, .Value = ValueText(point->Read()), .AgeMs = 0, .Readable = true});
     return ports;
   }
 
@@ -207,7 +178,7 @@ class TSimDriver final : public IMachineDriver {
     const auto made = [](TSimPoint::TRead read, TSimPoint::TWrite write = {}) -> TMade {
       return std::make_unique<TSimPoint>(std::move(read), std::move(write));
     };
-    if (address.Kind == "in") return made([this, number] { return FMachine.Ports().GetInput(number) ? 1.0 : 0.0; });
+    if (address.Kind == "in") return made([this, number] { return FMachine.Ports().InputIsOn(number) ? 1.0 : 0.0; });
     if (address.Kind == "out")
       return made([this, number] { return FMachine.Ports().OutputIsOn(number) ? 1.0 : 0.0; },
                   [this, number](double value) { FMachine.Ports().SwitchOutport(number, value != 0.0); });
@@ -254,6 +225,13 @@ class TSimDriver final : public IMachineDriver {
     if (kind == "bar")
       return std::make_unique<TSimPoint>(
           [&gas, number] { return gas.GetBranch() == number ? gas.ReadPressure() : 0.0; }, TSimPoint::TWrite());
+    if (kind == "set")
+      return std::make_unique<TSimPoint>([&gas, number] { return gas.GetBranch() == number ? gas.GetPressure() : 0.0; },
+                                         [&gas, number](double bar) {
+                                           if (bar == 0.0 && gas.GetBranch() != number) return;
+                                           gas.SelectBranch(number);
+                                           gas.SetPressure(bar);
+                                         });
     const auto& branches = FMachine.Config().GasBranches;
     const std::int32_t type = std::ranges::find(branches, number, &TSimGasBranch::DAPort)->GasType;
     return std::make_unique<TSimPoint>([&volt = FVolts[number]] { return volt; },
@@ -300,7 +278,10 @@ TDriverFactory SimulatedDriver(std::function<void(TSimConfig&)> adjust) {
           .Faults = {SimFaults().begin(), SimFaults().end()},
           .Sections = {{"Simulator", [] { return std::make_unique<TSimulatorRecord>(); }}},
           .CheckPoint = check,
-          .Devices = {"Axes", "Follower", "Focus", "Laser", "Gas", "Pallets"}};
+          .Devices = {"Axes", "Follower", "Focus", "Laser", "Gas", "Pallets"},
+          .Check = [](const TConfigSection& root, std::vector<TProblem>& problems) {
+            (void)TSimConfig::FromRoot(root, problems);
+          }};
 }
 
 }  // namespace ixocamglue

@@ -6,6 +6,7 @@
 #include "ixocamglue/platform/ports/CutCommands.h"
 #include "ixocamglue/platform/states/NcState.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 #include "machines/simulated/Faults.h"
 
 namespace ixocamglue {
@@ -183,6 +184,41 @@ TMachineSnapshot TSimMachine::Snapshot() {
   now.FirstCollision = FCore.FirstCollision();
   now.State = GetState();
   return now;
+}
+
+std::vector<TMachinePort> TSimMachine::PortFacts() {
+  const TMachineSnapshot now = Snapshot();
+  std::vector<TMachinePort> ports;
+  const auto add = [&](std::string device, std::string port, std::string value, std::string limits = {}) {
+    ports.push_back({std::move(device), "simulated",
+                     TPortFacts{.Port = std::move(port),
+                                .Value = std::move(value),
+                                .AgeMs = 0,
+                                .Limits = std::move(limits),
+                                .Readable = true}});
+  };
+  const auto axis = [&](const char* name, double mm, const TSimAxisConfig& limits) {
+    add(Format(Tr("axis %s"), name), name, Format("%.3f mm", mm),
+        Format("%g..%g mm", limits.SoftLimitNeg, limits.SoftLimitPos));
+  };
+  axis("X", now.Pos.X, FConfig.X);
+  axis("Y", now.Pos.Y, FConfig.Y);
+  axis("Z", now.Z, FConfig.Z);
+  if (FSecondFollower) axis("Z2", now.Z2, FConfig.Z);
+  axis("Focus", now.Focus, FConfig.Focus);
+  add(Tr("laser"), "laser", now.Laser ? "1" : "0");
+  for (const TSimGasBranch& branch : FConfig.GasBranches)
+    add(Format(Tr("gas %d %s"), branch.GasType, branch.Name.c_str()), Format("gas:%d", branch.GasType),
+        branch.GasType == now.GasBranch ? Format("%.2f bar", now.GasBar) : std::string(),
+        Format("0..%g bar", branch.MaxPressure));
+  add(Tr("pallets"), "pallets", Format("%d", now.DockedTable));
+  for (const TSimPort& port : FConfig.Inports)
+    add(Format(Tr("input %d %s"), port.Number, port.Name.c_str()), Format("in:%d", port.Number),
+        FPorts.InputIsOn(port.Number) ? "1" : "0");
+  for (const TSimPort& port : FConfig.Outports)
+    add(Format(Tr("output %d %s"), port.Number, port.Name.c_str()), Format("out:%d", port.Number),
+        FPorts.OutputIsOn(port.Number) ? "1" : "0");
+  return ports;
 }
 
 TMachineFactory SimulatedMachine(TSimOptions options) {

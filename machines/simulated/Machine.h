@@ -53,6 +53,7 @@ class TSimMachine final : public IMachine, public TNcCutSystem {
   // Axes, head, followers and gas; takes the physics' lock only, which no hanging call holds.
   void StopNow() override;
   TMachineSnapshot Snapshot() override;
+  std::vector<TMachinePort> PortFacts() override;
   bool Inject(std::string_view fault) override;
 
   std::int32_t GetState() override;

@@ -36,14 +36,18 @@ void TSimPorts::SetInputLogic(std::int32_t inport, bool level) {
 
 bool TSimPorts::GetInput(std::int32_t inport) {
   if (!FCore.Gate.Enter("ports", "GetInput", vkRead)) return false;
-  const TSimScope scope(FCore);
-  const auto it = FInputs.find(inport);
-  return it != FInputs.end() && it->second.Level;
+  return InputIsOn(inport);
 }
 
 bool TSimPorts::OutputIsOn(std::int32_t port) {
   const TSimScope scope(FCore);
   return IsOn(port);
+}
+
+bool TSimPorts::InputIsOn(std::int32_t inport) {
+  const TSimScope scope(FCore);
+  const auto it = FInputs.find(inport);
+  return it != FInputs.end() && it->second.Level;
 }
 
 void TSimPorts::SetInput(std::int32_t port, bool level) {

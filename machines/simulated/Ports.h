@@ -29,8 +29,9 @@ class TSimPorts final : public TNcMotionCard, public TNcInputGroup, public TNcDe
   std::int32_t GetAxisCount() override { return 4; }  // X, Y, Z, Focus
   double GetRtGasPressure() override { return FGas.ReadPressure(); }
 
-  // What the output is switched to; false where it is not fitted. Any thread, past the gate.
+  // The level of an output and of an input; false where it is not fitted. Any thread, past the gate.
   [[nodiscard]] bool OutputIsOn(std::int32_t port);
+  [[nodiscard]] bool InputIsOn(std::int32_t inport);
 
   // --- scripts ---
   void SetInput(std::int32_t port, bool level);

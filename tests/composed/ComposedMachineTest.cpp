@@ -1,0 +1,242 @@
+// Devices made of points: what a laser, gas and ports of any driver do, and what happens while one does not answer.
+#include <fstream>
+
+#include <gmock/gmock.h>
+
+#include "controller/Controller.h"
+#include "controller/config/MachineFile.h"
+#include "controller/procedures/Procedures.h"
+#include "fixture/BenchDriver.h"
+#include "fixture/ComposedFile.h"
+#include "fixture/Faults.h"
+#include "fixture/TempDir.h"
+#include "machines/composed/Machine.h"
+#include "machines/simulated/Driver.h"
+#include "machines/simulated/Machine.h"
+#include "verify/PortContracts.h"
+
+namespace ixocamglue::test {
+namespace {
+
+using namespace ixocontroller;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+constexpr const char* kBench =
+    R"(<Laser Driver="bench" EmissionRequest="emission" EmissionConfirmed="confirmed" Beam="beam" BeamOn="lit"
+              Aiming="aiming" LatchOk="ok" Trip="trip" Rearm="rearm" Fault="in:fault"/>
+       <Gas Driver="bench" Supply="!in:empty"><Branch GasType="1" Valve="v1" Pressure="bar1"/>
+         <Branch GasType="2" Valve="v2" SetPoint="set2"/><Branch GasType="3" Valve="v3"/></Gas>
+       <AnalogOut Number="33" Driver="bench" Address="da1"/>
+       <Input Number="4" Driver="bench" Address="in:4"/><Output Number="5" Driver="bench" Address="o5"/>
+       <Pallets Driver="bench" Docked1="in:p1" Docked2="!in:p2"/>)";
+
+class ComposedMachineTest : public testing::Test {
+ protected:
+  ComposedMachineTest() {
+    FOptions.Machines = {ComposedMachine({SimulatedDriver(), BenchDriver(FBench)})};
+    FOptions.MachineFile = File(kBench);
+    FOptions.Language = "en";
+    FOptions.LocaleFolder = ShareFolder() / "locale";
+  }
+  std::filesystem::path File(const std::string& devices, const std::string& branches = {}) {
+    const auto file = FDir.Path() / "machine.xml";
+    std::ofstream(file) << "<MachineConfig><Machine Driver='composed'/><Laser EmissionOnDelay='1000'/><GasBranches>"
+                        << (branches.empty() ? "<GasBranch GasType='1' DAPort='33' MaxPressure='8'/>"
+                                               "<GasBranch GasType='2' DAPort='34' MaxPressure='10'/>"
+                                               "<GasBranch GasType='3' DAPort='0'/>"
+                                             : branches)
+                        << "</GasBranches><Devices>" << devices << "</Devices></MachineConfig>";
+    return file;
+  }
+  // With its latch set, as at the start of a day.
+  TController& Ready() {
+    FController.emplace(FOptions);
+    FController->RunFor(100);
+    EXPECT_THAT(std::string(FittedLaser()->LatchReason()), HasSubstr("own latch"));
+    FController->ResetLatch().OrThrow(pbRefused);
+    FController->RunFor(300);
+    EXPECT_EQ(FittedLaser()->LatchReason(), nullptr);
+    FController->Journal().Clear();
+    return *FController;
+  }
+  std::string Run(const char* procedure, TMotionValues values = {}) {
+    const TProcedure* const row = FindProcedure(procedure);
+    values.resize(row->Params.size());
+    FController->Start(ShareRoot(TMotionCall{row, values, {}}.Make(nullptr))).OrThrow(pbRefused);
+    EXPECT_TRUE(FController->RunToEnd(30'000));
+    const TMotionOutcome outcome = FController->MotionState().Outcome();
+    return outcome.Type == metSuccess ? "success" : outcome.Why + outcome.Fault + outcome.Cause;
+  }
+  void StartShot() {
+    FController->Start(ShareRoot(MakeShot(5000))).OrThrow(pbRefused);
+    for (int i = 0; i < 500 && FBench.Value("lit") == 0.0; ++i) FController->RunPass();
+    ASSERT_EQ(FBench.Value("lit"), 1.0);
+  }
+  std::vector<std::string> Findings(const std::string& devices) {
+    TMachineFile file({ComposedMachine({SimulatedDriver(), BenchDriver(FBench)})});
+    file.Load(File(devices), xdAll);
+    std::vector<std::string> texts;
+    for (const TConfigFinding& finding : file.Findings(file.Config().Document()))
+      texts.push_back(finding.Path + ": " + finding.Text);
+    return texts;
+  }
+
+  TTempDir FDir;
+  TBench FBench;
+  TControllerOptions FOptions;
+  std::optional<TController> FController;
+  TFaultWatch Faults;
+};
+
+TEST_F(ComposedMachineTest, KeepsThePortsContractsWithItsWireCutAndHealed) {
+  FBench.SetLag(30);
+  const auto violations = ixoverify::CheckPortContracts(
+      {.Options = FOptions, .Cut = [this] { FBench.Cut(); }, .Heal = [this] { FBench.Heal(); }});
+  for (const auto& violation : violations) ADD_FAILURE() << violation.Port << ": " << violation.Text;
+}
+
+TEST_F(ComposedMachineTest, OfTheSimulatedDevicesKeepsThePortsContracts) {
+  for (const std::string_view devices : {kOwnDevices, kPointDevices}) {
+    FOptions.MachineFile = WriteMachine(FDir.Path() / "whole.xml", std::string(devices) + PortDevices());
+    for (const auto& violation : ixoverify::CheckPortContracts({.Options = FOptions}))
+      ADD_FAILURE() << violation.Port << ": " << violation.Text;
+  }
+}
+
+TEST_F(ComposedMachineTest, AShotIsLitByItsPointsAndOffOnlyWhenItIsReadBack) {
+  Ready();
+  EXPECT_EQ(Run("shot", {60}), "success");
+  EXPECT_THAT(FController->Journal().Signals().Texts(),
+              ElementsAre("state 204", "emission on", "laser on", "laser off", "emission off", "state 0"));
+  // The outputs stay on for as long as the wire takes.
+  StartShot();
+  FBench.SetLag(400);
+  FController->Framework().Stop();
+  FController->RunFor(100);
+  EXPECT_TRUE(FController->Framework().SafePending());
+  EXPECT_TRUE(FController->Machine().Snapshot().Laser);
+  FController->RunFor(500);
+  EXPECT_FALSE(FController->Framework().SafePending());
+  EXPECT_FALSE(FController->Machine().Snapshot().Laser);
+}
+
+TEST_F(ComposedMachineTest, ALostWireDarkensEndsWhatRunsAndLightsNothingWhenItIsBack) {
+  TController& controller = Ready();
+  StartShot();
+  FBench.Cut();
+  EXPECT_FALSE(controller.Alarms().AllowLaser());
+  EXPECT_TRUE(controller.Alarms().RequireStop());
+  controller.RunFor(200);
+  EXPECT_FALSE(controller.Running());
+  const auto standing = controller.Alarms().Standing();
+  EXPECT_TRUE(std::ranges::any_of(standing, [](const TNcAlarmRecord& alarm) {
+    return alarm.IdPrefix == "TPDriver" && alarm.Desc.find("the wire is cut") != std::string::npos;
+  }));
+  EXPECT_TRUE(controller.Framework().SafePending()) << "nobody knows whether it is dark";
+  EXPECT_THAT(std::string(FittedLaser()->LatchReason()), HasSubstr("did not answer"));
+  FBench.Heal();
+  controller.RunFor(500);
+  EXPECT_TRUE(controller.Alarms().AllowLaser());
+  EXPECT_EQ(FBench.Value("beam") + FBench.Value("emission"), 0.0);
+  EXPECT_FALSE(controller.Framework().SafePending());
+  controller.ResetLatch().OrThrow(pbRefused);
+  controller.RunFor(300);
+  EXPECT_EQ(Run("shot", {60}), "success");
+}
+
+TEST_F(ComposedMachineTest, LostEmissionAFaultAndAFallenLatchEachEndTheBeam) {
+  Ready();
+  StartShot();
+  FBench.Set("in:lost", 1.0);
+  FController->RunFor(200);
+  EXPECT_FALSE(FController->Running());
+  EXPECT_EQ(FBench.Value("beam"), 0.0);
+  FBench.Set("in:lost", 0.0);
+  FController->RunFor(200);
+  EXPECT_EQ(FBench.Value("emission"), 0.0) << "it has to be asked for again";
+
+  StartShot();
+  FBench.Set("in:fault", 1.0);
+  FController->RunFor(200);
+  EXPECT_FALSE(FController->Running());
+  EXPECT_FALSE(FController->Alarms().AllowLaser());
+  FBench.Set("in:fault", 0.0);
+  FController->RunFor(200);
+
+  if (FittedLaser()->LatchReason()) FController->ResetLatch().OrThrow(pbRefused);
+  FController->RunFor(300);
+  StartShot();
+  FBench.Write("trip", 1.0);  // by somebody else
+  FController->RunFor(200);
+  EXPECT_FALSE(FController->Running());
+  EXPECT_EQ(FBench.Value("beam"), 0.0);
+  EXPECT_THAT(std::string(FittedLaser()->LatchReason()), HasSubstr("own latch"));
+}
+
+TEST_F(ComposedMachineTest, PressuresGoOutAsBarByTheTableOrNotAtAll) {
+  Ready();
+  EXPECT_EQ(Run("gas-on", {2, 3.5}), "success");
+  EXPECT_EQ(FBench.Value("v2"), 1.0);
+  EXPECT_EQ(FBench.Value("set2"), 3.5);
+  EXPECT_THAT(FController->Journal().Signals().Texts(), testing::Contains("gas on 2 3.50"));
+  EXPECT_EQ(Run("gas-on", {3, 2}), "success") << "set by hand";
+  EXPECT_EQ(FBench.Value("v2") + FBench.Value("set2"), 0.0) << "what is left is shut";
+  EXPECT_EQ(FBench.Value("v3"), 1.0);
+  EXPECT_NE(Run("gas-on", {1, 2}), "success") << "its valve has no table";
+  TGasBranchConfig& branch = *MachineConfig()->GetGasBranch(1);
+  branch.DAAdjustEnabled = true;
+  branch.DAAdjustTable.Add(0, 1);
+  branch.DAAdjustTable.Add(8, 9);
+  EXPECT_EQ(Run("gas-on", {1, 2}), "success");
+  EXPECT_EQ(FBench.Value("da1"), 3.0);
+  EXPECT_TRUE(FittedGas()->SupplyGood());
+  FBench.Set("in:empty", 1.0);
+  FController->RunFor(20);
+  EXPECT_FALSE(FittedGas()->SupplyGood());
+  EXPECT_EQ(Run("gas-off"), "success");
+  EXPECT_EQ(FBench.Value("v1") + FBench.Value("da1"), 0.0);
+}
+
+TEST_F(ComposedMachineTest, PortsAndPalletsAreThePointsThatTheFileNames) {
+  Ready();
+  EXPECT_EQ(CutSystem()->SwitchTable()->GetValue("DockedTable", 7), 2);
+  FBench.Set("in:p1", 1.0);
+  EXPECT_EQ(CutSystem()->SwitchTable()->GetValue("DockedTable", 7), 0) << "both at once";
+  EXPECT_EQ(Run("output-on", {5}), "success");
+  EXPECT_EQ(FBench.Value("o5"), 1.0);
+  EXPECT_THAT(FController->Machine().Snapshot().OutputsOn, ElementsAre(5));
+  FBench.Set("in:4", 1.0);
+  EXPECT_TRUE(DeviceManager()->InputGroup()->GetInput(4));
+  EXPECT_EQ(MotionDriver(), nullptr);
+  EXPECT_EQ(GFollower(), nullptr);
+  const TMachineLimits& limits = FController->Limits();
+  ASSERT_EQ(limits.Bounds.Inports.size(), 1U);
+  EXPECT_EQ(limits.Bounds.Inports.front().Number, 4);
+  const auto ports = FController->Machine().PortFacts();
+  const auto input = std::ranges::find(ports, "in:4", [](const TMachinePort& port) { return port.Facts.Port; });
+  ASSERT_NE(input, ports.end());
+  EXPECT_TRUE(input->Facts.Readable);
+  EXPECT_EQ(input->Facts.Value, "1");
+}
+
+TEST_F(ComposedMachineTest, WhatTheFileNamesWronglyIsToldWithItsPlaceAndWhatWouldBeRight) {
+  EXPECT_THAT(Findings(kBench), IsEmpty());
+  EXPECT_THAT(Findings(R"(<Axes Driver="simulatd"/>)"),
+              ElementsAre(testing::AllOf(HasSubstr("Devices/Axes/Driver"), HasSubstr("did you mean simulated?"))));
+  EXPECT_THAT(Findings(R"(<Axes Driver="bench"/>)"), ElementsAre(HasSubstr("has no Axes of its own")));
+  EXPECT_THAT(Findings(R"(<Laser Driver="bench" Beam="!b"/>)"),
+              ElementsAre(HasSubstr("EmissionRequest: an address is needed"), HasSubstr("cannot be turned round")));
+  EXPECT_THAT(Findings(R"(<Input Number="4" Driver="simulated" Address="bench@no"/>)"),
+              ElementsAre(HasSubstr("the bench has no such point")));
+  EXPECT_THAT(Findings(R"(<Input Number="4" Driver="simulated" Address="out:1"/>)"),
+              ElementsAre(testing::AllOf(HasSubstr("Devices/Input/Address"), HasSubstr("like in:1"))));
+  EXPECT_THAT(Findings(R"(<Gas Driver="bench"><Branch GasType="1" Valve="v"/></Gas>)"),
+              ElementsAre(HasSubstr("no AnalogOut has the number 33")));
+  FOptions.MachineFile = File(R"(<Focus Driver="bench"/>)");
+  EXPECT_THROW(FController.emplace(FOptions), EProblem);
+}
+
+}  // namespace
+}  // namespace ixocamglue::test
