@@ -51,13 +51,13 @@ void AddAlarmsCommand(CLI::App& program, TCommandRun& run);
 void AddPanelCommand(CLI::App& program, TCommandRun& run);
 void AddKnobCommand(CLI::App& program, TCommandRun& run);
 void AddGasCommand(CLI::App& program, TCommandRun& run);
+void AddMachineCommand(CLI::App& program, TCommandRun& run);
 void AddServeCommand(CLI::App& program, TCommandRun& run);
 void AddStatusCommand(CLI::App& program, TCommandRun& run);    // and watch
 void AddControlCommands(CLI::App& program, TCommandRun& run);  // stop, pause, continue, all-off, reset
 void AddRunsCommand(CLI::App& program, TCommandRun& run);
 void AddQueueCommand(CLI::App& program, TCommandRun& run);
 void AddTokenCommand(CLI::App& program, TCommandRun& run);  // and console
-void AddMachineCommand(CLI::App& program, TCommandRun& run);
 void AddTourCommand(CLI::App& program, TCommandRun& run);
 
 // What stands below the options on a command's help page; its texts are passed through Tr by who writes them.

@@ -1,65 +1,118 @@
-// `ixocut machine arm` and `ixocut machine home`: what only a person orders a machine's drivers to do.
+#include "ixocut/machine/MachineCommand.h"
+
 #include <algorithm>
 #include <iostream>
 #include <memory>
 
 #include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
 
-#include "ixocamglue/platform/xml/MachineConfig.h"
+#include "controller/Controller.h"
+#include "ixocamglue/platform/services/Clock.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
-#include "ixocut/CommandLine.h"
 #include "ixocut/ControllerSettings.h"
-#include "ixocut/Machines.h"
+#include "ixocut/Document.h"
+#include "ixocut/Table.h"
 
 namespace ixocut {
+using namespace ixocontroller;
 namespace {
 
-using TOrder = std::function<TResult<>(const TConfigSection&)> TDriverFactory::*;
+constexpr std::uint64_t kFirstValueMs = 3000;  // so long each port may take for its first value
+constexpr std::uint32_t kLookMs = 50;
 
-// Of each driver that the file has a section for, and that has such an order.
-int RunOrder(const TControllerSettings& settings, TOrder order, std::ostream& out) {
-  TMachineConfig config;
-  config.Load(settings.MachineFile()).OrThrow(pbUnusable);
-  const TConfigSection root = config.Root();
-  bool done = false;
-  for (const TDriverFactory& driver : Drivers()) {
-    if (!(driver.*order)) continue;
-    const bool used = std::ranges::any_of(
-        driver.Sections, [&](const TMachineSection& section) { return root.Child(section.Name).Exists(); });
-    if (!used) continue;
-    (driver.*order)(root).OrThrow(pbRefused);
-    out << Format(Tr("%s: done"), driver.Name.c_str()) << '\n';
-    done = true;
+struct TCheckOptions : TControllerSettings {
+  bool Json = false;
+};
+
+bool AllReadable(const std::vector<TMachinePort>& ports) {
+  return std::ranges::all_of(ports, [](const TMachinePort& port) { return port.Facts.Readable; });
+}
+
+nlohmann::ordered_json PortJson(const TMachinePort& port) {
+  const TPortFacts& facts = port.Facts;
+  return {{"device", port.Device},
+          {"driver", port.Driver},
+          {"address", facts.Port},
+          {"readable", facts.Readable},
+          {"value", facts.Value},
+          {"ageMs", facts.AgeMs ? nlohmann::ordered_json(*facts.AgeMs) : nlohmann::ordered_json()},
+          {"limits", facts.Limits},
+          {"warning", facts.Warning}};
+}
+
+std::vector<std::string> PortRow(const TMachinePort& port) {
+  const TPortFacts& facts = port.Facts;
+  return {port.Device.empty() ? "-" : port.Device,
+          port.Driver,
+          facts.Port,
+          facts.Readable ? facts.Value : Tr("not readable"),
+          facts.AgeMs ? Format("%llu", static_cast<unsigned long long>(*facts.AgeMs)) : "-",
+          facts.Limits.empty() ? "-" : facts.Limits,
+          facts.Warning};
+}
+
+// Connects and looks; the state thread does not run, and nothing is commanded.
+int RunCheck(const TCheckOptions& options, std::ostream& out) {
+  TControllerOptions controllerOptions = options.Options();
+  controllerOptions.Realtime = true;
+  TController controller(std::move(controllerOptions));
+  IMachine& machine = controller.Machine();
+  const std::uint64_t end = Clock().MonotonicMs() + kFirstValueMs;
+  std::vector<TMachinePort> ports = machine.PortFacts();
+  for (; !AllReadable(ports) && Clock().MonotonicMs() < end; ports = machine.PortFacts()) Clock().Sleep(kLookMs);
+
+  std::optional<TProblem> problem;
+  const auto silent = std::ranges::count_if(ports, [](const TMachinePort& port) { return !port.Facts.Readable; });
+  if (silent > 0)
+    problem =
+        TProblem{.What = Format(Tr("%zu of %zu ports cannot be read"), static_cast<std::size_t>(silent), ports.size()),
+                 .Where = {},
+                 .Why = Tr("their devices do not answer, or their values are too old"),
+                 .Remedy = Tr("look at power, cable and address of each")};
+  if (options.Json) {
+    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+    for (const TMachinePort& port : ports) list.push_back(PortJson(port));
+    PrintDocument(out, "machine check", {{"driver", controller.Driver()}, {"ports", list}}, problem);
+  } else if (ports.empty()) {
+    out << Format(Tr("The machine \"%s\" tells nothing of its ports.\n"), controller.Driver().c_str());
+  } else {
+    std::vector<std::vector<std::string>> rows{
+        {Tr("device"), Tr("driver"), Tr("address"), Tr("value"), Tr("age ms"), Tr("limits"), Tr("warning")}};
+    for (const TMachinePort& port : ports) rows.push_back(PortRow(port));
+    for (const std::string& line : DrawTable(rows)) out << line << '\n';
+    if (problem) std::cerr << "ixocut machine check: " << problem->Text() << '\n';
   }
-  if (!done)
-    throw EProblem(pbRequest, {.What = Tr("no driver of this machine file takes such an order"),
-                               .Where = settings.MachineFile().string()});
-  return kExitSuccess;
+  return problem ? kExitUnusable : kExitSuccess;
 }
 
 }  // namespace
 
+void AddMachineCheckCommand(CLI::App& machine, TCommandRun& run) {
+  const auto options = std::make_shared<TCheckOptions>();
+  CLI::App* const command =
+      machine.add_subcommand("check", Tr("Connect to the machine and list every port; nothing moves"));
+  AddJsonOption(*command, options->Json);
+  AddMachineOptions(*command, options->Machine, options->State);
+  AddLanguageOption(*command, options->Language);
+  SetHelp(*command, {.Notes = Tr("It is refused while a controller has the machine file."),
+                     .ExitCodes = Tr("0 every port can be read, 1 another controller has the machine, 2 wrong command "
+                                     "line, 3 a port or the machine cannot be used"),
+                     .Examples = {"ixocut machine check", "ixocut machine check --machine machine.xml --json"}});
+  command->callback([options, &run] { run = [options] { return RunCheck(*options, std::cout); }; });
+}
+
 void AddMachineCommand(CLI::App& program, TCommandRun& run) {
-  CLI::App* const machine = program.add_subcommand("machine", Tr("Arm and home what a machine's drivers talk to"));
+  CLI::App* const machine =
+      program.add_subcommand("machine", Tr("Commission a machine: look at its ports, try them, arm and home it"));
   machine->require_subcommand(1);
-  const auto add = [&](const char* name, const char* about, const char* notes, TOrder order, const char* example) {
-    const auto settings = std::make_shared<TControllerSettings>();
-    CLI::App* const command = machine->add_subcommand(name, about);
-    AddControllerSettings(*command, *settings);
-    SetHelp(*command, {.Notes = notes,
-                       .ExitCodes = Tr("0 success, 1 refused, 2 wrong command line, 3 a file cannot be used"),
-                       .Examples = {example}});
-    command->callback(
-        [settings, order, &run] { run = [settings, order] { return RunOrder(*settings, order, std::cout); }; });
-  };
-  add("arm", Tr("Release the emergency stop and switch the machine on"),
-      Tr("Nothing else ever does: neither a start nor a connection that is back. It homes and moves nothing. A "
-         "controller\n"
-         "that runs on the machine loses its command for the moment; it takes it again by itself when nothing runs."),
-      &TDriverFactory::Arm, "ixocut machine arm --machine share/machines/linuxcnc.xml");
-  add("home", Tr("Home all axes"), Tr("The axes move. Stand clear, and have the emergency stop in reach."),
-      &TDriverFactory::Home, "ixocut machine home --machine share/machines/linuxcnc.xml");
+  SetHelp(*machine, {.Notes = {},
+                     .ExitCodes = {},
+                     .Examples = {"ixocut machine check", "ixocut machine try x y", "ixocut machine try output:5"}});
+  AddMachineCheckCommand(*machine, run);
+  AddMachineTryCommand(*machine, run);
+  AddMachineOrderCommands(*machine, run);
 }
 
 }  // namespace ixocut
