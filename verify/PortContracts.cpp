@@ -5,7 +5,7 @@
 #include <cmath>
 #include <future>
 #include <memory>
-#include <optional>
+#include <stdexcept>
 #include <thread>
 
 #include "controller/procedures/ProcedureRun.h"
@@ -20,6 +20,7 @@ namespace {
 
 constexpr double kReachedMm = 0.05;
 constexpr std::uint32_t kRoundMs = 10;
+constexpr std::chrono::seconds kHangs{10};
 constexpr std::int32_t kAtOnce = 1;
 constexpr double kSlowMmPerS = 5.0;
 constexpr const char* kTestTrip = "tripped by the contracts";
@@ -74,21 +75,22 @@ class TContracts {
   template <class Act>
   auto Call(const char* what, Act act) {
     using TValue = decltype(act());
-    std::packaged_task<TValue()> task(std::move(act));
-    std::future<TValue> done = task.get_future();
+    const auto task = std::make_shared<std::packaged_task<TValue()>>(std::move(act));
+    std::future<TValue> done = task->get_future();
     if (!FRig.Options.Realtime) {
-      TNcStateFramework::RunAside([&] { task(); });
+      TNcStateFramework::RunAside([&] { (*task)(); });
       return done.get();
     }
-    std::chrono::steady_clock::duration took{};
-    FController.Framework().RunNext([&] {
+    const auto took = std::make_shared<std::promise<std::chrono::steady_clock::duration>>();
+    auto ended = took->get_future();
+    FController.Framework().RunNext([took, task] {
       const auto start = std::chrono::steady_clock::now();
-      task();
-      took = std::chrono::steady_clock::now() - start;
+      (*task)();
+      took->set_value(std::chrono::steady_clock::now() - start);
     });
-    done.wait();
-    Wait(kRoundMs);  // the pass has ended, and `took` stands
-    const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(took).count();
+    if (ended.wait_for(kHangs) != std::future_status::ready)
+      throw std::runtime_error(Format("%s does not return", what));
+    const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(ended.get()).count();
     if (ms > FRig.CallMs)
       Violated(Format("%s took %lld ms, at most %u", what, static_cast<long long>(ms), FRig.CallMs));
     return done.get();
@@ -143,7 +145,14 @@ class TContracts {
     Expect(Watch().LaserOn.Runs() && Watch().EmissionOn.Runs(), "what is lit is kept in TNcWatch");
     BeamOff();
     Expect(!Watch().EmissionAsked.Runs() && !Watch().LaserAsked.Runs(), "the offs end what TNcWatch keeps as asked");
-    Expect(Within(FRig.AnswerMs, [this] { return Dark(); }), "off is acknowledged by what is read back");
+    bool early = false;
+    const auto dark = [&] {
+      const bool off = !Lit();
+      early = early || (off && FController.Machine().Snapshot().Laser);
+      return off && !Emission();
+    };
+    Expect(Within(FRig.AnswerMs, dark), "off is acknowledged by what is read back");
+    Expect(!early, "off is not acknowledged while the beam is lit");
     Expect(Within(FRig.AnswerMs, [this] { return !Watch().LaserOn.Runs() && !Watch().EmissionOn.Runs(); }),
            "what is dark is kept in TNcWatch");
     TryForbidden();

@@ -48,16 +48,20 @@ struct TDriverSet::TSlot final : IMachineObserver, IDriverEvents {
     Owner.FCore.Context.Observer.Signalled(signal);
   }
 
+  // The alarm first: a beam that is switched on meanwhile finds it, or is found lit.
   void Away(const std::string& why) override {
+    {
+      TGuard guard(Lock);
+      if (Serial == 0) {
+        Serial = Owner.FCore.Context.Alarms.Raise(
+            {.IdPrefix = kAlarmPrefix,
+             .Desc = Format(Tr("the devices of the driver \"%s\" do not answer: %s"), Name.c_str(), why.c_str()),
+             .Id = Number,
+             .Attrs = kAwayAttrs});
+        Owner.FCore.Event("driver", Format("%s away: %s", Name.c_str(), why.c_str()));
+      }
+    }
     Owner.TellAway();
-    TGuard guard(Lock);
-    if (Serial != 0) return;
-    Serial = Owner.FCore.Context.Alarms.Raise(
-        {.IdPrefix = kAlarmPrefix,
-         .Desc = Format(Tr("the devices of the driver \"%s\" do not answer: %s"), Name.c_str(), why.c_str()),
-         .Id = Number,
-         .Attrs = kAwayAttrs});
-    Owner.FCore.Event("driver", Format("%s away: %s", Name.c_str(), why.c_str()));
   }
   void Back() override {
     TGuard guard(Lock);
