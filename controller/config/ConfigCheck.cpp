@@ -284,7 +284,10 @@ void AddFindings(const TXmlDocument& document, const std::vector<TProblem>& prob
   for (const TProblem& problem : problems) {
     const std::size_t offset = places.OffsetOf(problem.Where);
     if (known.contains(offset)) continue;
-    findings.push_back({offset, {}, problem.Where, TProblem{.What = problem.What, .Why = problem.Why}.Text()});
+    findings.push_back({offset,
+                        {},
+                        problem.Where,
+                        TProblem{.What = problem.What, .Why = problem.Why, .Remedy = problem.Remedy}.Text()});
   }
   Settle(document, findings);
 }

@@ -1,7 +1,8 @@
 #include "machines/composed/Drivers.h"
 
 #include <algorithm>
-#include <atomic>
+#include <iterator>
+#include <string_view>
 
 #include "ixocamglue/platform/alarms/NcAlarmManager.h"
 #include "ixocamglue/support/Format.h"
@@ -15,6 +16,12 @@ namespace {
 constexpr const char* kAlarmPrefix = "TPDriver";
 constexpr TNcAlarmAttrs kAwayAttrs =
     naForbidCut | naForbidLaser | naForbidFollower | naForbidHoming | naForbidMove | naRequireStop;
+
+// What a driver's own port is on the machine, where its name says so.
+std::string AxisLabel(const std::string& port) {
+  constexpr std::string_view kAxes[] = {"X", "Y", "Z", "Z2", "Focus"};
+  return std::ranges::find(kAxes, port) == std::end(kAxes) ? std::string() : Format(Tr("axis %s"), port.c_str());
+}
 
 }  // namespace
 
@@ -147,7 +154,7 @@ std::vector<TMachinePort> TDriverSet::PortFacts() const {
     for (const TPortFacts& fact : facts)
       if (std::ranges::none_of(
               FPoints, [&](const TNamed& point) { return point.Slot == slot.get() && point.Address == fact.Port; }))
-        ports.push_back({{}, slot->Name, fact});
+        ports.push_back({AxisLabel(fact.Port), slot->Name, fact});
     for (const TNamed& point : FPoints) {
       if (point.Slot != slot.get()) continue;
       const auto said = std::ranges::find(facts, point.Address, &TPortFacts::Port);
