@@ -97,10 +97,15 @@ class TTryRun {
   static void CheckStop() {
     if (TSignalStop::Asked()) throw EProblem(pbRefused, TProblem{.What = Tr("stopped by hand")});
   }
-  // A procedure with these values, to its end.
-  void Run(const char* procedure, TMotionValues values) {
+  // A procedure with these of its parameters, to its end.
+  using TValues = std::vector<std::pair<std::string_view, double>>;
+  void Run(const char* procedure, const TValues& given) {
     const TProcedure* const row = FindProcedure(procedure);
-    values.resize(row->Params.size());
+    TMotionValues values(row->Params.size());
+    for (const auto& [name, value] : given) {
+      const auto param = std::ranges::find(row->Params, name, &TMotionParam::Name);
+      values.at(static_cast<std::size_t>(param - row->Params.begin())) = value;
+    }
     const TMotionCall call{row, std::move(values), {}};
     for (const TMotionParam& param : row->Params) call.Check(param, FController.Limits().Bounds).OrThrow(pbRefused);
     FController.Start(ShareRoot(call.Make(nullptr))).OrThrow(pbRefused);
@@ -136,9 +141,9 @@ double TargetNear(double at, const TAxisLimits& limits, double step) {
   return at + step >= limits.Neg && at + step <= limits.Pos ? at + step : at - step;
 }
 
-// 1 mm and back, by the procedure of this name whose first values `target` fills.
+// 1 mm and back, by the procedure of this name with these of its parameters.
 TTried Jog(TTryRun& run, const char* procedure, const std::function<double()>& read,
-           const std::function<TMotionValues(double)>& values, double to) {
+           const std::function<TTryRun::TValues(double)>& values, double to) {
   const double from = run.OnState(read);
   run.Run(procedure, values(to));
   const double there = run.OnState(read);
@@ -153,19 +158,20 @@ void AddAxes(TTryRun& run, std::vector<TTry>& tries) {
   if (MotionDriver())
     for (const std::int32_t axis : {0, 1}) {
       const char* const name = axis == 0 ? "X" : "Y";
-      tries.push_back({axis == 0 ? "x" : "y", Format(Tr("axis %s"), name), how, [&run, axis] {
-                         const TPoint2 from = run.OnState([] {
-                           return TPoint2{MotionDriver()->GetPos(0), MotionDriver()->GetPos(1)};
-                         });
-                         const TAxisLimits limits = run.OnState([axis] { return MotionDriver()->GetLimits(axis); });
-                         const double at = axis == 0 ? from.X : from.Y;
-                         return Jog(
-                             run, "move-xy", [axis] { return MotionDriver()->GetPos(axis); },
-                             [from, axis](double to) -> TMotionValues {
-                               return {axis == 0 ? to : from.X, axis == 1 ? to : from.Y, kJogMmPerS};
-                             },
-                             TargetNear(at, limits, kJogMm));
-                       }});
+      tries.push_back(
+          {axis == 0 ? "x" : "y", Format(Tr("axis %s"), name), how, [&run, axis] {
+             const TPoint2 from = run.OnState([] {
+               return TPoint2{MotionDriver()->GetPos(0), MotionDriver()->GetPos(1)};
+             });
+             const TAxisLimits limits = run.OnState([axis] { return MotionDriver()->GetLimits(axis); });
+             const double at = axis == 0 ? from.X : from.Y;
+             return Jog(
+                 run, "move-xy", [axis] { return MotionDriver()->GetPos(axis); },
+                 [from, axis](double to) -> TTryRun::TValues {
+                   return {{"x", axis == 0 ? to : from.X}, {"y", axis == 1 ? to : from.Y}, {"speed", kJogMmPerS}};
+                 },
+                 TargetNear(at, limits, kJogMm));
+           }});
     }
   if (GFollower() || (MotionDriver() && run.OnState([] { return MotionDriver()->HasZ(); })))
     tries.push_back({"z", Format(Tr("axis %s"), "Z"), how, [&run] {
@@ -175,8 +181,8 @@ void AddAxes(TTryRun& run, std::vector<TTry>& tries) {
                            [] { return GFollower() ? GFollower()->GetZLimits() : MotionDriver()->GetZLimits(); });
                        return Jog(
                            run, "move-z", read,
-                           [](double to) -> TMotionValues {
-                             return {to, kJogMmPerS};
+                           [](double to) -> TTryRun::TValues {
+                             return {{"z", to}, {"speed", kJogMmPerS}};
                            },
                            TargetNear(at, limits, -kJogMm));  // up, where there is room
                      }});
@@ -188,8 +194,8 @@ void AddAxes(TTryRun& run, std::vector<TTry>& tries) {
                            run.OnState([] { return CutSystem()->CutHeadCtrl()->GetFocusLimits(); });
                        return Jog(
                            run, "focus", read,
-                           [](double to) -> TMotionValues {
-                             return {to, kJogMmPerS};
+                           [](double to) -> TTryRun::TValues {
+                             return {{"focus", to}, {"speed", kJogMmPerS}};
                            },
                            TargetNear(at, limits, kJogMm));
                      }});

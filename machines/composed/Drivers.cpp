@@ -132,6 +132,11 @@ IMachinePoint* TDriverSet::Point(TPointKind kind, const std::string& address, co
   const TPointName name = PointName(address, driver, FFactories);
   TSlot& slot = Slot(name.Driver);
   IMachinePoint* point = slot.Driver->Point(kind, name.Address).OrThrow(pbUnusable);
+  if (kind == pkOutput || kind == pkAnalogOut) {
+    auto& steady = FSteady[point];
+    if (!steady) steady = std::make_unique<TSteadyPoint>(*point);
+    point = steady.get();
+  }
   if (name.Inverted) point = FInverted.emplace_back(std::make_unique<TInvertedPoint>(*point)).get();
   if (!label.empty()) FPoints.push_back({std::move(label), &slot, name.Address, kind, point});
   return point;

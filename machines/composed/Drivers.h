@@ -66,6 +66,7 @@ class TDriverSet {
   std::vector<IMachineDriver*> FDrivers;  // theirs
   std::vector<TNamed> FPoints;
   std::vector<std::unique_ptr<IMachinePoint>> FInverted;
+  std::map<IMachinePoint*, std::unique_ptr<IMachinePoint>> FSteady;  // one for each output
 };
 
 }  // namespace ixocamglue

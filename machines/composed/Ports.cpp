@@ -110,6 +110,16 @@ void TComposedInportCtrl::Tell(const std::string& text) {
   if (!text.empty()) FCore.Event("inport", text);
 }
 
+// --- TSteadyPoint ---
+
+void TSteadyPoint::Write(double value) {
+  TGuard guard(FLock);
+  if (FLast == value && !FPoint.Settled()) return;
+  FLast.reset();
+  FPoint.Write(value);
+  FLast = value;
+}
+
 // --- TPointPallets ---
 
 std::int32_t TPointPallets::GetValue(const char* name, std::int32_t defValue) {

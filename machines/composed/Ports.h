@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -88,6 +89,22 @@ class TPointPallets final : public TNcSwitchTable {
   TComposedCore& FCore;
   IMachinePoint* const FDocked1;
   IMachinePoint* const FDocked2;
+};
+
+// An output that is not told again what is on its way to it: whoever repeats an off in every pass would put off its
+// acknowledgement for ever. Any thread.
+class TSteadyPoint final : public IMachinePoint {
+ public:
+  explicit TSteadyPoint(IMachinePoint& point) : FPoint(point) {}
+  double Read() override { return FPoint.Read(); }
+  void Write(double value) override;
+  bool Settled() override { return FPoint.Settled(); }
+  std::optional<std::uint64_t> AgeMs() override { return FPoint.AgeMs(); }
+
+ private:
+  IMachinePoint& FPoint;
+  TCriticalSection FLock;  // held over the point's Write, so that the last one told is the last one written
+  std::optional<double> FLast IXO_GUARDED_BY(FLock);
 };
 
 // An input whose level is turned round.
