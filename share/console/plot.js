@@ -105,7 +105,7 @@ export class Plot {
       underlayCallback: (context, area, graph) => {
         for (const band of bands ?? []) {
           const left = Math.round(Math.max(area.x, graph.toDomXCoord(band.from)));
-          const right = Math.min(area.x + area.w, graph.toDomXCoord(band.to));
+          const right = Math.round(Math.min(area.x + area.w, graph.toDomXCoord(band.to)));
           if (right < left || (right === left && !band.alarm)) continue;
           context.save();
           context.fillStyle = style.getPropertyValue(band.alarm ? "--bad" : "--band").trim();

@@ -127,7 +127,7 @@ export class RecordingPlot {
       ...(run.steps ?? []).filter(({level}) => level === 0).map(({startMs, durationMs, number, description}) =>
         ({from: at(run, startMs), to: at(run, startMs + (durationMs ?? 0)), text: number + " " + description})),
       ...run.alarms.map((alarm) =>
-        ({from: at(run, alarm.atMs), to: at(run, alarm.clearedMs ?? run.durationMs), text: alarmText(alarm), alarm: true})),
+        ({from: at(run, alarm.atMs), to: at(run, Math.max(alarm.atMs, alarm.clearedMs ?? run.durationMs)), text: alarmText(alarm), alarm: true})),
     ]);
   }
 
