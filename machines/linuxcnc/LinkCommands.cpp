@@ -12,8 +12,8 @@
 namespace ixocamglue {
 namespace {
 
-constexpr std::uint32_t kSetLimitMs = 350;        // a `set` holds its connection for 100 ms
-constexpr std::uint64_t kLifeAfterMs = 80;        // with the 100 ms that it takes, one in 200 ms
+constexpr std::uint32_t kSetLimitMs = 320;        // a `set` holds its connection for 100 ms
+constexpr std::uint64_t kLifeAfterMs = 70;        // with the 100 ms that it takes, one in 200 ms
 constexpr std::uint64_t kIdleLifeAfterMs = 1000;  // in standby
 constexpr std::uint64_t kModeLimitMs = 1000;
 constexpr std::uint64_t kClearLimitMs = 5000;

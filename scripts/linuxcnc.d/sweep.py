@@ -26,10 +26,10 @@ SEED = 18
 PROCEDURES = [
     ("shot", {"ms": 1500}, 2.6, True),
     ("safe-move", {"x": 2500, "y": 1200, "speed": 1000}, 3.0, False),
-    ("square", {}, 12.0, True),
-    ("change-nozzle", {}, 20.0, False),
-    ("clean-nozzle-manual", {}, 15.0, False),
-    ("auto-calibrate", {}, 8.0, False),
+    ("square", {}, 3.5, True),
+    ("change-nozzle", {}, 18.0, False),
+    ("clean-nozzle-manual", {}, 4.0, False),
+    ("auto-calibrate", {}, 2.5, False),
 ]
 ENDINGS = ("stop", "pause", "alarm", "cut")
 MOMENTS = 10  # of each ending
@@ -165,6 +165,15 @@ def ixocut():
     return os.environ.get("IXOCUT", str(ROOT / "run"))
 
 
+def marked_at(rows):
+    """The row in which the mark was raised; the sampler may still have had rows of an earlier one."""
+    marks = rows["proof_mark"]
+    rises = [i for i, on in enumerate(marks) if on and (i == 0 or not marks[i - 1])]
+    if not rises:
+        raise RuntimeError("the sampler has no row of the mark")
+    return rises[-1]
+
+
 def ms_until(rows, mark, condition):
     """ms from the row of the mark to the first one that fulfils the condition."""
     elapsed = 0.0
@@ -208,10 +217,10 @@ def braking_ms(rows, mark, speed):
 
 
 def end_it(how, served, machine, relay):
-    if how == "stop":
-        served.ask("POST", "/stop", {})
-    elif how == "pause":
-        served.ask("POST", "/pause", {})
+    if how in ("stop", "pause"):
+        answer = served.ask("POST", "/" + how, {})
+        if "detail" in answer:
+            raise RuntimeError(f"{how} is refused: {answer['detail']}")
     elif how == "alarm":
         machine.TextInterface().set("estop on")  # LinuxCNC's own interface: an alarm of the driver
     else:
@@ -223,7 +232,9 @@ def mend(how, served, machine, relay):
         relay.cut = False
     if how == "alarm":
         text = machine.TextInterface()
-        machine.switch_on(text)
+        text.set("estop off")
+        text.set("machine on")
+        machine.until("the machine is on", lambda: machine.signal_value("motion.motion-enabled"))
         text.socket.close()
     served.ready()
 
@@ -248,14 +259,13 @@ def one_point(number, served, machine, relay, sampler, mark):
     sampler.take()
     run = served.start(name, params)
     time.sleep(moment)
+    served.take_lease()  # a pause needs one that has not run out
     mark.set(True)
     end_it(how, served, machine, relay)
     time.sleep(1.5)
     rows = sampler.take()
     mark.set(False)
-    at = next((i for i, on in enumerate(rows["proof_mark"]) if on), None)
-    if at is None:
-        raise RuntimeError("the sampler has no row of the mark")
+    at = marked_at(rows)
     dark = dark_ms(rows, at)
     speed = speed_at(rows, at)
     report = served.outcome(run)
@@ -285,7 +295,7 @@ def one_kill(name, served, machine, relay, sampler, mark):
     time.sleep(1.5)
     rows = sampler.take()
     mark.set(False)
-    at = next(i for i, on in enumerate(rows["proof_mark"]) if on)
+    at = marked_at(rows)
     row = {"point": name, "lit": rows["beam"][at] == 1.0, "dark_ms": dark_ms(rows, at),
            "limit_ms": limit, "words": served.outcome(run).get("words")}
     if what == signal.SIGSTOP:
