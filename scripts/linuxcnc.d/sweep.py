@@ -231,11 +231,13 @@ def mend(how, served, machine, relay):
     if how == "cut":
         relay.cut = False
     if how == "alarm":
-        text = machine.TextInterface()
-        text.set("estop off")
-        text.set("machine on")
-        machine.until("the machine is on", lambda: machine.signal_value("motion.motion-enabled"))
-        text.socket.close()
+        for _ in range(4):  # the driver may take its command back meanwhile
+            text = machine.TextInterface()
+            text.set("estop off")
+            text.set("machine on")
+            text.socket.close()
+            if machine.signal_value("motion.motion-enabled"):
+                break
     served.ready()
 
 
