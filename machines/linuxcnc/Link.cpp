@@ -20,7 +20,7 @@ namespace {
 
 constexpr std::uint64_t kRetryMs = 500;
 constexpr std::uint64_t kStateBeatMs = 200;  // the state thread's silence after which nothing beats any more
-constexpr std::uint32_t kAskLimitMs = 350;   // a `get` takes less than 1 ms
+constexpr std::uint32_t kAskLimitMs = 430;   // a `get` takes less than 1 ms
 constexpr std::uint32_t kAskEveryMs = 10;
 constexpr double kMovedMm = 0.0005;
 constexpr std::uint64_t kRestMs = 50;  // an axis that has not moved for so long rests

@@ -51,8 +51,12 @@ class Procedures(unittest.TestCase):
         lines = ['"$IXOCUT" run safe-move-xyz --x 0 --y 0 --z 0 --realtime --local >/dev/null; '
                  f'"$IXOCUT" run {" ".join(call)} --realtime --journal --local --lang en >{out}/{name} 2>&1; '
                  f'echo "exit $?" >>{out}/{name}' for name, call in PROCEDURES.items()]
-        subprocess.run([SCRIPT, "bash", "-c", "\n".join(lines)], timeout=280, check=True)
-        cls.texts = {name: (out / name).read_text() for name in PROCEDURES}
+        # A LinuxCNC without a realtime kernel that is not given the processor is away: once more, then.
+        for _ in range(2):
+            subprocess.run([SCRIPT, "bash", "-c", "\n".join(lines)], timeout=140, check=True)
+            cls.texts = {name: (out / name).read_text() for name in PROCEDURES}
+            if all(text.rstrip().endswith("exit 0") for text in cls.texts.values()):
+                break
 
     @classmethod
     def tearDownClass(cls):
