@@ -31,6 +31,7 @@ constexpr std::size_t kJournalEntries = 20'000;
 constexpr std::uint32_t kTaskMs = 300;    // for a task that is under way at the end
 constexpr std::uint32_t kFilesMs = 1000;  // and for what a disk still has to take
 constexpr std::uint64_t kBeatMs = 200;    // a state thread that has been silent for longer does not live
+constexpr std::uint64_t kReturnsMs = 50;  // a step that has not returned for longer keeps no stop waiting
 constexpr int kExitHangs = 3;             // as for any device that cannot be used
 constexpr const char* kSource = "TPHost";
 constexpr const char* kAllOffAlarm = "TPAllOff";
@@ -410,12 +411,31 @@ void TService::RunReal() {
   while (RunTasks()) {
     sign.Beat();
     const std::uint64_t now = RealMs();
+    const bool ends = StopPastTheStep();
     Carefully([this] { FRunner.Pass(); });
     if (RoundIsDue(now)) Round();
     const std::uint64_t due = FRoundedMs + RoundEveryMs();
     const std::uint64_t left = due > now ? due - now : 1;
-    WaitForWork((FRunner.Busy() ? std::min(left, kLookEveryMs) : left) * 1000);
+    WaitForWork((ends || FRunner.Busy() ? std::min(left, kLookEveryMs) : left) * 1000);
   }
+}
+
+// The end itself stays the state thread's. True: it is still to come. A step that polls a device within its tick gives
+// signs of life, so it is passes that count.
+bool TService::StopPastTheStep() {
+  const TNcWatch& watch = FController->Framework().Watch();
+  const bool ends = watch.EndPosted.load(std::memory_order_acquire) != nullptr;
+  const std::uint32_t pass = watch.Pass.load(std::memory_order_acquire);
+  const std::uint64_t now = RealMs();
+  if (!ends || pass != FEndingPass) {
+    FEndingPass = pass;
+    FEndingMs = now;
+    FStoppedPast = false;
+  } else if (now > FEndingMs + kReturnsMs && !std::exchange(FStoppedPast, true)) {
+    FStopper->Ask();
+    LogMsg(lkWarning, 0, Tr("the step that stands has not returned: the machine is stopped past it"), kSource);
+  }
+  return ends;
 }
 
 // Passes while machine time is owed, and tasks between any two of them.

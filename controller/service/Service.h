@@ -122,6 +122,8 @@ class TService {
 
   void RunThread(std::promise<void>& ready);
   void RunReal();
+  // What is to end while the state thread does not come back from a step is stopped past it.
+  [[nodiscard]] bool StopPastTheStep();
   void RunVirtual();
   bool RunTasks();  // false: none, and the end was asked for
   void Round();
@@ -166,6 +168,9 @@ class TService {
   std::uint64_t FRoundedMs = 0;  // real time, as FToldMs
   std::string FToldFault;        // of a round
   std::uint64_t FToldMs = 0;
+  std::uint32_t FEndingPass = 0;  // of the state loop, when what is to end was seen first; and since when
+  std::uint64_t FEndingMs = 0;
+  bool FStoppedPast = false;
   std::optional<TDesks> FDesks;
   TLease FLease;
   std::vector<std::function<void(const TLeaseEvent&)>> FLeaseTold;

@@ -1,4 +1,6 @@
 // A controller that stays up, with real threads: stop and all-off, also while the state thread hangs, and its end.
+#include <algorithm>
+
 #include <gmock/gmock.h>
 
 #include "fixture/ServiceWorld.h"
@@ -37,6 +39,26 @@ TEST(ServiceThreaded, AllOffStopsTheMachineWhileTheStateThreadHangs) {
     reset = world.Ask("POST", "reset");
     return reset.Status == 200;
   })) << reset.Body.dump();
+}
+
+TEST(ServiceThreaded, AStopIsMadePastAStepThatDoesNotReturn) {
+  TServiceWorld world(true);
+  world.Machine().LaserDevice().SetEmissionScript(TEmissionScript::Never());
+  (void)world.StartRun({{"name", "waits"}, {"calls", {{{"command", "laser-on"}}, {{"command", "laser-off"}}}}});
+  const auto called = [&](const char* device, const char* verb) {
+    const auto entries = world.Service.Controller().Journal().Entries();
+    return std::ranges::any_of(
+        entries, [&](const TJournalEntry& entry) { return entry.Device == device && entry.Verb == verb; });
+  };
+  ASSERT_TRUE(Comes([&] { return called("laser", "EmissionOn"); }));
+  const std::uint64_t polls = RealMs() + 200;
+  ASSERT_TRUE(Comes([&] { return RealMs() > polls; }));
+  EXPECT_EQ(world.Ask("POST", "stop").Status, 202);
+  EXPECT_TRUE(Comes([&] { return called("machine", "StopNow"); }));
+  EXPECT_FALSE(called("laser", "EmissionOff")) << "the step returns in 5 s only";
+  EXPECT_EQ(world.Report(1)["outcome"], "stopped");
+  EXPECT_TRUE(called("laser", "EmissionOff"));
+  EXPECT_FALSE(world.Service.IsAllOff());
 }
 
 TEST(ServiceThreaded, StopComesThroughFromAnyThreadAndTheEndIsDarkWithinThreeSeconds) {
