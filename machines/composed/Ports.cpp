@@ -1,11 +1,18 @@
 #include "machines/composed/Ports.h"
 
+#include <algorithm>
+#include <cmath>
 #include <limits>
 #include <string_view>
 
 #include "ixocamglue/support/Format.h"
 
 namespace ixocamglue {
+namespace {
+
+constexpr double kReadBackShare = 0.01;  // an analogue output reads back with its steps
+
+}  // namespace
 
 // --- TComposedPorts ---
 
@@ -112,9 +119,16 @@ void TComposedInportCtrl::Tell(const std::string& text) {
 
 // --- TSteadyPoint ---
 
+bool TSteadyPoint::Shows(double value) {
+  const double within = kReadBackShare * std::max(1.0, std::abs(value));
+  bool shows = false;
+  WhereReached([&] { shows = std::abs(FPoint.Read() - value) <= within; });
+  return shows;
+}
+
 void TSteadyPoint::Write(double value) {
   TGuard guard(FLock);
-  if (FLast == value && !FPoint.Settled()) return;
+  if (FLast == value && (!FPoint.Settled() || Shows(value))) return;
   FLast.reset();
   FPoint.Write(value);
   FLast = value;

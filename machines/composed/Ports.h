@@ -91,8 +91,8 @@ class TPointPallets final : public TNcSwitchTable {
   IMachinePoint* const FDocked2;
 };
 
-// An output that is not told again what is on its way to it: whoever repeats an off in every pass would put off its
-// acknowledgement for ever. Any thread.
+// An output that is not told again what is on its way to it or reads back from it: whoever repeats an off in every pass
+// would put off its acknowledgement for ever. Any thread.
 class TSteadyPoint final : public IMachinePoint {
  public:
   explicit TSteadyPoint(IMachinePoint& point) : FPoint(point) {}
@@ -102,6 +102,8 @@ class TSteadyPoint final : public IMachinePoint {
   std::optional<std::uint64_t> AgeMs() override { return FPoint.AgeMs(); }
 
  private:
+  [[nodiscard]] bool Shows(double value);
+
   IMachinePoint& FPoint;
   TCriticalSection FLock;  // held over the point's Write, so that the last one told is the last one written
   std::optional<double> FLast IXO_GUARDED_BY(FLock);
