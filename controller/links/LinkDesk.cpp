@@ -17,6 +17,8 @@
 namespace ixocontroller {
 namespace {
 
+constexpr std::uint32_t kWatchEndsMs = 50;  // between two looks whether a watch has ended
+
 const char* MarkWord(TDoctorMark mark) { return mark == dmGood ? "ok" : mark == dmNote ? "note" : "fault"; }
 
 nlohmann::ordered_json JsonOf(const TConfiguredLink& link) {
@@ -51,6 +53,9 @@ nlohmann::ordered_json DevicesJson() {
 // --- the doctor ---
 
 struct TLinkDesk::TExamination {
+  explicit TExamination(TLinkWatch& before) : Before(before) {}
+
+  TLinkWatch& Before;  // has the link until it is not busy any more
   TConfiguredLink Link;
   TDoctorOptions Options;
   std::string Language;
@@ -63,6 +68,8 @@ struct TLinkDesk::TExamination {
   void Run() {
     pthread_setname_np(pthread_self(), "ixo-doctor");
     const TLanguageScope language(Language);
+    while (Before.Busy() == Link.Name)
+      if (Stop.WaitFor(kWatchEndsMs)) break;
     try {
       Good = ExamineLink(
           Options,
@@ -85,17 +92,38 @@ void TLinkDesk::End() {
   if (FThread.joinable()) FThread.join();
 }
 
-TResult<> TLinkDesk::Examine(const std::string& name, std::uint8_t unit, std::optional<std::uint16_t> addr,
-                             const std::string& language) {
+TResult<TConfiguredLink> TLinkDesk::Free(const std::string& name) const {
   TResult<TConfiguredLink> link = FindLink(ConfiguredLinks(FModbusStoreCfg), name);
-  if (!link) return link.Problem();
+  if (!link) return link;
   if (dynamic_cast<TVirtualClock*>(&Clock()))
     return TProblem{.What = Tr("a link is examined in real time only"),
                     .Remedy = Tr("use \"ixocut link doctor\" with the link's address")};
   if (FExamination && !FExamination->Ended.load(std::memory_order_acquire))
     return TProblem{.What = Format(Tr("the link %s is being examined"), FExamination->Link.Name.c_str())};
+  return link;
+}
+
+TResult<> TLinkDesk::Watch(const std::string& name, TWatched watched) {
+  const TResult<TConfiguredLink> link = Free(name);
+  if (!link) return link.Problem();
+  if (link->InUse && !link->Address.IsTcp)
+    return TProblem{.What = Format(Tr("the machine uses the link %s"), name.c_str()),
+                    .Where = link->Section,
+                    .Why = Tr("a serial line has one master"),
+                    .Remedy = Tr("switch off what goes over it in the machine file, then watch it")};
+  watched.Name = link->Name;
+  watched.Link = link->Address;
+  FWatch.Begin(std::move(watched));
+  return {};
+}
+
+TResult<> TLinkDesk::Examine(const std::string& name, std::uint8_t unit, std::optional<std::uint16_t> addr,
+                             const std::string& language) {
+  const TResult<TConfiguredLink> link = Free(name);
+  if (!link) return link.Problem();
   End();
-  FExamination = std::make_shared<TExamination>();
+  FWatch.End();
+  FExamination = std::make_shared<TExamination>(FWatch);
   FExamination->Link = *link;
   FExamination->Options = {
       .Link = link->Address, .Unit = unit, .Addr = addr.value_or(TDoctorOptions::RegisterOf(link->Address))};

@@ -298,7 +298,10 @@ def ask_wrongly(asker):
 def ask_in_real_time(asker):
     asker.take_lease()
     links = asker.good("GET", "links").get("links", [])
-    asker.good("POST", f"links/{links[0]['name']}/doctor")
+    link = f"links/{links[0]['name']}"
+    for method in ("POST", "GET", "DELETE"):
+        asker.good(method, link + "/watch")
+    asker.good("POST", link + "/doctor")
 
 
 def check_answered(asker):

@@ -237,6 +237,15 @@ TEST_F(DesksApi, TheLogIsReadFromWhereItWasLeftAndALinkIsNotExaminedInVirtualTim
   EXPECT_EQ(Good("GET", "links")["links"][0]["probeRegister"], 7);
   Refused(409, "real time", "POST", "links/modbus-store/doctor");
   Refused(409, "no link", "POST", "links/nothing/doctor");
+  Refused(409, "real time", "POST", "links/modbus-store/watch");
+  Refused(409, "no link", "POST", "links/nothing/watch");
+  Refused(400, "did you mean coils?", "POST", "links/modbus-store/watch", {{"table", "coil"}});
+  Refused(400, "65535", "POST", "links/modbus-store/watch", {{"addr", 65'530}, {"count", 7}});
+  Refused(400, "everyMs", "POST", "links/modbus-store/watch", {{"everyMs", 50}});
+  EXPECT_TRUE(Good("GET", "links/modbus-store/watch")["watched"].is_null());
+  TAsker viewer = TServiceWorld::Operator();
+  viewer.Role = roViewer;
+  Refused(403, "operator", "GET", "links/modbus-store/watch", nullptr, viewer);
 }
 
 TEST(PanelDesk, InTheAltModeAKeySendsItsOtherCommandAndItsLampBlinks) {

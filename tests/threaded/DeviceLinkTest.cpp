@@ -17,10 +17,10 @@
 #include <modbus/modbus.h>
 
 #include "controller/links/LinkDoctor.h"
+#include "fixture/ServingPlc.h"
 #include "ixocamglue/devcomm/Udevthrdcomm.h"
 #include "ixocamglue/platform/comm/Crc.h"
 #include "ixocamglue/platform/comm/FdWait.h"
-#include "machines/simulated/PlcServer.h"
 
 extern char** environ;
 
@@ -74,39 +74,6 @@ class TCable {
   std::thread FThread;
 };
 
-class TServing {
- public:
-  explicit TServing(TPlcFault fault = pfNone) { Plc.Bank.Fault = fault; }
-  ~TServing() {
-    FStop.Ask();
-    if (FThread.joinable()) FThread.join();
-  }
-  std::uint16_t Tcp() {
-    const std::uint16_t port = Plc.ListenTcp(0).OrThrow(pbUnusable);
-    Start();
-    return port;
-  }
-  void Serial(const std::string& device) {
-    Plc.OpenSerial(device, "9600,n,8,1").OrThrow(pbUnusable);
-    Start();
-  }
-  TPlcServer Plc;
-
- private:
-  void Start() {
-    FThread = std::thread([this] { Plc.Run(FStop); });
-  }
-  TStop FStop;
-  std::thread FThread;
-};
-
-TLinkAddress TcpLink(std::uint16_t port) {
-  TLinkAddress link;
-  link.IsTcp = link.TcpFraming = true;
-  link.Host = "127.0.0.1";
-  link.Port = port;
-  return link;
-}
 TLinkAddress SerialLink(const std::string& device) {
   TLinkAddress link;
   link.Device = device;

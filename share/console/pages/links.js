@@ -1,10 +1,12 @@
-// The links to devices: how they are set, when each device was last heard, and what the doctor finds on one.
+// The links to devices: how they are set, when each device was last heard, what the doctor finds on one, and its
+// registers.
 
 import {el, replace} from "../dom.js";
 import {kept} from "../kept.js";
 import {mark, tr} from "../texts.js";
 import {field, loadPage, readAll, table, withControl} from "../widgets.js";
 import {wire} from "../wire.js";
+import {Registers} from "./registers.js";
 
 const kLookMs = 2000;
 const kMarks = {
@@ -22,18 +24,23 @@ class LinksPage {
     this.doctor = el("section", {class: "card"});
     this.found = el("section", {class: "card", role: "status"});
     this.devices = el("section", {class: "card"});
-    replace(root, this.links, el("div", {class: "columns"}, this.doctor, this.found), this.devices);
+    this.registers = new Registers();
+    replace(root, this.links, el("div", {class: "columns"}, this.doctor, this.found), this.registers.node, this.devices);
     this.shown = {};
     this.timer = setInterval(() => this.load().catch(() => {}), kLookMs);  // its age is said by the frame
   }
 
   close() {
     clearInterval(this.timer);
+    this.registers.close();
   }
 
   async load() {
     const {links, devices, examination} = await wire.get("links");
-    this.draw("links", links, () => this.showLinks(links));
+    this.draw("links", links, () => {
+      this.registers.show(links);
+      return this.showLinks(links);
+    });
     this.draw("doctor", links, () => this.showDoctor(links));
     this.draw("found", examination, () => this.showFound(examination));
     const shown = devices.map(({name, state, silentMs}) => ({name, state, silentS: Math.floor(silentMs / 1000)}));
