@@ -53,6 +53,7 @@ class DayTest(fixture.ConsoleTest):
         for number, name in enumerate(("one", "two"), 1):
             self.menu("Recordings")
             self.page.fill("Name", name)
+            self.page.fill("At most", "500")
             self.page.press("Start recording")
             self.page.wait_text(self.page.tr("%s is being recorded").replace("%s", name))
             run = self.start("safe-move", x=str(200 * number), y="100")
