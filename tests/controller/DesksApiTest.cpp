@@ -248,24 +248,13 @@ TEST_F(DesksApi, TheLogIsReadFromWhereItWasLeftAndALinkIsNotExaminedInVirtualTim
   Refused(403, "operator", "GET", "links/modbus-store/watch", nullptr, viewer);
 }
 
-TEST(PanelDesk, InTheAltModeAKeySendsItsOtherCommandAndItsLampBlinks) {
+TEST(PanelDesk, InTheAltModeAKeySendsItsOtherCommand) {
   TServiceWorld world(false, 5.0, {.Example = true});
   const auto command = [](const TApiReply& reply) { return reply.Body["keys"][KeyIndex(CK_RETURN0)]["keyCommand"]; };
   EXPECT_EQ(command(world.Ask("GET", "panel")), 11);
   const TApiReply alt = world.Ask("POST", "panel/alt");
   EXPECT_EQ(alt.Body["alt"], true);
   EXPECT_EQ(command(alt), 13);
-  world.Report(world.StartRun({{"procedure", "safe-move"}, {"params", {{"x", 2500}, {"y", 1200}}}}));
-  world.Ask("POST", "panel/form", {{"form", "Work"}});
-  world.Ask("POST", "panel/press", {{"key", "RETURN0"}, {"press", "a"}, {"atMs", RealMs()}});
-  const auto turns = [&] {
-    std::size_t count = 0;
-    for (const TServiceEvent& event : world.Service.Events().Read(0).Events)
-      if (event.Kind == evLed && std::ranges::count(event.Body()["leds"], "CK_RETURN0") != static_cast<int>(count % 2))
-        ++count;
-    return count;
-  };
-  EXPECT_TRUE(Comes([&] { return turns() >= 3; })) << turns();
   EXPECT_EQ(command(world.Ask("POST", "panel/alt", {{"alt", false}})), 11);
 }
 
