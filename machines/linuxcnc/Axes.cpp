@@ -12,7 +12,6 @@ namespace ixocamglue {
 namespace {
 
 constexpr double kDegrees = 360.0;  // of a turn
-constexpr double kSameMm = 1e-6;
 
 // Whole: what a line before it left in force changes nothing.
 std::string Line(const std::string& target, double perMin) {
