@@ -52,7 +52,6 @@ class LinuxcncDriver : public testing::Test {
   void Start() {
     const TResult<> started = Link.Start();
     ASSERT_TRUE(started) << started.Problem().Text();
-    Link.OnFrame({});
   }
   std::string WhyNot() {
     const TResult<> started = Link.Start();
