@@ -1,5 +1,7 @@
 #include "machines/simulated/Laser.h"
 
+#include <utility>
+
 #include "ixocamglue/platform/services/Clock.h"
 #include "ixocamglue/platform/states/BeamWatch.h"
 
@@ -182,11 +184,14 @@ void TSimLaser::Settle() {
   Watch();
 }
 
+// Changes only: beside a source of another driver this one has nothing to say.
 void TSimLaser::Watch() {
   TNcWatch* const watch = NcWatch();
   if (!watch) return;
-  Lit() ? watch->LaserOn.Begin(FCore.Now()) : watch->LaserOn.End();
-  watch->ShowEmission(Emitting(), FCore.Now());
+  const bool lit = Lit();
+  const bool emitting = Emitting();
+  if (std::exchange(FToldLit, lit) != lit) lit ? watch->LaserOn.Begin(FCore.Now()) : watch->LaserOn.End();
+  if (std::exchange(FToldEmission, emitting) != emitting) watch->ShowEmission(emitting, FCore.Now());
 }
 
 }  // namespace ixocamglue

@@ -95,6 +95,8 @@ class TSimLaser final : public IMachineLaser, public ISimPart {
   bool FShownTrip IXO_GUARDED_BY(FCore.Lock) = false;
   bool FShownEmission IXO_GUARDED_BY(FCore.Lock) = false;
   bool FShownLaser IXO_GUARDED_BY(FCore.Lock) = false;
+  bool FToldLit IXO_GUARDED_BY(FCore.Lock) = false;  // to the watch
+  bool FToldEmission IXO_GUARDED_BY(FCore.Lock) = false;
   std::uint64_t FLitAtMs IXO_GUARDED_BY(FCore.Lock) = 0;  // since when it is shown
 };
 
