@@ -1,4 +1,6 @@
-// `ixocut simulate plc`: the simulated loading PLC on a real TCP port or serial device, to try a master against.
+// `ixocut simulate`: simulated Modbus devices on a real TCP port or serial device, to try a master against.
+#include <algorithm>
+#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -6,11 +8,14 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include "controller/StateFolder.h"
+#include "ixocamglue/platform/xml/MachineConfig.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocut/Document.h"
 #include "ixocut/link/LinkOptions.h"
+#include "machines/simulated/ModbusPlant.h"
 #include "machines/simulated/PlcServer.h"
 
 namespace ixocut {
@@ -24,6 +29,8 @@ struct TSimulateCommand {
   std::uint64_t Unit = 1;
   std::string Misbehave;
   bool Json = false;
+  std::optional<std::filesystem::path> Machine;  // of a plant
+  std::uint64_t Seed = 1;
 };
 
 // As --misbehave lists them.
@@ -39,10 +46,9 @@ constexpr const char* kMisbehaviour = TrMark(
     "  wrong-unit   answers as unit + 1         wrong-crc    a wrong CRC (TCP: protocol identifier)\n"
     "  exception    exception 4 always");
 
-int Run(const TSimulateCommand& command, std::ostream& out) {
-  constexpr const char* kCommand = "simulate plc";
-  const TSignalsBlocked blocked;
-  TPlcServer plc;
+// Carries the device's bytes until Ctrl-C. `device` is what it is called on the first line.
+int Serve(const TSimulateCommand& command, TPlcServer& plc, const char* document, const char* device,
+          std::ostream& out) {
   plc.Bank.Unit = static_cast<std::uint8_t>(command.Unit);
   plc.RtuOverTcp = command.Framing == "rtu";
   for (const TPlcFaultName& fault : kPlcFaults)
@@ -56,9 +62,9 @@ int Run(const TSimulateCommand& command, std::ostream& out) {
     where = link.Text();
   }
   if (command.Json) {
-    PrintDocument(out, kCommand, {{"link", where}, {"unit", command.Unit}}, {}, true);
+    PrintDocument(out, document, {{"link", where}, {"unit", command.Unit}}, {}, true);
   } else {
-    out << Format(Tr("Loading PLC, unit %u, on %s"), static_cast<unsigned>(command.Unit), where.c_str());
+    out << Format(Tr("%s, unit %u, on %s"), device, static_cast<unsigned>(command.Unit), where.c_str());
     if (!command.Misbehave.empty()) out << Format(Tr(", misbehaving: %s"), command.Misbehave.c_str());
     out << Tr("\nEnds with Ctrl-C.") << std::endl;
   }
@@ -68,11 +74,71 @@ int Run(const TSimulateCommand& command, std::ostream& out) {
   std::optional<TProblem> problem;
   if (!stop.Asked()) problem = {.What = Tr("the line was hung up"), .Where = where};
   if (command.Json)
-    PrintDocument(out, kCommand, {{"link", where}, {"answered", plc.Bank.Answered}}, problem, true);
+    PrintDocument(out, document, {{"link", where}, {"answered", plc.Bank.Answered}}, problem, true);
   else
     out << Format(Tr("%llu requests answered\n"), static_cast<unsigned long long>(plc.Bank.Answered));
   if (problem) throw EProblem(pbUnusable, *std::move(problem));
   return kExitSuccess;
+}
+
+int RunPlc(const TSimulateCommand& command, std::ostream& out) {
+  const TSignalsBlocked blocked;
+  TPlcServer plc;
+  return Serve(command, plc, "simulate plc", Tr("Loading PLC"), out);
+}
+
+// What happens in it goes out as it happens: "18250327 laser: beam lit", or a document each.
+int RunMachine(const TSimulateCommand& command, std::ostream& out) {
+  constexpr const char* kCommand = "simulate machine";
+  const TSignalsBlocked blocked;
+  const std::filesystem::path file = command.Machine.value_or(ShareFolder() / "machines" / "modbus.xml");
+  TMachineConfig config;
+  config.Load(file).OrThrow(pbUnusable);
+  std::vector<TProblem> problems;
+  const TSimConfig sim = TSimConfig::FromRoot(config.Root(), problems);
+  if (!problems.empty()) {
+    problems.front().Where = file.string() + ": " + problems.front().Where;
+    throw EProblem(pbUnusable, problems.front());
+  }
+  TModbusPlant plant(sim, command.Seed, [&](std::uint64_t ms, std::string_view text) {
+    if (command.Json)
+      PrintDocument(out, kCommand, {{"ms", ms}, {"happened", text}}, {}, true);
+    else
+      out << ms << ' ' << text << std::endl;
+  });
+  TPlcServer server;
+  server.Bank.Device = &plant;
+  return Serve(command, server, kCommand, Tr("Machine without axes"), out);
+}
+
+// A subcommand with the options that name the link.
+CLI::App& AddDevice(CLI::App& simulate, const char* name, const std::string& description,
+                    const std::shared_ptr<TSimulateCommand>& options,
+                    int (*device)(const TSimulateCommand&, std::ostream&), TCommandRun& run) {
+  CLI::App* const app = simulate.add_subcommand(name, description);
+  CLI::Option* const tcp = AddNumberOption(*app, "--tcp", options->Tcp, 0, 0xFFFF, "",
+                                           Tr("Modbus TCP on this port of 127.0.0.1; 0 takes a free one"));
+  CLI::Option* const serial = app->add_option("--serial", options->Serial, Tr("Modbus RTU on this serial device"))
+                                  ->type_name("DEVICE[,BAUD,PARITY,DATA,STOP]")
+                                  ->excludes(tcp);
+  app->add_option("--framing", options->Framing, Tr("rtu: RTU behind the TCP port, as some gateways have it"))
+      ->check(CLI::IsMember({"rtu", "tcp"}))
+      ->type_name("FRAMING")
+      ->needs(tcp);
+  AddNumberOption(*app, "--unit", options->Unit, 1, 247, "", Tr("Its unit address"))->capture_default_str();
+  std::vector<std::string> names;
+  for (const TPlcFaultName& fault : kPlcFaults) names.emplace_back(fault.Name);
+  app->add_option("--misbehave", options->Misbehave, Tr("How it misbehaves: see below"))
+      ->check(CLI::IsMember(names))
+      ->type_name("HOW");
+  AddJsonOption(*app, options->Json);
+  app->callback([options, tcp, serial, device, app, &run] {
+    options->UseTcp = tcp->count() != 0;
+    if (!options->UseTcp && serial->count() == 0)
+      throw CLI::ValidationError("simulate " + app->get_name(), Tr("one of --tcp PORT and --serial DEVICE is needed"));
+    run = [options, device] { return device(*options, std::cout); };
+  });
+  return *app;
 }
 
 }  // namespace
@@ -81,38 +147,33 @@ void AddSimulateCommand(CLI::App& program, TCommandRun& run) {
   CLI::App* const simulate =
       program.add_subcommand("simulate", Tr("Be a device, for trying a master without hardware"));
   simulate->require_subcommand(1);
-  const auto options = std::make_shared<TSimulateCommand>();
-  CLI::App* const plc = simulate->add_subcommand(
-      "plc", Tr("The loading PLC: 10000 holding registers and 10000 coils over Modbus, shown as inputs too"));
-  CLI::Option* const tcp = AddNumberOption(*plc, "--tcp", options->Tcp, 0, 0xFFFF, "",
-                                           Tr("Modbus TCP on this port of 127.0.0.1; 0 takes a free one"));
-  CLI::Option* const serial = plc->add_option("--serial", options->Serial, Tr("Modbus RTU on this serial device"))
-                                  ->type_name("DEVICE[,BAUD,PARITY,DATA,STOP]")
-                                  ->excludes(tcp);
-  plc->add_option("--framing", options->Framing, Tr("rtu: RTU behind the TCP port, as some gateways have it"))
-      ->check(CLI::IsMember({"rtu", "tcp"}))
-      ->type_name("FRAMING")
-      ->needs(tcp);
-  AddNumberOption(*plc, "--unit", options->Unit, 1, 247, "", Tr("Its unit address"))->capture_default_str();
-  std::vector<std::string> names;
-  for (const TPlcFaultName& fault : kPlcFaults) names.emplace_back(fault.Name);
-  plc->add_option("--misbehave", options->Misbehave, Tr("How it misbehaves: see below"))
-      ->check(CLI::IsMember(names))
-      ->type_name("HOW");
-  AddJsonOption(*plc, options->Json);
-  plc->callback([options, tcp, serial, &run] {
-    options->UseTcp = tcp->count() != 0;
-    if (!options->UseTcp && serial->count() == 0)
-      throw CLI::ValidationError("simulate plc", Tr("one of --tcp PORT and --serial DEVICE is needed"));
-    run = [options] { return Run(*options, std::cout); };
-  });
-  SetHelp(*plc,
+  CLI::App& plc = AddDevice(
+      *simulate, "plc", Tr("The loading PLC: 10000 holding registers and 10000 coils over Modbus, shown as inputs too"),
+      std::make_shared<TSimulateCommand>(), RunPlc, run);
+  SetHelp(plc,
           {.Notes = Tr(kMisbehaviour),
            .ExitCodes = {},
            .Examples = {"ixocut simulate plc --tcp 1502 --misbehave late", "ixocut link doctor --tcp 127.0.0.1:1502"}});
+  const auto options = std::make_shared<TSimulateCommand>();
+  CLI::App& machine =
+      AddDevice(*simulate, "machine",
+                Tr("A cutting machine without its axes over Modbus: laser, gas valves, inputs, outputs, pallets"),
+                options, RunMachine, run);
+  machine
+      .add_option("--machine", options->Machine,
+                  Tr("Machine file that says what is fitted, and how it behaves; without it, the example modbus.xml"))
+      ->type_name("FILE");
+  AddSeedOption(machine, options->Seed);
+  SetHelp(machine,
+          {.Notes = std::string(
+                        Tr("Its addresses stand in docs/drivers.md. What happens in it is written as it happens, with "
+                           "the milliseconds of\nthe system's monotonic clock.\n\n")) +
+                    Tr(kMisbehaviour),
+           .ExitCodes = {},
+           .Examples = {"ixocut simulate machine --tcp 1502", "ixocut serve --machine share/machines/modbus.xml"}});
   SetHelp(*simulate, {.Notes = {},
                       .ExitCodes = {},
-                      .Examples = {"ixocut simulate plc --tcp 1502",
+                      .Examples = {"ixocut simulate plc --tcp 1502", "ixocut simulate machine --tcp 1502",
                                    "ixocut modbus read --tcp 127.0.0.1:1502 --addr 0 --count 4"}});
 }
 

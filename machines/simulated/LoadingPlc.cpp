@@ -33,6 +33,17 @@ const TLimits* LimitsOf(std::uint8_t func) {
   return found == std::end(kLimits) ? nullptr : found;
 }
 
+TPlcTable TableOf(std::uint8_t func) {
+  switch (func) {
+    case 1:
+    case 5:
+    case 15: return ptCoils;
+    case 2: return ptInputs;
+    case 4: return ptInputRegisters;
+    default: return ptRegisters;
+  }
+}
+
 void Append(TBytes& bytes, std::uint16_t word) {
   bytes.push_back(static_cast<std::uint8_t>(word >> 8));
   bytes.push_back(static_cast<std::uint8_t>(word & 0xFF));
@@ -117,30 +128,56 @@ TBytes TLoadingPlc::Execute(std::span<const std::uint8_t> pdu) {
     if (pdu.size() != 7 + data || pdu[6] != data) return exception(3);
   }
   if (func == 5 && Word(pdu, 4) != kCoilOn && Word(pdu, 4) != 0) return exception(3);
-  if (addr + count > (bits ? FBank.Coils.size() : FBank.Registers.size())) return exception(2);
+  if (FBank.Device) FBank.Device->CatchUp();
+  if (!Has(TableOf(func), addr, count)) return exception(2);
   return func <= 4 ? Read(pdu, addr, count) : Write(pdu, addr, count);
 }
 
+bool TLoadingPlc::Has(TPlcTable table, std::size_t addr, std::size_t count) const {
+  if (!FBank.Device)
+    return addr + count <= (table == ptCoils || table == ptInputs ? FBank.Coils.size() : FBank.Registers.size());
+  for (std::size_t i = addr; i < addr + count; ++i)
+    if (!FBank.Device->Has(table, i)) return false;
+  return true;
+}
+
+std::uint16_t TLoadingPlc::Get(TPlcTable table, std::size_t addr) const {
+  if (FBank.Device) return FBank.Device->Get(table, addr);
+  if (table == ptRegisters || table == ptInputRegisters) return FBank.Registers[addr];
+  return FBank.Coils[addr] ? 1 : 0;
+}
+
+void TLoadingPlc::Set(TPlcTable table, std::size_t addr, std::uint16_t value) {
+  if (FBank.Device)
+    FBank.Device->Set(table, addr, value);
+  else if (table == ptRegisters)
+    FBank.Registers[addr] = value;
+  else
+    FBank.Coils[addr] = value != 0;
+}
+
 TBytes TLoadingPlc::Read(std::span<const std::uint8_t> pdu, std::size_t addr, std::size_t count) const {
+  const TPlcTable table = TableOf(pdu[1]);
   TBytes reply(pdu.begin(), pdu.begin() + 2);
   if (pdu[1] <= 2) {
     reply.resize(3 + (count + 7) / 8);
     reply[2] = static_cast<std::uint8_t>(reply.size() - 3);
     for (std::size_t i = 0; i < count; ++i)
-      if (FBank.Coils[addr + i]) reply[3 + i / 8] |= static_cast<std::uint8_t>(1 << i % 8);
+      if (Get(table, addr + i) != 0) reply[3 + i / 8] |= static_cast<std::uint8_t>(1 << i % 8);
     return reply;
   }
   reply.push_back(static_cast<std::uint8_t>(2 * count));
-  for (std::size_t i = 0; i < count; ++i) Append(reply, FBank.Registers[addr + i]);
+  for (std::size_t i = 0; i < count; ++i) Append(reply, Get(table, addr + i));
   return reply;
 }
 
 TBytes TLoadingPlc::Write(std::span<const std::uint8_t> pdu, std::size_t addr, std::size_t count) {
+  const TPlcTable table = TableOf(pdu[1]);
   for (std::size_t i = 0; i < count; ++i) switch (pdu[1]) {
-      case 5: FBank.Coils[addr] = Word(pdu, 4) != 0; break;
-      case 6: FBank.Registers[addr] = Word(pdu, 4); break;
-      case 15: FBank.Coils[addr + i] = (pdu[7 + i / 8] >> i % 8 & 1) != 0; break;
-      default: FBank.Registers[addr + i] = Word(pdu, 7 + 2 * i); break;
+      case 5: Set(table, addr, Word(pdu, 4) != 0 ? 1 : 0); break;
+      case 6: Set(table, addr, Word(pdu, 4)); break;
+      case 15: Set(table, addr + i, pdu[7 + i / 8] >> i % 8 & 1); break;
+      default: Set(table, addr + i, Word(pdu, 7 + 2 * i)); break;
     }
   return {pdu.begin(), pdu.begin() + 6};
 }

@@ -1,6 +1,7 @@
 // The loading PLC as its bus sees it: holding registers (functions 3, 6 and 16) and coils (1, 5 and 15) behind Modbus
-// RTU or TCP; input registers (4) and discrete inputs (2) show the same values. And the ways in which such a device
-// misbehaves. Bytes in, bytes out: who carries them, and when, is the caller's business.
+// RTU or TCP; input registers (4) and discrete inputs (2) show the same values, unless it has a device behind its
+// addresses. And the ways in which such a device misbehaves. Bytes in, bytes out: who carries them, and when, is the
+// caller's business.
 #pragma once
 
 #include <cstdint>
@@ -62,9 +63,25 @@ struct TPlcAnswer {
   bool Close = false;
 };
 
+enum class TPlcTable : std::uint8_t { ptCoils, ptInputs, ptRegisters, ptInputRegisters };
+using enum TPlcTable;
+
+// What is behind a PLC's addresses, where that is more than memory. Bits are 0 or 1.
+class IPlcDevice {
+ public:
+  virtual ~IPlcDevice() = default;
+  [[nodiscard]] virtual bool Has(TPlcTable table, std::size_t addr) const = 0;  // false: exception 2
+  // Of an address that it has; Set of coils and registers only.
+  [[nodiscard]] virtual std::uint16_t Get(TPlcTable table, std::size_t addr) = 0;
+  virtual void Set(TPlcTable table, std::size_t addr, std::uint16_t value) = 0;
+  // Before each request, and at least every 20 ms while somebody serves.
+  virtual void CatchUp() {}
+};
+
 // What all links of one PLC share.
 struct TPlcBank {
   std::uint8_t Unit = 1;
+  IPlcDevice* Device = nullptr;  // instead of the memory; not owned
   TPlcFault Fault = pfNone;
   std::vector<std::uint16_t> Registers = std::vector<std::uint16_t>(10'000);  // addresses beyond give exception 2
   std::vector<bool> Coils = std::vector<bool>(10'000);
@@ -98,6 +115,9 @@ class TLoadingPlc {
   // Unit, function and data.
   [[nodiscard]] TBytes Execute(std::span<const std::uint8_t> pdu);
   // Their registers or coils are all there.
+  [[nodiscard]] bool Has(TPlcTable table, std::size_t addr, std::size_t count) const;
+  [[nodiscard]] std::uint16_t Get(TPlcTable table, std::size_t addr) const;
+  void Set(TPlcTable table, std::size_t addr, std::uint16_t value);
   [[nodiscard]] TBytes Read(std::span<const std::uint8_t> pdu, std::size_t addr, std::size_t count) const;
   [[nodiscard]] TBytes Write(std::span<const std::uint8_t> pdu, std::size_t addr, std::size_t count);
   [[nodiscard]] TBytes Frame(std::span<const std::uint8_t> request, TBytes pdu) const;

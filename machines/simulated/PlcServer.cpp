@@ -144,6 +144,7 @@ void TPlcServer::Run(TStop& stop) {
   while (!stop.Asked()) {
     FImpl->Wait(Bank.Fault == pfBabble);
     if (!FImpl->Serial) FImpl->Accept(Bank, !RtuOverTcp);
+    if (Bank.Device) Bank.Device->CatchUp();
     const std::uint64_t now = Clock().MonotonicMs();
     for (auto& link : FImpl->Links) FImpl->Serve(link, now);
     FImpl->Links.remove_if([](const TImpl::TLink& link) { return link.Ended; });
