@@ -6,6 +6,7 @@
 
 #include "machines/composed/Machine.h"
 #include "machines/linuxcnc/Driver.h"
+#include "machines/modbus/Driver.h"
 #include "machines/simulated/Driver.h"
 #include "machines/simulated/Machine.h"
 
@@ -18,7 +19,7 @@ std::vector<TDriverFactory> GAddedDrivers;
 }  // namespace
 
 std::vector<TDriverFactory> Drivers() {
-  std::vector<TDriverFactory> drivers{SimulatedDriver(), LinuxcncDriver()};
+  std::vector<TDriverFactory> drivers{SimulatedDriver(), LinuxcncDriver(), ModbusDriver()};
   drivers.insert(drivers.end(), GAddedDrivers.begin(), GAddedDrivers.end());
   return drivers;
 }

@@ -8,7 +8,7 @@ cd "$1"
 library='ixocamglue/motion ixocamglue/gascal ixocamglue/config ixocamglue/devcomm ixocamglue/monitor ixocamglue/alarms
   ixocamglue/panel ixocamglue/platform ixocamglue/support'
 library=${library//$'\n'/ }
-all="ixocamglue ixocamglue/alarms/store $library controller machines/composed machines/simulated machines/linuxcnc verify"
+all="ixocamglue ixocamglue/alarms/store $library controller machines/composed machines/simulated machines/linuxcnc machines/modbus verify"
 rules="
 ixocamglue/support:
 ixocamglue/platform: ixocamglue/support
@@ -25,6 +25,7 @@ machines/composed: ixocamglue/config ixocamglue/devcomm ixocamglue/platform ixoc
 machines/linuxcnc: ixocamglue/config ixocamglue/devcomm ixocamglue/platform ixocamglue/support
 machines/linuxcnc/hal: machines/linuxcnc ixocamglue/support
 machines/simulated: ixocamglue/config ixocamglue/devcomm ixocamglue/platform ixocamglue/support
+machines/modbus: ixocamglue/config ixocamglue/devcomm ixocamglue/platform ixocamglue/support
 controller: ixocamglue ixocamglue/alarms/store $library
 verify: ixocamglue ixocamglue/alarms/store $library controller machines/simulated
 ixocut: $all

@@ -1,0 +1,308 @@
+// A whole machine over Modbus: the controller in this process, its laser, gas, inputs and outputs in another one, and
+// between them a line that can be cut.
+#include <array>
+#include <cstdio>
+#include <fstream>
+#include <mutex>
+
+#include <gmock/gmock.h>
+
+#include "controller/StateFolder.h"
+#include "controller/gas/GasCalibration.h"
+#include "controller/procedures/ProcedureRun.h"
+#include "controller/procedures/Procedures.h"
+#include "fixture/Paths.h"
+#include "fixture/TempDir.h"
+#include "fixture/Waiting.h"
+#include "ixocamglue/support/Files.h"
+#include "machines/composed/Machine.h"
+#include "machines/modbus/Driver.h"
+#include "machines/simulated/Driver.h"
+#include "machines/simulated/Machine.h"
+#include "tests/threaded/ModbusSlaves.h"
+
+namespace ixocamglue::test {
+using namespace ixocontroller;
+namespace {
+
+using testing::HasSubstr;
+
+// `ixocut simulate machine`, until the end of the scope; what happened in it, by the system's monotonic clock.
+class TPlantProcess {
+ public:
+  explicit TPlantProcess(const std::string& machine) {
+    int ends[2];
+    if (::pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
+    posix_spawn_file_actions_t files;
+    ::posix_spawn_file_actions_init(&files);
+    ::posix_spawn_file_actions_adddup2(&files, ends[1], STDOUT_FILENO);
+    std::vector<std::string> texts{IxocutBinary(), "simulate", "machine", "--json", "--tcp", "0", "--machine", machine};
+    std::vector<char*> words;
+    for (std::string& text : texts) words.push_back(text.data());
+    words.push_back(nullptr);
+    const int error = ::posix_spawn(&FChild, words[0], &files, nullptr, words.data(), environ);
+    ::posix_spawn_file_actions_destroy(&files);
+    ::close(ends[1]);
+    FOut = ::fdopen(ends[0], "r");
+    if (error != 0 || !FOut) throw std::runtime_error("ixocut does not start");
+    const std::string link = Next().at("link");
+    Port = static_cast<std::uint16_t>(std::stoi(link.substr(link.find(':') + 1)));
+    FThread = std::thread([this] {
+      for (nlohmann::json next = Next(); !next.is_null(); next = Next())
+        if (next.contains("happened")) {
+          const std::lock_guard guard(FLock);
+          FHappened.emplace_back(next.at("ms"), next.at("happened"));
+        }
+    });
+  }
+  ~TPlantProcess() {
+    ::kill(FChild, SIGINT);
+    ::waitpid(FChild, nullptr, 0);
+    FThread.join();
+    std::fclose(FOut);
+  }
+  TPlantProcess(const TPlantProcess&) = delete;
+  TPlantProcess& operator=(const TPlantProcess&) = delete;
+
+  // When it happened; monotonic ms.
+  std::vector<std::uint64_t> Times(const std::string& what) {
+    const std::lock_guard guard(FLock);
+    std::vector<std::uint64_t> times;
+    for (const auto& [ms, text] : FHappened)
+      if (text == what) times.push_back(ms);
+    return times;
+  }
+  std::uint16_t Port = 0;
+
+ private:
+  nlohmann::json Next() {
+    std::array<char, 1000> line{};
+    if (!std::fgets(line.data(), static_cast<int>(line.size()), FOut)) return nullptr;
+    return nlohmann::json::parse(line.data()).at("result");
+  }
+  pid_t FChild = 0;
+  std::FILE* FOut = nullptr;
+  std::mutex FLock;
+  std::vector<std::pair<std::uint64_t, std::string>> FHappened;
+  std::thread FThread;
+};
+
+enum class TCut : std::uint8_t { Whole, Silent, Closed };
+
+// Carries bytes between a client and a port, unless it is cut.
+class TRelay {
+ public:
+  explicit TRelay(std::uint16_t to) : FTo(to), FListener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_in own = Loopback(0);
+    socklen_t size = sizeof own;
+    if (::bind(FListener, reinterpret_cast<const sockaddr*>(&own), size) != 0 || ::listen(FListener, 4) != 0)
+      throw std::runtime_error("no port");
+    ::getsockname(FListener, reinterpret_cast<sockaddr*>(&own), &size);
+    Port = ntohs(own.sin_port);
+    FThread = std::thread([this] { Carry(); });
+  }
+  ~TRelay() {
+    FStop.Ask();
+    FThread.join();
+    ::close(FListener);
+  }
+  TRelay(const TRelay&) = delete;
+  TRelay& operator=(const TRelay&) = delete;
+
+  std::uint16_t Port = 0;
+  std::atomic<TCut> Cut{TCut::Whole};
+
+ private:
+  static sockaddr_in Loopback(std::uint16_t port) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(port);
+    return address;
+  }
+  void Carry() {
+    std::array<int, 2> ends{-1, -1};
+    const auto part = [&] {
+      for (int& end : ends)
+        if (end >= 0) ::close(std::exchange(end, -1));
+    };
+    char buffer[512];
+    while (!FStop.Asked()) {
+      if (Cut == TCut::Closed) part();
+      if (Cut != TCut::Whole) {
+        Clock().Sleep(1);
+        continue;
+      }
+      if (ends[0] < 0) {
+        if (!WaitFd(FListener, POLLIN, 5)) continue;
+        ends[0] = ::accept(FListener, nullptr, nullptr);
+        ends[1] = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        const sockaddr_in to = Loopback(FTo);
+        if (::connect(ends[1], reinterpret_cast<const sockaddr*>(&to), sizeof to) != 0) part();
+        continue;
+      }
+      pollfd waits[] = {{ends[0], POLLIN, 0}, {ends[1], POLLIN, 0}};
+      if (::poll(waits, 2, 5) <= 0) continue;
+      for (std::size_t from = 0; from < 2 && ends[0] >= 0; ++from) {
+        if (waits[from].revents == 0) continue;
+        const auto got = ::read(ends[from], buffer, sizeof buffer);
+        if (got <= 0 || ::write(ends[1 - from], buffer, static_cast<std::size_t>(got)) != got) part();
+      }
+    }
+    part();
+  }
+  const std::uint16_t FTo;
+  const int FListener;
+  TStop FStop;
+  std::thread FThread;
+};
+
+std::filesystem::path MakeFile(const TTempDir& folder, std::uint16_t port) {
+  std::string text = ReadFile(ShareFolder() / "machines" / "modbus.xml").OrThrow(pbUnusable);
+  const std::string from = "Port=\"1502\"";
+  const auto at = text.find(from);
+  if (at == std::string::npos) throw std::runtime_error(from + " is not in modbus.xml");
+  text.replace(at, from.size(), "Port=\"" + std::to_string(port) + "\"");
+  std::ofstream(folder.Path() / "machine.xml") << text;
+  return folder.Path() / "machine.xml";
+}
+
+struct TWorld {
+  TTempDir Folder;
+  TPlantProcess Plant{(ShareFolder() / "machines" / "modbus.xml").string()};
+  TRelay Relay{Plant.Port};
+  const std::filesystem::path File = MakeFile(Folder, Relay.Port);
+
+  [[nodiscard]] TControllerOptions Options() const {
+    TControllerOptions options;
+    options.Machines = {ComposedMachine({SimulatedDriver(), ModbusDriver()})};
+    options.MachineFile = File;
+    options.LocaleFolder = ShareFolder() / "locale";
+    options.Language = "en";
+    options.Realtime = true;
+    return options;
+  }
+};
+
+// On a machine that is busy with other things a thread may rest for longer than the latch of the source waits: that
+// ends a run, as it should, and this may be tried once more.
+std::string Twice(const std::function<std::string()>& act) {
+  const std::string wrong = act();
+  return wrong.empty() ? wrong : act();
+}
+
+std::string Report(const TRunReport& report) {
+  return report.Success() ? "" : report.Problem ? report.Problem->Text() : report.End.Words;
+}
+
+TEST(ModbusMachine, AShotIsLitForItsTime) {
+  EXPECT_EQ(Twice([] {
+              TWorld world;
+              TProcedureRun run(world.Options());
+              std::string wrong = Report(run.Run([] { return MakeShot(300); }, 20'000));
+              if (!wrong.empty()) return wrong;
+              if (!Comes([&] { return world.Plant.Times("laser: beam dark").size() == 1; }))
+                return std::string("never dark");
+              const auto ms = world.Plant.Times("laser: beam dark")[0] - world.Plant.Times("laser: beam lit")[0];
+              return ms > 280 && ms < 300 + 3 * 50 ? wrong : "lit for " + std::to_string(ms) + " ms";
+            }),
+            "");
+}
+
+TEST(ModbusMachine, TheCoverOpens) {
+  EXPECT_EQ(Twice([] {
+              TWorld world;
+              TProcedureRun run(world.Options());
+              const TMotionCall cover{AskProcedure("cover").OrThrow(pbRequest), {}};
+              const std::string wrong = Report(run.Run([&] { return cover.Make(nullptr); }, 20'000));
+              EXPECT_EQ(world.Plant.Times("output 4 on").size(), 1u);
+              return wrong;
+            }),
+            "");
+}
+
+// A shot whose line is cut while it is lit, and mended 1.5 s later. The limit is 500 ms.
+void CutInALitShot(TCut cut) {
+  EXPECT_EQ(Twice([cut]() -> std::string {
+              TWorld world;
+              std::optional<std::uint64_t> cutMs;
+              TProcedureRun run(world.Options());
+              run.OnLook([&](std::uint64_t now) {
+                if (!cutMs && world.Plant.Times("laser: beam lit").size() == 1) {
+                  world.Relay.Cut = cut;
+                  cutMs = now;
+                }
+                if (cutMs && now - *cutMs > 1500) world.Relay.Cut = TCut::Whole;
+              });
+              const TRunReport report = run.Run([] { return MakeShot(10'000); }, 20'000, 4000);
+              if (!cutMs) return "never lit: " + Report(report);
+              EXPECT_STRNE(report.End.Name, "success");
+              std::string said = Report(report);
+              for (const TRunAlarm& alarm : report.Alarms) said += "\n" + alarm.Description;
+              EXPECT_THAT(said, HasSubstr("station io"));
+              const TMachineSnapshot now = run.Controller().Machine().Snapshot();
+              EXPECT_FALSE(now.Laser || now.Emission);
+              EXPECT_TRUE(now.LatchTripped);
+              const auto dark = world.Plant.Times("laser: beam dark");
+              EXPECT_EQ(dark.size(), 1u);
+              EXPECT_EQ(world.Plant.Times("laser: beam lit").size(), 1u);  // not again
+              const std::uint64_t ms = dark.empty() ? 0 : dark[0] - std::min(dark[0], *cutMs);
+              testing::Test::RecordProperty("dark_ms", std::to_string(ms));
+              return ms < 3 * 500 ? "" : "dark after " + std::to_string(ms) + " ms";
+            }),
+            "");
+}
+
+TEST(ModbusMachine, ALineThatFallsSilentInALitShotEndsItDarkAndNothingIsLitAgain) { CutInALitShot(TCut::Silent); }
+
+TEST(ModbusMachine, AConnectionThatEndsInALitShotEndsItDarkAndNothingIsLitAgain) { CutInALitShot(TCut::Closed); }
+
+// What a calibration of oxygen measures on a machine that is driven by `pass`; the points by rising voltage.
+std::vector<TDot> Calibrate(TController& session, const std::function<void()>& pass) {
+  TGasCalibration calibration(session, {2}, {"S", 1.5});
+  while (session.Framework().Watch().Pass.load() < 2 || session.Framework().SafePending()) pass();
+  std::string reason;
+  if (!calibration.Start(reason)) throw std::runtime_error(reason);
+  while (calibration.Running()) {
+    calibration.Watch(Clock().MonotonicMs());
+    pass();
+  }
+  session.StopThreads();
+  std::vector<TDot> dots;
+  for (const TGasPoint& point : calibration.Results().front().Points) dots.push_back({point.Volt, point.Press});
+  std::ranges::sort(dots, {}, &TDot::X);
+  return dots;
+}
+
+TEST(ModbusMachine, AGasCalibrationGivesTheSimulatorsCurveWithinOnePerCent) {
+  const TTempDir folder;
+  std::filesystem::copy_file(ShareFolder() / "machines" / "machine.xml", folder.Path() / "machine.xml");
+  std::vector<TDot> simulated;
+  {
+    TControllerOptions options;
+    options.Machines = {SimulatedMachine()};
+    options.MachineFile = folder.Path() / "machine.xml";
+    TController session(options);
+    simulated = Calibrate(session, [&] { session.RunPass(); });
+  }
+  ASSERT_GE(simulated.size(), 5u);
+  EXPECT_EQ(Twice([&]() -> std::string {
+              TWorld world;
+              TController session(world.Options());
+              session.StartThreads();
+              const std::vector<TDot> measured = Calibrate(session, [] { Clock().Sleep(5); });
+              if (measured.size() < 5) return "only " + std::to_string(measured.size()) + " points";
+              for (const TDot& dot : measured) {
+                const auto above = std::ranges::find_if(simulated, [&](const TDot& d) { return d.X >= dot.X; });
+                if (above == simulated.begin() || above == simulated.end()) continue;
+                const TDot &a = above[-1], &b = above[0];
+                const double bar = a.Y + (b.Y - a.Y) * (dot.X - a.X) / (b.X - a.X);
+                EXPECT_NEAR(dot.Y, bar, 0.01 * simulated.back().Y) << dot.X << " V";
+              }
+              return "";
+            }),
+            "");
+}
+
+}  // namespace
+}  // namespace ixocamglue::test
