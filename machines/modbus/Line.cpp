@@ -346,7 +346,7 @@ void TModbusLine::Failed(TStation& station, const std::string& what, const TModb
   switch (result.Outcome) {
     case moOk:
     case moStopped: return;
-    case moNoConnection: return LoseLink(why);
+    case moNoConnection: return LoseLink(what + ": " + Tr("the connection has ended"));  // no request opens one
     case moException:
     case moBadRequest: return GoAway(station, why);
     case moTimeout:

@@ -228,6 +228,7 @@ TEST_F(ModbusLine, AfterAReconnectOnlyKeptZerosAreWritten) {
   ASSERT_TRUE(Comes([&] { return Line->Settled(volt) && Line->Settled(beam); }));
   first.reset();
   ASSERT_TRUE(Comes([&] { return !Events().empty(); }));
+  EXPECT_THAT(Events()[0], HasSubstr("the connection has ended"));
   Line->Write(beam, 0.0);
   EXPECT_THROW(Line->Write(volt, 2.0), EDeviceAway);
   Clock().Sleep(300);  // some attempts to connect fail
