@@ -8,7 +8,7 @@ packages() {
       ;;
     test)
       echo "$(packages run) libgtest-dev libgmock-dev clang-format locales libmodbus-dev python3-pymodbus" \
-        "python3-serial python3-serial-asyncio python3-jsonschema openssl"
+        "python3-serial python3-serial-asyncio python3-jsonschema openssl curl"
       ;;
     # npm where there is none of another origin, which Debian's would clash with.
     console) echo "$(packages test) chromium chromium-driver python3-selenium $(command -v npm >/dev/null || echo npm)" ;;

@@ -1,23 +1,43 @@
 #!/usr/bin/env python3
-"""check_docs.py <checkout>: what the documents name is there: each file and folder, each route of the interface, each
-command of the program with its options. Prints `file:line: reason` for each that is not, and fails if there is one."""
+"""check_docs.py <checkout>: what the documents name is there: each file and folder, each route of the interface, and in
+those that are HELD each piece of code stands in the file that it is quoted from.
+check_docs.py <checkout> <ixocut>: runs the commands of the documents that are HELD with this program.
+Prints `file:line: reason` for each that is wrong, and fails if there is one.
+
+A block of a document that is HELD says behind its language what it is:
+  ```cpp examples/step/main.cpp   a quotation: these lines stand there, however deep they are indented
+  ```json purge.json              a file that the reader writes, and that the commands below it use
+  ```sh                           commands; one that fails is wrong
+  ```sh stays                     one command that goes on beside the others until the document's end
+  ```sh packages                  commands of root where the packages are installed; not run here
+  ```console                      commands behind "$ ", each with what it prints, if that is shown: every number stands
+                                  for any other one and "..." for anything; what is shown may be a failure
+  ```text                         nothing to run: a drawing, a listing
+The commands of one document share a shell and an empty folder, with copies of examples/ and share/ in it.
+"""
 import json
+import os
 import pathlib
 import re
+import shutil
+import signal
+import socket
+import subprocess
 import sys
+import tempfile
 
-ROOT = pathlib.Path(sys.argv[1])
+ROOT = pathlib.Path(sys.argv[1]).resolve()
 DOCUMENTS = ["README.md", *(f"docs/{name}.md" for name in ("ARCHITECTURE", "api", "kept", "linuxcnc", "real-machine"))]
+HELD = ["docs/api.md"]
 # What is made where the program works, or is no file of ours.
 ELSEWHERE = re.compile(r"^(state|build|gas|nozzle|square|steps|machine|FILE|purge|alarms|~)\b|\.(db|svg|jsonl|sock|log|lock)$"
                        r"|^(controller|queue|tokens|config-history|notifications)\.json$|GasCalibration\.config")
 PLACE = re.compile(r"^[A-Za-z.][\w./-]*(/|\.(\*|h|cpp|py|sh|json|md|xml))$")
+# In documents; where they are run free ports are taken, and this machine for every other one.
+PORTS = ["8620", "8621", "1502", "1503"]
+HERE = {"192.168.0.5": "127.0.0.1", "cutter.example": "localhost"}
+PATIENCE_S = 60
 
-tree = [str(path.relative_to(ROOT)) for folder in sorted(ROOT.iterdir()) if folder.name[:1] != "." and folder.name != "build"
-        for path in ([folder, *folder.rglob("*")] if folder.is_dir() else [folder])]
-routes = json.loads((ROOT / "share/api/openapi.json").read_text(encoding="utf-8"))["paths"]
-route_patterns = [re.compile(re.sub(r"\\\{[a-z]+(\\\.){3}\\\}", ".+", re.sub(r"\\\{[a-z]+\\\}", "[^/]+", re.escape(path))) + "$")
-                  for path in routes]
 wrong = 0
 
 
@@ -27,20 +47,178 @@ def complain(document, line, reason):
     print(f"{document}:{line}: {reason}")
 
 
-def is_there(place):
-    stem = place[:-1] if place.endswith(".*") else place.rstrip("/")
-    return any(path == stem or path.endswith("/" + stem) or (place.endswith(".*") and ("/" + path).rfind("/" + stem) >= 0)
-               for path in tree)
+def lines_of(document):
+    return (ROOT / document).read_text(encoding="utf-8").splitlines()
 
 
-for document in DOCUMENTS:
-    for number, text in enumerate((ROOT / document).read_text(encoding="utf-8").splitlines(), 1):
-        for place in re.findall(r"`([^`\s]+)`", text) + re.findall(r"\]\(([^)#:]+)\)", text):
-            if PLACE.match(place) and not ELSEWHERE.search(place) and not is_there(place):
-                complain(document, number, f"{place} is not there")
-        for path in re.findall(r"(?:\$A|/api/v1)(/[\w/.-]*[\w/-])", text):
-            known = "/api/v1" + path
-            if path != "/nothing" and not any(pattern.match(known) for pattern in route_patterns):
-                complain(document, number, f"{known} is no route")
+def blocks(document):
+    """(line, language, what it is, its lines) of each block of code."""
+    start = None
+    for number, text in enumerate(lines_of(document), 1):
+        fence = re.match(r"\s*```(.*)", text)
+        if not fence:
+            if start:
+                inside.append(text)
+        elif start:
+            yield start, *head, inside
+            start = None
+        else:
+            language, _, what = fence[1].strip().partition(" ")
+            start, head, inside = number, (language, what.strip()), []
 
+
+def flush_left(lines):
+    return "\n".join(line.strip() for line in lines)
+
+
+def check_places():
+    folders = [folder for folder in sorted(ROOT.iterdir()) if folder.name[:1] != "." and folder.name != "build"]
+    tree = [str(path.relative_to(ROOT)) for folder in folders
+            for path in ([folder, *folder.rglob("*")] if folder.is_dir() else [folder])]
+    routes = json.loads((ROOT / "share/api/openapi.json").read_text(encoding="utf-8"))["paths"]
+    patterns = [re.compile(re.sub(r"\\\{[a-z]+(\\\.){3}\\\}", ".+", re.sub(r"\\\{[a-z]+\\\}", "[^/]+", re.escape(path))) + "$")
+                for path in routes]
+
+    def is_there(place):
+        stem = place[:-1] if place.endswith(".*") else place.rstrip("/")
+        return any(path == stem or path.endswith("/" + stem) or (place.endswith(".*") and ("/" + path).rfind("/" + stem) >= 0)
+                   for path in tree)
+
+    for document in sorted({*DOCUMENTS, *HELD}):
+        for number, text in enumerate(lines_of(document), 1):
+            for place in re.findall(r"`([^`\s]+)`", text) + re.findall(r"\]\(([^)#:]+)\)", text):
+                if PLACE.match(place) and not ELSEWHERE.search(place) and not is_there(place):
+                    complain(document, number, f"{place} is not there")
+            for path in re.findall(r"(?:\$A|/api/v1)(/[\w/.-]*[\w/-])", text):
+                known = "/api/v1" + path
+                if path != "/nothing" and not any(pattern.match(known) for pattern in patterns):
+                    complain(document, number, f"{known} is no route")
+
+
+def check_quotations(document):
+    for line, language, what, inside in blocks(document):
+        if "/" in what:
+            file = ROOT / what
+            if not file.is_file():
+                complain(document, line, f"{what} is not there")
+            elif flush_left(inside) not in flush_left(file.read_text(encoding="utf-8").splitlines()):
+                complain(document, line, f"these lines do not stand so in {what}")
+        elif "." in what:
+            later = "\n".join(text for at, kind, _, lines in blocks(document) for text in lines
+                              if at > line and kind in ("sh", "console"))
+            if what not in later:
+                complain(document, line, f"no command below uses {what}")
+        elif (language, what) not in (("sh", ""), ("sh", "stays"), ("sh", "packages"), ("console", ""), ("text", "")):
+            complain(document, line, f'"{language} {what}": neither a quotation nor run (see the head of check_docs.py)')
+
+
+def commands(inside):
+    """(offset, command, what it prints) of a `console` block."""
+    offset = 0
+    while offset < len(inside):
+        start, command = offset, inside[offset].strip().removeprefix("$ ")
+        while command.endswith("\\"):
+            offset += 1
+            command += "\n" + inside[offset]
+        offset += 1
+        shown = []
+        while offset < len(inside) and not inside[offset].strip().startswith("$ "):
+            shown.append(inside[offset])
+            offset += 1
+        yield start, command, shown
+
+
+def script(document):
+    """The document's commands as one shell script, and (line, what is shown) of those that show what they print."""
+    parts, shows = ["set -e -o pipefail; STAYED=()"], []
+
+    def run(line, text, shown):
+        parts.append(f'echo {line} >"$OUT/at"\n{{ {text}\n}} >"$OUT/{line}" 2>&1' + (" || true" if shown else ""))
+        if shown:
+            shows.append((line, "\n".join(shown)))
+
+    for line, language, what, inside in blocks(document):
+        if "/" in what or what == "packages" or language == "text":
+            continue
+        if "." in what:
+            parts.append(f"cat >{what} <<'END OF {what}'\n" + "\n".join(inside) + f"\nEND OF {what}")
+        elif what == "stays":
+            # It is up when it has said its first words.
+            parts.append(f'echo {line} >"$OUT/at"\n' + "\n".join(inside) + f' >"$OUT/{line}" 2>&1 &\nSTAYED+=($!)\n'
+                         f'until [ -s "$OUT/{line}" ]; do kill -0 $!; sleep 0.02; done')
+        elif language == "console":
+            for offset, command, shown in commands(inside):
+                run(line + 1 + offset, command, shown)
+        else:
+            run(line, "\n".join(inside), None)
+    parts.append('for process in "${STAYED[@]}"; do kill "$process"; done; wait')
+    return "\n".join(parts) + "\n", shows
+
+
+def free_port():
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        return str(probe.getsockname()[1])
+
+
+def shape(text):
+    text = re.sub(r"\b[0-9a-f]{16}\b", "0", text)
+    return re.sub(r"\d+(\.\d+)?", "0", re.sub(r"\s+", "", text))
+
+
+def run_commands(document, program):
+    """What was wrong, as (line, reason)."""
+    text, shows = script(document)
+    with tempfile.TemporaryDirectory(prefix="ixo-docs-") as folder:
+        home, out, tools = (pathlib.Path(folder, name) for name in ("home", "out", "bin"))
+        for made in (home, out, tools):
+            made.mkdir()
+        for copied in ("examples", "share"):
+            shutil.copytree(ROOT / copied, home / copied)
+        (home / ".curlrc").write_text("silent\nshow-error\n", encoding="utf-8")
+        for there, here in {**HERE, **{port: free_port() for port in PORTS}}.items():
+            text = re.sub(rf"\b{re.escape(there)}\b", here, text)
+            if there == PORTS[0]:  # where a controller listens that was not told otherwise
+                port = f'case "$*" in *--port*) ;; serve*) set -- "$@" --port {here} ;; esac'
+                (tools / "ixocut").write_text(f'#!/bin/sh\n{port}\nexec {program} "$@"\n', encoding="utf-8")
+        (tools / "ixocut").chmod(0o755)
+        settings = {"HOME": str(home), "OUT": str(out), "PATH": f"{tools}:/usr/bin:/bin", "LC_ALL": "C.UTF-8",
+                    "IXOCUT_LANG": "zh" if document.endswith(".zh.md") else "en"}
+        shell = subprocess.Popen(["bash", "-c", text], cwd=home, env=settings, stdin=subprocess.DEVNULL,
+                                 start_new_session=True)
+        try:
+            status = shell.wait(PATIENCE_S)
+        except subprocess.TimeoutExpired:
+            status = f"no end after {PATIENCE_S} s"
+        try:
+            os.killpg(shell.pid, signal.SIGKILL)  # what a failure has left behind
+        except ProcessLookupError:
+            pass
+        shell.wait()
+
+        def printed(line):
+            file = out / str(line)
+            return file.read_text(encoding="utf-8", errors="replace").replace(str(home), "/home/li") if file.exists() else ""
+
+        faults = []
+        at = int((out / "at").read_text())
+        if status != 0:
+            faults.append((at, f"this failed ({status}):\n{printed(at)}"))
+        for line, shown in shows:
+            pattern = ".*".join(re.escape(shape(part)) for part in shown.split("..."))
+            if line <= at and not re.fullmatch(pattern, shape(printed(line))):
+                faults.append((line, f"this printed instead:\n{printed(line)}"))
+        return faults
+
+
+if len(sys.argv) > 2:
+    ixocut = pathlib.Path(sys.argv[2]).resolve()
+    for held in HELD:
+        # Once more where it failed: most of it is in real time.
+        for fault in run_commands(held, ixocut) and run_commands(held, ixocut):
+            complain(held, *fault)
+else:
+    check_places()
+    for held in HELD:
+        check_quotations(held)
 sys.exit(1 if wrong else 0)
