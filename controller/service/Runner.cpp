@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "controller/procedures/PlannedPath.h"
 #include "controller/procedures/RunReport.h"
 #include "controller/procedures/Timeline.h"
 #include "controller/service/RealTime.h"
@@ -98,6 +97,12 @@ TRunReport RetoldReport(TRunReport report) {
   return report;
 }
 
+nlohmann::ordered_json PlanJson(const std::vector<TPoint2>& plan) {
+  auto points = nlohmann::ordered_json::array();
+  for (const TPoint2& point : plan) points.push_back({point.X, point.Y});
+  return points;
+}
+
 }  // namespace
 
 nlohmann::ordered_json RunHeadJson(const TRunRecord& record) {
@@ -106,13 +111,11 @@ nlohmann::ordered_json RunHeadJson(const TRunRecord& record) {
                               {"sequence", record.Sequence},
                               {"params", record.Params},
                               {"calls", CallTexts(record.Calls)},
-                              {"plan", nlohmann::ordered_json::array()},
                               {"startedBy", record.Starter.Name},
                               {"detached", record.Detached},
                               {"start", UtcText(record.StartUnixMs)},
                               {"end", nullptr},
                               {"outcome", nullptr}};
-  for (const TPoint2& point : record.Plan) json["plan"].push_back({point.X, point.Y});
   if (record.EndUnixMs == 0) return json;
   json["end"] = UtcText(record.EndUnixMs);
   json["outcome"] = record.Report.End.Name;
@@ -128,6 +131,7 @@ nlohmann::ordered_json RunHeadJson(const TRunRecord& record) {
 nlohmann::ordered_json RunJson(const TRunRecord& record) {
   nlohmann::ordered_json json = RunHeadJson(record);
   if (record.EndUnixMs == 0) return json;
+  json["plan"] = PlanJson(record.Plan);
   const TRunReport report = RetoldReport(record.Report);
   json.update(ReportJson(report, record.Trace, record.Last));
   if (report.Problem) json["problem"] = ProblemJson(*report.Problem);
@@ -138,6 +142,7 @@ nlohmann::ordered_json RunJson(const TRunRecord& record) {
 
 nlohmann::ordered_json TRunner::CurrentJson() const {
   nlohmann::ordered_json json = RunHeadJson(*FRun);
+  json["plan"] = PlanJson(FRun->Plan);
   std::vector<TStepSpan> steps = FSteps.Items();
   for (TStepSpan& step : steps) step.Desc = Retold(step.Desc);
   json["steps"] = StepsJson(steps, FWatch.StartMs());
@@ -154,9 +159,10 @@ nlohmann::ordered_json TraceJson(const TRunRecord& record) {
 
 // --- the runner ---
 
-TRunner::TRunner(TController& controller, TStepSpans& steps, TEventRing& events)
-    : FController(controller), FSteps(steps), FEvents(events), FWatch(controller, steps) {
+TRunner::TRunner(TController& controller, TStepSpans& steps, TPlannedPath& path, TEventRing& events)
+    : FController(controller), FSteps(steps), FPath(path), FEvents(events), FWatch(controller, steps) {
   FController.MotionState().AddObserver(FSteps);
+  FController.MotionState().AddObserver(FPath);
 }
 
 TRunRecordPtr TRunner::Find(std::uint64_t id) const {
@@ -180,10 +186,7 @@ TResult<std::uint64_t> TRunner::Start(TRunRequest request, const TAsker& who) {
   const TLanguageScope own("");  // what is made here stays
   std::shared_ptr<IStateMotion> root;
   auto run = std::make_shared<TRunRecord>();
-  if (!request.Job) {
-    root = ShareRoot(MakeRoot(request.Procedure, request.Calls));
-    run->Plan = PlannedPath(request.Procedure, request.Calls);
-  }
+  if (!request.Job) root = ShareRoot(MakeRoot(request.Procedure, request.Calls));
   run->Procedure = request.Procedure;
   run->Sequence = request.Sequence;
   run->Starter = who;
@@ -204,6 +207,7 @@ TResult<std::uint64_t> TRunner::Start(TRunRequest request, const TAsker& who) {
   for (const std::int32_t port : now.OutputsOn) journal.Signalled({now.Ms, sgOutput, true, port});
   FWatch.Begin(std::move(request.Triggers));
   FToldSteps = 0;
+  FToldPath = FPath.Changes();
   run->Report.StartMs = FWatch.StartMs();
   if (TResult<> started = request.Job ? request.Job->Start() : FController.Start(std::move(root)); !started) {
     FWatch.Forget();
@@ -250,6 +254,7 @@ void TRunner::Step(std::uint64_t nowMs) {
   const bool running = FPhase == TPhase::Runs && FJob ? FJob->Pass(FRun->Id, nowMs)
                                                       : FController.Running();  // before the steps are looked at
   TellSteps();
+  TellPlan();
   switch (FPhase) {
     case TPhase::Idle: return;
     case TPhase::Runs:
@@ -270,6 +275,17 @@ void TRunner::Step(std::uint64_t nowMs) {
       if (nowMs >= FUntilMs) Finish();
       return;
   }
+}
+
+void TRunner::TellPlan() {
+  const std::uint64_t changes = FPath.Changes();
+  if (changes == std::exchange(FToldPath, changes)) return;
+  std::vector<TPoint2> plan = FPath.Points();
+  if (plan == FRun->Plan) return;
+  FRun->Plan = plan;
+  FEvents.Add(evRun, [id = FRun->Id, plan = std::move(plan)] {
+    return nlohmann::ordered_json{{"event", "planned"}, {"id", id}, {"plan", PlanJson(plan)}};
+  });
 }
 
 void TRunner::TellSteps() {

@@ -14,6 +14,7 @@
 #include <nlohmann/json.hpp>
 
 #include "controller/procedures/MotionTrace.h"
+#include "controller/procedures/PlannedPath.h"
 #include "controller/procedures/Procedures.h"
 #include "controller/procedures/RunWatch.h"
 #include "controller/service/Asker.h"
@@ -46,7 +47,7 @@ struct TRunRecord {
   bool Sequence = false;
   nlohmann::ordered_json Params;  // of a procedure an object, of a sequence a list of calls
   std::vector<TMotionCall> Calls;
-  std::vector<TPoint2> Plan;  // where XY will be sent, as far as it is known before
+  std::vector<TPoint2> Plan;  // where XY will be sent, as far as its steps have known until now
   TAsker Starter;
   bool Detached = false;
   std::string Language;  // of the report's words
@@ -77,7 +78,7 @@ class TRunner {
   static constexpr std::size_t kKeptBytes = 16U << 20U;
 
   // All of them outlive it. Before the state thread runs.
-  TRunner(TController& controller, TStepSpans& steps, TEventRing& events);
+  TRunner(TController& controller, TStepSpans& steps, TPlannedPath& path, TEventRing& events);
   TRunner(const TRunner&) = delete;
   TRunner& operator=(const TRunner&) = delete;
 
@@ -125,6 +126,7 @@ class TRunner {
   [[nodiscard]] TResult<> NothingRuns() const;
   void Step(std::uint64_t nowMs);
   void TellSteps();
+  void TellPlan();
   void WatchAttendance();
   void Finish();
   void Keep(TRunRecordPtr record);
@@ -132,6 +134,7 @@ class TRunner {
 
   TController& FController;
   TStepSpans& FSteps;
+  TPlannedPath& FPath;
   TEventRing& FEvents;
   TRunWatch FWatch;
   std::function<std::uint64_t(const TRunRecord&)> FBegun;
@@ -146,6 +149,7 @@ class TRunner {
   bool FTimeOver = false;
   std::uint64_t FUntilMs = 0;  // of the phase
   std::uint64_t FToldSteps = 0;
+  std::uint64_t FToldPath = 0;
 
   std::set<std::uint64_t> FConnections;
   std::uint64_t FAttender = 0;  // 0: it needs none

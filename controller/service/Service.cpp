@@ -70,7 +70,7 @@ TService::TService(TServiceOptions options)
         return std::make_unique<TController>(std::move(controller));
       }()),
       FGas(*FController, FEvents),
-      FRunner(*FController, FSteps, FEvents),
+      FRunner(*FController, FSteps, FPath, FEvents),
       FLease([this](const TLeaseEvent& event) { LeaseChanged(event); }) {
   FAlarms.emplace(*FController, FEvents);
   FController->Journal().Bound(kJournalEntries);

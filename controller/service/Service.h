@@ -151,6 +151,7 @@ class TService {
   const std::unique_ptr<TLogEvents> FLogEvents;
   TLogLines FLogLines;
   TStepSpans FSteps;
+  TPlannedPath FPath;
   const std::unique_ptr<TController> FController;
   std::optional<TAlarmDesk> FAlarms;
   std::size_t FClockHandle = 0;

@@ -1,5 +1,6 @@
 #include "ixocamglue/motion/Ucleansteps.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <numbers>
@@ -48,13 +49,20 @@ TStepType TSmtCleanHeadCurve::DoMotion(std::int32_t) {
   check.InRange(SNameLength, FLength, kSizes).InRange(SNameWidth, FWidth, kSizes);
   check.InRange(SNameCount, FCount, {1.0, kMaxCount}).XY(driver, FCentre).Speed(FSpeed);
   if (!check.Raised(1)) return Fail();
-  MakeCurve();
+  const std::vector<TPoint2> points = Curve(FCount);
+  FCurve.SetDynPoints(points, static_cast<std::int32_t>(points.size()));
   if (!check.XY(driver, FCurve.Range().Min).XY(driver, FCurve.Range().Max)) return Fail();
   driver->MoveCurve(FCurve.XYCurve(), FSpeed);
   return Await(csbtMotion);
 }
 
-void TSmtCleanHeadCurve::MakeCurve() {
+void TSmtCleanHeadCurve::AddWay(std::vector<TPoint2>& way) {
+  if (FUseConfig && !TakeConfig()) return;
+  const std::vector<TPoint2> points = Curve(FStyle == kEllipses ? 1 : std::min(FCount, kMaxCount));
+  way.insert(way.end(), points.begin(), points.end());
+}
+
+std::vector<TPoint2> TSmtCleanHeadCurve::Curve(std::int32_t count) const {
   std::vector<TPoint2> points;
   const auto add = [&](double along, double across) {
     const TPoint2 offset = FDirection == 0 ? TPoint2{along, across} : TPoint2{across, along};
@@ -63,19 +71,19 @@ void TSmtCleanHeadCurve::MakeCurve() {
   const double end = FLength / 2.0;
   const double side = FWidth / 2.0;
   if (FStyle == kEllipses) {
-    for (std::int32_t i = 0; i <= FCount * kChords; ++i) {
+    for (std::int32_t i = 0; i <= count * kChords; ++i) {
       const double angle = 2.0 * std::numbers::pi * (i % kChords) / kChords;
       add(end * std::cos(angle), side * std::sin(angle));
     }
   } else {  // Kept: an unknown style too
-    for (std::int32_t i = 0; i < FCount; ++i) {
-      const double across = FCount == 1 ? 0.0 : -side + FWidth * i / (FCount - 1);
+    for (std::int32_t i = 0; i < count; ++i) {
+      const double across = count == 1 ? 0.0 : -side + FWidth * i / (count - 1);
       const double start = i % 2 == 0 ? -end : end;
       add(start, across);
       add(-start, across);
     }
   }
-  FCurve.SetDynPoints(points, static_cast<std::int32_t>(points.size()));
+  return points;
 }
 
 // --- 513, 514 ---

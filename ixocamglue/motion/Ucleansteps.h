@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include "ixocamglue/motion/Umovesteps.h"
 
@@ -18,6 +19,7 @@ class TSmtCleanHeadCurve : public TSmtCommand<133, TSmtMoveStep> {
   static constexpr std::int32_t kChords = 36;
   TStepType DoMotion(std::int32_t reason) override;
   void ResetParams() override;
+  void AddWay(std::vector<TPoint2>& way) override;
 
   // Fills the fields from FNozzleCleanCfg, for the brush of the docked table; false, and nothing changed, without a
   // configuration or with a brush whose position was never configured.
@@ -34,7 +36,7 @@ class TSmtCleanHeadCurve : public TSmtCommand<133, TSmtMoveStep> {
 
  private:
   void CheckArrived(TPreCheck& check) override { check.ArrivedXY(MotionDriver(), FCurve.XYCurve().back()); }
-  void MakeCurve();
+  [[nodiscard]] std::vector<TPoint2> Curve(std::int32_t count) const;
 
   TMcCurveKeeper FCurve;
 };

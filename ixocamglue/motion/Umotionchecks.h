@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string_view>
+#include <vector>
 
 #include "ixocamglue/motion/Usteptree.h"
 #include "ixocamglue/platform/ports/CutSystem.h"
@@ -85,6 +86,9 @@ class TPreCheck {
 class TSmtMoveStep : public TSmtAtomic {
  public:
   void DoBeforeStep(std::int32_t oldStep, std::int32_t newStep) override;
+  // Appends where it will send XY, in machine coordinates, mm, as far as that is known before it runs: nothing for a
+  // step that sends it nowhere, one round of a curve that is run several times. Throws what the devices throw.
+  virtual void AddWay(std::vector<TPoint2>& way) { static_cast<void>(way); }
 
  private:
   virtual void CheckArrived(TPreCheck& check) = 0;  // in the tick after the last command

@@ -113,6 +113,12 @@ TPoint2 TSmtSafeMoveToWorkXY::Resolve(TPreCheck& check, TNcMotionDriver& driver)
   return target;
 }
 
+void TSmtSafeMoveToWorkXY::AddWay(std::vector<TPoint2>& way) {
+  TNcMotionDriver* const driver = MotionDriver();
+  if (TPoint2 origin; driver && driver->GetWorkOrigin(origin))
+    way.push_back({origin.X + FTarget.X, origin.Y + FTarget.Y});
+}
+
 TPoint2 TSmtSafeMoveToAssistXY::Resolve(TPreCheck& check, TNcMotionDriver&) {
   TNcLaser* const laser = FittedLaser();
   check.Require(!laser || !laser->GetLaser(), SCheckLaserOn);
@@ -120,6 +126,17 @@ TPoint2 TSmtSafeMoveToAssistXY::Resolve(TPreCheck& check, TNcMotionDriver&) {
 }
 
 // --- 350 ---
+
+namespace {
+
+// Round the edges, up one diagonal, along the right edge, up the other and along the left edge back to the start.
+std::array<TPoint2, 8> LubricateRound(const TRange2& range) {
+  const TPoint2 corner{range.Max.X, range.Min.Y};
+  const TPoint2 opposite{range.Min.X, range.Max.Y};
+  return {range.Min, corner, range.Max, opposite, range.Min, range.Max, corner, opposite};
+}
+
+}  // namespace
 
 void TSmtLubricateCurve::CheckArrived(TPreCheck& check) { check.ArrivedXY(MotionDriver(), FEnd); }
 
@@ -134,23 +151,13 @@ TStepType TSmtLubricateCurve::DoMotion(std::int32_t) {
   TNcMotionDriver* const driver = MotionDriver();
   TPreCheck check(*this);
   if (!check.Has(driver, SNameMotionDriver).Has(TZAxis(0))) return Fail();
-  TRange2 range;
-  if (FRange) {
-    range = *FRange;
-  } else {
-    const TAxisLimits x = driver->GetLimits(0);
-    const TAxisLimits y = driver->GetLimits(1);
-    range = {{x.Neg + kInset, y.Neg + kInset}, {x.Pos - kInset, y.Pos - kInset}};
-  }
+  const TRange2 range = Range(*driver);
   check.Require(range.Max.X > range.Min.X && range.Max.Y > range.Min.Y, SCheckEmptyRange);
   check.XY(driver, range.Min).XY(driver, range.Max).Speed(FSpeed);
   check.InRange(SNameCount, FCount, {1.0, kMaxCount});
   if (!check.Raised(0)) return Fail();
 
-  const TPoint2 corner{range.Max.X, range.Min.Y};
-  const TPoint2 opposite{range.Min.X, range.Max.Y};
-  // Round the edges, up one diagonal, along the right edge, up the other and along the left edge back to the start.
-  const std::array round{range.Min, corner, range.Max, opposite, range.Min, range.Max, corner, opposite};
+  const std::array round = LubricateRound(range);
   std::vector<TPoint2> points;
   points.reserve(round.size() * static_cast<std::size_t>(FCount) + 1);
   for (std::int32_t i = 0; i < FCount; ++i) points.insert(points.end(), round.begin(), round.end());
@@ -158,6 +165,21 @@ TStepType TSmtLubricateCurve::DoMotion(std::int32_t) {
   FEnd = points.back();
   driver->MoveCurve(points, FSpeed);
   return Await(csbtMotion);
+}
+
+void TSmtLubricateCurve::AddWay(std::vector<TPoint2>& way) {
+  TNcMotionDriver* const driver = MotionDriver();
+  if (!driver) return;
+  const std::array round = LubricateRound(Range(*driver));
+  way.insert(way.end(), round.begin(), round.end());
+  way.push_back(round.front());
+}
+
+TRange2 TSmtLubricateCurve::Range(TNcMotionDriver& driver) const {
+  if (FRange) return *FRange;
+  const TAxisLimits x = driver.GetLimits(0);
+  const TAxisLimits y = driver.GetLimits(1);
+  return {{x.Neg + kInset, y.Neg + kInset}, {x.Pos - kInset, y.Pos - kInset}};
 }
 
 // --- 137, 181, 422 ---

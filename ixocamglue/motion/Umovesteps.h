@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <vector>
 
 #include "ixocamglue/motion/Ucurvekeeper.h"
 #include "ixocamglue/motion/Umotionchecks.h"
@@ -21,6 +22,7 @@ class TSmtMoveToXY : public TSmtCommand<131, TSmtMoveStep> {
  public:
   TStepType DoMotion(std::int32_t reason) override;
   void ResetParams() override;
+  void AddWay(std::vector<TPoint2>& way) override { way.push_back(FTarget); }
 
   TPoint2 FTarget;
   double FSpeed = 0.0;
@@ -79,12 +81,18 @@ class TSmtRaisedMove : public TSmtMoveStep {
 
 // 138: the target is in work coordinates; refused without a valid origin and outside the work area.
 class TSmtSafeMoveToWorkXY : public TSmtCommand<138, TSmtRaisedMove> {
+ public:
+  void AddWay(std::vector<TPoint2>& way) override;
+
  private:
   TPoint2 Resolve(TPreCheck& check, TNcMotionDriver& driver) override;
 };
 
 // 139: the target is in machine coordinates; refused while the laser is on.
 class TSmtSafeMoveToAssistXY : public TSmtCommand<139, TSmtRaisedMove> {
+ public:
+  void AddWay(std::vector<TPoint2>& way) override { way.push_back(FTarget); }
+
  private:
   TPoint2 Resolve(TPreCheck& check, TNcMotionDriver& driver) override;
 };
@@ -97,6 +105,7 @@ class TSmtLubricateCurve : public TSmtCommand<350, TSmtMoveStep> {
   static constexpr double kInset = 10.0;  // mm from the axis limits
   TStepType DoMotion(std::int32_t reason) override;
   void ResetParams() override;
+  void AddWay(std::vector<TPoint2>& way) override;
 
   std::optional<TRange2> FRange;  // none: the axis limits, inset by 10 mm
   std::int32_t FCount = 1;        // rounds, 1 to 1000
@@ -104,6 +113,7 @@ class TSmtLubricateCurve : public TSmtCommand<350, TSmtMoveStep> {
 
  private:
   void CheckArrived(TPreCheck& check) override;
+  [[nodiscard]] TRange2 Range(TNcMotionDriver& driver) const;
 
   TPoint2 FEnd;
 };

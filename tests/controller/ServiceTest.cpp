@@ -32,7 +32,7 @@ TEST(Service, ARunIsStartedFollowedAndReportedAndTheNextOneKnowsNothingOfIt) {
     if (event.Kind == evRun) told.push_back(event.Body()["event"]);
     if (event.Kind == evStep) told.push_back(event.Body()["description"].is_string() ? "step" : "");
   }
-  EXPECT_THAT(told, testing::ElementsAre("begun", "step", "ended"));
+  EXPECT_THAT(told, testing::ElementsAre("begun", "step", "planned", "ended"));
 
   const TJson second = world.Report(world.StartRun({{"procedure", "delay"}, {"params", {{"ms", 20}}}}));
   EXPECT_EQ(second["outcome"], "success");
@@ -145,7 +145,7 @@ TEST(Service, AStoppedNozzleChangeIsToldBeforeTheHeadStrikesTheRack) {
         .Body["unready"];
   };
   const std::uint64_t id = world.StartRun({{"procedure", "change-nozzle"}, {"params", {{"from", 1}, {"to", 2}}}});
-  EXPECT_EQ(world.Ask("GET", "runs/" + std::to_string(id)).Body["plan"].size(), 2U);
+  ASSERT_TRUE(Comes([&] { return world.Ask("GET", "runs/" + std::to_string(id)).Body["plan"].size() == 2; }));
   ASSERT_TRUE(Comes([&] {
     const TMachineSnapshot now = world.Service.Status()->Machine;
     return now.Z > world.Service.Controller().Limits().Bounds.SafeZ && std::ranges::count(now.OutputsOn, 8) != 0;
@@ -160,6 +160,34 @@ TEST(Service, AStoppedNozzleChangeIsToldBeforeTheHeadStrikesTheRack) {
   EXPECT_EQ(away["outcome"], "success");
   EXPECT_EQ(away["plan"], (TJson{{500.0, 500.0}}));
   EXPECT_EQ(check("move-xy").size(), 0U);
+}
+
+TEST(Service, WhereXYWillGoIsToldAsSoonAsTheStepsKnowIt) {
+  TServiceWorld world(false, 100.0, {.Example = true});  // its work origin is 25, 20; its brush lies at 3010, 40
+  const TJson report = world.Report(world.StartRun({{"calls",
+                                                     {{{"command", "move-work"}, {"x", 100}, {"y", 200}},
+                                                      {{"command", "clean-nozzle-manual"}},
+                                                      {{"command", "safe-move"}, {"x", 500}, {"y", 600}}}}}));
+  EXPECT_EQ(report["outcome"], "success") << report["problem"].dump();
+  std::vector<TJson> told;
+  for (const TServiceEvent& event : world.Service.Events().Read(0).Events)
+    if (event.Kind == evRun)
+      if (const TJson json = event.Body(); json["event"] == "planned") told.push_back(json["plan"]);
+  ASSERT_EQ(told.size(), 2U);
+  EXPECT_EQ(told[0], (TJson{{125.0, 220.0}, {500.0, 600.0}}));
+  // To the brush, three strokes over it, and back to where it was.
+  EXPECT_EQ(told[1], (TJson{{125.0, 220.0},
+                            {3010.0, 40.0},
+                            {2990.0, 34.0},
+                            {3030.0, 34.0},
+                            {3030.0, 40.0},
+                            {2990.0, 40.0},
+                            {2990.0, 46.0},
+                            {3030.0, 46.0},
+                            {125.0, 220.0},
+                            {500.0, 600.0}}));
+  EXPECT_EQ(report["plan"], told[1]);
+  EXPECT_EQ(world.Report(world.StartRun({{"procedure", "lubricate"}, {"params", {{"count", 3}}}}))["plan"].size(), 9U);
 }
 
 TEST(Service, ARunThatNobodyAttendsIsStoppedUnlessSomebodyTakesOver) {

@@ -42,7 +42,7 @@ export class Bed {
     this.view = el("div", {class: "bed", role: "img"}, this.drawing, this.canvas, this.portal, this.head);
     this.view.style.setProperty("--ratio", String(this.width / this.height));
     this.view.style.setProperty("--foot", (100 * kMargins.bottom * side) / this.height + "%");
-    this.planned = el("span", {hidden: true}, el("span", {class: "line plan"}), tr("targets of the run"));
+    this.planned = el("span", {hidden: true}, el("span", {class: "line plan"}), tr("planned"));
     this.node = el("section", {class: "card"},
       el("div", {class: "row heading"}, el("h2", {}, tr("Bed")),
         el("span", {class: "legend aside"},
@@ -103,7 +103,7 @@ export class Bed {
   }
 
   #showPlan(run) {
-    const points = run.over ? [] : run.targets;
+    const points = run.over ? [] : run.plan;
     this.planned.hidden = points.length === 0;
     this.plan.setAttribute("points", points.map(([x, y]) => this.#x(x) + "," + this.#y(y)).join(" "));
   }

@@ -24,7 +24,7 @@ export class Run {
 
   open() {
     this.#ends = [
-      wire.on("run", (event) => (event.event === "begun" ? this.#begun(event) : this.#read(event.id))),
+      wire.on("run", (event) => this.#told(event)),
       wire.on("step", (event) => event.run === this.id && this.#step(event)),
       wire.on("connection", (connected) => connected && this.#find()),
     ];
@@ -35,8 +35,8 @@ export class Run {
     for (const end of this.#ends) end();
   }
 
-  // Where XY goes, [[x, y], ...], as far as the controller knew before; empty: not known.
-  get targets() {
+  // Where XY goes, [[x, y], ...], as far as its steps know by now; empty: not known.
+  get plan() {
     return this.head?.plan ?? [];
   }
 
@@ -74,9 +74,12 @@ export class Run {
     this.#tell();
   }
 
-  #begun(event) {
-    Object.assign(this, {id: event.id, head: event, steps: [], over: false, problem: null});
-    this.#tell();
+  #told(event) {
+    if (event.event === "ended") return this.#read(event.id);
+    if (event.event === "begun") Object.assign(this, {id: event.id, head: event, steps: [], over: false, problem: null});
+    else if (event.event === "planned" && event.id === this.id) this.head = {...this.head, plan: event.plan};
+    else return undefined;
+    return this.#tell();
   }
 
   #step(event) {
