@@ -3,6 +3,7 @@
 #include <chrono>
 #include <future>
 
+#include "controller/alarms/RunAlarms.h"
 #include "controller/api/Api.h"
 #include "controller/api/Asked.h"
 #include "controller/history/RunArchive.h"
@@ -71,6 +72,18 @@ TJson HistoryRunJson(const THistoryRun& run) {
     one["durationMs"] = step.Ms;
     json["steps"].push_back(std::move(one));
   }
+  std::vector<TRunAlarm> alarms;
+  for (const THistoryAlarm& kept : run.Alarms) {
+    TRunAlarm& alarm = alarms.emplace_back();
+    alarm.RaisedMs = static_cast<std::uint64_t>(kept.AtMs);
+    if (kept.ClearedMs) alarm.ClearedMs = static_cast<std::uint64_t>(*kept.ClearedMs);
+    alarm.Level = static_cast<std::uint8_t>(kept.Level);
+    alarm.Identifier = kept.Identifier;
+    alarm.Description = kept.Desc;
+    alarm.Lang = run.Language;
+    alarm.Define();
+  }
+  json["alarms"] = AlarmsJson(alarms, 0);
   return json;
 }
 

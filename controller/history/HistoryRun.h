@@ -28,6 +28,14 @@ struct THistoryStep {
   std::int64_t Ms = 0;      // how long it stood
 };
 
+// An alarm that stood while it ran.
+struct THistoryAlarm {
+  std::int64_t AtMs = 0;                  // after the run's start, machine time; 0: it stood before
+  std::optional<std::int64_t> ClearedMs;  // nothing: it stood at the end
+  std::int32_t Level = 0;                 // as TRunAlarm::Level
+  std::string Identifier, Desc;
+};
+
 struct THistoryRun {
   std::int64_t Id = 0;
   std::string Name;  // of the procedure, or of the sequence
@@ -40,13 +48,15 @@ struct THistoryRun {
   std::int64_t DurationMs = 0;  // machine time
   std::string Path;             // from the root to where it ended, by class
   std::optional<TProblem> Problem;
-  std::string Language;             // of Problem and of the steps' names
-  std::vector<THistoryStep> Steps;  // at most kMostStepsKept
-  std::int64_t StepCount = 0;       // of all that it had
+  std::string Language;               // of Problem and of the steps' names
+  std::vector<THistoryStep> Steps;    // at most kMostStepsKept
+  std::int64_t StepCount = 0;         // of all that it had
+  std::vector<THistoryAlarm> Alarms;  // at most kMostAlarmsKept, in the order of their raises
 
   [[nodiscard]] bool Runs() const { return Outcome.empty(); }
 };
 
 inline constexpr std::size_t kMostStepsKept = 1000;
+inline constexpr std::size_t kMostAlarmsKept = 100;
 
 }  // namespace ixocontroller

@@ -78,6 +78,17 @@ std::optional<THistoryRun> TRunArchive::Find(std::int64_t id) {
   while (steps.Step())
     run.Steps.push_back({static_cast<std::int32_t>(steps.Int(0)), static_cast<std::int32_t>(steps.Int(1)),
                          static_cast<std::int32_t>(steps.Int(2)), steps.Text(3), steps.Int(4), steps.Int(5)});
+  if (TSqliteStmt kept(*FDb, "SELECT 1 FROM sqlite_master WHERE type='table' AND name='alarms'"); !kept.Step())
+    return run;  // of an earlier version
+  TSqliteStmt alarms(*FDb,
+                     "SELECT at_ms,coalesce(cleared_ms,-1),level,identifier,message FROM alarms WHERE run=?1 "
+                     "ORDER BY ordinal");
+  alarms.Bind(1, id);
+  while (alarms.Step()) {
+    THistoryAlarm& alarm = run.Alarms.emplace_back();
+    alarm = {alarms.Int(0), {}, static_cast<std::int32_t>(alarms.Int(2)), alarms.Text(3), alarms.Text(4)};
+    if (alarms.Int(1) >= 0) alarm.ClearedMs = alarms.Int(1);
+  }
   return run;
 }
 

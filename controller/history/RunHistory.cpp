@@ -37,9 +37,12 @@ constexpr const char* kTables = R"(
     run INTEGER NOT NULL, ordinal INTEGER NOT NULL, level INTEGER NOT NULL, number INTEGER NOT NULL,
     count INTEGER NOT NULL, description TEXT NOT NULL, from_ms INTEGER NOT NULL, ms INTEGER NOT NULL,
     PRIMARY KEY(run, ordinal)) WITHOUT ROWID;
+  CREATE TABLE IF NOT EXISTS alarms(
+    run INTEGER NOT NULL, ordinal INTEGER NOT NULL, at_ms INTEGER NOT NULL, cleared_ms INTEGER, level INTEGER NOT NULL,
+    identifier TEXT NOT NULL, message TEXT NOT NULL, PRIMARY KEY(run, ordinal)) WITHOUT ROWID;
 )";
 
-std::size_t RowsOf(const THistoryRun& run) { return 1 + run.Steps.size(); }
+std::size_t RowsOf(const THistoryRun& run) { return 1 + run.Steps.size() + run.Alarms.size(); }
 
 }  // namespace
 
@@ -61,10 +64,15 @@ struct TRunHistory::TStatements {
         Step(
             db,
             "INSERT INTO steps(run,ordinal,level,number,count,description,from_ms,ms) VALUES(?1,?2,?3,?4,?5,?6,?7,?8)"),
+        ClearAlarms(db, "DELETE FROM alarms WHERE run=?1"),
+        Alarm(db,
+              "INSERT INTO alarms(run,ordinal,at_ms,cleared_ms,level,identifier,message) "
+              "VALUES(?1,?2,?3,nullif(?4,-1),?5,?6,?7)"),
         PruneSteps(db, "DELETE FROM steps WHERE run IN(SELECT id FROM runs ORDER BY id LIMIT ?1)"),
+        PruneAlarms(db, "DELETE FROM alarms WHERE run IN(SELECT id FROM runs ORDER BY id LIMIT ?1)"),
         PruneRuns(db, "DELETE FROM runs WHERE id IN(SELECT id FROM runs ORDER BY id LIMIT ?1)") {}
 
-  TSqliteStmt Forget, Put, Clear, Step, PruneSteps, PruneRuns;
+  TSqliteStmt Forget, Put, Clear, Step, ClearAlarms, Alarm, PruneSteps, PruneAlarms, PruneRuns;
 };
 
 TRunHistory::TRunHistory(std::filesystem::path file, TRunHistoryOptions options)
@@ -308,8 +316,9 @@ void TRunHistory::OpenFile() {
                      .Table = "runs",
                      .Tables = kTables,
                      .Columns = "SELECT r.id,r.name,kind,params,who,detached,started,ended,outcome,duration,path,what,"
-                                "place,why,remedy,language,step_count,run,ordinal,level,number,count,description,"
-                                "from_ms,ms FROM runs r, steps",
+                                "place,why,remedy,language,step_count,s.run,s.ordinal,s.level,number,count,"
+                                "description,from_ms,ms,at_ms,cleared_ms,identifier,message FROM runs r, steps s, "
+                                "alarms a",
                      .TooNew = TrMark("the history of runs was written by a newer version")});
   FDb = std::move(db);
   FStatements = std::make_unique<TStatements>(*FDb);
@@ -388,11 +397,18 @@ void TRunHistory::WriteRun(const THistoryRun& run) {
     to.Step.Bind(1, run.Id).Bind(2, ++ordinal).Bind(3, std::int64_t{step.Level}).Bind(4, std::int64_t{step.Number});
     to.Step.Bind(5, std::int64_t{step.Count}).Bind(6, step.Desc).Bind(7, step.FromMs).Bind(8, step.Ms).Run();
   }
+  to.ClearAlarms.Bind(1, run.Id).Run();
+  ordinal = 0;
+  for (const THistoryAlarm& alarm : run.Alarms) {
+    to.Alarm.Bind(1, run.Id).Bind(2, ++ordinal).Bind(3, alarm.AtMs).Bind(4, alarm.ClearedMs.value_or(-1));
+    to.Alarm.Bind(5, std::int64_t{alarm.Level}).Bind(6, alarm.Identifier).Bind(7, alarm.Desc).Run();
+  }
 }
 
 void TRunHistory::Prune() {
   if (FRows <= FOptions.Kept) return;
   FStatements->PruneSteps.Bind(1, FRows - FOptions.Kept).Run();
+  FStatements->PruneAlarms.Bind(1, FRows - FOptions.Kept).Run();
   FStatements->PruneRuns.Bind(1, FRows - FOptions.Kept).Run();
   FRows = FOptions.Kept;
 }

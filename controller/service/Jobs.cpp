@@ -1,5 +1,6 @@
 #include "controller/service/Jobs.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "controller/procedures/Calls.h"
@@ -41,6 +42,13 @@ THistoryRun HistoryOf(const TRunRecord& record) {
     run.Steps.push_back({step.Level, step.Number, step.Count, step.Desc,
                          static_cast<std::int64_t>(from - report.EnteredMs),
                          static_cast<std::int64_t>(step.To - from)});
+  }
+  const auto since = [&](std::uint64_t ms) { return static_cast<std::int64_t>(ms - std::min(ms, report.StartMs)); };
+  for (const TRunAlarm& alarm : report.Alarms) {
+    if (run.Alarms.size() == kMostAlarmsKept) break;
+    THistoryAlarm& kept = run.Alarms.emplace_back();
+    kept = {since(alarm.RaisedMs), {}, alarm.Level, alarm.Identifier, alarm.Description};
+    if (alarm.ClearedMs) kept.ClearedMs = since(*alarm.ClearedMs);
   }
   return run;
 }

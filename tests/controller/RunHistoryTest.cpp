@@ -43,6 +43,7 @@ class RunHistory : public testing::Test {
     begun.Outcome.clear();
     begun.Ended.clear();
     begun.Steps.clear();
+    begun.Alarms.clear();
     run.Id = FHistory->Begin(std::move(begun));
     const std::int64_t id = run.Id;
     FHistory->End(std::move(run));
@@ -70,6 +71,7 @@ TEST_F(RunHistory, ARunIsOneRowThatARestartClosesAsLostAndNumbersGoOn) {
   run.Path = "TSmtSequence/TSmtWaitInport";
   run.Language = "zh";
   run.Problem = TProblem{"it ended", "step 2", "an alarm", "look"};
+  run.Alarms = {{300, 450, 0, "TPGas#2", "low"}, {880, {}, 1, "TPHost#1", "no motion"}};
   run.Steps = {{0, 1, 2, "go", 0, 400}, {1, 1, 1, "raise", 0, 100}, {0, 2, 2, "wait", 400, 500}};
   EXPECT_EQ(Do(run), 1);
   EXPECT_EQ(FHistory->Begin(Record("shot")), 2);
@@ -87,6 +89,9 @@ TEST_F(RunHistory, ARunIsOneRowThatARestartClosesAsLostAndNumbersGoOn) {
             run.Who + run.Params + run.Path + run.Language + run.Started + run.Ended);
   EXPECT_EQ(back.Problem, run.Problem);
   EXPECT_TRUE(back.Detached && back.Steps.size() == 3 && back.Steps[2].Desc == "wait" && back.Steps[2].Ms == 500);
+  ASSERT_EQ(back.Alarms.size(), 2U);
+  EXPECT_TRUE(back.Alarms[0].AtMs == 300 && back.Alarms[0].ClearedMs == 450 && back.Alarms[0].Desc == "low");
+  EXPECT_TRUE(back.Alarms[1].AtMs == 880 && !back.Alarms[1].ClearedMs && back.Alarms[1].Identifier == "TPHost#1");
   EXPECT_FALSE(TRunArchive(File).Find(4));
   EXPECT_EQ(TRunArchive(File).Find(2)->Problem, std::nullopt);
 }

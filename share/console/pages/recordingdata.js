@@ -90,9 +90,7 @@ export class Recording {
     const found = [];
     const add = async (head, atMs) => {
       const run = await wire.get("runs/" + head.id);
-      // One that was read from the history knows no more than which alarm has ended it.
-      run.alarms ??= run.outcome === "alarm" ? [{atMs: run.durationMs, text: run.problem?.why}] : [];
-      found.push({...run, atMs});
+      found.push({...run, alarms: run.alarms ?? [], atMs});
     };
     const startOf = (run) => new Date(run.start).getTime();
     for (const edge of edges) {
