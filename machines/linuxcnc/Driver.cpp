@@ -108,7 +108,7 @@ TResult<TLncConfig> ConfigOf(const TConfigSection& root) {
 // Orders of a person, one after the other, until what they are for has come.
 class TByHand {
  public:
-  explicit TByHand(const TLncConfig& config) : FRsh(config.Rsh, "ixocut-hand") {}
+  explicit TByHand(const TLncConfig& config) : FRsh(config.Rsh, "ixocut-hand", FTurn) {}
 
   [[nodiscard]] TResult<> Open() { return FRsh.Open(true); }
   [[nodiscard]] TResult<> Set(const char* what) {
@@ -138,6 +138,7 @@ class TByHand {
     return FRsh.Get("error", kLimitMs, error) == roAck && error != "OK" ? error : std::string();
   }
 
+  TRshTurn FTurn;
   TRshClient FRsh;
 };
 

@@ -33,8 +33,8 @@ TLncLink::TLncLink(const TLncConfig& config, IDriverEvents& events)
     : FConfig(config),
       FEvents(events),
       FHal(config.HalSocket),
-      FCommands(config.Rsh, "ixocut"),
-      FAsks(config.Rsh, "ixocut-status") {}
+      FCommands(config.Rsh, "ixocut", FTurn),
+      FAsks(config.Rsh, "ixocut-status", FTurn) {}
 
 TLncLink::~TLncLink() { End(); }
 

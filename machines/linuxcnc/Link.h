@@ -163,6 +163,7 @@ class TLncLink {
   IDriverEvents& FEvents;
   std::function<void(std::uint64_t)> FOnFrame;
   THalClient FHal;
+  TRshTurn FTurn;
   TRshClient FCommands;  // the commanding thread's
   TRshClient FAsks;      // the status thread's
   std::atomic<std::int32_t> FState{0};

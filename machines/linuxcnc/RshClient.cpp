@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <chrono>
 
 #include "ixocamglue/platform/services/Clock.h"
 #include "ixocamglue/support/Format.h"
@@ -12,7 +13,9 @@
 namespace ixocamglue {
 namespace {
 
-constexpr std::uint32_t kSliceMs = 20;  // how long a cancel may be overlooked
+constexpr std::uint32_t kSliceMs = 20;   // how long a cancel may be overlooked
+constexpr std::uint32_t kAgainMs = 100;  // without an answer: it was mixed up with another request
+constexpr int kRefusals = 3;             // of a `get`, which is never refused for its own sake
 constexpr std::size_t kLongestLine = 4096;
 
 std::string Capitals(std::string_view text) {
@@ -29,8 +32,22 @@ std::string AnswerName(std::string_view verb, std::string_view what) {
 
 }  // namespace
 
-TRshClient::TRshClient(TRshAddress address, const char* client)
-    : FAddress(std::move(address)), FClient(client), FTcp(CommParts().MakeTcp()) {}
+bool TRshTurn::Take() {
+  const std::uint64_t end = Clock().MonotonicMs() + kMs;
+  TGuard guard(FLock);
+  for (std::uint64_t now = 0; FTaken; FBack.wait_for(FLock, std::chrono::milliseconds(end - now)))
+    if (now = Clock().MonotonicMs(); now >= end) return false;
+  return FTaken = true;
+}
+
+void TRshTurn::GiveBack() {
+  TGuard guard(FLock);
+  FTaken = false;
+  FBack.notify_one();
+}
+
+TRshClient::TRshClient(TRshAddress address, const char* client, TRshTurn& turn)
+    : FAddress(std::move(address)), FClient(client), FTurn(turn), FTcp(CommParts().MakeTcp()) {}
 
 TResult<> TRshClient::Open(bool enable) {
   Close();
@@ -78,51 +95,79 @@ void TRshClient::Close() {
 void TRshClient::Cancel() { FCancelled.store(true, std::memory_order_release); }
 
 TRshOutcome TRshClient::Set(std::string_view what, std::uint32_t limitMs) {
+  const std::string request = "set " + std::string(what);
   std::string rest;
-  const TRshOutcome outcome = Ask("set " + std::string(what), AnswerName("set", what), limitMs, rest);
-  return outcome == roAck && rest != "ACK" ? roNak : outcome;
+  TRshOutcome outcome = roNak;
+  for (int tries = 0; tries < 2 && outcome == roNak; ++tries) {
+    outcome = Ask(request, AnswerName("set", what), limitMs, rest);
+    if (outcome == roAck && rest != "ACK") outcome = roNak;
+  }
+  if (outcome == roSilent) Close();
+  return outcome;
 }
 
 TRshOutcome TRshClient::Get(std::string_view what, std::uint32_t limitMs, std::string& value) {
-  return Ask("get " + std::string(what), AnswerName("get", what), limitMs, value);
+  const std::string request = "get " + std::string(what);
+  const std::uint64_t end = Clock().MonotonicMs() + limitMs;
+  for (int refused = 0;;) {
+    const std::uint64_t now = Clock().MonotonicMs();
+    const auto left = static_cast<std::uint32_t>(std::min<std::uint64_t>(end > now ? end - now : 0, kAgainMs));
+    const TRshOutcome outcome = Ask(request, AnswerName("get", what), left, value);
+    if (outcome == roNak && ++refused < kRefusals) continue;
+    if (outcome == roSilent && Clock().MonotonicMs() < end) continue;
+    if (outcome == roSilent) Close();
+    return outcome;
+  }
 }
 
 TRshOutcome TRshClient::Ask(std::string_view request, std::string_view name, std::uint32_t limitMs, std::string& rest) {
   rest.clear();
   if (!FOpen) return roClosed;
+  while (FTcp->WaitReadable(0))
+    if (!Receive()) return roClosed;
+  FReceived.clear();  // came too late
+  TRshTurn::TMine turn(FTurn);
   const std::string line = std::string(request) + "\r\n";
   if (FTcp->Send(std::span(reinterpret_cast<const std::uint8_t*>(line.data()), line.size())) < 0) {
     Close();
     return roClosed;
   }
   const std::string echo = Capitals(request);
-  const std::uint64_t end = Clock().MonotonicMs() + limitMs;
+  const std::string verb = echo.substr(0, echo.find(' ') + 1);
+  const std::uint64_t sent = Clock().MonotonicMs();
+  const std::uint64_t end = sent + limitMs;
   for (std::string answer;;) {
     while (NextLine(answer)) {
       const std::string capitals = Capitals(answer);
       if (capitals == echo) continue;
-      if (capitals == "SET NAK" || capitals == "GET NAK" || capitals == "GET " + std::string(name) + " NAK")
-        return roNak;
-      if (capitals.rfind(name, 0) != 0) continue;
+      // Also of another name: it has taken up words of another request.
+      if (capitals.starts_with(verb) && capitals.ends_with(" NAK")) return roNak;
+      if (!capitals.starts_with(name)) continue;
       if (capitals.size() > name.size() && capitals[name.size()] != ' ') continue;
       rest = capitals.substr(std::min(capitals.size(), name.size() + 1));
       return roAck;
     }
     const std::uint64_t now = Clock().MonotonicMs();
-    const bool cancelled = FCancelled.load(std::memory_order_acquire);
-    if (cancelled || now >= end) {
-      Close();
-      return cancelled ? roClosed : roSilent;
-    }
-    if (!FTcp->WaitReadable(static_cast<std::uint32_t>(std::min<std::uint64_t>(end - now, kSliceMs)))) continue;
-    std::array<std::uint8_t, 1024> buffer;
-    const int got = FTcp->Receive(buffer);
-    if (got == 0 || FReceived.size() > kLongestLine) {
+    if (now - sent >= TRshTurn::kMs) turn.GiveBack();
+    if (FCancelled.load(std::memory_order_acquire)) {
       Close();
       return roClosed;
     }
-    if (got > 0) FReceived.append(reinterpret_cast<const char*>(buffer.data()), static_cast<std::size_t>(got));
+    if (now >= end) return roSilent;
+    if (FTcp->WaitReadable(static_cast<std::uint32_t>(std::min<std::uint64_t>(end - now, kSliceMs))) && !Receive())
+      return roClosed;
   }
+}
+
+bool TRshClient::Receive() {
+  std::array<std::uint8_t, 1024> buffer;
+  const int got = FTcp->Receive(buffer);
+  if (got == 0 || FReceived.size() > kLongestLine) {
+    Close();
+    return false;
+  }
+  if (got > 0) FReceived.append(reinterpret_cast<const char*>(buffer.data()), static_cast<std::size_t>(got));
+  return true;
 }
 
 // Lines end "\r\n" or "\n\r"; empty ones are none.

@@ -153,6 +153,21 @@ TEST_F(LinuxcncDriver, AMoveThatEndsElsewhereHasFailedAndSaysWhere) {
   EXPECT_TRUE(Comes([&] { return !Refused([&] { static_cast<void>(Motion.IsBusy()); }).empty(); }));
 }
 
+// linuxcncrsh takes the requests of all connections apart in the same memory.
+TEST_F(LinuxcncDriver, RequestsThatLinuxcncMixesUpAreAskedAgain) {
+  Start();
+  Cnc.MixesUp = true;
+  Link.NoteState(kProcedure);
+  for (const double x : {20.0, 40.0, 60.0, 80.0, 100.0}) {
+    Motion.MoveXY({x, 0.0}, 0.0);
+    ASSERT_TRUE(Ends(luXY));
+    EXPECT_NEAR(Motion.GetPos(0), x, TLncLink::kArrivedMm);
+  }
+  const std::uint64_t told = Cnc.FeedOverrides();
+  ASSERT_TRUE(Comes([&] { return Cnc.FeedOverrides() > told + 8; }));
+  EXPECT_EQ(Events.Last(), "");
+}
+
 TEST_F(LinuxcncDriver, WhatIsNotReadyMovesNothingAndSaysWhatIsToBeDone) {
   Cnc.Estop = true, Cnc.On = false;
   Start();
