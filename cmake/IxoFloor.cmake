@@ -50,8 +50,8 @@ endfunction()
 
 # ixo_part(<target> FILES <sources and headers> [LINKS <targets>])
 #
-# A static library above libixocamglue. LINKS are passed on to whoever links it. ixo_install_part(<target> <folder>)
-# installs it and its headers below include/<folder>.
+# A static library above libixocamglue. LINKS are passed on to whoever links it.
+# ixo_install_part(<target> <folder> [headers]) installs it and these headers, else all it has, below include/<folder>.
 function(ixo_part target)
   cmake_parse_arguments(PARSE_ARGV 1 part "" "" "FILES;LINKS")
   add_library(${target} STATIC ${part_FILES})
@@ -61,8 +61,11 @@ function(ixo_part target)
 endfunction()
 
 function(ixo_install_part target folder)
-  get_target_property(headers ${target} SOURCES)
-  list(FILTER headers INCLUDE REGEX "\\.h$")
+  set(headers ${ARGN})
+  if(NOT headers)
+    get_target_property(headers ${target} SOURCES)
+    list(FILTER headers INCLUDE REGEX "\\.h$")
+  endif()
   target_sources(${target} PUBLIC FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR} FILES ${headers})
   cmake_path(APPEND CMAKE_INSTALL_INCLUDEDIR ${folder} OUTPUT_VARIABLE include)
   target_include_directories(${target} PUBLIC $<INSTALL_INTERFACE:${include}>)

@@ -284,6 +284,7 @@ int IxocutMain(int argc, const char* const* argv, TAdditions additions) {
   TLocaleReader locale(ixocontroller::ShareFolder() / "locale");
   std::optional<ixocontroller::TAddedProcedures> added;
   std::optional<TAddedMachines> machines;
+  std::optional<ixoverify::TAddedGasMethods> gasMethods;
   CLI::App program("", "ixocut");
   TCommandRun run;
 
@@ -313,6 +314,7 @@ int IxocutMain(int argc, const char* const* argv, TAdditions additions) {
     Describe(program);
     added.emplace(std::move(additions.Procedures));
     machines.emplace(std::move(additions.Machines), std::move(additions.Drivers));
+    gasMethods.emplace(std::move(additions.GasMethods));
     AddCommands(program, run);
     program.parse(argc, argv);
     if (!run) {

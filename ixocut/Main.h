@@ -5,15 +5,17 @@
 
 #include "controller/procedures/Procedures.h"
 #include "ixocamglue/platform/Driver.h"
+#include "verify/GasStudy.h"
 
 namespace ixocut {
 
 // What an application adds: its rows run from the command line and in files like the program's own, its machines drive
-// what the machine file names.
+// what the machine file names, its methods of calibration are judged by `gas study`.
 struct TAdditions {
   std::vector<ixocontroller::TProcedure> Procedures = {};
   std::vector<ixocamglue::TMachineFactory> Machines = {};
   std::vector<ixocamglue::TDriverFactory> Drivers = {};  // of a machine that is put together from its file
+  std::vector<ixoverify::TGasMethod> GasMethods = {};
 };
 
 // Parses, runs, prints one line on the error output for each failure. Returns the exit code. Main thread.

@@ -2,7 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <optional>
+#include <stdexcept>
+#include <utility>
 
 #include "ixocamglue/gascal/Refine.h"
 #include "ixocamglue/gascal/Ugasdaadjust.h"
@@ -15,7 +16,100 @@ namespace {
 constexpr std::int64_t kGasOnMs = 500;
 constexpr std::int64_t kSampleMs = 5;
 constexpr std::int64_t kUnsettledMs = 15'000;
-constexpr std::int64_t PauseMs(std::int32_t gasType) { return gasType == 2 ? 600 : 300; }
+
+// What the machine's exact procedure does.
+class TExactMethod : public IGasMethod {
+ public:
+  explicit TExactMethod(std::int32_t gasType) : FPauseMs(gasType == 2 ? 600 : 300) {
+    FAdjust.SetBranch(gasType);
+    FAdjust.Reset();
+  }
+
+  std::optional<double> NextVolt() override {
+    double volt = 0.0;
+    return FAdjust.GetNextAdjDA3P(volt) ? Begin(volt) : std::nullopt;
+  }
+  std::int64_t PauseMs() override { return FPauseMs; }
+  std::optional<double> Sample(std::int64_t ms, double bar) override {
+    FAdjust.AddSample(ms, bar);
+    double press = 0.0;
+    std::int32_t stableMs = 0, riseMs = 0;
+    return FAdjust.CheckGasPressStable(press, stableMs, riseMs, true) ? Settled(press) : std::nullopt;
+  }
+  TIncList Table() override {
+    TIncList table = FAdjust.CaliList();
+    FAdjust.ReBuildGasAdjList(table);
+    return table;
+  }
+
+ protected:
+  std::optional<double> Begin(double volt) {
+    FAdjust.ResetGasPressList();
+    return FVolt = volt;
+  }
+  virtual std::optional<double> Settled(double press) {
+    FAdjust.RecordPoint(FVolt, press);
+    return press;
+  }
+
+  TQuickGasDAAdjust FAdjust;
+  double FVolt = 0.0;  // being measured
+
+ private:
+  const std::int64_t FPauseMs;
+};
+
+// Even voltages, with the same test of settling.
+class TUniformMethod final : public TExactMethod {
+ public:
+  using TExactMethod::TExactMethod;
+  std::optional<double> NextVolt() override {
+    const std::int32_t next = FAdjust.CaliList().Count() + 1;
+    return next > kMaxAdjPoints ? std::nullopt : Begin(kFullScaleVolt * next / kMaxAdjPoints);
+  }
+};
+
+// Goes on where the exact procedure ends.
+class TRefinedMethod final : public TExactMethod {
+ public:
+  using TExactMethod::TExactMethod;
+  std::optional<double> NextVolt() override {
+    if (!FRefining) {
+      if (const auto volt = TExactMethod::NextVolt()) return volt;
+      FRefining = true;
+    }
+    double volt = 0.0;
+    return FRefine.GetNextDA(volt) ? Begin(volt) : std::nullopt;
+  }
+  std::int64_t PauseMs() override { return FRefining ? TGasRefine::kPauseMs : TExactMethod::PauseMs(); }
+  std::optional<double> Sample(std::int64_t ms, double bar) override {
+    if (!FRefining) return TExactMethod::Sample(ms, bar);
+    FAdjust.AddSample(ms, bar);
+    double press = 0.0;
+    return FRefine.CheckSettled(FAdjust.Samples(), press) ? Settled(press) : std::nullopt;
+  }
+  TIncList Table() override {
+    TIncList table = FAdjust.CaliList();
+    FRefine.BuildCurve(table);
+    return table;
+  }
+
+ private:
+  std::optional<double> Settled(double press) override {
+    FRefine.Record(FVolt, FAdjust.Samples(), press);
+    return TExactMethod::Settled(press);
+  }
+
+  TGasRefine FRefine;
+  bool FRefining = false;  // the exact procedure has proposed its last voltage
+};
+
+template <class T>
+TGasMethod MethodOf(const char* name) {
+  return {name, [](std::int32_t gasType) { return std::make_unique<T>(gasType); }};
+}
+
+std::vector<TGasMethod> GAdded;
 
 // A valve, its sensor and a clock.
 class TBench {
@@ -25,44 +119,42 @@ class TBench {
     Wait(kGasOnMs);
   }
 
-  void Wait(std::int64_t ms) {
-    for (; ms > 0; --ms, ++FNow) FValve.Step();
-  }
-  void Output(double volt) { FValve.Output(volt); }
-  void Sample(TQuickGasDAAdjust& adjust) {
-    adjust.AddSample(FNow, FSensor.Read(static_cast<std::uint64_t>(FNow), FValve.Bar()));
+  // False when the pressure does not settle.
+  bool Measure(IGasMethod& method, double volt) {
+    FValve.Output(volt);
+    const std::int64_t limit = FNow + kUnsettledMs;
+    for (Wait(method.PauseMs()); FNow < limit; Wait(kSampleMs))
+      if (method.Sample(FNow, FSensor.Read(static_cast<std::uint64_t>(FNow), FValve.Bar()))) return true;
+    return false;
   }
   [[nodiscard]] std::int64_t Now() const { return FNow; }
 
  private:
+  void Wait(std::int64_t ms) {
+    for (; ms > 0; --ms, ++FNow) FValve.Step();
+  }
+
   TGasValve FValve;
   TPressureSensor FSensor;
   std::int64_t FNow = 0;
 };
 
-// Measures one voltage; none when it does not settle. `settled` answers the pressure.
-template <class Settled>
-std::optional<double> Measure(TBench& bench, TQuickGasDAAdjust& adjust, double volt, std::int64_t pauseMs,
-                              Settled settled) {
-  bench.Output(volt);
-  adjust.ResetGasPressList();
-  const std::int64_t limit = bench.Now() + kUnsettledMs;
-  for (bench.Wait(pauseMs); bench.Now() < limit; bench.Wait(kSampleMs)) {
-    bench.Sample(adjust);
-    if (const std::optional<double> press = settled()) return press;
-  }
-  return std::nullopt;
-}
-
 }  // namespace
 
-const char* GasMethodName(TGasMethod method) {
-  switch (method) {
-    case gmExact: return "exact";
-    case gmRefined: return "refined";
-    case gmUniform: return "uniform-15";
-  }
-  return "";
+TAddedGasMethods::TAddedGasMethods(std::vector<TGasMethod> methods) { GAdded = std::move(methods); }
+TAddedGasMethods::~TAddedGasMethods() { GAdded.clear(); }
+
+std::vector<TGasMethod> GasMethods() {
+  std::vector<TGasMethod> methods{MethodOf<TExactMethod>("exact"), MethodOf<TRefinedMethod>("refined"),
+                                  MethodOf<TUniformMethod>("uniform-15")};
+  methods.insert(methods.end(), GAdded.begin(), GAdded.end());
+  return methods;
+}
+
+TGasMethod GasMethod(std::string_view name) {
+  for (TGasMethod& method : GasMethods())
+    if (method.Name == name) return std::move(method);
+  throw std::out_of_range("no method of calibration is called " + std::string(name));
 }
 
 double TableErrorPercent(const TIncList& table, const TGasValveParams& valve, double* atVolt) {
@@ -77,58 +169,25 @@ double TableErrorPercent(const TIncList& table, const TGasValveParams& valve, do
   return 100.0 * largest / StaticBar(valve, kFullScaleVolt);
 }
 
-TStudyRun StudyGasValve(TGasMethod method, std::int32_t gasType, const TGasValveParams& valve, std::uint64_t seed) {
+TStudyRun StudyGasValve(const TGasMethod& method, std::int32_t gasType, const TGasValveParams& valve,
+                        std::uint64_t seed) {
   TBench bench(valve, seed);
-  TQuickGasDAAdjust adjust;
-  adjust.SetBranch(gasType);
-  adjust.Reset();
-  TGasRefine refine;
-  const auto stable = [&]() -> std::optional<double> {
-    double press = 0.0;
-    std::int32_t stableMs = 0, riseMs = 0;
-    return adjust.CheckGasPressStable(press, stableMs, riseMs, true) ? std::optional(press) : std::nullopt;
-  };
-  const auto foreseen = [&]() -> std::optional<double> {
-    double press = 0.0;
-    return refine.CheckSettled(adjust.Samples(), press) ? std::optional(press) : std::nullopt;
-  };
-
-  TStudyRun run;
-  const auto measure = [&](double volt, std::int64_t pauseMs, const auto& settled) {
-    const std::optional<double> press = Measure(bench, adjust, volt, pauseMs, settled);
-    if (!press) return false;
-    adjust.RecordPoint(volt, *press);
-    refine.Record(volt, adjust.Samples(), *press);
+  const std::unique_ptr<IGasMethod> calibration = method.Make(gasType);
+  TStudyRun run{.Finished = true};
+  while (const std::optional<double> volt = calibration->NextVolt()) {
+    run.Finished = run.Points < kMostStudyPoints && bench.Measure(*calibration, *volt);
+    if (!run.Finished) break;
     ++run.Points;
-    return true;
-  };
-  const auto procedure = [&] {
-    double volt = 0.0;
-    if (method == gmUniform) {
-      for (int i = 1; i <= kMaxAdjPoints; ++i)
-        if (!measure(kFullScaleVolt * i / kMaxAdjPoints, PauseMs(gasType), stable)) return false;
-      return true;
-    }
-    while (adjust.GetNextAdjDA3P(volt))
-      if (!measure(volt, PauseMs(gasType), stable)) return false;
-    while (method == gmRefined && refine.GetNextDA(volt))
-      if (!measure(volt, TGasRefine::kPauseMs, foreseen)) return false;
-    return true;
-  };
-  run.Finished = procedure();
+  }
   run.MachineMs = static_cast<double>(bench.Now());
-  run.Table = adjust.CaliList();
-  if (method == gmRefined)
-    refine.BuildCurve(run.Table);
-  else
-    adjust.ReBuildGasAdjList(run.Table);
+  run.Table = calibration->Table();
   run.ErrorPercent = TableErrorPercent(run.Table, valve, &run.AtVolt);
   return run;
 }
 
 namespace {
 
-TStudyRow RowOf(TGasMethod method, std::int32_t gasType, const std::vector<TStudyRun>& runs) {
+TStudyRow RowOf(const std::string& method, std::int32_t gasType, const std::vector<TStudyRun>& runs) {
   TStudyRow row{.Method = method, .GasType = gasType};
   std::vector<double> errors;
   const double count = static_cast<double>(runs.size());
@@ -154,7 +213,7 @@ TStudyRow RowOf(TGasMethod method, std::int32_t gasType, const std::vector<TStud
 
 std::vector<TStudyRow> StudyGasMethods(std::int32_t valves, std::uint64_t seed) {
   std::vector<TStudyRow> rows;
-  for (const TGasMethod method : {gmExact, gmRefined, gmUniform}) {
+  for (const TGasMethod& method : GasMethods()) {
     std::vector<TStudyRun> all;
     for (std::int32_t gas = 1; gas <= kStudyGases; ++gas) {
       TSimRandom random(seed + static_cast<std::uint64_t>(gas));
@@ -163,10 +222,10 @@ std::vector<TStudyRow> StudyGasMethods(std::int32_t valves, std::uint64_t seed) 
         const TGasValveParams valve = DrawGasValve(gas, random);
         runs.push_back(StudyGasValve(method, gas, valve, random.Next()));
       }
-      rows.push_back(RowOf(method, gas, runs));
+      rows.push_back(RowOf(method.Name, gas, runs));
       all.insert(all.end(), runs.begin(), runs.end());
     }
-    rows.push_back(RowOf(method, 0, all));
+    rows.push_back(RowOf(method.Name, 0, all));
   }
   return rows;
 }

@@ -38,10 +38,10 @@ int RunStudy(const TStudyOptions& options, std::ostream& out) {
   auto json = nlohmann::ordered_json::array();
   for (const TStudyRow& row : StudyGasMethods(static_cast<std::int32_t>(options.Valves), options.Seed)) {
     const bool all = row.GasType == 0;
-    table.push_back({GasMethodName(row.Method), all ? Tr("all gases") : ShownGas(row.GasType),
-                     Format("%.1f", row.Points), Format("%.1f", row.Seconds), Format("%.2f", row.Median),
-                     Format("%.2f", row.Percent90), Format("%.2f", row.Worst), std::to_string(row.Unfinished)});
-    json.push_back({{"method", GasMethodName(row.Method)},
+    table.push_back({row.Method, all ? Tr("all gases") : ShownGas(row.GasType), Format("%.1f", row.Points),
+                     Format("%.1f", row.Seconds), Format("%.2f", row.Median), Format("%.2f", row.Percent90),
+                     Format("%.2f", row.Worst), std::to_string(row.Unfinished)});
+    json.push_back({{"method", row.Method},
                     {"gas", all ? "all" : GasName(row.GasType)},
                     {"points", row.Points},
                     {"seconds", row.Seconds},
