@@ -2,6 +2,8 @@
 """check_docs.py <checkout>: what the documents name is there: each file and folder, each route of the interface, and in
 those that are HELD each piece of code stands in the file that it is quoted from.
 check_docs.py <checkout> <ixocut>: runs the commands of the documents that are HELD with this program.
+check_docs.py <checkout> <ixocut> <folder>: those of the examples, which are built in this folder against the installation
+that CMAKE_PREFIX_PATH names.
 Prints `file:line: reason` for each that is wrong, and fails if there is one.
 
 A block of a document that is HELD says behind its language what it is:
@@ -13,7 +15,8 @@ A block of a document that is HELD says behind its language what it is:
   ```console                      commands behind "$ ", each with what it prints, if that is shown: every number stands
                                   for any other one and "..." for anything; what is shown may be a failure
   ```text                         nothing to run: a drawing, a listing
-The commands of one document share a shell and an empty folder, with copies of examples/ and share/ in it.
+The commands of one document share a shell and an empty folder, with copies of examples/ and share/ in it; those of the
+examples share one folder, in which the first of them builds all.
 """
 import json
 import os
@@ -28,6 +31,8 @@ import tempfile
 
 ROOT = pathlib.Path(sys.argv[1]).resolve()
 DOCUMENTS = ["README.md", *(f"docs/{name}.md" for name in ("ARCHITECTURE", "api", "kept", "linuxcnc", "real-machine"))]
+EXAMPLES = ["examples/README.md",  # builds all; first
+            *sorted(str(path.relative_to(ROOT)) for path in ROOT.glob("examples/*/README.md"))]
 HELD = ["docs/api.md"]
 # What is made where the program works, or is no file of ours.
 ELSEWHERE = re.compile(r"^(state|build|gas|nozzle|square|steps|machine|FILE|purge|alarms|~)\b|\.(db|svg|jsonl|sock|log|lock)$"
@@ -37,6 +42,7 @@ PLACE = re.compile(r"^[A-Za-z.][\w./-]*(/|\.(\*|h|cpp|py|sh|json|md|xml))$")
 PORTS = ["8620", "8621", "1502", "1503"]
 HERE = {"192.168.0.5": "127.0.0.1", "cutter.example": "localhost"}
 PATIENCE_S = 60
+BUILD_PATIENCE_S = 600
 
 wrong = 0
 
@@ -84,9 +90,10 @@ def check_places():
         return any(path == stem or path.endswith("/" + stem) or (place.endswith(".*") and ("/" + path).rfind("/" + stem) >= 0)
                    for path in tree)
 
-    for document in sorted({*DOCUMENTS, *HELD}):
+    for document in sorted({*DOCUMENTS, *HELD, *EXAMPLES}):
         for number, text in enumerate(lines_of(document), 1):
             for place in re.findall(r"`([^`\s]+)`", text) + re.findall(r"\]\(([^)#:]+)\)", text):
+                place = re.sub(r"^(\.\./)+", "", place)
                 if PLACE.match(place) and not ELSEWHERE.search(place) and not is_there(place):
                     complain(document, number, f"{place} is not there")
             for path in re.findall(r"(?:\$A|/api/v1)(/[\w/.-]*[\w/-])", text):
@@ -166,59 +173,67 @@ def shape(text):
     return re.sub(r"\d+(\.\d+)?", "0", re.sub(r"\s+", "", text))
 
 
-def run_commands(document, program):
+def run_commands(document, program, folder):
     """What was wrong, as (line, reason)."""
     text, shows = script(document)
-    with tempfile.TemporaryDirectory(prefix="ixo-docs-") as folder:
-        home, out, tools = (pathlib.Path(folder, name) for name in ("home", "out", "bin"))
-        for made in (home, out, tools):
-            made.mkdir()
-        for copied in ("examples", "share"):
-            shutil.copytree(ROOT / copied, home / copied)
-        (home / ".curlrc").write_text("silent\nshow-error\n", encoding="utf-8")
-        for there, here in {**HERE, **{port: free_port() for port in PORTS}}.items():
-            text = re.sub(rf"\b{re.escape(there)}\b", here, text)
-            if there == PORTS[0]:  # where a controller listens that was not told otherwise
-                port = f'case "$*" in *--port*) ;; serve*) set -- "$@" --port {here} ;; esac'
-                (tools / "ixocut").write_text(f'#!/bin/sh\n{port}\nexec {program} "$@"\n', encoding="utf-8")
-        (tools / "ixocut").chmod(0o755)
-        settings = {"HOME": str(home), "OUT": str(out), "PATH": f"{tools}:/usr/bin:/bin", "LC_ALL": "C.UTF-8",
-                    "IXOCUT_LANG": "zh" if document.endswith(".zh.md") else "en"}
-        shell = subprocess.Popen(["bash", "-c", text], cwd=home, env=settings, stdin=subprocess.DEVNULL,
-                                 start_new_session=True)
-        try:
-            status = shell.wait(PATIENCE_S)
-        except subprocess.TimeoutExpired:
-            status = f"no end after {PATIENCE_S} s"
-        try:
-            os.killpg(shell.pid, signal.SIGKILL)  # what a failure has left behind
-        except ProcessLookupError:
-            pass
-        shell.wait()
+    home, out, tools = (folder / name for name in ("home", "out", "bin"))
+    for emptied in (out, tools, home / ".local", home / "examples", home / "share"):
+        shutil.rmtree(emptied, ignore_errors=True)
+    for made in (home, out, tools):
+        made.mkdir(exist_ok=True)
+    for copied in ("examples", "share"):
+        shutil.copytree(ROOT / copied, home / copied)
+    (home / ".curlrc").write_text("silent\nshow-error\n", encoding="utf-8")
+    for there, here in {**HERE, **{port: free_port() for port in PORTS}}.items():
+        text = re.sub(rf"\b{re.escape(there)}\b", here, text)
+        if there in PORTS:  # in the files that come with it, too
+            for file in home.glob("examples/**/*.xml"):
+                file.write_text(re.sub(rf"\b{there}\b", here, file.read_text(encoding="utf-8")), encoding="utf-8")
+        if there == PORTS[0]:  # where a controller listens that was not told otherwise
+            port = f'case "$*" in *--port*) ;; serve*) set -- "$@" --port {here} ;; esac'
+            (tools / "ixocut").write_text(f'#!/bin/sh\n{port}\nexec {program} "$@"\n', encoding="utf-8")
+    (tools / "ixocut").chmod(0o755)
+    settings = {"HOME": str(home), "OUT": str(out), "PATH": f"{tools}:/usr/bin:/bin", "LC_ALL": "C.UTF-8",
+                "IXOCUT_LANG": "zh" if document.endswith(".zh.md") else "en",
+                **{name: value for name, value in os.environ.items() if name == "CXX" or name.startswith("CMAKE_")}}
+    shell = subprocess.Popen(["bash", "-c", text], cwd=home, env=settings, stdin=subprocess.DEVNULL,
+                             start_new_session=True)
+    patience = BUILD_PATIENCE_S if "cmake --build" in text else PATIENCE_S
+    try:
+        status = shell.wait(patience)
+    except subprocess.TimeoutExpired:
+        status = f"no end after {patience} s"
+    try:
+        os.killpg(shell.pid, signal.SIGKILL)  # what a failure has left behind
+    except ProcessLookupError:
+        pass
+    shell.wait()
 
-        def printed(line):
-            file = out / str(line)
-            return file.read_text(encoding="utf-8", errors="replace").replace(str(home), "/home/li") if file.exists() else ""
+    def printed(line):
+        file = out / str(line)
+        return file.read_text(encoding="utf-8", errors="replace").replace(str(home), "/home/li") if file.exists() else ""
 
-        faults = []
-        at = int((out / "at").read_text())
-        if status != 0:
-            faults.append((at, f"this failed ({status}):\n{printed(at)}"))
-        for line, shown in shows:
-            pattern = ".*".join(re.escape(shape(part)) for part in shown.split("..."))
-            if line <= at and not re.fullmatch(pattern, shape(printed(line))):
-                faults.append((line, f"this printed instead:\n{printed(line)}"))
-        return faults
+    faults = []
+    at = int((out / "at").read_text())
+    if status != 0:
+        faults.append((at, f"this failed ({status}):\n{printed(at)}"))
+    for line, shown in shows:
+        pattern = ".*".join(re.escape(shape(part)) for part in shown.split("..."))
+        if line <= at and not re.fullmatch(pattern, shape(printed(line))):
+            faults.append((line, f"this printed instead:\n{printed(line)}"))
+    return faults
 
 
 if len(sys.argv) > 2:
     ixocut = pathlib.Path(sys.argv[2]).resolve()
-    for held in HELD:
-        # Once more where it failed: most of it is in real time.
-        for fault in run_commands(held, ixocut) and run_commands(held, ixocut):
-            complain(held, *fault)
+    for held in EXAMPLES if len(sys.argv) > 3 else HELD:
+        with tempfile.TemporaryDirectory(prefix="ixo-docs-") as fresh:
+            place = pathlib.Path(sys.argv[3] if len(sys.argv) > 3 else fresh).resolve()
+            # Once more where it failed: most of it is in real time.
+            for fault in run_commands(held, ixocut, place) and run_commands(held, ixocut, place):
+                complain(held, *fault)
 else:
     check_places()
-    for held in HELD:
+    for held in [*HELD, *EXAMPLES]:
         check_quotations(held)
 sys.exit(1 if wrong else 0)
