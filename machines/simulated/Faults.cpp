@@ -60,7 +60,11 @@ constexpr TSimFault kFaults[] = {
     {{"gas.low-supply", TrMark("the gas supply gives 0.5 bar")},
      [](TSimMachine& m) { m.GasDevice().SetSupply(kLowSupply); }},
     {{"gas.weak-supply", TrMark("the gas supply gives three tenths of its pressure")}, OnValves<vfLowSupply>},
-    {{"gas.no-supply", TrMark("no gas comes")}, OnValves<vfNoSupply>},
+    {{"gas.no-supply", TrMark("no gas comes")},
+     [](TSimMachine& m) {
+       OnValves<vfNoSupply>(m);
+       m.GasDevice().SetSupply(0.0);  // also where no valve is simulated
+     }},
     {{"gas.stuck", TrMark("the gas valves stay where they are")}, OnValves<vfStuck>},
     {{"gas.dead-sensor", TrMark("the pressure sensors read 0")}, OnValves<vfDeadSensor>},
     {{"gas.non-finite", TrMark("every other reading of the pressure sensors is no number")}, OnValves<vfNonFinite>},

@@ -43,22 +43,26 @@ TEST_F(Effects, GasThatIsNotWhatWasSetEndsTheProcedureBeforeItsNextStep) {
 }
 
 TEST_F(Effects, ABeamWithoutItsGasSupplyEnds) {
-  const auto run = [this](bool gas) {
+  const auto run = [this](bool gas, const char* fault) {
     std::vector<TSequenceItem> items{
         {516, "on"}, {612, "delay", [](TStateMotion& s) { dynamic_cast<TSmtDelay&>(s).SetDelay(1000); }}};
     if (gas) items.insert(items.begin(), GasOn(2, 2.0));
+    Journal().Clear();
     StartSequence(std::move(items));
     RunUntil("laser on");
     FController.RunFor(100);
-    FController.Machine().Inject("gas.low-supply");
+    FController.Machine().Inject(fault);
     const std::uint64_t before = Clock().MonotonicMs();
     const TMotionExecType end = Finish();
     EXPECT_EQ(Clock().MonotonicMs() - before < 250, gas);
     return end;
   };
-  EXPECT_EQ(run(true), metError);
-  EXPECT_THAT(Controller().Outcome().Cause, HasSubstr("200"));
-  EXPECT_EQ(run(false), metSuccess) << "no gas, nothing to supply";
+  EXPECT_EQ(run(false, "gas.no-supply"), metSuccess) << "no gas, nothing to supply";
+  for (const char* const fault : {"gas.low-supply", "gas.no-supply"}) {
+    Machine().GasDevice().SetSupply(20.0);
+    EXPECT_EQ(run(true, fault), metError) << fault;
+    EXPECT_THAT(Controller().Outcome().Cause, HasSubstr("200"));
+  }
 }
 
 TEST_F(Effects, NoLightIsNoSuccess) {
