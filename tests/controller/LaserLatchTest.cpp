@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include "controller/LaserLatch.h"
+#include "controller/StateFolder.h"
 #include "controller/procedures/ProcedureRun.h"
 #include "fixture/Machine.h"
 
@@ -123,7 +124,7 @@ TEST_F(LaserLatch, TheMessageStandsUntilTheReset) {
 }
 
 TEST(LatchInARun, TheReportNamesItsReasonAndWhatToDo) {
-  TProcedureRun run({.Machines = {SimulatedMachine()}});
+  TProcedureRun run({.Machines = {SimulatedMachine()}, .AlarmFolder = ShareFolder() / "alarms"});
   run.OnLook([&](std::uint64_t) {
     if (run.Controller().Journal().HasSignal("laser on")) CutSystem()->Laser()->Trip("of its own");
   });
@@ -133,6 +134,8 @@ TEST(LatchInARun, TheReportNamesItsReasonAndWhatToDo) {
   ASSERT_FALSE(report.Alarms.empty());
   EXPECT_EQ(report.Alarms.back().Identifier, "TPLatch#1");
   EXPECT_THAT(report.Alarms.back().Words(), testing::AllOf(HasSubstr("of its own"), HasSubstr("3")));
+  ASSERT_TRUE(report.Problem);
+  EXPECT_THAT(report.Problem->Remedy, HasSubstr("ixocut reset"));
 }
 
 }  // namespace
