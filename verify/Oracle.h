@@ -15,8 +15,7 @@
 
 namespace ixoverify {
 
-inline constexpr std::uint64_t kPassMs = 20;       // what a cause may take: two passes of the state loop
-inline constexpr std::uint64_t kLightOverMs = 50;  // by which a shot may last longer: the passes between its steps
+inline constexpr std::uint64_t kPassMs = 20;  // what a cause may take: two passes of the state loop
 
 // What a run was to be.
 struct TExpectations {

@@ -275,7 +275,7 @@ class TSweepRun {
     const bool missed = FController.Effects().LightMissed();
     if (missed && FPoint.Undisturbed()) Violation(Tr("undisturbed, and yet there was never light"));
     expected.LightMs = missed ? 0 : FCase.LightMs;
-    if (FCase.LightEnds && FPoint.Undisturbed()) expected.LightMostMs = FCase.LightMs + kLightOverMs;
+    if (FCase.LightEnds && FPoint.Undisturbed()) expected.LightMostMs = FCase.LightMs + TEffectWatch::kLightOverMs;
     expected.Success = TCustomMotionState::GetExecOK(RootId(), false);
     expected.GasMayStayOn = FCase.Flags().LeavesGasOn;
     expected.MayFollow = FCase.Flags().LeavesFollowing;

@@ -21,6 +21,8 @@ std::uint32_t Ended(const TNcSince& span) { return span.Begun() - (span.Runs() ?
 void TEffectWatch::Entered(IStateMotion& root) {
   FSet.reset();
   FLights = false;
+  const auto* const shot = dynamic_cast<TSmtLaserOnTimeState*>(&root);
+  FShotMs.store(shot ? shot->GetDuration() : kNoShot, std::memory_order_release);
   const TNcWatch& watch = FFramework.Watch();
   FAsked = ixocontroller::Ended(watch.LaserAsked);
   FLit = ixocontroller::Ended(watch.LaserOn);

@@ -106,6 +106,7 @@ TRunReport TRunWatch::Report() {
   report.TimelineJson = timeline.Json();
   report.Journal = FController.Journal().Lines();
   Note(report, shown);
+  NoteLight(report, timeline);
   if (!report.Success())
     report.Problem =
         FailureOf(report, shown, entered != kNever ? FController.MotionState().Outcome() : TMotionOutcome());
@@ -130,6 +131,22 @@ void TRunWatch::Note(TRunReport& report, const TMachineSnapshot& shown) const {
   if (report.Collisions > 0)
     report.Notes.push_back(Show(SRunCollided, ShownMs(report.Collisions), shown.FirstCollision.c_str()));
   if (!report.Dark) report.Notes.emplace_back(SShotNotDark.Get());
+}
+
+// Of a shot that succeeded. In virtual time it lasts what it has to, unless a device call hangs.
+void TRunWatch::NoteLight(TRunReport& report, const TTimeline& timeline) const {
+  const std::optional<std::uint64_t> asked = FController.Effects().ShotMs();
+  if (!asked || !report.Success()) return;
+  unsigned long long lit = 0;
+  for (const TTimelineRow& row : timeline.Rows())
+    for (const TTimelineSpan& span : row.On)
+      if (row.Kind == sgLaser) lit += span.To - span.From;
+  const unsigned long long least = *asked;
+  const unsigned long long most = least + TEffectWatch::kLightOverMs;
+  if (lit < least || lit > most)
+    report.Notes.push_back(Format(Tr("there was light for %llu ms, not %llu to %llu ms"), lit, least, most));
+  else if (!FController.VirtualClock())
+    report.Notes.push_back(Format(Tr("there was light for %llu ms"), lit));
 }
 
 }  // namespace ixocontroller

@@ -20,6 +20,8 @@
 
 namespace ixocontroller {
 
+class TTimeline;
+
 // What disturbs a run on purpose.
 struct TRunTriggers {
   std::optional<std::uint64_t> StopAt;   // ms after the procedure was entered
@@ -87,6 +89,7 @@ class TRunWatch {
   [[nodiscard]] TRunEnd HowItEnded(const TRunReport& report) const;
   void FindCollisions(TRunReport& report, TMachineSnapshot& shown) const;
   void Note(TRunReport& report, const TMachineSnapshot& shown) const;
+  void NoteLight(TRunReport& report, const TTimeline& timeline) const;
 
   TController& FController;
   TStepSpans& FSteps;

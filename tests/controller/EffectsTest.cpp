@@ -89,5 +89,22 @@ TEST(EffectsInARun, NoLightIsNoSuccessOfTheReport) {
   EXPECT_FALSE(report.Success());
 }
 
+TEST(EffectsInARun, AShotThatWasLitForLongerIsNoted) {
+  for (const bool hangs : {false, true}) {
+    TProcedureRun run({.Machines = {SimulatedMachine()}});
+    TController& controller = run.Controller();
+    bool planned = !hangs;
+    run.OnLook([&](std::uint64_t nowMs) {
+      if (controller.Framework().Watch().LaserOn.LastedMs(nowMs) < 100 || std::exchange(planned, true)) return;
+      TCallGate& gate = Simulated(controller.Machine()).Gate();
+      gate.PlanSet({.Call = gate.Calls() + 1, .Fault = gfHang, .HangMs = 100, .Callback = {}});
+    });
+    const TRunReport report = run.Run([] { return MakeShot(100); }, 60'000);
+    EXPECT_STREQ(report.End.Name, "success");
+    EXPECT_EQ(report.Notes.size(), hangs ? 1U : 0U);
+    for (const std::string& note : report.Notes) EXPECT_THAT(note, HasSubstr("ms, not 100 to 150 ms"));
+  }
+}
+
 }  // namespace
 }  // namespace ixocamglue::test
