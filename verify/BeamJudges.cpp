@@ -14,7 +14,9 @@ namespace {
 unsigned long long Shown(std::uint64_t ms) { return static_cast<unsigned long long>(ms); }
 
 // Since a cause is no more than a moment, the light of the same pass is still allowed.
-std::uint64_t DarkBy(const TStory& story, std::uint64_t causeMs) { return causeMs + kPassMs + story.HungMs(causeMs); }
+std::uint64_t DarkBy(const TStory& story, std::uint64_t causeMs) {
+  return causeMs + kPassMs + story.HangsOnMs(causeMs);
+}
 
 bool LitAfter(const TStory& story, std::size_t from, std::uint64_t byMs, std::uint64_t& litMs) {
   for (std::size_t i = from; i < story.Facts().size(); ++i) {
@@ -44,19 +46,21 @@ void JudgeLightAfterCause(TJudging& run) {
 }
 
 // Causes here are also the latch itself and an alarm: whenever one comes, what was asked for has to be taken back by
-// commands within a pass. Step 516 waits for emission within its tick, and there is no light to be saved yet: it takes
-// back what it asked for when its wait ends.
+// commands within a pass. Step 516 waits for emission within its tick, and there is no light to be saved yet: that pass
+// lasts as long as its wait may.
 void JudgeLatch(TJudging& run) {
   const std::vector<TFact>& facts = run.Story.Facts();
-  if (run.Story.HungMs(facts.back().Ms) > 0) return;
+  if (run.Story.Hung()) return;
   for (std::size_t i = 1; i < facts.size(); ++i) {
     const TFact& fact = facts[i];
     const bool tripped = fact.Now().LatchTripped && !facts[i - 1].Now().LatchTripped;
     const bool waits = fact.Shown->Leaf == TSmtLaserOn::Cmd && !fact.LaserAsked && !fact.Now().Laser;
-    if (!tripped || waits || !(fact.EmissionAsked || fact.LaserAsked)) continue;
-    const bool taken = std::any_of(
-        facts.begin() + static_cast<std::ptrdiff_t>(i), facts.end(),
-        [&](const TFact& later) { return later.Ms <= fact.Ms + kPassMs && !later.EmissionAsked && !later.LaserAsked; });
+    if (!tripped || !(fact.EmissionAsked || fact.LaserAsked)) continue;
+    const std::uint64_t by =
+        fact.Ms + kPassMs + (waits ? static_cast<std::uint64_t>(run.Machine.Laser.EmissionOnDelay) : 0);
+    const bool taken =
+        std::any_of(facts.begin() + static_cast<std::ptrdiff_t>(i), facts.end(),
+                    [&](const TFact& later) { return later.Ms <= by && !later.EmissionAsked && !later.LaserAsked; });
     if (!taken) return run.Say(Format(Tr("dark at %llu ms by the latch only"), Shown(fact.Ms)));
   }
 }

@@ -91,7 +91,7 @@ void JudgeStops(TJudging& run) {
   if (run.Story.Causes().empty()) return;
   const std::vector<TFact>& facts = run.Story.Facts();
   const std::size_t cause = run.Story.Causes().front();
-  const std::uint64_t from = facts[cause].Ms + kPassMs + run.Story.HungMs(facts[cause].Ms);
+  const std::uint64_t from = facts[cause].Ms + kPassMs + run.Story.HangsOnMs(facts[cause].Ms);
   for (const TMover& mover : kMovers) {
     const bool z = std::string_view(mover.Device).starts_with("follower");
     if (z ? ZStopFailed(run, mover.Device) : run.Story.Failed(mover.Device, mover.StopVerb)) continue;

@@ -114,11 +114,16 @@ bool TStory::Failed(std::string_view device, std::string_view verb) const {
       FFailures, [&](const TJournalEntry* entry) { return entry->Device == device && entry->Verb == verb; });
 }
 
-std::uint64_t TStory::HungMs(std::uint64_t beforeMs) const {
-  double hung = 0.0;
+std::uint64_t TStory::HangsOnMs(std::uint64_t atMs) const {
+  std::uint64_t until = atMs;
   for (const TFact& fact : FFacts)
-    if (fact.Kind == TActKind::Hang && fact.Ms <= beforeMs) hung += fact.Args[0];
-  return static_cast<std::uint64_t>(hung);
+    if (fact.Kind == TActKind::Hang && fact.Ms <= atMs)
+      until = std::max(until, fact.Ms + static_cast<std::uint64_t>(fact.Args[0]));
+  return until - atMs;
+}
+
+bool TStory::Hung() const {
+  return std::ranges::any_of(FFacts, [](const TFact& fact) { return fact.Kind == TActKind::Hang; });
 }
 
 }  // namespace ixoverify

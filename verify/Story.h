@@ -83,8 +83,9 @@ class TStory {
   [[nodiscard]] const TMachineSnapshot& Last() const { return FFacts.back().Now(); }
   // This verb of this device was made to fail.
   [[nodiscard]] bool Failed(std::string_view device, std::string_view verb) const;
-  // All hangs that begin before, together; ms.
-  [[nodiscard]] std::uint64_t HungMs(std::uint64_t beforeMs) const;
+  // How long a hang that has begun by then still lasts, ms.
+  [[nodiscard]] std::uint64_t HangsOnMs(std::uint64_t atMs) const;
+  [[nodiscard]] bool Hung() const;  // some call did
   [[nodiscard]] bool Empty() const { return FFacts.empty(); }
 
  private:

@@ -79,6 +79,27 @@ TEST(Oracle, BelievesNeitherASuccessNorALatchThatSavedIt) {
   EXPECT_THAT(Judged(head + tail), testing::IsEmpty());
 }
 
+TEST(Oracle, OnlyAHangThatStillLastsAtTheCauseIsAnExcuse) {
+  const auto hung = [](const std::string& early, const std::string& late) {
+    return Judged("100 sample docked=1\n100 state 204\n100 start laser.EmissionOn\n" + early +
+                  "210 sample state=204 emission=1\n210 start laser.SwitchLaser on\n210 sample light=1\n" + late +
+                  "600 cause stop\n670 sample\n680 off laser.SwitchLaser off\n680 off laser.EmissionOff\n680 state 0\n"
+                  "690 sample state=0 emission=0 light=0\n900 sample\n");
+  };
+  EXPECT_THAT(hung("100 hang 100\n", ""), testing::ElementsAre("light-after-cause: light 70 ms after the cause"));
+  EXPECT_THAT(hung("", "550 hang 130\n"), testing::IsEmpty());
+}
+
+TEST(Oracle, WhatALatchEndsInTheWaitForEmissionIsTakenBackWhenThatIsOver) {
+  const auto taken = [](const std::string& ms) {
+    return Judged("100 sample docked=1 leaf=516\n100 state 204\n110 sample state=204\n110 start laser.EmissionOn\n" +
+                  ("200 sample latch=1\n" + ms + " off laser.SwitchLaser off\n") + ms + " off laser.EmissionOff\n" +
+                  ms + " state 0\n9000 sample state=0\n");
+  };
+  EXPECT_THAT(taken("5120"), testing::IsEmpty());
+  EXPECT_THAT(taken("8000"), testing::ElementsAre("latch: dark at 200 ms by the latch only"));
+}
+
 TEST(Oracle, OnlyTheVerbThatFailedIsExcused) {
   const auto with = [](const std::string& verb, const std::string& end) {
     return Judged(
