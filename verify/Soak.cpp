@@ -114,15 +114,18 @@ class TSoakRun {
     const std::uint64_t at = Now() + FRandom.Below(1500);
     const TMotionCall call{&row, row.SampleValues(), {}};
     const TMotionCall single[] = {call};
-    const bool started = FController.Start(ShareRoot(MakeRoot(row.Name, single))).Ok();
-    if (started) Drive(disturbance, at);
+    const TResult<> started = FController.Start(ShareRoot(MakeRoot(row.Name, single)));
+    if (started)
+      Drive(disturbance, at);
+    else
+      SayNotReady(started.Problem());
     FController.RunFor(kSettleMs);
     FSampler.Note(kMended);
     FController.ClearAlarms();
     Simulated(FController.Machine()).Laser()->ResetLatch();
     FController.RunFor(50);
     FSampler.Sample();
-    const bool success = started && FController.MotionState().Outcome().Type == metSuccess;
+    const bool success = started.Ok() && FController.MotionState().Outcome().Type == metSuccess;
     if (success) ++FDay.Succeeded;
     Judge(row, success);
     Tidy();
@@ -180,13 +183,14 @@ class TSoakRun {
                                  {FindProcedure("output-off"), FindProcedure("output-off")->SampleValues(), {}},
                                  {FindProcedure("safe-z"), FindProcedure("safe-z")->SampleValues(), {}}};
     if (const TResult<> started = FController.Start(ShareRoot(MakeRoot("tidy", calls))); !started)
-      Say(std::string(Tr("not ready for the next procedure: ")) + started.Problem().Text());
+      SayNotReady(started.Problem());
     else if (!FController.RunToEnd(kLongestMs) || FController.MotionState().Outcome().Type != metSuccess)
       Say(Tr("the machine cannot be put in order"));
     FController.RunFor(100);
     FController.Journal().Clear();
   }
 
+  void SayNotReady(const TProblem& why) { Say(Tr("not ready for the next procedure: ") + why.Text()); }
   void Say(std::string text) {
     ++FResult.ViolationCount;
     if (FResult.Violations.size() < kShownViolations) FResult.Violations.push_back(std::move(text));
