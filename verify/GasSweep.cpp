@@ -32,8 +32,10 @@ using TGases = std::vector<std::int32_t>;
 struct TGasCase {
   const char* Name;
   TGases Gases;
-  bool All = true;  // all dimensions, else one undisturbed run
+  bool All = true;  // all dimensions, else undisturbed runs
 };
+constexpr std::uint64_t kWrapMs = std::uint64_t{1} << 32U;  // 49.7 days
+constexpr std::uint32_t kIntoRunMs = 20'000;                // a count wraps while a curve is measured
 const TGasCase kCases[] = {
     {"calibrate-air", {1}}, {"calibrate-o2", {2}}, {"calibrate-n2", {3}}, {"calibrate-two", {1, 3}, false}};
 constexpr std::int32_t kReasons[] = {srStop, 2, srPause, srAlarm, srError};
@@ -93,6 +95,9 @@ struct TGasPointSpec {
   std::int32_t Reason = srStop;
   TValveFault Fault = vfNone;
   bool SafeEntry = true;
+  // Where the clock starts; 0: as usual.
+  std::uint32_t FirstTick = 0;
+  std::uint64_t FirstMs = 0;
 };
 
 // One run of one gas with one thing going wrong.
@@ -128,6 +133,8 @@ class TGasSweepRun {
     options.Machines = {SimulatedMachine()};
     options.MachineFile = FFiles.Machine();
     options.SafeEntry = FPoint.SafeEntry;
+    if (FPoint.FirstTick != 0) options.FirstTick = FPoint.FirstTick;
+    options.FirstMs = FPoint.FirstMs;
     options.Supervisor = false;
     options.LogCapacity = 64;
     return options;
@@ -180,6 +187,8 @@ class TGasSweepRun {
       const bool stopped = FPoint.Reason == srStop;
       Require(last == (stopped ? SQAdjTermin : SQAdjFailed).Get(), Tr("the message log does not end with the ending"));
       Require(ends == (stopped ? 1U : 0U), Tr("the stop is told another number of times"));
+    } else if (FPoint.Fault == vfNone && !FCompleted) {
+      Violation(Tr("undisturbed, and yet it failed: ") + last);
     }
   }
 
@@ -222,6 +231,8 @@ class TGasSweepRun {
 
 std::string TextOf(const TGasPointSpec& point) {
   if (point.Fault != vfNone) return ValveFaultName(point.Fault);
+  if (point.FirstTick || point.FirstMs)
+    return Format(Tr(" clock from %llu ms, tick %u"), static_cast<unsigned long long>(point.FirstMs), point.FirstTick);
   if (!point.AbortTick) return Tr("undisturbed");
   return Format(Tr("reason %d at tick %u%s"), point.Reason, point.AbortTick.value_or(0),
                 point.SafeEntry ? "" : Tr(" without safe entry"));
@@ -259,7 +270,11 @@ std::vector<TSweepTask> GasSweepTasks(std::uint64_t seed) {
       tasks.push_back({gas.Name, dimension, points});
     };
     if (!gas.All) {
-      add("undisturbed", [gases = gas.Gases] { return TSpecs{{.Gases = gases}}; });
+      add("clock", [gases = gas.Gases] {
+        return TSpecs{{.Gases = gases},
+                      {.Gases = gases, .FirstTick = 0U - kIntoRunMs},
+                      {.Gases = gases, .FirstMs = kWrapMs - kIntoRunMs}};
+      });
       continue;
     }
     // What an undisturbed run does is the same for all dimensions.

@@ -3,6 +3,7 @@
 //   drawn    50 ticks drawn by seed x every reason
 //   bare     the changes of sub-state without the platform's safe entry
 //   faults   every fault of valve and sensor, with the controller's protections: it ends within bounded machine time
+//   clock    two gases in one run: undisturbed, and across the wraps of the clock's two counts
 // After any ending: gas off and 0 V, the table as it was or complete, both files whole, the next procedure runs.
 #pragma once
 
