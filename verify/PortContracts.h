@@ -6,12 +6,10 @@
 //
 // Tried is what is fitted:
 // - laser: emission and beam come and are acknowledged off by reading back; an alarm and the latch keep them off; a
-// trip
-//   darkens from any thread and stays until the reset, and nothing is lit by the reset
+//   trip darkens from any thread and stays until the reset, and nothing is lit by the reset
 // - gas: branch, pressure and valve are as they are read back; a pressure beyond the branch's is limited
 // - axes, Z, focus: busy until done, at their target then; a target outside the limits moves nothing; a stop ends a
-// move
-//   from any moment, short of its target
+//   move from any moment, short of its target
 // - outputs are read back
 // - no call takes longer than its limit
 // - with the connection cut: reads throw, an alarm that requires a stop and forbids the laser stands, the beam was
