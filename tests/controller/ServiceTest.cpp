@@ -307,7 +307,8 @@ TEST(Service, TheMachinesClockRunsSoManyTimesAsFast) {
     const std::uint64_t start = now();
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
     const double ran = static_cast<double>(now() - start) / static_cast<double>(RealMs() - realStart);
-    EXPECT_NEAR(ran, speed, speed * 0.3);
+    EXPECT_GT(ran, speed / 3.0);  // a busy computer lets it fall behind, and then catch up
+    EXPECT_LT(ran, speed * 3.0);
   }
 }
 
