@@ -73,7 +73,7 @@ fs::path MachineFile(const std::optional<fs::path>& machine, const std::optional
     }
     return *machine;
   }
-  const fs::path copy = StateFolder(state) / "machine.xml";
+  fs::path copy = StateFolder(state) / "machine.xml";
   CopyOnce(ShareFolder() / "machines" / "machine.xml", copy);
   return copy;
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <charconv>
+#include <cmath>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -72,7 +73,7 @@ template <class Number>
   if (result.ptr != text.data() + text.size()) return std::nullopt;
   if constexpr (std::is_floating_point_v<Number>) {
     if (result.ec == std::errc::result_out_of_range && IsTooSmall(text)) return Number{0};
-    if (value - value != 0) return std::nullopt;  // "inf", "nan"
+    if (!std::isfinite(value)) return std::nullopt;  // "inf", "nan"
   }
   if (result.ec != std::errc{}) return std::nullopt;
   return value;
