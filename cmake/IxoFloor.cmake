@@ -4,7 +4,12 @@ set(ixo_common_headers <algorithm> <array> <atomic> <charconv> <cmath> <cstdint>
   <memory> <optional> <span> <string> <string_view> <utility> <vector>)
 
 # ixo_unite(<target>): the sources of one folder are compiled as one, which parses and instantiates what they share once.
+# Without it each stands for itself in compile_commands.json, as tools want them.
+option(IXO_UNITE "Compile the sources of a folder as one where that saves time" ON)
 function(ixo_unite target)
+  if(NOT IXO_UNITE)
+    return()
+  endif()
   get_target_property(sources ${target} SOURCES)
   foreach(source IN LISTS sources)
     cmake_path(GET source PARENT_PATH folder)

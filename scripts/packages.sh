@@ -18,7 +18,7 @@ packages() {
       echo "$(packages run) libbenchmark-dev libfccp-dev libfmt-dev libmodbus-dev libreaderwriterqueue-dev" \
         "libspdlog-dev valgrind"
       ;;
-    ci) echo "$(packages test) $(packages bench) clang libclang-rt-14-dev util-linux" ;;
+    ci) echo "$(packages test) $(packages bench) clang clang-tidy libclang-rt-14-dev util-linux" ;;
     *)
       echo "packages.sh: no set of packages is called '$1'; there are run, test, console, linuxcnc, bench and ci" >&2
       return 1
