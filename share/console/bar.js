@@ -47,7 +47,7 @@ class Bar {
     const off = el("button", {type: "button", id: "all-off", "aria-keyshortcuts": "Shift+Escape", onclick: () => wire.allOff()},
       el("b", {}, tr("All off")), el("kbd", {}, tr("Shift+Esc")));
     replace(this.root,
-      el("div", {class: "now"}, el("div", {}, this.state, this.beam, this.alarms), this.what),
+      el("div", {class: "now"}, el("div", {}, this.state, this.alarms), el("div", {}, this.beam, this.what)),
       el("div", {class: "who"}, this.control, language),
       el("div", {class: "stops"}, stop, off,
         el("small", {}, tr("The emergency stop is the button at the machine, not here."))));
