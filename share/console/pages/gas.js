@@ -73,7 +73,7 @@ class GasPage {
     const {start, now, calculator, stored, curves, verdict} = this;
     const columns = (...cards) => el("div", {class: "columns"}, cards);
     if (this.running) replace(this.root, columns(start, now), curves, columns(calculator, stored), verdict);
-    else replace(this.root, columns(start, el("div", {}, now, calculator, stored)), curves, verdict);
+    else replace(this.root, columns(start, el("div", {}, now, verdict, calculator, stored)), curves);
   }
 
   // --- start ---
