@@ -47,7 +47,7 @@ export class Holding {
     this.#ends.push(
       wire.on("connection", (connected) => !connected && this.release("connection")),
       wire.on("stale", (stale) => stale && this.release("connection")),
-      wire.on("lease", (lease) => !lease.mine && this.hold?.phase === "down" && !this.hold.key.stopKey && this.release("lease")),
+      wire.on("lease", () => !wire.lease.mine && this.hold?.phase === "down" && !this.hold.key.stopKey && this.release("lease")),
       wire.on("stopping", () => this.release("stop")),
       wire.on("key", (event) => this.hold?.id === event.press && this.#up(this.hold, event.up)));
   }
