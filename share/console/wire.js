@@ -8,6 +8,7 @@ const kStatusMs = 500;  // between two looks at the status
 const kStaleMs = 1000;  // values that are older are grey
 const kHeartbeatMs = 3000;  // of the lease, which lasts for 10 s
 const kRetryMs = 1000;
+const kLostMs = 12000;  // without a byte of the events, of which one comes at least every 5 s; or without a status: asked anew
 const kClockMs = 30000;  // what the fastest answers say of the controller's clock holds for at most twice as long
 const kLeaseKey = "lease";
 const kSeats = 3;
@@ -86,7 +87,6 @@ class Wire {
       json = text ? JSON.parse(text) : {};
     } catch (error) {
       if (error instanceof SyntaxError) throw new Problem(answer.status, {what: error.message, where: path});
-      this.#tell("unreachable");
       throw new Problem(0, {what: "no answer", where: path});
     }
     this.#answeredAt = performance.now();
@@ -311,7 +311,7 @@ class Wire {
     if (this.#looking) return;
     this.#looking = true;
     try {
-      this.status = await this.get("status");
+      this.status = await this.#ask("GET", "status", undefined, {signal: AbortSignal.timeout(kLostMs)});
       this.#tell("status", this.status);
     } catch {
       // Said by its age.
@@ -373,7 +373,8 @@ class Wire {
     const decoder = new TextDecoder();
     let text = "";
     for (;;) {
-      const {value, done} = await reader.read();
+      const lost = setTimeout(() => reader.cancel().catch(() => {}), kLostMs);
+      const {value, done} = await reader.read().finally(() => clearTimeout(lost));
       if (done) return;
       this.#answeredAt = performance.now();
       // A browser lets the timers of a hidden page sleep for a minute, not what it receives.
