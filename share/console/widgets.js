@@ -211,8 +211,8 @@ export function table(caption, columns, rows, {onrow, rowClass} = {}) {
 // --- fields ---
 
 // One field of a form: {name, title, type: "number" | "integer" | "boolean" | "text", unit, summary, lowest, highest,
-// numbers, choices: [{value, text}], required, default}. `read()` answers the value, undefined where it is empty, or
-// throws a text that is shown beside the field.
+// numbers, choices: [{value, text}], empty: the text of no choice, required, default}. `read()` answers the value,
+// undefined where it is empty, or throws a text that is shown beside the field.
 let fieldCount = 0;
 export function field(of, value = of.default) {
   const id = "field-" + ++fieldCount;
@@ -223,7 +223,7 @@ export function field(of, value = of.default) {
   let input;
   if (of.type === "boolean") input = el("input", {...attributes, type: "checkbox", checked: value === true});
   else if (choices)
-    input = el("select", attributes, (!of.required || value === undefined) && el("option", {value: ""}, ""), choices.map((choice) =>
+    input = el("select", attributes, (!of.required || value === undefined) && el("option", {value: ""}, of.empty ?? ""), choices.map((choice) =>
       el("option", {value: choice.value, selected: choice.value === value}, choice.text)));
   else input = el("input", {...attributes, type: "text", inputmode: of.type === "text" ? "text" : "decimal", autocomplete: "off", value: value ?? ""});
   const node = el("div", {class: "field " + of.type},
@@ -233,6 +233,9 @@ export function field(of, value = of.default) {
   const refuse = (text) => {
     setText(wrong, text);
     input.setAttribute("aria-invalid", "true");
+  };
+  const refused = (text) => {
+    refuse(text);
     throw text;
   };
   return {
@@ -243,19 +246,16 @@ export function field(of, value = of.default) {
       input.removeAttribute("aria-invalid");
       if (of.type === "boolean") return input.checked;
       const text = input.value.trim();
-      if (text === "") return of.required ? refuse(tr("a value is needed")) : undefined;
+      if (text === "") return of.required ? refused(tr("a value is needed")) : undefined;
       if (of.type === "text") return text;
       const number = Number(text.replace(",", "."));
-      if (!Number.isFinite(number)) refuse(tr("this is no number"));
-      if (of.type === "integer" && !Number.isInteger(number)) refuse(tr("this is no whole number"));
-      if (of.lowest !== null && of.lowest !== undefined && number < of.lowest) refuse(tr("at least %s", of.lowest));
-      if (of.highest !== null && of.highest !== undefined && number > of.highest) refuse(tr("at most %s", of.highest));
+      if (!Number.isFinite(number)) refused(tr("this is no number"));
+      if (of.type === "integer" && !Number.isInteger(number)) refused(tr("this is no whole number"));
+      if (of.lowest !== null && of.lowest !== undefined && number < of.lowest) refused(tr("at least %s", of.lowest));
+      if (of.highest !== null && of.highest !== undefined && number > of.highest) refused(tr("at most %s", of.highest));
       return number;
     },
-    refuse(text) {
-      setText(wrong, text);
-      input.setAttribute("aria-invalid", "true");
-    },
+    refuse,
   };
 }
 

@@ -1,4 +1,4 @@
-"""What is heard of a new alarm, and seen of it in a recording."""
+"""What is heard of a new alarm, seen of it in a recording, and done with one that stands."""
 import time
 
 import fixture
@@ -35,13 +35,14 @@ return count;
 """
 
 
-def alarm(controller):
-    """One comes and ends a run; then it is reset."""
+def alarm(controller, reset=True):
+    """One comes and ends a run; then it is reset, or stands."""
     client = controller.client
     client.take_control()
     run = client.ask("POST", "/runs", {"procedure": "delay", "params": {"ms": 600_000}, "alarmAt": 1000})["id"]
     outcome = controller.ended(run)["outcome"]
-    client.ask("POST", "/reset")
+    if reset:
+        client.ask("POST", "/reset")
     client.give_back()
     assert outcome == "alarm", outcome
 
@@ -73,6 +74,14 @@ class AlarmsTest(fixture.ConsoleTest):
         page.wait(lambda: page.js("return window.tones") == 0, "the page is new")
         page.go("alarms")
         self.assertTrue(page.find(".sound input").is_selected())
+
+    def test_what_stands_is_reset_where_it_is_read(self):
+        controller, page = self.opened("alarms")
+        page.wait_text("No alarm stands.", "#page")
+        alarm(controller, reset=False)
+        page.press("Reset", "#page")
+        page.wait_text("No alarm stands.", "#page")
+        self.assertEqual(controller.client.ask("GET", "/alarms")["alarms"], [])
 
     def test_one_is_seen_in_a_recording_where_it_came(self):
         controller, page = self.controller(speed=5), self.browser()

@@ -4,7 +4,7 @@ import {el, replace} from "../dom.js";
 import {kept} from "../kept.js";
 import {setSound, soundOn} from "../sound.js";
 import {mark, tr} from "../texts.js";
-import {ask, attempt, field, problemBox, readAll, table, tabs, timeText} from "../widgets.js";
+import {ask, attempt, field, problemBox, readAll, table, tabs, timeText, withControl} from "../widgets.js";
 import {wire} from "../wire.js";
 import {openHistory} from "./alarmhistory.js";
 
@@ -42,16 +42,16 @@ export function levelSign(level) {
 function openStanding(root) {
   let first = new Set();  // identifiers whose alarm came while nothing else stood
   let timer = null;
+  let asked = 0;
   let closed = false;
 
   async function readFirst() {
-    try {
-      const {alarms} = await wire.get("alarms/history?active=true&limit=1000");
-      first = new Set(alarms.filter((row) => row.first).map((row) => row.identifier));
-    } catch {
-      first = new Set();  // a controller without a store knows no firsts
-    }
-    if (!closed) show();
+    const mine = ++asked;
+    // A controller without a store knows no firsts.
+    const {alarms} = await wire.get("alarms/history?active=true&limit=1000").catch(() => ({alarms: []}));
+    if (mine !== asked || closed) return;
+    first = new Set(alarms.filter((row) => row.first).map((row) => row.identifier));
+    show();
   }
 
   function card(alarm) {
@@ -80,6 +80,9 @@ function openStanding(root) {
       el("h2", {}, tr("Alarms that stand: %d", shown.length)),
       shown.length === 0 && el("p", {class: "card good"}, "✓ " + tr("No alarm stands.")),
       el("ul", {class: "alarm-list"}, shown.map(card)),
+      wire.alarms.some(({level}) => level === 1) && el("div", {class: "row"},
+        el("button", {type: "button", onclick: () => withControl(() => wire.post("reset"))}, tr("Reset")),
+        el("span", {class: "aside"}, tr("Ends the alarms whose cause is gone."))),
       hidden.length > 0 && el("details", {}, el("summary", {}, tr("Suppressed for a while: %d", hidden.length)),
         el("ul", {class: "alarm-list"}, hidden.map((alarm) => [
           el("li", {class: "aside"}, tr("until %s", timeText(alarm.suppressedUntil))), card(alarm)]))));

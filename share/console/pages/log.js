@@ -96,7 +96,7 @@ export function open(root) {
     saved.set({scrolls: atEnd});
   });
   root.append(el("section", {class: "card log"},
-    el("h2", {class: "aside"}, tr("The last lines, in the controller's language"), " ", count),
+    el("h2", {class: "aside"}, tr("The last lines, in the controller's language"), " \u00b7 ", count),
     el("div", {class: "row filters"}, words.node, el("div", {class: "row", role: "group", "aria-label": tr("Kinds")}, levels.map(({part}) => part.node)), follow.node),
     trouble, list));
   look();

@@ -96,7 +96,7 @@ function openPanel(root, tools) {
     panel.knob = answer;
     paint();
   });
-  const formless = el("p", {class: "warn", hidden: true}, "▲ " + tr("No form is on screen: only the stop keys act."));
+  const formless = el("p", {class: "warn", hidden: true}, "▲ " + tr("No form is on screen: only the stop keys act. Choose one to use the others."));
   const alt = el("button", {type: "button", id: "panel-alt", title: tr("Three keys then send another command; where they are lit, they blink."),
     onclick: () => withControl(() => wire.post("panel/alt", {alt: !panel?.alt})).then(look)}, tr("Alt mode"));
   replace(tools, el("label", {for: "panel-form"}, tr("Form on screen")), form, alt);

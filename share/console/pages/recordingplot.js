@@ -81,7 +81,7 @@ export class RecordingPlot {
     this.plots = [];
     const {first, second} = this;
     const others = this.list.filter((file) => file.name !== first.name).map((file) => ({value: file.name, text: file.name}));
-    const over = field({name: "over", title: tr("Lay another one over it"), type: "text", choices: others}, second?.name);
+    const over = field({name: "over", title: tr("Lay another one over it"), type: "text", empty: tr("none"), choices: others}, second?.name);
     over.input.addEventListener("change", () => {
       this.saved.set({over: over.input.value});
       this.open(first.name);

@@ -47,6 +47,7 @@ function chosenSignals() {
 
 class RecordingsPage {
   constructor(root) {
+    this.loads = 0;
     this.make = el("section", {class: "card"});
     this.files = el("section", {class: "card"});
     this.shown = el("section", {class: "card shown"});
@@ -66,8 +67,9 @@ class RecordingsPage {
   }
 
   async load() {
+    const mine = ++this.loads;
     const {recordings, running} = await wire.get("recordings");
-    if (this.closed) return;
+    if (mine !== this.loads || this.closed) return;
     const before = this.running?.name;
     this.list = recordings;
     this.running = running;

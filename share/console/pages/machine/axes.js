@@ -64,7 +64,7 @@ export class Axes {
     if (wire.stale) return tr("No connection to the controller");
     if (wire.session.role === "viewer") return tr("This page may only look");
     if (allOff) return tr("All off");
-    if (run) return tr("the procedure %s is running", run.procedure);
+    if (run) return tr("Running: %s", run.procedure);
     if (state !== "standby") return stateText(state);
     if (!allowMove) return tr("Motion is forbidden");
     if (this.#sent || Object.values(signals.moving).some(Boolean)) return tr("An axis moves");

@@ -16,7 +16,7 @@ export function openHistory(root, saved) {
   const more = el("button", {type: "button", onclick: () => look(runs.length + kPageRuns)}, tr("Older ones"));
   const trend = el("a", {}, tr("How long it has taken lately"));
   const name = field({name: "name", title: tr("Procedure"), type: "text"}, saved.get("name"));
-  const outcome = field({name: "outcome", title: tr("Outcome"), type: "text",
+  const outcome = field({name: "outcome", title: tr("Outcome"), type: "text", empty: tr("any"),
     choices: Object.entries(kOutcomes).map(([value, text]) => ({value, text: tr(text)}))}, saved.get("outcome"));
   const since = el("input", {type: "date", id: "runs-since", value: saved.get("since")});
   const known = el("datalist", {id: "run-names"});
