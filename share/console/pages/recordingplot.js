@@ -37,19 +37,24 @@ export class RecordingPlot {
 
   async open(name) {
     const mine = ++this.asked;
-    replace(this.root, el("p", {class: "aside"}, tr("The recording is being read.")));
+    // What is shown stays until there is something else: the page does not jump.
+    if (this.plots.length === 0) replace(this.root, el("p", {class: "aside"}, tr("The recording is being read.")));
+    this.root.classList.add("stale-values");
     try {
-      const first = await Recording.read(name);
+      const known = this.first?.name === name;
+      const first = known ? this.first : await Recording.read(name);
       const over = this.saved.get("over");
       const second = over && over !== name && this.list.some((file) => file.name === over) ? await Recording.read(over) : null;
       const {changed} = this.list.find((file) => file.name === name);
-      const runs = await first.runs(changed, wire.machine?.speed || 1).catch(() => []);
+      const runs = known ? this.runs : await first.runs(changed, wire.machine?.speed || 1).catch(() => []);
       if (mine !== this.asked) return;
       Object.assign(this, {first, second, runs});
       await this.align(mine);
     } catch (problem) {
       if (!("what" in problem)) throw problem;
       if (mine === this.asked) replace(this.root, problemBox(problem));
+    } finally {
+      if (mine === this.asked) this.root.classList.remove("stale-values");
     }
   }
 

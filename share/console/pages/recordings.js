@@ -198,7 +198,9 @@ class RecordingsPage {
   async choose(name) {
     saved.set({open: name, over: "", zoom: null});
     this.showList();
-    await this.open(name);
+    const opened = this.open(name);
+    this.shown.scrollIntoView({block: "nearest"});
+    await opened;
     this.shown.scrollIntoView({block: "start"});
     goOnFrom(this.shown);
   }
