@@ -2,7 +2,7 @@
 
 import {el, replace, setText} from "./dom.js";
 import {currentLanguage, languages, mark, tr} from "./texts.js";
-import {ask, durationText, withControl} from "./widgets.js";
+import {agree, durationText, withControl} from "./widgets.js";
 import {wire} from "./wire.js";
 
 const kStates = {
@@ -78,10 +78,7 @@ class Bar {
 
   async changeControl() {
     if (!wire.lease.mine) return withControl(() => {});
-    const give = await ask(tr("Give control back?"), el("p", {}, tr("What runs goes on; without somebody who attends it, it is stopped after 10 s.")), [
-      {text: tr("Give back"), value: true, kind: "main"},
-      {text: tr("Keep"), value: false},
-    ]);
+    const give = await agree(tr("Give control back?"), el("p", {}, tr("What runs goes on; without somebody who attends it, it is stopped after 10 s.")), tr("Give back"), {no: tr("Keep")});
     if (give) await wire.giveControl().catch(() => {});
   }
 }

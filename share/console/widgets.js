@@ -118,6 +118,11 @@ export function ask(title, content, buttons, {until} = {}) {
   });
 }
 
+// Whether the operator says yes; with `when` only where that holds.
+export function agree(title, content, yes, {no = tr("Cancel"), kind = "main", when} = {}) {
+  return ask(title, content, [{text: yes, value: true, kind, when}, {text: no, value: false}]);
+}
+
 // Says something that has to be read.
 export function tell(title, content) {
   return ask(title, content, [{text: tr("Close"), value: null, kind: "main"}]);
@@ -146,10 +151,7 @@ export function withControl(action) {
     if (!(await wire.takeControl())) {
       const holder = wire.lease.holder;
       const text = tr("%s has control. Whoever takes it over attends what runs; keys that are held are released.", holder);
-      if (!(await ask(tr("Take over control?"), el("p", {}, text), [
-        {text: tr("Take over"), value: true, kind: "main"},
-        {text: tr("Cancel"), value: false},
-      ]))) return undefined;
+      if (!(await agree(tr("Take over control?"), el("p", {}, text), tr("Take over")))) return undefined;
       await wire.takeControl(true);
     }
     return action();
@@ -211,8 +213,8 @@ export function table(caption, columns, rows, {onrow, rowClass} = {}) {
 // --- fields ---
 
 // One field of a form: {name, title, type: "number" | "integer" | "boolean" | "text", unit, summary, lowest, highest,
-// numbers, choices: [{value, text}], empty: the text of no choice, required, default}. `read()` answers the value,
-// undefined where it is empty, or throws a text that is shown beside the field.
+// numbers, choices: [{value, text}], chosen: one of them always is, empty: the text of no choice, required, default}.
+// `read()` answers the value, undefined where it is empty, or throws a text that is shown beside the field.
 let fieldCount = 0;
 export function field(of, value = of.default) {
   const id = "field-" + ++fieldCount;
@@ -223,7 +225,7 @@ export function field(of, value = of.default) {
   let input;
   if (of.type === "boolean") input = el("input", {...attributes, type: "checkbox", checked: value === true});
   else if (choices)
-    input = el("select", attributes, (!of.required || value === undefined) && el("option", {value: ""}, of.empty ?? ""), choices.map((choice) =>
+    input = el("select", attributes, !of.chosen && (!of.required || value === undefined) && el("option", {value: ""}, of.empty ?? ""), choices.map((choice) =>
       el("option", {value: choice.value, selected: choice.value === value}, choice.text)));
   else input = el("input", {...attributes, type: "text", inputmode: of.type === "text" ? "text" : "decimal", autocomplete: "off", value: value ?? ""});
   const node = el("div", {class: "field " + of.type},

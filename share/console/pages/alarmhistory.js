@@ -3,7 +3,7 @@
 import {el, replace, svg} from "../dom.js";
 import {kept} from "../kept.js";
 import {mark, tr} from "../texts.js";
-import {durationText, problemBox, table, timeText} from "../widgets.js";
+import {durationText, field, problemBox, table, timeText} from "../widgets.js";
 import {wire} from "../wire.js";
 import {levelSign} from "./alarms.js";
 import {kFloodRaises, statisticsOf} from "./alarmstats.js";
@@ -24,18 +24,19 @@ export function openHistory(root, statistics = false) {
   let closed = false;
 
   const choice = (name, title, options) => {
-    const id = "history-" + name;
-    return el("div", {class: "field"}, el("label", {for: id}, title),
-      el("select", {id, onchange: (event) => {
-        saved.set({[name]: event.target.value, shown: kShownRows});
-        if (name === "level") read();
-        else show();
-      }}, options.map(([value, text]) => el("option", {value, selected: value === saved.get(name)}, tr(text)))));
+    const {node, input} = field({name, title, type: "text", chosen: true, choices: options.map(([value, text]) => ({value, text: tr(text)}))}, saved.get(name));
+    input.addEventListener("change", () => {
+      saved.set({[name]: input.value, shown: kShownRows});
+      if (name === "level") read();
+      else show();
+    });
+    return node;
   };
-  const search = el("input", {type: "text", id: "history-search", autocomplete: "off", value: saved.get("search"), oninput: () => {
-    saved.set({search: search.value, shown: kShownRows});
+  const search = field({name: "search", title: tr("Search"), type: "text"}, saved.get("search"));
+  search.input.addEventListener("input", () => {
+    saved.set({search: search.input.value, shown: kShownRows});
     show();
-  }});
+  });
 
   async function read() {
     const mine = ++asked;
@@ -55,7 +56,7 @@ export function openHistory(root, statistics = false) {
     const nowMs = nowOf(rows);
     const hours = saved.get("hours");
     const since = hours ? nowMs - hours * kHourMs : -Infinity;
-    const wanted = search.value.trim().toLowerCase();
+    const wanted = search.input.value.trim().toLowerCase();
     const text = (row) => [row.identifier, row.code, row.description, row.reason, row.byWhom].join(" ").toLowerCase();
     const fits = rows.filter((row) => Date.parse(row.raised) >= since && text(row).includes(wanted));
     replace(body, leftOut > 0 && el("p", {class: "warn"}, tr("%d older ones are left out.", leftOut)),
@@ -89,7 +90,7 @@ export function openHistory(root, statistics = false) {
   replace(root, el("section", {class: "card"}, el("h2", {}, statistics ? tr("What they amount to") : tr("What stood")),
     el("div", {class: "row filters"}, choice("hours", tr("From"), kSpans),
       choice("level", tr("Level"), [["", mark("both")], ["1", mark("Alarm")], ["0", mark("Warning")]]),
-      el("div", {class: "field"}, el("label", {for: "history-search"}, tr("Search")), search)),
+      search.node),
     body));
   read();
   return () => {

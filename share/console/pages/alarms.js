@@ -4,7 +4,7 @@ import {el, replace} from "../dom.js";
 import {kept} from "../kept.js";
 import {setSound, soundOn} from "../sound.js";
 import {mark, tr} from "../texts.js";
-import {ask, attempt, field, problemBox, readAll, table, tabs, timeText, withControl} from "../widgets.js";
+import {agree, attempt, field, problemBox, readAll, table, tabs, timeText, withControl} from "../widgets.js";
 import {wire} from "../wire.js";
 import {openHistory} from "./alarmhistory.js";
 
@@ -104,10 +104,7 @@ function openStanding(root) {
     let values = null;
     const content = el("div", {}, el("p", {}, el("strong", {}, alarm.text)), el("p", {}, tr("It is not listed for so long; what it forbids stays forbidden. Who did it and why is kept.")),
       fields.map((of) => of.part.node));
-    if (await ask(tr("Suppress %s", alarm.code), content, [
-      {text: tr("Suppress"), value: true, kind: "main", when: () => (values = readAll(fields)) !== null},
-      {text: tr("Cancel"), value: false},
-    ])) await suppress(alarm.identifier, values.minutes, values.reason);
+    if (await agree(tr("Suppress %s", alarm.code), content, tr("Suppress"), {when: () => (values = readAll(fields)) !== null})) await suppress(alarm.identifier, values.minutes, values.reason);
   }
 
   const soon = () => {
@@ -135,12 +132,13 @@ function openDefinitions(root) {
   const saved = kept("alarms.definitions", {search: ""});
   let all = [];
   const list = el("div");
-  const search = el("input", {type: "text", id: "definition-search", autocomplete: "off", value: saved.get("search"), oninput: () => {
-    saved.set({search: search.value});
+  const search = field({name: "search", title: tr("Search"), type: "text"}, saved.get("search"));
+  search.input.addEventListener("input", () => {
+    saved.set({search: search.input.value});
     show();
-  }});
+  });
   function show() {
-    const wanted = search.value.trim().toLowerCase();
+    const wanted = search.input.value.trim().toLowerCase();
     const fits = all.filter((of) => Object.values(of).join(" ").toLowerCase().includes(wanted));
     replace(list, table(tr("%d of %d definitions", fits.length, all.length), [
       {title: tr("Code"), cell: (of) => [el("strong", {}, of.code), el("div", {class: "aside"}, of.identifier)]},
@@ -150,7 +148,7 @@ function openDefinitions(root) {
     ], fits));
   }
   replace(root, el("section", {class: "card"}, el("h2", {}, tr("What alarms mean")),
-    el("div", {class: "field"}, el("label", {for: "definition-search"}, tr("Search")), search), list));
+    search.node, list));
   wire.get("alarms/definitions").then(
     (answer) => {
       all = answer.definitions;

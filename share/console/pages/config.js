@@ -3,7 +3,7 @@
 import {el, goOnFrom, replace} from "../dom.js";
 import {kept} from "../kept.js";
 import {mark, tr} from "../texts.js";
-import {ask, attempt, field, loadPage, problemBox, say, showProblem, table, tabs, tell, timeText} from "../widgets.js";
+import {agree, ask, attempt, field, loadPage, problemBox, say, showProblem, table, tabs, tell, timeText} from "../widgets.js";
 import {wire} from "../wire.js";
 
 const kMostFound = 60;
@@ -230,10 +230,7 @@ class ConfigPage {
   }
 
   async discard() {
-    if (!(await ask(tr("Undo all changes that are not saved?"), differences(this.changes()), [
-      {text: tr("Undo all"), value: true, kind: "danger"},
-      {text: tr("Keep them"), value: false},
-    ]))) return;
+    if (!(await agree(tr("Undo all changes that are not saved?"), differences(this.changes()), tr("Undo all"), {kind: "danger", no: tr("Keep them")}))) return;
     saved.set({edits: {}});
     this.show();
   }
@@ -244,10 +241,7 @@ class ConfigPage {
 
   async review() {
     const text = tr("Each value is saved for itself; the version before is kept.");
-    if (await ask(tr("Save these changes?"), [differences(this.changes()), el("p", {class: "aside"}, text)], [
-      {text: tr("Save"), value: true, kind: "main"},
-      {text: tr("Cancel"), value: false},
-    ])) await this.save();
+    if (await agree(tr("Save these changes?"), [differences(this.changes()), el("p", {class: "aside"}, text)], tr("Save"))) await this.save();
   }
 
   // One value after the other, each with the version that the one before has left. A value may be right only with
@@ -365,10 +359,7 @@ class ConfigPage {
 
   async restore(differs) {
     const back = differs.map(({path, from, to}) => ({path, from: to, to: from}));
-    if (!(await ask(tr("Put the previous version back?"), differences(back), [
-      {text: tr("Put back"), value: true, kind: "main"},
-      {text: tr("Cancel"), value: false},
-    ]))) return;
+    if (!(await agree(tr("Put the previous version back?"), differences(back), tr("Put back")))) return;
     await attempt(async () => {
       const {restored} = await wire.post("config/restore");
       await this.read();

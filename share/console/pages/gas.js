@@ -4,7 +4,7 @@ import {el, goOnFrom, replace, setText} from "../dom.js";
 import {kept} from "../kept.js";
 import {indices, overlay, Plot} from "../plot.js";
 import {mark, tr} from "../texts.js";
-import {ask, field, loadPage, numberText, postButton, problemBox, readAll, say, table, tabs, withControl} from "../widgets.js";
+import {agree, field, loadPage, numberText, postButton, problemBox, readAll, say, table, tabs, withControl} from "../widgets.js";
 import {wire} from "../wire.js";
 import {barAt, formerTables, largestDifference, voltAt} from "./gascurves.js";
 import {outcomeText} from "./runs/words.js";
@@ -249,10 +249,7 @@ class GasPage {
   async askBack(rows) {
     const text = tr("This puts the previous version of the machine file back, which differs in the curves of: %s. Stored tables stay as they are.",
       rows.map((row) => row.text).join(", "));
-    if (!(await ask(tr("Put the old curves back?"), el("p", {}, text), [
-      {text: tr("Put back"), value: true, kind: "main"},
-      {text: tr("Cancel"), value: false},
-    ]))) return;
+    if (!(await agree(tr("Put the old curves back?"), el("p", {}, text), tr("Put back")))) return;
     if (!(await withControl(() => wire.post("config/restore")))) return;
     await this.load();
     goOnFrom(this.curves);

@@ -5,7 +5,7 @@ import {el, replace, setText} from "../dom.js";
 import {Holding} from "../hold.js";
 import {kept} from "../kept.js";
 import {mark, tr} from "../texts.js";
-import {ask, attempt, durationText, field, numberText, problemBox, readAll, say, table, tabs, withControl} from "../widgets.js";
+import {agree, attempt, durationText, field, numberText, problemBox, readAll, say, table, tabs, withControl} from "../widgets.js";
 import {wire} from "../wire.js";
 import {keyLabel, kStopKeys, reasonsList} from "./keys.js";
 import {openTry} from "./trykeys.js";
@@ -288,10 +288,7 @@ function knobCard(knobNow, took) {
     const fields = [part("xy", tr("Speed in X and Y")), part("z", tr("Speed in Z"))];
     let values = null;
     const content = el("div", {}, el("p", {}, tr("At level %s", tr(kLevels[knob.state]))), fields.map((of) => of.part.node));
-    if (!(await ask(tr("Speeds of the knob"), content, [
-      {text: tr("Save"), value: true, kind: "main", when: () => (values = readAll(fields)) !== null},
-      {text: tr("Cancel"), value: false},
-    ]))) return;
+    if (!(await agree(tr("Speeds of the knob"), content, tr("Save"), {when: () => (values = readAll(fields)) !== null}))) return;
     const answer = await withControl(() => wire.post("panel/knob", {level: knob.state, ...values}));
     if (answer) took(answer);
   }

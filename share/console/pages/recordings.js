@@ -4,7 +4,7 @@ import {el, goOnFrom, replace, setText} from "../dom.js";
 import {kept} from "../kept.js";
 import {Plot} from "../plot.js";
 import {mark, tr} from "../texts.js";
-import {ask, attempt, durationText, field, loadPage, numberText, readAll, say, table, timeText} from "../widgets.js";
+import {agree, attempt, durationText, field, loadPage, numberText, readAll, say, table, timeText} from "../widgets.js";
 import {wire} from "../wire.js";
 import {RecordingPlot} from "./recordingplot.js";
 
@@ -215,10 +215,7 @@ class RecordingsPage {
   }
 
   async remove(name) {
-    if (!(await ask(tr("Delete %s?", name), el("p", {}, tr("The recording is gone then.")), [
-      {text: tr("Delete"), value: true, kind: "danger"},
-      {text: tr("Keep"), value: false},
-    ]))) return;
+    if (!(await agree(tr("Delete %s?", name), el("p", {}, tr("The recording is gone then.")), tr("Delete"), {kind: "danger", no: tr("Keep")}))) return;
     await attempt(async () => {
       await wire.delete("recordings/" + name);
       if (saved.get("open") === name) {

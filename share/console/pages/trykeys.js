@@ -3,7 +3,7 @@
 import {el, replace} from "../dom.js";
 import {kept} from "../kept.js";
 import {tr} from "../texts.js";
-import {problemBox, table} from "../widgets.js";
+import {field, problemBox, table} from "../widgets.js";
 import {wire} from "../wire.js";
 import {keyLabel, maskText, verdict} from "./keys.js";
 
@@ -16,21 +16,21 @@ export function openTry(root) {
   const result = el("div", {"aria-live": "polite"});
   const chosen = el("div", {class: "row chosen"});
   const found = el("div", {class: "row"});
-  const search = el("input", {type: "text", id: "try-search", autocomplete: "off", value: saved.get("search"), oninput: () => {
-    saved.set({search: search.value});
+  const search = field({name: "search", title: tr("Add an alarm: search"), type: "text"}, saved.get("search"));
+  search.input.addEventListener("input", () => {
+    saved.set({search: search.input.value});
     showAlarms();
-  }});
+  });
   let known = {forms: [], states: [], alarms: []};
   let labels = new Map();
   let asked = 0;
   let closed = false;
 
   const choice = (name, title, options) => {
-    const id = "try-" + name;
-    const all = [{value: kAsItIs, text: tr("as it is now")}, ...options];
-    return el("div", {class: "field"}, el("label", {for: id}, title),
-      el("select", {id, onchange: (event) => change({[name]: event.target.value})},
-        all.map(({value, text}) => el("option", {value, selected: value === saved.get(name)}, text))));
+    const choices = [{value: kAsItIs, text: tr("as it is now")}, ...options];
+    const {node, input} = field({name, title, type: "text", chosen: true, choices}, saved.get(name));
+    input.addEventListener("change", () => change({[name]: input.value}));
+    return node;
   };
 
   function change(what) {
@@ -40,9 +40,9 @@ export function openTry(root) {
   }
 
   function add(identifier) {
-    search.value = "";
+    search.input.value = "";
     change({alarms: [...(saved.get("alarms") ?? []), identifier], search: ""});
-    search.focus();
+    search.input.focus();
   }
 
   function query() {
@@ -88,7 +88,7 @@ export function openTry(root) {
         onclick: () => change({alarms: list.filter((other) => other !== identifier)})}, "✕ " + identifier + " " + text(identifier)))],
       list !== null && el("button", {type: "button", onclick: () => change({alarms: null})}, tr("As they are now")),
       list?.length !== 0 && el("button", {type: "button", onclick: () => change({alarms: []})}, tr("None")));
-    const wanted = search.value.trim().toLowerCase();
+    const wanted = search.input.value.trim().toLowerCase();
     const fits = known.alarms.filter((alarm) => !list?.includes(alarm.identifier) &&
       (alarm.identifier + " " + alarm.text).toLowerCase().includes(wanted));
     replace(found, wanted === "" ? null : [fits.slice(0, kMostFound).map((alarm) =>
@@ -117,7 +117,7 @@ export function openTry(root) {
           choice("state", tr("State of the machine"), known.states.map((of) => ({value: of.state, text: of.number + " " + of.text}))),
           choice("warning", tr("Maintenance warning"), [{value: "true", text: tr("pending")}, {value: "false", text: tr("none")}])),
         el("h3", {}, tr("Alarms that stand")), chosen,
-        el("div", {class: "field"}, el("label", {for: "try-search"}, tr("Add an alarm: search")), search), found),
+        search.node, found),
       el("section", {class: "card"}, el("h2", {}, tr("What each key would do")), result));
     showAlarms();
     ask();

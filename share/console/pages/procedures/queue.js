@@ -3,7 +3,7 @@
 import {el, replace} from "../../dom.js";
 import {answerJob, answerText} from "../../questions.js";
 import {mark, tr} from "../../texts.js";
-import {ask, durationText, field, problemBox, readAll, say, showProblem, table, timeText, withControl} from "../../widgets.js";
+import {agree, durationText, field, problemBox, readAll, say, showProblem, table, timeText, withControl} from "../../widgets.js";
 import {wire} from "../../wire.js";
 import {openPage, outcomeNode, paramsText} from "../runs/words.js";
 
@@ -26,10 +26,7 @@ export function queueButton(read) {
       {name: "note", part: field({name: "note", title: tr("Note"), type: "text"})},
       {name: "question", part: field({name: "question", title: tr("Question before it starts"), type: "text", summary: tr("whoever attends the machine answers it: run, skip or hold")})},
     ];
-    if (!(await ask(tr("Add to the queue: %s", job.procedure ?? job.sequence), parts.map(({part}) => part.node), [
-      {text: tr("Add"), value: true, kind: "main"},
-      {text: tr("Cancel"), value: false},
-    ]))) return;
+    if (!(await agree(tr("Add to the queue: %s", job.procedure ?? job.sequence), parts.map(({part}) => part.node), tr("Add")))) return;
     try {
       const {id} = await wire.post("queue", {...job, ...readAll(parts)});
       say(tr("Job %d is in the queue", id));
@@ -60,10 +57,7 @@ export function openQueue(root) {
     {title: tr("State"), cell: jobState},
   ];
   const remove = async (job) => {
-    if (await ask(tr("Remove job %d from the queue?", job.id), el("p", {}, job.name), [
-      {text: tr("Remove"), value: true, kind: "danger"},
-      {text: tr("Keep"), value: false},
-    ])) wire.delete("queue/" + job.id).catch(showProblem);
+    if (await agree(tr("Remove job %d from the queue?", job.id), el("p", {}, job.name), tr("Remove"), {kind: "danger", no: tr("Keep")})) wire.delete("queue/" + job.id).catch(showProblem);
   };
   const actions = (job) => el("div", {class: "row"},
     job.choices.map(({answer, then}) => el("button", {type: "button", class: then === "run" ? "main" : "", onclick: () => answerJob(job, answer)}, answerText(answer))),

@@ -2,7 +2,7 @@
 
 import {el, replace, setText} from "../../dom.js";
 import {tr} from "../../texts.js";
-import {ask, field, postButton, problemBox, say, showProblem, table} from "../../widgets.js";
+import {agree, field, postButton, problemBox, say, showProblem, table} from "../../widgets.js";
 import {wire} from "../../wire.js";
 import {openCheck} from "./check.js";
 import {queueButton} from "./queue.js";
@@ -64,10 +64,7 @@ export function openSequences(root, saved) {
       if (!closed) replace(list, problemBox(problem));
     }
   };
-  const mayLeave = async () => same() || text.value === kNew || text.value === "" || ask(tr("Leave what is not stored?"), el("p", {}, name.input.value), [
-    {text: tr("Leave it"), value: true, kind: "danger"},
-    {text: tr("Go on writing"), value: false, kind: "main"},
-  ]);
+  const mayLeave = async () => same() || text.value === kNew || text.value === "" || agree(tr("Leave what is not stored?"), el("p", {}, name.input.value), tr("Leave it"), {kind: "danger", no: tr("Go on writing")});
   const read = async (which) => ({name: which, text: JSON.stringify(await wire.get("sequences/" + encodeURIComponent(which)), null, 2)});
   const choose = async (which) => {
     if (!(await mayLeave())) return;
@@ -104,10 +101,7 @@ export function openSequences(root, saved) {
     }
   };
   const remove = async () => {
-    if (!stored.name || !(await ask(tr("Delete the sequence %s?", stored.name), el("p", {}, tr("Jobs that have it already keep it.")), [
-      {text: tr("Delete"), value: true, kind: "danger"},
-      {text: tr("Keep"), value: false},
-    ]))) return;
+    if (!stored.name || !(await agree(tr("Delete the sequence %s?", stored.name), el("p", {}, tr("Jobs that have it already keep it.")), tr("Delete"), {kind: "danger", no: tr("Keep")}))) return;
     try {
       await wire.delete("sequences/" + encodeURIComponent(stored.name));
       say(tr("%s is deleted", stored.name));
