@@ -35,6 +35,7 @@ function showMenu(page) {
   menu.setAttribute("aria-label", tr("Pages"));
   replace(menu, el("ul", {}, kPages.map(({id, title}) =>
     el("li", {}, el("a", {href: "#" + id, "aria-current": id === page.id ? "page" : null}, tr(title))))));
+  menu.querySelector("[aria-current]").scrollIntoView({block: "nearest", inline: "center"});
 }
 
 // The hash is "#page" or "#page/what": the page reads the rest itself.

@@ -92,7 +92,7 @@ export class RecordingPlot {
       this.open(first.name);
     });
     const common = first.signals.filter(({name}) => second?.has(name));
-    const align = second && field({name: "align", title: tr("Both begin where this signal first rises"), type: "text",
+    const align = second && field({name: "align", title: tr("Both begin where this signal first rises"), type: "text", empty: tr("none"),
       choices: common.map(({name, caption}) => ({value: name, text: caption}))}, this.saved.get("align"));
     align?.input.addEventListener("change", () => {
       this.saved.set({align: align.input.value});
