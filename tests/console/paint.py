@@ -1,10 +1,12 @@
-"""How soon somebody sees something."""
+"""How soon somebody sees something, and how much is sent for it."""
 import statistics
+import urllib.request
 
 import fixture
 
 WITHIN_MS = 3 * 1000  # three times what is promised
 LOADS = 20
+OURS_BYTES = 250_000  # of scripts, styles and markup, without the library that plots
 
 
 class PaintTest(fixture.ConsoleTest):
@@ -22,3 +24,14 @@ class PaintTest(fixture.ConsoleTest):
             if median <= WITHIN_MS or last:
                 break
         self.assertLessEqual(median, WITHIN_MS)
+
+    def test_what_is_sent_of_ours(self):
+        controller, ours = self.controller(), fixture.SHARE / "console"
+        sent = {}
+        for file in filter(fixture.pathlib.Path.is_file, ours.rglob("*")):
+            name = file.relative_to(ours).as_posix()
+            with urllib.request.urlopen(controller.url + "/console/" + name) as answer:
+                sent[name] = len(answer.read())
+        print("%d bytes in %d files" % (sum(sent.values()), len(sent)))
+        self.assertIn("pages/machine/bed.js", sent)
+        self.assertLessEqual(sum(sent.values()), OURS_BYTES, sorted(sent.items(), key=lambda one: -one[1]))
