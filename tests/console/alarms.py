@@ -19,6 +19,15 @@ OscillatorNode.prototype.start = function (...when) {
   return start.apply(this, when);
 };
 """
+# What is written into plots.
+WORDS = """
+window.words = [];
+const fill = CanvasRenderingContext2D.prototype.fillText;
+CanvasRenderingContext2D.prototype.fillText = function (text, ...place) {
+  window.words.push(text);
+  return fill.call(this, text, ...place);
+};
+"""
 TONES = 3  # of an alarm that ends what runs
 TOGETHER_S = 1.1  # alarms that come within a second sound once
 
@@ -84,7 +93,7 @@ class AlarmsTest(fixture.ConsoleTest):
         self.assertEqual(controller.client.ask("GET", "/alarms")["alarms"], [])
 
     def test_one_is_seen_in_a_recording_where_it_came(self):
-        controller, page = self.controller(speed=5), self.browser()
+        controller, page = self.controller(speed=5), self.browser(script=WORDS)
         controller.client.ask("POST", "/recordings", {"name": "alarmed", "signals": ["position", "state"], "limitMs": 60_000})
         alarm(controller)
         controller.ended(controller.start_run("safe-move", x=100, y=100))
@@ -94,3 +103,7 @@ class AlarmsTest(fixture.ConsoleTest):
         page.wait_text("⚠ Alarm asked for on the command line", ".shown")
         page.wait_text("run 2, safe-move", ".shown")
         page.wait(lambda: page.js(RED) > 100, "its line is drawn")
+        page.js("window.words = []")
+        page.go("runs/1")
+        page.wait(lambda: "1 Delay" in page.js("return window.words"), "the report's plots name the steps")
+        self.assertFalse([word for word in page.js("return window.words") if "undefined" in word])

@@ -6,6 +6,7 @@ import {mark, tr} from "../texts.js";
 import {field, numberText, problemBox} from "../widgets.js";
 import {wire} from "../wire.js";
 import {Recording} from "./recordingdata.js";
+import {alarmText, bandsOf} from "./runs/bands.js";
 
 const kRefineMs = 300;  // behind the last change of the zoom
 // Which signals stand in one plot, by the beginning of their names; "state" is shown as bands.
@@ -18,10 +19,6 @@ const kPlots = [
   {signals: ["laser", "emission"], title: mark("Laser and emission"), stepped: true},
   {signals: ["gas-branch"], title: mark("Gas branch"), stepped: true},
 ];
-
-function alarmText({text}) {
-  return "\u26a0 " + text;
-}
 
 export class RecordingPlot {
   // saved: kept(...) with over, align, zoom, hidden; list: the recordings that there are.
@@ -119,21 +116,11 @@ export class RecordingPlot {
     const names = [...new Set(series.map(({name}) => name))];
     const plot = new Plot({title: tr(title), x: tr("Time in s"), labels: series.map(({caption}) => caption), stepped,
       colours: series.map(({name}) => names.indexOf(name)), dashed: indices(series, ({of}) => of === this.second),
-      group: this.plots, kept: this.saved, bands: this.bands(),
+      group: this.plots, kept: this.saved, bands: this.runs.flatMap((run) => bandsOf(run, run.atMs)),
       onzoom: (window) => this.refine(window)});
     plot.rowsNow = () => overlay(series.map(({name, of}) => of.points(name)));
     plot.rows = plot.rowsNow();
     return plot.node;
-  }
-
-  bands() {
-    const at = (run, ms) => (run.atMs + ms) / 1000;
-    return this.runs.flatMap((run) => [
-      ...(run.steps ?? []).filter(({level}) => level === 0).map(({startMs, durationMs, number, description}) =>
-        ({from: at(run, startMs), to: at(run, startMs + (durationMs ?? 0)), text: number + " " + description})),
-      ...run.alarms.map((alarm) =>
-        ({from: at(run, alarm.atMs), to: at(run, Math.max(alarm.atMs, alarm.clearedMs ?? run.durationMs)), text: alarmText(alarm), alarm: true})),
-    ]);
   }
 
   // What is looked at closely is read again.

@@ -6,6 +6,7 @@ import {Plot} from "../../plot.js";
 import {tr} from "../../texts.js";
 import {durationText, numberText, problemBox, table, timeText} from "../../widgets.js";
 import {wire} from "../../wire.js";
+import {bandsOf} from "./bands.js";
 import {again, canAgain, openPage, outcomeNode, paramsText, whyNode} from "./words.js";
 
 // A step that holds others takes as long as they do together: it is not the slowest.
@@ -50,9 +51,7 @@ export function openReport(root, id) {
       const {points} = await wire.get("runs/" + id + "/trace");
       if (closed || points.length < 2) return;
       closePlots();
-      // Every second step of the list stands on a band.
-      const bands = (run.steps ?? []).filter(({level}) => level === 0).filter((_, i) => i % 2 === 1)
-        .map((step) => ({from: step.startMs / 1000, to: (step.startMs + step.durationMs) / 1000}));
+      const bands = bandsOf(run);
       const zoom = kept("runs.trace." + id);
       const plot = (title, labels, rows) => new Plot({title, labels, bands, x: tr("Time in s"), kept: zoom, group: plots}, rows);
       plot(tr("X and Y"), [tr("X in mm"), tr("Y in mm")], points.map(([ms, x, y]) => [ms / 1000, x, y]));
