@@ -13,6 +13,7 @@ namespace {
 TApiReply ShowLinks(TService& service, const TApiRequest&) {
   TApiReply reply;
   reply.Body = service.Links().Json();
+  reply.Body["ports"] = PortsJson(service.Controller().Machine().PortFacts());
   return reply;
 }
 

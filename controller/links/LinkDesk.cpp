@@ -43,12 +43,28 @@ nlohmann::ordered_json DevicesJson() {
                        {"state", seen.Life == tlRuns     ? "runs"
                                  : seen.Life == tlParked ? "parked"
                                                          : "failed"},
-                       {"silentMs", now - std::min(now, seen.BeatMs)}});
+                       {"silentMs", now - std::min(now, seen.BeatMs)},
+                       {"rounds", seen.Beats},
+                       {"longestMs", seen.LongestMs}});
   }
   return devices;
 }
 
 }  // namespace
+
+nlohmann::ordered_json PortsJson(const std::vector<TMachinePort>& ports) {
+  auto list = nlohmann::ordered_json::array();
+  for (const auto& [device, driver, facts] : ports)
+    list.push_back({{"device", device},
+                    {"driver", driver},
+                    {"address", facts.Port},
+                    {"readable", facts.Readable},
+                    {"value", facts.Value},
+                    {"ageMs", facts.AgeMs ? nlohmann::ordered_json(*facts.AgeMs) : nlohmann::ordered_json()},
+                    {"limits", facts.Limits},
+                    {"warning", facts.Warning}});
+  return list;
+}
 
 // --- the doctor ---
 

@@ -7,14 +7,19 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
 #include "controller/links/ConfiguredLinks.h"
 #include "controller/links/LinkDoctor.h"
 #include "controller/links/LinkWatch.h"
+#include "ixocamglue/platform/Machine.h"
 
 namespace ixocontroller {
+
+// [{"device", "driver", "address", "readable", "value", "ageMs", "limits", "warning"}]. Any thread.
+[[nodiscard]] nlohmann::ordered_json PortsJson(const std::vector<TMachinePort>& ports);
 
 class TLinkDesk {
  public:

@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "controller/Controller.h"
+#include "controller/links/LinkDesk.h"
 #include "ixocamglue/platform/services/Clock.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
@@ -28,18 +29,6 @@ struct TCheckOptions : TControllerSettings {
 
 bool AllReadable(const std::vector<TMachinePort>& ports) {
   return std::ranges::all_of(ports, [](const TMachinePort& port) { return port.Facts.Readable; });
-}
-
-nlohmann::ordered_json PortJson(const TMachinePort& port) {
-  const TPortFacts& facts = port.Facts;
-  return {{"device", port.Device},
-          {"driver", port.Driver},
-          {"address", facts.Port},
-          {"readable", facts.Readable},
-          {"value", facts.Value},
-          {"ageMs", facts.AgeMs ? nlohmann::ordered_json(*facts.AgeMs) : nlohmann::ordered_json()},
-          {"limits", facts.Limits},
-          {"warning", facts.Warning}};
 }
 
 std::vector<std::string> PortRow(const TMachinePort& port) {
@@ -72,9 +61,7 @@ int RunCheck(const TCheckOptions& options, std::ostream& out) {
                  .Why = Tr("their devices do not answer, or their values are too old"),
                  .Remedy = Tr("look at power, cable and address of each")};
   if (options.Json) {
-    nlohmann::ordered_json list = nlohmann::ordered_json::array();
-    for (const TMachinePort& port : ports) list.push_back(PortJson(port));
-    PrintDocument(out, "machine check", {{"driver", controller.Driver()}, {"ports", list}}, problem);
+    PrintDocument(out, "machine check", {{"driver", controller.Driver()}, {"ports", PortsJson(ports)}}, problem);
   } else if (ports.empty()) {
     out << Format(Tr("The machine \"%s\" tells nothing of its ports.\n"), controller.Driver().c_str());
   } else {

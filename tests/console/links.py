@@ -32,6 +32,7 @@ class LinksTest(fixture.ConsoleTest):
                 text = text.replace(old, new)
             return text
         controller, page = self.opened("links", machine=machine, speed=None)
+        page.wait_text("0..3050 mm", "#page")  # of what the machine is made of
         page.fill("First", str(REGISTER), ".registers")
         page.fill("Every", "100", ".registers")
         page.press("Watch", ".registers")

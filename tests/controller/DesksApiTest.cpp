@@ -233,6 +233,7 @@ TEST_F(DesksApi, TheLogIsReadFromWhereItWasLeftAndALinkIsNotExaminedInVirtualTim
 
   EXPECT_EQ(Good("GET", "links")["links"][0]["name"], "modbus-store");
   EXPECT_TRUE(Good("GET", "links")["links"][0]["probeRegister"].is_null());
+  EXPECT_EQ(Good("GET", "links")["ports"][0]["limits"], "0..3050 mm");
   Good("PUT", "config/ModbusStore/DataTransConfig/ProbeRegister", {{"value", 7}, {"version", "*"}});
   EXPECT_EQ(Good("GET", "links")["links"][0]["probeRegister"], 7);
   Refused(409, "real time", "POST", "links/modbus-store/doctor");

@@ -1,4 +1,6 @@
 // The supervisor's ladder and the timeline's drawing: plain time, no machine.
+#include <map>
+
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
@@ -292,6 +294,13 @@ TEST(ThreadWatch, EachThreadHasTheLimitOfItsKindAndAParkedOneHasNone) {
   EXPECT_EQ(standing(10'041), "21");
   idle.Beat();
   EXPECT_EQ(standing(12'042), "2122");
+  TThreadSeen seen;
+  std::map<std::string, std::string> statistics;
+  for (std::size_t row = 0; row < TThreadTable::kRows; ++row)
+    if (ThreadTable().Read(row, seen))
+      statistics[seen.Name] = std::to_string(seen.Beats) + " " + std::to_string(seen.LongestMs);
+  EXPECT_EQ(statistics["other"], "1 10001");
+  EXPECT_EQ(statistics["idle"], "1 0") << "what is parked is not silent";
   EXPECT_TRUE(alarms.AllowMove());
 }
 

@@ -1,5 +1,6 @@
 #include "ixocamglue/platform/services/ThreadTable.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "ixocamglue/platform/services/AppSys.h"
@@ -34,6 +35,8 @@ TThreadTable::TRow* TThreadTable::Take(std::string_view name, TThreadKind kind) 
     row.Kind.store(kind, std::memory_order_release);
     row.Life.store(tlRuns, std::memory_order_release);
     row.BeatMs.store(Clock().MonotonicMs(), std::memory_order_release);
+    row.Beats.store(0, std::memory_order_release);
+    row.LongestMs.store(0, std::memory_order_release);
     row.Serial.fetch_add(1, std::memory_order_acq_rel);
     return &row;
   }
@@ -50,6 +53,8 @@ bool TThreadTable::Read(std::size_t index, TThreadSeen& seen) const {
   seen.Kind = row.Kind.load(std::memory_order_acquire);
   seen.Life = row.Life.load(std::memory_order_acquire);
   seen.BeatMs = row.BeatMs.load(std::memory_order_acquire);
+  seen.Beats = row.Beats.load(std::memory_order_acquire);
+  seen.LongestMs = row.LongestMs.load(std::memory_order_acquire);
   if (row.Serial.load(std::memory_order_acquire) != seen.Serial) return false;
   const char* const text = reinterpret_cast<const char*>(words.data());
   seen.Name.assign(text, ::strnlen(text, kNameBytes));
@@ -69,7 +74,11 @@ TThreadSign::~TThreadSign() {
 
 void TThreadSign::Beat() {
   if (!FRow) return;
-  FRow->BeatMs.store(Clock().MonotonicMs(), std::memory_order_release);
+  const std::uint64_t now = Clock().MonotonicMs();
+  const std::uint64_t before = FRow->BeatMs.exchange(now, std::memory_order_acq_rel);
+  if (FRow->Life.load(std::memory_order_acquire) == tlRuns && now - std::min(now, before) > FRow->LongestMs.load())
+    FRow->LongestMs.store(now - before, std::memory_order_release);
+  FRow->Beats.fetch_add(1, std::memory_order_acq_rel);
   FRow->Life.store(tlRuns, std::memory_order_release);
 }
 

@@ -29,6 +29,8 @@ struct TThreadSeen {
   TThreadKind Kind = tkOther;
   TThreadLife Life = tlRuns;
   std::uint64_t BeatMs = 0;
+  std::uint64_t Beats = 0;
+  std::uint64_t LongestMs = 0;  // between two beats of it, but for when it was parked
 };
 
 class TThreadTable {
@@ -48,7 +50,7 @@ class TThreadTable {
     std::atomic<std::uint32_t> Serial{0};  // odd while the row is somebody's: rises when it is taken and given back
     std::atomic<TThreadKind> Kind{tkOther};
     std::atomic<TThreadLife> Life{tlRuns};
-    std::atomic<std::uint64_t> BeatMs{0};
+    std::atomic<std::uint64_t> BeatMs{0}, Beats{0}, LongestMs{0};
     std::array<std::atomic<TWord>, kNameBytes / sizeof(TWord)> Name{};
   };
   TRow* Take(std::string_view name, TThreadKind kind);  // null: all are taken

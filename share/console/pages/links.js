@@ -4,7 +4,7 @@
 import {el, replace} from "../dom.js";
 import {kept} from "../kept.js";
 import {mark, tr} from "../texts.js";
-import {field, loadPage, readAll, table, withControl} from "../widgets.js";
+import {durationText, field, loadPage, readAll, table, withControl} from "../widgets.js";
 import {wire} from "../wire.js";
 import {Registers} from "./registers.js";
 
@@ -24,8 +24,9 @@ class LinksPage {
     this.doctor = el("section", {class: "card"});
     this.found = el("section", {class: "card", role: "status"});
     this.devices = el("section", {class: "card"});
+    this.ports = el("section", {class: "card"});
     this.registers = new Registers();
-    replace(root, this.links, el("div", {class: "columns"}, this.doctor, this.found), this.registers.node, this.devices);
+    replace(root, this.links, el("div", {class: "columns"}, this.doctor, this.found), this.registers.node, this.devices, this.ports);
     this.shown = {};
     this.timer = setInterval(() => this.load().catch(() => {}), kLookMs);  // its age is said by the frame
   }
@@ -36,15 +37,17 @@ class LinksPage {
   }
 
   async load() {
-    const {links, devices, examination} = await wire.get("links");
+    const {links, devices, ports, examination} = await wire.get("links");
     this.draw("links", links, () => {
       this.registers.show(links);
       return this.showLinks(links);
     });
     this.draw("doctor", links, () => this.showDoctor(links));
     this.draw("found", examination, () => this.showFound(examination));
-    const shown = devices.map(({name, state, silentMs}) => ({name, state, silentS: Math.floor(silentMs / 1000)}));
+    const shown = devices.map(({silentMs, ...device}) => ({...device, silentS: Math.floor(silentMs / 1000)}));
     this.draw("devices", shown, () => this.showDevices(shown));
+    const aged = ports.map(({ageMs, ...port}) => ({...port, ageS: ageMs === null ? null : Math.floor(ageMs / 1000)}));
+    this.draw("ports", aged, () => this.showPorts(aged));
   }
 
   // What has not changed keeps its nodes, and with them the focus.
@@ -115,7 +118,22 @@ class LinksPage {
       {title: tr("Name"), cell: ({name}) => name},
       {title: tr("State"), cell: ({state}) => el("span", {class: state === "failed" && "bad"}, tr(kDeviceStates[state] ?? state))},
       {title: tr("Silent for"), number: true, cell: ({silentS}) => silentS + " s"},
+      {title: tr("Longest silence"), number: true, cell: ({longestMs}) => durationText(longestMs)},
+      {title: tr("Rounds"), number: true, cell: ({rounds}) => rounds},
     ], devices)];
+  }
+
+  showPorts(ports) {
+    const heading = el("h2", {}, tr("What the machine is made of"));
+    if (ports.length === 0) return [heading, el("p", {}, tr("The machine tells nothing of its ports."))];
+    return [heading, table(tr("As each driver sees it"), [
+      {title: tr("Device"), cell: ({device, warning}) => [device || "-", warning && el("div", {class: "warn"}, "! ", warning)]},
+      {title: tr("Driver"), cell: ({driver}) => driver},
+      {title: tr("Address"), cell: ({address}) => address},
+      {title: tr("Value"), number: true, cell: ({readable, value}) => (readable ? value || "-" : el("span", {class: "bad"}, "\u2717 ", tr("not readable")))},
+      {title: tr("Age"), number: true, cell: ({ageS}) => (ageS === null ? "-" : ageS + " s")},
+      {title: tr("Limits"), number: true, cell: ({limits}) => limits || "-"},
+    ], ports)];
   }
 }
 
