@@ -35,7 +35,6 @@ struct TGasCase {
   bool All = true;  // all dimensions, else undisturbed runs
 };
 constexpr std::uint64_t kWrapMs = std::uint64_t{1} << 32U;  // 49.7 days
-constexpr std::uint32_t kIntoRunMs = 20'000;                // a count wraps while a curve is measured
 const TGasCase kCases[] = {
     {"calibrate-air", {1}}, {"calibrate-o2", {2}}, {"calibrate-n2", {3}}, {"calibrate-two", {1, 3}, false}};
 constexpr std::int32_t kReasons[] = {srStop, 2, srPause, srAlarm, srError};
@@ -113,6 +112,7 @@ class TGasSweepRun {
   TSweepVerdict Run() {
     TGasCalibration calibration(FController, FPoint.Gases, {kNozzle, kNozzleMm});
     Watch(calibration);
+    FEndedMs = Clock().MonotonicMs() - FPoint.FirstMs;
     FController.RunFor(200);
     FCompleted = calibration.Completed();
     AskOracle();
@@ -125,6 +125,8 @@ class TGasSweepRun {
   // After Run: the ticks at which the sub-state has changed, and the last tick.
   [[nodiscard]] const std::vector<std::uint32_t>& Changes() const { return FChanges; }
   [[nodiscard]] std::uint32_t Ticks() const { return FTicks; }
+  // When the calibration ended, since the clock's start.
+  [[nodiscard]] std::uint64_t EndedMs() const { return FEndedMs; }
 
  private:
   TControllerOptions Options() {
@@ -225,6 +227,7 @@ class TGasSweepRun {
   TSweepVerdict FVerdict;
   std::vector<std::uint32_t> FChanges;
   std::uint32_t FTicks = 0;
+  std::uint64_t FEndedMs = 0;
   bool FAborted = false;
   bool FCompleted = false;
 };
@@ -270,10 +273,13 @@ std::vector<TSweepTask> GasSweepTasks(std::uint64_t seed) {
       tasks.push_back({gas.Name, dimension, points});
     };
     if (!gas.All) {
-      add("clock", [gases = gas.Gases] {
+      add("clock", [=, gases = gas.Gases] {
+        TGasSweepRun run(*files, {.Gases = gases});
+        (void)run.Run();
+        const std::uint64_t middle = run.EndedMs() / 2;
         return TSpecs{{.Gases = gases},
-                      {.Gases = gases, .FirstTick = 0U - kIntoRunMs},
-                      {.Gases = gases, .FirstMs = kWrapMs - kIntoRunMs}};
+                      {.Gases = gases, .FirstTick = 0U - static_cast<std::uint32_t>(middle)},
+                      {.Gases = gases, .FirstMs = kWrapMs - middle}};
       });
       continue;
     }
