@@ -1,4 +1,5 @@
-// The operator texts of the program: catalogue section "IxoCut", the key is the constant's name.
+// The operator texts of the program: catalogue section "IxoCut", the key is the constant's name. Constants until a
+// language is selected: any thread.
 #pragma once
 
 #include <algorithm>

@@ -1,4 +1,5 @@
-// What is still on or moves when a controller ends is switched off and stopped, by whoever it was switched on.
+// What is still on or moves when a controller ends is switched off and stopped, by whoever it was switched on. Nothing
+// throws.
 #pragma once
 
 #include <atomic>

@@ -14,6 +14,7 @@ packages() {
     console) echo "$(packages test) chromium chromium-driver python3-selenium $(command -v npm >/dev/null || echo npm)" ;;
     # The simulated machine's; not of a program of ours.
     linuxcnc) echo "linuxcnc-uspace linuxcnc-uspace-dev iproute2 util-linux" ;;
+    headers) echo "doxygen" ;;
     bench)
       echo "$(packages run) libbenchmark-dev libfccp-dev libfmt-dev libmodbus-dev libreaderwriterqueue-dev" \
         "libspdlog-dev valgrind"

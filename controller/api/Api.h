@@ -1,4 +1,5 @@
 // What can be asked of a controller, and what is answered: one table of routes, JSON in and out. It knows no socket.
+// Which thread runs what stands at each route; what a route throws is its answer.
 #pragma once
 
 #include <exception>

@@ -4,7 +4,8 @@
 // Protections beside the machine state's own. A voltage at which the pressure has not settled for 15 s is answered with
 // a stop. The gas's previous table and its backup come back when all measured points lie within 0.1 bar of their mean,
 // when fewer than three were measured, when the verdict (GasVerdict.h) is bad and was not to be kept all the same, and
-// when a file could not be saved. V, bar, ms.
+// when a file could not be saved. V, bar, ms. One thread has it, but for Now; the state thread tells it what is
+// measured.
 #pragma once
 
 #include <atomic>

@@ -1,5 +1,6 @@
 // One pass downwards over voltages that a calibration has measured, for the record: what the pressure does when it
-// comes from above shows the valve's hysteresis. Nothing is calibrated by it.
+// comes from above shows the valve's hysteresis. Nothing is calibrated by it. One thread starts and reads it; the pass
+// itself is the state thread's. V, bar.
 #pragma once
 
 #include <cstdint>

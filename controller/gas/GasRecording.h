@@ -9,7 +9,7 @@
 //
 // Samples are [ms since the voltage was put out, bar], null where the sensor gave no number; "settled" is null for a
 // point that never settled; a gas that was cut off by a stop has "stopped": true; points stand in the order in which
-// they were measured; the table holds [V, bar].
+// they were measured; the table holds [V, bar]. Any thread.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
-// What is told of gases, their calibration and their stored tables: names, words and JSON. V, bar, ms.
+// What is told of gases, their calibration and their stored tables: names, words and JSON. V, bar, ms. Any thread,
+// while the configuration stands still. What is no gas or nozzle is a problem; nothing throws.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
-// What a recorded gas calibration says about the valve, its line, its supply and its sensor. V, bar, ms.
+// What a recorded gas calibration says about the valve, its line, its supply and its sensor. V, bar, ms. Any thread;
+// nothing throws, and what cannot be judged is left out.
 #pragma once
 
 #include <string>

@@ -1,5 +1,5 @@
 // The machine states 1 to 7, which the key commands request: the demonstration part in its three modes, paused, return
-// to origin, jogging and the calibration of the follower.
+// to origin, jogging and the calibration of the follower. Main thread, while no loop runs.
 #pragma once
 
 #include "ixocamglue/platform/states/NcState.h"

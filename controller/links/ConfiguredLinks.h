@@ -1,4 +1,4 @@
-// The links to devices that a machine file names.
+// The links to devices that a machine file names. The thread that may read the record; nothing throws.
 #pragma once
 
 #include <string>

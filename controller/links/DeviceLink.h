@@ -1,4 +1,4 @@
-// What the commands and pages about device links say of a request.
+// What the commands and pages about device links say of a request. Any thread; nothing throws.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
-// Finds out what is wrong with the link to a Modbus device, step by step from the name to the reply.
+// Finds out what is wrong with the link to a Modbus device, step by step from the name to the reply. On the caller's
+// thread; what it finds is told, nothing is thrown.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
-// The names by which people know keys, forms, states and alarms of the panel.
+// The names by which people know keys, forms, states and alarms of the panel. Any thread. What is no such name is a
+// problem that says which there are; nothing throws.
 #pragma once
 
 #include <span>

@@ -1,4 +1,5 @@
-// Where the axes stand while a list of commands runs, as far as its commands tell.
+// Where the axes stand while a list of commands runs, as far as its commands tell. A value of whoever has it; mm.
+// Nothing fails: what is not known is none.
 #pragma once
 
 #include <array>

@@ -1,4 +1,5 @@
-// How long a list of commands may keep the beam lit, known before anything runs.
+// How long a list of commands may keep the beam lit, known before anything runs. Any thread, while the configuration
+// stands still; times ms. Nothing throws.
 #pragma once
 
 #include <cstddef>

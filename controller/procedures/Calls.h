@@ -1,4 +1,5 @@
-// A procedure of the table with the parameters that somebody gave: the command line's words, or a request's JSON.
+// A procedure of the table with the parameters that somebody gave: the command line's words, or a request's JSON. Any
+// thread.
 #pragma once
 
 #include <map>

@@ -1,4 +1,5 @@
-// How a run that did not succeed is told to the operator: what, at which step, why and what to do.
+// How a run that did not succeed is told to the operator: what, at which step, why and what to do. Any thread; nothing
+// throws.
 #pragma once
 
 #include <span>

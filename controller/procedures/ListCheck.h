@@ -1,4 +1,5 @@
-// What a list of commands would strike, or wait for in vain, known before anything runs.
+// What a list of commands would strike, or wait for in vain, known before anything runs. Any thread, while the
+// configuration stands still; mm. Nothing throws.
 #pragma once
 
 #include <cstddef>

@@ -1,4 +1,5 @@
-// How a row of the table reaches a public field of its step.
+// How a row of the table reaches a public field of its step. The thread that has the step. A step of another class is a
+// mistake of the row: std::bad_cast.
 #pragma once
 
 #include <type_traits>

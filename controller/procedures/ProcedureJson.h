@@ -1,4 +1,5 @@
-// A row of the table of procedures for programs: with what its parameters may be on one machine.
+// A row of the table of procedures for programs: with what its parameters may be on one machine. Any thread; nothing
+// throws.
 #pragma once
 
 #include <nlohmann/json.hpp>

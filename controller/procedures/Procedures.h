@@ -1,6 +1,8 @@
 // What people run: every motion command and every procedure of the controller in one table, in the order of the command
 // numbers. `ixocut run`, `record`, `tree`, `sweep` and `procedures`, their help and the reader of sequence files all
 // take names, sentences, parameters and ranges from here. An application adds rows of its own before it runs anything.
+// The table is read by any thread and changed while no other runs. What is not found is null, or a problem that names
+// what was probably meant.
 #pragma once
 
 #include <cmath>

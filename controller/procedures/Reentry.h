@@ -1,4 +1,5 @@
-// Where a list of commands that was ended may begin again, and what the machine has to look like for that.
+// Where a list of commands that was ended may begin again, and what the machine has to look like for that. Values; any
+// thread. Why it is not allowed is answered, nothing is thrown.
 #pragma once
 
 #include <cstddef>

@@ -9,6 +9,8 @@
 //       {"command": 142}
 //     ]
 //   }
+//
+// Any thread, while the configuration stands still.
 #pragma once
 
 #include <filesystem>

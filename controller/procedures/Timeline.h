@@ -1,5 +1,6 @@
 // What the machine showed over time: state, emission, laser and gas as spans in which they were on, drawn for a
 // terminal or handed out as JSON. Made from the signals of a machine's journal. Times in ms from the timeline's start.
+// A value of whoever has it; nothing throws.
 #pragma once
 
 #include <cstdint>

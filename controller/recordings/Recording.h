@@ -1,4 +1,5 @@
 // A monitor file read into memory, one series per signal on one time axis, for the commands that look at whole runs.
+// Any thread, each with a recording of its own.
 #pragma once
 
 #include <cstddef>

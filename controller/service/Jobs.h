@@ -1,5 +1,6 @@
 // What a controller remembers of runs and has before it: the history, the queue of jobs, the sequence files and the run
-// that may go on. It follows the service's runner; without a state folder there is only what goes on.
+// that may go on. It follows the service's runner; without a state folder there is only what goes on. Which thread may
+// call what stands in front of each group.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
-// Whether the machine is ready for what starts without a look at it: a job of the queue, a list that goes on.
+// Whether the machine is ready for what starts without a look at it: a job of the queue, a list that goes on. Nothing
+// throws: what is in the way is answered.
 #pragma once
 
 #include <span>

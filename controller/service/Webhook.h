@@ -1,4 +1,5 @@
 // A POST of some JSON to a place that a file names. What is waited for is bounded, and ends when the caller ends.
+// Blocks the caller's thread, which is one of its own; nothing throws, and what did not arrive is a problem.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
 // Sockets that a controller listens on, and the room for descriptors that it needs. Failures name what is in the way.
+// Any thread; a descriptor belongs to one at a time.
 #pragma once
 
 #include <cstddef>

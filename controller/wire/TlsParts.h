@@ -1,4 +1,4 @@
-// What both sides of TLS need of OpenSSL. Only their sources include it.
+// What both sides of TLS need of OpenSSL. Only their sources include it. Any thread, each with objects of its own.
 #pragma once
 
 #include <cstdint>

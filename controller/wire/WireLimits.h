@@ -1,4 +1,4 @@
-// How much one client, and all of them, may take of a controller.
+// How much one client, and all of them, may take of a controller. A value of whoever has it.
 #pragma once
 
 #include <cstddef>

@@ -1,5 +1,6 @@
 // Alarm definition lists on disk: the service that hands them to the interpreter, and the check that says what is wrong
-// with one. The interpreter itself takes what it can and says nothing.
+// with one. The interpreter itself takes what it can and says nothing. Any thread. The service throws EProblem for a
+// list that cannot be read; a check throws nothing and answers what it has found.
 #pragma once
 
 #include <filesystem>

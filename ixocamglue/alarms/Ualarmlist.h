@@ -1,6 +1,6 @@
 // Lists of alarm messages that find the first of an identifier without walking: what an event costs does not grow with
 // what is active or past. Several lists share one index, so that a message that leaves one for another is looked up
-// once. Not synchronised.
+// once. Not synchronised. Nothing fails: an identifier that is not there is passed over. One thread at a time.
 #pragma once
 
 #include <array>

@@ -1,4 +1,5 @@
-// Small questions to the machine configuration: analogue ports, changed axes, the migration of the pallet delays.
+// Small questions to the machine configuration: analogue ports, changed axes, the migration of the pallet delays. Any
+// thread that may read the configuration meanwhile; nothing throws, and a null configuration has nothing.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,4 @@
-// The first port numbers of each kind. Set at run time, before any port is calculated; read at each call.
+// The first port numbers of each kind. Set at run time, before any port is calculated; read at each call. Any thread.
 #pragma once
 
 #include <atomic>

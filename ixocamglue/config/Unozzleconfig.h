@@ -1,5 +1,5 @@
 // Assist records of the nozzle changer: the rack's grid, the nozzles, the jog speeds. Lengths mm, speeds mm/s. No
-// locks.
+// locks. Nothing throws; what is not there is null.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,4 @@
-// The records and interfaces of device communication.
+// The records and interfaces of device communication. Records and free functions are any thread's.
 #pragma once
 
 #include <cstddef>

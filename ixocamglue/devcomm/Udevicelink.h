@@ -1,4 +1,6 @@
-// The link to a device as people name it, the transport made from it, and what a request came to in words.
+// The link to a device as people name it, the transport made from it, and what a request came to in words. Any thread.
+// Nothing throws: a link that does not open says so when it is used (OpenProblem). A host's name is resolved where the
+// transport is made, for 2000 ms at most.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
-// How the strict profile is set, and what a request came to.
+// How the strict profile is set, and what a request came to. Values; any thread. Times ms, where a name does not end in
+// Us. Nothing here fails.
 #pragma once
 
 #include <cstddef>

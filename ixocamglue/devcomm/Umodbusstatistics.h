@@ -1,4 +1,5 @@
-// What a device keeps for a fault report: counts, and its last frames.
+// What a device keeps for a fault report: counts, and its last frames. Values, guarded by whoever has them; times in
+// us. Nothing here fails.
 #pragma once
 
 #include <algorithm>

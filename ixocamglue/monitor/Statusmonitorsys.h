@@ -1,4 +1,5 @@
-// The machine's motor names, as a monitor file records them. Read once, at creation; any thread afterwards.
+// The machine's motor names, as a monitor file records them. Read once, at creation; any thread afterwards. Nothing
+// fails.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
-// A queue of fixed length and the moving-average filter over it, which also yields the average's rate of change.
+// A queue of fixed length and the moving-average filter over it, which also yields the average's rate of change. One
+// thread at a time; nothing fails.
 #pragma once
 
 #include <algorithm>

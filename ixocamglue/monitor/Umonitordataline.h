@@ -1,4 +1,4 @@
-// The fast way through a data line: a line exactly as the writer makes it, or nothing.
+// The fast way through a data line: a line exactly as the writer makes it, or nothing. Any thread; nothing throws.
 #pragma once
 
 #include "ixocamglue/monitor/Usystemmonitordef.h"

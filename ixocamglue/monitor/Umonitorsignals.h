@@ -1,4 +1,6 @@
-// The signals that a recording of this machine may hold: one table for recording, showing, plotting and comparing.
+// The signals that a recording of this machine may hold: one table for recording, showing, plotting and comparing. The
+// table is constant: any thread, and nothing throws. What is not found is null; an unknown signal has its numbers as
+// its name.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,4 @@
-// Where a monitor file's bytes go.
+// Where a monitor file's bytes go. One thread at a time.
 #pragma once
 
 #include <cstdint>

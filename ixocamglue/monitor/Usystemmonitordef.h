@@ -1,4 +1,5 @@
 // Monitor files: the names of their sections and keys, and the frame that carries up to 32 samples of one signal.
+// Values; any thread. Nothing throws; an index of a sample is below 32, which nobody checks.
 #pragma once
 
 #include <algorithm>

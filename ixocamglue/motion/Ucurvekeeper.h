@@ -1,4 +1,4 @@
-// A planar curve with its bounding rectangle. mm; no thread of its own.
+// A planar curve with its bounding rectangle. mm; no thread of its own. Nothing fails.
 #pragma once
 
 #include <algorithm>

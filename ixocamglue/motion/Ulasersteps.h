@@ -1,4 +1,5 @@
-// Steps that switch the laser and its emission (shutter), and the timed laser shot. State thread.
+// Steps that switch the laser and its emission (shutter), and the timed laser shot. State thread. A step without its
+// controller answers -2 where it would switch something on; a device's exception passes through.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
-// Steps that switch one output. State thread.
+// Steps that switch one output. State thread. A missing card or a number below -1 is one error line and -2; a device's
+// exception passes through.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
-// The way in to the concrete steps, and the table of the commands that are made from their numbers.
+// The way in to the concrete steps, and the table of the commands that are made from their numbers. The table is
+// constant: any thread, and nothing throws.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,6 @@
-// Steps for the assist gas, a fixed delay, and an output with the input that answers it. State thread.
+// Steps for the assist gas, a fixed delay, and an output with the input that answers it. State thread. Times ms,
+// pressures bar. What a step needs and has not (its device, its controller) makes it answer -2; a device's exception
+// passes through.
 #pragma once
 
 #include <algorithm>

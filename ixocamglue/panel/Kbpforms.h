@@ -1,4 +1,5 @@
-// The form table: which keys the client permits while a form is on screen.
+// The form table: which keys the client permits while a form is on screen. The table is constant: any thread, and
+// nothing throws.
 #pragma once
 
 #include <optional>

@@ -1,4 +1,5 @@
-// The keys of the panel: their codes, their commands, and sets of them.
+// The keys of the panel: their codes, their commands, and sets of them. Constants and values; any thread. Nothing
+// fails: what is no key has no bit and the name "no key".
 #pragma once
 
 #include <array>

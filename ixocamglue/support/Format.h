@@ -1,5 +1,6 @@
 // printf-style formatting, checked by the compiler. Formats stay as the log and the operator texts spell them ("%d",
-// "%s", "%.2f"). Numbers have a decimal point whatever C locale the process has set. Any thread.
+// "%s", "%.2f"). Numbers have a decimal point whatever C locale the process has set. Any thread. Nothing fails but
+// memory.
 #pragma once
 
 #include <cstdarg>

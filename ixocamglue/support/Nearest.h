@@ -1,4 +1,5 @@
-// The known name that a wrong one was probably meant to be.
+// The known name that a wrong one was probably meant to be. Values; any thread. Nothing fails: no name that is near is
+// an empty text.
 #pragma once
 
 #include <cstddef>

@@ -1,4 +1,4 @@
-// Lets maps keyed by text be searched without making a string.
+// Lets maps keyed by text be searched without making a string. Any thread.
 #pragma once
 
 #include <cstddef>

@@ -1,4 +1,5 @@
-// Values as a configuration file spells them. No locale; a text is a value only as a whole. Any thread.
+// Values as a configuration file spells them. No locale; a text is a value only as a whole. Any thread. What is no
+// value is none; nothing throws.
 #pragma once
 
 #include <charconv>

@@ -1,4 +1,5 @@
-// The alarm message: what travels from the alarm package through the fifos to every consumer.
+// The alarm message: what travels from the alarm package through the fifos to every consumer. Values: any thread may
+// have its own copy, and nothing but making a text fails (std::bad_alloc).
 #pragma once
 
 #include <atomic>

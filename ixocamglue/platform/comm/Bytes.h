@@ -1,4 +1,4 @@
-// The byte array of every device frame and buffer; empty means that there is no data.
+// The byte array of every device frame and buffer; empty means that there is no data. A value of whoever has it.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
-// Waits on a native handle: Asio's synchronous reads and connects know no time limit, and poll does.
+// Waits on a native handle: Asio's synchronous reads and connects know no time limit, and poll does. Any thread. False:
+// nothing came within the time, or the handle is none.
 #pragma once
 
 #include <cerrno>

@@ -1,4 +1,6 @@
-// The machine's real communication parts, each in its own source. Not for users: they come through CommParts().
+// The machine's real communication parts, each in its own source. Not for users: they come through CommParts(). Any
+// thread may make one; a part belongs to one user at a time. What a device or the network does is answered, never
+// thrown (Comm.h).
 #pragma once
 
 #include <memory>

@@ -1,4 +1,5 @@
 // The settings text of a serial port: "9600,n,8,1" is the baud rate, the parity, the data bits and the stop bits.
+// Values; any thread. What is no such text is answered as a problem; nothing throws.
 #pragma once
 
 #include <cstdint>

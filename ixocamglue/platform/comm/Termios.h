@@ -1,5 +1,6 @@
 // The line settings of an open serial port, all in one call of the driver: Asio sets one at a time, and neither any
-// rate nor mark and space parity.
+// rate nor mark and space parity. Any thread, one at a time for a port. What the driver refuses is answered as a
+// problem.
 #pragma once
 
 #include "ixocamglue/platform/comm/SerialSettings.h"

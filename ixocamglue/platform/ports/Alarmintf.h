@@ -1,5 +1,5 @@
 // Ports: what the application offers around alarms, found in AppSys by identifier. Each may be absent; the library then
-// skips the work, except where the interpreter says otherwise.
+// skips the work, except where the interpreter says otherwise. Items and factories are the alarm client's thread's.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
-// The key commands that the cutting system understands (TNcCutSystem::KeyDown, KeyUp).
+// The key commands that the cutting system understands (TNcCutSystem::KeyDown, KeyUp). Constants; any thread, and
+// nothing fails.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
-// The states of the cutting system by number (TNcCutSystem::GetState), and what each means to who asks.
+// The states of the cutting system by number (TNcCutSystem::GetState), and what each means to who asks. Constants; any
+// thread. Nothing fails: an unknown number is another state.
 #pragma once
 
 #include <cstdint>

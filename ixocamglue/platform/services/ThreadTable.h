@@ -1,6 +1,6 @@
 // Which threads run, and when each gave its last sign of life: for whoever watches them from outside. One table per
 // process, because threads begin before a controller and end behind it. Any thread writes and reads; nobody waits for
-// anybody. Times are monotonic ms.
+// anybody. Times are monotonic ms. Nothing fails: without a free row a thread is not watched.
 #pragma once
 
 #include <array>

@@ -1,5 +1,5 @@
 // The forbidden-key registry: named sets of key commands, one of which is in force. Any thread; each call holds the
-// registry's own lock for a moment and calls nobody.
+// registry's own lock for a moment and calls nobody. Nothing throws.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,6 @@
 // Whether a procedure's beam goes on although its gas does not come any more: lit, with the gas on, and a supply that
-// is not good for 200 ms on end. It reads atomics and TNcGas::SupplyGood only. State thread; monotonic ms.
+// is not good for 200 ms on end. It reads atomics and TNcGas::SupplyGood only. State thread; monotonic ms. What
+// SupplyGood throws passes through.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,5 @@
 // The wait for an input that a machine's TNcInportCtrl is made of: its limit, and what a time-out does. No lock: its
-// owner's.
+// owner's. Times monotonic ms. Nothing throws: why a wait has failed is its text.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,6 @@
 // Lock-free facts about the running machine, for the layers that watch it from outside: the laser's own latch and the
-// supervisor. Written by the state framework and by the device adapters, read by anyone; nobody waits for anybody.
+// supervisor. Written by the state framework and by the device adapters, read by anyone; nobody waits for anybody. Any
+// thread; nothing fails.
 #pragma once
 
 #include <array>

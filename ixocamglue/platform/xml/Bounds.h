@@ -1,5 +1,6 @@
 // What one machine has and can do, as its file says, and how a section is held against it. Lengths mm, speeds mm/s,
-// pressures bar, times ms.
+// pressures bar, times ms. Values: any thread, while nobody changes the configuration. Nothing throws; what is wrong is
+// added to the problems.
 #pragma once
 
 #include <cstdint>

@@ -1,7 +1,9 @@
 // The platform's own sections of the machine configuration: gases, bus slaves, axes, cutting head, pallets, alarms.
 //
 // Their properties are optional in the file: what is missing has its default, and a save adds only what differs from
-// it. Lengths mm, speeds mm/s, pressures bar, voltages V.
+// it. Lengths mm, speeds mm/s, pressures bar, voltages V. Guarded by whoever has the configuration: loaded before any
+// thread starts, changed by one thread while no other reads. Nothing throws; an index or number that is not there
+// answers null, none or the default.
 #pragma once
 
 #include <cstdint>
