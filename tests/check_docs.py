@@ -30,10 +30,10 @@ import sys
 import tempfile
 
 ROOT = pathlib.Path(sys.argv[1]).resolve()
-DOCUMENTS = ["README.md", *(f"docs/{name}.md" for name in ("ARCHITECTURE", "api", "kept", "linuxcnc", "real-machine"))]
+DOCUMENTS = ["README.md", *(f"docs/{name}.md" for name in ("ARCHITECTURE", "api", "kept", "linuxcnc", "real-machine", "console", "glossary"))]
 EXAMPLES = ["examples/README.md",  # builds all; first
             *sorted(str(path.relative_to(ROOT)) for path in ROOT.glob("examples/*/README.md"))]
-HELD = [f"docs/{name}.md" for name in ("api", "developer", "machine-builder")]
+HELD = ["README.md", *(f"docs/{name}.md" for name in ("ARCHITECTURE", "api", "developer", "drivers", "machine-builder"))]
 # What is made where the program works, or is no file of ours.
 ELSEWHERE = re.compile(r"^(state|build|gas|nozzle|square|steps|machine|FILE|purge|alarms|~)\b|\.(db|svg|jsonl|sock|log|lock)$"
                        r"|^(controller|queue|tokens|config-history|notifications)\.json$|GasCalibration\.config")
@@ -153,7 +153,7 @@ def commands(inside):
 
 def script(document):
     """The document's commands as one shell script, and (line, what is shown) of those that show what they print."""
-    parts, shows = ["set -e -o pipefail; STAYED=()"], []
+    parts, shows = ['set -e -o pipefail; STAYED=(); echo 1 >"$OUT/at"'], []
 
     def run(line, text, shown):
         parts.append(f'echo {line} >"$OUT/at"\n{{ {text}\n}} >"$OUT/{line}" 2>&1' + (" || true" if shown else ""))
