@@ -1,5 +1,6 @@
 // The story of a run: every command with its outcome, every physical change and every change of state, with its time.
-// Any thread writes and reads; each call holds the journal's own lock for a moment and calls nobody.
+// Any thread writes and reads; each call holds the journal's own lock for a moment and calls nobody. Nothing throws but
+// for memory.
 #pragma once
 
 #include <cstdint>

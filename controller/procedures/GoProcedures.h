@@ -1,4 +1,5 @@
-// The procedures that send the head to a configured place. State thread.
+// The procedures that send the head to a configured place. State thread. Throws EProblem for what cannot be made on
+// this machine.
 #pragma once
 
 #include "ixocamglue/motion/Usteptree.h"

@@ -1,4 +1,5 @@
-// The nozzle change: puts the head's nozzle into its slot of the rack and takes another one. State thread.
+// The nozzle change: puts the head's nozzle into its slot of the rack and takes another one. State thread. Throws
+// EProblem for what cannot be made on this machine.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,6 @@
 // What is shown of a run: the line of position and signals while it runs, and the report at its end. In the language of
-// the controller, which still lives; the thread that has made the controller.
+// the controller, which still lives; the thread that has made the controller. Nothing throws but reading a report that
+// is none (EProblem).
 #pragma once
 
 #include <string>

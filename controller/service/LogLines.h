@@ -1,4 +1,4 @@
-// The last lines of the application log, for who asks later. Any thread.
+// The last lines of the application log, for who asks later. Any thread. Nothing throws but for memory.
 #pragma once
 
 #include <cstddef>

@@ -6,7 +6,7 @@
 //   /console/texts/LANG.json   of the catalogue LANG the messages that stand as literals in the console's scripts
 //   /console/dygraph.min.js    the plots' script, and its style sheet
 //
-// Any thread.
+// Any thread. What is not there is none; nothing throws.
 #pragma once
 
 #include <filesystem>

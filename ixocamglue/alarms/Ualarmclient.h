@@ -1,4 +1,5 @@
-// The built-in consumer: a thread that writes every raised and cleared alarm into the application's alarm store.
+// The built-in consumer: a thread that writes every raised and cleared alarm into the application's alarm store. What
+// the store throws is logged, and the message is lost to it.
 #pragma once
 
 #include <memory>

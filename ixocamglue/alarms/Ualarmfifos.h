@@ -1,6 +1,7 @@
 // The queues of one alarm level: one per registered consumer, and what happened so far for those who come later.
 //
-// Every operation takes the lock for its whole length and calls nobody meanwhile. Any thread.
+// Every operation takes the lock for its whole length and calls nobody meanwhile. Any thread. Nothing fails: an unknown
+// consumer has an empty queue.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,6 @@
 // The transports: serial port, TCP connection, UDP socket. Each moves raw bytes and, with Debug on, traces them to the
-// application log. A transport is shared by reference and used by one thread at a time. Times in ms.
+// application log. A transport is shared by reference and used by one thread at a time. Times in ms. Nothing throws:
+// what does not open, go out or come in is answered.
 #pragma once
 
 #include <atomic>

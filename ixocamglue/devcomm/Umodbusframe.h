@@ -1,4 +1,5 @@
 // Modbus frames: building a request, and looking at the bytes of a reply while they come in. No state; any thread.
+// Nothing throws: what is no such frame is answered.
 #pragma once
 
 #include <cstddef>

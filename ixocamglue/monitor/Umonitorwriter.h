@@ -1,6 +1,7 @@
 // Writes a monitor file frame by frame: a recording need not fit into memory. One thread.
 //
 // UTF-8 without a mark, "\n" after every line. Byte-identical to TSystemMonitorFile::SaveToFile with the same frames.
+// What the sink throws (EProblem) passes through.
 #pragma once
 
 #include <memory>

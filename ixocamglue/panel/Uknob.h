@@ -1,7 +1,8 @@
 // The jog knob: jog speeds of the XY plane and the Z axis at three levels, and which level is in force. mm/s.
 //
 // User-interface thread. The levels are kept in the machine configuration's jog sections and published as NC parameters
-// "JogFast", "JogSlow" and "JogSpeed", by which the jog keys move.
+// "JogFast", "JogSlow" and "JogSpeed", by which the jog keys move. Jog speeds of the machine file that are too low
+// throw EDesignFault when a level is put into force; a file that cannot be saved is logged.
 #pragma once
 
 #include <cstdint>

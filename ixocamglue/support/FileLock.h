@@ -1,6 +1,6 @@
 // One process at a time on a file that is read, changed and replaced. An advisory lock (flock) on "<file>.lock" beside
 // it, because the file itself is another one after each save; the kernel frees it when its process ends, however it
-// ends. The lock file stays. One object, one thread.
+// ends. The lock file stays. One object, one thread. Nothing throws.
 #pragma once
 
 #include <cstdint>

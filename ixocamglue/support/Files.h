@@ -1,4 +1,5 @@
-// Whole files and temporary folders. Any thread.
+// Whole files and temporary folders. Any thread. What cannot be read or written is answered; only a temporary folder
+// that cannot be made is thrown.
 #pragma once
 
 #include <cstdint>

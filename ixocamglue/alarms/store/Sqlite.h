@@ -1,4 +1,5 @@
-// SQLite, as much of it as the stores need. A connection and its statements belong to one thread at a time.
+// SQLite, as much of it as the stores need. A connection and its statements belong to one thread at a time. Each
+// operation throws ESqlite, with the file and the reason, where its line says nothing else.
 #pragma once
 
 #include <cstdint>

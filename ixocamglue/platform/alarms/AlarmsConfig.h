@@ -4,7 +4,8 @@
 //     <UserAlarm Number="3" Description="..." Reason="..." Solution="..."/>
 //     <MultiBitGroup Name="Chiller" Bits="2"><Item Value="1" Description="..." Reason="..." Solution="..."/>...
 //
-// Read before any thread starts; reading the object is then safe from any thread.
+// Read before any thread starts; reading the object is then safe from any thread. An index that is not there throws
+// std::out_of_range.
 #pragma once
 
 #include <cstdint>

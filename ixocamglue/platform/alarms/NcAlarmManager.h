@@ -3,7 +3,8 @@
 // A raise or clear changes the permissions at once, lock-free for their readers. Its event follows on the package's
 // event thread (or in DrainOnce, where somebody cranks by hand), in the order of the raises and clears, and the records
 // that GetAlarm shows change in the same moment: inside a read bracket of another thread neither happens. Any thread
-// calls unless a line says otherwise.
+// calls unless a line says otherwise. What a source throws is caught, and its report is left out; nothing else fails
+// but memory.
 #pragma once
 
 #include <array>

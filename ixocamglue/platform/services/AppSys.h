@@ -1,4 +1,4 @@
-// The application's services: its log, its message box, and services found by identifier. Any thread.
+// The application's services: its log, its message box, and services found by identifier. Any thread. Nothing throws.
 #pragma once
 
 #include <cstdint>

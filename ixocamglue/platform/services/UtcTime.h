@@ -1,4 +1,5 @@
 // Moments that are stored: in UTC and with their offset, so that no change of the clocks reorders them. Any thread.
+// Nothing throws but AskedMoment.
 #pragma once
 
 #include <cstdint>

@@ -5,7 +5,8 @@
 // one tick (StepDone); a requested change of state is carried out last. A state that ends goes dark before it is left,
 // and what forbade its beam within its last tick still ends it: with one more tick. Everything that a state implements
 // runs on the state thread: the thread that calls RunOnce. The requests marked "any thread" are handed over and take
-// effect in the next pass.
+// effect in the next pass. No request throws: what a state or a device throws is caught in the pass that ran it, and
+// logged.
 #pragma once
 
 #include <atomic>

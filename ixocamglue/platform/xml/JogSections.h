@@ -1,6 +1,7 @@
 // The jog sections of the machine configuration: "JogXY", and a "JogZ" for each head. mm/s.
 //
-// The stored value and the field in force are one datum per role. Any thread; callers of Save take turns.
+// The stored value and the field in force are one datum per role. Any thread; callers of Save take turns. Nothing
+// throws.
 #pragma once
 
 #include <array>
