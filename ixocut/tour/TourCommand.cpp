@@ -177,7 +177,8 @@ class TTour {
         said);
     for (const auto end = TSteady::now() + kReadyWithin; FPlc.empty() && TSteady::now() < end;) {
       if (child->Wait(kPollEvery)) break;
-      const auto document = nlohmann::json::parse(ReadFile(said).OrThrow(pbUnusable), nullptr, false);
+      const TResult<std::string> text = ReadFile(said);  // there in a moment
+      const auto document = nlohmann::json::parse(text ? *text : std::string(), nullptr, false);
       if (document.is_object()) FPlc = document.at("result").at("link");
     }
     if (FPlc.empty()) throw EProblem(pbUnusable, Tr("the simulated PLC has not started"));
