@@ -5,6 +5,7 @@
 #include <string>
 #include <system_error>
 
+#include "controller/StateFiles.h"
 #include "ixocamglue/platform/xml/FileLayer.h"
 #include "ixocamglue/platform/xml/XmlConfig.h"
 #include "ixocamglue/support/Files.h"
@@ -73,8 +74,8 @@ fs::path MachineFile(const std::optional<fs::path>& machine, const std::optional
     }
     return *machine;
   }
-  fs::path copy = StateFolder(state) / "machine.xml";
-  CopyOnce(ShareFolder() / "machines" / "machine.xml", copy);
+  fs::path copy = StateFolder(state) / kMachineFile;
+  CopyOnce(ShareFolder() / "machines" / kMachineFile, copy);
   return copy;
 }
 

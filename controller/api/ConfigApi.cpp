@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <memory>
 
+#include "controller/StateFiles.h"
 #include "controller/api/Api.h"
 #include "controller/api/Asked.h"
 #include "controller/config/ConfigHistory.h"

@@ -10,8 +10,6 @@
 
 namespace ixocontroller {
 
-inline constexpr const char* kConfigHistoryFile = "config-history.jsonl";  // in the state folder
-
 struct TConfigChange {
   std::string Who;
   std::string What;  // "set", "forced" or "restored"

@@ -5,6 +5,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "controller/StateFiles.h"
 #include "controller/service/JsonFile.h"
 #include "controller/service/RealTime.h"
 #include "ixocamglue/platform/xml/FileLayer.h"
@@ -19,7 +20,7 @@ namespace fs = std::filesystem;
 
 constexpr std::uint32_t kLookersMs = 100;  // for commands that look for a controller at this moment
 
-fs::path PlaceFile(const fs::path& stateFolder) { return stateFolder / "controller.json"; }
+fs::path PlaceFile(const fs::path& stateFolder) { return stateFolder / kControllerFile; }
 
 std::string PlaceText(const nlohmann::ordered_json& place, const char* key) {
   const auto found = place.find(key);

@@ -5,13 +5,12 @@
 #include <filesystem>
 #include <utility>
 
+#include "controller/StateFiles.h"
 #include "controller/links/LinkDesk.h"
 #include "controller/recordings/Recordings.h"
 #include "controller/service/PanelDesk.h"
 
 namespace ixocontroller {
-
-inline constexpr const char* kRecordingsFolder = "recordings";  // of the state folder
 
 struct TDesks {
   TDesks(TController& controller, TEventRing& events, const std::filesystem::path& stateFolder, TDiskWork onDisk)

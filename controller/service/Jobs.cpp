@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "controller/StateFiles.h"
 #include "controller/procedures/Calls.h"
 #include "controller/procedures/SequenceFile.h"
 #include "controller/service/ReadyCheck.h"
@@ -59,7 +60,7 @@ TJobs::TJobs(TService& service) : FService(service) {
   TRunner& runner = service.Runner();
   const std::filesystem::path& folder = service.Options().StateFolder;
   if (!folder.empty()) {
-    FHistory = std::make_unique<TRunHistory>(folder / "runs.db");
+    FHistory = std::make_unique<TRunHistory>(folder / kRunHistoryFile);
     (void)FHistory->Open();  // logged
     FSequences = std::make_unique<TSequences>(folder);
     FQueue = std::make_unique<TQueue>(folder, Seam());

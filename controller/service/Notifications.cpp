@@ -13,6 +13,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "controller/StateFiles.h"
 #include "controller/Supervisor.h"
 #include "controller/service/JsonFile.h"
 #include "controller/service/RealTime.h"
@@ -161,7 +162,7 @@ TResult<> Tell(const TTellRule& rule, const std::string& json, const std::functi
 // --- TNotifications ---
 
 TNotifications::TNotifications(const TEventRing& events, const std::filesystem::path& stateFolder)
-    : FEvents(events), FFile(stateFolder / "notifications.json"), FSeen(events.Last()) {
+    : FEvents(events), FFile(stateFolder / kNotificationsFile), FSeen(events.Last()) {
   FThread = std::thread([this] {
     pthread_setname_np(pthread_self(), "ixo-tell");
     do try {

@@ -14,6 +14,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include "controller/StateFiles.h"
 #include "ixocamglue/platform/services/AppSys.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/SystemError.h"
@@ -259,7 +260,7 @@ bool HasServiceManager() {
 
 std::unique_ptr<TProcessLog> MakeProcessLog(const std::filesystem::path& stateFolder) {
   if (HasServiceManager()) return std::make_unique<TProcessLog>(MakeJournalOutput(STDERR_FILENO), nullptr);
-  const std::filesystem::path file = stateFolder / "controller.log";
+  const std::filesystem::path file = stateFolder / kProcessLogFile;
   return std::make_unique<TProcessLog>(MakeFileOutput(file), [file](const TProblem& problem) {
     LogMsg(lkError, 0, file.string() + ": " + problem.Text(), "TProcessLog");
   });

@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "controller/StateFiles.h"
 #include "controller/history/HistoryRun.h"
 #include "controller/service/JsonFile.h"
 #include "controller/service/RealTime.h"
@@ -133,7 +134,7 @@ TJson ShownJob(const TJob& job) {
 const char* JobWord(TJobState state) { return kJobWords[static_cast<std::size_t>(state)]; }
 
 TQueue::TQueue(std::filesystem::path folder, TSeam seam)
-    : FFile(std::move(folder) / "queue.json"), FSeam(std::move(seam)) {
+    : FFile(std::move(folder) / kQueueFile), FSeam(std::move(seam)) {
   Read();
 }
 

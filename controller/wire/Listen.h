@@ -7,13 +7,12 @@
 #include <filesystem>
 #include <string>
 
+#include "controller/StateFiles.h"
 #include "ixocamglue/support/Problem.h"
 
 namespace ixocontroller {
 using namespace ixocamglue;
 
-// In the state folder. Its whole path may be longer than a socket's name: it is reached through the folder.
-inline constexpr const char* kWireSocket = "controller.sock";
 inline constexpr std::uint16_t kWirePort = 8620;
 
 // A descriptor that is closed with its owner.
@@ -36,8 +35,9 @@ class TOwnFd {
 [[nodiscard]] TResult<TOwnFd> ListenTcp(const std::string& address, std::uint16_t port);
 // What the system picked.
 [[nodiscard]] std::uint16_t PortOf(int fd);
-// kWireSocket in `folder`, which is made for its owner alone (0700), as is the socket (0600). One that was left there
-// is replaced: whoever calls has the state folder to itself.
+// kWireSocket in `folder`, whose whole path may be longer than a socket's name: it is reached through the folder, which
+// is made for its owner alone (0700), as is the socket (0600). One that was left there is replaced: whoever calls has
+// the state folder to itself.
 [[nodiscard]] TResult<TOwnFd> ListenUnix(const std::filesystem::path& folder);
 void RemoveUnix(const std::filesystem::path& folder);
 

@@ -7,6 +7,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "controller/StateFiles.h"
 #include "controller/service/JsonFile.h"
 #include "controller/service/RealTime.h"
 #include "controller/wire/Sha256.h"
@@ -20,7 +21,6 @@ namespace {
 
 using TJson = nlohmann::ordered_json;
 
-constexpr const char* kTokensFile = "tokens.json";
 constexpr std::string_view kTokenStart = "ixo_";
 constexpr std::size_t kIdBytes = 8;
 constexpr std::size_t kSecretBytes = 32;

@@ -19,7 +19,6 @@ namespace {
 
 constexpr double kSizeTolerance = 1e-12;  // mm
 constexpr double kFullScaleVolt = 10.0;
-constexpr const char* kFileName = "GasCalibration.config";
 constexpr const char* kGasElements[] = {"GasAir", "GasO2", "GasN2"};  // of the gas types from 1
 constexpr const char* kItemElement = "GasCaliItem";
 constexpr const char* kTableElement = "DAAdjustTable";
@@ -79,7 +78,7 @@ TResult<> CheckEntries(const TConfigSection& table) {
 
 std::filesystem::path GasCaliConfigFile() {
   const TMachineConfig* const config = MachineConfig();
-  return config && !config->File().empty() ? config->File().parent_path() / kFileName : std::filesystem::path();
+  return config && !config->File().empty() ? config->File().parent_path() / kGasTablesFile : std::filesystem::path();
 }
 
 void CopyTable(const TDAAdjustTable& from, TDAAdjustTable& to) {

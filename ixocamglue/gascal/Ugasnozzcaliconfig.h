@@ -15,7 +15,8 @@
 
 namespace ixocamglue {
 
-// "GasCalibration.config" in the folder of the machine file in use; empty while none is.
+inline constexpr const char* kGasTablesFile = "GasCalibration.config";
+// kGasTablesFile in the folder of the machine file in use; empty while none is.
 [[nodiscard]] std::filesystem::path GasCaliConfigFile();
 
 class TGasCaliItem : public TXmlSubConfig {

@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "controller/SignalStop.h"
+#include "controller/StateFiles.h"
 #include "controller/StateFolder.h"
 #include "ixocamglue/alarms/Almintprt.h"
 #include "ixocamglue/alarms/Ualarmdefs.h"
@@ -33,7 +34,7 @@ constexpr std::uint32_t kWatchEveryMs = 100;
 // What the interpreter knows of the machine's own alarms, where there is a machine file already: reading makes none.
 std::filesystem::path KnownMachine(const TAlarmsOptions& options) {
   if (options.Machine) return MachineFile(options.Machine, options.State);
-  const std::filesystem::path copy = StateFolder(options.State) / "machine.xml";
+  const std::filesystem::path copy = StateFolder(options.State) / kMachineFile;
   std::error_code error;
   return std::filesystem::exists(copy, error) ? copy : ShareFolder() / "machines" / "machine.xml";
 }
@@ -45,7 +46,7 @@ TAlarmFilter Filter(const TAlarmsOptions& options) {
 }  // namespace
 
 std::filesystem::path AlarmDbFile(const TAlarmsOptions& options) {
-  return options.Db.empty() ? StateFolder(options.State) / "alarms.db" : std::filesystem::path(options.Db);
+  return options.Db.empty() ? StateFolder(options.State) / kAlarmStoreFile : std::filesystem::path(options.Db);
 }
 
 int RunAlarmsLookup(const TAlarmsOptions& options, std::ostream& out) {

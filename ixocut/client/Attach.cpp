@@ -7,6 +7,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "controller/StateFiles.h"
 #include "controller/StateFolder.h"
 #include "controller/service/ControllerFile.h"
 #include "ixocamglue/support/Format.h"
@@ -98,7 +99,7 @@ TAttachment::TAttachment(TControllerSettings& settings) {
   FPlace = folder.string();
   // A machine file that is named is used as it is, unless it is the state folder's own.
   std::error_code error;
-  if (settings.Machine && !fs::equivalent(*settings.Machine, folder / "machine.xml", error)) return;
+  if (settings.Machine && !fs::equivalent(*settings.Machine, folder / ixocontroller::kMachineFile, error)) return;
   const auto place = attach.Local ? ixocontroller::FindController(folder) : PlaceOf(folder);
   if (!place) return;
   if (attach.Local) {
@@ -115,7 +116,7 @@ TAttachment::TAttachment(TControllerSettings& settings) {
 // What is read there: the machine file and the gas tables. The stores are the controller's that writes them.
 void TAttachment::MakeCopy(TControllerSettings& settings, const fs::path& folder, std::int64_t process) {
   FCopy.emplace("ixocut-local");
-  for (const char* const name : {"machine.xml", "GasCalibration.config"}) {
+  for (const char* const name : {ixocontroller::kMachineFile, ixocontroller::kGasTablesFile}) {
     std::error_code error;
     if (fs::exists(folder / name, error)) fs::copy_file(folder / name, FCopy->Path() / name, error);
     if (error)

@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "controller/SignalStop.h"
+#include "controller/StateFiles.h"
 #include "controller/StateFolder.h"
 #include "controller/api/Api.h"
 #include "controller/service/ControllerFile.h"
@@ -78,7 +79,7 @@ int RunServe(TServeOptions options, std::ostream& out) {
   options.Saves = true;
   const auto log = ctl::MakeProcessLog(state);
   ctl::TControllerOptions controller = options.Options(log.get());
-  controller.AlarmDb = state / "alarms.db";
+  controller.AlarmDb = state / ctl::kAlarmStoreFile;
   ctl::TService service({.Controller = std::move(controller),
                          .Speed = options.Realtime ? 1.0 : static_cast<double>(options.Virtual),
                          .StateFolder = state});

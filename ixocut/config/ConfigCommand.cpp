@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include "controller/StateFiles.h"
 #include "controller/StateFolder.h"
 #include "controller/config/ConfigHistory.h"
 #include "controller/config/ConfigJson.h"
@@ -228,7 +229,7 @@ struct TConfigOptions : TControllerSettings {
   [[nodiscard]] std::filesystem::path MachinePath() const { return ixocontroller::MachineFile(Machine, State); }
   // The file itself may be gone.
   [[nodiscard]] std::filesystem::path RestorePath() const {
-    const std::filesystem::path file = Machine ? *Machine : StateFolder(State) / "machine.xml";
+    const std::filesystem::path file = Machine ? *Machine : StateFolder(State) / kMachineFile;
     std::error_code error;
     return std::filesystem::exists(file.string() + std::string(TXmlConfig::kBackupSuffix), error) ? file
                                                                                                   : MachinePath();

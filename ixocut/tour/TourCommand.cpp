@@ -11,6 +11,7 @@
 #include <nlohmann/json.hpp>
 
 #include "controller/SignalStop.h"
+#include "controller/StateFiles.h"
 #include "controller/StateFolder.h"
 #include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Format.h"
@@ -119,7 +120,8 @@ class TTour {
  private:
   static fs::path MakeFolder(const TTourOptions& options) {
     const fs::path folder =
-        fs::absolute(options.Out.empty() ? ixocontroller::StateFolder(options.State) / "tour" : fs::path(options.Out));
+        fs::absolute(options.Out.empty() ? ixocontroller::StateFolder(options.State) / ixocontroller::kTourFolder
+                                         : fs::path(options.Out));
     std::error_code error;
     if (fs::exists(folder, error) && !fs::is_empty(folder, error)) {
       if (!fs::exists(folder / kMark, error))
