@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <iostream>
+#include <map>
 #include <set>
 
 #include <CLI/CLI.hpp>
@@ -25,14 +26,15 @@ namespace ixocut {
 namespace {
 
 constexpr TAddCommand kCommands[] = {
-    AddServeCommand,  AddRunsCommand,     AddQueueCommand,      AddStatusCommand,  AddControlCommands,
-    AddShotCommand,   AddRunCommand,      AddProceduresCommand, AddTreeCommand,    AddSweepCommand,
-    AddSoakCommand,   AddPanelCommand,    AddKnobCommand,       AddConfigCommand,  AddInfoCommand,
-    AddAlarmsCommand, AddGasCommand,      AddRecordCommand,     AddMonitorCommand, AddModbusCommand,
-    AddLinkCommand,   AddSimulateCommand, AddTokenCommand,      AddTourCommand,    AddMachineCommand};
+    AddServeCommand,   AddRunsCommand,       AddQueueCommand, AddStatusCommand,   AddControlCommands, AddShotCommand,
+    AddRunCommand,     AddProceduresCommand, AddTreeCommand,  AddSweepCommand,    AddSoakCommand,     AddPanelCommand,
+    AddKnobCommand,    AddConfigCommand,     AddInfoCommand,  AddAlarmsCommand,   AddGasCommand,      AddRecordCommand,
+    AddMonitorCommand, AddModbusCommand,     AddLinkCommand,  AddSimulateCommand, AddTokenCommand,    AddTourCommand,
+    AddMachineCommand, AddReferenceCommand};
 
 constexpr const char* kOwnLanguage = "zh";  // of the texts in the program itself
 std::string GLanguage = kOwnLanguage;       // what --lang is unless it is given; set before the commands are added
+std::map<const CLI::App*, std::string> GExitCodes;  // of the commands whose help says something of their own
 
 // The program's own, and each that has a catalogue.
 const std::set<std::string>& Languages() {
@@ -221,13 +223,19 @@ void AddLanguageOption(CLI::App& command, std::string& language) {
 void SetHelp(CLI::App& command, const THelp& help) {
   std::string text = help.Notes.empty() ? "" : help.Notes + "\n\n";
   text += Tr("Exit codes: ");
-  text += help.ExitCodes.empty()
-              ? Tr("0 success, 1 ended otherwise or refused, 2 wrong command line, 3 a file or a device cannot be used")
-              : help.ExitCodes.c_str();
+  if (!help.ExitCodes.empty()) GExitCodes[&command] = help.ExitCodes;
+  text += ExitCodesOf(command);
   text += "\n\n";
   if (!help.Examples.empty()) text += Tr("Examples:\n");
   for (const char* const example : help.Examples) text += std::string("  ") + example + '\n';
   command.footer(text + '\n' + Tr("Software is not the emergency stop."));
+}
+
+std::string ExitCodesOf(const CLI::App& command) {
+  const auto own = GExitCodes.find(&command);
+  return own != GExitCodes.end()
+             ? own->second
+             : Tr("0 success, 1 ended otherwise or refused, 2 wrong command line, 3 a file or a device cannot be used");
 }
 
 void AddSeedOption(CLI::App& command, std::uint64_t& seed) {

@@ -59,6 +59,7 @@ void AddRunsCommand(CLI::App& program, TCommandRun& run);
 void AddQueueCommand(CLI::App& program, TCommandRun& run);
 void AddTokenCommand(CLI::App& program, TCommandRun& run);  // and console
 void AddTourCommand(CLI::App& program, TCommandRun& run);
+void AddReferenceCommand(CLI::App& program, TCommandRun& run);
 
 // What stands below the options on a command's help page; its texts are passed through Tr by who writes them.
 struct THelp {
@@ -67,6 +68,8 @@ struct THelp {
   std::vector<const char*> Examples;  // "ixocut shot --ms 500"
 };
 void SetHelp(CLI::App& command, const THelp& help);
+// What SetHelp was told of the command's exit codes; what they are for every command where it was told none.
+[[nodiscard]] std::string ExitCodesOf(const CLI::App& command);
 
 // All of them.
 void AddCommands(CLI::App& program, TCommandRun& run);

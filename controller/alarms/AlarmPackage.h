@@ -25,6 +25,11 @@ class TAlarmStore;
 namespace ixocontroller {
 using namespace ixocamglue;
 
+// What stands from an all-off to its reset.
+inline constexpr const char* kAllOffAlarm = "TPAllOff";
+inline constexpr TNcAlarmAttrs kAllOffForbids =
+    naForbidMove | naForbidLaser | naForbidFollower | naForbidCut | naForbidHoming | naRequireStop;
+
 // What a person is told of the alarm store; any thread.
 using TStoreTold = std::function<void(const TProblem&)>;
 

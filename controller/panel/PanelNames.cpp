@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "controller/Supervisor.h"
+#include "controller/alarms/AlarmPackage.h"
 #include "controller/panel/PanelTexts.h"
 #include "ixocamglue/alarms/Almintprt.h"
 #include "ixocamglue/panel/Kbpforms.h"
@@ -34,15 +35,9 @@ const THandAlarm kHandAlarms[] = {
     {106, &SAlarmDrive, naForbidCut | naForbidLaser | naForbidHoming | naForbidMove},
 };
 
-// Everything that can be raised here: by hand, by a registered source, by the controller itself; and what has a
-// definition, which nobody here raises, and may be one of the others.
+// What RaisedAlarms names, and what has a definition, which nobody here raises, and may be one of the others.
 std::vector<TNcAlarmRecord> AllAlarms(std::vector<TNcAlarmRecord> registered) {
-  std::vector<TNcAlarmRecord> known;
-  for (const THandAlarm& alarm : kHandAlarms)
-    known.push_back({.IdPrefix = kHandPrefix, .Desc = alarm.Name->Get(), .Id = alarm.Id, .Attrs = alarm.Attrs});
-  std::ranges::move(registered, std::back_inserter(known));
-  known.push_back({.IdPrefix = kSupervisorAlarmPrefix, .Desc = {}, .Id = 1, .Attrs = naForbidMove});
-  known.push_back({.IdPrefix = "InportCtrl", .Desc = {}, .Id = 176, .Attrs = naForbidMove});
+  std::vector<TNcAlarmRecord> known = RaisedAlarms(std::move(registered));
   const TAlarmInterpreter* const interpreter = AlarmInterpreter();
   for (const std::string& identifier : interpreter ? interpreter->Identifiers() : std::vector<std::string>()) {
     const auto hash = identifier.rfind('#');
@@ -143,6 +138,17 @@ TResult<std::int32_t> ParseState(const std::string& text) {
                   .Where = {},
                   .Why = {},
                   .Remedy = nearest.DidYouMean()};
+}
+
+std::vector<TNcAlarmRecord> RaisedAlarms(std::vector<TNcAlarmRecord> registered) {
+  std::vector<TNcAlarmRecord> raised;
+  for (const THandAlarm& alarm : kHandAlarms)
+    raised.push_back({.IdPrefix = kHandPrefix, .Desc = alarm.Name->Get(), .Id = alarm.Id, .Attrs = alarm.Attrs});
+  std::ranges::move(registered, std::back_inserter(raised));
+  raised.push_back({.IdPrefix = kSupervisorAlarmPrefix, .Desc = {}, .Id = 1, .Attrs = naForbidMove});
+  raised.push_back({.IdPrefix = kAllOffAlarm, .Desc = {}, .Id = 1, .Attrs = kAllOffForbids});
+  raised.push_back({.IdPrefix = "InportCtrl", .Desc = {}, .Id = 176, .Attrs = naForbidMove});
+  return raised;
 }
 
 std::vector<TNcAlarmRecord> KnownAlarms(std::vector<TNcAlarmRecord> registered) {

@@ -25,6 +25,8 @@ using namespace ixocamglue;
 // The same by what the machine and the controller have registered (TNcAlarmManager::Registered, which waits while a
 // source is asked).
 [[nodiscard]] TResult<TNcAlarmRecord> ParseAlarm(std::vector<TNcAlarmRecord> registered, const std::string& text);
+// Everything that can be raised here with what it forbids: by hand, by a registered source, by the controller itself.
+[[nodiscard]] std::vector<TNcAlarmRecord> RaisedAlarms(std::vector<TNcAlarmRecord> registered);
 // All that ParseAlarm knows, each once, described in the thread's language.
 [[nodiscard]] std::vector<TNcAlarmRecord> KnownAlarms(std::vector<TNcAlarmRecord> registered);
 

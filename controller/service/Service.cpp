@@ -9,6 +9,7 @@
 
 #include "controller/SafeEnd.h"
 #include "controller/Supervisor.h"
+#include "controller/alarms/AlarmPackage.h"
 #include "controller/procedures/ProcedureRun.h"
 #include "controller/service/RealTime.h"
 #include "ixocamglue/platform/ports/CutSystem.h"
@@ -34,7 +35,6 @@ constexpr std::uint64_t kBeatMs = 200;    // a state thread that has been silent
 constexpr std::uint64_t kReturnsMs = 50;  // a step that has not returned for longer keeps no stop waiting
 constexpr int kExitHangs = 3;             // as for any device that cannot be used
 constexpr const char* kSource = "TPHost";
-constexpr const char* kAllOffAlarm = "TPAllOff";
 constexpr const char* kAllOffTrip = TrMark("everything was switched off");
 
 std::uint64_t RealUs() {
@@ -227,11 +227,11 @@ void TService::AllOff(const TAsker& who) {
 
 // One alarm, however often it is asked for.
 void TService::KeepStill(const TAsker& who) {
-  const std::uint64_t serial = FController->Alarms().Raise(
-      {.IdPrefix = kAllOffAlarm,
-       .Desc = Format(Tr("everything was switched off by %s"), who.Name.c_str()),
-       .Id = 1,
-       .Attrs = naForbidMove | naForbidLaser | naForbidFollower | naForbidCut | naForbidHoming | naRequireStop});
+  const std::uint64_t serial =
+      FController->Alarms().Raise({.IdPrefix = kAllOffAlarm,
+                                   .Desc = Format(Tr("everything was switched off by %s"), who.Name.c_str()),
+                                   .Id = 1,
+                                   .Attrs = kAllOffForbids});
   std::uint64_t none = 0;
   if (!FAllOffAlarm.compare_exchange_strong(none, serial)) (void)FController->Alarms().ClearSerial(serial);
 }

@@ -22,6 +22,7 @@
 #include "ixocamglue/platform/Machine.h"
 #include "ixocamglue/platform/ports/CutSystem.h"
 #include "ixocamglue/platform/ports/MotionDriver.h"
+#include "ixocamglue/platform/ports/NcAlarms.h"
 #include "ixocamglue/support/Problem.h"
 
 namespace ixocamglue {
@@ -97,6 +98,11 @@ class IMachineDriver {
   // thread; waits for nothing.
   virtual std::vector<TPortFacts> Ports() = 0;
 };
+
+// The alarm of a driver whose devices do not answer: its number is the driver's place among the factories, from 1.
+inline constexpr const char* kDriverAlarmPrefix = "TPDriver";
+inline constexpr TNcAlarmAttrs kDriverAwayForbids =
+    naForbidCut | naForbidLaser | naForbidFollower | naForbidHoming | naForbidMove | naRequireStop;
 
 // What a driver says of its device, from a thread of its own and without a lock that its points take; at once. The
 // machine may write 0 to points meanwhile.

@@ -13,10 +13,6 @@
 namespace ixocamglue {
 namespace {
 
-constexpr const char* kAlarmPrefix = "TPDriver";
-constexpr TNcAlarmAttrs kAwayAttrs =
-    naForbidCut | naForbidLaser | naForbidFollower | naForbidHoming | naForbidMove | naRequireStop;
-
 // What a driver's own port is on the machine, where its name says so.
 std::string AxisLabel(const std::string& port) {
   constexpr std::string_view kAxes[] = {"X", "Y", "Z", "Z2", "Focus"};
@@ -61,10 +57,10 @@ struct TDriverSet::TSlot final : IMachineObserver, IDriverEvents {
       TGuard guard(Lock);
       if (Serial == 0) {
         Serial = Owner.FCore.Context.Alarms.Raise(
-            {.IdPrefix = kAlarmPrefix,
+            {.IdPrefix = kDriverAlarmPrefix,
              .Desc = Format(Tr("the devices of the driver \"%s\" do not answer: %s"), Name.c_str(), why.c_str()),
              .Id = Number,
-             .Attrs = kAwayAttrs});
+             .Attrs = kDriverAwayForbids});
         Owner.FCore.Event("driver", Format("%s away: %s", Name.c_str(), why.c_str()));
       }
     }

@@ -1,0 +1,146 @@
+// The pages of what programs meet: the API, exit codes, files.
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include "controller/StateFiles.h"
+#include "controller/StateFolder.h"
+#include "ixocamglue/support/Files.h"
+#include "ixocamglue/support/Texts.h"
+#include "ixocut/CommandLine.h"
+#include "ixocut/reference/Reference.h"
+
+namespace ixocut {
+using namespace ixocontroller;
+namespace {
+
+using TJson = nlohmann::ordered_json;
+
+std::string Joined(std::string list, const std::string& more) {
+  if (!list.empty()) list += ", ";
+  return list += more;
+}
+
+// The names of what a question may have behind "?".
+std::string QueryText(const TJson& operation) {
+  std::string text;
+  for (const TJson& parameter : operation.value("parameters", TJson::array()))
+    if (parameter.value("in", "") == "query")
+      text = Joined(std::move(text), Code(parameter.at("name").get<std::string>()));
+  return text;
+}
+
+// The schema itself where it is named.
+const TJson& Resolved(const TJson& document, const TJson& schema) {
+  const auto reference = schema.find("$ref");
+  if (reference == schema.end()) return schema;
+  return document.at(TJson::json_pointer(reference->get<std::string>().substr(1)));
+}
+
+// The members of a body; those that are needed first.
+std::string BodyText(const TJson& document, const TJson& operation) {
+  const auto body = operation.find("requestBody");
+  if (body == operation.end()) return "";
+  const TJson& content = body->at("content");
+  const auto json = content.find("application/json");
+  if (json == content.end()) return Code(content.begin().key());
+  const TJson& schema = Resolved(document, json->at("schema"));
+  const TJson required = schema.value("required", TJson::array());
+  const TJson members = schema.value("properties", TJson::object());
+  std::string needed, optional;
+  for (const auto& [name, member] : members.items()) {
+    const bool isNeeded = std::find(required.begin(), required.end(), name) != required.end();
+    std::string& list = isNeeded ? needed : optional;
+    list = Joined(std::move(list), Code(name));
+  }
+  if (needed.empty()) return optional;
+  return "**" + needed + "**" + (optional.empty() ? "" : ", " + optional);
+}
+
+std::string Upper(std::string text) {
+  for (char& c : text) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  return text;
+}
+
+// Commands by what their exit codes are, in the order of the help. Below a command that has them they stand where they
+// differ.
+using TExitCodes = std::vector<std::pair<std::string, std::string>>;  // the codes; the commands
+
+void AddExitCodes(const CLI::App& app, const std::string& name, const std::string& above, TExitCodes& list) {
+  for (const CLI::App* const command : app.get_subcommands([](const CLI::App*) { return true; })) {
+    const std::string words = name + " " + command->get_name();
+    const bool runs = command->get_require_subcommand_min() == 0;
+    const std::string codes = runs ? ExitCodesOf(*command) : std::string();
+    if (runs && codes != above) {
+      auto row = std::ranges::find(list, codes, &TExitCodes::value_type::first);
+      if (row == list.end()) row = list.insert(list.end(), {codes, ""});
+      row->second = Joined(std::move(row->second), Code(words));
+    }
+    AddExitCodes(*command, words, codes, list);
+  }
+}
+
+const char* KindText(TStateFileKind kind) {
+  switch (kind) {
+    case sfWritten: return Tr("set by people: keep a copy");
+    case sfGathered: return Tr("gathered: deleted, it is lost");
+    case sfMadeAgain: return Tr("made again when it is missing");
+  }
+  return "";
+}
+
+}  // namespace
+
+void FillApi(TPage& page, const TReferenceSources&) {
+  const TJson document = TJson::parse(ReadFile(ShareFolder() / "api" / "openapi.json").OrThrow(pbUnusable));
+  page.Say(Tr(
+      "What can be asked of a controller that runs. `GET /api/v1/openapi.json` has the same with every schema, answer "
+      "and problem. A role is the least that may ask, \"none\" anybody at this machine; \"lease\" needs the control "
+      "lease in the header `Lease`. "
+      "Members of the body that are needed stand in front, bold."));
+  std::vector<std::string> subjects;
+  const auto tag = [](const TJson& operation) {
+    const TJson tags = operation.value("tags", TJson::array());
+    return tags.empty() ? std::string() : tags.front().get<std::string>();
+  };
+  for (const auto& [path, methods] : document.at("paths").items())
+    for (const auto& [method, operation] : methods.items())
+      if (const std::string subject = tag(operation); std::ranges::find(subjects, subject) == subjects.end())
+        subjects.push_back(subject);
+  for (const std::string& subject : subjects) {
+    std::vector<std::vector<std::string>> rows;
+    for (const auto& [path, methods] : document.at("paths").items())
+      for (const auto& [method, operation] : methods.items()) {
+        if (tag(operation) != subject) continue;
+        std::string who = operation.at("x-role").get<std::string>();
+        if (operation.at("x-lease").get<bool>()) who += ", lease";
+        rows.push_back({Code(Upper(method) + " " + path), operation.at("summary").get<std::string>(), who,
+                        QueryText(operation), BodyText(document, operation)});
+      }
+    page.Heading(subject);
+    page.Table({Tr("request"), Tr("what it does"), Tr("role"), Tr("query"), Tr("body")}, rows);
+  }
+}
+
+void FillExitCodes(TPage& page, const TReferenceSources& sources) {
+  page.Say(
+      Tr("Of the commands of the program; those below a command that is listed have its exit codes, unless they are "
+         "listed themselves. A program that a signal ends has 128 and its number, as a shell says it."));
+  TExitCodes list;
+  AddExitCodes(sources.Program, "ixocut", "", list);
+  std::vector<std::vector<std::string>> rows;
+  for (const auto& row : list) rows.push_back({row.first, row.second});
+  page.Table({Tr("exit codes"), Tr("commands")}, rows);
+}
+
+void FillFiles(TPage& page, const TReferenceSources&) {
+  page.Say(
+      Tr("The state folder (`--state`, else `$XDG_STATE_HOME/ixocut`, else `~/.local/state/ixocut`) holds what a "
+         "controller keeps. Beside a file may stand its lock (`.lock`), its previous version (`.bak`, `.old`), older "
+         "logs (`.1` to `.4`) and a database's own files (`-wal`, `-shm`). A copy of the folder while no controller "
+         "runs is a backup of everything."));
+  std::vector<std::vector<std::string>> rows;
+  for (const TStateFile& file : kStateFiles) rows.push_back({Code(file.Name), Tr(file.Text), KindText(file.Kind)});
+  page.Table({Tr("name"), Tr("what it is"), Tr("whose")}, rows);
+}
+
+}  // namespace ixocut

@@ -1,0 +1,117 @@
+// `ixocut reference`: writes the reference pages, each made from the table that the program itself works with.
+#include <iostream>
+#include <memory>
+
+#include <CLI/CLI.hpp>
+
+#include "controller/Controller.h"
+#include "controller/StateFolder.h"
+#include "ixocamglue/platform/xml/FileLayer.h"
+#include "ixocamglue/support/SystemError.h"
+#include "ixocamglue/support/Texts.h"
+#include "ixocut/CommandLine.h"
+#include "ixocut/Machines.h"
+#include "ixocut/OutputFile.h"
+#include "ixocut/reference/Reference.h"
+
+namespace ixocut {
+using namespace ixocontroller;
+namespace {
+
+namespace fs = std::filesystem;
+
+struct TReferencePage {
+  const char* File;
+  const char* Title;  // shown through Tr
+  void (*Fill)(TPage& page, const TReferenceSources& sources);
+};
+
+constexpr TReferencePage kPages[] = {
+    {"configuration.md", TrMark("The machine file, property by property"), FillConfiguration},
+    {"procedures.md", TrMark("Procedures and their parameters"), FillProcedures},
+    {"commands.md", TrMark("Command numbers and states"), FillCommands},
+    {"alarms.md", TrMark("Alarms"), FillAlarms},
+    {"panel.md", TrMark("Panel: keys, states and forms"), FillPanel},
+    {"api.md", TrMark("The API, route by route"), FillApi},
+    {"exit-codes.md", TrMark("Exit codes"), FillExitCodes},
+    {"files.md", TrMark("Files of the state folder"), FillFiles},
+};
+constexpr const char* kIndex = "README.md";
+
+struct TReferenceOptions {
+  std::string Folder, Language;
+};
+
+// Of a machine whose values are all the defaults, in virtual time.
+TControllerOptions OfAnyMachine(const TReferenceOptions& options) {
+  return {.Machines = Machines(),
+          .MachineFile = {},
+          .LocaleFolder = ShareFolder() / "locale",
+          .Language = options.Language,
+          .AlarmFolder = ShareFolder() / "alarms"};
+}
+
+// What the controller's and the machine's sources have registered, and what a composed machine says of each driver.
+std::vector<TNcAlarmRecord> AlarmsOf(TController& controller) {
+  std::vector<TNcAlarmRecord> alarms = controller.Alarms().Registered();
+  for (std::int32_t number = 1; number <= static_cast<std::int32_t>(Drivers().size()); ++number)
+    alarms.push_back({.IdPrefix = kDriverAlarmPrefix, .Desc = {}, .Id = number, .Attrs = kDriverAwayForbids});
+  return alarms;
+}
+
+TPage IndexPage() {
+  TPage page(Tr("Reference"));
+  page.Say(Tr("`ixocut reference --to FOLDER` makes these pages from the tables that the program itself works with."));
+  std::vector<std::vector<std::string>> rows;
+  for (const TReferencePage& row : kPages) rows.push_back({std::string("[") + Tr(row.Title) + "](" + row.File + ")"});
+  page.Table({Tr("page")}, rows);
+  return page;
+}
+
+void WritePage(const fs::path& folder, const char* name, const TPage& page, std::ostream& out) {
+  const std::string file = (folder / name).string();
+  CheckOutputFile("--to", file, TPage::IsOne);
+  if (const TReplaced written = ReplaceFile(file, page.Text(), ""); !written.Done)
+    throw EProblem(pbUnusable, written.Problem);
+  out << file << '\n';
+}
+
+int Run(const TReferenceOptions& options, const CLI::App& program, std::ostream& out) {
+  const fs::path folder = options.Folder;
+  std::error_code error;
+  fs::create_directories(folder, error);
+  if (error)
+    throw EProblem(pbUnusable, TProblem{.What = Tr("the folder cannot be created"),
+                                        .Where = folder.string(),
+                                        .Why = SystemErrorText(error.value())});
+  TController controller(OfAnyMachine(options));
+  const TReferenceSources sources{.Program = program, .Registered = AlarmsOf(controller)};
+  WritePage(folder, kIndex, IndexPage(), out);
+  for (const TReferencePage& row : kPages) {
+    TPage page(Tr(row.Title));
+    row.Fill(page, sources);
+    WritePage(folder, row.File, page, out);
+  }
+  return kExitSuccess;
+}
+
+}  // namespace
+
+void AddReferenceCommand(CLI::App& program, TCommandRun& run) {
+  const auto options = std::make_shared<TReferenceOptions>();
+  CLI::App* const command = program.add_subcommand(
+      "reference", Tr("Write the reference: configuration, procedures, alarms, keys, API, files"));
+  command->add_option("--to", options->Folder, Tr("The folder that takes the pages, in Markdown"))
+      ->required()
+      ->type_name("DIR");
+  AddLanguageOption(*command, options->Language);
+  SetHelp(*command,
+          {.Notes = Tr("The pages are made from the tables that the program works with, for any machine. "
+                       "Pages that are there are\nreplaced, other files are not."),
+           .ExitCodes = {},
+           .Examples = {"ixocut reference --to reference", "ixocut reference --to docs/reference --lang en"}});
+  command->callback(
+      [options, &program, &run] { run = [options, &program] { return Run(*options, program, std::cout); }; });
+}
+
+}  // namespace ixocut
