@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """check_docs.py <checkout>: what the documents name is there: each file and folder, each route of the interface, and in
-those that are HELD each piece of code stands in the file that it is quoted from; and DEPENDENCIES.md lists what is installed.
+those that are HELD each piece of code stands in the file that it is quoted from; DEPENDENCIES.md lists what is installed;
+and each protection of safety.md has its test, and its figure is the code's.
 check_docs.py <checkout> <ixocut>: runs the commands of the documents that are HELD with this program.
 check_docs.py <checkout> <ixocut> <folder>: those of the examples, which are built in this folder against the installation
 that CMAKE_PREFIX_PATH names.
@@ -30,18 +31,21 @@ import sys
 import tempfile
 
 ROOT = pathlib.Path(sys.argv[1]).resolve()
-DOCUMENTS = ["README.md", *(f"docs/{name}.md" for name in ("ARCHITECTURE", "api", "kept", "linuxcnc", "real-machine", "console", "glossary"))]
+DOCUMENTS = ["README.md", *(str(path.relative_to(ROOT)) for path in sorted(ROOT.glob("docs/**/*.md"))
+                            if path.parent.name != "reference")]  # which is made from what it names
 EXAMPLES = ["examples/README.md",  # builds all; first
             *sorted(str(path.relative_to(ROOT)) for path in ROOT.glob("examples/*/README.md"))]
-HELD = ["README.md", *(f"docs/{name}.md" for name in ("ARCHITECTURE", "api", "developer", "drivers", "machine-builder"))]
+HELD = ["README.md", *(f"docs/{name}.md" for name in (
+    "ARCHITECTURE", "api", "commissioning", "developer", "drivers", "gas-valve-study", "getting-started", "machine-builder",
+    "operator", "safety", "zh/getting-started"))]
 # What is made where the program works, or is no file of ours.
 ELSEWHERE = re.compile(r"^(state|build|gas|nozzle|square|steps|machine|FILE|purge|alarms|~)\b|\.(db|svg|jsonl|sock|log|lock)$"
-                       r"|^(controller|queue|tokens|config-history|notifications)\.json$|GasCalibration\.config")
+                       r"|^(controller|queue|tokens|config-history|notifications)\.json$|GasCalibration\.config|^hal\.h$")
 PLACE = re.compile(r"^[A-Za-z.][\w./-]*(/|\.(\*|h|cpp|py|sh|json|md|xml))$")
 # In documents; where they are run free ports are taken, and this machine for every other one.
 PORTS = ["8620", "8621", "1502", "1503"]
 HERE = {"192.168.0.5": "127.0.0.1", "cutter.example": "localhost"}
-PATIENCE_S = 60
+PATIENCE_S = 120
 BUILD_PATIENCE_S = 600
 
 wrong = 0
@@ -86,11 +90,12 @@ def check_places():
                 for path in routes]
 
     def is_there(place):
+        place = re.sub(r"^(\.\./)+", "", place)
         stem = place[:-1] if place.endswith(".*") else place.rstrip("/")
         return any(path == stem or path.endswith("/" + stem) or (place.endswith(".*") and ("/" + path).rfind("/" + stem) >= 0)
                    for path in tree)
 
-    for document in sorted({*DOCUMENTS, *HELD, *EXAMPLES}):
+    for document in [*DOCUMENTS, *EXAMPLES]:
         for number, text in enumerate(lines_of(document), 1):
             for place in re.findall(r"`([^`\s]+)`", text) + re.findall(r"\]\(([^)#:]+)\)", text):
                 place = re.sub(r"^(\.\./)+", "", place)
@@ -133,6 +138,33 @@ def check_quotations(document):
                 complain(document, line, f"no command below uses {what}")
         elif (language, what) not in (("sh", ""), ("sh", "stays"), ("sh", "packages"), ("console", ""), ("text", "")):
             complain(document, line, f'"{language} {what}": neither a quotation nor run (see the head of check_docs.py)')
+
+
+def check_safety(document="docs/safety.md"):
+    tests = set()
+    for source in sorted((ROOT / "tests").rglob("*.cpp")):
+        tests |= {".".join(name) for name in re.findall(r"^TEST(?:_[FP])?\((\w+), (\w+)\)",
+                                                        source.read_text(encoding="utf-8"), re.MULTILINE)}
+    properties = (ROOT / "docs/reference/configuration.md").read_text(encoding="utf-8")
+    under = None
+    for line, text in enumerate(lines_of(document), 1):
+        if text.startswith("## "):
+            under = text
+        named = re.findall(r"`([A-Z]\w+\.[A-Z]\w+)`", text)
+        for name in named:
+            if name not in tests:
+                complain(document, line, f"{name} is no test")
+        if under == "## What protects" and re.match(r"\| (?!What \|)[^-]", text) and not named:
+            complain(document, line, "no test holds this")
+        for figure, unit, constant, file in re.findall(r"([\d,]+) (ms|s|passes)(?: each)?, `(k\w+)` of `([^`]+)`", text):
+            wanted = int(figure.replace(",", "")) * (1000 if unit == "s" else 1)
+            stands = re.search(rf"\b{constant} = ([\d']+)", (ROOT / file).read_text(encoding="utf-8"))
+            if not stands or int(stands[1].replace("'", "")) != wanted:
+                complain(document, line, f"{constant} of {file} is {stands[1] if stands else 'not there'}")
+        for figure, section, name in re.findall(r"([\d,]+) ms(?: each)?, `([^`]+)/(\w+)` of the machine file", text):
+            row = re.search(rf"## `{re.escape(section)}`\n(?:(?!## ).*\n)*?\| `{name}` \| \w+ \| `(\w+)`", properties)
+            if not row or row[1] != figure.replace(",", ""):
+                complain(document, line, f"{section}/{name} is {row[1] if row else 'not there'} unless it is set")
 
 
 def commands(inside):
@@ -210,7 +242,7 @@ def run_commands(document, program, folder):
             (tools / "ixocut").write_text(f'#!/bin/sh\n{port}\nexec {program} "$@"\n', encoding="utf-8")
     (tools / "ixocut").chmod(0o755)
     settings = {"HOME": str(home), "OUT": str(out), "PATH": f"{tools}:/usr/bin:/bin", "LC_ALL": "C.UTF-8",
-                "IXOCUT_LANG": "zh" if document.endswith(".zh.md") else "en",
+                "IXOCUT_LANG": "zh" if "/zh/" in document else "en",
                 **{name: value for name, value in os.environ.items() if name == "CXX" or name.startswith("CMAKE_")}}
     shell = subprocess.Popen(["bash", "-c", text], cwd=home, env=settings, stdin=subprocess.DEVNULL,
                              start_new_session=True)
@@ -253,6 +285,7 @@ if len(sys.argv) > 2:
 else:
     check_places()
     check_dependencies()
+    check_safety()
     for held in [*HELD, *EXAMPLES]:
         check_quotations(held)
 sys.exit(1 if wrong else 0)

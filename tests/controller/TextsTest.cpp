@@ -110,6 +110,8 @@ TEST(Texts, OneThingHasOneWord) {
   for (const char* const file : {"locale/zh.json", "locale/en.json", "alarms/zh.json", "alarms/en.json"})
     for (const auto& item : nlohmann::json::parse(ReadFile(ShareFolder() / file).OrThrow(pbUnusable)).flatten())
       if (item.is_string()) shown.push_back(item);
+  for (const auto& document : std::filesystem::directory_iterator(TestSources() + "/../docs/zh"))
+    shown.push_back(ReadFile(document.path()).OrThrow(pbUnusable));
   for (const std::string& message : WrittenMessages()) shown.push_back(message);
   for (const TTextList list : kControllerTexts)
     for (const TText* const text : list) shown.emplace_back(text->Default);
