@@ -133,8 +133,7 @@ TJson ShownJob(const TJob& job) {
 
 const char* JobWord(TJobState state) { return kJobWords[static_cast<std::size_t>(state)]; }
 
-TQueue::TQueue(std::filesystem::path folder, TSeam seam)
-    : FFile(std::move(folder) / kQueueFile), FSeam(std::move(seam)) {
+TQueue::TQueue(const std::filesystem::path& folder, TSeam seam) : FFile(folder / kQueueFile), FSeam(std::move(seam)) {
   Read();
 }
 

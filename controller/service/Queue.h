@@ -81,7 +81,7 @@ class TQueue {
   };
 
   // Reads the file. One that cannot be read is left as it is, and the queue takes nothing.
-  TQueue(std::filesystem::path folder, TSeam seam);
+  TQueue(const std::filesystem::path& folder, TSeam seam);
 
   // `done` is told of the job's number when the change is on the disk, or of the EProblem for what is refused or cannot
   // be written; in the language in which it was asked. What is wrong at once may be thrown instead.

@@ -14,7 +14,7 @@ using namespace ixocamglue;
 
 class TSequences {
  public:
-  explicit TSequences(std::filesystem::path stateFolder) : FFolder(std::move(stateFolder) / kSequencesFolder) {}
+  explicit TSequences(const std::filesystem::path& stateFolder) : FFolder(stateFolder / kSequencesFolder) {}
 
   // 1 to 64 letters, digits, "-", "_" and "." that do not begin with a dot: never a path.
   [[nodiscard]] static TResult<> CheckName(std::string_view name);
