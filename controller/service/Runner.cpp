@@ -9,6 +9,7 @@
 #include "ixocamglue/platform/services/LocaleManager.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/JsonText.h"
 #include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
