@@ -30,7 +30,7 @@ constexpr TAddCommand kCommands[] = {
     AddRunCommand,     AddProceduresCommand, AddTreeCommand,  AddSweepCommand,    AddSoakCommand,     AddPanelCommand,
     AddKnobCommand,    AddConfigCommand,     AddInfoCommand,  AddAlarmsCommand,   AddGasCommand,      AddRecordCommand,
     AddMonitorCommand, AddModbusCommand,     AddLinkCommand,  AddSimulateCommand, AddTokenCommand,    AddTourCommand,
-    AddMachineCommand, AddReferenceCommand};
+    AddMachineCommand, AddReferenceCommand,  AddHelpCommands};
 
 constexpr const char* kOwnLanguage = "zh";  // of the texts in the program itself
 std::string GLanguage = kOwnLanguage;       // what --lang is unless it is given; set before the commands are added
@@ -167,9 +167,10 @@ std::string OneLine(std::string_view text) {
   return line;
 }
 
-void Describe(CLI::App& program) {
+void Describe(CLI::App& program, const std::string& commit) {
   program.description(Tr("ixocut: the controller of a laser-cutting machine, on a simulated machine."));
-  program.set_version_flag("--version", IXO_VERSION, Tr("Print the version and exit"));
+  program.set_version_flag("--version", IXO_VERSION + (commit.empty() ? "" : " (commit " + commit + ")"),
+                           Tr("Print the version and exit"));
   program.set_help_flag("-h,--help", Tr("Print this page and exit"));
   const auto formatter = std::make_shared<CLI::Formatter>();
   formatter->label("Usage", Tr("Usage"));
@@ -319,7 +320,7 @@ int IxocutMain(int argc, const char* const* argv, TAdditions additions) {
   try {
     GLanguage = AskedLanguage(argc, argv);
     if (const std::string problem = locale.SelectLanguage(GLanguage); !problem.empty()) fail(kExitUnusable, problem);
-    Describe(program);
+    Describe(program, additions.Commit);
     added.emplace(std::move(additions.Procedures));
     machines.emplace(std::move(additions.Machines), std::move(additions.Drivers));
     gasMethods.emplace(std::move(additions.GasMethods));

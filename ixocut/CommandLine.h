@@ -60,6 +60,7 @@ void AddQueueCommand(CLI::App& program, TCommandRun& run);
 void AddTokenCommand(CLI::App& program, TCommandRun& run);  // and console
 void AddTourCommand(CLI::App& program, TCommandRun& run);
 void AddReferenceCommand(CLI::App& program, TCommandRun& run);
+void AddHelpCommands(CLI::App& program, TCommandRun& run);  // completion, manual
 
 // What stands below the options on a command's help page; its texts are passed through Tr by who writes them.
 struct THelp {

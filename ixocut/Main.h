@@ -1,6 +1,7 @@
 // The whole program as a function, for the program itself and for applications that put steps of their own into it.
 #pragma once
 
+#include <string>
 #include <vector>
 
 #include "controller/procedures/Procedures.h"
@@ -16,6 +17,7 @@ struct TAdditions {
   std::vector<ixocamglue::TMachineFactory> Machines = {};
   std::vector<ixocamglue::TDriverFactory> Drivers = {};  // of a machine that is put together from its file
   std::vector<ixoverify::TGasMethod> GasMethods = {};
+  std::string Commit = {};  // that it was built from; --version tells it
 };
 
 // Parses, runs, prints one line on the error output for each failure. Returns the exit code. Main thread.

@@ -1,0 +1,189 @@
+// What a shell offers: behind a command's words its sub-commands and options, behind an option its values. Both scripts
+// are tables by the words of the command so far, and a function that walks the line.
+#include <functional>
+#include <string_view>
+
+#include "ixocut/help/Help.h"
+
+namespace ixocut {
+namespace {
+
+// 'text' for a shell.
+std::string Quoted(std::string_view text) {
+  std::string quoted = "'";
+  for (const char c : text) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return quoted + "'";
+}
+
+// What a value is: "@" for nothing that can be offered, "@file", "@dir", else the choices.
+std::string KindOf(const CLI::Option& option) {
+  const TOptionValue value = ValueOf(option);
+  if (!value.Choices.empty()) return CLI::detail::join(value.Choices, " ");
+  const std::string type = option.nonpositional() ? value.Type : option.get_name();
+  if (type.starts_with("FILE") || type.starts_with("DEVICE")) return "@file";
+  return type.starts_with("DIR") ? "@dir" : "@";
+}
+
+bool HasValue(const CLI::Option& option) { return option.get_items_expected_max() != 0; }
+
+// "name:description" of zsh.
+std::string Described(std::string_view name, std::string_view description) {
+  std::string text;
+  for (const char c : name) text += c == ':' ? std::string("\\:") : std::string(1, c);
+  return text + ":" + std::string(description);
+}
+
+using TLines = std::function<std::vector<std::string>(const CLI::App&)>;
+
+void AddCases(const CLI::App& command, const std::string& words, const std::string& function, bool falls,
+              const TLines& lines, std::string& script) {
+  std::string body;
+  for (const std::string& line : lines(command)) body += " " + Quoted(line);
+  if (!body.empty()) body = "      printf '%s\\n'" + body + "\n";
+  if (falls && command.get_fallthrough())
+    body += "      " + function + " " + Quoted(words.substr(0, words.rfind(' '))) + "\n";
+  if (!body.empty()) script += "    " + Quoted(words) + ")\n" + body + "      ;;\n";
+  for (const CLI::App* const sub : ShownCommands(command))
+    AddCases(*sub, words + (words.empty() ? "" : " ") + sub->get_name(), function, falls, lines, script);
+}
+
+// A function of the script that prints `lines` of the command whose words are its argument, and where it `falls` those
+// of the commands above whose options hold as well.
+std::string Table(const CLI::App& program, const std::string& function, bool falls, const TLines& lines) {
+  std::string script = function + "() {\n  case $1 in\n";
+  AddCases(program, "", function, falls, lines, script);
+  return script + "  esac\n}\n";
+}
+
+std::vector<std::string> Commands(const CLI::App& command) {
+  std::vector<std::string> names;
+  for (const CLI::App* const sub : ShownCommands(command)) names.push_back(sub->get_name());
+  return names;
+}
+
+std::vector<std::string> DescribedCommands(const CLI::App& command) {
+  std::vector<std::string> lines;
+  for (const CLI::App* const sub : ShownCommands(command))
+    lines.push_back(Described(sub->get_name(), sub->get_description()));
+  return lines;
+}
+
+// "--json", "--plot=@file".
+std::vector<std::string> Options(const CLI::App& command) {
+  std::vector<std::string> lines;
+  for (const CLI::Option* const option : ShownOptions(command))
+    for (const std::string& name : NamesOf(*option))
+      lines.push_back(HasValue(*option) ? name + "=" + KindOf(*option) : name);
+  return lines;
+}
+
+std::vector<std::string> DescribedOptions(const CLI::App& command) {
+  std::vector<std::string> lines;
+  for (const CLI::Option* const option : ShownOptions(command))
+    for (const std::string& name : NamesOf(*option)) lines.push_back(Described(name, option->get_description()));
+  return lines;
+}
+
+// Of the arguments the first: where there are more, they are of one kind.
+std::vector<std::string> Argument(const CLI::App& command) {
+  const auto arguments = ShownArguments(command);
+  return arguments.empty() ? std::vector<std::string>{} : std::vector<std::string>{KindOf(*arguments.front())};
+}
+
+constexpr const char* kBash = R"sh(_ixocut() {
+  local current=${COMP_WORDS[COMP_CWORD]} at= option= kind= offered= rest= word i
+  COMPREPLY=()
+  for ((i = 1; i < COMP_CWORD; ++i)); do
+    word=${COMP_WORDS[i]}
+    if [ "$word" = = ]; then
+      continue
+    elif [ -n "$option" ]; then
+      option=
+    elif [[ $word == -* ]]; then
+      kind=$(_ixocut_options "$at" | grep -m1 -e "^$word=") && option=$word
+    elif _ixocut_commands "$at" | grep -qx -e "$word"; then
+      at+=${at:+ }$word
+    else
+      rest=1
+    fi
+  done
+  [ "$current" != = ] || current=
+  if [ -n "$option" ]; then
+    kind=${kind#*=}
+  elif [[ $current == -* ]]; then
+    kind=$(_ixocut_options "$at" | sed 's/=.*//')
+  else
+    [ -n "$rest" ] || offered=$(_ixocut_commands "$at")
+    kind=$(_ixocut_argument "$at")
+  fi
+  local IFS=$' \t\n'
+  COMPREPLY=($(compgen -W "$offered" -- "$current"))
+  IFS=$'\n'
+  case $kind in
+    @) ;;
+    @file) compopt -o filenames 2>/dev/null; COMPREPLY+=($(compgen -f -- "$current")) ;;
+    @dir) compopt -o filenames 2>/dev/null; COMPREPLY+=($(compgen -d -- "$current")) ;;
+    *) IFS=$' \t\n'; COMPREPLY+=($(compgen -W "$kind" -- "$current")) ;;
+  esac
+}
+complete -F _ixocut ixocut
+)sh";
+
+constexpr const char* kZsh = R"sh(_ixocut() {
+  local at= option= kind= rest= word i
+  local -a offered
+  for ((i = 2; i < CURRENT; ++i)); do
+    word=$words[i]
+    if [[ -n $option ]]; then
+      option=
+    elif [[ $word == -*=* ]]; then
+      continue
+    elif [[ $word == -* ]]; then
+      kind=$(_ixocut_options "$at" | grep -m1 -e "^$word=") && option=$word
+    elif _ixocut_commands "$at" | grep -q -e "^$word:"; then
+      at+=${at:+ }$word
+    else
+      rest=1
+    fi
+  done
+  if [[ -n $option ]]; then
+    kind=${kind#*=}
+  elif [[ $PREFIX == -*=* ]]; then
+    kind=$(_ixocut_options "$at" | grep -m1 -e "^${PREFIX%%=*}=")
+    kind=${kind#*=}
+    compset -P '*='
+  elif [[ $PREFIX == -* ]]; then
+    offered=(${(f)"$(_ixocut_described "$at")"})
+    _describe -o option offered
+    return
+  else
+    [[ -n $rest ]] || offered=(${(f)"$(_ixocut_commands "$at")"})
+    (( $#offered )) && _describe command offered
+    kind=$(_ixocut_argument "$at")
+  fi
+  case $kind in
+    '' | @) ;;
+    @file) _files ;;
+    @dir) _files -/ ;;
+    *) compadd -- ${=kind} ;;
+  esac
+}
+)sh";
+
+}  // namespace
+
+std::string BashCompletion(const CLI::App& program) {
+  return "# Completion of ixocut for bash, made by `ixocut completion bash`.\n" +
+         Table(program, "_ixocut_commands", false, Commands) + Table(program, "_ixocut_options", true, Options) +
+         Table(program, "_ixocut_argument", false, Argument) + kBash;
+}
+
+std::string ZshCompletion(const CLI::App& program) {
+  return "#compdef ixocut\n# Completion of ixocut for zsh, made by `ixocut completion zsh`.\n" +
+         Table(program, "_ixocut_commands", false, DescribedCommands) +
+         Table(program, "_ixocut_options", true, Options) +
+         Table(program, "_ixocut_described", true, DescribedOptions) +
+         Table(program, "_ixocut_argument", false, Argument) + kZsh + "_ixocut \"$@\"\n";
+}
+
+}  // namespace ixocut
