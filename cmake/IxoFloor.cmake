@@ -53,18 +53,42 @@ function(ixo_floor folder)
     PUBLIC FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR} FILES ${headers})
 endfunction()
 
-# ixo_part(<target> FILES <sources and headers> [LINKS <targets>])
+# ixo_shared(<target>)
 #
-# A static library above libixocamglue. LINKS are passed on to whoever links it.
-# ixo_install_part(<target> <folder> [headers]) installs it and these headers, else all it has, below include/<folder>.
+# What a library of the house is where BUILD_SHARED_LIBS makes it a shared one: its name tells which programs it serves,
+# and it exports what cmake/<target>.map names. One number for both: they change together.
+set(ixo_abi 1)
+function(ixo_shared target)
+  set_target_properties(${target} PROPERTIES
+    VERSION ${ixo_abi}.${PROJECT_VERSION_MINOR}.${PROJECT_VERSION_PATCH} SOVERSION ${ixo_abi} DEFINE_SYMBOL "")
+  if(BUILD_SHARED_LIBS)
+    set(map ${PROJECT_SOURCE_DIR}/cmake/${target}.map)
+    target_link_options(${target} PRIVATE LINKER:--version-script=${map})
+    set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${map})
+  endif()
+endfunction()
+
+# ixo_part(<target> [SHARED] FILES <sources and headers> [LINKS <targets>])
+#
+# A library above libixocamglue, a static one but for SHARED where BUILD_SHARED_LIBS says so. LINKS are passed on to
+# whoever links it.
 function(ixo_part target)
-  cmake_parse_arguments(PARSE_ARGV 1 part "" "" "FILES;LINKS")
-  add_library(${target} STATIC ${part_FILES})
+  cmake_parse_arguments(PARSE_ARGV 1 part "SHARED" "" "FILES;LINKS")
+  if(part_SHARED)
+    add_library(${target} ${part_FILES})
+    ixo_shared(${target})
+  else()
+    add_library(${target} STATIC ${part_FILES})
+  endif()
   set_target_properties(${target} PROPERTIES LINKER_LANGUAGE CXX)
   target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
   target_link_libraries(${target} PUBLIC ixocamglue ${part_LINKS} PRIVATE $<BUILD_INTERFACE:ixo_warnings>)
 endfunction()
 
+# ixo_install_part(<target> <folder> [<header>...])
+#
+# Installs it, and these headers of it, else all, below include/<folder>. Others link IxoCAMGlue::<target>, or its
+# EXPORT_NAME.
 function(ixo_install_part target folder)
   set(headers ${ARGN})
   if(NOT headers)
