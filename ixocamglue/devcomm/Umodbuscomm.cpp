@@ -78,6 +78,11 @@ TModbusEnd TModbusComm::AwaitSilence() {
   return transport ? FStrict.FallSilent(*transport) : TModbusEnd{};
 }
 
+std::uint32_t TModbusComm::HeldMs(std::uint8_t func, std::uint16_t addr, std::uint16_t count) {
+  TGuard guard(FLock);
+  return FStrict.HeldMs(Request(func, addr, count, {}));
+}
+
 std::vector<TModbusFrameLog::TEntry> TModbusComm::LastFrames() {
   TGuard guard(FLock);
   return FFrames.Oldest();

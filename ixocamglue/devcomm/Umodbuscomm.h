@@ -98,6 +98,8 @@ class TModbusComm : public TDevDataCommBase, public INcAlarmSource20 {
   [[nodiscard]] std::uint32_t OwedMs();
   [[nodiscard]] std::uint32_t SilenceMs();
   [[nodiscard]] TModbusEnd AwaitSilence();
+  // How long such a read has to wait with TellApart; 0: it may be asked.
+  [[nodiscard]] std::uint32_t HeldMs(std::uint8_t func, std::uint16_t addr, std::uint16_t count);
   [[nodiscard]] TModbusStatistics Statistics();  // of the strict profile
   [[nodiscard]] std::vector<TModbusFrameLog::TEntry> LastFrames();
 

@@ -41,6 +41,7 @@ TModbusResult TModbusComm::Range(bool write, std::uint8_t func, std::uint16_t ad
     const TModbusAnswer answer = FProfile == mpStrict ? AskStrict(0, request, FReply) : AskExact(request, FReply);
     static_cast<TModbusEnd&>(all) = answer;
     all += answer;
+    all.AskedMs = answer.AskedMs;
     all.Sent = all.Sent || answer.Sent;
     // An exception is the device's word that nothing was written.
     const bool answered = answer.Outcome == moException || (answer.Ok() && !request.Broadcast());

@@ -52,6 +52,11 @@ struct TModbusStrictOptions {
   // reply that comes later still is taken for the next request's; so is one to a request of another object or process
   // that used the line before.
   std::uint32_t LateReplyMs = 0;
+  // Instead of that silence: a request goes out whatever is owed over RTU framing, and late replies to others are known
+  // by what they look like (unit, function and length; of a write its address and value) and dropped. Only a read whose
+  // reply would look like one that is owed to a read of other addresses has to wait, until that was sent LateReplyMs
+  // ago (see TModbusComm::HeldMs): moTimeout, with nothing sent. Nobody else may ask anything on the line.
+  bool TellApart = false;
   // From the beginning of a request until it is given up, its attempts together; 0: they have no common limit. An
   // attempt ends with it, and another one begins only if at least half of its time is left, on a line that has to fall
   // silent all of it. Of a long range each request has this time.
@@ -109,6 +114,8 @@ struct TModbusEnd {
 // One request and what it cost.
 struct TModbusAnswer : TModbusEnd, TModbusTraffic {
   bool Sent = false;  // the request went out; a probe's bytes count as traffic only
+  // Strict: when the oldest request was sent that the reply may be to, monotonic ms: what it says may be as old.
+  std::uint64_t AskedMs = 0;
 };
 
 // The registers or bits of a range, and what its requests cost together.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <utility>
 
 #include "ixocamglue/support/Texts.h"
 
@@ -16,6 +17,7 @@ constexpr std::uint32_t kSliceMs = 50;  // of a wait, between two looks at the s
 
 constexpr std::uint64_t kNoDeadline = std::numeric_limits<std::uint64_t>::max();
 constexpr const char* kEchoes = TrMark("writes are refused, as the line sends back what it is given");
+constexpr const char* kLooksAlike = TrMark("nothing was sent, as a late reply could be taken for this one's");
 
 // For a transport of the user's own, which has only the three operations.
 class TPlainStream final : public INcStreamIntf {
@@ -73,7 +75,8 @@ struct TModbusStrict::TWay {
   std::uint32_t PreDelayMs;
   std::uint64_t Deadline;  // monotonic
   bool Sent = false;
-  bool Refused = false;  // not to be repeated
+  bool Refused = false;       // not to be repeated
+  std::uint64_t AskedMs = 0;  // when the request was sent that was answered, or the last one
 
   // Of `ms`, what is left of it.
   [[nodiscard]] std::uint32_t Within(std::uint64_t ms) const {
@@ -182,6 +185,75 @@ TModbusEnd TModbusStrict::FallSilent(INcDataTransIntf& transport) {
   return AwaitSilence(way);
 }
 
+bool TModbusStrict::TLate::Asks(const TModbusRequest& request) const {
+  return Unit == request.Unit && Func == request.Func && Addr == request.Addr && Count == request.Count &&
+         (request.Values.empty() || Value == request.Values[0]);
+}
+
+bool TModbusStrict::TLate::LooksLike(const TModbusRequest& request) const {
+  const TModbusFunction& function = *FindModbusFunction(Func);
+  const auto bytes = [&](std::uint16_t count) { return function.Bits ? (count + 7) / 8 : 2 * count; };
+  return !function.Write && Unit == request.Unit && Func == request.Func && bytes(Count) == bytes(request.Count);
+}
+
+std::uint32_t TModbusStrict::HeldMs(const TModbusRequest& request) const {
+  std::uint64_t held = 0;
+  for (const TLate& late : FLate) {
+    const std::uint64_t age = Clock().MonotonicMs() - late.SentMs;
+    if (age < SilenceMs() && late.LooksLike(request) && !late.Asks(request)) held = std::max(held, SilenceMs() - age);
+  }
+  return static_cast<std::uint32_t>(held);
+}
+
+std::optional<TReplyCheck> TModbusStrict::TakeLate(std::span<const std::uint8_t> bytes) {
+  for (auto late = FLate.begin(); late != FLate.end(); ++late) {
+    TReplyCheck check = CheckModbusReply(late->Request(), bytes);
+    if (check.State == rsInvalid) continue;
+    if (check.State == rsMore) return check;
+    FLate.erase(late);
+    check.State = rsForeign;
+    check.Reason = TrMark("a reply to an earlier request has come late");
+    return check;
+  }
+  return std::nullopt;
+}
+
+TReplyCheck TModbusStrict::Check(const TModbusRequest& request, std::span<const std::uint8_t> bytes) {
+  const TReplyCheck check = CheckModbusReply(request, bytes);
+  if (check.State != rsInvalid || !TellsApart(request)) return check;
+  return TakeLate(bytes).value_or(check);
+}
+
+void TModbusStrict::Answered(TWay& way, const TModbusRequest& request) {
+  const auto first = std::ranges::find_if(FLate, [&](const TLate& late) { return late.Asks(request); });
+  if (first == FLate.end()) return;
+  way.AskedMs = first->SentMs;
+  FLate.erase(first);
+}
+
+void TModbusStrict::DropLate(TWay& way) {
+  const std::uint64_t now = Clock().MonotonicMs();
+  if (way.Stream.ClosingForgets() && std::exchange(FLateLink, way.Stream.LinkId()) != way.Stream.LinkId())
+    FLate.clear();
+  std::erase_if(FLate, [&](const TLate& late) { return now - late.SentMs >= SilenceMs(); });
+  TBytes dropped;
+  const std::uint64_t end = now + way.Within(std::min(kQuietLimitMs, AttemptMs() / 2));
+  for (std::uint32_t ms = 0; way.Stream.Linked() && Clock().MonotonicMs() <= end; ms = kQuietMs) {
+    const TBytes chunk = way.Stream.ReceiveWithin(ms);
+    if (chunk.empty()) break;
+    dropped.insert(dropped.end(), chunk.begin(), chunk.end());
+  }
+  if (dropped.empty()) return;
+  way.Traffic.Drained += dropped.size();
+  FFrames.Add(Clock().MonotonicUs(), false, dropped);
+  for (std::span<const std::uint8_t> rest(dropped); !rest.empty();) {
+    const auto late = TakeLate(rest);
+    if (!late || late->State != rsForeign) return;
+    ++way.Traffic.Foreign;
+    rest = rest.subspan(late->Length);
+  }
+}
+
 TModbusEnd TModbusStrict::AwaitReply(TWay& way, const TModbusRequest& request, TBytes& reply) {
   std::uint64_t now = Clock().MonotonicMs();
   const std::uint64_t end = now + way.Within(Options.TimeoutMs);
@@ -192,13 +264,13 @@ TModbusEnd TModbusStrict::AwaitReply(TWay& way, const TModbusRequest& request, T
     const TBytes chunk = way.Stream.ReceiveWithin(static_cast<std::uint32_t>(slice));
     way.Traffic.BytesReceived += chunk.size();
     reply.insert(reply.end(), chunk.begin(), chunk.end());
-    TReplyCheck check = CheckModbusReply(request, reply);
+    TReplyCheck check = Check(request, reply);
     while (check.State == rsForeign) {
       ++way.Traffic.Foreign;
       foreign = check.Reason;
       FFrames.Add(Clock().MonotonicUs(), false, reply);
       reply.erase(reply.begin(), reply.begin() + static_cast<std::ptrdiff_t>(check.Length));
-      check = CheckModbusReply(request, reply);
+      check = Check(request, reply);
     }
     now = Clock().MonotonicMs();
     switch (check.State) {
@@ -207,13 +279,17 @@ TModbusEnd TModbusStrict::AwaitReply(TWay& way, const TModbusRequest& request, T
         if (now >= end) return {moTimeout, reply.empty() ? foreign : TrMark("the reply is incomplete")};
         break;
       case rsInvalid:
-        if (check.Damaged) FOwed = false;
+        if (check.Damaged) {
+          FOwed = false;
+          Answered(way, request);
+        }
         if (!check.Framed) way.Stream.CloseLink();
         return {moInvalid, check.Reason};
       case rsForeign:
       case rsWhole:
       case rsException:
         FOwed = false;
+        Answered(way, request);
         way.Traffic.StaleBytes += reply.size() - check.Length;
         reply.resize(check.Length);
         return {check.State == rsWhole ? moOk : moException, "", check.Exception};
@@ -226,6 +302,7 @@ TModbusEnd TModbusStrict::Transact(TWay& way, TModbusRequest& request, TBytes& r
   if (++FTransaction == 0) FTransaction = 1;
   request.Transaction = FTransaction;
   (void)BuildModbusFrame(request, FRequest);
+  way.AskedMs = Clock().MonotonicMs();
   if (!way.Transport.SendBuff(FRequest)) {
     way.Stream.CloseLink();
     return {moNoConnection, TrMark("the request could not be sent")};
@@ -236,7 +313,10 @@ TModbusEnd TModbusStrict::Transact(TWay& way, TModbusRequest& request, TBytes& r
   way.Traffic.SendUs += handed - start;
   FFrames.Add(handed, true, FRequest);
   if (request.Broadcast()) return {};
-  FOwed = !request.Tcp;
+  FOwed = !request.Tcp && !Options.TellApart;
+  if (TellsApart(request))
+    FLate.push_back({request.Unit, request.Func, request.Addr, request.Count,
+                     request.Values.empty() ? std::uint16_t{0} : request.Values[0], way.AskedMs});
   FAwaitedSinceMs.reset();
   if (way.PreDelayMs != 0) (void)Clock().Pause(FStop, way.Within(way.PreDelayMs));
   const TModbusEnd end = AwaitReply(way, request, reply);
@@ -244,8 +324,8 @@ TModbusEnd TModbusStrict::Transact(TWay& way, TModbusRequest& request, TBytes& r
   way.Traffic.WaitUs += ended - handed;
   FFrames.Add(ended, false, reply);
   if (!way.Stream.Linked() && way.Stream.ClosingForgets()) FOwed = false;
-  if (FOwed) {
-    FSilentSinceMs = Clock().MonotonicMs();
+  if (FOwed) FSilentSinceMs = Clock().MonotonicMs();
+  if (FOwed || (TellsApart(request) && end.Outcome == moTimeout)) {
     ++way.Traffic.Owed;
     if (end.Outcome == moTimeout) ++way.Traffic.TimedOut;
   }
@@ -284,6 +364,7 @@ TModbusEnd TModbusStrict::Prove(TWay& way, const TModbusRequest& write) {
 TModbusEnd TModbusStrict::Attempt(TWay& way, TModbusRequest& request, TBytes& reply) {
   reply.clear();
   ++way.Traffic.Attempts;
+  if (TellsApart(request)) DropLate(way);
   if (const TModbusEnd linked = Connect(way); !linked.Ok()) return linked;
   if (!IsKnown(way.Stream)) {
     FProof = mpfUnproved;
@@ -314,7 +395,9 @@ TModbusAnswer TModbusStrict::Ask(INcDataTransIntf& transport, TModbusRequest req
   TModbusTraffic traffic;
   TWay way{transport, *stream, traffic, preDelayMs, NewDeadline()};
   for (;;) {
-    end = AwaitSilence(way);
+    end = !TellsApart(request)   ? AwaitSilence(way)
+          : HeldMs(request) == 0 ? TModbusEnd{}
+                                 : TModbusEnd{moTimeout, kLooksAlike};
     if (!end.Ok()) break;
     end = Attempt(way, request, reply);
     if (end.Ok() || end.Outcome == moException || way.Refused || FStop.Asked() || traffic.Attempts > Options.Retries ||
@@ -329,7 +412,7 @@ TModbusAnswer TModbusStrict::Ask(INcDataTransIntf& transport, TModbusRequest req
     }
   }
   traffic.ElapsedUs = Clock().MonotonicUs() - start;
-  return {end, traffic, way.Sent};
+  return {end, traffic, way.Sent, way.AskedMs};
 }
 
 }  // namespace ixocamglue

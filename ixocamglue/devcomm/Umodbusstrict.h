@@ -4,6 +4,8 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
+#include <vector>
 
 #include "ixocamglue/devcomm/Ucommtypes.h"
 #include "ixocamglue/devcomm/Umodbusframe.h"
@@ -25,6 +27,8 @@ class TModbusStrict {
   // How much longer the line must be silent before no reply is owed any more; 0: none is.
   [[nodiscard]] std::uint32_t OwedMs(INcDataTransIntf& transport) const;
   [[nodiscard]] std::uint32_t SilenceMs() const;  // the whole of it
+  // With TellApart: how long this request has to wait, as a reply that is owed would look like its own.
+  [[nodiscard]] std::uint32_t HeldMs(const TModbusRequest& request) const;
   // Waits for that silence, three times its length at most.
   [[nodiscard]] TModbusEnd FallSilent(INcDataTransIntf& transport);
   // `preDelayMs`: from each send to the first read. `reply` keeps its capacity and becomes the reply's frame, or what
@@ -34,6 +38,16 @@ class TModbusStrict {
 
  private:
   struct TWay;  // of one request
+  // A request whose reply has not come.
+  struct TLate {
+    std::uint8_t Unit, Func;
+    std::uint16_t Addr, Count, Value;
+    std::uint64_t SentMs;
+
+    [[nodiscard]] TModbusRequest Request() const { return {false, 0, Unit, Func, Addr, Count, {&Value, 1}}; }
+    [[nodiscard]] bool Asks(const TModbusRequest& request) const;       // the same
+    [[nodiscard]] bool LooksLike(const TModbusRequest& request) const;  // its reply could be this one's
+  };
 
   // With a probe before it where one is due.
   [[nodiscard]] TModbusEnd Attempt(TWay& way, TModbusRequest& request, TBytes& reply);
@@ -45,6 +59,13 @@ class TModbusStrict {
   [[nodiscard]] TModbusEnd Connect(TWay& way);  // and throws away what has come in
   [[nodiscard]] TModbusEnd EnsureLink(TWay& way);
   [[nodiscard]] TModbusEnd AwaitReply(TWay& way, const TModbusRequest& request, TBytes& reply);
+  [[nodiscard]] bool TellsApart(const TModbusRequest& request) const { return Options.TellApart && !request.Tcp; }
+  // As CheckModbusReply; with TellApart a late reply to another request is foreign.
+  [[nodiscard]] TReplyCheck Check(const TModbusRequest& request, std::span<const std::uint8_t> bytes);
+  // What a late reply at the start of these bytes comes to: foreign, and it is owed no more; or more of it is to come.
+  [[nodiscard]] std::optional<TReplyCheck> TakeLate(std::span<const std::uint8_t> bytes);
+  void Answered(TWay& way, const TModbusRequest& request);  // that one, or one like it before
+  void DropLate(TWay& way);                                 // what has come in, until the line rests
   [[nodiscard]] bool MayRepeat(const TWay& way) const;
   [[nodiscard]] bool IsKnown(const INcStreamIntf& stream) const;
   [[nodiscard]] std::uint32_t AttemptMs() const;
@@ -54,7 +75,9 @@ class TModbusStrict {
   TStop& FStop;     // ends a wait within kSliceMs
   TBytes FRequest;  // keeps its capacity
   std::uint16_t FTransaction = 0;
-  bool FOwed = false;  // a reply may still come, and would be taken for another's
+  bool FOwed = false;        // a reply may still come, and would be taken for another's; never with TellApart
+  std::vector<TLate> FLate;  // with TellApart, in the order of their sending
+  std::uint64_t FLateLink = 0;
   std::uint64_t FSilentSinceMs = 0;
   std::optional<std::uint64_t> FAwaitedSinceMs;  // the silence, over the requests that had no time left for it
   TModbusProof FProof = mpfUnproved;
