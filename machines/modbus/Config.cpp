@@ -40,8 +40,7 @@ void TModbusStationConfig::Publish(TPublisher& p) {
   p.Field("LateReplyMs", LateReplyMs, 0, kOptional)
       .Unit(uMs)
       .Within(0, 60'000)
-      .Text(
-          TrMark("How long a serial line must be silent after a reply that did not come; 0: 3000 ms or the time-out"));
+      .Text(TrMark("How late a reply over RTU framing may come; 0: 3000 ms or the time-out"));
   p.Field("WatchdogRegister", WatchdogRegister, -1, kOptional)
       .Within(-1, 65535)
       .Text(TrMark("Holding register that feeds the station's own watchdog; -1: it has none"));

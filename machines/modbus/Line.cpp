@@ -27,7 +27,8 @@ std::int32_t Ms(std::uint64_t ms) { return static_cast<std::int32_t>(std::min<st
 // The link as requests see it: it stays as it is, and is never opened by one of them.
 class TModbusLine::TFixedLink final : public INcDataTransIntf, public INcStreamIntf {
  public:
-  explicit TFixedLink(std::shared_ptr<TNcCommTransBase> link) : FLink(std::move(link)) {}
+  // `heard` becomes when anything came over it.
+  TFixedLink(std::shared_ptr<TNcCommTransBase> link, std::uint64_t& heard) : FLink(std::move(link)), FHeard(heard) {}
   bool CheckConnection() override { return FLink->Linked(); }
   bool SendBuff(const TBytes& buf) override { return FLink->Linked() && FLink->SendBuff(buf); }
   TBytes GetReceiveBuff() override { return FLink->ReceiveWithin(0); }
@@ -37,11 +38,20 @@ class TModbusLine::TFixedLink final : public INcDataTransIntf, public INcStreamI
   std::uint64_t LinkId() const override { return FLink->LinkId(); }
   bool ClosingForgets() const override { return FLink->ClosingForgets(); }
   std::size_t Drain(std::size_t atMost) override { return FLink->Drain(atMost); }
-  TBytes ReceiveWithin(std::uint32_t ms) override { return FLink->ReceiveWithin(ms); }
+  TBytes ReceiveWithin(std::uint32_t ms) override {
+    TBytes received = FLink->ReceiveWithin(ms);
+    if (!received.empty()) FHeard = Clock().MonotonicMs();
+    return received;
+  }
 
  private:
   const std::shared_ptr<TNcCommTransBase> FLink;
+  std::uint64_t& FHeard;
 };
+
+std::size_t TModbusLine::TStation::OldestBlock() const {
+  return static_cast<std::size_t>(std::ranges::min_element(BlockMs) - BlockMs.begin());
+}
 
 TModbusLine::TModbusLine(const TLinkAddress& link, const TNcWatch& watch, IModbusStations& listener)
     : FAddress(link), FWatch(watch), FListener(listener), FComm(new TModbusComm("modbus " + link.Text())) {
@@ -58,7 +68,14 @@ TModbusLine::~TModbusLine() {
 }
 
 std::size_t TModbusLine::AddStation(const TModbusStationConfig& config) {
-  FStations.emplace_back().Config = config;
+  TStation& station = FStations.emplace_back();
+  station.Config = config;
+  TModbusStrictOptions& options = station.Options;
+  options.TimeoutMs = options.TotalMs = static_cast<std::uint32_t>(config.TimeOutMs);
+  options.LateReplyMs = static_cast<std::uint32_t>(config.LateReplyMs);
+  options.TellApart = true;
+  options.RetryWrites = true;  // a value, on the same connection: twice is as good as once
+  if (config.ProbeRegister >= 0) options.ProbeRegister = static_cast<std::uint16_t>(config.ProbeRegister);
   return FStations.size() - 1;
 }
 
@@ -72,29 +89,25 @@ std::size_t TModbusLine::AddPoint(std::size_t station, TPointKind kind, const TM
   return FPoints.size() - 1;
 }
 
+void TModbusLine::Use(const TStation& station) {
+  FComm->SlaveAddr = static_cast<std::uint8_t>(station.Config.Unit);
+  FComm->SetProfile(mpStrict, station.Options);
+}
+
 // --- connecting ---
 
 TResult<> TModbusLine::Open() {
-  if (FLink->Reopen(kConnectMs)) return {};
+  const bool opened = FLink->Reopen(kConnectMs);
+  FHeardMs = Clock().MonotonicMs();
+  if (opened) return {};
   return TProblem{.What = Format(Tr("%s cannot be reached"), FAddress.Text().c_str()),
                   .Why = FLink->OpenProblem().What,
                   .Remedy = Tr("\"ixocut link doctor\" finds out what is wrong with the link")};
 }
 
 TResult<> TModbusLine::Connect() {
-  // The stations of one line wait as long as the one that needs the most.
-  TModbusStrictOptions options;
-  options.TimeoutMs = options.TotalMs = 0;
-  for (const TStation& station : FStations) {
-    const TModbusStationConfig& config = station.Config;
-    options.TimeoutMs = options.TotalMs = std::max(options.TotalMs, static_cast<std::uint32_t>(config.TimeOutMs));
-    options.LateReplyMs = std::max(options.LateReplyMs, static_cast<std::uint32_t>(config.LateReplyMs));
-    if (config.ProbeRegister >= 0) options.ProbeRegister = static_cast<std::uint16_t>(config.ProbeRegister);
-  }
-  options.RetryWrites = true;  // a value, on the same connection: twice is as good as once
-  FComm->SetProfile(mpStrict, options);
   FLink = MakeTransport(FAddress);
-  FComm->SetDataTransIntf(std::make_shared<TFixedLink>(FLink));
+  FComm->SetDataTransIntf(std::make_shared<TFixedLink>(FLink, FHeardMs));
   if (auto opened = Open(); !opened) return opened;
   for (TStation& station : FStations)
     if (auto connected = ConnectStation(station); !connected) return connected;
@@ -104,8 +117,13 @@ TResult<> TModbusLine::Connect() {
 }
 
 TResult<> TModbusLine::ConnectStation(TStation& station) {
-  station.Blocks.clear();
-  return PlanAndRead(station, station.Cells, kModbusGaps);
+  for (int tries = 0; tries < kConnectTries; ++tries) {
+    station.Blocks.clear();
+    station.BlockMs.clear();
+    if (auto read = PlanAndRead(station, station.Cells, kModbusGaps); !read) return read;
+    if (!station.IsStale(Clock().MonotonicMs())) break;  // a reply that did not come has cost the first ones their age
+  }
+  return {};
 }
 
 TResult<> TModbusLine::PlanAndRead(TStation& station, const std::vector<TModbusCell>& cells,
@@ -115,11 +133,13 @@ TResult<> TModbusLine::PlanAndRead(TStation& station, const std::vector<TModbusC
     for (int tries = 1; !result.Ok() && result.Outcome != moException && tries < kConnectTries; ++tries) {
       if (!FLink->Linked())
         if (auto opened = Open(); !opened) return opened;
-      while (const std::uint32_t owed = FComm->OwedMs()) Clock().Sleep(owed);
+      if (const auto held = FComm->HeldMs(block.First.ReadFunction(), block.First.Addr, block.Count))
+        Clock().Sleep(held);
       result = ReadBlock(station, block);
     }
     if (result.Ok()) {
       station.Blocks.push_back(block);
+      station.BlockMs.push_back(result.AskedMs);
       continue;
     }
     if (result.Outcome != moException || block.Count == 1 || gaps.size() == 1) return Refusal(station, block, result);
@@ -128,6 +148,11 @@ TResult<> TModbusLine::PlanAndRead(TStation& station, const std::vector<TModbusC
     if (auto read = PlanAndRead(station, inside, gaps.subspan(1)); !read) return read;
   }
   return {};
+}
+
+std::string TModbusLine::BlockText(const TStation& station, const TModbusBlock& block) {
+  const std::string text = station.Config.Name + ":" + block.First.Text();
+  return block.Count == 1 ? text : text + Format("..%d", block.First.Addr + block.Count - 1);
 }
 
 TProblem TModbusLine::Refusal(const TStation& station, const TModbusBlock& block, const TModbusResult& result) {
@@ -160,7 +185,7 @@ void TModbusLine::Execute() {
     }
     // What is to go off goes off before the line ends.
     for (TStation& station : FStations)
-      while (!station.Away && WriteNext(station, true)) FSign->Beat();
+      while (WriteNext(station, true) && !station.Away) FSign->Beat();
   } catch (...) {
     LogMsg(lkException, 0, "ixo-modbus: " + DescribeException(std::current_exception()));
     FSign->Failed();
@@ -198,63 +223,74 @@ std::uint32_t TModbusLine::Round() {
       LoseLink(opened.Problem().Text());
       return 1;
     }
+    TGuard guard(FLock);
     for (TStation& station : FStations) {
       station.RetryDueMs = station.ZeroDueMs = 0;
       station.RetryMs = kRetryMs;
     }
     return 1;
   }
+  const auto timeOut = static_cast<std::uint64_t>(FStations.front().Config.TimeOutMs);
+  if (FLink->ClosingForgets() && FStations.front().Away && now - FHeardMs > kSilentMs + timeOut) {
+    LoseLink(Format(Tr("it has not answered for %d ms"), Ms(now - FHeardMs)));
+    return 1;
+  }
   for (TStation& station : FStations)
-    if (!station.Away && IsStale(station, now))
-      GoAway(station, Format(Tr("it has not answered for %d ms"), Ms(now - station.GoodMs)));
-  if (const std::uint32_t owed = FComm->OwedMs()) return within(owed);
-  for (const TUrgency urgency : {TUrgency::Zeros, TUrgency::Feed, TUrgency::Values, TUrgency::Read})
-    for (TStation& station : FStations)
-      if (Turn(station, urgency, now)) return 0;
-  std::uint64_t next = now + kIdleMs;
-  for (const TStation& station : FStations) next = std::min(next, NextDueMs(station));
-  return within(next - std::min(next, now));
+    if (!station.Away && station.IsStale(now)) {
+      const std::size_t oldest = station.OldestBlock();
+      GoAway(station, Format(Tr("%s could not be read for %d ms"), BlockText(station, station.Blocks[oldest]).c_str(),
+                             Ms(now - station.BlockMs[oldest])));
+    }
+  if (WriteZero(now)) return 0;
+  for (TStation& station : FStations)
+    if (Feed(station, now)) return 0;
+  for (TStation& station : FStations)
+    if (!station.Away && WriteNext(station, false)) return 0;
+  // The one that has waited for longest: a slow line has none that is not due.
+  TStation& next = *std::ranges::min_element(FStations, {}, &TStation::ReadDueMs);
+  if (next.ReadDueMs() <= now) {
+    ReadNext(next, now);
+    return 0;
+  }
+  std::uint64_t due = now + kIdleMs;
+  for (const TStation& station : FStations) due = std::min(due, NextDueMs(station));
+  return within(due - std::min(due, now));
 }
 
 std::uint64_t TModbusLine::NextDueMs(const TStation& station) {
-  std::uint64_t due = station.Away ? station.RetryDueMs : station.CycleDueMs;
+  std::uint64_t due = station.ReadDueMs();
   if (!station.Away && station.Config.WatchdogRegister >= 0) due = std::min(due, station.FeedDueMs);
   TGuard guard(FLock);
   return station.Zeros.empty() ? due : std::min(due, station.ZeroDueMs);
 }
 
-bool TModbusLine::Turn(TStation& station, TUrgency urgency, std::uint64_t now) {
-  switch (urgency) {
-    case TUrgency::Zeros: return now >= station.ZeroDueMs && WriteNext(station, true);
-    case TUrgency::Feed:
-      if (station.Away || station.Config.WatchdogRegister < 0 || now < station.FeedDueMs) return false;
-      station.FeedDueMs = now + static_cast<std::uint64_t>(station.Config.WatchdogPeriodMs);
-      if (const std::uint64_t beat = FWatch.BeatMs.load(std::memory_order_acquire); now > beat && now - beat >= kBeatMs)
-        return false;
-      Feed(station);
-      return true;
-    case TUrgency::Values: return !station.Away && WriteNext(station, false);
-    case TUrgency::Read:
-      if (now < (station.Away ? station.RetryDueMs : station.CycleDueMs)) return false;
-      ReadNext(station, now);
-      return true;
+bool TModbusLine::WriteZero(std::uint64_t now) {
+  TStation* next = nullptr;
+  {
+    TGuard guard(FLock);
+    for (TStation& station : FStations)
+      if (!station.Zeros.empty() && station.ZeroDueMs <= now && (!next || station.GoodMs > next->GoodMs))
+        next = &station;
   }
-  return false;
+  return next && WriteNext(*next, true);
 }
 
 TModbusResult TModbusLine::ReadBlock(TStation& station, const TModbusBlock& block) {
-  FComm->SlaveAddr = static_cast<std::uint8_t>(station.Config.Unit);
+  Use(station);
   TModbusResult result = FComm->Read(block.First.ReadFunction(), block.First.Addr, block.Count, std::move(FReuse));
   if (result.Ok()) {
-    const std::uint64_t now = Clock().MonotonicMs();
     TGuard guard(FLock);
-    station.GoodMs = now;
+    station.GoodMs = std::max(station.GoodMs, result.AskedMs);
     for (TPoint& point : FPoints) {
       if (&FStations[point.Station] != &station || !block.Has(point.Address.Cell)) continue;
       point.Raw = result.Registers[point.Address.Cell.Addr - block.First.Addr];
-      point.ReadMs = now;
-      if (!point.Sent) continue;
-      (point.Address.Raw(point.Kind, point.Wanted, point.Raw) == point.Raw ? point.Settled : point.Ignored) = true;
+      point.ReadMs = result.AskedMs;
+      if (!point.SentMs || result.AskedMs < *point.SentMs) continue;
+      const bool taken = point.Address.Raw(point.Kind, point.Wanted, point.Raw) == point.Raw;
+      (taken ? point.Settled : point.Ignored) = true;
+      if (point.Settled || point.Wanted != 0.0) continue;
+      const auto index = static_cast<std::size_t>(&point - FPoints.data());
+      if (std::ranges::find(station.Zeros, index) == station.Zeros.end()) station.Zeros.push_back(index);
     }
   }
   FReuse = std::move(result.Registers);
@@ -265,11 +301,21 @@ TModbusResult TModbusLine::ReadBlock(TStation& station, const TModbusBlock& bloc
 void TModbusLine::ReadNext(TStation& station, std::uint64_t now) {
   if (station.NextBlock == 0) station.CycleStartMs = now;
   const TModbusBlock block = station.Blocks[station.NextBlock];
+  Use(station);
+  if (const auto held = FComm->HeldMs(block.First.ReadFunction(), block.First.Addr, block.Count)) {
+    station.HeldUntilMs = now + held;
+    station.NextBlock = 0;  // the others' values are old by then
+    return;
+  }
   const TModbusResult result = ReadBlock(station, block);
-  if (!result.Ok()) {
-    std::string what = station.Config.Name + ":" + block.First.Text();
-    if (block.Count > 1) what += Format("..%d", block.First.Addr + block.Count - 1);
-    return Failed(station, what, result);
+  if (!result.Ok()) return Failed(station, BlockText(station, block), result);
+  {
+    TGuard guard(FLock);
+    station.BlockMs[station.NextBlock] = result.AskedMs;
+  }
+  if (station.Away && station.IsStale(result.AskedMs, Clock().MonotonicMs())) {
+    station.RetryDueMs = now;  // it was late: the reply to an earlier request, or a slow one
+    return;
   }
   if (++station.NextBlock < station.Blocks.size()) return;
   station.NextBlock = 0;
@@ -308,18 +354,21 @@ bool TModbusLine::WriteNext(TStation& station, bool zeros) {
     const auto waits = [&](const std::deque<std::size_t>& queue) {
       return std::ranges::find(queue, index) != queue.end();
     };
-    if (result.Ok()) station.GoodMs = Clock().MonotonicMs();
-    if (result.Ok() && !waits(station.Zeros) && !waits(station.Values)) FPoints[index].Sent = true;
-    if (!result.Ok() && zeros && !waits(station.Zeros)) station.Zeros.push_front(index);
+    const std::uint64_t now = Clock().MonotonicMs();
+    if (result.Ok()) station.GoodMs = std::max(station.GoodMs, result.AskedMs);
+    if (result.Ok() && !waits(station.Zeros) && !waits(station.Values)) FPoints[index].SentMs = now;
+    if (!result.Ok() && zeros) {
+      if (!waits(station.Zeros)) station.Zeros.push_front(index);
+      station.ZeroDueMs = station.Away ? now + kRetryMs : now;
+    }
   }
   if (result.Ok()) return true;
-  if (zeros) station.ZeroDueMs = Clock().MonotonicMs() + station.RetryMs;
   Failed(station, point.Address.Text(), result, true);
   return true;
 }
 
 TModbusResult TModbusLine::WritePoint(TStation& station, const TPoint& point, double value) {
-  FComm->SlaveAddr = static_cast<std::uint8_t>(station.Config.Unit);
+  Use(station);
   const TModbusCell& cell = point.Address.Cell;
   std::uint16_t before = 0;
   if (point.Address.Bit) {  // of a register whose other bits are not ours
@@ -331,12 +380,17 @@ TModbusResult TModbusLine::WritePoint(TStation& station, const TPoint& point, do
   return FComm->Write(cell.IsBit() ? kModbusWriteCoil : kModbusWriteOne, cell.Addr, {&raw, 1});
 }
 
-void TModbusLine::Feed(TStation& station) {
-  FComm->SlaveAddr = static_cast<std::uint8_t>(station.Config.Unit);
+bool TModbusLine::Feed(TStation& station, std::uint64_t now) {
+  if (station.Away || station.Config.WatchdogRegister < 0 || now < station.FeedDueMs) return false;
+  station.FeedDueMs = now + static_cast<std::uint64_t>(station.Config.WatchdogPeriodMs);
+  if (const std::uint64_t beat = FWatch.BeatMs.load(std::memory_order_acquire); now > beat && now - beat >= kBeatMs)
+    return false;
+  Use(station);
   if (++station.Feeds == 0) station.Feeds = 1;
   const TModbusResult result =
       FComm->Write(kModbusWriteOne, static_cast<std::uint16_t>(station.Config.WatchdogRegister), {&station.Feeds, 1});
   if (!result.Ok()) Failed(station, Format(Tr("watchdog register %d"), station.Config.WatchdogRegister), result);
+  return true;
 }
 
 // --- away and back ---
@@ -352,9 +406,8 @@ void TModbusLine::Failed(TStation& station, const std::string& what, const TModb
     case moTimeout:
     case moInvalid: {
       // Another reply that is waited for in vain would be too late.
-      const std::uint64_t until =
-          Clock().MonotonicMs() + std::max(static_cast<std::uint32_t>(station.Config.TimeOutMs), FComm->OwedMs());
-      if (write || station.Away || IsStale(station, until)) GoAway(station, why);
+      const std::uint64_t until = Clock().MonotonicMs() + static_cast<std::uint64_t>(station.Config.TimeOutMs);
+      if (write || station.Away || station.IsStale(until)) GoAway(station, why);
     }
   }
 }
@@ -373,7 +426,7 @@ void TModbusLine::GoAway(TStation& station, const std::string& why) {
       const bool zero = point.Written && !point.Settled && point.Wanted == 0.0;
       if (zero && std::ranges::find(station.Zeros, i) == station.Zeros.end()) station.Zeros.push_back(i);
       point.Written = zero;
-      point.Sent = false;
+      point.SentMs.reset();
       point.Settled = !zero;
     }
     // A zero before a value that is forgotten now is still owed.
@@ -427,7 +480,7 @@ void TModbusLine::Write(std::size_t index, double value) {
       throw std::invalid_argument(
           Format(Tr("%s: a value that is no number is not written"), point.Address.Text().c_str()));
     const bool zero = value == 0.0;
-    if (!zero && (station.Away || IsStale(station, Clock().MonotonicMs()))) throw EDeviceAway(AwayText(point));
+    if (!zero && (station.Away || station.IsStale(Clock().MonotonicMs()))) throw EDeviceAway(AwayText(point));
     // Who says it again with each pass must not put off that it settles.
     const bool same = point.Written && point.Wanted == value && !station.Away;
     if (same && point.Settled && point.Address.Raw(point.Kind, value, point.Raw) == point.Raw) return;
@@ -435,11 +488,14 @@ void TModbusLine::Write(std::size_t index, double value) {
     std::erase(station.Values, index);
     if (!zero)
       station.Values.push_back(index);
-    else if (std::ranges::find(station.Zeros, index) == station.Zeros.end())
+    else if (std::ranges::find(station.Zeros, index) == station.Zeros.end()) {
       station.Zeros.push_back(index);
+      station.ZeroDueMs = 0;
+    }
     point.Wanted = value;
     point.Written = true;
-    point.Sent = point.Settled = point.Ignored = false;
+    point.Settled = point.Ignored = false;
+    point.SentMs.reset();
   }
   Wake();
 }
@@ -477,8 +533,8 @@ std::vector<TPortFacts> TModbusLine::StationFacts() {
     facts.Port = station.Config.Name;
     facts.Value = Format(Tr("%s, unit %d: %d requests every %d ms"), FAddress.Text().c_str(), station.Config.Unit,
                          static_cast<std::int32_t>(station.Blocks.size()), station.Config.CycleMs);
-    if (station.GoodMs != 0) facts.AgeMs = now - station.GoodMs;
-    facts.Readable = !station.Away && station.GoodMs != 0;
+    if (!station.BlockMs.empty()) facts.AgeMs = now - station.BlockMs[station.OldestBlock()];
+    facts.Readable = !station.Away && facts.AgeMs;
     if (station.HasOutputs && station.Config.WatchdogRegister < 0)
       facts.Warning = Tr("no watchdog: its outputs stay on when the controller or the connection ends");
   }

@@ -1,15 +1,20 @@
 // One Modbus connection or serial line with its stations, on a thread of its own: reads all values of each station at
 // its rate, writes what is queued between two reads, feeds the stations' watchdogs.
 //
-// One request at a time, in this order of urgency: zeros, watchdogs, other writes, reads. A value that is on its way,
-// or was read back and still is so, is not written again. What a caller asks of a point is answered from what the
-// thread has read last; nobody waits for the network.
+// One request at a time, in this order of urgency: zeros, watchdogs, other writes, reads; zeros first to the station
+// that has answered last. So a zero waits for the request under way, at most that station's TimeOutMs, and for zeros
+// to stations that answer. A reply that did not come holds up nothing but a read whose reply would look like it. A
+// value that is on its way, or was read back and still is so, is not written again; a zero that reads back as another
+// value is, until it is one. What a caller asks of a point is answered from what the thread has read last; nobody waits
+// for the network.
 //
 // A station is away when its connection ends, when it answers a request with an exception, when a write is not
-// confirmed, or when it has not answered for StaleMs. Then what is queued but the zeros is forgotten, and zeros that
-// were not read back are queued again and tried at once. It is back when the zeros are written and all its values have
-// been read; tried after 100 ms, then after twice as long each time, up to 2 s. Nothing else is written meanwhile or
-// repeated later: a connection is opened by the line's thread only, never within a request.
+// confirmed, or when one of its values is older than StaleMs. Then what is queued but the zeros is forgotten, and zeros
+// that were not read back are queued again and tried at once, then every 100 ms. It is back when the zeros are written
+// and all its values have been read; tried after 100 ms, then after twice as long each time, up to 2 s. Nothing else is
+// written meanwhile or repeated later: a connection is opened by the line's thread only, never within a request. A TCP
+// connection whose station is away and has said nothing for 5 s is made anew: an old one may keep what is sent for
+// minutes.
 //
 // Values: any thread. The rest as each says.
 #pragma once
@@ -50,10 +55,12 @@ class TModbusLine {
  public:
   static constexpr std::uint64_t kBeatMs = 200;  // an older beat of the state thread feeds no watchdog
   static constexpr std::uint32_t kRetryMs = 100, kRetryMostMs = 2000;
+  static constexpr std::uint64_t kSilentMs = 5000;
 
   // `watch` and `listener` outlive the line.
   TModbusLine(const TLinkAddress& link, const TNcWatch& watch, IModbusStations& listener);
-  // Writes the zeros that are queued, then ends the thread: after the request or connect under way (3 s at most).
+  // Writes the zeros that are queued, to a station that is away one, then ends the thread: after the request or connect
+  // under way (3 s at most).
   ~TModbusLine();
   TModbusLine(const TModbusLine&) = delete;
   TModbusLine& operator=(const TModbusLine&) = delete;
@@ -84,36 +91,47 @@ class TModbusLine {
     std::size_t Station = 0;
     // Guarded by FLock.
     std::uint16_t Raw = 0;
-    std::optional<std::uint64_t> ReadMs;
+    std::optional<std::uint64_t> ReadMs;  // when the value was asked for
     double Wanted = 0.0;
-    bool Written = false;  // since the station was last back
-    bool Sent = false;
-    bool Ignored = false;  // it was sent, and another value read back
+    bool Written = false;                 // since the station was last back
+    std::optional<std::uint64_t> SentMs;  // when that was confirmed; what was asked for before says nothing of it
+    bool Ignored = false;                 // it was sent, and another value read back
     bool Settled = true;
   };
   struct TStation {
     TModbusStationConfig Config;
+    TModbusStrictOptions Options;
     bool HasOutputs = false;
     // The line's thread's, and Connect's before.
     std::vector<TModbusCell> Cells;
     std::vector<TModbusBlock> Blocks;
     std::size_t NextBlock = 0;
     std::uint64_t CycleStartMs = 0, CycleDueMs = 0, FeedDueMs = 0;
-    std::uint64_t RetryDueMs = 0, ZeroDueMs = 0;  // when reads, when zeros are tried again
+    std::uint64_t RetryDueMs = 0;   // when reads are tried again
+    std::uint64_t HeldUntilMs = 0;  // no read goes out before
     std::uint32_t RetryMs = kRetryMs;
     std::uint16_t Feeds = 0;
     // Guarded by FLock.
     bool Away = false;
     std::string AwayWhy;
-    std::uint64_t GoodMs = 0;               // the last good reply
+    std::uint64_t GoodMs = 0;               // when the newest good reply was asked for
+    std::vector<std::uint64_t> BlockMs;     // when the newest values of each block were
+    std::uint64_t ZeroDueMs = 0;            // when zeros are tried again
     std::deque<std::size_t> Zeros, Values;  // points whose zero, whose other value is to be written
+
+    [[nodiscard]] std::size_t OldestBlock() const;
+    [[nodiscard]] bool IsStale(std::uint64_t ms, std::uint64_t now) const {
+      return now - std::min(now, ms) > static_cast<std::uint64_t>(Config.StaleMs);
+    }
+    [[nodiscard]] bool IsStale(std::uint64_t now) const {
+      return BlockMs.empty() || IsStale(BlockMs[OldestBlock()], now);
+    }
+    [[nodiscard]] std::uint64_t ReadDueMs() const { return std::max(HeldUntilMs, Away ? RetryDueMs : CycleDueMs); }
   };
-  enum class TUrgency : std::uint8_t { Zeros, Feed, Values, Read };
 
   void Execute();
   // One request, or none; how long there is nothing to do.
   [[nodiscard]] std::uint32_t Round();
-  [[nodiscard]] bool Turn(TStation& station, TUrgency urgency, std::uint64_t now);
   [[nodiscard]] std::uint64_t NextDueMs(const TStation& station);
   void Pause(std::uint32_t ms);
   void Wake();
@@ -123,12 +141,16 @@ class TModbusLine {
   // Plans the requests of these cells and tries them; what is refused is planned with the next gap.
   [[nodiscard]] TResult<> PlanAndRead(TStation& station, const std::vector<TModbusCell>& cells,
                                       std::span<const TModbusGap> gaps);
+  [[nodiscard]] static std::string BlockText(const TStation& station, const TModbusBlock& block);
   [[nodiscard]] TProblem Refusal(const TStation& station, const TModbusBlock& block, const TModbusResult& result);
   // Takes over what it has read.
   [[nodiscard]] TModbusResult ReadBlock(TStation& station, const TModbusBlock& block);
+  void Use(const TStation& station);  // for the requests that follow
+  // False: there was nothing to do.
+  [[nodiscard]] bool WriteZero(std::uint64_t now);
   [[nodiscard]] bool WriteNext(TStation& station, bool zeros);
   [[nodiscard]] TModbusResult WritePoint(TStation& station, const TPoint& point, double value);
-  void Feed(TStation& station);
+  [[nodiscard]] bool Feed(TStation& station, std::uint64_t now);
   void ReadNext(TStation& station, std::uint64_t now);
   void NoteBack(TStation& station);
 
@@ -137,9 +159,6 @@ class TModbusLine {
   void GoAway(TStation& station, const std::string& why);
   void LoseLink(const std::string& why);
   [[nodiscard]] std::string AwayText(const TPoint& point) IXO_REQUIRES(FLock);
-  [[nodiscard]] bool IsStale(const TStation& station, std::uint64_t now) const {
-    return now - std::min(now, station.GoodMs) > static_cast<std::uint64_t>(station.Config.StaleMs);
-  }
 
   const TLinkAddress FAddress;
   const TNcWatch& FWatch;
@@ -151,6 +170,7 @@ class TModbusLine {
   mutable TCriticalSection FLock;  // never held over a request or a call
   std::uint64_t FOpenDueMs = 0;
   std::uint32_t FOpenMs = kRetryMs;  // the back-off
+  std::uint64_t FHeardMs = 0;        // when the link was opened, or anything came over it
   std::vector<std::uint16_t> FReuse;
 
   TStop FStop;

@@ -1,11 +1,11 @@
-// A line of Modbus stations on real sockets and pseudo-terminals, against slaves of ours and of others.
+// A line of Modbus stations on real sockets and pseudo-terminals, against slaves of ours.
 #include <array>
+#include <map>
 #include <mutex>
 
 #include <gmock/gmock.h>
 
-#include "fixture/Waiting.h"
-#include "machines/modbus/Line.h"
+#include "tests/threaded/ModbusLineWorld.h"
 #include "tests/threaded/ModbusRecorder.h"
 
 namespace ixocamglue::test {
@@ -13,68 +13,6 @@ namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
-using TLines = std::vector<std::string>;
-
-class ModbusLine : public testing::Test, public IModbusStations {
- protected:
-  ModbusLine() {
-    Station.Initialize();
-    Station.Name = "io";
-    Station.Host = "127.0.0.1";
-    FBeat.KeepDoing(5, [this] {
-      if (Beats) Watch.BeatMs = Clock().MonotonicMs();
-    });
-  }
-  ~ModbusLine() override {
-    Line.reset();
-    FBeat.End();
-  }
-  void Make(std::uint16_t port) {
-    Station.Port = port;
-    Line = std::make_unique<TModbusLine>(Station.Link(), Watch, *this);
-    Line->AddStation(Station);
-  }
-  std::size_t Point(TPointKind kind, const char* address, std::size_t station = 0) {
-    return Line->AddPoint(station, kind, TModbusAddress::Parse(kind, address).OrThrow(pbRequest));
-  }
-  std::string Connect() {
-    const auto connected = Line->Connect();
-    return connected ? "" : connected.Problem().Text();
-  }
-  // What a read says: the number, or the reason.
-  std::string Read(std::size_t point) {
-    try {
-      return NumberText(Line->Read(point));
-    } catch (const EDeviceAway& away) {
-      return away.what();
-    }
-  }
-  bool ComesTo(std::size_t point, double value) {
-    return Comes([&] { return Read(point) == NumberText(value); }, 3000);
-  }
-  void StationAway(const std::string& name, const std::string& why) override {
-    const std::lock_guard guard(FLock);
-    FEvents.push_back("away " + name + ": " + why);
-  }
-  void StationBack(const std::string& name) override {
-    const std::lock_guard guard(FLock);
-    FEvents.push_back("back " + name);
-  }
-  TLines Events() {
-    const std::lock_guard guard(FLock);
-    return FEvents;
-  }
-
-  TNcWatch Watch;
-  std::atomic<bool> Beats{true};
-  TModbusStationConfig Station;
-  std::unique_ptr<TModbusLine> Line;
-
- private:
-  std::mutex FLock;
-  TLines FEvents;
-  TSideThreads FBeat;
-};
 
 TEST_F(ModbusLine, ReadsACycleInAsFewRequestsAsTheAddressesAllow) {
   TRecording slave;
@@ -181,6 +119,12 @@ TEST_F(ModbusLine, AWriteSettlesWhenItIsReadBackAndBitsOfARegisterStayAsTheyAre)
   EXPECT_EQ(slave.Recorder.Written().size(), sent + 1);
   Line->Write(deaf, 1.0);  // what was not taken is sent again
   EXPECT_TRUE(Comes([&] { return slave.Recorder.Written().size() == sent + 2; }));
+  slave.Recorder.Put(ptCoils, 4, 1);
+  Line->Write(deaf, 0.0);  // a zero without being asked
+  EXPECT_TRUE(Comes([&] { return std::ranges::count(slave.Recorder.Written(), "coil 4=0") > 3; }));
+  EXPECT_FALSE(Line->Settled(deaf));
+  slave.Recorder.Put(ptCoils, 4, 0);
+  EXPECT_TRUE(Comes([&] { return Line->Settled(deaf); }));
   slave.Recorder.Put(ptCoils, 3, 1);  // and what the device has changed by itself
   ASSERT_TRUE(ComesTo(good, 1.0));
   Line->Write(good, 0.0);
@@ -323,58 +267,6 @@ TEST_F(ModbusLine, ALateReplyIsNotTakenForAnothers) {
   EXPECT_EQ(Events(), TLines());
 }
 
-// Reads, writes and settles on a slave of whatever make.
-void ModbusLineWorks(TModbusLine& line, std::size_t register20, std::size_t register60) {
-  line.Write(register20, 1234.0);
-  line.Write(register60, 5.0);
-  EXPECT_TRUE(Comes([&] { return line.Settled(register20) && line.Settled(register60); }));
-  line.Write(register60, 0.0);
-  EXPECT_TRUE(Comes([&] { return line.Settled(register60); }));
-  EXPECT_EQ(line.Read(register20), 1234.0);
-  EXPECT_EQ(line.Read(register60), 0.0);
-}
-
-TEST_F(ModbusLine, WorksWithSlavesOfOthersOverTcpAndOnALine) {
-  const auto work = [&](const char* what) {
-    SCOPED_TRACE(what);
-    Line = std::make_unique<TModbusLine>(Station.Link(), Watch, *this);
-    Line->AddStation(Station);
-    const auto a = Point(pkAnalogOut, "io:hreg:20"), b = Point(pkAnalogOut, "io:hreg:60");
-    ASSERT_TRUE(Comes([&] { return Connect().empty(); })) << Connect();  // one of another process needs a while
-    ModbusLineWorks(*Line, a, b);
-    Line.reset();
-  };
-  const auto serial = [&](const std::string& device) {
-    Station.Host.clear();
-    Station.Device = device;
-    Station.TimeOutMs = 300;
-    Station.StaleMs = 1000;
-  };
-  {
-    TLibmodbusSlave tcp;
-    Station.Port = tcp.Tcp();
-    work("libmodbus, TCP");
-  }
-  const TModbusStationConfig overTcp = Station;
-  TCable cable;
-  {
-    TLibmodbusSlave rtu;
-    rtu.Serial(cable.B.Device);
-    serial(cable.A.Device);
-    work("libmodbus, RTU");
-  }
-  if (!HasPymodbus()) GTEST_SKIP() << "python3-pymodbus is not installed";
-  Station = overTcp;
-  Station.Port = FreePort();
-  const TPymodbusSlave tcp("StartTcpServer(context=c, address=('127.0.0.1', " + std::to_string(Station.Port) + "))\n");
-  work("pymodbus, TCP");
-  TCable other;
-  const TPymodbusSlave rtu("StartSerialServer(context=c, framer=ModbusRtuFramer, port='" + other.B.Device +
-                           "', baudrate=9600, timeout=0.01)\n");
-  serial(other.A.Device);
-  work("pymodbus, RTU");
-}
-
 // Two units on one serial line, on the thread of this object.
 class TTwoUnits {
  public:
@@ -388,21 +280,34 @@ class TTwoUnits {
     FThread.join();
   }
   std::array<TRecorder, 2> Recorders;
+  std::array<std::atomic<bool>, 2> Silent{};
+  std::atomic<std::uint8_t> Dumb{0};     // this function is not answered
+  std::atomic<std::uint32_t> Lose{0};    // of the next replies
+  std::atomic<std::uint32_t> LateMs{0};  // of the next reply
+  std::atomic<std::uint32_t> EachMs{0};  // each reply takes
 
  private:
   void Serve() {
     std::array<TLoadingPlc, 2> plcs{TLoadingPlc(FBanks[0], false), TLoadingPlc(FBanks[1], false)};
+    std::multimap<std::uint64_t, TBytes> due;
     std::uint8_t buffer[256];
     while (!FStop.Asked()) {
-      if (!WaitFd(FWire, POLLIN, 20)) continue;
+      for (; !due.empty() && due.begin()->first <= Clock().MonotonicMs(); due.erase(due.begin()))
+        if (::write(FWire, due.begin()->second.data(), due.begin()->second.size()) < 0) return;
+      if (!WaitFd(FWire, POLLIN, due.empty() ? 20 : 1)) continue;
       const auto got = ::read(FWire, buffer, sizeof buffer);
       if (got <= 0) {
         Clock().Sleep(1);  // nobody has the other end open yet
         continue;
       }
-      for (TLoadingPlc& plc : plcs)
-        for (const TPlcAnswer& answer : plc.Take(std::span(buffer).first(static_cast<std::size_t>(got))))
-          if (::write(FWire, answer.Bytes.data(), answer.Bytes.size()) < 0) return;
+      for (std::size_t i = 0; i < plcs.size(); ++i)
+        for (TPlcAnswer& answer : plcs[i].Take(std::span(buffer).first(static_cast<std::size_t>(got)))) {
+          if (Silent[i] || answer.Bytes[1] == Dumb) continue;
+          if (Lose > 0)
+            --Lose;
+          else
+            due.emplace(Clock().MonotonicMs() + EachMs + LateMs.exchange(0), std::move(answer.Bytes));
+        }
     }
   }
   const int FWire;
@@ -411,16 +316,114 @@ class TTwoUnits {
   std::thread FThread;
 };
 
-TEST_F(ModbusLine, TwoStationsShareASerialLine) {
-  const TPty pty;
-  TTwoUnits units(pty.Master);
-  Station.Host.clear();
-  Station.Device = pty.Device;
-  Line = std::make_unique<TModbusLine>(Station.Link(), Watch, *this);
-  Line->AddStation(Station);
-  Station.Name = "valves";
-  Station.Unit = 2;
-  Line->AddStation(Station);
+class ModbusSerialLine : public ModbusLine {
+ protected:
+  // The second one is "valves".
+  void Make(std::size_t stations) {
+    Station.Host.clear();
+    Station.Device = Pty.Device;
+    Line = std::make_unique<TModbusLine>(Station.Link(), Watch, *this);
+    Line->AddStation(Station);
+    if (stations == 1) return;
+    Station.Name = "valves";
+    Station.Unit = 2;
+    Line->AddStation(Station);
+  }
+  // Until the unit is told so; ms.
+  std::uint64_t OffTakes(std::size_t point, std::size_t unit) {
+    const std::uint64_t from = Clock().MonotonicMs();
+    Line->Write(point, 0.0);
+    EXPECT_TRUE(Comes([&] { return Units.Recorders[unit].Written().back() == "coil 1=0"; }));
+    return Clock().MonotonicMs() - from;
+  }
+  const TPty Pty;
+  TTwoUnits Units{Pty.Master};
+};
+
+TEST_F(ModbusSerialLine, ALostReplyNeitherHoldsUpAnOffNorMakesTheStationAway) {
+  Station.TimeOutMs = 100;
+  Station.StaleMs = 1500;
+  Make(1);
+  const auto beam = Point(pkOutput, "io:coil:1");
+  const auto one = Point(pkAnalogIn, "io:ireg:1");
+  ASSERT_EQ(Connect(), "");
+  for (int i = 0; i < 5; ++i) {
+    Line->Write(beam, 1.0);
+    ASSERT_TRUE(Comes([&] { return Line->Settled(beam); }));
+    Units.Lose = 1;
+    ASSERT_TRUE(Comes([&] { return Units.Lose == 0; }));
+    EXPECT_LT(OffTakes(beam, 0), 3u * 100);
+    EXPECT_TRUE(Comes([&] { return Line->Settled(beam); }));
+  }
+  EXPECT_EQ(Read(one), "0");
+  EXPECT_EQ(Events(), TLines());
+}
+
+TEST_F(ModbusSerialLine, ALateReplyIsNotTakenForAnothersThatLooksTheSame) {
+  Units.Recorders[0].Put(ptInputRegisters, 1, 11);
+  Units.Recorders[0].Put(ptInputRegisters, 400, 44);
+  Station.TimeOutMs = 60;
+  Station.StaleMs = 3000;
+  Station.LateReplyMs = 500;
+  Make(1);
+  const auto one = Point(pkAnalogIn, "io:ireg:1"), other = Point(pkAnalogIn, "io:ireg:400");
+  ASSERT_EQ(Connect(), "");
+  for (const std::uint32_t ms : {80u, 140u, 200u, 260u, 320u}) {
+    Units.LateMs = ms;
+    for (const std::uint64_t until = Clock().MonotonicMs() + 700; Clock().MonotonicMs() < until; Clock().Sleep(1)) {
+      ASSERT_EQ(Read(one), "11");
+      ASSERT_EQ(Read(other), "44");
+    }
+  }
+  EXPECT_EQ(Events(), TLines());
+}
+
+TEST_F(ModbusSerialLine, OfTwoStationsNeitherASlowNorADeadOneKeepsTheOtherFromWorking) {
+  Units.EachMs = 25;  // longer than a cycle
+  Station.TimeOutMs = 100;
+  Station.StaleMs = 1000;
+  Make(2);
+  const auto beam = Point(pkOutput, "valves:coil:1", 1);
+  const auto first = Point(pkOutput, "io:coil:1", 0), last = Point(pkOutput, "io:coil:2", 0);
+  ASSERT_EQ(Connect(), "");
+  for (const auto point : {beam, first, last}) Line->Write(point, 1.0);
+  ASSERT_TRUE(Comes([&] { return Line->Settled(beam) && Line->Settled(first); }));
+  Clock().Sleep(1500);
+  EXPECT_EQ(Events(), TLines());
+  Units.Silent[0] = true;
+  for (const auto point : {first, last}) Line->Write(point, 0.0);
+  EXPECT_LT(OffTakes(beam, 1), 3u * 200) << "behind a read and a zero that nobody answers";
+  ASSERT_TRUE(Comes([&] { return !Events().empty(); }));
+  for (int i = 0; i < 5; ++i) {
+    Line->Write(beam, 1.0);
+    ASSERT_TRUE(Comes([&] { return Line->Settled(beam); }));
+    EXPECT_LT(OffTakes(beam, 1), 3u * 100);
+  }
+  Units.Silent[0] = false;
+  ASSERT_TRUE(Comes([&] { return Events().size() == 2; }));
+  EXPECT_EQ(Events()[1], "back io");
+  EXPECT_EQ(Read(first) + Read(last), "00");
+}
+
+TEST_F(ModbusSerialLine, AStationThatAnswersWritesOnlyIsAwayAllTheSame) {
+  Station.WatchdogRegister = 200;
+  Station.WatchdogPeriodMs = 20;
+  Make(1);
+  const auto lit = Point(pkInput, "io:input:1"), beam = Point(pkOutput, "io:coil:1");
+  ASSERT_EQ(Connect(), "");
+  Line->Write(beam, 1.0);
+  ASSERT_TRUE(Comes([&] { return Line->Settled(beam); }));
+  Units.Dumb = 2;
+  ASSERT_TRUE(Comes([&] { return !Events().empty(); }, 3 * 400));
+  EXPECT_THAT(Events()[0], HasSubstr("io:input:1"));
+  EXPECT_THROW((void)Line->Read(lit), EDeviceAway);
+  EXPECT_LT(OffTakes(beam, 0), 3u * 150);
+  Units.Dumb = 0;
+  EXPECT_TRUE(Comes([&] { return Events().size() == 2; }));
+}
+
+TEST_F(ModbusSerialLine, TwoStationsShareIt) {
+  Make(2);
   const auto a = Point(pkOutput, "io:coil:1", 0), b = Point(pkOutput, "valves:coil:1", 1);
   ASSERT_EQ(Connect(), "");
   Line->Write(a, 1.0);
@@ -428,9 +431,9 @@ TEST_F(ModbusLine, TwoStationsShareASerialLine) {
   EXPECT_EQ(Line->Read(b), 0.0);
   Line->Write(b, 1.0);
   EXPECT_TRUE(Comes([&] { return Line->Settled(b); }));
-  EXPECT_EQ(units.Recorders[0].Written(), TLines{"coil 1=1"});
-  EXPECT_EQ(units.Recorders[1].Written(), TLines{"coil 1=1"});
-  units.Recorders[1].Hole(ptCoils, 1, true);  // the one is away, the other is not
+  EXPECT_EQ(Units.Recorders[0].Written(), TLines{"coil 1=1"});
+  EXPECT_EQ(Units.Recorders[1].Written(), TLines{"coil 1=1"});
+  Units.Recorders[1].Hole(ptCoils, 1, true);  // the one is away, the other is not
   ASSERT_TRUE(Comes([&] { return !Events().empty(); }));
   EXPECT_THAT(Events()[0], HasSubstr("away valves: "));
   Clock().Sleep(50);

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <arpa/inet.h>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -79,13 +80,17 @@ inline TLinkAddress SerialLink(const std::string& device) {
   return link;
 }
 
-// libmodbus as the slave; its end comes with the peer's hang-up or the next poll.
+// libmodbus as the slave; its end comes with the peer's hang-up or the next poll. With each turn it answers right or in
+// another wrong way: late, as another unit, to another function, of another map.
 class TLibmodbusSlave {
  public:
+  explicit TLibmodbusSlave(std::uint32_t lateMs = 0) : FLateMs(lateMs) {}
+  void Turn() { ++FTurns; }
   ~TLibmodbusSlave() {
     FStop.Ask();
     FThread.join();
     modbus_mapping_free(FMapping);
+    modbus_mapping_free(FOtherMapping);
     if (FListener >= 0) ::close(FListener);
     modbus_close(FContext);
     modbus_free(FContext);
@@ -109,6 +114,7 @@ class TLibmodbusSlave {
  private:
   void Start() {
     FMapping = modbus_mapping_new(2200, 10, 200, 3);
+    FOtherMapping = modbus_mapping_new(10, 10, 10, 10);
     FMapping->tab_input_bits[3] = FMapping->tab_input_bits[9] = 1;
     FMapping->tab_input_registers[2] = 0xBEEF;
     modbus_set_indication_timeout(FContext, 0, 50'000);
@@ -124,12 +130,19 @@ class TLibmodbusSlave {
         open = true;
       }
       const int got = modbus_receive(FContext, query);
-      if (got > 0) modbus_reply(FContext, query, got, FMapping);
+      const std::size_t unit = FListener < 0 ? 0 : 6;
+      if (got > 0 && FTurns == 1) Clock().Sleep(FLateMs);
+      if (got > 0 && FTurns == 3) ++query[unit];
+      if (got > 0 && FTurns == 5) query[unit + 1] = query[unit + 1] == 3 ? 1 : 15;
+      if (got > 0) modbus_reply(FContext, query, got, FTurns == 7 ? FOtherMapping : FMapping);
       if (got == -1 && errno == ECONNRESET && FListener >= 0) open = false;
     }
   }
   modbus_t* FContext = nullptr;
   modbus_mapping_t* FMapping = nullptr;
+  modbus_mapping_t* FOtherMapping = nullptr;
+  const std::uint32_t FLateMs;
+  std::atomic<int> FTurns{0};
   int FListener = -1;
   TStop FStop;
   std::thread FThread;
@@ -153,6 +166,7 @@ class TPymodbusSlave {
     ::kill(FChild, SIGKILL);
     ::waitpid(FChild, nullptr, 0);
   }
+  void Turn() { ::kill(FChild, SIGUSR1); }
   TPymodbusSlave(const TPymodbusSlave&) = delete;
   TPymodbusSlave& operator=(const TPymodbusSlave&) = delete;
 
