@@ -76,6 +76,8 @@ class IMachineDriver {
   // Before Connect. Says why there is no such point: what the address is like, and what would be right. A point that
   // was asked for before is the same one.
   virtual TResult<IMachinePoint*> Point(TPointKind kind, std::string_view address) = 0;
+  // Before Connect: this point of its own switches a laser's emission or beam.
+  virtual void NoteLight(IMachinePoint& point) { static_cast<void>(point); }
   // What it has beside points; null: it has none. The ports' own contracts hold.
   virtual TNcMotionDriver* Axes() { return nullptr; }  // X and Y; the nozzle motor; Z, where there is no follower
   virtual TNcFollower* Follower(std::int32_t index) { return static_cast<void>(index), nullptr; }  // 0 or 1

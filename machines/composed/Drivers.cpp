@@ -138,6 +138,12 @@ IMachinePoint* TDriverSet::Point(TPointKind kind, const std::string& address, co
   return point;
 }
 
+void TDriverSet::NoteLight(const std::string& address, const std::string& driver) {
+  const TPointName name = PointName(address, driver, FFactories);
+  IMachineDriver& owner = Driver(name.Driver);
+  owner.NoteLight(*owner.Point(pkOutput, name.Address).OrThrow(pbUnusable));
+}
+
 TResult<> TDriverSet::Connect() {
   for (const auto& slot : FSlots)
     if (TResult<> connected = slot->Driver->Connect(); !connected) {

@@ -36,6 +36,8 @@ class TDriverSet {
   // The point at a device's address, which is shown under `label` (empty: under another one); null for none. Throws
   // EProblem (pbUnusable).
   IMachinePoint* Point(TPointKind kind, const std::string& address, const std::string& driver, std::string label);
+  // What Point handed out for this address switches a laser's emission or beam.
+  void NoteLight(const std::string& address, const std::string& driver);
   // The driver tells of its laser or gas by itself from now on.
   void TellsLaser(const std::string& name);
   void TellsGas(const std::string& name);

@@ -88,6 +88,7 @@ void TComposedMachine::MakeLaser(const TLaserDevice& laser) {
                           .BeamOn = point(pkInput, laser.BeamOn, "BeamOn"),
                           .LatchOk = point(pkInput, laser.LatchOk, "LatchOk"),
                           .Fault = point(pkInput, laser.Fault, "Fault")});
+  for (const std::string& lights : {laser.EmissionRequest, laser.Beam}) FDrivers.NoteLight(lights, laser.Driver);
   FPointLaser = made.get();
   FLaser = std::move(made);
 }

@@ -21,6 +21,7 @@ class TModbusPoint final : public IMachinePoint {
   bool Settled() override { return FLine.Settled(FIndex); }
   std::optional<std::uint64_t> AgeMs() override { return FLine.AgeMs(FIndex); }
   [[nodiscard]] TPortFacts Facts() const { return FLine.Facts(FIndex); }
+  void NoteLight() { FLine.NoteLight(FIndex); }
 
  private:
   TModbusLine& FLine;
@@ -74,6 +75,8 @@ class TModbusDriver final : public IMachineDriver, public IModbusStations {
     if (IsOutput(kind)) FOutputs.push_back({{at.Station + ":" + at.Cell.Text(), at.Bit}, std::string(address)});
     return &FPoints.try_emplace({kind, at.Text() + " " + at.Limits()}, *line, index).first->second;
   }
+
+  void NoteLight(IMachinePoint& point) override { dynamic_cast<TModbusPoint&>(point).NoteLight(); }
 
   TResult<> Connect() override {
     for (const auto& line : FLines)

@@ -85,9 +85,10 @@ std::size_t TModbusLine::AddPoint(std::size_t station, TPointKind kind, const TM
   point.Address = address;
   point.Station = station;
   FStations[station].Cells.push_back(address.Cell);
-  if (kind == pkOutput || kind == pkAnalogOut) FStations[station].HasOutputs = true;
   return FPoints.size() - 1;
 }
+
+void TModbusLine::NoteLight(std::size_t point) { FStations[FPoints[point].Station].Lights = true; }
 
 void TModbusLine::Use(const TStation& station) {
   FComm->SlaveAddr = static_cast<std::uint8_t>(station.Config.Unit);
@@ -535,8 +536,8 @@ std::vector<TPortFacts> TModbusLine::StationFacts() {
                          static_cast<std::int32_t>(station.Blocks.size()), station.Config.CycleMs);
     if (!station.BlockMs.empty()) facts.AgeMs = now - station.BlockMs[station.OldestBlock()];
     facts.Readable = !station.Away && facts.AgeMs;
-    if (station.HasOutputs && station.Config.WatchdogRegister < 0)
-      facts.Warning = Tr("no watchdog: its outputs stay on when the controller or the connection ends");
+    if (station.Lights && station.Config.WatchdogRegister < 0)
+      facts.Warning = Tr("no watchdog: the laser stays on when the controller or the connection ends");
   }
   return all;
 }

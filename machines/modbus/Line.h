@@ -68,6 +68,7 @@ class TModbusLine {
   // --- before Connect ---
   std::size_t AddStation(const TModbusStationConfig& config);
   std::size_t AddPoint(std::size_t station, TPointKind kind, const TModbusAddress& address);
+  void NoteLight(std::size_t point);  // as IMachineDriver's
   // Opens the link, reads every value once, writes nothing; then starts the thread. On the caller's thread, for as long
   // as connecting (3 s) and the time-outs last. Says which address there is not, or what does not answer.
   [[nodiscard]] TResult<> Connect();
@@ -101,7 +102,7 @@ class TModbusLine {
   struct TStation {
     TModbusStationConfig Config;
     TModbusStrictOptions Options;
-    bool HasOutputs = false;
+    bool Lights = false;  // a laser
     // The line's thread's, and Connect's before.
     std::vector<TModbusCell> Cells;
     std::vector<TModbusBlock> Blocks;

@@ -70,7 +70,7 @@ TEST_F(ModbusDriverWorld, HandsOutEachPointOnceAndRefusesTwoThatWriteTheSame) {
   }
   (void)Point(pkOutput, "a:hreg:8.1");
   (void)Point(pkOutput, "a:hreg:8.2");
-  (void)Point(pkOutput, "b:coil:1");
+  Driver->NoteLight(Point(pkOutput, "b:coil:1"));
   EXPECT_FALSE(Driver->Point(pkAnalogOut, "a:hreg:200"));
   Driver->Connect().OrThrow(pbUnusable);
   TLines warned, ports;
@@ -80,7 +80,7 @@ TEST_F(ModbusDriverWorld, HandsOutEachPointOnceAndRefusesTwoThatWriteTheSame) {
     if (!facts.Warning.empty()) warned.push_back(facts.Port);
   }
   EXPECT_THAT(ports, testing::IsSupersetOf({"a", "b", "a:hreg:7 0..10 0..100", "a:hreg:8.2", "b:coil:1"}));
-  EXPECT_EQ(warned, TLines{"b"});  // it has outputs and no watchdog
+  EXPECT_EQ(warned, TLines{"b"});  // it has a laser and no watchdog
   EXPECT_THAT(A.Recorder.Written(), testing::Each(HasSubstr("hreg 200=")));
   EXPECT_EQ(B.Recorder.Written(), TLines());
 }
