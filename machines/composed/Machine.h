@@ -10,6 +10,7 @@
 #include <span>
 #include <vector>
 
+#include "ixocamglue/platform/ports/FollowerPair.h"
 #include "machines/composed/Drivers.h"
 #include "machines/composed/Gas.h"
 #include "machines/composed/Laser.h"
@@ -75,12 +76,11 @@ class TComposedMachine final : public IMachine, public TNcCutSystem {
   TPointGas* FPointGas = nullptr;
   std::optional<TToldAxes> FAxes;
   std::optional<TToldFollower> FFollower, FSecondFollower;
-  std::optional<TFollowers> FFollowers;
+  std::optional<TNcFollowerPair> FFollowers;
   std::optional<TToldFocus> FFocus;
   std::unique_ptr<TNcSwitchTable> FPallets;
   TComposedPorts FPorts;
   TComposedInportCtrl FInportCtrl;
-  std::vector<IMachinePoint*> FAnalogOuts;
 
   std::optional<std::size_t> FClockHandle;
   std::uint64_t FToldAtMs = 0;

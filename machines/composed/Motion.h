@@ -88,15 +88,4 @@ class TToldPallets final : public TNcSwitchTable {
   TNcSwitchTable& FTable;
 };
 
-class TFollowers final : public TNcMultiFollower {
- public:
-  TFollowers(TNcFollower* first, TNcFollower* second) : FFollowers{first, second} {}
-  TNcFollower* GetFollower(std::int32_t index) override {
-    return index == 0 || index == 1 ? FFollowers[index] : nullptr;
-  }
-
- private:
-  TNcFollower* const FFollowers[2];
-};
-
 }  // namespace ixocamglue

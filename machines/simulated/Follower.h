@@ -88,15 +88,4 @@ class TSimFollower final : public TNcFollower, public ISimPart {
   TNcCaliResult FComing IXO_GUARDED_BY(FCore.Lock);  // valid on the way up
 };
 
-class TSimMultiFollower final : public TNcMultiFollower {
- public:
-  TSimMultiFollower(TNcFollower* first, TNcFollower* second) : FFollowers{first, second} {}
-  TNcFollower* GetFollower(std::int32_t index) override {
-    return index == 0 || index == 1 ? FFollowers[index] : nullptr;
-  }
-
- private:
-  TNcFollower* const FFollowers[2];
-};
-
 }  // namespace ixocamglue

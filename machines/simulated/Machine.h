@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "ixocamglue/platform/Machine.h"
+#include "ixocamglue/platform/ports/FollowerPair.h"
 #include "ixocamglue/platform/services/VirtualClock.h"
 #include "machines/simulated/Axes.h"
 #include "machines/simulated/Collisions.h"
@@ -61,7 +62,7 @@ class TSimMachine final : public IMachine, public TNcCutSystem {
   TSimGas* Gas() override { return FParts.Gas ? &FGas : nullptr; }
   TSimInportCtrl* InportCtrl() override { return FParts.InportCtrl ? &FInportCtrl : nullptr; }
   TSimCutHead* CutHeadCtrl() override { return FParts.CutHead ? &FHead : nullptr; }
-  TSimMultiFollower* MultiFollower() override { return FParts.MultiFollower ? &FMultiFollower : nullptr; }
+  TNcFollowerPair* MultiFollower() override { return FParts.MultiFollower ? &FMultiFollower : nullptr; }
   TSimSwitchTable* SwitchTable() override { return FParts.SwitchTable ? &FTable : nullptr; }
   // A refused lock is taken all the same; an unlock that fails has released it.
   void Lock() override IXO_ACQUIRE(FCutLock);
@@ -102,7 +103,7 @@ class TSimMachine final : public IMachine, public TNcCutSystem {
   TSimCutHead FHead;
   TSimFollower FFollower;
   std::unique_ptr<TSimFollower> FSecondFollower;
-  TSimMultiFollower FMultiFollower;
+  TNcFollowerPair FMultiFollower;
   TSimPorts FPorts;
   TSimInportCtrl FInportCtrl;
   TSimSwitchTable FTable;
