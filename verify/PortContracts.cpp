@@ -312,8 +312,8 @@ class TContracts {
     std::vector<std::pair<const char*, std::function<void()>>> reads;
     if (FittedLaser()) reads.emplace_back("GetLaser", [] { (void)FittedLaser()->GetLaser(); });
     if (FittedGas()) reads.emplace_back("GetGas", [] { (void)FittedGas()->GetGas(); });
-    if (MotionDriver()) reads.emplace_back("GetPos", [] { (void)MotionDriver()->GetPos(0); });
-    if (GFollower()) reads.emplace_back("GetZ", [] { (void)GFollower()->GetZ(); });
+    if (FRig.CutsAxes && MotionDriver()) reads.emplace_back("GetPos", [] { (void)MotionDriver()->GetPos(0); });
+    if (FRig.CutsAxes && GFollower()) reads.emplace_back("GetZ", [] { (void)GFollower()->GetZ(); });
     const auto allThrow = [&](bool throws) {
       return std::ranges::all_of(reads,
                                  [&](const auto& read) { return ReadThrows(read.first, read.second) == throws; });

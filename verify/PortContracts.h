@@ -30,6 +30,7 @@ struct TContractRig {
   TControllerOptions Options;  // Realtime says how the time runs
   // Its devices do not answer from now on, and answer again; any thread. Empty: that is not tried.
   std::function<void()> Cut, Heal;
+  bool CutsAxes = true;  // they and the follower are behind that connection too
   // ms, of real time; in virtual time a call takes none.
   std::uint32_t CallMs = 20;       // the longest that one call may take
   std::uint32_t AwayMs = 500;      // until a cut connection is noticed

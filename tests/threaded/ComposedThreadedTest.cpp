@@ -5,9 +5,11 @@
 #include <gtest/gtest.h>
 
 #include "fixture/BenchDriver.h"
+#include "fixture/ComposedFile.h"
 #include "fixture/Faults.h"
 #include "fixture/TempDir.h"
 #include "machines/composed/Machine.h"
+#include "machines/simulated/Driver.h"
 #include "verify/PortContracts.h"
 
 namespace ixocamglue::test {
@@ -33,6 +35,18 @@ TEST(ComposedThreaded, ABenchThatIsCutAndHealedKeepsThePortsContracts) {
   rig.CallMs = 60;
   auto violations = ixoverify::CheckPortContracts(rig);
   if (!violations.empty()) violations = ixoverify::CheckPortContracts(rig);  // somebody else may have had the processor
+  for (const auto& violation : violations) ADD_FAILURE() << violation.Port << ": " << violation.Text;
+}
+
+TEST(ComposedThreaded, TheSimulatedDevicesKeepThePortsContracts) {
+  TTempDir dir;
+  ixoverify::TContractRig rig;
+  rig.Options.Machines = {ComposedMachine({SimulatedDriver()})};
+  rig.Options.MachineFile = WriteMachine(dir.Path() / "machine.xml", std::string(kOwnDevices) + PortDevices());
+  rig.Options.Realtime = true;
+  rig.CallMs = 60;
+  auto violations = ixoverify::CheckPortContracts(rig);
+  if (!violations.empty()) violations = ixoverify::CheckPortContracts(rig);
   for (const auto& violation : violations) ADD_FAILURE() << violation.Port << ": " << violation.Text;
 }
 
