@@ -1,213 +1,200 @@
-"""The proofs of the HAL circuit, by HAL and plant alone: no controller of ours takes part.
+"""scripts/linuxcnc proof: what a LinuxCNC with the circuit of share/machines/linuxcnc and a controller do when somebody
+stops, fails or is killed. Each point has a number and gives a line of the table; a point that the table has is not gone
+through again, so that the whole can be split and continued.
 
-proof.py -latch [N] | -follow | "" [N]: starts LinuxCNC as often as it needs by scripts/linuxcnc, and writes a table.
-proof.py inside latch CASE N | inside follow: the part that runs beside one LinuxCNC; a JSON line for each figure."""
+A point that ends with something wrong is listed with it; with --once-more it is gone through again, alone, and the
+second time counts. --sample SEED draws, for tests: 24 points of the sweep, and each of the others once."""
 
+import argparse
+import hashlib
 import json
 import os
-import signal
+import random
 import statistics
 import subprocess
 import sys
-import time
+import traceback
 from pathlib import Path
 
-LIMIT_MS = 200.0
-FOLLOW_LIMIT_MM = 0.05
+import latch
+import sweep
+
 SCRIPT = Path(__file__).resolve().parent.parent / "linuxcnc"
-
-# What is done to whom; whether LinuxCNC survives it; whether the realtime process does, which writes the rows.
-CASES = {
-    "controller KILL": ("controller", signal.SIGKILL, True, True),
-    "controller STOP": ("controller", signal.SIGSTOP, True, True),
-    "ixocut-hal KILL": ("ixocut-hal", signal.SIGKILL, True, True),
-    "ixocut-hal STOP": ("ixocut-hal", signal.SIGSTOP, True, True),
-    "ixocut-hal TERM": ("ixocut-hal", signal.SIGTERM, False, True),
-    "rtapi_app STOP": ("rtapi_app", signal.SIGSTOP, True, False),
-    "rtapi_app KILL": ("rtapi_app", signal.SIGKILL, False, False),
-    "linuxcncrsh KILL": ("linuxcncrsh", signal.SIGKILL, False, False),
-}
+TIMES = 10   # of each failure
+SHARED = 20  # points beside one LinuxCNC
+DRAWN = 24   # of the sweep
+KILLS_IT = {"milltask KILL", "ixocut-hal TERM", "rtapi_app KILL", "linuxcncrsh KILL"}
 
 
-def by_rows(rows, marked_at):
-    """ms from the row of the mark to the first dark one; None: it is not dark, or was not lit."""
-    elapsed = 0.0
-    for light, period in zip(rows["light"][marked_at:], rows["period"][marked_at:]):
-        elapsed += period / 1e6
-        if not light:
-            return elapsed
-    return None
+def points():
+    """(part, what): the same ones in every run."""
+    return ([("sweep", moment) for moment in sweep.moments()]
+            + [("failure", case) for case in sweep.FAILURES for _ in range(TIMES)]
+            + [("latch", case) for case in latch.CASES for _ in range(TIMES)]
+            + [("follow", "")])
 
 
-def latch_once(case, number, mark, sampler, machine):
-    who, what, _, rows_live = CASES[case]
-    controller = machine.Controller()
-    machine.light_up(controller)
-    target = controller.process.pid if who == "controller" else machine.pid_of(who)
-    plant = None if rows_live else machine.PlantBeside()
-    time.sleep(0.05)
-    sampler.take()
-    edges = plant.edges if plant else 0
-    mark.set(True)
-    hit = time.monotonic()
-    os.kill(target, what)
-    pause = 0.2 if number % 2 else 0.6  # before and after ixocut-hal takes the controller for gone
-    time.sleep(pause)
-    lit_again = 0
-    if plant:
-        dark_ms = (plant.last - hit) * 1e3 + 20.0
-        edges = plant.edges
-    if what == signal.SIGSTOP:
-        os.kill(target, signal.SIGCONT)
-    time.sleep(0.5)
-    if plant:
-        plant.end()
-        lit_again = plant.edges - edges
-        lit_before = edges > 0
-    else:
-        rows = sampler.take()
-        at = rows["proof_mark"].index(1.0)
-        lit_before = at > 0 and rows["light"][at - 1] == 1.0
-        dark_ms = by_rows(rows, at)
-        dark_from = next((i for i in range(at, len(rows["light"])) if not rows["light"][i]), len(rows["light"]))
-        lit_again = int(sum(rows["light"][dark_from:]))
-    if lit_before:
-        print(json.dumps({"case": case, "dark_ms": dark_ms, "lit_again": lit_again}), flush=True)
-    if controller.process.poll() is None:
-        controller.process.kill()
-    controller.process.wait()
-    mark.set(False)
-    return lit_before
+def drawn(seed):
+    """The numbers of a part of the points: every procedure and every ending of the sweep, the others once."""
+    rng = random.Random(int.from_bytes(hashlib.sha256(seed.encode()).digest()[:8], "big"))
+    numbers, once = [], {}
+    for number, (part, what) in enumerate(points()):
+        once.setdefault(what[:2] if part == "sweep" else (part, what), []).append(number)
+    pairs = [key for key in once if key[0] in sweep.PROCEDURES]
+    # 8 procedures by 4 endings: three endings of each procedure, another one left out with each.
+    for i, name in enumerate(sweep.PROCEDURES):
+        left_out = sweep.ENDINGS[(rng.randrange(4) + i) % 4]
+        numbers += [rng.choice(once[pair]) for pair in pairs if pair[0] == name and pair[1] != left_out]
+    numbers += [rng.choice(of) for key, of in once.items() if key not in pairs]
+    assert len(numbers) == DRAWN + len(sweep.FAILURES) + len(latch.CASES) + 1
+    return sorted(numbers)
 
 
-def recovered(machine):
-    """A killed ixocut-hal is back under its own name, with every output off and its nets."""
-    def back():
-        shown = subprocess.run(["halcmd", "show", "pin", "ixocut-hal"], capture_output=True, text=True).stdout
-        outputs = [line for line in shown.splitlines() if " OUT " in line]
-        off = all("FALSE" in line or "  0  " in line or "heartbeat" in line for line in outputs)
-        return off and "ixocut-hal.laser ==> laser" in shown
-    machine.until("ixocut-hal is back", back, 5.0, 0.1)
-    machine.until("its socket is back", (machine.FOLDER / "ixocut-hal.sock").exists)
-    time.sleep(0.1)
+# --- beside one LinuxCNC ---
 
-
-def latch_inside(case, times):
+def inside(table, numbers):
     import machine
+    try:  # what measures and what is measured must not come late
+        os.sched_setscheduler(0, os.SCHED_RR, os.sched_param(1))
+    except PermissionError:
+        pass
+    folder = Path(os.environ["XDG_STATE_HOME"]) / "proof"
+    folder.mkdir()
     mark, sampler = machine.Mark(), machine.Sampler()
-    done, tries = 0, 0
-    while done < times and tries < times + 5:
-        tries += 1
-        # On a busy computer a period may come late enough to fell the latch by itself: then nothing was shown.
-        done += latch_once(case, done, mark, sampler, machine)
-        if case == "ixocut-hal KILL":
-            recovered(machine)
-        if CASES[case][2]:
-            machine.until("nobody commands", lambda: not machine.signal_value("ixocut-hal.client"))
-    sampler.end()
+    beside = None
+    for number in numbers:
+        part, what = points()[number]
+        try:
+            if part in ("sweep", "failure"):
+                beside = beside or sweep.Beside(folder, sampler, mark)
+                row = (sweep.sweep if part == "sweep" else sweep.failure)(what, beside)
+            else:
+                if beside:
+                    beside.end()
+                    beside = None
+                row = latch.follow(sampler) if part == "follow" else latch.latch(what, number, sampler, mark)
+        except Exception as error:
+            traceback.print_exc()
+            if (folder / "serve.log").exists():
+                print((folder / "serve.log").read_text()[-2000:], file=sys.stderr)
+            row = {"lit": False, "dark_ms": None, "wrong": [f"{type(error).__name__}: {error}"]}
+        head = {"point": number, "part": part}
+        if part == "sweep":
+            head |= {"procedure": what[0], "ending": what[1], "moment_ms": round(what[2] * 1e3)}
+        elif what:
+            head["case"] = what
+        line = json.dumps(head | row)
+        with open(table, "a", encoding="utf-8") as out:
+            out.write(line + "\n")
+        print(line, flush=True)
+        if any(":" in wrong for wrong in row["wrong"]):
+            return 1  # what comes next would be measured on what this has left
+    return 0
 
 
-def follow_inside(_case, _times):
-    import machine
-    mark = machine.Mark()  # HAL tells values to components only
-    text = machine.TextInterface()
-    controller = machine.Controller()
-    controller.say("rearm")
-    machine.until("the latch is up", lambda: machine.signal_value("beam-latch.ok-out"))
-    text.set("mode mdi")
+# --- the runner ---
 
-    def go(line, joint, target):
-        text.set(f"mdi G90 G21 G94 G53 {line}")
-        if not machine.signal_value("beam-latch.ok-out"):
-            raise RuntimeError("the latch has fallen and holds the axes: the computer is too busy for this proof")
-        machine.until(line, lambda: abs(machine.signal_value(f"joint.{joint}.pos-fb") - target) < 0.005, 30.0)
-
-    sampler = machine.Sampler()
-    go("G1 Z-79.9 F3000", 2, -79.9)
-    rows = sampler.take()
-    errors = [abs(v * (g + 1) / 10 - 1) for v, g in zip(rows["sensor"], rows["gap"]) if 0.05 <= g <= 15]
-    print(json.dumps({"figure": "sensor off its stated curve, %", "worst": 100 * max(errors),
-                      "median": 100 * statistics.median(errors), "limit": 1.0, "rows": len(errors)}), flush=True)
-    go("G1 Z-70 F3000", 2, -70.0)
-    controller.say("set follow-height 1")
-    controller.say("set follow-speed 80")
-    controller.say("set follow 1")
-    machine.until("the height is kept", lambda: abs(machine.signal_value("gap-true.out") - 1) < 0.005)
-    time.sleep(0.3)
-    sampler.take()
-    for way in range(2):
-        target = 3000.0 if way % 2 == 0 else 0.0
-        go(f"G1 X{target} F30000", 0, target)
-    rows = sampler.take()
-    errors = [abs(g - 1) for g in rows["gap"]]
-    speed = max(abs(b - a) / (p / 1e6) * 1e3
-                for a, b, p in zip(rows["x"], rows["x"][1:], [1e6] * len(rows["x"])))
-    print(json.dumps({"figure": f"gap off its 1 mm at {speed:.0f} mm/s over 6 m, mm", "worst": max(errors),
-                      "median": statistics.median(errors), "limit": FOLLOW_LIMIT_MM, "rows": len(errors)}), flush=True)
-    controller.say("set follow 0")
-    controller.say("set follow-clear 1")
-    machine.until("the offset is given back", lambda: abs(machine.signal_value("axis.z.eoffset")) < 1e-6)
-    machine.until("Z is where it was", lambda: abs(machine.signal_value("joint.2.pos-fb") + 70) < 0.005)
-    controller.say("set follow-clear 0")
-    go("G1 Z-10 F3000", 2, -10.0)
-    sampler.end()
-    controller.end()
-    mark.set(False)
+def read(table):
+    """The last row of each point, and how many were gone through more than once."""
+    rows, again = {}, 0
+    for line in open(table, encoding="utf-8") if table.exists() else ():
+        row = json.loads(line)
+        again += row["point"] in rows
+        rows[row["point"]] = row
+    return rows, again
 
 
-def beside(*arguments):
-    """The JSON lines of one part beside a LinuxCNC of its own."""
-    ran = subprocess.run([SCRIPT, sys.executable, __file__, "inside", *map(str, arguments)],
-                         stdout=subprocess.PIPE, text=True)
-    if ran.returncode == 77:
-        sys.exit(77)
-    lines = [json.loads(line) for line in ran.stdout.splitlines() if line.startswith("{")]
-    if ran.returncode != 0:
-        print(f"{' '.join(map(str, arguments))}: ended with {ran.returncode}", file=sys.stderr)
-    return lines, ran.returncode == 0
+def batches(numbers):
+    """What shares a LinuxCNC: so many points, up to one that it does not survive."""
+    batch = []
+    for number in numbers:
+        batch.append(number)
+        if len(batch) == SHARED or points()[number][1] in KILLS_IT:
+            yield batch
+            batch = []
+    if batch:
+        yield batch
 
 
-def proof_latch(times):
-    print(f"{'stopped or killed, beam lit':28} {'times':>5} {'median':>8} {'worst':>8}   lit again", flush=True)
+def go_through(numbers, table):
+    """False: LinuxCNC does not start here."""
+    for batch in batches(numbers):
+        while batch:
+            command = [SCRIPT, sys.executable, __file__, "inside", table, *map(str, batch)]
+            code = subprocess.run(command, stdout=sys.stdout).returncode
+            if code in (70, 77):
+                return code
+            done, _ = read(table)
+            left = [number for number in batch if number not in done]
+            if len(left) == len(batch):
+                return code or 1
+            batch = left
+    return 0
+
+
+def summary(rows, again):
     good = True
-    for case, (_, _, survives, _) in CASES.items():
-        lines = []
-        for part in [times] if survives else [1] * times:
-            more, ran = beside("latch", case, part)
-            lines += more
-            good = good and ran
-        dark = [line["dark_ms"] for line in lines if line["dark_ms"] is not None]
-        again = sum(line["lit_again"] > 0 for line in lines)
-        right = len(dark) == times and max(dark) <= LIMIT_MS and not again
-        good = good and right
-        figures = f"{statistics.median(dark):5.0f} ms {max(dark):5.0f} ms" if dark else f"{'-':>8} {'-':>8}"
-        print(f"{case:28} {len(dark):5} {figures}   {again or 'never'}{'' if right else '   WRONG'}", flush=True)
+    print(f"\n{'':28} {'points':>6} {'lit':>4} {'dark, median':>13} {'worst':>8} {'brakes':>8} {'rest':>8}   wrong")
+
+    def line(name, part):
+        nonlocal good
+        if not part:
+            return
+        dark = [r["dark_ms"] for r in part if r["lit"] and r["dark_ms"] is not None]
+        brake = [r["brake_ms"] for r in part if r.get("brake_ms") is not None]
+        rest = [r["rest_ms"] for r in part if r.get("brake_ms") is not None]
+        wrong = sum(bool(r["wrong"]) for r in part)
+        good = good and not wrong
+        cells = [f"{statistics.median(dark):10.1f} ms {max(dark):5.0f} ms" if dark else f"{'-':>13} {'-':>8}"]
+        cells += [f"{max(values):5.0f} ms" if values else f"{'-':>8}" for values in (brake, rest)]
+        print(f"{name:28} {len(part):6} {sum(r['lit'] for r in part):4} {' '.join(cells)}   {wrong or 'none'}")
+
+    values = list(rows.values())
+    for name in sweep.PROCEDURES:
+        line(name, [r for r in values if r.get("procedure") == name])
+    for how in sweep.ENDINGS:
+        line(f"ended by {how}", [r for r in values if r.get("ending") == how])
+    for part, cases in (("failure", sweep.FAILURES), ("latch", latch.CASES)):
+        for case in cases:
+            line(case, [r for r in values if r["part"] == part and r.get("case") == case])
+    for row in values:
+        for figure in row.get("figures", ()):
+            print(f"{figure['figure']}: median {figure['median']:.4f}, worst {figure['worst']:.4f}, at most"
+                  f" {figure['limit']:g} in {figure['rows']} rows")
+    for row in values:
+        if row["wrong"]:
+            good = False
+            print(f"WRONG at {row['point']}: {', '.join(row['wrong'])}")
+    if again:
+        print(f"gone through more than once: {again}")
     return good
 
 
-def proof_follow():
-    lines, good = beside("follow", "-", 1)
-    for line in lines:
-        right = line["worst"] <= line["limit"]
-        good = good and right
-        print(f"{line['figure']}: median {line['median']:.4f}, worst {line['worst']:.4f}, at most {line['limit']:g}"
-              f" in {line['rows']} rows{'' if right else '   WRONG'}", flush=True)
-    return good and len(lines) == 2
-
-
 def main():
-    if sys.argv[1] == "inside":
-        if os.geteuid() == 0:
-            os.nice(-15)  # as LinuxCNC: what measures must not come late
-        {"latch": latch_inside, "follow": follow_inside}[sys.argv[2]](sys.argv[3], int(sys.argv[4]))
-        return 0
-    times = int(sys.argv[2]) if len(sys.argv) > 2 else 10
-    good = [proof() for name, proof in (("-latch", lambda: proof_latch(times)), ("-follow", proof_follow))
-            if sys.argv[1] in ("", name)]
-    if not good:
-        print(f"there is no proof{sys.argv[1]}; there are proof, proof-latch and proof-follow", file=sys.stderr)
-        return 64
-    return 0 if all(good) else 1
+    if sys.argv[1:2] == ["inside"]:
+        return inside(sys.argv[2], [int(number) for number in sys.argv[3:]])
+    options = argparse.ArgumentParser(prog="scripts/linuxcnc proof", description=__doc__,
+                                      formatter_class=argparse.RawDescriptionHelpFormatter)
+    options.add_argument("--from", dest="first", type=int, default=0, help="the first point (0)")
+    options.add_argument("--to", type=int, default=len(points()), help=f"the point after the last ({len(points())})")
+    options.add_argument("--sample", metavar="SEED", help="only a part of them, drawn by this text")
+    options.add_argument("--once-more", action="store_true", help="go through what was wrong once more")
+    options.add_argument("--table", type=Path, default=Path("linuxcnc-proof.jsonl"), help="a line for each point (%(default)s)")
+    options.add_argument("--show", action="store_true", help="only show what the table has")
+    given = options.parse_args()
+    table = given.table.resolve()
+    if not given.show:
+        chosen = [number for number in (drawn(given.sample) if given.sample else range(len(points())))
+                  if given.first <= number < given.to]
+        done, _ = read(table)
+        if code := go_through([number for number in chosen if number not in done], table):
+            return code
+        if given.once_more:
+            rows, _ = read(table)
+            for number in [n for n, row in rows.items() if row["wrong"]]:
+                subprocess.run([SCRIPT, sys.executable, __file__, "inside", table, str(number)], stdout=sys.stdout)
+    rows, again = read(table)
+    return 0 if summary(rows, again) else 1
 
 
 if __name__ == "__main__":

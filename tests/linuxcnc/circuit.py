@@ -79,19 +79,6 @@ class Script(unittest.TestCase):
         self.assertEqual((socket, float(most)), ("0", 2000.0))
         self.assertFalse(os.path.exists(folder))
 
-    def prove(self, *arguments):
-        ran = subprocess.run([SCRIPT, *arguments], capture_output=True, text=True, timeout=280)
-        print(ran.stdout)
-        if ran.returncode == CANNOT:
-            self.skipTest(ran.stderr)
-        self.assertEqual(ran.returncode, 0, ran.stdout + ran.stderr)
-
-    def test_whatever_is_killed_or_stopped_the_plant_is_dark(self):
-        self.prove("proof-latch", "1")
-
-    def test_the_follower_keeps_its_height(self):
-        self.prove("proof-follow")
-
 
 if __name__ == "__main__":
     unittest.main()

@@ -10,15 +10,17 @@ import unittest
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 SCRIPT = str(ROOT / "scripts" / "linuxcnc")
+CANNOT = 77
 
 PROCEDURES = {
-    "shot": ["shot", "--ms", "300"],
-    "safe-move": ["safe-move", "--x", "500", "--y", "300"],
-    "square": ["square"],
-    "change-nozzle": ["change-nozzle"],
-    "clean-nozzle": ["clean-nozzle-manual"],
-    "capacitance": ["auto-calibrate"],
-    "cover": ["cover"],
+    "shot": ["run", "shot", "--ms", "300"],
+    "safe-move": ["run", "safe-move", "--x", "500", "--y", "300"],
+    "square": ["run", "square"],
+    "change-nozzle": ["run", "change-nozzle"],
+    "clean-nozzle": ["run", "clean-nozzle-manual"],
+    "gas": ["gas", "calibrate", "--gas", "Air", "--nozzle", "S", "--size", "1.5"],
+    "capacitance": ["run", "auto-calibrate"],
+    "cover": ["run", "cover"],
 }
 
 # A line of one journal that the other has not, as a regular expression, and why; at most ten, none about laser or gas.
@@ -49,14 +51,18 @@ class Procedures(unittest.TestCase):
         out = pathlib.Path(cls.folder.name)
         # The simulated machine begins each at X 0, Y 0, Z 0.
         lines = ['"$IXOCUT" run safe-move-xyz --x 0 --y 0 --z 0 --realtime --local >/dev/null; '
-                 f'"$IXOCUT" run {" ".join(call)} --realtime --journal --local --lang en >{out}/{name} 2>&1; '
+                 f'"$IXOCUT" {" ".join(call)} --realtime --journal --local --lang en >{out}/{name} 2>&1; '
                  f'echo "exit $?" >>{out}/{name}' for name, call in PROCEDURES.items()]
-        # A LinuxCNC without a realtime kernel that is not given the processor is away: once more, then.
-        for _ in range(2):
-            subprocess.run([SCRIPT, "bash", "-c", "\n".join(lines)], timeout=140, check=True)
-            cls.texts = {name: (out / name).read_text() for name in PROCEDURES}
-            if all(text.rstrip().endswith("exit 0") for text in cls.texts.values()):
-                break
+        # As LinuxCNC itself where that may be: a controller that is not given the processor has lost it.
+        first = ["chrt", "--rr", "1"]
+        if subprocess.run([*first, "true"], capture_output=True).returncode != 0:
+            first = []
+        ran = subprocess.run([*first, SCRIPT, "bash", "-c", "\n".join(lines)], timeout=240, capture_output=True, text=True)
+        if ran.returncode == CANNOT:
+            raise unittest.SkipTest(ran.stderr)
+        if ran.returncode != 0:
+            raise RuntimeError(ran.stdout + ran.stderr)
+        cls.texts = {name: (out / name).read_text() for name in PROCEDURES}
 
     @classmethod
     def tearDownClass(cls):
@@ -64,7 +70,7 @@ class Procedures(unittest.TestCase):
 
     def simulated(self, call):
         with tempfile.TemporaryDirectory() as state:
-            ran = subprocess.run([os.environ["IXOCUT"], "run", *call, "--journal", "--lang", "en", "--state", state],
+            ran = subprocess.run([os.environ["IXOCUT"], *call, "--journal", "--lang", "en", "--state", state],
                                  capture_output=True, text=True, timeout=120)
             return ran.stdout
 
@@ -75,7 +81,9 @@ class Procedures(unittest.TestCase):
             with self.subTest(name):
                 text = self.texts[name]
                 self.assertTrue(text.rstrip().endswith("exit 0"), text[-2000:])
-                difference = [line for line in difflib.ndiff(commands(self.simulated(call)), commands(text))
+                here, there = commands(self.simulated(call)), commands(text)
+                self.assertTrue(here, "the journal of the simulated machine has no command")
+                difference = [line for line in difflib.ndiff(here, there)
                               if line[0] in "+-" and not any(re.match(p, line[2:]) for p in DIFFERENCES)]
                 self.assertEqual(difference, [])
 

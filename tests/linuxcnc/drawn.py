@@ -1,0 +1,30 @@
+"""A part of scripts/linuxcnc proof, drawn by the commit's hash: 24 ended procedures, each failure and each kill once."""
+import os
+import pathlib
+import subprocess
+import tempfile
+import unittest
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
+CANNOT = 77
+
+
+def commit():
+    ran = subprocess.run(["git", "-C", str(ROOT), "rev-parse", "HEAD"], capture_output=True, text=True)
+    return ran.stdout.strip() or "no commit"
+
+
+class Drawn(unittest.TestCase):
+    def test_every_drawn_point_is_as_it_has_to_be(self):
+        with tempfile.TemporaryDirectory() as folder:
+            ran = subprocess.run([str(ROOT / "scripts" / "linuxcnc"), "proof", "--sample", commit(), "--once-more",
+                                  "--table", os.path.join(folder, "table.jsonl")],
+                                 capture_output=True, text=True, timeout=450)
+        if ran.returncode == CANNOT:
+            self.skipTest(ran.stderr)
+        print(ran.stdout)
+        self.assertEqual(ran.returncode, 0, ran.stdout + ran.stderr)
+
+
+if __name__ == "__main__":
+    unittest.main()
