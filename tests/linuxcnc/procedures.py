@@ -29,8 +29,16 @@ DIFFERENCES = {
 }
 
 
+def told_again(command, found):
+    """What is told again and again counts once; an off is, until it is read back, whatever the other devices are told."""
+    device = command.partition(".")[0]
+    of_device = [other for other in found if other.startswith(device + ".")]
+    is_off = re.search(r"off$|Off$|OutputDA 0\.00$", command)
+    return command in found[-2:] or (is_off and command in of_device[-2:])
+
+
 def commands(text):
-    """The commands from the procedure's start to its end; one that is told again and again counts once."""
+    """The commands from the procedure's start to its end."""
     found, inside = [], False
     for line in text.splitlines():
         entry = re.match(r"\d{8,} (.*)", line)
@@ -38,7 +46,7 @@ def commands(text):
             continue
         inside = (inside or entry[1].startswith("state 20")) and entry[1] != "state 0"
         command = re.match(r"(\w+\.[A-Z]\w+.*)", entry[1])
-        if inside and command and command[1] not in found[-2:]:
+        if inside and command and not told_again(command[1], found):
             found.append(command[1])
     return found
 
