@@ -100,6 +100,10 @@ TRunReport TRunWatch::Report() {
   if (!FCutOff.empty() && !report.Success()) report.Cause = FCutOff;
   report.Steps = FSteps.Items();
   if (FAlarms) report.Alarms = FAlarms->Items();
+  if (report.Cause == BeamCauseText(bcForbidden)) {  // which one the beam's watch does not know
+    const auto last = std::ranges::find(report.Alarms.rbegin(), report.Alarms.rend(), 1, &TRunAlarm::Level);
+    if (last != report.Alarms.rend() && !last->Description.empty()) report.Cause += ": " + last->Description;
+  }
   report.Signals = FController.Journal().Signals().Items();
   const TTimeline timeline(report.Signals, FStartMs, report.EndMs);
   report.Timeline = timeline.Draw();

@@ -235,6 +235,7 @@ TEST_F(StateFramework, EveryEndingHasItsReasonAndStopComesFirst) {
     const char* Name;
     std::function<void()> Cause;
     const char* Step;
+    const char* Why = "";
   };
   const TCase cases[] = {
       {"stop", [&] { Framework->Stop(); }, "step 1"},
@@ -247,14 +248,14 @@ TEST_F(StateFramework, EveryEndingHasItsReasonAndStopComesFirst) {
          Framework->Stop();
        },
        "step 1"},
-      {"alarm check throws", [&] { State().AlarmThrows = true; }, "step 5"},
-      {"update throws", [&] { State().UpdateThrows = true; }, "step 5"},
+      {"alarm check throws", [&] { State().AlarmThrows = true; }, "step 5", "alarm check"},
+      {"update throws", [&] { State().UpdateThrows = true; }, "step 5", "update"},
       {"device throws",
        [&] {
          device.Throws = true;
          State().SetBusy(device, -1);
        },
-       "step 5"},
+       "step 5", "device"},
       {"time limit",
        [&] {
          State().SetBusy(device, 5);
@@ -262,7 +263,7 @@ TEST_F(StateFramework, EveryEndingHasItsReasonAndStopComesFirst) {
        },
        "step 5"},
   };
-  for (const auto& [name, cause, step] : cases) {
+  for (const auto& [name, cause, step, why] : cases) {
     device = {};
     State().StateAlarm = State().AlarmThrows = State().UpdateThrows = false;
     Enter();
@@ -271,6 +272,7 @@ TEST_F(StateFramework, EveryEndingHasItsReasonAndStopComesFirst) {
     std::erase(GStory, "stop exec");
     Pass();
     EXPECT_EQ(GStory, (TTexts{step, "leave to 0"})) << name;
+    EXPECT_EQ(Framework->EndCause(), why) << name;
     EXPECT_EQ(Framework->CurrentState(), nsStandby) << name;
   }
 }

@@ -222,7 +222,10 @@ void TNcStateFramework::Pass(TMail& mail, std::uint32_t& loopDelay) {
     FCurrent.load(std::memory_order_relaxed)->UpdateThread(loopDelay);
   } catch (...) {
     LogGuarded("UpdateThread", std::current_exception());
-    if (reason == srDone) reason = srError;
+    if (reason == srDone) {
+      FEndCause = DescribeException(std::current_exception());
+      reason = srError;
+    }
   }
   if (reason != srDone || BusyMet(reason)) Tick(reason);
   if (FChange) EndState(reason);
@@ -293,12 +296,14 @@ std::int32_t TNcStateFramework::AbortReason(TMail& mail) {
   FEndCause.clear();
   bool alarm = false;
   std::int32_t fault = srDone;
+  std::string faultText;
   bool gasMissing = false;
   try {
     alarm = AlarmStands(mail);
     gasMissing = FGasWatch.Round(FWatch, ByHand(CurrentState()), Clock().MonotonicMs());
   } catch (...) {
     LogGuarded("alarm check", std::current_exception());
+    faultText = DescribeException(std::current_exception());
     fault = srError;
   }
   const bool forbidden =
@@ -317,7 +322,10 @@ std::int32_t TNcStateFramework::AbortReason(TMail& mail) {
   }
   if (alarm) return srAlarm;
   if (dark != srDone) return dark;
-  if (fault != srDone) return fault;
+  if (fault != srDone) {
+    FEndCause = std::move(faultText);
+    return fault;
+  }
   if (gasMissing) {
     FEndCause = Show(SGasSupplyLow, static_cast<int>(TGasWatch::kLimitMs));
     return srError;
@@ -362,6 +370,7 @@ bool TNcStateFramework::BusyMet(std::int32_t& reason) {
     if (met) return true;
   } catch (...) {
     LogGuarded("busy condition", std::current_exception());
+    FEndCause = DescribeException(std::current_exception());
     reason = srError;
     return true;
   }
