@@ -5,15 +5,26 @@
 #include <limits>
 #include <utility>
 
+#include "ixocamglue/platform/alarms/NcAlarmManager.h"
 #include "ixocamglue/platform/states/NcState.h"
 #include "ixocamglue/platform/xml/MachineConfig.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
 namespace {
 
 constexpr double kFullScaleV = 10.0;
 constexpr double kNoNumber = std::numeric_limits<double>::quiet_NaN();
+constexpr double kLowShare = 0.8;        // of the pressure that was put out
+constexpr std::uint64_t kLowMs = 2'000;  // so long it may take to come, beside the valve's own time
+
+std::vector<TNcSimpleAlarmSource::TRow> LowRows(const std::vector<TGasLine>& lines) {
+  std::vector<TNcSimpleAlarmSource::TRow> rows;
+  for (const TGasLine& line : lines)
+    rows.push_back({line.GasType, naForbidCut, Format(Tr("gas pressure low, gas type %d"), line.GasType)});
+  return rows;
+}
 
 }  // namespace
 
@@ -24,14 +35,22 @@ TPointGas::TPointGas(TComposedCore& core, std::vector<TGasLine> lines, IMachineP
       FLines(std::move(lines)),
       FSupply(supply),
       FSwitchMs(switchMs),
+      FAlarms("TPGas", LowRows(FLines)),
       FBranch(FLines.empty() ? 0 : FLines.front().GasType) {}
 
 TPointGas::~TPointGas() {
-  Begin();
+  Shut();
+  if (FBegun) FCore.Context.Alarms.RemoveSource(FAlarms);
   if (TNcWatch* const watch = NcWatch()) watch->GasOn.End();
 }
 
 void TPointGas::Begin() {
+  FCore.Context.Alarms.AddSource(FAlarms);
+  FBegun = true;
+  Shut();
+}
+
+void TPointGas::Shut() {
   TGuard guard(FCore.Lock);
   ShutLocked();
   LookLocked();
@@ -87,6 +106,7 @@ void TPointGas::SelectBranch(std::int32_t branch) {
     ShutLocked();
     FRaw = false;
     FBranch = branch;
+    FEnoughAtMs = FCore.Now();
     FSwitchedAtMs = FCore.Now() + FSwitchMs;
     LimitPressure();
     PutPressure();
@@ -210,6 +230,7 @@ void TPointGas::LookLocked() {
   bool good = !FSupply;
   WhereReached([&] { good = good || FSupply->IsOn(); });
   FSupplyGood.store(good, std::memory_order_release);
+  LookAtPressure();
   bool open = FOn || FShown;
   if (!FOn) WhereReached([&] { open = AnyOpen(); });
   if (open == FShown) return;
@@ -222,6 +243,20 @@ void TPointGas::LookLocked() {
     FCore.Signal(sgGas, false);
     if (watch) watch->GasOn.End();
   }
+}
+
+void TPointGas::LookAtPressure() {
+  const TGasLine* const line = Line(FBranch);
+  const bool told = FOn && !FRaw && FSetBar > 0.0 && line && line->Pressure && (line->SetPoint || line->HasVolt);
+  bool low = false;
+  if (told && !WhereReached([&] { low = line->Pressure->Read() < kLowShare * FSetBar; })) return;
+  const std::uint64_t now = FCore.Now();
+  if (!low) FEnoughAtMs = now;
+  const std::int32_t type = now - FEnoughAtMs > kLowMs + FSwitchMs ? FBranch : 0;
+  if (type == FLow) return;
+  if (FLow != 0) FAlarms.Set(FLow, false);
+  if (type != 0) FAlarms.Set(type, true);
+  FLow = type;
 }
 
 void TPointGas::ShowOn() { FCore.Signal(sgGas, true, FBranch, FSetBar); }

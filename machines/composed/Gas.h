@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "ixocamglue/platform/alarms/NcSimpleAlarmSource.h"
 #include "machines/composed/Core.h"
 
 namespace ixocamglue {
@@ -46,13 +47,14 @@ struct TGasLine {
 // table. A branch whose voltage has no table that is in use cannot be given a pressure: it answers 0, which ends the
 // step that asked for it. With neither, the pressure is what somebody has set by hand, and any is taken as good.
 // OutputDA drives the proportional valve itself until the next pressure or another branch. What is left is shut first.
-// Off is acknowledged by the valves as they are read back.
+// Off is acknowledged by the valves as they are read back. Where a pressure was put out and a sensor stays below 80 %
+// of it, the alarm TPGas stands.
 class TPointGas final : public TComposedGas {
  public:
   TPointGas(TComposedCore& core, std::vector<TGasLine> lines, IMachinePoint* supply, std::uint64_t switchMs);
   ~TPointGas() override;
 
-  // Everything shut.
+  // Everything shut. The alarm package asks from here on.
   void Begin();
 
   bool IsBusy() override;
@@ -74,7 +76,9 @@ class TPointGas final : public TComposedGas {
  private:
   [[nodiscard]] TGasLine* Line(std::int32_t branch);
   [[nodiscard]] bool AnyOpen();
+  void Shut();
   void LookLocked() IXO_REQUIRES(FCore.Lock);
+  void LookAtPressure() IXO_REQUIRES(FCore.Lock);
   void ShutLocked() IXO_REQUIRES(FCore.Lock);
   void LimitPressure() IXO_REQUIRES(FCore.Lock);
   void PutPressure() IXO_REQUIRES(FCore.Lock);
@@ -85,6 +89,8 @@ class TPointGas final : public TComposedGas {
   std::vector<TGasLine> FLines;
   IMachinePoint* const FSupply;
   const std::uint64_t FSwitchMs;
+  TNcSimpleAlarmSource FAlarms;
+  bool FBegun = false;
   std::atomic<bool> FSupplyGood{true};
   bool FOn IXO_GUARDED_BY(FCore.Lock) = false;     // told
   bool FShown IXO_GUARDED_BY(FCore.Lock) = false;  // told to be on, or read back so
@@ -93,6 +99,8 @@ class TPointGas final : public TComposedGas {
   double FSetBar IXO_GUARDED_BY(FCore.Lock) = 0.0;
   double FVolt IXO_GUARDED_BY(FCore.Lock) = 0.0;  // put out to the selected branch
   std::uint64_t FSwitchedAtMs IXO_GUARDED_BY(FCore.Lock) = 0;
+  std::uint64_t FEnoughAtMs IXO_GUARDED_BY(FCore.Lock) = 0;  // the pressure was not too low
+  std::int32_t FLow IXO_GUARDED_BY(FCore.Lock) = 0;          // the gas type whose pressure is too low; 0: none
 };
 
 // A driver's own supply.

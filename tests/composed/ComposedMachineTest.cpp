@@ -199,6 +199,29 @@ TEST_F(ComposedMachineTest, PressuresGoOutAsBarByTheTableOrNotAtAll) {
   EXPECT_EQ(FBench.Value("v1") + FBench.Value("da1"), 0.0);
 }
 
+TEST_F(ComposedMachineTest, APressureThatStaysTooLowIsAnAlarmUntilItIsEnough) {
+  Ready();
+  TGasBranchConfig& branch = *MachineConfig()->GetGasBranch(1);
+  branch.DAAdjustEnabled = true;
+  branch.DAAdjustTable.Add(0, 1);
+  branch.DAAdjustTable.Add(8, 9);
+  const auto stands = [&](std::uint64_t afterMs) {
+    FController->RunFor(afterMs);
+    return std::ranges::any_of(FController->Alarms().Standing(),
+                               [](const auto& alarm) { return alarm.IdPrefix == "TPGas"; });
+  };
+  FBench.Set("bar1", 1.0);
+  EXPECT_EQ(Run("gas-on", {1, 4}), "success");
+  EXPECT_FALSE(stands(1000)) << "it has not had its time";
+  EXPECT_TRUE(stands(2000));
+  FBench.Set("bar1", 3.9);
+  EXPECT_FALSE(stands(500));
+  FBench.Set("bar1", 1.0);
+  EXPECT_TRUE(stands(3000));
+  EXPECT_EQ(Run("gas-off"), "success");
+  EXPECT_FALSE(stands(500));
+}
+
 TEST_F(ComposedMachineTest, PortsAndPalletsAreThePointsThatTheFileNames) {
   Ready();
   EXPECT_EQ(CutSystem()->SwitchTable()->GetValue("DockedTable", 7), 2);
