@@ -51,6 +51,7 @@ struct TCalibrateOptions : TControllerSettings {
   std::string Method = "exact";
   bool Descend = false;
   bool Keep = false;
+  bool Journal = false;
   std::vector<std::string> Faults;
   bool Json = false;
 };
@@ -212,6 +213,8 @@ int TCalibrate::Run() {
   FController.StopThreads();  // where the state thread hangs, what was measured is still its own
   FJob.Conclude();
 
+  if (FOptions.Journal)
+    for (const std::string& line : FController.Journal().Lines()) FConsole.Say(line);
   FConsole.Say("");
   for (const std::string& line : Table(results)) FConsole.Say(line);
   for (const TGasResult& result : results) {
@@ -300,6 +303,8 @@ int CalibrateThere(const TCalibrateOptions& options, TWireClient& client, std::o
         }
       });
   bar.Clear();
+  if (options.Journal)
+    for (const std::string& line : run.Report.Journal) console.Say(line);
   nlohmann::ordered_json told = run.Json.at("result");
   // The verdict once more, in the language of this terminal.
   const TWireAnswer verdict = client.AskAny("GET", "/api/v1/gas/verdict?run=" + std::to_string(run.Id));
@@ -368,6 +373,7 @@ void AddGasCalibrateCommand(CLI::App& gas, TCommandRun& run) {
   command->add_flag("--descend", options->Descend, Tr("Measure the same voltages once more downwards, for the record"))
       ->needs(record);
   command->add_flag("--keep", options->Keep, Tr("Store a calibration all the same whose verdict is bad"));
+  command->add_flag("--journal", options->Journal, Tr("Show the machine's journal: every command and what came of it"));
   std::vector<std::string> faults;
   for (const TMachineFault& fault : MachineFaults())
     if (std::string_view(fault.Name).starts_with("gas.")) faults.emplace_back(fault.Name);
