@@ -14,6 +14,7 @@
 #include <nlohmann/json.hpp>
 
 #include "controller/Controller.h"
+#include "controller/LaserLatch.h"
 #include "controller/SignalStop.h"
 #include "controller/StateFolder.h"
 #include "controller/procedures/ProcedureRun.h"
@@ -41,6 +42,7 @@ constexpr double kTryVolt = 1.0;
 constexpr std::uint64_t kReadMs = 1000;  // for what was put out to show
 constexpr std::uint64_t kMoveLimitMs = 30'000;
 constexpr std::uint64_t kAnswerMs = 5000;  // of the state thread
+constexpr std::uint64_t kLatchMs = 3000;   // until a latch that was set is up; what stays down refuses by itself
 constexpr std::uint32_t kRoundMs = 20;
 
 struct TTryOptions : TControllerSettings {
@@ -108,6 +110,7 @@ class TTryRun {
     }
     const TMotionCall call{row, std::move(values), {}};
     for (const TMotionParam& param : row->Params) call.Check(param, FController.Limits().Bounds).OrThrow(pbRefused);
+    SetLatch();
     FController.Start(ShareRoot(call.Make(nullptr))).OrThrow(pbRefused);
     const std::uint64_t end = Clock().MonotonicMs() + kMoveLimitMs;
     bool stopped = false;
@@ -130,6 +133,14 @@ class TTryRun {
   }
 
  private:
+  // A source's own latch may hold the axes, too; it is down as long as no controller lives, and after each end.
+  void SetLatch() {
+    if (!LatchReason()) return;
+    FController.ResetLatch().OrThrow(pbRefused);
+    for (const std::uint64_t end = Clock().MonotonicMs() + kLatchMs; LatchReason() && Clock().MonotonicMs() < end;)
+      Wait(kRoundMs);
+  }
+
   TController FController;
 };
 
