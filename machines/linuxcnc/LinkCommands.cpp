@@ -117,8 +117,11 @@ void TLncLink::CarryOutAbort() {
   }
   FActive.reset();
   std::string why;
-  // It refuses an abort only while its machine is off, and nothing moves then.
-  if (!Command("abort", why) && !FCommands.IsOpen()) return;
+  // It refuses an abort only while its machine is off, and nothing moves then; else once more, with the axes held.
+  if (!Command("abort", why) && (!FCommands.IsOpen() || Status().On)) {
+    Clock().Pause(FStop, 5);
+    return;
+  }
   const std::uint64_t end = Clock().MonotonicMs() + kRestLimitMs;
   while (!AllRest() && Clock().MonotonicMs() < end && !Clock().Pause(FStop, 5)) {
   }

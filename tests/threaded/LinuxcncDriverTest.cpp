@@ -120,6 +120,7 @@ TEST_F(LinuxcncDriver, AStopHoldsAtOnceAndLetsGoOnlyAfterTheAbort) {
   Motion.MoveXY({3000.0, 0.0}, 300.0);
   ASSERT_TRUE(Comes([&] { return Cnc.At(laX) > 20.0; }));
   Focus.MoveFocus(5.0, 0.0);  // waits behind it
+  Cnc.RefusedAborts = 3;
   Motion.StopAll(0);
   ASSERT_TRUE(Comes([&] { return Cnc.Output("inhibit") != 0.0; }, 100));
   const double at = Cnc.At(laX);
