@@ -117,9 +117,7 @@ void TLncFollower::StartCalibrate() { Begin(TPhase::Down, FLink.Config().PlateTo
 
 // The loop needs LinuxCNC in a mode that coordinates its axes: a move without a line sees to it.
 void TLncFollower::Begin(TPhase phase, double heightMm) {
-  if (!FLink.Homed(laZ))
-    throw std::runtime_error(
-        Format(Tr("axis %s of LinuxCNC is not homed; home it there, or by \"ixocut machine home\""), AxisName(laZ)));
+  FLink.RequireHomed(laZ);
   const double from = GetZ();
   std::uint32_t order = 0;
   {

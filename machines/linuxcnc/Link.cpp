@@ -27,6 +27,11 @@ constexpr std::uint64_t kRestMs = 50;  // an axis that has not moved for so long
 
 constexpr TNcWatchAxis kWatched[] = {waX, waY, waZ, waFocus};
 
+[[noreturn]] void ThrowNotHomed(TLncAxis axis) {
+  throw std::runtime_error(
+      Format(Tr("axis %s of LinuxCNC is not homed; home it there, or by \"ixocut machine home\""), AxisName(axis)));
+}
+
 }  // namespace
 
 TLncLink::TLncLink(const TLncConfig& config, IDriverEvents& events)
@@ -147,6 +152,10 @@ void TLncLink::RequireFresh() const {
   throw EDeviceAway(why.empty() ? Tr("what ixocut-hal has said is too old") : why);
 }
 
+void TLncLink::RequireHomed(TLncAxis axis) const {
+  if (!Homed(axis)) ThrowNotHomed(axis);
+}
+
 double TLncLink::Pos(TLncAxis axis) const {
   RequireFresh();
   return At(axis);
@@ -223,15 +232,11 @@ void TLncLink::JogUnhomed(TLncUnit unit, TLncAxis axis, double way, double speed
 void TLncLink::Enqueue(TJob job) {
   const TLncUnit unit = job.Move.Unit;
   const bool jogs = job.JogAxis != kLncAxes;
-  for (const TLncMove::TTarget& target : job.Move.Targets)
-    if (!Homed(target.Axis))
-      throw std::runtime_error(Format(
-          Tr("axis %s of LinuxCNC is not homed; home it there, or by \"ixocut machine home\""), AxisName(target.Axis)));
+  for (const TLncMove::TTarget& target : job.Move.Targets) RequireHomed(target.Axis);
   TGuard guard(FLock);
   if (!FAway.empty()) throw EDeviceAway(FAway);
   if (const std::string why = NotReadyLocked(); !why.empty()) throw std::runtime_error(why);
-  if (jogs && FState.load(std::memory_order_acquire) != StateNumber(csJogging))
-    throw std::runtime_error(Tr("an axis that is not homed is moved by its jog keys only"));
+  if (jogs && FState.load(std::memory_order_acquire) != StateNumber(csJogging)) ThrowNotHomed(job.JogAxis);
   const bool before = FActiveUnit == unit ||
                       std::ranges::any_of(FWaiting, [&](const TJob& waiting) { return waiting.Move.Unit == unit; });
   if (before) BeginStop(1U << unit);

@@ -102,7 +102,8 @@ class TLncLink {
   [[nodiscard]] THalClient& Hal() { return FHal; }
   [[nodiscard]] const THalClient& Hal() const { return FHal; }
   [[nodiscard]] const TLncConfig& Config() const { return FConfig; }
-  void RequireFresh() const;  // throws EDeviceAway where what HAL has said is too old
+  void RequireFresh() const;               // throws EDeviceAway where what HAL has said is too old
+  void RequireHomed(TLncAxis axis) const;  // throws with what is to be done
   // An abort, then the latch's rearm edge; the beam has to be off.
   void Rearm();
   [[nodiscard]] bool RearmDue() const;

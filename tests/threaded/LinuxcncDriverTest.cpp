@@ -182,7 +182,7 @@ TEST_F(LinuxcncDriver, WhatIsNotReadyMovesNothingAndSaysWhatIsToBeDone) {
   EXPECT_THAT(move(), HasSubstr("latch in HAL is down"));
   Cnc.Latch = true, Cnc.Homed = false;
   ASSERT_TRUE(Comes([&] { return Link.Hal().IsOn(kPinLatch) && !Link.Homed(laX); }));
-  EXPECT_THAT(move(), HasSubstr("jog keys only"));
+  EXPECT_THAT(move(), HasSubstr("X of LinuxCNC is not homed")) << "only its jog keys move it";
   EXPECT_THAT(Refused([&] { Focus.MoveFocus(1.0, 0.0); }), HasSubstr("Focus of LinuxCNC is not homed"));
   EXPECT_THAT(Refused([&] { Follower.Follow(1.0); }), HasSubstr("Z of LinuxCNC is not homed"));
   EXPECT_THAT(Cnc.Told(), IsEmpty());
