@@ -16,67 +16,15 @@ namespace {
 constexpr double kBandMm = 0.05;            // within it a height counts as reached
 constexpr double kBottomMm = 0.1;           // before the end of the axis
 constexpr std::uint32_t kRestSamples = 20;  // one a frame: 200 ms
-constexpr std::int32_t kWorstLevel = 4;
 
-// 1 is best; by the spread as a share of the whole range.
-std::int32_t Level(double spread, double range) {
-  if (!(range > 0.0)) return kWorstLevel;
-  std::int32_t level = 1;
-  for (const double share : {0.005, 0.02, 0.06})
-    if (spread > share * range) ++level;
-  return level;
+// As shares of what the sensor has shown; where it has shown nothing else than one value, all are too much.
+TSensorJudgement::TLimits LimitsOf(const TSensorJudgement& judgement) {
+  const double range = judgement.Range();
+  if (!(range > 0.0)) return {-1.0, -1.0, -1.0};
+  return {0.005 * range, 0.02 * range, 0.06 * range};
 }
 
 }  // namespace
-
-void TSensorJudgement::See(double value) {
-  FLeast = FSeen == 0 ? value : std::min(FLeast, value);
-  FMost = FSeen == 0 ? value : std::max(FMost, value);
-  ++FSeen;
-}
-
-void TSensorJudgement::Approaching(double value) {
-  See(value);
-  FWorstDrop = std::max(FWorstDrop, FMost - value);
-}
-
-void TSensorJudgement::Resting(double value) {
-  See(value);
-  FRestLeast = FRested == 0 ? value : std::min(FRestLeast, value);
-  FRestMost = FRested == 0 ? value : std::max(FRestMost, value);
-  FRestSum += value;
-  ++FRested;
-}
-
-TNcCaliResult TSensorJudgement::Result(bool plateFound) const {
-  TNcCaliResult result;
-  result.CaliCapRange = FMost - FLeast;
-  if (!plateFound || FRested == 0) {
-    result.Cap = FMost;
-    result.ErrorType = jeNoPlate;
-    return result;
-  }
-  const double spread = FRestMost - FRestLeast;
-  result.Cap = FRestSum / FRested;
-  result.SteadyLv = Level(spread, result.CaliCapRange);
-  result.SmoothLv = Level(FWorstDrop - spread, result.CaliCapRange);  // noise alone makes no curve uneven
-  if (result.SteadyLv >= kWorstLevel)
-    result.ErrorType = jeNoisy;
-  else if (result.SmoothLv >= kWorstLevel)
-    result.ErrorType = jeNotSmooth;
-  return result;
-}
-
-const char* TSensorJudgement::ErrorText(std::int32_t error) {
-  switch (error) {
-    case jeGood: return "good";
-    case jeNoPlate: return TrMark("no plate found");
-    case jeNoisy: return TrMark("the signal is noisy");
-    case jeNotSmooth: return TrMark("the curve is not smooth");
-    case jeInterrupted: return TrMark("interrupted");
-    default: return "unknown";
-  }
-}
 
 bool TLncFollower::IsBusy() {
   const bool moves = FLink.Busy(luZ);
@@ -129,7 +77,7 @@ void TLncFollower::Begin(TPhase phase, double heightMm) {
     FLoopOn = false;
     FHeight = heightMm;
     FFromZ = from;
-    FJudgement = {};
+    FJudgement.Begin();
     if (phase == TPhase::Down)
       FResult = {.Cap = 0.0, .CaliCapRange = 0.0, .ErrorType = TSensorJudgement::jeInterrupted};
   }
@@ -224,7 +172,7 @@ void TLncFollower::Take(std::uint64_t) {
       case TPhase::Up: break;
     }
     if (rise) {
-      FComing = FJudgement.Result(FPhase == TPhase::Resting);
+      FComing = FJudgement.Result(FPhase == TPhase::Resting, LimitsOf(FJudgement));
       FPhase = TPhase::Up;
     }
   }

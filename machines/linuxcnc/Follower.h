@@ -10,30 +10,11 @@
 #include <cstdint>
 #include <string>
 
+#include "ixocamglue/platform/SensorJudgement.h"
 #include "ixocamglue/platform/ports/CutSystem.h"
 #include "machines/linuxcnc/Link.h"
 
 namespace ixocamglue {
-
-// Judges the values of a sensor over one calibration: those of the way down, then those at rest.
-class TSensorJudgement {
- public:
-  enum TError : std::int32_t { jeGood, jeNoPlate, jeNoisy, jeNotSmooth, jeInterrupted };
-
-  void Approaching(double value);
-  void Resting(double value);
-  [[nodiscard]] std::uint32_t Rested() const { return FRested; }
-  [[nodiscard]] TNcCaliResult Result(bool plateFound) const;
-  [[nodiscard]] static const char* ErrorText(std::int32_t error);  // a literal, for Tr
-
- private:
-  void See(double value);
-
-  double FLeast = 0.0, FMost = 0.0;  // of all
-  double FWorstDrop = 0.0;           // below the highest so far, on the way down
-  double FRestLeast = 0.0, FRestMost = 0.0, FRestSum = 0.0;
-  std::uint32_t FSeen = 0, FRested = 0;
-};
 
 class TLncFollower final : public TNcFollower {
  public:

@@ -1,4 +1,4 @@
-// The nozzle's capacitance over the plate, and what a height calibration makes of it. Heights mm, capacitances pF.
+// The nozzle's capacitance over the plate. Heights mm, capacitances pF.
 //
 // C(h) falls with the distance, steeply near the plate and hardly beyond kReach. Each measurement carries noise that
 // the seed decides, bounded so that an undisturbed sensor never misjudges a height by chance. Used with the core's lock
@@ -7,7 +7,6 @@
 
 #include <cstdint>
 
-#include "ixocamglue/platform/ports/CutSystem.h"
 #include "machines/simulated/Random.h"
 
 namespace ixocamglue {
@@ -33,29 +32,6 @@ class TCapacitance {
   TSimRandom FRandom;
   double FNoise = kNoise;
   double FRipple = 0.0;
-};
-
-// Judges the samples of one calibration: first those of the way down, then those at rest on the plate.
-class TCapJudgement {
- public:
-  enum TError : std::int32_t { ceGood, ceNoPlate, ceNoisy, ceNotSmooth, ceInterrupted };
-
-  void Begin() { *this = {}; }
-  void Approaching(double capacitance);
-  void Resting(double capacitance);
-
-  [[nodiscard]] std::uint32_t Rested() const { return FRested; }  // samples at rest
-  [[nodiscard]] TNcCaliResult Result(bool plateFound) const;
-  [[nodiscard]] static const char* ErrorText(std::int32_t error);
-
- private:
-  void See(double capacitance);
-
-  double FLeast = 0.0, FMost = 0.0;  // of all samples
-  double FWorstDrop = 0.0;           // below the highest so far, on the way down
-  double FRestLeast = 0.0, FRestMost = 0.0, FRestSum = 0.0;
-  std::uint32_t FSeen = 0;
-  std::uint32_t FRested = 0;
 };
 
 }  // namespace ixocamglue

@@ -9,6 +9,9 @@
 namespace ixocamglue {
 namespace {
 
+// A sound sensor's spread is twice its noise.
+constexpr TSensorJudgement::TLimits kSpreads{3.0 * TCapacitance::kNoise, 10.0 * TCapacitance::kNoise,
+                                             30.0 * TCapacitance::kNoise};
 constexpr double kFollowBand = 0.02;         // mm; a height error within is left alone
 constexpr double kSearchSpeed = 100.0;       // mm/s, while the plate is out of the sensor's reach
 constexpr double kProbeSpeed = 20.0;         // mm/s
@@ -89,14 +92,14 @@ void TSimFollower::StartCalibrate() {
   FCali = TCali::Down;
   FCaliFromZ = FZ.Pos();
   FJudgement.Begin();
-  FResult = {.Cap = 0.0, .CaliCapRange = 0.0, .ErrorType = TCapJudgement::ceInterrupted};
+  FResult = {.Cap = 0.0, .CaliCapRange = 0.0, .ErrorType = TSensorJudgement::jeInterrupted};
   FCore.Event(FDevice, "calibrating");
   GoDown();
 }
 
 TNcCaliResult TSimFollower::GetCaliResult() {
   if (!FCore.Gate.Enter(FDevice, "GetCaliResult", vkRead))
-    return {.Cap = 0.0, .CaliCapRange = 0.0, .ErrorType = TCapJudgement::ceInterrupted};
+    return {.Cap = 0.0, .CaliCapRange = 0.0, .ErrorType = TSensorJudgement::jeInterrupted};
   const TSimScope scope(FCore);
   return FResult;
 }
@@ -219,7 +222,7 @@ void TSimFollower::GoDown() {
 }
 
 void TSimFollower::Return(bool plateFound) {
-  FComing = FJudgement.Result(plateFound);
+  FComing = FJudgement.Result(plateFound, kSpreads);
   FCali = TCali::Up;
   FZ.Start(FCaliFromZ, kSearchSpeed);
 }
@@ -229,7 +232,7 @@ void TSimFollower::EndCalibration() {
   FResult = FComing;
   FCore.Event(FDevice, Format("calibration ended: cap %.3f, range %.3f, steady %d, smooth %d, error %d %s", FResult.Cap,
                               FResult.CaliCapRange, FResult.SteadyLv, FResult.SmoothLv, FResult.ErrorType,
-                              TCapJudgement::ErrorText(FResult.ErrorType)));
+                              TSensorJudgement::ErrorText(FResult.ErrorType)));
 }
 
 void TSimFollower::Interrupt() {

@@ -9,6 +9,7 @@
 
 #include <cstdint>
 
+#include "ixocamglue/platform/SensorJudgement.h"
 #include "ixocamglue/platform/ports/CutSystem.h"
 #include "ixocamglue/support/Texts.h"
 #include "machines/simulated/Axes.h"
@@ -39,7 +40,7 @@ class TSimFollower final : public TNcFollower, public ISimPart {
   double GetSafeZ() override;
   void StartCalibrate() override;
   TNcCaliResult GetCaliResult() override;
-  std::string CaliErrorText(std::int32_t errorType) override { return Tr(TCapJudgement::ErrorText(errorType)); }
+  std::string CaliErrorText(std::int32_t errorType) override { return Tr(TSensorJudgement::ErrorText(errorType)); }
 
   // --- by hand; any thread ---
   void PlaceZ(double mm);   // at rest there at once
@@ -83,8 +84,8 @@ class TSimFollower final : public TNcFollower, public ISimPart {
   TCali FCali IXO_GUARDED_BY(FCore.Lock) = TCali::Idle;
   bool FCaliStuck IXO_GUARDED_BY(FCore.Lock) = false;
   double FCaliFromZ IXO_GUARDED_BY(FCore.Lock) = 0.0;
-  TCapJudgement FJudgement IXO_GUARDED_BY(FCore.Lock);
-  TNcCaliResult FResult IXO_GUARDED_BY(FCore.Lock){.ErrorType = TCapJudgement::ceInterrupted};
+  TSensorJudgement FJudgement IXO_GUARDED_BY(FCore.Lock);
+  TNcCaliResult FResult IXO_GUARDED_BY(FCore.Lock){.ErrorType = TSensorJudgement::jeInterrupted};
   TNcCaliResult FComing IXO_GUARDED_BY(FCore.Lock);  // valid on the way up
 };
 
