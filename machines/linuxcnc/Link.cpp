@@ -286,11 +286,16 @@ void TLncLink::BeginStop(unsigned units) {
     moving = moving || (!Rests(unit) && !(unit == luZ && FHal.IsOn(kPinFollow)));
   }
   if (!moving && FAway.empty()) return;
+  Mark(true);
   FHal.Set(kPinStop, 1.0);
   FStopping |= units;
   FAbortDue = true;
   ++FStops;
   FWake.notify_all();
+}
+
+void TLncLink::Mark(bool on) {
+  if (FHal.Pin(kPinMark)) FHal.Set(kPinMark, on ? 1.0 : 0.0);
 }
 
 // --- away and back ---

@@ -155,6 +155,7 @@ class TLncLink {
 
   void Enqueue(TJob job);
   void BeginStop(unsigned units) IXO_REQUIRES(FLock);
+  void Mark(bool on);
   [[nodiscard]] std::string NotReadyLocked() const IXO_REQUIRES(FLock);
   [[nodiscard]] bool Rests(TLncUnit unit) const;
   [[nodiscard]] bool AllRest() const;

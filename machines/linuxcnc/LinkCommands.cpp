@@ -131,6 +131,7 @@ void TLncLink::CarryOutAbort() {
   FAbortDue = false;
   FStopping = 0;
   FHal.Set(kPinStop, 0.0);
+  Mark(false);
   if (FRearmDue) FHal.Rearm();
   FRearmDue = false;
 }

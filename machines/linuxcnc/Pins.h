@@ -14,6 +14,7 @@ inline constexpr std::string_view kPinFollow = "follow";             // the heig
 inline constexpr std::string_view kPinFollowSpeed = "follow-speed";  // the loop goes no faster, mm/s
 inline constexpr std::string_view kPinHeight = "follow-height";      // what it keeps, mm
 inline constexpr std::string_view kPinClear = "follow-clear";        // takes Z's offset back
+inline constexpr std::string_view kPinMark = "mark";  // rises with each stop; only for who measures, and may be missing
 // Inputs.
 inline constexpr std::string_view kPinLatch = "latch";  // the beam's latch is set
 inline constexpr std::string_view kPinEnabled = "motion-enabled";

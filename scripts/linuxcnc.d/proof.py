@@ -141,8 +141,8 @@ def summary(rows, again):
         if not part:
             return
         dark = [r["dark_ms"] for r in part if r["lit"] and r["dark_ms"] is not None]
-        brake = [r["brake_ms"] for r in part if r.get("brake_ms") is not None]
-        rest = [r["rest_ms"] for r in part if r.get("brake_ms") is not None]
+        brake = [r["asked_ms"] for r in part if r.get("asked_ms") is not None]
+        rest = [r["rest_ms"] for r in part if r.get("asked_ms") is not None]
         wrong = sum(bool(r["wrong"]) for r in part)
         good = good and not wrong
         cells = [f"{statistics.median(dark):10.1f} ms {max(dark):5.0f} ms" if dark else f"{'-':>13} {'-':>8}"]

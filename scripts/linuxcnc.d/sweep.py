@@ -8,8 +8,9 @@ import subprocess
 import time
 
 SEED = 18
-BEAM_MS = 30.0  # one pass and 20 ms
-BRAKE_MS = 10.0
+PASS_MS = 10.0  # of the state thread, which takes up what is asked for
+BEAM_MS = PASS_MS + 20.0
+BRAKE_MS = 10.0  # from the controller's stop
 AWAY_MS = 500.0
 HUNG_MS = 400.0
 ACCELERATION = 12000.0  # of X and Y in ixocut.ini; LinuxCNC brakes with half of it
@@ -113,8 +114,9 @@ def judge(how, row):
     asked = how in ("stop", "pause")
     if row["lit"] and row["dark_ms"] > (BEAM_MS if asked else AWAY_MS):
         wrong.append("dark late")
-    if asked and row["brake_ms"] is not None and row["brake_ms"] > BRAKE_MS:
-        wrong.append("brakes late")
+    if asked and row["asked_ms"] is not None:
+        if row["brake_ms"] is None or row["brake_ms"] > BRAKE_MS or row["asked_ms"] > PASS_MS + BRAKE_MS:
+            wrong.append("brakes late")
     if asked and row["rest_ms"] > row["speed"] / (ACCELERATION / 2) * 1e3 + 150.0:
         wrong.append("rests late")
     return wrong
@@ -138,10 +140,16 @@ def sweep(point, beside):
     dark = last_ms(rows, at, lambda i: rows["beam"][i])  # whatever was lit behind the mark counts
     speed = speed_at(rows, at)
     moving = speed >= 5.0
+    # The controller's own mark rises with its stop.
+    stopped = next((i for i in range(at, len(rows["mark"])) if rows["mark"][i]), None)
+
+    def brakes(i):
+        return rows["feed_inhibit"][i] or speed_at(rows, i) < 0.98 * speed
+
     report = beside.served.outcome(run)
     row = {"lit": dark is not None, "dark_ms": dark, "speed": round(speed, 1),
-           "brake_ms": ms_until(rows, at, lambda i: rows["feed_inhibit"][i] or speed_at(rows, i) < 0.98 * speed)
-           if moving else None,
+           "asked_ms": ms_until(rows, at, brakes) if moving else None,
+           "brake_ms": ms_until(rows, max(at, stopped), brakes) if moving and stopped is not None else None,
            "rest_ms": round(last_ms(rows, at + 1, lambda i: speed_at(rows, i - 1) > 0.05) or 0.0, 1),
            "outcome": report.get("outcome"), "words": report.get("words"), "cause": report.get("cause")}
     row["wrong"] = judge(how, row)
