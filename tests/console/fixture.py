@@ -1,7 +1,7 @@
 """What the console's tests share: a real controller of their own, browsers with fresh profiles, waits for conditions.
 
 Each test's browsers must have reported no error, broken no rule of the page's policy, and asked nobody but the test's
-controllers. run.py runs them.
+controllers. tests/run_label.py runs them.
 """
 import json
 import os
