@@ -202,12 +202,13 @@ def failure(case, beside):
     undo()
     time.sleep(1.0)
     report = beside.served.outcome(run)
-    row = {"lit": bool(rows["beam"][at]), "dark_ms": last_ms(rows, at, lambda i: rows["beam"][i]),
+    lit = at > 0 and rows["beam"][at - 1] == 1.0  # it may be dark in the very row of the mark
+    row = {"lit": lit, "dark_ms": last_ms(rows, at, lambda i: rows["beam"][i]) or 0.0,
            "limit_ms": FAILURES[case], "outcome": report.get("outcome"), "words": report.get("words"),
            "cause": report.get("cause")}
     again = any(beside.sampler.take()["beam"])
     row["wrong"] = [text for text, bad in (("not lit", not row["lit"]), ("lit again", again),
-                                           ("dark late", row["dark_ms"] is None or row["dark_ms"] > row["limit_ms"]),
+                                           ("dark late", row["dark_ms"] > row["limit_ms"]),
                                            ("without a reason", row["outcome"] in (None, "success") or not row["cause"]))
                     if bad]
     return row
