@@ -15,13 +15,15 @@ packages() {
     # The simulated machine's; not of a program of ours.
     linuxcnc) echo "linuxcnc-uspace linuxcnc-uspace-dev iproute2 util-linux" ;;
     headers) echo "doxygen" ;;
+    # What makes Debian packages, and an empty Debian to try them in.
+    packages) echo "$(packages run) debhelper lintian mmdebstrap systemd" ;;
     bench)
       echo "$(packages run) libbenchmark-dev libfccp-dev libfmt-dev libmodbus-dev libreaderwriterqueue-dev" \
         "libspdlog-dev valgrind"
       ;;
-    ci) echo "$(packages test) $(packages bench) clang clang-tidy libclang-rt-14-dev util-linux" ;;
+    ci) echo "$(packages test) $(packages bench) clang clang-tidy libclang-rt-14-dev util-linux zsh" ;;
     *)
-      echo "packages.sh: no set of packages is called '$1'; there are run, test, console, linuxcnc, bench and ci" >&2
+      echo "packages.sh: no set of packages is called '$1'; there are run, test, console, linuxcnc, packages, bench and ci" >&2
       return 1
       ;;
   esac
