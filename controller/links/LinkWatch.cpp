@@ -68,6 +68,23 @@ nlohmann::ordered_json TLinkWatch::Json() {
 
 // --- the watch's thread ---
 
+// The end of the watch reaches the master that asks, for as long as that lives.
+class TLinkWatch::TRequest {
+ public:
+  TRequest(TLinkWatch& watch, TStop& stop) : FWatch(watch) { Set(&stop); }
+  ~TRequest() { Set(nullptr); }
+  TRequest(const TRequest&) = delete;
+  TRequest& operator=(const TRequest&) = delete;
+
+ private:
+  void Set(TStop* stop) {
+    TGuard guard(FWatch.FLock);
+    FWatch.FRequest = stop;
+  }
+
+  TLinkWatch& FWatch;
+};
+
 void TLinkWatch::Run() {
   pthread_setname_np(pthread_self(), "ixo-watch");
   for (;;) {
@@ -104,10 +121,7 @@ void TLinkWatch::Read(std::uint64_t number, const TWatched& watched) {
   options.ClearOnSuccess = true;
   device->SetProfile(mpStrict, options);
   device->SetDataTransIntf(MakeTransport(watched.Link));
-  {
-    TGuard guard(FLock);
-    FRequest = &device->Stop;
-  }
+  const TRequest request(*this, device->Stop);
   for (std::uint64_t next = RealMs(); Wanted(number);) {
     Take(number, device->Read(watched.Table.Func, watched.Addr, watched.Count));
     next = std::max(next + watched.EveryMs, RealMs());
@@ -116,8 +130,6 @@ void TLinkWatch::Read(std::uint64_t number, const TWatched& watched) {
   }
   // A late reply must not be taken for another's.
   if (device->OwedMs() != 0 && !FStop.Asked()) (void)device->AwaitSilence();
-  TGuard guard(FLock);
-  FRequest = nullptr;
 }
 
 void TLinkWatch::Take(std::uint64_t number, const TModbusResult& result) {

@@ -34,8 +34,8 @@ struct TWatched {
   std::uint8_t Unit = 1;
   std::uint16_t Addr = 0;
   std::uint16_t Count = 1;
-  std::uint32_t EveryMs =
-      1000;  // from the beginning of one reading to that of the next one, if the device answers by then
+  // From the beginning of one reading to that of the next one, if the device answers by then.
+  std::uint32_t EveryMs = 1000;
 };
 
 class TLinkWatch {
@@ -65,6 +65,8 @@ class TLinkWatch {
     std::uint16_t Most = 0;
     std::uint64_t Changes = 0;
   };
+
+  class TRequest;
 
   // The watch's thread.
   void Run();
