@@ -7,6 +7,7 @@
 #include "controller/procedures/Timeline.h"
 #include "ixocamglue/config/Libmachinecfg.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/JsonText.h"
 #include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
@@ -175,8 +176,7 @@ TRunReport ReportFromJson(const nlohmann::ordered_json& json, const nlohmann::or
   report.Signals = SignalsOf(report.TimelineJson);
   report.Timeline = TTimeline(report.Signals, 0, report.EndMs).Draw();
   json.at("journal").get_to(report.Journal);
-  if (problem.is_object())
-    report.Problem = TProblem{problem.at("what"), problem.at("where"), problem.at("why"), problem.at("remedy")};
+  if (problem.is_object()) report.Problem = ProblemFromJson(problem);
   return report;
 } catch (const nlohmann::json::exception&) {
   throw EProblem(pbUnusable, Tr("the controller's report of the run cannot be read"));

@@ -1,6 +1,8 @@
 #include "controller/service/ControllerFile.h"
 
+#include <chrono>
 #include <system_error>
+#include <thread>
 #include <unistd.h>
 
 #include <nlohmann/json.hpp>
@@ -10,6 +12,7 @@
 #include "controller/service/RealTime.h"
 #include "ixocamglue/platform/xml/FileLayer.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/JsonText.h"
 #include "ixocamglue/support/SystemError.h"
 #include "ixocamglue/support/Texts.h"
 
@@ -19,13 +22,10 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::uint32_t kLookersMs = 100;  // for commands that look for a controller at this moment
+constexpr auto kStartWithin = std::chrono::seconds(5);
+constexpr auto kStartLookEvery = std::chrono::milliseconds(20);
 
 fs::path PlaceFile(const fs::path& stateFolder) { return stateFolder / kControllerFile; }
-
-std::string PlaceText(const nlohmann::ordered_json& place, const char* key) {
-  const auto found = place.find(key);
-  return found != place.end() && found->is_string() ? found->get<std::string>() : std::string();
-}
 
 }  // namespace
 
@@ -77,9 +77,17 @@ std::optional<TControllerPlace> FindController(const fs::path& stateFolder) {
   place.Process = holder->Process;
   const auto said = ReadJsonFile(file);
   if (!said || said->value("process", nlohmann::ordered_json()) != holder->Process) return place;
-  place.Url = PlaceText(*said, "url");
-  place.Socket = PlaceText(*said, "socket");
-  place.Started = PlaceText(*said, "started");
+  place.Url = TextMember(*said, "url");
+  place.Socket = TextMember(*said, "socket");
+  place.Started = TextMember(*said, "started");
+  return place;
+}
+
+std::optional<TControllerPlace> AwaitController(const fs::path& stateFolder) {
+  auto place = FindController(stateFolder);
+  for (const auto end = std::chrono::steady_clock::now() + kStartWithin;
+       place && !place->HasAddress() && std::chrono::steady_clock::now() < end; place = FindController(stateFolder))
+    std::this_thread::sleep_for(kStartLookEvery);
   return place;
 }
 

@@ -18,6 +18,8 @@ struct TControllerPlace {
   std::string Url;      // "http://127.0.0.1:8620"; empty: it is starting, or has no port
   std::string Socket;   // path of its Unix socket; empty as Url
   std::string Started;  // UTC
+
+  [[nodiscard]] bool HasAddress() const { return !Url.empty() || !Socket.empty(); }
 };
 
 // Held for a controller's life. One thread.
@@ -44,5 +46,7 @@ class TControllerLock {
 // The controller that runs on this state folder; none: none does. Any thread and process; nothing is made or connected
 // to.
 [[nodiscard]] std::optional<TControllerPlace> FindController(const std::filesystem::path& stateFolder);
+// The same; one that is starting has up to 5 s of real time to say where it is reached.
+[[nodiscard]] std::optional<TControllerPlace> AwaitController(const std::filesystem::path& stateFolder);
 
 }  // namespace ixocontroller

@@ -85,9 +85,7 @@ TJob JobOf(const TJson& json) {
   job.AnsweredBy = json.at("answeredBy").get<std::string>();
   job.Run = json.at("run").get<std::uint64_t>();
   job.Outcome = json.at("outcome").get<std::string>();
-  if (const TJson& p = json.at("problem"); p.is_object())
-    job.Problem = TProblem{p.at("what").get<std::string>(), p.at("where").get<std::string>(),
-                           p.at("why").get<std::string>(), p.at("remedy").get<std::string>()};
+  if (const TJson& problem = json.at("problem"); problem.is_object()) job.Problem = ProblemFromJson(problem);
   return job;
 }
 

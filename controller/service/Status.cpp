@@ -41,6 +41,43 @@ nlohmann::ordered_json SignalsJson(const TMachineSnapshot& now) {
       {"outputsOn", now.OutputsOn}};
 }
 
+TMachineSnapshot SnapshotFromJson(const nlohmann::ordered_json& signals, TMachineSnapshot before) {
+  TMachineSnapshot now = std::move(before);
+  static const nlohmann::ordered_json none = nlohmann::ordered_json::object();
+  const auto part = [&](const char* name) -> const nlohmann::ordered_json& {
+    const auto found = signals.find(name);
+    return found != signals.end() && found->is_object() ? *found : none;
+  };
+  const auto set = [](const nlohmann::ordered_json& json, const char* name, auto& value) {
+    if (const auto member = json.find(name); member != json.end() && !member->is_null()) member->get_to(value);
+  };
+  const auto& position = part("position");
+  set(position, "xMm", now.Pos.X);
+  set(position, "yMm", now.Pos.Y);
+  set(position, "zMm", now.Z);
+  set(position, "z2Mm", now.Z2);
+  set(position, "focusMm", now.Focus);
+  const auto& moving = part("moving");
+  set(moving, "axes", now.AxesMoving);
+  set(moving, "z", now.ZMoving);
+  set(moving, "focus", now.FocusMoving);
+  set(signals, "laser", now.Laser);
+  set(signals, "emission", now.Emission);
+  set(signals, "aiming", now.Aiming);
+  const auto& gas = part("gas");
+  set(gas, "on", now.Gas);
+  set(gas, "branch", now.GasBranch);
+  set(gas, "setBar", now.GasSetBar);
+  set(gas, "bar", now.GasBar);
+  set(signals, "following", now.Following);
+  set(signals, "calibrating", now.Calibrating);
+  if (const auto nozzle = signals.find("nozzle"); nozzle != signals.end())
+    now.Nozzle = nozzle->is_null() ? -1 : nozzle->get<std::int32_t>();
+  set(signals, "dockedTable", now.DockedTable);
+  set(signals, "outputsOn", now.OutputsOn);
+  return now;
+}
+
 bool SameSignals(const TMachineSnapshot& a, const TMachineSnapshot& b) {
   TMachineSnapshot other = b;
   other.Ms = a.Ms;

@@ -71,6 +71,8 @@ class TStatusTexts {
 
 // Positions, and what is on: what changes all the time.
 [[nodiscard]] nlohmann::ordered_json SignalsJson(const TMachineSnapshot& now);
+// The same backwards; what it lacks stays as in `before`.
+[[nodiscard]] TMachineSnapshot SnapshotFromJson(const nlohmann::ordered_json& signals, TMachineSnapshot before = {});
 // Whether somebody who sees the one would see another picture in the other.
 [[nodiscard]] bool SameSignals(const TMachineSnapshot& a, const TMachineSnapshot& b);
 // "standby", "procedure"; a literal of the wire, not for people.

@@ -12,6 +12,7 @@
 #include "controller/service/RealTime.h"
 #include "controller/wire/Sha256.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/JsonText.h"
 #include "ixocamglue/support/Nearest.h"
 #include "ixocamglue/support/SystemError.h"
 #include "ixocamglue/support/Texts.h"
@@ -43,11 +44,6 @@ TTokenParts SplitToken(std::string_view token) {
 
 std::string TokenHash(std::string_view salt, std::string_view secret) {
   return HexText(Sha256(std::string(salt) + std::string(secret)));
-}
-
-std::string TextAt(const TJson& row, const char* key) {
-  const auto found = row.find(key);
-  return found != row.end() && found->is_string() ? found->get<std::string>() : std::string();
 }
 
 TProblem NoTokenArray(const std::filesystem::path& file) {
@@ -119,7 +115,7 @@ TResult<std::string> TTokenFile::Add(const std::string& name, TRole role, std::u
   if (!content) return content.Problem();
   TJson& tokens = (*content)["tokens"];
   for (const TJson& row : tokens)
-    if (TextAt(row, "name") == name)
+    if (TextMember(row, "name") == name)
       return TProblem{.What = Format(Tr("there is a token of the name \"%s\""), name.c_str()),
                       .Remedy = Tr("choose another name, or revoke that one first")};
   if (tokens.size() >= kMostTokens)
@@ -146,7 +142,7 @@ TResult<> TTokenFile::Revoke(const std::string& name, std::uint32_t waitMs) {
   TJson& tokens = (*content)["tokens"];
   TNearestName nearest(name);
   std::vector<std::string> names;
-  for (const TJson& row : tokens) names.push_back(TextAt(row, "name"));
+  for (const TJson& row : tokens) names.push_back(TextMember(row, "name"));
   const auto found = std::ranges::find(names, name);
   if (found == names.end()) {
     for (const std::string& known : names) nearest.Consider(known);
@@ -162,8 +158,8 @@ TResult<std::vector<TToken>> TTokenFile::List() const {
   if (!content) return content.Problem();
   std::vector<TToken> list;
   for (const TJson& row : content->at("tokens")) {
-    const auto role = RoleOf(TextAt(row, "role"));
-    list.push_back({TextAt(row, "name"), role ? *role : roNone, TextAt(row, "created")});
+    const auto role = RoleOf(TextMember(row, "role"));
+    list.push_back({TextMember(row, "name"), role ? *role : roNone, TextMember(row, "created")});
   }
   std::ranges::sort(list, {}, &TToken::Name);
   return list;
@@ -209,10 +205,12 @@ void TTokenCheck::Refresh() {
     return;
   }
   for (const TJson& row : content->at("tokens")) {
-    const auto role = RoleOf(TextAt(row, "role"));
-    const std::string id = TextAt(row, "id");
+    const auto role = RoleOf(TextMember(row, "role"));
+    const std::string id = TextMember(row, "id");
     if (!role || id.empty()) continue;  // a newer program's, perhaps
-    FTokens[id] = {{TextAt(row, "name"), *role, TextAt(row, "created")}, TextAt(row, "salt"), TextAt(row, "sha256")};
+    FTokens[id] = {{TextMember(row, "name"), *role, TextMember(row, "created")},
+                   TextMember(row, "salt"),
+                   TextMember(row, "sha256")};
   }
 }
 

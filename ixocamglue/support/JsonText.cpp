@@ -54,4 +54,13 @@ nlohmann::ordered_json ProblemJson(const TProblem& problem) {
   return {{"what", problem.What}, {"where", problem.Where}, {"why", problem.Why}, {"remedy", problem.Remedy}};
 }
 
+TProblem ProblemFromJson(const nlohmann::ordered_json& json) {
+  return {TextMember(json, "what"), TextMember(json, "where"), TextMember(json, "why"), TextMember(json, "remedy")};
+}
+
+std::string TextMember(const nlohmann::ordered_json& json, const char* name) {
+  const auto found = json.is_object() ? json.find(name) : json.end();
+  return found != json.end() && found->is_string() ? found->get<std::string>() : std::string();
+}
+
 }  // namespace ixocamglue

@@ -1,6 +1,7 @@
 // Problems and JSON. Any thread.
 #pragma once
 
+#include <string>
 #include <string_view>
 
 #include <nlohmann/json_fwd.hpp>
@@ -15,5 +16,9 @@ namespace ixocamglue {
 
 // {"what","where","why","remedy"}
 [[nodiscard]] nlohmann::ordered_json ProblemJson(const TProblem& problem);
+// The same backwards; what is no text there is empty.
+[[nodiscard]] TProblem ProblemFromJson(const nlohmann::ordered_json& json);
+// The text that a member holds; empty: there is none.
+[[nodiscard]] std::string TextMember(const nlohmann::ordered_json& json, const char* name);
 
 }  // namespace ixocamglue

@@ -1,9 +1,7 @@
 #include "ixocut/client/Attach.h"
 
-#include <chrono>
 #include <cstdlib>
 #include <iostream>
-#include <thread>
 
 #include <CLI/CLI.hpp>
 
@@ -20,23 +18,6 @@ namespace ixocut {
 namespace {
 
 namespace fs = std::filesystem;
-using ixocontroller::TControllerPlace;
-
-constexpr auto kStartWithin = std::chrono::seconds(5);
-constexpr auto kStartLookEvery = std::chrono::milliseconds(20);
-
-bool HasAddress(const TControllerPlace& place) { return !place.Socket.empty() || !place.Url.empty(); }
-
-// Who holds the state folder; one that is starting has a moment to say where it is reached.
-std::optional<TControllerPlace> PlaceOf(const fs::path& folder) {
-  auto place = ixocontroller::FindController(folder);
-  for (const auto end = std::chrono::steady_clock::now() + kStartWithin;
-       place && !HasAddress(*place) && std::chrono::steady_clock::now() < end;) {
-    std::this_thread::sleep_for(kStartLookEvery);
-    place = ixocontroller::FindController(folder);
-  }
-  return place;
-}
 
 std::string Environment(const char* name) {
   const char* const text = std::getenv(name);
@@ -52,6 +33,13 @@ std::string TokenOf(const TAttachOptions& attach) {
     throw EProblem(pbUnusable, std::move(problem));
   }
   return text->substr(0, text->find_first_of(" \t\r\n"));
+}
+
+TWireAddress AddressAt(const TResult<TWireAddress>& address, TBlame blame, const std::string& where) {
+  if (address) return *address;
+  TProblem problem = address.Problem();
+  problem.Where = where;
+  throw EProblem(blame, std::move(problem));
 }
 
 }  // namespace
@@ -84,7 +72,7 @@ TAttachment::TAttachment(TControllerSettings& settings) {
   const TAttachOptions& attach = settings.Attach;
   if (!attach.Url.empty()) {
     FPlace = attach.Url;
-    TWireAddress address = TWireAddress::OfUrl(attach.Url);
+    TWireAddress address = AddressAt(TWireAddress::OfUrl(attach.Url), pbRequest, "--url");
     address.Trusted = attach.Trusted.empty() ? Environment("IXOCUT_CA") : attach.Trusted;
     FClient = std::make_unique<TWireClient>(std::move(address), TokenOf(attach), settings.Language);
     return;
@@ -100,17 +88,14 @@ TAttachment::TAttachment(TControllerSettings& settings) {
   // A machine file that is named is used as it is, unless it is the state folder's own.
   std::error_code error;
   if (settings.Machine && !fs::equivalent(*settings.Machine, folder / ixocontroller::kMachineFile, error)) return;
-  const auto place = attach.Local ? ixocontroller::FindController(folder) : PlaceOf(folder);
+  const auto place = attach.Local ? ixocontroller::FindController(folder) : ixocontroller::AwaitController(folder);
   if (!place) return;
   if (attach.Local) {
     MakeCopy(settings, folder, place->Process);
     return;
   }
-  if (!HasAddress(*place))
-    throw EProblem(pbRefused, TProblem{.What = Tr("the controller is starting, or has no address"), .Where = FPlace});
-  const TWireAddress address =
-      place->Socket.empty() ? TWireAddress::OfUrl(place->Url) : TWireAddress{.Socket = place->Socket, .Host = {}};
-  FClient = std::make_unique<TWireClient>(address, TokenOf(attach), settings.Language);
+  FClient = std::make_unique<TWireClient>(AddressAt(TWireAddress::OfPlace(*place), pbRefused, FPlace), TokenOf(attach),
+                                          settings.Language);
 }
 
 // What is read there: the machine file and the gas tables. The stores are the controller's that writes them.
@@ -146,29 +131,6 @@ void TellByItself(const std::optional<fs::path>& state) {
                            "of its own in virtual time."),
                         static_cast<int>(place->Process))
               << std::endl;
-}
-
-TClientLease::TClientLease(TWireClient& client, bool takeOver) : FClient(client) {
-  FClient.SetLease(FClient.Post("/api/v1/lease", {{"takeOver", takeOver}}).at("lease").get<std::string>());
-}
-
-TClientLease::~TClientLease() {
-  try {
-    if (FHeld) (void)FClient.Ask("DELETE", "/api/v1/lease");
-  } catch (const std::exception&) {  // it runs out by itself
-  }
-  FClient.SetLease({});
-}
-
-bool TClientLease::Beat() {
-  try {
-    if (FHeld) (void)FClient.Post("/api/v1/lease/heartbeat");
-  } catch (const EProblem& problem) {
-    if (problem.Blame != pbRefused) throw;
-    FHeld = false;
-    FClient.SetLease({});
-  }
-  return FHeld;
 }
 
 }  // namespace ixocut

@@ -7,11 +7,12 @@
 #include <optional>
 #include <string>
 
+#include "controller/client/WireClient.h"
 #include "ixocamglue/support/Files.h"
 #include "ixocut/ControllerSettings.h"
-#include "ixocut/client/WireClient.h"
 
 namespace ixocut {
+using namespace ixocontroller;
 
 // --url, --ca, --token-file and, where the command can work by itself, --local.
 void AddAttachOptions(CLI::App& command, TAttachOptions& attach, bool byItself);
@@ -43,22 +44,5 @@ class TAttachment {
 // Of a command that is not for the controller that runs: where one has the state folder, that is said on the error
 // output.
 void TellByItself(const std::optional<std::filesystem::path>& state);
-
-// The lease of control for the life of this object: renewed by Beat, given back. Refused where another has it,
-// unless it is to be taken over.
-class TClientLease {
- public:
-  TClientLease(TWireClient& client, bool takeOver);
-  ~TClientLease();
-  TClientLease(const TClientLease&) = delete;
-  TClientLease& operator=(const TClientLease&) = delete;
-
-  // At least every second. False: another has taken it.
-  bool Beat();
-
- private:
-  TWireClient& FClient;
-  bool FHeld = true;
-};
 
 }  // namespace ixocut

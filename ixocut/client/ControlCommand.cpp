@@ -8,6 +8,7 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include "controller/client/ClientLease.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocut/CommandLine.h"
@@ -15,8 +16,8 @@
 #include "ixocut/Document.h"
 #include "ixocut/OperatorTexts.h"
 #include "ixocut/client/Attach.h"
+#include "ixocut/client/ConsoleRun.h"
 #include "ixocut/client/StatusView.h"
-#include "ixocut/client/WireRun.h"
 
 namespace ixocut {
 namespace {
@@ -118,7 +119,7 @@ int RunContinue(TControlOptions options, std::ostream& out) {
   const TOperatorTexts texts("continue", options.Language);
   TConsole console(out, options.Json, false);
   console.Say(Tr("it goes on"));
-  const TWireRun run = RunOnController(
+  const TWireRun run = RunOnConsole(
       client, {.Path = "/api/v1/continue", .Body = {{"confirm", offer.at("confirm")}}, .TakeOver = true}, console, {});
   for (const TJson& line : run.Json.at("lines")) console.Say(line.get<std::string>());
   if (options.Json) {

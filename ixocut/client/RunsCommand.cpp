@@ -5,7 +5,9 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include "controller/client/ClientLease.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/JsonText.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/Document.h"
@@ -78,7 +80,8 @@ int ShowRun(const TRunsOptions& options, TWireClient& client, std::ostream& out)
   if (!options.Json) {
     out << Cell(run, "procedure") << "  " << Cell(run, "params") << "  " << Cell(run, "startedBy") << "  "
         << ShownTime(Cell(run, "start")) << "  " << OutcomeOf(run) << "  " << SecondsOf(run, "durationMs") << '\n';
-    if (const auto it = run.find("problem"); it != run.end() && it->is_object()) out << ProblemFrom(*it).Text() << '\n';
+    if (const auto it = run.find("problem"); it != run.end() && it->is_object())
+      out << ProblemFromJson(*it).Text() << '\n';
   }
   Show("runs show", options, run, rows, out);
   return kExitSuccess;
@@ -106,9 +109,10 @@ int TellQueue(const char* command, const TRunsOptions& options, const TJson& ans
   Show(command, options, answer, rows, out);
   if (options.Json) return kExitSuccess;
   for (const TJson& job : answer.at("jobs"))
-    if (job.at("problem").is_object()) out << Cell(job, "id") << ": " << ProblemFrom(job.at("problem")).Text() << '\n';
+    if (job.at("problem").is_object())
+      out << Cell(job, "id") << ": " << ProblemFromJson(job.at("problem")).Text() << '\n';
   if (answer.at("held") == true)
-    out << Format(Tr("held: %s"), ProblemFrom(answer.at("why")).Text().c_str()) << '\n';
+    out << Format(Tr("held: %s"), ProblemFromJson(answer.at("why")).Text().c_str()) << '\n';
   else
     out << Tr("not held: its jobs run one after the other") << '\n';
   return kExitSuccess;

@@ -97,7 +97,7 @@ class TWatchView {
       return ShownWord(text("event")) + "  " + text("identifier") + code + "  " + text("text");
     }
     // Of alarms an event tells.
-    if (event.Name == "log") return IsWarning(event.Data) && text("source") != kAlarmLog ? text("text") : "";
+    if (event.Name == "log") return event.IsWarning() && text("source") != kAlarmLog ? text("text") : "";
     if (event.Name == "run" && text("event") == "ended")
       return Format(Tr("run %s, %s: %s"), event.Data.at("id").dump().c_str(), text("procedure").c_str(),
                     ShownWord(text("outcome")).c_str());

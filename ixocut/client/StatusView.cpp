@@ -1,12 +1,13 @@
 #include "ixocut/client/StatusView.h"
 
 #include "controller/procedures/RunReport.h"
-#include "ixocamglue/platform/services/Log.h"
+#include "controller/service/Status.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocut/Table.h"
 
 namespace ixocut {
+using namespace ixocontroller;
 namespace {
 
 using TJson = nlohmann::ordered_json;
@@ -52,8 +53,6 @@ constexpr const char* kWords[][2] = {{"standby", TrMark("standby")},
                                      {"forced", TrMark("set by force")},
                                      {"restored", TrMark("put back")}};
 
-constexpr const char* kAccessLog = "TAccess";  // of the lines that account for requests
-
 std::string Seconds(const TJson& ms) { return Format("%.1f s", ms.is_number() ? ms.get<double>() / 1000 : 0.0); }
 
 // What keeps the machine from working, each as people read it.
@@ -82,39 +81,6 @@ std::string ShownWord(const std::string& word) {
   return word;
 }
 
-bool IsWarning(const TJson& line) {
-  return line.value("kind", 0) >= lkWarning && line.value("source", "") != kAccessLog;
-}
-
-TMachineSnapshot SnapshotOf(const TJson& signals, TMachineSnapshot before) {
-  TMachineSnapshot now = std::move(before);
-  const auto set = [](const TJson& json, const char* name, auto& value) {
-    if (const TJson& member = Member(json, name); !member.is_null()) member.get_to(value);
-  };
-  const TJson& position = Member(signals, "position");
-  set(position, "xMm", now.Pos.X);
-  set(position, "yMm", now.Pos.Y);
-  set(position, "zMm", now.Z);
-  set(position, "z2Mm", now.Z2);
-  set(position, "focusMm", now.Focus);
-  const TJson& moving = Member(signals, "moving");
-  set(moving, "axes", now.AxesMoving);
-  set(moving, "z", now.ZMoving);
-  set(moving, "focus", now.FocusMoving);
-  set(signals, "laser", now.Laser);
-  set(signals, "emission", now.Emission);
-  set(signals, "aiming", now.Aiming);
-  const TJson& gas = Member(signals, "gas");
-  set(gas, "on", now.Gas);
-  set(gas, "branch", now.GasBranch);
-  set(gas, "setBar", now.GasSetBar);
-  set(gas, "bar", now.GasBar);
-  set(signals, "following", now.Following);
-  set(signals, "calibrating", now.Calibrating);
-  set(signals, "outputsOn", now.OutputsOn);
-  return now;
-}
-
 std::string PathText(const TJson& path) {
   std::string text;
   if (path.is_array())
@@ -141,7 +107,7 @@ std::vector<std::string> StatusLines(const TJson& status) {
     if (const TJson& left = Member(run, "nobodyAttendsMs"); left.is_number())
       add(Tr("attended"), Format(Tr("by nobody; it is stopped in %s"), Seconds(left).c_str()));
   }
-  add(Tr("position"), ixocontroller::StatusText(SnapshotOf(Member(status, "signals"))));
+  add(Tr("position"), StatusText(SnapshotFromJson(Member(status, "signals"))));
   add(Tr("alarms"), Member(status, "alarms").dump());
   for (const std::string& text : Hindrances(status)) add(Tr("attention"), text);
   return DrawTable(rows);
@@ -150,7 +116,7 @@ std::vector<std::string> StatusLines(const TJson& status) {
 std::string StatusLine(const TJson& status) {
   std::string text = StateText(status);
   if (const std::string path = PathText(Member(Member(status, "run"), "path")); !path.empty()) text += "  " + path;
-  text += "  " + ixocontroller::StatusText(SnapshotOf(Member(status, "signals")));
+  text += "  " + StatusText(SnapshotFromJson(Member(status, "signals")));
   if (const TJson& alarms = Member(status, "alarms"); alarms.is_number() && alarms != 0)
     text += "  " + Format(Tr("alarms: %s"), alarms.dump().c_str());
   for (const std::string& hindrance : Hindrances(status)) text += "  ! " + hindrance;

@@ -6,17 +6,10 @@
 
 #include <nlohmann/json.hpp>
 
-#include "ixocamglue/platform/Machine.h"
-
 namespace ixocut {
-using namespace ixocamglue;
 
-// Positions and what is on, of a status' or an event's "signals"; what it lacks stays as in `before`.
-[[nodiscard]] TMachineSnapshot SnapshotOf(const nlohmann::ordered_json& signals, TMachineSnapshot before = {});
 // A word of an answer (a state of the machine, the outcome of a run, what a job is at), in the operator's language.
 [[nodiscard]] std::string ShownWord(const std::string& word);
-// Whether a line of the controller's log ("log" events) is for who looks on: no account of requests, no chatter.
-[[nodiscard]] bool IsWarning(const nlohmann::ordered_json& line);
 // "3/7 Go to the slot, 1/2 Raise Z"; empty: no step stands.
 [[nodiscard]] std::string PathText(const nlohmann::ordered_json& path);
 // "procedure change-nozzle", "standby"; all that keeps it from working behind.

@@ -32,7 +32,7 @@
 #include "ixocut/Plot.h"
 #include "ixocut/Table.h"
 #include "ixocut/client/Attach.h"
-#include "ixocut/client/WireRun.h"
+#include "ixocut/client/ConsoleRun.h"
 #include "ixocut/gas/GasCommand.h"
 #include "ixocut/gas/GasPlot.h"
 
@@ -289,19 +289,19 @@ int CalibrateThere(const TCalibrateOptions& options, TWireClient& client, std::o
   TConsole console(out, options.Json, false);
   TProgressBar bar(console, !options.Json);
   console.Say(Show(SGasTitle, names.c_str(), options.Nozzle.Type.c_str(), ValueText(options.Nozzle.Size).c_str()));
-  const TWireRun run = RunOnController(
-      client, {.Path = "/api/v1/gas/calibrate", .Body = body}, console, {}, [&](const nlohmann::ordered_json& event) {
-        if (event.value("event", "") == "progress") {
-          TGasCalibration::TNow now;
-          now.Gas = AskedGasType(event.value("gas", ""));
-          now.Volt = event.value("volt", 0.0);
-          now.Press = event.value("bar", 0.0);
-          bar.Show(event.value("percent", 0.0), now, event.value("ms", std::uint64_t{0}));
-        } else if (const std::string text = event.value("text", ""); !text.empty()) {
-          bar.Clear();
-          console.Say(text);
-        }
-      });
+  const TWireRun run = RunOnConsole(client, {.Path = "/api/v1/gas/calibrate", .Body = body}, console, {},
+                                    [&](const nlohmann::ordered_json& event) {
+                                      if (event.value("event", "") == "progress") {
+                                        TGasCalibration::TNow now;
+                                        now.Gas = AskedGasType(event.value("gas", ""));
+                                        now.Volt = event.value("volt", 0.0);
+                                        now.Press = event.value("bar", 0.0);
+                                        bar.Show(event.value("percent", 0.0), now, event.value("ms", std::uint64_t{0}));
+                                      } else if (const std::string text = event.value("text", ""); !text.empty()) {
+                                        bar.Clear();
+                                        console.Say(text);
+                                      }
+                                    });
   bar.Clear();
   if (options.Journal)
     for (const std::string& line : run.Report.Journal) console.Say(line);

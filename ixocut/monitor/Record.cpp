@@ -15,7 +15,7 @@
 #include "ixocut/Document.h"
 #include "ixocut/OperatorTexts.h"
 #include "ixocut/client/Attach.h"
-#include "ixocut/client/WireRun.h"
+#include "ixocut/client/ConsoleRun.h"
 #include "ixocut/monitor/MonitorCommands.h"
 #include "ixocut/procedures/Asked.h"
 
@@ -78,7 +78,7 @@ int RecordThere(const TRecordOptions& options, const TProcedure& row, TWireClien
   TConsole console(out, options.Json, false);
   TWireRecording recording(client, options.Signals);
   const TWireRun run =
-      RunOnController(client, {.Body = WireBody(row.Name, ReadParams(row, options.Params), {})}, console, {});
+      RunOnConsole(client, {.Body = WireBody(row.Name, ReadParams(row, options.Params), {})}, console, {});
   const std::uint64_t samples = recording.Stop();
   if (const TReplaced written = ReplaceFile(options.Out, recording.File(), ""); !written.Done)
     throw EProblem(pbUnusable, written.Problem);

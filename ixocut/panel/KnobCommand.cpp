@@ -9,6 +9,7 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include "controller/client/ClientLease.h"
 #include "controller/panel/PanelHost.h"
 #include "controller/procedures/Timeline.h"
 #include "ixocamglue/panel/Uknob.h"

@@ -13,6 +13,8 @@
 
 #include "controller/SignalStop.h"
 #include "controller/alarms/RunAlarms.h"
+#include "controller/client/ClientLease.h"
+#include "controller/client/WireKeys.h"
 #include "controller/panel/PanelNames.h"
 #include "controller/panel/PanelWhy.h"
 #include "controller/procedures/Timeline.h"
@@ -28,7 +30,6 @@
 #include "ixocut/OperatorTexts.h"
 #include "ixocut/client/Attach.h"
 #include "ixocut/client/StatusView.h"
-#include "ixocut/client/WireKeys.h"
 #include "ixocut/panel/PanelScript.h"
 #include "ixocut/panel/PanelTerminal.h"
 #include "ixocut/panel/WireSeat.h"

@@ -7,11 +7,11 @@
 #include "controller/alarms/RunAlarms.h"
 #include "controller/panel/PanelNames.h"
 #include "controller/service/HeldKeys.h"
+#include "controller/service/Status.h"
 #include "ixocamglue/platform/ports/CutCommands.h"
 #include "ixocamglue/platform/services/Clock.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
-#include "ixocut/client/StatusView.h"
 
 namespace ixocut {
 namespace {
@@ -198,9 +198,9 @@ void TWireSeat::KeepControl() {
 void TWireSeat::Take(const TWireEvent& event) {
   if (event.Name == "signals") {
     TGuard guard(FLock);
-    FView.Now = SnapshotOf(event.Data, FView.Now);
+    FView.Now = SnapshotFromJson(event.Data, FView.Now);
   } else if (event.Name == "log") {
-    if (IsWarning(event.Data)) Say(event.Data.value("text", ""));
+    if (event.IsWarning()) Say(event.Data.value("text", ""));
   } else {
     FStale = true;
   }
@@ -214,7 +214,7 @@ void TWireSeat::Look() {
   const TJson alarms = FClient.Get("/api/v1/alarms");
   LookAt(panel);
   TGuard guard(FLock);
-  FView.Now = SnapshotOf(status.at("signals"), FView.Now);
+  FView.Now = SnapshotFromJson(status.at("signals"), FView.Now);
   status.at("stateNumber").get_to(FView.Now.State);
   status.at("latched").get_to(FView.Now.LatchTripped);
   status.at("latchReason").get_to(FView.Now.LatchReason);

@@ -16,9 +16,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include "controller/client/ClientLease.h"
+#include "controller/client/WireKeys.h"
 #include "ixocamglue/support/Locks.h"
-#include "ixocut/client/Attach.h"
-#include "ixocut/client/WireKeys.h"
 #include "ixocut/panel/PanelScreen.h"
 
 namespace ixocut {

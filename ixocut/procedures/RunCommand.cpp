@@ -17,7 +17,7 @@
 #include "ixocut/OperatorTexts.h"
 #include "ixocut/Plot.h"
 #include "ixocut/client/Attach.h"
-#include "ixocut/client/WireRun.h"
+#include "ixocut/client/ConsoleRun.h"
 #include "ixocut/procedures/Asked.h"
 #include "ixocut/procedures/RunPlot.h"
 
@@ -201,7 +201,7 @@ int RunThere(const TRunOptions& options, TWireClient& client, std::ostream& out)
   TConsole console(out, options.Json, options.Trace);
   console.Say(WireTitle(options));
   TObserver observer(console, options);
-  const TWireRun run = RunOnController(
+  const TWireRun run = RunOnConsole(
       client, {.Body = body, .Detach = options.Detach}, console,
       [&](std::uint64_t ms, const TMachineSnapshot& now, std::uint64_t begun) { observer.Look(ms, now, begun); });
   nlohmann::ordered_json document{{"run", run.Id}};

@@ -15,7 +15,7 @@
 #include "ixocut/CommandLine.h"
 #include "ixocut/OperatorTexts.h"
 #include "ixocut/client/Attach.h"
-#include "ixocut/client/WireRun.h"
+#include "ixocut/client/ConsoleRun.h"
 
 namespace ixocut {
 namespace {
@@ -67,7 +67,7 @@ int ShootThere(const TShotOptions& options, TWireClient& client, std::ostream& o
   console.Say(Show(SShotTitle, SLaserOnTimeDesc.Get(), ShownMs(options.Ms)));
   nlohmann::ordered_json body = WireBody("shot", {{"ms", std::to_string(options.Ms)}}, options);
   body["limitMs"] = options.Ms + kSpareMs;
-  const TRunReport report = RunOnController(client, {.Body = body}, console, {}).Report;
+  const TRunReport report = RunOnConsole(client, {.Body = body}, console, {}).Report;
   return Finish(options, console, report, report.Success(), ShotLines(report));
 }
 

@@ -56,6 +56,20 @@ TEST(Service, AStatusIsToldAsItIsInEachLanguage) {
   ASSERT_TRUE(Comes([&] { return told("en").at("machineMs") > first.at("machineMs"); }));
 }
 
+TEST(Service, SignalsAreReadBackAsTheyWereTold) {
+  TMachineSnapshot told;
+  told.Pos = {1.5, -2.25};
+  told.Z = 3.0, told.Z2 = 4.0, told.Focus = -5.5;
+  told.AxesMoving = told.FocusMoving = told.Laser = told.Emission = told.Gas = told.Calibrating = true;
+  told.GasBranch = 2, told.GasSetBar = 1.5, told.GasBar = 1.25;
+  told.Nozzle = 3, told.DockedTable = 2;
+  told.OutputsOn = {4, 7};
+  EXPECT_EQ(SnapshotFromJson(SignalsJson(told)), told);
+  told.Nozzle = -1;
+  EXPECT_EQ(SnapshotFromJson(SignalsJson(told), told), told);
+  EXPECT_EQ(SnapshotFromJson({{"laser", false}}, told).OutputsOn, told.OutputsOn) << "what is missing stays";
+}
+
 TEST(Service, MonthsOfAlarmsTakeNoMoreMemoryThanTheLastThousandMessages) {
   TServiceWorld world(false);
   TNcAlarmManager& alarms = world.Service.Controller().Alarms();

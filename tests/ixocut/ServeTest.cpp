@@ -9,20 +9,20 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
+#include "controller/client/WireClient.h"
 #include "fixture/Certificates.h"
 #include "fixture/Paths.h"
 #include "fixture/Program.h"
 #include "fixture/Waiting.h"
 #include "ixocamglue/support/Files.h"
 #include "ixocut/client/Child.h"
-#include "ixocut/client/WireClient.h"
 
 namespace ixocamglue::test {
 namespace {
 
 using namespace std::chrono_literals;
+using ixocontroller::TWireClient;
 using ixocut::TChild;
-using ixocut::TWireClient;
 using testing::HasSubstr;
 
 class Serve : public TProgramTest {

@@ -13,13 +13,13 @@
 
 #include <gtest/gtest.h>
 
+#include "controller/client/WireClient.h"
 #include "controller/panel/PanelHost.h"
 #include "fixture/Paths.h"
 #include "fixture/TempDir.h"
 #include "fixture/Waiting.h"
 #include "ixocamglue/platform/ports/CutCommands.h"
 #include "ixocut/client/Child.h"
-#include "ixocut/client/WireClient.h"
 #include "ixocut/panel/TerminalKeys.h"
 #include "machines/simulated/Machine.h"
 

@@ -11,16 +11,17 @@
 #include <gmock/gmock.h>
 #include <openssl/ssl.h>
 
+#include "controller/client/WireClient.h"
 #include "controller/service/Webhook.h"
 #include "controller/wire/TlsClient.h"
 #include "fixture/Certificates.h"
 #include "fixture/ServiceWorld.h"
-#include "ixocut/client/WireClient.h"
 
 namespace ixocamglue::test {
-using ixocut::TWireAddress;
-using ixocut::TWireClient;
-using ixocut::TWireEvents;
+using ixocontroller::TWireAddress;
+using ixocontroller::TWireClient;
+using ixocontroller::TWireEvent;
+using ixocontroller::TWireEvents;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -168,7 +169,7 @@ class TlsWire : public Tls {
   [[nodiscard]] int Port() const { return World.Server->Port(); }
   [[nodiscard]] TWireAddress Address(const std::string& scheme = "https://",
                                      const TCertificates& trusted = *Own) const {
-    TWireAddress address = TWireAddress::OfUrl(scheme + "localhost:" + std::to_string(Port()));
+    TWireAddress address = TWireAddress::OfUrl(scheme + "localhost:" + std::to_string(Port())).OrThrow(pbRequest);
     address.Trusted = trusted.Of("ca.pem");
     return address;
   }
@@ -240,7 +241,7 @@ TEST_F(TlsWire, TwentyClientsAskAndFollowAndEachStopGetsThrough) {
   TWireClient known(Address(), token, "en");
   TWireEvents events(known, "?kinds=state");
   World.Service.Events().Add(evState, [] { return nlohmann::ordered_json{{"text", "one"}}; });
-  std::optional<ixocut::TWireEvent> event;
+  std::optional<TWireEvent> event;
   while ((event = events.Next(6000)) && event->Name != "state") {
   }
   ASSERT_TRUE(event);

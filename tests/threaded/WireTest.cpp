@@ -1,6 +1,7 @@
 // The wire over real sockets: who is refused, what broken and slow clients come to, events, and more clients than there
 // is room for.
 #include <arpa/inet.h>
+#include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <future>
@@ -14,12 +15,14 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
+#include "controller/client/WireRun.h"
 #include "controller/wire/EventFeed.h"
 #include "fixture/ServiceWorld.h"
 
@@ -180,6 +183,23 @@ TEST_F(Wire, StopsForWhoeverIsAtThisMachineWhateverTokenIsShown) {
       EXPECT_EQ(Tcp().Ask(Post(path, "Authorization: Bearer old\r\nIdempotency-Key: same\r\n")).Status, 202) << path;
     EXPECT_EQ(Tcp().Ask(Post(path, "Origin: http://evil.example\r\n")).Status, 403) << path;
   }
+}
+
+TEST_F(Wire, StopsARunForAFollowerWhoWaitsForADiskThatHangs) {
+  std::promise<void> disk;
+  ASSERT_TRUE(World.Service.PostFiles([works = disk.get_future().share()] { works.wait(); }));
+  TWireClient client({.Socket = World.Folder / kWireSocket, .Host = {}}, "", "en");
+  std::atomic<bool> stop{false};
+  auto run = std::async(std::launch::async, [&] {
+    return RunOnController(client, {.Body = {{"procedure", "delay"}, {"params", {{"ms", 60'000}}}}},
+                           {.Stops = [&stop] { return stop.load(); }});
+  });
+  EXPECT_TRUE(Comes([&] { return World.Service.Status()->Running; }));
+  std::this_thread::sleep_for(std::chrono::milliseconds(1200));  // by then it has asked for the run's record
+  stop = true;
+  EXPECT_TRUE(Comes([&] { return !World.Service.Status()->Running; }));
+  disk.set_value();
+  EXPECT_EQ(run.get().Report.End.Name, "stopped");
 }
 
 TEST_F(Wire, AnswersInOrderOnOneConnectionAndInEachOnesLanguage) {

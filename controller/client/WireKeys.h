@@ -9,10 +9,10 @@
 
 #include <nlohmann/json.hpp>
 
+#include "controller/client/WireClient.h"
 #include "ixocamglue/panel/Kbpkeys.h"
-#include "ixocut/client/WireClient.h"
 
-namespace ixocut {
+namespace ixocontroller {
 
 class TWireKeys {
  public:
@@ -41,4 +41,4 @@ class TWireKeys {
   std::chrono::steady_clock::time_point FBeatAt;
 };
 
-}  // namespace ixocut
+}  // namespace ixocontroller

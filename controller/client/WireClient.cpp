@@ -1,4 +1,4 @@
-#include "ixocut/client/WireClient.h"
+#include "controller/client/WireClient.h"
 
 #include <algorithm>
 #include <array>
@@ -20,16 +20,14 @@
 #include "controller/wire/Listen.h"
 #include "controller/wire/TlsClient.h"
 #include "ixocamglue/platform/comm/HostText.h"
+#include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/JsonText.h"
 #include "ixocamglue/support/SystemError.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
 
-namespace ixocut {
-
-using ixocontroller::TOwnFd;
-
+namespace ixocontroller {
 namespace {
 
 namespace http = boost::beast::http;
@@ -39,7 +37,9 @@ constexpr auto kAnswerWithin = std::chrono::seconds(30);
 constexpr auto kConnectWithin = std::chrono::seconds(5);
 constexpr std::uint64_t kLargestAnswer = 256U << 20U;
 constexpr std::uint32_t kHeaderLimit = 64U << 10U;
+constexpr auto kLookEvery = std::chrono::milliseconds(50);
 constexpr const char* kEvents = "/api/v1/events";
+constexpr const char* kRequestLog = "TAccess";  // of the lines that account for requests
 constexpr std::string_view kHttp = "http://";
 constexpr std::string_view kHttps = "https://";
 
@@ -116,14 +116,9 @@ TBlame BlameOf(int status) {
                                                                                                             : pbRefused;
 }
 
-std::string MemberText(const nlohmann::ordered_json& body, const char* name) {
-  const auto it = body.is_object() ? body.find(name) : body.end();
-  return it != body.end() && it->is_string() ? it->get<std::string>() : std::string();
-}
-
 [[noreturn]] void ThrowProblem(const TWireAddress& address, const TWireAnswer& answer) {
-  TProblem problem = ProblemFrom(answer.Body);
-  if (problem.What.empty()) problem.What = MemberText(answer.Body, "title");
+  TProblem problem = ProblemFromJson(answer.Body);
+  if (problem.What.empty()) problem.What = TextMember(answer.Body, "title");
   if (problem.What.empty())
     problem = {.What = Format(Tr("the controller answers with status %d"), answer.Status), .Where = address.Text()};
   throw EProblem(BlameOf(answer.Status), std::move(problem));
@@ -147,10 +142,6 @@ std::string LowerType(boost::beast::string_view type) {
 
 }  // namespace
 
-TProblem ProblemFrom(const nlohmann::ordered_json& json) {
-  return {MemberText(json, "what"), MemberText(json, "where"), MemberText(json, "why"), MemberText(json, "remedy")};
-}
-
 std::string UrlPart(std::string_view text) {
   std::string part;
   for (const char c : text) {
@@ -163,7 +154,7 @@ std::string UrlPart(std::string_view text) {
   return part;
 }
 
-TWireAddress TWireAddress::OfUrl(const std::string& url) {
+TResult<TWireAddress> TWireAddress::OfUrl(const std::string& url) {
   const bool secure = url.starts_with(kHttps);
   std::string rest = secure                   ? url.substr(kHttps.size())
                      : url.starts_with(kHttp) ? url.substr(kHttp.size())
@@ -171,18 +162,27 @@ TWireAddress TWireAddress::OfUrl(const std::string& url) {
   while (rest.ends_with('/')) rest.pop_back();
   const std::size_t colon = rest.rfind(':');
   const bool hasPort = colon != std::string::npos && rest.find(']', colon) == std::string::npos;
-  const auto port = hasPort ? ParseExactly<std::uint16_t>(rest.substr(colon + 1)) : std::uint16_t{8620};
+  const auto port = hasPort ? ParseExactly<std::uint16_t>(rest.substr(colon + 1)) : kWirePort;
   if (hasPort) rest.resize(colon);
   if (rest.starts_with('[') && rest.ends_with(']')) rest = rest.substr(1, rest.size() - 2);
   if (rest.empty() || !port || *port == 0 || rest.find_first_of("/?#@ ") != std::string::npos)
-    throw EProblem(pbRequest, {.What = Format(Tr("\"%s\" is no address of a controller"), url.c_str()),
-                               .Where = "--url",
-                               .Remedy = Tr("http://127.0.0.1:8620 is one")});
-  return {.Socket = {}, .Host = rest, .Port = *port, .Secure = secure, .Trusted = {}};
+    return TProblem{.What = Format(Tr("\"%s\" is no address of a controller"), url.c_str()),
+                    .Remedy = Tr("http://127.0.0.1:8620 is one")};
+  return TWireAddress{.Socket = {}, .Host = rest, .Port = *port, .Secure = secure, .Trusted = {}};
+}
+
+TResult<TWireAddress> TWireAddress::OfPlace(const TControllerPlace& place) {
+  if (!place.Socket.empty()) return TWireAddress{.Socket = place.Socket, .Host = {}};
+  if (!place.Url.empty()) return OfUrl(place.Url);
+  return TProblem{.What = Tr("the controller is starting, or has no address")};
 }
 
 std::string TWireAddress::Text() const {
   return Socket.empty() ? std::string(Secure ? kHttps : kHttp) + HostOf(*this) : Socket.string();
+}
+
+bool TWireEvent::IsWarning() const {
+  return Name == "log" && Data.value("kind", 0) >= lkWarning && Data.value("source", "") != kRequestLog;
 }
 
 // --- one connection ---
@@ -198,7 +198,7 @@ struct TWireClient::TLine {
   }
 
   void Agree() {
-    Tls = std::make_unique<ixocontroller::TTlsClient>(Address.Host, Address.Trusted);
+    Tls = std::make_unique<TTlsClient>(Address.Host, Address.Trusted);
     TakeTls({});
     for (const auto end = TSteady::now() + kConnectWithin; !Tls->Agreed();)
       if (!Receive(end) && (Ended || TSteady::now() >= end))
@@ -264,7 +264,7 @@ struct TWireClient::TLine {
 
   const TWireAddress Address;
   TOwnFd Fd;
-  std::unique_ptr<ixocontroller::TTlsClient> Tls;  // null: none
+  std::unique_ptr<TTlsClient> Tls;  // null: none
   std::string In;
   bool Ended = false;
 };
@@ -276,7 +276,7 @@ TWireClient::~TWireClient() = default;
 namespace {
 
 std::string RequestText(const TWireClient& client, std::string_view method, const std::string& path,
-                        const std::string& accept, const std::string* body, const THeaders& headers) {
+                        const std::string& accept, const std::string* body, const TWireHeaders& headers) {
   std::string text = std::string(method) + " " + path + " HTTP/1.1\r\nHost: " + HostOf(client.Address()) +
                      "\r\nAccept: " + accept + "\r\nAccept-Language: " + client.Language() + "\r\n";
   if (!client.Token().empty()) text += "Authorization: Bearer " + client.Token() + "\r\n";
@@ -288,7 +288,7 @@ std::string RequestText(const TWireClient& client, std::string_view method, cons
 }  // namespace
 
 TWireAnswer TWireClient::Ask(std::string_view method, const std::string& path, const nlohmann::ordered_json& body,
-                             const THeaders& headers) {
+                             const TWireHeaders& headers) {
   TWireAnswer answer = AskAny(method, path, body, headers);
   Check(answer);
   return answer;
@@ -299,10 +299,10 @@ void TWireClient::Check(const TWireAnswer& answer) const {
 }
 
 TWireAnswer TWireClient::AskAny(std::string_view method, const std::string& path, const nlohmann::ordered_json& body,
-                                const THeaders& headers) {
+                                const TWireHeaders& headers) {
   const bool commands = method != "GET";
   const std::string bytes = body.is_null() ? "" : body.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
-  THeaders all = headers;
+  TWireHeaders all = headers;
   if (commands) all.emplace_back("Idempotency-Key", RandomKey());
   if (!FLease.empty()) all.emplace_back("Lease", FLease);
   const std::string request = RequestText(*this, method, path, "application/json, application/problem+json",
@@ -319,13 +319,15 @@ TWireAnswer TWireClient::AskAny(std::string_view method, const std::string& path
     try {
       bool sent = FLine->Send(request);
       for (const auto end = TSteady::now() + kAnswerWithin; sent && !parser.is_done();) {
-        if (FLine->Receive(end)) {
+        if (FLine->Receive(FLook ? std::min(end, TSteady::now() + kLookEvery) : end)) {
           begun = true;
           FLine->Parse(parser);
         } else if (FLine->Ended || TSteady::now() >= end) {
           boost::system::error_code error;
           if (FLine->Ended && begun) parser.put_eof(error);
           sent = FLine->Ended && begun && !error && parser.is_done();
+        } else if (FLook) {
+          FLook();
         }
       }
       if (!sent) {
@@ -406,7 +408,7 @@ struct TWireEvents::TStream {
 TWireEvents::TWireEvents(const TWireClient& client, const std::string& query, const std::string& lastId)
     : FStream(std::make_unique<TStream>(client)) {
   TStream& s = *FStream;
-  THeaders headers;
+  TWireHeaders headers;
   if (!lastId.empty()) headers.emplace_back("Last-Event-ID", lastId);
   (void)s.Line.Send(RequestText(client, "GET", kEvents + query, "text/event-stream", nullptr, headers));
   for (const auto end = TSteady::now() + kAnswerWithin; !s.Parser.is_header_done();) {
@@ -437,4 +439,4 @@ std::optional<TWireEvent> TWireEvents::Next(std::uint32_t waitMs) {
 
 bool TWireEvents::Ended() const { return FStream->Line.Ended || FStream->Parser.is_done(); }
 
-}  // namespace ixocut
+}  // namespace ixocontroller

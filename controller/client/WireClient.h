@@ -1,10 +1,15 @@
 // Asks a running controller: HTTP/1.1 with JSON over its Unix socket, TCP or TLS, and its events as they come. Every
 // failure is EProblem: what the controller refuses carries its own words (RFC 9457), with the blame that its status
 // has. One thread each. Waits in real time.
+//
+//   TWireClient client(TWireAddress::OfUrl("http://127.0.0.1:8620").OrThrow(pbRequest), token, "en");
+//   const TClientLease lease(client, false);  // ClientLease.h
+//   client.Post("/api/v1/runs", {{"procedure", "shot"}, {"params", {{"ms", 300}}}, {"detach", true}});
 #pragma once
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -14,9 +19,10 @@
 
 #include <nlohmann/json.hpp>
 
+#include "controller/service/ControllerFile.h"
 #include "ixocamglue/support/Problem.h"
 
-namespace ixocut {
+namespace ixocontroller {
 using namespace ixocamglue;
 
 // Where a controller listens.
@@ -27,12 +33,14 @@ struct TWireAddress {
   bool Secure = false;            // by TLS
   std::filesystem::path Trusted;  // then: the certificates of who is, a PEM file; empty: the system's
 
-  // "http://127.0.0.1:8620" or "https://..."; throws EProblem (pbRequest) for what is none.
-  [[nodiscard]] static TWireAddress OfUrl(const std::string& url);
+  // "http://127.0.0.1:8620" or "https://...".
+  [[nodiscard]] static TResult<TWireAddress> OfUrl(const std::string& url);
+  // Of a controller that has one; by its Unix socket where that is told.
+  [[nodiscard]] static TResult<TWireAddress> OfPlace(const TControllerPlace& place);
   [[nodiscard]] std::string Text() const;  // for people
 };
 
-using THeaders = std::vector<std::pair<std::string, std::string>>;
+using TWireHeaders = std::vector<std::pair<std::string, std::string>>;
 
 struct TWireAnswer {
   int Status = 0;
@@ -43,6 +51,9 @@ struct TWireAnswer {
 struct TWireEvent {
   std::string Id, Name;
   nlohmann::ordered_json Data;
+
+  // A line of the controller's log that is for who looks on: no account of requests, no chatter.
+  [[nodiscard]] bool IsWarning() const;
 };
 
 // One connection, kept open between requests.
@@ -57,10 +68,10 @@ class TWireClient {
   // `body` null: none. What commands carries a key that lets it begin once, however often it is sent. Throws for a
   // status of 400 and above and for a controller that does not answer within 30 s.
   TWireAnswer Ask(std::string_view method, const std::string& path, const nlohmann::ordered_json& body = nullptr,
-                  const THeaders& headers = {});
+                  const TWireHeaders& headers = {});
   // The same, where the answer counts whatever its status is.
   TWireAnswer AskAny(std::string_view method, const std::string& path, const nlohmann::ordered_json& body = nullptr,
-                     const THeaders& headers = {});
+                     const TWireHeaders& headers = {});
   // Throws what the answer refuses with.
   void Check(const TWireAnswer& answer) const;
   nlohmann::ordered_json Get(const std::string& path) { return Ask("GET", path).Body; }
@@ -68,6 +79,9 @@ class TWireClient {
     return Ask("POST", path, body).Body;
   }
 
+  // Called every 50 ms while an answer is waited for, on the same thread. It may use other clients; what it throws ends
+  // the wait. Empty: nothing is.
+  void WhileWaiting(std::function<void()> look) { FLook = std::move(look); }
   // Sent with every request from then on; empty: no longer.
   void SetLease(std::string id) { FLease = std::move(id); }
 
@@ -81,6 +95,7 @@ class TWireClient {
   const TWireAddress FAddress;
   const std::string FToken, FLanguage;
   std::string FLease;
+  std::function<void()> FLook;
   std::unique_ptr<TLine> FLine;  // null: not connected
   friend class TWireEvents;
 };
@@ -103,10 +118,7 @@ class TWireEvents {
   std::unique_ptr<TStream> FStream;
 };
 
-// What the controller says of a failure, in an answer or inside one; members that are not there are empty.
-[[nodiscard]] TProblem ProblemFrom(const nlohmann::ordered_json& json);
-
 // A part of a path as it stands in a URL: "a b/c" as "a%20b%2Fc".
 [[nodiscard]] std::string UrlPart(std::string_view text);
 
-}  // namespace ixocut
+}  // namespace ixocontroller

@@ -1,4 +1,4 @@
-#include "ixocut/client/WireKeys.h"
+#include "controller/client/WireKeys.h"
 
 #include <algorithm>
 #include <limits>
@@ -7,7 +7,7 @@
 #include "controller/service/HeldKeys.h"
 #include "ixocamglue/support/Format.h"
 
-namespace ixocut {
+namespace ixocontroller {
 namespace {
 
 using TJson = nlohmann::ordered_json;
@@ -56,7 +56,7 @@ TJson TWireKeys::Press(TKeyCode key, std::int32_t param) {
   if (param != 0) body["param"] = param;
   TJson answer = FClient.Post("/api/v1/panel/press", body);
   FPress = press;
-  FBeatAt = std::chrono::steady_clock::now() + std::chrono::milliseconds(ixocontroller::THeldKeys::kHeartbeatMs);
+  FBeatAt = std::chrono::steady_clock::now() + std::chrono::milliseconds(THeldKeys::kHeartbeatMs);
   Heard(answer);
   return answer;
 }
@@ -69,7 +69,7 @@ void TWireKeys::Release() {
 void TWireKeys::Beat() {
   const auto now = std::chrono::steady_clock::now();
   if (!FPress || now < FBeatAt) return;
-  FBeatAt = now + std::chrono::milliseconds(ixocontroller::THeldKeys::kHeartbeatMs);
+  FBeatAt = now + std::chrono::milliseconds(THeldKeys::kHeartbeatMs);
   try {
     Heard(FClient.Post("/api/v1/panel/heartbeat", {{"presses", TJson::array({*FPress})}, {"atMs", ServerMs()}}));
   } catch (const EProblem&) {
@@ -78,4 +78,4 @@ void TWireKeys::Beat() {
   }
 }
 
-}  // namespace ixocut
+}  // namespace ixocontroller

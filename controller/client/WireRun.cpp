@@ -1,0 +1,146 @@
+#include "controller/client/WireRun.h"
+
+#include <chrono>
+#include <thread>
+#include <utility>
+
+#include "controller/client/ClientLease.h"
+#include "controller/service/Status.h"
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
+
+namespace ixocontroller {
+namespace {
+
+using TJson = nlohmann::ordered_json;
+
+constexpr std::uint32_t kEventWaitMs = 50;
+constexpr auto kAskEvery = std::chrono::milliseconds(1000);  // keeps the lease, and the connection that attends
+
+class TFollowed {
+ public:
+  TFollowed(TWireClient& client, const TWireFollower& follower) : FClient(client), FFollower(follower) {
+    FClient.WhileWaiting([this] { StopIfAsked(); });
+  }
+  ~TFollowed() { FClient.WhileWaiting({}); }
+  TFollowed(const TFollowed&) = delete;
+  TFollowed& operator=(const TFollowed&) = delete;
+
+  // The run has begun by now: what was asked before it did may have stopped nothing.
+  void Begun(std::uint64_t id) {
+    FId = id;
+    FStopped = false;
+    const TJson status = FClient.Get("/api/v1/status");
+    const TJson& run = status.at("run");
+    FStartMs = status.value("machineMs", std::uint64_t{0}) -
+               (run.is_object() ? run.value("runMs", std::uint64_t{0}) : std::uint64_t{0});
+  }
+
+  // The run, once it has ended.
+  TJson Follow(TWireEvents& events, TClientLease& lease) {
+    const std::string path = "/api/v1/runs/" + std::to_string(FId);
+    auto asked = std::chrono::steady_clock::now();
+    for (;;) {
+      if (const auto event = events.Next(kEventWaitMs)) Take(*event);
+      // A controller that needs room lets go of who follows: then the run is asked for, as often as events would come.
+      if (events.Ended()) std::this_thread::sleep_for(std::chrono::milliseconds(kEventWaitMs));
+      StopIfAsked();
+      const auto now = std::chrono::steady_clock::now();
+      if (!FEnded && !events.Ended() && now - asked < kAskEvery) continue;
+      asked = now;
+      FEnded = false;
+      TJson run = FClient.Get(path);
+      if (!run.at("outcome").is_null()) {
+        FStopped = true;  // whatever runs next is another's
+        return run;
+      }
+      if (!lease.Beat() && !std::exchange(FTold, true))
+        Write({.Kind = lkWarning, .TimeMs = FNowMs, .Text = Tr("somebody else has taken over control")});
+    }
+  }
+
+ private:
+  // Over a connection of its own: what this one waits for may never come.
+  void StopIfAsked() {
+    if (FStopped || !FFollower.Stops || !FFollower.Stops()) return;
+    FStopped = true;
+    (void)TWireClient(FClient.Address(), FClient.Token(), FClient.Language()).Post("/api/v1/stop");
+  }
+
+  void Write(const TLogRecord& record) {
+    if (FFollower.Log) FFollower.Log->Write(record);
+  }
+
+  [[nodiscard]] std::uint64_t SinceStart(std::uint64_t machineMs) const {
+    return machineMs > FStartMs ? machineMs - FStartMs : 0;
+  }
+
+  void Take(const TWireEvent& event) {
+    const TJson& data = event.Data;
+    if (event.Name == "signals") {
+      FNow = SnapshotFromJson(data, std::move(FNow));
+      FNowMs = SinceStart(data.value("machineMs", std::uint64_t{0}));
+      if (FFollower.Look && FBegun != 0) FFollower.Look(FNowMs, FNow, FBegun);
+    } else if (event.Name == "step" && data.value("run", std::uint64_t{0}) == FId) {
+      ++FBegun;
+      Write({.Diagnostic = true,
+             .Level = dlProgress,
+             .TimeMs = data.value("startMs", std::uint64_t{0}),
+             .Text = Format("%d/%d: %s", data.value("number", 0), data.value("count", 0),
+                            data.value("description", "").c_str())});
+    } else if (event.IsWarning()) {
+      Write({.Kind = data.value("kind", 0),
+             .TimeMs = SinceStart(data.value("machineMs", FStartMs)),
+             .Text = data.value("text", ""),
+             .Source = data.value("source", "")});
+    } else if (event.Name == "run" && data.value("id", std::uint64_t{0}) == FId) {
+      FEnded = FEnded || (data.contains("outcome") && !data.at("outcome").is_null());
+      if (FFollower.Event) FFollower.Event(data);
+    }
+  }
+
+  TWireClient& FClient;
+  const TWireFollower& FFollower;
+  std::uint64_t FId = 0;
+  std::uint64_t FStartMs = 0;  // of the machine's clock
+  std::uint64_t FNowMs = 0;    // since then, as far as it is known
+  TMachineSnapshot FNow;
+  std::uint64_t FBegun = 0;
+  bool FStopped = false;
+  bool FEnded = false;
+  bool FTold = false;
+};
+
+}  // namespace
+
+TWireRun RunOnController(TWireClient& client, const TWireOrder& order, const TWireFollower& follower) {
+  TFollowed followed(client, follower);
+  TClientLease lease(client, order.TakeOver);
+  TWireEvents events(client, "?kinds=step,run,signals,log&rate=50");
+  TJson body = order.Body;
+  if (order.Detach) body["detach"] = true;
+  TWireRun run;
+  client.Post(order.Path, body).at("id").get_to(run.Id);
+  if (order.Detach) return run;
+  followed.Begun(run.Id);
+  run.Json = followed.Follow(events, lease);
+  run.Report = ReportFromJson(run.Json, run.Json.value("problem", TJson()));
+  return run;
+}
+
+TMotionTrace TraceOf(TWireClient& client, std::uint64_t run) {
+  TMotionTrace trace;
+  const TJson answer = client.Get(Format("/api/v1/runs/%llu/trace", static_cast<unsigned long long>(run)));
+  for (const TJson& point : answer.at("points")) {
+    TMachineSnapshot now;
+    point.at(0).get_to(now.Ms);
+    point.at(1).get_to(now.Pos.X);
+    point.at(2).get_to(now.Pos.Y);
+    point.at(3).get_to(now.Z);
+    point.at(4).get_to(now.Focus);
+    trace.Sample(now);
+  }
+  return trace;
+}
+
+}  // namespace ixocontroller

@@ -1,0 +1,47 @@
+// A run in the controller that is asked: started, followed to its end, stopped when whoever follows it says so. One
+// thread, the client's.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+
+#include <nlohmann/json.hpp>
+
+#include "controller/client/WireClient.h"
+#include "controller/procedures/RunReport.h"
+#include "ixocamglue/platform/services/Log.h"
+
+namespace ixocontroller {
+
+// What starts it.
+struct TWireOrder {
+  std::string Path = "/api/v1/runs";
+  nlohmann::ordered_json Body;
+  bool Detach = false;    // it is only started
+  bool TakeOver = false;  // control, from whoever has it
+};
+
+// Who follows it; each may be missing.
+struct TWireFollower {
+  // Asked every 50 ms from the beginning on, also while the controller does not answer; true: the run is stopped.
+  std::function<bool()> Stops;
+  // Progress and warnings in the words of a run in this process; times count from the run's start.
+  ILogSink* Log = nullptr;
+  // Where the machine is: ms of machine time behind the run's start, and how many steps have begun by then.
+  std::function<void(std::uint64_t ms, const TMachineSnapshot& now, std::uint64_t begun)> Look;
+  // What else is said of the run.
+  std::function<void(const nlohmann::ordered_json&)> Event;
+};
+
+struct TWireRun {
+  std::uint64_t Id = 0;
+  nlohmann::ordered_json Json;  // as GET runs/{id} answers it; null: nobody waited for it
+  TRunReport Report;            // what it says
+};
+
+// Throws EProblem for what is refused, and when the controller ends before the run does.
+[[nodiscard]] TWireRun RunOnController(TWireClient& client, const TWireOrder& order, const TWireFollower& follower);
+// Where the axes were meanwhile.
+[[nodiscard]] TMotionTrace TraceOf(TWireClient& client, std::uint64_t run);
+
+}  // namespace ixocontroller
