@@ -15,6 +15,7 @@
 #include "controller/alarms/RunAlarms.h"
 #include "controller/client/ClientLease.h"
 #include "controller/client/WireKeys.h"
+#include "controller/client/WireSeat.h"
 #include "controller/panel/PanelNames.h"
 #include "controller/panel/PanelWhy.h"
 #include "controller/procedures/Timeline.h"
@@ -32,7 +33,6 @@
 #include "ixocut/client/StatusView.h"
 #include "ixocut/panel/PanelScript.h"
 #include "ixocut/panel/PanelTerminal.h"
-#include "ixocut/panel/WireSeat.h"
 
 namespace ixocut {
 using namespace ixocontroller;

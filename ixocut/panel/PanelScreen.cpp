@@ -14,8 +14,6 @@ namespace {
 
 constexpr std::size_t kWideColumns = 133;  // seven keys in a row
 constexpr std::size_t kNarrow = 4;
-constexpr std::size_t kTimeAt = 11;  // of "2026-01-31 14:00:00.000"
-constexpr std::size_t kTimeLength = 8;
 
 std::size_t CharacterLength(std::string_view text, std::size_t at) {
   std::size_t end = at + 1;
@@ -44,23 +42,6 @@ void Append(std::vector<std::string>& lines, const std::vector<std::string>& mor
 }
 
 }  // namespace
-
-void TLastLines::Write(const TLogRecord& record) {
-  if (!record.Diagnostic) Add(record.Stamp, record.Text);
-}
-
-void TLastLines::Add(TDateTime stamp, std::string_view text) {
-  std::string line = FormatDateTime(stamp).substr(kTimeAt, kTimeLength) + " ";
-  line += text;
-  TGuard guard(FLock);
-  if (FLines.size() == kLines) FLines.pop_front();
-  FLines.push_back(std::move(line));
-}
-
-std::vector<std::string> TLastLines::Lines() const {
-  TGuard guard(FLock);
-  return {FLines.begin(), FLines.end()};
-}
 
 std::vector<std::string> Wrapped(std::string_view text, std::size_t columns) {
   std::vector<std::string> lines(1);

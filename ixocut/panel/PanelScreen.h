@@ -2,30 +2,14 @@
 // messages with their times.
 #pragma once
 
-#include <deque>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "ixocamglue/platform/services/Log.h"
-#include "ixocamglue/support/Locks.h"
-#include "ixocut/panel/PanelSeat.h"
+#include "controller/panel/PanelSeat.h"
 
 namespace ixocut {
-using namespace ixocamglue;
-
-// The last lines of the application log, "12:30:05 text". Any thread.
-class TLastLines final : public ILogSink {
- public:
-  static constexpr std::size_t kLines = 50;
-  void Write(const TLogRecord& record) override;
-  void Add(TDateTime stamp, std::string_view text);
-  [[nodiscard]] std::vector<std::string> Lines() const;  // newest last
-
- private:
-  mutable TCriticalSection FLock;
-  std::deque<std::string> FLines IXO_GUARDED_BY(FLock);
-};
+using namespace ixocontroller;
 
 inline constexpr std::size_t kScreenColumns = 80;  // all keys are seen from this width on
 // Text in lines of at most so many columns, broken at blanks where it has them; what could move the cursor is a blank.

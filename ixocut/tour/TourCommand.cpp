@@ -22,7 +22,7 @@
 #include "ixocut/Document.h"
 #include "ixocut/Table.h"
 #include "ixocut/client/Attach.h"
-#include "ixocut/client/Child.h"
+#include "ixocut/tour/Child.h"
 
 namespace ixocut {
 namespace {
@@ -218,7 +218,7 @@ class TTour {
 
   int Sum(std::uint64_t tookMs) {
     auto stops = nlohmann::ordered_json::array();
-    std::vector<std::vector<std::string>> rows{{"", Tr("time"), Tr("as meant")}};
+    TRows rows{{"", Tr("time"), Tr("as meant")}};
     std::size_t wrong = 0;
     for (const TDone& done : FDone) {
       stops.push_back({{"title", done.Title},

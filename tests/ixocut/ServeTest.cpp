@@ -15,7 +15,7 @@
 #include "fixture/Program.h"
 #include "fixture/Waiting.h"
 #include "ixocamglue/support/Files.h"
-#include "ixocut/client/Child.h"
+#include "ixocut/tour/Child.h"
 
 namespace ixocamglue::test {
 namespace {

@@ -19,8 +19,8 @@
 #include "fixture/TempDir.h"
 #include "fixture/Waiting.h"
 #include "ixocamglue/platform/ports/CutCommands.h"
-#include "ixocut/client/Child.h"
 #include "ixocut/panel/TerminalKeys.h"
+#include "ixocut/tour/Child.h"
 #include "machines/simulated/Machine.h"
 
 namespace ixocamglue::test {

@@ -1,4 +1,4 @@
-#include "ixocut/client/Child.h"
+#include "ixocut/tour/Child.h"
 
 #include <cerrno>
 #include <csignal>

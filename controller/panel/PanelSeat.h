@@ -1,17 +1,31 @@
-// Where the terminal's panel sits: on a controller in this process, or on the one that runs (WireSeat.h). One thread.
+// Where a panel of keys sits: on a controller in this process, or on the one that runs (client/WireSeat.h). One thread.
 #pragma once
 
+#include <cstdint>
+#include <deque>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "controller/panel/PanelHost.h"
 #include "ixocamglue/platform/Machine.h"
+#include "ixocamglue/platform/services/Log.h"
+#include "ixocamglue/support/Locks.h"
 
-namespace ixocut {
-using namespace ixocamglue;
-using namespace ixocontroller;
+namespace ixocontroller {
 
-class TLastLines;
+// The last lines of the application log, "12:30:05 text". Any thread.
+class TLastLines final : public ILogSink {
+ public:
+  static constexpr std::size_t kLines = 50;
+  void Write(const TLogRecord& record) override;
+  void Add(TDateTime stamp, std::string_view text);
+  [[nodiscard]] std::vector<std::string> Lines() const;  // newest last
+
+ private:
+  mutable TCriticalSection FLock;
+  std::deque<std::string> FLines IXO_GUARDED_BY(FLock);
+};
 
 // What is on the screen.
 struct TPanelView {
@@ -67,4 +81,4 @@ class THostSeat final : public IPanelSeat {
   const TLastLines& FLog;
 };
 
-}  // namespace ixocut
+}  // namespace ixocontroller

@@ -1,4 +1,4 @@
-#include "ixocut/panel/WireSeat.h"
+#include "controller/client/WireSeat.h"
 
 #include <pthread.h>
 #include <utility>
@@ -13,7 +13,7 @@
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
 
-namespace ixocut {
+namespace ixocontroller {
 namespace {
 
 constexpr std::uint32_t kRoundMs = 10;
@@ -46,7 +46,7 @@ void TWireForm::Set(const std::string& form, bool open) {
   FShown = open ? form : "";
 }
 
-// --- the terminal's thread ---
+// --- the panel's thread ---
 
 TWireSeat::TWireSeat(TWireClient& client, const std::string& form)
     : FClient(client),
@@ -249,4 +249,4 @@ void TWireSeat::LookAt(const TJson& panel) {
   FView.JogMmPerS = knob.value("JogSpeed", knob.at("xy").at("low").get<double>());
 }
 
-}  // namespace ixocut
+}  // namespace ixocontroller

@@ -1,5 +1,5 @@
-// The terminal's panel on the controller that runs. What is asked of it, is asked on a thread of this seat, so that a
-// controller that is slow holds up neither the terminal nor its stop keys: those go out on a connection of their own.
+// A panel of keys on the controller that runs. What is asked of it, is asked on a thread of this seat, so that a
+// controller that is slow holds up neither the panel nor its stop keys: those go out on a connection of their own.
 // Whoever presses takes over control. Leaving stops nothing that runs: held keys come up, and an emergency stop that
 // the panel has not taken yet switches everything off.
 #pragma once
@@ -18,10 +18,10 @@
 
 #include "controller/client/ClientLease.h"
 #include "controller/client/WireKeys.h"
+#include "controller/panel/PanelSeat.h"
 #include "ixocamglue/support/Locks.h"
-#include "ixocut/panel/PanelScreen.h"
 
-namespace ixocut {
+namespace ixocontroller {
 
 // A form on screen for the life of this object: `form`, or, where it is empty, Work if there is none. With the lease.
 class TWireForm {
@@ -102,4 +102,4 @@ class TWireSeat final : public IPanelSeat {
   std::thread FThread;  // last: what it uses is there
 };
 
-}  // namespace ixocut
+}  // namespace ixocontroller

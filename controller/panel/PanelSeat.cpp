@@ -1,20 +1,38 @@
-#include "ixocut/panel/PanelSeat.h"
+#include "controller/panel/PanelSeat.h"
 
 #include <algorithm>
 #include <iterator>
 
 #include "controller/alarms/RunAlarms.h"
 #include "ixocamglue/platform/ports/CutCommands.h"
-#include "ixocut/panel/PanelScreen.h"
 
-namespace ixocut {
+namespace ixocontroller {
 namespace {
 
+constexpr std::size_t kTimeAt = 11;  // of "2026-01-31 14:00:00.000"
+constexpr std::size_t kTimeLength = 8;
 constexpr std::uint32_t kRestEveryMs = 10;
 constexpr std::uint32_t kStopWithinMs = 2000;
 constexpr const char* kForms[] = {"Work", "DlgReturnOrg", "DlgLaserTest", "Settings"};
 
 }  // namespace
+
+void TLastLines::Write(const TLogRecord& record) {
+  if (!record.Diagnostic) Add(record.Stamp, record.Text);
+}
+
+void TLastLines::Add(TDateTime stamp, std::string_view text) {
+  std::string line = FormatDateTime(stamp).substr(kTimeAt, kTimeLength) + " ";
+  line += text;
+  TGuard guard(FLock);
+  if (FLines.size() == kLines) FLines.pop_front();
+  FLines.push_back(std::move(line));
+}
+
+std::vector<std::string> TLastLines::Lines() const {
+  TGuard guard(FLock);
+  return {FLines.begin(), FLines.end()};
+}
 
 const char* FormBehind(const std::string& form) {
   const auto it = std::ranges::find(kForms, form);
@@ -59,4 +77,4 @@ void THostSeat::Leave() {
   }
 }
 
-}  // namespace ixocut
+}  // namespace ixocontroller
