@@ -5,9 +5,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include "controller/procedures/ErrorSentence.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocut/Document.h"
-#include "ixocut/ErrorSentence.h"
 
 namespace ixocut {
 namespace {
@@ -67,7 +67,8 @@ void TConsole::Write(const TLogRecord& record) {
     FOut << Format("%-9s ", LevelOf(record));
   else if (IsTrouble(record))
     FOut << "! ";
-  FOut << (!FTrace && IsTrouble(record) ? ErrorSentence(record.Text) : record.Text) << '\n' << std::flush;
+  FOut << (!FTrace && IsTrouble(record) ? ixocontroller::ErrorSentence(record.Text) : record.Text) << '\n'
+       << std::flush;
 }
 
 void TConsole::Say(std::string_view line) {
@@ -75,6 +76,10 @@ void TConsole::Say(std::string_view line) {
   if (FJson) return;
   EndStatus();
   FOut << line << '\n' << std::flush;
+}
+
+void TConsole::SayTable(const TRows& rows) {
+  for (const std::string& line : DrawTable(rows)) Say(line);
 }
 
 nlohmann::ordered_json TConsole::Log() const {

@@ -14,6 +14,7 @@
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/support/Locks.h"
 #include "ixocamglue/support/Problem.h"
+#include "ixocut/Table.h"
 
 namespace ixocut {
 using namespace ixocamglue;
@@ -32,6 +33,7 @@ class TConsole final : public ILogSink {
   void Write(const TLogRecord& record) override;
   // A line of the program itself; not with JSON.
   void Say(std::string_view line);
+  void SayTable(const TRows& rows);
   // A person watches.
   [[nodiscard]] bool OnTerminal() const { return FTerminal; }
   // Where the machine is: on a terminal in one line that the next one replaces, else a line of its own; not with JSON.

@@ -4,6 +4,7 @@
 
 #include "ixocamglue/alarms/Almintprt.h"
 #include "ixocamglue/platform/services/UtcTime.h"
+#include "ixocamglue/support/Csv.h"
 
 namespace ixocontroller {
 
@@ -71,6 +72,18 @@ nlohmann::ordered_json DefinitionsJson(const std::string& identifier) {
                     {"solution", rec.Solution}});
   }
   return list;
+}
+
+std::string AlarmCsv(const TAlarmRow& row) {
+  std::string line = std::to_string(row.Level);
+  for (const TAlarmColumn& column : AlarmColumns()) line += "," + CsvField(row.*column.Text);
+  return line;
+}
+
+std::string AlarmCsvHead() {
+  std::string line = "level";
+  for (const TAlarmColumn& column : AlarmColumns()) line += std::string(",") + column.Name;
+  return line;
 }
 
 }  // namespace ixocontroller

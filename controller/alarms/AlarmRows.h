@@ -28,6 +28,10 @@ struct TAlarmColumn {
 };
 [[nodiscard]] const std::vector<TAlarmColumn>& AlarmColumns();
 
+// The same with the level in front, parted by commas, and the head of such a table.
+[[nodiscard]] std::string AlarmCsv(const TAlarmRow& row);
+[[nodiscard]] std::string AlarmCsvHead();
+
 struct TAlarmAsked {
   std::string Since;  // a moment; empty: from the first one on
   bool Active = false, History = false;

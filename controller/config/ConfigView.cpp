@@ -238,4 +238,24 @@ TResult<> SetProperty(TXmlSubConfig& root, std::string_view path, const std::str
   return Wrong(Format(Tr("\"%s\" is no property of the configuration"), std::string(path).c_str()));
 }
 
+std::optional<std::string> ForeignValue(TConfigSection section, const std::string& path) {
+  std::string rest = path;
+  for (auto slash = rest.find('/'); slash != std::string::npos; slash = rest.find('/')) {
+    std::string part = rest.substr(0, slash);
+    std::size_t number = 1;
+    if (const auto bracket = part.find('['); bracket != std::string::npos && part.ends_with(']')) {
+      number = ParseNumber<std::uint32_t>(part.substr(bracket + 1, part.size() - bracket - 2)).value_or(0);
+      part.resize(bracket);
+    }
+    const auto children = section.Children(part);
+    if (number < 1 || number > children.size()) return std::nullopt;
+    section = children[number - 1];
+    rest.erase(0, slash + 1);
+  }
+  // Two different defaults tell a missing value from any text.
+  const std::string text = section.GetText(rest, "a");
+  if (text == "a" && section.GetText(rest, "b") == "b") return std::nullopt;
+  return text;
+}
+
 }  // namespace ixocontroller

@@ -59,6 +59,9 @@ TResult<TPropertyView> FindProperty(TXmlSubConfig& root, std::string_view path);
 // that has none. Refused with what was probably meant.
 TResult<std::vector<TPropertyView>> FindSection(TXmlSubConfig& root, std::string_view path);
 
+// What the file has at this path where no record knows it; nothing: the file has nothing there.
+[[nodiscard]] std::optional<std::string> ForeignValue(TConfigSection root, const std::string& path);
+
 // Sets one property by its path. Refused is what is no value of its type or cannot be held by its record, and what
 // FindProperty refuses; then nothing is changed.
 TResult<> SetProperty(TXmlSubConfig& root, std::string_view path, const std::string& value);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <iterator>
+#include <utility>
 
 #include <nlohmann/json.hpp>
 
@@ -13,16 +14,31 @@
 namespace ixocontroller {
 namespace {
 
+constexpr std::pair<const char*, TGasEnd> kEndNames[] = {
+    {"unfinished", TGasEnd::Unfinished}, {"skipped", TGasEnd::Skipped}, {"failed", TGasEnd::Failed},
+    {"restored", TGasEnd::Restored},     {"unsaved", TGasEnd::Unsaved}, {"stored", TGasEnd::Stored}};
+
 const char* NameOf(TGasEnd end) {
-  switch (end) {
-    case TGasEnd::Unfinished: return "unfinished";
-    case TGasEnd::Skipped: return "skipped";
-    case TGasEnd::Failed: return "failed";
-    case TGasEnd::Restored: return "restored";
-    case TGasEnd::Unsaved: return "unsaved";
-    case TGasEnd::Stored: return "stored";
-  }
+  for (const auto& [name, known] : kEndNames)
+    if (known == end) return name;
   return "";
+}
+
+TIncList ListOf(const TDAAdjustTable& table) {
+  TIncList list;
+  for (const TDot& dot : DotsOf(table)) list.AddItem(dot);
+  return list;
+}
+
+// Of either.
+std::vector<double> AllVolts(const TIncList& a, const TIncList& b) {
+  std::vector<double> volts;
+  for (const TIncList* const list : {&a, &b})
+    for (const TDot& dot : list->Dots()) volts.push_back(dot.X);
+  std::ranges::sort(volts);
+  const auto same = [](double x, double y) { return std::abs(x - y) <= Epsilon_Voltage; };
+  volts.erase(std::unique(volts.begin(), volts.end(), same), volts.end());
+  return volts;
 }
 
 }  // namespace
@@ -100,6 +116,48 @@ nlohmann::ordered_json JsonOf(const TGasResult& result) {
   if (result.Knee) json["kneeVolt"] = *result.Knee;
   if (!result.Why.empty()) json["why"] = result.Why;
   return json;
+}
+
+TGasResult GasResultFromJson(const nlohmann::ordered_json& json) {
+  TGasResult result;
+  result.Gas = AskedGasType(json.at("gas").get<std::string>());
+  for (const auto& [name, end] : kEndNames)
+    if (json.at("result") == name) result.End = end;
+  json.at("durationMs").get_to(result.DurationMs);
+  if (!json.at("kneeVolt").is_null()) result.Knee = json.at("kneeVolt").get<double>();
+  for (const auto& point : json.at("points"))
+    result.Points.push_back({.Volt = point.at("volt"), .Settled = true, .Press = point.at("bar")});
+  for (const auto& dot : json.at("curve")) result.Curve.push_back({dot.at("volt"), dot.at("bar")});
+  for (const auto& finding : json.at("findings"))
+    result.Findings.push_back({.Kind = finding.at("kind").get_ref<const std::string&>().c_str(),
+                               .Bad = finding.at("bad"),
+                               .Doubt = finding.at("doubt"),
+                               .Sentence = finding.at("text")});
+  return result;
+}
+
+void AddSamples(TGasResult& result, const TGasRecording& recording) {
+  for (const TRecordedGas& gas : recording.Gases) {
+    if (gas.GasType != result.Gas) continue;
+    result.Points.clear();
+    for (const TRecordedGasPoint& point : gas.Points)
+      if (!point.Descending)
+        result.Points.push_back({.Volt = point.Volt,
+                                 .Settled = point.Settled.has_value(),
+                                 .Foreseen = point.Foreseen,
+                                 .Press = point.Settled.value_or(0.0),
+                                 .Samples = point.Samples});
+  }
+}
+
+TTableDifference CompareTables(const TDAAdjustTable& stored, const TDAAdjustTable& used) {
+  const TIncList a = ListOf(stored), b = ListOf(used);
+  TTableDifference difference{.Equal = a.Dots() == b.Dots(), .LargestBar = 0.0, .Points = {}};
+  for (const double volt : AllVolts(a, b)) {
+    difference.Points.push_back({volt, a.GetY(volt), b.GetY(volt)});
+    difference.LargestBar = std::max(difference.LargestBar, std::abs(difference.Points.back().Bar()));
+  }
+  return difference;
 }
 
 std::vector<TStoredTable> StoredTables(TGasCaliConfig& stored, const std::vector<std::int32_t>& gases,

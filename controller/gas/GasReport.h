@@ -31,6 +31,10 @@ inline constexpr std::int32_t kTableGases[] = {1, 2, 3};  // tables are stored f
 
 [[nodiscard]] nlohmann::ordered_json FindingsJson(const std::vector<TGasFinding>& findings);
 [[nodiscard]] nlohmann::ordered_json JsonOf(const TGasResult& result);
+// The same backwards, as far as it is shown; as long as `json`, whose texts its findings name.
+[[nodiscard]] TGasResult GasResultFromJson(const nlohmann::ordered_json& json);
+// Its points with their samples, which only the recording of the calibration has.
+void AddSamples(TGasResult& result, const TGasRecording& recording);
 
 // A stored table of a nozzle; as long as the configuration that it is of.
 struct TStoredTable {
@@ -40,6 +44,19 @@ struct TStoredTable {
 // Those of the gases; of one type of nozzle where `nozzle` is not empty, of one size where `size` is above 0.
 [[nodiscard]] std::vector<TStoredTable> StoredTables(TGasCaliConfig& stored, const std::vector<std::int32_t>& gases,
                                                      std::string_view nozzle, double size);
+
+// A stored table and the one in use, over the voltages of either.
+struct TTableDifference {
+  struct TPoint {
+    double Volt = 0.0, StoredBar = 0.0, UsedBar = 0.0;
+    [[nodiscard]] double Bar() const { return UsedBar - StoredBar; }
+  };
+  bool Equal = false;
+  double LargestBar = 0.0;
+  std::vector<TPoint> Points;
+};
+[[nodiscard]] TTableDifference CompareTables(const TDAAdjustTable& stored, const TDAAdjustTable& used);
+
 [[nodiscard]] std::vector<TDot> DotsOf(const TDAAdjustTable& table);
 [[nodiscard]] nlohmann::ordered_json JsonOf(const std::vector<TDot>& dots);
 [[nodiscard]] nlohmann::ordered_json JsonOf(const TStoredTable& table);

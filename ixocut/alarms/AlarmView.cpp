@@ -8,15 +8,9 @@
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/Texts.h"
-#include "ixocut/Table.h"
 
 namespace ixocut {
 using namespace ixocontroller;
-
-std::string ShownTime(const std::string& stored) {
-  const auto moment = ParseMoment(stored);
-  return moment ? FormatLocal(*moment) : stored;
-}
 
 std::string AlarmState(const TAlarmRow& row) {
   std::string state = row.Active()               ? Tr("active")
@@ -33,18 +27,6 @@ std::string AlarmLine(const TAlarmRow& row) {
                             static_cast<long long>(row.Level), row.Identifier.c_str(), row.Code.c_str());
   for (const std::string* const text : {&row.Module, &row.Description, &row.Reason, &row.Solution})
     line += "  | " + *text;
-  return line;
-}
-
-std::string AlarmCsv(const TAlarmRow& row) {
-  std::string line = std::to_string(row.Level);
-  for (const TAlarmColumn& column : AlarmColumns()) line += "," + CsvField(row.*column.Text);
-  return line;
-}
-
-std::string AlarmCsvHead() {
-  std::string line = "level";
-  for (const TAlarmColumn& column : AlarmColumns()) line += std::string(",") + column.Name;
   return line;
 }
 

@@ -22,13 +22,6 @@ using namespace ixocontroller;
 // "2026-01-01 08:00:00.000+08:00  [active]  1  TPLaser#1  L101  | Laser  | emission lost  | reason  | solution"; the
 // time of this place.
 [[nodiscard]] std::string AlarmLine(const TAlarmRow& row);
-// A line of comma-separated text (RFC 4180), and its head.
-[[nodiscard]] std::string AlarmCsv(const TAlarmRow& row);
-[[nodiscard]] std::string AlarmCsvHead();
-
-// A stored time as the wall clock of this place showed it.
-[[nodiscard]] std::string ShownTime(const std::string& stored);
-
 // "active", "cleared", "closed by a restart"; with ", by hand", ", acknowledged by NAME" and ", first" behind it.
 [[nodiscard]] std::string AlarmState(const TAlarmRow& row);
 

@@ -3,12 +3,12 @@
 
 #include <nlohmann/json.hpp>
 
+#include "ixocamglue/platform/services/UtcTime.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/Document.h"
-#include "ixocut/alarms/AlarmView.h"
 #include "ixocut/alarms/AlarmsCommand.h"
 #include "ixocut/client/Attach.h"
 

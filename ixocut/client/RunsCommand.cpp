@@ -6,13 +6,13 @@
 #include <nlohmann/json.hpp>
 
 #include "controller/client/ClientLease.h"
+#include "ixocamglue/platform/services/UtcTime.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/JsonText.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/Document.h"
 #include "ixocut/Table.h"
-#include "ixocut/alarms/AlarmView.h"
 #include "ixocut/client/Attach.h"
 #include "ixocut/client/StatusView.h"
 #include "ixocut/procedures/Asked.h"
@@ -21,7 +21,6 @@ namespace ixocut {
 namespace {
 
 using TJson = nlohmann::ordered_json;
-using TRows = std::vector<std::vector<std::string>>;
 
 struct TRunsOptions : TControllerSettings {
   bool Json = false;
@@ -44,7 +43,7 @@ std::string SecondsOf(const TJson& json, const char* name) {
 
 void Show(const char* command, const TRunsOptions& options, const TJson& answer, const TRows& rows, std::ostream& out) {
   if (options.Json) return PrintDocument(out, command, answer);
-  for (const std::string& line : DrawTable(rows)) out << line << '\n';
+  PrintTable(out, rows);
 }
 
 std::vector<std::string> StepRow(const TJson& step, std::vector<std::string> more) {

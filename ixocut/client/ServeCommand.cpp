@@ -58,12 +58,12 @@ void Tell(const TServeOptions& options, const ixocontroller::TWireServer& server
                           {"machine", machine},
                           {"state", state}},
                          {}, true);
-  std::vector<std::vector<std::string>> rows{{Tr("address"), server.Url()},
-                                             {Tr("socket"), socket.string()},
-                                             {Tr("machine"), machine},
-                                             {Tr("state"), ShownWord(state)}};
+  TRows rows{{Tr("address"), server.Url()},
+             {Tr("socket"), socket.string()},
+             {Tr("machine"), machine},
+             {Tr("state"), ShownWord(state)}};
   if (!link.empty()) rows.insert(rows.begin() + 1, {Tr("console"), link + Tr("  (good once, for 60 s)")});
-  for (const std::string& line : DrawTable(rows)) out << line << '\n';
+  PrintTable(out, rows);
   out << Tr("Software is not the emergency stop.") << std::endl;
 }
 

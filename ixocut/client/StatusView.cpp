@@ -97,7 +97,7 @@ std::string StateText(const TJson& status) {
 }
 
 std::vector<std::string> StatusLines(const TJson& status) {
-  std::vector<std::vector<std::string>> rows;
+  TRows rows;
   const auto add = [&](const char* name, std::string value) { rows.push_back({name, std::move(value)}); };
   add(Tr("state"), StateText(status));
   if (const TJson& run = Member(status, "run"); run.is_object()) {

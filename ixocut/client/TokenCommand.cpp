@@ -8,12 +8,12 @@
 
 #include "controller/StateFolder.h"
 #include "controller/wire/Tokens.h"
+#include "ixocamglue/platform/services/UtcTime.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/Document.h"
 #include "ixocut/Table.h"
-#include "ixocut/alarms/AlarmView.h"
 #include "ixocut/client/Attach.h"
 
 namespace ixocut {
@@ -43,7 +43,7 @@ int RunTokenAdd(const TTokenOptions& options, std::ostream& out) {
 int RunTokenList(const TTokenOptions& options, std::ostream& out) {
   const auto tokens = TokenFileOf(options).List().OrThrow(pbUnusable);
   auto list = nlohmann::ordered_json::array();
-  std::vector<std::vector<std::string>> rows{{Tr("name"), Tr("role"), Tr("made")}};
+  TRows rows{{Tr("name"), Tr("role"), Tr("made")}};
   for (const ixocontroller::TToken& token : tokens) {
     const char* const role = ixocontroller::RoleWord(token.Role);
     list.push_back({{"name", token.Name}, {"role", role}, {"created", token.Created}});
@@ -53,7 +53,7 @@ int RunTokenList(const TTokenOptions& options, std::ostream& out) {
     PrintDocument(out, "token list", list);
     return kExitSuccess;
   }
-  for (const std::string& line : DrawTable(rows)) out << line << '\n';
+  PrintTable(out, rows);
   return kExitSuccess;
 }
 

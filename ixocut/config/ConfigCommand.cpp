@@ -10,13 +10,13 @@
 #include "controller/StateFolder.h"
 #include "controller/config/ConfigHistory.h"
 #include "controller/config/ConfigJson.h"
+#include "ixocamglue/platform/services/UtcTime.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/Document.h"
 #include "ixocut/Machines.h"
-#include "ixocut/alarms/AlarmView.h"
 #include "ixocut/client/Attach.h"
 #include "ixocut/client/StatusView.h"
 
@@ -30,28 +30,6 @@ std::string Quoted(const std::string& text) {
 }
 
 std::string Shown(const TPropertyView& view) { return view.Type == "string" ? Quoted(view.Value) : view.Value; }
-
-// A value that no record knows, as the file has it.
-std::optional<std::string> ForeignValue(const TMachineConfig& config, const std::string& path) {
-  TConfigSection section = config.Root();
-  std::string rest = path;
-  for (auto slash = rest.find('/'); slash != std::string::npos; slash = rest.find('/')) {
-    std::string part = rest.substr(0, slash);
-    std::size_t number = 1;
-    if (const auto bracket = part.find('['); bracket != std::string::npos && part.ends_with(']')) {
-      number = ParseNumber<std::uint32_t>(part.substr(bracket + 1, part.size() - bracket - 2)).value_or(0);
-      part.resize(bracket);
-    }
-    const auto children = section.Children(part);
-    if (number < 1 || number > children.size()) return std::nullopt;
-    section = children[number - 1];
-    rest.erase(0, slash + 1);
-  }
-  // Two different defaults tell a missing value from any text.
-  const std::string text = section.GetText(rest, "a");
-  if (text == "a" && section.GetText(rest, "b") == "b") return std::nullopt;
-  return text;
-}
 
 // "3", "2.5 bar"; texts in quotation marks.
 std::string WithUnit(const TPropertyView& view, const std::string& shown) {
@@ -125,7 +103,7 @@ int RunConfigGet(const std::filesystem::path& file, const std::string& path, boo
   machine.Load(file, xdPlaces);
   const auto view = FindProperty(machine.Config(), path);
   const bool isSection = !view && FindSection(machine.Config(), path);
-  const auto foreign = view || isSection ? std::nullopt : ForeignValue(machine.Config(), path);
+  const auto foreign = view || isSection ? std::nullopt : ForeignValue(machine.Config().Root(), path);
   if (!view && !foreign) throw EProblem(pbRequest, view.Problem());
   const auto wrong = view ? machine.Wrong({view->Path}) : std::vector<TConfigFinding>();
   TellWrong(file, wrong);

@@ -95,9 +95,9 @@ std::size_t Settled(const TGasResult& result) {
   return static_cast<std::size_t>(std::ranges::count_if(result.Points, &TGasPoint::Settled));
 }
 
-std::vector<std::string> Table(const std::vector<TGasResult>& results) {
-  std::vector<std::vector<std::string>> rows{{SGasColGas.Get(), SGasColPoints.Get(), SGasColTime.Get(),
-                                              SGasColKnee.Get(), SGasColMax.Get(), SGasColResult.Get()}};
+TRows Table(const std::vector<TGasResult>& results) {
+  TRows rows{{SGasColGas.Get(), SGasColPoints.Get(), SGasColTime.Get(), SGasColKnee.Get(), SGasColMax.Get(),
+              SGasColResult.Get()}};
   for (const TGasResult& result : results) {
     const bool stored = result.End == TGasEnd::Stored;
     rows.push_back({ShownGas(result.Gas), std::to_string(Settled(result)),
@@ -105,7 +105,18 @@ std::vector<std::string> Table(const std::vector<TGasResult>& results) {
                     stored && result.Knee ? Format("%.2f", *result.Knee) : "-",
                     Settled(result) > 0 ? Format("%.3f", result.MaxBar()) : "-", TextOf(result.End).Get()});
   }
-  return DrawTable(rows);
+  return rows;
+}
+
+// What came of it, gas by gas.
+void ShowResults(TConsole& console, const std::vector<TGasResult>& results) {
+  console.Say("");
+  console.SayTable(Table(results));
+  for (const TGasResult& result : results) {
+    if (result.Findings.empty()) continue;
+    console.Say(Show(SGasVerdict, ShownGas(result.Gas).c_str()));
+    for (const std::string& line : FindingLines(result.Findings)) console.Say(line);
+  }
 }
 
 class TCalibrate {
@@ -215,13 +226,7 @@ int TCalibrate::Run() {
 
   if (FOptions.Journal)
     for (const std::string& line : FController.Journal().Lines()) FConsole.Say(line);
-  FConsole.Say("");
-  for (const std::string& line : Table(results)) FConsole.Say(line);
-  for (const TGasResult& result : results) {
-    if (result.Findings.empty()) continue;
-    FConsole.Say(Show(SGasVerdict, GasDesc(result.Gas).c_str()));
-    for (const std::string& line : FindingLines(result.Findings)) FConsole.Say(line);
-  }
+  ShowResults(FConsole, results);
   if (!FJob.Calibration().Completed()) FConsole.Say(SGasKeptFile.Get());
   if (!FOptions.Plot.empty()) Draw();
   if (!FOptions.Record.empty()) Write();
@@ -231,45 +236,6 @@ int TCalibrate::Run() {
 }
 
 // --- on the controller that runs ---
-
-constexpr std::pair<const char*, TGasEnd> kEndNames[] = {
-    {"unfinished", TGasEnd::Unfinished}, {"skipped", TGasEnd::Skipped}, {"failed", TGasEnd::Failed},
-    {"restored", TGasEnd::Restored},     {"unsaved", TGasEnd::Unsaved}, {"stored", TGasEnd::Stored}};
-
-// What the controller tells of a gas, as far as it is shown; as long as `json`.
-TGasResult ResultOf(const nlohmann::ordered_json& json) {
-  TGasResult result;
-  result.Gas = AskedGasType(json.at("gas").get<std::string>());
-  for (const auto& [name, end] : kEndNames)
-    if (json.at("result") == name) result.End = end;
-  json.at("durationMs").get_to(result.DurationMs);
-  if (!json.at("kneeVolt").is_null()) result.Knee = json.at("kneeVolt").get<double>();
-  for (const auto& point : json.at("points"))
-    result.Points.push_back({.Volt = point.at("volt"), .Settled = true, .Press = point.at("bar")});
-  for (const auto& dot : json.at("curve")) result.Curve.push_back({dot.at("volt"), dot.at("bar")});
-  for (const auto& finding : json.at("findings"))
-    result.Findings.push_back({.Kind = finding.at("kind").get_ref<const std::string&>().c_str(),
-                               .Bad = finding.at("bad"),
-                               .Doubt = finding.at("doubt"),
-                               .Sentence = finding.at("text")});
-  return result;
-}
-
-// The samples of the calibration, which only the controller's recording has.
-void AddSamples(const TGasRecording& recording, std::vector<TGasResult>& results) {
-  for (TGasResult& result : results)
-    for (const TRecordedGas& gas : recording.Gases) {
-      if (gas.GasType != result.Gas) continue;
-      result.Points.clear();
-      for (const TRecordedGasPoint& point : gas.Points)
-        if (!point.Descending)
-          result.Points.push_back({.Volt = point.Volt,
-                                   .Settled = point.Settled.has_value(),
-                                   .Foreseen = point.Foreseen,
-                                   .Press = point.Settled.value_or(0.0),
-                                   .Samples = point.Samples});
-    }
-}
 
 int CalibrateThere(const TCalibrateOptions& options, TWireClient& client, std::ostream& out) {
   if (!options.Faults.empty())
@@ -313,14 +279,8 @@ int CalibrateThere(const TCalibrateOptions& options, TWireClient& client, std::o
       for (auto& gas : told.at("gases"))
         if (gas.at("gas") == judged.at("gas")) gas["findings"] = judged.at("findings");
   std::vector<TGasResult> results;
-  for (const auto& gas : told.at("gases")) results.push_back(ResultOf(gas));
-  console.Say("");
-  for (const std::string& line : Table(results)) console.Say(line);
-  for (const TGasResult& result : results) {
-    if (result.Findings.empty()) continue;
-    console.Say(Show(SGasVerdict, ShownGas(result.Gas).c_str()));
-    for (const std::string& line : FindingLines(result.Findings)) console.Say(line);
-  }
+  for (const auto& gas : told.at("gases")) results.push_back(GasResultFromJson(gas));
+  ShowResults(console, results);
   if (!options.Plot.empty() || !options.Record.empty()) {
     const TTempFolder folder("ixocut-gas");
     const std::string file = options.Record.empty() ? (folder.Path() / "gas.json").string() : options.Record;
@@ -329,7 +289,8 @@ int CalibrateThere(const TCalibrateOptions& options, TWireClient& client, std::o
       throw EProblem(pbUnusable, written.Problem);
     if (!options.Record.empty()) console.Say(options.Record);
     if (!options.Plot.empty()) {
-      AddSamples(ReadGasRecording(file), results);
+      const TGasRecording measured = ReadGasRecording(file);
+      for (TGasResult& result : results) AddSamples(result, measured);
       DrawGasCalibration(results, options.Nozzle, options.Plot);
       console.Say(options.Plot);
     }

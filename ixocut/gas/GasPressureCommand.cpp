@@ -1,6 +1,4 @@
 // `ixocut gas pressure`.
-#include <algorithm>
-#include <cmath>
 #include <iostream>
 #include <memory>
 
@@ -8,9 +6,8 @@
 #include <nlohmann/json.hpp>
 
 #include "controller/HostTexts.h"
+#include "controller/gas/GasPressure.h"
 #include "controller/gas/GasTexts.h"
-#include "controller/procedures/ProcedureRun.h"
-#include "ixocamglue/gascal/Uzemgasadjustmodel.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
@@ -24,43 +21,11 @@ namespace ixocut {
 using namespace ixocontroller;
 namespace {
 
-constexpr std::uint64_t kSettleMs = 20'000;  // longer than any valve creeps noticeably
-constexpr std::uint64_t kVentMs = 2'000;
-constexpr int kReadings = 40;
-constexpr std::uint64_t kReadingMs = 50;
-
 struct TPressureOptions : TControllerSettings {
   std::string Gas;
   std::string Bar;
   bool Json = false;
 };
-
-struct TReached {
-  double Volt = 0.0;
-  double Bar = 0.0;
-  double SensorBar = 0.0;
-};
-
-// Sets the pressure on the simulated machine, waits until it rests, and switches the gas off again.
-TReached Reach(TController& session, std::int32_t branch, double bar) {
-  WaitForStandby(session);
-  TNcGas* const gas = CutSystem()->Gas();
-  gas->SelectBranch(branch);
-  gas->SetPressure(bar);
-  gas->SwitchOn();
-  session.RunFor(kSettleMs);
-  TReached reached;
-  for (int i = 0; i < kReadings; ++i) {
-    session.RunFor(kReadingMs);
-    reached.SensorBar += DeviceManager()->GetRtGasPressure() / kReadings;
-  }
-  const TMachineSnapshot now = session.Machine().Snapshot();
-  reached.Volt = now.GasVolt;
-  reached.Bar = now.GasBar;
-  gas->SwitchOff();
-  session.RunFor(kVentMs);
-  return reached;
-}
 
 int RunPressure(const TPressureOptions& options, std::ostream& out) {
   const std::vector<std::int32_t> gases = AskedGases(options.Gas);
@@ -76,40 +41,13 @@ int RunPressure(const TPressureOptions& options, std::ostream& out) {
   console.SetStart(Clock().MonotonicMs());
 
   const std::string name = ShownGas(gas);  // the controller has brought the language
-  const TGasBranchConfig* const branch = MachineConfig()->GetGasBranch(gas);
-  if (!branch) throw EProblem(pbUnusable, Format(Tr("the machine has no branch for %s"), name.c_str()));
-  if (*bar > branch->GetMaxPressure())
-    throw EProblem(pbRequest, TProblem{.What = Format(Tr("%s is above the %s bar that the branch of %s may have"),
-                                                      ValueText(*bar).c_str(),
-                                                      ValueText(branch->GetMaxPressure()).c_str(), name.c_str()),
-                                       .Where = "--bar"});
-  const auto volt = branch->DAAdjustTable.GetVolt(*bar);
-  if (!branch->DAAdjustEnabled || !volt) {
+  if (!TableVolt(gas, *bar, "--bar")) {
     const TProblem problem{.What = Show(SGasNoTable, name.c_str())};
     console.Say(problem.What);
     console.Print("gas pressure", {{"gas", GasName(gas)}, {"bar", *bar}, {"volt", nullptr}}, problem);
     return kExitOtherwise;
   }
-  if (const double reach = GZemGasAdjustModel()->GetMaxPress(gas); *bar > reach)
-    throw EProblem(
-        pbRefused,
-        {.What = Format(Tr("%s bar of %s is beyond the reach of its calibration curve, which ends at %s bar"),
-                        ValueText(*bar).c_str(), name.c_str(), Format("%.3f", reach).c_str()),
-         .Where = "--bar",
-         .Why = {},
-         .Remedy = Tr("ask for less, or calibrate the gas again")});
-  double least = *bar;
-  for (std::int32_t i = 0; i < branch->DAAdjustTable.GetCount(); ++i)
-    least = i == 0 ? branch->DAAdjustTable.GetItem(i)->Press : std::min(least, branch->DAAdjustTable.GetItem(i)->Press);
-  if (*bar < least)
-    throw EProblem(
-        pbRefused,
-        {.What = Format(Tr("%s bar of %s is beyond the reach of its calibration curve, which begins at %s bar"),
-                        ValueText(*bar).c_str(), name.c_str(), Format("%.3f", least).c_str()),
-         .Where = "--bar",
-         .Why = {},
-         .Remedy = Tr("ask for more, or calibrate the gas again")});
-  const TReached reached = Reach(machine, gas, *bar);
+  const TReachedPressure reached = ReachPressure(machine, gas, *bar);
   const double error = reached.Bar - *bar;
   const std::string share = *bar > 0.0 ? Format("%+.2f %%", 100.0 * error / *bar) : std::string("-");
   console.Say(Show(SGasPressure, name.c_str(), ValueText(*bar).c_str(), Format("%.3f", reached.Volt).c_str(),

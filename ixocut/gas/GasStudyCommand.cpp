@@ -33,7 +33,7 @@ int RunStudy(const TStudyOptions& options, std::ostream& out) {
   for (std::int32_t gas = 1; gas <= kStudyGases; ++gas) config.GasBranches().Items.AddNew().GasType = gas;
 
   TConsole console(out, options.Json, false);
-  std::vector<std::vector<std::string>> table{
+  TRows table{
       {Tr("method"), Tr("gas"), Tr("points"), Tr("time s"), Tr("median"), "90 %", Tr("worst"), Tr("unfinished")}};
   auto json = nlohmann::ordered_json::array();
   for (const TStudyRow& row : StudyGasMethods(static_cast<std::int32_t>(options.Valves), options.Seed)) {
@@ -52,7 +52,7 @@ int RunStudy(const TStudyOptions& options, std::ostream& out) {
   }
   console.Say(Format(Tr("%llu valves of each gas, seed %llu; errors in %% of the pressure at 10 V"),
                      static_cast<unsigned long long>(options.Valves), static_cast<unsigned long long>(options.Seed)));
-  for (const std::string& line : DrawTable(table)) console.Say(line);
+  console.SayTable(table);
   console.Print("gas study", {{"valves", options.Valves}, {"seed", options.Seed}, {"rows", std::move(json)}});
   return kExitSuccess;
 }

@@ -1,6 +1,5 @@
 // `ixocut gas load`, `gas show`, `gas diff`: the stored tables.
 #include <algorithm>
-#include <cmath>
 #include <iostream>
 #include <memory>
 
@@ -114,23 +113,6 @@ int RunLoad(const TTablesOptions& options, std::ostream& out) {
   return unusable ? kExitUnusable : problem ? kExitOtherwise : kExitSuccess;
 }
 
-// Both curves over the voltages of either.
-std::vector<double> AllVolts(const TIncList& a, const TIncList& b) {
-  std::vector<double> volts;
-  for (const TIncList* const list : {&a, &b})
-    for (const TDot& dot : list->Dots()) volts.push_back(dot.X);
-  std::ranges::sort(volts);
-  const auto same = [](double x, double y) { return std::abs(x - y) <= Epsilon_Voltage; };
-  volts.erase(std::unique(volts.begin(), volts.end(), same), volts.end());
-  return volts;
-}
-
-TIncList ListOf(const TDAAdjustTable& table) {
-  TIncList list;
-  for (const TDot& dot : DotsOf(table)) list.AddItem(dot);
-  return list;
-}
-
 int RunDiff(const TTablesOptions& options, std::ostream& out) {
   const auto gases = GasesOf(options);
   TConsole console(out, options.Json, false);
@@ -151,25 +133,25 @@ int RunDiff(const TTablesOptions& options, std::ostream& out) {
       json.push_back({{"gas", GasName(gas)}, {"problem", why}});
       continue;
     }
-    const TIncList stored = ListOf(*table);
-    const TIncList used = ListOf(branch->DAAdjustTable);
-    std::vector<std::vector<std::string>> rows{{"V", Tr("stored bar"), Tr("in use bar"), Tr("difference bar")}};
+    const TTableDifference difference = CompareTables(*table, branch->DAAdjustTable);
+    TRows rows{{"V", Tr("stored bar"), Tr("in use bar"), Tr("difference bar")}};
     auto points = nlohmann::ordered_json::array();
-    double largest = 0.0;
-    for (const double volt : AllVolts(stored, used)) {
-      const double a = stored.GetY(volt), b = used.GetY(volt);
-      largest = std::max(largest, std::abs(b - a));
-      rows.push_back({Format("%.3f", volt), Format("%.4f", a), Format("%.4f", b), Format("%+.4f", b - a)});
-      points.push_back({{"volt", volt}, {"stored", a}, {"used", b}});
+    for (const auto& point : difference.Points) {
+      rows.push_back({Format("%.3f", point.Volt), Format("%.4f", point.StoredBar), Format("%.4f", point.UsedBar),
+                      Format("%+.4f", point.Bar())});
+      points.push_back({{"volt", point.Volt}, {"stored", point.StoredBar}, {"used", point.UsedBar}});
     }
-    const bool equal = stored.Dots() == used.Dots();
-    same = same && equal;
+    same = same && difference.Equal;
     console.Say(Format("%s %s: %s", ShownGas(gas).c_str(), nozzle.c_str(),
-                       equal ? Tr("the stored table is in use")
-                             : Format(Tr("the tables differ, by %.4f bar at most"), largest).c_str()));
-    if (!equal)
+                       difference.Equal
+                           ? Tr("the stored table is in use")
+                           : Format(Tr("the tables differ, by %.4f bar at most"), difference.LargestBar).c_str()));
+    if (!difference.Equal)
       for (const std::string& line : DrawTable(rows)) console.Say("  " + line);
-    json.push_back({{"gas", GasName(gas)}, {"equal", equal}, {"largestBar", largest}, {"points", points}});
+    json.push_back({{"gas", GasName(gas)},
+                    {"equal", difference.Equal},
+                    {"largestBar", difference.LargestBar},
+                    {"points", points}});
   }
   std::optional<TProblem> problem;
   if (!same) problem = {.What = Tr("the tables differ")};

@@ -65,10 +65,9 @@ int RunCheck(const TCheckOptions& options, std::ostream& out) {
   } else if (ports.empty()) {
     out << Format(Tr("The machine \"%s\" tells nothing of its ports.\n"), controller.Driver().c_str());
   } else {
-    std::vector<std::vector<std::string>> rows{
-        {Tr("device"), Tr("driver"), Tr("address"), Tr("value"), Tr("age ms"), Tr("limits"), Tr("warning")}};
+    TRows rows{{Tr("device"), Tr("driver"), Tr("address"), Tr("value"), Tr("age ms"), Tr("limits"), Tr("warning")}};
     for (const TMachinePort& port : ports) rows.push_back(PortRow(port));
-    for (const std::string& line : DrawTable(rows)) out << line << '\n';
+    PrintTable(out, rows);
     if (problem) std::cerr << "ixocut machine check: " << problem->Text() << '\n';
   }
   return problem ? kExitUnusable : kExitSuccess;

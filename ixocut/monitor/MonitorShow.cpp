@@ -1,12 +1,10 @@
 #include <algorithm>
-#include <cmath>
-#include <limits>
 #include <map>
 #include <optional>
 
 #include <nlohmann/json.hpp>
 
-#include "controller/recordings/Recording.h"
+#include "controller/recordings/RecordingFacts.h"
 #include "ixocamglue/monitor/Umonitorsink.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
@@ -20,42 +18,8 @@ using namespace ixocontroller;
 namespace {
 
 constexpr std::size_t kShownNotes = 20;
-constexpr double kNoValue = std::numeric_limits<double>::quiet_NaN();
-
-struct TSignalFacts {
-  std::uint64_t Frames = 0;
-  std::uint64_t Samples = 0;
-  std::int64_t FirstMs = 0;
-  std::int64_t LastMs = 0;
-  double Min = kNoValue;  // of the values that are numbers
-  double Max = kNoValue;
-};
 
 using TFacts = std::map<TMonitorSignalKey, TSignalFacts>;
-
-TFacts Collect(TMonitorReader& reader) {
-  TFacts facts;
-  TSampleClock clock;
-  for (TMonitorDataFrame frame; reader.Next(frame);) {
-    TSignalFacts& signal = facts[KeyOf(frame)];
-    const std::int64_t start = clock.At(frame.SampleTime);
-    const auto count = static_cast<std::int64_t>(frame.Count());
-    const std::int64_t end = start + std::max<std::int64_t>(count - 1, 0) * frame.TimeInterval;
-    if (signal.Frames++ == 0) {
-      CheckSignalCount(facts.size(), reader.Report().FileName);
-      signal.FirstMs = start;
-    }
-    signal.FirstMs = std::min(signal.FirstMs, start);
-    signal.LastMs = std::max(signal.LastMs, end);
-    for (std::size_t i = 0; i < frame.Count(); ++i) {
-      const double value = frame.GetValue(i);
-      ++signal.Samples;
-      signal.Min = std::fmin(signal.Min, value);
-      signal.Max = std::fmax(signal.Max, value);
-    }
-  }
-  return facts;
-}
 
 const char* KindName(TMonitorNoteKind kind) {
   switch (kind) {
@@ -81,14 +45,13 @@ const char* KindWords(TMonitorNoteKind kind) {
 
 void SayNotes(const TMonitorLoadReport& report, TConsole& console) {
   console.Say("");
-  const std::vector<std::vector<std::string>> rows{
-      {Tr("lines skipped"), std::to_string(report.SkippedLines)},
-      {Tr("bad fields"), std::to_string(report.BadFields)},
-      {Tr("counts above 32"), std::to_string(report.ClampedCounts)},
-      {Tr("lines with too few values"), std::to_string(report.FewerValues)},
-      {Tr("lines with too many fields"), std::to_string(report.MoreFields)},
-      {Tr("lines cut"), std::to_string(report.CutLines)}};
-  for (const std::string& line : DrawTable(rows)) console.Say(line);
+  const TRows rows{{Tr("lines skipped"), std::to_string(report.SkippedLines)},
+                   {Tr("bad fields"), std::to_string(report.BadFields)},
+                   {Tr("counts above 32"), std::to_string(report.ClampedCounts)},
+                   {Tr("lines with too few values"), std::to_string(report.FewerValues)},
+                   {Tr("lines with too many fields"), std::to_string(report.MoreFields)},
+                   {Tr("lines cut"), std::to_string(report.CutLines)}};
+  console.SayTable(rows);
   for (std::size_t i = 0; i < std::min(report.Notes.size(), kShownNotes); ++i) {
     const TMonitorNote& note = report.Notes[i];
     const std::string place = note.Field > 0 ? Format(Tr("line %s, field %s"), std::to_string(note.Line).c_str(),
@@ -105,22 +68,21 @@ void PrintText(const TMonitorLoadReport& report, const std::string& problem, boo
   console.Say(report.FileName);
   std::string motors;
   for (const std::string& motor : report.Motors) motors += (motors.empty() ? "" : ", ") + motor;
-  const std::vector<std::vector<std::string>> head{
-      {Tr("version"), report.Version.empty() ? "-" : report.Version},
-      {Tr("motors"), motors.empty() ? "-" : motors},
-      {Tr("size"), Format(Tr("%s bytes, %s lines, %s frames"), std::to_string(report.Bytes).c_str(),
-                          std::to_string(report.Lines).c_str(), std::to_string(report.Frames).c_str())}};
-  for (const std::string& line : DrawTable(head)) console.Say(line);
+  const TRows head{{Tr("version"), report.Version.empty() ? "-" : report.Version},
+                   {Tr("motors"), motors.empty() ? "-" : motors},
+                   {Tr("size"), Format(Tr("%s bytes, %s lines, %s frames"), std::to_string(report.Bytes).c_str(),
+                                       std::to_string(report.Lines).c_str(), std::to_string(report.Frames).c_str())}};
+  console.SayTable(head);
   if (!problem.empty()) console.Say(Format(Tr("not read: %s"), problem.c_str()));
   if (!facts.empty()) {
-    std::vector<std::vector<std::string>> rows{{Tr("signal"), Tr("frames"), Tr("samples"), Tr("from ms"), Tr("to ms"),
-                                                Tr("smallest"), Tr("largest"), Tr("caption")}};
+    TRows rows{{Tr("signal"), Tr("frames"), Tr("samples"), Tr("from ms"), Tr("to ms"), Tr("smallest"), Tr("largest"),
+                Tr("caption")}};
     for (const auto& [key, signal] : facts)
       rows.push_back({SignalName(key), std::to_string(signal.Frames), std::to_string(signal.Samples),
                       std::to_string(signal.FirstMs), std::to_string(signal.LastMs), Format("%.6g", signal.Min),
                       Format("%.6g", signal.Max), SignalCaption(key, report.Motors)});
     console.Say("");
-    for (const std::string& line : DrawTable(rows)) console.Say(line);
+    console.SayTable(rows);
   }
   if (partial) console.Say(std::string("\n") + Tr("not whole: its writer has not ended it (ixocut monitor recover)"));
   if (!report.Clean()) SayNotes(report, console);
@@ -174,7 +136,7 @@ int ShowMonitorFile(const std::string& file, TConsole& console) {
   TMonitorReader reader;
   reader.Open(file).OrThrow(pbUnusable);
   TFacts facts;
-  if (reader.Is1P2()) facts = Collect(reader);
+  if (reader.Is1P2()) facts = SignalFacts(reader);
   std::string problem;
   if (const TResult<void> readable = CheckReadable(reader); !readable)
     problem = TProblem{.What = readable.Problem().What, .Why = readable.Problem().Why}.Text();

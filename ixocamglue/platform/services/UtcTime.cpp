@@ -71,6 +71,11 @@ std::string FormatLocal(TDateTime utc) {
                                                                              static_cast<int>(std::abs(minutes) % 60));
 }
 
+std::string ShownTime(const std::string& stored) {
+  const auto moment = ParseMoment(stored);
+  return moment ? FormatLocal(*moment) : stored;
+}
+
 std::optional<TDateTime> ParseMoment(std::string_view text) {
   const std::string_view offsetText = text.substr(OffsetAt(text));
   text.remove_suffix(offsetText.size());

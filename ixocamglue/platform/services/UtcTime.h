@@ -17,6 +17,8 @@ namespace ixocamglue {
 [[nodiscard]] std::string FormatUtc(TDateTime utc);
 // As the wall clock of this place showed it then, with its offset: "YYYY-MM-DD hh:mm:ss.zzz+08:00".
 [[nodiscard]] std::string FormatLocal(TDateTime utc);
+// The same of a moment that was stored or told as text; what is none stays as it is.
+[[nodiscard]] std::string ShownTime(const std::string& stored);
 
 // The moment of "YYYY-MM-DD", of that with "hh:mm", "hh:mm:ss" or "hh:mm:ss.zzz" behind a blank or a T, and of each of
 // these with "Z" or an offset ("+08:00") behind it; without one it is a time of this place. Nothing for anything else.

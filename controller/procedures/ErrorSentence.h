@@ -3,9 +3,9 @@
 
 #include <string>
 
-namespace ixocut {
+namespace ixocontroller {
 
 // `line` in the operator's language where it is one of the fixed ones; else as it is.
 [[nodiscard]] std::string ErrorSentence(const std::string& line);
 
-}  // namespace ixocut
+}  // namespace ixocontroller

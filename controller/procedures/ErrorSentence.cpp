@@ -1,11 +1,11 @@
-#include "ixocut/ErrorSentence.h"
+#include "controller/procedures/ErrorSentence.h"
 
 #include <string_view>
 
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
 
-namespace ixocut {
+namespace ixocontroller {
 using namespace ixocamglue;
 namespace {
 
@@ -61,4 +61,4 @@ std::string ErrorSentence(const std::string& line) {
   return step.empty() ? line : step;
 }
 
-}  // namespace ixocut
+}  // namespace ixocontroller

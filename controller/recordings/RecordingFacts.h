@@ -1,0 +1,33 @@
+// What can be said of a recording without a picture: what each signal holds, and how far two runs are apart.
+#pragma once
+
+#include <cstdint>
+#include <limits>
+#include <map>
+
+#include "controller/recordings/Recording.h"
+
+namespace ixocontroller {
+
+struct TSignalFacts {
+  std::uint64_t Frames = 0;
+  std::uint64_t Samples = 0;
+  std::int64_t FirstMs = 0;
+  std::int64_t LastMs = 0;
+  double Min = std::numeric_limits<double>::quiet_NaN();  // of the values that are numbers
+  double Max = std::numeric_limits<double>::quiet_NaN();
+};
+// Of a reader that was opened, in one pass. Throws EProblem for a file with too many signals.
+[[nodiscard]] std::map<TMonitorSignalKey, TSignalFacts> SignalFacts(TMonitorReader& reader);
+
+struct TSeriesDifference {
+  std::uint64_t Samples = 0;  // compared
+  double Largest = 0.0;       // infinite where only one of the two is a number
+  std::int64_t AtMs = 0;
+  double A = 0.0;
+  double B = 0.0;
+};
+// At each sample of A within the time that both have, B holds its latest value.
+[[nodiscard]] TSeriesDifference Compare(const TSeries& a, const TSeries& b);
+
+}  // namespace ixocontroller
