@@ -1,8 +1,6 @@
 // `ixocut machine try`: one device after the other, each only after somebody has said yes, with a protocol of it.
 #include <algorithm>
-#include <cmath>
 #include <fstream>
-#include <future>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -13,18 +11,11 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
-#include "controller/Controller.h"
-#include "controller/LaserLatch.h"
 #include "controller/SignalStop.h"
 #include "controller/StateFolder.h"
-#include "controller/procedures/ProcedureRun.h"
-#include "controller/procedures/Procedures.h"
-#include "ixocamglue/platform/ports/CutSystem.h"
-#include "ixocamglue/platform/ports/MotionDriver.h"
+#include "controller/commissioning/PortTries.h"
 #include "ixocamglue/platform/services/UtcTime.h"
-#include "ixocamglue/support/Faults.h"
 #include "ixocamglue/support/Format.h"
-#include "ixocamglue/support/Nearest.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
 #include "ixocut/ControllerSettings.h"
@@ -35,16 +26,6 @@ namespace ixocut {
 using namespace ixocontroller;
 namespace {
 
-constexpr double kJogMm = 1.0;
-constexpr double kJogMmPerS = 10.0;
-constexpr double kReachedMm = 0.05;
-constexpr double kTryVolt = 1.0;
-constexpr std::uint64_t kReadMs = 1000;  // for what was put out to show
-constexpr std::uint64_t kMoveLimitMs = 30'000;
-constexpr std::uint64_t kAnswerMs = 5000;  // of the state thread
-constexpr std::uint64_t kLatchMs = 3000;   // until a latch that was set is up; what stays down refuses by itself
-constexpr std::uint32_t kRoundMs = 20;
-
 struct TTryOptions : TControllerSettings {
   std::vector<std::string> Ports;
   std::string Protocol;
@@ -53,270 +34,13 @@ struct TTryOptions : TControllerSettings {
   bool Json = false;
 };
 
-struct TTried {
-  std::string Time, Port, Done, Read;
-  bool Good = false;
-};
-
-// What somebody may try, by its name on the command line.
-struct TTry {
-  std::string Port;
-  std::string Device;               // as a person knows it
-  std::string Does;                 // what will be done
-  std::function<TTried()> Perform;  // throws EProblem, also when somebody stops it
+struct TTried : TTriedPort {
+  std::string Time, Port;
 };
 
 std::string UserName() {
   const passwd* const user = getpwuid(geteuid());
   return user && user->pw_name ? user->pw_name : std::to_string(geteuid());
-}
-
-// The machine with its threads; each wish is carried out by the state thread, as a procedure where there is one.
-class TTryRun {
- public:
-  explicit TTryRun(TControllerOptions options) : FController(std::move(options)) {
-    FController.StartThreads();
-    WaitForStandby(FController);
-  }
-
-  [[nodiscard]] TController& Controller() { return FController; }
-
-  // Throws what the work throws.
-  template <class Act>
-  auto OnState(Act act) {
-    using TValue = decltype(act());
-    const auto task = std::make_shared<std::packaged_task<TValue()>>(std::move(act));
-    std::future<TValue> done = task->get_future();
-    FController.Framework().RunNext([task] { (*task)(); });
-    if (done.wait_for(std::chrono::milliseconds(kAnswerMs)) != std::future_status::ready)
-      throw EProblem(pbUnusable, TProblem{.What = Tr("the state thread does not answer")});
-    return done.get();
-  }
-  void Wait(std::uint64_t ms) {
-    for (const std::uint64_t end = Clock().MonotonicMs() + ms; Clock().MonotonicMs() < end; Clock().Sleep(kRoundMs))
-      CheckStop();
-  }
-  static void CheckStop() {
-    if (TSignalStop::Asked()) throw EProblem(pbRefused, TProblem{.What = Tr("stopped by hand")});
-  }
-  // A procedure with these of its parameters, to its end.
-  using TValues = std::vector<std::pair<std::string_view, double>>;
-  void Run(const char* procedure, const TValues& given) {
-    const TProcedure* const row = FindProcedure(procedure);
-    TMotionValues values(row->Params.size());
-    for (const auto& [name, value] : given) {
-      const auto param = std::ranges::find(row->Params, name, &TMotionParam::Name);
-      values.at(static_cast<std::size_t>(param - row->Params.begin())) = value;
-    }
-    const TMotionCall call{row, std::move(values), {}};
-    for (const TMotionParam& param : row->Params) call.Check(param, FController.Limits().Bounds).OrThrow(pbRefused);
-    SetLatch();
-    FController.Start(ShareRoot(call.Make(nullptr))).OrThrow(pbRefused);
-    const std::uint64_t end = Clock().MonotonicMs() + kMoveLimitMs;
-    bool stopped = false;
-    while (FController.Running()) {
-      if (!stopped && (TSignalStop::Asked() || Clock().MonotonicMs() >= end)) {
-        stopped = true;
-        FController.Framework().Stop();
-      }
-      if (stopped && Clock().MonotonicMs() >= end + kAnswerMs)
-        throw EProblem(pbUnusable, TProblem{.What = Tr("the procedure does not end")});
-      Clock().Sleep(kRoundMs);
-    }
-    CheckStop();
-    const TMotionOutcome outcome = OnState([this] { return FController.MotionState().Outcome(); });
-    if (outcome.Type == metSuccess) return;
-    std::string why = outcome.Why;
-    for (const std::string* const text : {&outcome.Cause, &outcome.Fault, &outcome.Path})
-      if (why.empty()) why = *text;
-    throw EProblem(pbRefused, TProblem{.What = why});
-  }
-
- private:
-  // A source's own latch may hold the axes, too; it is down as long as no controller lives, and after each end.
-  void SetLatch() {
-    if (!LatchReason()) return;
-    FController.ResetLatch().OrThrow(pbRefused);
-    for (const std::uint64_t end = Clock().MonotonicMs() + kLatchMs; LatchReason() && Clock().MonotonicMs() < end;)
-      Wait(kRoundMs);
-  }
-
-  TController FController;
-};
-
-TTried Result(const std::string& done, const std::string& read, bool good) {
-  return {.Time = {}, .Port = {}, .Done = done, .Read = read, .Good = good};
-}
-
-double TargetNear(double at, const TAxisLimits& limits, double step) {
-  return at + step >= limits.Neg && at + step <= limits.Pos ? at + step : at - step;
-}
-
-// 1 mm and back, by the procedure of this name with these of its parameters.
-TTried Jog(TTryRun& run, const char* procedure, const std::function<double()>& read,
-           const std::function<TTryRun::TValues(double)>& values, double to) {
-  const double from = run.OnState(read);
-  run.Run(procedure, values(to));
-  const double there = run.OnState(read);
-  run.Run(procedure, values(from));
-  const double back = run.OnState(read);
-  return Result(Format(Tr("moved from %.3f to %.3f mm and back"), from, to), Format("%.3f, %.3f mm", there, back),
-                std::abs(there - to) <= kReachedMm && std::abs(back - from) <= kReachedMm);
-}
-
-void AddAxes(TTryRun& run, std::vector<TTry>& tries) {
-  const std::string how = Format(Tr("%g mm and back, at %g mm/s"), kJogMm, kJogMmPerS);
-  if (MotionDriver())
-    for (const std::int32_t axis : {0, 1}) {
-      const char* const name = axis == 0 ? "X" : "Y";
-      tries.push_back(
-          {axis == 0 ? "x" : "y", Format(Tr("axis %s"), name), how, [&run, axis] {
-             const TPoint2 from = run.OnState([] {
-               return TPoint2{MotionDriver()->GetPos(0), MotionDriver()->GetPos(1)};
-             });
-             const TAxisLimits limits = run.OnState([axis] { return MotionDriver()->GetLimits(axis); });
-             const double at = axis == 0 ? from.X : from.Y;
-             return Jog(
-                 run, "move-xy", [axis] { return MotionDriver()->GetPos(axis); },
-                 [from, axis](double to) -> TTryRun::TValues {
-                   return {{"x", axis == 0 ? to : from.X}, {"y", axis == 1 ? to : from.Y}, {"speed", kJogMmPerS}};
-                 },
-                 TargetNear(at, limits, kJogMm));
-           }});
-    }
-  if (GFollower() || (MotionDriver() && run.OnState([] { return MotionDriver()->HasZ(); })))
-    tries.push_back({"z", Format(Tr("axis %s"), "Z"), how, [&run] {
-                       const auto read = [] { return GFollower() ? GFollower()->GetZ() : MotionDriver()->GetZ(); };
-                       const double at = run.OnState(read);
-                       const TAxisLimits limits = run.OnState(
-                           [] { return GFollower() ? GFollower()->GetZLimits() : MotionDriver()->GetZLimits(); });
-                       return Jog(
-                           run, "move-z", read,
-                           [](double to) -> TTryRun::TValues {
-                             return {{"z", to}, {"speed", kJogMmPerS}};
-                           },
-                           TargetNear(at, limits, -kJogMm));  // up, where there is room
-                     }});
-  if (CutSystem()->CutHeadCtrl())
-    tries.push_back({"focus", Format(Tr("axis %s"), "Focus"), how, [&run] {
-                       const auto read = [] { return CutSystem()->CutHeadCtrl()->GetFocus(); };
-                       const double at = run.OnState(read);
-                       const TAxisLimits limits =
-                           run.OnState([] { return CutSystem()->CutHeadCtrl()->GetFocusLimits(); });
-                       return Jog(
-                           run, "focus", read,
-                           [](double to) -> TTryRun::TValues {
-                             return {{"focus", to}, {"speed", kJogMmPerS}};
-                           },
-                           TargetNear(at, limits, kJogMm));
-                     }});
-}
-
-void AddPorts(TTryRun& run, std::uint64_t pulseMs, std::vector<TTry>& tries) {
-  const TMachineBounds& machine = run.Controller().Limits().Bounds;
-  if (DeviceManager() && DeviceManager()->InputGroup())
-    for (const TPortConfig& port : machine.Inports)
-      tries.push_back({Format("input:%d", port.Number), Format(Tr("input %d %s"), port.Number, port.Name.c_str()),
-                       Tr("is read"), [&run, number = port.Number] {
-                         const bool high =
-                             run.OnState([number] { return DeviceManager()->InputGroup()->GetInput(number); });
-                         return Result(Tr("read"), high ? "1" : "0", true);
-                       }});
-  if (MotionCard())
-    for (const TPortConfig& port : machine.Outports)
-      tries.push_back({Format("output:%d", port.Number), Format(Tr("output %d %s"), port.Number, port.Name.c_str()),
-                       Format(Tr("on for %llu ms, then off"), static_cast<unsigned long long>(pulseMs)),
-                       [&run, pulseMs, number = port.Number] {
-                         const auto isOn = [&run, number] {
-                           const TMachineSnapshot now = run.Controller().Machine().Snapshot();
-                           return std::ranges::find(now.OutputsOn, number) != now.OutputsOn.end();
-                         };
-                         const auto off = [&run, number] {
-                           run.OnState([number] { MotionCard()->SwitchOutport(number, false); });
-                         };
-                         bool on = false;
-                         try {
-                           run.OnState([number] { MotionCard()->SwitchOutport(number, true); });
-                           run.Wait(pulseMs);
-                           on = isOn();
-                         } catch (...) {
-                           off();
-                           throw;
-                         }
-                         off();
-                         for (std::uint64_t ms = 0; isOn() && ms < kReadMs; ms += kRoundMs) Clock().Sleep(kRoundMs);
-                         const bool stays = isOn();
-                         return Result(Format(Tr("on for %llu ms, then off"), static_cast<unsigned long long>(pulseMs)),
-                                       Format("%d, %d", on ? 1 : 0, stays ? 1 : 0), on && !stays);
-                       }});
-}
-
-void AddGas(TTryRun& run, std::vector<TTry>& tries) {
-  if (!FittedGas()) return;
-  for (const TGasBranchConfig& branch : run.Controller().Limits().Bounds.GasBranches) {
-    if (branch.DAPort == 0) continue;
-    tries.push_back({Format("gas:%d", branch.GasType), Format(Tr("gas %d %s"), branch.GasType, branch.Name.c_str()),
-                     Format(Tr("%g V to its proportional valve for %g s, its gas off"), kTryVolt, kReadMs / 1000.0),
-                     [&run, type = branch.GasType] {
-                       const auto put = [&run](double volt) { run.OnState([volt] { FittedGas()->OutputDA(volt); }); };
-                       run.OnState([type] { FittedGas()->SelectBranch(type); });
-                       if (run.OnState([] { return FittedGas()->GetBranch(); }) != type)
-                         throw EProblem(pbRefused, TProblem{.What = Tr("the branch cannot be selected")});
-                       double bar = 0.0;
-                       try {
-                         put(kTryVolt);
-                         run.Wait(kReadMs);
-                         bar = run.OnState([] { return DeviceManager() ? DeviceManager()->GetRtGasPressure() : 0.0; });
-                       } catch (...) {
-                         put(0.0);
-                         throw;
-                       }
-                       put(0.0);
-                       return Result(Format(Tr("%g V, then 0 V"), kTryVolt), Format("%.3f bar", bar), true);
-                     }});
-  }
-}
-
-void AddPilot(TTryRun& run, std::uint64_t pulseMs, std::vector<TTry>& tries) {
-  if (!FittedLaser()) return;
-  const std::string what = Format(Tr("on for %llu ms, then off"), static_cast<unsigned long long>(pulseMs));
-  tries.push_back({"pilot", Tr("pilot light"), what, [&run, pulseMs, what] {
-                     const auto set = [&run](bool on) { run.OnState([on] { FittedLaser()->SetAiming(on); }); };
-                     const auto isOn = [&run] { return run.OnState([] { return FittedLaser()->GetAiming(); }); };
-                     bool on = false;
-                     try {
-                       set(true);
-                       run.Wait(pulseMs);
-                       on = isOn();
-                     } catch (...) {
-                       set(false);
-                       throw;
-                     }
-                     set(false);
-                     return Result(what, Format("%d", on ? 1 : 0), on);
-                   }});
-}
-
-std::vector<TTry> Chosen(std::vector<TTry> all, const std::vector<std::string>& ports) {
-  if (ports.empty()) return all;
-  std::vector<TTry> chosen;
-  for (const std::string& port : ports) {
-    const auto it = std::ranges::find(all, port, &TTry::Port);
-    if (it == all.end()) {
-      TNearestName nearest(port);
-      std::string known;
-      for (const TTry& each : all) {
-        nearest.Consider(each.Port);
-        known += (known.empty() ? "" : ", ") + each.Port;
-      }
-      throw EProblem(pbRequest, TProblem{.What = Format(Tr("the machine has no port \"%s\""), port.c_str()),
-                                         .Where = {},
-                                         .Why = Format(Tr("there are: %s"), known.c_str()),
-                                         .Remedy = nearest.DidYouMean()});
-    }
-    chosen.push_back(*it);
-  }
-  return chosen;
 }
 
 enum class TAnswer : std::uint8_t { Yes, No, End };
@@ -376,20 +100,6 @@ std::filesystem::path ProtocolFile(const TTryOptions& options) {
   return StateFolder(options.State) / name;
 }
 
-TTried Performed(const TTry& each) {
-  TTried tried;
-  try {
-    tried = each.Perform();
-  } catch (const EProblem& problem) {
-    tried = Result(each.Does, problem.Problem.Text(), false);
-  } catch (...) {
-    tried = Result(each.Does, DescribeException(std::current_exception()), false);
-  }
-  tried.Port = each.Port;
-  tried.Time = FormatUtc(UtcNow());
-  return tried;
-}
-
 int RunTry(const TTryOptions& options, std::ostream& out) {
   if (!options.Yes && isatty(STDIN_FILENO) != 1)
     throw EProblem(pbRefused, TProblem{.What = Tr("each try is confirmed by hand, and there is no terminal"),
@@ -398,21 +108,15 @@ int RunTry(const TTryOptions& options, std::ostream& out) {
                                        .Remedy = Tr("run it in a terminal, or give --yes and watch the machine")});
   const TSignalStop signals;
   TControllerOptions controllerOptions = options.Options();
-  controllerOptions.Realtime = true;
   const std::string machine = controllerOptions.MachineFile.string();
-  TTryRun run(std::move(controllerOptions));
-  std::vector<TTry> tries;
-  AddAxes(run, tries);
-  AddPorts(run, options.PulseMs, tries);
-  AddGas(run, tries);
-  AddPilot(run, options.PulseMs, tries);
-  tries = Chosen(std::move(tries), options.Ports);
+  const TPortTries ports(std::move(controllerOptions), options.PulseMs, &TSignalStop::Asked);
+  const auto tries = ports.Chosen(options.Ports);
   TProtocol protocol(ProtocolFile(options), machine);
 
   std::vector<TTried> tried;
   bool whole = true;
-  for (const TTry& each : tries) {
-    const std::string what = each.Port + " (" + each.Device + "): " + each.Does;
+  for (const TPortTry* const each : tries) {
+    const std::string what = each->Port + " (" + each->Device + "): " + each->Does;
     const TAnswer answer = TSignalStop::Asked() ? TAnswer::End
                            : options.Yes        ? TAnswer::Yes
                                                 : Ask(what + Tr("? y: yes, q: end, else no: "));
@@ -421,11 +125,11 @@ int RunTry(const TTryOptions& options, std::ostream& out) {
       break;
     }
     if (answer == TAnswer::No) continue;
-    tried.push_back(Performed(each));
+    tried.push_back({TPortTries::Perform(*each), FormatUtc(UtcNow()), each->Port});
     protocol.Add(tried.back());
     const TTried& last = tried.back();
     if (!options.Json)
-      out << Format("%s  %s: %s; %s", last.Good ? Tr("good") : Tr("BAD"), each.Port.c_str(), last.Done.c_str(),
+      out << Format("%s  %s: %s; %s", last.Good ? Tr("good") : Tr("BAD"), last.Port.c_str(), last.Done.c_str(),
                     last.Read.c_str())
           << std::endl;
   }
