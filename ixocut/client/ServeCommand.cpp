@@ -2,22 +2,15 @@
 #include <chrono>
 #include <iostream>
 #include <memory>
-#include <optional>
 #include <thread>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include "controller/Serving.h"
 #include "controller/SignalStop.h"
-#include "controller/StateFiles.h"
 #include "controller/StateFolder.h"
-#include "controller/api/Api.h"
-#include "controller/service/ControllerFile.h"
-#include "controller/service/ProcessLog.h"
-#include "controller/service/ServiceProcess.h"
-#include "controller/wire/Server.h"
-#include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocut/CommandLine.h"
@@ -26,13 +19,14 @@
 #include "ixocut/client/StatusView.h"
 
 namespace ixocut {
+using namespace ixocontroller;
 namespace {
 
 constexpr auto kSignalLookEvery = std::chrono::milliseconds(50);
 
 struct TServeOptions : TControllerSettings {
   std::uint64_t Virtual = 0;  // 0: real time
-  std::uint64_t Port = ixocontroller::kWirePort;
+  std::uint64_t Port = kWirePort;
   std::string Listen = "127.0.0.1";
   std::vector<std::string> Hosts;
   std::string Certificate, Key;  // empty: no TLS
@@ -40,90 +34,45 @@ struct TServeOptions : TControllerSettings {
   bool Json = false;
 };
 
-// What is shown to who comes by TLS, where the files are named.
-ixocontroller::TResult<std::shared_ptr<const ixocontroller::TServerTls>> ReadTls(const TServeOptions& options) {
-  if (options.Certificate.empty()) return std::shared_ptr<const ixocontroller::TServerTls>();
-  return ixocontroller::TServerTls::Read(options.Certificate, options.Key);
-}
-
-void Tell(const TServeOptions& options, const ixocontroller::TWireServer& server, const std::string& link,
-          const std::filesystem::path& socket, ixocontroller::TService& service, std::ostream& out) {
+void Tell(const TServeOptions& options, TServing& serving, std::ostream& out) {
+  TService& service = serving.Service();
   const std::string machine = service.Options().Controller.MachineFile.string();
-  const std::string state = ixocontroller::StateWord(service.Status()->State);
+  const std::string socket = serving.Socket().string();
+  const std::string state = StateWord(service.Status()->State);
   if (options.Json)
-    return PrintDocument(out, "serve",
-                         {{"url", server.Url()},
-                          {"socket", socket.string()},
-                          {"process", ::getpid()},
-                          {"machine", machine},
-                          {"state", state}},
-                         {}, true);
-  TRows rows{{Tr("address"), server.Url()},
-             {Tr("socket"), socket.string()},
+    return PrintDocument(
+        out, "serve",
+        {{"url", serving.Url()}, {"socket", socket}, {"process", ::getpid()}, {"machine", machine}, {"state", state}},
+        {}, true);
+  TRows rows{{Tr("address"), serving.Url()},
+             {Tr("socket"), socket},
              {Tr("machine"), machine},
              {Tr("state"), ShownWord(state)}};
-  if (!link.empty()) rows.insert(rows.begin() + 1, {Tr("console"), link + Tr("  (good once, for 60 s)")});
+  if (isatty(STDOUT_FILENO) == 1)  // the link lets in whoever has it
+    rows.insert(rows.begin() + 1, {Tr("console"), service.Access().Link(service.Access().MakeCode(roOperator)) +
+                                                      Tr("  (good once, for 60 s)")});
   PrintTable(out, rows);
   out << Tr("Software is not the emergency stop.") << std::endl;
 }
 
 int RunServe(TServeOptions options, std::ostream& out) {
-  namespace ctl = ixocontroller;
-  const std::filesystem::path state = ctl::StateFolder(options.State);
-  const auto tls = ReadTls(options).OrThrow(pbUnusable);
-  const ctl::TSignalStop signals;
-  ctl::TControllerLock lock;
-  lock.Take(state).OrThrow(ctl::FindController(state) ? pbRefused : pbUnusable);
-
+  const TSignalStop signals;
   options.Realtime = options.Virtual == 0;
   options.Saves = true;
-  const auto log = ctl::MakeProcessLog(state);
-  ctl::TControllerOptions controller = options.Options(log.get());
-  controller.AlarmDb = state / ctl::kAlarmStoreFile;
-  ctl::TService service({.Controller = std::move(controller),
-                         .Speed = options.Realtime ? 1.0 : static_cast<double>(options.Virtual),
-                         .StateFolder = state});
-  ctl::TApi api(service);
-  ctl::TWireServer server(api, service,
-                          {.Address = options.Listen,
-                           .Port = static_cast<std::uint16_t>(options.Port),
-                           .StateFolder = state,
-                           .Hosts = options.Hosts,
-                           .Tls = tls,
-                           .Insecure = options.Insecure,
-                           .OpenApi = ctl::ShareFolder() / "api" / "openapi.json",
-                           .Pages = {.Console = ctl::ShareFolder() / "console",
-                                     .Locale = ctl::ShareFolder() / "locale",
-                                     .Plots = "/usr/share/javascript/dygraphs"},
-                           .Limits = {}});
-  service.SetAddress(server.Url());
-  service.Start();
-  server.Start();
-  if (tls) tls->LogState();
-  std::optional<ctl::TServiceProcess> process(std::in_place, service, [&options, &server] {
-    const auto again = ReadTls(options);
-    if (!again) return LogMsg(lkError, 0, again.Problem().Text(), "serve");
-    if (!*again) return;
-    (*again)->LogState();
-    server.SetTls(*again);
-  });
-  const std::filesystem::path socket = std::filesystem::absolute(state / ctl::kWireSocket);
-  if (const TResult<> described = lock.Describe(server.Url(), socket.string()); !described)
-    std::cerr << "ixocut serve: " << described.Problem().Text() << std::endl;
-  Tell(options, server,
-       isatty(STDOUT_FILENO) == 1 ? service.Access().Link(service.Access().MakeCode(ctl::roOperator)) : "", socket,
-       service, out);
-  process->Ready();
-
-  while (!ctl::TSignalStop::Asked()) {
-    std::this_thread::sleep_for(kSignalLookEvery);
-    process->Look();
-  }
-  process->Stopping();
-  server.End();
-  process.reset();
-  service.End();
-  lock.Release();
+  TServing serving({.StateFolder = StateFolder(options.State),
+                    .Controller = [&options] { return options.Options(); },
+                    .Speed = options.Realtime ? 1.0 : static_cast<double>(options.Virtual),
+                    .Address = options.Listen,
+                    .Port = static_cast<std::uint16_t>(options.Port),
+                    .Hosts = options.Hosts,
+                    .Certificate = options.Certificate,
+                    .Key = options.Key,
+                    .Insecure = options.Insecure});
+  if (serving.NotFound()) std::cerr << "ixocut serve: " << serving.NotFound()->Text() << std::endl;
+  Tell(options, serving, out);
+  serving.Ready();
+  for (; !TSignalStop::Asked(); std::this_thread::sleep_for(kSignalLookEvery)) serving.Look();
+  serving.End();
   return kExitSuccess;
 }
 
