@@ -216,6 +216,13 @@ CLI::Option* AddNumberOption(CLI::App& command, const std::string& name, std::ui
   return command.add_option(name, value, description)->transform(CLI::Validator(check, ""))->type_name(type);
 }
 
+CLI::App* AddCommand(CLI::App& parent, const std::string& name, const std::string& about, TCommandRun& run,
+                     TCommandRun action) {
+  CLI::App* const command = parent.add_subcommand(name, about);
+  command->callback([&run, action = std::move(action)] { run = action; });
+  return command;
+}
+
 void AddLanguageOption(CLI::App& command, std::string& language) {
   language = GLanguage;
   CheckLanguage(*command.add_option("--lang", language));

@@ -62,6 +62,10 @@ void AddTourCommand(CLI::App& program, TCommandRun& run);
 void AddReferenceCommand(CLI::App& program, TCommandRun& run);
 void AddHelpCommands(CLI::App& program, TCommandRun& run);  // completion, manual
 
+// A command below `parent` (the program or another command) that runs `action` when the command line chooses it.
+CLI::App* AddCommand(CLI::App& parent, const std::string& name, const std::string& about, TCommandRun& run,
+                     TCommandRun action);
+
 // What stands below the options on a command's help page; its texts are passed through Tr by who writes them.
 struct THelp {
   std::string Notes;      // lines of at most 118 columns; empty: none

@@ -50,10 +50,14 @@ TControllerOptions TControllerSettings::Options(ILogSink* sink) const {
   return options;
 }
 
-void AddControllerSettings(CLI::App& command, TControllerSettings& settings) {
-  AddSeedOption(command, settings.Seed);
+void AddMachineSettings(CLI::App& command, TControllerSettings& settings) {
   AddMachineOptions(command, settings.Machine, settings.State);
   AddLanguageOption(command, settings.Language);
+}
+
+void AddControllerSettings(CLI::App& command, TControllerSettings& settings) {
+  AddSeedOption(command, settings.Seed);
+  AddMachineSettings(command, settings);
 }
 
 }  // namespace ixocut

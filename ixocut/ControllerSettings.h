@@ -51,7 +51,9 @@ struct TControllerSettings {
 // What a controller that was made with these options has not been able to switch off at its end; once.
 [[nodiscard]] std::optional<ixocamglue::TProblem> TakeEndFailure();
 
-// --seed, --machine, --state, --lang.
+// --machine, --state, --lang: what a command is given that looks at a machine's file.
+void AddMachineSettings(CLI::App& command, TControllerSettings& settings);
+// These and --seed.
 void AddControllerSettings(CLI::App& command, TControllerSettings& settings);
 
 }  // namespace ixocut

@@ -35,8 +35,8 @@ void AddAlarmsCommand(CLI::App& program, TCommandRun& run) {
   TAlarmsOptions& o = *options;
 
   const auto add = [&](const char* name, const char* description, TRun call, const THelp& help) {
-    CLI::App* const command = alarms->add_subcommand(name, description);
-    command->callback([options, call, &run] { run = [options, call] { return call(*options, std::cout); }; });
+    CLI::App* const command =
+        AddCommand(*alarms, name, description, run, [options, call] { return call(*options, std::cout); });
     SetHelp(*command, help);
     return command;
   };
@@ -65,8 +65,7 @@ void AddAlarmsCommand(CLI::App& program, TCommandRun& run) {
                                              "ixocut alarms lookup TPGas#2 --machine machine.xml --json"}});
   id(lookup);
   json(lookup);
-  AddMachineOptions(*lookup, o.Machine, o.State);
-  AddLanguageOption(*lookup, o.Language);
+  AddMachineSettings(*lookup, o);
 
   CLI::App* const live = add(
       "live", Tr("Run the simulated machine with its alarm store"), RunAlarmsLive,
@@ -91,8 +90,7 @@ void AddAlarmsCommand(CLI::App& program, TCommandRun& run) {
                   Tr("Delete closed alarms after so many days; 0 never"))
       ->capture_default_str();
   AddSeedOption(*live, o.Seed);
-  AddMachineOptions(*live, o.Machine, o.State);
-  AddLanguageOption(*live, o.Language);
+  AddMachineSettings(*live, o);
 
   CLI::App* const list = add(
       "list", Tr("List the alarms of a store, oldest first"), RunAlarmsList,
@@ -153,8 +151,7 @@ void AddAlarmsCommand(CLI::App& program, TCommandRun& run) {
   json(clear);
   for (CLI::App* const command : {list, watch, stats, ack, clear}) {
     db(command);
-    AddMachineOptions(*command, o.Machine, o.State);
-    AddLanguageOption(*command, o.Language);
+    AddMachineSettings(*command, o);
   }
 
   CLI::App* const check =

@@ -64,8 +64,7 @@ void AddAttachOptions(CLI::App& command, TAttachOptions& attach, bool byItself) 
 void AddClientOptions(CLI::App& command, TControllerSettings& settings, bool& json, bool byItself) {
   AddJsonOption(command, json);
   AddAttachOptions(command, settings.Attach, byItself);
-  AddMachineOptions(command, settings.Machine, settings.State);
-  AddLanguageOption(command, settings.Language);
+  AddMachineSettings(command, settings);
 }
 
 TAttachment::TAttachment(TControllerSettings& settings) {

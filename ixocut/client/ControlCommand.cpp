@@ -4,6 +4,7 @@
 #include <memory>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
@@ -131,10 +132,10 @@ int RunContinue(TControlOptions options, std::ostream& out) {
   return run.Report.Problem ? kExitOtherwise : kExitSuccess;
 }
 
-CLI::App* AddOne(CLI::App& program, const char* name, const char* about,
-                 const std::shared_ptr<TControlOptions>& options, const char* notes) {
-  CLI::App* const command = program.add_subcommand(name, Tr(about));
-  AddClientOptions(*command, *options, options->Json, false);
+CLI::App* AddControl(CLI::App& program, const char* name, const char* about, const char* notes,
+                     TControlOptions& options, TCommandRun& run, TCommandRun action) {
+  CLI::App* const command = AddCommand(program, name, Tr(about), run, std::move(action));
+  AddClientOptions(*command, options, options.Json, false);
   const std::string example = std::string("ixocut ") + name, json = example + " --json";
   SetHelp(*command,
           {.Notes = notes,
@@ -149,19 +150,17 @@ CLI::App* AddOne(CLI::App& program, const char* name, const char* about,
 void AddControlCommands(CLI::App& program, TCommandRun& run) {
   for (const TControl& control : kControls) {
     const auto options = std::make_shared<TControlOptions>();
-    CLI::App* const command =
-        AddOne(program, control.Name, control.About, options,
-               control.Lease ? Tr("Takes over control from whoever has it.") : Tr("Needs no control of the machine."));
-    command->callback(
-        [&control, options, &run] { run = [&control, options] { return RunControl(control, *options, std::cout); }; });
+    AddControl(program, control.Name, control.About,
+               control.Lease ? Tr("Takes over control from whoever has it.") : Tr("Needs no control of the machine."),
+               *options, run, [&control, options] { return RunControl(control, *options, std::cout); });
   }
   const auto options = std::make_shared<TControlOptions>();
-  CLI::App* const command = AddOne(program, "continue", TrMark("Go on after a pause or a failure"), options,
-                                   Tr("Only where the procedure can be entered again; what will be done again is shown "
-                                      "first. Takes over control from\nwhoever has it. It is followed to its end, and "
-                                      "Ctrl-C stops it."));
+  CLI::App* const command =
+      AddControl(program, "continue", TrMark("Go on after a pause or a failure"),
+                 Tr("Only where the procedure can be entered again; what will be done again is shown first. Takes over "
+                    "control from\nwhoever has it. It is followed to its end, and Ctrl-C stops it."),
+                 *options, run, [options] { return RunContinue(*options, std::cout); });
   command->add_flag("--yes", options->Yes, Tr("Do what would be shown without asking"));
-  command->callback([options, &run] { run = [options] { return RunContinue(*options, std::cout); }; });
 }
 
 }  // namespace ixocut

@@ -154,23 +154,20 @@ int AnswerJob(const TRunsOptions& options, TWireClient& client, std::ostream& ou
 
 using TAction = int (*)(const TRunsOptions&, TWireClient&, std::ostream&);
 
-std::pair<CLI::App*, std::shared_ptr<TRunsOptions>> AddOne(CLI::App& parent, const char* name, const char* about,
-                                                           TAction action, TCommandRun& run,
-                                                           std::vector<const char*> examples) {
+std::pair<CLI::App*, std::shared_ptr<TRunsOptions>> AddAsking(CLI::App& parent, const char* name, const char* about,
+                                                              TAction action, TCommandRun& run,
+                                                              std::vector<const char*> examples) {
   const auto options = std::make_shared<TRunsOptions>();
-  CLI::App* const command = parent.add_subcommand(name, about);
+  CLI::App* const command = AddCommand(parent, name, about, run, [options, action] {
+    const TAttachment attachment(*options);
+    return action(*options, attachment.Controller(), std::cout);
+  });
   AddClientOptions(*command, *options, options->Json, false);
   SetHelp(*command,
           {.Notes = {},
            .ExitCodes = Tr(
                "0 done, 1 refused, ended otherwise or no controller runs, 2 wrong command line, 3 it does not answer"),
            .Examples = std::move(examples)});
-  command->callback([options, action, &run] {
-    run = [options, action] {
-      const TAttachment attachment(*options);
-      return action(*options, attachment.Controller(), std::cout);
-    };
-  });
   return {command, options};
 }
 
@@ -184,18 +181,18 @@ void AddRunsCommand(CLI::App& program, TCommandRun& run) {
     AddNumberOption(command, name, value, 1, std::uint64_t{1} << 53U, "", Tr("The number of the run"))->required();
   };
   {
-    const auto [list, options] = AddOne(*runs, "list", Tr("The last runs, the newest first"), &ListRuns, run,
-                                        {"ixocut runs list", "ixocut runs list --name shot --limit 5 --json"});
+    const auto [list, options] = AddAsking(*runs, "list", Tr("The last runs, the newest first"), &ListRuns, run,
+                                           {"ixocut runs list", "ixocut runs list --name shot --limit 5 --json"});
     list->add_option("--name", options->Name, Tr("Only this procedure or sequence"))->type_name("NAME");
     AddNumberOption(*list, "--limit", options->Limit, 1, 1000, "", Tr("At most so many"))->capture_default_str();
   }
   {
     const auto [show, options] =
-        AddOne(*runs, "show", Tr("One run with the times of its steps"), &ShowRun, run, {"ixocut runs show 12"});
+        AddAsking(*runs, "show", Tr("One run with the times of its steps"), &ShowRun, run, {"ixocut runs show 12"});
     number(*show, "RUN", options->A);
   }
   const auto [compare, options] =
-      AddOne(*runs, "compare", Tr("Two runs step by step"), &CompareRuns, run, {"ixocut runs compare 11 12"});
+      AddAsking(*runs, "compare", Tr("Two runs step by step"), &CompareRuns, run, {"ixocut runs compare 11 12"});
   number(*compare, "A", options->A);
   number(*compare, "B", options->B);
 }
@@ -207,26 +204,26 @@ void AddQueueCommand(CLI::App& program, TCommandRun& run) {
   const auto job = [](CLI::App& command, std::uint64_t& value) {
     AddNumberOption(command, "JOB", value, 1, std::uint64_t{1} << 53U, "", Tr("The number of the job"))->required();
   };
-  (void)AddOne(*queue, "list", Tr("The jobs"), &ListQueue, run, {"ixocut queue list --json"});
+  (void)AddAsking(*queue, "list", Tr("The jobs"), &ListQueue, run, {"ixocut queue list --json"});
   {
     const auto [add, options] =
-        AddOne(*queue, "add", Tr("Add a procedure or a stored sequence"), &AddToQueue, run,
-               {"ixocut queue add shot --ms 500", "ixocut queue add purge --question \"Is the plate in place?\""});
+        AddAsking(*queue, "add", Tr("Add a procedure or a stored sequence"), &AddToQueue, run,
+                  {"ixocut queue add shot --ms 500", "ixocut queue add purge --question \"Is the plate in place?\""});
     add->add_option("NAME", options->Name, Tr("The procedure, or the sequence's name"))->required()->type_name("");
     add->add_option("--question", options->Question, Tr("What the operator is asked before it runs"))
         ->type_name("TEXT");
     add->allow_extras();
     add->parse_complete_callback([add = add, options = options] { options->Params = add->remaining(); });
   }
-  (void)AddOne(*queue, "start", Tr("Let the jobs run"), &StartQueue, run, {"ixocut queue start"});
-  (void)AddOne(*queue, "hold", Tr("Start no further job"), &HoldQueue, run, {"ixocut queue hold"});
+  (void)AddAsking(*queue, "start", Tr("Let the jobs run"), &StartQueue, run, {"ixocut queue start"});
+  (void)AddAsking(*queue, "hold", Tr("Start no further job"), &HoldQueue, run, {"ixocut queue hold"});
   {
     const auto [remove, options] =
-        AddOne(*queue, "remove", Tr("Take a job out"), &RemoveJob, run, {"ixocut queue remove 3"});
+        AddAsking(*queue, "remove", Tr("Take a job out"), &RemoveJob, run, {"ixocut queue remove 3"});
     job(*remove, options->A);
   }
   const auto [answer, options] =
-      AddOne(*queue, "answer", Tr("Answer a job's question"), &AnswerJob, run, {"ixocut queue answer 3 yes"});
+      AddAsking(*queue, "answer", Tr("Answer a job's question"), &AnswerJob, run, {"ixocut queue answer 3 yes"});
   job(*answer, options->A);
   answer->add_option("ANSWER", options->Answer, Tr("One of its choices"))->required()->type_name("");
 }

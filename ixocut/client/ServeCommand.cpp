@@ -80,7 +80,8 @@ int RunServe(TServeOptions options, std::ostream& out) {
 
 void AddServeCommand(CLI::App& program, TCommandRun& run) {
   const auto options = std::make_shared<TServeOptions>();
-  CLI::App* const serve = program.add_subcommand("serve", Tr("Run the controller until it is ended"));
+  CLI::App* const serve = AddCommand(program, "serve", Tr("Run the controller until it is ended"), run,
+                                     [options] { return RunServe(*options, std::cout); });
   CLI::Option* const realtime =
       serve->add_flag("--realtime", options->Realtime, Tr("Run on the real clock, as without this option"));
   AddNumberOption(*serve, "--virtual", options->Virtual, 1, 100'000, "",
@@ -122,7 +123,6 @@ void AddServeCommand(CLI::App& program, TCommandRun& run) {
                        "command line,\n3 a file, a device or the port cannot be used"),
        .Examples = {"ixocut serve", "ixocut serve --port 0 --state /var/lib/ixocut", "ixocut serve --virtual 10",
                     "ixocut serve --listen 192.168.0.5 --cert cutter.pem --key cutter.key --host cutter.example"}});
-  serve->callback([options, &run] { run = [options] { return RunServe(*options, std::cout); }; });
 }
 
 }  // namespace ixocut

@@ -148,12 +148,12 @@ int RunWatch(TStatusOptions options, std::ostream& out) {
 void AddStatusCommand(CLI::App& program, TCommandRun& run) {
   const auto add = [&](const char* name, const char* about, auto action, std::vector<const char*> examples) {
     const auto options = std::make_shared<TStatusOptions>();
-    CLI::App* const command = program.add_subcommand(name, about);
+    CLI::App* const command =
+        AddCommand(program, name, about, run, [options, action] { return action(*options, std::cout); });
     AddClientOptions(*command, *options, options->Json, false);
     SetHelp(*command, {.Notes = {},
                        .ExitCodes = Tr("0 a controller runs, 1 none runs, 2 wrong command line, 3 it does not answer"),
                        .Examples = std::move(examples)});
-    command->callback([options, action, &run] { run = [options, action] { return action(*options, std::cout); }; });
     return std::pair(command, options);
   };
   add("status", Tr("What the controller does now"), &RunStatus,

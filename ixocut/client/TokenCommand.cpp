@@ -94,7 +94,8 @@ void AddTokenCommand(CLI::App& program, TCommandRun& run) {
   const auto add = [&](CLI::App& parent, const char* name, const char* about, auto action, bool named, bool hasRole,
                        const char* example) {
     const auto options = std::make_shared<TTokenOptions>();
-    CLI::App* const command = parent.add_subcommand(name, about);
+    CLI::App* const command =
+        AddCommand(parent, name, about, run, [options, action] { return action(*options, std::cout); });
     if (named) command->add_option("NAME", options->Name, Tr("Its name"))->required()->type_name("");
     if (hasRole)
       command->add_option("--role", options->Role, Tr("viewer, operator or service"))
@@ -103,7 +104,6 @@ void AddTokenCommand(CLI::App& program, TCommandRun& run) {
     AddStateOption(*command, options->State);
     AddLanguageOption(*command, options->Language);
     SetHelp(*command, {.Notes = help.Notes, .ExitCodes = help.ExitCodes, .Examples = {example}});
-    command->callback([options, action, &run] { run = [options, action] { return action(*options, std::cout); }; });
     return std::pair(command, options);
   };
   for (const auto& [command, options] :

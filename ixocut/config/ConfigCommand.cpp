@@ -308,10 +308,9 @@ void AddConfigCommand(CLI::App& program, TCommandRun& run) {
   CLI::App* const config = program.add_subcommand("config", Tr("Check, show and edit the machine file"));
   config->require_subcommand(1);
   const auto command = [&](const char* name, const char* description, std::vector<const char*> examples, auto action) {
-    CLI::App* const sub = config->add_subcommand(name, description);
+    CLI::App* const sub = AddCommand(*config, name, description, run, [options, action] { return action(*options); });
     SetConfigHelp(*sub, std::move(examples));
     AddJsonOption(*sub, options->Setting.Json);
-    sub->callback([options, &run, action] { run = [options, action] { return action(*options); }; });
     return sub;
   };
   const auto file = [&](CLI::App* sub, const char* name, std::string& value, const char* description) {
@@ -347,8 +346,7 @@ void AddConfigCommand(CLI::App& program, TCommandRun& run) {
   file(set, "PATH", options->Path, Tr("The property"));
   file(set, "VALUE", options->Value, Tr("Its new value"));
   set->add_flag("--force", options->Setting.Force, Tr("Also a value that check would name"));
-  AddMachineOptions(*set, options->Machine, options->State);
-  AddLanguageOption(*set, options->Language);
+  AddMachineSettings(*set, *options);
   AddAttachOptions(*set, options->Attach, true);
 
   CLI::App* const diff = command("diff", Tr("Print the properties in which two machine files differ"),
@@ -362,8 +360,7 @@ void AddConfigCommand(CLI::App& program, TCommandRun& run) {
                                     [](auto& o) { return History(o, std::cout); });
   AddNumberOption(*history, "--limit", options->Limit, 1, 10 * TConfigHistory::kKept, "", Tr("At most so many"))
       ->capture_default_str();
-  AddMachineOptions(*history, options->Machine, options->State);
-  AddLanguageOption(*history, options->Language);
+  AddMachineSettings(*history, *options);
   AddAttachOptions(*history, options->Attach, false);
 
   command("schema", Tr("Print every property with its type, default, unit, range and what it does"),
@@ -373,8 +370,7 @@ void AddConfigCommand(CLI::App& program, TCommandRun& run) {
   CLI::App* const restore = command("restore", Tr("Put the previous version of the machine file back"),
                                     {"ixocut config restore", "ixocut config restore --machine machine.xml"},
                                     [](auto& o) { return Restore(o, std::cout); });
-  AddMachineOptions(*restore, options->Machine, options->State);
-  AddLanguageOption(*restore, options->Language);
+  AddMachineSettings(*restore, *options);
   AddAttachOptions(*restore, options->Attach, true);
   SetConfigHelp(*config, {"ixocut config check machine.xml", "ixocut config set AutoCleanHead/CleanCount 3",
                           "ixocut config show NozzleChange --json"});

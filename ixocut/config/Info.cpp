@@ -3,12 +3,12 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
-#include "controller/StateFolder.h"
 #include "controller/config/ConfigJson.h"
 #include "ixocamglue/config/Libmachinecfg.h"
 #include "ixocamglue/config/Ucamglue.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocut/CommandLine.h"
+#include "ixocut/ControllerSettings.h"
 #include "ixocut/Document.h"
 #include "ixocut/Machines.h"
 #include "ixocut/OperatorTexts.h"
@@ -29,9 +29,7 @@ nlohmann::ordered_json JsonPorts(const std::map<std::int32_t, std::int32_t>& dic
   return json;
 }
 
-struct TInfoOptions {
-  std::optional<std::filesystem::path> Machine, State;
-  std::string Language = "zh";
+struct TInfoOptions : TControllerSettings {
   bool Json = false;
 };
 
@@ -80,20 +78,16 @@ int RunInfo(const std::filesystem::path& file, const std::string& language, bool
 
 void AddInfoCommand(CLI::App& program, TCommandRun& run) {
   const auto options = std::make_shared<TInfoOptions>();
-  CLI::App* const info = program.add_subcommand("info", Tr("Print what the machine has, as its file says"));
+  CLI::App* const info =
+      AddCommand(program, "info", Tr("Print what the machine has, as its file says"), run,
+                 [options] { return RunInfo(options->MachineFile(), options->Language, options->Json, std::cout); });
   AddJsonOption(*info, options->Json);
-  AddMachineOptions(*info, options->Machine, options->State);
-  AddLanguageOption(*info, options->Language);
+  AddMachineSettings(*info, *options);
   SetHelp(*info,
           {.Notes = Tr("Gas types with their DA port, cutting head, focus caption, maximum speed, analogue ports by\n"
                        "their key. What is wrong in these sections of the file is told on the error output."),
            .ExitCodes = Tr("0 success, 2 wrong command line, 3 the machine file cannot be used"),
            .Examples = {"ixocut info", "ixocut info --machine machine.xml --json"}});
-  info->callback([options, &run] {
-    run = [options] {
-      return RunInfo(MachineFile(options->Machine, options->State), options->Language, options->Json, std::cout);
-    };
-  });
 }
 
 }  // namespace ixocut

@@ -314,7 +314,8 @@ int RunCalibrate(TCalibrateOptions options, std::ostream& out) {
 void AddGasCalibrateCommand(CLI::App& gas, TCommandRun& run) {
   const auto options = std::make_shared<TCalibrateOptions>();
   options->Saves = true;
-  CLI::App* const command = gas.add_subcommand("calibrate", Tr("Measure the valves' curves on the simulated machine"));
+  CLI::App* const command = AddCommand(gas, "calibrate", Tr("Measure the valves' curves on the simulated machine"), run,
+                                       [options] { return RunCalibrate(*options, std::cout); });
   command->add_option("--gas", options->Gases, std::string(Tr("The gases, separated by commas: ")) + Tr(kGasHelp))
       ->required()
       ->type_name("LIST");
@@ -360,7 +361,6 @@ void AddGasCalibrateCommand(CLI::App& gas, TCommandRun& run) {
                     "ixocut gas calibrate --gas O2 --nozzle D --size 2 --plot o2.svg --lang en",
                     "ixocut gas calibrate --gas N2 --nozzle S --size 1.5 --method refined --record n2.json --descend",
                     "ixocut gas calibrate --gas O2 --nozzle S --size 1.5 --fault gas.weak-supply"}});
-  command->callback([options, &run] { run = [options] { return RunCalibrate(*options, std::cout); }; });
 }
 
 }  // namespace ixocut

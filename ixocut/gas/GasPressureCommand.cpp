@@ -68,7 +68,8 @@ int RunPressure(const TPressureOptions& options, std::ostream& out) {
 void AddGasPressureCommand(CLI::App& gas, TCommandRun& run) {
   const auto options = std::make_shared<TPressureOptions>();
   CLI::App* const command =
-      gas.add_subcommand("pressure", Tr("Set a pressure by the stored table and see what the machine reaches"));
+      AddCommand(gas, "pressure", Tr("Set a pressure by the stored table and see what the machine reaches"), run,
+                 [options] { return RunPressure(*options, std::cout); });
   command->add_option("--gas", options->Gas, std::string(Tr("The gas: ")) + Tr(kGasHelp))->required()->type_name("GAS");
   command->add_option("--bar", options->Bar, Tr("The pressure"))->required()->type_name("BAR");
   AddJsonOption(*command, options->Json);
@@ -80,7 +81,6 @@ void AddGasPressureCommand(CLI::App& gas, TCommandRun& run) {
                Tr("0 done, 1 no table is in use or its curve does not reach so far, 2 wrong command line, 3 a file "
                   "or device problem"),
            .Examples = {"ixocut gas pressure --gas O2 --bar 3.5"}});
-  command->callback([options, &run] { run = [options] { return RunPressure(*options, std::cout); }; });
 }
 
 }  // namespace ixocut

@@ -62,7 +62,8 @@ int RunStudy(const TStudyOptions& options, std::ostream& out) {
 void AddGasStudyCommand(CLI::App& gas, TCommandRun& run) {
   const auto options = std::make_shared<TStudyOptions>();
   CLI::App* const command =
-      gas.add_subcommand("study", Tr("Compare the methods of calibration over many simulated valves"));
+      AddCommand(gas, "study", Tr("Compare the methods of calibration over many simulated valves"), run,
+                 [options] { return RunStudy(*options, std::cout); });
   AddNumberOption(*command, "--valves", options->Valves, 1, kMostValves, "", Tr("Valves of each gas"))
       ->capture_default_str();
   AddSeedOption(*command, options->Seed);
@@ -72,7 +73,6 @@ void AddGasStudyCommand(CLI::App& gas, TCommandRun& run) {
                                  "the true\npressure at 10 V. The time is the machine's, per valve."),
                      .ExitCodes = {},
                      .Examples = {"ixocut gas study --valves 40 --seed 1"}});
-  command->callback([options, &run] { run = [options] { return RunStudy(*options, std::cout); }; });
 }
 
 }  // namespace ixocut

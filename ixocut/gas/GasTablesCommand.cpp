@@ -165,15 +165,14 @@ void AddGasTableCommands(CLI::App& gas, TCommandRun& run) {
   const auto options = std::make_shared<TTablesOptions>();
   const auto add = [&](const char* name, const char* description, bool nozzle,
                        int (*call)(const TTablesOptions&, std::ostream&), const THelp& help) {
-    CLI::App* const command = gas.add_subcommand(name, description);
+    CLI::App* const command =
+        AddCommand(gas, name, description, run, [options, call] { return call(*options, std::cout); });
     command->add_option("--gas", options->Gases, Tr("Air, O2, N2, separated by commas (default all three)"))
         ->type_name("LIST");
     AddNozzleOptions(*command, options->Nozzle, options->Size, nozzle);
     AddJsonOption(*command, options->Json);
-    AddMachineOptions(*command, options->Machine, options->State);
-    AddLanguageOption(*command, options->Language);
+    AddMachineSettings(*command, *options);
     SetHelp(*command, help);
-    command->callback([options, call, &run] { run = [options, call] { return call(*options, std::cout); }; });
   };
   add("load", Tr("Put a nozzle's stored tables into the machine file"), true, RunLoad,
       {.Notes =

@@ -63,7 +63,8 @@ int RunVerdict(const TVerdictOptions& options, std::ostream& out) {
 
 void AddGasVerdictCommand(CLI::App& gas, TCommandRun& run) {
   const auto options = std::make_shared<TVerdictOptions>();
-  CLI::App* const command = gas.add_subcommand("verdict", Tr("Say what a recorded calibration tells of the valve"));
+  CLI::App* const command = AddCommand(gas, "verdict", Tr("Say what a recorded calibration tells of the valve"), run,
+                                       [options] { return RunVerdict(*options, std::cout); });
   command->add_option("FILE", options->File, Tr("What gas calibrate --record wrote"))->type_name("")->required();
   AddJsonOption(*command, options->Json);
   AddLanguageOption(*command, options->Language);
@@ -73,7 +74,6 @@ void AddGasVerdictCommand(CLI::App& gas, TCommandRun& run) {
            .ExitCodes =
                Tr("0 nothing is wrong, 1 something is or no verdict, 2 wrong command line, 3 the file cannot be used"),
            .Examples = {"ixocut gas verdict gas.json"}});
-  command->callback([options, &run] { run = [options] { return RunVerdict(*options, std::cout); }; });
 }
 
 }  // namespace ixocut

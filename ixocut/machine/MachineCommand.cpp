@@ -78,15 +78,14 @@ int RunCheck(const TCheckOptions& options, std::ostream& out) {
 void AddMachineCheckCommand(CLI::App& machine, TCommandRun& run) {
   const auto options = std::make_shared<TCheckOptions>();
   CLI::App* const command =
-      machine.add_subcommand("check", Tr("Connect to the machine and list every port; nothing moves"));
+      AddCommand(machine, "check", Tr("Connect to the machine and list every port; nothing moves"), run,
+                 [options] { return RunCheck(*options, std::cout); });
   AddJsonOption(*command, options->Json);
-  AddMachineOptions(*command, options->Machine, options->State);
-  AddLanguageOption(*command, options->Language);
+  AddMachineSettings(*command, *options);
   SetHelp(*command, {.Notes = Tr("It is refused while a controller has the machine file."),
                      .ExitCodes = Tr("0 every port can be read, 1 another controller has the machine, 2 wrong command "
                                      "line, 3 a port or the machine cannot be used"),
                      .Examples = {"ixocut machine check", "ixocut machine check --machine machine.xml --json"}});
-  command->callback([options, &run] { run = [options] { return RunCheck(*options, std::cout); }; });
 }
 
 void AddMachineCommand(CLI::App& program, TCommandRun& run) {

@@ -43,13 +43,12 @@ int RunOrder(const TControllerSettings& settings, TOrder order, std::ostream& ou
 void AddMachineOrderCommands(CLI::App& machine, TCommandRun& run) {
   const auto add = [&](const char* name, const char* about, const char* notes, TOrder order, const char* example) {
     const auto settings = std::make_shared<TControllerSettings>();
-    CLI::App* const command = machine.add_subcommand(name, about);
+    CLI::App* const command =
+        AddCommand(machine, name, about, run, [settings, order] { return RunOrder(*settings, order, std::cout); });
     AddControllerSettings(*command, *settings);
     SetHelp(*command, {.Notes = notes,
                        .ExitCodes = Tr("0 success, 1 refused, 2 wrong command line, 3 a file cannot be used"),
                        .Examples = {example}});
-    command->callback(
-        [settings, order, &run] { run = [settings, order] { return RunOrder(*settings, order, std::cout); }; });
   };
   add("arm", Tr("Release the emergency stop and switch the machine on"),
       Tr("Nothing else ever does: neither a start nor a connection that is back. It homes and moves nothing. A "

@@ -157,8 +157,9 @@ int RunTry(const TTryOptions& options, std::ostream& out) {
 
 void AddMachineTryCommand(CLI::App& machine, TCommandRun& run) {
   const auto options = std::make_shared<TTryOptions>();
-  CLI::App* const command = machine.add_subcommand(
-      "try", Tr("Try one port after the other, each after a confirmation, and write a protocol"));
+  CLI::App* const command =
+      AddCommand(machine, "try", Tr("Try one port after the other, each after a confirmation, and write a protocol"),
+                 run, [options] { return RunTry(*options, std::cout); });
   command->add_option("PORT", options->Ports,
                       Tr("x, y, z, focus, input:4, output:5, gas:2 or pilot; none: one after the other, all"));
   AddNumberOption(*command, "--pulse", options->PulseMs, 20, 10'000, "ms",
@@ -168,8 +169,7 @@ void AddMachineTryCommand(CLI::App& machine, TCommandRun& run) {
       ->type_name("FILE");
   command->add_flag("--yes", options->Yes, Tr("Ask nobody; for who watches the machine"));
   AddJsonOption(*command, options->Json);
-  AddMachineOptions(*command, options->Machine, options->State);
-  AddLanguageOption(*command, options->Language);
+  AddMachineSettings(*command, *options);
   SetHelp(
       *command,
       {.Notes = Tr("Axes move 1 mm and back at 10 mm/s, through the same steps as any procedure. The laser is never "
@@ -177,7 +177,6 @@ void AddMachineTryCommand(CLI::App& machine, TCommandRun& run) {
        .ExitCodes = Tr("0 all were as they should be, 1 one was not, or it was stopped or refused, 2 wrong command "
                        "line,\n3 a file or the machine cannot be used"),
        .Examples = {"ixocut machine try", "ixocut machine try x output:5", "ixocut machine try gas:2 --yes"}});
-  command->callback([options, &run] { run = [options] { return RunTry(*options, std::cout); }; });
 }
 
 }  // namespace ixocut

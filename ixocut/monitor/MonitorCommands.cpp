@@ -22,19 +22,16 @@ struct TMonitorOptions {
 
 using TOptionsPtr = std::shared_ptr<TMonitorOptions>;
 
-CLI::App* AddOne(CLI::App& monitor, TCommandRun& run, const TOptionsPtr& options, const char* name, const char* summary,
-                 const THelp& help, int (*act)(const TMonitorOptions&, TConsole&)) {
-  CLI::App* const command = monitor.add_subcommand(name, summary);
+CLI::App* AddMonitor(CLI::App& monitor, TCommandRun& run, const TOptionsPtr& options, const char* name,
+                     const char* summary, const THelp& help, int (*act)(const TMonitorOptions&, TConsole&)) {
+  CLI::App* const command = AddCommand(monitor, name, summary, run, [options, act] {
+    const TOperatorTexts texts("monitor", options->Language);
+    TConsole console(std::cout, options->Json, false);
+    return act(*options, console);
+  });
   AddLanguageOption(*command, options->Language);
   AddJsonOption(*command, options->Json);
   SetHelp(*command, help);
-  command->callback([options, act, &run] {
-    run = [options, act] {
-      const TOperatorTexts texts("monitor", options->Language);
-      TConsole console(std::cout, options->Json, false);
-      return act(*options, console);
-    };
-  });
   return command;
 }
 
@@ -53,7 +50,7 @@ void AddMonitorCommand(CLI::App& program, TCommandRun& run) {
   CLI::App* const monitor =
       program.add_subcommand("monitor", Tr("Look at recordings: show, plot, diff, convert, recover"));
   monitor->require_subcommand(1);
-  CLI::App* const show = AddOne(
+  CLI::App* const show = AddMonitor(
       *monitor, run, options, "show", Tr("Print what a monitor file holds and what is wrong with it"),
       {.Notes = Tr("A file that is being written has .part behind its name, and keeps it when its writer is killed."),
        .ExitCodes = Tr("0 the file is whole, 1 it is not, 2 wrong command line, 3 it cannot be used"),
@@ -62,15 +59,15 @@ void AddMonitorCommand(CLI::App& program, TCommandRun& run) {
   AddFile(*show, options->File, "FILE");
 
   CLI::App* const plot =
-      AddOne(*monitor, run, options, "plot", Tr("Draw the signals over time (needs gnuplot)"),
-             {.Notes = {},
-              .ExitCodes = Tr("0 success, 2 wrong command line, 3 a file cannot be used or gnuplot is missing"),
-              .Examples = {"ixocut monitor plot square.csv --out square.svg --lang en"}},
-             [](const TMonitorOptions& o, TConsole& console) { return PlotMonitorFile(o.File, o.Out, console); });
+      AddMonitor(*monitor, run, options, "plot", Tr("Draw the signals over time (needs gnuplot)"),
+                 {.Notes = {},
+                  .ExitCodes = Tr("0 success, 2 wrong command line, 3 a file cannot be used or gnuplot is missing"),
+                  .Examples = {"ixocut monitor plot square.csv --out square.svg --lang en"}},
+                 [](const TMonitorOptions& o, TConsole& console) { return PlotMonitorFile(o.File, o.Out, console); });
   AddFile(*plot, options->File, "FILE");
   AddOut(*plot, options->Out, Tr("The picture to write: a name that ends in .svg"));
 
-  CLI::App* const diff = AddOne(
+  CLI::App* const diff = AddMonitor(
       *monitor, run, options, "diff", Tr("Print the largest difference of two runs per signal"),
       {.Notes = Tr("At each sample of A within the time that both have, B holds its latest value."),
        .ExitCodes =
@@ -86,7 +83,7 @@ void AddMonitorCommand(CLI::App& program, TCommandRun& run) {
       ->type_name("EVENT")
       ->capture_default_str();
 
-  CLI::App* const convert = AddOne(
+  CLI::App* const convert = AddMonitor(
       *monitor, run, options, "convert", Tr("Write one row per sample time, for tools that open plain tables"),
       {.Notes = {}, .ExitCodes = {}, .Examples = {"ixocut monitor convert square.csv --to columns --out table.csv"}},
       [](const TMonitorOptions& o, TConsole& console) { return ConvertMonitorFile(o.File, o.Out, console); });
@@ -97,11 +94,11 @@ void AddMonitorCommand(CLI::App& program, TCommandRun& run) {
       ->required();
   AddOut(*convert, options->Out, Tr("The table to write"));
 
-  CLI::App* const recover =
-      AddOne(*monitor, run, options, "recover",
-             Tr("Copy a monitor file, or the .part of a killed recording, without a last line that was cut off"),
-             {.Notes = {}, .ExitCodes = {}, .Examples = {"ixocut monitor recover run.csv.part --out run.csv"}},
-             [](const TMonitorOptions& o, TConsole& console) { return RecoverMonitorFile(o.File, o.Out, console); });
+  CLI::App* const recover = AddMonitor(
+      *monitor, run, options, "recover",
+      Tr("Copy a monitor file, or the .part of a killed recording, without a last line that was cut off"),
+      {.Notes = {}, .ExitCodes = {}, .Examples = {"ixocut monitor recover run.csv.part --out run.csv"}},
+      [](const TMonitorOptions& o, TConsole& console) { return RecoverMonitorFile(o.File, o.Out, console); });
   AddFile(*recover, options->File, "FILE");
   AddOut(*recover, options->Out, Tr("The file to write"));
 

@@ -119,7 +119,8 @@ void AddKnobCommand(CLI::App& program, TCommandRun& run) {
   const auto add = [&](const std::string& name, const char* about, TKnobDo what, std::vector<const char*> examples) {
     const auto options = std::make_shared<TKnobOptions>();
     options->Saves = what != TKnobDo::Show;
-    CLI::App* const command = knob->add_subcommand(name, about);
+    CLI::App* const command = AddCommand(
+        *knob, name, about, run, [options, name, what] { return RunKnob("knob " + name, *options, what, std::cout); });
     if (what != TKnobDo::Show)
       command->add_option("LEVEL", options->Level, Tr("low, normal or high"))->required()->type_name("");
     if (what == TKnobDo::Speed) {
@@ -128,9 +129,6 @@ void AddKnobCommand(CLI::App& program, TCommandRun& run) {
     }
     AddClientOptions(*command, *options, options->Json, true);
     SetHelp(*command, {{}, {}, std::move(examples)});
-    command->callback([options, name, what, &run] {
-      run = [options, name, what] { return RunKnob("knob " + name, *options, what, std::cout); };
-    });
   };
   add("show", Tr("Print the speeds"), TKnobDo::Show, {"ixocut knob show", "ixocut knob show --json"});
   add("state", Tr("Apply a level"), TKnobDo::State, {"ixocut knob state low", "ixocut knob state high --json"});

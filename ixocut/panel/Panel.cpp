@@ -321,7 +321,8 @@ void AddPanelCommand(CLI::App& program, TCommandRun& run) {
   });
 
   const auto pressOptions = std::make_shared<TPanelOptions>();
-  CLI::App* const press = panel->add_subcommand("press", Tr("Press a key, hold it and release it"));
+  CLI::App* const press = AddCommand(*panel, "press", Tr("Press a key, hold it and release it"), run,
+                                     [pressOptions] { return RunPress(*pressOptions, std::cout); });
   press->add_option("KEY", pressOptions->Key, Tr("The key, with or without CK_"))->required()->type_name("");
   AddNumberOption(*press, "--ms", pressOptions->Ms, 1, kLongestPressMs, "ms", Tr("How long it is held, 1 to 60000"))
       ->capture_default_str();
@@ -337,11 +338,10 @@ void AddPanelCommand(CLI::App& program, TCommandRun& run) {
                       "file cannot be\nused or the controller does not answer"),
                    {"ixocut panel press RIGHT --ms 500", "ixocut panel press stop",
                     "ixocut panel press LASER --form Work --json"}});
-  press->callback([pressOptions, &run] { run = [pressOptions] { return RunPress(*pressOptions, std::cout); }; });
 
   const auto whyOptions = std::make_shared<TPanelOptions>();
-  CLI::App* const why =
-      panel->add_subcommand("why", Tr("Is a key allowed; if not, what refuses it and what would help"));
+  CLI::App* const why = AddCommand(*panel, "why", Tr("Is a key allowed; if not, what refuses it and what would help"),
+                                   run, [whyOptions] { return RunWhy(*whyOptions, std::cout); });
   why->add_option("KEY", whyOptions->Key, Tr("The key, with or without CK_"))->required()->type_name("");
   why->add_option("--form", whyOptions->Form, Tr("The form on screen"))->type_name("FORM");
   why->add_option("--at", whyOptions->AtState, Tr("The machine state, by number or name"))->type_name("S");
@@ -360,21 +360,19 @@ void AddPanelCommand(CLI::App& program, TCommandRun& run) {
        Tr("0 the press has its effect, 1 it has none, 2 wrong command line or script, 3 a file cannot be used"),
        {"ixocut panel why LASER --form Work", "ixocut panel why START --form Work --alarm TPGas#2 --alarm 104",
         "ixocut panel why RIGHT --form DlgEdgeSeek --at jogging", "ixocut panel why GAS --script keys.txt --json"}});
-  why->callback([whyOptions, &run] { run = [whyOptions] { return RunWhy(*whyOptions, std::cout); }; });
 
   const auto formOptions = std::make_shared<TPanelOptions>();
   CLI::App* const forms =
-      panel->add_subcommand("forms", Tr("The forms and the keys that are permitted while each is shown"));
+      AddCommand(*panel, "forms", Tr("The forms and the keys that are permitted while each is shown"), run,
+                 [formOptions] { return RunForms(*formOptions, std::cout); });
   forms->add_option("NAME", formOptions->Name, Tr("Only this form"))->type_name("");
   AddJsonOption(*forms, formOptions->Json);
-  AddMachineOptions(*forms, formOptions->Machine, formOptions->State);
-  AddLanguageOption(*forms, formOptions->Language);
+  AddMachineSettings(*forms, *formOptions);
   SetHelp(*forms,
           {Tr("The keys are those in force on this machine: with stop and emergency stop, which every form permits,\n"
               "and with K1 to K4 where their command is not forbidden."),
            {},
            {"ixocut panel forms", "ixocut panel forms DlgManualLubr --json"}});
-  forms->callback([formOptions, &run] { run = [formOptions] { return RunForms(*formOptions, std::cout); }; });
 }
 
 }  // namespace ixocut

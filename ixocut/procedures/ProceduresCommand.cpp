@@ -72,12 +72,12 @@ int Run(const TProceduresOptions& options, std::ostream& out) {
 void AddProceduresCommand(CLI::App& program, TCommandRun& run) {
   const auto options = std::make_shared<TProceduresOptions>();
   CLI::App* const command =
-      program.add_subcommand("procedures", Tr("List what can be run, with parameters, ranges and units"));
+      AddCommand(program, "procedures", Tr("List what can be run, with parameters, ranges and units"), run,
+                 [options] { return Run(*options, std::cout); });
   command->add_option("NAME", options->Name, Tr("Only this one"));
   AddJsonOption(*command, options->Json);
   command->add_flag("--faults", options->Faults, Tr("List what --fault of `ixocut run` makes fail instead"));
-  AddMachineOptions(*command, options->Machine, options->State);
-  AddLanguageOption(*command, options->Language);
+  AddMachineSettings(*command, *options);
   SetHelp(*command,
           {.Notes = Tr(
                "Number, name as `ixocut run` takes it, and what it does; then each parameter with its range on this "
@@ -86,7 +86,6 @@ void AddProceduresCommand(CLI::App& program, TCommandRun& run) {
            .ExitCodes = {},
            .Examples = {"ixocut procedures", "ixocut procedures lubricate", "ixocut procedures --faults",
                         "ixocut procedures --json"}});
-  command->callback([options, &run] { run = [options] { return Run(*options, std::cout); }; });
 }
 
 }  // namespace ixocut

@@ -78,8 +78,10 @@ int Run(const TSoakCommand& command, std::ostream& out) {
 
 void AddSoakCommand(CLI::App& program, TCommandRun& run) {
   const auto options = std::make_shared<TSoakCommand>();
-  CLI::App* const soak = program.add_subcommand(
-      "soak", Tr("Let one controller live through virtual days of mixed work, and look at its memory and its journal"));
+  CLI::App* const soak = AddCommand(
+      program, "soak",
+      Tr("Let one controller live through virtual days of mixed work, and look at its memory and its journal"), run,
+      [options] { return Run(*options, std::cout); });
   auto* const days = AddNumberOption(*soak, "--days", options->Soak.Days, 1, kMostDays, "days", Tr("Virtual days"));
   days->capture_default_str();
   AddNumberOption(*soak, "--seconds", options->Soak.Seconds, 1, kMostSeconds, "s",
@@ -99,7 +101,6 @@ void AddSoakCommand(CLI::App& program, TCommandRun& run) {
            "seed gives the same journal, whatever the machine is loaded with."),
        .ExitCodes = Tr("0 nothing found, 1 violations or growing memory, 2 wrong command line"),
        .Examples = {"ixocut soak --days 10", "ixocut soak --seconds 60 --seed 7"}});
-  soak->callback([options, &run] { run = [options] { return Run(*options, std::cout); }; });
 }
 
 }  // namespace ixocut

@@ -81,8 +81,10 @@ int Run(const TSweepCommand& command, std::ostream& out) {
 
 void AddSweepCommand(CLI::App& program, TCommandRun& run) {
   const auto options = std::make_shared<TSweepCommand>();
-  CLI::App* const sweep = program.add_subcommand(
-      "sweep", Tr("End every procedure at every moment in every way, and check that the machine is safe afterwards"));
+  CLI::App* const sweep =
+      AddCommand(program, "sweep",
+                 Tr("End every procedure at every moment in every way, and check that the machine is safe afterwards"),
+                 run, [options] { return Run(*options, std::cout); });
   sweep->add_flag("--full", options->Sweep.Full, Tr("Run every point, however long it takes"));
   AddNumberOption(*sweep, "--points", options->Sweep.Points, 1, kMostPoints, "points",
                   Tr("How many points to run; which ones the seed decides, at least one of each row"))
@@ -102,7 +104,6 @@ void AddSweepCommand(CLI::App& program, TCommandRun& run) {
        .ExitCodes = Tr("0 no violation, 1 violations, 2 wrong command line or unknown procedure"),
        .Examples = {"ixocut sweep", "ixocut sweep --procedure shot --full",
                     "ixocut sweep --points 5000 --seed 7 --json"}});
-  sweep->callback([options, &run] { run = [options] { return Run(*options, std::cout); }; });
 }
 
 }  // namespace ixocut

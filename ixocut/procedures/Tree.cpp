@@ -78,8 +78,7 @@ void AddTreeCommand(CLI::App& program, TCommandRun& run) {
   CLI::App* const tree = program.add_subcommand("tree", Tr("Print the step tree of a procedure"));
   tree->add_option("NAME", options->Name, Format(Tr("The procedure: %s"), ProcedureNames().c_str()))->type_name("");
   AddJsonOption(*tree, options->Json);
-  AddMachineOptions(*tree, options->Machine, options->State);
-  AddLanguageOption(*tree, options->Language);
+  AddMachineSettings(*tree, *options);
   std::string procedures = std::string(Tr("Procedures")) + ":\n";
   for (const TProcedure* row : Procedures()) procedures += Format("  %-20s %s\n", row->Name, Tr(row->Summary));
   SetHelp(

@@ -268,7 +268,11 @@ class TTour {
 
 void AddTourCommand(CLI::App& program, TCommandRun& run) {
   const auto options = std::make_shared<TTourOptions>();
-  CLI::App* const tour = program.add_subcommand("tour", Tr("Show what there is: a working day in a few seconds"));
+  CLI::App* const tour =
+      AddCommand(program, "tour", Tr("Show what there is: a working day in a few seconds"), run, [options] {
+        const ixocontroller::TSignalStop signals;
+        return TTour(*options, std::cout).Run();
+      });
   tour->add_option("--out", options->Out, Tr("The folder for what it makes (default: tour in the state folder)"))
       ->type_name("DIR");
   AddJsonOption(*tour, options->Json);
@@ -280,12 +284,6 @@ void AddTourCommand(CLI::App& program, TCommandRun& run) {
            .ExitCodes = Tr("0 all went as it is meant, 1 something did not, 2 wrong command line, 3 a file or program "
                            "cannot be used"),
            .Examples = {"ixocut tour", "ixocut tour --out /tmp/tour --lang en"}});
-  tour->callback([options, &run] {
-    run = [options] {
-      const ixocontroller::TSignalStop signals;
-      return TTour(*options, std::cout).Run();
-    };
-  });
 }
 
 }  // namespace ixocut
