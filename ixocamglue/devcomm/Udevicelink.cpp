@@ -5,15 +5,61 @@
 
 #include "ixocamglue/devcomm/Umodbusframe.h"
 #include "ixocamglue/platform/comm/HostText.h"
+#include "ixocamglue/platform/comm/SerialSettings.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Locks.h"
 #include "ixocamglue/support/Texts.h"
+#include "ixocamglue/support/ValueText.h"
 
 namespace ixocamglue {
 
 std::string TLinkAddress::Text() const {
   if (!IsTcp) return Device + " " + Settings;
   return HostText(Host) + ":" + std::to_string(Port);
+}
+
+TResult<TLinkAddress> ParseTcpLink(const std::string& text) {
+  TLinkAddress link;
+  link.IsTcp = link.TcpFraming = true;
+  const auto wrong = [](const char* what) { return TProblem{.What = what}; };
+  std::string port;
+  const std::size_t colon = text.rfind(':');
+  if (text.starts_with('[')) {
+    const std::size_t bracket = text.find(']');
+    if (bracket == std::string::npos) return wrong(Tr("the \"]\" is missing"));
+    link.Host = text.substr(1, bracket - 1);
+    if (bracket + 1 < text.size()) {
+      if (text[bracket + 1] != ':') return wrong(Tr("a \":\" is expected after the \"]\""));
+      port = text.substr(bracket + 2);
+      if (port.empty()) return wrong(Tr("the port is missing"));
+    }
+  } else if (colon != std::string::npos && text.find(':') == colon) {
+    link.Host = text.substr(0, colon);
+    port = text.substr(colon + 1);
+    if (port.empty()) return wrong(Tr("the port is missing"));
+  } else {
+    link.Host = text;
+    if (colon != std::string::npos &&
+        text.substr(0, text.find('%')).find_first_not_of("0123456789abcdefABCDEF:.") != std::string::npos)
+      return wrong(Tr("neither HOST:PORT nor an address of IPv6"));
+  }
+  if (link.Host.empty()) return wrong(Tr("the host is missing"));
+  if (port.empty()) return link;
+  const auto number = ParseExactly<std::int32_t>(port);
+  if (!number || *number < 1 || *number > 0xFFFF) return wrong(Tr("the port is a number from 1 to 65535"));
+  link.Port = *number;
+  return link;
+}
+
+TResult<TLinkAddress> ParseSerialLink(const std::string& text) {
+  TLinkAddress link;
+  const std::size_t comma = text.find(',');
+  link.Device = text.substr(0, comma);
+  if (comma != std::string::npos) link.Settings = text.substr(comma + 1);
+  if (link.Device.empty()) return TProblem{.What = Tr("the device is missing")};
+  if (const auto settings = ParseSerialSettings(link.Settings); !settings)
+    return TProblem{.What = settings.Problem().Text()};
+  return link;
 }
 
 // A link that is opened again must not find another device behind its number.

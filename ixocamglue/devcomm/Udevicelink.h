@@ -10,6 +10,7 @@
 
 #include "ixocamglue/devcomm/Ucommtrans.h"
 #include "ixocamglue/devcomm/Umodbusresult.h"
+#include "ixocamglue/support/Problem.h"
 
 namespace ixocamglue {
 
@@ -24,6 +25,11 @@ struct TLinkAddress {
 
   [[nodiscard]] std::string Text() const;
 };
+
+// "HOST", "HOST:PORT", an address of IPv6 or "[IPV6]:PORT", with Modbus TCP framing; a name is not looked up.
+[[nodiscard]] TResult<TLinkAddress> ParseTcpLink(const std::string& text);
+// "DEVICE" or "DEVICE,9600,n,8,1".
+[[nodiscard]] TResult<TLinkAddress> ParseSerialLink(const std::string& text);
 
 // A serial port number that stands for this device, the same whenever it is asked for. Any thread.
 [[nodiscard]] std::int32_t SerialPortOf(const std::string& device);

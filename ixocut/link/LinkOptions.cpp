@@ -10,56 +10,18 @@
 #include "controller/StateFolder.h"
 #include "controller/config/MachineFile.h"
 #include "controller/links/ConfiguredLinks.h"
-#include "ixocamglue/platform/comm/SerialSettings.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
-#include "ixocamglue/support/ValueText.h"
 #include "ixocut/Machines.h"
 
 namespace ixocut {
 namespace {
 
-// HOST, HOST:PORT, IPV6 or [IPV6]:PORT.
-void ParseTcp(const std::string& text, TLinkAddress& link) {
-  const auto wrong = [&](const char* what) {
-    return EProblem(pbRequest, TProblem{.What = what, .Where = "--tcp " + text});
-  };
-  std::string port;
-  const std::size_t colon = text.rfind(':');
-  if (text.starts_with('[')) {
-    const std::size_t bracket = text.find(']');
-    if (bracket == std::string::npos) throw wrong(Tr("the \"]\" is missing"));
-    link.Host = text.substr(1, bracket - 1);
-    if (bracket + 1 < text.size()) {
-      if (text[bracket + 1] != ':') throw wrong(Tr("a \":\" is expected after the \"]\""));
-      port = text.substr(bracket + 2);
-      if (port.empty()) throw wrong(Tr("the port is missing"));
-    }
-  } else if (colon != std::string::npos && text.find(':') == colon) {
-    link.Host = text.substr(0, colon);
-    port = text.substr(colon + 1);
-    if (port.empty()) throw wrong(Tr("the port is missing"));
-  } else {
-    link.Host = text;
-    if (colon != std::string::npos &&
-        text.substr(0, text.find('%')).find_first_not_of("0123456789abcdefABCDEF:.") != std::string::npos)
-      throw wrong(Tr("neither HOST:PORT nor an address of IPv6"));
-  }
-  if (link.Host.empty()) throw wrong(Tr("the host is missing"));
-  if (port.empty()) return;
-  const auto number = ParseExactly<std::int32_t>(port);
-  if (!number || *number < 1 || *number > 0xFFFF) throw wrong(Tr("the port is a number from 1 to 65535"));
-  link.Port = *number;
-}
-
-void ParseSerial(const std::string& text, TLinkAddress& link) {
-  const std::size_t comma = text.find(',');
-  link.Device = text.substr(0, comma);
-  if (comma != std::string::npos) link.Settings = text.substr(comma + 1);
-  if (link.Device.empty())
-    throw EProblem(pbRequest, TProblem{.What = Tr("the device is missing"), .Where = "--serial"});
-  if (const auto settings = ParseSerialSettings(link.Settings); !settings)
-    throw EProblem(pbRequest, TProblem{.What = settings.Problem().Text(), .Where = "--serial"});
+TLinkAddress LinkAt(const TResult<TLinkAddress>& link, const std::string& where) {
+  if (link) return *link;
+  TProblem problem = link.Problem();
+  problem.Where = where;
+  throw EProblem(pbRequest, std::move(problem));
 }
 
 TLinkAddress LinkOfFile(const TLinkOptions& options) {
@@ -101,16 +63,14 @@ void AddLinkOptions(CLI::App& command, TLinkOptions& options) {
 
 TLinkAddress ParseLink(const TLinkOptions& options) {
   TLinkAddress link;
-  if (!options.Name.empty()) {
+  if (!options.Name.empty())
     link = LinkOfFile(options);
-  } else if (!options.Tcp.empty()) {
-    link.IsTcp = link.TcpFraming = true;
-    ParseTcp(options.Tcp, link);
-  } else if (!options.Serial.empty()) {
-    ParseSerial(options.Serial, link);
-  } else {
+  else if (!options.Tcp.empty())
+    link = LinkAt(ParseTcpLink(options.Tcp), "--tcp " + options.Tcp);
+  else if (!options.Serial.empty())
+    link = LinkAt(ParseSerialLink(options.Serial), "--serial");
+  else
     throw EProblem(pbRequest, Tr("one of --tcp HOST[:PORT], --serial DEVICE and --link NAME is needed"));
-  }
   if (!options.Framing.empty()) link.TcpFraming = options.Framing == "tcp";
   return link;
 }

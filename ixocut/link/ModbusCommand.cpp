@@ -9,6 +9,8 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include "controller/links/ModbusTransfer.h"
+#include "controller/links/ModbusValues.h"
 #include "ixocamglue/platform/services/AppSys.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/support/Format.h"
@@ -16,7 +18,6 @@
 #include "ixocamglue/support/Texts.h"
 #include "ixocut/Document.h"
 #include "ixocut/link/LinkOptions.h"
-#include "ixocut/link/ModbusValues.h"
 
 namespace ixocut {
 namespace {
@@ -84,8 +85,8 @@ TModbusTask TaskOf(const TModbusCommand& command) {
   if (bits && command.TypeGiven)
     throw EProblem(pbRequest, TProblem{.What = Tr("coils and discrete inputs have no type and no order"),
                                        .Where = command.Table->Option});
-  task.Form = bits ? TValueForm{vtBit} : ValueForm(command.Type, command.Order);
-  task.Words = ParseValues(command.Values, task.Form);
+  task.Form = bits ? TValueForm{vtBit} : ValueForm(command.Type, command.Order, "--order " + command.Order);
+  task.Words = ParseValues(command.Values, task.Form, "--values");
   task.Count = command.Write ? task.Words.size() : command.Count * task.Form.Words();
   if (command.Addr + task.Count > kModbusAddresses)
     throw EProblem(pbRequest, Tr("--addr and the count go beyond address 65535"));
@@ -107,13 +108,8 @@ std::span<const std::uint16_t> WordsOf(const TModbusResult& result, const TValue
   return std::span(result.Registers).subspan(value * form.Words(), form.Words());
 }
 
-// What was transferred, in how many requests.
-struct TTransfer : TModbusResult {
-  std::size_t Requests = 0;
-};
-
-void PrintText(const TModbusCommand& command, const TModbusTask& task, const TTransfer& result, TModbusProof proof,
-               std::ostream& out) {
+void PrintText(const TModbusCommand& command, const TModbusTask& task, const TModbusTransfer& result,
+               TModbusProof proof, std::ostream& out) {
   for (std::size_t i = 0; i < result.Registers.size() / task.Form.Words(); ++i) {
     const auto words = WordsOf(result, task.Form, i);
     out << Format("%5u  %5s", static_cast<unsigned>(command.Addr + i * words.size()),
@@ -141,7 +137,7 @@ void PrintText(const TModbusCommand& command, const TModbusTask& task, const TTr
   out << Tr(")\n");
 }
 
-nlohmann::ordered_json JsonOf(const TModbusCommand& command, const TModbusTask& task, const TTransfer& result,
+nlohmann::ordered_json JsonOf(const TModbusCommand& command, const TModbusTask& task, const TModbusTransfer& result,
                               TModbusProof proof) {
   nlohmann::ordered_json document{{"link", task.Link.Text()},     {"framing", task.Link.TcpFraming ? "tcp" : "rtu"},
                                   {"profile", command.Profile},   {"unit", command.Unit},
@@ -204,41 +200,18 @@ TDevicePtr<TModbusComm> MakeMaster(const TModbusCommand& command, const TModbusT
   return device;
 }
 
-// Request after request, each with whole values only, so that no value is put together from two moments. Strict: all
-// of them by the deadline.
-TTransfer Transfer(const TModbusCommand& command, const TModbusTask& task, TModbusComm& device,
-                   std::uint64_t deadlineMs) {
-  const std::uint8_t func = command.Func(task.Count);
-  const std::size_t most = FindModbusFunction(func)->Most;
-  const std::size_t part = command.Strict() ? most - most % task.Form.Words() : task.Count;
-  TTransfer all;
-  while (all.Ok() && all.Done < task.Count) {
-    TModbusStrictOptions options;
-    options.TimeoutMs = static_cast<std::uint32_t>(command.Timeout);
-    const std::uint64_t now = Clock().MonotonicMs();
-    if (command.Strict() && now >= deadlineMs) {
-      all.Outcome = moTimeout;
-      all.Reason = all.Requests == 0 ? TrMark("the time was over before the link stood")
-                                     : TrMark("the time was over before all was transferred");
-      break;
-    }
-    options.TotalMs = static_cast<std::uint32_t>(deadlineMs - now);
-    options.ProbeRegister = task.Link.ProbeRegister;
-    options.ProbeFor = static_cast<std::uint32_t>((task.Count - all.Done + part - 1) / part);
-    options.ClearOnSuccess = true;
-    device.SetProfile(command.Strict() ? mpStrict : mpExact, options);
-    const auto addr = static_cast<std::uint16_t>(command.Addr + all.Done);
-    const std::size_t count = std::min(part, task.Count - all.Done);
-    const TModbusResult one = command.Write ? device.Write(func, addr, std::span(task.Words).subspan(all.Done, count))
-                                            : device.Read(func, addr, static_cast<std::uint32_t>(count));
-    static_cast<TModbusEnd&>(all) = one;
-    all += one;
-    ++all.Requests;
-    all.Registers.insert(all.Registers.end(), one.Registers.begin(), one.Registers.end());
-    all.Done += one.Done;
-    all.Confirmed = all.Confirmed && one.Confirmed;
-  }
-  return all;
+TModbusTransfer Carry(const TModbusCommand& command, const TModbusTask& task, TModbusComm& device,
+                      std::uint64_t deadlineMs) {
+  return Transfer(device,
+                  {.Func = command.Func(task.Count),
+                   .Addr = static_cast<std::uint16_t>(command.Addr),
+                   .Count = task.Count,
+                   .ValueWords = task.Form.Words(),
+                   .Words = task.Words,
+                   .Strict = command.Strict(),
+                   .TimeoutMs = static_cast<std::uint32_t>(command.Timeout),
+                   .ProbeRegister = task.Link.ProbeRegister},
+                  deadlineMs);
 }
 
 int Run(const TModbusCommand& command, std::ostream& out) {
@@ -271,12 +244,12 @@ int Run(const TModbusCommand& command, std::ostream& out) {
   const auto transport = MakeTransport(task.Link);
   device->SetDataTransIntf(transport);
 
-  TTransfer result;
+  TModbusTransfer result;
   std::optional<TProblem> problem;
   bool told = false;
   for (;;) {
     const std::uint64_t startUs = Clock().MonotonicUs();
-    result = Transfer(command, task, *device, deadlineMs);
+    result = Carry(command, task, *device, deadlineMs);
     signals.End();
     logs.DrainOnce();
     problem.reset();
@@ -333,7 +306,7 @@ const char* ExitCodes() {
   return Tr("0 success, 1 stopped, 2 wrong command line, 3 the device did not do it; how is said");
 }
 
-void AddOne(CLI::App& modbus, TCommandRun& run, bool write) {
+void AddTransfer(CLI::App& modbus, TCommandRun& run, bool write) {
   const auto options = std::make_shared<TModbusCommand>();
   options->Write = write;
   CLI::App* const command =
@@ -424,8 +397,8 @@ void AddModbusCommand(CLI::App& program, TCommandRun& run) {
   CLI::App* const modbus =
       program.add_subcommand("modbus", Tr("Read and write the registers and coils of a Modbus device"));
   modbus->require_subcommand(1);
-  AddOne(*modbus, run, false);
-  AddOne(*modbus, run, true);
+  AddTransfer(*modbus, run, false);
+  AddTransfer(*modbus, run, true);
   SetHelp(*modbus, {.Notes = {},
                     .ExitCodes = ExitCodes(),
                     .Examples = {"ixocut modbus read --tcp 192.168.0.10 --addr 16 --count 4",

@@ -1,4 +1,4 @@
-#include "ixocut/link/ModbusValues.h"
+#include "controller/links/ModbusValues.h"
 
 #include <algorithm>
 #include <bit>
@@ -14,7 +14,7 @@
 #include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
 
-namespace ixocut {
+namespace ixocontroller {
 using namespace ixocamglue;
 namespace {
 
@@ -64,11 +64,12 @@ const char* RangeText(TValueType type) {
   return "";
 }
 
-void AppendValue(std::vector<std::uint16_t>& words, const std::string& field, const TValueForm& form) {
+void AppendValue(std::vector<std::uint16_t>& words, const std::string& field, const TValueForm& form,
+                 const std::string& where) {
   const auto raw = RawOf(field, form.Type);
   if (!raw)
     throw EProblem(pbRequest, TProblem{.What = Format(Tr("\"%s\" is no such value"), field.c_str()),
-                                       .Where = "--values",
+                                       .Where = where,
                                        .Why = RangeText(form.Type)});
   const auto high = Ordered(static_cast<std::uint16_t>(*raw >> 16), form);
   const auto low = Ordered(static_cast<std::uint16_t>(*raw & 0xFFFF), form);
@@ -79,7 +80,7 @@ void AppendValue(std::vector<std::uint16_t>& words, const std::string& field, co
 
 }  // namespace
 
-TValueForm ValueForm(const std::string& type, const std::string& order) {
+TValueForm ValueForm(const std::string& type, const std::string& order, const std::string& where) {
   const auto at = [](const auto& names, const std::string& name) {
     return std::ranges::find(names, name) - std::begin(names);
   };
@@ -88,12 +89,13 @@ TValueForm ValueForm(const std::string& type, const std::string& order) {
   if (form.LowWordFirst && form.Words() == 1)
     throw EProblem(pbRequest, TProblem{.What = Format(Tr("%s is a value of one register, which has no order of words"),
                                                       type.c_str()),
-                                       .Where = "--order " + order,
+                                       .Where = where,
                                        .Remedy = Tr("name a type of 32 bits with --type, or ask for ABCD or BADC")});
   return form;
 }
 
-std::vector<std::uint16_t> ParseValues(const std::vector<std::string>& texts, const TValueForm& form) {
+std::vector<std::uint16_t> ParseValues(const std::vector<std::string>& texts, const TValueForm& form,
+                                       const std::string& where) {
   // Here, not by the options' parser, which drops an empty field and shifts the rest.
   std::vector<std::uint16_t> words;
   for (const std::string& text : texts) {
@@ -103,7 +105,7 @@ std::vector<std::uint16_t> ParseValues(const std::vector<std::string>& texts, co
       std::istringstream fields(text.substr(from, comma - from));
       std::string field;
       fields >> field;
-      do AppendValue(words, field, form);  // an empty one is refused
+      do AppendValue(words, field, form, where);  // an empty one is refused
       while (fields >> field);
     }
   }
@@ -129,4 +131,4 @@ nlohmann::ordered_json JsonOfValue(std::span<const std::uint16_t> words, const T
   return nlohmann::ordered_json::parse(TextOfValue(words, form));
 }
 
-}  // namespace ixocut
+}  // namespace ixocontroller
