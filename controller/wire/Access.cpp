@@ -1,8 +1,6 @@
 #include "controller/wire/Access.h"
 
 #include <algorithm>
-#include <array>
-#include <pwd.h>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -11,6 +9,7 @@
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
+#include "ixocamglue/support/UserName.h"
 #include "ixocamglue/support/ValueText.h"
 
 namespace ixocontroller {
@@ -18,14 +17,6 @@ namespace {
 
 constexpr std::string_view kMapped = "::ffff:";  // an IPv4 address seen by an IPv6 socket
 constexpr std::string_view kBearer = "bearer ";
-
-std::string UserName(std::uint32_t user) {
-  std::array<char, 1024> buffer{};
-  passwd entry{};
-  passwd* found = nullptr;
-  if (::getpwuid_r(user, &entry, buffer.data(), buffer.size(), &found) == 0 && found) return found->pw_name;
-  return ValueText(user);
-}
 
 std::string_view CookieValue(std::string_view cookies, std::string_view name) {
   while (!cookies.empty()) {

@@ -35,6 +35,7 @@ class EDeviceAway : public std::runtime_error {
 
 enum class TPointKind : std::uint8_t { pkInput, pkOutput, pkAnalogIn, pkAnalogOut };
 using enum TPointKind;
+[[nodiscard]] constexpr bool IsDigital(TPointKind kind) { return kind == pkInput || kind == pkOutput; }
 
 // One digital or analogue value of a device. Digital ones are 0 or 1; the others in the unit that the machine file
 // scales them to. Any thread, at once.

@@ -5,7 +5,6 @@
 #include <memory>
 #include <optional>
 #include <poll.h>
-#include <pwd.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -17,6 +16,7 @@
 #include "ixocamglue/platform/services/UtcTime.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
+#include "ixocamglue/support/UserName.h"
 #include "ixocamglue/support/ValueText.h"
 #include "ixocut/ControllerSettings.h"
 #include "ixocut/Document.h"
@@ -37,11 +37,6 @@ struct TTryOptions : TControllerSettings {
 struct TTried : TTriedPort {
   std::string Time, Port;
 };
-
-std::string UserName() {
-  const passwd* const user = getpwuid(geteuid());
-  return user && user->pw_name ? user->pw_name : std::to_string(geteuid());
-}
 
 enum class TAnswer : std::uint8_t { Yes, No, End };
 
@@ -64,7 +59,8 @@ TAnswer Ask(const std::string& question) {
 // A line a try, written as soon as it is known; columns are parted by tabs.
 class TProtocol {
  public:
-  TProtocol(std::filesystem::path file, const std::string& machine) : FFile(std::move(file)), FWho(UserName()) {
+  TProtocol(std::filesystem::path file, const std::string& machine)
+      : FFile(std::move(file)), FWho(UserName(::geteuid())) {
     std::error_code error;
     if (std::filesystem::exists(FFile, error))
       throw EProblem(pbRequest, TProblem{.What = Format(Tr("%s is there already"), FFile.string().c_str()),

@@ -13,8 +13,6 @@ namespace {
 constexpr std::string_view kPrefix = "hal:";
 constexpr double kSame = 1e-9;
 
-bool IsDigital(TPointKind kind) { return kind == pkInput || kind == pkOutput; }
-
 }  // namespace
 
 TResult<std::string> HalPointName(TPointKind kind, std::string_view address) {

@@ -29,8 +29,6 @@ constexpr std::array<TTableName, 4> kTables = {{{"coil", mtCoil, kModbusReadCoil
 
 const TTableName& Row(TModbusTable table) { return *std::ranges::find(kTables, table, &TTableName::Table); }
 
-bool IsDigital(TPointKind kind) { return kind == pkInput || kind == pkOutput; }
-
 std::vector<std::string> Split(std::string_view text, char at) {
   std::vector<std::string> parts{""};
   for (const char c : text)

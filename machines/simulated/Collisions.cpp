@@ -12,10 +12,6 @@ namespace {
 constexpr double kScratch = 0.1;  // sideways; less is what a height that is followed closely may vary by
 constexpr double kPressed = 1.0;  // straight down; a calibration comes to rest within less
 
-bool Inside(const TNcArea& area, TPoint2 p) {
-  return p.X >= area.Min.X && p.X <= area.Max.X && p.Y >= area.Min.Y && p.Y <= area.Max.Y;
-}
-
 }  // namespace
 
 TSimCollisions::TSimCollisions(TSimCore& core, const TSimConfig& config, const TSimMotion& motion,

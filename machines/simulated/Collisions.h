@@ -16,6 +16,10 @@
 
 namespace ixocamglue {
 
+[[nodiscard]] inline bool Inside(const TNcArea& area, TPoint2 p) {
+  return p.X >= area.Min.X && p.X <= area.Max.X && p.Y >= area.Min.Y && p.Y <= area.Max.Y;
+}
+
 class TSimCollisions final : public ISimPart {
  public:
   static constexpr double kSlats = 10.0;  // below the plate's surface as the machine file has it

@@ -5,6 +5,7 @@
 
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
+#include "machines/simulated/Collisions.h"
 
 namespace ixocamglue {
 namespace {
@@ -13,10 +14,6 @@ constexpr double kOverSlot = 0.5;  // mm; a head further off the slot's middle d
 constexpr double kAtHeight = 1.0;  // mm
 constexpr double kHeadWidth = TSimRackConfig::kHeadWidth;
 constexpr double kNozzleLength = 5.0;  // mm by which a nozzle in the head reaches between the slots
-
-bool Inside(const TNcArea& area, const TPoint2& p) {
-  return p.X >= area.Min.X && p.X <= area.Max.X && p.Y >= area.Min.Y && p.Y <= area.Max.Y;
-}
 
 }  // namespace
 

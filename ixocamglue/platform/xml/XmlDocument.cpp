@@ -8,6 +8,7 @@
 
 #include <pugixml.hpp>
 
+#include "ixocamglue/platform/xml/XmlElement.h"
 #include "ixocamglue/platform/xml/XmlWriter.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
@@ -67,8 +68,6 @@ std::size_t TagEnd(std::string_view text, std::size_t at) {
   }
   return text.size();
 }
-
-bool IsText(const pugi::xml_node& node) { return node.type() == pugi::node_pcdata || node.type() == pugi::node_cdata; }
 
 // False where a unit is half of a character.
 bool FromUtf16(std::string_view bytes, bool bigEndian, std::string& out) {

@@ -9,8 +9,6 @@
 namespace ixocamglue {
 namespace {
 
-bool IsText(const pugi::xml_node& node) { return node.type() == pugi::node_pcdata || node.type() == pugi::node_cdata; }
-
 bool IsBlank(const pugi::xml_node& node) { return node.type() == pugi::node_pcdata && TrimXml(node.value()).empty(); }
 
 // The line break and the indent in front of a child of `parent`, taken from one that is there.

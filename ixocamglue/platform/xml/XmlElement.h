@@ -16,6 +16,10 @@
 
 namespace ixocamglue {
 
+[[nodiscard]] inline bool IsText(const pugi::xml_node& node) {
+  return node.type() == pugi::node_pcdata || node.type() == pugi::node_cdata;
+}
+
 class TXmlElement {
  public:
   struct TEntry {
