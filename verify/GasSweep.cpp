@@ -34,10 +34,8 @@ struct TGasCase {
   TGases Gases;
   bool All = true;  // all dimensions, else undisturbed runs
 };
-constexpr std::uint64_t kWrapMs = std::uint64_t{1} << 32U;  // 49.7 days
 const TGasCase kCases[] = {
     {"calibrate-air", {1}}, {"calibrate-o2", {2}}, {"calibrate-n2", {3}}, {"calibrate-two", {1, 3}, false}};
-constexpr std::int32_t kReasons[] = {srStop, 2, srPause, srAlarm, srError};
 constexpr TValveFault kFaults[] = {vfStuck,    vfNoSupply,   vfLowSupply,      vfDeadSensor,  vfNonFinite,
                                    vfSlowLine, vfSlowUpdate, vfNegativeOffset, vfWideDeadBand};
 constexpr int kDrawnTicks = 50;
@@ -246,7 +244,7 @@ using TSpecs = std::vector<TGasPointSpec>;
 TSpecs AtTicks(const TGases& gases, const std::vector<std::uint32_t>& ticks, bool safeEntry) {
   TSpecs specs;
   for (const std::uint32_t tick : ticks)
-    for (const std::int32_t reason : kReasons)
+    for (const std::int32_t reason : kAbortReasons)
       specs.push_back({.Gases = gases, .AbortTick = tick, .Reason = reason, .SafeEntry = safeEntry});
   return specs;
 }

@@ -21,8 +21,8 @@ namespace ixoverify {
 namespace {
 
 constexpr std::uint64_t kEveryMs = 300'000;  // between two pieces of work
-constexpr std::uint64_t kLongestMs = 20'000;
-constexpr std::uint64_t kSettleMs = 500;
+constexpr std::uint64_t kSoakLongestMs = 20'000;
+constexpr std::uint64_t kSoakSettleMs = 500;
 constexpr std::size_t kShownViolations = 50;
 
 // What a day's work is mixed from: whatever runs wherever the head stands.
@@ -119,7 +119,7 @@ class TSoakRun {
       Drive(disturbance, at);
     else
       SayNotReady(started.Problem());
-    FController.RunFor(kSettleMs);
+    FController.RunFor(kSoakSettleMs);
     FSampler.Note(kMended);
     FController.ClearAlarms();
     Simulated(FController.Machine()).Laser()->ResetLatch();
@@ -132,27 +132,27 @@ class TSoakRun {
   }
 
   void Drive(TDisturbance disturbance, std::uint64_t atMs) {
-    const std::uint64_t end = Now() + kLongestMs;
+    const std::uint64_t end = Now() + kSoakLongestMs;
     while (FController.Running()) {
       if (disturbance != diNone && Now() >= atMs && FController.Framework().CurrentState() == nsCustomMotion)
         Disturb(std::exchange(disturbance, diNone));
       if (Now() >= end) {
         FSampler.Note(kCause, "cut");
         FController.Framework().Stop();
-        if (!FController.RunToEnd(kSettleMs)) return Say(Tr("the procedure does not end"));
+        if (!FController.RunToEnd(kSoakSettleMs)) return Say(Tr("the procedure does not end"));
       }
       FController.RunPass();
     }
   }
 
   void Disturb(TDisturbance disturbance) {
-    constexpr std::int32_t kReasons[] = {srStop, srPause, srAlarm, srError};
+    constexpr std::int32_t kEndReasons[] = {srStop, srPause, srAlarm, srError};
     constexpr TNcAlarmAttrs kAlarms[] = {naForbidLaser, naForbidMove, naRequireStop};
     if (disturbance == diLostEmission) return Simulated(FController.Machine()).Laser()->LoseEmission();
     if (disturbance == diAbort) {
       ++FDay.Aborts;
       FSampler.Note(kCause, "abort");
-      return FController.Framework().Abort(kReasons[FRandom.Below(std::size(kReasons))]);
+      return FController.Framework().Abort(kEndReasons[FRandom.Below(std::size(kEndReasons))]);
     }
     ++FDay.Alarms;
     const TNcAlarmAttrs attrs = kAlarms[FRandom.Below(std::size(kAlarms))];
@@ -184,7 +184,7 @@ class TSoakRun {
                                  {FindProcedure("safe-z"), FindProcedure("safe-z")->SampleValues(), {}}};
     if (const TResult<> started = FController.Start(ShareRoot(MakeRoot("tidy", calls))); !started)
       SayNotReady(started.Problem());
-    else if (!FController.RunToEnd(kLongestMs) || FController.MotionState().Outcome().Type != metSuccess)
+    else if (!FController.RunToEnd(kSoakLongestMs) || FController.MotionState().Outcome().Type != metSuccess)
       Say(Tr("the machine cannot be put in order"));
     FController.RunFor(100);
     FController.Journal().Clear();

@@ -15,7 +15,6 @@
 namespace ixoverify {
 namespace {
 
-constexpr std::int32_t kReasons[] = {srStop, 2, srPause, srAlarm, srError};
 constexpr TSweepEmission kEmissions[] = {TSweepEmission::Configured, TSweepEmission::AtOnce,
                                          TSweepEmission::AfterOnePoll, TSweepEmission::AfterEightPolls,
                                          TSweepEmission::Never};
@@ -52,7 +51,7 @@ TPoints TickPoints(const TScope& scope) {
   TPoints points;
   const std::uint32_t ticks = scope.Try({}).Ticks;
   for (std::uint32_t tick = 0; tick < ticks; ++tick)
-    for (const std::int32_t reason : kReasons) points.push_back({.AbortTick = tick, .Reason = reason});
+    for (const std::int32_t reason : kAbortReasons) points.push_back({.AbortTick = tick, .Reason = reason});
   return points;
 }
 
@@ -62,7 +61,7 @@ TPoints BarePoints(const TScope& scope) {
   TPoints points;
   const std::uint32_t ticks = scope.Try({.Emission = TSweepEmission::AtOnce}).Ticks;
   for (std::uint32_t tick = 0; tick < ticks; ++tick)
-    for (const std::int32_t reason : kReasons)
+    for (const std::int32_t reason : kAbortReasons)
       points.push_back({.AbortTick = tick, .Reason = reason, .Emission = TSweepEmission::AtOnce, .SafeEntry = false});
   return points;
 }
@@ -88,7 +87,7 @@ TPoints CombinedPoints(const TScope& scope) {
   for (const TSweepEmission emission : kEmissions) {
     const std::uint32_t ticks = scope.Try({.Emission = emission}).Ticks;
     for (std::uint32_t tick = 0; tick < ticks; ++tick)
-      for (const std::int32_t reason : kReasons)
+      for (const std::int32_t reason : kAbortReasons)
         points.push_back({.AbortTick = tick, .Reason = reason, .Emission = emission});
   }
   return points;
@@ -116,7 +115,7 @@ TPoints PairPoints(const TScope& scope) {
   TPoints aborts;
   const std::uint32_t ticks = scope.Try({}).Ticks;
   for (std::uint32_t tick = 0; tick < ticks; ++tick)
-    for (const std::int32_t reason : kReasons) aborts.push_back({.AbortTick = tick, .Reason = reason});
+    for (const std::int32_t reason : kAbortReasons) aborts.push_back({.AbortTick = tick, .Reason = reason});
   if (!scope.Full) {
     TSimRandom random(scope.Seed);
     Shuffle(aborts, random);
@@ -167,7 +166,6 @@ TPoints SupervisedPoints(const TScope& scope) {
 
 // Undisturbed; a count passes its wrap in the middle of the procedure, or has passed it long ago.
 TPoints ClockPoints(const TScope& scope) {
-  constexpr std::uint64_t kWrapMs = std::uint64_t{1} << 32U;  // 49.7 days
   const TSweepFacts usual = scope.Try({});
   const std::uint64_t middle = usual.EnteredMs + std::max<std::uint64_t>(usual.LastedMs / 2, 1);
   return {{.FirstTick = 0U - static_cast<std::uint32_t>(middle)},

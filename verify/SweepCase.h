@@ -14,6 +14,10 @@
 namespace ixoverify {
 using namespace ixocontroller;
 
+// Why a procedure is aborted, one after the other; 2 is none of the named ones.
+inline constexpr std::int32_t kAbortReasons[] = {srStop, 2, srPause, srAlarm, srError};
+inline constexpr std::uint64_t kWrapMs = std::uint64_t{1} << 32U;  // 49.7 days: the 32-bit counts of ms begin anew
+
 struct TSweepCase {
   std::string Name;                         // the row's, or a variant's
   TMotionCall Call;                         // the row's sample

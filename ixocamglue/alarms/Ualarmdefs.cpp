@@ -20,8 +20,8 @@
 namespace ixocamglue {
 namespace {
 
-constexpr const char* kMembers[] = {"HelpID",   "BrifDesc",  "Code",   "AlarmDesc",
-                                    "Category", "Alarmtype", "Reason", "Solution"};
+constexpr const char* kMemberNames[] = {"HelpID",   "BrifDesc",  "Code",   "AlarmDesc",
+                                        "Category", "Alarmtype", "Reason", "Solution"};
 // What an operator needs to see; the others may be empty.
 constexpr const char* kNeeded[] = {"HelpID", "BrifDesc", "Code", "Reason", "Solution"};
 
@@ -83,13 +83,13 @@ std::vector<TProblem> CheckAlarmDefinitions(std::string_view json) {
       return found != entry.end() && found->is_string() ? found->get<std::string>() : std::string();
     };
     id = text("HelpID");
-    for (const char* const member : kMembers)
+    for (const char* const member : kMemberNames)
       if (const auto found = entry.find(member); found != entry.end() && !found->is_string())
         report(Format(Tr("\"%s\" is %s, expected a string"), member, found->type_name()));
     for (const char* const member : kNeeded)
       if (Blank(text(member))) report(Format(Tr("\"%s\" is empty or missing"), member));
     for (const auto& item : entry.items())
-      if (std::ranges::none_of(kMembers, [&](const char* member) { return item.key() == member; }))
+      if (std::ranges::none_of(kMemberNames, [&](const char* member) { return item.key() == member; }))
         report(Format(Tr("\"%s\" is no member of a definition"), item.key().c_str()));
     const auto unique = [&](std::map<std::string, std::size_t>& seen, const std::string& value, const char* member) {
       if (value.empty()) return;

@@ -10,7 +10,7 @@
 namespace ixocamglue {
 namespace {
 
-constexpr std::size_t kChunk = 2048;
+constexpr std::size_t kDrainChunk = 2048;
 
 std::string AsciiOf(const TBytes& buf) {
   std::string text(buf.size(), '?');
@@ -43,7 +43,7 @@ void TNcCommTransBase::Debug3rdDevToPcInfo(const TBytes& buf) const {
 }
 
 std::size_t TNcCommTransBase::Drain(std::size_t atMost) {
-  std::array<std::uint8_t, kChunk> chunk;
+  std::array<std::uint8_t, kDrainChunk> chunk;
   std::size_t drained = 0;
   for (std::size_t got = 1; got != 0 && Linked() && drained < atMost; drained += got) got = Take(chunk);
   return drained;
@@ -51,7 +51,7 @@ std::size_t TNcCommTransBase::Drain(std::size_t atMost) {
 
 TBytes TNcCommTransBase::ReceiveWithin(std::uint32_t ms) {
   if (!Linked() || !WaitReadable(ms)) return {};
-  std::array<std::uint8_t, kChunk> chunk;
+  std::array<std::uint8_t, kDrainChunk> chunk;
   const std::size_t got = Take(chunk);
   TBytes received(chunk.begin(), chunk.begin() + static_cast<std::ptrdiff_t>(got));
   Debug3rdDevToPcInfo(received);

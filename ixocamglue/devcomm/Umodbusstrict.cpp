@@ -12,7 +12,7 @@ namespace {
 constexpr std::size_t kDrainLimit = 64 * 1024;  // a device that never falls silent must not hold a request up
 constexpr std::uint32_t kQuietMs = 20;          // silence after a broken reply, before the request is repeated
 constexpr std::uint32_t kQuietLimitMs = 200;
-constexpr std::uint32_t kPollMs = 10;
+constexpr std::uint32_t kStrictPollMs = 10;
 constexpr std::uint32_t kSliceMs = 50;  // of a wait, between two looks at the stop
 
 constexpr std::uint64_t kNoDeadline = std::numeric_limits<std::uint64_t>::max();
@@ -32,7 +32,7 @@ class TPlainStream final : public INcStreamIntf {
     for (;;) {
       TBytes received = FTransport.GetReceiveBuff();
       if (!received.empty() || Clock().MonotonicMs() >= end) return received;
-      Clock().Sleep(kPollMs);
+      Clock().Sleep(kStrictPollMs);
     }
   }
 

@@ -8,7 +8,7 @@
 namespace ixocamglue {
 namespace {
 
-constexpr std::size_t kChunk = 2048;
+constexpr std::size_t kSerialChunk = 2048;
 constexpr std::uint32_t kCollectMs = 50;     // an empty read after this time ends a receive
 constexpr std::uint32_t kAfterChunkMs = 20;  // binary
 constexpr std::uint32_t kAfterTextMs = 1;
@@ -19,7 +19,7 @@ constexpr std::size_t kReceiveLimit = 64 * 1024;
 // The loop of both ways to receive: `take` gets each chunk.
 template <class Take>
 void Collect(TCommCtrl& comm, std::uint32_t afterChunkMs, Take take) {
-  std::array<std::uint8_t, kChunk> chunk;
+  std::array<std::uint8_t, kSerialChunk> chunk;
   const std::uint32_t start = Clock().TickMs();
   for (std::size_t all = 0; all < kReceiveLimit;) {
     const std::size_t got = comm.Read(chunk);

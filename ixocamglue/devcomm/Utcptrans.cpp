@@ -11,12 +11,12 @@
 namespace ixocamglue {
 namespace {
 
-constexpr std::size_t kChunk = 1024;
+constexpr std::size_t kTcpChunk = 1024;
 constexpr std::uint32_t kKeepAliveMs = 5000;
 constexpr std::uint32_t kKeepAlivePingMs = 1000;
 constexpr std::uint32_t kGatePingMs = 100;
 constexpr std::uint32_t kConnectMs = 1000;
-constexpr std::uint32_t kReceiveMs = 200;
+constexpr std::uint32_t kTcpReceiveMs = 200;
 constexpr std::uint64_t kResolveAgainMs = 5000;  // a dead name server must not slow every call down
 
 }  // namespace
@@ -84,9 +84,9 @@ bool TNcTcpIPTrans::SendBuff(const TBytes& buf) {
 TBytes TNcTcpIPTrans::GetReceiveBuff() {
   if (!CheckConnection()) return {};
   TBytes received;
-  std::array<std::uint8_t, kChunk> chunk;
+  std::array<std::uint8_t, kTcpChunk> chunk;
   const std::uint32_t start = Clock().TickMs();
-  while (FTcp->WaitReadable(kReceiveMs) && Clock().TickMs() - start < kReceiveMs) {
+  while (FTcp->WaitReadable(kTcpReceiveMs) && Clock().TickMs() - start < kTcpReceiveMs) {
     const int got = FTcp->Receive(chunk);
     if (got == 0) {
       FTcp->Disconnect();

@@ -10,8 +10,8 @@
 namespace ixocamglue {
 namespace {
 
-constexpr std::size_t kChunk = 1024;
-constexpr std::uint32_t kReceiveMs = 100;
+constexpr std::size_t kUdpChunk = 1024;
+constexpr std::uint32_t kUdpReceiveMs = 100;
 constexpr std::size_t kLocalAddresses = 8;
 
 }  // namespace
@@ -52,9 +52,9 @@ bool TNcUDPTrans::SendBuff(const TBytes& buf) {
 
 TBytes TNcUDPTrans::GetReceiveBuff() {
   TBytes received;
-  std::array<std::uint8_t, kChunk> chunk;
+  std::array<std::uint8_t, kUdpChunk> chunk;
   const std::uint32_t start = Clock().TickMs();
-  while (FUdp->WaitReadable(kReceiveMs) && Clock().TickMs() - start < kReceiveMs) {
+  while (FUdp->WaitReadable(kUdpReceiveMs) && Clock().TickMs() - start < kUdpReceiveMs) {
     const std::size_t got = FUdp->Receive(chunk);
     received.assign(chunk.begin(), chunk.begin() + static_cast<std::ptrdiff_t>(got));
   }

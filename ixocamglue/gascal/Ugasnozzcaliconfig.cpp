@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "ixocamglue/gascal/Ugasdaadjust.h"
 #include "ixocamglue/platform/services/AppSys.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/platform/xml/MachineConfig.h"
@@ -17,8 +18,7 @@
 namespace ixocamglue {
 namespace {
 
-constexpr double kSizeTolerance = 1e-12;  // mm
-constexpr double kFullScaleVolt = 10.0;
+constexpr double kSizeTolerance = 1e-12;                              // mm
 constexpr const char* kGasElements[] = {"GasAir", "GasO2", "GasN2"};  // of the gas types from 1
 constexpr const char* kItemElement = "GasCaliItem";
 constexpr const char* kTableElement = "DAAdjustTable";

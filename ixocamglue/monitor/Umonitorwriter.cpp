@@ -20,9 +20,10 @@ std::string OneLine(std::string_view name) {
 
 }  // namespace
 
-constexpr std::size_t kLongestLine = kHeaderFields * (kLongestInt + 1) + kFrameValues * (kLongestFloat + 1) + kPutSlack;
-static_assert(kLongestLine < kBufferSize / 8);
-const std::size_t kLongestDataLine = kLongestLine;
+constexpr std::size_t kLongestFrameLine =
+    kHeaderFields * (kLongestInt + 1) + kFrameValues * (kLongestFloat + 1) + kPutSlack;
+static_assert(kLongestFrameLine < kBufferSize / 8);
+const std::size_t kLongestDataLine = kLongestFrameLine;
 
 char* PutDataLine(char* out, const TMonitorDataFrame& frame) {
   const std::size_t count = frame.Count();
@@ -92,7 +93,7 @@ void TMonitorWriter::PutLine(std::string line) {
 
 void TMonitorWriter::Write(const TMonitorDataFrame& frame) {
   if (!IsSaved(frame)) return;
-  if (FBuffer.get() + kBufferSize - FEnd < static_cast<std::ptrdiff_t>(kLongestLine)) Finish();
+  if (FBuffer.get() + kBufferSize - FEnd < static_cast<std::ptrdiff_t>(kLongestFrameLine)) Finish();
   FEnd = PutDataLine(FEnd, frame);
   *FEnd++ = '\n';
 }

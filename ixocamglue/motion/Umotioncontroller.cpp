@@ -16,7 +16,7 @@ namespace {
 constexpr const char* SExecOKName = "CustomMotionStateExecOK%d";
 constexpr const char* SNoRoot = "设计不支持TCustomMotionState.StateMotion = nil";
 constexpr const char* SNoBusyType = "Error: Motion中没有设置Busy类型";
-constexpr const char* SAbortAnswer = "TCustomMotionState：AReason <> srDone时返回值需为mstpError";
+constexpr const char* SAbortedAnswer = "TCustomMotionState：AReason <> srDone时返回值需为mstpError";
 constexpr const char* SStepDoneFailed = "严重：TCustomMotionState.StepDone执行错误，将直接退出";
 constexpr const char* SChangeNextFailed = "TCustomMotionState.ChangeNext 报错，将直接退至nsStandby";
 constexpr const char* SChangeStateFailed = "ChangeState 函数报错，无法处理";
@@ -176,7 +176,7 @@ void TCustomMotionState::Tick(const std::shared_ptr<IStateMotion>& root, std::in
   if (reason != srDone) ErrorLeave();
   const TStepType result = root->Motion(reason);
   Tell([&](IMotionObserver& o) { o.Ticked(*root, result); });
-  if (reason != srDone && result != mstpError) throw EDesignFault(SAbortAnswer);
+  if (reason != srDone && result != mstpError) throw EDesignFault(SAbortedAnswer);
   switch (result) {
     case mstpError:
       switch (reason) {

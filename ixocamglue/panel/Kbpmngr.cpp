@@ -48,7 +48,7 @@ void PostToReturnOrg(std::int32_t command, std::int64_t down) noexcept {
   });
 }
 
-std::unique_ptr<TKBPManager>& Slot() {
+std::unique_ptr<TKBPManager>& ManagerSlot() {
   static constinit std::unique_ptr<TKBPManager> slot;
   return slot;
 }
@@ -284,8 +284,8 @@ TKeyMask TKBPManager::GetLEDState() {
 
 // --- the one manager ---
 
-TKBPManager* KBPManager() { return Slot().get(); }
-void StartKBPManager() { Slot() = std::make_unique<TKBPManager>(); }
-void FreeKBPManager() { Slot().reset(); }
+TKBPManager* KBPManager() { return ManagerSlot().get(); }
+void StartKBPManager() { ManagerSlot() = std::make_unique<TKBPManager>(); }
+void FreeKBPManager() { ManagerSlot().reset(); }
 
 }  // namespace ixocamglue

@@ -18,7 +18,7 @@ constexpr const char* kUnit = "uKnob";
 constexpr const char* kTooLow = "JogSpeed too low";
 constexpr std::int32_t kTwoHeads = 2;  // the head mode
 
-std::unique_ptr<TKnob>& Slot() {
+std::unique_ptr<TKnob>& KnobSlot() {
   static constinit std::unique_ptr<TKnob> slot;
   return slot;
 }
@@ -131,10 +131,10 @@ void TKnob::SetSpeedState(TSpeedState value) {
 }
 
 TKnob& Knob() {
-  if (!Slot()) Slot() = std::make_unique<TKnob>();
-  return *Slot();
+  if (!KnobSlot()) KnobSlot() = std::make_unique<TKnob>();
+  return *KnobSlot();
 }
 
-void FreeKnob() { Slot().reset(); }
+void FreeKnob() { KnobSlot().reset(); }
 
 }  // namespace ixocamglue

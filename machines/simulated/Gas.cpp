@@ -17,7 +17,6 @@ constexpr double kSettledBar = 1e-4;
 constexpr double kLowShare = 0.8;  // of the set pressure
 constexpr std::uint64_t kLowMs = 1000;
 constexpr std::uint64_t kLowLags = 5;  // time constants, beside kLowMs
-constexpr double kFullScaleV = 10.0;
 
 }  // namespace
 

@@ -8,18 +8,17 @@
 namespace ixocamglue {
 namespace {
 
-constexpr double kFullScaleV = 10.0;
 constexpr double kConverterStepV = kFullScaleV / 32767.0;
 constexpr double kSensorSteps = 4096.0;
-constexpr double kSettledBar = 1e-6;
+constexpr double kValveRestsBar = 1e-6;
 
 constexpr double kLowSupplyShare = 0.3;
 constexpr double kSlowLineFactor = 20.0;
 constexpr double kFaultOffsetBar = -0.5;
 constexpr double kFaultDeadBandV = 3.0;
-constexpr double kLeastRiseV = 0.5;  // of the rise that a wide dead band leaves
+constexpr double kLeastFaultRiseV = 0.5;  // of the rise that a wide dead band leaves
 
-constexpr std::array<std::pair<TValveFault, const char*>, 10> kFaults{{
+constexpr std::array<std::pair<TValveFault, const char*>, 10> kValveFaults{{
     {vfNone, "none"},
     {vfStuck, "stuck"},
     {vfNoSupply, "no-supply"},
@@ -90,17 +89,17 @@ double StaticBar(const TGasValveParams& params, double volt) {
 }
 
 std::optional<TValveFault> ValveFaultByName(std::string_view name) {
-  const auto it = std::ranges::find(kFaults, name, [](const auto& row) { return std::string_view(row.second); });
-  return it == kFaults.end() ? std::nullopt : std::optional(it->first);
+  const auto it = std::ranges::find(kValveFaults, name, [](const auto& row) { return std::string_view(row.second); });
+  return it == kValveFaults.end() ? std::nullopt : std::optional(it->first);
 }
 
 const char* ValveFaultName(TValveFault fault) {
-  return std::ranges::find(kFaults, fault, [](const auto& row) { return row.first; })->second;
+  return std::ranges::find(kValveFaults, fault, [](const auto& row) { return row.first; })->second;
 }
 
 std::string ValveFaultNames() {
   std::string names;
-  for (const auto& row : kFaults) names += (names.empty() ? "" : ", ") + std::string(row.second);
+  for (const auto& row : kValveFaults) names += (names.empty() ? "" : ", ") + std::string(row.second);
   return names;
 }
 
@@ -147,8 +146,8 @@ void TGasValve::Step() {
   const double target = FOpen ? FStatic : 0.0;
   FFast += (target - FFast) * (!FOpen ? FVent : target > FFast ? FFill : FBleed);
   FSlow += (target - FSlow) * (FOpen ? FCreep : FVent);
-  if (FDue.empty() && std::abs(target - FFast) < kSettledBar &&
-      FParams.Creep * std::abs(target - FSlow) < kSettledBar) {
+  if (FDue.empty() && std::abs(target - FFast) < kValveRestsBar &&
+      FParams.Creep * std::abs(target - FSlow) < kValveRestsBar) {
     FFast = FSlow = target;
     FRests = true;
   }
@@ -162,7 +161,7 @@ void TGasValve::Derive() {
   if (FFault == vfLowSupply) FParams.Psup *= kLowSupplyShare;
   FParams.Psup = std::min(FParams.Psup, FSupplyLimit);
   if (FFault == vfWideDeadBand)
-    FParams.U0 = std::max(FParams.U0, std::min(FParams.U0 + kFaultDeadBandV, FParams.Uk - kLeastRiseV));
+    FParams.U0 = std::max(FParams.U0, std::min(FParams.U0 + kFaultDeadBandV, FParams.Uk - kLeastFaultRiseV));
   const double slow = FFault == vfSlowLine ? kSlowLineFactor : 1.0;
   FFill = SharePerMs(FParams.FillMs * slow);
   FBleed = SharePerMs(FParams.BleedMs * slow);

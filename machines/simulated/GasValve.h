@@ -16,6 +16,8 @@
 
 namespace ixocamglue {
 
+inline constexpr double kFullScaleV = 10.0;  // of a proportional valve
+
 struct TGasValveParams {
   double U0 = 0.42;     // V; below it the valve is shut
   double Uk = 4.8;      // V; where the rise would reach the supply pressure without a knee

@@ -20,16 +20,16 @@ std::uint16_t Word(std::span<const std::uint8_t> bytes, std::size_t at) {
 }
 
 // What one request may ask for.
-struct TLimits {
+struct TFunctionLimits {
   std::uint8_t Func;
   std::size_t Most;  // 1: it has no count
   bool Bits;
 };
-constexpr TLimits kLimits[] = {{1, 2000, true}, {2, 2000, true}, {3, 125, false},  {4, 125, false},
-                               {5, 1, true},    {6, 1, false},   {15, 1968, true}, {16, 123, false}};
+constexpr TFunctionLimits kLimits[] = {{1, 2000, true}, {2, 2000, true}, {3, 125, false},  {4, 125, false},
+                                       {5, 1, true},    {6, 1, false},   {15, 1968, true}, {16, 123, false}};
 
-const TLimits* LimitsOf(std::uint8_t func) {
-  const auto* const found = std::ranges::find(kLimits, func, &TLimits::Func);
+const TFunctionLimits* LimitsOf(std::uint8_t func) {
+  const auto* const found = std::ranges::find(kLimits, func, &TFunctionLimits::Func);
   return found == std::end(kLimits) ? nullptr : found;
 }
 
@@ -116,7 +116,7 @@ TBytes TLoadingPlc::Execute(std::span<const std::uint8_t> pdu) {
     return TBytes{pdu[0], static_cast<std::uint8_t>(func | 0x80), code};
   };
   if (FBank.Fault == pfException) return exception(4);
-  const TLimits* const limits = LimitsOf(func);
+  const TFunctionLimits* const limits = LimitsOf(func);
   if (!limits) return exception(1);
   if (pdu.size() < 6) return exception(3);
   const std::size_t addr = Word(pdu, 2);

@@ -5,13 +5,11 @@
 #include <ctime>
 #include <thread>
 
+#include "ixocamglue/platform/services/DayParts.h"
 #include "ixocamglue/support/Format.h"
 
 namespace ixocamglue {
 namespace {
-
-constexpr std::int64_t kMsPerDay = 86'400'000;
-constexpr std::int64_t kDaysToUnixEpoch = 25'569;  // 1899-12-30 to 1970-01-01
 
 std::int64_t ToMs(TDateTime t) { return std::llround(t.Days * static_cast<double>(kMsPerDay)); }
 

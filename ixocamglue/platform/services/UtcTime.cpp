@@ -7,6 +7,7 @@
 #include <ctime>
 #include <iterator>
 
+#include "ixocamglue/platform/services/DayParts.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/Texts.h"
@@ -14,9 +15,6 @@
 
 namespace ixocamglue {
 namespace {
-
-constexpr std::int64_t kMsPerDay = 86'400'000;
-constexpr std::int64_t kDaysToUnixEpoch = 25'569;  // 1899-12-30 to 1970-01-01
 
 // A leading part may be given, ending behind a number.
 constexpr std::string_view kForm = "0000-00-00 00:00:00.000";

@@ -3,11 +3,12 @@
 #include <algorithm>
 #include <utility>
 
+#include "ixocamglue/platform/services/DayParts.h"
+
 namespace ixocamglue {
 namespace {
 
 constexpr double kStartDays = 46'023.0 + 8.0 / 24.0;  // 2026-01-01 08:00
-constexpr double kMsPerDay = 86'400'000.0;
 
 class TFlag {
  public:
@@ -23,7 +24,8 @@ class TFlag {
 }  // namespace
 
 TDateTime TVirtualClock::Now() {
-  return {kStartDays + FWallDays.load() + static_cast<double>(MonotonicMs() - FFirstMs) / kMsPerDay};
+  return {kStartDays + FWallDays.load() +
+          static_cast<double>(MonotonicMs() - FFirstMs) / static_cast<double>(kMsPerDay)};
 }
 
 void TVirtualClock::Sleep(std::uint32_t ms) {

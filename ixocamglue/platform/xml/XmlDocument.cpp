@@ -24,8 +24,8 @@ constexpr unsigned kParseValues =
 
 pugi::xml_node Node(const TXmlNode& node) { return pugi::xml_node(node.Handle()); }
 
-TProblem At(std::string place, std::string what) { return {.What = std::move(what), .Where = std::move(place)}; }
-TProblem AtStart(std::string what) { return At("1:1", std::move(what)); }
+TProblem AtPlace(std::string place, std::string what) { return {.What = std::move(what), .Where = std::move(place)}; }
+TProblem AtStart(std::string what) { return AtPlace("1:1", std::move(what)); }
 
 bool IsXmlChar(char32_t c) {
   if (c < 0x20) return c == '\t' || c == '\n' || c == '\r';
@@ -259,8 +259,8 @@ TResult<> TXmlDocument::Decode(std::string bytes) {
     return AtStart(
         Tr("the encoding is UTF-16 without its mark, or no XML; only UTF-8, and UTF-16 with its mark, are read"));
   const auto c = static_cast<unsigned char>(FText[wrong]);
-  return At(Place(wrong), c < 0x20 ? Format(Tr("the character U+%04X, which XML does not have"), c)
-                                   : Tr("the file is not in UTF-8 (nor in UTF-16 with its mark)"));
+  return AtPlace(Place(wrong), c < 0x20 ? Format(Tr("the character U+%04X, which XML does not have"), c)
+                                        : Tr("the file is not in UTF-8 (nor in UTF-16 with its mark)"));
 }
 
 TResult<> TXmlDocument::CheckReferences() const {
@@ -286,8 +286,8 @@ TResult<> TXmlDocument::CheckReferences() const {
                       : rest.starts_with("<?")        ? pass(behind("?>", at), false)
                                                       : pass(TagEnd(text, at), true);
     if (!fine)
-      return At(Place(next), Format(Tr("\"%s\" names a character that XML does not have"),
-                                    std::string(text.substr(next, text.find(';', next) + 1 - next)).c_str()));
+      return AtPlace(Place(next), Format(Tr("\"%s\" names a character that XML does not have"),
+                                         std::string(text.substr(next, text.find(';', next) + 1 - next)).c_str()));
   }
   return {};
 }
@@ -310,8 +310,8 @@ TResult<> TXmlDocument::CheckAttributes(const TXmlNode& node) const {
     }
     if (!isNew) {
       const auto offsets = AttributeOffsets(node);
-      return At(Place(count < offsets.size() ? offsets[count] : 0),
-                Format(Tr("the attribute \"%s\" stands twice in one element"), attribute.name()));
+      return AtPlace(Place(count < offsets.size() ? offsets[count] : 0),
+                     Format(Tr("the attribute \"%s\" stands twice in one element"), attribute.name()));
     }
     ++count;
   }
@@ -327,7 +327,7 @@ std::vector<std::size_t> TXmlDocument::AttributeOffsets(const TXmlNode& node) co
 
 TResult<> TXmlDocument::CheckTree() const {
   const auto at = [&](const pugi::xml_node& node, std::string what) {
-    return At(Place(static_cast<std::size_t>(std::max<std::ptrdiff_t>(node.offset_debug(), 0))), std::move(what));
+    return AtPlace(Place(static_cast<std::size_t>(std::max<std::ptrdiff_t>(node.offset_debug(), 0))), std::move(what));
   };
   const pugi::xml_node root = FDocument->document_element();
   for (const auto& node : FDocument->children()) {
@@ -378,7 +378,8 @@ TResult<> TXmlDocument::Parse(std::string bytes, TXmlDetail detail) {
             : FDocument->load_buffer(FText.data(), FText.size(), detail == xdAll ? kParse : kParseValues,
                                      pugi::encoding_utf8);
     if (!result)
-      return At(Place(static_cast<std::size_t>(std::max<std::ptrdiff_t>(result.offset, 0))), Syntax(result.status));
+      return AtPlace(Place(static_cast<std::size_t>(std::max<std::ptrdiff_t>(result.offset, 0))),
+                     Syntax(result.status));
     return FDocument->document_element() ? CheckTree() : AtStart(Tr("there is no document element"));
   };
   FDocument->reset();  // before the text that it may stand in
