@@ -40,6 +40,7 @@ function(ixo_floor folder)
 
   add_library(ixo_${folder} OBJECT ${files})
   set_target_properties(ixo_${folder} PROPERTIES LINKER_LANGUAGE CXX POSITION_INDEPENDENT_CODE ON)
+  ixo_unite(ixo_${folder})
   target_include_directories(ixo_${folder} PUBLIC ${PROJECT_SOURCE_DIR})
   target_link_libraries(ixo_${folder} PRIVATE ixo_warnings Threads::Threads ${floor_LINKS})
   if(folder STREQUAL "support")
