@@ -1,4 +1,5 @@
-// A pressure that is set by the table in use, on a controller whose passes the caller makes (virtual time). V, bar.
+// A pressure that is set by the table in use, on a controller whose passes the caller makes (virtual time), on the
+// thread that has made it. V, bar.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
 // What the error lines of the log mean, for the operator: the log's own words are fixed, and name what is inside.
+// Any thread.
 #pragma once
 
 #include <string>

@@ -1,4 +1,4 @@
-// Files that are made of a recording: a plain table, and what a killed writer has left of it.
+// Files that are made of a recording: a plain table, and what a killed writer has left of it. Any thread.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,4 @@
-// Tables whose fields are parted by commas, for other programs (RFC 4180).
+// Tables whose fields are parted by commas, for other programs (RFC 4180). Any thread.
 #pragma once
 
 #include <string>

@@ -1,4 +1,4 @@
-// What a TDateTime counts, in ms, and where it begins.
+// Constants: what a TDateTime counts, in ms, and where it begins.
 #pragma once
 
 #include <cstdint>
