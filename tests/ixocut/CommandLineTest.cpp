@@ -238,12 +238,15 @@ TEST_F(HelpPages, EachHasExitCodesItsOwnExamplesAndTheWarning) {
 
 TEST_F(HelpPages, EachIsOfOneLanguage) {
   const std::regex chinese("[\xe4-\xe9]"), names("^(用法: |  )ixocut .*"),
-      sentence("\\b[a-z]{2,} [a-z]{2,} [a-z]{2,}\\b");
+      sentence("\\b[a-z]{2,} [a-z]{2,} [a-z]{2,}\\b"), shell("<\\(ixocut [a-z ]+\\)");
   for (const auto& [command, page] : Pages("en")) EXPECT_FALSE(std::regex_search(page, chinese)) << page;
   for (const auto& [command, page] : Pages("zh")) {
     std::istringstream lines(page);
-    for (std::string line; std::getline(lines, line);)
-      EXPECT_FALSE(!std::regex_match(line, names) && std::regex_search(line, sentence)) << command << ": " << line;
+    for (std::string line; std::getline(lines, line);) {
+      if (std::regex_match(line, names)) continue;
+      // What a shell is to run may stand in a sentence.
+      EXPECT_FALSE(std::regex_search(std::regex_replace(line, shell, ""), sentence)) << command << ": " << line;
+    }
   }
 }
 
