@@ -248,8 +248,9 @@ void TPointGas::LookLocked() {
 void TPointGas::LookAtPressure() {
   const TGasLine* const line = Line(FBranch);
   const bool told = FOn && !FRaw && FSetBar > 0.0 && line && line->Pressure && (line->SetPoint || line->HasVolt);
+  const double lowBar = kLowShare * FSetBar;
   bool low = false;
-  if (told && !WhereReached([&] { low = line->Pressure->Read() < kLowShare * FSetBar; })) return;
+  if (told && !WhereReached([&] { low = line->Pressure->Read() < lowBar; })) return;
   const std::uint64_t now = FCore.Now();
   if (!low) FEnoughAtMs = now;
   const std::int32_t type = now - FEnoughAtMs > kLowMs + FSwitchMs ? FBranch : 0;
