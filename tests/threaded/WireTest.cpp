@@ -199,7 +199,7 @@ TEST_F(Wire, StopsARunForAFollowerWhoWaitsForADiskThatHangs) {
   stop = true;
   EXPECT_TRUE(Comes([&] { return !World.Service.Status()->Running; }));
   disk.set_value();
-  EXPECT_EQ(run.get().Report.End.Name, "stopped");
+  EXPECT_STREQ(run.get().Report.End.Name, "stopped");
 }
 
 TEST_F(Wire, AnswersInOrderOnOneConnectionAndInEachOnesLanguage) {
