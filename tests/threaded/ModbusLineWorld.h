@@ -27,7 +27,8 @@ class ModbusLine : public testing::Test, public IModbusStations {
       if (Beats) Watch.BeatMs = Clock().MonotonicMs();
     });
   }
-  ~ModbusLine() override {
+  // Before the destructor: the line's thread calls what only the whole test has.
+  void TearDown() override {
     Line.reset();
     FBeat.End();
   }
