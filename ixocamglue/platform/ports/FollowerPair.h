@@ -1,4 +1,4 @@
-// The followers of a machine that has one or two of them.
+// The followers of a machine that has one or two of them. Constant after construction: any thread may ask it.
 #pragma once
 
 #include <cstdint>
