@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
-"""check_docs.py <checkout>: what the documents name is there: each file and folder, each route of the interface, and in
-those that are HELD each piece of code stands in the file that it is quoted from; DEPENDENCIES.md lists what is installed;
-and each protection of safety.md has its test, and its figure is the code's.
+"""check_docs.py <checkout>: what the documents name is there: each file and folder, each link with its heading, each
+route of the interface, and in those that are HELD each piece of code stands in the file that it is quoted from;
+DEPENDENCIES.md lists what is installed; and each protection of safety.md says how soon it acts, has its test, and its
+figure is the code's.
 check_docs.py <checkout> <ixocut>: runs the commands of the documents that are HELD with this program.
 check_docs.py <checkout> <ixocut> <folder>: those of the examples, which are built in this folder against the installation
 that CMAKE_PREFIX_PATH names.
@@ -97,7 +98,7 @@ def check_places():
 
     for document in [*DOCUMENTS, *EXAMPLES]:
         for number, text in enumerate(lines_of(document), 1):
-            for place in re.findall(r"`([^`\s]+)`", text) + re.findall(r"\]\(([^)#:]+)\)", text):
+            for place in re.findall(r"`([^`\s]+)`", text):
                 place = re.sub(r"^(\.\./)+", "", place)
                 if PLACE.match(place) and not ELSEWHERE.search(place) and not is_there(place):
                     complain(document, number, f"{place} is not there")
@@ -105,6 +106,43 @@ def check_places():
                 known = "/api/v1" + path
                 if path != "/nothing" and not any(pattern.match(known) for pattern in patterns):
                     complain(document, number, f"{known} is no route")
+
+
+def prose(document):
+    """(line, text) of what is in no block of code."""
+    inside = False
+    for number, text in enumerate(lines_of(document), 1):
+        fence = re.match(r"\s*```", text)
+        inside ^= bool(fence)
+        if not fence and not inside:
+            yield number, text
+
+
+def headings(document):
+    """The anchors of its headings, as a forge makes them."""
+    found = {}
+    for _, text in prose(document):
+        if heading := re.match(r"#+ (.*)", text):
+            words = re.sub(r"\[([^]]*)\]\([^)]*\)", r"\1", heading[1].lower())
+            anchor = re.sub(r"[^\w -]", "", words).strip().replace(" ", "-")
+            found[anchor] = found.get(anchor, -1) + 1
+    return {f"{anchor}-{n}" if n else anchor for anchor, times in found.items() for n in range(times + 1)}
+
+
+def check_links():
+    """Each link and picture of ours leads to a file, and a "#" in it to a heading of that file."""
+    reference = [str(path.relative_to(ROOT)) for path in sorted(ROOT.glob("docs/reference/*.md"))]
+    for document in [*DOCUMENTS, *EXAMPLES, *reference]:
+        for number, text in prose(document):
+            for link in re.findall(r"\]\(([^)\s]+)\)", re.sub(r"`[^`]*`", "", text)):
+                place, _, anchor = link.partition("#")
+                if ":" in place:
+                    continue
+                file = ((ROOT / document).parent / place).resolve() if place else ROOT / document
+                if not file.exists():
+                    complain(document, number, f"{link} leads nowhere")
+                elif anchor and anchor not in headings(file):
+                    complain(document, number, f"{link}: {file.name} has no such heading")
 
 
 def check_dependencies():
@@ -154,8 +192,11 @@ def check_safety(document="docs/safety.md"):
         for name in named:
             if name not in tests:
                 complain(document, line, f"{name} is no test")
-        if under == "## What protects" and re.match(r"\| (?!What \|)[^-]", text) and not named:
-            complain(document, line, "no test holds this")
+        if under == "## What protects" and re.match(r"\| (?!What \|)[^-]", text):
+            if not named:
+                complain(document, line, "no test holds this")
+            if not all(cell.strip() for cell in text.strip("|").split("|")):
+                complain(document, line, "what it does, or how soon, is not said")
         for figure, unit, constant, file in re.findall(r"([\d,]+) (ms|s|passes)(?: each)?, `(k\w+)` of `([^`]+)`", text):
             wanted = int(figure.replace(",", "")) * (1000 if unit == "s" else 1)
             stands = re.search(rf"\b{constant} = ([\d']+)", (ROOT / file).read_text(encoding="utf-8"))
@@ -284,6 +325,7 @@ if len(sys.argv) > 2:
             complain(held, *fault)
 else:
     check_places()
+    check_links()
     check_dependencies()
     check_safety()
     for held in [*HELD, *EXAMPLES]:
