@@ -117,3 +117,16 @@ progress() {
   echo "Failed: $*" >&2
   return 1
 }
+
+# tested <build folder> <ctest's arguments...>: runs the tests, and those that failed once more, alone, where all of them
+# run in real time: they are as late as their machine is busy. What fails without a clock has failed.
+tested() {
+  local folder=$1 failed timed
+  shift
+  ctest --test-dir "$folder" --output-on-failure --no-tests=error "$@" && return
+  failed=$(sed 's/^[0-9]*://' "$folder/Testing/Temporary/LastTestsFailed.log" | sort)
+  timed=$(ctest --test-dir "$folder" -N -L '^(threaded|slow|console|linuxcnc|modbus)$' | sed -n 's/^ *Test *#[0-9]*: //p' | sort)
+  [ -n "$failed" ] && [ -z "$(comm -23 <(printf '%s\n' "$failed") <(printf '%s\n' "$timed"))" ] || return 1
+  echo "Once more, alone:"
+  ctest --test-dir "$folder" --output-on-failure -j1 --rerun-failed
+}
