@@ -218,6 +218,21 @@ TEST_F(SimRack, OnlyAWayThroughTheBristlesUsesTheBrush) {
   EXPECT_EQ(Machine.Brush().Uses(), 1u);
 }
 
+TEST_F(SimRack, PalletsStayWhileAHeadFollows) {
+  const auto docked = [] { return CutSystem()->SwitchTable()->GetValue("DockedTable", 9); };
+  GFollower()->Follow(1.0);
+  RunFor(3000);
+  ASSERT_TRUE(GFollower()->IsFollowing());
+  Machine.Table().Exchange(2, 1000);
+  RunFor(2000);
+  EXPECT_EQ(docked(), 1) << "nobody has told the head to stop";
+  GFollower()->Stop(1);
+  RunFor(1000);
+  EXPECT_EQ(docked(), 0);
+  RunFor(1000);
+  EXPECT_EQ(docked(), 2);
+}
+
 TEST_F(SimRack, PalletsLimitsAndOriginFailAsAsked) {
   const auto docked = [] { return CutSystem()->SwitchTable()->GetValue("DockedTable", 9); };
   EXPECT_EQ(docked(), 1);
