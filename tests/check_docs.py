@@ -1,24 +1,25 @@
 #!/usr/bin/env python3
 """check_docs.py <checkout>: what the documents name is there: each file and folder, each link with its heading, each
-route of the interface, and in those that are HELD each piece of code stands in the file that it is quoted from;
-DEPENDENCIES.md lists what is installed; and each protection of safety.md says how soon it acts, has its test, and its
-figure is the code's.
-check_docs.py <checkout> <ixocut>: runs the commands of the documents that are HELD with this program.
+route of the interface; each piece of code stands in the file that it is quoted from; DEPENDENCIES.md lists what is
+installed; and each protection of safety.md says how soon it acts, has its test, and its figure is the code's.
+check_docs.py <checkout> <ixocut>: runs the commands of the documents with this program.
 check_docs.py <checkout> <ixocut> <folder>: those of the examples, which are built in this folder against the installation
 that CMAKE_PREFIX_PATH names.
 Prints `file:line: reason` for each that is wrong, and fails if there is one.
 
-A block of a document that is HELD says behind its language what it is:
+A block of a document says behind its language what it is:
   ```cpp examples/step/main.cpp   a quotation: these lines stand there, however deep they are indented
   ```json purge.json              a file that the reader writes, and that the commands below it use
   ```sh                           commands; one that fails is wrong
   ```sh stays                     one command that goes on beside the others until the document's end
   ```sh packages                  commands of root where the packages are installed; not run here
+  ```sh linuxcnc                  commands beside a LinuxCNC, which tests/linuxcnc/ types; not run here
   ```console                      commands behind "$ ", each with what it prints, if that is shown: every number stands
                                   for any other one and "..." for anything; what is shown may be a failure
   ```text                         nothing to run: a drawing, a listing
-The commands of one document share a shell and an empty folder, with copies of examples/ and share/ in it; those of the
-examples share one folder, in which the first of them builds all.
+The commands of one document share a shell and an empty folder, with copies of examples/ and share/ in it, and a ./run that
+does what the checkout's does once it has built; those of the examples share one folder, in which the first of them builds
+all.
 """
 import json
 import os
@@ -36,9 +37,6 @@ DOCUMENTS = ["README.md", *(str(path.relative_to(ROOT)) for path in sorted(ROOT.
                             if path.parent.name != "reference")]  # which is made from what it names
 EXAMPLES = ["examples/README.md",  # builds all; first
             *sorted(str(path.relative_to(ROOT)) for path in ROOT.glob("examples/*/README.md"))]
-HELD = ["README.md", *(f"docs/{name}.md" for name in (
-    "ARCHITECTURE", "api", "commissioning", "developer", "drivers", "gas-valve-study", "getting-started", "machine-builder",
-    "operator", "safety", "zh/getting-started", "zh/operator"))]
 # What is made where the program works, or is no file of ours.
 ELSEWHERE = re.compile(r"^(state|build|gas|nozzle|square|steps|machine|FILE|purge|alarms|~)\b|\.(db|svg|jsonl|sock|log|lock)$"
                        r"|^(controller|queue|tokens|config-history|notifications)\.json$|GasCalibration\.config|^hal\.h$")
@@ -46,6 +44,7 @@ PLACE = re.compile(r"^[A-Za-z.][\w./-]*(/|\.(\*|h|cpp|py|sh|json|md|xml))$")
 # In documents; where they are run free ports are taken, and this machine for every other one.
 PORTS = ["8620", "8621", "1502", "1503"]
 HERE = {"192.168.0.5": "127.0.0.1", "cutter.example": "localhost"}
+LANGUAGES = {"README.md": ""}  # none: it shows what is printed then
 PATIENCE_S = 120
 BUILD_PATIENCE_S = 600
 
@@ -174,7 +173,8 @@ def check_quotations(document):
                               if at > line and kind in ("sh", "console"))
             if what not in later:
                 complain(document, line, f"no command below uses {what}")
-        elif (language, what) not in (("sh", ""), ("sh", "stays"), ("sh", "packages"), ("console", ""), ("text", "")):
+        elif (language, what) not in (("sh", ""), ("sh", "stays"), ("sh", "packages"), ("sh", "linuxcnc"),
+                                      ("console", ""), ("text", "")):
             complain(document, line, f'"{language} {what}": neither a quotation nor run (see the head of check_docs.py)')
 
 
@@ -212,13 +212,13 @@ def commands(inside):
     """(offset, command, what it prints) of a `console` block."""
     offset = 0
     while offset < len(inside):
-        start, command = offset, inside[offset].strip().removeprefix("$ ")
+        start, command = offset, inside[offset].removeprefix("$ ")
         while command.endswith("\\"):
             offset += 1
             command += "\n" + inside[offset]
         offset += 1
         shown = []
-        while offset < len(inside) and not inside[offset].strip().startswith("$ "):
+        while offset < len(inside) and not inside[offset].startswith("$ "):
             shown.append(inside[offset])
             offset += 1
         yield start, command, shown
@@ -234,7 +234,7 @@ def script(document):
             shows.append((line, "\n".join(shown)))
 
     for line, language, what, inside in blocks(document):
-        if "/" in what or what == "packages" or language == "text":
+        if "/" in what or what in ("packages", "linuxcnc") or language == "text":
             continue
         if "." in what:
             parts.append(f"cat >{what} <<'END OF {what}'\n" + "\n".join(inside) + f"\nEND OF {what}")
@@ -282,8 +282,10 @@ def run_commands(document, program, folder):
             port = f'case "$*" in *--port*) ;; serve*) set -- "$@" --port {here} ;; esac'
             (tools / "ixocut").write_text(f'#!/bin/sh\n{port}\nexec {program} "$@"\n', encoding="utf-8")
     (tools / "ixocut").chmod(0o755)
+    (home / "run").write_text('#!/bin/sh\n[ $# -gt 0 ] || set -- tour\nexec ixocut "$@"\n', encoding="utf-8")
+    (home / "run").chmod(0o755)
     settings = {"HOME": str(home), "OUT": str(out), "PATH": f"{tools}:/usr/bin:/bin", "LC_ALL": "C.UTF-8",
-                "IXOCUT_LANG": "zh" if "/zh/" in document else "en",
+                "IXOCUT_LANG": LANGUAGES.get(document, "zh" if "/zh/" in document else "en"),
                 **{name: value for name, value in os.environ.items() if name == "CXX" or name.startswith("CMAKE_")}}
     shell = subprocess.Popen(["bash", "-c", text], cwd=home, env=settings, stdin=subprocess.DEVNULL,
                              start_new_session=True)
@@ -315,7 +317,7 @@ def run_commands(document, program, folder):
 
 if len(sys.argv) > 2:
     ixocut = pathlib.Path(sys.argv[2]).resolve()
-    for held in EXAMPLES if len(sys.argv) > 3 else HELD:
+    for held in EXAMPLES if len(sys.argv) > 3 else DOCUMENTS:
         for attempt in range(2):  # once more where it failed: most of it is in real time
             with tempfile.TemporaryDirectory(prefix="ixo-docs-") as fresh:
                 faults = run_commands(held, ixocut, pathlib.Path(sys.argv[3] if len(sys.argv) > 3 else fresh).resolve())
@@ -328,6 +330,6 @@ else:
     check_links()
     check_dependencies()
     check_safety()
-    for held in [*HELD, *EXAMPLES]:
+    for held in [*DOCUMENTS, *EXAMPLES]:
         check_quotations(held)
 sys.exit(1 if wrong else 0)
