@@ -21,7 +21,7 @@ TIxoAlarmFifos::TSizes TIxoAlarmFifos::Push(const TNcAlarmMsg& msg) {
   }
   FHistory.push_back(copies.Take());
   WriteLocked(msg);
-  if (FHistoryCap != 0 && FHistory.size() > FTrimAt) TrimLocked();
+  if (FHistoryCap != 0 && FHistory.size() > FTrimAt) TrimLocked();  // Kept: without a cap never
   sizes.History = FHistory.size();
   return sizes;
 }

@@ -116,7 +116,7 @@ void TGasBraCaliConfig::SaveToXmlNode(TXmlNode node) {
   const bool changed = node.Context().Changed;
   const std::string before = node.OuterText();
   node.RemoveChildren();
-  // By the exact size: sizes that Compare takes for equal would leave no order that sorting needs.
+  // Kept: by the exact size; sizes that Compare takes for equal would leave no order that sorting needs.
   FItems.StableSort([](const TGasCaliItem& a, const TGasCaliItem& b) {
     const int types = a.NozzType.compare(b.NozzType);
     return types < 0 || (types == 0 && a.NozzSize < b.NozzSize);

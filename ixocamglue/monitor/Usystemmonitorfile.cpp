@@ -101,7 +101,7 @@ bool TSystemMonitorFile::LoadFromFile(const std::string& fileName, TMonitorFrame
     FFileMotors = reader.Report().Motors;
     FIs1P0 = reader.Is1P0();
     FIs1P2 = reader.Is1P2();
-    if (FIs1P2) LoadMonitorData1P2_Content(reader);
+    if (FIs1P2) LoadMonitorData1P2_Content(reader);  // Kept: of another version nothing, with success
   }
   FOnFrame = nullptr;
   if (report) *report = reader.Report();
