@@ -46,3 +46,37 @@ class RecordingsTest(fixture.ConsoleTest):
         page.press("Delete", "dialog")
         page.wait_text("first is deleted", "#told")
         self.assertEqual([file["name"] for file in controller.client.ask("GET", "/recordings")["recordings"]], ["second"])
+
+    def test_runs_that_follow_closely_are_told_apart(self):
+        controller, page = self.controller(speed=20), self.browser("zh")
+        client = controller.client
+        client.take_control()
+        for name in ("one", "two"):
+            client.ask("POST", "/recordings", {"name": name, "signals": ["position", "state"], "limitMs": 60_000})
+            for procedure, params in (("move-xy", {"x": 1500, "y": 700}), ("delay", {"ms": 1000}), ("move-xy", {"x": 0, "y": 0})):
+                controller.ended(client.ask("POST", "/runs", {"procedure": procedure, "params": params})["id"])
+            client.ask("DELETE", "/recordings/%s/running" % name)
+        client.give_back()
+        page.open(controller, "recordings")
+        for name, runs in (("one", (1, 2, 3)), ("two", (4, 5, 6))):
+            page.press(name, "#page table", own=False)
+            page.wait(lambda: page.text(".shown h2") == name and "move-xy" in page.text(".shown"), "its runs are named")
+            self.assertEqual([int(run) for run in re.findall(r"运行 (\d+)", page.text(".shown"))], list(runs))
+
+    def test_what_is_being_recorded_goes_on_over_another_page(self):
+        controller, page = self.opened("recordings")
+        controller.start_run("delay", ms=600_000)
+        page.fill("Name", "long")
+        page.press("Start recording")
+        page.js("""
+            window.Dygraph = new Proxy(Dygraph, {construct: (Made, options) => (window.made = new Made(...options))});""")
+
+        def begins():
+            return page.wait(lambda: page.js("return window.made?.numRows() > 5 && window.made.getValue(0, 0)"), "it is drawn")
+        page.go("machine")
+        page.go("recordings")
+        first = begins()
+        page.go("machine")
+        page.js("window.made = null")
+        page.go("recordings")
+        self.assertEqual(begins(), first)

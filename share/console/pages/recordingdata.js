@@ -5,6 +5,8 @@ import {wire} from "../wire.js";
 const kPoints = 1500;  // of each signal, of what is shown
 const kMostPoints = 20000;  // that one answer holds
 const kSameRunMs = 2000;  // real time between a run's start and the edge that it made
+const kFitted = 20;  // so many edges are enough to tell which runs they are of
+const kDoubt = 10;  // how much less the file's own time is worth than what lies between edges
 const kSlackMs = 200;  // that a beginning is not known better than
 
 export class Recording {
@@ -84,15 +86,15 @@ export class Recording {
   // start. `changed`: when the file was finished; `speed`: of the machine's clock.
   async runs(changed, speed) {
     if (!this.has("state")) return [];
-    const startMs = new Date(changed).getTime() - this.lengthMs / speed;
     const edges = await this.risingEdges("state", 0);
     const heads = (await wire.get("runs?limit=100")).runs;
+    const startOf = (run) => new Date(run.start).getTime();
+    const startMs = beginOf(new Date(changed).getTime() - this.lengthMs / speed, edges.slice(0, kFitted).map((ms) => ms / speed), heads.map(startOf));
     const found = [];
     const add = async (head, atMs) => {
       const run = await wire.get("runs/" + head.id);
       found.push({...run, alarms: run.alarms ?? [], atMs});
     };
-    const startOf = (run) => new Date(run.start).getTime();
     for (const edge of edges) {
       const away = (run) => Math.abs(startOf(run) - startMs - edge / speed);
       const head = heads.reduce((best, run) => (best && away(best) <= away(run) ? best : run), null);
@@ -101,8 +103,16 @@ export class Recording {
     // It begins within a run.
     const within = this.signals.find(({name}) => name === "state").low[0] > 0;
     const beginMs = found.length > 0 ? startOf(found[0]) - found[0].atMs / speed : startMs;
-    const first = within && heads.find((run) => startOf(run) < beginMs + kSlackMs && !(new Date(run.end ?? Infinity).getTime() < beginMs));
+    const first = within && heads.find((run) => startOf(run) < Math.min(beginMs + kSlackMs, ...found.map(startOf)) && !(new Date(run.end ?? Infinity).getTime() < beginMs));
     if (first && !found.some(({id}) => id === first.id)) await add(first, Math.min(0, startOf(first) - beginMs) * speed);
     return found.sort((a, b) => a.atMs - b.atMs);
   }
+}
+
+// When a recording began, ms of real time: at about a time, so that its edges lie where runs have started.
+function beginOf(aboutMs, edges, starts) {
+  const off = (beginMs) => edges.reduce((sum, edge) => sum + Math.min(...starts.map((start) => Math.abs(start - beginMs - edge))),
+    Math.abs(beginMs - aboutMs) / kDoubt);
+  return edges.flatMap((edge) => starts.map((start) => start - edge)).filter((begin) => Math.abs(begin - aboutMs) < kSameRunMs)
+    .reduce((best, begin) => (off(begin) < off(best) ? begin : best), aboutMs);
 }

@@ -28,6 +28,19 @@ const kSignals = [
 const saved = kept("recordings", {signals: ["position", "laser", "emission", "gas-pressure", "state"],
   axes: ["1", "2", "3", "4"], seconds: 60, open: "", over: "", align: "", zoom: null});
 
+// What the plots of the one that is being made show: it outlives the page, and what comes meanwhile belongs to it.
+const live = {name: "", mm: [], bar: []};
+function take({position: {xMm, yMm, zMm, focusMm}, gas, laser, emission, machineMs}) {
+  const s = machineMs / 1000;
+  if (!live.name || !(s > (live.mm.at(-1)?.[0] ?? 0))) return;
+  live.mm = [...live.mm.slice(1 - kLiveRows), [s, xMm, yMm, zMm, focusMm]];
+  live.bar = [...live.bar.slice(1 - kLiveRows), [s, gas.bar, Number(laser), Number(emission)]];
+}
+// What changes comes as events; what stays as it is, with the status.
+wire.on("signals", take);
+wire.on("status", ({signals, machineMs}) => take({...signals, machineMs}));
+wire.on("restarted", () => (live.name = ""));
+
 const sizeText = (bytes) => (bytes < 1e6 ? numberText(bytes / 1e3, 0) + " kB" : numberText(bytes / 1e6, 1) + " MB");
 
 // "rec-20261122-143005", of the local time.
@@ -52,9 +65,7 @@ class RecordingsPage {
     this.files = el("section", {class: "card"});
     this.shown = el("section", {class: "card shown"});
     replace(root, el("div", {class: "columns"}, this.make, this.files), this.shown);
-    // What changes comes as events; what stays as it is, with the status.
-    this.ends = [wire.on("signals", (signals) => this.live(signals)),
-      wire.on("status", ({signals, machineMs}) => this.live({...signals, machineMs}))];
+    this.ends = ["signals", "status"].map((kind) => wire.on(kind, () => this.showLive()));
     this.timer = setInterval(() => this.look(), kLookMs);
   }
 
@@ -79,6 +90,7 @@ class RecordingsPage {
     if (recordings.some((file) => file.name === name)) {
       if (!this.plot) await this.open(name);
     } else this.shown.hidden = true;
+    if (!running) live.name = "";
     if (before && !running) say(tr("%s is recorded", before));
   }
 
@@ -142,7 +154,7 @@ class RecordingsPage {
   showRunning() {
     this.bar = el("progress", {max: this.running.limitMs, "aria-label": tr("How much is recorded")});
     this.done = el("p", {});
-    this.rows = {mm: [], bar: []};
+    if (live.name !== this.running.name) Object.assign(live, {name: this.running.name, mm: [], bar: []});
     this.plots = {
       mm: new Plot({title: tr("Position in mm"), x: tr("Time of the machine in s"), labels: kAxes.map((axis) => tr(axis))}),
       bar: new Plot({title: tr("Pressure, laser and emission"), x: tr("Time of the machine in s"), stepped: true,
@@ -156,6 +168,7 @@ class RecordingsPage {
       el("button", {type: "button", class: "main", onclick: end}, tr("End recording")),
       el("p", {class: "aside"}, tr("The plots show how it is now; the file has every sample.")), this.plots.mm.node, this.plots.bar.node);
     this.showProgress(this.running);
+    this.showLive();
   }
 
   showProgress({recordedMs, limitMs, signals}) {
@@ -163,14 +176,8 @@ class RecordingsPage {
     setText(this.done, tr("%s of %s, %d signals", durationText(recordedMs), durationText(limitMs), signals));
   }
 
-  live({position: {xMm, yMm, zMm, focusMm}, gas, laser, emission, machineMs}) {
-    if (!this.plots || !(machineMs / 1000 > (this.rows.mm.at(-1)?.[0] ?? 0))) return;
-    const add = (id, ...values) => {
-      this.rows[id] = [...this.rows[id].slice(1 - kLiveRows), [machineMs / 1000, ...values]];
-      this.plots[id].set(this.rows[id]);
-    };
-    add("mm", xMm, yMm, zMm, focusMm);
-    add("bar", gas.bar, Number(laser), Number(emission));
+  showLive() {
+    for (const [id, plot] of Object.entries(this.plots ?? {})) if (plot.rows !== live[id]) plot.set(live[id]);
   }
 
   closeLive() {
