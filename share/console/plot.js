@@ -103,6 +103,7 @@ export class Plot {
       unhighlightCallback: () => this.#showAt(null),
       zoomCallback: (from, to) => this.#zoomed(this.graph?.isZoomed("x") ? [from, to] : null),
       underlayCallback: (context, area, graph) => {
+        const alarms = (bands ?? []).filter(({alarm}) => alarm).map(({from}) => graph.toDomXCoord(from));
         for (const band of bands ?? []) {
           const left = Math.round(Math.max(area.x, graph.toDomXCoord(band.from)));
           const right = Math.round(Math.min(area.x + area.w, graph.toDomXCoord(band.to)));
@@ -115,7 +116,7 @@ export class Plot {
           }
           context.fillRect(left, area.y, Math.max(1, right - left - 1), area.h);
           context.globalAlpha = 1;
-          const room = (band.alarm ? area.x + area.w : right) - left - 4;
+          const room = (band.alarm ? Math.min(area.x + area.w, ...alarms.filter((x) => x > left + 1)) : right) - left - 4;
           if (room >= kLabelled) {
             context.beginPath();
             context.rect(left, area.y, room, area.h);
