@@ -10,11 +10,11 @@ import {wire} from "../wire.js";
 const kLines = 500;  // that are kept, and shown
 const kEveryMs = 1000;
 const kLevels = {
-  error: mark("Errors"),
-  warning: mark("Warnings"),
-  device: mark("Devices"),
+  error: mark("Error"),
+  warning: mark("Warning"),
+  device: mark("Device"),
   info: mark("Information"),
-  trace: mark("Traces"),
+  trace: mark("Trace"),
 };
 const kSigns = {error: "\u2717", warning: "!", device: "!", info: "", trace: ""};
 
@@ -34,7 +34,7 @@ export function open(root) {
 
   const fits = ({level, text, source}) => saved.get("levels").includes(level) && (text + " " + source).toLowerCase().includes(saved.get("text").toLowerCase());
   const node = ({time, level, text, source}) => el("li", {class: level},
-    el("time", {class: "aside"}, timeText(time, false)), el("span", {class: "level"}, kSigns[level], " ", level), el("span", {class: "text"}, text), el("span", {class: "aside"}, source));
+    el("time", {class: "aside"}, timeText(time, false)), el("span", {class: "level"}, kSigns[level], " ", tr(kLevels[level])), el("span", {class: "text"}, text), el("span", {class: "aside"}, source));
   const settle = () => {
     setText(count, tr("%d of %d lines", list.childElementCount, lines.length));
     if (saved.get("scrolls")) list.scrollTop = list.scrollHeight;
