@@ -105,7 +105,7 @@ class GasPage {
       descend: field({name: "descend", title: tr("Measure downwards as well, for the verdict"), type: "boolean"}),
       keep: field({name: "keep", title: tr("Keep the curve even where the verdict is bad"), type: "boolean"}),
     };
-    const nozzle = field({name: "known", title: tr("Nozzle of the rack"), type: "text",
+    const nozzle = field({name: "known", title: tr("Nozzle of the rack"), type: "text", empty: tr("none"),
       choices: this.nozzles.map((known) => ({value: nozzleText(known), text: nozzleText(known)}))},
       nozzleText({nozzle: saved.get("nozzle"), size: saved.get("size")}));
     nozzle.input.addEventListener("change", () => {

@@ -4,6 +4,7 @@ import {el, setText} from "../../dom.js";
 import {mark, tr} from "../../texts.js";
 import {numberText} from "../../widgets.js";
 import {wire} from "../../wire.js";
+import {outputName} from "../runs/words.js";
 
 const kRows = [
   {id: "beam", title: mark("Beam"), needs: "laser"},
@@ -44,7 +45,7 @@ export class Signs {
     this.#allowed("move", allowMove, (alarm) => alarm.forbidsMove);
     this.#allowed("laser", allowLaser && !latched, (alarm) => alarm.forbidsLaser);
     this.#say("latch", latched ? "bad" : "good", latched ? tr("tripped") : tr("not tripped"), latchReason);
-    const outputs = signals.outputsOn.map((number) => this.machine.outputs.find((port) => port.number === number)?.name ?? tr("output %d", number));
+    const outputs = signals.outputsOn.map(outputName);
     this.#say("outputs", outputs.length > 0 ? "on" : "", outputs.length > 0 ? tr("on") : tr("none on"), outputs.join(", "));
   }
 

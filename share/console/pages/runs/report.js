@@ -7,7 +7,7 @@ import {tr} from "../../texts.js";
 import {durationText, numberText, problemBox, table, timeText} from "../../widgets.js";
 import {wire} from "../../wire.js";
 import {bandsOf} from "./bands.js";
-import {again, canAgain, openPage, outcomeNode, paramsText, whyNode} from "./words.js";
+import {again, canAgain, openPage, outcomeNode, outputName, paramsText, whyNode} from "./words.js";
 
 // A step that holds others takes as long as they do together: it is not the slowest.
 function slowest(steps) {
@@ -29,10 +29,10 @@ function facts(run) {
     entry(tr("End"), run.end && timeText(run.end)),
     entry(tr("Started by"), run.startedBy),
     entry(tr("With"), paramsText(run.params)),
-    place && entry(tr("Position at the end"), ["X " + numberText(place.x), "Y " + numberText(place.y), "Z " + numberText(place.z), "F " + numberText(place.focus)].join(", ") + " mm"),
+    place && entry(tr("Position at the end"), ["x", "y", "z", "focus"].map((axis) => axis[0].toUpperCase() + "\u00a0" + numberText(place[axis])).join(", ") + "\u00a0mm"),
     run.pathMm && entry(tr("Path"), "XY " + numberText(run.pathMm.xy) + " mm, Z " + numberText(run.pathMm.z) + " mm"),
     run.dark !== undefined && entry(tr("Laser at the end"), run.dark ? tr("dark") : el("span", {class: "bad"}, tr("not dark"))),
-    run.outputsOn?.length > 0 && entry(tr("Outputs on at the end"), run.outputsOn.join(", ")),
+    run.outputsOn?.length > 0 && entry(tr("Outputs on at the end"), run.outputsOn.map(outputName).join(", ")),
     run.collisions > 0 && entry(tr("Collisions"), String(run.collisions)));
 }
 

@@ -3,6 +3,7 @@
 import {el} from "../../dom.js";
 import {kept} from "../../kept.js";
 import {mark, tr} from "../../texts.js";
+import {wire} from "../../wire.js";
 
 export const kOutcomes = {
   success: mark("Success"),
@@ -41,6 +42,11 @@ export function whyNode({problem, outcome, lang}) {
 export function paramsText(params) {
   if (Array.isArray(params)) return params.join("; ");
   return Object.entries(params ?? {}).map(([name, value]) => name + " " + (value === true ? tr("yes") : value === false ? tr("no") : value)).join(", ");
+}
+
+// As the machine file calls it.
+export function outputName(number) {
+  return wire.machine?.outputs.find((port) => port.number === number)?.name ?? tr("output %d", number);
 }
 
 // Whether there is a form that it can be started from: a calibration, which has no calls, has its own page.
