@@ -33,8 +33,8 @@ let failed = false;  // the page could not be opened; it is tried again when the
 
 function showMenu(page) {
   menu.setAttribute("aria-label", tr("Pages"));
-  replace(menu, el("ul", {}, kPages.map(({id, title}) =>
-    el("li", {}, el("a", {href: "#" + id, "aria-current": id === page.id ? "page" : null}, tr(title))))));
+  replace(menu, el("ul", kPages.map(({id, title}) =>
+    el("li", el("a", {href: "#" + id, "aria-current": id === page.id ? "page" : null}, tr(title))))));
   menu.querySelector("[aria-current]").scrollIntoView({block: "nearest", inline: "center"});
 }
 
@@ -49,7 +49,7 @@ async function showPage() {
   close = null;
   failed = false;
   document.title = tr(page.title) + " - IxoCAMGlue";
-  const heading = el("h1", {}, tr(page.title));
+  const heading = el("h1", tr(page.title));
   const content = el("div", {class: "page " + page.id});
   replace(root, heading, content);
   try {

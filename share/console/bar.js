@@ -30,7 +30,7 @@ class Bar {
     this.changeLanguage = changeLanguage;
     // A short shot is over before the status is looked at.
     wire.on("signals", () => this.showBeam());
-    for (const kind of ["status", "stale", "lease", "session", "connection", "alarms"]) wire.on(kind, () => this.update());
+    wire.on(["status", "stale", "lease", "session", "connection", "alarms"], () => this.update());
     this.show();
   }
 
@@ -38,19 +38,19 @@ class Bar {
     this.state = el("strong", {id: "state"});
     this.what = el("span", {id: "running"});
     this.alarms = el("a", {href: "#alarms", id: "alarm-count"});
-    this.control = el("button", {type: "button", id: "control", onclick: () => this.changeControl()});
+    this.control = el("button", {id: "control", onclick: () => this.changeControl()});
     this.beam = el("span", {id: "beam", class: "sign", role: "status"});
     const language = el("select", {id: "language", "aria-label": tr("Language"), onchange: (event) => this.changeLanguage(event.target.value)},
       languages().map(({id, name}) => el("option", {value: id, lang: id, selected: id === currentLanguage()}, name)));
-    const stop = el("button", {type: "button", id: "stop", "aria-keyshortcuts": "Escape", onclick: () => wire.stop()},
-      el("b", {}, tr("Stop")), el("kbd", {}, tr("Esc")));
-    const off = el("button", {type: "button", id: "all-off", "aria-keyshortcuts": "Shift+Escape", onclick: () => wire.allOff()},
-      el("b", {}, tr("All off")), el("kbd", {}, tr("Shift+Esc")));
+    const stop = el("button", {id: "stop", "aria-keyshortcuts": "Escape", onclick: () => wire.stop()},
+      el("b", tr("Stop")), el("kbd", tr("Esc")));
+    const off = el("button", {id: "all-off", "aria-keyshortcuts": "Shift+Escape", onclick: () => wire.allOff()},
+      el("b", tr("All off")), el("kbd", tr("Shift+Esc")));
     replace(this.root,
-      el("div", {class: "now"}, el("div", {}, this.state, this.alarms), el("div", {}, this.beam, this.what)),
+      el("div", {class: "now"}, el("div", this.state, this.alarms), el("div", this.beam, this.what)),
       el("div", {class: "who"}, this.control, language),
       el("div", {class: "stops"}, stop, off,
-        el("small", {}, tr("The emergency stop is the button at the machine, not here."))));
+        el("small", tr("The emergency stop is the button at the machine, not here."))));
     this.update();
   }
 
@@ -78,7 +78,7 @@ class Bar {
 
   async changeControl() {
     if (!wire.lease.mine) return withControl(() => {});
-    const give = await agree(tr("Give control back?"), el("p", {}, tr("What runs goes on; without somebody who attends it, it is stopped after 10 s.")), tr("Give back"), {no: tr("Keep")});
+    const give = await agree(tr("Give control back?"), el("p", tr("What runs goes on; without somebody who attends it, it is stopped after 10 s.")), tr("Give back"), {no: tr("Keep")});
     if (give) await wire.giveControl().catch(() => {});
   }
 }

@@ -1,24 +1,27 @@
 // Nodes without markup: text from files and devices is only ever text.
 
-// el("button", {class: "big", onclick: go, disabled: true}, "Go"): attributes by their names, handlers as "on...";
-// false, null and undefined are left out, as attributes and as children.
-export function el(tag, attributes = {}, ...children) {
-  return fill(document.createElement(tag), attributes, children);
+// el("button", {class: "big", onclick: go, disabled: true}, "Go"): attributes by their names, which may be none, handlers
+// as "on..."; false, null and undefined are left out, as attributes and as children. A button submits nothing.
+export function el(tag, ...parts) {
+  const node = document.createElement(tag);
+  if (tag === "button") node.type = tag;
+  return fill(node, parts);
 }
 
 // The same for drawings.
-export function svg(tag, attributes = {}, ...children) {
-  return fill(document.createElementNS("http://www.w3.org/2000/svg", tag), attributes, children);
+export function svg(tag, ...parts) {
+  return fill(document.createElementNS("http://www.w3.org/2000/svg", tag), parts);
 }
 
-function fill(node, attributes, children) {
+function fill(node, parts) {
+  const attributes = parts[0]?.constructor === Object ? parts.shift() : {};
   for (const [name, value] of Object.entries(attributes)) {
     if (value === false || value === null || value === undefined) continue;
     if (name.startsWith("on")) node.addEventListener(name.slice(2), value);
     else if (name === "value") node.value = value;
     else node.setAttribute(name, value === true ? "" : value);
   }
-  node.append(...some(children));
+  node.append(...some(parts));
   return node;
 }
 

@@ -12,7 +12,7 @@ class Notices {
 
   open(root) {
     this.root = root;
-    for (const kind of ["status", "stale", "session", "connection"]) wire.on(kind, () => this.show());
+    wire.on(["status", "stale", "session", "connection"], () => this.show());
     // Nothing runs in what has been answered since: the stop that was not answered is over.
     wire.on("status", ({state, run}) => {
       if (this.#unanswered && state === "standby" && !run) this.#stopAnswered(true);
@@ -57,8 +57,8 @@ class Notices {
     this.shown = key;
     replace(this.root, list.map(({id, kind, title, text, node, reset}) =>
       el("section", {class: "notice " + kind, id: "notice-" + id, role: kind === "note" ? "status" : "alert"},
-        node ?? [el("strong", {}, title), " ", el("span", {}, text)],
-        reset && el("button", {type: "button", onclick: () => withControl(() => wire.post("reset"))}, tr("Reset")))));
+        node ?? [el("strong", title), " ", el("span", text)],
+        reset && el("button", {onclick: () => withControl(() => wire.post("reset"))}, tr("Reset")))));
   }
 }
 

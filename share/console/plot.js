@@ -44,7 +44,7 @@ export class Plot {
     this.legend = el("div", {class: "legend"});
     this.canvas = el("div", {class: "plot", role: "img", "aria-label": options.title});
     this.node = el("figure", {class: "plotted"},
-      el("figcaption", {}, options.title), this.legend, this.canvas, el("div", {class: "aside axis"}, options.x));
+      el("figcaption", options.title), this.legend, this.canvas, el("div", {class: "aside axis"}, options.x));
     this.graph = null;
     this.timer = null;
     options.group?.push(this);
@@ -143,7 +143,7 @@ export class Plot {
     };
     replace(this.legend, labels.map((label, i) => {
       const kind = "swatch series-" + (this.#colour(i) + 1) + (dashed.includes(i) ? " dashed" : "");
-      return el("span", {class: "entry"}, el("span", {class: kind, "aria-hidden": "true"}), label, " ", el("b", {}, numberText(value(i), digits)));
+      return el("span", {class: "entry"}, el("span", {class: kind, "aria-hidden": "true"}), label, " ", el("b", numberText(value(i), digits)));
     }));
   }
   #colour(i) {
@@ -178,11 +178,11 @@ export class Plot {
   }
 
   zoomButtons() {
-    const button = (text, label, go) => el("button", {type: "button", "aria-label": label, title: label, onclick: go}, text);
+    const button = (text, label, go) => el("button", {"aria-label": label, title: label, onclick: go}, text);
     return el("div", {class: "row", role: "group", "aria-label": tr("Zoom of the plot")},
       button("+", tr("Zoom in"), () => this.zoomBy(2)), button("\u2212", tr("Zoom out"), () => this.zoomBy(0.5)),
       button("\u25c0", tr("To the left"), () => this.zoomBy(1, -0.5)), button("\u25b6", tr("To the right"), () => this.zoomBy(1, 0.5)),
-      el("button", {type: "button", onclick: () => this.resetZoom()}, tr("Show all")));
+      el("button", {onclick: () => this.resetZoom()}, tr("Show all")));
   }
 
   close() {

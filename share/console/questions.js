@@ -47,7 +47,7 @@ class Questions {
     const dialog = (this.#dialog = new AbortController());
     const title = job.state === "failed" ? tr("Job %d has not succeeded: %s", job.id, job.name) : tr("Before job %d: %s", job.id, job.name);
     const buttons = job.choices.map(({answer, then}) => ({text: answerText(answer), value: answer, kind: then === "run" ? "main" : ""}));
-    const content = job.state === "failed" ? [job.problem && problemBox(job.problem), el("p", {}, tr("The queue is held until it is started again."))]
+    const content = job.state === "failed" ? [job.problem && problemBox(job.problem), el("p", tr("The queue is held until it is started again."))]
       : el("p", {class: "question"}, job.question);
     const answer = await ask(title, [content, job.note && el("p", {class: "aside"}, job.note)],
       [...buttons, {text: tr("Later"), value: null}], {until: dialog.signal});

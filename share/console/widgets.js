@@ -68,9 +68,9 @@ export function say(text) {
 export function problemBox(problem) {
   const what = problem.status === 0 ? tr("The controller does not answer") : problem.what;
   return el("div", {class: "problem", role: "alert"},
-    el("strong", {}, what),
+    el("strong", what),
     problem.where && el("div", {class: "where"}, problem.where),
-    problem.why && el("div", {}, problem.why),
+    problem.why && el("div", problem.why),
     problem.remedy && el("div", {class: "remedy"}, problem.remedy));
 }
 
@@ -107,7 +107,7 @@ export function ask(title, content, buttons, {until} = {}) {
     const dialog = el("dialog", {"aria-labelledby": id},
       el("h2", {id, tabindex: until && "-1", autofocus: Boolean(until)}, title), el("div", {class: "content"}, content),
       el("div", {class: "buttons"}, buttons.map((button) =>
-        el("button", {type: "button", class: button.kind, onclick: () => press(button)}, button.text))));
+        el("button", {class: button.kind, onclick: () => press(button)}, button.text))));
     until?.addEventListener("abort", () => close(null));
     const top = Math.max(...["bar", "notices"].map((above) => document.getElementById(above).getBoundingClientRect().bottom));
     dialog.style.setProperty("--top", Math.round(scrollY + top) + "px");
@@ -151,7 +151,7 @@ export function withControl(action) {
     if (!(await wire.takeControl())) {
       const holder = wire.lease.holder;
       const text = tr("%s has control. Whoever takes it over attends what runs; keys that are held are released.", holder);
-      if (!(await agree(tr("Take over control?"), el("p", {}, text), tr("Take over")))) return undefined;
+      if (!(await agree(tr("Take over control?"), el("p", text), tr("Take over")))) return undefined;
       await wire.takeControl(true);
     }
     return action();
@@ -164,7 +164,7 @@ const kOnePressMs = 1000;
 export function postButton(text, {kind, path, body = () => ({}), done}) {
   let busy = false;
   let meant = null;  // {once, text}: what was posted last, without an answer as yet
-  const button = el("button", {type: "button", class: kind, onclick: async () => {
+  const button = el("button", {class: kind, onclick: async () => {
     const asked = busy ? null : body();
     if (!asked) return;
     busy = true;
@@ -193,12 +193,12 @@ function newKey() {
 
 // --- tables ---
 
-// columns: [{title, cell: (row) => node or text, number: true}]; rows may be chosen by `onrow`.
+// columns: [{title, cell: the member that it shows, or (row) => node or text, number: true}]; rows may be chosen by `onrow`.
 export function table(caption, columns, rows, {onrow, rowClass} = {}) {
   const line = (row) => {
     const cells = columns.map((column, i) => {
-      const content = column.cell(row);
-      const shown = onrow && i === 0 ? el("button", {type: "button", class: "link", onclick: () => onrow(row)}, content) : content;
+      const content = typeof column.cell === "string" ? row[column.cell] : column.cell(row);
+      const shown = onrow && i === 0 ? el("button", {class: "link", onclick: () => onrow(row)}, content) : content;
       return el("td", {class: column.number && "number"}, shown);
     });
     return el("tr", {class: rowClass?.(row)}, cells);
@@ -206,29 +206,29 @@ export function table(caption, columns, rows, {onrow, rowClass} = {}) {
   return el("div", {class: "scroll", tabindex: "0", role: "region", "aria-label": caption},
     el("table", {},
       el("caption", {class: "aside"}, caption),
-      el("thead", {}, el("tr", {}, columns.map((column) => el("th", {scope: "col", class: column.number && "number"}, column.title)))),
-      el("tbody", {}, rows.map(line))));
+      el("thead", el("tr", columns.map((column) => el("th", {scope: "col", class: column.number && "number"}, column.title)))),
+      el("tbody", rows.map(line))));
 }
 
 // --- fields ---
 
-// One field of a form: {name, title, type: "number" | "integer" | "boolean" | "text", unit, summary, lowest, highest,
+// One field of a form: {name, title, type: "number" | "integer" | "boolean", else a text, unit, summary, lowest, highest,
 // numbers, choices: [{value, text}], chosen: one of them always is, empty: the text of no choice, required, default}.
 // `read()` answers the value, undefined where it is empty, or throws a text that is shown beside the field.
 let fieldCount = 0;
-export function field(of, value = of.default) {
+export function field({type = "text", ...of}, value = of.default) {
   const id = "field-" + ++fieldCount;
   const wrong = el("div", {class: "wrong", id: id + "-wrong"});
-  const about = [of.summary, rangeText(of), of.default !== undefined && of.type !== "boolean" && tr("without: %s", of.default)].filter(Boolean).join("; ");
+  const about = [of.summary, rangeText(of), of.default !== undefined && type !== "boolean" && tr("without: %s", of.default)].filter(Boolean).join("; ");
   const attributes = {id, name: of.name, "aria-describedby": id + "-about " + id + "-wrong"};
   const choices = of.choices ?? of.numbers?.map((number) => ({value: number, text: String(number)}));
   let input;
-  if (of.type === "boolean") input = el("input", {...attributes, type: "checkbox", checked: value === true});
+  if (type === "boolean") input = el("input", {...attributes, type: "checkbox", checked: value === true});
   else if (choices)
     input = el("select", attributes, !of.chosen && (!of.required || value === undefined) && el("option", {value: ""}, of.empty ?? ""), choices.map((choice) =>
       el("option", {value: choice.value, selected: choice.value === value}, choice.text)));
-  else input = el("input", {...attributes, type: "text", inputmode: of.type === "text" ? "text" : "decimal", autocomplete: "off", value: value ?? ""});
-  const node = el("div", {class: "field " + of.type},
+  else input = el("input", {...attributes, type: "text", inputmode: type === "text" ? "text" : "decimal", autocomplete: "off", value: value ?? ""});
+  const node = el("div", {class: "field " + type},
     el("label", {for: id}, of.title ?? of.name, of.required && el("span", {class: "aside"}, " ", tr("(needed)"))),
     el("div", {class: "input"}, input, of.unit && el("span", {class: "unit"}, of.unit)),
     el("div", {class: "aside about", id: id + "-about"}, about), wrong);
@@ -241,18 +241,19 @@ export function field(of, value = of.default) {
     throw text;
   };
   return {
+    name: of.name,
     node,
     input,
     read() {
       setText(wrong, "");
       input.removeAttribute("aria-invalid");
-      if (of.type === "boolean") return input.checked;
+      if (type === "boolean") return input.checked;
       const text = input.value.trim();
       if (text === "") return of.required ? refused(tr("a value is needed")) : undefined;
-      if (of.type === "text") return text;
+      if (type === "text") return text;
       const number = Number(text.replace(",", "."));
       if (!Number.isFinite(number)) refused(tr("this is no number"));
-      if (of.type === "integer" && !Number.isInteger(number)) refused(tr("this is no whole number"));
+      if (type === "integer" && !Number.isInteger(number)) refused(tr("this is no whole number"));
       if (of.lowest !== null && of.lowest !== undefined && number < of.lowest) refused(tr("at least %s", of.lowest));
       if (of.highest !== null && of.highest !== undefined && number > of.highest) refused(tr("at most %s", of.highest));
       return number;
@@ -273,13 +274,13 @@ function rangeText(of) {
 export function readAll(fields) {
   const values = {};
   let first = null;
-  for (const {name, part} of fields) {
+  for (const one of fields) {
     try {
-      const value = part.read();
-      if (value !== undefined) values[name] = value;
+      const value = one.read();
+      if (value !== undefined) values[one.name] = value;
     } catch (wrong) {
       if (typeof wrong !== "string") throw wrong;
-      first ??= part;
+      first ??= one;
     }
   }
   first?.input.focus();
@@ -288,7 +289,7 @@ export function readAll(fields) {
 
 // A list of choices of which one is shown: [{id, title}]. `shown(id)` fills the node below.
 export function tabs(label, choices, chosen, shown) {
-  const buttons = choices.map(({id, title}) => el("button", {type: "button", onclick: () => show(id)}, title));
+  const buttons = choices.map(({id, title}) => el("button", {onclick: () => show(id)}, title));
   const show = (id) => {
     choices.forEach((choice, i) => buttons[i].setAttribute("aria-pressed", choice.id === id ? "true" : "false"));
     shown(id);

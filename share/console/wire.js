@@ -176,14 +176,14 @@ class Wire {
 
   // --- listening ---
 
-  // kind: state, step, alarm, run, led, signals, log, lease, key, queue of the controller's events; and of the page's own
+  // One kind or several: state, step, alarm, run, led, signals, log, lease, key, queue of the controller's events; and of the page's own
   // status (looked at anew), alarms (the standing ones changed), connection, restarted (it is another start of the
   // controller, perhaps with another machine), stale, session, stopping (it is on its way), stopAnswered, stopUnanswered.
   // Answers what ends it.
-  on(kind, listener) {
-    if (!this.#listeners.has(kind)) this.#listeners.set(kind, new Set());
-    this.#listeners.get(kind).add(listener);
-    return () => this.#listeners.get(kind).delete(listener);
+  on(kinds, listener) {
+    const lists = [kinds].flat().map((kind) => this.#listeners.get(kind) ?? this.#listeners.set(kind, new Set()).get(kind));
+    for (const list of lists) list.add(listener);
+    return () => lists.forEach((list) => list.delete(listener));
   }
   #tell(kind, data) {
     for (const listener of [...(this.#listeners.get(kind) ?? [])]) {

@@ -55,20 +55,20 @@ function openStanding(root) {
   }
 
   function card(alarm) {
-    const line = (title, text) => text && el("div", {class: "line"}, el("dt", {}, title), el("dd", {}, text));
+    const line = (title, text) => text && el("div", {class: "line"}, el("dt", title), el("dd", text));
     return el("li", {class: "card alarm level-" + alarm.level},
       el("div", {class: "row"}, levelSign(alarm.level), first.has(alarm.identifier) && el("span", {class: "sign"}, tr("First of its burst")),
         el("strong", {class: "code"}, alarm.code), el("time", {class: "aside"}, timeText(alarm.raised))),
-      el("h3", {}, alarm.text),
-      el("dl", {}, line(tr("Message"), alarm.description !== alarm.text && alarm.description),
+      el("h3", alarm.text),
+      el("dl", line(tr("Message"), alarm.description !== alarm.text && alarm.description),
         line(tr("Reason"), alarm.reason), line(tr("What to do"), alarm.solution),
         line(tr("Identifier"), alarm.identifier)),
       el("div", {class: "row"},
         alarm.acknowledged ? el("span", {class: "good"}, "✓ " + tr("Seen by %s, %s", alarm.byWhom, timeText(alarm.acknowledged)))
-          : el("button", {type: "button", class: "main", onclick: () => acknowledge(alarm)}, tr("Acknowledge")),
+          : el("button", {class: "main", onclick: () => acknowledge(alarm)}, tr("Acknowledge")),
         alarm.level === 0 && (alarm.suppressedUntil
-          ? el("button", {type: "button", onclick: () => suppress(alarm.identifier, 0, "")}, tr("Show again"))
-          : el("button", {type: "button", onclick: () => askSuppress(alarm)}, tr("Suppress...")))));
+          ? el("button", {onclick: () => suppress(alarm.identifier, 0, "")}, tr("Show again"))
+          : el("button", {onclick: () => askSuppress(alarm)}, tr("Suppress...")))));
   }
 
   function show() {
@@ -77,13 +77,13 @@ function openStanding(root) {
     shown.sort((a, b) => b.level - a.level || first.has(b.identifier) - first.has(a.identifier));
     const hidden = wire.alarms.filter((alarm) => alarm.suppressedUntil);
     replace(root,
-      el("h2", {}, tr("Alarms that stand: %d", shown.length)),
+      el("h2", tr("Alarms that stand: %d", shown.length)),
       shown.length === 0 && el("p", {class: "card good"}, "✓ " + tr("No alarm stands.")),
       el("ul", {class: "alarm-list"}, shown.map(card)),
       wire.alarms.some(({level}) => level === 1) && el("div", {class: "row"},
-        el("button", {type: "button", onclick: () => withControl(() => wire.post("reset"))}, tr("Reset")),
+        el("button", {onclick: () => withControl(() => wire.post("reset"))}, tr("Reset")),
         el("span", {class: "aside"}, tr("Ends the alarms whose cause is gone."))),
-      hidden.length > 0 && el("details", {}, el("summary", {}, tr("Suppressed for a while: %d", hidden.length)),
+      hidden.length > 0 && el("details", el("summary", tr("Suppressed for a while: %d", hidden.length)),
         el("ul", {class: "alarm-list"}, hidden.map((alarm) => [
           el("li", {class: "aside"}, tr("until %s", timeText(alarm.suppressedUntil))), card(alarm)]))));
     root.classList.toggle("stale-values", wire.stale);
@@ -97,13 +97,13 @@ function openStanding(root) {
   }
   async function askSuppress(alarm) {
     const fields = [
-      {name: "minutes", part: field({name: "minutes", title: tr("For how long"), type: "integer", required: true,
-        choices: kSpans.map(([value, text]) => ({value, text: tr(text)}))}, kSpans[1][0])},
-      {name: "reason", part: field({name: "reason", title: tr("Why"), type: "text", required: true})},
+      field({name: "minutes", title: tr("For how long"), type: "integer", required: true,
+        choices: kSpans.map(([value, text]) => ({value, text: tr(text)}))}, kSpans[1][0]),
+      field({name: "reason", title: tr("Why"), required: true}),
     ];
     let values = null;
-    const content = el("div", {}, el("p", {}, el("strong", {}, alarm.text)), el("p", {}, tr("It is not listed for so long; what it forbids stays forbidden. Who did it and why is kept.")),
-      fields.map((of) => of.part.node));
+    const content = el("div", el("p", el("strong", alarm.text)), el("p", tr("It is not listed for so long; what it forbids stays forbidden. Who did it and why is kept.")),
+      fields.map(({node}) => node));
     if (await agree(tr("Suppress %s", alarm.code), content, tr("Suppress"), {when: () => (values = readAll(fields)) !== null})) await suppress(alarm.identifier, values.minutes, values.reason);
   }
 
@@ -132,7 +132,7 @@ function openDefinitions(root) {
   const saved = kept("alarms.definitions", {search: ""});
   let all = [];
   const list = el("div");
-  const search = field({name: "search", title: tr("Search"), type: "text"}, saved.get("search"));
+  const search = field({name: "search", title: tr("Search")}, saved.get("search"));
   search.input.addEventListener("input", () => {
     saved.set({search: search.input.value});
     show();
@@ -141,13 +141,13 @@ function openDefinitions(root) {
     const wanted = search.input.value.trim().toLowerCase();
     const fits = all.filter((of) => Object.values(of).join(" ").toLowerCase().includes(wanted));
     replace(list, table(tr("%d of %d definitions", fits.length, all.length), [
-      {title: tr("Code"), cell: (of) => [el("strong", {}, of.code), el("div", {class: "aside"}, of.identifier)]},
-      {title: tr("Text"), cell: (of) => [el("div", {}, of.text), el("div", {class: "aside"}, of.category + " · " + of.type)]},
-      {title: tr("Reason"), cell: (of) => of.reason},
-      {title: tr("What to do"), cell: (of) => of.solution},
+      {title: tr("Code"), cell: (of) => [el("strong", of.code), el("div", {class: "aside"}, of.identifier)]},
+      {title: tr("Text"), cell: (of) => [el("div", of.text), el("div", {class: "aside"}, of.category + " · " + of.type)]},
+      {title: tr("Reason"), cell: "reason"},
+      {title: tr("What to do"), cell: "solution"},
     ], fits));
   }
-  replace(root, el("section", {class: "card"}, el("h2", {}, tr("What alarms mean")),
+  replace(root, el("section", {class: "card"}, el("h2", tr("What alarms mean")),
     search.node, list));
   wire.get("alarms/definitions").then(
     (answer) => {

@@ -112,7 +112,7 @@ class ConfigPage {
       const count = edits.filter((path) => sectionOf(path) === section).length;
       const wrong = this.wrong.some(({path}) => sectionOf(path) === section);
       const current = section === chosen ? "true" : null;
-      return el("li", {}, el("button", {type: "button", "aria-current": current, onclick: () => this.choose(section)}, section,
+      return el("li", el("button", {"aria-current": current, onclick: () => this.choose(section)}, section,
         wrong && el("span", {class: "bad"}, " \u2717 ", tr("wrong")),
         count > 0 && el("span", {class: "warn"}, " ", tr("edited: %d", count))));
     }));
@@ -141,11 +141,11 @@ class ConfigPage {
     for (const path of paths) {
       const at = path.lastIndexOf("/");
       const place = whole ? path.slice(0, Math.max(at, 0)) : path.slice(path.indexOf("/") + 1, Math.max(at, 0));
-      if (place !== group) nodes.push(el("h3", {}, place));
+      if (place !== group) nodes.push(el("h3", place));
       group = place;
       nodes.push(this.property(path, path.slice(at + 1)));
     }
-    replace(this.open, el("h2", {}, title), nodes.length ? nodes : el("p", {}, tr("Nothing has such a name or sentence.")));
+    replace(this.open, el("h2", title), nodes.length ? nodes : el("p", tr("Nothing has such a name or sentence.")));
   }
 
   property(path, name) {
@@ -160,7 +160,7 @@ class ConfigPage {
       const edited = path in saved.get("edits");
       part.node.classList.toggle("edited", edited);
       replace(signs, edited
-        ? [el("span", {class: "warn"}, tr("was %s", textOf(this.values[path]))), el("button", {type: "button", class: "link", onclick: undo,
+        ? [el("span", {class: "warn"}, tr("was %s", textOf(this.values[path]))), el("button", {class: "link", onclick: undo,
           "aria-label": tr("Undo the change of %s", name)}, tr("Undo"))]
         : "default" in about && this.values[path] !== about.default && el("span", {class: "aside"}, tr("not the default")));
     };
@@ -222,11 +222,11 @@ class ConfigPage {
     this.shownPending = shown;
     this.pending.hidden = count === 0;
     replace(this.pending,
-      el("div", {}, el("b", {}, tr("Not saved: %d", count)),
-        busy && el("div", {}, tr("%s is running: nothing can be saved until it has ended.", busy))),
+      el("div", el("b", tr("Not saved: %d", count)),
+        busy && el("div", tr("%s is running: nothing can be saved until it has ended.", busy))),
       el("div", {class: "buttons"},
-        el("button", {type: "button", class: "main", onclick: () => this.review()}, tr("Look at the difference and save")),
-        el("button", {type: "button", onclick: () => this.discard()}, tr("Undo all"))));
+        el("button", {class: "main", onclick: () => this.review()}, tr("Look at the difference and save")),
+        el("button", {onclick: () => this.discard()}, tr("Undo all"))));
   }
 
   async discard() {
@@ -276,15 +276,15 @@ class ConfigPage {
     if (done) say(tr("Saved: %d", done));
     if (stopped?.status === 412)
       await tell(tr("Somebody else has changed the machine file"), [problemBox({...stopped, remedy: ""}),
-        el("p", {}, tr("It was read again. What you have typed is kept: look at the difference once more."))]);
+        el("p", tr("It was read again. What you have typed is kept: look at the difference once more."))]);
     else if (stopped) await showProblem(stopped, tr("Not saved"));
     for (const {change, problem} of stopped ? [] : refused) await this.force(change, problem);
-    if (later.length) await tell(tr("In force from the next start of the controller on"), el("p", {}, later.join(", ")));
+    if (later.length) await tell(tr("In force from the next start of the controller on"), el("p", later.join(", ")));
   }
 
   async force(change, problem) {
     const text = tr("%s is not saved. A value that the check refuses can make the machine refuse to start.", change.path);
-    if (!(await ask(tr("This value is refused"), [problemBox({...problem, remedy: ""}), el("p", {}, text)], [
+    if (!(await ask(tr("This value is refused"), [problemBox({...problem, remedy: ""}), el("p", text)], [
       {text: tr("Leave it unsaved"), value: false, kind: "main"},
       {text: tr("Save it all the same"), value: true, kind: "danger"},
     ]))) return this.parts?.get(change.path)?.refuse(problem.what);
@@ -311,20 +311,20 @@ class ConfigPage {
         : el("h2", {class: "bad"}, "\u2717 ", tr("Something is wrong in the machine file")),
       el("p", {class: "aside"}, check.file),
       known.length > 0 && table(tr("Findings; each name leads to the value"), [
-        {title: tr("Property"), cell: ({path}) => path},
-        {title: tr("Finding"), cell: ({text}) => text},
-        {title: tr("Line and column"), cell: ({place}) => place},
+        {title: tr("Property"), cell: "path"},
+        {title: tr("Finding"), cell: "text"},
+        {title: tr("Line and column"), cell: "place"},
       ], known, {onrow: ({path}) => this.goTo(path)}),
       others.length > 0 && table(tr("Findings that are no value's"), [
-        {title: tr("Where"), cell: ({path}) => path},
-        {title: tr("Finding"), cell: ({text}) => text},
-        {title: tr("Line and column"), cell: ({place}) => place},
+        {title: tr("Where"), cell: "path"},
+        {title: tr("Finding"), cell: "text"},
+        {title: tr("Line and column"), cell: "place"},
       ], others),
       Object.keys(check.defaults).length > 0 && table(tr("Limits that the file does not name"), [
         {title: tr("Property"), cell: ([path]) => path},
         {title: tr("In force"), number: true, cell: ([, value]) => value},
       ], Object.entries(check.defaults), {onrow: ([path]) => this.goTo(path)}),
-      el("button", {type: "button", onclick: () => this.showCheck()}, tr("Check again"))));
+      el("button", {onclick: () => this.showCheck()}, tr("Check again"))));
   }
 
   // --- history ---
@@ -341,15 +341,15 @@ class ConfigPage {
     if (saved.get("view") !== "history") return;
     const differs = previous?.differences ?? [];
     replace(this.content,
-      el("section", {class: "card"}, el("h2", {}, tr("Previous version")),
-        differs.length === 0 ? el("p", {}, previous ? tr("The previous version is the same.") : tr("There is no previous version."))
+      el("section", {class: "card"}, el("h2", tr("Previous version")),
+        differs.length === 0 ? el("p", previous ? tr("The previous version is the same.") : tr("There is no previous version."))
           : [differences(differs),
-            el("button", {type: "button", onclick: () => this.restore(differs)}, tr("Put the previous version back"))]),
-      el("section", {class: "card"}, el("h2", {}, tr("Changes, the newest first")),
-        changes.length === 0 ? el("p", {}, tr("Nobody has changed anything yet."))
+            el("button", {onclick: () => this.restore(differs)}, tr("Put the previous version back"))]),
+      el("section", {class: "card"}, el("h2", tr("Changes, the newest first")),
+        changes.length === 0 ? el("p", tr("Nobody has changed anything yet."))
           : table(tr("Who has changed what, and when"), [
             {title: tr("When"), cell: ({at}) => timeText(at)},
-            {title: tr("Who"), cell: ({who}) => who},
+            {title: tr("Who"), cell: "who"},
             {title: tr("What"), cell: ({what}) => tr(kWhat[what] ?? what)},
             {title: tr("Property"), cell: ({path, what}) => (what === "restored" ? "-" : path)},
             {title: tr("Before"), cell: ({from, what}) => (what === "restored" ? "-" : from)},
@@ -372,9 +372,9 @@ class ConfigPage {
 
 function differences(rows) {
   return table(tr("Values before and after"), [
-    {title: tr("Property"), cell: ({path}) => path},
+    {title: tr("Property"), cell: "path"},
     {title: tr("Before"), number: true, cell: ({from}) => textOf(from)},
-    {title: tr("Then"), number: true, cell: ({to}) => el("b", {}, textOf(to))},
+    {title: tr("Then"), number: true, cell: ({to}) => el("b", textOf(to))},
   ], rows);
 }
 

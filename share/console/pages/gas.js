@@ -35,7 +35,7 @@ class GasPage {
     this.ends = [
       wire.on("run", (event) => this.told(event)),
       wire.on("connection", (connected) => connected && this.learnMissed()),
-      ...["status", "signals", "stale"].map((kind) => wire.on(kind, () => this.showNow())),
+      wire.on(["status", "signals", "stale"], () => this.showNow()),
     ];
   }
 
@@ -73,7 +73,7 @@ class GasPage {
     const {start, now, calculator, stored, curves, verdict} = this;
     const columns = (...cards) => el("div", {class: "columns"}, cards);
     if (this.running) replace(this.root, columns(start, now), curves, columns(calculator, stored), verdict);
-    else replace(this.root, columns(start, el("div", {}, now, verdict, calculator, stored)), curves);
+    else replace(this.root, columns(start, el("div", now, verdict, calculator, stored)), curves);
   }
 
   // --- start ---
@@ -86,26 +86,26 @@ class GasPage {
     if (this.running) {
       this.bar = el("progress", {max: "100", value: 0, "aria-label": tr("Progress of the calibration")});
       this.doing = el("p", {class: "number-line"});
-      return replace(this.start, el("h2", {}, tr("A calibration runs")), this.bar, this.doing,
+      return replace(this.start, el("h2", tr("A calibration runs")), this.bar, this.doing,
         el("p", {class: "aside"}, tr("Stop ends it; all gases then keep their old curves.")));
     }
     const gases = this.gas.branches.filter((branch) => branch.calibratable).map((branch) => {
       const about = tr("up to %s bar", branch.maxPressureBar) + "; " +
         (branch.table.inUse ? tr("has a curve up to %s bar", numberText(branch.table.maxBar)) : tr("no curve in use"));
       const box = el("input", {type: "checkbox", value: branch.gas, checked: saved.get("gases").includes(branch.gas)});
-      return {box, node: el("label", {class: "choice"}, box, el("span", {}, branch.text, el("span", {class: "aside"}, about)))};
+      return {box, node: el("label", {class: "choice"}, box, el("span", branch.text, el("span", {class: "aside"}, about)))};
     });
     const wrong = el("div", {class: "wrong", role: "alert"});
     const fields = {
-      nozzle: field({name: "nozzle", title: tr("Nozzle type"), type: "text", required: true}, saved.get("nozzle")),
+      nozzle: field({name: "nozzle", title: tr("Nozzle type"), required: true}, saved.get("nozzle")),
       size: field({name: "size", title: tr("Nozzle diameter"), type: "number", unit: "mm", lowest: 0.1, highest: 100, required: true},
         saved.get("size")),
-      method: field({name: "method", title: tr("Method"), type: "text", required: true,
+      method: field({name: "method", title: tr("Method"), required: true,
         choices: kMethods.map(({value, text}) => ({value, text: tr(text)}))}, saved.get("method")),
       descend: field({name: "descend", title: tr("Measure downwards as well, for the verdict"), type: "boolean"}),
       keep: field({name: "keep", title: tr("Keep the curve even where the verdict is bad"), type: "boolean"}),
     };
-    const nozzle = field({name: "known", title: tr("Nozzle of the rack"), type: "text", empty: tr("none"),
+    const nozzle = field({name: "known", title: tr("Nozzle of the rack"), empty: tr("none"),
       choices: this.nozzles.map((known) => ({value: nozzleText(known), text: nozzleText(known)}))},
       nozzleText({nozzle: saved.get("nozzle"), size: saved.get("size")}));
     nozzle.input.addEventListener("change", () => {
@@ -116,13 +116,13 @@ class GasPage {
     const order = () => {
       const chosen = gases.filter(({box}) => box.checked).map(({box}) => box.value);
       setText(wrong, chosen.length ? "" : tr("choose at least one gas"));
-      const values = readAll(Object.entries(fields).map(([name, part]) => ({name, part})));
+      const values = readAll(Object.values(fields));
       if (!values || chosen.length === 0) return null;
       saved.set({gases: chosen, nozzle: values.nozzle, size: values.size, method: values.method});
       return {gases: chosen, ...values};
     };
-    replace(this.start, el("h2", {}, tr("Calibrate")),
-      el("fieldset", {}, el("legend", {}, tr("Gases")), gases.map(({node}) => node), wrong),
+    replace(this.start, el("h2", tr("Calibrate")),
+      el("fieldset", el("legend", tr("Gases")), gases.map(({node}) => node), wrong),
       this.nozzles.length > 0 && nozzle.node, el("div", {class: "pair"}, fields.nozzle.node, fields.size.node),
       fields.method.node, fields.descend.node, fields.keep.node,
       el("p", {class: "aside"}, tr("Gas flows while it is measured: the head must stand free, with the nozzle that is named here.")),
@@ -173,7 +173,7 @@ class GasPage {
     if (!this.pressure) {
       this.pressure = el("b", {class: "large"});
       this.what = el("span", {class: "aside"});
-      replace(this.now, el("h2", {}, tr("Pressure now")), el("p", {}, this.pressure, " ", this.what));
+      replace(this.now, el("h2", tr("Pressure now")), el("p", this.pressure, " ", this.what));
     }
     const now = wire.status?.signals.gas;
     const name = this.gas.branches.find((branch) => branch.type === now?.branch)?.text ?? "-";
@@ -212,7 +212,7 @@ class GasPage {
       this.plot?.close();
       this.plot = null;
       const list = gas ? this.series(gas) : [];
-      if (list.length === 0) return replace(below, el("p", {}, tr("This gas has no curve yet.")));
+      if (list.length === 0) return replace(below, el("p", tr("This gas has no curve yet.")));
       this.plot = new Plot({title: tr("Pressure in bar over voltage"), x: tr("Voltage in V"), labels: list.map(({label}) => label),
         dashed: indices(list, ({dashed}) => dashed), dots: indices(list, ({dots}) => dots), points: true},
       overlay(list.map(({points}) => points)));
@@ -220,7 +220,7 @@ class GasPage {
       this.plot.draw();
     };
     const bar = tabs(tr("Gas"), gases.map((branch) => ({id: branch.gas, title: branch.text})), chosen, show);
-    replace(this.curves, el("h2", {}, tr("Curves")), bar, below, this.putBack());
+    replace(this.curves, el("h2", tr("Curves")), bar, below, this.putBack());
     this.plot?.draw();
   }
 
@@ -234,14 +234,14 @@ class GasPage {
     const top = (points) => (points.length ? numberText(highest(points)) + " bar" : "-");
     return [
       table(tr("The curves before the machine file was last saved, and now"), [
-        {title: tr("Gas"), cell: ({text}) => text},
+        {title: tr("Gas"), cell: "text"},
         {title: tr("Highest before"), number: true, cell: ({before}) => top(before)},
         {title: tr("Highest now"), number: true, cell: ({now}) => top(now)},
         {title: tr("Largest difference"), number: true, cell: ({before, now}) => differenceText(before, now)},
       ], rows),
-      el("p", {}, tr("What is there now is in use. The old curves can be put back until the machine file is changed again.")),
+      el("p", tr("What is there now is in use. The old curves can be put back until the machine file is changed again.")),
       this.onlyTables
-        ? el("button", {type: "button", onclick: () => this.askBack(rows)}, tr("Put the old curves back"))
+        ? el("button", {onclick: () => this.askBack(rows)}, tr("Put the old curves back"))
         : el("p", {class: "aside"}, tr("The same change was about other values as well: the page Configuration puts it back.")),
     ];
   }
@@ -249,7 +249,7 @@ class GasPage {
   async askBack(rows) {
     const text = tr("This puts the previous version of the machine file back, which differs in the curves of: %s. Stored tables stay as they are.",
       rows.map((row) => row.text).join(", "));
-    if (!(await agree(tr("Put the old curves back?"), el("p", {}, text), tr("Put back")))) return;
+    if (!(await agree(tr("Put the old curves back?"), el("p", text), tr("Put back")))) return;
     if (!(await withControl(() => wire.post("config/restore")))) return;
     await this.load();
     goOnFrom(this.curves);
@@ -259,9 +259,9 @@ class GasPage {
   // --- verdict ---
 
   async showVerdict() {
-    const heading = el("h2", {}, tr("Verdict"));
+    const heading = el("h2", tr("Verdict"));
     if (this.gas.lastRun === null)
-      return replace(this.verdict, heading, el("p", {}, tr("No gas was calibrated since the controller started.")));
+      return replace(this.verdict, heading, el("p", tr("No gas was calibrated since the controller started.")));
     const mine = this.loads;
     let verdict;
     try {
@@ -270,7 +270,7 @@ class GasPage {
       return replace(this.verdict, heading, problemBox(problem));
     }
     if (mine !== this.loads) return;
-    replace(this.verdict, heading, el("p", {}, tr("Run %s, nozzle %s", verdict.run, nozzleText(verdict))),
+    replace(this.verdict, heading, el("p", tr("Run %s, nozzle %s", verdict.run, nozzleText(verdict))),
       verdict.gases.map(({gas, text, stopped, good, findings}) => {
         const result = ofGas(this.last?.result?.gases ?? [], gas);
         return [
@@ -285,8 +285,8 @@ class GasPage {
   // --- stored tables ---
 
   showStored() {
-    const heading = el("h2", {}, tr("Stored tables"));
-    if (this.tables.length === 0) return replace(this.stored, heading, el("p", {}, tr("No nozzle has a stored table yet.")));
+    const heading = el("h2", tr("Stored tables"));
+    if (this.tables.length === 0) return replace(this.stored, heading, el("p", tr("No nozzle has a stored table yet.")));
     const use = (row) => withControl(async () => {
       const {messages, problem} = await wire.post("gas/use", {gases: [row.gas], nozzle: row.nozzle, size: row.size});
       await this.load();
@@ -301,7 +301,7 @@ class GasPage {
       {title: tr("Gas"), cell: (row) => this.nameOf(row.gas)},
       {title: tr("Nozzle"), cell: nozzleText},
       {title: tr("Highest"), number: true, cell: (row) => numberText(highest(row.points)) + " bar"},
-      {title: "", cell: (row) => (inUse(row) ? tr("in use") : el("button", {type: "button", onclick: () => use(row),
+      {title: "", cell: (row) => (inUse(row) ? tr("in use") : el("button", {onclick: () => use(row),
         "aria-label": tr("Use the table of %s, nozzle %s", this.nameOf(row.gas), nozzleText(row))}, tr("Use")))},
     ], this.tables));
   }
@@ -319,10 +319,10 @@ class GasPage {
       ...this.gas.branches.filter((branch) => branch.table.points.length).map((branch) =>
         ({value: branch.gas, text: tr("%s, as it is in use", branch.text), points: branch.table.points})),
     ];
-    const heading = el("h2", {}, tr("Pressure calculator"));
+    const heading = el("h2", tr("Pressure calculator"));
     if (sources.length === 0)
-      return replace(this.calculator, heading, el("p", {}, tr("There is no table to calculate with: calibrate a gas first.")));
-    const source = field({name: "source", title: tr("Gas and nozzle"), type: "text", required: true, choices: sources}, saved.get("from"));
+      return replace(this.calculator, heading, el("p", tr("There is no table to calculate with: calibrate a gas first.")));
+    const source = field({name: "source", title: tr("Gas and nozzle"), required: true, choices: sources}, saved.get("from"));
     const bar = field({name: "bar", title: tr("Pressure"), type: "number", unit: "bar"});
     const volt = field({name: "volt", title: tr("Voltage"), type: "number", unit: "V"});
     const beyond = el("p", {class: "aside", role: "status"});
@@ -330,7 +330,7 @@ class GasPage {
     const calculate = (from, to, of) => {
       again = () => calculate(from, to, of);
       const {points} = sources.find(({value}) => value === source.input.value);
-      const given = readAll([{name: "value", part: from}])?.value;
+      const given = readAll([from])?.[from.name];
       const result = given === undefined ? null : of(points, given);
       to.input.value = result === null ? "" : numberText(result, 3);
       setText(beyond, given !== undefined && result === null

@@ -32,6 +32,6 @@ export function verdict(good, text) {
 // What each of those that are asked says, and what would change the mind of one that refuses.
 export function reasonsList(masks) {
   return el("ul", {class: "reasons"}, masks.map((mask) =>
-    el("li", {}, verdict(mask.permits, maskText(mask.mask)), ": ", mask.because,
+    el("li", verdict(mask.permits, maskText(mask.mask)), ": ", mask.because,
       mask.change && el("div", {class: "aside"}, mask.change))));
 }

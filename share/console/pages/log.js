@@ -23,9 +23,9 @@ export function open(root) {
   const list = el("ol", {class: "lines", tabindex: "0", "aria-label": tr("Lines of the log")});
   const count = el("span", {class: "aside"});
   const trouble = el("div");
-  const words = field({name: "text", title: tr("Text"), type: "text"}, saved.get("text"));
+  const words = field({name: "text", title: tr("Text")}, saved.get("text"));
   const follow = field({name: "scrolls", title: tr("Follow the newest line"), type: "boolean"}, saved.get("scrolls"));
-  const levels = Object.entries(kLevels).map(([level, title]) => ({level, part: field({name: level, title: tr(title), type: "boolean"}, saved.get("levels").includes(level))}));
+  const levels = Object.entries(kLevels).map(([level, title]) => field({name: level, title: tr(title), type: "boolean"}, saved.get("levels").includes(level)));
   let lines = [];
   let last = 0;
   let timer = null;
@@ -83,9 +83,9 @@ export function open(root) {
     saved.set({scrolls: follow.input.checked});
     settle();
   });
-  for (const {part} of levels)
-    part.input.addEventListener("change", () => {
-      saved.set({levels: levels.filter((one) => one.part.input.checked).map(({level}) => level)});
+  for (const {input} of levels)
+    input.addEventListener("change", () => {
+      saved.set({levels: levels.filter(({input}) => input.checked).map(({name}) => name)});
       showAll();
     });
   // Who scrolls up wants to read.
@@ -97,7 +97,7 @@ export function open(root) {
   });
   root.append(el("section", {class: "card log"},
     el("h2", {class: "aside"}, tr("The last lines, in the controller's language"), " \u00b7 ", count),
-    el("div", {class: "row filters"}, words.node, el("div", {class: "row", role: "group", "aria-label": tr("Kinds")}, levels.map(({part}) => part.node)), follow.node),
+    el("div", {class: "row filters"}, words.node, el("div", {class: "row", role: "group", "aria-label": tr("Kinds")}, levels.map(({node}) => node)), follow.node),
     trouble, list));
   look();
   const ends = [wire.on("log", soon), wire.on("connection", anew)];

@@ -59,7 +59,7 @@ export async function open(root) {
       moved();
     }),
     wire.on("connection", (connected) => connected || bed.lost()),
-    ...["status", "stale", "session", "alarms", "lease"].map((kind) => wire.on(kind, moved)),
+    wire.on(["status", "stale", "session", "alarms", "lease"], moved),
   ];
   wire.setRate(kRate);
   moved();

@@ -82,7 +82,7 @@ function openPanel(root, tools) {
     if (name === kGap) return el("span", {"aria-hidden": "true"});
     const label = el("span", {class: "label"});
     const sign = el("small");
-    const node = el("button", {type: "button", class: "key", "data-key": name},
+    const node = el("button", {class: "key", "data-key": name},
       el("span", {class: "state"}, el("span", {class: "lamp", "aria-hidden": "true"}), sign), label);
     const stopKey = kStopKeys.includes(name);
     node.classList.toggle("stop-key", stopKey);
@@ -97,15 +97,15 @@ function openPanel(root, tools) {
     paint();
   });
   const formless = el("p", {class: "warn", hidden: true}, "▲ " + tr("No form is on screen: only the stop keys act. Choose one to use the others."));
-  const alt = el("button", {type: "button", id: "panel-alt", title: tr("Three keys then send another command; where they are lit, they blink."),
+  const alt = el("button", {id: "panel-alt", title: tr("Three keys then send another command; where they are lit, they blink."),
     onclick: () => withControl(() => wire.post("panel/alt", {alt: !panel?.alt})).then(look)}, tr("Alt mode"));
   replace(tools, el("label", {for: "panel-form"}, tr("Form on screen")), form, alt);
   replace(root, formless,
     el("div", {class: "panel-keys"}, kGroups.map((group) =>
       el("section", {class: "card key-group columns-" + group.columns},
-        el("h2", {}, tr(group.title)), el("div", {class: "keys"}, group.keys.map(keyNode))))),
+        el("h2", tr(group.title)), el("div", {class: "keys"}, group.keys.map(keyNode))))),
     el("div", {class: "columns"},
-      el("section", {class: "card"}, el("h2", {}, tr("The last key")), told), knob.node));
+      el("section", {class: "card"}, el("h2", tr("The last key")), told), knob.node));
   replace(told, el("p", {class: "aside"}, tr("A key is down as long as it is held. One that is refused says here why, and what would help.")));
 
   // --- what is shown ---
@@ -195,10 +195,10 @@ function openPanel(root, tools) {
 
   function tellHold(hold) {
     if (hold.phase === "asked") return;
-    if (hold.phase === "down") return replace(told, el("p", {}, el("strong", {}, tr("%s is held", name(hold)))));
+    if (hold.phase === "down") return replace(told, el("p", el("strong", tr("%s is held", name(hold)))));
     if (hold.why === "refused") return tellRefused(hold);
     const words = kUp[hold.why] ? tr(kUp[hold.why]) : hold.why;
-    replace(told, el("p", {}, el("strong", {}, name(hold)), " ", words, " ", el("span", {class: "aside"}, tr("after %s", durationText(hold.lastedMs)))),
+    replace(told, el("p", el("strong", name(hold)), " ", words, " ", el("span", {class: "aside"}, tr("after %s", durationText(hold.lastedMs)))),
       hold.problem && problemBox(hold.problem));
     look();
   }
@@ -207,8 +207,8 @@ function openPanel(root, tools) {
     const other = wire.lease.holder && !wire.lease.mine && !hold.key.stopKey;
     const reasons = el("div");
     say(tr("%s was refused", name(hold)) + ": " + (hold.problem.why || hold.problem.what));
-    replace(told, el("p", {}, el("strong", {}, tr("%s was refused", name(hold)))), problemBox(hold.problem),
-      other && el("p", {}, el("button", {type: "button", onclick: () => withControl(() => {})}, tr("Take over control"))), reasons);
+    replace(told, el("p", el("strong", tr("%s was refused", name(hold)))), problemBox(hold.problem),
+      other && el("p", el("button", {onclick: () => withControl(() => {})}, tr("Take over control"))), reasons);
     try {
       const why = await wire.get("panel/why?key=" + hold.key.key);
       if (lastHold === hold) replace(reasons, reasonsList(why.masks));
@@ -222,8 +222,8 @@ function openPanel(root, tools) {
     if (panel) showForm();
   });
   const ends = [
-    ...["state", "alarm", "connection", "alarms", "session"].map((kind) => wire.on(kind, look)),
-    ...["stale", "lease"].map((kind) => wire.on(kind, paint)),
+    wire.on(["state", "alarm", "connection", "alarms", "session"], look),
+    wire.on(["stale", "lease"], paint),
     wire.on("key", look),
     wire.on("led", (event) => {
       takeLeds(event.leds);
@@ -284,20 +284,20 @@ function knobCard(knobNow, took) {
   async function changeSpeeds() {
     const knob = knobNow();
     if (!knob) return;
-    const part = (axis, title) => ({name: axis, part: field({name: axis, title, type: "number", unit: "mm/s", required: true}, knob[axis][knob.state])});
-    const fields = [part("xy", tr("Speed in X and Y")), part("z", tr("Speed in Z"))];
+    const speed = (axis, title) => field({name: axis, title, type: "number", unit: "mm/s", required: true}, knob[axis][knob.state]);
+    const fields = [speed("xy", tr("Speed in X and Y")), speed("z", tr("Speed in Z"))];
     let values = null;
-    const content = el("div", {}, el("p", {}, tr("At level %s", tr(kLevels[knob.state]))), fields.map((of) => of.part.node));
+    const content = el("div", el("p", tr("At level %s", tr(kLevels[knob.state]))), fields.map(({node}) => node));
     if (!(await agree(tr("Speeds of the knob"), content, tr("Save"), {when: () => (values = readAll(fields)) !== null}))) return;
     const answer = await withControl(() => wire.post("panel/knob", {level: knob.state, ...values}));
     if (answer) took(answer);
   }
 
-  const node = el("section", {class: "card knob"}, el("h2", {}, tr("Jog knob")),
+  const node = el("section", {class: "card knob"}, el("h2", tr("Jog knob")),
     el("div", {class: "row"},
-      el("button", {type: "button", "aria-label": tr("Turn left, slower"), onclick: () => turn(-1)}, "↺ " + tr("slower")), dial,
-      el("button", {type: "button", "aria-label": tr("Turn right, faster"), onclick: () => turn(1)}, tr("faster") + " ↻"),
-      el("button", {type: "button", onclick: changeSpeeds}, tr("Speeds..."))),
+      el("button", {"aria-label": tr("Turn left, slower"), onclick: () => turn(-1)}, "↺ " + tr("slower")), dial,
+      el("button", {"aria-label": tr("Turn right, faster"), onclick: () => turn(1)}, tr("faster") + " ↻"),
+      el("button", {onclick: changeSpeeds}, tr("Speeds..."))),
     said, speeds);
   let shown = "";
   return {

@@ -83,13 +83,13 @@ export class RecordingPlot {
     this.plots = [];
     const {first, second} = this;
     const others = this.list.filter((file) => file.name !== first.name).map((file) => ({value: file.name, text: file.name}));
-    const over = field({name: "over", title: tr("Lay another one over it"), type: "text", empty: tr("none"), choices: others}, second?.name);
+    const over = field({name: "over", title: tr("Lay another one over it"), empty: tr("none"), choices: others}, second?.name);
     over.input.addEventListener("change", () => {
       this.saved.set({over: over.input.value});
       this.open(first.name);
     });
     const common = first.signals.filter(({name}) => second?.has(name));
-    const align = second && field({name: "align", title: tr("Both begin where this signal first rises"), type: "text", empty: tr("none"),
+    const align = second && field({name: "align", title: tr("Both begin where this signal first rises"), empty: tr("none"),
       choices: common.map(({name, caption}) => ({value: name, text: caption}))}, this.saved.get("align"));
     align?.input.addEventListener("change", () => {
       this.saved.set({align: align.input.value});
@@ -97,11 +97,11 @@ export class RecordingPlot {
     });
     const nodes = kPlots.map((of) => this.plot(of)).filter(Boolean);
     replace(this.root,
-      el("h2", {}, second ? tr("%s, dashed: %s", first.name, second.name) : first.name),
-      el("div", {class: "row choices"}, over.node, align?.node), this.aligned && el("p", {}, this.aligned),
+      el("h2", second ? tr("%s, dashed: %s", first.name, second.name) : first.name),
+      el("div", {class: "row choices"}, over.node, align?.node), this.aligned && el("p", this.aligned),
       this.runs.length > 0 && el("p", {class: "aside"}, tr("The bands are the steps of: %s.",
         this.runs.map((run) => [tr("run %s, %s", run.id, run.procedure), ...run.alarms.map(alarmText)].join(" ")).join("; "))),
-      this.plots[0]?.zoomButtons(), nodes.length ? nodes : el("p", {}, tr("The recording has no values.")));
+      this.plots[0]?.zoomButtons(), nodes.length ? nodes : el("p", tr("The recording has no values.")));
     for (const plot of this.plots) plot.draw();
     const zoom = this.saved.get("zoom");
     if (zoom) this.refine(zoom);

@@ -65,13 +65,13 @@ class RecordingsPage {
     this.files = el("section", {class: "card"});
     this.shown = el("section", {class: "card shown"});
     replace(root, el("div", {class: "columns"}, this.make, this.files), this.shown);
-    this.ends = ["signals", "status"].map((kind) => wire.on(kind, () => this.showLive()));
+    this.end = wire.on(["signals", "status"], () => this.showLive());
     this.timer = setInterval(() => this.look(), kLookMs);
   }
 
   close() {
     this.closed = true;
-    for (const end of this.ends) end();
+    this.end();
     clearInterval(this.timer);
     this.plot?.close();
     this.closeLive();
@@ -116,7 +116,7 @@ class RecordingsPage {
     if (this.running) return this.showRunning();
     const about = el("p", {class: "aside", role: "status"});
     const summary = tr("letters, digits, and . _ -");
-    const name = field({name: "name", title: tr("Name"), type: "text", required: true, summary}, newName());
+    const name = field({name: "name", title: tr("Name"), required: true, summary}, newName());
     const seconds = field({name: "seconds", title: tr("At most"), type: "number", unit: "s", lowest: 0.001, highest: 600, required: true},
       saved.get("seconds"));
     const tell = () => {
@@ -124,7 +124,7 @@ class RecordingsPage {
       setText(about, count === 0 ? tr("Choose at least one signal.")
         : tr("%d signals, one sample a millisecond each, for %d s at most", count, Math.min(600, Math.floor(kMostValues / count))));
     };
-    const boxes = (legend, member, choices) => el("fieldset", {}, el("legend", {}, legend), choices.map(({value, text}) => {
+    const boxes = (legend, member, choices) => el("fieldset", el("legend", legend), choices.map(({value, text}) => {
       const box = el("input", {type: "checkbox", checked: saved.get(member).includes(value), onchange: () => {
         const others = saved.get(member).filter((other) => other !== value);
         saved.set({[member]: box.checked ? [...others, value].sort() : others});
@@ -134,7 +134,7 @@ class RecordingsPage {
     }));
     const of = (rows) => rows.map((row) => ({value: row.name, text: tr(row.title)}));
     const start = async () => {
-      const values = readAll([{name: "name", part: name}, {name: "seconds", part: seconds}]);
+      const values = readAll([name, seconds]);
       const signals = chosenSignals();
       if (!values || signals.length === 0) return;
       saved.set({seconds: values.seconds});
@@ -143,17 +143,17 @@ class RecordingsPage {
         await this.load();
       });
     };
-    replace(this.make, el("h2", {}, tr("Record")),
+    replace(this.make, el("h2", tr("Record")),
       boxes(tr("Of the axes"), "signals", of(kAxisSignals)),
       boxes(tr("Axes"), "axes", kAxes.map((axis, i) => ({value: String(i + 1), text: tr(axis)}))),
       boxes(tr("Of the machine"), "signals", of(kSignals)), about, el("div", {class: "row"}, name.node, seconds.node),
-      el("button", {type: "button", class: "main", onclick: start}, tr("Start recording")));
+      el("button", {class: "main", onclick: start}, tr("Start recording")));
     tell();
   }
 
   showRunning() {
     this.bar = el("progress", {max: this.running.limitMs, "aria-label": tr("How much is recorded")});
-    this.done = el("p", {});
+    this.done = el("p");
     if (live.name !== this.running.name) Object.assign(live, {name: this.running.name, mm: [], bar: []});
     this.plots = {
       mm: new Plot({title: tr("Position in mm"), x: tr("Time of the machine in s"), labels: kAxes.map((axis) => tr(axis))}),
@@ -164,8 +164,8 @@ class RecordingsPage {
       await wire.delete("recordings/" + this.running.name + "/running");
       await this.load();
     });
-    replace(this.make, el("h2", {}, tr("%s is being recorded", this.running.name)), this.bar, this.done,
-      el("button", {type: "button", class: "main", onclick: end}, tr("End recording")),
+    replace(this.make, el("h2", tr("%s is being recorded", this.running.name)), this.bar, this.done,
+      el("button", {class: "main", onclick: end}, tr("End recording")),
       el("p", {class: "aside"}, tr("The plots show how it is now; the file has every sample.")), this.plots.mm.node, this.plots.bar.node);
     this.showProgress(this.running);
     this.showLive();
@@ -188,17 +188,17 @@ class RecordingsPage {
   // --- those that there are ---
 
   showList() {
-    const heading = el("h2", {}, tr("Recordings"));
-    if (this.list.length === 0) return replace(this.files, heading, el("p", {}, tr("Nothing was recorded yet.")));
+    const heading = el("h2", tr("Recordings"));
+    if (this.list.length === 0) return replace(this.files, heading, el("p", tr("Nothing was recorded yet.")));
     const newest = this.list.toSorted((a, b) => b.changed.localeCompare(a.changed));
     replace(this.files, heading, table(tr("The newest first; the name shows it"), [
-      {title: tr("Name"), cell: ({name}) => name},
+      {title: tr("Name"), cell: "name"},
       {title: tr("Ended"), cell: ({changed}) => timeText(changed)},
       {title: tr("Size"), number: true, cell: ({bytes}) => sizeText(bytes)},
       {title: "", cell: ({name}) => el("div", {class: "actions"},
         el("a", {class: "button", href: "/api/v1/recordings/" + name + "/file", download: name + ".csv",
           "aria-label": tr("Download %s", name)}, tr("Download")),
-        el("button", {type: "button", "aria-label": tr("Delete %s", name), onclick: () => this.remove(name)}, tr("Delete")))},
+        el("button", {"aria-label": tr("Delete %s", name), onclick: () => this.remove(name)}, tr("Delete")))},
     ], newest, {onrow: ({name}) => this.choose(name), rowClass: ({name}) => name === saved.get("open") && "chosen"}));
   }
 
@@ -222,7 +222,7 @@ class RecordingsPage {
   }
 
   async remove(name) {
-    if (!(await agree(tr("Delete %s?", name), el("p", {}, tr("The recording is gone then.")), tr("Delete"), {kind: "danger", no: tr("Keep")}))) return;
+    if (!(await agree(tr("Delete %s?", name), el("p", tr("The recording is gone then.")), tr("Delete"), {kind: "danger", no: tr("Keep")}))) return;
     await attempt(async () => {
       await wire.delete("recordings/" + name);
       if (saved.get("open") === name) {

@@ -16,7 +16,7 @@ export class Registers {
     this.form = el("div");
     this.readings = el("div");
     this.said = el("p", {class: "aside", role: "status"});
-    this.node = el("section", {class: "card registers", hidden: true}, el("h2", {}, tr("Registers")),
+    this.node = el("section", {class: "card registers", hidden: true}, el("h2", tr("Registers")),
       el("p", {class: "aside"}, tr("The controller only reads, over a connection of its own, for as long as this page is open.")),
       this.form, this.said, this.readings);
     this.timer = setInterval(() => this.path && this.look().catch(() => {}), kLookMs);
@@ -39,7 +39,7 @@ export class Registers {
       whole("addr", tr("First"), 0, 65535),
       whole("count", tr("How many"), 1, 64),
       choice("everyMs", tr("Every"), kRates.map((ms) => ({value: ms, text: durationText(ms)}))),
-    ].map((part) => ({name: part.input.name, part}));
+    ];
     const begin = () => {
       const values = readAll(fields);
       if (!values) return;
@@ -52,9 +52,9 @@ export class Registers {
         await this.look();
       });
     };
-    replace(this.form, el("div", {class: "row choices"}, fields.map(({part}) => part.node)),
-      el("div", {class: "row"}, el("button", {type: "button", class: "main", onclick: begin}, tr("Watch")),
-        el("button", {type: "button", onclick: () => this.end()}, tr("End"))));
+    replace(this.form, el("div", {class: "row choices"}, fields.map(({node}) => node)),
+      el("div", {class: "row"}, el("button", {class: "main", onclick: begin}, tr("Watch")),
+        el("button", {onclick: () => this.end()}, tr("End"))));
   }
 
   async end() {
@@ -76,12 +76,12 @@ export class Registers {
     this.shown = shown;
     const of = values.map((value, i) => ({...value, at: addr + i}));
     replace(this.readings, problem && problemBox(problem), of.length > 0 && table(tr("As they were read last"), [
-      {title: tr("Address"), number: true, cell: ({at}) => at},
-      {title: tr("Value"), number: true, cell: ({value}) => value},
+      {title: tr("Address"), number: true, cell: "at"},
+      {title: tr("Value"), number: true, cell: "value"},
       {title: tr("Hex"), number: true, cell: ({value}) => value.toString(16).toUpperCase().padStart(4, "0")},
-      {title: tr("Least"), number: true, cell: ({least}) => least},
-      {title: tr("Most"), number: true, cell: ({most}) => most},
-      {title: tr("Changes"), number: true, cell: ({changes}) => changes},
+      {title: tr("Least"), number: true, cell: "least"},
+      {title: tr("Most"), number: true, cell: "most"},
+      {title: tr("Changes"), number: true, cell: "changes"},
     ], of));
   }
 }

@@ -16,7 +16,7 @@ export function openTry(root) {
   const result = el("div", {"aria-live": "polite"});
   const chosen = el("div", {class: "row chosen"});
   const found = el("div", {class: "row"});
-  const search = field({name: "search", title: tr("Add an alarm: search"), type: "text"}, saved.get("search"));
+  const search = field({name: "search", title: tr("Add an alarm: search")}, saved.get("search"));
   search.input.addEventListener("input", () => {
     saved.set({search: search.input.value});
     showAlarms();
@@ -28,7 +28,7 @@ export function openTry(root) {
 
   const choice = (name, title, options) => {
     const choices = [{value: kAsItIs, text: tr("as it is now")}, ...options];
-    const {node, input} = field({name, title, type: "text", chosen: true, choices}, saved.get(name));
+    const {node, input} = field({name, title, chosen: true, choices}, saved.get(name));
     input.addEventListener("change", () => change({[name]: input.value}));
     return node;
   };
@@ -66,10 +66,10 @@ export function openTry(root) {
   function show({keys, form, state, alarms}) {
     const acting = keys.filter((key) => key.acts).length;
     const blocking = (key) => key.masks.filter((mask) => mask.blocks);
-    const lines = (key, what) => blocking(key).map((mask) => el("div", {}, what(mask)));
+    const lines = (key, what) => blocking(key).map((mask) => el("div", what(mask)));
     const stateName = known.states.find((of) => of.state === state)?.text ?? state;
     replace(result,
-      el("p", {}, el("strong", {}, tr("%d of %d keys would have an effect", acting, keys.length)), " ",
+      el("p", el("strong", tr("%d of %d keys would have an effect", acting, keys.length)), " ",
         el("span", {class: "aside"}, tr("form %s, state %s, alarms %s", form ?? tr("none"), stateName, alarms.join(", ") || tr("none")))),
       table(tr("What each key would do"), [
         {title: tr("Key"), cell: (key) => keyLabel(key.key, labels.get(key.key) ?? key.key)},
@@ -84,15 +84,15 @@ export function openTry(root) {
     const text = (identifier) => known.alarms.find((alarm) => alarm.identifier === identifier)?.text ?? "";
     replace(chosen, list === null ? el("span", {class: "aside"}, tr("as they are now")) : [
       list.length === 0 && el("span", {class: "aside"}, tr("none")),
-      list.map((identifier) => el("button", {type: "button", "aria-label": tr("Without %s", identifier),
+      list.map((identifier) => el("button", {"aria-label": tr("Without %s", identifier),
         onclick: () => change({alarms: list.filter((other) => other !== identifier)})}, "✕ " + identifier + " " + text(identifier)))],
-      list !== null && el("button", {type: "button", onclick: () => change({alarms: null})}, tr("As they are now")),
-      list?.length !== 0 && el("button", {type: "button", onclick: () => change({alarms: []})}, tr("None")));
+      list !== null && el("button", {onclick: () => change({alarms: null})}, tr("As they are now")),
+      list?.length !== 0 && el("button", {onclick: () => change({alarms: []})}, tr("None")));
     const wanted = search.input.value.trim().toLowerCase();
     const fits = known.alarms.filter((alarm) => !list?.includes(alarm.identifier) &&
       (alarm.identifier + " " + alarm.text).toLowerCase().includes(wanted));
     replace(found, wanted === "" ? null : [fits.slice(0, kMostFound).map((alarm) =>
-      el("button", {type: "button", onclick: () => add(alarm.identifier)},
+      el("button", {onclick: () => add(alarm.identifier)},
         "+ " + alarm.identifier + " " + alarm.text + (alarm.level === 1 ? " " + tr("(level 1)") : ""))),
       fits.length === 0 && el("span", {class: "aside"}, tr("No alarm fits")),
       fits.length > kMostFound && el("span", {class: "aside"}, tr("and %d more", fits.length - kMostFound))]);
@@ -110,23 +110,23 @@ export function openTry(root) {
     }
     const names = known.forms.map((of) => of.form).sort();
     replace(root,
-      el("section", {class: "card"}, el("h2", {}, tr("Suppose")),
+      el("section", {class: "card"}, el("h2", tr("Suppose")),
         el("p", {class: "aside"}, tr("Nothing happens at the machine: this only asks what the keys would do.")),
         el("div", {class: "row suppose"},
           choice("form", tr("Form on screen"), [{value: "", text: tr("none")}, ...names.map((name) => ({value: name, text: name}))]),
           choice("state", tr("State of the machine"), known.states.map((of) => ({value: of.state, text: of.number + " " + of.text}))),
           choice("warning", tr("Maintenance warning"), [{value: "true", text: tr("pending")}, {value: "false", text: tr("none")}])),
-        el("h3", {}, tr("Alarms that stand")), chosen,
+        el("h3", tr("Alarms that stand")), chosen,
         search.node, found),
-      el("section", {class: "card"}, el("h2", {}, tr("What each key would do")), result));
+      el("section", {class: "card"}, el("h2", tr("What each key would do")), result));
     showAlarms();
     ask();
   }
 
   start();
-  const ends = ["state", "alarms", "connection"].map((kind) => wire.on(kind, ask));
+  const end = wire.on(["state", "alarms", "connection"], ask);
   return () => {
     closed = true;
-    for (const end of ends) end();
+    end();
   };
 }

@@ -35,7 +35,7 @@ export class Axes {
     this.rows = kAxes.filter(({needs}) => machine.fitted[needs]).map((axis) => this.#row(axis, machine.axes[axis.id], properties[axis.speed]));
     this.reason = el("p", {class: "reason", id: "axes-reason", role: "status"});
     this.node = el("section", {class: "card axes"},
-      el("div", {class: "row heading"}, el("h2", {}, tr("Axes")),
+      el("div", {class: "row heading"}, el("h2", tr("Axes")),
         el("div", {class: "row"}, el("span", {class: "aside", "aria-hidden": "true"}, tr("Step, mm")), tabs(tr("Step, mm"), kSteps.map((step) => ({id: step, title: String(step)})), saved.get("step"), (step) => {
           saved.set({step});
           if (wire.status && this.rows) this.show(wire.status);
@@ -48,12 +48,12 @@ export class Axes {
     row.buttons = [-1, 1].map((sign, i) => {
       const left = el("small");
       const name = axis.letter + (sign < 0 ? "\u2212" : "+");
-      const button = el("button", {type: "button", class: "jog", "aria-describedby": "axes-reason", onclick: () => this.#step(row, sign)},
-        el("b", {}, name, " ", el("span", {"aria-hidden": "true"}, axis.arrows[i])), left);
+      const button = el("button", {class: "jog", "aria-describedby": "axes-reason", onclick: () => this.#step(row, sign)},
+        el("b", name, " ", el("span", {"aria-hidden": "true"}, axis.arrows[i])), left);
       return {button, left, sign};
     });
     row.node = el("div", {class: "axis-row"},
-      el("span", {class: "name"}, el("b", {}, tr(axis.title)), row.moving),
+      el("span", {class: "name"}, el("b", tr(axis.title)), row.moving),
       el("span", {class: "place"}, row.value, el("span", {class: "unit"}, " mm")),
       row.buttons.map(({button}) => button));
     return row;

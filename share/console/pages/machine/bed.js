@@ -44,11 +44,11 @@ export class Bed {
     this.view.style.setProperty("--foot", (100 * kMargins.bottom * side) / this.height + "%");
     this.planned = el("span", {hidden: true}, el("span", {class: "line plan"}), tr("planned"));
     this.node = el("section", {class: "card"},
-      el("div", {class: "row heading"}, el("h2", {}, tr("Bed")),
+      el("div", {class: "row heading"}, el("h2", tr("Bed")),
         el("span", {class: "legend aside"},
-          el("span", {}, el("span", {class: "line dark"}), tr("travelled")),
-          el("span", {}, el("span", {class: "line lit"}), tr("with the beam")), this.planned),
-        el("button", {type: "button", onclick: () => this.#forget()}, tr("Clear path"))),
+          el("span", el("span", {class: "line dark"}), tr("travelled")),
+          el("span", el("span", {class: "line lit"}), tr("with the beam")), this.planned),
+        el("button", {onclick: () => this.#forget()}, tr("Clear path"))),
       this.view);
 
     this.unpainted = [];  // stretches that have come since, bounded by the page's texts

@@ -45,18 +45,18 @@ export class Places {
     const grid = el("ul", {class: "slots"}, this.slots.map(({row, column, nozzle}) => {
       const there = nozzle && nozzle.id !== inHead;
       return el("li", {class: there ? "there" : null},
-        el("small", {}, tr("Slot %d,%d", row + 1, column + 1)), el("b", {}, nozzle ? nameOf(nozzle) : "-"),
-        el("small", {}, !nozzle ? tr("no nozzle belongs here") : there ? tr("in the rack") : tr("in the head")));
+        el("small", tr("Slot %d,%d", row + 1, column + 1)), el("b", nozzle ? nameOf(nozzle) : "-"),
+        el("small", !nozzle ? tr("no nozzle belongs here") : there ? tr("in the rack") : tr("in the head")));
     }));
     grid.style.setProperty("--columns", String(columns));
-    return [el("h2", {}, tr("Nozzle rack")), el("p", {}, tr("In the head"), ": ", el("strong", {}, head)),
+    return [el("h2", tr("Nozzle rack")), el("p", tr("In the head"), ": ", el("strong", head)),
       !this.on && el("p", {class: "warn"}, tr("The nozzle change is switched off in the machine file.")), grid];
   }
 
   #tables(docked) {
-    return [el("h2", {}, tr("Pallets")), el("ul", {class: "slots pallets"}, [1, 2].map((number) =>
-      el("li", {class: number === docked ? "there" : null}, el("b", {}, tr("Pallet %d", number)),
-        el("small", {}, number === docked ? tr("in the machine") : tr("outside")))))];
+    return [el("h2", tr("Pallets")), el("ul", {class: "slots pallets"}, [1, 2].map((number) =>
+      el("li", {class: number === docked ? "there" : null}, el("b", tr("Pallet %d", number)),
+        el("small", number === docked ? tr("in the machine") : tr("outside")))))];
   }
 }
 

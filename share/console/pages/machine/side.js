@@ -31,7 +31,7 @@ export class Side {
       svg("path", {class: "tip", d: "M-8-18H8L2 0H-2Z"})), more);
     this.beam = el("div", {class: "ray"});
     this.head = nozzle(this.beam);
-    this.second = machine.fitted.followers > 1 ? nozzle(el("small", {}, "2")) : null;
+    this.second = machine.fitted.followers > 1 ? nozzle(el("small", "2")) : null;
     this.second?.classList.add("second");
     this.plate = plateMm === undefined ? null : this.#at(plateMm, "plate", tr("plate"));
     this.view = el("div", {class: "side", role: "img", "aria-label": tr("The head from the side")}, marks,
@@ -41,17 +41,17 @@ export class Side {
     this.gap = el("b", {class: "number"});
     this.follows = el("b");
     this.node = el("section", {class: "card", hidden: machine.fitted.followers === 0},
-      el("h2", {}, tr("Head from the side")), this.view,
-      el("dl", {class: "facts"}, el("dt", {}, tr("Nozzle, from the top")), el("dd", {}, this.z, " mm"),
-        this.second && [el("dt", {}, tr("Second nozzle")), el("dd", {}, this.z2, " mm")],
-        this.plate && [el("dt", {}, tr("To the plate")), el("dd", {}, this.gap, " mm")],
-        machine.fitted.followers > 0 && [el("dt", {}, tr("Follower")), el("dd", {}, this.follows)]));
+      el("h2", tr("Head from the side")), this.view,
+      el("dl", {class: "facts"}, el("dt", tr("Nozzle, from the top")), el("dd", this.z, " mm"),
+        this.second && [el("dt", tr("Second nozzle")), el("dd", this.z2, " mm")],
+        this.plate && [el("dt", tr("To the plate")), el("dd", this.gap, " mm")],
+        machine.fitted.followers > 0 && [el("dt", tr("Follower")), el("dd", this.follows)]));
     this.observer = new ResizeObserver(() => this.#resize());
     this.observer.observe(this.view);
   }
 
   #at(mm, kind, text) {
-    const mark = el("div", {class: "level " + kind}, el("small", {}, text));
+    const mark = el("div", {class: "level " + kind}, el("small", text));
     mark.style.setProperty("--at", String((mm - this.least) / this.range));
     return mark;
   }

@@ -19,9 +19,9 @@ export class Signs {
   constructor(machine) {
     this.machine = machine;
     this.rows = Object.fromEntries(kRows.map(({id}) => [id, {sign: el("b"), more: el("span")}]));
-    this.node = el("section", {class: "card"}, el("h2", {}, tr("State and permission")),
+    this.node = el("section", {class: "card"}, el("h2", tr("State and permission")),
       el("dl", {class: "facts signs"}, kRows.filter(({needs}) => !needs || machine.fitted[needs]).map(({id, title}) =>
-        [el("dt", {}, tr(title)), el("dd", {}, this.rows[id].sign, " ", this.rows[id].more)])));
+        [el("dt", tr(title)), el("dd", this.rows[id].sign, " ", this.rows[id].more)])));
   }
 
   // state: "on", "good", "bad" or "" for what is off.

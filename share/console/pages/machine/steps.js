@@ -22,7 +22,7 @@ export class Steps {
     this.box = el("div", {class: "tree", tabindex: "0", role: "region", "aria-label": tr("Steps of the run")}, this.earlier, this.list);
     this.end = el("div");
     this.node = el("section", {class: "card"}, 
-      el("div", {class: "row heading"}, el("h2", {}, tr("Steps of the run")), this.what), this.box, this.end);
+      el("div", {class: "row heading"}, el("h2", tr("Steps of the run")), this.what), this.box, this.end);
     this.rarely = rarely(kShowMs, () => this.#show());
     this.ends = [run.on(this.rarely), wire.on("status", () => run.over || this.rarely())];
     this.#show();
@@ -93,7 +93,7 @@ export class Steps {
 function listOf(row) {
   if (row.list) return row.list;
   row.list = el("ol");
-  row.details = el("details", {open: true}, el("summary", {}, row.line), row.list);
+  row.details = el("details", {open: true}, el("summary", row.line), row.list);
   replace(row.item, row.details);
   return row.list;
 }

@@ -8,7 +8,7 @@ const kAfterMs = 300;  // behind the last change
 
 // A list of commands is asked about in one line: where in it something is wrong is said by the command's number.
 function problemItem({what, where, why, remedy}) {
-  return el("li", {}, el("strong", {}, what.replace(/^[^:\n]*:1: /gm, "")), where && el("div", {class: "where"}, where), why && el("div", {}, why), remedy && el("div", {class: "remedy"}, remedy));
+  return el("li", el("strong", what.replace(/^[^:\n]*:1: /gm, "")), where && el("div", {class: "where"}, where), why && el("div", why), remedy && el("div", {class: "remedy"}, remedy));
 }
 
 // body: () => what a start would post, or null while there is nothing to ask about.
@@ -26,18 +26,18 @@ export function openCheck(body) {
       const {refused, unready} = await wire.post("runs/check", what);
       if (mine !== asked || closed) return;
       replace(node,
-        refused.length > 0 && [el("h3", {class: "bad"}, "\u2717 ", tr("This would refuse the start")), el("ul", {}, refused.map(problemItem))],
-        unready.length > 0 && [el("h3", {class: "warn"}, "! ", tr("The machine is not ready for this")), el("ul", {}, unready.map(problemItem))],
+        refused.length > 0 && [el("h3", {class: "bad"}, "\u2717 ", tr("This would refuse the start")), el("ul", refused.map(problemItem))],
+        unready.length > 0 && [el("h3", {class: "warn"}, "! ", tr("The machine is not ready for this")), el("ul", unready.map(problemItem))],
         refused.length + unready.length === 0 && el("p", {class: "good"}, "\u2713 ", tr("Nothing stands against the start")));
     } catch (problem) {
-      if (mine === asked && !closed) replace(node, problem.status !== 0 && problem.status !== 401 && el("ul", {}, problemItem(problem)));
+      if (mine === asked && !closed) replace(node, problem.status !== 0 && problem.status !== 401 && el("ul", problemItem(problem)));
     }
   };
   const soon = () => {
     clearTimeout(timer);
     timer = setTimeout(look, kAfterMs);
   };
-  const ends = ["state", "alarms", "run", "connection", "session"].map((kind) => wire.on(kind, soon));
+  const end = wire.on(["state", "alarms", "run", "connection", "session"], soon);
   look();
   return {
     node,
@@ -45,7 +45,7 @@ export function openCheck(body) {
     close() {
       closed = true;
       clearTimeout(timer);
-      for (const end of ends) end();
+      end();
     },
   };
 }

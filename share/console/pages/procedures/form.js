@@ -33,12 +33,12 @@ export function openForm(root, procedure, saved) {
   const kept = saved.get("values")[procedure.name];
   const fields = procedure.parameters.map((param) => {
     const choices = choicesOf(param);
-    return {name: param.name, param, part: field({...param, choices}, initial(param, kept))};
+    return field({...param, choices}, initial(param, kept));
   });
   const detach = field({name: "detach", title: tr("Runs on when nobody attends it"), type: "boolean"}, false);
-  const limit = field({name: "limitMs", title: tr("Time limit"), type: "number", unit: "s", lowest: 1, highest: 86400, default: 600});
+  const limit = field({name: "limit", title: tr("Time limit"), type: "number", unit: "s", lowest: 1, highest: 86400, default: 600});
 
-  const typed = () => Object.fromEntries(fields.map(({name, param, part}) => [name, param.type === "boolean" ? part.input.checked : part.input.value]));
+  const typed = () => Object.fromEntries(fields.map(({name, input}) => [name, input.type === "checkbox" ? input.checked : input.value]));
   // As it stands, for the controller to judge.
   const asItStands = () => {
     const params = {};
@@ -55,7 +55,7 @@ export function openForm(root, procedure, saved) {
   };
   const readRun = () => {
     const job = read();
-    const more = job && readAll([{name: "detach", part: detach}, {name: "limit", part: limit}]);
+    const more = job && readAll([detach, limit]);
     return more && {...job, detach: more.detach, ...(more.limit !== undefined && {limitMs: Math.round(more.limit * 1000)})};
   };
 
@@ -65,10 +65,10 @@ export function openForm(root, procedure, saved) {
     saved.set({values: {...saved.get("values"), [procedure.name]: typed()}});
     check.soon();
   }},
-  fields.length === 0 && el("p", {class: "aside"}, tr("It has no parameters.")), el("div", {class: "fields"}, fields.map(({part}) => part.node)));
+  fields.length === 0 && el("p", {class: "aside"}, tr("It has no parameters.")), el("div", {class: "fields"}, fields.map(({node}) => node)));
   replace(root,
-    el("h2", {tabindex: "-1"}, procedure.name), el("p", {}, procedure.summary), lately, form,
-    el("details", {}, el("summary", {}, tr("More")), el("div", {class: "fields"}, detach.node, limit.node),
+    el("h2", {tabindex: "-1"}, procedure.name), el("p", procedure.summary), lately, form,
+    el("details", el("summary", tr("More")), el("div", {class: "fields"}, detach.node, limit.node),
       el("a", {href: "#runs/trend/" + encodeURIComponent(procedure.name)}, tr("How long it has taken lately"))),
     check.node,
     el("div", {class: "buttons"},

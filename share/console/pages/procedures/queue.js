@@ -19,14 +19,14 @@ const kStates = {
 
 // read: () => {procedure, params} or {sequence}, null where a value is wrong.
 export function queueButton(read) {
-  return el("button", {type: "button", onclick: async () => {
+  return el("button", {onclick: async () => {
     const job = read();
     if (!job) return;
     const parts = [
-      {name: "note", part: field({name: "note", title: tr("Note"), type: "text"})},
-      {name: "question", part: field({name: "question", title: tr("Question before it starts"), type: "text", summary: tr("whoever attends the machine answers it: run, skip or hold")})},
+      field({name: "note", title: tr("Note")}),
+      field({name: "question", title: tr("Question before it starts"), summary: tr("whoever attends the machine answers it: run, skip or hold")}),
     ];
-    if (!(await agree(tr("Add to the queue: %s", job.procedure ?? job.sequence), parts.map(({part}) => part.node), tr("Add")))) return;
+    if (!(await agree(tr("Add to the queue: %s", job.procedure ?? job.sequence), parts.map(({node}) => node), tr("Add")))) return;
     try {
       const {id} = await wire.post("queue", {...job, ...readAll(parts)});
       say(tr("Job %d is in the queue", id));
@@ -42,7 +42,7 @@ function jobName(job) {
 
 function jobState(job) {
   return [el("span", {class: job.state === "failed" ? "bad" : job.state === "asks" ? "warn" : ""}, tr(kStates[job.state] ?? job.state)),
-    job.state === "asks" && el("div", {}, job.question), job.problem && el("div", {class: "aside"}, job.problem.what)];
+    job.state === "asks" && el("div", job.question), job.problem && el("div", {class: "aside"}, job.problem.what)];
 }
 
 export function openQueue(root) {
@@ -50,37 +50,37 @@ export function openQueue(root) {
   const jobs = el("div");
   const ended = el("div");
   const columns = [
-    {title: tr("Job"), number: true, cell: ({id}) => id},
+    {title: tr("Job"), number: true, cell: "id"},
     {title: tr("What"), cell: jobName},
-    {title: tr("Note"), cell: ({note}) => note},
+    {title: tr("Note"), cell: "note"},
     {title: tr("Added by"), cell: ({addedBy, added}) => [addedBy, el("div", {class: "aside"}, timeText(added))]},
     {title: tr("State"), cell: jobState},
   ];
   const remove = async (job) => {
-    if (await agree(tr("Remove job %d from the queue?", job.id), el("p", {}, job.name), tr("Remove"), {kind: "danger", no: tr("Keep")})) wire.delete("queue/" + job.id).catch(showProblem);
+    if (await agree(tr("Remove job %d from the queue?", job.id), el("p", job.name), tr("Remove"), {kind: "danger", no: tr("Keep")})) wire.delete("queue/" + job.id).catch(showProblem);
   };
   const actions = (job) => el("div", {class: "row"},
-    job.choices.map(({answer, then}) => el("button", {type: "button", class: then === "run" ? "main" : "", onclick: () => answerJob(job, answer)}, answerText(answer))),
-    job.state !== "runs" && el("button", {type: "button", "aria-label": tr("Remove job %d", job.id), onclick: () => remove(job)}, tr("Remove")));
+    job.choices.map(({answer, then}) => el("button", {class: then === "run" ? "main" : "", onclick: () => answerJob(job, answer)}, answerText(answer))),
+    job.state !== "runs" && el("button", {"aria-label": tr("Remove job %d", job.id), onclick: () => remove(job)}, tr("Remove")));
 
   const show = (queue) => {
     const total = [queue.estimateMs > 0 && tr("Together about %s", durationText(queue.estimateMs)),
       queue.withoutEstimate > 0 && tr("Jobs without an estimate: %d", queue.withoutEstimate)].filter(Boolean).join("; ");
     replace(state,
-      el("p", {}, el("strong", {class: queue.held ? "warn" : "good"}, queue.held ? tr("Held: no job begins") : tr("The jobs run one after the other"))),
-      queue.why && el("div", {lang: queue.lang}, queue.why.why || queue.why.remedy || queue.why.where ? problemBox(queue.why) : el("p", {}, queue.why.what)),
+      el("p", el("strong", {class: queue.held ? "warn" : "good"}, queue.held ? tr("Held: no job begins") : tr("The jobs run one after the other"))),
+      queue.why && el("div", {lang: queue.lang}, queue.why.why || queue.why.remedy || queue.why.where ? problemBox(queue.why) : el("p", queue.why.what)),
       el("div", {class: "buttons"},
-        queue.held ? el("button", {type: "button", class: "main", onclick: () => withControl(() => wire.post("queue/start"))}, tr("Start the queue"))
-          : el("button", {type: "button", onclick: () => wire.post("queue/hold").catch(showProblem)}, tr("Hold the queue")),
-        el("button", {type: "button", onclick: () => openPage("procedures/start")}, tr("Add a procedure")),
-        el("button", {type: "button", onclick: () => openPage("procedures/sequences")}, tr("Add a sequence")),
+        queue.held ? el("button", {class: "main", onclick: () => withControl(() => wire.post("queue/start"))}, tr("Start the queue"))
+          : el("button", {onclick: () => wire.post("queue/hold").catch(showProblem)}, tr("Hold the queue")),
+        el("button", {onclick: () => openPage("procedures/start")}, tr("Add a procedure")),
+        el("button", {onclick: () => openPage("procedures/sequences")}, tr("Add a sequence")),
         el("span", {class: "aside"}, total)));
     replace(jobs, queue.jobs.length === 0 ? el("p", {class: "aside"}, tr("There is no job.")) : table(tr("Jobs"), [
       ...columns,
       {title: tr("Estimate"), number: true, cell: ({estimateMs}) => durationText(estimateMs)},
       {title: tr("Action"), cell: actions},
     ], queue.jobs, {rowClass: ({state}) => state === "runs" && "chosen"}));
-    replace(ended, queue.ended.length > 0 && [el("h2", {}, tr("Came to their end")), table(tr("Came to their end"), [
+    replace(ended, queue.ended.length > 0 && [el("h2", tr("Came to their end")), table(tr("Came to their end"), [
       ...columns.slice(0, 4),
       {title: tr("Result"), cell: (job) => (job.outcome ? outcomeNode(job) : tr(kStates[job.state]))},
       {title: tr("Report"), cell: ({run}) => (run ? el("a", {href: "#runs/" + run}, tr("Run %d", run)) : "-")},
@@ -97,11 +97,11 @@ export function openQueue(root) {
       if (mine === asked && !closed && problem.status !== 0) replace(state, problemBox(problem));
     }
   };
-  root.append(el("section", {class: "card queue"}, el("h2", {}, tr("Queue")), state, jobs, ended));
+  root.append(el("section", {class: "card queue"}, el("h2", tr("Queue")), state, jobs, ended));
   look();
-  const ends = ["queue", "connection"].map((kind) => wire.on(kind, look));
+  const end = wire.on(["queue", "connection"], look);
   return () => {
     closed = true;
-    for (const end of ends) end();
+    end();
   };
 }

@@ -28,9 +28,9 @@ export function openRunning(root) {
     shown = run.id;
     usual = null;
     replace(root, el("section", {class: "card running"},
-      el("div", {class: "row"}, el("h2", {}, tr("Running: %s", run.procedure)),
-        el("button", {type: "button", onclick: () => withControl(() => wire.post("pause"))}, tr("Pause"))),
-      bar, path, el("div", {class: "row"}, el("span", {}, tr("Elapsed"), " ", elapsed), el("span", {}, tr("Left"), " ", left),
+      el("div", {class: "row"}, el("h2", tr("Running: %s", run.procedure)),
+        el("button", {onclick: () => withControl(() => wire.post("pause"))}, tr("Pause"))),
+      bar, path, el("div", {class: "row"}, el("span", tr("Elapsed"), " ", elapsed), el("span", tr("Left"), " ", left),
         el("span", {class: "aside"}, run.startedBy))));
     estimateMs(run.id, run.procedure).then((ms) => {
       if (shown !== run.id || closed) return;
@@ -55,10 +55,10 @@ export function openRunning(root) {
     shown = null;
     ended = run.id;
     replace(root, el("section", {class: "card running"},
-      el("div", {class: "row"}, el("h2", {}, run.procedure), el("strong", {}, outcomeNode(run)), el("span", {class: "number"}, durationText(run.durationMs)),
+      el("div", {class: "row"}, el("h2", run.procedure), el("strong", outcomeNode(run)), el("span", {class: "number"}, durationText(run.durationMs)),
         el("a", {href: "#runs/" + run.id}, tr("Report of run %d", run.id)),
-        run.outcome !== "success" && el("button", {type: "button", onclick: () => openPage("procedures/continue")}, tr("Continue")),
-        canAgain(run) && el("button", {type: "button", onclick: () => again(run)}, tr("Again"))),
+        run.outcome !== "success" && el("button", {onclick: () => openPage("procedures/continue")}, tr("Continue")),
+        canAgain(run) && el("button", {onclick: () => again(run)}, tr("Again"))),
       whyNode(run)));
   };
 

@@ -11,7 +11,7 @@ const kNew = '{\n  "commands": [\n    {\n      "command": "delay",\n      "ms": 
 
 export function openSequences(root, saved) {
   const list = el("div", {class: "list"});
-  const name = field({name: "name", title: tr("Name"), type: "text", required: true, summary: tr("letters, digits, - _ .")}, "");
+  const name = field({name: "name", title: tr("Name"), required: true, summary: tr("letters, digits, - _ .")}, "");
   const text = el("textarea", {id: "sequence-text", rows: 16, spellcheck: "false", autocomplete: "off"});
   const wrong = el("div", {class: "wrong", role: "status"});
   const calls = el("ol", {class: "calls"});
@@ -57,14 +57,14 @@ export function openSequences(root, saved) {
       const {sequences} = await wire.get("sequences");
       if (closed) return;
       replace(list, sequences.length === 0 ? el("p", {class: "aside"}, tr("No sequence is stored.")) : table(tr("Sequences"), [
-        {title: tr("Name"), cell: (row) => row.name},
+        {title: tr("Name"), cell: "name"},
         {title: tr("Size"), number: true, cell: ({bytes}) => bytes + " B"},
       ], sequences, {onrow: (row) => choose(row.name), rowClass: (row) => row.name === saved.get("sequence") && "chosen"}));
     } catch (problem) {
       if (!closed) replace(list, problemBox(problem));
     }
   };
-  const mayLeave = async () => same() || text.value === kNew || text.value === "" || agree(tr("Leave what is not stored?"), el("p", {}, name.input.value), tr("Leave it"), {kind: "danger", no: tr("Go on writing")});
+  const mayLeave = async () => same() || text.value === kNew || text.value === "" || agree(tr("Leave what is not stored?"), el("p", name.input.value), tr("Leave it"), {kind: "danger", no: tr("Go on writing")});
   const read = async (which) => ({name: which, text: JSON.stringify(await wire.get("sequences/" + encodeURIComponent(which)), null, 2)});
   const choose = async (which) => {
     if (!(await mayLeave())) return;
@@ -93,7 +93,7 @@ export function openSequences(root, saved) {
       if (closed) return;
       saved.set({sequence: called});
       show({name: called, text: text.value});
-      replace(calls, answer.calls.map((call) => el("li", {}, call)));
+      replace(calls, answer.calls.map((call) => el("li", call)));
       say(tr("%s is stored", called));
       look();
     } catch (problem) {
@@ -101,7 +101,7 @@ export function openSequences(root, saved) {
     }
   };
   const remove = async () => {
-    if (!stored.name || !(await agree(tr("Delete the sequence %s?", stored.name), el("p", {}, tr("Jobs that have it already keep it.")), tr("Delete"), {kind: "danger", no: tr("Keep")}))) return;
+    if (!stored.name || !(await agree(tr("Delete the sequence %s?", stored.name), el("p", tr("Jobs that have it already keep it.")), tr("Delete"), {kind: "danger", no: tr("Keep")}))) return;
     try {
       await wire.delete("sequences/" + encodeURIComponent(stored.name));
       say(tr("%s is deleted", stored.name));
@@ -116,21 +116,21 @@ export function openSequences(root, saved) {
   text.addEventListener("input", touched);
   name.input.addEventListener("input", touched);
   root.append(el("div", {class: "columns"},
-    el("section", {class: "card"}, el("h2", {}, tr("Sequences")), list,
-      el("div", {class: "buttons"}, el("button", {type: "button", onclick: async () => {
+    el("section", {class: "card"}, el("h2", tr("Sequences")), list,
+      el("div", {class: "buttons"}, el("button", {onclick: async () => {
         if (!(await mayLeave())) return;
         show({name: "", text: ""});
         text.value = kNew;
         touched();
         name.input.focus();
       }}, tr("New")))),
-    el("section", {class: "card sequence"}, el("h2", {}, tr("Sequence"), " ", changed), name.node,
+    el("section", {class: "card sequence"}, el("h2", tr("Sequence"), " ", changed), name.node,
       el("label", {for: text.id}, tr("Commands, as JSON")), text, wrong, check.node, calls,
       el("div", {class: "buttons"},
-        el("button", {type: "button", onclick: store}, tr("Store")),
+        el("button", {onclick: store}, tr("Store")),
         postButton(tr("Start"), {kind: "main", path: "runs", body: askStored, done: ({id}) => say(tr("Run %d has started", id))}),
         queueButton(askStored),
-        el("button", {type: "button", onclick: remove}, tr("Delete"))))));
+        el("button", {onclick: remove}, tr("Delete"))))));
   look();
   const draft = saved.get("draft");
   const which = saved.get("sequence");

@@ -18,8 +18,8 @@ export function openStart(root, saved) {
     const found = procedures.filter(({name, summary, command}) =>
       words.every((word) => (name + " " + summary + " " + (command ?? "")).toLowerCase().includes(word)));
     replace(list, found.length === 0 ? el("p", {class: "aside"}, tr("No procedure has these words.")) : table(tr("Procedures"), [
-      {title: tr("Procedure"), cell: ({name}) => name},
-      {title: tr("What it does"), cell: ({summary}) => summary},
+      {title: tr("Procedure"), cell: "name"},
+      {title: tr("What it does"), cell: "summary"},
     ], found, {onrow: (procedure) => choose(procedure, true), rowClass: ({name}) => name === saved.get("procedure") && "chosen"}));
   };
   const choose = (procedure, byHand = false) => {
@@ -37,7 +37,7 @@ export function openStart(root, saved) {
     show();
   });
   root.append(el("div", {class: "columns"},
-    el("section", {class: "card"}, el("h2", {}, tr("Procedures")),
+    el("section", {class: "card"}, el("h2", tr("Procedures")),
       el("div", {class: "field"}, el("label", {for: search.id}, tr("Search")), search), list),
     el("section", {class: "card"}, form)));
 

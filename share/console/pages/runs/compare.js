@@ -23,11 +23,11 @@ export function openCompare(root, a, b) {
   const query = new URLSearchParams({a: a ?? "", b: b ?? ""});
   wire.get("runs/compare?" + query).then((both) => {
     if (closed) return;
-    const head = (run) => [el("a", {href: "#runs/" + run.id}, tr("Run %d: %s", run.id, run.procedure)), el("div", {}, timeText(run.start), ", ", outcomeNode(run)),
-      el("div", {}, durationText(run.durationMs)), el("div", {class: "aside"}, paramsText(run.params))];
+    const head = (run) => [el("a", {href: "#runs/" + run.id}, tr("Run %d: %s", run.id, run.procedure)), el("div", timeText(run.start), ", ", outcomeNode(run)),
+      el("div", durationText(run.durationMs)), el("div", {class: "aside"}, paramsText(run.params))];
     replace(root, el("section", {class: "card"},
-      el("h2", {}, tr("Runs %d and %d", both.a.id, both.b.id)),
-      el("div", {class: "columns"}, el("div", {}, head(both.a)), el("div", {}, head(both.b))),
+      el("h2", tr("Runs %d and %d", both.a.id, both.b.id)),
+      el("div", {class: "columns"}, el("div", head(both.a)), el("div", head(both.b))),
       table(tr("Steps"), [
         {title: tr("Step"), cell: stepName},
         {title: tr("Run %d", both.a.id), number: true, cell: ({aMs}) => durationText(aMs)},

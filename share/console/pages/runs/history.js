@@ -12,11 +12,11 @@ const kMostRuns = 1000;
 export function openHistory(root, saved) {
   const list = el("div");
   const trouble = el("div");
-  const compare = el("button", {type: "button", onclick: () => openPage("runs/compare/" + [...saved.get("chosen")].sort((a, b) => a - b).join("/"))}, tr("Compare the two"));
-  const more = el("button", {type: "button", onclick: () => look(runs.length + kPageRuns)}, tr("Older ones"));
-  const trend = el("a", {}, tr("How long it has taken lately"));
-  const name = field({name: "name", title: tr("Procedure"), type: "text"}, saved.get("name"));
-  const outcome = field({name: "outcome", title: tr("Outcome"), type: "text", empty: tr("any"),
+  const compare = el("button", {onclick: () => openPage("runs/compare/" + [...saved.get("chosen")].sort((a, b) => a - b).join("/"))}, tr("Compare the two"));
+  const more = el("button", {onclick: () => look(runs.length + kPageRuns)}, tr("Older ones"));
+  const trend = el("a", tr("How long it has taken lately"));
+  const name = field({name: "name", title: tr("Procedure")}, saved.get("name"));
+  const outcome = field({name: "outcome", title: tr("Outcome"), empty: tr("any"),
     choices: Object.entries(kOutcomes).map(([value, text]) => ({value, text: tr(text)}))}, saved.get("outcome"));
   const since = el("input", {type: "date", id: "runs-since", value: saved.get("since")});
   const known = el("datalist", {id: "run-names"});
@@ -38,9 +38,9 @@ export function openHistory(root, saved) {
     {title: tr("Procedure"), cell: (run) => [run.procedure, el("div", {class: "aside params"}, paramsText(run.params))]},
     {title: tr("Outcome"), cell: outcomeNode},
     {title: tr("Time"), number: true, cell: ({durationMs}) => durationText(durationMs)},
-    {title: tr("Started by"), cell: ({startedBy}) => startedBy},
+    {title: tr("Started by"), cell: "startedBy"},
     {title: tr("Compare"), cell: mark},
-    {title: "", cell: (run) => (canAgain(run) ? el("button", {type: "button", "aria-label": tr("Again: %s", run.procedure), onclick: () => again(run)}, tr("Again")) : "-")},
+    {title: "", cell: (run) => (canAgain(run) ? el("button", {"aria-label": tr("Again: %s", run.procedure), onclick: () => again(run)}, tr("Again")) : "-")},
   ];
   const show = () => {
     const focused = list.contains(document.activeElement) && document.activeElement.getAttribute("aria-label");

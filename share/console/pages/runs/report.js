@@ -20,7 +20,7 @@ export function stepName(step) {
 }
 
 function facts(run) {
-  const entry = (title, value) => value !== null && value !== undefined && value !== "" && el("div", {}, el("dt", {}, title), el("dd", {}, value));
+  const entry = (title, value) => value !== null && value !== undefined && value !== "" && el("div", el("dt", title), el("dd", value));
   const place = run.position;
   return el("dl", {},
     entry(tr("Outcome"), outcomeNode(run)),
@@ -37,8 +37,8 @@ function facts(run) {
 }
 
 function alarmLine(alarm) {
-  return el("li", {}, el("strong", {}, durationText(alarm.atMs), " ", alarm.text || alarm.description || alarm.identifier),
-    alarm.reason && el("div", {}, alarm.reason), alarm.solution && el("div", {class: "remedy"}, alarm.solution));
+  return el("li", el("strong", durationText(alarm.atMs), " ", alarm.text || alarm.description || alarm.identifier),
+    alarm.reason && el("div", alarm.reason), alarm.solution && el("div", {class: "remedy"}, alarm.solution));
 }
 
 export function openReport(root, id) {
@@ -66,15 +66,15 @@ export function openReport(root, id) {
     const worst = slowest(run.steps ?? []);
     replace(root,
       el("section", {class: "card"},
-        el("div", {class: "row"}, el("h2", {}, tr("Run %d: %s", run.id, run.procedure)),
-          canAgain(run) && el("button", {type: "button", class: "main", onclick: () => again(run)}, tr("Again")),
-          el("button", {type: "button", onclick: () => openPage("runs/trend/" + encodeURIComponent(run.procedure))}, tr("Trend")),
-          el("button", {type: "button", onclick: () => print()}, tr("Print"))),
+        el("div", {class: "row"}, el("h2", tr("Run %d: %s", run.id, run.procedure)),
+          canAgain(run) && el("button", {class: "main", onclick: () => again(run)}, tr("Again")),
+          el("button", {onclick: () => openPage("runs/trend/" + encodeURIComponent(run.procedure))}, tr("Trend")),
+          el("button", {onclick: () => print()}, tr("Print"))),
         facts(run), whyNode(run),
-        run.notes?.length > 0 && [el("h3", {}, tr("Notes")), el("ul", {lang: run.lang}, run.notes.map((note) => el("li", {}, note)))],
-        run.alarms?.length > 0 && [el("h3", {}, tr("Alarms")), el("ul", {}, run.alarms.map(alarmLine))]),
-      el("section", {class: "card"}, el("h2", {}, tr("Where the axes were")), plotted),
-      run.steps?.length > 0 && el("section", {class: "card"}, el("h2", {}, tr("Steps")), table(tr("Steps"), [
+        run.notes?.length > 0 && [el("h3", tr("Notes")), el("ul", {lang: run.lang}, run.notes.map((note) => el("li", note)))],
+        run.alarms?.length > 0 && [el("h3", tr("Alarms")), el("ul", run.alarms.map(alarmLine))]),
+      el("section", {class: "card"}, el("h2", tr("Where the axes were")), plotted),
+      run.steps?.length > 0 && el("section", {class: "card"}, el("h2", tr("Steps")), table(tr("Steps"), [
         {title: tr("Step"), cell: stepName},
         {title: tr("Start"), number: true, cell: ({startMs}) => durationText(startMs)},
         {title: tr("Time"), number: true, cell: ({durationMs}) => durationText(durationMs)},

@@ -25,7 +25,7 @@ export function outcomeText(run) {
 
 // With a sign that needs no colour.
 export function outcomeNode(run) {
-  if (!run.outcome) return el("span", {}, outcomeText(run));
+  if (!run.outcome) return el("span", outcomeText(run));
   const good = run.outcome === "success";
   return el("span", {class: good ? "outcome good" : "outcome bad"}, (good ? "\u2713 " : "\u2717 ") + outcomeText(run));
 }
@@ -34,8 +34,8 @@ export function outcomeNode(run) {
 export function whyNode({problem, outcome, lang}) {
   if (!problem) return null;
   const {what, where, why, remedy} = problem;
-  return el("div", {class: "problem", lang}, what !== outcomeText({outcome}) && el("strong", {}, what), where && el("div", {class: "where"}, where),
-    why && el("div", {}, why), remedy && el("div", {class: "remedy"}, remedy));
+  return el("div", {class: "problem", lang}, what !== outcomeText({outcome}) && el("strong", what), where && el("div", {class: "where"}, where),
+    why && el("div", why), remedy && el("div", {class: "remedy"}, remedy));
 }
 
 // "x 40, y 30"; of a sequence its calls.
