@@ -74,15 +74,21 @@ export async function changeLanguage(language) {
   showPage();
 }
 
-// Stop comes first, whatever has focus; a key that is held is one press.
-window.addEventListener("keydown", (event) => {
-  if (event.key !== "Escape") return;
-  event.preventDefault();
-  event.stopImmediatePropagation();
-  if (event.repeat) return;
-  if (event.shiftKey) wire.allOff();
-  else wire.stop();
-}, {capture: true});
+// Stop comes first, whatever has focus; a key that is held is one press. What closes an open list, or is of an input
+// method, the browser tells the page when it is let go.
+let pressed = false;
+for (const kind of ["keydown", "keyup"])
+  window.addEventListener(kind, (event) => {
+    if (event.key !== "Escape") return;
+    event.preventDefault();
+    event.stopImmediatePropagation();
+    const known = pressed;
+    pressed = kind === "keydown";
+    if (event.repeat || (known && !pressed)) return;
+    if (event.shiftKey) wire.allOff();
+    else wire.stop();
+  }, {capture: true});
+window.addEventListener("blur", () => (pressed = false));
 
 // The code of the link that opened the page is good once and is nobody's to read afterwards.
 async function logIn() {

@@ -1,4 +1,6 @@
 """Stop gets through from wherever somebody is, and who gets no answer is told so at once."""
+import time
+
 import fixture
 from fixture import Keys
 
@@ -49,6 +51,26 @@ class StopTest(fixture.ConsoleTest):
                 self.assertTrue(browser.find("dialog[open]"), "the question is not answered by Stop")
                 browser.press("Cancel", "dialog")
                 controller.client.give_back()
+
+    def test_escape_that_closes_an_open_list(self):
+        """The browser takes the press for its list, and tells the page of its end alone."""
+        controller, browser = self.opened()
+        place = browser.js("const {x, y} = arguments[0].getBoundingClientRect(); return {x: x + 20, y: y + 20}",
+                           browser.find("#language"))
+
+        def key(kind, modifiers):
+            browser.driver.execute_cdp_cmd("Input.dispatchKeyEvent", {
+                "type": kind, "key": "Escape", "code": "Escape", "windowsVirtualKeyCode": 27, "modifiers": modifiers})
+        for all_off, modifiers in ((False, 0), (True, 8)):
+            run = controller.start_run()
+            for kind in ("mousePressed", "mouseReleased"):
+                browser.driver.execute_cdp_cmd("Input.dispatchMouseEvent", {
+                    "type": kind, "button": "left", "clickCount": 1, **place})
+            for kind in ("rawKeyDown", "keyUp"):
+                time.sleep(0.5)  # the list opens and closes in a process of the browser's own
+                key(kind, modifiers)
+            self.stopped(controller, run)
+            self.assertEqual(controller.client.ask("GET", "/status")["allOff"], all_off)
 
     def test_all_off_by_the_keyboard_until_it_is_reset(self):
         controller, browser = self.opened()
