@@ -117,6 +117,7 @@ class GasPage {
       const chosen = gases.filter(({box}) => box.checked).map(({box}) => box.value);
       setText(wrong, chosen.length ? "" : tr("choose at least one gas"));
       const values = readAll(Object.values(fields));
+      if (chosen.length === 0) gases[0]?.box.focus();
       if (!values || chosen.length === 0) return null;
       saved.set({gases: chosen, nozzle: values.nozzle, size: values.size, method: values.method});
       return {gases: chosen, ...values};

@@ -1,7 +1,8 @@
-// What would refuse a start as it is asked for now, looked at again when the machine has changed.
+// What would refuse a start as it is asked for now, looked at again when the machine has changed; and what follows a start.
 
 import {el, replace} from "../../dom.js";
 import {tr} from "../../texts.js";
+import {say} from "../../widgets.js";
 import {wire} from "../../wire.js";
 
 const kAfterMs = 300;  // behind the last change
@@ -9,6 +10,12 @@ const kAfterMs = 300;  // behind the last change
 // A list of commands is asked about in one line: where in it something is wrong is said by the command's number.
 function problemItem({what, where, why, remedy}) {
   return el("li", el("strong", what.replace(/^[^:\n]*:1: /gm, "")), where && el("div", {class: "where"}, where), why && el("div", why), remedy && el("div", {class: "remedy"}, remedy));
+}
+
+// What runs is shown at the top of the page.
+export function started({id}) {
+  say(tr("Run %d has started", id));
+  scrollTo(0, 0);
 }
 
 // body: () => what a start would post, or null while there is nothing to ask about.

@@ -4,7 +4,7 @@ import {el, replace} from "../../dom.js";
 import {tr} from "../../texts.js";
 import {durationText, field, postButton, readAll, say} from "../../widgets.js";
 import {wire} from "../../wire.js";
-import {openCheck} from "./check.js";
+import {openCheck, started} from "./check.js";
 import {queueButton} from "./queue.js";
 
 // The machine's names of what a parameter numbers.
@@ -72,7 +72,7 @@ export function openForm(root, procedure, saved) {
       el("a", {href: "#runs/trend/" + encodeURIComponent(procedure.name)}, tr("How long it has taken lately"))),
     check.node,
     el("div", {class: "buttons"},
-      postButton(tr("Start"), {kind: "main", path: "runs", body: readRun, done: ({id}) => say(tr("Run %d has started", id))}),
+      postButton(tr("Start"), {kind: "main", path: "runs", body: readRun, done: started}),
       queueButton(read)));
   wire.get("runs/trend?last=10&name=" + encodeURIComponent(procedure.name)).then(({medianMs, runs}) => {
     if (medianMs !== null) replace(lately, tr("Median of the last successes (%d): %s", runs.length, durationText(medianMs)));

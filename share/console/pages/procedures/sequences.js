@@ -4,7 +4,7 @@ import {el, replace, setText} from "../../dom.js";
 import {tr} from "../../texts.js";
 import {agree, field, postButton, problemBox, say, showProblem, table} from "../../widgets.js";
 import {wire} from "../../wire.js";
-import {openCheck} from "./check.js";
+import {openCheck, started} from "./check.js";
 import {queueButton} from "./queue.js";
 
 const kNew = '{\n  "commands": [\n    {\n      "command": "delay",\n      "ms": 500\n    }\n  ]\n}';
@@ -128,7 +128,7 @@ export function openSequences(root, saved) {
       el("label", {for: text.id}, tr("Commands, as JSON")), text, wrong, check.node, calls,
       el("div", {class: "buttons"},
         el("button", {onclick: store}, tr("Store")),
-        postButton(tr("Start"), {kind: "main", path: "runs", body: askStored, done: ({id}) => say(tr("Run %d has started", id))}),
+        postButton(tr("Start"), {kind: "main", path: "runs", body: askStored, done: started}),
         queueButton(askStored),
         el("button", {onclick: remove}, tr("Delete"))))));
   look();
