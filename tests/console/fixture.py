@@ -65,9 +65,9 @@ class Controller:
     """`ixocut serve` on a free port with a state folder of its own, so many times as fast as the time, or by the real
     clock (None); `machine` changes the text of the machine file."""
 
-    def __init__(self, speed=10, machine=None):
+    def __init__(self, speed=10, machine=None, language="en"):
         self.state = pathlib.Path(tempfile.mkdtemp(prefix="ixo"))
-        self.speed, self.port, self.process = speed, 0, None
+        self.speed, self.language, self.port, self.process = speed, language, 0, None
         if machine:
             text = (SHARE / "machines" / "machine.xml").read_text(encoding="utf-8")
             (self.state / "machine.xml").write_text(machine(text), encoding="utf-8")
@@ -75,7 +75,8 @@ class Controller:
 
     def start(self):
         """Again on the same port, where it has been running before."""
-        command = [PROGRAM, "serve", "--port", str(self.port), "--state", str(self.state), "--json", "--lang", "en"]
+        command = [PROGRAM, "serve", "--port", str(self.port), "--state", str(self.state), "--json",
+                   "--lang", self.language]
         if self.speed is not None:
             command += ["--virtual", str(self.speed)]
         self.process = subprocess.Popen(command, stdout=subprocess.PIPE, text=True,
