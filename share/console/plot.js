@@ -116,14 +116,19 @@ export class Plot {
           }
           context.fillRect(left, area.y, Math.max(1, right - left - 1), area.h);
           context.globalAlpha = 1;
-          const room = (band.alarm ? Math.min(area.x + area.w, ...alarms.filter((x) => x > left + 1)) : right) - left - 4;
-          if (room >= kLabelled) {
+          // The text of an alarm stands behind it, or before it where there is more room.
+          const before = Math.max(area.x, ...alarms.filter((x) => x < left - 1));
+          const behind = band.alarm ? Math.min(area.x + area.w, ...alarms.filter((x) => x > left + 1)) : right;
+          context.font = "12px sans-serif";
+          const turned = band.alarm && context.measureText(band.text).width > behind - left - 8 && left - before > behind - left;
+          const [from, to] = turned ? [before, left] : [left, behind];
+          if (to - from >= kLabelled) {
             context.beginPath();
-            context.rect(left, area.y, room, area.h);
+            context.rect(from, area.y, to - from - 4, area.h);
             context.clip();
             if (!band.alarm) context.fillStyle = ink;
-            context.font = "12px sans-serif";
-            context.fillText(band.text, left + 4, area.y + (band.alarm ? 29 : 13));
+            if (turned) context.textAlign = "right";
+            context.fillText(band.text, turned ? left - 4 : left + 4, area.y + (band.alarm ? 29 : 13));
           }
           context.restore();
         }
