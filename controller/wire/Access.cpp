@@ -185,6 +185,7 @@ void TAccess::LogCommand(const TAsker& who, const TPeer& peer, std::string_view 
                          int status) {
   const bool changesNothing = path.ends_with("/heartbeat") || path.ends_with("/check");
   if (status == 429 || (status < 400 && changesNothing)) return;
+  const TLanguageScope own("");  // the log is everybody's
   LogMsg(status < 400 ? lkInfo : lkWarning, 0,
          Format(Tr("%s %s by %s from %s: %d"), std::string(method).c_str(), std::string(path).c_str(), who.Name.c_str(),
                 peer.Text().c_str(), status)

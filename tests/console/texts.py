@@ -45,3 +45,9 @@ class TextsTest(fixture.ConsoleTest):
         browser.driver.refresh()
         browser.language = "zh"
         browser.wait_text(browser.tr("Stop"), "#stop")
+
+    def test_the_log_is_in_the_controllers_language_and_its_kinds_in_the_pages(self):
+        _, browser = self.opened("log", "zh")
+        browser.wait_text("POST /api/v1/session by", ".lines")
+        self.assertIn("信息", browser.text(".lines"))
+        self.assertNotIn("info", browser.text(".lines"))
