@@ -11,6 +11,7 @@
 #include "ixocut/CommandLine.h"
 #include "ixocut/Console.h"
 #include "ixocut/Document.h"
+#include "ixocut/OperatorTexts.h"
 #include "ixocut/Table.h"
 #include "ixocut/gas/GasCommand.h"
 #include "verify/GasStudy.h"
@@ -24,10 +25,12 @@ constexpr std::uint64_t kMostValves = 10'000;
 struct TStudyOptions {
   std::uint64_t Valves = 40;
   std::uint64_t Seed = 1;
+  std::string Language = "zh";
   bool Json = false;
 };
 
 int RunStudy(const TStudyOptions& options, std::ostream& out) {
+  const TOperatorTexts texts("gas", options.Language);
   TMachineConfig config;
   const TInstalled<TMachineConfig> installed(config);
   for (std::int32_t gas = 1; gas <= kStudyGases; ++gas) config.GasBranches().Items.AddNew().GasType = gas;
@@ -68,6 +71,7 @@ void AddGasStudyCommand(CLI::App& gas, TCommandRun& run) {
       ->capture_default_str();
   AddSeedOption(*command, options->Seed);
   AddJsonOption(*command, options->Json);
+  AddLanguageOption(*command, options->Language);
   SetHelp(*command, {.Notes = Tr("The error of a table is its largest difference from the valve's true pressure over 0 "
                                  "to 10 V, in percent of "
                                  "the true\npressure at 10 V. The time is the machine's, per valve."),

@@ -44,6 +44,7 @@ TEST_F(CommandLine, AnOperatorCanFollowAShotInBothLanguages) {
   EXPECT_FALSE(speaks("IXOCUT_LANG= LC_ALL=POSIX LC_MESSAGES= LANG=C.UTF-8"));
   EXPECT_FALSE(speaks("IXOCUT_LANG=en", "--lang zh"));
   EXPECT_THAT(Ixocut("shot --ms 500 --trace").Out, HasSubstr("FStep = "));
+  EXPECT_THAT(Ixocut("gas study --valves 1").Out, HasSubstr(" Oxygen "));
 }
 
 TEST_F(CommandLine, HowAShotEndedIsSaidAndIsTheExitCode) {
