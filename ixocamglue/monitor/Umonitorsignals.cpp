@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "ixocamglue/monitor/Umonitortexts.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
 namespace {
@@ -66,7 +67,7 @@ std::string SignalCaption(const TMonitorSignalKey& key, std::span<const std::str
   std::string caption = signal->Caption->Get();
   if (key.Param1 != 0) {
     const bool named = signal->PerAxis && key.Param1 <= motors.size() && !motors[key.Param1 - 1U].empty();
-    caption += " " + (named ? motors[key.Param1 - 1U] : std::to_string(key.Param1));
+    caption += " " + (named ? Tr(motors[key.Param1 - 1U].c_str()) : std::to_string(key.Param1));
   }
   if (*signal->Unit) caption += std::string(" (") + signal->Unit + ")";
   return caption;

@@ -62,6 +62,7 @@ class RecordingsTest(fixture.ConsoleTest):
             page.press(name, "#page table", own=False)
             page.wait(lambda: page.text(".shown h2") == name and "move-xy" in page.text(".shown"), "its runs are named")
             self.assertEqual([int(run) for run in re.findall(r"运行 (\d+)", page.text(".shown"))], list(runs))
+        self.assertNotIn("Focus", page.text(".shown"))
 
     def test_what_is_being_recorded_goes_on_over_another_page(self):
         controller, page = self.opened("recordings")

@@ -37,6 +37,7 @@ TEST_F(MonitorCommands, ARecordingShowsWhatTheProcedureDid) {
   EXPECT_EQ(signals.at("laser").at("max"), 1);
   EXPECT_EQ(signals.at("state").at("max"), 204);
   EXPECT_EQ(signals.at("speed.1").at("caption"), "Speed X (mm/s)");
+  EXPECT_THAT(Ixocut("monitor show a.csv --lang zh").Out, HasSubstr("位置 焦点 (mm)"));
 
   // The same seed, the same bytes; another one's emission comes at another time.
   EXPECT_EQ(Ixocut("record --procedure square --state s --out b.csv").ExitCode, 0);
