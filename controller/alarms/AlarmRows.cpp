@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "ixocamglue/alarms/Almintprt.h"
+#include "ixocamglue/platform/services/LocaleManager.h"
 #include "ixocamglue/platform/services/UtcTime.h"
 #include "ixocamglue/support/Csv.h"
 
@@ -11,6 +12,7 @@ namespace ixocontroller {
 TAlarmRow Translated(TAlarmRow row) {
   const TAlarmInterpreter* const interpreter = AlarmInterpreter();
   TAlarmRec rec;
+  row.Description = Retold(row.Description);
   if (!interpreter || !interpreter->TryGetAlarmRec(row.Identifier, rec)) return row;
   row.Code = rec.Code;
   row.Module = rec.Category;

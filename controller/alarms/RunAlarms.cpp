@@ -45,7 +45,7 @@ void TRunAlarm::Define() {
   TAlarmRec rec;
   const bool known = interpreter && interpreter->TryGetAlarmRec(Identifier, rec);
   Code = known ? std::move(rec.Code) : Identifier;
-  Text = rec.AlarmDesc.empty() ? Description : std::move(rec.AlarmDesc);
+  Text = rec.AlarmDesc.empty() ? Retold(Description) : std::move(rec.AlarmDesc);
   Reason = std::move(rec.Reason);
   Solution = std::move(rec.Solution);
 }

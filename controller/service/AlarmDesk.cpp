@@ -31,7 +31,7 @@ nlohmann::ordered_json Described(const TNcAlarmRecord& record, const std::string
           {"code", known ? rec.Code : identifier},
           {"category", rec.Category},
           {"type", rec.Alarmtype},
-          {"text", rec.AlarmDesc.empty() ? record.Desc : rec.AlarmDesc},
+          {"text", rec.AlarmDesc.empty() ? Retold(record.Desc) : rec.AlarmDesc},
           {"reason", rec.Reason},
           {"solution", rec.Solution},
           {"description", record.Desc},

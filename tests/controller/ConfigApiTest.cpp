@@ -8,6 +8,7 @@
 
 #include <gmock/gmock.h>
 
+#include "controller/HostTexts.h"
 #include "controller/config/ConfigHistory.h"
 #include "controller/config/LiveConfig.h"
 #include "controller/procedures/Procedures.h"
@@ -180,7 +181,7 @@ TEST_F(TServiceApi, TheListOfChangesKeepsTheLastOnesAndPassesOverWhatACrashHasCu
 TEST_F(TServiceApi, AlarmsAreToldInEachClientsLanguageAndWhatIsShownOfThemPermitsNothing) {
   Do([](TController& controller) {
     controller.RaiseAlarm({.IdPrefix = "TPLaser", .Desc = "source says 42", .Id = 1, .Attrs = naForbidLaser});
-    controller.RaiseAlarm({.IdPrefix = "Mine", .Desc = "a note", .Id = 7, .Attrs = naShownOnly});
+    controller.RaiseAlarm({.IdPrefix = "Mine", .Desc = SAskedAlarm.Get(), .Id = 7, .Attrs = naShownOnly});
   });
   const auto english = Ask("GET", "alarms").Body["alarms"];
   const auto chinese = Ask("GET", "alarms", {}, "zh").Body["alarms"];
@@ -190,7 +191,9 @@ TEST_F(TServiceApi, AlarmsAreToldInEachClientsLanguageAndWhatIsShownOfThemPermit
   EXPECT_FALSE(english[0]["solution"].get<std::string>().empty());
   EXPECT_EQ(chinese[0]["description"], "source says 42");
   EXPECT_EQ(chinese[0]["lang"], "en") << "the controller's, whoever asks";
-  EXPECT_EQ(english[1]["text"], "a note");
+  EXPECT_EQ(english[1]["text"], SAskedAlarm.Get());
+  EXPECT_EQ(chinese[1]["text"], SAskedAlarm.Default)
+      << "one of the controller's own texts, though without a definition";
   const auto keepAsking = [&](const char* lang, const nlohmann::ordered_json& expected) {
     return std::async(std::launch::async, [&, lang] {
       for (int i = 0; i < 50; ++i) EXPECT_EQ(Ask("GET", "alarms", {}, lang).Body["alarms"], expected) << lang;
