@@ -48,6 +48,6 @@ class TextsTest(fixture.ConsoleTest):
 
     def test_the_log_is_in_the_controllers_language_and_its_kinds_in_the_pages(self):
         _, browser = self.opened("log", "zh")
-        browser.wait_text("POST /api/v1/session by", ".lines")
-        self.assertIn("信息", browser.text(".lines"))
-        self.assertNotIn("info", browser.text(".lines"))
+        lines = browser.wait(lambda: "POST /api/v1/session by" in (text := browser.text(".lines")) and text, "they come")
+        self.assertIn("信息", lines)
+        self.assertNotIn("info", lines)
