@@ -35,7 +35,7 @@ export function indices(list, meant) {
 }
 
 // options: {title, x: "Time in s", labels: ["P in bar", ...], kept: kept(...), bands: [{from, to, text, alarm}], digits, dashed: [i],
-// dots: [i] (without a line), colours: [number of each series' colour], points: true, stepped: true, group: plots that are
+// dots: [i] (without a line), colours: [number of each series' colour], points: true, stepped: true, whole: true (x counts), group: plots that are
 // zoomed as one (an array that they share), onzoom: (window or null)}; rows: [[x, y1, y2, ...]].
 export class Plot {
   constructor(options, rows = []) {
@@ -76,7 +76,7 @@ export class Plot {
       return;
     }
     this.drawn = this.rows;
-    const {labels, kept, bands, dashed = [], dots = [], points = false, stepped = false} = this.options;
+    const {labels, kept, bands, dashed = [], dots = [], points = false, stepped = false, whole = false} = this.options;
     const style = getComputedStyle(document.documentElement);
     const ink = style.getPropertyValue("--muted").trim();
     const series = {};
@@ -96,7 +96,7 @@ export class Plot {
       connectSeparatedPoints: true,
       axisLineColor: ink,
       gridLineColor: style.getPropertyValue("--line").trim(),
-      axes: {x: {axisLabelWidth: 60}, y: {axisLabelWidth: 50}},
+      axes: {x: {axisLabelWidth: 60, ...(whole && {axisLabelFormatter: (x) => (Number.isInteger(x) ? String(x) : "")})}, y: {axisLabelWidth: 50}},
       legend: "never",
       showLabelsOnHighlight: false,
       highlightCallback: (event, x) => this.#showAt(x),

@@ -15,7 +15,7 @@ export function openTrend(root, name) {
   wire.get("runs/trend?last=" + kLast + "&name=" + encodeURIComponent(name ?? "")).then(({runs, medianMs, steps}) => {
     if (closed) return;
     if (runs.length === 0) return replace(root, el("section", {class: "card"}, el("h2", name), el("p", tr("It has not succeeded yet."))));
-    plot = new Plot({title: tr("How long it took"), x: tr("Number of the run"), labels: [tr("Time in s"), tr("Median in s")], dashed: [1], points: true, kept: kept("runs.trend." + name)},
+    plot = new Plot({title: tr("How long it took"), x: tr("Number of the run"), labels: [tr("Time in s"), tr("Median in s")], dashed: [1], points: true, whole: true, kept: kept("runs.trend." + name)},
       [...runs].reverse().map(({id, durationMs}) => [id, durationMs / 1000, medianMs / 1000]));
     replace(root,
       el("section", {class: "card"}, el("h2", name),
