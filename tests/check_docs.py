@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """check_docs.py <checkout>: what the documents name is there: each file and folder, each link with its heading, each
 route of the interface; each piece of code stands in the file that it is quoted from; DEPENDENCIES.md lists what is
-installed; and each protection of safety.md says how soon it acts, has its test, and its figure is the code's.
+installed; each protection of safety.md says how soon it acts, has its test, and its figure is the code's; and kept.md
+has what the sources mark as kept.
 check_docs.py <checkout> <ixocut>: runs the commands of the documents with this program.
 check_docs.py <checkout> <ixocut> <folder>: those of the examples, which are built in this folder against the installation
 that CMAKE_PREFIX_PATH names.
@@ -208,6 +209,23 @@ def check_safety(document="docs/safety.md"):
                 complain(document, line, f"{section}/{name} is {row[1] if row else 'not there'} unless it is set")
 
 
+def check_kept(document="docs/kept.md"):
+    """What a row names stands in a source that marks an oddity, and a source that marks one has a row."""
+    marked = {file: text for folder in ("controller", "ixocamglue", "ixocut", "machines", "verify")
+              for file in (ROOT / folder).rglob("*.*") if file.suffix in (".cpp", ".h")
+              and "Kept:" in (text := file.read_text(encoding="utf-8"))}
+    rowed = set()
+    for line, text in enumerate(lines_of(document), 1):
+        for name in re.findall(r"`([^`]+)`", text.split(" | ")[0]) if text.startswith("| ") else []:
+            word = re.findall(r"\w+", name)[-1]
+            files = [file for file, source in marked.items() if re.search(rf"\b{word}\b", source)]
+            rowed.update(files)
+            if not files:
+                complain(document, line, f"{name} is in no source that says \"Kept:\"")
+    for file in sorted({*marked} - rowed):
+        complain(document, 1, f"{file.relative_to(ROOT)} says \"Kept:\" of what has no row")
+
+
 def commands(inside):
     """(offset, command, what it prints) of a `console` block."""
     offset = 0
@@ -330,6 +348,7 @@ else:
     check_links()
     check_dependencies()
     check_safety()
+    check_kept()
     for held in [*DOCUMENTS, *EXAMPLES]:
         check_quotations(held)
 sys.exit(1 if wrong else 0)
