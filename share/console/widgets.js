@@ -300,6 +300,24 @@ export function tabs(label, choices, chosen, shown) {
 
 // --- pages ---
 
+// Looks by `read()` as often as it is called: of answers that overtake each other the newest alone is shown, and none
+// behind its end().
+export function looker(read, show, failed) {
+  let asked = 0;
+  const look = async (...what) => {
+    const mine = ++asked;
+    try {
+      const answer = await read(...what);
+      if (mine === asked) show(answer);
+    } catch (problem) {
+      if (!("what" in problem)) throw problem;
+      if (mine === asked) failed(problem);
+    }
+  };
+  look.end = () => (asked = NaN);
+  return look;
+}
+
 // Loads a page that is an object with load() and close(); answers what closes it.
 export async function loadPage(page) {
   try {

@@ -3,7 +3,7 @@
 import {el, replace, svg} from "../dom.js";
 import {kept} from "../kept.js";
 import {mark, tr} from "../texts.js";
-import {durationText, field, problemBox, table, timeText} from "../widgets.js";
+import {durationText, field, looker, problemBox, table, timeText} from "../widgets.js";
 import {wire} from "../wire.js";
 import {levelSign} from "./alarms.js";
 import {kFloodRaises, statisticsOf} from "./alarmstats.js";
@@ -20,8 +20,6 @@ export function openHistory(root, statistics = false) {
   let rows = [];
   let leftOut = 0;
   let timer = null;
-  let asked = 0;
-  let closed = false;
 
   const choice = (name, title, options) => {
     const {node, input} = field({name, title, chosen: true, choices: options.map(([value, text]) => ({value, text: tr(text)}))}, saved.get(name));
@@ -38,19 +36,14 @@ export function openHistory(root, statistics = false) {
     show();
   });
 
-  async function read() {
-    const mine = ++asked;
-    try {
-      const level = saved.get("level");
-      const answer = await wire.get("alarms/history?limit=" + kMostRows + (level ? "&level=" + level : ""));
-      if (mine !== asked || closed) return;
-      rows = answer.alarms;
-      leftOut = answer.leftOut;
-      show();
-    } catch (problem) {
-      if (mine === asked && !closed) replace(body, problemBox(problem));
-    }
-  }
+  const read = looker(() => {
+    const level = saved.get("level");
+    return wire.get("alarms/history?limit=" + kMostRows + (level ? "&level=" + level : ""));
+  }, (answer) => {
+    rows = answer.alarms;
+    leftOut = answer.leftOut;
+    show();
+  }, (problem) => replace(body, problemBox(problem)));
 
   function show() {
     const nowMs = nowOf(rows);
@@ -94,7 +87,7 @@ export function openHistory(root, statistics = false) {
     body));
   read();
   return () => {
-    closed = true;
+    read.end();
     clearTimeout(timer);
     for (const end of ends) end();
   };

@@ -3,7 +3,7 @@
 import {el, replace} from "../dom.js";
 import {kept} from "../kept.js";
 import {tr} from "../texts.js";
-import {field, problemBox, table} from "../widgets.js";
+import {field, looker, problemBox, table} from "../widgets.js";
 import {wire} from "../wire.js";
 import {keyLabel, maskText, verdict} from "./keys.js";
 
@@ -23,7 +23,6 @@ export function openTry(root) {
   });
   let known = {forms: [], states: [], alarms: []};
   let labels = new Map();
-  let asked = 0;
   let closed = false;
 
   const choice = (name, title, options) => {
@@ -53,15 +52,7 @@ export function openTry(root) {
     return parts.join("&");
   }
 
-  async function ask() {
-    const mine = ++asked;
-    try {
-      const answer = await wire.get("panel/keys?" + query());
-      if (mine === asked && !closed) show(answer);
-    } catch (problem) {
-      if (mine === asked && !closed) replace(result, problemBox(problem));
-    }
-  }
+  const ask = looker(() => wire.get("panel/keys?" + query()), show, (problem) => replace(result, problemBox(problem)));
 
   function show({keys, form, state, alarms}) {
     const acting = keys.filter((key) => key.acts).length;
@@ -127,6 +118,7 @@ export function openTry(root) {
   const end = wire.on(["state", "alarms", "connection"], ask);
   return () => {
     closed = true;
+    ask.end();
     end();
   };
 }

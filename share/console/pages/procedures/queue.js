@@ -3,7 +3,7 @@
 import {el, replace} from "../../dom.js";
 import {answerJob, answerText} from "../../questions.js";
 import {mark, tr} from "../../texts.js";
-import {agree, durationText, field, problemBox, readAll, say, showProblem, table, timeText, withControl} from "../../widgets.js";
+import {agree, durationText, field, looker, problemBox, readAll, say, showProblem, table, timeText, withControl} from "../../widgets.js";
 import {wire} from "../../wire.js";
 import {openPage, outcomeNode, paramsText} from "../runs/words.js";
 
@@ -86,22 +86,12 @@ export function openQueue(root) {
       {title: tr("Report"), cell: ({run}) => (run ? el("a", {href: "#runs/" + run}, tr("Run %d", run)) : "-")},
     ], [...queue.ended].reverse())]);
   };
-  let closed = false;
-  let asked = 0;
-  const look = async () => {
-    const mine = ++asked;
-    try {
-      const queue = await wire.get("queue");
-      if (mine === asked && !closed) show(queue);
-    } catch (problem) {
-      if (mine === asked && !closed && problem.status !== 0) replace(state, problemBox(problem));
-    }
-  };
+  const look = looker(() => wire.get("queue"), show, (problem) => problem.status !== 0 && replace(state, problemBox(problem)));
   root.append(el("section", {class: "card queue"}, el("h2", tr("Queue")), state, jobs, ended));
   look();
   const end = wire.on(["queue", "connection"], look);
   return () => {
-    closed = true;
+    look.end();
     end();
   };
 }

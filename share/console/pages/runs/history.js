@@ -2,7 +2,7 @@
 
 import {el, replace} from "../../dom.js";
 import {tr} from "../../texts.js";
-import {durationText, field, problemBox, table, timeText} from "../../widgets.js";
+import {durationText, field, looker, problemBox, table, timeText} from "../../widgets.js";
 import {wire} from "../../wire.js";
 import {again, canAgain, kOutcomes, openPage, outcomeNode, paramsText} from "./words.js";
 
@@ -23,8 +23,6 @@ export function openHistory(root, saved) {
   name.input.setAttribute("list", known.id);
   let runs = [];
   let limit = kPageRuns;
-  let closed = false;
-  let asked = 0;
 
   const showChosen = () => (compare.disabled = saved.get("chosen").length !== 2);
   const mark = (run) => el("input", {type: "checkbox", "aria-label": tr("Compare run %d", run.id), checked: saved.get("chosen").includes(run.id), onchange: ({target}) => {
@@ -49,24 +47,19 @@ export function openHistory(root, saved) {
     if (focused) [...list.querySelectorAll("[aria-label]")].find((node) => node.getAttribute("aria-label") === focused)?.focus();
     more.hidden = runs.length < limit || limit >= kMostRuns;
   };
-  const look = async (most = limit) => {
+  const look = looker((most = limit) => {
     limit = Math.min(most, kMostRuns);
-    const mine = ++asked;
     const query = new URLSearchParams({limit});
     for (const key of ["name", "outcome"]) if (saved.get(key)) query.set(key, saved.get(key));
     if (saved.get("since")) query.set("since", new Date(saved.get("since") + "T00:00:00").toISOString());
     trend.hidden = !saved.get("name");
     trend.setAttribute("href", "#runs/trend/" + encodeURIComponent(saved.get("name")));
-    try {
-      const answer = await wire.get("runs?" + query);
-      if (mine !== asked || closed) return;
-      runs = answer.runs;
-      replace(trouble, answer.trouble && problemBox(answer.trouble));
-      show();
-    } catch (problem) {
-      if (mine === asked && !closed) replace(trouble, problemBox(problem));
-    }
-  };
+    return wire.get("runs?" + query);
+  }, (answer) => {
+    runs = answer.runs;
+    replace(trouble, answer.trouble && problemBox(answer.trouble));
+    show();
+  }, (problem) => replace(trouble, problemBox(problem)));
   const filter = () => {
     saved.set({name: name.input.value.trim(), outcome: outcome.input.value, since: since.value});
     look(kPageRuns);
@@ -81,7 +74,7 @@ export function openHistory(root, saved) {
   wire.get("procedures").then(({procedures}) => replace(known, procedures.map((one) => el("option", {value: one.name}))), () => {});
   const ends = [wire.on("run", ({event}) => (event === "begun" || event === "ended") && look()), wire.on("connection", (connected) => connected && look())];
   return () => {
-    closed = true;
+    look.end();
     for (const end of ends) end();
   };
 }
