@@ -33,6 +33,14 @@ void TFocusDevice::Publish(TPublisher& p) {
   p.Field("Driver", Driver, "", kOptional).Text(TrMark("Driver that moves the focus; empty: there is none"));
 }
 
+void TLatchDevice::Publish(TPublisher& p) {
+  p.Field("Ok", Ok, "", kOptional)
+      .Text(TrMark(
+          "Input that is on while this latch is up; when it falls, the beam goes dark and the laser is latched"));
+  p.Field("Rearm", Rearm, "", kOptional)
+      .Text(TrMark("Output whose rising edge sets this latch again, by a reset of the laser's; empty: by hand"));
+}
+
 void TLaserDevice::Publish(TPublisher& p) {
   p.Field("Driver", Driver, "", kOptional)
       .Text(TrMark("Driver of the laser source, or of the points that it is wired to; empty: there is no laser"));
@@ -51,10 +59,12 @@ void TLaserDevice::Publish(TPublisher& p) {
       .Text(TrMark("Output whose rising edge sets the laser's own latch again, while everything is off"));
   p.Field("Fault", Fault, "", kOptional)
       .Text(TrMark("Input that is on while the laser source has a fault or its interlock is open"));
+  p.List("Latch", Latches);
 }
 
 bool TLaserDevice::IsOfPoints() const {
-  return std::ranges::any_of(std::initializer_list<const std::string*>{&EmissionRequest, &Beam, &Aiming, &Trip, &Rearm,
+  return Latches.Size() != 0 ||
+         std::ranges::any_of(std::initializer_list<const std::string*>{&EmissionRequest, &Beam, &Aiming, &Trip, &Rearm,
                                                                        &EmissionConfirmed, &BeamOn, &LatchOk, &Fault},
                              [](const std::string* address) { return !address->empty(); });
 }
@@ -233,6 +243,13 @@ void CheckLaser(TDeviceCheck& check, const TConfigSection& section, const TLaser
   point("Trip", pkOutput, laser.Trip);
   point("Rearm", pkOutput, laser.Rearm);
   point("Fault", pkInput, laser.Fault);
+  const std::vector<TConfigSection> places = section.Children("Latch");
+  std::size_t at = 0;
+  for (const auto& latch : laser.Latches) {
+    const TConfigSection& place = places[at++];
+    check.Point(place, "Ok", laser.Driver, pkInput, latch->Ok, true);
+    check.Point(place, "Rearm", laser.Driver, pkOutput, latch->Rearm);
+  }
 }
 
 void CheckGas(TDeviceCheck& check, const TConfigSection& section, const TGasDevice& gas, const TDevicesRecord& devices,

@@ -41,6 +41,14 @@ class TFocusDevice : public TXmlSubConfig {
   std::string Driver;
 };
 
+// Beside the source's own: one of another driver, that holds beam or axes.
+class TLatchDevice : public TXmlSubConfig {
+ public:
+  void Publish(TPublisher& p) override;
+  std::string Ok;     // input
+  std::string Rearm;  // output
+};
+
 // Without addresses it is the driver's own.
 class TLaserDevice : public TXmlSubConfig {
  public:
@@ -49,6 +57,7 @@ class TLaserDevice : public TXmlSubConfig {
   std::string Driver;
   std::string EmissionRequest, Beam, Aiming, Trip, Rearm;  // outputs
   std::string EmissionConfirmed, BeamOn, LatchOk, Fault;   // inputs
+  TXmlList<TLatchDevice> Latches;
 };
 
 class TGasLineDevice : public TXmlSubConfig {

@@ -1,5 +1,7 @@
 #include "machines/composed/Laser.h"
 
+#include <algorithm>
+
 #include "ixocamglue/platform/alarms/NcAlarmManager.h"
 #include "ixocamglue/platform/states/BeamWatch.h"
 #include "ixocamglue/support/Texts.h"
@@ -9,6 +11,7 @@ namespace {
 
 constexpr const char* kDeviceAway = TrMark("a device of the machine did not answer while laser or emission was on");
 constexpr const char* kLatchDown = TrMark("the laser's own latch has fallen");
+constexpr const char* kFurtherDown = TrMark("a latch of the machine beside the laser's own has fallen");
 constexpr std::int32_t kEmissionLost = 1;
 constexpr std::int32_t kSourceFault = 3;
 
@@ -35,7 +38,7 @@ void TPointLaser::Begin() {
   FCore.Context.Alarms.AddSource(FAlarms);
   FBegun = true;
   Darken();
-  if (FPoints.Rearm) FPoints.Rearm->Write(0.0);
+  WriteRearm(0.0);
   Look();
 }
 
@@ -48,6 +51,22 @@ bool TPointLaser::ReadLit() const {
 }
 
 bool TPointLaser::Rests(IMachinePoint* point) { return !point || (point->Settled() && !point->IsOn()); }
+
+bool TPointLaser::IsDown(const TLatchPoints& latch) {
+  bool ok = true;
+  WhereReached([&] { ok = !latch.Ok || latch.Ok->IsOn(); });
+  return !ok;
+}
+
+bool TPointLaser::WriteRearm(double value) {
+  bool all = true;
+  for (const TLatchPoints& latch : FPoints.Latches)
+    all = WhereReached([&] {
+            if (latch.Rearm) latch.Rearm->Write(value);
+          }) &&
+          all;
+  return all;
+}
 
 bool TPointLaser::GetEmission() {
   return FCore.Gate.Ask("laser", "GetEmission", false, [&] {
@@ -236,24 +255,23 @@ void TPointLaser::LookLocked() {
 }
 
 void TPointLaser::LookAtLatch(std::uint64_t nowMs) {
-  bool ok = true;
-  WhereReached([&] { ok = !FPoints.LatchOk || FPoints.LatchOk->IsOn(); });
-  if (!ok) FLatch.Trip(kLatchDown);
+  const bool down = !FPoints.Latches.empty() && IsDown(FPoints.Latches.front());
+  if (down) FLatch.Trip(kLatchDown);
+  if (std::ranges::any_of(FPoints.Latches, IsDown)) FLatch.Trip(kFurtherDown);
   FLatch.Evaluate(nowMs, FAskEmission || FAskLaser, FLit);
   if (!FLatch.Tripped() || FShownTrip) return;
   FShownTrip = true;
   Darken();
-  if (ok && FPoints.Trip) WhereReached([&] { FPoints.Trip->Write(1.0); });
+  if (!down && FPoints.Trip) WhereReached([&] { FPoints.Trip->Write(1.0); });
   FCore.Event("laser", std::string("latch tripped: ") + FLatch.Reason());
 }
 
 void TPointLaser::LookAtReset(std::uint64_t nowMs) {
   const std::uint64_t lastedMs = nowMs - FResetAtMs;
-  const auto write = [&](double value) { return !FPoints.Rearm || WhereReached([&] { FPoints.Rearm->Write(value); }); };
   const auto end = [&](bool good) {
     FCore.AssertLocked();
     FReset = TReset::None;
-    write(0.0);
+    WriteRearm(0.0);
     if (!good) return FCore.Event("laser", "the latch could not be reset");
     FLatch.Reset();
     FShownTrip = false;
@@ -270,18 +288,22 @@ void TPointLaser::LookAtReset(std::uint64_t nowMs) {
             return Rests(FPoints.Beam) && Rests(FPoints.EmissionRequest) && Rests(FPoints.Trip) && !ReadLit();
           }))
         break;
-      if (!FPoints.Rearm && !FPoints.LatchOk) return end(true);
-      if (!write(1.0)) return end(false);
+      if (std::ranges::none_of(FPoints.Latches, [](const TLatchPoints& latch) { return latch.Ok || latch.Rearm; }))
+        return end(true);
+      if (!WriteRearm(1.0)) return end(false);
       FReset = TReset::Pulse;
       FResetAtMs = nowMs;
       return;
     case TReset::Pulse:
       if (lastedMs < kRearmMs) return;
-      write(0.0);
+      WriteRearm(0.0);
       FReset = TReset::Wait;
       return;
     case TReset::Wait:
-      if (reads([&] { return !FPoints.LatchOk || FPoints.LatchOk->IsOn(); })) return end(true);
+      if (reads([&] {
+            return std::ranges::all_of(FPoints.Latches, [](const TLatchPoints& l) { return !l.Ok || l.Ok->IsOn(); });
+          }))
+        return end(true);
       break;
   }
   if (lastedMs > kResetLimitMs) end(false);

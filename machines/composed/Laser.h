@@ -3,7 +3,7 @@
 
 #include <atomic>
 #include <cstdint>
-#include <optional>
+#include <vector>
 
 #include "ixocamglue/platform/alarms/NcSimpleAlarmSource.h"
 #include "ixocamglue/platform/states/LaserLatch.h"
@@ -28,17 +28,22 @@ class TComposedLaser : public IMachineLaser {
   virtual void DeviceAway() = 0;
 };
 
+// A latch that holds beam or axes by itself; null: there is none of it.
+struct TLatchPoints {
+  IMachinePoint* Ok = nullptr;
+  IMachinePoint* Rearm = nullptr;
+};
+
 // The points that a source is wired to; null: there is none.
 struct TLaserPoints {
   IMachinePoint* EmissionRequest = nullptr;  // always there
   IMachinePoint* Beam = nullptr;             // always there
   IMachinePoint* Aiming = nullptr;
   IMachinePoint* Trip = nullptr;
-  IMachinePoint* Rearm = nullptr;
   IMachinePoint* EmissionConfirmed = nullptr;
   IMachinePoint* BeamOn = nullptr;
-  IMachinePoint* LatchOk = nullptr;
   IMachinePoint* Fault = nullptr;
+  std::vector<TLatchPoints> Latches;  // the source's own first, which Trip trips
 };
 
 // A source of points, with a latch of its own in software in front of the one that it has. Off is acknowledged by what
@@ -46,8 +51,8 @@ struct TLaserPoints {
 // of them is still on or on its way. Emission that goes by itself, a fault and a latch that falls take back what was
 // asked for; nothing is lit again by itself.
 //
-// A reset of the latch waits until all outputs read low, then pulses Rearm, and ends when LatchOk comes; the latch
-// stays tripped meanwhile, and for good where LatchOk does not come.
+// A reset of the latch waits until all outputs read low, then pulses Rearm of every latch, and ends when all are Ok;
+// the latch stays tripped meanwhile, and for good where one does not come. One that falls trips the source's own.
 class TPointLaser final : public TComposedLaser {
  public:
   static constexpr std::uint64_t kRearmMs = 100;
@@ -82,6 +87,8 @@ class TPointLaser final : public TComposedLaser {
   [[nodiscard]] bool ReadEmission() const;
   [[nodiscard]] bool ReadLit() const;
   [[nodiscard]] static bool Rests(IMachinePoint* point);
+  [[nodiscard]] static bool IsDown(const TLatchPoints& latch);  // false while it cannot be read
+  bool WriteRearm(double value);                                // false: one cannot be reached
   // Forgets what was asked for and writes 0. Any thread, no lock.
   void Darken();
   void SwitchOn(const char* verb, std::atomic<bool>& ask, IMachinePoint& point) IXO_REQUIRES(FCore.Lock);

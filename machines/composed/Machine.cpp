@@ -78,16 +78,19 @@ void TComposedMachine::MakeLaser(const TLaserDevice& laser) {
   const auto point = [&](TPointKind kind, const std::string& address, const char* name) {
     return FDrivers.Point(kind, address, laser.Driver, Format(Tr("laser %s"), name));
   };
-  auto made = std::make_unique<TPointLaser>(
-      FCore, TLaserPoints{.EmissionRequest = point(pkOutput, laser.EmissionRequest, "EmissionRequest"),
-                          .Beam = point(pkOutput, laser.Beam, "Beam"),
-                          .Aiming = point(pkOutput, laser.Aiming, "Aiming"),
-                          .Trip = point(pkOutput, laser.Trip, "Trip"),
-                          .Rearm = point(pkOutput, laser.Rearm, "Rearm"),
-                          .EmissionConfirmed = point(pkInput, laser.EmissionConfirmed, "EmissionConfirmed"),
-                          .BeamOn = point(pkInput, laser.BeamOn, "BeamOn"),
-                          .LatchOk = point(pkInput, laser.LatchOk, "LatchOk"),
-                          .Fault = point(pkInput, laser.Fault, "Fault")});
+  TLaserPoints points{
+      .EmissionRequest = point(pkOutput, laser.EmissionRequest, "EmissionRequest"),
+      .Beam = point(pkOutput, laser.Beam, "Beam"),
+      .Aiming = point(pkOutput, laser.Aiming, "Aiming"),
+      .Trip = point(pkOutput, laser.Trip, "Trip"),
+      .EmissionConfirmed = point(pkInput, laser.EmissionConfirmed, "EmissionConfirmed"),
+      .BeamOn = point(pkInput, laser.BeamOn, "BeamOn"),
+      .Fault = point(pkInput, laser.Fault, "Fault"),
+      .Latches = {{.Ok = point(pkInput, laser.LatchOk, "LatchOk"), .Rearm = point(pkOutput, laser.Rearm, "Rearm")}}};
+  for (const auto& latch : laser.Latches)
+    points.Latches.push_back(
+        {.Ok = point(pkInput, latch->Ok, "Latch Ok"), .Rearm = point(pkOutput, latch->Rearm, "Latch Rearm")});
+  auto made = std::make_unique<TPointLaser>(FCore, points);
   for (const std::string& lights : {laser.EmissionRequest, laser.Beam}) FDrivers.NoteLight(lights, laser.Driver);
   FPointLaser = made.get();
   FLaser = std::move(made);

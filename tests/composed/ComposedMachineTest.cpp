@@ -175,6 +175,33 @@ TEST_F(ComposedMachineTest, LostEmissionAFaultAndAFallenLatchEachEndTheBeam) {
   EXPECT_THAT(std::string(FittedLaser()->LatchReason()), HasSubstr("own latch"));
 }
 
+// As the one in HAL with a source on Modbus: the beam does not pass it.
+TEST_F(ComposedMachineTest, AFurtherLatchDarkensTripsTheSourcesOwnAndIsSetWithIt) {
+  std::string devices = kBench;
+  devices.replace(devices.find("/>"), 2, "><Latch Ok=\"bench@in:other\" Rearm=\"bench@other-rearm\"/></Laser>");
+  FOptions.MachineFile = File(devices);
+  FBench.Set("in:other", 1.0);
+  Ready();
+  StartShot();
+  FBench.Set("in:other", 0.0);
+  FController->RunFor(200);
+  EXPECT_FALSE(FController->Running());
+  EXPECT_EQ(FBench.Value("beam") + FBench.Value("emission") + FBench.Value("ok"), 0.0);
+  EXPECT_THAT(std::string(FittedLaser()->LatchReason()), HasSubstr("beside the laser's own"));
+
+  FController->ResetLatch().OrThrow(pbRefused);
+  FController->RunFor(50);
+  EXPECT_EQ(FBench.Value("rearm") * FBench.Value("other-rearm"), 1.0);
+  FController->RunFor(3000);
+  EXPECT_NE(FittedLaser()->LatchReason(), nullptr) << "it is still down";
+  EXPECT_EQ(FBench.Value("rearm") + FBench.Value("other-rearm"), 0.0);
+
+  FBench.Set("in:other", 1.0);
+  FController->ResetLatch().OrThrow(pbRefused);
+  FController->RunFor(300);
+  EXPECT_EQ(Run("shot", {60}), "success");
+}
+
 TEST_F(ComposedMachineTest, PressuresGoOutAsBarByTheTableOrNotAtAll) {
   Ready();
   EXPECT_EQ(Run("gas-on", {2, 3.5}), "success");
@@ -251,6 +278,8 @@ TEST_F(ComposedMachineTest, WhatTheFileNamesWronglyIsToldWithItsPlaceAndWhatWoul
   EXPECT_THAT(Findings(R"(<Axes Driver="bench"/>)"), ElementsAre(HasSubstr("has no Axes of its own")));
   EXPECT_THAT(Findings(R"(<Laser Driver="bench" Beam="!b"/>)"),
               ElementsAre(HasSubstr("EmissionRequest: an address is needed"), HasSubstr("cannot be turned round")));
+  EXPECT_THAT(Findings(R"(<Laser Driver="bench" EmissionRequest="e" Beam="b"><Latch Rearm="no"/></Laser>)"),
+              ElementsAre(HasSubstr("Latch[1]/Ok: an address is needed"), HasSubstr("the bench has no such point")));
   EXPECT_THAT(Findings(R"(<Input Number="4" Driver="simulated" Address="bench@no"/>)"),
               ElementsAre(HasSubstr("the bench has no such point")));
   EXPECT_THAT(Findings(R"(<Input Number="4" Driver="simulated" Address="out:1"/>)"),
