@@ -175,6 +175,25 @@ TResult<> HomeLinuxcnc(const TConfigSection& root) {
   });
 }
 
+// While the latch in HAL is down it holds the axes: somebody has to see it, and to set it again.
+void CheckLatch(const TConfigSection& root, std::vector<TProblem>& problems) {
+  const TConfigSection devices = root.Child("Devices");
+  const auto moves = [&](const char* device) { return devices.Child(device).GetText("Driver", "") == "linuxcnc"; };
+  if (!moves("Axes") && !moves("NozzleMotor") && !moves("Follower") && !moves("Focus")) return;
+  const TConfigSection laser = devices.Child("Laser");
+  const auto names = [](const TConfigSection& section, const char* ok, const char* rearm) {
+    return section.GetText(ok, "").ends_with("hal:latch") && section.GetText(rearm, "").ends_with("hal:rearm");
+  };
+  if (names(laser, "LatchOk", "Rearm") ||
+      std::ranges::any_of(laser.Children("Latch"), [&](const auto& latch) { return names(latch, "Ok", "Rearm"); }))
+    return;
+  problems.push_back({.What = Tr("nobody sets the latch in HAL again, which holds LinuxCNC's axes while it is down"),
+                      .Where = "Devices/Laser",
+                      .Why = {},
+                      .Remedy = Tr("give the laser <Latch Ok=\"linuxcnc@hal:latch\" Rearm=\"linuxcnc@hal:rearm\"/>, or "
+                                   "these two as its LatchOk and Rearm")});
+}
+
 }  // namespace
 
 TDriverFactory LinuxcncDriver() {
@@ -194,6 +213,7 @@ TDriverFactory LinuxcncDriver() {
   factory.Devices = {"Axes", "Follower", "Focus"};
   factory.Arm = &ArmLinuxcnc;
   factory.Home = &HomeLinuxcnc;
+  factory.Check = &CheckLatch;
   return factory;
 }
 

@@ -1,4 +1,8 @@
 // Commissioning as a user meets it: what a machine's ports are, and each of them tried.
+#include <filesystem>
+#include <fstream>
+#include <map>
+
 #include <gmock/gmock.h>
 
 #include "controller/StateFolder.h"
@@ -61,3 +65,25 @@ TEST_F(MachineCommand, TryIsRefusedWithoutATerminalAndWithoutSuchAPort) {
 
 }  // namespace
 }  // namespace ixocamglue::test
+TEST_F(MachineCommand, GasTablesAreShownWithoutTheMachinesDevices) {
+  std::filesystem::copy_file(ixocontroller::ShareFolder() / "machines" / "modbus.xml", FDir.Path() / "modbus.xml");
+  const TRun shown = Ixocut("gas show --machine modbus.xml");
+  EXPECT_EQ(shown.ExitCode, 1) << shown.All();
+  EXPECT_THAT(shown.All(), HasSubstr("no such table"));
+}
+
+TEST_F(MachineCommand, EveryExampleIsRightAndALatchThatNobodySetsIsFound) {
+  const auto folder = ixocontroller::ShareFolder() / "machines";
+  for (const auto& entry : std::filesystem::directory_iterator(folder))
+    if (entry.path().extension() == ".xml") {
+      EXPECT_EQ(Ixocut("config check " + entry.path().string()).ExitCode, 0) << entry.path();
+    }
+  std::string text = ReadFile(folder / "linuxcnc-modbus.xml").OrThrow(pbUnusable);
+  const auto at = text.find("<Latch ");
+  ASSERT_NE(at, std::string::npos);
+  text.erase(at, text.find("/>", at) + 2 - at);
+  std::ofstream(FDir.Path() / "forgotten.xml") << text;
+  EXPECT_THAT(Ixocut("config check forgotten.xml").All(),
+              AllOf(HasSubstr("holds LinuxCNC's axes"), HasSubstr("<Latch Ok=\"linuxcnc@hal:latch\"")));
+}
+

@@ -1,6 +1,7 @@
-"""The controller's procedures on the simulated LinuxCNC, against the same ones on the simulated machine: their journals
-of commands are equal but for DIFFERENCES."""
+"""The controller's procedures on the simulated LinuxCNC, alone and with laser, gas, inputs and outputs on Modbus, against
+the same ones on the simulated machine: their journals of commands are equal but for DIFFERENCES."""
 import difflib
+import functools
 import os
 import pathlib
 import re
@@ -23,10 +24,16 @@ PROCEDURES = {
     "cover": ["run", "cover"],
 }
 
-# A line of one journal that the other has not, as a regular expression, and why; at most ten, none about laser or gas.
+# A line of one journal that the other has not, as a regular expression, and why, on both machines; at most ten, none about
+# laser, gas or the order.
 DIFFERENCES = {
     r"axes\.SaveFlagPos": "the simulated machine keeps the flag positions of its file",
 }
+
+# The device on Modbus, as long as the script runs, from when it listens.
+MODBUS = """"$IXOCUT" simulate machine --machine "$XDG_STATE_HOME/ixocut/machine.xml" --tcp 1502 >/dev/null &
+trap "kill $!" EXIT
+until (: </dev/tcp/127.0.0.1/1502) 2>/dev/null; do sleep 0.1; done"""
 
 
 def told_again(command, found):
@@ -51,49 +58,59 @@ def commands(text):
     return found
 
 
+@functools.cache
+def simulated(name):
+    with tempfile.TemporaryDirectory() as state:
+        ran = subprocess.run([os.environ["IXOCUT"], *PROCEDURES[name], "--journal", "--lang", "en", "--state", state],
+                             capture_output=True, text=True, timeout=120)
+        return commands(ran.stdout)
+
+
+def run_all(file, beside, out, names):
+    """These beside one LinuxCNC, its start shared; the text of each."""
+    # The simulated machine begins each at X 0, Y 0, Z 0.
+    lines = [beside] + ['"$IXOCUT" run safe-move-xyz --x 0 --y 0 --z 0 --realtime --local >/dev/null; '
+                        f'"$IXOCUT" {" ".join(call)} --realtime --journal --local --lang en >{out}/{name} 2>&1; '
+                        f'echo "exit $?" >>{out}/{name}' for name, call in PROCEDURES.items() if name in names]
+    # As LinuxCNC itself where that may be: a controller that is not given the processor has lost it.
+    first = ["chrt", "--rr", "1"]
+    if subprocess.run([*first, "true"], capture_output=True).returncode != 0:
+        first = []
+    ran = subprocess.run([*first, SCRIPT, "bash", "-c", "\n".join(lines)], timeout=240, capture_output=True, text=True,
+                         env=dict(os.environ, LINUXCNC_MACHINE=str(ROOT / "share" / "machines" / file)))
+    if ran.returncode == CANNOT:
+        raise unittest.SkipTest(ran.stderr)
+    if ran.returncode != 0:
+        raise RuntimeError(ran.stdout + ran.stderr)
+    return {name: (pathlib.Path(out) / name).read_text() for name in names}
+
+
 class Procedures(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        """All of them beside one LinuxCNC, its start shared."""
-        cls.folder = tempfile.TemporaryDirectory()
-        out = pathlib.Path(cls.folder.name)
-        # The simulated machine begins each at X 0, Y 0, Z 0.
-        lines = ['"$IXOCUT" run safe-move-xyz --x 0 --y 0 --z 0 --realtime --local >/dev/null; '
-                 f'"$IXOCUT" {" ".join(call)} --realtime --journal --local --lang en >{out}/{name} 2>&1; '
-                 f'echo "exit $?" >>{out}/{name}' for name, call in PROCEDURES.items()]
-        # As LinuxCNC itself where that may be: a controller that is not given the processor has lost it.
-        first = ["chrt", "--rr", "1"]
-        if subprocess.run([*first, "true"], capture_output=True).returncode != 0:
-            first = []
-        ran = subprocess.run([*first, SCRIPT, "bash", "-c", "\n".join(lines)], timeout=240, capture_output=True, text=True)
-        if ran.returncode == CANNOT:
-            raise unittest.SkipTest(ran.stderr)
-        if ran.returncode != 0:
-            raise RuntimeError(ran.stdout + ran.stderr)
-        cls.texts = {name: (out / name).read_text() for name in PROCEDURES}
-
-    @classmethod
-    def tearDownClass(cls):
-        cls.folder.cleanup()
-
-    def simulated(self, call):
-        with tempfile.TemporaryDirectory() as state:
-            ran = subprocess.run([os.environ["IXOCUT"], *call, "--journal", "--lang", "en", "--state", state],
-                                 capture_output=True, text=True, timeout=120)
-            return ran.stdout
-
-    def test_each_ends_well_with_the_simulated_machine_s_commands(self):
-        self.assertLessEqual(len(DIFFERENCES), 10)
-        self.assertFalse([pattern for pattern in DIFFERENCES if re.match("laser|gas", pattern)])
-        for name, call in PROCEDURES.items():
+    def compare(self, file, beside="true"):
+        with tempfile.TemporaryDirectory() as out:
+            texts = run_all(file, beside, out, PROCEDURES)
+            # The computer held up LinuxCNC's realtime thread, and the latch fell, as it has to: once more.
+            if late := [name for name, text in texts.items() if re.search(r"why: .*(latch in HAL|has fallen)", text)]:
+                print("once more:", *late)
+                texts |= run_all(file, beside, out, late)
+        for name, text in texts.items():
             with self.subTest(name):
-                text = self.texts[name]
                 self.assertTrue(text.rstrip().endswith("exit 0"), text[-2000:])
-                here, there = commands(self.simulated(call)), commands(text)
+                here, there = simulated(name), commands(text)
                 self.assertTrue(here, "the journal of the simulated machine has no command")
                 difference = [line for line in difflib.ndiff(here, there)
                               if line[0] in "+-" and not any(re.match(p, line[2:]) for p in DIFFERENCES)]
                 self.assertEqual(difference, [])
+
+    def test_the_differences_are_few_and_none_of_laser_or_gas(self):
+        self.assertLessEqual(len(DIFFERENCES), 10)
+        self.assertFalse([pattern for pattern in DIFFERENCES if re.match("laser|gas", pattern)])
+
+    def test_all_on_linuxcnc_are_the_simulated_machine_s(self):
+        self.compare("linuxcnc.xml")
+
+    def test_all_with_the_rest_on_modbus_are_the_simulated_machine_s(self):
+        self.compare("linuxcnc-modbus.xml", MODBUS)
 
 
 if __name__ == "__main__":
