@@ -61,6 +61,7 @@ TResult<> TLncLink::Start() {
   if (TResult<> open = FCommands.Open(true); !open) return open;
   Track(Clock().MonotonicMs());
   StatusRound();
+  OutliveLatch();
   {
     TGuard guard(FLock);
     FCommandsOpen = FAsksOpen = true;
@@ -113,6 +114,15 @@ TResult<> TLncLink::CheckPins() const {
 
 // A contradiction would show only when something moves, and then too late.
 TResult<> TLncLink::CheckUnits() {
+// By the beats of a controller that has just ended the latch may still be up: who takes it for his own sees it fall
+// when he begins.
+void TLncLink::OutliveLatch() {
+  std::string why;
+  for (const std::uint64_t end = Clock().MonotonicMs() + 2 * kHalLatchMs;
+       FHal.IsOn(kPinLatch) && Clock().MonotonicMs() < end;)
+    if (!FHal.Round(kHalFrameMs, false, why)) return;  // it is seen to be away by the thread that looks at it
+}
+
   std::string units;
   if (FAsks.Get("user_linear_units", kAskLimitMs, units) == roAck && units == "MM") return {};
   return TProblem{Tr("LinuxCNC does not count in mm"), Format("%s:%d", FConfig.Rsh.Host.c_str(), FConfig.Rsh.Port),

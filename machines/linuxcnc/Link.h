@@ -132,6 +132,7 @@ class TLncLink {
 
   [[nodiscard]] TResult<> CheckPins() const;
   [[nodiscard]] TResult<> CheckUnits();
+  void OutliveLatch();
   [[nodiscard]] TResult<> CheckLimits() const;
   void Reopen(TRshClient& rsh, std::uint64_t& triedMs, bool enable);
   void Track(std::uint64_t now);

@@ -193,6 +193,15 @@ TEST_F(LinuxcncDriver, WhatIsNotReadyMovesNothingAndSaysWhatIsToBeDone) {
   EXPECT_EQ(Events.Last(), "");
 }
 
+TEST_F(LinuxcncDriver, ALatchThatTheLastControllerLeftUpIsNotTakenForItsOwn) {
+  const std::uint64_t from = Clock().MonotonicMs();
+  Beat.KeepDoing(5, [&] {
+    if (Clock().MonotonicMs() - from > kHalLatchMs) Cnc.Latch = false;
+  });
+  Start();
+  EXPECT_FALSE(Link.Hal().IsOn(kPinLatch));
+}
+
 TEST_F(LinuxcncDriver, TargetsOutsideTheLimitsAndNoNumbersAreRefused) {
   Start();
   EXPECT_THAT(Refused([&] { Motion.MoveXY({3001.0, 0.0}, 0.0); }), HasSubstr("X 3001.000 lies outside 0.000 to 3000"));
