@@ -23,7 +23,9 @@ constexpr std::uint64_t kStateBeatMs = 200;  // the state thread's silence after
 constexpr std::uint32_t kAskLimitMs = 430;   // a `get` takes less than 1 ms
 constexpr std::uint32_t kAskEveryMs = 10;
 constexpr double kMovedMm = 0.0005;
-constexpr std::uint64_t kRestMs = 50;  // an axis that has not moved for so long rests
+constexpr std::uint64_t kRestMs = 50;    // an axis that has not moved for so long rests
+constexpr double kByHandMm = 0.05;       // what has moved so far without an order was moved by somebody else
+constexpr std::uint64_t kLetGoMs = 200;  // in which Z comes to rest when the height is not followed any more
 
 constexpr TNcWatchAxis kWatched[] = {waX, waY, waZ, waFocus};
 
@@ -59,9 +61,9 @@ TResult<> TLncLink::Start() {
   if (TResult<> open = FAsks.Open(false); !open) return open;
   if (TResult<> units = CheckUnits(); !units) return units;
   if (TResult<> open = FCommands.Open(true); !open) return open;
+  OutliveLatch();
   Track(Clock().MonotonicMs());
   StatusRound();
-  OutliveLatch();
   {
     TGuard guard(FLock);
     FCommandsOpen = FAsksOpen = true;
@@ -112,8 +114,6 @@ TResult<> TLncLink::CheckPins() const {
   return {};
 }
 
-// A contradiction would show only when something moves, and then too late.
-TResult<> TLncLink::CheckUnits() {
 // By the beats of a controller that has just ended the latch may still be up: who takes it for his own sees it fall
 // when he begins.
 void TLncLink::OutliveLatch() {
@@ -123,6 +123,8 @@ void TLncLink::OutliveLatch() {
     if (!FHal.Round(kHalFrameMs, false, why)) return;  // it is seen to be away by the thread that looks at it
 }
 
+// A contradiction would show only when something moves, and then too late.
+TResult<> TLncLink::CheckUnits() {
   std::string units;
   if (FAsks.Get("user_linear_units", kAskLimitMs, units) == roAck && units == "MM") return {};
   return TProblem{Tr("LinuxCNC does not count in mm"), Format("%s:%d", FConfig.Rsh.Host.c_str(), FConfig.Rsh.Port),
@@ -447,6 +449,7 @@ void TLncLink::WatchTakeover(const TLncStatus& status) {
     FThen = status;
     for (std::size_t axis = 0; axis < kLncAxes; ++axis)
       FHomedThen[axis] = FConfig.Axes[axis].Fitted && Homed(static_cast<TLncAxis>(axis));
+    for (std::size_t axis = 0; axis < kLncAxes; ++axis) FOurs[axis] = At(static_cast<TLncAxis>(axis));
     FRan = runs;
     if (!runs || !status.On) return;
   }
@@ -464,6 +467,26 @@ void TLncLink::WatchTakeover(const TLncStatus& status) {
   for (std::size_t axis = 0; axis < kLncAxes; ++axis)
     if (FHomedThen[axis] && FHal.IsOpen() && !Homed(static_cast<TLncAxis>(axis)))
       return Lose(Format(Tr("axis %s of LinuxCNC was unhomed"), AxisName(static_cast<TLncAxis>(axis))));
+  WatchHands();
+}
+
+// A jog in the mode that it is in, or its screen's own line.
+void TLncLink::WatchHands() {
+  const std::uint64_t now = Clock().MonotonicMs();
+  if (FHal.IsOn(kPinFollow) || FHal.IsOn(kPinClear)) FFollowedMs = now;
+  bool ours = false;
+  {
+    TGuard guard(FLock);
+    ours = FActiveUnit != kLncUnits || !FWaiting.empty() || FStopping != 0 || FAbortDue;
+  }
+  for (std::size_t i = 0; i < kLncAxes; ++i) {
+    const auto axis = static_cast<TLncAxis>(i);
+    const double at = At(axis);
+    if (ours || (axis == laZ && now - FFollowedMs < kLetGoMs))
+      FOurs[axis] = at;
+    else if (std::abs(at - FOurs[axis]) > kByHandMm)
+      return Lose(Format(Tr("axis %s of LinuxCNC was moved by somebody else"), AxisName(axis)));
+  }
 }
 
 }  // namespace ixocamglue

@@ -138,6 +138,7 @@ class TLncLink {
   void Track(std::uint64_t now);
   [[nodiscard]] bool MayBeat(std::uint64_t now) const;
   void WatchTakeover(const TLncStatus& status);
+  void WatchHands();
   void Lose(std::string why);
   void TryReturn();
 
@@ -203,6 +204,8 @@ class TLncLink {
   bool FRan = false;  // the controller was not in standby
   TLncStatus FThen;   // since it left it
   std::array<bool, kLncAxes> FHomedThen{};
+  std::array<double, kLncAxes> FOurs{};  // where each stood when it was the controller's to move it
+  std::uint64_t FFollowedMs = 0;
   // The HAL thread's own.
   std::uint64_t FHalTriedMs = 0;
 

@@ -277,6 +277,29 @@ TEST_F(LinuxcncDriver, WhatContradictsTheMachineFileRefusesTheStart) {
   EXPECT_THAT(nobody.Start().Problem().Text(), HasSubstr("ixocut-hal does not answer"));
 }
 
+TEST_F(LinuxcncDriver, WhatMovesWithoutAnOrderWhileSomethingRunsIsInAnothersHands) {
+  Link.OnFrame([&](std::uint64_t now) { Follower.Take(now); });
+  Start();
+  Cnc.PushByHand(laX, 5.0);
+  Clock().Sleep(100);
+  Link.NoteState(kProcedure);
+  Motion.MoveXY({200.0, 100.0}, 0.0);
+  ASSERT_TRUE(Ends(luXY));
+  Follower.MoveZ(60.0, 0.0);
+  ASSERT_TRUE(Ends(luZ));
+  Follower.Follow(1.0);
+  ASSERT_TRUE(Comes([&] { return !Follower.IsBusy(); }));
+  Follower.Stop(1);
+  Motion.MoveXY({2000.0, 100.0}, 0.0);
+  ASSERT_TRUE(Comes([&] { return Link.Moving(laX); }));
+  Link.StopAll();
+  ASSERT_TRUE(Ends(luXY));
+  Clock().Sleep(300);
+  EXPECT_EQ(Events.Last(), "") << "all of that was ordered, or in standby";
+  EXPECT_LE(AwayAfter([&] { Cnc.PushByHand(laY, 0.1); }), 1500U);
+  EXPECT_THAT(Events.Last(), HasSubstr("axis Y of LinuxCNC was moved by somebody else"));
+}
+
 // What the driver says, and what LinuxCNC hears of it, when LinuxCNC goes.
 TEST_F(LinuxcncDriver, LossIsFoundWithinHalfASecondAndNothingBeatsAnyMore) {
   Start();
