@@ -108,10 +108,12 @@ TDriverSet::TSlot& TDriverSet::Slot(const std::string& name) {
   const auto factory = std::ranges::find(FFactories, name, &TDriverFactory::Name);
   if (factory == FFactories.end()) throw EProblem(pbUnusable, Format(Tr("there is no driver \"%s\""), name.c_str()));
   if (FCore.Context.Clock && !factory->VirtualTime)
-    throw EProblem(pbUnusable, TProblem{.What = Format(Tr("the driver \"%s\" works in real time only"), name.c_str()),
-                                        .Where = {},
-                                        .Why = Tr("its devices do not wait for a clock that is made of software"),
-                                        .Remedy = Tr("run it with --realtime, or on a controller that serves")});
+    throw EProblem(
+        pbUnusable,
+        TProblem{.What = Format(Tr("the driver \"%s\" works in real time only"), name.c_str()),
+                 .Where = {},
+                 .Why = Tr("its devices do not wait for a clock that is made of software"),
+                 .Remedy = Tr("run it with --realtime where the command has that, or on a controller that serves")});
   auto slot = std::make_unique<TSlot>(*this, name, static_cast<std::int32_t>(factory - FFactories.begin()) + 1);
   slot->Driver = factory->Make({slot->Context, *slot}).OrThrow(pbUnusable);
   FDrivers.push_back(slot->Driver.get());
@@ -123,7 +125,7 @@ void TDriverSet::TellsLaser(const std::string& name) { Slot(name).TellsLaser = t
 void TDriverSet::TellsGas(const std::string& name) { Slot(name).TellsGas = true; }
 
 IMachinePoint* TDriverSet::Point(TPointKind kind, const std::string& address, const std::string& driver,
-                                 std::string label) {
+                                 std::string label, const char* unit) {
   if (address.empty()) return nullptr;
   const TPointName name = PointName(address, driver, FFactories);
   TSlot& slot = Slot(name.Driver);
@@ -134,7 +136,7 @@ IMachinePoint* TDriverSet::Point(TPointKind kind, const std::string& address, co
     point = steady.get();
   }
   if (name.Inverted) point = FInverted.emplace_back(std::make_unique<TInvertedPoint>(*point)).get();
-  if (!label.empty()) FPoints.push_back({std::move(label), &slot, name.Address, kind, point});
+  if (!label.empty()) FPoints.push_back({std::move(label), &slot, name.Address, kind, point, unit});
   return point;
 }
 
@@ -171,8 +173,12 @@ std::vector<TMachinePort> TDriverSet::PortFacts() const {
       fact.AgeMs = point.Point->AgeMs();
       fact.Readable = WhereReached([&] {
         const double value = point.Point->Read();
-        const bool digital = point.Kind == pkInput || point.Kind == pkOutput;
-        if (digital || fact.Value.empty()) fact.Value = digital ? (value != 0.0 ? "1" : "0") : ValueText(value);
+        if (IsDigital(point.Kind))
+          fact.Value = value != 0.0 ? "1" : "0";
+        else if (*point.Unit != '\0')
+          fact.Value = Format("%.3f %s", value, point.Unit);
+        else if (fact.Value.empty())
+          fact.Value = ValueText(value);
       });
       ports.push_back({point.Label, slot->Name, std::move(fact)});
     }

@@ -33,9 +33,10 @@ class TDriverSet {
   // --- while the machine is made ---
   // The driver of this name, made at its first use. Throws EProblem (pbUnusable).
   IMachineDriver& Driver(const std::string& name);
-  // The point at a device's address, which is shown under `label` (empty: under another one); null for none. Throws
-  // EProblem (pbUnusable).
-  IMachinePoint* Point(TPointKind kind, const std::string& address, const std::string& driver, std::string label);
+  // The point at a device's address, which is shown under `label` (empty: under another one) with the unit of its
+  // values; null for none. Throws EProblem (pbUnusable).
+  IMachinePoint* Point(TPointKind kind, const std::string& address, const std::string& driver, std::string label,
+                       const char* unit = "");
   // What Point handed out for this address switches a laser's emission or beam.
   void NoteLight(const std::string& address, const std::string& driver);
   // The driver tells of its laser or gas by itself from now on.
@@ -55,6 +56,7 @@ class TDriverSet {
     std::string Address;
     TPointKind Kind;
     IMachinePoint* Point;
+    const char* Unit;
   };
 
   TSlot& Slot(const std::string& name);

@@ -59,11 +59,11 @@ void TComposedMachine::MakeMotion(const TDevicesRecord& devices) {
   const bool hasZ = FFollower || (FAxesDevice && FAxesDevice->HasZ());
   FPorts.SetAxisCount(axes + (hasZ ? 1 : 0));
   const TPalletsDevice& pallets = devices.Pallets;
-  if (pallets.IsOfPoints())
-    FPallets = std::make_unique<TPointPallets>(
-        FCore, FDrivers.Point(pkInput, pallets.Docked1, pallets.Driver, Tr("pallet 1 docked")),
-        FDrivers.Point(pkInput, pallets.Docked2, pallets.Driver, Tr("pallet 2 docked")));
-  else if (!pallets.Driver.empty())
+  if (pallets.IsOfPoints()) {
+    IMachinePoint* const docked1 = FDrivers.Point(pkInput, pallets.Docked1, pallets.Driver, Tr("pallet 1 docked"));
+    IMachinePoint* const docked2 = FDrivers.Point(pkInput, pallets.Docked2, pallets.Driver, Tr("pallet 2 docked"));
+    FPallets = std::make_unique<TPointPallets>(FCore, docked1, docked2);
+  } else if (!pallets.Driver.empty()) {
     FPallets = std::make_unique<TToldPallets>(
         FCore, Have(FDrivers.Driver(pallets.Driver).Pallets(), pallets.Driver, "Pallets"));
 }
@@ -108,7 +108,7 @@ void TComposedMachine::MakeGas(const TDevicesRecord& devices, const TMachineBoun
   for (const auto& each : gas.Branches) {
     TGasLine line{.GasType = each->GasType};
     const auto point = [&](TPointKind kind, const std::string& address, const char* name) {
-      return FDrivers.Point(kind, address, gas.Driver, Format(Tr("gas %d %s"), each->GasType, name));
+      return FDrivers.Point(kind, address, gas.Driver, Format(Tr("gas %d %s"), each->GasType, name), "bar");
     };
     line.Valve = point(pkOutput, each->Valve, "Valve");
     line.Pressure = point(pkAnalogIn, each->Pressure, "Pressure");
@@ -146,8 +146,12 @@ void TComposedMachine::MakePorts(const TDevicesRecord& devices, const TMachineBo
   // Those that nothing else of the machine uses are looked at by who commissions it.
   for (const auto& port : devices.AnalogIns)
     FDrivers.Point(pkAnalogIn, port->Address, port->Driver, Format(Tr("analogue input %d"), port->Number));
-  for (const auto& port : devices.AnalogOuts)
-    FDrivers.Point(pkAnalogOut, port->Address, port->Driver, Format(Tr("analogue output %d"), port->Number));
+  for (const auto& port : devices.AnalogOuts) {
+    const bool drivesGas =
+        std::ranges::find(machine.GasBranches, port->Number, &TGasBranchConfig::DAPort) != machine.GasBranches.end();
+    FDrivers.Point(pkAnalogOut, port->Address, port->Driver, Format(Tr("analogue output %d"), port->Number),
+                   drivesGas ? "V" : "");
+  }
 }
 
 TResult<> TComposedMachine::Connect() {

@@ -31,12 +31,16 @@ TEST_F(MachineCommand, CheckListsEveryPortOfAMachineAndMovesNothing) {
   EXPECT_EQ(simulated.at(0).at("limits"), "0..3050 mm");
   const auto composed = Json("machine check --machine composed.xml --json", 0).at("ports");
   std::vector<std::string> devices;
+  std::map<std::string, std::string> values;
   for (const auto& port : composed) {
     EXPECT_TRUE(port.at("readable").get<bool>()) << port;
     devices.push_back(port.at("device").get<std::string>() + " = " + port.at("address").get<std::string>());
+    values[port.at("device")] = port.at("value");
   }
   EXPECT_THAT(devices, AllOf(Contains("laser Beam = laser:beam"), Contains("input 4 Nozzle cover open = in:4"),
                              Contains("gas 2 SetPoint = set:2"), Contains("analogue output 34 = da:34")));
+  EXPECT_THAT(values.at("gas 2 Pressure"), HasSubstr(" bar"));
+  EXPECT_EQ(values.at("analogue output 34"), "0.000 V");
   EXPECT_THAT(Ixocut("machine check --machine composed.xml").Out, HasSubstr("laser:confirmed"));
 }
 
