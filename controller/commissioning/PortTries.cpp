@@ -130,6 +130,25 @@ TTriedPort Jog(TTryRun& run, const char* procedure, const std::function<double()
                 std::abs(there - to) <= kReachedMm && std::abs(back - from) <= kReachedMm);
 }
 
+// On for so long, then off; both are read back.
+TTriedPort Pulse(TTryRun& run, std::uint64_t ms, const std::function<void(bool)>& set,
+                 const std::function<bool()>& isOn) {
+  bool on = false;
+  try {
+    set(true);
+    run.Wait(ms);
+    on = isOn();
+  } catch (...) {
+    set(false);
+    throw;
+  }
+  set(false);
+  for (std::uint64_t waited = 0; isOn() && waited < kReadMs; waited += kTryRoundMs) Clock().Sleep(kTryRoundMs);
+  const bool stays = isOn();
+  return Result(Format(Tr("on for %llu ms, then off"), static_cast<unsigned long long>(ms)),
+                Format("%d, %d", on ? 1 : 0, stays ? 1 : 0), on && !stays);
+}
+
 void AddAxes(TTryRun& run, std::vector<TPortTry>& tries) {
   const std::string how = Format(Tr("%g mm and back, at %g mm/s"), kJogMm, kJogMmPerS);
   if (MotionDriver())
@@ -190,32 +209,18 @@ void AddPorts(TTryRun& run, std::uint64_t pulseMs, std::vector<TPortTry>& tries)
                        }});
   if (MotionCard())
     for (const TPortConfig& port : machine.Outports)
-      tries.push_back({Format("output:%d", port.Number), Format(Tr("output %d %s"), port.Number, port.Name.c_str()),
-                       Format(Tr("on for %llu ms, then off"), static_cast<unsigned long long>(pulseMs)),
-                       [&run, pulseMs, number = port.Number] {
-                         const auto isOn = [&run, number] {
-                           const TMachineSnapshot now = run.Controller().Machine().Snapshot();
-                           return std::ranges::find(now.OutputsOn, number) != now.OutputsOn.end();
-                         };
-                         const auto off = [&run, number] {
-                           run.OnState([number] { MotionCard()->SwitchOutport(number, false); });
-                         };
-                         bool on = false;
-                         try {
-                           run.OnState([number] { MotionCard()->SwitchOutport(number, true); });
-                           run.Wait(pulseMs);
-                           on = isOn();
-                         } catch (...) {
-                           off();
-                           throw;
-                         }
-                         off();
-                         for (std::uint64_t ms = 0; isOn() && ms < kReadMs; ms += kTryRoundMs)
-                           Clock().Sleep(kTryRoundMs);
-                         const bool stays = isOn();
-                         return Result(Format(Tr("on for %llu ms, then off"), static_cast<unsigned long long>(pulseMs)),
-                                       Format("%d, %d", on ? 1 : 0, stays ? 1 : 0), on && !stays);
-                       }});
+      tries.push_back(
+          {Format("output:%d", port.Number), Format(Tr("output %d %s"), port.Number, port.Name.c_str()),
+           Format(Tr("on for %llu ms, then off"), static_cast<unsigned long long>(pulseMs)),
+           [&run, pulseMs, number = port.Number] {
+             return Pulse(
+                 run, pulseMs,
+                 [&run, number](bool on) { run.OnState([number, on] { MotionCard()->SwitchOutport(number, on); }); },
+                 [&run, number] {
+                   const TMachineSnapshot now = run.Controller().Machine().Snapshot();
+                   return std::ranges::find(now.OutputsOn, number) != now.OutputsOn.end();
+                 });
+           }});
 }
 
 void AddGas(TTryRun& run, std::vector<TPortTry>& tries) {
@@ -229,17 +234,27 @@ void AddGas(TTryRun& run, std::vector<TPortTry>& tries) {
                        run.OnState([type] { FittedGas()->SelectBranch(type); });
                        if (run.OnState([] { return FittedGas()->GetBranch(); }) != type)
                          throw EProblem(pbRefused, TProblem{.What = Tr("the branch cannot be selected")});
+                       // The supply is busy until what was put out has been read back.
+                       const auto arrives = [&run] {
+                         const auto busy = [&run] { return run.OnState([] { return FittedGas()->IsBusy(); }); };
+                         for (std::uint64_t ms = 0; busy() && ms < kReadMs; ms += kTryRoundMs)
+                           Clock().Sleep(kTryRoundMs);
+                         return !busy();
+                       };
                        double bar = 0.0;
+                       bool arrived = false;
                        try {
                          put(kTryVolt);
                          run.Wait(kReadMs);
+                         arrived = arrives();
                          bar = run.OnState([] { return DeviceManager() ? DeviceManager()->GetRtGasPressure() : 0.0; });
                        } catch (...) {
                          put(0.0);
                          throw;
                        }
                        put(0.0);
-                       return Result(Format(Tr("%g V, then 0 V"), kTryVolt), Format("%.3f bar", bar), true);
+                       const bool shut = arrives();
+                       return Result(Format(Tr("%g V, then 0 V"), kTryVolt), Format("%.3f bar", bar), arrived && shut);
                      }});
   }
 }
@@ -247,20 +262,10 @@ void AddGas(TTryRun& run, std::vector<TPortTry>& tries) {
 void AddPilot(TTryRun& run, std::uint64_t pulseMs, std::vector<TPortTry>& tries) {
   if (!FittedLaser()) return;
   const std::string what = Format(Tr("on for %llu ms, then off"), static_cast<unsigned long long>(pulseMs));
-  tries.push_back({"pilot", Tr("pilot light"), what, [&run, pulseMs, what] {
-                     const auto set = [&run](bool on) { run.OnState([on] { FittedLaser()->SetAiming(on); }); };
-                     const auto isOn = [&run] { return run.OnState([] { return FittedLaser()->GetAiming(); }); };
-                     bool on = false;
-                     try {
-                       set(true);
-                       run.Wait(pulseMs);
-                       on = isOn();
-                     } catch (...) {
-                       set(false);
-                       throw;
-                     }
-                     set(false);
-                     return Result(what, Format("%d", on ? 1 : 0), on);
+  tries.push_back({"pilot", Tr("pilot light"), what, [&run, pulseMs] {
+                     return Pulse(
+                         run, pulseMs, [&run](bool on) { run.OnState([on] { FittedLaser()->SetAiming(on); }); },
+                         [&run] { return run.OnState([] { return FittedLaser()->GetAiming(); }); });
                    }});
 }
 

@@ -54,7 +54,8 @@ TEST_F(MachineCommand, TryDoesOnePortAfterTheOtherAndKeepsAProtocol) {
   for (const char* const port :
        {"\tx\t", "\tz\t", "\tfocus\t", "\tinput:4\t", "\toutput:5\t", "\tgas:2\t", "\tpilot\t"})
     EXPECT_THAT(protocol, HasSubstr(port));
-  EXPECT_THAT(protocol, HasSubstr("1, 0\tyes"));
+  EXPECT_THAT(protocol, HasSubstr("output:5\ton for 50 ms, then off\t1, 0\tyes"));
+  EXPECT_THAT(protocol, HasSubstr("pilot\ton for 50 ms, then off\t1, 0\tyes"));
   EXPECT_EQ(Ixocut("machine try x --yes --protocol tried.tsv").ExitCode, 2) << "it is not written over";
 }
 
