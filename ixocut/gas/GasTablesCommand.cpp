@@ -28,6 +28,11 @@ struct TTablesOptions : TControllerSettings {
   bool Json = false;
 };
 
+// In the place of a machine whose devices nothing is wanted of: they need not be there.
+struct TNoMachine final : IMachine {
+  TResult<> Connect() override { return {}; }
+};
+
 // The machine file with the tables beside it; no machine runs.
 class TTables {
  public:
@@ -48,6 +53,10 @@ class TTables {
     TControllerOptions session = options.Options(&console);
     session.SavesMachineFile = saves;
     session.Supervisor = false;
+    for (TMachineFactory& machine : session.Machines)
+      machine.Make = [](const TMachineContext&) -> TResult<std::unique_ptr<IMachine>> {
+        return std::unique_ptr<IMachine>(std::make_unique<TNoMachine>());
+      };
     return session;
   }
 

@@ -66,6 +66,7 @@ void TComposedMachine::MakeMotion(const TDevicesRecord& devices) {
   } else if (!pallets.Driver.empty()) {
     FPallets = std::make_unique<TToldPallets>(
         FCore, Have(FDrivers.Driver(pallets.Driver).Pallets(), pallets.Driver, "Pallets"));
+  }
 }
 
 void TComposedMachine::MakeLaser(const TLaserDevice& laser) {

@@ -68,8 +68,6 @@ TEST_F(MachineCommand, TryIsRefusedWithoutATerminalAndWithoutSuchAPort) {
   EXPECT_THAT(unknown.Err, HasSubstr("did you mean focus?"));
 }
 
-}  // namespace
-}  // namespace ixocamglue::test
 TEST_F(MachineCommand, GasTablesAreShownWithoutTheMachinesDevices) {
   std::filesystem::copy_file(ixocontroller::ShareFolder() / "machines" / "modbus.xml", FDir.Path() / "modbus.xml");
   const TRun shown = Ixocut("gas show --machine modbus.xml");
@@ -92,3 +90,5 @@ TEST_F(MachineCommand, EveryExampleIsRightAndALatchThatNobodySetsIsFound) {
               AllOf(HasSubstr("holds LinuxCNC's axes"), HasSubstr("<Latch Ok=\"linuxcnc@hal:latch\"")));
 }
 
+}  // namespace
+}  // namespace ixocamglue::test
