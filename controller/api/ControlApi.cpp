@@ -1,7 +1,9 @@
 // What ends things, and the way back; what the machine is.
 #include "controller/api/Api.h"
+#include "controller/gas/GasReport.h"
 #include "ixocamglue/platform/ports/CutSystem.h"
 #include "ixocamglue/platform/ports/MotionDriver.h"
+#include "ixocamglue/platform/services/LocaleManager.h"
 #include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
@@ -58,7 +60,10 @@ TApiReply ShowMachine(TService& service, const TApiRequest&) {
   TNcCutSystem* const cut = CutSystem();
   auto gases = nlohmann::ordered_json::array();
   for (const TGasBranchConfig& gas : bounds.GasBranches)
-    gases.push_back({{"branch", gas.GasType}, {"name", gas.Name}, {"mostBar", gas.MaxPressure}});
+    gases.push_back({{"branch", gas.GasType},
+                     {"name", gas.Name},
+                     {"text", Retold(ShownGas(gas.GasType))},
+                     {"mostBar", gas.MaxPressure}});
   const auto ports = [](const std::vector<TPortConfig>& all) {
     auto list = nlohmann::ordered_json::array();
     for (const TPortConfig& port : all) list.push_back({{"number", port.Number}, {"name", port.Name}});

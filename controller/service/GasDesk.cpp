@@ -36,7 +36,10 @@ TJson BranchJson(std::int32_t gas, const TGasBranchConfig& branch, const TZemGas
 
 const TJson& TGasDesk::Branches() {
   const TZemGasAdjustModel& model = *GZemGasAdjustModel();
-  if (model.AjdustIsBusy()) return FBranches;
+  if (model.AjdustIsBusy()) {  // as they were, in the language of who asks now
+    for (TJson& branch : FBranches) branch["text"] = Retold(ShownGas(branch["type"].get<std::int32_t>()));
+    return FBranches;
+  }
   FBranches = TJson::array();
   for (std::int32_t gas = 1; gas <= kGasTypes; ++gas)
     if (const TGasBranchConfig* const branch = MachineConfig()->GetGasBranch(gas))

@@ -140,7 +140,13 @@ TEST_F(DesksApi, OneCalibrationFollowsAnotherAndEachTellsItsProgressAndItsVerdic
   const nlohmann::json air{{"gases", {"Air"}}, {"nozzle", "S"}, {"size", 1.5}, {"descend", true}};
   Refused(400, "no gas", "POST", "gas/calibrate", {{"gases", {"He"}}, {"nozzle", "S"}, {"size", 1.5}});
   Refused(400, "size", "POST", "gas/calibrate", {{"gases", "Air"}, {"nozzle", "S"}, {"size", 101}});
+  EXPECT_EQ(Good("GET", "gas")["branches"][0]["text"], "Air");
   const std::uint64_t first = Good("POST", "gas/calibrate", air)["id"];
+  const auto chinese = [&](const char* path) {
+    return World.Ask("GET", path, {}, TServiceWorld::Operator(), "zh").Body;
+  };
+  EXPECT_EQ(chinese("gas")["branches"][0]["text"], "空气") << "also while one runs";
+  EXPECT_EQ(chinese("machine")["gases"][0]["text"], "空气");
   Refused(409, "gas-calibrate", "POST", "gas/calibrate", air);
   Refused(409, "gas-calibrate", "POST", "gas/use", {{"gases", "Air"}, {"nozzle", "S"}, {"size", 1.5}});
   const TJson report = World.Report(first);

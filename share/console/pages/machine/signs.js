@@ -39,7 +39,7 @@ export class Signs {
     else if (signals.laser) this.#say("beam", "lit", tr("asked for, no emission"), pilot);
     else if (signals.emission) this.#say("beam", "lit", tr("shutter open, laser off"), pilot);
     else this.#say("beam", "", tr("off"), pilot);
-    const branch = this.machine.gases.find((candidate) => candidate.branch === gas.branch)?.name ?? String(gas.branch);
+    const branch = this.machine.gases.find((candidate) => candidate.branch === gas.branch)?.text ?? String(gas.branch);
     this.#say("gas", gas.on ? "on" : "", gas.on ? tr("%s on", branch) : tr("%s off", branch),
       tr("set %s bar, measured %s bar", numberText(gas.setBar), numberText(gas.bar)));
     this.#allowed("move", allowMove, (alarm) => alarm.forbidsMove);
