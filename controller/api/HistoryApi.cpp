@@ -7,6 +7,7 @@
 #include "controller/api/Api.h"
 #include "controller/api/Asked.h"
 #include "controller/history/RunArchive.h"
+#include "controller/service/Runner.h"
 #include "ixocamglue/platform/services/LocaleManager.h"
 #include "ixocamglue/platform/services/UtcTime.h"
 #include "ixocamglue/support/JsonText.h"
@@ -53,7 +54,7 @@ TJson HistoryHeadJson(const THistoryRun& run) {
     json["problem"] = ProblemJson({.What = Tr("the controller ended while it ran")});
   else
     json["durationMs"] = run.DurationMs;
-  if (run.Problem) json["problem"] = ProblemJson(Retold(*run.Problem));
+  if (run.Problem) json["problem"] = ProblemJson(RetoldProblem(*run.Problem));
   return json;
 }
 

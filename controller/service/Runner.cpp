@@ -81,14 +81,21 @@ std::string RetoldPlace(const std::string& place) {
   return told;
 }
 
+}  // namespace
+
+TProblem RetoldProblem(const TProblem& problem) {
+  TProblem told = Retold(problem);
+  told.Where = RetoldPlace(problem.Where);
+  return told;
+}
+
+namespace {
+
 // In the language of who asks, as far as the texts are in the catalogue by themselves.
 TRunReport RetoldReport(TRunReport report) {
   for (TStepSpan& step : report.Steps) step.Desc = Retold(step.Desc);
   report.End.Words = Retold(report.End.Words);
-  if (report.Problem) {
-    report.Problem = Retold(*report.Problem);
-    report.Problem->Where = RetoldPlace(report.Problem->Where);
-  }
+  if (report.Problem) report.Problem = RetoldProblem(*report.Problem);
   for (TRunAlarm& alarm : report.Alarms) {
     const std::string before = alarm.Solution;
     alarm.Define();
@@ -124,8 +131,9 @@ nlohmann::ordered_json RunHeadJson(const TRunRecord& record) {
   json["durationMs"] = record.Report.DurationMs;
   json["lang"] = record.Language;
   json["words"] = Retold(record.Report.End.Words);
-  const auto& problem = record.Report.Problem;
-  json["problem"] = problem ? ProblemJson(Retold(*problem)) : nlohmann::ordered_json();
+  std::optional<TProblem> problem = record.Report.Problem;
+  if (problem) problem = RetoldProblem(*problem);
+  json["problem"] = problem ? ProblemJson(*problem) : nlohmann::ordered_json();
   return json;
 }
 

@@ -65,6 +65,8 @@ using TRunRecordPtr = std::shared_ptr<const TRunRecord>;
 
 // Of a procedure an object, of a sequence a list of calls.
 [[nodiscard]] nlohmann::ordered_json RunParams(bool sequence, const std::vector<TMotionCall>& calls);
+// How a run ended, in the language of who asks as far as its texts are in the catalogue by themselves. Any thread.
+[[nodiscard]] TProblem RetoldProblem(const TProblem& problem);
 // What is known of it without its report; "outcome" is null while it runs.
 [[nodiscard]] nlohmann::ordered_json RunHeadJson(const TRunRecord& record);
 // With its report as `ixocut run --json` has it, and the lines that the command shows behind the log.

@@ -54,6 +54,10 @@ TEST(Service, AStatusIsToldAsItIsInEachLanguage) {
   EXPECT_EQ(step("en"), "Delay");
   const auto first = told("en");
   ASSERT_TRUE(Comes([&] { return told("en").at("machineMs") > first.at("machineMs"); }));
+  EXPECT_EQ(world.Ask("POST", "stop").Status, 202);
+  (void)world.Report(first.at("run").at("id"));
+  const TJson runs = world.Ask("GET", "runs", {}, TServiceWorld::Operator(), "zh").Body["runs"];
+  EXPECT_THAT(runs[0]["problem"]["where"].dump(), HasSubstr("1/2 延时"));
 }
 
 TEST(Service, SignalsAreReadBackAsTheyWereTold) {
