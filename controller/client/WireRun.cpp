@@ -26,6 +26,12 @@ class TFollowed {
   TFollowed(const TFollowed&) = delete;
   TFollowed& operator=(const TFollowed&) = delete;
 
+  // From now on there may be something to stop. Throws where that was asked already.
+  void Order() {
+    StopIfAsked();
+    FOrdered = true;
+  }
+
   // The run has begun by now: what was asked before it did may have stopped nothing.
   void Begun(std::uint64_t id) {
     FId = id;
@@ -64,6 +70,7 @@ class TFollowed {
   void StopIfAsked() {
     if (FStopped || !FFollower.Stops || !FFollower.Stops()) return;
     FStopped = true;
+    if (!FOrdered) throw EProblem(pbRefused, Tr("it was not started"));
     (void)TWireClient(FClient.Address(), FClient.Token(), FClient.Language()).Post("/api/v1/stop");
   }
 
@@ -106,6 +113,7 @@ class TFollowed {
   std::uint64_t FNowMs = 0;    // since then, as far as it is known
   TMachineSnapshot FNow;
   std::uint64_t FBegun = 0;
+  bool FOrdered = false;
   bool FStopped = false;
   bool FEnded = false;
   bool FTold = false;
@@ -120,6 +128,7 @@ TWireRun RunOnController(TWireClient& client, const TWireOrder& order, const TWi
   TJson body = order.Body;
   if (order.Detach) body["detach"] = true;
   TWireRun run;
+  followed.Order();
   client.Post(order.Path, body).at("id").get_to(run.Id);
   if (order.Detach) return run;
   followed.Begun(run.Id);

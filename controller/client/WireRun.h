@@ -23,7 +23,8 @@ struct TWireOrder {
 
 // Who follows it; each may be missing.
 struct TWireFollower {
-  // Asked every 50 ms from the beginning on, also while the controller does not answer; true: the run is stopped.
+  // Asked every 50 ms from the beginning on, also while the controller does not answer; true: the run is stopped, or
+  // not started.
   std::function<bool()> Stops;
   // Progress and warnings in the words of a run in this process; times count from the run's start.
   ILogSink* Log = nullptr;

@@ -190,16 +190,20 @@ TEST_F(Wire, StopsARunForAFollowerWhoWaitsForADiskThatHangs) {
   ASSERT_TRUE(World.Service.PostFiles([works = disk.get_future().share()] { works.wait(); }));
   TWireClient client({.Socket = World.Folder / kWireSocket, .Host = {}}, "", "en");
   std::atomic<bool> stop{false};
-  auto run = std::async(std::launch::async, [&] {
+  const auto follow = [&] {
     return RunOnController(client, {.Body = {{"procedure", "delay"}, {"params", {{"ms", 60'000}}}}},
                            {.Stops = [&stop] { return stop.load(); }});
-  });
+  };
+  auto run = std::async(std::launch::async, follow);
   EXPECT_TRUE(Comes([&] { return World.Service.Status()->Running; }));
   std::this_thread::sleep_for(std::chrono::milliseconds(1200));  // by then it has asked for the run's record
   stop = true;
   EXPECT_TRUE(Comes([&] { return !World.Service.Status()->Running; }));
   disk.set_value();
   EXPECT_STREQ(run.get().Report.End.Name, "stopped");
+
+  EXPECT_THROW((void)follow(), EProblem) << "it was asked to stop before";
+  EXPECT_EQ(client.Get("/api/v1/runs").at("runs").size(), 1U) << "nothing was started";
 }
 
 TEST_F(Wire, AnswersInOrderOnOneConnectionAndInEachOnesLanguage) {
