@@ -224,13 +224,17 @@ class RecordingsPage {
   async remove(name) {
     if (!(await agree(tr("Delete %s?", name), el("p", tr("The recording is gone then.")), tr("Delete"), {kind: "danger", no: tr("Keep")}))) return;
     await attempt(async () => {
-      await wire.delete("recordings/" + name);
-      if (saved.get("open") === name) {
-        saved.set({open: "", over: "", zoom: null});
-        this.plot?.close();
+      const shown = saved.get("open") === name;
+      if (shown) {
+        this.plot?.close();  // it reads finely what is zoomed
         this.plot = null;
       }
-      await this.load();
+      try {
+        await wire.delete("recordings/" + name);
+        if (shown) saved.set({open: "", over: "", zoom: null});
+      } finally {
+        await this.load();
+      }
       goOnFrom(this.files);
       say(tr("%s is deleted", name));
     });
