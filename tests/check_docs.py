@@ -3,9 +3,9 @@
 route of the interface; each piece of code stands in the file that it is quoted from; DEPENDENCIES.md lists what is
 installed; each protection of safety.md says how soon it acts, has its test, and its figure is the code's; and kept.md
 has what the sources mark as kept.
-check_docs.py <checkout> <ixocut>: runs the commands of the documents with this program.
-check_docs.py <checkout> <ixocut> <folder>: those of the examples, which are built in this folder against the installation
-that CMAKE_PREFIX_PATH names.
+check_docs.py <checkout> <ixocut> [<document>...]: runs the commands of the documents, or of these, with this program.
+check_docs.py <checkout> <ixocut> --examples <folder>: those of the examples, which are built in this folder against the
+installation that CMAKE_PREFIX_PATH names, else against the system's.
 Prints `file:line: reason` for each that is wrong, and fails if there is one.
 
 A block of a document says behind its language what it is:
@@ -46,6 +46,8 @@ PLACE = re.compile(r"^[A-Za-z.][\w./-]*(/|\.(\*|h|cpp|py|sh|json|md|xml))$")
 PORTS = ["8620", "8621", "1502", "1503"]
 HERE = {"192.168.0.5": "127.0.0.1", "cutter.example": "localhost"}
 LANGUAGES = {"README.md": ""}  # none: it shows what is printed then
+# The data folder of an installation; where there is none the checkout's.
+DATA = "/usr/share/ixocamglue"
 PATIENCE_S = 120
 BUILD_PATIENCE_S = 600
 
@@ -287,9 +289,12 @@ def run_commands(document, program, folder):
     for emptied in (out, tools, home / ".local", home / "examples", home / "share"):
         shutil.rmtree(emptied, ignore_errors=True)
     for made in (home, out, tools):
-        made.mkdir(exist_ok=True)
+        made.mkdir(parents=True, exist_ok=True)
     for copied in ("examples", "share"):
-        shutil.copytree(ROOT / copied, home / copied)
+        if (ROOT / copied).is_dir():
+            shutil.copytree(ROOT / copied, home / copied)
+    if not pathlib.Path(DATA).is_dir():
+        text = text.replace(DATA, "share")
     (home / ".curlrc").write_text("silent\nshow-error\n", encoding="utf-8")
     for there, here in {**HERE, **{port: free_port() for port in PORTS}}.items():
         text = re.sub(rf"\b{re.escape(there)}\b", here, text)
@@ -335,10 +340,11 @@ def run_commands(document, program, folder):
 
 if len(sys.argv) > 2:
     ixocut = pathlib.Path(sys.argv[2]).resolve()
-    for held in EXAMPLES if len(sys.argv) > 3 else DOCUMENTS:
+    examples = pathlib.Path(sys.argv[4]).resolve() if sys.argv[3:4] == ["--examples"] else None
+    for held in EXAMPLES if examples else sys.argv[3:] or DOCUMENTS:
         for attempt in range(2):  # once more where it failed: most of it is in real time
             with tempfile.TemporaryDirectory(prefix="ixo-docs-") as fresh:
-                faults = run_commands(held, ixocut, pathlib.Path(sys.argv[3] if len(sys.argv) > 3 else fresh).resolve())
+                faults = run_commands(held, ixocut, examples or pathlib.Path(fresh).resolve())
             if not faults:
                 break
         for fault in faults:
