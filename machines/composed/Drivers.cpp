@@ -58,7 +58,7 @@ struct TDriverSet::TSlot final : IMachineObserver, IDriverEvents {
       if (Serial == 0) {
         Serial = Owner.FCore.Context.Alarms.Raise(
             {.IdPrefix = kDriverAlarmPrefix,
-             .Desc = Format(Tr("the devices of the driver \"%s\" do not answer: %s"), Name.c_str(), why.c_str()),
+             .Desc = Format(Tr("the devices of the driver \"%s\" cannot be used: %s"), Name.c_str(), why.c_str()),
              .Id = Number,
              .Attrs = kDriverAwayForbids});
         Owner.FCore.Event("driver", Format("%s away: %s", Name.c_str(), why.c_str()));
