@@ -21,6 +21,7 @@ constexpr std::uint64_t kLowMs = 2'000;  // so long it may take to come, beside 
 
 std::vector<TNcSimpleAlarmSource::TRow> LowRows(const std::vector<TGasLine>& lines) {
   std::vector<TNcSimpleAlarmSource::TRow> rows;
+  rows.reserve(lines.size());
   for (const TGasLine& line : lines)
     rows.push_back({line.GasType, naForbidCut, Format(Tr("gas pressure low, gas type %d"), line.GasType)});
   return rows;

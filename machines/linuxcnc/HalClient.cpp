@@ -130,7 +130,7 @@ bool THalClient::Receive(std::uint32_t ms, std::string& why) {
   }
   if (fd < 0) return false;
   if (!WaitFd(fd, POLLIN, ms)) return true;
-  std::array<char, 16 * 1024> buffer;
+  std::array<char, 16'384> buffer;
   const ssize_t got = ::recv(fd, buffer.data(), buffer.size(), MSG_DONTWAIT);
   if (got == 0 || (got < 0 && errno != EAGAIN && errno != EINTR)) {
     why = got == 0 ? Tr("the connection has ended") : SystemErrorText(errno);

@@ -55,8 +55,8 @@ inline constexpr std::uint32_t kHalClientMs = 300;  // the commanding client was
 inline constexpr std::uint32_t kHalDeviceMs = 200;  // ixocut-hal was silent
 inline constexpr std::size_t kHalNameMax = 36;      // HAL's 47 without "ixocut-hal."
 inline constexpr std::size_t kHalPinsMax = 256;
-inline constexpr std::size_t kHalAskMax = 256;          // bytes of a client's line
-inline constexpr std::size_t kHalTellMax = 32U * 1024;  // bytes of ixocut-hal's
+inline constexpr std::size_t kHalAskMax = 256;      // bytes of a client's line
+inline constexpr std::size_t kHalTellMax = 32'768;  // bytes of ixocut-hal's
 
 // Pins that ixocut-hal has whatever its list says; not in `hello`. "client": somebody commands. The last one is an
 // input.

@@ -312,7 +312,7 @@ void TLncLink::Mark(bool on) {
 
 // --- away and back ---
 
-void TLncLink::Lose(std::string why) {
+void TLncLink::Lose(const std::string& why) {
   {
     TGuard guard(FLock);
     if (!FAway.empty()) return;

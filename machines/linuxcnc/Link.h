@@ -139,7 +139,7 @@ class TLncLink {
   [[nodiscard]] bool MayBeat(std::uint64_t now) const;
   void WatchTakeover(const TLncStatus& status);
   void WatchHands();
-  void Lose(std::string why);
+  void Lose(const std::string& why);
   void TryReturn();
 
   // --- the commanding thread's ---

@@ -1,11 +1,11 @@
 #include "machines/linuxcnc/hal/HalComponent.h"
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <hal.h>
 #include <memory>
 #include <optional>
-#include <signal.h>
 #include <string_view>
 #include <sys/wait.h>
 #include <unistd.h>

@@ -1,12 +1,12 @@
 // `ixocut-hal`: a component of LinuxCNC's HAL that a controller talks to over a Unix socket (HalWire.h). Started by a
 // HAL file: `loadusr -Wn ixocut-hal ixocut-hal --pins FILE --socket PATH`.
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <signal.h>
+#include <ctime>
 #include <string>
 #include <string_view>
-#include <time.h>
 #include <vector>
 
 #include "ixocamglue/support/Files.h"
