@@ -9,6 +9,7 @@
 #include <set>
 
 #include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
 
 #include "controller/StateFolder.h"
 #include "ixocamglue/platform/services/Locale.h"
@@ -60,16 +61,16 @@ std::string AskedLanguage(int argc, const char* const* argv) {
   constexpr std::string_view option = "--lang";
   for (int i = argc - 1; i > 0; --i) {
     const std::string_view word = argv[i];
-    const std::string language(word == option && i + 1 < argc ? argv[i + 1]
-                               : word.starts_with(option) && word.size() > option.size() && word[option.size()] == '='
-                                   ? word.substr(option.size() + 1)
-                                   : std::string_view());
+    std::string language(word == option && i + 1 < argc ? argv[i + 1]
+                         : word.starts_with(option) && word.size() > option.size() && word[option.size()] == '='
+                             ? word.substr(option.size() + 1)
+                             : std::string_view());
     if (Languages().contains(language)) return language;
   }
   for (const char* const name : {"IXOCUT_LANG", "LC_ALL", "LC_MESSAGES", "LANG"}) {
     const char* const text = std::getenv(name);
     const std::string asked = text ? text : "";
-    const std::string language = asked.substr(0, asked.find_first_of("_.@-"));
+    std::string language = asked.substr(0, asked.find_first_of("_.@-"));
     if (Languages().contains(language)) return language;
   }
   return kOwnLanguage;

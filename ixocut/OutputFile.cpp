@@ -1,10 +1,10 @@
 #include "ixocut/OutputFile.h"
 
 #include <cerrno>
+#include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
-#include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 

@@ -376,8 +376,8 @@ void AddTransfer(CLI::App& modbus, TCommandRun& run, bool write) {
                      "and none\nconfirms it."),
          .ExitCodes = ExitCodes(),
          .Examples = {"ixocut modbus write --tcp 192.168.0.10 --addr 16 --values 1,0x203",
-                      "ixocut modbus write --serial /dev/ttyUSB0,19200,e,8,1 --unit 3 --addr 0 --values 7 "
-                      "--probe-register 0",
+                      ("ixocut modbus write --serial /dev/ttyUSB0,19200,e,8,1 --unit 3 --addr 0 --values 7 "
+                       "--probe-register 0"),
                       "ixocut modbus write --link modbus-store --addr 16 --values 7",
                       "ixocut modbus write --tcp plc --coils --addr 4 --values 1,0,1",
                       "ixocut modbus write --tcp plc --addr 100 --type float32 --order CDAB --values 1.5"}});

@@ -5,6 +5,8 @@
 #include <ostream>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 #include "controller/HostTexts.h"
 #include "controller/recordings/Recording.h"
 #include "ixocamglue/motion/Umotioncontroller.h"

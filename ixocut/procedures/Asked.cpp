@@ -35,10 +35,11 @@ std::string CheckFault(const std::string& name) {
 void AddRunSettings(CLI::App& command, TRunSettings& settings) {
   const auto trigger = [&](const char* name, std::optional<std::uint64_t>& target, const char* text) {
     const auto value = std::make_shared<std::uint64_t>(0);
-    AddNumberOption(command, name, *value, 0, kTriggerLimitMs, "ms", text)->each([&target, value](std::string s) {
-      *value = std::stoull(s);
-      target = *value;
-    });
+    AddNumberOption(command, name, *value, 0, kTriggerLimitMs, "ms", text)
+        ->each([&target, value](const std::string& s) {
+          *value = std::stoull(s);
+          target = *value;
+        });
   };
   trigger("--stop-at", settings.StopAt, Tr("Stop this long after the procedure was entered, 0 to 600000"));
   trigger("--alarm-at", settings.AlarmAt,

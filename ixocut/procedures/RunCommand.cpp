@@ -122,7 +122,7 @@ int Finish(const TRunOptions& options, TConsole& console, const TShown& shown, n
     document["log"] = console.Log();
     console.Print("run", document, problem);
   }
-  if (shown.PlotFailed) throw *shown.PlotFailed;
+  if (shown.PlotFailed) throw EProblem(*shown.PlotFailed);
   return problem ? kExitOtherwise : kExitSuccess;
 }
 
@@ -188,7 +188,7 @@ nlohmann::ordered_json WireJob(const TRunOptions& options) {
 
 std::string WireTitle(const TRunOptions& options) {
   std::string title = options.Name;
-  for (const auto& [name, text] : options.Texts) title += " --" + name + " " + text;
+  for (const auto& [name, text] : options.Texts) title.append(" --").append(name).append(" ").append(text);
   return title;
 }
 

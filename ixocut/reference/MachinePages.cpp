@@ -47,7 +47,7 @@ std::string FlagsText(const TProcedureFlags& flags) {
 
 std::string DefaultText(const TMotionParam& param) {
   if (param.Need == TMotionParam::Required) return Tr("needed");
-  const std::string value = std::isnan(param.Default) ? std::string() : Code(ParamText(param, param.Default));
+  std::string value = std::isnan(param.Default) ? std::string() : Code(ParamText(param, param.Default));
   if (param.Need != TMotionParam::Together) return value;
   return value.empty() ? Tr("with the others") : value + ", " + Tr("with the others");
 }

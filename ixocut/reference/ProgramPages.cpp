@@ -139,6 +139,7 @@ void FillFiles(TPage& page, const TReferenceSources&) {
          "logs (`.1` to `.4`) and a database's own files (`-wal`, `-shm`). A copy of the folder while no controller "
          "runs is a backup of everything."));
   std::vector<std::vector<std::string>> rows;
+  rows.reserve(std::size(kStateFiles));
   for (const TStateFile& file : kStateFiles) rows.push_back({Code(file.Name), Tr(file.Text), KindText(file.Kind)});
   page.Table({Tr("name"), Tr("what it is"), Tr("whose")}, rows);
 }

@@ -26,6 +26,7 @@ TChild::TChild(const std::vector<std::string>& arguments, const std::filesystem:
   std::vector<std::string> words{"ixocut"};
   words.insert(words.end(), arguments.begin(), arguments.end());
   std::vector<char*> argv;
+  argv.reserve(words.size() + 1);
   for (std::string& word : words) argv.push_back(word.data());
   argv.push_back(nullptr);
   const pid_t parent = ::getpid();

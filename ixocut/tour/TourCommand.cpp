@@ -119,7 +119,7 @@ class TTour {
 
  private:
   static fs::path MakeFolder(const TTourOptions& options) {
-    const fs::path folder =
+    fs::path folder =
         fs::absolute(options.Out.empty() ? ixocontroller::StateFolder(options.State) / ixocontroller::kTourFolder
                                          : fs::path(options.Out));
     std::error_code error;
