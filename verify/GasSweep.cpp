@@ -299,6 +299,7 @@ std::vector<TSweepTask> GasSweepTasks(std::uint64_t seed) {
     add("drawn", [=, gases = gas.Gases] {
       TSimRandom random(seed + static_cast<std::uint64_t>(gases.front()));
       std::vector<std::uint32_t> ticks;
+      ticks.reserve(kDrawnTicks);
       for (int i = 0; i < kDrawnTicks; ++i)
         ticks.push_back(static_cast<std::uint32_t>(random.Next() % std::max(undisturbed().Ticks, 1U)));
       return AtTicks(gases, ticks, true);

@@ -147,7 +147,7 @@ std::string TakeLine(std::string_view line, TJournalFile& journal, TJournalSampl
   if (word == "sample") {
     sample.At = journal.Entries.size();
     sample.Machine.Ms = *ms;
-    const std::string wrong = TakeQuantities(line, kQuantities, sample);
+    std::string wrong = TakeQuantities(line, kQuantities, sample);
     journal.Samples.push_back(sample);
     return wrong;
   }
@@ -187,7 +187,9 @@ std::string SampleText(const TJournalSample& before, const TJournalSample& now) 
 }
 
 std::string EntryText(const TJournalEntry& entry) {
-  const auto with = [](std::string text, const std::string& more) { return more.empty() ? text : text + " " + more; };
+  const auto with = [](const std::string& text, const std::string& more) {
+    return more.empty() ? text : text + " " + more;
+  };
   if (entry.IsCommand()) {
     constexpr const char* kEndings[] = {"", " -> refused", " -> failed"};  // by TOutcome
     return std::string(kKinds[static_cast<std::size_t>(entry.Kind)]) + " " +

@@ -170,7 +170,7 @@ class TSoakRun {
     journal.Expected.OutputsMayStayOn = row.Flags.Outputs != TProcedureFlags::otOff;
     for (const TFinding& finding :
          CheckRun(journal.Entries, journal.Samples, journal.Expected, Simulated(FController.Machine()).Config()))
-      Say(Format("day %llu, %s: ", static_cast<unsigned long long>(FDay.Day + 1), row.Name) + finding.Line());
+      Say(Format("day %llu, %s: ", static_cast<unsigned long long>(FDay.Day) + 1, row.Name) + finding.Line());
     std::ostringstream text;
     WriteJournal(text, journal);
     FDay.Hash = HashOf(FDay.Hash, text.view());

@@ -280,7 +280,7 @@ std::string RequestText(const TWireClient& client, std::string_view method, cons
   std::string text = std::string(method) + " " + path + " HTTP/1.1\r\nHost: " + HostOf(client.Address()) +
                      "\r\nAccept: " + accept + "\r\nAccept-Language: " + client.Language() + "\r\n";
   if (!client.Token().empty()) text += "Authorization: Bearer " + client.Token() + "\r\n";
-  for (const auto& [name, value] : headers) text += name + ": " + value + "\r\n";
+  for (const auto& [name, value] : headers) text.append(name).append(": ").append(value).append("\r\n");
   if (body) text += Format("Content-Type: application/json\r\nContent-Length: %zu\r\n", body->size());
   return text + "\r\n" + (body ? *body : std::string());
 }

@@ -20,8 +20,8 @@ struct TConfigChange {
 class TConfigHistory {
  public:
   static constexpr std::size_t kKept = 500;
-  static constexpr std::size_t kMostBytes = 512 * 1024;  // of the file; beyond, the last kKept stay
-  static constexpr std::size_t kMostText = 200;          // bytes of a value; what is longer is cut
+  static constexpr std::size_t kMostBytes = 524'288;  // of the file; beyond, the last kKept stay
+  static constexpr std::size_t kMostText = 200;       // bytes of a value; what is longer is cut
 
   explicit TConfigHistory(std::filesystem::path file) : FFile(std::move(file)) {}
 

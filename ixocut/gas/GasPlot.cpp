@@ -18,7 +18,7 @@ constexpr int kRowHeight = 340;
 
 // Adds a block of data and returns its name.
 std::string Block(std::string& data, int& number, const std::vector<TDot>& dots) {
-  const std::string name = Format("$d%d", number++);
+  std::string name = Format("$d%d", number++);
   data += name + " << EOD\n";
   // A break in the curve where there is no number.
   for (const TDot& dot : dots) data += std::isfinite(dot.Y) ? Format("%.6g %.6g\n", dot.X, dot.Y) : "\n";
