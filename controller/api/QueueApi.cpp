@@ -26,7 +26,7 @@ TApiReply QueueReply(TService& service) {
 // The queue as it is when what is asked of it is on the disk.
 TApiReply QueueReplyLater(TService& service, std::function<void(TQueue& queue, TDiskDone done)> ask) {
   TApiReply reply;
-  reply.Later = [&service, ask = std::move(ask)](TApiAnswer answer) {
+  reply.Later = [&service, ask = std::move(ask)](const TApiAnswer& answer) {
     ask(service.Jobs().Queue(), [&service, answer](std::uint64_t, const std::exception_ptr& failed) {
       answer(failed ? Fail(failed) : QueueReply(service));
     });
@@ -98,7 +98,7 @@ TApiReply AddJob(TService& service, const TApiRequest& request) {
   job.Question = NoteOf(body, "question");
   job.Choices = AskedChoices(request.Body);
   TApiReply reply;
-  reply.Later = [&service, job, who = request.Who](TApiAnswer answer) {
+  reply.Later = [&service, job, who = request.Who](const TApiAnswer& answer) {
     service.Jobs().Queue().Add(job, who, [&service, answer](std::uint64_t id, const std::exception_ptr& failed) {
       if (failed) return answer(Fail(failed));
       TApiReply added = QueueReply(service);

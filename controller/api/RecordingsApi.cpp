@@ -21,7 +21,7 @@ TJson RunningJson(TRecordings& recordings) {
 
 TApiReply ListRecordings(TService& service, const TApiRequest&) {
   TApiReply reply;
-  reply.Later = [&service](TApiAnswer answer) {
+  reply.Later = [&service](const TApiAnswer& answer) {
     const auto list = std::make_shared<TJson>(TJson::array());
     const auto read = [list, folder = service.Options().StateFolder / kRecordingsFolder] {
       for (const TRecordingInfo& file : TRecordings::List(folder))
@@ -39,7 +39,7 @@ TApiReply ListRecordings(TService& service, const TApiRequest&) {
 // Answered when `ask` is done.
 TApiReply ReplyLater(std::function<void(TDiskDone)> ask, std::function<TApiReply(std::uint64_t)> replyOf) {
   TApiReply reply;
-  reply.Later = [ask = std::move(ask), replyOf = std::move(replyOf)](TApiAnswer answer) {
+  reply.Later = [ask = std::move(ask), replyOf = std::move(replyOf)](const TApiAnswer& answer) {
     ask([answer, replyOf](std::uint64_t number, const std::exception_ptr& failed) {
       answer(failed ? Fail(failed) : replyOf(number));
     });

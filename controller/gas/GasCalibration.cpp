@@ -60,7 +60,8 @@ double TGasResult::MaxBar() const {
   return highest;
 }
 
-TGasCalibration::TGasCalibration(TController& controller, std::vector<std::int32_t> gases, TGasNozzle nozzle, bool keep)
+TGasCalibration::TGasCalibration(TController& controller, const std::vector<std::int32_t>& gases, TGasNozzle nozzle,
+                                 bool keep)
     : FController(controller), FModel(*GZemGasAdjustModel()), FNozzle(std::move(nozzle)), FKeep(keep) {
   for (const std::int32_t gas : gases) {
     TGasResult result;

@@ -67,7 +67,8 @@ class TGasCalibration {
  public:
   // The controller outlives it; made, started and ended on one thread, while no calibration runs. `keep`: a bad verdict
   // is stored all the same.
-  TGasCalibration(TController& controller, std::vector<std::int32_t> gases, TGasNozzle nozzle, bool keep = false);
+  TGasCalibration(TController& controller, const std::vector<std::int32_t>& gases, TGasNozzle nozzle,
+                  bool keep = false);
   ~TGasCalibration();
   TGasCalibration(const TGasCalibration&) = delete;
   TGasCalibration& operator=(const TGasCalibration&) = delete;

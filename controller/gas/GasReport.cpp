@@ -177,6 +177,7 @@ std::vector<TStoredTable> StoredTables(TGasCaliConfig& stored, const std::vector
 
 std::vector<TDot> DotsOf(const TDAAdjustTable& table) {
   std::vector<TDot> dots;
+  dots.reserve(static_cast<std::size_t>(table.GetCount()));
   for (std::int32_t i = 0; i < table.GetCount(); ++i) dots.push_back({table.GetItem(i)->Volt, table.GetItem(i)->Press});
   return dots;
 }

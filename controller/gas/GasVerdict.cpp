@@ -342,6 +342,7 @@ const TGasFinding* FirstBad(const std::vector<TGasFinding>& findings) {
 
 std::vector<std::string> FindingLines(const std::vector<TGasFinding>& findings) {
   std::vector<std::string> lines;
+  lines.reserve(findings.size());
   for (const TGasFinding& finding : findings) {
     lines.push_back(Format("  %s %s %s",
                            finding.Bad     ? "!!"

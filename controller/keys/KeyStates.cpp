@@ -69,8 +69,9 @@ class TKeyState : public TNcStateCtrl {
 
   void StepDone(std::int32_t reason) override {
     if (reason == srDone) return Go();
+    const std::int32_t next = StateAfter(reason);
     TNcStateCtrl::StepDone(reason);
-    ChangeState(nsStandby, 0);
+    ChangeState(next, 0);
   }
   void LeaveState(std::int32_t) override {
     if (std::exchange(FFinished, false)) return;
@@ -84,6 +85,8 @@ class TKeyState : public TNcStateCtrl {
 
  protected:
   virtual void Go() = 0;  // the next step
+  // Ended by that reason, which is not srDone: told before anything is left.
+  virtual std::int32_t StateAfter(std::int32_t) { return nsStandby; }
   [[nodiscard]] virtual bool AlarmEnds() {
     TNcAlarms* const alarms = NcAlarms();
     return alarms && (!alarms->AllowMove() || alarms->RequireStop());
@@ -116,18 +119,16 @@ class TRunState final : public TKeyState {
     FTrack = param == srFresh ? TKeyCommands::TProgress{FSelf, 0, kSquare[0]} : FKeys.Progress();
     if (!FLocate) FKeys.SetProgress(FTrack);
   }
-  void StepDone(std::int32_t reason) override {
-    if (reason == srDone) return Go();
-    KeepProgress();
-    TNcStateCtrl::StepDone(reason);
-    ChangeState(reason == srPause && !FLocate ? StateNumber(csPaused) : nsStandby, 0);
-  }
 
  protected:
   bool AlarmEnds() override {
     TNcAlarms* const alarms = NcAlarms();
     if (TKeyState::AlarmEnds()) return true;
     return FSelf == csWorking && alarms && (!alarms->AllowCut() || !alarms->AllowLaser());
+  }
+  std::int32_t StateAfter(std::int32_t reason) override {
+    KeepProgress();
+    return reason == srPause && !FLocate ? StateNumber(csPaused) : nsStandby;
   }
 
   void Go() override {

@@ -186,7 +186,7 @@ class TExamination {
     TExchange exchange;
     FRequest = {FTcpFraming, ++FTransaction, FOptions.Unit, kModbusRead, FOptions.Addr, count, {}};
     (void)BuildModbusFrame(FRequest, exchange.Sent);
-    FStray += FTransport->Drain(64 * 1024);
+    FStray += FTransport->Drain(65'536);
     exchange.Closed = !FTransport->SendBuff(exchange.Sent);
     FSentMs = Clock().MonotonicMs();
     FOwed = !exchange.Closed;

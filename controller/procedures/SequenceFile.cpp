@@ -218,7 +218,7 @@ void TReader::ReadCommand(const TJson& item, const std::string& place, TSequence
   std::vector<std::pair<const TMotionParam*, std::string>> read;
   for (const auto& [name, value] : item.items()) {
     if (name == "command") continue;
-    const std::string at = place + "." + name;
+    const std::string at = Format("%s.%s", place.c_str(), name.c_str());
     if (name == "description") {
       if (value.is_string())
         call.Desc = value.get<std::string>();

@@ -11,7 +11,7 @@ std::vector<std::string> MotorNames() {
   return motors;
 }
 
-TLiveRecording::TLiveRecording(const std::filesystem::path& file, std::vector<TMonitorSignalKey> signals,
+TLiveRecording::TLiveRecording(const std::filesystem::path& file, const std::vector<TMonitorSignalKey>& signals,
                                const std::vector<std::string>& motors)
     : FSignals(signals.size()), FSink(file.string()), FWriter(FSink, motors), FRecorder(FWriter, signals) {}
 

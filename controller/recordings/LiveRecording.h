@@ -16,7 +16,7 @@ class TLiveRecording {
  public:
   // Opens the file before anything is sampled; a file of this name is replaced at the end. `motors` are the machine's,
   // as MotorNames gives them. Throws EProblem where the file cannot be written.
-  TLiveRecording(const std::filesystem::path& file, std::vector<TMonitorSignalKey> signals,
+  TLiveRecording(const std::filesystem::path& file, const std::vector<TMonitorSignalKey>& signals,
                  const std::vector<std::string>& motors);
 
   // The machine at `nowMs`. One sample per ms is written: a ms that was missed gets what is seen now. What fails ends

@@ -14,7 +14,7 @@
 namespace ixocontroller {
 namespace {
 
-constexpr std::size_t kChunkBytes = 256 * 1024;
+constexpr std::size_t kChunkBytes = 262'144;
 
 // The shortest text that reads back as the sample.
 void AddCell(std::string& row, double value) {

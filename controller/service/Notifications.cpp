@@ -125,6 +125,7 @@ TResult<> RunCommand(const TTellRule& rule, const std::string& json, const std::
   ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
   std::vector<std::string> words = rule.Command;
   std::vector<char*> args;
+  args.reserve(words.size() + 1);
   for (std::string& word : words) args.push_back(word.data());
   args.push_back(nullptr);
   pid_t child = 0;

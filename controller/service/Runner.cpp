@@ -35,6 +35,7 @@ nlohmann::ordered_json ParamsJson(const TMotionCall& call) {
 
 std::vector<std::string> CallTexts(const std::vector<TMotionCall>& calls) {
   std::vector<std::string> texts;
+  texts.reserve(calls.size());
   for (const TMotionCall& call : calls) texts.push_back(call.Text());
   return texts;
 }
@@ -322,7 +323,7 @@ void TRunner::Finish() {
   Keep(std::move(record));
 }
 
-void TRunner::Keep(TRunRecordPtr record) {
+void TRunner::Keep(const TRunRecordPtr& record) {
   FRecords.push_back(record);
   std::size_t bytes = 0;
   for (const TRunRecordPtr& kept : FRecords) bytes += kept->Bytes();

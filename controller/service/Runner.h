@@ -131,7 +131,7 @@ class TRunner {
   void TellPlan();
   void WatchAttendance();
   void Finish();
-  void Keep(TRunRecordPtr record);
+  void Keep(const TRunRecordPtr& record);
   [[nodiscard]] std::optional<std::uint64_t> AloneMs() const;  // how long nobody has attended
 
   TController& FController;

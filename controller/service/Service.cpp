@@ -456,7 +456,8 @@ void TService::RunVirtual() {
         startMs = clock.MonotonicMs();
       }
       Carefully([this] { FDesks->Panel.Watch(RealMs()); });
-      if (!Carefully([this] { FController->RunPass(); })) WaitForWork(kStatusEveryMs * 1000);  // the clock may stand
+      if (!Carefully([this] { FController->RunPass(); }))
+        WaitForWork(std::uint64_t{kStatusEveryMs} * 1000);  // the clock may stand
       Carefully([this] { FRunner.Pass(); });
     } else {
       const std::uint64_t roundMs = FRoundedMs + RoundEveryMs();

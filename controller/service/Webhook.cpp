@@ -170,8 +170,8 @@ TResult<> Post(const TWebhook& webhook, const std::string& json, const std::func
   constexpr std::size_t kStatusEnd = sizeof "HTTP/1.1 200" - 1;  // its first line is all that matters
   std::string answer;
   try {
-    const TResult<> talked = webhook.Secure ? TalkSecurely(line, webhook, request, kStatusEnd, answer)
-                                            : TalkPlainly(line, request, kStatusEnd, answer);
+    TResult<> talked = webhook.Secure ? TalkSecurely(line, webhook, request, kStatusEnd, answer)
+                                      : TalkPlainly(line, request, kStatusEnd, answer);
     if (!talked) return talked;
   } catch (const EProblem& problem) {
     return problem.Problem;

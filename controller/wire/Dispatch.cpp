@@ -61,7 +61,7 @@ TWireDispatch::TWireDispatch(TApi& api, TService& service, TDispatchOptions opti
   if (TResult<std::string> text = ReadFile(FOptions.OpenApi)) FOpenApi = *std::move(text);
 }
 
-void TWireDispatch::Serve(const TPeer& peer, TWireRequest request, TReplies replies) {
+void TWireDispatch::Serve(const TPeer& peer, const TWireRequest& request, TReplies replies) {
   TAsked asked{.Peer = peer, .Request = {}, .Route = nullptr};
   asked.Request.Language = RequestLanguage(request.AcceptLanguage);
   const TLanguageScope scope(asked.Request.Language);

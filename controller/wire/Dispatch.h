@@ -34,7 +34,7 @@ class TWireDispatch {
     TAnswer Answer;
     std::function<void(TFeedWish, std::function<bool()> may)> Follow;
   };
-  void Serve(const TPeer& peer, TWireRequest request, TReplies replies);
+  void Serve(const TPeer& peer, const TWireRequest& request, TReplies replies);
 
  private:
   struct TAsked;

@@ -309,7 +309,7 @@ void TWireSession::TParts::Write(TWireSession& self, void (TParts::*then)(TWireS
     asio::async_write(Socket, asio::buffer(Out), moves, done);
 }
 
-void TWireSession::Answer(TWireReply reply) {
+void TWireSession::Answer(const TWireReply& reply) {
   TParts& my = *FParts;
   if (my.Over || my.Stage != TWireStage::wsAsked) return;
   const bool keepsAlive = !reply.Close && my.Parser->is_done() && my.Parser->get().keep_alive();

@@ -55,7 +55,7 @@ class TWireSession : public std::enable_shared_from_this<TWireSession> {
   TWireSession& operator=(const TWireSession&) = delete;
 
   void Start();
-  void Answer(TWireReply reply);
+  void Answer(const TWireReply& reply);
   // Until `may` says no more.
   void Follow(std::shared_ptr<TEventFeed> feed, std::function<bool()> may);
   void SendEvents();  // the feed has something
