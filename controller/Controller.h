@@ -70,6 +70,8 @@ struct TControllerOptions {
   std::function<void(const TProblem& problem, bool processEnds)> EndFailed;
 };
 
+// The thread that has made it calls, unless a line says otherwise. What a step or a device throws ends the procedure
+// and comes out of no pass; what is only asked for does not fail.
 class TController {
  public:
   // Throws EProblem (pbUnusable) when a file or the machine cannot be used, and (pbRefused) when another process has

@@ -1,5 +1,5 @@
 // The operator texts of the program: catalogue section "IxoCut", the key is the constant's name. Constants until a
-// language is selected: any thread.
+// language is selected: any thread. Nothing here fails.
 #pragma once
 
 #include <algorithm>

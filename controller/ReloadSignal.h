@@ -1,6 +1,6 @@
 // SIGHUP under a service manager: files are to be read again, at rest. In a terminal it stays what TSignalStop makes of
 // it: the terminal is gone, and the program ends. One object at a time, made after TSignalStop and ended before it;
-// main thread.
+// main thread. Nothing here fails: a handler that cannot be set leaves SIGHUP as it was.
 #pragma once
 
 #include <atomic>

@@ -30,7 +30,7 @@ class TSafeEnd {
   // --- any thread ---
   // The state thread has come to it.
   [[nodiscard]] bool Begun() const { return FBegun.load(); }
-  // What was asked last, or has not acknowledged; a literal. Null: everything is off and at rest.
+  // What was asked last, or has not acknowledged; a literal. Null: everything is off and at rest. Any thread.
   [[nodiscard]] const char* Missing() const { return FMissing.load(); }
   // The latch. `mayHang`: on a thread of its own, for a source whose latch is a device call; waits a moment for it.
   // False: it has not come back, and the thread still uses the laser.

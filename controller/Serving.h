@@ -31,6 +31,8 @@ struct TServingOptions {
   bool Insecure = false;                   // other machines are let in without encryption
 };
 
+// Only its constructor fails. What goes wrong later is a matter of the service's log and, at the end, of
+// TControllerOptions::EndFailed.
 class TServing {
  public:
   // When it returns the controller runs and listens. Made after TSignalStop, so that a signal never keeps the end from

@@ -24,7 +24,7 @@ class TLibrary {
   std::vector<std::string> LoadLocaleResources();
 };
 
-// The lists of all units.
+// The lists of all units. Constants; does not fail.
 [[nodiscard]] std::span<const TTextList> LibraryTexts();
 
 }  // namespace ixocamglue

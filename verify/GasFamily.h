@@ -1,4 +1,5 @@
-// Valves that never were, within the spread of real ones: what a method of calibration is judged by.
+// Valves that never were, within the spread of real ones: what a method of calibration is judged by. One thread;
+// nothing fails.
 #pragma once
 
 #include <cstdint>

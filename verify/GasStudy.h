@@ -1,7 +1,8 @@
 // How well the methods of calibrating a gas valve do over many valves: each is run on every valve of a family, straight
 // on the simulated valve with the pauses and sampling intervals of the machine's procedure.
 //
-// Needs a machine configuration that has the gas's branch. V, bar, ms.
+// Needs a machine configuration that has the gas's branch. V, bar, ms. One thread. What does not settle or come to an
+// end is a run that is not finished; what a method throws passes.
 #pragma once
 
 #include <cstdint>

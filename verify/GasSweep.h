@@ -15,8 +15,8 @@
 
 namespace ixoverify {
 
-// "calibrate-air", "calibrate-o2", "calibrate-n2", and two gases in one run: "calibrate-two".
+// "calibrate-air", "calibrate-o2", "calibrate-n2", and two gases in one run: "calibrate-two". Any thread.
 [[nodiscard]] std::vector<std::string> GasSweepNames();
-[[nodiscard]] std::vector<TSweepTask> GasSweepTasks(std::uint64_t seed);
+[[nodiscard]] std::vector<TSweepTask> GasSweepTasks(std::uint64_t seed);  // any thread
 
 }  // namespace ixoverify

@@ -1,4 +1,4 @@
-// The oracle's judges: each reads a story and says what one rule forbids.
+// The oracle's judges: each reads a story and says what one rule forbids. One thread; nothing fails.
 #pragma once
 
 #include <string>

@@ -1,5 +1,6 @@
 // Judges a run in virtual time: one small judge per rule, each on commands, their results and plain samples only. It
-// believes neither what the machine says in words nor the latch that saved a run.
+// believes neither what the machine says in words nor the latch that saved a run. One thread; nothing fails: what is
+// wrong is found.
 #pragma once
 
 #include <cstddef>

@@ -1,5 +1,6 @@
 // Takes samples of a controller in virtual time into its journal: ahead of each command, which is behind the one
-// before, and every pass, also while a device hangs. It changes nothing in what it looks at.
+// before, and every pass, also while a device hangs. It changes nothing in what it looks at. One thread, the one that
+// moves the clock; nothing fails.
 #pragma once
 
 #include <cstdint>

@@ -1,6 +1,7 @@
 // The soak: one controller with the example's machine lives through many virtual days of mixed work, with aborts,
 // alarms, lost emission and a wall clock that is set. Whatever grows with time shows in the process's memory; each run
-// is judged by the oracle; and the same seed gives the same journal to the last line.
+// is judged by the oracle; and the same seed gives the same journal to the last line. One thread; what fails in a run
+// is a violation.
 #pragma once
 
 #include <cstdint>

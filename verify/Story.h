@@ -1,5 +1,6 @@
 // Reads what happened in a run: commands with their results, changes of state, causes, and the samples between them.
-// What the machine said of itself in words is passed over. Judges (Oracle.h) look at this only.
+// What the machine said of itself in words is passed over. Judges (Oracle.h) look at this only. One thread; nothing
+// fails.
 #pragma once
 
 #include <array>

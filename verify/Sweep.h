@@ -52,6 +52,7 @@ struct TSweepRow {
   std::uint64_t SavedByLatch = 0;
 };
 
+// One thread; nothing fails.
 struct TSweepResult {
   std::vector<TSweepRow> Rows;
   std::vector<std::string> Violations;         // "procedure, dimension, point: what"; the first five of each kind
@@ -65,7 +66,7 @@ struct TSweepResult {
   [[nodiscard]] std::uint64_t SavedByLatch() const;
 };
 
-// Every name that TSweepOptions::Procedure may have, or what is wrong with one.
+// Every name that TSweepOptions::Procedure may have, or what is wrong with one. Any thread.
 [[nodiscard]] TResult<> CheckSweepName(const std::string& name);
 
 // Runs in virtual time on the calling thread. `progress` (may be empty) is told each finished row.

@@ -1,5 +1,6 @@
 // What the abort sweep runs: a case for each row of the table of procedures, and the same on machines that are fitted
-// otherwise. What a case needs of the simulated machine stands here, so that the table knows no machine.
+// otherwise. What a case needs of the simulated machine stands here, so that the table knows no machine. One thread;
+// nothing fails but what says so.
 #pragma once
 
 #include <cstdint>

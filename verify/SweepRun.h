@@ -1,5 +1,5 @@
 // One run of one procedure on the simulated machine with one thing, or two, going wrong, and what the oracle says of
-// it.
+// it. One thread; what fails in the run is a violation.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
-// How the parts of the abort sweep hand their runs over: a task is one row of the result, a trial is one run of it.
+// How the parts of the abort sweep hand their runs over: a task is one row of the result, a trial is one run of it. One
+// thread; nothing fails.
 #pragma once
 
 #include <functional>

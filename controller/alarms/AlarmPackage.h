@@ -33,6 +33,7 @@ inline constexpr TNcAlarmAttrs kAllOffForbids =
 // What a person is told of the alarm store; any thread.
 using TStoreTold = std::function<void(const TProblem&)>;
 
+// Raising and clearing do not fail: what the store cannot write waits, and is told.
 class TAlarmPackage {
  public:
   // Installs the package for its own life. The framework hears of each alarm once, in the moment in which it is raised.

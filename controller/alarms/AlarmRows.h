@@ -1,5 +1,6 @@
 // Alarms of a store and alarms that stand, as people and programs read them: with what their definitions say, in the
-// language of the thread that shows them. Any thread.
+// language of the thread that shows them. Any thread. Nothing fails but what says so: an alarm without a definition is
+// shown as it was stored.
 #pragma once
 
 #include <cstdint>

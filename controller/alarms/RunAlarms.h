@@ -1,5 +1,6 @@
 // Alarms as people read them: with what their definitions say, in the language of the thread that shows them (see
-// TLanguageScope). Any thread.
+// TLanguageScope). Any thread. Nothing here fails: an alarm without a definition shows its identifier and its
+// description.
 #pragma once
 
 #include <cstddef>

@@ -1,5 +1,5 @@
 // The members of a request's body, which is an object; none counts as an empty one. Throws EProblem (pbRequest) for
-// what is missing, of another kind, out of its range or not asked for. Any thread.
+// what is missing, of another kind, out of its range or not asked for. Any thread. Numbers are in the member's unit.
 #pragma once
 
 #include <cstdint>

@@ -14,6 +14,8 @@
 
 namespace ixocontroller {
 
+// Whatever asks the controller, the release too, throws EProblem where that refuses or has gone; its end throws
+// nothing.
 class TWireKeys {
  public:
   // Asks for the panel once, to know the controller's time.

@@ -42,7 +42,7 @@ struct TWireRun {
 
 // Throws EProblem for what is refused, and when the controller ends before the run does.
 [[nodiscard]] TWireRun RunOnController(TWireClient& client, const TWireOrder& order, const TWireFollower& follower);
-// Where the axes were meanwhile.
+// Where the axes were meanwhile. Throws EProblem where the controller no longer has the run, or has gone.
 [[nodiscard]] TMotionTrace TraceOf(TWireClient& client, std::uint64_t run);
 
 }  // namespace ixocontroller

@@ -24,6 +24,7 @@
 namespace ixocontroller {
 
 // A form on screen for the life of this object: `form`, or, where it is empty, Work if there is none. With the lease.
+// Throws EProblem as the client does; its end throws nothing.
 class TWireForm {
  public:
   TWireForm(TWireClient& client, const nlohmann::ordered_json& panel, const std::string& form);

@@ -37,7 +37,7 @@ class TPortTries {
   TPortTries(const TPortTries&) = delete;
   TPortTries& operator=(const TPortTries&) = delete;
 
-  // In the order in which a machine is commissioned. As long as this.
+  // In the order in which a machine is commissioned. As long as this. Does not fail.
   [[nodiscard]] std::span<const TPortTry> All() const;
   // Those of these names, in their order; all for none. Throws EProblem (pbRequest) for a name that is none.
   [[nodiscard]] std::vector<const TPortTry*> Chosen(const std::vector<std::string>& ports) const;

@@ -27,7 +27,8 @@ class TConfigHistory {
 
   // With the present time. What fails is logged: the change itself is done.
   void Add(const TConfigChange& change);
-  // [{"at", "who", "what", "path", "from", "to"}], the newest last, at most `most`.
+  // [{"at", "who", "what", "path", "from", "to"}], the newest last, at most `most`. None where the file is not there or
+  // cannot be read.
   [[nodiscard]] nlohmann::ordered_json Read(std::size_t most) const;
 
  private:

@@ -1,4 +1,4 @@
-// Properties and findings of a machine file as programs read them. Any thread.
+// Properties and findings of a machine file as programs read them. Any thread. Nothing here fails.
 #pragma once
 
 #include <optional>

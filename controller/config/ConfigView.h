@@ -14,7 +14,7 @@
 namespace ixocontroller {
 using namespace ixocamglue;
 
-// One property. Items of lists have a 1-based number: "MarkPoints/MarkPoint[2]/Enabled".
+// One property. Items of lists have a 1-based number: "MarkPoints/MarkPoint[2]/Enabled". Nothing here fails.
 struct TPropertyView {
   std::string Path;
   std::string Type;  // as TypeName says
@@ -31,7 +31,7 @@ struct TPropertyView {
   [[nodiscard]] std::string Text() const { return Facts.Text ? Tr(Facts.Text) : ""; }  // its sentence
 };
 
-// "Boolean", "Integer", "Cardinal", "Double", "Extended" or "string".
+// "Boolean", "Integer", "Cardinal", "Double", "Extended" or "string". Does not fail.
 template <class T>
 [[nodiscard]] constexpr const char* TypeName() {
   if constexpr (std::is_same_v<T, bool>) return TrMark("Boolean");
@@ -48,7 +48,7 @@ template <class T>
 [[nodiscard]] bool IsUnder(std::string_view path, std::string_view section);
 
 // In the order of the sections and of their properties. With `schema` each list shows one item, numbered "[]", and
-// texts by number show one, "<n>".
+// texts by number show one, "<n>". Does not fail.
 [[nodiscard]] std::vector<TPropertyView> ViewProperties(TXmlSubConfig& root, bool schema);
 
 // The present property of this path as ViewProperties names it, without regard to case. A path of a section is refused

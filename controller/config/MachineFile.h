@@ -25,7 +25,7 @@
 namespace ixocontroller {
 
 // What a machine's own configuration has beside a TMachineConfig and its assist sections: what it reads at its start,
-// and what it keeps records of its own for.
+// and what it keeps records of its own for. Nothing fails but a load.
 class TWholeConfig final : public TMachineConfig {
  public:
   // With the sections of each machine that has some; of one name the first.
@@ -73,6 +73,7 @@ class TMachineFile {
   // Before the load of a file that is to be changed. Throws EProblem: pbRefused when another process keeps it to itself
   // for longer than 2 s, pbUnusable when it cannot be locked.
   void Hold(const std::filesystem::path& file);
+  // Does not fail.
   TWholeConfig& Config() { return FConfig; }
   // What is wrong with a file of this content, which has the configuration's values.
   [[nodiscard]] std::vector<TConfigFinding> Findings(const TXmlDocument& document);
@@ -90,18 +91,18 @@ class TMachineFile {
   TWholeConfig FConfig;
 };
 
-// A property that two files have different values of; the one that has none of it has null.
+// A property that two files have different values of; the one that has none of it has null. Nothing of it fails.
 struct TConfigDifference {
   const TPropertyView* From;
   const TPropertyView* To;
 
   [[nodiscard]] const std::string& Path() const { return (From ? From : To)->Path; }
 };
-// In the order of the left ones, then of the right ones. Both outlive the result.
+// In the order of the left ones, then of the right ones. Both outlive the result. Does not fail.
 [[nodiscard]] std::vector<TConfigDifference> Differences(const std::vector<TPropertyView>& left,
                                                          const std::vector<TPropertyView>& right);
 
-// The supervisor's values that the file leaves to their defaults.
+// The supervisor's values that the file leaves to their defaults. Does not fail.
 [[nodiscard]] std::vector<const TSupervisorConfig::TRow*> DefaultedLimits(const TMachineConfig& config);
 
 }  // namespace ixocontroller

@@ -60,9 +60,12 @@ struct TGasResult {
   std::optional<double> Zero;  // bar; the reading before the first voltage
   std::vector<TGasPoint> Downwards;
   std::vector<TGasFinding> Findings;  // the verdict
+  // 0 where none has settled.
   [[nodiscard]] double MaxBar() const;
 };
 
+// Start and the results are where a failure shows: whatever ends a calibration ends it for the gases that are left,
+// each with the reason in its result.
 class TGasCalibration {
  public:
   // The controller outlives it; made, started and ended on one thread, while no calibration runs. `keep`: a bad verdict

@@ -30,7 +30,8 @@ class TGasDescents {
   // Of each gas whose points settled: its voltages, the highest first. False when there are none, or the state is not
   // taken. While none runs.
   [[nodiscard]] bool Start(TNcStateFramework& framework, const std::vector<TGasResult>& results);
-  // After the end: those of the last start.
+  // After the end: those of the last start. A point that did not settle says so itself; a pass that was ended has fewer
+  // points. None before a start.
   [[nodiscard]] const std::vector<TGasDescent>& Items() const { return *FDescents; }
 
  private:

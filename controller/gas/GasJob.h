@@ -40,6 +40,7 @@ class TDamagedTables {
   const std::set<std::string> FBefore;
 };
 
+// What fails behind Start shows in Problem and in the calibration's results.
 class TGasJob {
  public:
   // Called with each line of the calibration's messages.

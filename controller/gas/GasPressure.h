@@ -19,7 +19,8 @@ struct TReachedPressure {
   double Bar = 0.0;        // at the nozzle
   double SensorBar = 0.0;  // mean of its readings
 };
-// Sets the pressure, lets it come to rest and switches the gas off again: 24 s of machine time.
+// Sets the pressure, lets it come to rest and switches the gas off again: 24 s of machine time. What the devices throw
+// passes.
 [[nodiscard]] TReachedPressure ReachPressure(TController& controller, std::int32_t gas, double bar);
 
 }  // namespace ixocontroller

@@ -51,12 +51,12 @@ struct TGasRecording {
   std::vector<TRecordedGas> Gases;
 };
 
-// The file's document.
+// The file's document. Does not fail.
 [[nodiscard]] nlohmann::ordered_json GasRecordingJson(const TGasRecording& recording);
 // Replaces the file as a whole. Throws EProblem (exit code 3) when it cannot be written.
 void WriteGasRecording(const std::string& file, const TGasRecording& recording);
 
-// Whether a file that begins so is one.
+// Whether a file that begins so is one. Does not fail.
 [[nodiscard]] bool IsGasRecording(std::string_view head);
 
 // Throws EProblem (exit code 3), naming file, place and reason, for anything but a whole recording: unknown names are

@@ -36,6 +36,7 @@ struct THistoryAlarm {
   std::string Identifier, Desc;
 };
 
+// Nothing here fails.
 struct THistoryRun {
   std::int64_t Id = 0;
   std::string Name;  // of the procedure, or of the sequence

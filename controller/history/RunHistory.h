@@ -51,6 +51,7 @@ struct TRunHistoryOptions {
   std::size_t QueueLimit = kHistoryQueueLimit;
 };
 
+// Begin and End never fail: what the file does not take waits in memory, or is counted as lost.
 class TRunHistory {
  public:
   TRunHistory(std::filesystem::path file, TRunHistoryOptions options = {});

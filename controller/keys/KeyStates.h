@@ -9,8 +9,10 @@ using namespace ixocamglue;
 
 class TKeyCommands;
 
-// The states use `keys`, which outlive every pass of a framework in one of them.
+// The states use `keys`, which outlive every pass of a framework in one of them. Does not fail: a number that is taken
+// already keeps its state, and a fault is reported.
 void RegisterKeyStates(TNcRegistry& registry, TKeyCommands& keys);
+// Does not fail.
 void UnregisterKeyStates(TNcRegistry& registry);
 
 }  // namespace ixocontroller

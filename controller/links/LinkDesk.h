@@ -18,9 +18,10 @@
 
 namespace ixocontroller {
 
-// [{"device", "driver", "address", "readable", "value", "ageMs", "limits", "warning"}]. Any thread.
+// [{"device", "driver", "address", "readable", "value", "ageMs", "limits", "warning"}]. Any thread. Does not fail.
 [[nodiscard]] nlohmann::ordered_json PortsJson(const std::vector<TMachinePort>& ports);
 
+// What is only shown does not fail.
 class TLinkDesk {
  public:
   TLinkDesk() = default;

@@ -38,6 +38,7 @@ struct TWatched {
   std::uint32_t EveryMs = 1000;
 };
 
+// A reading that fails is counted and shown, and the next one is tried.
 class TLinkWatch {
  public:
   static constexpr std::uint32_t kLeastMs = 100;

@@ -1,4 +1,5 @@
-// Values as people write and read them, and the registers or coils that carry them. No state; any thread.
+// Values as people write and read them, and the registers or coils that carry them. No state; any thread. What does not
+// say that it throws does not fail.
 #pragma once
 
 #include <cstddef>

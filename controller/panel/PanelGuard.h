@@ -2,7 +2,9 @@
 //
 // Press, Release, Enable and the forms belong to the user-interface thread; Refresh (every 100 ms) and Watch (as
 // WatchInMs says) to a thread or timer each, so that a device that hangs in a refresh holds up neither keys nor
-// releases. Alive is called by whoever reads the keys, at least every 100 ms.
+// releases. Alive is called by whoever reads the keys, at least every 100 ms. A device that throws in a refresh, a
+// press or a release keeps nothing else from being done: it is logged, or the masks grow old and let stop keys through
+// only.
 #pragma once
 
 #include <array>

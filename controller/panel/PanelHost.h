@@ -16,6 +16,8 @@
 namespace ixocontroller {
 using namespace ixocamglue;
 
+// The constructor and Press throw what the devices and the knob throw; nothing else fails. What a key or the knob
+// cannot do stands in the log.
 class TPanelHost {
  public:
   // Enables the panel, and makes the jog keys move at the speeds of the knob's level; the session has made its first
@@ -58,7 +60,7 @@ class TPanelHost {
 // Jog speeds in mm/s. Empty: they can be set; else the operator's text: low <= normal <= high <= the axis' maximum, and
 // above 0.01.
 [[nodiscard]] std::string CheckJogSpeeds(double low, double normal, double high, double most);
-// Checks the knob's shown XY and Z speeds against the machine's axes.
+// Checks the knob's shown XY and Z speeds against the machine's axes. Empty: they are right.
 [[nodiscard]] std::string CheckKnob();
 // Sets the knob's level; where it is in force already, which the knob takes for no change, what follows from it is
 // written all the same. The jog sections are not saved then. Throws as TKnob::SetSpeedState.
@@ -69,12 +71,12 @@ TResult<> SetKnobLevel(TController& session, TSpeedState level);
 // The shown speeds of a level, mm/s; saved in the machine file. Throws EProblem (pbRefused) for speeds that are not
 // right: nothing has changed then.
 void SetKnobSpeeds(TSpeedState level, std::optional<double> xy, std::optional<double> z);
-// The levels, and the parameters and jog sections that follow from the one in force.
+// The levels, and the parameters and jog sections that follow from the one in force. Does not fail.
 [[nodiscard]] nlohmann::ordered_json KnobJson(TController& session);
 
 // "low", "normal" or "high"; throws EProblem for another word.
 [[nodiscard]] TSpeedState LevelOf(const std::string& word);
-[[nodiscard]] const char* LevelName(TSpeedState level);   // as LevelOf reads it
-[[nodiscard]] const char* ShownLevel(TSpeedState level);  // in the operator's language
+[[nodiscard]] const char* LevelName(TSpeedState level);   // as LevelOf reads it; never null
+[[nodiscard]] const char* ShownLevel(TSpeedState level);  // in the operator's language; never null
 
 }  // namespace ixocontroller

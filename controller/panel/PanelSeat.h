@@ -14,7 +14,7 @@
 
 namespace ixocontroller {
 
-// The last lines of the application log, "12:30:05 text". Any thread.
+// The last lines of the application log, "12:30:05 text". Any thread. Nothing here fails.
 class TLastLines final : public ILogSink {
  public:
   static constexpr std::size_t kLines = 50;
@@ -38,6 +38,8 @@ struct TPanelView {
   std::vector<std::string> Messages;  // "12:30:05 text", the newest last
 };
 
+// Alive throws where the controller has gone, Press what a device in this process throws; nothing else fails. What a
+// key cannot do stands among the messages of the view.
 class IPanelSeat {
  public:
   virtual ~IPanelSeat() = default;
@@ -55,7 +57,7 @@ class IPanelSeat {
   virtual void Leave() = 0;
 };
 
-// The form that comes behind this one, round and round; the first one behind any other.
+// The form that comes behind this one, round and round; the first one behind any other. Does not fail.
 [[nodiscard]] const char* FormBehind(const std::string& form);
 
 // On a controller in this process, whose threads run where the clock is real: it ends with the panel, so that leaving

@@ -1,4 +1,5 @@
 // Why a key of the panel does what it does: each mask, what the cutting system makes of the command, what would help.
+// Interface thread. Of keys that the panel has; throws what a device throws that is asked whether it is on.
 #pragma once
 
 #include <optional>

@@ -24,7 +24,7 @@ using TParamTexts = std::map<std::string, std::string>;
                                     const char* prefix = "--");
 // An object of texts, numbers and truth values. Throws EProblem for anything else, and for a name that the row has not.
 [[nodiscard]] TParamTexts TextsOf(const TProcedure& row, const nlohmann::json& params);
-// "is no parameter of gas-on; did you mean branch?"
+// "is no parameter of gas-on; did you mean branch?" Does not fail.
 [[nodiscard]] std::string NoParameter(const TProcedure& row, const std::string& name);
 
 }  // namespace ixocontroller

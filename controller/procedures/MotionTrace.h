@@ -19,6 +19,7 @@ struct TTracePoint {
   double Focus = 0.0;
 };
 
+// Nothing here fails.
 class TMotionTrace {
  public:
   static constexpr std::size_t kMostPoints = 200'000;
@@ -31,8 +32,8 @@ class TMotionTrace {
   [[nodiscard]] std::size_t Size() const { return FPoints.size(); }
   // With the last sample.
   [[nodiscard]] std::vector<TTracePoint> Points() const;
-  [[nodiscard]] double PathXY() const { return FPathXY; }
-  [[nodiscard]] double PathZ() const { return FPathZ; }
+  [[nodiscard]] double PathXY() const { return FPathXY; }  // mm
+  [[nodiscard]] double PathZ() const { return FPathZ; }    // mm
 
  private:
   void Keep(const TTracePoint& point);

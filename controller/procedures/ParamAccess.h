@@ -1,5 +1,5 @@
 // How a row of the table reaches a public field of its step. The thread that has the step. A step of another class is a
-// mistake of the row: std::bad_cast.
+// mistake of the row: std::bad_cast. Values are in the unit of the row's parameter.
 #pragma once
 
 #include <type_traits>

@@ -14,7 +14,8 @@
 namespace ixocontroller {
 using namespace ixocamglue;
 
-// An observer of the state controller. Machine coordinates, mm.
+// An observer of the state controller. Machine coordinates, mm. What a step throws that cannot say where it goes is
+// logged by the state controller, and the path is without it.
 class TPlannedPath final : public IMotionObserver {
  public:
   static constexpr std::size_t kMost = 2000;  // points; more are not told

@@ -21,6 +21,7 @@ namespace ixocontroller {
 // run then. Throws EProblem when it does not.
 void WaitForStandby(TController& controller, const std::function<void()>& look = {});
 
+// A failure of the machine or of a step ends the procedure, and stands in its report.
 class TProcedureRun {
  public:
   // `listen`: the levels of the diagnostic channel that the sinks get. Throws EProblem for files that cannot be used.

@@ -118,7 +118,7 @@ struct TMotionCall {
   // Throws what the row's Make throws.
   [[nodiscard]] TStepPtr Make(TCustomMotionState* ctrl) const;
   [[nodiscard]] std::string Text() const;  // "gas-on --branch 2 --pressure 1.5"
-  // The value of a parameter as the step will have it; kUnset: it has none.
+  // The value of a parameter as the step will have it, in its unit; kUnset: it has none.
   [[nodiscard]] double Value(std::string_view param) const;
   // What the parameter may be on this machine, beside the call's other values.
   [[nodiscard]] TLimits LimitsOf(const TMotionParam& param, const TMachineBounds& machine) const;
@@ -128,7 +128,7 @@ struct TMotionCall {
   [[nodiscard]] TResult<> CheckNeeds(const char* prefix) const;
 };
 
-// The value of a text, as the command line has it.
+// The value of a text in the parameter's unit, as the command line has it.
 [[nodiscard]] TResult<double> ParseParam(const TMotionParam& param, std::string_view text);
 
 // A position of a list. Throws EProblem for what cannot be made.
@@ -137,7 +137,7 @@ struct TMotionCall {
 // EProblem for what cannot be made.
 [[nodiscard]] TStepPtr MakeRoot(const std::string& name, std::span<const TMotionCall> calls);
 
-// The number as it is written: "12.5", or a switch's "true".
+// The number, in the parameter's unit, as it is written: "12.5", or a switch's "true".
 [[nodiscard]] std::string ParamText(const TMotionParam& param, double value);
 
 // The timed laser shot, command 515.

@@ -56,9 +56,11 @@ struct TRunReport {
   std::vector<std::string> Journal;
   std::optional<TProblem> Problem;  // how it ended, at which step and why; none of a success
 
+  // False: why stands in Problem.
   [[nodiscard]] bool Success() const { return std::string_view(End.Name) == "success" && Dark; }
 };
 
+// Nothing of it fails: how a run has failed stands in its report.
 class TRunWatch {
  public:
   // Controller and steps outlive it; who watches steps has made them the controller's observer.

@@ -33,7 +33,8 @@ struct TSequenceFile {
 // that never comes. It is the request that is wrong where a procedure is named as it was once.
 [[nodiscard]] TSequenceFile ReadSequenceFile(const std::filesystem::path& file, const TMachineLimits& machine);
 
-// The same of a text that somebody sent; all of it is a matter of the request. `name`: what it is called.
+// The same of a text that somebody sent; all of it is a matter of the request. `name`: what it is called. Throws
+// likewise.
 [[nodiscard]] TSequenceFile ReadSequence(const std::string& name, const std::string& text,
                                          const TMachineLimits& machine);
 

@@ -1,5 +1,6 @@
 // The tree of a procedure's steps as it is built before it runs. Needs the machine's services, as parts that are built
-// late ask them; the thread that has made the controller, while nothing runs.
+// late ask them; the thread that has made the controller, while nothing runs. A part that cannot be built is marked so;
+// what the devices throw passes.
 #pragma once
 
 #include <cstdint>

@@ -27,7 +27,7 @@ struct TStepSpan {
 };
 
 // An observer of the state controller. A root that is no list has no spans. Of a procedure that goes through more than
-// kMost steps the first ones are dropped.
+// kMost steps the first ones are dropped. Nothing of it fails.
 class TStepSpans final : public IMotionObserver {
  public:
   static constexpr std::size_t kMost = 10'000;

@@ -12,6 +12,7 @@
 
 namespace ixocontroller {
 
+// What is only asked does not fail.
 class TLiveRecording {
  public:
   // Opens the file before anything is sampled; a file of this name is replaced at the end. `motors` are the machine's,
@@ -38,7 +39,7 @@ class TLiveRecording {
   std::exception_ptr FFailure;
 };
 
-// Of the machine, for the file's header. Where the machine's configuration may be read.
+// Of the machine, for the file's header. Where the machine's configuration may be read. Does not fail.
 [[nodiscard]] std::vector<std::string> MotorNames();
 
 }  // namespace ixocontroller

@@ -16,7 +16,7 @@ using namespace ixocamglue;
 
 inline constexpr std::uint16_t kRecordedAxes = 4;  // X, Y, Z, Focus
 
-// Every signal that can be recorded.
+// Every signal that can be recorded. Does not fail.
 [[nodiscard]] std::vector<TMonitorSignalKey> AllSignals();
 // "position,laser,speed.2": a name alone means all axes, nothing every signal. A problem for a name that no signal has.
 [[nodiscard]] TResult<std::vector<TMonitorSignalKey>> ParseSignals(const std::string& list);
@@ -28,8 +28,9 @@ class TRecorder {
 
   // Once per ms; the first sample's time is 0. Throws what the writer throws.
   void Sample(const TMachineSnapshot& now);
-  // Writes the frames that are not full.
+  // Writes the frames that are not full. Throws what the writer throws.
   void Finish();
+  // Does not fail.
   [[nodiscard]] std::uint64_t Samples() const { return FSamples; }
 
  private:

@@ -27,7 +27,7 @@ struct TRecording {
 };
 
 // Turns the wrapping 32-bit sample times of a file, in its order, into ms from its first one; earlier ones are
-// negative.
+// negative. Nothing of it fails.
 class TSampleClock {
  public:
   std::int64_t At(std::uint32_t sampleTime);

@@ -1,4 +1,5 @@
-// What can be said of a recording without a picture: what each signal holds, and how far two runs are apart.
+// What can be said of a recording without a picture: what each signal holds, and how far two runs are apart. Any
+// thread, each with a reader and recordings of its own.
 #pragma once
 
 #include <cstdint>
@@ -27,7 +28,8 @@ struct TSeriesDifference {
   double A = 0.0;
   double B = 0.0;
 };
-// At each sample of A within the time that both have, B holds its latest value.
+// At each sample of A within the time that both have, B holds its latest value. No samples compared where they have no
+// time in common; nothing fails.
 [[nodiscard]] TSeriesDifference Compare(const TSeries& a, const TSeries& b);
 
 }  // namespace ixocontroller

@@ -62,7 +62,7 @@ class TRecordings {
   void Stop(const std::string& name, TDiskDone done);
   // Refused while it is being made, and for one that is not there.
   void Delete(const std::string& name, TDiskDone done);
-  // Of the folder, by name. Any thread; waits for the disk.
+  // Of the folder, by name. Any thread; waits for the disk. Empty where there is no folder, or it cannot be read.
   [[nodiscard]] static std::vector<TRecordingInfo> List(const std::filesystem::path& folder);
   // Of the recording in the folder, the signals over time, each in at most so many points: of the samples that a point
   // stands for, the lowest and the highest. Throws EProblem for a file that cannot be read. Any thread; waits for the
@@ -71,7 +71,7 @@ class TRecordings {
                                                             const std::string& name, const TRecordingPart& part);
   // The whole file. Likewise.
   [[nodiscard]] static TResult<std::string> File(const std::filesystem::path& folder, const std::string& name);
-  // Ends the one whose time is over; every few ms.
+  // Ends the one whose time is over; every few ms. What it cannot finish is logged.
   void Round();
 
  private:

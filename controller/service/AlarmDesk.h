@@ -29,7 +29,7 @@ class TAlarmDesk {
 
   // Of each alarm that stands, in the order of the raises, in the thread's language: {"serial", "level", "identifier",
   // "raised", "code", "category", "type", "text", "reason", "solution", "description", "lang", "acknowledged",
-  // "byWhom", "suppressedUntil"}. The description is the device's own and is in the language "lang".
+  // "byWhom", "suppressedUntil"}. The description is the device's own and is in the language "lang". Does not fail.
   [[nodiscard]] nlohmann::ordered_json Standing() const;
   // Somebody has seen it. False: no such alarm stands.
   [[nodiscard]] bool Acknowledge(std::uint64_t serial, const TAsker& who);

@@ -13,6 +13,7 @@
 namespace ixocontroller {
 using namespace ixocamglue;
 
+// Nothing here fails.
 struct TControllerPlace {
   std::int32_t Process = 0;
   std::string Url;      // "http://127.0.0.1:8620"; empty: it is starting, or has no port
@@ -22,7 +23,7 @@ struct TControllerPlace {
   [[nodiscard]] bool HasAddress() const { return !Url.empty() || !Socket.empty(); }
 };
 
-// Held for a controller's life. One thread.
+// Held for a controller's life. One thread. Releasing does not fail.
 class TControllerLock {
  public:
   TControllerLock() = default;
@@ -46,7 +47,8 @@ class TControllerLock {
 // The controller that runs on this state folder; none: none does. Any thread and process; nothing is made or connected
 // to.
 [[nodiscard]] std::optional<TControllerPlace> FindController(const std::filesystem::path& stateFolder);
-// The same; one that is starting has up to 5 s of real time to say where it is reached.
+// The same; one that is starting has up to 5 s of real time to say where it is reached. None where it did not come up;
+// without an address where it said none in that time.
 [[nodiscard]] std::optional<TControllerPlace> AwaitController(const std::filesystem::path& stateFolder);
 
 }  // namespace ixocontroller

@@ -12,6 +12,7 @@
 
 namespace ixocontroller {
 
+// What a round throws is logged by the service.
 struct TDesks {
   TDesks(TController& controller, TEventRing& events, const std::filesystem::path& stateFolder, TDiskWork onDisk)
       : Panel(controller, events), Recordings(controller, stateFolder / kRecordingsFolder, std::move(onDisk)) {}

@@ -36,6 +36,7 @@ enum class TEventKind : std::uint8_t {
 };
 using enum TEventKind;
 inline constexpr std::size_t kEventKinds = 10;
+// Does not fail.
 [[nodiscard]] const char* EventName(TEventKind kind);  // "state"
 
 // Made when it is read, in the reader's language and on its thread: what it holds does not change. Cheap to copy.
@@ -58,6 +59,7 @@ struct TServiceEvent {
   TEventBody Body;
 };
 
+// Nothing of it fails; what `told` throws passes.
 class TEventRing {
  public:
   static constexpr std::size_t kEvents = 4096;

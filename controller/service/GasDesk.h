@@ -17,6 +17,7 @@ namespace ixocontroller {
 
 inline constexpr const char* kGasRun = "gas-calibrate";  // the procedure of its run
 
+// What is only shown does not fail.
 class TGasDesk {
  public:
   // The last calibration, with every sample.

@@ -31,6 +31,7 @@ using namespace ixocamglue;
 
 enum class TKeyUp : std::uint8_t { kuReleased, kuGap, kuConnection, kuLease, kuForm, kuEnd };
 using enum TKeyUp;
+// Does not fail.
 [[nodiscard]] const char* KeyUpWord(TKeyUp why);  // "released", "gap", "connection", "lease", "form", "end"
 
 struct TKeyPress {
@@ -41,6 +42,7 @@ struct TKeyPress {
   std::uint64_t AtMs = 0;
 };
 
+// What is not refused does not fail, but that a press passes what a device throws.
 class THeldKeys {
  public:
   static constexpr std::uint64_t kHeartbeatMs = 50;

@@ -19,6 +19,7 @@ namespace ixocontroller {
 class TService;
 struct TRunRecord;
 
+// What is only asked does not fail where no line says so.
 class TJobs {
  public:
   // The service outlives it, and has not started. A history that cannot be written keeps no controller from starting.

@@ -20,6 +20,7 @@ using namespace ixocamglue;
 
 enum class TLeaseChange : std::uint8_t { lcTaken, lcTakenOver, lcGivenBack, lcRanOut };
 using enum TLeaseChange;
+// Does not fail.
 [[nodiscard]] const char* LeaseChangeWord(TLeaseChange change);  // "taken", "takenOver", "givenBack", "ranOut"
 
 struct TLeaseEvent {
@@ -28,6 +29,7 @@ struct TLeaseEvent {
   std::optional<TAsker> Now;  // who has it now
 };
 
+// What is only asked does not fail; taking makes an id, and throws EProblem where the system gives no random numbers.
 class TLease {
  public:
   static constexpr std::uint64_t kLeaseMs = 10'000;

@@ -18,16 +18,17 @@ namespace ixocontroller {
 // A number that changes with each sign of life. Read by another thread.
 using TBeat = std::function<std::uint64_t()>;
 
-// Of the state thread, and in real time of the supervisor. The controller outlives them.
+// Of the state thread, and in real time of the supervisor. The controller outlives them. Does not fail.
 [[nodiscard]] std::vector<TBeat> BeatsOf(TController& controller);
 
 struct TNotifyOptions {
   std::string Socket;            // "/run/systemd/notify", or "@name" for an abstract one; empty: nobody listens
   std::uint64_t WatchdogUs = 0;  // 0: there is no watchdog
-  // NOTIFY_SOCKET, and WATCHDOG_USEC where it is this process's.
+  // NOTIFY_SOCKET, and WATCHDOG_USEC where it is this process's. What is no number there counts as none.
   [[nodiscard]] static TNotifyOptions FromEnvironment();
 };
 
+// Nothing of it fails: what the service manager does not take is sent again with a later round, or not at all.
 class TNotify {
  public:
   static constexpr std::uint32_t kRoundMs = 100;

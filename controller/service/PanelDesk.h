@@ -12,6 +12,7 @@
 
 namespace ixocontroller {
 
+// Nothing but its constructor fails, as TPanelHost's.
 class TPanelDesk {
  public:
   // Both outlive the desk; the machine has acknowledged standby.
@@ -41,6 +42,7 @@ class TPanelDesk {
   TSpeedState FToldLevel;
 };
 
+// Does not fail.
 [[nodiscard]] nlohmann::ordered_json KeyList(TKeyMask keys);  // ["CK_LASER", ...]
 
 }  // namespace ixocontroller

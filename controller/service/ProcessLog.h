@@ -24,16 +24,16 @@ using namespace ixocamglue;
 class ILogOutput {
  public:
   virtual ~ILogOutput() = default;
-  // Answers 0 or an errno value.
+  // Answers 0 or an errno value. Throws nothing.
   virtual int Write(const TLogRecord& record) = 0;
 };
 
 // "<4>TPHost: text" to a descriptor that stays open; each line of a text has its prefix. No time: a journal has its
-// own.
+// own. Does not fail; a write does.
 [[nodiscard]] std::unique_ptr<ILogOutput> MakeJournalOutput(int handle);
 
 // "2026-05-01 09:00:00.000 warning TPHost: text". A file that would grow beyond `bytes` becomes "<file>.1", that one
-// "<file>.2" and so on; `files` in all.
+// "<file>.2" and so on; `files` in all. Does not fail; a write opens the file, and fails where that cannot be opened.
 [[nodiscard]] std::unique_ptr<ILogOutput> MakeFileOutput(const std::filesystem::path& file, int files = 5,
                                                          std::uint64_t bytes = 4U << 20U);
 
@@ -63,7 +63,8 @@ class TProcessLog final : public ILogSink {
 // Whether a service manager takes what is written to the error output (JOURNAL_STREAM), or waits to be told
 // (NOTIFY_SOCKET).
 [[nodiscard]] bool HasServiceManager();
-// The journal, or "controller.log" in the folder; trouble with the file is logged, for the other sinks.
+// The journal, or "controller.log" in the folder; trouble with the file is logged, for the other sinks. Does not fail
+// because of it.
 [[nodiscard]] std::unique_ptr<TProcessLog> MakeProcessLog(const std::filesystem::path& stateFolder);
 
 }  // namespace ixocontroller

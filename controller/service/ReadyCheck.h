@@ -15,7 +15,7 @@ namespace ixocontroller {
 // machine has: ports, branches, nozzles, ranges. What runs or has not acknowledged going off is TController::MayStart's
 // to refuse. Any thread.
 [[nodiscard]] std::vector<TProblem> FindUnready(TController& controller, std::span<const TMotionCall> calls);
-// The first of them.
+// The first of them. Any thread.
 [[nodiscard]] TResult<> CheckReady(TController& controller, std::span<const TMotionCall> calls);
 
 }  // namespace ixocontroller

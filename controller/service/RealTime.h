@@ -1,5 +1,5 @@
 // The time of people and connections, which runs on whatever the machine's clock does: heartbeats, lease, time-outs,
-// staleness, and the stamps of what is told. Any thread.
+// staleness, and the stamps of what is told. Any thread. Nothing here fails.
 #pragma once
 
 #include <cstdint>

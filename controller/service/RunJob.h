@@ -10,6 +10,7 @@
 
 namespace ixocontroller {
 
+// What fails behind Start is said by Finish.
 class IRunJob {
  public:
   virtual ~IRunJob() = default;

@@ -59,21 +59,25 @@ struct TRunRecord {
   TMachineSnapshot First, Last;  // the machine before it and at its end
 
   static constexpr std::size_t kTracePoints = 10'000;
+  // Does not fail.
   [[nodiscard]] std::size_t Bytes() const;  // about
 };
 using TRunRecordPtr = std::shared_ptr<const TRunRecord>;
 
-// Of a procedure an object, of a sequence a list of calls.
+// Of a procedure an object, of a sequence a list of calls. Does not fail.
 [[nodiscard]] nlohmann::ordered_json RunParams(bool sequence, const std::vector<TMotionCall>& calls);
-// How a run ended, in the language of who asks as far as its texts are in the catalogue by themselves. Any thread.
+// How a run ended, in the language of who asks as far as its texts are in the catalogue by themselves; else as it is.
+// Any thread; does not fail.
 [[nodiscard]] TProblem RetoldProblem(const TProblem& problem);
 // What is known of it without its report; "outcome" is null while it runs.
 [[nodiscard]] nlohmann::ordered_json RunHeadJson(const TRunRecord& record);
-// With its report as `ixocut run --json` has it, and the lines that the command shows behind the log.
+// With its report as `ixocut run --json` has it, and the lines that the command shows behind the log. Does not fail.
 [[nodiscard]] nlohmann::ordered_json RunJson(const TRunRecord& record);
-// [[ms from the start, x, y, z, focus], ...]
+// [[ms from the start, x, y, z, focus], ...] Does not fail.
 [[nodiscard]] nlohmann::ordered_json TraceJson(const TRunRecord& record);
 
+// What goes wrong in a run stands in its report; what is only asked does not fail. What Pass throws is logged by the
+// service.
 class TRunner {
  public:
   static constexpr std::size_t kKept = 20;

@@ -1,4 +1,5 @@
 // The sequence files of a state folder, known by their names: "sequences/NAME.json". Any thread; waits for the disk.
+// What fails says why: EProblem, or the problem that is answered.
 #pragma once
 
 #include <filesystem>

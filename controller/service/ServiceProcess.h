@@ -1,5 +1,6 @@
-// What the process of a controller that stays up owes to whoever runs it: its service manager is told, notifications
-// go out, and SIGHUP reads the files again where a service manager sent it. Main thread.
+// What the process of a controller that stays up owes to whoever runs it: its service manager is told, notifications go
+// out, and SIGHUP reads the files again where a service manager sent it. Main thread. Nothing here fails: a file that
+// cannot be read again is logged, and what was read before stays.
 #pragma once
 
 #include <atomic>

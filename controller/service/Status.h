@@ -1,5 +1,6 @@
 // What a controller shows of itself at one moment: made on the interface thread every kStatusEveryMs, never changed
-// afterwards, read by any thread.
+// afterwards, read by any thread. Nothing fails but SnapshotFromJson: a member of another type throws
+// nlohmann::json::type_error.
 #pragma once
 
 #include <cstdint>

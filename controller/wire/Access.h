@@ -28,7 +28,7 @@
 
 namespace ixocontroller {
 
-// The other end of a connection, as the system tells of it.
+// The other end of a connection, as the system tells of it. Nothing here fails.
 struct TPeer {
   std::string Address;           // "127.0.0.1", "::1", "192.168.0.7"; empty: the Unix socket
   std::uint32_t User = 0;        // of the Unix socket: the user's number (SO_PEERCRED)
@@ -46,10 +46,10 @@ struct TJudged {
   TProblem Problem;
   std::uint32_t RetryAfterS = 0;  // with 429
 
-  [[nodiscard]] bool Ok() const { return Status == 200; }
+  [[nodiscard]] bool Ok() const { return Status == 200; }  // false: Problem says why
 };
 
-// Wrong tokens, peer by peer. Not locked.
+// Wrong tokens, peer by peer. Not locked. Nothing of it fails.
 class TWrongTries {
  public:
   static constexpr std::size_t kMost = 10;
@@ -68,6 +68,8 @@ class TWrongTries {
   std::map<std::string, TTries> FPeers;
 };
 
+// Who is not let in is told so by status and problem. Making a code or a session throws EProblem where the system gives
+// no random numbers.
 class TAccess {
  public:
   explicit TAccess(const std::filesystem::path& stateFolder, std::function<std::uint64_t()> nowMs = &RealMs);

@@ -13,6 +13,7 @@
 
 namespace ixocontroller {
 
+// Nothing of it fails; an answer to a key that was dropped meanwhile is told to nobody.
 class TAnsweredOnce {
  public:
   static constexpr std::uint64_t kKeptMs = 600'000;

@@ -18,6 +18,7 @@ struct TConsoleSession {
   TRole Role = roNone;
 };
 
+// What makes a code or a session throws EProblem where the system gives no random numbers.
 class TConsoleCodes {
  public:
   static constexpr std::uint64_t kCodeMs = 60'000;
@@ -33,6 +34,7 @@ class TConsoleCodes {
   };
   // None: the code is unknown, used or too old.
   [[nodiscard]] std::optional<TOpened> Exchange(std::string_view code, std::uint64_t nowMs);
+  // None: there is no such session, or it is over.
   [[nodiscard]] std::optional<TConsoleSession> Find(std::string_view secret, std::uint64_t nowMs);
   // False: there is no session of this number.
   bool End(std::uint64_t number);

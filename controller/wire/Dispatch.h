@@ -34,6 +34,7 @@ class TWireDispatch {
     TAnswer Answer;
     std::function<void(TFeedWish, std::function<bool()> may)> Follow;
   };
+  // What is wrong with the request, and what its handler throws, is answered as a problem.
   void Serve(const TPeer& peer, const TWireRequest& request, TReplies replies);
 
  private:

@@ -74,6 +74,7 @@ class TEventFeed {
   std::uint64_t FSentMs = 0;
 };
 
+// Nothing of it fails: a client that is too slow is ended, and nobody else notices.
 class TEventHub {
  public:
   explicit TEventHub(TEventRing& ring) : FRing(ring) {}

@@ -35,6 +35,7 @@ struct TWireOptions {
   TWireLimits Limits;
 };
 
+// What fails on a connection ends that one alone.
 class TWireServer {
  public:
   // Made before the service starts, and freed before it is. Listens at once, and answers from Start on. Throws EProblem

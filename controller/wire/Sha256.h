@@ -1,5 +1,5 @@
 // SHA-256 (FIPS 180-4), for tokens and codes that are kept as their hash; and secrets: their making and comparison. Any
-// thread.
+// thread. What does not say that it throws does not fail.
 #pragma once
 
 #include <array>

@@ -25,10 +25,11 @@ class TServerTls {
   TServerTls(const TServerTls&) = delete;
   TServerTls& operator=(const TServerTls&) = delete;
 
-  // OpenSSL's; who makes a connection with it need not keep this.
+  // OpenSSL's; who makes a connection with it need not keep this. Never null.
   [[nodiscard]] ssl_ctx_st* Context() const { return FContext; }
   // One line for the log: for how long it is good. A warning within kSoonDays of the end.
   static constexpr std::int64_t kSoonDays = 14;
+  // Does not fail.
   void LogState() const;
 
  private:

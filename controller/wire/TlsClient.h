@@ -12,7 +12,8 @@
 namespace ixocontroller {
 using namespace ixocamglue;
 
-// TLS 1.2 at least; the other end's certificate has to be good, for `host`, and issued by somebody who is trusted.
+// TLS 1.2 at least; the other end's certificate has to be good, for `host`, and issued by somebody who is trusted. What
+// is only asked does not fail.
 class TTlsClient {
  public:
   // `trusted`: a PEM file with the certificates of those who are; empty: the system's. Throws EProblem (pbUnusable).

@@ -24,8 +24,9 @@ using TTlsOwn = std::unique_ptr<T, TTlsFree>;
 struct TTlsSpan {
   std::int64_t FromMs = 0, UntilMs = 0;
 };
+// A moment that cannot be read is 0.
 [[nodiscard]] TTlsSpan GoodFor(const X509* certificate);
-// A certificate's moment as this place's clock shows it.
+// A certificate's moment as this place's clock shows it. Does not fail.
 [[nodiscard]] std::string TlsMoment(std::int64_t unixMs);
 
 }  // namespace ixocontroller

@@ -20,7 +20,7 @@
 namespace ixocontroller {
 using namespace ixocamglue;
 
-// "viewer", "operator" or "service".
+// "viewer", "operator" or "service". Does not fail.
 [[nodiscard]] const char* RoleWord(TRole role);
 [[nodiscard]] TResult<TRole> RoleOf(std::string_view word);
 
@@ -54,6 +54,7 @@ class TTokenCheck {
  public:
   explicit TTokenCheck(const std::filesystem::path& stateFolder);
 
+  // None: it is no right one.
   [[nodiscard]] std::optional<TToken> Find(std::string_view token);
   // Why the file lets nobody in; none: it does, or there is none.
   [[nodiscard]] const std::optional<TProblem>& Trouble() const { return FTrouble; }

@@ -22,6 +22,7 @@ class TServerTls;
 
 class TWireSession;
 
+// What it throws is logged by the wire's thread.
 class IWireDesk {
  public:
   // Answered once, by Answer or Follow, now or later.
@@ -45,6 +46,7 @@ enum class TWireStage : std::uint8_t {
   wsEnding
 };
 
+// What fails on the connection ends it, with Ended, and is nobody else's matter.
 class TWireSession : public std::enable_shared_from_this<TWireSession> {
  public:
   // `tls`: null, none. Desk and context outlive the session.

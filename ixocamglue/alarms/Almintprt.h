@@ -37,6 +37,7 @@ struct TAlarmRec {
   friend bool operator==(const TAlarmRec&, const TAlarmRec&) = default;
 };
 
+// A lookup does not fail: of an identifier without a record it gives what the message says.
 class TAlarmInterpreter {
  public:
   // Builds the dictionary; throws what InitAlarmDict throws.
@@ -91,6 +92,7 @@ TAlarmInterpreter* AlarmInterpreter();
 
 // The unit's life; see library/Library.h. The start creates the interpreter, logging why where it cannot.
 void StartAlarmInterpreter();
+// Does not fail.
 void FreeAlarmInterpreter();
 
 }  // namespace ixocamglue

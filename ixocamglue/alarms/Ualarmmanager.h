@@ -2,7 +2,7 @@
 // registered consumer. Level 1 forbids or stops something, level 0 tells.
 //
 // The event handlers run on the alarm package's thread; everything else may be called from any thread. No lock is held
-// while anything else of ours, a log or a service is called.
+// while anything else of ours, a log or a service is called. Nothing here fails: what the store throws is logged.
 #pragma once
 
 #include <array>

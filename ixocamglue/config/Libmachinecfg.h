@@ -1,4 +1,4 @@
-// Questions of the other subsystems to the machine configuration. They never raise, and read it each time they are
+// Questions of the other subsystems to the machine configuration. They never fail, and read it each time they are
 // asked; without a configuration they answer as for an empty one. Any thread.
 #pragma once
 

@@ -2,7 +2,8 @@
 //
 // InitCamConfigs makes the records; they live as long as their configuration, and the globals are null before and
 // after. Motion procedures, device threads and the interface read and write them directly: no locks but the pierce
-// counter's; records are edited only while no procedure runs.
+// counter's; records are edited only while no procedure runs. A name that the configuration has already is a design
+// fault; nothing else fails.
 #pragma once
 
 #include <any>

@@ -1,5 +1,6 @@
 // Assist records of the cutting head: nozzle cleaning, maintenance, float calibration, blanking, stroke measurement,
-// system delay. Lengths mm, speeds mm/s, pressures bar, times ms. No locks.
+// system delay. Lengths mm, speeds mm/s, pressures bar, times ms. No locks. Nothing here fails but GetCurPos, with what
+// the switch table throws.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,5 @@
 // Assist records of the cutting application: "IxoCutParams" with its client preferences, laser tests, stray light, and
-// the sections of debugging and switches. No locks, except for the pierce counter's five fields.
+// the sections of debugging and switches. No locks, except for the pierce counter's five fields. Nothing here fails.
 #pragma once
 
 #include <atomic>

@@ -1,5 +1,5 @@
 // Assist records that are lists: calibration results, health reminders, mark points, coordinate origins. Indices are
-// 0-based; a wrong one gives null or false and changes nothing. No locks.
+// 0-based; a wrong one gives null or false and changes nothing. No locks. Nothing else here fails.
 #pragma once
 
 #include <cstdint>

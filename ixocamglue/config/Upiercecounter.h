@@ -11,6 +11,7 @@ namespace ixocamglue {
 
 class TMachineConfig;
 
+// Nothing fails but SaveParam: false, the file does not hold them.
 class TPierceCounter {
  public:
   // Both outlive the counter or are taken back with null. Without a configuration the total is 0, and nothing is saved;

@@ -1,4 +1,5 @@
-// The records and interfaces of device communication. Records and free functions are any thread's.
+// The records and interfaces of device communication. Records and free functions are any thread's. What does not say
+// how it fails does not.
 #pragma once
 
 #include <cstddef>
@@ -35,7 +36,8 @@ struct TCommNet {
 enum class TTransType : std::uint8_t { ttText, ttBinary };
 using enum TTransType;
 
-// A link that carries byte buffers. Used by one thread at a time: a device object's data lock sees to that.
+// A link that carries byte buffers. Used by one thread at a time: a device object's data lock sees to that. A link that
+// fails says so by its answer.
 class INcDataTransIntf {
  public:
   virtual ~INcDataTransIntf() = default;
@@ -48,7 +50,7 @@ class INcDataTransIntf {
 };
 
 // The second face of the three transports, for a protocol that knows where its frames end: nothing here pings or waits
-// longer than it must. Same rule for threads.
+// longer than it must. Same rule for threads. A link that fails says so by its answer.
 class INcStreamIntf {
  public:
   virtual ~INcStreamIntf() = default;
@@ -67,7 +69,8 @@ class INcStreamIntf {
   [[nodiscard]] virtual TBytes ReceiveWithin(std::uint32_t ms) = 0;
 };
 
-// What the update thread needs of its object.
+// What the update thread needs of its object. What an update throws is logged, and the object has no more of them: its
+// thread has failed.
 class INcThrdStateIntf {
  public:
   virtual ~INcThrdStateIntf() = default;

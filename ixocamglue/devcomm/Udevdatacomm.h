@@ -14,6 +14,7 @@
 
 namespace ixocamglue {
 
+// Nothing fails but by an answer of false, and by what a transport or OnExtract of one's own throws, which passes.
 class TDevDataCommBase : public TNcThrdStateBase {
  public:
   ~TDevDataCommBase() override { EndUse(); }

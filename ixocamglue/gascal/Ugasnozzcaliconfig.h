@@ -2,7 +2,8 @@
 //
 // They live in a file of their own beside the machine file. State thread, or while no calibration runs; no locks.
 // Nozzle sizes in mm, pressures in bar, voltages in V. Gas types are numbered as in config/Libmachinecfg.h; tables
-// exist for 1 "Air", 2 "O2" and 3 "N2" only.
+// exist for 1 "Air", 2 "O2" and 3 "N2" only. Of a gas type without tables there is none, and nothing is stored; what
+// does not say how it fails does not.
 #pragma once
 
 #include <cstdint>
@@ -61,7 +62,8 @@ class TGasCaliConfig : public TXmlConfig {
 
   // Reads GasCaliConfigFile(). A file that cannot be read is logged and counts as empty; a missing one is empty.
   void Open();
-  // As Save, but a file that could not be read is moved aside first.
+  // As Save, but a file that could not be read is moved aside first. False, with why in `problem`: it is not saved.
+  // True with a text in `problem`: it is saved, and something about it is to be told.
   bool SaveTables(std::string* problem = nullptr);
 
   // Why the stored table of this gas and nozzle cannot be used, with file and entry: a number that cannot be read, a

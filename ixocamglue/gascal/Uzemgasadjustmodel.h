@@ -2,6 +2,7 @@
 //
 // Any thread, unless said; the tables of the machine configuration are touched by the state thread while a calibration
 // runs, otherwise by whoever calls LoadGasData. bar, V; nozzle sizes in mm; gas types as in config/Libmachinecfg.h.
+// What does not say how it fails does not.
 #pragma once
 
 #include <atomic>

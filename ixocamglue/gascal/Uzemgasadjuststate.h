@@ -5,6 +5,8 @@
 // once, after the last gas.
 //
 // With the refined method, further voltages follow when the exact one proposes none, and the curve is built from all.
+// Points that are no curve are said in the model's message log, and the gas keeps its table; what the devices throw
+// ends the state.
 #pragma once
 
 #include <cstdint>

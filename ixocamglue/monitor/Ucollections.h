@@ -1,5 +1,5 @@
 // A queue of fixed length and the moving-average filter over it, which also yields the average's rate of change. One
-// thread at a time; nothing fails.
+// thread at a time; nothing fails. Values are in whatever unit they are fed in.
 #pragma once
 
 #include <algorithm>
@@ -127,7 +127,7 @@ class TMAFileter {
   double AddAndGetDerivative(double value);
   // Kept: does not lock; the caller does, where another thread adds values.
   [[nodiscard]] double GetAverage() const { return TrimmedMean(FQueue); }
-  [[nodiscard]] double GetInterval() const { return FInterval; }
+  [[nodiscard]] double GetInterval() const { return FInterval; }  // ms
 
   void Lock() IXO_ACQUIRE(FLock) { FLock.lock(); }
   void Unlock() IXO_RELEASE(FLock) { FLock.unlock(); }

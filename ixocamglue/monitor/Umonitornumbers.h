@@ -1,7 +1,8 @@
 // How a monitor file spells numbers. No locale, no stream: the same text on every machine. Any thread.
 //
 // Integers are signed decimal ("%d"). Floats are the single widened to double with eight decimals ("%.8f": exact, ties
-// to even), "nan", "inf" or "-inf"; -0 keeps its sign. Nothing fails: any number has a spelling.
+// to even), "nan", "inf" or "-inf"; -0 keeps its sign. Nothing fails: any number has a spelling. They are in whatever
+// unit the signal has.
 #pragma once
 
 #include <bit>

@@ -2,7 +2,7 @@
 //
 // Lines end in "\n", "\r\n" or "\r"; a byte order mark is passed over. Bad content never stops the reading: a data line
 // with fewer than 11 fields is skipped, a field that is no number counts as zero, and the report says where. One
-// thread.
+// thread. What fails is said by Open, and in the report; nothing throws.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
 // What every motion command asks before it commands anything, and the Z axis that it moves. State thread; mm, mm/s.
+// What the devices throw passes, and ends the step.
 #pragma once
 
 #include <cstdint>

@@ -31,7 +31,8 @@ class TSmtSequence : public TSmtComposite {
   void DoLeaveError() override;
   bool NeedsLaser() override;  // makes those of its steps that no command makes, and throws what that throws
 
-  // `buildLate`: the children are made when the sequence is entered.
+  // `buildLate`: the children are made when the sequence is entered. Does not fail: a command that the factory does not
+  // know fails the build.
   void Define(std::int32_t id, std::string desc, std::vector<TSequenceItem> items, bool buildLate = false);
 
  private:

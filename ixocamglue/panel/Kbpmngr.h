@@ -40,7 +40,7 @@ inline constexpr std::int32_t kMapStatePermit = 6;
 inline constexpr std::int32_t kMapWarningPermit = 7;
 inline constexpr std::int32_t kMaps = 8;
 
-inline constexpr TKeyMask kNoChange = 0xF0000000;  // SetClientPermit leaves everything as it is
+inline constexpr TKeyMask kNoChange = 0xF0000000;  // Kept: SetClientPermit then changes nothing
 inline constexpr std::string_view kReturnOrgWindow = "DlgAppInitReturnOrg";
 inline constexpr std::uint32_t kPanelKeyMessage = 1275;
 inline constexpr std::string_view kNoForbidden = "NoForbidden";

@@ -51,7 +51,7 @@ struct TDeviceCall {
 enum class TSignalKind : std::uint8_t { sgState, sgEmission, sgLaser, sgAiming, sgGas, sgGasVolt, sgOutput };
 using enum TSignalKind;
 
-// A change of what the machine shows outside.
+// A change of what the machine shows outside. Nothing here fails.
 struct TSignal {
   std::uint64_t Ms = 0;  // monotonic
   TSignalKind Kind = sgState;
@@ -68,7 +68,7 @@ struct TSignal {
 inline constexpr std::string_view kCollision = "collision: ";
 
 // Is told what happens in a machine. Any thread, in the order in which it happens; the machine may hold its own lock,
-// so that an observer calls nobody back.
+// so that an observer calls nobody back. Throws nothing.
 class IMachineObserver {
  public:
   virtual ~IMachineObserver() = default;
@@ -78,7 +78,7 @@ class IMachineObserver {
   virtual void Signalled(const TSignal& signal) = 0;
 };
 
-// What is physically so at one moment. What a machine does not know keeps its default.
+// What is physically so at one moment. What a machine does not know keeps its default. Nothing here fails.
 struct TMachineSnapshot {
   std::uint64_t Ms = 0;
   bool Laser = false;     // the beam is on
@@ -149,6 +149,8 @@ struct TMachineContext {
   std::uint64_t Seed = 1;          // of whatever is left to chance
 };
 
+// Nothing of it throws: a device that cannot be reached throws out of its port, and in a snapshot it has what was known
+// of it last.
 class IMachine {
  public:
   virtual ~IMachine() = default;
@@ -196,6 +198,7 @@ struct TMachineFactory {
   // made. Null: as any machine's (TMachineBounds::Read).
   std::function<TMachineLimits(const TConfigSection& root, std::vector<TProblem>& problems)> Limits;
 
+  // As Limits; what is wrong is added to `problems`, and has its default.
   [[nodiscard]] TMachineLimits LimitsOf(const TConfigSection& root, std::vector<TProblem>& problems) const;
 };
 

@@ -1,5 +1,5 @@
 // What a calibration of the height sensor makes of its values, whatever the sensor counts in: for machines. One thread
-// at a time.
+// at a time. Nothing here fails. A calibration that is no good is a result as well. Values are in the sensor's unit.
 #pragma once
 
 #include <array>

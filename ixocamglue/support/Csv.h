@@ -1,4 +1,4 @@
-// Tables whose fields are parted by commas, for other programs (RFC 4180). Any thread.
+// Tables whose fields are parted by commas, for other programs (RFC 4180). Any thread. Nothing here fails.
 #pragma once
 
 #include <string>

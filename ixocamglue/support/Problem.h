@@ -10,6 +10,7 @@
 
 namespace ixocamglue {
 
+// Nothing here fails.
 struct TProblem {
   std::string What;    // "the pressure is above the branch's limit: 20 bar, at most 10 bar"
   std::string Where;   // "machine.xml:187:29" or "--pressure"; empty: nowhere else than What says
@@ -40,7 +41,7 @@ class EProblem : public std::runtime_error {
   TProblem Problem;
 };
 
-// A value, or why there is none. Converts from both.
+// A value, or why there is none. Converts from both. Nothing of it fails but OrThrow.
 template <class T = void>
 class [[nodiscard]] TResult {
  public:
@@ -69,6 +70,7 @@ class [[nodiscard]] TResult {
   TProblem FProblem;
 };
 
+// Done, or why not. Nothing of it fails but OrThrow.
 template <>
 class [[nodiscard]] TResult<void> {
  public:

@@ -1,4 +1,5 @@
 // Operator texts: a key with its Simplified Chinese default beside it, replaceable while the program runs. Any thread.
+// Nothing here fails.
 #pragma once
 
 #include <array>

@@ -1,5 +1,6 @@
 // What all devices of one composed machine share: its gate, its lock and its way to the observer. A device call passes
-// the gate first, without the lock. Drivers' points and ports are called with the lock held.
+// the gate first, without the lock. Drivers' points and ports are called with the lock held. Any thread; nothing of it
+// fails. A signal's value is in the signal's unit.
 #pragma once
 
 #include <cstdint>

@@ -2,7 +2,7 @@
 // addresses. What is not named is not fitted.
 //
 // An address is its driver's business. "name@address" is one of another driver than the device's own, and a "!" in
-// front of an input's turns its level round.
+// front of an input's turns its level round. Values; any thread. What a file has wrong is among the problems.
 #pragma once
 
 #include <cstdint>

@@ -19,6 +19,7 @@
 
 namespace ixocamglue {
 
+// The main thread makes and connects it; PortFacts any thread. What says nothing else does not fail.
 class TDriverSet {
  public:
   // `factories` outlive it.
@@ -37,7 +38,7 @@ class TDriverSet {
   // values; null for none. Throws EProblem (pbUnusable).
   IMachinePoint* Point(TPointKind kind, const std::string& address, const std::string& driver, std::string label,
                        const char* unit = "");
-  // What Point handed out for this address switches a laser's emission or beam.
+  // What Point handed out for this address switches a laser's emission or beam. Throws as Point.
   void NoteLight(const std::string& address, const std::string& driver);
   // The driver tells of its laser or gas by itself from now on.
   void TellsLaser(const std::string& name);

@@ -10,6 +10,7 @@
 
 namespace ixocamglue {
 
+// These throw nothing: a device that cannot be reached is passed over.
 class TComposedGas : public IMachineGas {
  public:
   struct TFacts {
@@ -54,7 +55,7 @@ class TPointGas final : public TComposedGas {
   TPointGas(TComposedCore& core, std::vector<TGasLine> lines, IMachinePoint* supply, std::uint64_t switchMs);
   ~TPointGas() override;
 
-  // Everything shut. The alarm package asks from here on.
+  // Everything shut. The alarm package asks from here on. Main thread; throws nothing, as it writes nothing but 0.
   void Begin();
 
   bool IsBusy() override;

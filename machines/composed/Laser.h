@@ -11,6 +11,7 @@
 
 namespace ixocamglue {
 
+// These throw nothing: a device that cannot be reached is passed over.
 class TComposedLaser : public IMachineLaser {
  public:
   struct TFacts {
@@ -61,7 +62,7 @@ class TPointLaser final : public TComposedLaser {
   TPointLaser(TComposedCore& core, const TLaserPoints& points);
   ~TPointLaser() override;
 
-  // Dark, and its alarms from here on. Once.
+  // Dark, and its alarms from here on. Once. Main thread; throws nothing, as it writes nothing but 0.
   void Begin();
 
   bool GetEmission() override;

@@ -14,6 +14,8 @@
 
 namespace ixocamglue {
 
+// Any thread, but for what stands in front of the first start: the main one. What cannot be read keeps what was seen of
+// it last, and nothing throws.
 class TComposedPorts final : public TNcMotionCard, public TNcInputGroup, public TNcDeviceManager {
  public:
   explicit TComposedPorts(TComposedCore& core) : FCore(core) {}
@@ -56,6 +58,7 @@ class TComposedPorts final : public TNcMotionCard, public TNcInputGroup, public 
   std::map<std::int32_t, TOutput> FOutputs;  // Shown with the lock held
 };
 
+// Any thread. An input that cannot be read has not been reached; nothing throws.
 class TComposedInportCtrl final : public TNcInportCtrl {
  public:
   TComposedInportCtrl(TComposedCore& core, TComposedPorts& ports)

@@ -4,7 +4,8 @@
 // A target outside the limits, or one that is no number, moves nothing and is noted in the journal. A move that comes
 // while another one runs first lets the axis come to rest. Stopping follows the deceleration ramp, whatever the mode.
 // Refused reads answer: busy, position 0, Z at its lowest, not following, no travel, no limits to go to, no work origin
-// and an empty work area, no Z axis, and 0 (the top) for the safe Z.
+// and an empty work area, no Z axis, and 0 (the top) for the safe Z. Any thread calls the ports and what is set by
+// hand; everything else with the core's lock held.
 #pragma once
 
 #include <array>

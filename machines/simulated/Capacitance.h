@@ -2,7 +2,7 @@
 //
 // C(h) falls with the distance, steeply near the plate and hardly beyond kReach. Each measurement carries noise that
 // the seed decides, bounded so that an undisturbed sensor never misjudges a height by chance. Used with the core's lock
-// held.
+// held. Nothing here fails.
 #pragma once
 
 #include <cstdint>

@@ -2,7 +2,8 @@
 // it. mm.
 //
 // The plate covers the work area, at the height that each head's sensor has under it; without a plate there are the
-// slats that carry it. Brushes and rack stand beside the table, or on it where the work area is not narrowed.
+// slats that carry it. Brushes and rack stand beside the table, or on it where the work area is not narrowed. What has
+// no state is for any thread, and does not fail.
 #pragma once
 
 #include <array>

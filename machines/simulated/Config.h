@@ -1,5 +1,6 @@
 // What the simulated machine reads from a machine file: what any machine has, and its own section "Simulator". Lengths
-// mm, speeds mm/s, times ms, pressures bar. The defaults are a complete machine.
+// mm, speeds mm/s, times ms, pressures bar. The defaults are a complete machine. Values; any thread. What a file has
+// wrong is among the problems, and has its default.
 #pragma once
 
 #include <cstdint>

@@ -1,7 +1,7 @@
 // What all devices of one simulated machine share: its lock, its time and its way to the observer.
 //
 // A device call passes the gate first, without the lock, and then opens a TSimScope: that takes the lock and lets the
-// physics of the whole machine catch up with the clock in steps of 1 ms.
+// physics of the whole machine catch up with the clock in steps of 1 ms. Nothing of it fails.
 #pragma once
 
 #include <cstdint>

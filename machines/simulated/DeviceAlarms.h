@@ -1,5 +1,5 @@
 // The alarms that the simulated devices raise by themselves. Devices say what is so, from any thread and also with the
-// machine's lock held; the alarm package asks.
+// machine's lock held; the alarm package asks. Nothing here fails.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
 // The faults that the simulated machine has on request, by name: one table, in the order in which people look them up.
+// Any thread.
 #pragma once
 
 #include <span>

@@ -4,7 +4,8 @@
 // A follower sees the plate through its capacitance only, and follows within what the sensor can tell at that height. A
 // calibration goes down to the plate, measures, and returns to where it began; its result stays "interrupted" until it
 // has ended. Refused reads answer: busy, Z at its lowest, not following, no limits to go to, the top for the safe Z,
-// and an interrupted calibration.
+// and an interrupted calibration. Any thread calls the ports and what is set by hand; everything else with the core's
+// lock held.
 #pragma once
 
 #include <cstdint>

@@ -2,7 +2,7 @@
 //
 // The voltage is put out by a 15-bit converter; after a dead time the spool follows it with play; the spool's position
 // gives a static pressure (dead band, rise, knee, supply), towards which the line fills, bleeds or vents; a small share
-// of the pressure creeps after it. No thread of its own and no lock: whoever owns it takes turns.
+// of the pressure creeps after it. No thread of its own and no lock: whoever owns it takes turns. Nothing here fails.
 #pragma once
 
 #include <cstdint>

@@ -3,7 +3,7 @@
 // A beam that is asked for while emission is missing is held back and comes with it. Switching off is immediate, and
 // without emission nothing stays asked for at the device. What LaserForbidden forbids is refused, a tripped latch
 // included; what was asked for before the trip is forgotten. Reads answer the physical state; refused ones answer "no
-// emission" and "beam may be on".
+// emission" and "beam may be on". Any thread; Step with the core's lock held.
 #pragma once
 
 #include <atomic>

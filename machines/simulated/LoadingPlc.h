@@ -1,7 +1,7 @@
 // The loading PLC as its bus sees it: holding registers (functions 3, 6 and 16) and coils (1, 5 and 15) behind Modbus
 // RTU or TCP; input registers (4) and discrete inputs (2) show the same values, unless it has a device behind its
 // addresses. And the ways in which such a device misbehaves. Bytes in, bytes out: who carries them, and when, is the
-// caller's business.
+// caller's business. What it refuses is an exception code of Modbus in its answer; nothing fails.
 #pragma once
 
 #include <cstdint>

@@ -27,7 +27,8 @@ class TPlcServer {
   // Settings like "9600,n,8,1".
   [[nodiscard]] TResult<> OpenSerial(const std::string& device, const std::string& settings);
 
-  // Serves until stopped; looks at the stop every 20 ms.
+  // Serves until stopped, or until its serial line is hung up; looks at the stop every 20 ms. A connection that fails
+  // ends alone.
   void Run(TStop& stop);
 
  private:

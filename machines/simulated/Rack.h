@@ -4,7 +4,7 @@
 // Cap and stage keep their position while no output is on. A nozzle changes between head and slot when the stage is up,
 // the cap open, the head stands at the slot's height over it, and the axis has turned the thread's length the right
 // way; the slot's input changes with it. A head that drives sideways between the slots or down onto the closed cap, or
-// that cap or stage moves against, is a collision ("rack: collision: struck by the head").
+// that cap or stage moves against, is a collision ("rack: collision: struck by the head"). Nothing here fails.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
-// The simulator's random numbers: SplitMix64, so that a seed gives the same numbers in every build.
+// The simulator's random numbers: SplitMix64, so that a seed gives the same numbers in every build. One thread at a
+// time; numbers without a unit, shares 0 to 1. Nothing fails.
 #pragma once
 
 #include <cstdint>

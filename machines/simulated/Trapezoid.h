@@ -1,4 +1,5 @@
-// One coordinate that moves with limited speed and acceleration, in steps of 1 ms.
+// One coordinate that moves with limited speed and acceleration, in steps of 1 ms. One thread at a time; in its owner's
+// unit. Nothing fails.
 #pragma once
 
 #include <algorithm>

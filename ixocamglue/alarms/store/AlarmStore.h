@@ -73,6 +73,7 @@ struct TAlarmStoreOptions {
   std::size_t QueueLimit = kStoreQueueLimit;
 };
 
+// Nothing fails but what says so: what the file does not take waits, and counts as lost beyond kStoreQueueLimit.
 class TAlarmStore final : public IAlarmSvcIntf, public IAlarmFactory {
  public:
   TAlarmStore(std::filesystem::path file, TAlarmStoreOptions options);

@@ -1,5 +1,7 @@
 // Port: a source of alarms, and what the alarm package offers it. The package asks the source from its own thread, and
-// from that of who resets, never from both at once; a source answers without waiting for its device.
+// from that of who resets, never from both at once; a source answers without waiting for its device. What UpdateAlarms
+// throws is logged, and the source is asked again; what the others throw passes to who adds the source or resets it. An
+// alarm that is raised without having been registered is a design fault, and only shown.
 #pragma once
 
 #include <cstdint>

@@ -27,6 +27,7 @@ inline bool WaitFd(int fd, short events, std::uint32_t ms) {
   return false;
 }
 
+// Of a handle that is none nothing, and no error.
 inline void CloseOnExec(int fd) { ::fcntl(fd, F_SETFD, FD_CLOEXEC); }
 
 }  // namespace ixocamglue

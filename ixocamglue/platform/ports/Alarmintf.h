@@ -25,7 +25,8 @@ class IAlarmInterpreterSvc : public IAppService {
   virtual std::string GetAlarmDefinitionsIn(std::string_view /*language*/) { return {}; }
 };
 
-// One alarm on its way into the store. The setters are called in this order, SetFinal always with false.
+// One alarm on its way into the store. The setters are called in this order, SetFinal always with false. What an item
+// or its factory throws is logged, and the message is lost to the store.
 class IAlarmItem {
  public:
   virtual ~IAlarmItem() = default;
@@ -41,6 +42,7 @@ class IAlarmItem {
                              std::string_view /*solution*/) {}
 };
 
+// Null, or what it throws: the message is lost to the store.
 class IAlarmFactory : public IAppService {
  public:
   virtual std::shared_ptr<IAlarmItem> CreateAlarmItem() = 0;

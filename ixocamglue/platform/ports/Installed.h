@@ -7,6 +7,7 @@ namespace ixocamglue {
 
 // Installs `service` (not owned) until the scope ends, then puts the previous one back. Services are installed before
 // any thread starts and removed after all have ended, so reading the slot needs no lock. Null: the machine has none.
+// Nothing of it fails.
 template <class Service>
 class TInstalled {
  public:

@@ -1,5 +1,5 @@
 // Port: what the standing alarms permit, and the record of one alarm. The permissions are read by the state thread and
-// by the laser's own inhibit, so every reader is safe from any thread and never blocks.
+// by the laser's own inhibit, so every reader is safe from any thread and never blocks. Nothing of it fails.
 #pragma once
 
 #include <cstdint>

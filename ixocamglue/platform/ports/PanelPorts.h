@@ -1,5 +1,6 @@
 // What the key panel needs beside the cutting system: windows that take messages, the platform's system integers, and
-// the emergency-stop input. Any thread.
+// the emergency-stop input. Any thread. What names no window or no integer does nothing; what a window's receiver
+// throws passes to who posts, and nothing else fails.
 #pragma once
 
 #include <array>

@@ -1,4 +1,5 @@
 // All time of the library: nothing else reads a system clock or sleeps. Every operation may be called from any thread.
+// Nothing here fails.
 #pragma once
 
 #include <atomic>

@@ -6,7 +6,8 @@
 // texts live until the reader ends.
 //
 // The languages beside the current one are for a TLanguageScope. The first that is asked for loads all of the folder,
-// once; a file that is none is no language then.
+// once; a file that is none is no language then. A file that cannot be read is told by SelectLanguage, and else is no
+// language; nothing here throws.
 #pragma once
 
 #include <filesystem>

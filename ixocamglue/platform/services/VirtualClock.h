@@ -2,7 +2,8 @@
 //
 // One thread moves the clock, and uses everything that hangs on it; any thread may read the time. Sleeping from within
 // a listener or timer advances nothing: the step that called it is not over yet. Both counts start anywhere; by default
-// the tick count wraps 5 minutes after the start, so that every longer run passes over the wrap.
+// the tick count wraps 5 minutes after the start, so that every longer run passes over the wrap. Nothing of it fails;
+// what a listener or a timer throws passes to whoever moves the clock.
 #pragma once
 
 #include <atomic>

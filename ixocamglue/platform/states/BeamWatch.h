@@ -9,7 +9,7 @@
 //   an ask of either was refused      | bcRefused   | srError
 //
 // The first that applies. Without TNcAlarms nothing is forbidden. Emission that was asked for and never came is not
-// lost. The aiming light is nobody's business here.
+// lost. The aiming light is nobody's business here. What only judges facts is for any thread.
 #pragma once
 
 #include <cstdint>

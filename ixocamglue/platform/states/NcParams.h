@@ -1,4 +1,5 @@
-// The NC parameter store: Boolean, integer and double values by name. Any thread; names are case-sensitive.
+// The NC parameter store: Boolean, integer and double values by name. Any thread; names are case-sensitive. Nothing
+// here fails.
 #pragma once
 
 #include <atomic>
@@ -14,7 +15,8 @@
 
 namespace ixocamglue {
 
-// A value that was never set reads as the caller's default; a name used with two types holds two values.
+// A value that was never set reads as the caller's default; a name used with two types holds two values. A value is in
+// its parameter's unit.
 class TNcParams {
  public:
   // A Boolean's place in the store, for writers that run every tick: valid as long as the store. Until Set is called

@@ -1,6 +1,6 @@
 // What a value may be: fixed ends, or what the machine gives (an axis' limits, the ports fitted, a branch's pressure).
 // A property or a parameter names its bound; TMachineBounds (Bounds.h) says what that is on one machine. And what else
-// a record's line says of its property. Values; any thread. Nothing throws.
+// a record's line says of its property. Values; any thread. Nothing throws. Numbers are in the property's unit.
 #pragma once
 
 #include <cmath>

@@ -35,7 +35,7 @@ class TConfigSection {
 
   [[nodiscard]] bool GetBool(std::string_view name, bool defValue) const;
   [[nodiscard]] std::int32_t GetInt(std::string_view name, std::int32_t defValue) const;
-  [[nodiscard]] double GetFloat(std::string_view name, double defValue) const;
+  [[nodiscard]] double GetFloat(std::string_view name, double defValue) const;  // in the file's unit
   [[nodiscard]] std::string GetText(std::string_view name, std::string_view defValue) const;
   // Gives the record its defaults and what the section says. Texts that are no value of their property are logged.
   void Load(TXmlSubConfig& record) const;

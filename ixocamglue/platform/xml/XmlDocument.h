@@ -30,7 +30,8 @@ struct TXmlContext {
   std::map<const pugi::xml_node_struct*, std::pair<pugi::xml_node_struct*, std::size_t>> Numbered{};
 };
 
-// An element, or none. Valid as long as its document and its context.
+// An element, or none. Valid as long as its document and its context. Nothing of it fails: what is not there is none,
+// or empty.
 class TXmlNode {
  public:
   TXmlNode() = default;
@@ -72,6 +73,7 @@ enum class TXmlDetail : std::uint8_t {
 };
 using enum TXmlDetail;
 
+// Nothing of it fails but Parse.
 class TXmlDocument {
  public:
   static constexpr std::uint64_t kMaxBytes = 64ull * 1024 * 1024;

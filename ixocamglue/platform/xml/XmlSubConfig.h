@@ -5,7 +5,9 @@
 // exact spelling, else by the first that matches without regard to case; a save corrects the spelling. What a record
 // does not know stays in the file.
 //
-// No locks: records are edited while no procedure runs; the file's save takes turns (see XmlConfig.h).
+// No locks: records are edited while no procedure runs; the file's save takes turns (see XmlConfig.h). Nothing here
+// throws: what cannot be read is logged and has its default, what cannot be written is told by the save of the file
+// (XmlConfig.h).
 #pragma once
 
 #include <algorithm>
