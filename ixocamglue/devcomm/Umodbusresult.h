@@ -53,9 +53,10 @@ struct TModbusStrictOptions {
   // that used the line before.
   std::uint32_t LateReplyMs = 0;
   // Instead of that silence: a request goes out whatever is owed over RTU framing, and late replies to others are known
-  // by what they look like (unit, function and length; of a write its address and value) and dropped. Only a read whose
-  // reply would look like one that is owed to a read of other addresses has to wait, until that was sent LateReplyMs
-  // ago (see TModbusComm::HeldMs): moTimeout, with nothing sent. Nobody else may ask anything on the line.
+  // by what they look like (unit, function and length; of a write its address and value) and dropped. A unit answers in
+  // order: what it owed is owed no more behind a reply that no older request could have. Only a read whose reply would
+  // look like one that is owed to a read of other addresses has to wait, until that was sent LateReplyMs ago (see
+  // TModbusComm::HeldMs): moTimeout, with nothing sent. Nobody else may ask anything on the line.
   bool TellApart = false;
   // From the beginning of a request until it is given up, its attempts together; 0: they have no common limit. An
   // attempt ends with it, and another one begins only if at least half of its time is left, on a line that has to fall

@@ -1,6 +1,7 @@
 #include "ixocamglue/devcomm/Umodbusstrict.h"
 
 #include <algorithm>
+#include <iterator>
 #include <limits>
 #include <utility>
 
@@ -224,11 +225,15 @@ TReplyCheck TModbusStrict::Check(const TModbusRequest& request, std::span<const 
   return TakeLate(bytes).value_or(check);
 }
 
-void TModbusStrict::Answered(TWay& way, const TModbusRequest& request) {
+void TModbusStrict::Answered(TWay& way, const TModbusRequest& request, bool whole) {
   const auto first = std::ranges::find_if(FLate, [&](const TLate& late) { return late.Asks(request); });
   if (first == FLate.end()) return;
   way.AskedMs = first->SentMs;
-  FLate.erase(first);
+  // A unit answers in order. Behind a reply that only the newest request could have, none to an older one comes.
+  if (whole && std::next(first) == FLate.end())
+    std::erase_if(FLate, [&](const TLate& late) { return late.Unit == request.Unit; });
+  else
+    FLate.erase(first);
 }
 
 void TModbusStrict::DropLate(TWay& way) {
@@ -281,7 +286,7 @@ TModbusEnd TModbusStrict::AwaitReply(TWay& way, const TModbusRequest& request, T
       case rsInvalid:
         if (check.Damaged) {
           FOwed = false;
-          Answered(way, request);
+          Answered(way, request, false);
         }
         if (!check.Framed) way.Stream.CloseLink();
         return {moInvalid, check.Reason};
@@ -289,7 +294,7 @@ TModbusEnd TModbusStrict::AwaitReply(TWay& way, const TModbusRequest& request, T
       case rsWhole:
       case rsException:
         FOwed = false;
-        Answered(way, request);
+        Answered(way, request, check.State == rsWhole);
         way.Traffic.StaleBytes += reply.size() - check.Length;
         reply.resize(check.Length);
         return {check.State == rsWhole ? moOk : moException, "", check.Exception};
@@ -392,6 +397,7 @@ TModbusAnswer TModbusStrict::Ask(INcDataTransIntf& transport, TModbusRequest req
   const bool asksBack = write && !request.Broadcast();
   if (asksBack && IsKnown(*stream) && FProof == mpfEchoed) return {{moInvalid, kEchoes}, {}};
   TModbusEnd end;
+  std::optional<TModbusEnd> broken;
   TModbusTraffic traffic;
   TWay way{transport, *stream, traffic, preDelayMs, NewDeadline()};
   for (;;) {
@@ -400,6 +406,10 @@ TModbusAnswer TModbusStrict::Ask(INcDataTransIntf& transport, TModbusRequest req
                                  : TModbusEnd{moTimeout, kLooksAlike};
     if (!end.Ok()) break;
     end = Attempt(way, request, reply);
+    if (end.Outcome == moInvalid && !stream->Linked())
+      broken = end;
+    else if (end.Outcome == moNoConnection && broken)
+      end = *broken;  // what broke the connection says more than that there is none any more
     if (end.Ok() || end.Outcome == moException || way.Refused || FStop.Asked() || traffic.Attempts > Options.Retries ||
         (!stream->Linked() && FBackoffOf == stream && Clock().MonotonicMs() < FNextOpenMs) ||
         (way.Sent && write && !Options.RetryWrites) || (asksBack && FProof == mpfEchoed) || !MayRepeat(way))

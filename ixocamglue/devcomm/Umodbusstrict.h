@@ -64,8 +64,8 @@ class TModbusStrict {
   [[nodiscard]] TReplyCheck Check(const TModbusRequest& request, std::span<const std::uint8_t> bytes);
   // What a late reply at the start of these bytes comes to: foreign, and it is owed no more; or more of it is to come.
   [[nodiscard]] std::optional<TReplyCheck> TakeLate(std::span<const std::uint8_t> bytes);
-  void Answered(TWay& way, const TModbusRequest& request);  // that one, or one like it before
-  void DropLate(TWay& way);                                 // what has come in, until the line rests
+  void Answered(TWay& way, const TModbusRequest& request, bool whole);  // that one, or one like it before
+  void DropLate(TWay& way);                                             // what has come in, until the line rests
   [[nodiscard]] bool MayRepeat(const TWay& way) const;
   [[nodiscard]] bool IsKnown(const INcStreamIntf& stream) const;
   [[nodiscard]] std::uint32_t AttemptMs() const;
