@@ -49,11 +49,13 @@ class TVkTcpClient {
   [[nodiscard]] virtual bool Connect(std::uint32_t timeoutMs) = 0;
   // Why the last Connect failed, as an errno value; 0: nothing answered in time.
   [[nodiscard]] virtual int ConnectError() const { return 0; }
+  // What was sent and has not reached the peer's system yet never does: a command that nobody waits for any more must
+  // not come minutes later, when a broken line is whole again.
   virtual void Disconnect() = 0;
   [[nodiscard]] virtual bool Connected() const = 0;
   // Without blocking: the stream has ended (or failed) and nothing is left to read.
   [[nodiscard]] virtual bool StreamEnded() = 0;
-  // All bytes, within kSendLimitMs; else -1.
+  // All bytes, within kSendLimitMs; else -1. What the peer's system does not take within that time ends the connection.
   [[nodiscard]] virtual int Send(std::span<const std::uint8_t> bytes) = 0;
   [[nodiscard]] virtual bool WaitReadable(std::uint32_t ms) = 0;
   // Without blocking: the number of bytes, 0 when the stream has ended or failed, -1 when nothing is there.

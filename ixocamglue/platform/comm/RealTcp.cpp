@@ -1,4 +1,5 @@
 #include <cerrno>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 
 #include <boost/asio/io_context.hpp>
@@ -45,8 +46,10 @@ class TRealTcp final : public TVkTcpClient {
   void Disconnect() override {
     TGuard guard(FHandle);
     FConnected = false;
+    if (!FSocket.is_open()) return;
     boost::system::error_code ignored;
-    if (FSocket.is_open()) FSocket.close(ignored);
+    FSocket.set_option(asio::socket_base::linger(true, 0), ignored);  // nothing that is still queued is sent
+    FSocket.close(ignored);
   }
 
   bool Connected() const override { return FConnected; }
@@ -105,6 +108,8 @@ class TRealTcp final : public TVkTcpClient {
       CloseOnExec(FSocket.native_handle());
       FSocket.non_blocking(true, error);
       if (!error) FSocket.set_option(asio::ip::tcp::no_delay(true), error);
+      const unsigned limitMs = kSendLimitMs;
+      (void)::setsockopt(FSocket.native_handle(), IPPROTO_TCP, TCP_USER_TIMEOUT, &limitMs, sizeof limitMs);
     }
     const int fd = FSocket.native_handle();
     if (!error && Established(fd, peer, timeoutMs)) {
