@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include "controller/commissioning/PortTries.h"
 #include "fixture/BenchDriver.h"
 #include "fixture/ComposedFile.h"
 #include "fixture/Faults.h"
@@ -36,6 +37,25 @@ TEST(ComposedThreaded, ABenchThatIsCutAndHealedKeepsThePortsContracts) {
   auto violations = ixoverify::CheckPortContracts(rig);
   if (!violations.empty()) violations = ixoverify::CheckPortContracts(rig);  // somebody else may have had the processor
   for (const auto& violation : violations) ADD_FAILURE() << violation.Port << ": " << violation.Text;
+}
+
+TEST(ComposedThreaded, APilotLightThatStaysOnIsNotTriedWell) {
+  TTempDir dir;
+  const auto file = dir.Path() / "machine.xml";
+  std::ofstream(file) << R"(<MachineConfig><Machine Driver="composed"/><Devices>
+    <Laser Driver="bench" EmissionRequest="emission" Beam="beam" Aiming="pilot"/></Devices></MachineConfig>)";
+  TBench bench;
+  ixocontroller::TControllerOptions options;
+  options.Machines = {ComposedMachine({BenchDriver(bench)})};
+  options.MachineFile = file;
+  const ixocontroller::TPortTries tries(std::move(options), 20, [] { return false; });
+  const auto chosen = tries.Chosen({"pilot"});
+  EXPECT_EQ(tries.Perform(*chosen[0]).Read, "1, 0");
+  bench.Stick("pilot");
+  const auto tried = tries.Perform(*chosen[0]);
+  EXPECT_EQ(tried.Read, "1, 1");
+  EXPECT_FALSE(tried.Good);
+  bench.Stick("");
 }
 
 TEST(ComposedThreaded, TheSimulatedDevicesKeepThePortsContracts) {
