@@ -37,6 +37,11 @@ enum class TPointKind : std::uint8_t { pkInput, pkOutput, pkAnalogIn, pkAnalogOu
 using enum TPointKind;
 [[nodiscard]] constexpr bool IsDigital(TPointKind kind) { return kind == pkInput || kind == pkOutput; }
 
+// What an output switches, the most dangerous last: a driver that cannot tell its devices everything at once switches
+// off what lights first, then gas.
+enum class TPointUse : std::uint8_t { puOther, puGas, puLight };
+using enum TPointUse;
+
 // One digital or analogue value of a device. Digital ones are 0 or 1; the others in the unit that the machine file
 // scales them to. Any thread, at once.
 class IMachinePoint {
@@ -77,8 +82,8 @@ class IMachineDriver {
   // Before Connect. Says why there is no such point: what the address is like, and what would be right. A point that
   // was asked for before is the same one.
   virtual TResult<IMachinePoint*> Point(TPointKind kind, std::string_view address) = 0;
-  // Before Connect: this point of its own switches a laser's emission or beam.
-  virtual void NoteLight(IMachinePoint& point) { static_cast<void>(point); }
+  // Before Connect: what this point of its own switches; of several uses the most dangerous one counts.
+  virtual void NoteUse(IMachinePoint& point, TPointUse use) { static_cast<void>(point), static_cast<void>(use); }
   // What it has beside points; null: it has none. The ports' own contracts hold.
   virtual TNcMotionDriver* Axes() { return nullptr; }  // X and Y; the nozzle motor; Z, where there is no follower
   virtual TNcFollower* Follower(std::int32_t index) { return static_cast<void>(index), nullptr; }  // 0 or 1

@@ -140,10 +140,11 @@ IMachinePoint* TDriverSet::Point(TPointKind kind, const std::string& address, co
   return point;
 }
 
-void TDriverSet::NoteLight(const std::string& address, const std::string& driver) {
+void TDriverSet::NoteUse(TPointKind kind, const std::string& address, const std::string& driver, TPointUse use) {
+  if (address.empty()) return;
   const TPointName name = PointName(address, driver, FFactories);
   IMachineDriver& owner = Driver(name.Driver);
-  owner.NoteLight(*owner.Point(pkOutput, name.Address).OrThrow(pbUnusable));
+  owner.NoteUse(*owner.Point(kind, name.Address).OrThrow(pbUnusable), use);
 }
 
 TResult<> TDriverSet::Connect() {

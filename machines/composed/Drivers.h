@@ -38,8 +38,9 @@ class TDriverSet {
   // values; null for none. Throws EProblem (pbUnusable).
   IMachinePoint* Point(TPointKind kind, const std::string& address, const std::string& driver, std::string label,
                        const char* unit = "");
-  // What Point handed out for this address switches a laser's emission or beam. Throws as Point.
-  void NoteLight(const std::string& address, const std::string& driver);
+  // What the output switches that Point handed out for this address; nothing for an empty one. Throws as
+  // Point.
+  void NoteUse(TPointKind kind, const std::string& address, const std::string& driver, TPointUse use);
   // The driver tells of its laser or gas by itself from now on.
   void TellsLaser(const std::string& name);
   void TellsGas(const std::string& name);

@@ -92,7 +92,8 @@ void TComposedMachine::MakeLaser(const TLaserDevice& laser) {
     points.Latches.push_back(
         {.Ok = point(pkInput, latch->Ok, "Latch Ok"), .Rearm = point(pkOutput, latch->Rearm, "Latch Rearm")});
   auto made = std::make_unique<TPointLaser>(FCore, points);
-  for (const std::string& lights : {laser.EmissionRequest, laser.Beam}) FDrivers.NoteLight(lights, laser.Driver);
+  for (const std::string& lights : {laser.EmissionRequest, laser.Beam})
+    FDrivers.NoteUse(pkOutput, lights, laser.Driver, puLight);
   FPointLaser = made.get();
   FLaser = std::move(made);
 }
@@ -114,13 +115,17 @@ void TComposedMachine::MakeGas(const TDevicesRecord& devices, const TMachineBoun
     line.Valve = point(pkOutput, each->Valve, "Valve");
     line.Pressure = point(pkAnalogIn, each->Pressure, "Pressure");
     line.SetPoint = point(pkAnalogOut, each->SetPoint, "SetPoint");
+    FDrivers.NoteUse(pkOutput, each->Valve, gas.Driver, puGas);
+    FDrivers.NoteUse(pkAnalogOut, each->SetPoint, gas.Driver, puGas);
     for (const TGasBranchConfig& branch : machine.GasBranches) {
       if (branch.GasType != each->GasType) continue;
       line.MaxPressure = branch.GetMaxPressure();
       line.HasVolt = branch.DAPort != 0;
       for (const auto& out : devices.AnalogOuts)
-        if (line.HasVolt && out->Number == branch.DAPort)
+        if (line.HasVolt && out->Number == branch.DAPort) {
           line.VoltPoint = FDrivers.Point(pkAnalogOut, out->Address, out->Driver, {});
+          FDrivers.NoteUse(pkAnalogOut, out->Address, out->Driver, puGas);
+        }
     }
     lines.push_back(line);
   }

@@ -76,6 +76,8 @@ TResult<> TModbusStationConfig::Check() const {
     if (auto settings = ParseSerialSettings(Link().Settings); !settings) return wrong(settings.Problem().Text());
     if (Unit < 1 || Unit > 247) return wrong(Tr("on a serial line the unit is 1 to 247"));
   }
+  if (Unit == 0 && !Link().TcpFraming)
+    return wrong(Tr("with frames as on a serial line unit 0 is all units at once, and none of them answers"));
   if (StaleMs < CycleMs + TimeOutMs)
     return wrong(Format(Tr("StaleMs %d is below CycleMs + TimeOutMs (%d): each value would be too old before a reply "
                            "that is waited for comes"),

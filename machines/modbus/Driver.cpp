@@ -21,7 +21,7 @@ class TModbusPoint final : public IMachinePoint {
   bool Settled() override { return FLine.Settled(FIndex); }
   std::optional<std::uint64_t> AgeMs() override { return FLine.AgeMs(FIndex); }
   [[nodiscard]] TPortFacts Facts() const { return FLine.Facts(FIndex); }
-  void NoteLight() { FLine.NoteLight(FIndex); }
+  void NoteUse(TPointUse use) { FLine.NoteUse(FIndex, use); }
 
  private:
   TModbusLine& FLine;
@@ -76,7 +76,7 @@ class TModbusDriver final : public IMachineDriver, public IModbusStations {
     return &FPoints.try_emplace({kind, at.Text() + " " + at.Limits()}, *line, index).first->second;
   }
 
-  void NoteLight(IMachinePoint& point) override { dynamic_cast<TModbusPoint&>(point).NoteLight(); }
+  void NoteUse(IMachinePoint& point, TPointUse use) override { dynamic_cast<TModbusPoint&>(point).NoteUse(use); }
 
   TResult<> Connect() override {
     for (const auto& line : FLines)

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cmath>
 #include <iterator>
+#include <limits>
 #include <pthread.h>
 #include <utility>
 
@@ -19,8 +20,16 @@ namespace {
 constexpr std::uint32_t kConnectMs = 1000;
 constexpr std::uint32_t kIdleMs = 50;  // between two looks at everything
 constexpr int kConnectTries = 3;       // of a read that is not answered while connecting
+constexpr std::size_t kLastTries = 2;  // a station, when the line ends
 
-std::int32_t Ms(std::uint64_t ms) { return static_cast<std::int32_t>(std::min<std::uint64_t>(ms, 2'000'000'000)); }
+// Of what is due then, at most kIdleMs.
+std::uint32_t Within(std::uint64_t due, std::uint64_t now) {
+  return static_cast<std::uint32_t>(std::clamp<std::uint64_t>(due - std::min(due, now), 1, kIdleMs));
+}
+
+constexpr const char* kForeign = TrMark(
+    "something else than Modbus TCP answers there: look at Host and Port; "
+    "RtuFraming is for a gateway that takes frames as on a serial line");
 
 }  // namespace
 
@@ -49,10 +58,6 @@ class TModbusLine::TFixedLink final : public INcDataTransIntf, public INcStreamI
   std::uint64_t& FHeard;
 };
 
-std::size_t TModbusLine::TStation::OldestBlock() const {
-  return static_cast<std::size_t>(std::ranges::min_element(BlockMs) - BlockMs.begin());
-}
-
 TModbusLine::TModbusLine(const TLinkAddress& link, const TNcWatch& watch, IModbusStations& listener)
     : FAddress(link), FWatch(watch), FListener(listener), FComm(new TModbusComm("modbus " + link.Text())) {
   FComm->IsTCP = link.TcpFraming;
@@ -69,6 +74,7 @@ TModbusLine::~TModbusLine() {
 
 std::size_t TModbusLine::AddStation(const TModbusStationConfig& config) {
   TStation& station = FStations.emplace_back();
+  station.Index = FValues.AddStation(config);
   station.Config = config;
   TModbusStrictOptions& options = station.Options;
   options.TimeoutMs = options.TotalMs = static_cast<std::uint32_t>(config.TimeOutMs);
@@ -76,19 +82,13 @@ std::size_t TModbusLine::AddStation(const TModbusStationConfig& config) {
   options.TellApart = true;
   options.RetryWrites = true;  // a value, on the same connection: twice is as good as once
   if (config.ProbeRegister >= 0) options.ProbeRegister = static_cast<std::uint16_t>(config.ProbeRegister);
-  return FStations.size() - 1;
+  return station.Index;
 }
 
 std::size_t TModbusLine::AddPoint(std::size_t station, TPointKind kind, const TModbusAddress& address) {
-  TPoint& point = FPoints.emplace_back();
-  point.Kind = kind;
-  point.Address = address;
-  point.Station = station;
   FStations[station].Cells.push_back(address.Cell);
-  return FPoints.size() - 1;
+  return FValues.AddPoint(station, kind, address);
 }
-
-void TModbusLine::NoteLight(std::size_t point) { FStations[FPoints[point].Station].Lights = true; }
 
 void TModbusLine::Use(const TStation& station) {
   FComm->SlaveAddr = static_cast<std::uint8_t>(station.Config.Unit);
@@ -120,9 +120,9 @@ TResult<> TModbusLine::Connect() {
 TResult<> TModbusLine::ConnectStation(TStation& station) {
   for (int tries = 0; tries < kConnectTries; ++tries) {
     station.Blocks.clear();
-    station.BlockMs.clear();
     if (auto read = PlanAndRead(station, station.Cells, kModbusGaps); !read) return read;
-    if (!station.IsStale(Clock().MonotonicMs())) break;  // a reply that did not come has cost the first ones their age
+    if (!FValues.Stale(station.Index, Clock().MonotonicMs()))
+      break;  // a reply that did not come has cost the first ones their age
   }
   return {};
 }
@@ -134,13 +134,11 @@ TResult<> TModbusLine::PlanAndRead(TStation& station, const std::vector<TModbusC
     for (int tries = 1; !result.Ok() && result.Outcome != moException && tries < kConnectTries; ++tries) {
       if (!FLink->Linked())
         if (auto opened = Open(); !opened) return opened;
-      if (const auto held = FComm->HeldMs(block.First.ReadFunction(), block.First.Addr, block.Count))
-        Clock().Sleep(held);
+      Clock().Sleep(HeldMs(station, block));
       result = ReadBlock(station, block);
     }
     if (result.Ok()) {
       station.Blocks.push_back(block);
-      station.BlockMs.push_back(result.AskedMs);
       continue;
     }
     if (result.Outcome != moException || block.Count == 1 || gaps.size() == 1) return Refusal(station, block, result);
@@ -161,11 +159,13 @@ TProblem TModbusLine::Refusal(const TStation& station, const TModbusBlock& block
                    .Where = Format(Tr("station %s (%s, unit %d)"), station.Config.Name.c_str(), FAddress.Text().c_str(),
                                    station.Config.Unit)};
   if (result.Outcome != moException) {
-    problem.Remedy = Tr("\"ixocut link doctor\" finds out what is wrong with the link");
+    problem.Remedy =
+        IsForeign(result) ? Tr(kForeign) : Tr("\"ixocut link doctor\" finds out what is wrong with the link");
     return problem;
   }
-  for (const TPoint& point : FPoints) {
-    if (&FStations[point.Station] != &station || !block.Has(point.Address.Cell)) continue;
+  for (std::size_t i = 0; i < FValues.Points(); ++i) {
+    const TModbusValues::TPoint& point = FValues.Point(i);
+    if (point.Station != station.Index || !block.Has(point.Address.Cell)) continue;
     const TModbusResult alone = FComm->Read(point.Address.Cell.ReadFunction(), point.Address.Cell.Addr, 1);
     if (alone.Ok()) continue;
     problem.What = Format("%s: %s", point.Address.Text().c_str(), OutcomeText(alone).c_str());
@@ -184,9 +184,7 @@ void TModbusLine::Execute() {
       FSign->Beat();
       if (const std::uint32_t ms = Round(); ms != 0) Pause(ms);
     }
-    // What is to go off goes off before the line ends.
-    for (TStation& station : FStations)
-      while (WriteNext(station, true) && !station.Away) FSign->Beat();
+    WriteLastZeros();
   } catch (...) {
     LogMsg(lkException, 0, "ixo-modbus: " + DescribeException(std::current_exception()));
     FSign->Failed();
@@ -210,90 +208,90 @@ void TModbusLine::Pause(std::uint32_t ms) {
 
 std::uint32_t TModbusLine::Round() {
   const std::uint64_t now = Clock().MonotonicMs();
-  const auto within = [](std::uint64_t ms) {
-    return static_cast<std::uint32_t>(std::clamp<std::uint64_t>(ms, 1, kIdleMs));
-  };
-  if (!FLink->Linked()) {
-    if (std::ranges::any_of(FStations, [](const TStation& station) { return !station.Away; }))
-      LoseLink(Tr("the connection has ended"));
-    if (now < FOpenDueMs) return within(FOpenDueMs - now);
-    auto opened = Open();
-    FOpenMs = std::min(FOpenMs * 2, kRetryMostMs);
-    FOpenDueMs = Clock().MonotonicMs() + FOpenMs;
-    if (!opened) {
-      LoseLink(opened.Problem().Text());
-      return 1;
-    }
-    TGuard guard(FLock);
-    for (TStation& station : FStations) {
-      station.RetryDueMs = station.ZeroDueMs = 0;
-      station.RetryMs = kRetryMs;
-    }
-    return 1;
-  }
+  if (!FLink->Linked()) return RoundWithoutLink(now);
   const auto timeOut = static_cast<std::uint64_t>(FStations.front().Config.TimeOutMs);
-  if (FLink->ClosingForgets() && FStations.front().Away && now - FHeardMs > kSilentMs + timeOut) {
-    LoseLink(Format(Tr("it has not answered for %d ms"), Ms(now - FHeardMs)));
+  if (FLink->ClosingForgets() && FValues.IsAway(0) && now - FHeardMs > kSilentMs + timeOut) {
+    LoseLink(Format(Tr("it has not answered for %d ms"), ShownMs(now - FHeardMs)));
     return 1;
   }
   for (TStation& station : FStations)
-    if (!station.Away && station.IsStale(now)) {
-      const std::size_t oldest = station.OldestBlock();
-      GoAway(station, Format(Tr("%s could not be read for %d ms"), BlockText(station, station.Blocks[oldest]).c_str(),
-                             Ms(now - station.BlockMs[oldest])));
-    }
-  if (WriteZero(now)) return 0;
+    if (const auto stale = FValues.Stale(station.Index, now); stale && !FValues.IsAway(station.Index))
+      GoAway(station,
+             Format(Tr("%s could not be read for %d ms"), FValues.Point(*stale).Address.Text().c_str(),
+                    ShownMs(FValues.AgeMs(*stale).value_or(0))),
+             true);
+  if (const auto zero = FValues.NextZero(now)) {
+    (void)Write(*zero);
+    return 0;
+  }
   for (TStation& station : FStations)
     if (Feed(station, now)) return 0;
-  for (TStation& station : FStations)
-    if (!station.Away && WriteNext(station, false)) return 0;
+  if (const auto value = FValues.NextValue()) {
+    (void)Write(*value);
+    return 0;
+  }
   // The one that has waited for longest: a slow line has none that is not due.
-  TStation& next = *std::ranges::min_element(FStations, {}, &TStation::ReadDueMs);
-  if (next.ReadDueMs() <= now) {
+  TStation& next = *std::ranges::min_element(FStations, {}, [this](const TStation& each) { return ReadDueMs(each); });
+  if (ReadDueMs(next) <= now) {
     ReadNext(next, now);
     return 0;
   }
-  std::uint64_t due = now + kIdleMs;
-  for (const TStation& station : FStations) due = std::min(due, NextDueMs(station));
-  return within(due - std::min(due, now));
+  return Within(NextDueMs(), now);
 }
 
-std::uint64_t TModbusLine::NextDueMs(const TStation& station) {
-  std::uint64_t due = station.ReadDueMs();
-  if (!station.Away && station.Config.WatchdogRegister >= 0) due = std::min(due, station.FeedDueMs);
-  TGuard guard(FLock);
-  return station.Zeros.empty() ? due : std::min(due, station.ZeroDueMs);
-}
-
-bool TModbusLine::WriteZero(std::uint64_t now) {
-  TStation* next = nullptr;
-  {
-    TGuard guard(FLock);
-    for (TStation& station : FStations)
-      if (!station.Zeros.empty() && station.ZeroDueMs <= now && (!next || station.GoodMs > next->GoodMs))
-        next = &station;
+std::uint32_t TModbusLine::RoundWithoutLink(std::uint64_t now) {
+  if (std::ranges::any_of(FStations, [this](const TStation& each) { return !FValues.IsAway(each.Index); }))
+    LoseLink(Tr("the connection has ended"));
+  const std::uint64_t due = FTriedMs + (FValues.OwesZeros() ? kRetryMs : FOpenMs);
+  if (now < due) return Within(due, now);
+  auto opened = Open();
+  FOpenMs = std::min(FOpenMs * 2, kRetryMostMs);
+  FTriedMs = Clock().MonotonicMs();
+  if (!opened) {
+    LoseLink(opened.Problem().Text());
+    return 1;
   }
-  return next && WriteNext(*next, true);
+  FValues.TryZerosNow();
+  for (TStation& station : FStations) {
+    station.RetryDueMs = 0;
+    station.RetryMs = kRetryMs;
+  }
+  return 1;
+}
+
+std::uint64_t TModbusLine::ReadDueMs(const TStation& station) {
+  return std::max(station.HeldUntilMs, FValues.IsAway(station.Index) ? station.RetryDueMs : station.CycleDueMs);
+}
+
+std::uint64_t TModbusLine::NextDueMs() {
+  std::uint64_t due = FValues.ZeroDueMs().value_or(std::numeric_limits<std::uint64_t>::max());
+  for (const TStation& station : FStations) {
+    due = std::min(due, ReadDueMs(station));
+    if (station.Config.WatchdogRegister >= 0 && !FValues.IsAway(station.Index)) due = std::min(due, station.FeedDueMs);
+  }
+  return due;
+}
+
+// What is to go off goes off before the line ends.
+void TModbusLine::WriteLastZeros() {
+  if (FValues.OwesZeros() && !FLink->Linked()) (void)Open();
+  for (std::size_t failed = 0; failed < kLastTries * FStations.size() && FLink->Linked();) {
+    const auto zero = FValues.NextZero(std::numeric_limits<std::uint64_t>::max());
+    if (!zero) return;
+    FSign->Beat();
+    if (!Write(*zero)) ++failed;
+  }
+}
+
+std::uint32_t TModbusLine::HeldMs(const TStation& station, const TModbusBlock& block) {
+  Use(station);
+  return FComm->HeldMs(block.First.ReadFunction(), block.First.Addr, block.Count);
 }
 
 TModbusResult TModbusLine::ReadBlock(TStation& station, const TModbusBlock& block) {
   Use(station);
   TModbusResult result = FComm->Read(block.First.ReadFunction(), block.First.Addr, block.Count, std::move(FReuse));
-  if (result.Ok()) {
-    TGuard guard(FLock);
-    station.GoodMs = std::max(station.GoodMs, result.AskedMs);
-    for (TPoint& point : FPoints) {
-      if (&FStations[point.Station] != &station || !block.Has(point.Address.Cell)) continue;
-      point.Raw = result.Registers[point.Address.Cell.Addr - block.First.Addr];
-      point.ReadMs = result.AskedMs;
-      if (!point.SentMs || result.AskedMs < *point.SentMs) continue;
-      const bool taken = point.Address.Raw(point.Kind, point.Wanted, point.Raw) == point.Raw;
-      (taken ? point.Settled : point.Ignored) = true;
-      if (point.Settled || point.Wanted != 0.0) continue;
-      const auto index = static_cast<std::size_t>(&point - FPoints.data());
-      if (std::ranges::find(station.Zeros, index) == station.Zeros.end()) station.Zeros.push_back(index);
-    }
-  }
+  if (result.Ok()) FValues.Take(station.Index, block, result.Registers, result.AskedMs);
   FReuse = std::move(result.Registers);
   result.Registers.clear();
   return result;
@@ -302,87 +300,72 @@ TModbusResult TModbusLine::ReadBlock(TStation& station, const TModbusBlock& bloc
 void TModbusLine::ReadNext(TStation& station, std::uint64_t now) {
   if (station.NextBlock == 0) station.CycleStartMs = now;
   const TModbusBlock block = station.Blocks[station.NextBlock];
-  Use(station);
-  if (const auto held = FComm->HeldMs(block.First.ReadFunction(), block.First.Addr, block.Count)) {
+  if (const auto held = HeldMs(station, block)) {
     station.HeldUntilMs = now + held;
     station.NextBlock = 0;  // the others' values are old by then
     return;
   }
   const TModbusResult result = ReadBlock(station, block);
-  if (!result.Ok()) return Failed(station, BlockText(station, block), result);
-  {
-    TGuard guard(FLock);
-    station.BlockMs[station.NextBlock] = result.AskedMs;
+  if (!result.Ok()) {
+    station.CycleDueMs = Clock().MonotonicMs();  // behind those that wait as well
+    return Failed(station, BlockText(station, block), result);
   }
-  if (station.Away && station.IsStale(result.AskedMs, Clock().MonotonicMs())) {
+  const bool away = FValues.IsAway(station.Index);
+  if (away && Clock().MonotonicMs() - result.AskedMs > static_cast<std::uint64_t>(station.Config.StaleMs)) {
     station.RetryDueMs = now;  // it was late: the reply to an earlier request, or a slow one
     return;
   }
   if (++station.NextBlock < station.Blocks.size()) return;
   station.NextBlock = 0;
   station.CycleDueMs = station.CycleStartMs + static_cast<std::uint64_t>(station.Config.CycleMs);
-  if (station.Away) NoteBack(station);
+  if (away) NoteBack(station);
 }
 
 void TModbusLine::NoteBack(TStation& station) {
-  {
-    TGuard guard(FLock);
-    if (!station.Zeros.empty()) return;  // one came meanwhile: it goes first
-    station.Away = false;
-    station.AwayWhy.clear();
-    station.FeedDueMs = 0;
-    station.RetryMs = kRetryMs;
-  }
+  if (!FValues.ComeBack(station.Index)) return;  // a zero came meanwhile: it goes first
+  station.FeedDueMs = 0;
+  station.RetryMs = kRetryMs;
   FOpenMs = kRetryMs;
   FListener.StationBack(station.Config.Name);
 }
 
-bool TModbusLine::WriteNext(TStation& station, bool zeros) {
-  std::size_t index = 0;
-  double value = 0.0;
-  {
-    TGuard guard(FLock);
-    auto& queue = zeros ? station.Zeros : station.Values;
-    if (queue.empty()) return false;
-    index = queue.front();
-    queue.pop_front();
-    if (!zeros) value = FPoints[index].Wanted;
+bool TModbusLine::Write(const TModbusValues::TOrder& order) {
+  const TModbusValues::TPoint& point = FValues.Point(order.Point);
+  TStation& station = FStations[point.Station];
+  std::uint16_t number = 0;
+  TModbusResult result;
+  if (point.Address.Bit) result = Before(station, order.Point, number);
+  if (result.Ok()) {
+    Use(station);
+    const TModbusCell& cell = point.Address.Cell;
+    number = point.Address.Raw(point.Kind, order.Value, number);
+    result = FComm->Write(cell.IsBit() ? kModbusWriteCoil : kModbusWriteOne, cell.Addr, {&number, 1});
   }
-  const TPoint& point = FPoints[index];
-  const TModbusResult result = WritePoint(station, point, value);
-  {
-    TGuard guard(FLock);
-    const auto waits = [&](const std::deque<std::size_t>& queue) {
-      return std::ranges::find(queue, index) != queue.end();
-    };
-    const std::uint64_t now = Clock().MonotonicMs();
-    if (result.Ok()) station.GoodMs = std::max(station.GoodMs, result.AskedMs);
-    if (result.Ok() && !waits(station.Zeros) && !waits(station.Values)) FPoints[index].SentMs = now;
-    if (!result.Ok() && zeros) {
-      if (!waits(station.Zeros)) station.Zeros.push_front(index);
-      station.ZeroDueMs = station.Away ? now + kRetryMs : now;
-    }
+  if (result.Ok()) {
+    FValues.Told(order, number, result.AskedMs);
+    station.HeldUntilMs = 0;  // that may have settled what is owed
+    return true;
   }
-  if (result.Ok()) return true;
+  FValues.NotTold(order, result.Outcome == moException);
   Failed(station, point.Address.Text(), result, true);
-  return true;
+  return false;
 }
 
-TModbusResult TModbusLine::WritePoint(TStation& station, const TPoint& point, double value) {
-  Use(station);
-  const TModbusCell& cell = point.Address.Cell;
-  std::uint16_t before = 0;
-  if (point.Address.Bit) {  // of a register whose other bits are not ours
-    TModbusResult read = FComm->Read(cell.ReadFunction(), cell.Addr, 1);
-    if (!read.Ok()) return read;
-    before = read.Registers[0];
-  }
-  const std::uint16_t raw = point.Address.Raw(point.Kind, value, before);
-  return FComm->Write(cell.IsBit() ? kModbusWriteCoil : kModbusWriteOne, cell.Addr, {&raw, 1});
+// Its other bits are not ours. Where the reply to a read could be taken for another's, an off does not wait for it.
+TModbusResult TModbusLine::Before(const TStation& station, std::size_t point, std::uint16_t& before) {
+  const TModbusCell& cell = FValues.Point(point).Address.Cell;
+  if (HeldMs(station, {cell, 1}) != 0)
+    if (const auto known = FValues.Register(point)) {
+      before = *known;
+      return {};
+    }
+  TModbusResult result = FComm->Read(cell.ReadFunction(), cell.Addr, 1);
+  if (result.Ok()) before = result.Registers[0];
+  return result;
 }
 
 bool TModbusLine::Feed(TStation& station, std::uint64_t now) {
-  if (station.Away || station.Config.WatchdogRegister < 0 || now < station.FeedDueMs) return false;
+  if (station.Config.WatchdogRegister < 0 || now < station.FeedDueMs || FValues.IsAway(station.Index)) return false;
   station.FeedDueMs = now + static_cast<std::uint64_t>(station.Config.WatchdogPeriodMs);
   if (const std::uint64_t beat = FWatch.BeatMs.load(std::memory_order_acquire); now > beat && now - beat >= kBeatMs)
     return false;
@@ -390,7 +373,10 @@ bool TModbusLine::Feed(TStation& station, std::uint64_t now) {
   if (++station.Feeds == 0) station.Feeds = 1;
   const TModbusResult result =
       FComm->Write(kModbusWriteOne, static_cast<std::uint16_t>(station.Config.WatchdogRegister), {&station.Feeds, 1});
-  if (!result.Ok()) Failed(station, Format(Tr("watchdog register %d"), station.Config.WatchdogRegister), result);
+  if (result.Ok())
+    station.HeldUntilMs = 0;  // that may have settled what is owed
+  else
+    Failed(station, Format(Tr("watchdog register %d"), station.Config.WatchdogRegister), result);
   return true;
 }
 
@@ -406,40 +392,24 @@ void TModbusLine::Failed(TStation& station, const std::string& what, const TModb
     case moBadRequest: return GoAway(station, why);
     case moTimeout:
     case moInvalid: {
+      if (IsForeign(result)) return LoseLink(why + "; " + Tr(kForeign));
       // Another reply that is waited for in vain would be too late.
       const std::uint64_t until = Clock().MonotonicMs() + static_cast<std::uint64_t>(station.Config.TimeOutMs);
-      if (write || station.Away || station.IsStale(until)) GoAway(station, why);
+      if (write || FValues.IsAway(station.Index) || FValues.Stale(station.Index, until))
+        GoAway(station, why, result.Outcome == moTimeout);
     }
   }
 }
 
-void TModbusLine::GoAway(TStation& station, const std::string& why) {
-  const std::uint64_t now = Clock().MonotonicMs();
-  bool first = false;
-  {
-    TGuard guard(FLock);
-    first = !std::exchange(station.Away, true);
-    station.AwayWhy = why;
-    station.Values.clear();
-    for (std::size_t i = 0; first && i < FPoints.size(); ++i) {
-      TPoint& point = FPoints[i];
-      if (&FStations[point.Station] != &station) continue;
-      const bool zero = point.Written && !point.Settled && point.Wanted == 0.0;
-      if (zero && std::ranges::find(station.Zeros, i) == station.Zeros.end()) station.Zeros.push_back(i);
-      point.Written = zero;
-      point.SentMs.reset();
-      point.Settled = !zero;
-    }
-    // A zero before a value that is forgotten now is still owed.
-    for (const std::size_t i : station.Zeros) {
-      FPoints[i].Wanted = 0.0;
-      FPoints[i].Written = true;
-      FPoints[i].Settled = false;
-    }
-  }
+bool TModbusLine::IsForeign(const TModbusResult& result) const {
+  return result.Outcome == moInvalid && FAddress.TcpFraming && !FLink->Linked();
+}
+
+void TModbusLine::GoAway(TStation& station, const std::string& why, bool silent) {
+  const bool first = FValues.GoAway(station.Index, why, silent);
   station.NextBlock = 0;
   station.RetryMs = first ? kRetryMs : std::min(station.RetryMs * 2, kRetryMostMs);
-  station.RetryDueMs = now + station.RetryMs;
+  station.RetryDueMs = Clock().MonotonicMs() + station.RetryMs;
   if (first) FListener.StationAway(station.Config.Name, why);
 }
 
@@ -448,95 +418,23 @@ void TModbusLine::LoseLink(const std::string& why) {
   for (TStation& station : FStations) GoAway(station, why);
 }
 
-std::string TModbusLine::AwayText(const TPoint& point) {
-  const TStation& station = FStations[point.Station];
-  const std::string name = point.Address.Text();
-  if (!point.ReadMs) return Format(Tr("%s: no value has come yet"), name.c_str());
-  const std::uint64_t age = Clock().MonotonicMs() - *point.ReadMs;
-  if (!station.Away) return Format(Tr("%s: the newest value is %d ms old"), name.c_str(), Ms(age));
-  return Format(Tr("%s: station %s has been away for %d ms: %s"), name.c_str(), station.Config.Name.c_str(), Ms(age),
-                station.AwayWhy.c_str());
-}
-
 // --- values ---
 
-double TModbusLine::Read(std::size_t index) {
-  TGuard guard(FLock);
-  const TPoint& point = FPoints[index];
-  const TStation& station = FStations[point.Station];
-  if (station.Away || !point.ReadMs ||
-      Clock().MonotonicMs() - *point.ReadMs > static_cast<std::uint64_t>(station.Config.StaleMs))
-    throw EDeviceAway(AwayText(point));
-  return point.Address.Value(point.Kind, point.Raw);
-}
-
-void TModbusLine::Write(std::size_t index, double value) {
-  {
-    TGuard guard(FLock);
-    TPoint& point = FPoints[index];
-    TStation& station = FStations[point.Station];
-    if (point.Kind == pkInput || point.Kind == pkAnalogIn)
-      throw EDesignFault("a point that is an input is written", "TModbusLine");
-    if (!std::isfinite(value))
-      throw std::invalid_argument(
-          Format(Tr("%s: a value that is no number is not written"), point.Address.Text().c_str()));
-    const bool zero = value == 0.0;
-    if (!zero && (station.Away || station.IsStale(Clock().MonotonicMs()))) throw EDeviceAway(AwayText(point));
-    // Who says it again with each pass must not put off that it settles.
-    const bool same = point.Written && point.Wanted == value && !station.Away;
-    if (same && point.Settled && point.Address.Raw(point.Kind, value, point.Raw) == point.Raw) return;
-    if (same && !point.Settled && !point.Ignored) return;
-    std::erase(station.Values, index);
-    if (!zero)
-      station.Values.push_back(index);
-    else if (std::ranges::find(station.Zeros, index) == station.Zeros.end()) {
-      station.Zeros.push_back(index);
-      station.ZeroDueMs = 0;
-    }
-    point.Wanted = value;
-    point.Written = true;
-    point.Settled = point.Ignored = false;
-    point.SentMs.reset();
-  }
-  Wake();
-}
-
-bool TModbusLine::Settled(std::size_t index) {
-  TGuard guard(FLock);
-  return FPoints[index].Settled;
-}
-
-std::optional<std::uint64_t> TModbusLine::AgeMs(std::size_t index) {
-  TGuard guard(FLock);
-  const auto read = FPoints[index].ReadMs;
-  return read ? std::optional(Clock().MonotonicMs() - *read) : std::nullopt;
-}
-
-TPortFacts TModbusLine::Facts(std::size_t index) {
-  TPortFacts facts;
-  facts.AgeMs = AgeMs(index);
-  TGuard guard(FLock);
-  const TPoint& point = FPoints[index];
-  const TStation& station = FStations[point.Station];
-  facts.Port = point.Address.Text();
-  if (point.ReadMs) facts.Value = Format("%.6g", point.Address.Value(point.Kind, point.Raw));
-  facts.Limits = point.Address.Limits();
-  facts.Readable = !station.Away && facts.AgeMs && *facts.AgeMs <= static_cast<std::uint64_t>(station.Config.StaleMs);
-  return facts;
+void TModbusLine::Write(std::size_t point, double value) {
+  if (FValues.Write(point, value)) Wake();
 }
 
 std::vector<TPortFacts> TModbusLine::StationFacts() {
-  const std::uint64_t now = Clock().MonotonicMs();
   std::vector<TPortFacts> all;
-  TGuard guard(FLock);
   for (const TStation& station : FStations) {
+    const TModbusValues::TStationNow now = FValues.Station(station.Index);
     TPortFacts& facts = all.emplace_back();
     facts.Port = station.Config.Name;
     facts.Value = Format(Tr("%s, unit %d: %d requests every %d ms"), FAddress.Text().c_str(), station.Config.Unit,
                          static_cast<std::int32_t>(station.Blocks.size()), station.Config.CycleMs);
-    if (!station.BlockMs.empty()) facts.AgeMs = now - station.BlockMs[station.OldestBlock()];
-    facts.Readable = !station.Away && facts.AgeMs;
-    if (station.Lights && station.Config.WatchdogRegister < 0)
+    facts.AgeMs = now.AgeMs;
+    facts.Readable = !now.Away && facts.AgeMs;
+    if (now.Lights && station.Config.WatchdogRegister < 0)
       facts.Warning = Tr("no watchdog: the laser stays on when the controller or the connection ends");
   }
   return all;

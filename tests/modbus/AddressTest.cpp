@@ -123,6 +123,9 @@ TEST_F(ModbusConfig, FindsWhatIsWrongWithAStation) {
   EXPECT_THAT(Check(R"(<Station Name="io"/>)", pkInput, "io:coil:3"), HasSubstr("one of the two"));
   EXPECT_THAT(Check(R"(<Station Name="io" Host="h" Device="/dev/x"/>)", pkInput, "io:coil:3"),
               HasSubstr("one of the two"));
+  EXPECT_THAT(Check(R"(<Station Name="io" Host="h" RtuFraming="True" Unit="0"/>)", pkInput, "io:coil:3"),
+              HasSubstr("all units at once"));
+  EXPECT_EQ(Check(R"(<Station Name="io" Host="h" Unit="0"/>)", pkInput, "io:coil:3"), "");
   EXPECT_THAT(Check(R"(<Station Name="io" Device="/dev/x" Parity="q"/>)", pkInput, "io:coil:3"), HasSubstr("arity"));
   EXPECT_THAT(Check(R"(<Station Name="io" Host="h" StaleMs="100" TimeOutMs="90"/>)", pkInput, "io:coil:3"),
               HasSubstr("below CycleMs + TimeOutMs (110)"));

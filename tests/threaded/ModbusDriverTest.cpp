@@ -70,7 +70,7 @@ TEST_F(ModbusDriverWorld, HandsOutEachPointOnceAndRefusesTwoThatWriteTheSame) {
   }
   (void)Point(pkOutput, "a:hreg:8.1");
   (void)Point(pkOutput, "a:hreg:8.2");
-  Driver->NoteLight(Point(pkOutput, "b:coil:1"));
+  Driver->NoteUse(Point(pkOutput, "b:coil:1"), puLight);
   EXPECT_FALSE(Driver->Point(pkAnalogOut, "a:hreg:200"));
   Driver->Connect().OrThrow(pbUnusable);
   TLines warned, ports;

@@ -1,10 +1,11 @@
-// A line of Modbus stations on real sockets and pseudo-terminals, against slaves of ours.
+// A line of Modbus stations on real sockets, against slaves of ours.
 #include <array>
-#include <map>
+#include <linux/filter.h>
 #include <mutex>
 
 #include <gmock/gmock.h>
 
+#include "ixocamglue/platform/comm/Comm.h"
 #include "tests/threaded/ModbusLineWorld.h"
 #include "tests/threaded/ModbusRecorder.h"
 
@@ -187,6 +188,26 @@ TEST_F(ModbusLine, AfterAReconnectOnlyKeptZerosAreWritten) {
   EXPECT_TRUE(Comes([&] { return Line->Settled(volt); }));
 }
 
+TEST_F(ModbusLine, AnOffWaitsForNoAttemptToConnectThatIsDueLater) {
+  for (const bool ends : {false, true}) {
+    auto first = std::make_unique<TRecording>();
+    const std::uint16_t port = first->Port;
+    Make(port);
+    const auto beam = Point(pkOutput, "io:coil:1");
+    ASSERT_EQ(Connect(), "");
+    Line->Write(beam, 1.0);
+    ASSERT_TRUE(Comes([&] { return Line->Settled(beam); }));
+    first.reset();
+    ASSERT_TRUE(Comes([&] { return Read(beam) != "1"; }));
+    Clock().Sleep(1600);  // the next one is due in more than a second
+    const TRecording second(port);
+    Line->Write(beam, 0.0);
+    if (ends) Line.reset();
+    EXPECT_TRUE(Comes([&] { return second.Recorder.Written() == TLines{"coil 1=0"}; }, 600)) << ends;
+    Line.reset();
+  }
+}
+
 TEST_F(ModbusLine, TheWatchdogIsFedWhileTheStateThreadBeatsAndNoLonger) {
   TRecording slave;
   Station.WatchdogRegister = 200;
@@ -228,6 +249,18 @@ TEST_F(ModbusLine, ARegisterThatIsNoLongerThereMakesTheStationAwayWithItsReason)
   EXPECT_TRUE(Line->Settled(beam));
 }
 
+TEST_F(ModbusLine, AnOffThatTheDeviceRefusesKeepsNoOtherFromBeingSent) {
+  TRecording slave;
+  Make(slave.Port);
+  const auto beam = Point(pkOutput, "io:coil:1"), valve = Point(pkOutput, "io:coil:2");
+  ASSERT_EQ(Connect(), "");
+  for (const auto point : {beam, valve}) Line->Write(point, 1.0);
+  ASSERT_TRUE(Comes([&] { return Line->Settled(beam) && Line->Settled(valve); }));
+  slave.Recorder.Hole(ptCoils, 1, true);
+  for (const auto point : {beam, valve}) Line->Write(point, 0.0);
+  EXPECT_TRUE(Comes([&] { return slave.Recorder.Written().back() == "coil 2=0"; }, 300));
+}
+
 TEST_F(ModbusLine, ConnectingIsRefusedWithItsReason) {
   const auto said = [&](TPlcFault fault, std::int32_t unit = 1) {
     TServing slave(fault);
@@ -244,6 +277,95 @@ TEST_F(ModbusLine, ConnectingIsRefusedWithItsReason) {
   Make(FreePort());
   Point(pkInput, "io:coil:3");
   EXPECT_THAT(Connect(), HasSubstr("cannot be reached"));
+}
+
+// Answers whatever it is sent with this, and keeps the connection.
+class TOtherService {
+ public:
+  explicit TOtherService(std::string answer, std::uint16_t port = 0)
+      : FContext(modbus_new_tcp("127.0.0.1", port)), FAnswer(std::move(answer)) {
+    FListener = modbus_tcp_listen(FContext, 1);
+    sockaddr_in own{};
+    socklen_t size = sizeof own;
+    ::getsockname(FListener, reinterpret_cast<sockaddr*>(&own), &size);
+    Port = ntohs(own.sin_port);
+    FThread = std::thread([this] { Serve(); });
+  }
+  ~TOtherService() {
+    FStop.Ask();
+    FThread.join();
+    ::close(FListener);
+    modbus_free(FContext);
+  }
+  std::uint16_t Port = 0;
+  std::atomic<int> Peer{-1};  // the connection
+  std::atomic<std::size_t> Received{0};
+
+ private:
+  void Serve() {
+    char buffer[512];
+    while (!FStop.Asked()) {
+      if (!WaitFd(FListener, POLLIN, 20)) continue;
+      Peer = ::accept(FListener, nullptr, nullptr);
+      for (ssize_t got = 1; got > 0 && !FStop.Asked();) {
+        if (!WaitFd(Peer, POLLIN, 20)) continue;
+        got = ::recv(Peer, buffer, sizeof buffer, 0);
+        if (got > 0) Received += static_cast<std::size_t>(got);
+        if (got > 0 && ::send(Peer, FAnswer.data(), FAnswer.size(), MSG_NOSIGNAL) < 0) break;
+      }
+      ::close(Peer.exchange(-1));
+    }
+  }
+  modbus_t* const FContext;
+  const std::string FAnswer;
+  int FListener = -1;
+  TStop FStop;
+  std::thread FThread;
+};
+
+TEST_F(ModbusLine, WhatDoesNotTalkModbusTcpIsNamedSo) {
+  const char* const kAnswer = "HTTP/1.1 400 Bad Request\r\n\r\n";
+  std::uint16_t port = 0;
+  {
+    const TOtherService web(kAnswer);
+    Make(web.Port);
+    Point(pkInput, "io:coil:3");
+    const std::string said = Connect();
+    EXPECT_THAT(said, HasSubstr("this is no Modbus TCP header"));
+    EXPECT_THAT(said, HasSubstr("look at Host and Port"));
+  }
+  {
+    TRecording slave;
+    port = slave.Port;
+    Make(port);
+    Point(pkInput, "io:coil:3");
+    ASSERT_EQ(Connect(), "");
+  }
+  const TOtherService web(kAnswer, port);
+  EXPECT_TRUE(Comes([&] { return Read(0).find("this is no Modbus TCP header") != std::string::npos; })) << Read(0);
+}
+
+// A command that is given up must not come when a broken line is whole again.
+TEST_F(ModbusLine, WhatAConnectionHasNotDeliveredWhenItIsGivenUpNeverComes) {
+  for (const bool byHand : {true, false}) {
+    TOtherService peer("");
+    const auto link = MakeTransport(TcpLink(peer.Port));
+    ASSERT_TRUE(link->Reopen(1000));
+    ASSERT_TRUE(link->SendBuff({1, 2}));
+    ASSERT_TRUE(Comes([&] { return peer.Received == 2; }));
+    sock_filter nothing = BPF_STMT(BPF_RET | BPF_K, 0);  // as behind a cut cable
+    const sock_fprog cut{1, &nothing};
+    ASSERT_EQ(::setsockopt(peer.Peer, SOL_SOCKET, SO_ATTACH_FILTER, &cut, sizeof cut), 0);
+    ASSERT_TRUE(link->SendBuff({3, 4, 5}));
+    if (byHand)
+      link->CloseLink();
+    else
+      EXPECT_TRUE(Comes([&] { return link->ReceiveWithin(10).empty() && !link->Linked(); }, 3 * kSendLimitMs));
+    const int none = 0;
+    ASSERT_EQ(::setsockopt(peer.Peer, SOL_SOCKET, SO_DETACH_FILTER, &none, sizeof none), 0);
+    Clock().Sleep(1500);  // it would be repeated by now
+    EXPECT_EQ(peer.Received, 2u) << byHand;
+  }
 }
 
 TEST_F(ModbusLine, ALateReplyIsNotTakenForAnothers) {
@@ -265,179 +387,6 @@ TEST_F(ModbusLine, ALateReplyIsNotTakenForAnothers) {
   }
   EXPECT_GE(Line->Statistics().Foreign, 1u);
   EXPECT_EQ(Events(), TLines());
-}
-
-// Two units on one serial line, on the thread of this object.
-class TTwoUnits {
- public:
-  explicit TTwoUnits(int wire) : FWire(wire) {
-    FBanks[1].Unit = 2;
-    for (TPlcBank& bank : FBanks) bank.Device = &Recorders[static_cast<std::size_t>(&bank - FBanks.data())];
-    FThread = std::thread([this] { Serve(); });
-  }
-  ~TTwoUnits() {
-    FStop.Ask();
-    FThread.join();
-  }
-  std::array<TRecorder, 2> Recorders;
-  std::array<std::atomic<bool>, 2> Silent{};
-  std::atomic<std::uint8_t> Dumb{0};     // this function is not answered
-  std::atomic<std::uint32_t> Lose{0};    // of the next replies
-  std::atomic<std::uint32_t> LateMs{0};  // of the next reply
-  std::atomic<std::uint32_t> EachMs{0};  // each reply takes
-
- private:
-  void Serve() {
-    std::array<TLoadingPlc, 2> plcs{TLoadingPlc(FBanks[0], false), TLoadingPlc(FBanks[1], false)};
-    std::multimap<std::uint64_t, TBytes> due;
-    std::uint8_t buffer[256];
-    while (!FStop.Asked()) {
-      for (; !due.empty() && due.begin()->first <= Clock().MonotonicMs(); due.erase(due.begin()))
-        if (::write(FWire, due.begin()->second.data(), due.begin()->second.size()) < 0) return;
-      if (!WaitFd(FWire, POLLIN, due.empty() ? 20 : 1)) continue;
-      const auto got = ::read(FWire, buffer, sizeof buffer);
-      if (got <= 0) {
-        Clock().Sleep(1);  // nobody has the other end open yet
-        continue;
-      }
-      for (std::size_t i = 0; i < plcs.size(); ++i)
-        for (TPlcAnswer& answer : plcs[i].Take(std::span(buffer).first(static_cast<std::size_t>(got)))) {
-          if (Silent[i] || answer.Bytes[1] == Dumb) continue;
-          if (Lose > 0)
-            --Lose;
-          else
-            due.emplace(Clock().MonotonicMs() + EachMs + LateMs.exchange(0), std::move(answer.Bytes));
-        }
-    }
-  }
-  const int FWire;
-  std::array<TPlcBank, 2> FBanks;
-  TStop FStop;
-  std::thread FThread;
-};
-
-class ModbusSerialLine : public ModbusLine {
- protected:
-  // The second one is "valves".
-  void Make(std::size_t stations) {
-    Station.Host.clear();
-    Station.Device = Pty.Device;
-    Line = std::make_unique<TModbusLine>(Station.Link(), Watch, *this);
-    Line->AddStation(Station);
-    if (stations == 1) return;
-    Station.Name = "valves";
-    Station.Unit = 2;
-    Line->AddStation(Station);
-  }
-  // Until the unit is told so; ms.
-  std::uint64_t OffTakes(std::size_t point, std::size_t unit) {
-    const std::uint64_t from = Clock().MonotonicMs();
-    Line->Write(point, 0.0);
-    EXPECT_TRUE(Comes([&] { return Units.Recorders[unit].Written().back() == "coil 1=0"; }));
-    return Clock().MonotonicMs() - from;
-  }
-  const TPty Pty;
-  TTwoUnits Units{Pty.Master};
-};
-
-TEST_F(ModbusSerialLine, ALostReplyNeitherHoldsUpAnOffNorMakesTheStationAway) {
-  Station.TimeOutMs = 100;
-  Station.StaleMs = 1500;
-  Make(1);
-  const auto beam = Point(pkOutput, "io:coil:1");
-  const auto one = Point(pkAnalogIn, "io:ireg:1");
-  ASSERT_EQ(Connect(), "");
-  for (int i = 0; i < 5; ++i) {
-    Line->Write(beam, 1.0);
-    ASSERT_TRUE(Comes([&] { return Line->Settled(beam); }));
-    Units.Lose = 1;
-    ASSERT_TRUE(Comes([&] { return Units.Lose == 0; }));
-    EXPECT_LT(OffTakes(beam, 0), 3u * 100);
-    EXPECT_TRUE(Comes([&] { return Line->Settled(beam); }));
-  }
-  EXPECT_EQ(Read(one), "0");
-  EXPECT_EQ(Events(), TLines());
-}
-
-TEST_F(ModbusSerialLine, ALateReplyIsNotTakenForAnothersThatLooksTheSame) {
-  Units.Recorders[0].Put(ptInputRegisters, 1, 11);
-  Units.Recorders[0].Put(ptInputRegisters, 400, 44);
-  Station.TimeOutMs = 60;
-  Station.StaleMs = 3000;
-  Station.LateReplyMs = 500;
-  Make(1);
-  const auto one = Point(pkAnalogIn, "io:ireg:1"), other = Point(pkAnalogIn, "io:ireg:400");
-  ASSERT_EQ(Connect(), "");
-  for (const std::uint32_t ms : {80u, 140u, 200u, 260u, 320u}) {
-    Units.LateMs = ms;
-    for (const std::uint64_t until = Clock().MonotonicMs() + 700; Clock().MonotonicMs() < until; Clock().Sleep(1)) {
-      ASSERT_EQ(Read(one), "11");
-      ASSERT_EQ(Read(other), "44");
-    }
-  }
-  EXPECT_EQ(Events(), TLines());
-}
-
-TEST_F(ModbusSerialLine, OfTwoStationsNeitherASlowNorADeadOneKeepsTheOtherFromWorking) {
-  Units.EachMs = 25;  // longer than a cycle
-  Station.TimeOutMs = 100;
-  Station.StaleMs = 1000;
-  Make(2);
-  const auto beam = Point(pkOutput, "valves:coil:1", 1);
-  const auto first = Point(pkOutput, "io:coil:1", 0), last = Point(pkOutput, "io:coil:2", 0);
-  ASSERT_EQ(Connect(), "");
-  for (const auto point : {beam, first, last}) Line->Write(point, 1.0);
-  ASSERT_TRUE(Comes([&] { return Line->Settled(beam) && Line->Settled(first); }));
-  Clock().Sleep(1500);
-  EXPECT_EQ(Events(), TLines());
-  Units.Silent[0] = true;
-  for (const auto point : {first, last}) Line->Write(point, 0.0);
-  EXPECT_LT(OffTakes(beam, 1), 3u * 200) << "behind a read and a zero that nobody answers";
-  ASSERT_TRUE(Comes([&] { return !Events().empty(); }));
-  for (int i = 0; i < 5; ++i) {
-    Line->Write(beam, 1.0);
-    ASSERT_TRUE(Comes([&] { return Line->Settled(beam); }));
-    EXPECT_LT(OffTakes(beam, 1), 3u * 100);
-  }
-  Units.Silent[0] = false;
-  ASSERT_TRUE(Comes([&] { return Events().size() == 2; }));
-  EXPECT_EQ(Events()[1], "back io");
-  EXPECT_EQ(Read(first) + Read(last), "00");
-}
-
-TEST_F(ModbusSerialLine, AStationThatAnswersWritesOnlyIsAwayAllTheSame) {
-  Station.WatchdogRegister = 200;
-  Station.WatchdogPeriodMs = 20;
-  Make(1);
-  const auto lit = Point(pkInput, "io:input:1"), beam = Point(pkOutput, "io:coil:1");
-  ASSERT_EQ(Connect(), "");
-  Line->Write(beam, 1.0);
-  ASSERT_TRUE(Comes([&] { return Line->Settled(beam); }));
-  Units.Dumb = 2;
-  ASSERT_TRUE(Comes([&] { return !Events().empty(); }, 3 * 400));
-  EXPECT_THAT(Events()[0], HasSubstr("io:input:1"));
-  EXPECT_THROW((void)Line->Read(lit), EDeviceAway);
-  EXPECT_LT(OffTakes(beam, 0), 3u * 150);
-  Units.Dumb = 0;
-  EXPECT_TRUE(Comes([&] { return Events().size() == 2; }));
-}
-
-TEST_F(ModbusSerialLine, TwoStationsShareIt) {
-  Make(2);
-  const auto a = Point(pkOutput, "io:coil:1", 0), b = Point(pkOutput, "valves:coil:1", 1);
-  ASSERT_EQ(Connect(), "");
-  Line->Write(a, 1.0);
-  ASSERT_TRUE(Comes([&] { return Line->Settled(a); }));
-  EXPECT_EQ(Line->Read(b), 0.0);
-  Line->Write(b, 1.0);
-  EXPECT_TRUE(Comes([&] { return Line->Settled(b); }));
-  EXPECT_EQ(Units.Recorders[0].Written(), TLines{"coil 1=1"});
-  EXPECT_EQ(Units.Recorders[1].Written(), TLines{"coil 1=1"});
-  Units.Recorders[1].Hole(ptCoils, 1, true);  // the one is away, the other is not
-  ASSERT_TRUE(Comes([&] { return !Events().empty(); }));
-  EXPECT_THAT(Events()[0], HasSubstr("away valves: "));
-  Clock().Sleep(50);
-  EXPECT_EQ(Line->Read(a), 1.0);
 }
 
 }  // namespace

@@ -257,7 +257,7 @@ INSTANTIATE_TEST_SUITE_P(Lines, ModbusMachineCut,
                                          TCutRow{TCut::Closed, "Closed", "station io"},
                                          TCutRow{TCut::Late, "Late", "station io"},
                                          TCutRow{TCut::OtherUnit, "OtherUnit", "the reply is another unit's"},
-                                         TCutRow{TCut::Damaged, "Damaged", "the connection has ended"},
+                                         TCutRow{TCut::Damaged, "Damaged", "this is no Modbus TCP header"},
                                          TCutRow{TCut::OtherMap, "OtherMap", "exception 2 (illegal data address)"}),
                          [](const auto& row) { return row.param.Name; });
 
