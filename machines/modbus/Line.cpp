@@ -18,9 +18,10 @@ namespace ixocamglue {
 namespace {
 
 constexpr std::uint32_t kConnectMs = 1000;
-constexpr std::uint32_t kIdleMs = 50;  // between two looks at everything
-constexpr int kConnectTries = 3;       // of a read that is not answered while connecting
-constexpr std::size_t kLastTries = 2;  // a station, when the line ends
+constexpr std::uint32_t kIdleMs = 50;     // between two looks at everything
+constexpr std::uint64_t kBeatLookMs = 5;  // after a start what runs first finds its watchdog fed
+constexpr int kConnectTries = 3;          // of a read that is not answered while connecting
+constexpr std::size_t kLastTries = 2;     // a station, when the line ends
 
 // Of what is due then, at most kIdleMs.
 std::uint32_t Within(std::uint64_t due, std::uint64_t now) {
@@ -366,9 +367,11 @@ TModbusResult TModbusLine::Before(const TStation& station, std::size_t point, st
 
 bool TModbusLine::Feed(TStation& station, std::uint64_t now) {
   if (station.Config.WatchdogRegister < 0 || now < station.FeedDueMs || FValues.IsAway(station.Index)) return false;
-  station.FeedDueMs = now + static_cast<std::uint64_t>(station.Config.WatchdogPeriodMs);
-  if (const std::uint64_t beat = FWatch.BeatMs.load(std::memory_order_acquire); now > beat && now - beat >= kBeatMs)
+  if (const std::uint64_t beat = FWatch.BeatMs.load(std::memory_order_acquire); now > beat && now - beat >= kBeatMs) {
+    station.FeedDueMs = now + kBeatLookMs;
     return false;
+  }
+  station.FeedDueMs = now + static_cast<std::uint64_t>(station.Config.WatchdogPeriodMs);
   Use(station);
   if (++station.Feeds == 0) station.Feeds = 1;
   const TModbusResult result =

@@ -230,6 +230,21 @@ TEST_F(ModbusLine, TheWatchdogIsFedWhileTheStateThreadBeatsAndNoLonger) {
   EXPECT_TRUE(Comes([&] { return feeds() > last; }));
 }
 
+TEST_F(ModbusLine, TheWatchdogIsFedAsSoonAsTheStateThreadLives) {
+  TRecording slave;
+  Station.WatchdogRegister = 200;
+  Station.WatchdogPeriodMs = 5000;
+  Make(slave.Port);
+  Point(pkOutput, "io:coil:3");
+  Beats = false;
+  Clock().Sleep(300);
+  ASSERT_EQ(Connect(), "");
+  Clock().Sleep(50);
+  EXPECT_EQ(slave.Recorder.Written(), TLines());
+  Beats = true;
+  EXPECT_TRUE(Comes([&] { return slave.Recorder.Written() == TLines{"hreg 200=1"}; }, 300));
+}
+
 TEST_F(ModbusLine, ARegisterThatIsNoLongerThereMakesTheStationAwayWithItsReason) {
   TRecording slave;
   Make(slave.Port);
