@@ -265,6 +265,11 @@ TEST_F(Supervisor, AStandbyThreadMayBeSilentAndAThrowingActionChangesNothing) {
   FActionThrows = true;
   RunUntil(13'000);
   EXPECT_EQ(FStory, (TTexts{"alarm 10020", "stop 11020", "latch 12020"}));
+  Reset();
+  FWatch.EndPosted = "stop";
+  FWatch.LaserAsked.Begin(kStart);
+  RunUntil(3'000);
+  EXPECT_EQ(FStory, (TTexts{"latch 100", "stop 100"})) << "a latch that fails keeps no stop back";
 }
 
 TEST(ThreadWatch, EachThreadHasTheLimitOfItsKindAndAParkedOneHasNone) {

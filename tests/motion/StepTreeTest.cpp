@@ -77,6 +77,7 @@ class TTree : public TSmtComposite {
     tree->ResetParams();
     return static_cast<TTree&>(PlaceStep(7, std::move(tree), name));
   }
+  void Put(TStepPtr step) { PlaceStep(42, std::move(step), "put"); }
   using TSmtComposite::Add;
   using TSmtComposite::AddAs;
 
@@ -257,6 +258,25 @@ TEST_F(StepTree, DestroyingALoadedTreeLeavesThroughTheErrorPathWhateverDevicesDo
   EXPECT_TRUE(throwing->IsLoaded());
   throwing.reset();
   EXPECT_EQ(Faults.Claim(), TTexts{"执行了强制退出操作"});
+
+  // A child that cannot be left keeps its composite from nothing.
+  struct TStuck : TScripted {
+    void DoLeaveMotion() override { throw std::runtime_error("device"); }
+  };
+  struct TLeaving : TTree {
+    void DoLeaveMotion() override {
+      GStory.push_back("root leave");
+      TTree::DoLeaveMotion();
+    }
+  };
+  auto stuck = MakeStepOf<TLeaving>(nullptr);
+  stuck->Build = [](TTree& t) { t.Put(MakeStepOf<TStuck>(nullptr)); };
+  stuck->BuildData();
+  stuck->Motion(srDone);
+  GStory.clear();
+  stuck.reset();
+  EXPECT_EQ(GStory, TTexts{"root leave"});
+  EXPECT_EQ(Faults.Claim(), (TTexts{"执行了强制退出操作", "执行了强制退出操作"}));
 }
 
 TEST_F(StepTree, ListsAreReachedThroughTheirCommandsOnly) {
@@ -277,12 +297,25 @@ TEST_F(StepTree, ListsAreReachedThroughTheirCommandsOnly) {
   for (int i = 0; i < 1000; ++i) EXPECT_EQ(full->AddMotion(MakeStep<TSmtDelay>(nullptr)), i);
   EXPECT_EQ(full->AddMotion(MakeStep<TSmtDelay>(nullptr)), -1);
   EXPECT_EQ(Faults.Claim().size(), 1u);
+  auto crowded = Root([](TTree& t) {
+    for (int i = 0; i < 1001; ++i) t.Leaf("a");
+  });
+  EXPECT_EQ(crowded->GetStep(), mstpError) << "a procedure without its last step is none";
 }
 
 // Overrides nothing that it must.
 class TBare : public TSmtAtomic {
  public:
   static constexpr std::string_view kClassName = "TBare";
+};
+
+// A leaf that commands nothing, and may lose its place.
+class TIdle : public TSmtAtomic {
+ public:
+  static constexpr std::string_view kClassName = "TIdle";
+  std::int32_t GetID() override { return 43; }
+  std::string GetDesc() override { return "idle"; }
+  void Lose() { FStep = 7; }
 };
 
 class TBareComposite : public TSmtComposite {
@@ -309,6 +342,16 @@ TEST_F(StepTree, DesignFaultsAreToldVerbatimAndGoOnWithTheirSafeValue) {
   leaf->DoNext();
   EXPECT_EQ(Faults.Claim(), (TTexts{"[Step-Error]leaf: Step = 3", "[Step-Error]leaf: Step = 20001",
                                     "不具备调用LeaveMotion条件", "leaf: FStep Error; TStateMotion.DoNext"}));
+
+  auto idle = MakeStepOf<TIdle>(nullptr);
+  idle->BuildData();
+  EXPECT_EQ(Run(*idle).back(), mstpExit);
+  idle->SetStep(mstpUnbuilt);  // nothing builds a leaf on entry
+  EXPECT_EQ(idle->Motion(srDone), mstpError);
+  EXPECT_EQ(Faults.Claim(), TTexts{});
+  idle->Lose();
+  EXPECT_EQ(idle->GetStepType(), mstpError);
+  EXPECT_EQ(Faults.Claim(), TTexts{"idle: Can not find the motionsteptype 7"});
 
   auto composite = MakeStepOf<TBareComposite>(nullptr);
   composite->BuildData();

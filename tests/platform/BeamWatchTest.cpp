@@ -45,10 +45,14 @@ struct TSource : TNcCutSystem, TNcLaser {
   }
   void Lose() { Watch.ShowEmission(false, Clock().MonotonicMs()); }
   bool GetLaser() override { return Watch.LaserAsked.Runs() && GetEmission(); }
-  const char* LatchReason() override { return Latch; }
+  const char* LatchReason() override {
+    if (Unreachable) throw std::runtime_error("source");
+    return Latch;
+  }
 
   TNcWatch& Watch;
   const char* Latch = nullptr;
+  bool Unreachable = false;
   int Commands = 0;
   std::function<void()> OnOff;
 };
@@ -174,6 +178,10 @@ TEST_F(BeamWatch, NothingEndsWhereNothingIsAskedForOrNothingWasConfirmed) {
   Pass();
   Pass();
   EXPECT_EQ(GTicks, (TTexts{"0", "0", "0", "0"}));
+  Source.Unreachable = true;  // whether it is latched is not known
+  EXPECT_EQ(LaserForbidden(), nullptr);
+  Pass();
+  EXPECT_EQ(GTicks.back(), "0");
 }
 
 TEST_F(BeamWatch, ACauseWithinTheLastTickGivesAnotherTickBeforeTheStateIsLeft) {

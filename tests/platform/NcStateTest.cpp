@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "fixture/Faults.h"
+#include "ixocamglue/platform/alarms/NcAlarmManager.h"
 #include "ixocamglue/platform/services/AppSys.h"
 #include "ixocamglue/platform/services/VirtualClock.h"
 #include "ixocamglue/platform/states/NcState.h"
@@ -357,6 +358,39 @@ TEST_F(StateFramework, NothingKillsTheLoop) {
   State().LoopDelay = 0;
   Enter();
   EXPECT_EQ(Framework->RunOnce(), 1u);  // a delay of 0 still lets time pass
+}
+
+TEST_F(StateFramework, AFaultOfThePassItselfLosesNeitherAStopNorTheWorkBehindIt) {
+  struct TFailing : TNcAlarmManager {
+    bool AllowLaser() override {
+      if (std::exchange(Fails, false)) throw std::runtime_error("permissions");
+      return TNcAlarmManager::AllowLaser();
+    }
+    bool Fails = false;
+  } alarms;
+  const TInstalled<TNcAlarms> installed(alarms);
+  Enter();
+  alarms.Fails = true;
+  TTexts done;
+  Framework->RunNext([] { throw std::runtime_error("work"); });
+  Framework->RunNext([&] { done.push_back("behind it"); });
+  Framework->Stop();
+  Pass();
+  EXPECT_FALSE(alarms.Fails);
+  EXPECT_EQ(done, TTexts{"behind it"});
+  EXPECT_EQ(Framework->CurrentState(), kState);
+  EXPECT_FALSE(Framework->RequestState(kState, 7).Ok());
+  Pass();
+  EXPECT_EQ(GStory, (TTexts{"stop exec", "step 1", "leave to 0"}));
+}
+
+TEST_F(StateFramework, WhoRegistersAStateFirstKeepsIt) {
+  EXPECT_FALSE(Registry.RegisterStateCtrl(
+      kState, [](TNcStateFramework& owner) { return std::make_unique<TNcStateCtrl>(owner); }));
+  EXPECT_EQ(Faults.Claim(), TTexts{"machine state 204 is registered already"});
+  (void)Framework->RequestState(kState, 7);
+  Pass();
+  EXPECT_EQ(GStory, (TTexts{"check enter 7", "init 7"}));
 }
 
 TEST_F(StateFramework, TheEndOfTheFrameworkEndsItsState) {

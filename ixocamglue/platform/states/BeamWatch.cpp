@@ -47,7 +47,7 @@ TBeamCause JudgeBeam(const TBeamFacts& facts) {
 
 std::int32_t BeamReason(TBeamCause cause) {
   switch (cause) {
-    case bcNone: return srDone;
+    case bcNone: break;
     case bcForbidden: return srAlarm;
     case bcLatched:
     case bcLost:
@@ -58,7 +58,7 @@ std::int32_t BeamReason(TBeamCause cause) {
 
 std::string BeamCauseText(TBeamCause cause) {
   switch (cause) {
-    case bcNone: return {};
+    case bcNone: break;
     case bcForbidden: return Show(SBeamForbidden);
     case bcLatched: {
       const char* const reason = LatchReason();
