@@ -15,6 +15,7 @@ packages() {
     # The simulated machine's; not of a program of ours.
     linuxcnc) echo "linuxcnc-uspace linuxcnc-uspace-dev iproute2 util-linux" ;;
     headers) echo "doxygen" ;;
+    coverage) echo "$(packages test) gcovr" ;;
     # What makes Debian packages, and an empty Debian to try them in.
     packages) echo "$(packages run) debhelper lintian mmdebstrap systemd" ;;
     bench)
@@ -23,7 +24,8 @@ packages() {
       ;;
     ci) echo "$(packages test) $(packages bench) clang clang-tidy libclang-rt-14-dev util-linux zsh" ;;
     *)
-      echo "packages.sh: no set of packages is called '$1'; there are run, test, console, linuxcnc, packages, bench and ci" >&2
+      echo "packages.sh: no set of packages is called '$1'; there are run, test, console, linuxcnc, headers, coverage," \
+        "packages, bench and ci" >&2
       return 1
       ;;
   esac
