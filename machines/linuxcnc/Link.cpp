@@ -254,6 +254,7 @@ void TLncLink::Enqueue(TJob job) {
   if (before) BeginStop(1U << unit);
   FFailed[unit].clear();
   FWaiting.push_back(std::move(job));
+  ++FMoves;
   FWake.notify_all();
 }
 
@@ -449,7 +450,7 @@ void TLncLink::WatchTakeover(const TLncStatus& status) {
     FThen = status;
     for (std::size_t axis = 0; axis < kLncAxes; ++axis)
       FHomedThen[axis] = FConfig.Axes[axis].Fitted && Homed(static_cast<TLncAxis>(axis));
-    for (std::size_t axis = 0; axis < kLncAxes; ++axis) FOurs[axis] = At(static_cast<TLncAxis>(axis));
+    FRestedAfter.reset();
     FRan = runs;
     if (!runs || !status.On) return;
   }
@@ -470,23 +471,30 @@ void TLncLink::WatchTakeover(const TLncStatus& status) {
   WatchHands();
 }
 
-// A jog in the mode that it is in, or its screen's own line.
+// A jog in the mode that it is in, or its screen's own line. Positions are held against each other only where no order
+// came between the two looks: this thread may be held up for longer than a move takes.
 void TLncLink::WatchHands() {
   const std::uint64_t now = Clock().MonotonicMs();
   if (FHal.IsOn(kPinFollow) || FHal.IsOn(kPinClear)) FFollowedMs = now;
-  bool ours = false;
-  {
-    TGuard guard(FLock);
-    ours = FActiveUnit != kLncUnits || !FWaiting.empty() || FStopping != 0 || FAbortDue;
-  }
+  const std::optional<std::uint64_t> before = OrdersDone();
+  std::array<double, kLncAxes> at{};
+  for (std::size_t axis = 0; axis < kLncAxes; ++axis) at[axis] = At(static_cast<TLncAxis>(axis));
+  const std::optional<std::uint64_t> after = OrdersDone();
+  const bool compares = before && before == after && before == FRestedAfter;
+  FRestedAfter = before == after ? after : std::nullopt;
   for (std::size_t i = 0; i < kLncAxes; ++i) {
     const auto axis = static_cast<TLncAxis>(i);
-    const double at = At(axis);
-    if (ours || (axis == laZ && now - FFollowedMs < kLetGoMs))
-      FOurs[axis] = at;
-    else if (std::abs(at - FOurs[axis]) > kByHandMm)
+    if (!compares || (axis == laZ && now - FFollowedMs < kLetGoMs))
+      FOurs[axis] = at[axis];
+    else if (std::abs(at[axis] - FOurs[axis]) > kByHandMm)
       return Lose(Format(Tr("axis %s of LinuxCNC was moved by somebody else"), AxisName(axis)));
   }
+}
+
+std::optional<std::uint64_t> TLncLink::OrdersDone() const {
+  TGuard guard(FLock);
+  if (FActiveUnit != kLncUnits || !FWaiting.empty() || FStopping != 0 || FAbortDue) return std::nullopt;
+  return FMoves + FStops;
 }
 
 }  // namespace ixocamglue

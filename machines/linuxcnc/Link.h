@@ -139,6 +139,7 @@ class TLncLink {
   [[nodiscard]] bool MayBeat(std::uint64_t now) const;
   void WatchTakeover(const TLncStatus& status);
   void WatchHands();
+  [[nodiscard]] std::optional<std::uint64_t> OrdersDone() const;  // none while one is not
   void Lose(const std::string& why);
   void TryReturn();
 
@@ -189,7 +190,8 @@ class TLncLink {
   std::string FAway IXO_GUARDED_BY(FLock);
   std::string FModeSet IXO_GUARDED_BY(FLock);    // the one that was asked for last
   unsigned FStopping IXO_GUARDED_BY(FLock) = 0;  // the units whose stop is not over
-  std::uint32_t FStops IXO_GUARDED_BY(FLock) = 0;
+  std::uint64_t FStops IXO_GUARDED_BY(FLock) = 0;
+  std::uint64_t FMoves IXO_GUARDED_BY(FLock) = 0;  // that were ordered
   bool FAbortDue IXO_GUARDED_BY(FLock) = false;
   bool FRearmDue IXO_GUARDED_BY(FLock) = false;
   bool FCommandsOpen IXO_GUARDED_BY(FLock) = false;
@@ -204,7 +206,8 @@ class TLncLink {
   bool FRan = false;  // the controller was not in standby
   TLncStatus FThen;   // since it left it
   std::array<bool, kLncAxes> FHomedThen{};
-  std::array<double, kLncAxes> FOurs{};  // where each stood when it was the controller's to move it
+  std::array<double, kLncAxes> FOurs{};       // where each stood at the first look after the last order
+  std::optional<std::uint64_t> FRestedAfter;  // so many orders, at the last look
   std::uint64_t FFollowedMs = 0;
   // The HAL thread's own.
   std::uint64_t FHalTriedMs = 0;

@@ -109,7 +109,7 @@ void TLncLink::SignOfLife(std::uint64_t now) {
 }
 
 void TLncLink::CarryOutAbort() {
-  std::uint32_t stops = 0;
+  std::uint64_t stops = 0;
   {
     TGuard guard(FLock);
     stops = FStops;
