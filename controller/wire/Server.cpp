@@ -139,7 +139,7 @@ class TWireServer::TCore final : public IWireDesk {
   bool MakeRoom();
   [[nodiscard]] std::pair<int, std::uint64_t> Worth(const TWireSession& session, std::uint64_t nowMs) const;
 
-  void Serve(TWireSession& session, TWireRequest request) override;
+  void Serve(TWireSession& session, const TWireRequest& request) override;
   void NotAgreed(const TWireSession& session, const std::string& why) override;
   void Ended(TWireSession& session) override;
   void Follow(TWireSession& session, TFeedWish wish, std::function<bool()> may);
@@ -303,23 +303,23 @@ bool TWireServer::TCore::MakeRoom() {
 
 // --- requests ---
 
-void TWireServer::TCore::Serve(TWireSession& session, TWireRequest request) {
+void TWireServer::TCore::Serve(TWireSession& session, const TWireRequest& request) {
   const bool panel = request.Target.starts_with(kPanelPath) && IsCommand(request.Method);
   const std::weak_ptr<TWireSession> asker = session.shared_from_this();
-  const auto answer = [asker, panel](TWireReply reply) {
+  const auto answer = [asker, panel](const TWireReply& reply) {
     const auto open = asker.lock();
     if (!open) return;
     // By what was answered: anybody can send a header, or a key that is refused.
     const std::uint64_t keptMs = reply.Leased ? TLease::kLeaseMs : panel && reply.Status < 400 ? kKeyMs : 0;
     if (keptMs != 0) open->KeptUntilMs = std::max(open->KeptUntilMs, RealMs() + keptMs);
-    open->Answer(std::move(reply));
+    open->Answer(reply);
   };
   const auto follow = [this, asker, lastId = request.LastEventId](TFeedWish wish, std::function<bool()> may) {
     wish.LastId = lastId;
     if (const auto open = asker.lock()) Follow(*open, std::move(wish), std::move(may));
   };
   try {
-    FDispatch->Serve(session.Peer(), std::move(request), {answer, follow});
+    FDispatch->Serve(session.Peer(), request, {answer, follow});
   } catch (...) {
     session.Answer(Refuse(500, {.What = DescribeException(std::current_exception())}));
   }
@@ -332,7 +332,7 @@ void TWireServer::TCore::Follow(TWireSession& session, TFeedWish wish, std::func
                                     .Why = {},
                                     .Remedy = Tr("end one of them, or ask for the status instead")});
     reply.RetryAfterS = 5;
-    return session.Answer(std::move(reply));
+    return session.Answer(reply);
   }
   const auto more = [this, follower = std::weak_ptr(session.shared_from_this())] {
     asio::post(FContext, [follower] {

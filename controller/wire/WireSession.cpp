@@ -219,7 +219,7 @@ void TWireSession::TParts::RefusePlain(TWireSession& self) {
                                   .Why = {},
                                   .Remedy = Tr("ask for https:// instead of http://")});
   reply.Close = true;
-  self.Answer(std::move(reply));
+  self.Answer(reply);
 }
 
 // --- requests ---
@@ -284,7 +284,7 @@ void TWireSession::TParts::Asked(TWireSession& self) {
     TWireReply reply =
         Refuse(400, {.What = Tr("the request must have one Host header, and at most one Authorization")});
     reply.Close = true;
-    return self.Answer(std::move(reply));
+    return self.Answer(reply);
   }
   Desk.Serve(self, ToRequest(*Parser));
 }
@@ -410,7 +410,7 @@ void TWireSession::Watch(std::uint64_t nowMs) {
       my.Enter(TWireStage::wsAsked);
       TWireReply reply = Refuse(408, {.What = Tr("the request took too long to arrive")});
       reply.Close = true;
-      return Answer(std::move(reply));
+      return Answer(reply);
     }
     case TWireStage::wsAnswering:
       if (since >= my.Limits.WriteMs) Close();

@@ -26,7 +26,7 @@ class TWireSession;
 class IWireDesk {
  public:
   // Answered once, by Answer or Follow, now or later.
-  virtual void Serve(TWireSession& session, TWireRequest request) = 0;
+  virtual void Serve(TWireSession& session, const TWireRequest& request) = 0;
   // TLS has come to nothing, and the connection ends.
   virtual void NotAgreed(const TWireSession& session, const std::string& why) = 0;
   // Behind its last call.
