@@ -320,7 +320,7 @@ void TRunner::Finish() {
     json["event"] = "ended";
     return json;
   });
-  Keep(std::move(record));
+  Keep(record);
 }
 
 void TRunner::Keep(const TRunRecordPtr& record) {
