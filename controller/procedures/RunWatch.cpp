@@ -36,6 +36,12 @@ void TRunWatch::Begin(TRunTriggers triggers) {
   for (const std::string& name : FTriggers.Faults) FController.Machine().Inject(name);
 }
 
+void TRunWatch::CutOff(std::string cause, std::uint64_t askedMs) {
+  if (FLeftAt.load(std::memory_order_acquire) < askedMs) return;
+  FStopAsked = true;
+  FCutOff = std::move(cause);
+}
+
 void TRunWatch::Look(std::uint64_t nowMs) {
   const std::uint64_t entered = FEnteredAt.load(std::memory_order_acquire);
   if (entered == kNever || FLeftAt.load(std::memory_order_acquire) != kNever || nowMs < entered) return;
@@ -87,6 +93,7 @@ TRunReport TRunWatch::Report() {
   const std::uint64_t entered = FEnteredAt.load();
   report.StartMs = report.EnteredMs = FStartMs;
   report.EndMs = Clock().MonotonicMs();
+  bool cutOff = !FCutOff.empty() && !report.Success();
   if (entered != kNever) {
     report.EnteredMs = entered;
     report.DurationMs = std::min(FLeftAt.load(), report.EndMs) - entered;
@@ -94,10 +101,11 @@ TRunReport TRunWatch::Report() {
     report.Path = outcome.Path;
     report.Fault = outcome.Fault;
     report.Cause = outcome.Cause.empty() ? BeamCauseText(FController.Framework().LateBeamCause()) : outcome.Cause;
+    cutOff = cutOff && (outcome.Type != metStop || outcome.Cause.empty());
     report.NextState = outcome.NextState;
     report.At = StepOf(outcome.Path, FSteps.Standing());
   }
-  if (!FCutOff.empty() && !report.Success()) report.Cause = FCutOff;
+  if (cutOff) report.Cause = FCutOff;
   report.Steps = FSteps.Items();
   if (FAlarms) report.Alarms = FAlarms->Items();
   if (report.Cause == BeamCauseText(bcForbidden)) {  // which one the beam's watch does not know

@@ -74,11 +74,9 @@ class TRunWatch {
   // Lets happen what is due. In virtual time also from within a step of the clock.
   void Look(std::uint64_t nowMs);
   void TimeIsOver() { FInTime = false; }  // it has had all its time
-  // Everything was stopped past the procedure: that is why it ended, whatever its step says of it.
-  void CutOff(std::string cause) {
-    FStopAsked = true;
-    FCutOff = std::move(cause);
-  }
+  // Everything was stopped past the procedure, asked for at that time of the clock: that is why it ended, whatever its
+  // step says of it, unless it had been stopped or had ended before.
+  void CutOff(std::string cause, std::uint64_t askedMs);
   void StopAsked() { FStopAsked = true; }  // also one that was not entered any more was stopped
   [[nodiscard]] std::uint64_t StartMs() const { return FStartMs; }
   void Forget() { FAlarms.reset(); }  // it has not begun after all

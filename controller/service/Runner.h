@@ -114,7 +114,7 @@ class TRunner {
   [[nodiscard]] bool AnyConnected() const { return !FConnections.empty(); }
   // Somebody asked to stop.
   void StopAsked() { FWatch.StopAsked(); }
-  void CutOff(std::string cause) { FWatch.CutOff(std::move(cause)); }
+  void CutOff(std::string cause, std::uint64_t askedMs) { FWatch.CutOff(std::move(cause), askedMs); }
 
   // --- for the service ---
   void Changed(std::int32_t from, std::int32_t to) { FWatch.Changed(from, to); }  // the state thread

@@ -210,6 +210,7 @@ void TService::Pause(const TAsker& who) {
 void TService::AllOff(const TAsker& who) {
   const TLanguageScope own("");
   FAllOff.store(true);
+  const std::uint64_t askedMs = Clock().MonotonicMs();
   TTryAll tryAll;
   tryAll([&] {
     if (TNcLaser* const laser = FittedLaser()) laser->Trip(kAllOffTrip);
@@ -219,8 +220,8 @@ void TService::AllOff(const TAsker& who) {
   std::string cause = Format(Tr("everything was switched off by %s"), who.Name.c_str());
   tryAll([&] { framework.RunNext(&TSafeEnd::StopDevices); })([&] { framework.Stop(cause); })([&] { KeepStill(who); });
   LogMsg(lkError, 0, cause, kSource);
-  Post([this, cause = std::move(cause)] {
-    FRunner.CutOff(cause);
+  Post([this, cause = std::move(cause), askedMs] {
+    FRunner.CutOff(cause, askedMs);
     Publish();
   });
 }

@@ -134,6 +134,13 @@ TEST(Service, WhileAProcedureRunsNothingElseBeginsAndItsStopNamesWhoAsked) {
   const TJson report = world.Report(1);
   EXPECT_EQ(report["outcome"], "stopped");
   EXPECT_EQ(report["cause"], "stopped by anna");
+
+  // Who presses "all off" behind it did not end it.
+  world.StartDelay(600'000);
+  EXPECT_TRUE(Comes([&] { return !world.Service.Status()->Path.empty(); }));
+  EXPECT_EQ(world.Ask("POST", "stop").Status, 202);
+  EXPECT_EQ(world.Ask("POST", "all-off").Status, 202);
+  EXPECT_EQ(world.Report(2)["cause"], "stopped by anna");
 }
 
 TEST(Service, AStartCanBeCheckedWithoutStarting) {
