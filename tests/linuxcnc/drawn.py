@@ -1,4 +1,4 @@
-"""A part of scripts/linuxcnc proof, drawn by the commit's hash: 24 ended procedures, each failure and each kill once."""
+"""A part of scripts/linuxcnc proof, drawn by the commit's hash: 16 ended procedures, each failure and each kill once."""
 import os
 import pathlib
 import subprocess
@@ -17,7 +17,7 @@ def commit():
 class Drawn(unittest.TestCase):
     def test_every_drawn_point_is_as_it_has_to_be(self):
         with tempfile.TemporaryDirectory() as folder:
-            ran = subprocess.run([str(ROOT / "scripts" / "linuxcnc"), "proof", "--sample", commit(), "--once-more",
+            ran = subprocess.run([str(ROOT / "scripts" / "linuxcnc"), "proof", "--sample", commit(), "--again", "2",
                                   "--table", os.path.join(folder, "table.jsonl")],
                                  capture_output=True, text=True, timeout=450)
         if ran.returncode == CANNOT:
