@@ -143,7 +143,7 @@ std::shared_ptr<const TAlarmInterpreter::TDict> TAlarmInterpreter::Translate(con
 }
 
 std::shared_ptr<const TAlarmInterpreter::TDict> TAlarmInterpreter::ThreadDict() const {
-  const auto own = Dict();
+  auto own = Dict();
   if (!GThreadCatalogue) return own;
   const std::string language = ThreadLanguage();
   if (language == OwnLanguage()) return own;

@@ -15,6 +15,11 @@ std::int64_t CellKey(std::int32_t row, std::int32_t col) {
                                    static_cast<std::uint32_t>(col));
 }
 
+// Where a cell of a grid with `cols` columns stands in its list.
+std::size_t CellIndex(std::int32_t row, std::int32_t col, std::int32_t cols) {
+  return static_cast<std::size_t>(row) * static_cast<std::size_t>(cols) + static_cast<std::size_t>(col);
+}
+
 }  // namespace
 
 void TInportParamsConfig::Publish(TPublisher& p) {
@@ -99,7 +104,7 @@ std::string TNozzlePosItems::RefusesInItem(const TXmlSubConfig& item, std::strin
 TNozzlePosItem* TNozzlePosItems::GetPos(std::int32_t row, std::int32_t col) {
   if (row < 0 || row >= FRowCount || col < 0 || col >= FColCount) return nullptr;
   FCells.Resize(FRowCount, FColCount);  // by name, a count can change without its setter
-  return FCells.Items[static_cast<std::size_t>(row * FColCount + col)].get();
+  return FCells.Items[CellIndex(row, col, FColCount)].get();
 }
 
 bool TNozzlePosItems::SetPos(std::int32_t row, std::int32_t col, const TNozzlePosItem& item) {
@@ -151,8 +156,8 @@ void TNozzlePosItems::TCells::Resize(std::int32_t rows, std::int32_t cols) {
   std::vector<std::unique_ptr<TNozzlePosItem>> items(static_cast<std::size_t>(rows * cols));
   for (std::int32_t row = 0; row < rows; ++row)
     for (std::int32_t col = 0; col < cols; ++col) {
-      auto& item = items[static_cast<std::size_t>(row * cols + col)];
-      if (row < FRows && col < FCols) item = std::move(Items[static_cast<std::size_t>(row * FCols + col)]);
+      auto& item = items[CellIndex(row, col, cols)];
+      if (row < FRows && col < FCols) item = std::move(Items[CellIndex(row, col, FCols)]);
       if (!item) item = MakeCell(row, col);
     }
   Items = std::move(items);
@@ -175,7 +180,7 @@ void TNozzlePosItems::TCells::EndLoad() {
         item->Col = static_cast<std::int32_t>(i) % cols;
       }
       const bool inside = item->Row >= 0 && item->Row < rows && item->Col >= 0 && item->Col < cols;
-      auto* const cell = inside ? &cells[static_cast<std::size_t>(item->Row * cols + item->Col)] : nullptr;
+      auto* const cell = inside ? &cells[CellIndex(item->Row, item->Col, cols)] : nullptr;
       if (cell && !*cell)
         *cell = std::move(item);
       else

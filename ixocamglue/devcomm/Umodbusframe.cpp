@@ -32,6 +32,9 @@ std::uint16_t WordAt(std::span<const std::uint8_t> bytes, std::size_t at) {
 }
 
 std::size_t BitBytes(std::size_t bits) { return (bits + 7) / 8; }
+std::size_t DataBytes(const TModbusFunction& function, std::uint16_t count) {
+  return function.Bits ? BitBytes(count) : std::size_t{2} * count;
+}
 // What the functions 5 and 6 have in the place of a count.
 std::uint16_t OneValue(const TModbusRequest& request) {
   const std::uint16_t value = request.Values[0];
@@ -54,7 +57,7 @@ TReplyCheck CheckBody(const TModbusRequest& request, std::span<const std::uint8_
   if (pdu[1] != request.Func) return Invalid(TrMark("the reply is to another function"));
   const TModbusFunction& function = *FindModbusFunction(request.Func);
   if (!function.Write) {
-    const std::size_t data = function.Bits ? BitBytes(request.Count) : std::size_t{2} * request.Count;
+    const std::size_t data = DataBytes(function, request.Count);
     if (pdu.size() >= 3 && pdu[2] != data) return Invalid(TrMark("the reply has another number of bytes"));
     return {pdu.size() < 3 + data ? rsMore : rsWhole, 3 + data, 0, "", true};
   }
@@ -112,7 +115,7 @@ bool BuildModbusFrame(const TModbusRequest& request, TBytes& frame) {
     frame.push_back(High(value));
     frame.push_back(Low(value));
   };
-  const auto data = static_cast<std::uint8_t>(function->Bits ? BitBytes(request.Count) : 2u * Low(request.Count));
+  const auto data = static_cast<std::uint8_t>(DataBytes(*function, request.Count));
   if (request.Tcp) {
     word(request.Transaction);
     word(0);

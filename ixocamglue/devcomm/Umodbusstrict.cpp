@@ -10,8 +10,9 @@
 namespace ixocamglue {
 namespace {
 
-constexpr std::size_t kDrainLimit = 64 * 1024;  // a device that never falls silent must not hold a request up
-constexpr std::uint32_t kQuietMs = 20;          // silence after a broken reply, before the request is repeated
+// A device that never falls silent must not hold a request up.
+constexpr std::size_t kDrainLimit = std::size_t{64} * 1024;
+constexpr std::uint32_t kQuietMs = 20;  // silence after a broken reply, before the request is repeated
 constexpr std::uint32_t kQuietLimitMs = 200;
 constexpr std::uint32_t kStrictPollMs = 10;
 constexpr std::uint32_t kSliceMs = 50;  // of a wait, between two looks at the stop

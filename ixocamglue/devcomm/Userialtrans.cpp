@@ -14,7 +14,7 @@ constexpr std::uint32_t kAfterChunkMs = 20;  // binary
 constexpr std::uint32_t kAfterTextMs = 1;
 constexpr std::uint32_t kAfterNothingMs = 1;
 constexpr std::uint32_t kReceiveLimitMs = 2000;
-constexpr std::size_t kReceiveLimit = 64 * 1024;
+constexpr std::size_t kReceiveLimit = std::size_t{64} * 1024;
 
 // The loop of both ways to receive: `take` gets each chunk.
 template <class Take>

@@ -83,6 +83,7 @@ std::filesystem::path GasCaliConfigFile() {
 
 void CopyTable(const TDAAdjustTable& from, TDAAdjustTable& to) {
   std::vector<std::pair<double, double>> entries;
+  entries.reserve(static_cast<std::size_t>(from.GetCount()));
   for (std::int32_t i = 0; i < from.GetCount(); ++i)
     entries.emplace_back(from.GetItem(i)->Press, from.GetItem(i)->Volt);
   to.Clear();

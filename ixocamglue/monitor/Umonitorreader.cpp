@@ -15,9 +15,9 @@
 namespace ixocamglue {
 namespace {
 
-constexpr std::size_t kFirstBuffer = 256 * 1024;
+constexpr std::size_t kFirstBuffer = std::size_t{256} * 1024;
 // What stands in a line behind that many bytes is not looked at: a damaged file must not take the memory.
-constexpr std::size_t kLongestLine = 64 * 1024 * 1024;
+constexpr std::size_t kLongestLine = std::size_t{64} * 1024 * 1024;
 constexpr std::size_t kShownText = 60;
 constexpr std::uint32_t kFieldDataCount = 7;
 

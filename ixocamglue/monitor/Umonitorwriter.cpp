@@ -5,7 +5,7 @@
 namespace ixocamglue {
 namespace {
 
-constexpr std::size_t kBufferSize = 64 * 1024;
+constexpr std::size_t kBufferSize = std::size_t{64} * 1024;
 constexpr char kSeparator = ',';
 
 // A name as one field's line allows it.

@@ -190,7 +190,7 @@ void TSmtSafeMoveToXY::ResetParams() {
   FSpeed = 0.0;
 }
 
-void TSmtSafeMoveToXY::BuildMotionList() {
+void TSmtSafeMoveToXY::AddXY() {
   Add(134, SSafeMoveToZDesc);
   if (HasSecondHead()) Add<TSmtSafeMoveToZ>(134, SSafeMoveToZDesc).FFollowerIndex = 1;
   auto& xy = Add<TSmtMoveToXY>(131, SMoveToXYDesc);
@@ -204,7 +204,7 @@ void TSmtSafeMoveToXYZ::ResetParams() {
 }
 
 void TSmtSafeMoveToXYZ::BuildMotionList() {
-  TSmtSafeMoveToXY::BuildMotionList();
+  AddXY();
   Add<TSmtSafeMoveToZ>(136, SMoveToZDesc).FTargetZ = FTargetZ;
 }
 
@@ -214,7 +214,7 @@ void TSmtSafeMoveToXYZF::ResetParams() {
 }
 
 void TSmtSafeMoveToXYZF::BuildMotionList() {
-  TSmtSafeMoveToXY::BuildMotionList();
+  AddXY();
   Add<TSmtMoveToF>(421, SMoveToFDesc).FFocus = FFocus;
   Add<TSmtSafeMoveToZ>(136, SMoveToZDesc).FTargetZ = FTargetZ;
 }

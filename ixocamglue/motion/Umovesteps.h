@@ -122,10 +122,13 @@ class TSmtLubricateCurve : public TSmtCommand<350, TSmtMoveStep> {
 class TSmtSafeMoveToXY : public TSmtCommand<137, TSmtComposite> {
  public:
   void ResetParams() override;
-  void BuildMotionList() override;
+  void BuildMotionList() override { AddXY(); }
 
   TPoint2 FTarget;
   double FSpeed = 0.0;  // of XY; Z and focus move at their defaults
+
+ protected:
+  void AddXY();  // the steps of 137
 };
 
 // 181: 137, then Z to a target (136).

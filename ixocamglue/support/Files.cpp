@@ -1,8 +1,8 @@
 #include "ixocamglue/support/Files.h"
 
 #include <cerrno>
+#include <cstdlib>
 #include <fcntl.h>
-#include <stdlib.h>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>

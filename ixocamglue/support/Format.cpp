@@ -1,8 +1,8 @@
 #include "ixocamglue/support/Format.h"
 
 #include <algorithm>
+#include <clocale>
 #include <cstdio>
-#include <locale.h>
 #include <optional>
 #include <string_view>
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 #include "ixocamglue/support/Format.h"
@@ -44,7 +45,7 @@ void TNearestName::Consider(std::string_view known) {
 }
 
 std::string TNearestName::DidYouMean(std::string otherwise) const {
-  return FNearest.empty() ? otherwise : ixocamglue::DidYouMean(FNearest);
+  return FNearest.empty() ? std::move(otherwise) : ixocamglue::DidYouMean(FNearest);
 }
 
 }  // namespace ixocamglue

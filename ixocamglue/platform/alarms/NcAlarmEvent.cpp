@@ -20,12 +20,12 @@ std::uint64_t TNcAlarmEvent::Subscribe(THandler handler) {
 
 void TNcAlarmEvent::Unsubscribe(std::uint64_t handle) {
   std::unique_lock lock(FLock.Native());
-  const auto found = std::ranges::find(*FEntries, handle, &TEntry::Handle);
-  if (found == FEntries->end()) return;
-  const std::shared_ptr<TEntry> entry = *found;
-  entry->Live = false;
   auto entries = std::make_shared<TEntries>(*FEntries);
-  std::erase(*entries, entry);
+  const auto found = std::ranges::find(*entries, handle, &TEntry::Handle);
+  if (found == entries->end()) return;
+  const std::shared_ptr<TEntry> entry = std::move(*found);
+  entries->erase(found);
+  entry->Live = false;
   FEntries = std::move(entries);
   while (FRunning == entry.get() && FRunner != std::this_thread::get_id()) FCallEnded.wait(lock);
 }

@@ -193,6 +193,7 @@ class TRealIcmp final : public TIcmpClient {
     const std::uint64_t end = Clock().MonotonicMs() + timeoutMs;
     for (std::uint64_t now = end - timeoutMs; now < end && !FEnding; now = Clock().MonotonicMs()) {
       std::vector<pollfd> waits;
+      waits.reserve(probes.size());
       for (const TProbe& probe : probes) waits.push_back({probe.Socket.Fd(), POLLIN, 0});
       const auto slice = static_cast<int>(std::min<std::uint64_t>(end - now, kSliceMs));
       if (::poll(waits.data(), waits.size(), slice) <= 0) continue;

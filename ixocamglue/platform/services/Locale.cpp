@@ -48,7 +48,7 @@ TLocaleReader::TRead TLocaleReader::Read(std::string_view language) const {
     for (const auto& [section, texts] : document.items())
       for (const auto& [key, text] : texts.items()) {
         if (section != "Messages")
-          catalogue.Texts[section + "/" + key] = text.get<std::string>();
+          catalogue.Texts[std::string(section).append("/").append(key)] = text.get<std::string>();
         else if (SameConversions(text.get<std::string>().c_str(), key.c_str()))
           catalogue.Messages.emplace(key, text.get<std::string>());
         else

@@ -95,7 +95,7 @@ std::optional<TDateTime> ParseMoment(std::string_view text) {
   if (offset) {
     const std::int64_t days = std::chrono::sys_days(date).time_since_epoch().count();
     return FromUnixMs(days * kMsPerDay + (part(11, 2) * 60 + part(14, 2) - *offset) * std::int64_t{60'000} +
-                      part(17, 2) * 1000 + part(20, 3));
+                      part(17, 2) * std::int64_t{1000} + part(20, 3));
   }
   std::tm local{};
   local.tm_year = part(0, 4) - 1900;

@@ -9,6 +9,7 @@
 #include <optional>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 #include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Format.h"
@@ -108,7 +109,8 @@ int ResolveLinks(std::string& path) {
     const int error = Files().ReadLink(path, target);
     if (error == EINVAL || error == ENOENT) return 0;
     if (error != 0) return error;
-    path = target.starts_with('/') ? target : Folder(path) + "/" + target;
+    if (!target.starts_with('/')) target.insert(0, Folder(path) + "/");
+    path = std::move(target);
   }
   return ELOOP;
 }

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <unordered_set>
 #include <utf8.h>
+#include <utility>
 
 #include <pugixml.hpp>
 
@@ -148,7 +149,8 @@ std::string TXmlNode::Path() const {
     for (auto after = node.next_sibling(); after && !several; after = after.next_sibling())
       several = SameFolded(after.name(), node.name());
     if (several) part += Format("[%zu]", number);
-    path = path.empty() ? part : part + "/" + path;
+    if (!path.empty()) part.append("/").append(path);
+    path = std::move(part);
   }
   return path;
 }
