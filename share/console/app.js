@@ -74,8 +74,8 @@ export async function changeLanguage(language) {
   showPage();
 }
 
-// Stop comes first, whatever has focus; a key that is held is one press. What closes an open list, or is of an input
-// method, the browser tells the page when it is let go.
+// Stop comes first, whatever has focus; a key that is held is one press. Of one that closes an open list, or is of an
+// input method, the browser tells the page its repeats, or only that it is let go.
 let pressed = false;
 for (const kind of ["keydown", "keyup"])
   window.addEventListener(kind, (event) => {
@@ -84,7 +84,7 @@ for (const kind of ["keydown", "keyup"])
     event.stopImmediatePropagation();
     const known = pressed;
     pressed = kind === "keydown";
-    if (event.repeat || (known && !pressed)) return;
+    if (known && (event.repeat || !pressed)) return;
     if (event.shiftKey) wire.allOff();
     else wire.stop();
   }, {capture: true});

@@ -53,20 +53,21 @@ class StopTest(fixture.ConsoleTest):
                 controller.client.give_back()
 
     def test_escape_that_closes_an_open_list(self):
-        """The browser takes the press for its list, and tells the page of its end alone."""
+        """The browser takes the press for its list, and tells the page of its repeats and its end alone."""
         controller, browser = self.opened()
         place = browser.js("const {x, y} = arguments[0].getBoundingClientRect(); return {x: x + 20, y: y + 20}",
                            browser.find("#language"))
 
         def key(kind, modifiers):
             browser.driver.execute_cdp_cmd("Input.dispatchKeyEvent", {
-                "type": kind, "key": "Escape", "code": "Escape", "windowsVirtualKeyCode": 27, "modifiers": modifiers})
-        for all_off, modifiers in ((False, 0), (True, 8)):
+                "type": kind.rstrip("+"), "autoRepeat": kind.endswith("+"), "key": "Escape", "code": "Escape",
+                "windowsVirtualKeyCode": 27, "modifiers": modifiers})
+        for all_off, modifiers, held in ((False, 0, []), (False, 0, ["rawKeyDown+", "rawKeyDown+"]), (True, 8, [])):
             run = controller.start_run()
             for kind in ("mousePressed", "mouseReleased"):
                 browser.driver.execute_cdp_cmd("Input.dispatchMouseEvent", {
                     "type": kind, "button": "left", "clickCount": 1, **place})
-            for kind in ("rawKeyDown", "keyUp"):
+            for kind in ("rawKeyDown", *held, "keyUp"):
                 time.sleep(0.5)  # the list opens and closes in a process of the browser's own
                 key(kind, modifiers)
             self.stopped(controller, run)
