@@ -5,8 +5,6 @@
 #include <string>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
 #include "ixocut/CommandLine.h"
 
 using namespace ixocut;
@@ -14,14 +12,13 @@ using namespace ixocut;
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   std::vector<std::string> words;
   std::istringstream text(std::string(reinterpret_cast<const char*>(data), size));
-  for (std::string word; words.size() < 64 && std::getline(text, word);) words.insert(words.begin(), word);
-  CLI::App program;
-  TCommandRun run;
-  AddCommands(program, run);
+  for (std::string word; words.size() < 64 && std::getline(text, word);) words.push_back(word);
+  TProgram program("ixocut", "", "");
+  AddCommands(program.Top());
   try {
-    program.parse(std::move(words));
+    (void)program.Parse(std::move(words));
   } catch (const std::exception& e) {  // a wrong command line; the program says it in one line
-    if (run || *e.what() == '\0') std::abort();
+    if (*e.what() == '\0') std::abort();
   }
   return 0;
 }

@@ -2,95 +2,29 @@
 
 #include <algorithm>
 #include <cctype>
-#include <csignal>
-#include <cstdlib>
 #include <iostream>
 #include <map>
-#include <set>
+#include <utility>
 
 #include <CLI/CLI.hpp>
-#include <nlohmann/json.hpp>
 
-#include "controller/StateFolder.h"
-#include "ixocamglue/platform/services/Locale.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Nearest.h"
-#include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
-#include "ixocut/ControllerSettings.h"
-#include "ixocut/Document.h"
-#include "ixocut/Machines.h"
-#include "ixocut/Main.h"
 
 namespace ixocut {
+
+struct TCommand::TState {
+  TState(const std::string& name, const std::string& about) : App(about, name) {}
+
+  CLI::App App;
+  TCommandRun Run = {};                                   // of the last command that was named
+  std::map<const CLI::App*, std::string> ExitCodes = {};  // of those whose help says something of their own
+  std::map<const CLI::App*, std::vector<std::string>*> Extras = {};
+};
+
 namespace {
-
-constexpr TAddCommand kCommands[] = {
-    AddServeCommand,   AddRunsCommand,       AddQueueCommand, AddStatusCommand,   AddControlCommands, AddShotCommand,
-    AddRunCommand,     AddProceduresCommand, AddTreeCommand,  AddSweepCommand,    AddSoakCommand,     AddPanelCommand,
-    AddKnobCommand,    AddConfigCommand,     AddInfoCommand,  AddAlarmsCommand,   AddGasCommand,      AddRecordCommand,
-    AddMonitorCommand, AddModbusCommand,     AddLinkCommand,  AddSimulateCommand, AddTokenCommand,    AddTourCommand,
-    AddMachineCommand, AddReferenceCommand,  AddHelpCommands};
-
-constexpr const char* kOwnLanguage = "zh";  // of the texts in the program itself
-std::string GLanguage = kOwnLanguage;       // what --lang is unless it is given; set before the commands are added
-std::map<const CLI::App*, std::string> GExitCodes;  // of the commands whose help says something of their own
-
-// The program's own, and each that has a catalogue.
-const std::set<std::string>& Languages() {
-  static const std::set<std::string> languages = [] {
-    std::set<std::string> found{kOwnLanguage};
-    std::error_code error;
-    for (const auto& file : std::filesystem::directory_iterator(ixocontroller::ShareFolder() / "locale", error))
-      if (file.path().extension() == ".json") found.insert(file.path().stem().string());
-    return found;
-  }();
-  return languages;
-}
-
-std::string LanguageNames() {
-  std::string names;
-  for (const std::string& language : Languages()) names += (names.empty() ? "" : ", ") + language;
-  return names;
-}
-
-// What the command line asks for, before or behind the command, if it is known; else the user's environment:
-// "en_GB.UTF-8" asks for "en"; what has no texts, "C" included, asks for nothing.
-std::string AskedLanguage(int argc, const char* const* argv) {
-  constexpr std::string_view option = "--lang";
-  for (int i = argc - 1; i > 0; --i) {
-    const std::string_view word = argv[i];
-    std::string language(word == option && i + 1 < argc ? argv[i + 1]
-                         : word.starts_with(option) && word.size() > option.size() && word[option.size()] == '='
-                             ? word.substr(option.size() + 1)
-                             : std::string_view());
-    if (Languages().contains(language)) return language;
-  }
-  for (const char* const name : {"IXOCUT_LANG", "LC_ALL", "LC_MESSAGES", "LANG"}) {
-    const char* const text = std::getenv(name);
-    const std::string asked = text ? text : "";
-    std::string language = asked.substr(0, asked.find_first_of("_.@-"));
-    if (Languages().contains(language)) return language;
-  }
-  return kOwnLanguage;
-}
-
-THelp ProgramHelp() {
-  return {
-      .Notes =
-          Tr("The commands work on a copy of the example machine file in the state folder ($XDG_STATE_HOME/ixocut or\n"
-             "~/.local/state/ixocut), made at first use. IXOCUT_DATA names a folder that holds machines/, alarms/ and\n"
-             "locale/ other than the installed ones.\n"
-             "\n"
-             "Language: --lang, else the first of IXOCUT_LANG, LC_ALL, LC_MESSAGES and LANG that names one with\n"
-             "texts, else zh."),
-      .ExitCodes = {},
-      .Examples = {"ixocut shot --ms 500", "ixocut shot --ms 500 --stop-at 300 --lang en",
-                   "ixocut run safe-move --x 100 --y 50", "ixocut tree pierce",
-                   "ixocut modbus read --tcp 192.168.0.10 --addr 16 --count 4",
-                   "ixocut link doctor --serial /dev/ttyUSB0,19200,e,8,1", "ixocut COMMAND --help"}};
-}
 
 // What the parser of the command line says, and how it is said here.
 constexpr const char* kParserMessages[] = {
@@ -155,7 +89,23 @@ std::optional<TProblem> WrongCommand(const CLI::App& program, const CLI::ParseEr
                   .Remedy = nearest.DidYouMean(Format(Tr("the commands are %s"), names.c_str()))};
 }
 
-// Several lines as one; without the blank space around them.
+std::vector<TOption> AsOptions(const std::set<CLI::Option*>& options) {
+  std::vector<TOption> list;
+  for (CLI::Option* const option : options) list.emplace_back(option);
+  return list;
+}
+
+std::vector<TOption> Shown(CLI::App& command, bool arguments) {
+  std::vector<TOption> list;
+  for (CLI::Option* const option : command.get_options([arguments](const CLI::Option* candidate) {
+         return !candidate->get_group().empty() && candidate->nonpositional() != arguments;
+       }))
+    list.emplace_back(option);
+  return list;
+}
+
+}  // namespace
+
 std::string OneLine(std::string_view text) {
   std::string line;
   for (const char c : text) {
@@ -168,11 +118,228 @@ std::string OneLine(std::string_view text) {
   return line;
 }
 
-void Describe(CLI::App& program, const std::string& commit) {
-  program.description(Tr("ixocut: the controller of a laser-cutting machine, on a simulated machine."));
-  program.set_version_flag("--version", IXO_VERSION + (commit.empty() ? "" : " (commit " + commit + ")"),
-                           Tr("Print the version and exit"));
-  program.set_help_flag("-h,--help", Tr("Print this page and exit"));
+// --- TOption ---
+
+TOption TOption::Required(bool required) const {
+  FOption->required(required);
+  return *this;
+}
+
+TOption TOption::Several() const {
+  FOption->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+  return *this;
+}
+
+TOption TOption::ShowDefault() const {
+  FOption->capture_default_str();
+  return *this;
+}
+
+TOption TOption::OneOf(std::vector<std::string> choices) const {
+  FOption->check(CLI::IsMember(std::move(choices)));
+  return *this;
+}
+
+TOption TOption::NotEmpty(const char* problem) const {
+  return Check([problem](const std::string& text) { return std::string(text.empty() ? problem : ""); });
+}
+
+TOption TOption::Check(std::function<std::string(const std::string& text)> problemOf) const {
+  FOption->check(CLI::Validator([problemOf = std::move(problemOf)](std::string& text) { return problemOf(text); }, ""));
+  return *this;
+}
+
+TOption TOption::Needs(TOption other) const {
+  FOption->needs(other.FOption);
+  return *this;
+}
+
+TOption TOption::Excludes(TOption other) const {
+  FOption->excludes(other.FOption);
+  return *this;
+}
+
+TOption TOption::Tells(bool& given) const {
+  FOption->each([&given](const std::string&) { given = true; });
+  return *this;
+}
+
+std::vector<std::string> TOption::Names() const {
+  if (IsArgument()) return {Name()};
+  std::vector<std::string> names;
+  for (const std::string& name : FOption->get_snames()) names.push_back("-" + name);
+  for (const std::string& name : FOption->get_lnames()) names.push_back("--" + name);
+  return names;
+}
+
+std::string TOption::Name() const { return FOption->get_name(); }
+std::string TOption::About() const { return FOption->get_description(); }
+bool TOption::IsArgument() const { return !FOption->nonpositional(); }
+bool TOption::IsRequired() const { return FOption->get_required(); }
+bool TOption::HasValue() const { return FOption->get_items_expected_max() != 0; }
+
+// A check against a few words adds them to the type: "NAME:{exact,refined}".
+std::string TOption::ValueType() const {
+  if (!HasValue()) return "";
+  const std::string type = FOption->get_type_name();
+  const std::size_t brace = type.find('{');
+  if (brace == std::string::npos) return type;
+  const std::size_t end = type.find('}', brace);
+  return type.substr(0, brace != 0 && type[brace - 1] == ':' ? brace - 1 : brace) +
+         (end == std::string::npos ? "" : type.substr(end + 1));
+}
+
+std::vector<std::string> TOption::Choices() const {
+  const std::string type = HasValue() ? FOption->get_type_name() : "";
+  const std::size_t brace = type.find('{');
+  if (brace == std::string::npos) return {};
+  return CLI::detail::split(type.substr(brace + 1, type.find('}', brace) - brace - 1), ',');
+}
+
+std::string TOption::Default() const { return FOption->get_default_str(); }
+std::vector<TOption> TOption::Needed() const { return AsOptions(FOption->get_needs()); }
+std::vector<TOption> TOption::Excluded() const { return AsOptions(FOption->get_excludes()); }
+
+// --- TCommand ---
+
+TCommand TCommand::Sub(const std::string& name, const std::string& about) const {
+  CLI::App* const app = FApp->add_subcommand(name, about);
+  app->group(Tr("Commands"));
+  if (app->get_help_ptr()) app->get_help_ptr()->group(Tr("Options"));
+  return {app, FState};
+}
+
+TCommand TCommand::Add(const std::string& name, const std::string& about, TCommandRun action) const {
+  const TCommand command = Sub(name, about);
+  // That of a command below is told first.
+  command.FApp->callback([app = command.FApp, state = FState, action = std::move(action)] {
+    if (const auto extras = state->Extras.find(app); extras != state->Extras.end())
+      *extras->second = app->remaining(true);
+    if (!state->Run) state->Run = action;
+  });
+  return command;
+}
+
+TCommand TCommand::AddGroup(const std::string& name, const std::string& about) const {
+  const TCommand command = Sub(name, about);
+  command.FApp->require_subcommand(1);
+  return command;
+}
+
+TCommand TCommand::AddVariant(const std::string& name, const std::string& about, const std::string& title,
+                              std::string& chosen) const {
+  const TCommand command = Sub(name, about);
+  command.FApp->fallthrough()->group(title)->callback([&chosen, name] { chosen = name; });
+  return command;
+}
+
+TOption TCommand::Flag(const std::string& name, bool& value, const std::string& about) const {
+  return TOption(FApp->add_flag(name, value, about));
+}
+
+TOption TCommand::Flag(const std::string& name, std::function<void()> given, const std::string& about) const {
+  return TOption(FApp->add_flag_callback(name, std::move(given), about));
+}
+
+TOption TCommand::Text(const std::string& name, std::string& value, const std::string& about,
+                       const std::string& type) const {
+  return TOption(FApp->add_option(name, value, about)->type_name(type));
+}
+
+TOption TCommand::Text(const std::string& name, std::function<void(const std::string&)> take, const std::string& about,
+                       const std::string& type) const {
+  return TOption(FApp->add_option_function<std::string>(name, take, about)->type_name(type));
+}
+
+TOption TCommand::Path(const std::string& name, std::optional<std::filesystem::path>& value, const std::string& about,
+                       const std::string& type) const {
+  return Text(
+             name, [&value](const std::string& text) { value = text; }, about, type)
+      .NotEmpty(Tr("the name is empty"));
+}
+
+TOption TCommand::Texts(const std::string& name, std::vector<std::string>& values, const std::string& about,
+                        const std::string& type) const {
+  return TOption(FApp->add_option(name, values, about)->type_name(type));
+}
+
+TOption TCommand::Real(const std::string& name, double& value, const std::string& about,
+                       const std::string& type) const {
+  return TOption(FApp->add_option(name, value, about)->type_name(type));
+}
+
+namespace {
+
+TOption CheckedNumber(CLI::Option& option, std::uint64_t lowest, std::uint64_t highest, const char* unit) {
+  const auto check = [=](std::string& text) {
+    std::string problem = CheckNumber(text, lowest, highest, unit);
+    // The conversion that follows would read a leading zero as octal.
+    if (problem.empty()) text.erase(0, std::min(text.find_first_not_of('0'), text.size() - 1));
+    return problem;
+  };
+  std::string type = *unit ? unit : "n";
+  std::ranges::transform(type, type.begin(), [](char c) { return static_cast<char>(std::toupper(c)); });
+  return TOption(option.transform(CLI::Validator(check, ""))->type_name(type));
+}
+
+}  // namespace
+
+TOption TCommand::Number(const std::string& name, std::uint64_t& value, std::uint64_t lowest, std::uint64_t highest,
+                         const char* unit, const std::string& about) const {
+  return CheckedNumber(*FApp->add_option(name, value, about), lowest, highest, unit);
+}
+
+TOption TCommand::Number(const std::string& name, std::optional<std::uint64_t>& value, std::uint64_t lowest,
+                         std::uint64_t highest, const char* unit, const std::string& about) const {
+  const std::function<void(const std::uint64_t&)> take = [&value](std::uint64_t number) { value = number; };
+  return CheckedNumber(*FApp->add_option_function<std::uint64_t>(name, take, about), lowest, highest, unit);
+}
+
+void TCommand::TakeExtras(std::vector<std::string>& words) const {
+  FApp->allow_extras();
+  FState->Extras[FApp] = &words;
+}
+
+void TCommand::Help(const THelp& help) const {
+  std::string text = help.Notes.empty() ? "" : help.Notes + "\n\n";
+  if (!help.ExitCodes.empty()) FState->ExitCodes[FApp] = help.ExitCodes;
+  text += Tr("Exit codes: ") + ExitCodes() + "\n\n";
+  if (!help.Examples.empty()) text += Tr("Examples:\n");
+  for (const char* const example : help.Examples) text += std::string("  ") + example + '\n';
+  FApp->footer(text + '\n' + Tr("Software is not the emergency stop."));
+}
+
+std::string TCommand::Name() const { return FApp->get_name(); }
+std::string TCommand::About() const { return FApp->get_description(); }
+std::string TCommand::Footer() const { return FApp->get_footer(); }
+
+std::string TCommand::ExitCodes() const {
+  const auto own = FState->ExitCodes.find(FApp);
+  return own != FState->ExitCodes.end()
+             ? own->second
+             : Tr("0 success, 1 ended otherwise or refused, 2 wrong command line, 3 a file or a device cannot be used");
+}
+
+bool TCommand::Runs() const { return FApp->get_require_subcommand_min() == 0; }
+bool TCommand::IsVariant() const { return FApp->get_fallthrough(); }
+bool TCommand::Has(const std::string& option) const { return FApp->get_option_no_throw(option) != nullptr; }
+std::vector<TOption> TCommand::Options() const { return Shown(*FApp, false); }
+std::vector<TOption> TCommand::Arguments() const { return Shown(*FApp, true); }
+
+std::vector<TCommand> TCommand::Commands() const {
+  std::vector<TCommand> list;
+  for (CLI::App* const app : FApp->get_subcommands([](const CLI::App*) { return true; }))
+    list.emplace_back(app, FState);
+  return list;
+}
+
+// --- TProgram ---
+
+TProgram::TProgram(const std::string& name, const std::string& about, const std::string& version)
+    : FState(std::make_unique<TCommand::TState>(name, about)) {
+  CLI::App& app = FState->App;
+  app.set_version_flag("--version", version, Tr("Print the version and exit"));
+  app.set_help_flag("-h,--help", Tr("Print this page and exit"));
   const auto formatter = std::make_shared<CLI::Formatter>();
   formatter->label("Usage", Tr("Usage"));
   formatter->label("Positionals", Tr("Arguments"));
@@ -182,177 +349,47 @@ void Describe(CLI::App& program, const std::string& commit) {
   formatter->label("REQUIRED", Tr("(required)"));
   formatter->label("Needs", Tr("needs"));
   formatter->label("Excludes", Tr("excludes"));
-  program.formatter(formatter);
-  program.option_defaults()->group(Tr("Options"));
-  program.get_help_ptr()->group(Tr("Options"));
-  program.get_version_ptr()->group(Tr("Options"));
-  program.require_subcommand(0, 1);
+  app.formatter(formatter);
+  app.option_defaults()->group(Tr("Options"));
+  app.get_help_ptr()->group(Tr("Options"));
+  app.get_version_ptr()->group(Tr("Options"));
+  app.require_subcommand(0, 1);
 }
 
-void CheckLanguage(CLI::Option& option) {
-  option.description(Format(Tr("Language: %s"), LanguageNames().c_str()))
-      ->check(CLI::Validator(
-          [](const std::string& text) {
-            return Languages().contains(text)
-                       ? std::string()
-                       : Format(Tr("\"%s\" is not a known language (%s)"), text.c_str(), LanguageNames().c_str());
-          },
-          ""))
-      ->type_name("LANG")
-      ->default_str(GLanguage);
-}
+TProgram::~TProgram() = default;
 
-}  // namespace
+TCommand TProgram::Top() const { return {&FState->App, FState.get()}; }
 
-CLI::Option* AddNumberOption(CLI::App& command, const std::string& name, std::uint64_t& value, std::uint64_t lowest,
-                             std::uint64_t highest, const char* unit, const std::string& description) {
-  const auto check = [=](std::string& text) {
-    std::string problem = CheckNumber(text, lowest, highest, unit);
-    // The conversion that follows would read a leading zero as octal.
-    if (problem.empty()) text.erase(0, std::min(text.find_first_not_of('0'), text.size() - 1));
-    return problem;
-  };
-  std::string type = *unit ? unit : "n";
-  std::ranges::transform(type, type.begin(), [](char c) { return static_cast<char>(std::toupper(c)); });
-  return command.add_option(name, value, description)->transform(CLI::Validator(check, ""))->type_name(type);
-}
-
-CLI::App* AddCommand(CLI::App& parent, const std::string& name, const std::string& about, TCommandRun& run,
-                     TCommandRun action) {
-  CLI::App* const command = parent.add_subcommand(name, about);
-  command->callback([&run, action = std::move(action)] { run = action; });
-  return command;
-}
-
-void AddLanguageOption(CLI::App& command, std::string& language) {
-  language = GLanguage;
-  CheckLanguage(*command.add_option("--lang", language));
-}
-
-void SetHelp(CLI::App& command, const THelp& help) {
-  std::string text = help.Notes.empty() ? "" : help.Notes + "\n\n";
-  text += Tr("Exit codes: ");
-  if (!help.ExitCodes.empty()) GExitCodes[&command] = help.ExitCodes;
-  text += ExitCodesOf(command);
-  text += "\n\n";
-  if (!help.Examples.empty()) text += Tr("Examples:\n");
-  for (const char* const example : help.Examples) text += std::string("  ") + example + '\n';
-  command.footer(text + '\n' + Tr("Software is not the emergency stop."));
-}
-
-std::string ExitCodesOf(const CLI::App& command) {
-  const auto own = GExitCodes.find(&command);
-  return own != GExitCodes.end()
-             ? own->second
-             : Tr("0 success, 1 ended otherwise or refused, 2 wrong command line, 3 a file or a device cannot be used");
-}
-
-void AddSeedOption(CLI::App& command, std::uint64_t& seed) {
-  AddNumberOption(command, "--seed", seed, 0, ~std::uint64_t{0}, "",
-                  Tr("Seed of the random numbers; the same seed, the same run"))
-      ->capture_default_str();
-}
-
-namespace {
-
-void AddPath(CLI::App& command, const char* name, std::optional<std::filesystem::path>& value, const char* type,
-             const char* description) {
-  command
-      .add_option_function<std::string>(
-          name, [&value](const std::string& text) { value = text; }, description)
-      ->check(CLI::Validator(
-          [](const std::string& text) { return text.empty() ? std::string(Tr("the name is empty")) : std::string(); },
-          ""))
-      ->type_name(type);
-}
-
-}  // namespace
-
-void AddStateOption(CLI::App& command, std::optional<std::filesystem::path>& state) {
-  AddPath(command, "--state", state, "DIR",
-          Tr("The state folder (default $XDG_STATE_HOME/ixocut or ~/.local/state/ixocut)"));
-}
-
-void AddMachineOptions(CLI::App& command, std::optional<std::filesystem::path>& machine,
-                       std::optional<std::filesystem::path>& state) {
-  AddPath(command, "--machine", machine, "FILE",
-          Tr("The machine file to use as it is, instead of the copy in the state folder"));
-  AddStateOption(command, state);
-}
-
-void AddCommands(CLI::App& program, TCommandRun& run) {
-  for (const TAddCommand add : kCommands) add(program, run);
-  // Each command takes it, also one that shows nothing but the program's messages.
-  const auto everywhere = [](const auto& self, CLI::App& app) -> void {
-    if (!app.get_option_no_throw("--lang"))
-      CheckLanguage(*app.add_option_function<std::string>("--lang", [](const std::string&) {}));
-    for (CLI::App* const sub : app.get_subcommands({})) {
-      if (sub->get_group() == "Subcommands") sub->group(Tr("Commands"));
-      if (sub->get_help_ptr()) sub->get_help_ptr()->group(Tr("Options"));
-      self(self, *sub);
-    }
-  };
-  everywhere(everywhere, program);
-  SetHelp(program, ProgramHelp());  // last: it is the program's alone
-}
-
-int IxocutMain(int argc, const char* const* argv, TAdditions additions) {
-  std::signal(SIGXFSZ, SIG_IGN);  // a file at its limit is a write that fails, not the end of a machine's controller
-  TLocaleReader locale(ixocontroller::ShareFolder() / "locale");
-  std::optional<ixocontroller::TAddedProcedures> added;
-  std::optional<TAddedMachines> machines;
-  std::optional<ixoverify::TAddedGasMethods> gasMethods;
-  CLI::App program("", "ixocut");
-  TCommandRun run;
-
-  const auto where = [&] {
-    std::string words = "ixocut";
-    for (auto chosen = program.get_subcommands(); !chosen.empty(); chosen = chosen.front()->get_subcommands())
-      words += " " + chosen.front()->get_name();
-    return words;
-  };
-  const auto fail = [&](int exitCode, std::string_view message) {
-    const char* const hint = exitCode == kExitCommandLine ? Tr(" (--help tells more)") : "";
-    std::cerr << where() << ": " << OneLine(message) << hint << std::endl;
-    return exitCode;
-  };
-  const auto failWith = [&](int exitCode, const TProblem& problem) {
-    if (JsonAsked(argc, argv) && !DocumentPrinted()) {
-      std::string words = where();
-      words.erase(0, words.find(' ') + 1);
-      if (words.starts_with("run ")) words = "run";  // as the document of a run that has begun
-      PrintDocument(std::cout, words, nullptr, problem);
-    }
-    return fail(exitCode, problem.Text());
+TCommandRun TProgram::Parse(std::vector<std::string> words) {
+  CLI::App& app = FState->App;
+  const auto tell = [](const std::string& text) {
+    return [text] {
+      std::cout << text << std::flush;
+      return kExitSuccess;
+    };
   };
   try {
-    GLanguage = AskedLanguage(argc, argv);
-    if (const std::string problem = locale.SelectLanguage(GLanguage); !problem.empty()) fail(kExitUnusable, problem);
-    Describe(program, additions.Commit);
-    added.emplace(std::move(additions.Procedures));
-    machines.emplace(std::move(additions.Machines), std::move(additions.Drivers));
-    gasMethods.emplace(std::move(additions.GasMethods));
-    AddCommands(program, run);
-    program.parse(argc, argv);
-    if (!run) {
-      std::string names;
-      for (const CLI::App* known : program.get_subcommands({}))
-        names += (names.empty() ? "" : ", ") + known->get_name();
-      return fail(kExitCommandLine, Format(Tr("a command is needed: %s"), names.c_str()));
-    }
-    const int exitCode = run();
-    std::cout.flush();
-    if (const auto failure = TakeEndFailure()) return fail(kExitUnusable, failure->Text());
-    return std::cout ? exitCode : fail(kExitUnusable, Tr("the standard output cannot be written"));
+    FState->Run = {};
+    std::ranges::reverse(words);  // as the parser takes them
+    app.parse(std::move(words));
+    return FState->Run;
+  } catch (const CLI::CallForHelp&) {
+    return tell(app.help());
+  } catch (const CLI::CallForVersion& e) {
+    return tell(e.what() + std::string("\n"));
   } catch (const CLI::ParseError& e) {
-    if (e.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) return program.exit(e);  // --help, --version
-    return failWith(kExitCommandLine,
-                    WrongCommand(program, e).value_or(TProblem{.What = ParserMessage(OneLine(e.what()))}));
-  } catch (const EProblem& e) {
-    return failWith(ExitCodeOf(e.Blame), e.Problem);
-  } catch (const std::exception& e) {
-    return failWith(kExitUnusable, {.What = e.what()});
+    throw EProblem(pbRequest, WrongCommand(app, e).value_or(TProblem{.What = ParserMessage(OneLine(e.what()))}));
   }
+}
+
+std::string TProgram::ChosenWords() const {
+  std::string words = FState->App.get_name();
+  const CLI::App* app = &FState->App;
+  for (auto chosen = app->get_subcommands(); !chosen.empty(); chosen = app->get_subcommands()) {
+    app = chosen.front();
+    words += " " + app->get_name();
+  }
+  return words;
 }
 
 }  // namespace ixocut

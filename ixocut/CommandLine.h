@@ -1,12 +1,14 @@
-// The command line of `ixocut`. Each command is a function that adds its sub-command, its options and what it runs; the
-// table in CommandLine.cpp lists them in the order of the help page.
+// The command line of `ixocut`: commands with their options, and what is told of them on help pages. CommandLine.cpp is
+// the only source that knows the parser; Program.cpp lists the commands. Main thread.
 #pragma once
 
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "ixocamglue/support/Problem.h"
@@ -31,40 +33,40 @@ inline constexpr int kExitUnusable = 3;     // a file or a device cannot be used
 // What the chosen command does; returns the exit code, throws EProblem.
 using TCommandRun = std::function<int()>;
 
-// Adds one command to the program; when the command line chooses it, it sets `run`.
-using TAddCommand = void (*)(CLI::App& program, TCommandRun& run);
+// An option or an argument of a command; copies are the same one, which lives as long as the program.
+class TOption {
+ public:
+  explicit TOption(CLI::Option* option) : FOption(option) {}
 
-void AddShotCommand(CLI::App& program, TCommandRun& run);
-void AddRunCommand(CLI::App& program, TCommandRun& run);
-void AddProceduresCommand(CLI::App& program, TCommandRun& run);
-void AddTreeCommand(CLI::App& program, TCommandRun& run);
-void AddSweepCommand(CLI::App& program, TCommandRun& run);
-void AddSoakCommand(CLI::App& program, TCommandRun& run);
-void AddRecordCommand(CLI::App& program, TCommandRun& run);
-void AddMonitorCommand(CLI::App& program, TCommandRun& run);
-void AddModbusCommand(CLI::App& program, TCommandRun& run);
-void AddLinkCommand(CLI::App& program, TCommandRun& run);
-void AddSimulateCommand(CLI::App& program, TCommandRun& run);
-void AddConfigCommand(CLI::App& program, TCommandRun& run);
-void AddInfoCommand(CLI::App& program, TCommandRun& run);
-void AddAlarmsCommand(CLI::App& program, TCommandRun& run);
-void AddPanelCommand(CLI::App& program, TCommandRun& run);
-void AddKnobCommand(CLI::App& program, TCommandRun& run);
-void AddGasCommand(CLI::App& program, TCommandRun& run);
-void AddMachineCommand(CLI::App& program, TCommandRun& run);
-void AddServeCommand(CLI::App& program, TCommandRun& run);
-void AddStatusCommand(CLI::App& program, TCommandRun& run);    // and watch
-void AddControlCommands(CLI::App& program, TCommandRun& run);  // stop, pause, continue, all-off, reset
-void AddRunsCommand(CLI::App& program, TCommandRun& run);
-void AddQueueCommand(CLI::App& program, TCommandRun& run);
-void AddTokenCommand(CLI::App& program, TCommandRun& run);  // and console
-void AddTourCommand(CLI::App& program, TCommandRun& run);
-void AddReferenceCommand(CLI::App& program, TCommandRun& run);
-void AddHelpCommands(CLI::App& program, TCommandRun& run);  // completion, manual
+  // --- as it is made; each returns the option ---
+  TOption Required(bool required = true) const;
+  TOption Several() const;      // it may be given several times, with one value each
+  TOption ShowDefault() const;  // the value that its variable has now
+  TOption OneOf(std::vector<std::string> choices) const;
+  TOption NotEmpty(const char* problem) const;
+  // `problemOf` says what is wrong with a text; empty: nothing.
+  TOption Check(std::function<std::string(const std::string& text)> problemOf) const;
+  TOption Needs(TOption other) const;
+  TOption Excludes(TOption other) const;
+  TOption Tells(bool& given) const;  // which becomes true where the option has a value on the command line
 
-// A command below `parent` (the program or another command) that runs `action` when the command line chooses it.
-CLI::App* AddCommand(CLI::App& parent, const std::string& name, const std::string& about, TCommandRun& run,
-                     TCommandRun action);
+  // --- what help pages tell ---
+  [[nodiscard]] std::vector<std::string> Names() const;  // "-h", "--help"; of an argument its name
+  [[nodiscard]] std::string Name() const;                // the one that others refer to it by
+  [[nodiscard]] std::string About() const;
+  [[nodiscard]] bool IsArgument() const;
+  [[nodiscard]] bool IsRequired() const;
+  [[nodiscard]] bool HasValue() const;
+  [[nodiscard]] std::string ValueType() const;             // "FILE", "MS"; empty: without a value, too
+  [[nodiscard]] std::vector<std::string> Choices() const;  // empty: not a few
+  [[nodiscard]] std::string Default() const;
+  [[nodiscard]] std::vector<TOption> Needed() const;
+  [[nodiscard]] std::vector<TOption> Excluded() const;
+
+ private:
+  friend class TCommand;
+  CLI::Option* FOption;
+};
 
 // What stands below the options on a command's help page; its texts are passed through Tr by who writes them.
 struct THelp {
@@ -72,23 +74,131 @@ struct THelp {
   std::string ExitCodes;  // "0 the runs are the same, 1 they differ"; empty: what they are for every command
   std::vector<const char*> Examples;  // "ixocut shot --ms 500"
 };
-void SetHelp(CLI::App& command, const THelp& help);
-// What SetHelp was told of the command's exit codes; what they are for every command where it was told none.
-[[nodiscard]] std::string ExitCodesOf(const CLI::App& command);
+
+// A command, or the program itself; copies are the same one, which lives as long as the program. What is handed over by
+// reference is filled while the command line is read, and lives until then. `about` is shown through Tr by its writer.
+class TCommand {
+ public:
+  struct TState;  // of the program
+  TCommand(CLI::App* app, TState* state) : FApp(app), FState(state) {}
+
+  // A command below this one that runs `action` when it is the last that the command line names.
+  TCommand Add(const std::string& name, const std::string& about, TCommandRun action) const;
+  // One that does nothing itself: a command below it has to be named.
+  TCommand AddGroup(const std::string& name, const std::string& about) const;
+  // One with options of its own for this command's action, which finds its name in `chosen`; this command's options
+  // hold behind it as well. It stands on the help page below `title`.
+  TCommand AddVariant(const std::string& name, const std::string& about, const std::string& title,
+                      std::string& chosen) const;
+
+  // `name` is "--ms", or "FILE" of an argument, which takes the words that are no option's, in the order of the calls.
+  // `type` is how pages name the value.
+  TOption Flag(const std::string& name, bool& value, const std::string& about) const;
+  TOption Flag(const std::string& name, std::function<void()> given, const std::string& about) const;
+  TOption Text(const std::string& name, std::string& value, const std::string& about, const std::string& type) const;
+  TOption Text(const std::string& name, std::function<void(const std::string&)> take, const std::string& about,
+               const std::string& type) const;
+  TOption Path(const std::string& name, std::optional<std::filesystem::path>& value, const std::string& about,
+               const std::string& type) const;
+  // An argument takes all words that are left.
+  TOption Texts(const std::string& name, std::vector<std::string>& values, const std::string& about,
+                const std::string& type) const;
+  // Any number, as the parser reads them.
+  TOption Real(const std::string& name, double& value, const std::string& about, const std::string& type) const;
+  // A whole number from `lowest` to `highest`.
+  TOption Number(const std::string& name, std::uint64_t& value, std::uint64_t lowest, std::uint64_t highest,
+                 const char* unit, const std::string& about) const;
+  TOption Number(const std::string& name, std::optional<std::uint64_t>& value, std::uint64_t lowest,
+                 std::uint64_t highest, const char* unit, const std::string& about) const;
+
+  // Words that nobody expected are no mistake of this command, and of those that are added to it from now on: they are
+  // in `words` when its action runs.
+  void TakeExtras(std::vector<std::string>& words) const;
+  void Help(const THelp& help) const;
+
+  // --- what help pages tell ---
+  [[nodiscard]] std::string Name() const;
+  [[nodiscard]] std::string About() const;
+  [[nodiscard]] std::string Footer() const;  // what Help was told
+  [[nodiscard]] std::string ExitCodes() const;
+  [[nodiscard]] bool Runs() const;  // without a command below it
+  [[nodiscard]] bool IsVariant() const;
+  [[nodiscard]] bool Has(const std::string& option) const;
+  [[nodiscard]] std::vector<TOption> Options() const;
+  [[nodiscard]] std::vector<TOption> Arguments() const;
+  [[nodiscard]] std::vector<TCommand> Commands() const;
+
+ private:
+  [[nodiscard]] TCommand Sub(const std::string& name, const std::string& about) const;
+
+  CLI::App* FApp;
+  TState* FState;
+};
+
+// The whole: what is read, and what was chosen.
+class TProgram {
+ public:
+  TProgram(const std::string& name, const std::string& about, const std::string& version);
+  ~TProgram();
+  TProgram(const TProgram&) = delete;
+  TProgram& operator=(const TProgram&) = delete;
+
+  [[nodiscard]] TCommand Top() const;
+  // What the words ask for; --help and --version are asked for like a command, and nothing is where no command stands
+  // there. `words` are those behind the program's name. Throws EProblem for a wrong command line.
+  [[nodiscard]] TCommandRun Parse(std::vector<std::string> words);
+  // "ixocut gas show", as far as the words were understood.
+  [[nodiscard]] std::string ChosenWords() const;
+
+ private:
+  std::unique_ptr<TCommand::TState> FState;
+};
+
+// Several lines as one; without the blank space around them.
+[[nodiscard]] std::string OneLine(std::string_view text);
+
+// Adds one command to the program, or to the command above it.
+using TAddCommand = void (*)(TCommand program);
+
+void AddShotCommand(TCommand program);
+void AddRunCommand(TCommand program);
+void AddProceduresCommand(TCommand program);
+void AddTreeCommand(TCommand program);
+void AddSweepCommand(TCommand program);
+void AddSoakCommand(TCommand program);
+void AddRecordCommand(TCommand program);
+void AddMonitorCommand(TCommand program);
+void AddModbusCommand(TCommand program);
+void AddLinkCommand(TCommand program);
+void AddSimulateCommand(TCommand program);
+void AddConfigCommand(TCommand program);
+void AddInfoCommand(TCommand program);
+void AddAlarmsCommand(TCommand program);
+void AddPanelCommand(TCommand program);
+void AddKnobCommand(TCommand program);
+void AddGasCommand(TCommand program);
+void AddMachineCommand(TCommand program);
+void AddServeCommand(TCommand program);
+void AddStatusCommand(TCommand program);    // and watch
+void AddControlCommands(TCommand program);  // stop, pause, continue, all-off, reset
+void AddRunsCommand(TCommand program);
+void AddQueueCommand(TCommand program);
+void AddTokenCommand(TCommand program);  // and console
+void AddTourCommand(TCommand program);
+void AddReferenceCommand(TCommand program);
+void AddHelpCommands(TCommand program);  // completion, manual
 
 // All of them.
-void AddCommands(CLI::App& program, TCommandRun& run);
+void AddCommands(TCommand program);
 
 // The options that commands share; each takes its present value as the default, but for the language: that is the one
 // that --lang names anywhere on the command line, else the first of IXOCUT_LANG, LC_ALL, LC_MESSAGES and LANG that
 // names one with texts, else Chinese.
-void AddLanguageOption(CLI::App& command, std::string& language);
-void AddSeedOption(CLI::App& command, std::uint64_t& seed);
-void AddStateOption(CLI::App& command, std::optional<std::filesystem::path>& state);
-void AddMachineOptions(CLI::App& command, std::optional<std::filesystem::path>& machine,
-                       std::optional<std::filesystem::path>& state);
-// An option whose value is a whole number from `lowest` to `highest`.
-CLI::Option* AddNumberOption(CLI::App& command, const std::string& name, std::uint64_t& value, std::uint64_t lowest,
-                             std::uint64_t highest, const char* unit, const std::string& description);
+void AddLanguageOption(TCommand command, std::string& language);
+void AddSeedOption(TCommand command, std::uint64_t& seed);
+TOption AddStateOption(TCommand command, std::optional<std::filesystem::path>& state);
+// --machine and --state, in this order.
+std::vector<TOption> AddMachineOptions(TCommand command, std::optional<std::filesystem::path>& machine,
+                                       std::optional<std::filesystem::path>& state);
 
 }  // namespace ixocut

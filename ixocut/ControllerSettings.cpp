@@ -50,12 +50,12 @@ TControllerOptions TControllerSettings::Options(ILogSink* sink) const {
   return options;
 }
 
-void AddMachineSettings(CLI::App& command, TControllerSettings& settings) {
+void AddMachineSettings(TCommand command, TControllerSettings& settings) {
   AddMachineOptions(command, settings.Machine, settings.State);
   AddLanguageOption(command, settings.Language);
 }
 
-void AddControllerSettings(CLI::App& command, TControllerSettings& settings) {
+void AddControllerSettings(TCommand command, TControllerSettings& settings) {
   AddSeedOption(command, settings.Seed);
   AddMachineSettings(command, settings);
 }

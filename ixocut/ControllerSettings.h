@@ -8,9 +8,6 @@
 
 #include "ixocamglue/support/Problem.h"
 
-namespace CLI {
-class App;
-}
 namespace ixocamglue {
 class ILogSink;
 struct TMachineLimits;
@@ -20,6 +17,7 @@ struct TControllerOptions;
 }  // namespace ixocontroller
 
 namespace ixocut {
+class TCommand;
 
 // Which running controller a command is for (client/Attach.h).
 struct TAttachOptions {
@@ -52,8 +50,8 @@ struct TControllerSettings {
 [[nodiscard]] std::optional<ixocamglue::TProblem> TakeEndFailure();
 
 // --machine, --state, --lang: what a command is given that looks at a machine's file.
-void AddMachineSettings(CLI::App& command, TControllerSettings& settings);
+void AddMachineSettings(TCommand command, TControllerSettings& settings);
 // These and --seed.
-void AddControllerSettings(CLI::App& command, TControllerSettings& settings);
+void AddControllerSettings(TCommand command, TControllerSettings& settings);
 
 }  // namespace ixocut

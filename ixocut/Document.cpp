@@ -2,7 +2,6 @@
 
 #include <ostream>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "ixocamglue/support/JsonText.h"
@@ -15,8 +14,8 @@ bool GPrinted = false;
 
 }  // namespace
 
-CLI::Option* AddJsonOption(CLI::App& command, bool& json) {
-  return command.add_flag("--json", json, Tr("Print one JSON document instead of text"));
+TOption AddJsonOption(TCommand command, bool& json) {
+  return command.Flag("--json", json, Tr("Print one JSON document instead of text"));
 }
 
 bool JsonAsked(int argc, const char* const* argv) {

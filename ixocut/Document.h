@@ -10,16 +10,13 @@
 
 #include "ixocamglue/support/Problem.h"
 
-namespace CLI {
-class App;
-class Option;
-}  // namespace CLI
-
 namespace ixocut {
 using namespace ixocamglue;
+class TCommand;
+class TOption;
 
 // --json. What ends such a command with EProblem before its document is printed is printed as one by the program.
-CLI::Option* AddJsonOption(CLI::App& command, bool& json);
+TOption AddJsonOption(TCommand command, bool& json);
 // Whether --json stands on the command line.
 [[nodiscard]] bool JsonAsked(int argc, const char* const* argv);
 

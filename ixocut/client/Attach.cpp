@@ -3,8 +3,6 @@
 #include <cstdlib>
 #include <iostream>
 
-#include <CLI/CLI.hpp>
-
 #include "controller/StateFiles.h"
 #include "controller/StateFolder.h"
 #include "controller/service/ControllerFile.h"
@@ -44,24 +42,20 @@ TWireAddress AddressAt(const TResult<TWireAddress>& address, TBlame blame, const
 
 }  // namespace
 
-void AddAttachOptions(CLI::App& command, TAttachOptions& attach, bool byItself) {
-  CLI::Option* const url =
-      command.add_option("--url", attach.Url, Tr("The controller at this address, http://127.0.0.1:8620 for example"))
-          ->type_name("URL");
-  command
-      .add_option("--ca", attach.Trusted,
-                  Tr("Who is trusted behind https://, a PEM file (default: IXOCUT_CA, else the system's)"))
-      ->type_name("FILE");
-  command.add_option("--token-file", attach.TokenFile, Tr("The file that holds the token (default: IXOCUT_TOKEN)"))
-      ->type_name("FILE");
+void AddAttachOptions(TCommand command, TAttachOptions& attach, bool byItself) {
+  const TOption url =
+      command.Text("--url", attach.Url, Tr("The controller at this address, http://127.0.0.1:8620 for example"), "URL");
+  command.Text("--ca", attach.Trusted,
+               Tr("Who is trusted behind https://, a PEM file (default: IXOCUT_CA, else the system's)"), "FILE");
+  command.Text("--token-file", attach.TokenFile, Tr("The file that holds the token (default: IXOCUT_TOKEN)"), "FILE");
   if (byItself)
     command
-        .add_flag("--local", attach.Local,
-                  Tr("Without a controller that runs; where one holds the files, on a copy that is not kept"))
-        ->excludes(url);
+        .Flag("--local", attach.Local,
+              Tr("Without a controller that runs; where one holds the files, on a copy that is not kept"))
+        .Excludes(url);
 }
 
-void AddClientOptions(CLI::App& command, TControllerSettings& settings, bool& json, bool byItself) {
+void AddClientOptions(TCommand command, TControllerSettings& settings, bool& json, bool byItself) {
   AddJsonOption(command, json);
   AddAttachOptions(command, settings.Attach, byItself);
   AddMachineSettings(command, settings);

@@ -15,10 +15,10 @@ namespace ixocut {
 using namespace ixocontroller;
 
 // --url, --ca, --token-file and, where the command can work by itself, --local.
-void AddAttachOptions(CLI::App& command, TAttachOptions& attach, bool byItself);
+void AddAttachOptions(TCommand command, TAttachOptions& attach, bool byItself);
 
 // What a command for a controller takes: --json, the above, --machine, --state and --lang.
-void AddClientOptions(CLI::App& command, TControllerSettings& settings, bool& json, bool byItself);
+void AddClientOptions(TCommand command, TControllerSettings& settings, bool& json, bool byItself);
 
 class TAttachment {
  public:

@@ -6,7 +6,6 @@
 #include <unistd.h>
 #include <utility>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "controller/client/ClientLease.h"
@@ -132,35 +131,35 @@ int RunContinue(TControlOptions options, std::ostream& out) {
   return run.Report.Problem ? kExitOtherwise : kExitSuccess;
 }
 
-CLI::App* AddControl(CLI::App& program, const char* name, const char* about, const char* notes,
-                     TControlOptions& options, TCommandRun& run, TCommandRun action) {
-  CLI::App* const command = AddCommand(program, name, Tr(about), run, std::move(action));
-  AddClientOptions(*command, options, options.Json, false);
+TCommand AddControl(TCommand program, const char* name, const char* about, const char* notes, TControlOptions& options,
+                    TCommandRun action) {
+  const TCommand command = program.Add(name, Tr(about), std::move(action));
+  AddClientOptions(command, options, options.Json, false);
   const std::string example = std::string("ixocut ") + name, json = example + " --json";
-  SetHelp(*command,
-          {.Notes = notes,
-           .ExitCodes = Tr(
-               "0 done, 1 refused, ended otherwise or no controller runs, 2 wrong command line, 3 it does not answer"),
-           .Examples = {example.c_str(), json.c_str()}});
+  command.Help(
+      {.Notes = notes,
+       .ExitCodes =
+           Tr("0 done, 1 refused, ended otherwise or no controller runs, 2 wrong command line, 3 it does not answer"),
+       .Examples = {example.c_str(), json.c_str()}});
   return command;
 }
 
 }  // namespace
 
-void AddControlCommands(CLI::App& program, TCommandRun& run) {
+void AddControlCommands(TCommand program) {
   for (const TControl& control : kControls) {
     const auto options = std::make_shared<TControlOptions>();
     AddControl(program, control.Name, control.About,
                control.Lease ? Tr("Takes over control from whoever has it.") : Tr("Needs no control of the machine."),
-               *options, run, [&control, options] { return RunControl(control, *options, std::cout); });
+               *options, [&control, options] { return RunControl(control, *options, std::cout); });
   }
   const auto options = std::make_shared<TControlOptions>();
-  CLI::App* const command =
+  const TCommand command =
       AddControl(program, "continue", TrMark("Go on after a pause or a failure"),
                  Tr("Only where the procedure can be entered again; what will be done again is shown first. Takes over "
                     "control from\nwhoever has it. It is followed to its end, and Ctrl-C stops it."),
-                 *options, run, [options] { return RunContinue(*options, std::cout); });
-  command->add_flag("--yes", options->Yes, Tr("Do what would be shown without asking"));
+                 *options, [options] { return RunContinue(*options, std::cout); });
+  command.Flag("--yes", options->Yes, Tr("Do what would be shown without asking"));
 }
 
 }  // namespace ixocut

@@ -2,7 +2,6 @@
 #include <iostream>
 #include <memory>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "controller/client/ClientLease.h"
@@ -154,78 +153,72 @@ int AnswerJob(const TRunsOptions& options, TWireClient& client, std::ostream& ou
 
 using TAction = int (*)(const TRunsOptions&, TWireClient&, std::ostream&);
 
-std::pair<CLI::App*, std::shared_ptr<TRunsOptions>> AddAsking(CLI::App& parent, const char* name, const char* about,
-                                                              TAction action, TCommandRun& run,
-                                                              std::vector<const char*> examples) {
+std::pair<TCommand, TRunsOptions&> AddAsking(TCommand parent, const char* name, const char* about, TAction action,
+                                             std::vector<const char*> examples) {
   const auto options = std::make_shared<TRunsOptions>();
-  CLI::App* const command = AddCommand(parent, name, about, run, [options, action] {
+  const TCommand command = parent.Add(name, about, [options, action] {
     const TAttachment attachment(*options);
     return action(*options, attachment.Controller(), std::cout);
   });
-  AddClientOptions(*command, *options, options->Json, false);
-  SetHelp(*command,
-          {.Notes = {},
-           .ExitCodes = Tr(
-               "0 done, 1 refused, ended otherwise or no controller runs, 2 wrong command line, 3 it does not answer"),
-           .Examples = std::move(examples)});
-  return {command, options};
+  AddClientOptions(command, *options, options->Json, false);
+  command.Help(
+      {.Notes = {},
+       .ExitCodes =
+           Tr("0 done, 1 refused, ended otherwise or no controller runs, 2 wrong command line, 3 it does not answer"),
+       .Examples = std::move(examples)});
+  return {command, *options};
 }
 
 }  // namespace
 
-void AddRunsCommand(CLI::App& program, TCommandRun& run) {
-  CLI::App* const runs = program.add_subcommand("runs", Tr("What has run: list, steps, comparison"));
-  runs->require_subcommand(1);
-  SetHelp(*runs, {{}, {}, {"ixocut runs list", "ixocut runs show 12", "ixocut runs compare 11 12"}});
-  const auto number = [](CLI::App& command, const char* name, std::uint64_t& value) {
-    AddNumberOption(command, name, value, 1, std::uint64_t{1} << 53U, "", Tr("The number of the run"))->required();
+void AddRunsCommand(TCommand program) {
+  const TCommand runs = program.AddGroup("runs", Tr("What has run: list, steps, comparison"));
+  runs.Help({{}, {}, {"ixocut runs list", "ixocut runs show 12", "ixocut runs compare 11 12"}});
+  const auto number = [](TCommand command, const char* name, std::uint64_t& value) {
+    command.Number(name, value, 1, std::uint64_t{1} << 53U, "", Tr("The number of the run")).Required();
   };
   {
-    const auto [list, options] = AddAsking(*runs, "list", Tr("The last runs, the newest first"), &ListRuns, run,
-                                           {"ixocut runs list", "ixocut runs list --name shot --limit 5 --json"});
-    list->add_option("--name", options->Name, Tr("Only this procedure or sequence"))->type_name("NAME");
-    AddNumberOption(*list, "--limit", options->Limit, 1, 1000, "", Tr("At most so many"))->capture_default_str();
+    auto [list, options] = AddAsking(runs, "list", Tr("The last runs, the newest first"), &ListRuns,
+                                     {"ixocut runs list", "ixocut runs list --name shot --limit 5 --json"});
+    list.Text("--name", options.Name, Tr("Only this procedure or sequence"), "NAME");
+    list.Number("--limit", options.Limit, 1, 1000, "", Tr("At most so many")).ShowDefault();
   }
   {
-    const auto [show, options] =
-        AddAsking(*runs, "show", Tr("One run with the times of its steps"), &ShowRun, run, {"ixocut runs show 12"});
-    number(*show, "RUN", options->A);
+    auto [show, options] =
+        AddAsking(runs, "show", Tr("One run with the times of its steps"), &ShowRun, {"ixocut runs show 12"});
+    number(show, "RUN", options.A);
   }
-  const auto [compare, options] =
-      AddAsking(*runs, "compare", Tr("Two runs step by step"), &CompareRuns, run, {"ixocut runs compare 11 12"});
-  number(*compare, "A", options->A);
-  number(*compare, "B", options->B);
+  auto [compare, options] =
+      AddAsking(runs, "compare", Tr("Two runs step by step"), &CompareRuns, {"ixocut runs compare 11 12"});
+  number(compare, "A", options.A);
+  number(compare, "B", options.B);
 }
 
-void AddQueueCommand(CLI::App& program, TCommandRun& run) {
-  CLI::App* const queue = program.add_subcommand("queue", Tr("What will run: jobs one after the other"));
-  queue->require_subcommand(1);
-  SetHelp(*queue, {{}, {}, {"ixocut queue add change-nozzle --from 1 --to 2", "ixocut queue start"}});
-  const auto job = [](CLI::App& command, std::uint64_t& value) {
-    AddNumberOption(command, "JOB", value, 1, std::uint64_t{1} << 53U, "", Tr("The number of the job"))->required();
+void AddQueueCommand(TCommand program) {
+  const TCommand queue = program.AddGroup("queue", Tr("What will run: jobs one after the other"));
+  queue.Help({{}, {}, {"ixocut queue add change-nozzle --from 1 --to 2", "ixocut queue start"}});
+  const auto job = [](TCommand command, std::uint64_t& value) {
+    command.Number("JOB", value, 1, std::uint64_t{1} << 53U, "", Tr("The number of the job")).Required();
   };
-  (void)AddAsking(*queue, "list", Tr("The jobs"), &ListQueue, run, {"ixocut queue list --json"});
+  (void)AddAsking(queue, "list", Tr("The jobs"), &ListQueue, {"ixocut queue list --json"});
   {
-    const auto [add, options] =
-        AddAsking(*queue, "add", Tr("Add a procedure or a stored sequence"), &AddToQueue, run,
+    auto [add, options] =
+        AddAsking(queue, "add", Tr("Add a procedure or a stored sequence"), &AddToQueue,
                   {"ixocut queue add shot --ms 500", "ixocut queue add purge --question \"Is the plate in place?\""});
-    add->add_option("NAME", options->Name, Tr("The procedure, or the sequence's name"))->required()->type_name("");
-    add->add_option("--question", options->Question, Tr("What the operator is asked before it runs"))
-        ->type_name("TEXT");
-    add->allow_extras();
-    add->parse_complete_callback([add = add, options = options] { options->Params = add->remaining(); });
+    add.Text("NAME", options.Name, Tr("The procedure, or the sequence's name"), "").Required();
+    add.Text("--question", options.Question, Tr("What the operator is asked before it runs"), "TEXT");
+    add.TakeExtras(options.Params);
   }
-  (void)AddAsking(*queue, "start", Tr("Let the jobs run"), &StartQueue, run, {"ixocut queue start"});
-  (void)AddAsking(*queue, "hold", Tr("Start no further job"), &HoldQueue, run, {"ixocut queue hold"});
+  (void)AddAsking(queue, "start", Tr("Let the jobs run"), &StartQueue, {"ixocut queue start"});
+  (void)AddAsking(queue, "hold", Tr("Start no further job"), &HoldQueue, {"ixocut queue hold"});
   {
-    const auto [remove, options] =
-        AddAsking(*queue, "remove", Tr("Take a job out"), &RemoveJob, run, {"ixocut queue remove 3"});
-    job(*remove, options->A);
+    auto [remove, options] = AddAsking(queue, "remove", Tr("Take a job out"), &RemoveJob, {"ixocut queue remove 3"});
+    job(remove, options.A);
   }
-  const auto [answer, options] =
-      AddAsking(*queue, "answer", Tr("Answer a job's question"), &AnswerJob, run, {"ixocut queue answer 3 yes"});
-  job(*answer, options->A);
-  answer->add_option("ANSWER", options->Answer, Tr("One of its choices"))->required()->type_name("");
+  auto [answer, options] =
+      AddAsking(queue, "answer", Tr("Answer a job's question"), &AnswerJob, {"ixocut queue answer 3 yes"});
+  job(answer, options.A);
+  answer.Text("ANSWER", options.Answer, Tr("One of its choices"), "").Required();
 }
 
 }  // namespace ixocut

@@ -5,7 +5,6 @@
 #include <thread>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "controller/Serving.h"
@@ -78,43 +77,35 @@ int RunServe(TServeOptions options, std::ostream& out) {
 
 }  // namespace
 
-void AddServeCommand(CLI::App& program, TCommandRun& run) {
+void AddServeCommand(TCommand program) {
   const auto options = std::make_shared<TServeOptions>();
-  CLI::App* const serve = AddCommand(program, "serve", Tr("Run the controller until it is ended"), run,
+  const TCommand serve = program.Add("serve", Tr("Run the controller until it is ended"),
                                      [options] { return RunServe(*options, std::cout); });
-  CLI::Option* const realtime =
-      serve->add_flag("--realtime", options->Realtime, Tr("Run on the real clock, as without this option"));
-  AddNumberOption(*serve, "--virtual", options->Virtual, 1, 100'000, "",
-                  Tr("Run the machine's clock so many times as fast, 1 to 100000: for demonstrations and tests"))
-      ->excludes(realtime);
-  AddNumberOption(*serve, "--port", options->Port, 0, 0xFFFF, "", Tr("The port; 0 takes a free one"))
-      ->capture_default_str();
+  const TOption realtime =
+      serve.Flag("--realtime", options->Realtime, Tr("Run on the real clock, as without this option"));
   serve
-      ->add_option("--listen", options->Listen,
-                   Tr("The address; another than the loopback's needs --cert and --key, or --insecure"))
-      ->type_name("ADDRESS")
-      ->capture_default_str();
-  CLI::Option* const certificate =
-      serve
-          ->add_option("--cert", options->Certificate,
-                       Tr("TLS: a PEM file with the certificate, then those that issued it"))
-          ->type_name("FILE");
-  CLI::Option* const key =
-      serve->add_option("--key", options->Key, Tr("Its key, a PEM file that nobody else can read"))->type_name("FILE");
-  certificate->needs(key);
-  key->needs(certificate);
+      .Number("--virtual", options->Virtual, 1, 100'000, "",
+              Tr("Run the machine's clock so many times as fast, 1 to 100000: for demonstrations and tests"))
+      .Excludes(realtime);
+  serve.Number("--port", options->Port, 0, 0xFFFF, "", Tr("The port; 0 takes a free one")).ShowDefault();
   serve
-      ->add_flag("--insecure", options->Insecure,
-                 Tr("Let other machines in without encryption; none of them has the role service"))
-      ->excludes(certificate);
-  serve->add_option("--host", options->Hosts, Tr("A further name that it is asked under; may be given several times"))
-      ->expected(1)
-      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
-      ->type_name("NAME");
-  AddJsonOption(*serve, options->Json);
-  AddControllerSettings(*serve, *options);
-  SetHelp(
-      *serve,
+      .Text("--listen", options->Listen,
+            Tr("The address; another than the loopback's needs --cert and --key, or --insecure"), "ADDRESS")
+      .ShowDefault();
+  const TOption certificate = serve.Text("--cert", options->Certificate,
+                                         Tr("TLS: a PEM file with the certificate, then those that issued it"), "FILE");
+  const TOption key = serve.Text("--key", options->Key, Tr("Its key, a PEM file that nobody else can read"), "FILE");
+  certificate.Needs(key);
+  key.Needs(certificate);
+  serve
+      .Flag("--insecure", options->Insecure,
+            Tr("Let other machines in without encryption; none of them has the role service"))
+      .Excludes(certificate);
+  serve.Texts("--host", options->Hosts, Tr("A further name that it is asked under; may be given several times"), "NAME")
+      .Several();
+  AddJsonOption(serve, options->Json);
+  AddControllerSettings(serve, *options);
+  serve.Help(
       {.Notes = Tr("All other commands of this state folder then work on this controller. Ctrl-C and SIGTERM end it, "
                    "dark and in\norder. The link for the console in a browser is shown on a terminal only; "
                    "\"ixocut console\" makes a new one.\nSIGHUP of a service "

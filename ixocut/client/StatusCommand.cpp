@@ -4,8 +4,6 @@
 #include <memory>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
-
 #include "controller/SignalStop.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
@@ -145,23 +143,21 @@ int RunWatch(TStatusOptions options, std::ostream& out) {
 
 }  // namespace
 
-void AddStatusCommand(CLI::App& program, TCommandRun& run) {
+void AddStatusCommand(TCommand program) {
   const auto add = [&](const char* name, const char* about, auto action, std::vector<const char*> examples) {
     const auto options = std::make_shared<TStatusOptions>();
-    CLI::App* const command =
-        AddCommand(program, name, about, run, [options, action] { return action(*options, std::cout); });
-    AddClientOptions(*command, *options, options->Json, false);
-    SetHelp(*command, {.Notes = {},
-                       .ExitCodes = Tr("0 a controller runs, 1 none runs, 2 wrong command line, 3 it does not answer"),
-                       .Examples = std::move(examples)});
+    const TCommand command = program.Add(name, about, [options, action] { return action(*options, std::cout); });
+    AddClientOptions(command, *options, options->Json, false);
+    command.Help({.Notes = {},
+                  .ExitCodes = Tr("0 a controller runs, 1 none runs, 2 wrong command line, 3 it does not answer"),
+                  .Examples = std::move(examples)});
     return std::pair(command, options);
   };
   add("status", Tr("What the controller does now"), &RunStatus,
       {"ixocut status", "ixocut status --json", "ixocut status --url http://127.0.0.1:8620"});
   const auto [watch, options] = add("watch", Tr("Follow the controller: state, step, positions, signals, alarms"),
                                     &RunWatch, {"ixocut watch", "ixocut watch --for 60000 --json"});
-  AddNumberOption(*watch, "--for", options->ForMs, 1, 86'400'000, "ms",
-                  Tr("End by itself after this time, 1 to 86400000"));
+  watch.Number("--for", options->ForMs, 1, 86'400'000, "ms", Tr("End by itself after this time, 1 to 86400000"));
 }
 
 }  // namespace ixocut

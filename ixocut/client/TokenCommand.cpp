@@ -3,7 +3,6 @@
 #include <memory>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "controller/StateFolder.h"
@@ -81,43 +80,38 @@ int RunConsole(TTokenOptions options, std::ostream& out) {
 
 }  // namespace
 
-void AddTokenCommand(CLI::App& program, TCommandRun& run) {
-  CLI::App* const token = program.add_subcommand("token", Tr("Who may ask the controller, and what"));
-  token->require_subcommand(1);
+void AddTokenCommand(TCommand program) {
+  const TCommand token = program.AddGroup("token", Tr("Who may ask the controller, and what"));
   const THelp help{.Notes = Tr("viewer reads, operator commands, service may also change what protects the machine. A "
                                "token is shown once; what is\nkept is its hash. They hold for the controller that "
                                "runs without its being told."),
                    .ExitCodes = Tr("0 success, 1 refused, 2 wrong command line, 3 a file cannot be used"),
                    .Examples = {"ixocut token add kitchen --role viewer", "ixocut token list --json",
                                 "ixocut token revoke kitchen"}};
-  SetHelp(*token, help);
-  const auto add = [&](CLI::App& parent, const char* name, const char* about, auto action, bool named, bool hasRole,
+  token.Help(help);
+  const auto add = [&](TCommand parent, const char* name, const char* about, auto action, bool named, bool hasRole,
                        const char* example) {
     const auto options = std::make_shared<TTokenOptions>();
-    CLI::App* const command =
-        AddCommand(parent, name, about, run, [options, action] { return action(*options, std::cout); });
-    if (named) command->add_option("NAME", options->Name, Tr("Its name"))->required()->type_name("");
-    if (hasRole)
-      command->add_option("--role", options->Role, Tr("viewer, operator or service"))
-          ->type_name("ROLE")
-          ->capture_default_str();
-    AddStateOption(*command, options->State);
-    AddLanguageOption(*command, options->Language);
-    SetHelp(*command, {.Notes = help.Notes, .ExitCodes = help.ExitCodes, .Examples = {example}});
+    const TCommand command = parent.Add(name, about, [options, action] { return action(*options, std::cout); });
+    if (named) command.Text("NAME", options->Name, Tr("Its name"), "").Required();
+    if (hasRole) command.Text("--role", options->Role, Tr("viewer, operator or service"), "ROLE").ShowDefault();
+    AddStateOption(command, options->State);
+    AddLanguageOption(command, options->Language);
+    command.Help({.Notes = help.Notes, .ExitCodes = help.ExitCodes, .Examples = {example}});
     return std::pair(command, options);
   };
   for (const auto& [command, options] :
-       {add(*token, "add", Tr("Make one and show it"), &RunTokenAdd, true, true,
+       {add(token, "add", Tr("Make one and show it"), &RunTokenAdd, true, true,
             "ixocut token add kitchen --role viewer"),
-        add(*token, "list", Tr("Show their names and roles"), &RunTokenList, false, false, "ixocut token list --json"),
-        add(*token, "revoke", Tr("End one"), &RunTokenRevoke, true, false, "ixocut token revoke kitchen")})
-    AddJsonOption(*command, options->Json);
+        add(token, "list", Tr("Show their names and roles"), &RunTokenList, false, false, "ixocut token list --json"),
+        add(token, "revoke", Tr("End one"), &RunTokenRevoke, true, false, "ixocut token revoke kitchen")})
+    AddJsonOption(command, options->Json);
   const auto [console, options] = add(program, "console", Tr("Make a new link for the console in a browser"),
                                       &RunConsole, false, true, "ixocut console");
-  AddAttachOptions(*console, options->Attach, false);
-  SetHelp(*console, {.Notes = Tr("The link holds a code that is good once, for 60 s; it is shown on a terminal only."),
-                     .ExitCodes = {},
-                     .Examples = {"ixocut console", "ixocut console --role viewer"}});
+  AddAttachOptions(console, options->Attach, false);
+  console.Help({.Notes = Tr("The link holds a code that is good once, for 60 s; it is shown on a terminal only."),
+                .ExitCodes = {},
+                .Examples = {"ixocut console", "ixocut console --role viewer"}});
 }
 
 }  // namespace ixocut

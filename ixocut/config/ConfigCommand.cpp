@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <iostream>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "controller/StateFiles.h"
@@ -289,9 +288,8 @@ int History(TConfigOptions options, std::ostream& out) {
   return kExitSuccess;
 }
 
-void SetConfigHelp(CLI::App& command, std::vector<const char*> examples) {
-  SetHelp(
-      command,
+void SetConfigHelp(TCommand command, std::vector<const char*> examples) {
+  command.Help(
       {.Notes = Tr("Paths are names with slashes, items of lists counted from 1: \"AutoCleanHead/CleanCount\",\n"
                    "\"MarkPoints/MarkPoint[2]/CustomDesc\". Values are written as the file has them. A controller that "
                    "runs saves "
@@ -303,77 +301,75 @@ void SetConfigHelp(CLI::App& command, std::vector<const char*> examples) {
 
 }  // namespace
 
-void AddConfigCommand(CLI::App& program, TCommandRun& run) {
+void AddConfigCommand(TCommand program) {
   const auto options = std::make_shared<TConfigOptions>();
-  CLI::App* const config = program.add_subcommand("config", Tr("Check, show and edit the machine file"));
-  config->require_subcommand(1);
+  const TCommand config = program.AddGroup("config", Tr("Check, show and edit the machine file"));
   const auto command = [&](const char* name, const char* description, std::vector<const char*> examples, auto action) {
-    CLI::App* const sub = AddCommand(*config, name, description, run, [options, action] { return action(*options); });
-    SetConfigHelp(*sub, std::move(examples));
-    AddJsonOption(*sub, options->Setting.Json);
+    const TCommand sub = config.Add(name, description, [options, action] { return action(*options); });
+    SetConfigHelp(sub, std::move(examples));
+    AddJsonOption(sub, options->Setting.Json);
     return sub;
   };
-  const auto file = [&](CLI::App* sub, const char* name, std::string& value, const char* description) {
-    return sub->add_option(name, value, description)->required()->type_name("");
+  const auto file = [&](TCommand sub, const char* name, std::string& value, const char* description) {
+    return sub.Text(name, value, description, "").Required();
   };
 
-  CLI::App* const check = command("check", Tr("Name every problem of a machine file"),
-                                  {"ixocut config check machine.xml", "ixocut config check machine.xml --all"},
-                                  [](auto& o) { return RunConfigCheck(o.File, o.All, o.Setting.Json, std::cout); });
+  const TCommand check = command("check", Tr("Name every problem of a machine file"),
+                                 {"ixocut config check machine.xml", "ixocut config check machine.xml --all"},
+                                 [](auto& o) { return RunConfigCheck(o.File, o.All, o.Setting.Json, std::cout); });
   file(check, "FILE", options->File, Tr("The machine file"));
-  check->add_flag("--all", options->All, Tr("List the names too that the library does not know"));
+  check.Flag("--all", options->All, Tr("List the names too that the library does not know"));
 
-  CLI::App* const show =
+  const TCommand show =
       command("show", Tr("Print every property with its value, its unit and what it does"),
               {"ixocut config show AutoCleanHead", "ixocut config show NozzleChange/NozzlePosItems/PosItem[1]",
                "ixocut config show --json"},
               [](auto& o) { return RunConfigShow(o.MachinePath(), o.Path, o.Setting.Json, std::cout); });
-  show->add_option("SECTION", options->Path, Tr("Only this section"))->type_name("");
-  AddMachineOptions(*show, options->Machine, options->State);
+  show.Text("SECTION", options->Path, Tr("Only this section"), "");
+  AddMachineOptions(show, options->Machine, options->State);
 
-  CLI::App* const get =
+  const TCommand get =
       command("get", Tr("Print the value of one property"),
               {"ixocut config get AutoCleanHead/CleanCount", "ixocut config get Laser/MaxPower --json"},
               [](auto& o) { return RunConfigGet(o.MachinePath(), o.Path, o.Setting.Json, std::cout); });
   file(get, "PATH", options->Path, Tr("The property"));
-  AddMachineOptions(*get, options->Machine, options->State);
+  AddMachineOptions(get, options->Machine, options->State);
 
-  CLI::App* const set = command("set", Tr("Set one property and save the file"),
-                                {"ixocut config set AutoCleanHead/CleanCount 3",
-                                 "ixocut config set \"MarkPoints/MarkPoint[2]/CustomDesc\" Loading",
-                                 "ixocut config set Axes/Axis[1]/SoftLimitPos 3000 --force"},
-                                [](auto& o) { return Set(o, std::cout); });
+  const TCommand set = command("set", Tr("Set one property and save the file"),
+                               {"ixocut config set AutoCleanHead/CleanCount 3",
+                                "ixocut config set \"MarkPoints/MarkPoint[2]/CustomDesc\" Loading",
+                                "ixocut config set Axes/Axis[1]/SoftLimitPos 3000 --force"},
+                               [](auto& o) { return Set(o, std::cout); });
   file(set, "PATH", options->Path, Tr("The property"));
   file(set, "VALUE", options->Value, Tr("Its new value"));
-  set->add_flag("--force", options->Setting.Force, Tr("Also a value that check would name"));
-  AddMachineSettings(*set, *options);
-  AddAttachOptions(*set, options->Attach, true);
+  set.Flag("--force", options->Setting.Force, Tr("Also a value that check would name"));
+  AddMachineSettings(set, *options);
+  AddAttachOptions(set, options->Attach, true);
 
-  CLI::App* const diff = command("diff", Tr("Print the properties in which two machine files differ"),
-                                 {"ixocut config diff machine.xml machine.xml.bak"},
-                                 [](auto& o) { return RunConfigDiff(o.File, o.Other, o.Setting.Json, std::cout); });
+  const TCommand diff = command("diff", Tr("Print the properties in which two machine files differ"),
+                                {"ixocut config diff machine.xml machine.xml.bak"},
+                                [](auto& o) { return RunConfigDiff(o.File, o.Other, o.Setting.Json, std::cout); });
   file(diff, "A", options->File, Tr("The first file"));
   file(diff, "B", options->Other, Tr("The second file"));
 
-  CLI::App* const history = command("history", Tr("Who has changed what on a controller, the newest last"),
-                                    {"ixocut config history", "ixocut config history --limit 5 --json"},
-                                    [](auto& o) { return History(o, std::cout); });
-  AddNumberOption(*history, "--limit", options->Limit, 1, 10 * TConfigHistory::kKept, "", Tr("At most so many"))
-      ->capture_default_str();
-  AddMachineSettings(*history, *options);
-  AddAttachOptions(*history, options->Attach, false);
+  const TCommand history = command("history", Tr("Who has changed what on a controller, the newest last"),
+                                   {"ixocut config history", "ixocut config history --limit 5 --json"},
+                                   [](auto& o) { return History(o, std::cout); });
+  history.Number("--limit", options->Limit, 1, 10 * TConfigHistory::kKept, "", Tr("At most so many")).ShowDefault();
+  AddMachineSettings(history, *options);
+  AddAttachOptions(history, options->Attach, false);
 
   command("schema", Tr("Print every property with its type, default, unit, range and what it does"),
           {"ixocut config schema", "ixocut config schema --json"},
           [](auto& o) { return RunConfigSchema(o.Setting.Json, std::cout); });
 
-  CLI::App* const restore = command("restore", Tr("Put the previous version of the machine file back"),
-                                    {"ixocut config restore", "ixocut config restore --machine machine.xml"},
-                                    [](auto& o) { return Restore(o, std::cout); });
-  AddMachineSettings(*restore, *options);
-  AddAttachOptions(*restore, options->Attach, true);
-  SetConfigHelp(*config, {"ixocut config check machine.xml", "ixocut config set AutoCleanHead/CleanCount 3",
-                          "ixocut config show NozzleChange --json"});
+  const TCommand restore = command("restore", Tr("Put the previous version of the machine file back"),
+                                   {"ixocut config restore", "ixocut config restore --machine machine.xml"},
+                                   [](auto& o) { return Restore(o, std::cout); });
+  AddMachineSettings(restore, *options);
+  AddAttachOptions(restore, options->Attach, true);
+  SetConfigHelp(config, {"ixocut config check machine.xml", "ixocut config set AutoCleanHead/CleanCount 3",
+                         "ixocut config show NozzleChange --json"});
 }
 
 }  // namespace ixocut

@@ -1,6 +1,5 @@
 #include <iostream>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "controller/config/ConfigJson.h"
@@ -76,18 +75,17 @@ int RunInfo(const std::filesystem::path& file, const std::string& language, bool
   return kExitSuccess;
 }
 
-void AddInfoCommand(CLI::App& program, TCommandRun& run) {
+void AddInfoCommand(TCommand program) {
   const auto options = std::make_shared<TInfoOptions>();
-  CLI::App* const info =
-      AddCommand(program, "info", Tr("Print what the machine has, as its file says"), run,
-                 [options] { return RunInfo(options->MachineFile(), options->Language, options->Json, std::cout); });
-  AddJsonOption(*info, options->Json);
-  AddMachineSettings(*info, *options);
-  SetHelp(*info,
-          {.Notes = Tr("Gas types with their DA port, cutting head, focus caption, maximum speed, analogue ports by\n"
-                       "their key. What is wrong in these sections of the file is told on the error output."),
-           .ExitCodes = Tr("0 success, 2 wrong command line, 3 the machine file cannot be used"),
-           .Examples = {"ixocut info", "ixocut info --machine machine.xml --json"}});
+  const TCommand info = program.Add("info", Tr("Print what the machine has, as its file says"), [options] {
+    return RunInfo(options->MachineFile(), options->Language, options->Json, std::cout);
+  });
+  AddJsonOption(info, options->Json);
+  AddMachineSettings(info, *options);
+  info.Help({.Notes = Tr("Gas types with their DA port, cutting head, focus caption, maximum speed, analogue ports by\n"
+                         "their key. What is wrong in these sections of the file is told on the error output."),
+             .ExitCodes = Tr("0 success, 2 wrong command line, 3 the machine file cannot be used"),
+             .Examples = {"ixocut info", "ixocut info --machine machine.xml --json"}});
 }
 
 }  // namespace ixocut

@@ -6,7 +6,6 @@
 #include <unistd.h>
 #include <utility>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "controller/HostTexts.h"
@@ -311,45 +310,37 @@ int RunCalibrate(TCalibrateOptions options, std::ostream& out) {
 
 }  // namespace
 
-void AddGasCalibrateCommand(CLI::App& gas, TCommandRun& run) {
+void AddGasCalibrateCommand(TCommand gas) {
   const auto options = std::make_shared<TCalibrateOptions>();
   options->Saves = true;
-  CLI::App* const command = AddCommand(gas, "calibrate", Tr("Measure the valves' curves on the simulated machine"), run,
-                                       [options] { return RunCalibrate(*options, std::cout); });
-  command->add_option("--gas", options->Gases, std::string(Tr("The gases, separated by commas: ")) + Tr(kGasHelp))
-      ->required()
-      ->type_name("LIST");
-  AddNozzleOptions(*command, options->Nozzle.Type, options->Nozzle.Size, true);
-  command->add_option("--plot", options->Plot, Tr("Draw the points, the curve and the pressures over time (.svg)"))
-      ->type_name("FILE");
+  const TCommand command = gas.Add("calibrate", Tr("Measure the valves' curves on the simulated machine"),
+                                   [options] { return RunCalibrate(*options, std::cout); });
+  command.Text("--gas", options->Gases, std::string(Tr("The gases, separated by commas: ")) + Tr(kGasHelp), "LIST")
+      .Required();
+  AddNozzleOptions(command, options->Nozzle.Type, options->Nozzle.Size, true);
+  command.Text("--plot", options->Plot, Tr("Draw the points, the curve and the pressures over time (.svg)"), "FILE");
   command
-      ->add_option("--method", options->Method,
-                   Tr("exact, or refined: more points where the curve bends, the settling extrapolated"))
-      ->check(CLI::IsMember({"exact", "refined"}))
-      ->type_name("NAME")
-      ->capture_default_str();
-  CLI::Option* const record =
-      command
-          ->add_option("--record", options->Record, Tr("Keep every sample in this file, for \"gas verdict\" (.json)"))
-          ->type_name("FILE");
-  command->add_flag("--descend", options->Descend, Tr("Measure the same voltages once more downwards, for the record"))
-      ->needs(record);
-  command->add_flag("--keep", options->Keep, Tr("Store a calibration all the same whose verdict is bad"));
-  command->add_flag("--journal", options->Journal, Tr("Show the machine's journal: every command and what came of it"));
+      .Text("--method", options->Method,
+            Tr("exact, or refined: more points where the curve bends, the settling extrapolated"), "NAME")
+      .OneOf({"exact", "refined"})
+      .ShowDefault();
+  const TOption record = command.Text("--record", options->Record,
+                                      Tr("Keep every sample in this file, for \"gas verdict\" (.json)"), "FILE");
+  command.Flag("--descend", options->Descend, Tr("Measure the same voltages once more downwards, for the record"))
+      .Needs(record);
+  command.Flag("--keep", options->Keep, Tr("Store a calibration all the same whose verdict is bad"));
+  command.Flag("--journal", options->Journal, Tr("Show the machine's journal: every command and what came of it"));
   std::vector<std::string> faults;
   for (const TMachineFault& fault : MachineFaults())
     if (std::string_view(fault.Name).starts_with("gas.")) faults.emplace_back(fault.Name);
-  command->add_option("--fault", options->Faults, Tr("Something of the simulated machine's gas that fails"))
-      ->check(CLI::IsMember(faults))
-      ->expected(1)
-      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
-      ->type_name("NAME");
-  command->add_flag("--realtime", options->Realtime, Tr("Run on the real clock; Ctrl-C stops the calibration"));
-  AddJsonOption(*command, options->Json);
-  AddControllerSettings(*command, *options);
-  AddAttachOptions(*command, options->Attach, true);
-  SetHelp(
-      *command,
+  command.Texts("--fault", options->Faults, Tr("Something of the simulated machine's gas that fails"), "NAME")
+      .OneOf(faults)
+      .Several();
+  command.Flag("--realtime", options->Realtime, Tr("Run on the real clock; Ctrl-C stops the calibration"));
+  AddJsonOption(command, options->Json);
+  AddControllerSettings(command, *options);
+  AddAttachOptions(command, options->Attach, true);
+  command.Help(
       {.Notes =
            Tr("The curves go into the machine file, once all gases are done, and into GasCalibration.config beside it "
               "under\nthe nozzle. A pressure that does not settle within 15 s stops the calibration. Where the "

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include <CLI/CLI.hpp>
-
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/Texts.h"
@@ -31,31 +29,23 @@ std::vector<std::int32_t> AskedGases(const std::string& text) {
   throw EProblem(pbRequest, std::move(problem));
 }
 
-void AddNozzleOptions(CLI::App& command, std::string& nozzle, double& size, bool required) {
-  command.add_option("--nozzle", nozzle, Tr("The nozzle's type, S or D for example"))
-      ->check(CLI::Validator(
-          [](const std::string& text) { return text.empty() ? std::string(Tr("the type is empty")) : std::string(); },
-          ""))
-      ->type_name("TYPE")
-      ->required(required);
-  command.add_option("--size", size, Tr("The nozzle's diameter in mm, above 0 to 100"))
-      ->check(CLI::Validator(
-          [](const std::string& text) {
-            const auto value = ParseNumber<double>(text);
-            const bool fits = value && *value > 0.0 && *value <= kLargestNozzleMm;
-            return fits ? std::string() : Format(Tr("\"%s\" is no diameter above 0 to 100 mm"), text.c_str());
-          },
-          ""))
-      ->type_name("MM")
-      ->required(required);
+void AddNozzleOptions(TCommand command, std::string& nozzle, double& size, bool required) {
+  command.Text("--nozzle", nozzle, Tr("The nozzle's type, S or D for example"), "TYPE")
+      .NotEmpty(Tr("the type is empty"))
+      .Required(required);
+  command.Real("--size", size, Tr("The nozzle's diameter in mm, above 0 to 100"), "MM")
+      .Check([](const std::string& text) {
+        const auto value = ParseNumber<double>(text);
+        const bool fits = value && *value > 0.0 && *value <= kLargestNozzleMm;
+        return fits ? std::string() : Format(Tr("\"%s\" is no diameter above 0 to 100 mm"), text.c_str());
+      })
+      .Required(required);
 }
 
-void AddGasCommand(CLI::App& program, TCommandRun& run) {
-  CLI::App* const gas =
-      program.add_subcommand("gas", Tr("Calibrate gas valves; look at, load, compare, use and judge what came of it"));
-  gas->require_subcommand(1);
-  SetHelp(
-      *gas,
+void AddGasCommand(TCommand program) {
+  const TCommand gas =
+      program.AddGroup("gas", Tr("Calibrate gas valves; look at, load, compare, use and judge what came of it"));
+  gas.Help(
       {.Notes = {},
        .ExitCodes = Tr("0 success, 1 it ended otherwise or the tables differ, 2 wrong command line, 3 a file or device "
                        "problem"),
@@ -63,7 +53,7 @@ void AddGasCommand(CLI::App& program, TCommandRun& run) {
                     "ixocut gas diff --gas O2 --nozzle S --size 1.5", "ixocut gas load --gas O2 --nozzle S --size 1.5",
                     "ixocut gas pressure --gas O2 --bar 3.5", "ixocut gas verdict gas.json",
                     "ixocut gas study --valves 40 --seed 1"}});
-  for (const TAddCommand add : kGasCommands) add(*gas, run);
+  for (const TAddCommand add : kGasCommands) add(gas);
 }
 
 }  // namespace ixocut

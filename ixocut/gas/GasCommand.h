@@ -12,16 +12,16 @@
 namespace ixocut {
 using namespace ixocontroller;
 
-void AddGasCalibrateCommand(CLI::App& gas, TCommandRun& run);
-void AddGasTableCommands(CLI::App& gas, TCommandRun& run);  // load, show, diff
-void AddGasPressureCommand(CLI::App& gas, TCommandRun& run);
-void AddGasVerdictCommand(CLI::App& gas, TCommandRun& run);
-void AddGasStudyCommand(CLI::App& gas, TCommandRun& run);
+void AddGasCalibrateCommand(TCommand gas);
+void AddGasTableCommands(TCommand gas);  // load, show, diff
+void AddGasPressureCommand(TCommand gas);
+void AddGasVerdictCommand(TCommand gas);
+void AddGasStudyCommand(TCommand gas);
 
 // --- options that the sub-commands share ---
 
 // "Air,O2" or "1,2" as gas types, each once and known; throws EProblem for the command line.
 [[nodiscard]] std::vector<std::int32_t> AskedGases(const std::string& text);
-void AddNozzleOptions(CLI::App& command, std::string& nozzle, double& size, bool required);
+void AddNozzleOptions(TCommand command, std::string& nozzle, double& size, bool required);
 
 }  // namespace ixocut

@@ -2,7 +2,6 @@
 #include <iostream>
 #include <memory>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "controller/HostTexts.h"
@@ -65,22 +64,22 @@ int RunPressure(const TPressureOptions& options, std::ostream& out) {
 
 }  // namespace
 
-void AddGasPressureCommand(CLI::App& gas, TCommandRun& run) {
+void AddGasPressureCommand(TCommand gas) {
   const auto options = std::make_shared<TPressureOptions>();
-  CLI::App* const command =
-      AddCommand(gas, "pressure", Tr("Set a pressure by the stored table and see what the machine reaches"), run,
-                 [options] { return RunPressure(*options, std::cout); });
-  command->add_option("--gas", options->Gas, std::string(Tr("The gas: ")) + Tr(kGasHelp))->required()->type_name("GAS");
-  command->add_option("--bar", options->Bar, Tr("The pressure"))->required()->type_name("BAR");
-  AddJsonOption(*command, options->Json);
-  AddControllerSettings(*command, *options);
-  SetHelp(*command,
-          {.Notes = Tr("The pressure reached is the simulated machine's own, at rest; the error is its difference from "
-                       "--bar."),
-           .ExitCodes =
-               Tr("0 done, 1 no table is in use or its curve does not reach so far, 2 wrong command line, 3 a file "
-                  "or device problem"),
-           .Examples = {"ixocut gas pressure --gas O2 --bar 3.5"}});
+  const TCommand command =
+      gas.Add("pressure", Tr("Set a pressure by the stored table and see what the machine reaches"),
+              [options] { return RunPressure(*options, std::cout); });
+  command.Text("--gas", options->Gas, std::string(Tr("The gas: ")) + Tr(kGasHelp), "GAS").Required();
+  command.Text("--bar", options->Bar, Tr("The pressure"), "BAR").Required();
+  AddJsonOption(command, options->Json);
+  AddControllerSettings(command, *options);
+  command.Help(
+      {.Notes = Tr("The pressure reached is the simulated machine's own, at rest; the error is its difference from "
+                   "--bar."),
+       .ExitCodes =
+           Tr("0 done, 1 no table is in use or its curve does not reach so far, 2 wrong command line, 3 a file "
+              "or device problem"),
+       .Examples = {"ixocut gas pressure --gas O2 --bar 3.5"}});
 }
 
 }  // namespace ixocut

@@ -2,7 +2,6 @@
 #include <iostream>
 #include <memory>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "ixocamglue/platform/xml/MachineConfig.h"
@@ -62,21 +61,19 @@ int RunStudy(const TStudyOptions& options, std::ostream& out) {
 
 }  // namespace
 
-void AddGasStudyCommand(CLI::App& gas, TCommandRun& run) {
+void AddGasStudyCommand(TCommand gas) {
   const auto options = std::make_shared<TStudyOptions>();
-  CLI::App* const command =
-      AddCommand(gas, "study", Tr("Compare the methods of calibration over many simulated valves"), run,
-                 [options] { return RunStudy(*options, std::cout); });
-  AddNumberOption(*command, "--valves", options->Valves, 1, kMostValves, "", Tr("Valves of each gas"))
-      ->capture_default_str();
-  AddSeedOption(*command, options->Seed);
-  AddJsonOption(*command, options->Json);
-  AddLanguageOption(*command, options->Language);
-  SetHelp(*command, {.Notes = Tr("The error of a table is its largest difference from the valve's true pressure over 0 "
-                                 "to 10 V, in percent of "
-                                 "the true\npressure at 10 V. The time is the machine's, per valve."),
-                     .ExitCodes = {},
-                     .Examples = {"ixocut gas study --valves 40 --seed 1"}});
+  const TCommand command = gas.Add("study", Tr("Compare the methods of calibration over many simulated valves"),
+                                   [options] { return RunStudy(*options, std::cout); });
+  command.Number("--valves", options->Valves, 1, kMostValves, "", Tr("Valves of each gas")).ShowDefault();
+  AddSeedOption(command, options->Seed);
+  AddJsonOption(command, options->Json);
+  AddLanguageOption(command, options->Language);
+  command.Help({.Notes = Tr("The error of a table is its largest difference from the valve's true pressure over 0 "
+                            "to 10 V, in percent of "
+                            "the true\npressure at 10 V. The time is the machine's, per valve."),
+                .ExitCodes = {},
+                .Examples = {"ixocut gas study --valves 40 --seed 1"}});
 }
 
 }  // namespace ixocut

@@ -3,7 +3,6 @@
 #include <iostream>
 #include <memory>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "controller/Controller.h"
@@ -170,18 +169,16 @@ int RunDiff(const TTablesOptions& options, std::ostream& out) {
 
 }  // namespace
 
-void AddGasTableCommands(CLI::App& gas, TCommandRun& run) {
+void AddGasTableCommands(TCommand gas) {
   const auto options = std::make_shared<TTablesOptions>();
   const auto add = [&](const char* name, const char* description, bool nozzle,
                        int (*call)(const TTablesOptions&, std::ostream&), const THelp& help) {
-    CLI::App* const command =
-        AddCommand(gas, name, description, run, [options, call] { return call(*options, std::cout); });
-    command->add_option("--gas", options->Gases, Tr("Air, O2, N2, separated by commas (default all three)"))
-        ->type_name("LIST");
-    AddNozzleOptions(*command, options->Nozzle, options->Size, nozzle);
-    AddJsonOption(*command, options->Json);
-    AddMachineSettings(*command, *options);
-    SetHelp(*command, help);
+    const TCommand command = gas.Add(name, description, [options, call] { return call(*options, std::cout); });
+    command.Text("--gas", options->Gases, Tr("Air, O2, N2, separated by commas (default all three)"), "LIST");
+    AddNozzleOptions(command, options->Nozzle, options->Size, nozzle);
+    AddJsonOption(command, options->Json);
+    AddMachineSettings(command, *options);
+    command.Help(help);
   };
   add("load", Tr("Put a nozzle's stored tables into the machine file"), true, RunLoad,
       {.Notes =

@@ -3,7 +3,6 @@
 #include <iostream>
 #include <memory>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "controller/gas/GasTexts.h"
@@ -61,19 +60,19 @@ int RunVerdict(const TVerdictOptions& options, std::ostream& out) {
 
 }  // namespace
 
-void AddGasVerdictCommand(CLI::App& gas, TCommandRun& run) {
+void AddGasVerdictCommand(TCommand gas) {
   const auto options = std::make_shared<TVerdictOptions>();
-  CLI::App* const command = AddCommand(gas, "verdict", Tr("Say what a recorded calibration tells of the valve"), run,
-                                       [options] { return RunVerdict(*options, std::cout); });
-  command->add_option("FILE", options->File, Tr("What gas calibrate --record wrote"))->type_name("")->required();
-  AddJsonOption(*command, options->Json);
-  AddLanguageOption(*command, options->Language);
-  SetHelp(*command,
-          {.Notes = Tr("Hysteresis is judged when the recording has a pass downwards (gas calibrate --record FILE "
-                       "--descend)."),
-           .ExitCodes =
-               Tr("0 nothing is wrong, 1 something is or no verdict, 2 wrong command line, 3 the file cannot be used"),
-           .Examples = {"ixocut gas verdict gas.json"}});
+  const TCommand command = gas.Add("verdict", Tr("Say what a recorded calibration tells of the valve"),
+                                   [options] { return RunVerdict(*options, std::cout); });
+  command.Text("FILE", options->File, Tr("What gas calibrate --record wrote"), "").Required();
+  AddJsonOption(command, options->Json);
+  AddLanguageOption(command, options->Language);
+  command.Help(
+      {.Notes = Tr("Hysteresis is judged when the recording has a pass downwards (gas calibrate --record FILE "
+                   "--descend)."),
+       .ExitCodes =
+           Tr("0 nothing is wrong, 1 something is or no verdict, 2 wrong command line, 3 the file cannot be used"),
+       .Examples = {"ixocut gas verdict gas.json"}});
 }
 
 }  // namespace ixocut

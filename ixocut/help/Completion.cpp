@@ -16,15 +16,14 @@ std::string Quoted(std::string_view text) {
 }
 
 // What a value is: "@" for nothing that can be offered, "@file", "@dir", else the choices.
-std::string KindOf(const CLI::Option& option) {
-  const TOptionValue value = ValueOf(option);
-  if (!value.Choices.empty()) return CLI::detail::join(value.Choices, " ");
-  const std::string type = option.nonpositional() ? value.Type : option.get_name();
+std::string KindOf(TOption option) {
+  std::string choices;
+  for (const std::string& choice : option.Choices()) choices += (choices.empty() ? "" : " ") + choice;
+  if (!choices.empty()) return choices;
+  const std::string type = option.IsArgument() ? option.Name() : option.ValueType();
   if (type.starts_with("FILE") || type.starts_with("DEVICE")) return "@file";
   return type.starts_with("DIR") ? "@dir" : "@";
 }
-
-bool HasValue(const CLI::Option& option) { return option.get_items_expected_max() != 0; }
 
 // "name:description" of zsh.
 std::string Described(std::string_view name, std::string_view description) {
@@ -33,61 +32,60 @@ std::string Described(std::string_view name, std::string_view description) {
   return text + ":" + std::string(description);
 }
 
-using TLines = std::function<std::vector<std::string>(const CLI::App&)>;
+using TLines = std::function<std::vector<std::string>(TCommand)>;
 
-void AddCases(const CLI::App& command, const std::string& words, const std::string& function, bool falls,
-              const TLines& lines, std::string& script) {
+void AddCases(TCommand command, const std::string& words, const std::string& function, bool falls, const TLines& lines,
+              std::string& script) {
   std::string body;
   for (const std::string& line : lines(command)) body += " " + Quoted(line);
   if (!body.empty()) body = "      printf '%s\\n'" + body + "\n";
-  if (falls && command.get_fallthrough())
+  if (falls && command.IsVariant())
     body += "      " + function + " " + Quoted(words.substr(0, words.rfind(' '))) + "\n";
   if (!body.empty()) script += "    " + Quoted(words) + ")\n" + body + "      ;;\n";
-  for (const CLI::App* const sub : ShownCommands(command))
-    AddCases(*sub, words + (words.empty() ? "" : " ") + sub->get_name(), function, falls, lines, script);
+  for (const TCommand sub : command.Commands())
+    AddCases(sub, words + (words.empty() ? "" : " ") + sub.Name(), function, falls, lines, script);
 }
 
 // A function of the script that prints `lines` of the command whose words are its argument, and where it `falls` those
 // of the commands above whose options hold as well.
-std::string Table(const CLI::App& program, const std::string& function, bool falls, const TLines& lines) {
+std::string Table(TCommand program, const std::string& function, bool falls, const TLines& lines) {
   std::string script = function + "() {\n  case $1 in\n";
   AddCases(program, "", function, falls, lines, script);
   return script + "  esac\n}\n";
 }
 
-std::vector<std::string> Commands(const CLI::App& command) {
+std::vector<std::string> Commands(TCommand command) {
   std::vector<std::string> names;
-  for (const CLI::App* const sub : ShownCommands(command)) names.push_back(sub->get_name());
+  for (const TCommand sub : command.Commands()) names.push_back(sub.Name());
   return names;
 }
 
-std::vector<std::string> DescribedCommands(const CLI::App& command) {
+std::vector<std::string> DescribedCommands(TCommand command) {
   std::vector<std::string> lines;
-  for (const CLI::App* const sub : ShownCommands(command))
-    lines.push_back(Described(sub->get_name(), sub->get_description()));
+  for (const TCommand sub : command.Commands()) lines.push_back(Described(sub.Name(), sub.About()));
   return lines;
 }
 
 // "--json", "--plot=@file".
-std::vector<std::string> Options(const CLI::App& command) {
+std::vector<std::string> Options(TCommand command) {
   std::vector<std::string> lines;
-  for (const CLI::Option* const option : ShownOptions(command))
-    for (const std::string& name : NamesOf(*option))
-      lines.push_back(HasValue(*option) ? name + "=" + KindOf(*option) : name);
+  for (const TOption option : command.Options())
+    for (const std::string& name : option.Names())
+      lines.push_back(option.HasValue() ? name + "=" + KindOf(option) : name);
   return lines;
 }
 
-std::vector<std::string> DescribedOptions(const CLI::App& command) {
+std::vector<std::string> DescribedOptions(TCommand command) {
   std::vector<std::string> lines;
-  for (const CLI::Option* const option : ShownOptions(command))
-    for (const std::string& name : NamesOf(*option)) lines.push_back(Described(name, option->get_description()));
+  for (const TOption option : command.Options())
+    for (const std::string& name : option.Names()) lines.push_back(Described(name, option.About()));
   return lines;
 }
 
 // Of the arguments the first: where there are more, they are of one kind.
-std::vector<std::string> Argument(const CLI::App& command) {
-  const auto arguments = ShownArguments(command);
-  return arguments.empty() ? std::vector<std::string>{} : std::vector<std::string>{KindOf(*arguments.front())};
+std::vector<std::string> Argument(TCommand command) {
+  const auto arguments = command.Arguments();
+  return arguments.empty() ? std::vector<std::string>{} : std::vector<std::string>{KindOf(arguments.front())};
 }
 
 constexpr const char* kBash = R"sh(_ixocut() {
@@ -172,13 +170,13 @@ constexpr const char* kZsh = R"sh(_ixocut() {
 
 }  // namespace
 
-std::string BashCompletion(const CLI::App& program) {
+std::string BashCompletion(TCommand program) {
   return "# Completion of ixocut for bash, made by `ixocut completion bash`.\n" +
          Table(program, "_ixocut_commands", false, Commands) + Table(program, "_ixocut_options", true, Options) +
          Table(program, "_ixocut_argument", false, Argument) + kBash;
 }
 
-std::string ZshCompletion(const CLI::App& program) {
+std::string ZshCompletion(TCommand program) {
   return "#compdef ixocut\n# Completion of ixocut for zsh, made by `ixocut completion zsh`.\n" +
          Table(program, "_ixocut_commands", false, DescribedCommands) +
          Table(program, "_ixocut_options", true, Options) +

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include <CLI/CLI.hpp>
+#include "ixocut/CommandLine.h"
 
 namespace ixocut {
 
@@ -15,24 +15,9 @@ struct TManPage {
 };
 
 // The program's own page, then one for each command, its sub-commands included.
-[[nodiscard]] std::vector<TManPage> ManPages(const CLI::App& program, const std::string& version);
+[[nodiscard]] std::vector<TManPage> ManPages(TCommand program, const std::string& version);
 
-[[nodiscard]] std::string BashCompletion(const CLI::App& program);
-[[nodiscard]] std::string ZshCompletion(const CLI::App& program);
-
-// --- what both read out of the parser ---
-
-// What the value of an option is; both empty: it has none.
-struct TOptionValue {
-  std::string Type;                  // "FILE", "MS"
-  std::vector<std::string> Choices;  // empty: not a few
-};
-[[nodiscard]] TOptionValue ValueOf(const CLI::Option& option);
-// "-h", "--help"; of an argument its name.
-[[nodiscard]] std::vector<std::string> NamesOf(const CLI::Option& option);
-// What stands on a help page, in its order.
-[[nodiscard]] std::vector<const CLI::Option*> ShownOptions(const CLI::App& command);
-[[nodiscard]] std::vector<const CLI::Option*> ShownArguments(const CLI::App& command);
-[[nodiscard]] std::vector<const CLI::App*> ShownCommands(const CLI::App& command);
+[[nodiscard]] std::string BashCompletion(TCommand program);
+[[nodiscard]] std::string ZshCompletion(TCommand program);
 
 }  // namespace ixocut

@@ -10,42 +10,33 @@
 
 namespace ixocut {
 
-void AddHelpCommands(CLI::App& program, TCommandRun& run) {
+void AddHelpCommands(TCommand program) {
   const auto shell = std::make_shared<std::string>();
-  CLI::App* const completion =
-      program.add_subcommand("completion", Tr("Print the script by which a shell completes this program's words"));
-  completion->add_option("SHELL", *shell, Tr("bash or zsh"))
-      ->required()
-      ->check(CLI::IsMember(std::vector<std::string>{"bash", "zsh"}));
-  SetHelp(*completion,
-          {.Notes = Tr("The packages install both. For this terminal alone: source <(ixocut completion bash)"),
-           .ExitCodes = {},
-           .Examples = {"ixocut completion bash", "ixocut completion zsh --lang en"}});
-  completion->callback([shell, &program, &run] {
-    run = [shell, &program] {
-      std::cout << (*shell == "bash" ? BashCompletion(program) : ZshCompletion(program));
-      return kExitSuccess;
-    };
-  });
+  const TCommand completion = program.Add(
+      "completion", Tr("Print the script by which a shell completes this program's words"), [shell, program] {
+        std::cout << (*shell == "bash" ? BashCompletion(program) : ZshCompletion(program));
+        return kExitSuccess;
+      });
+  completion.Text("SHELL", *shell, Tr("bash or zsh"), "TEXT").Required().OneOf({"bash", "zsh"});
+  completion.Help({.Notes = Tr("The packages install both. For this terminal alone: source <(ixocut completion bash)"),
+                   .ExitCodes = {},
+                   .Examples = {"ixocut completion bash", "ixocut completion zsh --lang en"}});
 
   const auto folder = std::make_shared<std::string>();
-  CLI::App* const manual = program.add_subcommand("manual", Tr("Write the manual pages of this program into a folder"));
-  manual->add_option("DIR", *folder, Tr("The folder, which is there"))->required()->type_name("");
-  SetHelp(*manual,
-          {.Notes = Tr("One page for the program and one for each command, in the language of --lang. The "
-                       "packages install them:\nman ixocut, man ixocut-gas. Files of these names are replaced."),
-           .ExitCodes = {},
-           .Examples = {"ixocut manual . --lang en"}});
-  manual->callback([folder, &program, &run] {
-    run = [folder, &program] {
-      for (const TManPage& page : ManPages(program, "ixocut " IXO_VERSION)) {
-        const std::string file = std::filesystem::path(*folder) / page.File;
-        if (const TReplaced written = ReplaceFile(file, page.Text, ""); !written.Done)
-          throw EProblem(pbUnusable, written.Problem);
-      }
-      return kExitSuccess;
-    };
-  });
+  const TCommand manual =
+      program.Add("manual", Tr("Write the manual pages of this program into a folder"), [folder, program] {
+        for (const TManPage& page : ManPages(program, "ixocut " IXO_VERSION)) {
+          const std::string file = std::filesystem::path(*folder) / page.File;
+          if (const TReplaced written = ReplaceFile(file, page.Text, ""); !written.Done)
+            throw EProblem(pbUnusable, written.Problem);
+        }
+        return kExitSuccess;
+      });
+  manual.Text("DIR", *folder, Tr("The folder, which is there"), "").Required();
+  manual.Help({.Notes = Tr("One page for the program and one for each command, in the language of --lang. The "
+                           "packages install them:\nman ixocut, man ixocut-gas. Files of these names are replaced."),
+               .ExitCodes = {},
+               .Examples = {"ixocut manual . --lang en"}});
 }
 
 }  // namespace ixocut

@@ -48,57 +48,56 @@ std::string Upper(std::string text) {
   return text;
 }
 
-std::string ValueShown(const CLI::Option& option) {
-  const TOptionValue value = ValueOf(option);
-  std::string shown = Italic(value.Type);
+std::string ValueShown(TOption option) {
+  std::string shown = Italic(option.ValueType());
   std::string choices;
-  for (const std::string& choice : value.Choices) choices += (choices.empty() ? "" : "|\\:") + Bold(choice);
+  for (const std::string& choice : option.Choices()) choices += (choices.empty() ? "" : "|\\:") + Bold(choice);
   if (!choices.empty()) shown += (shown.empty() ? "" : ": ") + choices;
-  if (!option.get_default_str().empty()) shown += " (" + Troff(option.get_default_str()) + ")";
+  if (!option.Default().empty()) shown += " (" + Troff(option.Default()) + ")";
   return shown;
 }
 
-void Describe(const CLI::Option& option, std::string& page) {
+void Describe(TOption option, std::string& page) {
   std::string names;
-  for (const std::string& name : NamesOf(option))
-    names += (names.empty() ? "" : ", ") + (option.nonpositional() ? Bold(name) : Italic(name));
+  for (const std::string& name : option.Names())
+    names += (names.empty() ? "" : ", ") + (option.IsArgument() ? Italic(name) : Bold(name));
   const std::string value = ValueShown(option);
   page += ".TP\n" + names + (value.empty() ? "" : " " + value);
-  if (option.get_required()) page += std::string(" ") + Troff(Tr("(required)"));
-  page += "\n" + Troff(option.get_description()) + "\n";
-  const auto others = [&](const std::set<CLI::Option*>& options, const char* word) {
+  if (option.IsRequired()) page += std::string(" ") + Troff(Tr("(required)"));
+  page += "\n" + Troff(option.About()) + "\n";
+  const auto others = [&](const std::vector<TOption>& options, const char* word) {
     if (options.empty()) return;
     page += ".br\n" + Troff(word) + ":";
-    for (const CLI::Option* const other : options) page += " " + Bold(other->get_name());
+    for (const TOption other : options) page += " " + Bold(other.Name());
     page += "\n";
   };
-  others(option.get_needs(), Tr("needs"));
-  others(option.get_excludes(), Tr("excludes"));
+  others(option.Needed(), Tr("needs"));
+  others(option.Excluded(), Tr("excludes"));
 }
 
-std::string Synopsis(const CLI::App& command, const std::string& words) {
+std::string Synopsis(TCommand command, const std::string& words) {
   std::string line = Bold(words) + " [" + Italic(Tr("OPTIONS")) + "]";
-  for (const CLI::Option* const argument : ShownArguments(command)) {
-    const std::string name = Italic(argument->get_name());
-    line += argument->get_required() ? " " + name : " [" + name + "]";
+  for (const TOption argument : command.Arguments()) {
+    const std::string name = Italic(argument.Name());
+    line += argument.IsRequired() ? " " + name : " [" + name + "]";
   }
-  if (!ShownCommands(command).empty()) line += " [" + Italic(Tr("COMMAND")) + "]";
+  if (!command.Commands().empty()) line += " [" + Italic(Tr("COMMAND")) + "]";
   return line + "\n";
 }
 
 std::string Section(std::string_view title) { return ".SH \"" + Troff(Upper(std::string(title))) + "\"\n"; }
 std::string Subsection(std::string_view title) { return ".SS \"" + Troff(title) + "\"\n"; }
 
-void Body(const CLI::App& command, std::string (*section)(std::string_view title), std::string& page) {
-  const auto list = [&](const char* title, const std::vector<const CLI::Option*>& options) {
+void Body(TCommand command, std::string (*section)(std::string_view title), std::string& page) {
+  const auto list = [&](const char* title, const std::vector<TOption>& options) {
     if (options.empty()) return;
     page += section(title);
-    for (const CLI::Option* const option : options) Describe(*option, page);
+    for (const TOption option : options) Describe(option, page);
   };
-  list(Tr("Arguments"), ShownArguments(command));
-  list(Tr("Options"), ShownOptions(command));
+  list(Tr("Arguments"), command.Arguments());
+  list(Tr("Options"), command.Options());
   page += section(Tr("Notes"));
-  const std::string footer = command.get_footer();
+  const std::string footer = command.Footer();
   std::string_view rest = footer;
   while (!rest.empty()) {
     const std::size_t end = rest.find('\n');
@@ -109,37 +108,36 @@ void Body(const CLI::App& command, std::string (*section)(std::string_view title
 }
 
 // "ixocut gas calibrate", as a part of the page of "ixocut gas".
-void Part(const CLI::App& command, const std::string& words, std::string& page) {
-  page += ".SH \"" + Troff(words) + "\"\n" + Troff(command.get_description()) + "\n.PP\n" + Synopsis(command, words);
+void Part(TCommand command, const std::string& words, std::string& page) {
+  page += ".SH \"" + Troff(words) + "\"\n" + Troff(command.About()) + "\n.PP\n" + Synopsis(command, words);
   Body(command, Subsection, page);
-  for (const CLI::App* const sub : ShownCommands(command)) Part(*sub, words + " " + sub->get_name(), page);
+  for (const TCommand sub : command.Commands()) Part(sub, words + " " + sub.Name(), page);
 }
 
 // The command's own page; the commands below it are parts of the page where `parts`, else pages of their own.
-TManPage Page(const CLI::App& command, const std::string& words, const std::string& version, bool parts) {
+TManPage Page(TCommand command, const std::string& words, const std::string& version, bool parts) {
   std::string name = words;
   std::ranges::replace(name, ' ', '-');
   std::string text = ".\\\" " + name + ": made by the program itself\n.TH \"" + Upper(name) + "\" \"1\" \"\" \"" +
-                     version + "\" \"\"\n.nh\n.ad l\n" + Section(Tr("Name")) + name + " \\- " +
-                     Troff(command.get_description()) + "\n" + Section(Tr("Usage")) + Synopsis(command, words);
-  if (const auto commands = ShownCommands(command); !commands.empty()) {
+                     version + "\" \"\"\n.nh\n.ad l\n" + Section(Tr("Name")) + name + " \\- " + Troff(command.About()) +
+                     "\n" + Section(Tr("Usage")) + Synopsis(command, words);
+  if (const auto commands = command.Commands(); !commands.empty()) {
     text += Section(Tr("Commands"));
-    for (const CLI::App* const sub : commands)
-      text += ".TP\n" + Bold(parts ? sub->get_name() : name + "-" + sub->get_name() + "(1)") + "\n" +
-              Troff(sub->get_description()) + "\n";
+    for (const TCommand sub : commands)
+      text += ".TP\n" + Bold(parts ? sub.Name() : name + "-" + sub.Name() + "(1)") + "\n" + Troff(sub.About()) + "\n";
   }
   Body(command, Section, text);
   if (parts)
-    for (const CLI::App* const sub : ShownCommands(command)) Part(*sub, words + " " + sub->get_name(), text);
+    for (const TCommand sub : command.Commands()) Part(sub, words + " " + sub.Name(), text);
   return {name + ".1", std::move(text)};
 }
 
 }  // namespace
 
-std::vector<TManPage> ManPages(const CLI::App& program, const std::string& version) {
-  std::vector<TManPage> pages{Page(program, program.get_name(), version, false)};
-  for (const CLI::App* const command : ShownCommands(program))
-    pages.push_back(Page(*command, program.get_name() + " " + command->get_name(), version, true));
+std::vector<TManPage> ManPages(TCommand program, const std::string& version) {
+  std::vector<TManPage> pages{Page(program, program.Name(), version, false)};
+  for (const TCommand command : program.Commands())
+    pages.push_back(Page(command, program.Name() + " " + command.Name(), version, true));
   return pages;
 }
 

@@ -4,7 +4,6 @@
 #include <memory>
 #include <optional>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "controller/links/LinkDoctor.h"
@@ -19,8 +18,7 @@ namespace {
 struct TDoctorCommand {
   TLinkOptions Link;
   std::uint64_t Unit = 1;
-  std::uint64_t Addr = 0;
-  bool AddrGiven = false;
+  std::optional<std::uint64_t> Addr;
   bool Json = false;
 };
 
@@ -35,8 +33,7 @@ int Run(const TDoctorCommand& command, std::ostream& out) {
   TDoctorOptions options;
   options.Link = ParseLink(command.Link);
   options.Unit = static_cast<std::uint8_t>(command.Unit);
-  options.Addr =
-      command.AddrGiven ? static_cast<std::uint16_t>(command.Addr) : TDoctorOptions::RegisterOf(options.Link);
+  options.Addr = command.Addr ? static_cast<std::uint16_t>(*command.Addr) : TDoctorOptions::RegisterOf(options.Link);
   nlohmann::ordered_json result{{"link", options.Link.Text()},
                                 {"framing", options.Link.TcpFraming ? "tcp" : "rtu"},
                                 {"unit", command.Unit},
@@ -84,29 +81,23 @@ int Run(const TDoctorCommand& command, std::ostream& out) {
 
 }  // namespace
 
-void AddLinkCommand(CLI::App& program, TCommandRun& run) {
-  CLI::App* const link = program.add_subcommand("link", Tr("Look after the link to a device"));
-  link->require_subcommand(1);
+void AddLinkCommand(TCommand program) {
+  const TCommand link = program.AddGroup("link", Tr("Look after the link to a device"));
   const auto options = std::make_shared<TDoctorCommand>();
-  CLI::App* const doctor =
-      link->add_subcommand("doctor", Tr("Find out what is wrong with a Modbus link, and what to try next"));
-  AddLinkOptions(*doctor, options->Link);
-  AddNumberOption(*doctor, "--unit", options->Unit, 1, 255, "", Tr("The device's unit address"))->capture_default_str();
-  CLI::Option* const addr =
-      AddNumberOption(*doctor, "--addr", options->Addr, 0, 0xFFFE, "",
-                      Tr("A holding register that it has; two are read from here (the link's probe register, or 0)"));
-  doctor->callback([options, addr, &run] {
-    options->AddrGiven = addr->count() != 0;
-    run = [options] { return Run(*options, std::cout); };
-  });
-  AddJsonOption(*doctor, options->Json);
+  const TCommand doctor = link.Add("doctor", Tr("Find out what is wrong with a Modbus link, and what to try next"),
+                                   [options] { return Run(*options, std::cout); });
+  AddLinkOptions(doctor, options->Link);
+  doctor.Number("--unit", options->Unit, 1, 255, "", Tr("The device's unit address")).ShowDefault();
+  doctor.Number("--addr", options->Addr, 0, 0xFFFE, "",
+                Tr("A holding register that it has; two are read from here (the link's probe register, or 0)"));
+  AddJsonOption(doctor, options->Json);
   const THelp help{.Notes = Tr("It only reads."),
                    .ExitCodes = Tr("0 nothing is wrong, 1 stopped, 2 wrong command line, 3 a fault was found"),
                    .Examples = {"ixocut link doctor --tcp 192.168.0.10",
                                 "ixocut link doctor --serial /dev/ttyUSB0,19200,e,8,1 --unit 3 --addr 100",
                                 "ixocut link doctor --link modbus-store"}};
-  SetHelp(*link, help);
-  SetHelp(*doctor, help);
+  link.Help(help);
+  doctor.Help(help);
 }
 
 }  // namespace ixocut

@@ -5,8 +5,6 @@
 #include <pthread.h>
 #include <thread>
 
-#include <CLI/CLI.hpp>
-
 #include "controller/StateFolder.h"
 #include "controller/config/MachineFile.h"
 #include "controller/links/ConfiguredLinks.h"
@@ -40,25 +38,23 @@ sigset_t StopSignals() {
 
 }  // namespace
 
-void AddLinkOptions(CLI::App& command, TLinkOptions& options) {
-  CLI::Option* const tcp =
-      command.add_option("--tcp", options.Tcp, Tr("The device's host and port (502 unless given)"))
-          ->type_name("HOST[:PORT]");
-  command.add_option("--serial", options.Serial, Tr("The serial device and its settings (9600,n,8,1 unless given)"))
-      ->type_name("DEVICE[,BAUD,PARITY,DATA,STOP]")
-      ->excludes(tcp);
-  CLI::Option* const link =
+void AddLinkOptions(TCommand command, TLinkOptions& options) {
+  const TOption tcp =
+      command.Text("--tcp", options.Tcp, Tr("The device's host and port (502 unless given)"), "HOST[:PORT]");
+  const TOption serial =
       command
-          .add_option("--link", options.Name,
-                      Tr("A link of the machine file instead, with its settings and its probe register"))
-          ->type_name("NAME")
-          ->excludes(tcp)
-          ->excludes("--serial");
-  AddMachineOptions(command, options.Machine, options.State);
-  for (const char* const name : {"--machine", "--state"}) command.get_option(name)->needs(link);
-  command.add_option("--framing", options.Framing, Tr("rtu or tcp (by the link unless given)"))
-      ->check(CLI::IsMember({"rtu", "tcp"}))
-      ->type_name("FRAMING");
+          .Text("--serial", options.Serial, Tr("The serial device and its settings (9600,n,8,1 unless given)"),
+                "DEVICE[,BAUD,PARITY,DATA,STOP]")
+          .Excludes(tcp);
+  const TOption link =
+      command
+          .Text("--link", options.Name,
+                Tr("A link of the machine file instead, with its settings and its probe register"), "NAME")
+          .Excludes(tcp)
+          .Excludes(serial);
+  for (const TOption option : AddMachineOptions(command, options.Machine, options.State)) option.Needs(link);
+  command.Text("--framing", options.Framing, Tr("rtu or tcp (by the link unless given)"), "FRAMING")
+      .OneOf({"rtu", "tcp"});
 }
 
 TLinkAddress ParseLink(const TLinkOptions& options) {

@@ -23,7 +23,7 @@ struct TLinkOptions {
 };
 
 // --tcp, --serial or --link with its machine file, one of them, and --framing.
-void AddLinkOptions(CLI::App& command, TLinkOptions& options);
+void AddLinkOptions(TCommand command, TLinkOptions& options);
 
 // Throws EProblem with what is wrong, also with a machine file that cannot be read.
 [[nodiscard]] TLinkAddress ParseLink(const TLinkOptions& options);

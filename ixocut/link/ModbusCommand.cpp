@@ -6,7 +6,6 @@
 #include <optional>
 #include <utility>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "controller/links/ModbusTransfer.h"
@@ -290,14 +289,14 @@ int Run(const TModbusCommand& command, std::ostream& out) {
                  *std::move(problem));
 }
 
-void AddTables(CLI::App& command, const std::shared_ptr<TModbusCommand>& options) {
-  std::vector<CLI::Option*> added;
+void AddTables(TCommand command, const std::shared_ptr<TModbusCommand>& options) {
+  std::vector<TOption> added;
   for (const TTable& table : kTables) {
     if (options->Write && table.WriteOne == 0) continue;
-    CLI::Option* const option = command.add_flag_callback(
+    const TOption option = command.Flag(
         table.Option, [options, &table] { options->Table = &table; },
         Tr(options->Write ? table.WriteHelp : table.ReadHelp));
-    for (CLI::Option* const other : added) option->excludes(other);
+    for (const TOption other : added) option.Excludes(other);
     added.push_back(option);
   }
 }
@@ -306,72 +305,63 @@ const char* ExitCodes() {
   return Tr("0 success, 1 stopped, 2 wrong command line, 3 the device did not do it; how is said");
 }
 
-void AddTransfer(CLI::App& modbus, TCommandRun& run, bool write) {
+void AddTransfer(TCommand modbus, bool write) {
   const auto options = std::make_shared<TModbusCommand>();
   options->Write = write;
-  CLI::App* const command =
-      modbus.add_subcommand(write ? "write" : "read", write ? Tr("Write holding registers or coils")
-                                                            : Tr("Read registers, coils or discrete inputs"));
-  AddLinkOptions(*command, options->Link);
-  AddTables(*command, options);
-  AddNumberOption(*command, "--unit", options->Unit, 0, 255, "", Tr("The device's unit address"))
-      ->capture_default_str();
-  AddNumberOption(*command, "--addr", options->Addr, 0, 0xFFFF, "",
-                  Tr("The first one, as the frame has it: 0 is what some manuals call 40001"))
-      ->required();
-  if (write) {
-    command->add_option("--values", options->Values, Tr("The values, separated by commas or blanks"))
-        ->required()
-        ->type_name("V,V...");
-    command->add_flag("--multiple", options->Multiple, Tr("Write a single one with function 16 or 15 too"));
-  } else {
-    AddNumberOption(*command, "--count", options->Count, 1, 0xFFFF, "", Tr("How many values"))->capture_default_str();
-  }
-  CLI::Option* const type =
-      command->add_option("--type", options->Type, Tr("uint16, int16, uint32, int32 or float32"))
-          ->check(CLI::IsMember(std::vector<std::string>(std::begin(kValueTypes), std::end(kValueTypes))))
-          ->type_name("TYPE")
-          ->capture_default_str();
-  CLI::Option* const order =
-      command
-          ->add_option("--order", options->Order,
-                       Tr("How the bytes of a value stand in its registers, A being its highest: ABCD, CDAB, BADC or "
-                          "DCBA"))
-          ->check(CLI::IsMember(std::vector<std::string>(std::begin(kValueOrders), std::end(kValueOrders))))
-          ->type_name("ORDER")
-          ->capture_default_str();
+  const TCommand command =
+      modbus.Add(write ? "write" : "read",
+                 write ? Tr("Write holding registers or coils") : Tr("Read registers, coils or discrete inputs"),
+                 [options] { return Run(*options, std::cout); });
+  AddLinkOptions(command, options->Link);
+  AddTables(command, options);
+  command.Number("--unit", options->Unit, 0, 255, "", Tr("The device's unit address")).ShowDefault();
   command
-      ->add_option("--profile", options->Profile,
-                   Tr("strict: only the reply to this request counts; exact: fixed waits"))
-      ->check(CLI::IsMember({"strict", "exact"}))
-      ->type_name("PROFILE")
-      ->capture_default_str();
-  CLI::Option* const delay = AddNumberOption(*command, "--pre-delay", options->PreDelay, 0, 60'000, "ms",
-                                             Tr("Pause between send and first read (strict 0, exact 50 unless given)"));
-  CLI::Option* const timeout =
-      AddNumberOption(*command, "--timeout", options->Timeout, 1, 60'000, "ms",
-                      Tr("The time until strict gives up, connecting, probe and attempts included"))
-          ->capture_default_str();
-  CLI::Option* const probe =
-      write
-          ? AddNumberOption(*command, "--probe-register", options->ProbeAddr, 0, 0xFFFF, "",
-                            Tr("A register to read first, within --timeout (the link's own unless given): a line that "
-                               "only echoes would confirm what nobody wrote"))
-          : nullptr;
-  AddNumberOption(*command, "--watch", options->Watch, 1, 86'400'000, "ms",
-                  Tr("Again after this pause, until stopped"));
-  AddJsonOption(*command, options->Json);
-  command->add_flag("--frames", options->Frames, Tr("Print the bytes that were sent and received"));
-  command->callback([options, type, order, delay, timeout, probe, &run] {
-    options->TypeGiven = type->count() != 0 || order->count() != 0;
-    options->PreDelayGiven = delay->count() != 0;
-    options->TimeoutGiven = timeout->count() != 0;
-    options->ProbeGiven = probe && probe->count() != 0;
-    run = [options] { return Run(*options, std::cout); };
-  });
+      .Number("--addr", options->Addr, 0, 0xFFFF, "",
+              Tr("The first one, as the frame has it: 0 is what some manuals call 40001"))
+      .Required();
+  if (write) {
+    command.Texts("--values", options->Values, Tr("The values, separated by commas or blanks"), "V,V...").Required();
+    command.Flag("--multiple", options->Multiple, Tr("Write a single one with function 16 or 15 too"));
+  } else {
+    command.Number("--count", options->Count, 1, 0xFFFF, "", Tr("How many values")).ShowDefault();
+  }
+  command.Text("--type", options->Type, Tr("uint16, int16, uint32, int32 or float32"), "TYPE")
+      .OneOf({std::begin(kValueTypes), std::end(kValueTypes)})
+      .ShowDefault()
+      .Tells(options->TypeGiven);
+  command
+      .Text("--order", options->Order,
+            Tr("How the bytes of a value stand in its registers, A being its highest: ABCD, CDAB, BADC or "
+               "DCBA"),
+            "ORDER")
+      .OneOf({std::begin(kValueOrders), std::end(kValueOrders)})
+      .ShowDefault()
+      .Tells(options->TypeGiven);
+  command
+      .Text("--profile", options->Profile, Tr("strict: only the reply to this request counts; exact: fixed waits"),
+            "PROFILE")
+      .OneOf({"strict", "exact"})
+      .ShowDefault();
+  command
+      .Number("--pre-delay", options->PreDelay, 0, 60'000, "ms",
+              Tr("Pause between send and first read (strict 0, exact 50 unless given)"))
+      .Tells(options->PreDelayGiven);
+  command
+      .Number("--timeout", options->Timeout, 1, 60'000, "ms",
+              Tr("The time until strict gives up, connecting, probe and attempts included"))
+      .ShowDefault()
+      .Tells(options->TimeoutGiven);
   if (write)
-    SetHelp(
-        *command,
+    command
+        .Number("--probe-register", options->ProbeAddr, 0, 0xFFFF, "",
+                Tr("A register to read first, within --timeout (the link's own unless given): a line that "
+                   "only echoes would confirm what nobody wrote"))
+        .Tells(options->ProbeGiven);
+  command.Number("--watch", options->Watch, 1, 86'400'000, "ms", Tr("Again after this pause, until stopped"));
+  AddJsonOption(command, options->Json);
+  command.Flag("--frames", options->Frames, Tr("Print the bytes that were sent and received"));
+  if (write)
+    command.Help(
         {.Notes = Tr("A write whose reply does not come may have happened; one to unit 0 of a line goes to all units, "
                      "and none\nconfirms it."),
          .ExitCodes = ExitCodes(),
@@ -382,28 +372,26 @@ void AddTransfer(CLI::App& modbus, TCommandRun& run, bool write) {
                       "ixocut modbus write --tcp plc --coils --addr 4 --values 1,0,1",
                       "ixocut modbus write --tcp plc --addr 100 --type float32 --order CDAB --values 1.5"}});
   else
-    SetHelp(*command,
-            {.Notes = {},
-             .ExitCodes = ExitCodes(),
-             .Examples = {"ixocut modbus read --tcp 192.168.0.10 --addr 16 --count 4",
-                          "ixocut modbus read --tcp plc:1502 --framing rtu --input --addr 0 --type int32 --order CDAB",
-                          "ixocut modbus read --serial /dev/ttyUSB0,19200,e,8,1 --unit 3 --coils --addr 0 --count 16",
-                          "ixocut modbus read --tcp plc --addr 0 --watch 500 --json"}});
+    command.Help(
+        {.Notes = {},
+         .ExitCodes = ExitCodes(),
+         .Examples = {"ixocut modbus read --tcp 192.168.0.10 --addr 16 --count 4",
+                      "ixocut modbus read --tcp plc:1502 --framing rtu --input --addr 0 --type int32 --order CDAB",
+                      "ixocut modbus read --serial /dev/ttyUSB0,19200,e,8,1 --unit 3 --coils --addr 0 --count 16",
+                      "ixocut modbus read --tcp plc --addr 0 --watch 500 --json"}});
 }
 
 }  // namespace
 
-void AddModbusCommand(CLI::App& program, TCommandRun& run) {
-  CLI::App* const modbus =
-      program.add_subcommand("modbus", Tr("Read and write the registers and coils of a Modbus device"));
-  modbus->require_subcommand(1);
-  AddTransfer(*modbus, run, false);
-  AddTransfer(*modbus, run, true);
-  SetHelp(*modbus, {.Notes = {},
-                    .ExitCodes = ExitCodes(),
-                    .Examples = {"ixocut modbus read --tcp 192.168.0.10 --addr 16 --count 4",
-                                 "ixocut modbus write --tcp 192.168.0.10 --addr 16 --values 1,0x203",
-                                 "ixocut modbus read --help"}});
+void AddModbusCommand(TCommand program) {
+  const TCommand modbus = program.AddGroup("modbus", Tr("Read and write the registers and coils of a Modbus device"));
+  AddTransfer(modbus, false);
+  AddTransfer(modbus, true);
+  modbus.Help(
+      {.Notes = {},
+       .ExitCodes = ExitCodes(),
+       .Examples = {"ixocut modbus read --tcp 192.168.0.10 --addr 16 --count 4",
+                    "ixocut modbus write --tcp 192.168.0.10 --addr 16 --values 1,0x203", "ixocut modbus read --help"}});
 }
 
 }  // namespace ixocut

@@ -5,7 +5,6 @@
 #include <memory>
 #include <optional>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "controller/StateFolder.h"
@@ -22,8 +21,7 @@ namespace ixocut {
 namespace {
 
 struct TSimulateCommand {
-  std::uint64_t Tcp = 0;
-  bool UseTcp = false;
+  std::optional<std::uint64_t> Tcp;
   std::string Serial;
   std::string Framing;
   std::uint64_t Unit = 1;
@@ -54,8 +52,8 @@ int Serve(const TSimulateCommand& command, TPlcServer& plc, const char* document
   for (const TPlcFaultName& fault : kPlcFaults)
     if (fault.Name == command.Misbehave) plc.Bank.Fault = fault.Fault;
   std::string where;
-  if (command.UseTcp) {
-    where = "127.0.0.1:" + std::to_string(plc.ListenTcp(static_cast<std::uint16_t>(command.Tcp)).OrThrow(pbUnusable));
+  if (command.Tcp) {
+    where = "127.0.0.1:" + std::to_string(plc.ListenTcp(static_cast<std::uint16_t>(*command.Tcp)).OrThrow(pbUnusable));
   } else {
     const TLinkAddress link = ParseLink({"", command.Serial, ""});
     plc.OpenSerial(link.Device, link.Settings).OrThrow(pbUnusable);
@@ -112,69 +110,61 @@ int RunMachine(const TSimulateCommand& command, std::ostream& out) {
 }
 
 // A subcommand with the options that name the link.
-CLI::App& AddDevice(CLI::App& simulate, const char* name, const std::string& description,
-                    const std::shared_ptr<TSimulateCommand>& options,
-                    int (*device)(const TSimulateCommand&, std::ostream&), TCommandRun& run) {
-  CLI::App* const app = simulate.add_subcommand(name, description);
-  CLI::Option* const tcp = AddNumberOption(*app, "--tcp", options->Tcp, 0, 0xFFFF, "",
-                                           Tr("Modbus TCP on this port of 127.0.0.1; 0 takes a free one"));
-  CLI::Option* const serial = app->add_option("--serial", options->Serial, Tr("Modbus RTU on this serial device"))
-                                  ->type_name("DEVICE[,BAUD,PARITY,DATA,STOP]")
-                                  ->excludes(tcp);
-  app->add_option("--framing", options->Framing, Tr("rtu: RTU behind the TCP port, as some gateways have it"))
-      ->check(CLI::IsMember({"rtu", "tcp"}))
-      ->type_name("FRAMING")
-      ->needs(tcp);
-  AddNumberOption(*app, "--unit", options->Unit, 1, 247, "", Tr("Its unit address"))->capture_default_str();
+TCommand AddDevice(TCommand simulate, const char* name, const std::string& description,
+                   const std::shared_ptr<TSimulateCommand>& options,
+                   int (*device)(const TSimulateCommand&, std::ostream&)) {
+  const TCommand app = simulate.Add(name, description, [options, device, name] {
+    if (!options->Tcp && options->Serial.empty())
+      throw EProblem(pbRequest,
+                     std::string("simulate ") + name + ": " + Tr("one of --tcp PORT and --serial DEVICE is needed"));
+    return device(*options, std::cout);
+  });
+  const TOption tcp =
+      app.Number("--tcp", options->Tcp, 0, 0xFFFF, "", Tr("Modbus TCP on this port of 127.0.0.1; 0 takes a free one"));
+  app.Text("--serial", options->Serial, Tr("Modbus RTU on this serial device"), "DEVICE[,BAUD,PARITY,DATA,STOP]")
+      .Excludes(tcp);
+  app.Text("--framing", options->Framing, Tr("rtu: RTU behind the TCP port, as some gateways have it"), "FRAMING")
+      .OneOf({"rtu", "tcp"})
+      .Needs(tcp);
+  app.Number("--unit", options->Unit, 1, 247, "", Tr("Its unit address")).ShowDefault();
   std::vector<std::string> names;
   for (const TPlcFaultName& fault : kPlcFaults) names.emplace_back(fault.Name);
-  app->add_option("--misbehave", options->Misbehave, Tr("How it misbehaves: see below"))
-      ->check(CLI::IsMember(names))
-      ->type_name("HOW");
-  AddJsonOption(*app, options->Json);
-  app->callback([options, tcp, serial, device, app, &run] {
-    options->UseTcp = tcp->count() != 0;
-    if (!options->UseTcp && serial->count() == 0)
-      throw CLI::ValidationError("simulate " + app->get_name(), Tr("one of --tcp PORT and --serial DEVICE is needed"));
-    run = [options, device] { return device(*options, std::cout); };
-  });
-  return *app;
+  app.Text("--misbehave", options->Misbehave, Tr("How it misbehaves: see below"), "HOW").OneOf(names);
+  AddJsonOption(app, options->Json);
+  return app;
 }
 
 }  // namespace
 
-void AddSimulateCommand(CLI::App& program, TCommandRun& run) {
-  CLI::App* const simulate =
-      program.add_subcommand("simulate", Tr("Be a device, for trying a master without hardware"));
-  simulate->require_subcommand(1);
-  CLI::App& plc = AddDevice(
-      *simulate, "plc", Tr("The loading PLC: 10000 holding registers and 10000 coils over Modbus, shown as inputs too"),
-      std::make_shared<TSimulateCommand>(), RunPlc, run);
-  SetHelp(plc,
-          {.Notes = Tr(kMisbehaviour),
-           .ExitCodes = {},
-           .Examples = {"ixocut simulate plc --tcp 1502 --misbehave late", "ixocut link doctor --tcp 127.0.0.1:1502"}});
+void AddSimulateCommand(TCommand program) {
+  const TCommand simulate = program.AddGroup("simulate", Tr("Be a device, for trying a master without hardware"));
+  TCommand plc = AddDevice(
+      simulate, "plc", Tr("The loading PLC: 10000 holding registers and 10000 coils over Modbus, shown as inputs too"),
+      std::make_shared<TSimulateCommand>(), RunPlc);
+  plc.Help(
+      {.Notes = Tr(kMisbehaviour),
+       .ExitCodes = {},
+       .Examples = {"ixocut simulate plc --tcp 1502 --misbehave late", "ixocut link doctor --tcp 127.0.0.1:1502"}});
   const auto options = std::make_shared<TSimulateCommand>();
-  CLI::App& machine =
-      AddDevice(*simulate, "machine",
+  TCommand machine =
+      AddDevice(simulate, "machine",
                 Tr("A cutting machine without its axes over Modbus: laser, gas valves, inputs, outputs, pallets"),
-                options, RunMachine, run);
-  machine
-      .add_option("--machine", options->Machine,
-                  Tr("Machine file that says what is fitted, and how it behaves; without it, the example modbus.xml"))
-      ->type_name("FILE");
+                options, RunMachine);
+  machine.Path("--machine", options->Machine,
+               Tr("Machine file that says what is fitted, and how it behaves; without it, the example modbus.xml"),
+               "FILE");
   AddSeedOption(machine, options->Seed);
-  SetHelp(machine,
-          {.Notes = std::string(
-                        Tr("Its addresses stand in docs/drivers.md. What happens in it is written as it happens, with "
-                           "the milliseconds of\nthe system's monotonic clock.\n\n")) +
-                    Tr(kMisbehaviour),
-           .ExitCodes = {},
-           .Examples = {"ixocut simulate machine --tcp 1502", "ixocut serve --machine share/machines/modbus.xml"}});
-  SetHelp(*simulate, {.Notes = {},
-                      .ExitCodes = {},
-                      .Examples = {"ixocut simulate plc --tcp 1502", "ixocut simulate machine --tcp 1502",
-                                   "ixocut modbus read --tcp 127.0.0.1:1502 --addr 0 --count 4"}});
+  machine.Help(
+      {.Notes =
+           std::string(Tr("Its addresses stand in docs/drivers.md. What happens in it is written as it happens, with "
+                          "the milliseconds of\nthe system's monotonic clock.\n\n")) +
+           Tr(kMisbehaviour),
+       .ExitCodes = {},
+       .Examples = {"ixocut simulate machine --tcp 1502", "ixocut serve --machine share/machines/modbus.xml"}});
+  simulate.Help({.Notes = {},
+                 .ExitCodes = {},
+                 .Examples = {"ixocut simulate plc --tcp 1502", "ixocut simulate machine --tcp 1502",
+                              "ixocut modbus read --tcp 127.0.0.1:1502 --addr 0 --count 4"}});
 }
 
 }  // namespace ixocut

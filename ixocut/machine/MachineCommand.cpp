@@ -4,7 +4,6 @@
 #include <iostream>
 #include <memory>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "controller/Controller.h"
@@ -75,29 +74,27 @@ int RunCheck(const TCheckOptions& options, std::ostream& out) {
 
 }  // namespace
 
-void AddMachineCheckCommand(CLI::App& machine, TCommandRun& run) {
+void AddMachineCheckCommand(TCommand machine) {
   const auto options = std::make_shared<TCheckOptions>();
-  CLI::App* const command =
-      AddCommand(machine, "check", Tr("Connect to the machine and list every port; nothing moves"), run,
-                 [options] { return RunCheck(*options, std::cout); });
-  AddJsonOption(*command, options->Json);
-  AddMachineSettings(*command, *options);
-  SetHelp(*command, {.Notes = Tr("It is refused while a controller has the machine file."),
-                     .ExitCodes = Tr("0 every port can be read, 1 another controller has the machine, 2 wrong command "
-                                     "line, 3 a port or the machine cannot be used"),
-                     .Examples = {"ixocut machine check", "ixocut machine check --machine machine.xml --json"}});
+  const TCommand command = machine.Add("check", Tr("Connect to the machine and list every port; nothing moves"),
+                                       [options] { return RunCheck(*options, std::cout); });
+  AddJsonOption(command, options->Json);
+  AddMachineSettings(command, *options);
+  command.Help({.Notes = Tr("It is refused while a controller has the machine file."),
+                .ExitCodes = Tr("0 every port can be read, 1 another controller has the machine, 2 wrong command "
+                                "line, 3 a port or the machine cannot be used"),
+                .Examples = {"ixocut machine check", "ixocut machine check --machine machine.xml --json"}});
 }
 
-void AddMachineCommand(CLI::App& program, TCommandRun& run) {
-  CLI::App* const machine =
-      program.add_subcommand("machine", Tr("Commission a machine: look at its ports, try them, arm and home it"));
-  machine->require_subcommand(1);
-  SetHelp(*machine, {.Notes = {},
-                     .ExitCodes = {},
-                     .Examples = {"ixocut machine check", "ixocut machine try x y", "ixocut machine try output:5"}});
-  AddMachineCheckCommand(*machine, run);
-  AddMachineTryCommand(*machine, run);
-  AddMachineOrderCommands(*machine, run);
+void AddMachineCommand(TCommand program) {
+  const TCommand machine =
+      program.AddGroup("machine", Tr("Commission a machine: look at its ports, try them, arm and home it"));
+  machine.Help({.Notes = {},
+                .ExitCodes = {},
+                .Examples = {"ixocut machine check", "ixocut machine try x y", "ixocut machine try output:5"}});
+  AddMachineCheckCommand(machine);
+  AddMachineTryCommand(machine);
+  AddMachineOrderCommands(machine);
 }
 
 }  // namespace ixocut

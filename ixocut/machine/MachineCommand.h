@@ -5,8 +5,8 @@
 
 namespace ixocut {
 
-void AddMachineCheckCommand(CLI::App& machine, TCommandRun& run);
-void AddMachineTryCommand(CLI::App& machine, TCommandRun& run);
-void AddMachineOrderCommands(CLI::App& machine, TCommandRun& run);  // arm and home
+void AddMachineCheckCommand(TCommand machine);
+void AddMachineTryCommand(TCommand machine);
+void AddMachineOrderCommands(TCommand machine);  // arm and home
 
 }  // namespace ixocut

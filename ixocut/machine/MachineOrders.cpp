@@ -3,8 +3,6 @@
 #include <iostream>
 #include <memory>
 
-#include <CLI/CLI.hpp>
-
 #include "ixocamglue/platform/xml/MachineConfig.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
@@ -40,15 +38,15 @@ int RunOrder(const TControllerSettings& settings, TOrder order, std::ostream& ou
 
 }  // namespace
 
-void AddMachineOrderCommands(CLI::App& machine, TCommandRun& run) {
+void AddMachineOrderCommands(TCommand machine) {
   const auto add = [&](const char* name, const char* about, const char* notes, TOrder order, const char* example) {
     const auto settings = std::make_shared<TControllerSettings>();
-    CLI::App* const command =
-        AddCommand(machine, name, about, run, [settings, order] { return RunOrder(*settings, order, std::cout); });
-    AddControllerSettings(*command, *settings);
-    SetHelp(*command, {.Notes = notes,
-                       .ExitCodes = Tr("0 success, 1 refused, 2 wrong command line, 3 a file cannot be used"),
-                       .Examples = {example}});
+    const TCommand command =
+        machine.Add(name, about, [settings, order] { return RunOrder(*settings, order, std::cout); });
+    AddControllerSettings(command, *settings);
+    command.Help({.Notes = notes,
+                  .ExitCodes = Tr("0 success, 1 refused, 2 wrong command line, 3 a file cannot be used"),
+                  .Examples = {example}});
   };
   add("arm", Tr("Release the emergency stop and switch the machine on"),
       Tr("Nothing else ever does: neither a start nor a connection that is back. It homes and moves nothing. A "

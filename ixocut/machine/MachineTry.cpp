@@ -7,7 +7,6 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "controller/SignalStop.h"
@@ -151,23 +150,20 @@ int RunTry(const TTryOptions& options, std::ostream& out) {
 
 }  // namespace
 
-void AddMachineTryCommand(CLI::App& machine, TCommandRun& run) {
+void AddMachineTryCommand(TCommand machine) {
   const auto options = std::make_shared<TTryOptions>();
-  CLI::App* const command =
-      AddCommand(machine, "try", Tr("Try one port after the other, each after a confirmation, and write a protocol"),
-                 run, [options] { return RunTry(*options, std::cout); });
-  command->add_option("PORT", options->Ports,
-                      Tr("x, y, z, focus, input:4, output:5, gas:2 or pilot; none: one after the other, all"));
-  AddNumberOption(*command, "--pulse", options->PulseMs, 20, 10'000, "ms",
-                  Tr("How long outputs and the pilot light are on"))
-      ->capture_default_str();
-  command->add_option("--protocol", options->Protocol, Tr("The protocol to write (default: in the state folder)"))
-      ->type_name("FILE");
-  command->add_flag("--yes", options->Yes, Tr("Ask nobody; for who watches the machine"));
-  AddJsonOption(*command, options->Json);
-  AddMachineSettings(*command, *options);
-  SetHelp(
-      *command,
+  const TCommand command =
+      machine.Add("try", Tr("Try one port after the other, each after a confirmation, and write a protocol"),
+                  [options] { return RunTry(*options, std::cout); });
+  command.Texts("PORT", options->Ports,
+                Tr("x, y, z, focus, input:4, output:5, gas:2 or pilot; none: one after the other, all"), "TEXT");
+  command.Number("--pulse", options->PulseMs, 20, 10'000, "ms", Tr("How long outputs and the pilot light are on"))
+      .ShowDefault();
+  command.Text("--protocol", options->Protocol, Tr("The protocol to write (default: in the state folder)"), "FILE");
+  command.Flag("--yes", options->Yes, Tr("Ask nobody; for who watches the machine"));
+  AddJsonOption(command, options->Json);
+  AddMachineSettings(command, *options);
+  command.Help(
       {.Notes = Tr("Axes move 1 mm and back at 10 mm/s, through the same steps as any procedure. The laser is never "
                    "lit: only its\npilot light is. Ctrl-C stops what moves and ends dark."),
        .ExitCodes = Tr("0 all were as they should be, 1 one was not, or it was stopped or refused, 2 wrong command "

@@ -3,7 +3,6 @@
 #include <memory>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "controller/HostTexts.h"
@@ -143,18 +142,16 @@ int RunRecord(TRecordOptions options, std::ostream& out) {
 
 }  // namespace
 
-void AddRecordCommand(CLI::App& program, TCommandRun& run) {
+void AddRecordCommand(TCommand program) {
   const auto options = std::make_shared<TRecordOptions>();
-  CLI::App* const record = program.add_subcommand("record", Tr("Record a procedure on the simulated machine"));
-  record->add_option("--procedure", options->Procedure, Format(Tr("The procedure: %s"), ProcedureNames().c_str()))
-      ->type_name("NAME");
-  record->add_option("--signals", options->Signals, Tr("What to record, separated by commas (default: everything)"))
-      ->type_name("LIST");
-  record->add_option("--out", options->Out, Tr("The monitor file to write; a recording that is there is replaced"))
-      ->type_name("FILE");
-  AddJsonOption(*record, options->Json);
-  AddControllerSettings(*record, *options);
-  AddAttachOptions(*record, options->Attach, true);
+  const TCommand record = program.Add("record", Tr("Record a procedure on the simulated machine"),
+                                      [options] { return RunRecord(*options, std::cout); });
+  record.Text("--procedure", options->Procedure, Format(Tr("The procedure: %s"), ProcedureNames().c_str()), "NAME");
+  record.Text("--signals", options->Signals, Tr("What to record, separated by commas (default: everything)"), "LIST");
+  record.Text("--out", options->Out, Tr("The monitor file to write; a recording that is there is replaced"), "FILE");
+  AddJsonOption(record, options->Json);
+  AddControllerSettings(record, *options);
+  AddAttachOptions(record, options->Attach, true);
   std::string notes = Tr("Signals (with .1 to .4 behind the name one axis: X, Y, Z, Focus):\n");
   for (const TMonitorSignal& signal : MonitorSignals())
     notes += Format("  %-16s %s%s%s\n", signal.Name, signal.PerAxis ? Tr("per axis") : Tr("one"),
@@ -164,19 +161,14 @@ void AddRecordCommand(CLI::App& program, TCommandRun& run) {
       Tr("The parameters of the procedure are given as for `ixocut run`.\n"
          "One sample per ms of machine time, until 200 ms after the end. Speeds and accelerations are derived\n"
          "from the positions through the moving-average filter.");
-  SetHelp(*record,
-          {.Notes = notes,
-           .ExitCodes = Tr("0 the procedure succeeded, 1 it ended otherwise (the file is written all the same),\n"
-                           "2 wrong command line, 3 a file or device problem"),
-           .Examples = {"ixocut record --procedure square --out square.csv",
-                        "ixocut record --procedure safe-move --x 300 --y 200 --out move.csv",
-                        "ixocut record --procedure gas-purge --signals gas-pressure,state --out gas.csv",
-                        "ixocut monitor plot square.csv --out square.svg"}});
-  record->allow_extras();
-  record->callback([options, record, &run] {
-    options->Params = record->remaining();
-    run = [options] { return RunRecord(*options, std::cout); };
-  });
+  record.Help({.Notes = notes,
+               .ExitCodes = Tr("0 the procedure succeeded, 1 it ended otherwise (the file is written all the same),\n"
+                               "2 wrong command line, 3 a file or device problem"),
+               .Examples = {"ixocut record --procedure square --out square.csv",
+                            "ixocut record --procedure safe-move --x 300 --y 200 --out move.csv",
+                            "ixocut record --procedure gas-purge --signals gas-pressure,state --out gas.csv",
+                            "ixocut monitor plot square.csv --out square.svg"}});
+  record.TakeExtras(options->Params);
 }
 
 }  // namespace ixocut

@@ -6,7 +6,6 @@
 #include <ostream>
 #include <string>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "controller/client/ClientLease.h"
@@ -107,28 +106,25 @@ int RunKnob(const std::string& command, TKnobOptions options, TKnobDo what, std:
 
 }  // namespace
 
-void AddKnobCommand(CLI::App& program, TCommandRun& run) {
-  CLI::App* const knob = program.add_subcommand("knob", Tr("The jog knob: its speeds and its level"));
-  knob->require_subcommand(1);
-  SetHelp(*knob,
-          {Tr("The speeds are kept in the machine file; the level lasts as long as the controller process. Without a "
-              "controller\nthat runs that is the command itself: state shows what the level applies and stores its Z "
-              "speed. On one that runs,\nstate and speed take over control from whoever has it, and give it back."),
-           {},
-           {"ixocut knob show", "ixocut knob state high", "ixocut knob speed normal --xy 120 --z 40"}});
+void AddKnobCommand(TCommand program) {
+  const TCommand knob = program.AddGroup("knob", Tr("The jog knob: its speeds and its level"));
+  knob.Help({Tr("The speeds are kept in the machine file; the level lasts as long as the controller process. Without a "
+                "controller\nthat runs that is the command itself: state shows what the level applies and stores its Z "
+                "speed. On one that runs,\nstate and speed take over control from whoever has it, and give it back."),
+             {},
+             {"ixocut knob show", "ixocut knob state high", "ixocut knob speed normal --xy 120 --z 40"}});
   const auto add = [&](const std::string& name, const char* about, TKnobDo what, std::vector<const char*> examples) {
     const auto options = std::make_shared<TKnobOptions>();
     options->Saves = what != TKnobDo::Show;
-    CLI::App* const command = AddCommand(
-        *knob, name, about, run, [options, name, what] { return RunKnob("knob " + name, *options, what, std::cout); });
-    if (what != TKnobDo::Show)
-      command->add_option("LEVEL", options->Level, Tr("low, normal or high"))->required()->type_name("");
+    const TCommand command =
+        knob.Add(name, about, [options, name, what] { return RunKnob("knob " + name, *options, what, std::cout); });
+    if (what != TKnobDo::Show) command.Text("LEVEL", options->Level, Tr("low, normal or high"), "").Required();
     if (what == TKnobDo::Speed) {
-      command->add_option("--xy", options->XY, Tr("Speed of X and Y"))->type_name("MM_S");
-      command->add_option("--z", options->Z, Tr("Speed of Z"))->type_name("MM_S");
+      command.Text("--xy", options->XY, Tr("Speed of X and Y"), "MM_S");
+      command.Text("--z", options->Z, Tr("Speed of Z"), "MM_S");
     }
-    AddClientOptions(*command, *options, options->Json, true);
-    SetHelp(*command, {{}, {}, std::move(examples)});
+    AddClientOptions(command, *options, options->Json, true);
+    command.Help({{}, {}, std::move(examples)});
   };
   add("show", Tr("Print the speeds"), TKnobDo::Show, {"ixocut knob show", "ixocut knob show --json"});
   add("state", Tr("Apply a level"), TKnobDo::State, {"ixocut knob state low", "ixocut knob state high --json"});

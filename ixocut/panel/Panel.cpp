@@ -8,7 +8,6 @@
 #include <thread>
 #include <vector>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "controller/SignalStop.h"
@@ -296,65 +295,55 @@ int RunForms(const TPanelOptions& options, std::ostream& out) {
 
 }  // namespace
 
-void AddPanelCommand(CLI::App& program, TCommandRun& run) {
+void AddPanelCommand(TCommand program) {
   const auto options = std::make_shared<TPanelOptions>();
-  CLI::App* const panel =
-      program.add_subcommand("panel", Tr("The operator's key panel in the terminal, or from a script"));
-  panel->require_subcommand(0, 1);
-  panel->add_option("--script", options->Script, Tr("Run this file in virtual time instead of the terminal"))
-      ->type_name("FILE");
-  panel->add_option("--form", options->Form, Tr("The form on screen at the start (terminal: Work)"))->type_name("FORM");
-  AddSeedOption(*panel, options->Seed);
-  AddClientOptions(*panel, *options, options->Json, true);
-  SetHelp(*panel, {ScriptHelp() + Tr("\n"
-                                     "In the terminal each key shows what to press for it. e is always the emergency "
-                                     "stop, space always stop.\n"
-                                     "The stop key held for 3 s in standby resets the laser's latch, unless its cause "
-                                     "stands.\n"
-                                     "On a controller that runs it takes over control from whoever has it; leaving it "
-                                     "releases what is held, and ends\nnothing that runs. A controller of its own ends "
-                                     "with it. A script never runs on a controller that runs."),
-                   {},
-                   {"ixocut panel --lang en", "ixocut panel --local", "ixocut panel --script keys.txt --json"}});
-  panel->callback([options, panel, &run] {
-    if (panel->get_subcommands().empty()) run = [options] { return RunPanel(*options, std::cout); };
-  });
+  const TCommand panel = program.Add("panel", Tr("The operator's key panel in the terminal, or from a script"),
+                                     [options] { return RunPanel(*options, std::cout); });
+  panel.Text("--script", options->Script, Tr("Run this file in virtual time instead of the terminal"), "FILE");
+  panel.Text("--form", options->Form, Tr("The form on screen at the start (terminal: Work)"), "FORM");
+  AddSeedOption(panel, options->Seed);
+  AddClientOptions(panel, *options, options->Json, true);
+  panel.Help({ScriptHelp() + Tr("\n"
+                                "In the terminal each key shows what to press for it. e is always the emergency "
+                                "stop, space always stop.\n"
+                                "The stop key held for 3 s in standby resets the laser's latch, unless its cause "
+                                "stands.\n"
+                                "On a controller that runs it takes over control from whoever has it; leaving it "
+                                "releases what is held, and ends\nnothing that runs. A controller of its own ends "
+                                "with it. A script never runs on a controller that runs."),
+              {},
+              {"ixocut panel --lang en", "ixocut panel --local", "ixocut panel --script keys.txt --json"}});
 
   const auto pressOptions = std::make_shared<TPanelOptions>();
-  CLI::App* const press = AddCommand(*panel, "press", Tr("Press a key, hold it and release it"), run,
-                                     [pressOptions] { return RunPress(*pressOptions, std::cout); });
-  press->add_option("KEY", pressOptions->Key, Tr("The key, with or without CK_"))->required()->type_name("");
-  AddNumberOption(*press, "--ms", pressOptions->Ms, 1, kLongestPressMs, "ms", Tr("How long it is held, 1 to 60000"))
-      ->capture_default_str();
-  AddNumberOption(*press, "--param", pressOptions->Param, 0, 0x7FFFFFFF, "", Tr("The parameter of its command"));
-  press->add_option("--form", pressOptions->Form, Tr("The form on screen meanwhile (where there is none: Work)"))
-      ->type_name("FORM");
-  AddSeedOption(*press, pressOptions->Seed);
-  AddClientOptions(*press, *pressOptions, pressOptions->Json, true);
-  SetHelp(*press, {Tr("On the controller that runs; it takes over control from whoever has it, except for stop, pause "
-                      "and emergency stop,\nwhich need none. Without one the machine of this command is told of it, in "
-                      "virtual time."),
-                   Tr("0 the press has its effect, 1 it is refused or has come up by itself, 2 wrong command line, 3 a "
-                      "file cannot be\nused or the controller does not answer"),
-                   {"ixocut panel press RIGHT --ms 500", "ixocut panel press stop",
-                    "ixocut panel press LASER --form Work --json"}});
+  const TCommand press = panel.Add("press", Tr("Press a key, hold it and release it"),
+                                   [pressOptions] { return RunPress(*pressOptions, std::cout); });
+  press.Text("KEY", pressOptions->Key, Tr("The key, with or without CK_"), "").Required();
+  press.Number("--ms", pressOptions->Ms, 1, kLongestPressMs, "ms", Tr("How long it is held, 1 to 60000")).ShowDefault();
+  press.Number("--param", pressOptions->Param, 0, 0x7FFFFFFF, "", Tr("The parameter of its command"));
+  press.Text("--form", pressOptions->Form, Tr("The form on screen meanwhile (where there is none: Work)"), "FORM");
+  AddSeedOption(press, pressOptions->Seed);
+  AddClientOptions(press, *pressOptions, pressOptions->Json, true);
+  press.Help({Tr("On the controller that runs; it takes over control from whoever has it, except for stop, pause "
+                 "and emergency stop,\nwhich need none. Without one the machine of this command is told of it, in "
+                 "virtual time."),
+              Tr("0 the press has its effect, 1 it is refused or has come up by itself, 2 wrong command line, 3 a "
+                 "file cannot be\nused or the controller does not answer"),
+              {"ixocut panel press RIGHT --ms 500", "ixocut panel press stop",
+               "ixocut panel press LASER --form Work --json"}});
 
   const auto whyOptions = std::make_shared<TPanelOptions>();
-  CLI::App* const why = AddCommand(*panel, "why", Tr("Is a key allowed; if not, what refuses it and what would help"),
-                                   run, [whyOptions] { return RunWhy(*whyOptions, std::cout); });
-  why->add_option("KEY", whyOptions->Key, Tr("The key, with or without CK_"))->required()->type_name("");
-  why->add_option("--form", whyOptions->Form, Tr("The form on screen"))->type_name("FORM");
-  why->add_option("--at", whyOptions->AtState, Tr("The machine state, by number or name"))->type_name("S");
-  why->add_option("--alarm", whyOptions->Alarms,
-                  Tr("An alarm that stands, 101 to 106 or an identifier (TPLaser#1); may be given several times"))
-      ->type_name("ID")
-      ->expected(1)
-      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-  why->add_flag("--warning", whyOptions->Warning, Tr("A maintenance warning is pending while the origin is required"));
-  why->add_option("--script", whyOptions->Script, Tr("Run this file first"))->type_name("FILE");
-  AddClientOptions(*why, *whyOptions, whyOptions->Json, true);
-  SetHelp(
-      *why,
+  const TCommand why = panel.Add("why", Tr("Is a key allowed; if not, what refuses it and what would help"),
+                                 [whyOptions] { return RunWhy(*whyOptions, std::cout); });
+  why.Text("KEY", whyOptions->Key, Tr("The key, with or without CK_"), "").Required();
+  why.Text("--form", whyOptions->Form, Tr("The form on screen"), "FORM");
+  why.Text("--at", whyOptions->AtState, Tr("The machine state, by number or name"), "S");
+  why.Texts("--alarm", whyOptions->Alarms,
+            Tr("An alarm that stands, 101 to 106 or an identifier (TPLaser#1); may be given several times"), "ID")
+      .Several();
+  why.Flag("--warning", whyOptions->Warning, Tr("A maintenance warning is pending while the origin is required"));
+  why.Text("--script", whyOptions->Script, Tr("Run this file first"), "FILE");
+  AddClientOptions(why, *whyOptions, whyOptions->Json, true);
+  why.Help(
       {Tr("Each mask of the panel permits the key or is against it; \"machine\" is what the cutting system makes "
           "of the command."),
        Tr("0 the press has its effect, 1 it has none, 2 wrong command line or script, 3 a file cannot be used"),
@@ -362,17 +351,16 @@ void AddPanelCommand(CLI::App& program, TCommandRun& run) {
         "ixocut panel why RIGHT --form DlgEdgeSeek --at jogging", "ixocut panel why GAS --script keys.txt --json"}});
 
   const auto formOptions = std::make_shared<TPanelOptions>();
-  CLI::App* const forms =
-      AddCommand(*panel, "forms", Tr("The forms and the keys that are permitted while each is shown"), run,
-                 [formOptions] { return RunForms(*formOptions, std::cout); });
-  forms->add_option("NAME", formOptions->Name, Tr("Only this form"))->type_name("");
-  AddJsonOption(*forms, formOptions->Json);
-  AddMachineSettings(*forms, *formOptions);
-  SetHelp(*forms,
-          {Tr("The keys are those in force on this machine: with stop and emergency stop, which every form permits,\n"
-              "and with K1 to K4 where their command is not forbidden."),
-           {},
-           {"ixocut panel forms", "ixocut panel forms DlgManualLubr --json"}});
+  const TCommand forms = panel.Add("forms", Tr("The forms and the keys that are permitted while each is shown"),
+                                   [formOptions] { return RunForms(*formOptions, std::cout); });
+  forms.Text("NAME", formOptions->Name, Tr("Only this form"), "");
+  AddJsonOption(forms, formOptions->Json);
+  AddMachineSettings(forms, *formOptions);
+  forms.Help(
+      {Tr("The keys are those in force on this machine: with stop and emergency stop, which every form permits,\n"
+          "and with K1 to K4 where their command is not forbidden."),
+       {},
+       {"ixocut panel forms", "ixocut panel forms DlgManualLubr --json"}});
 }
 
 }  // namespace ixocut

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <memory>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "ixocamglue/support/Format.h"
@@ -32,32 +31,22 @@ std::string CheckFault(const std::string& name) {
 
 }  // namespace
 
-void AddRunSettings(CLI::App& command, TRunSettings& settings) {
-  const auto trigger = [&](const char* name, std::optional<std::uint64_t>& target, const char* text) {
-    const auto value = std::make_shared<std::uint64_t>(0);
-    AddNumberOption(command, name, *value, 0, kTriggerLimitMs, "ms", text)
-        ->each([&target, value](const std::string& s) {
-          *value = std::stoull(s);
-          target = *value;
-        });
-  };
-  trigger("--stop-at", settings.StopAt, Tr("Stop this long after the procedure was entered, 0 to 600000"));
-  trigger("--alarm-at", settings.AlarmAt,
-          Tr("Raise an alarm that forbids all motion this long after the procedure was entered, 0 to 600000"));
+void AddRunSettings(TCommand command, TRunSettings& settings) {
+  command.Number("--stop-at", settings.StopAt, 0, kTriggerLimitMs, "ms",
+                 Tr("Stop this long after the procedure was entered, 0 to 600000"));
+  command.Number("--alarm-at", settings.AlarmAt, 0, kTriggerLimitMs, "ms",
+                 Tr("Raise an alarm that forbids all motion this long after the procedure was entered, 0 to 600000"));
   command
-      .add_option("--fault", settings.Faults,
-                  Tr("Something of the machine that fails; `ixocut procedures --faults` lists it"))
-      ->check(CLI::Validator(CheckFault, ""))
-      ->expected(1)
-      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
-      ->type_name("NAME");
-  CLI::Option* const realtime =
-      command.add_flag("--realtime", settings.Realtime, Tr("Run on the real clock; Ctrl-C stops what runs"));
-  command.add_option("--db", settings.Db, Tr("With --realtime: write the alarms into this alarm store"))
-      ->type_name("FILE")
-      ->needs(realtime);
+      .Texts("--fault", settings.Faults,
+             Tr("Something of the machine that fails; `ixocut procedures --faults` lists it"), "NAME")
+      .Check(CheckFault)
+      .Several();
+  const TOption realtime =
+      command.Flag("--realtime", settings.Realtime, Tr("Run on the real clock; Ctrl-C stops what runs"));
+  command.Text("--db", settings.Db, Tr("With --realtime: write the alarms into this alarm store"), "FILE")
+      .Needs(realtime);
   AddJsonOption(command, settings.Json);
-  command.add_flag("--trace", settings.Trace, Tr("Show the whole diagnostic channel, in the words of the log"));
+  command.Flag("--trace", settings.Trace, Tr("Show the whole diagnostic channel, in the words of the log"));
   AddControllerSettings(command, settings);
   AddAttachOptions(command, settings.Attach, true);
 }

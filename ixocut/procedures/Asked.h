@@ -16,12 +16,9 @@
 #include "ixocut/Console.h"
 #include "ixocut/ControllerSettings.h"
 
-namespace CLI {
-class App;
-}
-
 namespace ixocut {
 using namespace ixocontroller;
+class TCommand;
 
 struct TRunSettings : TControllerSettings, TRunTriggers {
   bool Json = false;
@@ -35,7 +32,7 @@ inline constexpr const char* kTimesNote = TrMark(
     "there.");
 
 // The options of the controller, and all else that a run has.
-void AddRunSettings(CLI::App& command, TRunSettings& settings);
+void AddRunSettings(TCommand command, TRunSettings& settings);
 
 // A run whose logs go to the console, which outlives it and shows its times.
 [[nodiscard]] std::unique_ptr<TProcedureRun> MakeRun(const TControllerSettings& settings, const TRunTriggers& triggers,

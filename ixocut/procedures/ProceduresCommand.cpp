@@ -2,7 +2,6 @@
 #include <iostream>
 #include <memory>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "controller/procedures/ProcedureJson.h"
@@ -69,23 +68,22 @@ int Run(const TProceduresOptions& options, std::ostream& out) {
 
 }  // namespace
 
-void AddProceduresCommand(CLI::App& program, TCommandRun& run) {
+void AddProceduresCommand(TCommand program) {
   const auto options = std::make_shared<TProceduresOptions>();
-  CLI::App* const command =
-      AddCommand(program, "procedures", Tr("List what can be run, with parameters, ranges and units"), run,
-                 [options] { return Run(*options, std::cout); });
-  command->add_option("NAME", options->Name, Tr("Only this one"));
-  AddJsonOption(*command, options->Json);
-  command->add_flag("--faults", options->Faults, Tr("List what --fault of `ixocut run` makes fail instead"));
-  AddMachineSettings(*command, *options);
-  SetHelp(*command,
-          {.Notes = Tr(
-               "Number, name as `ixocut run` takes it, and what it does; then each parameter with its range on this "
-               "machine, its\n"
-               "unit and its default. In a file for `ixocut run` the parameters have the same names without \"--\"."),
-           .ExitCodes = {},
-           .Examples = {"ixocut procedures", "ixocut procedures lubricate", "ixocut procedures --faults",
-                        "ixocut procedures --json"}});
+  const TCommand command = program.Add("procedures", Tr("List what can be run, with parameters, ranges and units"),
+                                       [options] { return Run(*options, std::cout); });
+  command.Text("NAME", options->Name, Tr("Only this one"), "TEXT");
+  AddJsonOption(command, options->Json);
+  command.Flag("--faults", options->Faults, Tr("List what --fault of `ixocut run` makes fail instead"));
+  AddMachineSettings(command, *options);
+  command.Help(
+      {.Notes =
+           Tr("Number, name as `ixocut run` takes it, and what it does; then each parameter with its range on this "
+              "machine, its\n"
+              "unit and its default. In a file for `ixocut run` the parameters have the same names without \"--\"."),
+       .ExitCodes = {},
+       .Examples = {"ixocut procedures", "ixocut procedures lubricate", "ixocut procedures --faults",
+                    "ixocut procedures --json"}});
 }
 
 }  // namespace ixocut

@@ -3,7 +3,6 @@
 #include <iostream>
 #include <memory>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "controller/procedures/RunReport.h"
@@ -30,7 +29,9 @@ constexpr std::uint64_t kShareOfStep = 10;
 constexpr std::uint64_t kLongestMs = 86'400'000;  // a day
 
 struct TRunOptions : TRunSettings {
-  std::string Name;   // of the procedure, or the file
+  std::string Name;       // of the procedure, or the file
+  std::string Procedure;  // as it is named in the place of a command; empty: none is
+  std::vector<std::string> Extras;
   TParamTexts Texts;  // of the procedure's options
   std::string Plot;
   std::uint64_t LimitMs = 600'000;
@@ -228,49 +229,65 @@ int Run(TRunOptions options, std::ostream& out) {
 
 // --- the command line ---
 
-void AddRow(CLI::App& run, const TProcedure& row, const std::shared_ptr<TRunOptions>& options) {
-  CLI::App* const sub = run.add_subcommand(row.Name, Tr(row.Summary))->fallthrough()->group(Tr("Procedures"));
+int RunAsked(TRunOptions options, std::ostream& out) {
+  std::vector<std::string> extras = options.Extras;
+  if (!options.Procedure.empty()) {
+    if (!options.Name.empty()) extras.push_back(options.Name);
+    options.Name = options.Procedure;
+  }
+  if (options.Name.empty() && extras.empty())
+    throw EProblem(pbRequest, Tr("a procedure or a file is needed; `ixocut procedures` lists the procedures"));
+  if (!extras.empty()) {
+    const auto option = std::ranges::find_if(extras, [](const std::string& e) { return e.starts_with("--"); });
+    const std::string extra = option != extras.end() ? *option : extras.front();
+    if (const TProcedure* const row = FindProcedure(options.Name)) RefuseExtra(*row, extra);
+    if (!options.Name.empty()) RequireFile(options.Name);
+    throw EProblem(pbRequest, Format(Tr("%s was not expected"), extra.c_str()));
+  }
+  options.Saves = options.SaveCalibration;
+  return Run(options, out);
+}
+
+void AddRow(TCommand run, const TProcedure& row, const std::shared_ptr<TRunOptions>& options) {
+  const TCommand sub = run.AddVariant(row.Name, Tr(row.Summary), Tr("Procedures"), options->Procedure);
   for (const TMotionParam& param : row.Params) {
     std::string text = Tr(param.Summary);
     if (param.Bound.Kind == bkFixed) text += ", " + BoundText(param.Bound);
     if (param.Need == TMotionParam::Optional && !std::isnan(param.Default))
       text += Format(Tr("; default %s"), ParamText(param, param.Default).c_str());
     const std::string unit = UnitText(param.Unit);
-    sub->add_option_function<std::string>(
-           std::string("--") + param.Name,
-           [options, key = param.Name](const std::string& value) { options->Texts[key] = value; }, text)
-        ->type_name(param.At.Kind == pkSwitch ? "true|false"
-                    : unit.empty()            ? "N"
-                                              : unit);
+    sub.Text(
+        std::string("--") + param.Name,
+        [options, key = param.Name](const std::string& value) { options->Texts[key] = value; }, text,
+        param.At.Kind == pkSwitch ? "true|false"
+        : unit.empty()            ? "N"
+                                  : unit);
   }
   const std::string example = "ixocut run " + TMotionCall{&row, row.SampleValues(), {}}.Text();
-  SetHelp(
-      *sub,
+  sub.Help(
       {.Notes = Tr("The options of `ixocut run` hold here as well."), .ExitCodes = {}, .Examples = {example.c_str()}});
 }
 
 }  // namespace
 
-void AddRunCommand(CLI::App& program, TCommandRun& run) {
+void AddRunCommand(TCommand program) {
   const auto options = std::make_shared<TRunOptions>();
-  CLI::App* const command = program.add_subcommand("run", Tr("Run a procedure, a motion command or a file of them"));
-  command->require_subcommand(0, 1);
-  command->add_option("FILE", options->Name, Tr("A JSON file of motion commands"));
-  AddRunSettings(*command, *options);
-  AddNumberOption(*command, "--limit", options->LimitMs, 1, kLongestMs, "ms",
-                  Tr("Machine time after which the procedure is stopped, 1 to 86400000"))
-      ->capture_default_str();
-  command->add_option("--plot", options->Plot, Tr("Draw XY path, Z and signals"))->type_name("FILE.svg");
-  command->add_flag("--journal", options->Journal, Tr("Show the machine's journal: every command and what came of it"));
+  const TCommand command = program.Add("run", Tr("Run a procedure, a motion command or a file of them"),
+                                       [options] { return RunAsked(*options, std::cout); });
+  command.Text("FILE", options->Name, Tr("A JSON file of motion commands"), "TEXT");
+  AddRunSettings(command, *options);
   command
-      ->add_flag("--save-calibration", options->SaveCalibration,
-                 Tr("Save the results of height calibrations in the machine file"))
-      ->each([options](const std::string&) { options->Saves = true; });
-  command->add_flag("--detach", options->Detach,
-                    Tr("Return once it runs; nobody has to attend it then. Only with a controller that runs"));
-  for (const TProcedure* row : Procedures()) AddRow(*command, *row, options);
-  SetHelp(
-      *command,
+      .Number("--limit", options->LimitMs, 1, kLongestMs, "ms",
+              Tr("Machine time after which the procedure is stopped, 1 to 86400000"))
+      .ShowDefault();
+  command.Text("--plot", options->Plot, Tr("Draw XY path, Z and signals"), "FILE.svg");
+  command.Flag("--journal", options->Journal, Tr("Show the machine's journal: every command and what came of it"));
+  command.Flag("--save-calibration", options->SaveCalibration,
+               Tr("Save the results of height calibrations in the machine file"));
+  command.Flag("--detach", options->Detach,
+               Tr("Return once it runs; nobody has to attend it then. Only with a controller that runs"));
+  for (const TProcedure* row : Procedures()) AddRow(command, *row, options);
+  command.Help(
       {.Notes = Tr("A file holds {\"name\": TEXT, \"commands\": [{\"command\": NUMBER or NAME, PARAMETER: VALUE, ...}, "
                    "...]}; it is\n"
                    "checked as a whole before anything moves. `ixocut procedures` lists the commands with parameters, "
@@ -281,27 +298,7 @@ void AddRunCommand(CLI::App& program, TCommandRun& run) {
                     "ixocut run lubricate --count 2 --plot lubricate.svg",
                     "ixocut run gas-on --branch 2 --pressure 1.5", "ixocut run calibrate-head --realtime --lang en",
                     "ixocut run steps.json --journal"}});
-  command->allow_extras();  // told below, with the name that was probably meant
-  command->callback([options, command, &run] {
-    const auto chosen = command->get_subcommands();
-    auto extras = command->remaining(true);
-    if (!chosen.empty()) {
-      if (!options->Name.empty()) extras.push_back(options->Name);
-      options->Name = chosen.front()->get_name();
-    }
-    if (options->Name.empty() && extras.empty())
-      throw EProblem(pbRequest, Tr("a procedure or a file is needed; `ixocut procedures` lists the procedures"));
-    run = [options, extras] {
-      const auto option = std::ranges::find_if(extras, [](const std::string& e) { return e.starts_with("--"); });
-      if (!extras.empty()) {
-        const std::string extra = option != extras.end() ? *option : extras.front();
-        if (const TProcedure* const row = FindProcedure(options->Name)) RefuseExtra(*row, extra);
-        if (!options->Name.empty()) RequireFile(options->Name);
-        throw EProblem(pbRequest, Format(Tr("%s was not expected"), extra.c_str()));
-      }
-      return Run(*options, std::cout);
-    };
-  });
+  command.TakeExtras(options->Extras);  // told below, with the name that was probably meant
 }
 
 }  // namespace ixocut

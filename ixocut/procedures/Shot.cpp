@@ -5,7 +5,6 @@
 #include <iterator>
 #include <memory>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "controller/HostTexts.h"
@@ -93,33 +92,28 @@ int RunShot(TShotOptions options, std::ostream& out) {
   return Finish(options, console, report, execOK, lines);
 }
 
-void AddShotCommand(CLI::App& program, TCommandRun& run) {
+void AddShotCommand(TCommand program) {
   const auto options = std::make_shared<TShotOptions>();
-  CLI::App* const shot = program.add_subcommand("shot", Tr("Run one timed laser shot on the simulated machine"));
   // Its upper bound is another option's value, so it is judged when all are known.
   const auto ms = std::make_shared<std::string>(std::to_string(options->Ms));
-  shot->add_option("--ms", *ms, Tr("How long the beam is on, 0 to --longest"))->type_name("MS")->capture_default_str();
-  AddNumberOption(
-      *shot, "--longest", options->LongestMs, 1, kShotLongestMs, "ms",
-      Tr("The longest shot accepted, 1 to 64000; the supervisor (LaserOnLimitMs of the machine file) and the "
-         "latch (65 s) end a beam"))
-      ->capture_default_str();
-  AddRunSettings(*shot, *options);
-  SetHelp(*shot,
-          {.Notes = Tr(kTimesNote),
-           .ExitCodes = {},
-           .Examples = {"ixocut shot", "ixocut shot --ms 500 --stop-at 300",
-                        "ixocut shot --ms 2000 --realtime --lang en", "ixocut shot --json --seed 7 > shot.json"}});
-  shot->callback([options, ms, &run] {
-    run = [options, ms] {
-      if (const std::string problem = CheckNumber(*ms, 0, options->LongestMs, "ms"); !problem.empty())
-        throw EProblem(pbRequest, "--ms: " + problem +
-                                      Format(Tr("; --longest raises the upper bound to at most %llu ms"),
-                                             static_cast<unsigned long long>(kShotLongestMs)));
-      options->Ms = std::stoull(*ms);
-      return RunShot(*options, std::cout);
-    };
+  const TCommand shot = program.Add("shot", Tr("Run one timed laser shot on the simulated machine"), [options, ms] {
+    if (const std::string problem = CheckNumber(*ms, 0, options->LongestMs, "ms"); !problem.empty())
+      throw EProblem(pbRequest, "--ms: " + problem +
+                                    Format(Tr("; --longest raises the upper bound to at most %llu ms"),
+                                           static_cast<unsigned long long>(kShotLongestMs)));
+    options->Ms = std::stoull(*ms);
+    return RunShot(*options, std::cout);
   });
+  shot.Text("--ms", *ms, Tr("How long the beam is on, 0 to --longest"), "MS").ShowDefault();
+  shot.Number("--longest", options->LongestMs, 1, kShotLongestMs, "ms",
+              Tr("The longest shot accepted, 1 to 64000; the supervisor (LaserOnLimitMs of the machine file) and the "
+                 "latch (65 s) end a beam"))
+      .ShowDefault();
+  AddRunSettings(shot, *options);
+  shot.Help({.Notes = Tr(kTimesNote),
+             .ExitCodes = {},
+             .Examples = {"ixocut shot", "ixocut shot --ms 500 --stop-at 300",
+                          "ixocut shot --ms 2000 --realtime --lang en", "ixocut shot --json --seed 7 > shot.json"}});
 }
 
 }  // namespace ixocut

@@ -2,7 +2,6 @@
 #include <iostream>
 #include <memory>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "ixocamglue/support/Format.h"
@@ -76,21 +75,19 @@ int Run(const TSoakCommand& command, std::ostream& out) {
 
 }  // namespace
 
-void AddSoakCommand(CLI::App& program, TCommandRun& run) {
+void AddSoakCommand(TCommand program) {
   const auto options = std::make_shared<TSoakCommand>();
-  CLI::App* const soak = AddCommand(
-      program, "soak",
-      Tr("Let one controller live through virtual days of mixed work, and look at its memory and its journal"), run,
+  const TCommand soak = program.Add(
+      "soak", Tr("Let one controller live through virtual days of mixed work, and look at its memory and its journal"),
       [options] { return Run(*options, std::cout); });
-  auto* const days = AddNumberOption(*soak, "--days", options->Soak.Days, 1, kMostDays, "days", Tr("Virtual days"));
-  days->capture_default_str();
-  AddNumberOption(*soak, "--seconds", options->Soak.Seconds, 1, kMostSeconds, "s",
-                  Tr("Real time instead: as many days as it holds, at least one"))
-      ->excludes(days);
-  AddSeedOption(*soak, options->Soak.Seed);
-  AddJsonOption(*soak, options->Json);
-  SetHelp(
-      *soak,
+  const TOption days =
+      soak.Number("--days", options->Soak.Days, 1, kMostDays, "days", Tr("Virtual days")).ShowDefault();
+  soak.Number("--seconds", options->Soak.Seconds, 1, kMostSeconds, "s",
+              Tr("Real time instead: as many days as it holds, at least one"))
+      .Excludes(days);
+  AddSeedOption(soak, options->Soak.Seed);
+  AddJsonOption(soak, options->Json);
+  soak.Help(
       {.Notes = Tr(
            "Virtual time, on a copy of the example machine. Work comes every five minutes, some of it is aborted, "
            "alarms\n"

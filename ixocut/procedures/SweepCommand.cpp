@@ -2,7 +2,6 @@
 #include <iostream>
 #include <memory>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "ixocamglue/support/Format.h"
@@ -79,22 +78,21 @@ int Run(const TSweepCommand& command, std::ostream& out) {
 
 }  // namespace
 
-void AddSweepCommand(CLI::App& program, TCommandRun& run) {
+void AddSweepCommand(TCommand program) {
   const auto options = std::make_shared<TSweepCommand>();
-  CLI::App* const sweep =
-      AddCommand(program, "sweep",
-                 Tr("End every procedure at every moment in every way, and check that the machine is safe afterwards"),
-                 run, [options] { return Run(*options, std::cout); });
-  sweep->add_flag("--full", options->Sweep.Full, Tr("Run every point, however long it takes"));
-  AddNumberOption(*sweep, "--points", options->Sweep.Points, 1, kMostPoints, "points",
-                  Tr("How many points to run; which ones the seed decides, at least one of each row"))
-      ->capture_default_str();
-  sweep->add_option("--procedure", options->Sweep.Procedure, Tr("Only this procedure (default all); see `ixocut tree`"))
-      ->type_name("NAME");
-  AddSeedOption(*sweep, options->Sweep.Seed);
-  AddJsonOption(*sweep, options->Json);
-  SetHelp(
-      *sweep,
+  const TCommand sweep = program.Add(
+      "sweep", Tr("End every procedure at every moment in every way, and check that the machine is safe afterwards"),
+      [options] { return Run(*options, std::cout); });
+  sweep.Flag("--full", options->Sweep.Full, Tr("Run every point, however long it takes"));
+  sweep
+      .Number("--points", options->Sweep.Points, 1, kMostPoints, "points",
+              Tr("How many points to run; which ones the seed decides, at least one of each row"))
+      .ShowDefault();
+  sweep.Text("--procedure", options->Sweep.Procedure, Tr("Only this procedure (default all); see `ixocut tree`"),
+             "NAME");
+  AddSeedOption(sweep, options->Sweep.Seed);
+  AddJsonOption(sweep, options->Json);
+  sweep.Help(
       {.Notes = Tr(
            "Virtual time, on a copy of the example machine; no state folder and no machine file of yours is used. A "
            "point is\n"

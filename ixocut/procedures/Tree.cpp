@@ -4,7 +4,6 @@
 #include <string_view>
 #include <vector>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "controller/procedures/StepTree.h"
@@ -73,16 +72,16 @@ int Run(const TTreeOptions& options, std::ostream& out) {
 
 }  // namespace
 
-void AddTreeCommand(CLI::App& program, TCommandRun& run) {
+void AddTreeCommand(TCommand program) {
   const auto options = std::make_shared<TTreeOptions>();
-  CLI::App* const tree = program.add_subcommand("tree", Tr("Print the step tree of a procedure"));
-  tree->add_option("NAME", options->Name, Format(Tr("The procedure: %s"), ProcedureNames().c_str()))->type_name("");
-  AddJsonOption(*tree, options->Json);
-  AddMachineSettings(*tree, *options);
+  const TCommand tree =
+      program.Add("tree", Tr("Print the step tree of a procedure"), [options] { return Run(*options, std::cout); });
+  tree.Text("NAME", options->Name, Format(Tr("The procedure: %s"), ProcedureNames().c_str()), "");
+  AddJsonOption(tree, options->Json);
+  AddMachineSettings(tree, *options);
   std::string procedures = std::string(Tr("Procedures")) + ":\n";
   for (const TProcedure* row : Procedures()) procedures += Format("  %-20s %s\n", row->Name, Tr(row->Summary));
-  SetHelp(
-      *tree,
+  tree.Help(
       {.Notes =
            procedures + "\n" +
            Tr("The parameters of `ixocut run` hold here as well; one that is needed and not given has a sample value.\n"
@@ -91,11 +90,7 @@ void AddTreeCommand(CLI::App& program, TCommandRun& run) {
               "only when it gets there is shown built and marked."),
        .ExitCodes = {},
        .Examples = {"ixocut tree shot --ms 100", "ixocut tree pierce --json"}});
-  tree->allow_extras();
-  tree->callback([options, tree, &run] {
-    options->Params = tree->remaining();
-    run = [options] { return Run(*options, std::cout); };
-  });
+  tree.TakeExtras(options->Params);
 }
 
 }  // namespace ixocut

@@ -1,5 +1,4 @@
 // The pages of what programs meet: the API, exit codes, files.
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "controller/StateFiles.h"
@@ -65,17 +64,16 @@ std::string Upper(std::string text) {
 // differ.
 using TExitCodes = std::vector<std::pair<std::string, std::string>>;  // the codes; the commands
 
-void AddExitCodes(const CLI::App& app, const std::string& name, const std::string& above, TExitCodes& list) {
-  for (const CLI::App* const command : app.get_subcommands([](const CLI::App*) { return true; })) {
-    const std::string words = name + " " + command->get_name();
-    const bool runs = command->get_require_subcommand_min() == 0;
-    const std::string codes = runs ? ExitCodesOf(*command) : std::string();
-    if (runs && codes != above) {
+void AddExitCodes(TCommand above, const std::string& name, const std::string& codesAbove, TExitCodes& list) {
+  for (const TCommand command : above.Commands()) {
+    const std::string words = name + " " + command.Name();
+    const std::string codes = command.Runs() ? command.ExitCodes() : std::string();
+    if (command.Runs() && codes != codesAbove) {
       auto row = std::ranges::find(list, codes, &TExitCodes::value_type::first);
       if (row == list.end()) row = list.insert(list.end(), {codes, ""});
       row->second = Joined(std::move(row->second), Code(words));
     }
-    AddExitCodes(*command, words, codes, list);
+    AddExitCodes(command, words, codes, list);
   }
 }
 

@@ -4,17 +4,15 @@
 #include <vector>
 
 #include "ixocamglue/platform/ports/NcAlarms.h"
+#include "ixocut/CommandLine.h"
 #include "ixocut/reference/Page.h"
 
-namespace CLI {
-class App;
-}
 namespace ixocut {
 using namespace ixocamglue;
 
 // What the pages are made from, beside the tables; outlives them.
 struct TReferenceSources {
-  const CLI::App& Program;
+  TCommand Program;
   std::vector<TNcAlarmRecord> Registered;  // alarms of the machines
 };
 

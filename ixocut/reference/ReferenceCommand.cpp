@@ -2,8 +2,6 @@
 #include <iostream>
 #include <memory>
 
-#include <CLI/CLI.hpp>
-
 #include "controller/Controller.h"
 #include "controller/StateFolder.h"
 #include "ixocamglue/platform/xml/FileLayer.h"
@@ -76,7 +74,7 @@ void WritePage(const fs::path& folder, const char* name, const TPage& page, std:
   out << file << '\n';
 }
 
-int Run(const TReferenceOptions& options, const CLI::App& program, std::ostream& out) {
+int Run(const TReferenceOptions& options, TCommand program, std::ostream& out) {
   const fs::path folder = options.Folder;
   std::error_code error;
   fs::create_directories(folder, error);
@@ -97,21 +95,17 @@ int Run(const TReferenceOptions& options, const CLI::App& program, std::ostream&
 
 }  // namespace
 
-void AddReferenceCommand(CLI::App& program, TCommandRun& run) {
+void AddReferenceCommand(TCommand program) {
   const auto options = std::make_shared<TReferenceOptions>();
-  CLI::App* const command = program.add_subcommand(
-      "reference", Tr("Write the reference: configuration, procedures, alarms, keys, API, files"));
-  command->add_option("--to", options->Folder, Tr("The folder that takes the pages, in Markdown"))
-      ->required()
-      ->type_name("DIR");
-  AddLanguageOption(*command, options->Language);
-  SetHelp(*command,
-          {.Notes = Tr("The pages are made from the tables that the program works with, for any machine. "
-                       "Pages that are there are\nreplaced, other files are not."),
-           .ExitCodes = {},
-           .Examples = {"ixocut reference --to reference", "ixocut reference --to docs/reference --lang en"}});
-  command->callback(
-      [options, &program, &run] { run = [options, &program] { return Run(*options, program, std::cout); }; });
+  const TCommand command =
+      program.Add("reference", Tr("Write the reference: configuration, procedures, alarms, keys, API, files"),
+                  [options, program] { return Run(*options, program, std::cout); });
+  command.Text("--to", options->Folder, Tr("The folder that takes the pages, in Markdown"), "DIR").Required();
+  AddLanguageOption(command, options->Language);
+  command.Help({.Notes = Tr("The pages are made from the tables that the program works with, for any machine. "
+                            "Pages that are there are\nreplaced, other files are not."),
+                .ExitCodes = {},
+                .Examples = {"ixocut reference --to reference", "ixocut reference --to docs/reference --lang en"}});
 }
 
 }  // namespace ixocut

@@ -7,7 +7,6 @@
 #include <memory>
 #include <sstream>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "controller/SignalStop.h"
@@ -266,24 +265,22 @@ class TTour {
 
 }  // namespace
 
-void AddTourCommand(CLI::App& program, TCommandRun& run) {
+void AddTourCommand(TCommand program) {
   const auto options = std::make_shared<TTourOptions>();
-  CLI::App* const tour =
-      AddCommand(program, "tour", Tr("Show what there is: a working day in a few seconds"), run, [options] {
-        const ixocontroller::TSignalStop signals;
-        return TTour(*options, std::cout).Run();
-      });
-  tour->add_option("--out", options->Out, Tr("The folder for what it makes (default: tour in the state folder)"))
-      ->type_name("DIR");
-  AddJsonOption(*tour, options->Json);
-  AddStateOption(*tour, options->State);
-  AddLanguageOption(*tour, options->Language);
-  SetHelp(*tour,
-          {.Notes = Tr("Starts a controller of its own in virtual time, with a state folder and a port of its own, and "
-                       "runs this\nprogram's commands against it. It runs beside a controller that works."),
-           .ExitCodes = Tr("0 all went as it is meant, 1 something did not, 2 wrong command line, 3 a file or program "
-                           "cannot be used"),
-           .Examples = {"ixocut tour", "ixocut tour --out /tmp/tour --lang en"}});
+  const TCommand tour = program.Add("tour", Tr("Show what there is: a working day in a few seconds"), [options] {
+    const ixocontroller::TSignalStop signals;
+    return TTour(*options, std::cout).Run();
+  });
+  tour.Text("--out", options->Out, Tr("The folder for what it makes (default: tour in the state folder)"), "DIR");
+  AddJsonOption(tour, options->Json);
+  AddStateOption(tour, options->State);
+  AddLanguageOption(tour, options->Language);
+  tour.Help(
+      {.Notes = Tr("Starts a controller of its own in virtual time, with a state folder and a port of its own, and "
+                   "runs this\nprogram's commands against it. It runs beside a controller that works."),
+       .ExitCodes = Tr("0 all went as it is meant, 1 something did not, 2 wrong command line, 3 a file or program "
+                       "cannot be used"),
+       .Examples = {"ixocut tour", "ixocut tour --out /tmp/tour --lang en"}});
 }
 
 }  // namespace ixocut
