@@ -118,7 +118,7 @@ TResult<> TLncLink::CheckPins() const {
 // when he begins.
 void TLncLink::OutliveLatch() {
   std::string why;
-  for (const std::uint64_t end = Clock().MonotonicMs() + 2 * kHalLatchMs;
+  for (const std::uint64_t end = Clock().MonotonicMs() + std::uint64_t{2} * kHalLatchMs;
        FHal.IsOn(kPinLatch) && Clock().MonotonicMs() < end;)
     if (!FHal.Round(kHalFrameMs, false, why)) return;  // it is seen to be away by the thread that looks at it
 }
