@@ -278,6 +278,16 @@ TEST_F(StateFramework, EveryEndingHasItsReasonAndStopComesFirst) {
   }
 }
 
+TEST_F(StateFramework, OfSeveralStopsTheFirstThatHasACauseTellsIt) {
+  Enter();
+  Framework->Stop();
+  Framework->Stop("anna");
+  Framework->Stop("bert");
+  Pass();
+  EXPECT_EQ(Framework->EndCause(), "anna");
+  EXPECT_EQ(Framework->CurrentState(), nsStandby);
+}
+
 TEST_F(StateFramework, StopTellsTheStateAtOnceAndWithdrawsAnEntryNotYetMade) {
   Enter();
   Framework->Stop();
@@ -363,25 +373,34 @@ TEST_F(StateFramework, NothingKillsTheLoop) {
 TEST_F(StateFramework, AFaultOfThePassItselfLosesNeitherAStopNorTheWorkBehindIt) {
   struct TFailing : TNcAlarmManager {
     bool AllowLaser() override {
-      if (std::exchange(Fails, false)) throw std::runtime_error("permissions");
+      if (FailsAt != 0 && --FailsAt == 0) throw std::runtime_error("permissions");
       return TNcAlarmManager::AllowLaser();
     }
-    bool Fails = false;
+    int FailsAt = 0;
   } alarms;
   const TInstalled<TNcAlarms> installed(alarms);
-  Enter();
-  alarms.Fails = true;
-  TTexts done;
-  Framework->RunNext([] { throw std::runtime_error("work"); });
-  Framework->RunNext([&] { done.push_back("behind it"); });
-  Framework->Stop();
-  Pass();
-  EXPECT_FALSE(alarms.Fails);
-  EXPECT_EQ(done, TTexts{"behind it"});
-  EXPECT_EQ(Framework->CurrentState(), kState);
-  EXPECT_FALSE(Framework->RequestState(kState, 7).Ok());
-  Pass();
-  EXPECT_EQ(GStory, (TTexts{"stop exec", "step 1", "leave to 0"}));
+  TTexts causes;
+  GDo["step 1"] = [&] { causes.push_back(Framework->EndCause()); };
+  const TTexts stories[] = {{"step 1", "leave to 0"}, {"step 1", "step 1", "leave to 0"}};
+  for (const int failsAt : {1, 2}) {  // before the state has its tick, and behind it
+    Enter();
+    alarms.FailsAt = failsAt;
+    causes.clear();
+    TTexts done;
+    Framework->RunNext([] { throw std::runtime_error("work"); });
+    Framework->RunNext([&] { done.push_back("behind it"); });
+    Framework->Stop("anna");
+    Pass();
+    EXPECT_EQ(alarms.FailsAt, 0);
+    EXPECT_EQ(done, TTexts{"behind it"});
+    EXPECT_EQ(Framework->CurrentState(), kState);
+    EXPECT_FALSE(Framework->RequestState(kState, 7).Ok());
+    Framework->Stop("bert");
+    std::erase(GStory, "stop exec");
+    Pass();
+    EXPECT_EQ(GStory, stories[failsAt - 1]);
+    EXPECT_EQ(causes, TTexts(static_cast<std::size_t>(failsAt), "anna"));
+  }
 }
 
 TEST_F(StateFramework, WhoRegistersAStateFirstKeepsIt) {

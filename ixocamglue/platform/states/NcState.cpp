@@ -125,7 +125,7 @@ void TNcStateFramework::Stop(std::string cause) {
     TGuard guard(FLock);
     if (FMail.Change) FPending.store(kNonePending, std::memory_order_release);
     FMail.Change.reset();
-    if (!FMail.Stop) FMail.StopCause = std::move(cause);
+    if (FMail.StopCause.empty()) FMail.StopCause = std::move(cause);  // the first one that tells why
     FMail.Stop = true;
     FStopping = true;
     FWatch.EndPosted.store(WhyEndPosted(), std::memory_order_release);
@@ -214,6 +214,7 @@ void TNcStateFramework::Pass(TMail& mail, std::uint32_t& loopDelay) {
   if (mail.Stop) {
     FStopTaken = true;
     FStopLeft = CurrentState() == nsStandby;
+    FStopCause = std::move(mail.StopCause);
   }
   FreeReleased(mail);
   if (mail.Change) RequestChange(*mail.Change);
@@ -234,10 +235,11 @@ void TNcStateFramework::Pass(TMail& mail, std::uint32_t& loopDelay) {
   EndStop();
 }
 
-// A stop that was taken and could not be carried out is not lost.
+// A stop that was taken and could not be carried out is not lost, nor is its cause.
 void TNcStateFramework::PostAgain() {
   if (!FStopTaken || FStopLeft) return;
   TGuard guard(FLock);
+  if (!FStopCause.empty()) FMail.StopCause = std::move(FStopCause);
   FMail.Stop = true;
   FHasMail.store(true, std::memory_order_release);
 }
@@ -310,7 +312,7 @@ std::int32_t TNcStateFramework::AbortReason(TMail& mail) {
       std::ranges::any_of(mail.Alarms, [](const TNcAlarmRecord& a) { return (a.Attrs & naForbidLaser) != 0; });
   const TBeamCause beam = BeamEnds(forbidden);
   if (mail.Stop) {
-    FEndCause = std::move(mail.StopCause);
+    FEndCause = FStopCause;
     return srStop;
   }
   const std::int32_t dark = BeamReason(beam);

@@ -130,7 +130,8 @@ class TNcStateFramework {
   // Refused, with its reason, from the moment a stop is posted until the state is left and every device has
   // acknowledged switching off.
   TResult<> RequestState(std::int32_t state, std::int32_t param);
-  // Also withdraws a state requested before and not yet entered. `cause`: for the report, in the operator's words.
+  // Also withdraws a state requested before and not yet entered. `cause`: for the report, in the operator's words; of
+  // several stops in one pass the first one that has a cause tells it.
   void Stop(std::string cause = {});
   void Pause();
   void Abort(std::int32_t reason, std::string cause = {});  // ends the current state with this reason; 0 is ignored
@@ -236,6 +237,7 @@ class TNcStateFramework {
   std::uint64_t FDelayUntil = 0;
   std::uint32_t FWedgedPasses = 0;
   bool FStopTaken = false;
+  std::string FStopCause;  // of the stop that was taken last
   bool FStopLeft = false;  // the state that the stop ends was left; in standby there is none
   bool FSafeLaser = false;
   bool FSafeGas = false;
