@@ -7,6 +7,7 @@
 #include "fixture/Faults.h"
 #include "ixocamglue/platform/alarms/NcAlarmManager.h"
 #include "ixocamglue/platform/services/AppSys.h"
+#include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/platform/services/VirtualClock.h"
 #include "ixocamglue/platform/states/NcState.h"
 #include "ixocamglue/platform/states/NcStateTexts.h"
@@ -106,6 +107,11 @@ struct TDevices : TNcCutSystem, TNcLaser {
   bool GetLaser() override { return Beam; }
   bool Beam = true, Emission = true;
   int Refusals = 0, OffCommands = 0;
+};
+
+struct TSink final : ILogSink {
+  void Write(const TLogRecord& record) override { Lines.push_back(record.Text); }
+  TTexts Lines;
 };
 
 class StateFramework : public testing::Test {
@@ -356,6 +362,43 @@ TEST_F(StateFramework, ARefusedEntryLeavesAndGoesToStandby) {
   (void)Framework->RequestState(777, 0);  // nobody registered it
   Pass();
   EXPECT_EQ(Framework->CurrentState(), nsStandby);
+}
+
+TEST_F(StateFramework, AStateThatCannotBeMadeIsStandbyAndDark) {
+  TDevices devices;
+  const TInstalled<TNcCutSystem> installed(devices);
+  TSink sink;
+  TLogService logs;
+  logs.AddSink(sink);
+  const TInstalled<TLogService> logsInstalled(logs);
+  TAppSys app;
+  const TInstalled<TAppSys> appInstalled(app);
+  bool fails = true;
+  Registry.RegisterStateCtrl(300, [&](TNcStateFramework& owner) {
+    if (fails) throw std::runtime_error("no root");
+    return std::make_unique<TScriptedState>(owner);
+  });
+  std::vector<std::pair<std::int32_t, std::int32_t>> changes;
+  Framework->SetObserver([&](std::int32_t from, std::int32_t to) { changes.emplace_back(from, to); });
+  Enter();
+  changes.clear();
+  State().EnsureBusySet();
+  devices.Beam = devices.Emission = devices.GasDevice.On = true;
+  GDo["step 0"] = [&] { State().ChangeState(300, 0); };
+  Pass(3);
+  EXPECT_EQ(GStory, (TTexts{"step 0", "leave to 300"}));
+  EXPECT_EQ(changes, (std::vector{std::pair(kState, nsStandby)}));
+  EXPECT_EQ(Framework->CurrentState(), nsStandby);
+  EXPECT_FALSE(Framework->ChangePending());
+  EXPECT_FALSE(devices.Beam || devices.Emission || devices.GasDevice.On);
+  logs.DrainOnce();
+  EXPECT_EQ(sink.Lines, TTexts{"state 300, constructor: no root"});
+
+  fails = false;
+  EXPECT_TRUE(Framework->RequestState(300, 0).Ok());
+  Pass();
+  EXPECT_EQ(Framework->CurrentState(), 300);
+  Framework.reset();
 }
 
 TEST_F(StateFramework, NothingKillsTheLoop) {

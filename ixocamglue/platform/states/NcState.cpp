@@ -423,6 +423,18 @@ TNcStateCtrl* TNcStateFramework::State(std::int32_t state) {
   return it->second.get();
 }
 
+// Null also where its factory throws.
+TNcStateCtrl* TNcStateFramework::StateOrLog(std::int32_t state) {
+  try {
+    TNcStateCtrl* const found = State(state);
+    if (!found) LogMsg(lkError, 0, Format(Tr("machine state %d is not registered"), state));
+    return found;
+  } catch (...) {
+    LogGuarded("constructor", std::current_exception(), state);
+    return nullptr;
+  }
+}
+
 void TNcStateFramework::Enter(TChange change) {
   const std::int32_t from = CurrentState();
   const auto leave = [&](TNcStateCtrl* state, std::int32_t next) {
@@ -440,8 +452,7 @@ void TNcStateFramework::Enter(TChange change) {
   FStopLeft = true;
   SetBusyKind(bkNone, nullptr, -1);
 
-  TNcStateCtrl* const next = State(change.State);
-  if (!next) LogMsg(lkError, 0, Format(Tr("machine state %d is not registered"), change.State));
+  TNcStateCtrl* const next = StateOrLog(change.State);
   if (!next || !Entered(*next, change)) {
     if (next) leave(next, nsStandby);
     DemandSafe(true);
@@ -531,9 +542,9 @@ void TNcStateFramework::RetrySafe() {
   FSafePending.store(pending, std::memory_order_release);
 }
 
-void TNcStateFramework::LogGuarded(const char* where, const std::exception_ptr& error) {
+void TNcStateFramework::LogGuarded(const char* where, const std::exception_ptr& error, std::int32_t state) {
   try {
-    LogMsg(lkException, 0, Format(Tr("state %d, %s: %s"), CurrentState(), where, DescribeException(error).c_str()));
+    LogMsg(lkException, 0, Format(Tr("state %d, %s: %s"), state, where, DescribeException(error).c_str()));
   } catch (...) {  // no memory for the line: the loop goes on all the same
   }
 }

@@ -98,6 +98,7 @@ class TNcStateCtrl {
 // State classes by number. Filled by the units' start-up, before a framework runs.
 class TNcRegistry {
  public:
+  // What it throws refuses the entry; the next one tries again.
   using TFactory = std::function<std::unique_ptr<TNcStateCtrl>(TNcStateFramework&)>;
 
   // False, with a fault reported, when the number is taken; the first stays.
@@ -162,7 +163,7 @@ class TNcStateFramework {
   void SetObserver(TObserver observer) { FObserver = std::move(observer); }
   // Why the tick under way ends the state, when whoever ended it said so; empty in a tick with srDone.
   [[nodiscard]] const std::string& EndCause() const { return FEndCause; }
-  // The state object of a number, created if need be; null when nobody registered it.
+  // The state object of a number, created if need be; null when nobody registered it. Throws what its factory throws.
   [[nodiscard]] TNcStateCtrl* State(std::int32_t state);
 
  private:
@@ -199,12 +200,14 @@ class TNcStateFramework {
   void PostAgain();
   [[nodiscard]] const char* WhyEndPosted() const IXO_REQUIRES(FLock);
   void StopWhenWedged();
+  [[nodiscard]] TNcStateCtrl* StateOrLog(std::int32_t state);
   void Enter(TChange change);
   [[nodiscard]] bool Entered(TNcStateCtrl& next, const TChange& change);
   void SetBusyKind(TNcBusyKind kind, INcBusyDevice* device, std::int32_t limitMs);
   void DemandSafe(bool gasToo);
   void RetrySafe();
-  void LogGuarded(const char* where, const std::exception_ptr& error);
+  void LogGuarded(const char* where, const std::exception_ptr& error) { LogGuarded(where, error, CurrentState()); }
+  static void LogGuarded(const char* where, const std::exception_ptr& error, std::int32_t state);
 
   // constant after construction
   const TNcStateOptions FOptions;
