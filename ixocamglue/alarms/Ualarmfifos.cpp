@@ -21,7 +21,7 @@ TIxoAlarmFifos::TSizes TIxoAlarmFifos::Push(const TNcAlarmMsg& msg) {
   }
   FHistory.push_back(copies.Take());
   WriteLocked(msg);
-  if (FHistoryCap != 0 && FHistory.size() > FTrimAt) TrimLocked();  // Kept: without a cap never
+  while (FHistoryCap != 0 && FHistory.size() > FHistoryCap) FHistory.pop_front();  // Kept: without a cap never
   sizes.History = FHistory.size();
   return sizes;
 }
@@ -39,8 +39,10 @@ void TIxoAlarmFifos::RegisterClient(TAlarmConsumer consumer, bool replay) {
   TGuard guard(FLock);
   if (FindLocked(consumer)) return;
   auto queue = std::make_unique<TLoopList<TNcAlarmMsg>>(kQueueCapacity);
-  if (replay)
+  if (replay) {
+    for (const TNcAlarmMsg& msg : OlderLocked()) queue->Add(msg);
     for (const TNcAlarmMsg& msg : FHistory) queue->Add(msg);
+  }
   FQueues.push_back({consumer, std::move(queue)});
 }
 
@@ -62,20 +64,17 @@ void TIxoAlarmFifos::WriteLocked(const TNcAlarmMsg& msg) {
   }
 }
 
-void TIxoAlarmFifos::TrimLocked() {
-  std::unordered_set<const void*> active;
-  FLists.ForEach(kActive, [&](const TNcAlarmMsg& msg) { active.insert(msg.Texts.Block()); });
-  std::size_t surplus = FHistory.size() - FHistoryCap;
-  std::deque<TNcAlarmMsg> kept;
-  for (TNcAlarmMsg& msg : FHistory) {
-    const bool stays = surplus == 0 || (msg.Action == naaAdded && active.contains(msg.Texts.Block()));
-    if (stays)
-      kept.push_back(std::move(msg));
-    else
-      --surplus;
-  }
-  FHistory = std::move(kept);
-  FTrimAt = std::max(FHistory.size(), FHistoryCap) / 4 * 5 + 1;  // many active alarms must not make every push a trim
+// The active raises that the history has let go, oldest first.
+std::vector<TNcAlarmMsg> TIxoAlarmFifos::OlderLocked() const {
+  std::vector<TNcAlarmMsg> older;
+  if (FHistoryCap == 0) return older;
+  std::unordered_set<const void*> kept;
+  for (const TNcAlarmMsg& msg : FHistory) kept.insert(msg.Texts.Block());
+  FLists.ForEach(kActive, [&](const TNcAlarmMsg& msg) {
+    if (!kept.contains(msg.Texts.Block())) older.push_back(msg);
+  });
+  std::ranges::reverse(older);
+  return older;
 }
 
 std::string TIxoAlarmFifos::GetAlarmsDescPreview() {
@@ -91,7 +90,6 @@ std::string TIxoAlarmFifos::GetAlarmsDescPreview() {
 void TIxoAlarmFifos::SetHistoryCap(std::size_t messages) {
   TGuard guard(FLock);
   FHistoryCap = messages;
-  FTrimAt = messages / 4 * 5 + 1;
 }
 
 bool TIxoAlarmFifos::IsActive(std::string_view id) {

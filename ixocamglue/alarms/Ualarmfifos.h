@@ -36,7 +36,8 @@ class TIxoAlarmFifos {
   TSizes Push(const TNcAlarmMsg& msg);
   // False, leaving `msg` alone, for an unknown consumer and for an empty queue.
   [[nodiscard]] bool Pop(TAlarmConsumer consumer, TNcAlarmMsg& msg);
-  // With `replay` the new queue starts with the whole history. Registering twice changes nothing.
+  // With `replay` the new queue starts with the active raises that are older than the history, and the whole history.
+  // Registering twice changes nothing.
   void RegisterClient(TAlarmConsumer consumer, bool replay);
   void RemoveClient(TAlarmConsumer consumer);
   // A raise leaves the removed list and goes to the head of the active one, a clear the other way round, each by the
@@ -49,8 +50,7 @@ class TIxoAlarmFifos {
   void Lock() IXO_NO_ANALYSIS { FLock.lock(); }
   void UnLock() IXO_NO_ANALYSIS { FLock.unlock(); }
 
-  // Messages that the history keeps, 0 for all. Active raises stay, however old; at most a quarter more is kept than
-  // asked for.
+  // Messages that the history keeps, 0 for all; from the next push on.
   void SetHistoryCap(std::size_t messages);
   [[nodiscard]] bool IsActive(std::string_view id);
   [[nodiscard]] std::vector<TNcAlarmMsg> Active();   // newest first
@@ -65,13 +65,12 @@ class TIxoAlarmFifos {
 
   [[nodiscard]] TLoopList<TNcAlarmMsg>* FindLocked(TAlarmConsumer consumer) IXO_REQUIRES(FLock);
   void WriteLocked(const TNcAlarmMsg& msg) IXO_REQUIRES(FLock);
-  void TrimLocked() IXO_REQUIRES(FLock);
+  [[nodiscard]] std::vector<TNcAlarmMsg> OlderLocked() const IXO_REQUIRES(FLock);
 
   TRecursiveSection FLock;
   std::vector<TQueue> FQueues IXO_GUARDED_BY(FLock);
   std::deque<TNcAlarmMsg> FHistory IXO_GUARDED_BY(FLock);
   std::size_t FHistoryCap IXO_GUARDED_BY(FLock) = 0;
-  std::size_t FTrimAt IXO_GUARDED_BY(FLock) = 0;
   enum : std::size_t { kActive, kRemoved };
   TAlarmLists<2> FLists IXO_GUARDED_BY(FLock);
 };

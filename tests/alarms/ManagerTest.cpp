@@ -54,20 +54,23 @@ TEST(AlarmFifos, ListsTakeTheNewestOfAnIdentifier) {
   EXPECT_EQ(msg.Desc(), "A") << "the replay starts with the first message ever";
 }
 
-TEST(AlarmFifos, ACappedHistoryKeepsWhatIsActive) {
+TEST(AlarmFifos, ACappedHistoryIsReplayedBehindWhatIsActive) {
   TIxoAlarmFifos fifos;
-  fifos.SetHistoryCap(8);
-  fifos.Push(Msg(naaAdded, "old", "stands"));
+  fifos.SetHistoryCap(4);
+  for (const char* id : {"first", "gone", "second"}) fifos.Push(Msg(naaAdded, id, id));
+  fifos.Push(Msg(naaRemoved, "gone", "left"));
   for (int i = 0; i < 50; ++i) {
     fifos.Push(Msg(naaAdded, "X", "on"));
     fifos.Push(Msg(naaRemoved, "X", "off"));
   }
-  EXPECT_LE(fifos.Sizes().History, 10U);
+  fifos.Push(Msg(naaAdded, "X", "stands"));
+  EXPECT_EQ(fifos.Sizes().History, 4U);
   int late = 0;
   fifos.RegisterClient(&late, true);
   TNcAlarmMsg msg;
-  ASSERT_TRUE(fifos.Pop(&late, msg));
-  EXPECT_EQ(msg.Desc(), "stands");
+  TTexts replayed;
+  while (fifos.Pop(&late, msg)) replayed.emplace_back(msg.Desc());
+  EXPECT_EQ(replayed, (TTexts{"first", "second", "off", "on", "off", "stands"}));
 }
 
 class TLines final : public ILogSink {
