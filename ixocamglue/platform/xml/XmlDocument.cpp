@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <optional>
 #include <unordered_set>
 #include <utf8.h>
 #include <utility>
@@ -60,6 +61,29 @@ const char* Syntax(pugi::xml_parse_status status) {
   }
 }
 
+// The number, from 0, of an attribute whose name stands in the element twice.
+std::optional<std::size_t> RepeatedAttribute(const pugi::xml_node& element) {
+  constexpr std::size_t kFew = 16;
+  std::array<std::string_view, kFew> few;
+  std::unordered_set<std::string_view> many;
+  std::size_t count = 0;
+  for (auto attribute = element.first_attribute(); attribute; attribute = attribute.next_attribute()) {
+    const std::string_view name = attribute.name();
+    if (count == kFew) many.insert(few.begin(), few.end());
+    bool isNew = false;
+    if (count < kFew) {
+      const auto end = few.begin() + static_cast<std::ptrdiff_t>(count);
+      isNew = std::find(few.begin(), end, name) == end;
+      *end = name;
+    } else {
+      isNew = many.insert(name).second;
+    }
+    if (!isNew) return count;
+    ++count;
+  }
+  return std::nullopt;
+}
+
 // Behind the ">" that closes the tag.
 std::size_t TagEnd(std::string_view text, std::size_t at) {
   for (at = text.find_first_of("\"'>", at); at != std::string_view::npos; at = text.find_first_of("\"'>", at)) {
@@ -113,9 +137,11 @@ bool IsXmlText(std::string_view text, std::size_t& wrong) {
     }
     const auto isAscii = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
     const auto from = text.begin() + static_cast<std::ptrdiff_t>(i);
-    if (isAscii(*from)) {
-      wrong = i;
-      if (!IsXmlChar(static_cast<unsigned char>(text[i++]))) return false;
+    if (isAscii(*from)) {  // one by one to behind what is no word of these, mostly a line's end
+      do {
+        wrong = i;
+        if (!IsXmlChar(static_cast<unsigned char>(text[i]))) return false;
+      } while (++i < text.size() && isAscii(text[i]) && text[i - 1] >= ' ');
       continue;
     }
     const auto to = std::find_if(from, text.end(), isAscii);
@@ -294,32 +320,6 @@ TResult<> TXmlDocument::CheckReferences() const {
   return {};
 }
 
-TResult<> TXmlDocument::CheckAttributes(const TXmlNode& node) const {
-  constexpr std::size_t kFew = 16;
-  std::array<std::string_view, kFew> few;
-  std::unordered_set<std::string_view> many;
-  std::size_t count = 0;
-  for (const auto& attribute : Node(node).attributes()) {
-    const std::string_view name = attribute.name();
-    if (count == kFew) many.insert(few.begin(), few.end());
-    bool isNew = false;
-    if (count < kFew) {
-      const auto end = few.begin() + static_cast<std::ptrdiff_t>(count);
-      isNew = std::find(few.begin(), end, name) == end;
-      *end = name;
-    } else {
-      isNew = many.insert(name).second;
-    }
-    if (!isNew) {
-      const auto offsets = AttributeOffsets(node);
-      return AtPlace(Place(count < offsets.size() ? offsets[count] : 0),
-                     Format(Tr("the attribute \"%s\" stands twice in one element"), attribute.name()));
-    }
-    ++count;
-  }
-  return {};
-}
-
 std::vector<std::size_t> TXmlDocument::AttributeOffsets(const TXmlNode& node) const {
   std::vector<std::size_t> offsets;
   for (const auto& attribute : StartTagAt(FText, node.Offset()).Attributes)
@@ -350,9 +350,15 @@ TResult<> TXmlDocument::CheckTree() const {
     }
   }
   int depth = 0;
-  TXmlContext context;
   for (pugi::xml_node node = root; node;) {  // in document order, without recursion
-    if (auto checked = CheckAttributes({node.internal_object(), &context}); !checked) return checked;
+    if (const auto repeated = RepeatedAttribute(node)) {
+      TXmlContext context;
+      const TXmlNode element(node.internal_object(), &context);
+      const auto offsets = AttributeOffsets(element);
+      return AtPlace(
+          Place(*repeated < offsets.size() ? offsets[*repeated] : 0),
+          Format(Tr("the attribute \"%s\" stands twice in one element"), element.Attributes()[*repeated].Name.data()));
+    }
     if (pugi::xml_node child = node.first_child()) {
       node = child;
       if (++depth > kMaxDepth) return at(node, Format(Tr("elements are nested deeper than %d"), kMaxDepth));

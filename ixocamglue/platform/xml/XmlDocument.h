@@ -108,7 +108,6 @@ class TXmlDocument {
   TResult<> Decode(std::string bytes);
   TResult<> CheckReferences() const;
   TResult<> CheckTree() const;
-  TResult<> CheckAttributes(const TXmlNode& node) const;
 
   std::string FText;
   std::vector<std::size_t> FLines;  // where each starts in FText; with xdPlaces
