@@ -13,10 +13,17 @@ constexpr double kHundredMillion = 1e8;
 struct TCursor {
   const char* P;
 
+  // A jump, not a sum: a jump is foreseen, a sum is waited for by all that stands behind it in the line.
+  [[nodiscard]] bool TakeMinus() {
+    if (*P != '-') [[likely]]
+      return false;
+    ++P;
+    return true;
+  }
+
   // 1 to 10 digits with a "-" in front or not, as a 32-bit word.
   [[nodiscard]] bool Int(std::uint32_t& out) {
-    const bool minus = *P == '-';
-    P += minus;
+    const bool minus = TakeMinus();
     const std::uint64_t values = digits::Load(P) ^ digits::kZeros;
     const std::uint64_t stop = digits::NoDigits(values);
     std::uint64_t number = 0;
@@ -41,8 +48,7 @@ struct TCursor {
   // 1 to 7 digits, a point and eight digits. Hundred-millionths are exact in a double, their quotient is correctly
   // rounded, and rounding it again to a single goes wrong only from a point halfway between two singles.
   [[nodiscard]] bool Float(std::uint32_t& out) {
-    const std::uint32_t minus = *P == '-';
-    P += minus;
+    const std::uint32_t minus = TakeMinus();
     const std::uint64_t values = digits::Load(P) ^ digits::kZeros;
     const std::uint64_t stop = digits::NoDigits(values);
     const int bits = std::countr_zero(stop) & ~7;
