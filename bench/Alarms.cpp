@@ -241,7 +241,7 @@ std::vector<TRow> AlarmRows() {
                                    .Parts = events,
                                    .Peer = "alarm_active_10",
                                    .PeerName = "10 active",
-                                   .MaxRatio = 8.0}),
+                                   .MaxRatio = 4.0}),
       Measure<TReplay>({.Id = "alarm_replay", .Name = "alarm replay, per event", .Parts = TReplay::kEvents}),
       Measure<TLookup>({.Id = "alarm_lookup", .Name = "alarm lookup", .Parts = kPairs}),
   };

@@ -242,7 +242,7 @@ std::vector<TRow> ConfigRows() {
                              .Name = "machine file, load",
                              .Peer = "pugi_scan",
                              .PeerName = "pugixml + scan",
-                             .MaxRatio = 0.6}),
+                             .MaxRatio = 0.8}),
       Measure<TPugiScan>({.Id = "pugi_scan"}),
       Measure<TPugiParse>({.Id = "pugi_parse", .Name = "machine file, pugixml alone"}),
       Measure<TSaveUnchanged>({.Id = "config_same",

@@ -135,7 +135,7 @@ class TChartEvent {
 
 std::vector<TRow> TickRows() {
   return {
-      Measure<TTenLeavesRun>({.Id = "ten_leaves", .Name = "ten leaves: the 22 ticks", .MaxInstructions = 6300}),
+      Measure<TTenLeavesRun>({.Id = "ten_leaves", .Name = "ten leaves: the 22 ticks", .MaxInstructions = 8000}),
       Measure<TTenLeavesBuiltAndRun>({.Id = "ten_leaves_built", .Name = "ten leaves: built and run"}),
       Measure<TPollTick>({.Id = "poll",
                           .Name = "poll tick, four levels",
