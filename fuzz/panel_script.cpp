@@ -1,9 +1,9 @@
 // Any bytes as a panel script: refused with file and line, or a list of steps.
+#include "controller/panel/PanelScript.h"
 #include "fuzz/InputFile.h"
 #include "ixocamglue/support/Problem.h"
-#include "ixocut/panel/PanelScript.h"
 
-using namespace ixocut;
+using namespace ixocontroller;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const auto file = ixocamglue::fuzz::InputFile(data, size);

@@ -16,6 +16,7 @@
 #include "controller/client/WireKeys.h"
 #include "controller/client/WireSeat.h"
 #include "controller/panel/PanelNames.h"
+#include "controller/panel/PanelScript.h"
 #include "controller/panel/PanelWhy.h"
 #include "controller/procedures/Timeline.h"
 #include "controller/service/HeldKeys.h"
@@ -30,7 +31,7 @@
 #include "ixocut/OperatorTexts.h"
 #include "ixocut/client/Attach.h"
 #include "ixocut/client/StatusView.h"
-#include "ixocut/panel/PanelScript.h"
+#include "ixocut/panel/PanelPicture.h"
 #include "ixocut/panel/PanelTerminal.h"
 
 namespace ixocut {
@@ -86,7 +87,14 @@ int Play(const TPanelOptions& options, const char* command, const nlohmann::orde
       const TKeyCode key = *ParseKey(options.Key);
       problem = ProblemOf(key, Why(host, key, TPanelPicture(host)));
     }
-    TPanelScript story(host, options.Json ? nullptr : &out);
+    TScriptTeller teller;
+    if (!options.Json)
+      teller = {.Line = [&](const std::string& line) { out << line << '\n'; },
+                .Leds =
+                    [&](TKeyMask leds) {
+                      for (const std::string& line : DrawPanel(leds, false)) out << "             " << line << '\n';
+                    }};
+    TPanelScript story(host, std::move(teller));
     story.Run(lines);
     story.ShowLeds();
     events = story.Events();
@@ -253,7 +261,7 @@ int RunWhy(TPanelOptions options, std::ostream& out) {
   for (const std::string& text : options.Alarms) alarms.push_back(ParseAlarm(session, text).OrThrow(pbRequest));
   PowerUp(session);
   TPanelHost host(session);
-  TPanelScript script(host, nullptr);
+  TPanelScript script(host);
   script.Run(lines);
   for (const TNcAlarmRecord& alarm : alarms) session.RaiseAlarm(alarm);
   if (options.Warning) host.SetWarning(true);

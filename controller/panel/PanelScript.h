@@ -1,8 +1,8 @@
-// A panel script: presses, releases, forms, alarms and times, a line each, run in virtual time.
+// A panel script: presses, releases, forms, alarms and times, a line each, run in virtual time on the state thread.
 #pragma once
 
 #include <filesystem>
-#include <iosfwd>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -10,16 +10,15 @@
 
 #include "controller/panel/PanelHost.h"
 
-namespace ixocut {
+namespace ixocontroller {
 using namespace ixocamglue;
-using namespace ixocontroller;
 
 struct TScriptLine {
   int Number = 0;  // in its file
   std::vector<std::string> Words;
 };
 
-// The steps of a script, for the help page.
+// The steps of a script, for the help page. Does not fail.
 [[nodiscard]] std::string ScriptHelp();
 
 // Reads and checks the whole file, before its first line runs. Throws EProblem with file, line and reason.
@@ -27,10 +26,17 @@ struct TScriptLine {
 // The alarms that it raises, which only a controller knows. Throws likewise.
 void CheckScriptAlarms(const std::filesystem::path& file, const std::vector<TScriptLine>& lines, TController& session);
 
+// Who is told the story as it happens, on the thread that runs the script; without Line nobody is.
+struct TScriptTeller {
+  std::function<void(const std::string& line)> Line = {};
+  std::function<void(TKeyMask leds)> Leds = {};  // the picture of the panel
+};
+
+// Run throws what the devices and the knob throw, as a press does by hand; nothing else fails.
 class TPanelScript {
  public:
-  // `out` gets the story as text; null: none. Both outlive the script.
-  TPanelScript(TPanelHost& host, std::ostream* out);
+  // The host outlives the script.
+  explicit TPanelScript(TPanelHost& host, TScriptTeller teller = {});
 
   void Run(const std::vector<TScriptLine>& lines);
   // The LED picture and the published masks at this moment.
@@ -46,7 +52,7 @@ class TPanelScript {
   void Tell(const char* what, const std::string& text, bool shown = true);
 
   TPanelHost& FHost;
-  std::ostream* const FOut;
+  const TScriptTeller FTeller;
   nlohmann::ordered_json FEvents = nlohmann::ordered_json::array();
   std::size_t FToldEntries = 0;
   std::uint64_t FStartMs;
@@ -54,4 +60,4 @@ class TPanelScript {
   bool FSilent = false;
 };
 
-}  // namespace ixocut
+}  // namespace ixocontroller

@@ -1,8 +1,8 @@
-#include "ixocut/panel/PanelScript.h"
+#include "controller/panel/PanelScript.h"
 
 #include <algorithm>
-#include <ostream>
 #include <sstream>
+#include <utility>
 
 #include "controller/panel/PanelNames.h"
 #include "ixocamglue/support/Files.h"
@@ -10,15 +10,14 @@
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
-#include "ixocut/CommandLine.h"
-#include "ixocut/panel/PanelPicture.h"
 
-namespace ixocut {
+namespace ixocontroller {
 namespace {
 
 constexpr std::uint64_t kLongestWaitMs = 3'600'000;
 constexpr std::uint64_t kLargest = 0x7FFFFFFF;
 constexpr std::uint64_t kTapMs = 100;
+constexpr const char* kIndent = "             ";  // as wide as a time
 
 using TWords = std::vector<std::string>;
 
@@ -159,8 +158,11 @@ void CheckScriptAlarms(const std::filesystem::path& file, const std::vector<TScr
   }
 }
 
-TPanelScript::TPanelScript(TPanelHost& host, std::ostream* out)
-    : FHost(host), FOut(out), FToldEntries(host.Controller().Journal().Size()), FStartMs(Clock().MonotonicMs()) {}
+TPanelScript::TPanelScript(TPanelHost& host, TScriptTeller teller)
+    : FHost(host),
+      FTeller(std::move(teller)),
+      FToldEntries(host.Controller().Journal().Size()),
+      FStartMs(Clock().MonotonicMs()) {}
 
 void TPanelScript::Run(const std::vector<TScriptLine>& lines) {
   for (const TScriptLine& line : lines) Step(line);
@@ -262,20 +264,19 @@ void TPanelScript::ShowLeds() {
   for (std::size_t i = 0; i < kKeys; ++i)
     if ((leds & KeyBit(i)) != 0) lit.push_back(kKeyTable[i].Name);
   FEvents.push_back({{"ms", ms}, {"leds", std::move(lit)}, {"masks", masks}});
-  if (!FOut) return;
+  if (!FTeller.Line) return;
   FHost.Controller().Logs().DrainOnce();
-  for (const std::string& line : DrawPanel(leds, false)) *FOut << "             " << line << '\n';
-  for (const std::string& line : lines) *FOut << "             " << line << '\n';
+  if (FTeller.Leds) FTeller.Leds(leds);
+  for (const std::string& line : lines) FTeller.Line(kIndent + line);
 }
 
 void TPanelScript::Tell(const char* what, const std::string& text, bool shown) {
   const std::uint64_t ms = Clock().MonotonicMs() - FStartMs;
   FEvents.push_back({{"ms", ms}, {what, text}});
-  if (!FOut || !shown) return;
+  if (!FTeller.Line || !shown) return;
   FHost.Controller().Logs().DrainOnce();
-  *FOut << Format("%8llu ms  %s%s", static_cast<unsigned long long>(ms),
-                  std::string_view(what) == "do" ? "" : Format("  %s: ", Tr(what)).c_str(), text.c_str())
-        << '\n';
+  FTeller.Line(Format("%8llu ms  %s%s", static_cast<unsigned long long>(ms),
+                      std::string_view(what) == "do" ? "" : Format("  %s: ", Tr(what)).c_str(), text.c_str()));
 }
 
-}  // namespace ixocut
+}  // namespace ixocontroller
