@@ -4,6 +4,7 @@
 #include <cctype>
 #include <iostream>
 #include <map>
+#include <set>
 #include <utility>
 
 #include <CLI/CLI.hpp>
