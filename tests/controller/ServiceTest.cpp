@@ -143,6 +143,30 @@ TEST(Service, WhileAProcedureRunsNothingElseBeginsAndItsStopNamesWhoAsked) {
   EXPECT_EQ(world.Report(2)["cause"], "stopped by anna");
 }
 
+TEST(Service, ADeviceThatDoesNotAcknowledgeKeepsARunFromItsOutcomeForFiveSeconds) {
+  TServiceWorld world(false, 20.0);
+  const nlohmann::json delay{{"procedure", "delay"}, {"params", {{"ms", 1}}}};
+  world.StartDelay(600'000);
+  EXPECT_TRUE(Comes([&] { return !world.Service.Status()->Path.empty(); }));
+  TCallGate& gate = world.Machine().Gate();
+  world.Do([&] {
+    gate.PlanSet({.Call = gate.Calls() + 1, .Fault = gfRefuse, .Sticky = true});
+    EXPECT_TRUE(world.Machine().LaserDevice().GetLaser()) << "from now on it says nothing else";
+  });
+  EXPECT_EQ(world.Ask("POST", "stop").Status, 202);
+  const TJson report = world.Report(1);
+  EXPECT_EQ(report["outcome"], "stopped");
+  const auto waited = report["lengthMs"].get<int>() - report["durationMs"].get<int>();
+  EXPECT_GE(waited, 5000);
+  EXPECT_LE(waited, 5500);
+  const TApiReply refused = world.Ask("POST", "runs", delay);
+  EXPECT_EQ(refused.Status, 409);
+  EXPECT_THAT(refused.Body["what"].get<std::string>(), HasSubstr("has not acknowledged switching off"));
+  world.Do([&] { gate.Reset(); });
+  EXPECT_TRUE(Comes([&] { return !world.Service.Status()->SafePending; }));
+  EXPECT_EQ(world.Report(world.StartRun(delay))["outcome"], "success");
+}
+
 TEST(Service, AStartCanBeCheckedWithoutStarting) {
   TServiceWorld world(false);
   const auto check = [&](nlohmann::json body) { return world.Ask("POST", "runs/check", std::move(body)).Body; };
