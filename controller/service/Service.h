@@ -43,8 +43,7 @@ struct TServiceOptions {
   bool ResetFromAfar = false;  // all-off may be reset from another machine
 };
 
-// What does not say how it fails does not. A stop, a pause and an all-off are posted whatever else is wrong; what a
-// step's own answer to a stop throws passes behind that.
+// What does not say how it fails does not. A stop, a pause and an all-off are posted whatever else is wrong.
 class TService {
  public:
   explicit TService(TServiceOptions options);  // throws EProblem as TController

@@ -295,10 +295,12 @@ TEST_F(StateFramework, OfSeveralStopsTheFirstThatHasACauseTellsIt) {
 }
 
 TEST_F(StateFramework, StopTellsTheStateAtOnceAndWithdrawsAnEntryNotYetMade) {
+  GDo["stop exec"] = [] { throw std::runtime_error("its own answer"); };
   Enter();
   Framework->Stop();
   EXPECT_EQ(GStory, TTexts{"stop exec"});
   Pass();
+  EXPECT_EQ(Framework->CurrentState(), nsStandby);
   GStory.clear();
   (void)Framework->RequestState(kState, 1);
   Framework->Stop();

@@ -131,7 +131,11 @@ void TNcStateFramework::Stop(std::string cause) {
     FWatch.EndPosted.store(WhyEndPosted(), std::memory_order_release);
     FHasMail.store(true, std::memory_order_release);
   }
-  if (TNcStateCtrl* current = FCurrent.load(std::memory_order_acquire)) current->StopExec();
+  try {
+    if (TNcStateCtrl* current = FCurrent.load(std::memory_order_acquire)) current->StopExec();
+  } catch (...) {
+    LogGuarded("StopExec", std::current_exception());
+  }
 }
 
 void TNcStateFramework::Pause() { Abort(srPause); }
