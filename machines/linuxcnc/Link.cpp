@@ -5,6 +5,7 @@
 #include <cmath>
 #include <pthread.h>
 #include <stdexcept>
+#include <utility>
 
 #include "ixocamglue/platform/ports/CutStates.h"
 #include "ixocamglue/platform/services/AppSys.h"
@@ -472,10 +473,14 @@ void TLncLink::WatchTakeover(const TLncStatus& status) {
 }
 
 // A jog in the mode that it is in, or its screen's own line. Positions are held against each other only where no order
-// came between the two looks: this thread may be held up for longer than a move takes.
+// came between the two looks: this thread may be held up for longer than a move takes. Z, which following moves without
+// an order, has been let go for long enough at both of them.
 void TLncLink::WatchHands() {
   const std::uint64_t now = Clock().MonotonicMs();
-  if (FHal.IsOn(kPinFollow) || FHal.IsOn(kPinClear)) FFollowedMs = now;
+  const bool follows = FHal.IsOn(kPinFollow) || FHal.IsOn(kPinClear);
+  if (std::exchange(FFollows, follows) || follows) FFollowedMs = now;
+  const bool letGo = now - FFollowedMs >= kLetGoMs;
+  const bool comparesZ = std::exchange(FLetGo, letGo) && letGo;
   const std::optional<std::uint64_t> before = OrdersDone();
   std::array<double, kLncAxes> at{};
   for (std::size_t axis = 0; axis < kLncAxes; ++axis) at[axis] = At(static_cast<TLncAxis>(axis));
@@ -484,7 +489,7 @@ void TLncLink::WatchHands() {
   FRestedAfter = before == after ? after : std::nullopt;
   for (std::size_t i = 0; i < kLncAxes; ++i) {
     const auto axis = static_cast<TLncAxis>(i);
-    if (!compares || (axis == laZ && now - FFollowedMs < kLetGoMs))
+    if (!compares || (axis == laZ && !comparesZ))
       FOurs[axis] = at[axis];
     else if (std::abs(at[axis] - FOurs[axis]) > kByHandMm)
       return Lose(Format(Tr("axis %s of LinuxCNC was moved by somebody else"), AxisName(axis)));

@@ -208,7 +208,8 @@ class TLncLink {
   std::array<bool, kLncAxes> FHomedThen{};
   std::array<double, kLncAxes> FOurs{};       // where each stood at the first look after the last order
   std::optional<std::uint64_t> FRestedAfter;  // so many orders, at the last look
-  std::uint64_t FFollowedMs = 0;
+  std::uint64_t FFollowedMs = 0;              // the first look behind following
+  bool FFollows = false, FLetGo = false;      // at the last look
   // The HAL thread's own.
   std::uint64_t FHalTriedMs = 0;
 

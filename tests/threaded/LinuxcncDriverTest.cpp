@@ -300,6 +300,25 @@ TEST_F(LinuxcncDriver, WhatMovesWithoutAnOrderWhileSomethingRunsIsInAnothersHand
   EXPECT_THAT(Events.Last(), HasSubstr("axis Y of LinuxCNC was moved by somebody else"));
 }
 
+TEST_F(LinuxcncDriver, WhatFollowingHasMovedIsNobodyElsesHoweverSeldomItIsLookedAt) {
+  Link.OnFrame([&](std::uint64_t now) { Follower.Take(now); });
+  Start();
+  Link.NoteState(kProcedure);
+  Follower.MoveZ(60.0, 0.0);
+  ASSERT_TRUE(Ends(luZ));
+  Cnc.GetMs = 60;  // so that there is a look every 300 ms
+  for (int i = 0; i < 3; ++i) {
+    Follower.Follow(1.0);
+    ASSERT_TRUE(Comes([&] { return !Follower.IsBusy(); }));
+    Clock().Sleep(650);
+    Link.Hal().Set("follow-height", 3.0);  // as over a plate that is not even
+    ASSERT_TRUE(Comes([&] { return Cnc.At(laZ) > -77.5 && !Link.Moving(laZ); }));
+    Follower.Stop(1);
+    Clock().Sleep(650);
+  }
+  EXPECT_EQ(Events.Last(), "");
+}
+
 // What the driver says, and what LinuxCNC hears of it, when LinuxCNC goes.
 TEST_F(LinuxcncDriver, LossIsFoundWithinHalfASecondAndNothingBeatsAnyMore) {
   Start();
