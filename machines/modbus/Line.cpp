@@ -21,7 +21,7 @@ constexpr std::uint32_t kConnectMs = 1000;
 constexpr std::uint32_t kIdleMs = 50;     // between two looks at everything
 constexpr std::uint64_t kBeatLookMs = 5;  // after a start what runs first finds its watchdog fed
 constexpr int kConnectTries = 3;          // of a read that is not answered while connecting
-constexpr std::size_t kLastTries = 2;     // a station, when the line ends
+constexpr std::size_t kLastTries = 2;     // a station, or a point that it refuses, when the line ends
 
 // Of what is due then, at most kIdleMs.
 std::uint32_t Within(std::uint64_t due, std::uint64_t now) {
@@ -222,13 +222,13 @@ std::uint32_t TModbusLine::Round() {
                     ShownMs(FValues.AgeMs(*stale).value_or(0))),
              true);
   if (const auto zero = FValues.NextZero(now)) {
-    (void)Write(*zero);
+    Write(*zero);
     return 0;
   }
   for (TStation& station : FStations)
     if (Feed(station, now)) return 0;
   if (const auto value = FValues.NextValue()) {
-    (void)Write(*value);
+    Write(*value);
     return 0;
   }
   // The one that has waited for longest: a slow line has none that is not due.
@@ -276,11 +276,13 @@ std::uint64_t TModbusLine::NextDueMs() {
 // What is to go off goes off before the line ends.
 void TModbusLine::WriteLastZeros() {
   if (FValues.OwesZeros() && !FLink->Linked()) (void)Open();
-  for (std::size_t failed = 0; failed < kLastTries * FStations.size() && FLink->Linked();) {
+  std::size_t failed = 0, refused = 0;
+  while (failed < kLastTries * FStations.size() && refused < kLastTries * FValues.Points() && FLink->Linked()) {
     const auto zero = FValues.NextZero(std::numeric_limits<std::uint64_t>::max());
     if (!zero) return;
     FSign->Beat();
-    if (!Write(*zero)) ++failed;
+    const TModbusOutcome outcome = Write(*zero);
+    if (outcome != moOk) ++(outcome == moException ? refused : failed);
   }
 }
 
@@ -330,7 +332,7 @@ void TModbusLine::NoteBack(TStation& station) {
   FListener.StationBack(station.Config.Name);
 }
 
-bool TModbusLine::Write(const TModbusValues::TOrder& order) {
+TModbusOutcome TModbusLine::Write(const TModbusValues::TOrder& order) {
   const TModbusValues::TPoint& point = FValues.Point(order.Point);
   TStation& station = FStations[point.Station];
   std::uint16_t number = 0;
@@ -345,11 +347,11 @@ bool TModbusLine::Write(const TModbusValues::TOrder& order) {
   if (result.Ok()) {
     FValues.Told(order, number, result.AskedMs);
     station.HeldUntilMs = 0;  // that may have settled what is owed
-    return true;
+    return result.Outcome;
   }
   FValues.NotTold(order, result.Outcome == moException);
   Failed(station, point.Address.Text(), result, true);
-  return false;
+  return result.Outcome;
 }
 
 // Its other bits are not ours. Where the reply to a read could be taken for another's, an off does not wait for it.

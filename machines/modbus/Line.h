@@ -120,7 +120,7 @@ class TModbusLine {
   [[nodiscard]] TModbusResult ReadBlock(TStation& station, const TModbusBlock& block);
   void Use(const TStation& station);  // for the requests that follow
   [[nodiscard]] std::uint32_t HeldMs(const TStation& station, const TModbusBlock& block);
-  [[nodiscard]] bool Write(const TModbusValues::TOrder& order);  // false: it was not confirmed
+  TModbusOutcome Write(const TModbusValues::TOrder& order);
   // The number of the register that the point is a bit of; or why it is not known.
   [[nodiscard]] TModbusResult Before(const TStation& station, std::size_t point, std::uint16_t& before);
   // False: there was nothing to do.

@@ -1,5 +1,6 @@
 // A line of Modbus stations on real sockets, against slaves of ours.
 #include <array>
+#include <future>
 #include <linux/filter.h>
 #include <mutex>
 
@@ -274,6 +275,28 @@ TEST_F(ModbusLine, AnOffThatTheDeviceRefusesKeepsNoOtherFromBeingSent) {
   slave.Recorder.Hole(ptCoils, 1, true);
   for (const auto point : {beam, valve}) Line->Write(point, 0.0);
   EXPECT_TRUE(Comes([&] { return slave.Recorder.Written().back() == "coil 2=0"; }, 300));
+}
+
+TEST_F(ModbusLine, NorAtTheEndOfTheLine) {
+  TRecording slave;
+  Station.CycleMs = 5000;
+  Station.StaleMs = 20'000;
+  Station.TimeOutMs = 10'000;
+  Make(slave.Port);
+  const auto beam = Point(pkOutput, "io:coil:1"), emission = Point(pkOutput, "io:coil:2"),
+             valve = Point(pkOutput, "io:coil:3"), lamp = Point(pkOutput, "io:coil:4");
+  ASSERT_EQ(Connect(), "");
+  ASSERT_TRUE(Comes([&] { return Line->Statistics().Attempts >= 2; }));
+  slave.Recorder.Held = true;
+  Line->Write(lamp, 1.0);  // under way when the line is to end
+  Clock().Sleep(100);
+  for (const std::size_t addr : {1U, 2U}) slave.Recorder.Hole(ptCoils, addr, true);
+  for (const auto point : {beam, emission, valve}) Line->Write(point, 0.0);
+  const auto ended = std::async(std::launch::async, [&] { Line.reset(); });
+  Clock().Sleep(100);
+  slave.Recorder.Held = false;
+  ended.wait();
+  EXPECT_EQ(slave.Recorder.Written().back(), "coil 3=0");
 }
 
 TEST_F(ModbusLine, ConnectingIsRefusedWithItsReason) {
