@@ -89,6 +89,7 @@ TService::TService(TServiceOptions options)
     FClockHandle = clock->OnStep([this](std::uint64_t nowMs) { FRunner.Sample(nowMs); });
   FStopper.emplace([this] { FController->Machine().StopNow(); });
   FJobs.emplace(*this);
+  FRunner.OnEnd([this](const TRunRecordPtr&) { Publish(); });  // who has heard of the end asks next what runs
   Publish();
 }
 

@@ -38,6 +38,10 @@ TEST(Service, ARunIsStartedFollowedAndReportedAndTheNextOneKnowsNothingOfIt) {
   EXPECT_EQ(second["outcome"], "success");
   EXPECT_LT(second["journal"].size(), report["journal"].size());
   EXPECT_EQ(second["pathMm"]["xy"], 0.0);
+  for (int i = 0; i < 10; ++i) {
+    (void)world.Report(world.StartRun({{"procedure", "delay"}, {"params", {{"ms", 1}}}}));
+    EXPECT_EQ(world.Service.Status()->Run, 0U) << "it is told as running behind its outcome";
+  }
 }
 
 TEST(Service, AStatusIsToldAsItIsInEachLanguage) {
