@@ -91,7 +91,10 @@ int RunShow(const TTablesOptions& options, std::ostream& out) {
     for (const TDot& dot : dots) console.Say("  " + AdjustPointText(dot.X, dot.Y));
   }
   std::optional<TProblem> problem;
-  if (json.empty()) problem = {.What = Tr("no such table"), .Where = GasCaliConfigFile().string()};
+  if (json.empty())
+    problem = {.What = Tr("no such table"),
+               .Where = GasCaliConfigFile().string(),
+               .Remedy = Tr("\"ixocut gas calibrate\" measures a gas and stores its table")};
   console.Print("gas show", {{"file", GasCaliConfigFile().string()}, {"tables", json}}, problem);
   if (problem) console.Say(problem->Text());
   return json.empty() ? kExitOtherwise : kExitSuccess;
