@@ -174,13 +174,9 @@ TGasResult& TGasCalibration::Result(std::int32_t gas) { return *std::ranges::fin
 
 void TGasCalibration::Observe(const TGasAdjustEvent& event) {
   const auto now = static_cast<std::uint64_t>(event.TimeMs);
-  if (event.Kind == TGasAdjustEvent::TKind::Saved) {
-    if (event.Unsaved) Saved(*event.Unsaved);
-    return;
-  }
-  TGasResult& result = Result(event.Gas);
   switch (event.Kind) {
-    case TGasAdjustEvent::TKind::Voltage:
+    case TGasAdjustEvent::TKind::Voltage: {
+      TGasResult& result = Result(event.Gas);
       if (result.Points.empty()) {
         FGasStartMs = now;
         ReadZero(result);
@@ -190,14 +186,16 @@ void TGasCalibration::Observe(const TGasAdjustEvent& event) {
       FVolt.store(event.Volt);
       FVoltAtMs.store(now, std::memory_order_release);
       break;
-    case TGasAdjustEvent::TKind::Sample:
+    }
+    case TGasAdjustEvent::TKind::Sample: {
       if (std::isfinite(event.Press)) FPress.store(event.Press);
-      result.Points.back().Samples.push_back(
-          {static_cast<double>(now - FStartMs - result.Points.back().AtMs), event.Press});
+      TGasPoint& point = Result(event.Gas).Points.back();
+      point.Samples.push_back({static_cast<double>(now - FStartMs - point.AtMs), event.Press});
       break;
+    }
     case TGasAdjustEvent::TKind::Settled: {
       FVoltAtMs.store(kNever, std::memory_order_release);
-      TGasPoint& point = result.Points.back();
+      TGasPoint& point = Result(event.Gas).Points.back();
       point.Settled = true;
       point.Foreseen = event.Foreseen;
       point.Press = event.Press;
@@ -205,11 +203,15 @@ void TGasCalibration::Observe(const TGasAdjustEvent& event) {
       point.RiseMs = event.RiseMs;
       break;
     }
-    case TGasAdjustEvent::TKind::Rebuilt:
+    case TGasAdjustEvent::TKind::Rebuilt: {
+      TGasResult& result = Result(event.Gas);
       result.DurationMs = now - FGasStartMs;
       Judge(event, result);
       break;
-    case TGasAdjustEvent::TKind::Saved: break;
+    }
+    case TGasAdjustEvent::TKind::Saved:  // of no gas alone
+      if (event.Unsaved) Saved(*event.Unsaved);
+      break;
   }
 }
 

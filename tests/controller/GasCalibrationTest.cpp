@@ -30,7 +30,8 @@ class GasCalibration : public testing::Test {
     for (int gas = 1; gas <= 3; ++gas)
       machine += "<GasBranch GasType='" + std::to_string(gas) + "' DAPort='" + std::to_string(32 + gas) +
                  "' MaxPressure='" + (gas == 3 ? "25" : "12") + "'>" + kOld + "</GasBranch>";
-    std::ofstream(File()) << machine << "<GasBranch GasType='4'/></GasBranches></MachineConfig>";
+    std::ofstream(File())
+        << machine << "<GasBranch GasType='4'/><GasBranch GasType='5' DAPort='37'/></GasBranches></MachineConfig>";
     TControllerOptions options;
     options.Machines = {SimulatedMachine()};
     options.MachineFile = File();
@@ -52,6 +53,7 @@ class GasCalibration : public testing::Test {
     while (calibration.Running() && Clock().MonotonicMs() < end) FController->RunPass();
     EXPECT_FALSE(calibration.Running());
     FCompleted = calibration.Completed();
+    if (!FCompleted) calibration.Conclude();
     FMessages.clear();
     for (std::string text; calibration.GetMsg(text);) FMessages += text + "\n";
     return calibration.Results().front();
@@ -109,6 +111,7 @@ TEST_F(GasCalibration, FaultsEndInTimeAndNeverStoreACurveThatIsNone) {
     EXPECT_EQ(static_cast<int>(result.End), static_cast<int>(row.End)) << FMessages;
     EXPECT_EQ(FCompleted, row.Completed);
     EXPECT_FALSE(FController->Machine().Snapshot().Gas);
+    EXPECT_FALSE(result.Stopped) << "nobody did but the protection";
     if (row.End == TGasEnd::Stored) continue;
     EXPECT_EQ(result.Why.empty(), !row.Completed);
     EXPECT_THAT(FMessages, HasSubstr(row.Completed ? result.Why : "未稳定"));
@@ -116,15 +119,22 @@ TEST_F(GasCalibration, FaultsEndInTimeAndNeverStoreACurveThatIsNone) {
   }
 }
 
-TEST_F(GasCalibration, TwoPointsAreNoCurveAndThreeAre) {
-  for (const int points : {2, 3}) {
-    const TGasCalibration calibration(*FController, {2}, {"S", 1.5});
-    TIncList measured;
-    for (int i = 1; i <= points; ++i) measured.AddItem({1.0 * i, 1.0 * i});
-    GZemGasAdjustModel()->Tell(
-        {.Kind = TGasAdjustEvent::TKind::Rebuilt, .Gas = 2, .Good = true, .Measured = &measured, .Curve = &measured});
-    EXPECT_EQ(calibration.Results().front().End, points == 2 ? TGasEnd::Restored : TGasEnd::Stored);
-  }
+TEST_F(GasCalibration, TwoPointsAreNoCurveAndThreeAreUnlessTheStateSaysOtherwise) {
+  for (const auto& [points, gas] : {std::pair(0, 2), {2, 2}, {3, 2}, {2, 5}, {3, 5}})  // 5 has no stored tables
+    for (const bool good : {false, true}) {
+      const TGasCalibration calibration(*FController, {gas}, {"S", 1.5});
+      TIncList measured;
+      for (int i = 1; i <= points; ++i) measured.AddItem({1.0 * i, 1.0 * i});
+      GZemGasAdjustModel()->Tell({.Kind = TGasAdjustEvent::TKind::Rebuilt,
+                                  .Gas = gas,
+                                  .Good = good,
+                                  .Measured = &measured,
+                                  .Curve = &measured});
+      const TGasEnd full = good ? TGasEnd::Stored : TGasEnd::Failed;
+      EXPECT_EQ(calibration.Results().front().End, points < 3 ? TGasEnd::Restored : full) << points;
+    }
+  const TGasResult result{.Points = {{.Settled = true, .Press = 3.0}, {.Settled = false, .Press = 9.0}}};
+  EXPECT_EQ(result.MaxBar(), 3.0) << "where it has settled";
 }
 
 TEST_F(GasCalibration, GasThatSomebodyElseSwitchesOffStaysOff) {
@@ -149,6 +159,95 @@ TEST_F(GasCalibration, GasThatSomebodyElseSwitchesOffStaysOff) {
   const auto& findings = calibration.Results().front().Findings;
   ASSERT_EQ(findings.size(), 1u);
   EXPECT_STREQ(findings[0].Kind, "stopped");
+}
+
+TEST_F(GasCalibration, IsRefusedWhereTheMachineIsNotReady) {
+  TNcStateFramework& framework = FController->Framework();
+  TCallGate& gate = Simulated(FController->Machine()).Gate();
+  TGasCalibration calibration(*FController, {1}, {"S", 1.5});
+  std::string reason;
+  const auto refused = [&] { return !calibration.Start(reason); };
+  ASSERT_TRUE(FController->Start(ShareRoot(MakeShot(1000))));
+  FController->RunPass();
+  EXPECT_TRUE(refused() && reason == Tr("the machine is busy")) << reason;
+  framework.Stop();
+  FController->RunFor(500);
+  // Which call asks the laser is found by trying each.
+  for (std::uint64_t ahead = 1; ahead < 40 && !framework.SafePending(); ++ahead) {
+    gate.PlanSet({.Call = gate.Calls() + ahead, .Fault = gfThrow, .Sticky = true, .HangMs = 0, .Callback = {}});
+    framework.Stop();
+    FController->RunPass();
+  }
+  EXPECT_TRUE(refused() && reason == Tr("a device has not acknowledged switching off")) << reason;
+  gate.PlanSet({});
+  FController->RunFor(100);
+  framework.Stop();  // not taken yet
+  EXPECT_TRUE(refused() && reason == Tr("the calibration cannot be started")) << reason;
+  FController->RunFor(100);
+  EXPECT_TRUE(calibration.Start(reason)) << reason;
+  calibration.Stop();
+  FController->RunFor(100);
+}
+
+TEST_F(GasCalibration, AReadingThatFailsBeforeTheFirstVoltageLosesNoPoint) {
+  const TGasCalibration calibration(*FController, {1, 2}, {"S", 1.5});
+  TCallGate& gate = Simulated(FController->Machine()).Gate();
+  for (const auto& [gas, fault] : {std::pair(1, gfThrow), {2, gfRefuse}}) {
+    gate.PlanSet({.Call = gate.Calls() + 1, .Fault = fault, .Sticky = false, .HangMs = 0, .Callback = {}});
+    GZemGasAdjustModel()->Tell({.Kind = TGasAdjustEvent::TKind::Voltage, .Gas = gas, .Volt = 2.0});
+    EXPECT_TRUE(gate.Fired());
+    const TGasResult& result = calibration.Results()[static_cast<std::size_t>(gas - 1)];
+    EXPECT_FALSE(result.Zero);
+    EXPECT_EQ(result.Points.size(), 1u);
+  }
+}
+
+TEST_F(GasCalibration, WhatTheWayDownCondemnsOrNoFileTakesIsUndone) {
+  const auto block = [&](const char* name) {
+    std::filesystem::remove(FDir.Path() / name);
+    std::filesystem::create_directory(FDir.Path() / name);
+  };
+  const auto isOld = [&] {
+    TGasCaliConfig stored;
+    stored.Open();
+    const TDAAdjustTable& table = MachineConfig()->GetGasBranch(1)->DAAdjustTable;
+    return table.GetCount() == 2 && table.GetItem(1)->Volt == 9.0 && !stored.GetDAAdjustTable(1, "S", 1.5);
+  };
+  for (const char* const blocked : {"", "GasCalibration.config", "machine.xml"}) {
+    TGasCalibration calibration(*FController, {1}, {"S", 1.5});
+    std::string reason;
+    ASSERT_TRUE(calibration.Start(reason)) << reason;
+    calibration.RunToEnd();
+    const TGasResult& result = calibration.Results().front();
+    ASSERT_EQ(result.End, TGasEnd::Stored) << result.Why;
+    std::vector<TGasPoint> downwards(result.Points.rbegin(), result.Points.rend());
+    for (TGasPoint& point : downwards) point.Press += 2.0;
+    calibration.Conclude(1, std::move(downwards));
+    if (*blocked) block(blocked);
+    calibration.Conclude();
+    EXPECT_EQ(result.End, *blocked ? TGasEnd::Unsaved : TGasEnd::Restored) << blocked;
+    EXPECT_EQ(calibration.Unsaved(), *blocked != 0);
+    std::string messages;
+    for (std::string text; calibration.GetMsg(text);) messages += text + "\n";
+    EXPECT_THAT(messages, testing::AllOf(HasSubstr(result.Why), HasSubstr(blocked)));
+    EXPECT_TRUE(isOld()) << blocked;
+    std::filesystem::remove(FDir.Path() / "GasCalibration.config");
+  }
+  // The machine file is still blocked when the next one ends: one message for all its gases.
+  TGasCalibration both(*FController, {1, 2}, {"S", 1.5});
+  std::string text;
+  ASSERT_TRUE(both.Start(text)) << text;
+  both.RunToEnd();
+  EXPECT_EQ(both.Results()[0].End, TGasEnd::Unsaved);
+  EXPECT_EQ(both.Results()[1].End, TGasEnd::Unsaved);
+  while (both.GetMsg(text) && text.find("machine.xml") == std::string::npos) continue;
+  EXPECT_THAT(text, HasSubstr(GasDesc(1) + ", " + GasDesc(2)));
+  EXPECT_TRUE(isOld());
+  // So are both, and it is said of the machine file apart from the gas.
+  block("GasCalibration.config");
+  EXPECT_EQ(Run(1).End, TGasEnd::Unsaved);
+  EXPECT_THAT(FMessages, testing::AllOf(HasSubstr("machine.xml"), HasSubstr("GasCalibration.config")));
+  EXPECT_TRUE(isOld());
 }
 
 TEST_F(GasCalibration, TheRefinedMethodUsesMorePointsAndIsNotTheDefault) {
