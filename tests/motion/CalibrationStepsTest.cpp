@@ -21,6 +21,15 @@ class CalibrationSteps : public TConfiguredMachine {
 
 using TAppended = std::pair<std::int32_t, std::int32_t>;
 
+TEST_F(CalibrationSteps, AResultThatCannotBeSavedStandsAndIsTold) {
+  NcParams()->SetInt("AutoSaveCaliResult", 1);
+  std::filesystem::remove(MachineFile());
+  std::filesystem::create_directory(MachineFile());
+  EXPECT_EQ(StoryOf(151).back(), "-> 100 ensure");
+  EXPECT_EQ(Appended(), (TAppended{1, 0}));
+  EXPECT_THAT(ErrorLines(), testing::Contains(testing::HasSubstr("the calibration result was not saved: ")));
+}
+
 TEST_F(CalibrationSteps, EveryResultIsAppendedAndABadOneFails) {
   const std::string text = FileText();
   EXPECT_EQ(StoryOf(151), Lines("follower.StartCalibrate  -> 20001 follower", "-> 100 ensure"));

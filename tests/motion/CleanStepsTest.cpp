@@ -2,6 +2,7 @@
 #include <cmath>
 
 #include "fixture/ConfiguredMachine.h"
+#include "ixocamglue/motion/Umotiontexts.h"
 
 namespace ixocamglue::test {
 namespace {
@@ -72,6 +73,14 @@ TEST_F(CleanSteps, HoweverItFailsTheGasIsOffAndTheCounterStays) {
   Start<TSmtManuCleanState>();
   EXPECT_EQ(Finish(60'000), metError);
   EXPECT_TRUE(Untouched());
+}
+
+TEST_F(CleanSteps, ACounterThatCannotBeSavedIsSaidAndTheNozzleIsClean) {
+  std::filesystem::remove(MachineFile());
+  std::filesystem::create_directory(MachineFile());
+  Start<TSmtManuCleanState>();
+  EXPECT_EQ(Finish(60'000), metSuccess);
+  EXPECT_THAT(Refusals(), testing::Contains(testing::HasSubstr("(513): " + std::string(SCheckCounterNotSaved.Get()))));
 }
 
 TEST_F(CleanSteps, ACurveThatTheAxesDidNotRunIsNoUseOfTheBrush) {

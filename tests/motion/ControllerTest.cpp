@@ -48,7 +48,9 @@ constexpr std::int32_t kOtherState = 60;
 
 class Controlling : public TMachineTest {
  protected:
+  ~Controlling() override { TLogService::Listen(0); }
   Controlling() {
+    TLogService::Listen(kDiagAll);  // whatever a trace says, the ending is the same
     NcRegistry()->RegisterStateCtrl(kOtherState,
                                     [](TNcStateFramework& owner) { return std::make_unique<TNcStateCtrl>(owner); });
   }
@@ -228,6 +230,66 @@ TEST_F(Controlling, AlarmsAreAskedOfFrameworkAndRoot) {
     EXPECT_EQ(Framework().CurrentState(), nsStandby);
     FController.Alarms().ClearAll();
   }
+}
+
+// The library's controller alone: no cutting system, no alarms, no parameters.
+TEST(WithoutAMachine, EachProcedureEndsAndBeforeTheLibrarysStartThereIsNone) {
+  TVirtualClock time;
+  const TInstalled<IClock> clockInstalled(time);
+  TNcRegistry registry;
+  const TInstalled<TNcRegistry> registryInstalled(registry);
+  TFaultWatch faults;
+  TNcStateFramework framework;
+  framework.RunOnce();
+  TCustomMotionState early(framework);
+  TCustomMotionState::SetStateMotion(std::make_shared<TScriptedRoot>());
+  EXPECT_EQ(faults.Claim(), TTexts{"TCustomMotionState.SetStateMotion before the library's start"});
+  EXPECT_EQ(early.StateName(), "");
+  early.LeaveState(0);
+  EXPECT_FALSE(early.CheckStateAlarm());
+  EXPECT_EQ(faults.Claim().size(), 1u) << "a state without a root";
+  FreeMotionController();
+
+  StartMotionController();
+  StartMotionController();
+  const struct {
+    std::function<void(TScriptedRoot&)> Do;  // in the first tick
+    TMotionExecType Type;
+    const char* Fault;
+  } cases[] = {
+      {[](TScriptedRoot& root) { root.Ctrl->SetCustomBusyType(csbtMotion); }, metSuccess, ""},
+      {[](TScriptedRoot& root) { root.Ctrl->SetCustomBusyType(csbtInput); }, metError, "CutSystem.InportCtrl = nil"},
+      {[](TScriptedRoot& root) { root.Ctrl->SetCustomBusyType(csbtFocus); }, metError, "CutSystem.CutHeadCtrl = nil"},
+      // Nothing to wait for: the framework's own guard ends it.
+      {[](TScriptedRoot& root) { root.Ctrl->SetCustomBusyType(csbtFollower); }, metStop, ""},
+      {[&](TScriptedRoot& root) { root.Ctrl->SetCustomBusyType(csbtMotion), framework.Abort(srAlarm); }, metAlarm, ""},
+      {[](TScriptedRoot& root) {
+         root.Ctrl->SetCustomBusyType(csbtMotion);
+         TCustomMotionState::SetStateMotion(nullptr);
+       },
+       metError, "设计不支持TCustomMotionState.StateMotion = nil"},
+  };
+  for (const auto& c : cases) {
+    const auto root = std::make_shared<TScriptedRoot>();
+    root->OnMotion = [&, first = true](std::int32_t reason) mutable -> TStepType {
+      if (reason != srDone) return mstpError;
+      if (!std::exchange(first, false)) return mstpExit;
+      c.Do(*root);
+      return mstpPolling;
+    };
+    TCustomMotionState::SetStateMotion(root);
+    ASSERT_TRUE(framework.RequestState(nsCustomMotion, 0).Ok());
+    do time.Sleep(framework.RunOnce());
+    while (framework.CurrentState() != nsStandby);
+    const auto& outcome = static_cast<TCustomMotionState&>(*framework.State(nsCustomMotion)).Outcome();
+    EXPECT_EQ(std::pair(outcome.Type, outcome.Fault), std::pair(c.Type, std::string(c.Fault)));
+    faults.Claim();  // of the root that went
+    time.Sleep(framework.RunOnce());
+  }
+  TCustomMotionState::SetExecOK(77, true);
+  EXPECT_FALSE(TCustomMotionState::GetExecOK(77, false)) << "nowhere to note it";
+  EXPECT_EQ(CurrentLeaf(*std::make_shared<TScriptedRoot>()), nullptr);
+  FreeMotionController();
 }
 
 class WithoutWaits : public TMachineTest {

@@ -39,6 +39,25 @@ TEST_F(NozzleSteps, ASlotWhoseInputDidNotChangeFailsTheStep) {
   EXPECT_THAT(Refusals(), testing::ElementsAre(testing::HasSubstr("the nozzle is not in the slot in row 1, column 1")));
 }
 
+TEST_F(NozzleSteps, AHeadThatIsNotWhereItWasSentDoesNotTurn) {
+  const auto make = [this](std::int32_t command) {
+    GoOverSlot(0, command == 163 ? 0 : 1);
+    return Make<TSmtNozzleStep>(command, [&](auto& s) { s.FRow = 0, s.FCol = command == 163 ? 0 : 1; });
+  };
+  for (const auto& [command, ticks] : {std::pair{163, 1}, {163, 2}, {164, 1}, {164, 2}, {164, 3}}) {
+    const auto step = make(command);
+    for (int i = 0; i < ticks; ++i) Tick(*step);
+    Lower(20);  // somebody else moves it
+    EXPECT_EQ(Tick(*step), "-> -2") << command << " " << ticks;
+    EXPECT_EQ(AllCommands(), TTexts{});
+    EXPECT_THAT(Refusals(), testing::ElementsAre(testing::HasSubstr("Z ended at 20.000")));
+  }
+  const auto step = make(163);
+  Lower(48);
+  EXPECT_EQ(Tick(*step), "-> 20001 ensure") << "there already";
+  step->Motion(srStop);
+}
+
 TEST_F(NozzleSteps, AStopWhileItTurnsStopsTheTurningAxis) {
   StartSequence({{163, "leave", [](TStateMotion& step) {
                     auto& s = dynamic_cast<TSmtNozzleStep&>(step);

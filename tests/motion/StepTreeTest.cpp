@@ -1,12 +1,15 @@
 // The walk of the step tree, without a machine: scripted leaves write down what happens to them.
+#include <fstream>
 #include <set>
 
 #include <gtest/gtest.h>
 
 #include "fixture/Faults.h"
+#include "fixture/TempDir.h"
 #include "ixocamglue/motion/Usequence.h"
 #include "ixocamglue/motion/Ustatemotion.h"
 #include "ixocamglue/motion/Ustatemotionbase.h"
+#include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/platform/xml/MachineConfig.h"
 #include "ixocamglue/support/Format.h"
 
@@ -88,7 +91,12 @@ class TTree : public TSmtComposite {
 
 class StepTree : public testing::Test {
  protected:
-  StepTree() { GStory.clear(); }
+  // Everything is traced: whatever a trace says, the walk is the same.
+  StepTree() {
+    GStory.clear();
+    TLogService::Listen(kDiagAll);
+  }
+  ~StepTree() override { TLogService::Listen(0); }
 
   static auto Root(std::function<void(TTree&)> build, bool late = false) {
     auto root = MakeStepOf<TTree>(nullptr);
@@ -108,6 +116,8 @@ class StepTree : public testing::Test {
     return answers;
   }
 
+  TLogService Log;
+  TInstalled<TLogService> LogInstalled{Log};
   TFaultWatch Faults;
 };
 
@@ -228,6 +238,21 @@ TEST_F(StepTree, TheStopFlagIsOneForTheWholeTreeAndStays) {
   EXPECT_TRUE(deep->Stopped());
   root->BuildData();
   EXPECT_TRUE(deep->Stopped());
+
+  TScripted* ready = nullptr;
+  auto other = Root([&](TTree& t) {
+    auto built = Root([&](TTree& b) { ready = &b.Leaf("built before"); });
+    t.Put(std::move(built));
+    t.AddMotion(MakeStep<TScripted>(nullptr));  // without a row of its own
+  });
+  other->StopExec();
+  EXPECT_TRUE(ready->Stopped());
+}
+
+TEST_F(StepTree, ALeafThatAnswersItsExitHasDoneItsMotion) {
+  auto root = Root([](TTree& t) { t.Leaf("a", {mstpExit}); });
+  EXPECT_EQ(root->Motion(srDone), mstpStep);
+  EXPECT_EQ(Run(*root).back(), mstpExit);
 }
 
 TEST_F(StepTree, UpdateThreadReachesTheCurrentLeaf) {
@@ -334,6 +359,7 @@ TEST_F(StepTree, DesignFaultsAreToldVerbatimAndGoOnWithTheirSafeValue) {
   EXPECT_EQ(Faults.Claim(), (TTexts{"该函数一定要被继承实现", "目前不支持该自动化接口"}));
 
   auto leaf = MakeStepOf<TScripted>(nullptr);
+  EXPECT_TRUE(leaf->IsMotionStep(0) && !leaf->IsMotionStep(1) && !leaf->IsMotionStep(mstpEnd));
   leaf->SetStep(3);
   EXPECT_EQ(leaf->GetStep(), mstpError);
   leaf->SetStep(mstpPolling);  // an answer, never a position
@@ -389,6 +415,18 @@ TEST_F(StepTree, AnAbortAnsweredOtherwiseIsForcedToAnErrorAndStillLeavesWithItsP
   EXPECT_EQ(Faults.Claim(), (TTexts{"AReason(1) <> srDone(0)时返回值需为mstpError", "执行了强制退出操作"}));
 }
 
+TEST_F(StepTree, TheHeadModeIsReadFromTheMachineFile) {
+  EXPECT_FALSE(TStateMotion::DHEnabled());
+  for (const int mode : {0, 1, 2}) {
+    const TTempDir dir;
+    std::ofstream(dir.Path() / "machine.xml") << Format("<MachineConfig DHMode='%d'/>", mode);
+    TMachineConfig config;
+    ASSERT_TRUE(config.Load(dir.Path() / "machine.xml"));
+    const TInstalled<TMachineConfig> installed(config);
+    EXPECT_EQ(TStateMotion::DHEnabled(), mode == 2);
+  }
+}
+
 TEST_F(StepTree, TheFactoryKnowsItsCommandsAndNoOther) {
   const std::set<std::int32_t> expected{131, 133, 134, 136, 137, 138, 139, 141, 142, 151, 152, 153, 154, 163, 164, 172,
                                         173, 176, 181, 350, 421, 422, 513, 514, 516, 517, 518, 519, 520, 522, 612};
@@ -404,6 +442,37 @@ TEST_F(StepTree, TheFactoryKnowsItsCommandsAndNoOther) {
     EXPECT_EQ(step->GetStep(), late ? mstpUnbuilt : 0) << command;
   }
   EXPECT_EQ(tree->IDList().size(), expected.size());
+  EXPECT_EQ(CommandDesc(999), "");
+  EXPECT_EQ(CommandClass(999), "");
+  EXPECT_EQ(Faults.Claim().size(), 2u);
+  while (tree->MotionList().size() < 1000) tree->AddMotion(MakeStep<TScripted>(nullptr));
+  EXPECT_FALSE(AddMotionByCmd(612, *tree, true));
+  EXPECT_EQ(Faults.Claim(), TTexts{"root: a composite holds at most 1000 steps"});
+}
+
+TEST_F(StepTree, WithoutAMachineNoWayIsKnownNothingIsMetAndNoAlarmStands) {
+  std::vector<TPoint2> way;
+  auto curve = MakeStepOf<TSmtCleanHeadCurve>(nullptr);
+  curve->AddWay(way);
+  MakeStepOf<TSmtLubricateCurve>(nullptr)->AddWay(way);
+  MakeStepOf<TSmtSafeMoveToWorkXY>(nullptr)->AddWay(way);
+  EXPECT_TRUE(way.empty());
+  curve->FUseConfig = false;
+  curve->FCount = 3;
+  curve->AddWay(way);
+  EXPECT_EQ(way.size(), 6u);
+  curve->FStyle = TSmtCleanHeadCurve::kEllipses;
+  curve->AddWay(way);
+  EXPECT_EQ(way.size(), 6u + 37u) << "each round goes the same way";
+  TInportParamsConfig input;
+  EXPECT_TRUE(InputIsMet(input)) << "not fitted";
+  input.Port = 3;
+  EXPECT_FALSE(InputIsMet(input));
+  EXPECT_TRUE(CanCleanHead()) << "no table that had to be docked";
+  EXPECT_FALSE(MakeStepOf<TScripted>(nullptr)->CheckStateAlarm());
+  for (const TStepPtr& step :
+       {MakeStep<TSmtGasOnState>(nullptr), MakeStep<TSmtMoveToF>(nullptr), MakeStep<TSmtFollow>(nullptr)})
+    EXPECT_EQ(step->DoMotion(srDone), mstpError);
 }
 
 }  // namespace
