@@ -9,6 +9,7 @@
 #include "ixocamglue/platform/services/AppSys.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/platform/services/VirtualClock.h"
+#include "ixocamglue/platform/states/ForbidTypes.h"
 #include "ixocamglue/platform/states/NcState.h"
 #include "ixocamglue/platform/states/NcStateTexts.h"
 #include "ixocamglue/support/Format.h"
@@ -169,6 +170,18 @@ TEST_F(StateFramework, AChangeIsCarriedOutAfterTheTickAndTheLastRequestWins) {
   EXPECT_EQ(Framework->CurrentState(), nsStandby);
 }
 
+TEST_F(StateFramework, WhatIsRequestedWhileAStateIsEnteredFollowsIt) {
+  GDo["init 7"] = [&] { (void)Framework->RequestState(nsStandby, 0); };
+  (void)Framework->RequestState(kState, 7);
+  Pass();
+  EXPECT_EQ(Framework->CurrentState(), kState);
+  EXPECT_TRUE(Framework->IsPending(nsStandby));
+  EXPECT_EQ(State().StateName(), "");
+  Pass();
+  EXPECT_EQ(Framework->CurrentState(), nsStandby);
+  EXPECT_EQ(Framework->State(nsStandby)->StateName(), "nsStandby");
+}
+
 TEST_F(StateFramework, EachBusyConditionWaitsForItsDevice) {
   Enter();
   TDevice device;
@@ -248,6 +261,14 @@ TEST_F(StateFramework, EveryEndingHasItsReasonAndStopComesFirst) {
       {"stop", [&] { Framework->Stop(); }, "step 1"},
       {"pause", [&] { Framework->Pause(); }, "step 3"},
       {"abort", [&] { Framework->Abort(2); }, "step 2"},
+      {"two aborts",
+       [&] {
+         Framework->Abort(srDone, "none");
+         Framework->Abort(srError, "the first");
+         Framework->Abort(srAlarm, "the second");
+       },
+       "step 5", "the first"},
+      {"pause, then an abort", [&] { Framework->Pause(), Framework->Abort(srError, "late"); }, "step 5", "late"},
       {"standing alarm", [&] { State().StateAlarm = true; }, "step 4"},
       {"stop and alarm",
        [&] {
@@ -257,6 +278,7 @@ TEST_F(StateFramework, EveryEndingHasItsReasonAndStopComesFirst) {
        "step 1"},
       {"alarm check throws", [&] { State().AlarmThrows = true; }, "step 5", "alarm check"},
       {"update throws", [&] { State().UpdateThrows = true; }, "step 5", "update"},
+      {"update throws and stop", [&] { State().UpdateThrows = true, Framework->Stop("key"); }, "step 1", "key"},
       {"device throws",
        [&] {
          device.Throws = true;
@@ -424,6 +446,12 @@ TEST_F(StateFramework, AFaultOfThePassItselfLosesNeitherAStopNorTheWorkBehindIt)
     int FailsAt = 0;
   } alarms;
   const TInstalled<TNcAlarms> installed(alarms);
+  Enter();
+  alarms.FailsAt = 1;
+  Pass();
+  EXPECT_EQ(Framework->CurrentState(), kState) << "no stop comes of it";
+  Framework->Stop();
+  Pass();
   TTexts causes;
   GDo["step 1"] = [&] { causes.push_back(Framework->EndCause()); };
   const TTexts stories[] = {{"step 1", "leave to 0"}, {"step 1", "step 1", "leave to 0"}};
@@ -482,15 +510,48 @@ TEST_F(StateFramework, OffIsDemandedEveryPassUntilTheDeviceAcknowledgesWithoutTh
   Pass(3);
   EXPECT_EQ(devices.OffCommands, commands);  // acknowledged: not told again
 
-  // Emission that is still to come is not dark.
-  Enter();
-  Framework->Watch().EmissionAsked.Begin(Clock.MonotonicMs());  // and the device misses EmissionOff
+  // What is still to come is not dark.
+  for (TNcSince* const asked : {&Framework->Watch().EmissionAsked, &Framework->Watch().LaserAsked}) {
+    Enter();
+    asked->Begin(Clock.MonotonicMs());  // and the device misses its off
+    Framework->Stop();
+    Pass(3);
+    EXPECT_TRUE(Framework->SafePending());
+    asked->End();
+    Pass();
+    EXPECT_FALSE(Framework->SafePending());
+  }
+}
+
+TEST_F(StateFramework, BeforeTheFirstPassAndWithoutOneNothingIsLost) {
+  Framework.reset();
+  EXPECT_EQ(LaserForbidden(), nullptr);
+  NoteGasOff();  // nobody is there to be told
+  NoteGasOn();
+  auto object = std::make_shared<int>(1);
+  const std::weak_ptr<int> alive = object;
+  ReleaseOnStateThread(std::move(object));
+  EXPECT_TRUE(alive.expired());
+  Framework.emplace();
   Framework->Stop();
-  Pass(3);
-  EXPECT_TRUE(Framework->SafePending());
-  Framework->Watch().EmissionAsked.End();
-  Pass();
-  EXPECT_FALSE(Framework->SafePending());
+  EXPECT_FALSE(Framework->RequestState(kState, 7).Ok());
+  Pass(2);
+  EXPECT_TRUE(Framework->RequestState(kState, 7).Ok());
+}
+
+TEST(ForbiddenKeys, ByTheSetInForceAndWithoutOneOnlyTheCommandThatIsNone) {
+  TNcForbidTypeRegistry keys;
+  const std::vector<std::int32_t> commands{3, 4};
+  keys.SetForbiddenKey("nobody registered it");
+  EXPECT_EQ(keys.Current(), "");
+  EXPECT_TRUE(keys.Commands("nobody registered it").empty());
+  EXPECT_TRUE(keys.IsForbidden(0) && !keys.IsForbidden(3));
+  keys.RegistAllowKey("allow", commands);
+  keys.RegistForbidKey("forbid", commands);
+  keys.SetForbiddenKey("allow");
+  EXPECT_TRUE(!keys.IsForbidden(3) && keys.IsForbidden(5));
+  keys.SetForbiddenKey("forbid");
+  EXPECT_TRUE(keys.IsForbidden(3) && !keys.IsForbidden(5));
 }
 
 TEST_F(StateFramework, AProceduresOwnEndSwitchesTheLaserButNotTheGas) {
