@@ -106,6 +106,34 @@ TEST_F(PanelHost, TheEmergencyStopNeedsNeitherPanelNorCuttingSystem) {
   EXPECT_EQ(straight, 1);
 }
 
+TEST_F(PanelHost, AKeyThatThereIsNotIsNoPressAndTheStopKeyNeedsNobodyToHoldItFor) {
+  TPanelGuard guard(*KBPManager(), {});
+  guard.Enable();
+  const auto none = static_cast<TKeyCode>(kKeys);
+  EXPECT_FALSE(guard.Press(none));
+  guard.Release(none);
+  EXPECT_THAT(TakeKeys(), IsEmpty());
+  EXPECT_TRUE(guard.Press(CK_STOP));
+  for (const std::uint64_t end = Clock().MonotonicMs() + 2 * TPanelGuard::kStopHeldMs; Clock().MonotonicMs() < end;) {
+    guard.Alive();
+    guard.Watch(Clock().MonotonicMs());
+    FController.RunPass();
+  }
+  EXPECT_THAT(TakeKeys(), ElementsAre("KeyDown 4 0"));
+}
+
+// A device that hangs in the press: the watch has released by the time it returns.
+TEST_F(PanelHost, AKeyThatTheWatchReleasesWhileItIsPressedIsReleasedBehindThePress) {
+  TPanelGuard guard(*KBPManager(), {});
+  guard.Enable();
+  Gate().PlanSet({.Call = Gate().Calls() + 1, .Fault = gfCallback, .HangMs = 0, .Callback = [&] {
+                    guard.Watch(Clock().MonotonicMs() + TPanelGuard::kSilentMs + 1);
+                  }});
+  guard.Press(CK_RIGHT);
+  EXPECT_TRUE(Gate().Fired());
+  EXPECT_EQ(TakeKeys().back(), "KeyUp 34 0");
+}
+
 TEST_F(PanelHost, TheStopKeyHeldForThreeSecondsInStandbyResetsTheLatch) {
   const auto latched = [this] { return Machine().Snapshot().LatchTripped; };
   Machine().Laser()->Trip("of its own");
@@ -160,6 +188,31 @@ TEST_F(PanelHost, ASwitchPressedAgainSwitchesOffWhereverATerminalCannotTell) {
     EXPECT_TRUE(on()) << byte << ": two presses, each of them switches";
     type(reported, 0);
   }
+}
+
+TEST(PanelAlone, WithoutAMachineAPressAndItsReleaseReachNobody) {
+  TVirtualClock clock;
+  const TInstalled<IClock> installed(clock);
+  TFaultWatch faults;
+  TKBPManager manager;
+  int held = 0;
+  TPanelGuard guard(manager, {}, [&] { ++held; });
+  guard.Enable();
+  manager.SetMap(kMapClientPermit, kAllKeys);
+  EXPECT_TRUE(guard.Press(CK_RIGHT));
+  EXPECT_EQ(guard.WatchInMs(), TPanelGuard::kWatchMs);
+  guard.Watch(clock.MonotonicMs() + 1);
+  EXPECT_EQ(guard.WatchInMs(), TPanelGuard::kRestMs) << "without key bits nothing is held";
+  guard.Release(CK_RIGHT);
+  TNcSysInts ints;
+  const TInstalled<TNcSysInts> intsInstalled(ints);
+  EXPECT_TRUE(guard.Press(CK_STOP));
+  for (std::uint64_t ms = 0; ms < 2 * TPanelGuard::kStopHeldMs; ms += TPanelGuard::kWatchMs) {
+    guard.Alive();
+    guard.Watch(clock.MonotonicMs());
+    clock.Sleep(TPanelGuard::kWatchMs);
+  }
+  EXPECT_EQ(held, 0) << "nothing stands in standby";
 }
 
 TEST_F(PanelHost, FormsStayNestedWhateverTheOrder) {

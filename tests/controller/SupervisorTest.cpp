@@ -76,8 +76,10 @@ TEST_F(Supervisor, WhateverLastsTooLongGetsAlarmThenStopThenLatch) {
   };
   for (const auto& c : cases) {
     Reset();
+    EXPECT_FALSE(FSupervisor.Broken(FNow));
     c.Begin();
     RunUntil(static_cast<std::uint64_t>(c.FirstMs) + 10'000);
+    EXPECT_TRUE(FSupervisor.Broken(FNow));
     EXPECT_EQ(FStory, (TTexts{Format("alarm %d", c.FirstMs), Format("stop %d", c.FirstMs + 1000),
                               Format("latch %d", c.FirstMs + 2000)}))
         << c.What;
@@ -168,6 +170,26 @@ TEST_F(Leaves, HaveALimitByWhatTheyWaitFor) {
                   }),
             "5700 0");
   EXPECT_EQ(Limit(518), "6000 0");
+}
+
+// A step of a machine builder's own that waits and does not say for how long.
+class TPatient : public TSmtAtomic {
+ public:
+  static constexpr std::string_view kClassName = "TPatient";
+  std::int32_t GetID() override { return 9001; }
+  std::string GetDesc() override { return "patient"; }
+  TStepType DoMotion(std::int32_t) override {
+    StateCtrl()->Delay(100);
+    return Await(csbtDelay);
+  }
+};
+
+TEST_F(Leaves, OneThatDoesNotSayHowLongItWaitsHasTheLimitOfAnyWait) {
+  StartSequence({{.Command = 0, .Desc = "own", .Make = &MakeStep<TPatient>}});
+  while (Framework().Busy() != bkDelay) FController.RunPass();
+  EXPECT_EQ(Framework().Watch().Leaf, 9001);
+  EXPECT_EQ(Framework().Watch().LeafLimitMs, 600'000U);
+  EXPECT_EQ(Finish(), metSuccess);
 }
 
 class SupervisedRun : public testing::Test {
@@ -270,6 +292,42 @@ TEST_F(Supervisor, AStandbyThreadMayBeSilentAndAThrowingActionChangesNothing) {
   FWatch.LaserAsked.Begin(kStart);
   RunUntil(3'000);
   EXPECT_EQ(FStory, (TTexts{"latch 100", "stop 100"})) << "a latch that fails keeps no stop back";
+}
+
+TEST_F(Supervisor, ABeatYoungerThanTheRoundIsNoSilenceAndWhereNobodyActsItStillWatches) {
+  FWatch.BeatMs = kStart + 5;
+  FSupervisor.Round(kStart);
+  EXPECT_EQ(FStory, TTexts{});
+  TSupervisor alone(FWatch, [] { return nsCustomMotion; }, {}, {});
+  FWatch.EndPosted = "stop";
+  FWatch.LaserAsked.Begin(kStart);
+  for (std::uint64_t ms = 0; ms < 4'000; ms += kSupervisorRoundMs) alone.Round(kStart + ms);
+  alone.EmergencyStop();
+  EXPECT_TRUE(alone.Broken(kStart + 4'000)) << "silent since the start";
+}
+
+TEST(ThreadWatch, AnAlarmGoesWithItsThreadAndComesBackWhileItsCauseStands) {
+  TVirtualClock clock;
+  const TInstalled<IClock> installed(clock);
+  TNcAlarmManager alarms;
+  TThreadWatch watch(ThreadTable(), {}, alarms);
+  std::optional<TThreadSign> sign(std::in_place, "first", tkOther);
+  const auto shown = [&] {
+    watch.Round(clock.MonotonicMs());
+    std::string text;
+    for (const TNcAlarmRecord& alarm : alarms.Standing()) text += alarm.Desc;
+    return text;
+  };
+  clock.Sleep(3'000);
+  EXPECT_THAT(shown(), testing::HasSubstr("first"));
+  alarms.ClearAll();
+  EXPECT_THAT(shown(), testing::HasSubstr("first")) << "cleared by hand, and still silent";
+  sign.reset();
+  sign.emplace("second", tkOther);  // in the same row
+  clock.Sleep(3'000);
+  EXPECT_THAT(shown(), testing::AllOf(testing::HasSubstr("second"), testing::Not(testing::HasSubstr("first"))));
+  sign.reset();
+  EXPECT_EQ(shown(), "");
 }
 
 TEST(ThreadWatch, EachThreadHasTheLimitOfItsKindAndAParkedOneHasNone) {

@@ -71,6 +71,15 @@ TEST(SessionThreaded, OtherThreadsStopAskLogAndTranslateWhileProceduresRun) {
   EXPECT_FALSE(session.Machine().Snapshot().Laser || session.Machine().Snapshot().Emission);
 }
 
+TEST(SessionThreaded, ARoundThatThrowsEndsNoThread) {
+  std::atomic<int> rounds{0};
+  const TRoundThread thread("ixo-round", 1, [&](std::uint64_t) {
+    ++rounds;
+    throw std::runtime_error("round");
+  });
+  EXPECT_TRUE(Comes([&] { return rounds > 2; }));
+}
+
 // The end of the process while a beam is on.
 TEST(SessionThreaded, EndsARunningShotInRealTime) {
   TControllerOptions options;
