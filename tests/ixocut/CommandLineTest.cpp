@@ -127,6 +127,37 @@ TEST_F(CommandLine, AWrongCommandLineIsToldInOneLineAndDoesNothing) {
   EXPECT_FALSE(fs::exists(Copy())) << "a wrong command line must leave nothing behind";
 }
 
+TEST_F(CommandLine, WithJsonEachAnswerIsOneDocumentOfItsCommand) {
+  const std::string text = ReadFile(ShareFolder() / "machines" / "machine.xml").OrThrow(pbUnusable);
+  Write("a.xml", text);
+  Write("b.xml",
+        std::regex_replace(text, std::regex("<Laser EmissionOnDelay=.5000."), "<Laser EmissionOnDelay='4000'"));
+  const struct {
+    const char *Command, *Arguments, *Member;
+    int ExitCode = 0;
+  } rows[] = {
+      {"config check", "a.xml", "findings"},
+      {"config get", "FloatCalibration/PosX", "value"},
+      {"config set", "FloatCalibration/PosX 31.5", "value"},
+      {"config restore", "", "restored"},
+      {"config diff", "a.xml b.xml", "differences", 1},
+      {"alarms lookup", "TPLatch#1", "known"},
+      {"alarms check", "a.xml", "problems"},
+      {"machine try", "input:4 --yes --pulse 50", "tries"},
+      {"sweep", "--points 2 --procedure delay", "run"},
+      {"shot", "--ms 100", "outcome"},
+  };
+  for (const auto& row : rows) {
+    const TRun run = Ixocut(std::string(row.Command) + " " + row.Arguments + " --json");
+    EXPECT_EQ(run.ExitCode, row.ExitCode) << row.Command << run.Err;
+    const auto document = nlohmann::json::parse(run.Out);
+    EXPECT_EQ(document.at("command"), row.Command);
+    EXPECT_EQ(document.at("ok"), row.ExitCode == 0) << row.Command;
+    EXPECT_EQ(document.at("problem").is_null(), row.ExitCode == 0) << row.Command;
+    EXPECT_TRUE(document.at("result").contains(row.Member)) << run.Out;
+  }
+}
+
 TEST_F(CommandLine, AMachineFileThatCannotBeUsedIsNamedWithItsPlace) {
   const struct {
     fs::path File;
