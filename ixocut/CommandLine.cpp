@@ -91,9 +91,7 @@ std::optional<TProblem> WrongCommand(const CLI::App& program, const CLI::ParseEr
 }
 
 std::vector<TOption> AsOptions(const std::set<CLI::Option*>& options) {
-  std::vector<TOption> list;
-  for (CLI::Option* const option : options) list.emplace_back(option);
-  return list;
+  return std::vector<TOption>(options.begin(), options.end());
 }
 
 std::vector<TOption> Shown(CLI::App& command, bool arguments) {
@@ -182,7 +180,7 @@ bool TOption::HasValue() const { return FOption->get_items_expected_max() != 0; 
 // A check against a few words adds them to the type: "NAME:{exact,refined}".
 std::string TOption::ValueType() const {
   if (!HasValue()) return "";
-  const std::string type = FOption->get_type_name();
+  std::string type = FOption->get_type_name();
   const std::size_t brace = type.find('{');
   if (brace == std::string::npos) return type;
   const std::size_t end = type.find('}', brace);
@@ -247,8 +245,8 @@ TOption TCommand::Text(const std::string& name, std::string& value, const std::s
   return TOption(FApp->add_option(name, value, about)->type_name(type));
 }
 
-TOption TCommand::Text(const std::string& name, std::function<void(const std::string&)> take, const std::string& about,
-                       const std::string& type) const {
+TOption TCommand::Text(const std::string& name, const std::function<void(const std::string&)>& take,
+                       const std::string& about, const std::string& type) const {
   return TOption(FApp->add_option_function<std::string>(name, take, about)->type_name(type));
 }
 

@@ -96,7 +96,7 @@ class TCommand {
   TOption Flag(const std::string& name, bool& value, const std::string& about) const;
   TOption Flag(const std::string& name, std::function<void()> given, const std::string& about) const;
   TOption Text(const std::string& name, std::string& value, const std::string& about, const std::string& type) const;
-  TOption Text(const std::string& name, std::function<void(const std::string&)> take, const std::string& about,
+  TOption Text(const std::string& name, const std::function<void(const std::string&)>& take, const std::string& about,
                const std::string& type) const;
   TOption Path(const std::string& name, std::optional<std::filesystem::path>& value, const std::string& about,
                const std::string& type) const;
