@@ -245,9 +245,9 @@ void TLncLink::JogUnhomed(TLncUnit unit, TLncAxis axis, double way, double speed
 void TLncLink::Enqueue(TJob job) {
   const TLncUnit unit = job.Move.Unit;
   const bool jogs = job.JogAxis != kLncAxes;
-  for (const TLncMove::TTarget& target : job.Move.Targets) RequireHomed(target.Axis);
   TGuard guard(FLock);
-  if (!FAway.empty()) throw EDeviceAway(FAway);
+  if (!FAway.empty()) throw EDeviceAway(FAway);  // then nobody knows whether it is homed
+  for (const TLncMove::TTarget& target : job.Move.Targets) RequireHomed(target.Axis);
   if (const std::string why = NotReadyLocked(); !why.empty()) throw std::runtime_error(why);
   if (jogs && FState.load(std::memory_order_acquire) != StateNumber(csJogging)) ThrowNotHomed(job.JogAxis);
   const bool before = FActiveUnit == unit ||
