@@ -1,5 +1,6 @@
 // A line of Modbus stations on real sockets, against slaves of ours.
 #include <array>
+#include <cerrno>
 #include <future>
 #include <linux/filter.h>
 #include <mutex>
@@ -393,7 +394,9 @@ TEST_F(ModbusLine, WhatAConnectionHasNotDeliveredWhenItIsGivenUpNeverComes) {
     ASSERT_TRUE(Comes([&] { return peer.Received == 2; }));
     sock_filter nothing = BPF_STMT(BPF_RET | BPF_K, 0);  // as behind a cut cable
     const sock_fprog cut{1, &nothing};
-    ASSERT_EQ(::setsockopt(peer.Peer, SOL_SOCKET, SO_ATTACH_FILTER, &cut, sizeof cut), 0);
+    const int attached = ::setsockopt(peer.Peer, SOL_SOCKET, SO_ATTACH_FILTER, &cut, sizeof cut) == 0 ? 0 : errno;
+    if (attached == EPERM) GTEST_SKIP() << "this kernel lets no ordinary user cut a connection by a filter";
+    ASSERT_EQ(attached, 0);
     ASSERT_TRUE(link->SendBuff({3, 4, 5}));
     if (byHand)
       link->CloseLink();
