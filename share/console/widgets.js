@@ -74,6 +74,11 @@ export function problemBox(problem) {
     problem.remedy && el("div", {class: "remedy"}, problem.remedy));
 }
 
+// Of an alarm.
+export function levelSign(level) {
+  return level === 1 ? el("span", {class: "sign bad"}, "⚠ " + tr("Alarm")) : el("span", {class: "sign warn"}, "▲ " + tr("Warning"));
+}
+
 // --- dialogs ---
 
 // What is below rests while a dialog is open; the bar does not: no dialog stands between an operator and Stop.

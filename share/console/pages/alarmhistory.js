@@ -3,9 +3,8 @@
 import {el, replace, svg} from "../dom.js";
 import {kept} from "../kept.js";
 import {mark, tr} from "../texts.js";
-import {durationText, field, looker, problemBox, table, timeText} from "../widgets.js";
+import {durationText, field, levelSign, looker, problemBox, table, timeText} from "../widgets.js";
 import {wire} from "../wire.js";
-import {levelSign} from "./alarms.js";
 import {kFloodRaises, statisticsOf} from "./alarmstats.js";
 
 const kHourMs = 3600000;

@@ -4,7 +4,7 @@ import {el, replace} from "../dom.js";
 import {kept} from "../kept.js";
 import {setSound, soundOn} from "../sound.js";
 import {mark, tr} from "../texts.js";
-import {agree, attempt, field, problemBox, readAll, table, tabs, timeText, withControl} from "../widgets.js";
+import {agree, attempt, field, levelSign, problemBox, readAll, table, tabs, timeText, withControl} from "../widgets.js";
 import {wire} from "../wire.js";
 import {openHistory} from "./alarmhistory.js";
 
@@ -31,10 +31,6 @@ export function open(root) {
     {id: "definitions", title: tr("Definitions")},
   ], saved.get("tab"), show), el("label", {class: "sound"}, sound, tr("Sound for new alarms"))), content);
   return () => close?.();
-}
-
-export function levelSign(level) {
-  return level === 1 ? el("span", {class: "sign bad"}, "⚠ " + tr("Alarm")) : el("span", {class: "sign warn"}, "▲ " + tr("Warning"));
 }
 
 // --- those that stand ---
