@@ -75,17 +75,20 @@ export async function changeLanguage(language) {
 }
 
 // Stop comes first, whatever has focus; a key that is held is one press. Of one that closes an open list, or is of an
-// input method, the browser tells the page its repeats, or only that it is let go.
+// input method, the browser tells the page its repeats, or only that it is let go: Shift may have been let go before.
+const kTogetherMs = 2000;
 let pressed = false;
+let shiftUpMs = -Infinity;
 for (const kind of ["keydown", "keyup"])
   window.addEventListener(kind, (event) => {
+    if (event.key === "Shift" && kind === "keyup") shiftUpMs = event.timeStamp;
     if (event.key !== "Escape") return;
     event.preventDefault();
     event.stopImmediatePropagation();
     const known = pressed;
     pressed = kind === "keydown";
     if (known && (event.repeat || !pressed)) return;
-    if (event.shiftKey) wire.allOff();
+    if (event.shiftKey || (!pressed && event.timeStamp - shiftUpMs < kTogetherMs)) wire.allOff();
     else wire.stop();
   }, {capture: true});
 window.addEventListener("blur", () => (pressed = false));

@@ -58,20 +58,32 @@ class StopTest(fixture.ConsoleTest):
         place = browser.js("const {x, y} = arguments[0].getBoundingClientRect(); return {x: x + 20, y: y + 20}",
                            browser.find("#language"))
 
-        def key(kind, modifiers):
+        codes = {"Escape": 27, "Shift": 16}
+
+        def key(name, kind, modifiers):
             browser.driver.execute_cdp_cmd("Input.dispatchKeyEvent", {
-                "type": kind.rstrip("+"), "autoRepeat": kind.endswith("+"), "key": "Escape", "code": "Escape",
-                "windowsVirtualKeyCode": 27, "modifiers": modifiers})
-        for all_off, modifiers, held in ((False, 0, []), (False, 0, ["rawKeyDown+", "rawKeyDown+"]), (True, 8, [])):
+                "type": kind.rstrip("+"), "autoRepeat": kind.endswith("+"), "key": name,
+                "code": name + "Left" * (name == "Shift"), "windowsVirtualKeyCode": codes[name], "modifiers": modifiers})
+        down, again, up = (("Escape", kind, 0) for kind in ("rawKeyDown", "rawKeyDown+", "keyUp"))
+        shift, shift_up = ("Shift", "rawKeyDown", 8), ("Shift", "keyUp", 0)
+        with_shift, up_with_shift = ("Escape", "rawKeyDown", 8), ("Escape", "keyUp", 8)
+        for all_off, keys in ((False, (down, up)), (False, (down, again, again, up)),
+                              (True, (shift, with_shift, up_with_shift, shift_up)),
+                              (True, (shift, with_shift, shift_up, up)),
+                              (False, (shift, shift_up, None, None, None, None, down, up))):
+            if controller.client.ask("GET", "/status")["allOff"]:
+                controller.client.take_control()
+                controller.client.ask("POST", "/reset", {})
             run = controller.start_run()
             for kind in ("mousePressed", "mouseReleased"):
                 browser.driver.execute_cdp_cmd("Input.dispatchMouseEvent", {
                     "type": kind, "button": "left", "clickCount": 1, **place})
-            for kind in ("rawKeyDown", *held, "keyUp"):
+            for event in keys:
                 time.sleep(0.5)  # the list opens and closes in a process of the browser's own
-                key(kind, modifiers)
+                if event:
+                    key(*event)
             self.stopped(controller, run)
-            self.assertEqual(controller.client.ask("GET", "/status")["allOff"], all_off)
+            self.assertEqual(controller.client.ask("GET", "/status")["allOff"], all_off, keys)
 
     def test_all_off_by_the_keyboard_until_it_is_reset(self):
         controller, browser = self.opened()
