@@ -22,6 +22,7 @@ constexpr double kFollowMm = 1.0;      // by hand
 constexpr std::int32_t kAnyAxis = -1;  // the command moves no single axis
 
 constexpr unsigned StateBit(TCutState state) { return 1U << static_cast<unsigned>(state); }
+constexpr TCutState kStatesByHand[] = {csStandby, csPaused, csJogging};
 constexpr unsigned kByHand = StateBit(csStandby) | StateBit(csPaused) | StateBit(csJogging);
 constexpr unsigned kStandbyOnly = StateBit(csStandby);
 constexpr unsigned kInterrupted = StateBit(csStandby) | StateBit(csPaused);
@@ -244,13 +245,13 @@ void TKeyCommands::SwitchDevice(std::int32_t command, bool off) {
       if (off) return SwitchBeam(false);
       // A beam that is held back would come by itself with the shutter.
       if (!laser->GetEmission()) return Refuse(command, TrMark("the shutter is closed"));
-      return SwitchBeam(true);
+      return LightByHand(command);
     case kcJogLaser:
       if (!laser) break;
       FJogBeam.store(FFramework.Watch().LaserAsked.Begun() + (FFramework.Watch().LaserAsked.Runs() ? 0U : 1U));
       FJogLaser.store(true);
       laser->EmissionOn();
-      return SwitchBeam(true);
+      return LightByHand(command);
     case kcGas:
       if (!gas) break;
       if (off) return gas->SwitchOff();
@@ -262,6 +263,22 @@ void TKeyCommands::SwitchDevice(std::int32_t command, bool off) {
     default: break;
   }
   Refuse(command, TrMark("the machine has no such device"));
+}
+
+// What has begun since the key was looked at, or is about to, gets no beam from it.
+void TKeyCommands::LightByHand(std::int32_t command) {
+  SwitchBeam(true);
+  if (StaysByHand()) return;
+  SwitchBeam(false);
+  Refuse(command, TrMark("the machine's state is changing"));
+}
+
+// What is pending first: it is entered before it is not pending any more.
+bool TKeyCommands::StaysByHand() const {
+  if (FFramework.ChangePending() &&
+      std::ranges::none_of(kStatesByHand, [this](TCutState state) { return FFramework.IsPending(StateNumber(state)); }))
+    return false;
+  return (kByHand & StateBit(ClassifyCutState(FFramework.CurrentState()))) != 0;
 }
 
 // --- what stops, at once ---

@@ -87,6 +87,8 @@ class TKeyCommands final : public TNcKeyCommands, public TNcEmergencyStop {
   void StartJog(std::int32_t command);
   void Resume(std::int32_t command, std::int32_t run);
   void SwitchDevice(std::int32_t command, bool off);
+  void LightByHand(std::int32_t command);
+  [[nodiscard]] bool StaysByHand() const;
   void StopMotion() noexcept;
   void StopAll() noexcept;
   void EndHeld() noexcept;

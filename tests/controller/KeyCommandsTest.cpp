@@ -241,6 +241,34 @@ TEST_F(KeyCommands, AHeldKeyEndsItsOwnBeamAlwaysAndNoOther) {
   EXPECT_TRUE(TCustomMotionState::GetExecOK(515, false));
 }
 
+TEST_F(KeyCommands, NothingThatBeginsWhileAKeyIsPressedGetsItsBeam) {
+  const TMotionCall delay{FindProcedure("delay"), {500.0}, {}};
+  const auto open = [&] {
+    if (!Now().Emission) Press(kcShutter);
+    FController.RunFor(200);
+  };
+  for (const std::int32_t command : {kcLaser, kcJogLaser}) {
+    for (const bool entered : {false, true}) {
+      open();
+      const std::uint64_t before = Gate().Calls();
+      Press(command);
+      const std::uint64_t lights = Gate().Calls() - before;  // the last of its calls, by which it has been permitted
+      EXPECT_TRUE(Now().Laser);
+      command == kcLaser ? Press(command) : Release(command);
+      open();
+      Gate().PlanSet({.Call = Gate().Calls() + lights, .Fault = gfCallback, .Callback = [&] {
+                        ASSERT_TRUE(FController.Start(MakeRoot("wait", {&delay, 1})).Ok());
+                        if (entered) FController.RunPass();
+                      }});
+      Press(command);
+      EXPECT_TRUE(Gate().Fired());
+      EXPECT_FALSE(Framework().Watch().LaserAsked.Runs() || Now().Laser) << command << ' ' << entered;
+      Release(command);
+      EXPECT_EQ(Finish(), metSuccess);
+    }
+  }
+}
+
 TEST_F(KeyCommands, TheEmergencyStopLatchesUntilItIsResetByHand) {
   Press(kcStart);
   RunUntil("laser on");
