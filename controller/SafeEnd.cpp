@@ -26,18 +26,27 @@ struct TDevice {
   bool (*Off)();
 };
 
+// Whoever cannot say whether it is on is told, too, and has not acknowledged.
+template <class On, class Off>
+bool MadeOff(const On& on, const Off& off) {
+  try {
+    if (!on()) return true;
+  } catch (...) {
+    off();
+    throw;
+  }
+  off();
+  return !on();
+}
+
 template <class Device>
 bool AtRest(Device* device, void (*stop)(Device&)) {
-  if (!device || !device->IsBusy()) return true;
-  stop(*device);
-  return !device->IsBusy();
+  return !device || MadeOff([&] { return device->IsBusy(); }, [&] { stop(*device); });
 }
 
 bool FollowerOff(TNcFollower* follower) {
-  const auto busy = [&] { return follower->IsFollowing() || follower->IsBusy(); };
-  if (!follower || !busy()) return true;
-  follower->Stop(kStopAtOnce);
-  return !busy();
+  return !follower ||
+         MadeOff([&] { return follower->IsFollowing() || follower->IsBusy(); }, [&] { follower->Stop(kStopAtOnce); });
 }
 
 constexpr TDevice kDevices[] = {
@@ -46,42 +55,40 @@ constexpr TDevice kDevices[] = {
        TNcLaser* const laser = FittedLaser();
        const TNcWatch* const watch = NcWatch();
        // Also one that the source holds back.
-       const auto on = [&] { return laser->GetLaser() || (watch && watch->LaserAsked.Runs()); };
-       if (!laser || !on()) return true;
-       CutSystem()->SwitchLaser(false);
-       return !on();
+       return !laser || MadeOff([&] { return laser->GetLaser() || (watch && watch->LaserAsked.Runs()); },
+                                [] { CutSystem()->SwitchLaser(false); });
      }},
     {TrMark("emission"),
      [] {
        TNcLaser* const laser = FittedLaser();
        const TNcWatch* const watch = NcWatch();
-       const auto on = [&] { return laser->GetEmission() || (watch && watch->EmissionAsked.Runs()); };
-       if (!laser || !on()) return true;
-       laser->EmissionOff();
-       return !on();
+       return !laser || MadeOff([&] { return laser->GetEmission() || (watch && watch->EmissionAsked.Runs()); },
+                                [&] { laser->EmissionOff(); });
      }},
     {TrMark("pilot light"),
      [] {
        TNcLaser* const laser = FittedLaser();
-       if (!laser || !laser->GetAiming()) return true;
-       laser->AimingOff();
+       if (laser) (void)MadeOff([&] { return laser->GetAiming(); }, [&] { laser->AimingOff(); });
        return true;  // it harms nobody, and not every source can switch it off
      }},
     {TrMark("gas"),
      [] {
        TNcGas* const gas = FittedGas();
-       if (!gas || !gas->GetGas()) return true;
-       gas->SwitchOff();
-       return !gas->GetGas();
+       return !gas || MadeOff([&] { return gas->GetGas(); }, [&] { gas->SwitchOff(); });
      }},
     {TrMark("axes"), [] { return AtRest<TNcMotionDriver>(MotionDriver(), [](TNcMotionDriver& d) { d.StopAll(0); }); }},
     {TrMark("follower"),
      [] {
        TNcMultiFollower* const followers = CutSystem() ? CutSystem()->MultiFollower() : nullptr;
-       bool off = FollowerOff(GFollower());
+       bool off = true;
+       TTryAll tryAll;
+       tryAll([&] { off = FollowerOff(GFollower()); });
        for (std::int32_t head = 0; followers && head < 2; ++head)  // of two the service is one
-         if (TNcFollower* const follower = followers->GetFollower(head); follower != GFollower())
-           off = FollowerOff(follower) && off;
+         tryAll([&] {
+           TNcFollower* const follower = followers->GetFollower(head);
+           off = (follower == GFollower() || FollowerOff(follower)) && off;
+         });
+       tryAll.Rethrow();
        return off;
      }},
     {TrMark("focus"),

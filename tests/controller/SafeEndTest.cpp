@@ -26,11 +26,14 @@ class SafeEnd : public TMachineTest {
     FController.RunFor(100);
     Journal().Clear();
   }
-  // From here on this command of a device is not carried out.
+  // From here on this call of a device fails.
   template <class Call>
-  void Break(Call call) {
-    Gate().PlanSet({.Call = Gate().Calls() + 1, .Fault = gfRefuse, .Sticky = true});
-    call();
+  void Break(Call call, TGateFault fault = gfRefuse) {
+    Gate().PlanSet({.Call = Gate().Calls() + 1, .Fault = fault, .Sticky = true});
+    try {
+      call();
+    } catch (const EDeviceFault&) {  // as planned
+    }
     Journal().Clear();
   }
 
@@ -63,6 +66,23 @@ TEST_F(SafeEnd, NamesWhatDoesNotGoOffAndLatchesTheLaser) {
   ASSERT_TRUE(FFailed);
   EXPECT_THAT(FFailed->What, testing::HasSubstr(" gas ")) << FFailed->What;
   EXPECT_NEAR(static_cast<double>(Clock().MonotonicMs() - start), kSafeEndMs, 100.0);
+}
+
+class SafeEndUnread : public SafeEnd, public testing::WithParamInterface<void (*)()> {};
+
+INSTANTIATE_TEST_SUITE_P(Each, SafeEndUnread,
+                         testing::Values(
+                             +[] { (void)FittedLaser()->GetLaser(); }, +[] { (void)FittedLaser()->GetEmission(); },
+                             +[] { (void)FittedLaser()->GetAiming(); }, +[] { (void)FittedGas()->GetGas(); },
+                             +[] { (void)MotionDriver()->IsBusy(); }, +[] { (void)GFollower()->IsFollowing(); },
+                             +[] { (void)CutSystem()->CutHeadCtrl()->IsBusy(); }));
+
+TEST_P(SafeEndUnread, WhatCannotSayWhetherItIsOnIsToldToGoOff) {
+  Break(GetParam(), gfThrow);
+  FController.StopThreads();
+  const TMachineSnapshot end = Machine().Snapshot();
+  EXPECT_FALSE(end.Laser || end.Emission || end.Aiming || end.Gas || end.Following || end.Moving());
+  EXPECT_TRUE(FFailed) << "nobody knows";
 }
 
 }  // namespace
