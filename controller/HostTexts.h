@@ -45,6 +45,7 @@ inline constinit TText SWatchGas{"IxoCut", "SWatchGas", "气体已持续打开 %
 inline constinit TText SWatchBeat{"IxoCut", "SWatchBeat", "状态线程已 %d 毫秒没有心跳（上限 %d 毫秒）"};
 inline constinit TText SWatchDark{"IxoCut", "SWatchDark", "%s，%d 毫秒后程序仍未关闭激光"};
 inline constinit TText SWatchEnding{"IxoCut", "SWatchEnding", "已要求停止"};
+inline constinit TText SWatchTold{"IxoCut", "SWatchTold", "已要求关闭激光"};
 inline constinit TText SWatchEmergency{"IxoCut", "SWatchEmergency", "急停"};
 inline constinit TText SWatchAlarm{"IxoCut", "SWatchAlarm", "监视：%s；报警"};
 inline constinit TText SWatchFail{"IxoCut", "SWatchFail", "监视：%s；执行出错结束"};
@@ -78,9 +79,9 @@ inline constexpr auto kHostTexts = TextList(
     SRowState, SRowEmission, SRowLaser, SRowGas, SShotTitle, SShotEnded, SShotTooEarly, SRunCollided, SShotNotDark,
     SEndSuccess, SEndStopped, SEndPaused, SEndAlarm, SEndCollided, SEndRefused, SEndNever, SEndStepRuns, SEndNotOff,
     SAskedAlarm, SSignalStop, SWatchBusy, SWatchLeaf, SWatchEmission, SWatchLaser, SWatchGas, SWatchBeat, SWatchDark,
-    SWatchEnding, SWatchEmergency, SWatchAlarm, SWatchFail, SWatchStop, SWatchLatch, SThreadSilent, SThreadFailed,
-    SLaserLatched, SLatchReset, SLinesDropped, SRunSteps, SRunPath, SRunStillOn, SRunFailed, SRowOutput, SRowFollow,
-    SPlotPath, SPlotZ, SPlotSignals, SEndGasOpen, SPlotStart, SPlotEnd, SPlotBeam, SPlotProcedure);
+    SWatchEnding, SWatchTold, SWatchEmergency, SWatchAlarm, SWatchFail, SWatchStop, SWatchLatch, SThreadSilent,
+    SThreadFailed, SLaserLatched, SLatchReset, SLinesDropped, SRunSteps, SRunPath, SRunStillOn, SRunFailed, SRowOutput,
+    SRowFollow, SPlotPath, SPlotZ, SPlotSignals, SEndGasOpen, SPlotStart, SPlotEnd, SPlotBeam, SPlotProcedure);
 
 // Milliseconds for a %d.
 [[nodiscard]] inline int ShownMs(std::uint64_t ms) {

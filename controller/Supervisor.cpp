@@ -73,16 +73,17 @@ void TSupervisor::WatchBeam(std::uint64_t nowMs) {
   const TBeamCause cause = JudgeBeam(facts);
   // Emission alone lights nothing: a step that waits for it may answer a stop when its wait is over.
   const bool ends = facts.LaserAsked && FWatch.EndPosted.load(std::memory_order_acquire);
-  if (cause == bcNone && !ends) {
-    FBeamCause.End();
-    FBeamAnswered = false;
-    return;
-  }
-  FBeamCause.Begin(nowMs);
-  if (FBeamCause.LastedMs(nowMs) < kDarkWithinMs || FBeamAnswered) return;
-  const std::string why = cause == bcNone ? SWatchEnding.Get() : BeamCauseText(cause);
-  LatchAndStop(FActions.Latch, Show(SWatchDark, why.c_str(), static_cast<int>(kDarkWithinMs)));
-  FBeamAnswered = true;
+  const bool told = FWatch.LaserOn.Runs() && FWatch.DarkDemandedInPass.load(std::memory_order_acquire) != 0;
+  const auto lasts = [nowMs](TNcSince& since, bool is, std::uint32_t ms) {
+    is ? since.Begin(nowMs) : since.End();
+    return is && since.LastedMs(nowMs) >= ms;
+  };
+  const bool late = lasts(FBeamCause, cause != bcNone || ends, kDarkWithinMs);
+  const bool stays = lasts(FStaysLit, told, kStaysLitMs);
+  if (!FBeamCause.Runs() && !FStaysLit.Runs()) FBeamAnswered = false;
+  if (!(late || stays) || std::exchange(FBeamAnswered, true)) return;
+  const std::string why = cause != bcNone ? BeamCauseText(cause) : ends ? SWatchEnding.Get() : SWatchTold.Get();
+  LatchAndStop(FActions.Latch, Show(SWatchDark, why.c_str(), static_cast<int>(late ? kDarkWithinMs : kStaysLitMs)));
 }
 
 // While the beam is asked for, a head that moves keeps no wait alive.

@@ -32,6 +32,7 @@ struct TSupervisorActions {
 
 inline constexpr std::uint32_t kSupervisorRoundMs = 20;
 inline constexpr std::uint32_t kDarkWithinMs = 100;
+inline constexpr std::uint32_t kStaysLitMs = 1000;
 inline constexpr const char* kSupervisorAlarmPrefix = "TPSupervisor";
 
 //   something is broken     | since    | action
@@ -41,7 +42,8 @@ inline constexpr const char* kSupervisorAlarmPrefix = "TPSupervisor";
 //   still, or another thing | 2 StepMs | Latch
 //   nothing any more        |          | the next time starts with Alarm again
 //
-// A beam that the state framework has not made dark kDarkWithinMs after its cause gets Latch and Stop, past the ladder.
+// A beam that the state framework has not made dark kDarkWithinMs after its cause gets Latch and Stop, past the ladder;
+// and one that reads as lit for kStaysLitMs although it was told to go off, at a procedure's own end for example.
 class TSupervisor {
  public:
   // `state` gives the number of the current machine state and reads an atomic. `watch` outlives the supervisor.
@@ -78,6 +80,7 @@ class TSupervisor {
   TRung FRung = TRung::Watching;
   std::uint64_t FNextAt = 0;  // when the next rung is due
   TNcSince FBeamCause;        // seen by the rounds
+  TNcSince FStaysLit;         // the same
   bool FBeamAnswered = false;
   std::array<double, kWatchAxes> FPos{};  // when an axis last made way
   std::atomic<std::uint64_t> FWayMadeAt{0};

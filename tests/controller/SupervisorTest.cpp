@@ -38,6 +38,7 @@ class Supervisor : public testing::Test {
       since->End();
     FWatch.EndPosted = nullptr;
     FWatch.EmissionLost = FWatch.BeamRefused = FSilent = false;
+    FWatch.DarkDemandedInPass = 0;
     FWatch.BeatMs = FNow = kStart;
     FSupervisor.Round(FNow);
     FStory.clear();
@@ -275,6 +276,21 @@ TEST_F(Supervisor, ABeamThatIsNotDarkInTimeIsLatchedAndStoppedWithoutTheLadder) 
       RunUntil(3'000);
       EXPECT_EQ(FStory, c.Acts && !darkInTime ? (TTexts{"latch 100", "stop 100"}) : TTexts{}) << c.What;
     }
+  }
+}
+
+// A source that hears and does not do it: nothing is asked for any more, and light comes out all the same.
+TEST_F(Supervisor, ABeamThatStaysLitAlthoughItWasToldToGoOffIsLatchedAndStopped) {
+  for (const bool darkInTime : {false, true}) {
+    Reset();
+    FWatch.LaserOn.Begin(kStart);
+    RunUntil(180);
+    FWatch.DarkDemandedInPass = 7;
+    RunUntil(1'160);
+    EXPECT_EQ(FStory, TTexts{});
+    if (darkInTime) FWatch.LaserOn.End();
+    RunUntil(3'000);
+    EXPECT_EQ(FStory, darkInTime ? TTexts{} : (TTexts{"latch 1200", "stop 1200"}));
   }
 }
 
