@@ -142,61 +142,53 @@ bool TLncFollower::AtBottom() const {
          config.Axes[laZ].Limits.SoftLimitPos - kBottomMm;
 }
 
+// What the loop has come to is carried out under the lock: a stop that comes meanwhile comes after it.
 void TLncFollower::Take(std::uint64_t) {
   const bool away = !FLink.WhyAway().empty();
-  const THalClient& hal = FLink.Hal();
-  const double sensor = hal.Value(kPinSensor).value_or(0.0);
-  bool rise = false;
-  {
-    TGuard guard(FLock);
-    if (FPhase == TPhase::Still) return;
-    if (away) return LetGo();
-    const bool there = FLoopOn && std::abs(hal.Value(kPinGap).value_or(-1.0) - FHeight) <= kBandMm;
-    const bool bottom = FLoopOn && !there && AtBottom();
-    switch (FPhase) {
-      case TPhase::Still: return;
-      case TPhase::Following:
-        FReached = FReached || there;
-        if (bottom) LetGo();  // there is no plate
-        return;
-      case TPhase::Down:
-        if (!FLoopOn) return;
-        FJudgement.Approaching(sensor);
-        if (there && !FLink.Moving(laZ)) FPhase = TPhase::Resting;
-        rise = bottom;
-        break;
-      case TPhase::Resting:
-        FJudgement.Resting(sensor);
-        rise = FJudgement.Rested() >= kRestSamples;
-        break;
-      case TPhase::Up: break;
-    }
-    if (rise) {
-      FComing = FJudgement.Result(FPhase == TPhase::Resting, LimitsOf(FJudgement));
-      FPhase = TPhase::Up;
-    }
-  }
+  TGuard guard(FLock);
+  if (FPhase == TPhase::Still) return;
+  if (away) return LetGo();
   try {
-    if (rise) return Rise();
-    TGuard guard(FLock);
-    if (FPhase != TPhase::Up || FLink.Busy(luZ)) return;
-    FPhase = TPhase::Still;
-    FReached = true;
-    FResult = FComing;
+    Look();
   } catch (const std::exception&) {  // it failed, and says so to who asks for it
-    TGuard guard(FLock);
     LetGo();
   }
 }
 
-void TLncFollower::Rise() {
-  double from = 0.0;
-  {
-    TGuard guard(FLock);
-    FLoopOn = false;
-    from = FFromZ;
+void TLncFollower::Look() {
+  const THalClient& hal = FLink.Hal();
+  const double sensor = hal.Value(kPinSensor).value_or(0.0);
+  const bool there = FLoopOn && std::abs(hal.Value(kPinGap).value_or(-1.0) - FHeight) <= kBandMm;
+  const bool bottom = FLoopOn && !there && AtBottom();
+  switch (FPhase) {
+    case TPhase::Still: return;
+    case TPhase::Following:
+      FReached = FReached || there;
+      if (bottom) LetGo();  // there is no plate
+      return;
+    case TPhase::Down:
+      if (!FLoopOn) return;
+      FJudgement.Approaching(sensor);
+      if (there && !FLink.Moving(laZ)) FPhase = TPhase::Resting;
+      if (bottom) Rise();
+      return;
+    case TPhase::Resting:
+      FJudgement.Resting(sensor);
+      if (FJudgement.Rested() >= kRestSamples) Rise();
+      return;
+    case TPhase::Up:
+      if (FLink.Busy(luZ)) return;
+      FPhase = TPhase::Still;
+      FReached = true;
+      FResult = FComing;
   }
-  TLncMove up = StraightMove(FLink.Config(), luZ, laZ, from, 0.0);
+}
+
+void TLncFollower::Rise() {
+  FComing = FJudgement.Result(FPhase == TPhase::Resting, LimitsOf(FJudgement));
+  FPhase = TPhase::Up;
+  FLoopOn = false;
+  TLncMove up = StraightMove(FLink.Config(), luZ, laZ, FFromZ, 0.0);
   up.ClearOffset = true;
   FLink.Move(std::move(up));
 }

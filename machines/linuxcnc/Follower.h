@@ -44,7 +44,8 @@ class TLncFollower final : public TNcFollower {
   void Begin(TPhase phase, double heightMm);
   void LetGo() IXO_REQUIRES(FLock);  // the loop runs no more, a calibration is interrupted
   [[nodiscard]] bool AtBottom() const;
-  void Rise();
+  void Look() IXO_REQUIRES(FLock);
+  void Rise() IXO_REQUIRES(FLock);
 
   TLncLink& FLink;
   mutable TCriticalSection FLock;  // outside the link's
