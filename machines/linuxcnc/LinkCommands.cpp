@@ -123,8 +123,7 @@ void TLncLink::CarryOutAbort() {
     return;
   }
   const std::uint64_t end = Clock().MonotonicMs() + kRestLimitMs;
-  while (!AllRest() && Clock().MonotonicMs() < end && !Clock().Pause(FStop, 5)) {
-  }
+  while (!AllRest() && Clock().MonotonicMs() < end && !Clock().Pause(FStop, 5)) SignOfLife(Clock().MonotonicMs());
   if (FStop.Asked()) return;
   TGuard guard(FLock);
   if (FStops != stops) return;  // once more
@@ -221,6 +220,8 @@ bool TLncLink::EnsureMode(const char* mode) {
     if (Status().Mode == mode) return true;
     if (AbortDue()) return false;
     Clock().Pause(FStop, 5);
+    SignOfLife(Clock().MonotonicMs());
+    if (!FActive) return false;  // it has failed
   }
   Fail(Format(Tr("LinuxCNC does not change to the mode %s"), mode));
   return false;

@@ -365,6 +365,36 @@ TEST_F(LinuxcncDriver, LossIsFoundWithinHalfASecondAndNothingBeatsAnyMore) {
   }
 }
 
+TEST_F(LinuxcncDriver, TheTaskIsAskedForLifeWhileItChangesItsModeAndWhileAStopWaitsForRest) {
+  Start();
+  Link.NoteState(kProcedure);
+  Cnc.ForgetsModes = true;
+  Motion.MoveXY({100.0, 0.0}, 0.0);
+  ASSERT_TRUE(Comes([&] { return std::ranges::count(Cnc.Told(), "mode MDI") > 0; }));
+  std::uint64_t told = Cnc.FeedOverrides();
+  ASSERT_TRUE(Comes([&] { return !Refused([&] { static_cast<void>(Motion.IsBusy()); }).empty(); }));
+  EXPECT_GE(Cnc.FeedOverrides(), told + 3) << "1000 ms, one in 200 ms";
+
+  Cnc.ForgetsModes = false;
+  Motion.StopAll(0);
+  ASSERT_TRUE(Ends(luXY));
+  Motion.MoveXY({3000.0, 0.0}, 300.0);
+  ASSERT_TRUE(Comes([&] { return Link.Moving(laX); }));
+  std::atomic<bool> coasts{true};
+  TSideThreads hand;
+  hand.KeepDoing(5, [&] {
+    if (coasts) Cnc.PushByHand(laX, 0.1);
+  });
+  Motion.StopAll(0);
+  told = Cnc.FeedOverrides();
+  Clock().Sleep(1000);
+  EXPECT_TRUE(Motion.IsBusy());
+  EXPECT_GE(Cnc.FeedOverrides(), told + 3);
+  coasts = false;
+  EXPECT_TRUE(Ends(luXY));
+  hand.End();
+}
+
 TEST_F(LinuxcncDriver, NothingBeatsForAStateThreadThatHangs) {
   Start();
   ASSERT_TRUE(Comes([&] { return Cnc.Beats > 5; }));
