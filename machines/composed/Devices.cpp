@@ -1,7 +1,9 @@
 #include "machines/composed/Devices.h"
 
 #include <algorithm>
+#include <map>
 #include <set>
+#include <utility>
 
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Nearest.h"
@@ -201,12 +203,22 @@ class TDeviceCheck {
       return Add(section, property, address,
                  kind == pkOutput ? Tr("an output cannot be turned round: 0 is what is sent when in doubt")
                                   : Tr("only an input can be turned round"));
+    if (const auto own = FLaser.find({name.Driver, name.Address}); kind == pkOutput && own != FLaser.end())
+      return Add(section, property, address, Format(Tr("the laser has this output already, as %s"), own->second));
     if (!factory->CheckPoint) return;
     if (const auto good = factory->CheckPoint(FRoot, kind, name.Address); !good) {
       Add(section, property, address, good.Problem().What);
       FProblems.back().Why = good.Problem().Why;
       FProblems.back().Remedy = good.Problem().Remedy;
     }
+  }
+  // Nothing else may switch it.
+  void LaserOutput(const TConfigSection& section, const char* property, const std::string& driver,
+                   const std::string& address, bool needed = false) {
+    Point(section, property, driver, pkOutput, address, needed);
+    if (address.empty()) return;
+    const TPointName name = PointName(address, driver, FDrivers);
+    FLaser.emplace(std::pair(name.Driver, name.Address), property);
   }
   // What those that are named say of the file; what was said before is not said again.
   void Drivers() {
@@ -227,28 +239,32 @@ class TDeviceCheck {
   const std::span<const TDriverFactory> FDrivers;
   std::vector<TProblem>& FProblems;
   std::set<const TDriverFactory*> FNamed;
+  std::map<std::pair<std::string, std::string>, const char*> FLaser;  // the properties of its outputs
 };
 
 void CheckLaser(TDeviceCheck& check, const TConfigSection& section, const TLaserDevice& laser) {
   if (!laser.IsOfPoints()) return check.Own(section, laser.Driver, "Laser");
-  const auto point = [&](const char* property, TPointKind kind, const std::string& address, bool needed = false) {
-    check.Point(section, property, laser.Driver, kind, address, needed);
+  const auto input = [&](const char* property, const std::string& address) {
+    check.Point(section, property, laser.Driver, pkInput, address);
   };
-  point("EmissionRequest", pkOutput, laser.EmissionRequest, true);
-  point("EmissionConfirmed", pkInput, laser.EmissionConfirmed);
-  point("Beam", pkOutput, laser.Beam, true);
-  point("BeamOn", pkInput, laser.BeamOn);
-  point("Aiming", pkOutput, laser.Aiming);
-  point("LatchOk", pkInput, laser.LatchOk);
-  point("Trip", pkOutput, laser.Trip);
-  point("Rearm", pkOutput, laser.Rearm);
-  point("Fault", pkInput, laser.Fault);
+  const auto output = [&](const char* property, const std::string& address, bool needed = false) {
+    check.LaserOutput(section, property, laser.Driver, address, needed);
+  };
+  output("EmissionRequest", laser.EmissionRequest, true);
+  input("EmissionConfirmed", laser.EmissionConfirmed);
+  output("Beam", laser.Beam, true);
+  input("BeamOn", laser.BeamOn);
+  output("Aiming", laser.Aiming);
+  input("LatchOk", laser.LatchOk);
+  output("Trip", laser.Trip);
+  output("Rearm", laser.Rearm);
+  input("Fault", laser.Fault);
   const std::vector<TConfigSection> places = section.Children("Latch");
   std::size_t at = 0;
   for (const auto& latch : laser.Latches) {
     const TConfigSection& place = places[at++];
     check.Point(place, "Ok", laser.Driver, pkInput, latch->Ok, true);
-    check.Point(place, "Rearm", laser.Driver, pkOutput, latch->Rearm);
+    check.LaserOutput(place, "Rearm", laser.Driver, latch->Rearm);
   }
 }
 

@@ -19,6 +19,13 @@ std::string AxisLabel(const std::string& port) {
   return std::ranges::find(kAxes, port) == std::end(kAxes) ? std::string() : Format(Tr("axis %s"), port.c_str());
 }
 
+[[noreturn]] void ThrowOwned(const std::string& address, const std::string& label) {
+  throw EProblem(pbUnusable, TProblem{.What = Format(Tr("%s is to be switched by nothing else"), label.c_str()),
+                                      .Where = address,
+                                      .Why = Tr("another device of the machine file has the same output"),
+                                      .Remedy = Tr("give each its own address")});
+}
+
 }  // namespace
 
 // One driver, what it may tell the observer, and whether its device answers.
@@ -134,9 +141,19 @@ IMachinePoint* TDriverSet::Point(TPointKind kind, const std::string& address, co
     auto& steady = FSteady[point];
     if (!steady) steady = std::make_unique<TSteadyPoint>(*point);
     point = steady.get();
+    if (const auto own = FOwned.find(point); own != FOwned.end()) ThrowOwned(address, own->second);
   }
   if (name.Inverted) point = FInverted.emplace_back(std::make_unique<TInvertedPoint>(*point)).get();
   if (!label.empty()) FPoints.push_back({std::move(label), &slot, name.Address, kind, point, unit});
+  return point;
+}
+
+IMachinePoint* TDriverSet::OwnOutput(const std::string& address, const std::string& driver, std::string label) {
+  if (address.empty()) return nullptr;
+  const std::size_t before = FSteady.size();
+  IMachinePoint* const point = Point(pkOutput, address, driver, label);
+  if (FSteady.size() == before) ThrowOwned(address, label);
+  FOwned.emplace(point, std::move(label));
   return point;
 }
 

@@ -38,6 +38,8 @@ class TDriverSet {
   // values; null for none. Throws EProblem (pbUnusable).
   IMachinePoint* Point(TPointKind kind, const std::string& address, const std::string& driver, std::string label,
                        const char* unit = "");
+  // As Point, of an output that nothing else may switch: also throws where somebody has it, or asks for it later.
+  IMachinePoint* OwnOutput(const std::string& address, const std::string& driver, std::string label);
   // What the output switches that Point handed out for this address; nothing for an empty one. Throws as
   // Point.
   void NoteUse(TPointKind kind, const std::string& address, const std::string& driver, TPointUse use);
@@ -73,6 +75,7 @@ class TDriverSet {
   std::vector<TNamed> FPoints;
   std::vector<std::unique_ptr<IMachinePoint>> FInverted;
   std::map<IMachinePoint*, std::unique_ptr<IMachinePoint>> FSteady;  // one for each output
+  std::map<IMachinePoint*, std::string> FOwned;                      // of these, and what they are
 };
 
 }  // namespace ixocamglue

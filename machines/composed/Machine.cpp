@@ -76,21 +76,22 @@ void TComposedMachine::MakeLaser(const TLaserDevice& laser) {
     FDrivers.TellsLaser(laser.Driver);
     return;
   }
-  const auto point = [&](TPointKind kind, const std::string& address, const char* name) {
-    return FDrivers.Point(kind, address, laser.Driver, Format(Tr("laser %s"), name));
+  const auto in = [&](const std::string& address, const char* name) {
+    return FDrivers.Point(pkInput, address, laser.Driver, Format(Tr("laser %s"), name));
   };
-  TLaserPoints points{
-      .EmissionRequest = point(pkOutput, laser.EmissionRequest, "EmissionRequest"),
-      .Beam = point(pkOutput, laser.Beam, "Beam"),
-      .Aiming = point(pkOutput, laser.Aiming, "Aiming"),
-      .Trip = point(pkOutput, laser.Trip, "Trip"),
-      .EmissionConfirmed = point(pkInput, laser.EmissionConfirmed, "EmissionConfirmed"),
-      .BeamOn = point(pkInput, laser.BeamOn, "BeamOn"),
-      .Fault = point(pkInput, laser.Fault, "Fault"),
-      .Latches = {{.Ok = point(pkInput, laser.LatchOk, "LatchOk"), .Rearm = point(pkOutput, laser.Rearm, "Rearm")}}};
+  const auto out = [&](const std::string& address, const char* name) {
+    return FDrivers.OwnOutput(address, laser.Driver, Format(Tr("laser %s"), name));
+  };
+  TLaserPoints points{.EmissionRequest = out(laser.EmissionRequest, "EmissionRequest"),
+                      .Beam = out(laser.Beam, "Beam"),
+                      .Aiming = out(laser.Aiming, "Aiming"),
+                      .Trip = out(laser.Trip, "Trip"),
+                      .EmissionConfirmed = in(laser.EmissionConfirmed, "EmissionConfirmed"),
+                      .BeamOn = in(laser.BeamOn, "BeamOn"),
+                      .Fault = in(laser.Fault, "Fault"),
+                      .Latches = {{.Ok = in(laser.LatchOk, "LatchOk"), .Rearm = out(laser.Rearm, "Rearm")}}};
   for (const auto& latch : laser.Latches)
-    points.Latches.push_back(
-        {.Ok = point(pkInput, latch->Ok, "Latch Ok"), .Rearm = point(pkOutput, latch->Rearm, "Latch Rearm")});
+    points.Latches.push_back({.Ok = in(latch->Ok, "Latch Ok"), .Rearm = out(latch->Rearm, "Latch Rearm")});
   auto made = std::make_unique<TPointLaser>(FCore, points);
   for (const std::string& lights : {laser.EmissionRequest, laser.Beam})
     FDrivers.NoteUse(pkOutput, lights, laser.Driver, puLight);

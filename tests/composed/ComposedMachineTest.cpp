@@ -11,6 +11,7 @@
 #include "fixture/Faults.h"
 #include "fixture/TempDir.h"
 #include "machines/composed/Machine.h"
+#include "machines/modbus/Driver.h"
 #include "machines/simulated/Driver.h"
 #include "machines/simulated/Machine.h"
 #include "verify/PortContracts.h"
@@ -286,8 +287,27 @@ TEST_F(ComposedMachineTest, WhatTheFileNamesWronglyIsToldWithItsPlaceAndWhatWoul
               ElementsAre(testing::AllOf(HasSubstr("Devices/Input"), HasSubstr("like in:1"))));
   EXPECT_THAT(Findings(R"(<Gas Driver="bench"><Branch GasType="1" Valve="v"/></Gas>)"),
               ElementsAre(HasSubstr("no AnalogOut has the number 33")));
+  EXPECT_THAT(Findings(R"(<Laser Driver="bench" EmissionRequest="b" Beam="b"><Latch Ok="k" Rearm="r"/></Laser>
+                          <Output Number="5" Driver="simulated" Address="bench@r"/>)"),
+              ElementsAre(HasSubstr("the laser has this output already, as EmissionRequest"),
+                          HasSubstr("the laser has this output already, as Rearm")));
   FOptions.MachineFile = File(R"(<Focus Driver="bench"/>)");
   EXPECT_THROW(FController.emplace(FOptions), EProblem);
+}
+
+TEST(ComposedOutputs, OneOfTheLasersIsFoundByWhateverNameItHas) {
+  TTempDir dir;
+  const auto file = dir.Path() / "machine.xml";
+  std::ofstream(file)
+      << R"(<MachineConfig><Machine Driver="composed"/><Modbus><Station Name="io" Host="127.0.0.1"/></Modbus>
+      <Devices><Laser Driver="modbus" EmissionRequest="io:coil:1" Beam="io:coil:2"/>
+        <Output Number="5" Driver="modbus" Address="io:coil:02"/></Devices></MachineConfig>)";
+  try {
+    TController({.Machines = {ComposedMachine({ModbusDriver()})}, .MachineFile = file, .Realtime = true});
+    ADD_FAILURE() << "an output lights the beam";
+  } catch (const EProblem& problem) {
+    EXPECT_THAT(problem.Problem.Text(), HasSubstr("io:coil:02"));
+  }
 }
 
 }  // namespace
