@@ -199,6 +199,7 @@ void TPointLaser::Darken() {
 }
 
 void TPointLaser::Trip(const char* reason) {
+  FTrippedAnew.store(reason, std::memory_order_release);  // first: a reset that ends now looks at it behind its own end
   FLatch.Trip(reason);
   Darken();
   if (FPoints.Trip) WhereReached([&] { FPoints.Trip->Write(1.0); });
@@ -217,6 +218,7 @@ void TPointLaser::ResetLatch() {
   if (!FLatch.Tripped() || FReset != TReset::None) return;
   Darken();
   if (FPoints.Trip) FPoints.Trip->Write(0.0);
+  FTrippedAnew.store(nullptr, std::memory_order_release);
   FReset = TReset::Low;
   FResetAtMs = FCore.Now();
   LookLocked();
@@ -276,6 +278,7 @@ void TPointLaser::LookAtReset(std::uint64_t nowMs) {
     FLatch.Reset();
     FShownTrip = false;
     FCore.Event("laser", "latch reset");
+    if (const char* const anew = FTrippedAnew.load(std::memory_order_acquire)) FLatch.Trip(anew);
   };
   const auto reads = [](const auto& read) {
     bool is = false;

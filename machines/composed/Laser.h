@@ -53,7 +53,8 @@ struct TLaserPoints {
 // asked for; nothing is lit again by itself.
 //
 // A reset of the latch waits until all outputs read low, then pulses Rearm of every latch, and ends when all are Ok;
-// the latch stays tripped meanwhile, and for good where one does not come. One that falls trips the source's own.
+// the latch stays tripped meanwhile, and for good where one does not come or somebody trips it meanwhile. One that
+// falls trips the source's own.
 class TPointLaser final : public TComposedLaser {
  public:
   static constexpr std::uint64_t kRearmMs = 100;
@@ -115,6 +116,7 @@ class TPointLaser final : public TComposedLaser {
   bool FFault IXO_GUARDED_BY(FCore.Lock) = false;
   TReset FReset IXO_GUARDED_BY(FCore.Lock) = TReset::None;
   std::uint64_t FResetAtMs IXO_GUARDED_BY(FCore.Lock) = 0;
+  std::atomic<const char*> FTrippedAnew{nullptr};  // since the reset began, and why
 };
 
 // A driver's own source.

@@ -295,6 +295,24 @@ TEST_F(ComposedMachineTest, WhatTheFileNamesWronglyIsToldWithItsPlaceAndWhatWoul
   EXPECT_THROW(FController.emplace(FOptions), EProblem);
 }
 
+TEST_F(ComposedMachineTest, ATripWhileTheLatchIsBeingResetIsNotLost) {
+  FOptions.MachineFile = File(R"(<Laser Driver="bench" EmissionRequest="emission" Beam="beam" Rearm="rearm"/>)");
+  FController.emplace(FOptions);
+  FController->RunFor(100);
+  for (const std::uint64_t ms : {0U, 50U, 99U}) {
+    FittedLaser()->Trip("by hand");
+    FController->RunFor(50);
+    ASSERT_TRUE(FController->ResetLatch());
+    FController->RunFor(ms);
+    FittedLaser()->Trip("once more");
+    FController->RunFor(3000);
+    EXPECT_STREQ(FittedLaser()->LatchReason(), "once more") << ms;
+    ASSERT_TRUE(FController->ResetLatch());
+    FController->RunFor(3000);
+    EXPECT_EQ(FittedLaser()->LatchReason(), nullptr);
+  }
+}
+
 TEST(ComposedOutputs, OneOfTheLasersIsFoundByWhateverNameItHas) {
   TTempDir dir;
   const auto file = dir.Path() / "machine.xml";
