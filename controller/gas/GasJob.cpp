@@ -53,6 +53,7 @@ TGasJob::TGasJob(TController& controller, TGasOrder order, TTold told)
 
 TResult<> TGasJob::Start() {
   FStartMs = Clock().MonotonicMs();
+  FEnds = FController.Framework().EndsAsked();
   for (const TGasResult& result : FCalibration.Results())
     if (result.End == TGasEnd::Skipped) Tell(result.Why);
   if (std::string reason; !FCalibration.Start(reason)) return TProblem{.What = std::move(reason)};
@@ -64,6 +65,7 @@ bool TGasJob::Round(std::uint64_t nowMs) {
   TakeMessages();
   if (FCalibration.Running() || FController.Running()) return true;
   if (!FOrder.Descend || std::exchange(FDescentAsked, true) || !FCalibration.Completed()) return false;
+  if (FController.Framework().EndsAsked() != FEnds) return false;  // a stop between the two
   FDescending = FController.Descents().Start(FController.Framework(), FCalibration.Results());
   return FDescending;
 }

@@ -79,6 +79,7 @@ class TGasJob {
   const TDamagedTables FDamaged;
   TGasCalibration FCalibration;
   std::uint64_t FStartMs = 0;
+  std::uint32_t FEnds = 0;  // that were asked for before the start
   bool FDescentAsked = false;
   bool FDescending = false;
   nlohmann::ordered_json FMessages = nlohmann::ordered_json::array();

@@ -139,7 +139,7 @@ void TKeyCommands::KeyDown(std::int32_t command) {
       // Standby has nothing to pause, and a pause would wait there for the next procedure.
       if (const TCutState state = ClassifyCutState(FFramework.CurrentState());
           state == csStandby || state == csPaused || state == csJogging)
-        return;
+        return FFramework.NoteEndAsked();
       FFramework.Pause();
       try {
         SwitchBeam(false);

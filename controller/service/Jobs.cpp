@@ -145,7 +145,8 @@ TQueue::TSeam TJobs::Seam() {
           .Changed = [this] { TellQueue(); },
           .Language = [&service] { return service.Options().Controller.Language; },
           .OnDisk = [&service](std::function<void()> work,
-                               std::function<void()> then) { service.OnDisk(std::move(work), std::move(then)); }};
+                               std::function<void()> then) { service.OnDisk(std::move(work), std::move(then)); },
+          .Ends = [&service] { return service.Controller().Framework().EndsAsked(); }};
 }
 
 // A question is one event, however often the queue changes while it stands.

@@ -331,6 +331,7 @@ void TQueue::Start(const TAsker&) {
                                .Why = {},
                                .Remedy = Format(Tr("answer it: %s or %s"), kAgain, kSkip)});
   FHeld = false;
+  FEnds = FSeam.Ends();
   FSeam.Changed();
 }
 
@@ -341,7 +342,7 @@ void TQueue::Hold(const TAsker& who) {
 // --- what it does ---
 
 void TQueue::Round() {
-  if (FHeld || FWriting) return;
+  if (FHeld || EndAsked() || FWriting) return;
   if (FNow.Jobs.empty()) return HoldFor([] { return TProblem{.What = Tr("every job has come to its end")}; });
   TJob& job = FNow.Jobs.front();
   if (job.State != jsWaits || FSeam.Busy()) return;
@@ -370,7 +371,7 @@ void TQueue::Begin() {
 
 // While it was written somebody may have held the queue, or begun something, or the machine has changed.
 void TQueue::Launch(std::vector<TMotionCall> calls) {
-  if (FHeld || FSeam.Busy()) return PutBack();
+  if (FHeld || EndAsked() || FSeam.Busy()) return PutBack();
   TJob& job = FNow.Jobs.front();
   try {
     FSeam.Ready(calls).OrThrow(pbRefused);
@@ -380,6 +381,17 @@ void TQueue::Launch(std::vector<TMotionCall> calls) {
     HoldFor(ProblemOf(std::current_exception()));
     PutBack();
   }
+}
+
+bool TQueue::EndAsked() {
+  if (FSeam.Ends() == FEnds) return false;
+  HoldFor([] {
+    return TProblem{.What = Tr("a stop or a pause was asked for"),
+                    .Where = {},
+                    .Why = {},
+                    .Remedy = Tr("start the queue again when the machine is ready")};
+  });
+  return true;
 }
 
 void TQueue::PutBack() {

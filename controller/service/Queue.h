@@ -1,10 +1,10 @@
 // Jobs: procedures and sequences that are run one after the other, each with its checks before it and, where it has
 // one, a question to the operator. Kept in queue.json of the state folder; after a restart nothing starts by itself.
 //
-// The queue is held until somebody starts it: when it was read, when a check or a job fails, and when it is empty. What
-// a job runs is taken into the queue when the job is added: a sequence that is changed afterwards changes no job.
-// Interface thread, which waits for no disk; each change is on the disk before it counts, and one is written after the
-// other.
+// The queue is held until somebody starts it: when it was read, when a check or a job fails, when a stop or a pause was
+// asked for, also between two jobs, and when it is empty. What a job runs is taken into the queue when the job is
+// added: a sequence that is changed afterwards changes no job. Interface thread, which waits for no disk; each change
+// is on the disk before it counts, and one is written after the other.
 #pragma once
 
 #include <cstdint>
@@ -78,6 +78,7 @@ class TQueue {
     std::function<void()> Changed;          // after each change, for who follows the queue
     std::function<std::string()> Language;  // of the problems that are kept
     TDiskWork OnDisk;                       // calls nobody when the queue has ended
+    std::function<std::uint32_t()> Ends;    // TNcStateFramework::EndsAsked
   };
 
   // Reads the file. One that cannot be read is left as it is, and the queue takes nothing.
@@ -142,6 +143,8 @@ class TQueue {
   // Behind the change that marks it as running.
   void Launch(std::vector<TMotionCall> calls);
   void PutBack();
+  // True, and held: an end was asked for since somebody started it.
+  [[nodiscard]] bool EndAsked();
 
   const std::filesystem::path FFile;
   const TSeam FSeam;
@@ -149,7 +152,8 @@ class TQueue {
   std::deque<TChange> FChanges;  // that wait
   bool FWriting = false;
   bool FHeld = true;
-  TWhy FWhy;  // it is held
+  std::uint32_t FEnds = 0;  // that were asked for before it was started
+  TWhy FWhy;                // it is held
   std::optional<TProblem> FUnreadable;
 };
 

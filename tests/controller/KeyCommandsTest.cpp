@@ -66,6 +66,9 @@ TEST_F(KeyCommands, APauseGoesDarkAndResumeGoesOnWhereItStopped) {
   const TPoint2 broken = Now().Pos;
   FController.RunFor(500);
   EXPECT_FALSE(Now().Laser || Now().Emission || Now().Gas || Now().Moving());
+  const std::uint32_t ends = Framework().EndsAsked();
+  Press(kcPause);
+  EXPECT_EQ(Framework().EndsAsked(), ends + 1) << "it starts nothing, whatever waits for its turn";
 
   Press(kcJogLeft);  // by hand away from it, and back by itself
   RunTo(csJogging);

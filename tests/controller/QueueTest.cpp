@@ -46,7 +46,8 @@ class Queue : public testing::Test {
                                      then();
                                    });
                                    if (!SlowDisk) Write();
-                                 }});
+                                 },
+                                 [this] { return Ends; }});
   }
   // The next one that the disk has not taken yet.
   void Write() {
@@ -89,6 +90,7 @@ class Queue : public testing::Test {
   const TTempDir Folder;
   bool Busy = false;
   bool SlowDisk = false;
+  std::uint32_t Ends = 0;
   std::string NotReady;
   TTexts Started;
   std::optional<TQueue> FQueue;
@@ -138,6 +140,28 @@ TEST_F(Queue, JobsRunOneAfterTheOtherUntilOneFailsAndNothingStartsBeforeSomebody
   FQueue->Round();
   EXPECT_EQ(Shown(), "shot waits | held: every job has come to its end");
   EXPECT_EQ(Started, (TTexts{"shot", "pierce", "pierce", "square"}));
+}
+
+TEST_F(Queue, AStopBetweenTwoJobsStartsNoOther) {
+  for (const char* const name : {"shot", "pierce", "square"}) Add(name);
+  ++Ends;
+  FQueue->Start(kLi);
+  FQueue->Round();
+  End("success");
+  ++Ends;
+  FQueue->Round();
+  EXPECT_EQ(Shown(), "pierce waits, square waits | held: a stop or a pause was asked for");
+  FQueue->Start(kLi);
+  SlowDisk = true;
+  FQueue->Round();
+  ++Ends;
+  SlowDisk = false;
+  Write();
+  EXPECT_EQ(Shown(), "pierce waits, square waits | held: a stop or a pause was asked for") << "while it was marked";
+  EXPECT_EQ(Started, TTexts{"shot"});
+  FQueue->Start(kLi);
+  FQueue->Round();
+  EXPECT_EQ(Started, (TTexts{"shot", "pierce"}));
 }
 
 TEST_F(Queue, AQuestionIsAskedWhenItsJobIsDueAndOnlyItsChoicesAnswerIt) {

@@ -121,6 +121,7 @@ TResult<> TNcStateFramework::RequestState(std::int32_t state, std::int32_t param
 }
 
 void TNcStateFramework::Stop(std::string cause) {
+  NoteEndAsked();
   {
     TGuard guard(FLock);
     if (FMail.Change) FPending.store(kNonePending, std::memory_order_release);
@@ -143,6 +144,7 @@ void TNcStateFramework::Pause() { Abort(srPause); }
 void TNcStateFramework::Abort(std::int32_t reason, std::string cause) {
   if (reason == srStop) return Stop(std::move(cause));
   if (reason == srDone) return;
+  NoteEndAsked();
   TGuard guard(FLock);
   if (FMail.Abort != srDone && FMail.Abort != srPause) return;  // the first one tells why
   FMail.Abort = reason;

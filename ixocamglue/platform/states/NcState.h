@@ -136,6 +136,11 @@ class TNcStateFramework {
   void Stop(std::string cause = {});
   void Pause();
   void Abort(std::int32_t reason, std::string cause = {});  // ends the current state with this reason; 0 is ignored
+  // How many stops, pauses and other ends were asked for so far, also in standby: for who starts one thing behind the
+  // other, and must not behind any of these.
+  [[nodiscard]] std::uint32_t EndsAsked() const { return FEndsAsked.load(std::memory_order_acquire); }
+  // Counts one that finds nothing to end.
+  void NoteEndAsked() { FEndsAsked.fetch_add(1, std::memory_order_acq_rel); }
   void PostAlarm(TNcAlarmRecord alarm);
   // Drops this reference in a pass in which it is the last one, or with the framework.
   void Release(std::shared_ptr<void> object);
@@ -220,6 +225,7 @@ class TNcStateFramework {
   std::atomic<std::int32_t> FPending{kNonePending};  // the state that a change leads to
   std::atomic<bool> FSafePending{false};
   std::atomic<bool> FHasMail{false};
+  std::atomic<std::uint32_t> FEndsAsked{0};
   std::atomic<TBeamCause> FLateBeam{bcNone};
   TNcWatch FWatch;
   TInstalled<TNcWatch> FWatchInstalled{FWatch};
