@@ -12,6 +12,7 @@
 #include "controller/alarms/AlarmPackage.h"
 #include "controller/procedures/ProcedureRun.h"
 #include "controller/service/RealTime.h"
+#include "ixocamglue/motion/Ulasersteps.h"
 #include "ixocamglue/platform/ports/CutSystem.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/platform/services/ThreadTable.h"
@@ -266,13 +267,24 @@ TResult<> TService::NotAllOff() const {
   return TProblem{.What = Tr("everything was switched off"), .Remedy = Tr("remove the cause, then reset it")};
 }
 
+// What only darkens starts at any time.
+TResult<> TService::NoEmergency(const TRunRequest& request) const {
+  const auto darkens = [](const TMotionCall& call) {
+    return call.Row->Command == TSmtLaserOff::Cmd || call.Row->Command == TSmtLaserOffOnly::Cmd;
+  };
+  if (!FController->Keys().IsActive() || (!request.Job && std::ranges::all_of(request.Calls, darkens))) return {};
+  return TProblem{.What = Tr("the emergency stop is active"), .Where = {}, .Why = {}, .Remedy = Tr("release it")};
+}
+
 TResult<std::uint64_t> TService::Run(TRunRequest request, const TAsker& who) {
   if (TResult<> on = NotAllOff(); !on) return on.Problem();
+  if (TResult<> none = NoEmergency(request); !none) return none.Problem();
   return FRunner.Start(std::move(request), who);
 }
 
 TResult<> TService::MayRun(const TRunRequest& request) {
   if (TResult<> on = NotAllOff(); !on) return on;
+  if (TResult<> none = NoEmergency(request); !none) return none;
   return FRunner.MayStart(request);
 }
 

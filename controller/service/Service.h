@@ -142,6 +142,7 @@ class TService {
   void WaitForWork(std::uint64_t micros);
   void KeepStill(const TAsker& who);
   [[nodiscard]] TResult<> NotAllOff() const;
+  [[nodiscard]] TResult<> NoEmergency(const TRunRequest& request) const;
   [[nodiscard]] TResult<> StandsStill();
   [[nodiscard]] TResult<> NoOtherAlarm();
   void EndOrExit(bool ended, const char* what);

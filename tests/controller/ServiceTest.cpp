@@ -298,6 +298,21 @@ TEST(Service, AllOffKeepsEverythingStillUntilItIsResetAtTheMachineWithoutACauseT
   EXPECT_EQ(world.Report(world.StartRun({{"procedure", "delay"}, {"params", {{"ms", 1}}}}))["outcome"], "success");
 }
 
+TEST(Service, WhileTheEmergencyStopIsActiveOnlyWhatDarkensStarts) {
+  TServiceWorld world(false, 1.0);
+  const auto start = [&](const char* procedure, const TJson& params) {
+    return world.Ask("POST", "runs", {{"procedure", procedure}, {"params", params}});
+  };
+  world.Service.Controller().Keys().SetEmergencyStop(true);
+  ASSERT_TRUE(Comes([&] { return start("laser-off", TJson::object()).Status == 201; }));
+  EXPECT_EQ(world.Report(1)["outcome"], "success");
+  const TApiReply refused = start("delay", {{"ms", 1}});
+  EXPECT_EQ(refused.Status, 409);
+  EXPECT_THAT(refused.Body.dump(), HasSubstr("the emergency stop is active"));
+  world.Service.Controller().Keys().SetEmergencyStop(false);
+  EXPECT_EQ(world.Report(world.StartRun({{"procedure", "delay"}, {"params", {{"ms", 1}}}}))["outcome"], "success");
+}
+
 TEST(Service, OneResetIsEnoughForAnAlarmWhoseCauseIsOver) {
   TNcSimpleAlarmSource door("TPDoor", {{1, naForbidLaser, "the door is open"}});
   TServiceWorld world(false, 1.0);
