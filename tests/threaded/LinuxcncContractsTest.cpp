@@ -4,6 +4,7 @@
 #include <fstream>
 #include <signal.h>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -11,19 +12,30 @@
 #include "fixture/TempDir.h"
 #include "machines/composed/Machine.h"
 #include "machines/linuxcnc/Driver.h"
+#include "machines/modbus/Driver.h"
 #include "verify/PortContracts.h"
 
 namespace ixocamglue::test {
 namespace {
 
-// Of the one process in these namespaces that is called so.
-pid_t PidOf(const std::string& name) {
+constexpr const char* kHal = "ixocut-hal";
+constexpr const char* kPlant = "ixocut";  // simulates the device on Modbus, where there is one
+
+// Of the processes in these namespaces that are called so.
+std::vector<pid_t> Called(const std::string& name) {
+  std::vector<pid_t> pids;
   for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
     std::string comm;
     if (std::getline(std::ifstream(entry.path() / "comm"), comm) && comm == name)
-      return static_cast<pid_t>(std::stoi(entry.path().filename()));
+      pids.push_back(static_cast<pid_t>(std::stoi(entry.path().filename())));
   }
-  throw std::runtime_error("no process is called " + name);
+  return pids;
+}
+
+void SignalDevices(int signal) {
+  if (Called(kHal).empty()) throw std::runtime_error("there is no ixocut-hal");
+  for (const char* const name : {kHal, kPlant})
+    for (const pid_t pid : Called(name)) kill(pid, signal);
 }
 
 TEST(LinuxcncContracts, OfTheMachineThatRunsAreKept) {
@@ -33,12 +45,13 @@ TEST(LinuxcncContracts, OfTheMachineThatRunsAreKept) {
   const auto file = dir.Path() / "machine.xml";
   std::filesystem::copy_file(std::filesystem::path(state) / "ixocut" / "machine.xml", file);
   ixoverify::TContractRig rig;
-  rig.Options.Machines = {ComposedMachine({LinuxcncDriver()})};
+  rig.Options.Machines = {ComposedMachine({LinuxcncDriver(), ModbusDriver()})};
   rig.Options.MachineFile = file;
   rig.Options.Realtime = true;
-  rig.Cut = [] { kill(PidOf("ixocut-hal"), SIGSTOP); };
-  rig.Heal = [] { kill(PidOf("ixocut-hal"), SIGCONT); };
+  rig.Cut = [] { SignalDevices(SIGSTOP); };
+  rig.Heal = [] { SignalDevices(SIGCONT); };
   rig.CallMs = 60;
+  if (!Called(kPlant).empty()) rig.AwayMs = 3 * rig.AwayMs;
   auto violations = ixoverify::CheckPortContracts(rig);
   if (!violations.empty()) violations = ixoverify::CheckPortContracts(rig);  // somebody else may have had the processor
   for (const auto& violation : violations) ADD_FAILURE() << violation.Port << ": " << violation.Text;
