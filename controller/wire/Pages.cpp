@@ -77,6 +77,9 @@ TPages::TPages(const TPageFolders& folders) {
     if (TResult<std::string> body = ReadFile(folders.Plots / name))
       Add(std::string(kBelow) + name, TypeOf(name), std::move(*body));
   AddTexts(folders.Locale);
+  std::string all;
+  for (const auto& [path, page] : FPages) all += path + page.ETag;
+  if (!all.empty()) Add("/console/edition", "text/plain; charset=utf-8", HexText(Sha256(all)).substr(0, 16));
 }
 
 void TPages::Add(const std::string& path, std::string type, std::string body) {

@@ -5,6 +5,7 @@
 //   /console/NAME              console/NAME: .html .js .css .svg, without indentation and lines of comment
 //   /console/texts/LANG.json   of the catalogue LANG the messages that stand as literals in the console's scripts
 //   /console/dygraph.min.js    the plots' script, and its style sheet
+//   /console/edition           names all of these: another name where one of them is another
 //
 // Any thread. What is not there is none; nothing throws.
 #pragma once

@@ -86,3 +86,22 @@ class ConnectionTest(fixture.ConsoleTest):
                 browser.press("Stop", "#bar")
                 self.assertEqual(controller.ended(run)["outcome"], "stopped")
                 self.assertTrue(browser.js("return window.sameDocument"), "without a reload")
+
+    def test_a_controller_that_comes_back_as_another_version(self):
+        for language in fixture.LANGUAGES:
+            with self.subTest(language=language):
+                controller, browser = self.opened(language=language)
+                browser.expect(CUT)
+                for is_another in (False, True):
+                    controller.end()
+                    browser.wait(lambda: browser.find("#notice-lost"), "the connection is lost")
+                    if is_another:
+                        controller.data = fixture.shutil.copytree(fixture.SHARE, controller.state / "newer")
+                        with open(controller.data / "console" / "pages" / "log.css", "a", encoding="utf-8") as file:
+                            file.write("p {}\n")
+                    controller.start()
+                    browser.wait(lambda: browser.find("#notice-viewer"), "the connection is back")
+                    self.assertFalse(not is_another and browser.find("#notice-old"))
+                browser.wait_text(browser.tr("This page is of another version than the controller"), "#notice-old")
+                browser.press("Load anew", "#notice-old")
+                browser.wait(lambda: browser.find("#notice-viewer") and not browser.find("#notice-old"), "it is the new one")

@@ -68,6 +68,7 @@ class Controller:
     def __init__(self, speed=10, machine=None, language="en"):
         self.state = pathlib.Path(tempfile.mkdtemp(prefix="ixo"))
         self.speed, self.language, self.port, self.process = speed, language, 0, None
+        self.data = SHARE
         if machine:
             text = (SHARE / "machines" / "machine.xml").read_text(encoding="utf-8")
             (self.state / "machine.xml").write_text(machine(text), encoding="utf-8")
@@ -80,7 +81,7 @@ class Controller:
         if self.speed is not None:
             command += ["--virtual", str(self.speed)]
         self.process = subprocess.Popen(command, stdout=subprocess.PIPE, text=True,
-                                        env={**os.environ, "IXOCUT_DATA": str(SHARE)})
+                                        env={**os.environ, "IXOCUT_DATA": str(self.data)})
         told = json.loads(self.process.stdout.readline())["result"]
         self.url = told["url"]
         self.port = urllib.parse.urlsplit(self.url).port

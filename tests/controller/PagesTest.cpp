@@ -72,8 +72,10 @@ TEST_F(Pages, EachFileHasItsTypeItsPolicyAndATagThatSpeaksForItsContent) {
     EXPECT_THAT(known.Body, IsEmpty());
     EXPECT_EQ(known.Policy, reply.Policy);
   }
-  const std::string before = pages.Answer("/", {}).ETag;
+  const std::string before = pages.Answer("/", {}).ETag, edition = pages.Answer("/console/edition", {}).Body;
+  EXPECT_EQ(Made().Answer("/console/edition", {}).Body, edition);
   Write("console/index.html", "<!doctype html><p>");
+  EXPECT_NE(Made().Answer("/console/edition", {}).Body, edition);
   EXPECT_EQ(pages.Answer("/", before).Status, 304) << "it was read once";
   EXPECT_EQ(Made().Answer("/", before).Status, 200);
 }
