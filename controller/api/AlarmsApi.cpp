@@ -61,26 +61,32 @@ TApiReply AlarmDefinitions(TService&, const TApiRequest& request) {
   return Fail(404, {.What = Tr("no definition has this identifier"), .Where = identifier});
 }
 
+std::string ShortText(const TAskedBody& body, const char* name) {
+  std::string value = body.Text(name);
+  if (value.size() > kMostText)
+    throw EProblem(pbRequest, TProblem{.What = Format(Tr("it is longer than %zu bytes"), kMostText), .Where = name});
+  return value;
+}
+
+// Many people share a page or a token: who has seen it may say his name.
 TApiReply AcknowledgeAlarm(TService& service, const TApiRequest& request) {
+  const TAskedBody body(request, {"name"});
+  TAsker who = request.Who;
+  if (body.Has("name")) who.Name = ShortText(body, "name") + " (" + who.Name + ")";
   const std::string& serial = request.Params.at("serial");
   const auto number = ParseExactly<std::uint64_t>(serial);
-  if (!number || !service.Alarms().Acknowledge(*number, request.Who))
+  if (!number || !service.Alarms().Acknowledge(*number, who))
     return Fail(404, {.What = Tr("no alarm with this serial number stands"), .Where = serial});
   TApiReply reply;
-  reply.Body = {{"serial", *number}, {"byWhom", request.Who.Name}};
+  reply.Body = {{"serial", *number}, {"byWhom", who.Name}};
   return reply;
 }
 
 TApiReply SuppressAlarm(TService& service, const TApiRequest& request) {
   const TAskedBody body(request, {"identifier", "minutes", "reason"});
-  const auto text = [&body](const char* name) {
-    std::string value = body.Text(name);
-    if (value.size() > kMostText)
-      throw EProblem(pbRequest, TProblem{.What = Format(Tr("it is longer than %zu bytes"), kMostText), .Where = name});
-    return value;
-  };
-  const std::string identifier = text("identifier");
-  const std::string reason = body.Has("reason") && request.Body["reason"] != "" ? text("reason") : std::string();
+  const std::string identifier = ShortText(body, "identifier");
+  const std::string reason =
+      body.Has("reason") && request.Body["reason"] != "" ? ShortText(body, "reason") : std::string();
   const auto minutes =
       static_cast<std::uint64_t>(body.Whole("minutes", 0, static_cast<std::int64_t>(TAlarmDesk::kMostMinutes)));
   TApiReply reply;

@@ -84,10 +84,13 @@ class AlarmsTest(fixture.ConsoleTest):
         page.go("alarms")
         self.assertTrue(page.find(".sound input").is_selected())
 
-    def test_what_stands_is_reset_where_it_is_read(self):
+    def test_what_stands_is_acknowledged_with_a_name_and_reset_where_it_is_read(self):
         controller, page = self.opened("alarms")
         page.wait_text("No alarm stands.", "#page")
         alarm(controller, reset=False)
+        page.fill("Your name", "Li")
+        page.press("Acknowledge", "#page")
+        page.wait_text("Seen by Li (console 1)", "#page")
         page.press("Reset", "#page")
         page.wait_text("No alarm stands.", "#page")
         self.assertEqual(controller.client.ask("GET", "/alarms")["alarms"], [])

@@ -213,9 +213,10 @@ TEST_F(TServiceApi, AlarmsAreToldInEachClientsLanguageAndWhatIsShownOfThemPermit
   EXPECT_EQ(suppress("Mine#7", 5).Status, 200);
   EXPECT_EQ(Ask("POST", "alarms/99/acknowledge").Status, 404);
   const std::string serial = english[0]["serial"].dump();
-  EXPECT_EQ(Ask("POST", "alarms/" + serial + "/acknowledge").Body["byWhom"], "anna");
+  EXPECT_EQ(Ask("POST", "alarms/" + serial + "/acknowledge", {{"name", ""}}).Status, 400);
+  EXPECT_EQ(Ask("POST", "alarms/" + serial + "/acknowledge", {{"name", "Li"}}).Body["byWhom"], "Li (anna)");
   const auto seen = Ask("GET", "alarms").Body["alarms"];
-  EXPECT_EQ(seen[0]["byWhom"], "anna");
+  EXPECT_EQ(seen[0]["byWhom"], "Li (anna)");
   EXPECT_TRUE(seen[0]["suppressedUntil"].is_null());
   EXPECT_TRUE(seen[1]["suppressedUntil"].is_string());
   Do([](TController& controller) { EXPECT_FALSE(controller.Alarms().AllowLaser()); });

@@ -40,6 +40,11 @@ function openStanding(root) {
   let timer = null;
   let asked = 0;
   let closed = false;
+  const saved = kept("alarms.standing", {name: ""});
+  const name = field({name: "name", title: tr("Your name"), summary: tr("it is kept with what you acknowledge")}, saved.get("name"));
+  name.input.addEventListener("input", () => saved.set({name: name.input.value}));
+  const list = el("div");
+  replace(root, name.node, list);
 
   async function readFirst() {
     const mine = ++asked;
@@ -72,7 +77,8 @@ function openStanding(root) {
     // What began a burst first, then the newest.
     shown.sort((a, b) => b.level - a.level || first.has(b.identifier) - first.has(a.identifier));
     const hidden = wire.alarms.filter((alarm) => alarm.suppressedUntil);
-    replace(root,
+    name.node.hidden = wire.alarms.every(({acknowledged}) => acknowledged);
+    replace(list,
       el("h2", tr("Alarms that stand: %d", shown.length)),
       shown.length === 0 && el("p", {class: "card good"}, "✓ " + tr("No alarm stands.")),
       el("ul", {class: "alarm-list"}, shown.map(card)),
@@ -82,11 +88,12 @@ function openStanding(root) {
       hidden.length > 0 && el("details", el("summary", tr("Suppressed for a while: %d", hidden.length)),
         el("ul", {class: "alarm-list"}, hidden.map((alarm) => [
           el("li", {class: "aside"}, tr("until %s", timeText(alarm.suppressedUntil))), card(alarm)]))));
-    root.classList.toggle("stale-values", wire.stale);
+    list.classList.toggle("stale-values", wire.stale);
   }
 
   function acknowledge(alarm) {
-    return attempt(() => wire.post("alarms/" + alarm.serial + "/acknowledge"));
+    const by = name.input.value.trim();
+    return attempt(() => wire.post("alarms/" + alarm.serial + "/acknowledge", by ? {name: by} : {}));
   }
   function suppress(identifier, minutes, reason) {
     return attempt(() => wire.post("alarms/suppress", {identifier, minutes, reason}));
