@@ -12,6 +12,7 @@ packages() {
       ;;
     # npm where there is none of another origin, which Debian's would clash with.
     console) echo "$(packages test) chromium chromium-driver python3-selenium $(command -v npm >/dev/null || echo npm)" ;;
+    pictures) echo "$(packages console) python3-pil" ;;
     # The simulated machine's; not of a program of ours.
     linuxcnc) echo "linuxcnc-uspace linuxcnc-uspace-dev iproute2 util-linux" ;;
     headers) echo "doxygen" ;;
@@ -24,8 +25,8 @@ packages() {
       ;;
     ci) echo "$(packages test) $(packages bench) clang clang-tidy libclang-rt-14-dev util-linux zsh" ;;
     *)
-      echo "packages.sh: no set of packages is called '$1'; there are run, test, console, linuxcnc, headers, coverage," \
-        "packages, bench and ci" >&2
+      echo "packages.sh: no set of packages is called '$1'; there are run, test, console, pictures, linuxcnc," \
+        "headers, coverage, packages, bench and ci" >&2
       return 1
       ;;
   esac
