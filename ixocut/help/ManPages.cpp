@@ -118,9 +118,12 @@ void Part(TCommand command, const std::string& words, std::string& page) {
 TManPage Page(TCommand command, const std::string& words, const std::string& version, bool parts) {
   std::string name = words;
   std::ranges::replace(name, ' ', '-');
+  std::string about = command.About();
+  for (const char* const colon : {": ", "："})
+    if (about.starts_with(words + colon)) about.erase(0, (words + colon).size());  // the page says its name itself
   std::string text = ".\\\" " + name + ": made by the program itself\n.TH \"" + Upper(name) + "\" \"1\" \"\" \"" +
-                     version + "\" \"\"\n.nh\n.ad l\n" + Section(Tr("Name")) + name + " \\- " + Troff(command.About()) +
-                     "\n" + Section(Tr("Usage")) + Synopsis(command, words);
+                     version + "\" \"\"\n.nh\n.ad l\n" + Section(Tr("Name")) + name + " \\- " + Troff(about) + "\n" +
+                     Section(Tr("Usage")) + Synopsis(command, words);
   if (const auto commands = command.Commands(); !commands.empty()) {
     text += Section(Tr("Commands"));
     for (const TCommand sub : commands)

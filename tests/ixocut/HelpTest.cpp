@@ -16,6 +16,7 @@ namespace {
 using testing::Contains;
 using testing::HasSubstr;
 using testing::IsSupersetOf;
+using testing::Not;
 
 class Help : public TProgramTest {
  protected:
@@ -41,6 +42,8 @@ class Help : public TProgramTest {
 TEST_F(Help, ManTakesEveryPageInBothLanguages) {
   for (const char* const language : {"en", "zh"}) {
     ASSERT_EQ(Ixocut(std::string("manual . --lang ") + language).ExitCode, 0);
+    EXPECT_THAT(Read("ixocut.1"), HasSubstr("\nixocut \\- "));
+    EXPECT_THAT(Read("ixocut.1"), Not(HasSubstr("\\- ixocut")));
     EXPECT_THAT(Read("ixocut-gas.1"), HasSubstr("\\-\\-method"));
     EXPECT_THAT(Read("ixocut-run.1"), HasSubstr("safe\\-move"));
     std::string help = Ixocut(std::string("--help --lang ") + language).Out;
