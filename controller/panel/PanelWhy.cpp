@@ -90,9 +90,10 @@ TKeyWhy Why(TPanelHost& host, TKeyCode key, const TPanelPicture& picture) {
   TKeyWhy why;
   why.Verdict = JudgePress(key, picture.Client, picture.Alarm, picture.State, picture.Warning);
   why.Command = item.GetCMD();
-  why.Sent = why.Command != 0 && (why.Verdict == pvSent || why.Verdict == pvSentUnderAlarm);
+  const bool passes = why.Verdict == pvSent || why.Verdict == pvSentUnderAlarm;
+  why.Sent = why.Command != 0 && passes;
   const auto refused = why.Sent ? host.Controller().Keys().WhyNot(why.Command, picture.Met) : TKeyCommands::TWhyNot();
-  why.Acts = why.Sent && !refused.Refused();
+  why.Acts = (why.Sent && !refused.Refused()) || (key == CK_KNOB && passes);
 
   const auto add = [&](const char* who, TKeyMask mask, TPressVerdict blocked, std::string because, auto change) {
     const bool permits = (mask & bit) != 0;
@@ -118,7 +119,7 @@ TKeyWhy Why(TPanelHost& host, TKeyCode key, const TPanelPicture& picture) {
 
   if (item.IsStopKey())
     why.Conclusion = Tr("sent: a stop key is never refused");
-  else if (why.Verdict != pvSent && why.Verdict != pvSentUnderAlarm)
+  else if (!passes)
     why.Conclusion = Tr("refused");
   else if (why.Command == 0)
     why.Conclusion = key == CK_KNOB ? Tr("turns the knob") : Tr("nothing: the key has no command");

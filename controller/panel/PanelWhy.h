@@ -24,7 +24,7 @@ struct TKeyReason {
 struct TKeyWhy {
   TPressVerdict Verdict = pvSent;
   std::int32_t Command = 0;
-  bool Acts = false;  // the command is sent, and the cutting system carries it out
+  bool Acts = false;  // the command is sent, and the cutting system carries it out; or the knob is turned
   bool Sent = false;
   std::string Conclusion;
   std::vector<TKeyReason> Reasons;

@@ -43,6 +43,8 @@ TEST_F(PanelCommand, EveryRefusalExplainsItself) {
     std::vector<const char*> Says;
   } cases[] = {
       {"laser --form Work", 0, {"CK_LASER, command 67: sent\n"}},
+      {"knob --form Work", 0, {"turns the knob"}},
+      {"knob", 1, {"refused"}},
       {"laser", 1, {"client   REFUSES", "a form that permits the key", "Work"}},
       {"laser --form Work --alarm 101 --alarm 102",
        1,
