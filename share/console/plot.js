@@ -46,6 +46,7 @@ export class Plot {
     this.node = el("figure", {class: "plotted"},
       el("figcaption", options.title), this.legend, this.canvas, el("div", {class: "aside axis"}, options.x));
     this.graph = null;
+    this.at = null;  // where the mouse is
     this.timer = null;
     options.group?.push(this);
     this.observer = new ResizeObserver(() => this.draw());
@@ -70,8 +71,10 @@ export class Plot {
   draw() {
     if (!this.canvas.isConnected || this.canvas.clientWidth === 0 || this.rows.length === 0) return;
     if (this.graph) {
-      if (this.drawn !== this.rows) this.graph.updateOptions({file: this.rows});
-      else this.graph.resize();
+      if (this.drawn !== this.rows) {
+        this.graph.updateOptions({file: this.rows});
+        this.#showAt(this.at);
+      } else this.graph.resize();
       this.drawn = this.rows;
       return;
     }
@@ -139,6 +142,7 @@ export class Plot {
 
   // The values at x, else the last ones; of a series that has none there, the one before.
   #showAt(x) {
+    this.at = x;
     const {labels, dashed = [], digits = 2} = this.options;
     const at = x === null ? -1 : this.rows.findIndex((candidate) => candidate[0] >= x);
     const last = at < 0 ? this.rows.length - 1 : at;

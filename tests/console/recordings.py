@@ -47,6 +47,13 @@ class RecordingsTest(fixture.ConsoleTest):
         page.wait_text("first is deleted", "#told")
         self.assertEqual([file["name"] for file in controller.client.ask("GET", "/recordings")["recordings"]], ["second"])
 
+    def test_the_live_plots_tell_the_newest_values(self):
+        controller, page = self.opened("recordings")
+        page.press("Start recording")
+        page.wait_text("is being recorded")
+        controller.ended(controller.start_run("safe-move", x=100, y=50))
+        page.wait_text("X 100.00", ".legend")
+
     def test_runs_that_follow_closely_are_told_apart(self):
         controller, page = self.controller(speed=20), self.browser("zh")
         client = controller.client
