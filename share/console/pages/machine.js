@@ -15,7 +15,7 @@ import {Steps} from "./machine/steps.js";
 
 const kRate = 50;
 const kUsualRate = 10;
-const kDrawMs = 40;
+const kDrawMs = 1000 / kRate;
 const kTextMs = 100;
 
 export async function open(root) {
