@@ -302,21 +302,19 @@ void TNcStateFramework::StopWhenWedged() {
 
 std::int32_t TNcStateFramework::AbortReason(TMail& mail) {
   FEndCause.clear();
-  bool alarm = false;
-  std::int32_t fault = srDone;
-  std::string faultText;
-  bool gasMissing = false;
+  bool alarm = false, gasMissing = false;
+  std::optional<std::string> fault;
+  TBeamCause beam = bcNone;
+  const bool forbidden =
+      std::ranges::any_of(mail.Alarms, [](const TNcAlarmRecord& a) { return (a.Attrs & naForbidLaser) != 0; });
   try {
     alarm = AlarmStands(mail);
     gasMissing = FGasWatch.Round(FWatch, ByHand(CurrentState()), Clock().MonotonicMs());
+    beam = BeamEnds(forbidden);
   } catch (...) {
-    LogGuarded("alarm check", std::current_exception());
-    faultText = DescribeException(std::current_exception());
-    fault = srError;
+    LogGuarded("checks", std::current_exception());
+    fault = DescribeException(std::current_exception());
   }
-  const bool forbidden =
-      std::ranges::any_of(mail.Alarms, [](const TNcAlarmRecord& a) { return (a.Attrs & naForbidLaser) != 0; });
-  const TBeamCause beam = BeamEnds(forbidden);
   if (mail.Stop) {
     FEndCause = FStopCause;
     return srStop;
@@ -330,9 +328,9 @@ std::int32_t TNcStateFramework::AbortReason(TMail& mail) {
   }
   if (alarm) return srAlarm;
   if (dark != srDone) return dark;
-  if (fault != srDone) {
-    FEndCause = std::move(faultText);
-    return fault;
+  if (fault) {
+    FEndCause = std::move(*fault);
+    return srError;
   }
   if (gasMissing) {
     FEndCause = Show(SGasSupplyLow, static_cast<int>(TGasWatch::kLimitMs));
