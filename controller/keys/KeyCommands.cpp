@@ -97,11 +97,10 @@ TKeyCommands::TKeyCommands(TNcStateFramework& framework, TNcRegistry& registry, 
 TKeyCommands::~TKeyCommands() { UnregisterKeyStates(FRegistry); }
 
 TKeyCommands::TWhyNot TKeyCommands::WhyNot(std::int32_t command, const TMet& met) const {
-  return WhyNot(command, met, SwitchesOff(command));
+  return IsStopCommand(command) ? TWhyNot() : WhyNot(command, met, SwitchesOff(command));
 }
 
 TKeyCommands::TWhyNot TKeyCommands::WhyNot(std::int32_t command, const TMet& met, bool off) const {
-  if (IsStopCommand(command)) return {};
   const auto row = std::ranges::find(kCommands, command, &TCommandRow::Command);
   if (row == std::end(kCommands)) return TrMark("the machine does not know it");
   if (FEmergency.load(std::memory_order_acquire)) return TrMark("the emergency stop is active");

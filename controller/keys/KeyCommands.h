@@ -58,8 +58,8 @@ class TKeyCommands final : public TNcKeyCommands, public TNcEmergencyStop {
     TNcAlarms* Alarms = NcAlarms();                                   // null: none stand
     const TNcForbidTypeRegistry* Forbidden = NcForbidTypeRegistry();  // null: nothing is forbidden
   };
-  // A stop key never is. What only shows when it is tried (a state that is just changing, a shutter that is closed)
-  // does not count. Throws what the device throws.
+  // A stop key never is, and no device is asked for it. What only shows when it is tried (a state that is just
+  // changing, a shutter that is closed) does not count. Throws what the device throws.
   [[nodiscard]] TWhyNot WhyNot(std::int32_t command, const TMet& met) const;
   bool IsActive() override { return FEmergency.load(std::memory_order_acquire); }
   // The emergency-stop input. Active stops everything and trips the laser's latch; it stays so until it is reset by

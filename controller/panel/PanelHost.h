@@ -16,8 +16,8 @@
 namespace ixocontroller {
 using namespace ixocamglue;
 
-// The constructor and Press throw what the devices and the knob throw; nothing else fails. What a key or the knob
-// cannot do stands in the log.
+// The constructor throws what the devices and the knob throw; nothing else fails. What a key or the knob cannot do, and
+// what a device throws that a key is for, stands in the log.
 class TPanelHost {
  public:
   // Enables the panel, and makes the jog keys move at the speeds of the knob's level; the session has made its first

@@ -42,7 +42,7 @@ struct TKeyPress {
   std::uint64_t AtMs = 0;
 };
 
-// What is not refused does not fail, but that a press passes what a device throws.
+// What is not refused does not fail: what a device throws at a press is logged.
 class THeldKeys {
  public:
   static constexpr std::uint64_t kHeartbeatMs = 50;

@@ -316,6 +316,20 @@ TEST_F(KeyCommands, AStopNeedsNoStateThread) {
   EXPECT_FALSE(Now().Moving());
 }
 
+TEST_F(KeyCommands, WhetherAStopIsRefusedIsAskedOfNoDevice) {
+  struct TBroken final : TNcCutSystem {
+    std::int32_t GetState() override { return 0; }
+    TNcLaser* Laser() override { throw std::runtime_error("the line is down"); }
+    void Lock() override {}
+    void Unlock() override {}
+    void SwitchLaser(bool) override {}
+  } broken;
+  const TInstalled<TNcCutSystem> installed(broken);
+  for (const std::int32_t command : {kcStop, kcPause, kcEmergencyStop})
+    EXPECT_FALSE(FController.Keys().WhyNot(command, {}).Refused()) << command;
+  EXPECT_THROW((void)FController.Keys().WhyNot(kcLaser, {}), std::runtime_error);
+}
+
 TEST_F(KeyCommands, TheCalibrationAndAForbiddenCommand) {
   Press(kcCurPosCalibration);
   RunTo(csCalibration);
