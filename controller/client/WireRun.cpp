@@ -36,14 +36,15 @@ class TFollowed {
   void Begun(std::uint64_t id) {
     FId = id;
     FStopped = false;
-    const TJson status = FClient.Get("/api/v1/status");
-    const TJson& run = status.at("run");
-    FStartMs = status.value("machineMs", std::uint64_t{0}) -
-               (run.is_object() ? run.value("runMs", std::uint64_t{0}) : std::uint64_t{0});
+    StopIfAsked();
   }
 
   // The run, once it has ended.
   TJson Follow(TWireEvents& events, TClientLease& lease) {
+    const TJson status = FClient.Get("/api/v1/status");
+    const TJson& running = status.at("run");
+    FStartMs = status.value("machineMs", std::uint64_t{0}) -
+               (running.is_object() ? running.value("runMs", std::uint64_t{0}) : std::uint64_t{0});
     const std::string path = "/api/v1/runs/" + std::to_string(FId);
     auto asked = std::chrono::steady_clock::now();
     for (;;) {
@@ -130,8 +131,8 @@ TWireRun RunOnController(TWireClient& client, const TWireOrder& order, const TWi
   TWireRun run;
   followed.Order();
   client.Post(order.Path, body).at("id").get_to(run.Id);
-  if (order.Detach) return run;
   followed.Begun(run.Id);
+  if (order.Detach) return run;
   run.Json = followed.Follow(events, lease);
   run.Report = ReportFromJson(run.Json, run.Json.value("problem", TJson()));
   return run;

@@ -206,6 +206,30 @@ TEST_F(Wire, StopsARunForAFollowerWhoWaitsForADiskThatHangs) {
   EXPECT_EQ(client.Get("/api/v1/runs").at("runs").size(), 1U) << "nothing was started";
 }
 
+TEST_F(Wire, StopsARunThatIsOnlyStartedWhereTheStopCameBeforeItBegan) {
+  constexpr int kOrdered = 5;  // looks behind the lease, 50 ms apart but for one: by then the run is ordered
+  TWireClient client({.Socket = World.Folder / kWireSocket, .Host = {}}, "", "en");
+  TNcStateFramework& framework = World.Service.Controller().Framework();
+  const auto ending = [&] { return framework.Watch().EndPosted.load() != nullptr; };
+  const auto leased = [&] {
+    return std::ranges::any_of(World.Service.Events().Read(0).Events,
+                               [](const TServiceEvent& event) { return event.Kind == evLease; });
+  };
+  int looks = 0;
+  const auto stops = [&] {
+    if (!leased()) return false;
+    if (looks == 0)  // the run waits behind this for the stop, which ends nothing
+      World.Service.Post([&] {
+        EXPECT_TRUE(Comes(ending));
+        EXPECT_TRUE(Comes([&] { return framework.RunOnce() > 0 && !ending(); }));
+      });
+    return ++looks >= kOrdered;
+  };
+  const TWireRun run = RunOnController(
+      client, {.Body = {{"procedure", "delay"}, {"params", {{"ms", 60'000}}}}, .Detach = true}, {.Stops = stops});
+  EXPECT_EQ(World.Report(run.Id)["outcome"], "stopped");
+}
+
 TEST_F(Wire, AnswersInOrderOnOneConnectionAndInEachOnesLanguage) {
   TClient client = Tcp();
   client.Send(Get("status") + Request("HEAD /api/v1/health") + Request("OPTIONS /api/v1/lease") +
