@@ -25,6 +25,7 @@ void TRunWatch::Begin(TRunTriggers triggers) {
   FEnteredAt.store(kNever);
   FLeftAt.store(kNever);
   FInTime = true;
+  FStopCause.clear();
   FCutOff.clear();
   FStopAsked = FStopSent = FAlarmSent = false;
   FSteps.Clear();
@@ -34,6 +35,11 @@ void TRunWatch::Begin(TRunTriggers triggers) {
   FDroppedBefore = FController.Logs().Dropped();
   FCollisionsBefore = FController.Machine().Snapshot().Collisions;
   for (const std::string& name : FTriggers.Faults) FController.Machine().Inject(name);
+}
+
+void TRunWatch::StopAsked(std::string cause) {
+  FStopAsked = true;
+  if (FStopCause.empty()) FStopCause = std::move(cause);
 }
 
 void TRunWatch::CutOff(std::string cause, std::uint64_t askedMs) {
@@ -104,6 +110,9 @@ TRunReport TRunWatch::Report() {
     cutOff = cutOff && (outcome.Type != metStop || outcome.Cause.empty());
     report.NextState = outcome.NextState;
     report.At = StepOf(outcome.Path, FSteps.Standing());
+  } else {
+    report.Cause = FStopCause;
+    cutOff = cutOff && FStopCause.empty();
   }
   if (cutOff) report.Cause = FCutOff;
   report.Steps = FSteps.Items();

@@ -77,7 +77,8 @@ class TRunWatch {
   // Everything was stopped past the procedure, asked for at that time of the clock: that is why it ended, whatever its
   // step says of it, unless it had been stopped or had ended before.
   void CutOff(std::string cause, std::uint64_t askedMs);
-  void StopAsked() { FStopAsked = true; }  // also one that was not entered any more was stopped
+  // Also one that was not entered any more was stopped: then because of this, the first that is told.
+  void StopAsked(std::string cause = {});
   [[nodiscard]] std::uint64_t StartMs() const { return FStartMs; }
   void Forget() { FAlarms.reset(); }  // it has not begun after all
   // What it has come to. Alarms are not counted for it from then on.
@@ -101,6 +102,7 @@ class TRunWatch {
   std::uint64_t FDroppedBefore = 0;
   bool FInTime = true;
   bool FStopAsked = false;
+  std::string FStopCause;
   std::string FCutOff;
   bool FStopSent = false;
   bool FAlarmSent = false;

@@ -76,7 +76,7 @@ class TGasDesk::TRun final : public IRunJob {
     report.DurationMs = FJob.LastedMs();
     report.Problem = FJob.Problem();
     if (!report.Problem)
-      report.End = {"success", SEndSuccess.Get()};
+      report.End = {"success", SEndSuccess.Get()}, report.Cause.clear();
     else if (std::string_view(report.End.Name) != "stopped")
       report.End = {"error", report.Problem->Text()};
     FDesk.FLast = TLast{run, FJob.Json(), FJob.Calibration().Recording()};

@@ -362,7 +362,7 @@ void TRunner::WatchAttendance() {
   if (!alone || *alone < kAttendMs) return;
   FAttender = 0;
   FAloneAt = 0;
-  FWatch.StopAsked();
+  FWatch.StopAsked(Tr("nobody attends"));
   FController.Framework().Stop(Tr("nobody attends"));
 }
 

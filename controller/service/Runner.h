@@ -113,7 +113,7 @@ class TRunner {
   void Disconnected(std::uint64_t connection);
   [[nodiscard]] bool AnyConnected() const { return !FConnections.empty(); }
   // Somebody asked to stop.
-  void StopAsked() { FWatch.StopAsked(); }
+  void StopAsked(std::string cause) { FWatch.StopAsked(std::move(cause)); }
   void CutOff(std::string cause, std::uint64_t askedMs) { FWatch.CutOff(std::move(cause), askedMs); }
 
   // --- for the service ---

@@ -198,9 +198,10 @@ std::shared_ptr<const std::string> TService::StatusText(const std::string& langu
 
 void TService::Stop(const TAsker& who) {
   const TLanguageScope own("");
-  FController->Framework().Stop(Format(Tr("stopped by %s"), who.Name.c_str()));
-  LogMsg(lkWarning, 0, Format(Tr("stopped by %s"), who.Name.c_str()), kSource);
-  Post([this] { FRunner.StopAsked(); });
+  const std::string cause = Format(Tr("stopped by %s"), who.Name.c_str());
+  FController->Framework().Stop(cause);
+  LogMsg(lkWarning, 0, cause, kSource);
+  Post([this, cause] { FRunner.StopAsked(cause); });
 }
 
 void TService::Pause(const TAsker& who) {

@@ -147,6 +147,26 @@ TEST(Service, WhileAProcedureRunsNothingElseBeginsAndItsStopNamesWhoAsked) {
   EXPECT_EQ(world.Report(2)["cause"], "stopped by anna");
 }
 
+TEST(Service, ARunThatIsStoppedBeforeItIsEnteredNamesWhoAsked) {
+  TServiceWorld world(false, 20.0, {.Example = true});
+  world.StartDelay(1);
+  (void)world.Report(1);
+  const nlohmann::json delay{{"procedure", "delay"}, {"params", {{"ms", 600'000}}}};
+  const nlohmann::json air{{"gases", "Air"}, {"nozzle", "S"}, {"size", 1.5}};
+  for (const auto& [path, body] : {std::pair("runs", delay), {"gas/calibrate", air}}) {
+    std::future<TApiReply> started;
+    world.Do([&, path = path, &body = body] {  // both tasks before the next pass
+      started = world.Send("POST", path, body, TServiceWorld::Operator(), "en");
+      world.Service.Post([&] { world.Service.Stop(TServiceWorld::Operator()); });
+    });
+    const TApiReply reply = started.get();
+    ASSERT_EQ(reply.Status, 201) << reply.Body.dump();
+    const TJson report = world.Report(reply.Body["id"]);
+    EXPECT_EQ(report["outcome"], "stopped") << path;
+    EXPECT_EQ(report["cause"], "stopped by anna") << path;
+  }
+}
+
 TEST(Service, ADeviceThatDoesNotAcknowledgeKeepsARunFromItsOutcomeForFiveSeconds) {
   TServiceWorld world(false, 20.0);
   const nlohmann::json delay{{"procedure", "delay"}, {"params", {{"ms", 1}}}};
