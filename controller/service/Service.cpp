@@ -43,6 +43,22 @@ std::uint64_t RealUs() {
   return static_cast<std::uint64_t>(duration_cast<microseconds>(steady_clock::now().time_since_epoch()).count());
 }
 
+void TripLaser() {
+  if (TNcLaser* const laser = FittedLaser()) laser->Trip(kAllOffTrip);
+}
+
+// Counts what is under way.
+class TUnderWay {
+ public:
+  explicit TUnderWay(std::atomic<int>& count) : FCount(count) { ++FCount; }
+  ~TUnderWay() { --FCount; }
+  TUnderWay(const TUnderWay&) = delete;
+  TUnderWay& operator=(const TUnderWay&) = delete;
+
+ private:
+  std::atomic<int>& FCount;
+};
+
 }  // namespace
 
 // Lines of the application log as events.
@@ -212,12 +228,11 @@ void TService::Pause(const TAsker& who) {
 
 void TService::AllOff(const TAsker& who) {
   const TLanguageScope own("");
+  const TUnderWay underWay(FAllOffsUnderWay);
   FAllOff.store(true);
   const std::uint64_t askedMs = Clock().MonotonicMs();
   TTryAll tryAll;
-  tryAll([&] {
-    if (TNcLaser* const laser = FittedLaser()) laser->Trip(kAllOffTrip);
-  });
+  tryAll(&TripLaser);
   FStopper->Ask();
   TNcStateFramework& framework = FController->Framework();
   std::string cause = Format(Tr("everything was switched off by %s"), who.Name.c_str());
@@ -334,8 +349,14 @@ TResult<> TService::Reset(const TAsker& who) {
     if (FAllOff.load()) KeepStill(who);
     return reset;
   }
-  // Asked for again meanwhile: then its alarm stands again, and it stays.
-  if (FAllOffAlarm.load() == 0) FAllOff.store(false);
+  FAllOff.store(false);
+  // Asked for again meanwhile: what it had done by then may be undone, and is done again.
+  if (FAllOffsUnderWay.load() != 0 || FAllOffAlarm.load() != 0) {
+    FAllOff.store(true);
+    TTryAll tryAll;
+    tryAll([] { TripLaser(); })([&] { KeepStill(who); });
+    return StaysOff(Tr("it was asked for again meanwhile"), Tr("reset it again"));
+  }
   const TLanguageScope own("");
   LogMsg(lkWarning, 0, Format(Tr("reset by %s"), who.Name.c_str()), kSource);
   Publish();  // who asks next sees it

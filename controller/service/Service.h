@@ -112,7 +112,7 @@ class TService {
   // Whether Run would take it now; throws as it does.
   [[nodiscard]] TResult<> MayRun(const TRunRequest& request);
   // Clears the alarms that stay until they are reset, then what AllOff has done, then the laser's latch. Refused while
-  // the cause of one of them stands, which then stays as it is.
+  // the cause of one of them stands, which then stays as it is, and where AllOff comes meanwhile.
   [[nodiscard]] TResult<> Reset(const TAsker& who);
   // Called with each round, before the status is made: every kStatusEveryMs of real time, and every kIdleEveryMs while
   // nothing runs, no job waits and nobody is connected. Before Start.
@@ -161,6 +161,7 @@ class TService {
 
   // any thread
   std::atomic<bool> FAllOff{false};
+  std::atomic<int> FAllOffsUnderWay{0};
   std::atomic<std::uint64_t> FAllOffAlarm{0};  // its serial; 0: none stands
   std::atomic<std::uint64_t> FFaults{0};
 

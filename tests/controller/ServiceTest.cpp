@@ -6,6 +6,7 @@
 #include "fixture/ServiceWorld.h"
 #include "ixocamglue/alarms/Ualarmmanager.h"
 #include "ixocamglue/platform/alarms/NcSimpleAlarmSource.h"
+#include "ixocamglue/platform/ports/PanelPorts.h"
 
 namespace ixocamglue::test {
 namespace {
@@ -331,6 +332,33 @@ TEST(Service, WhileTheEmergencyStopIsActiveOnlyWhatDarkensStarts) {
   EXPECT_THAT(refused.Body.dump(), HasSubstr("the emergency stop is active"));
   world.Service.Controller().Keys().SetEmergencyStop(false);
   EXPECT_EQ(world.Report(world.StartRun({{"procedure", "delay"}, {"params", {{"ms", 1}}}}))["outcome"], "success");
+}
+
+TEST(Service, AnAllOffThatComesWhileItIsResetStays) {
+  TServiceWorld world(false, 1.0);
+  struct TAsking final : TNcEmergencyStop {
+    explicit TAsking(TService& service) : Service(service) {}
+    bool IsActive() override {
+      if (++Asked == 2) Service.AllOff(TServiceWorld::Operator());  // behind the reset of the latch
+      return false;
+    }
+    TService& Service;
+    int Asked = 0;
+  } asking(world.Service);
+  world.Service.AllOff(TServiceWorld::Operator());
+  ASSERT_TRUE(
+      Comes([&] { return world.Service.Status()->Machine.LatchTripped && !world.Service.Status()->SafePending; }));
+  world.Do([&] {
+    const TInstalled<TNcEmergencyStop> installed(asking);
+    const TResult<> reset = world.Service.Reset(TServiceWorld::Operator());
+    EXPECT_EQ(asking.Asked, 2);
+    EXPECT_FALSE(reset);
+    EXPECT_TRUE(world.Service.IsAllOff());
+    EXPECT_FALSE(world.Service.Controller().Alarms().AllowMove());
+    EXPECT_NE(world.Machine().LaserDevice().LatchReason(), nullptr);
+  });
+  EXPECT_TRUE(Comes([&] { return world.Ask("POST", "reset").Status == 200; }));
+  EXPECT_FALSE(world.Service.IsAllOff());
 }
 
 TEST(Service, OneResetIsEnoughForAnAlarmWhoseCauseIsOver) {
