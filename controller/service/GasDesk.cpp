@@ -75,10 +75,12 @@ class TGasDesk::TRun final : public IRunJob {
     FJob.Conclude();
     report.DurationMs = FJob.LastedMs();
     report.Problem = FJob.Problem();
-    if (!report.Problem)
-      report.End = {"success", SEndSuccess.Get()}, report.Cause.clear();
-    else if (std::string_view(report.End.Name) != "stopped")
+    if (!report.Problem) {
+      report.End = {"success", SEndSuccess.Get()};
+      report.Cause.clear();  // of a stop that came behind it
+    } else if (std::string_view(report.End.Name) != "stopped") {
       report.End = {"error", report.Problem->Text()};
+    }
     FDesk.FLast = TLast{run, FJob.Json(), FJob.Calibration().Recording()};
     return FDesk.FLast->Result;
   }
