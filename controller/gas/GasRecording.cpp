@@ -158,14 +158,7 @@ bool IsGasRecording(std::string_view head) { return head.starts_with("{") && hea
 
 TGasRecording ReadGasRecording(const std::string& file) {
   const std::string text = ReadFile(std::filesystem::path(file)).OrThrow(pbUnusable);
-  TJson document;
-  try {
-    document = TJson::parse(text);
-  } catch (const nlohmann::json::exception&) {
-    TProblem problem = JsonProblem(text);
-    problem.Where = file + ":" + problem.Where;
-    throw EProblem(pbUnusable, std::move(problem));
-  }
+  const TJson document = ParseJson(text, file).OrThrow(pbUnusable);
   const TReader root(file, document);
   if (root.At("format").Text() != kFormat) root.At("format").Fail(Tr("this is no gas recording"));
   if (root.At("version").Number(0, TReader::kMost) != kVersion)

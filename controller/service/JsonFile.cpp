@@ -20,13 +20,9 @@ TResult<nlohmann::ordered_json> ReadJsonFile(const std::filesystem::path& file) 
   if (error != 0)
     return TProblem{.What = Tr("the file cannot be read"), .Where = file.string(), .Why = SystemErrorText(error)};
   if (IsBlank(WithoutMark(bytes))) return nlohmann::ordered_json::object();
-  auto content = nlohmann::ordered_json::parse(WithoutMark(bytes), nullptr, false);
-  if (content.is_discarded()) {
-    TProblem problem = JsonProblem(bytes);
-    problem.Where = file.string() + ":" + problem.Where;
-    return problem;
-  }
-  if (!content.is_object()) return TProblem{.What = Tr("the file holds no JSON object"), .Where = file.string()};
+  auto content = ParseJson(bytes, file.string());
+  if (content && !content->is_object())
+    return TProblem{.What = Tr("the file holds no JSON object"), .Where = file.string()};
   return content;
 }
 

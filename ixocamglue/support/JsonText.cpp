@@ -50,6 +50,14 @@ TProblem JsonProblem(std::string_view text) {
                           before.size() - (lineStart == std::string_view::npos ? 0 : lineStart + 1) + 1)};
 }
 
+TResult<nlohmann::ordered_json> ParseJson(std::string_view text, const std::string& where) {
+  auto document = nlohmann::ordered_json::parse(WithoutMark(text), nullptr, false);
+  if (!document.is_discarded()) return document;
+  TProblem problem = JsonProblem(text);
+  problem.Where = where + ":" + problem.Where;
+  return problem;
+}
+
 nlohmann::ordered_json ProblemJson(const TProblem& problem) {
   return {{"what", problem.What}, {"where", problem.Where}, {"why", problem.Why}, {"remedy", problem.Remedy}};
 }

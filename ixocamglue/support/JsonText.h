@@ -13,6 +13,8 @@ namespace ixocamglue {
 // What people are told of a text that the parser has refused, whose own words are English and name its insides: What
 // says so in the operator's language, Where is "line:column", both from 1; a byte order mark counts for nothing.
 [[nodiscard]] TProblem JsonProblem(std::string_view text);
+// The document, or why there is none, told of `where` with line and column.
+[[nodiscard]] TResult<nlohmann::ordered_json> ParseJson(std::string_view text, const std::string& where);
 
 // {"what","where","why","remedy"}
 [[nodiscard]] nlohmann::ordered_json ProblemJson(const TProblem& problem);

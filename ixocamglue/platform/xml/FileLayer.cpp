@@ -259,6 +259,11 @@ TReplaced ReplaceFile(const std::string& file, std::string_view bytes, std::stri
   return TReplacement(file).Run(bytes, backupSuffix, newMode);
 }
 
+void ReplaceOrThrow(const std::string& file, std::string_view bytes) {
+  if (const TReplaced written = ReplaceFile(file, bytes, ""); !written.Done)
+    throw EProblem(pbUnusable, written.Problem);
+}
+
 TReplaced AddFile(const std::string& file, std::string_view bytes) { return TReplacement(file).Add(bytes); }
 
 IXO_DEFINE_SERVICE(IFileLayer, InstalledFiles)

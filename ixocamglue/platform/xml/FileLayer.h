@@ -78,6 +78,8 @@ struct TReplaced {
 // previous version; an empty suffix keeps none.
 [[nodiscard]] TReplaced ReplaceFile(const std::string& file, std::string_view bytes, std::string_view backupSuffix,
                                     std::uint32_t newMode = 0644);
+// The same without a previous version; what is not done is thrown as EProblem (pbUnusable).
+void ReplaceOrThrow(const std::string& file, std::string_view bytes);
 
 // Makes a file that is not there yet, whole and durable. A file of this name stays as it is: done.
 [[nodiscard]] TReplaced AddFile(const std::string& file, std::string_view bytes);
