@@ -6,6 +6,8 @@
 #include "ixocamglue/platform/services/LocaleManager.h"
 #include "ixocamglue/platform/services/UtcTime.h"
 #include "ixocamglue/support/Csv.h"
+#include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
 
@@ -22,6 +24,24 @@ TAlarmRow Translated(TAlarmRow row) {
   row.Reason = rec.Reason;
   row.Solution = rec.Solution;
   return row;
+}
+
+std::string AlarmState(const TAlarmRow& row) {
+  std::string state = row.Active()               ? Tr("active")
+                      : row.Mark == kMarkRestart ? Tr("closed by a restart")
+                                                 : Tr("cleared");
+  if (row.Mark == kMarkOperator) state += Tr(", by hand");
+  if (!row.Acknowledged.empty()) state += Format(Tr(", acknowledged by %s"), row.ByWhom.c_str());
+  if (row.FirstOut) state += Tr(", first");
+  return state;
+}
+
+std::string AlarmLine(const TAlarmRow& row) {
+  std::string line = Format("%s  [%s]  %lld  %s  %s", ShownTime(row.Raised).c_str(), AlarmState(row).c_str(),
+                            static_cast<long long>(row.Level), row.Identifier.c_str(), row.Code.c_str());
+  for (const std::string* const text : {&row.Module, &row.Description, &row.Reason, &row.Solution})
+    line += "  | " + *text;
+  return line;
 }
 
 const std::vector<TAlarmColumn>& AlarmColumns() {
@@ -44,6 +64,26 @@ nlohmann::ordered_json AlarmJson(const TAlarmRow& row) {
   nlohmann::ordered_json json{
       {"row", row.Row}, {"level", row.Level}, {"active", row.Active()}, {"first", row.FirstOut}};
   for (const TAlarmColumn& column : AlarmColumns()) json[column.Name] = row.*column.Text;
+  return json;
+}
+
+nlohmann::ordered_json StatsJson(const TAlarmStats& stats) {
+  nlohmann::ordered_json json{{"raises", stats.Raises},
+                              {"active", stats.Active},
+                              {"last10Min", stats.LastSpan},
+                              {"per10Min", stats.PerSpan},
+                              {"busiest10Min", stats.BusiestSpan},
+                              {"floods", nlohmann::ordered_json::array()},
+                              {"chattering", nlohmann::ordered_json::array()},
+                              {"stale", nlohmann::ordered_json::array()},
+                              {"mostFrequent", nlohmann::ordered_json::array()}};
+  for (const auto& flood : stats.Floods)
+    json["floods"].push_back({{"from", flood.From}, {"to", flood.To}, {"raises", flood.Raises}});
+  for (const auto& count : stats.Chattering)
+    json["chattering"].push_back({{"identifier", count.Identifier}, {"raisesIn60s", count.Raises}});
+  for (const auto& row : stats.Stale) json["stale"].push_back({{"identifier", row.Identifier}, {"raised", row.Raised}});
+  for (const auto& count : stats.Frequent)
+    json["mostFrequent"].push_back({{"identifier", count.Identifier}, {"raises", count.Raises}});
   return json;
 }
 

@@ -19,6 +19,12 @@ using namespace ixocamglue;
 // brackets, which may name an axis, a port or a value; everything as stored where it says nothing.
 [[nodiscard]] TAlarmRow Translated(TAlarmRow row);
 
+// "2026-01-01 08:00:00.000+08:00  [active]  1  TPLaser#1  L101  | Laser  | emission lost  | reason  | solution"; the
+// time of this place.
+[[nodiscard]] std::string AlarmLine(const TAlarmRow& row);
+// "active", "cleared", "closed by a restart"; with ", by hand", ", acknowledged by NAME" and ", first" behind it.
+[[nodiscard]] std::string AlarmState(const TAlarmRow& row);
+
 // {"row", "level", "active", "first", "raised", ..., "solution"}
 [[nodiscard]] nlohmann::ordered_json AlarmJson(const TAlarmRow& row);
 
@@ -29,7 +35,10 @@ struct TAlarmColumn {
 };
 [[nodiscard]] const std::vector<TAlarmColumn>& AlarmColumns();
 
-// The same with the level in front, parted by commas, and the head of such a table.
+// {"raises", "active", "last10Min", ..., "floods", "chattering", "stale", "mostFrequent"}
+[[nodiscard]] nlohmann::ordered_json StatsJson(const TAlarmStats& stats);
+
+// A row with the level in front, parted by commas, and the head of such a table.
 [[nodiscard]] std::string AlarmCsv(const TAlarmRow& row);
 [[nodiscard]] std::string AlarmCsvHead();
 

@@ -113,13 +113,10 @@ TApiReply Calibrate(TService& service, const TApiRequest& request) {
   order.Keep = body.Flag("keep", false);
   order.Descend = body.Flag("descend", false);
   service.AtRest().OrThrow(pbRefused);
-  TJson params{{"gases", TJson::array()}, {"nozzle", order.Nozzle.Type}, {"size", order.Nozzle.Size},
-               {"method", method},        {"keep", order.Keep},          {"descend", order.Descend}};
-  for (const std::int32_t gas : order.Gases) params["gases"].push_back(GasName(gas));
   TRunRequest run;
   run.Procedure = kGasRun;
+  run.JobParams = JsonOf(order);
   run.Job = service.Gas().MakeRun(std::move(order));
-  run.JobParams = std::move(params);
   run.LimitMs = kLongestCalibrationMs;
   run.Detached = body.Flag("detach", false);
   service.Run(std::move(run), request.Who).OrThrow(pbRefused);

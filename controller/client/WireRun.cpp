@@ -2,11 +2,14 @@
 
 #include <chrono>
 #include <thread>
+#include <unistd.h>
 #include <utility>
 
 #include "controller/client/ClientLease.h"
 #include "controller/service/Status.h"
+#include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/JsonText.h"
 #include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
@@ -120,7 +123,33 @@ class TFollowed {
   bool FTold = false;
 };
 
+void AddTriggers(TJson& body, const TRunTriggers& triggers) {
+  if (!triggers.Faults.empty()) body["faults"] = triggers.Faults;
+  if (triggers.StopAt) body["stopAt"] = *triggers.StopAt;
+  if (triggers.AlarmAt) body["alarmAt"] = *triggers.AlarmAt;
+}
+
 }  // namespace
+
+TJson ProcedureBody(const std::string& procedure, const std::map<std::string, std::string>& params,
+                    const TRunTriggers& triggers) {
+  TJson body{{"procedure", procedure}, {"params", params}};
+  AddTriggers(body, triggers);
+  return body;
+}
+
+TJson SequenceBody(const std::string& file, const TRunTriggers& triggers) {
+  TJson sequence = ParseJson(ReadFile(std::filesystem::path(file)).OrThrow(pbUnusable), file).OrThrow(pbRequest);
+  TJson body = TJson::object();
+  if (!sequence.is_object() || !sequence.contains("commands")) {
+    body["calls"] = std::move(sequence);
+  } else {
+    body["calls"] = std::move(sequence["commands"]);
+    if (sequence.contains("name")) body["name"] = sequence["name"];
+  }
+  AddTriggers(body, triggers);
+  return body;
+}
 
 TWireRun RunOnController(TWireClient& client, const TWireOrder& order, const TWireFollower& follower) {
   TFollowed followed(client, follower);
@@ -151,6 +180,25 @@ TMotionTrace TraceOf(TWireClient& client, std::uint64_t run) {
     trace.Sample(now);
   }
   return trace;
+}
+
+TWireRecording::TWireRecording(TWireClient& client, const std::string& signals)
+    : FClient(client), FName(Format("record-%d", static_cast<int>(::getpid()))) {
+  TJson body{{"name", FName}};
+  if (!signals.empty()) body["signals"] = TJson::array({signals});
+  (void)FClient.Post("/api/v1/recordings", body);
+}
+
+TWireRecording::~TWireRecording() {
+  try {
+    (void)FClient.AskAny("DELETE", Path() + "/running");
+    (void)FClient.AskAny("DELETE", Path());
+  } catch (const EProblem&) {  // the controller has gone
+  }
+}
+
+std::uint64_t TWireRecording::Stop() {
+  return FClient.Ask("DELETE", Path() + "/running").Body.at("samples").get<std::uint64_t>();
 }
 
 }  // namespace ixocontroller

@@ -4,6 +4,8 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
+#include <string>
 
 #include <nlohmann/json.hpp>
 
@@ -20,6 +22,13 @@ struct TWireOrder {
   bool Detach = false;    // it is only started
   bool TakeOver = false;  // control, from whoever has it
 };
+
+// What TWireOrder::Body is for a procedure of the table, whose parameters the controller reads. Nothing fails.
+[[nodiscard]] nlohmann::ordered_json ProcedureBody(const std::string& procedure,
+                                                   const std::map<std::string, std::string>& params,
+                                                   const TRunTriggers& triggers = {});
+// The same for a sequence file, which the controller checks. Throws EProblem for one that is no JSON.
+[[nodiscard]] nlohmann::ordered_json SequenceBody(const std::string& file, const TRunTriggers& triggers);
 
 // Who follows it; each may be missing.
 struct TWireFollower {
@@ -44,5 +53,27 @@ struct TWireRun {
 [[nodiscard]] TWireRun RunOnController(TWireClient& client, const TWireOrder& order, const TWireFollower& follower);
 // Where the axes were meanwhile. Throws EProblem where the controller no longer has the run, or has gone.
 [[nodiscard]] TMotionTrace TraceOf(TWireClient& client, std::uint64_t run);
+
+// A recording in the controller that is asked, gone with this object. One thread, the client's. Throws EProblem as the
+// client does; its end throws nothing.
+class TWireRecording {
+ public:
+  // `signals`: as TRecorder names them; empty: all. The client outlives it.
+  TWireRecording(TWireClient& client, const std::string& signals);
+  ~TWireRecording();
+  TWireRecording(const TWireRecording&) = delete;
+  TWireRecording& operator=(const TWireRecording&) = delete;
+
+  // Ends it. Answers its samples.
+  [[nodiscard]] std::uint64_t Stop();
+  // The monitor file, once it is stopped.
+  [[nodiscard]] std::string File() { return FClient.Ask("GET", Path() + "/file").Text; }
+
+ private:
+  [[nodiscard]] std::string Path() const { return "/api/v1/recordings/" + FName; }
+
+  TWireClient& FClient;
+  const std::string FName;
+};
 
 }  // namespace ixocontroller

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <deque>
 #include <exception>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -41,6 +42,17 @@ class TWireForm {
   TWireClient& FClient;
   std::string FShown;  // empty: nothing
 };
+
+// What came of a key that was held.
+struct THeldPress {
+  nlohmann::ordered_json Answer;  // of the press
+  std::int64_t HeldMs = 0;
+  std::optional<TProblem> Problem = {};  // it has come up by itself
+};
+// Holds a key for `ms`, or until `stops`; `form`: empty, as TWireForm. Keys that need the lease take it over. Throws
+// EProblem as the client does.
+[[nodiscard]] THeldPress HoldKey(TWireClient& client, TKeyCode key, std::int32_t param, const std::string& form,
+                                 std::uint64_t ms, const std::function<bool()>& stops);
 
 class TWireSeat final : public IPanelSeat {
  public:

@@ -11,6 +11,14 @@
 
 namespace ixocontroller {
 
+nlohmann::ordered_json JsonOf(const TGasOrder& order) {
+  nlohmann::ordered_json json{
+      {"gases", nlohmann::ordered_json::array()},      {"nozzle", order.Nozzle.Type}, {"size", order.Nozzle.Size},
+      {"method", order.Refined ? "refined" : "exact"}, {"keep", order.Keep},          {"descend", order.Descend}};
+  for (const std::int32_t gas : order.Gases) json["gases"].push_back(GasName(gas));
+  return json;
+}
+
 // --- TDamagedTables ---
 
 TDamagedTables::TDamagedTables()

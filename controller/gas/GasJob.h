@@ -26,6 +26,9 @@ struct TGasOrder {
   bool Descend = false;  // the same voltages once more downwards, for the record
 };
 
+// {"gases", "nozzle", "size", "method", "keep", "descend"}, as it is asked for over the wire. Does not fail.
+[[nodiscard]] nlohmann::ordered_json JsonOf(const TGasOrder& order);
+
 // The tables' file, when it cannot be read: the first save moves it aside, with the tables of all other nozzles.
 class TDamagedTables {
  public:
