@@ -85,8 +85,6 @@ std::optional<TProblem> WrongCommand(const CLI::App& program, const CLI::ParseEr
     names += (names.empty() ? "" : ", ") + command->get_name();
   }
   return TProblem{.What = Format(Tr("\"%s\" is no command"), words.front().c_str()),
-                  .Where = {},
-                  .Why = {},
                   .Remedy = nearest.DidYouMean(Format(Tr("the commands are %s"), names.c_str()))};
 }
 

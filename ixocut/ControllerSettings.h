@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "controller/client/Attachment.h"
 #include "ixocamglue/support/Problem.h"
 
 namespace ixocamglue {
@@ -19,23 +20,16 @@ struct TControllerOptions;
 namespace ixocut {
 class TCommand;
 
-// Which running controller a command is for (client/Attach.h).
-struct TAttachOptions {
-  std::string Url;        // empty: the one of the state folder
-  std::string TokenFile;  // empty: IXOCUT_TOKEN
-  std::string Trusted;    // of https, a PEM file; empty: IXOCUT_CA, else the system's
-  bool Local = false;     // none: the command works by itself
-};
-
 struct TControllerSettings {
   std::optional<std::filesystem::path> Machine, State;
   std::string Language = "zh";
   std::uint64_t Seed = 1;
   bool Realtime = false;
   bool Saves = false;  // the command saves the machine file
+  bool Json = false;   // one document instead of text
   std::string Db;      // with Realtime the alarm store; empty: none
 
-  TAttachOptions Attach = {};
+  ixocontroller::TAttachOptions Attach = {};
 
   // The user's machine file. Throws EProblem when it cannot be made.
   [[nodiscard]] std::filesystem::path MachineFile() const;

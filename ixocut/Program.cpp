@@ -79,7 +79,6 @@ THelp ProgramHelp() {
              "\n"
              "Language: --lang, else the first of IXOCUT_LANG, LC_ALL, LC_MESSAGES and LANG that names one with\n"
              "texts, else zh."),
-      .ExitCodes = {},
       .Examples = {"ixocut shot --ms 500", "ixocut shot --ms 500 --stop-at 300 --lang en",
                    "ixocut run safe-move --x 100 --y 50", "ixocut tree pierce",
                    "ixocut modbus read --tcp 192.168.0.10 --addr 16 --count 4",

@@ -6,6 +6,8 @@
 #include <sstream>
 #include <unistd.h>
 
+#include <nlohmann/json.hpp>
+
 #include "controller/Controller.h"
 #include "controller/procedures/ProcedureRun.h"
 #include "controller/procedures/Procedures.h"
@@ -226,6 +228,29 @@ TSoakResult RunSoak(const TSoakOptions& options, const std::function<void(const 
     if (options.Seconds > 0 ? spent + spent / day > options.Seconds * 1000 : day >= options.Days) break;
   }
   return std::move(result);
+}
+
+nlohmann::ordered_json JsonOf(const TSoakResult& result, std::uint64_t seed) {
+  const TSoakDay& day = result.Last;
+  return {{"seed", seed},
+          {"days", day.Day},
+          {"runs", day.Runs},
+          {"succeeded", day.Succeeded},
+          {"aborts", day.Aborts},
+          {"alarms", day.Alarms},
+          {"clockSteps", day.ClockSteps},
+          {"hash", Format("%016llx", static_cast<unsigned long long>(day.Hash))},
+          {"residentKiB", day.ResidentKiB},
+          {"memoryJudged", result.MemoryJudged()},
+          {"growthKiB", result.GrowthKiB},
+          {"violations", result.ViolationCount},
+          {"firstViolations", result.Violations}};
+}
+
+std::optional<TProblem> ProblemOf(const TSoakResult& result) {
+  if (result.ViolationCount != 0) return TProblem{.What = Tr("the machine was not safe; the violations say where")};
+  if (result.Grows()) return TProblem{.What = Tr("the memory grows")};
+  return {};
 }
 
 }  // namespace ixoverify

@@ -6,10 +6,16 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include <nlohmann/json_fwd.hpp>
+
+#include "ixocamglue/support/Problem.h"
+
 namespace ixoverify {
+using namespace ixocamglue;
 
 struct TSoakOptions {
   std::uint64_t Days = 3;
@@ -47,5 +53,9 @@ struct TSoakResult {
 // On the calling thread. `progress` (may be empty) is told each day.
 [[nodiscard]] TSoakResult RunSoak(const TSoakOptions& options,
                                   const std::function<void(const TSoakDay&)>& progress = {});
+// What a program is told of it. Any thread; does not fail.
+[[nodiscard]] nlohmann::ordered_json JsonOf(const TSoakResult& result, std::uint64_t seed);
+// The problem that it is, in the language of the thread; none of a safe machine.
+[[nodiscard]] std::optional<TProblem> ProblemOf(const TSoakResult& result);
 
 }  // namespace ixoverify

@@ -5,6 +5,8 @@
 #include <string_view>
 #include <utility>
 
+#include <nlohmann/json.hpp>
+
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
 #include "machines/simulated/Random.h"
@@ -285,6 +287,31 @@ TSweepResult RunSweep(const TSweepOptions& options, const std::function<void(con
     result.Rows.push_back(std::move(row));
   }
   return result;
+}
+
+nlohmann::ordered_json JsonOf(const TSweepResult& result, std::uint64_t seed) {
+  auto rows = nlohmann::ordered_json::array();
+  for (const TSweepRow& row : result.Rows)
+    rows.push_back({{"procedure", row.Procedure},
+                    {"dimension", row.Dimension},
+                    {"enumerated", row.Enumerated},
+                    {"run", row.Run},
+                    {"survived", row.Survived},
+                    {"savedByLatch", row.SavedByLatch}});
+  return {{"seed", seed},
+          {"enumerated", result.Enumerated()},
+          {"run", result.Run()},
+          {"survived", result.Survived()},
+          {"savedByLatch", result.SavedByLatch()},
+          {"violations", result.ViolationCount},
+          {"kinds", result.Kinds},
+          {"firstViolations", result.Violations},
+          {"rows", std::move(rows)}};
+}
+
+std::optional<TProblem> ProblemOf(const TSweepResult& result) {
+  if (result.ViolationCount == 0) return {};
+  return TProblem{.What = Tr("the machine was not safe; the violations say where")};
 }
 
 }  // namespace ixoverify

@@ -28,8 +28,11 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
+
+#include <nlohmann/json_fwd.hpp>
 
 #include "ixocamglue/support/Problem.h"
 
@@ -72,5 +75,9 @@ struct TSweepResult {
 // Runs in virtual time on the calling thread. `progress` (may be empty) is told each finished row.
 [[nodiscard]] TSweepResult RunSweep(const TSweepOptions& options,
                                     const std::function<void(const TSweepRow&)>& progress = {});
+// What a program is told of it. Any thread; does not fail.
+[[nodiscard]] nlohmann::ordered_json JsonOf(const TSweepResult& result, std::uint64_t seed);
+// The problem that it is, in the language of the thread; none of a safe machine.
+[[nodiscard]] std::optional<TProblem> ProblemOf(const TSweepResult& result);
 
 }  // namespace ixoverify

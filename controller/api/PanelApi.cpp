@@ -150,7 +150,7 @@ TApiReply Press(TService& service, const TApiRequest& request) {
   // What would come to nothing is said before the key is held; the log has its line of it from the terminal's panel.
   const TKeyWhy why = Why(panel.Host(), key, TPanelPicture(panel.Host()));
   if (THeldKeys::NeedsLease(key) && !why.Acts)
-    if (const auto problem = ProblemOf(key, why)) return Fail(409, *problem);
+    if (const auto problem = ProblemOf(JsonOf(key, why))) return Fail(409, *problem);
   panel.Keys().Press(press, RealMs()).OrThrow(pbRefused);
   TApiReply reply;
   reply.Body = {{"key", KeyName(key)},

@@ -145,11 +145,11 @@ nlohmann::ordered_json JsonOf(TKeyCode key, const TKeyWhy& why) {
   return json;
 }
 
-std::optional<TProblem> ProblemOf(TKeyCode key, const TKeyWhy& why) {
-  for (const TKeyReason& reason : why.Reasons)
-    if (reason.Blocks)
+std::optional<TProblem> ProblemOf(const nlohmann::ordered_json& why) {
+  for (const auto& mask : why.at("masks"))
+    if (mask.at("blocks") == true)
       return TProblem{
-          .What = why.Conclusion, .Where = std::string(KeyName(key)), .Why = reason.Because, .Remedy = reason.Change};
+          .What = why.at("conclusion"), .Where = why.at("key"), .Why = mask.at("because"), .Remedy = mask.at("change")};
   return {};
 }
 

@@ -61,8 +61,9 @@ class TPanelPicture {
 [[nodiscard]] TPressVerdict Judge(TKeyCode key);
 [[nodiscard]] TKeyWhy Why(TPanelHost& host, TKeyCode key, const TPanelPicture& picture);
 [[nodiscard]] nlohmann::ordered_json JsonOf(TKeyCode key, const TKeyWhy& why);
-// What keeps the press from having its effect; none where it has it.
-[[nodiscard]] std::optional<TProblem> ProblemOf(TKeyCode key, const TKeyWhy& why);
+// What keeps the press from having its effect, of what JsonOf has made of it; none where it has it. Throws
+// nlohmann::json::exception for anything else.
+[[nodiscard]] std::optional<TProblem> ProblemOf(const nlohmann::ordered_json& why);
 // In short, for a press that has just been made: why the panel did not send it, or did so under an alarm. Empty: there
 // is nothing to say.
 [[nodiscard]] std::string WhyNothing(TPanelHost& host, TKeyCode key);

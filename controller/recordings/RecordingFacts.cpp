@@ -12,6 +12,17 @@ double Distance(double a, double b) {
   return std::isnan(distance) ? std::numeric_limits<double>::infinity() : distance;
 }
 
+const char* KindName(TMonitorNoteKind kind) {
+  switch (kind) {
+    case mnSkippedLine: return "skippedLine";
+    case mnBadField: return "badField";
+    case mnClampedCount: return "clampedCount";
+    case mnFewerValues: return "fewerValues";
+    case mnMoreFields: return "moreFields";
+  }
+  return "";
+}
+
 }  // namespace
 
 std::map<TMonitorSignalKey, TSignalFacts> SignalFacts(TMonitorReader& reader) {
@@ -55,6 +66,85 @@ TSeriesDifference Compare(const TSeries& a, const TSeries& b) {
     out.B = b.Values[j];
   }
   return out;
+}
+
+nlohmann::ordered_json FactsJson(const TMonitorLoadReport& report, const TRecordingFacts& facts, bool partial) {
+  nlohmann::ordered_json signals = nlohmann::ordered_json::array();
+  for (const auto& [key, signal] : facts)
+    signals.push_back({{"name", SignalName(key)},
+                       {"caption", SignalCaption(key, report.Motors)},
+                       {"mainType", key.MainType},
+                       {"subType", key.SubType},
+                       {"param1", key.Param1},
+                       {"param2", key.Param2},
+                       {"frames", signal.Frames},
+                       {"samples", signal.Samples},
+                       {"fromMs", signal.FirstMs},
+                       {"toMs", signal.LastMs},
+                       {"min", signal.Min},
+                       {"max", signal.Max}});
+  nlohmann::ordered_json notes = nlohmann::ordered_json::array();
+  for (const TMonitorNote& note : report.Notes)
+    notes.push_back({{"kind", KindName(note.Kind)}, {"line", note.Line}, {"field", note.Field}, {"text", note.Text}});
+  return {{"file", report.FileName},
+          {"version", report.Version},
+          {"motors", report.Motors},
+          {"bytes", report.Bytes},
+          {"lines", report.Lines},
+          {"frames", report.Frames},
+          {"signals", std::move(signals)},
+          {"skippedLines", report.SkippedLines},
+          {"badFields", report.BadFields},
+          {"clampedCounts", report.ClampedCounts},
+          {"fewerValues", report.FewerValues},
+          {"moreFields", report.MoreFields},
+          {"cutLines", report.CutLines},
+          {"openEnd", report.OpenEnd},
+          {"partial", partial},
+          {"notes", std::move(notes)}};
+}
+
+TRecordingDifference Compare(const TRecording& a, const TRecording& b) {
+  TRecordingDifference all;
+  const auto onlyIn = [&](const char* side, const TMonitorSignalKey& key, const TSeries& series) {
+    TSignalDifference& one = all.Signals.emplace_back(TSignalDifference{.Key = key, .OnlyIn = side});
+    (*side == 'A' ? one.SamplesA : one.SamplesB) = series.Ms.size();
+    all.Differ = true;
+  };
+  for (const auto& [key, series] : a.Series) {
+    const auto other = b.Series.find(key);
+    if (other == b.Series.end()) {
+      onlyIn("A", key, series);
+      continue;
+    }
+    const auto& one = all.Signals.emplace_back(
+        TSignalDifference{key, "", Compare(series, other->second), series.Ms.size(), other->second.Ms.size()});
+    all.Compared += one.Of.Samples;
+    all.Differ =
+        all.Differ || one.Of.Largest > 0.0 || one.SamplesA != one.SamplesB || (one.Of.Samples == 0 && one.SamplesA > 0);
+  }
+  for (const auto& [key, series] : b.Series)
+    if (!a.Series.contains(key)) onlyIn("B", key, series);
+  return all;
+}
+
+nlohmann::ordered_json SignalsJson(const TRecordingDifference& difference) {
+  auto list = nlohmann::ordered_json::array();
+  for (const TSignalDifference& one : difference.Signals) {
+    const std::string name = SignalName(one.Key);
+    if (*one.OnlyIn)
+      list.push_back({{"name", name}, {"onlyIn", one.OnlyIn}, {"samples", one.SamplesA + one.SamplesB}});
+    else
+      list.push_back({{"name", name},
+                      {"compared", one.Of.Samples},
+                      {"largest", one.Of.Largest},
+                      {"atMs", one.Of.AtMs},
+                      {"a", one.Of.A},
+                      {"b", one.Of.B},
+                      {"samplesA", one.SamplesA},
+                      {"samplesB", one.SamplesB}});
+  }
+  return list;
 }
 
 }  // namespace ixocontroller

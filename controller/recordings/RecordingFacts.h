@@ -5,6 +5,9 @@
 #include <cstdint>
 #include <limits>
 #include <map>
+#include <vector>
+
+#include <nlohmann/json_fwd.hpp>
 
 #include "controller/recordings/Recording.h"
 
@@ -18,8 +21,12 @@ struct TSignalFacts {
   double Min = std::numeric_limits<double>::quiet_NaN();  // of the values that are numbers
   double Max = std::numeric_limits<double>::quiet_NaN();
 };
+using TRecordingFacts = std::map<TMonitorSignalKey, TSignalFacts>;
 // Of a reader that was opened, in one pass. Throws EProblem for a file with too many signals.
-[[nodiscard]] std::map<TMonitorSignalKey, TSignalFacts> SignalFacts(TMonitorReader& reader);
+[[nodiscard]] TRecordingFacts SignalFacts(TMonitorReader& reader);
+// {"file", "version", "motors", ..., "signals", ..., "partial", "notes"}. Nothing fails.
+[[nodiscard]] nlohmann::ordered_json FactsJson(const TMonitorLoadReport& report, const TRecordingFacts& facts,
+                                               bool partial);
 
 struct TSeriesDifference {
   std::uint64_t Samples = 0;  // compared
@@ -31,5 +38,21 @@ struct TSeriesDifference {
 // At each sample of A within the time that both have, B holds its latest value. No samples compared where they have no
 // time in common; nothing fails.
 [[nodiscard]] TSeriesDifference Compare(const TSeries& a, const TSeries& b);
+
+struct TSignalDifference {
+  TMonitorSignalKey Key;
+  const char* OnlyIn = "";  // "A", "B"; empty: both have it
+  TSeriesDifference Of = {};
+  std::size_t SamplesA = 0, SamplesB = 0;
+};
+struct TRecordingDifference {
+  std::vector<TSignalDifference> Signals;
+  std::uint64_t Compared = 0;  // samples
+  bool Differ = false;
+};
+// Of runs that are laid over each other (Align); nothing fails.
+[[nodiscard]] TRecordingDifference Compare(const TRecording& a, const TRecording& b);
+// Does not fail.
+[[nodiscard]] nlohmann::ordered_json SignalsJson(const TRecordingDifference& difference);
 
 }  // namespace ixocontroller

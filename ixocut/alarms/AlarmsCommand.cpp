@@ -1,13 +1,7 @@
 #include "ixocut/alarms/AlarmsCommand.h"
 
-#include <iostream>
-#include <memory>
-
 #include "controller/service/AlarmDesk.h"
-#include "ixocamglue/support/Problem.h"
-#include "ixocamglue/support/Texts.h"
-#include "ixocut/CommandLine.h"
-#include "ixocut/Document.h"
+#include "ixocut/Command.h"
 #include "ixocut/client/Attach.h"
 
 namespace ixocut {
@@ -19,9 +13,7 @@ using TRun = int (*)(const TAlarmsOptions&, std::ostream&);
 
 void AddAlarmsCommand(TCommand program) {
   const TCommand alarms = program.AddGroup("alarms", Tr("Look up, raise, list and check alarms"));
-  alarms.Help({.Notes = {},
-               .ExitCodes = {},
-               .Examples = {"ixocut alarms lookup TPLaser#1", "ixocut alarms live --script alarms.txt",
+  alarms.Help({.Examples = {"ixocut alarms lookup TPLaser#1", "ixocut alarms live --script alarms.txt",
                             "ixocut alarms list --active", "ixocut alarms COMMAND --help"}});
   const auto options = std::make_shared<TAlarmsOptions>();
   TAlarmsOptions& o = *options;
@@ -47,8 +39,7 @@ void AddAlarmsCommand(TCommand program) {
   };
 
   const TCommand lookup = add("lookup", Tr("Print what is known of an identifier"), RunAlarmsLookup,
-                              {.Notes = {},
-                               .ExitCodes = Tr("0 it is known, 1 it is not, 3 a file cannot be used"),
+                              {.ExitCodes = Tr("0 it is known, 1 it is not, 3 a file cannot be used"),
                                .Examples = {"ixocut alarms lookup TPLaser#1 --lang en",
                                             "ixocut alarms lookup TPGas#2 --machine machine.xml --json"}});
   id(lookup);
@@ -83,7 +74,6 @@ void AddAlarmsCommand(TCommand program) {
       "list", Tr("List the alarms of a store, oldest first"), RunAlarmsList,
       {.Notes = Tr("Lines show the time of this place with its offset, --json and --csv show UTC. A controller that "
                    "runs writes\nwhat happens into its store within moments: list, watch and stats read it there."),
-       .ExitCodes = {},
        .Examples = {"ixocut alarms list --active", "ixocut alarms list --since \"2026-01-31 14:00\" --level 1",
                     "ixocut alarms list --history --csv --db alarms.db"}});
   const TOption active = list.Flag("--active", o.Active, Tr("Only those that are not cleared"));
@@ -98,21 +88,19 @@ void AddAlarmsCommand(TCommand program) {
   const TOption asJson = json(list);
   list.Flag("--csv", o.Csv, Tr("Print comma-separated text")).Excludes(asJson);
 
-  const TCommand watch = add(
-      "watch", Tr("Show the active alarms of a store, then every change"), RunAlarmsWatch,
-      {.Notes = {}, .ExitCodes = {}, .Examples = {"ixocut alarms watch", "ixocut alarms watch --for 60000 --json"}});
+  const TCommand watch = add("watch", Tr("Show the active alarms of a store, then every change"), RunAlarmsWatch,
+                             {.Examples = {"ixocut alarms watch", "ixocut alarms watch --for 60000 --json"}});
   duration(watch);
   json(watch);
-  const TCommand stats = add(
-      "stats", Tr("Count: rate, floods, chattering, stale and most frequent alarms"), RunAlarmsStats,
-      {.Notes = {}, .ExitCodes = {}, .Examples = {"ixocut alarms stats", "ixocut alarms stats --since 2026-01-31"}});
+  const TCommand stats =
+      add("stats", Tr("Count: rate, floods, chattering, stale and most frequent alarms"), RunAlarmsStats,
+          {.Examples = {"ixocut alarms stats", "ixocut alarms stats --since 2026-01-31"}});
   since(stats);
   json(stats);
   const TCommand ack = add(
       "ack", Tr("Acknowledge an active alarm"), RunAlarmsAck,
       {.Notes = Tr("On the controller that runs, in the name of who asks; else in the store, in the name that --who "
                    "gives."),
-       .ExitCodes = {},
        .Examples = {"ixocut alarms ack TPMaint#1", "ixocut alarms ack TPMaint#1 --who Li --db alarms.db"}});
   id(ack);
   ack.Text("--who", o.Who, Tr("Who has seen it; for a store"), "NAME").NotEmpty(empty);
@@ -120,8 +108,7 @@ void AddAlarmsCommand(TCommand program) {
   AddAttachOptions(ack, o.Attach, false);
   const TCommand suppress = add(
       "suppress", Tr("Let the controller that runs hide an alarm for a while; never one of level 1"), RunAlarmsSuppress,
-      {.Notes = {},
-       .ExitCodes =
+      {.ExitCodes =
            Tr("0 done, 1 refused, ended otherwise or no controller runs, 2 wrong command line, 3 it does not answer"),
        .Examples = {"ixocut alarms suppress TPMaint#1 --minutes 60 --reason \"the filter is ordered\""}});
   id(suppress);
@@ -130,7 +117,7 @@ void AddAlarmsCommand(TCommand program) {
               Tr("For so long, 0 to 10080; 0 shows it again"))
       .Required();
   suppress.Text("--reason", o.Reason, Tr("Why"), "TEXT");
-  AddClientOptions(suppress, o, o.Json, false);
+  AddClientOptions(suppress, o, false);
   const TCommand clear =
       add("clear", Tr("Clear an alarm that was raised by hand and that no program holds any more"), RunAlarmsClear,
           {.Notes = Tr("Refused while a program writes the store, and for what the machine has raised."),
@@ -145,8 +132,7 @@ void AddAlarmsCommand(TCommand program) {
 
   const TCommand check =
       add("check", Tr("Say what is wrong with a definition list or a machine file's alarms"), RunAlarmsCheck,
-          {.Notes = {},
-           .ExitCodes = Tr("0 in order, 1 something is wrong, 3 the file cannot be read"),
+          {.ExitCodes = Tr("0 in order, 1 something is wrong, 3 the file cannot be read"),
            .Examples = {"ixocut alarms check alarms/zh.json", "ixocut alarms check machine.xml --json"}});
   check.Text("FILE", o.File, Tr("The list (JSON) or the machine file (XML)"), "TEXT").Required().NotEmpty(empty);
   json(check);

@@ -18,7 +18,7 @@ struct TAlarmsOptions : TControllerSettings {
   std::string Script;  // live: lines instead of the terminal's
   std::string Who;
   std::string Since;
-  bool Active = false, History = false, Json = false, Csv = false, Suppressed = false;
+  bool Active = false, History = false, Csv = false, Suppressed = false;
   std::optional<std::int64_t> Level;
   std::uint64_t ForMs = 0;  // watch and live: end by itself after this time; 0: never
   std::uint64_t RetentionDays = 0;
@@ -35,11 +35,6 @@ int RunAlarmsAck(const TAlarmsOptions& options, std::ostream& out);
 int RunAlarmsSuppress(const TAlarmsOptions& options, std::ostream& out);
 int RunAlarmsClear(const TAlarmsOptions& options, std::ostream& out);
 int RunAlarmsCheck(const TAlarmsOptions& options, std::ostream& out);
-
-// Acknowledges in the store, where no controller runs.
-int AcknowledgeInStore(const TAlarmsOptions& options, std::ostream& out);
-void TellAcknowledged(const TAlarmsOptions& options, const std::string& who, std::ostream& out);
-[[nodiscard]] EProblem NotActive(const std::string& id);
 
 // The store's file: --db, or alarms.db in the state folder.
 [[nodiscard]] std::filesystem::path AlarmDbFile(const TAlarmsOptions& options);

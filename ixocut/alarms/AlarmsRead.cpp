@@ -1,32 +1,30 @@
-// The commands that read an alarm store, and those that need none: lookup and check.
+// The commands that read an alarm store, those that need none (lookup and check), and what the controller that runs has
+// to be told, as a store that it writes does not tell it.
 #include <algorithm>
 #include <cstdio>
-#include <map>
-#include <optional>
-#include <ostream>
-
-#include <nlohmann/json.hpp>
 
 #include "controller/SignalStop.h"
 #include "controller/StateFiles.h"
 #include "controller/StateFolder.h"
+#include "controller/alarms/AlarmChanges.h"
+#include "controller/alarms/AlarmRows.h"
+#include "ixocamglue/Library.h"
 #include "ixocamglue/alarms/Almintprt.h"
 #include "ixocamglue/alarms/Ualarmdefs.h"
+#include "ixocamglue/platform/services/AppSys.h"
+#include "ixocamglue/platform/services/Locale.h"
+#include "ixocamglue/platform/services/LocaleManager.h"
 #include "ixocamglue/platform/services/UtcTime.h"
+#include "ixocamglue/platform/xml/MachineConfig.h"
 #include "ixocamglue/support/FileLock.h"
 #include "ixocamglue/support/Files.h"
-#include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/JsonText.h"
-#include "ixocamglue/support/Problem.h"
-#include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
-#include "ixocut/CommandLine.h"
-#include "ixocut/Document.h"
-#include "ixocut/alarms/AlarmView.h"
+#include "ixocut/Command.h"
 #include "ixocut/alarms/AlarmsCommand.h"
+#include "ixocut/client/Attach.h"
 
 namespace ixocut {
-using namespace ixocontroller;
 namespace {
 
 constexpr std::uint32_t kWatchEveryMs = 100;
@@ -42,6 +40,32 @@ std::filesystem::path KnownMachine(const TAlarmsOptions& options) {
 TAlarmFilter Filter(const TAlarmsOptions& options) {
   return FilterOf({options.Since, options.Active, options.History, options.Level, options.Id}, "--since");
 }
+
+// The interpreter with its services, for a command without a machine.
+class TAlarmLookup {
+ public:
+  // `machine`: the machine file whose alarms count too; empty: none. Throws EProblem for a file that cannot be used.
+  TAlarmLookup(const std::string& language, const std::filesystem::path& machine) : FLocale(ShareFolder() / "locale") {
+    if (!machine.empty()) FConfig.Load(machine).OrThrow(pbUnusable);
+    FApp.Register(IID_IAlarmInterpreterSvc, std::make_shared<TAlarmDefinitionFiles>(ShareFolder() / "alarms"));
+    FLibrary.emplace();
+    if (const std::string problem = FLocaleManager.ChangeLanguage(language); !problem.empty())
+      std::cerr << "ixocut alarms: " << problem << std::endl;
+    for (const std::string& refused : FLibrary->LoadLocaleResources())
+      std::cerr << "ixocut alarms: " << refused << std::endl;
+  }
+
+ private:
+  TAppSys FApp;
+  TInstalled<TAppSys> FAppInstalled{FApp};
+  TMachineConfig FConfig;
+  TInstalled<TMachineConfig> FConfigInstalled{FConfig};
+  TLocaleReader FLocale;
+  TInstalled<TLocaleReader> FLocaleInstalled{FLocale};
+  TLocaleManager FLocaleManager;
+  TInstalled<TLocaleManager> FLocaleManagerInstalled{FLocaleManager};
+  std::optional<TLibrary> FLibrary;
+};
 
 }  // namespace
 
@@ -105,46 +129,21 @@ int RunAlarmsList(const TAlarmsOptions& options, std::ostream& out) {
 }
 
 int RunAlarmsWatch(const TAlarmsOptions& options, std::ostream& out) {
-  std::optional<TAlarmHistory> history(std::in_place, AlarmDbFile(options));
+  TAlarmChanges changes(AlarmDbFile(options));
   const TAlarmLookup lookup(options.Language, KnownMachine(options));
   const TSignalStop signals;
   const std::uint64_t start = Clock().MonotonicMs();
-  std::map<std::int64_t, std::string> shown;  // the state of each row that was shown or is old
-  std::int64_t version = -1;
-  bool first = true;
-  const auto look = [&] {
-    if (!history || !history->InPlace()) {
-      history.reset();
-      history.emplace(AlarmDbFile(options));
-      shown.clear();
-      version = -1;
-    }
-    const std::int64_t present = history->DataVersion();
-    if (present == version) return;
-    const auto suppressions = history->Suppressions(UtcNow());
-    for (const TAlarmRow& row : history->Rows({})) {
-      std::string state = AlarmState(row);
-      const auto [known, isNew] = shown.try_emplace(row.Row);
-      if (!isNew && known->second == state) continue;
-      known->second = std::move(state);
-      if ((first && !row.Active()) || IsSuppressed(row, suppressions)) continue;
+  const auto ended = [&] {
+    return TSignalStop::Asked() || (options.ForMs != 0 && Clock().MonotonicMs() - start >= options.ForMs);
+  };
+  for (; !ended(); Clock().Sleep(kWatchEveryMs)) {
+    for (const TAlarmRow& row : changes.Next()) {
       if (options.Json)
         PrintDocument(out, "alarms watch", AlarmJson(Translated(row)), {}, true);
       else
         out << AlarmLine(Translated(row)) << '\n';
     }
     out << std::flush;
-    version = present;
-    first = false;
-  };
-  const auto ended = [&] {
-    return signals.Asked() || (options.ForMs != 0 && Clock().MonotonicMs() - start >= options.ForMs);
-  };
-  for (; !ended(); Clock().Sleep(kWatchEveryMs)) {
-    try {
-      look();
-    } catch (const ESqlite&) {  // a writer holds the file, or makes it again; the next round reads it
-    }
   }
   return kExitSuccess;
 }
@@ -154,24 +153,7 @@ int RunAlarmsStats(const TAlarmsOptions& options, std::ostream& out) {
   TAlarmHistory history(AlarmDbFile(options));
   const TAlarmStats stats = StatsOf(history.Rows(filter), UtcNow());
   if (options.Json) {
-    nlohmann::ordered_json json{{"raises", stats.Raises},
-                                {"active", stats.Active},
-                                {"last10Min", stats.LastSpan},
-                                {"per10Min", stats.PerSpan},
-                                {"busiest10Min", stats.BusiestSpan},
-                                {"floods", nlohmann::ordered_json::array()},
-                                {"chattering", nlohmann::ordered_json::array()},
-                                {"stale", nlohmann::ordered_json::array()},
-                                {"mostFrequent", nlohmann::ordered_json::array()}};
-    for (const auto& flood : stats.Floods)
-      json["floods"].push_back({{"from", flood.From}, {"to", flood.To}, {"raises", flood.Raises}});
-    for (const auto& count : stats.Chattering)
-      json["chattering"].push_back({{"identifier", count.Identifier}, {"raisesIn60s", count.Raises}});
-    for (const auto& row : stats.Stale)
-      json["stale"].push_back({{"identifier", row.Identifier}, {"raised", row.Raised}});
-    for (const auto& count : stats.Frequent)
-      json["mostFrequent"].push_back({{"identifier", count.Identifier}, {"raises", count.Raises}});
-    PrintDocument(out, "alarms stats", json);
+    PrintDocument(out, "alarms stats", StatsJson(stats));
     return kExitSuccess;
   }
   out << Format(Tr("raises           %zu, %zu of them active\n"), stats.Raises, stats.Active);
@@ -189,8 +171,10 @@ int RunAlarmsStats(const TAlarmsOptions& options, std::ostream& out) {
   return kExitSuccess;
 }
 
+namespace {
+
 EProblem NotActive(const std::string& id) {
-  return {pbRefused, {.What = Tr("no active alarm has this identifier"), .Where = id, .Why = {}, .Remedy = {}}};
+  return {pbRefused, {.What = Tr("no active alarm has this identifier"), .Where = id}};
 }
 
 void TellAcknowledged(const TAlarmsOptions& options, const std::string& who, std::ostream& out) {
@@ -208,6 +192,38 @@ int AcknowledgeInStore(const TAlarmsOptions& options, std::ostream& out) {
   return kExitSuccess;
 }
 
+}  // namespace
+
+int RunAlarmsAck(const TAlarmsOptions& options, std::ostream& out) {
+  if (!options.Db.empty()) return AcknowledgeInStore(options, out);
+  TAlarmsOptions asked = options;
+  const TAttached attachment(asked);
+  TWireClient* const client = attachment.Client();
+  if (!client) return AcknowledgeInStore(options, out);
+  nlohmann::ordered_json seen;  // the newest one
+  const auto standing = client->Get("/api/v1/alarms");
+  for (const auto& alarm : standing.at("alarms"))
+    if (alarm.at("identifier") == options.Id) seen = alarm.at("serial");
+  if (seen.is_null()) throw NotActive(options.Id);
+  const auto answer = client->Post("/api/v1/alarms/" + seen.dump() + "/acknowledge");
+  TellAcknowledged(options, answer.at("byWhom"), out);
+  return kExitSuccess;
+}
+
+int RunAlarmsSuppress(const TAlarmsOptions& options, std::ostream& out) {
+  TAlarmsOptions asked = options;
+  const TAttached attachment(asked);
+  const auto answer = attachment.Controller().Post(
+      "/api/v1/alarms/suppress",
+      {{"identifier", options.Id}, {"minutes", options.Minutes}, {"reason", options.Reason}});
+  if (options.Json)
+    PrintDocument(out, "alarms suppress", answer);
+  else
+    out << Format(Tr("%s is suppressed until %s\n"), options.Id.c_str(),
+                  ShownTime(answer.at("until").get<std::string>()).c_str());
+  return kExitSuccess;
+}
+
 int RunAlarmsClear(const TAlarmsOptions& options, std::ostream& out) {
   const std::filesystem::path db = AlarmDbFile(options);
   TAlarmHistory history(db);
@@ -219,7 +235,6 @@ int RunAlarmsClear(const TAlarmsOptions& options, std::ostream& out) {
       throw NotActive(options.Id);
     throw EProblem(pbRefused, {.What = Tr("this alarm was raised by the machine, not by hand"),
                                .Where = options.Id,
-                               .Why = {},
                                .Remedy = Tr("the next start of the machine closes it")});
   }
   if (options.Json)

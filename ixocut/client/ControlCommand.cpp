@@ -1,23 +1,15 @@
 // `ixocut stop`, `pause`, `continue`, `all-off` and `reset`: one request each to the controller that runs.
 #include <chrono>
-#include <iostream>
-#include <memory>
 #include <thread>
 #include <unistd.h>
-#include <utility>
-
-#include <nlohmann/json.hpp>
 
 #include "controller/client/ClientLease.h"
-#include "ixocamglue/support/Format.h"
-#include "ixocamglue/support/Texts.h"
-#include "ixocut/CommandLine.h"
+#include "controller/client/StatusLines.h"
+#include "ixocut/Command.h"
 #include "ixocut/Console.h"
-#include "ixocut/Document.h"
 #include "ixocut/OperatorTexts.h"
 #include "ixocut/client/Attach.h"
 #include "ixocut/client/ConsoleRun.h"
-#include "ixocut/client/StatusView.h"
 
 namespace ixocut {
 namespace {
@@ -28,7 +20,6 @@ constexpr auto kEndsWithin = std::chrono::seconds(5);  // what was asked to end,
 constexpr auto kRestLookEvery = std::chrono::milliseconds(20);
 
 struct TControlOptions : TControllerSettings {
-  bool Json = false;
   bool Yes = false;  // continue: nobody is asked
 };
 
@@ -63,7 +54,7 @@ TJson WaitForRest(TWireClient& client) {
 }
 
 int RunControl(const TControl& control, TControlOptions options, std::ostream& out) {
-  const TAttachment attachment(options);
+  const TAttached attachment(options);
   TWireClient& client = attachment.Controller();
   std::optional<TClientLease> lease;
   if (control.Lease) lease.emplace(client, true);
@@ -104,7 +95,7 @@ bool Confirmed(const TJson& offer, const TControlOptions& options, std::ostream&
 }
 
 int RunContinue(TControlOptions options, std::ostream& out) {
-  const TAttachment attachment(options);
+  const TAttached attachment(options);
   TWireClient& client = attachment.Controller();
   const TJson offer = [&] {
     const TClientLease lease(client, true);
@@ -131,35 +122,34 @@ int RunContinue(TControlOptions options, std::ostream& out) {
   return run.Report.Problem ? kExitOtherwise : kExitSuccess;
 }
 
-TCommand AddControl(TCommand program, const char* name, const char* about, const char* notes, TControlOptions& options,
-                    TCommandRun action) {
-  const TCommand command = program.Add(name, Tr(about), std::move(action));
-  AddClientOptions(command, options, options.Json, false);
+template <class TRun>
+std::pair<TCommand, TControlOptions&> AddControl(TCommand program, const char* name, const char* about,
+                                                 const char* notes, TRun run) {
+  const auto made = AddOwn<TControlOptions>(program, name, Tr(about), run);
+  AddClientOptions(made.first, made.second, false);
   const std::string example = std::string("ixocut ") + name, json = example + " --json";
-  command.Help(
+  made.first.Help(
       {.Notes = notes,
        .ExitCodes =
            Tr("0 done, 1 refused, ended otherwise or no controller runs, 2 wrong command line, 3 it does not answer"),
        .Examples = {example.c_str(), json.c_str()}});
-  return command;
+  return made;
 }
 
 }  // namespace
 
 void AddControlCommands(TCommand program) {
-  for (const TControl& control : kControls) {
-    const auto options = std::make_shared<TControlOptions>();
-    AddControl(program, control.Name, control.About,
-               control.Lease ? Tr("Takes over control from whoever has it.") : Tr("Needs no control of the machine."),
-               *options, [&control, options] { return RunControl(control, *options, std::cout); });
-  }
-  const auto options = std::make_shared<TControlOptions>();
-  const TCommand command =
+  for (const TControl& control : kControls)
+    (void)AddControl(
+        program, control.Name, control.About,
+        control.Lease ? Tr("Takes over control from whoever has it.") : Tr("Needs no control of the machine."),
+        [&control](const TControlOptions& own, std::ostream& out) { return RunControl(control, own, out); });
+  auto [command, options] =
       AddControl(program, "continue", TrMark("Go on after a pause or a failure"),
                  Tr("Only where the procedure can be entered again; what will be done again is shown first. Takes over "
                     "control from\nwhoever has it. It is followed to its end, and Ctrl-C stops it."),
-                 *options, [options] { return RunContinue(*options, std::cout); });
-  command.Flag("--yes", options->Yes, Tr("Do what would be shown without asking"));
+                 RunContinue);
+  command.Flag("--yes", options.Yes, Tr("Do what would be shown without asking"));
 }
 
 }  // namespace ixocut

@@ -1,19 +1,12 @@
 // `ixocut runs` and `ixocut queue`: what has run, and what will.
-#include <iostream>
-#include <memory>
-
-#include <nlohmann/json.hpp>
 
 #include "controller/client/ClientLease.h"
+#include "controller/client/StatusLines.h"
 #include "ixocamglue/platform/services/UtcTime.h"
-#include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/JsonText.h"
-#include "ixocamglue/support/Texts.h"
-#include "ixocut/CommandLine.h"
-#include "ixocut/Document.h"
+#include "ixocut/Command.h"
 #include "ixocut/Table.h"
 #include "ixocut/client/Attach.h"
-#include "ixocut/client/StatusView.h"
 #include "ixocut/procedures/Asked.h"
 
 namespace ixocut {
@@ -22,7 +15,6 @@ namespace {
 using TJson = nlohmann::ordered_json;
 
 struct TRunsOptions : TControllerSettings {
-  bool Json = false;
   std::string Name, Answer, Question;
   std::uint64_t A = 0, B = 0, Limit = 20;
   std::vector<std::string> Params;
@@ -155,18 +147,16 @@ using TAction = int (*)(const TRunsOptions&, TWireClient&, std::ostream&);
 
 std::pair<TCommand, TRunsOptions&> AddAsking(TCommand parent, const char* name, const char* about, TAction action,
                                              std::vector<const char*> examples) {
-  const auto options = std::make_shared<TRunsOptions>();
-  const TCommand command = parent.Add(name, about, [options, action] {
-    const TAttachment attachment(*options);
-    return action(*options, attachment.Controller(), std::cout);
+  const auto made = AddOwn<TRunsOptions>(parent, name, about, [action](TRunsOptions& own, std::ostream& out) {
+    const TAttached attachment(own);
+    return action(own, attachment.Controller(), out);
   });
-  AddClientOptions(command, *options, options->Json, false);
-  command.Help(
-      {.Notes = {},
-       .ExitCodes =
+  AddClientOptions(made.first, made.second, false);
+  made.first.Help(
+      {.ExitCodes =
            Tr("0 done, 1 refused, ended otherwise or no controller runs, 2 wrong command line, 3 it does not answer"),
        .Examples = std::move(examples)});
-  return {command, *options};
+  return made;
 }
 
 }  // namespace

@@ -1,24 +1,16 @@
 // `ixocut serve`: the controller that stays up, with its wire, until a signal ends it.
 #include <chrono>
-#include <iostream>
-#include <memory>
 #include <thread>
 #include <unistd.h>
-
-#include <nlohmann/json.hpp>
 
 #include "controller/Serving.h"
 #include "controller/SignalStop.h"
 #include "controller/StateFolder.h"
-#include "ixocamglue/support/Format.h"
-#include "ixocamglue/support/Texts.h"
-#include "ixocut/CommandLine.h"
-#include "ixocut/Document.h"
+#include "controller/client/StatusLines.h"
+#include "ixocut/Command.h"
 #include "ixocut/Table.h"
-#include "ixocut/client/StatusView.h"
 
 namespace ixocut {
-using namespace ixocontroller;
 namespace {
 
 constexpr auto kSignalLookEvery = std::chrono::milliseconds(50);
@@ -30,7 +22,6 @@ struct TServeOptions : TControllerSettings {
   std::vector<std::string> Hosts;
   std::string Certificate, Key;  // empty: no TLS
   bool Insecure = false;
-  bool Json = false;
 };
 
 void Tell(const TServeOptions& options, TServing& serving, std::ostream& out) {
@@ -78,33 +69,31 @@ int RunServe(TServeOptions options, std::ostream& out) {
 }  // namespace
 
 void AddServeCommand(TCommand program) {
-  const auto options = std::make_shared<TServeOptions>();
-  const TCommand serve = program.Add("serve", Tr("Run the controller until it is ended"),
-                                     [options] { return RunServe(*options, std::cout); });
+  auto [serve, options] = AddOwn<TServeOptions>(program, "serve", Tr("Run the controller until it is ended"), RunServe);
   const TOption realtime =
-      serve.Flag("--realtime", options->Realtime, Tr("Run on the real clock, as without this option"));
+      serve.Flag("--realtime", options.Realtime, Tr("Run on the real clock, as without this option"));
   serve
-      .Number("--virtual", options->Virtual, 1, 100'000, "",
+      .Number("--virtual", options.Virtual, 1, 100'000, "",
               Tr("Run the machine's clock so many times as fast, 1 to 100000: for demonstrations and tests"))
       .Excludes(realtime);
-  serve.Number("--port", options->Port, 0, 0xFFFF, "", Tr("The port; 0 takes a free one")).ShowDefault();
+  serve.Number("--port", options.Port, 0, 0xFFFF, "", Tr("The port; 0 takes a free one")).ShowDefault();
   serve
-      .Text("--listen", options->Listen,
+      .Text("--listen", options.Listen,
             Tr("The address; another than the loopback's needs --cert and --key, or --insecure"), "ADDRESS")
       .ShowDefault();
-  const TOption certificate = serve.Text("--cert", options->Certificate,
+  const TOption certificate = serve.Text("--cert", options.Certificate,
                                          Tr("TLS: a PEM file with the certificate, then those that issued it"), "FILE");
-  const TOption key = serve.Text("--key", options->Key, Tr("Its key, a PEM file that nobody else can read"), "FILE");
+  const TOption key = serve.Text("--key", options.Key, Tr("Its key, a PEM file that nobody else can read"), "FILE");
   certificate.Needs(key);
   key.Needs(certificate);
   serve
-      .Flag("--insecure", options->Insecure,
+      .Flag("--insecure", options.Insecure,
             Tr("Let other machines in without encryption; none of them has the role service"))
       .Excludes(certificate);
-  serve.Texts("--host", options->Hosts, Tr("A further name that it is asked under; may be given several times"), "NAME")
+  serve.Texts("--host", options.Hosts, Tr("A further name that it is asked under; may be given several times"), "NAME")
       .Several();
-  AddJsonOption(serve, options->Json);
-  AddControllerSettings(serve, *options);
+  AddJsonOption(serve, options.Json);
+  AddControllerSettings(serve, options);
   serve.Help(
       {.Notes = Tr("All other commands of this state folder then work on this controller. Ctrl-C and SIGTERM end it, "
                    "dark and in\norder. The link for the console in a browser is shown on a terminal only; "

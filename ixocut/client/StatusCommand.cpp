@@ -1,17 +1,13 @@
 // `ixocut status` and `ixocut watch`: what the controller does now, and from now on.
 #include <chrono>
-#include <iostream>
-#include <memory>
 #include <unistd.h>
 
 #include "controller/SignalStop.h"
-#include "ixocamglue/support/Format.h"
-#include "ixocamglue/support/Texts.h"
-#include "ixocut/CommandLine.h"
-#include "ixocut/Document.h"
+#include "controller/client/StatusLines.h"
+#include "ixocut/Command.h"
 #include "ixocut/OperatorTexts.h"
+#include "ixocut/Table.h"
 #include "ixocut/client/Attach.h"
-#include "ixocut/client/StatusView.h"
 
 namespace ixocut {
 namespace {
@@ -24,19 +20,18 @@ constexpr const char* kAlarmLog = "TAlarmManager";
 constexpr auto kLineEvery = std::chrono::seconds(1);  // of signals alone, otherwise
 
 struct TStatusOptions : TControllerSettings {
-  bool Json = false;
   std::uint64_t ForMs = 0;  // watch: 0, until it is ended
 };
 
 int RunStatus(TStatusOptions options, std::ostream& out) {
-  const TAttachment attachment(options);
+  const TAttached attachment(options);
   const auto status = attachment.Controller().Get("/api/v1/status");
   if (options.Json) {
     PrintDocument(out, "status", status);
     return kExitSuccess;
   }
   const TOperatorTexts texts("status", options.Language);
-  for (const std::string& line : StatusLines(status)) out << line << '\n';
+  PrintTable(out, StatusRows(status));
   return kExitSuccess;
 }
 
@@ -124,7 +119,7 @@ class TWatchView {
 };
 
 int RunWatch(TStatusOptions options, std::ostream& out) {
-  const TAttachment attachment(options);
+  const TAttached attachment(options);
   const TOperatorTexts texts("watch", options.Language);
   const ixocontroller::TSignalStop signals;
   TWireClient& client = attachment.Controller();
@@ -145,19 +140,17 @@ int RunWatch(TStatusOptions options, std::ostream& out) {
 
 void AddStatusCommand(TCommand program) {
   const auto add = [&](const char* name, const char* about, auto action, std::vector<const char*> examples) {
-    const auto options = std::make_shared<TStatusOptions>();
-    const TCommand command = program.Add(name, about, [options, action] { return action(*options, std::cout); });
-    AddClientOptions(command, *options, options->Json, false);
-    command.Help({.Notes = {},
-                  .ExitCodes = Tr("0 a controller runs, 1 none runs, 2 wrong command line, 3 it does not answer"),
-                  .Examples = std::move(examples)});
-    return std::pair(command, options);
+    const auto made = AddOwn<TStatusOptions>(program, name, about, action);
+    AddClientOptions(made.first, made.second, false);
+    made.first.Help({.ExitCodes = Tr("0 a controller runs, 1 none runs, 2 wrong command line, 3 it does not answer"),
+                     .Examples = std::move(examples)});
+    return made;
   };
   add("status", Tr("What the controller does now"), &RunStatus,
       {"ixocut status", "ixocut status --json", "ixocut status --url http://127.0.0.1:8620"});
-  const auto [watch, options] = add("watch", Tr("Follow the controller: state, step, positions, signals, alarms"),
-                                    &RunWatch, {"ixocut watch", "ixocut watch --for 60000 --json"});
-  watch.Number("--for", options->ForMs, 1, 86'400'000, "ms", Tr("End by itself after this time, 1 to 86400000"));
+  auto [watch, options] = add("watch", Tr("Follow the controller: state, step, positions, signals, alarms"), &RunWatch,
+                              {"ixocut watch", "ixocut watch --for 60000 --json"});
+  watch.Number("--for", options.ForMs, 1, 86'400'000, "ms", Tr("End by itself after this time, 1 to 86400000"));
 }
 
 }  // namespace ixocut

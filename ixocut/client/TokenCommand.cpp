@@ -1,17 +1,10 @@
 // `ixocut token` and `ixocut console`: who may ask the controller.
-#include <iostream>
-#include <memory>
 #include <unistd.h>
-
-#include <nlohmann/json.hpp>
 
 #include "controller/StateFolder.h"
 #include "controller/wire/Tokens.h"
 #include "ixocamglue/platform/services/UtcTime.h"
-#include "ixocamglue/support/Format.h"
-#include "ixocamglue/support/Texts.h"
-#include "ixocut/CommandLine.h"
-#include "ixocut/Document.h"
+#include "ixocut/Command.h"
 #include "ixocut/Table.h"
 #include "ixocut/client/Attach.h"
 
@@ -21,7 +14,6 @@ namespace {
 struct TTokenOptions : TControllerSettings {
   std::string Name;
   std::string Role = "operator";
-  bool Json = false;
 };
 
 ixocontroller::TTokenFile TokenFileOf(const TTokenOptions& options) {
@@ -72,7 +64,7 @@ int RunConsole(TTokenOptions options, std::ostream& out) {
     throw EProblem(pbRequest, {.What = Tr("the link is shown on a terminal only"),
                                .Why = Tr("who has it may command the machine"),
                                .Remedy = Tr("a program uses a token: \"ixocut token add NAME\"")});
-  const TAttachment attachment(options);
+  const TAttached attachment(options);
   const auto answer = attachment.Controller().Post("/api/v1/session/code", {{"role", options.Role}});
   out << answer.at("link").get<std::string>() << '\n' << Tr("good once, for 60 s") << '\n';
   return kExitSuccess;
@@ -91,26 +83,24 @@ void AddTokenCommand(TCommand program) {
   token.Help(help);
   const auto add = [&](TCommand parent, const char* name, const char* about, auto action, bool named, bool hasRole,
                        const char* example) {
-    const auto options = std::make_shared<TTokenOptions>();
-    const TCommand command = parent.Add(name, about, [options, action] { return action(*options, std::cout); });
-    if (named) command.Text("NAME", options->Name, Tr("Its name"), "").Required();
-    if (hasRole) command.Text("--role", options->Role, Tr("viewer, operator or service"), "ROLE").ShowDefault();
-    AddStateOption(command, options->State);
-    AddLanguageOption(command, options->Language);
+    auto [command, options] = AddOwn<TTokenOptions>(parent, name, about, action);
+    if (named) command.Text("NAME", options.Name, Tr("Its name"), "").Required();
+    if (hasRole) command.Text("--role", options.Role, Tr("viewer, operator or service"), "ROLE").ShowDefault();
+    AddStateOption(command, options.State);
+    AddLanguageOption(command, options.Language);
     command.Help({.Notes = help.Notes, .ExitCodes = help.ExitCodes, .Examples = {example}});
-    return std::pair(command, options);
+    return std::pair<TCommand, TTokenOptions&>(command, options);
   };
   for (const auto& [command, options] :
        {add(token, "add", Tr("Make one and show it"), &RunTokenAdd, true, true,
             "ixocut token add kitchen --role viewer"),
         add(token, "list", Tr("Show their names and roles"), &RunTokenList, false, false, "ixocut token list --json"),
         add(token, "revoke", Tr("End one"), &RunTokenRevoke, true, false, "ixocut token revoke kitchen")})
-    AddJsonOption(command, options->Json);
-  const auto [console, options] = add(program, "console", Tr("Make a new link for the console in a browser"),
-                                      &RunConsole, false, true, "ixocut console");
-  AddAttachOptions(console, options->Attach, false);
+    AddJsonOption(command, options.Json);
+  auto [console, options] = add(program, "console", Tr("Make a new link for the console in a browser"), &RunConsole,
+                                false, true, "ixocut console");
+  AddAttachOptions(console, options.Attach, false);
   console.Help({.Notes = Tr("The link holds a code that is good once, for 60 s; it is shown on a terminal only."),
-                .ExitCodes = {},
                 .Examples = {"ixocut console", "ixocut console --role viewer"}});
 }
 

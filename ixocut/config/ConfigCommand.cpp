@@ -1,23 +1,16 @@
 #include "ixocut/config/ConfigCommand.h"
 
 #include <algorithm>
-#include <iostream>
-
-#include <nlohmann/json.hpp>
 
 #include "controller/StateFiles.h"
 #include "controller/StateFolder.h"
+#include "controller/client/StatusLines.h"
 #include "controller/config/ConfigHistory.h"
 #include "controller/config/ConfigJson.h"
 #include "ixocamglue/platform/services/UtcTime.h"
-#include "ixocamglue/support/Format.h"
-#include "ixocamglue/support/Problem.h"
-#include "ixocamglue/support/Texts.h"
-#include "ixocut/CommandLine.h"
-#include "ixocut/Document.h"
+#include "ixocut/Command.h"
 #include "ixocut/Machines.h"
 #include "ixocut/client/Attach.h"
-#include "ixocut/client/StatusView.h"
 
 namespace ixocut {
 
@@ -248,13 +241,13 @@ int SetThere(const TConfigOptions& options, TWireClient& client, std::ostream& o
 }
 
 int Set(TConfigOptions options, std::ostream& out) {
-  const TAttachment attachment(options);
+  const TAttached attachment(options);
   if (TWireClient* const client = attachment.Client()) return SetThere(options, *client, out);
   return RunConfigSet(options.MachinePath(), options.Path, options.Value, options.Setting, out);
 }
 
 int Restore(TConfigOptions options, std::ostream& out) {
-  const TAttachment attachment(options);
+  const TAttached attachment(options);
   TWireClient* const client = attachment.Client();
   if (!client) return RunConfigRestore(options.RestorePath(), options.Setting.Json, out);
   const nlohmann::ordered_json answer = client->Post("/api/v1/config/restore");
@@ -271,7 +264,7 @@ int Restore(TConfigOptions options, std::ostream& out) {
 
 // Who has changed what: the controller's own list, which it keeps in the state folder.
 int History(TConfigOptions options, std::ostream& out) {
-  const TAttachment attachment(options);
+  const TAttached attachment(options);
   TWireClient* const client = attachment.Client();
   const nlohmann::ordered_json changes =
       client ? client->Get("/api/v1/config/history?limit=" + std::to_string(options.Limit)).at("changes")

@@ -11,6 +11,7 @@
 namespace ixocut {
 using namespace ixocamglue;
 using namespace ixocontroller;
+struct TControllerSettings;
 
 // A line for each on the error output.
 void TellWrong(const std::filesystem::path& file, const std::vector<TConfigFinding>& wrong);
@@ -32,6 +33,6 @@ struct TSetting {
                                 std::ostream& out);
 [[nodiscard]] int RunConfigSchema(bool json, std::ostream& out);
 [[nodiscard]] int RunConfigRestore(const std::filesystem::path& file, bool json, std::ostream& out);
-[[nodiscard]] int RunInfo(const std::filesystem::path& file, const std::string& language, bool json, std::ostream& out);
+[[nodiscard]] int RunInfo(const TControllerSettings& settings, std::ostream& out);
 
 }  // namespace ixocut

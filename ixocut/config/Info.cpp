@@ -1,14 +1,9 @@
-#include <iostream>
 
-#include <nlohmann/json.hpp>
 
 #include "controller/config/ConfigJson.h"
 #include "ixocamglue/config/Libmachinecfg.h"
 #include "ixocamglue/config/Ucamglue.h"
-#include "ixocamglue/support/Format.h"
-#include "ixocut/CommandLine.h"
-#include "ixocut/ControllerSettings.h"
-#include "ixocut/Document.h"
+#include "ixocut/Command.h"
 #include "ixocut/Machines.h"
 #include "ixocut/OperatorTexts.h"
 #include "ixocut/config/ConfigCommand.h"
@@ -28,17 +23,14 @@ nlohmann::ordered_json JsonPorts(const std::map<std::int32_t, std::int32_t>& dic
   return json;
 }
 
-struct TInfoOptions : TControllerSettings {
-  bool Json = false;
-};
-
 }  // namespace
 
-int RunInfo(const std::filesystem::path& file, const std::string& language, bool json, std::ostream& out) {
+int RunInfo(const TControllerSettings& settings, std::ostream& out) {
   TMachineFile machine(Machines());
   const TInstalled<TMachineConfig> installed(machine.Config());
+  const std::filesystem::path file = settings.MachineFile();
   machine.Load(file, xdPlaces);
-  const TOperatorTexts texts("info", language);
+  const TOperatorTexts texts("info", settings.Language);
 
   const TGasTypeDic& gases = *GasTypeDic();
   const std::string model = machine.Config().CutHead().Model;
@@ -48,7 +40,7 @@ int RunInfo(const std::filesystem::path& file, const std::string& language, bool
   // In the sections that the lines below come from.
   const auto wrong = machine.Wrong({"GasList", "GasBranches", "Slaves", "CutHead", "HeightController", "NcParams"});
   TellWrong(file, wrong);
-  if (json) {
+  if (settings.Json) {
     nlohmann::ordered_json result;
     auto& list = result["gases"] = nlohmann::ordered_json::array();
     for (std::int32_t i = 0; i < gases.GetCount(); ++i)
@@ -76,12 +68,10 @@ int RunInfo(const std::filesystem::path& file, const std::string& language, bool
 }
 
 void AddInfoCommand(TCommand program) {
-  const auto options = std::make_shared<TInfoOptions>();
-  const TCommand info = program.Add("info", Tr("Print what the machine has, as its file says"), [options] {
-    return RunInfo(options->MachineFile(), options->Language, options->Json, std::cout);
-  });
-  AddJsonOption(info, options->Json);
-  AddMachineSettings(info, *options);
+  auto [info, options] =
+      AddOwn<TControllerSettings>(program, "info", Tr("Print what the machine has, as its file says"), RunInfo);
+  AddJsonOption(info, options.Json);
+  AddMachineSettings(info, options);
   info.Help({.Notes = Tr("Gas types with their DA port, cutting head, focus caption, maximum speed, analogue ports by\n"
                          "their key. What is wrong in these sections of the file is told on the error output."),
              .ExitCodes = Tr("0 success, 2 wrong command line, 3 the machine file cannot be used"),

@@ -1,30 +1,17 @@
 // `ixocut gas calibrate`.
 #include <algorithm>
-#include <iostream>
-#include <memory>
-#include <optional>
 #include <unistd.h>
-#include <utility>
-
-#include <nlohmann/json.hpp>
 
 #include "controller/HostTexts.h"
-#include "controller/SignalStop.h"
-#include "controller/gas/GasJob.h"
+#include "controller/client/WireGas.h"
 #include "controller/gas/GasRecording.h"
+#include "controller/gas/GasRun.h"
 #include "controller/gas/GasTexts.h"
-#include "controller/procedures/ProcedureRun.h"
 #include "controller/procedures/Timeline.h"
 #include "ixocamglue/gascal/Ugasnozzcaliconfig.h"
-#include "ixocamglue/monitor/Umonitorsink.h"
-#include "ixocamglue/platform/xml/FileLayer.h"
-#include "ixocamglue/support/Problem.h"
-#include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
-#include "ixocut/CommandLine.h"
+#include "ixocut/Command.h"
 #include "ixocut/Console.h"
-#include "ixocut/ControllerSettings.h"
-#include "ixocut/Document.h"
 #include "ixocut/Machines.h"
 #include "ixocut/OperatorTexts.h"
 #include "ixocut/OutputFile.h"
@@ -38,7 +25,6 @@
 namespace ixocut {
 namespace {
 
-constexpr std::uint32_t kLookEveryMs = 20;  // real time
 constexpr int kBarWidth = 24;
 constexpr std::size_t kGasWidth = 8;
 constexpr double kBarLineEvery = 10.0;  // %, where the bar cannot be drawn over itself
@@ -52,7 +38,6 @@ struct TCalibrateOptions : TControllerSettings {
   bool Keep = false;
   bool Journal = false;
   std::vector<std::string> Faults;
-  bool Json = false;
 };
 
 // The progress on one line: drawn over itself on a terminal, else a line now and then.
@@ -118,228 +103,146 @@ void ShowResults(TConsole& console, const std::vector<TGasResult>& results) {
   }
 }
 
-class TCalibrate {
- public:
-  TCalibrate(const TCalibrateOptions& options, TConsole& console)
-      : FOptions(options),
-        FConsole(console),
-        FBar(console, !options.Json),
-        FController(options.Options(&console)),
-        FJob(FController, Order(options), [this](std::uint64_t ms, const std::string& text) { Say(ms, text); }) {
-    for (const std::string& fault : options.Faults) FController.Machine().Inject(fault);
-  }
-
-  int Run();
-
- private:
-  static TGasOrder Order(const TCalibrateOptions& options) {
-    return {.Gases = AskedGases(options.Gases),
-            .Nozzle = options.Nozzle,
-            .Refined = options.Method == "refined",
-            .Keep = options.Keep,
-            .Descend = options.Descend};
-  }
-  void Wait();
-  bool Look();
-  void Draw();
-  void Write();
-  void Print();
-  void Say(std::uint64_t ms, const std::string& text);
-
-  const TCalibrateOptions& FOptions;
-  TConsole& FConsole;
-  TProgressBar FBar;
-  std::optional<TSignalStop> FSignal;  // real time; until the controller has ended
-  TController FController;
-  bool FDescending = false;
-  TGasJob FJob;
-};
-
-void TCalibrate::Say(std::uint64_t ms, const std::string& text) {
-  FBar.Clear();
-  FConsole.Say(Format("%8llu ms  %s", static_cast<unsigned long long>(ms), text.c_str()));
+TGasOrder OrderOf(const TCalibrateOptions& options) {
+  return {.Gases = AskedGases(options.Gases),
+          .Nozzle = options.Nozzle,
+          .Refined = options.Method == "refined",
+          .Keep = options.Keep,
+          .Descend = options.Descend};
 }
 
-bool TCalibrate::Look() {
-  const bool goesOn = FJob.Round(Clock().MonotonicMs());
-  if (FJob.Descending() && !std::exchange(FDescending, true)) {
-    FBar.Clear();
-    FConsole.Say(SGasDescent.Get());
-  }
-  FBar.Show(FJob.Progress(), FJob.Now(), FJob.LastedMs());
-  return goesOn;
-}
-
-void TCalibrate::Wait() {
-  if (FController.VirtualClock()) {
-    do FController.RunPass();
-    while (Look());
-  } else {
-    // A state thread that hangs does not keep a signal from ending it.
-    std::optional<std::uint64_t> signalledAt;
-    do {
-      if (signalledAt && Clock().MonotonicMs() >= *signalledAt + kSignalEndsWithinMs) break;
-      Clock().Sleep(kLookEveryMs);
-      if (TSignalStop::Asked() && !signalledAt) {
-        signalledAt = Clock().MonotonicMs();
-        FJob.Stop();
-      }
-    } while (Look());
-  }
-  FBar.Clear();
-}
-
-void TCalibrate::Draw() {
-  DrawGasCalibration(FJob.Calibration().Results(), FOptions.Nozzle, FOptions.Plot);
-  FConsole.Say(FOptions.Plot);
-}
-
-void TCalibrate::Write() {
-  WriteGasRecording(FOptions.Record, FJob.Calibration().Recording());
-  FConsole.Say(FOptions.Record);
-}
-
-void TCalibrate::Print() {
-  nlohmann::ordered_json result = FJob.Json();
-  result["seed"] = FOptions.Seed;
-  result["log"] = FConsole.Log();
-  FConsole.Print("gas calibrate", result, FJob.Problem());
-}
-
-int TCalibrate::Run() {
-  FConsole.SetStart(Clock().MonotonicMs());
-  for (const std::string& notice : FController.Notices()) LogMsg(lkWarning, 0, notice, "TPHost");
-  if (!FController.VirtualClock()) {
-    FSignal.emplace();
-    FController.StartThreads();
-  }
-  WaitForStandby(FController);
-  const std::vector<TGasResult>& results = FJob.Calibration().Results();
+void SayTitle(TConsole& console, const TGasOrder& order, std::string (*nameOf)(std::int32_t gas)) {
   std::string names;
-  for (const TGasResult& result : results) names += (names.empty() ? "" : ", ") + GasDesc(result.Gas);
-  FConsole.Say(Show(SGasTitle, names.c_str(), FOptions.Nozzle.Type.c_str(), ValueText(FOptions.Nozzle.Size).c_str()));
-  FJob.Start().OrThrow(pbUnusable);
-  Wait();
-  FController.StopThreads();  // where the state thread hangs, what was measured is still its own
-  FJob.Conclude();
-
-  if (FOptions.Journal)
-    for (const std::string& line : FController.Journal().Lines()) FConsole.Say(line);
-  ShowResults(FConsole, results);
-  if (!FJob.Calibration().Completed()) FConsole.Say(SGasKeptFile.Get());
-  if (!FOptions.Plot.empty()) Draw();
-  if (!FOptions.Record.empty()) Write();
-  Print();
-  if (FJob.Calibration().Unsaved()) return kExitUnusable;
-  return FJob.Calibration().Success() ? kExitSuccess : kExitOtherwise;
+  for (const std::int32_t gas : order.Gases) names += (names.empty() ? "" : ", ") + nameOf(gas);
+  console.Say(Show(SGasTitle, names.c_str(), order.Nozzle.Type.c_str(), ValueText(order.Nozzle.Size).c_str()));
 }
 
-// --- on the controller that runs ---
+// On a controller of its own.
+int CalibrateHere(const TCalibrateOptions& options, const TGasOrder& order, std::ostream& out) {
+  TConsole console(out, options.Json, false);
+  TProgressBar bar(console, !options.Json);
+  TGasRun run(options.Options(&console), order, options.Faults, [&](std::uint64_t ms, const std::string& text) {
+    bar.Clear();
+    console.Say(Format("%8llu ms  %s", static_cast<unsigned long long>(ms), text.c_str()));
+  });
+  const TGasJob& job = run.Job();
+  console.SetStart(Clock().MonotonicMs());
+  run.Ready();
+  SayTitle(console, order, GasDesc);
+  bool descending = false;
+  run.Drive([&] {
+    if (job.Descending() && !std::exchange(descending, true)) {
+      bar.Clear();
+      console.Say(SGasDescent.Get());
+    }
+    bar.Show(job.Progress(), job.Now(), job.LastedMs());
+  });
+  bar.Clear();
 
-int CalibrateThere(const TCalibrateOptions& options, TWireClient& client, std::ostream& out) {
+  const TGasCalibration& calibration = job.Calibration();
+  if (options.Journal)
+    for (const std::string& line : run.Controller().Journal().Lines()) console.Say(line);
+  ShowResults(console, calibration.Results());
+  if (!calibration.Completed()) console.Say(SGasKeptFile.Get());
+  if (!options.Plot.empty()) {
+    DrawGasCalibration(calibration.Results(), options.Nozzle, options.Plot);
+    console.Say(options.Plot);
+  }
+  if (!options.Record.empty()) {
+    WriteGasRecording(options.Record, calibration.Recording());
+    console.Say(options.Record);
+  }
+  nlohmann::ordered_json result = job.Json();
+  result["seed"] = options.Seed;
+  result["log"] = console.Log();
+  console.Print("gas calibrate", result, job.Problem());
+  if (calibration.Unsaved()) return kExitUnusable;
+  return calibration.Success() ? kExitSuccess : kExitOtherwise;
+}
+
+// On the controller that runs.
+int CalibrateThere(const TCalibrateOptions& options, const TGasOrder& order, TWireClient& client, std::ostream& out) {
   if (!options.Faults.empty())
     throw EProblem(pbRequest, TProblem{.What = Tr("a controller that runs is given no fault for a calibration"),
                                        .Where = "--fault",
                                        .Remedy = Tr("--local works on a copy")});
-  auto gases = nlohmann::ordered_json::array();
-  std::string names;
-  for (const std::int32_t gas : AskedGases(options.Gases)) {
-    gases.push_back(GasName(gas));
-    names += (names.empty() ? "" : ", ") + ShownGas(gas);
-  }
-  const nlohmann::ordered_json body{
-      {"gases", gases},           {"nozzle", options.Nozzle.Type}, {"size", options.Nozzle.Size},
-      {"method", options.Method}, {"keep", options.Keep},          {"descend", options.Descend}};
   const TOperatorTexts texts("gas calibrate", options.Language);
   TConsole console(out, options.Json, false);
   TProgressBar bar(console, !options.Json);
-  console.Say(Show(SGasTitle, names.c_str(), options.Nozzle.Type.c_str(), ValueText(options.Nozzle.Size).c_str()));
-  const TWireRun run = RunOnConsole(client, {.Path = "/api/v1/gas/calibrate", .Body = body}, console, {},
-                                    [&](const nlohmann::ordered_json& event) {
-                                      if (event.value("event", "") == "progress") {
-                                        TGasCalibration::TNow now;
-                                        now.Gas = AskedGasType(event.value("gas", ""));
-                                        now.Volt = event.value("volt", 0.0);
-                                        now.Press = event.value("bar", 0.0);
-                                        bar.Show(event.value("percent", 0.0), now, event.value("ms", std::uint64_t{0}));
-                                      } else if (const std::string text = event.value("text", ""); !text.empty()) {
-                                        bar.Clear();
-                                        console.Say(text);
-                                      }
-                                    });
+  SayTitle(console, order, ShownGas);
+  const auto tell = [&](const nlohmann::ordered_json& event) {
+    if (event.value("event", "") == "progress") {
+      TGasCalibration::TNow now;
+      now.Gas = AskedGasType(event.value("gas", ""));
+      now.Volt = event.value("volt", 0.0);
+      now.Press = event.value("bar", 0.0);
+      bar.Show(event.value("percent", 0.0), now, event.value("ms", std::uint64_t{0}));
+    } else if (const std::string text = event.value("text", ""); !text.empty()) {
+      bar.Clear();
+      console.Say(text);
+    }
+  };
+  const TWireRun run =
+      RunOnConsole(client, {.Path = "/api/v1/gas/calibrate", .Body = JsonOf(order)}, console, {}, tell);
   bar.Clear();
   if (options.Journal)
     for (const std::string& line : run.Report.Journal) console.Say(line);
-  nlohmann::ordered_json told = run.Json.at("result");
-  // The verdict once more, in the language of this terminal.
-  const TWireAnswer verdict = client.AskAny("GET", "/api/v1/gas/verdict?run=" + std::to_string(run.Id));
-  if (verdict.Status < 400)
-    for (const auto& judged : verdict.Body.at("gases"))
-      for (auto& gas : told.at("gases"))
-        if (gas.at("gas") == judged.at("gas")) gas["findings"] = judged.at("findings");
-  std::vector<TGasResult> results;
-  for (const auto& gas : told.at("gases")) results.push_back(GasResultFromJson(gas));
-  ShowResults(console, results);
+  TWireGas gas = GasResultsOf(client, run);
+  ShowResults(console, gas.Results);
   if (!options.Plot.empty() || !options.Record.empty()) {
     const TTempFolder folder("ixocut-gas");
-    const std::string file = options.Record.empty() ? (folder.Path() / "gas.json").string() : options.Record;
-    const std::string recording = client.Get("/api/v1/gas/recording?run=" + std::to_string(run.Id)).dump(2) + "\n";
-    if (const TReplaced written = ReplaceFile(file, recording, ""); !written.Done)
-      throw EProblem(pbUnusable, written.Problem);
+    FetchGasSamples(client, run, options.Record.empty() ? (folder.Path() / "gas.json").string() : options.Record,
+                    gas.Results);
     if (!options.Record.empty()) console.Say(options.Record);
     if (!options.Plot.empty()) {
-      const TGasRecording measured = ReadGasRecording(file);
-      for (TGasResult& result : results) AddSamples(result, measured);
-      DrawGasCalibration(results, options.Nozzle, options.Plot);
+      DrawGasCalibration(gas.Results, options.Nozzle, options.Plot);
       console.Say(options.Plot);
     }
   }
-  console.Print("gas calibrate", told, run.Report.Problem);
+  console.Print("gas calibrate", gas.Json, run.Report.Problem);
   return run.Report.Problem ? kExitOtherwise : kExitSuccess;
 }
 
 int RunCalibrate(TCalibrateOptions options, std::ostream& out) {
-  (void)AskedGases(options.Gases);  // judged before anything is opened
+  const TGasOrder order = OrderOf(options);  // judged before anything is opened
   if (!options.Plot.empty()) CheckPlotFile("--plot", options.Plot);
   if (!options.Record.empty()) CheckOutputFile("--record", options.Record, IsGasRecording);
-  const TAttachment attachment(options);
-  if (TWireClient* const client = attachment.Client()) return CalibrateThere(options, *client, out);
-  TConsole console(out, options.Json, false);
-  return TCalibrate(options, console).Run();
+  const TAttached attachment(options);
+  if (TWireClient* const client = attachment.Client()) return CalibrateThere(options, order, *client, out);
+  return CalibrateHere(options, order, out);
 }
 
 }  // namespace
 
 void AddGasCalibrateCommand(TCommand gas) {
-  const auto options = std::make_shared<TCalibrateOptions>();
-  options->Saves = true;
-  const TCommand command = gas.Add("calibrate", Tr("Measure the valves' curves on the simulated machine"),
-                                   [options] { return RunCalibrate(*options, std::cout); });
-  command.Text("--gas", options->Gases, std::string(Tr("The gases, separated by commas: ")) + Tr(kGasHelp), "LIST")
+  auto [command, options] = AddOwn<TCalibrateOptions>(
+      gas, "calibrate", Tr("Measure the valves' curves on the simulated machine"), RunCalibrate);
+  options.Saves = true;
+  command.Text("--gas", options.Gases, std::string(Tr("The gases, separated by commas: ")) + Tr(kGasHelp), "LIST")
       .Required();
-  AddNozzleOptions(command, options->Nozzle.Type, options->Nozzle.Size, true);
-  command.Text("--plot", options->Plot, Tr("Draw the points, the curve and the pressures over time (.svg)"), "FILE");
+  AddNozzleOptions(command, options.Nozzle.Type, options.Nozzle.Size, true);
+  command.Text("--plot", options.Plot, Tr("Draw the points, the curve and the pressures over time (.svg)"), "FILE");
   command
-      .Text("--method", options->Method,
+      .Text("--method", options.Method,
             Tr("exact, or refined: more points where the curve bends, the settling extrapolated"), "NAME")
       .OneOf({"exact", "refined"})
       .ShowDefault();
-  const TOption record = command.Text("--record", options->Record,
+  const TOption record = command.Text("--record", options.Record,
                                       Tr("Keep every sample in this file, for \"gas verdict\" (.json)"), "FILE");
-  command.Flag("--descend", options->Descend, Tr("Measure the same voltages once more downwards, for the record"))
+  command.Flag("--descend", options.Descend, Tr("Measure the same voltages once more downwards, for the record"))
       .Needs(record);
-  command.Flag("--keep", options->Keep, Tr("Store a calibration all the same whose verdict is bad"));
-  command.Flag("--journal", options->Journal, Tr("Show the machine's journal: every command and what came of it"));
+  command.Flag("--keep", options.Keep, Tr("Store a calibration all the same whose verdict is bad"));
+  command.Flag("--journal", options.Journal, Tr("Show the machine's journal: every command and what came of it"));
   std::vector<std::string> faults;
   for (const TMachineFault& fault : MachineFaults())
     if (std::string_view(fault.Name).starts_with("gas.")) faults.emplace_back(fault.Name);
-  command.Texts("--fault", options->Faults, Tr("Something of the simulated machine's gas that fails"), "NAME")
+  command.Texts("--fault", options.Faults, Tr("Something of the simulated machine's gas that fails"), "NAME")
       .OneOf(faults)
       .Several();
-  command.Flag("--realtime", options->Realtime, Tr("Run on the real clock; Ctrl-C stops the calibration"));
-  AddJsonOption(command, options->Json);
-  AddControllerSettings(command, *options);
-  AddAttachOptions(command, options->Attach, true);
+  command.Flag("--realtime", options.Realtime, Tr("Run on the real clock; Ctrl-C stops the calibration"));
+  AddJsonOption(command, options.Json);
+  AddControllerSettings(command, options);
+  AddAttachOptions(command, options.Attach, true);
   command.Help(
       {.Notes =
            Tr("The curves go into the machine file, once all gases are done, and into GasCalibration.config beside it "

@@ -4,6 +4,7 @@
 
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/ProblemAt.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
 
@@ -22,11 +23,7 @@ std::vector<std::int32_t> AskedGases(const std::string& text) {
     names.emplace_back(TrimXml(std::string_view(text).substr(from, comma - from)));
     from = comma + 1;
   }
-  TResult<std::vector<std::int32_t>> gases = ParseGases(names);
-  if (gases) return *std::move(gases);
-  TProblem problem = gases.Problem();
-  problem.Where = "--gas";
-  throw EProblem(pbRequest, std::move(problem));
+  return OrThrowAt(ParseGases(names), pbRequest, "--gas");
 }
 
 void AddNozzleOptions(TCommand command, std::string& nozzle, double& size, bool required) {
@@ -46,8 +43,7 @@ void AddGasCommand(TCommand program) {
   const TCommand gas =
       program.AddGroup("gas", Tr("Calibrate gas valves; look at, load, compare, use and judge what came of it"));
   gas.Help(
-      {.Notes = {},
-       .ExitCodes = Tr("0 success, 1 it ended otherwise or the tables differ, 2 wrong command line, 3 a file or device "
+      {.ExitCodes = Tr("0 success, 1 it ended otherwise or the tables differ, 2 wrong command line, 3 a file or device "
                        "problem"),
        .Examples = {"ixocut gas calibrate --gas Air,O2,N2 --nozzle S --size 1.5 --plot gas.svg", "ixocut gas show",
                     "ixocut gas diff --gas O2 --nozzle S --size 1.5", "ixocut gas load --gas O2 --nozzle S --size 1.5",

@@ -1,7 +1,6 @@
 #include "ixocut/gas/GasPlot.h"
 
 #include <algorithm>
-#include <cmath>
 
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
@@ -16,48 +15,37 @@ namespace {
 constexpr int kWidth = 1100;
 constexpr int kRowHeight = 340;
 
-// Adds a block of data and returns its name.
-std::string Block(std::string& data, int& number, const std::vector<TDot>& dots) {
-  std::string name = Format("$d%d", number++);
-  data += name + " << EOD\n";
-  // A break in the curve where there is no number.
-  for (const TDot& dot : dots) data += std::isfinite(dot.Y) ? Format("%.6g %.6g\n", dot.X, dot.Y) : "\n";
-  data += "EOD\n";
-  return name;
-}
+std::string Block(TPlotData& data, const std::vector<TDot>& dots) { return data.Add(TPlotData::Lines(dots, 6)); }
 
-std::string CurvePanel(const TGasResult& result, std::string& data, int& number) {
+std::string CurvePanel(const TGasResult& result, TPlotData& data) {
   std::vector<TDot> measured;
   for (const TGasPoint& point : result.Points)
     if (point.Settled) measured.push_back({point.Volt, point.Press});
-  std::string plots;
+  TPlotList plots;
   const auto add = [&](const std::vector<TDot>& dots, const char* style, const char* title) {
-    if (dots.empty()) return;
-    plots += (plots.empty() ? "plot " : ", ") + Block(data, number, dots) + " using 1:2 with " + style + " title " +
-             PlotText(title);
+    if (!dots.empty()) plots.Add(Block(data, dots) + " using 1:2 with " + style + " title " + PlotText(title));
   };
   add(result.Curve, "linespoints pt 1 ps 0.7 lw 1.5 lc rgb '#1f77b4'", Tr("rebuilt curve"));
   add(measured, "points pt 7 ps 0.6 lc rgb '#d62728'", Tr("measured"));
   const std::string title = Format(Tr("%s: %zu points, %.1f s"), ShownGas(result.Gas).c_str(), measured.size(),
                                    static_cast<double>(result.DurationMs) / 1000);
   return "set title " + PlotText(title) + "\nset xlabel " + PlotText(Tr("valve voltage / V")) + "\nset ylabel " +
-         PlotText(Tr("pressure / bar")) + "\nset xrange [0:10]\nset key inside bottom right\n" +
-         (plots.empty() ? "plot NaN notitle" : plots) + "\n";
+         PlotText(Tr("pressure / bar")) + "\nset xrange [0:10]\nset key inside bottom right\n" + plots.Text();
 }
 
-std::string TracePanel(const TGasResult& result, std::string& data, int& number) {
-  std::string plots;
+std::string TracePanel(const TGasResult& result, TPlotData& data) {
+  TPlotList plots;
   int colour = 0;
   const auto count = static_cast<int>(std::max<std::size_t>(result.Points.size(), 2));
   for (const TGasPoint& point : result.Points) {
     if (point.Samples.empty()) continue;
-    plots += (plots.empty() ? "plot " : ", ") + Block(data, number, point.Samples) +
-             Format(" using 1:2 with lines lw 1.2 lc palette frac %.3f title ", 1.0 * colour++ / (count - 1)) +
-             PlotText(Format("%.2f V%s", point.Volt, point.Settled ? "" : Tr(" (not settled)")));
+    plots.Add(Block(data, point.Samples) +
+              Format(" using 1:2 with lines lw 1.2 lc palette frac %.3f title ", 1.0 * colour++ / (count - 1)) +
+              PlotText(Format("%.2f V%s", point.Volt, point.Settled ? "" : Tr(" (not settled)"))));
   }
   return "set title " + PlotText(Tr("pressure after each new voltage")) + "\nset xlabel " +
          PlotText(Tr("time since the voltage was put out / ms")) + "\nset ylabel " + PlotText(Tr("pressure / bar")) +
-         "\nset xrange [0:*]\nset key outside right\n" + (plots.empty() ? "plot NaN notitle" : plots) + "\n";
+         "\nset xrange [0:*]\nset key outside right\n" + plots.Text();
 }
 
 }  // namespace
@@ -67,19 +55,16 @@ void DrawGasCalibration(const std::vector<TGasResult>& results, const TGasNozzle
   for (const TGasResult& result : results)
     if (!result.Points.empty()) shown.push_back(&result);
   if (shown.empty()) throw EProblem(pbUnusable, Tr("nothing was measured: there is nothing to plot"));
-  std::string data;
-  std::string plots;
-  int number = 0;
-  for (const TGasResult* result : shown)
-    plots += Format("set yrange [0:%.3g]\n", std::max(1.08 * result->MaxBar(), 0.1)) +
-             CurvePanel(*result, data, number) + TracePanel(*result, data, number);
-  std::string script = PlotStart(kWidth, static_cast<int>(40 + kRowHeight * shown.size()));
-  script += "set grid\nunset colorbox\nset palette rgbformulae 33,13,10\nset cbrange [0:1]\n" + data;
-  script +=
+  TPlotData data;
+  std::string plots =
       Format("set multiplot layout %zu,2 title ", shown.size()) +
       PlotText(Format(Tr("gas calibration, nozzle %s %s mm"), nozzle.Type.c_str(), ValueText(nozzle.Size).c_str())) +
       "\n";
-  DrawPlot(script + plots + "unset multiplot\nset output\n", target);
+  for (const TGasResult* result : shown)
+    plots += Format("set yrange [0:%.3g]\n", std::max(1.08 * result->MaxBar(), 0.1)) + CurvePanel(*result, data) +
+             TracePanel(*result, data);
+  DrawPlot(kWidth, static_cast<int>(40 + kRowHeight * shown.size()),
+           "set grid\nunset colorbox\nset palette rgbformulae 33,13,10\nset cbrange [0:1]\n", data, plots, target);
 }
 
 }  // namespace ixocut

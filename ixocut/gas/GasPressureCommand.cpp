@@ -1,29 +1,19 @@
 // `ixocut gas pressure`.
-#include <iostream>
-#include <memory>
-
-#include <nlohmann/json.hpp>
 
 #include "controller/HostTexts.h"
 #include "controller/gas/GasPressure.h"
 #include "controller/gas/GasTexts.h"
-#include "ixocamglue/support/Problem.h"
-#include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
-#include "ixocut/CommandLine.h"
+#include "ixocut/Command.h"
 #include "ixocut/Console.h"
-#include "ixocut/ControllerSettings.h"
-#include "ixocut/Document.h"
 #include "ixocut/gas/GasCommand.h"
 
 namespace ixocut {
-using namespace ixocontroller;
 namespace {
 
 struct TPressureOptions : TControllerSettings {
   std::string Gas;
   std::string Bar;
-  bool Json = false;
 };
 
 int RunPressure(const TPressureOptions& options, std::ostream& out) {
@@ -65,14 +55,12 @@ int RunPressure(const TPressureOptions& options, std::ostream& out) {
 }  // namespace
 
 void AddGasPressureCommand(TCommand gas) {
-  const auto options = std::make_shared<TPressureOptions>();
-  const TCommand command =
-      gas.Add("pressure", Tr("Set a pressure by the stored table and see what the machine reaches"),
-              [options] { return RunPressure(*options, std::cout); });
-  command.Text("--gas", options->Gas, std::string(Tr("The gas: ")) + Tr(kGasHelp), "GAS").Required();
-  command.Text("--bar", options->Bar, Tr("The pressure"), "BAR").Required();
-  AddJsonOption(command, options->Json);
-  AddControllerSettings(command, *options);
+  auto [command, options] = AddOwn<TPressureOptions>(
+      gas, "pressure", Tr("Set a pressure by the stored table and see what the machine reaches"), RunPressure);
+  command.Text("--gas", options.Gas, std::string(Tr("The gas: ")) + Tr(kGasHelp), "GAS").Required();
+  command.Text("--bar", options.Bar, Tr("The pressure"), "BAR").Required();
+  AddJsonOption(command, options.Json);
+  AddControllerSettings(command, options);
   command.Help(
       {.Notes = Tr("The pressure reached is the simulated machine's own, at rest; the error is its difference from "
                    "--bar."),

@@ -1,15 +1,8 @@
 // `ixocut gas study`.
-#include <iostream>
-#include <memory>
-
-#include <nlohmann/json.hpp>
 
 #include "ixocamglue/platform/xml/MachineConfig.h"
-#include "ixocamglue/support/Problem.h"
-#include "ixocamglue/support/Texts.h"
-#include "ixocut/CommandLine.h"
+#include "ixocut/Command.h"
 #include "ixocut/Console.h"
-#include "ixocut/Document.h"
 #include "ixocut/OperatorTexts.h"
 #include "ixocut/Table.h"
 #include "ixocut/gas/GasCommand.h"
@@ -62,17 +55,15 @@ int RunStudy(const TStudyOptions& options, std::ostream& out) {
 }  // namespace
 
 void AddGasStudyCommand(TCommand gas) {
-  const auto options = std::make_shared<TStudyOptions>();
-  const TCommand command = gas.Add("study", Tr("Compare the methods of calibration over many simulated valves"),
-                                   [options] { return RunStudy(*options, std::cout); });
-  command.Number("--valves", options->Valves, 1, kMostValves, "", Tr("Valves of each gas")).ShowDefault();
-  AddSeedOption(command, options->Seed);
-  AddJsonOption(command, options->Json);
-  AddLanguageOption(command, options->Language);
+  auto [command, options] = AddOwn<TStudyOptions>(
+      gas, "study", Tr("Compare the methods of calibration over many simulated valves"), RunStudy);
+  command.Number("--valves", options.Valves, 1, kMostValves, "", Tr("Valves of each gas")).ShowDefault();
+  AddSeedOption(command, options.Seed);
+  AddJsonOption(command, options.Json);
+  AddLanguageOption(command, options.Language);
   command.Help({.Notes = Tr("The error of a table is its largest difference from the valve's true pressure over 0 "
                             "to 10 V, in percent of "
                             "the true\npressure at 10 V. The time is the machine's, per valve."),
-                .ExitCodes = {},
                 .Examples = {"ixocut gas study --valves 40 --seed 1"}});
 }
 

@@ -1,19 +1,11 @@
 // `ixocut gas load`, `gas show`, `gas diff`: the stored tables.
 #include <algorithm>
-#include <iostream>
-#include <memory>
-
-#include <nlohmann/json.hpp>
 
 #include "controller/Controller.h"
 #include "ixocamglue/gascal/Uzemgasadjustmodel.h"
-#include "ixocamglue/support/Problem.h"
-#include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
-#include "ixocut/CommandLine.h"
+#include "ixocut/Command.h"
 #include "ixocut/Console.h"
-#include "ixocut/ControllerSettings.h"
-#include "ixocut/Document.h"
 #include "ixocut/Table.h"
 #include "ixocut/gas/GasCommand.h"
 
@@ -24,7 +16,6 @@ struct TTablesOptions : TControllerSettings {
   std::string Gases;
   std::string Nozzle;
   double Size = 0.0;  // 0: not given
-  bool Json = false;
 };
 
 // In the place of a machine whose devices nothing is wanted of: they need not be there.
@@ -191,12 +182,10 @@ void AddGasTableCommands(TCommand gas) {
            Tr("0 all were loaded, 1 there is no such table, 2 wrong command line, 3 a table or file cannot be used"),
        .Examples = {"ixocut gas load --gas O2 --nozzle S --size 1.5"}});
   add("show", Tr("Show the stored tables"), false, RunShow,
-      {.Notes = {},
-       .ExitCodes = Tr("0 done, 1 there is no such table, 2 wrong command line, 3 a file cannot be used"),
+      {.ExitCodes = Tr("0 done, 1 there is no such table, 2 wrong command line, 3 a file cannot be used"),
        .Examples = {"ixocut gas show --gas O2"}});
   add("diff", Tr("Compare a nozzle's stored tables with those of the machine file"), true, RunDiff,
-      {.Notes = {},
-       .ExitCodes =
+      {.ExitCodes =
            Tr("0 they are the same, 1 they differ or one is missing, 2 wrong command line, 3 a file cannot be used"),
        .Examples = {"ixocut gas diff --gas O2 --nozzle S --size 1.5"}});
 }

@@ -1,23 +1,15 @@
 // `ixocut gas verdict`.
 #include <algorithm>
-#include <iostream>
-#include <memory>
-
-#include <nlohmann/json.hpp>
 
 #include "controller/gas/GasTexts.h"
 #include "controller/gas/GasVerdict.h"
-#include "ixocamglue/support/Problem.h"
-#include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
-#include "ixocut/CommandLine.h"
+#include "ixocut/Command.h"
 #include "ixocut/Console.h"
-#include "ixocut/Document.h"
 #include "ixocut/OperatorTexts.h"
 #include "ixocut/gas/GasCommand.h"
 
 namespace ixocut {
-using namespace ixocontroller;
 namespace {
 
 struct TVerdictOptions {
@@ -61,12 +53,11 @@ int RunVerdict(const TVerdictOptions& options, std::ostream& out) {
 }  // namespace
 
 void AddGasVerdictCommand(TCommand gas) {
-  const auto options = std::make_shared<TVerdictOptions>();
-  const TCommand command = gas.Add("verdict", Tr("Say what a recorded calibration tells of the valve"),
-                                   [options] { return RunVerdict(*options, std::cout); });
-  command.Text("FILE", options->File, Tr("What gas calibrate --record wrote"), "").Required();
-  AddJsonOption(command, options->Json);
-  AddLanguageOption(command, options->Language);
+  auto [command, options] =
+      AddOwn<TVerdictOptions>(gas, "verdict", Tr("Say what a recorded calibration tells of the valve"), RunVerdict);
+  command.Text("FILE", options.File, Tr("What gas calibrate --record wrote"), "").Required();
+  AddJsonOption(command, options.Json);
+  AddLanguageOption(command, options.Language);
   command.Help(
       {.Notes = Tr("Hysteresis is judged when the recording has a pass downwards (gas calibrate --record FILE "
                    "--descend)."),

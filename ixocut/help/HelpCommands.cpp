@@ -1,11 +1,8 @@
 // `ixocut completion` and `ixocut manual`: what the packages install of them, and what somebody's own program has of
 // its own rows.
-#include <iostream>
-#include <memory>
 
 #include "ixocamglue/platform/xml/FileLayer.h"
-#include "ixocamglue/support/Texts.h"
-#include "ixocut/CommandLine.h"
+#include "ixocut/Command.h"
 #include "ixocut/help/Help.h"
 
 namespace ixocut {
@@ -19,23 +16,18 @@ void AddHelpCommands(TCommand program) {
       });
   completion.Text("SHELL", *shell, Tr("bash or zsh"), "TEXT").Required().OneOf({"bash", "zsh"});
   completion.Help({.Notes = Tr("The packages install both. For this terminal alone: source <(ixocut completion bash)"),
-                   .ExitCodes = {},
                    .Examples = {"ixocut completion bash", "ixocut completion zsh --lang en"}});
 
   const auto folder = std::make_shared<std::string>();
   const TCommand manual =
       program.Add("manual", Tr("Write the manual pages of this program into a folder"), [folder, program] {
-        for (const TManPage& page : ManPages(program, "ixocut " IXO_VERSION)) {
-          const std::string file = std::filesystem::path(*folder) / page.File;
-          if (const TReplaced written = ReplaceFile(file, page.Text, ""); !written.Done)
-            throw EProblem(pbUnusable, written.Problem);
-        }
+        for (const TManPage& page : ManPages(program, "ixocut " IXO_VERSION))
+          ReplaceOrThrow(std::filesystem::path(*folder) / page.File, page.Text);
         return kExitSuccess;
       });
   manual.Text("DIR", *folder, Tr("The folder, which is there"), "").Required();
   manual.Help({.Notes = Tr("One page for the program and one for each command, in the language of --lang. The "
                            "packages install them:\nman ixocut, man ixocut-gas. Files of these names are replaced."),
-               .ExitCodes = {},
                .Examples = {"ixocut manual . --lang en"}});
 }
 

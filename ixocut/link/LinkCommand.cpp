@@ -1,15 +1,8 @@
 // `ixocut link doctor`: what is wrong with the link to a device.
 #include <cstdlib>
-#include <iostream>
-#include <memory>
-#include <optional>
-
-#include <nlohmann/json.hpp>
 
 #include "controller/links/LinkDoctor.h"
-#include "ixocamglue/support/Problem.h"
-#include "ixocamglue/support/Texts.h"
-#include "ixocut/Document.h"
+#include "ixocut/Command.h"
 #include "ixocut/link/LinkOptions.h"
 
 namespace ixocut {
@@ -29,7 +22,7 @@ struct TMarkText {
 };
 constexpr TMarkText kMarks[] = {{"ok", TrMark("ok    ")}, {"note", TrMark("note  ")}, {"fault", TrMark("FAULT ")}};
 
-int Run(const TDoctorCommand& command, std::ostream& out) {
+int RunDoctor(const TDoctorCommand& command, std::ostream& out) {
   TDoctorOptions options;
   options.Link = ParseLink(command.Link);
   options.Unit = static_cast<std::uint8_t>(command.Unit);
@@ -83,14 +76,13 @@ int Run(const TDoctorCommand& command, std::ostream& out) {
 
 void AddLinkCommand(TCommand program) {
   const TCommand link = program.AddGroup("link", Tr("Look after the link to a device"));
-  const auto options = std::make_shared<TDoctorCommand>();
-  const TCommand doctor = link.Add("doctor", Tr("Find out what is wrong with a Modbus link, and what to try next"),
-                                   [options] { return Run(*options, std::cout); });
-  AddLinkOptions(doctor, options->Link);
-  doctor.Number("--unit", options->Unit, 1, 255, "", Tr("The device's unit address")).ShowDefault();
-  doctor.Number("--addr", options->Addr, 0, 0xFFFE, "",
+  auto [doctor, options] = AddOwn<TDoctorCommand>(
+      link, "doctor", Tr("Find out what is wrong with a Modbus link, and what to try next"), RunDoctor);
+  AddLinkOptions(doctor, options.Link);
+  doctor.Number("--unit", options.Unit, 1, 255, "", Tr("The device's unit address")).ShowDefault();
+  doctor.Number("--addr", options.Addr, 0, 0xFFFE, "",
                 Tr("A holding register that it has; two are read from here (the link's probe register, or 0)"));
-  AddJsonOption(doctor, options->Json);
+  AddJsonOption(doctor, options.Json);
   const THelp help{.Notes = Tr("It only reads."),
                    .ExitCodes = Tr("0 nothing is wrong, 1 stopped, 2 wrong command line, 3 a fault was found"),
                    .Examples = {"ixocut link doctor --tcp 192.168.0.10",

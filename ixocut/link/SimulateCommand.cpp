@@ -1,18 +1,10 @@
 // `ixocut simulate`: simulated Modbus devices on a real TCP port or serial device, to try a master against.
 #include <algorithm>
 #include <filesystem>
-#include <iostream>
-#include <memory>
-#include <optional>
-
-#include <nlohmann/json.hpp>
 
 #include "controller/StateFolder.h"
 #include "ixocamglue/platform/xml/MachineConfig.h"
-#include "ixocamglue/support/Format.h"
-#include "ixocamglue/support/Problem.h"
-#include "ixocamglue/support/Texts.h"
-#include "ixocut/Document.h"
+#include "ixocut/Command.h"
 #include "ixocut/link/LinkOptions.h"
 #include "machines/simulated/ModbusPlant.h"
 #include "machines/simulated/PlcServer.h"
@@ -143,7 +135,6 @@ void AddSimulateCommand(TCommand program) {
       std::make_shared<TSimulateCommand>(), RunPlc);
   plc.Help(
       {.Notes = Tr(kMisbehaviour),
-       .ExitCodes = {},
        .Examples = {"ixocut simulate plc --tcp 1502 --misbehave late", "ixocut link doctor --tcp 127.0.0.1:1502"}});
   const auto options = std::make_shared<TSimulateCommand>();
   TCommand machine =
@@ -159,11 +150,8 @@ void AddSimulateCommand(TCommand program) {
            std::string(Tr("Its addresses stand in docs/drivers.md. What happens in it is written as it happens, with "
                           "the milliseconds of\nthe system's monotonic clock.\n\n")) +
            Tr(kMisbehaviour),
-       .ExitCodes = {},
        .Examples = {"ixocut simulate machine --tcp 1502", "ixocut serve --machine share/machines/modbus.xml"}});
-  simulate.Help({.Notes = {},
-                 .ExitCodes = {},
-                 .Examples = {"ixocut simulate plc --tcp 1502", "ixocut simulate machine --tcp 1502",
+  simulate.Help({.Examples = {"ixocut simulate plc --tcp 1502", "ixocut simulate machine --tcp 1502",
                               "ixocut modbus read --tcp 127.0.0.1:1502 --addr 0 --count 4"}});
 }
 

@@ -1,30 +1,18 @@
 #include "ixocut/machine/MachineCommand.h"
 
 #include <algorithm>
-#include <iostream>
-#include <memory>
-
-#include <nlohmann/json.hpp>
 
 #include "controller/Controller.h"
 #include "controller/links/LinkDesk.h"
 #include "ixocamglue/platform/services/Clock.h"
-#include "ixocamglue/support/Format.h"
-#include "ixocamglue/support/Texts.h"
-#include "ixocut/ControllerSettings.h"
-#include "ixocut/Document.h"
+#include "ixocut/Command.h"
 #include "ixocut/Table.h"
 
 namespace ixocut {
-using namespace ixocontroller;
 namespace {
 
 constexpr std::uint64_t kFirstValueMs = 3000;  // so long each port may take for its first value
 constexpr std::uint32_t kLookMs = 50;
-
-struct TCheckOptions : TControllerSettings {
-  bool Json = false;
-};
 
 bool AllReadable(const std::vector<TMachinePort>& ports) {
   return std::ranges::all_of(ports, [](const TMachinePort& port) { return port.Facts.Readable; });
@@ -42,7 +30,7 @@ std::vector<std::string> PortRow(const TMachinePort& port) {
 }
 
 // Connects and looks; the state thread does not run, and nothing is commanded.
-int RunCheck(const TCheckOptions& options, std::ostream& out) {
+int RunCheck(const TControllerSettings& options, std::ostream& out) {
   TControllerOptions controllerOptions = options.Options();
   controllerOptions.Realtime = true;
   TController controller(std::move(controllerOptions));
@@ -56,7 +44,6 @@ int RunCheck(const TCheckOptions& options, std::ostream& out) {
   if (silent > 0)
     problem =
         TProblem{.What = Format(Tr("%zu of %zu ports cannot be read"), static_cast<std::size_t>(silent), ports.size()),
-                 .Where = {},
                  .Why = Tr("their devices do not answer, or their values are too old"),
                  .Remedy = Tr("look at power, cable and address of each")};
   if (options.Json) {
@@ -75,11 +62,10 @@ int RunCheck(const TCheckOptions& options, std::ostream& out) {
 }  // namespace
 
 void AddMachineCheckCommand(TCommand machine) {
-  const auto options = std::make_shared<TCheckOptions>();
-  const TCommand command = machine.Add("check", Tr("Connect to the machine and list every port; nothing moves"),
-                                       [options] { return RunCheck(*options, std::cout); });
-  AddJsonOption(command, options->Json);
-  AddMachineSettings(command, *options);
+  auto [command, options] = AddOwn<TControllerSettings>(
+      machine, "check", Tr("Connect to the machine and list every port; nothing moves"), RunCheck);
+  AddJsonOption(command, options.Json);
+  AddMachineSettings(command, options);
   command.Help({.Notes = Tr("It is refused while a controller has the machine file."),
                 .ExitCodes = Tr("0 every port can be read, 1 another controller has the machine, 2 wrong command "
                                 "line, 3 a port or the machine cannot be used"),
@@ -89,9 +75,7 @@ void AddMachineCheckCommand(TCommand machine) {
 void AddMachineCommand(TCommand program) {
   const TCommand machine =
       program.AddGroup("machine", Tr("Commission a machine: look at its ports, try them, arm and home it"));
-  machine.Help({.Notes = {},
-                .ExitCodes = {},
-                .Examples = {"ixocut machine check", "ixocut machine try x y", "ixocut machine try output:5"}});
+  machine.Help({.Examples = {"ixocut machine check", "ixocut machine try x y", "ixocut machine try output:5"}});
   AddMachineCheckCommand(machine);
   AddMachineTryCommand(machine);
   AddMachineOrderCommands(machine);

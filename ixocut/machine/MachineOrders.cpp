@@ -1,12 +1,8 @@
 // `ixocut machine arm` and `ixocut machine home`: what only a person orders a machine's drivers to do.
 #include <algorithm>
-#include <iostream>
-#include <memory>
 
 #include "ixocamglue/platform/xml/MachineConfig.h"
-#include "ixocamglue/support/Format.h"
-#include "ixocamglue/support/Texts.h"
-#include "ixocut/ControllerSettings.h"
+#include "ixocut/Command.h"
 #include "ixocut/Machines.h"
 #include "ixocut/machine/MachineCommand.h"
 
@@ -40,10 +36,10 @@ int RunOrder(const TControllerSettings& settings, TOrder order, std::ostream& ou
 
 void AddMachineOrderCommands(TCommand machine) {
   const auto add = [&](const char* name, const char* about, const char* notes, TOrder order, const char* example) {
-    const auto settings = std::make_shared<TControllerSettings>();
-    const TCommand command =
-        machine.Add(name, about, [settings, order] { return RunOrder(*settings, order, std::cout); });
-    AddControllerSettings(command, *settings);
+    auto [command, settings] = AddOwn<TControllerSettings>(
+        machine, name, about,
+        [order](const TControllerSettings& own, std::ostream& out) { return RunOrder(own, order, out); });
+    AddControllerSettings(command, settings);
     command.Help({.Notes = notes,
                   .ExitCodes = Tr("0 success, 1 refused, 2 wrong command line, 3 a file cannot be used"),
                   .Examples = {example}});

@@ -1,13 +1,8 @@
 #include "ixocut/monitor/MonitorCommands.h"
 
-#include <iostream>
 #include <iterator>
-#include <memory>
-#include <vector>
 
-#include "ixocamglue/support/Problem.h"
-#include "ixocut/CommandLine.h"
-#include "ixocut/Document.h"
+#include "ixocut/Command.h"
 #include "ixocut/OperatorTexts.h"
 
 namespace ixocut {
@@ -56,8 +51,7 @@ void AddMonitorCommand(TCommand program) {
 
   const TCommand plot =
       AddMonitor(monitor, options, "plot", Tr("Draw the signals over time (needs gnuplot)"),
-                 {.Notes = {},
-                  .ExitCodes = Tr("0 success, 2 wrong command line, 3 a file cannot be used or gnuplot is missing"),
+                 {.ExitCodes = Tr("0 success, 2 wrong command line, 3 a file cannot be used or gnuplot is missing"),
                   .Examples = {"ixocut monitor plot square.csv --out square.svg --lang en"}},
                  [](const TMonitorOptions& o, TConsole& console) { return PlotMonitorFile(o.File, o.Out, console); });
   AddFile(plot, options->File, "FILE");
@@ -81,7 +75,7 @@ void AddMonitorCommand(TCommand program) {
 
   const TCommand convert = AddMonitor(
       monitor, options, "convert", Tr("Write one row per sample time, for tools that open plain tables"),
-      {.Notes = {}, .ExitCodes = {}, .Examples = {"ixocut monitor convert square.csv --to columns --out table.csv"}},
+      {.Examples = {"ixocut monitor convert square.csv --to columns --out table.csv"}},
       [](const TMonitorOptions& o, TConsole& console) { return ConvertMonitorFile(o.File, o.Out, console); });
   AddFile(convert, options->File, "FILE");
   convert.Text("--to", options->To, Tr("The form to write: columns"), "FORM").OneOf({"columns"}).Required();
@@ -90,13 +84,12 @@ void AddMonitorCommand(TCommand program) {
   const TCommand recover = AddMonitor(
       monitor, options, "recover",
       Tr("Copy a monitor file, or the .part of a killed recording, without a last line that was cut off"),
-      {.Notes = {}, .ExitCodes = {}, .Examples = {"ixocut monitor recover run.csv.part --out run.csv"}},
+      {.Examples = {"ixocut monitor recover run.csv.part --out run.csv"}},
       [](const TMonitorOptions& o, TConsole& console) { return RecoverMonitorFile(o.File, o.Out, console); });
   AddFile(recover, options->File, "FILE");
   AddOut(recover, options->Out, Tr("The file to write"));
 
-  monitor.Help(
-      {.Notes = {}, .ExitCodes = {}, .Examples = {"ixocut monitor show square.csv", "ixocut monitor COMMAND --help"}});
+  monitor.Help({.Examples = {"ixocut monitor show square.csv", "ixocut monitor COMMAND --help"}});
 }
 
 }  // namespace ixocut

@@ -1,36 +1,15 @@
 #include <algorithm>
-#include <map>
-#include <optional>
-
-#include <nlohmann/json.hpp>
 
 #include "controller/recordings/RecordingFacts.h"
 #include "ixocamglue/monitor/Umonitorsink.h"
-#include "ixocamglue/support/Format.h"
-#include "ixocamglue/support/Problem.h"
-#include "ixocamglue/support/Texts.h"
-#include "ixocut/CommandLine.h"
+#include "ixocut/Command.h"
 #include "ixocut/Table.h"
 #include "ixocut/monitor/MonitorCommands.h"
 
 namespace ixocut {
-using namespace ixocontroller;
 namespace {
 
 constexpr std::size_t kShownNotes = 20;
-
-using TFacts = std::map<TMonitorSignalKey, TSignalFacts>;
-
-const char* KindName(TMonitorNoteKind kind) {
-  switch (kind) {
-    case mnSkippedLine: return "skippedLine";
-    case mnBadField: return "badField";
-    case mnClampedCount: return "clampedCount";
-    case mnFewerValues: return "fewerValues";
-    case mnMoreFields: return "moreFields";
-  }
-  return "";
-}
 
 const char* KindWords(TMonitorNoteKind kind) {
   switch (kind) {
@@ -63,7 +42,7 @@ void SayNotes(const TMonitorLoadReport& report, TConsole& console) {
   if (report.OpenEnd) console.Say(Tr("  the last line has no line end: it may have been cut off"));
 }
 
-void PrintText(const TMonitorLoadReport& report, const std::string& problem, bool partial, const TFacts& facts,
+void PrintText(const TMonitorLoadReport& report, const std::string& problem, bool partial, const TRecordingFacts& facts,
                TConsole& console) {
   console.Say(report.FileName);
   std::string motors;
@@ -88,61 +67,23 @@ void PrintText(const TMonitorLoadReport& report, const std::string& problem, boo
   if (!report.Clean()) SayNotes(report, console);
 }
 
-void PrintJson(const TMonitorLoadReport& report, const std::string& problem, bool partial, const TFacts& facts,
-               TConsole& console) {
-  nlohmann::ordered_json signals = nlohmann::ordered_json::array();
-  for (const auto& [key, signal] : facts)
-    signals.push_back({{"name", SignalName(key)},
-                       {"caption", SignalCaption(key, report.Motors)},
-                       {"mainType", key.MainType},
-                       {"subType", key.SubType},
-                       {"param1", key.Param1},
-                       {"param2", key.Param2},
-                       {"frames", signal.Frames},
-                       {"samples", signal.Samples},
-                       {"fromMs", signal.FirstMs},
-                       {"toMs", signal.LastMs},
-                       {"min", signal.Min},
-                       {"max", signal.Max}});
-  nlohmann::ordered_json notes = nlohmann::ordered_json::array();
-  for (const TMonitorNote& note : report.Notes)
-    notes.push_back({{"kind", KindName(note.Kind)}, {"line", note.Line}, {"field", note.Field}, {"text", note.Text}});
-  const nlohmann::ordered_json result{{"file", report.FileName},
-                                      {"version", report.Version},
-                                      {"motors", report.Motors},
-                                      {"bytes", report.Bytes},
-                                      {"lines", report.Lines},
-                                      {"frames", report.Frames},
-                                      {"signals", std::move(signals)},
-                                      {"skippedLines", report.SkippedLines},
-                                      {"badFields", report.BadFields},
-                                      {"clampedCounts", report.ClampedCounts},
-                                      {"fewerValues", report.FewerValues},
-                                      {"moreFields", report.MoreFields},
-                                      {"cutLines", report.CutLines},
-                                      {"openEnd", report.OpenEnd},
-                                      {"partial", partial},
-                                      {"notes", std::move(notes)}};
-  std::optional<TProblem> what;
-  if (!problem.empty()) what = {.What = problem, .Where = report.FileName};
-  if (!what && partial)
-    what = {.What = Tr("the file is not whole: its recording did not end"), .Where = report.FileName};
-  console.Print("monitor show", result, what);
-}
-
 }  // namespace
 
 int ShowMonitorFile(const std::string& file, TConsole& console) {
   TMonitorReader reader;
   reader.Open(file).OrThrow(pbUnusable);
-  TFacts facts;
+  TRecordingFacts facts;
   if (reader.Is1P2()) facts = SignalFacts(reader);
   std::string problem;
   if (const TResult<void> readable = CheckReadable(reader); !readable)
     problem = TProblem{.What = readable.Problem().What, .Why = readable.Problem().Why}.Text();
   const bool partial = reader.Report().OpenEnd || file.ends_with(kPartialEnding);
   PrintText(reader.Report(), problem, partial, facts, console);
-  PrintJson(reader.Report(), problem, partial, facts, console);
+  std::optional<TProblem> what;
+  if (!problem.empty()) what = {.What = problem, .Where = reader.Report().FileName};
+  if (!what && partial)
+    what = {.What = Tr("the file is not whole: its recording did not end"), .Where = reader.Report().FileName};
+  console.Print("monitor show", FactsJson(reader.Report(), facts, partial), what);
   if (!problem.empty()) return kExitUnusable;
   return partial ? kExitOtherwise : kExitSuccess;
 }

@@ -2,22 +2,16 @@
 #include <filesystem>
 #include <iterator>
 
-#include <nlohmann/json.hpp>
-
 #include "controller/recordings/RecordingCopies.h"
 #include "controller/recordings/RecordingFacts.h"
 #include "ixocamglue/monitor/Umonitorsink.h"
-#include "ixocamglue/support/Format.h"
-#include "ixocamglue/support/Problem.h"
-#include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
-#include "ixocut/CommandLine.h"
+#include "ixocut/Command.h"
 #include "ixocut/OutputFile.h"
 #include "ixocut/Table.h"
 #include "ixocut/monitor/MonitorCommands.h"
 
 namespace ixocut {
-using namespace ixocontroller;
 namespace {
 
 constexpr const char* kAlignedBy[] = {"", TrMark("0 ms is the first beam of each run"),
@@ -52,49 +46,28 @@ int DiffMonitorFiles(const std::string& a, const std::string& b, const std::stri
   TRecording right = LoadRecording(b, TDetail::Whole);
   const auto asked = static_cast<TAlignment>(std::ranges::find(kAlignments, align) - std::begin(kAlignments));
   const auto used = static_cast<std::size_t>(Align(left, right, asked));
-  bool differ = false;
-  std::uint64_t compared = 0;
-  auto signals = nlohmann::ordered_json::array();
+  const TRecordingDifference difference = Compare(left, right);
   TRows rows{{Tr("signal"), Tr("compared"), Tr("largest"), Tr("at ms"), "A", "B", Tr("caption")}};
-  const auto onlyIn = [&](const char* side, const char* text, const TMonitorSignalKey& key, const TSeries& series) {
-    rows.push_back({SignalName(key), "0", "", "", "", "", Format(text, series.Ms.size())});
-    signals.push_back({{"name", SignalName(key)}, {"onlyIn", side}, {"samples", series.Ms.size()}});
-    differ = true;
-  };
-  for (const auto& [key, series] : left.Series) {
-    const auto other = right.Series.find(key);
-    if (other == right.Series.end()) {
-      onlyIn("A", Tr("only in A (%zu samples)"), key, series);
+  for (const auto& [key, onlyIn, d, countA, countB] : difference.Signals) {
+    if (*onlyIn) {
+      const char* const text = *onlyIn == 'A' ? Tr("only in A (%zu samples)") : Tr("only in B (%zu samples)");
+      rows.push_back({SignalName(key), "0", "", "", "", "", Format(text, countA + countB)});
       continue;
     }
-    const TSeriesDifference d = Compare(series, other->second);
-    compared += d.Samples;
-    const std::size_t countA = series.Ms.size(), countB = other->second.Ms.size();
     rows.push_back({SignalName(key), std::to_string(d.Samples), Format("%.8g", d.Largest), std::to_string(d.AtMs),
                     Format("%.8g", d.A), Format("%.8g", d.B),
                     SignalCaption(key, left.Report.Motors) +
                         (countA == countB ? "" : Format(Tr("; %zu samples in A, %zu in B"), countA, countB))});
-    signals.push_back({{"name", SignalName(key)},
-                       {"compared", d.Samples},
-                       {"largest", d.Largest},
-                       {"atMs", d.AtMs},
-                       {"a", d.A},
-                       {"b", d.B},
-                       {"samplesA", countA},
-                       {"samplesB", countB}});
-    differ = differ || d.Largest > 0.0 || countA != countB || (d.Samples == 0 && countA > 0);
   }
-  for (const auto& [key, series] : right.Series)
-    if (!left.Series.contains(key)) onlyIn("B", Tr("only in B (%zu samples)"), key, series);
   std::optional<TProblem> problem;
-  if (compared == 0)
+  if (difference.Compared == 0)
     problem = {.What = Tr("nothing was compared: the runs have no signal with samples at the same time")};
-  else if (differ)
+  else if (difference.Differ)
     problem = {.What = Tr("the runs differ")};
   console.Say(Tr(kAlignedBy[used]));
   console.SayTable(rows);
   console.Say(problem ? problem->What : Tr("no difference"));
-  console.Print("monitor diff", {{"alignedBy", kAlignments[used]}, {"signals", std::move(signals)}}, problem);
+  console.Print("monitor diff", {{"alignedBy", kAlignments[used]}, {"signals", SignalsJson(difference)}}, problem);
   return problem ? kExitOtherwise : kExitSuccess;
 }
 

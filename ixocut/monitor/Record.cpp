@@ -1,17 +1,11 @@
 // `ixocut record`: runs a procedure on the simulated machine, in virtual time, and records it into a monitor file.
-#include <iostream>
-#include <memory>
-#include <unistd.h>
-
-#include <nlohmann/json.hpp>
 
 #include "controller/HostTexts.h"
 #include "controller/procedures/RunReport.h"
 #include "controller/recordings/LiveRecording.h"
 #include "ixocamglue/platform/xml/FileLayer.h"
-#include "ixocamglue/support/Format.h"
-#include "ixocut/CommandLine.h"
-#include "ixocut/Document.h"
+#include "ixocamglue/support/ProblemAt.h"
+#include "ixocut/Command.h"
 #include "ixocut/OperatorTexts.h"
 #include "ixocut/client/Attach.h"
 #include "ixocut/client/ConsoleRun.h"
@@ -29,46 +23,6 @@ struct TRecordOptions : TControllerSettings {
   std::vector<std::string> Params;
   std::string Signals;  // empty: all
   std::string Out;
-  bool Json = false;
-};
-
-std::vector<TMonitorSignalKey> AskedSignals(const std::string& list) {
-  TResult<std::vector<TMonitorSignalKey>> signals = ParseSignals(list);
-  if (signals) return *std::move(signals);
-  TProblem problem = signals.Problem();
-  problem.Where = "--signals";
-  throw EProblem(pbRequest, std::move(problem));
-}
-
-// A recording of the controller that runs, gone with this object.
-class TWireRecording {
- public:
-  TWireRecording(TWireClient& client, const std::string& signals)
-      : FClient(client), FName(Format("record-%d", static_cast<int>(::getpid()))) {
-    nlohmann::ordered_json body{{"name", FName}};
-    if (!signals.empty()) body["signals"] = nlohmann::ordered_json::array({signals});
-    (void)FClient.Post("/api/v1/recordings", body);
-  }
-  ~TWireRecording() {
-    try {
-      (void)FClient.AskAny("DELETE", Path() + "/running");
-      (void)FClient.AskAny("DELETE", Path());
-    } catch (const EProblem&) {  // the controller has gone
-    }
-  }
-  TWireRecording(const TWireRecording&) = delete;
-  TWireRecording& operator=(const TWireRecording&) = delete;
-
-  [[nodiscard]] std::uint64_t Stop() {
-    return FClient.Ask("DELETE", Path() + "/running").Body.at("samples").get<std::uint64_t>();
-  }
-  [[nodiscard]] std::string File() { return FClient.Ask("GET", Path() + "/file").Text; }
-
- private:
-  [[nodiscard]] std::string Path() const { return "/api/v1/recordings/" + FName; }
-
-  TWireClient& FClient;
-  const std::string FName;
 };
 
 // On the controller that runs: it records, and its file is fetched.
@@ -77,10 +31,9 @@ int RecordThere(const TRecordOptions& options, const TProcedure& row, TWireClien
   TConsole console(out, options.Json, false);
   TWireRecording recording(client, options.Signals);
   const TWireRun run =
-      RunOnConsole(client, {.Body = WireBody(row.Name, ReadParams(row, options.Params), {})}, console, {});
+      RunOnConsole(client, {.Body = ProcedureBody(row.Name, ReadParams(row, options.Params))}, console, {});
   const std::uint64_t samples = recording.Stop();
-  if (const TReplaced written = ReplaceFile(options.Out, recording.File(), ""); !written.Done)
-    throw EProblem(pbUnusable, written.Problem);
+  ReplaceOrThrow(options.Out, recording.File());
   console.Say("");
   console.Say(ClosingLine(run.Report));
   console.Say(options.Out);
@@ -102,9 +55,9 @@ int RunRecord(TRecordOptions options, std::ostream& out) {
   const TProcedure& row = *AskProcedure(options.Procedure).OrThrow(pbRequest);
   if (options.Out.empty()) throw EProblem(pbRequest, Tr("--out is missing: the file to write"));
   CheckMonitorTarget(options.Out);
-  const TAttachment attachment(options);
+  const TAttached attachment(options);
   if (TWireClient* const client = attachment.Client()) return RecordThere(options, row, *client, out);
-  const auto signals = AskedSignals(options.Signals);
+  const auto signals = OrThrowAt(ParseSignals(options.Signals), pbRequest, "--signals");
   const TParamTexts texts = ReadParams(row, options.Params);
   const TMotionCall call = CallOf(row, texts, options.Limits().Bounds, true);
 
@@ -143,15 +96,14 @@ int RunRecord(TRecordOptions options, std::ostream& out) {
 }  // namespace
 
 void AddRecordCommand(TCommand program) {
-  const auto options = std::make_shared<TRecordOptions>();
-  const TCommand record = program.Add("record", Tr("Record a procedure on the simulated machine"),
-                                      [options] { return RunRecord(*options, std::cout); });
-  record.Text("--procedure", options->Procedure, Format(Tr("The procedure: %s"), ProcedureNames().c_str()), "NAME");
-  record.Text("--signals", options->Signals, Tr("What to record, separated by commas (default: everything)"), "LIST");
-  record.Text("--out", options->Out, Tr("The monitor file to write; a recording that is there is replaced"), "FILE");
-  AddJsonOption(record, options->Json);
-  AddControllerSettings(record, *options);
-  AddAttachOptions(record, options->Attach, true);
+  auto [record, options] =
+      AddOwn<TRecordOptions>(program, "record", Tr("Record a procedure on the simulated machine"), RunRecord);
+  record.Text("--procedure", options.Procedure, Format(Tr("The procedure: %s"), ProcedureNames().c_str()), "NAME");
+  record.Text("--signals", options.Signals, Tr("What to record, separated by commas (default: everything)"), "LIST");
+  record.Text("--out", options.Out, Tr("The monitor file to write; a recording that is there is replaced"), "FILE");
+  AddJsonOption(record, options.Json);
+  AddControllerSettings(record, options);
+  AddAttachOptions(record, options.Attach, true);
   std::string notes = Tr("Signals (with .1 to .4 behind the name one axis: X, Y, Z, Focus):\n");
   for (const TMonitorSignal& signal : MonitorSignals())
     notes += Format("  %-16s %s%s%s\n", signal.Name, signal.PerAxis ? Tr("per axis") : Tr("one"),
@@ -168,7 +120,7 @@ void AddRecordCommand(TCommand program) {
                             "ixocut record --procedure safe-move --x 300 --y 200 --out move.csv",
                             "ixocut record --procedure gas-purge --signals gas-pressure,state --out gas.csv",
                             "ixocut monitor plot square.csv --out square.svg"}});
-  record.TakeExtras(options->Params);
+  record.TakeExtras(options.Params);
 }
 
 }  // namespace ixocut

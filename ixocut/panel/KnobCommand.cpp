@@ -1,33 +1,19 @@
 // ixocut knob show, knob state, knob speed.
 #include <cmath>
-#include <iostream>
-#include <memory>
-#include <optional>
-#include <ostream>
-#include <string>
-
-#include <nlohmann/json.hpp>
 
 #include "controller/client/ClientLease.h"
 #include "controller/panel/PanelHost.h"
 #include "controller/procedures/Timeline.h"
 #include "ixocamglue/panel/Uknob.h"
 #include "ixocamglue/support/Faults.h"
-#include "ixocamglue/support/Format.h"
-#include "ixocamglue/support/Problem.h"
-#include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
-#include "ixocut/CommandLine.h"
-#include "ixocut/ControllerSettings.h"
-#include "ixocut/Document.h"
+#include "ixocut/Command.h"
 #include "ixocut/client/Attach.h"
 
 namespace ixocut {
-using namespace ixocontroller;
 namespace {
 
 struct TKnobOptions : TControllerSettings {
-  bool Json = false;
   std::string Level;
   std::string XY, Z;
 };
@@ -89,7 +75,7 @@ int RunKnob(const std::string& command, TKnobOptions options, TKnobDo what, std:
   const std::optional<double> z = SpeedOf("--z", options.Z);
   if (what == TKnobDo::Speed && !xy && !z) throw EProblem(pbRequest, Tr("--xy or --z is needed"));
 
-  const TAttachment attachment(options);
+  const TAttached attachment(options);
   if (TWireClient* const client = attachment.Client()) {
     Print(command, options.Json, TurnThere(*client, what, level, xy, z), out);
     return kExitSuccess;
@@ -114,16 +100,16 @@ void AddKnobCommand(TCommand program) {
              {},
              {"ixocut knob show", "ixocut knob state high", "ixocut knob speed normal --xy 120 --z 40"}});
   const auto add = [&](const std::string& name, const char* about, TKnobDo what, std::vector<const char*> examples) {
-    const auto options = std::make_shared<TKnobOptions>();
-    options->Saves = what != TKnobDo::Show;
-    const TCommand command =
-        knob.Add(name, about, [options, name, what] { return RunKnob("knob " + name, *options, what, std::cout); });
-    if (what != TKnobDo::Show) command.Text("LEVEL", options->Level, Tr("low, normal or high"), "").Required();
+    auto [command, options] = AddOwn<TKnobOptions>(
+        knob, name, about,
+        [name, what](TKnobOptions& own, std::ostream& out) { return RunKnob("knob " + name, own, what, out); });
+    options.Saves = what != TKnobDo::Show;
+    if (what != TKnobDo::Show) command.Text("LEVEL", options.Level, Tr("low, normal or high"), "").Required();
     if (what == TKnobDo::Speed) {
-      command.Text("--xy", options->XY, Tr("Speed of X and Y"), "MM_S");
-      command.Text("--z", options->Z, Tr("Speed of Z"), "MM_S");
+      command.Text("--xy", options.XY, Tr("Speed of X and Y"), "MM_S");
+      command.Text("--z", options.Z, Tr("Speed of Z"), "MM_S");
     }
-    AddClientOptions(command, *options, options->Json, true);
+    AddClientOptions(command, options, true);
     command.Help({{}, {}, std::move(examples)});
   };
   add("show", Tr("Print the speeds"), TKnobDo::Show, {"ixocut knob show", "ixocut knob show --json"});

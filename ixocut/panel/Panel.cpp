@@ -1,45 +1,25 @@
 // ixocut panel, panel press, panel why, panel forms.
-#include <chrono>
-#include <iostream>
-#include <memory>
-#include <optional>
-#include <ostream>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include <nlohmann/json.hpp>
 
 #include "controller/SignalStop.h"
 #include "controller/alarms/RunAlarms.h"
-#include "controller/client/ClientLease.h"
-#include "controller/client/WireKeys.h"
+#include "controller/client/StatusLines.h"
 #include "controller/client/WireSeat.h"
 #include "controller/panel/PanelNames.h"
 #include "controller/panel/PanelScript.h"
 #include "controller/panel/PanelWhy.h"
 #include "controller/procedures/Timeline.h"
-#include "controller/service/HeldKeys.h"
 #include "ixocamglue/panel/Kbpforms.h"
-#include "ixocamglue/support/Format.h"
-#include "ixocamglue/support/Problem.h"
-#include "ixocamglue/support/Texts.h"
-#include "ixocut/CommandLine.h"
+#include "ixocut/Command.h"
 #include "ixocut/Console.h"
-#include "ixocut/ControllerSettings.h"
-#include "ixocut/Document.h"
 #include "ixocut/OperatorTexts.h"
 #include "ixocut/client/Attach.h"
-#include "ixocut/client/StatusView.h"
 #include "ixocut/panel/PanelPicture.h"
 #include "ixocut/panel/PanelTerminal.h"
 
 namespace ixocut {
-using namespace ixocontroller;
 namespace {
 
 struct TPanelOptions : TControllerSettings {
-  bool Json = false;
   std::string Script;
   std::string Form;
   std::string Key;  // press, why
@@ -56,8 +36,6 @@ struct TPanelOptions : TControllerSettings {
 
 constexpr std::uint64_t kLongestPressMs = 60'000;
 constexpr std::uint64_t kAfterPressMs = 500;  // what the press has set going is seen
-constexpr auto kBeatLookEvery = std::chrono::milliseconds(10);
-constexpr auto kLeaseBeatEvery = std::chrono::seconds(1);
 
 void PowerUp(TController& session) {
   session.RunPass();
@@ -85,7 +63,7 @@ int Play(const TPanelOptions& options, const char* command, const nlohmann::orde
     if (!options.Form.empty()) host.Forms().Show(options.Form);
     if (!options.Key.empty()) {
       const TKeyCode key = *ParseKey(options.Key);
-      problem = ProblemOf(key, Why(host, key, TPanelPicture(host)));
+      problem = ProblemOf(JsonOf(key, Why(host, key, TPanelPicture(host))));
     }
     TScriptTeller teller;
     if (!options.Json)
@@ -115,7 +93,7 @@ int RunPanel(TPanelOptions options, std::ostream& out) {
   if (options.Json) throw EProblem(pbRequest, Tr("--json needs --script FILE"));
   CheckTerminal();
   const TSignalStop signals;
-  const TAttachment attachment(options);
+  const TAttached attachment(options);
   if (TWireClient* const client = attachment.Client()) {
     const TOperatorTexts texts("panel", options.Language);
     TWireSeat seat(*client, options.Form);
@@ -135,59 +113,35 @@ int RunPanel(TPanelOptions options, std::ostream& out) {
 
 // --- panel press ---
 
-// On the controller that runs, held as long as the option says.
+// On the controller that runs.
 int PressThere(const TPanelOptions& options, TKeyCode key, TWireClient& client, std::ostream& out) {
   const TSignalStop signals;
-  const bool leased = THeldKeys::NeedsLease(key);
-  std::optional<TClientLease> lease;
-  if (leased) lease.emplace(client, true);
-  TWireKeys keys(client);
-  std::optional<TWireForm> form;
-  if (leased || !options.Form.empty()) form.emplace(client, keys.Panel(), options.Form);
-  using TSteady = std::chrono::steady_clock;
-  const auto start = TSteady::now();
-  const nlohmann::ordered_json answer = keys.Press(key, static_cast<std::int32_t>(options.Param));
-  const auto heldMs = [&] {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(TSteady::now() - start).count();
-  };
-  std::optional<TProblem> problem;
-  for (auto beatAt = start; keys.Held() && heldMs() < static_cast<std::int64_t>(options.Ms) && !TSignalStop::Asked();) {
-    std::this_thread::sleep_for(kBeatLookEvery);
-    try {
-      keys.Beat();
-      if (!lease || TSteady::now() < beatAt + kLeaseBeatEvery) continue;
-      beatAt = TSteady::now();
-      if (!lease->Beat()) problem = TProblem{.What = Tr("somebody else has taken over control")};
-    } catch (const EProblem& e) {
-      if (e.Blame == pbUnusable) throw;
-      if (leased) problem = e.Problem;  // a stop key has had its effect
-    }
-  }
-  const auto held = heldMs();
-  keys.Release();
+  const THeldPress press =
+      HoldKey(client, key, static_cast<std::int32_t>(options.Param), options.Form, options.Ms, &TSignalStop::Asked);
+  const nlohmann::ordered_json& answer = press.Answer;
   if (options.Json) {
     PrintDocument(out, "panel press",
                   {{"key", answer.at("key")},
                    {"sent", answer.at("sent")},
                    {"conclusion", answer.at("conclusion")},
-                   {"heldMs", held},
+                   {"heldMs", press.HeldMs},
                    {"status", client.Get("/api/v1/status")}},
-                  problem);
+                  press.Problem);
   } else {
     const TOperatorTexts texts("panel press", options.Language);
     out << Format(Tr("%s: %s; held for %lld ms"), answer.at("key").get<std::string>().c_str(),
-                  answer.at("conclusion").get<std::string>().c_str(), static_cast<long long>(held))
+                  answer.at("conclusion").get<std::string>().c_str(), static_cast<long long>(press.HeldMs))
         << '\n'
         << StatusLine(client.Get("/api/v1/status")) << '\n';
-    if (problem) out << problem->Text() << '\n';
+    if (press.Problem) out << press.Problem->Text() << '\n';
   }
-  return problem ? kExitOtherwise : kExitSuccess;
+  return press.Problem ? kExitOtherwise : kExitSuccess;
 }
 
 int RunPress(TPanelOptions options, std::ostream& out) {
   const TKeyCode key = ParseKey(options.Key).OrThrow(pbRequest);
   if (!options.Form.empty()) CheckForm(options.Form).OrThrow(pbRequest);
-  const TAttachment attachment(options);
+  const TAttached attachment(options);
   if (TWireClient* const client = attachment.Client()) return PressThere(options, key, *client, out);
   if (options.Form.empty()) options.Form = FormBehind("");
   return Play(options, "panel press", {{"key", KeyName(key)}},
@@ -205,9 +159,15 @@ const char* WhoWord(const nlohmann::ordered_json& mask) {
 }
 
 // What JsonOf has made of it, here or in the controller that runs.
-void PrintWhy(const nlohmann::ordered_json& why, std::ostream& out) {
-  const auto text = [](const nlohmann::ordered_json& json, const char* name) {
-    return json.at(name).get<std::string>();
+int TellWhy(bool json, const nlohmann::ordered_json& why, std::ostream& out) {
+  const std::optional<TProblem> problem = ProblemOf(why);
+  const int exitCode = problem ? kExitOtherwise : kExitSuccess;
+  if (json) {
+    PrintDocument(out, "panel why", why, problem);
+    return exitCode;
+  }
+  const auto text = [](const nlohmann::ordered_json& from, const char* name) {
+    return from.at(name).get<std::string>();
   };
   out << Format(Tr("%s, command %d: %s"), text(why, "key").c_str(), why.at("keyCommand").get<int>(),
                 text(why, "conclusion").c_str())
@@ -220,21 +180,7 @@ void PrintWhy(const nlohmann::ordered_json& why, std::ostream& out) {
       out << Format(Tr("; needed: %s"), change.c_str());
     out << '\n';
   }
-}
-
-// On the controller that runs, as its machine is now.
-int WhyThere(const TPanelOptions& options, TWireClient& client, std::ostream& out) {
-  const auto why = client.Get("/api/v1/panel/why?key=" + UrlPart(options.Key));
-  std::optional<TProblem> problem;
-  for (const auto& mask : why.at("masks"))
-    if (!problem && mask.at("blocks") == true)
-      problem = TProblem{
-          .What = why.at("conclusion"), .Where = why.at("key"), .Why = mask.at("because"), .Remedy = mask.at("change")};
-  if (options.Json)
-    PrintDocument(out, "panel why", why, problem);
-  else
-    PrintWhy(why, out);
-  return problem ? kExitOtherwise : kExitSuccess;
+  return exitCode;
 }
 
 int RunWhy(TPanelOptions options, std::ostream& out) {
@@ -242,10 +188,11 @@ int RunWhy(TPanelOptions options, std::ostream& out) {
   // What is only supposed is not the running machine's.
   const bool supposed = !options.Form.empty() || !options.AtState.empty() || !options.Alarms.empty() ||
                         options.Warning || !options.Script.empty();
-  std::optional<TAttachment> attachment;
+  std::optional<TAttached> attachment;
   if (!supposed) {
     attachment.emplace(options);
-    if (TWireClient* const client = attachment->Client()) return WhyThere(options, *client, out);
+    if (TWireClient* const client = attachment->Client())  // as its machine is now
+      return TellWhy(options.Json, client->Get("/api/v1/panel/why?key=" + UrlPart(options.Key)), out);
   }
   if (!options.Form.empty()) CheckForm(options.Form).OrThrow(pbRequest);
   TPanelSupposed suppose;
@@ -267,13 +214,7 @@ int RunWhy(TPanelOptions options, std::ostream& out) {
   if (options.Warning) host.SetWarning(true);
   host.Guard().Refresh();
 
-  const TKeyWhy why = Why(host, key, TPanelPicture(host, suppose));
-  const std::optional<TProblem> problem = ProblemOf(key, why);
-  if (options.Json)
-    PrintDocument(out, "panel why", JsonOf(key, why), problem);
-  else
-    PrintWhy(JsonOf(key, why), out);
-  return problem ? kExitOtherwise : kExitSuccess;
+  return TellWhy(options.Json, JsonOf(key, Why(host, key, TPanelPicture(host, suppose))), out);
 }
 
 // --- panel forms ---
@@ -304,13 +245,12 @@ int RunForms(const TPanelOptions& options, std::ostream& out) {
 }  // namespace
 
 void AddPanelCommand(TCommand program) {
-  const auto options = std::make_shared<TPanelOptions>();
-  const TCommand panel = program.Add("panel", Tr("The operator's key panel in the terminal, or from a script"),
-                                     [options] { return RunPanel(*options, std::cout); });
-  panel.Text("--script", options->Script, Tr("Run this file in virtual time instead of the terminal"), "FILE");
-  panel.Text("--form", options->Form, Tr("The form on screen at the start (terminal: Work)"), "FORM");
-  AddSeedOption(panel, options->Seed);
-  AddClientOptions(panel, *options, options->Json, true);
+  auto [panel, options] = AddOwn<TPanelOptions>(
+      program, "panel", Tr("The operator's key panel in the terminal, or from a script"), RunPanel);
+  panel.Text("--script", options.Script, Tr("Run this file in virtual time instead of the terminal"), "FILE");
+  panel.Text("--form", options.Form, Tr("The form on screen at the start (terminal: Work)"), "FORM");
+  AddSeedOption(panel, options.Seed);
+  AddClientOptions(panel, options, true);
   panel.Help({ScriptHelp() + Tr("\n"
                                 "In the terminal each key shows what to press for it. e is always the emergency "
                                 "stop, space always stop.\n"
@@ -322,15 +262,14 @@ void AddPanelCommand(TCommand program) {
               {},
               {"ixocut panel --lang en", "ixocut panel --local", "ixocut panel --script keys.txt --json"}});
 
-  const auto pressOptions = std::make_shared<TPanelOptions>();
-  const TCommand press = panel.Add("press", Tr("Press a key, hold it and release it"),
-                                   [pressOptions] { return RunPress(*pressOptions, std::cout); });
-  press.Text("KEY", pressOptions->Key, Tr("The key, with or without CK_"), "").Required();
-  press.Number("--ms", pressOptions->Ms, 1, kLongestPressMs, "ms", Tr("How long it is held, 1 to 60000")).ShowDefault();
-  press.Number("--param", pressOptions->Param, 0, 0x7FFFFFFF, "", Tr("The parameter of its command"));
-  press.Text("--form", pressOptions->Form, Tr("The form on screen meanwhile (where there is none: Work)"), "FORM");
-  AddSeedOption(press, pressOptions->Seed);
-  AddClientOptions(press, *pressOptions, pressOptions->Json, true);
+  auto [press, pressOptions] =
+      AddOwn<TPanelOptions>(panel, "press", Tr("Press a key, hold it and release it"), RunPress);
+  press.Text("KEY", pressOptions.Key, Tr("The key, with or without CK_"), "").Required();
+  press.Number("--ms", pressOptions.Ms, 1, kLongestPressMs, "ms", Tr("How long it is held, 1 to 60000")).ShowDefault();
+  press.Number("--param", pressOptions.Param, 0, 0x7FFFFFFF, "", Tr("The parameter of its command"));
+  press.Text("--form", pressOptions.Form, Tr("The form on screen meanwhile (where there is none: Work)"), "FORM");
+  AddSeedOption(press, pressOptions.Seed);
+  AddClientOptions(press, pressOptions, true);
   press.Help({Tr("On the controller that runs; it takes over control from whoever has it, except for stop, pause "
                  "and emergency stop,\nwhich need none. Without one the machine of this command is told of it, in "
                  "virtual time."),
@@ -339,18 +278,17 @@ void AddPanelCommand(TCommand program) {
               {"ixocut panel press RIGHT --ms 500", "ixocut panel press stop",
                "ixocut panel press LASER --form Work --json"}});
 
-  const auto whyOptions = std::make_shared<TPanelOptions>();
-  const TCommand why = panel.Add("why", Tr("Is a key allowed; if not, what refuses it and what would help"),
-                                 [whyOptions] { return RunWhy(*whyOptions, std::cout); });
-  why.Text("KEY", whyOptions->Key, Tr("The key, with or without CK_"), "").Required();
-  why.Text("--form", whyOptions->Form, Tr("The form on screen"), "FORM");
-  why.Text("--at", whyOptions->AtState, Tr("The machine state, by number or name"), "S");
-  why.Texts("--alarm", whyOptions->Alarms,
+  auto [why, whyOptions] =
+      AddOwn<TPanelOptions>(panel, "why", Tr("Is a key allowed; if not, what refuses it and what would help"), RunWhy);
+  why.Text("KEY", whyOptions.Key, Tr("The key, with or without CK_"), "").Required();
+  why.Text("--form", whyOptions.Form, Tr("The form on screen"), "FORM");
+  why.Text("--at", whyOptions.AtState, Tr("The machine state, by number or name"), "S");
+  why.Texts("--alarm", whyOptions.Alarms,
             Tr("An alarm that stands, 101 to 106 or an identifier (TPLaser#1); may be given several times"), "ID")
       .Several();
-  why.Flag("--warning", whyOptions->Warning, Tr("A maintenance warning is pending while the origin is required"));
-  why.Text("--script", whyOptions->Script, Tr("Run this file first"), "FILE");
-  AddClientOptions(why, *whyOptions, whyOptions->Json, true);
+  why.Flag("--warning", whyOptions.Warning, Tr("A maintenance warning is pending while the origin is required"));
+  why.Text("--script", whyOptions.Script, Tr("Run this file first"), "FILE");
+  AddClientOptions(why, whyOptions, true);
   why.Help(
       {Tr("Each mask of the panel permits the key or is against it; \"machine\" is what the cutting system makes "
           "of the command."),
@@ -358,12 +296,11 @@ void AddPanelCommand(TCommand program) {
        {"ixocut panel why LASER --form Work", "ixocut panel why START --form Work --alarm TPGas#2 --alarm 104",
         "ixocut panel why RIGHT --form DlgEdgeSeek --at jogging", "ixocut panel why GAS --script keys.txt --json"}});
 
-  const auto formOptions = std::make_shared<TPanelOptions>();
-  const TCommand forms = panel.Add("forms", Tr("The forms and the keys that are permitted while each is shown"),
-                                   [formOptions] { return RunForms(*formOptions, std::cout); });
-  forms.Text("NAME", formOptions->Name, Tr("Only this form"), "");
-  AddJsonOption(forms, formOptions->Json);
-  AddMachineSettings(forms, *formOptions);
+  auto [forms, formOptions] = AddOwn<TPanelOptions>(
+      panel, "forms", Tr("The forms and the keys that are permitted while each is shown"), RunForms);
+  forms.Text("NAME", formOptions.Name, Tr("Only this form"), "");
+  AddJsonOption(forms, formOptions.Json);
+  AddMachineSettings(forms, formOptions);
   forms.Help(
       {Tr("The keys are those in force on this machine: with stop and emergency stop, which every form permits,\n"
           "and with K1 to K4 where their command is not forbidden."),

@@ -4,9 +4,9 @@
 #include <utility>
 
 #include "controller/panel/PanelNames.h"
+#include "controller/panel/TerminalKeys.h"
 #include "controller/procedures/Timeline.h"
 #include "ixocamglue/support/Texts.h"
-#include "ixocut/panel/TerminalKeys.h"
 
 namespace ixocut {
 using namespace ixocontroller;

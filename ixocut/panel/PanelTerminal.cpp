@@ -3,15 +3,12 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <poll.h>
-#include <string_view>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include "controller/SignalStop.h"
-#include "ixocamglue/support/Problem.h"
-#include "ixocamglue/support/Texts.h"
-#include "ixocut/CommandLine.h"
+#include "ixocut/Command.h"
 
 namespace ixocut {
 namespace {
@@ -95,37 +92,11 @@ void Draw(TRawTerminal& terminal, const TPanelView& view) {
   terminal.Write(text);
 }
 
-// False: quit.
-bool Command(IPanelSeat& seat, char command) {
-  switch (command) {
-    case 'q': return false;
-    case 'x': seat.ResetByHand(); break;
-    case 'm': seat.SwitchAlt(); break;
-    case '\t': seat.NextForm(); break;
-    default: break;
-  }
-  return true;
-}
-
 }  // namespace
 
 void CheckTerminal() {
   if (!isatty(STDIN_FILENO) || !isatty(STDOUT_FILENO))
     throw EProblem(pbRequest, Tr("the panel needs a terminal; --script FILE runs without one"));
-}
-
-TTerminalKeys KeysFor(const IPanelSeat& seat) {
-  return TTerminalKeys([&seat](TKeyCode key) { return seat.ActsWhileHeld(key); });
-}
-
-bool Act(IPanelSeat& seat, const TTerminalEvent& event) {
-  switch (event.Kind) {
-    case TTerminalEvent::TKind::Press: seat.Press(event.Key); break;
-    case TTerminalEvent::TKind::Repeat: seat.PressAgain(event.Key); break;
-    case TTerminalEvent::TKind::Release: seat.Release(event.Key); break;
-    case TTerminalEvent::TKind::Command: return Command(seat, event.Command);
-  }
-  return true;
 }
 
 int RunPanelTerminal(IPanelSeat& seat) {

@@ -1,15 +1,9 @@
 #include "ixocut/procedures/Asked.h"
 
 #include <algorithm>
-#include <memory>
 
-#include <nlohmann/json.hpp>
-
-#include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Nearest.h"
-#include "ixocamglue/support/Texts.h"
-#include "ixocut/CommandLine.h"
-#include "ixocut/Document.h"
+#include "ixocut/Command.h"
 #include "ixocut/Machines.h"
 #include "ixocut/client/Attach.h"
 
@@ -49,18 +43,6 @@ void AddRunSettings(TCommand command, TRunSettings& settings) {
   command.Flag("--trace", settings.Trace, Tr("Show the whole diagnostic channel, in the words of the log"));
   AddControllerSettings(command, settings);
   AddAttachOptions(command, settings.Attach, true);
-}
-
-nlohmann::ordered_json WireBody(const std::string& procedure, const TParamTexts& texts, const TRunTriggers& triggers) {
-  nlohmann::ordered_json body{{"procedure", procedure}, {"params", texts}};
-  AddTriggers(body, triggers);
-  return body;
-}
-
-void AddTriggers(nlohmann::ordered_json& body, const TRunTriggers& triggers) {
-  if (!triggers.Faults.empty()) body["faults"] = triggers.Faults;
-  if (triggers.StopAt) body["stopAt"] = *triggers.StopAt;
-  if (triggers.AlarmAt) body["alarmAt"] = *triggers.AlarmAt;
 }
 
 std::unique_ptr<TProcedureRun> MakeRun(const TControllerSettings& settings, const TRunTriggers& triggers,

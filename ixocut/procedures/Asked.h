@@ -6,8 +6,6 @@
 #include <string>
 #include <vector>
 
-#include <nlohmann/json_fwd.hpp>
-
 #include "controller/procedures/Calls.h"
 #include "controller/procedures/ProcedureRun.h"
 #include "controller/procedures/Procedures.h"
@@ -21,7 +19,6 @@ using namespace ixocontroller;
 class TCommand;
 
 struct TRunSettings : TControllerSettings, TRunTriggers {
-  bool Json = false;
   bool Trace = false;
 };
 
@@ -40,10 +37,6 @@ void AddRunSettings(TCommand command, TRunSettings& settings);
 
 // "--x", "100", "--y=50" and so on. Throws EProblem for what is neither.
 [[nodiscard]] TParamTexts ReadParams(const TProcedure& row, const std::vector<std::string>& words);
-// What POST runs is given for a procedure, whose parameters the controller reads.
-[[nodiscard]] nlohmann::ordered_json WireBody(const std::string& procedure, const TParamTexts& texts,
-                                              const TRunTriggers& triggers);
-void AddTriggers(nlohmann::ordered_json& body, const TRunTriggers& triggers);
 // What nobody expected on the command line of the row.
 [[noreturn]] void RefuseExtra(const TProcedure& row, const std::string& extra);
 

@@ -1,15 +1,8 @@
 // `ixocut procedures`: what `ixocut run` runs, with parameters, ranges and units.
-#include <iostream>
-#include <memory>
-
-#include <nlohmann/json.hpp>
 
 #include "controller/procedures/ProcedureJson.h"
 #include "controller/procedures/Timeline.h"
-#include "ixocamglue/support/Format.h"
-#include "ixocamglue/support/Texts.h"
-#include "ixocut/CommandLine.h"
-#include "ixocut/Document.h"
+#include "ixocut/Command.h"
 #include "ixocut/Machines.h"
 #include "ixocut/procedures/Asked.h"
 
@@ -20,7 +13,6 @@ constexpr std::size_t kDefaultWidth = 8;
 
 struct TProceduresOptions : TControllerSettings {
   std::string Name;  // empty: all
-  bool Json = false;
   bool Faults = false;
 };
 
@@ -50,7 +42,7 @@ int ListFaults(const TProceduresOptions& options, std::ostream& out) {
   return kExitSuccess;
 }
 
-int Run(const TProceduresOptions& options, std::ostream& out) {
+int RunProcedures(const TProceduresOptions& options, std::ostream& out) {
   if (options.Faults) return ListFaults(options, out);
   if (!options.Name.empty()) (void)AskProcedure(options.Name).OrThrow(pbRequest);
   const TMachineBounds machine = options.Limits().Bounds;
@@ -69,19 +61,17 @@ int Run(const TProceduresOptions& options, std::ostream& out) {
 }  // namespace
 
 void AddProceduresCommand(TCommand program) {
-  const auto options = std::make_shared<TProceduresOptions>();
-  const TCommand command = program.Add("procedures", Tr("List what can be run, with parameters, ranges and units"),
-                                       [options] { return Run(*options, std::cout); });
-  command.Text("NAME", options->Name, Tr("Only this one"), "TEXT");
-  AddJsonOption(command, options->Json);
-  command.Flag("--faults", options->Faults, Tr("List what --fault of `ixocut run` makes fail instead"));
-  AddMachineSettings(command, *options);
+  auto [command, options] = AddOwn<TProceduresOptions>(
+      program, "procedures", Tr("List what can be run, with parameters, ranges and units"), RunProcedures);
+  command.Text("NAME", options.Name, Tr("Only this one"), "TEXT");
+  AddJsonOption(command, options.Json);
+  command.Flag("--faults", options.Faults, Tr("List what --fault of `ixocut run` makes fail instead"));
+  AddMachineSettings(command, options);
   command.Help(
       {.Notes =
            Tr("Number, name as `ixocut run` takes it, and what it does; then each parameter with its range on this "
               "machine, its\n"
               "unit and its default. In a file for `ixocut run` the parameters have the same names without \"--\"."),
-       .ExitCodes = {},
        .Examples = {"ixocut procedures", "ixocut procedures lubricate", "ixocut procedures --faults",
                     "ixocut procedures --json"}});
 }

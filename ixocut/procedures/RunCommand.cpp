@@ -1,18 +1,10 @@
 // `ixocut run`: one procedure, one motion command or a file of them, on the simulated machine.
 #include <algorithm>
-#include <iostream>
-#include <memory>
-
-#include <nlohmann/json.hpp>
 
 #include "controller/procedures/RunReport.h"
 #include "controller/procedures/SequenceFile.h"
 #include "ixocamglue/platform/states/NcParams.h"
-#include "ixocamglue/support/Files.h"
-#include "ixocamglue/support/Format.h"
-#include "ixocamglue/support/JsonText.h"
-#include "ixocamglue/support/Texts.h"
-#include "ixocut/CommandLine.h"
+#include "ixocut/Command.h"
 #include "ixocut/OperatorTexts.h"
 #include "ixocut/Plot.h"
 #include "ixocut/client/Attach.h"
@@ -165,28 +157,6 @@ int RunHere(const TRunOptions& options, std::ostream& out) {
   return Finish(options, console, shown, std::move(document), problem);
 }
 
-// What POST runs is given; the controller looks at its own machine.
-nlohmann::ordered_json WireJob(const TRunOptions& options) {
-  if (FindProcedure(options.Name)) return WireBody(options.Name, options.Texts, options);
-  RequireFile(options.Name);
-  const std::string text = ReadFile(std::filesystem::path(options.Name)).OrThrow(pbUnusable);
-  auto file = nlohmann::ordered_json::parse(text, nullptr, false);
-  if (file.is_discarded()) {
-    TProblem problem = JsonProblem(text);
-    problem.Where = options.Name + ":" + problem.Where;
-    throw EProblem(pbRequest, std::move(problem));
-  }
-  nlohmann::ordered_json body = nlohmann::ordered_json::object();
-  if (!file.is_object() || !file.contains("commands")) {
-    body["calls"] = std::move(file);
-  } else {
-    body["calls"] = std::move(file["commands"]);
-    if (file.contains("name")) body["name"] = file["name"];
-  }
-  AddTriggers(body, options);
-  return body;
-}
-
 std::string WireTitle(const TRunOptions& options) {
   std::string title = options.Name;
   for (const auto& [name, text] : options.Texts) title.append(" --").append(name).append(" ").append(text);
@@ -195,7 +165,10 @@ std::string WireTitle(const TRunOptions& options) {
 
 // In the controller that runs.
 int RunThere(const TRunOptions& options, TWireClient& client, std::ostream& out) {
-  nlohmann::ordered_json body = WireJob(options);
+  const bool isProcedure = FindProcedure(options.Name) != nullptr;
+  if (!isProcedure) RequireFile(options.Name);
+  nlohmann::ordered_json body =
+      isProcedure ? ProcedureBody(options.Name, options.Texts, options) : SequenceBody(options.Name, options);
   body["limitMs"] = options.LimitMs;
   if (options.SaveCalibration) body["saveCalibration"] = true;
   const TOperatorTexts texts("run", options.Language);
@@ -221,7 +194,7 @@ int RunThere(const TRunOptions& options, TWireClient& client, std::ostream& out)
 
 int Run(TRunOptions options, std::ostream& out) {
   if (!options.Plot.empty()) CheckPlotFile("--plot", options.Plot);
-  const TAttachment attachment(options);
+  const TAttached attachment(options);
   if (TWireClient* const client = attachment.Client()) return RunThere(options, *client, out);
   if (options.Detach) (void)attachment.Controller();
   return RunHere(options, out);
@@ -248,8 +221,8 @@ int RunAsked(TRunOptions options, std::ostream& out) {
   return Run(options, out);
 }
 
-void AddRow(TCommand run, const TProcedure& row, const std::shared_ptr<TRunOptions>& options) {
-  const TCommand sub = run.AddVariant(row.Name, Tr(row.Summary), Tr("Procedures"), options->Procedure);
+void AddRow(TCommand run, const TProcedure& row, TRunOptions& options) {
+  const TCommand sub = run.AddVariant(row.Name, Tr(row.Summary), Tr("Procedures"), options.Procedure);
   for (const TMotionParam& param : row.Params) {
     std::string text = Tr(param.Summary);
     if (param.Bound.Kind == bkFixed) text += ", " + BoundText(param.Bound);
@@ -258,33 +231,31 @@ void AddRow(TCommand run, const TProcedure& row, const std::shared_ptr<TRunOptio
     const std::string unit = UnitText(param.Unit);
     sub.Text(
         std::string("--") + param.Name,
-        [options, key = param.Name](const std::string& value) { options->Texts[key] = value; }, text,
+        [&options, key = param.Name](const std::string& value) { options.Texts[key] = value; }, text,
         param.At.Kind == pkSwitch ? "true|false"
         : unit.empty()            ? "N"
                                   : unit);
   }
   const std::string example = "ixocut run " + TMotionCall{&row, row.SampleValues(), {}}.Text();
-  sub.Help(
-      {.Notes = Tr("The options of `ixocut run` hold here as well."), .ExitCodes = {}, .Examples = {example.c_str()}});
+  sub.Help({.Notes = Tr("The options of `ixocut run` hold here as well."), .Examples = {example.c_str()}});
 }
 
 }  // namespace
 
 void AddRunCommand(TCommand program) {
-  const auto options = std::make_shared<TRunOptions>();
-  const TCommand command = program.Add("run", Tr("Run a procedure, a motion command or a file of them"),
-                                       [options] { return RunAsked(*options, std::cout); });
-  command.Text("FILE", options->Name, Tr("A JSON file of motion commands"), "TEXT");
-  AddRunSettings(command, *options);
+  auto [command, options] =
+      AddOwn<TRunOptions>(program, "run", Tr("Run a procedure, a motion command or a file of them"), RunAsked);
+  command.Text("FILE", options.Name, Tr("A JSON file of motion commands"), "TEXT");
+  AddRunSettings(command, options);
   command
-      .Number("--limit", options->LimitMs, 1, kLongestMs, "ms",
+      .Number("--limit", options.LimitMs, 1, kLongestMs, "ms",
               Tr("Machine time after which the procedure is stopped, 1 to 86400000"))
       .ShowDefault();
-  command.Text("--plot", options->Plot, Tr("Draw XY path, Z and signals"), "FILE.svg");
-  command.Flag("--journal", options->Journal, Tr("Show the machine's journal: every command and what came of it"));
-  command.Flag("--save-calibration", options->SaveCalibration,
+  command.Text("--plot", options.Plot, Tr("Draw XY path, Z and signals"), "FILE.svg");
+  command.Flag("--journal", options.Journal, Tr("Show the machine's journal: every command and what came of it"));
+  command.Flag("--save-calibration", options.SaveCalibration,
                Tr("Save the results of height calibrations in the machine file"));
-  command.Flag("--detach", options->Detach,
+  command.Flag("--detach", options.Detach,
                Tr("Return once it runs; nobody has to attend it then. Only with a controller that runs"));
   for (const TProcedure* row : Procedures()) AddRow(command, *row, options);
   command.Help(
@@ -293,12 +264,11 @@ void AddRunCommand(TCommand program) {
                    "checked as a whole before anything moves. `ixocut procedures` lists the commands with parameters, "
                    "ranges, units.") +
                 std::string("\n") + Tr(kTimesNote),
-       .ExitCodes = {},
        .Examples = {"ixocut run safe-move --x 100 --y 50 --speed 300",
                     "ixocut run lubricate --count 2 --plot lubricate.svg",
                     "ixocut run gas-on --branch 2 --pressure 1.5", "ixocut run calibrate-head --realtime --lang en",
                     "ixocut run steps.json --journal"}});
-  command.TakeExtras(options->Extras);  // told below, with the name that was probably meant
+  command.TakeExtras(options.Extras);  // told below, with the name that was probably meant
 }
 
 }  // namespace ixocut

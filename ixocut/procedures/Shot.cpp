@@ -1,17 +1,12 @@
 #include "ixocut/procedures/Shot.h"
 
 #include <algorithm>
-#include <iostream>
 #include <iterator>
-#include <memory>
-
-#include <nlohmann/json.hpp>
 
 #include "controller/HostTexts.h"
 #include "controller/procedures/RunReport.h"
 #include "ixocamglue/motion/Umotiontexts.h"
-#include "ixocamglue/support/Texts.h"
-#include "ixocut/CommandLine.h"
+#include "ixocut/Command.h"
 #include "ixocut/OperatorTexts.h"
 #include "ixocut/client/Attach.h"
 #include "ixocut/client/ConsoleRun.h"
@@ -20,10 +15,6 @@ namespace ixocut {
 namespace {
 
 constexpr std::uint64_t kSpareMs = 120'000;  // beyond the beam: emission, the supervisor's three steps
-
-}  // namespace
-
-namespace {
 
 std::vector<std::string> ShotLines(const TRunReport& report) {
   std::vector<std::string> lines = report.Notes;
@@ -64,17 +55,30 @@ int ShootThere(const TShotOptions& options, TWireClient& client, std::ostream& o
   const TOperatorTexts texts("shot", options.Language);
   TConsole console(out, options.Json, options.Trace);
   console.Say(Show(SShotTitle, SLaserOnTimeDesc.Get(), ShownMs(options.Ms)));
-  nlohmann::ordered_json body = WireBody("shot", {{"ms", std::to_string(options.Ms)}}, options);
+  nlohmann::ordered_json body = ProcedureBody("shot", {{"ms", std::to_string(options.Ms)}}, options);
   body["limitMs"] = options.Ms + kSpareMs;
   const TRunReport report = RunOnConsole(client, {.Body = body}, console, {}).Report;
   return Finish(options, console, report, report.Success(), ShotLines(report));
+}
+
+struct TAskedShot : TShotOptions {
+  std::string AskedMs = std::to_string(Ms);  // judged when --longest is known
+};
+
+int RunAskedShot(TAskedShot options, std::ostream& out) {
+  if (const std::string problem = CheckNumber(options.AskedMs, 0, options.LongestMs, "ms"); !problem.empty())
+    throw EProblem(pbRequest, "--ms: " + problem +
+                                  Format(Tr("; --longest raises the upper bound to at most %llu ms"),
+                                         static_cast<unsigned long long>(kShotLongestMs)));
+  options.Ms = std::stoull(options.AskedMs);
+  return RunShot(options, out);
 }
 
 }  // namespace
 
 int RunShot(TShotOptions options, std::ostream& out) {
   if (options.Ms > kShotLongestMs) throw EProblem(pbRequest, Tr("a shot of this length is not possible"));
-  const TAttachment attachment(options);
+  const TAttached attachment(options);
   if (TWireClient* const client = attachment.Client()) return ShootThere(options, *client, out);
   TConsole console(out, options.Json, options.Trace);
   bool execOK = false;
@@ -93,25 +97,15 @@ int RunShot(TShotOptions options, std::ostream& out) {
 }
 
 void AddShotCommand(TCommand program) {
-  const auto options = std::make_shared<TShotOptions>();
-  // Its upper bound is another option's value, so it is judged when all are known.
-  const auto ms = std::make_shared<std::string>(std::to_string(options->Ms));
-  const TCommand shot = program.Add("shot", Tr("Run one timed laser shot on the simulated machine"), [options, ms] {
-    if (const std::string problem = CheckNumber(*ms, 0, options->LongestMs, "ms"); !problem.empty())
-      throw EProblem(pbRequest, "--ms: " + problem +
-                                    Format(Tr("; --longest raises the upper bound to at most %llu ms"),
-                                           static_cast<unsigned long long>(kShotLongestMs)));
-    options->Ms = std::stoull(*ms);
-    return RunShot(*options, std::cout);
-  });
-  shot.Text("--ms", *ms, Tr("How long the beam is on, 0 to --longest"), "MS").ShowDefault();
-  shot.Number("--longest", options->LongestMs, 1, kShotLongestMs, "ms",
+  auto [shot, options] =
+      AddOwn<TAskedShot>(program, "shot", Tr("Run one timed laser shot on the simulated machine"), RunAskedShot);
+  shot.Text("--ms", options.AskedMs, Tr("How long the beam is on, 0 to --longest"), "MS").ShowDefault();
+  shot.Number("--longest", options.LongestMs, 1, kShotLongestMs, "ms",
               Tr("The longest shot accepted, 1 to 64000; the supervisor (LaserOnLimitMs of the machine file) and the "
                  "latch (65 s) end a beam"))
       .ShowDefault();
-  AddRunSettings(shot, *options);
+  AddRunSettings(shot, options);
   shot.Help({.Notes = Tr(kTimesNote),
-             .ExitCodes = {},
              .Examples = {"ixocut shot", "ixocut shot --ms 500 --stop-at 300",
                           "ixocut shot --ms 2000 --realtime --lang en", "ixocut shot --json --seed 7 > shot.json"}});
 }

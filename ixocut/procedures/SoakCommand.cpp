@@ -1,13 +1,6 @@
 // `ixocut soak`: lets the controller live through virtual days and prints what became of it.
-#include <iostream>
-#include <memory>
 
-#include <nlohmann/json.hpp>
-
-#include "ixocamglue/support/Format.h"
-#include "ixocamglue/support/Texts.h"
-#include "ixocut/CommandLine.h"
-#include "ixocut/Document.h"
+#include "ixocut/Command.h"
 #include "verify/Soak.h"
 
 namespace ixocut {
@@ -31,34 +24,14 @@ void PrintDay(std::ostream& out, const TSoakDay& day) {
       << std::flush;
 }
 
-nlohmann::ordered_json JsonOf(const TSoakResult& result, std::uint64_t seed) {
-  const TSoakDay& day = result.Last;
-  return {{"seed", seed},
-          {"days", day.Day},
-          {"runs", day.Runs},
-          {"succeeded", day.Succeeded},
-          {"aborts", day.Aborts},
-          {"alarms", day.Alarms},
-          {"clockSteps", day.ClockSteps},
-          {"hash", Format("%016llx", Number(day.Hash))},
-          {"residentKiB", day.ResidentKiB},
-          {"memoryJudged", result.MemoryJudged()},
-          {"growthKiB", result.GrowthKiB},
-          {"violations", result.ViolationCount},
-          {"firstViolations", result.Violations}};
-}
-
-int Run(const TSoakCommand& command, std::ostream& out) {
+int RunSoakCommand(const TSoakCommand& command, std::ostream& out) {
   if (!command.Json)
     out << Tr("  day     runs succeeded   aborts   alarms    clock  resident KiB  journal\n") << std::flush;
   const TSoakResult result = RunSoak(command.Soak, [&](const TSoakDay& day) {
     if (!command.Json) PrintDay(out, day);
   });
   if (command.Json) {
-    std::optional<TProblem> problem;
-    if (result.ViolationCount != 0) problem = {.What = Tr("the machine was not safe; the violations say where")};
-    if (!problem && result.Grows()) problem = {.What = Tr("the memory grows")};
-    PrintDocument(out, "soak", JsonOf(result, command.Soak.Seed), problem);
+    PrintDocument(out, "soak", JsonOf(result, command.Soak.Seed), ProblemOf(result));
   } else {
     out << Format(Tr("days: %llu; journal %016llx; violations: %llu\n"), Number(result.Last.Day),
                   Number(result.Last.Hash), Number(result.ViolationCount));
@@ -76,17 +49,16 @@ int Run(const TSoakCommand& command, std::ostream& out) {
 }  // namespace
 
 void AddSoakCommand(TCommand program) {
-  const auto options = std::make_shared<TSoakCommand>();
-  const TCommand soak = program.Add(
-      "soak", Tr("Let one controller live through virtual days of mixed work, and look at its memory and its journal"),
-      [options] { return Run(*options, std::cout); });
-  const TOption days =
-      soak.Number("--days", options->Soak.Days, 1, kMostDays, "days", Tr("Virtual days")).ShowDefault();
-  soak.Number("--seconds", options->Soak.Seconds, 1, kMostSeconds, "s",
+  auto [soak, options] = AddOwn<TSoakCommand>(
+      program, "soak",
+      Tr("Let one controller live through virtual days of mixed work, and look at its memory and its journal"),
+      RunSoakCommand);
+  const TOption days = soak.Number("--days", options.Soak.Days, 1, kMostDays, "days", Tr("Virtual days")).ShowDefault();
+  soak.Number("--seconds", options.Soak.Seconds, 1, kMostSeconds, "s",
               Tr("Real time instead: as many days as it holds, at least one"))
       .Excludes(days);
-  AddSeedOption(soak, options->Soak.Seed);
-  AddJsonOption(soak, options->Json);
+  AddSeedOption(soak, options.Soak.Seed);
+  AddJsonOption(soak, options.Json);
   soak.Help(
       {.Notes = Tr(
            "Virtual time, on a copy of the example machine. Work comes every five minutes, some of it is aborted, "

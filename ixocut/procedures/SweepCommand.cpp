@@ -1,14 +1,6 @@
 // `ixocut sweep`: runs the abort sweep and prints what it found.
-#include <iostream>
-#include <memory>
 
-#include <nlohmann/json.hpp>
-
-#include "ixocamglue/support/Format.h"
-#include "ixocamglue/support/Problem.h"
-#include "ixocamglue/support/Texts.h"
-#include "ixocut/CommandLine.h"
-#include "ixocut/Document.h"
+#include "ixocut/Command.h"
 #include "verify/Sweep.h"
 
 namespace ixocut {
@@ -30,27 +22,7 @@ void PrintRow(std::ostream& out, const std::string& procedure, const std::string
       << std::flush;
 }
 
-nlohmann::ordered_json JsonOf(const TSweepResult& result, std::uint64_t seed) {
-  auto rows = nlohmann::ordered_json::array();
-  for (const TSweepRow& row : result.Rows)
-    rows.push_back({{"procedure", row.Procedure},
-                    {"dimension", row.Dimension},
-                    {"enumerated", row.Enumerated},
-                    {"run", row.Run},
-                    {"survived", row.Survived},
-                    {"savedByLatch", row.SavedByLatch}});
-  return {{"seed", seed},
-          {"enumerated", result.Enumerated()},
-          {"run", result.Run()},
-          {"survived", result.Survived()},
-          {"savedByLatch", result.SavedByLatch()},
-          {"violations", result.ViolationCount},
-          {"kinds", result.Kinds},
-          {"firstViolations", result.Violations},
-          {"rows", std::move(rows)}};
-}
-
-int Run(const TSweepCommand& command, std::ostream& out) {
+int RunSweepCommand(const TSweepCommand& command, std::ostream& out) {
   if (!command.Sweep.Procedure.empty())
     if (const auto known = CheckSweepName(command.Sweep.Procedure); !known)
       throw EProblem(pbRequest, "--procedure: " + known.Problem().Text());
@@ -62,9 +34,7 @@ int Run(const TSweepCommand& command, std::ostream& out) {
       PrintRow(out, row.Procedure, row.Dimension, row.Enumerated, row.Run, row.Survived, row.SavedByLatch);
   });
   if (command.Json) {
-    std::optional<TProblem> problem;
-    if (result.ViolationCount != 0) problem = {.What = Tr("the machine was not safe; the violations say where")};
-    PrintDocument(out, "sweep", JsonOf(result, command.Sweep.Seed), problem);
+    PrintDocument(out, "sweep", JsonOf(result, command.Sweep.Seed), ProblemOf(result));
   } else {
     PrintRow(out, Tr("total"), "", result.Enumerated(), result.Run(), result.Survived(), result.SavedByLatch());
     out << Format(Tr("violations: %llu\n"), static_cast<unsigned long long>(result.ViolationCount));
@@ -79,19 +49,19 @@ int Run(const TSweepCommand& command, std::ostream& out) {
 }  // namespace
 
 void AddSweepCommand(TCommand program) {
-  const auto options = std::make_shared<TSweepCommand>();
-  const TCommand sweep = program.Add(
-      "sweep", Tr("End every procedure at every moment in every way, and check that the machine is safe afterwards"),
-      [options] { return Run(*options, std::cout); });
-  sweep.Flag("--full", options->Sweep.Full, Tr("Run every point, however long it takes"));
+  auto [sweep, options] = AddOwn<TSweepCommand>(
+      program, "sweep",
+      Tr("End every procedure at every moment in every way, and check that the machine is safe afterwards"),
+      RunSweepCommand);
+  sweep.Flag("--full", options.Sweep.Full, Tr("Run every point, however long it takes"));
   sweep
-      .Number("--points", options->Sweep.Points, 1, kMostPoints, "points",
+      .Number("--points", options.Sweep.Points, 1, kMostPoints, "points",
               Tr("How many points to run; which ones the seed decides, at least one of each row"))
       .ShowDefault();
-  sweep.Text("--procedure", options->Sweep.Procedure, Tr("Only this procedure (default all); see `ixocut tree`"),
+  sweep.Text("--procedure", options.Sweep.Procedure, Tr("Only this procedure (default all); see `ixocut tree`"),
              "NAME");
-  AddSeedOption(sweep, options->Sweep.Seed);
-  AddJsonOption(sweep, options->Json);
+  AddSeedOption(sweep, options.Sweep.Seed);
+  AddJsonOption(sweep, options.Json);
   sweep.Help(
       {.Notes = Tr(
            "Virtual time, on a copy of the example machine; no state folder and no machine file of yours is used. A "

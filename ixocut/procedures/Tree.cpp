@@ -1,16 +1,7 @@
 // `ixocut tree`: the step tree of a procedure, as it is built before it runs.
-#include <iostream>
-#include <memory>
-#include <string_view>
-#include <vector>
-
-#include <nlohmann/json.hpp>
 
 #include "controller/procedures/StepTree.h"
-#include "ixocamglue/support/Format.h"
-#include "ixocamglue/support/Texts.h"
-#include "ixocut/CommandLine.h"
-#include "ixocut/Document.h"
+#include "ixocut/Command.h"
 #include "ixocut/procedures/Asked.h"
 
 namespace ixocut {
@@ -19,7 +10,6 @@ namespace {
 struct TTreeOptions : TControllerSettings {
   std::string Name;
   std::vector<std::string> Params;
-  bool Json = false;
 };
 
 std::string TextOf(const TStepNode& node) {
@@ -41,7 +31,7 @@ void Draw(std::ostream& out, const TStepNode& node, const std::string& indent) {
   }
 }
 
-int Run(const TTreeOptions& options, std::ostream& out) {
+int RunTree(const TTreeOptions& options, std::ostream& out) {
   if (options.Name.empty())
     throw EProblem(pbRequest, Format(Tr("NAME is missing; the procedures are: %s"), ProcedureNames().c_str()));
   const TProcedure& row = *AskProcedure(options.Name).OrThrow(pbRequest);
@@ -73,12 +63,10 @@ int Run(const TTreeOptions& options, std::ostream& out) {
 }  // namespace
 
 void AddTreeCommand(TCommand program) {
-  const auto options = std::make_shared<TTreeOptions>();
-  const TCommand tree =
-      program.Add("tree", Tr("Print the step tree of a procedure"), [options] { return Run(*options, std::cout); });
-  tree.Text("NAME", options->Name, Format(Tr("The procedure: %s"), ProcedureNames().c_str()), "");
-  AddJsonOption(tree, options->Json);
-  AddMachineSettings(tree, *options);
+  auto [tree, options] = AddOwn<TTreeOptions>(program, "tree", Tr("Print the step tree of a procedure"), RunTree);
+  tree.Text("NAME", options.Name, Format(Tr("The procedure: %s"), ProcedureNames().c_str()), "");
+  AddJsonOption(tree, options.Json);
+  AddMachineSettings(tree, options);
   std::string procedures = std::string(Tr("Procedures")) + ":\n";
   for (const TProcedure* row : Procedures()) procedures += Format("  %-20s %s\n", row->Name, Tr(row->Summary));
   tree.Help(
@@ -88,9 +76,8 @@ void AddTreeCommand(TCommand program) {
               "Each line: command number, class, description, parameters (mm, mm/s, ms, bar). A part that the machine "
               "builds\n"
               "only when it gets there is shown built and marked."),
-       .ExitCodes = {},
        .Examples = {"ixocut tree shot --ms 100", "ixocut tree pierce --json"}});
-  tree.TakeExtras(options->Params);
+  tree.TakeExtras(options.Params);
 }
 
 }  // namespace ixocut

@@ -1,19 +1,15 @@
 // `ixocut reference`: writes the reference pages, each made from the table that the program itself works with.
-#include <iostream>
-#include <memory>
 
 #include "controller/Controller.h"
 #include "controller/StateFolder.h"
 #include "ixocamglue/platform/xml/FileLayer.h"
 #include "ixocamglue/support/SystemError.h"
-#include "ixocamglue/support/Texts.h"
-#include "ixocut/CommandLine.h"
+#include "ixocut/Command.h"
 #include "ixocut/Machines.h"
 #include "ixocut/OutputFile.h"
 #include "ixocut/reference/Reference.h"
 
 namespace ixocut {
-using namespace ixocontroller;
 namespace {
 
 namespace fs = std::filesystem;
@@ -69,8 +65,7 @@ TPage IndexPage() {
 void WritePage(const fs::path& folder, const char* name, const TPage& page, std::ostream& out) {
   const std::string file = (folder / name).string();
   CheckOutputFile("--to", file, TPage::IsOne);
-  if (const TReplaced written = ReplaceFile(file, page.Text(), ""); !written.Done)
-    throw EProblem(pbUnusable, written.Problem);
+  ReplaceOrThrow(file, page.Text());
   out << file << '\n';
 }
 
@@ -96,15 +91,13 @@ int Run(const TReferenceOptions& options, TCommand program, std::ostream& out) {
 }  // namespace
 
 void AddReferenceCommand(TCommand program) {
-  const auto options = std::make_shared<TReferenceOptions>();
-  const TCommand command =
-      program.Add("reference", Tr("Write the reference: configuration, procedures, alarms, keys, API, files"),
-                  [options, program] { return Run(*options, program, std::cout); });
-  command.Text("--to", options->Folder, Tr("The folder that takes the pages, in Markdown"), "DIR").Required();
-  AddLanguageOption(command, options->Language);
+  auto [command, options] = AddOwn<TReferenceOptions>(
+      program, "reference", Tr("Write the reference: configuration, procedures, alarms, keys, API, files"),
+      [program](const TReferenceOptions& own, std::ostream& out) { return Run(own, program, out); });
+  command.Text("--to", options.Folder, Tr("The folder that takes the pages, in Markdown"), "DIR").Required();
+  AddLanguageOption(command, options.Language);
   command.Help({.Notes = Tr("The pages are made from the tables that the program works with, for any machine. "
                             "Pages that are there are\nreplaced, other files are not."),
-                .ExitCodes = {},
                 .Examples = {"ixocut reference --to reference", "ixocut reference --to docs/reference --lang en"}});
 }
 

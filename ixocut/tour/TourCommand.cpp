@@ -3,25 +3,18 @@
 #include <algorithm>
 #include <chrono>
 #include <fstream>
-#include <iostream>
-#include <memory>
 #include <sstream>
-
-#include <nlohmann/json.hpp>
 
 #include "controller/SignalStop.h"
 #include "controller/StateFiles.h"
 #include "controller/StateFolder.h"
+#include "ixocamglue/support/ChildProcess.h"
 #include "ixocamglue/support/Files.h"
-#include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/SystemError.h"
-#include "ixocamglue/support/Texts.h"
-#include "ixocut/CommandLine.h"
+#include "ixocut/Command.h"
 #include "ixocut/Console.h"
-#include "ixocut/Document.h"
 #include "ixocut/Table.h"
 #include "ixocut/client/Attach.h"
-#include "ixocut/tour/Child.h"
 
 namespace ixocut {
 namespace {
@@ -37,6 +30,7 @@ constexpr TMs kEndWithin{3000};
 constexpr TMs kPollEvery{10};
 constexpr const char* kMark = ".ixocut-tour";  // in a folder that a tour has made: the next one may clear it
 constexpr const char* kPlc = "PLC";            // in a command: the address of the simulated one
+constexpr const char* kThisProgram = "/proc/self/exe";
 
 struct TStop {
   const char* Title;
@@ -63,7 +57,6 @@ constexpr TStop kStops[] = {
 
 struct TTourOptions : TControllerSettings {
   std::string Out;
-  bool Json = false;
 };
 
 struct TDone {
@@ -72,11 +65,6 @@ struct TDone {
   bool AsMeant = false;
   std::uint64_t Ms = 0;
 };
-
-std::vector<std::string> Words(const std::string& text) {
-  std::istringstream in(text);
-  return {std::istream_iterator<std::string>(in), {}};
-}
 
 // Its last lines that hold anything.
 std::vector<std::string> LastLines(const fs::path& file, std::size_t most) {
@@ -148,20 +136,25 @@ class TTour {
   }
   fs::path SaidFile() const { return FFolder / Format("%02zu.txt", FDone.size() + 1); }
 
-  std::unique_ptr<TChild> StartController() {
+  // A command of this program.
+  std::unique_ptr<TChildProcess> Child(const std::string& command, const fs::path& said) {
+    std::istringstream in("ixocut " + command + " --lang " + FOptions.Language);
+    return std::make_unique<TChildProcess>(
+        kThisProgram, std::vector<std::string>{std::istream_iterator<std::string>(in), {}}, FFolder, said);
+  }
+
+  std::unique_ptr<TChildProcess> StartController() {
     const auto start = TSteady::now();
     const std::string command = Format("serve --virtual %s --port 0 --state state", kSpeed);
     Begin(TrMark("The controller starts"), command);
-    auto words = Words(command);
-    words.insert(words.end(), {"--lang", FOptions.Language});
-    auto child = std::make_unique<TChild>(words, FFolder, SaidFile());
+    auto child = Child(command, SaidFile());
     TControllerSettings settings;
     settings.State = FState;
     settings.Language = FOptions.Language;
     for (const auto end = start + kReadyWithin;;) {
       const std::optional<int> ended = child->Wait(kPollEvery);
       // It can be found a moment before it has said so.
-      if (const TAttachment attachment(settings); !ended && attachment.Client() && !LastLine(SaidFile()).empty()) break;
+      if (const TAttached attachment(settings); !ended && attachment.Client() && !LastLine(SaidFile()).empty()) break;
       if (ended || TSteady::now() >= end)
         throw EProblem(pbUnusable, TProblem{.What = Tr("the controller has not started"),
                                             .Where = SaidFile().string(),
@@ -171,11 +164,9 @@ class TTour {
     return child;
   }
 
-  std::unique_ptr<TChild> StartPlc() {
+  std::unique_ptr<TChildProcess> StartPlc() {
     const fs::path said = FFolder / "plc.txt";
-    auto child = std::make_unique<TChild>(
-        std::vector<std::string>{"simulate", "plc", "--tcp", "0", "--json", "--lang", FOptions.Language}, FFolder,
-        said);
+    auto child = Child("simulate plc --tcp 0 --json", said);
     for (const auto end = TSteady::now() + kReadyWithin; FPlc.empty() && TSteady::now() < end;) {
       if (child->Wait(kPollEvery)) break;
       const TResult<std::string> text = ReadFile(said);  // there in a moment
@@ -192,15 +183,13 @@ class TTour {
     if (const std::size_t at = command.find(kPlc); at != std::string::npos)
       command.replace(at, std::char_traits<char>::length(kPlc), FPlc);
     Begin(stop.Title, command);
-    auto words = Words(command);
-    if (words.front() != "modbus" && words.front() != "monitor") words.insert(words.end(), {"--state", "state"});
-    words.insert(words.end(), {"--lang", FOptions.Language});
-    TChild child(words, FFolder, SaidFile());
-    const int exitCode = child.Wait(kStopWithin).value_or(-1);
+    const bool stateless = command.starts_with("modbus") || command.starts_with("monitor");
+    const int exitCode =
+        Child(command + (stateless ? "" : " --state state"), SaidFile())->Wait(kStopWithin).value_or(-1);
     Done(stop.Title, command, exitCode, exitCode == stop.ExitCode, MsSince(start), stop.Lines);
   }
 
-  void EndController(TChild& controller) {
+  void EndController(TChildProcess& controller) {
     const auto start = TSteady::now();
     Say("");
     const std::string title = Tr("The controller ends, dark and in order");
@@ -266,15 +255,15 @@ class TTour {
 }  // namespace
 
 void AddTourCommand(TCommand program) {
-  const auto options = std::make_shared<TTourOptions>();
-  const TCommand tour = program.Add("tour", Tr("Show what there is: a working day in a few seconds"), [options] {
-    const ixocontroller::TSignalStop signals;
-    return TTour(*options, std::cout).Run();
-  });
-  tour.Text("--out", options->Out, Tr("The folder for what it makes (default: tour in the state folder)"), "DIR");
-  AddJsonOption(tour, options->Json);
-  AddStateOption(tour, options->State);
-  AddLanguageOption(tour, options->Language);
+  auto [tour, options] = AddOwn<TTourOptions>(program, "tour", Tr("Show what there is: a working day in a few seconds"),
+                                              [](const TTourOptions& own, std::ostream& out) {
+                                                const ixocontroller::TSignalStop signals;
+                                                return TTour(own, out).Run();
+                                              });
+  tour.Text("--out", options.Out, Tr("The folder for what it makes (default: tour in the state folder)"), "DIR");
+  AddJsonOption(tour, options.Json);
+  AddStateOption(tour, options.State);
+  AddLanguageOption(tour, options.Language);
   tour.Help(
       {.Notes = Tr("Starts a controller of its own in virtual time, with a state folder and a port of its own, and "
                    "runs this\nprogram's commands against it. It runs beside a controller that works."),

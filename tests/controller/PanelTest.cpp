@@ -2,11 +2,12 @@
 #include <gmock/gmock.h>
 
 #include "controller/panel/PanelWhy.h"
+#include "controller/panel/TerminalKeys.h"
 #include "controller/procedures/Timeline.h"
 #include "fixture/Machine.h"
 #include "ixocamglue/platform/ports/CutCommands.h"
 #include "ixocamglue/platform/services/AppSys.h"
-#include "ixocut/panel/PanelTerminal.h"
+#include "ixocut/panel/PanelScreen.h"
 
 namespace ixocamglue::test {
 using namespace ixocontroller;

@@ -13,6 +13,7 @@
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocut/CommandLine.h"
+#include "ixocut/ControllerSettings.h"
 #include "ixocut/Machines.h"
 #include "ixocut/config/ConfigCommand.h"
 
@@ -51,6 +52,12 @@ class ConfigCommand : public TProgramTest {
   }
   int Set(const std::string& path, const std::string& value, bool force = false) {
     return ExitCode([&] { return RunConfigSet(File, path, value, {.Force = force}, Out); });
+  }
+  int Info() {
+    TControllerSettings settings;
+    settings.Machine = File;
+    settings.Language = "en";
+    return RunInfo(settings, Out);
   }
 
   // The exit code of the program itself on this file.
@@ -223,7 +230,7 @@ TEST_F(ConfigCommand, WhatTheFileHasWrongIsToldBesideTheValueThatIsInForce) {
   testing::internal::CaptureStderr();
   EXPECT_EQ(RunConfigGet(File, "AutoCleanHead/CleanCount", false, Out), 0);
   EXPECT_EQ(Out.str(), "150\n0\n");
-  EXPECT_EQ(RunInfo(File, "en", false, Out), 0);
+  EXPECT_EQ(Info(), 0);
   const std::string told = testing::internal::GetCapturedStderr();
   EXPECT_NE(told.find("AutoCleanHead/CleanCount: \"three\" is no Integer; the default 0 is in force"),
             std::string::npos)
@@ -384,7 +391,7 @@ TEST_F(ConfigCommand, AValueThatWasSetIsShownDiffersAndComesBack) {
   EXPECT_EQ(RunConfigRestore(File, false, Out), 0);
   EXPECT_EQ(RunConfigRestore(File, false, Out), 0);
   Out.str({});
-  EXPECT_EQ(RunInfo(File, "en", false, Out), 0);
+  EXPECT_EQ(Info(), 0);
   EXPECT_NE(Out.str().find("6  High-pressure nitrogen  (DA port 36)"), std::string::npos) << Out.str();
 
   // A file that is gone comes back, and no example takes its place before.

@@ -14,15 +14,14 @@
 #include "fixture/Paths.h"
 #include "fixture/Program.h"
 #include "fixture/Waiting.h"
+#include "ixocamglue/support/ChildProcess.h"
 #include "ixocamglue/support/Files.h"
-#include "ixocut/tour/Child.h"
 
 namespace ixocamglue::test {
 namespace {
 
 using namespace std::chrono_literals;
 using ixocontroller::TWireClient;
-using ixocut::TChild;
 using testing::HasSubstr;
 
 class Serve : public TProgramTest {
@@ -36,10 +35,10 @@ class Serve : public TProgramTest {
 
   // A controller whose machine lives 50 times as fast, on a port of its own; its address.
   std::string Start(const std::string& more = {}) {
-    std::vector<std::string> words{"serve", "--json", "--port", "0"};
+    std::vector<std::string> words{"ixocut", "serve", "--json", "--port", "0"};
     std::istringstream in(more.empty() ? "--virtual 50" : more);
     words.insert(words.end(), std::istream_iterator<std::string>(in), {});
-    FServe = std::make_unique<TChild>(words, FDir.Path(), FDir.Path() / "serve.out", IxocutBinary());
+    FServe = std::make_unique<TChildProcess>(IxocutBinary(), words, FDir.Path(), FDir.Path() / "serve.out");
     for (const auto end = std::chrono::steady_clock::now() + 10s; std::chrono::steady_clock::now() < end;) {
       if (FServe->Wait(5ms)) break;
       if (const auto document = Document(); document.is_object()) return document.at("result").at("url");
@@ -55,7 +54,7 @@ class Serve : public TProgramTest {
     return nlohmann::json::parse(said.substr(at, said.find('\n', at) - at), nullptr, false);
   }
 
-  std::unique_ptr<TChild> FServe;
+  std::unique_ptr<TChildProcess> FServe;
 };
 
 TEST_F(Serve, EveryCommandTalksToTheOneControllerOfItsStateFolder) {
@@ -119,7 +118,8 @@ TEST_F(Serve, EveryCommandTalksToTheOneControllerOfItsStateFolder) {
 
 TEST_F(Serve, WhatRunsIsStoppedFromAnotherTerminal) {
   (void)Start("--virtual 5");
-  TChild shot({"shot", "--ms", "30000", "--lang", "en"}, FDir.Path(), FDir.Path() / "shot.out", IxocutBinary());
+  TChildProcess shot(IxocutBinary(), {"ixocut", "shot", "--ms", "30000", "--lang", "en"}, FDir.Path(),
+                     FDir.Path() / "shot.out");
   for (int i = 0; i < 500 && !Json("status", 0).at("signals").at("laser").get<bool>(); ++i)
     std::this_thread::sleep_for(5ms);
   EXPECT_EQ(Ixocut("stop").ExitCode, 0);
@@ -132,7 +132,8 @@ TEST_F(Serve, WhatWasPausedGoesOnAndIsFollowedToItsEnd) {
   (void)Start("--virtual 20");
   Write("places.json", R"({"name": "places", "commands": [{"command": "safe-move", "x": 100, "y": 50, "speed": 300},
       {"command": "delay", "ms": 20000}, {"command": "safe-move", "x": 50, "y": 20, "speed": 300}]})");
-  TChild run({"run", "places.json", "--lang", "en"}, FDir.Path(), FDir.Path() / "run.out", IxocutBinary());
+  TChildProcess run(IxocutBinary(), {"ixocut", "run", "places.json", "--lang", "en"}, FDir.Path(),
+                    FDir.Path() / "run.out");
   for (int i = 0; i < 500 && Read("run.out").find("Delay") == std::string::npos; ++i) std::this_thread::sleep_for(10ms);
   EXPECT_EQ(Ixocut("pause").ExitCode, 0);
   EXPECT_EQ(run.Wait(10s), 1) << Read("run.out");

@@ -15,17 +15,16 @@
 
 #include "controller/client/WireClient.h"
 #include "controller/panel/PanelHost.h"
+#include "controller/panel/TerminalKeys.h"
 #include "fixture/Paths.h"
 #include "fixture/TempDir.h"
 #include "fixture/Waiting.h"
 #include "ixocamglue/platform/ports/CutCommands.h"
-#include "ixocut/panel/TerminalKeys.h"
-#include "ixocut/tour/Child.h"
+#include "ixocamglue/support/ChildProcess.h"
 #include "machines/simulated/Machine.h"
 
 namespace ixocamglue::test {
 using namespace ixocontroller;
-using namespace ixocut;
 namespace {
 
 TControllerOptions Realtime() {
@@ -108,8 +107,10 @@ TEST(PanelTerminal, AKeyThatATerminalNeverReleasesEndsByItself) {
 
 TEST(PanelTerminal, SitsOnTheControllerThatRunsAndLeavesItRunning) {
   const TTempDir state;
-  TChild serve({"serve", "--port", "0", "--virtual", "2", "--lang", "en", "--state", state.Path().string()},
-               state.Path(), state.Path() / "serve.out", IxocutBinary());
+  TChildProcess serve(
+      IxocutBinary(),
+      {"ixocut", "serve", "--port", "0", "--virtual", "2", "--lang", "en", "--state", state.Path().string()},
+      state.Path(), state.Path() / "serve.out");
   for (int i = 0; i < 1000 && !std::filesystem::exists(state.Path() / "controller.json"); ++i)
     ASSERT_FALSE(serve.Wait(std::chrono::milliseconds(10)));
   TTerminalProgram program(state.Path());

@@ -1,4 +1,4 @@
-#include "ixocut/panel/TerminalKeys.h"
+#include "controller/panel/TerminalKeys.h"
 
 #include <algorithm>
 #include <utility>
@@ -6,7 +6,7 @@
 #include "ixocamglue/platform/ports/CutCommands.h"
 #include "ixocamglue/support/ValueText.h"
 
-namespace ixocut {
+namespace ixocontroller {
 namespace {
 
 constexpr char kEscape = 27;
@@ -82,6 +82,18 @@ std::string_view Piece(std::string_view text, char by, std::size_t i) {
 int Number(std::string_view parameters, std::size_t group, std::size_t part) {
   const std::string_view text = Piece(Piece(parameters, ';', group), ':', part);
   return text.empty() ? 1 : ParseExactly<int>(text).value_or(-1);
+}
+
+// False: quit.
+bool Command(IPanelSeat& seat, char command) {
+  switch (command) {
+    case 'q': return false;
+    case 'x': seat.ResetByHand(); break;
+    case 'm': seat.SwitchAlt(); break;
+    case '\t': seat.NextForm(); break;
+    default: break;
+  }
+  return true;
 }
 
 }  // namespace
@@ -192,4 +204,18 @@ void TTerminalKeys::LetGo(TEvents& events) {
   FHeld.reset();
 }
 
-}  // namespace ixocut
+TTerminalKeys KeysFor(const IPanelSeat& seat) {
+  return TTerminalKeys([&seat](TKeyCode key) { return seat.ActsWhileHeld(key); });
+}
+
+bool Act(IPanelSeat& seat, const TTerminalEvent& event) {
+  switch (event.Kind) {
+    case TTerminalEvent::TKind::Press: seat.Press(event.Key); break;
+    case TTerminalEvent::TKind::Repeat: seat.PressAgain(event.Key); break;
+    case TTerminalEvent::TKind::Release: seat.Release(event.Key); break;
+    case TTerminalEvent::TKind::Command: return Command(seat, event.Command);
+  }
+  return true;
+}
+
+}  // namespace ixocontroller

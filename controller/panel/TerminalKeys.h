@@ -5,7 +5,7 @@
 // repeat. Where the terminal reports releases and repeats as such (the escape codes "CSI code ; modifiers : event u"),
 // each press is one; its repeats are the held key's sign of life within the same times, so that a terminal that stalls
 // holds nothing, and a repeat that comes after that presses nothing. Emergency stop and stop are pressed by each of
-// their bytes, whatever came before. One thread; time is an argument, in ms.
+// their bytes, whatever came before. One thread; time is an argument, in ms. Nothing here fails but Act.
 #pragma once
 
 #include <cstdint>
@@ -15,11 +15,10 @@
 #include <string_view>
 #include <vector>
 
+#include "controller/panel/PanelSeat.h"
 #include "ixocamglue/panel/Kbpkeys.h"
 
-namespace ixocut {
-using namespace ixocamglue;
-
+namespace ixocontroller {
 struct TTerminalEvent {
   // Repeat: of a held key, or a second press; this terminal does not tell.
   enum class TKind : std::uint8_t { Press, Repeat, Release, Command };
@@ -62,4 +61,9 @@ class TTerminalKeys {
   bool FReports = false;  // the terminal reports releases and repeats
 };
 
-}  // namespace ixocut
+// The keys of a terminal, held as long as the seat's commands say, and what one of their events does; false: quit.
+// Throws as the seat does. The seat outlives the keys.
+[[nodiscard]] TTerminalKeys KeysFor(const IPanelSeat& seat);
+[[nodiscard]] bool Act(IPanelSeat& seat, const TTerminalEvent& event);
+
+}  // namespace ixocontroller
