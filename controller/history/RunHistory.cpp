@@ -359,6 +359,8 @@ std::size_t TRunHistory::Take(std::size_t most) {
 
 void TRunHistory::PutBack() {
   TGuard guard(FLock);
+  for (const THistoryRun& ended : FQueue)  // meanwhile: it waits as it ended
+    std::erase_if(FTaken, [&ended](const THistoryRun& begun) { return begun.Id == ended.Id; });
   for (const THistoryRun& run : FTaken) FQueued += RowsOf(run);
   FQueue.insert(FQueue.begin(), std::make_move_iterator(FTaken.begin()), std::make_move_iterator(FTaken.end()));
   FTaken.clear();
