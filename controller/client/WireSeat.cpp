@@ -49,24 +49,24 @@ void TWireForm::Set(const std::string& form, bool open) {
 
 THeldPress HoldKey(TWireClient& client, TKeyCode key, std::int32_t param, const std::string& form, std::uint64_t ms,
                    const std::function<bool()>& stops) {
-  using TSteady = std::chrono::steady_clock;
+  using TPressClock = std::chrono::steady_clock;
   const bool leased = THeldKeys::NeedsLease(key);
   std::optional<TClientLease> lease;
   if (leased) lease.emplace(client, true);
   TWireKeys keys(client);
   std::optional<TWireForm> shown;
   if (leased || !form.empty()) shown.emplace(client, keys.Panel(), form);
-  const auto start = TSteady::now();
+  const auto start = TPressClock::now();
   THeldPress press{.Answer = keys.Press(key, param)};
   const auto heldMs = [&] {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(TSteady::now() - start).count();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(TPressClock::now() - start).count();
   };
   for (auto keptAt = start; keys.Held() && heldMs() < static_cast<std::int64_t>(ms) && !stops();) {
     std::this_thread::sleep_for(std::chrono::milliseconds(kRoundMs));
     try {
       keys.Beat();
-      if (!lease || TSteady::now() < keptAt + std::chrono::milliseconds(kKeepEveryMs)) continue;
-      keptAt = TSteady::now();
+      if (!lease || TPressClock::now() < keptAt + std::chrono::milliseconds(kKeepEveryMs)) continue;
+      keptAt = TPressClock::now();
       if (!lease->Beat()) press.Problem = TProblem{.What = Tr("somebody else has taken over control")};
     } catch (const EProblem& e) {
       if (e.Blame == pbUnusable) throw;
