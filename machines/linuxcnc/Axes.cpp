@@ -28,16 +28,16 @@ double SpeedOf(const TAxisConfig& axis, double mmPerS) {
   return mmPerS > 0.0 && mmPerS < axis.MaxSpeed ? mmPerS : axis.MaxSpeed;
 }
 
-void RequireInside(const TLncConfig& config, TLncAxis axis, double ours) {
+double Inside(const TLncConfig& config, TLncAxis axis, double ours) {
   const TAxisConfig& limits = config.Axes[axis].Limits;
-  if (ours >= limits.SoftLimitNeg && ours <= limits.SoftLimitPos) return;
+  const double inside = std::max(limits.SoftLimitNeg, std::min(ours, limits.SoftLimitPos));
+  if (std::abs(ours - inside) <= TLncLink::kArrivedMm) return inside;
   throw std::runtime_error(
       Format(Tr("%s %.3f lies outside %.3f to %.3f"), AxisName(axis), ours, limits.SoftLimitNeg, limits.SoftLimitPos));
 }
 
 TLncMove StraightMove(const TLncConfig& config, TLncUnit unit, TLncAxis axis, double ours, double mmPerS) {
-  RequireInside(config, axis, ours);
-  const double theirs = config.ToTheirs(axis, ours);
+  const double theirs = config.ToTheirs(axis, Inside(config, axis, ours));
   const TLncAxisFacts& facts = config.Axes[axis];
   return {.Unit = unit,
           .Lines = {Line(Format("%c%.4f", facts.Letter, theirs), SpeedOf(facts.Limits, mmPerS) * 60.0)},
@@ -61,13 +61,13 @@ void TLncMotion::MoveCurve(std::span<const TPoint2> points, double mmPerS) {
   slower.MaxSpeed = std::min(slower.MaxSpeed, config.Axes[laY].Limits.MaxSpeed);
   const double speed = SpeedOf(slower, mmPerS);
   TLncMove move;
+  TPoint2 target;
   for (const TPoint2& point : points) {
-    RequireInside(config, laX, point.X);
-    RequireInside(config, laY, point.Y);
-    move.Lines.push_back(LineXY(point, speed));
+    target = {Inside(config, laX, point.X), Inside(config, laY, point.Y)};
+    move.Lines.push_back(LineXY(target, speed));
   }
   if (points.empty()) return;
-  move.Targets = {{laX, points.back().X}, {laY, points.back().Y}};
+  move.Targets = {{laX, target.X}, {laY, target.Y}};
   FLink.Move(std::move(move));
 }
 

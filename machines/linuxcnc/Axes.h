@@ -52,8 +52,9 @@ class TLncFocus final : public TNcCutHeadCtrl {
 
 // A move of one axis along a line, as XY, Z and focus make it; `ours` in our coordinates.
 [[nodiscard]] TLncMove StraightMove(const TLncConfig& config, TLncUnit unit, TLncAxis axis, double ours, double mmPerS);
-// Throws where an axis of ours may not go there.
-void RequireInside(const TLncConfig& config, TLncAxis axis, double ours);
+// Throws where an axis of ours may not go there. What was read at a limit may lie beyond it by less than an arrival is
+// exact: that is the limit.
+[[nodiscard]] double Inside(const TLncConfig& config, TLncAxis axis, double ours);
 inline constexpr double kUnhomedSpeed = 20.0;  // mm/s at most; such a jog is not held by the pin that holds the axes
 // What a speed that was asked for comes to.
 [[nodiscard]] double SpeedOf(const TAxisConfig& axis, double mmPerS);

@@ -42,8 +42,7 @@ bool TLncFollower::IsBusy() {
 void TLncFollower::MoveZ(double mm, double mmPerS) {
   const TLncConfig& config = FLink.Config();
   if (!FLink.Homed(laZ)) {
-    RequireInside(config, laZ, mm);
-    const double way = config.ToTheirs(laZ, mm) - FLink.Pos(laZ);
+    const double way = config.ToTheirs(laZ, Inside(config, laZ, mm)) - FLink.Pos(laZ);
     return FLink.JogUnhomed(luZ, laZ, way, std::min(SpeedOf(config.Axes[laZ].Limits, mmPerS), kUnhomedSpeed));
   }
   TLncMove move = StraightMove(config, luZ, laZ, mm, mmPerS);

@@ -69,7 +69,7 @@ class Script(unittest.TestCase):
         ran = subprocess.run([SCRIPT, "sh", "-c", 'ps -o uid= -p "$(pgrep -x milltask)"; echo "$LINUXCNC_FOLDER";'
                               ' test -S "$LINUXCNC_FOLDER/ixocut-hal.sock"; echo $?; halcmd getp ixocut-hal.x.max; exit 3'],
                              capture_output=True, text=True, timeout=60,
-                             env=dict(os.environ, LINUXCNC_EDIT="s/^MAX_LIMIT = 3050/MAX_LIMIT = 2000/"))
+                             env=dict(os.environ, LINUXCNC_EDIT="s/^MAX_LIMIT = 3050.01/MAX_LIMIT = 2000/"))
         if ran.returncode == CANNOT:
             self.skipTest(ran.stderr)
         self.assertEqual(ran.returncode, 3, ran.stderr)

@@ -20,8 +20,8 @@ class Refusals(unittest.TestCase):
         return ran.stdout + ran.stderr
 
     def test_limits_that_are_narrower_than_the_machine_file_s(self):
-        told = self.beside(MOVE + WHERE, LINUXCNC_EDIT="s/^MAX_LIMIT = 3050/MAX_LIMIT = 2000/")
-        self.assertIn("the limits of axis X are wider than LinuxCNC's: 0 to 3050 (LinuxCNC has 0 to 2000)", told)
+        told = self.beside(MOVE + WHERE, LINUXCNC_EDIT="s/^MAX_LIMIT = 3050.01/MAX_LIMIT = 2000/")
+        self.assertIn("the limits of axis X are wider than LinuxCNC's: 0 to 3050 (LinuxCNC has -0.01 to 2000)", told)
         self.assertIn("exit 3\n0\n", told)
 
     def test_inches(self):

@@ -212,6 +212,14 @@ TEST_F(LinuxcncDriver, TargetsOutsideTheLimitsAndNoNumbersAreRefused) {
   EXPECT_THAT(Cnc.Told(), IsEmpty());
 }
 
+TEST_F(LinuxcncDriver, WhatWasReadAtALimitMayBeARoundingBeyondIt) {
+  Start();
+  Motion.MoveXY({5.0, -1e-6}, 0.0);
+  ASSERT_TRUE(Ends(luXY));
+  EXPECT_EQ(Events.Last(), "");
+  EXPECT_THAT(Refused([&] { Motion.MoveXY({5.0, -0.006}, 0.0); }), HasSubstr("Y -0.006 lies outside"));
+}
+
 TEST_F(LinuxcncDriver, FollowingIsGivenBackBeforeZMovesByTheMachine) {
   Link.OnFrame([&](std::uint64_t now) { Follower.Take(now); });
   ASSERT_TRUE(Link.Start());
