@@ -26,7 +26,7 @@ fs::path Gnuplot() {
   const char* const path = std::getenv("PATH");
   for (std::string_view rest = path ? path : "/bin:/usr/bin";;) {
     const std::size_t end = std::min(rest.find(':'), rest.size());
-    const fs::path program = fs::absolute(end == 0 ? "." : rest.substr(0, end)) / "gnuplot";
+    fs::path program = fs::absolute(end == 0 ? "." : rest.substr(0, end)) / "gnuplot";
     if (std::error_code error; fs::is_regular_file(program, error) && ::access(program.c_str(), X_OK) == 0)
       return program;
     if (end == rest.size()) break;

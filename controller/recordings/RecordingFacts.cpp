@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
+
+#include <nlohmann/json.hpp>
 
 namespace ixocontroller {
 namespace {

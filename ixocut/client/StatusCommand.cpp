@@ -139,11 +139,11 @@ int RunWatch(TStatusOptions options, std::ostream& out) {
 }  // namespace
 
 void AddStatusCommand(TCommand program) {
-  const auto add = [&](const char* name, const char* about, auto action, std::vector<const char*> examples) {
+  const auto add = [&](const char* name, const char* about, auto action, const std::vector<const char*>& examples) {
     const auto made = AddOwn<TStatusOptions>(program, name, about, action);
     AddClientOptions(made.first, made.second, false);
     made.first.Help({.ExitCodes = Tr("0 a controller runs, 1 none runs, 2 wrong command line, 3 it does not answer"),
-                     .Examples = std::move(examples)});
+                     .Examples = examples});
     return made;
   };
   add("status", Tr("What the controller does now"), &RunStatus,
