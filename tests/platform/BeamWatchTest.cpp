@@ -47,6 +47,7 @@ struct TSource : TNcCutSystem, TNcLaser {
   bool GetLaser() override { return Watch.LaserAsked.Runs() && GetEmission(); }
   const char* LatchReason() override {
     if (Unreachable) throw std::runtime_error("source");
+    if (OnAskedForLatch) OnAskedForLatch();
     return Latch;
   }
 
@@ -54,7 +55,7 @@ struct TSource : TNcCutSystem, TNcLaser {
   const char* Latch = nullptr;
   bool Unreachable = false;
   int Commands = 0;
-  std::function<void()> OnOff;
+  std::function<void()> OnOff, OnAskedForLatch;
 };
 
 TTexts GTicks;
@@ -130,6 +131,8 @@ TEST_F(BeamWatch, ACauseEndsTheStateInTheNextPassAndStopAndAlarmComeFirst) {
       {"lost", [&] { Source.Lose(); }, "5" + BeamCauseText(bcLost)},
       {"stop and all", [&] { forbid(), latch(), Framework.Stop("key"); }, "1key"},
       {"alarm and latch", [&] { forbid(), latch(); }, "4" + BeamCauseText(bcForbidden)},
+      {"alarm and latch while it looks", [&] { Source.OnAskedForLatch = [&] { forbid(), latch(); }; },
+       "4" + BeamCauseText(bcForbidden)},
       {"latch and pause", [&] { latch(), Framework.Pause(); }, "5" + Show(SBeamLatched, "by hand")},
       {"latch and lost", [&] { latch(), Source.Lose(); }, "5" + Show(SBeamLatched, "by hand")},
       {"lost and refused", [&] { Source.Lose(), Watch.AskLaser(Time.MonotonicMs(), true); },
@@ -158,6 +161,7 @@ TEST_F(BeamWatch, ACauseEndsTheStateInTheNextPassAndStopAndAlarmComeFirst) {
       EXPECT_FALSE(Asked());
       Alarms.ClearAll();
       Source.Latch = nullptr;
+      Source.OnAskedForLatch = {};
       Pass();
     }
   }

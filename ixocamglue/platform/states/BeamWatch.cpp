@@ -28,11 +28,13 @@ bool LaserAllowed() {
   return !alarms || alarms->AllowLaser();
 }
 
+// The latch first: a device that goes away raises its alarm and then trips, and a trip is not seen without that alarm.
 TBeamFacts TBeamFacts::Read(const TNcWatch& watch) {
+  const bool latched = LatchReason() != nullptr;
   return {.LaserAsked = watch.LaserAsked.Runs(),
           .EmissionAsked = watch.EmissionAsked.Runs(),
           .Allowed = LaserAllowed(),
-          .Latched = LatchReason() != nullptr,
+          .Latched = latched,
           .EmissionLost = watch.EmissionLost.load(std::memory_order_acquire),
           .Refused = watch.BeamRefused.load(std::memory_order_acquire)};
 }
