@@ -214,11 +214,12 @@ void TPointLaser::DeviceAway() {
 
 void TPointLaser::ResetLatch() {
   TGuard guard(FCore.Lock);
+  if (FReset != TReset::None) return LookLocked();
+  FTrippedAnew.store(nullptr, std::memory_order_release);  // first: who trips beside what follows waits for no lock
   LookLocked();
-  if (!FLatch.Tripped() || FReset != TReset::None) return;
+  if (!FLatch.Tripped()) return;
   Darken();
   if (FPoints.Trip) FPoints.Trip->Write(0.0);
-  FTrippedAnew.store(nullptr, std::memory_order_release);
   FReset = TReset::Low;
   FResetAtMs = FCore.Now();
   LookLocked();

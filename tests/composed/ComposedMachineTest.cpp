@@ -10,6 +10,7 @@
 #include "fixture/ComposedFile.h"
 #include "fixture/Faults.h"
 #include "fixture/TempDir.h"
+#include "machines/composed/Laser.h"
 #include "machines/composed/Machine.h"
 #include "machines/modbus/Driver.h"
 #include "machines/simulated/Driver.h"
@@ -311,6 +312,30 @@ TEST_F(ComposedMachineTest, ATripWhileTheLatchIsBeingResetIsNotLost) {
     FController->RunFor(3000);
     EXPECT_EQ(FittedLaser()->LatchReason(), nullptr);
   }
+}
+
+TEST_F(ComposedMachineTest, ATripWithinTheCallThatResetsTheLatchIsNotLost) {
+  struct TLine final : IMachinePoint {
+    double Read() override { return Value; }
+    void Write(double value) override {
+      Value = value;
+      if (const auto beside = std::exchange(Beside, nullptr)) beside();
+    }
+    bool Settled() override { return true; }
+    std::optional<std::uint64_t> AgeMs() override { return 0; }
+    double Value = 0.0;
+    std::function<void()> Beside;
+  } emission, beam;
+  FController.emplace(FOptions);
+  TMachineConfig config;
+  TComposedCore core({FController->Framework(), config, FController->Alarms(), FController->Journal()});
+  TPointLaser laser(core, {.EmissionRequest = &emission, .Beam = &beam});
+  laser.Trip("by hand");
+  emission.Beside = [&] { laser.Trip("once more"); };
+  laser.ResetLatch();
+  EXPECT_STREQ(laser.LatchReason(), "once more");
+  laser.ResetLatch();
+  EXPECT_EQ(laser.LatchReason(), nullptr);
 }
 
 TEST(ComposedOutputs, OneOfTheLasersIsFoundByWhateverNameItHas) {
