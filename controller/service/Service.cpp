@@ -47,16 +47,16 @@ void TripLaser() {
   if (TNcLaser* const laser = FittedLaser()) laser->Trip(kAllOffTrip);
 }
 
-// Counts what is under way.
-class TUnderWay {
+// Counts what has begun, and what of it is done.
+class TCounted {
  public:
-  explicit TUnderWay(std::atomic<int>& count) : FCount(count) { ++FCount; }
-  ~TUnderWay() { --FCount; }
-  TUnderWay(const TUnderWay&) = delete;
-  TUnderWay& operator=(const TUnderWay&) = delete;
+  TCounted(std::atomic<std::uint32_t>& begun, std::atomic<std::uint32_t>& done) : FDone(done) { ++begun; }
+  ~TCounted() { ++FDone; }
+  TCounted(const TCounted&) = delete;
+  TCounted& operator=(const TCounted&) = delete;
 
  private:
-  std::atomic<int>& FCount;
+  std::atomic<std::uint32_t>& FDone;
 };
 
 }  // namespace
@@ -228,7 +228,7 @@ void TService::Pause(const TAsker& who) {
 
 void TService::AllOff(const TAsker& who) {
   const TLanguageScope own("");
-  const TUnderWay underWay(FAllOffsUnderWay);
+  const TCounted counted(FAllOffsBegun, FAllOffsDone);
   FAllOff.store(true);
   const std::uint64_t askedMs = Clock().MonotonicMs();
   TTryAll tryAll;
@@ -236,7 +236,7 @@ void TService::AllOff(const TAsker& who) {
   FStopper->Ask();
   TNcStateFramework& framework = FController->Framework();
   std::string cause = Format(Tr("everything was switched off by %s"), who.Name.c_str());
-  tryAll([&] { framework.RunNext(&TSafeEnd::StopDevices); })([&] { framework.Stop(cause); })([&] { KeepStill(who); });
+  tryAll([&] { framework.RunNext(&TSafeEnd::StopDevices); })([&] { framework.Stop(cause); })([&] { KeepStill(cause); });
   LogMsg(lkError, 0, cause, kSource);
   Post([this, cause = std::move(cause), askedMs] {
     FRunner.CutOff(cause, askedMs);
@@ -245,12 +245,9 @@ void TService::AllOff(const TAsker& who) {
 }
 
 // One alarm, however often it is asked for.
-void TService::KeepStill(const TAsker& who) {
+void TService::KeepStill(std::string why) {
   const std::uint64_t serial =
-      FController->Alarms().Raise({.IdPrefix = kAllOffAlarm,
-                                   .Desc = Format(Tr("everything was switched off by %s"), who.Name.c_str()),
-                                   .Id = 1,
-                                   .Attrs = kAllOffForbids});
+      FController->Alarms().Raise({.IdPrefix = kAllOffAlarm, .Desc = std::move(why), .Id = 1, .Attrs = kAllOffForbids});
   std::uint64_t none = 0;
   if (!FAllOffAlarm.compare_exchange_strong(none, serial)) (void)FController->Alarms().ClearSerial(serial);
 }
@@ -335,26 +332,36 @@ TResult<> TService::NoOtherAlarm() {
   return {};
 }
 
+// As its alarm says.
+std::string TService::WhyAllOff() const {
+  for (TNcAlarmRecord& alarm : FController->Alarms().Standing())
+    if (alarm.Serial == FAllOffAlarm.load()) return std::move(alarm.Desc);
+  const TLanguageScope own("");
+  return Tr("everything was switched off");
+}
+
 TResult<> TService::Reset(const TAsker& who) {
+  const std::uint32_t done = FAllOffsDone.load();
   if (FAllOff.load())
     if (TResult<> still = StandsStill(); !still) return still;
   FController->ClearAlarms();
   FController->Alarms().ResetAlarms();
   if (FAllOff.load())
     if (TResult<> none = NoOtherAlarm(); !none) return none;
+  const std::string why = WhyAllOff();
   const std::uint64_t serial = FAllOffAlarm.exchange(0);
   if (serial != 0) (void)FController->Alarms().ClearSerial(serial);
   if (FController->Keys().IsActive()) FController->Keys().SetEmergencyStop(false);  // the panel's key
   if (TResult<> reset = FController->ResetLatch(); !reset) {
-    if (FAllOff.load()) KeepStill(who);
+    if (FAllOff.load()) KeepStill(why);
     return reset;
   }
   FAllOff.store(false);
-  // Asked for again meanwhile: what it had done by then may be undone, and is done again.
-  if (FAllOffsUnderWay.load() != 0 || FAllOffAlarm.load() != 0) {
+  // One that was under way, or has begun meanwhile: what it had done by then may be undone, and is done again.
+  if (FAllOffsBegun.load() != done) {
     FAllOff.store(true);
     TTryAll tryAll;
-    tryAll([] { TripLaser(); })([&] { KeepStill(who); });
+    tryAll (&TripLaser)([&] { KeepStill(why); });
     return StaysOff(Tr("it was asked for again meanwhile"), Tr("reset it again"));
   }
   const TLanguageScope own("");

@@ -140,7 +140,8 @@ class TService {
   void Wake();
   // Waits until something is posted or asked for, `micros` of real time at most.
   void WaitForWork(std::uint64_t micros);
-  void KeepStill(const TAsker& who);
+  void KeepStill(std::string why);
+  [[nodiscard]] std::string WhyAllOff() const;
   [[nodiscard]] TResult<> NotAllOff() const;
   [[nodiscard]] TResult<> NoEmergency(const TRunRequest& request) const;
   [[nodiscard]] TResult<> StandsStill();
@@ -161,7 +162,8 @@ class TService {
 
   // any thread
   std::atomic<bool> FAllOff{false};
-  std::atomic<int> FAllOffsUnderWay{0};
+  std::atomic<std::uint32_t> FAllOffsBegun{0};
+  std::atomic<std::uint32_t> FAllOffsDone{0};
   std::atomic<std::uint64_t> FAllOffAlarm{0};  // its serial; 0: none stands
   std::atomic<std::uint64_t> FFaults{0};
 

@@ -361,6 +361,38 @@ TEST(Service, AnAllOffThatComesWhileItIsResetStays) {
   EXPECT_FALSE(world.Service.IsAllOff());
 }
 
+TEST(Service, AnAllOffThatComesWhileItsAlarmStillStandsIsNotResetWithIt) {
+  struct TSource final : INcAlarmSource20 {
+    std::string GetAlarmIDPrefix() override { return "TPDoor"; }
+    void RegisterAlarms(INcAlarmTable20&) override {}
+    void UpdateAlarms(INcAlarmReport20&) override {
+      if (const auto ask = std::exchange(Ask, nullptr)) ask();  // asked by the reset
+    }
+    void ResetAlarm(std::int32_t) override {}
+    std::string GetAlarmDesc(std::int32_t) override { return {}; }
+    std::function<void()> Ask;
+  } source;
+  TServiceWorld world(false, 1.0);
+  TNcAlarmManager& alarms = world.Service.Controller().Alarms();
+  alarms.AddSource(source);
+  world.Service.AllOff(TServiceWorld::Operator());
+  ASSERT_TRUE(
+      Comes([&] { return world.Service.Status()->Machine.LatchTripped && !world.Service.Status()->SafePending; }));
+  TAsker berta = TServiceWorld::Operator();
+  berta.Name = "berta";
+  world.Do([&] {
+    source.Ask = [&] { world.Service.AllOff(TServiceWorld::Operator()); };
+    EXPECT_FALSE(world.Service.Reset(berta));
+    EXPECT_EQ(source.Ask, nullptr);
+    EXPECT_TRUE(world.Service.IsAllOff());
+    EXPECT_FALSE(alarms.AllowMove());
+    const std::vector<TNcAlarmRecord> standing = alarms.Standing();
+    const auto still = std::ranges::find(standing, "everything was switched off by anna", &TNcAlarmRecord::Desc);
+    EXPECT_NE(still, standing.end()) << "who has switched it off, not who resets it";
+  });
+  EXPECT_TRUE(Comes([&] { return world.Ask("POST", "reset").Status == 200; }));
+}
+
 TEST(Service, OneResetIsEnoughForAnAlarmWhoseCauseIsOver) {
   TNcSimpleAlarmSource door("TPDoor", {{1, naForbidLaser, "the door is open"}});
   TServiceWorld world(false, 1.0);
