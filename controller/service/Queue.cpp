@@ -371,10 +371,11 @@ void TQueue::Begin() {
 
 // While it was written somebody may have held the queue, or begun something, or the machine has changed.
 void TQueue::Launch(std::vector<TMotionCall> calls) {
-  if (FHeld || EndAsked() || FSeam.Busy()) return PutBack();
+  if (FHeld || FSeam.Busy()) return PutBack();
   TJob& job = FNow.Jobs.front();
   try {
     FSeam.Ready(calls).OrThrow(pbRefused);
+    if (EndAsked()) return PutBack();  // last: it may come at any moment
     job.Run = FSeam.Start(job, std::move(calls)).OrThrow(pbRefused);
     FSeam.Changed();
   } catch (...) {

@@ -290,9 +290,16 @@ TResult<> TService::NoEmergency(const TRunRequest& request) const {
 }
 
 TResult<std::uint64_t> TService::Run(TRunRequest request, const TAsker& who) {
+  TNcStateFramework& framework = FController->Framework();
+  const std::uint32_t ends = framework.EndsAsked();
   if (TResult<> on = NotAllOff(); !on) return on.Problem();
   if (TResult<> none = NoEmergency(request); !none) return none.Problem();
-  return FRunner.Start(std::move(request), who);
+  TResult<std::uint64_t> run = FRunner.Start(std::move(request), who);
+  if (run && framework.EndsAsked() != ends) {  // an end that came before there was anything to end
+    framework.Stop();
+    FRunner.StopAsked({});
+  }
+  return run;
 }
 
 TResult<> TService::MayRun(const TRunRequest& request) {

@@ -107,7 +107,8 @@ class TService {
   [[nodiscard]] TLinkDesk& Links() { return FDesks->Links; }
   // Refused while a procedure runs, with its name: configuration changes take effect at rest.
   [[nodiscard]] TResult<> AtRest();
-  // Starts a run; refused also while everything is off. Throws what TRunner::Start throws.
+  // Starts a run; refused also while everything is off and, but for what only darkens, while the emergency stop is
+  // active. One that an end was asked for meanwhile is stopped. Throws what TRunner::Start throws.
   [[nodiscard]] TResult<std::uint64_t> Run(TRunRequest request, const TAsker& who);
   // Whether Run would take it now; throws as it does.
   [[nodiscard]] TResult<> MayRun(const TRunRequest& request);

@@ -393,6 +393,30 @@ TEST(Service, AnAllOffThatComesWhileItsAlarmStillStandsIsNotResetWithIt) {
   EXPECT_TRUE(Comes([&] { return world.Ask("POST", "reset").Status == 200; }));
 }
 
+TEST(Service, AStopThatComesWhileARunIsStartedStopsIt) {
+  struct TJob final : IRunJob {
+    explicit TJob(TService& service) : Service(service) {}
+    TResult<> Start() override {
+      Service.Stop(TServiceWorld::Operator());
+      Service.Controller().RunPass();  // in standby: it is over at once
+      return Service.Controller().Start(ShareRoot(MakeShot(600'000)));
+    }
+    bool Pass(std::uint64_t, std::uint64_t) override { return Service.Controller().Running(); }
+    TJson Finish(std::uint64_t, TRunReport&) override { return {}; }
+    TService& Service;
+  };
+  TServiceWorld world(false, 1.0);
+  world.Do([&] {
+    TRunRequest run;
+    run.Procedure = "late";
+    run.Job = std::make_shared<TJob>(world.Service);
+    EXPECT_TRUE(world.Service.Run(std::move(run), TServiceWorld::Operator()));
+  });
+  const TJson report = world.Report(1);
+  EXPECT_EQ(report["outcome"], "stopped");
+  EXPECT_EQ(report["cause"], "stopped by anna");
+}
+
 TEST(Service, OneResetIsEnoughForAnAlarmWhoseCauseIsOver) {
   TNcSimpleAlarmSource door("TPDoor", {{1, naForbidLaser, "the door is open"}});
   TServiceWorld world(false, 1.0);
