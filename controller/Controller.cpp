@@ -21,6 +21,7 @@
 #include "ixocamglue/config/Ucamglue.h"
 #include "ixocamglue/platform/ports/CutStates.h"
 #include "ixocamglue/platform/services/Locale.h"
+#include "ixocamglue/support/Locks.h"
 #include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
@@ -105,6 +106,7 @@ struct TController::TParts {
   std::unique_ptr<IMachine> Machine;
   TMachineLimits Limits;
   std::string Driver;
+  TCriticalSection StartLock;  // from the look until it is requested: of two starts at once one finds the other
   std::optional<TSupervisor> Supervisor;
   std::optional<TThreadWatch> Threads;
   std::optional<TRoundThread> MachineThread;
@@ -295,6 +297,7 @@ TResult<> TController::MayStart(IStateMotion& root) const {
 
 TResult<> TController::Start(std::shared_ptr<IStateMotion> root) {
   if (!root) return TProblem{.What = Tr("there is no procedure")};
+  const TGuard guard(FParts->StartLock);
   const std::int32_t id = root->GetID();
   TResult<> started = MayStart(*root);
   if (started) {

@@ -84,8 +84,8 @@ class TController {
   // Hands the root to the controller and requests its state. Refused while a procedure or a key command's state runs, a
   // stop has not come to its end, or a device has not acknowledged switching off; and what needs the laser while that
   // is not fitted, latched or forbidden. A refused start sets its success flag to false, unless the procedure that runs
-  // has the same. Any thread but the one that is inside a tick of a running procedure. Throws what making a step
-  // throws.
+  // has the same. Any thread but the one that is inside a tick of a running procedure; of two that start at once one
+  // is refused. Throws what making a step throws.
   [[nodiscard]] TResult<> Start(std::shared_ptr<IStateMotion> root);
   // Whether Start would take the root now. Any thread.
   [[nodiscard]] TResult<> MayStart(IStateMotion& root) const;
