@@ -5,6 +5,8 @@
 #include <thread>
 #include <utility>
 
+#include "ixocamglue/support/Locks.h"
+
 namespace ixocontroller {
 namespace {
 
@@ -26,8 +28,6 @@ TSignalsBlocked::~TSignalsBlocked() { ::pthread_sigmask(SIG_SETMASK, &FBefore, n
 
 // The signals are taken by a thread of their own, which may lock what it likes.
 struct TStopOnSignal::TImpl {
-  enum TState : std::uint8_t { siIdle, siBegun, siGivenUp };
-
   void Watch(TStop& stop) {
     pthread_setname_np(pthread_self(), "ixo-signals");
     constexpr timespec kSlice{0, 20'000'000};
@@ -38,18 +38,18 @@ struct TStopOnSignal::TImpl {
       const std::uint64_t now = Clock().MonotonicMs();
       if (signal) stop.Ask();
       if (signal && askedMs == 0) askedMs = now;
-      const std::uint64_t deadline = DeadlineMs;
-      const bool overdue = askedMs == 0 && deadline != 0 && now >= deadline + kGiveUpMs;
-      if (!overdue && (askedMs == 0 || now < askedMs + kGiveUpMs)) continue;
-      TState begun = siBegun;
-      if (GiveUp && State.compare_exchange_strong(begun, siGivenUp)) GiveUp(overdue);
+      const TGuard guard(Lock);
+      const bool overdue = askedMs == 0 && DeadlineMs != 0 && now >= DeadlineMs + kGiveUpMs;
+      if (!Begun || (!overdue && (askedMs == 0 || now < askedMs + kGiveUpMs))) continue;
+      if (GiveUp) GiveUp(overdue);
     }
   }
 
   std::function<void(bool)> GiveUp;
   std::atomic<bool> Ending{false};
-  std::atomic<std::uint64_t> DeadlineMs{0};
-  std::atomic<TState> State{siIdle};
+  TCriticalSection Lock;  // also while it is given up: who says that it came to its end waits here then
+  bool Begun IXO_GUARDED_BY(Lock) = false;
+  std::uint64_t DeadlineMs IXO_GUARDED_BY(Lock) = 0;
   std::thread Thread;
 };
 
@@ -64,14 +64,14 @@ TStopOnSignal::~TStopOnSignal() {
 }
 
 void TStopOnSignal::Begin(std::uint64_t deadlineMs) {
+  const TGuard guard(FImpl->Lock);
   FImpl->DeadlineMs = deadlineMs;
-  FImpl->State = TImpl::siBegun;
+  FImpl->Begun = true;
 }
 
 void TStopOnSignal::End() {
-  TImpl::TState begun = TImpl::siBegun;
-  if (FImpl->State.compare_exchange_strong(begun, TImpl::siIdle)) return;
-  if (begun == TImpl::siGivenUp) FImpl->Thread.join();  // which ends the process
+  const TGuard guard(FImpl->Lock);
+  FImpl->Begun = false;
 }
 
 }  // namespace ixocontroller

@@ -1,5 +1,6 @@
 // Ctrl-C while the main thread waits where no stop reaches: for a name that is resolved, a connection that is opened.
-// For programs without a controller's threads; others have SignalStop.h. Main thread. Nothing here fails.
+// For programs without a controller's threads; others have SignalStop.h. Main thread. Nothing here fails. Times: ms of
+// Clock().MonotonicMs.
 #pragma once
 
 #include <csignal>
@@ -26,7 +27,7 @@ class TSignalsBlocked {
 
 // The first signal asks `stop`. What has not come to its end kGiveUpMs later, or kGiveUpMs after its deadline (a name
 // that is resolved, a connection that is opened), does not hold the program up: `giveUp` is called on another thread,
-// and ends the process.
+// and ends the process; empty: nothing is given up. `stop` outlives this.
 class TStopOnSignal {
  public:
   static constexpr std::uint32_t kGiveUpMs = 120;
