@@ -34,6 +34,9 @@ TChildProcess::TChildProcess(const std::filesystem::path& program, std::vector<s
   if (FProcess != 0) return;
   // Calls from here to the exec that are safe in a copy of the process.
   ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+  sigset_t none;
+  ::sigemptyset(&none);
+  ::sigprocmask(SIG_SETMASK, &none, nullptr);  // else a SIGTERM that this thread holds back never reaches it
   const int in = ::open("/dev/null", O_RDONLY);
   const int out = ::open(said.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
   if (::getppid() != parent || in < 0 || out < 0 || ::chdir(folder.c_str()) != 0) ::_exit(kNotStarted);

@@ -1,10 +1,12 @@
 #include <cerrno>
+#include <csignal>
 #include <fstream>
 
 #include <gtest/gtest.h>
 
 #include "fixture/Faults.h"
 #include "fixture/TempDir.h"
+#include "ixocamglue/support/ChildProcess.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/ValueText.h"
 
@@ -66,6 +68,17 @@ TEST(WholeFiles, AnythingButARegularFileIsAProblemWithItsReason) {
   std::string bytes;
   EXPECT_EQ(ReadFile(file.string(), 9, bytes), 0);
   EXPECT_EQ(ReadFile(file.string(), 8, bytes), EFBIG);
+}
+
+TEST(ChildProcess, IsAskedToEndAlsoByAThreadThatHoldsSignalsBack) {
+  const TTempDir folder;
+  sigset_t term, before;
+  sigemptyset(&term);
+  sigaddset(&term, SIGTERM);
+  ASSERT_EQ(pthread_sigmask(SIG_BLOCK, &term, &before), 0);
+  TChildProcess sleep("/bin/sleep", {"sleep", "600"}, folder.Path(), folder.Path() / "said");
+  EXPECT_EQ(sleep.End(std::chrono::seconds(5)), 128 + SIGTERM) << "nothing: it had to be forced";
+  ASSERT_EQ(pthread_sigmask(SIG_SETMASK, &before, nullptr), 0);
 }
 
 TEST(Faults, EveryActionIsTriedAndTheFirstFailureIsTold) {
