@@ -9,6 +9,7 @@ namespace ixocontroller {
 namespace {
 
 constexpr std::uint64_t kFateMs = 500;
+constexpr std::size_t kMostFates = 10'000;  // those that came too late are asked for by nobody
 
 }  // namespace
 
@@ -17,6 +18,7 @@ TAlarmFeed::TAlarmFeed(TAlarmStore& store, std::function<void(const TToldAlarm& 
   FStore.OnFate([this](const TAlarmFate& fate) {
     TGuard guard(FFatesLock);
     FFates[{fate.Serial, fate.Cleared}] = fate.Stored;
+    if (FFates.size() > kMostFates) FFates.erase(FFates.begin());
   });
   AlarmManager()->RegisterClient(this, true);
 }

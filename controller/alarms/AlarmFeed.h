@@ -28,7 +28,7 @@ struct TToldAlarm {
 // Any thread. Nothing fails but what `tell` throws.
 class TAlarmFeed {
  public:
-  // `tell` is called by Round, one alarm at a time. The store outlives the feed.
+  // `tell` is called by Round, one alarm at a time, and calls nothing of the feed. The store outlives the feed.
   TAlarmFeed(TAlarmStore& store, std::function<void(const TToldAlarm& alarm)> tell);
   ~TAlarmFeed();
   TAlarmFeed(const TAlarmFeed&) = delete;
