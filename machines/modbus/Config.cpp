@@ -1,6 +1,7 @@
 #include "machines/modbus/Config.h"
 
 #include <algorithm>
+#include <cctype>
 
 #include "ixocamglue/platform/comm/SerialSettings.h"
 #include "ixocamglue/support/Format.h"
@@ -8,6 +9,22 @@
 #include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
+
+namespace {
+
+std::string LineOf(const TModbusStationConfig& station) {
+  return station.Device.empty() ? Format("%s:%d", station.Host.c_str(), station.Port) : station.Device;
+}
+
+// By what they say: two names of one host are not looked up.
+bool OnOneLine(const TModbusStationConfig& a, const TModbusStationConfig& b) {
+  const auto same = [](char x, char y) {
+    return std::tolower(static_cast<unsigned char>(x)) == std::tolower(static_cast<unsigned char>(y));
+  };
+  return a.Device == b.Device && (!a.Device.empty() || (a.Port == b.Port && std::ranges::equal(a.Host, b.Host, same)));
+}
+
+}  // namespace
 
 void TModbusStationConfig::Publish(TPublisher& p) {
   p.Field("Name", Name, "", kOptional)
@@ -101,16 +118,21 @@ TResult<const TModbusStationConfig*> TModbusRecord::Find(std::string_view name) 
         .What = Format(Tr("the section %s has no station \"%s\""), kSection, std::string(name).c_str()),
         .Remedy = nearest.DidYouMean(Tr("add it there: <Station Name=\"...\" Host=\"...\" Port=\"502\"/>"))};
   if (auto good = found->Check(); !good) return good.Problem();
-  // What stands beside it on its line has to agree about the line.
+  // What stands beside it on its line has to agree about the line, and to be another device.
   for (const auto& other : Stations) {
-    if (found->Device.empty() || other->Device != found->Device || other.get() == found) continue;
-    if (other->Link().Text() != found->Link().Text())
+    if (other.get() == found || !OnOneLine(*found, *other)) continue;
+    if (!found->Device.empty() && other->Link().Text() != found->Link().Text())
       return TProblem{.What = Format(Tr("the stations %s and %s share %s and state it differently: %s; %s"),
                                      found->Name.c_str(), other->Name.c_str(), found->Device.c_str(),
                                      found->Link().Settings.c_str(), other->Link().Settings.c_str())};
     if (other->Unit == found->Unit)
       return TProblem{.What = Format(Tr("the stations %s and %s have the same unit %d on %s"), found->Name.c_str(),
-                                     other->Name.c_str(), found->Unit, found->Device.c_str())};
+                                     other->Name.c_str(), found->Unit, LineOf(*found).c_str()),
+                      .Where = Format("%s/Station %s", TModbusRecord::kSection, other->Name.c_str()),
+                      .Why = Tr("they are one device, whose outputs two names would switch without knowing of each "
+                                "other"),
+                      .Remedy = Tr("name the device once and give all its points that station, or correct Host, Port, "
+                                   "Device or Unit")};
   }
   return found;
 }

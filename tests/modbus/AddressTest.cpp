@@ -11,6 +11,7 @@
 namespace ixocamglue::test {
 namespace {
 
+using testing::AllOf;
 using testing::HasSubstr;
 
 TModbusAddress Good(TPointKind kind, std::string_view text) {
@@ -134,6 +135,13 @@ TEST_F(ModbusConfig, FindsWhatIsWrongWithAStation) {
   EXPECT_THAT(Check(line + R"(Baud="19200" Unit="2"/>)", pkInput, "io:coil:3"), HasSubstr("differently"));
   EXPECT_THAT(Check(line + "/>", pkInput, "io:coil:3"), HasSubstr("same unit 1"));
   EXPECT_EQ(Check(line + R"(Unit="2"/>)", pkInput, "io:coil:3"), "");
+  const std::string tcp = R"(<Station Name="a" Host="PLC" Port="502" Unit="3"/><Station Name="io" Host="plc" )";
+  EXPECT_THAT(Check(tcp + R"(Unit="3"/>)", pkOutput, "io:coil:3"),
+              AllOf(HasSubstr("io and a have the same unit 3 on plc:502"), HasSubstr("Modbus/Station a"),
+                    HasSubstr("one device"), HasSubstr("name the device once")));
+  EXPECT_THAT(Check(tcp + R"(Unit="3" RtuFraming="True"/>)", pkOutput, "a:coil:3"), HasSubstr("same unit 3"));
+  EXPECT_EQ(Check(tcp + R"(Unit="4"/>)", pkOutput, "io:coil:3"), "");
+  EXPECT_EQ(Check(tcp + R"(Unit="3" Port="503"/>)", pkOutput, "io:coil:3"), "");
 }
 
 }  // namespace
