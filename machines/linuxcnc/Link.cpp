@@ -180,9 +180,8 @@ double TLncLink::At(TLncAxis axis) const {
 }
 
 bool TLncLink::Moving(TLncAxis axis) const {
-  const std::uint64_t now = Clock().MonotonicMs();
   TGuard guard(FTrackLock);
-  return now - FTracks[axis].ChangedMs < kRestMs;
+  return FTrackedMs - FTracks[axis].ChangedMs < kRestMs;
 }
 
 bool TLncLink::Homed(TLncAxis axis) const { return FHal.IsOn(FConfig.Pin(axis, kAxisHomed)); }
@@ -386,6 +385,7 @@ void TLncLink::HalRound() {
 void TLncLink::Track(std::uint64_t now) {
   {
     TGuard guard(FTrackLock);
+    FTrackedMs = FHal.FrameAt().value_or(FTrackedMs);
     TNcWatch* const watch = NcWatch();
     for (std::size_t i = 0; i < kLncAxes; ++i) {
       const auto axis = static_cast<TLncAxis>(i);
@@ -394,7 +394,7 @@ void TLncLink::Track(std::uint64_t now) {
       TTrack& track = FTracks[i];
       track.At = *at;
       if (std::abs(*at - track.From) > kMovedMm) {
-        track.ChangedMs = now;
+        track.ChangedMs = FTrackedMs;
         track.From = *at;
       }
       if (watch && i < std::size(kWatched))

@@ -10,10 +10,11 @@
 // is somebody's abort. A stop holds the axes by HAL at once, drops what waits, and is over when LinuxCNC has
 // acknowledged an abort and the axes rest; only then they are let go, as what LinuxCNC has queued would go on.
 //
-// It is away from the moment that a connection ends, LinuxCNC's task is silent, another one commands it, or, while the
-// controller is not in standby, it falls into emergency stop, is switched off, unhomed or brought into another mode.
-// Then nothing beats, what waits is dropped, and the axes are held. It is back when all connections stand, an abort was
-// acknowledged and the controller is in standby. That arms, homes and moves nothing.
+// It is away from the moment that a connection ends, LinuxCNC's task is silent, another one commands it, the axes do
+// not rest 5 s after an abort, or, while the controller is not in standby, it falls into emergency stop, is switched
+// off, unhomed or brought into another mode. Then nothing beats, what waits is dropped, and the axes are held. It is
+// back when all connections stand, an abort was acknowledged, the axes rest and the controller is in standby. That
+// arms, homes and moves nothing.
 #pragma once
 
 #include <array>
@@ -90,8 +91,8 @@ class TLncLink {
   void Stop(TLncUnit unit);
   void StopAll();
 
-  [[nodiscard]] double Pos(TLncAxis axis) const;  // throws EDeviceAway
-  [[nodiscard]] bool Moving(TLncAxis axis) const;
+  [[nodiscard]] double Pos(TLncAxis axis) const;   // throws EDeviceAway
+  [[nodiscard]] bool Moving(TLncAxis axis) const;  // until it was seen to rest for 50 ms
   [[nodiscard]] bool Homed(TLncAxis axis) const;
   [[nodiscard]] TLncStatus Status() const;
   // Why nothing may move; empty: it may.
@@ -180,6 +181,7 @@ class TLncLink {
   };
   mutable TCriticalSection FTrackLock;
   std::array<TTrack, kLncAxes> FTracks IXO_GUARDED_BY(FTrackLock);
+  std::uint64_t FTrackedMs IXO_GUARDED_BY(FTrackLock) = 0;  // when the frame came that they are of
 
   mutable TCriticalSection FLock;
   std::condition_variable_any FWake;  // something to do for the commanding thread

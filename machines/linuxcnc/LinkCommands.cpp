@@ -123,8 +123,12 @@ void TLncLink::CarryOutAbort() {
     return;
   }
   const std::uint64_t end = Clock().MonotonicMs() + kRestLimitMs;
-  while (!AllRest() && Clock().MonotonicMs() < end && !Clock().Pause(FStop, 5)) SignOfLife(Clock().MonotonicMs());
+  bool rests = AllRest();
+  for (; !rests && Clock().MonotonicMs() < end && !Clock().Pause(FStop, 5); rests = AllRest())
+    SignOfLife(Clock().MonotonicMs());
   if (FStop.Asked()) return;
+  // Nobody knows what moves them. They stay held, it is aborted once more, and nothing is back before they rest.
+  if (!rests) return Lose(Tr("the axes of LinuxCNC do not come to rest after a stop"));
   TGuard guard(FLock);
   if (FStops != stops) return;  // once more
   FAbortDue = false;

@@ -398,9 +398,26 @@ TEST_F(LinuxcncDriver, TheTaskIsAskedForLifeWhileItChangesItsModeAndWhileAStopWa
   Clock().Sleep(1000);
   EXPECT_TRUE(Motion.IsBusy());
   EXPECT_GE(Cnc.FeedOverrides(), told + 3);
+  // What does not come to rest is not let go, and nothing is ready before it has.
+  ASSERT_TRUE(Comes([&] { return Events.Last() != ""; }));
+  EXPECT_THAT(Events.Last(), HasSubstr("do not come to rest"));
+  EXPECT_THAT(Refused([&] { static_cast<void>(Motion.IsBusy()); }), HasSubstr("do not come to rest"));
+  Link.NoteState(0);
+  Clock().Sleep(200);
+  EXPECT_EQ(Cnc.Output("inhibit"), 1.0);
+  EXPECT_NE(Events.Last(), "back");
   coasts = false;
-  EXPECT_TRUE(Ends(luXY));
+  EXPECT_TRUE(Comes([&] { return Events.Last() == "back" && Cnc.Output("inhibit") == 0.0; }));
   hand.End();
+}
+
+TEST_F(LinuxcncDriver, WhatMovedWhenItWasHeardOfLastDoesNotRest) {
+  Start();
+  Motion.MoveXY({3000.0, 0.0}, 300.0);
+  ASSERT_TRUE(Comes([&] { return Link.Moving(laX); }));
+  Cnc.HalSilent = true;
+  Clock().Sleep(150);
+  EXPECT_TRUE(Link.Moving(laX)) << "it was not seen to rest";
 }
 
 TEST_F(LinuxcncDriver, NothingBeatsForAStateThreadThatHangs) {
