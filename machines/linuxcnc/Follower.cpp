@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "ixocamglue/platform/ports/CutStates.h"
+#include "ixocamglue/platform/states/NcState.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
 #include "machines/linuxcnc/Axes.h"
@@ -16,6 +17,8 @@ namespace {
 constexpr double kBandMm = 0.05;            // within it a height counts as reached
 constexpr double kBottomMm = 0.1;           // before the end of the axis
 constexpr std::uint32_t kRestSamples = 20;  // one a frame: 200 ms
+constexpr double kOutOfReach = 14.5;        // a gap beyond it is none
+constexpr std::uint64_t kLostMs = 50;       // a plate that is not seen for so long has ended: the loop would dive
 
 // As shares of what the sensor has shown; where it has shown nothing else than one value, all are too much.
 TSensorJudgement::TLimits LimitsOf(const TSensorJudgement& judgement) {
@@ -142,29 +145,32 @@ bool TLncFollower::AtBottom() const {
 }
 
 // What the loop has come to is carried out under the lock: a stop that comes meanwhile comes after it.
-void TLncFollower::Take(std::uint64_t) {
+void TLncFollower::Take(std::uint64_t nowMs) {
   const bool away = !FLink.WhyAway().empty();
   TGuard guard(FLock);
   if (FPhase == TPhase::Still) return;
   if (away) return LetGo();
   try {
-    Look();
+    Look(nowMs);
   } catch (const std::exception&) {  // it failed, and says so to who asks for it
     LetGo();
   }
 }
 
-void TLncFollower::Look() {
+void TLncFollower::Look(std::uint64_t nowMs) {
   const THalClient& hal = FLink.Hal();
   const double sensor = hal.Value(kPinSensor).value_or(0.0);
-  const bool there = FLoopOn && std::abs(hal.Value(kPinGap).value_or(-1.0) - FHeight) <= kBandMm;
+  const double gap = hal.Value(kPinGap).value_or(-1.0);
+  const bool there = FLoopOn && std::abs(gap - FHeight) <= kBandMm;
   const bool bottom = FLoopOn && !there && AtBottom();
   switch (FPhase) {
     case TPhase::Still: return;
     case TPhase::Following:
       FReached = FReached || there;
-      if (bottom) LetGo();  // there is no plate
-      return;
+      if (!FReached || gap <= kOutOfReach) FSeenMs = nowMs;
+      if (!bottom && nowMs - FSeenMs < kLostMs) return;
+      LetGo();
+      return NotePlateLost();
     case TPhase::Down:
       if (!FLoopOn) return;
       FJudgement.Approaching(sensor);

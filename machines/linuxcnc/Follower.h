@@ -1,10 +1,12 @@
 // The height follower on a LinuxCNC: its Z axis, and the loop in HAL that adds an offset to it. mm and mm/s; Z 0 is the
 // top and grows downwards.
 //
-// Following is HAL's: the driver gives the height and switches the loop on. What the loop has added is given back
-// before Z moves in machine coordinates, so that such a move begins where Z was without it. A calibration gives it
-// back, lets the loop bring the nozzle down to PlateTouch, looks at the sensor on the way and at rest, and returns to
-// where it began; its result stays "interrupted" until it has ended. StartCalibrate, Follow, MoveZ: as the axes' moves.
+// Following is HAL's: the driver gives the height and switches the loop on. It switches it off where there is no plate:
+// at the end of the axis, or, once the height was reached, when the sensor has not seen one for 50 ms. What the loop
+// has added is given back before Z moves in machine coordinates, so that such a move begins where Z was without it. A
+// calibration gives it back, lets the loop bring the nozzle down to PlateTouch, looks at the sensor on the way and at
+// rest, and returns to where it began; its result stays "interrupted" until it has ended. StartCalibrate, Follow,
+// MoveZ: as the axes' moves.
 #pragma once
 
 #include <cstdint>
@@ -44,7 +46,7 @@ class TLncFollower final : public TNcFollower {
   void Begin(TPhase phase, double heightMm);
   void LetGo() IXO_REQUIRES(FLock);  // the loop runs no more, a calibration is interrupted
   [[nodiscard]] bool AtBottom() const;
-  void Look() IXO_REQUIRES(FLock);
+  void Look(std::uint64_t nowMs) IXO_REQUIRES(FLock);
   void Rise() IXO_REQUIRES(FLock);
 
   TLncLink& FLink;
@@ -54,7 +56,8 @@ class TLncFollower final : public TNcFollower {
   bool FLoopOn IXO_GUARDED_BY(FLock) = false;  // asked for
   double FHeight IXO_GUARDED_BY(FLock) = 0.0;
   double FFromZ IXO_GUARDED_BY(FLock) = 0.0;
-  std::uint32_t FOrder IXO_GUARDED_BY(FLock) = 0;  // rises with each order and stop
+  std::uint64_t FSeenMs IXO_GUARDED_BY(FLock) = 0;  // the plate that is followed
+  std::uint32_t FOrder IXO_GUARDED_BY(FLock) = 0;   // rises with each order and stop
   TSensorJudgement FJudgement IXO_GUARDED_BY(FLock);
   TNcCaliResult FComing IXO_GUARDED_BY(FLock);
   TNcCaliResult FResult IXO_GUARDED_BY(FLock){

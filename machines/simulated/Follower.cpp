@@ -4,6 +4,7 @@
 #include <cmath>
 #include <limits>
 
+#include "ixocamglue/platform/states/NcState.h"
 #include "ixocamglue/support/Format.h"
 
 namespace ixocamglue {
@@ -186,6 +187,7 @@ void TSimFollower::KeepHeight() {
   } else if (FZ.Pos() >= target) {
     SetFollowing(false);
     FCore.Event(FDevice, "no plate to follow");
+    NotePlateLost();
     return FCore.DeviceAlarms.AxisLimit(TSimDeviceAlarms::axZ, true);
   }
   if (std::abs(target - FZ.Target()) > band) FZ.Start(target, 0.0);

@@ -3,6 +3,7 @@
 
 #include "controller/procedures/ProcedureRun.h"
 #include "fixture/Machine.h"
+#include "ixocamglue/platform/states/NcStateTexts.h"
 
 namespace ixocamglue::test {
 namespace {
@@ -63,6 +64,22 @@ TEST_F(Effects, ABeamWithoutItsGasSupplyEnds) {
     EXPECT_EQ(run(true, fault), metError) << fault;
     EXPECT_THAT(Controller().Outcome().Cause, HasSubstr("200"));
   }
+}
+
+TEST_F(Effects, ABeamWhoseHeadLosesItsPlateEnds) {
+  Machine().Follower().PlaceZ(60.0);
+  StartSequence({{154, "follow"}, {516, "on"}, {612, "delay", [](TStateMotion& s) {
+                                                  dynamic_cast<TSmtDelay&>(s).SetDelay(5000);
+                                                }}});
+  RunUntil("laser on");
+  FController.RunFor(100);
+  FController.Machine().Inject("follower.no-plate");
+  const std::uint64_t before = Clock().MonotonicMs();
+  EXPECT_EQ(Finish(), metError);
+  EXPECT_LT(Clock().MonotonicMs() - before, 2000U);
+  EXPECT_EQ(Controller().Outcome().Cause, Show(SPlateLost));
+  EXPECT_FALSE(Machine().Snapshot().Laser || Machine().Snapshot().Emission);
+  EXPECT_EQ(Machine().LaserDevice().LatchReason(), nullptr);
 }
 
 TEST_F(Effects, NoLightIsNoSuccess) {

@@ -4,7 +4,8 @@
 #include "fixture/FakeLinuxcnc.h"
 #include "fixture/Waiting.h"
 #include "ixocamglue/platform/ports/CutStates.h"
-#include "ixocamglue/platform/states/NcWatch.h"
+#include "ixocamglue/platform/states/NcState.h"
+#include "ixocamglue/platform/states/NcStateTexts.h"
 #include "machines/linuxcnc/Axes.h"
 #include "machines/linuxcnc/Follower.h"
 #include "machines/linuxcnc/Pins.h"
@@ -241,6 +242,32 @@ TEST_F(LinuxcncDriver, FollowingIsGivenBackBeforeZMovesByTheMachine) {
   Follower.Stop(1);
   ASSERT_TRUE(Comes([&] { return Cnc.Output("follow") == 0.0 && !Follower.IsBusy(); }));
   EXPECT_FALSE(Follower.IsFollowing());
+}
+
+TEST_F(LinuxcncDriver, AHeadThatLosesItsPlateStaysWhereItIsAndEndsWhatRuns) {
+  Link.OnFrame([&](std::uint64_t now) { Follower.Take(now); });
+  ASSERT_TRUE(Link.Start());
+  Follower.MoveZ(60.0, 0.0);
+  ASSERT_TRUE(Ends(luZ));
+  TNcStateFramework states;
+  const auto ended = [&] {
+    const bool posted = Comes([&] { return states.Watch().EndPosted.load() != nullptr; });
+    states.RunOnce();
+    EXPECT_EQ(states.EndCause(), posted ? Show(SPlateLost) : "");
+    EXPECT_FALSE(Follower.IsFollowing() || Follower.IsBusy());
+    EXPECT_TRUE(Comes([&] { return Cnc.Output("follow") == 0.0; }));
+    return posted;
+  };
+  Follower.Follow(1.0);
+  ASSERT_TRUE(Comes([&] { return !Follower.IsBusy(); }));
+  states.RunOnce();
+  EXPECT_EQ(states.Watch().EndPosted.load(), nullptr);
+  Cnc.Plate = false;
+  EXPECT_TRUE(ended());
+  EXPECT_LT(Follower.GetZ(), 115.0) << "the loop does not bring it down to the end of the axis";
+  Follower.Follow(1.0);  // there is none from the beginning: searched for down to the end
+  EXPECT_TRUE(ended());
+  EXPECT_NEAR(Follower.GetZ(), 120.0, 0.2);
 }
 
 TEST_F(LinuxcncDriver, ACalibrationLooksAtTheSensorAndReturns) {

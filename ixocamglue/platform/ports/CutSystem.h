@@ -102,8 +102,10 @@ struct TNcCaliResult {
 class TNcFollower : public INcBusyDevice {
  public:
   virtual void MoveZ(double mm, double mmPerS) = 0;  // speed 0: the axis' default
-  virtual void Follow(double heightMm) = 0;          // keep this distance to the plate until stopped
-  virtual void Stop(std::int32_t mode) = 0;          // 1: stop at once, follow mode included
+  // Keep this distance to the plate until stopped; where there is no plate any more it ends by itself, and says so
+  // (NotePlateLost in platform/states/NcState.h).
+  virtual void Follow(double heightMm) = 0;
+  virtual void Stop(std::int32_t mode) = 0;  // 1: stop at once, follow mode included
   virtual double GetZ() = 0;
   virtual bool IsFollowing() = 0;
   virtual TAxisLimits GetZLimits() { return {0.0, std::numeric_limits<double>::infinity()}; }

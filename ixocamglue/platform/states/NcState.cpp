@@ -553,22 +553,6 @@ void TNcStateFramework::LogGuarded(const char* where, const std::exception_ptr& 
   }
 }
 
-void NoteGasOff() {
-  if (TNcWatch* const watch = NcWatch()) watch->GasToldOff.store(true, std::memory_order_release);
-  if (OnStateThread()) return;
-  TNcStateFramework* const states = NcStates();
-  if (states && states->CurrentState() == nsZemGasAdjust) states->Stop();
-}
-
-void NoteGasOn() {
-  if (TNcWatch* const watch = NcWatch()) watch->GasToldOff.store(false, std::memory_order_release);
-}
-
-void ReleaseOnStateThread(std::shared_ptr<void> object) {
-  TNcStateFramework* const states = NcStates();
-  if (states && !(OnStateThread() && object.use_count() == 1)) states->Release(std::move(object));
-}
-
 // --- TNcStateThread ---
 
 TNcStateThread::TNcStateThread(TNcStateFramework& framework, std::function<void()> last)

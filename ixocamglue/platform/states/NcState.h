@@ -261,6 +261,10 @@ void NoteGasOff();
 // For the same adapter, when a command to switch gas on is carried out. Any thread.
 void NoteGasOn();
 
+// For a follower's adapter, when following has ended by itself because there is no plate below the head: whatever runs
+// ends with an error, dark; light by hand goes off. Any thread, at once.
+void NotePlateLost();
+
 // Drops a reference to something whose end may call devices, so that it ends on the state thread: at once where this is
 // that thread and nobody else holds it, else in a later pass. Any thread; where no framework runs, at once.
 void ReleaseOnStateThread(std::shared_ptr<void> object);

@@ -13,8 +13,9 @@ inline constinit TText SBeamRefused{"CamGlue", "SBeamRefused", "开光闸或开�
 inline constinit TText SBeamSwitchedOff{"CamGlue", "SBeamSwitchedOff",
                                         "%s：激光和光闸已关闭，需重新按键才能再次打开，已锁定时须先复位"};
 inline constinit TText SGasSupplyLow{"CamGlue", "SGasSupplyLow", "激光打开时气源已 %d 毫秒供气不足"};
+inline constinit TText SPlateLost{"CamGlue", "SPlateLost", "割嘴下方没有板材，随动已结束"};
 
-inline constexpr auto kNcStateTexts =
-    TextList(SNcWedged, SBeamForbidden, SBeamLatched, SBeamLost, SBeamRefused, SBeamSwitchedOff, SGasSupplyLow);
+inline constexpr auto kNcStateTexts = TextList(SNcWedged, SBeamForbidden, SBeamLatched, SBeamLost, SBeamRefused,
+                                               SBeamSwitchedOff, SGasSupplyLow, SPlateLost);
 
 }  // namespace ixocamglue
