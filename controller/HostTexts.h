@@ -46,6 +46,7 @@ inline constinit TText SWatchBeat{"IxoCut", "SWatchBeat", "状态线程已 %d �
 inline constinit TText SWatchDark{"IxoCut", "SWatchDark", "%s，%d 毫秒后程序仍未关闭激光"};
 inline constinit TText SWatchEnding{"IxoCut", "SWatchEnding", "已要求停止"};
 inline constinit TText SWatchTold{"IxoCut", "SWatchTold", "已要求关闭激光"};
+inline constinit TText SWatchUnasked{"IxoCut", "SWatchUnasked", "没有要求出光，激光却已亮 %d 毫秒"};
 inline constinit TText SWatchEmergency{"IxoCut", "SWatchEmergency", "急停"};
 inline constinit TText SWatchAlarm{"IxoCut", "SWatchAlarm", "监视：%s；报警"};
 inline constinit TText SWatchFail{"IxoCut", "SWatchFail", "监视：%s；执行出错结束"};
@@ -75,13 +76,14 @@ inline constinit TText SPlotEnd{"IxoCut", "SPlotEnd", "终点"};
 inline constinit TText SPlotBeam{"IxoCut", "SPlotBeam", "出光"};
 inline constinit TText SPlotProcedure{"IxoCut", "SPlotProcedure", "工艺过程"};
 
-inline constexpr auto kHostTexts = TextList(
-    SRowState, SRowEmission, SRowLaser, SRowGas, SShotTitle, SShotEnded, SShotTooEarly, SRunCollided, SShotNotDark,
-    SEndSuccess, SEndStopped, SEndPaused, SEndAlarm, SEndCollided, SEndRefused, SEndNever, SEndStepRuns, SEndNotOff,
-    SAskedAlarm, SSignalStop, SWatchBusy, SWatchLeaf, SWatchEmission, SWatchLaser, SWatchGas, SWatchBeat, SWatchDark,
-    SWatchEnding, SWatchTold, SWatchEmergency, SWatchAlarm, SWatchFail, SWatchStop, SWatchLatch, SThreadSilent,
-    SThreadFailed, SLaserLatched, SLatchReset, SLinesDropped, SRunSteps, SRunPath, SRunStillOn, SRunFailed, SRowOutput,
-    SRowFollow, SPlotPath, SPlotZ, SPlotSignals, SEndGasOpen, SPlotStart, SPlotEnd, SPlotBeam, SPlotProcedure);
+inline constexpr auto kHostTexts =
+    TextList(SRowState, SRowEmission, SRowLaser, SRowGas, SShotTitle, SShotEnded, SShotTooEarly, SRunCollided,
+             SShotNotDark, SEndSuccess, SEndStopped, SEndPaused, SEndAlarm, SEndCollided, SEndRefused, SEndNever,
+             SEndStepRuns, SEndNotOff, SAskedAlarm, SSignalStop, SWatchBusy, SWatchLeaf, SWatchEmission, SWatchLaser,
+             SWatchGas, SWatchBeat, SWatchDark, SWatchEnding, SWatchTold, SWatchUnasked, SWatchEmergency, SWatchAlarm,
+             SWatchFail, SWatchStop, SWatchLatch, SThreadSilent, SThreadFailed, SLaserLatched, SLatchReset,
+             SLinesDropped, SRunSteps, SRunPath, SRunStillOn, SRunFailed, SRowOutput, SRowFollow, SPlotPath, SPlotZ,
+             SPlotSignals, SEndGasOpen, SPlotStart, SPlotEnd, SPlotBeam, SPlotProcedure);
 
 // Milliseconds for a %d.
 [[nodiscard]] inline int ShownMs(std::uint64_t ms) {

@@ -73,17 +73,20 @@ void TSupervisor::WatchBeam(std::uint64_t nowMs) {
   const TBeamCause cause = JudgeBeam(facts);
   // Emission alone lights nothing: a step that waits for it may answer a stop when its wait is over.
   const bool ends = facts.LaserAsked && FWatch.EndPosted.load(std::memory_order_acquire);
-  const bool told = FWatch.LaserOn.Runs() && FWatch.DarkDemandedInPass.load(std::memory_order_acquire) != 0;
+  const bool told = FWatch.DarkDemandedInPass.load(std::memory_order_acquire) != 0;
+  const bool unasked = FWatch.LaserOn.Runs() && (told || !FWatch.LaserAsked.Runs());
   const auto lasts = [nowMs](TNcSince& since, bool is, std::uint32_t ms) {
     is ? since.Begin(nowMs) : since.End();
     return is && since.LastedMs(nowMs) >= ms;
   };
   const bool late = lasts(FBeamCause, cause != bcNone || ends, kDarkWithinMs);
-  const bool stays = lasts(FStaysLit, told, kStaysLitMs);
+  const bool stays = lasts(FStaysLit, unasked, kStaysLitMs);
   if (!FBeamCause.Runs() && !FStaysLit.Runs()) FBeamAnswered = false;
   if (!(late || stays) || std::exchange(FBeamAnswered, true)) return;
+  const int lasted = static_cast<int>(late ? kDarkWithinMs : kStaysLitMs);
+  if (cause == bcNone && !ends && !told) return LatchAndStop(FActions.Latch, Show(SWatchUnasked, lasted));
   const std::string why = cause != bcNone ? BeamCauseText(cause) : ends ? SWatchEnding.Get() : SWatchTold.Get();
-  LatchAndStop(FActions.Latch, Show(SWatchDark, why.c_str(), static_cast<int>(late ? kDarkWithinMs : kStaysLitMs)));
+  LatchAndStop(FActions.Latch, Show(SWatchDark, why.c_str(), lasted));
 }
 
 // While the beam is asked for, a head that moves keeps no wait alive.

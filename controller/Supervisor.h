@@ -43,7 +43,7 @@ inline constexpr const char* kSupervisorAlarmPrefix = "TPSupervisor";
 //   nothing any more        |          | the next time starts with Alarm again
 //
 // A beam that the state framework has not made dark kDarkWithinMs after its cause gets Latch and Stop, past the ladder;
-// and one that reads as lit for kStaysLitMs although it was told to go off, at a procedure's own end for example.
+// and one that reads as lit for kStaysLitMs although it was told to go off, or nobody asks for it, in whatever state.
 class TSupervisor {
  public:
   // `state` gives the number of the current machine state and reads an atomic. `watch` outlives the supervisor.

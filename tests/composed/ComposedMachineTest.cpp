@@ -10,6 +10,7 @@
 #include "fixture/ComposedFile.h"
 #include "fixture/Faults.h"
 #include "fixture/TempDir.h"
+#include "ixocamglue/platform/ports/CutCommands.h"
 #include "machines/composed/Laser.h"
 #include "machines/composed/Machine.h"
 #include "machines/modbus/Driver.h"
@@ -175,6 +176,38 @@ TEST_F(ComposedMachineTest, LostEmissionAFaultAndAFallenLatchEachEndTheBeam) {
   EXPECT_FALSE(FController->Running());
   EXPECT_EQ(FBench.Value("beam"), 0.0);
   EXPECT_THAT(std::string(FittedLaser()->LatchReason()), HasSubstr("own latch"));
+}
+
+TEST_F(ComposedMachineTest, LightThatNobodyAsksForIsLatchedAndToldToGoOffInStandbyToo) {
+  FOptions.MachineFile = File(R"(<Laser Driver="bench" EmissionRequest="emission" EmissionConfirmed="confirmed"
+                                        Beam="beam" BeamOn="in:lit" LatchOk="ok" Trip="trip" Rearm="rearm"/>)");
+  TController& controller = Ready();
+  // By a key, and dark only some time after it.
+  controller.Forbidden().RegistForbidKey("none", {});
+  controller.Forbidden().SetForbiddenKey("none");
+  controller.Keys().KeyDown(kcJogLaser);
+  FBench.Set("in:lit", 1.0);
+  controller.RunFor(3000);
+  EXPECT_TRUE(controller.Framework().Watch().LaserAsked.Runs());
+  controller.Keys().KeyUp(kcJogLaser);
+  controller.RunFor(900);
+  FBench.Set("in:lit", 0.0);
+  controller.RunFor(100);
+  EXPECT_EQ(FittedLaser()->LatchReason(), nullptr);
+  // By itself.
+  FBench.Set("in:lit", 1.0);
+  controller.RunFor(900);
+  EXPECT_EQ(FittedLaser()->LatchReason(), nullptr);
+  controller.RunFor(200);
+  EXPECT_STREQ(FittedLaser()->LatchReason(), "supervisor");
+  EXPECT_EQ(FBench.Value("trip"), 1.0);
+  EXPECT_TRUE(controller.Framework().SafePending()) << "it is told again until it is dark";
+  FBench.Set("in:lit", 0.0);
+  controller.RunFor(100);
+  EXPECT_FALSE(controller.Framework().SafePending());
+  controller.ResetLatch().OrThrow(pbRefused);
+  controller.RunFor(300);
+  EXPECT_EQ(FittedLaser()->LatchReason(), nullptr);
 }
 
 // As the one in HAL with a source on Modbus: the beam does not pass it.

@@ -45,7 +45,8 @@ class Supervisor : public testing::Test {
   }
   TSupervisorActions Actions() {
     const auto tell = [this](const char* what) {
-      return [this, what](const std::string&) {
+      return [this, what](const std::string& reason) {
+        FReason = reason;
         FStory.push_back(Format("%s %d", what, static_cast<int>(FNow - FStart)));
         if (FActionThrows) throw std::runtime_error("action");
       };
@@ -60,6 +61,7 @@ class Supervisor : public testing::Test {
   bool FSilent = false;
   bool FActionThrows = false;
   TTexts FStory;
+  std::string FReason;
   TSupervisor FSupervisor{FWatch, [this] { return FState; }, {}, Actions()};
 };
 
@@ -70,7 +72,7 @@ TEST_F(Supervisor, WhateverLastsTooLongGetsAlarmThenStopThenLatch) {
     int FirstMs;  // the first round after the limit
   } cases[] = {
       {"silence", [&] { FSilent = true; }, 1'020},
-      {"laser", [&] { FWatch.LaserOn.Begin(kStart); }, 62'020},
+      {"laser", [&] { FWatch.LaserAsked.Begin(kStart), FWatch.LaserOn.Begin(kStart); }, 62'020},
       {"emission", [&] { FWatch.EmissionAsked.Begin(kStart); }, 6'020},
       {"busy", [&] { FWatch.BusySince.Restart(kStart); }, 600'020},
       {"gas", [&] { FWatch.GasOn.Begin(kStart); }, 1'800'020},
@@ -279,10 +281,11 @@ TEST_F(Supervisor, ABeamThatIsNotDarkInTimeIsLatchedAndStoppedWithoutTheLadder) 
   }
 }
 
-// A source that hears and does not do it: nothing is asked for any more, and light comes out all the same.
+// A source that does not do what it is told, or has never heard of it.
 TEST_F(Supervisor, ABeamThatStaysLitAlthoughItWasToldToGoOffIsLatchedAndStopped) {
   for (const bool darkInTime : {false, true}) {
     Reset();
+    FWatch.LaserAsked.Begin(kStart);
     FWatch.LaserOn.Begin(kStart);
     RunUntil(180);
     FWatch.DarkDemandedInPass = 7;
@@ -291,6 +294,31 @@ TEST_F(Supervisor, ABeamThatStaysLitAlthoughItWasToldToGoOffIsLatchedAndStopped)
     if (darkInTime) FWatch.LaserOn.End();
     RunUntil(3'000);
     EXPECT_EQ(FStory, darkInTime ? TTexts{} : (TTexts{"latch 1200", "stop 1200"}));
+  }
+}
+
+// A source that lights by itself, or goes on when a step has switched it off; a late one is given its time.
+TEST_F(Supervisor, LightThatNobodyAsksForIsLatchedAndStoppedInWhateverState) {
+  for (const std::int32_t state : {nsStandby, nsCustomMotion}) {
+    Reset();
+    FState = state;
+    FWatch.LaserAsked.Begin(kStart);
+    FWatch.LaserOn.Begin(kStart);
+    RunUntil(5'000);
+    FWatch.LaserAsked.End();
+    RunUntil(5'980);
+    FWatch.LaserOn.End();
+    RunUntil(6'000);
+    FWatch.LaserOn.Begin(FNow);
+    RunUntil(6'980);
+    FWatch.LaserAsked.Begin(FNow);
+    RunUntil(9'000);
+    EXPECT_EQ(FStory, TTexts{}) << "late, and lit by a key meanwhile";
+    FWatch.LaserAsked.End();
+    RunUntil(20'000);
+    EXPECT_EQ(FStory, (TTexts{"latch 10020", "stop 10020"}));
+    EXPECT_THAT(FReason, testing::HasSubstr(Show(SWatchUnasked, 1000)));
+    FWatch.LaserOn.End();
   }
 }
 
