@@ -48,7 +48,7 @@ class TTimedShot {
     (void)FFramework.RequestState(nsCustomMotion, 0);
     const std::uint64_t endMs = FClock.MonotonicMs() + kTooLongMs;
     do FClock.Sleep(FFramework.RunOnce());
-    while ((FFramework.CurrentState() != nsStandby || FFramework.ChangePending()) && FClock.MonotonicMs() < endMs);
+    while ((FFramework.ChangePending() || FFramework.CurrentState() != nsStandby) && FClock.MonotonicMs() < endMs);
     FSucceeded = FSucceeded && TCustomMotionState::GetExecOK(TSmtLaserOnTimeState::Cmd, false);
   }
 

@@ -276,8 +276,9 @@ void TController::ClearAlarms() { FParts->Alarms->ClearRaised(); }
 
 bool TController::Running() const {
   const TNcStateFramework& framework = *FParts->Framework;
+  if (framework.ChangePending()) return true;  // first: it ends when the new state is current
   const std::int32_t state = framework.CurrentState();
-  return framework.ChangePending() || state == nsCustomMotion || state == nsZemGasAdjust || state == nsGasDescent;
+  return state == nsCustomMotion || state == nsZemGasAdjust || state == nsGasDescent;
 }
 
 TResult<> TController::MayStart(IStateMotion& root) const {
@@ -344,7 +345,7 @@ void TController::StartThreads() {
   const auto periodMs = [&p] {
     TNcStateFramework& states = *p.Framework;
     const TNcWatch& watch = states.Watch();
-    const bool rests = states.CurrentState() == nsStandby && !states.ChangePending() && !states.SafePending() &&
+    const bool rests = !states.ChangePending() && states.CurrentState() == nsStandby && !states.SafePending() &&
                        !watch.LaserAsked.Runs() && !watch.EmissionAsked.Runs();
     return rests ? kMachineRestMs : kMachineRoundMs;
   };

@@ -21,7 +21,7 @@ TResult<> MayReset(const TNcStateFramework& framework, const TNcWatch& watch) {
   TNcEmergencyStop* const emergency = EmergencyStop();
   if (emergency && emergency->IsActive()) return Stays(Tr("the emergency stop is active"), Tr("release it"));
   if (!LaserAllowed()) return Stays(Tr("an alarm forbids the laser"), Tr("clear the alarm"));
-  if (framework.CurrentState() != nsStandby || framework.ChangePending())
+  if (framework.ChangePending() || framework.CurrentState() != nsStandby)
     return Stays(Tr("the machine is not in standby"), Tr("stop what runs"));
   if (watch.LaserAsked.Runs() || watch.EmissionAsked.Runs())
     return Stays(Tr("laser or emission is asked for"), Tr("switch both off"));

@@ -322,7 +322,7 @@ TResult<> TService::StandsStill() {
   const std::uint64_t beat = framework.Watch().BeatMs.load(std::memory_order_acquire);
   if (now > beat && now - beat > kBeatMs)
     return StaysOff(Tr("the state thread gives no sign of life"), Tr("restart the program"));
-  if (framework.CurrentState() != nsStandby || framework.ChangePending() || FRunner.Busy())
+  if (framework.ChangePending() || framework.CurrentState() != nsStandby || FRunner.Busy())
     return StaysOff(Tr("the machine is not in standby"), Tr("stop what runs"));
   if (framework.SafePending())
     return StaysOff(Tr("a device has not acknowledged switching off"), Tr("wait until it has, or repair it"));

@@ -167,6 +167,29 @@ TEST_F(BeamWatch, ACauseEndsTheStateInTheNextPassAndStopAndAlarmComeFirst) {
   }
 }
 
+// A driver's thread goes away between two reads: alarm, latch, lost emission.
+TEST_F(BeamWatch, NoFactIsSeenWithoutTheOneThatItCameFrom) {
+  struct TAlarms final : TNcAlarmManager {
+    bool AllowLaser() override {
+      const bool allowed = TNcAlarmManager::AllowLaser();
+      if (OnAsked) std::exchange(OnAsked, {})();
+      return allowed;
+    }
+    std::function<void()> OnAsked;
+  } alarms;
+  const TInstalled<TNcAlarms> installed(alarms);
+  Enter();
+  Light();
+  const auto goAway = [&] {
+    (void)alarms.Raise({.IdPrefix = "T", .Id = 1, .Attrs = naForbidLaser});
+    Source.Latch = "away";
+    Source.Lose();
+  };
+  alarms.OnAsked = goAway;
+  EXPECT_EQ(JudgeBeam(TBeamFacts::Read(Watch)), bcNone) << "not yet, and no other cause";
+  EXPECT_EQ(JudgeBeam(TBeamFacts::Read(Watch)), bcForbidden);
+}
+
 TEST_F(BeamWatch, NothingEndsWhereNothingIsAskedForOrNothingWasConfirmed) {
   Enter();
   Raise(naForbidLaser);

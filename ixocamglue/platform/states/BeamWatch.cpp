@@ -28,15 +28,18 @@ bool LaserAllowed() {
   return !alarms || alarms->AllowLaser();
 }
 
-// The latch first: a device that goes away raises its alarm and then trips, and a trip is not seen without that alarm.
+// What comes last is read first: a device that goes away raises its alarm, then trips its latch, and then its beam is
+// lost or an ask of it refused. None of these is seen without what it came from.
 TBeamFacts TBeamFacts::Read(const TNcWatch& watch) {
+  const bool lost = watch.EmissionLost.load(std::memory_order_acquire);
+  const bool refused = watch.BeamRefused.load(std::memory_order_acquire);
   const bool latched = LatchReason() != nullptr;
   return {.LaserAsked = watch.LaserAsked.Runs(),
           .EmissionAsked = watch.EmissionAsked.Runs(),
           .Allowed = LaserAllowed(),
           .Latched = latched,
-          .EmissionLost = watch.EmissionLost.load(std::memory_order_acquire),
-          .Refused = watch.BeamRefused.load(std::memory_order_acquire)};
+          .EmissionLost = lost,
+          .Refused = refused};
 }
 
 TBeamCause JudgeBeam(const TBeamFacts& facts) {
