@@ -222,8 +222,10 @@ void TService::Stop(const TAsker& who) {
 
 void TService::Pause(const TAsker& who) {
   const TLanguageScope own("");
-  FController->Framework().Abort(srPause, Format(Tr("paused by %s"), who.Name.c_str()));
-  LogMsg(lkWarning, 0, Format(Tr("paused by %s"), who.Name.c_str()), kSource);
+  const std::string cause = Format(Tr("paused by %s"), who.Name.c_str());
+  FController->Framework().Abort(srPause, cause);
+  LogMsg(lkWarning, 0, cause, kSource);
+  Post([this, cause] { FRunner.StopAsked(cause); });  // for one that was not entered yet
 }
 
 void TService::AllOff(const TAsker& who) {

@@ -137,13 +137,15 @@ TEST_F(BeamWatch, ACauseEndsTheStateInTheNextPassAndStopAndAlarmComeFirst) {
       {"latch and lost", [&] { latch(), Source.Lose(); }, "5" + Show(SBeamLatched, "by hand")},
       {"lost and refused", [&] { Source.Lose(), Watch.AskLaser(Time.MonotonicMs(), true); },
        "5" + BeamCauseText(bcLost)},
-      {"a refused ask",
-       [&] {  // the alarm is gone before anybody looks: the beam stays refused
+      {"a refused ask", [&] { Watch.AskLaser(Time.MonotonicMs(), true); }, "5" + BeamCauseText(bcRefused)},
+      {"a stop required for a moment, and an ask refused in it",
+       [&] {  // the alarm is gone before anybody looks
          Raise(naRequireStop);
          Source.SwitchLaser(true);
+         EXPECT_TRUE(Watch.BeamRefused);
          Alarms.ClearAll();
        },
-       "5" + BeamCauseText(bcRefused)},
+       "4"},
   };
   for (const auto& c : cases) {
     for (const bool offInTheSameTick : {false, true}) {

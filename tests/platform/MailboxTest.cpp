@@ -85,5 +85,65 @@ TEST(Mailbox, NoRequestIsLostWhereverItMeetsThePass) {
   }
 }
 
+class Posted : public testing::Test {
+ protected:
+  Posted() {
+    FRegistry.RegisterStateCtrl(kState, [](auto& owner) { return std::make_unique<TEndingState>(owner); });
+    FStates.RunOnce();
+  }
+  void Post(TNcAlarmAttrs attrs) { FStates.PostAlarm({.IdPrefix = "T", .Desc = "door", .Id = 1, .Attrs = attrs}); }
+  void Rest() {
+    FStates.Stop();
+    for (int pass = 0; pass < 2; ++pass) FStates.RunOnce();
+    ASSERT_EQ(FStates.CurrentState(), nsStandby);
+  }
+
+  TVirtualClock FClock;
+  TInstalled<IClock> FClockInstalled{FClock};
+  TNcRegistry FRegistry;
+  TInstalled<TNcRegistry> FRegistryInstalled{FRegistry};
+  TNcStateFramework FStates;
+};
+
+TEST_F(Posted, WhateverEndsAStateWithdrawsAnEntryThatWasAskedForAndNoneThatIsAskedForBehindIt) {
+  const struct {
+    const char* Name;
+    std::function<void()> End;
+    bool Withdraws = true;
+  } cases[] = {{"pause", [&] { FStates.Pause(); }},
+               {"abort", [&] { FStates.Abort(srError, "late"); }},
+               {"requires a stop", [&] { Post(naRequireStop); }},
+               {"forbids motion", [&] { Post(naForbidMove); }},
+               {"shown only", [&] { Post(naShownOnly); }, false}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.Name);
+    (void)FStates.RequestState(kState, 0);
+    c.End();
+    EXPECT_EQ(FStates.ChangePending(), !c.Withdraws);
+    for (int pass = 0; pass < 2; ++pass) FStates.RunOnce();
+    EXPECT_EQ(FStates.CurrentState(), c.Withdraws ? nsStandby : kState);
+    Rest();
+    c.End();
+    (void)FStates.RequestState(kState, 0);
+    FStates.RunOnce();
+    EXPECT_EQ(FStates.CurrentState(), kState);
+    Rest();
+  }
+}
+
+// No alarm package is there to ask: only what was posted says so.
+TEST_F(Posted, AnAlarmThatIsGoneBeforeAnybodyLooksStillEndsWhatItEnds) {
+  for (const TNcAlarmAttrs attrs : {naRequireStop, naForbidMove, naForbidLaser, naShownOnly}) {
+    (void)FStates.RequestState(kState, 0);
+    FStates.RunOnce();
+    Post(attrs);
+    FStates.RunOnce();
+    const bool ends = attrs == naRequireStop || attrs == naForbidMove;
+    EXPECT_EQ(FStates.CurrentState(), ends ? nsStandby : kState) << attrs;
+    EXPECT_EQ(FStates.EndCause(), ends ? "door" : "");
+    Rest();
+  }
+}
+
 }  // namespace
 }  // namespace ixocamglue::test

@@ -55,9 +55,9 @@ bool OnStateThread() { return GOnStateThread; }
 
 bool TNcStateCtrl::CheckEnterAlarm(std::int32_t) { return false; }
 
-bool TNcStateCtrl::CheckNewAlarm(const TNcAlarmRecord&) {
+bool TNcStateCtrl::CheckNewAlarm(const TNcAlarmRecord& alarm) {
   TNcAlarms* const alarms = NcAlarms();
-  return alarms && (!alarms->AllowMove() || alarms->RequireStop());
+  return (alarm.Attrs & kEndsStates) != 0 || (alarms && (!alarms->AllowMove() || alarms->RequireStop()));
 }
 
 bool TNcStateCtrl::CheckStateAlarm() { return false; }
@@ -124,8 +124,7 @@ void TNcStateFramework::Stop(std::string cause) {
   NoteEndAsked();
   {
     TGuard guard(FLock);
-    if (FMail.Change) FPending.store(kNonePending, std::memory_order_release);
-    FMail.Change.reset();
+    WithdrawRequest();
     if (FMail.StopCause.empty()) FMail.StopCause = std::move(cause);  // the first one that tells why
     FMail.Stop = true;
     FStopping = true;
@@ -146,6 +145,7 @@ void TNcStateFramework::Abort(std::int32_t reason, std::string cause) {
   if (reason == srDone) return;
   NoteEndAsked();
   TGuard guard(FLock);
+  WithdrawRequest();
   if (FMail.Abort != srDone && FMail.Abort != srPause) return;  // the first one tells why
   FMail.Abort = reason;
   FMail.AbortCause = std::move(cause);
@@ -155,6 +155,7 @@ void TNcStateFramework::Abort(std::int32_t reason, std::string cause) {
 
 void TNcStateFramework::PostAlarm(TNcAlarmRecord alarm) {
   TGuard guard(FLock);
+  if ((alarm.Attrs & kEndsStates) != 0) WithdrawRequest();
   FMail.Alarms.push_back(std::move(alarm));
   FWatch.EndPosted.store(WhyEndPosted(), std::memory_order_release);
   FHasMail.store(true, std::memory_order_release);
@@ -177,6 +178,12 @@ TNcStateFramework::TMail TNcStateFramework::TakeMail() {
   TGuard guard(FLock);
   FHasMail.store(false, std::memory_order_release);
   return std::exchange(FMail, TMail{});
+}
+
+// Nothing is entered behind the end that it was to begin with.
+void TNcStateFramework::WithdrawRequest() {
+  if (FMail.Change) FPending.store(kNonePending, std::memory_order_release);
+  FMail.Change.reset();
 }
 
 const char* TNcStateFramework::WhyEndPosted() const {
@@ -356,7 +363,8 @@ TBeamCause TNcStateFramework::BeamEnds(bool forbidden) {
 bool TNcStateFramework::AlarmStands(const TMail& mail) {
   TNcStateCtrl* const current = FCurrent.load(std::memory_order_relaxed);
   bool alarm = false;
-  for (const TNcAlarmRecord& record : mail.Alarms) alarm = current->CheckNewAlarm(record) || alarm;
+  for (const TNcAlarmRecord& record : mail.Alarms)
+    alarm = current->CheckNewAlarm(record) || (record.Attrs & naRequireStop) != 0 || alarm;
   return current->CheckStateAlarm() || alarm;
 }
 

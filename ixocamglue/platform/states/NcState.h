@@ -61,7 +61,8 @@ class TNcStateCtrl {
 
   // True refuses the entry; the machine goes to standby.
   virtual bool CheckEnterAlarm(std::int32_t param);
-  // True when the new alarm ends the state. Here: it does when it stands against all motion or requires a stop.
+  // True when the new alarm ends the state. Here: it does when it, or one that stands, forbids all motion or requires a
+  // stop. One that requires a stop ends every state, also when it is gone before anybody has looked.
   virtual bool CheckNewAlarm(const TNcAlarmRecord& alarm);
   // Asked every pass; true when a standing alarm ends the state.
   virtual bool CheckStateAlarm();
@@ -131,8 +132,9 @@ class TNcStateFramework {
   // Refused, with its reason, from the moment a stop is posted until the state is left and every device has
   // acknowledged switching off.
   TResult<> RequestState(std::int32_t state, std::int32_t param);
-  // Also withdraws a state requested before and not yet entered. `cause`: for the report, in the operator's words; of
-  // several stops in one pass the first one that has a cause tells it.
+  // As do Pause, Abort and PostAlarm with an alarm that forbids all motion or requires a stop, it also withdraws a
+  // state requested before and not yet entered. `cause`: for the report, in the operator's words; of several stops in
+  // one pass the first one that has a cause tells it.
   void Stop(std::string cause = {});
   void Pause();
   void Abort(std::int32_t reason, std::string cause = {});  // ends the current state with this reason; 0 is ignored
@@ -205,6 +207,7 @@ class TNcStateFramework {
   void EndStop();
   void PostAgain();
   [[nodiscard]] const char* WhyEndPosted() const IXO_REQUIRES(FLock);
+  void WithdrawRequest() IXO_REQUIRES(FLock);
   void StopWhenWedged();
   [[nodiscard]] TNcStateCtrl* StateOrLog(std::int32_t state);
   void Enter(TChange change);
