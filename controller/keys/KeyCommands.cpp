@@ -135,10 +135,11 @@ void TKeyCommands::KeyDown(std::int32_t command) {
     case kcStop: return StopAll();
     case kcPause:
       EndHeld();
-      // Standby has nothing to pause, and a pause would wait there for the next procedure.
-      if (const TCutState state = ClassifyCutState(FFramework.CurrentState());
-          state == csStandby || state == csPaused || state == csJogging)
-        return FFramework.NoteEndAsked();
+      // Standby has nothing to pause, unless something is about to begin; what is pending first, as below.
+      if (!FFramework.ChangePending())
+        if (const TCutState state = ClassifyCutState(FFramework.CurrentState());
+            state == csStandby || state == csPaused || state == csJogging)
+          return FFramework.NoteEndAsked();
       FFramework.Pause();
       try {
         SwitchBeam(false);

@@ -200,6 +200,21 @@ TEST_F(KeyCommands, DevicesSwitchByHandOnlyWhereTheyMay) {
   }
 }
 
+TEST_F(KeyCommands, APauseThatComesWithAStartKeepsItFromBeginning) {
+  const TMotionCall delay{FindProcedure("delay"), FindProcedure("delay")->SampleValues(), {}};
+  for (const bool byKey : {true, false}) {
+    Journal().Clear();
+    if (byKey)
+      Press(kcDryCut);
+    else
+      ASSERT_TRUE(FController.Start(ShareRoot(MakeRoot("wait", {&delay, 1}))));
+    Press(kcPause);
+    FController.RunFor(100);
+    EXPECT_EQ(State(), csStandby);
+    EXPECT_THAT(Commands("axes"), testing::Not(testing::Contains(HasSubstr("MoveXY"))));
+  }
+}
+
 TEST_F(KeyCommands, NothingStartsWhileAnAlarmRequiresAStop) {
   Raise(naRequireStop);
   FController.RunFor(50);
