@@ -29,14 +29,35 @@ function some(children) {
   return children.flat(Infinity).filter((child) => child !== false && child !== null && child !== undefined);
 }
 
+// Whoever works by the keyboard goes on where he was: on what is called the same, else on the node, or on what it is in
+// where that is hidden. What was scrolled stays where it was.
 export function replace(node, ...children) {
+  const focused = document.activeElement;
+  const held = node !== focused && node.contains(focused);
+  const one = held && sameIn(node, focused).length === 1;
+  const places = [...node.querySelectorAll(".scroll")].map((of) => [of, of.scrollLeft, of.scrollTop]);
   node.replaceChildren(...some(children));
+  for (const [of, ...place] of places) sameIn(node, of)[0]?.scrollTo(...place);
+  if (!held) return;
+  const now = one ? sameIn(node, focused) : [];
+  if (now.length === 1) return now[0].focus(kHere);
+  let place = node;
+  while (!place.checkVisibility()) place = place.parentElement;
+  goOnFrom(place);
 }
 
-// Where what had the focus was drawn anew: the keyboard goes on from here.
+const kHere = {preventScroll: true};
+
+const nameOf = (node) => node.id || (node.getAttribute("aria-label") ?? node.textContent);
+
+function sameIn(node, of) {
+  return [...node.querySelectorAll(of.tagName)].filter((one) => nameOf(one) === nameOf(of));
+}
+
+// Where what had the focus is gone: the keyboard goes on from here.
 export function goOnFrom(node) {
   node.tabIndex = -1;
-  node.focus({preventScroll: true});
+  node.focus(kHere);
 }
 
 // Changes a text only where it differs: what reads the page aloud says nothing twice.

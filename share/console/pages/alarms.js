@@ -66,7 +66,7 @@ function openStanding(root) {
         line(tr("Identifier"), alarm.identifier)),
       el("div", {class: "row"},
         alarm.acknowledged ? el("span", {class: "good"}, "✓ " + tr("Seen by %s, %s", alarm.byWhom, timeText(alarm.acknowledged)))
-          : el("button", {class: "main", onclick: () => acknowledge(alarm)}, tr("Acknowledge")),
+          : el("button", {class: "main", "aria-label": tr("Acknowledge %s", alarm.code), onclick: () => acknowledge(alarm)}, tr("Acknowledge")),
         alarm.level === 0 && (alarm.suppressedUntil
           ? el("button", {onclick: () => suppress(alarm.identifier, 0, "")}, tr("Show again"))
           : el("button", {onclick: () => askSuppress(alarm)}, tr("Suppress...")))));

@@ -1,6 +1,6 @@
 // The machine file: its sections, searched and changed; what is wrong in it; who has changed what.
 
-import {el, goOnFrom, replace} from "../dom.js";
+import {el, replace} from "../dom.js";
 import {kept} from "../kept.js";
 import {mark, tr} from "../texts.js";
 import {agree, ask, attempt, field, loadPage, problemBox, say, showProblem, table, tabs, tell, timeText} from "../widgets.js";
@@ -122,7 +122,6 @@ class ConfigPage {
     saved.set({section, search: ""});
     this.search.value = "";
     this.showOpen();
-    this.list.querySelector("[aria-current]")?.focus({preventScroll: true});
     if (this.open.getBoundingClientRect().top < 0) this.open.scrollIntoView();
   }
 
@@ -364,7 +363,6 @@ class ConfigPage {
       const {restored} = await wire.post("config/restore");
       await this.read();
       this.show();
-      goOnFrom(this.content);
       say(restored ? tr("The previous version is in force again") : tr("There is no previous version."));
     });
   }

@@ -41,10 +41,8 @@ export function openHistory(root, saved) {
     {title: "", cell: (run) => (canAgain(run) ? el("button", {"aria-label": tr("Again: %s", run.procedure), onclick: () => again(run)}, tr("Again")) : "-")},
   ];
   const show = () => {
-    const focused = list.contains(document.activeElement) && document.activeElement.getAttribute("aria-label");
     showChosen();
     replace(list, runs.length === 0 ? el("p", {class: "aside"}, tr("There is no such run.")) : table(tr("Runs"), columns, runs, {onrow: ({id}) => openPage("runs/" + id)}));
-    if (focused) [...list.querySelectorAll("[aria-label]")].find((node) => node.getAttribute("aria-label") === focused)?.focus();
     more.hidden = runs.length < limit || limit >= kMostRuns;
   };
   const look = looker((most = limit) => {
