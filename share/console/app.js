@@ -26,6 +26,9 @@ const kPages = [
 
 const root = document.getElementById("page");
 const menu = document.getElementById("pages");
+// What is wider than its place is scrolled sideways, and the browser leaves there what is half in view as it is.
+document.addEventListener("focusin", ({target}) => target.matches(":is(.scroll, #pages) :focus-visible") &&
+  target.scrollIntoView({block: "nearest", inline: "nearest"}));
 const saved = kept("app", {page: kPages[0].id});
 let close = null;
 let opening = 0;

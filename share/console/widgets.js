@@ -55,14 +55,18 @@ export function rarely(ms, action) {
 
 // --- what is said ---
 
+const told = document.getElementById("told");
+
 // Said once, aloud as well, and gone after a while.
 export function say(text) {
-  const told = document.getElementById("told");
   setText(told, text);
   told.classList.add("shown");
   clearTimeout(say.timer);
   say.timer = setTimeout(() => told.classList.remove("shown"), 4000);
 }
+
+// It is not in the way of whoever goes on.
+addEventListener("keydown", ({key}) => key === "Tab" && told.classList.remove("shown"));
 
 // What went wrong, why, and what to do; as a node.
 export function problemBox(problem) {

@@ -18,6 +18,7 @@ import urllib.parse
 
 from selenium import webdriver
 from selenium.common.exceptions import StaleElementReferenceException
+from selenium.webdriver.common.action_chains import ActionChains
 from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
@@ -146,9 +147,10 @@ class Browser:
         self.expected = []
         self.hosts = set()
 
-    def resize(self, size):
+    def resize(self, size, scale=1):
+        """The page's own pixels: a screen of twice these at 200 % has scale 2."""
         self.driver.execute_cdp_cmd("Emulation.setDeviceMetricsOverride", {
-            "width": size[0], "height": size[1], "deviceScaleFactor": 1, "mobile": False})
+            "width": size[0], "height": size[1], "deviceScaleFactor": scale, "mobile": False})
 
     def dark(self, is_dark=True):
         self.driver.execute_cdp_cmd("Emulation.setEmulatedMedia", {
@@ -247,6 +249,13 @@ class Browser:
     def keys(self, *keys):
         """To whatever has focus."""
         self.driver.switch_to.active_element.send_keys(*keys)
+
+    def type(self, *keys):
+        """As from the keyboard itself: nothing is scrolled to or given the focus before. Shift holds for those behind it."""
+        typed = ActionChains(self.driver)
+        for key in keys:
+            typed = typed.key_down(key) if key == Keys.SHIFT else typed.send_keys(key)
+        (typed.key_up(Keys.SHIFT) if Keys.SHIFT in keys else typed).perform()
 
     def escape(self):
         self.keys(Keys.ESCAPE)
