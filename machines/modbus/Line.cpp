@@ -291,9 +291,15 @@ std::uint32_t TModbusLine::HeldMs(const TStation& station, const TModbusBlock& b
   return FComm->HeldMs(block.First.ReadFunction(), block.First.Addr, block.Count);
 }
 
+TModbusResult TModbusLine::Counted(const TStation& station, TModbusResult result) {
+  if (result.Outcome != moStopped) FValues.Count(station.Index, result.Ok(), result.ElapsedUs);
+  return result;
+}
+
 TModbusResult TModbusLine::ReadBlock(TStation& station, const TModbusBlock& block) {
   Use(station);
-  TModbusResult result = FComm->Read(block.First.ReadFunction(), block.First.Addr, block.Count, std::move(FReuse));
+  TModbusResult result =
+      Counted(station, FComm->Read(block.First.ReadFunction(), block.First.Addr, block.Count, std::move(FReuse)));
   if (result.Ok()) FValues.Take(station.Index, block, result.Registers, result.AskedMs);
   FReuse = std::move(result.Registers);
   result.Registers.clear();
@@ -342,7 +348,7 @@ TModbusOutcome TModbusLine::Write(const TModbusValues::TOrder& order) {
     Use(station);
     const TModbusCell& cell = point.Address.Cell;
     number = point.Address.Raw(point.Kind, order.Value, number);
-    result = FComm->Write(cell.IsBit() ? kModbusWriteCoil : kModbusWriteOne, cell.Addr, {&number, 1});
+    result = Counted(station, FComm->Write(cell.IsBit() ? kModbusWriteCoil : kModbusWriteOne, cell.Addr, {&number, 1}));
   }
   if (result.Ok()) {
     FValues.Told(order, number, result.AskedMs);
@@ -362,7 +368,7 @@ TModbusResult TModbusLine::Before(const TStation& station, std::size_t point, st
       before = *known;
       return {};
     }
-  TModbusResult result = FComm->Read(cell.ReadFunction(), cell.Addr, 1);
+  TModbusResult result = Counted(station, FComm->Read(cell.ReadFunction(), cell.Addr, 1));
   if (result.Ok()) before = result.Registers[0];
   return result;
 }
@@ -376,8 +382,9 @@ bool TModbusLine::Feed(TStation& station, std::uint64_t now) {
   station.FeedDueMs = now + static_cast<std::uint64_t>(station.Config.WatchdogPeriodMs);
   Use(station);
   if (++station.Feeds == 0) station.Feeds = 1;
-  const TModbusResult result =
-      FComm->Write(kModbusWriteOne, static_cast<std::uint16_t>(station.Config.WatchdogRegister), {&station.Feeds, 1});
+  const TModbusResult result = Counted(
+      station,
+      FComm->Write(kModbusWriteOne, static_cast<std::uint16_t>(station.Config.WatchdogRegister), {&station.Feeds, 1}));
   if (result.Ok())
     station.HeldUntilMs = 0;  // that may have settled what is owed
   else
@@ -435,11 +442,16 @@ std::vector<TPortFacts> TModbusLine::StationFacts() {
     const TModbusValues::TStationNow now = FValues.Station(station.Index);
     TPortFacts& facts = all.emplace_back();
     facts.Port = station.Config.Name;
-    facts.Value = Format(Tr("%s, unit %d: %d requests every %d ms"), FAddress.Text().c_str(), station.Config.Unit,
-                         static_cast<std::int32_t>(station.Blocks.size()), station.Config.CycleMs);
+    facts.Value =
+        Format(Tr("%s, unit %d: %d requests every %d ms; %llu sent, %llu of them failed, the longest took %.1f ms"),
+               FAddress.Text().c_str(), station.Config.Unit, static_cast<std::int32_t>(station.Blocks.size()),
+               station.Config.CycleMs, static_cast<unsigned long long>(now.Sent),
+               static_cast<unsigned long long>(now.Failed), static_cast<double>(now.LongestUs) / 1000.0);
     facts.AgeMs = now.AgeMs;
     facts.Readable = !now.Away && facts.AgeMs;
-    if (now.Lights && station.Config.WatchdogRegister < 0)
+    if (now.Away)
+      facts.Warning = now.AwayWhy;
+    else if (now.Lights && station.Config.WatchdogRegister < 0)
       facts.Warning = Tr("no watchdog: the laser stays on when the controller or the connection ends");
   }
   return all;

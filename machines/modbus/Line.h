@@ -119,6 +119,8 @@ class TModbusLine {
   // Takes over what it has read.
   [[nodiscard]] TModbusResult ReadBlock(TStation& station, const TModbusBlock& block);
   void Use(const TStation& station);  // for the requests that follow
+  // What has become of a request to the station, which is counted.
+  [[nodiscard]] TModbusResult Counted(const TStation& station, TModbusResult result);
   [[nodiscard]] std::uint32_t HeldMs(const TStation& station, const TModbusBlock& block);
   TModbusOutcome Write(const TModbusValues::TOrder& order);
   // The number of the register that the point is a bit of; or why it is not known.

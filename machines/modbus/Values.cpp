@@ -115,7 +115,14 @@ TPortFacts TModbusValues::Facts(std::size_t index) {
 
 TModbusValues::TStationNow TModbusValues::Station(std::size_t station) {
   TGuard guard(FLock);
-  TStationNow now{.Away = FStations[station].Away, .Lights = false, .AgeMs = {}};
+  const TStation& of = FStations[station];
+  TStationNow now{.Away = of.Away,
+                  .AwayWhy = of.AwayWhy,
+                  .Lights = false,
+                  .AgeMs = {},
+                  .Sent = of.Sent,
+                  .Failed = of.Failed,
+                  .LongestUs = of.LongestUs};
   for (const TPoint& point : FPoints) now.Lights = now.Lights || (point.Station == station && point.Use == puLight);
   if (const auto oldest = Oldest(station); oldest && FValues[*oldest].ReadMs)
     now.AgeMs = Clock().MonotonicMs() - *FValues[*oldest].ReadMs;
@@ -127,6 +134,16 @@ TModbusValues::TStationNow TModbusValues::Station(std::size_t station) {
 bool TModbusValues::IsAway(std::size_t station) {
   TGuard guard(FLock);
   return FStations[station].Away;
+}
+
+void TModbusValues::Count(std::size_t station, bool good, std::uint64_t elapsedUs) {
+  TGuard guard(FLock);
+  TStation& of = FStations[station];
+  ++of.Sent;
+  if (good)
+    of.LongestUs = std::max(of.LongestUs, elapsedUs);
+  else
+    ++of.Failed;
 }
 
 // One without a value is the oldest of all.

@@ -48,8 +48,11 @@ class TModbusValues {
   };
   struct TStationNow {
     bool Away = false;
+    std::string AwayWhy;                 // while it is
     bool Lights = false;                 // one of its points does
     std::optional<std::uint64_t> AgeMs;  // of its oldest value; nothing: one has not come yet
+    std::uint64_t Sent = 0, Failed = 0;  // requests; without a good reply
+    std::uint64_t LongestUs = 0;         // of those with one
   };
 
   // --- before the line's thread starts ---
@@ -70,6 +73,7 @@ class TModbusValues {
 
   // --- the line's thread; monotonic ms ---
   [[nodiscard]] bool IsAway(std::size_t station);
+  void Count(std::size_t station, bool good, std::uint64_t elapsedUs);  // a request that has ended
   // The point whose value is the oldest, where that is older than the station's StaleMs.
   [[nodiscard]] std::optional<std::size_t> Stale(std::size_t station, std::uint64_t now);
   [[nodiscard]] bool OwesZeros();
@@ -108,9 +112,10 @@ class TModbusValues {
     bool Away = false;
     bool Silent = false;  // while it is away
     std::string AwayWhy;
-    std::uint64_t GoodMs = 0;               // when the newest good reply was asked for
-    std::uint64_t ZeroDueMs = 0;            // when zeros are tried again; 0: one is new
-    std::deque<std::size_t> Zeros, Values;  // points whose zero, whose other value is to be sent
+    std::uint64_t GoodMs = 0;                           // when the newest good reply was asked for
+    std::uint64_t ZeroDueMs = 0;                        // when zeros are tried again; 0: one is new
+    std::uint64_t Sent = 0, Failed = 0, LongestUs = 0;  // as TStationNow's
+    std::deque<std::size_t> Zeros, Values;              // points whose zero, whose other value is to be sent
   };
   using TQueue = std::deque<std::size_t>;
 

@@ -16,6 +16,7 @@ namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::Not;
 
 TEST_F(ModbusLine, ReadsACycleInAsFewRequestsAsTheAddressesAllow) {
   TRecording slave;
@@ -28,7 +29,7 @@ TEST_F(ModbusLine, ReadsACycleInAsFewRequestsAsTheAddressesAllow) {
   EXPECT_TRUE(Comes([&] { return Line->Statistics().Attempts == 10; }));  // connecting, and one cycle
   Clock().Sleep(50);
   EXPECT_EQ(Line->Statistics().Attempts, 10u);
-  EXPECT_THAT(Line->StationFacts()[0].Value, HasSubstr("5 requests every 10000 ms"));
+  EXPECT_THAT(Line->StationFacts()[0].Value, HasSubstr("5 requests every 10000 ms; 10 sent, 0 of them failed, "));
 }
 
 TEST_F(ModbusLine, ReadsAtItsRateAndTellsTheNewestValueWithItsAge) {
@@ -258,6 +259,8 @@ TEST_F(ModbusLine, ARegisterThatIsNoLongerThereMakesTheStationAwayWithItsReason)
   slave.Recorder.Hole(ptInputRegisters, 9, true);
   ASSERT_TRUE(Comes([&] { return !Events().empty(); }));
   EXPECT_EQ(Events()[0], "away io: io:ireg:9: exception 2 (illegal data address)");
+  EXPECT_EQ(Line->StationFacts()[0].Warning, "io:ireg:9: exception 2 (illegal data address)");
+  EXPECT_THAT(Line->StationFacts()[0].Value, Not(HasSubstr(" 0 of them failed")));
   EXPECT_THAT(Read(nine), HasSubstr("illegal data address"));
   Line->Write(beam, 0.0);  // the device is there: it does not wait
   EXPECT_TRUE(Comes([&] { return slave.Recorder.Written().back() == "coil 1=0"; }, 300));

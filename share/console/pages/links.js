@@ -130,7 +130,7 @@ class LinksPage {
       {title: tr("Device"), cell: ({device, warning}) => [device || "-", warning && el("div", {class: "warn"}, "! ", warning)]},
       {title: tr("Driver"), cell: "driver"},
       {title: tr("Address"), cell: "address"},
-      {title: tr("Value"), number: true, cell: ({readable, value}) => (readable ? value || "-" : el("span", {class: "bad"}, "\u2717 ", tr("not readable")))},
+      {title: tr("Value"), number: true, cell: ({readable, value}) => (readable ? value || "-" : [el("span", {class: "bad"}, "\u2717 ", tr("not readable")), el("div", {class: "aside"}, value)])},
       {title: tr("Age"), number: true, cell: ({ageS}) => (ageS === null ? "-" : ageS + " s")},
       {title: tr("Limits"), number: true, cell: ({limits}) => limits || "-"},
     ], ports)];
