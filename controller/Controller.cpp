@@ -290,8 +290,6 @@ TResult<> TController::MayStart(IStateMotion& root) const {
   if (framework.SafePending()) return TProblem{.What = Tr("a device has not acknowledged switching off")};
   if (FParts->Framework->Watch().LaserAsked.Runs())
     return TProblem{.What = Tr("the beam is on by hand"), .Remedy = Tr("release its key first")};
-  if (FParts->Alarms->Manager().RequireStop())
-    return TProblem{.What = Tr("an alarm requires a stop"), .Remedy = Tr("clear the alarm")};
   // A step of an application that builds its own on entry is known by its row.
   const TProcedure* const row = FindProcedure(root.GetID());
   const bool lights = row && (row->Flags.LightsBeam || row->Flags.NeedsEmission);

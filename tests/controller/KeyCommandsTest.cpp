@@ -215,18 +215,6 @@ TEST_F(KeyCommands, APauseThatComesWithAStartKeepsItFromBeginning) {
   }
 }
 
-TEST_F(KeyCommands, NothingStartsWhileAnAlarmRequiresAStop) {
-  Raise(naRequireStop);
-  FController.RunFor(50);
-  const TMotionCall delay{FindProcedure("delay"), FindProcedure("delay")->SampleValues(), {}};
-  const auto start = [&] { return FController.Start(ShareRoot(MakeRoot("wait", {&delay, 1}))); };
-  EXPECT_EQ(start().Problem().What, "an alarm requires a stop");
-  Press(kcDryCut);
-  EXPECT_EQ(LastNote(), "command " + std::to_string(kcDryCut) + " refused: an alarm requires a stop");
-  FController.Alarms().ClearAll();
-  EXPECT_TRUE(start());
-}
-
 TEST_F(KeyCommands, AnAlarmEndsABeamThatIsHeldAndItsEndLightsNothing) {
   Press(kcGas);
   Press(kcJogLeft);
