@@ -149,9 +149,15 @@ void TKeyCommands::KeyDown(std::int32_t command) {
       return;
     default: break;
   }
+  const std::uint32_t ends = FFramework.EndsAsked();
   const bool off = SwitchesOff(command);  // asked once: what may be switched off under an alarm is not switched on
   if (const TWhyNot why = WhyNot(command, {.State = FFramework.CurrentState()}, off); why.Refused())
     return Refuse(command, why);
+  Carry(command, off);
+  if (FFramework.EndsAsked() != ends) StopAll();  // one that came before there was anything to end
+}
+
+void TKeyCommands::Carry(std::int32_t command, bool off) {
   switch (command) {
     case kcStart: return Request(command, csWorking, srFresh);
     case kcDryCut: return Request(command, csDryRun, srFresh);

@@ -84,6 +84,7 @@ class TKeyCommands final : public TNcKeyCommands, public TNcEmergencyStop {
   void Refuse(std::int32_t command, const TWhyNot& why);
   void Note(std::string_view text);
   void Request(std::int32_t command, TCutState state, std::int32_t param);
+  void Carry(std::int32_t command, bool off);
   void StartJog(std::int32_t command);
   void Resume(std::int32_t command, std::int32_t run);
   void SwitchDevice(std::int32_t command, bool off);

@@ -87,6 +87,37 @@ TEST_F(KeyCommands, APauseGoesDarkAndResumeGoesOnWhereItStopped) {
   EXPECT_THAT(LastNote(), HasSubstr("nothing was interrupted"));
 }
 
+TEST_F(KeyCommands, AStopThatComesWhileAKeyIsLookedAtEndsWhatTheKeyBegins) {
+  struct TStopping final : TNcAlarms {
+    explicit TStopping(std::function<void()> stop) : Stop(std::move(stop)) {}
+    bool AllowCut() override { return true; }
+    bool AllowLaser() override { return true; }
+    bool AllowFollower() override { return true; }
+    bool AllowHoming() override { return true; }
+    bool AllowMove() override { return true; }
+    bool AllowMoveAxis(std::int32_t, bool) override { return true; }
+    bool RequireStop() override {
+      if (const auto stop = std::exchange(Stop, nullptr)) stop();
+      return false;
+    }
+    bool RequireOrg() override { return false; }
+    std::function<void()> Stop;
+  };
+  for (const std::int32_t command : {kcStart, kcJogLeft}) {
+    TStopping alarms([this] {
+      Press(kcStop);
+      FController.RunPass();  // in standby: it is over at once
+    });
+    const TInstalled<TNcAlarms> installed(alarms);
+    Press(command);
+    FController.RunFor(100);
+    EXPECT_FALSE(alarms.Stop) << command;
+    EXPECT_EQ(State(), csStandby) << command;
+    EXPECT_FALSE(Now().Moving()) << command;
+    Release(command);
+  }
+}
+
 TEST_F(KeyCommands, StopEndsEverythingAndTheBreakCanBeLocated) {
   Press(kcStart);
   RunUntil("laser on");
