@@ -31,7 +31,7 @@ class TXmlElement {
   };
 
   explicit TXmlElement(TXmlNode node);
-  ~TXmlElement() {}  // NOLINT: entries need no end
+  ~TXmlElement() {}  // entries need no end
   TXmlElement(const TXmlElement&) = delete;
   TXmlElement& operator=(const TXmlElement&) = delete;
 

@@ -526,7 +526,7 @@ std::vector<TXmlSubConfig::TNamedRecord> TXmlSubConfig::SubConfigs() const {
 
 std::string TXmlSubConfig::ReadNamed(std::string_view name, bool& found) const {
   TFindPublisher find(name);
-  const_cast<TXmlSubConfig*>(this)->Publish(find);  // NOLINT: the visitor only reads
+  const_cast<TXmlSubConfig*>(this)->Publish(find);  // the visitor only reads
   found = find.Found;
   if (found) return std::move(find.Text);
   const auto* const named = FExtras ? FExtras->Find(name) : nullptr;

@@ -30,7 +30,7 @@ namespace ixocamglue {
 
 // A stored name with its hash without regard to case; made from a literal while compiling.
 struct TPropName {
-  consteval TPropName(const char* text) : Text(text), Hash(HashOf(Text)) {}  // NOLINT: a literal is a name
+  consteval TPropName(const char* text) : Text(text), Hash(HashOf(Text)) {}  // a literal is a name
   static TPropName Of(std::string_view text) { return TPropName(text, HashOf(text)); }
 
   // Length and three letters: cheap, and enough to tell the names of one record apart.
