@@ -1,5 +1,4 @@
 // `ixocut alarms live`: the simulated machine with its alarm manager and store, told what happens line by line.
-
 #include "controller/Controller.h"
 #include "controller/SignalStop.h"
 #include "controller/alarms/AlarmScript.h"

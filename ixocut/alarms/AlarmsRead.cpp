@@ -1,8 +1,5 @@
 // The commands that read an alarm store, those that need none (lookup and check), and what the controller that runs has
 // to be told, as a store that it writes does not tell it.
-#include <algorithm>
-#include <cstdio>
-
 #include "controller/SignalStop.h"
 #include "controller/StateFiles.h"
 #include "controller/StateFolder.h"

@@ -1,5 +1,6 @@
 #include "ixocut/client/Attach.h"
 
+#include "controller/SignalStop.h"
 #include "controller/StateFolder.h"
 #include "controller/service/ControllerFile.h"
 #include "ixocut/Command.h"
@@ -37,6 +38,15 @@ void TellByItself(const std::optional<std::filesystem::path>& state) {
                            "of its own in virtual time."),
                         static_cast<int>(place->Process))
               << std::endl;
+}
+
+TWireRun RunOnConsole(TWireClient& client, const TWireOrder& order, TConsole& console,
+                      decltype(TWireFollower::Look) look, decltype(TWireFollower::Event) event) {
+  std::optional<TSignalStop> signals;
+  if (!order.Detach) signals.emplace();
+  TWireFollower follower{.Stops = {}, .Log = &console, .Look = std::move(look), .Event = std::move(event)};
+  if (signals) follower.Stops = &TSignalStop::Asked;
+  return RunOnController(client, order, follower);
 }
 
 }  // namespace ixocut

@@ -1,7 +1,9 @@
-// How a command says which controller it is for, and what it is told of it.
+// How a command says which controller it is for, what it is told of it, and how it follows a run there. Main thread.
 #pragma once
 
 #include "controller/client/Attachment.h"
+#include "controller/client/WireRun.h"
+#include "ixocut/Console.h"
 #include "ixocut/ControllerSettings.h"
 
 namespace ixocut {
@@ -22,5 +24,9 @@ class TAttached : public TAttachment {
 // Of a command that is not for the controller that runs: where one has the state folder, that is said on the error
 // output.
 void TellByItself(const std::optional<std::filesystem::path>& state);
+
+// As RunOnController, its progress on the console, stopped by Ctrl-C; what is only started is left to itself by it.
+[[nodiscard]] TWireRun RunOnConsole(TWireClient& client, const TWireOrder& order, TConsole& console,
+                                    decltype(TWireFollower::Look) look = {}, decltype(TWireFollower::Event) event = {});
 
 }  // namespace ixocut

@@ -9,7 +9,6 @@
 #include "ixocut/Console.h"
 #include "ixocut/OperatorTexts.h"
 #include "ixocut/client/Attach.h"
-#include "ixocut/client/ConsoleRun.h"
 
 namespace ixocut {
 namespace {

@@ -1,5 +1,4 @@
 // `ixocut runs` and `ixocut queue`: what has run, and what will.
-
 #include "controller/client/ClientLease.h"
 #include "controller/client/StatusLines.h"
 #include "ixocamglue/platform/services/UtcTime.h"

@@ -1,5 +1,3 @@
-
-
 #include "controller/config/ConfigJson.h"
 #include "ixocamglue/config/Libmachinecfg.h"
 #include "ixocamglue/config/Ucamglue.h"

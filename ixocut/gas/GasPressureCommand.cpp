@@ -1,5 +1,4 @@
 // `ixocut gas pressure`.
-
 #include "controller/HostTexts.h"
 #include "controller/gas/GasPressure.h"
 #include "controller/gas/GasTexts.h"

@@ -1,5 +1,4 @@
 // `ixocut gas study`.
-
 #include "ixocamglue/platform/xml/MachineConfig.h"
 #include "ixocut/Command.h"
 #include "ixocut/Console.h"

@@ -1,5 +1,4 @@
 // `ixocut record`: runs a procedure on the simulated machine, in virtual time, and records it into a monitor file.
-
 #include "controller/HostTexts.h"
 #include "controller/procedures/RunReport.h"
 #include "controller/recordings/LiveRecording.h"
@@ -8,7 +7,6 @@
 #include "ixocut/Command.h"
 #include "ixocut/OperatorTexts.h"
 #include "ixocut/client/Attach.h"
-#include "ixocut/client/ConsoleRun.h"
 #include "ixocut/monitor/MonitorCommands.h"
 #include "ixocut/procedures/Asked.h"
 

@@ -1,6 +1,4 @@
 // ixocut knob show, knob state, knob speed.
-#include <cmath>
-
 #include "controller/client/ClientLease.h"
 #include "controller/panel/PanelHost.h"
 #include "controller/procedures/Timeline.h"

@@ -1,5 +1,4 @@
 // ixocut panel, panel press, panel why, panel forms.
-
 #include "controller/SignalStop.h"
 #include "controller/alarms/RunAlarms.h"
 #include "controller/client/StatusLines.h"

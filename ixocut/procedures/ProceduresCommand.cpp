@@ -1,5 +1,4 @@
 // `ixocut procedures`: what `ixocut run` runs, with parameters, ranges and units.
-
 #include "controller/procedures/ProcedureJson.h"
 #include "controller/procedures/Timeline.h"
 #include "ixocut/Command.h"

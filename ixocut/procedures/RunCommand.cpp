@@ -8,7 +8,6 @@
 #include "ixocut/OperatorTexts.h"
 #include "ixocut/Plot.h"
 #include "ixocut/client/Attach.h"
-#include "ixocut/client/ConsoleRun.h"
 #include "ixocut/procedures/Asked.h"
 #include "ixocut/procedures/RunPlot.h"
 

@@ -1,5 +1,4 @@
 // `ixocut soak`: lets the controller live through virtual days and prints what became of it.
-
 #include "ixocut/Command.h"
 #include "verify/Soak.h"
 

@@ -1,5 +1,4 @@
 // `ixocut sweep`: runs the abort sweep and prints what it found.
-
 #include "ixocut/Command.h"
 #include "verify/Sweep.h"
 

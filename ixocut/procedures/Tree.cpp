@@ -1,5 +1,4 @@
 // `ixocut tree`: the step tree of a procedure, as it is built before it runs.
-
 #include "controller/procedures/StepTree.h"
 #include "ixocut/Command.h"
 #include "ixocut/procedures/Asked.h"

@@ -1,5 +1,4 @@
 // `ixocut reference`: writes the reference pages, each made from the table that the program itself works with.
-
 #include "controller/Controller.h"
 #include "controller/StateFolder.h"
 #include "ixocamglue/platform/xml/FileLayer.h"
