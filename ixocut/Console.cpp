@@ -35,22 +35,29 @@ bool IsTrouble(const TLogRecord& record) {
 
 }  // namespace
 
-TConsole::TConsole(std::ostream& out, bool json, bool trace)
-    : FOut(out), FJson(json), FTrace(trace), FTerminal(&out == &std::cout && isatty(STDOUT_FILENO) == 1) {}
+bool IsTerminal(const std::ostream& out) { return &out == &std::cout && isatty(STDOUT_FILENO) == 1; }
 
-void TConsole::EndStatus() {
-  if (FStatusShown) FOut << "\r\033[K";
-  FStatusShown = false;
+void TStatusLine::Draw(std::string_view text) {
+  Clear();
+  FOut << text;
+  if (!FTerminal) FOut << '\n';
+  FOut << std::flush;
+  FDrawn = FTerminal;
 }
+
+void TStatusLine::Clear() {
+  if (FDrawn) FOut << "\r\033[K";
+  FDrawn = false;
+}
+
+TConsole::TConsole(std::ostream& out, bool json, bool trace)
+    : FOut(out), FJson(json), FTrace(trace), FTerminal(IsTerminal(out)), FStatus(out, FTerminal) {}
 
 void TConsole::Status(std::uint64_t ms, std::string_view text) {
   TGuard guard(FLock);
   if (FJson) return;
-  EndStatus();
-  FOut << Format("%8llu ms  ", static_cast<unsigned long long>(ms > FStartMs ? ms - FStartMs : 0)) << text;
-  if (!FTerminal) FOut << '\n';
-  FOut << std::flush;
-  FStatusShown = FTerminal;
+  const std::uint64_t shown = ms > FStartMs ? ms - FStartMs : 0;
+  FStatus.Draw(Format("%8llu ms  ", static_cast<unsigned long long>(shown)).append(text));
 }
 
 void TConsole::Write(const TLogRecord& record) {
@@ -61,7 +68,7 @@ void TConsole::Write(const TLogRecord& record) {
     FLines.push_back({ms, LevelOf(record), record.Text, record.Source});
     return;
   }
-  EndStatus();
+  FStatus.Clear();
   FOut << Format("%8llu ms  ", static_cast<unsigned long long>(ms));
   if (FTrace)
     FOut << Format("%-9s ", LevelOf(record));
@@ -74,7 +81,7 @@ void TConsole::Write(const TLogRecord& record) {
 void TConsole::Say(std::string_view line) {
   TGuard guard(FLock);
   if (FJson) return;
-  EndStatus();
+  FStatus.Clear();
   FOut << line << '\n' << std::flush;
 }
 

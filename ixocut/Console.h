@@ -19,6 +19,28 @@
 namespace ixocut {
 using namespace ixocamglue;
 
+// A line that the next one replaces on a terminal, else a line of its own. One thread at a time.
+class TStatusLine {
+ public:
+  TStatusLine(std::ostream& out, bool terminal) : FOut(out), FTerminal(terminal) {}
+
+  // A person watches.
+  [[nodiscard]] bool OnTerminal() const { return FTerminal; }
+  // The cursor stands behind a line.
+  [[nodiscard]] bool Drawn() const { return FDrawn; }
+  void Draw(std::string_view text);
+  // Makes room for other lines.
+  void Clear();
+
+ private:
+  std::ostream& FOut;
+  const bool FTerminal;
+  bool FDrawn = false;
+};
+
+// Where `out` is the standard output, whether that is a terminal.
+[[nodiscard]] bool IsTerminal(const std::ostream& out);
+
 class TConsole final : public ILogSink {
  public:
   // `out` outlives the console. `trace`: every line of the diagnostic channel, with its level; otherwise the progress
@@ -34,9 +56,8 @@ class TConsole final : public ILogSink {
   // A line of the program itself; not with JSON.
   void Say(std::string_view line);
   void SayTable(const TRows& rows);
-  // A person watches.
   [[nodiscard]] bool OnTerminal() const { return FTerminal; }
-  // Where the machine is: on a terminal in one line that the next one replaces, else a line of its own; not with JSON.
+  // Where the machine is, as a TStatusLine; not with JSON.
   void Status(std::uint64_t ms, std::string_view text);
   // The log so far, as an array; only with JSON.
   [[nodiscard]] nlohmann::ordered_json Log() const;
@@ -58,9 +79,7 @@ class TConsole final : public ILogSink {
   const bool FTerminal;
   std::uint64_t FStartMs = 0;
   mutable TCriticalSection FLock;
-  void EndStatus() IXO_REQUIRES(FLock);
-
-  bool FStatusShown IXO_GUARDED_BY(FLock) = false;  // the cursor stands behind it
+  TStatusLine FStatus IXO_GUARDED_BY(FLock);
   std::vector<TLine> FLines IXO_GUARDED_BY(FLock);  // only with JSON
 };
 

@@ -1,10 +1,10 @@
 // `ixocut status` and `ixocut watch`: what the controller does now, and from now on.
 #include <chrono>
-#include <unistd.h>
 
 #include "controller/SignalStop.h"
 #include "controller/client/StatusLines.h"
 #include "ixocut/Command.h"
+#include "ixocut/Console.h"
 #include "ixocut/OperatorTexts.h"
 #include "ixocut/Table.h"
 #include "ixocut/client/Attach.h"
@@ -39,12 +39,12 @@ int RunStatus(TStatusOptions options, std::ostream& out) {
 class TWatchView {
  public:
   TWatchView(TWireClient& client, bool json, std::ostream& out)
-      : FClient(client), FJson(json), FTerminal(&out == &std::cout && isatty(STDOUT_FILENO) == 1), FOut(out) {
+      : FClient(client), FJson(json), FOut(out), FDrawn(out, IsTerminal(out)) {
     FStatus = FClient.Get("/api/v1/status");
     Show(true);
   }
   ~TWatchView() {
-    if (FDrawn) FOut << std::endl;
+    if (FDrawn.Drawn()) FOut << std::endl;
   }
   TWatchView(const TWatchView&) = delete;
   TWatchView& operator=(const TWatchView&) = delete;
@@ -68,17 +68,14 @@ class TWatchView {
       FChanged = now = true;
     }
     const auto at = TSteady::now();
-    if (!now && (!FChanged || at - FShownAt < (FTerminal ? TSteady::duration(kRedrawEvery) : kLineEvery))) return;
+    if (!now && (!FChanged || at - FShownAt < (FDrawn.OnTerminal() ? TSteady::duration(kRedrawEvery) : kLineEvery)))
+      return;
     std::string line = StatusLine(FStatus);
     if (line == FLine) return;
     FLine = std::move(line);
     FShownAt = at;
     FChanged = false;
-    if (FTerminal) FOut << "\r\033[K";
-    FOut << FLine;
-    if (!FTerminal) FOut << '\n';
-    FOut << std::flush;
-    FDrawn = FTerminal;
+    FDrawn.Draw(FLine);
   }
 
  private:
@@ -98,24 +95,20 @@ class TWatchView {
   }
   void Say(const std::string& text) {
     if (text.empty()) return;
-    if (FDrawn) {
-      FOut << "\r\033[K";
-      FLine.clear();
-    }
-    FDrawn = false;
+    if (FDrawn.Drawn()) FLine.clear();
+    FDrawn.Clear();
     FOut << text << '\n' << std::flush;
   }
 
   TWireClient& FClient;
   const bool FJson;
-  const bool FTerminal;
   std::ostream& FOut;
+  TStatusLine FDrawn;
   nlohmann::ordered_json FStatus;
   std::string FLine;
   TSteady::time_point FShownAt;
   bool FChanged = true;
   bool FStale = false;
-  bool FDrawn = false;  // the cursor stands behind a line
 };
 
 int RunWatch(TStatusOptions options, std::ostream& out) {

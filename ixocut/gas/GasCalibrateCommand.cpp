@@ -18,7 +18,6 @@
 #include "ixocut/Plot.h"
 #include "ixocut/Table.h"
 #include "ixocut/client/Attach.h"
-#include "ixocut/client/ConsoleRun.h"
 #include "ixocut/gas/GasCommand.h"
 #include "ixocut/gas/GasPlot.h"
 
@@ -44,11 +43,11 @@ struct TCalibrateOptions : TControllerSettings {
 class TProgressBar {
  public:
   TProgressBar(TConsole& console, bool shown)
-      : FConsole(console), FShown(shown), FTerminal(isatty(STDERR_FILENO) != 0) {}
+      : FConsole(console), FShown(shown), FLine(std::cerr, isatty(STDERR_FILENO) != 0) {}
 
   void Show(double percent, const TGasCalibration::TNow& now, std::uint64_t ms) {
     if (!FShown || now.Gas == 0) return;
-    if (!FTerminal && percent < FNext) return;
+    if (!FLine.OnTerminal() && percent < FNext) return;
     FNext = (static_cast<int>(percent / kBarLineEvery) + 1) * kBarLineEvery;
     const int done = static_cast<int>(percent / 100 * kBarWidth);
     const std::string bar =
@@ -57,22 +56,17 @@ class TProgressBar {
     gas.append(kGasWidth - std::min(kGasWidth, DisplayWidth(gas)), ' ');
     const std::string line = Format("[%s] %3.0f %%  %s %5.2f V  %7.3f bar  %6.1f s", bar.c_str(), percent, gas.c_str(),
                                     now.Volt, now.Press, static_cast<double>(ms) / 1000);
-    if (!FTerminal) return FConsole.Say(line);
-    std::cerr << '\r' << line << std::flush;
-    FDrawn = line.size();
+    if (!FLine.OnTerminal()) return FConsole.Say(line);
+    FLine.Draw(line);
   }
   // Makes room for other lines.
-  void Clear() {
-    if (FDrawn != 0) std::cerr << '\r' << std::string(FDrawn, ' ') << '\r' << std::flush;
-    FDrawn = 0;
-  }
+  void Clear() { FLine.Clear(); }
 
  private:
   TConsole& FConsole;
   const bool FShown;
-  const bool FTerminal;
+  TStatusLine FLine;
   double FNext = 0.0;
-  std::size_t FDrawn = 0;
 };
 
 std::size_t Settled(const TGasResult& result) {
