@@ -3,7 +3,6 @@
 #include "controller/SignalStop.h"
 #include "controller/StateFolder.h"
 #include "controller/service/ControllerFile.h"
-#include "ixocut/Command.h"
 
 namespace ixocut {
 

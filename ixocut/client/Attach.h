@@ -3,8 +3,8 @@
 
 #include "controller/client/Attachment.h"
 #include "controller/client/WireRun.h"
+#include "ixocut/Command.h"
 #include "ixocut/Console.h"
-#include "ixocut/ControllerSettings.h"
 
 namespace ixocut {
 using namespace ixocontroller;
@@ -20,6 +20,23 @@ class TAttached : public TAttachment {
  public:
   explicit TAttached(TControllerSettings& settings);
 };
+
+// Adds a command that runs `run(options, client, std::cout)` with the controller that it is for, and no other; its
+// exit codes are those of one, unless `help` says some.
+template <class TOptions, class TRun>
+std::pair<TCommand, TOptions&> AddAsking(TCommand above, const std::string& name, const std::string& about, TRun run,
+                                         THelp help) {
+  const auto made = AddOwn<TOptions>(above, name, about, [run](TOptions& own, std::ostream& out) {
+    const TAttached attachment(own);
+    return run(own, attachment.Controller(), out);
+  });
+  AddClientOptions(made.first, made.second, false);
+  if (help.ExitCodes.empty())
+    help.ExitCodes =
+        Tr("0 done, 1 refused, ended otherwise or no controller runs, 2 wrong command line, 3 it does not answer");
+  made.first.Help(help);
+  return made;
+}
 
 // Of a command that is not for the controller that runs: where one has the state folder, that is said on the error
 // output.

@@ -52,9 +52,7 @@ TJson WaitForRest(TWireClient& client) {
   }
 }
 
-int RunControl(const TControl& control, TControlOptions options, std::ostream& out) {
-  const TAttached attachment(options);
-  TWireClient& client = attachment.Controller();
+int RunControl(const TControl& control, const TControlOptions& options, TWireClient& client, std::ostream& out) {
   std::optional<TClientLease> lease;
   if (control.Lease) lease.emplace(client, true);
   const bool idle = control.Idle && client.Get("/api/v1/status").at("running") == false;
@@ -93,9 +91,7 @@ bool Confirmed(const TJson& offer, const TControlOptions& options, std::ostream&
   return std::getline(std::cin, answer) && (answer == "y" || answer == "Y");
 }
 
-int RunContinue(TControlOptions options, std::ostream& out) {
-  const TAttached attachment(options);
-  TWireClient& client = attachment.Controller();
+int RunContinue(const TControlOptions& options, TWireClient& client, std::ostream& out) {
   const TJson offer = [&] {
     const TClientLease lease(client, true);
     const TWireAnswer answer = client.AskAny("POST", "/api/v1/continue", TJson::object());
@@ -124,15 +120,9 @@ int RunContinue(TControlOptions options, std::ostream& out) {
 template <class TRun>
 std::pair<TCommand, TControlOptions&> AddControl(TCommand program, const char* name, const char* about,
                                                  const char* notes, TRun run) {
-  const auto made = AddOwn<TControlOptions>(program, name, Tr(about), run);
-  AddClientOptions(made.first, made.second, false);
   const std::string example = std::string("ixocut ") + name, json = example + " --json";
-  made.first.Help(
-      {.Notes = notes,
-       .ExitCodes =
-           Tr("0 done, 1 refused, ended otherwise or no controller runs, 2 wrong command line, 3 it does not answer"),
-       .Examples = {example.c_str(), json.c_str()}});
-  return made;
+  return AddAsking<TControlOptions>(program, name, Tr(about), run,
+                                    {.Notes = notes, .Examples = {example.c_str(), json.c_str()}});
 }
 
 }  // namespace
@@ -142,7 +132,7 @@ void AddControlCommands(TCommand program) {
     (void)AddControl(
         program, control.Name, control.About,
         control.Lease ? Tr("Takes over control from whoever has it.") : Tr("Needs no control of the machine."),
-        [&control](const TControlOptions& own, std::ostream& out) { return RunControl(control, own, out); });
+        [&control](const auto& own, auto& client, auto& out) { return RunControl(control, own, client, out); });
   auto [command, options] =
       AddControl(program, "continue", TrMark("Go on after a pause or a failure"),
                  Tr("Only where the procedure can be entered again; what will be done again is shown first. Takes over "

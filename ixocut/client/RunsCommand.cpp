@@ -31,7 +31,8 @@ std::string SecondsOf(const TJson& json, const char* name) {
   return it != json.end() && it->is_number() ? Format("%.2f s", it->get<double>() / 1000) : std::string();
 }
 
-void Show(const char* command, const TRunsOptions& options, const TJson& answer, const TRows& rows, std::ostream& out) {
+void Show(std::string_view command, const TRunsOptions& options, const TJson& answer, const TRows& rows,
+          std::ostream& out) {
   if (options.Json) return PrintDocument(out, command, answer);
   PrintTable(out, rows);
 }
@@ -89,7 +90,7 @@ int CompareRuns(const TRunsOptions& options, TWireClient& client, std::ostream& 
 
 // --- the queue ---
 
-int TellQueue(const char* command, const TRunsOptions& options, const TJson& answer, std::ostream& out) {
+int TellQueue(std::string_view command, const TRunsOptions& options, const TJson& answer, std::ostream& out) {
   TRows rows{{Tr("job"), Tr("procedure"), Tr("state"), Tr("by"), Tr("question")}};
   for (const TJson& job : answer.at("jobs"))
     rows.push_back({Cell(job, "id"), Cell(job, "name"), ShownWord(Cell(job, "state")), Cell(job, "addedBy"),
@@ -107,55 +108,24 @@ int TellQueue(const char* command, const TRunsOptions& options, const TJson& ans
   return kExitSuccess;
 }
 
-int ListQueue(const TRunsOptions& options, TWireClient& client, std::ostream& out) {
-  return TellQueue("queue list", options, client.Get("/api/v1/queue"), out);
-}
-
-int AddToQueue(const TRunsOptions& options, TWireClient& client, std::ostream& out) {
+TJson AddToQueue(const TRunsOptions& options, TWireClient& client) {
   TJson body;
   if (const TProcedure* const row = FindProcedure(options.Name))
     body = {{"procedure", row->Name}, {"params", ReadParams(*row, options.Params)}};
   else
     body = {{"sequence", options.Name}};
   if (!options.Question.empty()) body["question"] = options.Question;
-  return TellQueue("queue add", options, client.Post("/api/v1/queue", body), out);
+  return client.Post("/api/v1/queue", body);
 }
 
-int StartQueue(const TRunsOptions& options, TWireClient& client, std::ostream& out) {
+TJson StartQueue(const TRunsOptions&, TWireClient& client) {
   const TClientLease lease(client, true);
-  return TellQueue("queue start", options, client.Post("/api/v1/queue/start"), out);
+  return client.Post("/api/v1/queue/start");
 }
 
-int HoldQueue(const TRunsOptions& options, TWireClient& client, std::ostream& out) {
-  return TellQueue("queue hold", options, client.Post("/api/v1/queue/hold"), out);
-}
-
-int RemoveJob(const TRunsOptions& options, TWireClient& client, std::ostream& out) {
-  return TellQueue("queue remove", options, client.Ask("DELETE", "/api/v1/queue/" + std::to_string(options.A)).Body,
-                   out);
-}
-
-int AnswerJob(const TRunsOptions& options, TWireClient& client, std::ostream& out) {
+TJson AnswerJob(const TRunsOptions& options, TWireClient& client) {
   const TClientLease lease(client, true);
-  return TellQueue("queue answer", options,
-                   client.Post("/api/v1/queue/" + std::to_string(options.A) + "/answer", {{"answer", options.Answer}}),
-                   out);
-}
-
-using TAction = int (*)(const TRunsOptions&, TWireClient&, std::ostream&);
-
-std::pair<TCommand, TRunsOptions&> AddAsking(TCommand parent, const char* name, const char* about, TAction action,
-                                             std::vector<const char*> examples) {
-  const auto made = AddOwn<TRunsOptions>(parent, name, about, [action](TRunsOptions& own, std::ostream& out) {
-    const TAttached attachment(own);
-    return action(own, attachment.Controller(), out);
-  });
-  AddClientOptions(made.first, made.second, false);
-  made.first.Help(
-      {.ExitCodes =
-           Tr("0 done, 1 refused, ended otherwise or no controller runs, 2 wrong command line, 3 it does not answer"),
-       .Examples = std::move(examples)});
-  return made;
+  return client.Post("/api/v1/queue/" + std::to_string(options.A) + "/answer", {{"answer", options.Answer}});
 }
 
 }  // namespace
@@ -167,18 +137,19 @@ void AddRunsCommand(TCommand program) {
     command.Number(name, value, 1, std::uint64_t{1} << 53U, "", Tr("The number of the run")).Required();
   };
   {
-    auto [list, options] = AddAsking(runs, "list", Tr("The last runs, the newest first"), &ListRuns,
-                                     {"ixocut runs list", "ixocut runs list --name shot --limit 5 --json"});
+    auto [list, options] =
+        AddAsking<TRunsOptions>(runs, "list", Tr("The last runs, the newest first"), &ListRuns,
+                                {.Examples = {"ixocut runs list", "ixocut runs list --name shot --limit 5 --json"}});
     list.Text("--name", options.Name, Tr("Only this procedure or sequence"), "NAME");
     list.Number("--limit", options.Limit, 1, 1000, "", Tr("At most so many")).ShowDefault();
   }
   {
-    auto [show, options] =
-        AddAsking(runs, "show", Tr("One run with the times of its steps"), &ShowRun, {"ixocut runs show 12"});
+    auto [show, options] = AddAsking<TRunsOptions>(runs, "show", Tr("One run with the times of its steps"), &ShowRun,
+                                                   {.Examples = {"ixocut runs show 12"}});
     number(show, "RUN", options.A);
   }
-  auto [compare, options] =
-      AddAsking(runs, "compare", Tr("Two runs step by step"), &CompareRuns, {"ixocut runs compare 11 12"});
+  auto [compare, options] = AddAsking<TRunsOptions>(runs, "compare", Tr("Two runs step by step"), &CompareRuns,
+                                                    {.Examples = {"ixocut runs compare 11 12"}});
   number(compare, "A", options.A);
   number(compare, "B", options.B);
 }
@@ -189,23 +160,37 @@ void AddQueueCommand(TCommand program) {
   const auto job = [](TCommand command, std::uint64_t& value) {
     command.Number("JOB", value, 1, std::uint64_t{1} << 53U, "", Tr("The number of the job")).Required();
   };
-  (void)AddAsking(queue, "list", Tr("The jobs"), &ListQueue, {"ixocut queue list --json"});
+  const auto add = [&](const std::string& name, const char* about,
+                       TJson (*ask)(const TRunsOptions& options, TWireClient& client),
+                       std::vector<const char*> examples) {
+    return AddAsking<TRunsOptions>(
+        queue, name, about,
+        [command = "queue " + name, ask](const TRunsOptions& own, TWireClient& client, std::ostream& out) {
+          return TellQueue(command, own, ask(own, client), out);
+        },
+        {.Examples = std::move(examples)});
+  };
+  add("list", Tr("The jobs"), [](auto&, auto& client) { return client.Get("/api/v1/queue"); },
+      {"ixocut queue list --json"});
   {
-    auto [add, options] =
-        AddAsking(queue, "add", Tr("Add a procedure or a stored sequence"), &AddToQueue,
-                  {"ixocut queue add shot --ms 500", "ixocut queue add purge --question \"Is the plate in place?\""});
-    add.Text("NAME", options.Name, Tr("The procedure, or the sequence's name"), "").Required();
-    add.Text("--question", options.Question, Tr("What the operator is asked before it runs"), "TEXT");
-    add.TakeExtras(options.Params);
+    auto [command, options] =
+        add("add", Tr("Add a procedure or a stored sequence"), &AddToQueue,
+            {"ixocut queue add shot --ms 500", "ixocut queue add purge --question \"Is the plate in place?\""});
+    command.Text("NAME", options.Name, Tr("The procedure, or the sequence's name"), "").Required();
+    command.Text("--question", options.Question, Tr("What the operator is asked before it runs"), "TEXT");
+    command.TakeExtras(options.Params);
   }
-  (void)AddAsking(queue, "start", Tr("Let the jobs run"), &StartQueue, {"ixocut queue start"});
-  (void)AddAsking(queue, "hold", Tr("Start no further job"), &HoldQueue, {"ixocut queue hold"});
+  add("start", Tr("Let the jobs run"), &StartQueue, {"ixocut queue start"});
+  add("hold", Tr("Start no further job"), [](auto&, auto& client) { return client.Post("/api/v1/queue/hold"); },
+      {"ixocut queue hold"});
   {
-    auto [remove, options] = AddAsking(queue, "remove", Tr("Take a job out"), &RemoveJob, {"ixocut queue remove 3"});
+    auto [remove, options] =
+        add("remove", Tr("Take a job out"),
+            [](auto& own, auto& client) { return client.Ask("DELETE", "/api/v1/queue/" + std::to_string(own.A)).Body; },
+            {"ixocut queue remove 3"});
     job(remove, options.A);
   }
-  auto [answer, options] =
-      AddAsking(queue, "answer", Tr("Answer a job's question"), &AnswerJob, {"ixocut queue answer 3 yes"});
+  auto [answer, options] = add("answer", Tr("Answer a job's question"), &AnswerJob, {"ixocut queue answer 3 yes"});
   job(answer, options.A);
   answer.Text("ANSWER", options.Answer, Tr("One of its choices"), "").Required();
 }

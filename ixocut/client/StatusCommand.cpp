@@ -23,9 +23,8 @@ struct TStatusOptions : TControllerSettings {
   std::uint64_t ForMs = 0;  // watch: 0, until it is ended
 };
 
-int RunStatus(TStatusOptions options, std::ostream& out) {
-  const TAttached attachment(options);
-  const auto status = attachment.Controller().Get("/api/v1/status");
+int RunStatus(const TStatusOptions& options, TWireClient& client, std::ostream& out) {
+  const auto status = client.Get("/api/v1/status");
   if (options.Json) {
     PrintDocument(out, "status", status);
     return kExitSuccess;
@@ -111,11 +110,9 @@ class TWatchView {
   bool FStale = false;
 };
 
-int RunWatch(TStatusOptions options, std::ostream& out) {
-  const TAttached attachment(options);
+int RunWatch(const TStatusOptions& options, TWireClient& client, std::ostream& out) {
   const TOperatorTexts texts("watch", options.Language);
   const ixocontroller::TSignalStop signals;
-  TWireClient& client = attachment.Controller();
   TWireEvents events(client);
   TWatchView view(client, options.Json, out);
   const auto end = TSteady::now() + std::chrono::milliseconds(options.ForMs);
@@ -133,11 +130,10 @@ int RunWatch(TStatusOptions options, std::ostream& out) {
 
 void AddStatusCommand(TCommand program) {
   const auto add = [&](const char* name, const char* about, auto action, const std::vector<const char*>& examples) {
-    const auto made = AddOwn<TStatusOptions>(program, name, about, action);
-    AddClientOptions(made.first, made.second, false);
-    made.first.Help({.ExitCodes = Tr("0 a controller runs, 1 none runs, 2 wrong command line, 3 it does not answer"),
-                     .Examples = examples});
-    return made;
+    return AddAsking<TStatusOptions>(
+        program, name, about, action,
+        {.ExitCodes = Tr("0 a controller runs, 1 none runs, 2 wrong command line, 3 it does not answer"),
+         .Examples = examples});
   };
   add("status", Tr("What the controller does now"), &RunStatus,
       {"ixocut status", "ixocut status --json", "ixocut status --url http://127.0.0.1:8620"});
