@@ -1,4 +1,6 @@
 // The driver `linuxcnc` against a LinuxCNC that answers as the real one does, and as a broken one. Real time.
+#include <memory>
+
 #include <gmock/gmock.h>
 
 #include "fixture/FakeLinuxcnc.h"
@@ -245,11 +247,15 @@ TEST_F(LinuxcncDriver, FollowingIsGivenBackBeforeZMovesByTheMachine) {
 }
 
 TEST_F(LinuxcncDriver, AHeadThatLosesItsPlateStaysWhereItIsAndEndsWhatRuns) {
+  TNcStateFramework states;
+  TSideThreads beat;
+  beat.KeepDoing(5, [&] { states.Watch().BeatMs = Clock().MonotonicMs(); });
+  // Its threads ask the framework, and end first.
+  const std::unique_ptr<TLncLink, void (*)(TLncLink*)> end(&Link, [](TLncLink* link) { link->End(); });
   Link.OnFrame([&](std::uint64_t now) { Follower.Take(now); });
   ASSERT_TRUE(Link.Start());
   Follower.MoveZ(60.0, 0.0);
   ASSERT_TRUE(Ends(luZ));
-  TNcStateFramework states;
   const auto ended = [&] {
     const bool posted = Comes([&] { return states.Watch().EndPosted.load() != nullptr; });
     states.RunOnce();
