@@ -14,7 +14,7 @@ A block of a document says behind its language what it is:
   ```sh                           commands; one that fails is wrong
   ```sh stays                     one command that goes on beside the others until the document's end
   ```sh packages                  commands of root where the packages are installed; not run here
-  ```sh linuxcnc                  commands beside a LinuxCNC, which tests/linuxcnc/ types; not run here
+  ```sh linuxcnc                  commands beside a LinuxCNC; not run here, tests/linuxcnc/ types similar ones
   ```console                      commands behind "$ ", each with what it prints, if that is shown: every number stands
                                   for any other one and "..." for anything; what is shown may be a failure
   ```text                         nothing to run: a drawing, a listing
