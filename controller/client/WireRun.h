@@ -27,8 +27,7 @@ struct TWireOrder {
 [[nodiscard]] nlohmann::ordered_json ProcedureBody(const std::string& procedure,
                                                    const std::map<std::string, std::string>& params,
                                                    const TRunTriggers& triggers = {});
-// The same for a sequence file, which the controller checks. Throws EProblem for one that
-// cannot be read or is no JSON.
+// The same for a sequence file, which the controller checks. Throws EProblem for one that cannot be read or is no JSON.
 [[nodiscard]] nlohmann::ordered_json SequenceBody(const std::string& file, const TRunTriggers& triggers);
 
 // Who follows it; each may be missing.
