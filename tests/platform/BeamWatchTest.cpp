@@ -47,7 +47,6 @@ struct TSource : TNcCutSystem, TNcLaser {
   bool GetLaser() override { return Watch.LaserAsked.Runs() && GetEmission(); }
   const char* LatchReason() override {
     if (Unreachable) throw std::runtime_error("source");
-    if (OnAskedForLatch) OnAskedForLatch();
     return Latch;
   }
 
@@ -55,7 +54,7 @@ struct TSource : TNcCutSystem, TNcLaser {
   const char* Latch = nullptr;
   bool Unreachable = false;
   int Commands = 0;
-  std::function<void()> OnOff, OnAskedForLatch;
+  std::function<void()> OnOff;
 };
 
 TTexts GTicks;
@@ -131,8 +130,6 @@ TEST_F(BeamWatch, ACauseEndsTheStateInTheNextPassAndStopAndAlarmComeFirst) {
       {"lost", [&] { Source.Lose(); }, "5" + BeamCauseText(bcLost)},
       {"stop and all", [&] { forbid(), latch(), Framework.Stop("key"); }, "1key"},
       {"alarm and latch", [&] { forbid(), latch(); }, "4" + BeamCauseText(bcForbidden)},
-      {"alarm and latch while it looks", [&] { Source.OnAskedForLatch = [&] { forbid(), latch(); }; },
-       "4" + BeamCauseText(bcForbidden)},
       {"latch and pause", [&] { latch(), Framework.Pause(); }, "5" + Show(SBeamLatched, "by hand")},
       {"latch and lost", [&] { latch(), Source.Lose(); }, "5" + Show(SBeamLatched, "by hand")},
       {"lost and refused", [&] { Source.Lose(), Watch.AskLaser(Time.MonotonicMs(), true); },
@@ -163,7 +160,6 @@ TEST_F(BeamWatch, ACauseEndsTheStateInTheNextPassAndStopAndAlarmComeFirst) {
       EXPECT_FALSE(Asked());
       Alarms.ClearAll();
       Source.Latch = nullptr;
-      Source.OnAskedForLatch = {};
       Pass();
     }
   }
