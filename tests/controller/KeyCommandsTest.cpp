@@ -5,6 +5,7 @@
 #include "fixture/Machine.h"
 #include "ixocamglue/motion/Umotioncontroller.h"
 #include "ixocamglue/panel/Kbpmngr.h"
+#include "ixocamglue/platform/alarms/NcAlarmManager.h"
 #include "ixocamglue/platform/ports/CutCommands.h"
 #include "ixocamglue/platform/ports/CutStates.h"
 
@@ -88,19 +89,12 @@ TEST_F(KeyCommands, APauseGoesDarkAndResumeGoesOnWhereItStopped) {
 }
 
 TEST_F(KeyCommands, AStopThatComesWhileAKeyIsLookedAtEndsWhatTheKeyBegins) {
-  struct TStopping final : TNcAlarms {
+  struct TStopping final : TNcAlarmManager {
     explicit TStopping(std::function<void()> stop) : Stop(std::move(stop)) {}
-    bool AllowCut() override { return true; }
-    bool AllowLaser() override { return true; }
-    bool AllowFollower() override { return true; }
-    bool AllowHoming() override { return true; }
-    bool AllowMove() override { return true; }
-    bool AllowMoveAxis(std::int32_t, bool) override { return true; }
     bool RequireStop() override {
       if (const auto stop = std::exchange(Stop, nullptr)) stop();
       return false;
     }
-    bool RequireOrg() override { return false; }
     std::function<void()> Stop;
   };
   for (const std::int32_t command : {kcStart, kcJogLeft}) {

@@ -10,6 +10,7 @@
 #include "ixocamglue/config/Libmachinecfg.h"
 #include "ixocamglue/gascal/Uzemgasadjustmodel.h"
 #include "ixocamglue/gascal/Uzemgasadjuststate.h"
+#include "ixocamglue/platform/alarms/NcAlarmManager.h"
 #include "ixocamglue/platform/ports/MotionDriver.h"
 #include "ixocamglue/platform/services/VirtualClock.h"
 #include "ixocamglue/platform/xml/MachineConfig.h"
@@ -61,15 +62,8 @@ struct TPlainGas : TNcCutSystem, TNcGas, TNcDeviceManager {
   std::function<double(double)> Curve = [](double volt) { return volt; };
 };
 
-struct TStopAlarm : TNcAlarms {
-  bool AllowCut() override { return true; }
-  bool AllowLaser() override { return true; }
-  bool AllowFollower() override { return true; }
-  bool AllowHoming() override { return true; }
-  bool AllowMove() override { return true; }
-  bool AllowMoveAxis(std::int32_t, bool) override { return true; }
+struct TStopAlarm : TNcAlarmManager {
   bool RequireStop() override { return Stop; }
-  bool RequireOrg() override { return false; }
   bool Stop = false;
 };
 
