@@ -1,7 +1,6 @@
 #include "ixocut/CommandLine.h"
 
 #include <algorithm>
-#include <cctype>
 #include <iostream>
 #include <map>
 #include <set>
@@ -274,9 +273,7 @@ TOption CheckedNumber(CLI::Option& option, std::uint64_t lowest, std::uint64_t h
     if (problem.empty()) text.erase(0, std::min(text.find_first_not_of('0'), text.size() - 1));
     return problem;
   };
-  std::string type = *unit ? unit : "n";
-  std::ranges::transform(type, type.begin(), [](char c) { return static_cast<char>(std::toupper(c)); });
-  return TOption(option.transform(CLI::Validator(check, ""))->type_name(type));
+  return TOption(option.transform(CLI::Validator(check, ""))->type_name(*unit ? Capitals(unit) : "N"));
 }
 
 }  // namespace

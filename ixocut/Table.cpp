@@ -4,10 +4,10 @@
 #include <cstddef>
 #include <ostream>
 
-#include "controller/procedures/Timeline.h"
+#include "ixocamglue/support/DisplayWidth.h"
 
 namespace ixocut {
-using ixocontroller::DisplayWidth;
+using ixocamglue::DisplayWidth;
 
 std::vector<std::string> DrawTable(const TRows& rows) {
   std::vector<std::size_t> widths;

@@ -5,8 +5,8 @@
 #include <optional>
 
 #include "controller/gas/GasTexts.h"
-#include "controller/procedures/Timeline.h"
 #include "ixocamglue/gascal/Refine.h"
+#include "ixocamglue/support/DisplayWidth.h"
 #include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {

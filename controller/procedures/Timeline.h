@@ -47,9 +47,4 @@ class TTimeline {
   std::vector<TTimelineRow> FRows;
 };
 
-// Columns that a terminal needs for the text: two for a Chinese character.
-[[nodiscard]] std::size_t DisplayWidth(std::string_view text);
-// With blanks behind it, up to so many columns.
-[[nodiscard]] std::string Padded(std::string text, std::size_t width);
-
 }  // namespace ixocontroller

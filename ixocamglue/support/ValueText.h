@@ -22,6 +22,14 @@ namespace ixocamglue {
   return true;
 }
 
+// ASCII letters as capitals.
+[[nodiscard]] inline std::string Capitals(std::string_view text) {
+  std::string capitals(text);
+  for (char& c : capitals)
+    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
+  return capitals;
+}
+
 // Without XML white space at both ends.
 [[nodiscard]] constexpr std::string_view TrimXml(std::string_view text) {
   const auto isBlank = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };

@@ -1,8 +1,8 @@
 #include <algorithm>
-#include <cctype>
 #include <string_view>
 
 #include "ixocamglue/support/Texts.h"
+#include "ixocamglue/support/ValueText.h"
 #include "ixocut/help/Help.h"
 
 namespace ixocut {
@@ -43,11 +43,6 @@ std::string Troff(std::string_view text) {
 std::string Bold(std::string_view text) { return "\\fB" + Troff(text) + "\\fR"; }
 std::string Italic(std::string_view text) { return text.empty() ? "" : "\\fI" + Troff(text) + "\\fR"; }
 
-std::string Upper(std::string text) {
-  std::ranges::transform(text, text.begin(), [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
-  return text;
-}
-
 std::string ValueShown(TOption option) {
   std::string shown = Italic(option.ValueType());
   std::string choices;
@@ -85,7 +80,7 @@ std::string Synopsis(TCommand command, const std::string& words) {
   return line + "\n";
 }
 
-std::string Section(std::string_view title) { return ".SH \"" + Troff(Upper(std::string(title))) + "\"\n"; }
+std::string Section(std::string_view title) { return ".SH \"" + Troff(Capitals(title)) + "\"\n"; }
 std::string Subsection(std::string_view title) { return ".SS \"" + Troff(title) + "\"\n"; }
 
 void Body(TCommand command, std::string (*section)(std::string_view title), std::string& page) {
@@ -121,7 +116,7 @@ TManPage Page(TCommand command, const std::string& words, const std::string& ver
   std::string about = command.About();
   for (const char* const colon : {": ", "："})
     if (about.starts_with(words + colon)) about.erase(0, (words + colon).size());  // the page says its name itself
-  std::string text = ".\\\" " + name + ": made by the program itself\n.TH \"" + Upper(name) + "\" \"1\" \"\" \"" +
+  std::string text = ".\\\" " + name + ": made by the program itself\n.TH \"" + Capitals(name) + "\" \"1\" \"\" \"" +
                      version + "\" \"\"\n.nh\n.ad l\n" + Section(Tr("Name")) + name + " \\- " + Troff(about) + "\n" +
                      Section(Tr("Usage")) + Synopsis(command, words);
   if (const auto commands = command.Commands(); !commands.empty()) {

@@ -1,8 +1,8 @@
 // ixocut knob show, knob state, knob speed.
 #include "controller/client/ClientLease.h"
 #include "controller/panel/PanelHost.h"
-#include "controller/procedures/Timeline.h"
 #include "ixocamglue/panel/Uknob.h"
+#include "ixocamglue/support/DisplayWidth.h"
 #include "ixocamglue/support/Faults.h"
 #include "ixocamglue/support/ValueText.h"
 #include "ixocut/Command.h"

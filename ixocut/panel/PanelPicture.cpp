@@ -5,7 +5,7 @@
 
 #include "controller/panel/PanelNames.h"
 #include "controller/panel/TerminalKeys.h"
-#include "controller/procedures/Timeline.h"
+#include "ixocamglue/support/DisplayWidth.h"
 #include "ixocamglue/support/Texts.h"
 
 namespace ixocut {

@@ -4,7 +4,7 @@
 #include <iterator>
 
 #include "controller/panel/PanelNames.h"
-#include "controller/procedures/Timeline.h"
+#include "ixocamglue/support/DisplayWidth.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocut/panel/PanelPicture.h"

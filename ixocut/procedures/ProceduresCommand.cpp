@@ -1,6 +1,6 @@
 // `ixocut procedures`: what `ixocut run` runs, with parameters, ranges and units.
 #include "controller/procedures/ProcedureJson.h"
-#include "controller/procedures/Timeline.h"
+#include "ixocamglue/support/DisplayWidth.h"
 #include "ixocut/Command.h"
 #include "ixocut/Machines.h"
 #include "ixocut/procedures/Asked.h"

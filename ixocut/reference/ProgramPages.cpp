@@ -5,6 +5,7 @@
 #include "controller/StateFolder.h"
 #include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Texts.h"
+#include "ixocamglue/support/ValueText.h"
 #include "ixocut/CommandLine.h"
 #include "ixocut/reference/Reference.h"
 
@@ -53,11 +54,6 @@ std::string BodyText(const TJson& document, const TJson& operation) {
   }
   if (needed.empty()) return optional;
   return "**" + needed + "**" + (optional.empty() ? "" : ", " + optional);
-}
-
-std::string Upper(std::string text) {
-  for (char& c : text) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-  return text;
 }
 
 // Commands by what their exit codes are, in the order of the help. Below a command that has them they stand where they
@@ -111,7 +107,7 @@ void FillApi(TPage& page, const TReferenceSources&) {
         if (tag(operation) != subject) continue;
         std::string who = operation.at("x-role").get<std::string>();
         if (operation.at("x-lease").get<bool>()) who += ", lease";
-        rows.push_back({Code(Upper(method) + " " + path), operation.at("summary").get<std::string>(), who,
+        rows.push_back({Code(Capitals(method) + " " + path), operation.at("summary").get<std::string>(), who,
                         QueryText(operation), BodyText(document, operation)});
       }
     page.Heading(subject);

@@ -9,6 +9,7 @@
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/SystemError.h"
 #include "ixocamglue/support/Texts.h"
+#include "ixocamglue/support/ValueText.h"
 
 namespace ixocamglue {
 namespace {
@@ -17,12 +18,6 @@ constexpr std::uint32_t kSliceMs = 20;   // how long a cancel may be overlooked
 constexpr std::uint32_t kAgainMs = 100;  // without an answer: it was mixed up with another request
 constexpr int kRefusals = 3;             // of a `get`, which is never refused for its own sake
 constexpr std::size_t kLongestLine = 4096;
-
-std::string Capitals(std::string_view text) {
-  std::string capitals(text);
-  for (char& c : capitals) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-  return capitals;
-}
 
 // "SET MDI" of "set mdi G0 X1"; "PROGRAM_STATUS" of "get program_status": how its answer begins.
 std::string AnswerName(std::string_view verb, std::string_view what) {

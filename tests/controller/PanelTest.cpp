@@ -3,10 +3,10 @@
 
 #include "controller/panel/PanelWhy.h"
 #include "controller/panel/TerminalKeys.h"
-#include "controller/procedures/Timeline.h"
 #include "fixture/Machine.h"
 #include "ixocamglue/platform/ports/CutCommands.h"
 #include "ixocamglue/platform/services/AppSys.h"
+#include "ixocamglue/support/DisplayWidth.h"
 #include "ixocut/panel/PanelScreen.h"
 
 namespace ixocamglue::test {
