@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "ixocut/CommandLine.h"
+#include "ixocut/Commands.h"
 
 using namespace ixocut;
 

@@ -1,13 +1,12 @@
 #include "ixocut/Console.h"
 
-#include <iostream>
-#include <unistd.h>
+#include <ostream>
 
 #include <nlohmann/json.hpp>
 
+#include "commandline/Document.h"
 #include "controller/procedures/ErrorSentence.h"
 #include "ixocamglue/support/Format.h"
-#include "ixocut/Document.h"
 
 namespace ixocut {
 namespace {
@@ -34,21 +33,6 @@ bool IsTrouble(const TLogRecord& record) {
 }
 
 }  // namespace
-
-bool IsTerminal(const std::ostream& out) { return &out == &std::cout && isatty(STDOUT_FILENO) == 1; }
-
-void TStatusLine::Draw(std::string_view text) {
-  Clear();
-  FOut << text;
-  if (!FTerminal) FOut << '\n';
-  FOut << std::flush;
-  FDrawn = FTerminal;
-}
-
-void TStatusLine::Clear() {
-  if (FDrawn) FOut << "\r\033[K";
-  FDrawn = false;
-}
 
 TConsole::TConsole(std::ostream& out, bool json, bool trace)
     : FOut(out), FJson(json), FTrace(trace), FTerminal(IsTerminal(out)), FStatus(out, FTerminal) {}

@@ -11,35 +11,15 @@
 
 #include <nlohmann/json_fwd.hpp>
 
+#include "commandline/StatusLine.h"
+#include "commandline/Table.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/support/Locks.h"
 #include "ixocamglue/support/Problem.h"
-#include "ixocut/Table.h"
 
 namespace ixocut {
 using namespace ixocamglue;
-
-// A line that the next one replaces on a terminal, else a line of its own. One thread at a time.
-class TStatusLine {
- public:
-  TStatusLine(std::ostream& out, bool terminal) : FOut(out), FTerminal(terminal) {}
-
-  // A person watches.
-  [[nodiscard]] bool OnTerminal() const { return FTerminal; }
-  // The cursor stands behind a line.
-  [[nodiscard]] bool Drawn() const { return FDrawn; }
-  void Draw(std::string_view text);
-  // Makes room for other lines.
-  void Clear();
-
- private:
-  std::ostream& FOut;
-  const bool FTerminal;
-  bool FDrawn = false;
-};
-
-// Where `out` is the standard output, whether that is a terminal.
-[[nodiscard]] bool IsTerminal(const std::ostream& out);
+using namespace ixocommandline;
 
 class TConsole final : public ILogSink {
  public:

@@ -6,7 +6,7 @@
 #include "controller/Controller.h"
 #include "controller/StateFolder.h"
 #include "ixocamglue/platform/xml/MachineConfig.h"
-#include "ixocut/CommandLine.h"
+#include "ixocut/Commands.h"
 #include "ixocut/Machines.h"
 
 namespace ixocut {

@@ -17,8 +17,11 @@ namespace ixocontroller {
 struct TControllerOptions;
 }  // namespace ixocontroller
 
-namespace ixocut {
+namespace ixocommandline {
 class TCommand;
+}
+
+namespace ixocut {
 
 struct TControllerSettings {
   std::optional<std::filesystem::path> Machine, State;
@@ -44,8 +47,8 @@ struct TControllerSettings {
 [[nodiscard]] std::optional<ixocamglue::TProblem> TakeEndFailure();
 
 // --machine, --state, --lang: what a command is given that looks at a machine's file.
-void AddMachineSettings(TCommand command, TControllerSettings& settings);
+void AddMachineSettings(ixocommandline::TCommand command, TControllerSettings& settings);
 // These and --seed.
-void AddControllerSettings(TCommand command, TControllerSettings& settings);
+void AddControllerSettings(ixocommandline::TCommand command, TControllerSettings& settings);
 
 }  // namespace ixocut

@@ -7,14 +7,15 @@
 #include <fstream>
 #include <unistd.h>
 
+#include "commandline/OutputFile.h"
 #include "ixocamglue/monitor/Umonitorsink.h"
 #include "ixocamglue/support/ChildProcess.h"
 #include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/Texts.h"
-#include "ixocut/OutputFile.h"
 
 namespace ixocut {
+using namespace ixocommandline;
 namespace {
 
 namespace fs = std::filesystem;

@@ -7,14 +7,14 @@
 
 #include <nlohmann/json.hpp>
 
+#include "commandline/Document.h"
 #include "controller/StateFolder.h"
 #include "ixocamglue/platform/services/Locale.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/Texts.h"
-#include "ixocut/CommandLine.h"
+#include "ixocut/Commands.h"
 #include "ixocut/ControllerSettings.h"
-#include "ixocut/Document.h"
 #include "ixocut/Machines.h"
 #include "ixocut/Main.h"
 
@@ -160,13 +160,7 @@ int IxocutMain(int argc, const char* const* argv, TAdditions additions) {
     machines.emplace(std::move(additions.Machines), std::move(additions.Drivers));
     gasMethods.emplace(std::move(additions.GasMethods));
     AddCommands(program->Top());
-    const TCommandRun run = program->Parse({argv + std::min(argc, 1), argv + argc});
-    if (!run) {
-      std::string names;
-      for (const TCommand known : program->Top().Commands()) names += (names.empty() ? "" : ", ") + known.Name();
-      return fail(kExitCommandLine, Format(Tr("a command is needed: %s"), names.c_str()));
-    }
-    const int exitCode = run();
+    const int exitCode = program->Parse({argv + std::min(argc, 1), argv + argc})();
     std::cout.flush();
     if (const auto failure = TakeEndFailure()) return fail(kExitUnusable, failure->Text());
     return std::cout ? exitCode : fail(kExitUnusable, Tr("the standard output cannot be written"));

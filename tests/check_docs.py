@@ -213,7 +213,7 @@ def check_safety(document="docs/safety.md"):
 
 def check_kept(document="docs/kept.md"):
     """What a row names stands in a source that marks an oddity, and a source that marks one has a row."""
-    marked = {file: text for folder in ("controller", "ixocamglue", "ixocut", "machines", "verify")
+    marked = {file: text for folder in ("commandline", "controller", "ixocamglue", "ixocut", "machines", "verify")
               for file in (ROOT / folder).rglob("*.*") if file.suffix in (".cpp", ".h")
               and "Kept:" in (text := file.read_text(encoding="utf-8"))}
     rowed = set()

@@ -8,7 +8,7 @@ cd "$1"
 library='ixocamglue/motion ixocamglue/gascal ixocamglue/config ixocamglue/devcomm ixocamglue/monitor ixocamglue/alarms
   ixocamglue/panel ixocamglue/platform ixocamglue/support'
 library=${library//$'\n'/ }
-all="ixocamglue ixocamglue/alarms/store $library controller machines/composed machines/simulated machines/linuxcnc machines/modbus verify"
+all="ixocamglue ixocamglue/alarms/store $library controller machines/composed machines/simulated machines/linuxcnc machines/modbus verify commandline"
 rules="
 ixocamglue/support:
 ixocamglue/platform: ixocamglue/support
@@ -28,6 +28,7 @@ machines/simulated: ixocamglue/config ixocamglue/devcomm ixocamglue/platform ixo
 machines/modbus: ixocamglue/config ixocamglue/devcomm ixocamglue/platform ixocamglue/support
 controller: ixocamglue ixocamglue/alarms/store $library
 verify: ixocamglue ixocamglue/alarms/store $library controller machines/simulated
+commandline: ixocamglue/support
 ixocut: $all
 examples/machine:
 tests/fixture: $all ixocut
@@ -36,7 +37,7 @@ bench: $all ixocut
 fuzz: $all ixocut tests/fixture
 "
 
-mapfile -d '' files < <(find ixocamglue machines controller verify ixocut tests bench fuzz \
+mapfile -d '' files < <(find ixocamglue machines controller verify commandline ixocut tests bench fuzz \
   \( -name '*.h' -o -name '*.cpp' \) -print0 | sort -z)
 [ ${#files[@]} -gt 0 ] || { echo "no sources found in $1"; exit 1; }
 

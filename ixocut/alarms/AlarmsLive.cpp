@@ -1,4 +1,5 @@
 // `ixocut alarms live`: the simulated machine with its alarm manager and store, told what happens line by line.
+#include "commandline/InputLines.h"
 #include "controller/Controller.h"
 #include "controller/SignalStop.h"
 #include "controller/alarms/AlarmScript.h"
@@ -6,7 +7,6 @@
 #include "ixocamglue/support/FileLock.h"
 #include "ixocut/Command.h"
 #include "ixocut/Console.h"
-#include "ixocut/InputLines.h"
 #include "ixocut/alarms/AlarmsCommand.h"
 #include "machines/simulated/Machine.h"
 
@@ -98,7 +98,7 @@ int RunAlarmsLive(const TAlarmsOptions& options, std::ostream& out) {
     console.Say(Format(Tr("line %zu: %s"), number, done.Problem().Text().c_str()));
   };
   if (options.Script.empty()) {
-    TInputLines input;
+    TInputLines input(&TSignalStop::Asked);
     std::string line;
     for (std::size_t number = 1; !TSignalStop::Asked() && input.Next(line); ++number) run(number, ParseAlarmLine(line));
   } else {

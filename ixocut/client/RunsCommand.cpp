@@ -1,10 +1,10 @@
 // `ixocut runs` and `ixocut queue`: what has run, and what will.
+#include "commandline/Table.h"
 #include "controller/client/ClientLease.h"
 #include "controller/client/StatusLines.h"
 #include "ixocamglue/platform/services/UtcTime.h"
 #include "ixocamglue/support/JsonText.h"
 #include "ixocut/Command.h"
-#include "ixocut/Table.h"
 #include "ixocut/client/Attach.h"
 #include "ixocut/procedures/Asked.h"
 

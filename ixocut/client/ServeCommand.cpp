@@ -3,12 +3,12 @@
 #include <thread>
 #include <unistd.h>
 
+#include "commandline/Table.h"
 #include "controller/Serving.h"
 #include "controller/SignalStop.h"
 #include "controller/StateFolder.h"
 #include "controller/client/StatusLines.h"
 #include "ixocut/Command.h"
-#include "ixocut/Table.h"
 
 namespace ixocut {
 namespace {

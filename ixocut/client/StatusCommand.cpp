@@ -1,12 +1,12 @@
 // `ixocut status` and `ixocut watch`: what the controller does now, and from now on.
 #include <chrono>
 
+#include "commandline/Table.h"
 #include "controller/SignalStop.h"
 #include "controller/client/StatusLines.h"
 #include "ixocut/Command.h"
 #include "ixocut/Console.h"
 #include "ixocut/OperatorTexts.h"
-#include "ixocut/Table.h"
 #include "ixocut/client/Attach.h"
 
 namespace ixocut {

@@ -1,11 +1,11 @@
 // `ixocut token` and `ixocut console`: who may ask the controller.
 #include <unistd.h>
 
+#include "commandline/Table.h"
 #include "controller/StateFolder.h"
 #include "controller/wire/Tokens.h"
 #include "ixocamglue/platform/services/UtcTime.h"
 #include "ixocut/Command.h"
-#include "ixocut/Table.h"
 #include "ixocut/client/Attach.h"
 
 namespace ixocut {

@@ -2,6 +2,8 @@
 #include <algorithm>
 #include <unistd.h>
 
+#include "commandline/OutputFile.h"
+#include "commandline/Table.h"
 #include "controller/HostTexts.h"
 #include "controller/client/WireGas.h"
 #include "controller/gas/GasRecording.h"
@@ -14,9 +16,7 @@
 #include "ixocut/Console.h"
 #include "ixocut/Machines.h"
 #include "ixocut/OperatorTexts.h"
-#include "ixocut/OutputFile.h"
 #include "ixocut/Plot.h"
-#include "ixocut/Table.h"
 #include "ixocut/client/Attach.h"
 #include "ixocut/gas/GasCommand.h"
 #include "ixocut/gas/GasPlot.h"

@@ -6,10 +6,11 @@
 #include <string>
 #include <vector>
 
+#include "commandline/CommandLine.h"
 #include "controller/gas/GasReport.h"
-#include "ixocut/CommandLine.h"
 
 namespace ixocut {
+using namespace ixocommandline;
 using namespace ixocontroller;
 
 void AddGasCalibrateCommand(TCommand gas);

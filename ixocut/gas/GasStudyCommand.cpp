@@ -1,9 +1,9 @@
 // `ixocut gas study`.
+#include "commandline/Table.h"
 #include "ixocamglue/platform/xml/MachineConfig.h"
 #include "ixocut/Command.h"
 #include "ixocut/Console.h"
 #include "ixocut/OperatorTexts.h"
-#include "ixocut/Table.h"
 #include "ixocut/gas/GasCommand.h"
 #include "verify/GasStudy.h"
 

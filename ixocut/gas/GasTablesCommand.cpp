@@ -1,12 +1,12 @@
 // `ixocut gas load`, `gas show`, `gas diff`: the stored tables.
 #include <algorithm>
 
+#include "commandline/Table.h"
 #include "controller/Controller.h"
 #include "ixocamglue/gascal/Uzemgasadjustmodel.h"
 #include "ixocamglue/support/ValueText.h"
 #include "ixocut/Command.h"
 #include "ixocut/Console.h"
-#include "ixocut/Table.h"
 #include "ixocut/gas/GasCommand.h"
 
 namespace ixocut {

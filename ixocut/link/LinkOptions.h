@@ -5,11 +5,12 @@
 #include <optional>
 #include <string>
 
+#include "commandline/CommandLine.h"
 #include "controller/StopOnSignal.h"
 #include "controller/links/DeviceLink.h"
-#include "ixocut/CommandLine.h"
 
 namespace ixocut {
+using namespace ixocommandline;
 using namespace ixocontroller;
 
 struct TLinkOptions {

@@ -2,11 +2,11 @@
 
 #include <algorithm>
 
+#include "commandline/Table.h"
 #include "controller/Controller.h"
 #include "controller/links/LinkDesk.h"
 #include "ixocamglue/platform/services/Clock.h"
 #include "ixocut/Command.h"
-#include "ixocut/Table.h"
 
 namespace ixocut {
 namespace {

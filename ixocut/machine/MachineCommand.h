@@ -1,9 +1,10 @@
 // `ixocut machine`: the commands of who commissions a machine.
 #pragma once
 
-#include "ixocut/CommandLine.h"
+#include "commandline/CommandLine.h"
 
 namespace ixocut {
+using namespace ixocommandline;
 
 void AddMachineCheckCommand(TCommand machine);
 void AddMachineTryCommand(TCommand machine);

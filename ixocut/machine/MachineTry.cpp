@@ -1,12 +1,12 @@
 // `ixocut machine try`: one device after the other, each only after somebody has said yes, with a protocol of it.
 #include <unistd.h>
 
+#include "commandline/InputLines.h"
 #include "controller/SignalStop.h"
 #include "controller/StateFolder.h"
 #include "controller/commissioning/TryProtocol.h"
 #include "ixocamglue/support/ValueText.h"
 #include "ixocut/Command.h"
-#include "ixocut/InputLines.h"
 #include "ixocut/machine/MachineCommand.h"
 
 namespace ixocut {
@@ -44,7 +44,7 @@ int RunTry(const TTryOptions& options, std::ostream& out) {
                                                  : std::filesystem::path(options.Protocol),
                         machine, "--protocol");
 
-  TInputLines input;
+  TInputLines input(&TSignalStop::Asked);
   bool whole = true;
   for (const TPortTry* const each : tries) {
     const std::string what = each->Port + " (" + each->Device + "): " + each->Does;

@@ -1,9 +1,9 @@
 #include <algorithm>
 
+#include "commandline/Table.h"
 #include "controller/recordings/RecordingFacts.h"
 #include "ixocamglue/monitor/Umonitorsink.h"
 #include "ixocut/Command.h"
-#include "ixocut/Table.h"
 #include "ixocut/monitor/MonitorCommands.h"
 
 namespace ixocut {

@@ -2,13 +2,13 @@
 #include <filesystem>
 #include <iterator>
 
+#include "commandline/OutputFile.h"
+#include "commandline/Table.h"
 #include "controller/recordings/RecordingCopies.h"
 #include "controller/recordings/RecordingFacts.h"
 #include "ixocamglue/monitor/Umonitorsink.h"
 #include "ixocamglue/support/ValueText.h"
 #include "ixocut/Command.h"
-#include "ixocut/OutputFile.h"
-#include "ixocut/Table.h"
 #include "ixocut/monitor/MonitorCommands.h"
 
 namespace ixocut {

@@ -16,7 +16,6 @@
 
 namespace ixocut {
 using namespace ixocontroller;
-class TCommand;
 
 struct TRunSettings : TControllerSettings, TRunTriggers {
   bool Trace = false;

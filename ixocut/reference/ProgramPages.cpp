@@ -1,12 +1,12 @@
 // The pages of what programs meet: the API, exit codes, files.
 #include <nlohmann/json.hpp>
 
+#include "commandline/CommandLine.h"
 #include "controller/StateFiles.h"
 #include "controller/StateFolder.h"
 #include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
-#include "ixocut/CommandLine.h"
 #include "ixocut/reference/Reference.h"
 
 namespace ixocut {

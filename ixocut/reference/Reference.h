@@ -3,12 +3,12 @@
 
 #include <vector>
 
+#include "commandline/CommandLine.h"
+#include "commandline/Page.h"
 #include "ixocamglue/platform/ports/NcAlarms.h"
-#include "ixocut/CommandLine.h"
-#include "ixocut/reference/Page.h"
 
 namespace ixocut {
-using namespace ixocamglue;
+using namespace ixocommandline;
 
 // What the pages are made from, beside the tables; outlives them.
 struct TReferenceSources {

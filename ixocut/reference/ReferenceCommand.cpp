@@ -1,11 +1,11 @@
 // `ixocut reference`: writes the reference pages, each made from the table that the program itself works with.
+#include "commandline/OutputFile.h"
 #include "controller/Controller.h"
 #include "controller/StateFolder.h"
 #include "ixocamglue/platform/xml/FileLayer.h"
 #include "ixocamglue/support/SystemError.h"
 #include "ixocut/Command.h"
 #include "ixocut/Machines.h"
-#include "ixocut/OutputFile.h"
 #include "ixocut/reference/Reference.h"
 
 namespace ixocut {
@@ -30,6 +30,8 @@ constexpr TReferencePage kPages[] = {
     {"files.md", TrMark("Files of the state folder"), FillFiles},
 };
 constexpr const char* kIndex = "README.md";
+// The first line of a page; what begins otherwise is not overwritten.
+constexpr std::string_view kMark = "<!-- Made by `ixocut reference`; a change here is lost. -->";
 
 struct TReferenceOptions {
   std::string Folder, Language;
@@ -53,7 +55,7 @@ std::vector<TNcAlarmRecord> AlarmsOf(TController& controller) {
 }
 
 TPage IndexPage() {
-  TPage page(Tr("Reference"));
+  TPage page(kMark, Tr("Reference"));
   page.Say(Tr("`ixocut reference --to FOLDER` makes these pages from the tables that the program itself works with."));
   std::vector<std::vector<std::string>> rows;
   for (const TReferencePage& row : kPages) rows.push_back({std::string("[") + Tr(row.Title) + "](" + row.File + ")"});
@@ -63,7 +65,7 @@ TPage IndexPage() {
 
 void WritePage(const fs::path& folder, const char* name, const TPage& page, std::ostream& out) {
   const std::string file = (folder / name).string();
-  CheckOutputFile("--to", file, TPage::IsOne);
+  CheckOutputFile("--to", file, [](std::string_view head) { return head.starts_with(kMark); });
   ReplaceOrThrow(file, page.Text());
   out << file << '\n';
 }
@@ -80,7 +82,7 @@ int Run(const TReferenceOptions& options, TCommand program, std::ostream& out) {
   const TReferenceSources sources{.Program = program, .Registered = AlarmsOf(controller)};
   WritePage(folder, kIndex, IndexPage(), out);
   for (const TReferencePage& row : kPages) {
-    TPage page(Tr(row.Title));
+    TPage page(kMark, Tr(row.Title));
     row.Fill(page, sources);
     WritePage(folder, row.File, page, out);
   }

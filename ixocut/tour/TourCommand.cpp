@@ -5,6 +5,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "commandline/Table.h"
 #include "controller/SignalStop.h"
 #include "controller/StateFiles.h"
 #include "controller/StateFolder.h"
@@ -13,7 +14,6 @@
 #include "ixocamglue/support/SystemError.h"
 #include "ixocut/Command.h"
 #include "ixocut/Console.h"
-#include "ixocut/Table.h"
 #include "ixocut/client/Attach.h"
 
 namespace ixocut {

@@ -7,16 +7,16 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
+#include "commandline/Table.h"
 #include "controller/gas/GasCalibration.h"
 #include "controller/procedures/Procedures.h"
 #include "fixture/Faults.h"
 #include "fixture/Program.h"
-#include "ixocut/Table.h"
 #include "machines/simulated/Machine.h"
 
 namespace ixocamglue::test {
 using namespace ixocontroller;
-using namespace ixocut;
+using namespace ixocommandline;
 namespace {
 
 using testing::HasSubstr;

@@ -58,7 +58,8 @@ std::set<std::string> WrittenMessages() {
   static const std::regex literal(R"re("((?:[^"\\]|\\.)*)")re");
   std::set<std::string> messages;
   const std::set<std::string> kinds = {".cpp", ".h", ".js"};
-  for (const char* const folder : {"ixocamglue", "controller", "machines", "verify", "ixocut", "share/console"})
+  for (const char* const folder :
+       {"ixocamglue", "controller", "machines", "verify", "commandline", "ixocut", "share/console"})
     for (const auto& file : std::filesystem::recursive_directory_iterator(TestSources() + "/../" + folder)) {
       if (!kinds.contains(file.path().extension().string())) continue;
       const std::string source = ReadFile(file.path()).OrThrow(pbUnusable);

@@ -12,7 +12,7 @@
 #include "fixture/Program.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"
-#include "ixocut/CommandLine.h"
+#include "ixocut/Commands.h"
 #include "ixocut/ControllerSettings.h"
 #include "ixocut/Machines.h"
 #include "ixocut/config/ConfigCommand.h"

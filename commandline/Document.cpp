@@ -1,4 +1,4 @@
-#include "ixocut/Document.h"
+#include "commandline/Document.h"
 
 #include <ostream>
 
@@ -7,7 +7,7 @@
 #include "ixocamglue/support/JsonText.h"
 #include "ixocamglue/support/Texts.h"
 
-namespace ixocut {
+namespace ixocommandline {
 namespace {
 
 bool GPrinted = false;
@@ -36,4 +36,4 @@ void PrintDocument(std::ostream& out, std::string_view command, const nlohmann::
 
 bool DocumentPrinted() { return GPrinted; }
 
-}  // namespace ixocut
+}  // namespace ixocommandline

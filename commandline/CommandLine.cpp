@@ -1,4 +1,4 @@
-#include "ixocut/CommandLine.h"
+#include "commandline/CommandLine.h"
 
 #include <algorithm>
 #include <iostream>
@@ -13,10 +13,18 @@
 #include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
 
-namespace ixocut {
+namespace ixocommandline {
 
 struct TCommand::TState {
   TState(const std::string& name, const std::string& about) : App(about, name) {}
+
+  // The program, and each command that was named, the last one last.
+  [[nodiscard]] std::vector<const CLI::App*> Named() const {
+    std::vector<const CLI::App*> named{&App};
+    for (auto below = App.get_subcommands(); !below.empty(); below = below.front()->get_subcommands())
+      named.push_back(below.front());
+    return named;
+  }
 
   CLI::App App;
   TCommandRun Run = {};                                   // of the last command that was named
@@ -66,25 +74,25 @@ std::string ParserMessage(const std::string& message) {
   return message;
 }
 
-// Of a word where a command's name is wanted: that it is none, and which one was probably meant. The procedures of
-// `run` tell of theirs themselves.
-std::optional<TProblem> WrongCommand(const CLI::App& program, const CLI::ParseError& e) {
+std::string CommandNames(const CLI::App& above) {
+  std::string names;
+  for (const CLI::App* const command : above.get_subcommands({}))
+    names += (names.empty() ? "" : ", ") + command->get_name();
+  return names;
+}
+
+// Of the first of `words`, which nobody expected, where a command's name is wanted: that it is none, and which one was
+// probably meant. A command that takes extras tells of them itself.
+std::optional<TProblem> WrongCommand(const CLI::App& asked, const std::vector<std::string>& words,
+                                     const CLI::ParseError& e) {
   const auto code = static_cast<CLI::ExitCodes>(e.get_exit_code());
   if (code != CLI::ExitCodes::ExtrasError && code != CLI::ExitCodes::RequiredError) return std::nullopt;
-  const CLI::App* asked = &program;
-  for (auto chosen = asked->get_subcommands(); !chosen.empty(); chosen = asked->get_subcommands())
-    asked = chosen.front();
-  const auto known = asked->get_subcommands({});
-  const auto words = program.remaining(true);
+  const auto known = asked.get_subcommands({});
   if (known.empty() || words.empty() || words.front().starts_with('-')) return std::nullopt;
   TNearestName nearest(words.front());
-  std::string names;
-  for (const CLI::App* const command : known) {
-    nearest.Consider(command->get_name());
-    names += (names.empty() ? "" : ", ") + command->get_name();
-  }
+  for (const CLI::App* const command : known) nearest.Consider(command->get_name());
   return TProblem{.What = Format(Tr("\"%s\" is no command"), words.front().c_str()),
-                  .Remedy = nearest.DidYouMean(Format(Tr("the commands are %s"), names.c_str()))};
+                  .Remedy = nearest.DidYouMean(Format(Tr("the commands are %s"), CommandNames(asked).c_str()))};
 }
 
 std::vector<TOption> AsOptions(const std::set<CLI::Option*>& options) {
@@ -366,24 +374,22 @@ TCommandRun TProgram::Parse(std::vector<std::string> words) {
     FState->Run = {};
     std::ranges::reverse(words);  // as the parser takes them
     app.parse(std::move(words));
+    if (!FState->Run) throw EProblem(pbRequest, Format(Tr("a command is needed: %s"), CommandNames(app).c_str()));
     return FState->Run;
   } catch (const CLI::CallForHelp&) {
     return tell(app.help());
   } catch (const CLI::CallForVersion& e) {
     return tell(e.what() + std::string("\n"));
   } catch (const CLI::ParseError& e) {
-    throw EProblem(pbRequest, WrongCommand(app, e).value_or(TProblem{.What = ParserMessage(OneLine(e.what()))}));
+    throw EProblem(pbRequest, WrongCommand(*FState->Named().back(), app.remaining(true), e)
+                                  .value_or(TProblem{.What = ParserMessage(OneLine(e.what()))}));
   }
 }
 
 std::string TProgram::ChosenWords() const {
-  std::string words = FState->App.get_name();
-  const CLI::App* app = &FState->App;
-  for (auto chosen = app->get_subcommands(); !chosen.empty(); chosen = app->get_subcommands()) {
-    app = chosen.front();
-    words += " " + app->get_name();
-  }
+  std::string words;
+  for (const CLI::App* const app : FState->Named()) words += (words.empty() ? "" : " ") + app->get_name();
   return words;
 }
 
-}  // namespace ixocut
+}  // namespace ixocommandline

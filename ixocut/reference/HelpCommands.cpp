@@ -1,8 +1,8 @@
 // `ixocut completion` and `ixocut manual`: what the packages install of them, and what somebody's own program has of
 // its own rows.
+#include "commandline/Help.h"
 #include "ixocamglue/platform/xml/FileLayer.h"
 #include "ixocut/Command.h"
-#include "ixocut/help/Help.h"
 
 namespace ixocut {
 

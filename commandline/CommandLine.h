@@ -1,14 +1,16 @@
-// The command line of `ixocut`: commands with their options, and what is told of them on help pages. CommandLine.cpp is
-// the only source that knows the parser; Program.cpp lists the commands. Main thread.
+// A program's command line: commands with their options, and what is told of them on help pages. CommandLine.cpp is the
+// only source that knows the parser. Main thread.
 #pragma once
 
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <iostream>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "ixocamglue/support/Problem.h"
@@ -18,7 +20,7 @@ class App;
 class Option;
 }  // namespace CLI
 
-namespace ixocut {
+namespace ixocommandline {
 using namespace ixocamglue;
 
 inline constexpr int kExitSuccess = 0;
@@ -144,8 +146,8 @@ class TProgram {
   TProgram& operator=(const TProgram&) = delete;
 
   [[nodiscard]] TCommand Top() const;
-  // What the words ask for; --help and --version are asked for like a command, and nothing is where no command stands
-  // there. `words` are those behind the program's name. Throws EProblem for a wrong command line.
+  // What the words ask for; --help and --version are asked for like a command. `words` are those behind the program's
+  // name. Throws EProblem for a wrong command line, also for one without a command.
   [[nodiscard]] TCommandRun Parse(std::vector<std::string> words);
   // "ixocut gas show", as far as the words were understood.
   [[nodiscard]] std::string ChosenWords() const;
@@ -157,48 +159,12 @@ class TProgram {
 // Several lines as one; without the blank space around them.
 [[nodiscard]] std::string OneLine(std::string_view text);
 
-// Adds one command to the program, or to the command above it.
-using TAddCommand = void (*)(TCommand program);
+// Adds a command that runs `run(options, std::cout)`; its options live as long as the program.
+template <class TOptions, class TRun>
+[[nodiscard]] std::pair<TCommand, TOptions&> AddOwn(TCommand above, const std::string& name, const std::string& about,
+                                                    TRun run) {
+  const auto options = std::make_shared<TOptions>();
+  return {above.Add(name, about, [options, run] { return run(*options, std::cout); }), *options};
+}
 
-void AddShotCommand(TCommand program);
-void AddRunCommand(TCommand program);
-void AddProceduresCommand(TCommand program);
-void AddTreeCommand(TCommand program);
-void AddSweepCommand(TCommand program);
-void AddSoakCommand(TCommand program);
-void AddRecordCommand(TCommand program);
-void AddMonitorCommand(TCommand program);
-void AddModbusCommand(TCommand program);
-void AddLinkCommand(TCommand program);
-void AddSimulateCommand(TCommand program);
-void AddConfigCommand(TCommand program);
-void AddInfoCommand(TCommand program);
-void AddAlarmsCommand(TCommand program);
-void AddPanelCommand(TCommand program);
-void AddKnobCommand(TCommand program);
-void AddGasCommand(TCommand program);
-void AddMachineCommand(TCommand program);
-void AddServeCommand(TCommand program);
-void AddStatusCommand(TCommand program);    // and watch
-void AddControlCommands(TCommand program);  // stop, pause, continue, all-off, reset
-void AddRunsCommand(TCommand program);
-void AddQueueCommand(TCommand program);
-void AddTokenCommand(TCommand program);  // and console
-void AddTourCommand(TCommand program);
-void AddReferenceCommand(TCommand program);
-void AddHelpCommands(TCommand program);  // completion, manual
-
-// All of them.
-void AddCommands(TCommand program);
-
-// The options that commands share; each takes its present value as the default, but for the language: that is the one
-// that --lang names anywhere on the command line, else the first of IXOCUT_LANG, LC_ALL, LC_MESSAGES and LANG that
-// names one with texts, else Chinese.
-void AddLanguageOption(TCommand command, std::string& language);
-void AddSeedOption(TCommand command, std::uint64_t& seed);
-TOption AddStateOption(TCommand command, std::optional<std::filesystem::path>& state);
-// --machine and --state, in this order.
-std::vector<TOption> AddMachineOptions(TCommand command, std::optional<std::filesystem::path>& machine,
-                                       std::optional<std::filesystem::path>& state);
-
-}  // namespace ixocut
+}  // namespace ixocommandline

@@ -4,10 +4,10 @@
 #include <string>
 #include <string_view>
 
-namespace ixocut {
+namespace ixocommandline {
 
 // Throws EProblem, naming the option, when the file cannot be written, or when there is one with something else in it:
 // `ownKind` is asked about the first bytes of a file that is there and not empty. Changes nothing.
 void CheckOutputFile(const char* option, const std::string& target, bool (*ownKind)(std::string_view head));
 
-}  // namespace ixocut
+}  // namespace ixocommandline

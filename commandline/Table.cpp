@@ -1,4 +1,4 @@
-#include "ixocut/Table.h"
+#include "commandline/Table.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -6,8 +6,8 @@
 
 #include "ixocamglue/support/DisplayWidth.h"
 
-namespace ixocut {
-using ixocamglue::DisplayWidth;
+namespace ixocommandline {
+using namespace ixocamglue;
 
 std::vector<std::string> DrawTable(const TRows& rows) {
   std::vector<std::size_t> widths;
@@ -31,4 +31,4 @@ void PrintTable(std::ostream& out, const TRows& rows) {
   for (const std::string& line : DrawTable(rows)) out << line << '\n';
 }
 
-}  // namespace ixocut
+}  // namespace ixocommandline

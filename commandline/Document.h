@@ -10,7 +10,7 @@
 
 #include "ixocamglue/support/Problem.h"
 
-namespace ixocut {
+namespace ixocommandline {
 using namespace ixocamglue;
 class TCommand;
 class TOption;
@@ -26,4 +26,4 @@ void PrintDocument(std::ostream& out, std::string_view command, const nlohmann::
 // Whether the program has printed one. Main thread.
 [[nodiscard]] bool DocumentPrinted();
 
-}  // namespace ixocut
+}  // namespace ixocommandline

@@ -1,11 +1,9 @@
-#include "ixocut/InputLines.h"
+#include "commandline/InputLines.h"
 
 #include <poll.h>
 #include <unistd.h>
 
-#include "controller/SignalStop.h"
-
-namespace ixocut {
+namespace ixocommandline {
 
 bool TInputLines::Next(std::string& line) {
   constexpr int kLookEveryMs = 20;
@@ -15,7 +13,7 @@ bool TInputLines::Next(std::string& line) {
       FBuffer.erase(0, end + 1);
       return true;
     }
-    if (FEnded || ixocontroller::TSignalStop::Asked()) return false;
+    if (FEnded || FStopped()) return false;
     pollfd waiting{STDIN_FILENO, POLLIN, 0};
     if (poll(&waiting, 1, kLookEveryMs) <= 0) continue;
     char bytes[4096];
@@ -28,4 +26,4 @@ bool TInputLines::Next(std::string& line) {
   }
 }
 
-}  // namespace ixocut
+}  // namespace ixocommandline

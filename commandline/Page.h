@@ -1,17 +1,16 @@
-// A page of the reference: a document in Markdown, made of headings, sentences and tables. Values; any thread.
+// A document in Markdown, made of headings, sentences and tables. Values; any thread.
 #pragma once
 
 #include <string>
 #include <string_view>
 #include <vector>
 
-namespace ixocut {
+namespace ixocommandline {
 
 class TPage {
  public:
-  // The first line says what made the page, so that nothing else is overwritten.
-  explicit TPage(std::string_view title);
-  [[nodiscard]] static bool IsOne(std::string_view head);
+  // `first` is the first line, by which one is known among other files.
+  TPage(std::string_view first, std::string_view title);
 
   void Heading(std::string_view text);
   void Say(std::string_view text);
@@ -27,4 +26,4 @@ class TPage {
 // A name or a value as it stands in a file or on a command line; empty for an empty one.
 [[nodiscard]] std::string Code(std::string_view text);
 
-}  // namespace ixocut
+}  // namespace ixocommandline

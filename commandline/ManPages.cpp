@@ -1,12 +1,11 @@
 #include <algorithm>
 #include <string_view>
 
+#include "commandline/Help.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
-#include "ixocut/help/Help.h"
 
-namespace ixocut {
-using namespace ixocamglue;
+namespace ixocommandline {
 namespace {
 
 // Between two characters of which the second begins an ideograph (U+2E80 to U+9FFF), a line may end; troff knows only
@@ -139,4 +138,4 @@ std::vector<TManPage> ManPages(TCommand program, const std::string& version) {
   return pages;
 }
 
-}  // namespace ixocut
+}  // namespace ixocommandline

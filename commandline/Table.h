@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-namespace ixocut {
+namespace ixocommandline {
 
 using TRows = std::vector<std::vector<std::string>>;
 
@@ -13,4 +13,4 @@ using TRows = std::vector<std::vector<std::string>>;
 [[nodiscard]] std::vector<std::string> DrawTable(const TRows& rows);
 void PrintTable(std::ostream& out, const TRows& rows);
 
-}  // namespace ixocut
+}  // namespace ixocommandline

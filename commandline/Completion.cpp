@@ -3,9 +3,9 @@
 #include <functional>
 #include <string_view>
 
-#include "ixocut/help/Help.h"
+#include "commandline/Help.h"
 
-namespace ixocut {
+namespace ixocommandline {
 namespace {
 
 // 'text' for a shell.
@@ -48,7 +48,8 @@ void AddCases(TCommand command, const std::string& words, const std::string& fun
 
 // A function of the script that prints `lines` of the command whose words are its argument, and where it `falls` those
 // of the commands above whose options hold as well.
-std::string Table(TCommand program, const std::string& function, bool falls, const TLines& lines) {
+std::string Table(TCommand program, const std::string& what, bool falls, const TLines& lines) {
+  const std::string function = "_" + program.Name() + "_" + what;
   std::string script = function + "() {\n  case $1 in\n";
   AddCases(program, "", function, falls, lines, script);
   return script + "  esac\n}\n";
@@ -88,7 +89,20 @@ std::vector<std::string> Argument(TCommand command) {
   return arguments.empty() ? std::vector<std::string>{} : std::vector<std::string>{KindOf(arguments.front())};
 }
 
-constexpr const char* kBash = R"sh(_ixocut() {
+// A script with the program's name.
+std::string Named(TCommand program, std::string script) {
+  constexpr std::string_view here = "PROGRAM";
+  const std::string name = program.Name();
+  for (std::size_t at = 0; (at = script.find(here, at)) != std::string::npos; at += name.size())
+    script.replace(at, here.size(), name);
+  return script;
+}
+
+constexpr const char* kBashHead = "# Completion of PROGRAM for bash, made by `PROGRAM completion bash`.\n";
+constexpr const char* kZshHead =
+    "#compdef PROGRAM\n# Completion of PROGRAM for zsh, made by `PROGRAM completion zsh`.\n";
+
+constexpr const char* kBash = R"sh(_PROGRAM() {
   local current=${COMP_WORDS[COMP_CWORD]} at= option= kind= offered= rest= word i
   COMPREPLY=()
   for ((i = 1; i < COMP_CWORD; ++i)); do
@@ -98,8 +112,8 @@ constexpr const char* kBash = R"sh(_ixocut() {
     elif [ -n "$option" ]; then
       option=
     elif [[ $word == -* ]]; then
-      kind=$(_ixocut_options "$at" | grep -m1 -e "^$word=") && option=$word
-    elif _ixocut_commands "$at" | grep -qx -e "$word"; then
+      kind=$(_PROGRAM_options "$at" | grep -m1 -e "^$word=") && option=$word
+    elif _PROGRAM_commands "$at" | grep -qx -e "$word"; then
       at+=${at:+ }$word
     else
       rest=1
@@ -109,10 +123,10 @@ constexpr const char* kBash = R"sh(_ixocut() {
   if [ -n "$option" ]; then
     kind=${kind#*=}
   elif [[ $current == -* ]]; then
-    kind=$(_ixocut_options "$at" | sed 's/=.*//')
+    kind=$(_PROGRAM_options "$at" | sed 's/=.*//')
   else
-    [ -n "$rest" ] || offered=$(_ixocut_commands "$at")
-    kind=$(_ixocut_argument "$at")
+    [ -n "$rest" ] || offered=$(_PROGRAM_commands "$at")
+    kind=$(_PROGRAM_argument "$at")
   fi
   local IFS=$' \t\n'
   COMPREPLY=($(compgen -W "$offered" -- "$current"))
@@ -124,10 +138,10 @@ constexpr const char* kBash = R"sh(_ixocut() {
     *) IFS=$' \t\n'; COMPREPLY+=($(compgen -W "$kind" -- "$current")) ;;
   esac
 }
-complete -F _ixocut ixocut
+complete -F _PROGRAM PROGRAM
 )sh";
 
-constexpr const char* kZsh = R"sh(_ixocut() {
+constexpr const char* kZsh = R"sh(_PROGRAM() {
   local at= option= kind= rest= word i
   local -a offered
   for ((i = 2; i < CURRENT; ++i)); do
@@ -137,8 +151,8 @@ constexpr const char* kZsh = R"sh(_ixocut() {
     elif [[ $word == -*=* ]]; then
       continue
     elif [[ $word == -* ]]; then
-      kind=$(_ixocut_options "$at" | grep -m1 -e "^$word=") && option=$word
-    elif _ixocut_commands "$at" | grep -q -e "^$word:"; then
+      kind=$(_PROGRAM_options "$at" | grep -m1 -e "^$word=") && option=$word
+    elif _PROGRAM_commands "$at" | grep -q -e "^$word:"; then
       at+=${at:+ }$word
     else
       rest=1
@@ -147,17 +161,17 @@ constexpr const char* kZsh = R"sh(_ixocut() {
   if [[ -n $option ]]; then
     kind=${kind#*=}
   elif [[ $PREFIX == -*=* ]]; then
-    kind=$(_ixocut_options "$at" | grep -m1 -e "^${PREFIX%%=*}=")
+    kind=$(_PROGRAM_options "$at" | grep -m1 -e "^${PREFIX%%=*}=")
     kind=${kind#*=}
     compset -P '*='
   elif [[ $PREFIX == -* ]]; then
-    offered=(${(f)"$(_ixocut_described "$at")"})
+    offered=(${(f)"$(_PROGRAM_described "$at")"})
     _describe -o option offered
     return
   else
-    [[ -n $rest ]] || offered=(${(f)"$(_ixocut_commands "$at")"})
+    [[ -n $rest ]] || offered=(${(f)"$(_PROGRAM_commands "$at")"})
     (( $#offered )) && _describe command offered
-    kind=$(_ixocut_argument "$at")
+    kind=$(_PROGRAM_argument "$at")
   fi
   case $kind in
     '' | @) ;;
@@ -166,22 +180,20 @@ constexpr const char* kZsh = R"sh(_ixocut() {
     *) compadd -- ${=kind} ;;
   esac
 }
+_PROGRAM "$@"
 )sh";
 
 }  // namespace
 
 std::string BashCompletion(TCommand program) {
-  return "# Completion of ixocut for bash, made by `ixocut completion bash`.\n" +
-         Table(program, "_ixocut_commands", false, Commands) + Table(program, "_ixocut_options", true, Options) +
-         Table(program, "_ixocut_argument", false, Argument) + kBash;
+  return Named(program, kBashHead) + Table(program, "commands", false, Commands) +
+         Table(program, "options", true, Options) + Table(program, "argument", false, Argument) + Named(program, kBash);
 }
 
 std::string ZshCompletion(TCommand program) {
-  return "#compdef ixocut\n# Completion of ixocut for zsh, made by `ixocut completion zsh`.\n" +
-         Table(program, "_ixocut_commands", false, DescribedCommands) +
-         Table(program, "_ixocut_options", true, Options) +
-         Table(program, "_ixocut_described", true, DescribedOptions) +
-         Table(program, "_ixocut_argument", false, Argument) + kZsh + "_ixocut \"$@\"\n";
+  return Named(program, kZshHead) + Table(program, "commands", false, DescribedCommands) +
+         Table(program, "options", true, Options) + Table(program, "described", true, DescribedOptions) +
+         Table(program, "argument", false, Argument) + Named(program, kZsh);
 }
 
-}  // namespace ixocut
+}  // namespace ixocommandline

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "ixocut/CommandLine.h"
+#include "commandline/CommandLine.h"
 
-namespace ixocut {
+namespace ixocommandline {
 
 struct TManPage {
   std::string File;  // "ixocut-gas.1"
@@ -20,4 +20,4 @@ struct TManPage {
 [[nodiscard]] std::string BashCompletion(TCommand program);
 [[nodiscard]] std::string ZshCompletion(TCommand program);
 
-}  // namespace ixocut
+}  // namespace ixocommandline

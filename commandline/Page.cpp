@@ -1,9 +1,7 @@
-#include "ixocut/reference/Page.h"
+#include "commandline/Page.h"
 
-namespace ixocut {
+namespace ixocommandline {
 namespace {
-
-constexpr std::string_view kMark = "<!-- Made by `ixocut reference`; a change here is lost. -->";
 
 // One line, in which nothing ends a cell or begins an element.
 std::string Cell(std::string_view text) {
@@ -33,9 +31,8 @@ std::string Row(const std::vector<std::string>& cells) {
 
 std::string Code(std::string_view text) { return text.empty() ? std::string() : "`" + std::string(text) + "`"; }
 
-TPage::TPage(std::string_view title) : FText(std::string(kMark) + "\n# " + std::string(title) + "\n") {}
-
-bool TPage::IsOne(std::string_view head) { return head.starts_with(kMark); }
+TPage::TPage(std::string_view first, std::string_view title)
+    : FText(std::string(first) + "\n# " + std::string(title) + "\n") {}
 
 void TPage::Heading(std::string_view text) { FText += "\n## " + std::string(text) + "\n"; }
 
@@ -49,4 +46,4 @@ void TPage::Table(const std::vector<std::string>& head, const std::vector<std::v
   for (const auto& row : rows) FText += Row(row);
 }
 
-}  // namespace ixocut
+}  // namespace ixocommandline

@@ -1,4 +1,4 @@
-#include "ixocut/OutputFile.h"
+#include "commandline/OutputFile.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -10,7 +10,7 @@
 #include "ixocamglue/support/SystemError.h"
 #include "ixocamglue/support/Texts.h"
 
-namespace ixocut {
+namespace ixocommandline {
 using namespace ixocamglue;
 namespace {
 
@@ -49,4 +49,4 @@ void CheckOutputFile(const char* option, const std::string& target, bool (*ownKi
   ::unlink(probe.c_str());
 }
 
-}  // namespace ixocut
+}  // namespace ixocommandline
