@@ -5,12 +5,10 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
-#include <iostream>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "ixocamglue/support/Problem.h"
@@ -158,13 +156,5 @@ class TProgram {
 
 // Several lines as one; without the blank space around them.
 [[nodiscard]] std::string OneLine(std::string_view text);
-
-// Adds a command that runs `run(options, std::cout)`; its options live as long as the program.
-template <class TOptions, class TRun>
-[[nodiscard]] std::pair<TCommand, TOptions&> AddOwn(TCommand above, const std::string& name, const std::string& about,
-                                                    TRun run) {
-  const auto options = std::make_shared<TOptions>();
-  return {above.Add(name, about, [options, run] { return run(*options, std::cout); }), *options};
-}
 
 }  // namespace ixocommandline

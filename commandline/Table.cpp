@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <ostream>
 
 #include "ixocamglue/support/DisplayWidth.h"
 
@@ -25,10 +24,6 @@ std::vector<std::string> DrawTable(const TRows& rows) {
     }
   }
   return lines;
-}
-
-void PrintTable(std::ostream& out, const TRows& rows) {
-  for (const std::string& line : DrawTable(rows)) out << line << '\n';
 }
 
 }  // namespace ixocommandline

@@ -1,7 +1,6 @@
 // Tables for the terminal, whose cells may hold Chinese: columns are aligned by what they take on the screen.
 #pragma once
 
-#include <iosfwd>
 #include <string>
 #include <vector>
 
@@ -11,6 +10,5 @@ using TRows = std::vector<std::vector<std::string>>;
 
 // The first row is the heading. The first and the last column are set left, the others right.
 [[nodiscard]] std::vector<std::string> DrawTable(const TRows& rows);
-void PrintTable(std::ostream& out, const TRows& rows);
 
 }  // namespace ixocommandline

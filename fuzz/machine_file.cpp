@@ -4,6 +4,7 @@
 
 #include "fuzz/InputFile.h"
 #include "ixocamglue/platform/services/Log.h"
+#include "ixocut/Console.h"
 #include "ixocut/Machines.h"
 #include "ixocut/config/ConfigCommand.h"
 
@@ -23,7 +24,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const auto file = fuzz::InputFile(data, size);
   try {
     std::ostringstream out;
-    (void)RunConfigCheck(file, true, false, out);
+    TConsole console(out, "config check");
+    (void)RunConfigCheck(file, true, console);
     TMachineFile machine(Machines());
     machine.Load(file);
     const std::string before = Shown(machine);

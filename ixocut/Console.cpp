@@ -1,9 +1,11 @@
 #include "ixocut/Console.h"
 
-#include <ostream>
+#include <iostream>
+#include <utility>
 
 #include <nlohmann/json.hpp>
 
+#include "commandline/CommandLine.h"
 #include "commandline/Document.h"
 #include "controller/procedures/ErrorSentence.h"
 #include "ixocamglue/support/Format.h"
@@ -34,37 +36,49 @@ bool IsTrouble(const TLogRecord& record) {
 
 }  // namespace
 
-TConsole::TConsole(std::ostream& out, bool json, bool trace)
-    : FOut(out), FJson(json), FTrace(trace), FTerminal(IsTerminal(out)), FStatus(out, FTerminal) {}
+TConsole::TConsole(std::ostream& out, std::string command, const TOutputSettings& settings)
+    : FOut(out),
+      FCommand(std::move(command)),
+      FSettings(settings),
+      FTerminal(IsTerminal(out)),
+      FStatus(out, FTerminal) {}
+
+TConsole::~TConsole() {
+  TGuard guard(FLock);
+  if (FStatus.Drawn()) FOut << std::endl;
+}
+
+void TConsole::Draw(std::string_view line) {
+  TGuard guard(FLock);
+  if (!FSettings.Json) FStatus.Draw(line);
+}
 
 void TConsole::Status(std::uint64_t ms, std::string_view text) {
-  TGuard guard(FLock);
-  if (FJson) return;
   const std::uint64_t shown = ms > FStartMs ? ms - FStartMs : 0;
-  FStatus.Draw(Format("%8llu ms  ", static_cast<unsigned long long>(shown)).append(text));
+  Draw(Format("%8llu ms  ", static_cast<unsigned long long>(shown)).append(text));
 }
 
 void TConsole::Write(const TLogRecord& record) {
   if (record.Diagnostic && (Mask() & DiagBit(record.Level)) == 0) return;
   const std::uint64_t ms = record.TimeMs > FStartMs ? record.TimeMs - FStartMs : 0;
   TGuard guard(FLock);
-  if (FJson) {
+  if (FSettings.Json) {
     FLines.push_back({ms, LevelOf(record), record.Text, record.Source});
     return;
   }
   FStatus.Clear();
   FOut << Format("%8llu ms  ", static_cast<unsigned long long>(ms));
-  if (FTrace)
+  if (FSettings.Trace)
     FOut << Format("%-9s ", LevelOf(record));
   else if (IsTrouble(record))
     FOut << "! ";
-  FOut << (!FTrace && IsTrouble(record) ? ixocontroller::ErrorSentence(record.Text) : record.Text) << '\n'
+  FOut << (!FSettings.Trace && IsTrouble(record) ? ixocontroller::ErrorSentence(record.Text) : record.Text) << '\n'
        << std::flush;
 }
 
 void TConsole::Say(std::string_view line) {
   TGuard guard(FLock);
-  if (FJson) return;
+  if (FSettings.Json) return;
   FStatus.Clear();
   FOut << line << '\n' << std::flush;
 }
@@ -83,10 +97,16 @@ nlohmann::ordered_json TConsole::Log() const {
   return lines;
 }
 
-void TConsole::Print(std::string_view command, const nlohmann::ordered_json& result,
-                     const std::optional<TProblem>& problem) {
-  TGuard guard(FLock);
-  if (FJson) PrintDocument(FOut, command, result, problem);
+int TConsole::Print(const nlohmann::ordered_json& result, const std::optional<TProblem>& problem, bool lines) {
+  if (FSettings.Json) {
+    TGuard guard(FLock);
+    PrintDocument(FOut, FCommand, result, problem, lines);
+  }
+  return problem ? kExitOtherwise : kExitSuccess;
 }
+
+void TConsole::Note(std::string_view text) const { std::cerr << "ixocut " << FCommand << ": " << text << std::endl; }
+
+bool TConsole::Broken() const { return !FOut; }
 
 }  // namespace ixocut

@@ -8,9 +8,9 @@
 
 #include "controller/client/Attachment.h"
 #include "ixocamglue/support/Problem.h"
+#include "ixocut/Console.h"
 
 namespace ixocamglue {
-class ILogSink;
 struct TMachineLimits;
 }  // namespace ixocamglue
 namespace ixocontroller {
@@ -23,13 +23,11 @@ class TCommand;
 
 namespace ixocut {
 
-struct TControllerSettings {
+struct TControllerSettings : TOutputSettings {
   std::optional<std::filesystem::path> Machine, State;
-  std::string Language = "zh";
   std::uint64_t Seed = 1;
   bool Realtime = false;
   bool Saves = false;  // the command saves the machine file
-  bool Json = false;   // one document instead of text
   std::string Db;      // with Realtime the alarm store; empty: none
 
   ixocontroller::TAttachOptions Attach = {};

@@ -5,14 +5,15 @@
 
 #include "ixocamglue/Library.h"
 #include "ixocamglue/platform/services/Locale.h"
+#include "ixocut/Console.h"
 
 namespace ixocut {
 using namespace ixocamglue;
 
 class TOperatorTexts {
  public:
-  // What cannot be shown in the language is said on the standard error output, after the command's name.
-  TOperatorTexts(const char* command, const std::string& language);
+  // In the console's language; what cannot be shown in it is noted there.
+  explicit TOperatorTexts(const TConsole& console);
 
  private:
   TLocaleReader FLocale;

@@ -44,7 +44,7 @@ std::string TransferText(const TTransferAsked& asked, const TModbusTransfer& res
   count(Tr("; %u without a reply in time"), result.TimedOut);
   count(Tr("; %u late bytes drained"), result.Drained);
   if (asked.Write && asked.Order.Strict) out += Format(Tr("; echo probe: %s"), Tr(ModbusProofName(proof)));
-  return out + Tr(")\n");
+  return out + Tr(")");
 }
 
 nlohmann::ordered_json TransferJson(const TTransferAsked& asked, const TModbusTransfer& result, TModbusProof proof) {
@@ -97,12 +97,8 @@ nlohmann::ordered_json FramesJson(const TModbusFrames& frames, std::uint64_t sta
   return list;
 }
 
-std::string FramesText(const TModbusFrames& frames, std::uint64_t startUs) {
-  std::string out;
-  for (const auto& frame : frames)
-    out += Format("%9.1f ms %s %s\n", Ms(frame.TimeUs - startUs), frame.Sent ? "->" : "<-",
-                  SpacedHex(frame.Bytes).c_str());
-  return out;
+std::string FrameText(const TModbusFrameLog::TEntry& frame, std::uint64_t startUs) {
+  return Format("%9.1f ms %s %s", Ms(frame.TimeUs - startUs), frame.Sent ? "->" : "<-", SpacedHex(frame.Bytes).c_str());
 }
 
 }  // namespace ixocontroller

@@ -32,6 +32,6 @@ struct TTransferAsked {
 // The frames from `startUs` on (Clock().MonotonicUs), with the ms since then.
 using TModbusFrames = std::vector<TModbusFrameLog::TEntry>;
 [[nodiscard]] nlohmann::ordered_json FramesJson(const TModbusFrames& frames, std::uint64_t startUs);
-[[nodiscard]] std::string FramesText(const TModbusFrames& frames, std::uint64_t startUs);
+[[nodiscard]] std::string FrameText(const TModbusFrameLog::TEntry& frame, std::uint64_t startUs);
 
 }  // namespace ixocontroller

@@ -7,7 +7,7 @@
 namespace ixocut {
 namespace {
 
-using TRun = int (*)(const TAlarmsOptions&, std::ostream&);
+using TRun = int (*)(const TAlarmsOptions&, TConsole&);
 
 }  // namespace
 
@@ -20,7 +20,7 @@ void AddAlarmsCommand(TCommand program) {
   const char* const empty = Tr("the text is empty");
 
   const auto add = [&](const char* name, const char* description, TRun call, const THelp& help) {
-    const TCommand command = alarms.Add(name, description, [options, call] { return call(*options, std::cout); });
+    const TCommand command = AddWith(alarms, name, description, options, call);
     command.Help(help);
     return command;
   };

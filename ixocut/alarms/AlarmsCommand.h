@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <iosfwd>
 #include <optional>
 #include <string>
 
@@ -26,15 +25,15 @@ struct TAlarmsOptions : TControllerSettings {
   std::string Reason;
 };
 
-int RunAlarmsLookup(const TAlarmsOptions& options, std::ostream& out);
-int RunAlarmsLive(const TAlarmsOptions& options, std::ostream& out);
-int RunAlarmsList(const TAlarmsOptions& options, std::ostream& out);
-int RunAlarmsWatch(const TAlarmsOptions& options, std::ostream& out);
-int RunAlarmsStats(const TAlarmsOptions& options, std::ostream& out);
-int RunAlarmsAck(const TAlarmsOptions& options, std::ostream& out);
-int RunAlarmsSuppress(const TAlarmsOptions& options, std::ostream& out);
-int RunAlarmsClear(const TAlarmsOptions& options, std::ostream& out);
-int RunAlarmsCheck(const TAlarmsOptions& options, std::ostream& out);
+int RunAlarmsLookup(const TAlarmsOptions& options, TConsole& console);
+int RunAlarmsLive(const TAlarmsOptions& options, TConsole& console);
+int RunAlarmsList(const TAlarmsOptions& options, TConsole& console);
+int RunAlarmsWatch(const TAlarmsOptions& options, TConsole& console);
+int RunAlarmsStats(const TAlarmsOptions& options, TConsole& console);
+int RunAlarmsAck(const TAlarmsOptions& options, TConsole& console);
+int RunAlarmsSuppress(const TAlarmsOptions& options, TConsole& console);
+int RunAlarmsClear(const TAlarmsOptions& options, TConsole& console);
+int RunAlarmsCheck(const TAlarmsOptions& options, TConsole& console);
 
 // The store's file: --db, or alarms.db in the state folder.
 [[nodiscard]] std::filesystem::path AlarmDbFile(const TAlarmsOptions& options);

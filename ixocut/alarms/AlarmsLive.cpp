@@ -6,7 +6,6 @@
 #include "ixocamglue/platform/services/UtcTime.h"
 #include "ixocamglue/support/FileLock.h"
 #include "ixocut/Command.h"
-#include "ixocut/Console.h"
 #include "ixocut/alarms/AlarmsCommand.h"
 #include "machines/simulated/Machine.h"
 
@@ -69,7 +68,7 @@ void RefuseHeldStore(const std::filesystem::path& db) {
 
 }  // namespace
 
-int RunAlarmsLive(const TAlarmsOptions& options, std::ostream& out) {
+int RunAlarmsLive(const TAlarmsOptions& options, TConsole& console) {
   const std::vector<TAlarmScriptLine> script =
       options.Script.empty() ? std::vector<TAlarmScriptLine>() : ReadAlarmScript(options.Script);
   TControllerOptions made = options.Options();
@@ -79,10 +78,9 @@ int RunAlarmsLive(const TAlarmsOptions& options, std::ostream& out) {
   RefuseHeldStore(made.AlarmDb);
   const TSignalStop signals;
   TController session(std::move(made));
-  for (const std::string& notice : session.Notices()) std::cerr << "ixocut alarms: " << notice << std::endl;
+  for (const std::string& notice : session.Notices()) console.Note(notice);
 
   int exitCode = kExitSuccess;
-  TConsole console(out, false, false);
   TAlarmFeed feed(*session.AlarmStore(), [&](const TToldAlarm& alarm) { console.Say(LineOf(alarm)); });
   const TRoundThread viewing("ixo-alarmview", kRoundMs, [&](std::uint64_t nowMs) { feed.Round(nowMs); });
   session.StartThreads();

@@ -41,15 +41,14 @@ TAlarmFilter Filter(const TAlarmsOptions& options) {
 // The interpreter with its services, for a command without a machine.
 class TAlarmLookup {
  public:
-  // `machine`: the machine file whose alarms count too; empty: none. Throws EProblem for a file that cannot be used.
-  TAlarmLookup(const std::string& language, const std::filesystem::path& machine) : FLocale(ShareFolder() / "locale") {
-    if (!machine.empty()) FConfig.Load(machine).OrThrow(pbUnusable);
+  // The alarms of the machine file count too. Throws EProblem for a file that cannot be used.
+  TAlarmLookup(const TAlarmsOptions& options, const TConsole& console) : FLocale(ShareFolder() / "locale") {
+    FConfig.Load(KnownMachine(options)).OrThrow(pbUnusable);
     FApp.Register(IID_IAlarmInterpreterSvc, std::make_shared<TAlarmDefinitionFiles>(ShareFolder() / "alarms"));
     FLibrary.emplace();
-    if (const std::string problem = FLocaleManager.ChangeLanguage(language); !problem.empty())
-      std::cerr << "ixocut alarms: " << problem << std::endl;
-    for (const std::string& refused : FLibrary->LoadLocaleResources())
-      std::cerr << "ixocut alarms: " << refused << std::endl;
+    if (const std::string problem = FLocaleManager.ChangeLanguage(options.Language); !problem.empty())
+      console.Note(problem);
+    for (const std::string& refused : FLibrary->LoadLocaleResources()) console.Note(refused);
   }
 
  private:
@@ -70,8 +69,8 @@ std::filesystem::path AlarmDbFile(const TAlarmsOptions& options) {
   return options.Db.empty() ? StateFolder(options.State) / kAlarmStoreFile : std::filesystem::path(options.Db);
 }
 
-int RunAlarmsLookup(const TAlarmsOptions& options, std::ostream& out) {
-  const TAlarmLookup lookup(options.Language, KnownMachine(options));
+int RunAlarmsLookup(const TAlarmsOptions& options, TConsole& console) {
+  const TAlarmLookup lookup(options, console);
   const TAlarmInterpreter* const interpreter = AlarmInterpreter();
   TAlarmRec rec;
   TNcAlarmMsg msg;
@@ -81,27 +80,24 @@ int RunAlarmsLookup(const TAlarmsOptions& options, std::ostream& out) {
       {"HelpID", &rec.HelpID},       {"Code", &rec.Code},         {"Category", &rec.Category},
       {"Alarmtype", &rec.Alarmtype}, {"BrifDesc", &rec.BrifDesc}, {"AlarmDesc", &rec.AlarmDesc},
       {"Reason", &rec.Reason},       {"Solution", &rec.Solution}};
-  const std::optional<TProblem> problem =
-      known ? std::nullopt
-            : std::optional(TProblem{.What = Tr("no definition has this identifier"), .Where = options.Id});
-  if (options.Json) {
-    nlohmann::ordered_json json{{"known", known}};
-    for (const auto& [name, text] : fields) json[name] = *text;
-    PrintDocument(out, "alarms lookup", json, problem);
-  } else {
-    for (const auto& [name, text] : fields) out << Format("%-10s %s\n", name, text->c_str());
-    if (problem) out << problem->Text() << '\n';
+  nlohmann::ordered_json json{{"known", known}};
+  for (const auto& [name, text] : fields) {
+    json[name] = *text;
+    console.Say(Format("%-10s %s", name, text->c_str()));
   }
-  return known ? kExitSuccess : kExitOtherwise;
+  std::optional<TProblem> problem;
+  if (!known) problem = {.What = Tr("no definition has this identifier"), .Where = options.Id};
+  if (problem) console.Say(problem->Text());
+  return console.Print(json, problem);
 }
 
-int RunAlarmsList(const TAlarmsOptions& options, std::ostream& out) {
+int RunAlarmsList(const TAlarmsOptions& options, TConsole& console) {
   const TAlarmFilter filter = Filter(options);
   TAlarmHistory history(AlarmDbFile(options));
-  const TAlarmLookup lookup(options.Language, KnownMachine(options));
+  const TAlarmLookup lookup(options, console);
   const auto suppressions = history.Suppressions(UtcNow());
   auto json = nlohmann::ordered_json::array();
-  if (options.Csv) out << AlarmCsvHead() << '\n';
+  if (options.Csv) console.Say(AlarmCsvHead());
   std::size_t hidden = 0;
   for (const TAlarmRow& stored : history.Rows(filter)) {
     if (!options.Suppressed && IsSuppressed(stored, suppressions)) {
@@ -112,60 +108,51 @@ int RunAlarmsList(const TAlarmsOptions& options, std::ostream& out) {
     if (options.Json)
       json.push_back(AlarmJson(row));
     else
-      out << (options.Csv ? AlarmCsv(row) : AlarmLine(row)) << '\n';
+      console.Say(options.Csv ? AlarmCsv(row) : AlarmLine(row));
   }
-  if (options.Json) {
-    PrintDocument(out, "alarms list", json);
-  } else if (hidden > 0 && !options.Csv) {
-    out << Format(Tr("%zu suppressed (--suppressed shows them):"), hidden);
+  if (hidden > 0 && !options.Csv) {
+    std::string line = Format(Tr("%zu suppressed (--suppressed shows them):"), hidden);
     for (const TAlarmSuppression& s : suppressions)
-      out << Format(Tr(" %s until %s, %s;"), s.Identifier.c_str(), ShownTime(s.Until).c_str(), s.Reason.c_str());
-    out << '\n';
+      line += Format(Tr(" %s until %s, %s;"), s.Identifier.c_str(), ShownTime(s.Until).c_str(), s.Reason.c_str());
+    console.Say(line);
   }
-  return kExitSuccess;
+  return console.Print(json);
 }
 
-int RunAlarmsWatch(const TAlarmsOptions& options, std::ostream& out) {
+int RunAlarmsWatch(const TAlarmsOptions& options, TConsole& console) {
   TAlarmChanges changes(AlarmDbFile(options));
-  const TAlarmLookup lookup(options.Language, KnownMachine(options));
+  const TAlarmLookup lookup(options, console);
   const TSignalStop signals;
   const std::uint64_t start = Clock().MonotonicMs();
   const auto ended = [&] {
     return TSignalStop::Asked() || (options.ForMs != 0 && Clock().MonotonicMs() - start >= options.ForMs);
   };
-  for (; !ended(); Clock().Sleep(kWatchEveryMs)) {
+  for (; !ended(); Clock().Sleep(kWatchEveryMs))
     for (const TAlarmRow& row : changes.Next()) {
-      if (options.Json)
-        PrintDocument(out, "alarms watch", AlarmJson(Translated(row)), {}, true);
-      else
-        out << AlarmLine(Translated(row)) << '\n';
+      console.Say(AlarmLine(Translated(row)));
+      console.Print(AlarmJson(Translated(row)), {}, true);
     }
-    out << std::flush;
-  }
   return kExitSuccess;
 }
 
-int RunAlarmsStats(const TAlarmsOptions& options, std::ostream& out) {
+int RunAlarmsStats(const TAlarmsOptions& options, TConsole& console) {
   const TAlarmFilter filter = Filter(options);
   TAlarmHistory history(AlarmDbFile(options));
   const TAlarmStats stats = StatsOf(history.Rows(filter), UtcNow());
-  if (options.Json) {
-    PrintDocument(out, "alarms stats", StatsJson(stats));
-    return kExitSuccess;
-  }
-  out << Format(Tr("raises           %zu, %zu of them active\n"), stats.Raises, stats.Active);
-  out << Format(Tr("per 10 minutes   %.2f on average, %zu at most, %zu in the last ten\n"), stats.PerSpan,
-                stats.BusiestSpan, stats.LastSpan);
+  console.Say(Format(Tr("raises           %zu, %zu of them active"), stats.Raises, stats.Active));
+  console.Say(Format(Tr("per 10 minutes   %.2f on average, %zu at most, %zu in the last ten"), stats.PerSpan,
+                     stats.BusiestSpan, stats.LastSpan));
   for (const auto& flood : stats.Floods)
-    out << Format(Tr("flood            %zu raises from %s to %s\n"), flood.Raises, ShownTime(flood.From).c_str(),
-                  ShownTime(flood.To).c_str());
+    console.Say(Format(Tr("flood            %zu raises from %s to %s"), flood.Raises, ShownTime(flood.From).c_str(),
+                       ShownTime(flood.To).c_str()));
   for (const auto& count : stats.Chattering)
-    out << Format(Tr("chattering       %s, %zu raises in 60 s\n"), count.Identifier.c_str(), count.Raises);
+    console.Say(Format(Tr("chattering       %s, %zu raises in 60 s"), count.Identifier.c_str(), count.Raises));
   for (const auto& row : stats.Stale)
-    out << Format(Tr("stale            %s, active since %s\n"), row.Identifier.c_str(), ShownTime(row.Raised).c_str());
+    console.Say(
+        Format(Tr("stale            %s, active since %s"), row.Identifier.c_str(), ShownTime(row.Raised).c_str()));
   for (const auto& count : stats.Frequent)
-    out << Format(Tr("frequent         %6zu  %s\n"), count.Raises, count.Identifier.c_str());
-  return kExitSuccess;
+    console.Say(Format(Tr("frequent         %6zu  %s"), count.Raises, count.Identifier.c_str()));
+  return console.Print(StatsJson(stats));
 }
 
 namespace {
@@ -174,54 +161,47 @@ EProblem NotActive(const std::string& id) {
   return {pbRefused, {.What = Tr("no active alarm has this identifier"), .Where = id}};
 }
 
-void TellAcknowledged(const TAlarmsOptions& options, const std::string& who, std::ostream& out) {
-  if (options.Json)
-    PrintDocument(out, "alarms ack", {{"identifier", options.Id}, {"byWhom", who}});
-  else
-    out << Format(Tr("%s acknowledged by %s\n"), options.Id.c_str(), who.c_str());
+int TellAcknowledged(const TAlarmsOptions& options, const std::string& who, TConsole& console) {
+  console.Say(Format(Tr("%s acknowledged by %s"), options.Id.c_str(), who.c_str()));
+  return console.Print({{"identifier", options.Id}, {"byWhom", who}});
 }
 
-int AcknowledgeInStore(const TAlarmsOptions& options, std::ostream& out) {
+int AcknowledgeInStore(const TAlarmsOptions& options, TConsole& console) {
   if (options.Who.empty()) throw EProblem(pbRequest, Tr("--who is missing: who has seen it"));
   TAlarmHistory history(AlarmDbFile(options));
   if (!history.Acknowledge(options.Id, options.Who, UtcNow())) throw NotActive(options.Id);
-  TellAcknowledged(options, options.Who, out);
-  return kExitSuccess;
+  return TellAcknowledged(options, options.Who, console);
 }
 
 }  // namespace
 
-int RunAlarmsAck(const TAlarmsOptions& options, std::ostream& out) {
-  if (!options.Db.empty()) return AcknowledgeInStore(options, out);
+int RunAlarmsAck(const TAlarmsOptions& options, TConsole& console) {
+  if (!options.Db.empty()) return AcknowledgeInStore(options, console);
   TAlarmsOptions asked = options;
   const TAttached attachment(asked);
   TWireClient* const client = attachment.Client();
-  if (!client) return AcknowledgeInStore(options, out);
+  if (!client) return AcknowledgeInStore(options, console);
   nlohmann::ordered_json seen;  // the newest one
   const auto standing = client->Get("/api/v1/alarms");
   for (const auto& alarm : standing.at("alarms"))
     if (alarm.at("identifier") == options.Id) seen = alarm.at("serial");
   if (seen.is_null()) throw NotActive(options.Id);
   const auto answer = client->Post("/api/v1/alarms/" + seen.dump() + "/acknowledge");
-  TellAcknowledged(options, answer.at("byWhom"), out);
-  return kExitSuccess;
+  return TellAcknowledged(options, answer.at("byWhom"), console);
 }
 
-int RunAlarmsSuppress(const TAlarmsOptions& options, std::ostream& out) {
+int RunAlarmsSuppress(const TAlarmsOptions& options, TConsole& console) {
   TAlarmsOptions asked = options;
   const TAttached attachment(asked);
   const auto answer = attachment.Controller().Post(
       "/api/v1/alarms/suppress",
       {{"identifier", options.Id}, {"minutes", options.Minutes}, {"reason", options.Reason}});
-  if (options.Json)
-    PrintDocument(out, "alarms suppress", answer);
-  else
-    out << Format(Tr("%s is suppressed until %s\n"), options.Id.c_str(),
-                  ShownTime(answer.at("until").get<std::string>()).c_str());
-  return kExitSuccess;
+  console.Say(Format(Tr("%s is suppressed until %s"), options.Id.c_str(),
+                     ShownTime(answer.at("until").get<std::string>()).c_str()));
+  return console.Print(answer);
 }
 
-int RunAlarmsClear(const TAlarmsOptions& options, std::ostream& out) {
+int RunAlarmsClear(const TAlarmsOptions& options, TConsole& console) {
   const std::filesystem::path db = AlarmDbFile(options);
   TAlarmHistory history(db);
   TFileLock lock;
@@ -234,14 +214,11 @@ int RunAlarmsClear(const TAlarmsOptions& options, std::ostream& out) {
                                .Where = options.Id,
                                .Remedy = Tr("the next start of the machine closes it")});
   }
-  if (options.Json)
-    PrintDocument(out, "alarms clear", {{"identifier", options.Id}});
-  else
-    out << Format(Tr("%s cleared\n"), options.Id.c_str());
-  return kExitSuccess;
+  console.Say(Format(Tr("%s cleared"), options.Id.c_str()));
+  return console.Print({{"identifier", options.Id}});
 }
 
-int RunAlarmsCheck(const TAlarmsOptions& options, std::ostream& out) {
+int RunAlarmsCheck(const TAlarmsOptions& options, TConsole& console) {
   const std::string text = ReadFile(std::filesystem::path(options.File)).OrThrow(pbUnusable);
   const bool isXml = TrimXml(WithoutMark(text)).starts_with('<');
   std::vector<TProblem> problems;
@@ -253,19 +230,15 @@ int RunAlarmsCheck(const TAlarmsOptions& options, std::ostream& out) {
   } else {
     problems = CheckAlarmDefinitions(text);
   }
-  if (options.Json) {
-    auto json = nlohmann::ordered_json::array();
-    for (const TProblem& problem : problems) json.push_back(ProblemJson(problem));
-    PrintDocument(out, "alarms check", {{"file", options.File}, {"problems", json}},
-                  problems.empty() ? std::nullopt : std::optional(problems.front()));
-  } else {
-    for (const TProblem& problem : problems) {
-      const std::string line = problem.Text();
-      out << options.File << (line.front() >= '0' && line.front() <= '9' ? ":" : ": ") << line << '\n';
-    }
-    if (problems.empty()) out << Format(Tr("%s: in order\n"), options.File.c_str());
+  auto json = nlohmann::ordered_json::array();
+  for (const TProblem& problem : problems) {
+    json.push_back(ProblemJson(problem));
+    const std::string line = problem.Text();
+    console.Say(options.File + (line.front() >= '0' && line.front() <= '9' ? ":" : ": ") + line);
   }
-  return problems.empty() ? kExitSuccess : kExitOtherwise;
+  if (problems.empty()) console.Say(Format(Tr("%s: in order"), options.File.c_str()));
+  return console.Print({{"file", options.File}, {"problems", json}},
+                       problems.empty() ? std::nullopt : std::optional(problems.front()));
 }
 
 }  // namespace ixocut

@@ -4,7 +4,6 @@
 #include "controller/client/Attachment.h"
 #include "controller/client/WireRun.h"
 #include "ixocut/Command.h"
-#include "ixocut/Console.h"
 
 namespace ixocut {
 using namespace ixocontroller;
@@ -21,14 +20,14 @@ class TAttached : public TAttachment {
   explicit TAttached(TControllerSettings& settings);
 };
 
-// Adds a command that runs `run(options, client, std::cout)` with the controller that it is for, and no other; its
-// exit codes are those of one, unless `help` says some.
+// Adds a command that runs `run(options, client, console)` with the controller that it is for, and no other; its exit
+// codes are those of one, unless `help` says some.
 template <class TOptions, class TRun>
 std::pair<TCommand, TOptions&> AddAsking(TCommand above, const std::string& name, const std::string& about, TRun run,
                                          THelp help) {
-  const auto made = AddOwn<TOptions>(above, name, about, [run](TOptions& own, std::ostream& out) {
+  const auto made = AddOwn<TOptions>(above, name, about, [run](TOptions& own, TConsole& console) {
     const TAttached attachment(own);
-    return run(own, attachment.Controller(), out);
+    return run(own, attachment.Controller(), console);
   });
   AddClientOptions(made.first, made.second, false);
   if (help.ExitCodes.empty())

@@ -6,7 +6,6 @@
 #include "controller/client/ClientLease.h"
 #include "controller/client/StatusLines.h"
 #include "ixocut/Command.h"
-#include "ixocut/Console.h"
 #include "ixocut/OperatorTexts.h"
 #include "ixocut/client/Attach.h"
 
@@ -52,7 +51,7 @@ TJson WaitForRest(TWireClient& client) {
   }
 }
 
-int RunControl(const TControl& control, const TControlOptions& options, TWireClient& client, std::ostream& out) {
+int RunControl(const TControl& control, TWireClient& client, TConsole& console) {
   std::optional<TClientLease> lease;
   if (control.Lease) lease.emplace(client, true);
   const bool idle = control.Idle && client.Get("/api/v1/status").at("running") == false;
@@ -61,60 +60,52 @@ int RunControl(const TControl& control, const TControlOptions& options, TWireCli
   std::optional<TProblem> problem;
   if (control.Ends && status.value("running", false))
     problem = {.What = Tr("it was asked for, and something runs all the same")};
-  if (options.Json) {
-    PrintDocument(out, control.Name, {{"answer", answer}, {"status", status}}, problem);
-  } else {
-    const TOperatorTexts texts(control.Name, options.Language);
-    out << (problem ? problem->Text() : std::string(Tr(idle ? control.Idle : control.Done))) << '\n'
-        << StatusLine(status) << '\n';
-  }
-  return problem ? kExitOtherwise : kExitSuccess;
+  const TOperatorTexts texts(console);
+  console.Say(problem ? problem->Text() : Tr(idle ? control.Idle : control.Done));
+  console.Say(StatusLine(status));
+  return console.Print({{"answer", answer}, {"status", status}}, problem);
 }
 
 // What continue will do, confirmed by a person.
-bool Confirmed(const TJson& offer, const TControlOptions& options, std::ostream& out) {
+bool Confirmed(const TJson& offer, const TControlOptions& options, TConsole& console) {
   if (options.Yes) return true;
   if (options.Json || isatty(STDIN_FILENO) != 1)
     throw EProblem(pbRequest,
                    TProblem{.What = Tr("continue asks before anything moves"), .Remedy = Tr("--yes answers")});
   const auto list = [&](const char* title, const char* member) {
     if (offer.at(member).empty()) return;
-    out << title << '\n';
-    for (const TJson& line : offer.at(member)) out << "  " << line.get<std::string>() << '\n';
+    console.Say(title);
+    for (const TJson& line : offer.at(member)) console.Say("  " + line.get<std::string>());
   };
   list(Tr("The machine, as it was left and as it is:"), "compared");
   list(Tr("Done again:"), "again");
   list(Tr("And then:"), "rest");
-  if (offer.at("lightsBeam") == true) out << Tr("The beam will be lit.") << '\n';
-  out << Tr("Do this? (y/n) ") << std::flush;
+  if (offer.at("lightsBeam") == true) console.Say(Tr("The beam will be lit."));
+  std::cout << Tr("Do this? (y/n) ") << std::flush;
   std::string answer;
   return std::getline(std::cin, answer) && (answer == "y" || answer == "Y");
 }
 
-int RunContinue(const TControlOptions& options, TWireClient& client, std::ostream& out) {
+int RunContinue(const TControlOptions& options, TWireClient& client, TConsole& console) {
   const TJson offer = [&] {
     const TClientLease lease(client, true);
     const TWireAnswer answer = client.AskAny("POST", "/api/v1/continue", TJson::object());
     if (!answer.Body.is_object() || !answer.Body.contains("confirm")) client.Check(answer);
     return answer.Body;
   }();
-  if (!Confirmed(offer, options, out)) {
-    out << Tr("nothing was started") << '\n';
+  if (!Confirmed(offer, options, console)) {
+    console.Say(Tr("nothing was started"));
     return kExitOtherwise;
   }
-  const TOperatorTexts texts("continue", options.Language);
-  TConsole console(out, options.Json, false);
+  const TOperatorTexts texts(console);
   console.Say(Tr("it goes on"));
   const TWireRun run = RunOnConsole(
       client, {.Path = "/api/v1/continue", .Body = {{"confirm", offer.at("confirm")}}, .TakeOver = true}, console, {});
   for (const TJson& line : run.Json.at("lines")) console.Say(line.get<std::string>());
-  if (options.Json) {
-    TJson document = run.Json;
-    document.erase("lines");
-    document["log"] = console.Log();
-    console.Print("continue", document, run.Report.Problem);
-  }
-  return run.Report.Problem ? kExitOtherwise : kExitSuccess;
+  TJson document = run.Json;
+  document.erase("lines");
+  document["log"] = console.Log();
+  return console.Print(document, run.Report.Problem);
 }
 
 template <class TRun>
@@ -132,7 +123,7 @@ void AddControlCommands(TCommand program) {
     (void)AddControl(
         program, control.Name, control.About,
         control.Lease ? Tr("Takes over control from whoever has it.") : Tr("Needs no control of the machine."),
-        [&control](const auto& own, auto& client, auto& out) { return RunControl(control, own, client, out); });
+        [&control](auto&, auto& client, auto& console) { return RunControl(control, client, console); });
   auto [command, options] =
       AddControl(program, "continue", TrMark("Go on after a pause or a failure"),
                  Tr("Only where the procedure can be entered again; what will be done again is shown first. Takes over "

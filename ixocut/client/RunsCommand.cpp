@@ -31,12 +31,6 @@ std::string SecondsOf(const TJson& json, const char* name) {
   return it != json.end() && it->is_number() ? Format("%.2f s", it->get<double>() / 1000) : std::string();
 }
 
-void Show(std::string_view command, const TRunsOptions& options, const TJson& answer, const TRows& rows,
-          std::ostream& out) {
-  if (options.Json) return PrintDocument(out, command, answer);
-  PrintTable(out, rows);
-}
-
 std::vector<std::string> StepRow(const TJson& step, std::vector<std::string> more) {
   const auto level = step.value("level", std::size_t{0});
   std::vector<std::string> row{std::string(2 * level, ' ') + Cell(step, "number") + " " + Cell(step, "description")};
@@ -49,7 +43,7 @@ std::string OutcomeOf(const TJson& run) {
   return outcome.empty() ? Tr("it runs") : ShownWord(outcome);
 }
 
-int ListRuns(const TRunsOptions& options, TWireClient& client, std::ostream& out) {
+int ListRuns(const TRunsOptions& options, TWireClient& client, TConsole& console) {
   std::string path = Format("/api/v1/runs?limit=%llu", static_cast<unsigned long long>(options.Limit));
   if (!options.Name.empty()) path += "&name=" + UrlPart(options.Name);
   const TJson answer = client.Get(path);
@@ -57,55 +51,47 @@ int ListRuns(const TRunsOptions& options, TWireClient& client, std::ostream& out
   for (const TJson& run : answer.at("runs"))
     rows.push_back({Cell(run, "id"), ShownTime(Cell(run, "start")), SecondsOf(run, "durationMs"),
                     Cell(run, "startedBy"), Cell(run, "procedure"), OutcomeOf(run)});
-  Show("runs list", options, answer, rows, out);
-  return kExitSuccess;
+  console.SayTable(rows);
+  return console.Print(answer);
 }
 
-int ShowRun(const TRunsOptions& options, TWireClient& client, std::ostream& out) {
+int ShowRun(const TRunsOptions& options, TWireClient& client, TConsole& console) {
   const TJson run = client.Get("/api/v1/runs/" + std::to_string(options.A));
   TRows rows{{Tr("step"), Tr("start"), Tr("time")}};
   if (run.contains("steps"))
     for (const TJson& step : run.at("steps"))
       rows.push_back(StepRow(step, {SecondsOf(step, "startMs"), SecondsOf(step, "durationMs")}));
-  if (!options.Json) {
-    out << Cell(run, "procedure") << "  " << Cell(run, "params") << "  " << Cell(run, "startedBy") << "  "
-        << ShownTime(Cell(run, "start")) << "  " << OutcomeOf(run) << "  " << SecondsOf(run, "durationMs") << '\n';
-    if (const auto it = run.find("problem"); it != run.end() && it->is_object())
-      out << ProblemFromJson(*it).Text() << '\n';
-  }
-  Show("runs show", options, run, rows, out);
-  return kExitSuccess;
+  console.Say(Cell(run, "procedure") + "  " + Cell(run, "params") + "  " + Cell(run, "startedBy") + "  " +
+              ShownTime(Cell(run, "start")) + "  " + OutcomeOf(run) + "  " + SecondsOf(run, "durationMs"));
+  if (const auto it = run.find("problem"); it != run.end() && it->is_object()) console.Say(ProblemFromJson(*it).Text());
+  console.SayTable(rows);
+  return console.Print(run);
 }
 
-int CompareRuns(const TRunsOptions& options, TWireClient& client, std::ostream& out) {
+int CompareRuns(const TRunsOptions& options, TWireClient& client, TConsole& console) {
   const TJson answer =
       client.Get(Format("/api/v1/runs/compare?a=%llu&b=%llu", static_cast<unsigned long long>(options.A),
                         static_cast<unsigned long long>(options.B)));
   TRows rows{{Tr("step"), std::to_string(options.A), std::to_string(options.B), Tr("difference")}};
   for (const TJson& step : answer.at("steps"))
     rows.push_back(StepRow(step, {SecondsOf(step, "aMs"), SecondsOf(step, "bMs"), SecondsOf(step, "differenceMs")}));
-  Show("runs compare", options, answer, rows, out);
-  return kExitSuccess;
+  console.SayTable(rows);
+  return console.Print(answer);
 }
 
 // --- the queue ---
 
-int TellQueue(std::string_view command, const TRunsOptions& options, const TJson& answer, std::ostream& out) {
+int TellQueue(const TJson& answer, TConsole& console) {
   TRows rows{{Tr("job"), Tr("procedure"), Tr("state"), Tr("by"), Tr("question")}};
   for (const TJson& job : answer.at("jobs"))
     rows.push_back({Cell(job, "id"), Cell(job, "name"), ShownWord(Cell(job, "state")), Cell(job, "addedBy"),
                     Cell(job, "question")});
-  if (answer.at("jobs").empty()) rows.clear();
-  Show(command, options, answer, rows, out);
-  if (options.Json) return kExitSuccess;
+  if (!answer.at("jobs").empty()) console.SayTable(rows);
   for (const TJson& job : answer.at("jobs"))
-    if (job.at("problem").is_object())
-      out << Cell(job, "id") << ": " << ProblemFromJson(job.at("problem")).Text() << '\n';
-  if (answer.at("held") == true)
-    out << Format(Tr("held: %s"), ProblemFromJson(answer.at("why")).Text().c_str()) << '\n';
-  else
-    out << Tr("not held: its jobs run one after the other") << '\n';
-  return kExitSuccess;
+    if (job.at("problem").is_object()) console.Say(Cell(job, "id") + ": " + ProblemFromJson(job.at("problem")).Text());
+  console.Say(answer.at("held") == true ? Format(Tr("held: %s"), ProblemFromJson(answer.at("why")).Text().c_str())
+                                        : Tr("not held: its jobs run one after the other"));
+  return console.Print(answer);
 }
 
 TJson AddToQueue(const TRunsOptions& options, TWireClient& client) {
@@ -160,14 +146,12 @@ void AddQueueCommand(TCommand program) {
   const auto job = [](TCommand command, std::uint64_t& value) {
     command.Number("JOB", value, 1, std::uint64_t{1} << 53U, "", Tr("The number of the job")).Required();
   };
-  const auto add = [&](const std::string& name, const char* about,
+  const auto add = [&](const char* name, const char* about,
                        TJson (*ask)(const TRunsOptions& options, TWireClient& client),
                        std::vector<const char*> examples) {
     return AddAsking<TRunsOptions>(
         queue, name, about,
-        [command = "queue " + name, ask](const TRunsOptions& own, TWireClient& client, std::ostream& out) {
-          return TellQueue(command, own, ask(own, client), out);
-        },
+        [ask](auto& own, auto& client, auto& console) { return TellQueue(ask(own, client), console); },
         {.Examples = std::move(examples)});
   };
   add("list", Tr("The jobs"), [](auto&, auto& client) { return client.Get("/api/v1/queue"); },

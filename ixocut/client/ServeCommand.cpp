@@ -24,28 +24,26 @@ struct TServeOptions : TControllerSettings {
   bool Insecure = false;
 };
 
-void Tell(const TServeOptions& options, TServing& serving, std::ostream& out) {
+void Tell(TServing& serving, TConsole& console) {
   TService& service = serving.Service();
   const std::string machine = service.Options().Controller.MachineFile.string();
   const std::string socket = serving.Socket().string();
   const std::string state = StateWord(service.Status()->State);
-  if (options.Json)
-    return PrintDocument(
-        out, "serve",
-        {{"url", serving.Url()}, {"socket", socket}, {"process", ::getpid()}, {"machine", machine}, {"state", state}},
-        {}, true);
   TRows rows{{Tr("address"), serving.Url()},
              {Tr("socket"), socket},
              {Tr("machine"), machine},
              {Tr("state"), ShownWord(state)}};
-  if (isatty(STDOUT_FILENO) == 1)  // the link lets in whoever has it
+  if (console.OnTerminal() && !console.Settings().Json)  // the link lets in whoever has it
     rows.insert(rows.begin() + 1, {Tr("console"), service.Access().Link(service.Access().MakeCode(roOperator)) +
                                                       Tr("  (good once, for 60 s)")});
-  PrintTable(out, rows);
-  out << Tr("Software is not the emergency stop.") << std::endl;
+  console.SayTable(rows);
+  console.Say(Tr("Software is not the emergency stop."));
+  console.Print(
+      {{"url", serving.Url()}, {"socket", socket}, {"process", ::getpid()}, {"machine", machine}, {"state", state}}, {},
+      true);
 }
 
-int RunServe(TServeOptions options, std::ostream& out) {
+int RunServe(TServeOptions options, TConsole& console) {
   const TSignalStop signals;
   options.Realtime = options.Virtual == 0;
   options.Saves = true;
@@ -58,8 +56,8 @@ int RunServe(TServeOptions options, std::ostream& out) {
                     .Certificate = options.Certificate,
                     .Key = options.Key,
                     .Insecure = options.Insecure});
-  if (serving.NotFound()) std::cerr << "ixocut serve: " << serving.NotFound()->Text() << std::endl;
-  Tell(options, serving, out);
+  if (serving.NotFound()) console.Note(serving.NotFound()->Text());
+  Tell(serving, console);
   serving.Ready();
   for (; !TSignalStop::Asked(); std::this_thread::sleep_for(kSignalLookEvery)) serving.Look();
   serving.End();

@@ -5,7 +5,6 @@
 #include "controller/SignalStop.h"
 #include "controller/client/StatusLines.h"
 #include "ixocut/Command.h"
-#include "ixocut/Console.h"
 #include "ixocut/OperatorTexts.h"
 #include "ixocut/client/Attach.h"
 
@@ -23,34 +22,23 @@ struct TStatusOptions : TControllerSettings {
   std::uint64_t ForMs = 0;  // watch: 0, until it is ended
 };
 
-int RunStatus(const TStatusOptions& options, TWireClient& client, std::ostream& out) {
+int RunStatus(const TStatusOptions&, TWireClient& client, TConsole& console) {
   const auto status = client.Get("/api/v1/status");
-  if (options.Json) {
-    PrintDocument(out, "status", status);
-    return kExitSuccess;
-  }
-  const TOperatorTexts texts("status", options.Language);
-  PrintTable(out, StatusRows(status));
-  return kExitSuccess;
+  const TOperatorTexts texts(console);
+  console.SayTable(StatusRows(status));
+  return console.Print(status);
 }
 
 // One line that is drawn over itself on a terminal, else a line for each change.
 class TWatchView {
  public:
-  TWatchView(TWireClient& client, bool json, std::ostream& out)
-      : FClient(client), FJson(json), FOut(out), FDrawn(out, IsTerminal(out)) {
+  TWatchView(TWireClient& client, TConsole& console) : FClient(client), FConsole(console) {
     FStatus = FClient.Get("/api/v1/status");
     Show(true);
   }
-  ~TWatchView() {
-    if (FDrawn.Drawn()) FOut << std::endl;
-  }
-  TWatchView(const TWatchView&) = delete;
-  TWatchView& operator=(const TWatchView&) = delete;
 
   void Take(const TWireEvent& event) {
-    if (FJson)
-      return PrintDocument(FOut, "watch", {{"id", event.Id}, {"event", event.Name}, {"data", event.Data}}, {}, true);
+    FConsole.Print({{"id", event.Id}, {"event", event.Name}, {"data", event.Data}}, {}, true);
     if (event.Name == "signals") {
       FStatus["signals"] = event.Data.contains("signals") ? event.Data["signals"] : event.Data;
       FChanged = true;
@@ -61,20 +49,20 @@ class TWatchView {
   }
   // What has changed is shown, at most so often.
   void Show(bool now = false) {
-    if (FJson) return;
+    if (FConsole.Settings().Json) return;
     if (std::exchange(FStale, false)) {
       FStatus = FClient.Get("/api/v1/status");
       FChanged = now = true;
     }
     const auto at = TSteady::now();
-    if (!now && (!FChanged || at - FShownAt < (FDrawn.OnTerminal() ? TSteady::duration(kRedrawEvery) : kLineEvery)))
+    if (!now && (!FChanged || at - FShownAt < (FConsole.OnTerminal() ? TSteady::duration(kRedrawEvery) : kLineEvery)))
       return;
     std::string line = StatusLine(FStatus);
     if (line == FLine) return;
     FLine = std::move(line);
     FShownAt = at;
     FChanged = false;
-    FDrawn.Draw(FLine);
+    FConsole.Draw(FLine);
   }
 
  private:
@@ -94,15 +82,12 @@ class TWatchView {
   }
   void Say(const std::string& text) {
     if (text.empty()) return;
-    if (FDrawn.Drawn()) FLine.clear();
-    FDrawn.Clear();
-    FOut << text << '\n' << std::flush;
+    if (FConsole.OnTerminal()) FLine.clear();  // it is drawn again below the text
+    FConsole.Say(text);
   }
 
   TWireClient& FClient;
-  const bool FJson;
-  std::ostream& FOut;
-  TStatusLine FDrawn;
+  TConsole& FConsole;
   nlohmann::ordered_json FStatus;
   std::string FLine;
   TSteady::time_point FShownAt;
@@ -110,11 +95,11 @@ class TWatchView {
   bool FStale = false;
 };
 
-int RunWatch(const TStatusOptions& options, TWireClient& client, std::ostream& out) {
-  const TOperatorTexts texts("watch", options.Language);
+int RunWatch(const TStatusOptions& options, TWireClient& client, TConsole& console) {
+  const TOperatorTexts texts(console);
   const ixocontroller::TSignalStop signals;
   TWireEvents events(client);
-  TWatchView view(client, options.Json, out);
+  TWatchView view(client, console);
   const auto end = TSteady::now() + std::chrono::milliseconds(options.ForMs);
   while (!ixocontroller::TSignalStop::Asked() && (options.ForMs == 0 || TSteady::now() < end)) {
     if (const auto event = events.Next(kWatchWaitMs)) view.Take(*event);

@@ -20,18 +20,15 @@ ixocontroller::TTokenFile TokenFileOf(const TTokenOptions& options) {
   return ixocontroller::TTokenFile(ixocontroller::StateFolder(options.State));
 }
 
-int RunTokenAdd(const TTokenOptions& options, std::ostream& out) {
+int RunTokenAdd(const TTokenOptions& options, TConsole& console) {
   const ixocontroller::TRole role = ixocontroller::RoleOf(options.Role).OrThrow(pbRequest);
   ixocontroller::CheckTokenName(options.Name).OrThrow(pbRequest);
   const std::string token = TokenFileOf(options).Add(options.Name, role).OrThrow(pbRefused);
-  if (options.Json)
-    PrintDocument(out, "token add", {{"name", options.Name}, {"role", options.Role}, {"token", token}});
-  else
-    out << token << '\n';
-  return kExitSuccess;
+  console.Say(token);
+  return console.Print({{"name", options.Name}, {"role", options.Role}, {"token", token}});
 }
 
-int RunTokenList(const TTokenOptions& options, std::ostream& out) {
+int RunTokenList(const TTokenOptions& options, TConsole& console) {
   const auto tokens = TokenFileOf(options).List().OrThrow(pbUnusable);
   auto list = nlohmann::ordered_json::array();
   TRows rows{{Tr("name"), Tr("role"), Tr("made")}};
@@ -40,25 +37,18 @@ int RunTokenList(const TTokenOptions& options, std::ostream& out) {
     list.push_back({{"name", token.Name}, {"role", role}, {"created", token.Created}});
     rows.push_back({token.Name, role, ShownTime(token.Created)});
   }
-  if (options.Json) {
-    PrintDocument(out, "token list", list);
-    return kExitSuccess;
-  }
-  PrintTable(out, rows);
-  return kExitSuccess;
+  console.SayTable(rows);
+  return console.Print(list);
 }
 
-int RunTokenRevoke(const TTokenOptions& options, std::ostream& out) {
+int RunTokenRevoke(const TTokenOptions& options, TConsole& console) {
   TokenFileOf(options).Revoke(options.Name).OrThrow(pbRefused);
-  if (options.Json)
-    PrintDocument(out, "token revoke", {{"name", options.Name}});
-  else
-    out << Format(Tr("%s: may no longer ask"), options.Name.c_str()) << '\n';
-  return kExitSuccess;
+  console.Say(Format(Tr("%s: may no longer ask"), options.Name.c_str()));
+  return console.Print({{"name", options.Name}});
 }
 
 // The code in the link lets in whoever has it: a terminal's owner, never a log.
-int RunConsole(TTokenOptions options, std::ostream& out) {
+int RunConsole(TTokenOptions options, TConsole& console) {
   (void)ixocontroller::RoleOf(options.Role).OrThrow(pbRequest);
   if (isatty(STDOUT_FILENO) != 1)
     throw EProblem(pbRequest, {.What = Tr("the link is shown on a terminal only"),
@@ -66,7 +56,8 @@ int RunConsole(TTokenOptions options, std::ostream& out) {
                                .Remedy = Tr("a program uses a token: \"ixocut token add NAME\"")});
   const TAttached attachment(options);
   const auto answer = attachment.Controller().Post("/api/v1/session/code", {{"role", options.Role}});
-  out << answer.at("link").get<std::string>() << '\n' << Tr("good once, for 60 s") << '\n';
+  console.Say(answer.at("link").get<std::string>());
+  console.Say(Tr("good once, for 60 s"));
   return kExitSuccess;
 }
 

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <filesystem>
-#include <iosfwd>
 #include <string>
 #include <vector>
 
@@ -11,28 +10,22 @@
 namespace ixocut {
 using namespace ixocamglue;
 using namespace ixocontroller;
+class TConsole;
 struct TControllerSettings;
 
 // A line for each on the error output.
 void TellWrong(const std::filesystem::path& file, const std::vector<TConfigFinding>& wrong);
 
-struct TSetting {
-  bool Force = false;  // also a value that `check` would name
-  bool Json = false;
-};
-
 // Each returns the exit code and throws EProblem.
-[[nodiscard]] int RunConfigCheck(const std::filesystem::path& file, bool all, bool json, std::ostream& out);
-[[nodiscard]] int RunConfigShow(const std::filesystem::path& file, const std::string& section, bool json,
-                                std::ostream& out);
-[[nodiscard]] int RunConfigGet(const std::filesystem::path& file, const std::string& path, bool json,
-                               std::ostream& out);
+[[nodiscard]] int RunConfigCheck(const std::filesystem::path& file, bool all, TConsole& console);
+[[nodiscard]] int RunConfigShow(const std::filesystem::path& file, const std::string& section, TConsole& console);
+[[nodiscard]] int RunConfigGet(const std::filesystem::path& file, const std::string& path, TConsole& console);
+// `force`: also a value that `check` would name.
 [[nodiscard]] int RunConfigSet(const std::filesystem::path& file, const std::string& path, const std::string& value,
-                               TSetting setting, std::ostream& out);
-[[nodiscard]] int RunConfigDiff(const std::filesystem::path& a, const std::filesystem::path& b, bool json,
-                                std::ostream& out);
-[[nodiscard]] int RunConfigSchema(bool json, std::ostream& out);
-[[nodiscard]] int RunConfigRestore(const std::filesystem::path& file, bool json, std::ostream& out);
-[[nodiscard]] int RunInfo(const TControllerSettings& settings, std::ostream& out);
+                               bool force, TConsole& console);
+[[nodiscard]] int RunConfigDiff(const std::filesystem::path& a, const std::filesystem::path& b, TConsole& console);
+[[nodiscard]] int RunConfigSchema(TConsole& console);
+[[nodiscard]] int RunConfigRestore(const std::filesystem::path& file, TConsole& console);
+[[nodiscard]] int RunInfo(const TControllerSettings& settings, TConsole& console);
 
 }  // namespace ixocut

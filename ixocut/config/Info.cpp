@@ -23,12 +23,12 @@ nlohmann::ordered_json JsonPorts(const std::map<std::int32_t, std::int32_t>& dic
 
 }  // namespace
 
-int RunInfo(const TControllerSettings& settings, std::ostream& out) {
+int RunInfo(const TControllerSettings& settings, TConsole& console) {
   TMachineFile machine(Machines());
   const TInstalled<TMachineConfig> installed(machine.Config());
   const std::filesystem::path file = settings.MachineFile();
   machine.Load(file, xdPlaces);
-  const TOperatorTexts texts("info", settings.Language);
+  const TOperatorTexts texts(console);
 
   const TGasTypeDic& gases = *GasTypeDic();
   const std::string model = machine.Config().CutHead().Model;
@@ -38,31 +38,27 @@ int RunInfo(const TControllerSettings& settings, std::ostream& out) {
   // In the sections that the lines below come from.
   const auto wrong = machine.Wrong({"GasList", "GasBranches", "Slaves", "CutHead", "HeightController", "NcParams"});
   TellWrong(file, wrong);
-  if (settings.Json) {
-    nlohmann::ordered_json result;
-    auto& list = result["gases"] = nlohmann::ordered_json::array();
-    for (std::int32_t i = 0; i < gases.GetCount(); ++i)
-      list.push_back({{"value", gases.GetValue(i)}, {"name", gases.GetDesc(i)}, {"daPort", gases.GetDAPort(i)}});
-    result["cutHeadType"] = GetCutHeadType();
-    result["cutHeadModel"] = model;
-    result["focusCaption"] = GetFocusModelCaption(model);
-    result["maxSpeed"] = GetMachineMaxSpeed();
-    result["daPorts"] = JsonPorts(da);
-    result["adPorts"] = JsonPorts(ad);
-    result["wrong"] = JsonOf(wrong);
-    PrintDocument(out, "info", result);
-    return kExitSuccess;
+  const std::string focus = GetFocusModelCaption(model);
+  auto list = nlohmann::ordered_json::array();
+  console.Say(Tr("Gas types:"));
+  for (std::int32_t i = 0; i < gases.GetCount(); ++i) {
+    const std::int32_t value = gases.GetValue(i), port = gases.GetDAPort(i);
+    list.push_back({{"value", value}, {"name", gases.GetDesc(i)}, {"daPort", port}});
+    console.Say(Format(Tr("  %d  %s  (DA port %d)"), value, gases.GetDesc(i).c_str(), port));
   }
-  out << Tr("Gas types:") << '\n';
-  for (std::int32_t i = 0; i < gases.GetCount(); ++i)
-    out << Format(Tr("  %d  %s  (DA port %d)"), gases.GetValue(i), gases.GetDesc(i).c_str(), gases.GetDAPort(i))
-        << '\n';
-  out << Format(Tr("Cutting head: type %d, model \"%s\""), GetCutHeadType(), model.c_str()) << '\n'
-      << Format(Tr("Focus caption: %s"), GetFocusModelCaption(model).c_str()) << '\n'
-      << Format(Tr("Maximum speed: %s mm/s"), ValueText(GetMachineMaxSpeed()).c_str()) << '\n'
-      << Format(Tr("DA ports (key: port): %s"), Ports(da).c_str()) << '\n'
-      << Format(Tr("AD ports (key: port): %s"), Ports(ad).c_str()) << '\n';
-  return kExitSuccess;
+  console.Say(Format(Tr("Cutting head: type %d, model \"%s\""), GetCutHeadType(), model.c_str()));
+  console.Say(Format(Tr("Focus caption: %s"), focus.c_str()));
+  console.Say(Format(Tr("Maximum speed: %s mm/s"), ValueText(GetMachineMaxSpeed()).c_str()));
+  console.Say(Format(Tr("DA ports (key: port): %s"), Ports(da).c_str()));
+  console.Say(Format(Tr("AD ports (key: port): %s"), Ports(ad).c_str()));
+  return console.Print({{"gases", list},
+                        {"cutHeadType", GetCutHeadType()},
+                        {"cutHeadModel", model},
+                        {"focusCaption", focus},
+                        {"maxSpeed", GetMachineMaxSpeed()},
+                        {"daPorts", JsonPorts(da)},
+                        {"adPorts", JsonPorts(ad)},
+                        {"wrong", JsonOf(wrong)}});
 }
 
 void AddInfoCommand(TCommand program) {

@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include "commandline/OutputFile.h"
-#include "commandline/Table.h"
 #include "controller/HostTexts.h"
 #include "controller/client/WireGas.h"
 #include "controller/gas/GasRecording.h"
@@ -13,7 +12,6 @@
 #include "ixocamglue/support/DisplayWidth.h"
 #include "ixocamglue/support/ValueText.h"
 #include "ixocut/Command.h"
-#include "ixocut/Console.h"
 #include "ixocut/Machines.h"
 #include "ixocut/OperatorTexts.h"
 #include "ixocut/Plot.h"
@@ -112,8 +110,7 @@ void SayTitle(TConsole& console, const TGasOrder& order, std::string (*nameOf)(s
 }
 
 // On a controller of its own.
-int CalibrateHere(const TCalibrateOptions& options, const TGasOrder& order, std::ostream& out) {
-  TConsole console(out, options.Json, false);
+int CalibrateHere(const TCalibrateOptions& options, const TGasOrder& order, TConsole& console) {
   TProgressBar bar(console, !options.Json);
   TGasRun run(options.Options(&console), order, options.Faults, [&](std::uint64_t ms, const std::string& text) {
     bar.Clear();
@@ -149,19 +146,18 @@ int CalibrateHere(const TCalibrateOptions& options, const TGasOrder& order, std:
   nlohmann::ordered_json result = job.Json();
   result["seed"] = options.Seed;
   result["log"] = console.Log();
-  console.Print("gas calibrate", result, job.Problem());
+  console.Print(result, job.Problem());
   if (calibration.Unsaved()) return kExitUnusable;
   return calibration.Success() ? kExitSuccess : kExitOtherwise;
 }
 
 // On the controller that runs.
-int CalibrateThere(const TCalibrateOptions& options, const TGasOrder& order, TWireClient& client, std::ostream& out) {
+int CalibrateThere(const TCalibrateOptions& options, const TGasOrder& order, TWireClient& client, TConsole& console) {
   if (!options.Faults.empty())
     throw EProblem(pbRequest, TProblem{.What = Tr("a controller that runs is given no fault for a calibration"),
                                        .Where = "--fault",
                                        .Remedy = Tr("--local works on a copy")});
-  const TOperatorTexts texts("gas calibrate", options.Language);
-  TConsole console(out, options.Json, false);
+  const TOperatorTexts texts(console);
   TProgressBar bar(console, !options.Json);
   SayTitle(console, order, ShownGas);
   const auto tell = [&](const nlohmann::ordered_json& event) {
@@ -193,17 +189,16 @@ int CalibrateThere(const TCalibrateOptions& options, const TGasOrder& order, TWi
       console.Say(options.Plot);
     }
   }
-  console.Print("gas calibrate", gas.Json, run.Report.Problem);
-  return run.Report.Problem ? kExitOtherwise : kExitSuccess;
+  return console.Print(gas.Json, run.Report.Problem);
 }
 
-int RunCalibrate(TCalibrateOptions options, std::ostream& out) {
+int RunCalibrate(TCalibrateOptions options, TConsole& console) {
   const TGasOrder order = OrderOf(options);  // judged before anything is opened
   if (!options.Plot.empty()) CheckPlotFile("--plot", options.Plot);
   if (!options.Record.empty()) CheckOutputFile("--record", options.Record, IsGasRecording);
   const TAttached attachment(options);
-  if (TWireClient* const client = attachment.Client()) return CalibrateThere(options, order, *client, out);
-  return CalibrateHere(options, order, out);
+  if (TWireClient* const client = attachment.Client()) return CalibrateThere(options, order, *client, console);
+  return CalibrateHere(options, order, console);
 }
 
 }  // namespace

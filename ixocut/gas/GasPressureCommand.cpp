@@ -4,7 +4,6 @@
 #include "controller/gas/GasTexts.h"
 #include "ixocamglue/support/ValueText.h"
 #include "ixocut/Command.h"
-#include "ixocut/Console.h"
 #include "ixocut/gas/GasCommand.h"
 
 namespace ixocut {
@@ -15,7 +14,7 @@ struct TPressureOptions : TControllerSettings {
   std::string Bar;
 };
 
-int RunPressure(const TPressureOptions& options, std::ostream& out) {
+int RunPressure(const TPressureOptions& options, TConsole& console) {
   const std::vector<std::int32_t> gases = AskedGases(options.Gas);
   if (gases.size() != 1) throw EProblem(pbRequest, TProblem{.What = Tr("one gas at a time"), .Where = "--gas"});
   const std::int32_t gas = gases.front();
@@ -24,7 +23,6 @@ int RunPressure(const TPressureOptions& options, std::ostream& out) {
     throw EProblem(pbRequest,
                    TProblem{.What = Format(Tr("\"%s\" is no pressure in bar"), options.Bar.c_str()), .Where = "--bar"});
 
-  TConsole console(out, options.Json, false);
   TController machine(options.Options(&console));
   console.SetStart(Clock().MonotonicMs());
 
@@ -32,8 +30,7 @@ int RunPressure(const TPressureOptions& options, std::ostream& out) {
   if (!TableVolt(gas, *bar, "--bar")) {
     const TProblem problem{.What = Show(SGasNoTable, name.c_str())};
     console.Say(problem.What);
-    console.Print("gas pressure", {{"gas", GasName(gas)}, {"bar", *bar}, {"volt", nullptr}}, problem);
-    return kExitOtherwise;
+    return console.Print({{"gas", GasName(gas)}, {"bar", *bar}, {"volt", nullptr}}, problem);
   }
   const TReachedPressure reached = ReachPressure(machine, gas, *bar);
   const double error = reached.Bar - *bar;
@@ -41,14 +38,13 @@ int RunPressure(const TPressureOptions& options, std::ostream& out) {
   console.Say(Show(SGasPressure, name.c_str(), ValueText(*bar).c_str(), Format("%.3f", reached.Volt).c_str(),
                    Format("%.3f", reached.Bar).c_str(), Format("%+.3f", error).c_str(), share.c_str(),
                    Format("%.3f", reached.SensorBar).c_str()));
-  console.Print("gas pressure", {{"gas", GasName(gas)},
-                                 {"bar", *bar},
-                                 {"volt", reached.Volt},
-                                 {"reachedBar", reached.Bar},
-                                 {"errorBar", error},
-                                 {"sensorBar", reached.SensorBar},
-                                 {"log", console.Log()}});
-  return kExitSuccess;
+  return console.Print({{"gas", GasName(gas)},
+                        {"bar", *bar},
+                        {"volt", reached.Volt},
+                        {"reachedBar", reached.Bar},
+                        {"errorBar", error},
+                        {"sensorBar", reached.SensorBar},
+                        {"log", console.Log()}});
 }
 
 }  // namespace

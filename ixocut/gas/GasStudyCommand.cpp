@@ -1,8 +1,6 @@
 // `ixocut gas study`.
-#include "commandline/Table.h"
 #include "ixocamglue/platform/xml/MachineConfig.h"
 #include "ixocut/Command.h"
-#include "ixocut/Console.h"
 #include "ixocut/OperatorTexts.h"
 #include "ixocut/gas/GasCommand.h"
 #include "verify/GasStudy.h"
@@ -13,20 +11,17 @@ namespace {
 
 constexpr std::uint64_t kMostValves = 10'000;
 
-struct TStudyOptions {
+struct TStudyOptions : TOutputSettings {
   std::uint64_t Valves = 40;
   std::uint64_t Seed = 1;
-  std::string Language = "zh";
-  bool Json = false;
 };
 
-int RunStudy(const TStudyOptions& options, std::ostream& out) {
-  const TOperatorTexts texts("gas", options.Language);
+int RunStudy(const TStudyOptions& options, TConsole& console) {
+  const TOperatorTexts texts(console);
   TMachineConfig config;
   const TInstalled<TMachineConfig> installed(config);
   for (std::int32_t gas = 1; gas <= kStudyGases; ++gas) config.GasBranches().Items.AddNew().GasType = gas;
 
-  TConsole console(out, options.Json, false);
   TRows table{
       {Tr("method"), Tr("gas"), Tr("points"), Tr("time s"), Tr("median"), "90 %", Tr("worst"), Tr("unfinished")}};
   auto json = nlohmann::ordered_json::array();
@@ -47,8 +42,7 @@ int RunStudy(const TStudyOptions& options, std::ostream& out) {
   console.Say(Format(Tr("%llu valves of each gas, seed %llu; errors in %% of the pressure at 10 V"),
                      static_cast<unsigned long long>(options.Valves), static_cast<unsigned long long>(options.Seed)));
   console.SayTable(table);
-  console.Print("gas study", {{"valves", options.Valves}, {"seed", options.Seed}, {"rows", std::move(json)}});
-  return kExitSuccess;
+  return console.Print({{"valves", options.Valves}, {"seed", options.Seed}, {"rows", std::move(json)}});
 }
 
 }  // namespace

@@ -1,12 +1,10 @@
 // `ixocut gas load`, `gas show`, `gas diff`: the stored tables.
 #include <algorithm>
 
-#include "commandline/Table.h"
 #include "controller/Controller.h"
 #include "ixocamglue/gascal/Uzemgasadjustmodel.h"
 #include "ixocamglue/support/ValueText.h"
 #include "ixocut/Command.h"
-#include "ixocut/Console.h"
 #include "ixocut/gas/GasCommand.h"
 
 namespace ixocut {
@@ -66,9 +64,8 @@ std::vector<std::int32_t> GasesOf(const TTablesOptions& options) {
   return gases;
 }
 
-int RunShow(const TTablesOptions& options, std::ostream& out) {
+int RunShow(const TTablesOptions& options, TConsole& console) {
   const auto gases = GasesOf(options);
-  TConsole console(out, options.Json, false);
   TTables tables(options, console);
   tables.RequireRead();
   auto json = nlohmann::ordered_json::array();
@@ -86,14 +83,12 @@ int RunShow(const TTablesOptions& options, std::ostream& out) {
     problem = {.What = Tr("no such table"),
                .Where = GasCaliConfigFile().string(),
                .Remedy = Tr("\"ixocut gas calibrate\" measures a gas and stores its table")};
-  console.Print("gas show", {{"file", GasCaliConfigFile().string()}, {"tables", json}}, problem);
   if (problem) console.Say(problem->Text());
-  return json.empty() ? kExitOtherwise : kExitSuccess;
+  return console.Print({{"file", GasCaliConfigFile().string()}, {"tables", json}}, problem);
 }
 
-int RunLoad(const TTablesOptions& options, std::ostream& out) {
+int RunLoad(const TTablesOptions& options, TConsole& console) {
   const auto gases = GasesOf(options);
-  TConsole console(out, options.Json, false);
   TTables tables(options, console, true);
   TZemGasAdjustModel& model = *GZemGasAdjustModel();
   std::optional<TProblem> problem;  // the first
@@ -111,13 +106,12 @@ int RunLoad(const TTablesOptions& options, std::ostream& out) {
       messages.push_back(text);
     }
   }
-  console.Print("gas load", {{"messages", messages}, {"log", console.Log()}}, problem);
-  return unusable ? kExitUnusable : problem ? kExitOtherwise : kExitSuccess;
+  const int exitCode = console.Print({{"messages", messages}, {"log", console.Log()}}, problem);
+  return unusable ? kExitUnusable : exitCode;
 }
 
-int RunDiff(const TTablesOptions& options, std::ostream& out) {
+int RunDiff(const TTablesOptions& options, TConsole& console) {
   const auto gases = GasesOf(options);
-  TConsole console(out, options.Json, false);
   TTables tables(options, console);
   tables.RequireRead();
   bool same = true;
@@ -157,8 +151,7 @@ int RunDiff(const TTablesOptions& options, std::ostream& out) {
   }
   std::optional<TProblem> problem;
   if (!same) problem = {.What = Tr("the tables differ")};
-  console.Print("gas diff", {{"same", same}, {"gases", json}}, problem);
-  return same ? kExitSuccess : kExitOtherwise;
+  return console.Print({{"same", same}, {"gases", json}}, problem);
 }
 
 }  // namespace
@@ -166,8 +159,8 @@ int RunDiff(const TTablesOptions& options, std::ostream& out) {
 void AddGasTableCommands(TCommand gas) {
   const auto options = std::make_shared<TTablesOptions>();
   const auto add = [&](const char* name, const char* description, bool nozzle,
-                       int (*call)(const TTablesOptions&, std::ostream&), const THelp& help) {
-    const TCommand command = gas.Add(name, description, [options, call] { return call(*options, std::cout); });
+                       int (*call)(const TTablesOptions&, TConsole&), const THelp& help) {
+    const TCommand command = AddWith(gas, name, description, options, call);
     command.Text("--gas", options->Gases, Tr("Air, O2, N2, separated by commas (default all three)"), "LIST");
     AddNozzleOptions(command, options->Nozzle, options->Size, nozzle);
     AddJsonOption(command, options->Json);

@@ -5,16 +5,14 @@
 #include "controller/gas/GasVerdict.h"
 #include "ixocamglue/support/ValueText.h"
 #include "ixocut/Command.h"
-#include "ixocut/Console.h"
 #include "ixocut/OperatorTexts.h"
 #include "ixocut/gas/GasCommand.h"
 
 namespace ixocut {
 namespace {
 
-struct TVerdictOptions {
-  std::string File, Language = "zh";
-  bool Json = false;
+struct TVerdictOptions : TOutputSettings {
+  std::string File;
 };
 
 std::string HighestOf(const TRecordedGas& gas) {
@@ -23,10 +21,9 @@ std::string HighestOf(const TRecordedGas& gas) {
   return Format("%.3f", highest);
 }
 
-int RunVerdict(const TVerdictOptions& options, std::ostream& out) {
-  const TOperatorTexts texts("gas", options.Language);
+int RunVerdict(const TVerdictOptions& options, TConsole& console) {
+  const TOperatorTexts texts(console);
   const TGasRecording recording = ReadGasRecording(options.File);
-  TConsole console(out, options.Json, false);
   bool stopped = false;
   bool good = !recording.Gases.empty();
   auto gases = nlohmann::ordered_json::array();
@@ -42,12 +39,11 @@ int RunVerdict(const TVerdictOptions& options, std::ostream& out) {
   }
   if (recording.Gases.empty()) console.Say(SVerdictNoGas.Get());
   std::optional<TProblem> problem;
-  if (good && stopped)
+  if (!good)
+    problem = {.What = Tr("something is wrong with a valve or its table"), .Where = options.File};
+  else if (stopped)
     problem = {.What = Tr("the calibration was stopped before its end: no verdict"), .Where = options.File};
-  good = good && !stopped;
-  if (!good && !problem) problem = {.What = Tr("something is wrong with a valve or its table"), .Where = options.File};
-  console.Print("gas verdict", {{"file", options.File}, {"good", good}, {"gases", std::move(gases)}}, problem);
-  return good ? kExitSuccess : kExitOtherwise;
+  return console.Print({{"file", options.File}, {"good", !problem}, {"gases", std::move(gases)}}, problem);
 }
 
 }  // namespace

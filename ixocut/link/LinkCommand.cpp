@@ -8,21 +8,19 @@
 namespace ixocut {
 namespace {
 
-struct TDoctorCommand {
+struct TDoctorCommand : TOutputSettings {
   TLinkOptions Link;
   std::uint64_t Unit = 1;
   std::optional<std::uint64_t> Addr;
-  bool Json = false;
 };
 
-constexpr const char* kName = "link doctor";
 struct TMarkText {
   const char* Word;  // for JSON
   const char* Shown;
 };
 constexpr TMarkText kMarks[] = {{"ok", TrMark("ok    ")}, {"note", TrMark("note  ")}, {"fault", TrMark("FAULT ")}};
 
-int RunDoctor(const TDoctorCommand& command, std::ostream& out) {
+int RunDoctor(const TDoctorCommand& command, TConsole& console) {
   TDoctorOptions options;
   options.Link = ParseLink(command.Link);
   options.Unit = static_cast<std::uint8_t>(command.Unit);
@@ -38,10 +36,8 @@ int RunDoctor(const TDoctorCommand& command, std::ostream& out) {
     result["steps"].push_back(
         {{"mark", mark.Word}, {"id", step.Id}, {"finding", step.Finding}, {"next", step.NextThing}});
     if (step.Mark == dmBad) problem = {.What = step.Finding, .Where = options.Link.Text(), .Remedy = step.NextThing};
-    if (command.Json) return;
-    out << Tr(mark.Shown) << step.Finding << '\n';
-    if (!step.NextThing.empty()) out << "      -> " << step.NextThing << '\n';
-    out << std::flush;
+    console.Say(Tr(mark.Shown) + step.Finding);
+    if (!step.NextThing.empty()) console.Say("      -> " + step.NextThing);
   };
   const TSignalsBlocked blocked;
   const auto device = MakeDevice<TModbusComm>(options.Link.Text());  // only to wait for the end of what is owed
@@ -49,9 +45,7 @@ int RunDoctor(const TDoctorCommand& command, std::ostream& out) {
   const std::uint32_t silenceMs = device->SilenceMs();
   const TProblem stopped{.What = Tr("stopped; the examination is not complete"), .Where = options.Link.Text()};
   TStopOnSignal signals(stop, [&](bool) {
-    if (command.Json) PrintDocument(out, kName, nullptr, stopped);
-    std::cerr << "ixocut " << kName << ": " << stopped.Text() << '\n' << std::flush;
-    if (!options.Link.IsTcp && !options.Link.TcpFraming) std::cerr << LateReplyText(kName, silenceMs) << std::flush;
+    TellEnded(options.Link, stopped, silenceMs, console);
     std::_Exit(kExitOtherwise);
   });
   signals.Begin();
@@ -59,16 +53,15 @@ int RunDoctor(const TDoctorCommand& command, std::ostream& out) {
   const bool good = ExamineLink(options, tell, stop, &owing);
   signals.End();
   const bool whole = !stop.Asked();
-  if (whole && command.Json) PrintDocument(out, kName, result, problem);
-  out << std::flush;
+  if (whole) console.Print(result, problem);
   if (owing) {
     device->SetDataTransIntf(owing);
     device->Owe();
-    (void)LeaveLineSilent(*device, kName, true);
+    (void)LeaveLineSilent(*device, console, true);
   }
   if (!whole) throw EProblem(pbRefused, stopped);
   if (!good) return kExitUnusable;
-  if (!command.Json) out << Tr("Nothing is wrong with this link.\n");
+  console.Say(Tr("Nothing is wrong with this link."));
   return kExitSuccess;
 }
 

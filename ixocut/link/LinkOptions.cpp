@@ -1,13 +1,12 @@
 #include "ixocut/link/LinkOptions.h"
 
-#include <iostream>
-
 #include "controller/StateFolder.h"
 #include "controller/config/MachineFile.h"
 #include "controller/links/ConfiguredLinks.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/ProblemAt.h"
 #include "ixocamglue/support/Texts.h"
+#include "ixocut/Console.h"
 #include "ixocut/Machines.h"
 
 namespace ixocut {
@@ -18,6 +17,10 @@ TLinkAddress LinkOfFile(const TLinkOptions& options) {
   file.Load(MachineFile(options.Machine, options.State));
   const auto* const store = dynamic_cast<const TModbusStoreConfig*>(file.Config().SubConfig("ModbusStore"));
   return FindLink(ConfiguredLinks(store), options.Name).OrThrow(pbRequest).Address;
+}
+
+void TellLateReply(std::uint32_t silenceMs, const TConsole& console) {
+  console.Note(Format(Tr("a late reply may still come; wait %u s before the next command"), (silenceMs + 999) / 1000));
 }
 
 }  // namespace
@@ -55,21 +58,21 @@ TLinkAddress ParseLink(const TLinkOptions& options) {
   return link;
 }
 
-std::string LateReplyText(const char* command, std::uint32_t silenceMs) {
-  return Format(Tr("ixocut %s: a late reply may still come; wait %u s before the next command\n"), command,
-                (silenceMs + 999) / 1000);
+void TellEnded(const TLinkAddress& link, const TProblem& problem, std::uint32_t silenceMs, TConsole& console,
+               bool lines) {
+  console.Print(nullptr, problem, lines);
+  console.Note(problem.Text());
+  if (!link.IsTcp && !link.TcpFraming) TellLateReply(silenceMs, console);
 }
 
-bool LeaveLineSilent(TModbusComm& device, const char* command, bool tell) {
+bool LeaveLineSilent(TModbusComm& device, TConsole& console, bool tell) {
   const std::uint32_t ms = device.OwedMs();
   if (ms == 0) return false;
   if (tell && !device.Stop.Asked())
-    std::cerr << Format(Tr("ixocut %s: a late reply would be taken for the next request's: waiting until the line has "
-                           "been silent for %.1f s (Ctrl-C ends the wait)\n"),
-                        command, ms / 1000.0)
-              << std::flush;
-  if (device.Stop.Asked() || !device.AwaitSilence().Ok())
-    std::cerr << LateReplyText(command, device.SilenceMs()) << std::flush;
+    console.Note(Format(Tr("a late reply would be taken for the next request's: waiting until the line has been silent "
+                           "for %.1f s (Ctrl-C ends the wait)"),
+                        ms / 1000.0));
+  if (device.Stop.Asked() || !device.AwaitSilence().Ok()) TellLateReply(device.SilenceMs(), console);
   return true;
 }
 

@@ -12,6 +12,7 @@
 namespace ixocut {
 using namespace ixocommandline;
 using namespace ixocontroller;
+class TConsole;
 
 struct TLinkOptions {
   std::string Tcp;     // HOST[:PORT], [IPV6]:PORT
@@ -27,11 +28,12 @@ void AddLinkOptions(TCommand command, TLinkOptions& options);
 // Throws EProblem with what is wrong, also with a machine file that cannot be read.
 [[nodiscard]] TLinkAddress ParseLink(const TLinkOptions& options);
 
-// "a late reply may still come ...", as a line for the error output.
-[[nodiscard]] std::string LateReplyText(const char* command, std::uint32_t silenceMs);
+// That a signal has ended the command, and on a serial line that a late reply may still come.
+void TellEnded(const TLinkAddress& link, const TProblem& problem, std::uint32_t silenceMs, TConsole& console,
+               bool lines = false);
 // Where a reply is still owed, waits until the line is silent, so that the next process does not take it for its own;
 // says so on the error output if `tell`. A stop ends the wait, which is said as well. Whether a reply
 // was owed.
-bool LeaveLineSilent(TModbusComm& device, const char* command, bool tell);
+bool LeaveLineSilent(TModbusComm& device, TConsole& console, bool tell);
 
 }  // namespace ixocut

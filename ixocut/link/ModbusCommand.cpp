@@ -29,7 +29,7 @@ constexpr TTable kTables[] = {
     {"--discrete", "discrete", kModbusReadDiscrete, 0, 0, TrMark("Discrete inputs (function 2)"), nullptr},
 };
 
-struct TModbusCommand {
+struct TModbusCommand : TOutputSettings {
   bool Write = false;
   TLinkOptions Link;
   const TTable* Table = &kTables[0];
@@ -49,10 +49,8 @@ struct TModbusCommand {
   std::uint64_t ProbeAddr = 0;
   bool ProbeGiven = false;
   std::uint64_t Watch = 0;
-  bool Json = false;
   bool Frames = false;
 
-  [[nodiscard]] const char* Name() const { return Write ? "modbus write" : "modbus read"; }
   [[nodiscard]] std::uint8_t Func(std::size_t words) const {
     return !Write ? Table->Read : words == 1 && !Multiple ? Table->WriteOne : Table->WriteMany;
   }
@@ -110,7 +108,7 @@ TDevicePtr<TModbusComm> MakeMaster(const TModbusCommand& command, const TTransfe
   return device;
 }
 
-int RunModbus(const TModbusCommand& command, std::ostream& out) {
+int RunModbus(const TModbusCommand& command, TConsole& console) {
   const TTransferAsked task = TaskOf(command);
   TLogLines sink;
   TLogService logs;
@@ -128,9 +126,7 @@ int RunModbus(const TModbusCommand& command, std::ostream& out) {
     result.Outcome = overdue ? moTimeout : moStopped;
     result.Confirmed = !command.Write;
     const TProblem problem = ProblemOf(result, task.Link, task.Unit);
-    if (command.Json) PrintDocument(out, command.Name(), nullptr, problem, command.Watch != 0);
-    std::cerr << "ixocut " << command.Name() << ": " << problem.Text() << '\n' << std::flush;
-    if (!task.Link.IsTcp && !task.Link.TcpFraming) std::cerr << LateReplyText(command.Name(), silenceMs);
+    TellEnded(task.Link, problem, silenceMs, console, command.Watch != 0);
     std::_Exit(overdue ? kExitUnusable : command.Watch != 0 ? kExitSuccess : kExitOtherwise);
   });
   // The waits of the exact profile are its own.
@@ -160,19 +156,17 @@ int RunModbus(const TModbusCommand& command, std::ostream& out) {
     auto frames = device->LastFrames();
     std::erase_if(frames, [&](const auto& frame) { return frame.TimeUs < startUs; });
     const TModbusProof proof = device->Statistics().Proof;
-    if (command.Json) {
-      auto document = TransferJson(task, result, proof);
-      document["log"] = std::exchange(sink.Lines, nlohmann::ordered_json::array());
-      if (command.Frames) document["frames"] = FramesJson(frames, startUs);
-      PrintDocument(out, command.Name(), document, problem, command.Watch != 0);
-    } else {
-      out << TransferText(task, result, proof);
-      if (command.Frames) out << FramesText(frames, startUs);
+    auto document = TransferJson(task, result, proof);
+    document["log"] = std::exchange(sink.Lines, nlohmann::ordered_json::array());
+    console.Say(TransferText(task, result, proof));
+    if (command.Frames) {
+      document["frames"] = FramesJson(frames, startUs);
+      for (const auto& frame : frames) console.Say(FrameText(frame, startUs));
     }
-    out << std::flush;
+    console.Print(document, problem, command.Watch != 0);
     // Here rather than before the next request, which has no time for it.
-    if (LeaveLineSilent(*device, command.Name(), !told)) told = true;
-    if (command.Watch == 0 || !out || Clock().Pause(stop, static_cast<std::uint32_t>(command.Watch))) break;
+    if (LeaveLineSilent(*device, console, !told)) told = true;
+    if (command.Watch == 0 || console.Broken() || Clock().Pause(stop, static_cast<std::uint32_t>(command.Watch))) break;
     deadlineMs = deadline();
     signals.Begin();
   }

@@ -12,13 +12,12 @@
 namespace ixocut {
 namespace {
 
-struct TSimulateCommand {
+struct TSimulateCommand : TOutputSettings {
   std::optional<std::uint64_t> Tcp;
   std::string Serial;
   std::string Framing;
   std::uint64_t Unit = 1;
   std::string Misbehave;
-  bool Json = false;
   std::optional<std::filesystem::path> Machine;  // of a plant
   std::uint64_t Seed = 1;
 };
@@ -37,8 +36,7 @@ constexpr const char* kMisbehaviour = TrMark(
     "  exception    exception 4 always");
 
 // Carries the device's bytes until Ctrl-C. `device` is what it is called on the first line.
-int Serve(const TSimulateCommand& command, TPlcServer& plc, const char* document, const char* device,
-          std::ostream& out) {
+int Serve(const TSimulateCommand& command, TPlcServer& plc, const char* device, TConsole& console) {
   plc.Bank.Unit = static_cast<std::uint8_t>(command.Unit);
   plc.RtuOverTcp = command.Framing == "rtu";
   for (const TPlcFaultName& fault : kPlcFaults)
@@ -51,35 +49,29 @@ int Serve(const TSimulateCommand& command, TPlcServer& plc, const char* document
     plc.OpenSerial(link.Device, link.Settings).OrThrow(pbUnusable);
     where = link.Text();
   }
-  if (command.Json) {
-    PrintDocument(out, document, {{"link", where}, {"unit", command.Unit}}, {}, true);
-  } else {
-    out << Format(Tr("%s, unit %u, on %s"), device, static_cast<unsigned>(command.Unit), where.c_str());
-    if (!command.Misbehave.empty()) out << Format(Tr(", misbehaving: %s"), command.Misbehave.c_str());
-    out << Tr("\nEnds with Ctrl-C.") << std::endl;
-  }
+  console.Print({{"link", where}, {"unit", command.Unit}}, {}, true);
+  console.Say(Format(Tr("%s, unit %u, on %s"), device, static_cast<unsigned>(command.Unit), where.c_str()) +
+              (command.Misbehave.empty() ? "" : Format(Tr(", misbehaving: %s"), command.Misbehave.c_str())));
+  console.Say(Tr("Ends with Ctrl-C."));
   TStop stop;
   const TStopOnSignal signals(stop);
   plc.Run(stop);
   std::optional<TProblem> problem;
   if (!stop.Asked()) problem = {.What = Tr("the line was hung up"), .Where = where};
-  if (command.Json)
-    PrintDocument(out, document, {{"link", where}, {"answered", plc.Bank.Answered}}, problem, true);
-  else
-    out << Format(Tr("%llu requests answered\n"), static_cast<unsigned long long>(plc.Bank.Answered));
+  console.Say(Format(Tr("%llu requests answered"), static_cast<unsigned long long>(plc.Bank.Answered)));
+  console.Print({{"link", where}, {"answered", plc.Bank.Answered}}, problem, true);
   if (problem) throw EProblem(pbUnusable, *std::move(problem));
   return kExitSuccess;
 }
 
-int RunPlc(const TSimulateCommand& command, std::ostream& out) {
+int RunPlc(const TSimulateCommand& command, TConsole& console) {
   const TSignalsBlocked blocked;
   TPlcServer plc;
-  return Serve(command, plc, "simulate plc", Tr("Loading PLC"), out);
+  return Serve(command, plc, Tr("Loading PLC"), console);
 }
 
 // What happens in it goes out as it happens: "18250327 laser: beam lit", or a document each.
-int RunMachine(const TSimulateCommand& command, std::ostream& out) {
-  constexpr const char* kCommand = "simulate machine";
+int RunMachine(const TSimulateCommand& command, TConsole& console) {
   const TSignalsBlocked blocked;
   const std::filesystem::path file = command.Machine.value_or(ShareFolder() / "machines" / "modbus.xml");
   TMachineConfig config;
@@ -91,26 +83,24 @@ int RunMachine(const TSimulateCommand& command, std::ostream& out) {
     throw EProblem(pbUnusable, problems.front());
   }
   TModbusPlant plant(sim, command.Seed, [&](std::uint64_t ms, std::string_view text) {
-    if (command.Json)
-      PrintDocument(out, kCommand, {{"ms", ms}, {"happened", text}}, {}, true);
-    else
-      out << ms << ' ' << text << std::endl;
+    console.Say(std::to_string(ms).append(" ").append(text));
+    console.Print({{"ms", ms}, {"happened", text}}, {}, true);
   });
   TPlcServer server;
   server.Bank.Device = &plant;
-  return Serve(command, server, kCommand, Tr("Machine without axes"), out);
+  return Serve(command, server, Tr("Machine without axes"), console);
 }
 
 // A subcommand with the options that name the link.
 TCommand AddDevice(TCommand simulate, const char* name, const std::string& description,
                    const std::shared_ptr<TSimulateCommand>& options,
-                   int (*device)(const TSimulateCommand&, std::ostream&)) {
-  const TCommand app = simulate.Add(name, description, [options, device, name] {
-    if (!options->Tcp && options->Serial.empty())
-      throw EProblem(pbRequest,
-                     std::string("simulate ") + name + ": " + Tr("one of --tcp PORT and --serial DEVICE is needed"));
-    return device(*options, std::cout);
-  });
+                   int (*device)(const TSimulateCommand&, TConsole&)) {
+  const TCommand app =
+      AddWith(simulate, name, description, options, [device](const TSimulateCommand& own, TConsole& console) {
+        if (!own.Tcp && own.Serial.empty())
+          throw EProblem(pbRequest, console.Command() + ": " + Tr("one of --tcp PORT and --serial DEVICE is needed"));
+        return device(own, console);
+      });
   const TOption tcp =
       app.Number("--tcp", options->Tcp, 0, 0xFFFF, "", Tr("Modbus TCP on this port of 127.0.0.1; 0 takes a free one"));
   app.Text("--serial", options->Serial, Tr("Modbus RTU on this serial device"), "DEVICE[,BAUD,PARITY,DATA,STOP]")

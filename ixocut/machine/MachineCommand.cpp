@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "commandline/Table.h"
 #include "controller/Controller.h"
 #include "controller/links/LinkDesk.h"
 #include "ixocamglue/platform/services/Clock.h"
@@ -30,7 +29,7 @@ std::vector<std::string> PortRow(const TMachinePort& port) {
 }
 
 // Connects and looks; the state thread does not run, and nothing is commanded.
-int RunCheck(const TControllerSettings& options, std::ostream& out) {
+int RunCheck(const TControllerSettings& options, TConsole& console) {
   TControllerOptions controllerOptions = options.Options();
   controllerOptions.Realtime = true;
   TController controller(std::move(controllerOptions));
@@ -46,16 +45,14 @@ int RunCheck(const TControllerSettings& options, std::ostream& out) {
         TProblem{.What = Format(Tr("%zu of %zu ports cannot be read"), static_cast<std::size_t>(silent), ports.size()),
                  .Why = Tr("their devices do not answer, or their values are too old"),
                  .Remedy = Tr("look at power, cable and address of each")};
-  if (options.Json) {
-    PrintDocument(out, "machine check", {{"driver", controller.Driver()}, {"ports", PortsJson(ports)}}, problem);
-  } else if (ports.empty()) {
-    out << Format(Tr("The machine \"%s\" tells nothing of its ports.\n"), controller.Driver().c_str());
-  } else {
-    TRows rows{{Tr("device"), Tr("driver"), Tr("address"), Tr("value"), Tr("age ms"), Tr("limits"), Tr("warning")}};
-    for (const TMachinePort& port : ports) rows.push_back(PortRow(port));
-    PrintTable(out, rows);
-    if (problem) std::cerr << "ixocut machine check: " << problem->Text() << '\n';
-  }
+  TRows rows{{Tr("device"), Tr("driver"), Tr("address"), Tr("value"), Tr("age ms"), Tr("limits"), Tr("warning")}};
+  for (const TMachinePort& port : ports) rows.push_back(PortRow(port));
+  if (ports.empty())
+    console.Say(Format(Tr("The machine \"%s\" tells nothing of its ports."), controller.Driver().c_str()));
+  else
+    console.SayTable(rows);
+  if (problem && !options.Json) console.Note(problem->Text());
+  console.Print({{"driver", controller.Driver()}, {"ports", PortsJson(ports)}}, problem);
   return problem ? kExitUnusable : kExitSuccess;
 }
 

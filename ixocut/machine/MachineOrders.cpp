@@ -12,7 +12,7 @@ namespace {
 using TOrder = std::function<TResult<>(const TConfigSection&)> TDriverFactory::*;
 
 // Of each driver that the file has a section for, and that has such an order.
-int RunOrder(const TControllerSettings& settings, TOrder order, std::ostream& out) {
+int RunOrder(const TControllerSettings& settings, TOrder order, TConsole& console) {
   TMachineConfig config;
   config.Load(settings.MachineFile()).OrThrow(pbUnusable);
   const TConfigSection root = config.Root();
@@ -23,7 +23,7 @@ int RunOrder(const TControllerSettings& settings, TOrder order, std::ostream& ou
         driver.Sections, [&](const TMachineSection& section) { return root.Child(section.Name).Exists(); });
     if (!used) continue;
     (driver.*order)(root).OrThrow(pbRefused);
-    out << Format(Tr("%s: done"), driver.Name.c_str()) << '\n';
+    console.Say(Format(Tr("%s: done"), driver.Name.c_str()));
     done = true;
   }
   if (!done)
@@ -38,7 +38,7 @@ void AddMachineOrderCommands(TCommand machine) {
   const auto add = [&](const char* name, const char* about, const char* notes, TOrder order, const char* example) {
     auto [command, settings] = AddOwn<TControllerSettings>(
         machine, name, about,
-        [order](const TControllerSettings& own, std::ostream& out) { return RunOrder(own, order, out); });
+        [order](const TControllerSettings& own, TConsole& console) { return RunOrder(own, order, console); });
     AddControllerSettings(command, settings);
     command.Help({.Notes = notes,
                   .ExitCodes = Tr("0 success, 1 refused, 2 wrong command line, 3 a file cannot be used"),

@@ -31,7 +31,7 @@ TAnswer Ask(TInputLines& input, const std::string& question) {
   return word == "y" || word == "Y" ? TAnswer::Yes : TAnswer::No;
 }
 
-int RunTry(const TTryOptions& options, std::ostream& out) {
+int RunTry(const TTryOptions& options, TConsole& console) {
   if (!options.Yes && isatty(STDIN_FILENO) != 1)
     throw EProblem(pbRefused, TProblem{.What = Tr("each try is confirmed by hand, and there is no terminal"),
                                        .Remedy = Tr("run it in a terminal, or give --yes and watch the machine")});
@@ -57,24 +57,18 @@ int RunTry(const TTryOptions& options, std::ostream& out) {
     }
     if (answer == TAnswer::No) continue;
     const TTried& last = protocol.Try(*each);
-    if (!options.Json)
-      out << Format("%s  %s: %s; %s", last.Good ? Tr("good") : Tr("BAD"), last.Port.c_str(), last.Done.c_str(),
-                    last.Read.c_str())
-          << std::endl;
+    console.Say(Format("%s  %s: %s; %s", last.Good ? Tr("good") : Tr("BAD"), last.Port.c_str(), last.Done.c_str(),
+                       last.Read.c_str()));
   }
   std::optional<TProblem> problem;
   if (!whole)
-    problem = TProblem{.What = Tr("stopped by hand")};
+    problem = {.What = Tr("stopped by hand")};
   else if (protocol.Bad() > 0)
-    problem = TProblem{
-        .What = Format(Tr("%zu of %zu tries were not as they should be"), protocol.Bad(), protocol.All().size())};
-  if (options.Json) {
-    PrintDocument(out, "machine try", {{"protocol", protocol.File().string()}, {"tries", protocol.Json()}}, problem);
-  } else {
-    out << Format(Tr("The protocol is in %s"), protocol.File().string().c_str()) << std::endl;
-    if (problem) std::cerr << "ixocut machine try: " << problem->Text() << '\n';
-  }
-  return problem ? kExitOtherwise : kExitSuccess;
+    problem = {.What =
+                   Format(Tr("%zu of %zu tries were not as they should be"), protocol.Bad(), protocol.All().size())};
+  console.Say(Format(Tr("The protocol is in %s"), protocol.File().c_str()));
+  if (problem && !options.Json) console.Note(problem->Text());
+  return console.Print({{"protocol", protocol.File().string()}, {"tries", protocol.Json()}}, problem);
 }
 
 }  // namespace

@@ -8,19 +8,17 @@
 namespace ixocut {
 namespace {
 
-struct TMonitorOptions {
-  std::string File, Other, Out, To = "columns", Align = kAlignments[0], Language = "zh";
-  bool Json = false;
+struct TMonitorOptions : TOutputSettings {
+  std::string File, Other, Out, To = "columns", Align = kAlignments[0];
 };
 
 using TOptionsPtr = std::shared_ptr<TMonitorOptions>;
 
 TCommand AddMonitor(TCommand monitor, const TOptionsPtr& options, const char* name, const char* summary,
                     const THelp& help, int (*act)(const TMonitorOptions&, TConsole&)) {
-  const TCommand command = monitor.Add(name, summary, [options, act] {
-    const TOperatorTexts texts("monitor", options->Language);
-    TConsole console(std::cout, options->Json, false);
-    return act(*options, console);
+  const TCommand command = AddWith(monitor, name, summary, options, [act](TMonitorOptions& own, TConsole& console) {
+    const TOperatorTexts texts(console);
+    return act(own, console);
   });
   AddLanguageOption(command, options->Language);
   AddJsonOption(command, options->Json);

@@ -84,10 +84,8 @@ int PlotMonitorFile(const std::string& file, const std::string& target, TConsole
            plots, target);
   console.Say(Format(Tr("%s: %zu panels, %zu signals"), target.c_str(), panels, recording.Series.size()));
   if (!picture.LeftOut.empty()) console.Say(Format(Tr("left out, without a number: %s"), picture.LeftOut.c_str()));
-  console.Print(
-      "monitor plot",
+  return console.Print(
       {{"file", target}, {"panels", panels}, {"signals", recording.Series.size()}, {"leftOut", picture.LeftOut}});
-  return kExitSuccess;
 }
 
 }  // namespace ixocut

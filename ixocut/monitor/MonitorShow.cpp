@@ -1,6 +1,5 @@
 #include <algorithm>
 
-#include "commandline/Table.h"
 #include "controller/recordings/RecordingFacts.h"
 #include "ixocamglue/monitor/Umonitorsink.h"
 #include "ixocut/Command.h"
@@ -83,9 +82,8 @@ int ShowMonitorFile(const std::string& file, TConsole& console) {
   if (!problem.empty()) what = {.What = problem, .Where = reader.Report().FileName};
   if (!what && partial)
     what = {.What = Tr("the file is not whole: its recording did not end"), .Where = reader.Report().FileName};
-  console.Print("monitor show", FactsJson(reader.Report(), facts, partial), what);
-  if (!problem.empty()) return kExitUnusable;
-  return partial ? kExitOtherwise : kExitSuccess;
+  const int exitCode = console.Print(FactsJson(reader.Report(), facts, partial), what);
+  return problem.empty() ? exitCode : kExitUnusable;
 }
 
 }  // namespace ixocut

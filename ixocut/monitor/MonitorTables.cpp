@@ -3,7 +3,6 @@
 #include <iterator>
 
 #include "commandline/OutputFile.h"
-#include "commandline/Table.h"
 #include "controller/recordings/RecordingCopies.h"
 #include "controller/recordings/RecordingFacts.h"
 #include "ixocamglue/monitor/Umonitorsink.h"
@@ -67,8 +66,7 @@ int DiffMonitorFiles(const std::string& a, const std::string& b, const std::stri
   console.Say(Tr(kAlignedBy[used]));
   console.SayTable(rows);
   console.Say(problem ? problem->What : Tr("no difference"));
-  console.Print("monitor diff", {{"alignedBy", kAlignments[used]}, {"signals", SignalsJson(difference)}}, problem);
-  return problem ? kExitOtherwise : kExitSuccess;
+  return console.Print({{"alignedBy", kAlignments[used]}, {"signals", SignalsJson(difference)}}, problem);
 }
 
 int ConvertMonitorFile(const std::string& file, const std::string& target, TConsole& console) {
@@ -79,8 +77,7 @@ int ConvertMonitorFile(const std::string& file, const std::string& target, TCons
   sink.Commit();
   const std::size_t signals = recording.Series.size();
   console.Say(Format(Tr("%s: %llu rows, %zu signals"), target.c_str(), static_cast<unsigned long long>(rows), signals));
-  console.Print("monitor convert", {{"file", target}, {"rows", rows}, {"signals", signals}});
-  return kExitSuccess;
+  return console.Print({{"file", target}, {"rows", rows}, {"signals", signals}});
 }
 
 int RecoverMonitorFile(const std::string& file, const std::string& target, TConsole& console) {
@@ -94,8 +91,7 @@ int RecoverMonitorFile(const std::string& file, const std::string& target, TCons
                    ? Tr("the last line is whole, nothing was dropped")
                    : Format(Tr("the last line was cut off and is dropped: %zu bytes: \"%s\""), dropped.size(),
                             (dropped.substr(0, 60) + (dropped.size() > 60 ? "..." : "")).c_str())));
-  console.Print("monitor recover", {{"file", target}, {"copiedBytes", lines.Copied}, {"droppedBytes", dropped.size()}});
-  return kExitSuccess;
+  return console.Print({{"file", target}, {"copiedBytes", lines.Copied}, {"droppedBytes", dropped.size()}});
 }
 
 }  // namespace ixocut

@@ -24,9 +24,8 @@ struct TRecordOptions : TControllerSettings {
 };
 
 // On the controller that runs: it records, and its file is fetched.
-int RecordThere(const TRecordOptions& options, const TProcedure& row, TWireClient& client, std::ostream& out) {
-  const TOperatorTexts texts("record", options.Language);
-  TConsole console(out, options.Json, false);
+int RecordThere(const TRecordOptions& options, const TProcedure& row, TWireClient& client, TConsole& console) {
+  const TOperatorTexts texts(console);
   TWireRecording recording(client, options.Signals);
   const TWireRun run =
       RunOnConsole(client, {.Body = ProcedureBody(row.Name, ReadParams(row, options.Params))}, console, {});
@@ -35,31 +34,28 @@ int RecordThere(const TRecordOptions& options, const TProcedure& row, TWireClien
   console.Say("");
   console.Say(ClosingLine(run.Report));
   console.Say(options.Out);
-  console.Print("record",
-                {{"procedure", row.Name},
-                 {"success", run.Report.Success()},
-                 {"words", run.Report.End.Words},
-                 {"durationMs", run.Report.DurationMs},
-                 {"file", options.Out},
-                 {"samples", samples},
-                 {"log", console.Log()}},
-                run.Report.Problem);
-  return run.Report.Success() ? kExitSuccess : kExitOtherwise;
+  return console.Print({{"procedure", row.Name},
+                        {"success", run.Report.Success()},
+                        {"words", run.Report.End.Words},
+                        {"durationMs", run.Report.DurationMs},
+                        {"file", options.Out},
+                        {"samples", samples},
+                        {"log", console.Log()}},
+                       run.Report.Problem);
 }
 
-int RunRecord(TRecordOptions options, std::ostream& out) {
+int RunRecord(TRecordOptions options, TConsole& console) {
   if (options.Procedure.empty())
     throw EProblem(pbRequest, Format(Tr("--procedure is missing; the procedures are: %s"), ProcedureNames().c_str()));
   const TProcedure& row = *AskProcedure(options.Procedure).OrThrow(pbRequest);
   if (options.Out.empty()) throw EProblem(pbRequest, Tr("--out is missing: the file to write"));
   CheckMonitorTarget(options.Out);
   const TAttached attachment(options);
-  if (TWireClient* const client = attachment.Client()) return RecordThere(options, row, *client, out);
+  if (TWireClient* const client = attachment.Client()) return RecordThere(options, row, *client, console);
   const auto signals = OrThrowAt(ParseSignals(options.Signals), pbRequest, "--signals");
   const TParamTexts texts = ReadParams(row, options.Params);
   const TMotionCall call = CallOf(row, texts, options.Limits().Bounds, true);
 
-  TConsole console(out, options.Json, false);
   const auto run = MakeRun(options, {}, console);
   // Opened before anything moves: what cannot be written is not worth a run.
   TLiveRecording recording(options.Out, signals, MotorNames());
@@ -72,23 +68,20 @@ int RunRecord(TRecordOptions options, std::ostream& out) {
   const TRunReport report = run->Run(make, kLongestMs, kTailMs);
   recording.Finish();
 
-  const bool success = report.Success();
   for (const std::string& note : report.Notes) console.Say(note);
   console.Say("");
   console.Say(Show(SShotEnded, report.End.Words.c_str(), ShownMs(report.DurationMs)));
   console.Say(options.Out);
-  console.Print("record",
-                {{"procedure", row.Name},
-                 {"seed", options.Seed},
-                 {"success", success},
-                 {"words", report.End.Words},
-                 {"durationMs", report.DurationMs},
-                 {"file", options.Out},
-                 {"signals", recording.Signals()},
-                 {"samples", recording.Samples()},
-                 {"log", console.Log()}},
-                report.Problem);
-  return success ? kExitSuccess : kExitOtherwise;
+  return console.Print({{"procedure", row.Name},
+                        {"seed", options.Seed},
+                        {"success", report.Success()},
+                        {"words", report.End.Words},
+                        {"durationMs", report.DurationMs},
+                        {"file", options.Out},
+                        {"signals", recording.Signals()},
+                        {"samples", recording.Samples()},
+                        {"log", console.Log()}},
+                       report.Problem);
 }
 
 }  // namespace

@@ -29,26 +29,22 @@ std::string Right(const std::string& text, std::size_t width) {
 }
 
 // The levels, and the parameters and jog sections that follow from the one in force, as KnobJson has them.
-void Print(const std::string& command, bool asJson, const nlohmann::ordered_json& knob, std::ostream& out) {
-  if (asJson) return PrintDocument(out, command, knob);
-  out << Format(Tr("state %s%s"), ShownLevel(LevelOf(knob.at("state"))),
-                knob.at("twoHeads") == true ? Tr(", two heads") : "")
-      << '\n';
-  out << Format("   %s %s %s  mm/s", Right(Tr("low"), 8).c_str(), Right(Tr("normal"), 9).c_str(),
-                Right(Tr("high"), 9).c_str())
-      << '\n';
+int Tell(const nlohmann::ordered_json& knob, TConsole& console) {
+  console.Say(Format(Tr("state %s%s"), ShownLevel(LevelOf(knob.at("state"))),
+                     knob.at("twoHeads") == true ? Tr(", two heads") : ""));
+  console.Say(Format("   %s %s %s  mm/s", Right(Tr("low"), 8).c_str(), Right(Tr("normal"), 9).c_str(),
+                     Right(Tr("high"), 9).c_str()));
   for (const auto& [name, member] : {std::pair{"XY", "xy"}, std::pair{"Z", "z"}}) {
     const auto& speed = knob.at(member);
-    out << Format("%-2s %8.6g  %8.6g  %8.6g", name, speed.at("low").get<double>(), speed.at("normal").get<double>(),
-                  speed.at("high").get<double>())
-        << '\n';
+    console.Say(Format("%-2s %8.6g  %8.6g  %8.6g", name, speed.at("low").get<double>(),
+                       speed.at("normal").get<double>(), speed.at("high").get<double>()));
   }
-  if (!knob.contains("JogSpeed")) return;
+  if (!knob.contains("JogSpeed")) return console.Print(knob);
   const bool fast = knob.at("JogFast") == true;
   const char* const jog = fast ? Tr("fast jog") : knob.at("JogSlow") == true ? Tr("slow jog") : Tr("normal jog");
-  out << Format(Tr("applied: %s, X and Y %.6g mm/s, Z %.6g mm/s"), jog, knob.at("JogSpeed").get<double>(),
-                fast ? knob.at("z").at("high").get<double>() : knob.at("zJogSpeed").get<double>())
-      << '\n';
+  console.Say(Format(Tr("applied: %s, X and Y %.6g mm/s, Z %.6g mm/s"), jog, knob.at("JogSpeed").get<double>(),
+                     fast ? knob.at("z").at("high").get<double>() : knob.at("zJogSpeed").get<double>()));
+  return console.Print(knob);
 }
 
 // What a sub-command of `knob` does.
@@ -67,25 +63,21 @@ nlohmann::ordered_json TurnThere(TWireClient& client, TKnobDo what, TSpeedState 
   return knob;
 }
 
-int RunKnob(const std::string& command, TKnobOptions options, TKnobDo what, std::ostream& out) {
+int RunKnob(TKnobOptions options, TKnobDo what, TConsole& console) {
   const TSpeedState level = what == TKnobDo::Show ? ssLow : LevelOf(options.Level);
   const std::optional<double> xy = SpeedOf("--xy", options.XY);
   const std::optional<double> z = SpeedOf("--z", options.Z);
   if (what == TKnobDo::Speed && !xy && !z) throw EProblem(pbRequest, Tr("--xy or --z is needed"));
 
   const TAttached attachment(options);
-  if (TWireClient* const client = attachment.Client()) {
-    Print(command, options.Json, TurnThere(*client, what, level, xy, z), out);
-    return kExitSuccess;
-  }
+  if (TWireClient* const client = attachment.Client()) return Tell(TurnThere(*client, what, level, xy, z), console);
   TController session(options.Options());
   if (what == TKnobDo::Speed)
     SetKnobSpeeds(level, xy, z);
   else if (what == TKnobDo::State)
     SetKnobLevel(session, level).OrThrow(pbRefused);
   if (what != TKnobDo::Show) (void)session.Jog().Save().OrThrow(pbUnusable);
-  Print(command, options.Json, KnobJson(session), out);
-  return kExitSuccess;
+  return Tell(KnobJson(session), console);
 }
 
 }  // namespace
@@ -97,10 +89,9 @@ void AddKnobCommand(TCommand program) {
                 "speed. On one that runs,\nstate and speed take over control from whoever has it, and give it back."),
              {},
              {"ixocut knob show", "ixocut knob state high", "ixocut knob speed normal --xy 120 --z 40"}});
-  const auto add = [&](const std::string& name, const char* about, TKnobDo what, std::vector<const char*> examples) {
+  const auto add = [&](const char* name, const char* about, TKnobDo what, std::vector<const char*> examples) {
     auto [command, options] = AddOwn<TKnobOptions>(
-        knob, name, about,
-        [name, what](TKnobOptions& own, std::ostream& out) { return RunKnob("knob " + name, own, what, out); });
+        knob, name, about, [what](TKnobOptions& own, TConsole& console) { return RunKnob(own, what, console); });
     options.Saves = what != TKnobDo::Show;
     if (what != TKnobDo::Show) command.Text("LEVEL", options.Level, Tr("low, normal or high"), "").Required();
     if (what == TKnobDo::Speed) {

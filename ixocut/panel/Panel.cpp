@@ -9,7 +9,6 @@
 #include "ixocamglue/panel/Kbpforms.h"
 #include "ixocamglue/support/DisplayWidth.h"
 #include "ixocut/Command.h"
-#include "ixocut/Console.h"
 #include "ixocut/OperatorTexts.h"
 #include "ixocut/client/Attach.h"
 #include "ixocut/panel/PanelPicture.h"
@@ -44,10 +43,9 @@ void PowerUp(TController& session) {
 // --- panel ---
 
 // A script's lines in virtual time; `script`: its file, for the document.
-int Play(const TPanelOptions& options, const char* command, const nlohmann::ordered_json& script,
-         const std::vector<TScriptLine>& lines, std::ostream& out) {
+int Play(const TPanelOptions& options, const nlohmann::ordered_json& script, const std::vector<TScriptLine>& lines,
+         TConsole& console) {
   if (!options.Machine) TellByItself(options.State);
-  TConsole console(out, options.Json, false);
   nlohmann::ordered_json events, raised;
   std::optional<TProblem> problem;
   {
@@ -64,37 +62,32 @@ int Play(const TPanelOptions& options, const char* command, const nlohmann::orde
       const TKeyCode key = *ParseKey(options.Key);
       problem = ProblemOf(JsonOf(key, Why(host, key, TPanelPicture(host))));
     }
-    TScriptTeller teller;
-    if (!options.Json)
-      teller = {.Line = [&](const std::string& line) { out << line << '\n'; },
-                .Leds =
-                    [&](TKeyMask leds) {
-                      for (const std::string& line : DrawPanel(leds, false)) out << "             " << line << '\n';
-                    }};
-    TPanelScript story(host, std::move(teller));
+    TPanelScript story(host, {.Line = [&](const std::string& line) { console.Say(line); },
+                              .Leds =
+                                  [&](TKeyMask leds) {
+                                    for (const std::string& line : DrawPanel(leds, false))
+                                      console.Say("             " + line);
+                                  }});
     story.Run(lines);
     story.ShowLeds();
     events = story.Events();
     raised = AlarmsJson(alarms.Items(), startMs);
-    if (!options.Json)
-      for (const std::string& line : AlarmLines(alarms.Items(), startMs)) out << line << '\n';
+    for (const std::string& line : AlarmLines(alarms.Items(), startMs)) console.Say(line);
   }
   nlohmann::ordered_json document = script;
   document.update({{"events", events}, {"alarms", raised}, {"log", console.Log()}});
-  console.Print(command, document, problem);
-  return problem ? kExitOtherwise : kExitSuccess;
+  return console.Print(document, problem);
 }
 
-int RunPanel(TPanelOptions options, std::ostream& out) {
+int RunPanel(TPanelOptions options, TConsole& console) {
   if (!options.Form.empty()) CheckForm(options.Form).OrThrow(pbRequest);
-  if (!options.Script.empty())
-    return Play(options, "panel", {{"script", options.Script}}, ReadScript(options.Script), out);
+  if (!options.Script.empty()) return Play(options, {{"script", options.Script}}, ReadScript(options.Script), console);
   if (options.Json) throw EProblem(pbRequest, Tr("--json needs --script FILE"));
   CheckTerminal();
   const TSignalStop signals;
   const TAttached attachment(options);
   if (TWireClient* const client = attachment.Client()) {
-    const TOperatorTexts texts("panel", options.Language);
+    const TOperatorTexts texts(console);
     TWireSeat seat(*client, options.Form);
     return RunPanelTerminal(seat);
   }
@@ -113,42 +106,37 @@ int RunPanel(TPanelOptions options, std::ostream& out) {
 // --- panel press ---
 
 // On the controller that runs.
-int PressThere(const TPanelOptions& options, TKeyCode key, TWireClient& client, std::ostream& out) {
+int PressThere(const TPanelOptions& options, TKeyCode key, TWireClient& client, TConsole& console) {
   const TSignalStop signals;
   const THeldPress press =
       HoldKey(client, key, static_cast<std::int32_t>(options.Param), options.Form, options.Ms, &TSignalStop::Asked);
   const nlohmann::ordered_json& answer = press.Answer;
-  if (options.Json) {
-    PrintDocument(out, "panel press",
-                  {{"key", answer.at("key")},
-                   {"sent", answer.at("sent")},
-                   {"conclusion", answer.at("conclusion")},
-                   {"heldMs", press.HeldMs},
-                   {"status", client.Get("/api/v1/status")}},
-                  press.Problem);
-  } else {
-    const TOperatorTexts texts("panel press", options.Language);
-    out << Format(Tr("%s: %s; held for %lld ms"), answer.at("key").get<std::string>().c_str(),
-                  answer.at("conclusion").get<std::string>().c_str(), static_cast<long long>(press.HeldMs))
-        << '\n'
-        << StatusLine(client.Get("/api/v1/status")) << '\n';
-    if (press.Problem) out << press.Problem->Text() << '\n';
-  }
-  return press.Problem ? kExitOtherwise : kExitSuccess;
+  const TOperatorTexts texts(console);
+  const auto status = client.Get("/api/v1/status");
+  console.Say(Format(Tr("%s: %s; held for %lld ms"), answer.at("key").get<std::string>().c_str(),
+                     answer.at("conclusion").get<std::string>().c_str(), static_cast<long long>(press.HeldMs)));
+  console.Say(StatusLine(status));
+  if (press.Problem) console.Say(press.Problem->Text());
+  return console.Print({{"key", answer.at("key")},
+                        {"sent", answer.at("sent")},
+                        {"conclusion", answer.at("conclusion")},
+                        {"heldMs", press.HeldMs},
+                        {"status", status}},
+                       press.Problem);
 }
 
-int RunPress(TPanelOptions options, std::ostream& out) {
+int RunPress(TPanelOptions options, TConsole& console) {
   const TKeyCode key = ParseKey(options.Key).OrThrow(pbRequest);
   if (!options.Form.empty()) CheckForm(options.Form).OrThrow(pbRequest);
   const TAttached attachment(options);
-  if (TWireClient* const client = attachment.Client()) return PressThere(options, key, *client, out);
+  if (TWireClient* const client = attachment.Client()) return PressThere(options, key, *client, console);
   if (options.Form.empty()) options.Form = FormBehind("");
-  return Play(options, "panel press", {{"key", KeyName(key)}},
+  return Play(options, {{"key", KeyName(key)}},
               {{1, {"press", options.Key, std::to_string(options.Param)}},
                {2, {"wait", std::to_string(options.Ms)}},
                {3, {"release", options.Key}},
                {4, {"wait", std::to_string(kAfterPressMs)}}},
-              out);
+              console);
 }
 
 // --- panel why ---
@@ -158,31 +146,22 @@ const char* WhoWord(const nlohmann::ordered_json& mask) {
 }
 
 // What JsonOf has made of it, here or in the controller that runs.
-int TellWhy(bool json, const nlohmann::ordered_json& why, std::ostream& out) {
-  const std::optional<TProblem> problem = ProblemOf(why);
-  const int exitCode = problem ? kExitOtherwise : kExitSuccess;
-  if (json) {
-    PrintDocument(out, "panel why", why, problem);
-    return exitCode;
-  }
+int TellWhy(const nlohmann::ordered_json& why, TConsole& console) {
   const auto text = [](const nlohmann::ordered_json& from, const char* name) {
     return from.at(name).get<std::string>();
   };
-  out << Format(Tr("%s, command %d: %s"), text(why, "key").c_str(), why.at("keyCommand").get<int>(),
-                text(why, "conclusion").c_str())
-      << '\n';
-  if (const std::string message = text(why, "message"); !message.empty()) out << "  " << message << '\n';
+  console.Say(Format(Tr("%s, command %d: %s"), text(why, "key").c_str(), why.at("keyCommand").get<int>(),
+                     text(why, "conclusion").c_str()));
+  if (const std::string message = text(why, "message"); !message.empty()) console.Say("  " + message);
   for (const auto& mask : why.at("masks")) {
-    out << "  " << Padded(Tr(text(mask, "mask").c_str()), 8) << ' ' << Padded(WhoWord(mask), 10) << ' '
-        << text(mask, "because");
-    if (const std::string change = text(mask, "change"); !change.empty())
-      out << Format(Tr("; needed: %s"), change.c_str());
-    out << '\n';
+    const std::string change = text(mask, "change");
+    console.Say("  " + Padded(Tr(text(mask, "mask").c_str()), 8) + ' ' + Padded(WhoWord(mask), 10) + ' ' +
+                text(mask, "because") + (change.empty() ? "" : Format(Tr("; needed: %s"), change.c_str())));
   }
-  return exitCode;
+  return console.Print(why, ProblemOf(why));
 }
 
-int RunWhy(TPanelOptions options, std::ostream& out) {
+int RunWhy(TPanelOptions options, TConsole& console) {
   const TKeyCode key = ParseKey(options.Key).OrThrow(pbRequest);
   // What is only supposed is not the running machine's.
   const bool supposed = !options.Form.empty() || !options.AtState.empty() || !options.Alarms.empty() ||
@@ -191,7 +170,7 @@ int RunWhy(TPanelOptions options, std::ostream& out) {
   if (!supposed) {
     attachment.emplace(options);
     if (TWireClient* const client = attachment->Client())  // as its machine is now
-      return TellWhy(options.Json, client->Get("/api/v1/panel/why?key=" + UrlPart(options.Key)), out);
+      return TellWhy(client->Get("/api/v1/panel/why?key=" + UrlPart(options.Key)), console);
   }
   if (!options.Form.empty()) CheckForm(options.Form).OrThrow(pbRequest);
   TPanelSupposed suppose;
@@ -213,12 +192,12 @@ int RunWhy(TPanelOptions options, std::ostream& out) {
   if (options.Warning) host.SetWarning(true);
   host.Guard().Refresh();
 
-  return TellWhy(options.Json, JsonOf(key, Why(host, key, TPanelPicture(host, suppose))), out);
+  return TellWhy(JsonOf(key, Why(host, key, TPanelPicture(host, suppose))), console);
 }
 
 // --- panel forms ---
 
-int RunForms(const TPanelOptions& options, std::ostream& out) {
+int RunForms(const TPanelOptions& options, TConsole& console) {
   if (!options.Name.empty()) CheckForm(options.Name).OrThrow(pbRequest);
   const TController session(options.Options());
   auto list = nlohmann::ordered_json::array();
@@ -228,17 +207,13 @@ int RunForms(const TPanelOptions& options, std::ostream& out) {
       KBPManager()->SetCPMByForm(form, true);
       const TKeyMask inForce = KBPManager()->GetMap(kMapClientPermit);
       const std::string mask = Format("0x%08X", inForce);
-      if (options.Json) {
-        list.push_back(
-            {{"form", form}, {"table", Format("0x%08X", group.Mask)}, {"mask", mask}, {"keys", KeyNames(inForce)}});
-      } else {
-        const std::string keys = inForce == kAllKeys ? Tr("all keys") : KeyNames(inForce);
-        out << Format("%-36s %s  %s", std::string(form).c_str(), mask.c_str(), keys.c_str()) << '\n';
-      }
+      const std::string names = KeyNames(inForce);
+      list.push_back({{"form", form}, {"table", Format("0x%08X", group.Mask)}, {"mask", mask}, {"keys", names}});
+      console.Say(Format("%-36s %s  %s", std::string(form).c_str(), mask.c_str(),
+                         inForce == kAllKeys ? Tr("all keys") : names.c_str()));
     }
   }
-  if (options.Json) PrintDocument(out, "panel forms", list);
-  return kExitSuccess;
+  return console.Print(list);
 }
 
 }  // namespace

@@ -11,15 +11,12 @@
 #include "controller/procedures/Procedures.h"
 #include "ixocamglue/platform/Machine.h"
 #include "ixocamglue/support/Texts.h"
-#include "ixocut/Console.h"
 #include "ixocut/ControllerSettings.h"
 
 namespace ixocut {
 using namespace ixocontroller;
 
-struct TRunSettings : TControllerSettings, TRunTriggers {
-  bool Trace = false;
-};
+struct TRunSettings : TControllerSettings, TRunTriggers {};
 
 // For help pages; shown through Tr.
 inline constexpr const char* kTimesNote = TrMark(

@@ -15,46 +15,40 @@ struct TProceduresOptions : TControllerSettings {
   bool Faults = false;
 };
 
-void Print(std::ostream& out, const TProcedure& row, const TMachineBounds& machine) {
+void Say(TConsole& console, const TProcedure& row, const TMachineBounds& machine) {
   const std::string number = row.Command > 0 ? Format("%4d", row.Command) : "    ";
-  out << number << "  " << Format("%-22s %s\n", row.Name, Tr(row.Summary));
+  console.Say(number + "  " + Format("%-22s %s", row.Name, Tr(row.Summary)));
   for (const TMotionParam& param : row.Params) {
     std::string range = param.At.Kind == pkSwitch ? "true, false" : ParamLimits(row, param, machine).Text();
     if (const std::string unit = UnitText(param.Unit); !unit.empty()) range += " " + unit;
     const std::string def = param.Need == TMotionParam::Required ? Tr("needed")
                             : std::isnan(param.Default)          ? "-"
                                                                  : ParamText(param, param.Default);
-    out << Format("        --%-15s %-26s %s %s\n", param.Name, range.c_str(), Padded(def, kDefaultWidth).c_str(),
-                  Tr(param.Summary));
+    console.Say(Format("        --%-15s %-26s %s %s", param.Name, range.c_str(), Padded(def, kDefaultWidth).c_str(),
+                       Tr(param.Summary)));
   }
 }
 
-int ListFaults(const TProceduresOptions& options, std::ostream& out) {
+int ListFaults(TConsole& console) {
   auto faults = nlohmann::ordered_json::array();
   for (const TMachineFault& fault : MachineFaults()) {
-    if (options.Json)
-      faults.push_back({{"name", fault.Name}, {"description", Tr(fault.Description)}});
-    else
-      out << Format("%-27s %s\n", fault.Name, Tr(fault.Description));
+    faults.push_back({{"name", fault.Name}, {"description", Tr(fault.Description)}});
+    console.Say(Format("%-27s %s", fault.Name, Tr(fault.Description)));
   }
-  if (options.Json) PrintDocument(out, "procedures", {{"faults", std::move(faults)}});
-  return kExitSuccess;
+  return console.Print({{"faults", std::move(faults)}});
 }
 
-int RunProcedures(const TProceduresOptions& options, std::ostream& out) {
-  if (options.Faults) return ListFaults(options, out);
+int RunProcedures(const TProceduresOptions& options, TConsole& console) {
+  if (options.Faults) return ListFaults(console);
   if (!options.Name.empty()) (void)AskProcedure(options.Name).OrThrow(pbRequest);
   const TMachineBounds machine = options.Limits().Bounds;
   auto document = nlohmann::ordered_json::array();
   for (const TProcedure* row : Procedures()) {
     if (!options.Name.empty() && options.Name != row->Name) continue;
-    if (options.Json)
-      document.push_back(ProcedureJson(*row, machine));
-    else
-      Print(out, *row, machine);
+    document.push_back(ProcedureJson(*row, machine));
+    Say(console, *row, machine);
   }
-  if (options.Json) PrintDocument(out, "procedures", {{"procedures", std::move(document)}});
-  return kExitSuccess;
+  return console.Print({{"procedures", std::move(document)}});
 }
 
 }  // namespace

@@ -107,15 +107,13 @@ struct TShown {
   }
 };
 
-int Finish(const TRunOptions& options, TConsole& console, const TShown& shown, nlohmann::ordered_json document,
+int Finish(TConsole& console, const TShown& shown, nlohmann::ordered_json document,
            const std::optional<TProblem>& problem) {
   for (const std::string& line : shown.Lines) console.Say(line);
-  if (options.Json) {
-    document["log"] = console.Log();
-    console.Print("run", document, problem);
-  }
+  document["log"] = console.Log();
+  const int exitCode = console.Print(document, problem);
   if (shown.PlotFailed) throw EProblem(*shown.PlotFailed);
-  return problem ? kExitOtherwise : kExitSuccess;
+  return exitCode;
 }
 
 nlohmann::ordered_json Document(const TRunOptions& options, const TJob& job) {
@@ -125,9 +123,8 @@ nlohmann::ordered_json Document(const TRunOptions& options, const TJob& job) {
   return document;
 }
 
-int RunHere(const TRunOptions& options, std::ostream& out) {
+int RunHere(const TRunOptions& options, TConsole& console) {
   const TJob job = JobOf(options, options.Limits());
-  TConsole console(out, options.Json, options.Trace);
   nlohmann::ordered_json document = Document(options, job);
   TShown shown;
   const std::optional<TProblem> problem = [&] {
@@ -153,7 +150,7 @@ int RunHere(const TRunOptions& options, std::ostream& out) {
     shown.Plot(options, report, trace, job.Title);
     return report.Problem;
   }();
-  return Finish(options, console, shown, std::move(document), problem);
+  return Finish(console, shown, std::move(document), problem);
 }
 
 std::string WireTitle(const TRunOptions& options) {
@@ -163,15 +160,14 @@ std::string WireTitle(const TRunOptions& options) {
 }
 
 // In the controller that runs.
-int RunThere(const TRunOptions& options, TWireClient& client, std::ostream& out) {
+int RunThere(const TRunOptions& options, TWireClient& client, TConsole& console) {
   const bool isProcedure = FindProcedure(options.Name) != nullptr;
   if (!isProcedure) RequireFile(options.Name);
   nlohmann::ordered_json body =
       isProcedure ? ProcedureBody(options.Name, options.Texts, options) : SequenceBody(options.Name, options);
   body["limitMs"] = options.LimitMs;
   if (options.SaveCalibration) body["saveCalibration"] = true;
-  const TOperatorTexts texts("run", options.Language);
-  TConsole console(out, options.Json, options.Trace);
+  const TOperatorTexts texts(console);
   console.Say(WireTitle(options));
   TObserver observer(console, options);
   const TWireRun run = RunOnConsole(
@@ -181,27 +177,27 @@ int RunThere(const TRunOptions& options, TWireClient& client, std::ostream& out)
   TShown shown;
   if (options.Detach) {
     shown.Lines = {Format(Tr("run %llu goes on in the controller"), static_cast<unsigned long long>(run.Id))};
-    return Finish(options, console, shown, std::move(document), {});
+    return Finish(console, shown, std::move(document), {});
   }
   if (options.Journal) shown.Lines = run.Report.Journal;
   for (const auto& line : run.Json.at("lines")) shown.Lines.push_back(line);
   document.update(run.Json);
   document.erase("lines");
   if (!options.Plot.empty()) shown.Plot(options, run.Report, TraceOf(client, run.Id), WireTitle(options));
-  return Finish(options, console, shown, std::move(document), run.Report.Problem);
+  return Finish(console, shown, std::move(document), run.Report.Problem);
 }
 
-int Run(TRunOptions options, std::ostream& out) {
+int Run(TRunOptions options, TConsole& console) {
   if (!options.Plot.empty()) CheckPlotFile("--plot", options.Plot);
   const TAttached attachment(options);
-  if (TWireClient* const client = attachment.Client()) return RunThere(options, *client, out);
+  if (TWireClient* const client = attachment.Client()) return RunThere(options, *client, console);
   if (options.Detach) (void)attachment.Controller();
-  return RunHere(options, out);
+  return RunHere(options, console);
 }
 
 // --- the command line ---
 
-int RunAsked(TRunOptions options, std::ostream& out) {
+int RunAsked(TRunOptions options, TConsole& console) {
   std::vector<std::string> extras = options.Extras;
   if (!options.Procedure.empty()) {
     if (!options.Name.empty()) extras.push_back(options.Name);
@@ -217,7 +213,7 @@ int RunAsked(TRunOptions options, std::ostream& out) {
     throw EProblem(pbRequest, Format(Tr("%s was not expected"), extra.c_str()));
   }
   options.Saves = options.SaveCalibration;
-  return Run(options, out);
+  return Run(options, console);
 }
 
 void AddRow(TCommand run, const TProcedure& row, TRunOptions& options) {

@@ -28,31 +28,26 @@ std::vector<std::string> ShotLines(const TRunReport& report) {
 int Finish(const TShotOptions& options, TConsole& console, const TRunReport& report, bool execOK,
            const std::vector<std::string>& lines) {
   for (const std::string& line : lines) console.Say(line);
-  if (options.Json) {
-    console.Print("shot",
-                  {{"ms", options.Ms},
-                   {"seed", options.Seed},
-                   {"outcome", report.End.Name},
-                   {"words", report.End.Words},
-                   {"execOK", execOK},
-                   {"durationMs", report.DurationMs},
-                   {"dark", report.Dark},
-                   {"path", report.Path},
-                   {"fault", report.Fault},
-                   {"cause", report.Cause},
-                   {"nextState", report.NextState},
-                   {"log", console.Log()},
-                   {"alarms", AlarmsJson(report.Alarms, report.StartMs)},
-                   {"timeline", report.TimelineJson},
-                   {"journal", report.Journal}},
-                  report.Problem);
-  }
-  return report.Problem ? kExitOtherwise : kExitSuccess;
+  return console.Print({{"ms", options.Ms},
+                        {"seed", options.Seed},
+                        {"outcome", report.End.Name},
+                        {"words", report.End.Words},
+                        {"execOK", execOK},
+                        {"durationMs", report.DurationMs},
+                        {"dark", report.Dark},
+                        {"path", report.Path},
+                        {"fault", report.Fault},
+                        {"cause", report.Cause},
+                        {"nextState", report.NextState},
+                        {"log", console.Log()},
+                        {"alarms", AlarmsJson(report.Alarms, report.StartMs)},
+                        {"timeline", report.TimelineJson},
+                        {"journal", report.Journal}},
+                       report.Problem);
 }
 
-int ShootThere(const TShotOptions& options, TWireClient& client, std::ostream& out) {
-  const TOperatorTexts texts("shot", options.Language);
-  TConsole console(out, options.Json, options.Trace);
+int ShootThere(const TShotOptions& options, TWireClient& client, TConsole& console) {
+  const TOperatorTexts texts(console);
   console.Say(Show(SShotTitle, SLaserOnTimeDesc.Get(), ShownMs(options.Ms)));
   nlohmann::ordered_json body = ProcedureBody("shot", {{"ms", std::to_string(options.Ms)}}, options);
   body["limitMs"] = options.Ms + kSpareMs;
@@ -64,22 +59,21 @@ struct TAskedShot : TShotOptions {
   std::string AskedMs = std::to_string(Ms);  // judged when --longest is known
 };
 
-int RunAskedShot(TAskedShot options, std::ostream& out) {
+int RunAskedShot(TAskedShot options, TConsole& console) {
   if (const std::string problem = CheckNumber(options.AskedMs, 0, options.LongestMs, "ms"); !problem.empty())
     throw EProblem(pbRequest, "--ms: " + problem +
                                   Format(Tr("; --longest raises the upper bound to at most %llu ms"),
                                          static_cast<unsigned long long>(kShotLongestMs)));
   options.Ms = std::stoull(options.AskedMs);
-  return RunShot(options, out);
+  return RunShot(options, console);
 }
 
 }  // namespace
 
-int RunShot(TShotOptions options, std::ostream& out) {
+int RunShot(TShotOptions options, TConsole& console) {
   if (options.Ms > kShotLongestMs) throw EProblem(pbRequest, Tr("a shot of this length is not possible"));
   const TAttached attachment(options);
-  if (TWireClient* const client = attachment.Client()) return ShootThere(options, *client, out);
-  TConsole console(out, options.Json, options.Trace);
+  if (TWireClient* const client = attachment.Client()) return ShootThere(options, *client, console);
   bool execOK = false;
   std::vector<std::string> lines;  // for the operator, behind the log: the session's end writes its last lines
   const TRunReport report = [&] {

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <iosfwd>
 
 #include "ixocut/procedures/Asked.h"
 
@@ -15,6 +14,6 @@ struct TShotOptions : TRunSettings {
 
 // Returns the exit code; throws EProblem for a duration out of range and for files that cannot be used. Main thread;
 // with Realtime, SIGINT, SIGTERM and SIGHUP stop the procedure meanwhile.
-[[nodiscard]] int RunShot(TShotOptions options, std::ostream& out);
+[[nodiscard]] int RunShot(TShotOptions options, TConsole& console);
 
 }  // namespace ixocut

@@ -9,40 +9,28 @@ namespace {
 constexpr std::uint64_t kMostDays = 36'500;
 constexpr std::uint64_t kMostSeconds = 1'000'000;
 
-struct TSoakCommand {
+struct TSoakCommand : TOutputSettings {
   TSoakOptions Soak;
-  bool Json = false;
 };
 
 unsigned long long Number(std::uint64_t value) { return value; }
 
-void PrintDay(std::ostream& out, const TSoakDay& day) {
-  out << Format("%5llu %8llu %9llu %8llu %8llu %8llu %13llu  %016llx\n", Number(day.Day), Number(day.Runs),
-                Number(day.Succeeded), Number(day.Aborts), Number(day.Alarms), Number(day.ClockSteps),
-                Number(day.ResidentKiB), Number(day.Hash))
-      << std::flush;
-}
-
-int RunSoakCommand(const TSoakCommand& command, std::ostream& out) {
-  if (!command.Json)
-    out << Tr("  day     runs succeeded   aborts   alarms    clock  resident KiB  journal\n") << std::flush;
+int RunSoakCommand(const TSoakCommand& command, TConsole& console) {
+  console.Say(Tr("  day     runs succeeded   aborts   alarms    clock  resident KiB  journal"));
   const TSoakResult result = RunSoak(command.Soak, [&](const TSoakDay& day) {
-    if (!command.Json) PrintDay(out, day);
+    console.Say(Format("%5llu %8llu %9llu %8llu %8llu %8llu %13llu  %016llx", Number(day.Day), Number(day.Runs),
+                       Number(day.Succeeded), Number(day.Aborts), Number(day.Alarms), Number(day.ClockSteps),
+                       Number(day.ResidentKiB), Number(day.Hash)));
   });
-  if (command.Json) {
-    PrintDocument(out, "soak", JsonOf(result, command.Soak.Seed), ProblemOf(result));
-  } else {
-    out << Format(Tr("days: %llu; journal %016llx; violations: %llu\n"), Number(result.Last.Day),
-                  Number(result.Last.Hash), Number(result.ViolationCount));
-    for (const std::string& violation : result.Violations) out << "  " << violation << '\n';
-    if (result.MemoryJudged())
-      out << Format(Tr("memory: at most %lld KiB above day %llu, allowed %lld\n"),
-                    static_cast<long long>(result.GrowthKiB), Number(kSoakWarmDays),
-                    static_cast<long long>(kSoakMostGrowthKiB));
-    else
-      out << Format(Tr("memory: not judged, that takes more than %llu days\n"), Number(kSoakWarmDays));
-  }
-  return result.ViolationCount == 0 && !result.Grows() ? kExitSuccess : kExitOtherwise;
+  console.Say(Format(Tr("days: %llu; journal %016llx; violations: %llu"), Number(result.Last.Day),
+                     Number(result.Last.Hash), Number(result.ViolationCount)));
+  for (const std::string& violation : result.Violations) console.Say("  " + violation);
+  console.Say(result.MemoryJudged()
+                  ? Format(Tr("memory: at most %lld KiB above day %llu, allowed %lld"),
+                           static_cast<long long>(result.GrowthKiB), Number(kSoakWarmDays),
+                           static_cast<long long>(kSoakMostGrowthKiB))
+                  : Format(Tr("memory: not judged, that takes more than %llu days"), Number(kSoakWarmDays)));
+  return console.Print(JsonOf(result, command.Soak.Seed), ProblemOf(result));
 }
 
 }  // namespace

@@ -8,41 +8,32 @@ namespace {
 
 constexpr std::uint64_t kMostPoints = 100'000'000;
 
-struct TSweepCommand {
+struct TSweepCommand : TOutputSettings {
   TSweepOptions Sweep;
-  bool Json = false;
 };
 
-void PrintRow(std::ostream& out, const std::string& procedure, const std::string& dimension, std::uint64_t enumerated,
-              std::uint64_t run, std::uint64_t survived, std::uint64_t latch) {
+void SayRow(TConsole& console, const std::string& procedure, const std::string& dimension, std::uint64_t enumerated,
+            std::uint64_t run, std::uint64_t survived, std::uint64_t latch) {
   const auto number = [](std::uint64_t value) { return static_cast<unsigned long long>(value); };
-  out << Format("%-27s %-10s %12llu %12llu %12llu %12llu\n", procedure.c_str(), dimension.c_str(), number(enumerated),
-                number(run), number(survived), number(latch))
-      << std::flush;
+  console.Say(Format("%-27s %-10s %12llu %12llu %12llu %12llu", procedure.c_str(), dimension.c_str(),
+                     number(enumerated), number(run), number(survived), number(latch)));
 }
 
-int RunSweepCommand(const TSweepCommand& command, std::ostream& out) {
+int RunSweepCommand(const TSweepCommand& command, TConsole& console) {
   if (!command.Sweep.Procedure.empty())
     if (const auto known = CheckSweepName(command.Sweep.Procedure); !known)
       throw EProblem(pbRequest, "--procedure: " + known.Problem().Text());
-  if (!command.Json)
-    out << Tr("procedure                   dimension    enumerated          run     survived     by latch\n")
-        << std::flush;
+  console.Say(Tr("procedure                   dimension    enumerated          run     survived     by latch"));
   const TSweepResult result = RunSweep(command.Sweep, [&](const TSweepRow& row) {
-    if (!command.Json)
-      PrintRow(out, row.Procedure, row.Dimension, row.Enumerated, row.Run, row.Survived, row.SavedByLatch);
+    SayRow(console, row.Procedure, row.Dimension, row.Enumerated, row.Run, row.Survived, row.SavedByLatch);
   });
-  if (command.Json) {
-    PrintDocument(out, "sweep", JsonOf(result, command.Sweep.Seed), ProblemOf(result));
-  } else {
-    PrintRow(out, Tr("total"), "", result.Enumerated(), result.Run(), result.Survived(), result.SavedByLatch());
-    out << Format(Tr("violations: %llu\n"), static_cast<unsigned long long>(result.ViolationCount));
-    for (const auto& [kind, count] : result.Kinds)
-      out << Format("%8llu  %s\n", static_cast<unsigned long long>(count), kind.c_str());
-    for (const std::string& violation : result.Violations) out << "  " << violation << '\n';
-    if (result.ViolationCount > result.Violations.size()) out << "  ...\n";
-  }
-  return result.ViolationCount == 0 ? kExitSuccess : kExitOtherwise;
+  SayRow(console, Tr("total"), "", result.Enumerated(), result.Run(), result.Survived(), result.SavedByLatch());
+  console.Say(Format(Tr("violations: %llu"), static_cast<unsigned long long>(result.ViolationCount)));
+  for (const auto& [kind, count] : result.Kinds)
+    console.Say(Format("%8llu  %s", static_cast<unsigned long long>(count), kind.c_str()));
+  for (const std::string& violation : result.Violations) console.Say("  " + violation);
+  if (result.ViolationCount > result.Violations.size()) console.Say("  ...");
+  return console.Print(JsonOf(result, command.Sweep.Seed), ProblemOf(result));
 }
 
 }  // namespace

@@ -22,15 +22,15 @@ std::string TextOf(const TStepNode& node) {
   return text;
 }
 
-void Draw(std::ostream& out, const TStepNode& node, const std::string& indent) {
+void Draw(TConsole& console, const TStepNode& node, const std::string& indent) {
   for (const TStepNode& child : node.Children) {
     const bool last = &child == &node.Children.back();
-    out << indent << (last ? "└─ " : "├─ ") << TextOf(child) << '\n';
-    Draw(out, child, indent + (last ? "   " : "│  "));
+    console.Say(indent + (last ? "└─ " : "├─ ") + TextOf(child));
+    Draw(console, child, indent + (last ? "   " : "│  "));
   }
 }
 
-int RunTree(const TTreeOptions& options, std::ostream& out) {
+int RunTree(const TTreeOptions& options, TConsole& console) {
   if (options.Name.empty())
     throw EProblem(pbRequest, Format(Tr("NAME is missing; the procedures are: %s"), ProcedureNames().c_str()));
   const TProcedure& row = *AskProcedure(options.Name).OrThrow(pbRequest);
@@ -42,21 +42,18 @@ int RunTree(const TTreeOptions& options, std::ostream& out) {
   call.CheckNeeds("--").OrThrow(pbRequest);
   // A machine and its configuration: parts that are built late ask both.
   TController controller(options.Options());
-  for (const std::string& notice : controller.Notices()) std::cerr << "ixocut tree: " << notice << std::endl;
+  for (const std::string& notice : controller.Notices()) console.Note(notice);
 
   const TStepPtr root = MakeRoot(row.Name, {&call, 1});
   root->BuildData();
   const TStepNode tree = StepTree(*root);
   const char* const summary = Tr(row.Summary);
-  if (options.Json) {
-    std::optional<TProblem> problem;
-    if (tree.AnyFailed()) problem = {.What = Tr("a part of the tree cannot be built"), .Where = row.Name};
-    PrintDocument(out, "tree", {{"name", row.Name}, {"summary", summary}, {"tree", JsonOf(tree)}}, problem);
-  } else {
-    out << row.Name << ": " << summary << '\n' << TextOf(tree) << '\n';
-    Draw(out, tree, "");
-  }
-  return tree.AnyFailed() ? kExitOtherwise : kExitSuccess;
+  console.Say(std::string(row.Name) + ": " + summary);
+  console.Say(TextOf(tree));
+  Draw(console, tree, "");
+  std::optional<TProblem> problem;
+  if (tree.AnyFailed()) problem = {.What = Tr("a part of the tree cannot be built"), .Where = row.Name};
+  return console.Print({{"name", row.Name}, {"summary", summary}, {"tree", JsonOf(tree)}}, problem);
 }
 
 }  // namespace

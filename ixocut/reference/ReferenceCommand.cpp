@@ -33,8 +33,8 @@ constexpr const char* kIndex = "README.md";
 // The first line of a page; what begins otherwise is not overwritten.
 constexpr std::string_view kMark = "<!-- Made by `ixocut reference`; a change here is lost. -->";
 
-struct TReferenceOptions {
-  std::string Folder, Language;
+struct TReferenceOptions : TOutputSettings {
+  std::string Folder;
 };
 
 // Of a machine whose values are all the defaults, in virtual time.
@@ -63,14 +63,14 @@ TPage IndexPage() {
   return page;
 }
 
-void WritePage(const fs::path& folder, const char* name, const TPage& page, std::ostream& out) {
+void WritePage(const fs::path& folder, const char* name, const TPage& page, TConsole& console) {
   const std::string file = (folder / name).string();
   CheckOutputFile("--to", file, [](std::string_view head) { return head.starts_with(kMark); });
   ReplaceOrThrow(file, page.Text());
-  out << file << '\n';
+  console.Say(file);
 }
 
-int Run(const TReferenceOptions& options, TCommand program, std::ostream& out) {
+int Run(const TReferenceOptions& options, TCommand program, TConsole& console) {
   const fs::path folder = options.Folder;
   std::error_code error;
   fs::create_directories(folder, error);
@@ -80,11 +80,11 @@ int Run(const TReferenceOptions& options, TCommand program, std::ostream& out) {
                                         .Why = SystemErrorText(error.value())});
   TController controller(OfAnyMachine(options));
   const TReferenceSources sources{.Program = program, .Registered = AlarmsOf(controller)};
-  WritePage(folder, kIndex, IndexPage(), out);
+  WritePage(folder, kIndex, IndexPage(), console);
   for (const TReferencePage& row : kPages) {
     TPage page(kMark, Tr(row.Title));
     row.Fill(page, sources);
-    WritePage(folder, row.File, page, out);
+    WritePage(folder, row.File, page, console);
   }
   return kExitSuccess;
 }
@@ -94,7 +94,7 @@ int Run(const TReferenceOptions& options, TCommand program, std::ostream& out) {
 void AddReferenceCommand(TCommand program) {
   auto [command, options] = AddOwn<TReferenceOptions>(
       program, "reference", Tr("Write the reference: configuration, procedures, alarms, keys, API, files"),
-      [program](const TReferenceOptions& own, std::ostream& out) { return Run(own, program, out); });
+      [program](const TReferenceOptions& own, TConsole& console) { return Run(own, program, console); });
   command.Text("--to", options.Folder, Tr("The folder that takes the pages, in Markdown"), "DIR").Required();
   AddLanguageOption(command, options.Language);
   command.Help({.Notes = Tr("The pages are made from the tables that the program works with, for any machine. "

@@ -13,7 +13,6 @@
 #include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/SystemError.h"
 #include "ixocut/Command.h"
-#include "ixocut/Console.h"
 #include "ixocut/client/Attach.h"
 
 namespace ixocut {
@@ -87,12 +86,12 @@ std::uint64_t MsSince(TSteady::time_point start) {
 
 class TTour {
  public:
-  TTour(const TTourOptions& options, std::ostream& out)
-      : FOptions(options), FOut(out), FFolder(MakeFolder(options)), FState(FFolder / "state") {}
+  TTour(const TTourOptions& options, TConsole& console)
+      : FOptions(options), FConsole(console), FFolder(MakeFolder(options)), FState(FFolder / "state") {}
 
   int Run() {
     const auto start = TSteady::now();
-    Say(Format(Tr("A working day of a controller in virtual time, in %s"), FFolder.c_str()));
+    FConsole.Say(Format(Tr("A working day of a controller in virtual time, in %s"), FFolder.c_str()));
     const auto controller = StartController();
     const auto plc = StartPlc();
     for (const TStop& stop : kStops) {
@@ -126,13 +125,10 @@ class TTour {
   }
   static bool TouchMark(const fs::path& mark) { return static_cast<bool>(std::ofstream(mark)); }
 
-  void Say(const std::string& line) {
-    if (!FOptions.Json) FOut << line << '\n' << std::flush;
-  }
   void Begin(const char* title, const std::string& command) {
-    Say("");
-    Say(Format("%2zu  %s", FDone.size() + 1, Tr(title)));
-    Say("    $ ixocut " + command);
+    FConsole.Say("");
+    FConsole.Say(Format("%2zu  %s", FDone.size() + 1, Tr(title)));
+    FConsole.Say("    $ ixocut " + command);
   }
   fs::path SaidFile() const { return FFolder / Format("%02zu.txt", FDone.size() + 1); }
 
@@ -191,16 +187,16 @@ class TTour {
 
   void EndController(TChildProcess& controller) {
     const auto start = TSteady::now();
-    Say("");
+    FConsole.Say("");
     const std::string title = Tr("The controller ends, dark and in order");
-    Say(Format("%2zu  %s", FDone.size() + 1, title.c_str()));
+    FConsole.Say(Format("%2zu  %s", FDone.size() + 1, title.c_str()));
     const int exitCode = controller.End(kEndWithin).value_or(-1);
     FDone.push_back({title, "", exitCode, exitCode == 0, MsSince(start)});
   }
 
   void Done(const char* title, const std::string& command, int exitCode, bool asMeant, std::uint64_t ms,
             std::size_t lines) {
-    for (const std::string& line : LastLines(SaidFile(), asMeant ? lines : 10)) Say("    " + line);
+    for (const std::string& line : LastLines(SaidFile(), asMeant ? lines : 10)) FConsole.Say("    " + line);
     FDone.push_back({Tr(title), command, exitCode, asMeant, ms});
   }
 
@@ -228,25 +224,21 @@ class TTour {
     for (const auto& file : files)
       if (!file.get<std::string>().ends_with(".txt") && !file.get<std::string>().ends_with(".lock"))
         names += (names.empty() ? "" : ", ") + file.get<std::string>();
-    Say("");
-    for (const std::string& line : DrawTable(rows)) Say(line);
-    Say("");
-    Say(Format(Tr("%.1f s in all. What it made is in %s: %s; what each command said is in its numbered text."),
-               static_cast<double>(tookMs) / 1000, FFolder.c_str(), names.c_str()));
+    FConsole.Say("");
+    FConsole.SayTable(rows);
+    FConsole.Say("");
+    FConsole.Say(Format(Tr("%.1f s in all. What it made is in %s: %s; what each command said is in its numbered text."),
+                        static_cast<double>(tookMs) / 1000, FFolder.c_str(), names.c_str()));
     std::optional<TProblem> problem;
     if (wrong != 0)
       problem = {.What = Format(Tr("%zu stops of the tour have not gone as they are meant"), wrong),
                  .Where = FFolder.string()};
-    if (FOptions.Json)
-      PrintDocument(FOut, "tour", {{"folder", FFolder.string()}, {"ms", tookMs}, {"stops", stops}, {"files", files}},
-                    problem);
-    else if (problem)
-      throw EProblem(pbRefused, *problem);
-    return problem ? kExitOtherwise : kExitSuccess;
+    if (problem && !FOptions.Json) throw EProblem(pbRefused, *problem);
+    return FConsole.Print({{"folder", FFolder.string()}, {"ms", tookMs}, {"stops", stops}, {"files", files}}, problem);
   }
 
   const TTourOptions& FOptions;
-  std::ostream& FOut;
+  TConsole& FConsole;
   const fs::path FFolder, FState;
   std::string FPlc;
   std::vector<TDone> FDone;
@@ -256,9 +248,9 @@ class TTour {
 
 void AddTourCommand(TCommand program) {
   auto [tour, options] = AddOwn<TTourOptions>(program, "tour", Tr("Show what there is: a working day in a few seconds"),
-                                              [](const TTourOptions& own, std::ostream& out) {
+                                              [](const TTourOptions& own, TConsole& console) {
                                                 const ixocontroller::TSignalStop signals;
-                                                return TTour(own, out).Run();
+                                                return TTour(own, console).Run();
                                               });
   tour.Text("--out", options.Out, Tr("The folder for what it makes (default: tour in the state folder)"), "DIR");
   AddJsonOption(tour, options.Json);

@@ -37,7 +37,7 @@ class ConfigCommand : public TProgramTest {
   }
   int Check(bool all = false) {
     Out.str({});
-    return RunConfigCheck(File, all, false, Out);
+    return RunConfigCheck(File, all, Console);
   }
   // With what ended the command in Why.
   template <class Run>
@@ -51,13 +51,12 @@ class ConfigCommand : public TProgramTest {
     }
   }
   int Set(const std::string& path, const std::string& value, bool force = false) {
-    return ExitCode([&] { return RunConfigSet(File, path, value, {.Force = force}, Out); });
+    return ExitCode([&] { return RunConfigSet(File, path, value, force, Console); });
   }
   int Info() {
     TControllerSettings settings;
     settings.Machine = File;
-    settings.Language = "en";
-    return RunInfo(settings, Out);
+    return RunInfo(settings, Console);
   }
 
   // The exit code of the program itself on this file.
@@ -67,6 +66,7 @@ class ConfigCommand : public TProgramTest {
 
   const fs::path File = FDir.Path() / "machine.xml";
   std::ostringstream Out;
+  TConsole Console{Out, "config", {.Language = "en"}};
   std::string Why;
 };
 
@@ -212,12 +212,12 @@ TEST_F(ConfigCommand, AWrongPathIsRefusedWithWhatWasMeantAndASectionWithWhatItHo
       {"", "is no property of the configuration; \"ixocut config schema\" lists"},
   };
   for (const TCase& c : cases) {
-    EXPECT_EQ(ExitCode([&] { return RunConfigGet(File, c.Path, false, Out); }), 2) << c.Path;
+    EXPECT_EQ(ExitCode([&] { return RunConfigGet(File, c.Path, Console); }), 2) << c.Path;
     EXPECT_NE(Why.find(c.Text), std::string::npos) << Why;
     EXPECT_EQ(Set(c.Path, "1"), 2) << c.Path;
     EXPECT_NE(Why.find(c.Text), std::string::npos) << Why;
   }
-  EXPECT_EQ(ExitCode([&] { return RunConfigShow(File, "NozzelChange", false, Out); }), 2);
+  EXPECT_EQ(ExitCode([&] { return RunConfigShow(File, "NozzelChange", Console); }), 2);
   EXPECT_NE(Why.find("did you mean NozzleChange?"), std::string::npos) << Why;
 }
 
@@ -225,10 +225,10 @@ TEST_F(ConfigCommand, WhatTheFileHasWrongIsToldBesideTheValueThatIsInForce) {
   Replace("<CleanCount>3<", "<CleanCount>three<");
   Replace("DAPort=\"34\"", "DAPort=\"x\"");
   testing::internal::CaptureStderr();
-  EXPECT_EQ(RunConfigGet(File, "AutoCleanHead/CleanSpeed", false, Out), 0);
+  EXPECT_EQ(RunConfigGet(File, "AutoCleanHead/CleanSpeed", Console), 0);
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
   testing::internal::CaptureStderr();
-  EXPECT_EQ(RunConfigGet(File, "AutoCleanHead/CleanCount", false, Out), 0);
+  EXPECT_EQ(RunConfigGet(File, "AutoCleanHead/CleanCount", Console), 0);
   EXPECT_EQ(Out.str(), "150\n0\n");
   EXPECT_EQ(Info(), 0);
   const std::string told = testing::internal::GetCapturedStderr();
@@ -288,9 +288,9 @@ TEST_F(ConfigCommand, AValueThatAnotherSectionBoundsIsHeldToItByCheckAndSetAndSt
     EXPECT_EQ(Check(), 1) << c.Path;
     EXPECT_NE(Out.str().find(Format("\"%s\", %s", c.Bad, c.Text)), std::string::npos) << Out.str();
     Out.str({});
-    EXPECT_EQ(RunConfigGet(File, c.Path, false, Out), 0);
+    EXPECT_EQ(RunConfigGet(File, c.Path, Console), 0);
     EXPECT_EQ(Out.str(), std::string(c.Bad) + "\n");
-    EXPECT_EQ(RunConfigRestore(File, false, Out), 0);
+    EXPECT_EQ(RunConfigRestore(File, Console), 0);
   }
 }
 
@@ -310,10 +310,10 @@ TEST_F(ConfigCommand, WhatCannotBeDoneHasItsExitCodeAndChangesNothing) {
                                     {"NozzleChange/NozzlePosItems/PosItem[1]/Row", "1"},
                                     {"", ""}})
     EXPECT_EQ(Set(path, value), 2) << path;
-  EXPECT_EQ(ExitCode([&] { return RunConfigGet(File, "Laser/Absent", false, Out); }), 2);
-  EXPECT_EQ(ExitCode([&] { return RunConfigRestore(File, false, Out); }), 3);
+  EXPECT_EQ(ExitCode([&] { return RunConfigGet(File, "Laser/Absent", Console); }), 2);
+  EXPECT_EQ(ExitCode([&] { return RunConfigRestore(File, Console); }), 3);
   EXPECT_EQ(Bytes(), before);
-  EXPECT_EQ(ExitCode([&] { return RunConfigCheck(FDir.Path() / "absent.xml", false, false, Out); }), 3);
+  EXPECT_EQ(ExitCode([&] { return RunConfigCheck(FDir.Path() / "absent.xml", false, Console); }), 3);
   std::ofstream(File) << "<MachineConfig>";
   EXPECT_EQ(Set("AutoCleanHead/CleanCount", "4"), 3);
   EXPECT_EQ(Bytes(), "<MachineConfig>");
@@ -329,7 +329,7 @@ TEST_F(ConfigCommand, UnknownNamesCostInProportionToTheirNumber) {
     Replace(attributes ? "<Blanking" : "<Blanking ", (attributes ? "<Blanking" + more : more + "<Blanking "));
     const std::uint64_t before = AllocationsSoFar();
     EXPECT_EQ(Check(), 0);
-    EXPECT_EQ(RunConfigSet(File, "AutoCleanHead/CleanCount", "4", {}, Out), 0);
+    EXPECT_EQ(RunConfigSet(File, "AutoCleanHead/CleanCount", "4", false, Console), 0);
     EXPECT_EQ(Bytes().size(), whole.size() + more.size());
     return AllocationsSoFar() - before;
   };
@@ -344,7 +344,7 @@ TEST_F(ConfigCommand, WhoSetsIsToldWhoKeepsTheFile) {
   std::string why;
   const auto start = std::chrono::steady_clock::now();
   try {
-    (void)RunConfigSet(File, "AutoCleanHead/CleanCount", "4", {}, Out);
+    (void)RunConfigSet(File, "AutoCleanHead/CleanCount", "4", false, Console);
   } catch (const EProblem& e) {
     EXPECT_EQ(ExitCodeOf(e.Blame), 1);
     why = e.what();
@@ -369,7 +369,7 @@ TEST_F(ConfigCommand, WhoSetsIsToldWhoKeepsTheFile) {
   lock.Release();
   EXPECT_EQ(waiting.get(), lsBusy);
   newer.Release();
-  EXPECT_EQ(RunConfigSet(File, "AutoCleanHead/CleanCount", "4", {}, Out), 0);
+  EXPECT_EQ(RunConfigSet(File, "AutoCleanHead/CleanCount", "4", false, Console), 0);
 }
 
 TEST_F(ConfigCommand, AValueThatWasSetIsShownDiffersAndComesBack) {
@@ -379,17 +379,18 @@ TEST_F(ConfigCommand, AValueThatWasSetIsShownDiffersAndComesBack) {
   EXPECT_EQ(Set("Healths/Health[2]/PromptTime", "1.5"), 0);
   EXPECT_EQ(Set("JogZ[1]/HighJogSpeed", "99.9"), 0);
   Out.str({});
-  EXPECT_EQ(RunConfigDiff(old, File, false, Out), 1);
+  EXPECT_EQ(RunConfigDiff(old, File, Console), 1);
   EXPECT_EQ(Out.str(),
             "JogZ[1]/HighJogSpeed: 100 mm/s -> 99.9 mm/s\nHealths/Health[2]/PromptTime: 250 h -> 1.5 h\n"
             "UCSOrgName/UCSName7: (missing) -> \"a \\\"b\\\"\"\n");
   Out.str({});
-  EXPECT_EQ(RunConfigGet(File, "laser/maxpower", false, Out), 0);
-  EXPECT_EQ(RunConfigShow(File, "ucsorgname", true, Out), 0);
+  TConsole json(Out, "config show", {.Json = true});
+  EXPECT_EQ(RunConfigGet(File, "laser/maxpower", Console), 0);
+  EXPECT_EQ(RunConfigShow(File, "ucsorgname", json), 0);
   EXPECT_TRUE(Out.str().starts_with("3000\n{\n"));
   EXPECT_NE(Out.str().find("\"UCSOrgName/UCSName7\": \"a \\\"b\\\"\""), std::string::npos);
-  EXPECT_EQ(RunConfigRestore(File, false, Out), 0);
-  EXPECT_EQ(RunConfigRestore(File, false, Out), 0);
+  EXPECT_EQ(RunConfigRestore(File, Console), 0);
+  EXPECT_EQ(RunConfigRestore(File, Console), 0);
   Out.str({});
   EXPECT_EQ(Info(), 0);
   EXPECT_NE(Out.str().find("6  High-pressure nitrogen  (DA port 36)"), std::string::npos) << Out.str();
@@ -404,7 +405,7 @@ TEST_F(ConfigCommand, AValueThatWasSetIsShownDiffersAndComesBack) {
   EXPECT_EQ(Program("config restore"), 0);
   fs::remove(File);
   Out.str({});
-  EXPECT_EQ(RunConfigRestore(File, false, Out), 0);
+  EXPECT_EQ(RunConfigRestore(File, Console), 0);
   EXPECT_EQ(Out.str(), File.string() + ": was gone; the previous version is back\n");
   EXPECT_EQ(Set("AutoCleanHead/CleanCount", "4"), 0);
   EXPECT_EQ(Check(), 0);

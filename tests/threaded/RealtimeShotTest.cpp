@@ -26,6 +26,10 @@ class RealtimeShot : public testing::Test {
     FOptions.Realtime = true;
     FOptions.Language = "en";
   }
+  int Shoot() {
+    TConsole console(FOut, "shot", FOptions);
+    return RunShot(FOptions, console);
+  }
 
   TTempDir FDir;
   TShotOptions FOptions;
@@ -35,7 +39,7 @@ class RealtimeShot : public testing::Test {
 TEST_F(RealtimeShot, RunsToItsEndWithEveryLineShown) {
   FOptions.Ms = 100;
   FOptions.Trace = true;
-  EXPECT_EQ(RunShot(FOptions, FOut), 0) << FOut.str();
+  EXPECT_EQ(Shoot(), 0) << FOut.str();
   for (const char* line : {"1/5: ", "5/5: ", "there was light for 1", "Success after "})
     EXPECT_THAT(FOut.str(), testing::HasSubstr(line));
 }
@@ -57,7 +61,7 @@ TEST_P(RealtimeShotSignal, IsStoppedByItAndEndsDark) {
       std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
   });
-  const int exitCode = RunShot(FOptions, FOut);
+  const int exitCode = Shoot();
   interrupter.join();
   EXPECT_FALSE(handled());
   if (GetParam() == SIGPIPE) {
@@ -84,7 +88,7 @@ TEST_F(RealtimeShot, ASignalThatTheProgramWasStartedToIgnoreStaysIgnored) {
 }
 
 TEST_F(RealtimeShot, AMoveIsWatchedFromOutsideWhileItRuns) {
-  TConsole console(FOut, false, false);
+  TConsole console(FOut, "run");
   const auto made = MakeRun(FOptions, {}, console);
   TProcedureRun& run = *made;
   double furthest = 0.0;
