@@ -1,16 +1,14 @@
 """The HAL circuit, ixocut-hal and scripts/linuxcnc, without a controller."""
 import os
-import pathlib
 import re
 import subprocess
 import tempfile
 import unittest
 
-ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
-SCRIPT = str(ROOT / "scripts" / "linuxcnc")
-SHARE = ROOT / "share" / "machines" / "linuxcnc"
+import fixture
+
+SHARE = fixture.MACHINES / "linuxcnc"
 STATED = 0.01  # of the sensor's curve
-CANNOT = 77
 
 
 def curve(name):
@@ -66,12 +64,9 @@ class Program(unittest.TestCase):
 
 class Script(unittest.TestCase):
     def test_runs_a_command_beside_linuxcnc_and_leaves_nothing(self):
-        ran = subprocess.run([SCRIPT, "sh", "-c", 'ps -o uid= -p "$(pgrep -x milltask)"; echo "$LINUXCNC_FOLDER";'
-                              ' test -S "$LINUXCNC_FOLDER/ixocut-hal.sock"; echo $?; halcmd getp ixocut-hal.x.max; exit 3'],
-                             capture_output=True, text=True, timeout=60,
-                             env=dict(os.environ, LINUXCNC_EDIT="s/^MAX_LIMIT = 3050.01/MAX_LIMIT = 2000/"))
-        if ran.returncode == CANNOT:
-            self.skipTest(ran.stderr)
+        ran = fixture.beside("sh", "-c", 'ps -o uid= -p "$(pgrep -x milltask)"; echo "$LINUXCNC_FOLDER";'
+                             ' test -S "$LINUXCNC_FOLDER/ixocut-hal.sock"; echo $?; halcmd getp ixocut-hal.x.max; exit 3',
+                             within_s=60, LINUXCNC_EDIT="s/^MAX_LIMIT = 3050.01/MAX_LIMIT = 2000/")
         self.assertEqual(ran.returncode, 3, ran.stderr)
         uid, folder, socket, most = ran.stdout.split()
         if os.geteuid() == 0:  # everybody else is shown as root in his own namespaces

@@ -11,9 +11,8 @@ import tempfile
 import time
 import unittest
 
-ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
-SCRIPT = str(ROOT / "scripts" / "linuxcnc")
-CANNOT = 77
+import fixture
+
 DARK_MS = 3 * 500.0  # a bound in real time
 JOG_MM = 20.0
 NEAR_MM = 0.01
@@ -38,7 +37,7 @@ class Plant:
 
 class Hands:
     def __init__(self, with_plant):
-        sys.path.insert(0, str(ROOT / "scripts" / "linuxcnc.d"))
+        sys.path.insert(0, str(fixture.ROOT / "scripts" / "linuxcnc.d"))
         import linuxcnc
         import machine
         import sweep
@@ -199,11 +198,8 @@ class TakenOver(unittest.TestCase):
         with tempfile.TemporaryDirectory() as folder:
             out = os.path.join(folder, "rows.json")
             os.chmod(folder, 0o777)
-            ran = subprocess.run([SCRIPT, "/usr/bin/python3", __file__, "inside", out, str(int(with_plant))], capture_output=True,
-                                 text=True, timeout=200,
-                                 env=dict(os.environ, LINUXCNC_MACHINE=str(ROOT / "share" / "machines" / file)))
-            if ran.returncode == CANNOT:
-                self.skipTest(ran.stderr)
+            ran = fixture.beside("/usr/bin/python3", __file__, "inside", out, str(int(with_plant)), within_s=200,
+                                 LINUXCNC_MACHINE=str(fixture.MACHINES / file))
             self.assertEqual(ran.returncode, 0, ran.stdout + ran.stderr)
             return json.loads(pathlib.Path(out).read_text())
 

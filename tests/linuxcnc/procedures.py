@@ -9,9 +9,7 @@ import subprocess
 import tempfile
 import unittest
 
-ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
-SCRIPT = str(ROOT / "scripts" / "linuxcnc")
-CANNOT = 77
+import fixture
 
 PROCEDURES = {
     "shot": ["run", "shot", "--ms", "300"],
@@ -72,14 +70,8 @@ def run_all(file, beside, out, names):
     lines = [beside] + ['"$IXOCUT" run safe-move-xyz --x 0 --y 0 --z 0 --realtime --local >/dev/null; '
                         f'"$IXOCUT" {" ".join(call)} --realtime --journal --local --lang en >{out}/{name} 2>&1; '
                         f'echo "exit $?" >>{out}/{name}' for name, call in PROCEDURES.items() if name in names]
-    # As LinuxCNC itself where that may be: a controller that is not given the processor has lost it.
-    first = ["chrt", "--rr", "1"]
-    if subprocess.run([*first, "true"], capture_output=True).returncode != 0:
-        first = []
-    ran = subprocess.run([*first, SCRIPT, "bash", "-c", "\n".join(lines)], timeout=240, capture_output=True, text=True,
-                         env=dict(os.environ, LINUXCNC_MACHINE=str(ROOT / "share" / "machines" / file)))
-    if ran.returncode == CANNOT:
-        raise unittest.SkipTest(ran.stderr)
+    ran = fixture.beside("bash", "-c", "\n".join(lines), within_s=240, before=fixture.first(),
+                         LINUXCNC_MACHINE=str(fixture.MACHINES / file))
     if ran.returncode != 0:
         raise RuntimeError(ran.stdout + ran.stderr)
     return {name: (pathlib.Path(out) / name).read_text() for name in names}

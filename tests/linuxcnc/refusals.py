@@ -1,22 +1,16 @@
 """A LinuxCNC that is not as the machine file has it, or not ready: refused with the reason and what is to be done, and
 nothing moves."""
-import os
-import pathlib
-import subprocess
 import unittest
 
-SCRIPT = str(pathlib.Path(__file__).resolve().parent.parent.parent / "scripts" / "linuxcnc")
-CANNOT = 77
+import fixture
+
 MOVE = '"$IXOCUT" run safe-move --x 100 --y 100 --realtime --local --lang en 2>&1; echo "exit $?"; '
 WHERE = 'halcmd getp joint.0.pos-fb; '
 
 
 class Refusals(unittest.TestCase):
     def beside(self, commands, **environment):
-        ran = subprocess.run([SCRIPT, "bash", "-c", commands], capture_output=True, text=True, timeout=90,
-                             env=dict(os.environ, **environment))
-        if ran.returncode == CANNOT:
-            self.skipTest(ran.stderr)
+        ran = fixture.beside("bash", "-c", commands, within_s=90, **environment)
         return ran.stdout + ran.stderr
 
     def test_limits_that_are_narrower_than_the_machine_file_s(self):
