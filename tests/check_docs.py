@@ -13,14 +13,15 @@ A block of a document says behind its language what it is:
   ```json purge.json              a file that the reader writes, and that the commands below it use
   ```sh                           commands; one that fails is wrong
   ```sh stays                     one command that goes on beside the others until the document's end
-  ```sh packages                  commands of root where the packages are installed; not run here
-  ```sh linuxcnc                  commands beside a LinuxCNC; not run here, tests/linuxcnc/ types similar ones
+  ```sh packages                  commands of root where the packages are installed: packaging/try runs them
   ```console                      commands behind "$ ", each with what it prints, if that is shown: every number stands
                                   for any other one and "..." for anything; what is shown may be a failure
-  ```text                         nothing to run: a drawing, a listing
+  ```console stays                one that goes on, with what it prints first
+  ```sh linuxcnc                  commands beside a LinuxCNC; not run here, tests/linuxcnc/ types similar ones
+  ```text                         a drawing of folders, each line with those that it is about in front
 The commands of one document share a shell and an empty folder, with copies of examples/ and share/ in it, and a ./run that
-does what the checkout's does once it has built; those of the examples share one folder, in which the first of them builds
-all.
+does what the checkout's does once it has built, as ./test does without its tests; those of the examples share one folder,
+in which the first of them builds all.
 """
 import json
 import os
@@ -68,7 +69,7 @@ def blocks(document):
     """(line, language, what it is, its lines) of each block of code."""
     start = None
     for number, text in enumerate(lines_of(document), 1):
-        fence = re.match(r"\s*```(.*)", text)
+        fence = re.match(r"\s*(?:```|~~~)(.*)", text)
         if not fence:
             if start:
                 inside.append(text)
@@ -78,6 +79,8 @@ def blocks(document):
         else:
             language, _, what = fence[1].strip().partition(" ")
             start, head, inside = number, (language, what.strip()), []
+    if start:  # nothing ends it, and it is the document's rest
+        yield start, *head, inside
 
 
 def flush_left(lines):
@@ -163,7 +166,35 @@ def check_dependencies():
         complain(document, 1, f"{name}, which {packages.relative_to(ROOT)} installs, has no row")
 
 
-def check_quotations(document):
+def check_read():
+    """No other document has a block of code."""
+    for folder in ROOT.iterdir():
+        for file in [folder] if folder.suffix == ".md" else folder.rglob("*.md"):
+            document = str(file.relative_to(ROOT))
+            if folder.name != "build" and document not in [*DOCUMENTS, *EXAMPLES]:
+                for line, *_ in blocks(document):
+                    complain(document, line, "no test reads the blocks of this document")
+
+
+def check_drawing(document, line, inside):
+    """Folders are in the one that stands above them, less indented."""
+    above, found = [], False
+    for offset, text in enumerate(inside, 1):
+        indent = len(text) - len(text.lstrip())
+        above = [(other, folder) for other, folder in above if other < indent]
+        parent = above[-1][1] if above else ROOT
+        for name in re.match(r"((?:[\w/-]+/(?:, )?)*)", text.lstrip())[1].split(", "):
+            if name and not (parent / name).is_dir():
+                complain(document, line + offset, f"{parent.relative_to(ROOT) / name} is no folder")
+            if name:
+                found = True
+                above.append((indent, parent / name))
+    if not found:
+        complain(document, line, "this drawing has no folder")
+
+
+def check_blocks(document):
+    tried = (ROOT / "packaging/try").read_text(encoding="utf-8")
     for line, language, what, inside in blocks(document):
         if "/" in what:
             file = ROOT / what
@@ -176,8 +207,13 @@ def check_quotations(document):
                               if at > line and kind in ("sh", "console"))
             if what not in later:
                 complain(document, line, f"no command below uses {what}")
-        elif (language, what) not in (("sh", ""), ("sh", "stays"), ("sh", "packages"), ("sh", "linuxcnc"),
-                                      ("console", ""), ("text", "")):
+        elif (language, what) == ("text", ""):
+            check_drawing(document, line, inside)
+        elif (language, what) == ("sh", "packages"):
+            if document not in tried:
+                complain(document, line, "packaging/try does not run this")
+        elif (language, what) not in (("sh", ""), ("sh", "stays"), ("console", ""), ("console", "stays"),
+                                      ("sh", "linuxcnc")):
             complain(document, line, f'"{language} {what}": neither a quotation nor run (see the head of check_docs.py)')
 
 
@@ -256,17 +292,19 @@ def script(document):
     for line, language, what, inside in blocks(document):
         if "/" in what or what in ("packages", "linuxcnc") or language == "text":
             continue
+        told = list(commands(inside)) if language == "console" else [(0, "\n".join(inside), None)]
         if "." in what:
             parts.append(f"cat >{what} <<'END OF {what}'\n" + "\n".join(inside) + f"\nEND OF {what}")
         elif what == "stays":
             # It is up when it has said its first words.
-            parts.append(f'echo {line} >"$OUT/at"\n' + "\n".join(inside) + f' >"$OUT/{line}" 2>&1 &\nSTAYED+=($!)\n'
+            (_, command, shown), = told
+            parts.append(f'echo {line} >"$OUT/at"\n{command} >"$OUT/{line}" 2>&1 &\nSTAYED+=($!)\n'
                          f'until [ -s "$OUT/{line}" ]; do kill -0 $!; sleep 0.02; done')
-        elif language == "console":
-            for offset, command, shown in commands(inside):
-                run(line + 1 + offset, command, shown)
+            if shown:
+                shows.append((line, "\n".join(shown) + "..."))
         else:
-            run(line, "\n".join(inside), None)
+            for offset, command, shown in told:
+                run(line + 1 + offset, command, shown)
     parts.append('for process in "${STAYED[@]}"; do kill "$process"; done; wait')
     return "\n".join(parts) + "\n", shows
 
@@ -282,9 +320,18 @@ def shape(text):
     return re.sub(r"\d+(\.\d+)?", "0", re.sub(r"\s+", "", text))
 
 
-def run_commands(document, program, folder):
-    """What was wrong, as (line, reason)."""
-    text, shows = script(document)
+def is_shown(shown, printed):
+    return re.fullmatch(".*".join(re.escape(shape(part)) for part in shown.split("...")), shape(printed))
+
+
+def tool(file, text):
+    file.write_text("#!/bin/sh\n" + text, encoding="utf-8")
+    file.chmod(0o755)
+
+
+def workplace(document, program, folder, port):
+    """Where its commands are run: their folder, the one for what they print, the one of their tools, and their environment.
+    A controller that was not told otherwise listens on that port."""
     home, out, tools = (folder / name for name in ("home", "out", "bin"))
     for emptied in (out, tools, home / ".local", home / "examples", home / "share"):
         shutil.rmtree(emptied, ignore_errors=True)
@@ -293,23 +340,51 @@ def run_commands(document, program, folder):
     for copied in ("examples", "share"):
         if (ROOT / copied).is_dir():
             shutil.copytree(ROOT / copied, home / copied)
+    (home / ".curlrc").write_text("silent\nshow-error\n", encoding="utf-8")
+    ports = f'case "$*" in *--port*) ;; serve*) set -- "$@" --port {port} ;; esac'
+    tool(tools / "ixocut", f'{ports}\nexec {program} "$@"\n')
+    tool(home / "run", '[ $# -gt 0 ] || set -- tour\nexec ixocut "$@"\n')
+    settings = {"HOME": str(home), "OUT": str(out), "PATH": f"{tools}:/usr/bin:/bin", "LC_ALL": "C.UTF-8",
+                "IXOCUT_LANG": LANGUAGES.get(document, "zh" if "/zh/" in document else "en"),
+                **{name: value for name, value in os.environ.items() if name == "CXX" or name.startswith("CMAKE_")}}
+    return home, out, tools, settings
+
+
+def make_test(program, home, tools):
+    """A ./test that is the checkout's, but that nothing is installed or built, and none of the build's tests does anything."""
+    (home / "scripts").mkdir()
+    for name in ("test", "scripts/packages.sh"):
+        shutil.copy(ROOT / name, home / name)
+    tool(tools / "dpkg-query", "echo installed\n")
+    tool(tools / "cmake", "")
+    build = home / "build/debug"
+    build.mkdir(parents=True)
+    # Asked from here: ctest would write its log into the other folder, which the one that runs this is writing.
+    file = build / "CTestTestfile.cmake"
+    file.write_text(f'subdirs("{program.parents[1]}")\n', encoding="utf-8")
+    listed = subprocess.run(["ctest", "--show-only=json-v1"], cwd=build, check=True, capture_output=True, text=True)
+    lines = []
+    for test in json.loads(listed.stdout)["tests"]:
+        labels = {one["name"]: one["value"] for one in test.get("properties", [])}.get("LABELS", [])
+        lines += [f'add_test([==[{test["name"]}]==] /bin/true)',
+                  f'set_tests_properties([==[{test["name"]}]==] PROPERTIES LABELS "{";".join(labels)}")']
+    file.write_text("\n".join(lines), encoding="utf-8")
+
+
+def run_commands(document, program, folder):
+    """What was wrong, as (line, reason)."""
+    text, shows = script(document)
+    instead = {**HERE, **{port: free_port() for port in PORTS}}
+    home, out, tools, settings = workplace(document, program, folder, instead[PORTS[0]])
     if not pathlib.Path(DATA).is_dir():
         text = text.replace(DATA, "share")
-    (home / ".curlrc").write_text("silent\nshow-error\n", encoding="utf-8")
-    for there, here in {**HERE, **{port: free_port() for port in PORTS}}.items():
+    for there, here in instead.items():
         text = re.sub(rf"\b{re.escape(there)}\b", here, text)
         if there in PORTS:  # in the files that come with it, too
             for file in home.glob("examples/**/*.xml"):
                 file.write_text(re.sub(rf"\b{there}\b", here, file.read_text(encoding="utf-8")), encoding="utf-8")
-        if there == PORTS[0]:  # where a controller listens that was not told otherwise
-            port = f'case "$*" in *--port*) ;; serve*) set -- "$@" --port {here} ;; esac'
-            (tools / "ixocut").write_text(f'#!/bin/sh\n{port}\nexec {program} "$@"\n', encoding="utf-8")
-    (tools / "ixocut").chmod(0o755)
-    (home / "run").write_text('#!/bin/sh\n[ $# -gt 0 ] || set -- tour\nexec ixocut "$@"\n', encoding="utf-8")
-    (home / "run").chmod(0o755)
-    settings = {"HOME": str(home), "OUT": str(out), "PATH": f"{tools}:/usr/bin:/bin", "LC_ALL": "C.UTF-8",
-                "IXOCUT_LANG": LANGUAGES.get(document, "zh" if "/zh/" in document else "en"),
-                **{name: value for name, value in os.environ.items() if name == "CXX" or name.startswith("CMAKE_")}}
+    if "{ ./test\n" in text:
+        make_test(program, home, tools)
     shell = subprocess.Popen(["bash", "-c", text], cwd=home, env=settings, stdin=subprocess.DEVNULL,
                              start_new_session=True)
     patience = BUILD_PATIENCE_S if "cmake --build" in text else PATIENCE_S
@@ -332,29 +407,34 @@ def run_commands(document, program, folder):
     if status != 0:
         faults.append((at, f"this failed ({status}):\n{printed(at)}"))
     for line, shown in shows:
-        pattern = ".*".join(re.escape(shape(part)) for part in shown.split("..."))
-        if line <= at and not re.fullmatch(pattern, shape(printed(line))):
+        if line <= at and not is_shown(shown, printed(line)):
             faults.append((line, f"this printed instead:\n{printed(line)}"))
     return faults
 
 
-if len(sys.argv) > 2:
-    ixocut = pathlib.Path(sys.argv[2]).resolve()
-    examples = pathlib.Path(sys.argv[4]).resolve() if sys.argv[3:4] == ["--examples"] else None
-    for held in EXAMPLES if examples else sys.argv[3:] or DOCUMENTS:
-        for attempt in range(2):  # once more where it failed: most of it is in real time
-            with tempfile.TemporaryDirectory(prefix="ixo-docs-") as fresh:
-                faults = run_commands(held, ixocut, examples or pathlib.Path(fresh).resolve())
-            if not faults:
-                break
-        for fault in faults:
-            complain(held, *fault)
-else:
-    check_places()
-    check_links()
-    check_dependencies()
-    check_safety()
-    check_kept()
-    for held in [*DOCUMENTS, *EXAMPLES]:
-        check_quotations(held)
-sys.exit(1 if wrong else 0)
+def main():
+    if len(sys.argv) > 2:
+        program = pathlib.Path(sys.argv[2]).resolve()
+        examples = pathlib.Path(sys.argv[4]).resolve() if sys.argv[3:4] == ["--examples"] else None
+        for document in EXAMPLES if examples else sys.argv[3:] or DOCUMENTS:
+            for attempt in range(2):  # once more where it failed: most of it is in real time
+                with tempfile.TemporaryDirectory(prefix="ixo-docs-") as fresh:
+                    faults = run_commands(document, program, examples or pathlib.Path(fresh).resolve())
+                if not faults:
+                    break
+            for fault in faults:
+                complain(document, *fault)
+    else:
+        check_places()
+        check_links()
+        check_dependencies()
+        check_safety()
+        check_kept()
+        check_read()
+        for document in [*DOCUMENTS, *EXAMPLES]:
+            check_blocks(document)
+    sys.exit(1 if wrong else 0)
+
+
+if __name__ == "__main__":
+    main()
