@@ -17,7 +17,7 @@ A block of a document says behind its language what it is:
   ```console                      commands behind "$ ", each with what it prints, if that is shown: every number stands
                                   for any other one and "..." for anything; what is shown may be a failure
   ```console stays                one that goes on, with what it prints first
-  ```sh linuxcnc                  commands beside a LinuxCNC; not run here, tests/linuxcnc/ types similar ones
+  ```console linuxcnc             commands beside a LinuxCNC: tests/linuxcnc/documents.py runs them
   ```text                         a drawing of folders, each line with those that it is about in front
 The commands of one document share a shell and an empty folder, with copies of examples/ and share/ in it, and a ./run that
 does what the checkout's does once it has built, as ./test does without its tests; those of the examples share one folder,
@@ -34,7 +34,8 @@ import subprocess
 import sys
 import tempfile
 
-ROOT = pathlib.Path(sys.argv[1]).resolve()
+# tests/linuxcnc/documents.py reads and compares the documents in the same way.
+ROOT = (pathlib.Path(sys.argv[1]) if __name__ == "__main__" else pathlib.Path(__file__).parent.parent).resolve()
 DOCUMENTS = ["README.md", *(str(path.relative_to(ROOT)) for path in sorted(ROOT.glob("docs/**/*.md"))
                             if path.parent.name != "reference")]  # which is made from what it names
 EXAMPLES = ["examples/README.md",  # builds all; first
@@ -213,7 +214,7 @@ def check_blocks(document):
             if document not in tried:
                 complain(document, line, "packaging/try does not run this")
         elif (language, what) not in (("sh", ""), ("sh", "stays"), ("console", ""), ("console", "stays"),
-                                      ("sh", "linuxcnc")):
+                                      ("console", "linuxcnc")):
             complain(document, line, f'"{language} {what}": neither a quotation nor run (see the head of check_docs.py)')
 
 
