@@ -32,7 +32,6 @@ constexpr std::uint32_t kMachineRestMs = 20;  // in standby without light: each 
 constexpr std::uint32_t kBeginMs = 800;       // for the step that stands to return
 constexpr std::uint32_t kEndSlackMs = 300;    // for what the thread is at when it is asked to end
 constexpr int kLogMs = 150;                   // for the log's last lines
-constexpr int kExitHangs = 3;                 // as for any device that cannot be used
 
 }  // namespace
 

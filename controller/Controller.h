@@ -40,6 +40,9 @@ namespace ixocontroller {
 
 class TGasDescents;
 
+// What a process whose thread hangs exits with: as for any device that cannot be used.
+inline constexpr int kExitHangs = 3;
+
 struct TControllerOptions {
   std::vector<TMachineFactory> Machines;  // what the machine file may name; at least one
   std::filesystem::path MachineFile;      // empty: every value has its default

@@ -10,7 +10,7 @@
 namespace ixocontroller {
 namespace {
 
-constexpr std::uint64_t kBeatMs = 200;  // a state thread that has been silent for longer does not live
+constexpr std::uint64_t kBeatMs = 200;
 
 TProblem Stays(const char* why, const char* remedy) {
   return {.What = Tr("the laser stays latched"), .Why = why, .Remedy = remedy};
@@ -27,10 +27,7 @@ TResult<> MayReset(const TNcStateFramework& framework, const TNcWatch& watch) {
     return Stays(Tr("laser or emission is asked for"), Tr("switch both off"));
   if (framework.SafePending())
     return Stays(Tr("a device has not acknowledged switching off"), Tr("wait until it has, or repair it"));
-  const std::uint64_t now = Clock().MonotonicMs();
-  const std::uint64_t beat = watch.BeatMs.load(std::memory_order_acquire);
-  if (now > beat && now - beat > kBeatMs)
-    return Stays(Tr("the state thread gives no sign of life"), Tr("restart the program"));
+  if (!StateThreadLives(watch)) return Stays(Tr("the state thread gives no sign of life"), Tr("restart the program"));
   return {};
 }
 
@@ -39,6 +36,12 @@ TProblem NotReached() {
 }
 
 }  // namespace
+
+bool StateThreadLives(const TNcWatch& watch) {
+  const std::uint64_t beat = watch.BeatMs.load(std::memory_order_acquire);
+  const std::uint64_t now = Clock().MonotonicMs();
+  return now <= beat || now - beat <= kBeatMs;
+}
 
 const char* LatchReason() {
   TNcLaser* const laser = FittedLaser();

@@ -18,13 +18,12 @@ namespace {
 
 constexpr std::uint32_t kWaitRoundMs = 20;
 constexpr std::uint64_t kLongestWaitMs = 86'400'000;
-constexpr double kMinutesPerDay = 1440.0;
 
 constexpr std::pair<const char*, TAlarmVerb> kVerbs[] = {
     {"raise", TAlarmVerb::Raise},       {"clear", TAlarmVerb::Clear}, {"ack", TAlarmVerb::Ack},
     {"suppress", TAlarmVerb::Suppress}, {"wait", TAlarmVerb::Wait},   {"fault", TAlarmVerb::Fault},
     {"mend", TAlarmVerb::Mend}};
-constexpr const char* kDevices[] = {"axis", "gas", "emission", "device"};
+constexpr const char* kFaultDevices[] = {"axis", "gas", "emission", "device"};
 
 TProblem Because(std::string what, std::string remedy = {}) {
   return {.What = std::move(what), .Where = {}, .Why = {}, .Remedy = std::move(remedy)};
@@ -64,7 +63,8 @@ TResult<TAlarmScriptLine> ParseAlarmLine(const std::string& text) {
     return line;
   }
   if (words >> more) return Because(Format(Tr("\"%s\" is too much"), more.c_str()));
-  if (line.Verb >= TAlarmVerb::Fault && std::ranges::none_of(kDevices, [&](const char* d) { return line.Name == d; }))
+  if (line.Verb >= TAlarmVerb::Fault &&
+      std::ranges::none_of(kFaultDevices, [&](const char* d) { return line.Name == d; }))
     return Because(Format(Tr("\"%s\" is no device; there are axis, gas, emission and device"), line.Name.c_str()));
   if (line.Verb == TAlarmVerb::Raise) {
     const auto hash = line.Name.rfind('#');
@@ -149,7 +149,7 @@ TResult<> TAlarmScript::Ack(const std::string& id) {
 TResult<> TAlarmScript::Suppress(const TAlarmScriptLine& line) {
   if (Stands(line.Name, 1))
     return Because(Format(Tr("%s stands with level 1, which is never suppressed"), line.Name.c_str()));
-  const TDateTime until{UtcNow().Days + static_cast<double>(line.Number) / kMinutesPerDay};
+  const TDateTime until = FromUnixMs(UnixMs(UtcNow()) + static_cast<std::int64_t>(line.Number) * 60'000);
   FController.AlarmStore()->Suppress({line.Name, FormatUtc(until), line.Reason});
   FFeed.Suppress(line.Name, until);
   return {};

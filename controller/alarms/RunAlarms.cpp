@@ -1,7 +1,6 @@
 #include "controller/alarms/RunAlarms.h"
 
 #include <algorithm>
-#include <cmath>
 #include <utility>
 
 #include <nlohmann/json.hpp>
@@ -15,13 +14,11 @@
 namespace ixocontroller {
 namespace {
 
-constexpr double kMsPerDay = 86'400'000.0;
-
 // The monotonic time of a moment (UTC) that is not long ago.
 std::uint64_t MsOf(TDateTime time) {
   const std::uint64_t now = Clock().MonotonicMs();
-  const long long ago = std::llround((UtcNow().Days - time.Days) * kMsPerDay);
-  return now - std::min(now, static_cast<std::uint64_t>(std::max(ago, 0LL)));
+  const std::int64_t ago = UnixMs(UtcNow()) - UnixMs(time);
+  return now - std::min(now, static_cast<std::uint64_t>(std::max(ago, std::int64_t{0})));
 }
 
 std::uint64_t Since(std::uint64_t startMs, std::uint64_t ms) { return ms > startMs ? ms - startMs : 0; }

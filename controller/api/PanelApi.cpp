@@ -18,7 +18,7 @@ using TJson = nlohmann::ordered_json;
 
 constexpr std::size_t kMostHeld = 32;  // keys of one heartbeat
 constexpr double kMostMmPerS = 1e6;    // the machine's own limit is what counts
-constexpr std::int64_t kMostMs = std::int64_t{1} << 52U;
+constexpr std::int64_t kLatestMs = std::int64_t{1} << 52U;
 
 TJson PanelJson(TService& service) {
   TPanelHost& host = service.Panel().Host();
@@ -144,7 +144,7 @@ TApiReply Press(TService& service, const TApiRequest& request) {
                   .Key = key,
                   .Param = body.Has("param") ? static_cast<std::int32_t>(body.Whole("param", 0, 0x7FFFFFFF)) : 0,
                   .Connection = request.Who.Connection,
-                  .AtMs = static_cast<std::uint64_t>(body.Whole("atMs", 0, kMostMs))};
+                  .AtMs = static_cast<std::uint64_t>(body.Whole("atMs", 0, kLatestMs))};
   if (auto refused = MayPress(service, request, key)) return *refused;
   TPanelDesk& panel = service.Panel();
   // What would come to nothing is said before the key is held; the log has its line of it from the terminal's panel.
@@ -178,7 +178,7 @@ TApiReply Heartbeat(TService& service, const TApiRequest& request) {
   const TAskedBody body(request, {"presses", "atMs"});
   const std::vector<std::string> presses = body.Texts("presses");
   if (presses.size() > kMostHeld) throw EProblem(pbRequest, TProblem{.What = Tr("too many keys"), .Where = "presses"});
-  const auto at = static_cast<std::uint64_t>(body.Whole("atMs", 0, kMostMs));
+  const auto at = static_cast<std::uint64_t>(body.Whole("atMs", 0, kLatestMs));
   const std::uint64_t now = RealMs();
   service.Panel().Keys().Heartbeat(presses, request.Who.Connection, at, now).OrThrow(pbRefused);
   TApiReply reply;

@@ -7,13 +7,13 @@
 namespace ixocontroller {
 namespace {
 
-constexpr std::uint64_t kBeatMs = 2000;  // a state thread that is silent for longer does not live
+constexpr std::uint64_t kSilentMs = 2000;  // a thread that is silent for longer does not live
 
 TApiReply Health(TService& service, const TApiRequest&) {
   const auto status = service.Status();
   const std::uint64_t now = RealMs();
   const std::uint64_t ageMs = now - std::min(now, status->RealMs);  // the interface thread's silence
-  const bool lives = status->BeatAgeMs < kBeatMs && ageMs < kBeatMs;
+  const bool lives = status->BeatAgeMs < kSilentMs && ageMs < kSilentMs;
   TApiReply reply;
   reply.Status = lives ? 200 : 503;
   reply.Body = {{"lives", lives},       {"state", StateWord(status->State)}, {"beatAgeMs", status->BeatAgeMs},

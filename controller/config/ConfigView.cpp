@@ -9,7 +9,7 @@
 namespace ixocontroller {
 namespace {
 
-std::string Joined(const std::string& path, std::string_view name) {
+std::string BelowPath(const std::string& path, std::string_view name) {
   return path.empty() ? std::string(name) : path + "/" + std::string(name);
 }
 
@@ -24,12 +24,12 @@ class TViewer final : public TFieldPublisher<TViewer>, private TFieldListener {
                     bool isItem) {
     TViewer viewer(out, path, schema, isItem);
     record.Publish(viewer);
-    for (const auto& [name, sub] : record.SubConfigs()) Visit(*sub, out, Joined(path, name), schema, isItem);
+    for (const auto& [name, sub] : record.SubConfigs()) Visit(*sub, out, BelowPath(path, name), schema, isItem);
   }
 
   template <class T, class D>
   void Value(TPropName name, T& value, const D& def, const TFieldRule& rule) {
-    FOut.push_back({Joined(FPath, name.Text),
+    FOut.push_back({BelowPath(FPath, name.Text),
                     TypeName<T>(),
                     ValueText(T(def)),
                     ValueText(value),
@@ -38,19 +38,19 @@ class TViewer final : public TFieldPublisher<TViewer>, private TFieldListener {
                     {}});
   }
   void Child(TPropName name, TXmlSubConfig& child) override {
-    Visit(child, FOut, Joined(FPath, name.Text), FSchema, FIsItem);
+    Visit(child, FOut, BelowPath(FPath, name.Text), FSchema, FIsItem);
   }
   void List(TPropName itemName, TXmlListBase& list) override {
     if (FSchema) {
       const auto item = list.MakeItem();
-      return Visit(*item, FOut, Joined(FPath, itemName.Text) + "[]", FSchema, true);
+      return Visit(*item, FOut, BelowPath(FPath, itemName.Text) + "[]", FSchema, true);
     }
     for (std::size_t i = 0; i < list.Size(); ++i)
-      Visit(list.At(i), FOut, Format("%s[%zu]", Joined(FPath, itemName.Text).c_str(), i + 1), FSchema, true);
+      Visit(list.At(i), FOut, Format("%s[%zu]", BelowPath(FPath, itemName.Text).c_str(), i + 1), FSchema, true);
   }
   void Indexed(TPropName prefix, std::map<std::int32_t, std::string>& texts) override {
     const auto add = [&](const std::string& number, const std::string& text) {
-      const std::string path = Joined(FPath, prefix.Text) + number;
+      const std::string path = BelowPath(FPath, prefix.Text) + number;
       FOut.push_back({path, TypeName<std::string>(), "", text, "", true, {.Text = FIndexedText}});
     };
     if (FSchema) return add("<n>", "");

@@ -13,10 +13,10 @@
 namespace ixocontroller {
 namespace {
 
-constexpr const char* kSource = "TPHost";
+constexpr const char* kHostSource = "TPHost";
 constexpr TKeyCode kAltKeys[] = {CK_RETURN0, CK_RESUME, CK_BREAK_LOCATE};
 
-void Say(const std::string& text) { LogMsg(lkWarning, 0, text, kSource); }
+void Say(const std::string& text) { LogMsg(lkWarning, 0, text, kHostSource); }
 
 double& SpeedAt(TSpeedData& speed, TSpeedState level) {
   return level == ssLow ? speed.LowSpeed : level == ssNormal ? speed.NormalSpeed : speed.HighSpeed;
@@ -83,7 +83,8 @@ void TPanelHost::SetWarning(bool pending) {
   FController.Params().SetBool("ExistMaintainWarning", pending);
   if (pending == (FWarning != 0)) return;
   if (pending)
-    FWarning = FController.Alarms().Raise({.IdPrefix = kSource, .Desc = SAlarmNotHomed.Get(), .Attrs = naRequireOrg});
+    FWarning =
+        FController.Alarms().Raise({.IdPrefix = kHostSource, .Desc = SAlarmNotHomed.Get(), .Attrs = naRequireOrg});
   else
     FController.Alarms().ClearSerial(std::exchange(FWarning, 0));
 }

@@ -57,7 +57,7 @@ constexpr TBinding kBindings[] = {
 };
 static_assert(std::size(kBindings) == kKeys);
 
-constexpr std::string_view kCommands = "qxm\t\x03";
+constexpr std::string_view kCommandKeys = "qxm\t\x03";
 
 // Letters also with the shift lock on.
 const TBinding* OfByte(char byte) {
@@ -140,7 +140,7 @@ std::vector<TTerminalEvent> TTerminalKeys::Tick(std::uint64_t nowMs) {
 }
 
 void TTerminalKeys::Plain(char byte, std::uint64_t nowMs, TEvents& events) {
-  if (kCommands.find(byte) != std::string_view::npos) {
+  if (kCommandKeys.find(byte) != std::string_view::npos) {
     LetGo(events);
     events.push_back({TTerminalEvent::TKind::Command, CK_STOP, byte == '\x03' ? 'q' : byte});
   } else if (const TBinding* const binding = OfByte(byte)) {
@@ -162,7 +162,7 @@ void TTerminalKeys::Sequence(std::string_view parameters, char last, std::uint64
     const int code = Number(parameters, 0, 0);
     const char byte = code > 0 && code < 128 ? static_cast<char>(code) : '\0';
     const bool ctrlC = byte == 'c' && ((Number(parameters, 1, 0) - 1) & kCtrl) != 0;
-    if (ctrlC || (byte != '\0' && kCommands.find(byte) != std::string_view::npos)) {
+    if (ctrlC || (byte != '\0' && kCommandKeys.find(byte) != std::string_view::npos)) {
       if (event == 1) Plain(ctrlC ? '\x03' : byte, nowMs, events);
       return;
     }

@@ -22,7 +22,7 @@ namespace ixocontroller {
 namespace {
 
 constexpr const char* kEnding = ".csv";
-constexpr std::uint32_t kSampleMs = 1;
+constexpr std::uint32_t kSamplePeriodMs = 1;
 
 std::int64_t UnixMsOf(std::filesystem::file_time_type time) {
   using namespace std::chrono;
@@ -104,9 +104,9 @@ class TRecordings::TSampler {
         FEndMs(FStartMs + limitMs) {
     const auto sample = [this](std::uint64_t nowMs) { Sample(nowMs); };
     if (TVirtualClock* const clock = controller.VirtualClock())
-      FTimer = clock->Every(kSampleMs, sample);
+      FTimer = clock->Every(kSamplePeriodMs, sample);
     else
-      FThread.emplace("ixo-record", kSampleMs, sample);
+      FThread.emplace("ixo-record", kSamplePeriodMs, sample);
   }
   ~TSampler() { Cease(); }
   TSampler(const TSampler&) = delete;

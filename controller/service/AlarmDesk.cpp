@@ -15,7 +15,6 @@
 namespace ixocontroller {
 namespace {
 
-constexpr double kMinutesPerDay = 1440.0;
 constexpr std::size_t kMostHidden = 1000;
 
 // What the definition says, in the thread's language; the description is as the device wrote it.
@@ -132,7 +131,7 @@ TResult<std::string> TAlarmDesk::Suppress(const std::string& identifier, std::ui
     if (record.Level() != 0 && record.Identifier() == identifier)
       return TProblem{.What = Format(Tr("%s stands with level 1, which is never suppressed"), identifier.c_str())};
   const TDateTime now = UtcNow();
-  const std::string until = FormatUtc({now.Days + static_cast<double>(minutes) / kMinutesPerDay});
+  const std::string until = FormatUtc(FromUnixMs(UnixMs(now) + static_cast<std::int64_t>(minutes) * 60'000));
   {
     TGuard guard(FLock);
     std::erase_if(FUntil, [&](const auto& hidden) { return hidden.second <= FormatUtc(now); });

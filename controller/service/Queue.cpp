@@ -23,7 +23,7 @@ namespace {
 using TJson = nlohmann::ordered_json;
 
 constexpr int kVersion = 1;
-constexpr std::size_t kMostBytes = 3U << 20U;  // below what is read back
+constexpr std::size_t kMostQueueBytes = 3U << 20U;  // below what is read back
 constexpr std::array kJobWords{"waits", "asks", "runs", "failed", "done", "skipped", "removed"};
 constexpr std::array kThenWords{"run", "skip", "hold"};
 constexpr const char* kAgain = "again";
@@ -284,7 +284,7 @@ void TQueue::Add(TJobAsked asked, const TAsker& who, TDiskDone done) {
       throw EProblem(pbRefused, Format(Tr("the queue is full: %zu jobs"), now.Jobs.size()));
     std::size_t bytes = job.Content.dump().size();
     for (const TJob& other : now.Jobs) bytes += other.Content.dump().size();
-    if (bytes > kMostBytes) throw EProblem(pbRefused, Tr("the queue is full: its jobs are too large together"));
+    if (bytes > kMostQueueBytes) throw EProblem(pbRefused, Tr("the queue is full: its jobs are too large together"));
     now.Jobs.push_back(job);
     return now.Jobs.back().Id = ++now.LastId;
   };

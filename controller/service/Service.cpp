@@ -27,14 +27,12 @@ constexpr const char* kThread = "ixo-interface";
 constexpr const char* kFiles = "ixo-files";
 constexpr std::uint64_t kMostBehindUs = 100'000;  // virtual time that cannot keep up is not made up for
 constexpr std::uint64_t kLeastWaitUs = 50;
-constexpr std::uint64_t kLookEveryMs = 5;  // at a run, in real time
+constexpr std::uint64_t kRunLookMs = 5;  // at a run, in real time
 constexpr std::uint64_t kFaultAgainMs = 10'000;
 constexpr std::size_t kJournalEntries = 20'000;
 constexpr std::uint32_t kTaskMs = 300;    // for a task that is under way at the end
 constexpr std::uint32_t kFilesMs = 1000;  // and for what a disk still has to take
-constexpr std::uint64_t kBeatMs = 200;    // a state thread that has been silent for longer does not live
 constexpr std::uint64_t kReturnsMs = 50;  // a step that has not returned for longer keeps no stop waiting
-constexpr int kExitHangs = 3;             // as for any device that cannot be used
 constexpr const char* kSource = "TPHost";
 constexpr const char* kAllOffTrip = TrMark("everything was switched off");
 
@@ -320,9 +318,7 @@ TProblem StaysOff(std::string why, const char* remedy) {
 
 TResult<> TService::StandsStill() {
   TNcStateFramework& framework = FController->Framework();
-  const std::uint64_t now = Clock().MonotonicMs();
-  const std::uint64_t beat = framework.Watch().BeatMs.load(std::memory_order_acquire);
-  if (now > beat && now - beat > kBeatMs)
+  if (!StateThreadLives(framework.Watch()))
     return StaysOff(Tr("the state thread gives no sign of life"), Tr("restart the program"));
   if (framework.ChangePending() || framework.CurrentState() != nsStandby || FRunner.Busy())
     return StaysOff(Tr("the machine is not in standby"), Tr("stop what runs"));
@@ -468,7 +464,7 @@ void TService::RunReal() {
     if (RoundIsDue(now)) Round();
     const std::uint64_t due = FRoundedMs + RoundEveryMs();
     const std::uint64_t left = due > now ? due - now : 1;
-    WaitForWork((ends || FRunner.Busy() ? std::min(left, kLookEveryMs) : left) * 1000);
+    WaitForWork((ends || FRunner.Busy() ? std::min(left, kRunLookMs) : left) * 1000);
   }
 }
 
