@@ -73,7 +73,7 @@ TEST(AlarmFifos, ACappedHistoryIsReplayedBehindWhatIsActive) {
   EXPECT_EQ(replayed, (TTexts{"first", "second", "off", "on", "off", "stands"}));
 }
 
-class TLines final : public ILogSink {
+class TLogLines final : public ILogSink {
  public:
   void Write(const TLogRecord& r) override {
     Lines.push_back(std::to_string(r.Kind) + " " + std::to_string(r.Colour) + " " + r.Text);
@@ -124,7 +124,7 @@ class Manager : public testing::Test {
 
   TTestsClock Clock;
   TInstalled<IClock> ClockInstalled{Clock};
-  TLines Sink;
+  TLogLines Sink;
   TLogService Logs;
   TInstalled<TLogService> LogsInstalled{Logs};
   TAppSys App;

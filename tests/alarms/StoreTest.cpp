@@ -18,7 +18,7 @@
 namespace ixocamglue::test {
 namespace {
 
-class Store : public testing::Test {
+class AlarmStoreFile : public testing::Test {
  protected:
   TAlarmStore& Open(TAlarmStoreOptions options = {}) {
     FStore.reset();
@@ -52,7 +52,7 @@ class Store : public testing::Test {
   std::optional<TAlarmStore> FStore;
 };
 
-TEST_F(Store, AClearClosesTheRowOfItsOwnRaiseAndARestartClosesTheRest) {
+TEST_F(AlarmStoreFile, AClearClosesTheRowOfItsOwnRaiseAndARestartClosesTheRest) {
   TAlarmStore& store = Open();
   ASSERT_TRUE(store.Open());
   store.AddAlarmItem(Item("A#1", 1));
@@ -90,7 +90,7 @@ TEST_F(Store, AClearClosesTheRowOfItsOwnRaiseAndARestartClosesTheRest) {
   EXPECT_EQ(levels, (TTexts{"known#1 0operator", "plain#1 0"})) << "newer, and not what was cleared";
 }
 
-TEST_F(Store, WhatCannotBeWrittenIsToldAndWaitsAndOnlyTheOldestIsLost) {
+TEST_F(AlarmStoreFile, WhatCannotBeWrittenIsToldAndWaitsAndOnlyTheOldestIsLost) {
   TTexts told;
   TAlarmStoreOptions options;
   options.OnFailed = [&](const TProblem& why, bool) { told.push_back(why.What); };
@@ -124,7 +124,7 @@ TEST_F(Store, WhatCannotBeWrittenIsToldAndWaitsAndOnlyTheOldestIsLost) {
   EXPECT_EQ(Rows(), (TTexts{"A#1 active first", "A#1 active"})) << "the clear of a lost raise closes no other row";
 }
 
-TEST_F(Store, OneThatIsDeletedOrMovedIsMadeAgainWithWhatStands) {
+TEST_F(AlarmStoreFile, OneThatIsDeletedOrMovedIsMadeAgainWithWhatStands) {
   const auto aside = Folder.Path() / "aside.db";
   const std::function<void()> ways[] = {[&] { std::filesystem::remove(File); },
                                         [&] { std::filesystem::rename(File, aside); },
@@ -155,7 +155,7 @@ TEST_F(Store, OneThatIsDeletedOrMovedIsMadeAgainWithWhatStands) {
   EXPECT_EQ(TAlarmHistory(aside).Rows({}).size(), 1U) << "what was moved has its rows";
 }
 
-TEST_F(Store, OneThatIsDeletedOnAFullDiskIsMadeAgainWithWhatStands) {
+TEST_F(AlarmStoreFile, OneThatIsDeletedOnAFullDiskIsMadeAgainWithWhatStands) {
   TAlarmStore& store = Open();
   ASSERT_TRUE(store.Open());
   store.AddAlarmItem(Item("early#1", 0, 1));
@@ -177,7 +177,7 @@ TEST_F(Store, OneThatIsDeletedOnAFullDiskIsMadeAgainWithWhatStands) {
   EXPECT_EQ(Rows(), (TTexts{"early#1 cleared first", "late#1 active"}));
 }
 
-TEST_F(Store, HasOneWriterWhileEverybodyReads) {
+TEST_F(AlarmStoreFile, HasOneWriterWhileEverybodyReads) {
   ASSERT_TRUE(Open().Open());
   FStore->AddAlarmItem(Item("first#1"));
   FStore->Commit();
@@ -194,7 +194,7 @@ TEST_F(Store, HasOneWriterWhileEverybodyReads) {
   EXPECT_EQ(second.Unstored().size(), 0U) << "the first has ended meanwhile";
 }
 
-TEST_F(Store, AnotherFileIsNeverOverwritten) {
+TEST_F(AlarmStoreFile, AnotherFileIsNeverOverwritten) {
   std::ofstream(File) << "this is no database, and it is long enough to be looked at as one..........................";
   TAlarmStore& text = Open();
   EXPECT_NE(text.Open().Problem().What.find("no database"), std::string::npos);
@@ -215,7 +215,7 @@ TEST_F(Store, AnotherFileIsNeverOverwritten) {
   EXPECT_THROW(FStore->AddAlarmItem(std::make_shared<TForeign>()), std::invalid_argument);
 }
 
-TEST_F(Store, RetentionDeletesOldClosedRowsOnly) {
+TEST_F(AlarmStoreFile, RetentionDeletesOldClosedRowsOnly) {
   Open().AddAlarmItem(Item("old#1"));
   FStore->AddAlarmItem(Item("stands#1"));
   FStore->RemoveAlarmItem(Item("old#1"));
@@ -228,7 +228,7 @@ TEST_F(Store, RetentionDeletesOldClosedRowsOnly) {
 }
 
 // In a place that puts its clocks back at 03:00 on 2026-10-25.
-class AlarmTimes : public Store {
+class AlarmTimes : public AlarmStoreFile {
  protected:
   AlarmTimes() {
     setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);

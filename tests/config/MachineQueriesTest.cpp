@@ -89,7 +89,7 @@ TEST_F(MachineQueries, TheCuttingHeadIsFoundByBusIdentityAndThenByModel) {
   EXPECT_EQ(GetFocusModelCaption("ZEM400"), "ZEM400");
 }
 
-std::vector<std::int32_t> Keys(const TDADic& dic) {
+std::vector<std::int32_t> KeysOf(const TDADic& dic) {
   std::vector<std::int32_t> keys;
   for (const auto& [key, port] : dic) keys.push_back(key);
   return keys;
@@ -101,13 +101,13 @@ TEST_F(MachineQueries, AnaloguePortsAreNumberedByExtensionAndDemoGroupsStandInWi
   TDADic da;
   TADDic ad;
   CalcAllPorts(nullptr, da, ad);
-  EXPECT_EQ(Keys(da), demo);
+  EXPECT_EQ(KeysOf(da), demo);
   EXPECT_EQ(ad.at(36), PORT_AD_BASE + 36);
   Load(
       "<Slaves><Slave ExtIO='true' DACount='2'/><Slave DACount='9'/><Slave ExtIO='true' DACount='4' "
       "ADCount='-3'/></Slaves>");
   CalcAllPorts(&Config, da, ad);
-  EXPECT_EQ(Keys(da), (TKeys{33, 34, 65, 66, 67, 68}));
+  EXPECT_EQ(KeysOf(da), (TKeys{33, 34, 65, 66, 67, 68}));
   EXPECT_EQ(da.at(68), PORT_DA_BASE + 68);
   EXPECT_TRUE(ad.empty());  // two extensions without AD channels keep the demo groups away
   Load("<Slaves><Slave ExtIO='true' DACount='1000000'/></Slaves>");

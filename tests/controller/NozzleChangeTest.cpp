@@ -57,7 +57,7 @@ TEST_F(NozzleChange, TheHeadEndsWithTheOtherNozzleAndTheRackClosed) {
   EXPECT_EQ(FCaliRstCfg->Count(), 3);  // two came with the file
 }
 
-struct TCase {
+struct TNozzleCase {
   const char* What;
   std::function<void(TSimMachine&)> Arrange;
   const char* Step;   // that fails
@@ -68,7 +68,7 @@ std::function<void(TSimMachine&)> Fault(const char* name) {
   return [name](TSimMachine& machine) { InjectSimFault(machine, name); };
 }
 
-const TCase kCases[] = {
+const TNozzleCase kCases[] = {
     {"CapStuck", Fault("rack.cap-stuck"), "(922)", "output 8 on"},
     {"StageStuck", Fault("rack.stage-stuck"), "(922)", "TurnAxis"},
     {"SlotTaken", [](TSimMachine& m) { m.Rack().PutNozzle(0, 9); }, "(163)", "TurnAxis"},
@@ -79,7 +79,7 @@ const TCase kCases[] = {
     {"NoPlate", Fault("follower.no-plate"), "(151)", "error 0"},
 };
 
-class NozzleChangeFails : public NozzleChange, public testing::WithParamInterface<TCase> {};
+class NozzleChangeFails : public NozzleChange, public testing::WithParamInterface<TNozzleCase> {};
 
 TEST_P(NozzleChangeFails, WhereItIsNoticed) {
   GetParam().Arrange(Machine());

@@ -23,24 +23,24 @@ std::vector<double> Slots(const TFixLengthQueue<double>& queue) {
   return out;
 }
 
-using TValues = std::vector<double>;
+using TSamples = std::vector<double>;
 
 TEST(FixLengthQueue, DropsTheOldestAndStaysInside) {
   TResizable queue(3);
   for (const double v : {1.0, 2.0, 3.0, 4.0}) queue.Enqueue(v);
-  EXPECT_EQ(Slots(queue), (TValues{2, 3, 4}));
+  EXPECT_EQ(Slots(queue), (TSamples{2, 3, 4}));
   const std::int32_t limit = std::numeric_limits<std::int32_t>::max();
   EXPECT_EQ(queue.GetItem(3), 2);
   EXPECT_EQ(queue.GetItem(-1), 4);
   EXPECT_EQ(queue.GetItem(limit), queue.GetItem(limit % 3));
   EXPECT_EQ(queue.GetItem(-limit), queue.GetItem(3 - limit % 3));
   EXPECT_EQ(queue.Dequeue(), 2);
-  EXPECT_EQ(Slots(queue), (TValues{3, 4, 0}));
+  EXPECT_EQ(Slots(queue), (TSamples{3, 4, 0}));
   queue.SetCapacity(5);
-  EXPECT_EQ(Slots(queue), (TValues{3, 4, 0, 0, 0}));
+  EXPECT_EQ(Slots(queue), (TSamples{3, 4, 0, 0, 0}));
   queue.Enqueue(5);
   queue.SetCapacity(2);
-  EXPECT_EQ(Slots(queue), (TValues{4, 5}));
+  EXPECT_EQ(Slots(queue), (TSamples{4, 5}));
   queue.Dequeue();
   queue.Dequeue();
   EXPECT_EQ(queue.Dequeue(), 0);

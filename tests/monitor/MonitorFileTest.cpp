@@ -28,7 +28,7 @@ TMonitorDataFrame Frame(std::uint16_t mainType, std::uint16_t subType, std::vect
   return frame;
 }
 
-struct TDevices final : TNcDeviceManager {
+struct TPlainDevices final : TNcDeviceManager {
   TNcInputGroup* InputGroup() override { return nullptr; }
   std::int32_t GetAxisCount() override { return 3; }
 };
@@ -41,7 +41,7 @@ TEST(MonitorFile, HoldsTheMachinesMotorsAndTheFramesThatAreKept) {
   TMachineConfig config;
   ASSERT_TRUE(config.Load(dir.Path() / "m.xml"));
   const TInstalled<TMachineConfig> configInstalled(config);
-  TDevices devices;
+  TPlainDevices devices;
   const TInstalled<TNcDeviceManager> devicesInstalled(devices);
 
   const TMonitorDataFrame integers = Frame(3, 2, {1, -5});
@@ -66,7 +66,7 @@ TEST(MonitorFile, HoldsTheMachinesMotorsAndTheFramesThatAreKept) {
 
   TSystemMonitorFile file(frames);
   file.SaveExpandToFile((dir.Path() / "e.csv").string());
-  EXPECT_EQ(ReadFile(dir.Path() / "e.csv"),
+  EXPECT_EQ(FileText(dir.Path() / "e.csv"),
             "MainType,3,SubType,2,Param1,0,Param2,0,采样时间,0,1,-5\n"
             "MainType,2,SubType,1,Param1,0,Param2,0,采样时间,-1,0.50000000\n"
             "MainType,2,SubType,2,Param1,0,Param2,0,采样时间,0" +
@@ -211,16 +211,16 @@ TEST(MonitorFile, ReplacesAFileAsAWholeAndLeavesNothingBehind) {
     TMonitorFileSink fresh((dir.Path() / "new.csv").string());
     fresh.Write("whole");
     EXPECT_FALSE(std::filesystem::exists(dir.Path() / "new.csv"));
-    EXPECT_EQ(ReadFile(dir.Path() / "new.csv.2.part"), "whole");
+    EXPECT_EQ(FileText(dir.Path() / "new.csv.2.part"), "whole");
     fresh.Commit();
-    EXPECT_EQ(ReadFile(dir.Path() / "new.csv"), "whole");
-    EXPECT_EQ(ReadFile(dir.Path() / "new.csv.part"), "of a killed run");
+    EXPECT_EQ(FileText(dir.Path() / "new.csv"), "whole");
+    EXPECT_EQ(FileText(dir.Path() / "new.csv.part"), "of a killed run");
     std::filesystem::remove(dir.Path() / "new.csv");
     std::filesystem::remove(dir.Path() / "new.csv.part");
   }
-  EXPECT_EQ(ReadFile(file), "old");
+  EXPECT_EQ(FileText(file), "old");
   monitor.SaveToFile((dir.Path() / "link.csv").string());
-  EXPECT_EQ(ReadFile(file), kHead);
+  EXPECT_EQ(FileText(file), kHead);
   struct stat after {};
   ::lstat(file.c_str(), &after);
   EXPECT_EQ(after.st_mode, static_cast<mode_t>(S_IFREG | 0640));
@@ -233,13 +233,13 @@ TEST(MonitorFile, ReplacesAFileAsAWholeAndLeavesNothingBehind) {
     ::chmod(file.c_str(), 0666);
     ASSERT_EQ(::seteuid(65534), 0);
     const auto other = std::make_unique<TMonitorFileSink>(file.string());
-    EXPECT_EQ(ReadFile(file), kHead);
+    EXPECT_EQ(FileText(file), kHead);
     ASSERT_EQ(::seteuid(0), 0);
     ::chmod(dir.Path().c_str(), 0755);
     ASSERT_EQ(::seteuid(65534), 0);
     EXPECT_THROW(TMonitorFileSink(file.string()), EProblem);
     ASSERT_EQ(::seteuid(0), 0);
-    EXPECT_EQ(ReadFile(file), kHead);
+    EXPECT_EQ(FileText(file), kHead);
   }
 
   monitor.SaveToFile("/dev/null");

@@ -21,7 +21,7 @@ inline const std::string kHead =
     "MonitorData\n"
     "MainType,SubType,Param1,Param2,SampleTime,TimeInterval,DataCount,Version,ShareDw,Reserve1,Reserve2,Data\n";
 
-inline std::string ReadFile(const std::filesystem::path& file) {
+inline std::string FileText(const std::filesystem::path& file) {
   std::ifstream in(file, std::ios::binary);
   return {std::istreambuf_iterator<char>(in), {}};
 }

@@ -21,7 +21,7 @@ std::string Content(const fs::path& file) {
   return {std::istreambuf_iterator<char>(in), {}};
 }
 
-const std::string kFile = "/m/machine.xml";
+const std::string kName = "/m/machine.xml";
 
 TEST(DurableSave, EveryCrashLeavesTheLastAcknowledgedOrTheNewFileWhole) {
   for (const bool hasLinks : {true, false}) {
@@ -30,28 +30,28 @@ TEST(DurableSave, EveryCrashLeavesTheLastAcknowledgedOrTheNewFileWhole) {
     const TInstalled<IFileLayer> installed(disk);
     std::string acknowledged = std::string(1500, 'a');
     std::string previous;
-    disk.Put(kFile, acknowledged);
+    disk.Put(kName, acknowledged);
     std::string next;
     std::size_t images = 0;
     disk.OnCall = [&] {
       for (const auto& image : disk.CrashImages()) {
         ++images;
-        ASSERT_TRUE(image.contains(kFile)) << disk.Log.back();
-        const std::string& content = image.at(kFile);
+        ASSERT_TRUE(image.contains(kName)) << disk.Log.back();
+        const std::string& content = image.at(kName);
         ASSERT_TRUE(content == acknowledged || content == next) << disk.Log.back() << ": " << content.size();
-        const auto backup = image.find(kFile + ".bak");
+        const auto backup = image.find(kName + ".bak");
         ASSERT_TRUE(backup == image.end() || backup->second == acknowledged || backup->second == previous)
             << disk.Log.back();
       }
     };
     for (const char c : {'b', 'c', 'd'}) {
       next = std::string(1400, c);
-      ASSERT_TRUE(ReplaceFile(kFile, next, ".bak").Done);
+      ASSERT_TRUE(ReplaceFile(kName, next, ".bak").Done);
       previous = std::exchange(acknowledged, next);
       disk.OnCall();  // acknowledged: nothing older may come back
     }
     EXPECT_GT(images, 100u);
-    EXPECT_EQ(disk.Names(), (TCrashDisk::TImage{{kFile, acknowledged}, {kFile + ".bak", previous}}));
+    EXPECT_EQ(disk.Names(), (TCrashDisk::TImage{{kName, acknowledged}, {kName + ".bak", previous}}));
   }
 }
 
@@ -63,11 +63,11 @@ TEST(DurableSave, AFileIsAddedWholeOrNotAtAllAndNeverOverAnother) {
     const std::string first(1500, 'a');
     disk.OnCall = [&] {
       for (const auto& image : disk.CrashImages())
-        ASSERT_TRUE(!image.contains(kFile) || image.at(kFile) == first) << disk.Log.back();
+        ASSERT_TRUE(!image.contains(kName) || image.at(kName) == first) << disk.Log.back();
     };
-    ASSERT_TRUE(AddFile(kFile, first).Done);
-    ASSERT_TRUE(AddFile(kFile, "b").Done) << "another was first";
-    EXPECT_EQ(disk.Names(), (TCrashDisk::TImage{{kFile, first}}));
+    ASSERT_TRUE(AddFile(kName, first).Done);
+    ASSERT_TRUE(AddFile(kName, "b").Done) << "another was first";
+    EXPECT_EQ(disk.Names(), (TCrashDisk::TImage{{kName, first}}));
   }
 }
 
@@ -76,19 +76,19 @@ TEST(DurableSave, AFullDiskAtAnyCallLeavesTheOldFileAndNoTemporaries) {
   for (int call = 0;; ++call) {
     TCrashDisk disk;
     const TInstalled<IFileLayer> installed(disk);
-    disk.Put(kFile, "old");
+    disk.Put(kName, "old");
     disk.FailAt = call;
-    const TReplaced replaced = ReplaceFile(kFile, "new", ".bak");
+    const TReplaced replaced = ReplaceFile(kName, "new", ".bak");
     if (disk.Calls <= call) break;
     const auto names = disk.Names();
     const std::string& step = disk.Log[static_cast<std::size_t>(call)];
     if (replaced.Done) {  // from the rename on
-      EXPECT_EQ(names.at(kFile), "new") << step;
+      EXPECT_EQ(names.at(kName), "new") << step;
       EXPECT_EQ(replaced.Problem.empty(), !step.starts_with("flush folder")) << step;
       continue;
     }
     ++failed;
-    EXPECT_EQ(names.at(kFile), "old") << step;
+    EXPECT_EQ(names.at(kName), "old") << step;
     EXPECT_NE(replaced.Problem.find("No space left"), std::string::npos) << replaced.Problem;
     for (const auto& [name, content] : names) EXPECT_FALSE(name.ends_with(".tmp")) << step;
   }

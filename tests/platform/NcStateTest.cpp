@@ -17,13 +17,13 @@
 namespace ixocamglue::test {
 namespace {
 
-constexpr std::int32_t kState = 204;
+constexpr std::int32_t kRunState = 204;
 
-TTexts GStory;
+TTexts GCalls;
 std::map<std::string, std::function<void()>> GDo;  // what a hook does beside telling
 
 void Tell(const std::string& what) {
-  GStory.push_back(what);
+  GCalls.push_back(what);
   if (const auto it = GDo.find(what); it != GDo.end()) it->second();
 }
 
@@ -118,18 +118,18 @@ struct TSink final : ILogSink {
 class StateFramework : public testing::Test {
  protected:
   StateFramework() {
-    GStory.clear();
+    GCalls.clear();
     GDo.clear();
-    Registry.RegisterStateCtrl(kState,
+    Registry.RegisterStateCtrl(kRunState,
                                [](TNcStateFramework& owner) { return std::make_unique<TScriptedState>(owner); });
     Framework.emplace();
     Framework->RunOnce();  // power-up
   }
-  TScriptedState& State() { return static_cast<TScriptedState&>(*Framework->State(kState)); }
+  TScriptedState& State() { return static_cast<TScriptedState&>(*Framework->State(kRunState)); }
   void Enter() {
-    (void)Framework->RequestState(kState, 7);
+    (void)Framework->RequestState(kRunState, 7);
     Framework->RunOnce();
-    GStory.clear();
+    GCalls.clear();
   }
   void Pass(int n = 1) {
     while (n-- > 0) Clock.Sleep(Framework->RunOnce());
@@ -147,13 +147,13 @@ class StateFramework : public testing::Test {
 TEST_F(StateFramework, TheFirstStepComesOnThePassAfterTheEntryAndOneTickPerPass) {
   GDo["init 7"] = [&] { State().EnsureBusySet(); };
   GDo["step 0"] = [&] { State().EnsureBusySet(); };
-  (void)Framework->RequestState(kState, 7);
+  (void)Framework->RequestState(kRunState, 7);
   EXPECT_TRUE(Framework->ChangePending());
   Pass();
-  EXPECT_EQ(GStory, (TTexts{"check enter 7", "init 7"}));
+  EXPECT_EQ(GCalls, (TTexts{"check enter 7", "init 7"}));
   Pass(2);
-  EXPECT_EQ(GStory, (TTexts{"check enter 7", "init 7", "step 0", "step 0"}));
-  EXPECT_EQ(Framework->CurrentState(), kState);
+  EXPECT_EQ(GCalls, (TTexts{"check enter 7", "init 7", "step 0", "step 0"}));
+  EXPECT_EQ(Framework->CurrentState(), kRunState);
   EXPECT_FALSE(Framework->ChangePending());
 }
 
@@ -163,18 +163,18 @@ TEST_F(StateFramework, AChangeIsCarriedOutAfterTheTickAndTheLastRequestWins) {
   GDo["step 0"] = [&] {
     State().ChangeState(999, 0);
     State().ChangeState(nsStandby, 0);
-    EXPECT_EQ(Framework->CurrentState(), kState);
+    EXPECT_EQ(Framework->CurrentState(), kRunState);
   };
   Pass();
-  EXPECT_EQ(GStory, (TTexts{"step 0", "leave to 0"}));
+  EXPECT_EQ(GCalls, (TTexts{"step 0", "leave to 0"}));
   EXPECT_EQ(Framework->CurrentState(), nsStandby);
 }
 
 TEST_F(StateFramework, WhatIsRequestedWhileAStateIsEnteredFollowsIt) {
   GDo["init 7"] = [&] { (void)Framework->RequestState(nsStandby, 0); };
-  (void)Framework->RequestState(kState, 7);
+  (void)Framework->RequestState(kRunState, 7);
   Pass();
-  EXPECT_EQ(Framework->CurrentState(), kState);
+  EXPECT_EQ(Framework->CurrentState(), kRunState);
   EXPECT_TRUE(Framework->IsPending(nsStandby));
   EXPECT_EQ(State().StateName(), "");
   Pass();
@@ -188,26 +188,26 @@ TEST_F(StateFramework, EachBusyConditionWaitsForItsDevice) {
   for (const std::int32_t limitMs : {-1, 100}) {
     State().SetBusy(device, limitMs);
     Pass(3);
-    EXPECT_EQ(GStory, TTexts{});
+    EXPECT_EQ(GCalls, TTexts{});
   }
   device.Busy = false;
   Pass();
-  EXPECT_EQ(GStory, TTexts{"step 0"});
+  EXPECT_EQ(GCalls, TTexts{"step 0"});
   Pass(3);  // nothing asked for: waits for events from outside
-  EXPECT_EQ(GStory, TTexts{"step 0"});
+  EXPECT_EQ(GCalls, TTexts{"step 0"});
 
   State().Delay(35);
   State().SetBusyDelay(-1);
   Pass(4);
-  EXPECT_EQ(GStory.size(), 1u);
+  EXPECT_EQ(GCalls.size(), 1u);
   Pass();
-  EXPECT_EQ(GStory.size(), 2u);
+  EXPECT_EQ(GCalls.size(), 2u);
 
   State().SetBusyMotion(-1);  // no driver, no gas: met at once
   Pass();
   State().SetBusyGas(-1);
   Pass();
-  EXPECT_EQ(GStory.size(), 4u);
+  EXPECT_EQ(GCalls.size(), 4u);
 }
 
 TEST_F(StateFramework, AProcedureThatWaitsForNothingIsStoppedWithTheCause) {
@@ -216,10 +216,10 @@ TEST_F(StateFramework, AProcedureThatWaitsForNothingIsStoppedWithTheCause) {
   Enter();
   Pass();  // its tick names nothing to wait for; the 20th pass asks for the stop
   Pass(19);
-  EXPECT_EQ(GStory, (TTexts{"step 0", "stop exec"}));
+  EXPECT_EQ(GCalls, (TTexts{"step 0", "stop exec"}));
   Pass();
-  EXPECT_EQ(GStory.back(), "leave to 0");
-  EXPECT_EQ(cause, Show(SNcWedged, kState));
+  EXPECT_EQ(GCalls.back(), "leave to 0");
+  EXPECT_EQ(cause, Show(SNcWedged, kRunState));
 
   // One that polls, waits, or is about to change is not; nor is one that names its wait in between.
   TDevice device;
@@ -236,8 +236,8 @@ TEST_F(StateFramework, AProcedureThatWaitsForNothingIsStoppedWithTheCause) {
     device.Busy = true;
     Pass();
   }
-  EXPECT_EQ(Framework->CurrentState(), kState);
-  EXPECT_EQ(std::ranges::count(GStory, "stop exec"), 0);
+  EXPECT_EQ(Framework->CurrentState(), kRunState);
+  EXPECT_EQ(std::ranges::count(GCalls, "stop exec"), 0);
   GDo.clear();
 
   // The gas calibration is a procedure too; another state may wait for events from outside.
@@ -298,9 +298,9 @@ TEST_F(StateFramework, EveryEndingHasItsReasonAndStopComesFirst) {
     Enter();
     State().SetBusy(device, -1);
     cause();
-    std::erase(GStory, "stop exec");
+    std::erase(GCalls, "stop exec");
     Pass();
-    EXPECT_EQ(GStory, (TTexts{step, "leave to 0"})) << name;
+    EXPECT_EQ(GCalls, (TTexts{step, "leave to 0"})) << name;
     EXPECT_EQ(Framework->EndCause(), why) << name;
     EXPECT_EQ(Framework->CurrentState(), nsStandby) << name;
   }
@@ -320,14 +320,14 @@ TEST_F(StateFramework, StopTellsTheStateAtOnceAndWithdrawsAnEntryNotYetMade) {
   GDo["stop exec"] = [] { throw std::runtime_error("its own answer"); };
   Enter();
   Framework->Stop();
-  EXPECT_EQ(GStory, TTexts{"stop exec"});
+  EXPECT_EQ(GCalls, TTexts{"stop exec"});
   Pass();
   EXPECT_EQ(Framework->CurrentState(), nsStandby);
-  GStory.clear();
-  (void)Framework->RequestState(kState, 1);
+  GCalls.clear();
+  (void)Framework->RequestState(kRunState, 1);
   Framework->Stop();
   Pass(2);
-  EXPECT_EQ(GStory, TTexts{});
+  EXPECT_EQ(GCalls, TTexts{});
 }
 
 TEST_F(StateFramework, NothingIsRequestedBetweenAStopAndItsEnd) {
@@ -338,20 +338,20 @@ TEST_F(StateFramework, NothingIsRequestedBetweenAStopAndItsEnd) {
     devices.Beam = true;
     devices.Refusals = 3;
     Framework->Stop();
-    EXPECT_EQ(Framework->RequestState(kState, 1).Problem().What, "a stop has not come to its end");
+    EXPECT_EQ(Framework->RequestState(kRunState, 1).Problem().What, "a stop has not come to its end");
     Pass();
     EXPECT_EQ(Framework->CurrentState(), nsStandby);
-    EXPECT_EQ(Framework->RequestState(kState, 1).Problem().Why, "a device has not acknowledged switching off");
+    EXPECT_EQ(Framework->RequestState(kRunState, 1).Problem().Why, "a device has not acknowledged switching off");
     Pass(3);
     EXPECT_FALSE(Framework->SafePending());
     Framework->Stop();  // of nothing: over with the pass that takes it
-    EXPECT_FALSE(Framework->RequestState(kState, 1).Ok());
+    EXPECT_FALSE(Framework->RequestState(kRunState, 1).Ok());
     Pass();
     EXPECT_EQ(Framework->CurrentState(), nsStandby);
-    GStory.clear();
-    EXPECT_TRUE(Framework->RequestState(kState, 1).Ok());
+    GCalls.clear();
+    EXPECT_TRUE(Framework->RequestState(kRunState, 1).Ok());
     Pass();
-    EXPECT_EQ(GStory, (TTexts{"check enter 1", "init 1"}));
+    EXPECT_EQ(GCalls, (TTexts{"check enter 1", "init 1"}));
     State().ChangeState(nsStandby, 0);
     Pass();
   }
@@ -377,10 +377,10 @@ TEST_F(StateFramework, ARefusedEntryLeavesAndGoesToStandby) {
     GDo.clear();
     State().EnterAlarm = false;
     arrange();
-    GStory.clear();
-    (void)Framework->RequestState(kState, 7);
+    GCalls.clear();
+    (void)Framework->RequestState(kRunState, 7);
     Pass(2);
-    EXPECT_EQ(GStory, story);
+    EXPECT_EQ(GCalls, story);
     EXPECT_EQ(Framework->CurrentState(), nsStandby);
   }
   (void)Framework->RequestState(777, 0);  // nobody registered it
@@ -410,8 +410,8 @@ TEST_F(StateFramework, AStateThatCannotBeMadeIsStandbyAndDark) {
   devices.Beam = devices.Emission = devices.GasDevice.On = true;
   GDo["step 0"] = [&] { State().ChangeState(300, 0); };
   Pass(3);
-  EXPECT_EQ(GStory, (TTexts{"step 0", "leave to 300"}));
-  EXPECT_EQ(changes, (std::vector{std::pair(kState, nsStandby)}));
+  EXPECT_EQ(GCalls, (TTexts{"step 0", "leave to 300"}));
+  EXPECT_EQ(changes, (std::vector{std::pair(kRunState, nsStandby)}));
   EXPECT_EQ(Framework->CurrentState(), nsStandby);
   EXPECT_FALSE(Framework->ChangePending());
   EXPECT_FALSE(devices.Beam || devices.Emission || devices.GasDevice.On);
@@ -468,28 +468,28 @@ TEST_F(StateFramework, AFaultOfThePassLosesNoEndingNorTheWorkBehindIt) {
   Pass();
   EXPECT_EQ(alarms.FailsAt, 0);
   EXPECT_EQ(done, TTexts{"behind it"});
-  EXPECT_EQ(Framework->CurrentState(), kState);
-  EXPECT_FALSE(Framework->RequestState(kState, 7).Ok());
+  EXPECT_EQ(Framework->CurrentState(), kRunState);
+  EXPECT_FALSE(Framework->RequestState(kRunState, 7).Ok());
   Framework->Stop("bert");
-  std::erase(GStory, "stop exec");
+  std::erase(GCalls, "stop exec");
   Pass();
-  EXPECT_EQ(GStory, (TTexts{"step 1", "step 1", "leave to 0"}));
+  EXPECT_EQ(GCalls, (TTexts{"step 1", "step 1", "leave to 0"}));
   EXPECT_EQ(causes, (TTexts{"anna", "anna"}));
 }
 
 TEST_F(StateFramework, WhoRegistersAStateFirstKeepsIt) {
   EXPECT_FALSE(Registry.RegisterStateCtrl(
-      kState, [](TNcStateFramework& owner) { return std::make_unique<TNcStateCtrl>(owner); }));
+      kRunState, [](TNcStateFramework& owner) { return std::make_unique<TNcStateCtrl>(owner); }));
   EXPECT_EQ(Faults.Claim(), TTexts{"machine state 204 is registered already"});
-  (void)Framework->RequestState(kState, 7);
+  (void)Framework->RequestState(kRunState, 7);
   Pass();
-  EXPECT_EQ(GStory, (TTexts{"check enter 7", "init 7"}));
+  EXPECT_EQ(GCalls, (TTexts{"check enter 7", "init 7"}));
 }
 
 TEST_F(StateFramework, TheEndOfTheFrameworkEndsItsState) {
   Enter();
   Framework.reset();
-  EXPECT_EQ(GStory, (TTexts{"stop exec", "step 1", "leave to 0"}));
+  EXPECT_EQ(GCalls, (TTexts{"stop exec", "step 1", "leave to 0"}));
 }
 
 TEST_F(StateFramework, OffIsDemandedEveryPassUntilTheDeviceAcknowledgesWithoutTheLock) {
@@ -535,9 +535,9 @@ TEST_F(StateFramework, BeforeTheFirstPassAndWithoutOneNothingIsLost) {
   EXPECT_TRUE(alive.expired());
   Framework.emplace();
   Framework->Stop();
-  EXPECT_FALSE(Framework->RequestState(kState, 7).Ok());
+  EXPECT_FALSE(Framework->RequestState(kRunState, 7).Ok());
   Pass(2);
-  EXPECT_TRUE(Framework->RequestState(kState, 7).Ok());
+  EXPECT_TRUE(Framework->RequestState(kRunState, 7).Ok());
 }
 
 TEST(ForbiddenKeys, ByTheSetInForceAndWithoutOneOnlyTheCommandThatIsNone) {
