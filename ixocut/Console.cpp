@@ -13,7 +13,7 @@
 namespace ixocut {
 namespace {
 
-const char* LevelOf(const TLogRecord& record) {
+const char* LogLevelOf(const TLogRecord& record) {
   if (!record.Diagnostic) {
     if (record.Kind >= lkException) return "exception";
     if (record.Kind >= lkError) return "error";
@@ -63,13 +63,13 @@ void TConsole::Write(const TLogRecord& record) {
   const std::uint64_t ms = record.TimeMs > FStartMs ? record.TimeMs - FStartMs : 0;
   TGuard guard(FLock);
   if (FSettings.Json) {
-    FLines.push_back({ms, LevelOf(record), record.Text, record.Source});
+    FLines.push_back({ms, LogLevelOf(record), record.Text, record.Source});
     return;
   }
   FStatus.Clear();
   FOut << Format("%8llu ms  ", static_cast<unsigned long long>(ms));
   if (FSettings.Trace)
-    FOut << Format("%-9s ", LevelOf(record));
+    FOut << Format("%-9s ", LogLevelOf(record));
   else if (IsTrouble(record))
     FOut << "! ";
   FOut << (!FSettings.Trace && IsTrouble(record) ? ixocontroller::ErrorSentence(record.Text) : record.Text) << '\n'

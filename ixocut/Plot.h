@@ -47,6 +47,8 @@ class TPlotList {
   std::string FText;
 };
 
+inline constexpr int kPlotWidth = 1100;  // of plots one above the other
+
 // Runs a script of several plots, and puts its picture, whole or not at all, where `target` says; the size in pixels.
 // `settings` stand in front of the data, the plots, from "set multiplot" on, behind it.
 void DrawPlot(int width, int height, const std::string& settings, const TPlotData& data, const std::string& plots,

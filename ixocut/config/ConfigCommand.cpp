@@ -17,11 +17,11 @@ namespace ixocut {
 namespace {
 
 // One line, whatever the value holds.
-std::string Quoted(const std::string& text) {
+std::string InQuotes(const std::string& text) {
   return nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
-std::string Shown(const TPropertyView& view) { return view.Type == "string" ? Quoted(view.Value) : view.Value; }
+std::string Shown(const TPropertyView& view) { return view.Type == "string" ? InQuotes(view.Value) : view.Value; }
 
 // "3", "2.5 bar"; texts in quotation marks.
 std::string WithUnit(const TPropertyView& view, const std::string& shown) {
@@ -173,7 +173,7 @@ int RunConfigSchema(TConsole& console) {
     document.push_back(JsonFacts(view));
     const std::string range = view.RangeText();
     console.Say(Format("%-56s %-9s ", view.Path.c_str(), view.Type.c_str()) +
-                WithUnit(view, view.Type == TypeName<std::string>() ? Quoted(view.Default) : view.Default) +
+                WithUnit(view, view.Type == TypeName<std::string>() ? InQuotes(view.Default) : view.Default) +
                 (range.empty() ? "" : "  " + range) + Sentence(view));
   }
   return console.Print(document);

@@ -12,7 +12,6 @@
 namespace ixocut {
 namespace {
 
-constexpr int kWidth = 1100;
 constexpr int kRowHeight = 340;
 
 std::string Block(TPlotData& data, const std::vector<TDot>& dots) { return data.Add(TPlotData::Lines(dots, 6)); }
@@ -63,7 +62,7 @@ void DrawGasCalibration(const std::vector<TGasResult>& results, const TGasNozzle
   for (const TGasResult* result : shown)
     plots += Format("set yrange [0:%.3g]\n", std::max(1.08 * result->MaxBar(), 0.1)) + CurvePanel(*result, data) +
              TracePanel(*result, data);
-  DrawPlot(kWidth, static_cast<int>(40 + kRowHeight * shown.size()),
+  DrawPlot(kPlotWidth, static_cast<int>(40 + kRowHeight * shown.size()),
            "set grid\nunset colorbox\nset palette rgbformulae 33,13,10\nset cbrange [0:1]\n", data, plots, target);
 }
 

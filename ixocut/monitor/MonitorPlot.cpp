@@ -10,7 +10,6 @@ namespace ixocut {
 namespace {
 
 constexpr int kPanelHeight = 170;
-constexpr int kWidth = 1100;
 
 using TPicture = TRecordingPicture;
 
@@ -80,7 +79,7 @@ int PlotMonitorFile(const std::string& file, const std::string& target, TConsole
     plots += CurvePlots(panel, data);
   }
   if (!picture.Bands.empty()) plots += "set xlabel 'ms'\n" + BandPlots(picture.Bands, data);
-  DrawPlot(kWidth, 60 + kPanelHeight * static_cast<int>(panels), "set grid\nset lmargin 16\nset rmargin 14\n", data,
+  DrawPlot(kPlotWidth, 60 + kPanelHeight * static_cast<int>(panels), "set grid\nset lmargin 16\nset rmargin 14\n", data,
            plots, target);
   console.Say(Format(Tr("%s: %zu panels, %zu signals"), target.c_str(), panels, recording.Series.size()));
   if (!picture.LeftOut.empty()) console.Say(Format(Tr("left out, without a number: %s"), picture.LeftOut.c_str()));

@@ -17,7 +17,7 @@ namespace {
 constexpr std::uint64_t kStatusEveryMs = 1000;
 constexpr std::uint64_t kTerminalEveryMs = 100;
 constexpr std::uint64_t kShareOfStep = 10;
-constexpr std::uint64_t kLongestMs = 86'400'000;  // a day
+constexpr std::uint64_t kLongestLimitMs = 86'400'000;  // a day
 
 struct TRunOptions : TRunSettings {
   std::string Name;       // of the procedure, or the file
@@ -243,7 +243,7 @@ void AddRunCommand(TCommand program) {
   command.Text("FILE", options.Name, Tr("A JSON file of motion commands"), "TEXT");
   AddRunSettings(command, options);
   command
-      .Number("--limit", options.LimitMs, 1, kLongestMs, "ms",
+      .Number("--limit", options.LimitMs, 1, kLongestLimitMs, "ms",
               Tr("Machine time after which the procedure is stopped, 1 to 86400000"))
       .ShowDefault();
   command.Text("--plot", options.Plot, Tr("Draw XY path, Z and signals"), "FILE.svg");

@@ -49,7 +49,7 @@ std::vector<std::string> AlarmRow(const TNcAlarmRecord& record) {
 }
 
 std::string KeysText(TKeyMask keys) {
-  const TKeyMask all = Run(0, kKeys - 1);
+  const TKeyMask all = ixocamglue::Run(0, kKeys - 1);
   return (keys & all) == all ? Tr("all keys") : Code(KeyNames(keys & all));
 }
 

@@ -27,8 +27,8 @@ constexpr TMs kReadyWithin{5000};
 constexpr TMs kStopWithin{10'000};  // of one command
 constexpr TMs kEndWithin{3000};
 constexpr TMs kPollEvery{10};
-constexpr const char* kMark = ".ixocut-tour";  // in a folder that a tour has made: the next one may clear it
-constexpr const char* kPlc = "PLC";            // in a command: the address of the simulated one
+constexpr const char* kTourMark = ".ixocut-tour";  // in a folder that a tour has made: the next one may clear it
+constexpr const char* kPlc = "PLC";                // in a command: the address of the simulated one
 constexpr const char* kThisProgram = "/proc/self/exe";
 
 struct TStop {
@@ -110,7 +110,7 @@ class TTour {
                                          : fs::path(options.Out));
     std::error_code error;
     if (fs::exists(folder, error) && !fs::is_empty(folder, error)) {
-      if (!fs::exists(folder / kMark, error))
+      if (!fs::exists(folder / kTourMark, error))
         throw EProblem(pbRequest, TProblem{.What = Tr("the folder holds something else"), .Where = folder.string()});
       fs::remove_all(folder, error);
     }
@@ -119,7 +119,7 @@ class TTour {
       throw EProblem(pbUnusable, TProblem{.What = Tr("the folder cannot be created"),
                                           .Where = folder.string(),
                                           .Why = SystemErrorText(error.value())});
-    if (!TouchMark(folder / kMark))
+    if (!TouchMark(folder / kTourMark))
       throw EProblem(pbUnusable, TProblem{.What = Tr("the folder cannot be written to"), .Where = folder.string()});
     return folder;
   }
@@ -217,7 +217,7 @@ class TTour {
     auto files = nlohmann::ordered_json::array();
     std::string names;
     for (const auto& file : fs::recursive_directory_iterator(FFolder)) {
-      if (!file.is_regular_file() || file.path().filename() == kMark) continue;
+      if (!file.is_regular_file() || file.path().filename() == kTourMark) continue;
       files.push_back(fs::relative(file.path(), FFolder).string());
     }
     std::sort(files.begin(), files.end());
