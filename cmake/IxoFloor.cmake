@@ -3,18 +3,25 @@
 set(ixo_common_headers <algorithm> <array> <atomic> <charconv> <cmath> <cstdint> <deque> <filesystem> <functional> <map>
   <memory> <optional> <span> <string> <string_view> <utility> <vector>)
 
-# ixo_unite(<target>): the sources of one folder are compiled as one, which parses and instantiates what they share once.
-# Without it each stands for itself in compile_commands.json, as tools want them.
-option(IXO_UNITE "Compile the sources of a folder as one where that saves time" ON)
-function(ixo_unite target)
+# ixo_unite(<target> <n>): its sources are compiled as <n> of about the same length, which parses and instantiates what
+# they share once. Names in anonymous namespaces differ therefore within a target. Without it each source stands for
+# itself in compile_commands.json, as tools want them.
+option(IXO_UNITE "Compile several sources as one, which saves time" ON)
+function(ixo_unite target n)
   if(NOT IXO_UNITE)
     return()
   endif()
   get_target_property(sources ${target} SOURCES)
+  list(FILTER sources INCLUDE REGEX "\\.cpp$")
+  set(length 0)
   foreach(source IN LISTS sources)
-    cmake_path(GET source PARENT_PATH folder)
-    cmake_path(RELATIVE_PATH folder BASE_DIRECTORY ${PROJECT_SOURCE_DIR})
-    string(MAKE_C_IDENTIFIER "${folder}" group)
+    cmake_path(ABSOLUTE_PATH source OUTPUT_VARIABLE file)
+    file(SIZE ${file} size)
+    list(APPEND starts ${length})
+    math(EXPR length "${length} + ${size}")
+  endforeach()
+  foreach(source start IN ZIP_LISTS sources starts)
+    math(EXPR group "${start} * ${n} / ${length}")
     set_source_files_properties(${source} TARGET_DIRECTORY ${target} PROPERTIES UNITY_GROUP ${group})
   endforeach()
   set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_MODE GROUP)
@@ -28,13 +35,13 @@ function(ixo_lightly)
   endforeach()
 endfunction()
 
-# ixo_floor(<folder> [RECURSE] [HIDES <regex>] [LINKS <targets>])
+# ixo_floor(<folder> <n> [RECURSE] [HIDES <regex>] [LINKS <targets>])
 #
-# One floor of libixocamglue: the OBJECT library ixo_<folder> of all sources in <folder>, whose objects and headers become
-# part of ixocamglue. HIDES are headers that are not installed. LINKS are the floors below and what other libraries the
+# One floor of libixocamglue: the OBJECT library ixo_<folder> of all sources in <folder>, compiled as <n>, whose objects
+# and headers become part of ixocamglue. HIDES are headers that are not installed. LINKS are the floors below and what other libraries the
 # floor's sources need.
-function(ixo_floor folder)
-  cmake_parse_arguments(PARSE_ARGV 1 floor "RECURSE" "HIDES" "LINKS")
+function(ixo_floor folder n)
+  cmake_parse_arguments(PARSE_ARGV 2 floor "RECURSE" "HIDES" "LINKS")
   set(glob GLOB)
   if(floor_RECURSE)
     set(glob GLOB_RECURSE)
@@ -48,7 +55,7 @@ function(ixo_floor folder)
 
   add_library(ixo_${folder} OBJECT ${files})
   set_target_properties(ixo_${folder} PROPERTIES LINKER_LANGUAGE CXX POSITION_INDEPENDENT_CODE ON)
-  ixo_unite(ixo_${folder})
+  ixo_unite(ixo_${folder} ${n})
   target_include_directories(ixo_${folder} PUBLIC ${PROJECT_SOURCE_DIR})
   target_link_libraries(ixo_${folder} PRIVATE ixo_warnings Threads::Threads ${floor_LINKS})
   if(folder STREQUAL "support")
