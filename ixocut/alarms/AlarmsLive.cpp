@@ -7,6 +7,7 @@
 #include "ixocamglue/support/FileLock.h"
 #include "ixocut/Command.h"
 #include "ixocut/alarms/AlarmsCommand.h"
+#include "machines/simulated/Faults.h"
 #include "machines/simulated/Machine.h"
 
 namespace ixocut {
@@ -29,29 +30,6 @@ std::string LineOf(const TToldAlarm& alarm) {
   if (first) line += std::string("  | ") + Tr("first");
   if (!stored) line += std::string("  | ") + Tr("not stored yet");
   return line;
-}
-
-// What happens to the devices themselves; their alarms are their own.
-void Device(TSimMachine& machine, const std::string& name, bool broken) {
-  if (name == "axis") {
-    const double x = broken ? machine.Config().X.SoftLimitPos + 100.0 : machine.Snapshot().Pos.X;
-    machine.Motion().MoveXY({x, machine.Snapshot().Pos.Y}, 0.0);
-  } else if (name == "gas") {
-    machine.GasDevice().SetSupply(broken ? 0.5 : 100.0);
-    machine.GasDevice().SetPressure(4.0);
-    machine.GasDevice().SwitchOn();
-  } else if (name == "emission") {
-    machine.LaserDevice().EmissionOn();
-    machine.LaserDevice().SetEmissionScript({TEmissionScript::TMode::emPolls, 0});
-    (void)machine.LaserDevice().GetEmission();
-    if (broken) machine.LaserDevice().LoseEmission();
-  } else {
-    if (broken) machine.Gate().PlanSet({.Call = machine.Gate().Calls() + 1, .Fault = gfThrow});
-    try {
-      (void)machine.GasDevice().GetGas();
-    } catch (const EDeviceFault&) {  // what was asked for
-    }
-  }
 }
 
 void Settle(TController& session, const TAlarmFeed& feed) {
@@ -87,7 +65,8 @@ int RunAlarmsLive(const TAlarmsOptions& options, TConsole& console) {
   // The laser's latch trips without a sign of life from the state thread.
   for (int ms = 0; ms < kStartMs && session.Framework().Watch().Pass.load() == 0; ++ms) Clock().Sleep(1);
   TAlarmScript live(
-      session, feed, [&](const std::string& name, bool fails) { Device(Simulated(session.Machine()), name, fails); },
+      session, feed,
+      [&](const std::string& name, bool fails) { SetSimTrouble(Simulated(session.Machine()), name, fails); },
       &TSignalStop::Asked);
   const auto run = [&](std::size_t number, const TResult<TAlarmScriptLine>& line) {
     const TResult<> done = line ? live.Do(*line) : TResult<>(line.Problem());

@@ -10,9 +10,10 @@
 namespace ixocamglue {
 namespace {
 
-constexpr double kNoisy = 0.02;     // pF
-constexpr double kRipple = 0.03;    // pF
-constexpr double kLowSupply = 0.5;  // bar
+constexpr double kNoisy = 0.02;        // pF
+constexpr double kRipple = 0.03;       // pF
+constexpr double kLowSupply = 0.5;     // bar
+constexpr double kFullSupply = 100.0;  // bar
 
 template <class Act>
 void OnFollowers(TSimMachine& machine, Act act) {
@@ -98,6 +99,28 @@ bool InjectSimFault(TSimMachine& machine, std::string_view name) {
   if (row == std::end(kFaults)) return false;
   row->Apply(machine);
   return true;
+}
+
+void SetSimTrouble(TSimMachine& machine, std::string_view device, bool broken) {
+  if (device == "axis") {
+    const TPoint2 at = machine.Snapshot().Pos;
+    machine.Motion().MoveXY({broken ? machine.Config().X.SoftLimitPos + 100.0 : at.X, at.Y}, 0.0);
+  } else if (device == "gas") {
+    machine.GasDevice().SetSupply(broken ? kLowSupply : kFullSupply);
+    machine.GasDevice().SetPressure(4.0);
+    machine.GasDevice().SwitchOn();
+  } else if (device == "emission") {
+    machine.LaserDevice().EmissionOn();
+    machine.LaserDevice().SetEmissionScript({TEmissionScript::TMode::emPolls, 0});
+    (void)machine.LaserDevice().GetEmission();
+    if (broken) machine.LaserDevice().LoseEmission();
+  } else {
+    if (broken) machine.Gate().PlanSet({.Call = machine.Gate().Calls() + 1, .Fault = gfThrow});
+    try {
+      (void)machine.GasDevice().GetGas();
+    } catch (const EDeviceFault&) {  // what was asked for
+    }
+  }
 }
 
 }  // namespace ixocamglue

@@ -14,4 +14,8 @@ class TSimMachine;
 [[nodiscard]] std::span<const TMachineFault> SimFaults();
 bool InjectSimFault(TSimMachine& machine, std::string_view name);  // false: unknown
 
+// What happens to a device while somebody looks on, or ends: an "axis" leaves its range, "gas" has no supply,
+// "emission" is lost, or of anything else a call throws. Its alarms are its own.
+void SetSimTrouble(TSimMachine& machine, std::string_view device, bool broken);
+
 }  // namespace ixocamglue
