@@ -7,7 +7,7 @@ namespace ixocut {
 using namespace ixocontroller;
 
 TOperatorTexts::TOperatorTexts(const TConsole& console) : FLocale(ShareFolder() / "locale") {
-  if (const std::string problem = FLocale.SelectLanguage(console.Settings().Language); !problem.empty())
+  if (const std::string problem = FManager.ChangeLanguage(console.Settings().Language); !problem.empty())
     console.Note(problem);
   for (const std::string& refused : FLibrary.LoadLocaleResources()) console.Note(refused);
   for (const TTextList texts : kControllerTexts)

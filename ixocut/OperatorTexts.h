@@ -5,6 +5,7 @@
 
 #include "ixocamglue/Library.h"
 #include "ixocamglue/platform/services/Locale.h"
+#include "ixocamglue/platform/services/LocaleManager.h"
 #include "ixocut/Console.h"
 
 namespace ixocut {
@@ -18,6 +19,8 @@ class TOperatorTexts {
  private:
   TLocaleReader FLocale;
   TInstalled<TLocaleReader> FInstalled{FLocale};
+  TLocaleManager FManager;  // tells the units of the library that the language is another
+  TInstalled<TLocaleManager> FManagerInstalled{FManager};
   TLibrary FLibrary;
 };
 

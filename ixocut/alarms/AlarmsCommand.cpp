@@ -5,11 +5,6 @@
 #include "ixocut/client/Attach.h"
 
 namespace ixocut {
-namespace {
-
-using TRun = int (*)(const TAlarmsOptions&, TConsole&);
-
-}  // namespace
 
 void AddAlarmsCommand(TCommand program) {
   const TCommand alarms = program.AddGroup("alarms", Tr("Look up, raise, list and check alarms"));
@@ -19,7 +14,7 @@ void AddAlarmsCommand(TCommand program) {
   TAlarmsOptions& o = *options;
   const char* const empty = Tr("the text is empty");
 
-  const auto add = [&](const char* name, const char* description, TRun call, const THelp& help) {
+  const auto add = [&](const char* name, const char* description, auto call, const THelp& help) {
     const TCommand command = AddWith(alarms, name, description, options, call);
     command.Help(help);
     return command;

@@ -30,8 +30,8 @@ int RunAlarmsLive(const TAlarmsOptions& options, TConsole& console);
 int RunAlarmsList(const TAlarmsOptions& options, TConsole& console);
 int RunAlarmsWatch(const TAlarmsOptions& options, TConsole& console);
 int RunAlarmsStats(const TAlarmsOptions& options, TConsole& console);
-int RunAlarmsAck(const TAlarmsOptions& options, TConsole& console);
-int RunAlarmsSuppress(const TAlarmsOptions& options, TConsole& console);
+int RunAlarmsAck(TAlarmsOptions options, TConsole& console);
+int RunAlarmsSuppress(TAlarmsOptions options, TConsole& console);
 int RunAlarmsClear(const TAlarmsOptions& options, TConsole& console);
 int RunAlarmsCheck(const TAlarmsOptions& options, TConsole& console);
 

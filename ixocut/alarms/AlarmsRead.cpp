@@ -5,12 +5,9 @@
 #include "controller/StateFolder.h"
 #include "controller/alarms/AlarmChanges.h"
 #include "controller/alarms/AlarmRows.h"
-#include "ixocamglue/Library.h"
 #include "ixocamglue/alarms/Almintprt.h"
 #include "ixocamglue/alarms/Ualarmdefs.h"
 #include "ixocamglue/platform/services/AppSys.h"
-#include "ixocamglue/platform/services/Locale.h"
-#include "ixocamglue/platform/services/LocaleManager.h"
 #include "ixocamglue/platform/services/UtcTime.h"
 #include "ixocamglue/platform/xml/MachineConfig.h"
 #include "ixocamglue/support/FileLock.h"
@@ -18,6 +15,7 @@
 #include "ixocamglue/support/JsonText.h"
 #include "ixocamglue/support/ValueText.h"
 #include "ixocut/Command.h"
+#include "ixocut/OperatorTexts.h"
 #include "ixocut/alarms/AlarmsCommand.h"
 #include "ixocut/client/Attach.h"
 
@@ -42,13 +40,10 @@ TAlarmFilter Filter(const TAlarmsOptions& options) {
 class TAlarmLookup {
  public:
   // The alarms of the machine file count too. Throws EProblem for a file that cannot be used.
-  TAlarmLookup(const TAlarmsOptions& options, const TConsole& console) : FLocale(ShareFolder() / "locale") {
+  TAlarmLookup(const TAlarmsOptions& options, const TConsole& console) {
     FConfig.Load(KnownMachine(options)).OrThrow(pbUnusable);
     FApp.Register(IID_IAlarmInterpreterSvc, std::make_shared<TAlarmDefinitionFiles>(ShareFolder() / "alarms"));
-    FLibrary.emplace();
-    if (const std::string problem = FLocaleManager.ChangeLanguage(options.Language); !problem.empty())
-      console.Note(problem);
-    for (const std::string& refused : FLibrary->LoadLocaleResources()) console.Note(refused);
+    FTexts.emplace(console);
   }
 
  private:
@@ -56,11 +51,7 @@ class TAlarmLookup {
   TInstalled<TAppSys> FAppInstalled{FApp};
   TMachineConfig FConfig;
   TInstalled<TMachineConfig> FConfigInstalled{FConfig};
-  TLocaleReader FLocale;
-  TInstalled<TLocaleReader> FLocaleInstalled{FLocale};
-  TLocaleManager FLocaleManager;
-  TInstalled<TLocaleManager> FLocaleManagerInstalled{FLocaleManager};
-  std::optional<TLibrary> FLibrary;
+  std::optional<TOperatorTexts> FTexts;
 };
 
 }  // namespace
@@ -175,10 +166,9 @@ int AcknowledgeInStore(const TAlarmsOptions& options, TConsole& console) {
 
 }  // namespace
 
-int RunAlarmsAck(const TAlarmsOptions& options, TConsole& console) {
+int RunAlarmsAck(TAlarmsOptions options, TConsole& console) {
   if (!options.Db.empty()) return AcknowledgeInStore(options, console);
-  TAlarmsOptions asked = options;
-  const TAttached attachment(asked);
+  const TAttached attachment(options);
   TWireClient* const client = attachment.Client();
   if (!client) return AcknowledgeInStore(options, console);
   nlohmann::ordered_json seen;  // the newest one
@@ -190,9 +180,8 @@ int RunAlarmsAck(const TAlarmsOptions& options, TConsole& console) {
   return TellAcknowledged(options, answer.at("byWhom"), console);
 }
 
-int RunAlarmsSuppress(const TAlarmsOptions& options, TConsole& console) {
-  TAlarmsOptions asked = options;
-  const TAttached attachment(asked);
+int RunAlarmsSuppress(TAlarmsOptions options, TConsole& console) {
+  const TAttached attachment(options);
   const auto answer = attachment.Controller().Post(
       "/api/v1/alarms/suppress",
       {{"identifier", options.Id}, {"minutes", options.Minutes}, {"reason", options.Reason}});
