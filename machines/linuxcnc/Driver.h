@@ -8,6 +8,8 @@
 
 namespace ixocamglue {
 
+// "linuxcnc". Any thread makes one; what is wrong with a machine file or LinuxCNC is the factory's and the driver's to
+// say, so that nothing of this fails.
 [[nodiscard]] TDriverFactory LinuxcncDriver();
 
 }  // namespace ixocamglue
