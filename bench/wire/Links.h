@@ -91,7 +91,7 @@ class TLink {
   }
   // What is there, or comes first.
   [[nodiscard]] std::string Receive() const {
-    std::array<char, 8192> buffer;  // NOLINT(cppcoreguidelines-pro-type-member-init): written below
+    std::array<char, 8192> buffer;  // written below
     const auto got = ::recv(Fd, buffer.data(), buffer.size(), 0);
     if (got <= 0) throw std::runtime_error("the server has closed the connection");
     return {buffer.data(), static_cast<std::size_t>(got)};
@@ -207,7 +207,7 @@ class TFollowers {
       FLinks.back()->Send("GET /api/v1/events?rate=50 HTTP/1.1\r\nHost: localhost\r\n\r\n");
     }
     FReader = std::thread([this] {
-      std::array<char, 65'536> buffer;  // NOLINT(cppcoreguidelines-pro-type-member-init): written below
+      std::array<char, 65'536> buffer;  // written below
       while (!FEnd) {
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
         for (const auto& link : FLinks) (void)!::recv(link->Fd, buffer.data(), buffer.size(), MSG_DONTWAIT);

@@ -236,7 +236,7 @@ struct TWireClient::TLine {
   // Reads what is there by then; false: nothing has been said. `Ended` when the other end has closed.
   bool Receive(TSteady::time_point end) {
     if (Ended || !WaitUntil(Fd.Get(), POLLIN, end)) return false;
-    std::array<char, 16'384> buffer;  // NOLINT(cppcoreguidelines-pro-type-member-init): written below
+    std::array<char, 16'384> buffer;  // written below
     const auto got = ::recv(Fd.Get(), buffer.data(), buffer.size(), 0);
     if (got < 0 && (errno == EAGAIN || errno == EINTR)) return false;
     Ended = got <= 0;

@@ -16,8 +16,8 @@ enum TListId : std::int32_t { liLaserTest = 901, liGasPurge, liGasHold, liCover,
 constexpr double kMostMs = 600'000;
 constexpr double kFarMm = 100'000;
 constexpr double kMostNozzle = 10'000;
-constexpr auto Required = TMotionParam::Required;
-constexpr auto Together = TMotionParam::Together;
+constexpr auto kRequired = TMotionParam::Required;
+constexpr auto kTogether = TMotionParam::Together;
 constexpr TParamAccess kMadeWith{pkWhole};
 
 // --- parameters ---
@@ -30,16 +30,16 @@ TMotionParam Switch(const char* name, const char* summary, double byDefault, TPa
   return {name, uNone, summary, bdAny, byDefault, at};
 }
 TMotionParam X(TParamAccess at) {
-  return Param("x", uMm, TrMark("target X, machine coordinates"), bdAxisX, 0.0, at, Required);
+  return Param("x", uMm, TrMark("target X, machine coordinates"), bdAxisX, 0.0, at, kRequired);
 }
 TMotionParam Y(TParamAccess at) {
-  return Param("y", uMm, TrMark("target Y, machine coordinates"), bdAxisY, 0.0, at, Required);
+  return Param("y", uMm, TrMark("target Y, machine coordinates"), bdAxisY, 0.0, at, kRequired);
 }
 TMotionParam Z(TParamAccess at) {
-  return Param("z", uMm, TrMark("target Z, 0 is the top"), bdAxisZ, 0.0, at, Required);
+  return Param("z", uMm, TrMark("target Z, 0 is the top"), bdAxisZ, 0.0, at, kRequired);
 }
 TMotionParam Focus(TParamAccess at) {
-  return Param("focus", uMm, TrMark("target of the focus axis"), bdFocus, 0.0, at, Required);
+  return Param("focus", uMm, TrMark("target of the focus axis"), bdFocus, 0.0, at, kRequired);
 }
 TMotionParam XYSpeed(TParamAccess at) {
   return Param("speed", uMmPerS, TrMark("speed of XY, 0 is the machine's default"), bdXYSpeed, 0.0, at);
@@ -49,7 +49,7 @@ TMotionParam Follower(TParamAccess at) {
 }
 TMotionParam Outport() {
   return Param("port", uNone, TrMark("the output, -1 switches nothing"), bdFittedOutport.Or(-1.0), -1.0,
-               kAt<&TSmtSwitchOutport::FPort>, Required);
+               kAt<&TSmtSwitchOutport::FPort>, kRequired);
 }
 TMotionParam CleanReturn() {
   return Switch("return", TrMark("go back afterwards, as the machine file says"), 1.0, kAt<&TSmtCleanState::FReturn>);
@@ -90,15 +90,15 @@ std::vector<TMotionParam> MoveXY(std::initializer_list<TMotionParam> more = {}) 
 std::vector<TMotionParam> Slot() {
   using TStep = TSmtNozzleStep;
   return {Param("row", uNone, TrMark("row of the slot, counted from 0 as in the machine file"), bdRange(0, 1000), -1.0,
-                kAt<&TStep::FRow>, Required),
+                kAt<&TStep::FRow>, kRequired),
           Param("column", uNone, TrMark("column of the slot, counted from 0 as in the machine file"), bdRange(0, 1000),
-                -1.0, kAt<&TStep::FCol>, Required)};
+                -1.0, kAt<&TStep::FCol>, kRequired)};
 }
 
 std::vector<TMotionParam> WaitInput() {
   using TStep = TSmtWaitInport;
   return {Param("input", uNone, TrMark("the input to wait for, -1 counts as met"), bdFittedInport.Or(-1.0), -1.0,
-                kAt<&TStep::FWaitInport>, Required),
+                kAt<&TStep::FWaitInport>, kRequired),
           Switch("level", TrMark("the level that counts as reached"), 0.0, kAt<&TStep::FInportLogic>),
           Param("time", uMs, TrMark("limit of the wait"), bdRange(1, kMostMs), 1.0, kAt<&TStep::FWaitTime>),
           Param("output", uNone, TrMark("the output that the input answers; -1: none, and nothing is waited for"),
@@ -119,7 +119,7 @@ TMotionParam Edge(const char* name, const char* summary, TBound bound) {
     const auto& range = dynamic_cast<TSmtLubricateCurve&>(step).FRange;
     return range ? (*range).*Corner.*Coordinate : kUnset;
   };
-  return Param(name, uMm, summary, bound, kUnset, {pkNumber, set, get}, Together);
+  return Param(name, uMm, summary, bound, kUnset, {pkNumber, set, get}, kTogether);
 }
 
 std::vector<TMotionParam> Lubricate() {
@@ -267,18 +267,18 @@ const std::vector<TProcedure>& ProcedureTable() {
       // The origin decides what the machine's limits are in work coordinates; the step checks them.
       Row("move-work", 138, TrMark("raise the head, then to a point in work coordinates"), kXYZ,
           {Param("x", uMm, TrMark("target X, work coordinates"), bdRange(-kFarMm, kFarMm), 0.0,
-                 kAtX<&TSmtRaisedMove::FTarget>, Required),
+                 kAtX<&TSmtRaisedMove::FTarget>, kRequired),
            Param("y", uMm, TrMark("target Y, work coordinates"), bdRange(-kFarMm, kFarMm), 0.0,
-                 kAtY<&TSmtRaisedMove::FTarget>, Required),
+                 kAtY<&TSmtRaisedMove::FTarget>, kRequired),
            XYSpeed(kAt<&TSmtRaisedMove::FSpeed>)},
           {40, 30}, {"work-xy"}),
       Row("move-assist", 139, TrMark("raise the head, then to a point in machine coordinates; not with the laser on"),
           kTravel, MoveXY<TSmtRaisedMove>(), {40, 30}, {"assist-xy"}),
       Row("gas-on", 141, TrMark("gas on; it stays on"), {.LeavesGasOn = true},
           {Param("branch", uNone, TrMark("gas branch, by gas type"), bdFittedBranch, 0.0,
-                 kAt<&TSmtGasOnState::FGasBranch>, Required),
+                 kAt<&TSmtGasOnState::FGasBranch>, kRequired),
            Param("pressure", uBar, TrMark("pressure to set"), bdPressureOf("branch"), 0.0,
-                 kAt<&TSmtGasOnState::FGasPressure>, Required)},
+                 kAt<&TSmtGasOnState::FGasPressure>, kRequired)},
           {1, 2}, {"gas"}),
       Row("gas-off", 142, TrMark("gas off"), {}, {}, {}, {"gas"}),
       Row("calibrate-sensor", 151, TrMark("calibrate the height sensor over the plate under the nozzle"), kZ,
@@ -330,14 +330,14 @@ const std::vector<TProcedure>& ProcedureTable() {
           {.LightsBeam = true, .LeavesBeam = true, .NeedsEmission = true}),
       Row("beam-off", 522, TrMark("laser off, shutter stays"), {.EndsBeam = true}),
       Row("delay", 612, TrMark("wait"), {},
-          {Param("ms", uMs, TrMark("how long"), bdRange(0, kMostMs), 0.0, kAtDelay, Required)}, {30}),
+          {Param("ms", uMs, TrMark("how long"), bdRange(0, kMostMs), 0.0, kAtDelay, kRequired)}, {30}),
       Made(MakeChange,
            Row("change-nozzle", 0, TrMark("put the head's nozzle into the rack and take another one"),
                {.MovesXY = true, .MovesZ = true, .Once = true, .Outputs = TProcedureFlags::otStayAfterAbort},
                {Param("from", uNone, TrMark("number of the nozzle in the head"), bdRange(0, kMostNozzle), kUnset,
-                      kMadeWith, Together),
+                      kMadeWith, kTogether),
                 Param("to", uNone, TrMark("number of the nozzle to take (default: both as chosen last)"),
-                      bdRange(0, kMostNozzle), kUnset, kMadeWith, Together)})),
+                      bdRange(0, kMostNozzle), kUnset, kMadeWith, kTogether)})),
       Made([](TCustomMotionState* ctrl, const TMotionValues&) { return MakeGoMaintenance(ctrl); },
            Row("go-maintenance", 0, TrMark("to the maintenance position (422)"), kTravelFar, {}, {}, {"go"})),
       Made([](TCustomMotionState* ctrl, const TMotionValues&) { return MakeGoBlanking(ctrl); },

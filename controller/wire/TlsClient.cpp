@@ -116,7 +116,7 @@ TResult<> TTlsClient::Take(std::string_view bytes, std::string& text) {
   // A BIO in memory takes all.
   if (!bytes.empty()) BIO_write(my.In, bytes.data(), static_cast<int>(bytes.size()));
   for (;;) {
-    std::array<char, 16'384> buffer;  // NOLINT(cppcoreguidelines-pro-type-member-init): written below
+    std::array<char, 16'384> buffer;  // written below
     std::size_t got = 0;
     const int done = SSL_read_ex(my.Connection.get(), buffer.data(), buffer.size(), &got);
     if (done == 1) {
