@@ -1,6 +1,5 @@
 // What can be run, and runs: starting one, and what became of those that the controller has at hand.
 #include <algorithm>
-#include <charconv>
 
 #include "controller/api/Api.h"
 #include "controller/api/Body.h"
@@ -13,6 +12,7 @@
 #include "ixocamglue/support/JsonText.h"
 #include "ixocamglue/support/Nearest.h"
 #include "ixocamglue/support/Texts.h"
+#include "ixocamglue/support/ValueText.h"
 
 namespace ixocontroller {
 namespace {
@@ -122,12 +122,10 @@ TApiReply CheckRun(TService& service, const TApiRequest& request) {
 
 // Null: it is not at hand.
 const TRunRecord* FindRun(TService& service, const TApiRequest& request, TRunRecordPtr& ended) {
-  const std::string& text = request.Params.at("id");
-  std::uint64_t id = 0;
-  const auto read = std::from_chars(text.data(), text.data() + text.size(), id);
-  if (read.ec != std::errc() || read.ptr != text.data() + text.size()) return nullptr;
-  if (const TRunRecord* const current = service.Runner().Current(); current && current->Id == id) return current;
-  ended = service.Runner().Find(id);
+  const auto id = ParseExactly<std::uint64_t>(request.Params.at("id"));
+  if (!id) return nullptr;
+  if (const TRunRecord* const current = service.Runner().Current(); current && current->Id == *id) return current;
+  ended = service.Runner().Find(*id);
   return ended.get();
 }
 

@@ -1,7 +1,7 @@
 #include "controller/procedures/SequenceFile.h"
 
 #include <algorithm>
-#include <fstream>
+#include <cerrno>
 #include <iterator>
 #include <map>
 
@@ -10,6 +10,7 @@
 #include "controller/procedures/BeamCheck.h"
 #include "controller/procedures/Calls.h"
 #include "controller/procedures/ListCheck.h"
+#include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/JsonText.h"
 #include "ixocamglue/support/Problem.h"
@@ -259,11 +260,10 @@ TSequenceFile ReadSequenceFile(const std::filesystem::path& file, const TMachine
   std::error_code error;
   if (!std::filesystem::is_regular_file(file, error))
     throw EProblem(pbUnusable, file.string() + ": " + Tr("is no file that can be read"));
-  if (std::filesystem::file_size(file, error) > kMostBytes)
-    throw EProblem(pbUnusable, file.string() + ": " + Tr("is too large for a sequence"));
-  std::ifstream in(file, std::ios::binary);
-  const std::string text{std::istreambuf_iterator<char>(in), {}};
-  if (!in) throw EProblem(pbUnusable, file.string() + ": " + Tr("cannot be read"));
+  std::string text;
+  if (const int failed = ReadFile(file.string(), kMostBytes, text))
+    throw EProblem(pbUnusable,
+                   file.string() + ": " + (failed == EFBIG ? Tr("is too large for a sequence") : Tr("cannot be read")));
   return TReader(file, machine).Read(text);
 }
 

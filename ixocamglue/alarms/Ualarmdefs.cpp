@@ -1,7 +1,6 @@
 #include "ixocamglue/alarms/Ualarmdefs.h"
 
 #include <algorithm>
-#include <charconv>
 #include <fstream>
 #include <iterator>
 #include <map>
@@ -25,27 +24,21 @@ constexpr const char* kMemberNames[] = {"HelpID",   "BrifDesc",  "Code",   "Alar
 // What an operator needs to see; the others may be empty.
 constexpr const char* kNeeded[] = {"HelpID", "BrifDesc", "Code", "Reason", "Solution"};
 
-bool Blank(std::string_view text) {
-  return std::ranges::all_of(text, [](char c) { return static_cast<unsigned char>(c) <= 0x20; });
-}
-
 TResult<std::int64_t> NumberOf(const TConfigSection& section, const char* name, std::int64_t lowest,
                                std::int64_t highest) {
   const std::string text = section.GetText(name, "");
   const auto wrong = [&](std::string what) { return TProblem{std::move(what), section.Path() + "/" + name}; };
-  std::int64_t number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc{} || end != text.data() + text.size() || text.empty())
-    return wrong(Format(Tr("\"%s\" is no whole number"), text.c_str()));
-  if (number < lowest || number > highest)
+  const auto number = ParseExactly<std::int64_t>(text);
+  if (!number) return wrong(Format(Tr("\"%s\" is no whole number"), text.c_str()));
+  if (*number < lowest || *number > highest)
     return wrong(Format(Tr("%s is not in %lld..%lld"), text.c_str(), static_cast<long long>(lowest),
                         static_cast<long long>(highest)));
-  return number;
+  return *number;
 }
 
 void CheckTexts(const TConfigSection& item, std::vector<TProblem>& problems) {
   for (const char* const name : {"Description", "Reason", "Solution"})
-    if (Blank(item.GetText(name, ""))) problems.push_back({Tr("the text is empty"), item.Path() + "/" + name});
+    if (IsBlank(item.GetText(name, ""))) problems.push_back({Tr("the text is empty"), item.Path() + "/" + name});
 }
 
 }  // namespace
@@ -87,7 +80,7 @@ std::vector<TProblem> CheckAlarmDefinitions(std::string_view json) {
       if (const auto found = entry.find(member); found != entry.end() && !found->is_string())
         report(Format(Tr("\"%s\" is %s, expected a string"), member, found->type_name()));
     for (const char* const member : kNeeded)
-      if (Blank(text(member))) report(Format(Tr("\"%s\" is empty or missing"), member));
+      if (IsBlank(text(member))) report(Format(Tr("\"%s\" is empty or missing"), member));
     for (const auto& item : entry.items())
       if (std::ranges::none_of(kMemberNames, [&](const char* member) { return item.key() == member; }))
         report(Format(Tr("\"%s\" is no member of a definition"), item.key().c_str()));

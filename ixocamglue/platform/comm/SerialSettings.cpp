@@ -1,11 +1,11 @@
 #include "ixocamglue/platform/comm/SerialSettings.h"
 
-#include <charconv>
 #include <string>
 #include <vector>
 
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
+#include "ixocamglue/support/ValueText.h"
 
 namespace ixocamglue {
 
@@ -30,9 +30,8 @@ TResult<TSerialSettings> ParseSerialSettings(std::string_view text) {
   if (fields.size() != 4) return wrong(Tr("four fields are needed, like 9600,n,8,1"));
 
   TSerialSettings read;
-  const char* const end = fields[0].data() + fields[0].size();
-  const auto [stopped, error] = std::from_chars(fields[0].data(), end, read.Baud);
-  if (error != std::errc{} || stopped != end || read.Baud == 0) return wrong(Tr("the rate is no positive number"));
+  read.Baud = ParseExactly<std::uint32_t>(fields[0]).value_or(0);
+  if (read.Baud == 0) return wrong(Tr("the rate is no positive number"));
 
   if (fields[1].size() != 1 || std::string_view("noems").find(fields[1][0]) == std::string_view::npos)
     return wrong(Tr("the parity is n, o, e, m or s"));
