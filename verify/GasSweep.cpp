@@ -148,8 +148,8 @@ class TGasSweepRun {
     const TNcWatch& watch = FController.Framework().Watch();
     const std::uint32_t base = watch.Tick.load();
     const std::uint64_t end = Clock().MonotonicMs() + kLongestMs * FPoint.Gases.size();
-    std::string reason;
-    if (!calibration.Start(reason)) return Violation(Format(Tr("cannot start: %s"), reason.c_str()));
+    if (const auto started = calibration.Start(); !started)
+      return Violation(Format(Tr("cannot start: %s"), started.Problem().Text().c_str()));
     auto& state = dynamic_cast<TZemGasAdjustState&>(*FController.Framework().State(nsZemGasAdjust));
     TGasAdjustSub before = TGasAdjustSub::Finished;
     while (calibration.Running()) {

@@ -101,22 +101,16 @@ void TGasCalibration::KeepPrevious(std::int32_t gas) {
   FPrevious.insert_or_assign(gas, std::move(previous));
 }
 
-bool TGasCalibration::Start(std::string& reason) {
-  if (FController.Running() || FController.Framework().CurrentState() != nsStandby) {
-    reason = Tr("the machine is busy");
-    return false;
-  }
-  if (FController.Framework().SafePending()) {
-    reason = Tr("a device has not acknowledged switching off");
-    return false;
-  }
+TResult<> TGasCalibration::Start() {
+  if (FController.Running() || FController.Framework().CurrentState() != nsStandby)
+    return TProblem{Tr("the machine is busy")};
+  if (FController.Framework().SafePending()) return TProblem{Tr("a device has not acknowledged switching off")};
   std::vector<std::int32_t> gases;
   for (const TGasResult& result : FResults) gases.push_back(result.Gas);
   FStartMs = Clock().MonotonicMs();
   FGasStartMs = FStartMs;
-  if (FModel.StartAjdust(std::move(gases))) return true;
-  reason = Tr("the calibration cannot be started");
-  return false;
+  if (FModel.StartAjdust(std::move(gases))) return {};
+  return TProblem{Tr("the calibration cannot be started")};
 }
 
 void TGasCalibration::RunToEnd() {

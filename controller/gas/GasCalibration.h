@@ -76,8 +76,8 @@ class TGasCalibration {
   TGasCalibration(const TGasCalibration&) = delete;
   TGasCalibration& operator=(const TGasCalibration&) = delete;
 
-  // False, with the reason, when the machine is not ready for it.
-  [[nodiscard]] bool Start(std::string& reason);
+  // Refused when the machine is not ready for it.
+  [[nodiscard]] TResult<> Start();
   [[nodiscard]] bool Running() const { return FModel.AjdustIsBusy(); }
   void Stop() { FModel.StopAjdust(); }
   // Virtual time: passes until it has ended.

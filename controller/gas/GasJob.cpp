@@ -64,8 +64,7 @@ TResult<> TGasJob::Start() {
   FEnds = FController.Framework().EndsAsked();
   for (const TGasResult& result : FCalibration.Results())
     if (result.End == TGasEnd::Skipped) Tell(result.Why);
-  if (std::string reason; !FCalibration.Start(reason)) return TProblem{.What = std::move(reason)};
-  return {};
+  return FCalibration.Start();
 }
 
 bool TGasJob::Round(std::uint64_t nowMs) {

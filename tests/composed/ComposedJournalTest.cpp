@@ -59,8 +59,7 @@ class ComposedJournal : public testing::Test {
     TController controller(options);
     controller.RunFor(100);
     TGasCalibration calibration(controller, {2}, {"S", 1.5});
-    std::string reason;
-    EXPECT_TRUE(calibration.Start(reason)) << reason;
+    calibration.Start().OrThrow(pbRefused);
     calibration.RunToEnd();
     story = Told(controller);
     TLines table;

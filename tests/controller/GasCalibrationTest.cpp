@@ -47,8 +47,7 @@ class GasCalibration : public testing::Test {
   // The result of one gas; fails the test when it takes more than five minutes of machine time.
   TGasResult Run(std::int32_t gas) {
     TGasCalibration calibration(*FController, {gas}, {"S", 1.5});
-    std::string reason;
-    EXPECT_TRUE(calibration.Start(reason)) << reason;
+    calibration.Start().OrThrow(pbRefused);
     const std::uint64_t end = Clock().MonotonicMs() + 300'000;
     while (calibration.Running() && Clock().MonotonicMs() < end) FController->RunPass();
     EXPECT_FALSE(calibration.Running());
@@ -139,8 +138,7 @@ TEST_F(GasCalibration, TwoPointsAreNoCurveAndThreeAreUnlessTheStateSaysOtherwise
 
 TEST_F(GasCalibration, GasThatSomebodyElseSwitchesOffStaysOff) {
   TGasCalibration calibration(*FController, {1}, {"S", 1.5});
-  std::string reason;
-  ASSERT_TRUE(calibration.Start(reason));
+  calibration.Start().OrThrow(pbRefused);
   FController->RunFor(2000);
   ASSERT_TRUE(FController->Machine().Snapshot().Gas);
   EXPECT_FALSE(FController->Start(ShareRoot(MakeShot(1)))) << "a calibration runs";
@@ -165,11 +163,13 @@ TEST_F(GasCalibration, IsRefusedWhereTheMachineIsNotReady) {
   TNcStateFramework& framework = FController->Framework();
   TCallGate& gate = Simulated(FController->Machine()).Gate();
   TGasCalibration calibration(*FController, {1}, {"S", 1.5});
-  std::string reason;
-  const auto refused = [&] { return !calibration.Start(reason); };
+  const auto refusal = [&] {
+    const auto started = calibration.Start();
+    return started ? std::string() : started.Problem().What;
+  };
   ASSERT_TRUE(FController->Start(ShareRoot(MakeShot(1000))));
   FController->RunPass();
-  EXPECT_TRUE(refused() && reason == Tr("the machine is busy")) << reason;
+  EXPECT_EQ(refusal(), Tr("the machine is busy"));
   framework.Stop();
   FController->RunFor(500);
   // Which call asks the laser is found by trying each.
@@ -178,13 +178,13 @@ TEST_F(GasCalibration, IsRefusedWhereTheMachineIsNotReady) {
     framework.Stop();
     FController->RunPass();
   }
-  EXPECT_TRUE(refused() && reason == Tr("a device has not acknowledged switching off")) << reason;
+  EXPECT_EQ(refusal(), Tr("a device has not acknowledged switching off"));
   gate.PlanSet({});
   FController->RunFor(100);
   framework.Stop();  // not taken yet
-  EXPECT_TRUE(refused() && reason == Tr("the calibration cannot be started")) << reason;
+  EXPECT_EQ(refusal(), Tr("the calibration cannot be started"));
   FController->RunFor(100);
-  EXPECT_TRUE(calibration.Start(reason)) << reason;
+  calibration.Start().OrThrow(pbRefused);
   calibration.Stop();
   FController->RunFor(100);
 }
@@ -215,8 +215,7 @@ TEST_F(GasCalibration, WhatTheWayDownCondemnsOrNoFileTakesIsUndone) {
   };
   for (const char* const blocked : {"", "GasCalibration.config", "machine.xml"}) {
     TGasCalibration calibration(*FController, {1}, {"S", 1.5});
-    std::string reason;
-    ASSERT_TRUE(calibration.Start(reason)) << reason;
+    calibration.Start().OrThrow(pbRefused);
     calibration.RunToEnd();
     const TGasResult& result = calibration.Results().front();
     ASSERT_EQ(result.End, TGasEnd::Stored) << result.Why;
@@ -235,11 +234,11 @@ TEST_F(GasCalibration, WhatTheWayDownCondemnsOrNoFileTakesIsUndone) {
   }
   // The machine file is still blocked when the next one ends: one message for all its gases.
   TGasCalibration both(*FController, {1, 2}, {"S", 1.5});
-  std::string text;
-  ASSERT_TRUE(both.Start(text)) << text;
+  both.Start().OrThrow(pbRefused);
   both.RunToEnd();
   EXPECT_EQ(both.Results()[0].End, TGasEnd::Unsaved);
   EXPECT_EQ(both.Results()[1].End, TGasEnd::Unsaved);
+  std::string text;
   while (both.GetMsg(text) && text.find("machine.xml") == std::string::npos) continue;
   EXPECT_THAT(text, HasSubstr(GasDesc(1) + ", " + GasDesc(2)));
   EXPECT_TRUE(isOld());

@@ -28,8 +28,7 @@ TEST(GasCalibrationThreaded, ReadersAndAStopMeetTheStateThread) {
   TGasCalibration calibration(session, {1}, {"S", 1.5});
   session.StartThreads();
   while (session.Framework().Watch().Pass.load() < 2 || session.Framework().SafePending()) Clock().Sleep(1);
-  std::string reason;
-  ASSERT_TRUE(calibration.Start(reason)) << reason;
+  calibration.Start().OrThrow(pbRefused);
   double highest = 0.0;
   while (calibration.Now().Volt == 0.0 || calibration.Now().Press == 0.0) {
     highest = std::max(highest, calibration.Progress());

@@ -376,8 +376,7 @@ TEST(ModbusMachine, TheSameProceduresGiveTheSameCommandsAsOnTheSimulatedMachine)
 std::vector<TDot> Calibrate(TController& session, const std::function<void()>& pass) {
   TGasCalibration calibration(session, {2}, {"S", 1.5});
   while (session.Framework().Watch().Pass.load() < 2 || session.Framework().SafePending()) pass();
-  std::string reason;
-  if (!calibration.Start(reason)) throw std::runtime_error(reason);
+  calibration.Start().OrThrow(pbRefused);
   while (calibration.Running()) {
     calibration.Watch(Clock().MonotonicMs());
     pass();
