@@ -71,18 +71,17 @@ std::string AskedLanguage(int argc, const char* const* argv) {
 }
 
 THelp ProgramHelp() {
-  return {
-      .Notes =
-          Tr("The commands work on a copy of the example machine file in the state folder ($XDG_STATE_HOME/ixocut or\n"
-             "~/.local/state/ixocut), made at first use. IXOCUT_DATA names a folder that holds machines/, alarms/ and\n"
-             "locale/ other than the installed ones.\n"
-             "\n"
-             "Language: --lang, else the first of IXOCUT_LANG, LC_ALL, LC_MESSAGES and LANG that names one with\n"
-             "texts, else zh."),
-      .Examples = {"ixocut shot --ms 500", "ixocut shot --ms 500 --stop-at 300 --lang en",
-                   "ixocut run safe-move --x 100 --y 50", "ixocut tree pierce",
-                   "ixocut modbus read --tcp 192.168.0.10 --addr 16 --count 4",
-                   "ixocut link doctor --serial /dev/ttyUSB0,19200,e,8,1", "ixocut COMMAND --help"}};
+  return {.Notes = Tr(
+              "The commands work on a copy of the example machine file in the state folder ($XDG_STATE_HOME/ixocut or\n"
+              "~/.local/state/ixocut), made at first use. IXOCUT_DATA names a folder that holds machines/, alarms/,\n"
+              "locale/, api/ and console/ other than the installed ones.\n"
+              "\n"
+              "Language: --lang, else the first of IXOCUT_LANG, LC_ALL, LC_MESSAGES and LANG that names one with\n"
+              "texts, else zh."),
+          .Examples = {"ixocut shot --ms 500", "ixocut shot --ms 500 --stop-at 300 --lang en",
+                       "ixocut run safe-move --x 100 --y 50", "ixocut tree pierce",
+                       "ixocut modbus read --tcp 192.168.0.10 --addr 16 --count 4",
+                       "ixocut link doctor --serial /dev/ttyUSB0,19200,e,8,1", "ixocut COMMAND --help"}};
 }
 
 }  // namespace
@@ -154,7 +153,8 @@ int IxocutMain(int argc, const char* const* argv, TAdditions additions) {
   try {
     GLanguage = AskedLanguage(argc, argv);
     if (const std::string problem = locale.SelectLanguage(GLanguage); !problem.empty()) fail(kExitUnusable, problem);
-    program.emplace("ixocut", Tr("ixocut: the controller of a laser-cutting machine, on a simulated machine."),
+    program.emplace("ixocut",
+                    Tr("ixocut: the controller of a laser-cutting machine, of a real one or of one made of software."),
                     IXO_VERSION + (additions.Commit.empty() ? "" : " (commit " + additions.Commit + ")"));
     added.emplace(std::move(additions.Procedures));
     machines.emplace(std::move(additions.Machines), std::move(additions.Drivers));

@@ -204,8 +204,7 @@ int RunCalibrate(TCalibrateOptions options, TConsole& console) {
 }  // namespace
 
 void AddGasCalibrateCommand(TCommand gas) {
-  auto [command, options] = AddOwn<TCalibrateOptions>(
-      gas, "calibrate", Tr("Measure the valves' curves on the simulated machine"), RunCalibrate);
+  auto [command, options] = AddOwn<TCalibrateOptions>(gas, "calibrate", Tr("Measure the valves' curves"), RunCalibrate);
   options.Saves = true;
   command.Text("--gas", options.Gases, std::string(Tr("The gases, separated by commas: ")) + Tr(kGasHelp), "LIST")
       .Required();

@@ -87,8 +87,7 @@ int RunRecord(TRecordOptions options, TConsole& console) {
 }  // namespace
 
 void AddRecordCommand(TCommand program) {
-  auto [record, options] =
-      AddOwn<TRecordOptions>(program, "record", Tr("Record a procedure on the simulated machine"), RunRecord);
+  auto [record, options] = AddOwn<TRecordOptions>(program, "record", Tr("Run a procedure and record it"), RunRecord);
   record.Text("--procedure", options.Procedure, Format(Tr("The procedure: %s"), ProcedureNames().c_str()), "NAME");
   record.Text("--signals", options.Signals, Tr("What to record, separated by commas (default: everything)"), "LIST");
   record.Text("--out", options.Out, Tr("The monitor file to write; a recording that is there is replaced"), "FILE");

@@ -90,8 +90,7 @@ int RunShot(TShotOptions options, TConsole& console) {
 }
 
 void AddShotCommand(TCommand program) {
-  auto [shot, options] =
-      AddOwn<TAskedShot>(program, "shot", Tr("Run one timed laser shot on the simulated machine"), RunAskedShot);
+  auto [shot, options] = AddOwn<TAskedShot>(program, "shot", Tr("Run one timed laser shot"), RunAskedShot);
   shot.Text("--ms", options.AskedMs, Tr("How long the beam is on, 0 to --longest"), "MS").ShowDefault();
   shot.Number("--longest", options.LongestMs, 1, kShotLongestMs, "ms",
               Tr("The longest shot accepted, 1 to 64000; the supervisor (LaserOnLimitMs of the machine file) and the "
