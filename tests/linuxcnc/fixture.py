@@ -1,6 +1,7 @@
 """What the tests beside a simulated LinuxCNC share: a command beside one of its own."""
 import os
 import pathlib
+import signal
 import subprocess
 import unittest
 
@@ -19,8 +20,14 @@ def first():
 
 def beside(*command, within_s, before=(), **environment):
     """What came of `scripts/linuxcnc command`; skips the test where there is no LinuxCNC."""
-    ran = subprocess.run([*before, SCRIPT, *command], capture_output=True, text=True, timeout=within_s,
-                         env=os.environ | environment)
-    if ran.returncode == CANNOT:
-        raise unittest.SkipTest(ran.stderr)
-    return ran
+    arguments = [*before, SCRIPT, *command]
+    with subprocess.Popen(arguments, env=os.environ | environment, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
+                          start_new_session=True) as process:
+        try:
+            out, err = process.communicate(timeout=within_s)
+        finally:
+            if process.poll() is None:  # with whatever it has started: a LinuxCNC that hangs keeps a processor for itself
+                os.killpg(process.pid, signal.SIGTERM)
+    if process.returncode == CANNOT:
+        raise unittest.SkipTest(err)
+    return subprocess.CompletedProcess(arguments, process.returncode, out, err)
