@@ -55,8 +55,8 @@ def drawn(seed):
 
 def inside(table, numbers):
     import machine
-    try:  # what measures and what is measured must not come late
-        os.sched_setscheduler(0, os.SCHED_RR, os.sched_param(1))
+    try:  # what measures must not come late; below LinuxCNC it would never give HAL's lock back to one that spins for it
+        os.sched_setscheduler(0, os.SCHED_RR, os.sched_param(2))
     except PermissionError:
         pass
     folder = Path(os.environ["XDG_STATE_HOME"]) / "proof"
