@@ -9,6 +9,7 @@
 #include <CLI/CLI.hpp>
 
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Lists.h"
 #include "ixocamglue/support/Nearest.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
@@ -76,8 +77,7 @@ std::string ParserMessage(const std::string& message) {
 
 std::string CommandNames(const CLI::App& above) {
   std::string names;
-  for (const CLI::App* const command : above.get_subcommands({}))
-    names += (names.empty() ? "" : ", ") + command->get_name();
+  for (const CLI::App* const command : above.get_subcommands({})) AddToList(names, command->get_name());
   return names;
 }
 
@@ -388,7 +388,7 @@ TCommandRun TProgram::Parse(std::vector<std::string> words) {
 
 std::string TProgram::ChosenWords() const {
   std::string words;
-  for (const CLI::App* const app : FState->Named()) words += (words.empty() ? "" : " ") + app->get_name();
+  for (const CLI::App* const app : FState->Named()) AddToList(words, app->get_name(), " ");
   return words;
 }
 

@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "commandline/Help.h"
+#include "ixocamglue/support/Lists.h"
 
 namespace ixocommandline {
 namespace {
@@ -17,8 +18,7 @@ std::string Quoted(std::string_view text) {
 
 // What a value is: "@" for nothing that can be offered, "@file", "@dir", else the choices.
 std::string KindOf(TOption option) {
-  std::string choices;
-  for (const std::string& choice : option.Choices()) choices += (choices.empty() ? "" : " ") + choice;
+  const std::string choices = Joined(option.Choices(), {}, " ");
   if (!choices.empty()) return choices;
   const std::string type = option.IsArgument() ? option.Name() : option.ValueType();
   if (type.starts_with("FILE") || type.starts_with("DEVICE")) return "@file";

@@ -2,6 +2,7 @@
 #include <string_view>
 
 #include "commandline/Help.h"
+#include "ixocamglue/support/Lists.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
 
@@ -44,17 +45,15 @@ std::string Italic(std::string_view text) { return text.empty() ? "" : "\\fI" + 
 
 std::string ValueShown(TOption option) {
   std::string shown = Italic(option.ValueType());
-  std::string choices;
-  for (const std::string& choice : option.Choices()) choices += (choices.empty() ? "" : "|\\:") + Bold(choice);
-  if (!choices.empty()) shown += (shown.empty() ? "" : ": ") + choices;
+  const std::string choices = Joined(option.Choices(), Bold, "|\\:");
+  if (!choices.empty()) AddToList(shown, choices, ": ");
   if (!option.Default().empty()) shown += " (" + Troff(option.Default()) + ")";
   return shown;
 }
 
 void Describe(TOption option, std::string& page) {
   std::string names;
-  for (const std::string& name : option.Names())
-    names += (names.empty() ? "" : ", ") + (option.IsArgument() ? Italic(name) : Bold(name));
+  for (const std::string& name : option.Names()) AddToList(names, (option.IsArgument() ? Italic(name) : Bold(name)));
   const std::string value = ValueShown(option);
   page += ".TP\n" + names + (value.empty() ? "" : " " + value);
   if (option.IsRequired()) page += std::string(" ") + Troff(Tr("(required)"));

@@ -11,6 +11,7 @@
 #include "controller/StateFolder.h"
 #include "ixocamglue/platform/services/Locale.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Lists.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocut/Commands.h"
@@ -43,11 +44,7 @@ const std::set<std::string>& Languages() {
   return languages;
 }
 
-std::string LanguageNames() {
-  std::string names;
-  for (const std::string& language : Languages()) names += (names.empty() ? "" : ", ") + language;
-  return names;
-}
+std::string LanguageNames() { return Joined(Languages()); }
 
 // What the command line asks for, before or behind the command, if it is known; else the user's environment:
 // "en_GB.UTF-8" asks for "en"; what has no texts, "C" included, asks for nothing.

@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Lists.h"
 #include "ixocamglue/support/Texts.h"
 #include "machines/simulated/Random.h"
 #include "verify/GasSweep.h"
@@ -244,8 +245,7 @@ TResult<> CheckSweepName(const std::string& name) {
   for (const TSweepCase& what : SweepCases()) known.push_back(what.Name);
   if (std::ranges::find(known, name) != known.end()) return {};
   if (WasProcedure(name)) return AskProcedure(name).Problem();
-  std::string names;
-  for (const std::string& each : known) names += (names.empty() ? "" : ", ") + each;
+  const std::string names = Joined(known);
   return TProblem{.What = Format(Tr("\"%s\" is no procedure"), name.c_str()),
                   .Remedy = Format(Tr("the procedures are: %s"), names.c_str())};
 }

@@ -4,6 +4,7 @@
 #include "controller/links/LinkDesk.h"
 #include "ixocamglue/config/Uassistconfig.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Lists.h"
 #include "ixocamglue/support/Nearest.h"
 #include "ixocamglue/support/Texts.h"
 
@@ -37,7 +38,7 @@ TWatchTable TableOf(const std::string& word) {
   for (const TWatchTable& table : kWatchTables) {
     if (word == table.Word) return table;
     nearest.Consider(table.Word);
-    all += (all.empty() ? "" : ", ") + std::string(table.Word);
+    AddToList(all, table.Word);
   }
   throw EProblem(pbRequest, TProblem{.What = Format(Tr("\"%s\" is no table of a device"), word.c_str()),
                                      .Where = "table",

@@ -5,6 +5,7 @@
 #include "controller/api/Body.h"
 #include "controller/recordings/Recordings.h"
 #include "controller/service/RealTime.h"
+#include "ixocamglue/support/Lists.h"
 
 namespace ixocontroller {
 namespace {
@@ -75,8 +76,7 @@ TApiReply ReadRecordingFile(TService& service, const TApiRequest& request) {
 
 TApiReply StartRecording(TService& service, const TApiRequest& request) {
   const TAskedBody body(request, {"name", "signals", "limitMs"});
-  std::string list;
-  for (const std::string& signal : body.Texts("signals")) list += (list.empty() ? "" : ",") + signal;
+  const std::string list = Joined(body.Texts("signals"), {}, ",");
   std::vector<TMonitorSignalKey> signals = ParseSignals(list).OrThrow(pbRequest);
   const std::uint64_t limitMs = body.Has("limitMs")
                                     ? static_cast<std::uint64_t>(body.Whole("limitMs", 1, TRecordings::kLongestMs))

@@ -3,6 +3,7 @@
 #include "controller/procedures/RunReport.h"
 #include "controller/service/Status.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Lists.h"
 #include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
@@ -76,8 +77,8 @@ std::string PathText(const TJson& path) {
   std::string text;
   if (path.is_array())
     for (const TJson& step : path)
-      text += (text.empty() ? "" : ", ") + Format("%d/%d %s", step.value("number", 0), step.value("count", 0),
-                                                  step.value("description", "").c_str());
+      AddToList(text, Format("%d/%d %s", step.value("number", 0), step.value("count", 0),
+                             step.value("description", "").c_str()));
   return text;
 }
 

@@ -23,6 +23,7 @@
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/JsonText.h"
+#include "ixocamglue/support/Lists.h"
 #include "ixocamglue/support/SystemError.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
@@ -380,7 +381,7 @@ struct TWireEvents::TStream {
         const std::string_view name = line.substr(0, colon);
         if (name == "id") event.Id = value;
         if (name == "event") event.Name = value;
-        if (name == "data") data += (data.empty() ? "" : "\n") + std::string(value);
+        if (name == "data") AddToList(data, value, "\n");
         from = to + 1;
       }
       Text.erase(0, end + 2);

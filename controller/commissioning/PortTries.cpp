@@ -14,6 +14,7 @@
 #include "ixocamglue/platform/ports/MotionDriver.h"
 #include "ixocamglue/support/Faults.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Lists.h"
 #include "ixocamglue/support/Nearest.h"
 #include "ixocamglue/support/Texts.h"
 
@@ -297,7 +298,7 @@ std::vector<const TPortTry*> TPortTries::Chosen(const std::vector<std::string>& 
       std::string known;
       for (const TPortTry& each : FAll) {
         nearest.Consider(each.Port);
-        known += (known.empty() ? "" : ", ") + each.Port;
+        AddToList(known, each.Port);
       }
       throw EProblem(pbRequest, TProblem{.What = Format(Tr("the machine has no port \"%s\""), port.c_str()),
                                          .Where = {},

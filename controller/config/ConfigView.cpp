@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Lists.h"
 #include "ixocamglue/support/Nearest.h"
 
 namespace ixocontroller {
@@ -77,7 +78,7 @@ std::string ContentsOf(const std::vector<TPropertyView>& views, std::string_view
         rest.substr(0, rest.find('/') == std::string_view::npos ? rest.size() : rest.find('/') + 1);
     if (name == last) continue;
     last = name;
-    names += (names.empty() ? "" : ", ") + std::string(name);
+    AddToList(names, name);
   }
   return names;
 }

@@ -12,6 +12,7 @@
 #include "ixocamglue/gascal/Ugasdaadjust.h"
 #include "ixocamglue/platform/ports/MotionDriver.h"
 #include "ixocamglue/support/Faults.h"
+#include "ixocamglue/support/Lists.h"
 #include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
@@ -270,7 +271,7 @@ void TGasCalibration::Saved(const TProblem& unsaved) {
   for (TGasResult& result : FResults) {
     if (result.End != TGasEnd::Stored) continue;
     const std::string gas = GasDesc(result.Gas);
-    names += (names.empty() ? "" : ", ") + gas;
+    AddToList(names, gas);
     result.End = TGasEnd::Unsaved;
     result.Why = Show(SGasNotSaved, gas.c_str(), reason.c_str());
     PutBack(result.Gas);

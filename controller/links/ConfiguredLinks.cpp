@@ -5,6 +5,7 @@
 
 #include "ixocamglue/platform/comm/Comm.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Lists.h"
 #include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
@@ -32,8 +33,7 @@ std::vector<TConfiguredLink> ConfiguredLinks(const TModbusStoreConfig* store) {
 TResult<TConfiguredLink> FindLink(const std::vector<TConfiguredLink>& links, const std::string& name) {
   const auto found = std::ranges::find(links, name, &TConfiguredLink::Name);
   if (found != links.end()) return *found;
-  std::string names;
-  for (const TConfiguredLink& link : links) names += (names.empty() ? "" : ", ") + link.Name;
+  const std::string names = Joined(links, &TConfiguredLink::Name);
   return TProblem{.What = Format(Tr("the machine file has no link %s"), name.c_str()),
                   .Remedy = names.empty() ? std::string() : Format(Tr("the links are: %s"), names.c_str())};
 }

@@ -7,6 +7,7 @@
 #include "ixocamglue/platform/comm/Comm.h"
 #include "ixocamglue/platform/comm/Crc.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Lists.h"
 #include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
@@ -98,8 +99,7 @@ class TExamination {
     if (addresses.empty())
       return Bad("name", Format(Tr("The name %s does not resolve within 2 s"), link.Host.c_str()),
                  Tr("Use the numeric address, or ask whoever runs the name server"));
-    std::string list;
-    for (const std::string& address : addresses) list += (list.empty() ? "" : ", ") + address;
+    const std::string list = Joined(addresses);
     Good("name", Format(Tr("The host is %s"), list.c_str()));
 
     const bool ipv6 = addresses.front().find(':') != std::string::npos;

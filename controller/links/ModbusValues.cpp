@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Lists.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
@@ -98,17 +99,14 @@ std::vector<std::uint16_t> ParseValues(const std::vector<std::string>& texts, co
                                        const std::string& where) {
   // Here, not by the options' parser, which drops an empty field and shifts the rest.
   std::vector<std::uint16_t> words;
-  for (const std::string& text : texts) {
-    std::size_t from = 0;
-    for (std::size_t comma = 0; comma != std::string::npos; from = comma + 1) {
-      comma = text.find(',', from);
-      std::istringstream fields(text.substr(from, comma - from));
+  for (const std::string& text : texts)
+    for (const std::string& part : SplitAt(text, ',')) {
+      std::istringstream fields(part);
       std::string field;
       fields >> field;
       do AppendValue(words, field, form, where);  // an empty one is refused
       while (fields >> field);
     }
-  }
   return words;
 }
 

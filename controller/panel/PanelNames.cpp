@@ -10,6 +10,7 @@
 #include "ixocamglue/alarms/Almintprt.h"
 #include "ixocamglue/panel/Kbpforms.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Lists.h"
 #include "ixocamglue/support/Nearest.h"
 #include "ixocamglue/support/ValueText.h"
 
@@ -106,7 +107,7 @@ TResult<TKeyCode> ParseKey(std::string_view text) {
     const std::string_view known = kKeyTable[i].Name.substr(kKeyPrefix.size());
     if (SameFolded(name, known)) return static_cast<TKeyCode>(i);
     nearest.Consider(known);
-    all += (all.empty() ? "" : " ") + std::string(known);
+    AddToList(all, known, " ");
   }
   return TProblem{.What = Format(Tr("\"%s\" is no key of the panel"), std::string(text).c_str()),
                   .Where = {},
@@ -189,15 +190,14 @@ TResult<TNcAlarmRecord> ParseAlarm(std::vector<TNcAlarmRecord> registered, const
 
 std::string HandAlarmList() {
   std::string list;
-  for (const THandAlarm& alarm : kHandAlarms)
-    list += Format("%s%d (%s)", list.empty() ? "" : ", ", alarm.Id, alarm.Name->Get());
+  for (const THandAlarm& alarm : kHandAlarms) AddToList(list, Format("%d (%s)", alarm.Id, alarm.Name->Get()));
   return list;
 }
 
 std::string KeyNames(TKeyMask keys) {
   std::string names;
   for (std::size_t i = 0; i < kKeys; ++i)
-    if ((keys & KeyBit(i)) != 0) names += (names.empty() ? "" : " ") + std::string(kKeyTable[i].Name);
+    if ((keys & KeyBit(i)) != 0) AddToList(names, kKeyTable[i].Name, " ");
   return names.empty() ? "-" : names;
 }
 

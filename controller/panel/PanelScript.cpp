@@ -7,6 +7,7 @@
 #include "controller/panel/PanelNames.h"
 #include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Lists.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
@@ -42,7 +43,7 @@ TResult<> CheckOneOf(const std::string& word, std::initializer_list<const char*>
   std::string list;
   for (const char* choice : choices) {
     if (word == choice) return {};
-    list += (list.empty() ? "" : ", ") + std::string(choice);
+    AddToList(list, choice);
   }
   return Good(Format(Tr("\"%s\" is not one of %s"), word.c_str(), list.c_str()));
 }
@@ -85,8 +86,7 @@ const TVerb kVerbs[] = {
 TResult<> CheckLine(const TWords& words) {
   const auto verb = std::ranges::find_if(kVerbs, [&](const TVerb& v) { return words[0] == v.Name; });
   if (verb == std::end(kVerbs)) {
-    std::string list;
-    for (const TVerb& known : kVerbs) list += (list.empty() ? "" : ", ") + std::string(known.Name);
+    const std::string list = Joined(kVerbs, &TVerb::Name);
     return TProblem{.What = Format(Tr("\"%s\" is no step"), words[0].c_str()),
                     .Where = {},
                     .Why = {},
@@ -109,7 +109,7 @@ std::string ShownKeys(TKeyMask keys) {
   std::size_t count = 0;
   for (std::size_t i = 0; i < kKeys; ++i) {
     if ((keys & KeyBit(i)) == 0) continue;
-    names += (names.empty() ? "" : ", ") + std::string(ShownKey(static_cast<TKeyCode>(i)));
+    AddToList(names, ShownKey(static_cast<TKeyCode>(i)));
     ++count;
   }
   return count == kKeys ? Tr("all keys") : count == 0 ? "-" : names;
@@ -170,8 +170,7 @@ void TPanelScript::Run(const std::vector<TScriptLine>& lines) {
 
 void TPanelScript::Step(const TScriptLine& line) {
   const auto& w = line.Words;
-  std::string text;
-  for (const std::string& word : w) text += (text.empty() ? "" : " ") + word;
+  const std::string text = Joined(w, {}, " ");
   if (w[0] != "wait" && w[0] != "leds") Tell("do", text);
   const auto on = [&](std::size_t i) { return w[i] == "on" || w[i] == "open"; };
   if (w[0] == "wait") {

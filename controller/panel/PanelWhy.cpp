@@ -4,19 +4,15 @@
 #include "controller/panel/PanelNames.h"
 #include "ixocamglue/panel/Kbpforms.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Lists.h"
 
 namespace ixocontroller {
 namespace {
 
-std::string Joined(std::string list, std::string_view more) {
-  if (!list.empty()) list += ", ";
-  return list += more;
-}
-
 std::string FormsWith(TKeyMask key) {
   std::string names = "Work";
   for (const TFormGroup& group : FormGroups())
-    if ((group.Mask & key) != 0 && group.Mask != kAllKeys) names = Joined(std::move(names), group.Forms.front());
+    if ((group.Mask & key) != 0 && group.Mask != kAllKeys) AddToList(names, group.Forms.front());
   return names;
 }
 
@@ -24,7 +20,7 @@ std::string StatesWith(TKeyMask key) {
   std::string names;
   for (std::int32_t state = 0; state < kCutStates; ++state)
     if ((KBPManager()->StatePermitIn(ClassifyCutState(state)) & key) != 0)
-      names = Joined(std::move(names), ShownState(ClassifyCutState(state)));
+      AddToList(names, ShownState(ClassifyCutState(state)));
   return names;
 }
 
@@ -36,7 +32,7 @@ std::string AlarmsAgainst(const std::vector<TNcAlarmRecord>& alarms, TKeyMask ke
     alone.Raise(record);
     if ((KBPManager()->AlarmPermitUnder(&alone) & key) != 0) continue;
     const TRunAlarm alarm = TRunAlarm::Of(record);
-    names = Joined(std::move(names), alarm.Identifier + " " + alarm.Text);
+    AddToList(names, alarm.Identifier + " " + alarm.Text);
   }
   return names.empty() ? Tr("the alarms together") : names;
 }

@@ -4,6 +4,7 @@
 
 #include "controller/procedures/ListCheck.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Lists.h"
 #include "ixocamglue/support/Nearest.h"
 #include "ixocamglue/support/Texts.h"
 
@@ -65,7 +66,7 @@ std::string NoParameter(const TProcedure& row, const std::string& name) {
   nearest.Consider("description");
   for (const TMotionParam& p : row.Params) {
     nearest.Consider(p.Name);
-    names += (names.empty() ? "" : ", ") + std::string(p.Name);
+    AddToList(names, p.Name);
   }
   return Format(Tr("is no parameter of %s"), row.Name) + "; " +
          nearest.DidYouMean(names.empty() ? std::string(Tr("it has none")) : Format(Tr("it has %s"), names.c_str()));

@@ -11,6 +11,7 @@
 #include "ixocamglue/motion/Usequence.h"
 #include "ixocamglue/motion/Ustatemotion.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Lists.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/Texts.h"
 
@@ -93,7 +94,7 @@ const TNozzleItem& FindNozzle(const TNozzleChangeConfig& config, std::int32_t id
   std::string known;
   for (std::int32_t i = 0; i < config.NozzleItems.GetCount(); ++i) {
     const TNozzleItem& item = *config.NozzleItems.GetItem(i);
-    known += Format("%s%d (%s)", known.empty() ? "" : ", ", item.ID, item.Name.c_str());
+    AddToList(known, Format("%d (%s)", item.ID, item.Name.c_str()));
   }
   throw EProblem(pbRequest, Format(Tr("there is no nozzle %d; the machine's nozzles: %s"), id,
                                    known.empty() ? Tr("none") : known.c_str()));

@@ -6,6 +6,7 @@
 #include "ixocamglue/config/Libmachinecfg.h"
 #include "ixocamglue/motion/Usequence.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Lists.h"
 #include "ixocamglue/support/Nearest.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
@@ -99,11 +100,7 @@ TResult<const TProcedure*> AskProcedure(std::string_view name) {
   return problem;
 }
 
-std::string ProcedureNames() {
-  std::string names;
-  for (const TProcedure* row : Procedures()) names += (names.empty() ? "" : ", ") + std::string(row->Name);
-  return names;
-}
+std::string ProcedureNames() { return Joined(Procedures(), &TProcedure::Name); }
 
 TMotionValues TProcedure::SampleValues() const {
   TMotionValues values = Sample;
@@ -185,7 +182,7 @@ TResult<> TMotionCall::CheckNeeds(const char* prefix) const {
     if (param.Need == TMotionParam::Required && !Values[i])
       return TProblem{.What = Format(Tr("%s is missing"), name.c_str())};
     if (param.Need != TMotionParam::Together) continue;
-    together += (together.empty() ? "" : ", ") + name;
+    AddToList(together, name);
     some = some || Values[i];
     all = all && Values[i];
   }

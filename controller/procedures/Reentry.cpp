@@ -10,6 +10,7 @@
 #include "ixocamglue/motion/Uoutputsteps.h"
 #include "ixocamglue/motion/Uwaitsteps.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Lists.h"
 #include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
@@ -61,7 +62,7 @@ class TLeft {
 
 std::string PortsText(const TMachineSnapshot& machine) {
   std::string text;
-  for (const std::int32_t port : OutputsOf(machine)) text += (text.empty() ? "" : ", ") + std::to_string(port);
+  for (const std::int32_t port : OutputsOf(machine)) AddToList(text, std::to_string(port));
   return text.empty() ? Tr("none") : text;
 }
 

@@ -8,6 +8,7 @@
 #include "ixocamglue/config/Libmachinecfg.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/JsonText.h"
+#include "ixocamglue/support/Lists.h"
 #include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
@@ -27,7 +28,7 @@ std::string Mm(double value) { return Format("%.2f", value); }
 
 std::string WhatIsOn(const TMachineSnapshot& now) {
   std::string on;
-  const auto add = [&](const std::string& what) { on += (on.empty() ? "" : ", ") + what; };
+  const auto add = [&](const std::string& what) { AddToList(on, what); };
   if (now.Emission) add(SRowEmission.Get());
   if (now.Laser) add(SRowLaser.Get());
   if (now.Gas) add(Format("%s %s %.2f bar", SRowGas.Get(), GasTypeName(now.GasBranch), now.GasBar));

@@ -13,6 +13,7 @@
 #include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/JsonText.h"
+#include "ixocamglue/support/Lists.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/Texts.h"
 
@@ -92,8 +93,7 @@ void TReader::Problem(const std::string& place, const std::string& what) {
 
 void TReader::GiveUp() const {
   std::string text;
-  for (std::size_t i = 0; i < std::min(FProblems.size(), kMostShown); ++i)
-    text += (text.empty() ? "" : "\n") + FProblems[i];
+  for (std::size_t i = 0; i < std::min(FProblems.size(), kMostShown); ++i) AddToList(text, FProblems[i], "\n");
   if (FProblems.size() > kMostShown) text += Format(Tr("\nand %zu more"), FProblems.size() - kMostShown);
   throw EProblem(FBlame, text);
 }

@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Lists.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
@@ -25,11 +26,7 @@ void AddAllAxes(std::vector<TMonitorSignalKey>& keys, const TMonitorSignal& sign
   for (std::uint16_t axis = 1; axis <= kRecordedAxes; ++axis) AddSignal(keys, signal, axis);
 }
 
-std::string SignalNames() {
-  std::string names;
-  for (const TMonitorSignal& signal : MonitorSignals()) names += (names.empty() ? "" : ", ") + std::string(signal.Name);
-  return names;
-}
+std::string SignalNames() { return Joined(MonitorSignals(), &TMonitorSignal::Name); }
 
 }  // namespace
 
@@ -42,10 +39,7 @@ std::vector<TMonitorSignalKey> AllSignals() {
 TResult<std::vector<TMonitorSignalKey>> ParseSignals(const std::string& list) {
   if (list.empty()) return AllSignals();
   std::vector<TMonitorSignalKey> keys;
-  for (std::size_t at = 0; at <= list.size();) {
-    const std::size_t end = std::min(list.find(',', at), list.size());
-    const std::string word = list.substr(at, end - at);
-    at = end + 1;
+  for (const std::string& word : SplitAt(list, ',')) {
     const std::size_t dot = word.find('.');
     const TMonitorSignal* const signal = FindMonitorSignal(std::string_view(word).substr(0, dot));
     if (!signal)

@@ -15,6 +15,7 @@
 #include "ixocamglue/support/Faults.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/JsonText.h"
+#include "ixocamglue/support/Lists.h"
 #include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
@@ -95,8 +96,7 @@ TJobThen ChoiceOf(const TJob& job, const std::string& answer) {
   const auto& choices = ChoicesOf(job);
   const auto choice = std::ranges::find(choices, answer, &TJobChoice::Answer);
   if (choice != choices.end()) return choice->Then;
-  std::string known;
-  for (const TJobChoice& one : choices) known += (known.empty() ? "" : ", ") + one.Answer;
+  const std::string known = Joined(choices, &TJobChoice::Answer);
   throw EProblem(pbRequest, {.What = Format(Tr("\"%s\" is no answer"), answer.c_str()),
                              .Where = {},
                              .Why = {},

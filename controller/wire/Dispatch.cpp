@@ -6,6 +6,7 @@
 #include "ixocamglue/platform/services/LocaleManager.h"
 #include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Lists.h"
 #include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
@@ -34,7 +35,7 @@ std::string MethodsOf(std::string_view path) {
     const bool has =
         IsOwn(path) ? method == std::string_view("GET") : TApi::Find(method, path, params, known) != nullptr;
     if (!has) continue;
-    methods += (methods.empty() ? "" : ", ") + std::string(method);
+    AddToList(methods, method);
     if (methods == "GET") methods += ", HEAD";
   }
   return methods;

@@ -7,6 +7,7 @@
 #include "controller/service/RealTime.h"
 #include "ixocamglue/support/Faults.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Lists.h"
 #include "ixocamglue/support/Nearest.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
@@ -28,7 +29,7 @@ TProblem BadKind(const std::string& kind) {
   for (std::size_t i = 0; i < kEventKinds; ++i) {
     const char* const name = EventName(static_cast<TEventKind>(i));
     nearest.Consider(name);
-    known += (known.empty() ? "" : ", ") + std::string(name);
+    AddToList(known, name);
   }
   return {.What = Format(Tr("there are no events of the kind \"%s\""), kind.c_str()),
           .Where = "kinds",

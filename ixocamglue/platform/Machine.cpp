@@ -6,6 +6,7 @@
 #include "ixocamglue/platform/states/NcState.h"
 #include "ixocamglue/platform/xml/MachineConfig.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Lists.h"
 #include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
@@ -45,8 +46,7 @@ TResult<const TMachineFactory*> FindMachine(const TMachineConfig& config, std::s
   const std::string driver = config.Section("Machine").GetText("Driver", "");
   const auto factory = driver.empty() ? machines.begin() : std::ranges::find(machines, driver, &TMachineFactory::Name);
   if (factory != machines.end()) return &*factory;
-  std::string known;
-  for (const TMachineFactory& machine : machines) known += (known.empty() ? "" : ", ") + machine.Name;
+  const std::string known = Joined(machines, &TMachineFactory::Name);
   return TProblem{.What = Format(Tr("\"%s\" is no machine driver; there are: %s"), driver.c_str(), known.c_str()),
                   .Where = config.File().string() + ": Machine/Driver"};
 }

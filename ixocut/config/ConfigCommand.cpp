@@ -8,6 +8,7 @@
 #include "controller/config/ConfigHistory.h"
 #include "controller/config/ConfigJson.h"
 #include "ixocamglue/platform/services/UtcTime.h"
+#include "ixocamglue/support/Lists.h"
 #include "ixocut/Command.h"
 #include "ixocut/Machines.h"
 #include "ixocut/client/Attach.h"
@@ -55,7 +56,7 @@ int RunConfigCheck(const std::filesystem::path& file, bool all, TConsole& consol
   for (const TConfigFinding& finding : findings) console.Say(LineOf(file, finding));
   std::string values;
   for (const auto* const row : defaulted)
-    values += Format("%s%s %d", values.empty() ? "" : ", ", std::string(row->Name.Text).c_str(), row->Default);
+    AddToList(values, Format("%s %d", std::string(row->Name.Text).c_str(), row->Default));
   if (!values.empty())
     console.Say(name + ": " + Format(Tr("Supervisor: not given, the default is in force: %s"), values.c_str()));
   std::optional<TProblem> problem;
@@ -209,11 +210,7 @@ struct TConfigOptions : TControllerSettings {
 
 std::string WirePath(const std::string& path) {
   std::string text = "/api/v1/config";
-  for (std::size_t from = 0; from <= path.size();) {
-    const std::size_t slash = std::min(path.find('/', from), path.size());
-    text += "/" + UrlPart(std::string_view(path).substr(from, slash - from));
-    from = slash + 1;
-  }
+  for (const std::string& part : SplitAt(path, '/')) text += "/" + UrlPart(part);
   return text;
 }
 

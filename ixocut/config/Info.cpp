@@ -1,6 +1,7 @@
 #include "controller/config/ConfigJson.h"
 #include "ixocamglue/config/Libmachinecfg.h"
 #include "ixocamglue/config/Ucamglue.h"
+#include "ixocamglue/support/Lists.h"
 #include "ixocut/Command.h"
 #include "ixocut/Machines.h"
 #include "ixocut/OperatorTexts.h"
@@ -11,7 +12,7 @@ namespace {
 
 std::string Ports(const std::map<std::int32_t, std::int32_t>& dic) {
   std::string text;
-  for (const auto& [key, port] : dic) text += (text.empty() ? "" : ", ") + Format("%d: %d", key, port);
+  for (const auto& [key, port] : dic) AddToList(text, Format("%d: %d", key, port));
   return text;
 }
 

@@ -10,6 +10,7 @@
 #include "controller/gas/GasTexts.h"
 #include "ixocamglue/gascal/Ugasnozzcaliconfig.h"
 #include "ixocamglue/support/DisplayWidth.h"
+#include "ixocamglue/support/Lists.h"
 #include "ixocamglue/support/ValueText.h"
 #include "ixocut/Command.h"
 #include "ixocut/Machines.h"
@@ -104,8 +105,7 @@ TGasOrder OrderOf(const TCalibrateOptions& options) {
 }
 
 void SayTitle(TConsole& console, const TGasOrder& order, std::string (*nameOf)(std::int32_t gas)) {
-  std::string names;
-  for (const std::int32_t gas : order.Gases) names += (names.empty() ? "" : ", ") + nameOf(gas);
+  const std::string names = Joined(order.Gases, nameOf);
   console.Say(Show(SGasTitle, names.c_str(), order.Nozzle.Type.c_str(), ValueText(order.Nozzle.Size).c_str()));
 }
 

@@ -1,8 +1,7 @@
 #include "ixocut/gas/GasCommand.h"
 
-#include <algorithm>
-
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Lists.h"
 #include "ixocamglue/support/Problem.h"
 #include "ixocamglue/support/ProblemAt.h"
 #include "ixocamglue/support/Texts.h"
@@ -17,12 +16,8 @@ constexpr TAddCommand kGasCommands[] = {AddGasCalibrateCommand, AddGasTableComma
 }  // namespace
 
 std::vector<std::int32_t> AskedGases(const std::string& text) {
-  std::vector<std::string> names;
-  for (std::size_t from = 0; from <= text.size();) {
-    const std::size_t comma = std::min(text.find(',', from), text.size());
-    names.emplace_back(TrimXml(std::string_view(text).substr(from, comma - from)));
-    from = comma + 1;
-  }
+  std::vector<std::string> names = SplitAt(text, ',');
+  for (std::string& name : names) name = TrimXml(name);
   return OrThrowAt(ParseGases(names), pbRequest, "--gas");
 }
 

@@ -2,6 +2,7 @@
 
 #include "controller/recordings/RecordingFacts.h"
 #include "ixocamglue/monitor/Umonitorsink.h"
+#include "ixocamglue/support/Lists.h"
 #include "ixocut/Command.h"
 #include "ixocut/monitor/MonitorCommands.h"
 
@@ -44,8 +45,7 @@ void SayNotes(const TMonitorLoadReport& report, TConsole& console) {
 void PrintText(const TMonitorLoadReport& report, const std::string& problem, bool partial, const TRecordingFacts& facts,
                TConsole& console) {
   console.Say(report.FileName);
-  std::string motors;
-  for (const std::string& motor : report.Motors) motors += (motors.empty() ? "" : ", ") + motor;
+  const std::string motors = Joined(report.Motors);
   const TRows head{{Tr("version"), report.Version.empty() ? "-" : report.Version},
                    {Tr("motors"), motors.empty() ? "-" : motors},
                    {Tr("size"), Format(Tr("%s bytes, %s lines, %s frames"), std::to_string(report.Bytes).c_str(),

@@ -1,5 +1,6 @@
 // `ixocut tree`: the step tree of a procedure, as it is built before it runs.
 #include "controller/procedures/StepTree.h"
+#include "ixocamglue/support/Lists.h"
 #include "ixocut/Command.h"
 #include "ixocut/procedures/Asked.h"
 
@@ -14,8 +15,7 @@ struct TTreeOptions : TControllerSettings {
 std::string TextOf(const TStepNode& node) {
   std::string text = Format("%d %s  %s", node.Command, node.Class.c_str(), node.Desc.c_str());
   std::string details;
-  for (const auto& [name, value] : node.Params.items())
-    details += (details.empty() ? "" : ", ") + name + " " + value.dump();
+  for (const auto& [name, value] : node.Params.items()) AddToList(details, name + " " + value.dump());
   if (!details.empty()) text += "  [" + details + "]";
   if (node.BuiltLate) text += std::string("  ") + Tr("(built on entry)");
   if (node.Failed) text += std::string("  ") + Tr("(cannot be built)");

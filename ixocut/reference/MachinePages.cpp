@@ -7,6 +7,7 @@
 #include "controller/procedures/Procedures.h"
 #include "controller/service/Status.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Lists.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocut/Machines.h"
 #include "ixocut/reference/Reference.h"
@@ -27,7 +28,7 @@ std::vector<std::string> PropertyRow(const TPropertyView& view, std::string_view
 std::string FlagsText(const TProcedureFlags& flags) {
   std::string text;
   const auto add = [&](bool is, const char* words) {
-    if (is) text += (text.empty() ? "" : "; ") + std::string(words);
+    if (is) AddToList(text, words, "; ");
   };
   add(flags.MovesXY, Tr("moves XY"));
   add(flags.MovesZ, Tr("moves Z"));

@@ -7,6 +7,7 @@
 #include "ixocamglue/panel/Kbpforms.h"
 #include "ixocamglue/panel/Kbpmngr.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Lists.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocut/reference/Reference.h"
 
@@ -26,7 +27,7 @@ std::string ForbidsText(TNcAlarmAttrs attrs) {
                {naRequireStop, Tr("stops what runs")},
                {naRequireOrg, Tr("wants the origin")}};
   std::string text;
-  const auto add = [&](const std::string& words) { text += (text.empty() ? "" : "; ") + words; };
+  const auto add = [&](const std::string& words) { AddToList(text, words, "; "); };
   for (const auto& kind : kinds)
     if ((attrs & kind.Attr) != 0) add(kind.Words);
   for (std::int32_t axis = 0; axis < kNcAlarmAxes; ++axis)
@@ -105,8 +106,7 @@ void FillPanel(TPage& page, const TReferenceSources&) {
   page.Heading(Tr("What each form permits"));
   std::vector<std::vector<std::string>> forms;
   for (const TFormGroup& group : FormGroups()) {
-    std::string names;
-    for (const std::string_view form : group.Forms) names += (names.empty() ? "" : ", ") + Code(form);
+    const std::string names = Joined(group.Forms, Code);
     forms.push_back({Code(Format("0x%08X", group.Mask)), KeysText(group.Keys), names});
   }
   page.Table({Tr("mask"), Tr("keys"), Tr("forms")}, forms);

@@ -5,6 +5,7 @@
 #include "controller/StateFiles.h"
 #include "controller/StateFolder.h"
 #include "ixocamglue/support/Files.h"
+#include "ixocamglue/support/Lists.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
 #include "ixocut/reference/Reference.h"
@@ -15,17 +16,11 @@ namespace {
 
 using TJson = nlohmann::ordered_json;
 
-std::string Joined(std::string list, const std::string& more) {
-  if (!list.empty()) list += ", ";
-  return list += more;
-}
-
 // The names of what a question may have behind "?".
 std::string QueryText(const TJson& operation) {
   std::string text;
   for (const TJson& parameter : operation.value("parameters", TJson::array()))
-    if (parameter.value("in", "") == "query")
-      text = Joined(std::move(text), Code(parameter.at("name").get<std::string>()));
+    if (parameter.value("in", "") == "query") AddToList(text, Code(parameter.at("name").get<std::string>()));
   return text;
 }
 
@@ -49,8 +44,7 @@ std::string BodyText(const TJson& document, const TJson& operation) {
   std::string needed, optional;
   for (const auto& [name, member] : members.items()) {
     const bool isNeeded = std::find(required.begin(), required.end(), name) != required.end();
-    std::string& list = isNeeded ? needed : optional;
-    list = Joined(std::move(list), Code(name));
+    AddToList(isNeeded ? needed : optional, Code(name));
   }
   if (needed.empty()) return optional;
   return "**" + needed + "**" + (optional.empty() ? "" : ", " + optional);
@@ -67,7 +61,7 @@ void AddExitCodes(TCommand above, const std::string& name, const std::string& co
     if (command.Runs() && codes != codesAbove) {
       auto row = std::ranges::find(list, codes, &TExitCodes::value_type::first);
       if (row == list.end()) row = list.insert(list.end(), {codes, ""});
-      row->second = Joined(std::move(row->second), Code(words));
+      AddToList(row->second, Code(words));
     }
     AddExitCodes(command, words, codes, list);
   }

@@ -11,6 +11,7 @@
 #include "controller/StateFolder.h"
 #include "ixocamglue/support/ChildProcess.h"
 #include "ixocamglue/support/Files.h"
+#include "ixocamglue/support/Lists.h"
 #include "ixocamglue/support/SystemError.h"
 #include "ixocut/Command.h"
 #include "ixocut/client/Attach.h"
@@ -223,7 +224,7 @@ class TTour {
     std::sort(files.begin(), files.end());
     for (const auto& file : files)
       if (!file.get<std::string>().ends_with(".txt") && !file.get<std::string>().ends_with(".lock"))
-        names += (names.empty() ? "" : ", ") + file.get<std::string>();
+        AddToList(names, file.get<std::string>());
     FConsole.Say("");
     FConsole.SayTable(rows);
     FConsole.Say("");

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Lists.h"
 #include "ixocamglue/support/Nearest.h"
 #include "ixocamglue/support/Texts.h"
 
@@ -172,7 +173,7 @@ class TDeviceCheck {
     std::string known;
     for (const TDriverFactory& driver : FDrivers) {
       nearest.Consider(driver.Name);
-      known += (known.empty() ? "" : ", ") + driver.Name;
+      AddToList(known, driver.Name);
     }
     Add(section, "Driver", name,
         name.empty() ? Format(Tr("a driver is needed: %s"), known.c_str())
@@ -184,8 +185,7 @@ class TDeviceCheck {
   void Own(const TConfigSection& section, const std::string& name, const char* device) {
     const TDriverFactory* const driver = name.empty() ? nullptr : Driver(section, name);
     if (!driver || std::ranges::find(driver->Devices, device) != driver->Devices.end()) return;
-    std::string has;
-    for (const std::string& each : driver->Devices) has += (has.empty() ? "" : ", ") + each;
+    const std::string has = Joined(driver->Devices);
     Add(section, "Driver", name,
         has.empty() ? Format(Tr("the driver has no %s of its own, only points"), device)
                     : Format(Tr("the driver has no %s; it has: %s"), device, has.c_str()));

@@ -8,6 +8,7 @@
 #include "ixocamglue/platform/states/NcState.h"
 #include "ixocamglue/platform/xml/MachineConfig.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Lists.h"
 #include "ixocamglue/support/Texts.h"
 
 namespace ixocamglue {
@@ -323,7 +324,7 @@ TMachineFactory ComposedMachine(std::vector<TDriverFactory> drivers) {
     ReadDevices(context.Config.Root(), *shared, devices, machine, problems);
     std::string text;
     for (const TProblem& problem : problems)
-      text += (text.empty() ? "" : "\n") + context.Config.File().string() + ": " + problem.Text();
+      AddToList(text, context.Config.File().string() + ": " + problem.Text(), "\n");
     if (!text.empty()) return TProblem{.What = std::move(text), .Where = {}, .Why = {}, .Remedy = {}};
     try {
       return TResult<std::unique_ptr<IMachine>>(std::make_unique<TComposedMachine>(context, devices, machine, *shared));

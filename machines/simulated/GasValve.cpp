@@ -5,6 +5,8 @@
 #include <cmath>
 #include <utility>
 
+#include "ixocamglue/support/Lists.h"
+
 namespace ixocamglue {
 namespace {
 
@@ -97,11 +99,7 @@ const char* ValveFaultName(TValveFault fault) {
   return std::ranges::find(kValveFaults, fault, [](const auto& row) { return row.first; })->second;
 }
 
-std::string ValveFaultNames() {
-  std::string names;
-  for (const auto& row : kValveFaults) names += (names.empty() ? "" : ", ") + std::string(row.second);
-  return names;
-}
+std::string ValveFaultNames() { return Joined(kValveFaults, &decltype(kValveFaults)::value_type::second); }
 
 // --- TGasValve ---
 

@@ -6,6 +6,7 @@
 #include "ixocamglue/platform/ports/CutCommands.h"
 #include "ixocamglue/platform/states/NcState.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Lists.h"
 #include "ixocamglue/support/Texts.h"
 #include "machines/simulated/Faults.h"
 
@@ -228,7 +229,7 @@ TMachineFactory SimulatedMachine(TSimOptions options) {
     TSimConfig config = TSimConfig::FromRoot(context.Config.Root(), problems);
     std::string text;
     for (const TProblem& problem : problems)
-      text += (text.empty() ? "" : "\n") + context.Config.File().string() + ": " + problem.Text();
+      AddToList(text, context.Config.File().string() + ": " + problem.Text(), "\n");
     if (!text.empty()) return TProblem{.What = std::move(text)};
     if (options.Adjust) options.Adjust(config);
     return TResult<std::unique_ptr<IMachine>>(std::make_unique<TSimMachine>(context, config, options.Parts));

@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Lists.h"
 #include "ixocamglue/support/ValueText.h"
 
 namespace ixocamglue {
@@ -29,7 +30,7 @@ std::string TLimits::Text(const char* upTo) const {
   for (std::size_t i = 0; i < Numbers.size(); ++i) {
     const std::size_t first = i;
     while (i + 1 < Numbers.size() && Numbers[i + 1] == Numbers[i] + 1.0) ++i;
-    text += (text.empty() ? "" : ", ") + NumberText(Numbers[first]);
+    AddToList(text, NumberText(Numbers[first]));
     if (i > first) text += (i > first + 1 ? upTo : ", ") + NumberText(Numbers[i]);
   }
   if (IsChoice) return text.empty() ? "none" : text;
