@@ -51,8 +51,7 @@ class TProgressBar {
     const int done = static_cast<int>(percent / 100 * kBarWidth);
     const std::string bar =
         std::string(static_cast<std::size_t>(done), '#') + std::string(static_cast<std::size_t>(kBarWidth - done), '.');
-    std::string gas = ShownGas(now.Gas);
-    gas.append(kGasWidth - std::min(kGasWidth, DisplayWidth(gas)), ' ');
+    const std::string gas = Padded(ShownGas(now.Gas), kGasWidth);
     const std::string line = Format("[%s] %3.0f %%  %s %5.2f V  %7.3f bar  %6.1f s", bar.c_str(), percent, gas.c_str(),
                                     now.Volt, now.Press, static_cast<double>(ms) / 1000);
     if (!FLine.OnTerminal()) return FConsole.Say(line);

@@ -12,11 +12,10 @@ struct TSweepCommand : TOutputSettings {
   TSweepOptions Sweep;
 };
 
-void SayRow(TConsole& console, const std::string& procedure, const std::string& dimension, std::uint64_t enumerated,
-            std::uint64_t run, std::uint64_t survived, std::uint64_t latch) {
+void SayRow(TConsole& console, const TSweepRow& row) {
   const auto number = [](std::uint64_t value) { return static_cast<unsigned long long>(value); };
-  console.Say(Format("%-27s %-10s %12llu %12llu %12llu %12llu", procedure.c_str(), dimension.c_str(),
-                     number(enumerated), number(run), number(survived), number(latch)));
+  console.Say(Format("%-27s %-10s %12llu %12llu %12llu %12llu", row.Procedure.c_str(), row.Dimension.c_str(),
+                     number(row.Enumerated), number(row.Run), number(row.Survived), number(row.SavedByLatch)));
 }
 
 int RunSweepCommand(const TSweepCommand& command, TConsole& console) {
@@ -24,10 +23,8 @@ int RunSweepCommand(const TSweepCommand& command, TConsole& console) {
     if (const auto known = CheckSweepName(command.Sweep.Procedure); !known)
       throw EProblem(pbRequest, "--procedure: " + known.Problem().Text());
   console.Say(Tr("procedure                   dimension    enumerated          run     survived     by latch"));
-  const TSweepResult result = RunSweep(command.Sweep, [&](const TSweepRow& row) {
-    SayRow(console, row.Procedure, row.Dimension, row.Enumerated, row.Run, row.Survived, row.SavedByLatch);
-  });
-  SayRow(console, Tr("total"), "", result.Enumerated(), result.Run(), result.Survived(), result.SavedByLatch());
+  const TSweepResult result = RunSweep(command.Sweep, [&](const TSweepRow& row) { SayRow(console, row); });
+  SayRow(console, {Tr("total"), "", result.Enumerated(), result.Run(), result.Survived(), result.SavedByLatch()});
   console.Say(Format(Tr("violations: %llu"), static_cast<unsigned long long>(result.ViolationCount)));
   for (const auto& [kind, count] : result.Kinds)
     console.Say(Format("%8llu  %s", static_cast<unsigned long long>(count), kind.c_str()));
