@@ -16,7 +16,7 @@ namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
-using TLines = std::vector<std::string>;
+using TCalls = std::vector<std::string>;
 
 // Two stations.
 class ModbusDriverWorld : public testing::Test, public IDriverEvents {
@@ -38,7 +38,7 @@ class ModbusDriverWorld : public testing::Test, public IDriverEvents {
     const std::lock_guard guard(FLock);
     FEvents.push_back(std::move(text));
   }
-  TLines Events() {
+  TCalls Events() {
     const std::lock_guard guard(FLock);
     return FEvents;
   }
@@ -54,7 +54,7 @@ class ModbusDriverWorld : public testing::Test, public IDriverEvents {
 
  private:
   std::mutex FLock;
-  TLines FEvents;
+  TCalls FEvents;
 };
 
 TEST_F(ModbusDriverWorld, HandsOutEachPointOnceAndRefusesTwoThatWriteTheSame) {
@@ -73,16 +73,16 @@ TEST_F(ModbusDriverWorld, HandsOutEachPointOnceAndRefusesTwoThatWriteTheSame) {
   Driver->NoteUse(Point(pkOutput, "b:coil:1"), puLight);
   EXPECT_FALSE(Driver->Point(pkAnalogOut, "a:hreg:200"));
   Driver->Connect().OrThrow(pbUnusable);
-  TLines warned, ports;
+  TCalls warned, ports;
   for (const TPortFacts& facts : Driver->Ports()) {
     ports.push_back(facts.Port);
     EXPECT_TRUE(facts.Readable) << facts.Port;
     if (!facts.Warning.empty()) warned.push_back(facts.Port);
   }
   EXPECT_THAT(ports, testing::IsSupersetOf({"a", "b", "a:hreg:7 0..10 0..100", "a:hreg:8.2", "b:coil:1"}));
-  EXPECT_EQ(warned, TLines{"b"});  // it has a laser and no watchdog
+  EXPECT_EQ(warned, TCalls{"b"});  // it has a laser and no watchdog
   EXPECT_THAT(A.Recorder.Written(), testing::Each(HasSubstr("hreg 200=")));
-  EXPECT_EQ(B.Recorder.Written(), TLines());
+  EXPECT_EQ(B.Recorder.Written(), TCalls());
 }
 
 TEST_F(ModbusDriverWorld, IsBackWhenEveryStationIs) {

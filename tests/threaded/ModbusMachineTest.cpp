@@ -314,7 +314,7 @@ TEST(ModbusMachine, KeepsThePortsContractsWithItsLineCutAndHealed) {
 
 // --- the same procedures on the simulated machine and on this one ---
 
-using TLines = std::vector<std::string>;
+using TStory = std::vector<std::string>;
 
 // The same file, with its nozzle motor and slow ways faster.
 std::filesystem::path MakeQuickFile(const TTempDir& folder, std::uint16_t port, bool simulated) {
@@ -334,11 +334,11 @@ std::filesystem::path MakeQuickFile(const TTempDir& folder, std::uint16_t port, 
 
 // An off that is told again, as it is in every pass until the device has read back, stands once: how often is a matter
 // of time. What was switched on since may be switched off again.
-TLines CommandsOf(const TControllerOptions& options, const char* procedure) {
+TStory CommandsOf(const TControllerOptions& options, const char* procedure) {
   const TProcedure* const row = FindProcedure(procedure);
   TProcedureRun run(options);
   const TRunReport report = run.Run([&] { return TMotionCall{row, row->SampleValues(), {}}.Make(nullptr); }, 120'000);
-  TLines commands;
+  TStory commands;
   std::set<std::string> off;
   for (const TJournalEntry& entry : run.Controller().Journal().Entries()) {
     if (!entry.IsCommand()) continue;
@@ -364,9 +364,9 @@ TEST(ModbusMachine, TheSameProceduresGiveTheSameCommandsAsOnTheSimulatedMachine)
   for (const char* const procedure :
        {"shot", "safe-move", "square", "change-nozzle", "clean-nozzle-manual", "auto-calibrate", "cover"}) {
     SCOPED_TRACE(procedure);
-    const TLines wanted = CommandsOf(simulated, procedure);
+    const TStory wanted = CommandsOf(simulated, procedure);
     EXPECT_EQ(wanted.back(), "success");
-    TLines commands = CommandsOf(options, procedure);
+    TStory commands = CommandsOf(options, procedure);
     if (commands != wanted) commands = CommandsOf(options, procedure);  // the machine may have been busy
     EXPECT_EQ(commands, wanted);
   }
