@@ -28,7 +28,7 @@ function(ixo_unite target n)
 endfunction()
 
 # ixo_lightly(<target>...): optimised less, which a third of the compiler's time goes into. For what waits for people,
-# files and lines; what is fast stands in the library, the simulated machine, the controller's passes and its wire.
+# files and lines; what is fast stands in the library, the simulated machine and the controller's passes.
 function(ixo_lightly)
   foreach(target IN LISTS ARGN)
     target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-O1>)
