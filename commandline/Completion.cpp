@@ -18,7 +18,7 @@ std::string Quoted(std::string_view text) {
 
 // What a value is: "@" for nothing that can be offered, "@file", "@dir", else the choices.
 std::string KindOf(TOption option) {
-  const std::string choices = Joined(option.Choices(), {}, " ");
+  std::string choices = Joined(option.Choices(), {}, " ");
   if (!choices.empty()) return choices;
   const std::string type = option.IsArgument() ? option.Name() : option.ValueType();
   if (type.starts_with("FILE") || type.starts_with("DEVICE")) return "@file";

@@ -33,7 +33,7 @@ class TConsole final : public ILogSink {
  public:
   // `out` outlives the console. `command`: "gas show".
   TConsole(std::ostream& out, std::string command, const TOutputSettings& settings = {});
-  ~TConsole();
+  ~TConsole() override;
 
   // The levels to listen to.
   [[nodiscard]] TDiagMask Mask() const { return FSettings.Trace ? kDiagAll : DiagBit(dlProgress) | DiagBit(dlError); }
