@@ -22,7 +22,7 @@ inline constexpr const char* kEmergencyTrip = TrMark("emergency stop");  // the 
 // What keeps the laser from being used: not fitted, latched, forbidden by an alarm.
 [[nodiscard]] TResult<> LaserUsable();
 
-// Whether the state thread gave a sign of life within the last 200 ms.
+// Whether the state thread gave a sign of life within the last 200 ms. Never throws.
 [[nodiscard]] bool StateThreadLives(const TNcWatch& watch);
 
 // Resets a tripped latch; without one nothing happens. Refused while its cause stands, outside standby, and while laser
