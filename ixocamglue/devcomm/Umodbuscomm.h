@@ -23,7 +23,7 @@
 #include "ixocamglue/devcomm/Umodbusresult.h"
 #include "ixocamglue/devcomm/Umodbusstatistics.h"
 #include "ixocamglue/devcomm/Umodbusstrict.h"
-#include "ixocamglue/platform/alarms/NcAlarmSource.h"
+#include "ixocamglue/platform/ports/NcAlarmSource.h"
 
 namespace ixocamglue {
 

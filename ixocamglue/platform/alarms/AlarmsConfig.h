@@ -14,9 +14,9 @@
 #include <string>
 #include <vector>
 
-#include "ixocamglue/platform/ports/Installed.h"
 #include "ixocamglue/platform/xml/MachineConfig.h"
 #include "ixocamglue/platform/xml/MachineSections.h"
+#include "ixocamglue/support/Installed.h"
 
 namespace ixocamglue {
 

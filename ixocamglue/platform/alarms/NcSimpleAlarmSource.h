@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "ixocamglue/platform/alarms/NcAlarmSource.h"
+#include "ixocamglue/platform/ports/NcAlarmSource.h"
 #include "ixocamglue/support/Locks.h"
 
 namespace ixocamglue {

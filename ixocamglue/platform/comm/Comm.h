@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "ixocamglue/platform/comm/Bytes.h"
-#include "ixocamglue/platform/ports/Installed.h"
+#include "ixocamglue/support/Installed.h"
 #include "ixocamglue/support/Problem.h"
 
 namespace ixocamglue {

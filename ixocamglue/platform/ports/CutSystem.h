@@ -10,7 +10,7 @@
 #include <limits>
 #include <string>
 
-#include "ixocamglue/platform/ports/Installed.h"
+#include "ixocamglue/support/Installed.h"
 
 namespace ixocamglue {
 

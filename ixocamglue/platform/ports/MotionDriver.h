@@ -7,7 +7,7 @@
 #include <span>
 
 #include "ixocamglue/platform/ports/CutSystem.h"
-#include "ixocamglue/platform/ports/Installed.h"
+#include "ixocamglue/support/Installed.h"
 
 namespace ixocamglue {
 

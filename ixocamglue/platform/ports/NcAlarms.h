@@ -5,9 +5,9 @@
 #include <cstdint>
 #include <string>
 
-#include "ixocamglue/platform/alarms/NcAlarmSource.h"
-#include "ixocamglue/platform/ports/Installed.h"
+#include "ixocamglue/platform/ports/NcAlarmSource.h"
 #include "ixocamglue/platform/services/Clock.h"
+#include "ixocamglue/support/Installed.h"
 
 namespace ixocamglue {
 

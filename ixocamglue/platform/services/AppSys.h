@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "ixocamglue/platform/ports/Installed.h"
+#include "ixocamglue/support/Installed.h"
 #include "ixocamglue/support/Locks.h"
 
 namespace ixocamglue {

@@ -8,7 +8,7 @@
 #include <mutex>
 #include <string>
 
-#include "ixocamglue/platform/ports/Installed.h"
+#include "ixocamglue/support/Installed.h"
 
 namespace ixocamglue {
 

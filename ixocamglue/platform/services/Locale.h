@@ -18,7 +18,7 @@
 #include <string_view>
 #include <vector>
 
-#include "ixocamglue/platform/ports/Installed.h"
+#include "ixocamglue/support/Installed.h"
 #include "ixocamglue/support/Locks.h"
 #include "ixocamglue/support/Texts.h"
 

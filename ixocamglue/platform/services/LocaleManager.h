@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "ixocamglue/platform/ports/Installed.h"
+#include "ixocamglue/support/Installed.h"
 #include "ixocamglue/support/Locks.h"
 #include "ixocamglue/support/Problem.h"
 

@@ -14,10 +14,10 @@
 #include <thread>
 #include <vector>
 
-#include "ixocamglue/platform/ports/Installed.h"
 #include "ixocamglue/platform/services/Clock.h"
 #include "ixocamglue/platform/services/ThreadTable.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocamglue/support/Installed.h"
 #include "ixocamglue/support/Locks.h"
 
 namespace ixocamglue {

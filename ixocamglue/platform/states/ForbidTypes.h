@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "ixocamglue/platform/ports/Installed.h"
+#include "ixocamglue/support/Installed.h"
 #include "ixocamglue/support/Locks.h"
 
 namespace ixocamglue {

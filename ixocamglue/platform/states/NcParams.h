@@ -10,7 +10,7 @@
 #include <string>
 #include <string_view>
 
-#include "ixocamglue/platform/ports/Installed.h"
+#include "ixocamglue/support/Installed.h"
 #include "ixocamglue/support/Locks.h"
 
 namespace ixocamglue {

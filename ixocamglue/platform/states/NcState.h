@@ -20,12 +20,12 @@
 #include <vector>
 
 #include "ixocamglue/platform/ports/CutSystem.h"
-#include "ixocamglue/platform/ports/Installed.h"
 #include "ixocamglue/platform/ports/NcAlarms.h"
 #include "ixocamglue/platform/services/Clock.h"
 #include "ixocamglue/platform/states/BeamWatch.h"
 #include "ixocamglue/platform/states/GasWatch.h"
 #include "ixocamglue/platform/states/NcWatch.h"
+#include "ixocamglue/support/Installed.h"
 #include "ixocamglue/support/Locks.h"
 #include "ixocamglue/support/Problem.h"
 

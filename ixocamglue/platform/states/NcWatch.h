@@ -7,7 +7,7 @@
 #include <atomic>
 #include <cstdint>
 
-#include "ixocamglue/platform/ports/Installed.h"
+#include "ixocamglue/support/Installed.h"
 
 namespace ixocamglue {
 

@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-#include "ixocamglue/platform/ports/Installed.h"
+#include "ixocamglue/support/Installed.h"
 
 namespace ixocamglue {
 

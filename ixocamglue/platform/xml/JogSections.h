@@ -9,8 +9,8 @@
 #include <cstdint>
 #include <string>
 
-#include "ixocamglue/platform/ports/Installed.h"
 #include "ixocamglue/platform/xml/XmlSubConfig.h"
+#include "ixocamglue/support/Installed.h"
 #include "ixocamglue/support/Locks.h"
 
 namespace ixocamglue {

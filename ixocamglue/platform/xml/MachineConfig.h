@@ -16,9 +16,9 @@
 #include <string_view>
 #include <vector>
 
-#include "ixocamglue/platform/ports/Installed.h"
 #include "ixocamglue/platform/xml/MachineSections.h"
 #include "ixocamglue/platform/xml/XmlConfig.h"
+#include "ixocamglue/support/Installed.h"
 
 namespace ixocamglue {
 
