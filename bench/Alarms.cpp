@@ -13,7 +13,7 @@
 #include <readerwriterqueue/readerwriterqueue.h>
 
 #include "bench/Rows.h"
-#include "controller/StateFolder.h"
+#include "controller/process/StateFolder.h"
 #include "ixocamglue/alarms/Almintprt.h"
 #include "ixocamglue/alarms/Ualarmdefs.h"
 #include "ixocamglue/alarms/Ualarmmanager.h"

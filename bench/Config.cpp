@@ -13,7 +13,7 @@
 #include <pugixml.hpp>
 
 #include "bench/Rows.h"
-#include "controller/StateFolder.h"
+#include "controller/process/StateFolder.h"
 #include "ixocamglue/config/Uassistconfig.h"
 #include "ixocamglue/platform/xml/MachineConfig.h"
 #include "ixocamglue/support/Files.h"

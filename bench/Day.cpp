@@ -5,8 +5,8 @@
 
 #include "bench/Rows.h"
 #include "controller/Controller.h"
-#include "controller/StateFolder.h"
 #include "controller/procedures/Procedures.h"
+#include "controller/process/StateFolder.h"
 #include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Format.h"
 #include "machines/simulated/Machine.h"

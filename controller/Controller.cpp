@@ -7,15 +7,15 @@
 #include <optional>
 #include <thread>
 
-#include "controller/HostTexts.h"
-#include "controller/LaserLatch.h"
-#include "controller/LeafWatch.h"
-#include "controller/SafeEnd.h"
-#include "controller/Texts.h"
-#include "controller/ThreadWatch.h"
-#include "controller/alarms/AlarmPackage.h"
-#include "controller/gas/GasDescent.h"
+#include "controller/AlarmPackage.h"
+#include "controller/gasvalve/GasDescent.h"
 #include "controller/procedures/Procedures.h"
+#include "controller/safety/LaserLatch.h"
+#include "controller/safety/LeafWatch.h"
+#include "controller/safety/SafeEnd.h"
+#include "controller/safety/ThreadWatch.h"
+#include "controller/texts/HostTexts.h"
+#include "controller/texts/Texts.h"
 #include "ixocamglue/alarms/Ualarmdefs.h"
 #include "ixocamglue/config/Uassistconfig.h"
 #include "ixocamglue/config/Ucamglue.h"

@@ -13,9 +13,9 @@
 #include <vector>
 
 #include "controller/Journal.h"
-#include "controller/Supervisor.h"
 #include "controller/keys/KeyCommands.h"
-#include "controller/procedures/EffectWatch.h"
+#include "controller/safety/EffectWatch.h"
+#include "controller/safety/Supervisor.h"
 #include "ixocamglue/Library.h"
 #include "ixocamglue/motion/Ustatemotionbase.h"
 #include "ixocamglue/platform/Machine.h"
@@ -107,7 +107,8 @@ class TController {
 
   // Real time: starts the threads.
   void StartThreads();
-  // Ends the state thread as the controller's end does (see controller/SafeEnd.h); the others end with the controller.
+  // Ends the state thread as the controller's end does (see controller/safety/SafeEnd.h); the others end with the
+  // controller.
   void StopThreads();
 
   // With a line of the journal, and the laser's latch looks at it at once. Any thread.
@@ -131,7 +132,7 @@ class TController {
   [[nodiscard]] TNcSysInts& SysInts();
   [[nodiscard]] TJogSections& Jog();
   [[nodiscard]] TLibrary& Library();
-  [[nodiscard]] TGasDescents& Descents();   // controller/gas/GasDescent.h
+  [[nodiscard]] TGasDescents& Descents();   // controller/gasvalve/GasDescent.h
   [[nodiscard]] TAlarmStore* AlarmStore();  // null without AlarmDb
   // True when no alarm event is on its way to a consumer or to the store.
   [[nodiscard]] bool AlarmsSettled();

@@ -1,6 +1,6 @@
 // Any bytes as the recording of a calibration: refused with its place, or judged; what is written reads back and is
 // judged the same.
-#include "controller/gas/GasVerdict.h"
+#include "controller/gasvalve/GasVerdict.h"
 #include "fuzz/InputFile.h"
 #include "ixocamglue/support/Problem.h"
 

@@ -10,7 +10,7 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
-#include "controller/StateFolder.h"
+#include "controller/process/StateFolder.h"
 #include "controller/wire/Server.h"
 #include "ixocamglue/support/Files.h"
 #include "machines/simulated/Machine.h"

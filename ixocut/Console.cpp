@@ -7,7 +7,7 @@
 
 #include "commandline/CommandLine.h"
 #include "commandline/Document.h"
-#include "controller/procedures/ErrorSentence.h"
+#include "controller/runs/ErrorSentence.h"
 #include "ixocamglue/support/Format.h"
 
 namespace ixocut {

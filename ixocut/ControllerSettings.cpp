@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "controller/Controller.h"
-#include "controller/StateFolder.h"
+#include "controller/process/StateFolder.h"
 #include "ixocamglue/platform/xml/MachineConfig.h"
 #include "ixocut/Commands.h"
 #include "ixocut/Machines.h"

@@ -1,7 +1,7 @@
 #include "ixocut/OperatorTexts.h"
 
-#include "controller/StateFolder.h"
-#include "controller/Texts.h"
+#include "controller/process/StateFolder.h"
+#include "controller/texts/Texts.h"
 
 namespace ixocut {
 using namespace ixocontroller;

@@ -8,7 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "commandline/Document.h"
-#include "controller/StateFolder.h"
+#include "controller/process/StateFolder.h"
 #include "ixocamglue/platform/services/Locale.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Lists.h"

@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <thread>
 
-#include "controller/procedures/ProcedureRun.h"
+#include "controller/runs/ProcedureRun.h"
 #include "ixocamglue/platform/ports/CutSystem.h"
 #include "ixocamglue/platform/ports/MotionDriver.h"
 #include "ixocamglue/platform/states/NcState.h"

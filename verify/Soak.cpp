@@ -9,8 +9,8 @@
 #include <nlohmann/json.hpp>
 
 #include "controller/Controller.h"
-#include "controller/procedures/ProcedureRun.h"
 #include "controller/procedures/Procedures.h"
+#include "controller/runs/ProcedureRun.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
 #include "machines/simulated/Machine.h"

@@ -4,8 +4,8 @@
 #include <fstream>
 #include <utility>
 
-#include "controller/StateFolder.h"
-#include "controller/procedures/ProcedureRun.h"
+#include "controller/process/StateFolder.h"
+#include "controller/runs/ProcedureRun.h"
 #include "ixocamglue/config/Uassistconfig.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"

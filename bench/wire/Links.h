@@ -26,7 +26,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "controller/StateFolder.h"
+#include "controller/process/StateFolder.h"
 #include "controller/wire/Server.h"
 #include "ixocamglue/support/Files.h"
 #include "machines/simulated/Machine.h"

@@ -4,8 +4,8 @@
 #include <poll.h>
 
 #include "bench/wire/Links.h"
-#include "controller/procedures/StepWatch.h"
-#include "controller/service/RealTime.h"
+#include "controller/process/RealTime.h"
+#include "controller/runs/StepWatch.h"
 #include "ixocamglue/motion/Uwaitsteps.h"
 
 namespace ixocamglue::bench {

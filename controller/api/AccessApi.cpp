@@ -1,7 +1,7 @@
 // Tokens, the console's links and sessions, and the lease of control.
 #include "controller/api/Api.h"
 #include "controller/api/Body.h"
-#include "controller/service/RealTime.h"
+#include "controller/process/RealTime.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
 

@@ -5,7 +5,7 @@
 #include <unordered_map>
 #include <utility>
 
-#include "controller/service/RealTime.h"
+#include "controller/process/RealTime.h"
 #include "ixocamglue/support/Faults.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"

@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <memory>
 
-#include "controller/StateFiles.h"
 #include "controller/api/Api.h"
 #include "controller/api/Asked.h"
 #include "controller/config/ConfigHistory.h"
 #include "controller/config/ConfigJson.h"
 #include "controller/config/LiveConfig.h"
+#include "controller/process/StateFiles.h"
 #include "ixocamglue/platform/services/AppSys.h"
 #include "ixocamglue/platform/services/Log.h"
 

@@ -1,8 +1,8 @@
 // The last lines of the log.
 #include "controller/api/Api.h"
 #include "controller/api/Asked.h"
+#include "controller/process/RealTime.h"
 #include "controller/service/LogLines.h"
-#include "controller/service/RealTime.h"
 
 namespace ixocontroller {
 namespace {

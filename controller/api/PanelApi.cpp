@@ -8,7 +8,7 @@
 #include "controller/api/Body.h"
 #include "controller/panel/PanelNames.h"
 #include "controller/panel/PanelWhy.h"
-#include "controller/service/RealTime.h"
+#include "controller/process/RealTime.h"
 #include "ixocamglue/panel/Kbpforms.h"
 
 namespace ixocontroller {

@@ -1,10 +1,10 @@
 // Recordings of the machine's signals: files of the state folder, by their names.
-#include "controller/StateFolder.h"
 #include "controller/api/Api.h"
 #include "controller/api/Asked.h"
 #include "controller/api/Body.h"
+#include "controller/process/RealTime.h"
+#include "controller/process/StateFolder.h"
 #include "controller/recordings/Recordings.h"
-#include "controller/service/RealTime.h"
 #include "ixocamglue/support/Lists.h"
 
 namespace ixocontroller {

@@ -2,7 +2,7 @@
 #include <algorithm>
 
 #include "controller/api/Api.h"
-#include "controller/service/RealTime.h"
+#include "controller/process/RealTime.h"
 
 namespace ixocontroller {
 namespace {

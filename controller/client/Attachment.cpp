@@ -2,9 +2,9 @@
 
 #include <cstdlib>
 
-#include "controller/StateFiles.h"
-#include "controller/StateFolder.h"
-#include "controller/service/ControllerFile.h"
+#include "controller/process/ControllerFile.h"
+#include "controller/process/StateFiles.h"
+#include "controller/process/StateFolder.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/ProblemAt.h"
 #include "ixocamglue/support/SystemError.h"

@@ -1,6 +1,6 @@
 #include "controller/client/StatusLines.h"
 
-#include "controller/procedures/RunReport.h"
+#include "controller/runs/RunReport.h"
 #include "controller/service/Status.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Lists.h"

@@ -17,8 +17,8 @@
 #include <boost/beast/http/parser.hpp>
 #include <boost/beast/http/string_body.hpp>
 
-#include "controller/wire/Listen.h"
-#include "controller/wire/TlsClient.h"
+#include "controller/net/Listen.h"
+#include "controller/net/TlsClient.h"
 #include "ixocamglue/platform/comm/HostText.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/support/Format.h"

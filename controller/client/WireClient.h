@@ -19,7 +19,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "controller/service/ControllerFile.h"
+#include "controller/process/ControllerFile.h"
 #include "ixocamglue/support/Problem.h"
 
 namespace ixocontroller {

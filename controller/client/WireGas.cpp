@@ -1,6 +1,6 @@
 #include "controller/client/WireGas.h"
 
-#include "controller/gas/GasRecording.h"
+#include "controller/gasvalve/GasRecording.h"
 #include "ixocamglue/platform/xml/FileLayer.h"
 
 namespace ixocontroller {

@@ -10,7 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "controller/client/WireClient.h"
-#include "controller/procedures/RunReport.h"
+#include "controller/runs/RunReport.h"
 #include "ixocamglue/platform/services/Log.h"
 
 namespace ixocontroller {

@@ -4,11 +4,11 @@
 #include <pthread.h>
 #include <utility>
 
-#include "controller/HostTexts.h"
 #include "controller/alarms/RunAlarms.h"
 #include "controller/panel/PanelNames.h"
 #include "controller/service/HeldKeys.h"
 #include "controller/service/Status.h"
+#include "controller/texts/HostTexts.h"
 #include "ixocamglue/platform/ports/CutCommands.h"
 #include "ixocamglue/platform/services/Clock.h"
 #include "ixocamglue/support/Format.h"

@@ -7,9 +7,9 @@
 #include <optional>
 #include <utility>
 
-#include "controller/LaserLatch.h"
-#include "controller/procedures/ProcedureRun.h"
 #include "controller/procedures/Procedures.h"
+#include "controller/runs/ProcedureRun.h"
+#include "controller/safety/LaserLatch.h"
 #include "ixocamglue/platform/ports/CutSystem.h"
 #include "ixocamglue/platform/ports/MotionDriver.h"
 #include "ixocamglue/support/Faults.h"

@@ -5,9 +5,9 @@
 #include <limits>
 #include <utility>
 
-#include "controller/HostTexts.h"
-#include "controller/gas/GasRecording.h"
-#include "controller/gas/GasTexts.h"
+#include "controller/gasvalve/GasRecording.h"
+#include "controller/texts/GasTexts.h"
+#include "controller/texts/HostTexts.h"
 #include "ixocamglue/config/Libmachinecfg.h"
 #include "ixocamglue/gascal/Ugasdaadjust.h"
 #include "ixocamglue/platform/ports/MotionDriver.h"
@@ -53,13 +53,6 @@ TRecordedGas Recorded(const TGasResult& result) {
 }
 
 }  // namespace
-
-double TGasResult::MaxBar() const {
-  double highest = 0.0;
-  for (const TGasPoint& point : Points)
-    if (point.Settled) highest = std::max(highest, point.Press);
-  return highest;
-}
 
 TGasCalibration::TGasCalibration(TController& controller, const std::vector<std::int32_t>& gases, TGasNozzle nozzle,
                                  bool keep)

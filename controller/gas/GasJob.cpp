@@ -3,9 +3,9 @@
 #include <filesystem>
 #include <utility>
 
-#include "controller/gas/GasDescent.h"
 #include "controller/gas/GasReport.h"
-#include "controller/gas/GasTexts.h"
+#include "controller/gasvalve/GasDescent.h"
+#include "controller/texts/GasTexts.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "controller/gas/GasReport.h"
-#include "controller/procedures/ProcedureRun.h"
+#include "controller/runs/ProcedureRun.h"
 #include "ixocamglue/gascal/Uzemgasadjustmodel.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Problem.h"

@@ -7,7 +7,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "controller/gas/GasTexts.h"
+#include "controller/texts/GasTexts.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
 

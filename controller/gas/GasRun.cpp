@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "controller/procedures/ProcedureRun.h"
+#include "controller/runs/ProcedureRun.h"
 
 namespace ixocontroller {
 

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "controller/Controller.h"
-#include "controller/SignalStop.h"
 #include "controller/gas/GasJob.h"
+#include "controller/process/SignalStop.h"
 
 namespace ixocontroller {
 

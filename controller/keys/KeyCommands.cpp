@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <iterator>
 
-#include "controller/LaserLatch.h"
 #include "controller/keys/KeyStates.h"
+#include "controller/safety/LaserLatch.h"
 #include "ixocamglue/platform/ports/CutCommands.h"
 #include "ixocamglue/platform/ports/NcAlarms.h"
 #include "ixocamglue/platform/services/AppSys.h"

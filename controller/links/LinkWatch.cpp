@@ -4,7 +4,7 @@
 #include <pthread.h>
 #include <utility>
 
-#include "controller/service/RealTime.h"
+#include "controller/process/RealTime.h"
 #include "ixocamglue/support/Faults.h"
 #include "ixocamglue/support/JsonText.h"
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "controller/panel/PanelTexts.h"
+#include "controller/texts/PanelTexts.h"
 #include "ixocamglue/platform/ports/CutCommands.h"
 #include "ixocamglue/platform/ports/CutSystem.h"
 #include "ixocamglue/platform/ports/PanelPorts.h"

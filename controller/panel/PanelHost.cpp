@@ -4,8 +4,8 @@
 #include <utility>
 
 #include "controller/panel/PanelNames.h"
-#include "controller/panel/PanelTexts.h"
 #include "controller/panel/PanelWhy.h"
+#include "controller/texts/PanelTexts.h"
 #include "ixocamglue/platform/xml/Bounds.h"
 #include "ixocamglue/support/Faults.h"
 #include "ixocamglue/support/Format.h"

@@ -4,9 +4,9 @@
 #include <set>
 #include <utility>
 
-#include "controller/Supervisor.h"
-#include "controller/alarms/AlarmPackage.h"
-#include "controller/panel/PanelTexts.h"
+#include "controller/AlarmPackage.h"
+#include "controller/safety/Supervisor.h"
+#include "controller/texts/PanelTexts.h"
 #include "ixocamglue/alarms/Almintprt.h"
 #include "ixocamglue/panel/Kbpforms.h"
 #include "ixocamglue/support/Format.h"

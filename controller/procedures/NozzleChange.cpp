@@ -4,7 +4,7 @@
 #include <utility>
 #include <vector>
 
-#include "controller/procedures/ProcedureTexts.h"
+#include "controller/texts/ProcedureTexts.h"
 #include "ixocamglue/config/Libmachinecfg.h"
 #include "ixocamglue/config/Uassistconfig.h"
 #include "ixocamglue/motion/Umotionchecks.h"

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <utility>
 
-#include "controller/HostTexts.h"
+#include "controller/texts/HostTexts.h"
 #include "ixocamglue/motion/Umotioncontroller.h"
 #include "ixocamglue/support/Format.h"
 

@@ -13,7 +13,7 @@
 #include <nlohmann/json.hpp>
 
 #include "controller/Controller.h"
-#include "controller/DiskWork.h"
+#include "controller/process/DiskWork.h"
 #include "controller/recordings/LiveRecording.h"
 
 namespace ixocontroller {

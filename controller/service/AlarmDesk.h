@@ -10,7 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "controller/Controller.h"
-#include "controller/service/Asker.h"
+#include "controller/access/Asker.h"
 #include "controller/service/Events.h"
 #include "ixocamglue/support/Locks.h"
 #include "ixocamglue/support/Problem.h"

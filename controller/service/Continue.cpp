@@ -5,7 +5,7 @@
 #include <random>
 #include <utility>
 
-#include "controller/wire/Sha256.h"
+#include "controller/access/Sha256.h"
 #include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {

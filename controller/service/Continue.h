@@ -9,8 +9,8 @@
 #include <string_view>
 #include <vector>
 
-#include "controller/procedures/Reentry.h"
-#include "controller/procedures/StepWatch.h"
+#include "controller/runs/Reentry.h"
+#include "controller/runs/StepWatch.h"
 
 namespace ixocontroller {
 

@@ -5,8 +5,8 @@
 #include <filesystem>
 #include <utility>
 
-#include "controller/StateFiles.h"
 #include "controller/links/LinkDesk.h"
+#include "controller/process/StateFiles.h"
 #include "controller/recordings/Recordings.h"
 #include "controller/service/PanelDesk.h"
 

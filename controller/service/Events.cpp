@@ -3,7 +3,7 @@
 #include <random>
 #include <utility>
 
-#include "controller/service/RealTime.h"
+#include "controller/process/RealTime.h"
 #include "ixocamglue/support/Format.h"
 
 namespace ixocontroller {

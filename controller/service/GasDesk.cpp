@@ -3,10 +3,10 @@
 #include <cmath>
 #include <utility>
 
-#include "controller/HostTexts.h"
 #include "controller/gas/GasReport.h"
-#include "controller/gas/GasTexts.h"
-#include "controller/service/RealTime.h"
+#include "controller/process/RealTime.h"
+#include "controller/texts/GasTexts.h"
+#include "controller/texts/HostTexts.h"
 #include "ixocamglue/config/Libmachinecfg.h"
 #include "ixocamglue/platform/services/LocaleManager.h"
 #include "ixocamglue/support/Texts.h"

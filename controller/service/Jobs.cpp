@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <utility>
 
-#include "controller/StateFiles.h"
 #include "controller/procedures/Calls.h"
 #include "controller/procedures/SequenceFile.h"
+#include "controller/process/RealTime.h"
+#include "controller/process/StateFiles.h"
 #include "controller/service/ReadyCheck.h"
-#include "controller/service/RealTime.h"
 #include "controller/service/Service.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/support/Faults.h"

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "controller/wire/Sha256.h"
+#include "controller/access/Sha256.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
 

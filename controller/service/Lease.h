@@ -12,7 +12,7 @@
 #include <string>
 #include <string_view>
 
-#include "controller/service/Asker.h"
+#include "controller/access/Asker.h"
 #include "ixocamglue/support/Problem.h"
 
 namespace ixocontroller {

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "controller/service/RealTime.h"
+#include "controller/process/RealTime.h"
 
 namespace ixocontroller {
 

@@ -13,10 +13,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "controller/StateFiles.h"
-#include "controller/Supervisor.h"
-#include "controller/service/JsonFile.h"
-#include "controller/service/RealTime.h"
+#include "controller/process/JsonFile.h"
+#include "controller/process/RealTime.h"
+#include "controller/process/StateFiles.h"
+#include "controller/safety/Supervisor.h"
 #include "ixocamglue/platform/services/AppSys.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/support/Format.h"

@@ -7,10 +7,10 @@
 #include <stdexcept>
 #include <utility>
 
-#include "controller/StateFiles.h"
 #include "controller/history/HistoryRun.h"
-#include "controller/service/JsonFile.h"
-#include "controller/service/RealTime.h"
+#include "controller/process/JsonFile.h"
+#include "controller/process/RealTime.h"
+#include "controller/process/StateFiles.h"
 #include "ixocamglue/platform/services/LocaleManager.h"
 #include "ixocamglue/support/Faults.h"
 #include "ixocamglue/support/Format.h"

@@ -18,9 +18,9 @@
 
 #include <nlohmann/json.hpp>
 
-#include "controller/DiskWork.h"
+#include "controller/access/Asker.h"
 #include "controller/procedures/Procedures.h"
-#include "controller/service/Asker.h"
+#include "controller/process/DiskWork.h"
 
 namespace ixocontroller {
 

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <optional>
 
-#include "controller/LaserLatch.h"
 #include "controller/procedures/AxisPlaces.h"
+#include "controller/safety/LaserLatch.h"
 #include "ixocamglue/config/Uassistconfig.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"

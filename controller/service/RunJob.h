@@ -5,7 +5,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "controller/procedures/RunWatch.h"
+#include "controller/runs/RunWatch.h"
 #include "ixocamglue/support/Problem.h"
 
 namespace ixocontroller {

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <utility>
 
-#include "controller/procedures/RunReport.h"
-#include "controller/procedures/Timeline.h"
-#include "controller/service/RealTime.h"
+#include "controller/process/RealTime.h"
+#include "controller/runs/RunReport.h"
+#include "controller/runs/Timeline.h"
 #include "ixocamglue/platform/services/LocaleManager.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/support/Format.h"

@@ -13,11 +13,11 @@
 
 #include <nlohmann/json.hpp>
 
-#include "controller/procedures/MotionTrace.h"
+#include "controller/access/Asker.h"
 #include "controller/procedures/PlannedPath.h"
 #include "controller/procedures/Procedures.h"
-#include "controller/procedures/RunWatch.h"
-#include "controller/service/Asker.h"
+#include "controller/runs/MotionTrace.h"
+#include "controller/runs/RunWatch.h"
 #include "controller/service/Events.h"
 #include "controller/service/RunJob.h"
 #include "controller/service/Status.h"

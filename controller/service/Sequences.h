@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "controller/StateFiles.h"
+#include "controller/process/StateFiles.h"
 #include "ixocamglue/support/Problem.h"
 
 namespace ixocontroller {

@@ -7,11 +7,11 @@
 #include <pthread.h>
 #include <utility>
 
-#include "controller/SafeEnd.h"
-#include "controller/Supervisor.h"
-#include "controller/alarms/AlarmPackage.h"
-#include "controller/procedures/ProcedureRun.h"
-#include "controller/service/RealTime.h"
+#include "controller/AlarmPackage.h"
+#include "controller/process/RealTime.h"
+#include "controller/runs/ProcedureRun.h"
+#include "controller/safety/SafeEnd.h"
+#include "controller/safety/Supervisor.h"
 #include "ixocamglue/motion/Ulasersteps.h"
 #include "ixocamglue/platform/ports/CutSystem.h"
 #include "ixocamglue/platform/services/Log.h"

@@ -20,8 +20,9 @@
 #include <vector>
 
 #include "controller/Controller.h"
+#include "controller/access/Access.h"
+#include "controller/access/Asker.h"
 #include "controller/service/AlarmDesk.h"
-#include "controller/service/Asker.h"
 #include "controller/service/Desks.h"
 #include "controller/service/Events.h"
 #include "controller/service/GasDesk.h"
@@ -32,7 +33,6 @@
 #include "controller/service/Status.h"
 #include "controller/service/Stopper.h"
 #include "controller/service/TaskThread.h"
-#include "controller/wire/Access.h"
 
 namespace ixocontroller {
 

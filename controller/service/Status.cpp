@@ -1,7 +1,7 @@
 #include "controller/service/Status.h"
 
-#include "controller/gas/GasDescent.h"
-#include "controller/service/RealTime.h"
+#include "controller/gasvalve/GasDescent.h"
+#include "controller/process/RealTime.h"
 #include "ixocamglue/platform/ports/CutStates.h"
 #include "ixocamglue/platform/services/LocaleManager.h"
 #include "ixocamglue/support/Texts.h"

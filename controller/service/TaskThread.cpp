@@ -5,7 +5,7 @@
 #include <pthread.h>
 #include <utility>
 
-#include "controller/Supervisor.h"
+#include "controller/safety/Supervisor.h"
 #include "ixocamglue/platform/services/ThreadTable.h"
 #include "ixocamglue/support/Faults.h"
 

@@ -10,9 +10,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "controller/service/RealTime.h"
-#include "controller/wire/Listen.h"
-#include "controller/wire/TlsClient.h"
+#include "controller/net/Listen.h"
+#include "controller/net/TlsClient.h"
+#include "controller/process/RealTime.h"
 #include "ixocamglue/platform/comm/Comm.h"
 #include "ixocamglue/platform/comm/HostText.h"
 #include "ixocamglue/support/Format.h"

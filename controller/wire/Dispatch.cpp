@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "controller/service/RealTime.h"
+#include "controller/process/RealTime.h"
 #include "ixocamglue/platform/services/LocaleManager.h"
 #include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Format.h"

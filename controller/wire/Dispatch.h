@@ -7,7 +7,7 @@
 #include <functional>
 #include <string>
 
-#include "controller/wire/Access.h"
+#include "controller/access/Access.h"
 #include "controller/wire/AnsweredOnce.h"
 #include "controller/wire/EventFeed.h"
 #include "controller/wire/Pages.h"

@@ -4,7 +4,7 @@
 #include <exception>
 #include <utility>
 
-#include "controller/service/RealTime.h"
+#include "controller/process/RealTime.h"
 #include "ixocamglue/support/Faults.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Lists.h"

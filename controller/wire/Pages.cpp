@@ -7,7 +7,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "controller/wire/Sha256.h"
+#include "controller/access/Sha256.h"
 #include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Texts.h"
 

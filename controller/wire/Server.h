@@ -14,9 +14,9 @@
 #include <vector>
 
 #include "controller/api/Api.h"
-#include "controller/wire/Listen.h"
+#include "controller/net/Listen.h"
+#include "controller/net/Tls.h"
 #include "controller/wire/Pages.h"
-#include "controller/wire/Tls.h"
 #include "controller/wire/WireLimits.h"
 
 namespace ixocontroller {

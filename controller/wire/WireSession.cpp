@@ -15,8 +15,8 @@
 #include <boost/beast/http/parser.hpp>
 #include <boost/beast/http/string_body.hpp>
 
-#include "controller/service/RealTime.h"
-#include "controller/wire/Tls.h"
+#include "controller/net/Tls.h"
+#include "controller/process/RealTime.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"

@@ -6,9 +6,9 @@
 #include <functional>
 #include <memory>
 
-#include "controller/wire/Access.h"
+#include "controller/access/Access.h"
+#include "controller/net/Listen.h"
 #include "controller/wire/EventFeed.h"
-#include "controller/wire/Listen.h"
 #include "controller/wire/WireLimits.h"
 #include "controller/wire/WireRequest.h"
 

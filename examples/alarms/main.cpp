@@ -3,7 +3,7 @@
 #include <cstdio>
 
 #include <controller/Controller.h>
-#include <controller/StateFolder.h>
+#include <controller/process/StateFolder.h>
 #include <ixocamglue/alarms/Almintprt.h>
 #include <ixocamglue/alarms/Ualarmmanager.h>
 #include <machines/simulated/Machine.h>

@@ -1,8 +1,8 @@
 // A program that talks to the controller that runs: a timed shot, followed to its end, stopped by Ctrl-C.
 #include <cstdio>
 
-#include <controller/SignalStop.h>
 #include <controller/client/WireRun.h>
+#include <controller/process/SignalStop.h>
 
 int main(int argc, char** argv) {
   using namespace ixocontroller;

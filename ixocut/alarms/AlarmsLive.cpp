@@ -1,8 +1,8 @@
 // `ixocut alarms live`: the simulated machine with its alarm manager and store, told what happens line by line.
 #include "commandline/InputLines.h"
 #include "controller/Controller.h"
-#include "controller/SignalStop.h"
 #include "controller/alarms/AlarmScript.h"
+#include "controller/process/SignalStop.h"
 #include "ixocamglue/platform/services/UtcTime.h"
 #include "ixocamglue/support/FileLock.h"
 #include "ixocut/Command.h"

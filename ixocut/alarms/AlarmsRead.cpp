@@ -1,10 +1,10 @@
 // The commands that read an alarm store, those that need none (lookup and check), and what the controller that runs has
 // to be told, as a store that it writes does not tell it.
-#include "controller/SignalStop.h"
-#include "controller/StateFiles.h"
-#include "controller/StateFolder.h"
 #include "controller/alarms/AlarmChanges.h"
 #include "controller/alarms/AlarmRows.h"
+#include "controller/process/SignalStop.h"
+#include "controller/process/StateFiles.h"
+#include "controller/process/StateFolder.h"
 #include "ixocamglue/alarms/Almintprt.h"
 #include "ixocamglue/alarms/Ualarmdefs.h"
 #include "ixocamglue/platform/services/AppSys.h"

@@ -1,8 +1,8 @@
 #include "ixocut/client/Attach.h"
 
-#include "controller/SignalStop.h"
-#include "controller/StateFolder.h"
-#include "controller/service/ControllerFile.h"
+#include "controller/process/ControllerFile.h"
+#include "controller/process/SignalStop.h"
+#include "controller/process/StateFolder.h"
 
 namespace ixocut {
 

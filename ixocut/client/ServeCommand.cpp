@@ -4,10 +4,10 @@
 #include <unistd.h>
 
 #include "commandline/Table.h"
-#include "controller/Serving.h"
-#include "controller/SignalStop.h"
-#include "controller/StateFolder.h"
 #include "controller/client/StatusLines.h"
+#include "controller/process/SignalStop.h"
+#include "controller/process/StateFolder.h"
+#include "controller/serving/Serving.h"
 #include "ixocut/Command.h"
 
 namespace ixocut {

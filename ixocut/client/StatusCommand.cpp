@@ -2,8 +2,8 @@
 #include <chrono>
 
 #include "commandline/Table.h"
-#include "controller/SignalStop.h"
 #include "controller/client/StatusLines.h"
+#include "controller/process/SignalStop.h"
 #include "ixocut/Command.h"
 #include "ixocut/OperatorTexts.h"
 #include "ixocut/client/Attach.h"

@@ -2,8 +2,8 @@
 #include <unistd.h>
 
 #include "commandline/Table.h"
-#include "controller/StateFolder.h"
-#include "controller/wire/Tokens.h"
+#include "controller/access/Tokens.h"
+#include "controller/process/StateFolder.h"
 #include "ixocamglue/platform/services/UtcTime.h"
 #include "ixocut/Command.h"
 #include "ixocut/client/Attach.h"

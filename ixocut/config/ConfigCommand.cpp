@@ -2,11 +2,11 @@
 
 #include <algorithm>
 
-#include "controller/StateFiles.h"
-#include "controller/StateFolder.h"
 #include "controller/client/StatusLines.h"
 #include "controller/config/ConfigHistory.h"
 #include "controller/config/ConfigJson.h"
+#include "controller/process/StateFiles.h"
+#include "controller/process/StateFolder.h"
 #include "ixocamglue/platform/services/UtcTime.h"
 #include "ixocamglue/support/Lists.h"
 #include "ixocut/Command.h"

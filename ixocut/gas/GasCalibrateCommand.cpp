@@ -3,11 +3,11 @@
 #include <unistd.h>
 
 #include "commandline/OutputFile.h"
-#include "controller/HostTexts.h"
 #include "controller/client/WireGas.h"
-#include "controller/gas/GasRecording.h"
 #include "controller/gas/GasRun.h"
-#include "controller/gas/GasTexts.h"
+#include "controller/gasvalve/GasRecording.h"
+#include "controller/texts/GasTexts.h"
+#include "controller/texts/HostTexts.h"
 #include "ixocamglue/gascal/Ugasnozzcaliconfig.h"
 #include "ixocamglue/support/DisplayWidth.h"
 #include "ixocamglue/support/Lists.h"

@@ -1,7 +1,7 @@
 // `ixocut gas pressure`.
-#include "controller/HostTexts.h"
 #include "controller/gas/GasPressure.h"
-#include "controller/gas/GasTexts.h"
+#include "controller/texts/GasTexts.h"
+#include "controller/texts/HostTexts.h"
 #include "ixocamglue/support/ValueText.h"
 #include "ixocut/Command.h"
 #include "ixocut/gas/GasCommand.h"

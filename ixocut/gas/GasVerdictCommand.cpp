@@ -1,8 +1,8 @@
 // `ixocut gas verdict`.
 #include <algorithm>
 
-#include "controller/gas/GasTexts.h"
-#include "controller/gas/GasVerdict.h"
+#include "controller/gasvalve/GasVerdict.h"
+#include "controller/texts/GasTexts.h"
 #include "ixocamglue/support/ValueText.h"
 #include "ixocut/Command.h"
 #include "ixocut/OperatorTexts.h"

@@ -1,8 +1,8 @@
 #include "ixocut/link/LinkOptions.h"
 
-#include "controller/StateFolder.h"
 #include "controller/config/MachineFile.h"
 #include "controller/links/ConfiguredLinks.h"
+#include "controller/process/StateFolder.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/ProblemAt.h"
 #include "ixocamglue/support/Texts.h"

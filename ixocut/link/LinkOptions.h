@@ -6,8 +6,8 @@
 #include <string>
 
 #include "commandline/CommandLine.h"
-#include "controller/StopOnSignal.h"
 #include "controller/links/DeviceLink.h"
+#include "controller/process/StopOnSignal.h"
 
 namespace ixocut {
 using namespace ixocommandline;

@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "controller/StateFolder.h"
+#include "controller/process/StateFolder.h"
 #include "ixocamglue/platform/xml/MachineConfig.h"
 #include "ixocut/Command.h"
 #include "ixocut/link/LinkOptions.h"

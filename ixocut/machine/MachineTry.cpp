@@ -2,9 +2,9 @@
 #include <unistd.h>
 
 #include "commandline/InputLines.h"
-#include "controller/SignalStop.h"
-#include "controller/StateFolder.h"
 #include "controller/commissioning/TryProtocol.h"
+#include "controller/process/SignalStop.h"
+#include "controller/process/StateFolder.h"
 #include "ixocamglue/support/ValueText.h"
 #include "ixocut/Command.h"
 #include "ixocut/machine/MachineCommand.h"

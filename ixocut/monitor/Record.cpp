@@ -1,7 +1,7 @@
 // `ixocut record`: runs a procedure on the simulated machine, in virtual time, and records it into a monitor file.
-#include "controller/HostTexts.h"
-#include "controller/procedures/RunReport.h"
 #include "controller/recordings/LiveRecording.h"
+#include "controller/runs/RunReport.h"
+#include "controller/texts/HostTexts.h"
 #include "ixocamglue/platform/xml/FileLayer.h"
 #include "ixocamglue/support/ProblemAt.h"
 #include "ixocut/Command.h"

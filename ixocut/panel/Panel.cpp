@@ -1,11 +1,11 @@
 // ixocut panel, panel press, panel why, panel forms.
-#include "controller/SignalStop.h"
 #include "controller/alarms/RunAlarms.h"
 #include "controller/client/StatusLines.h"
 #include "controller/client/WireSeat.h"
 #include "controller/panel/PanelNames.h"
 #include "controller/panel/PanelScript.h"
 #include "controller/panel/PanelWhy.h"
+#include "controller/process/SignalStop.h"
 #include "ixocamglue/panel/Kbpforms.h"
 #include "ixocamglue/support/DisplayWidth.h"
 #include "ixocut/Command.h"

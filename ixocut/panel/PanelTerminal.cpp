@@ -7,7 +7,7 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include "controller/SignalStop.h"
+#include "controller/process/SignalStop.h"
 #include "ixocut/Command.h"
 
 namespace ixocut {

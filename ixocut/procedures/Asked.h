@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "controller/procedures/Calls.h"
-#include "controller/procedures/ProcedureRun.h"
 #include "controller/procedures/Procedures.h"
+#include "controller/runs/ProcedureRun.h"
 #include "ixocamglue/platform/Machine.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocut/ControllerSettings.h"

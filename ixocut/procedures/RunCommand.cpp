@@ -1,8 +1,8 @@
 // `ixocut run`: one procedure, one motion command or a file of them, on the simulated machine.
 #include <algorithm>
 
-#include "controller/procedures/RunReport.h"
 #include "controller/procedures/SequenceFile.h"
+#include "controller/runs/RunReport.h"
 #include "ixocamglue/platform/states/NcParams.h"
 #include "ixocut/Command.h"
 #include "ixocut/OperatorTexts.h"

@@ -2,8 +2,8 @@
 
 #include <utility>
 
-#include "controller/HostTexts.h"
-#include "controller/procedures/RunPicture.h"
+#include "controller/runs/RunPicture.h"
+#include "controller/texts/HostTexts.h"
 #include "ixocut/Plot.h"
 
 namespace ixocut {

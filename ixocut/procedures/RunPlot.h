@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "controller/procedures/RunReport.h"
+#include "controller/runs/RunReport.h"
 
 namespace ixocut {
 using namespace ixocontroller;

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <iterator>
 
-#include "controller/HostTexts.h"
-#include "controller/procedures/RunReport.h"
+#include "controller/runs/RunReport.h"
+#include "controller/texts/HostTexts.h"
 #include "ixocamglue/motion/Umotiontexts.h"
 #include "ixocut/Command.h"
 #include "ixocut/OperatorTexts.h"

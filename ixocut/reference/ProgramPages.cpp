@@ -2,8 +2,8 @@
 #include <nlohmann/json.hpp>
 
 #include "commandline/CommandLine.h"
-#include "controller/StateFiles.h"
-#include "controller/StateFolder.h"
+#include "controller/process/StateFiles.h"
+#include "controller/process/StateFolder.h"
 #include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Lists.h"
 #include "ixocamglue/support/Texts.h"

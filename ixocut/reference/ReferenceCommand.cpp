@@ -1,7 +1,7 @@
 // `ixocut reference`: writes the reference pages, each made from the table that the program itself works with.
 #include "commandline/OutputFile.h"
 #include "controller/Controller.h"
-#include "controller/StateFolder.h"
+#include "controller/process/StateFolder.h"
 #include "ixocamglue/platform/xml/FileLayer.h"
 #include "ixocamglue/support/SystemError.h"
 #include "ixocut/Command.h"

@@ -6,9 +6,9 @@
 #include <sstream>
 
 #include "commandline/Table.h"
-#include "controller/SignalStop.h"
-#include "controller/StateFiles.h"
-#include "controller/StateFolder.h"
+#include "controller/process/SignalStop.h"
+#include "controller/process/StateFiles.h"
+#include "controller/process/StateFolder.h"
 #include "ixocamglue/support/ChildProcess.h"
 #include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Lists.h"

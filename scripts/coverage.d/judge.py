@@ -17,8 +17,8 @@ STRICT_BRANCHES = 95.0
 STRICT = {
     "motion": ("ixocamglue/motion/",),
     "state framework": ("ixocamglue/platform/states/",),
-    "supervisor": ("controller/Supervisor.", "controller/LeafWatch.", "controller/ThreadWatch."),
-    "guards": ("controller/panel/PanelGuard.", "controller/gas/GasCalibration.", "controller/procedures/EffectWatch."),
+    "supervisor": ("controller/safety/Supervisor.", "controller/safety/LeafWatch.", "controller/safety/ThreadWatch."),
+    "guards": ("controller/panel/PanelGuard.", "controller/gas/GasCalibration.", "controller/safety/EffectWatch."),
 }
 LIST = "tests/coverage.txt"
 

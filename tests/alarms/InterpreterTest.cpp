@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "controller/StateFolder.h"
+#include "controller/process/StateFolder.h"
 #include "fixture/Faults.h"
 #include "fixture/TempDir.h"
 #include "ixocamglue/Library.h"

@@ -2,8 +2,8 @@
 #include <gmock/gmock.h>
 
 #include "controller/gas/GasCalibration.h"
-#include "controller/procedures/ProcedureRun.h"
 #include "controller/procedures/Procedures.h"
+#include "controller/runs/ProcedureRun.h"
 #include "fixture/ComposedFile.h"
 #include "fixture/Faults.h"
 #include "fixture/TempDir.h"

@@ -6,7 +6,7 @@
 
 #include <gmock/gmock.h>
 
-#include "controller/wire/Access.h"
+#include "controller/access/Access.h"
 #include "fixture/TempDir.h"
 #include "ixocamglue/support/Format.h"
 

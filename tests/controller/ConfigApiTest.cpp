@@ -8,10 +8,10 @@
 
 #include <gmock/gmock.h>
 
-#include "controller/HostTexts.h"
 #include "controller/config/ConfigHistory.h"
 #include "controller/config/LiveConfig.h"
 #include "controller/procedures/Procedures.h"
+#include "controller/texts/HostTexts.h"
 #include "fixture/ServiceWorld.h"
 #include "ixocamglue/config/Uassistconfig.h"
 #include "ixocamglue/motion/Usequence.h"

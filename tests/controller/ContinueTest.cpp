@@ -1,7 +1,7 @@
 // Where an ended list may begin again, and that nothing else ever does.
 #include <gmock/gmock.h>
 
-#include "controller/procedures/Reentry.h"
+#include "controller/runs/Reentry.h"
 #include "controller/service/Continue.h"
 #include "controller/service/ReadyCheck.h"
 #include "fixture/ConfiguredMachine.h"

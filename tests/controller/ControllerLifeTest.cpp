@@ -5,8 +5,8 @@
 #include <gtest/gtest.h>
 
 #include "controller/Controller.h"
-#include "controller/HostTexts.h"
-#include "controller/StateFolder.h"
+#include "controller/process/StateFolder.h"
+#include "controller/texts/HostTexts.h"
 #include "fixture/Machine.h"
 #include "fixture/TempDir.h"
 #include "ixocamglue/alarms/Almintprt.h"

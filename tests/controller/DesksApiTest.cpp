@@ -4,7 +4,7 @@
 
 #include <gmock/gmock.h>
 
-#include "controller/StateFolder.h"
+#include "controller/process/StateFolder.h"
 #include "fixture/ServiceWorld.h"
 #include "ixocamglue/support/Files.h"
 

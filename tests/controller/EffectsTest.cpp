@@ -1,7 +1,7 @@
 // Whether steps have their effect: gas as it was set and supplied, light where it was asked for.
 #include <gmock/gmock.h>
 
-#include "controller/procedures/ProcedureRun.h"
+#include "controller/runs/ProcedureRun.h"
 #include "fixture/Machine.h"
 #include "ixocamglue/platform/states/NcStateTexts.h"
 

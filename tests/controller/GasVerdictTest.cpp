@@ -6,7 +6,7 @@
 
 #include <gmock/gmock.h>
 
-#include "controller/gas/GasVerdict.h"
+#include "controller/gasvalve/GasVerdict.h"
 #include "fixture/Program.h"
 #include "ixocamglue/support/Problem.h"
 #include "machines/simulated/GasValve.h"

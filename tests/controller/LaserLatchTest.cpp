@@ -1,9 +1,9 @@
 // What a latched, forbidden or missing laser keeps from starting, who resets the latch, and the message that stands.
 #include <gmock/gmock.h>
 
-#include "controller/LaserLatch.h"
-#include "controller/StateFolder.h"
-#include "controller/procedures/ProcedureRun.h"
+#include "controller/process/StateFolder.h"
+#include "controller/runs/ProcedureRun.h"
+#include "controller/safety/LaserLatch.h"
 #include "fixture/Machine.h"
 
 namespace ixocamglue::test {

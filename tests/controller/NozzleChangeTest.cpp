@@ -4,9 +4,9 @@
 
 #include <gmock/gmock.h>
 
-#include "controller/StateFolder.h"
 #include "controller/procedures/GoProcedures.h"
 #include "controller/procedures/NozzleChange.h"
+#include "controller/process/StateFolder.h"
 #include "fixture/Machine.h"
 #include "fixture/TempDir.h"
 #include "ixocamglue/config/Uassistconfig.h"

@@ -8,7 +8,7 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
-#include "controller/StateFolder.h"
+#include "controller/process/StateFolder.h"
 #include "controller/wire/Pages.h"
 #include "fixture/TempDir.h"
 #include "ixocamglue/support/Files.h"

@@ -3,8 +3,8 @@
 
 #include <gmock/gmock.h>
 
-#include "controller/procedures/RunPicture.h"
 #include "controller/recordings/RecordingPicture.h"
+#include "controller/runs/RunPicture.h"
 
 namespace ixocamglue::test {
 using namespace ixocontroller;

@@ -3,7 +3,7 @@
 
 #include <gmock/gmock.h>
 
-#include "controller/SafeEnd.h"
+#include "controller/safety/SafeEnd.h"
 #include "fixture/Machine.h"
 #include "ixocamglue/platform/ports/MotionDriver.h"
 

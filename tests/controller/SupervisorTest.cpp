@@ -4,11 +4,11 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
-#include "controller/HostTexts.h"
-#include "controller/StateFolder.h"
-#include "controller/Supervisor.h"
-#include "controller/ThreadWatch.h"
-#include "controller/procedures/Timeline.h"
+#include "controller/process/StateFolder.h"
+#include "controller/runs/Timeline.h"
+#include "controller/safety/Supervisor.h"
+#include "controller/safety/ThreadWatch.h"
+#include "controller/texts/HostTexts.h"
 #include "fixture/Faults.h"
 #include "fixture/Machine.h"
 #include "ixocamglue/config/Uassistconfig.h"

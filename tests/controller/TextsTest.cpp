@@ -12,8 +12,8 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
-#include "controller/StateFolder.h"
-#include "controller/Texts.h"
+#include "controller/process/StateFolder.h"
+#include "controller/texts/Texts.h"
 #include "fixture/Paths.h"
 #include "ixocamglue/Library.h"
 #include "ixocamglue/platform/services/Locale.h"

@@ -9,7 +9,7 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
-#include "controller/StateFolder.h"
+#include "controller/process/StateFolder.h"
 #include "fixture/Program.h"
 
 namespace ixocamglue::test {

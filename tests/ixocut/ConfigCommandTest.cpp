@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "controller/StateFolder.h"
+#include "controller/process/StateFolder.h"
 #include "fixture/Allocations.h"
 #include "fixture/Program.h"
 #include "ixocamglue/support/Format.h"

@@ -5,7 +5,7 @@
 
 #include <gmock/gmock.h>
 
-#include "controller/StateFolder.h"
+#include "controller/process/StateFolder.h"
 #include "fixture/ComposedFile.h"
 #include "fixture/Program.h"
 #include "ixocamglue/platform/xml/MachineConfig.h"

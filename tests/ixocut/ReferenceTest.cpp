@@ -4,7 +4,7 @@
 
 #include <gmock/gmock.h>
 
-#include "controller/StateFiles.h"
+#include "controller/process/StateFiles.h"
 #include "fixture/Paths.h"
 #include "fixture/Program.h"
 #include "ixocamglue/support/Files.h"

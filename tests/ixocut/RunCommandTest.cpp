@@ -5,9 +5,9 @@
 #include <nlohmann/json.hpp>
 #include <pugixml.hpp>
 
-#include "controller/StateFolder.h"
 #include "controller/procedures/Procedures.h"
 #include "controller/procedures/SequenceFile.h"
+#include "controller/process/StateFolder.h"
 #include "fixture/Faults.h"
 #include "fixture/Program.h"
 #include "ixocamglue/motion/Ustatemotion.h"

@@ -1,7 +1,7 @@
 // Follower with its calibration, nozzle rack, brush and pallets: their stories, and each fault of the table.
 #include <cmath>
 
-#include "controller/StateFolder.h"
+#include "controller/process/StateFolder.h"
 #include "fixture/SimMachine.h"
 #include "ixocamglue/platform/xml/MachineConfig.h"
 

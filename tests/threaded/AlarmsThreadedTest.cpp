@@ -10,8 +10,8 @@
 #include <gtest/gtest.h>
 
 #include "controller/Controller.h"
-#include "controller/StateFolder.h"
 #include "controller/procedures/Procedures.h"
+#include "controller/process/StateFolder.h"
 #include "fixture/TempDir.h"
 #include "fixture/Waiting.h"
 #include "ixocamglue/Library.h"

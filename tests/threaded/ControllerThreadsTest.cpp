@@ -8,7 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include "controller/StateFolder.h"
+#include "controller/process/StateFolder.h"
 #include "fixture/Machine.h"
 #include "fixture/TempDir.h"
 #include "fixture/Waiting.h"

@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "controller/links/LinkWatch.h"
-#include "controller/service/RealTime.h"
+#include "controller/process/RealTime.h"
 #include "fixture/ServingPlc.h"
 #include "fixture/Waiting.h"
 #include "ixocamglue/devcomm/Udevthrdcomm.h"

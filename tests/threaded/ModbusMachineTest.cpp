@@ -8,10 +8,10 @@
 
 #include <gmock/gmock.h>
 
-#include "controller/StateFolder.h"
 #include "controller/gas/GasCalibration.h"
-#include "controller/procedures/ProcedureRun.h"
 #include "controller/procedures/Procedures.h"
+#include "controller/process/StateFolder.h"
+#include "controller/runs/ProcedureRun.h"
 #include "fixture/Paths.h"
 #include "fixture/TempDir.h"
 #include "fixture/Waiting.h"

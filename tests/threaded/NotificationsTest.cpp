@@ -7,8 +7,8 @@
 
 #include <gmock/gmock.h>
 
+#include "controller/process/RealTime.h"
 #include "controller/service/Notifications.h"
-#include "controller/service/RealTime.h"
 #include "fixture/TempDir.h"
 
 namespace ixocamglue::test {

@@ -9,14 +9,14 @@
 
 #include <gmock/gmock.h>
 
-#include "controller/ReloadSignal.h"
-#include "controller/SignalStop.h"
-#include "controller/StateFolder.h"
-#include "controller/service/ControllerFile.h"
-#include "controller/service/Notify.h"
-#include "controller/service/ProcessLog.h"
-#include "controller/service/RealTime.h"
-#include "controller/service/ServiceProcess.h"
+#include "controller/process/ControllerFile.h"
+#include "controller/process/RealTime.h"
+#include "controller/process/SignalStop.h"
+#include "controller/process/StateFolder.h"
+#include "controller/serving/Notify.h"
+#include "controller/serving/ProcessLog.h"
+#include "controller/serving/ReloadSignal.h"
+#include "controller/serving/ServiceProcess.h"
 #include "fixture/Machine.h"
 #include "fixture/TempDir.h"
 

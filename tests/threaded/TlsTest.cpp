@@ -12,8 +12,8 @@
 #include <openssl/ssl.h>
 
 #include "controller/client/WireClient.h"
+#include "controller/net/TlsClient.h"
 #include "controller/service/Webhook.h"
-#include "controller/wire/TlsClient.h"
 #include "fixture/Certificates.h"
 #include "fixture/ServiceWorld.h"
 
