@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# check_includes.sh <checkout>: each folder includes only the folders that it may, by their path from the checkout.
+# check_includes.sh <checkout>: each folder includes only the folders that it may, by their path from the checkout, and
+# no folders include one another in a circle, within a room neither.
 # Prints `file:line: reason` for each wrong line, and fails if there is one.
 set -euo pipefail
 cd "$1"
@@ -60,7 +61,20 @@ RULES="$rules" awk '
     printf "%s:%d: %s\n    %s\n", FILENAME, FNR, reason, $0
     bad = 1
   }
-  FNR == 1 { from = roomOf(FILENAME) }
+  function folderOf(path) {
+    sub(/\/[^\/]*$/, "", path)
+    return path
+  }
+  # One of the folders in `left` that this one includes; "": none.
+  function onward(folder,   i, count, included) {
+    count = split(includes[folder], included, " ")
+    for (i = 1; i <= count; ++i) if (included[i] in left) return included[i]
+    return ""
+  }
+  FNR == 1 {
+    from = roomOf(FILENAME)
+    folder = folderOf(FILENAME)
+  }
   /^[ \t]*#[ \t]*include[ \t]*[<"]/ {
     quoted = $0 ~ /include[ \t]*"/
     path = $0
@@ -71,7 +85,33 @@ RULES="$rules" awk '
     if (to != "") {
       if (!quoted) wrong("a file of ours is included in quotation marks")
       if (!((from, to) in allowed)) wrong(from "/ must not include " to "/")
+      other = folderOf(path)
+      if (other != folder && !((folder, other) in edge)) {
+        edge[folder, other] = FILENAME ":" FNR ": " folder "/ includes " other "/ in a circle\n    " $0
+        includes[folder] = includes[folder] " " other
+        left[folder] = 1
+      }
     } else if (quoted) wrong("\"" path "\" does not start with a folder of ours; other libraries stand in <>")
   }
-  END { exit bad }
+  END {
+    # A folder that includes none of those left is in no circle; from one that stays the way leads into a circle.
+    do {
+      gone = 0
+      for (folder in left) if (onward(folder) == "") {
+        delete left[folder]
+        gone = 1
+      }
+    } while (gone)
+    for (folder in left) {
+      for (; !(folder in seen); folder = onward(folder)) seen[folder] = 1
+      for (; folder in seen; folder = other) {
+        other = onward(folder)
+        print edge[folder, other]
+        delete seen[folder]
+      }
+      bad = 1
+      break
+    }
+    exit bad
+  }
 ' "${files[@]}"
