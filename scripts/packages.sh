@@ -121,18 +121,24 @@ progress() {
   return 1
 }
 
+# tests_of <build folder> <ctest's arguments...>: the names of the tests that they choose.
+tests_of() { ctest --test-dir "$1" -N "${@:2}" | sed -n 's/^ *Test *#[0-9]*: //p' | sort; }
+
 # tested <build folder> <ctest's arguments...>: runs the tests, and those that failed once more, alone, where all of them
 # run in real time: they are as late as their machine is busy. What fails without a clock has failed.
 tested() {
-  local folder=$1 failed timed
+  local folder=$1 failed timed again
   shift
   # An earlier one would speak for a run that has found no test.
   [[ " $* " == *" --rerun-failed "* ]] || rm -f "$folder/Testing/Temporary/LastTestsFailed.log"
   ctest --test-dir "$folder" --output-on-failure --no-tests=error "$@" && return
   failed=$(sed 's/^[0-9]*://' "$folder/Testing/Temporary/LastTestsFailed.log" 2>/dev/null | sort) || return
-  timed=$(ctest --test-dir "$folder" -N -L '^(threaded|slow|console|linuxcnc|modbus)$' | sed -n 's/^ *Test *#[0-9]*: //p' | sort)
+  timed=$(tests_of "$folder" -L '^(threaded|slow|console|linuxcnc|modbus)$')
   [ -n "$failed" ] && [ -z "$(comm -23 <(printf '%s\n' "$failed") <(printf '%s\n' "$timed"))" ] || return 1
+  # By name: --rerun-failed takes numbers, which are others without this run's arguments. Each of them and no other: one
+  # that is not found would come out as passed beside those that are.
+  again="^($(sed 's/[][\.*+?^$|()]/\\&/g' <<<"$failed" | paste -sd '|'))\$"
+  [ "$(tests_of "$folder" -R "$again")" = "$failed" ] || return 1
   echo "Once more, alone:"
-  # By name: --rerun-failed takes numbers, which are others without this run's arguments.
-  ctest --test-dir "$folder" --output-on-failure --no-tests=error -j1 -R "^(${failed//$'\n'/|})\$"
+  ctest --test-dir "$folder" --output-on-failure --no-tests=error -j1 -R "$again"
 }
