@@ -17,6 +17,16 @@ COLUMNS = ("mark proof_mark period laser latch beam pump light heart motion_enab
            " x y z gap sensor offset").split()
 
 
+def come_first():
+    """This process and what it starts come before ordinary ones, as LinuxCNC does: what measures must not be late, and a
+    controller that is not given the processor has lost LinuxCNC. Not below LinuxCNC: who has HAL's lock there would never
+    give it back to one that spins for it."""
+    try:
+        os.sched_setscheduler(0, os.SCHED_RR, os.sched_param(2))
+    except PermissionError:
+        pass
+
+
 def until(what, condition, limit=10.0, pause=0.02):
     end = time.monotonic() + limit
     while not condition():

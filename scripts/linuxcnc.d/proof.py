@@ -55,10 +55,7 @@ def drawn(seed):
 
 def inside(table, numbers):
     import machine
-    try:  # what measures must not come late; below LinuxCNC it would never give HAL's lock back to one that spins for it
-        os.sched_setscheduler(0, os.SCHED_RR, os.sched_param(2))
-    except PermissionError:
-        pass
+    machine.come_first()
     folder = Path(os.environ["XDG_STATE_HOME"]) / "proof"
     folder.mkdir()
     mark, sampler = machine.Mark(), machine.Sampler()

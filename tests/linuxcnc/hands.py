@@ -41,6 +41,7 @@ class Hands:
         import linuxcnc
         import machine
         import sweep
+        machine.come_first()
         self.cnc, self.machine = linuxcnc, machine
         self.own = linuxcnc.command()
         folder = pathlib.Path(os.environ["XDG_STATE_HOME"]) / "hands"
@@ -180,10 +181,6 @@ class Hands:
 
 
 def inside(out, with_plant):
-    try:  # a controller that is not given the processor has lost LinuxCNC
-        os.sched_setscheduler(0, os.SCHED_RR, os.sched_param(1))
-    except PermissionError:
-        pass
     hands = Hands(with_plant)
     try:
         pathlib.Path(out).write_text(json.dumps(hands.go()))
