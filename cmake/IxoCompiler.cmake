@@ -27,7 +27,7 @@ add_compile_options(-ffp-contract=off)
 # source may be inlined.
 add_compile_options(-fno-semantic-interposition)
 
-# g++ collects its garbage later where the memory is there: a tenth less time for a fifth more memory, 1.4 GB at most.
+# g++ collects its garbage later where the memory is there: a tenth less time for a fifth more memory, 1.8 GB at most.
 cmake_host_system_information(RESULT ixo_memory_mb QUERY TOTAL_PHYSICAL_MEMORY)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND ixo_memory_mb GREATER 6000)
   add_compile_options("SHELL:--param ggc-min-expand=200" "SHELL:--param ggc-min-heapsize=524288")
