@@ -149,7 +149,7 @@ TResult<> TAlarmScript::Ack(const std::string& id) {
 TResult<> TAlarmScript::Suppress(const TAlarmScriptLine& line) {
   if (Stands(line.Name, 1))
     return Because(Format(Tr("%s stands with level 1, which is never suppressed"), line.Name.c_str()));
-  const TDateTime until = FromUnixMs(UnixMs(UtcNow()) + static_cast<std::int64_t>(line.Number) * 60'000);
+  const TDateTime until = MinutesLater(UtcNow(), static_cast<std::int64_t>(line.Number));
   FController.AlarmStore()->Suppress({line.Name, FormatUtc(until), line.Reason});
   FFeed.Suppress(line.Name, until);
   return {};

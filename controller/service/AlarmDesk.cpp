@@ -131,7 +131,7 @@ TResult<std::string> TAlarmDesk::Suppress(const std::string& identifier, std::ui
     if (record.Level() != 0 && record.Identifier() == identifier)
       return TProblem{.What = Format(Tr("%s stands with level 1, which is never suppressed"), identifier.c_str())};
   const TDateTime now = UtcNow();
-  const std::string until = FormatUtc(FromUnixMs(UnixMs(now) + static_cast<std::int64_t>(minutes) * 60'000));
+  const std::string until = FormatUtc(MinutesLater(now, static_cast<std::int64_t>(minutes)));
   {
     TGuard guard(FLock);
     std::erase_if(FUntil, [&](const auto& hidden) { return hidden.second <= FormatUtc(now); });

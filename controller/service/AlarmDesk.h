@@ -33,7 +33,7 @@ class TAlarmDesk {
   [[nodiscard]] nlohmann::ordered_json Standing() const;
   // Somebody has seen it. False: no such alarm stands.
   [[nodiscard]] bool Acknowledge(std::uint64_t serial, const TAsker& who);
-  // Alarms of this identifier are marked as suppressed for so long, at most a week; 0 minutes end it. Refused while it
+  // Alarms of this identifier are marked as suppressed for so long, at most kMostMinutes; 0 end it. Refused while it
   // stands with level 1, which is never hidden. Answers until when.
   TResult<std::string> Suppress(const std::string& identifier, std::uint64_t minutes, const std::string& reason,
                                 const TAsker& who);

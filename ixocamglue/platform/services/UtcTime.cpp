@@ -47,6 +47,8 @@ TDateTime FromUnixMs(std::int64_t ms) {
   return {static_cast<double>(ms) / static_cast<double>(kMsPerDay) + static_cast<double>(kDaysToUnixEpoch)};
 }
 
+TDateTime MinutesLater(TDateTime utc, std::int64_t minutes) { return FromUnixMs(UnixMs(utc) + minutes * 60'000); }
+
 TDateTime UtcNow() {
   using namespace std::chrono;
   if (!dynamic_cast<const TSystemClock*>(&Clock())) return Clock().Now();
@@ -64,9 +66,9 @@ std::string FormatLocal(TDateTime utc) {
   std::tm local{};
   localtime_r(&seconds, &local);
   const std::int64_t minutes = local.tm_gmtoff / 60;
-  return FormatDateTime(FromUnixMs(UnixMs(utc) + minutes * 60'000)) + Format("%c%02d:%02d", minutes < 0 ? '-' : '+',
-                                                                             static_cast<int>(std::abs(minutes) / 60),
-                                                                             static_cast<int>(std::abs(minutes) % 60));
+  return FormatDateTime(MinutesLater(utc, minutes)) + Format("%c%02d:%02d", minutes < 0 ? '-' : '+',
+                                                             static_cast<int>(std::abs(minutes) / 60),
+                                                             static_cast<int>(std::abs(minutes) % 60));
 }
 
 std::string ShownTime(const std::string& stored) {

@@ -28,6 +28,8 @@ namespace ixocamglue {
 
 // Whole milliseconds since 1970, and back.
 [[nodiscard]] std::int64_t UnixMs(TDateTime utc);
-[[nodiscard]] TDateTime FromUnixMs(std::int64_t ms);
+[[nodiscard]] TDateTime FromUnixMs(std::int64_t ms);  // negative: before 1970
+// So many minutes later, to the whole millisecond; a negative number of them earlier.
+[[nodiscard]] TDateTime MinutesLater(TDateTime utc, std::int64_t minutes);
 
 }  // namespace ixocamglue
