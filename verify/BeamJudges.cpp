@@ -3,7 +3,7 @@
 #include <optional>
 
 #include "ixocamglue/motion/Ulasersteps.h"
-#include "ixocamglue/platform/states/LaserLatch.h"
+#include "ixocamglue/platform/states/NcWatch.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
 #include "verify/Judges.h"
@@ -40,7 +40,7 @@ void JudgeLightAfterCause(TJudging& run) {
     const TFact& fact = run.Story.Facts()[i];
     const bool lit = fact.Now().Laser || (fact.LaserAsked && fact.EmissionAsked);
     if (fact.Kind != TActKind::Hang || !lit) continue;
-    if (std::uint64_t ms = 0; LitAfter(run.Story, i, fact.Ms + TLaserLatch::kHeartbeatMs + kPassMs, ms))
+    if (std::uint64_t ms = 0; LitAfter(run.Story, i, fact.Ms + TNcWatch::kHeartbeatMs + kPassMs, ms))
       return run.Say(Format(Tr("light %llu ms into a hang"), Shown(ms - fact.Ms)));
   }
 }

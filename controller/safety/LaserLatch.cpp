@@ -10,8 +10,6 @@
 namespace ixocontroller {
 namespace {
 
-constexpr std::uint64_t kBeatMs = 200;
-
 TProblem Stays(const char* why, const char* remedy) {
   return {.What = Tr("the laser stays latched"), .Why = why, .Remedy = remedy};
 }
@@ -27,7 +25,8 @@ TResult<> MayReset(const TNcStateFramework& framework, const TNcWatch& watch) {
     return Stays(Tr("laser or emission is asked for"), Tr("switch both off"));
   if (framework.SafePending())
     return Stays(Tr("a device has not acknowledged switching off"), Tr("wait until it has, or repair it"));
-  if (!StateThreadLives(watch)) return Stays(Tr("the state thread gives no sign of life"), Tr("restart the program"));
+  if (!watch.Lives(Clock().MonotonicMs()))
+    return Stays(Tr("the state thread gives no sign of life"), Tr("restart the program"));
   return {};
 }
 
@@ -36,12 +35,6 @@ TProblem NotReached() {
 }
 
 }  // namespace
-
-bool StateThreadLives(const TNcWatch& watch) {
-  const std::uint64_t beat = watch.BeatMs.load(std::memory_order_acquire);
-  const std::uint64_t now = Clock().MonotonicMs();
-  return now <= beat || now - beat <= kBeatMs;
-}
 
 const char* LatchReason() {
   TNcLaser* const laser = FittedLaser();

@@ -22,9 +22,6 @@ inline constexpr const char* kEmergencyTrip = TrMark("emergency stop");  // the 
 // What keeps the laser from being used: not fitted, latched, forbidden by an alarm.
 [[nodiscard]] TResult<> LaserUsable();
 
-// Whether the state thread gave a sign of life within the last 200 ms. Never throws.
-[[nodiscard]] bool StateThreadLives(const TNcWatch& watch);
-
 // Resets a tripped latch; without one nothing happens. Refused while its cause stands, outside standby, and while laser
 // or emission is asked for, so that no light comes back with it. `lasts`: what lasts too long by the supervisor's
 // rules.

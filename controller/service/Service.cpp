@@ -318,7 +318,7 @@ TProblem StaysOff(std::string why, const char* remedy) {
 
 TResult<> TService::StandsStill() {
   TNcStateFramework& framework = FController->Framework();
-  if (!StateThreadLives(framework.Watch()))
+  if (!framework.Watch().Lives(Clock().MonotonicMs()))
     return StaysOff(Tr("the state thread gives no sign of life"), Tr("restart the program"));
   if (framework.ChangePending() || framework.CurrentState() != nsStandby || FRunner.Busy())
     return StaysOff(Tr("the machine is not in standby"), Tr("stop what runs"));

@@ -18,7 +18,6 @@ namespace ixocamglue {
 
 class TLaserLatch {
  public:
-  static constexpr std::uint64_t kHeartbeatMs = 200;
   static constexpr std::uint64_t kLaserOnMs = 65'000;
 
   // `active`: laser or emission is on or asked for; `lit`: the beam is on.
@@ -30,8 +29,7 @@ class TLaserLatch {
     if (!active || Tripped()) return;
     const TNcWatch* const watch = NcWatch();
     if (!watch) return Trip(TrMark("nobody gives a heartbeat"));
-    const std::uint64_t beat = watch->BeatMs.load(std::memory_order_acquire);
-    if (nowMs > beat && nowMs - beat > kHeartbeatMs) return Trip(TrMark("the heartbeat is older than 200 ms"));
+    if (!watch->Lives(nowMs)) return Trip(TrMark("the heartbeat is older than 200 ms"));
     if (TNcAlarms* const alarms = NcAlarms(); alarms && !alarms->AllowLaser())
       return Trip(TrMark("an alarm forbids the laser"));
     if (FLit.LastedMs(nowMs) > kLaserOnMs) return Trip(TrMark("the laser was on for more than 65 s"));

@@ -53,8 +53,15 @@ using enum TNcLeafWait;
 enum TNcWatchAxis : std::uint8_t { waX, waY, waZ, waZ2, waFocus, kWatchAxes };
 
 struct TNcWatch {
-  // The state thread's last sign of life: every pass, and every device call that it makes.
+  static constexpr std::uint64_t kHeartbeatMs = 200;
+
+  // The state thread's last sign of life, in monotonic ms: every pass, and every device call that it makes.
   std::atomic<std::uint64_t> BeatMs{0};
+  // Whether it is no older than kHeartbeatMs; one that came behind `nowMs` is not.
+  [[nodiscard]] bool Lives(std::uint64_t nowMs) const {
+    const std::uint64_t beat = BeatMs.load(std::memory_order_acquire);
+    return nowMs <= beat || nowMs - beat <= kHeartbeatMs;
+  }
   std::atomic<std::uint32_t> Pass{0};  // passes of the state loop so far
   std::atomic<std::uint32_t> Tick{0};  // ticks (StepDone) that states were given so far
   // The pass in which the framework demanded laser and emission off; 0 once the device has acknowledged.
