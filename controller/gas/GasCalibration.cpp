@@ -97,14 +97,16 @@ void TGasCalibration::KeepPrevious(std::int32_t gas) {
 
 TResult<> TGasCalibration::Start() {
   if (FController.Running() || FController.Framework().CurrentState() != nsStandby)
-    return TProblem{Tr("the machine is busy")};
-  if (FController.Framework().SafePending()) return TProblem{Tr("a device has not acknowledged switching off")};
+    return TProblem{.What = Tr("the machine is busy"), .Remedy = Tr("stop what runs")};
+  if (FController.Framework().SafePending())
+    return TProblem{.What = Tr("a device has not acknowledged switching off"),
+                    .Remedy = Tr("wait until it has, or repair it")};
   std::vector<std::int32_t> gases;
   for (const TGasResult& result : FResults) gases.push_back(result.Gas);
   FStartMs = Clock().MonotonicMs();
   FGasStartMs = FStartMs;
   if (FModel.StartAjdust(std::move(gases))) return {};
-  return TProblem{Tr("the calibration cannot be started")};
+  return TProblem{.What = Tr("the calibration cannot be started"), .Remedy = Tr("try again")};
 }
 
 void TGasCalibration::RunToEnd() {
