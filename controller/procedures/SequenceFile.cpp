@@ -15,6 +15,7 @@
 #include "ixocamglue/support/JsonText.h"
 #include "ixocamglue/support/Lists.h"
 #include "ixocamglue/support/Problem.h"
+#include "ixocamglue/support/SystemError.h"
 #include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
@@ -262,8 +263,9 @@ TSequenceFile ReadSequenceFile(const std::filesystem::path& file, const TMachine
     throw EProblem(pbUnusable, file.string() + ": " + Tr("is no file that can be read"));
   std::string text;
   if (const int failed = ReadFile(file.string(), kMostBytes, text))
-    throw EProblem(pbUnusable,
-                   file.string() + ": " + (failed == EFBIG ? Tr("is too large for a sequence") : Tr("cannot be read")));
+    throw EProblem(pbUnusable, file.string() + ": " +
+                                   (failed == EFBIG ? std::string(Tr("is too large for a sequence"))
+                                                    : Tr("cannot be read") + (": " + SystemErrorText(failed))));
   return TReader(file, machine).Read(text);
 }
 
