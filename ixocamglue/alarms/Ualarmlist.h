@@ -1,6 +1,7 @@
 // Lists of alarm messages that find the first of an identifier without walking: what an event costs does not grow with
 // what is active or past. Several lists share one index, so that a message that leaves one for another is looked up
-// once. Not synchronised. Nothing fails: an identifier that is not there is passed over. One thread at a time.
+// once. Not synchronised. Nothing fails: an identifier that is not there is passed over; a list is named by its number
+// below `Lists`, which nobody checks. One thread at a time.
 #pragma once
 
 #include <array>

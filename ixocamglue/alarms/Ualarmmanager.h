@@ -51,12 +51,13 @@ class TAlarmManager {
   // The consumer's next message; all of level 1 come before any of level 0.
   [[nodiscard]] bool Pop(TAlarmConsumer client, TNcAlarmMsg& msg);
 
-  // Of the highest active level. Valid as long as the manager.
+  // Of the highest active level, or of one below kAlarmLevels, which nobody checks. Valid as long as the manager.
   [[nodiscard]] TIxoAlarmFifos& GetAlarmFifos() { return *FFifos[GetHighestLevel()]; }
-  [[nodiscard]] TIxoAlarmFifos& GetAlarmFifos(std::size_t level) { return *FFifos[level]; }
+  [[nodiscard]] TIxoAlarmFifos& GetAlarmFifos(std::size_t level) { return *FFifos[level]; }  // below kAlarmLevels
   // The active descriptions of all levels, level 1 first, newest first within a level.
   [[nodiscard]] std::string GetAllAlarmsDescPreview();
   [[nodiscard]] TAlarmLv GetHighestLevel() const { return FHighest.load(std::memory_order_acquire); }
+  // Of a level below kAlarmLevels, which nobody checks.
   [[nodiscard]] std::int32_t GetActiveCount(std::size_t level) const {
     return FCounters[level].load(std::memory_order_acquire);
   }

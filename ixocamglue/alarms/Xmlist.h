@@ -13,8 +13,8 @@ namespace ixocamglue {
 
 inline constexpr const char* SLoopListInsertRange = "E:TLoopList<T>.Insert Index out of range!";
 
-// T is default-constructible and movable without throwing. Items may be arguments of the list's own operations: they
-// are taken by value.
+// Indices count from 0; one outside maps into the ring, but for Insert. T is default-constructible and movable without
+// throwing. Items may be arguments of the list's own operations: they are taken by value.
 template <class T>
 class TLoopList {
  public:

@@ -28,7 +28,7 @@ inline constexpr auto kMachineQueryTexts = TextList(SGasAir, SGasO2, SGasN2, SGa
 // As a person gives it: a name in any case, or its number; -1 for anything else.
 [[nodiscard]] std::int32_t AskedGasType(std::string_view text);
 
-// As the machine file names this input ("Inport") or output ("Outport"); empty: it does not.
+// As the machine file names this input ("Inport") or output ("Outport"); empty for a number that is not there.
 [[nodiscard]] std::string PortName(const char* kind, std::int32_t number);
 
 struct TGasParam {

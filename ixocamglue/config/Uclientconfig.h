@@ -180,7 +180,7 @@ class TDataTransConfig : public TXmlSubConfig {
   void Publish(TPublisher& p) override;
   // The integer (sign and digits only) before the first comma, which is not the first character; else 9600.
   [[nodiscard]] std::int32_t GetBaudrate() const;
-  // Leaves the text unchanged where GetBaudrate would fall back.
+  // Any number. Leaves the text unchanged where GetBaudrate would fall back.
   void SetBaudrate(std::int32_t baudrate);
 
   std::int32_t CommPort = 0;

@@ -1,5 +1,5 @@
-// Assist records that are lists: calibration results, health reminders, mark points, coordinate origins. Indices are
-// 0-based; a wrong one gives null or false and changes nothing. No locks. Nothing else here fails.
+// Assist records that are lists: calibration results, health reminders, mark points, coordinate origins. Indices
+// count from 0; one outside gives null or false and changes nothing. No locks. Nothing else here fails.
 #pragma once
 
 #include <cstdint>
@@ -133,7 +133,7 @@ class TUCSOrgConfig : public TXmlSubConfig {
   [[nodiscard]] std::int32_t GetUCSNum() const { return FUCSNum; }
   bool SetUCSNum(std::int32_t count);  // 0..1000; drops the names of the origins above
   [[nodiscard]] std::int32_t GetLastUCSOrg() const { return FLastUCSOrg; }
-  void SetLastUCSOrg(std::int32_t index) { FLastUCSOrg = index; }
+  void SetLastUCSOrg(std::int32_t index) { FLastUCSOrg = index; }     // any number
   [[nodiscard]] std::string GetUCSOrgName(std::int32_t index) const;  // empty when it has none
   bool SetUcsOrgName(std::int32_t index, std::string_view name);      // false for a negative index
 

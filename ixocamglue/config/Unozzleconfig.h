@@ -1,5 +1,6 @@
 // Assist records of the nozzle changer: the rack's grid, the nozzles, the jog speeds. Lengths mm, speeds mm/s. No
-// locks. Nothing throws; what is not there is null.
+// locks. Nothing throws; what is not there, a place outside the grid or an index outside its list too, is null or
+// false.
 #pragma once
 
 #include <cstdint>

@@ -65,7 +65,8 @@ class INcStreamIntf {
   [[nodiscard]] virtual bool ClosingForgets() const { return false; }
   // Throws away what has come in, at most `atMost` bytes; returns how many. A link found ended is closed.
   [[nodiscard]] virtual std::size_t Drain(std::size_t atMost) = 0;
-  // What comes in first within the time, at once. Empty: nothing came, or the link has ended and is closed.
+  // What comes in first within the time, any number of ms, at once. Empty: nothing came, or the link has ended and is
+  // closed.
   [[nodiscard]] virtual TBytes ReceiveWithin(std::uint32_t ms) = 0;
 };
 

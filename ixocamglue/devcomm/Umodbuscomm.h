@@ -59,10 +59,12 @@ class TModbusComm : public TDevDataCommBase, public INcAlarmSource20 {
   [[nodiscard]] const std::string& IDName() const { return FIDName; }
   [[nodiscard]] std::string DeviceName() const override { return FIDName; }
 
-  // Empty, with a design fault, for another function and for function 6 without a value.
+  // Empty, with a design fault, for another function and for function 6 without a value; address and count may be any
+  // number.
   [[nodiscard]] TBytes GenerateModbusBuf(std::uint8_t funcCode, std::uint16_t startAddr, std::uint16_t count,
                                          std::span<const std::uint16_t> values, std::uint8_t slaveAddr) const;
-  // One request and its reply; `cmd` is the caller's tag. True when the transport took the bytes.
+  // One request and its reply; `cmd` is the caller's tag. True when the transport took the bytes. Address and count go
+  // out as they are: whether the device has that range, it says itself.
   bool SendCommand(std::uint8_t cmd, std::uint8_t funcCode, std::uint16_t startAddr, std::uint16_t count,
                    std::span<const std::uint16_t> values);
   // Waits for the reply and handles it; with a time-out of 0 it reads exactly once.
@@ -79,15 +81,18 @@ class TModbusComm : public TDevDataCommBase, public INcAlarmSource20 {
 
   // The profile belongs to this object, never to a stored record.
   void SetProfile(TModbusProfile profile, const TModbusStrictOptions& options = {});
-  // By address, without OnAckData. Strict: ranges longer than one request are split. Exact: one request, as SendCommand
-  // makes it, and its reply must fit it. A bit is a value of 0 or 1. `reuse` lends its capacity to the result.
+  // By address, without OnAckData. A range that is empty, goes beyond address 65535 or is longer than the profile's
+  // requests may be is refused as moBadRequest, and nothing is sent. Strict: ranges longer than one request are split.
+  // Exact: one request, as SendCommand makes it, and its reply must fit it. A bit is a value of 0 or 1. `reuse` lends
+  // its capacity to the result.
   [[nodiscard]] TModbusResult Read(std::uint8_t func, std::uint16_t addr, std::uint32_t count,
                                    std::vector<std::uint16_t> reuse = {});
+  // The same of values; a range as of Read, at most.
   [[nodiscard]] TModbusResult Write(std::uint8_t func, std::uint16_t addr, std::span<const std::uint16_t> values);
-  // Of holding registers.
+  // Of holding registers; a range as of Read.
   [[nodiscard]] TModbusResult ReadRegisters(std::uint16_t addr, std::uint32_t count,
                                             std::vector<std::uint16_t> reuse = {});
-  // One value goes out with function 6, several or `multiple` with 16.
+  // One value goes out with function 6, several or `multiple` with 16; a range as of Write.
   [[nodiscard]] TModbusResult WriteRegisters(std::uint16_t addr, std::span<const std::uint16_t> values,
                                              bool multiple = false);
   // What another request on this transport, or one of the exact profile, may leave under way: a reply over RTU framing
@@ -98,7 +103,7 @@ class TModbusComm : public TDevDataCommBase, public INcAlarmSource20 {
   [[nodiscard]] std::uint32_t OwedMs();
   [[nodiscard]] std::uint32_t SilenceMs();
   [[nodiscard]] TModbusEnd AwaitSilence();
-  // How long such a read has to wait with TellApart; 0: it may be asked.
+  // How long such a read, of any range, has to wait with TellApart; 0: it may be asked.
   [[nodiscard]] std::uint32_t HeldMs(std::uint8_t func, std::uint16_t addr, std::uint16_t count);
   [[nodiscard]] TModbusStatistics Statistics();  // of the strict profile
   [[nodiscard]] std::vector<TModbusFrameLog::TEntry> LastFrames();

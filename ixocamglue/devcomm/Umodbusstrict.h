@@ -31,8 +31,8 @@ class TModbusStrict {
   [[nodiscard]] std::uint32_t HeldMs(const TModbusRequest& request) const;
   // Waits for that silence, three times its length at most.
   [[nodiscard]] TModbusEnd FallSilent(INcDataTransIntf& transport);
-  // `preDelayMs`: from each send to the first read. `reply` keeps its capacity and becomes the reply's frame, or what
-  // came instead of it.
+  // `preDelayMs`: from each send to the first read, any number. `reply` keeps its capacity and becomes the reply's
+  // frame, or what came instead of it.
   [[nodiscard]] TModbusAnswer Ask(INcDataTransIntf& transport, TModbusRequest request, std::uint32_t preDelayMs,
                                   TBytes& reply);
 

@@ -4,7 +4,8 @@
 // Three things make its curve better. Each further voltage is put where the polyline through the points can be most
 // wrong. The pressure at the end of settling is extrapolated, so that a voltage takes less time and a slow line leaves
 // less error. One voltage is measured a second time from the other side, which shows the valve's play; every point is
-// then moved to where it would stand without. No locks; V, bar, ms; nothing throws.
+// then moved to where it would stand without. No locks; V, bar, ms; nothing throws. What is recorded has finite
+// numbers, of which no range is checked; a pressure below 0 counts as 0.
 //
 // One gas: Reset; Record after every voltage of the exact procedure, in the order measured; then GetNextDA, kPauseMs,
 // samples until CheckSettled, Record, until no voltage is proposed; BuildCurve in place of ReBuildGasAdjList.

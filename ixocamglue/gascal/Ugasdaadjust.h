@@ -1,7 +1,9 @@
 // Quick calibration of a gas valve: which voltage to try next, when the pressure has settled, the final curve.
 //
 // Touches no device except for reading the pressure in SampleGasPress. State thread only; no locks. V, bar, ms.
-// Nothing throws: false means not settled, no further voltage, no statistics; the outputs then stay as they were.
+// Nothing throws: false means not settled, no further voltage, no statistics; the outputs then stay as they were. What
+// is proposed is 0 to kFullScaleVolt. Of what is recorded, a number that is not finite is dropped, and no range is
+// checked.
 //
 // One calibration: SetBranch, Reset; then repeatedly GetNextAdjDA3P (or GetNextAdjDA), the voltage put out,
 // ResetGasPressList, SampleGasPress and CheckGasPressStable until it succeeds, the settled pressure recorded with

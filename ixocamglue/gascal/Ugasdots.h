@@ -30,9 +30,9 @@ struct TDotYCom {
   [[nodiscard]] static int Compare(const TDot& a, const TDot& b) { return TVolCom::Compare(a.Y, b.Y); }
 };
 
-// Points in ascending order of X. Indices are 0-based. Two values are the same when they differ by no more than `eps`.
-// Append may break the order; what searches by X may be asked again after SortByX. A point that is not finite is
-// dropped.
+// Points in ascending order of X. Indices count from 0; one outside is a mistake that nobody checks. Two values are the
+// same when they differ by no more than `eps`. Append may break the order; what searches by X may be asked again after
+// SortByX. A point that is not finite is dropped.
 class TIncList {
  public:
   [[nodiscard]] std::int32_t Count() const { return static_cast<std::int32_t>(FDots.size()); }

@@ -2,8 +2,8 @@
 //
 // They live in a file of their own beside the machine file. State thread, or while no calibration runs; no locks.
 // Nozzle sizes in mm, pressures in bar, voltages in V. Gas types are numbered as in config/Libmachinecfg.h; tables
-// exist for 1 "Air", 2 "O2" and 3 "N2" only. Of a gas type without tables there is none, and nothing is stored; what
-// does not say how it fails does not.
+// exist for 1 "Air", 2 "O2" and 3 "N2" only. Of a gas type outside these there is none, and nothing is stored. A
+// nozzle's size may be any number; what does not say how it fails does not.
 #pragma once
 
 #include <cstdint>

@@ -1,7 +1,8 @@
 // The gas calibration as the interface sees it: start, stop, progress, message log, nozzle, stored tables.
 //
 // Any thread, unless said; the tables of the machine configuration are touched by the state thread while a calibration
-// runs, otherwise by whoever calls LoadGasData. bar, V; nozzle sizes in mm; gas types as in config/Libmachinecfg.h.
+// runs, otherwise by whoever calls LoadGasData. bar, V; nozzle sizes in mm, any number; gas types as in
+// config/Libmachinecfg.h, one outside is a gas without a branch.
 // What does not say how it fails does not.
 #pragma once
 
@@ -81,7 +82,7 @@ class TZemGasAdjustModel {
   // --- for the state ---
   [[nodiscard]] std::vector<std::int32_t> GasTypes() const;
   void Begin() { FProgress.store(0.0, std::memory_order_release); }
-  void Progress(double percent);  // never falls
+  void Progress(double percent);  // 0 to 100, of its one caller; never falls
   // The observer hears of it, or the message log of what could not be saved.
   void Tell(const TGasAdjustEvent& event);
 
@@ -105,7 +106,7 @@ void ZemGasAdjustModel_Destroy();
 
 // The gas's shown name, from the gas type dictionary; its number for a gas that is not listed.
 [[nodiscard]] std::string GasDesc(std::int32_t gasType);
-// "%.2f(V)---%.4f(Bar)"
+// "%.2f(V)---%.4f(Bar)" of any number.
 [[nodiscard]] std::string AdjustPointText(double volt, double press);
 
 }  // namespace ixocamglue

@@ -1,5 +1,5 @@
 // Monitor files: the names of their sections and keys, and the frame that carries up to 32 samples of one signal.
-// Values; any thread. Nothing throws; an index of a sample is below 32, which nobody checks.
+// Values; any thread. Nothing throws; an index of a sample is in the range 0 to 31, which nobody checks.
 #pragma once
 
 #include <algorithm>
@@ -56,7 +56,6 @@ struct TMonitorDataFrame {
   }
   [[nodiscard]] std::size_t Count() const { return std::min<std::size_t>(DataCount, kFrameValues); }
 
-  // `index` below 32.
   [[nodiscard]] std::int32_t GetInt(std::size_t index) const { return std::bit_cast<std::int32_t>(Data[index]); }
   [[nodiscard]] float GetFloat(std::size_t index) const { return std::bit_cast<float>(Data[index]); }
   // The sample as a number, whatever the frame holds.

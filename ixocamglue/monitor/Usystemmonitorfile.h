@@ -46,9 +46,12 @@ class TSystemMonitorFile {
   [[nodiscard]] bool Is1P0() const { return FIs1P0; }
   [[nodiscard]] bool Is1P2() const { return FIs1P2; }
 
-  // The machine's motors; the names of the file that was loaded last are kept apart.
+  // The machine's motors; the names of the file that was loaded last are kept apart. Outside the count as
+  // TStatusMonitorSys says.
   [[nodiscard]] std::int32_t GetMotorCount() const { return FStatus.GetMotorCount(); }
+  // The first High+1, no more than there are; a negative `high` gives none.
   void GetMotorNames(std::vector<std::string>& names, std::int32_t high) const { FStatus.GetMotorNames(names, high); }
+  // From 0. At or beyond the count "A" and index+1; negative: empty.
   [[nodiscard]] std::string GetMotorName(std::int32_t index) const { return FStatus.GetMotorName(index); }
   [[nodiscard]] const std::vector<std::string>& FileMotorNames() const { return FFileMotors; }
 

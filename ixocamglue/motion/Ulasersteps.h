@@ -66,7 +66,8 @@ class TSmtLaserOnTimeState : public TSmtCommand<515, TSmtComposite> {
   std::string GetDesc() override;
   void BuildMotionList() override;
   void DoLeaveMotion() override;
-  void SetDuration(std::uint32_t ms) { FDuration = ms; }  // survives ResetParams
+  // Any number, though beyond 65 s the latch trips. Survives ResetParams.
+  void SetDuration(std::uint32_t ms) { FDuration = ms; }
   [[nodiscard]] std::uint32_t GetDuration() const { return FDuration; }
 
  private:

@@ -18,7 +18,8 @@ inline constexpr double kArrived = 0.1;    // a finished move that ends further 
 
 inline constexpr std::int32_t kHeads = 2;  // at most; the second one has a follower
 
-// The Z axis of a head: the follower that the multi-follower holds under an index, else the motion driver's own.
+// The Z axis of a head: the follower that the multi-follower holds under an index, 0 or 1, else the motion driver's
+// own. It goes to no target outside its limits.
 class TZAxis {
  public:
   explicit TZAxis(std::int32_t followerIndex);
@@ -65,7 +66,7 @@ class TPreCheck {
   }
   // A number that is not finite is in no range.
   TPreCheck& InRange(const TText& what, double value, TAxisLimits limits);
-  TPreCheck& Speed(double mmPerS);  // 0: the platform's default
+  TPreCheck& Speed(double mmPerS);  // from 0, which is the platform's default
   // The driver is there and can go there.
   TPreCheck& XY(TNcMotionDriver* driver, TPoint2 target);
   TPreCheck& Z(const TZAxis& axis, double target);

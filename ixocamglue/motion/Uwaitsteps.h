@@ -15,7 +15,7 @@ class TSmtDelay : public TSmtCommand<612> {
  public:
   TStepType DoMotion(std::int32_t reason) override;
   [[nodiscard]] std::int64_t OwnWaitMs() const override { return FDelay; }
-  void SetDelay(std::uint32_t ms) { FDelay = ms; }  // survives ResetParams
+  void SetDelay(std::uint32_t ms) { FDelay = ms; }  // any number; survives ResetParams
   [[nodiscard]] std::uint32_t GetDelay() const { return FDelay; }
 
  private:

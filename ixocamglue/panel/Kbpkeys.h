@@ -56,11 +56,12 @@ using TKeyMask = std::uint32_t;
 [[nodiscard]] constexpr TKeyMask KeyBit(std::size_t ordinal) { return ordinal < 32 ? TKeyMask{1} << ordinal : 0U; }
 [[nodiscard]] constexpr TKeyMask KeyBit(TKeyCode key) { return KeyBit(KeyIndex(key)); }
 
-// Sets by ordinal: single keys, and an inclusive run of them.
+// Sets by ordinal, 0 to 31 (another one is no key): single keys, and an inclusive run of them.
 template <class... Ordinals>
 [[nodiscard]] constexpr TKeyMask Keys(Ordinals... ordinals) {
   return (KeyBit(static_cast<std::size_t>(ordinals)) | ... | 0U);
 }
+// None where `last` is below `first`.
 [[nodiscard]] constexpr TKeyMask Run(std::size_t first, std::size_t last) {
   TKeyMask keys = 0;
   for (std::size_t i = first; i <= last; ++i) keys |= KeyBit(i);

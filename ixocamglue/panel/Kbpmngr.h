@@ -85,9 +85,9 @@ class TKBPKeyItem {
 
   [[nodiscard]] TKeyCode KeyCode() const { return FKeyCode; }
   [[nodiscard]] TKeyMask Mask() const { return KeyBit(FKeyCode); }
-  // The key's bit in mask i, 0 to 7; another i has none.
+  // The key's bit in mask i, 0 to 7; another one has none.
   [[nodiscard]] bool GetBit(std::int32_t i) const;
-  void SetBit(std::int32_t i, bool on);
+  void SetBit(std::int32_t i, bool on);  // nothing for another i
 
   void SetCommands(std::int32_t normal, std::int32_t alt);
   void SetNormalCmd(std::int32_t command) { FNormalCmd.store(command, std::memory_order_release); }
@@ -126,10 +126,10 @@ class TKBPManager {
 
   // Mask i, 0 to 7; another i reads 0 and cannot be written.
   [[nodiscard]] TKeyMask GetMap(std::int32_t i) const;
-  void SetMap(std::int32_t i, TKeyMask value);
+  void SetMap(std::int32_t i, TKeyMask value);  // nothing for another i
 
-  // The client's mask (i = 3) with stop and emergency stop added, published, then with the K keys whose command is not
-  // forbidden added. kNoChange changes nothing.
+  // The client's mask (i = 3; another one as of SetMap) with stop and emergency stop added, published, then with the K
+  // keys whose command is not forbidden added. kNoChange changes nothing.
   void SetClientPermit(std::int32_t i, TKeyMask mask);
   // A form is shown: its mask, and the one before is remembered under its name. It is hidden: the remembered one.
   void SetCPMByForm(std::string_view formName, bool isFormShow);

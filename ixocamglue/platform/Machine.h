@@ -74,7 +74,7 @@ class IMachineObserver {
   virtual ~IMachineObserver() = default;
   virtual void Called(TDeviceCall call) = 0;
   // What happened by itself, as a sentence: "laser", "emission up".
-  virtual void Happened(std::uint64_t ms, std::string_view device, std::string_view text) = 0;
+  virtual void Happened(std::uint64_t atMs, std::string_view device, std::string_view text) = 0;
   virtual void Signalled(const TSignal& signal) = 0;
 };
 

@@ -23,7 +23,7 @@ class TSensorJudgement {
   [[nodiscard]] std::uint32_t Rested() const { return FRested; }  // values at rest
   [[nodiscard]] double Range() const { return FMost - FLeast; }   // of all
   [[nodiscard]] TNcCaliResult Result(bool plateFound, const TLimits& limits) const;
-  [[nodiscard]] static const char* ErrorText(std::int32_t error);  // a literal, for Tr
+  [[nodiscard]] static const char* ErrorText(std::int32_t error);  // a literal, for Tr; "unknown" for another number
 
  private:
   void See(double value);

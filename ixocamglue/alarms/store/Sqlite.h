@@ -67,15 +67,15 @@ class TSqliteStmt {
  public:
   TSqliteStmt(TSqliteDb& db, std::string_view sql);
 
-  // Parameters are numbered from 1. The text is copied.
+  // Parameters are numbered from 1; ESqlite for one outside. The text is copied.
   TSqliteStmt& Bind(int parameter, std::string_view text);
-  TSqliteStmt& Bind(int parameter, std::int64_t number);
-  [[nodiscard]] bool Step();  // true: there is a row
+  TSqliteStmt& Bind(int parameter, std::int64_t number);  // likewise outside
+  [[nodiscard]] bool Step();                              // true: there is a row
   // Runs a statement without rows, and makes it ready for the next time.
   void Run();
 
-  [[nodiscard]] std::string Text(int column) const;  // from 0; empty for NULL
-  [[nodiscard]] std::int64_t Int(int column) const;
+  [[nodiscard]] std::string Text(int column) const;  // from 0; empty for NULL, and outside
+  [[nodiscard]] std::int64_t Int(int column) const;  // from 0; 0 for NULL, and outside
 
  private:
   struct TFinalizer {

@@ -75,8 +75,9 @@ class TNcAlarmManager : public TNcAlarms {
   // The read bracket; may be nested. Inside it the records stand still.
   void BeginRead() IXO_NO_ANALYSIS { FReadLock.lock(); }
   void EndRead() IXO_NO_ANALYSIS { FReadLock.unlock(); }
-  // Inside a bracket only; 0 to GetAlarmCount() - 1, oldest first.
+  // Inside a bracket only.
   [[nodiscard]] std::int32_t GetAlarmCount() IXO_NO_ANALYSIS;
+  // Likewise; the oldest is 0. Throws std::out_of_range for one outside.
   [[nodiscard]] const TNcAlarmRecord& GetAlarm(std::int32_t index) IXO_NO_ANALYSIS;
 
   TNcAlarmEvent& AlarmAdded() { return FAdded; }

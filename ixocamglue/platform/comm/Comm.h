@@ -1,7 +1,7 @@
 // Port: the parts that carry bytes to outside devices, the serial port and the TCP, ICMP and UDP clients.
 //
-// Every blocking call is bounded by its argument or by the limit named here. A part belongs to one user at a time; what
-// another thread may call says so. Nothing throws for what a device, a driver or the network does.
+// Every blocking call is bounded by its argument, any number of ms, or by the limit named here. A part belongs to one
+// user at a time; what another thread may call says so. Nothing throws for what a device, a driver or the network does.
 #pragma once
 
 #include <cstddef>
@@ -26,7 +26,7 @@ class TCommCtrl {
  public:
   virtual ~TCommCtrl() = default;
   // Opens the port of this number with settings like "9600,n,8,1" (see SerialSettings.h), its queues empty; or why it
-  // stays closed.
+  // stays closed, as for a number that is no port's.
   [[nodiscard]] virtual TResult<> Open(std::int32_t port, const std::string& settings) = 0;
   virtual void Close() = 0;
   [[nodiscard]] virtual bool Active() const = 0;
@@ -44,7 +44,7 @@ class TCommCtrl {
 class TVkTcpClient {
  public:
   virtual ~TVkTcpClient() = default;
-  // Numeric addresses, tried in this order.
+  // Numeric addresses, tried in this order; with a port outside 1 to 65535 no Connect succeeds.
   virtual void SetRemote(std::vector<std::string> addresses, std::int32_t port) = 0;
   [[nodiscard]] virtual bool Connect(std::uint32_t timeoutMs) = 0;
   // Why the last Connect failed, as an errno value; 0: nothing answered in time.
@@ -83,6 +83,7 @@ class TUDPClient {
   // A new socket, bound to `address` with a port of the system's choice. When the bind fails, the socket is unbound and
   // still sends.
   [[nodiscard]] virtual TResult<> Bind(const std::string& address) = 0;
+  // To a port outside 1 to 65535 nothing is sent.
   virtual void SendTo(std::span<const std::uint8_t> bytes, const std::string& address, std::int32_t port) = 0;
   [[nodiscard]] virtual bool WaitReadable(std::uint32_t ms) = 0;
   // Without blocking: one datagram of any sender, cut to the buffer; 0 when there is none.
@@ -112,9 +113,9 @@ enum class TPingMeans : std::uint8_t { pmDatagram, pmRaw, pmNone };
 using enum TPingMeans;
 [[nodiscard]] TPingMeans PingMeans(bool ipv6);
 
-// The device path of a serial port number: as set, else the n-th standard serial device ("/dev/ttyS0" for 1). Any
-// thread.
+// The device path of a serial port number: as set, else the n-th standard serial device ("/dev/ttyS0" for 1), of any
+// number. Any thread.
 [[nodiscard]] std::string SerialPortPath(std::int32_t port);
-void SetSerialPortPath(std::int32_t port, std::string path);  // an empty path restores the standard one
+void SetSerialPortPath(std::int32_t port, std::string path);  // of any number; an empty path restores the standard one
 
 }  // namespace ixocamglue

@@ -12,7 +12,7 @@
 
 namespace ixocamglue {
 
-// True when one of `events` (or an error) is there within `ms`.
+// True when one of `events` (or an error) is there within `ms`, of which 0 looks once; beyond 2^31 it may end sooner.
 inline bool WaitFd(int fd, short events, std::uint32_t ms) {
   pollfd entry{fd, events, 0};
   constexpr auto limit = static_cast<std::uint32_t>(std::numeric_limits<int>::max());

@@ -24,6 +24,7 @@ using enum TCutState;
 [[nodiscard]] constexpr std::int32_t StateNumber(TCutState state) { return static_cast<std::int32_t>(state); }
 inline constexpr std::int32_t kCutStates = StateNumber(csOther);  // 0 to 7 are classified
 
+// csOther outside 0 to 7.
 [[nodiscard]] constexpr TCutState ClassifyCutState(std::int32_t number) {
   return number >= 0 && number < kCutStates ? static_cast<TCutState>(number) : csOther;
 }

@@ -51,7 +51,9 @@ class TNcLaser {
   virtual void ResetLatch() {}
 };
 
-// Assist gas. Branches are numbered by gas type (1 "Air" ... 6 "H-N2"); pressures in bar.
+// Assist gas. Branches are numbered by gas type (1 "Air" ... 6 "H-N2"); pressures in bar. A branch that is not fitted
+// is not selected. A pressure or a voltage outside what the branch can have is limited to that, and one that is no
+// number is not set; what is set is read back.
 class TNcGas : public INcBusyDevice {
  public:
   virtual bool GetGas() = 0;  // gas is switched on
@@ -74,11 +76,11 @@ class TNcInportCtrl : public INcBusyDevice {
  public:
   // What a time-out does: 0 nothing (the wait ends), 3 raises an alarm.
   virtual void SetTimeOutMode(std::int32_t mode) = 0;
-  // Limit in ms; an input of -1 counts as met at once.
+  // Limit in ms, a negative one is none; an input of -1 counts as met at once, one that is not there never.
   virtual void StartWait(std::int32_t inport, std::int32_t limitMs) = 0;
 };
 
-// The cutting head's focus axis; mm.
+// The cutting head's focus axis; mm. A target outside the limits moves nothing, and may be thrown.
 class TNcCutHeadCtrl : public INcBusyDevice {
  public:
   virtual void MoveFocus(double mm, double mmPerS) = 0;  // speed 0: the axis' default
@@ -98,7 +100,8 @@ struct TNcCaliResult {
   std::int32_t ErrorType = 0;  // 0: good
 };
 
-// A height follower with its Z axis; mm, Z 0 is the top and grows downwards.
+// A height follower with its Z axis; mm, Z 0 is the top and grows downwards. A target outside the limits moves nothing,
+// a height outside what the sensor can tell is not followed; both may be thrown.
 class TNcFollower : public INcBusyDevice {
  public:
   virtual void MoveZ(double mm, double mmPerS) = 0;  // speed 0: the axis' default

@@ -23,14 +23,16 @@ struct TNcArea {
   TPoint2 Max{-1.0, -1.0};
 };
 
-// Busy while any axis of the driver moves.
+// Busy while any axis of the driver moves. Axes are 0 X, 1 Y, and from 2 on those that turn. A target outside the
+// limits, or one that is no number, moves nothing, and may be thrown; so does an axis that is not there, which is at 0
+// between limits of 0. A speed above the axis' own is limited to that.
 class TNcMotionDriver : public INcBusyDevice {
  public:
   virtual void MoveXY(TPoint2 target, double mmPerS) = 0;
   virtual void MoveCurve(std::span<const TPoint2> points, double mmPerS) = 0;
   virtual void TurnAxis(std::int32_t axis, double turns, double turnsPerS) = 0;
   virtual void StopAll(std::int32_t mode) = 0;   // 0: every axis of the driver, along its deceleration ramp
-  virtual double GetPos(std::int32_t axis) = 0;  // 0 X, 1 Y
+  virtual double GetPos(std::int32_t axis) = 0;  // turns of one that turns
   virtual TAxisLimits GetLimits(std::int32_t axis) = 0;
   // Where the origin of the work coordinates lies; false while none is valid.
   virtual bool GetWorkOrigin(TPoint2& origin) {
@@ -45,16 +47,18 @@ class TNcMotionDriver : public INcBusyDevice {
   virtual double GetZ() { return 0.0; }
   virtual TAxisLimits GetZLimits() { return {0.0, std::numeric_limits<double>::infinity()}; }
   virtual double GetSafeZ() { return 0.0; }
-  virtual void SaveFlagPos(std::int32_t flag) = 0;               // remembers the present position under a flag number
+  virtual void SaveFlagPos(std::int32_t flag) = 0;               // remembers the present position under any number
   virtual void SaveFlagPos(std::int32_t flag, TPoint2 pos) = 0;  // remembers this one
 };
 
+// Outputs by their numbers in the machine file; outside those nothing is switched.
 class TNcMotionCard {
  public:
   virtual ~TNcMotionCard() = default;
   virtual void SwitchOutport(std::int32_t port, bool on) = 0;
 };
 
+// Inputs by their numbers in the machine file; outside those one is low, and keeps no level.
 class TNcInputGroup {
  public:
   virtual ~TNcInputGroup() = default;

@@ -55,8 +55,8 @@ class TNcAlarms {
   virtual bool AllowLaser() = 0;
   virtual bool AllowFollower() = 0;
   virtual bool AllowHoming() = 0;
-  virtual bool AllowMove() = 0;  // the general move permission
-  virtual bool AllowMoveAxis(std::int32_t axis, bool positive) = 0;
+  virtual bool AllowMove() = 0;                                      // the general move permission
+  virtual bool AllowMoveAxis(std::int32_t axis, bool positive) = 0;  // outside 0 to 11: AllowMove alone
   virtual bool RequireStop() = 0;
   virtual bool RequireOrg() = 0;
 };

@@ -61,13 +61,13 @@ class TWindowTable final : public TNcWindows {
   std::map<THandle, TWindow> FWindows IXO_GUARDED_BY(FLock);
 };
 
-// The platform's integers by number. Reading and writing never block.
+// The platform's integers by number; outside 0 to 63 one reads 0 and cannot be written. Reading and writing never
+// block.
 class TNcSysInts {
  public:
   static constexpr std::int32_t kKeyBits = 17;  // the panel's keys that are held down, a bit for each
   static constexpr std::int32_t kCount = 64;
 
-  // Other numbers than 0 to 63 read 0 and cannot be written.
   [[nodiscard]] std::int32_t Get(std::int32_t number) const {
     return IsKnown(number) ? FValues[static_cast<std::size_t>(number)].load(std::memory_order_acquire) : 0;
   }

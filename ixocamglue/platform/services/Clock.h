@@ -1,5 +1,5 @@
 // All time of the library: nothing else reads a system clock or sleeps. Every operation may be called from any thread.
-// Nothing here fails.
+// Nothing here fails. A wait may be of any number of ms; one of 0 ends at once.
 #pragma once
 
 #include <atomic>

@@ -1,6 +1,7 @@
 // Which threads run, and when each gave its last sign of life: for whoever watches them from outside. One table per
 // process, because threads begin before a controller and end behind it. Any thread writes and reads; nobody waits for
-// anybody. Times are monotonic ms. Nothing fails: without a free row a thread is not watched.
+// anybody. Times are monotonic ms. Nothing fails but a Read outside the table; without a free row a thread
+// is not watched.
 #pragma once
 
 #include <array>
@@ -38,7 +39,7 @@ class TThreadTable {
   static constexpr std::size_t kRows = 128;
   static constexpr std::size_t kNameBytes = 40;  // a longer name is cut
 
-  // False: the row is nobody's.
+  // False: the row is nobody's. Throws std::out_of_range for one that is not below kRows.
   [[nodiscard]] bool Read(std::size_t row, TThreadSeen& seen) const;
 
  private:

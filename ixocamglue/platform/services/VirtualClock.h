@@ -30,17 +30,17 @@ class TVirtualClock final : public IClock {
   void Sleep(std::uint32_t ms) override;
   void Spin() override { Sleep(1); }
   bool Pause(TStop& stop, std::uint32_t ms) override;
-  // A pause in which nobody does anything: time moves on at once, as one step.
+  // A pause of any number of ms in which nobody does anything: time moves on at once, as one step.
   void Skip(std::uint64_t ms) {
     if (!FStepping && ms > 0) StepTo(MonotonicMs() + ms);
   }
-  // The wall time alone is set, by so many days.
+  // The wall time alone is set, by so many days; a negative number sets it back.
   void SetWall(double days) { FWallDays.store(FWallDays.load() + days); }
 
   // Called after each step, in the order of registration, before the timers. Returns a handle for Remove; neither is
   // called from within a listener.
   std::size_t OnStep(TListener listener);
-  // Called every `periodMs` (at least 1), first one period from now, in the order of registration.
+  // Called every `periodMs` (at least 1, as which 0 counts), first one period from now, in the order of registration.
   std::size_t Every(std::uint32_t periodMs, TListener timer);
   void Remove(std::size_t handle);
 

@@ -18,7 +18,7 @@ class TInputWait {
 
   [[nodiscard]] bool Runs() const { return FRuns; }
   [[nodiscard]] std::int32_t Input() const { return FInput; }  // -1: none, which counts as reached
-  void SetTimeOutMode(std::int32_t mode) { FMode = mode; }
+  void SetTimeOutMode(std::int32_t mode) { FMode = mode; }     // any other one than kTimeOutAlarm: the wait ends
   void Start(std::int32_t input, std::int32_t limitMs, std::uint64_t nowMs);  // a negative limit: none
   // While it runs: `reached` says whether the input has its level. What has come of it, for the journal; empty: it
   // still runs.

@@ -87,7 +87,7 @@ class TNcStateCtrl {
   void SetBusyDelay(std::int32_t limitMs);
 
  public:
-  // Starts the delay for which SetBusyDelay waits.
+  // Starts the delay for which SetBusyDelay waits, of any number of ms.
   void Delay(std::uint32_t ms);
 
   TNcStateFramework& Owner() const { return FOwner; }

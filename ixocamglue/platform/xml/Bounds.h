@@ -30,7 +30,8 @@ struct TMachineBounds {
   std::int32_t Followers = 1;
   TSupervisorConfig Supervisor;
 
-  // `branch`: the branch that a pressure belongs to, 0 when it is not known; without effect on anything else.
+  // `branch`: the branch that a pressure belongs to; another number, as 0, when it is not known: what any of them can
+  // have. Without effect on anything else.
   [[nodiscard]] TLimits Of(const TBound& bound, std::int32_t branch = 0) const;
 
   // Takes what a file with this document element says of any machine. Each value that is no number, outside its bound

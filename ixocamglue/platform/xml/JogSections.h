@@ -64,8 +64,8 @@ class TJogSections {
 
   [[nodiscard]] TJogXYSection XY() const;
   void SetXY(const TJogXYSection& section);
-  [[nodiscard]] TJogZSection Z(std::size_t head) const;  // 0 or 1
-  void SetZ(std::size_t head, const TJogZSection& section);
+  [[nodiscard]] TJogZSection Z(std::size_t head) const;      // 0 or 1, which nobody checks
+  void SetZ(std::size_t head, const TJogZSection& section);  // 0 or 1, which nobody checks
   [[nodiscard]] std::int32_t ZAxisNo() const { return Z(0).AxisNo; }
 
   // Writes what has changed into the configuration's file, and leaves everything else in it as it stands (see

@@ -60,6 +60,7 @@ class TMachineConfig : public TXmlConfig {
   [[nodiscard]] TGantryConfig& Gantry() { return *FGantry; }
   [[nodiscard]] TGasListConfig& GasList() { return *FGasList; }
   [[nodiscard]] TGasBranchesConfig& GasBranches() { return *FGasBranches; }
+  // Null for a gas type without a branch.
   [[nodiscard]] TGasBranchConfig* GetGasBranch(std::int32_t gasType) { return FGasBranches->GetGasBranch(gasType); }
   [[nodiscard]] TSlavesConfig& Slaves() { return *FSlaves; }
   [[nodiscard]] TModelConfig& CutHead() { return *FCutHead; }
@@ -84,7 +85,8 @@ IXO_DECLARE_SERVICE(TMachineConfig, MachineConfig);
 // MachineConfig()->Section(name), or a missing section where there is no configuration.
 [[nodiscard]] TConfigSection ConfigSection(std::string_view name);
 
-// The voltage that gives this pressure by the branch's calibrated table; none where the branch has none that is in use.
+// The voltage that gives this pressure by the branch's calibrated table, as GetVolt says for one outside it; none where
+// the branch has none that is in use.
 // Whoever changes the table does so between two calls.
 [[nodiscard]] std::optional<double> TableVolt(std::int32_t gasType, double bar);
 

@@ -39,7 +39,7 @@ class TDAAdjustTable : public TXmlSubConfig {
   void Clear() { FItems.Clear(); }
   [[nodiscard]] std::int32_t GetCount() const { return FItems.Count(); }
   [[nodiscard]] TDAAdjustItem* GetItem(std::int32_t index) const { return FItems.Get(index); }  // null outside
-  std::int32_t Add(double press, double volt);
+  std::int32_t Add(double press, double volt);  // any number, at the end; its index
   // The voltage at which the polyline through the entries reaches this pressure: 0 below the lowest pressure, the
   // highest entry's voltage above all. None for an empty table, or when the pressure is no number.
   [[nodiscard]] std::optional<double> GetVolt(double press) const;
@@ -107,7 +107,7 @@ class TSlaveConfig : public TXmlSubConfig {
   std::string HeadDesc;  // the head type that a height controller reports
 };
 
-// The bus, in the order of its wiring; slaves are numbered from 1.
+// The bus, in the order of its wiring; slaves are numbered from 1, and one outside is null.
 class TSlavesConfig : public TXmlSubConfig {
  public:
   void Publish(TPublisher& p) override;

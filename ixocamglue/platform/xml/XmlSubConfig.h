@@ -242,7 +242,7 @@ class TXmlListBase {
   virtual TXmlSubConfig& AddForLoad() = 0;  // constructed, not initialised
   virtual void EndLoad() {}                 // every element has been read
   [[nodiscard]] virtual std::size_t Size() const = 0;
-  virtual TXmlSubConfig& At(std::size_t index) = 0;
+  virtual TXmlSubConfig& At(std::size_t index) = 0;  // below Size(), which nobody checks
   // A fresh item that belongs to no list, for those who want to see its properties.
   [[nodiscard]] virtual std::unique_ptr<TXmlSubConfig> MakeItem() const = 0;
 
@@ -274,7 +274,7 @@ class TXmlListBase {
   std::vector<TForeign> FSettled;  // FForeign as the save has numbered it
 };
 
-// The items of one list. Indices are 0-based; a wrong one changes nothing.
+// The items of one list. Indices count from 0; one outside gives null or false and changes nothing.
 template <class Item>
 class TXmlList final : public TXmlListBase {
  public:
@@ -310,7 +310,7 @@ class TXmlList final : public TXmlListBase {
     return true;
   }
   [[nodiscard]] std::int32_t Count() const { return static_cast<std::int32_t>(FItems.size()); }
-  // Keeps the last `count` items.
+  // Keeps the last `count` items, from 0; all, when there are fewer.
   void KeepLast(std::int32_t count) {
     if (Count() > count) FItems.erase(FItems.begin(), FItems.end() - count);
   }
