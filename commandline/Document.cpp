@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "ixocamglue/support/JsonText.h"
+#include "commandline/CommandLine.h"
 #include "ixocamglue/support/Texts.h"
 
 namespace ixocommandline {

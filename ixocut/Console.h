@@ -41,7 +41,6 @@ class TConsole final : public ILogSink {
   void SetStart(std::uint64_t ms) { FStartMs = ms; }
 
   void Write(const TLogRecord& record) override;
-  [[nodiscard]] const std::string& Command() const { return FCommand; }
   [[nodiscard]] const TOutputSettings& Settings() const { return FSettings; }
   // A line of the program itself; not with JSON.
   void Say(std::string_view line);

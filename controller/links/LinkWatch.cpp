@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "controller/process/RealTime.h"
+#include "controller/safety/Supervisor.h"
 #include "ixocamglue/support/Faults.h"
 #include "ixocamglue/support/JsonText.h"
 

@@ -10,6 +10,7 @@
 #include "controller/AlarmPackage.h"
 #include "controller/process/RealTime.h"
 #include "controller/runs/ProcedureRun.h"
+#include "controller/safety/LaserLatch.h"
 #include "controller/safety/SafeEnd.h"
 #include "controller/safety/Supervisor.h"
 #include "ixocamglue/motion/Ulasersteps.h"

@@ -6,6 +6,7 @@
 #include "ixocamglue/support/ProblemAt.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/ValueText.h"
+#include "ixocut/Commands.h"
 
 namespace ixocut {
 namespace {

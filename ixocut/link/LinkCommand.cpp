@@ -2,6 +2,7 @@
 #include <cstdlib>
 
 #include "controller/links/LinkDoctor.h"
+#include "controller/process/StopOnSignal.h"
 #include "ixocut/Command.h"
 #include "ixocut/link/LinkOptions.h"
 

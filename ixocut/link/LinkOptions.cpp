@@ -6,6 +6,7 @@
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/ProblemAt.h"
 #include "ixocamglue/support/Texts.h"
+#include "ixocut/Commands.h"
 #include "ixocut/Console.h"
 #include "ixocut/Machines.h"
 

@@ -7,7 +7,6 @@
 
 #include "commandline/CommandLine.h"
 #include "controller/links/DeviceLink.h"
-#include "controller/process/StopOnSignal.h"
 
 namespace ixocut {
 using namespace ixocommandline;

@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "controller/links/TransferReport.h"
+#include "controller/process/StopOnSignal.h"
 #include "ixocamglue/platform/services/AppSys.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocut/Command.h"

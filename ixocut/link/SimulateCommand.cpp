@@ -3,6 +3,7 @@
 #include <filesystem>
 
 #include "controller/process/StateFolder.h"
+#include "controller/process/StopOnSignal.h"
 #include "ixocamglue/platform/xml/MachineConfig.h"
 #include "ixocut/Command.h"
 #include "ixocut/link/LinkOptions.h"

@@ -7,7 +7,9 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include "controller/panel/TerminalKeys.h"
 #include "controller/process/SignalStop.h"
+#include "ixocamglue/platform/services/Clock.h"
 #include "ixocut/Command.h"
 
 namespace ixocut {
