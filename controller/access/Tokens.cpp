@@ -11,10 +11,10 @@
 #include "controller/process/JsonFile.h"
 #include "controller/process/RealTime.h"
 #include "controller/process/StateFiles.h"
+#include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/JsonText.h"
 #include "ixocamglue/support/Nearest.h"
-#include "ixocamglue/support/SystemError.h"
 #include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
@@ -61,12 +61,7 @@ TResult<TJson> ReadTokens(const std::filesystem::path& file) {
 }
 
 TResult<> LockTokens(TFileLock& lock, const std::filesystem::path& file, std::uint32_t waitMs) {
-  std::error_code error;
-  std::filesystem::create_directories(file.parent_path(), error);
-  if (error)
-    return TProblem{.What = Tr("the folder cannot be created"),
-                    .Where = file.parent_path().string(),
-                    .Why = SystemErrorText(error.value())};
+  if (const TResult<> made = MakeFolder(file.parent_path()); !made) return made;
   if (lock.Take(file.string(), waitMs) != lsHeld) return lock.Problem();
   return {};
 }

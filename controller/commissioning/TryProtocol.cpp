@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "ixocamglue/platform/services/UtcTime.h"
+#include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
 #include "ixocamglue/support/UserName.h"
@@ -20,7 +21,7 @@ TTryProtocol::TTryProtocol(std::filesystem::path file, const std::string& machin
     throw EProblem(pbRequest, TProblem{.What = Format(Tr("%s is there already"), FFile.string().c_str()),
                                        .Where = where,
                                        .Remedy = Tr("name another one; nothing was tried")});
-  if (FFile.has_parent_path()) std::filesystem::create_directories(FFile.parent_path(), error);
+  if (FFile.has_parent_path()) MakeFolder(FFile.parent_path()).OrThrow(pbUnusable);
   FOut.open(FFile);
   FOut << "machine\t" << machine << "\ntime\twho\tport\tdone\tread\tgood\n" << std::flush;
   Check();

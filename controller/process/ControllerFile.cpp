@@ -11,9 +11,9 @@
 #include "controller/process/RealTime.h"
 #include "controller/process/StateFiles.h"
 #include "ixocamglue/platform/xml/FileLayer.h"
+#include "ixocamglue/support/Files.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/JsonText.h"
-#include "ixocamglue/support/SystemError.h"
 #include "ixocamglue/support/Texts.h"
 
 namespace ixocontroller {
@@ -30,13 +30,8 @@ fs::path PlaceFile(const fs::path& stateFolder) { return stateFolder / kControll
 }  // namespace
 
 TResult<> TControllerLock::Take(const fs::path& stateFolder) {
+  if (const TResult<> made = MakeFolder(stateFolder, fs::perms::owner_all); !made) return made;
   std::error_code error;
-  const bool made = fs::create_directories(stateFolder, error);
-  if (!error && made) fs::permissions(stateFolder, fs::perms::owner_all, error);
-  if (error)
-    return TProblem{.What = Tr("the folder cannot be created"),
-                    .Where = stateFolder.string(),
-                    .Why = SystemErrorText(error.value())};
   FFile = PlaceFile(fs::canonical(stateFolder, error));
   if (error) FFile = PlaceFile(stateFolder);
   const TLockState state = FLock.Take(FFile.string(), kLookersMs);

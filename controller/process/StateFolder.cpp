@@ -57,10 +57,7 @@ void CopyOnce(const fs::path& example, const fs::path& copy) {
                                     Format(Tr("; \"%s\" puts it back"), "ixocut config restore")});
   const TResult<std::string> bytes = ReadFile(example);
   if (!bytes) throw EProblem(pbUnusable, {Tr("the example cannot be read"), example.string(), bytes.Problem().Why, ""});
-  fs::create_directories(copy.parent_path(), error);
-  if (error)
-    throw EProblem(pbUnusable, {Tr("the folder cannot be created"), copy.parent_path().string(),
-                                SystemErrorText(error.value()), ""});
+  MakeFolder(copy.parent_path()).OrThrow(pbUnusable);
   if (const TReplaced made = AddFile(copy.string(), *bytes); !made.Done) throw EProblem(pbUnusable, made.Problem);
 }
 

@@ -239,7 +239,7 @@ std::unique_ptr<TLiveRecording> OpenNew(const std::filesystem::path& path, const
                                .Where = {},
                                .Why = {},
                                .Remedy = Tr("delete those that are not needed any more")});
-  std::filesystem::create_directories(path.parent_path(), error);
+  MakeFolder(path.parent_path()).OrThrow(pbUnusable);
   return std::make_unique<TLiveRecording>(path, signals, motors);
 }
 
@@ -247,9 +247,10 @@ void Remove(const std::filesystem::path& path, const std::string& name) {
   std::error_code error;
   if (std::filesystem::remove(path, error)) return;
   if (!error) throw EProblem(pbRefused, Format(Tr("there is no recording %s"), name.c_str()));
-  throw EProblem(
-      pbRefused,
-      {.What = Tr("the file cannot be removed"), .Where = path.string(), .Why = error.message(), .Remedy = {}});
+  throw EProblem(pbRefused, {.What = Tr("the file cannot be removed"),
+                             .Where = path.string(),
+                             .Why = SystemErrorText(error.value()),
+                             .Remedy = {}});
 }
 
 }  // namespace

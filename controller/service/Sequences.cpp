@@ -72,9 +72,7 @@ std::string TSequences::Read(std::string_view name) const { return ReadFile(File
 bool TSequences::Put(std::string_view name, const std::string& text) const {
   const fs::path file = FileOf(name);
   const bool had = Has(name);
-  std::error_code error;
-  fs::create_directories(FFolder, error);
-  if (error) Fail(Tr("the folder cannot be created"), FFolder, error.value());
+  MakeFolder(FFolder).OrThrow(pbUnusable);
   if (const TReplaced saved = ReplaceFile(file.string(), text, {}); !saved.Done)
     throw EProblem(
         pbUnusable,

@@ -53,6 +53,15 @@ TResult<std::string> ReadFile(const std::filesystem::path& path) {
   return bytes;
 }
 
+TResult<> MakeFolder(const std::filesystem::path& path, std::filesystem::perms rights) {
+  std::error_code error;
+  const bool made = std::filesystem::create_directories(path, error);
+  if (!error && made && rights != std::filesystem::perms::unknown) std::filesystem::permissions(path, rights, error);
+  if (!error) return {};
+  return TProblem{
+      .What = Tr("the folder cannot be created"), .Where = path.string(), .Why = SystemErrorText(error.value())};
+}
+
 TTempFolder::TTempFolder(const std::string& prefix) {
   std::error_code error;
   std::string name = (std::filesystem::temp_directory_path(error) / (prefix + "-XXXXXX")).string();

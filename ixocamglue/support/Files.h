@@ -14,6 +14,11 @@ namespace ixocamglue {
 [[nodiscard]] int ReadFile(const std::string& path, std::uint64_t limit, std::string& bytes);
 [[nodiscard]] TResult<std::string> ReadFile(const std::filesystem::path& path);
 
+// Makes the folder, and those above it that are missing. One that was there keeps its rights, a new one has these, or
+// as the process makes them where they are `unknown`.
+[[nodiscard]] TResult<> MakeFolder(const std::filesystem::path& path,
+                                   std::filesystem::perms rights = std::filesystem::perms::unknown);
+
 // A folder of its own below the system's temporary one, removed with everything in it.
 class TTempFolder {
  public:

@@ -3,7 +3,7 @@
 #include "controller/Controller.h"
 #include "controller/process/StateFolder.h"
 #include "ixocamglue/platform/xml/FileLayer.h"
-#include "ixocamglue/support/SystemError.h"
+#include "ixocamglue/support/Files.h"
 #include "ixocut/Command.h"
 #include "ixocut/Machines.h"
 #include "ixocut/reference/Reference.h"
@@ -72,12 +72,7 @@ void WritePage(const fs::path& folder, const char* name, const TPage& page, TCon
 
 int Run(const TReferenceOptions& options, TCommand program, TConsole& console) {
   const fs::path folder = options.Folder;
-  std::error_code error;
-  fs::create_directories(folder, error);
-  if (error)
-    throw EProblem(pbUnusable, TProblem{.What = Tr("the folder cannot be created"),
-                                        .Where = folder.string(),
-                                        .Why = SystemErrorText(error.value())});
+  MakeFolder(folder).OrThrow(pbUnusable);
   TController controller(OfAnyMachine(options));
   const TReferenceSources sources{.Program = program, .Registered = AlarmsOf(controller)};
   WritePage(folder, kIndex, IndexPage(), console);

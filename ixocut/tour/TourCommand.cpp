@@ -88,7 +88,7 @@ std::uint64_t MsSince(TSteady::time_point start) {
 class TTour {
  public:
   TTour(const TTourOptions& options, TConsole& console)
-      : FOptions(options), FConsole(console), FFolder(MakeFolder(options)), FState(FFolder / "state") {}
+      : FOptions(options), FConsole(console), FFolder(FreshFolder(options)), FState(FFolder / "state") {}
 
   int Run() {
     const auto start = TSteady::now();
@@ -105,7 +105,7 @@ class TTour {
   }
 
  private:
-  static fs::path MakeFolder(const TTourOptions& options) {
+  static fs::path FreshFolder(const TTourOptions& options) {
     fs::path folder =
         fs::absolute(options.Out.empty() ? ixocontroller::StateFolder(options.State) / ixocontroller::kTourFolder
                                          : fs::path(options.Out));
@@ -114,12 +114,12 @@ class TTour {
       if (!fs::exists(folder / kTourMark, error))
         throw EProblem(pbRequest, TProblem{.What = Tr("the folder holds something else"), .Where = folder.string()});
       fs::remove_all(folder, error);
+      if (error)
+        throw EProblem(pbUnusable, TProblem{.What = Tr("the folder cannot be cleared"),
+                                            .Where = folder.string(),
+                                            .Why = SystemErrorText(error.value())});
     }
-    if (!error) fs::create_directories(folder / "state", error);
-    if (error)
-      throw EProblem(pbUnusable, TProblem{.What = Tr("the folder cannot be created"),
-                                          .Where = folder.string(),
-                                          .Why = SystemErrorText(error.value())});
+    MakeFolder(folder / "state").OrThrow(pbUnusable);
     if (!TouchMark(folder / kTourMark))
       throw EProblem(pbUnusable, TProblem{.What = Tr("the folder cannot be written to"), .Where = folder.string()});
     return folder;

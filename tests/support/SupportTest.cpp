@@ -70,6 +70,20 @@ TEST(WholeFiles, AnythingButARegularFileIsAProblemWithItsReason) {
   EXPECT_EQ(ReadFile(file.string(), 8, bytes), EFBIG);
 }
 
+TEST(Folders, AreMadeWithTheirRightsAndKeepThoseThatTheyHave) {
+  const TTempDir dir;
+  const auto rights = [](const std::filesystem::path& path) { return std::filesystem::status(path).permissions(); };
+  const std::filesystem::path folder = dir.Path() / "above" / "folder";
+  EXPECT_TRUE(MakeFolder(folder, std::filesystem::perms::owner_all));
+  EXPECT_EQ(rights(folder), std::filesystem::perms::owner_all);
+  EXPECT_NE(rights(folder.parent_path()), std::filesystem::perms::owner_all);
+  EXPECT_TRUE(MakeFolder(folder, std::filesystem::perms::all));
+  EXPECT_EQ(rights(folder), std::filesystem::perms::owner_all);
+  std::ofstream(dir.Path() / "file").flush();
+  EXPECT_EQ(MakeFolder(dir.Path() / "file" / "folder").Problem().Text(),
+            (dir.Path() / "file/folder").string() + ": the folder cannot be created (Not a directory)");
+}
+
 TEST(ChildProcess, IsAskedToEndAlsoByAThreadThatHoldsSignalsBack) {
   const TTempDir folder;
   sigset_t term, before;
