@@ -89,10 +89,8 @@ std::vector<TAlarmScriptLine> ReadAlarmScript(const std::filesystem::path& file)
   return lines;
 }
 
-TAlarmScript::TAlarmScript(TController& controller, TAlarmFeed& feed,
-                           std::function<void(const std::string& device, bool fails)> device,
-                           std::function<bool()> stops)
-    : FController(controller), FFeed(feed), FDevice(std::move(device)), FStops(std::move(stops)) {}
+TAlarmScript::TAlarmScript(TController& controller, TAlarmFeed& feed, std::function<bool()> stops)
+    : FController(controller), FFeed(feed), FStops(std::move(stops)) {}
 
 TResult<> TAlarmScript::Do(const TAlarmScriptLine& line) {
   switch (line.Verb) {
@@ -103,7 +101,7 @@ TResult<> TAlarmScript::Do(const TAlarmScriptLine& line) {
     case TAlarmVerb::Suppress: return Suppress(line);
     case TAlarmVerb::Wait: Wait(line.Number); break;
     case TAlarmVerb::Fault:
-    case TAlarmVerb::Mend: FDevice(line.Name, line.Verb == TAlarmVerb::Fault);
+    case TAlarmVerb::Mend: return SetTrouble(line.Name, line.Verb == TAlarmVerb::Fault);
   }
   return {};
 }
@@ -153,6 +151,12 @@ TResult<> TAlarmScript::Suppress(const TAlarmScriptLine& line) {
   FController.AlarmStore()->Suppress({line.Name, FormatUtc(until), line.Reason});
   FFeed.Suppress(line.Name, until);
   return {};
+}
+
+TResult<> TAlarmScript::SetTrouble(const std::string& device, bool fails) {
+  if (FController.Machine().SetTrouble(device, fails)) return {};
+  return Because(Format(Tr("nothing fails on request on this machine: %s"), device.c_str()),
+                 Tr("take a machine file of the simulated machine"));
 }
 
 void TAlarmScript::Wait(std::uint64_t ms) const {

@@ -31,12 +31,10 @@ struct TAlarmScriptLine {
 // On a controller in real time, with a store, whose threads run.
 class TAlarmScript {
  public:
-  // `device` ("axis", "gas", "emission" or "device") fails, or works again; its alarms are its own. `stops` ends a
-  // wait. All outlive the script.
-  TAlarmScript(TController& controller, TAlarmFeed& feed,
-               std::function<void(const std::string& device, bool fails)> device, std::function<bool()> stops);
+  // `stops` ends a wait. All outlive the script.
+  TAlarmScript(TController& controller, TAlarmFeed& feed, std::function<bool()> stops);
 
-  // Says why a line is refused. Throws what `device` throws.
+  // Says why a line is refused. Throws what a device throws that is to fail.
   TResult<> Do(const TAlarmScriptLine& line);
 
  private:
@@ -45,11 +43,11 @@ class TAlarmScript {
   TResult<> Clear(const std::string& id);
   TResult<> Ack(const std::string& id);
   TResult<> Suppress(const TAlarmScriptLine& line);
+  TResult<> SetTrouble(const std::string& device, bool fails);
   void Wait(std::uint64_t ms) const;
 
   TController& FController;
   TAlarmFeed& FFeed;
-  const std::function<void(const std::string&, bool)> FDevice;
   const std::function<bool()> FStops;
   std::map<std::string, std::vector<std::uint64_t>> FRaised;  // by hand: serials by identifier, newest last
 };

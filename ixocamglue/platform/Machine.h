@@ -171,6 +171,11 @@ class IMachine {
   virtual std::vector<TMachinePort> PortFacts() { return {}; }
   // Lets one of its factory's faults happen, from now on. False: it has no fault of this name.
   virtual bool Inject(std::string_view fault) { return static_cast<void>(fault), false; }
+  // Lets something happen to a device, or ends it, for who looks at its alarms: an "axis", "gas", "emission" or
+  // "device". One thread at a time, beside the state thread. False: of this machine nothing happens on request.
+  virtual bool SetTrouble(std::string_view device, bool fails) {
+    return static_cast<void>(device), static_cast<void>(fails), false;
+  }
 };
 
 // What one machine allows, for command lines, requests and files that are checked before anything moves.

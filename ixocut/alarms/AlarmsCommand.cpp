@@ -42,7 +42,7 @@ void AddAlarmsCommand(TCommand program) {
   AddMachineSettings(lookup, o);
 
   const TCommand live = add(
-      "live", Tr("Run the simulated machine with its alarm store"), RunAlarmsLive,
+      "live", Tr("Run the machine with its alarm store, and raise alarms by hand"), RunAlarmsLive,
       {.Notes =
            Tr("Lines from the terminal or from --script, which is read whole before its first line runs:\n"
               "  raise ID                     raise an alarm that is shown only; ID is PREFIX#NUMBER\n"
@@ -50,7 +50,7 @@ void AddAlarmsCommand(TCommand program) {
               "  ack ID                       acknowledge it\n"
               "  suppress ID MINUTES REASON   hide its lines for a while; never those of level 1\n"
               "  wait MS                      let time pass\n"
-              "  fault DEVICE, mend DEVICE    let a device fail or work: axis, gas, emission, device\n"
+              "  fault DEVICE, mend DEVICE    let a simulated device fail or work: axis, gas, emission, device\n"
               "\n"
               "One program at a time writes a store. A store that cannot be written keeps the machine from nothing:\n"
               "its alarms wait, and are counted at the end."),

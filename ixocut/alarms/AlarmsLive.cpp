@@ -1,4 +1,4 @@
-// `ixocut alarms live`: the simulated machine with its alarm manager and store, told what happens line by line.
+// `ixocut alarms live`: the machine with its alarm manager and store, told what happens line by line.
 #include "commandline/InputLines.h"
 #include "controller/Controller.h"
 #include "controller/alarms/AlarmScript.h"
@@ -7,8 +7,6 @@
 #include "ixocamglue/support/FileLock.h"
 #include "ixocut/Command.h"
 #include "ixocut/alarms/AlarmsCommand.h"
-#include "machines/simulated/Faults.h"
-#include "machines/simulated/Machine.h"
 
 namespace ixocut {
 namespace {
@@ -64,10 +62,7 @@ int RunAlarmsLive(const TAlarmsOptions& options, TConsole& console) {
   session.StartThreads();
   // The laser's latch trips without a sign of life from the state thread.
   for (int ms = 0; ms < kStartMs && session.Framework().Watch().Pass.load() == 0; ++ms) Clock().Sleep(1);
-  TAlarmScript live(
-      session, feed,
-      [&](const std::string& name, bool fails) { SetSimTrouble(Simulated(session.Machine()), name, fails); },
-      &TSignalStop::Asked);
+  TAlarmScript live(session, feed, &TSignalStop::Asked);
   const auto run = [&](std::size_t number, const TResult<TAlarmScriptLine>& line) {
     const TResult<> done = line ? live.Do(*line) : TResult<>(line.Problem());
     if (done) return;

@@ -101,26 +101,29 @@ bool InjectSimFault(TSimMachine& machine, std::string_view name) {
   return true;
 }
 
-void SetSimTrouble(TSimMachine& machine, std::string_view device, bool broken) {
+bool SetSimTrouble(TSimMachine& machine, std::string_view device, bool fails) {
   if (device == "axis") {
     const TPoint2 at = machine.Snapshot().Pos;
-    machine.Motion().MoveXY({broken ? machine.Config().X.SoftLimitPos + 100.0 : at.X, at.Y}, 0.0);
+    machine.Motion().MoveXY({fails ? machine.Config().X.SoftLimitPos + 100.0 : at.X, at.Y}, 0.0);
   } else if (device == "gas") {
-    machine.GasDevice().SetSupply(broken ? kLowSupply : kFullSupply);
+    machine.GasDevice().SetSupply(fails ? kLowSupply : kFullSupply);
     machine.GasDevice().SetPressure(4.0);
     machine.GasDevice().SwitchOn();
   } else if (device == "emission") {
     machine.LaserDevice().EmissionOn();
     machine.LaserDevice().SetEmissionScript({TEmissionScript::TMode::emPolls, 0});
     (void)machine.LaserDevice().GetEmission();
-    if (broken) machine.LaserDevice().LoseEmission();
-  } else {
-    if (broken) machine.Gate().PlanSet({.Call = machine.Gate().Calls() + 1, .Fault = gfThrow});
+    if (fails) machine.LaserDevice().LoseEmission();
+  } else if (device == "device") {
+    if (fails) machine.Gate().PlanSet({.Call = machine.Gate().Calls() + 1, .Fault = gfThrow});
     try {
       (void)machine.GasDevice().GetGas();
     } catch (const EDeviceFault&) {  // what was asked for
     }
+  } else {
+    return false;
   }
+  return true;
 }
 
 }  // namespace ixocamglue

@@ -15,7 +15,7 @@ class TSimMachine;
 bool InjectSimFault(TSimMachine& machine, std::string_view name);  // false: unknown
 
 // What happens to a device while somebody looks on, or ends: an "axis" leaves its range, "gas" has no supply,
-// "emission" is lost, or of anything else a call throws. Its alarms are its own.
-void SetSimTrouble(TSimMachine& machine, std::string_view device, bool broken);
+// "emission" is lost, of a "device" a call throws. Its alarms are its own. False: there is no such device.
+bool SetSimTrouble(TSimMachine& machine, std::string_view device, bool fails);
 
 }  // namespace ixocamglue

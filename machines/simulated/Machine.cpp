@@ -139,6 +139,8 @@ void TSimMachine::StopNow() {
 
 bool TSimMachine::Inject(std::string_view fault) { return InjectSimFault(*this, fault); }
 
+bool TSimMachine::SetTrouble(std::string_view device, bool fails) { return SetSimTrouble(*this, device, fails); }
+
 bool TSimMachine::AtRest() const {
   FCore.AssertLocked();
   const auto rests = [](const TSimFollower& z) { return !z.Moving() && !z.Following() && !z.Calibrating(); };

@@ -56,6 +56,7 @@ class TSimMachine final : public IMachine, public TNcCutSystem {
   TMachineSnapshot Snapshot() override;
   std::vector<TMachinePort> PortFacts() override;
   bool Inject(std::string_view fault) override;
+  bool SetTrouble(std::string_view device, bool fails) override;
 
   std::int32_t GetState() override;
   TSimLaser* Laser() override { return FParts.Laser ? &FLaser : nullptr; }

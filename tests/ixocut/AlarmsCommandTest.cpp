@@ -81,6 +81,13 @@ TEST_F(AlarmsCommand, AScriptedMachineFillsAStoreThatEveryCommandReads) {
   }
   EXPECT_EQ(List("--id TPMaint#3").size(), 0U) << "a script is read whole before its first line runs";
   EXPECT_EQ(Alarms("check '" + Db + ".none'").first, 3);
+
+  std::ofstream(script) << "raise TPMaint#4\nfault gas\n";
+  const auto [refused, told] = Alarms("live --lang en --script '" + script + "' --db '" + Db + "' --machine '" +
+                                      TestSources() + "/../share/machines/composed.xml'");
+  EXPECT_EQ(refused, 1);
+  EXPECT_THAT(told, HasSubstr("line 2: nothing fails on request on this machine: gas; take a machine file"));
+  EXPECT_EQ(List("--id TPMaint#4").size(), 1U) << "what is raised by hand needs no simulated machine";
 }
 
 TEST_F(AlarmsCommand, ARunTellsWhatItsDevicesReportInTheLanguageOfTheSession) {
