@@ -17,7 +17,7 @@
 namespace ixocommandline {
 
 struct TCommand::TState {
-  TState(const std::string& name, const std::string& about) : App(about, name) {}
+  explicit TState(const TProgramTexts& texts) : Texts(texts), App(texts.About, texts.Name) {}
 
   // The program, and each command that was named, the last one last.
   [[nodiscard]] std::vector<const CLI::App*> Named() const {
@@ -27,6 +27,7 @@ struct TCommand::TState {
     return named;
   }
 
+  const TProgramTexts Texts;
   CLI::App App;
   TCommandRun Run = {};                                   // of the last command that was named
   std::map<const CLI::App*, std::string> ExitCodes = {};  // of those whose help says something of their own
@@ -39,7 +40,6 @@ namespace {
 constexpr const char* kParserMessages[] = {
     TrMark("The following argument was not expected: %s"),
     TrMark("The following arguments were not expected: %s"),
-    TrMark("A subcommand is required"),
     TrMark("%s is required"),
     TrMark("%s requires %s"),
     TrMark("%s excludes %s"),
@@ -81,14 +81,20 @@ std::string CommandNames(const CLI::App& above) {
   return names;
 }
 
+TProblem CommandNeeded(const CLI::App& above) {
+  return {.What = Format(Tr("a command is needed: %s"), CommandNames(above).c_str())};
+}
+
 // Of the first of `words`, which nobody expected, where a command's name is wanted: that it is none, and which one was
-// probably meant. A command that takes extras tells of them itself.
+// probably meant; where there is no such word, which there are. A command that takes extras tells of them itself.
 std::optional<TProblem> WrongCommand(const CLI::App& asked, const std::vector<std::string>& words,
                                      const CLI::ParseError& e) {
   const auto code = static_cast<CLI::ExitCodes>(e.get_exit_code());
   if (code != CLI::ExitCodes::ExtrasError && code != CLI::ExitCodes::RequiredError) return std::nullopt;
   const auto known = asked.get_subcommands({});
-  if (known.empty() || words.empty() || words.front().starts_with('-')) return std::nullopt;
+  if (known.empty()) return std::nullopt;
+  if (words.empty() || words.front().starts_with('-'))
+    return asked.get_require_subcommand_min() == 0 ? std::nullopt : std::optional(CommandNeeded(asked));
   TNearestName nearest(words.front());
   for (const CLI::App* const command : known) nearest.Consider(command->get_name());
   return TProblem{.What = Format(Tr("\"%s\" is no command"), words.front().c_str()),
@@ -308,7 +314,8 @@ void TCommand::Help(const THelp& help) const {
   text += Tr("Exit codes: ") + ExitCodes() + "\n\n";
   if (!help.Examples.empty()) text += Tr("Examples:\n");
   for (const char* const example : help.Examples) text += std::string("  ") + example + '\n';
-  FApp->footer(text + '\n' + Tr("Software is not the emergency stop."));
+  const std::string& closing = FState->Texts.Closing;
+  FApp->footer(closing.empty() ? text : text + '\n' + closing);
 }
 
 std::string TCommand::Name() const { return FApp->get_name(); }
@@ -317,9 +324,7 @@ std::string TCommand::Footer() const { return FApp->get_footer(); }
 
 std::string TCommand::ExitCodes() const {
   const auto own = FState->ExitCodes.find(FApp);
-  return own != FState->ExitCodes.end()
-             ? own->second
-             : Tr("0 success, 1 ended otherwise or refused, 2 wrong command line, 3 a file or a device cannot be used");
+  return own != FState->ExitCodes.end() ? own->second : FState->Texts.ExitCodes;
 }
 
 bool TCommand::Runs() const { return FApp->get_require_subcommand_min() == 0; }
@@ -337,10 +342,9 @@ std::vector<TCommand> TCommand::Commands() const {
 
 // --- TProgram ---
 
-TProgram::TProgram(const std::string& name, const std::string& about, const std::string& version)
-    : FState(std::make_unique<TCommand::TState>(name, about)) {
+TProgram::TProgram(const TProgramTexts& texts) : FState(std::make_unique<TCommand::TState>(texts)) {
   CLI::App& app = FState->App;
-  app.set_version_flag("--version", version, Tr("Print the version and exit"));
+  app.set_version_flag("--version", texts.Version, Tr("Print the version and exit"));
   app.set_help_flag("-h,--help", Tr("Print this page and exit"));
   const auto formatter = std::make_shared<CLI::Formatter>();
   formatter->label("Usage", Tr("Usage"));
@@ -374,7 +378,7 @@ TCommandRun TProgram::Parse(std::vector<std::string> words) {
     FState->Run = {};
     std::ranges::reverse(words);  // as the parser takes them
     app.parse(std::move(words));
-    if (!FState->Run) throw EProblem(pbRequest, Format(Tr("a command is needed: %s"), CommandNames(app).c_str()));
+    if (!FState->Run) throw EProblem(pbRequest, CommandNeeded(app));
     return FState->Run;
   } catch (const CLI::CallForHelp&) {
     return tell(app.help());

@@ -22,7 +22,7 @@ namespace ixocommandline {
 using namespace ixocamglue;
 
 inline constexpr int kExitSuccess = 0;
-inline constexpr int kExitOtherwise = 1;    // a procedure ended otherwise than with success
+inline constexpr int kExitOtherwise = 1;    // refused, or ended otherwise than with success
 inline constexpr int kExitCommandLine = 2;  // wrong command line; nothing was done
 inline constexpr int kExitUnusable = 3;     // a file or a device cannot be used
 
@@ -71,7 +71,7 @@ class TOption {
 // What stands below the options on a command's help page; its texts are passed through Tr by who writes them.
 struct THelp {
   std::string Notes;      // lines of at most 118 columns; empty: none
-  std::string ExitCodes;  // "0 the runs are the same, 1 they differ"; empty: what they are for every command
+  std::string ExitCodes;  // "0 the runs are the same, 1 they differ"; empty: what the program says of its commands
   std::vector<const char*> Examples;  // "ixocut shot --ms 500"
 };
 
@@ -135,10 +135,17 @@ class TCommand {
   TState* FState;
 };
 
+// What a program says of itself; its texts are passed through Tr by who writes them.
+struct TProgramTexts {
+  std::string Name, About, Version;
+  std::string ExitCodes;  // of a command whose help says none
+  std::string Closing;    // the last line of each help page; empty: none
+};
+
 // The whole: what is read, and what was chosen.
 class TProgram {
  public:
-  TProgram(const std::string& name, const std::string& about, const std::string& version);
+  explicit TProgram(const TProgramTexts& texts);
   ~TProgram();
   TProgram(const TProgram&) = delete;
   TProgram& operator=(const TProgram&) = delete;

@@ -13,7 +13,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::vector<std::string> words;
   std::istringstream text(std::string(reinterpret_cast<const char*>(data), size));
   for (std::string word; words.size() < 64 && std::getline(text, word);) words.push_back(word);
-  TProgram program("ixocut", "", "");
+  TProgram program({.Name = kProgramName});
   AddCommands(program.Top());
   try {
     (void)program.Parse(std::move(words));

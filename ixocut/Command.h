@@ -20,8 +20,6 @@
 namespace ixocut {
 using namespace ixocontroller;
 
-inline constexpr const char* kProgramName = "ixocut";
-
 // Adds a command that runs `run(options, console)`.
 template <class TOptions, class TRun>
 [[nodiscard]] TCommand AddWith(TCommand above, const std::string& name, const std::string& about,

@@ -12,6 +12,8 @@
 namespace ixocut {
 using namespace ixocommandline;
 
+inline constexpr const char* kProgramName = "ixocut";
+
 // Adds one command to the program, or to the command above it.
 using TAddCommand = void (*)(TCommand program);
 

@@ -9,6 +9,7 @@
 #include "commandline/Document.h"
 #include "controller/runs/ErrorSentence.h"
 #include "ixocamglue/support/Format.h"
+#include "ixocut/Commands.h"
 
 namespace ixocut {
 namespace {
@@ -105,7 +106,9 @@ int TConsole::Print(const nlohmann::ordered_json& result, const std::optional<TP
   return problem ? kExitOtherwise : kExitSuccess;
 }
 
-void TConsole::Note(std::string_view text) const { std::cerr << "ixocut " << FCommand << ": " << text << std::endl; }
+void TConsole::Note(std::string_view text) const {
+  std::cerr << kProgramName << ' ' << FCommand << ": " << text << std::endl;
+}
 
 bool TConsole::Broken() const { return !FOut; }
 

@@ -132,7 +132,7 @@ int IxocutMain(int argc, const char* const* argv, TAdditions additions) {
   std::optional<ixoverify::TAddedGasMethods> gasMethods;
   std::optional<TProgram> program;
 
-  const auto where = [&] { return program ? program->ChosenWords() : "ixocut"; };
+  const auto where = [&] { return program ? program->ChosenWords() : kProgramName; };
   const auto fail = [&](int exitCode, std::string_view message) {
     const char* const hint = exitCode == kExitCommandLine ? Tr(" (--help tells more)") : "";
     std::cerr << where() << ": " << OneLine(message) << hint << std::endl;
@@ -150,9 +150,13 @@ int IxocutMain(int argc, const char* const* argv, TAdditions additions) {
   try {
     GLanguage = AskedLanguage(argc, argv);
     if (const std::string problem = locale.SelectLanguage(GLanguage); !problem.empty()) fail(kExitUnusable, problem);
-    program.emplace("ixocut",
-                    Tr("ixocut: the controller of a laser-cutting machine, of a real one or of one made of software."),
-                    IXO_VERSION + (additions.Commit.empty() ? "" : " (commit " + additions.Commit + ")"));
+    program.emplace(TProgramTexts{
+        .Name = kProgramName,
+        .About = Tr("ixocut: the controller of a laser-cutting machine, of a real one or of one made of software."),
+        .Version = IXO_VERSION + (additions.Commit.empty() ? "" : " (commit " + additions.Commit + ")"),
+        .ExitCodes =
+            Tr("0 success, 1 ended otherwise or refused, 2 wrong command line, 3 a file or a device cannot be used"),
+        .Closing = Tr("Software is not the emergency stop.")});
     added.emplace(std::move(additions.Procedures));
     machines.emplace(std::move(additions.Machines), std::move(additions.Drivers));
     gasMethods.emplace(std::move(additions.GasMethods));

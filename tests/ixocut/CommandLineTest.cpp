@@ -93,6 +93,7 @@ TEST_F(CommandLine, AWrongCommandLineIsToldInOneLineAndDoesNothing) {
       {"cut", "\"cut\" is no command; did you mean run?"},
       {"bogus", "\"bogus\" is no command; the commands are serve, runs, "},
       {"modbus rea", "\"rea\" is no command; did you mean read?"},
+      {"modbus", "ixocut modbus: a command is needed: read, write"},
       {"shot --bogus", "--bogus"},
       {"shot extra", "extra"},
       {"shot --ms", "--ms"},
