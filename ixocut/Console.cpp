@@ -84,8 +84,12 @@ void TConsole::Say(std::string_view line) {
   FOut << line << '\n' << std::flush;
 }
 
-void TConsole::SayTable(const TRows& rows) {
-  for (const std::string& line : DrawTable(rows)) Say(line);
+void TConsole::SayLines(std::span<const std::string> lines) {
+  TGuard guard(FLock);
+  if (FSettings.Json || lines.empty()) return;
+  FStatus.Clear();
+  for (const std::string& line : lines) FOut << line << '\n';
+  FOut << std::flush;
 }
 
 nlohmann::ordered_json TConsole::Log() const {

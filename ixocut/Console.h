@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <iosfwd>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -44,7 +45,9 @@ class TConsole final : public ILogSink {
   [[nodiscard]] const TOutputSettings& Settings() const { return FSettings; }
   // A line of the program itself; not with JSON.
   void Say(std::string_view line);
-  void SayTable(const TRows& rows);
+  // Several in one piece, so that none of another thread comes between, and who reads them has all.
+  void SayLines(std::span<const std::string> lines);
+  void SayTable(const TRows& rows) { SayLines(DrawTable(rows)); }
   [[nodiscard]] bool OnTerminal() const { return FTerminal; }
   // A TStatusLine; not with JSON. Where the machine is, with the time.
   void Draw(std::string_view line);

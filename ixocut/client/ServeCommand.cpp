@@ -36,8 +36,9 @@ void Tell(TServing& serving, TConsole& console) {
   if (console.OnTerminal() && !console.Settings().Json)  // the link lets in whoever has it
     rows.insert(rows.begin() + 1, {Tr("console"), service.Access().Link(service.Access().MakeCode(roOperator)) +
                                                       Tr("  (good once, for 60 s)")});
-  console.SayTable(rows);
-  console.Say(Tr("Software is not the emergency stop."));
+  std::vector<std::string> lines = DrawTable(rows);
+  lines.emplace_back(Tr("Software is not the emergency stop."));
+  console.SayLines(lines);
   console.Print(
       {{"url", serving.Url()}, {"socket", socket}, {"process", ::getpid()}, {"machine", machine}, {"state", state}}, {},
       true);

@@ -91,7 +91,7 @@ void ShowResults(TConsole& console, const std::vector<TGasResult>& results) {
   for (const TGasResult& result : results) {
     if (result.Findings.empty()) continue;
     console.Say(Show(SGasVerdict, ShownGas(result.Gas).c_str()));
-    for (const std::string& line : FindingLines(result.Findings)) console.Say(line);
+    console.SayLines(FindingLines(result.Findings));
   }
 }
 
@@ -130,8 +130,7 @@ int CalibrateHere(const TCalibrateOptions& options, const TGasOrder& order, TCon
   bar.Clear();
 
   const TGasCalibration& calibration = job.Calibration();
-  if (options.Journal)
-    for (const std::string& line : run.Controller().Journal().Lines()) console.Say(line);
+  if (options.Journal) console.SayLines(run.Controller().Journal().Lines());
   ShowResults(console, calibration.Results());
   if (!calibration.Completed()) console.Say(SGasKeptFile.Get());
   if (!options.Plot.empty()) {
@@ -174,8 +173,7 @@ int CalibrateThere(const TCalibrateOptions& options, const TGasOrder& order, TWi
   const TWireRun run =
       RunOnConsole(client, {.Path = "/api/v1/gas/calibrate", .Body = JsonOf(order)}, console, {}, tell);
   bar.Clear();
-  if (options.Journal)
-    for (const std::string& line : run.Report.Journal) console.Say(line);
+  if (options.Journal) console.SayLines(run.Report.Journal);
   TWireGas gas = GasResultsOf(client, run);
   ShowResults(console, gas.Results);
   if (!options.Plot.empty() || !options.Record.empty()) {

@@ -34,7 +34,7 @@ int RunVerdict(const TVerdictOptions& options, TConsole& console) {
     const std::vector<TGasFinding> findings = JudgeGas(gas);
     stopped = stopped || gas.Stopped;
     good = good && !FirstBad(findings);
-    for (const std::string& line : FindingLines(findings)) console.Say(line);
+    console.SayLines(FindingLines(findings));
     gases.push_back({{"gas", gas.Name}, {"findings", FindingsJson(findings)}});
   }
   if (recording.Gases.empty()) console.Say(SVerdictNoGas.Get());

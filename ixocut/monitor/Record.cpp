@@ -68,7 +68,7 @@ int RunRecord(TRecordOptions options, TConsole& console) {
   const TRunReport report = run->Run(make, kLongestMs, kTailMs);
   recording.Finish();
 
-  for (const std::string& note : report.Notes) console.Say(note);
+  console.SayLines(report.Notes);
   console.Say("");
   console.Say(Show(SShotEnded, report.End.Words.c_str(), ShownMs(report.DurationMs)));
   console.Say(options.Out);

@@ -72,7 +72,7 @@ int Play(const TPanelOptions& options, const nlohmann::ordered_json& script, con
     story.ShowLeds();
     events = story.Events();
     raised = AlarmsJson(alarms.Items(), startMs);
-    for (const std::string& line : AlarmLines(alarms.Items(), startMs)) console.Say(line);
+    console.SayLines(AlarmLines(alarms.Items(), startMs));
   }
   nlohmann::ordered_json document = script;
   document.update({{"events", events}, {"alarms", raised}, {"log", console.Log()}});

@@ -109,7 +109,7 @@ struct TShown {
 
 int Finish(TConsole& console, const TShown& shown, nlohmann::ordered_json document,
            const std::optional<TProblem>& problem) {
-  for (const std::string& line : shown.Lines) console.Say(line);
+  console.SayLines(shown.Lines);
   document["log"] = console.Log();
   const int exitCode = console.Print(document, problem);
   if (shown.PlotFailed) throw EProblem(*shown.PlotFailed);

@@ -27,7 +27,7 @@ std::vector<std::string> ShotLines(const TRunReport& report) {
 
 int Finish(const TShotOptions& options, TConsole& console, const TRunReport& report, bool execOK,
            const std::vector<std::string>& lines) {
-  for (const std::string& line : lines) console.Say(line);
+  console.SayLines(lines);
   return console.Print({{"ms", options.Ms},
                         {"seed", options.Seed},
                         {"outcome", report.End.Name},
