@@ -17,5 +17,8 @@ template <class T>
   problem.Where = std::move(where);
   throw EProblem(blame, std::move(problem));
 }
+inline void OrThrowAt(const TResult<>& result, TBlame blame, std::string where) {
+  if (!result) (void)OrThrowAt<int>(result.Problem(), blame, std::move(where));
+}
 
 }  // namespace ixocamglue

@@ -99,7 +99,7 @@ TCommand AddDevice(TCommand simulate, const char* name, const std::string& descr
   const TCommand app =
       AddWith(simulate, name, description, options, [device](const TSimulateCommand& own, TConsole& console) {
         if (!own.Tcp && own.Serial.empty())
-          throw EProblem(pbRequest, console.Command() + ": " + Tr("one of --tcp PORT and --serial DEVICE is needed"));
+          throw EProblem(pbRequest, Tr("one of --tcp PORT and --serial DEVICE is needed"));
         return device(own, console);
       });
   const TOption tcp =

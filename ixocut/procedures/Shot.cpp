@@ -61,9 +61,10 @@ struct TAskedShot : TShotOptions {
 
 int RunAskedShot(TAskedShot options, TConsole& console) {
   if (const std::string problem = CheckNumber(options.AskedMs, 0, options.LongestMs, "ms"); !problem.empty())
-    throw EProblem(pbRequest, "--ms: " + problem +
-                                  Format(Tr("; --longest raises the upper bound to at most %llu ms"),
-                                         static_cast<unsigned long long>(kShotLongestMs)));
+    throw EProblem(pbRequest, {.What = problem,
+                               .Where = "--ms",
+                               .Remedy = Format(Tr("--longest raises the upper bound to at most %llu ms"),
+                                                static_cast<unsigned long long>(kShotLongestMs))});
   options.Ms = std::stoull(options.AskedMs);
   return RunShot(options, console);
 }

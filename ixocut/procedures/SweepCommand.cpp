@@ -1,4 +1,5 @@
 // `ixocut sweep`: runs the abort sweep and prints what it found.
+#include "ixocamglue/support/ProblemAt.h"
 #include "ixocut/Command.h"
 #include "verify/Sweep.h"
 
@@ -19,9 +20,7 @@ void SayRow(TConsole& console, const TSweepRow& row) {
 }
 
 int RunSweepCommand(const TSweepCommand& command, TConsole& console) {
-  if (!command.Sweep.Procedure.empty())
-    if (const auto known = CheckSweepName(command.Sweep.Procedure); !known)
-      throw EProblem(pbRequest, "--procedure: " + known.Problem().Text());
+  if (!command.Sweep.Procedure.empty()) OrThrowAt(CheckSweepName(command.Sweep.Procedure), pbRequest, "--procedure");
   console.Say(Tr("procedure                   dimension    enumerated          run     survived     by latch"));
   const TSweepResult result = RunSweep(command.Sweep, [&](const TSweepRow& row) { SayRow(console, row); });
   SayRow(console, {Tr("total"), "", result.Enumerated(), result.Run(), result.Survived(), result.SavedByLatch()});
