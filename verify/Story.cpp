@@ -1,7 +1,7 @@
 #include "verify/Story.h"
 
 #include <algorithm>
-#include <cstdlib>
+#include <charconv>
 #include <iterator>
 
 namespace ixoverify {
@@ -44,13 +44,13 @@ TActKind KindOf(const TJournalEntry& entry) {
 // As many numbers as the text begins with.
 std::array<double, 5> NumbersOf(const std::string& text) {
   std::array<double, 5> numbers{};
-  const char* at = text.c_str();
+  const char* at = text.data();
+  const char* const end = at + text.size();
   for (double& number : numbers) {
-    char* end = nullptr;
-    const double value = std::strtod(at, &end);
-    if (end == at) break;
-    number = value;
-    at = end;
+    while (at != end && *at == ' ') ++at;
+    const std::from_chars_result read = std::from_chars(at, end, number);  // also what is not finite, to be judged
+    if (read.ec != std::errc{}) break;
+    at = read.ptr;
   }
   return numbers;
 }

@@ -14,6 +14,7 @@
 #include "ixocamglue/platform/states/NcWatch.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/Texts.h"
+#include "ixocamglue/support/ValueText.h"
 #include "machines/linuxcnc/Pins.h"
 
 namespace ixocamglue {
@@ -431,7 +432,7 @@ void TLncLink::StatusRound() {
   if (!ask("mode")) return;
   status.Mode = text;
   if (!ask("feed_override")) return;
-  status.FeedOverride = std::atoi(text.c_str());
+  status.FeedOverride = ParseNumber<std::int32_t>(text).value_or(-1);
   if (!ask("program_status")) return;
   status.Idle = text == "IDLE";
   {

@@ -60,9 +60,9 @@ struct TLncStatus {
   bool Estop = true;
   bool On = false;
   bool Idle = false;
-  std::string Mode;  // "MANUAL", "AUTO", "MDI"
-  std::int32_t FeedOverride = -1;
-  std::uint64_t AskedMs = 0;  // when it was asked for
+  std::string Mode;                // "MANUAL", "AUTO", "MDI"
+  std::int32_t FeedOverride = -1;  // %; -1: not known
+  std::uint64_t AskedMs = 0;       // when it was asked for
 };
 
 class TLncLink {
