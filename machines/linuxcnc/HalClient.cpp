@@ -20,6 +20,8 @@ namespace {
 
 constexpr std::uint64_t kOpenLimitMs = 1000;
 
+TProblem Ended(std::string why) { return {.What = std::move(why)}; }
+
 }  // namespace
 
 TResult<> THalClient::Open() {
@@ -56,21 +58,21 @@ TResult<> THalClient::Open() {
     FFrameAt.reset();
     FGreeted = FCommands = false;
   }
-  const std::uint64_t end = Clock().MonotonicMs() + kOpenLimitMs;
   const std::string hello = HalLine(THalAsk{.Verb = hvHello, .Number = kHalVersion, .Role = hrCommand});
   if (::send(fd, hello.data(), hello.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(hello.size()))
     return problem(Tr("ixocut-hal does not answer"), SystemErrorText(errno));
-  std::string why;
-  for (;;) {
+  for (const std::uint64_t end = Clock().MonotonicMs() + kOpenLimitMs; !FrameAt();) {
     const std::uint64_t now = Clock().MonotonicMs();
     if (now >= end) return problem(Tr("ixocut-hal does not answer"), Tr("nothing answered in time"));
-    if (!Receive(static_cast<std::uint32_t>(end - now), why)) return problem(Tr("ixocut-hal does not answer"), why);
-    TGuard guard(FLock);
-    if (!FFrameAt) continue;
-    if (FCommands) break;
-    why = Tr("another controller commands it");
+    if (const TResult<> received = Receive(static_cast<std::uint32_t>(end - now)); !received)
+      return problem(Tr("ixocut-hal does not answer"), received.Problem().What);
   }
-  if (!why.empty()) return problem(Tr("ixocut-hal does not let this controller command"), why);
+  if (!Commands()) {
+    TProblem taken =
+        problem(Tr("ixocut-hal does not let this controller command"), Tr("another controller commands it"));
+    taken.Remedy = Tr("end the other controller first");
+    return taken;
+  }
   FBeatAt = 0;
   FConnection.fetch_add(1, std::memory_order_acq_rel);
   FOpen.store(true, std::memory_order_release);
@@ -84,28 +86,22 @@ void THalClient::Close() {
   FFd = -1;
 }
 
-bool THalClient::Round(std::uint32_t ms, bool beat, std::string& why) {
-  if (!IsOpen()) return false;
+TResult<> THalClient::Round(std::uint32_t ms, bool beat) {
+  if (!IsOpen()) return Ended(Tr("the connection has ended"));
   const std::uint64_t before = Clock().MonotonicMs();
   if (before >= FBeatAt) {
     FBeatAt = before + kHalBeatMs;
     if (Send({.Verb = beat ? hvBeat : hvAlive}) == 0) {
-      why = Tr("the connection has ended");
       Close();
-      return false;
+      return Ended(Tr("the connection has ended"));
     }
   }
   const auto wait = static_cast<std::uint32_t>(std::min<std::uint64_t>(ms, FBeatAt - before));
-  if (!Receive(wait, why)) {
-    Close();
-    return false;
-  }
-  if (const auto at = FrameAt(); at && Clock().MonotonicMs() - *at > kHalDeviceMs) {
-    why = Tr("it is silent");
-    Close();
-    return false;
-  }
-  return true;
+  TResult<> received = Receive(wait);
+  if (const auto at = FrameAt(); received && at && Clock().MonotonicMs() - *at > kHalDeviceMs)
+    received = Ended(Tr("it is silent"));
+  if (!received) Close();
+  return received;
 }
 
 std::uint64_t THalClient::Send(THalAsk ask) {
@@ -122,48 +118,40 @@ std::uint64_t THalClient::Send(THalAsk ask) {
 }
 
 // Only this thread closes the descriptor, so that it may be read without the lock that senders take.
-bool THalClient::Receive(std::uint32_t ms, std::string& why) {
+TResult<> THalClient::Receive(std::uint32_t ms) {
   int fd = -1;
   {
     TGuard sending(FSending);
     fd = FFd;
   }
-  if (fd < 0) return false;
-  if (!WaitFd(fd, POLLIN, ms)) return true;
+  if (fd < 0) return Ended(Tr("the connection has ended"));
+  if (!WaitFd(fd, POLLIN, ms)) return {};
   std::array<char, 16'384> buffer;
   const ssize_t got = ::recv(fd, buffer.data(), buffer.size(), MSG_DONTWAIT);
-  if (got == 0 || (got < 0 && errno != EAGAIN && errno != EINTR)) {
-    why = got == 0 ? Tr("the connection has ended") : SystemErrorText(errno);
-    return false;
-  }
+  if (got == 0) return Ended(Tr("the connection has ended"));
+  if (got < 0 && errno != EAGAIN && errno != EINTR) return Ended(SystemErrorText(errno));
   if (got > 0) FLines->Add(std::string_view(buffer.data(), static_cast<std::size_t>(got)));
   while (const auto line = FLines->Next()) {
     const TResult<THalTell> tell = ParseHalTell(*line);
-    if (!tell) {
-      why = tell.Problem().Text();
-      return false;
-    }
-    if (!Take(*tell, why)) return false;
+    if (!tell) return Ended(tell.Problem().Text());
+    if (TResult<> taken = Take(*tell); !taken) return taken;
   }
-  return !FLines->TooLong();
+  return FLines->TooLong() ? TResult<>(Ended(Tr("ixocut-hal has sent a line that is too long"))) : TResult<>();
 }
 
-bool THalClient::Take(const THalTell& tell, std::string& why) {
-  if (const auto* const bye = std::get_if<THalBye>(&tell)) {
-    why = HalByeText(*bye);
-    return false;
-  }
+TResult<> THalClient::Take(const THalTell& tell) {
+  if (const auto* const bye = std::get_if<THalBye>(&tell)) return Ended(HalByeText(*bye));
   TGuard guard(FLock);
   if (const auto* const hello = std::get_if<THalHello>(&tell)) {
     FGreeted = true;
     FCommands = hello->Role == hrCommand;
     FPinsToCome = hello->Pins;
   } else if (const auto* const pin = std::get_if<THalPin>(&tell)) {
-    if (FPinsToCome == 0) return why = Tr("ixocut-hal has said more pins than it announced"), false;
+    if (FPinsToCome == 0) return Ended(Tr("ixocut-hal has said more pins than it announced"));
     --FPinsToCome;
     FPins[pin->Name] = {.Facts = *pin};
   } else if (const auto* const frame = std::get_if<THalFrame>(&tell)) {
-    if (!FGreeted || FPinsToCome != 0) return why = Tr("ixocut-hal has sent values before its pins"), false;
+    if (!FGreeted || FPinsToCome != 0) return Ended(Tr("ixocut-hal has sent values before its pins"));
     for (const auto& [name, value] : frame->Values) {
       const auto it = FPins.find(name);
       if (it == FPins.end()) continue;
@@ -173,7 +161,7 @@ bool THalClient::Take(const THalTell& tell, std::string& why) {
     FDone = frame->Done;
     FFrameAt = Clock().MonotonicMs();
   }
-  return true;
+  return {};
 }
 
 std::optional<double> THalClient::Value(std::string_view name) const {
@@ -181,6 +169,11 @@ std::optional<double> THalClient::Value(std::string_view name) const {
   const auto it = FPins.find(name);
   if (it == FPins.end() || !it->second.Known) return std::nullopt;
   return it->second.Value;
+}
+
+bool THalClient::Commands() const {
+  TGuard guard(FLock);
+  return FCommands;
 }
 
 std::uint64_t THalClient::Done() const {

@@ -26,9 +26,9 @@ class THalClient {
   // Connects, says hello and has read every pin once, within a second; what keeps it from that. Outputs are all 0 then.
   [[nodiscard]] TResult<> Open();
   void Close();
-  // Reads what comes within `ms`; beats when that is due, or says that it is alive. False: the connection has ended,
-  // and why.
-  [[nodiscard]] bool Round(std::uint32_t ms, bool beat, std::string& why);
+  // Reads what comes within `ms`; beats when that is due, or says that it is alive. A problem: why the connection has
+  // ended.
+  [[nodiscard]] TResult<> Round(std::uint32_t ms, bool beat);
 
   // --- any thread ---
   [[nodiscard]] bool IsOpen() const { return FOpen.load(std::memory_order_acquire); }
@@ -53,8 +53,9 @@ class THalClient {
   };
 
   std::uint64_t Send(THalAsk ask);
-  [[nodiscard]] bool Receive(std::uint32_t ms, std::string& why);
-  [[nodiscard]] bool Take(const THalTell& tell, std::string& why);
+  [[nodiscard]] TResult<> Receive(std::uint32_t ms);
+  [[nodiscard]] TResult<> Take(const THalTell& tell);
+  [[nodiscard]] bool Commands() const;  // by its hello
 
   const std::string FSocket;
   std::optional<THalLines> FLines;  // the thread's own, as are the next two

@@ -119,10 +119,9 @@ TResult<> TLncLink::CheckPins() const {
 // By the beats of a controller that has just ended the latch may still be up: who takes it for his own sees it fall
 // when he begins.
 void TLncLink::OutliveLatch() {
-  std::string why;
   for (const std::uint64_t end = Clock().MonotonicMs() + std::uint64_t{2} * kHalLatchMs;
        FHal.IsOn(kPinLatch) && Clock().MonotonicMs() < end;)
-    if (!FHal.Round(kHalFrameMs, false, why)) return;  // it is seen to be away by the thread that looks at it
+    if (!FHal.Round(kHalFrameMs, false)) return;  // it is seen to be away by the thread that looks at it
 }
 
 // A contradiction would show only when something moves, and then too late.
@@ -378,8 +377,8 @@ void TLncLink::HalRound() {
     FAbortDue = true;
     ++FStops;
   }
-  std::string why;
-  if (!FHal.Round(kHalFrameMs, MayBeat(now), why)) return Lose(Format(Tr("ixocut-hal is away: %s"), why.c_str()));
+  if (const TResult<> round = FHal.Round(kHalFrameMs, MayBeat(now)); !round)
+    return Lose(Format(Tr("ixocut-hal is away: %s"), round.Problem().What.c_str()));
   Track(Clock().MonotonicMs());
 }
 

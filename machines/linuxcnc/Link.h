@@ -153,8 +153,9 @@ class TLncLink {
   [[nodiscard]] bool Arrived(TJob& job);
   void SignOfLife(std::uint64_t now);
   void Fail(std::string why);  // of the present job
-  // Sends "set WHAT". False, with the reason: refused; away where LinuxCNC does not answer or another one commands it.
-  [[nodiscard]] bool Command(const std::string& what, std::string& why);
+  // Sends "set WHAT". A problem: it is refused; or LinuxCNC does not answer, or another one commands it, and is away.
+  // One that says nothing: the driver ends.
+  [[nodiscard]] TResult<> Command(const std::string& what);
   [[nodiscard]] bool AbortDue() const;
 
   void Enqueue(TJob job);

@@ -59,41 +59,36 @@ bool TLncLink::AbortDue() const {
 
 // What LinuxCNC refuses has a reason that can be asked for. It refuses everything from a connection that is not the
 // enabled one, and most of it while its machine is off.
-bool TLncLink::Command(const std::string& what, std::string& why) {
+TResult<> TLncLink::Command(const std::string& what) {
   const TRshOutcome outcome = FCommands.Set(what, kSetLimitMs);
   FLifeMs = Clock().MonotonicMs();
-  why.clear();
   std::string enabled;
-  if (outcome == roAck) return true;
-  if (outcome == roNak && FCommands.Get("enable", kSetLimitMs, enabled) == roAck && enabled == "ON") {
-    why = Format(Tr("LinuxCNC refuses \"%s\""), what.c_str());
-    return false;
-  }
-  if (FStop.Asked()) return false;
-  if (!enabled.empty()) {
-    why = Tr("another client commands LinuxCNC now");
-    FCommandsTriedMs = Clock().MonotonicMs() + kTheftPauseMs;
-  } else {
-    why = outcome == roClosed ? Tr("LinuxCNC has closed its text interface") : Tr("LinuxCNC's task is silent");
-  }
+  if (outcome == roAck) return {};
+  if (outcome == roNak && FCommands.Get("enable", kSetLimitMs, enabled) == roAck && enabled == "ON")
+    return TProblem{.What = Format(Tr("LinuxCNC refuses \"%s\""), what.c_str())};
+  if (FStop.Asked()) return TProblem{};
+  if (!enabled.empty()) FCommandsTriedMs = Clock().MonotonicMs() + kTheftPauseMs;
+  TProblem problem{.What = !enabled.empty()      ? Tr("another client commands LinuxCNC now")
+                           : outcome == roClosed ? Tr("LinuxCNC has closed its text interface")
+                                                 : Tr("LinuxCNC's task is silent")};
   FCommands.Close();
   {
     TGuard guard(FLock);
     FCommandsOpen = false;
   }
-  Lose(why);
-  return false;
+  Lose(problem.What);
+  return problem;
 }
 
 // While something runs the task is asked by what it has to answer; in standby only whether the connection still
 // commands.
 void TLncLink::SignOfLife(std::uint64_t now) {
-  std::string why;
   const TLncStatus status = Status();
   const bool runs = FActive || FState.load(std::memory_order_acquire) != StateNumber(csStandby);
   if (runs && status.On && status.FeedOverride >= 0) {
-    if (now - FLifeMs >= kLifeAfterMs && !Command(Format("feed_override %d", status.FeedOverride), why) && FActive)
-      Fail(why);
+    if (now - FLifeMs < kLifeAfterMs) return;
+    const TResult<> told = Command(Format("feed_override %d", status.FeedOverride));
+    if (!told && FActive) Fail(told.Problem().What);
     return;
   }
   if (now - FLifeMs < kIdleLifeAfterMs) return;
@@ -116,9 +111,8 @@ void TLncLink::CarryOutAbort() {
     FActiveUnit = kLncUnits;
   }
   FActive.reset();
-  std::string why;
   // It refuses an abort only while its machine is off, and nothing moves then; else once more, with the axes held.
-  if (!Command("abort", why) && (!FCommands.IsOpen() || Status().On)) {
+  if (!Command("abort") && (!FCommands.IsOpen() || Status().On)) {
     Clock().Pause(FStop, 5);
     return;
   }
@@ -152,9 +146,8 @@ void TLncLink::Fail(std::string why) {
 void TLncLink::StepJob() {
   TJob& job = *FActive;
   if (!job.Begun && !Begin(job)) return;
-  std::string why;
   if (job.NextLine < job.Move.Lines.size()) {
-    if (!Command("mdi " + job.Move.Lines[job.NextLine], why)) return Fail(why);
+    if (const TResult<> told = Command("mdi " + job.Move.Lines[job.NextLine]); !told) return Fail(told.Problem().What);
     ++job.NextLine;
     job.AckMs = Clock().MonotonicMs();
     return;
@@ -176,11 +169,10 @@ bool TLncLink::Begin(TJob& job) {
   if ((jogs || job.Move.NeedsMdi || !job.Move.Lines.empty()) && !EnsureMode(jogs ? "MANUAL" : "MDI")) return false;
   job.Begun = true;
   if (!jogs) return true;
-  std::string why;
-  if (!Command(Format("jog_incr %d %.3f %.4f", static_cast<int>(job.JogAxis),
-                      std::copysign(job.JogSpeed * 60.0, job.JogWay), std::abs(job.JogWay)),
-               why)) {
-    Fail(why);
+  const TResult<> told = Command(Format("jog_incr %d %.3f %.4f", static_cast<int>(job.JogAxis),
+                                        std::copysign(job.JogSpeed * 60.0, job.JogWay), std::abs(job.JogWay)));
+  if (!told) {
+    Fail(told.Problem().What);
     return false;
   }
   job.AckMs = Clock().MonotonicMs();
@@ -215,9 +207,8 @@ bool TLncLink::EnsureMode(const char* mode) {
     TGuard guard(FLock);
     FModeSet = mode;
   }
-  std::string why;
-  if (!Command(Format("mode %s", mode), why)) {
-    Fail(why);
+  if (const TResult<> told = Command(Format("mode %s", mode)); !told) {
+    Fail(told.Problem().What);
     return false;
   }
   for (const std::uint64_t end = Clock().MonotonicMs() + kModeLimitMs; Clock().MonotonicMs() < end;) {

@@ -313,6 +313,9 @@ TEST_F(LinuxcncDriver, WhatContradictsTheMachineFileRefusesTheStart) {
   wrong.Rsh.Enable = "wrong";
   TLncLink refused(wrong, Events);
   EXPECT_TRUE(Comes([&] { return refused.Start().Problem().Text().find("command it") != std::string::npos; }));
+  Cnc.HalTaken = true;
+  TLncLink second(wrong, Events);
+  EXPECT_THAT(second.Start().Problem().Text(), HasSubstr("(another controller commands it); end the other"));
   wrong.HalSocket += ".none";
   TLncLink nobody(wrong, Events);
   EXPECT_THAT(nobody.Start().Problem().Text(), HasSubstr("ixocut-hal does not answer"));
