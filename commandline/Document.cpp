@@ -1,17 +1,18 @@
 #include "commandline/Document.h"
 
+#include <atomic>
 #include <ostream>
 
 #include <nlohmann/json.hpp>
 
-#include "ixocamglue/support/JsonText.h"
 #include "commandline/CommandLine.h"
+#include "ixocamglue/support/JsonText.h"
 #include "ixocamglue/support/Texts.h"
 
 namespace ixocommandline {
 namespace {
 
-bool GPrinted = false;
+std::atomic<bool> GPrinted{false};
 
 }  // namespace
 
@@ -35,6 +36,6 @@ void PrintDocument(std::ostream& out, std::string_view command, const nlohmann::
   GPrinted = true;
 }
 
-bool DocumentPrinted() { return GPrinted; }
+bool DocumentPrinted() { return GPrinted.load(); }
 
 }  // namespace ixocommandline

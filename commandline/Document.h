@@ -1,5 +1,6 @@
 // The document of --json, in one shape for every command: {"command": "config set", "ok": true, "problem": null,
-// "result": ...}. A problem is {"what", "where", "why", "remedy"}; ok says that there is none.
+// "result": ...}. A problem is {"what", "where", "why", "remedy"}; ok says that there is none. Any thread, but for the
+// option; one at a time writes to a stream.
 #pragma once
 
 #include <iosfwd>
@@ -23,7 +24,7 @@ TOption AddJsonOption(TCommand command, bool& json);
 // `lines`: the whole document in one line, where a command prints many.
 void PrintDocument(std::ostream& out, std::string_view command, const nlohmann::ordered_json& result,
                    const std::optional<TProblem>& problem = {}, bool lines = false);
-// Whether the program has printed one. Main thread.
+// Whether the program has printed one.
 [[nodiscard]] bool DocumentPrinted();
 
 }  // namespace ixocommandline

@@ -1,4 +1,4 @@
-// Lines of a terminal or of a pipe, one after the other.
+// Lines of the standard input, a terminal or a pipe, one after the other. One thread.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@ namespace ixocommandline {
 
 class TInputLines {
  public:
-  // `stopped` is asked while a line is waited for.
+  // `stopped` is asked every 20 ms while a line is waited for.
   explicit TInputLines(bool (*stopped)()) : FStopped(stopped) {}
   // Waits for the next one. False: the input has ended, or `stopped` says so.
   bool Next(std::string& line);

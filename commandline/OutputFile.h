@@ -1,4 +1,5 @@
-// A file that a command will write at its end: tried before it begins, so that nothing is measured for nothing.
+// A file that a command will write at its end: tried before it begins, so that nothing is measured for nothing. Any
+// thread.
 #pragma once
 
 #include <string>

@@ -1,4 +1,5 @@
 // Tables for the terminal, whose cells may hold Chinese: columns are aligned by what they take on the screen.
+// Values; any thread. Nothing here fails.
 #pragma once
 
 #include <string>

@@ -1,4 +1,4 @@
-// Samples the simulated machine into monitor frames, one value per ms and 32 values a frame. One thread.
+// Samples the machine into monitor frames, one value per ms and 32 values a frame. One thread.
 #pragma once
 
 #include <cstdint>

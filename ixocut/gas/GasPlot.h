@@ -1,5 +1,5 @@
 // The picture of a gas calibration: per gas the measured points with the rebuilt curve, and the pressure over time at
-// each voltage.
+// each voltage. Any thread.
 #pragma once
 
 #include <string>

@@ -1,4 +1,4 @@
-// `ixocut machine`: the commands of who commissions a machine.
+// `ixocut machine`: the commands of who commissions a machine. Main thread.
 #pragma once
 
 #include "commandline/CommandLine.h"

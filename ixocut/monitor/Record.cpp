@@ -1,4 +1,4 @@
-// `ixocut record`: runs a procedure on the simulated machine, in virtual time, and records it into a monitor file.
+// `ixocut record`: runs a procedure and records it into a monitor file.
 #include "controller/recordings/LiveRecording.h"
 #include "controller/runs/RunReport.h"
 #include "controller/texts/HostTexts.h"

@@ -1,4 +1,4 @@
-// The key panel in a terminal, in real time.
+// The key panel in a terminal, in real time. Main thread.
 #pragma once
 
 #include "ixocut/panel/PanelScreen.h"

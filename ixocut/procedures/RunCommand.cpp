@@ -1,4 +1,4 @@
-// `ixocut run`: one procedure, one motion command or a file of them, on the simulated machine.
+// `ixocut run`: one procedure, one motion command or a file of them.
 #include <algorithm>
 
 #include "controller/procedures/SequenceFile.h"

@@ -1,4 +1,4 @@
-// The picture of a run.
+// The picture of a run. Any thread.
 #pragma once
 
 #include <string>
