@@ -119,9 +119,10 @@ int RunAlarmsWatch(const TAlarmsOptions& options, TConsole& console) {
     return TSignalStop::Asked() || (options.ForMs != 0 && Clock().MonotonicMs() - start >= options.ForMs);
   };
   for (; !ended(); Clock().Sleep(kWatchEveryMs))
-    for (const TAlarmRow& row : changes.Next()) {
-      console.Say(AlarmLine(Translated(row)));
-      console.Print(AlarmJson(Translated(row)), {}, true);
+    for (const TAlarmRow& stored : changes.Next()) {
+      const TAlarmRow row = Translated(stored);
+      console.Say(AlarmLine(row));
+      console.Print(AlarmJson(row), {}, true);
     }
   return kExitSuccess;
 }

@@ -1,6 +1,4 @@
 // `ixocut token` and `ixocut console`: who may ask the controller.
-#include <unistd.h>
-
 #include "commandline/Table.h"
 #include "controller/access/Tokens.h"
 #include "controller/process/StateFolder.h"
@@ -50,7 +48,7 @@ int RunTokenRevoke(const TTokenOptions& options, TConsole& console) {
 // The code in the link lets in whoever has it: a terminal's owner, never a log.
 int RunConsole(TTokenOptions options, TConsole& console) {
   (void)ixocontroller::RoleOf(options.Role).OrThrow(pbRequest);
-  if (isatty(STDOUT_FILENO) != 1)
+  if (!console.OnTerminal())
     throw EProblem(pbRequest, {.What = Tr("the link is shown on a terminal only"),
                                .Why = Tr("who has it may command the machine"),
                                .Remedy = Tr("a program uses a token: \"ixocut token add NAME\"")});
