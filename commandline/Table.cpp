@@ -18,9 +18,8 @@ std::vector<std::string> DrawTable(const TRows& rows) {
   for (const auto& row : rows) {
     std::string& line = lines.emplace_back();
     for (std::size_t i = 0; i < row.size(); ++i) {
-      const std::string pad(widths[i] - DisplayWidth(row[i]), ' ');
       const bool last = i + 1 == widths.size();
-      line += (i == 0 ? "" : "  ") + (i == 0 ? row[i] + pad : last ? row[i] : pad + row[i]);
+      line += i == 0 ? Padded(row[i], widths[i]) : "  " + (last ? row[i] : SetRight(row[i], widths[i]));
     }
   }
   return lines;

@@ -18,4 +18,9 @@ std::string Padded(std::string text, std::size_t width) {
   return text;
 }
 
+std::string SetRight(const std::string& text, std::size_t width) {
+  const std::size_t shown = DisplayWidth(text);
+  return shown < width ? std::string(width - shown, ' ') + text : text;
+}
+
 }  // namespace ixocamglue

@@ -11,5 +11,7 @@ namespace ixocamglue {
 [[nodiscard]] std::size_t DisplayWidth(std::string_view text);
 // With blanks behind it, up to so many columns.
 [[nodiscard]] std::string Padded(std::string text, std::size_t width);
+// The same with the blanks in front of it.
+[[nodiscard]] std::string SetRight(const std::string& text, std::size_t width);
 
 }  // namespace ixocamglue

@@ -15,11 +15,9 @@ struct TDoctorCommand : TOutputSettings {
   std::optional<std::uint64_t> Addr;
 };
 
-struct TMarkText {
-  const char* Word;  // for JSON
-  const char* Shown;
-};
-constexpr TMarkText kMarks[] = {{"ok", TrMark("ok    ")}, {"note", TrMark("note  ")}, {"fault", TrMark("FAULT ")}};
+// For JSON, and as it is shown.
+constexpr std::pair<const char*, const char*> kMarks[] = {
+    {"ok", TrMark("ok    ")}, {"note", TrMark("note  ")}, {"fault", TrMark("FAULT ")}};
 
 int RunDoctor(const TDoctorCommand& command, TConsole& console) {
   TDoctorOptions options;
@@ -33,11 +31,10 @@ int RunDoctor(const TDoctorCommand& command, TConsole& console) {
                                 {"steps", nlohmann::ordered_json::array()}};
   std::optional<TProblem> problem;
   const auto tell = [&](const TDoctorStep& step) {
-    const TMarkText& mark = kMarks[static_cast<std::size_t>(step.Mark)];
-    result["steps"].push_back(
-        {{"mark", mark.Word}, {"id", step.Id}, {"finding", step.Finding}, {"next", step.NextThing}});
+    const auto& [word, shown] = kMarks[static_cast<std::size_t>(step.Mark)];
+    result["steps"].push_back({{"mark", word}, {"id", step.Id}, {"finding", step.Finding}, {"next", step.NextThing}});
     if (step.Mark == dmBad) problem = {.What = step.Finding, .Where = options.Link.Text(), .Remedy = step.NextThing};
-    console.Say(Tr(mark.Shown) + step.Finding);
+    console.Say(Tr(shown) + step.Finding);
     if (!step.NextThing.empty()) console.Say("      -> " + step.NextThing);
   };
   const TSignalsBlocked blocked;

@@ -23,17 +23,12 @@ std::optional<double> SpeedOf(const char* option, const std::string& text) {
   return value;
 }
 
-std::string Right(const std::string& text, std::size_t width) {
-  const std::size_t shown = DisplayWidth(text);
-  return shown < width ? std::string(width - shown, ' ') + text : text;
-}
-
 // The levels, and the parameters and jog sections that follow from the one in force, as KnobJson has them.
 int Tell(const nlohmann::ordered_json& knob, TConsole& console) {
   console.Say(Format(Tr("state %s%s"), ShownLevel(LevelOf(knob.at("state"))),
                      knob.at("twoHeads") == true ? Tr(", two heads") : ""));
-  console.Say(Format("   %s %s %s  mm/s", Right(Tr("low"), 8).c_str(), Right(Tr("normal"), 9).c_str(),
-                     Right(Tr("high"), 9).c_str()));
+  console.Say("   " + SetRight(Tr("low"), 8) + " " + SetRight(Tr("normal"), 9) + " " + SetRight(Tr("high"), 9) +
+              "  mm/s");
   for (const auto& [name, member] : {std::pair{"XY", "xy"}, std::pair{"Z", "z"}}) {
     const auto& speed = knob.at(member);
     console.Say(Format("%-2s %8.6g  %8.6g  %8.6g", name, speed.at("low").get<double>(),
