@@ -111,7 +111,7 @@ int TConsole::Print(const nlohmann::ordered_json& result, const std::optional<TP
 }
 
 void TConsole::Note(std::string_view text) const {
-  std::cerr << kProgramName << ' ' << FCommand << ": " << text << std::endl;
+  std::cerr << Format("%s %s: ", kProgramName, FCommand.c_str()).append(text).append("\n") << std::flush;
 }
 
 bool TConsole::Broken() const { return !FOut; }
