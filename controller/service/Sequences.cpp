@@ -15,7 +15,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::size_t kMostName = 64;
-constexpr std::string_view kEnding = ".json";
+constexpr std::string_view kFileEnding = ".json";
 
 bool MayBeInName(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '_' || c == '.';
@@ -38,7 +38,7 @@ TResult<> TSequences::CheckName(std::string_view name) {
 
 fs::path TSequences::FileOf(std::string_view name) const {
   CheckName(name).OrThrow(pbRequest);
-  return FFolder / (std::string(name) + std::string(kEnding));
+  return FFolder / (std::string(name) + std::string(kFileEnding));
 }
 
 TResult<std::vector<TSequences::TFile>> TSequences::List() const {
@@ -48,8 +48,8 @@ TResult<std::vector<TSequences::TFile>> TSequences::List() const {
   for (fs::directory_iterator at(FFolder, error), end; !error && at != end; at.increment(error)) {
     const std::string name = at->path().filename().string();
     std::error_code missing;
-    if (!name.ends_with(kEnding) || !at->is_regular_file(missing)) continue;
-    std::string stem = name.substr(0, name.size() - kEnding.size());
+    if (!name.ends_with(kFileEnding) || !at->is_regular_file(missing)) continue;
+    std::string stem = name.substr(0, name.size() - kFileEnding.size());
     if (!CheckName(stem)) continue;
     files.push_back({std::move(stem), at->file_size(missing)});
   }
