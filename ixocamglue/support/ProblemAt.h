@@ -1,5 +1,5 @@
-// A value that somebody asked for by an option, a line or a request: what is wrong with it is told of that place. Any
-// thread.
+// A value that somebody asked for by an option, a line or a request: what is wrong with it is told of that place, and
+// thrown. Any thread.
 #pragma once
 
 #include <string>
