@@ -1,7 +1,6 @@
 // `ixocut record`: runs a procedure and records it into a monitor file.
 #include "controller/recordings/LiveRecording.h"
 #include "controller/runs/RunReport.h"
-#include "controller/texts/HostTexts.h"
 #include "ixocamglue/platform/xml/FileLayer.h"
 #include "ixocamglue/support/ProblemAt.h"
 #include "ixocut/Command.h"
@@ -23,6 +22,13 @@ struct TRecordOptions : TControllerSettings {
   std::string Out;
 };
 
+void TellEnd(const TRunReport& report, const TRecordOptions& options, TConsole& console) {
+  console.SayLines(report.Notes);
+  console.Say("");
+  console.Say(ClosingLine(report));
+  console.Say(options.Out);
+}
+
 // On the controller that runs: it records, and its file is fetched.
 int RecordThere(const TRecordOptions& options, const TProcedure& row, TWireClient& client, TConsole& console) {
   const TOperatorTexts texts(console);
@@ -31,9 +37,7 @@ int RecordThere(const TRecordOptions& options, const TProcedure& row, TWireClien
       RunOnConsole(client, {.Body = ProcedureBody(row.Name, ReadParams(row, options.Params))}, console, {});
   const std::uint64_t samples = recording.Stop();
   ReplaceOrThrow(options.Out, recording.File());
-  console.Say("");
-  console.Say(ClosingLine(run.Report));
-  console.Say(options.Out);
+  TellEnd(run.Report, options, console);
   return console.Print({{"procedure", row.Name},
                         {"success", run.Report.Success()},
                         {"words", run.Report.End.Words},
@@ -54,7 +58,7 @@ int RunRecord(TRecordOptions options, TConsole& console) {
   if (TWireClient* const client = attachment.Client()) return RecordThere(options, row, *client, console);
   const auto signals = OrThrowAt(ParseSignals(options.Signals), pbRequest, "--signals");
   const TParamTexts texts = ReadParams(row, options.Params);
-  const TMotionCall call = CallOf(row, texts, options.Limits().Bounds, true);
+  const TMotionCall call = CallAlone(row, texts, options.Limits());
 
   const auto run = MakeRun(options, {}, console);
   // Opened before anything moves: what cannot be written is not worth a run.
@@ -68,10 +72,7 @@ int RunRecord(TRecordOptions options, TConsole& console) {
   const TRunReport report = run->Run(make, kLongestMs, kTailMs);
   recording.Finish();
 
-  console.SayLines(report.Notes);
-  console.Say("");
-  console.Say(Show(SShotEnded, report.End.Words.c_str(), ShownMs(report.DurationMs)));
-  console.Say(options.Out);
+  TellEnd(report, options, console);
   return console.Print({{"procedure", row.Name},
                         {"seed", options.Seed},
                         {"success", report.Success()},

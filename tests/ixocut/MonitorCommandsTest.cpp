@@ -168,12 +168,18 @@ TEST_F(MonitorCommands, APlotIsAPictureAndWithoutGnuplotAMessage) {
   EXPECT_THAT(Read("it's.svg"), testing::AllOf(HasSubstr("<svg"), HasSubstr("Position (mm)"), HasSubstr("Laser")));
 }
 
+TEST_F(MonitorCommands, AFailureThatWasRecordedSaysWhereAndWhy) {
+  const TRun failed = Ixocut("record --procedure wait-emission --state s --out a.csv");
+  EXPECT_EQ(failed.ExitCode, 1);
+  EXPECT_THAT(failed.Out, HasSubstr("; at: wait-emission, 1/1 Wait until the shutter is open; why: step "));
+}
+
 TEST_F(MonitorCommands, AWrongCommandLineDoesNothing) {
-  for (const char* command :
-       {"record --out a.csv", "record --procedure nothing --out a.csv", "record --procedure cover",
-        "record --procedure cover --out a.csv --signals speed.9", "monitor",
-        "record --procedure cover --out a.csv --signals speed,", "monitor plot x --out a.csv",
-        "monitor convert x --to rows --out a.csv", "monitor show"}) {
+  for (const char* command : {"record --out a.csv", "record --procedure nothing --out a.csv",
+                              "record --procedure cover", "record --procedure cover --out a.csv --signals speed.9",
+                              "monitor", "record --procedure cover --out a.csv --signals speed,",
+                              "monitor plot x --out a.csv", "monitor convert x --to rows --out a.csv", "monitor show",
+                              "record --procedure wait-input --input 5 --time 100 --output 1 --out a.csv"}) {
     const TRun run = Ixocut(command);
     EXPECT_EQ(run.ExitCode, 2) << command << run.Err;
     EXPECT_FALSE(std::filesystem::exists(FDir.Path() / "a.csv")) << command;
