@@ -7,6 +7,7 @@
 #include "ixocamglue/platform/services/AppSys.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocut/Command.h"
+#include "ixocut/OperatorTexts.h"
 #include "ixocut/link/LinkOptions.h"
 
 namespace ixocut {
@@ -111,6 +112,7 @@ TDevicePtr<TModbusComm> MakeMaster(const TModbusCommand& command, const TTransfe
 
 int RunModbus(const TModbusCommand& command, TConsole& console) {
   const TTransferAsked task = TaskOf(command);
+  const TOperatorTexts texts(console);  // the log's; made before it, as the library's start has nothing to say there
   TLogLines sink;
   TLogService logs;
   logs.AddSink(sink);
@@ -247,6 +249,7 @@ void AddTransfer(TCommand modbus, bool write) {
   command.Number("--watch", options.Watch, 1, 86'400'000, "ms", Tr("Again after this pause, until stopped"));
   AddJsonOption(command, options.Json);
   command.Flag("--frames", options.Frames, Tr("Print the bytes that were sent and received"));
+  AddLanguageOption(command, options.Language);
   if (write)
     command.Help(
         {.Notes = Tr("A write whose reply does not come may have happened; one to unit 0 of a line goes to all units, "

@@ -202,6 +202,9 @@ TEST_F(DeviceCommands, WhatWentWrongIsSaidInWords) {
     const TPlcProcess plc({"--misbehave", "wrong-unit"});
     TRun run = English("modbus read --addr 0 --tcp " + plc.Tcp);
     EXPECT_THAT(run.All(), HasSubstr("invalid reply: the reply is another unit's"));
+    run = English("modbus read --addr 0 --json --tcp " + plc.Tcp);
+    const auto log = nlohmann::json::parse(run.Out).at("result").at("log");
+    EXPECT_EQ(log, nlohmann::json({"Character check failed, CMD0"})) << "in the language that was asked for";
     run = English("link doctor --tcp " + plc.Tcp);
     EXPECT_EQ(run.ExitCode, 3);
     EXPECT_THAT(run.All(), HasSubstr("FAULT Unit 2 answers instead of unit 1\n      -> Try --unit 2"));
