@@ -41,10 +41,9 @@ int RunCheck(const TControllerSettings& options, TConsole& console) {
   std::optional<TProblem> problem;
   const auto silent = std::ranges::count_if(ports, [](const TMachinePort& port) { return !port.Facts.Readable; });
   if (silent > 0)
-    problem =
-        TProblem{.What = Format(Tr("%zu of %zu ports cannot be read"), static_cast<std::size_t>(silent), ports.size()),
-                 .Why = Tr("their devices do not answer, or their values are too old"),
-                 .Remedy = Tr("look at power, cable and address of each")};
+    problem = {.What = Format(Tr("%zu of %zu ports cannot be read"), static_cast<std::size_t>(silent), ports.size()),
+               .Why = Tr("their devices do not answer, or their values are too old"),
+               .Remedy = Tr("look at power, cable and address of each")};
   TRows rows{{Tr("device"), Tr("driver"), Tr("address"), Tr("value"), Tr("age ms"), Tr("limits"), Tr("warning")}};
   for (const TMachinePort& port : ports) rows.push_back(PortRow(port));
   if (ports.empty())

@@ -120,11 +120,10 @@ class TTour {
                                             .Why = SystemErrorText(error.value())});
     }
     MakeFolder(folder / "state").OrThrow(pbUnusable);
-    if (!TouchMark(folder / kTourMark))
+    if (!std::ofstream(folder / kTourMark))
       throw EProblem(pbUnusable, TProblem{.What = Tr("the folder cannot be written to"), .Where = folder.string()});
     return folder;
   }
-  static bool TouchMark(const fs::path& mark) { return static_cast<bool>(std::ofstream(mark)); }
 
   void Begin(const char* title, const std::string& command) {
     FConsole.Say("");
