@@ -1,4 +1,3 @@
-#include <fstream>
 #include <sstream>
 
 #include <gtest/gtest.h>
@@ -6,151 +5,38 @@
 
 #include "controller/config/ConfigView.h"
 #include "fixture/Faults.h"
+#include "fixture/OwnConfig.h"
 #include "fixture/Quotes.h"
-#include "fixture/TempDir.h"
 #include "ixocamglue/config/Uassistconfig.h"
-#include "ixocamglue/platform/xml/MachineConfig.h"
 
 namespace ixocamglue::test {
 using namespace ixocontroller;
 namespace {
 
-class AssistConfig : public testing::Test {
+class AssistConfig : public testing::Test, protected TOwnConfig {
  protected:
   AssistConfig() { InitCamConfigs(Config); }
   ~AssistConfig() override { FreeAssistConfig(); }
 
   std::string Load(std::string_view sections) {
-    std::ofstream(File, std::ios::binary)
-        << DoubleQuoted("<MachineConfig>" + std::string(sections) + "</MachineConfig>");
-    const auto loaded = Config.Load(File);
-    return loaded ? "" : loaded.Problem().Text();
+    return TOwnConfig::Load(DoubleQuoted("<MachineConfig>" + std::string(sections) + "</MachineConfig>"));
   }
   std::string SaveAndRead() {
     EXPECT_TRUE(Config.Save());
-    std::ifstream in(File, std::ios::binary);
-    std::string bytes{std::istreambuf_iterator<char>(in), {}};
+    std::string bytes = FileText(File);
     EXPECT_TRUE(Config.Load(File));
     return bytes;
   }
 
   TFaultWatch Faults;
-  TTempDir Dir;
-  std::filesystem::path File = Dir.Path() / "machine.xml";
-  TMachineConfig Config;
   const TInstalled<TMachineConfig> Installed{Config};
 };
 
-// Name, type (b Boolean, i Integer, c Cardinal, d Double, e Extended, s string) and, where there is one, the default.
-struct TInventory {
-  const char *Section, *Properties;
-};
-constexpr TInventory kInventory[] = {
-    {"AutoCleanHead",
-     "CleanBrushHeight:d CleanCount:i CleanCurveStyle:i CleanCurveLength:d CleanCurveWidth:d CleanCurveDir:i "
-     "CleanHeadEnabled:b CleanGasBranch:i CleanGasOpen:b CleanGasPressure:d CleanRefPtX:d CleanRefPtY:d CleanRefPtX2:d "
-     "CleanRefPtY2:d CleanReturnXPos:d CleanReturnYPos:d CleanSpeed:d CleanZPos:d CleanZPos2:d CleanZReturn0:b "
-     "CleanReturnStyle:i Initialized:b UseDoubleBrushes:b"},
-    {"MaintainCutHead", "Enabled:b PosX:d PosY:d PosZ:d Focus:d"},
-    {"LaserAlignment", ""},
-    {"PhotoPaperDetect", "LaserPowerPer:d LaserRatio:d LaserPwm:i LaserDuration:i"},
-    {"FloatCalibration", "AutoCailEnabled:b AdjustCapPermitHeight:d FinishFirstCali:b PosX:d PosY:d PosZ:d"},
-    {"CustomCamParams", ""},
-    {"EdgeSeekVison", ""},
-    {"NozzleChange",
-     "OutCapOpen:i OutCapClose:i OutStageUp:i OutStageDown:i InCapOpenOK/Port:i InCapOpenOK/Level:i "
-     "InCapCloseOK/Port:i "
-     "InCapCloseOK/Level:i InStageUpOK/Port:i InStageUpOK/Level:i InStageDownOK/Port:i InStageDownOK/Level:i "
-     "MotorAxis:i CapCaliAfterChange:b ChangeNozzleEnabled:b MotorDir:b LiftHeightAfterUn:e LiftPosAfterIn:e "
-     "ZMoveLowSpeed:e ZMoveHighSpeed:e ReplaceStyle:i InstallID:i UninstallID:i ZDis:d=20 Version:i "
-     "NozzlePosItems/RowCount:i NozzlePosItems/ColCount:i NozzlePosItems/PosItem[]/Row:i "
-     "NozzlePosItems/PosItem[]/Col:i NozzlePosItems/PosItem[]/X:e NozzlePosItems/PosItem[]/Y:e "
-     "NozzlePosItems/PosItem[]/Z:e NozzlePosItems/PosItem[]/UninstZ:e NozzlePosItems/PosItem[]/UseDiffZ:b "
-     "NozzlePosItems/PosItem[]/InstCnt:e NozzlePosItems/PosItem[]/UnInstCnt:e NozzlePosItems/PosItem[]/AlignCnt:e "
-     "NozzlePosItems/PosItem[]/InstSpeed:e NozzlePosItems/PosItem[]/UnInstSpeed:e "
-     "NozzlePosItems/PosItem[]/AlignSpeed:e NozzlePosItems/PosItem[]/InReady/Port:i "
-     "NozzlePosItems/PosItem[]/InReady/Level:i Jog/Slow:d Jog/Medium:d Jog/High:d Jog/FixedStep:b Jog/FixedDistance:d "
-     "NozzleItems/NozzleItem[]/ID:i NozzleItems/NozzleItem[]/Name:s NozzleItems/NozzleItem[]/PosRow:i "
-     "NozzleItems/NozzleItem[]/PosCol:i"},
-    {"Blanking", "Enabled:b PosX:d PosY:d"},
-    {"VisionGlbParams", "CameraEnabled:b"},
-    {"StrokeMeasurement",
-     "XNeg:e XPos:e YNeg:e YPos:e XMaxNeg:e XMaxPos:e YMaxNeg:e YMaxPos:e XNegativeRange:e XPositiveRange:e "
-     "YNegativeRange:e YPositiveRange:e IsFinished:b"},
-    {"UCSOrgName", "UCSNum:i LastUCSOrg:i UCSName<n>:s"},
-    {"Follower/CaliResults",
-     "MaxCnt:i=20 CaliRst[]/Time:s CaliRst[]/Cap:d CaliRst[]/SteadyLv:i CaliRst[]/SmoothLv:i CaliRst[]/CaliCapRange:d "
-     "CaliRst[]/ErrorType:i"},
-    {"ScanCode", "ScanCodeEnabled:b"},
-    {"CloudCut", "CloudCutEnabled:b"},
-    {"FocusDebug", "BeamSize:e FocusStart:e FocusEnd:e FocusSpace:e LineLength:i LineDistance:i FrameWidth:i"},
-    {"MoltenPoolDebug", "LineCount:i LineLength:i LineDistance:i FrameWidth:i"},
-    {"Healths",
-     "Health[]/Desc:s Health[]/Key:s Health[]/AddMode:i Health[]/PromptTime:d Health[]/Countdown:d "
-     "Health[]/WarningTime:d Health[]/TimeMode:i Health[]/PromptType:i Health[]/AllowIgnore:b Health[]/OpreLevel:i"},
-    {"MarkPoints",
-     "MarkPoint[]/FlagIndex:i MarkPoint[]/CustomDesc:s MarkPoint[]/Enabled:b MarkPoint[]/IsSystemDefine:b"},
-    {"SysDelay", "IsFinished:b SysDelayX:d SysDelayY:d LastTime:d MoveDis:d MoveSpeed:d"},
-    {"StrayLight",
-     "LaserParams/LaserPowerPer:d LaserParams/LaserRatio:d LaserParams/LaserPwm:i LaserParams/LaserDuration:i "
-     "DefMaxStrayLight:i DefMaxDiffStray:i DefMaxStrayLightLimit:i StaryLightLimit:i StrayLightExcellent:i "
-     "StrayLightGood:i StrayLightMiddle:i StrayLightPoor:i StrayLightLv:i FocusStart:d FocusEnd:d FocusStep:d "
-     "FocusOptimalPos:d FocusOptimalNeg:d"},
-    {"ModbusStore",
-     "StoreEnabled:b WriteCurDrawingParamAddr:i WriteNextDrawingParamAddr:i UCSInfoEnabled:b WriteUCSInfoParamAddr:i "
-     "ExportFileNameEnabled:b WriteFileNameParamAddr:i DataTransConfig/CommPort:i=1 "
-     "DataTransConfig/CommSettings:s=9600,n,8,1 DataTransConfig/UseTcp:b DataTransConfig/TcpHost:s=127.0.0.1 "
-     "DataTransConfig/TcpPort:i=502 DataTransConfig/IsModbusTcp:b "
-     "DataTransConfig/ProbeRegister:i=-1"},
-    {"IxoCutParams/ClientDebug",
-     "SeekEdgeBeforeStart:b AutoChangeDrawing:b JogFixed:b FitStyle:i ReturnStyle:i UCSIndex:i JogDistance:d "
-     "ViewType:i "
-     "StepDistance:d StepSpeed:d MarkPointFlag:i WorkedCount:i ExportSelOnly:b ConnerMarkEnable:b AutoNextModel:b "
-     "HintWorkDone:b CtrlRemoteActive:b SlaveSelected:b AutoCleanHeadConfig/AutoCleanEnabled:b "
-     "AutoCleanHeadConfig/PresetPierceCount:i AutoCleanHeadConfig/AutoCailAfterClean:b "
-     "AutoCleanHeadConfig/LastPierceCount:i AutoCleanHeadConfig/LastPierceTotal:i "
-     "ManualLaserConifg/LaserParams1/LaserDiodeCurrent:d ManualLaserConifg/LaserParams1/LaserFrequency:i "
-     "ManualLaserConifg/LaserParams1/LaserRatio:d ManualLaserConifg/LaserParams2/LaserDiodeCurrent:d "
-     "ManualLaserConifg/LaserParams2/LaserFrequency:i ManualLaserConifg/LaserParams2/LaserRatio:d "
-     "ManualLaserConifg/LaserParams3/LaserDiodeCurrent:d ManualLaserConifg/LaserParams3/LaserFrequency:i "
-     "ManualLaserConifg/LaserParams3/LaserRatio:d"},
-    {"IxoCutParams/InVivoDetection",
-     "Enabled:b ReportType:i IgnoreAlarmWhenWalkAround:b CommAlarmDelayMs:c ReportPort:i AlarmCfg/Number:i "
-     "AlarmCfg/Desc:s AlarmCfg/Reason:s AlarmCfg/Solution:s"},
-    {"IxoCutParams/LaserTest",
-     "LaserParam/LaserPowerPer:d LaserParam/LaserRatio:d LaserParam/LaserPwm:i LaserParam/LaserDuration:i "
-     "EnableFixLaserOnTime:b"},
-};
-constexpr const char* kIxoCut =
-    "InitRTOSTimeOut:i TaskSortType:i AutoRun:b ServoStruct:i FastResume:b UserOnline:b MultiStation:b UseSoftPanel:b "
-    "DefaultLayerCheck:b UseNineLevelPiece:b AutoMatchTech:b AlignmentDiagramPath:s";
-
-std::string Line(const TPropertyView& view, std::size_t skip) {
-  static const std::map<std::string, std::string, std::less<>> letters = {
-      {"Boolean", "b"}, {"Integer", "i"}, {"Cardinal", "c"}, {"Double", "d"}, {"Extended", "e"}, {"string", "s"}};
-  std::string line = view.Path.substr(skip) + ":" + letters.at(view.Type);
-  if (!view.Default.empty() && view.Default != "0" && view.Default != "False") line += "=" + view.Default;
-  return line;
-}
-
-TEST_F(AssistConfig, EachSectionHasItsPropertiesInOrderWithTypeAndDefault) {
+// Which properties there are, in which order, with which type and default, holds the reference of the machine file.
+TEST_F(AssistConfig, RecordsAreThereOnce) {
   const auto views = ViewProperties(Config, true);
-  for (const auto& [section, properties] : kInventory) {
-    std::string found;
-    const std::string prefix = std::string(section) + "/";
-    for (const auto& view : views)
-      if (view.Path.starts_with(prefix)) found += (found.empty() ? "" : " ") + Line(view, prefix.size());
-    EXPECT_EQ(found, properties) << section;
-  }
-  std::string cut;
-  constexpr std::size_t kPrefix = sizeof "IxoCutParams";
-  for (const auto& view : views)
-    if (view.Path.starts_with("IxoCutParams/") && view.Path.find('/', kPrefix) == std::string::npos)
-      cut += (cut.empty() ? "" : " ") + Line(view, kPrefix);
-  EXPECT_EQ(cut, kIxoCut);
   InitCamConfigs(Config);
   EXPECT_EQ(ViewProperties(Config, true).size(), views.size());
-  EXPECT_TRUE(Faults.Claim().empty());
 }
 
 // A value that no other property has.
@@ -212,8 +98,7 @@ TEST_F(AssistConfig, ADifferentValueInEveryFieldComesBackAsAttributeAndAsElement
   std::ostringstream written;
   document.save(written);
   const std::string elements = written.str();
-  std::ofstream(File, std::ios::binary) << elements;
-  ASSERT_TRUE(Config.Load(File));
+  ASSERT_EQ(TOwnConfig::Load(elements), "");
   expectAll();
   EXPECT_EQ(SaveAndRead(), elements);
 }
@@ -291,24 +176,19 @@ TEST_F(AssistConfig, ListsKeepTheirLimitsAndNeverReadWhatIsTheProgramsOwn) {
 }
 
 TEST_F(AssistConfig, TheBaudRateIsTheNumberBeforeTheFirstComma) {
-  struct TCase {
-    const char* Settings;
-    std::int32_t Baudrate;
-    const char* After;
-  };
-  const TCase cases[] = {{"9600,n,8,1", 9600, "19200,n,8,1"},
-                         {"+4800,e", 4800, "19200,e"},
-                         {",n,8,1", 9600, ",n,8,1"},
-                         {"fast,n", 9600, "fast,n"},
-                         {"19200", 9600, "19200"},
-                         {" 300,n", 9600, " 300,n"},
-                         {"99999999999,n", 9600, "99999999999,n"}};
+  const std::tuple<const char*, std::int32_t, const char*> cases[] = {{"9600,n,8,1", 9600, "19200,n,8,1"},
+                                                                      {"+4800,e", 4800, "19200,e"},
+                                                                      {",n,8,1", 9600, ",n,8,1"},
+                                                                      {"fast,n", 9600, "fast,n"},
+                                                                      {"19200", 9600, "19200"},
+                                                                      {" 300,n", 9600, " 300,n"},
+                                                                      {"99999999999,n", 9600, "99999999999,n"}};
   TDataTransConfig config;
-  for (const TCase& c : cases) {
-    config.CommSettings = c.Settings;
-    EXPECT_EQ(config.GetBaudrate(), c.Baudrate) << c.Settings;
+  for (const auto& [settings, baudrate, after] : cases) {
+    config.CommSettings = settings;
+    EXPECT_EQ(config.GetBaudrate(), baudrate) << settings;
     config.SetBaudrate(19200);
-    EXPECT_EQ(config.CommSettings, c.After);
+    EXPECT_EQ(config.CommSettings, after);
   }
 }
 

@@ -1,31 +1,22 @@
-#include <fstream>
 
 #include <gtest/gtest.h>
 
+#include "fixture/OwnConfig.h"
 #include "fixture/Quotes.h"
-#include "fixture/TempDir.h"
+#include "fixture/Texts.h"
 #include "ixocamglue/config/Libmachinecfg.h"
 #include "ixocamglue/config/Ucamglue.h"
 
 namespace ixocamglue::test {
 namespace {
 
-class MachineQueries : public testing::Test {
+class MachineQueries : public testing::Test, protected TOwnConfig {
  protected:
-  void Load(std::string_view sections, TMachineConfig& config) {
-    std::ofstream(File, std::ios::binary)
-        << DoubleQuoted("<MachineConfig>" + std::string(sections) + "</MachineConfig>");
-    ASSERT_TRUE(config.Load(File));
+  static void Load(std::string_view sections, TOwnConfig& own) {
+    ASSERT_EQ(own.Load(DoubleQuoted("<MachineConfig>" + std::string(sections) + "</MachineConfig>")), "");
   }
-  void Load(std::string_view sections) { Load(sections, Config); }
-  std::string Bytes() {
-    std::ifstream in(File, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-  }
-
-  TTempDir Dir;
-  std::filesystem::path File = Dir.Path() / "machine.xml";
-  TMachineConfig Config;
+  void Load(std::string_view sections) { Load(sections, *this); }
+  std::string Bytes() { return FileText(File); }
   const TInstalled<TMachineConfig> Installed{Config};
 };
 
@@ -56,11 +47,7 @@ TEST_F(MachineQueries, GasNamesAreExactAndTheDictionaryAnswersForWhatIsNotListed
 }
 
 TEST_F(MachineQueries, TheCuttingHeadIsFoundByBusIdentityAndThenByModel) {
-  struct TCase {
-    const char* Sections;
-    int Type;
-  };
-  const TCase cases[] = {
+  const std::pair<const char*, int> heads[] = {
       {"<CutHead Model='Precitec'/>", 0},
       {"<CutHead Model='HighYag'/>", 1},
       {"<CutHead Model='Procutter'/>", 2},
@@ -73,9 +60,9 @@ TEST_F(MachineQueries, TheCuttingHeadIsFoundByBusIdentityAndThenByModel) {
       {"<Slaves><Slave Identity='-536870844' ProductNo='43'/></Slaves>", 6},
       {"<Slaves><Slave Identity='0xE0000044' ProductNo='42'/></Slaves>", 7},
   };
-  for (const TCase& c : cases) {
-    Load(c.Sections);
-    EXPECT_EQ(GetCutHeadType(), c.Type) << c.Sections;
+  for (const auto& [sections, type] : heads) {
+    Load(sections);
+    EXPECT_EQ(GetCutHeadType(), type) << sections;
   }
   Load(
       "<CutHead Model='procutter'/><HeightController Model='ZEM401'/><Slaves><Slave/><Slave HeadDesc='BM'/></Slaves>"
@@ -120,11 +107,11 @@ TEST_F(MachineQueries, EveryAxisParameterThatMattersCountsAsAChange) {
     return std::string(gantry) + "<Axes><Axis Name='X' SoftLimitPos='3000' " + x + "><Drive MmPerRev='20' " + drive +
            "/></Axis><Axis Name='Y'/></Axes>";
   };
-  TMachineConfig other;
+  TOwnConfig other;
   Load(sections("", "", ""));
   const auto modified = [&](const std::string& x, const std::string& drive, const char* gantry = "") {
     Load(sections(x, drive, gantry), other);
-    return AxisParamModify(Config, other);
+    return AxisParamModify(Config, other.Config);
   };
   EXPECT_FALSE(modified("MaxSpeed='5'", ""));
   EXPECT_FALSE(modified("SoftLimitNeg='0.0000005'", ""));
