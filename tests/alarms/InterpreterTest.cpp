@@ -1,10 +1,10 @@
-#include <fstream>
 
 #include <gtest/gtest.h>
 
 #include "controller/process/StateFolder.h"
-#include "fixture/Faults.h"
-#include "fixture/TempDir.h"
+#include "fixture/Installed.h"
+#include "fixture/OwnConfig.h"
+#include "fixture/Texts.h"
 #include "ixocamglue/Library.h"
 #include "ixocamglue/alarms/Almintprt.h"
 #include "ixocamglue/alarms/Ualarmdefs.h"
@@ -61,10 +61,9 @@ class Interpreter : public testing::Test {
   }
 
   TAppSys App;
-  TInstalled<TAppSys> AppInstalled{App};
   std::shared_ptr<TDefinitions> Definitions = std::make_shared<TDefinitions>();
   TAlarmsConfig Config;
-  TInstalled<TAlarmsConfig> ConfigInstalled{Config};
+  TAllInstalled<TAppSys, TAlarmsConfig> Installed{App, Config};
 };
 
 TEST_F(Interpreter, MembersAreReadByTheirExactNamesAndOddOnesTolerated) {
@@ -103,12 +102,8 @@ TEST_F(Interpreter, AMissingServiceThrowsItsTextAndKeepsTheOldTexts) {
   Offer(R"([{"HelpID":"A#1"}])");
   TAlarmInterpreter interpreter;
   App.Unregister(IID_IAlarmInterpreterSvc);
-  try {
-    interpreter.InitAlarmDict();
-    ADD_FAILURE();
-  } catch (const std::runtime_error& e) {
-    EXPECT_STREQ(e.what(), "Appsys Cannot support IAlarmInterpreterSvc, Fail in doing InitAlarmDict");
-  }
+  EXPECT_EQ(Thrown<std::runtime_error>([&] { interpreter.InitAlarmDict(); }),
+            "Appsys Cannot support IAlarmInterpreterSvc, Fail in doing InitAlarmDict");
   EXPECT_TRUE(Has(interpreter, "A#1"));
 }
 
@@ -151,9 +146,8 @@ TEST_F(Interpreter, AMessageIsExplainedOrExplainsItself) {
 
 TEST_F(Interpreter, TheLibraryMakesItOnceAndALanguageRebuildsIt) {
   TLocaleReader reader(ShareFolder() / "locale");
-  const TInstalled<TLocaleReader> readerInstalled(reader);
   TLocaleManager manager;
-  const TInstalled<TLocaleManager> managerInstalled(manager);
+  const TAllInstalled<TLocaleReader, TLocaleManager> installed(reader, manager);
   EXPECT_EQ(AlarmInterpreter(), nullptr) << "before the library's start";
   {
     const TLibrary library;
@@ -183,8 +177,7 @@ TTexts Texts(const std::vector<TProblem>& problems) {
 TEST(AlarmDefinitions, TheListsAreInOrderAndNameTheSameAlarms) {
   std::vector<std::string> ids[2];
   for (const int language : {0, 1}) {
-    std::ifstream in(ShareFolder().string() + (language == 0 ? "/alarms/zh.json" : "/alarms/en.json"));
-    const std::string json{std::istreambuf_iterator<char>(in), {}};
+    const std::string json = FileText(ShareFolder() / "alarms" / (language == 0 ? "zh.json" : "en.json"));
     EXPECT_EQ(Texts(CheckAlarmDefinitions(json)), TTexts{});
     for (std::size_t at = 0; (at = json.find("\"HelpID\": ", at)) != std::string::npos; ++at)
       ids[language].push_back(json.substr(at, json.find(',', at) - at));
@@ -208,18 +201,15 @@ TEST(AlarmDefinitions, WhatIsWrongIsNamedWithItsPlace) {
                     "[2] A: \"BrifDesc\" is empty or missing", "[2] A: \"Extra\" is no member of a definition",
                     "[2] A: \"HelpID\" is \"A\", as in entry [1]", "[2] A: \"Code\" is \"1\", as in entry [1]"}));
 
-  const TTempDir folder;
-  std::ofstream(folder.Path() / "m.xml") << R"(<MachineConfig><Alarms>
+  const TOwnConfig own(R"(<MachineConfig><Alarms>
     <UserAlarm Number="1" Description="d" Reason="r" Solution="s"/>
     <UserAlarm Number="1" Description=" " Reason="r" Solution="s"/>
     <UserAlarm Number="x" Description="d" Reason="r" Solution="s"/>
     <UserAlarm Number="1004" Description="d" Reason="r" Solution="s"/>
     <MultiBitGroup Bits="2"><Item Value="4" Description="d" Reason="r" Solution="s"/></MultiBitGroup>
     <MultiBitGroup Bits="3"><Item Value="0" Description="d" Reason="r" Solution="s"/></MultiBitGroup>
-    </Alarms></MachineConfig>)";
-  TMachineConfig config;
-  ASSERT_TRUE(config.Load(folder.Path() / "m.xml"));
-  EXPECT_EQ(Texts(CheckAlarmsSection(config.Section("Alarms"))),
+    </Alarms></MachineConfig>)");
+  EXPECT_EQ(Texts(CheckAlarmsSection(own.Config.Section("Alarms"))),
             (TTexts{"Alarms/UserAlarm[2]/Description: the text is empty",
                     "Alarms/UserAlarm[2]: its number 1001 is that of Alarms/UserAlarm[1]",
                     "Alarms/UserAlarm[3]/Number: \"x\" is no whole number",

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include "fixture/Texts.h"
 #include "ixocamglue/alarms/Xmlist.h"
 
 namespace ixocamglue::test {
@@ -38,14 +39,8 @@ TEST(LoopList, InsertOutOfRangeThrowsTheTextAndDoesNotGrow) {
   TLoopList<int> list(2);
   list.Add(1);
   list.Add(2);
-  for (const std::int32_t index : {-1, 3}) {
-    try {
-      list.Insert(index, 9);
-      ADD_FAILURE() << index;
-    } catch (const std::out_of_range& e) {
-      EXPECT_STREQ(e.what(), "E:TLoopList<T>.Insert Index out of range!");
-    }
-  }
+  for (const std::int32_t index : {-1, 3})
+    EXPECT_EQ(Thrown<std::out_of_range>([&] { list.Insert(index, 9); }), "E:TLoopList<T>.Insert Index out of range!");
   EXPECT_EQ(list.GetCapacity(), 2);
   EXPECT_EQ(Items(list), (std::vector<int>{1, 2}));
 }

@@ -4,11 +4,11 @@
 #include <gtest/gtest.h>
 
 #include "fixture/Faults.h"
+#include "fixture/LogTexts.h"
 #include "ixocamglue/alarms/Ualarmmanager.h"
 #include "ixocamglue/platform/alarms/NcSimpleAlarmSource.h"
 #include "ixocamglue/platform/ports/Alarmintf.h"
 #include "ixocamglue/platform/services/Clock.h"
-#include "ixocamglue/platform/services/Log.h"
 
 namespace ixocamglue::test {
 namespace {
@@ -73,14 +73,6 @@ TEST(AlarmFifos, ACappedHistoryIsReplayedBehindWhatIsActive) {
   EXPECT_EQ(replayed, (TTexts{"first", "second", "off", "on", "off", "stands"}));
 }
 
-class TLogLines final : public ILogSink {
- public:
-  void Write(const TLogRecord& r) override {
-    Lines.push_back(std::to_string(r.Kind) + " " + std::to_string(r.Colour) + " " + r.Text);
-  }
-  TTexts Lines;
-};
-
 // The client's thread waits beside the test; the time is the test's.
 class TTestsClock final : public IClock {
  public:
@@ -95,8 +87,13 @@ class TTestsClock final : public IClock {
   std::atomic<std::uint64_t> FNow{0};
 };
 
-class Manager : public testing::Test {
+class Manager : public testing::Test, protected TLogWorld {
  protected:
+  Manager() {
+    Sink.Form = [](const TLogRecord& r) {
+      return std::to_string(r.Kind) + " " + std::to_string(r.Colour) + " " + r.Text;
+    };
+  }
   // Without a store nothing leaves the client.
   void Make(TAlarmLimits limits = {}) {
     Alarms.emplace([this] { return Nc; }, limits);
@@ -124,11 +121,6 @@ class Manager : public testing::Test {
 
   TTestsClock Clock;
   TInstalled<IClock> ClockInstalled{Clock};
-  TLogLines Sink;
-  TLogService Logs;
-  TInstalled<TLogService> LogsInstalled{Logs};
-  TAppSys App;
-  TInstalled<TAppSys> AppInstalled{App};
   TNcAlarmManager Package;
   TNcAlarmManager* Nc = &Package;
   std::optional<TAlarmManager> Alarms;
@@ -173,32 +165,26 @@ TEST_F(Manager, OddEventsAreNeverDropped) {
 }
 
 TEST_F(Manager, EveryEventIsLoggedUnlessALimitLeavesLinesOut) {
-  Logs.AddSink(Sink);
   Make({.QueueThreshold = 3, .LogLinesPerSecond = 2});
   Raise("门打开", 1, naForbidCut);
   Clear("T#1");
   Raise("left out", 1, naForbidCut);
-  Logs.DrainOnce();
-  const TTexts expected{"7 0 出现报警：门打开", "4 65280 报警解除：门打开",
-                        "4 0 an alarm queue has grown to 3 messages (threshold 3)"};
-  EXPECT_EQ(Sink.Lines, expected);
+  EXPECT_EQ(Log(), (TTexts{"7 0 出现报警：门打开", "4 65280 报警解除：门打开",
+                           "4 0 an alarm queue has grown to 3 messages (threshold 3)"}));
   Clock.Sleep(1000);
   Clear("T#1");
-  Logs.DrainOnce();
-  ASSERT_EQ(Sink.Lines.size(), 5U);
-  EXPECT_EQ(Sink.Lines[3], "4 0 1 lines of alarms were left out here; the alarms themselves were not");
+  const TTexts log = Log();
+  ASSERT_EQ(log.size(), 2U);
+  EXPECT_EQ(log[0], "4 0 1 lines of alarms were left out here; the alarms themselves were not");
   EXPECT_EQ(Popped().size(), 4U) << "the alarms themselves are not left out";
 }
 
 TEST_F(Manager, AQueueThatStaysLongIsReportedOnceHoweverTheLevelsAlternate) {
-  Logs.AddSink(Sink);
   Make({.QueueThreshold = 4});
   for (int id = 0; id < 8; ++id) Raise("tells", id, naShownOnly);
   Raise("stops", 9, naForbidCut);
   Raise("tells", 10, naShownOnly);
-  Logs.DrainOnce();
-  EXPECT_EQ(std::ranges::count_if(Sink.Lines, [](const std::string& line) { return line.find("grown") != line.npos; }),
-            1);
+  EXPECT_EQ(std::ranges::count_if(Log(), [](const std::string& line) { return line.find("grown") != line.npos; }), 1);
 }
 
 TEST_F(Manager, WithoutAnAlarmPackageThereIsNothingToPop) {

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "fixture/Faults.h"
+#include "fixture/Installed.h"
 #include "ixocamglue/platform/alarms/NcAlarmManager.h"
 #include "ixocamglue/platform/ports/CutStates.h"
 #include "ixocamglue/platform/services/VirtualClock.h"
@@ -104,16 +105,14 @@ class BeamWatch : public testing::Test {
   [[nodiscard]] bool Asked() { return Watch.LaserAsked.Runs() || Watch.EmissionAsked.Runs(); }
 
   TVirtualClock Time;
-  TInstalled<IClock> ClockInstalled{Time};
   TNcRegistry Registry;
-  TInstalled<TNcRegistry> RegistryInstalled{Registry};
+  TAllInstalled<IClock, TNcRegistry> Services{Time, Registry};
   TFaultWatch Faults;
   TNcStateFramework Framework;
   TNcWatch& Watch = Framework.Watch();
   TNcAlarmManager Alarms;
-  TInstalled<TNcAlarms> AlarmsInstalled{Alarms};
   TSource Source{Watch};
-  TInstalled<TNcCutSystem> SourceInstalled{Source};
+  TAllInstalled<TNcAlarms, TNcCutSystem> Machine{Alarms, Source};
 };
 
 TEST_F(BeamWatch, ACauseEndsTheStateInTheNextPassAndStopAndAlarmComeFirst) {

@@ -8,6 +8,7 @@
 
 #include "fixture/CrashDisk.h"
 #include "fixture/TempDir.h"
+#include "fixture/Texts.h"
 #include "ixocamglue/platform/xml/XmlConfig.h"
 #include "ixocamglue/support/Format.h"
 
@@ -16,12 +17,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string Content(const fs::path& file) {
-  std::ifstream in(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
-
-const std::string kName = "/m/machine.xml";
+const std::string kMachine = "/m/machine.xml";
 
 TEST(DurableSave, EveryCrashLeavesTheLastAcknowledgedOrTheNewFileWhole) {
   for (const bool hasLinks : {true, false}) {
@@ -30,28 +26,28 @@ TEST(DurableSave, EveryCrashLeavesTheLastAcknowledgedOrTheNewFileWhole) {
     const TInstalled<IFileLayer> installed(disk);
     std::string acknowledged = std::string(1500, 'a');
     std::string previous;
-    disk.Put(kName, acknowledged);
+    disk.Put(kMachine, acknowledged);
     std::string next;
     std::size_t images = 0;
     disk.OnCall = [&] {
       for (const auto& image : disk.CrashImages()) {
         ++images;
-        ASSERT_TRUE(image.contains(kName)) << disk.Log.back();
-        const std::string& content = image.at(kName);
+        ASSERT_TRUE(image.contains(kMachine)) << disk.Log.back();
+        const std::string& content = image.at(kMachine);
         ASSERT_TRUE(content == acknowledged || content == next) << disk.Log.back() << ": " << content.size();
-        const auto backup = image.find(kName + ".bak");
+        const auto backup = image.find(kMachine + ".bak");
         ASSERT_TRUE(backup == image.end() || backup->second == acknowledged || backup->second == previous)
             << disk.Log.back();
       }
     };
     for (const char c : {'b', 'c', 'd'}) {
       next = std::string(1400, c);
-      ASSERT_TRUE(ReplaceFile(kName, next, ".bak").Done);
+      ASSERT_TRUE(ReplaceFile(kMachine, next, ".bak").Done);
       previous = std::exchange(acknowledged, next);
       disk.OnCall();  // acknowledged: nothing older may come back
     }
     EXPECT_GT(images, 100u);
-    EXPECT_EQ(disk.Names(), (TCrashDisk::TImage{{kName, acknowledged}, {kName + ".bak", previous}}));
+    EXPECT_EQ(disk.Names(), (TCrashDisk::TImage{{kMachine, acknowledged}, {kMachine + ".bak", previous}}));
   }
 }
 
@@ -63,11 +59,11 @@ TEST(DurableSave, AFileIsAddedWholeOrNotAtAllAndNeverOverAnother) {
     const std::string first(1500, 'a');
     disk.OnCall = [&] {
       for (const auto& image : disk.CrashImages())
-        ASSERT_TRUE(!image.contains(kName) || image.at(kName) == first) << disk.Log.back();
+        ASSERT_TRUE(!image.contains(kMachine) || image.at(kMachine) == first) << disk.Log.back();
     };
-    ASSERT_TRUE(AddFile(kName, first).Done);
-    ASSERT_TRUE(AddFile(kName, "b").Done) << "another was first";
-    EXPECT_EQ(disk.Names(), (TCrashDisk::TImage{{kName, first}}));
+    ASSERT_TRUE(AddFile(kMachine, first).Done);
+    ASSERT_TRUE(AddFile(kMachine, "b").Done) << "another was first";
+    EXPECT_EQ(disk.Names(), (TCrashDisk::TImage{{kMachine, first}}));
   }
 }
 
@@ -76,19 +72,19 @@ TEST(DurableSave, AFullDiskAtAnyCallLeavesTheOldFileAndNoTemporaries) {
   for (int call = 0;; ++call) {
     TCrashDisk disk;
     const TInstalled<IFileLayer> installed(disk);
-    disk.Put(kName, "old");
+    disk.Put(kMachine, "old");
     disk.FailAt = call;
-    const TReplaced replaced = ReplaceFile(kName, "new", ".bak");
+    const TReplaced replaced = ReplaceFile(kMachine, "new", ".bak");
     if (disk.Calls <= call) break;
     const auto names = disk.Names();
     const std::string& step = disk.Log[static_cast<std::size_t>(call)];
     if (replaced.Done) {  // from the rename on
-      EXPECT_EQ(names.at(kName), "new") << step;
+      EXPECT_EQ(names.at(kMachine), "new") << step;
       EXPECT_EQ(replaced.Problem.empty(), !step.starts_with("flush folder")) << step;
       continue;
     }
     ++failed;
-    EXPECT_EQ(names.at(kName), "old") << step;
+    EXPECT_EQ(names.at(kMachine), "old") << step;
     EXPECT_NE(replaced.Problem.find("No space left"), std::string::npos) << replaced.Problem;
     for (const auto& [name, content] : names) EXPECT_FALSE(name.ends_with(".tmp")) << step;
   }
@@ -111,8 +107,8 @@ TEST(DurableSave, KeepsModeFollowsLinksAndTakesLeftoversAway) {
   std::ofstream(real.string() + ".1.tmp") << "of a process that lives";
   EXPECT_TRUE(ReplaceFile(link.string(), "new", ".bak").Done);
   EXPECT_TRUE(fs::is_symlink(link));
-  EXPECT_EQ(Content(real), "new");
-  EXPECT_EQ(Content(real.string() + ".bak"), "old");
+  EXPECT_EQ(FileText(real), "new");
+  EXPECT_EQ(FileText(real.string() + ".bak"), "old");
   EXPECT_EQ(static_cast<unsigned>(fs::status(real).permissions()), 0640u);
   EXPECT_EQ(std::distance(fs::directory_iterator(dir.Path() / "real"), {}), 3);
 }

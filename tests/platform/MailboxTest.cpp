@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include "fixture/Installed.h"
 #include "ixocamglue/platform/services/VirtualClock.h"
 #include "ixocamglue/platform/states/NcState.h"
 
@@ -61,9 +62,8 @@ TEST(Mailbox, NoRequestIsLostWhereverItMeetsThePass) {
       int turns = 0;
       for (;; ++turns) {
         TVirtualClock clock;
-        const TInstalled<IClock> clockInstalled(clock);
         TNcRegistry registry;
-        const TInstalled<TNcRegistry> registryInstalled(registry);
+        const TAllInstalled<IClock, TNcRegistry> installed(clock, registry);
         registry.RegisterStateCtrl(kState, [](auto& owner) { return std::make_unique<TEndingState>(owner); });
         TNcStateFramework states;
         states.RunOnce();
@@ -99,9 +99,8 @@ class Posted : public testing::Test {
   }
 
   TVirtualClock FClock;
-  TInstalled<IClock> FClockInstalled{FClock};
   TNcRegistry FRegistry;
-  TInstalled<TNcRegistry> FRegistryInstalled{FRegistry};
+  TAllInstalled<IClock, TNcRegistry> FInstalled{FClock, FRegistry};
   TNcStateFramework FStates;
 };
 

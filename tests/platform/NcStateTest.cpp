@@ -5,9 +5,9 @@
 #include <gtest/gtest.h>
 
 #include "fixture/Faults.h"
+#include "fixture/Installed.h"
+#include "fixture/LogTexts.h"
 #include "ixocamglue/platform/alarms/NcAlarmManager.h"
-#include "ixocamglue/platform/services/AppSys.h"
-#include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/platform/services/VirtualClock.h"
 #include "ixocamglue/platform/states/ForbidTypes.h"
 #include "ixocamglue/platform/states/NcState.h"
@@ -110,11 +110,6 @@ struct TDevices : TNcCutSystem, TNcLaser {
   int Refusals = 0, OffCommands = 0;
 };
 
-struct TSink final : ILogSink {
-  void Write(const TLogRecord& record) override { Lines.push_back(record.Text); }
-  TTexts Lines;
-};
-
 class StateFramework : public testing::Test {
  protected:
   StateFramework() {
@@ -137,9 +132,8 @@ class StateFramework : public testing::Test {
 
   // Past 49.7 days, where times of 32 bits are smaller than they were.
   TVirtualClock Clock{TVirtualClock::kFirstTick, std::uint64_t{1} << 32};
-  TInstalled<IClock> ClockInstalled{Clock};
   TNcRegistry Registry;
-  TInstalled<TNcRegistry> RegistryInstalled{Registry};
+  TAllInstalled<IClock, TNcRegistry> Installed{Clock, Registry};
   TFaultWatch Faults;
   std::optional<TNcStateFramework> Framework;
 };
@@ -251,13 +245,12 @@ TEST_F(StateFramework, AProcedureThatWaitsForNothingIsStoppedWithTheCause) {
 
 TEST_F(StateFramework, EveryEndingHasItsReasonAndStopComesFirst) {
   TDevice device;
-  struct TCase {
+  const struct {
     const char* Name;
     std::function<void()> Cause;
     const char* Step;
     const char* Why = "";
-  };
-  const TCase cases[] = {
+  } cases[] = {
       {"stop", [&] { Framework->Stop(); }, "step 1"},
       {"pause", [&] { Framework->Pause(); }, "step 3"},
       {"abort", [&] { Framework->Abort(2); }, "step 2"},
@@ -269,28 +262,14 @@ TEST_F(StateFramework, EveryEndingHasItsReasonAndStopComesFirst) {
        },
        "step 5", "the first"},
       {"pause, then an abort", [&] { Framework->Pause(), Framework->Abort(srError, "late"); }, "step 5", "late"},
+      {"three stops", [&] { Framework->Stop(), Framework->Stop("anna"), Framework->Stop("bert"); }, "step 1", "anna"},
       {"standing alarm", [&] { State().StateAlarm = true; }, "step 4"},
-      {"stop and alarm",
-       [&] {
-         State().StateAlarm = true;
-         Framework->Stop();
-       },
-       "step 1"},
+      {"stop and alarm", [&] { State().StateAlarm = true, Framework->Stop(); }, "step 1"},
       {"alarm check throws", [&] { State().AlarmThrows = true; }, "step 5", "alarm check"},
       {"update throws", [&] { State().UpdateThrows = true; }, "step 5", "update"},
       {"update throws and stop", [&] { State().UpdateThrows = true, Framework->Stop("key"); }, "step 1", "key"},
-      {"device throws",
-       [&] {
-         device.Throws = true;
-         State().SetBusy(device, -1);
-       },
-       "step 5", "device"},
-      {"time limit",
-       [&] {
-         State().SetBusy(device, 5);
-         Clock.Sleep(5);
-       },
-       "step 5"},
+      {"device throws", [&] { device.Throws = true, State().SetBusy(device, -1); }, "step 5", "device"},
+      {"time limit", [&] { State().SetBusy(device, 5), Clock.Sleep(5); }, "step 5"},
   };
   for (const auto& [name, cause, step, why] : cases) {
     device = {};
@@ -304,16 +283,6 @@ TEST_F(StateFramework, EveryEndingHasItsReasonAndStopComesFirst) {
     EXPECT_EQ(Framework->EndCause(), why) << name;
     EXPECT_EQ(Framework->CurrentState(), nsStandby) << name;
   }
-}
-
-TEST_F(StateFramework, OfSeveralStopsTheFirstThatHasACauseTellsIt) {
-  Enter();
-  Framework->Stop();
-  Framework->Stop("anna");
-  Framework->Stop("bert");
-  Pass();
-  EXPECT_EQ(Framework->EndCause(), "anna");
-  EXPECT_EQ(Framework->CurrentState(), nsStandby);
 }
 
 TEST_F(StateFramework, StopTellsTheStateAtOnceAndWithdrawsAnEntryNotYetMade) {
@@ -358,18 +327,12 @@ TEST_F(StateFramework, NothingIsRequestedBetweenAStopAndItsEnd) {
 }
 
 TEST_F(StateFramework, ARefusedEntryLeavesAndGoesToStandby) {
-  struct TCase {
-    std::function<void()> Arrange;
-    TTexts Story;
+  const auto failing = [&] {
+    State().ChangeState(5, 0);
+    throw std::runtime_error("no root");
   };
-  const TCase cases[] = {
-      {[&] {
-         GDo["init 7"] = [&] {
-           State().ChangeState(5, 0);
-           throw std::runtime_error("no root");
-         };
-       },
-       {"check enter 7", "init 7", "leave to 0"}},
+  const std::pair<std::function<void()>, TTexts> cases[] = {
+      {[&] { GDo["init 7"] = failing; }, {"check enter 7", "init 7", "leave to 0"}},
       {[&] { State().EnterAlarm = true; }, {"check enter 7", "leave to 0"}},
       {[&] { GDo["check enter 7"] = [] { throw std::runtime_error("alarms"); }; }, {"check enter 7", "leave to 0"}},
   };
@@ -391,12 +354,7 @@ TEST_F(StateFramework, ARefusedEntryLeavesAndGoesToStandby) {
 TEST_F(StateFramework, AStateThatCannotBeMadeIsStandbyAndDark) {
   TDevices devices;
   const TInstalled<TNcCutSystem> installed(devices);
-  TSink sink;
-  TLogService logs;
-  logs.AddSink(sink);
-  const TInstalled<TLogService> logsInstalled(logs);
-  TAppSys app;
-  const TInstalled<TAppSys> appInstalled(app);
+  TLogWorld log;
   bool fails = true;
   Registry.RegisterStateCtrl(300, [&](TNcStateFramework& owner) {
     if (fails) throw std::runtime_error("no root");
@@ -415,8 +373,7 @@ TEST_F(StateFramework, AStateThatCannotBeMadeIsStandbyAndDark) {
   EXPECT_EQ(Framework->CurrentState(), nsStandby);
   EXPECT_FALSE(Framework->ChangePending());
   EXPECT_FALSE(devices.Beam || devices.Emission || devices.GasDevice.On);
-  logs.DrainOnce();
-  EXPECT_EQ(sink.Lines, TTexts{"state 300, constructor: no root"});
+  EXPECT_EQ(log.Log(), TTexts{"state 300, constructor: no root"});
 
   fails = false;
   EXPECT_TRUE(Framework->RequestState(300, 0).Ok());

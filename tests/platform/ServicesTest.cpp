@@ -1,39 +1,27 @@
-#include <filesystem>
 #include <fstream>
-#include <stdexcept>
 #include <thread>
 #include <utility>
 
 #include <gtest/gtest.h>
 
-#include "fixture/Faults.h"
+#include "fixture/LogTexts.h"
+#include "fixture/OwnConfig.h"
 #include "fixture/TempDir.h"
-#include "ixocamglue/platform/services/AppSys.h"
 #include "ixocamglue/platform/services/Clock.h"
 #include "ixocamglue/platform/services/Locale.h"
 #include "ixocamglue/platform/services/LocaleManager.h"
-#include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/platform/states/NcParams.h"
 #include "ixocamglue/platform/xml/MachineConfig.h"
 
 namespace ixocamglue::test {
 namespace {
 
-struct TListSink : ILogSink {
-  void Write(const TLogRecord& record) override {
-    if (Throws) throw std::runtime_error("disk full");
-    Lines.push_back(record.Text);
-  }
-  bool Throws = false;
-  TTexts Lines;
-};
-
 class Logging : public testing::Test {
  protected:
   Logging() { Service.AddSink(Sink); }
   ~Logging() override { TLogService::Listen(0); }
 
-  TListSink Sink;
+  TLogTexts Sink;
   TLogService Service{4};
   TInstalled<TLogService> Installed{Service};
 };
@@ -54,10 +42,10 @@ TEST_F(Logging, BothLogsKeepOneOrderAndADisabledLevelEvaluatesNothing) {
 TEST_F(Logging, AFullQueueDropsAndCountsAndAThrowingSinkIsSwallowed) {
   for (int i = 0; i < 7; ++i) Service.PostMsg(lkInfo, 0, std::to_string(i), "");
   EXPECT_EQ(Service.Dropped(), 3u);
-  Sink.Throws = true;
+  Sink.Fails = true;
   EXPECT_EQ(Service.DrainOnce(), 4u);
   EXPECT_EQ(Service.Swallowed(), 4u);
-  Sink.Throws = false;
+  Sink.Fails = false;
   Service.PostMsg(lkInfo, 0, std::string(3000, 'x'), "");
   Service.DrainOnce();
   EXPECT_EQ(Sink.Lines, TTexts{std::string(3000, 'x')});
@@ -94,17 +82,7 @@ TEST(Services, AreFoundByIdentifierAndAbsentOnesAreNull) {
   EXPECT_FALSE(app.Supports<TGreeter>(id));
 }
 
-class MachineFile : public testing::Test {
- protected:
-  std::string Load(std::string_view text) {
-    std::ofstream(File, std::ios::binary) << text;
-    const auto loaded = Config.Load(File);
-    return loaded ? "" : loaded.Problem().Text();
-  }
-  TTempDir Dir;
-  std::filesystem::path File = Dir.Path() / "machine.xml";
-  TMachineConfig Config;
-};
+class MachineFile : public testing::Test, protected TOwnConfig {};
 
 TEST_F(MachineFile, ValuesAreAttributesOrChildTextsInAnyCase) {
   ASSERT_EQ(Load("<MachineConfig DHMode='2'><laser><EmissionOnDelay> +700 </EmissionOnDelay></laser>"
@@ -122,19 +100,14 @@ TEST_F(MachineFile, ValuesAreAttributesOrChildTextsInAnyCase) {
 }
 
 TEST_F(MachineFile, ATextThatIsNoNumberGivesTheDefaultAndSaysWhere) {
-  TListSink sink;
-  TLogService logs;
-  logs.AddSink(sink);
-  TAppSys app;
-  const TInstalled<TLogService> installedLogs(logs);
-  const TInstalled<TAppSys> installedApp(app);
+  TLogWorld log;
   const TInstalled<TMachineConfig> installedConfig(Config);
   ASSERT_EQ(Load("<MachineConfig><Laser EmissionOnDelay='12ms' Big='99999999999'/></MachineConfig>"), "");
   EXPECT_EQ(Config.Section("Laser").GetInt("EmissionOnDelay", 5000), 5000);
   EXPECT_EQ(Config.Section("Laser").GetInt("Big", 1), 1);
-  logs.DrainOnce();
-  ASSERT_EQ(sink.Lines.size(), 2u);
-  EXPECT_EQ(sink.Lines[0], File.string() + ": Laser/EmissionOnDelay: \"12ms\" cannot be read; the default is used");
+  const TTexts lines = log.Log();
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_EQ(lines[0], File.string() + ": Laser/EmissionOnDelay: \"12ms\" cannot be read; the default is used");
 }
 
 constinit TText SPlain{"CamGlue", "SPlain", "关"};
@@ -174,8 +147,7 @@ TEST(LocaleTexts, AScopeSpeaksAnotherLanguageOnItsThreadOnlyAndNests) {
   EXPECT_STREQ(SPlain.Get(), "关") << "no reader, and still another language";
   TLocaleReader reader(dir.Path());
   TLocaleManager manager;
-  const TInstalled<TLocaleReader> readerInstalled(reader);
-  const TInstalled<TLocaleManager> managerInstalled(manager);
+  const TAllInstalled<TLocaleReader, TLocaleManager> installed(reader, manager);
   ASSERT_EQ(manager.ChangeLanguage("zh"), "");
   reader.Apply(TextList(SPlain, SFormatted));
   const std::string chinese = Tr(message);

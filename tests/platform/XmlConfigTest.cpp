@@ -66,10 +66,7 @@ class XmlConfig : public testing::Test {
   std::string Section(std::string_view text) {
     return Load(DoubleQuoted("<Root>" + std::string(text) + "<Open/></Root>"));
   }
-  std::string Bytes() {
-    std::ifstream in(File, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-  }
+  std::string Bytes() { return FileText(File); }
   std::string Saved() {
     EXPECT_TRUE(Config.Save());
     const std::string once = Bytes();
@@ -152,10 +149,9 @@ TEST_F(XmlConfig, AFailedSaveKeepsEachItemWithItsElement) {
 }
 
 TEST_F(XmlConfig, ValuesAreReadAndWrittenInTheFormTheyCameIn) {
-  struct TCase {
+  const struct {
     const char *In, *Field, *Value, *Out;  // Out: what a save must hold
-  };
-  const TCase cases[] = {
+  } cases[] = {
       {"<Sample Count=' +12 '/>", "Count", "12", "Count=\" +12 \""},
       {"<sample COUNT='5'/>", "Count", "5", "<Sample Count=\"5\""},
       {"<Sample count='5' Count='6'/>", "Count", "6", "count=\"5\" Count=\"6\""},
@@ -183,7 +179,7 @@ TEST_F(XmlConfig, ValuesAreReadAndWrittenInTheFormTheyCameIn) {
       {"<Sample><Text> a <!-- x -->b</Text></Sample>", "Text", " a b", "<Text> a <!-- x -->b</Text>"},
       {"<Sample/>", "Text", "none", "Text=\"none\""},
   };
-  for (const TCase& c : cases) {
+  for (const auto& c : cases) {
     ASSERT_EQ(Section(c.In), "") << c.In;
     EXPECT_EQ(Sample->GetText(c.Field, "?"), c.Value) << c.In;
     const std::string saved = Saved();
@@ -316,8 +312,7 @@ TEST_F(XmlConfig, RestoreBringsThePreviousVersionBackAndKeepsTheBrokenFile) {
     EXPECT_EQ(Config.Restore().Value(), "");  // it is back already
     EXPECT_EQ(Bytes(), kWhole);
     EXPECT_EQ(Sample->Count, 8);
-    std::ifstream in(File.string() + kept, std::ios::binary);
-    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), bytes);
+    EXPECT_EQ(FileText(File.string() + kept), bytes);
   }
   EXPECT_TRUE(Config.Save());
 }

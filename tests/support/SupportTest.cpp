@@ -22,25 +22,19 @@ TEST(Formatting, KeepsSpellingWhateverTheLength) {
 }
 
 TEST(Formatting, ATranslationThatTakesOtherArgumentsIsNotTheSame) {
-  struct TCase {
-    const char* Default;
-    const char* Translated;
-    bool Same;
-  };
-  for (const auto& [defText, translated, same] : {
-           TCase{"%d/%d: ", "%d of %d: ", true},
-           TCase{"100%% %s", "%s (100%%)", true},
-           TCase{"%.2f bar", "%8.3f bar", true},
-           TCase{"%d", "%s", false},
-           TCase{"%s", "%s %s", false},
-           TCase{"%s %d", "%d %s", false},
-           TCase{"%d", "%ld", false},
-           TCase{"%d", "%*d", false},
-           TCase{"text", "50%", false},
-           TCase{"text", "%n", false},
-           TCase{"%u", "%d", false},
-       })
-    EXPECT_EQ(SameConversions(defText, translated), same) << defText << " | " << translated;
+  const std::tuple<const char*, const char*, bool> texts[] = {{"%d/%d: ", "%d of %d: ", true},
+                                                              {"100%% %s", "%s (100%%)", true},
+                                                              {"%.2f bar", "%8.3f bar", true},
+                                                              {"%d", "%s", false},
+                                                              {"%s", "%s %s", false},
+                                                              {"%s %d", "%d %s", false},
+                                                              {"%d", "%ld", false},
+                                                              {"%d", "%*d", false},
+                                                              {"text", "50%", false},
+                                                              {"text", "%n", false},
+                                                              {"%u", "%d", false}};
+  for (const auto& [own, translated, same] : texts)
+    EXPECT_EQ(SameConversions(own, translated), same) << own << " | " << translated;
 }
 
 TEST(Numbers, OnlyAWholeTextThatFitsIsOne) {
@@ -101,12 +95,7 @@ TEST(Faults, EveryActionIsTriedAndTheFirstFailureIsTold) {
   tryAll([&] { done += 'a'; })([&] { throw std::runtime_error("first"); })([&] { throw std::runtime_error("second"); });
   tryAll([&] { done += 'b'; });
   EXPECT_EQ(done, "ab");
-  try {
-    tryAll.Rethrow();
-    FAIL();
-  } catch (const std::exception& e) {
-    EXPECT_STREQ(e.what(), "first");
-  }
+  EXPECT_EQ(Thrown<std::runtime_error>([&] { tryAll.Rethrow(); }), "first");
 }
 
 TEST(Faults, AHandlerThatThrowsDoesNotDisturbTheReporter) {
