@@ -1,5 +1,5 @@
 // A machine that is put together of the simulated one's devices tells the same story as the simulated machine.
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include "controller/gas/GasCalibration.h"
 #include "controller/procedures/Procedures.h"
@@ -16,22 +16,18 @@ namespace ixocamglue::test {
 namespace {
 
 using namespace ixocontroller;
-using TLines = std::vector<std::string>;
-
 struct TStory {
-  TLines Commands, Lines, Signals;
+  TTexts Commands, Lines, Signals;
   std::string End;
 };
 
 class ComposedJournal : public testing::Test {
  protected:
   TControllerOptions Options(const std::string& devices) {
-    TControllerOptions options;
-    options.Machines = {SimulatedMachine(), ComposedMachine({SimulatedDriver()})};
-    options.MachineFile = WriteMachine(FDir.Path() / "machine.xml", devices);
-    options.Language = "en";
-    options.LocaleFolder = ShareFolder() / "locale";
-    return options;
+    return {.Machines = {SimulatedMachine(), ComposedMachine({SimulatedDriver()})},
+            .MachineFile = WriteMachine(FDir.Path() / "machine.xml", devices),
+            .LocaleFolder = ShareFolder() / "locale",
+            .Language = "en"};
   }
   static TStory Told(TController& controller) {
     TStory story;
@@ -53,7 +49,7 @@ class ComposedJournal : public testing::Test {
     return story;
   }
   // The gas's table after its calibration.
-  TLines Calibrate(const std::string& devices, TStory& story) {
+  TTexts Calibrate(const std::string& devices, TStory& story) {
     TControllerOptions options = Options(devices);
     options.SavesMachineFile = true;
     TController controller(options);
@@ -62,7 +58,7 @@ class ComposedJournal : public testing::Test {
     calibration.Start().OrThrow(pbRefused);
     calibration.RunToEnd();
     story = Told(controller);
-    TLines table;
+    TTexts table;
     const TDAAdjustTable& items = MachineConfig()->GetGasBranch(2)->DAAdjustTable;
     for (std::int32_t i = 0; i < items.GetCount(); ++i)
       table.push_back(ValueText(items.GetItem(i)->Press) + " " + ValueText(items.GetItem(i)->Volt));
@@ -101,7 +97,7 @@ TEST_F(ComposedJournal, OfALaserAndAGasOfPointsHasTheSameCommandsAndSignals) {
 
 TEST_F(ComposedJournal, AGasCalibrationGivesTheSameTable) {
   TStory simulated, own, points;
-  const TLines table = Calibrate({}, simulated);
+  const TTexts table = Calibrate({}, simulated);
   ASSERT_GT(table.size(), 3U);
   EXPECT_EQ(Calibrate(std::string(kOwnDevices) + PortDevices(), own), table);
   EXPECT_EQ(own.Lines, simulated.Lines);

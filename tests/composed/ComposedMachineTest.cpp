@@ -8,6 +8,7 @@
 #include "controller/procedures/Procedures.h"
 #include "fixture/BenchDriver.h"
 #include "fixture/ComposedFile.h"
+#include "fixture/Contracts.h"
 #include "fixture/Faults.h"
 #include "fixture/TempDir.h"
 #include "ixocamglue/platform/ports/CutCommands.h"
@@ -16,7 +17,6 @@
 #include "machines/modbus/Driver.h"
 #include "machines/simulated/Driver.h"
 #include "machines/simulated/Machine.h"
-#include "verify/PortContracts.h"
 
 namespace ixocamglue::test {
 namespace {
@@ -95,16 +95,13 @@ class ComposedMachineTest : public testing::Test {
 
 TEST_F(ComposedMachineTest, KeepsThePortsContractsWithItsWireCutAndHealed) {
   FBench.SetLag(30);
-  const auto violations = ixoverify::CheckPortContracts(
-      {.Options = FOptions, .Cut = [this] { FBench.Cut(); }, .Heal = [this] { FBench.Heal(); }});
-  for (const auto& violation : violations) ADD_FAILURE() << violation.Port << ": " << violation.Text;
+  ExpectPortContracts({.Options = FOptions, .Cut = [this] { FBench.Cut(); }, .Heal = [this] { FBench.Heal(); }});
 }
 
 TEST_F(ComposedMachineTest, OfTheSimulatedDevicesKeepsThePortsContracts) {
   for (const std::string_view devices : {kOwnDevices, kPointDevices}) {
     FOptions.MachineFile = WriteMachine(FDir.Path() / "whole.xml", std::string(devices) + PortDevices());
-    for (const auto& violation : ixoverify::CheckPortContracts({.Options = FOptions}))
-      ADD_FAILURE() << violation.Port << ": " << violation.Text;
+    ExpectPortContracts({.Options = FOptions});
   }
 }
 
@@ -378,12 +375,10 @@ TEST(ComposedOutputs, OneOfTheLasersIsFoundByWhateverNameItHas) {
       << R"(<MachineConfig><Machine Driver="composed"/><Modbus><Station Name="io" Host="127.0.0.1"/></Modbus>
       <Devices><Laser Driver="modbus" EmissionRequest="io:coil:1" Beam="io:coil:2"/>
         <Output Number="5" Driver="modbus" Address="io:coil:02"/></Devices></MachineConfig>)";
-  try {
+  const auto make = [&] {
     TController({.Machines = {ComposedMachine({ModbusDriver()})}, .MachineFile = file, .Realtime = true});
-    ADD_FAILURE() << "an output lights the beam";
-  } catch (const EProblem& problem) {
-    EXPECT_THAT(problem.Problem.Text(), HasSubstr("io:coil:02"));
-  }
+  };
+  EXPECT_THAT(Thrown<EProblem>(make), HasSubstr("io:coil:02")) << "an output lights the beam";
 }
 
 }  // namespace

@@ -1,15 +1,13 @@
 // ixocut-hal's end of the wire, without LinuxCNC: its pins are made of memory, its time by hand, its socket is real.
-#include <map>
-#include <memory>
 #include <string>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 #include <vector>
 
 #include <gmock/gmock.h>
 
+#include "fixture/Sockets.h"
 #include "ixocamglue/support/Files.h"
 #include "machines/linuxcnc/hal/HalServer.h"
 
@@ -52,10 +50,7 @@ class HalServer : public testing::Test {
 
   int Connect(const std::string& line) {
     const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    FPath.copy(address.sun_path, FPath.size());
-    EXPECT_EQ(connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    EXPECT_TRUE(TLocalAddress(FPath).Connect(fd));
     FOpen.push_back(fd);
     Say(fd, line);
     return fd;
@@ -234,10 +229,7 @@ TEST_F(HalServer, RefusesStrangersAndAPathThatIsTaken) {
   EXPECT_FALSE(other.Listen(std::string(200, 'x')).Ok());
   FServer.End();
   const int dead = socket(AF_UNIX, SOCK_STREAM, 0);  // leaves its file behind
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  FPath.copy(address.sun_path, FPath.size());
-  ASSERT_EQ(bind(dead, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  ASSERT_TRUE(TLocalAddress(FPath).Bind(dead));
   close(dead);
   EXPECT_TRUE(other.Listen(FPath).Ok());
 }

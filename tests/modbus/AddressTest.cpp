@@ -1,9 +1,8 @@
 // What a machine file says of Modbus points: addresses, ranges, stations; and which requests read them.
-#include <fstream>
 
 #include <gmock/gmock.h>
 
-#include "fixture/TempDir.h"
+#include "fixture/OwnConfig.h"
 #include "machines/modbus/Config.h"
 #include "machines/modbus/Driver.h"
 #include "machines/modbus/Plan.h"
@@ -101,12 +100,8 @@ TEST(ModbusPlan, JoinsWhatLiesTogetherWithinAGapAndOneRequest) {
 class ModbusConfig : public testing::Test {
  protected:
   std::string Check(const std::string& stations, TPointKind kind, const std::string& address) {
-    TTempDir folder;
-    std::ofstream(folder.Path() / "machine.xml")
-        << "<MachineConfig><Modbus>" << stations << "</Modbus></MachineConfig>";
-    TMachineConfig config;
-    config.Load(folder.Path() / "machine.xml").OrThrow(pbUnusable);
-    const auto good = ModbusDriver().CheckPoint(config.Root(), kind, address);
+    const TOwnConfig own("<MachineConfig><Modbus>" + stations + "</Modbus></MachineConfig>");
+    const auto good = ModbusDriver().CheckPoint(own.Config.Root(), kind, address);
     if (good) return "";
     EXPECT_EQ(good.Problem().Where, address);
     return good.Problem().Text();

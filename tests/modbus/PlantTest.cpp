@@ -1,8 +1,6 @@
 // The plant behind Modbus addresses: when it is dark, how its latch falls and is set again, its valves and switches.
-#include <cmath>
-#include <fstream>
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include "ixocamglue/platform/services/VirtualClock.h"
 #include "machines/simulated/ModbusPlant.h"

@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 
+#include "fixture/Texts.h"
 #include "ixocamglue/platform/services/VirtualClock.h"
 #include "machines/modbus/Values.h"
 
@@ -11,7 +12,6 @@ namespace ixocamglue::test {
 namespace {
 
 using testing::ElementsAre;
-using TShown = std::vector<std::string>;
 
 class ModbusValues : public testing::Test {
  protected:
@@ -34,8 +34,8 @@ class ModbusValues : public testing::Test {
   std::uint64_t Now() { return Time.MonotonicMs(); }
   std::string Name(const TModbusValues::TOrder& order) { return Values.Point(order.Point).Address.Text(); }
   // The zeros that go out one after the other; stations that do not answer keep each for `silentMs`.
-  TShown Zeros(std::set<std::size_t> silent = {}, std::uint32_t silentMs = 150) {
-    TShown sent;
+  TTexts Zeros(std::set<std::size_t> silent = {}, std::uint32_t silentMs = 150) {
+    TTexts sent;
     while (const auto order = Values.NextZero(Now())) {
       const std::size_t station = Values.Point(order->Point).Station;
       sent.push_back(Name(*order));
@@ -79,7 +79,7 @@ TEST_F(ModbusValues, ASilentStationCostsTheOthersOneTimeOutAndThenComesBehindThe
              other = Output(gas, "gas:coil:2", puGas), lamp = Output(io, "io:coil:1");
   for (const auto station : {laser, gas, io}) ReadBack(station);
   Off({other, valve, lamp, beam});
-  const TShown sent = Zeros({gas});
+  const TTexts sent = Zeros({gas});
   EXPECT_THAT(sent, ElementsAre("laser:coil:1", "gas:coil:2", "io:coil:1", "gas:coil:2"));
   EXPECT_FALSE(Values.NextZero(Now()));  // there is time for those that live
   for (const auto station : {laser, io}) ReadBack(station);
@@ -96,14 +96,14 @@ TEST_F(ModbusValues, SilentStationsAreTriedInTurnWithTimeInBetweenAndANewZeroAtO
   for (const auto station : {laser, gas, io}) ReadBack(station);
   Off({beam, valve, lamp});
   (void)Zeros({laser, gas, io});
-  TShown sent;
+  TTexts sent;
   std::uint64_t idle = 0;
   for (const auto until = Now() + 3000; Now() < until; Time.Sleep(1), ++idle)
     for (const std::string& zero : Zeros({laser, gas, io})) sent.push_back(zero);
   EXPECT_GE(idle, 3000u * 100 / 250 - 100);
   ASSERT_GE(sent.size(), 9u);
   for (std::size_t i = 0; i + 3 < sent.size(); ++i) EXPECT_EQ(sent[i], sent[i + 3]) << i;
-  EXPECT_THAT((TShown{sent[0], sent[1], sent[2]}),
+  EXPECT_THAT((TTexts{sent[0], sent[1], sent[2]}),
               testing::UnorderedElementsAre("laser:coil:1", "gas:coil:1", "io:coil:1"));
   (void)Zeros({laser, gas, io});  // whoever is due just now
   Off({emission});
@@ -118,7 +118,7 @@ TEST_F(ModbusValues, AZeroThatIsRefusedKeepsNoOtherFromBeingTold) {
              valve = Output(io, "io:coil:3", puGas);
   ReadBack(io);
   Off({beam, emission, valve});
-  TShown told;
+  TTexts told;
   for (int i = 0; i < 5; ++i) {
     const auto order = Values.NextZero(Now());
     if (!order) break;
@@ -132,7 +132,7 @@ TEST_F(ModbusValues, AZeroThatIsRefusedKeepsNoOtherFromBeingTold) {
   }
   EXPECT_THAT(told, ElementsAre("io:coil:3"));
   EXPECT_FALSE(Values.ComeBack(io));
-  TShown again;  // and those that are refused take turns
+  TTexts again;  // and those that are refused take turns
   for (int i = 0; i < 4; ++i) {
     Time.Sleep(TModbusValues::kRetryMs);
     const auto order = Values.NextZero(Now());

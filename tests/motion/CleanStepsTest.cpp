@@ -93,11 +93,9 @@ TEST_F(CleanSteps, ACurveThatTheAxesDidNotRunIsNoUseOfTheBrush) {
 }
 
 TEST_F(CleanSteps, AutomaticItDoesNothingWhereThereIsNothingToDo) {
-  struct TCase {
-    bool Enabled, Initialized;
-    std::int32_t Docked;
-  };
-  for (const auto& [enabled, initialized, docked] : {TCase{false, true, 1}, {true, false, 1}, {true, true, 0}}) {
+  using TSettings = std::tuple<bool, bool, std::int32_t>;
+  for (const auto& [enabled, initialized, docked] :
+       {TSettings{false, true, 1}, TSettings{true, false, 1}, TSettings{true, true, 0}}) {
     FNozzleCleanCfg->CleanHeadEnabled = enabled;
     FNozzleCleanCfg->Initialized = initialized;
     Machine().Table().SetDocked(docked);

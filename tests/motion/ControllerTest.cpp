@@ -1,6 +1,7 @@
 // The controller's protocol with its root and with the framework; the root's answers are scripted.
 #include <algorithm>
 
+#include "fixture/Installed.h"
 #include "fixture/Machine.h"
 #include "ixocamglue/support/Format.h"
 
@@ -65,19 +66,13 @@ class Controlling : public TMachineTest {
 };
 
 TEST_F(Controlling, EachAnswerOfTheRootBecomesItsWaitOrItsEnd) {
-  struct TCase {
-    TStepType Answer;
-    TCustomBusyType Busy;
-    TMotionExecType Type;
-    bool Ends;
-  };
-  for (const auto [answer, busy, type, ends] : {
-           TCase{mstpStep, csbtEnsure, metError, false},
-           TCase{mstpEnd, csbtEnsure, metError, false},
-           TCase{mstpPolling, csbtDelay, metError, false},
-           TCase{mstpExit, csbtChange, metSuccess, true},
-           TCase{mstpError, csbtChange, metError, true},
-       }) {
+  const std::tuple<TStepType, TCustomBusyType, TMotionExecType, bool> answers[] = {
+      {mstpStep, csbtEnsure, metError, false},
+      {mstpEnd, csbtEnsure, metError, false},
+      {mstpPolling, csbtDelay, metError, false},
+      {mstpExit, csbtChange, metSuccess, true},
+      {mstpError, csbtChange, metError, true}};
+  for (const auto& [answer, busy, type, ends] : answers) {
     StartScripted();
     Root->OnMotion = [&, a = answer, b = busy](std::int32_t reason) {
       if (a == mstpPolling && reason == srDone) Root->Ctrl->SetCustomBusyType(b);
@@ -95,18 +90,12 @@ TEST_F(Controlling, EachAnswerOfTheRootBecomesItsWaitOrItsEnd) {
 }
 
 TEST_F(Controlling, EveryOutcomeHasItsNextState) {
-  struct TCase {
-    std::int32_t Reason;
-    bool RequireStop;
-    TMotionExecType Type;
-    std::int32_t Next;
-  };
-  for (const auto [reason, requireStop, type, next] : {
-           TCase{srStop, false, metStop, nsStandby}, TCase{srPause, false, metPause, kOtherState},
-           TCase{srAlarm, false, metAlarm, kOtherState}, TCase{srAlarm, true, metAlarm, nsStandby},
-           TCase{srError, false, metError, kOtherState},
-           TCase{2, false, metError, kOtherState},  // names no busy type and so ends as an error
-       }) {
+  // The last one names no busy type and so ends as an error.
+  const std::tuple<std::int32_t, bool, TMotionExecType, std::int32_t> outcomes[] = {
+      {srStop, false, metStop, nsStandby},     {srPause, false, metPause, kOtherState},
+      {srAlarm, false, metAlarm, kOtherState}, {srAlarm, true, metAlarm, nsStandby},
+      {srError, false, metError, kOtherState}, {2, false, metError, kOtherState}};
+  for (const auto& [reason, requireStop, type, next] : outcomes) {
     StartScripted();
     Root->SetErrorState(kOtherState);
     if (requireStop) Raise(naRequireStop);
@@ -235,9 +224,8 @@ TEST_F(Controlling, AlarmsAreAskedOfFrameworkAndRoot) {
 // The library's controller alone: no cutting system, no alarms, no parameters.
 TEST(WithoutAMachine, EachProcedureEndsAndBeforeTheLibrarysStartThereIsNone) {
   TVirtualClock time;
-  const TInstalled<IClock> clockInstalled(time);
   TNcRegistry registry;
-  const TInstalled<TNcRegistry> registryInstalled(registry);
+  const TAllInstalled<IClock, TNcRegistry> installed(time, registry);
   TFaultWatch faults;
   TNcStateFramework framework;
   framework.RunOnce();

@@ -23,16 +23,13 @@ TEST_F(LaserSteps, ATimedShotLastsItsTimeAndEndsDark) {
 }
 
 TEST_F(LaserSteps, LeavingTheTimedShotEarlySwitchesLaserAndEmissionOff) {
-  struct TCase {
-    std::function<void()> End;
-    TMotionExecType Type;
+  const std::pair<std::function<void()>, TMotionExecType> ends[] = {
+      {[&] { Framework().Stop(); }, metStop},
+      {[&] { Framework().Pause(); }, metPause},
+      {[&] { Framework().Abort(srError); }, metError},
+      {[&] { Raise(naForbidMove); }, metAlarm},
   };
-  for (const auto& [end, type] : {
-           TCase{[&] { Framework().Stop(); }, metStop},
-           TCase{[&] { Framework().Pause(); }, metPause},
-           TCase{[&] { Framework().Abort(srError); }, metError},
-           TCase{[&] { Raise(naForbidMove); }, metAlarm},
-       }) {
+  for (const auto& [end, type] : ends) {
     Journal().Clear();
     StartShot(300);
     RunUntil("laser on");
@@ -282,16 +279,9 @@ class WithoutLaser : public TMachineTest {
 };
 
 TEST_F(WithoutLaser, StepsThatNeedItFailAndSwitchingOffSucceeds) {
-  struct TCase {
-    std::int32_t Command;
-    TMotionExecType Type;
-  };
-  for (const auto [command, type] : {TCase{516, metSuccess},
-                                     {517, metSuccess},
-                                     {518, metError},
-                                     {519, metError},
-                                     {520, metError},
-                                     {522, metSuccess}}) {
+  const std::pair<std::int32_t, TMotionExecType> ends[] = {{516, metSuccess}, {517, metSuccess}, {518, metError},
+                                                           {519, metError},   {520, metError},   {522, metSuccess}};
+  for (const auto& [command, type] : ends) {
     StartUnasked({{command, "step"}});
     EXPECT_EQ(Finish(), type) << command;
   }

@@ -1,16 +1,14 @@
 // The walk of the step tree, without a machine: scripted leaves write down what happens to them.
-#include <fstream>
 #include <set>
 
 #include <gtest/gtest.h>
 
 #include "fixture/Faults.h"
-#include "fixture/TempDir.h"
+#include "fixture/OwnConfig.h"
 #include "ixocamglue/motion/Usequence.h"
 #include "ixocamglue/motion/Ustatemotion.h"
 #include "ixocamglue/motion/Ustatemotionbase.h"
 #include "ixocamglue/platform/services/Log.h"
-#include "ixocamglue/platform/xml/MachineConfig.h"
 #include "ixocamglue/support/Format.h"
 
 namespace ixocamglue::test {
@@ -418,11 +416,8 @@ TEST_F(StepTree, AnAbortAnsweredOtherwiseIsForcedToAnErrorAndStillLeavesWithItsP
 TEST_F(StepTree, TheHeadModeIsReadFromTheMachineFile) {
   EXPECT_FALSE(TStateMotion::DHEnabled());
   for (const int mode : {0, 1, 2}) {
-    const TTempDir dir;
-    std::ofstream(dir.Path() / "machine.xml") << Format("<MachineConfig DHMode='%d'/>", mode);
-    TMachineConfig config;
-    ASSERT_TRUE(config.Load(dir.Path() / "machine.xml"));
-    const TInstalled<TMachineConfig> installed(config);
+    TOwnConfig own(Format("<MachineConfig DHMode='%d'/>", mode));
+    const TInstalled<TMachineConfig> installed(own.Config);
     EXPECT_EQ(TStateMotion::DHEnabled(), mode == 2);
   }
 }

@@ -1,10 +1,9 @@
 // Virtual time, and the gate through which every device call passes.
+#include "fixture/LogTexts.h"
 #include "fixture/SimMachine.h"
 
 namespace ixocamglue::test {
 namespace {
-
-using TLines = std::vector<std::string>;
 
 TEST(VirtualClock, TheTickCountWrapsFiveMinutesAfterTheStartWhileDifferencesAndMonotonicTimeGoOn) {
   TVirtualClock clock;
@@ -60,7 +59,7 @@ TEST_F(CallGate, APlannedExceptionHappensOnceAndChangesNothing) {
   EXPECT_TRUE(Machine.Snapshot().Gas);
   EXPECT_TRUE(Gate.Fired());
   EXPECT_EQ(Gate.Calls(), 3U);
-  EXPECT_EQ(Journal.Lines(), (TLines{"00000000 gas.SwitchOn -> failed", "00000000 gas.SwitchOn"}));
+  EXPECT_EQ(Journal.Lines(), (TTexts{"00000000 gas.SwitchOn -> failed", "00000000 gas.SwitchOn"}));
 }
 
 TEST_F(CallGate, AStickyExceptionStaysWithItsVerbOfItsDevice) {
@@ -108,7 +107,7 @@ TEST_F(CallGate, ACallbackMayUseTheMachineItself) {
                 }});
   Machine.Gas()->SwitchOn();
   EXPECT_FALSE(NcAlarms()->AllowMove());
-  EXPECT_EQ(Signals(), (TLines{"gas on 2 0.00"}));
+  EXPECT_EQ(Signals(), (TTexts{"gas on 2 0.00"}));
 }
 
 TEST_F(CallGate, ReadsAreCountedButNotJournalled) {
@@ -121,10 +120,7 @@ TEST_F(CallGate, ReadsAreCountedButNotJournalled) {
 }
 
 TEST(GatedSink, ALostLineIsTheSinksAffairAndAFailingOneTheServices) {
-  struct TKeep : ILogSink {
-    void Write(const TLogRecord& record) override { Texts.push_back(record.Text); }
-    TLines Texts;
-  } keep;
+  TLogTexts keep;
   TCallGate gate;
   TGatedSink sink(keep, gate);
   TLogService logs;
@@ -132,7 +128,7 @@ TEST(GatedSink, ALostLineIsTheSinksAffairAndAFailingOneTheServices) {
   gate.PlanSet({.Call = 2, .Fault = gfThrow, .Sticky = false, .HangMs = 0, .Callback = {}});
   for (const char* text : {"one", "two", "three"}) logs.PostMsg(lkInfo, 0, text, "");
   logs.DrainOnce();
-  EXPECT_EQ(keep.Texts, (TLines{"one", "three"}));
+  EXPECT_EQ(keep.Lines, (TTexts{"one", "three"}));
   EXPECT_EQ(logs.Swallowed(), 1U);
 }
 

@@ -1,16 +1,14 @@
 // Axes, follower, gas, ports, and the machine file.
 #include <cmath>
-#include <fstream>
 #include <limits>
 
+#include "fixture/OwnConfig.h"
 #include "fixture/SimMachine.h"
-#include "fixture/TempDir.h"
 
 namespace ixocamglue::test {
 using namespace ixocontroller;
 namespace {
 
-using TLines = std::vector<std::string>;
 constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
 
 class Axes : public TSimTest {
@@ -165,7 +163,7 @@ TEST_F(SimGas, ThePressureGoesTowardsItsSetValueLikeAFirstOrderLagAfterTheValveH
   RunFor(3000);
   EXPECT_EQ(Machine.Snapshot().GasBar, 0.0);
   EXPECT_FALSE(NcWatch()->GasOn.Runs());
-  EXPECT_EQ(Signals(), (TLines{"gas on 3 10.00", "gas on 3 25.00", "gas off"}));
+  EXPECT_EQ(Signals(), (TTexts{"gas on 3 10.00", "gas on 3 25.00", "gas off"}));
   EXPECT_TRUE(Journalled("branch 9 is not fitted"));
 }
 
@@ -203,7 +201,7 @@ TEST_F(SimPorts, AWaitEndsWithTheLevelThatCountsOrItsLimit) {
   EXPECT_EQ(Wait(3, 100), 25);
   MotionCard()->SwitchOutport(99, true);
   EXPECT_EQ(Machine.Snapshot().OutputsOn, std::vector<std::int32_t>{5});
-  EXPECT_EQ(Signals(), (TLines{"output 5 on"}));
+  EXPECT_EQ(Signals(), (TTexts{"output 5 on"}));
 }
 
 TEST_F(SimPorts, ATimeOutInModeThreeRaisesAnAlarmUnlessTheStateWasLeft) {
@@ -220,9 +218,7 @@ TEST_F(SimPorts, ATimeOutInModeThreeRaisesAnAlarmUnlessTheStateWasLeft) {
 }
 
 TEST(SimConfig, WhatIsWrongIsNamedWithItsPlaceAndTheDefaultStands) {
-  const TTempDir folder;
-  const auto path = folder.Path() / "machine.xml";
-  std::ofstream(path) << R"(<MachineConfig DHMode="3">
+  const TOwnConfig own(R"(<MachineConfig DHMode="3">
     <Laser EmissionOnDelay="soon" MaxPower="nan"/>
     <Axes><Axis Name="X" SoftLimitNeg="10" SoftLimitPos="10"/><Axis Name="W"/><Axis Name="Y" MaxSpeed="-5"/>
       <Axis Name="Y"/></Axes>
@@ -231,11 +227,9 @@ TEST(SimConfig, WhatIsWrongIsNamedWithItsPlaceAndTheDefaultStands) {
     <Slaves><Slave Identity="0xE000002199"/></Slaves>
     <Supervisor LaserOnLimitMs="70000"/>
     <Simulator SecondFollower="maybe" PlateZ="500"/>
-  </MachineConfig>)";
-  TMachineConfig file;
-  ASSERT_TRUE(file.Load(path));
+  </MachineConfig>)");
   std::vector<TProblem> problems;
-  const TSimConfig config = TSimConfig::FromRoot(file.Root(), problems);
+  const TSimConfig config = TSimConfig::FromRoot(own.Config.Root(), problems);
   const std::vector<std::string> expected = {
       "DHMode: \"3\", outside 0 to 2",
       "Laser/EmissionOnDelay: \"soon\", not a whole number in range",

@@ -1,16 +1,13 @@
 // The proportional valve, its line and sensor, how they fail, and the gas supply that they belong to.
 #include <array>
 #include <cmath>
-#include <fstream>
 
+#include "fixture/OwnConfig.h"
 #include "fixture/SimMachine.h"
-#include "fixture/TempDir.h"
 #include "machines/simulated/GasValve.h"
 
 namespace ixocamglue::test {
 namespace {
-
-using TLines = std::vector<std::string>;
 
 void Pass(TGasValve& valve, int ms) {
   for (int i = 0; i < ms; ++i) valve.Step();
@@ -183,7 +180,7 @@ TEST_F(GasSupply, ARawVoltageDrivesTheSelectedValveUntilAPressureIsSet) {
   Gas().OutputDA(2.0);
   Gas().SelectBranch(3);
   Gas().SwitchOff();
-  EXPECT_EQ(Signals(), (TLines{"da 2 4.50", "gas on 2 0.00", "da 2 10.00", "da 2 0.00", "gas on 2 3.00", "da 2 2.00",
+  EXPECT_EQ(Signals(), (TTexts{"da 2 4.50", "gas on 2 0.00", "da 2 10.00", "da 2 0.00", "gas on 2 3.00", "da 2 2.00",
                                "da 2 0.00", "gas on 3 3.00", "gas off"}));
   EXPECT_TRUE(Journalled("is not put out"));
   EXPECT_TRUE(Journalled("limited to 10.00"));
@@ -224,15 +221,11 @@ TEST_F(GasSupply, ReadingsFailAsAskedAndARefusedOneIsNoNumber) {
 }
 
 TEST(GasValveFile, ValvesAreReadAndWhatIsWrongIsNamed) {
-  const TTempDir dir;
-  const auto file = dir.Path() / "machine.xml";
-  std::ofstream(file) << R"(<MachineConfig><Simulator>
+  const TOwnConfig own(R"(<MachineConfig><Simulator>
     <GasValve GasType="2" Psup="6" Fault="stuck"/><GasValve GasType="2"/><GasValve/>
-    <GasValve GasType="1" U0="5" Uk="5.05" Play="x" Fault="odd"/></Simulator></MachineConfig>)";
-  TMachineConfig config;
-  ASSERT_TRUE(config.Load(file));
+    <GasValve GasType="1" U0="5" Uk="5.05" Play="x" Fault="odd"/></Simulator></MachineConfig>)");
   std::vector<TProblem> problems;
-  const TSimConfig sim = TSimConfig::FromRoot(config.Root(), problems);
+  const TSimConfig sim = TSimConfig::FromRoot(own.Config.Root(), problems);
   EXPECT_EQ(sim.GasValve(2).Params.Psup, 6.0);
   EXPECT_EQ(sim.GasValve(2).Params.Uk, 8.6);
   EXPECT_EQ(sim.GasValve(2).Fault, vfStuck);

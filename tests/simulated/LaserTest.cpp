@@ -6,8 +6,6 @@
 namespace ixocamglue::test {
 namespace {
 
-using TLines = std::vector<std::string>;
-
 class SimLaser : public TSimTest {
  protected:
   TSimLaser& Laser() { return Machine.LaserDevice(); }
@@ -20,14 +18,14 @@ TEST_F(SimLaser, ABeamAskedForWithoutEmissionIsHeldBackAndComesWithIt) {
   EXPECT_FALSE(Laser().LatchTripped());
   Laser().EmissionOn();
   RunFor(99);
-  EXPECT_EQ(Signals(), TLines{});
+  EXPECT_EQ(Signals(), TTexts{});
   RunFor(1);
-  EXPECT_EQ(Signals(), (TLines{"emission on", "laser on"}));
+  EXPECT_EQ(Signals(), (TTexts{"emission on", "laser on"}));
   Laser().EmissionOff();
   EXPECT_FALSE(Laser().GetLaser());
   Laser().EmissionOn();
   RunFor(1000);  // the beam has to be asked for again
-  EXPECT_EQ(Journal.Signals().After("laser on"), (TLines{"laser off", "emission off", "emission on"}));
+  EXPECT_EQ(Journal.Signals().After("laser on"), (TTexts{"laser off", "emission off", "emission on"}));
 }
 
 TEST_F(SimLaser, EmissionFollowsItsScript) {
@@ -89,7 +87,7 @@ TEST(Latch, TripsOnEachCauseStaysUntilResetAndThenLeavesEverythingOff) {
     }
     EXPECT_FALSE(laser.Lit() || laser.Emitting());
     EXPECT_EQ(rig.Machine.Snapshot().LatchReason, cause.Reason);
-    EXPECT_EQ(rig.Journal.Signals().After("laser on"), (TLines{"laser off", "emission off"}));
+    EXPECT_EQ(rig.Journal.Signals().After("laser on"), (TTexts{"laser off", "emission off"}));
 
     rig.Alarms.ClearAll();
     NcWatch()->DarkDemandedInPass.store(0);
@@ -123,7 +121,7 @@ TEST_F(SimLaser, RefusesWhatIsForbiddenNotesItAndForgetsIt) {
     EXPECT_TRUE(NcWatch()->EmissionAsked.Runs() && NcWatch()->LaserAsked.Runs()) << "asked for all the same";
     c.End();
     RunFor(500);
-    EXPECT_EQ(Signals(), TLines{}) << c.Why;
+    EXPECT_EQ(Signals(), TTexts{}) << c.Why;
     ShootOn();
     EXPECT_TRUE(Laser().GetLaser());
     Laser().EmissionOff();
@@ -136,7 +134,7 @@ TEST(Latch, StopsEmissionThatIsStillOnItsWay) {
   rig.Raise(naForbidLaser);
   rig.RunFor(500);
   EXPECT_TRUE(rig.Machine.Laser()->LatchTripped());
-  EXPECT_EQ(rig.Signals(), TLines{});
+  EXPECT_EQ(rig.Signals(), TTexts{});
 }
 
 TEST(Latch, AnOffThatNeverArrivesIsDarkBecauseOfThePlatformsDemand) {

@@ -114,10 +114,7 @@ TEST(Oracle, OnlyTheVerbThatFailedIsExcused) {
 }
 
 TEST(JournalFile, SaysWhatIsWrongAndWhere) {
-  const struct {
-    const char* Text;
-    const char* Problem;
-  } rows[] = {
+  const std::pair<const char*, const char*> rows[] = {
       {"# none\nsoon sample", "line 2: \"soon\" is no time in ms"},
       {"100 sample glow=1", "line 1: unknown quantity \"glow\""},
       {"100 sample x=far", "line 1: \"far\" is no number"},
@@ -125,10 +122,10 @@ TEST(JournalFile, SaysWhatIsWrongAndWhere) {
       {"100 maybe laser.EmissionOn", "line 1: unknown word \"maybe\""},
       {"expect luck=1", "line 1: unknown quantity \"luck\""},
   };
-  for (const auto& row : rows) {
-    const auto read = ReadJournal(row.Text);
-    ASSERT_FALSE(read.Ok()) << row.Text;
-    EXPECT_EQ(read.Problem().Text(), row.Problem);
+  for (const auto& [text, problem] : rows) {
+    const auto read = ReadJournal(text);
+    ASSERT_FALSE(read.Ok()) << text;
+    EXPECT_EQ(read.Problem().Text(), problem);
   }
 }
 
