@@ -6,7 +6,8 @@
 #include <gmock/gmock.h>
 
 #include "fixture/Faults.h"
-#include "fixture/TempDir.h"
+#include "fixture/Installed.h"
+#include "fixture/OwnConfig.h"
 #include "ixocamglue/config/Libmachinecfg.h"
 #include "ixocamglue/gascal/Uzemgasadjustmodel.h"
 #include "ixocamglue/gascal/Uzemgasadjuststate.h"
@@ -67,16 +68,14 @@ struct TStopAlarm : TNcAlarmManager {
   bool Stop = false;
 };
 
-class GasAdjust : public testing::Test {
+class GasAdjust : public testing::Test, protected TOwnConfig {
  protected:
   GasAdjust() {
-    std::ofstream(File()) << "<MachineConfig><GasBranches>"
-                             "<GasBranch GasType='1' Name='Air' DAPort='33'/>"
-                             "<GasBranch GasType='2' Name='O2' DAPort='34'><DAAdjustTable><Item Press='3' Volt='4'/>"
-                             "<Item Press='5' Volt='9'/></DAAdjustTable></GasBranch>"
-                             "<GasBranch GasType='3' Name='N2'/>"
-                             "<GasBranch GasType='6' Name='H-N2' DAPort='36'/></GasBranches></MachineConfig>";
-    EXPECT_TRUE(FConfig.Load(File()));
+    EXPECT_EQ(Load("<MachineConfig><GasBranches><GasBranch GasType='1' Name='Air' DAPort='33'/>"
+                   "<GasBranch GasType='2' Name='O2' DAPort='34'><DAAdjustTable><Item Press='3' Volt='4'/>"
+                   "<Item Press='5' Volt='9'/></DAAdjustTable></GasBranch><GasBranch GasType='3' Name='N2'/>"
+                   "<GasBranch GasType='6' Name='H-N2' DAPort='36'/></GasBranches></MachineConfig>"),
+              "");
     StartMachineQueries();
     ZemGasAdjustModel_Create();
     FFramework.emplace();
@@ -90,7 +89,6 @@ class GasAdjust : public testing::Test {
     FreeMachineQueries();
   }
 
-  std::filesystem::path File() const { return FDir.Path() / "machine.xml"; }
   static TZemGasAdjustModel& Model() { return *GZemGasAdjustModel(); }
   TZemGasAdjustState& State() { return dynamic_cast<TZemGasAdjustState&>(*FFramework->State(nsZemGasAdjust)); }
   void Pass() { FClock.Sleep(FFramework->RunOnce()); }
@@ -111,7 +109,7 @@ class GasAdjust : public testing::Test {
     for (std::string text; Model().GetMsg(text);) texts.push_back(text);
     return texts;
   }
-  TDAAdjustTable& Table(std::int32_t gas) { return FConfig.GetGasBranch(gas)->DAAdjustTable; }
+  TDAAdjustTable& Table(std::int32_t gas) { return Config.GetGasBranch(gas)->DAAdjustTable; }
   std::string Stored(std::int32_t gas) {
     TGasCaliConfig stored;
     stored.Open();
@@ -126,20 +124,14 @@ class GasAdjust : public testing::Test {
     EXPECT_THAT(FGas.Story, testing::Not(testing::Contains("pressure")));
   }
 
-  TTempDir FDir;
   // The tick count wraps, and 49.7 days are over, while the pressure is sampled for the first time.
   static constexpr std::uint32_t kToWrapMs = 1200;
   TVirtualClock FClock{0U - kToWrapMs, (std::uint64_t{1} << 32) - kToWrapMs};
-  TInstalled<IClock> FClockInstalled{FClock};
   TNcRegistry FRegistry;
-  TInstalled<TNcRegistry> FRegistryInstalled{FRegistry};
-  TMachineConfig FConfig;
-  TInstalled<TMachineConfig> FConfigInstalled{FConfig};
   TPlainGas FGas;
-  TInstalled<TNcCutSystem> FCutInstalled{FGas};
-  TInstalled<TNcDeviceManager> FDevicesInstalled{FGas};
   TStopAlarm FAlarms;
-  TInstalled<TNcAlarms> FAlarmsInstalled{FAlarms};
+  TAllInstalled<IClock, TNcRegistry, TMachineConfig, TNcCutSystem, TNcDeviceManager, TNcAlarms> FInstalled{
+      FClock, FRegistry, Config, FGas, FGas, FAlarms};
   std::optional<TNcStateFramework> FFramework;
   std::vector<std::pair<std::int32_t, std::int32_t>> FChanges;
   TFaultWatch Faults;
@@ -188,9 +180,9 @@ TEST_F(GasAdjust, CalibratesEachValidGasAndSavesOnce) {
 
   EXPECT_GE(Table(1).GetCount(), 6);
   EXPECT_EQ(Table(3).GetCount(), 0);
-  for (const std::int32_t gas : {1, 2, 6}) EXPECT_TRUE(FConfig.GetGasBranch(gas)->DAAdjustEnabled) << gas;
+  for (const std::int32_t gas : {1, 2, 6}) EXPECT_TRUE(Config.GetGasBranch(gas)->DAAdjustEnabled) << gas;
   TMachineConfig saved;
-  ASSERT_TRUE(saved.Load(File()));
+  ASSERT_TRUE(saved.Load(File));
   EXPECT_EQ(saved.GetGasBranch(2)->DAAdjustTable.GetCount(), Table(2).GetCount());
   EXPECT_EQ(Stored(1), std::to_string(Table(1).GetCount()));
   EXPECT_EQ(Stored(3), "none");
@@ -239,19 +231,18 @@ TEST_F(GasAdjust, AFlatCurveLeavesTheTableAlone) {
 }
 
 TEST_F(GasAdjust, WhateverEndsItGasIsOffAndTheTableWhole) {
-  struct TEnding {
+  const struct {
     const char* Name;
     std::function<void()> Do;
     const char* Line;
-  };
-  const TEnding endings[] = {
+  } endings[] = {
       {"stop of the model", [] { Model().StopAjdust(); }, "停止校正！"},
       {"pause", [&] { FFramework->Pause(); }, "校正失败!"},
       {"error", [&] { FFramework->Abort(srError); }, "校正失败!"},
       {"alarm", [&] { FAlarms.Stop = true; }, "校正失败!"},
       {"a device that throws", [&] { FGas.Throws = true; }, "校正失败!"},
   };
-  for (const TEnding& ending : endings) {
+  for (const auto& ending : endings) {
     for (const auto sub : {TGasAdjustSub::GasOnWait, TGasAdjustSub::NextVolt, TGasAdjustSub::Measuring}) {
       SCOPED_TRACE(testing::Message() << ending.Name << " in sub-state " << static_cast<int>(sub));
       FChanges.clear();
@@ -293,7 +284,7 @@ TEST_F(GasAdjust, StoredTablesComeBack) {
   EXPECT_EQ(Table(2).GetCount(), 2);
   EXPECT_EQ(Model().GetMaxPress(2), 5);
   TMachineConfig saved;
-  ASSERT_TRUE(saved.Load(File()));
+  ASSERT_TRUE(saved.Load(File));
   EXPECT_TRUE(saved.GetGasBranch(2)->DAAdjustEnabled);
 }
 
@@ -311,7 +302,7 @@ TEST_F(GasAdjust, AStoredTableThatIsNoneLoadsNothing) {
        "GasCaliItem[2]: the stored table is not used: it is a second table of this nozzle"},
   };
   for (const auto& [items, why] : rows) {
-    std::ofstream(FDir.Path() / "GasCalibration.config")
+    std::ofstream(Dir.Path() / "GasCalibration.config")
         << "<GasCalibration><GasO2><GasCaliItem NozzType='S' NozzSize='1.5'><DAAdjustTable>" << items
         << "</DAAdjustTable></GasCaliItem></GasO2></GasCalibration>";
     const auto loaded = Model().LoadGasData(2, "S", 1.5);
@@ -319,7 +310,7 @@ TEST_F(GasAdjust, AStoredTableThatIsNoneLoadsNothing) {
     EXPECT_THAT(loaded.Problem().Text(), HasSubstr(why));
     EXPECT_EQ(Messages().back(), loaded.Problem().Text());
     EXPECT_EQ(Table(2).GetItem(1)->Press, 5);
-    EXPECT_FALSE(FConfig.GetGasBranch(2)->DAAdjustEnabled);
+    EXPECT_FALSE(Config.GetGasBranch(2)->DAAdjustEnabled);
   }
 }
 

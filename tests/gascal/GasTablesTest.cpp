@@ -1,14 +1,12 @@
 // The file of gas calibration tables.
 #include <fstream>
-#include <iterator>
 #include <limits>
 
 #include <gmock/gmock.h>
 
 #include "fixture/Faults.h"
-#include "fixture/TempDir.h"
+#include "fixture/OwnConfig.h"
 #include "ixocamglue/gascal/Ugasnozzcaliconfig.h"
-#include "ixocamglue/platform/xml/MachineConfig.h"
 
 namespace ixocamglue::test {
 namespace {
@@ -16,17 +14,11 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-class GasTables : public testing::Test {
+class GasTables : public testing::Test, protected TOwnConfig {
  protected:
-  GasTables() {
-    Write("machine.xml", "<MachineConfig/>");
-    EXPECT_TRUE(FConfig.Load(FDir.Path() / "machine.xml"));
-  }
-  void Write(const char* name, std::string_view text) { std::ofstream(FDir.Path() / name) << text; }
-  std::string Read(const std::string& name) {
-    std::ifstream in(FDir.Path() / name);
-    return {std::istreambuf_iterator<char>(in), {}};
-  }
+  GasTables() : TOwnConfig("<MachineConfig/>") {}
+  void Write(const char* name, std::string_view text) { std::ofstream(Dir.Path() / name) << text; }
+  std::string Read(const std::string& name) { return FileText(Dir.Path() / name); }
   static TDAAdjustTable Table(double press) {
     TDAAdjustTable table;
     table.Add(0, 0);
@@ -39,9 +31,7 @@ class GasTables : public testing::Test {
     return names;
   }
 
-  TTempDir FDir;
-  TMachineConfig FConfig;
-  TInstalled<TMachineConfig> FInstalled{FConfig};
+  TInstalled<TMachineConfig> FInstalled{Config};
   TFaultWatch Faults;
 };
 
@@ -73,10 +63,10 @@ TEST_F(GasTables, AreFoundReplacedAndSavedInOrder) {
                config.GetGasConfig(0));
 
   const std::string before = Read(kFile);
-  std::filesystem::remove(FDir.Path() / (std::string(kFile) + ".bak"));
+  std::filesystem::remove(Dir.Path() / (std::string(kFile) + ".bak"));
   EXPECT_TRUE(config.SaveTables());
   EXPECT_EQ(Read(kFile), before);
-  EXPECT_FALSE(std::filesystem::exists(FDir.Path() / (std::string(kFile) + ".bak")))
+  EXPECT_FALSE(std::filesystem::exists(Dir.Path() / (std::string(kFile) + ".bak")))
       << "nothing changed, nothing written";
 }
 

@@ -128,19 +128,27 @@ class QuickAdjust : public testing::Test {
 
 double Straight(double volt) { return volt; }
 
+// Below each voltage its pressure; above them all the last one.
+std::function<double(double)> Steps(const std::vector<TDot>& below, double above) {
+  return [=](double volt) {
+    for (const TDot& step : below)
+      if (volt < step.X) return step.Y;
+    return above;
+  };
+}
+
 TEST_F(QuickAdjust, TakesPresetsWindowAndToleranceOfItsBranch) {
-  struct TRow {
+  const struct {
     std::int32_t Branch, Window;
     double Error;
     std::vector<double> Presets;
-  };
-  const TRow rows[] = {{1, 150, 3.0, {1.0, 2.4, 3.6, 10.0}},
-                       {2, 100, 1.5, {0.4, 0.6, 0.8, 1.0, 1.4, 2.1, 10.0}},
-                       {3, 250, 3.0, {1.0, 3.0, 4.5, 10.0}},
-                       {6, 150, 3.0, {2.4, 3.6, 10.0}},
-                       {5, 150, 3.0, {2.4, 3.6, 10.0}}};  // not fitted: as it was
+  } rows[] = {{1, 150, 3.0, {1.0, 2.4, 3.6, 10.0}},
+              {2, 100, 1.5, {0.4, 0.6, 0.8, 1.0, 1.4, 2.1, 10.0}},
+              {3, 250, 3.0, {1.0, 3.0, 4.5, 10.0}},
+              {6, 150, 3.0, {2.4, 3.6, 10.0}},
+              {5, 150, 3.0, {2.4, 3.6, 10.0}}};  // not fitted: as it was
   EXPECT_FALSE(Adjust.GetNextAdjDA(FPress) || Adjust.GetNextAdjDA3P(FPress)) << "no presets, no points";
-  for (const TRow& row : rows) {
+  for (const auto& row : rows) {
     Reset(row.Branch);
     EXPECT_EQ(Adjust.WindowMs(), row.Window);
     EXPECT_EQ(Adjust.ErrorPercent(), row.Error);
@@ -152,101 +160,43 @@ TEST_F(QuickAdjust, TakesPresetsWindowAndToleranceOfItsBranch) {
 TEST_F(QuickAdjust, ProposesByBisectionAndByThreeBands) {
   struct TCase {
     const char* Name;
-    std::int32_t Branch;
     bool ThreeBands;
-    double (*Curve)(double);
+    std::function<double(double)> Curve;
     std::vector<double> Behind;  // the presets
+    std::int32_t Branch = 1;
   };
+  const auto halves = [](double volt, int count) {
+    std::vector<double> volts;
+    for (int i = 0; i < count; ++i, volt /= 2) volts.push_back(volt);
+    return volts;
+  };
+  const auto late = [](double volt) { return volt > 9.99 ? 8.0 : 0.1 * volt / 3.6; };
+  const auto sudden = [](double volt) { return volt < 3.05 ? 0.1 * volt : 8.0; };
   const TCase cases[] = {
-      {"both bands covered from a straight line: 3.6 lies in the lower, half of the way up in the upper",
-       1,
-       false,
-       Straight,
-       {4.6, 5.6}},
-      {"below 10 % up to full scale: 1.5 V at a time until 10 V",
-       1,
-       false,
-       [](double v) { return v > 9.99 ? 8.0 : 0.1 * v / 3.6; },
-       {5.1, 6.6, 8.1, 9.6}},
-      {"everything above 90 %: half of the lowest, 15 points at most",
-       1,
-       false,
-       [](double) { return 8.0; },
-       {0.5, 0.25, 0.125, 0.0625, 0.03125, 0.015625, 0.0078125, 0.00390625, 0.001953125, 0.0009765625, 0.00048828125}},
-      {"neither band: between the points at which half of the pressure is passed",
-       1,
-       false,
-       [](double v) {
-         return v < 2 ? 0.5 : v < 2.5 ? 0.7 : v < 2.8 ? 2.0 : v < 3.3 ? 4.0 : 7.9;
-       },
-       {3.0, 2.7}},
-      {"10 % and 90 % belong to the bands", 1, false, [](double v) { return v < 3   ? 1.0
-                                                                            : v < 9 ? 9.0
-                                                                                    : 10.0; }, {}},
-      {"above 90 % does not",
-       1,
-       false,
-       [](double v) {
-         return v < 2.9 ? 1.0 : v < 3.3 ? 7.0 : v < 9 ? 9.2 : 10.0;
-       },
-       {3.0}},
-      {"only the upper band: below it", 1, false, [](double v) { return v < 0.6 ? 2.0
-                                                                        : v > 9 ? 8.0
-                                                                                : 5.0; }, {0.5}},
-      {"a straight line in three bands", 1, true, Straight, {3.6 + 6.4 / 3, 3.6 + 6.4 / 3 + 6.4 * 2 / 9}},
-      {"40 % and 90 % belong to the bands that they bound",
-       1,
-       true,
-       [](double v) {
-         return v < 2 ? 1.5 : v < 3 ? 4.0 : v < 9 ? 9.0 : 10.0;
-       },
-       {}},
-      {"17 % lies in the first band",
-       1,
-       true,
-       [](double v) {
-         return v < 2 ? 1.7 : v < 3 ? 5.0 : v < 9 ? 7.0 : 10.0;
-       },
-       {}},
-      {"42 % does not",
-       1,
-       true,
-       [](double v) {
-         return v < 1.5 ? 1.0 : v < 2 ? 2.0 : v < 3 ? 4.2 : v < 9 ? 7.0 : 10.0;
-       },
-       {1.7}},
-      {"65 % does not lie in the second",
-       1,
-       true,
-       [](double v) {
-         return v < 1.5 ? 2.0 : v < 2 ? 5.0 : v < 3 ? 6.5 : v < 9 ? 8.0 : 10.0;
-       },
-       {1.7}},
-      {"92 % does not lie in the third",
-       1,
-       true,
-       [](double v) {
-         return v < 2 ? 2.0 : v < 2.8 ? 5.0 : v < 3.3 ? 7.0 : v < 9 ? 9.2 : 10.0;
-       },
-       {3.0}},
-      {"a step in three bands: halves until 0.02 V are left",
-       1,
-       true,
-       [](double v) { return v < 3.05 ? 0.1 * v : 8.0; },
-       {3.0, 3.3, 3.15, 3.075, 3.0375}},
-      {"everything on top, three bands: half of the lowest",
-       6,
-       true,
-       [](double v) { return v < 1 ? 4.0 : 8.0; },
-       {1.2, 0.6, 0.3, 0.15, 0.075, 0.0375, 0.01875, 0.009375, 0.0046875, 0.00234375, 0.001171875, 0.0005859375}},
+      // 3.6 lies in the lower band, half of the way up in the upper.
+      {"a straight line covers both bands", false, Straight, {4.6, 5.6}},
+      {"below 10 % up to full scale: 1.5 V at a time", false, late, {5.1, 6.6, 8.1, 9.6}},
+      {"everything above 90 %: half of the lowest, 15 points at most", false, Steps({}, 8.0), halves(0.5, 11)},
+      // Between the points at which half of the pressure is passed.
+      {"neither band", false, Steps({{2, 0.5}, {2.5, 0.7}, {2.8, 2.0}, {3.3, 4.0}}, 7.9), {3.0, 2.7}},
+      {"10 % and 90 % belong to the bands", false, Steps({{3, 1.0}, {9, 9.0}}, 10.0), {}},
+      {"above 90 % does not", false, Steps({{2.9, 1.0}, {3.3, 7.0}, {9, 9.2}}, 10.0), {3.0}},
+      {"only the upper band: below it", false, Steps({{0.6, 2.0}, {9, 5.0}}, 8.0), {0.5}},
+      {"a straight line in three bands", true, Straight, {3.6 + 6.4 / 3, 3.6 + 6.4 / 3 + 6.4 * 2 / 9}},
+      {"40 % and 90 % belong to the bands that they bound", true, Steps({{2, 1.5}, {3, 4.0}, {9, 9.0}}, 10.0), {}},
+      {"17 % lies in the first band", true, Steps({{2, 1.7}, {3, 5.0}, {9, 7.0}}, 10.0), {}},
+      {"42 % does not", true, Steps({{1.5, 1.0}, {2, 2.0}, {3, 4.2}, {9, 7.0}}, 10.0), {1.7}},
+      {"65 % does not lie in the second", true, Steps({{1.5, 2.0}, {2, 5.0}, {3, 6.5}, {9, 8.0}}, 10.0), {1.7}},
+      {"92 % does not lie in the third", true, Steps({{2, 2.0}, {2.8, 5.0}, {3.3, 7.0}, {9, 9.2}}, 10.0), {3.0}},
+      // Halves until 0.02 V are left.
+      {"a step in three bands", true, sudden, {3.0, 3.3, 3.15, 3.075, 3.0375}},
+      {"everything on top, three bands: half of the lowest", true, Steps({{1, 4.0}}, 8.0), halves(1.2, 12), 6},
   };
   for (const TCase& c : cases) {
     Reset(c.Branch);
     auto asked = Run(c.ThreeBands, c.Curve);
     asked.erase(asked.begin(), asked.begin() + static_cast<std::ptrdiff_t>(Adjust.Presets().size()));
-    std::vector<testing::Matcher<double>> expected;
-    for (const double volt : c.Behind) expected.emplace_back(DoubleNear(volt, 1e-12));
-    EXPECT_THAT(asked, testing::ElementsAreArray(expected)) << c.Name;
+    EXPECT_THAT(asked, testing::Pointwise(DoubleNear(1e-12), c.Behind)) << c.Name;
     EXPECT_LE(Adjust.CaliList().Count(), 15);
   }
 }

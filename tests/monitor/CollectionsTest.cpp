@@ -1,5 +1,4 @@
 #include <cmath>
-#include <deque>
 #include <limits>
 #include <random>
 

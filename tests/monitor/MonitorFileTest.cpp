@@ -4,10 +4,9 @@
 
 #include <gtest/gtest.h>
 
-#include "fixture/Faults.h"
+#include "fixture/LogTexts.h"
+#include "fixture/OwnConfig.h"
 #include "ixocamglue/platform/ports/MotionDriver.h"
-#include "ixocamglue/platform/services/AppSys.h"
-#include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/platform/xml/MachineConfig.h"
 #include "tests/monitor/MonitorFiles.h"
 
@@ -28,20 +27,18 @@ TMonitorDataFrame Frame(std::uint16_t mainType, std::uint16_t subType, std::vect
   return frame;
 }
 
-struct TPlainDevices final : TNcDeviceManager {
+struct TThreeAxes final : TNcDeviceManager {
   TNcInputGroup* InputGroup() override { return nullptr; }
   std::int32_t GetAxisCount() override { return 3; }
 };
 
 TEST(MonitorFile, HoldsTheMachinesMotorsAndTheFramesThatAreKept) {
   const TTempDir dir;
-  WriteFile(dir.Path() / "m.xml",
-            "<MachineConfig><Axes><Axis Name='X,1&#13;&#10;&#10;b'/><Axis/><Axis Name='Z'/><Axis "
-            "Name='W'/></Axes></MachineConfig>");
-  TMachineConfig config;
-  ASSERT_TRUE(config.Load(dir.Path() / "m.xml"));
-  const TInstalled<TMachineConfig> configInstalled(config);
-  TPlainDevices devices;
+  TOwnConfig own(
+      "<MachineConfig><Axes><Axis Name='X,1&#13;&#10;&#10;b'/><Axis/><Axis Name='Z'/><Axis "
+      "Name='W'/></Axes></MachineConfig>");
+  const TInstalled<TMachineConfig> configInstalled(own.Config);
+  TThreeAxes devices;
   const TInstalled<TNcDeviceManager> devicesInstalled(devices);
 
   const TMonitorDataFrame integers = Frame(3, 2, {1, -5});
@@ -187,16 +184,7 @@ TEST(MonitorFile, NoDamageDisturbsTheReader) {
 }
 
 TEST(MonitorFile, ReplacesAFileAsAWholeAndLeavesNothingBehind) {
-  struct TListSink : ILogSink {
-    void Write(const TLogRecord& record) override { Lines.push_back(record.Text); }
-    TTexts Lines;
-  } lines;
-  TLogService logs;
-  logs.AddSink(lines);
-  const TInstalled<TLogService> logsInstalled(logs);
-  TAppSys app;
-  const TInstalled<TAppSys> appInstalled(app);
-
+  TLogWorld log;
   const TTempDir dir;
   const auto file = dir.Path() / "a.csv";
   TSystemMonitorFile monitor;
@@ -245,17 +233,12 @@ TEST(MonitorFile, ReplacesAFileAsAWholeAndLeavesNothingBehind) {
   monitor.SaveToFile("/dev/null");
   for (const std::string& bad :
        {(dir.Path() / "none" / "a.csv").string(), dir.Path().string(), std::string("/dev/full")}) {
-    try {
-      monitor.SaveToFile(bad);
-      ADD_FAILURE() << bad;
-    } catch (const EProblem& e) {
-      EXPECT_EQ(e.Problem.Where, bad);
-      EXPECT_NE(std::string(e.what()).find(bad), std::string::npos);
-    }
+    EXPECT_TRUE(Thrown<EProblem>([&] { monitor.SaveToFile(bad); }).starts_with(bad + ": ")) << bad;
     if (bad == "/dev/full") continue;
     EXPECT_FALSE(LoadFile(bad).Result);
-    EXPECT_EQ(logs.DrainOnce(), 1U);
-    EXPECT_NE(lines.Lines.back().find(bad), std::string::npos);
+    const TTexts lines = log.Log();
+    ASSERT_EQ(lines.size(), 1U);
+    EXPECT_NE(lines[0].find(bad), std::string::npos);
   }
 }
 

@@ -2,13 +2,13 @@
 #pragma once
 
 #include <fstream>
-#include <iterator>
 #include <memory>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "fixture/TempDir.h"
+#include "fixture/Texts.h"
 #include "ixocamglue/monitor/Usystemmonitorfile.h"
 
 namespace ixocamglue::test {
@@ -20,11 +20,6 @@ inline const std::string kHead =
     "MonitorConfig,Motor\n"
     "MonitorData\n"
     "MainType,SubType,Param1,Param2,SampleTime,TimeInterval,DataCount,Version,ShareDw,Reserve1,Reserve2,Data\n";
-
-inline std::string FileText(const std::filesystem::path& file) {
-  std::ifstream in(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
 
 inline void WriteFile(const std::filesystem::path& file, std::string_view text) {
   std::ofstream(file, std::ios::binary).write(text.data(), static_cast<std::streamsize>(text.size()));

@@ -54,20 +54,16 @@ TEST(MonitorNumbers, AreWrittenAsTheLibraryWritesThem) {
 }
 
 TEST(MonitorNumbers, AFieldIsAnIntegerAsAWholeOrNothing) {
-  struct TCase {
-    const char* Text;
-    std::uint32_t Value;
-  };
-  for (const auto& [text, value] : {TCase{"0", 0},
-                                    {"  +7\t", 7},
-                                    {"-1", 0xFFFFFFFF},
-                                    {"4294967294", 0xFFFFFFFE},
-                                    {"-2147483648", 0x80000000},
-                                    {"$1f", 31},
-                                    {"-$1", 0xFFFFFFFF},
-                                    {"0X1F", 31},
-                                    {"0000000000000000000000012", 12}})
-    EXPECT_EQ(ParseInt(text), value) << text;
+  const std::pair<const char*, std::uint32_t> whole[] = {{"0", 0},
+                                                         {"  +7\t", 7},
+                                                         {"-1", 0xFFFFFFFF},
+                                                         {"4294967294", 0xFFFFFFFE},
+                                                         {"-2147483648", 0x80000000},
+                                                         {"$1f", 31},
+                                                         {"-$1", 0xFFFFFFFF},
+                                                         {"0X1F", 31},
+                                                         {"0000000000000000000000012", 12}};
+  for (const auto& [text, value] : whole) EXPECT_EQ(ParseInt(text), value) << text;
   for (const char* none : {"4294967296", "-2147483649", "", " ", "-", "$", "0x", "1 2", "--1", "0x-1", "1.0", "x1",
                            "99999999999999999999999", "$100000000"})
     EXPECT_FALSE(ParseInt(none)) << none;
@@ -75,21 +71,17 @@ TEST(MonitorNumbers, AFieldIsAnIntegerAsAWholeOrNothing) {
 
 TEST(MonitorNumbers, AFieldIsAFloatAsAWholeOrNothing) {
   const float infinity = std::numeric_limits<float>::infinity();
-  struct TCase {
-    const char* Text;
-    float Value;
-  };
-  for (const auto& [text, value] : {TCase{" +0.5\t", 0.5F},
-                                    {"-2", -2.0F},
-                                    {".5", 0.5F},
-                                    {"5.", 5.0F},
-                                    {"1e3", 1000.0F},
-                                    {"-1E-3", -0.001F},
-                                    {"InFiNiTy", infinity},
-                                    {"-INF", -infinity},
-                                    {"16777217.00000000", 16777216.0F},
-                                    {"16777219.00000000", 16777220.0F}})
-    EXPECT_EQ(ParseFloat(text), value) << text;
+  const std::pair<const char*, float> whole[] = {{" +0.5\t", 0.5F},
+                                                 {"-2", -2.0F},
+                                                 {".5", 0.5F},
+                                                 {"5.", 5.0F},
+                                                 {"1e3", 1000.0F},
+                                                 {"-1E-3", -0.001F},
+                                                 {"InFiNiTy", infinity},
+                                                 {"-INF", -infinity},
+                                                 {"16777217.00000000", 16777216.0F},
+                                                 {"16777219.00000000", 16777220.0F}};
+  for (const auto& [text, value] : whole) EXPECT_EQ(ParseFloat(text), value) << text;
   for (const char* none : {"1e39", "1e-60", "0x1p3", "nan(1)", "in", "--1", "+-1", "1,5", "1 5", "", ".", "e5", "1e"})
     EXPECT_FALSE(ParseFloat(none)) << none;
   EXPECT_TRUE(std::isnan(ParseFloat("NaN").value_or(0.0F)));

@@ -1,10 +1,9 @@
-#include <fstream>
 #include <map>
 #include <optional>
 
 #include <gmock/gmock.h>
 
-#include "fixture/TempDir.h"
+#include "fixture/OwnConfig.h"
 #include "ixocamglue/panel/Kbpforms.h"
 #include "ixocamglue/panel/Kbpmngr.h"
 #include "tests/panel/PanelRig.h"
@@ -17,18 +16,14 @@ using testing::IsEmpty;
 
 constexpr TKeyMask kDefault = 0x34000;
 
-class Panel : public testing::Test, protected TPanelRig {
+class Panel : public testing::Test, protected TPanelRig, protected TOwnConfig {
  protected:
   void LoadConfig(const std::string& xml) {
-    const auto file = FDir.Path() / "machine.xml";
-    std::ofstream(file) << xml;
-    ASSERT_TRUE(FConfig.Load(file));
-    FConfigInstalled.emplace(FConfig);
+    ASSERT_EQ(Load(xml), "");
+    FConfigInstalled.emplace(Config);
   }
   TKeyMask Client(TKBPManager& manager) { return manager.GetMap(3); }
 
-  TTempDir FDir;
-  TMachineConfig FConfig;
   std::optional<TInstalled<TMachineConfig>> FConfigInstalled;
   TFaultWatch Faults;
 };
@@ -56,7 +51,7 @@ TEST_F(Panel, EachKeyIsSentOrRefusedAsTheFourMasksSay) {
         manager.KBKeyDown(key, 7);
         SCOPED_TRACE(Format("%s alt %d masks %u", KeyName(key).data(), alt, bits));
         EXPECT_EQ(Cut.Take(), sent ? TTexts{Format("down %d 7", command)} : TTexts{});
-        EXPECT_EQ(LogLines(), message ? TTexts{texts[message]} : TTexts{});
+        EXPECT_EQ(Log(), message ? TTexts{texts[message]} : TTexts{});
         manager.KBKeyUp(key);  // unchecked
         EXPECT_EQ(Cut.Take(), command ? TTexts{Format("up %d 0", command)} : TTexts{});
       }
@@ -106,9 +101,8 @@ TEST_F(Panel, TracesNameTheirCategory) {
   TLogService::Listen(kDiagAll);
   manager.KBKeyDown(CK_STOP, 0);
   TLogService::Listen(0);
-  Logs.DrainOnce();
-  EXPECT_THAT(Sink.Traces, ElementsAre("CtrlRemote: TKBPKeyItem.KeyDown", "CtrlRemote: CutSystem.KeyDown",
-                                       "CtrlRemote: CutSystem.KeyDown"));
+  EXPECT_THAT(Log(), ElementsAre("CtrlRemote: TKBPKeyItem.KeyDown", "CtrlRemote: CutSystem.KeyDown",
+                                 "CtrlRemote: CutSystem.KeyDown"));
 }
 
 TEST_F(Panel, WhatIsNoKeyAndNoMaskDoesNothing) {

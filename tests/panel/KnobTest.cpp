@@ -1,17 +1,17 @@
 #include <cmath>
 #include <fstream>
-#include <iterator>
 #include <limits>
 #include <optional>
 
 #include <gmock/gmock.h>
 
 #include "controller/panel/PanelHost.h"
-#include "fixture/TempDir.h"
+#include "fixture/Installed.h"
+#include "fixture/OwnConfig.h"
+#include "fixture/Texts.h"
 #include "ixocamglue/panel/Uknob.h"
 #include "ixocamglue/platform/states/NcParams.h"
 #include "ixocamglue/platform/xml/JogSections.h"
-#include "ixocamglue/platform/xml/MachineConfig.h"
 #include "ixocamglue/support/Faults.h"
 
 namespace ixocamglue::test {
@@ -20,29 +20,21 @@ namespace {
 
 using testing::HasSubstr;
 
-class KnobTest : public testing::Test {
+class KnobTest : public testing::Test, protected TOwnConfig {
  protected:
   void Load(const std::string& xml) {
-    std::ofstream(File()) << xml;
-    ASSERT_TRUE(FConfig.Load(File()));
-    FJog.Load(FConfig);
-    FInstalled.emplace(FConfig);
+    ASSERT_EQ(TOwnConfig::Load(xml), "");
+    FJog.Load(Config);
+    FInstalled.emplace(Config);
   }
-  std::filesystem::path File() const { return FDir.Path() / "machine.xml"; }
-  std::string Stored() const {
-    std::ifstream in(File(), std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-  }
+  std::string Stored() const { return FileText(File); }
   bool Flag(const char* name) const { return FParams.GetBool(name, false); }
   double Speed() const { return FParams.GetDouble("JogSpeed", -1.0); }
 
-  TTempDir FDir;
-  TMachineConfig FConfig;
   std::optional<TInstalled<TMachineConfig>> FInstalled;
   TJogSections FJog;
-  TInstalled<TJogSections> FJogInstalled{FJog};
   TNcParams FParams;
-  TInstalled<TNcParams> FParamsInstalled{FParams};
+  TAllInstalled<TJogSections, TNcParams> FServices{FJog, FParams};
 };
 
 TEST_F(KnobTest, AFreshConfigurationGivesTheDefaults) {
@@ -116,7 +108,7 @@ TEST_F(KnobTest, SavingKeepsWhatItDoesNotKnow) {
   knob.LoadConfig();
   EXPECT_EQ(knob.XYSpeed.UsedSpeed.LowSpeed, 12.5);
 
-  std::ofstream(File()) << "<MachineConfig><broken";
+  std::ofstream(File) << "<MachineConfig><broken";
   knob.XYSpeed.ShowSpeed.LowSpeed = 13;
   knob.SaveConfig();
   const auto saved = FJog.Save();
@@ -129,13 +121,10 @@ TEST_F(KnobTest, SpeedsThatAreTooLowFailLast) {
   for (const char* high : {"0.01", "0", "-5"}) {
     Load(std::string(R"(<MachineConfig><JogXY HighJogSpeed=")") + high + R"("/></MachineConfig>)");
     TKnob knob;
-    try {
-      knob.SetSpeedState(ssNormal);
-      ADD_FAILURE() << high;
-    } catch (const EDesignFault& fault) {
-      EXPECT_STREQ(fault.what(), "JogSpeed too low");
-      EXPECT_STREQ(fault.Unit(), "uKnob");
-    }
+    EXPECT_THAT([&] { knob.SetSpeedState(ssNormal); },
+                testing::Throws<EDesignFault>(
+                    testing::AllOf(testing::Property(&EDesignFault::what, testing::StrEq("JogSpeed too low")),
+                                   testing::Property(&EDesignFault::Unit, testing::StrEq("uKnob")))));
     EXPECT_EQ(knob.GetSpeedState(), ssNormal);
     EXPECT_EQ(Speed(), 100.0);
     EXPECT_THAT(Stored(), HasSubstr("NormalJogSpeed"));

@@ -1,21 +1,15 @@
 // A panel manager between recording ports: what reaches the cutting system, the window and the log.
 #pragma once
 
-#include <string>
-#include <vector>
-
 #include "fixture/Faults.h"
+#include "fixture/LogTexts.h"
 #include "ixocamglue/panel/Kbpmngr.h"
 #include "ixocamglue/platform/alarms/NcAlarmManager.h"
 #include "ixocamglue/platform/ports/CutSystem.h"
 #include "ixocamglue/platform/ports/PanelPorts.h"
-#include "ixocamglue/platform/services/AppSys.h"
-#include "ixocamglue/platform/services/Clock.h"
-#include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/platform/services/VirtualClock.h"
 #include "ixocamglue/platform/states/ForbidTypes.h"
 #include "ixocamglue/platform/states/NcParams.h"
-#include "ixocamglue/platform/xml/MachineConfig.h"
 #include "ixocamglue/support/Format.h"
 
 namespace ixocamglue::test {
@@ -38,25 +32,12 @@ class TRecordingCut final : public TNcCutSystem {
   TTexts Calls;
 };
 
-class TMemorySink final : public ILogSink {
- public:
-  void Write(const TLogRecord& record) override {
-    if (Fails) throw std::runtime_error("disk full");
-    if (record.Diagnostic)
-      Traces.push_back(record.Source + ": " + record.Text);
-    else
-      Lines.push_back(Format("%d %d %s", record.Kind, record.Colour, record.Text.c_str()));
-  }
-  bool Fails = false;
-  TTexts Lines, Traces;
-};
-
-struct TPanelRig {
-  TPanelRig() { Logs.AddSink(Sink); }
-
-  TTexts LogLines() {
-    Logs.DrainOnce();
-    return std::exchange(Sink.Lines, {});
+struct TPanelRig : TLogWorld {
+  TPanelRig() {
+    Sink.Form = [](const TLogRecord& record) {
+      return record.Diagnostic ? record.Source + ": " + record.Text
+                               : Format("%d %d %s", record.Kind, record.Colour, record.Text.c_str());
+    };
   }
   // Masks as a refresh would have left them.
   static void SetMasks(TKBPManager& manager, TKeyMask client, TKeyMask alarm, TKeyMask state, TKeyMask warning) {
@@ -67,24 +48,14 @@ struct TPanelRig {
   }
 
   TVirtualClock VirtualClock;
-  TInstalled<IClock> ClockInstalled{VirtualClock};
-  TMemorySink Sink;
-  TLogService Logs{256};
-  TInstalled<TLogService> LogsInstalled{Logs};
-  TAppSys App;
-  TInstalled<TAppSys> AppInstalled{App};
   TNcParams Params;
-  TInstalled<TNcParams> ParamsInstalled{Params};
   TNcForbidTypeRegistry Registry;
-  TInstalled<TNcForbidTypeRegistry> RegistryInstalled{Registry};
   TWindowTable Windows;
-  TInstalled<TNcWindows> WindowsInstalled{Windows};
   TNcSysInts SysInts;
-  TInstalled<TNcSysInts> SysIntsInstalled{SysInts};
   TNcAlarmManager Alarms;
-  TInstalled<TNcAlarms> AlarmsInstalled{Alarms};
   TRecordingCut Cut;
-  TInstalled<TNcCutSystem> CutInstalled{Cut};
+  TAllInstalled<IClock, TNcParams, TNcForbidTypeRegistry, TNcWindows, TNcSysInts, TNcAlarms, TNcCutSystem> Installed{
+      VirtualClock, Params, Registry, Windows, SysInts, Alarms, Cut};
 };
 
 }  // namespace ixocamglue::test
