@@ -6,7 +6,7 @@
 #include <regex>
 #include <string>
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include "controller/config/ConfigHistory.h"
 #include "controller/config/LiveConfig.h"
@@ -87,12 +87,12 @@ TEST_F(TServiceApi, AValueIsSetInTheControllerAndItsFileAndOthersAreToldSo) {
     EXPECT_TRUE(MachineConfig()->Save());
   });
   const auto all = Ask("GET", "config").Body["properties"];
-  for (const auto& [path, value] : {std::pair<const char*, double>{"AutoCleanHead/CleanCount", 7},
-                                    {"Simulator/PlateZ", 99},
-                                    {"Axes/Axis[1]/MaxSpeed", 1200},
-                                    {"JogXY/LowJogSpeed", 12.5},
-                                    {"JogXY/HighJogSpeed", 222}})
-    EXPECT_EQ(all.value(path, -1.0), value) << path;
+  const std::pair<const char*, double> kept[] = {{"AutoCleanHead/CleanCount", 7},
+                                                 {"Simulator/PlateZ", 99},
+                                                 {"Axes/Axis[1]/MaxSpeed", 1200},
+                                                 {"JogXY/LowJogSpeed", 12.5},
+                                                 {"JogXY/HighJogSpeed", 222}};
+  for (const auto& [path, value] : kept) EXPECT_EQ(all.value(path, -1.0), value) << path;
 
   const auto changes = Ask("GET", "config/history?limit=2").Body["changes"];
   ASSERT_EQ(changes.size(), 2u);
@@ -120,16 +120,15 @@ TEST_F(TServiceApi, AValueIsSetInTheControllerAndItsFileAndOthersAreToldSo) {
 
 TEST_F(TServiceApi, WhatIsWrongIsRefusedWithItsReasonAndNothingIsChanged) {
   const std::string before = Bytes();
-  struct TCase {
+  const struct {
     const char* Path;
     nlohmann::json Value;
     int Status;
-  };
-  const TCase cases[] = {{"AutoCleanHead/CleanCount", "x", 400},   {"AutoCleanHead/CleanCount", nullptr, 400},
-                         {"AutoCleanHead/CleanCoun", 3, 400},      {"AutoCleanHead", 3, 400},
-                         {"Axes/Axis[1]/SoftLimitPos", 3000, 400}, {"Laser/EmissionOnDelay", -1, 400},
-                         {"UCSOrgName/UCSName1", "a\x0b", 400},    {"UCSOrgName/UCSName1", {{"a", 1}}, 400}};
-  for (const TCase& c : cases) {
+  } cases[] = {{"AutoCleanHead/CleanCount", "x", 400},   {"AutoCleanHead/CleanCount", nullptr, 400},
+               {"AutoCleanHead/CleanCoun", 3, 400},      {"AutoCleanHead", 3, 400},
+               {"Axes/Axis[1]/SoftLimitPos", 3000, 400}, {"Laser/EmissionOnDelay", -1, 400},
+               {"UCSOrgName/UCSName1", "a\x0b", 400},    {"UCSOrgName/UCSName1", {{"a", 1}}, 400}};
+  for (const auto& c : cases) {
     const auto reply = Set(c.Path, c.Value);
     EXPECT_EQ(reply.Status, c.Status) << c.Path << reply.Body;
     EXPECT_FALSE(reply.Body["what"].get<std::string>().empty());

@@ -1,8 +1,6 @@
 // The host's side of the gas calibration on the simulated valves: its protections, and the commands.
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
@@ -32,18 +30,11 @@ class GasCalibration : public testing::Test {
                  "' MaxPressure='" + (gas == 3 ? "25" : "12") + "'>" + kOld + "</GasBranch>";
     std::ofstream(File())
         << machine << "<GasBranch GasType='4'/><GasBranch GasType='5' DAPort='37'/></GasBranches></MachineConfig>";
-    TControllerOptions options;
-    options.Machines = {SimulatedMachine()};
-    options.MachineFile = File();
-    FController.emplace(options);
+    FController.emplace(TControllerOptions{.Machines = {SimulatedMachine()}, .MachineFile = File()});
     FController->RunPass();
     FController->RunPass();
   }
   std::filesystem::path File() const { return FDir.Path() / "machine.xml"; }
-  std::string Read(const char* name) {
-    std::ifstream in(FDir.Path() / name);
-    return {std::istreambuf_iterator<char>(in), {}};
-  }
   // The result of one gas; fails the test when it takes more than five minutes of machine time.
   TGasResult Run(std::int32_t gas) {
     TGasCalibration calibration(*FController, {gas}, {"S", 1.5});
@@ -66,22 +57,21 @@ class GasCalibration : public testing::Test {
 };
 
 TEST_F(GasCalibration, FaultsEndInTimeAndNeverStoreACurveThatIsNone) {
-  struct TRow {
+  // Stuck without a curve before it, and with one.
+  const struct {
     TValveFault Fault;
     TGasEnd End;
     bool Completed;
-  };
-  // Stuck without a curve before it, and with one.
-  const TRow rows[] = {{vfDeadSensor, TGasEnd::Restored, true},
-                       {vfNoSupply, TGasEnd::Restored, true},
-                       {vfStuck, TGasEnd::Restored, true},
-                       {vfNonFinite, TGasEnd::Restored, true},
-                       {vfNegativeOffset, TGasEnd::Restored, true},
-                       {vfSlowLine, TGasEnd::Restored, true},
-                       {vfNone, TGasEnd::Stored, true},
-                       {vfStuck, TGasEnd::Restored, true},
-                       {vfSlowUpdate, TGasEnd::Unfinished, false},
-                       {vfLowSupply, TGasEnd::Restored, true}};
+  } rows[] = {{vfDeadSensor, TGasEnd::Restored, true},
+              {vfNoSupply, TGasEnd::Restored, true},
+              {vfStuck, TGasEnd::Restored, true},
+              {vfNonFinite, TGasEnd::Restored, true},
+              {vfNegativeOffset, TGasEnd::Restored, true},
+              {vfSlowLine, TGasEnd::Restored, true},
+              {vfNone, TGasEnd::Stored, true},
+              {vfStuck, TGasEnd::Restored, true},
+              {vfSlowUpdate, TGasEnd::Unfinished, false},
+              {vfLowSupply, TGasEnd::Restored, true}};
   // The gas's table in memory, in the machine file, and its backup.
   const auto tables = [&] {
     TMachineConfig file;
@@ -100,7 +90,7 @@ TEST_F(GasCalibration, FaultsEndInTimeAndNeverStoreACurveThatIsNone) {
     add(stored.GetDAAdjustTable(2, "S", 1.5), false);
     return text;
   };
-  for (const TRow& row : rows) {
+  for (const auto& row : rows) {
     SCOPED_TRACE(ValveFaultName(row.Fault));
     ASSERT_TRUE(Simulated(FController->Machine()).Gas()->SetFault(2, row.Fault));
     MachineConfig()->GetGasBranch(2)->DAAdjustEnabled = false;  // the table before is not in use
@@ -290,8 +280,7 @@ TEST_F(GasCommands, CalibrateShowDiffAndLoadWorkOnTheSameTables) {
   EXPECT_EQ(json["gases"][0]["gas"], "O2");
   EXPECT_GE(json["gases"][0]["points"].size(), 7u);
   EXPECT_EQ(json["gases"][0]["curve"][0]["bar"], 0.0);
-  std::ifstream record(FDir.Path() / "rec.json");
-  const auto points = nlohmann::json::parse(record)["gases"][1]["points"];
+  const auto points = nlohmann::json::parse(Read("rec.json"))["gases"][1]["points"];
   EXPECT_EQ(points.size(), 2 * json["gases"][1]["points"].size()) << "up, and once more downwards";
   EXPECT_TRUE(points.back()["descending"]);
   for (std::size_t i = points.size() / 2 + 1; i < points.size(); ++i)
@@ -302,8 +291,7 @@ TEST_F(GasCommands, CalibrateShowDiffAndLoadWorkOnTheSameTables) {
   EXPECT_EQ(Gas("diff --gas O2 --nozzle S --size 1.5"), 0) << FOut;
   ASSERT_EQ(Gas("calibrate --gas O2 --nozzle D --size 2 --seed 7 --lang en --plot o2.svg"), 0) << FOut;
   EXPECT_THAT(FOut, testing::AllOf(HasSubstr("All calibrations ended!"), HasSubstr("100 %"), HasSubstr("Oxygen")));
-  std::ifstream plot(FDir.Path() / "o2.svg");
-  EXPECT_THAT(std::string(std::istreambuf_iterator<char>(plot), {}), HasSubstr("</svg>"));
+  EXPECT_THAT(Read("o2.svg"), HasSubstr("</svg>"));
   EXPECT_EQ(Gas("diff --gas O2 --nozzle S --size 1.5 --lang en"), 1) << "another run's noise";
   EXPECT_THAT(FOut, HasSubstr("differ"));
   EXPECT_EQ(Gas("load --gas O2 --nozzle S --size 1.5"), 0) << FOut;

@@ -207,8 +207,7 @@ TEST_F(Queue, ARestartStartsNothingAndTheJobThatRanHasFailed) {
   Open();
   EXPECT_THROW(Add("shot"), EProblem);
   EXPECT_THROW(FQueue->Start(kLi), EProblem);
-  std::ifstream kept(Folder.Path() / "queue.json");
-  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(kept), {}), "{\"version\": 1, \"jobs\": [7]}");
+  EXPECT_EQ(ixocamglue::test::FileText(Folder.Path() / "queue.json"), "{\"version\": 1, \"jobs\": [7]}");
 }
 
 TEST_F(Queue, AJobThatCannotBeKeptIsRefusedAndOneThatCannotBeMarkedNeverStarts) {

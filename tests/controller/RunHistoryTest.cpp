@@ -7,8 +7,8 @@
 
 #include "controller/history/RunArchive.h"
 #include "controller/history/RunHistory.h"
-#include "fixture/Faults.h"
 #include "fixture/TempDir.h"
+#include "fixture/Texts.h"
 #include "fixture/Waiting.h"
 #include "ixocamglue/platform/services/VirtualClock.h"
 
@@ -16,8 +16,7 @@ namespace ixocontroller {
 namespace {
 
 using ixocamglue::test::TTempDir;
-using TShown = std::vector<std::string>;
-
+using ixocamglue::test::TTexts;
 THistoryRun Record(const std::string& name, std::int64_t ms = 0, const char* outcome = "") {
   THistoryRun run;
   run.Name = name;
@@ -49,8 +48,8 @@ class RunHistory : public testing::Test {
     FHistory->End(std::move(run));
     return id;
   }
-  TShown Rows(const THistoryFilter& filter = {}) {
-    TShown rows;
+  TTexts Rows(const THistoryFilter& filter = {}) {
+    TTexts rows;
     for (const THistoryRun& run : TRunArchive(File).List(filter))
       rows.push_back(std::to_string(run.Id) + " " + run.Name + " " + run.Outcome);
     return rows;
@@ -80,9 +79,9 @@ TEST_F(RunHistory, ARunIsOneRowThatARestartClosesAsLostAndNumbersGoOn) {
   ASSERT_TRUE(Opened);
   EXPECT_EQ(Do(Record("shot", 60, "success")), 3);
   FHistory->Close();
-  EXPECT_EQ(Rows(), (TShown{"3 shot success", "2 shot lost", "1 change-nozzle alarm"}));
-  EXPECT_EQ(Rows({.Limit = 1, .Before = 3}), TShown{"2 shot lost"});
-  EXPECT_EQ(Rows({.Name = "change-nozzle"}), TShown{"1 change-nozzle alarm"});
+  EXPECT_EQ(Rows(), (TTexts{"3 shot success", "2 shot lost", "1 change-nozzle alarm"}));
+  EXPECT_EQ(Rows({.Limit = 1, .Before = 3}), TTexts{"2 shot lost"});
+  EXPECT_EQ(Rows({.Name = "change-nozzle"}), TTexts{"1 change-nozzle alarm"});
 
   const THistoryRun back = TRunArchive(File).Find(1).value();
   EXPECT_EQ(back.Who + back.Params + back.Path + back.Language + back.Started + back.Ended,
@@ -123,7 +122,7 @@ TEST_F(RunHistory, AFileThatCannotBeWrittenIsToldOnceWaitsForNobodyAndGetsWhatWa
   Do(Record("after"));
   FHistory->Close();
   EXPECT_EQ(std::pair(failed, written), std::pair(1, 1));
-  EXPECT_EQ(std::pair(lost, Rows()), std::pair(std::uint64_t{1}, TShown{"8 after "}));
+  EXPECT_EQ(std::pair(lost, Rows()), std::pair(std::uint64_t{1}, TTexts{"8 after "}));
 
   TFileLock other;  // another program writes it
   ASSERT_EQ(other.Take(File.string(), 0), lsHeld);
@@ -153,9 +152,9 @@ TEST_F(RunHistory, OldRunsGoAndThoseThatAreLeftTellTrendSlowestStepAndEstimate) 
 
   TRunArchive archive(File);
   EXPECT_EQ(Rows().size(), 4U);
-  TShown trend;
+  TTexts trend;
   for (const THistoryRun& run : archive.Trend("pierce", 2)) trend.push_back(std::to_string(run.DurationMs));
-  EXPECT_EQ(trend, (TShown{"9000", "500"}));
+  EXPECT_EQ(trend, (TTexts{"9000", "500"}));
   const auto steps = archive.Steps("pierce", 10);
   ASSERT_EQ(steps.size(), 2U);  // the beam is its delay
   EXPECT_EQ(steps[0].Desc + " " + std::to_string(steps[0].MedianMs) + " " + std::to_string(steps[0].WorstRun),
@@ -165,11 +164,11 @@ TEST_F(RunHistory, OldRunsGoAndThoseThatAreLeftTellTrendSlowestStepAndEstimate) 
   auto b = archive.Find(5).value().Steps;
   b.insert(b.begin() + 1, THistoryStep{0, 2, 3, "new", 50, 7});
   b.erase(b.begin());
-  TShown pairs;
+  TTexts pairs;
   for (const TStepPair& pair : CompareSteps(a, b))
     pairs.push_back(pair.Step.Desc + " " + std::to_string(pair.A.value_or(-1)) + " " +
                     std::to_string(pair.B.value_or(-1)));
-  EXPECT_EQ(pairs, (TShown{"new -1 7", "gas 40 -1", "beam 200 250", "delay 200 250"}));
+  EXPECT_EQ(pairs, (TTexts{"new -1 7", "gas 40 -1", "beam 200 250", "delay 200 250"}));
 }
 
 TEST_F(RunHistory, AKillAtAnyMomentLeavesAWholeFileAndEveryRunThatWasWritten) {

@@ -11,7 +11,6 @@
 #include "ixocamglue/motion/Ustatemotion.h"
 #include "ixocamglue/panel/Kbpmngr.h"
 #include "ixocamglue/platform/ports/CutCommands.h"
-#include "ixocamglue/platform/ports/CutStates.h"
 
 namespace ixocamglue::test {
 namespace {
@@ -122,14 +121,7 @@ TEST(MachineDriver, TheMachineFileSaysWhichAndAnUnknownOneIsRefusedWithThoseTher
     };
     TController({.Machines = {other, example::SmallMachine()}, .MachineFile = folder.Path() / "machine.xml"});
   };
-  const auto problem = [&](const char* driver) -> std::string {
-    try {
-      make(driver);
-    } catch (const EProblem& e) {
-      return e.what();
-    }
-    return {};
-  };
+  const auto problem = [&](const char* driver) { return Thrown<EProblem>([&] { make(driver); }); };
   EXPECT_EQ(problem("small"), "");
   EXPECT_THAT(problem(""), HasSubstr("no answer"));
   EXPECT_THAT(problem("smal"), HasSubstr("\"smal\" is no machine driver; there are: other, small"));

@@ -2,7 +2,6 @@
 #include <map>
 
 #include <gmock/gmock.h>
-#include <nlohmann/json.hpp>
 
 #include "controller/process/StateFolder.h"
 #include "controller/runs/Timeline.h"
