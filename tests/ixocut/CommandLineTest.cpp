@@ -85,10 +85,7 @@ TEST_F(CommandLine, TheSameSeedGivesTheSameRunWhateverIsTraced) {
 }
 
 TEST_F(CommandLine, AWrongCommandLineIsToldInOneLineAndDoesNothing) {
-  const struct {
-    const char* Arguments;
-    const char* Text;
-  } cases[] = {
+  const std::pair<const char*, const char*> cases[] = {
       {"", "a command is needed"},
       {"cut", "\"cut\" is no command; did you mean run?"},
       {"bogus", "\"bogus\" is no command; the commands are serve, runs, "},
@@ -118,11 +115,11 @@ TEST_F(CommandLine, AWrongCommandLineIsToldInOneLineAndDoesNothing) {
       {"link doctor", "one of --tcp HOST[:PORT], --serial DEVICE and --link NAME is needed"},
       {"simulate plc", "one of --tcp PORT and --serial DEVICE is needed"},
   };
-  for (const auto& c : cases) {
-    const TRun run = Ixocut(c.Arguments, "IXOCUT_LANG=en");
-    EXPECT_EQ(run.ExitCode, 2) << c.Arguments;
-    EXPECT_EQ(run.Out, "") << c.Arguments;
-    EXPECT_THAT(run.Err, HasSubstr(c.Text)) << c.Arguments;
+  for (const auto& [arguments, text] : cases) {
+    const TRun run = Ixocut(arguments, "IXOCUT_LANG=en");
+    EXPECT_EQ(run.ExitCode, 2) << arguments;
+    EXPECT_EQ(run.Out, "") << arguments;
+    EXPECT_THAT(run.Err, HasSubstr(text)) << arguments;
     EXPECT_EQ(std::count(run.Err.begin(), run.Err.end(), '\n'), 1) << run.Err;
   }
   EXPECT_FALSE(fs::exists(Copy())) << "a wrong command line must leave nothing behind";
@@ -160,10 +157,7 @@ TEST_F(CommandLine, WithJsonEachAnswerIsOneDocumentOfItsCommand) {
 }
 
 TEST_F(CommandLine, AMachineFileThatCannotBeUsedIsNamedWithItsPlace) {
-  const struct {
-    fs::path File;
-    const char* Text;
-  } cases[] = {
+  const std::pair<fs::path, const char*> cases[] = {
       {FDir.Path() / "absent.xml", "absent.xml: the machine file cannot be read"},
       {FDir.Path(), FDir.Path().c_str()},
       {Write("broken.xml", "<MachineConfig>\n  <Laser\n</MachineConfig>"), "broken.xml:"},
@@ -171,11 +165,11 @@ TEST_F(CommandLine, AMachineFileThatCannotBeUsedIsNamedWithItsPlace) {
       {Write("empty.xml", ""), "empty.xml"},
       {Write("range.xml", "<MachineConfig><Laser EmissionOnDelay=\"-1\"/></MachineConfig>"), "EmissionOnDelay"},
   };
-  for (const auto& c : cases) {
-    const TRun run = Ixocut("shot --lang en --machine '" + c.File.string() + "'");
-    EXPECT_EQ(run.ExitCode, 3) << c.File;
-    EXPECT_EQ(run.Out, "") << c.File;
-    EXPECT_THAT(run.Err, HasSubstr(c.Text)) << c.File;
+  for (const auto& [file, text] : cases) {
+    const TRun run = Ixocut("shot --lang en --machine '" + file.string() + "'");
+    EXPECT_EQ(run.ExitCode, 3) << file;
+    EXPECT_EQ(run.Out, "") << file;
+    EXPECT_THAT(run.Err, HasSubstr(text)) << file;
   }
   EXPECT_EQ(Read(FDir.Path() / "other.xml"), "<Other/>");
 }

@@ -78,10 +78,9 @@ TEST_F(ConfigCommand, TheExampleIsCompleteAndASaveOfItWritesNothing) {
 }
 
 TEST_F(ConfigCommand, CheckNamesEachFaultWithItsPlace) {
-  struct TCase {
+  const struct {
     const char *From, *To, *Text;
-  };
-  const TCase cases[] = {
+  } cases[] = {
       {"<AutoCailEnabled>False</AutoCailEnabled>", "<AutoCalEnabled>False</AutoCalEnabled>",
        "FloatCalibration/AutoCalEnabled: unknown name; did you mean AutoCailEnabled?"},
       {"<Blanking ", "<Blankin ", "Blankin: unknown section; did you mean Blanking?"},
@@ -130,7 +129,7 @@ TEST_F(ConfigCommand, CheckNamesEachFaultWithItsPlace) {
       {"<Item Value=\"3\"", "<Item Value=\"4\"", "Item[3]/Value: \"4\", 2 bits never read more than 3"},
   };
   const std::string whole = Bytes();
-  for (const TCase& c : cases) {
+  for (const auto& c : cases) {
     std::ofstream(File, std::ios::binary) << whole;
     Replace(c.From, c.To);
     EXPECT_EQ(Check(), 1) << c.To;
@@ -198,10 +197,7 @@ TEST_F(ConfigCommand, EachPropertyHasItsSentenceInBothLanguagesAndEachNumberItsR
 }
 
 TEST_F(ConfigCommand, AWrongPathIsRefusedWithWhatWasMeantAndASectionWithWhatItHolds) {
-  struct TCase {
-    const char *Path, *Text;
-  };
-  const TCase cases[] = {
+  const std::pair<const char*, const char*> cases[] = {
       {"FloatCalibration", "\"FloatCalibration\" is a section; it holds AutoCailEnabled, AdjustCapPermitHeight, "},
       {"MarkPoints", "is a section; it holds MarkPoint[1]/, MarkPoint[2]/"},
       {"AutoCleanHead/CleanCoun", "is no property of the configuration; did you mean AutoCleanHead/CleanCount?"},
@@ -211,11 +207,11 @@ TEST_F(ConfigCommand, AWrongPathIsRefusedWithWhatWasMeantAndASectionWithWhatItHo
       {"MarkPoints/MarkPoint[3]/Enabled", "there is no MarkPoints/MarkPoint[3]: the list has 2, counted from 1"},
       {"", "is no property of the configuration; \"ixocut config schema\" lists"},
   };
-  for (const TCase& c : cases) {
-    EXPECT_EQ(ExitCode([&] { return RunConfigGet(File, c.Path, Console); }), 2) << c.Path;
-    EXPECT_NE(Why.find(c.Text), std::string::npos) << Why;
-    EXPECT_EQ(Set(c.Path, "1"), 2) << c.Path;
-    EXPECT_NE(Why.find(c.Text), std::string::npos) << Why;
+  for (const auto& [path, text] : cases) {
+    EXPECT_EQ(ExitCode([&, wrong = path] { return RunConfigGet(File, wrong, Console); }), 2) << path;
+    EXPECT_NE(Why.find(text), std::string::npos) << Why;
+    EXPECT_EQ(Set(path, "1"), 2) << path;
+    EXPECT_NE(Why.find(text), std::string::npos) << Why;
   }
   EXPECT_EQ(ExitCode([&] { return RunConfigShow(File, "NozzelChange", Console); }), 2);
   EXPECT_NE(Why.find("did you mean NozzleChange?"), std::string::npos) << Why;
@@ -260,10 +256,9 @@ TEST_F(ConfigCommand, ABranchThatStatesNoLimitOrZeroHas16BarEverywhereAndItsFile
 }
 
 TEST_F(ConfigCommand, AValueThatAnotherSectionBoundsIsHeldToItByCheckAndSetAndStillLoads) {
-  struct TCase {
+  const struct {
     const char *Path, *Good, *Bad, *Text;
-  };
-  const TCase cases[] = {
+  } cases[] = {
       {"AutoCleanHead/CleanReturnXPos", "3050", "3050.5", "outside 0 to 3050"},
       {"MaintainCutHead/Focus", "-25", "-26", "outside -25 to 20"},
       {"FloatCalibration/PosZ", "120", "121", "outside 0 to 120"},
@@ -279,7 +274,7 @@ TEST_F(ConfigCommand, AValueThatAnotherSectionBoundsIsHeldToItByCheckAndSetAndSt
       {"IxoCutParams/ClientWork/AutoCleanHeadConfig/PresetPierceCount", "0", "-1", "below 0"},
       {"Slaves/Slave[1]/DACount", "32", "33", "outside 0 to 32"},
   };
-  for (const TCase& c : cases) {
+  for (const auto& c : cases) {
     EXPECT_EQ(Set(c.Path, c.Good), 0) << c.Path;
     EXPECT_EQ(Check(), 0) << Out.str();
     EXPECT_EQ(Set(c.Path, c.Bad), 2) << c.Path;
@@ -341,16 +336,10 @@ TEST_F(ConfigCommand, WhoSetsIsToldWhoKeepsTheFile) {
   const std::string before = Bytes();
   TFileLock lock;
   ASSERT_EQ(lock.Take(File.string(), 0), lsHeld);
-  std::string why;
   const auto start = std::chrono::steady_clock::now();
-  try {
-    (void)RunConfigSet(File, "AutoCleanHead/CleanCount", "4", false, Console);
-  } catch (const EProblem& e) {
-    EXPECT_EQ(ExitCodeOf(e.Blame), 1);
-    why = e.what();
-  }
+  EXPECT_EQ(Set("AutoCleanHead/CleanCount", "4"), 1);
   EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
-  EXPECT_NE(why.find(Format("process %d", ::getpid())), std::string::npos) << why;
+  EXPECT_NE(Why.find(Format("process %d", ::getpid())), std::string::npos) << Why;
   EXPECT_EQ(Bytes(), before);
   EXPECT_EQ(Program("shot --ms 100"), 0);  // it saves nothing
 

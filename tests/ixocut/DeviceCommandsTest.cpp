@@ -1,16 +1,11 @@
 // The device commands as a user meets them: the real binary against the simulated PLC of another process.
-#include <arpa/inet.h>
 #include <array>
-#include <csignal>
-#include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
+#include <optional>
 #include <span>
-#include <spawn.h>
-#include <stdexcept>
 #include <string>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
@@ -19,8 +14,7 @@
 
 #include "fixture/Paths.h"
 #include "fixture/Program.h"
-
-extern char** environ;
+#include "fixture/Sockets.h"
 
 namespace ixocamglue::test {
 namespace {
@@ -28,43 +22,16 @@ namespace {
 using testing::HasSubstr;
 
 // `ixocut simulate plc --tcp 0 ...`, until the end of the scope.
-class TPlcProcess {
- public:
-  explicit TPlcProcess(std::vector<std::string> more = {}) {
-    int ends[2];
-    if (::pipe(ends) != 0) throw std::runtime_error("no pipe");
-    posix_spawn_file_actions_t files;
-    ::posix_spawn_file_actions_init(&files);
-    ::posix_spawn_file_actions_adddup2(&files, ends[1], STDOUT_FILENO);
-    ::posix_spawn_file_actions_addclose(&files, ends[0]);
-    more.insert(more.begin(), {IxocutBinary(), "simulate", "plc", "--json", "--tcp", "0"});
-    std::vector<char*> words;
-    for (std::string& word : more) words.push_back(word.data());
-    words.push_back(nullptr);
-    const int error = ::posix_spawn(&FChild, words[0], &files, nullptr, words.data(), environ);
-    ::posix_spawn_file_actions_destroy(&files);
-    ::close(ends[1]);
-    FOut = ::fdopen(ends[0], "r");
-    if (error != 0 || !FOut) throw std::runtime_error("ixocut does not start");
-    std::array<char, 200> line{};
-    if (std::fgets(line.data(), static_cast<int>(line.size()), FOut))
-      Tcp = nlohmann::json::parse(line.data()).at("result").at("link");
+struct TPlcProcess {
+  explicit TPlcProcess(std::vector<std::string> words = {}) {
+    words.insert(words.begin(), {"simulate", "plc", "--tcp", "0"});
+    FProgram.emplace(std::move(words));
+    Tcp = FProgram->Next().at("link");
   }
-  ~TPlcProcess() {
-    ::kill(FChild, SIGINT);
-    int status = -1;
-    ::waitpid(FChild, &status, 0);
-    EXPECT_EQ(status, 0) << "an interrupt ends it with success";
-    std::fclose(FOut);
-  }
-  TPlcProcess(const TPlcProcess&) = delete;
-  TPlcProcess& operator=(const TPlcProcess&) = delete;
-
   std::string Tcp;
 
  private:
-  pid_t FChild = 0;
-  std::FILE* FOut = nullptr;
+  std::optional<TJsonProgram> FProgram;
 };
 
 class DeviceCommands : public TProgramTest {
@@ -142,17 +109,12 @@ TEST_F(DeviceCommands, WhatCannotBeWrittenAsAskedIsNotWritten) {
 class TFullPort {
  public:
   TFullPort() {
-    sockaddr_in own{};
-    own.sin_family = AF_INET;
-    own.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof own;
     for (int& end : FEnds) end = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
-    (void)::bind(FEnds[0], reinterpret_cast<const sockaddr*>(&own), sizeof own);
+    (void)TLocalAddress(0).Bind(FEnds[0]);
     (void)::listen(FEnds[0], 0);
-    ::getsockname(FEnds[0], reinterpret_cast<sockaddr*>(&own), &size);
-    for (const int end : std::span(FEnds).subspan(1))
-      (void)::connect(end, reinterpret_cast<const sockaddr*>(&own), sizeof own);
-    Tcp = "127.0.0.1:" + std::to_string(ntohs(own.sin_port));
+    const std::uint16_t port = PortOf(FEnds[0]);
+    for (const int end : std::span(FEnds).subspan(1)) (void)TLocalAddress(port).Connect(end);
+    Tcp = "127.0.0.1:" + std::to_string(port);
   }
   ~TFullPort() {
     for (const int end : FEnds) ::close(end);

@@ -1,13 +1,10 @@
 // What is made of the commands' tables: manual pages and completion, as man and the shells take them.
-#include <algorithm>
 #include <cstdlib>
-#include <fstream>
 #include <set>
 #include <sstream>
 
 #include <gmock/gmock.h>
 
-#include "fixture/Paths.h"
 #include "fixture/Program.h"
 
 namespace ixocamglue::test {
