@@ -1,5 +1,4 @@
 // The alarm path under real threads: floods, consumers that stall or come late, ends and languages in the middle of it.
-#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <memory>
@@ -12,6 +11,7 @@
 #include "controller/Controller.h"
 #include "controller/procedures/Procedures.h"
 #include "controller/process/StateFolder.h"
+#include "fixture/Installed.h"
 #include "fixture/TempDir.h"
 #include "fixture/Waiting.h"
 #include "ixocamglue/Library.h"
@@ -132,11 +132,9 @@ TEST(AlarmThreads, TheManagerMayEndAndConsumersComeAndGoInTheMiddleOfAFlood) {
 
 TEST(AlarmThreads, LookupsSeeWholeTextsWhileTheLanguageChanges) {
   TAppSys app;
-  const TInstalled<TAppSys> appInstalled(app);
   TLocaleReader reader(ShareFolder() / "locale");
-  const TInstalled<TLocaleReader> readerInstalled(reader);
   TLocaleManager languages;
-  const TInstalled<TLocaleManager> languagesInstalled(languages);
+  const TAllInstalled<TAppSys, TLocaleReader, TLocaleManager> installed(app, reader, languages);
   app.Register(IID_IAlarmInterpreterSvc, std::make_shared<TAlarmDefinitionFiles>(ShareFolder() / "alarms"));
   const TLibrary library;
   std::atomic<bool> stop{false};
@@ -190,11 +188,7 @@ class TListeningDelay : public TSmtDelay {
 
 TEST(AlarmThreads, WithAStoreTooAnAlarmReachesTheProcedureOnce) {
   const TTempDir folder;
-  TControllerOptions options;
-  options.AlarmDb = folder.Path() / "alarms.db";
-  options.Realtime = true;
-  options.Machines = {SimulatedMachine()};
-  TController controller(std::move(options));
+  TController controller({.Machines = {SimulatedMachine()}, .Realtime = true, .AlarmDb = folder.Path() / "alarms.db"});
   const TNcStateFramework& framework = controller.Framework();
   controller.StartThreads();
   TNcWatch& watch = controller.Framework().Watch();

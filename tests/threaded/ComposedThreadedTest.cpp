@@ -7,11 +7,10 @@
 #include "controller/commissioning/PortTries.h"
 #include "fixture/BenchDriver.h"
 #include "fixture/ComposedFile.h"
-#include "fixture/Faults.h"
+#include "fixture/Contracts.h"
 #include "fixture/TempDir.h"
 #include "machines/composed/Machine.h"
 #include "machines/simulated/Driver.h"
-#include "verify/PortContracts.h"
 
 namespace ixocamglue::test {
 namespace {
@@ -27,16 +26,11 @@ TEST(ComposedThreaded, ABenchThatIsCutAndHealedKeepsThePortsContracts) {
     <Output Number="5" Driver="bench" Address="o5"/></Devices></MachineConfig>)";
   TBench bench;
   bench.SetLag(20);
-  ixoverify::TContractRig rig;
-  rig.Options.Machines = {ComposedMachine({BenchDriver(bench)})};
-  rig.Options.MachineFile = file;
-  rig.Options.Realtime = true;
-  rig.Cut = [&] { std::thread([&] { bench.Cut(); }).join(); };
-  rig.Heal = [&] { std::thread([&] { bench.Heal(); }).join(); };
-  rig.CallMs = 60;
-  auto violations = ixoverify::CheckPortContracts(rig);
-  if (!violations.empty()) violations = ixoverify::CheckPortContracts(rig);  // somebody else may have had the processor
-  for (const auto& violation : violations) ADD_FAILURE() << violation.Port << ": " << violation.Text;
+  ExpectPortContracts(
+      {.Options = {.Machines = {ComposedMachine({BenchDriver(bench)})}, .MachineFile = file, .Realtime = true},
+       .Cut = [&] { std::thread([&] { bench.Cut(); }).join(); },
+       .Heal = [&] { std::thread([&] { bench.Heal(); }).join(); },
+       .CallMs = 60});
 }
 
 TEST(ComposedThreaded, APilotLightThatStaysOnIsNotTriedWell) {
@@ -45,10 +39,8 @@ TEST(ComposedThreaded, APilotLightThatStaysOnIsNotTriedWell) {
   std::ofstream(file) << R"(<MachineConfig><Machine Driver="composed"/><Devices>
     <Laser Driver="bench" EmissionRequest="emission" Beam="beam" Aiming="pilot"/></Devices></MachineConfig>)";
   TBench bench;
-  ixocontroller::TControllerOptions options;
-  options.Machines = {ComposedMachine({BenchDriver(bench)})};
-  options.MachineFile = file;
-  const ixocontroller::TPortTries tries(std::move(options), 20, [] { return false; });
+  const ixocontroller::TPortTries tries({.Machines = {ComposedMachine({BenchDriver(bench)})}, .MachineFile = file}, 20,
+                                        [] { return false; });
   const auto chosen = tries.Chosen({"pilot"});
   EXPECT_EQ(tries.Perform(*chosen[0]).Read, "1, 0");
   bench.Stick("pilot");
@@ -60,14 +52,10 @@ TEST(ComposedThreaded, APilotLightThatStaysOnIsNotTriedWell) {
 
 TEST(ComposedThreaded, TheSimulatedDevicesKeepThePortsContracts) {
   TTempDir dir;
-  ixoverify::TContractRig rig;
-  rig.Options.Machines = {ComposedMachine({SimulatedDriver()})};
-  rig.Options.MachineFile = WriteMachine(dir.Path() / "machine.xml", std::string(kOwnDevices) + PortDevices());
-  rig.Options.Realtime = true;
-  rig.CallMs = 60;
-  auto violations = ixoverify::CheckPortContracts(rig);
-  if (!violations.empty()) violations = ixoverify::CheckPortContracts(rig);
-  for (const auto& violation : violations) ADD_FAILURE() << violation.Port << ": " << violation.Text;
+  const auto file = WriteMachine(dir.Path() / "machine.xml", std::string(kOwnDevices) + PortDevices());
+  ExpectPortContracts(
+      {.Options = {.Machines = {ComposedMachine({SimulatedDriver()})}, .MachineFile = file, .Realtime = true},
+       .CallMs = 60});
 }
 
 }  // namespace

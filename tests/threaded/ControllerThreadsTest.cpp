@@ -27,14 +27,12 @@ void StartUp(TController& session) {
 }
 
 TEST(SessionThreaded, OtherThreadsStopAskLogAndTranslateWhileProceduresRun) {
-  TControllerOptions options;
-  options.Realtime = true;
-  options.LocaleFolder = ShareFolder() / "locale";
-  options.Machines = {SimulatedMachine({.Adjust = [](TSimConfig& config) {
+  const auto adjust = [](TSimConfig& config) {
     config.Physics.EmissionDelayMs = 5;
     config.Physics.EmissionJitterMs = 0;
-  }})};
-  TController session(options);
+  };
+  TController session(
+      {.Machines = {SimulatedMachine({.Adjust = adjust})}, .LocaleFolder = ShareFolder() / "locale", .Realtime = true});
   StartUp(session);
 
   TSideThreads others;
@@ -82,10 +80,8 @@ TEST(SessionThreaded, ARoundThatThrowsEndsNoThread) {
 
 // The end of the process while a beam is on.
 TEST(SessionThreaded, EndsARunningShotInRealTime) {
-  TControllerOptions options;
-  options.Realtime = true;
-  options.Machines = {SimulatedMachine({.Adjust = [](TSimConfig& config) { config.Physics.EmissionDelayMs = 5; }})};
-  TController session(options);
+  const auto adjust = [](TSimConfig& config) { config.Physics.EmissionDelayMs = 5; };
+  TController session({.Machines = {SimulatedMachine({.Adjust = adjust})}, .Realtime = true});
   StartUp(session);
   ASSERT_TRUE(session.Start(ShareRoot(MakeShot(60'000))));
   EXPECT_TRUE(Comes([&] { return session.Journal().HasSignal("laser on"); }));
@@ -114,11 +110,7 @@ TEST(SessionThreaded, ADeadOrSilentDeviceThreadIsShownAsLongAsItIsSoAndEndsNothi
   const auto file = folder.Path() / "machine.xml";
   std::ofstream(file) << R"(<MachineConfig><Supervisor DeviceThreadLimitMs="400" HeartbeatLimitMs="20000"
       ThreadLimitMs="20000" LogThreadLimitMs="20000"/></MachineConfig>)";
-  TControllerOptions options;
-  options.Realtime = true;
-  options.MachineFile = file;
-  options.Machines = {SimulatedMachine()};
-  TController session(options);
+  TController session({.Machines = {SimulatedMachine()}, .MachineFile = file, .Realtime = true});
   StartUp(session);
   const auto shown = [&] {
     TTexts texts;
@@ -167,14 +159,11 @@ TEST(SessionThreaded, ADeadOrSilentDeviceThreadIsShownAsLongAsItIsSoAndEndsNothi
 TEST(SessionThreadedDeathTest, ADeviceThatDoesNotComeBackDoesNotKeepTheProcess) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const auto end = [] {
-    TControllerOptions options;
-    options.Realtime = true;
-    options.Machines = {SimulatedMachine()};
-    options.EndFailed = [](const TProblem& problem, bool processEnds) {
+    const auto failed = [](const TProblem& problem, bool processEnds) {
       const bool dark = CutSystem()->Laser()->LatchReason() != nullptr;
       std::fprintf(stderr, "%s %d %d\n", problem.What.c_str(), processEnds, dark);
     };
-    TController session(options);
+    TController session({.Machines = {SimulatedMachine()}, .Realtime = true, .EndFailed = failed});
     StartUp(session);
     CutSystem()->Gas()->SwitchOn();
     TCallGate& gate = Simulated(session.Machine()).Gate();

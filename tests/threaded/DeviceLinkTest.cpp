@@ -1,5 +1,4 @@
 // The transports and the master against real sockets and pseudo-terminals, and against slaves that are not ours.
-#include <arpa/inet.h>
 #include <atomic>
 #include <random>
 #include <sys/socket.h>
@@ -9,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "controller/links/LinkDoctor.h"
+#include "fixture/Sockets.h"
 #include "ixocamglue/devcomm/Udevthrdcomm.h"
 #include "ixocamglue/platform/comm/Crc.h"
 #include "ixocamglue/platform/comm/FdWait.h"
@@ -22,10 +22,7 @@ TDevicePtr<TModbusComm> Master(const TLinkAddress& link, TModbusProfile profile,
   auto device = MakeDevice<TModbusComm>("test");
   device->IsTCP = link.TcpFraming;
   device->PreDelay = 0;
-  TModbusStrictOptions options;
-  options.TimeoutMs = timeoutMs;
-  options.LateReplyMs = timeoutMs;
-  device->SetProfile(profile, options);
+  device->SetProfile(profile, {.TimeoutMs = timeoutMs, .LateReplyMs = timeoutMs});
   device->SetDataTransIntf(MakeTransport(link));
   return device;
 }
@@ -295,20 +292,16 @@ TEST(RealLink, NoLateReplyIsTakenForAnothers) {
 TEST(RealLink, DatagramsGoThereAndBack) {
   TNcUDPTrans a;
   const int peer = ::socket(AF_INET, SOCK_DGRAM, 0);
-  sockaddr_in own{};
-  own.sin_family = AF_INET;
-  own.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  ASSERT_EQ(::bind(peer, reinterpret_cast<const sockaddr*>(&own), sizeof own), 0);
-  socklen_t size = sizeof own;
-  ::getsockname(peer, reinterpret_cast<sockaddr*>(&own), &size);
+  ASSERT_TRUE(TLocalAddress(0).Bind(peer));
   TCommNet net;
   net.Initialize();
   SetUtf16(net.Host, "127.0.0.1");
-  net.Port = ntohs(own.sin_port);
+  net.Port = PortOf(peer);
   a.SetNetParams(net);
   EXPECT_TRUE(a.SendBuff({1, 2, 3}));
   char buffer[2000];
   sockaddr_in sender{};
+  socklen_t size = sizeof sender;
   ASSERT_EQ(::recvfrom(peer, buffer, sizeof buffer, 0, reinterpret_cast<sockaddr*>(&sender), &size), 3);
   ::sendto(peer, buffer, sizeof buffer, 0, reinterpret_cast<const sockaddr*>(&sender), sizeof sender);
   EXPECT_EQ(a.GetReceiveBuff().size(), 1024u);
@@ -345,10 +338,7 @@ TEST(DeviceThread, RunsRoundsAndEndsInTheMiddleOfOneAndWithARequestUnderWay) {
     const int before = rounds;
     while (rounds == before) Clock().Sleep(1);
     device->IsTCP = true;
-    TModbusStrictOptions options;
-    options.TimeoutMs = 100;
-    options.Retries = 0;
-    device->SetProfile(mpStrict, options);
+    device->SetProfile(mpStrict, {.TimeoutMs = 100, .Retries = 0});
     device->SetDataTransIntf(MakeTransport(TcpLink(port)));
     std::atomic<bool> begun{false}, answered{true};
     std::thread request([&, raw = device.get()] {

@@ -20,11 +20,7 @@ TEST(GasCalibrationThreaded, ReadersAndAStopMeetTheStateThread) {
   std::ofstream(file) << "<MachineConfig><GasBranches><GasBranch GasType='1' DAPort='33' MaxPressure='12'/>"
                          "</GasBranches></MachineConfig>";
   const TFaultWatch faults;
-  TControllerOptions options;
-  options.Machines = {SimulatedMachine()};
-  options.MachineFile = file;
-  options.Realtime = true;
-  TController session(options);
+  TController session({.Machines = {SimulatedMachine()}, .MachineFile = file, .Realtime = true});
   TGasCalibration calibration(session, {1}, {"S", 1.5});
   session.StartThreads();
   while (session.Framework().Watch().Pass.load() < 2 || session.Framework().SafePending()) Clock().Sleep(1);
@@ -49,10 +45,8 @@ TEST(GasCalibrationThreaded, ReadersAndAStopMeetTheStateThread) {
 
 TEST(GasCalibrationThreaded, OfTwoStartsAtOnceOneHappens) {
   const TFaultWatch faults;
-  TControllerOptions options;
-  options.Machines = {SimulatedMachine()};
-  options.Realtime = true;
-  TController session(options);  // its loop does not run: what is asked for stays asked for
+  // Its loop does not run: what is asked for stays asked for.
+  TController session({.Machines = {SimulatedMachine()}, .Realtime = true});
   for (int round = 0; round < 200; ++round) {
     std::atomic<int> ready{0}, started{0};
     const auto start = [&] {

@@ -11,13 +11,7 @@ namespace ixocamglue::test {
 namespace {
 
 TWatched WatchOf(const TLinkAddress& link, std::uint16_t addr) {
-  TWatched watched;
-  watched.Name = "plc";
-  watched.Link = link;
-  watched.Addr = addr;
-  watched.Count = 2;
-  watched.EveryMs = TLinkWatch::kLeastMs;
-  return watched;
+  return {.Name = "plc", .Link = link, .Addr = addr, .Count = 2, .EveryMs = TLinkWatch::kLeastMs};
 }
 
 TEST(LinkWatch, ReadsWhileSomebodyLooksAndTellsWhatHasChanged) {

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 
 #include "fixture/FakeLinuxcnc.h"
+#include "fixture/Texts.h"
 #include "fixture/Waiting.h"
 #include "ixocamglue/platform/ports/CutStates.h"
 #include "ixocamglue/platform/states/NcState.h"
@@ -63,12 +64,7 @@ class LinuxcncDriver : public testing::Test {
   // What a call is refused with.
   template <class Act>
   static std::string Refused(const Act& act) {
-    try {
-      act();
-    } catch (const std::runtime_error& error) {
-      return error.what();
-    }
-    return "";
+    return Thrown<std::runtime_error>(act);
   }
   [[nodiscard]] bool Ends(TLncUnit unit) {
     return Comes([&] { return !Link.Busy(unit); });
@@ -368,11 +364,10 @@ TEST_F(LinuxcncDriver, LossIsFoundWithinHalfASecondAndNothingBeatsAnyMore) {
   Start();
   Link.NoteState(kProcedure);
   ASSERT_TRUE(Comes([&] { return Cnc.Beats > 5 && Cnc.FeedOverrides() > 2; }));
-  struct TCase {
+  const struct {
     const char* Why;
     std::function<void()> Lose, Mend;
-  };
-  const TCase cases[] = {
+  } cases[] = {
       {"task is silent", [&] { Cnc.TaskSilent = true; }, [&] { Cnc.TaskSilent = false; }},
       {"silent", [&] { Cnc.TextSilent = true; }, [&] { Cnc.TextSilent = false; }},
       {"has closed", [&] { Cnc.CloseText(); }, [] {}},
@@ -384,7 +379,7 @@ TEST_F(LinuxcncDriver, LossIsFoundWithinHalfASecondAndNothingBeatsAnyMore) {
       {"mode AUTO", [&] { Cnc.TakeMode("AUTO"); }, [&] { Cnc.TakeMode("MDI"); }},
       {"was unhomed", [&] { Cnc.Homed = false; }, [&] { Cnc.Homed = true; }},
   };
-  for (const TCase& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.Why);
     Motion.MoveXY({Cnc.At(laX) > 1000.0 ? 0.0 : 2000.0, 0.0}, 300.0);
     ASSERT_TRUE(Comes([&] { return Link.Moving(laX); }));

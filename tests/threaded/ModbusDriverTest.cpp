@@ -1,13 +1,13 @@
 // The driver "modbus" as a machine that is put together from its file uses it.
-#include <fstream>
 
 #include <gmock/gmock.h>
 
 #include "controller/Journal.h"
-#include "fixture/TempDir.h"
+#include "fixture/OwnConfig.h"
 #include "fixture/Waiting.h"
 #include "ixocamglue/platform/alarms/NcAlarmManager.h"
 #include "ixocamglue/platform/states/NcState.h"
+#include "ixocamglue/support/Format.h"
 #include "machines/modbus/Driver.h"
 #include "tests/threaded/ModbusRecorder.h"
 
@@ -16,17 +16,15 @@ namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
-using TCalls = std::vector<std::string>;
 
 // Two stations.
-class ModbusDriverWorld : public testing::Test, public IDriverEvents {
+class ModbusDriverWorld : public testing::Test, protected TOwnConfig, public IDriverEvents {
  protected:
   void Make() {
-    std::ofstream(Folder.Path() / "machine.xml")
-        << "<MachineConfig><Modbus><Station Name='a' Host='127.0.0.1' Port='" << A.Port
-        << "' WatchdogRegister='200'/><Station Name='b' Host='127.0.0.1' Port='" << B.Port
-        << "'/></Modbus></MachineConfig>";
-    Config.Load(Folder.Path() / "machine.xml").OrThrow(pbUnusable);
+    ASSERT_EQ(Load(Format("<MachineConfig><Modbus><Station Name='a' Host='127.0.0.1' Port='%d' WatchdogRegister='200'/>"
+                          "<Station Name='b' Host='127.0.0.1' Port='%d'/></Modbus></MachineConfig>",
+                          A.Port, B.Port)),
+              "");
     Driver = ModbusDriver().Make({Context, *this}).OrThrow(pbUnusable);
   }
   IMachinePoint& Point(TPointKind kind, const char* address) {
@@ -38,23 +36,21 @@ class ModbusDriverWorld : public testing::Test, public IDriverEvents {
     const std::lock_guard guard(FLock);
     FEvents.push_back(std::move(text));
   }
-  TCalls Events() {
+  TTexts Events() {
     const std::lock_guard guard(FLock);
     return FEvents;
   }
 
-  TTempDir Folder;
   TRecording A, B;
   TNcStateFramework Framework;
   TNcAlarmManager Alarms;
-  TMachineConfig Config;
   ixocontroller::TJournal Journal;
   TMachineContext Context{Framework, Config, Alarms, Journal};
   std::unique_ptr<IMachineDriver> Driver;
 
  private:
   std::mutex FLock;
-  TCalls FEvents;
+  TTexts FEvents;
 };
 
 TEST_F(ModbusDriverWorld, HandsOutEachPointOnceAndRefusesTwoThatWriteTheSame) {
@@ -73,16 +69,16 @@ TEST_F(ModbusDriverWorld, HandsOutEachPointOnceAndRefusesTwoThatWriteTheSame) {
   Driver->NoteUse(Point(pkOutput, "b:coil:1"), puLight);
   EXPECT_FALSE(Driver->Point(pkAnalogOut, "a:hreg:200"));
   Driver->Connect().OrThrow(pbUnusable);
-  TCalls warned, ports;
+  TTexts warned, ports;
   for (const TPortFacts& facts : Driver->Ports()) {
     ports.push_back(facts.Port);
     EXPECT_TRUE(facts.Readable) << facts.Port;
     if (!facts.Warning.empty()) warned.push_back(facts.Port);
   }
   EXPECT_THAT(ports, testing::IsSupersetOf({"a", "b", "a:hreg:7 0..10 0..100", "a:hreg:8.2", "b:coil:1"}));
-  EXPECT_EQ(warned, TCalls{"b"});  // it has a laser and no watchdog
+  EXPECT_EQ(warned, TTexts{"b"});  // it has a laser and no watchdog
   EXPECT_THAT(A.Recorder.Written(), testing::Each(HasSubstr("hreg 200=")));
-  EXPECT_EQ(B.Recorder.Written(), TCalls());
+  EXPECT_EQ(B.Recorder.Written(), TTexts());
 }
 
 TEST_F(ModbusDriverWorld, IsBackWhenEveryStationIs) {

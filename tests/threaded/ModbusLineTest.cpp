@@ -3,10 +3,10 @@
 #include <cerrno>
 #include <future>
 #include <linux/filter.h>
-#include <mutex>
 
 #include <gmock/gmock.h>
 
+#include "fixture/Sockets.h"
 #include "ixocamglue/platform/comm/Comm.h"
 #include "tests/threaded/ModbusLineWorld.h"
 #include "tests/threaded/ModbusRecorder.h"
@@ -66,7 +66,7 @@ TEST_F(ModbusLine, ReadsAroundHolesAndNamesTheAddressThatIsNotThere) {
   Point(pkAnalogIn, "io:hreg:9");
   Point(pkAnalogIn, "io:hreg:10");
   EXPECT_THAT(Connect(), HasSubstr("io:hreg:10: exception 2 (illegal data address)"));
-  EXPECT_EQ(slave.Recorder.Written(), TLines());
+  EXPECT_EQ(slave.Recorder.Written(), TTexts());
 }
 
 TEST_F(ModbusLine, SendsWritesAtOnceInTheirOrderWithZerosFirst) {
@@ -134,7 +134,7 @@ TEST_F(ModbusLine, AWriteSettlesWhenItIsReadBackAndBitsOfARegisterStayAsTheyAre)
   Line->Write(good, 0.0);
   EXPECT_TRUE(Comes([&] { return Line->Settled(good) && Read(good) == "0"; }));
   EXPECT_THROW(Line->Write(volt, std::numeric_limits<double>::quiet_NaN()), std::invalid_argument);
-  EXPECT_EQ(Events(), TLines());
+  EXPECT_EQ(Events(), TTexts());
 }
 
 TEST_F(ModbusLine, ASilentStationIsAwayWithinItsLimitKeepsZerosAndComesBack) {
@@ -160,7 +160,7 @@ TEST_F(ModbusLine, ASilentStationIsAwayWithinItsLimitKeepsZerosAndComesBack) {
   EXPECT_EQ(Line->Read(beam), 0.0);
   EXPECT_TRUE(Line->Settled(beam));
   Clock().Sleep(100);
-  const TLines written = slave.Recorder.Written();
+  const TTexts written = slave.Recorder.Written();
   EXPECT_EQ(std::ranges::count(written, "coil 4=1"), 1);
   EXPECT_GE(std::ranges::count(written, "coil 4=0"), 1);
 }
@@ -183,7 +183,7 @@ TEST_F(ModbusLine, AfterAReconnectOnlyKeptZerosAreWritten) {
   TRecording second(port);
   ASSERT_TRUE(Comes([&] { return Events().size() == 2; }));
   Clock().Sleep(100);
-  EXPECT_EQ(second.Recorder.Written(), TLines{"coil 1=0"});
+  EXPECT_EQ(second.Recorder.Written(), TTexts{"coil 1=0"});
   EXPECT_EQ(Events().back(), "back io");
   EXPECT_EQ(Line->Read(gas), 0.0);  // what the device says, not what was written
   EXPECT_TRUE(Line->Settled(gas));
@@ -206,7 +206,7 @@ TEST_F(ModbusLine, AnOffWaitsForNoAttemptToConnectThatIsDueLater) {
     const TRecording second(port);
     Line->Write(beam, 0.0);
     if (ends) Line.reset();
-    EXPECT_TRUE(Comes([&] { return second.Recorder.Written() == TLines{"coil 1=0"}; }, 600)) << ends;
+    EXPECT_TRUE(Comes([&] { return second.Recorder.Written() == TTexts{"coil 1=0"}; }, 600)) << ends;
     Line.reset();
   }
 }
@@ -228,7 +228,7 @@ TEST_F(ModbusLine, TheWatchdogIsFedWhileTheStateThreadBeatsAndNoLonger) {
   const auto last = feeds();
   Clock().Sleep(300);
   EXPECT_EQ(feeds(), last);
-  EXPECT_EQ(Events(), TLines());  // it is read all the same
+  EXPECT_EQ(Events(), TTexts());  // it is read all the same
   Beats = true;
   EXPECT_TRUE(Comes([&] { return feeds() > last; }));
 }
@@ -243,9 +243,9 @@ TEST_F(ModbusLine, TheWatchdogIsFedAsSoonAsTheStateThreadLives) {
   Clock().Sleep(300);
   ASSERT_EQ(Connect(), "");
   Clock().Sleep(50);
-  EXPECT_EQ(slave.Recorder.Written(), TLines());
+  EXPECT_EQ(slave.Recorder.Written(), TTexts());
   Beats = true;
-  EXPECT_TRUE(Comes([&] { return slave.Recorder.Written() == TLines{"hreg 200=1"}; }, 300));
+  EXPECT_TRUE(Comes([&] { return slave.Recorder.Written() == TTexts{"hreg 200=1"}; }, 300));
 }
 
 TEST_F(ModbusLine, ARegisterThatIsNoLongerThereMakesTheStationAwayWithItsReason) {
@@ -327,10 +327,7 @@ class TOtherService {
   explicit TOtherService(std::string answer, std::uint16_t port = 0)
       : FContext(modbus_new_tcp("127.0.0.1", port)), FAnswer(std::move(answer)) {
     FListener = modbus_tcp_listen(FContext, 1);
-    sockaddr_in own{};
-    socklen_t size = sizeof own;
-    ::getsockname(FListener, reinterpret_cast<sockaddr*>(&own), &size);
-    Port = ntohs(own.sin_port);
+    Port = PortOf(FListener);
     FThread = std::thread([this] { Serve(); });
   }
   ~TOtherService() {
@@ -430,7 +427,7 @@ TEST_F(ModbusLine, ALateReplyIsNotTakenForAnothers) {
     EXPECT_EQ(Read(other), "44");
   }
   EXPECT_GE(Line->Statistics().Foreign, 1u);
-  EXPECT_EQ(Events(), TLines());
+  EXPECT_EQ(Events(), TTexts());
 }
 
 }  // namespace

@@ -5,17 +5,15 @@
 #include <memory>
 #include <mutex>
 #include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
+#include "fixture/Texts.h"
 #include "fixture/Waiting.h"
 #include "ixocamglue/support/ValueText.h"
 #include "machines/modbus/Line.h"
 
 namespace ixocamglue::test {
-
-using TLines = std::vector<std::string>;
 
 class ModbusLine : public testing::Test, public IModbusStations {
  protected:
@@ -63,7 +61,7 @@ class ModbusLine : public testing::Test, public IModbusStations {
     const std::lock_guard guard(FLock);
     FEvents.push_back("back " + name);
   }
-  TLines Events() {
+  TTexts Events() {
     const std::lock_guard guard(FLock);
     return FEvents;
   }
@@ -75,7 +73,7 @@ class ModbusLine : public testing::Test, public IModbusStations {
 
  private:
   std::mutex FLock;
-  TLines FEvents;
+  TTexts FEvents;
   TSideThreads FBeat;
 };
 

@@ -1,7 +1,6 @@
 // A whole machine over Modbus: the controller in this process, its laser, gas, inputs and outputs in another one, and
 // between them a line that can be cut.
 #include <array>
-#include <cstdio>
 #include <fstream>
 #include <mutex>
 #include <set>
@@ -12,8 +11,10 @@
 #include "controller/procedures/Procedures.h"
 #include "controller/process/StateFolder.h"
 #include "controller/runs/ProcedureRun.h"
-#include "fixture/Paths.h"
+#include "fixture/Program.h"
+#include "fixture/Sockets.h"
 #include "fixture/TempDir.h"
+#include "fixture/Texts.h"
 #include "fixture/Waiting.h"
 #include "ixocamglue/support/Files.h"
 #include "machines/composed/Machine.h"
@@ -32,25 +33,12 @@ using testing::HasSubstr;
 // `ixocut simulate machine`, until the end of the scope; what happened in it, by the system's monotonic clock.
 class TPlantProcess {
  public:
-  explicit TPlantProcess(const std::string& machine) {
-    int ends[2];
-    if (::pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
-    posix_spawn_file_actions_t files;
-    ::posix_spawn_file_actions_init(&files);
-    ::posix_spawn_file_actions_adddup2(&files, ends[1], STDOUT_FILENO);
-    std::vector<std::string> texts{IxocutBinary(), "simulate", "machine", "--json", "--tcp", "0", "--machine", machine};
-    std::vector<char*> words;
-    for (std::string& text : texts) words.push_back(text.data());
-    words.push_back(nullptr);
-    const int error = ::posix_spawn(&FChild, words[0], &files, nullptr, words.data(), environ);
-    ::posix_spawn_file_actions_destroy(&files);
-    ::close(ends[1]);
-    FOut = ::fdopen(ends[0], "r");
-    if (error != 0 || !FOut) throw std::runtime_error("ixocut does not start");
-    const std::string link = Next().at("link");
+  explicit TPlantProcess(const std::string& machine)
+      : FProgram({"simulate", "machine", "--tcp", "0", "--machine", machine}) {
+    const std::string link = FProgram.Next().at("link");
     Port = static_cast<std::uint16_t>(std::stoi(link.substr(link.find(':') + 1)));
     FThread = std::thread([this] {
-      for (nlohmann::json next = Next(); !next.is_null(); next = Next())
+      for (nlohmann::json next = FProgram.Next(); !next.is_null(); next = FProgram.Next())
         if (next.contains("happened")) {
           const std::lock_guard guard(FLock);
           FHappened.emplace_back(next.at("ms"), next.at("happened"));
@@ -58,10 +46,8 @@ class TPlantProcess {
     });
   }
   ~TPlantProcess() {
-    ::kill(FChild, SIGINT);
-    ::waitpid(FChild, nullptr, 0);
+    FProgram.End();
     FThread.join();
-    std::fclose(FOut);
   }
   TPlantProcess(const TPlantProcess&) = delete;
   TPlantProcess& operator=(const TPlantProcess&) = delete;
@@ -87,13 +73,7 @@ class TPlantProcess {
   std::uint16_t Port = 0;
 
  private:
-  nlohmann::json Next() {
-    std::array<char, 1000> line{};
-    if (!std::fgets(line.data(), static_cast<int>(line.size()), FOut)) return nullptr;
-    return nlohmann::json::parse(line.data()).at("result");
-  }
-  pid_t FChild = 0;
-  std::FILE* FOut = nullptr;
+  TJsonProgram FProgram;
   std::mutex FLock;
   std::vector<std::pair<std::uint64_t, std::string>> FHappened;
   std::thread FThread;
@@ -105,12 +85,8 @@ enum class TCut : std::uint8_t { Whole, Silent, Closed, Late, OtherUnit, Damaged
 class TRelay {
  public:
   explicit TRelay(std::uint16_t to) : FTo(to), FListener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_in own = Loopback(0);
-    socklen_t size = sizeof own;
-    if (::bind(FListener, reinterpret_cast<const sockaddr*>(&own), size) != 0 || ::listen(FListener, 4) != 0)
-      throw std::runtime_error("no port");
-    ::getsockname(FListener, reinterpret_cast<sockaddr*>(&own), &size);
-    Port = ntohs(own.sin_port);
+    if (!TLocalAddress(0).Bind(FListener) || ::listen(FListener, 4) != 0) throw std::runtime_error("no port");
+    Port = PortOf(FListener);
     FThread = std::thread([this] { Carry(); });
   }
   ~TRelay() {
@@ -125,13 +101,6 @@ class TRelay {
   std::atomic<TCut> Cut{TCut::Whole};
 
  private:
-  static sockaddr_in Loopback(std::uint16_t port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(port);
-    return address;
-  }
   void Carry() {
     std::array<int, 2> ends{-1, -1};
     const auto part = [&] {
@@ -149,8 +118,7 @@ class TRelay {
         if (!WaitFd(FListener, POLLIN, 5)) continue;
         ends[0] = ::accept(FListener, nullptr, nullptr);
         ends[1] = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        const sockaddr_in to = Loopback(FTo);
-        if (::connect(ends[1], reinterpret_cast<const sockaddr*>(&to), sizeof to) != 0) part();
+        if (!TLocalAddress(FTo).Connect(ends[1])) part();
         continue;
       }
       pollfd waits[] = {{ends[0], POLLIN, 0}, {ends[1], POLLIN, 0}};
@@ -199,13 +167,11 @@ struct TWorld {
   const std::filesystem::path File = MakeFile(Folder, Relay.Port);
 
   [[nodiscard]] TControllerOptions Options() const {
-    TControllerOptions options;
-    options.Machines = {ComposedMachine({SimulatedDriver(), ModbusDriver()})};
-    options.MachineFile = File;
-    options.LocaleFolder = ShareFolder() / "locale";
-    options.Language = "en";
-    options.Realtime = true;
-    return options;
+    return {.Machines = {ComposedMachine({SimulatedDriver(), ModbusDriver()})},
+            .MachineFile = File,
+            .LocaleFolder = ShareFolder() / "locale",
+            .Language = "en",
+            .Realtime = true};
   }
 };
 
@@ -314,8 +280,6 @@ TEST(ModbusMachine, KeepsThePortsContractsWithItsLineCutAndHealed) {
 
 // --- the same procedures on the simulated machine and on this one ---
 
-using TStory = std::vector<std::string>;
-
 // The same file, with its nozzle motor and slow ways faster.
 std::filesystem::path MakeQuickFile(const TTempDir& folder, std::uint16_t port, bool simulated) {
   const auto file = MakeFile(folder, port);
@@ -334,11 +298,11 @@ std::filesystem::path MakeQuickFile(const TTempDir& folder, std::uint16_t port, 
 
 // An off that is told again, as it is in every pass until the device has read back, stands once: how often is a matter
 // of time. What was switched on since may be switched off again.
-TStory CommandsOf(const TControllerOptions& options, const char* procedure) {
+TTexts CommandsOf(const TControllerOptions& options, const char* procedure) {
   const TProcedure* const row = FindProcedure(procedure);
   TProcedureRun run(options);
   const TRunReport report = run.Run([&] { return TMotionCall{row, row->SampleValues(), {}}.Make(nullptr); }, 120'000);
-  TStory commands;
+  TTexts commands;
   std::set<std::string> off;
   for (const TJournalEntry& entry : run.Controller().Journal().Entries()) {
     if (!entry.IsCommand()) continue;
@@ -353,20 +317,19 @@ TStory CommandsOf(const TControllerOptions& options, const char* procedure) {
 
 TEST(ModbusMachine, TheSameProceduresGiveTheSameCommandsAsOnTheSimulatedMachine) {
   const TTempDir folder;
-  TControllerOptions simulated;
-  simulated.Machines = {SimulatedMachine()};
-  simulated.LocaleFolder = ShareFolder() / "locale";
-  simulated.Language = "en";
-  simulated.MachineFile = MakeQuickFile(folder, 1, true);
+  const TControllerOptions simulated{.Machines = {SimulatedMachine()},
+                                     .MachineFile = MakeQuickFile(folder, 1, true),
+                                     .LocaleFolder = ShareFolder() / "locale",
+                                     .Language = "en"};
   TWorld world;
   TControllerOptions options = world.Options();
   (void)MakeQuickFile(world.Folder, world.Relay.Port, false);
   for (const char* const procedure :
        {"shot", "safe-move", "square", "change-nozzle", "clean-nozzle-manual", "auto-calibrate", "cover"}) {
     SCOPED_TRACE(procedure);
-    const TStory wanted = CommandsOf(simulated, procedure);
+    const TTexts wanted = CommandsOf(simulated, procedure);
     EXPECT_EQ(wanted.back(), "success");
-    TStory commands = CommandsOf(options, procedure);
+    TTexts commands = CommandsOf(options, procedure);
     if (commands != wanted) commands = CommandsOf(options, procedure);  // the machine may have been busy
     EXPECT_EQ(commands, wanted);
   }
@@ -393,10 +356,7 @@ TEST(ModbusMachine, AGasCalibrationGivesTheSimulatorsCurveWithinOnePerCent) {
   std::filesystem::copy_file(ShareFolder() / "machines" / "machine.xml", folder.Path() / "machine.xml");
   std::vector<TDot> simulated;
   {
-    TControllerOptions options;
-    options.Machines = {SimulatedMachine()};
-    options.MachineFile = folder.Path() / "machine.xml";
-    TController session(options);
+    TController session({.Machines = {SimulatedMachine()}, .MachineFile = folder.Path() / "machine.xml"});
     simulated = Calibrate(session, [&] { session.RunPass(); });
   }
   ASSERT_GE(simulated.size(), 5u);

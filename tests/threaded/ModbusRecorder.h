@@ -5,10 +5,9 @@
 #include <map>
 #include <mutex>
 #include <set>
-#include <string>
 #include <utility>
-#include <vector>
 
+#include "fixture/Texts.h"
 #include "tests/threaded/ModbusSlaves.h"
 
 namespace ixocamglue::test {
@@ -32,7 +31,7 @@ class TRecorder final : public IPlcDevice {
   void CatchUp() override {
     while (Held) Clock().Sleep(1);
   }
-  std::vector<std::string> Written() const {
+  TTexts Written() const {
     const std::lock_guard guard(FLock);
     return FWritten;
   }
@@ -55,7 +54,7 @@ class TRecorder final : public IPlcDevice {
   std::map<std::pair<TPlcTable, std::size_t>, std::uint16_t> FMemory;
   std::set<std::pair<TPlcTable, std::size_t>> FHoles;
   std::set<std::size_t> FDeaf;
-  std::vector<std::string> FWritten;
+  TTexts FWritten;
 };
 
 // A server with a recorder behind it.

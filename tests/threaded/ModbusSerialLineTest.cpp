@@ -106,7 +106,7 @@ TEST_F(ModbusSerialLine, ALostReplyNeitherHoldsUpAnOffNorMakesTheStationAway) {
     EXPECT_TRUE(Comes([&] { return Line->Settled(beam); }));
   }
   EXPECT_EQ(Read(one), "0");
-  EXPECT_EQ(Events(), TLines());
+  EXPECT_EQ(Events(), TTexts());
 }
 
 TEST_F(ModbusSerialLine, NorAnOffThatIsABitOfARegister) {
@@ -127,7 +127,7 @@ TEST_F(ModbusSerialLine, NorAnOffThatIsABitOfARegister) {
     EXPECT_LT(Clock().MonotonicMs() - from, 3u * 150);
     EXPECT_TRUE(Comes([&] { return Line->Settled(beam); }));
   }
-  EXPECT_EQ(Events(), TLines());
+  EXPECT_EQ(Events(), TTexts());
 }
 
 TEST_F(ModbusSerialLine, TwoDeadStationsLeaveTheThirdItsTime) {
@@ -170,7 +170,7 @@ TEST_F(ModbusSerialLine, ALateReplyIsNotTakenForAnothersThatLooksTheSame) {
       ASSERT_EQ(Read(other), "44");
     }
   }
-  EXPECT_EQ(Events(), TLines());
+  EXPECT_EQ(Events(), TTexts());
 }
 
 TEST_F(ModbusSerialLine, OfTwoStationsNeitherASlowNorADeadOneKeepsTheOtherFromWorking) {
@@ -184,7 +184,7 @@ TEST_F(ModbusSerialLine, OfTwoStationsNeitherASlowNorADeadOneKeepsTheOtherFromWo
   for (const auto point : {beam, first, last}) Line->Write(point, 1.0);
   ASSERT_TRUE(Comes([&] { return Line->Settled(beam) && Line->Settled(first); }));
   Clock().Sleep(1500);
-  EXPECT_EQ(Events(), TLines());
+  EXPECT_EQ(Events(), TTexts());
   Units.Silent[0] = true;
   for (const auto point : {first, last}) Line->Write(point, 0.0);
   EXPECT_LT(OffTakes(beam, 1), 3u * 200) << "behind a read and a zero that nobody answers";
@@ -226,8 +226,8 @@ TEST_F(ModbusSerialLine, TwoStationsShareIt) {
   EXPECT_EQ(Line->Read(b), 0.0);
   Line->Write(b, 1.0);
   EXPECT_TRUE(Comes([&] { return Line->Settled(b); }));
-  EXPECT_EQ(Units.Recorders[0].Written(), TLines{"coil 1=1"});
-  EXPECT_EQ(Units.Recorders[1].Written(), TLines{"coil 1=1"});
+  EXPECT_EQ(Units.Recorders[0].Written(), TTexts{"coil 1=1"});
+  EXPECT_EQ(Units.Recorders[1].Written(), TTexts{"coil 1=1"});
   Units.Recorders[1].Hole(ptCoils, 1, true);  // the one is away, the other is not
   ASSERT_TRUE(Comes([&] { return !Events().empty(); }));
   EXPECT_THAT(Events()[0], HasSubstr("away valves: "));

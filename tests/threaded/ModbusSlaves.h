@@ -2,7 +2,6 @@
 // pseudo-terminals.
 #pragma once
 
-#include <arpa/inet.h>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -20,11 +19,10 @@
 #include <modbus/modbus.h>
 
 #include "fixture/ServingPlc.h"
+#include "fixture/Sockets.h"
 #include "ixocamglue/devcomm/Udevicelink.h"
 #include "ixocamglue/platform/comm/FdWait.h"
 #include "ixocamglue/platform/services/Clock.h"
-
-extern char** environ;
 
 namespace ixocamglue::test {
 
@@ -98,11 +96,8 @@ class TLibmodbusSlave {
   std::uint16_t Tcp() {
     FContext = modbus_new_tcp("127.0.0.1", 0);
     FListener = modbus_tcp_listen(FContext, 1);
-    sockaddr_in own{};
-    socklen_t size = sizeof own;
-    ::getsockname(FListener, reinterpret_cast<sockaddr*>(&own), &size);
     Start();
-    return ntohs(own.sin_port);
+    return PortOf(FListener);
   }
   void Serial(const std::string& device) {
     FContext = modbus_new_rtu(device.c_str(), 9600, 'N', 8, 1);

@@ -1,6 +1,5 @@
 // Whoever does not watch is told by a command or a webhook.
 #include <fstream>
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
@@ -9,6 +8,7 @@
 
 #include "controller/process/RealTime.h"
 #include "controller/service/Notifications.h"
+#include "fixture/Sockets.h"
 #include "fixture/TempDir.h"
 
 namespace ixocamglue::test {
@@ -22,14 +22,9 @@ using testing::HasSubstr;
 class THook {
  public:
   explicit THook(std::string answer) : FAnswer(std::move(answer)), FHandle(::socket(AF_INET, SOCK_STREAM, 0)) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    EXPECT_EQ(::bind(FHandle, reinterpret_cast<const sockaddr*>(&address), size), 0);
+    EXPECT_TRUE(TLocalAddress(0).Bind(FHandle));
     EXPECT_EQ(::listen(FHandle, 8), 0);
-    EXPECT_EQ(::getsockname(FHandle, reinterpret_cast<sockaddr*>(&address), &size), 0);
-    Url = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/told";
+    Url = "http://127.0.0.1:" + std::to_string(PortOf(FHandle)) + "/told";
     if (!FAnswer.empty()) FThread = std::thread([this] { Serve(); });
   }
   ~THook() {

@@ -27,12 +27,7 @@ namespace ixocamglue::test {
 using namespace ixocontroller;
 namespace {
 
-TControllerOptions Realtime() {
-  TControllerOptions options;
-  options.Machines = {SimulatedMachine()};
-  options.Realtime = true;
-  return options;
-}
+TControllerOptions Realtime() { return {.Machines = {SimulatedMachine()}, .Realtime = true}; }
 
 // The program in a pseudo-terminal of 80 columns; what it has written so far.
 class TTerminalProgram {

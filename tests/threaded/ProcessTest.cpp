@@ -99,11 +99,8 @@ TEST(Notify, TellsWhatItDoesAndFeedsTheWatchdogTwiceInItsTimeWhileAllLive) {
 TEST(Notify, AStateThreadOrASupervisorThatHangsStarvesTheWatchdog) {
   const TTempDir dir;
   TManager manager((dir.Path() / "notify").string());
-  TControllerOptions options;
-  options.Realtime = true;
-  options.Machines = {SimulatedMachine({})};
-  options.Supervisor = false;  // stands aside for one that can be stopped
-  TController controller(options);
+  // Its supervisor stands aside for one that can be stopped.
+  TController controller({.Machines = {SimulatedMachine()}, .Realtime = true, .Supervisor = false});
   controller.StartThreads();
   std::atomic<bool> hangs{false};
   TRoundThread supervisor("ixo-supervisor", 20, [&](std::uint64_t) {

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include "fixture/Installed.h"
 #include "ixocamglue/motion/Ustatemotion.h"
 #include "ixocamglue/motion/Ustatemotionbase.h"
 #include "ixocamglue/platform/services/VirtualClock.h"
@@ -34,9 +35,8 @@ TEST(RootReleaseThreaded, TheForcedLeaveIsTheStateThreadsWhoeverHoldsTheRootLast
   std::atomic<int> forced{0};  // each forced leave is a fault
   const TFaultHandler before = SetFaultHandler([&](std::string_view) { ++forced; });
   TVirtualClock clock;
-  const TInstalled<IClock> clockInstalled(clock);
   TNcRegistry registry;
-  const TInstalled<TNcRegistry> registryInstalled(registry);
+  const TAllInstalled<IClock, TNcRegistry> installed(clock, registry);
   StartMotionController();
   {
     TNcStateFramework framework;

@@ -1,7 +1,7 @@
 // A controller that stays up, with real threads: stop and all-off, also while the state thread hangs, and its end.
 #include <algorithm>
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include "fixture/ServiceWorld.h"
 

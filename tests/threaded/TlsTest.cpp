@@ -1,8 +1,5 @@
 // TLS over real sockets: which files are taken, whom the client trusts, clients that come without it, cut or slow ones,
 // and many at once.
-#include <arpa/inet.h>
-#include <chrono>
-#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <thread>
@@ -16,6 +13,8 @@
 #include "controller/service/Webhook.h"
 #include "fixture/Certificates.h"
 #include "fixture/ServiceWorld.h"
+#include "fixture/Sockets.h"
+#include "fixture/Texts.h"
 
 namespace ixocamglue::test {
 using ixocontroller::TWireAddress;
@@ -138,11 +137,7 @@ TEST_F(Tls, AClientSaysWhyItDoesNotTrustWhoAnswers) {
 class TRaw {
  public:
   explicit TRaw(int port) : Fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_in to{};
-    to.sin_family = AF_INET;
-    to.sin_port = htons(static_cast<std::uint16_t>(port));
-    to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    EXPECT_EQ(::connect(Fd.Get(), reinterpret_cast<const sockaddr*>(&to), sizeof to), 0);
+    EXPECT_TRUE(TLocalAddress(static_cast<std::uint16_t>(port)).Connect(Fd.Get()));
   }
   void Send(std::string_view bytes) const { (void)!::send(Fd.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL); }
   // What has come within 6 s; empty: it has ended, or nothing has.
@@ -175,12 +170,7 @@ class TlsWire : public Tls {
   }
   [[nodiscard]] TWireClient Client() const { return TWireClient(Address(), "", "en"); }
   [[nodiscard]] std::string WhyNot(const TWireAddress& address) const {
-    try {
-      (void)TWireClient(address, "", "en").Get("/api/v1/status");
-    } catch (const EProblem& problem) {
-      return problem.Problem.Text();
-    }
-    return {};
+    return Thrown<EProblem>([&] { (void)TWireClient(address, "", "en").Get("/api/v1/status"); });
   }
   // What a client says first.
   static std::string Hello() {

@@ -1,19 +1,14 @@
 // The wire over real sockets: who is refused, what broken and slow clients come to, events, and more clients than there
 // is room for.
-#include <arpa/inet.h>
 #include <atomic>
 #include <chrono>
-#include <filesystem>
 #include <future>
 #include <memory>
-#include <netinet/in.h>
-#include <optional>
 #include <poll.h>
 #include <string>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -25,6 +20,7 @@
 #include "controller/client/WireRun.h"
 #include "controller/wire/EventFeed.h"
 #include "fixture/ServiceWorld.h"
+#include "fixture/Sockets.h"
 
 namespace ixocamglue::test {
 using testing::AllOf;
@@ -43,17 +39,10 @@ struct TAnswer {
 class TClient {
  public:
   explicit TClient(int port) : Fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_in to{};
-    to.sin_family = AF_INET;
-    to.sin_port = htons(static_cast<std::uint16_t>(port));
-    to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    Connected = ::connect(Fd.Get(), reinterpret_cast<const sockaddr*>(&to), sizeof to) == 0;
+    Connected = TLocalAddress(static_cast<std::uint16_t>(port)).Connect(Fd.Get());
   }
   explicit TClient(const std::string& path) : Fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_un to{};
-    to.sun_family = AF_UNIX;
-    std::ranges::copy(path, to.sun_path);
-    Connected = ::connect(Fd.Get(), reinterpret_cast<const sockaddr*>(&to), sizeof to) == 0;
+    Connected = TLocalAddress(path).Connect(Fd.Get());
   }
 
   void Send(const std::string& text) const { (void)!::send(Fd.Get(), text.data(), text.size(), MSG_NOSIGNAL); }
