@@ -116,11 +116,9 @@ TEST_F(CommandLine, AWrongCommandLineIsToldInOneLineAndDoesNothing) {
       {"simulate plc", "one of --tcp PORT and --serial DEVICE is needed"},
   };
   for (const auto& [arguments, text] : cases) {
-    const TRun run = Ixocut(arguments, "IXOCUT_LANG=en");
-    EXPECT_EQ(run.ExitCode, 2) << arguments;
-    EXPECT_EQ(run.Out, "") << arguments;
-    EXPECT_THAT(run.Err, HasSubstr(text)) << arguments;
-    EXPECT_EQ(std::count(run.Err.begin(), run.Err.end(), '\n'), 1) << run.Err;
+    const std::string said = Refusal(arguments, 2);
+    EXPECT_THAT(said, HasSubstr(text)) << arguments;
+    EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1) << said;
   }
   EXPECT_FALSE(fs::exists(Copy())) << "a wrong command line must leave nothing behind";
 }
@@ -165,12 +163,8 @@ TEST_F(CommandLine, AMachineFileThatCannotBeUsedIsNamedWithItsPlace) {
       {Write("empty.xml", ""), "empty.xml"},
       {Write("range.xml", "<MachineConfig><Laser EmissionOnDelay=\"-1\"/></MachineConfig>"), "EmissionOnDelay"},
   };
-  for (const auto& [file, text] : cases) {
-    const TRun run = Ixocut("shot --lang en --machine '" + file.string() + "'");
-    EXPECT_EQ(run.ExitCode, 3) << file;
-    EXPECT_EQ(run.Out, "") << file;
-    EXPECT_THAT(run.Err, HasSubstr(text)) << file;
-  }
+  for (const auto& [file, text] : cases)
+    EXPECT_THAT(Refusal("shot --machine '" + file.string() + "'", 3), HasSubstr(text)) << file;
   EXPECT_EQ(Read(FDir.Path() / "other.xml"), "<Other/>");
 }
 
@@ -193,14 +187,10 @@ TEST_F(CommandLine, TheUsersMachineFileIsMadeOnceAndTheExampleStaysUntouched) {
 
 TEST_F(CommandLine, AStateFolderThatCannotBeUsedIsNamed) {
   Write("file", "");
-  const TRun below = Ixocut("shot --lang en --state '" + (FDir.Path() / "file" / "state").string() + "'");
-  EXPECT_EQ(below.ExitCode, 3);
-  EXPECT_THAT(below.Err, HasSubstr("file/state: the folder cannot be created"));
-
-  const TRun noData = Ixocut("shot", "IXOCUT_DATA=/nonexistent");
-  EXPECT_EQ(noData.ExitCode, 3);
-  EXPECT_THAT(noData.Err, HasSubstr("/nonexistent/machines/machine.xml: the example cannot be read"));
-
+  EXPECT_THAT(Refusal("shot --state '" + (FDir.Path() / "file" / "state").string() + "'", 3),
+              HasSubstr("file/state: the folder cannot be created"));
+  EXPECT_THAT(Refusal("shot", 3, "IXOCUT_DATA=/nonexistent"),
+              HasSubstr("/nonexistent/machines/machine.xml: the example cannot be read"));
   if (::geteuid() == 0) GTEST_SKIP() << "root may write everywhere";
   fs::create_directory(FDir.Path() / "locked");
   fs::permissions(FDir.Path() / "locked", fs::perms::owner_read | fs::perms::owner_exec);

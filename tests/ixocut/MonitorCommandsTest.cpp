@@ -85,11 +85,8 @@ TEST_F(MonitorCommands, ADamagedFileIsShownRecoveredAndNeverOverwrittenUnread) {
        {"convert absent --to columns --out keep", "convert cut.csv --to columns --out keep",
         "recover cut.csv --out keep", "recover empty --out keep", "convert old --to columns --out keep",
         "plot run.csv --out keep.svg", "plot none --out p.svg", "show .", "diff cut.csv empty",
-        "convert empty --to columns --out keep"}) {
-    const TRun run = Ixocut(std::string("monitor ") + command);
-    EXPECT_EQ(run.ExitCode, 3) << command << run.Out;
-    EXPECT_THAT(run.Err, HasSubstr("ixocut monitor ")) << command;
-  }
+        "convert empty --to columns --out keep"})
+    EXPECT_THAT(Refusal(std::string("monitor ") + command, 3), HasSubstr("ixocut monitor ")) << command;
   for (const char* command : {"record --procedure cover --state s --out keep", "run safe-z --plot keep.svg"})
     EXPECT_EQ(Ixocut(command).ExitCode, 3) << command;
   for (const char* file : {"keep", "keep.svg"}) EXPECT_EQ(Read(file), "precious");
@@ -147,21 +144,14 @@ TEST_F(MonitorCommands, ALongFileIsAnOutlineThatKeepsItsExtremesAndTooManySignal
   for (std::size_t i = 0; i <= kMostSignals; ++i) text += Format("2,1,%zu,0,0,1,1,0,0,0,0,1\n", i);
   WriteFile(FDir.Path() / "wide", text);
   for (const char* command :
-       {"show wide", "plot wide --out wide.svg", "diff wide wide", "convert wide --to columns --out w"}) {
-    const TRun run = Ixocut(std::string("monitor ") + command, "IXOCUT_LANG=en");
-    EXPECT_EQ(run.ExitCode, 3) << command;
-    EXPECT_THAT(run.Err, HasSubstr("more than 1000 signals")) << command;
-  }
+       {"show wide", "plot wide --out wide.svg", "diff wide wide", "convert wide --to columns --out w"})
+    EXPECT_THAT(Refusal(std::string("monitor ") + command, 3), HasSubstr("more than 1000 signals")) << command;
 }
 
 TEST_F(MonitorCommands, APlotIsAPictureAndWithoutGnuplotAMessage) {
   WriteFile(FDir.Path() / "a.csv", kHead + "2,1,1,0,0,1,3,0,0,0,0,0.5,nan,2.5\n3,1,0,0,0,1,2,0,0,0,0,0,1\n");
-  const TRun missing = Ixocut("monitor plot a.csv --out a.svg", "PATH=/nowhere");
-  EXPECT_EQ(missing.ExitCode, 3);
-  EXPECT_THAT(missing.Err, HasSubstr("gnuplot is not installed"));
-  const TRun early = Ixocut("run safe-z --plot a.svg", "PATH=/nowhere");
-  EXPECT_EQ(early.ExitCode, 3);
-  EXPECT_EQ(early.Out, "") << "before anything runs";
+  for (const char* command : {"monitor plot a.csv --out a.svg", "run safe-z --plot a.svg"})
+    EXPECT_THAT(Refusal(command, 3, "PATH=/nowhere"), HasSubstr("gnuplot is not installed")) << command;
   if (std::system("gnuplot --version >/dev/null 2>&1") != 0) GTEST_SKIP() << "gnuplot is not installed";
   const TRun plot = Ixocut("monitor plot a.csv --out \"it's.svg\"");
   EXPECT_EQ(plot.ExitCode, 0) << plot.Err;

@@ -42,9 +42,8 @@ TEST_F(Reference, OverwritesItsOwnPagesAndNothingElse) {
   ASSERT_EQ(Ixocut("reference --to pages --lang zh").ExitCode, 0);
   EXPECT_THAT(Read("pages/alarms.md"), HasSubstr("| `TPGas#1` | G101 | 空气气压低于设定值的 80% | 禁止切割 |"));
   Write("pages/README.md", "of somebody else");
-  const TRun refused = Ixocut("reference --to pages");
-  EXPECT_EQ(refused.ExitCode, 3);
-  EXPECT_THAT(refused.Err, HasSubstr("pages/README.md: --to: the file has something else in it"));
+  EXPECT_THAT(Refusal("reference --to pages", 3),
+              HasSubstr("pages/README.md: --to: the file has something else in it"));
   EXPECT_EQ(Read("pages/README.md"), "of somebody else");
 }
 

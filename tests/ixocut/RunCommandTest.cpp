@@ -172,10 +172,7 @@ TEST_F(RunCommand, AFileIsCheckedAsAWholeBeforeAnythingMoves) {
   };
   for (const auto& [file, text] : cases) {
     Write("f.json", file);
-    const TRun run = Ixocut("run f.json");
-    EXPECT_EQ(run.ExitCode, 3) << file;
-    EXPECT_THAT(run.Err, HasSubstr(text));
-    EXPECT_EQ(run.Out, "") << file;
+    EXPECT_THAT(Refusal("run f.json", 3), HasSubstr(text)) << file;
   }
   EXPECT_THAT(Ixocut("run none.json").Err, HasSubstr("none.json: is no file that can be read"));
 }
@@ -287,11 +284,8 @@ TEST_F(RunCommand, AProcedureHasOneNameAndItsOldOnesAreRefusedWithIt) {
     Write("f.json", std::string(R"({"commands": [{"command": ")") + was + "\"}]}");
     for (const std::string& command :
          {"run " + was, "tree " + was, "procedures " + was, "record --out a --procedure " + was,
-          "sweep --procedure " + was, std::string("run f.json")}) {
-      const TRun run = Ixocut(command);
-      EXPECT_EQ(run.ExitCode, 2) << command << run.Err;
-      EXPECT_THAT(run.Err, HasSubstr("\"" + is + "\"")) << command;
-    }
+          "sweep --procedure " + was, std::string("run f.json")})
+      EXPECT_THAT(Refusal(command, 2), HasSubstr("\"" + is + "\"")) << command;
     EXPECT_EQ(Ixocut("tree " + is).ExitCode, 0) << is;
   }
 }
@@ -326,9 +320,7 @@ TEST_F(RunCommand, ARecordingShowsTheFirstStepAndRunsWhatRunRuns) {
   EXPECT_THAT(log("record --procedure shot --out a.csv"), HasSubstr("1/5: Open shutter\n2/5: "));
   EXPECT_EQ(log("record --procedure shot --out a.csv"), log("run shot"));
   EXPECT_EQ(log("record --procedure safe-move --x 50 --y 20 --out a.csv"), log("run safe-move --x 50 --y 20"));
-  const TRun run = Ixocut("record --procedure safe-move --x 50 --out a.csv");
-  EXPECT_EQ(run.ExitCode, 2);
-  EXPECT_THAT(run.Err, HasSubstr("safe-move: --y is missing"));
+  EXPECT_THAT(Refusal("record --procedure safe-move --x 50 --out a.csv", 2), HasSubstr("safe-move: --y is missing"));
 }
 
 TEST_F(RunCommand, AFailureNamesTheWayToItsLeafAndWhatIsStillOn) {
