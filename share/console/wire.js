@@ -39,6 +39,7 @@ class Wire {
   connected = false;  // the event stream is open
   #listeners = new Map();
   #leaseId = sessionStorage.getItem(kLeaseKey) ?? "";
+  #leaseChanges = 0;  // told or made so far: an answer to a question from before is older
   #answeredAt = 0;
   #renewedAt = 0;
   #lastEventId = "";
@@ -150,6 +151,7 @@ class Wire {
     if (id) await this.#ask("DELETE", "lease", {}, {headers: {Lease: id}});
   }
   #setLease(id) {
+    ++this.#leaseChanges;
     this.#leaseId = id;
     sessionStorage.setItem(kLeaseKey, id);
     this.lease = {holder: id ? this.session.name : null, mine: Boolean(id)};
@@ -159,17 +161,20 @@ class Wire {
   }
   async #renew() {
     this.#renewedAt = performance.now();
-    if (!this.#leaseId) return;
+    const id = this.#leaseId;
+    if (!id) return;
     try {
       await this.post("lease/heartbeat");
     } catch (problem) {
-      if (problem.status === 0) return;
+      if (problem.status === 0 || id !== this.#leaseId) return;
       this.#setLease("");
       await this.#readLease().catch(() => {});
     }
   }
   async #readLease() {
+    const changes = this.#leaseChanges;
     const {holder} = await this.get("lease");
+    if (changes !== this.#leaseChanges) return;
     this.lease = {holder, mine: this.lease.mine && Boolean(holder)};
     this.#tell("lease", this.lease);
   }
@@ -400,6 +405,7 @@ class Wire {
     // What is not answered now is read behind the next beginning of the stream.
     if (kind === "alarm") this.#readAlarms().catch(() => {});
     if (kind === "lease") {
+      ++this.#leaseChanges;
       this.lease = {holder: event.holder, mine: Boolean(this.#leaseId)};
       this.#renew();  // which tells whether it still is this page's
     }

@@ -273,6 +273,40 @@ class HeldKeysTest(fixture.ConsoleTest):
              reasons=("released", "gap", "connection"))
         self.assert_silent(browser)
 
+    def test_late_answers_about_control_change_nothing(self):
+        """Who has control, and that a heartbeat is refused, come behind what has changed meanwhile."""
+        browser = self.page()
+        hand = Hand(browser)
+        other = fixture.ixocut_client.Controller(self.held.client.url)
+        browser.expect("lease")
+        browser.js("""
+            const send = window.fetch;
+            window.late = [];
+            window.fetch = async (url, options) => {
+              const answer = await send(url, options);
+              const what = options.method + " " + new URL(url, location).pathname.split("/v1/")[1];
+              if (what === window.delayed) await new Promise((go) => window.late.push(go));
+              return answer;
+            };
+            import("/console/wire.js").then(({wire}) => wire.on("lease", () => ++window.told));""")
+        for delayed, late, told in (("GET lease", 1, 3), ("POST lease/heartbeat", 2, 2)):
+            with self.subTest(delayed):
+                self.hold(hand, hand.press)
+                hand.lift()
+                browser.js("[window.delayed, window.told] = arguments", delayed, 0)
+                other.lease = other.ask("POST", "/lease", {"takeOver": True})["lease"]
+                browser.wait(lambda: browser.js("return window.late.length"), "an answer is late")
+                other.give_back()
+                browser.wait(lambda want=(late, told): browser.js("return [window.late.length, window.told]") >= list(want),
+                             "the page is told that nobody has control")
+                browser.js("window.delayed = ''; window.late.shift()()")
+                self.hold(hand, hand.press)
+                browser.js("window.late.splice(0).forEach((go) => go())")
+                time.sleep(HELD_S)
+                self.assertTrue(self.down())
+                self.assertTrue(browser.js("return import('/console/wire.js').then(({wire}) => wire.lease.mine)"))
+                hand.lift()
+
     def test_processes_of_the_browser_that_stand_still(self):
         browser = self.page()
         hand = Hand(browser)
