@@ -61,7 +61,7 @@ TResult<TJson> ReadTokens(const std::filesystem::path& file) {
 }
 
 TResult<> LockTokens(TFileLock& lock, const std::filesystem::path& file, std::uint32_t waitMs) {
-  if (const TResult<> made = MakeFolder(file.parent_path()); !made) return made;
+  if (TResult<> made = MakeFolder(file.parent_path()); !made) return made;
   if (lock.Take(file.string(), waitMs) != lsHeld) return lock.Problem();
   return {};
 }

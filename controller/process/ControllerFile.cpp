@@ -30,7 +30,7 @@ fs::path PlaceFile(const fs::path& stateFolder) { return stateFolder / kControll
 }  // namespace
 
 TResult<> TControllerLock::Take(const fs::path& stateFolder) {
-  if (const TResult<> made = MakeFolder(stateFolder, fs::perms::owner_all); !made) return made;
+  if (TResult<> made = MakeFolder(stateFolder, fs::perms::owner_all); !made) return made;
   std::error_code error;
   FFile = PlaceFile(fs::canonical(stateFolder, error));
   if (error) FFile = PlaceFile(stateFolder);
