@@ -39,7 +39,8 @@ class Wire {
   connected = false;  // the event stream is open
   #listeners = new Map();
   #leaseId = sessionStorage.getItem(kLeaseKey) ?? "";
-  #leaseChanges = 0;  // told or made so far: an answer to a question from before is older
+  // Of what is known of control: an answer to what was asked in an earlier one is old.
+  #turn = 0;
   #answeredAt = 0;
   #renewedAt = 0;
   #lastEventId = "";
@@ -151,7 +152,7 @@ class Wire {
     if (id) await this.#ask("DELETE", "lease", {}, {headers: {Lease: id}});
   }
   #setLease(id) {
-    ++this.#leaseChanges;
+    ++this.#turn;
     this.#leaseId = id;
     sessionStorage.setItem(kLeaseKey, id);
     this.lease = {holder: id ? this.session.name : null, mine: Boolean(id)};
@@ -159,23 +160,23 @@ class Wire {
     this.#applyRate();
     if (!this.#leaveSeat && this.listens !== Boolean(id)) this.#listenAnew();
   }
+  // Keeps the lease, else asks who has it: what no event has told is known all the same.
   async #renew() {
     this.#renewedAt = performance.now();
     const id = this.#leaseId;
-    if (!id) return;
     try {
-      await this.post("lease/heartbeat");
+      if (id) return await this.post("lease/heartbeat");
     } catch (problem) {
       if (problem.status === 0 || id !== this.#leaseId) return;
       this.#setLease("");
-      await this.#readLease().catch(() => {});
     }
+    await this.#readLease().catch(() => {});
   }
   async #readLease() {
-    const changes = this.#leaseChanges;
+    const turn = ++this.#turn;
     const {holder} = await this.get("lease");
-    if (changes !== this.#leaseChanges) return;
-    this.lease = {holder, mine: this.lease.mine && Boolean(holder)};
+    if (turn !== this.#turn) return;
+    this.lease = {holder, mine: false};
     this.#tell("lease", this.lease);
   }
 
@@ -278,8 +279,7 @@ class Wire {
   // Everything that events alone do not tell, once and after each gap.
   async refresh() {
     await Promise.all([this.#look(), this.#readAlarms(), this.#readSession(), this.get("machine").then((machine) => (this.machine = machine))]);
-    if (this.#leaseId) await this.#renew();
-    if (!this.#leaseId) await this.#readLease();
+    await this.#renew();
     this.#tell("connection", this.connected);
   }
 
@@ -405,7 +405,7 @@ class Wire {
     // What is not answered now is read behind the next beginning of the stream.
     if (kind === "alarm") this.#readAlarms().catch(() => {});
     if (kind === "lease") {
-      ++this.#leaseChanges;
+      ++this.#turn;
       this.lease = {holder: event.holder, mine: Boolean(this.#leaseId)};
       this.#renew();  // which tells whether it still is this page's
     }
