@@ -42,8 +42,9 @@ class TextsTest(fixture.ConsoleTest):
             self.assertIn(browser.tr("Standby"), browser.text("#state"))
         self.assertTrue(browser.js("return window.sameDocument"))
         browser.find("#language option[value=zh]").click()
-        browser.driver.refresh()
         browser.language = "zh"
+        browser.wait_text(browser.tr("Procedures"), "#page h1")
+        browser.driver.refresh()
         browser.wait_text(browser.tr("Stop"), "#stop")
 
     def test_the_log_is_in_the_controllers_language_and_its_kinds_in_the_pages(self):
