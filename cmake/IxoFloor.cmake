@@ -1,5 +1,5 @@
 # Precompiled headers only save time: every source includes what it uses, and -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON
-# builds without. One set for the library's floors and the machines, one for what handles JSON, one for the command line.
+# builds without. One set for the library's floors and the machines, one for what is above them.
 set(ixo_common_headers <algorithm> <array> <atomic> <charconv> <cmath> <cstdint> <deque> <filesystem> <functional> <map>
   <memory> <optional> <span> <string> <string_view> <utility> <vector>)
 
@@ -38,8 +38,8 @@ endfunction()
 # ixo_floor(<folder> <n> [RECURSE] [HIDES <regex>] [LINKS <targets>])
 #
 # One floor of libixocamglue: the OBJECT library ixo_<folder> of all sources in <folder>, compiled as <n>, whose objects
-# and headers become part of ixocamglue. HIDES are headers that are not installed. LINKS are the floors below and what other libraries the
-# floor's sources need.
+# and headers become part of ixocamglue. HIDES are headers that are not installed. LINKS are the floors below and what
+# other libraries the floor's sources need.
 function(ixo_floor folder n)
   cmake_parse_arguments(PARSE_ARGV 2 floor "RECURSE" "HIDES" "LINKS")
   set(glob GLOB)
