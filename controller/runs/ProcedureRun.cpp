@@ -19,7 +19,7 @@ constexpr std::uint32_t kLookEveryMs = 5;        // real time
 void WaitForStandby(TController& controller, const std::function<void()>& look) {
   TNcStateFramework& framework = controller.Framework();
   const std::uint64_t until = Clock().MonotonicMs() + kReadyWithinMs;
-  while (framework.Watch().Pass.load() == 0 || framework.SafePending()) {
+  while (framework.SafePending()) {
     if (Clock().MonotonicMs() >= until)
       throw EProblem(pbUnusable, Tr("the machine does not acknowledge standby: laser or emission stays on"));
     if (controller.VirtualClock()) {

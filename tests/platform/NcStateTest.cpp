@@ -491,9 +491,11 @@ TEST_F(StateFramework, BeforeTheFirstPassAndWithoutOneNothingIsLost) {
   ReleaseOnStateThread(std::move(object));
   EXPECT_TRUE(alive.expired());
   Framework.emplace();
+  EXPECT_TRUE(Framework->SafePending());  // no device has been told yet
   Framework->Stop();
   EXPECT_FALSE(Framework->RequestState(kRunState, 7).Ok());
   Pass(2);
+  EXPECT_FALSE(Framework->SafePending());
   EXPECT_TRUE(Framework->RequestState(kRunState, 7).Ok());
 }
 

@@ -155,7 +155,7 @@ class TNcStateFramework {
   [[nodiscard]] bool ChangePending() const { return FPending.load(std::memory_order_acquire) != kNonePending; }
   // The same, to this state.
   [[nodiscard]] bool IsPending(std::int32_t state) const { return FPending.load(std::memory_order_acquire) == state; }
-  // Devices that were told to switch off have not acknowledged it yet.
+  // Devices have not acknowledged switching off yet, or have not been told: the first pass tells them.
   [[nodiscard]] bool SafePending() const { return FSafePending.load(std::memory_order_acquire); }
   // What befell the beam of the last state when it was ended already; bcNone again when the next one is entered.
   [[nodiscard]] TBeamCause LateBeamCause() const { return FLateBeam.load(std::memory_order_acquire); }
@@ -227,7 +227,7 @@ class TNcStateFramework {
   std::atomic<TNcStateCtrl*> FCurrent{nullptr};
   static constexpr std::int32_t kNonePending = -1;
   std::atomic<std::int32_t> FPending{kNonePending};  // the state that a change leads to
-  std::atomic<bool> FSafePending{false};
+  std::atomic<bool> FSafePending{FOptions.SafeEntry};
   std::atomic<bool> FHasMail{false};
   std::atomic<std::uint32_t> FEndsAsked{0};
   std::atomic<TBeamCause> FLateBeam{bcNone};
