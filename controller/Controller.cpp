@@ -10,6 +10,7 @@
 #include "controller/AlarmPackage.h"
 #include "controller/gasvalve/GasDescent.h"
 #include "controller/procedures/Procedures.h"
+#include "controller/process/RoundThread.h"
 #include "controller/safety/LaserLatch.h"
 #include "controller/safety/LeafWatch.h"
 #include "controller/safety/SafeEnd.h"

@@ -5,7 +5,7 @@
 #include <pthread.h>
 #include <utility>
 
-#include "controller/safety/Supervisor.h"
+#include "controller/process/RoundThread.h"
 #include "ixocamglue/config/Uassistconfig.h"
 #include "ixocamglue/platform/services/ThreadTable.h"
 #include "ixocamglue/platform/services/VirtualClock.h"

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "controller/process/RealTime.h"
-#include "controller/safety/Supervisor.h"
+#include "controller/process/RoundThread.h"
 #include "ixocamglue/support/Faults.h"
 #include "ixocamglue/support/JsonText.h"
 

@@ -11,6 +11,7 @@
 
 #include "controller/Controller.h"
 #include "controller/panel/PanelGuard.h"
+#include "controller/process/RoundThread.h"
 #include "ixocamglue/panel/Uknob.h"
 
 namespace ixocontroller {

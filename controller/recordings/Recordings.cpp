@@ -7,9 +7,9 @@
 #include <map>
 #include <utility>
 
+#include "controller/process/RoundThread.h"
 #include "controller/process/StateFolder.h"
 #include "controller/recordings/Recording.h"
-#include "controller/safety/Supervisor.h"
 #include "ixocamglue/platform/services/LocaleManager.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/support/Faults.h"

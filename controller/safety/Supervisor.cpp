@@ -2,14 +2,13 @@
 
 #include <algorithm>
 #include <cmath>
-#include <pthread.h>
 #include <utility>
 
+#include "controller/process/RoundThread.h"
 #include "controller/texts/HostTexts.h"
 #include "ixocamglue/motion/Ustatemotion.h"
 #include "ixocamglue/platform/services/AppSys.h"
 #include "ixocamglue/platform/services/Log.h"
-#include "ixocamglue/platform/services/ThreadTable.h"
 #include "ixocamglue/platform/states/BeamWatch.h"
 #include "ixocamglue/platform/states/NcState.h"
 #include "ixocamglue/support/Faults.h"
@@ -28,13 +27,6 @@ std::string TextOf(std::int32_t command) {
 }
 
 }  // namespace
-
-void LogFault(const char* where, const std::exception_ptr& error) {
-  try {
-    LogMsg(lkException, 0, Format("%s: %s", where, DescribeException(error).c_str()));
-  } catch (...) {  // no memory for the line
-  }
-}
 
 TSupervisor::TSupervisor(const TNcWatch& watch, std::function<std::int32_t()> state, const TMachineBounds& machine,
                          TSupervisorActions actions)
@@ -161,30 +153,6 @@ void TSupervisor::Climb(const TBroken& broken, std::uint64_t nowMs) {
     case TRung::Stopped: return act(TRung::Latched, SWatchLatch, FActions.Latch);
     case TRung::Latched: return;
   }
-}
-
-TRoundThread::TRoundThread(const char* name, std::uint32_t periodMs, std::function<void(std::uint64_t)> round)
-    : TRoundThread(
-          name, [periodMs] { return periodMs; }, std::move(round)) {}
-
-TRoundThread::TRoundThread(const char* name, std::function<std::uint32_t()> periodMs,
-                           std::function<void(std::uint64_t)> round)
-    : FThread([this, name, period = std::move(periodMs), call = std::move(round)] {
-        pthread_setname_np(pthread_self(), name);
-        TThreadSign sign(name, tkOther);
-        do {
-          sign.Beat();
-          try {
-            call(Clock().MonotonicMs());
-          } catch (...) {
-            LogFault(name, std::current_exception());
-          }
-        } while (!Clock().Pause(FStop, period()));
-      }) {}
-
-TRoundThread::~TRoundThread() {
-  FStop.Ask();
-  FThread.join();
 }
 
 }  // namespace ixocontroller

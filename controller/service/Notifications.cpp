@@ -15,8 +15,8 @@
 
 #include "controller/process/JsonFile.h"
 #include "controller/process/RealTime.h"
+#include "controller/process/RoundThread.h"
 #include "controller/process/StateFiles.h"
-#include "controller/safety/Supervisor.h"
 #include "ixocamglue/platform/services/AppSys.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/support/Format.h"

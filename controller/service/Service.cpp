@@ -9,10 +9,10 @@
 
 #include "controller/AlarmPackage.h"
 #include "controller/process/RealTime.h"
+#include "controller/process/RoundThread.h"
 #include "controller/runs/ProcedureRun.h"
 #include "controller/safety/LaserLatch.h"
 #include "controller/safety/SafeEnd.h"
-#include "controller/safety/Supervisor.h"
 #include "ixocamglue/motion/Ulasersteps.h"
 #include "ixocamglue/platform/ports/CutSystem.h"
 #include "ixocamglue/platform/services/Log.h"

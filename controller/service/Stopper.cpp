@@ -4,7 +4,7 @@
 #include <pthread.h>
 #include <utility>
 
-#include "controller/safety/Supervisor.h"
+#include "controller/process/RoundThread.h"
 #include "ixocamglue/platform/services/ThreadTable.h"
 
 namespace ixocontroller {

@@ -11,7 +11,7 @@
 #include <utility>
 
 #include "controller/process/RealTime.h"
-#include "controller/safety/Supervisor.h"
+#include "controller/process/RoundThread.h"
 #include "ixocamglue/platform/services/ThreadTable.h"
 #include "ixocamglue/support/Format.h"
 #include "ixocamglue/support/ValueText.h"

@@ -19,7 +19,7 @@
 #include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
 
-#include "controller/safety/Supervisor.h"
+#include "controller/process/RoundThread.h"
 #include "controller/service/Lease.h"
 #include "controller/wire/Dispatch.h"
 #include "controller/wire/WireSession.h"

@@ -2,6 +2,7 @@
 #include "commandline/InputLines.h"
 #include "controller/Controller.h"
 #include "controller/alarms/AlarmScript.h"
+#include "controller/process/RoundThread.h"
 #include "controller/process/SignalStop.h"
 #include "ixocamglue/platform/services/UtcTime.h"
 #include "ixocamglue/support/FileLock.h"

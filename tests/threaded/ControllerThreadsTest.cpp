@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include "controller/process/RoundThread.h"
 #include "controller/process/StateFolder.h"
 #include "fixture/Machine.h"
 #include "fixture/TempDir.h"

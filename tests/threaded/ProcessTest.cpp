@@ -11,6 +11,7 @@
 
 #include "controller/process/ControllerFile.h"
 #include "controller/process/RealTime.h"
+#include "controller/process/RoundThread.h"
 #include "controller/process/SignalStop.h"
 #include "controller/process/StateFolder.h"
 #include "controller/serving/Notify.h"
