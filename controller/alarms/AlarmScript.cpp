@@ -57,8 +57,8 @@ TResult<TAlarmScriptLine> ParseAlarmLine(const std::string& text) {
     words >> number;
     std::getline(words >> std::ws, line.Reason);
     const auto minutes = ParseExactly<std::uint64_t>(number);
-    if (!minutes || *minutes == 0 || *minutes > 10'080 || line.Reason.empty())
-      return Because(Tr("expected: suppress ID MINUTES REASON, with 1 to 10080 minutes"));
+    if (!minutes || *minutes == 0 || *minutes > kMostSuppressedMinutes || line.Reason.empty())
+      return Because(Format(Tr("expected: suppress ID MINUTES REASON, with 1 to %u minutes"), kMostSuppressedMinutes));
     line.Number = *minutes;
     return line;
   }

@@ -13,6 +13,8 @@
 
 namespace ixocontroller {
 
+inline constexpr std::uint32_t kMostSuppressedMinutes = 10'080;  // a week
+
 enum class TAlarmVerb : std::uint8_t { Nothing, Raise, Clear, Ack, Suppress, Wait, Fault, Mend };
 
 struct TAlarmScriptLine {

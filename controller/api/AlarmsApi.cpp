@@ -87,8 +87,7 @@ TApiReply SuppressAlarm(TService& service, const TApiRequest& request) {
   const std::string identifier = ShortText(body, "identifier");
   const std::string reason =
       body.Has("reason") && request.Body["reason"] != "" ? ShortText(body, "reason") : std::string();
-  const auto minutes =
-      static_cast<std::uint64_t>(body.Whole("minutes", 0, static_cast<std::int64_t>(TAlarmDesk::kMostMinutes)));
+  const auto minutes = static_cast<std::uint64_t>(body.Whole("minutes", 0, kMostSuppressedMinutes));
   TApiReply reply;
   reply.Body = {{"identifier", identifier},
                 {"until", service.Alarms().Suppress(identifier, minutes, reason, request.Who).OrThrow(pbRefused)}};

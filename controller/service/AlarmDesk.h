@@ -11,6 +11,7 @@
 
 #include "controller/Controller.h"
 #include "controller/access/Asker.h"
+#include "controller/alarms/AlarmScript.h"
 #include "controller/service/Events.h"
 #include "ixocamglue/support/Locks.h"
 #include "ixocamglue/support/Problem.h"
@@ -19,8 +20,6 @@ namespace ixocontroller {
 
 class TAlarmDesk {
  public:
-  static constexpr std::uint64_t kMostMinutes = 10'080;  // a week
-
   // Both outlive the desk. What is hidden according to the alarm store stays so.
   TAlarmDesk(TController& controller, TEventRing& events);
   ~TAlarmDesk();
@@ -33,8 +32,8 @@ class TAlarmDesk {
   [[nodiscard]] nlohmann::ordered_json Standing() const;
   // Somebody has seen it. False: no such alarm stands.
   [[nodiscard]] bool Acknowledge(std::uint64_t serial, const TAsker& who);
-  // Alarms of this identifier are marked as suppressed for so long, at most kMostMinutes; 0 end it. Refused while it
-  // stands with level 1, which is never hidden. Answers until when.
+  // Alarms of this identifier are marked as suppressed for so long, at most kMostSuppressedMinutes; 0 end it. Refused
+  // while it stands with level 1, which is never hidden. Answers until when.
   TResult<std::string> Suppress(const std::string& identifier, std::uint64_t minutes, const std::string& reason,
                                 const TAsker& who);
 

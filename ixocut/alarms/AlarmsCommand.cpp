@@ -108,8 +108,8 @@ void AddAlarmsCommand(TCommand program) {
        .Examples = {"ixocut alarms suppress TPMaint#1 --minutes 60 --reason \"the filter is ordered\""}});
   id(suppress);
   suppress
-      .Number("--minutes", o.Minutes, 0, ixocontroller::TAlarmDesk::kMostMinutes, "",
-              Tr("For so long, 0 to 10080; 0 shows it again"))
+      .Number("--minutes", o.Minutes, 0, ixocontroller::kMostSuppressedMinutes, "",
+              Format(Tr("For so long, 0 to %u; 0 shows it again"), ixocontroller::kMostSuppressedMinutes))
       .Required();
   suppress.Text("--reason", o.Reason, Tr("Why"), "TEXT");
   AddClientOptions(suppress, o, false);
