@@ -283,11 +283,15 @@ bool TController::Running() const {
 
 TResult<> TController::MayStart(IStateMotion& root) const {
   const TNcStateFramework& framework = *FParts->Framework;
-  if (Running()) return TProblem{.What = Tr("a procedure is running")};
+  if (Running())
+    return TProblem{.What = Tr("a procedure is running"), .Remedy = Tr("stop it, or wait until it has ended")};
   // A procedure returns to the state that it started from: none of these goes on where it was left.
   const TCutState state = ClassifyCutState(framework.CurrentState());
-  if (state != csStandby && state != csOther) return TProblem{.What = Tr("the machine is busy with a key command")};
-  if (framework.SafePending()) return TProblem{.What = Tr("a device has not acknowledged switching off")};
+  if (state != csStandby && state != csOther)
+    return TProblem{.What = Tr("the machine is busy with a key command"), .Remedy = Tr("stop what runs")};
+  if (framework.SafePending())
+    return TProblem{.What = Tr("a device has not acknowledged switching off"),
+                    .Remedy = Tr("wait until it has, or repair it")};
   if (FParts->Framework->Watch().LaserAsked.Runs())
     return TProblem{.What = Tr("the beam is on by hand"), .Remedy = Tr("release its key first")};
   // A step of an application that builds its own on entry is known by its row.

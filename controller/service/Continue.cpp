@@ -44,7 +44,8 @@ TResult<TReentry> TContinue::Find(const TMachineSnapshot& now) {
     return TProblem{.What = Tr("nothing has run since the controller was started"),
                     .Where = {},
                     .Why = Tr("a run of an earlier start does not go on")};
-  if (FRun->Outcome.empty()) return TProblem{.What = Tr("a procedure is running")};
+  if (FRun->Outcome.empty())
+    return TProblem{.What = Tr("a procedure is running"), .Remedy = Tr("stop it, or wait until it has ended")};
   if (std::ranges::find(kGoesOnAfter, FRun->Outcome) == kGoesOnAfter.end())
     return TProblem{.What = Tr("the last run was neither paused nor stopped, and it did not fail"),
                     .Where = FRun->List.Name};

@@ -181,8 +181,12 @@ TRunRecordPtr TRunner::Find(std::uint64_t id) const {
 }
 
 TResult<> TRunner::NothingRuns() const {
-  if (FPhase != TPhase::Idle) return TProblem{.What = Tr("a procedure is running"), .Why = FRun->Procedure};
-  if (FController.Running()) return TProblem{.What = Tr("a procedure is running")};
+  if (FPhase != TPhase::Idle)
+    return TProblem{.What = Tr("a procedure is running"),
+                    .Why = FRun->Procedure,
+                    .Remedy = Tr("stop it, or wait until it has ended")};
+  if (FController.Running())
+    return TProblem{.What = Tr("a procedure is running"), .Remedy = Tr("stop it, or wait until it has ended")};
   return {};
 }
 
