@@ -40,6 +40,17 @@ for name in 'A.B' 'A.Plus+c' 'P/A.B/0' 'P/A.B/Tcp  # GetParam() = <01-8A>' 'A[b]
   comes good "$name once, beside one that is late" < <(late; once "$name" false)
   comes bad "$name beside one that is late" < <(late; always "$name" false)
 done
+# Leaves itself out by its exit code, as the scripts do, or by what it prints, as GTest does.
+leaves_out() {
+  always A.Late "$1"
+  printf 'set_tests_properties(A.Late PROPERTIES SKIP_RETURN_CODE 77 SKIP_REGULAR_EXPRESSION SKIPPED)\n'
+}
+first_late='[ -e seen ] || { touch seen; exit 1; }'
+comes good "left out" < <(leaves_out 'exit 77')
+comes good "left out, beside one that is late" < <(leaves_out 'exit 77'; once A.B false)
+comes bad "late, then left out" < <(leaves_out "$first_late; exit 77")
+comes bad "late, then left out in words" < <(leaves_out "$first_late; echo SKIPPED")
+comes bad "late, then left out, beside one that passes then" < <(leaves_out "$first_late; exit 77"; once A.B false)
 comes bad "no test" < <(:)
 comes bad "a list that cannot be read" < <(late; echo 'message(FATAL_ERROR "no list")')
 comes bad "ctest is killed" < <(late; always A.B 'kill -KILL $PPID')
