@@ -99,13 +99,13 @@ bool Answers(const TLinkAddress& link) {
 
 TEST(RealLink, PymodbusIsReadAndWrittenInBothFramings) {
   if (!HasPymodbus()) GTEST_SKIP() << "python3-pymodbus is not installed";
-  const std::uint16_t port = FreePort();
-  const TPymodbusSlave tcp("StartTcpServer(context=c, address=('127.0.0.1', " + std::to_string(port) + "))\n");
+  const TReservedPort own;
+  const TPymodbusSlave tcp(TPymodbusSlave::Tcp(own));
   TCable cable;
   const TPymodbusSlave serial("StartSerialServer(context=c, framer=ModbusRtuFramer, port='" + cable.B.Device +
                               "', baudrate=9600, timeout=0.01)\n");
-  ASSERT_TRUE(Answers(TcpLink(port)));
-  ReadAndWrite(TcpLink(port));
+  ASSERT_TRUE(Answers(TcpLink(own.Port)));
+  ReadAndWrite(TcpLink(own.Port));
   ASSERT_TRUE(Answers(SerialLink(cable.A.Device)));
   ReadAndWrite(SerialLink(cable.A.Device));
 }
@@ -192,8 +192,9 @@ TEST(RealLink, TheDoctorNamesTheFault) {
 }
 
 TEST(RealLink, AHungUpLineAndAClosedConnectionAreOpenedAgain) {
+  const TReservedPort own;
   auto first = std::make_unique<TServing>();
-  const auto port = first->Tcp();
+  const auto port = first->Tcp(own.Port);
   const auto device = Master(TcpLink(port), mpStrict);
   ASSERT_TRUE(device->ReadRegisters(0, 1).Ok());
   first.reset();

@@ -166,9 +166,9 @@ TEST_F(ModbusLine, ASilentStationIsAwayWithinItsLimitKeepsZerosAndComesBack) {
 }
 
 TEST_F(ModbusLine, AfterAReconnectOnlyKeptZerosAreWritten) {
-  auto first = std::make_unique<TRecording>();
-  const std::uint16_t port = first->Port;
-  Make(port);
+  const TReservedPort own;
+  auto first = std::make_unique<TRecording>(own.Port);
+  Make(own.Port);
   const auto beam = Point(pkOutput, "io:coil:1"), gas = Point(pkOutput, "io:coil:2");
   const auto volt = Point(pkAnalogOut, "io:hreg:9");
   EXPECT_EQ(Connect(), "");
@@ -180,7 +180,7 @@ TEST_F(ModbusLine, AfterAReconnectOnlyKeptZerosAreWritten) {
   Line->Write(beam, 0.0);
   EXPECT_THROW(Line->Write(volt, 2.0), EDeviceAway);
   Clock().Sleep(300);  // some attempts to connect fail
-  TRecording second(port);
+  TRecording second(own.Port);
   ASSERT_TRUE(Comes([&] { return Events().size() == 2; }));
   Clock().Sleep(100);
   EXPECT_EQ(second.Recorder.Written(), TTexts{"coil 1=0"});
@@ -193,9 +193,9 @@ TEST_F(ModbusLine, AfterAReconnectOnlyKeptZerosAreWritten) {
 
 TEST_F(ModbusLine, AnOffWaitsForNoAttemptToConnectThatIsDueLater) {
   for (const bool ends : {false, true}) {
-    auto first = std::make_unique<TRecording>();
-    const std::uint16_t port = first->Port;
-    Make(port);
+    const TReservedPort own;
+    auto first = std::make_unique<TRecording>(own.Port);
+    Make(own.Port);
     const auto beam = Point(pkOutput, "io:coil:1");
     ASSERT_EQ(Connect(), "");
     Line->Write(beam, 1.0);
@@ -203,7 +203,7 @@ TEST_F(ModbusLine, AnOffWaitsForNoAttemptToConnectThatIsDueLater) {
     first.reset();
     ASSERT_TRUE(Comes([&] { return Read(beam) != "1"; }));
     Clock().Sleep(1600);  // the next one is due in more than a second
-    const TRecording second(port);
+    const TRecording second(own.Port);
     Line->Write(beam, 0.0);
     if (ends) Line.reset();
     EXPECT_TRUE(Comes([&] { return second.Recorder.Written() == TTexts{"coil 1=0"}; }, 600)) << ends;
@@ -316,7 +316,8 @@ TEST_F(ModbusLine, ConnectingIsRefusedWithItsReason) {
   EXPECT_THAT(said(pfLate), HasSubstr("time-out"));
   EXPECT_THAT(said(pfException), HasSubstr("io:coil:3: exception 4"));
   EXPECT_THAT(said(pfHalf), HasSubstr("the reply is incomplete"));
-  Make(FreePort());
+  const TReservedPort nobodys;
+  Make(nobodys.Port);
   Point(pkInput, "io:coil:3");
   EXPECT_THAT(Connect(), HasSubstr("cannot be reached"));
 }
@@ -364,7 +365,7 @@ class TOtherService {
 
 TEST_F(ModbusLine, WhatDoesNotTalkModbusTcpIsNamedSo) {
   const char* const kAnswer = "HTTP/1.1 400 Bad Request\r\n\r\n";
-  std::uint16_t port = 0;
+  const TReservedPort own;
   {
     const TOtherService web(kAnswer);
     Make(web.Port);
@@ -374,13 +375,12 @@ TEST_F(ModbusLine, WhatDoesNotTalkModbusTcpIsNamedSo) {
     EXPECT_THAT(said, HasSubstr("look at Host and Port"));
   }
   {
-    TRecording slave;
-    port = slave.Port;
-    Make(port);
+    const TRecording slave(own.Port);
+    Make(own.Port);
     Point(pkInput, "io:coil:3");
     ASSERT_EQ(Connect(), "");
   }
-  const TOtherService web(kAnswer, port);
+  const TOtherService web(kAnswer, own.Port);
   EXPECT_TRUE(Comes([&] { return Read(0).find("this is no Modbus TCP header") != std::string::npos; })) << Read(0);
 }
 

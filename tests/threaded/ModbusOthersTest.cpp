@@ -93,9 +93,9 @@ const std::vector<const char*> kPymodbusSaid = {"time-out", "exception 11", "the
 
 TEST_F(ModbusOthers, PymodbusIsAwayWhileItIsLateOrWrong) {
   if (!HasPymodbus()) GTEST_SKIP() << "python3-pymodbus is not installed";
-  Station.Port = FreePort();
-  TPymodbusSlave slave(kPymodbusTurns + "StartTcpServer(context=c, address=('127.0.0.1', " +
-                       std::to_string(Station.Port) + "))\n");
+  const TReservedPort own;
+  Station.Port = own.Port;
+  TPymodbusSlave slave(kPymodbusTurns + TPymodbusSlave::Tcp(own));
   Try([&] { slave.Turn(); }, kPymodbusSaid);
 }
 

@@ -161,6 +161,11 @@ class TPymodbusSlave {
     ::kill(FChild, SIGKILL);
     ::waitpid(FChild, nullptr, 0);
   }
+  // The server on a port that is reserved.
+  static std::string Tcp(const TReservedPort& own) {
+    return "StartTcpServer(context=c, address=('127.0.0.1', " + std::to_string(own.Port) +
+           "), allow_reuse_address=True)\n";
+  }
   void Turn() { ::kill(FChild, SIGUSR1); }
   TPymodbusSlave(const TPymodbusSlave&) = delete;
   TPymodbusSlave& operator=(const TPymodbusSlave&) = delete;
@@ -171,12 +176,6 @@ class TPymodbusSlave {
 
 inline bool HasPymodbus() {
   return std::system("/usr/bin/python3 -c 'import pymodbus.server, serial' >/dev/null 2>&1") == 0;
-}
-
-// A port that was free a moment ago.
-inline std::uint16_t FreePort() {
-  TPlcServer unused;
-  return unused.ListenTcp(0).OrThrow(pbUnusable);
 }
 
 }  // namespace ixocamglue::test
