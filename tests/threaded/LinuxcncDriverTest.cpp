@@ -321,7 +321,7 @@ TEST_F(LinuxcncDriver, WhatMovesWithoutAnOrderWhileSomethingRunsIsInAnothersHand
   Link.OnFrame([&](std::uint64_t now) { Follower.Take(now); });
   Start();
   Cnc.PushByHand(laX, 5.0);
-  Clock().Sleep(100);
+  ASSERT_TRUE(Comes([&] { return Motion.GetPos(0) > 4.0; }));
   Link.NoteState(kProcedure);
   Motion.MoveXY({200.0, 100.0}, 0.0);
   ASSERT_TRUE(Ends(luXY));

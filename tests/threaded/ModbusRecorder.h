@@ -24,6 +24,7 @@ class TRecorder final : public IPlcDevice {
     return FMemory[{table, addr}];
   }
   void Set(TPlcTable table, std::size_t addr, std::uint16_t value) override {
+    for (HasWrite = true; KeepsWrites;) Clock().Sleep(1);
     const std::lock_guard guard(FLock);
     FWritten.push_back((table == ptCoils ? "coil " : "hreg ") + std::to_string(addr) + "=" + std::to_string(value));
     if (!FDeaf.contains(addr)) FMemory[{table, addr}] = value;
@@ -47,7 +48,8 @@ class TRecorder final : public IPlcDevice {
     const std::lock_guard guard(FLock);
     FDeaf.insert(addr);
   }
-  std::atomic<bool> Held{false};  // answers nothing meanwhile
+  std::atomic<bool> Held{false};                          // answers nothing meanwhile
+  std::atomic<bool> KeepsWrites{false}, HasWrite{false};  // the first one's answer is still to come, and it is here
 
  private:
   mutable std::mutex FLock;
@@ -63,7 +65,7 @@ struct TRecording {
     Serving.Plc.Bank.Device = &Recorder;
     Port = Serving.Tcp(port);
   }
-  ~TRecording() { Recorder.Held = false; }
+  ~TRecording() { Recorder.Held = Recorder.KeepsWrites = false; }
   TRecorder Recorder;
   TServing Serving;
   std::uint16_t Port = 0;

@@ -10,6 +10,7 @@
 #include "controller/service/Notifications.h"
 #include "fixture/Sockets.h"
 #include "fixture/TempDir.h"
+#include "fixture/Waiting.h"
 
 namespace ixocamglue::test {
 using namespace ixocontroller;
@@ -126,7 +127,7 @@ TEST_F(Notifications, WhatTheRuleNamesIsToldAndNothingThatWasBefore) {
     add(evRun, "ended", 3);
     add(evAlarm, "raised", 4);
     std::error_code error;
-    for (int wait = 0; wait < 300 && std::filesystem::file_size(out, error) + 1 < 2; ++wait) Clock().Sleep(10);
+    ASSERT_TRUE(Comes([&] { return std::filesystem::file_size(out, error) + 1 >= 2; }));
     Clock().Sleep(2 * TNotifications::kLookEveryMs);
   }
   const auto told = ordered_json::parse(ReadFile(std::filesystem::path(out)).OrThrow(pbUnusable));

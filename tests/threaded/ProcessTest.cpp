@@ -1,8 +1,8 @@
 // A process that runs for months: its lock, its log, what its service manager is told.
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <fstream>
-#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -20,6 +20,7 @@
 #include "controller/serving/ServiceProcess.h"
 #include "fixture/Machine.h"
 #include "fixture/TempDir.h"
+#include "fixture/Waiting.h"
 
 namespace ixocamglue::test {
 using namespace ixocontroller;
@@ -42,19 +43,16 @@ class TManager {
     EXPECT_EQ(::bind(FHandle, reinterpret_cast<const sockaddr*>(&address), size), 0);
   }
   ~TManager() { ::close(FHandle); }
-  // What came so far and comes within `ms`.
-  TTexts Told(std::uint64_t ms = 0) {
+  // What came since the last time.
+  TTexts Told() {
     TTexts told;
-    pollfd ready{FHandle, POLLIN, 0};
     char text[512];
-    const std::uint64_t end = RealMs() + ms;
-    for (;;) {
-      const std::uint64_t now = RealMs();  // once: the clock moves on between two looks
-      if (::poll(&ready, 1, now < end ? static_cast<int>(end - now) : 0) <= 0) return told;
-      if (ms != 0 && now >= end) return told;
-      if (const auto size = ::recv(FHandle, text, sizeof text, 0); size > 0)
-        told.emplace_back(text, static_cast<std::size_t>(size));
-    }
+    for (ssize_t size = 0; (size = ::recv(FHandle, text, sizeof text, 0)) > 0;)
+      told.emplace_back(text, static_cast<std::size_t>(size));
+    return told;
+  }
+  bool IsTold() {
+    return Comes([&] { return !Told().empty(); });
   }
   const std::string Name;
 
@@ -109,17 +107,18 @@ TEST(Notify, AStateThreadOrASupervisorThatHangsStarvesTheWatchdog) {
   });
   TNotify notify({manager.Name, 200'000}, BeatsOf(controller), {});
   notify.Ready();
-  EXPECT_THAT(manager.Told(150), Contains("READY=1"));
+  EXPECT_THAT(manager.Told(), Contains("READY=1"));
   const auto starves = [&] {
     Clock().Sleep(static_cast<std::uint32_t>(TNotify::kSilentMs) + 300);
     manager.Told();
-    return manager.Told(300).empty();
+    Clock().Sleep(300);
+    return manager.Told().empty();
   };
-  EXPECT_FALSE(manager.Told(120).empty()) << "fed";
+  EXPECT_TRUE(manager.IsTold()) << "fed";
   hangs = true;
   EXPECT_TRUE(starves());
   hangs = false;
-  EXPECT_TRUE(!manager.Told(1000).empty());
+  EXPECT_TRUE(manager.IsTold());
   controller.StopThreads();
   EXPECT_TRUE(starves());
 }
@@ -181,36 +180,44 @@ TEST(ProcessLog, FilesAreBoundedAndAFullDiskIsToldOnce) {
 
   TTexts told;
   TProcessLog log(MakeFileOutput("/dev/full"), [&](const TProblem& problem) { told.push_back(problem.Why); });
-  for (int i = 0; i < 100; ++i) {
+  const auto lose = [&] {
     log.Write(Line("lost"));
-    Clock().Sleep(1);
-  }
+    return !told.empty();
+  };
+  EXPECT_TRUE(Comes(lose));
+  for (int i = 0; i < 100; ++i, Clock().Sleep(1)) lose();
   EXPECT_EQ(told.size(), 1U);
 }
 
 // Written to only when it is let.
 struct TStuck final : ILogOutput {
-  explicit TStuck(std::atomic<bool>& stuck, std::vector<std::string>& lines) : Stuck(stuck), Lines(lines) {}
+  TStuck(std::atomic<bool>& stuck, std::atomic<std::size_t>& begun, std::vector<std::string>& lines)
+      : Stuck(stuck), Begun(begun), Lines(lines) {}
   int Write(const TLogRecord& record) override {
-    while (Stuck) Clock().Sleep(1);
+    for (++Begun; Stuck;) Clock().Sleep(1);
     Lines.push_back(record.Text);
     return 0;
   }
   std::atomic<bool>& Stuck;
+  std::atomic<std::size_t>& Begun;  // how many
   std::vector<std::string>& Lines;
 };
 
 TEST(ProcessLog, AJournalThatHangsHoldsUpNobodyAndWhatIsMissingIsSaid) {
   constexpr std::size_t kLines = 2 * TProcessLog::kMostLines + 1000;
   std::atomic<bool> stuck{true};
+  std::atomic<std::size_t> begun{0};
   std::vector<std::string> lines;
   {
-    TProcessLog log(std::make_unique<TStuck>(stuck, lines), {});
+    TProcessLog log(std::make_unique<TStuck>(stuck, begun, lines), {});
+    log.Write(Line("x"));
+    ASSERT_TRUE(Comes([&] { return begun == 1; }));
     const std::uint64_t start = RealMs();
-    for (std::size_t i = 0; i < kLines; ++i) log.Write(Line("x"));
+    for (std::size_t i = 1; i < kLines; ++i) log.Write(Line("x"));
     EXPECT_LT(RealMs() - start, 3000U);
     stuck = false;
-    Clock().Sleep(100);
+    // There is room again.
+    ASSERT_TRUE(Comes([&] { return begun == 1 + TProcessLog::kMostLines; }));
     log.Write(Line("last"));
   }
   EXPECT_EQ(lines.back(), "last");
@@ -260,15 +267,17 @@ TEST(ServiceProcess, SighupReadsTheMachineFileAgainAtRestAndTheManagerIsToldOfAl
   TService service(options);
   service.Start();
   const auto logged = [&](const char* text) {
-    for (int wait = 0; wait < 300; ++wait, ::poll(nullptr, 0, 10))
-      for (const TServiceEvent& event : service.Events().Read(0).Events)
-        if (event.Kind == evLog && event.Body()["text"].get<std::string>().find(text) != std::string::npos) return true;
-    return false;
+    return Comes([&] {
+      return std::ranges::any_of(service.Events().Read(0).Events, [&](const TServiceEvent& event) {
+        return event.Kind == evLog && event.Body()["text"].get<std::string>().find(text) != std::string::npos;
+      });
+    });
   };
   {
     TServiceProcess process(service);
     process.Ready();
-    EXPECT_THAT(manager.Told(300), testing::IsSupersetOf({"READY=1", "STATUS=standby"}));
+    EXPECT_THAT(manager.Told(), Contains("READY=1"));
+    EXPECT_TRUE(Comes([&] { return std::ranges::count(manager.Told(), "STATUS=standby") != 0; }));
     std::raise(SIGHUP);
     process.Look();
     EXPECT_TRUE(logged("the machine file was read again"));
