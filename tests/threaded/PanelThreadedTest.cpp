@@ -53,19 +53,21 @@ class TTerminalProgram {
   void Type(std::string_view bytes) const {
     EXPECT_EQ(write(FTerminal, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
   }
-  // Until it has written this, from now on.
-  bool Shows(const std::string& text, std::chrono::milliseconds limit = std::chrono::seconds(10)) const {
-    std::string written;
-    for (const auto end = std::chrono::steady_clock::now() + limit; std::chrono::steady_clock::now() < end;) {
+  // Until it has written this, behind what was looked for last: both may come at once.
+  bool Shows(const std::string& text, std::chrono::milliseconds limit = std::chrono::seconds(10)) {
+    const auto end = std::chrono::steady_clock::now() + limit;
+    std::size_t at = 0;
+    while ((at = FWritten.find(text)) == std::string::npos && std::chrono::steady_clock::now() < end) {
       pollfd waiting{FTerminal, POLLIN, 0};
       if (poll(&waiting, 1, 10) <= 0) continue;
       char bytes[4096];
       const ssize_t count = read(FTerminal, bytes, sizeof bytes);
-      if (count <= 0) return false;
-      written.append(bytes, static_cast<std::size_t>(count));
-      if (written.find(text) != std::string::npos) return true;
+      if (count <= 0) break;
+      FWritten.append(bytes, static_cast<std::size_t>(count));
     }
-    return false;
+    const bool shows = at != std::string::npos;
+    FWritten.erase(0, shows ? at + text.size() : FWritten.size());
+    return shows;
   }
   int ExitCode() {
     int status = -1;
@@ -76,6 +78,7 @@ class TTerminalProgram {
  private:
   int FTerminal = -1;
   pid_t FProgram = 0;
+  std::string FWritten;  // and not looked at
 };
 
 TEST(PanelTerminal, AKeyThatATerminalNeverReleasesEndsByItself) {
