@@ -17,6 +17,8 @@ import jsonschema
 
 PREFIX = "/api/v1"
 WITHIN_S = 30
+LONG_MS = 600_000  # the longest there is: seconds of real time
+PRESSES = 10  # so often a busy machine may be too late with a press
 
 
 class UnixConnection(http.client.HTTPConnection):
@@ -188,7 +190,7 @@ def ask_well(asker):
     run = asker.good("POST", "runs", {"procedure": "move-xy", "params": {"x": 30, "y": 20}}).get("id")
     asker.wait_for_run(run)
     asker.good("GET", f"runs/{run}/trace")
-    run = asker.good("POST", "runs", {"procedure": "delay", "params": {"ms": 60000}}).get("id")
+    run = asker.good("POST", "runs", {"procedure": "delay", "params": {"ms": LONG_MS}}).get("id")
     asker.good("POST", "pause")
     asker.wait_for_run(run)
     asker.good("POST", "stop", local=False)
@@ -206,8 +208,10 @@ def ask_well(asker):
     asker.good("POST", "gas/use", {"gases": "Air", "nozzle": "S", "size": 1.5})
 
     asker.good("POST", "panel/form", {"form": "Work"})
-    press = {"key": "AIMING", "press": "one", "atMs": asker.good("GET", "panel").get("serverMs")}
-    asker.good("POST", "panel/press", press)
+    for _ in range(PRESSES):
+        press = {"key": "AIMING", "press": "one", "atMs": asker.good("GET", "panel").get("serverMs")}
+        if asker.ask("POST", "panel/press", press, expect=(200, 409))[0] == 200:
+            break
     asker.ask("POST", "panel/heartbeat", {"presses": ["one"], "atMs": asker.good("GET", "panel").get("serverMs")},
               expect=(200, 409))
     asker.good("POST", "panel/heartbeat", {"presses": [], "atMs": asker.good("GET", "panel").get("serverMs")})
@@ -216,14 +220,14 @@ def ask_well(asker):
         asker.good("POST", "panel/alt", {"alt": alt})
     asker.good("POST", "panel/knob", {"level": "normal"})
 
-    asker.good("POST", "recordings", {"name": "one", "signals": ["position", "state"], "limitMs": 60000})
+    asker.good("POST", "recordings", {"name": "one", "signals": ["position", "state"], "limitMs": LONG_MS})
     time.sleep(0.1)
-    asker.ask("DELETE", "recordings/one/running", expect=(200, 409))
+    asker.good("DELETE", "recordings/one/running")
     asker.good("GET", "recordings/one?points=10&signals=position.1")
     asker.good("GET", "recordings/one/file")
     asker.good("DELETE", "recordings/one")
     asker.good("POST", "recordings", {"name": "two", "limitMs": 120000})
-    asker.good("DELETE", "recordings/two/running")
+    asker.ask("DELETE", "recordings/two/running", expect=(200, 409))
 
     version = asker.good("GET", "config").get("version")
     name = "config/ModbusStore/WriteFileNameParamAddr"
@@ -253,7 +257,7 @@ def ask_well(asker):
     asker.ask("POST", "continue", {"confirm": "nothing"}, expect=409)
 
     run = asker.good("POST", "runs", {"calls": [{"command": "safe-move", "x": 40, "y": 30},
-                                                {"command": "delay", "ms": 600000}]}).get("id")
+                                                {"command": "delay", "ms": LONG_MS}]}).get("id")
     end = time.monotonic() + WITHIN_S
     while time.monotonic() < end and not any(step["number"] == 2 for step in
                                              (asker.good("GET", "status").get("run") or {"path": []})["path"]):
