@@ -97,7 +97,7 @@ class AlarmsTest(fixture.ConsoleTest):
 
     def test_one_is_seen_in_a_recording_where_it_came(self):
         controller, page = self.controller(speed=5), self.browser(script=WORDS)
-        controller.client.ask("POST", "/recordings", {"name": "alarmed", "signals": ["position", "state"], "limitMs": 60_000})
+        controller.client.ask("POST", "/recordings", {"name": "alarmed", "signals": ["position", "state"], "limitMs": 600_000})
         alarm(controller)
         controller.ended(controller.start_run("safe-move", x=100, y=100))
         controller.client.ask("DELETE", "/recordings/alarmed/running")

@@ -59,7 +59,7 @@ class RecordingsTest(fixture.ConsoleTest):
         client = controller.client
         client.take_control()
         for name in ("one", "two"):
-            client.ask("POST", "/recordings", {"name": name, "signals": ["position", "state"], "limitMs": 60_000})
+            client.ask("POST", "/recordings", {"name": name, "signals": ["position", "state"], "limitMs": 600_000})
             for procedure, params in (("move-xy", {"x": 1500, "y": 700}), ("delay", {"ms": 1000}), ("move-xy", {"x": 0, "y": 0})):
                 controller.ended(client.ask("POST", "/runs", {"procedure": procedure, "params": params})["id"])
             client.ask("DELETE", "/recordings/%s/running" % name)
