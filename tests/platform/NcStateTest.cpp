@@ -361,7 +361,10 @@ TEST_F(StateFramework, AStateThatCannotBeMadeIsStandbyAndDark) {
     return std::make_unique<TScriptedState>(owner);
   });
   std::vector<std::pair<std::int32_t, std::int32_t>> changes;
-  Framework->SetObserver([&](std::int32_t from, std::int32_t to) { changes.emplace_back(from, to); });
+  Framework->SetObserver([&changes, &framework = *Framework](std::int32_t from, std::int32_t to) {
+    changes.emplace_back(from, to);
+    EXPECT_TRUE(framework.ChangePending()) << "it is over when everybody knows of it";
+  });
   Enter();
   changes.clear();
   State().EnsureBusySet();

@@ -475,16 +475,14 @@ void TNcStateFramework::Enter(TChange change) {
     FNumber.store(nsStandby, std::memory_order_release);
     if (ByHand(from)) DemandSafe(false);  // any other state went dark before it was left
   }
-  {
-    TGuard guard(FLock);  // one that was posted meanwhile stays pending
-    const std::optional<TChange>& posted = FChange ? FChange : FMail.Change;
-    FPending.store(posted ? posted->State : kNonePending, std::memory_order_release);
-  }
   try {
     if (FObserver) FObserver(from, change.State);
   } catch (...) {
     LogGuarded("state observer", std::current_exception());
   }
+  TGuard guard(FLock);  // one that was posted meanwhile stays pending
+  const std::optional<TChange>& posted = FChange ? FChange : FMail.Change;
+  FPending.store(posted ? posted->State : kNonePending, std::memory_order_release);
 }
 
 bool TNcStateFramework::Entered(TNcStateCtrl& next, const TChange& change) {

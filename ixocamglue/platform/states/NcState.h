@@ -150,8 +150,8 @@ class TNcStateFramework {
   void RunNext(std::function<void()> work);
   [[nodiscard]] std::int32_t CurrentState() const { return FNumber.load(std::memory_order_acquire); }
   [[nodiscard]] TNcBusyKind Busy() const { return FWatch.Busy.load(std::memory_order_acquire); }
-  // A change of state is requested and not yet carried out. Asked before CurrentState: it ends behind the entry, so
-  // that whoever asks in this order misses neither.
+  // A change of state is requested and not yet carried out. Asked before CurrentState: it ends behind the entry and
+  // what the observer is told of it, so that whoever asks in this order misses neither.
   [[nodiscard]] bool ChangePending() const { return FPending.load(std::memory_order_acquire) != kNonePending; }
   // The same, to this state.
   [[nodiscard]] bool IsPending(std::int32_t state) const { return FPending.load(std::memory_order_acquire) == state; }
