@@ -314,6 +314,7 @@ void TLncLink::Mark(bool on) {
 // --- away and back ---
 
 void TLncLink::Lose(const std::string& why) {
+  TGuard telling(FTelling);
   {
     TGuard guard(FLock);
     if (!FAway.empty()) return;
@@ -330,6 +331,7 @@ void TLncLink::Lose(const std::string& why) {
 }
 
 void TLncLink::TryReturn() {
+  TGuard telling(FTelling);
   {
     TGuard guard(FLock);
     if (FAway.empty() || FAbortDue || !FCommandsOpen || !FAsksOpen || !FHal.IsOpen()) return;

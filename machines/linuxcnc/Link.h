@@ -184,6 +184,7 @@ class TLncLink {
   std::array<TTrack, kLncAxes> FTracks IXO_GUARDED_BY(FTrackLock);
   std::uint64_t FTrackedMs IXO_GUARDED_BY(FTrackLock) = 0;  // when the frame came that they are of
 
+  TCriticalSection FTelling;  // from what makes it away or back until that is told, so that both come in their order
   mutable TCriticalSection FLock;
   std::condition_variable_any FWake;  // something to do for the commanding thread
   TLncStatus FStatus IXO_GUARDED_BY(FLock);

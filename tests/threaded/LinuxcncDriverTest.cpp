@@ -30,6 +30,7 @@ struct TEvents final : IDriverEvents {
     AtMs = Clock().MonotonicMs();
   }
   void Back() override {
+    if (AtBack) AtBack();
     TGuard guard(Lock);
     Told.push_back("back");
   }
@@ -37,6 +38,11 @@ struct TEvents final : IDriverEvents {
     TGuard guard(Lock);
     return Told.empty() ? "" : Told.back();
   }
+  std::ptrdiff_t Count(const char* what) {
+    TGuard guard(Lock);
+    return std::ranges::count(Told, what);
+  }
+  std::function<void()> AtBack;  // set before the link starts
   TCriticalSection Lock;
   std::vector<std::string> Told;
   std::uint64_t AtMs = 0;
@@ -402,6 +408,20 @@ TEST_F(LinuxcncDriver, LossIsFoundWithinHalfASecondAndNothingBeatsAnyMore) {
     Link.NoteState(kProcedure);
     ASSERT_TRUE(Comes([&] { return Cnc.Beats > beats + 3; }));
   }
+}
+
+TEST_F(LinuxcncDriver, WhatIsLostWhileItIsToldToBeBackIsToldBehindThat) {
+  Events.AtBack = [this, first = true]() mutable {
+    if (!std::exchange(first, false)) return;
+    Cnc.CloseHal();
+    EXPECT_TRUE(Comes([&] { return !Link.Hal().IsOpen(); }));
+    Clock().Sleep(50);
+  };
+  Start();
+  Cnc.CloseHal();
+  ASSERT_TRUE(Comes([&] { return Events.Count("back") == 2; }));
+  TGuard guard(Events.Lock);
+  EXPECT_THAT(Events.Told, ElementsAre(HasSubstr("is away"), "back", HasSubstr("is away"), "back"));
 }
 
 TEST_F(LinuxcncDriver, TheTaskIsAskedForLifeWhileItChangesItsModeAndWhileAStopWaitsForRest) {
