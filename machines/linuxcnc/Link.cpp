@@ -68,7 +68,7 @@ TResult<> TLncLink::Start() {
   StatusRound();
   {
     TGuard guard(FLock);
-    FCommandsOpen = FAsksOpen = true;
+    FHalOpen = FCommandsOpen = FAsksOpen = true;
   }
   FThreads.emplace_back([this] { Run("linuxcnc-hal", &TLncLink::HalRound); });
   FThreads.emplace_back([this] { Run("linuxcnc-status", &TLncLink::StatusRound); });
@@ -334,7 +334,7 @@ void TLncLink::TryReturn() {
   TGuard telling(FTelling);
   {
     TGuard guard(FLock);
-    if (FAway.empty() || FAbortDue || !FCommandsOpen || !FAsksOpen || !FHal.IsOpen()) return;
+    if (FAway.empty() || FAbortDue || !FCommandsOpen || !FAsksOpen || !FHalOpen) return;
     if (FState.load(std::memory_order_acquire) != StateNumber(csStandby)) return;
     FAway.clear();
     for (std::string& failed : FFailed) failed.clear();
@@ -352,6 +352,19 @@ void TLncLink::Reopen(TRshClient& rsh, std::uint64_t& triedMs, bool enable) {
   const bool opened = rsh.Open(enable).Ok();
   TGuard guard(FLock);
   (enable ? FCommandsOpen : FAsksOpen) = opened;
+  if (enable && opened) HoldUntilAborted();  // another client may have left lines that wait
+}
+
+void TLncLink::CloseCommands() {
+  FCommands.Close();
+  TGuard guard(FLock);
+  FCommandsOpen = false;
+}
+
+void TLncLink::HoldUntilAborted() {
+  FHal.Set(kPinStop, 1.0);
+  FAbortDue = true;
+  ++FStops;
 }
 
 // --- HAL ---
@@ -375,12 +388,16 @@ void TLncLink::HalRound() {
     if (!FHal.Open()) return;
     if (!CheckPins()) return FHal.Close();
     TGuard guard(FLock);
-    FHal.Set(kPinStop, 1.0);  // until LinuxCNC has acknowledged an abort
-    FAbortDue = true;
-    ++FStops;
+    FHalOpen = true;
+    HoldUntilAborted();
   }
-  if (const TResult<> round = FHal.Round(kHalFrameMs, MayBeat(now)); !round)
+  if (const TResult<> round = FHal.Round(kHalFrameMs, MayBeat(now)); !round) {
+    {
+      TGuard guard(FLock);
+      FHalOpen = false;
+    }
     return Lose(Format(Tr("ixocut-hal is away: %s"), round.Problem().What.c_str()));
+  }
   Track(Clock().MonotonicMs());
 }
 

@@ -136,6 +136,8 @@ class TLncLink {
   void OutliveLatch();
   [[nodiscard]] TResult<> CheckLimits() const;
   void Reopen(TRshClient& rsh, std::uint64_t& triedMs, bool enable);
+  void CloseCommands();
+  void HoldUntilAborted() IXO_REQUIRES(FLock);
   void Track(std::uint64_t now);
   [[nodiscard]] bool MayBeat(std::uint64_t now) const;
   void WatchTakeover(const TLncStatus& status);
@@ -198,6 +200,8 @@ class TLncLink {
   std::uint64_t FMoves IXO_GUARDED_BY(FLock) = 0;  // that were ordered
   bool FAbortDue IXO_GUARDED_BY(FLock) = false;
   bool FRearmDue IXO_GUARDED_BY(FLock) = false;
+  // The connections stand; of HAL's the pins were looked at as well.
+  bool FHalOpen IXO_GUARDED_BY(FLock) = false;
   bool FCommandsOpen IXO_GUARDED_BY(FLock) = false;
   bool FAsksOpen IXO_GUARDED_BY(FLock) = false;
 

@@ -71,11 +71,7 @@ TResult<> TLncLink::Command(const std::string& what) {
   TProblem problem{.What = !enabled.empty()      ? Tr("another client commands LinuxCNC now")
                            : outcome == roClosed ? Tr("LinuxCNC has closed its text interface")
                                                  : Tr("LinuxCNC's task is silent")};
-  FCommands.Close();
-  {
-    TGuard guard(FLock);
-    FCommandsOpen = false;
-  }
+  CloseCommands();
   Lose(problem.What);
   return problem;
 }
@@ -96,7 +92,7 @@ void TLncLink::SignOfLife(std::uint64_t now) {
   std::string enabled;
   const TRshOutcome outcome = FCommands.Get("enable", kSetLimitMs, enabled);
   if (outcome == roAck && enabled == "ON") return;
-  FCommands.Close();
+  CloseCommands();
   if (outcome == roAck) FCommandsTriedMs = now + kTheftPauseMs;
   Lose(outcome == roAck      ? Tr("another client commands LinuxCNC now")
        : outcome == roClosed ? Tr("LinuxCNC has closed its text interface")

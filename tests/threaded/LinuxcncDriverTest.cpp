@@ -424,6 +424,26 @@ TEST_F(LinuxcncDriver, WhatIsLostWhileItIsToldToBeBackIsToldBehindThat) {
   EXPECT_THAT(Events.Told, ElementsAre(HasSubstr("is away"), "back", HasSubstr("is away"), "back"));
 }
 
+// Another client may have left lines that wait.
+TEST_F(LinuxcncDriver, WhoCommandsAgainIsBackOnlyBehindAnAbort) {
+  std::ptrdiff_t aborts = 0;
+  Events.AtBack = [&] { aborts = std::ranges::count(Cnc.Told(), "abort"); };
+  Start();
+  Link.NoteState(kProcedure);
+  ASSERT_TRUE(Comes([&] { return Cnc.FeedOverrides() > 2; }));
+  AwayAfter([&] { Cnc.Homed = false; });
+  const auto told = [&] { return std::ranges::count(Cnc.Told(), "abort"); };
+  ASSERT_TRUE(Comes([&] { return told() > 0 && Cnc.Output("inhibit") == 0.0; }));
+  const std::ptrdiff_t before = told();
+  Cnc.Homed = true;
+  Cnc.StealEnable();
+  Clock().Sleep(1000);  // it was asked for a sign of life, and has refused that
+  Link.NoteState(0);
+  EXPECT_TRUE(Comes([&] { return Events.Last() == "back"; }));
+  Link.End();
+  EXPECT_GT(aborts, before);
+}
+
 TEST_F(LinuxcncDriver, TheTaskIsAskedForLifeWhileItChangesItsModeAndWhileAStopWaitsForRest) {
   Start();
   Link.NoteState(kProcedure);
