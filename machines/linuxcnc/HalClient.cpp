@@ -44,11 +44,6 @@ TResult<> THalClient::Open() {
     ::close(fd);
     return problem(Tr("ixocut-hal does not answer"), SystemErrorText(error));
   }
-  {
-    TGuard sending(FSending);
-    FFd = fd;
-    FNumber = 0;
-  }
   FLines.emplace(kHalTellMax);
   FPinsToCome = 0;
   {
@@ -59,8 +54,14 @@ TResult<> THalClient::Open() {
     FGreeted = FCommands = false;
   }
   const std::string hello = HalLine(THalAsk{.Verb = hvHello, .Number = kHalVersion, .Role = hrCommand});
-  if (::send(fd, hello.data(), hello.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(hello.size()))
-    return problem(Tr("ixocut-hal does not answer"), SystemErrorText(errno));
+  bool greeted = false;
+  {
+    TGuard sending(FSending);  // nobody says anything before it
+    FFd = fd;
+    FNumber = 0;
+    greeted = ::send(fd, hello.data(), hello.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(hello.size());
+  }
+  if (!greeted) return problem(Tr("ixocut-hal does not answer"), SystemErrorText(errno));
   for (const std::uint64_t end = Clock().MonotonicMs() + kOpenLimitMs; !FrameAt();) {
     const std::uint64_t now = Clock().MonotonicMs();
     if (now >= end) return problem(Tr("ixocut-hal does not answer"), Tr("nothing answered in time"));

@@ -444,6 +444,24 @@ TEST_F(LinuxcncDriver, WhoCommandsAgainIsBackOnlyBehindAnAbort) {
   EXPECT_GT(aborts, before);
 }
 
+TEST_F(LinuxcncDriver, NothingIsSaidToHalBeforeTheHello) {
+  THalClient hal(Cnc.Config().HalSocket);
+  std::atomic<bool> done{false};
+  TSideThreads teller;
+  teller.KeepDoing(1, [&] {
+    while (!done && hal.Set("laser", 0.0) == 0) {
+    }
+  });
+  for (int i = 0; i < 20; ++i) {
+    hal.Close();
+    Clock().Sleep(3);  // it is tried again and again by then
+    const TResult<> open = hal.Open();
+    EXPECT_TRUE(open) << open.Problem().Text();
+  }
+  done = true;
+  teller.End();
+}
+
 TEST_F(LinuxcncDriver, TheTaskIsAskedForLifeWhileItChangesItsModeAndWhileAStopWaitsForRest) {
   Start();
   Link.NoteState(kProcedure);
