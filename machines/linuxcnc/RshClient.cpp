@@ -46,7 +46,6 @@ TRshClient::TRshClient(TRshAddress address, const char* client, TRshTurn& turn)
 
 TResult<> TRshClient::Open(bool enable) {
   Close();
-  FCancelled.store(false, std::memory_order_release);
   const std::string where = Format("%s:%d", FAddress.Host.c_str(), FAddress.Port);
   const auto problem = [&](std::string what, std::string why, std::string remedy) {
     Close();

@@ -80,7 +80,7 @@ class TRshClient {
   [[nodiscard]] TResult<> Open(bool enable);
   [[nodiscard]] bool IsOpen() const { return FOpen; }
   void Close();
-  // Any thread: whoever waits for an answer is told that the connection is closed.
+  // Any thread: whoever waits for an answer is told that the connection is closed, from now on.
   void Cancel();
 
   // "mdi G0 X1": sends "set mdi G0 X1".

@@ -462,6 +462,16 @@ TEST_F(LinuxcncDriver, NothingIsSaidToHalBeforeTheHello) {
   teller.End();
 }
 
+TEST_F(LinuxcncDriver, AConnectionThatIsMadeBehindTheEndWaitsForNobody) {
+  TRshTurn turn;
+  TRshClient late(Cnc.Config().Rsh, "late", turn);
+  Cnc.TextSilent = true;
+  late.Cancel();
+  const std::uint64_t from = Clock().MonotonicMs();
+  EXPECT_FALSE(late.Open(true));
+  EXPECT_LT(Clock().MonotonicMs() - from, TRshClient::kOpenLimitMs / 2);
+}
+
 TEST_F(LinuxcncDriver, TheTaskIsAskedForLifeWhileItChangesItsModeAndWhileAStopWaitsForRest) {
   Start();
   Link.NoteState(kProcedure);
