@@ -36,8 +36,10 @@ TEventRing::TEventRing() : FEpoch(NewEpoch()) {}
 
 void TEventRing::Add(TEventKind kind, TEventBody body) {
   TServiceEvent event{0, kind, RealUnixMs(), std::move(body)};  // what it replaces ends behind the lock
+  std::shared_ptr<const std::function<void()>> told;
   {
     TGuard guard(FLock);
+    told = FTold;
     event.Number = ++FLast;
     if (kind == evSignals) {
       std::swap(FSignals, event);
@@ -49,7 +51,13 @@ void TEventRing::Add(TEventKind kind, TEventBody body) {
       FFirst = (FFirst + 1) % kEvents;
     }
   }
-  if (FTold) FTold();
+  if (told) (*told)();
+}
+
+void TEventRing::OnAdded(std::function<void()> told) {
+  auto next = told ? std::make_shared<const std::function<void()>>(std::move(told)) : nullptr;
+  TGuard guard(FLock);
+  FTold.swap(next);
 }
 
 std::uint64_t TEventRing::Last() const {

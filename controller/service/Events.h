@@ -80,8 +80,8 @@ class TEventRing {
   // What follows the event of this number.
   [[nodiscard]] TRead Read(std::uint64_t after, std::size_t most = kEvents + 1) const;
 
-  // Called behind each Add, on its thread and without a lock; must not wait. Set before anything is added.
-  void OnAdded(std::function<void()> told) { FTold = std::move(told); }
+  // Called behind each Add, on its thread and without a lock; must not wait. Drivers' threads may add already.
+  void OnAdded(std::function<void()> told);
 
  private:
   // From the oldest one on.
@@ -90,8 +90,8 @@ class TEventRing {
   }
 
   const std::string FEpoch;
-  std::function<void()> FTold;
   mutable TCriticalSection FLock;
+  std::shared_ptr<const std::function<void()>> FTold IXO_GUARDED_BY(FLock);  // null: nobody is
   std::vector<TServiceEvent> FRing IXO_GUARDED_BY(FLock);  // without signals; FFirst is its oldest once it is full
   std::size_t FFirst IXO_GUARDED_BY(FLock) = 0;
   std::uint64_t FGone IXO_GUARDED_BY(FLock) = 0;  // the number of the one that was pushed out last
