@@ -242,6 +242,7 @@ TResult<std::uint64_t> TRunner::Start(TRunRequest request, const TAsker& who) {
          Format(Tr("%s starts run %llu: %s"), who.Name.c_str(), static_cast<unsigned long long>(FRun->Id),
                 FRun->Procedure.c_str()),
          "TPHost");
+  if (FCurrentTold) FCurrentTold();
   FEvents.Add(evRun, [head = RunHeadJson(*FRun)] {
     auto json = head;
     json["event"] = "begun";
@@ -319,6 +320,7 @@ void TRunner::Finish() {
   LogMsg(lkInfo, 0,
          Format(Tr("run %llu: %s"), static_cast<unsigned long long>(record->Id), ClosingLine(record->Report).c_str()),
          "TPHost");
+  if (FCurrentTold) FCurrentTold();
   FEvents.Add(evRun, [head = RunHeadJson(*record)] {
     auto json = head;
     json["event"] = "ended";

@@ -91,6 +91,9 @@ class TRunner {
   // Called when a run begins, and gives it its number; without one, or with 0, they count from 1. Set before the first
   // run.
   void OnBegin(std::function<std::uint64_t(const TRunRecord&)> told) { FBegun = std::move(told); }
+  // Called when another run is under way, or none, before an event tells of it; set before the first run. Throws
+  // nothing.
+  void OnCurrent(std::function<void()> told) { FCurrentTold = std::move(told); }
   // Called with each run that has ended, when the next one may begin; set before the first run.
   void OnEnd(std::function<void(const TRunRecordPtr&)> told) { FEnded.push_back(std::move(told)); }
 
@@ -144,6 +147,7 @@ class TRunner {
   TEventRing& FEvents;
   TRunWatch FWatch;
   std::function<std::uint64_t(const TRunRecord&)> FBegun;
+  std::function<void()> FCurrentTold;
   std::vector<std::function<void(const TRunRecordPtr&)>> FEnded;
   std::uint64_t FIds = 0;
   std::deque<TRunRecordPtr> FRecords;

@@ -98,14 +98,18 @@ TService::TService(TServiceOptions options)
         return nlohmann::ordered_json{{"from", StateWord(from)}, {"state", StateWord(to)}, {"stateNumber", to}};
       });
     };
-    if (!Post(tell)) tell();
+    if (!Post([this, tell] {
+          PublishBeforeEvent();
+          tell();
+        }))
+      tell();
   });
   FSteps.OnBegun([this] { Wake(); });
   if (TVirtualClock* const clock = FController->VirtualClock())
     FClockHandle = clock->OnStep([this](std::uint64_t nowMs) { FRunner.Sample(nowMs); });
   FStopper.emplace([this] { FController->Machine().StopNow(); });
   FJobs.emplace(*this);
-  FRunner.OnEnd([this](const TRunRecordPtr&) { Publish(); });  // who has heard of the end asks next what runs
+  FRunner.OnCurrent([this] { PublishBeforeEvent(); });
   Publish();
 }
 
@@ -537,6 +541,11 @@ void TService::LeaseChanged(const TLeaseEvent& event) {
   });
   if (event.Now) FRunner.Attend(event.Now->Connection);
   for (const auto& told : FLeaseTold) told(event);
+}
+
+// Who hears of it asks next what is.
+void TService::PublishBeforeEvent() {
+  Carefully([this] { Publish(); });
 }
 
 void TService::Publish() {

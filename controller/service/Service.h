@@ -137,6 +137,7 @@ class TService {
   void RunLate();
   void RoundFailed(const std::exception_ptr& error);
   void Publish();
+  void PublishBeforeEvent();  // throws nothing
   void LeaseChanged(const TLeaseEvent& event);
   void Wake();
   // Waits until something is posted or asked for, `micros` of real time at most.

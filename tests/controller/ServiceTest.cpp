@@ -45,6 +45,28 @@ TEST(Service, ARunIsStartedFollowedAndReportedAndTheNextOneKnowsNothingOfIt) {
   }
 }
 
+TEST(Service, WhatAnEventTellsStandsInTheStatusAlready) {
+  TServiceWorld world(false);
+  TEventRing& events = world.Service.Events();
+  std::uint64_t read = 0;
+  std::vector<std::string> told;
+  world.Do([&] {
+    events.OnAdded([&] {
+      const TJson status = StatusJson(*world.Service.Status());
+      for (const TServiceEvent& event : events.Read(read).Events) {
+        read = event.Number;
+        const TJson body = event.Body();
+        if (event.Kind == evState) told.push_back(body["state"] == status["state"] ? "state" : "state too early");
+        if (event.Kind == evRun)
+          told.push_back(body["event"].get<std::string>() + (status["run"].is_null() ? ", none" : ", one"));
+      }
+    });
+  });
+  (void)world.Report(world.StartRun({{"procedure", "delay"}, {"params", {{"ms", 20}}}}));
+  world.Do([&] { events.OnAdded({}); });
+  EXPECT_THAT(told, testing::ElementsAre("begun, one", "state", "state", "ended, none"));
+}
+
 TEST(Service, AStatusIsToldAsItIsInEachLanguage) {
   TServiceWorld world(false, 1.0);
   const auto told = [&](const char* language) {
