@@ -123,13 +123,14 @@ TQueue::TSeam TJobs::Seam() {
           .Calls = [this](const TJob& job) { return CallsOf(job); },
           .Ready = [&service](std::span<const TMotionCall> calls) { return CheckReady(service.Controller(), calls); },
           .Start =
-              [&service](const TJob& job, std::vector<TMotionCall> calls) {
+              [&service](const TJob& job, std::vector<TMotionCall> calls, std::uint32_t ends) {
                 TRunRequest run;
                 run.Procedure = job.Name;
                 run.Sequence = job.Sequence;
                 run.Calls = std::move(calls);
                 run.LimitMs = kJobLimitMs;
                 run.Detached = true;
+                run.Ends = ends;
                 TAsker who;
                 who.Name = Format("queue, job %llu (%s)", static_cast<unsigned long long>(job.Id), job.Who.c_str());
                 return service.Run(std::move(run), who);

@@ -375,8 +375,8 @@ void TQueue::Launch(std::vector<TMotionCall> calls) {
   TJob& job = FNow.Jobs.front();
   try {
     FSeam.Ready(calls).OrThrow(pbRefused);
-    if (EndAsked()) return PutBack();  // last: it may come at any moment
-    job.Run = FSeam.Start(job, std::move(calls)).OrThrow(pbRefused);
+    if (EndAsked()) return PutBack();  // what comes behind that stops what is started
+    job.Run = FSeam.Start(job, std::move(calls), FEnds).OrThrow(pbRefused);
     FSeam.Changed();
   } catch (...) {
     HoldFor(ProblemOf(std::current_exception()));

@@ -73,7 +73,8 @@ class TQueue {
     // The calls of a job; throws EProblem for what is not possible on this machine.
     std::function<std::vector<TMotionCall>(const TJob&)> Calls;
     std::function<TResult<>(std::span<const TMotionCall>)> Ready;
-    std::function<TResult<std::uint64_t>(const TJob&, std::vector<TMotionCall>)> Start;  // the run's number
+    // The run's number. One end more than `ends` was asked for: it is stopped.
+    std::function<TResult<std::uint64_t>(const TJob&, std::vector<TMotionCall>, std::uint32_t ends)> Start;
     std::function<std::optional<std::int64_t>(const TJob&)> EstimateMs;
     std::function<void()> Changed;          // after each change, for who follows the queue
     std::function<std::string()> Language;  // of the problems that are kept

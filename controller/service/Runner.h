@@ -34,8 +34,9 @@ struct TRunRequest {
   TRunTriggers Triggers;
   bool SaveCalibration = false;  // a calibration of the height sensor is stored
   bool Detached = false;
-  std::shared_ptr<IRunJob> Job;      // what runs instead of a procedure; null: none
-  nlohmann::ordered_json JobParams;  // with which it was asked for
+  std::shared_ptr<IRunJob> Job;       // what runs instead of a procedure; null: none
+  nlohmann::ordered_json JobParams;   // with which it was asked for
+  std::optional<std::uint32_t> Ends;  // TNcStateFramework::EndsAsked when it was decided upon; none: now
   // The connection that attends it; 0: the starter's own. A run that is started without one is detached.
   std::uint64_t AttendedBy = 0;
 };

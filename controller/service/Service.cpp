@@ -296,7 +296,7 @@ TResult<> TService::NoEmergency(const TRunRequest& request) const {
 
 TResult<std::uint64_t> TService::Run(TRunRequest request, const TAsker& who) {
   TNcStateFramework& framework = FController->Framework();
-  const std::uint32_t ends = framework.EndsAsked();
+  const std::uint32_t ends = request.Ends.value_or(framework.EndsAsked());
   if (TResult<> on = NotAllOff(); !on) return on.Problem();
   if (TResult<> none = NoEmergency(request); !none) return none.Problem();
   TResult<std::uint64_t> run = FRunner.Start(std::move(request), who);

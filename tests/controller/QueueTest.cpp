@@ -32,8 +32,9 @@ class Queue : public testing::Test {
                                    if (NotReady.empty()) return {};
                                    return TProblem{.What = NotReady};
                                  },
-                                 [this](const TJob& job, std::vector<TMotionCall>) -> TResult<std::uint64_t> {
+                                 [this](const TJob& job, const auto&, auto ends) -> TResult<std::uint64_t> {
                                    Started.push_back(job.Name);
+                                   StartedBehind = ends;
                                    return Started.size();
                                  },
                                  [](const TJob& job) {
@@ -90,7 +91,7 @@ class Queue : public testing::Test {
   const TTempDir Folder;
   bool Busy = false;
   bool SlowDisk = false;
-  std::uint32_t Ends = 0;
+  std::uint32_t Ends = 0, StartedBehind = 0;
   std::string NotReady;
   TTexts Started;
   std::optional<TQueue> FQueue;
@@ -162,6 +163,7 @@ TEST_F(Queue, AStopBetweenTwoJobsStartsNoOther) {
   FQueue->Start(kLi);
   FQueue->Round();
   EXPECT_EQ(Started, (TTexts{"shot", "pierce"}));
+  EXPECT_EQ(StartedBehind, 3U) << "an end behind these stops it";
 }
 
 TEST_F(Queue, AQuestionIsAskedWhenItsJobIsDueAndOnlyItsChoicesAnswerIt) {

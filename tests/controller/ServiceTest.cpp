@@ -417,26 +417,42 @@ TEST(Service, AnAllOffThatComesWhileItsAlarmStillStandsIsNotResetWithIt) {
 
 TEST(Service, AStopThatComesWhileARunIsStartedStopsIt) {
   struct TJob final : IRunJob {
-    explicit TJob(TService& service) : Service(service) {}
+    TJob(TService& service, bool stops) : Service(service), Stops(stops) {}
     TResult<> Start() override {
-      Service.Stop(TServiceWorld::Operator());
-      Service.Controller().RunPass();  // in standby: it is over at once
+      if (Stops) {
+        Service.Stop(TServiceWorld::Operator());
+        Service.Controller().RunPass();  // in standby: it is over at once
+      }
       return Service.Controller().Start(ShareRoot(MakeShot(600'000)));
     }
     bool Pass(std::uint64_t, std::uint64_t) override { return Service.Controller().Running(); }
     TJson Finish(std::uint64_t, TRunReport&) override { return {}; }
     TService& Service;
+    const bool Stops;
   };
   TServiceWorld world(false, 1.0);
   world.Do([&] {
     TRunRequest run;
     run.Procedure = "late";
-    run.Job = std::make_shared<TJob>(world.Service);
+    run.Job = std::make_shared<TJob>(world.Service, true);
     EXPECT_TRUE(world.Service.Run(std::move(run), TServiceWorld::Operator()));
   });
   const TJson report = world.Report(1);
   EXPECT_EQ(report["outcome"], "stopped");
   EXPECT_EQ(report["cause"], "stopped by anna");
+
+  // One that was decided upon before an end.
+  world.Do([&] {
+    const std::uint32_t ends = world.Service.Controller().Framework().EndsAsked();
+    world.Service.Pause(TServiceWorld::Operator());
+    world.Service.Controller().RunPass();
+    TRunRequest run;
+    run.Procedure = "late";
+    run.Job = std::make_shared<TJob>(world.Service, false);
+    run.Ends = ends;
+    EXPECT_TRUE(world.Service.Run(std::move(run), TServiceWorld::Operator()));
+  });
+  EXPECT_EQ(world.Report(2)["outcome"], "stopped");
 }
 
 TEST(Service, OneResetIsEnoughForAnAlarmWhoseCauseIsOver) {
