@@ -1,5 +1,6 @@
 #include "controller/serving/ServiceProcess.h"
 
+#include <exception>
 #include <utility>
 
 #include "controller/config/LiveConfig.h"
@@ -18,24 +19,41 @@ TServiceProcess::TServiceProcess(TService& service, std::function<void()> reread
               [&service] { return StatusLine(*service.Status()); }),
       FNotifications(service.Events(), service.Options().StateFolder) {}
 
+namespace {
+
+void RereadMachineFile(const TService& service) {
+  TMachineConfig* const config = MachineConfig();
+  if (!config || config->File().empty()) return;
+  try {
+    TLiveConfig(*config, service.Options().Controller.Machines).Reread();
+    LogMsg(lkInfo, 0, Tr("the machine file was read again"), "TServiceProcess");
+  } catch (const std::exception& error) {
+    LogMsg(lkError, 0, error.what(), "TServiceProcess");
+  }
+}
+
+}  // namespace
+
+// What was read is in force before the manager is told so.
 void TServiceProcess::Look() {
-  if (TReloadSignal::Take()) FAsked->store(true);
-  if (!FAsked->load() || FService.Status()->Running) return;
-  FAsked->store(false);
+  if (TReloadSignal::Take()) FAsked = true;
+  switch (FReads->load()) {
+    case TReread::None: break;
+    case TReread::Reads: return;
+    case TReread::Done: FNotify.Ready(); break;
+    case TReread::Refused: FAsked = true;  // a procedure has begun meanwhile
+  }
+  FReads->store(TReread::None);
+  if (!FAsked || FService.Status()->Running) return;
+  FAsked = false;
   FNotify.Reloading();
   if (FReread) FReread();
-  FService.Post([&service = FService, asked = FAsked] {
-    if (!service.AtRest()) return asked->store(true);  // a procedure has begun meanwhile
-    TMachineConfig* const config = MachineConfig();
-    if (!config || config->File().empty()) return;
-    try {
-      TLiveConfig(*config, service.Options().Controller.Machines).Reread();
-      LogMsg(lkInfo, 0, Tr("the machine file was read again"), "TServiceProcess");
-    } catch (const EProblem& problem) {
-      LogMsg(lkError, 0, problem.Problem.Text(), "TServiceProcess");
-    }
+  FReads->store(TReread::Reads);
+  FService.Post([&service = FService, reads = FReads] {
+    const bool rests = service.AtRest().Ok();
+    if (rests) RereadMachineFile(service);
+    reads->store(rests ? TReread::Done : TReread::Refused);
   });
-  FNotify.Ready();
 }
 
 std::string StatusLine(const TStatus& status) {

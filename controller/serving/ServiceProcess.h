@@ -4,6 +4,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -35,7 +36,10 @@ class TServiceProcess {
   TService& FService;
   const std::function<void()> FReread;
   TReloadSignal FReload;
-  const std::shared_ptr<std::atomic<bool>> FAsked = std::make_shared<std::atomic<bool>>(false);  // and not yet done
+  bool FAsked = false;  // and not yet begun
+  // How far the machine file's reading is; the interface thread's too.
+  enum class TReread : std::uint8_t { None, Reads, Done, Refused };
+  const std::shared_ptr<std::atomic<TReread>> FReads = std::make_shared<std::atomic<TReread>>(TReread::None);
   TNotify FNotify;
   TNotifications FNotifications;
 };
