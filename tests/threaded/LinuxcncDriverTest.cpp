@@ -487,11 +487,7 @@ TEST_F(LinuxcncDriver, TheTaskIsAskedForLifeWhileItChangesItsModeAndWhileAStopWa
   ASSERT_TRUE(Ends(luXY));
   Motion.MoveXY({3000.0, 0.0}, 300.0);
   ASSERT_TRUE(Comes([&] { return Link.Moving(laX); }));
-  std::atomic<bool> coasts{true};
-  TSideThreads hand;
-  hand.KeepDoing(5, [&] {
-    if (coasts) Cnc.PushByHand(laX, 0.1);
-  });
+  Cnc.Coasts = 20.0;
   Motion.StopAll(0);
   told = Cnc.FeedOverrides();
   Clock().Sleep(1000);
@@ -505,9 +501,8 @@ TEST_F(LinuxcncDriver, TheTaskIsAskedForLifeWhileItChangesItsModeAndWhileAStopWa
   Clock().Sleep(200);
   EXPECT_EQ(Cnc.Output("inhibit"), 1.0);
   EXPECT_NE(Events.Last(), "back");
-  coasts = false;
+  Cnc.Coasts = 0.0;
   EXPECT_TRUE(Comes([&] { return Events.Last() == "back" && Cnc.Output("inhibit") == 0.0; }));
-  hand.End();
 }
 
 TEST_F(LinuxcncDriver, WhatMovedWhenItWasHeardOfLastDoesNotRest) {
