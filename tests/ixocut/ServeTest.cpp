@@ -30,7 +30,10 @@ class Serve : public TProgramTest {
     ::setenv("XDG_STATE_HOME", FDir.Path().c_str(), 1);
     ::setenv("IXOCUT_LANG", "en", 1);
   }
-  ~Serve() override { ::unsetenv("XDG_STATE_HOME"); }
+  ~Serve() override {
+    ::unsetenv("XDG_STATE_HOME");
+    ::unsetenv("IXOCUT_LANG");
+  }
 
   // A controller whose machine lives 50 times as fast, on a port of its own; its address.
   std::string Start(const std::string& more = {}) {

@@ -9,6 +9,7 @@
 
 #include "controller/links/LinkDoctor.h"
 #include "fixture/Sockets.h"
+#include "fixture/Waiting.h"
 #include "ixocamglue/devcomm/Udevthrdcomm.h"
 #include "ixocamglue/platform/comm/Crc.h"
 #include "ixocamglue/platform/comm/FdWait.h"
@@ -87,14 +88,9 @@ TEST(RealLink, LibmodbusIsReadAndWrittenInBothFramings) {
   ReadAndWriteBits(SerialLink(cable.A.Device));
 }
 
-// A slave of another process needs a while to start.
 bool Answers(const TLinkAddress& link) {
   const auto device = Master(link, mpStrict, 200);
-  for (int i = 0; i < 100; ++i) {
-    if (device->ReadRegisters(0, 1).Ok()) return true;
-    Clock().Sleep(50);
-  }
-  return false;
+  return Comes([&] { return device->ReadRegisters(0, 1).Ok(); }, kPymodbusStartsMs);
 }
 
 TEST(RealLink, PymodbusIsReadAndWrittenInBothFramings) {

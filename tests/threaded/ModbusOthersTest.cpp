@@ -27,7 +27,7 @@ class ModbusOthers : public ModbusLine {
     Line = std::make_unique<TModbusLine>(Station.Link(), Watch, *this);
     Line->AddStation(Station);
     const auto volt = Point(pkAnalogOut, "io:hreg:20"), bar = Point(pkAnalogOut, "io:hreg:60");
-    ASSERT_TRUE(Comes([&] { return Connect().empty(); })) << Connect();  // one of another process needs a while
+    ASSERT_TRUE(Comes([&] { return Connect().empty(); }, kPymodbusStartsMs)) << Connect();
     Line->Write(volt, 1234.0);
     for (std::size_t i = 0; i < said.size(); ++i) {
       SCOPED_TRACE(said[i]);

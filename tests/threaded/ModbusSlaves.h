@@ -143,6 +143,8 @@ class TLibmodbusSlave {
   std::thread FThread;
 };
 
+constexpr std::uint64_t kPymodbusStartsMs = 30'000;  // on a busy machine
+
 // pymodbus as the slave, in the system's interpreter.
 class TPymodbusSlave {
  public:
