@@ -3,6 +3,7 @@
 #include <pthread.h>
 #include <utility>
 
+#include "ixocamglue/platform/services/AppSys.h"
 #include "ixocamglue/platform/services/Log.h"
 #include "ixocamglue/platform/services/ThreadTable.h"
 #include "ixocamglue/support/Faults.h"
