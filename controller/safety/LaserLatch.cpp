@@ -23,6 +23,8 @@ TResult<> MayReset(const TNcStateFramework& framework, const TNcWatch& watch) {
     return Stays(Tr("the machine is not in standby"), Tr("stop what runs"));
   if (watch.LaserAsked.Runs() || watch.EmissionAsked.Runs())
     return Stays(Tr("laser or emission is asked for"), Tr("switch both off"));
+  if (watch.LaserOn.Runs())
+    return Stays(Tr("the laser still reads as lit"), Tr("switch the laser source off by its own switch"));
   if (framework.SafePending())
     return Stays(Tr("a device has not acknowledged switching off"), Tr("wait until it has, or repair it"));
   if (!watch.Lives(Clock().MonotonicMs()))

@@ -87,7 +87,7 @@ TEST_F(LaserLatch, ARefusedStartLeavesTheFlagOfTheProcedureThatRunsAlone) {
   EXPECT_TRUE(ExecOK(515));
 }
 
-TEST_F(LaserLatch, AResetIsRefusedWhileItsCauseStandsOutsideStandbyAndWhileLightIsAskedFor) {
+TEST_F(LaserLatch, AResetIsRefusedWhileItsCauseStandsOutsideStandbyAndWhileLightIsOnOrAskedFor) {
   EXPECT_EQ(Reset(), "") << "nothing to reset";
   Machine().Laser()->Trip("of its own");
   Raise(naForbidLaser);
@@ -96,6 +96,9 @@ TEST_F(LaserLatch, AResetIsRefusedWhileItsCauseStandsOutsideStandbyAndWhileLight
   Framework().Watch().EmissionAsked.Begin(Clock().MonotonicMs());
   EXPECT_EQ(Reset(), "laser or emission is asked for");
   Framework().Watch().EmissionAsked.End();
+  Framework().Watch().LaserOn.Begin(Clock().MonotonicMs());
+  EXPECT_EQ(Reset(), "the laser still reads as lit");
+  Framework().Watch().LaserOn.End();
   FController.VirtualClock()->Sleep(300);  // without a pass
   EXPECT_EQ(Reset(), "the state thread gives no sign of life");
   StartSequence({{612, "delay", [](TStateMotion& s) { dynamic_cast<TSmtDelay&>(s).SetDelay(100); }}});
