@@ -47,8 +47,8 @@ void TLeafWatch::Look(TCustomBusyType busy) {
   }
   const TWait wait = WaitFor(*leaf, busy);
   if (waited && wait.LimitMs <= FWatch.LeafLimitMs.load(std::memory_order_relaxed)) return;
-  FWatch.LeafWait.store(wait.Kind, std::memory_order_release);
   FWatch.LeafLimitMs.store(wait.LimitMs, std::memory_order_release);
+  FWatch.LeafWait.store(wait.Kind, std::memory_order_release);
 }
 
 TLeafWatch::TWait TLeafWatch::WaitFor(const TStateMotion& leaf, TCustomBusyType busy) const {

@@ -123,9 +123,9 @@ std::optional<TSupervisor::TBroken> TSupervisor::TooLong(std::uint64_t nowMs) co
 }
 
 std::optional<TSupervisor::TBroken> TSupervisor::WaitTooLong(std::uint64_t nowMs) const {
-  // From the limit upwards, as TNcWatch says.
-  const std::uint64_t limit = FWatch.LeafLimitMs.load(std::memory_order_acquire);
+  // From the kind upwards, as TNcWatch says.
   const TNcLeafWait wait = FWatch.LeafWait.load(std::memory_order_acquire);
+  const std::uint64_t limit = FWatch.LeafLimitMs.load(std::memory_order_acquire);
   std::uint64_t lasted = FWatch.LeafSince.LastedMs(nowMs);
   if (wait == lwMoves) lasted = std::min(lasted, nowMs - FWayMadeAt.load(std::memory_order_acquire));
   if (lasted <= limit) return std::nullopt;

@@ -105,12 +105,12 @@ struct TNcWatch {
   // makes no way.
   std::array<std::atomic<double>, kWatchAxes> Pos{};
   // The step that a procedure stands in: its command number, since when, and how long it may. Kept by who observes
-  // procedures; it does not run where nobody does. Written in this order and read from the limit upwards, so that
-  // nobody holds a new limit against an old start.
+  // procedures; it does not run where nobody does. Written in this order and read from the kind upwards, so that
+  // nobody holds what is new against an old start, nor a new kind against an old limit, which may be a shorter one.
   std::atomic<std::int32_t> Leaf{0};
   TNcSince LeafSince;
-  std::atomic<TNcLeafWait> LeafWait{lwPlain};
   std::atomic<std::uint64_t> LeafLimitMs{0};
+  std::atomic<TNcLeafWait> LeafWait{lwPlain};
 };
 
 IXO_DECLARE_SERVICE(TNcWatch, NcWatch);
